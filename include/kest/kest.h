@@ -1,0 +1,10 @@
+/// Everything that the library exports.
+#pragma once
+
+#include "kest/address.h"
+#include "kest/dataport.h"
+#include "kest/detect.h"
+#include "kest/message.h"
+#include "kest/seeprom.h"
+#include "kest/text.h"
+#include "kest/thermal.h"

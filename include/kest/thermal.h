@@ -1,0 +1,31 @@
+/// Thermal sensor reading.
+#pragma once
+
+#include <cstdint>
+
+class ErrlEntry;
+
+namespace kest
+{
+
+constexpr std::uint8_t KEST_THERMAL_INVALID = 0xAA; ///< the reading is under way or failed
+constexpr std::uint8_t KEST_THERMAL_VALID   = 0x55;
+
+/// One sensor and its reading; owned by the caller.
+struct KEST_thermal_sensor_info {
+    const char*   devicePath;  ///< device text
+    std::uint16_t temperature; ///< raw reading, in the sensor's own unit
+    std::uint8_t  status;      ///< `KEST_THERMAL_VALID` when `temperature` holds a reading
+};
+
+/// Reads the raw temperature word of a sensor.
+/// @return null on success, else an entry that the caller owns: 0x8000132B null record or path (the record is left alone), 0x80001329
+/// the read failed (temperature 0, status `KEST_THERMAL_INVALID`).
+ErrlEntry* KEST_thermal_sensor_read_temperature_data(KEST_thermal_sensor_info* info);
+
+} // namespace kest
+
+using kest::KEST_THERMAL_INVALID;
+using kest::KEST_thermal_sensor_info;
+using kest::KEST_thermal_sensor_read_temperature_data;
+using kest::KEST_THERMAL_VALID;

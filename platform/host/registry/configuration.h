@@ -1,0 +1,77 @@
+/// The host platform's configuration: kest.toml, or defaults.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kest::host
+{
+
+/// One row of the VPD service's device table.
+struct deviceEntry {
+    std::uint32_t number   = 0;
+    std::uint32_t position = 0;
+    std::string   location; ///< device text, at most 255 bytes
+    std::string   name;     ///< for people; unique
+};
+
+/// What a node number stands for. Unmapped nodes have both empty.
+struct nodeMapping {
+    std::string        pathPrefix; ///< put ahead of a `/dev/i2c-N` path
+    std::string        simNode;    ///< node of the simulated machine whose buses `sim:` paths name
+    [[nodiscard]] bool mapped() const { return !pathPrefix.empty() || !simNode.empty(); }
+};
+
+/// Limits and permissions of the message service.
+struct serviceSettings {
+    std::filesystem::path    socket; ///< default: stateFolder / "kestd.socket"; /run/kest/kestd.socket for root
+    std::uint32_t            maxClients      = 256;
+    std::uint32_t            maxPayloadBytes = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
+    std::uint32_t            idleSeconds     = 300;         ///< a silent client is dropped after this; 0 never
+    std::vector<std::string> readUsers; ///< user names or numbers that may read besides the owner and root
+    std::vector<std::string> readGroups;
+    std::vector<std::string> writeUsers;
+    std::vector<std::string> writeGroups;
+};
+
+struct configuration {
+    std::filesystem::path file;          ///< empty: built-in defaults
+    std::filesystem::path stateFolder;   ///< error log, persisted copies, undo files
+    std::filesystem::path traceFolder;   ///< default: stateFolder / "trace"
+    std::filesystem::path lockFolder;    ///< of Linux buses: /run/lock/kest
+    std::filesystem::path machineFolder; ///< of the simulated machine; empty: none
+    bool                  machineRealTime = false;
+    bool          setAdapterTimeout  = false; ///< change the adapter-wide I2C_TIMEOUT for a transfer and put it back
+    std::uint32_t errorLogMaxEntries = 10000;
+    std::uint64_t errorLogMaxBytes   = 64ull << 20;
+    std::map<std::string, std::string> registry; ///< key to value; always has "tavo/ReadMode"
+    std::array<nodeMapping, 8>         nodes;
+    std::vector<deviceEntry>           devices;
+    serviceSettings                    service;
+};
+
+/// A configuration, or why there is none.
+struct configurationResult {
+    configuration value; ///< defaults when `error` is not empty
+    std::string   error; ///< "FILE:LINE:COLUMN: key 'K': expected ..., found ..."
+};
+
+/// Reads one file. Relative paths in it count from the file's folder.
+configurationResult readConfiguration(const std::filesystem::path& file);
+
+/// The process's configuration, read at first use from the file given to useConfigurationFile(), $KEST_CONFIG, /etc/kest/kest.toml, else
+/// defaults. Never fails: an unusable file gives the defaults, and configurationError() says why. Any thread, static initialisation included.
+const configuration& currentConfiguration();
+/// @return what was wrong with the file, empty when nothing was
+const std::string& configurationError();
+/// Names the file ahead of first use (`--config`). @return false when the configuration has been read already
+bool useConfigurationFile(const std::filesystem::path& file);
+/// Reads the file again and, when it is good, makes it the current one; references handed out before stay valid.
+/// @return what was wrong, empty when nothing was
+std::string reloadConfiguration();
+
+} // namespace kest::host

@@ -1,0 +1,145 @@
+/// The platform's error log: entries, their system reference codes (SRCs) and how they are committed.
+///
+/// An entry is created by the first failure of a request, travels up as an `ErrlEntry*`, and is owned by whoever holds it:
+/// pass it on, commit and delete it, or delete it. Entries are not shared between threads.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+enum errlSeverity : std::uint32_t {
+    ERRL_SEV_RECOVERED   = 0x10,
+    ERRL_SEV_UNRECOVERED = 0x20,
+};
+
+enum errlEventType : std::uint32_t {
+    ERRL_EVENT_NONE = 0,
+};
+
+enum srciType : std::uint32_t {
+    SRCI_TYPE_SERVICE_PROCESSOR = 0xB1,
+};
+
+enum serviceCodes : std::uint32_t {
+    SERVICE_CODE_KEST = 0x43FF,
+};
+
+enum epubSubSystem : std::uint32_t {
+    EPUB_SUBSYSTEM_NONE       = 0,
+    EPUB_SUBSYSTEM_IIC_DEVICE = 0x55,
+    EPUB_SUBSYSTEM_SOFTWARE   = 0x81,
+};
+
+enum srciPriority : std::uint32_t {
+    SRCI_PRIORITY_NONE = 0,
+    SRCI_PRIORITY_HIGH = 1,
+};
+
+enum epubProcedureID : std::uint32_t {
+    EPUB_PROCEDURE_NONE     = 0,
+    EPUB_PROCEDURE_SOFTWARE = 4, ///< the code, or the request it was given, is at fault
+    EPUB_PROCEDURE_IIC      = 6, ///< the IIC path to the device is at fault
+};
+
+enum srciTermState : std::uint32_t {
+    SRCI_TERM_NONE = 0,
+};
+
+/// Commit actions: what the log does with an entry beyond storing it.
+constexpr std::uint16_t ERRL_ACTION_REPORT           = 0x2000; ///< report to the operator
+constexpr std::uint16_t ERRL_ACTION_KEEP_FOR_SERVICE = 0x4000; ///< keep for service personnel only
+
+/// Root of everything the error log allocates.
+class ErrlBase
+{
+public:
+    ErrlBase()                           = default;
+    ErrlBase(const ErrlBase&)            = default;
+    ErrlBase& operator=(const ErrlBase&) = default;
+    virtual ~ErrlBase();
+
+    /// The log's own allocator. @return null when there is no memory: a `new` expression then yields null.
+    static void* operator new(std::size_t bytes) noexcept;
+    static void  operator delete(void* object) noexcept;
+};
+
+/// One system reference code of an entry. Made by the entry alone and lives as long as it.
+class SrciSrc
+{
+public:
+    /// The eight words that describe the SRC.
+    ///
+    /// Word 0: type (high 16 bits) and service code; word 1: component (high 16 bits) and module; word 2: reason code;
+    /// word 3: subsystem; words 4-7: user data 1-4. So the word at index 4 of a failed transfer's SRC is its `errno`.
+    /// @param[out] count  number of words in the result, 8.
+    /// @return the words, in host order, owned by the SRC.
+    const std::uint32_t* getHexData(unsigned int& count) const;
+
+    struct State; ///< known to the platform alone
+    explicit SrciSrc(State* state) noexcept : m_state(state) {}
+    SrciSrc(const SrciSrc&)            = delete;
+    SrciSrc& operator=(const SrciSrc&) = delete;
+    ~SrciSrc();
+
+private:
+    friend class ErrlEntry;
+    State* m_state;
+};
+
+/// One error log entry.
+class ErrlEntry : public ErrlBase
+{
+public:
+    /// Builds an entry whose first SRC (index 0) is described by the arguments.
+    /// @param component    who logs; 0x1300 for this library. It becomes the entry's creator.
+    /// @param srcFlags     0
+    /// @param module       the failing function's identifier
+    /// @param reason       what failed
+    /// @param word1,word2,word3,word4  user data 1-4 of the SRC
+    /// @param subsystem    who is blamed
+    ErrlEntry(unsigned short component, errlSeverity severity, errlEventType eventType, srciType type,
+              unsigned int srcFlags, unsigned char module, serviceCodes serviceCode, unsigned short reason,
+              unsigned int word1, unsigned int word2, unsigned int word3, unsigned int word4, epubSubSystem subsystem,
+              srciTermState termState);
+    ErrlEntry(const ErrlEntry&) = delete;
+    /// Takes over a copy of everything the other entry holds, its `plid` included.
+    ErrlEntry& operator=(const ErrlEntry& other);
+    ~ErrlEntry() override;
+
+    /// Adds a further SRC behind those already there. Arguments as for the constructor.
+    void addSRC(unsigned short component, srciType type, unsigned int srcFlags, unsigned char module,
+                serviceCodes serviceCode, unsigned short reason, unsigned int word1, unsigned int word2,
+                unsigned int word3, unsigned int word4, epubSubSystem subsystem);
+    /// Adds a copy of an SRC of another entry. @param creator  the component that made it.
+    void addSRC(unsigned short creator, const SrciSrc& src);
+    /// Copies the latest `bytes` bytes of a named trace buffer into the entry; a buffer that does not exist adds nothing.
+    void CollectTrace(const char* bufferName, unsigned int bytes);
+    /// Copies a block of user details into the entry. @param subsection  what the block is.
+    void addUsrDtls(const void* data, unsigned short length, unsigned short component, unsigned char version,
+                    unsigned char subsection);
+    /// Sets the entry's return code, replacing an earlier one.
+    void setRC(unsigned int returnCode);
+    void setSev(errlSeverity severity);
+    void addProcedureCallout(srciPriority priority, epubProcedureID procedure);
+    void addFruCallout(srciPriority priority, unsigned short fruId);
+    /// Notes that a call failed: its return code and two words that say which one.
+    void addSwErr(unsigned short component, unsigned int returnCode, unsigned short word1, unsigned short word2,
+                  unsigned int reserved);
+    /// Stores the entry durably; on return it is safe. The caller still deletes the object.
+    /// @param action  `ERRL_ACTION_REPORT` or `ERRL_ACTION_KEEP_FOR_SERVICE`
+    void commit(unsigned short component, unsigned short action);
+
+    /// @return the SRC at `index`, counted from 0 and owned by the entry; null when there is none.
+    const SrciSrc* getSRC(unsigned short index) const;
+    std::uint16_t  creator() const;
+    /// @return the entry's log identifier: unique across processes and restarts, never 0.
+    std::uint32_t plid() const;
+    std::uint32_t getRC() const;
+
+    struct State;                                     ///< known to the platform alone
+    State*       state() noexcept { return m_state; } ///< for the platform's own tools
+    const State* state() const noexcept { return m_state; }
+
+private:
+    State* m_state;
+};

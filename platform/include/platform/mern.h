@@ -1,0 +1,120 @@
+/// The platform's IIC resource access layer: open devices on IIC buses, configured, positioned, read and written.
+///
+/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL.
+///
+/// A handle is a ticket: target, position, block, locks and first-failure data live in the layer, and every copy of a
+/// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised.
+///
+/// Every function that fails sets `errno`, always:
+/// ENXIO    the address was not acknowledged
+/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost
+/// ETIME    SCL or SDA held, bus busy too long, a write cycle that does not end, the transfer's time-out
+/// ENODATA  the first byte of a read with offset length 3 or 4 (a hub's status) is not 0
+/// ENODEV   bus or node gone, or the node is not mapped
+/// ENOENT   no such bus, or a malformed path
+/// EBADF    closed or foreign handle
+/// EINVAL   bad argument, no target set
+/// EFAULT   null buffer
+/// EBUSY    lock not had within its time-out
+/// EACCES   not permitted to open
+/// ENOSYS   the adapter or the chain cannot do it
+/// EDEADLK  this handle holds that lock already: given for this alone
+///
+/// `mern_iic_config` items (direction 1 reads, 2 sets; a wrong size, direction or item is EINVAL):
+/// item   bytes  meaning
+/// 2      4      bus speed in kHz, 0 the bus's own default. Once set it outlasts later blocks.
+/// 3      4      target address. One other than the non-zero address of the block in force is ENOSYS: that device sits
+///               behind a hub, where no register transfer reaches it.
+/// 15     4      read only: detect state of the target. 3 present, 0 nothing answers, 1 SCL held low, 2 SDA held low, 4 anything else.
+/// 16     4      DMA option: accepted, remembered, without effect
+/// 17,18  8      lock, unlock a device address: 16-bit kind, 16-bit address, 32-bit time-out in ms. Kind 0 (hub): host byte order;
+///               kind 2 (register device): big-endian. Locks are advisory, exclude each other on a bus and address whatever the kind,
+///               and end with unlock, close, exit or death of the holder.
+/// 19     44     configuration block, host byte order, bytes not listed are kept without meaning:
+///               byte  width
+///               0     16     bus speed in kHz
+///               2     16     device address
+///               4     16     offset length n, 0-4: how many bytes of the position go out ahead of the data
+///               12    32     time-out of one transfer, ms; 0 the adapter's default
+///               20    16     longest write cycle of one page, ms
+///               24    32     page size in bytes, a power of two, or 0 for none
+///               32    32     option mask and flags: remembered, without effect
+///               36    32     0
+///               40    32     longest wait for a busy bus, ms
+#pragma once
+
+#include <cstdint>
+
+/// An open device. The words belong to the layer.
+struct mern_t {
+    std::uint32_t words[6];
+};
+
+/// What a failed open answers; no open device has these words.
+extern const mern_t MERN_INVALID;
+
+/// Number of a node: -1 the local one, else 0-7.
+using NodeType = std::int32_t;
+
+/// Selects the node whose buses a path names.
+class MernNode
+{
+public:
+    MernNode();
+    MernNode(const MernNode& other);
+    MernNode& operator=(const MernNode&) = delete;
+    ~MernNode();
+
+    NodeType number = -1;
+};
+
+enum wobu_iic_cfg_t : std::uint32_t {
+    WOBU_IIC_SPEED        = 2,
+    WOBU_IIC_TARGET       = 3,
+    WOBU_IIC_DETECT_STATE = 15,
+    WOBU_IIC_DMA_OPTION   = 16,
+    WOBU_IIC_LOCK         = 17,
+    WOBU_IIC_UNLOCK       = 18,
+    WOBU_IIC_BLOCK        = 19,
+};
+
+/// Makes the layer ready in this process; further calls change nothing. @param options  0x80000000. @return 0
+int MernInitialize(std::uint32_t options);
+
+/// Opens the device at `path`: `/dev/i2c-N`, or `sim:BUS` on the configured simulated machine, either with `@HH` to name the
+/// device's address. Position 0; the target is the path's address, or none.
+/// @param flags  0x1002: read, write, synchronous
+/// @return the handle, or MERN_INVALID with `errno`.
+mern_t mern_iic_open(MernNode node, const char* path, int flags);
+
+/// Reads (direction 1) or sets (2) a configuration item, see above. @return 0, or -1 with `errno`.
+int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* value, unsigned int size);
+
+/// Sets the position to the low 32 bits of `offset`. @param whence  0. @return 0, never the position; -1 with `errno`.
+int mern_iic_seek(mern_t& handle, long offset, int whence);
+
+/// Reads `size` bytes from the position; with offset length 0 it is a plain read.
+/// The position moves on only by a transfer with n > 0 that moved all it was asked to.
+/// @return the number of bytes moved, never negative. Fewer than `size` is a failure with `errno` set. Size 0 touches nothing.
+int mern_iic_read(mern_t& handle, void* buffer, unsigned int size);
+
+/// Writes `size` bytes at the position, page by page, and waits for the end of each page's write cycle.
+/// A position or an end beyond what n = 1 or 2 bytes can say is EINVAL with nothing sent. Result as for reading.
+int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size);
+
+/// Frees a held bus: nine clocks and a STOP where the bus can, else a reopened adapter. Leaves position, target, block and locks
+/// alone, so that repeating a call repeats the same bytes in the same place.
+/// @param kind  1. @return 0, or -1 with `errno`.
+int mern_iic_reset(mern_t& handle, int kind);
+
+/// Closes the device and ends its locks. @return 0, or -1 with `errno`.
+int mern_iic_close(mern_t& handle);
+
+/// Takes a copy of the device's first-failure data: whole JSON text of at most 4 KiB.
+/// @param reserved   0
+/// @param[out] data  the text, without terminator, to free with tavo_util_free(); null when there is none
+/// @return its size in bytes, 0 when there is none, -1 with `errno`.
+int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data);
+
+/// Drops the device's first-failure data and lets the next failure be recorded. @param reserved  0. @return 0, or -1 with `errno`.
+int mern_iic_ffdc_unlock(mern_t& handle, int reserved);

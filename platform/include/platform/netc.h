@@ -1,0 +1,28 @@
+/// The platform's messages, as a dispatcher hands them to a service and takes its reply back.
+#pragma once
+
+#include <cstdint>
+
+class NetcMessage
+{
+public:
+    NetcMessage();
+    NetcMessage(const NetcMessage&)            = delete;
+    NetcMessage& operator=(const NetcMessage&) = delete;
+    virtual ~NetcMessage();
+
+    std::uint16_t identifier = 0; ///< given by the requester, copied into the reply
+    std::uint16_t type       = 0; ///< what is asked for
+    std::uint8_t  replyFlags = 0; ///< set by the service: 0x40 served, with 0x01 written or 0x02 data returned
+
+    /// @return the payload, owned by the message; null when there is none.
+    virtual char* dataPointer() const;
+    /// @return the payload's size in bytes
+    virtual unsigned int dataSize() const;
+    /// Replaces the payload by a copy of `size` bytes. @return false when there is no memory for it; the payload is then empty.
+    virtual bool setData(const char* data, unsigned int size);
+
+private:
+    struct State;
+    State* m_state;
+};

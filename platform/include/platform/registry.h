@@ -1,0 +1,16 @@
+/// The platform's registry: short values under text keys.
+#pragma once
+
+class ErrlEntry;
+
+class UtilReg
+{
+public:
+    /// Reads the value of `key`.
+    /// @param[out] buffer   takes the value's bytes, without terminator; bytes beyond it are left alone
+    /// @param[in,out] size  in: bytes that `buffer` holds; out: bytes of the value. A value that does not fit is an error.
+    /// @param reserved      false
+    /// @param entry         null
+    /// @return null on success, else an entry that the caller owns.
+    static ErrlEntry* read(const char* key, void* buffer, unsigned int& size, bool reserved, ErrlEntry* entry);
+};

@@ -1,0 +1,47 @@
+/// The platform's vital product data (VPD) service: persisted copies of SEEPROM contents, device numbers, shared buffers.
+#pragma once
+
+#include <cstdint>
+
+class ErrlEntry;
+
+/// A device as the VPD service names it. Passed by value; 260 bytes.
+struct tavo_deviceaddress {
+    std::uint32_t number;        ///< device number; 0 when only the location is known
+    char          location[256]; ///< device text, NUL-terminated unless it fills the field
+};
+static_assert(sizeof(tavo_deviceaddress) == 260);
+
+/// Which of the places that a device number can have.
+enum zelPosition : std::uint32_t {
+};
+
+/// Reads from a device's persisted copy.
+/// @param root         persistency root, "qorn/P3_Root"
+/// @param device       device number
+/// @param name         null
+/// @param[out] data    what was found, to free with tavo_util_free(); null when nothing was
+/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`: fewer when the copy ends before, 0 when there is no copy
+/// @param offset       first byte, counted from 0. At or past the copy's end is an error.
+/// @return null on success, else an entry that the caller owns.
+ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,
+                                      unsigned int* length, unsigned int offset);
+
+/// Changes bytes of a device's persisted copy: those bytes alone, all of them or none.
+/// A write that would pass the copy's end, or that meets no copy, is refused and changes nothing.
+/// Parameters as for reading; `*length` is the number of bytes at `data`, and comes back as the number written.
+/// @return null on success, else an entry that the caller owns.
+ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, const char* name,
+                                       const unsigned char* data, unsigned int* length, unsigned int offset);
+
+/// Turns a device number into its location text.
+/// @param[out] string  NUL-terminated text, to free with tavo_util_free()
+/// @param reserved     false
+/// @return null on success, else an entry that the caller owns; `*string` is then null.
+ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, zelPosition position, bool reserved);
+
+/// @return `size` zeroed bytes (a distinct pointer also for size 0), to free with tavo_util_free(); null when there is no memory.
+void* tavo_malloc(unsigned int size);
+
+/// Frees a buffer of the VPD service or the IIC layer and sets the pointer to null. Null, or a pointer to null, is ignored.
+void tavo_util_free(void** buffer);

@@ -1,0 +1,32 @@
+/// The platform's trace facility: named ring buffers that take short records and keep the latest.
+///
+/// All functions may be called from any thread, and during static initialisation.
+#pragma once
+
+#include <cstdint>
+
+/// A trace buffer. Owned by the trace facility; lives until the process ends.
+struct trace_wobu_buffer;
+using trace_wobu_descriptor = trace_wobu_buffer*;
+
+/// Creates the buffer `name` of `size` bytes, or finds the one of that name that the process has already.
+/// @param[out] descriptor  the buffer; null when it cannot be had, and traces to it are then dropped.
+/// @return 0, or -1 with `errno`
+int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char* name, unsigned int size);
+
+/// Writes one text record. Nothing is formatted here: the arguments are stored and formatted when the buffer is read.
+/// @param descriptor  null drops the record
+/// @param hash        identifies the trace point's message
+/// @param format      printf format; must outlive the process's use of the buffer (a string literal). Conversions: d i u x X c s p
+///                    with flags, width and the length modifiers h, l, ll, z.
+/// @param line        source line of the trace point
+/// @param type        0
+/// `errno` is left as it was.
+void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, const char* format, int line, int type,
+                          ...) __attribute__((format(printf, 3, 6)));
+
+/// Writes one binary record: a header and data, both copied.
+/// @param type  0
+/// `errno` is left as it was.
+void trace_wobu_write2(trace_wobu_descriptor descriptor, int type, unsigned int headerSize, const void* header,
+                       unsigned int dataSize, const void* data);

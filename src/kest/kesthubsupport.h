@@ -1,0 +1,43 @@
+/// SEEPROM transfers through a 922 hub: lock, configuration, transfer, the hub's verdict, release.
+#pragma once
+
+#include <cstdint>
+
+#include "kest/address.h"
+#include "kestmisc.h"
+#include "kestwobu.h"
+#include "platform/errl.h"
+#include "platform/mern.h"
+
+namespace kest
+{
+
+/// The layer's lock record (items 17 and 18), host byte order.
+struct kest_922AddressLock {
+    std::uint16_t kind;    ///< 0
+    std::uint16_t address; ///< the hub's, 8-bit form
+    std::uint32_t timeoutMs;
+};
+static_assert(sizeof(kest_922AddressLock) == 8);
+
+void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address, unsigned int length, bool isRead,
+                               kest_922AddressLock* lock, const kest_attributeValue* attributes, ErrlEntry*& errl);
+void kest_922setHubConfig(mern_t handle, const kest_deviceAddress* address, unsigned int length, void* configBlock,
+                          const kest_attributeValue* attributes, bool isRead, ErrlEntry*& errl, int deviceMode);
+void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* address, unsigned int length,
+                                      kest_922AddressLock* lock, const kest_attributeValue* attributes,
+                                      ErrlEntry*& errl);
+
+/// @param operation       1 writes, 0 reads
+/// @param[in,out] length  bytes to move; bytes moved. A read that succeeds only on its repeat can say one more than asked.
+/// @param data            the caller's buffer, of at least `*length` bytes
+/// @param path            the device text, for logging and the hub's reset
+void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int operation, void** data, unsigned int offset,
+                        const kest_attributeValue* attributes, ErrlEntry*& errl, const char* path);
+void kest_922HubQueryErrStatus(mern_t handle, unsigned int hubAddress, ErrlEntry*& errl, const char* path);
+void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, unsigned int hubAddress);
+void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary, unsigned char subBusReset);
+/// @param[out] out  at least strlen(path) + 16 bytes, zeroed first
+void kest_build922HubResetPath(const char* path, char* out, unsigned char hubAddress);
+
+} // namespace kest
