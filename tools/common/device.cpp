@@ -1,0 +1,303 @@
+#include "tools/common/device.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <fmt/format.h>
+#include <string_view>
+
+#include "platform/host/registry/configuration.h"
+#include "tools/common/bus.h"
+#include "tools/common/failure.h"
+#include "tools/common/number.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+using enum deviceKind;
+
+constexpr std::array types{
+    deviceTypeInfo{KEST_DEV_HUB_F0, "F0", "F0 hub", hub, 0, 0, 0},
+    deviceTypeInfo{KEST_DEV_922HUB, "922", "922 hub", hub, 0, 0, 0},
+    deviceTypeInfo{KEST_DEV_SEEPROM_2K, "1C0002", "24C02", seeprom, 256, 8, 0},
+    deviceTypeInfo{KEST_DEV_SEEPROM_32K, "2C0032", "24C32", seeprom, 4096, 32, 0},
+    deviceTypeInfo{KEST_DEV_SEEPROM_64K, "2C0064", "24C64", seeprom, 8192, 32, 0},
+    deviceTypeInfo{KEST_DEV_SEEPROM_128K, "2C0128", "24C128", seeprom, 16384, 64, 0},
+    deviceTypeInfo{KEST_DEV_SEEPROM_256K, "2C0256", "24C256", seeprom, 32768, 64, 0},
+    deviceTypeInfo{KEST_DEV_SEEPROM_512K, "2C0512", "24C512", seeprom, 65536, 128, 0},
+    deviceTypeInfo{KEST_DEV_9551, "9551", "PCA9551", registers, 0, 0, 8},
+    deviceTypeInfo{KEST_DEV_9552, "9552", "PCA9552", registers, 0, 0, 16},
+    deviceTypeInfo{KEST_DEV_9554, "9554", "PCA9554", registers, 0, 0, 8},
+    deviceTypeInfo{KEST_DEV_9555, "9555", "PCA9555", registers, 0, 0, 16},
+    deviceTypeInfo{KEST_DEV_D10, "D10", "D10 device", other, 0, 0, 0},
+    deviceTypeInfo{KEST_DEV_75, "75", "LM75", sensor, 0, 0, 16},
+    deviceTypeInfo{KEST_DEV_92, "92", "LM92", sensor, 0, 0, 16},
+    deviceTypeInfo{KEST_DEV_172, "172", "172 device", other, 0, 0, 0},
+};
+
+constexpr std::size_t longestText  = 255;
+constexpr std::size_t longestChain = 3;
+
+/// Splits a device text and remembers which field is which, so that every complaint names it.
+class fields
+{
+public:
+    explicit fields(const std::string& text) : m_text(text)
+    {
+        std::size_t start = 0;
+        for (std::size_t comma = 0; comma != std::string::npos; start = comma + 1) {
+            comma = text.find(',', start);
+            m_fields.push_back(text.substr(start, comma == std::string::npos ? comma : comma - start));
+        }
+    }
+
+    [[nodiscard]] bool more() const { return m_next < m_fields.size(); }
+
+    const std::string& take(const std::string& what)
+    {
+        if (!more())
+            throw wrongUse(
+                fmt::format("device text '{}' ends where field {}, {}, is expected", m_text, m_next + 1, what));
+        const std::string& field = m_fields[m_next++];
+        if (field.empty())
+            throw wrong("is empty; expected " + what);
+        return field;
+    }
+
+    std::uint32_t takeHexadecimal(const std::string& what, std::uint32_t maximum)
+    {
+        std::string_view digits = take(what);
+        if (digits.starts_with("0x") || digits.starts_with("0X"))
+            digits.remove_prefix(2);
+        std::uint32_t value     = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+        if (error != std::errc() || end != digits.data() + digits.size() || value > maximum)
+            throw wrong(fmt::format("is no {}: hexadecimal, at most {:X}", what, maximum));
+        return value;
+    }
+
+    /// The failure about the field taken last.
+    [[nodiscard]] failure wrong(const std::string& complaint) const
+    {
+        return wrongUse(
+            fmt::format("device text '{}': field {}, '{}', {}", m_text, m_next, m_fields[m_next - 1], complaint));
+    }
+
+private:
+    const std::string&       m_text;
+    std::vector<std::string> m_fields;
+    std::size_t              m_next = 0;
+};
+
+bool isDigit(char letter) { return letter >= '0' && letter <= '9'; }
+
+/// Takes "@HH" off the end of a device path.
+std::string withoutAddress(const std::string& path) { return path.substr(0, path.find('@')); }
+
+void checkPath(const fields& text, const std::string& path)
+{
+    std::string       why;
+    const std::size_t at = path.find('@');
+    if (!isBusPath(withoutAddress(path), why))
+        throw text.wrong(why);
+    const bool hexadecimal =
+        at == std::string::npos ||
+        (path.size() == at + 3 && path.find_first_not_of("0123456789abcdefABCDEF", at + 1) == std::string::npos);
+    if (!hexadecimal)
+        throw text.wrong("has no two hexadecimal digits after '@'");
+}
+
+std::uint8_t takeAddress(fields& text)
+{
+    const std::uint32_t address = text.takeHexadecimal("address", 0xFF);
+    if (address % 2 != 0)
+        throw text.wrong(
+            address > 0x7F ? "is odd: addresses are in the 8-bit form, which is even"
+                           : fmt::format("is odd: addresses are in the 8-bit form; if it is a 7-bit one, write {:02X}",
+                                         address * 2));
+    if (address == 0)
+        throw text.wrong("is no device's address");
+    return static_cast<std::uint8_t>(address);
+}
+
+deviceLink takeLink(fields& text)
+{
+    deviceLink link;
+    link.type = findType(text.takeHexadecimal("device type", 0xFFFFFF));
+    if (link.type == nullptr) {
+        std::string known;
+        for (const deviceTypeInfo& type : types)
+            known += fmt::format("{}{}", known.empty() ? "" : " ", type.code);
+        throw text.wrong("is no device type; there are " + known);
+    }
+    link.address = takeAddress(text);
+    if (link.type->kind == hub)
+        link.port = static_cast<std::uint8_t>(text.takeHexadecimal("hub port", 0xFF));
+    return link;
+}
+
+void checkOrder(const fields& text, const std::vector<deviceLink>& links)
+{
+    if (links.size() > longestChain)
+        throw text.wrong(fmt::format("makes a chain of more than {} devices", longestChain));
+    if (links.size() < 2)
+        return;
+    const deviceTypeInfo& before = *links[links.size() - 2].type;
+    const deviceTypeInfo& last   = *links.back().type;
+    if (before.kind != hub)
+        throw text.wrong(fmt::format("follows a {}, behind which there can be nothing", before.chip));
+    if (last.kind == hub && !(before.type == KEST_DEV_HUB_F0 && last.type == KEST_DEV_922HUB))
+        throw text.wrong(fmt::format("puts a {} behind a {}", last.chip, before.chip));
+}
+
+const host::deviceEntry* findEntry(const std::string& nameOrNumber)
+{
+    const auto& table = host::currentConfiguration().devices;
+    const auto  named = std::ranges::find(table, nameOrNumber, &host::deviceEntry::name);
+    if (named != table.end())
+        return &*named;
+    if (nameOrNumber.empty() || !isDigit(nameOrNumber.front()))
+        return nullptr;
+    const std::uint64_t number   = parseNumber(nameOrNumber, "device number", 0xFFFFFFFF);
+    const auto          numbered = std::ranges::find(table, number, &host::deviceEntry::number);
+    return numbered == table.end() ? nullptr : &*numbered;
+}
+
+} // namespace
+
+std::span<const deviceTypeInfo> deviceTypes() { return types; }
+
+const deviceTypeInfo* findType(std::uint32_t type)
+{
+    const auto* row = std::ranges::find_if(types, [type](const deviceTypeInfo& info) { return info.type == type; });
+    return row == types.end() ? nullptr : row;
+}
+
+bool isBusPath(const std::string& path, std::string& why)
+{
+    constexpr std::string_view linux     = "/dev/i2c-";
+    constexpr std::string_view simulated = "sim:";
+    const bool                 adapter   = path.starts_with(linux) && path.size() > linux.size() &&
+                         std::all_of(path.begin() + linux.size(), path.end(), isDigit);
+    const bool named =
+        path.starts_with(simulated) && path.size() > simulated.size() && path.find_first_of("@,") == std::string::npos;
+    if (!adapter && !named)
+        why = "is no device path: /dev/i2c-N or sim:BUS, either with @HH behind it";
+    return adapter || named;
+}
+
+device parseDeviceText(const std::string& text)
+{
+    if (text.size() > longestText)
+        throw wrongUse(fmt::format("device text of {} characters: at most {} fit", text.size(), longestText));
+    device            result;
+    fields            rest(text);
+    const std::string path = rest.take("device path");
+    checkPath(rest, path);
+    result.label = text;
+    result.text  = text;
+    result.bus   = withoutAddress(path);
+    result.node  = rest.take("node");
+    if (result.node.size() != 1 ||
+        (result.node != "L" && result.node != "l" && (result.node[0] < '0' || result.node[0] > '7')))
+        throw rest.wrong("is no node: L for the local one, or 0 to 7");
+    do {
+        result.links.push_back(takeLink(rest));
+        checkOrder(rest, result.links);
+    } while (rest.more());
+    if (result.end().type->kind == hub)
+        throw rest.wrong("ends the chain with a hub; the device behind it is missing");
+    return result;
+}
+
+device findDevice(const std::string& nameOrText)
+{
+    if (nameOrText.find(',') != std::string::npos)
+        return parseDeviceText(nameOrText);
+    const host::deviceEntry* entry = findEntry(nameOrText);
+    if (entry == nullptr)
+        throw failure{.code    = exitAbsent,
+                      .what    = "no such device in the device table",
+                      .tryThis = "'kestctl devices' lists them; or give a device text PATH,NODE,TYPE,ADDRESS",
+                      .device  = nameOrText};
+    device found   = parseDeviceText(entry->location);
+    found.label    = entry->name.empty() ? nameOrText : entry->name;
+    found.number   = entry->number;
+    found.position = entry->position;
+    return found;
+}
+
+busName findBus(const std::string& pathOrDevice)
+{
+    std::string why;
+    if (isBusPath(pathOrDevice, why))
+        return {pathOrDevice};
+    if (pathOrDevice.starts_with('/') ||
+        (pathOrDevice.starts_with("sim:") && pathOrDevice.find(',') == std::string::npos))
+        throw wrongUse(fmt::format("bus '{}' {}", pathOrDevice, why));
+    const device there = findDevice(pathOrDevice);
+    return {there.bus, there.node};
+}
+
+void refuseUnservedChain(const device& which)
+{
+    failure refusal = wrongUse("");
+    refusal.device  = which.label;
+    for (const deviceLink& link : which.links)
+        if (link.type->type == KEST_DEV_HUB_F0)
+            refusal.what = "no transfer goes through an F0 hub";
+    if (refusal.what.empty() && which.behindHub() && which.end().type->kind != seeprom)
+        refusal.what =
+            fmt::format("a {} can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
+                        which.end().type->chip);
+    if (!refusal.what.empty())
+        throw refusal;
+}
+
+void requireKind(const device& which, std::initializer_list<deviceKind> kinds, const std::string& verb)
+{
+    const deviceTypeInfo& type = *which.end().type;
+    if (std::ranges::find(kinds, type.kind) != kinds.end())
+        return;
+    const char* instead = type.kind == seeprom     ? "'kestctl seeprom' reads and writes it"
+                          : type.kind == registers ? "'kestctl port' works on it"
+                          : type.kind == sensor    ? "'kestctl thermal read' reads it"
+                                                   : "'kestctl detect' tells whether it answers";
+    failure     refusal = wrongUse(fmt::format("'{}' does not serve a {}", verb, type.chip), instead);
+    refusal.device      = which.label;
+    throw refusal;
+}
+
+std::string detectionText(const device& which)
+{
+    return fmt::format("{}@{:02X},{}", which.bus, which.head().address, which.node);
+}
+
+std::string nameAt(const busName& bus, std::uint8_t address)
+{
+    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
+        try {
+            const device there = parseDeviceText(entry.location);
+            if (there.bus == bus.path && there.node == bus.node && !there.behindHub() && there.end().address == address)
+                return entry.name;
+        } catch (const failure&) { // a bad row of the table names nothing
+        }
+    }
+    return {};
+}
+
+std::string wrongFormHint(const device& which)
+{
+    const unsigned address = which.head().address;
+    const busName  bus{which.bus, which.node};
+    for (const unsigned candidate : {address * 2, address / 2})
+        if (candidate >= 0x10 && candidate <= 0xEE && candidate % 2 == 0 &&
+            answersAt(bus, static_cast<std::uint8_t>(candidate)))
+            return fmt::format("a device answers at {}: write {:02X}, addresses are in the 8-bit form",
+                               addressText(static_cast<std::uint8_t>(candidate)), candidate);
+    return {};
+}
+
+} // namespace kest::tools

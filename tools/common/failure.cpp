@@ -1,0 +1,219 @@
+#include "tools/common/failure.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fmt/format.h>
+#include <new>
+#include <nlohmann/json.hpp>
+
+#include "tools/common/escape.h"
+#include "tools/common/output.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+constexpr std::uint16_t componentKest = 0x1300;
+
+// SRC words: 1 component and module, 2 reason code, 4 the errno of a failed call of the IIC layer.
+constexpr unsigned wordReason = 2;
+constexpr unsigned wordErrno  = 4;
+
+struct adviceRow {
+    int         error;
+    exitCode    code;
+    const char* what;
+    const char* tryThis;
+};
+
+const std::array adviceRows{
+    adviceRow{ENXIO, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
+    adviceRow{EIO, exitFailed, "a byte was not acknowledged, or the transfer ended short",
+              "try again; a write-protected chip refuses data bytes"},
+    adviceRow{ETIME, exitFailed, "the bus is held, or the chip stayed busy", "'kestctl reset BUS' frees a held bus"},
+    adviceRow{ENODATA, exitFailed, "the hub reports an error", "'kestctl errors show' has the hub's status"},
+    adviceRow{ENODEV, exitAbsent, "the bus is gone, or its node is not mapped", "check the node map in kest.toml"},
+    adviceRow{ENOENT, exitAbsent, "there is no such bus", "'kestctl topology' shows the buses there are"},
+    adviceRow{EBUSY, exitBusy, "somebody else holds it", "try again in a moment"},
+    adviceRow{EACCES, exitRefused, "not permitted", "run it as a user who may use the bus or file"},
+    adviceRow{EPERM, exitRefused, "not permitted", "run it as a user who may use the bus or file"},
+    adviceRow{EROFS, exitRefused, "read-only file system", ""},
+    adviceRow{ENOSYS, exitFailed, "the adapter or the chain of devices can't do that", ""},
+};
+
+// Reason codes under which the library reports a failed call of the IIC layer, and those that say by themselves what is wrong.
+constexpr std::array<std::uint32_t, 10> layerReasons{0x130B, 0x130C, 0x130D, 0x130E, 0x1311,
+                                                     0x1312, 0x1313, 0x1314, 0x1316, 0x1317};
+
+struct reasonRow {
+    std::uint32_t reason;
+    exitCode      code;
+    const char*   what;
+    const char*   tryThis;
+};
+
+constexpr std::array reasonRows{
+    reasonRow{0x1306, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
+    reasonRow{0x130A, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
+    reasonRow{0x1309, exitFailed, "the bus is held, or answers oddly", "'kestctl reset BUS' frees a held bus"},
+    reasonRow{0x131A, exitAbsent, "the device behind the hub does not answer", "check port and address"},
+    reasonRow{0x1315, exitWrongUse, "the device text is malformed", "see 'kestctl --help' for device texts"},
+    reasonRow{0x1302, exitWrongUse, "the chain of devices is not valid", "see 'kestctl --help' for device texts"},
+    reasonRow{0x1318, exitWrongUse, "there is no such node", "L is the local node, others are 0 to 7"},
+    reasonRow{0x132D, exitWrongUse, "this device has no such register", ""},
+};
+
+/// Calls `found` with the reason and the word at index 4 of each SRC until it answers true.
+template <typename Found>
+void findSrc(const ErrlEntry& entry, Found found)
+{
+    bool done = false;
+    for (std::uint16_t index = 0; !done; ++index) {
+        const SrciSrc*       src   = entry.getSRC(index);
+        unsigned             count = 0;
+        const std::uint32_t* words = src == nullptr ? nullptr : src->getHexData(count);
+        done = src == nullptr || (count > wordErrno && found(words[wordReason], words[wordErrno]));
+    }
+}
+
+void describe(const ErrlEntry& entry, failure& why)
+{
+    const int error = errnoOf(entry);
+    if (error != 0) {
+        const errnoAdvice advice = adviceFor(error);
+        why.code                 = advice.code;
+        why.what                 = advice.what;
+        why.tryThis              = advice.tryThis;
+        return;
+    }
+    findSrc(entry, [&](std::uint32_t reason, std::uint32_t) {
+        const auto* row = std::ranges::find(reasonRows, reason, &reasonRow::reason);
+        if (row == reasonRows.end())
+            return false;
+        why.code    = row->code;
+        why.what    = row->what;
+        why.tryThis = row->tryThis;
+        return true;
+    });
+}
+
+void replaceBus(std::string& text, const std::string& bus)
+{
+    const std::size_t at = text.find("BUS");
+    if (at != std::string::npos)
+        text.replace(at, 3, bus.empty() ? "BUS" : bus);
+}
+
+void tell(const std::string& program, bool json, const failure& why)
+{
+    std::fputs((failureLine(program, why) + "\n").c_str(), stderr);
+    if (!json || standardOutput().broken())
+        return;
+    const nlohmann::ordered_json error{{"message", why.what},
+                                       {"device", why.device},
+                                       {"step", why.step},
+                                       {"try", why.tryThis},
+                                       {"log_id", why.logId},
+                                       {"return_code", why.returnCode},
+                                       {"exit_code", static_cast<int>(why.code)}};
+    try {
+        standardOutput().json({{"error", error}});
+    } catch (const failure&) { // the line on standard error has said it all
+    }
+}
+
+/// Runs a step and turns whatever it throws into a failure. @return its exit code, or the failure's
+int guarded(const std::string& program, const bool& json, const std::function<int()>& step)
+{
+    try {
+        return step();
+    } catch (const failure& why) {
+        tell(program, json, why);
+        return why.code;
+    } catch (const std::bad_alloc&) {
+        tell(program, json, {.code = exitFailed, .what = "out of memory"});
+    } catch (const std::exception& why) {
+        tell(program, json, {.code = exitFailed, .what = why.what()});
+    }
+    return exitFailed;
+}
+
+} // namespace
+
+errnoAdvice adviceFor(int error)
+{
+    const auto* row = std::ranges::find(adviceRows, error, &adviceRow::error);
+    return row == adviceRows.end() ? errnoAdvice{exitFailed, std::strerror(error), ""}
+                                   : errnoAdvice{row->code, row->what, row->tryThis};
+}
+
+failure systemFailure(int error, const std::string& step, const std::string& object)
+{
+    return {.code   = error == EACCES || error == EPERM || error == EROFS ? exitRefused : exitFailed,
+            .what   = std::strerror(error),
+            .device = object,
+            .step   = step};
+}
+
+int errnoOf(const ErrlEntry& entry)
+{
+    int error = 0;
+    findSrc(entry, [&error](std::uint32_t reason, std::uint32_t word) {
+        if (std::ranges::find(layerReasons, reason) != layerReasons.end())
+            error = static_cast<int>(word);
+        return error != 0;
+    });
+    return error;
+}
+
+failure entryFailure(std::unique_ptr<ErrlEntry> entry, const std::string& device, const std::string& bus,
+                     const std::string& step)
+{
+    failure why{.code = exitFailed, .what = "", .device = device, .step = step};
+    why.returnCode = entry->getRC();
+    describe(*entry, why);
+    if (why.what.empty())
+        why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
+    replaceBus(why.tryThis, bus);
+    entry->commit(componentKest, ERRL_ACTION_REPORT);
+    why.logId = entry->plid();
+    if (why.tryThis.empty())
+        why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
+    return why;
+}
+
+void throwEntry(ErrlEntry* entry, const std::string& device, const std::string& bus, const std::string& step)
+{
+    if (entry != nullptr)
+        throw entryFailure(std::unique_ptr<ErrlEntry>(entry), device, bus, step);
+}
+
+std::string failureLine(const std::string& program, const failure& why)
+{
+    std::string line = program + ": ";
+    for (const std::string* part : {&why.device, &why.step})
+        if (!part->empty())
+            line += escaped(*part) + ": ";
+    line += escaped(why.what);
+    if (!why.tryThis.empty())
+        line += "; " + escaped(why.tryThis);
+    if (why.logId != 0)
+        line += fmt::format(" [log 0x{:08X}]", why.logId);
+    return line;
+}
+
+int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)
+{
+    const int code    = guarded(program, json, action);
+    const int arrived = standardOutput().broken() ? exitDone : guarded(program, json, [] {
+        standardOutput().flush();
+        return static_cast<int>(exitDone);
+    });
+    return code == exitDone ? arrived : code;
+}
+
+} // namespace kest::tools

@@ -1,0 +1,74 @@
+/// How the programs end: exit codes, and failures as one line that says which device, which step and what to try.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/errl.h"
+
+namespace kest::tools
+{
+
+/// Exit codes of the programs. Documented; the numbers stay.
+enum exitCode : int {
+    exitDone         = 0,
+    exitFailed       = 1,
+    exitWrongUse     = 2,
+    exitRefused      = 3, ///< not permitted, or not confirmed
+    exitAbsent       = 4, ///< the device, or the bus it is on, does not answer
+    exitVerifyFailed = 5,
+    exitBusy         = 6, ///< somebody else holds it
+};
+
+/// Why a command ends early; thrown, and told by runGuarded(). Texts may come from devices and clients: they are escaped when shown.
+struct failure {
+    exitCode      code = exitFailed;
+    std::string   what;            ///< what happened
+    std::string   tryThis    = {}; ///< what to try; may be empty
+    std::string   device     = {}; ///< as the user named it; may be empty
+    std::string   step       = {}; ///< what was being done; may be empty
+    std::uint32_t logId      = 0;  ///< of the committed error entry; 0 when there is none
+    std::uint32_t returnCode = 0;  ///< of that entry
+};
+
+/// A failure of the caller's own making, with the rest left to the caller to fill in.
+[[nodiscard]] inline failure wrongUse(std::string what, std::string tryThis = {})
+{
+    return {.code = exitWrongUse, .what = std::move(what), .tryThis = std::move(tryThis)};
+}
+
+/// What an `errno` of the IIC layer or the system means to the user of a program.
+struct errnoAdvice {
+    exitCode    code;
+    std::string what;
+    std::string tryThis; ///< "BUS" in it stands for the bus's path
+};
+[[nodiscard]] errnoAdvice adviceFor(int error);
+
+/// The failure for a system call.
+[[nodiscard]] failure systemFailure(int error, const std::string& step, const std::string& object);
+
+/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means.
+/// @param entry   not null; gone afterwards
+/// @param device  as the user named it
+/// @param bus     path of its bus, for the advice
+[[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const std::string& device, const std::string& bus,
+                                   const std::string& step);
+
+/// Throws entryFailure() when there is an entry.
+void throwEntry(ErrlEntry* entry, const std::string& device, const std::string& bus, const std::string& step);
+
+/// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
+[[nodiscard]] int errnoOf(const ErrlEntry& entry);
+
+/// "PROGRAM: DEVICE: STEP: WHAT; TRY [log ID]", one line, escaped, without its end.
+[[nodiscard]] std::string failureLine(const std::string& program, const failure& why);
+
+/// Runs `action` and turns what it throws into one line on standard error (and with `json` also an "error" object on standard
+/// output) and an exit code. Also makes sure that everything written to standard output arrived.
+/// @param json  asked after the action, since only parsing the command line tells
+int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action);
+
+} // namespace kest::tools

@@ -1,0 +1,86 @@
+#include "tools/common/output.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+bool wantsColour()
+{
+    const char* none     = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    return (none == nullptr || *none == 0) && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+constexpr std::array<const char*, 6> sequences{"", "\033[1m", "\033[31m", "\033[32m", "\033[33m", "\033[2m"};
+
+} // namespace
+
+void output::check(bool good)
+{
+    if (good)
+        return;
+    const int error = errno;
+    m_broken        = true;
+    throw failure{.code = exitFailed, .what = std::strerror(error), .device = "standard output", .step = "write"};
+}
+
+void output::text(std::string_view what) { check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size()); }
+
+void output::bytes(std::span<const unsigned char> what)
+{
+    check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size());
+}
+
+void output::json(const nlohmann::ordered_json& value, int indent)
+{
+    text(value.dump(indent, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+}
+
+void output::flush() { check(std::fflush(stdout) == 0); }
+
+bool output::terminal() const { return isatty(STDOUT_FILENO) == 1; }
+
+std::string output::paint(colour shade, std::string_view what) const
+{
+    static const bool wanted = wantsColour();
+    const char*       on     = wanted && terminal() ? sequences[static_cast<std::size_t>(shade)] : "";
+    return std::string(on) + std::string(what) + (*on == 0 ? "" : "\033[0m");
+}
+
+output& standardOutput()
+{
+    static output     theOne;
+    static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(ignored);
+    return theOne;
+}
+
+bool canAsk() { return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1; }
+
+void confirm(const std::string& question, bool yes)
+{
+    if (yes)
+        return;
+    if (!canAsk())
+        throw failure{.code = exitRefused, .what = question + " not confirmed", .tryThis = "--yes confirms it"};
+    std::fputs((escaped(question) + " Go on? [y/N] ").c_str(), stderr);
+    std::array<char, 16> answer{};
+    const bool           answered = std::fgets(answer.data(), answer.size(), stdin) != nullptr;
+    if (!answered || (answer[0] != 'y' && answer[0] != 'Y'))
+        throw failure{.code = exitRefused, .what = "not confirmed, nothing was done"};
+}
+
+} // namespace kest::tools

@@ -1,0 +1,52 @@
+/// Standard output of the programs: text or JSON, colour on a terminal only, and no byte lost without a word.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace kest::tools
+{
+
+enum class colour {
+    none,
+    bold,
+    red,
+    green,
+    yellow,
+    faint
+};
+
+/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written: closed pipe, full disk.
+class output
+{
+public:
+    void text(std::string_view what);
+    void bytes(std::span<const unsigned char> what);
+    /// One JSON value and a line end. Text that is not UTF-8 shows replacement characters.
+    /// @param indent  columns for each level; -1 for one line
+    void json(const nlohmann::ordered_json& value, int indent = 2);
+    void flush();
+
+    [[nodiscard]] bool terminal() const;
+    /// `what` in a colour, or as it is when standard output is no terminal or the user wants none ($NO_COLOR, TERM=dumb).
+    [[nodiscard]] std::string paint(colour shade, std::string_view what) const;
+    [[nodiscard]] bool        broken() const { return m_broken; }
+
+private:
+    void check(bool good);
+    bool m_broken = false;
+};
+
+/// The process's standard output. The first call makes writes to closed pipes answer EPIPE instead of ending the process.
+output& standardOutput();
+
+/// Whether standard input and standard error are a terminal, so that a question can be asked.
+[[nodiscard]] bool canAsk();
+
+/// Asks before something that can do harm. @param yes  answered on the command line already
+/// Throws a `failure` (exit code 3) when the answer is not yes, or there is nobody to ask.
+void confirm(const std::string& question, bool yes);
+
+} // namespace kest::tools

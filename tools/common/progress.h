@@ -1,0 +1,36 @@
+/// Progress of long work on standard error, when that is a terminal.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace kest::tools
+{
+
+/// Shows bytes done, rate and time left, in one line that is overwritten, from the second half second on.
+class progress
+{
+public:
+    /// @param what   "read planar-vpd"
+    /// @param total  bytes to do; 0 shows nothing
+    progress(std::string what, std::uint64_t total);
+    progress(const progress&)            = delete;
+    progress& operator=(const progress&) = delete;
+    ~progress(); ///< clears the line
+
+    void update(std::uint64_t done);
+
+private:
+    std::string                           m_what;
+    std::uint64_t                         m_total;
+    std::chrono::steady_clock::time_point m_start;
+    std::chrono::steady_clock::time_point m_next; ///< when the line is written again
+    bool                                  m_terminal;
+    bool                                  m_shown = false;
+};
+
+/// "12.0 KiB of 64.0 KiB, 3.1 KiB/s, 17 s left". Time left is "-" while it can't be told.
+[[nodiscard]] std::string progressText(std::uint64_t done, std::uint64_t total, std::chrono::duration<double> elapsed);
+
+} // namespace kest::tools
