@@ -21,6 +21,9 @@ std::uint32_t kest_pageSize(kest_deviceType type);
 /// @return whether the type is one of the six SEEPROMs.
 bool kest_isSeeprom(kest_deviceType type);
 
+/// @return whether the type is one that a device text may name.
+bool kest_isKnownType(kest_deviceType type);
+
 /// @return the last node; null for null.
 const kest_deviceAddress* kest_lastNode(const kest_deviceAddress* list);
 
