@@ -272,7 +272,7 @@ void requireKind(const device& which, std::initializer_list<deviceKind> kinds, c
 
 std::string detectionText(const device& which)
 {
-    return fmt::format("{}@{:02X},{}", which.bus, which.head().address, which.node);
+    return fmt::format("{}@{:02X}{}", which.bus, which.end().address, which.text.substr(which.text.find(',')));
 }
 
 std::string nameAt(const busName& bus, std::uint8_t address)

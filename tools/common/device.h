@@ -80,7 +80,7 @@ void refuseUnservedChain(const device& which);
 /// Throws a `failure` (exit code 2) unless the end device is of one of the kinds. @param verb  "port read"
 void requireKind(const device& which, std::initializer_list<deviceKind> kinds, const std::string& verb);
 
-/// The device path with the address that detection is to probe: "sim:planar@A0,L".
+/// The device text with the address that detection is to probe in its path: "sim:planar@A0,L,2C0256,A0".
 [[nodiscard]] std::string detectionText(const device& which);
 
 /// Name of a device on the same bus whose address is that of `address`, for listings; empty when the table has none.

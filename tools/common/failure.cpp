@@ -113,15 +113,8 @@ void tell(const std::string& program, bool json, const failure& why)
     std::fputs((failureLine(program, why) + "\n").c_str(), stderr);
     if (!json || standardOutput().broken())
         return;
-    const nlohmann::ordered_json error{{"message", why.what},
-                                       {"device", why.device},
-                                       {"step", why.step},
-                                       {"try", why.tryThis},
-                                       {"log_id", why.logId},
-                                       {"return_code", why.returnCode},
-                                       {"exit_code", static_cast<int>(why.code)}};
     try {
-        standardOutput().json({{"error", error}});
+        standardOutput().json({{"error", errorJson(why)}});
     } catch (const failure&) { // the line on standard error has said it all
     }
 }
@@ -204,6 +197,17 @@ std::string failureLine(const std::string& program, const failure& why)
     if (why.logId != 0)
         line += fmt::format(" [log 0x{:08X}]", why.logId);
     return line;
+}
+
+nlohmann::ordered_json errorJson(const failure& why)
+{
+    return {{"message", why.what},
+            {"device", why.device},
+            {"step", why.step},
+            {"try", why.tryThis},
+            {"log_id", why.logId},
+            {"return_code", why.returnCode},
+            {"exit_code", static_cast<int>(why.code)}};
 }
 
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)

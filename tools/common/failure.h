@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "platform/errl.h"
@@ -65,6 +66,9 @@ void throwEntry(ErrlEntry* entry, const std::string& device, const std::string& 
 
 /// "PROGRAM: DEVICE: STEP: WHAT; TRY [log ID]", one line, escaped, without its end.
 [[nodiscard]] std::string failureLine(const std::string& program, const failure& why);
+
+/// The value of an "error" field.
+[[nodiscard]] nlohmann::ordered_json errorJson(const failure& why);
 
 /// Runs `action` and turns what it throws into one line on standard error (and with `json` also an "error" object on standard
 /// output) and an exit code. Also makes sure that everything written to standard output arrived.

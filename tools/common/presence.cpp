@@ -1,0 +1,48 @@
+#include "tools/common/presence.h"
+
+#include <memory>
+
+#include "kest/detect.h"
+#include "kest/seeprom.h"
+#include "tools/common/attributes.h"
+#include "tools/common/failure.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+ErrlEntry* readOneByte(const device& which, std::uint32_t speedKhz)
+{
+    const attributeRecord attributes = hardwareAttributes(speedKhz);
+    unsigned              length     = 1;
+    unsigned char*        data       = nullptr;
+    ErrlEntry*            entry  = KEST_seepromRead(tavoAddress(which), nullptr, 0, &length, &data, attributes.data());
+    void*                 buffer = data;
+    tavo_util_free(&buffer);
+    return entry;
+}
+
+ErrlEntry* detect(const device& which, std::uint32_t speedKhz)
+{
+    const attributeRecord attributes = hardwareAttributes(speedKhz);
+    return KEST_detectDevice(detectionText(which).c_str(), speedKhz == 0 ? nullptr : attributes.data());
+}
+
+} // namespace
+
+void checkPresence(const device& which, std::uint32_t speedKhz)
+{
+    refuseUnservedChain(which);
+    ErrlEntry* entry = which.behindHub() ? readOneByte(which, speedKhz) : detect(which, speedKhz);
+    if (entry == nullptr)
+        return;
+    failure why = entryFailure(std::unique_ptr<ErrlEntry>(entry), which.label, which.bus, "detect");
+    if (why.code == exitAbsent) {
+        const std::string hint = wrongFormHint(which);
+        why.tryThis            = hint.empty() ? why.tryThis : hint;
+    }
+    throw why;
+}
+
+} // namespace kest::tools

@@ -1,0 +1,335 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fmt/format.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <ranges>
+
+#include "platform/host/errorlog/store.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+#include "tools/common/when.h"
+#include "tools/kestctl/codes.h"
+#include "tools/kestctl/records.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+constexpr std::uint32_t wordModule    = 1;
+constexpr std::uint32_t wordReason    = 2;
+constexpr std::uint32_t wordSubsystem = 3;
+constexpr std::uint32_t wordUserData  = 4;
+
+host::entryFilter storeFilter(const errorsFilter& wanted)
+{
+    host::entryFilter filter;
+    if (!wanted.since.empty())
+        filter.sinceMs = parseTime(wanted.since, "--since");
+    filter.severity = wanted.severity;
+    if (wanted.component)
+        filter.component = static_cast<std::uint16_t>(*wanted.component);
+    filter.limit = wanted.limit;
+    return filter;
+}
+
+/// The log's entries; what is missing is told and spoils the exit code, but not the rest.
+std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& code)
+{
+    host::entryList list = host::listEntries(filter);
+    if (!list.error.empty()) {
+        std::fputs(
+            (failureLine("kestctl", {.code = exitFailed, .what = list.error, .step = "read the error log"}) + "\n")
+                .c_str(),
+            stderr);
+        code = exitFailed;
+    }
+    return std::move(list.entries);
+}
+
+std::string hex(const std::vector<std::uint8_t>& bytes)
+{
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text += fmt::format("{:02x}", byte);
+    return text;
+}
+
+bool isText(const std::vector<std::uint8_t>& bytes)
+{
+    return !bytes.empty() && std::ranges::all_of(bytes, [](std::uint8_t byte) { return byte >= 0x20 && byte < 0x7F; });
+}
+
+std::string asText(const std::vector<std::uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
+
+/// A code with its name: "0x1311 nothing answers".
+std::string named(const std::string& number, const char* name) { return *name == 0 ? number : number + " " + name; }
+
+ordered_json srcJson(const host::loggedSrc& src)
+{
+    const std::uint32_t module = src.words[wordModule] & 0xFFFFU;
+    return {{"words", src.words},
+            {"creator", src.creator},
+            {"module", module},
+            {"module_name", moduleText(module)},
+            {"reason", src.words[wordReason]},
+            {"reason_text", reasonText(src.words[wordReason])},
+            {"subsystem", src.words[wordSubsystem]},
+            {"user_data",
+             {src.words[wordUserData], src.words[wordUserData + 1], src.words[wordUserData + 2],
+              src.words[wordUserData + 3]}}};
+}
+
+template <typename Items, typename Show>
+ordered_json listJson(const Items& items, Show show)
+{
+    ordered_json list = ordered_json::array();
+    for (const auto& item : items)
+        list.push_back(show(item));
+    return list;
+}
+
+ordered_json headJson(const host::loggedEntry& entry)
+{
+    return {{"id", entry.plid},
+            {"committed", timeText(entry.committedMs)},
+            {"created", timeText(entry.createdMs)},
+            {"severity", entry.severity},
+            {"return_code", entry.returnCode},
+            {"creator", entry.creator},
+            {"process", entry.process},
+            {"process_id", entry.processId},
+            {"action", entry.commitAction},
+            {"reason", entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason]},
+            {"reason_text", entry.srcs.empty() ? "" : reasonText(entry.srcs.front().words[wordReason])}};
+}
+
+ordered_json entryJson(const host::loggedEntry& entry)
+{
+    ordered_json result    = headJson(entry);
+    result["event_type"]   = entry.eventType;
+    result["incomplete"]   = entry.incomplete;
+    result["srcs"]         = listJson(entry.srcs, srcJson);
+    result["callouts"]     = listJson(entry.callouts, [](const host::loggedCallout& callout) -> ordered_json {
+        return {{"priority", callout.priority},
+                {"procedure", callout.procedure},
+                {"text", procedureText(callout.procedure)}};
+    });
+    result["fru_callouts"] = listJson(entry.fruCallouts, [](const host::loggedFruCallout& callout) -> ordered_json {
+        return {{"priority", callout.priority}, {"fru", callout.fru}};
+    });
+    result["software_errors"] =
+        listJson(entry.softwareErrors, [](const host::loggedSoftwareError& error) -> ordered_json {
+            return {{"component", error.component},
+                    {"return_code", error.returnCode},
+                    {"module", error.word1},
+                    {"site", error.word2}};
+        });
+    result["user_details"] = listJson(entry.userDetails, [](const host::loggedDetails& details) -> ordered_json {
+        ordered_json row{{"component", details.component},
+                         {"version", details.version},
+                         {"subsection", details.subsection},
+                         {"name", subsectionText(details.subsection)},
+                         {"hex", hex(details.bytes)}};
+        if (isText(details.bytes))
+            row["text"] = asText(details.bytes);
+        return row;
+    });
+    result["traces"]       = listJson(entry.traces, [](const host::loggedTrace& trace) -> ordered_json {
+        return {{"buffer", trace.buffer}, {"text", trace.text}};
+    });
+    return result;
+}
+
+void showRow(const host::loggedEntry& entry)
+{
+    const std::uint32_t reason = entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason];
+    standardOutput().text(fmt::format(
+        "{} {:.19}  {:08X}  {}\n", standardOutput().paint(colour::bold, fmt::format("0x{:08X}", entry.plid)),
+        timeText(entry.committedMs), entry.returnCode, named(fmt::format("{:04X}", reason), reasonText(reason))));
+}
+
+void line(const std::string& name, const std::string& value)
+{
+    standardOutput().text(fmt::format("{:<16}{}\n", name, value));
+}
+
+void showSrc(std::size_t index, const host::loggedSrc& src)
+{
+    const std::uint32_t module = src.words[wordModule] & 0xFFFFU;
+    line(fmt::format("SRC {}", index + 1),
+         named(fmt::format("0x{:04X}", src.words[wordReason]), reasonText(src.words[wordReason])));
+    line("  module", named(std::to_string(module), moduleText(module)));
+    line("  subsystem",
+         named(fmt::format("0x{:02X}", src.words[wordSubsystem]), subsystemText(src.words[wordSubsystem])));
+    line("  user data", fmt::format("{:08X} {:08X} {:08X} {:08X}", src.words[wordUserData], src.words[wordUserData + 1],
+                                    src.words[wordUserData + 2], src.words[wordUserData + 3]));
+}
+
+void showDetails(const host::loggedDetails& details)
+{
+    const std::string name = subsectionText(details.subsection);
+    line("details " + std::to_string(details.subsection), name.empty() ? "user details" : name);
+    if (isText(details.bytes)) {
+        standardOutput().text("  " + escaped(asText(details.bytes)) + "\n");
+        return;
+    }
+    constexpr std::size_t columns = 16;
+    for (std::size_t at = 0; at < details.bytes.size(); at += columns) {
+        const auto  end = std::min(at + columns, details.bytes.size());
+        std::string row = fmt::format("  {:04x} ", at);
+        for (std::size_t index = at; index < end; ++index)
+            row += fmt::format(" {:02x}", details.bytes[index]);
+        standardOutput().text(row + "\n");
+    }
+}
+
+/// Each line of a text, escaped and indented.
+void showLines(const std::string& text)
+{
+    for (const auto part : std::views::split(text, '\n')) {
+        const std::string row(part.begin(), part.end());
+        if (!row.empty())
+            standardOutput().text("  " + escaped(row) + "\n");
+    }
+}
+
+void showEntry(const host::loggedEntry& entry)
+{
+    line("entry", standardOutput().paint(colour::bold, fmt::format("0x{:08X}", entry.plid)));
+    line("committed", timeText(entry.committedMs));
+    line("severity", named(fmt::format("0x{:02X}", entry.severity), severityText(entry.severity)));
+    line("return code", fmt::format("0x{:08X}", entry.returnCode));
+    line("process", fmt::format("{} ({})", escaped(entry.process), entry.processId));
+    line("commit action", fmt::format("0x{:04X}", entry.commitAction));
+    for (std::size_t index = 0; index < entry.srcs.size(); ++index)
+        showSrc(index, entry.srcs[index]);
+    for (const host::loggedCallout& callout : entry.callouts)
+        line("callout", fmt::format("priority {}, procedure {}", callout.priority,
+                                    named(std::to_string(callout.procedure), procedureText(callout.procedure))));
+    for (const host::loggedFruCallout& callout : entry.fruCallouts)
+        line("part callout", fmt::format("priority {}, device number 0x{:04X}", callout.priority, callout.fru));
+    for (const host::loggedSoftwareError& error : entry.softwareErrors)
+        line("step failed", fmt::format("return code 0x{:08X}, module {}, site {}", error.returnCode,
+                                        named(std::to_string(error.word1), moduleText(error.word1)), error.word2));
+    for (const host::loggedDetails& details : entry.userDetails)
+        showDetails(details);
+    for (const host::loggedTrace& trace : entry.traces) {
+        line("trace", escaped(trace.buffer));
+        showLines(trace.text);
+    }
+    if (entry.incomplete)
+        line("incomplete", "an item is missing for lack of memory");
+}
+
+/// A file that is there whole or, for "-", standard output.
+class exportFile
+{
+public:
+    explicit exportFile(const std::string& name)
+        : m_name(name), m_file(name == "-" ? nullptr : std::fopen(name.c_str(), "w"))
+    {
+        check(name == "-" || m_file != nullptr);
+    }
+    exportFile(const exportFile&)            = delete;
+    exportFile& operator=(const exportFile&) = delete;
+    ~exportFile()
+    {
+        if (m_file != nullptr)
+            std::fclose(m_file);
+    }
+    void line(const ordered_json& value)
+    {
+        const std::string text = value.dump(-1, ' ', true, ordered_json::error_handler_t::replace) + "\n";
+        if (m_file == nullptr)
+            standardOutput().text(text);
+        else
+            check(std::fwrite(text.data(), 1, text.size(), m_file) == text.size());
+    }
+    void finish()
+    {
+        if (m_file != nullptr)
+            check(std::fclose(std::exchange(m_file, nullptr)) == 0);
+    }
+
+private:
+    void check(bool good) const
+    {
+        if (!good)
+            throw systemFailure(errno, "export", m_name);
+    }
+    std::string m_name;
+    std::FILE*  m_file;
+};
+
+} // namespace
+
+int runErrorsList(const context& shared, const errorsListOptions& options)
+{
+    int        code    = exitDone;
+    const auto entries = entriesOf(storeFilter(options.filter), code);
+    if (shared.json) {
+        standardOutput().json({{"entries", listJson(entries, headJson)}});
+    } else {
+        if (!entries.empty())
+            standardOutput().text("entry      committed (UTC)      code      first reason\n");
+        for (const host::loggedEntry& entry : entries)
+            showRow(entry);
+    }
+    return code;
+}
+
+int runErrorsShow(const context& shared, const errorsShowOptions& options)
+{
+    int               code = exitDone;
+    host::entryFilter filter;
+    if (options.id == "last")
+        filter.limit = 1;
+    else
+        filter.plid = static_cast<std::uint32_t>(parseNumber(options.id, "entry", 0xFFFFFFFF));
+    const auto entries = entriesOf(filter, code);
+    if (entries.empty())
+        throw failure{.code    = exitFailed,
+                      .what    = "no such error entry",
+                      .tryThis = "'kestctl errors list' shows them",
+                      .device  = options.id};
+    if (shared.json)
+        standardOutput().json(entryJson(entries.front()));
+    else
+        showEntry(entries.front());
+    return code;
+}
+
+int runErrorsExport(const context& shared, const errorsExportOptions& options)
+{
+    int        code    = exitDone;
+    const auto entries = entriesOf(storeFilter(options.filter), code);
+    exportFile file(options.file);
+    for (const host::loggedEntry& entry : std::views::reverse(entries))
+        file.line(entryJson(entry));
+    file.finish();
+    if (options.file != "-" && shared.json)
+        standardOutput().json({{"file", options.file}, {"entries", entries.size()}});
+    else if (options.file != "-")
+        standardOutput().text(fmt::format("{} entries written to {}\n", entries.size(), escaped(options.file)));
+    return code;
+}
+
+int runErrorsClear(const context& shared, const errorsClearOptions& options)
+{
+    confirm("All error entries will be deleted.", options.yes);
+    const std::string error = host::clearEntries();
+    if (!error.empty())
+        throw failure{.code = exitFailed, .what = error, .step = "clear the error log"};
+    if (shared.json)
+        standardOutput().json({{"cleared", true}});
+    return exitDone;
+}
+
+} // namespace kest::tools

@@ -1,0 +1,89 @@
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <array>
+
+#include "platform/host/registry/configuration.h"
+#include "tools/common/failure.h"
+#include "tools/common/output.h"
+#include "tools/kestctl/commands.h"
+#include "tools/kestctl/context.h"
+
+namespace
+{
+
+using namespace kest::tools;
+
+constexpr std::array areas{addDetect, addScan,    addTopology, addDevices, addReset,
+                           addPort,   addThermal, addErrors,   addTrace,   addSim};
+
+constexpr const char* about =
+    "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders, sensors, hubs.";
+
+constexpr const char* footer = R"(DEVICE is a name or number of the device table ('kestctl devices') or a device
+text, whose types, addresses and ports are hexadecimal:
+  PATH,NODE,TYPE,ADDRESS                  sim:planar,L,2C0256,A0
+  PATH,NODE,922,HUB,PORT,TYPE,ADDRESS     /dev/i2c-1,L,922,80,3,2C0128,A2
+PATH is /dev/i2c-N or sim:BUS; NODE is L (local) or 0 to 7. Addresses are in the
+8-bit form: A0 is the chip that other tools call 0x50.
+Types: 1C0002 24C02, 2C0032 24C32, 2C0064 24C64, 2C0128 24C128, 2C0256 24C256,
+2C0512 24C512, 9551 9552 9554 9555 PCA955x, 75 LM75, 92 LM92, 922 hub.
+
+Try it without hardware:
+  kestctl sim new demo && export KEST_CONFIG=$PWD/demo/kest.toml
+  kestctl scan sim:planar
+  kestctl detect planar-vpd
+  kestctl thermal read planar-temp
+
+Exit codes: 0 done, 1 failed, 2 wrong use, 3 refused (not permitted or not
+confirmed), 4 device absent, 5 verify failed, 6 busy.)";
+
+void setUp(CLI::App& app, context& shared)
+{
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(footer);
+    app.get_formatter()->column_width(26);
+    app.set_version_flag("--version", "kestctl " KEST_VERSION, "show the version and end");
+    app.add_flag("--json", shared.json, "JSON on standard output instead of text");
+    app.add_option_function<std::string>(
+           "--config", [](const std::string& file) { kest::host::useConfigurationFile(file); },
+           "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml")
+        ->type_name("FILE");
+    for (const auto& add : areas)
+        add(app, shared);
+}
+
+/// The subcommand that the wrong use was about, for the hint: "kestctl port write".
+std::string deepestCommand(const CLI::App& app)
+{
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app.get_name() : app.get_name() + " " + deepestCommand(*chosen.front());
+}
+
+int parseAndRun(int count, char** words, context& shared)
+{
+    CLI::App app(about, "kestctl");
+    setUp(app, shared);
+    try {
+        app.parse(count, words);
+    } catch (const CLI::ParseError& end) {
+        if (end.get_exit_code() != 0)
+            throw wrongUse(end.what(), "'" + deepestCommand(app) + " --help' shows how");
+        std::ostringstream text;
+        app.exit(end, text, text);
+        standardOutput().text(text.str());
+        return exitDone;
+    }
+    if (shared.needsConfiguration && !kest::host::configurationError().empty())
+        throw wrongUse(kest::host::configurationError(), "repair it, or name another file by --config");
+    return shared.action();
+}
+
+} // namespace
+
+int main(int count, char** words)
+{
+    context shared;
+    return runGuarded("kestctl", shared.json, [&] { return parseAndRun(count, words, shared); });
+}

@@ -1,0 +1,215 @@
+#include "tools/kestctl/port.h"
+
+#include <algorithm>
+#include <array>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "kest/dataport.h"
+#include "tools/common/attributes.h"
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+/// Which devices know a word of the command line.
+enum class family : std::uint8_t {
+    leds,
+    expanders,
+    all
+};
+
+struct operationRow {
+    const char*      word;
+    kest_dpOperation operation;
+    family           known;
+};
+
+constexpr std::array operations{
+    operationRow{"on", KEST_DP_SELECT_00, family::leds},     operationRow{"off", KEST_DP_SELECT_01, family::leds},
+    operationRow{"blink0", KEST_DP_SELECT_10, family::leds}, operationRow{"blink1", KEST_DP_SELECT_11, family::leds},
+    operationRow{"low", KEST_DP_SELECT_00, family::all},     operationRow{"high", KEST_DP_SELECT_01, family::all},
+    operationRow{"copy", KEST_DP_COPY, family::all},
+};
+
+struct functionRow {
+    const char*   word;
+    kest_dpConfig config;
+    family        known;
+    bool          perPin;       ///< takes pins; else one byte
+    unsigned      pinsRequired; ///< of a chip that has it
+};
+
+constexpr std::array functions{
+    functionRow{"input", KEST_DP_CONFIG_INPUT, family::expanders, true, 0},
+    functionRow{"output", KEST_DP_CONFIG_OUTPUT, family::expanders, true, 0},
+    functionRow{"prescaler0", KEST_DP_CONFIG_PRESCALER0, family::leds, false, 0},
+    functionRow{"duty0", KEST_DP_CONFIG_DUTY0, family::leds, false, 0},
+    functionRow{"prescaler1", KEST_DP_CONFIG_PRESCALER1, family::leds, false, 0},
+    functionRow{"duty1", KEST_DP_CONFIG_DUTY1, family::leds, false, 0},
+    functionRow{"polarity0", KEST_DP_CONFIG_POLARITY0, family::expanders, false, 0},
+    functionRow{"polarity1", KEST_DP_CONFIG_POLARITY1, family::expanders, false, 16},
+};
+
+family familyOf(const device& which)
+{
+    const kest_deviceType type = which.end().type->type;
+    return type == KEST_DEV_9551 || type == KEST_DEV_9552 ? family::leds : family::expanders;
+}
+
+/// Finds a word that the device knows; complains with those it does.
+template <typename Rows>
+const auto& findWord(const Rows& rows, const std::string& word, const device& which, const std::string& what)
+{
+    const auto served = [&which](const auto& row) { return row.known == family::all || row.known == familyOf(which); };
+    const auto row =
+        std::ranges::find_if(rows, [&](const auto& candidate) { return word == candidate.word && served(candidate); });
+    if (row != rows.end())
+        return *row;
+    std::string known;
+    for (const auto& candidate : rows)
+        if (served(candidate))
+            known += fmt::format("{}{}", known.empty() ? "" : ", ", candidate.word);
+    throw wrongUse(fmt::format("{} '{}': a {} knows {}", what, word, which.end().type->chip, known));
+}
+
+device portDevice(const std::string& name, const std::string& verb, bool sensors)
+{
+    device which = findDevice(name);
+    refuseUnservedChain(which);
+    if (!sensors || which.end().type->kind != deviceKind::sensor)
+        requireKind(which, {deviceKind::registers}, verb);
+    return which;
+}
+
+std::uint32_t allPins(const device& which) { return (1U << which.end().type->pins) - 1; }
+
+/// The pins given by number or list; exactly one of the two is there.
+std::uint32_t chosenPins(const std::string& bits, const std::string& pins, const device& which, const std::string& what)
+{
+    if (bits.empty() == pins.empty())
+        throw wrongUse("give either " + what + " or --pins");
+    return pins.empty() ? static_cast<std::uint32_t>(parseNumber(bits, what, allPins(which)))
+                        : parsePins(pins, which.end().type->pins);
+}
+
+std::string pinList(std::uint32_t pins)
+{
+    std::string text;
+    for (unsigned pin = 0; pin < 32; ++pin)
+        if ((pins >> pin & 1U) != 0)
+            text += fmt::format("{}{}", text.empty() ? "" : ",", pin);
+    return text.empty() ? "none" : text;
+}
+
+/// Pin 15 of the PCA9552 at C0 or C2 is the reset line of two hubs.
+struct resetLine {
+    std::uint8_t address;
+    const char*  hubs;
+};
+constexpr std::array resetLines{resetLine{0xC0, "80 and 88"}, resetLine{0xC2, "82 and 8A"}};
+constexpr unsigned   resetPin = 15;
+
+void guardResetLine(const device& which, std::uint32_t pins, bool yes)
+{
+    const auto line = std::ranges::find(resetLines, which.end().address, &resetLine::address);
+    if (which.end().type->type == KEST_DEV_9552 && line != resetLines.end() && (pins >> resetPin & 1U) != 0)
+        confirm(fmt::format("Pin {} of {} is the reset line of the hubs at {}.", resetPin, which.label, line->hubs),
+                yes);
+}
+
+nlohmann::ordered_json head(const device& which)
+{
+    return {{"device", which.label}, {"text", which.text}, {"type", which.end().type->chip}};
+}
+
+} // namespace
+
+int runPortRead(const context& shared, const portReadOptions& options)
+{
+    const device          which      = portDevice(options.device, "port read", true);
+    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
+    std::uint32_t         value      = 0;
+    throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which.label, which.bus,
+               "port read");
+    if (shared.json) {
+        nlohmann::ordered_json result = head(which);
+        result["mask"]                = options.mask;
+        result["value"]               = value;
+        standardOutput().json(result);
+        return exitDone;
+    }
+    const unsigned digits = which.end().type->pins / 4;
+    standardOutput().text(fmt::format("{}: 0x{:0{}X}\n", escaped(which.label), value, digits));
+    if (which.end().type->kind == deviceKind::registers)
+        standardOutput().text(
+            fmt::format("high: {}\nlow:  {}\n", pinList(value), pinList(~value & options.mask & allPins(which))));
+    return exitDone;
+}
+
+int runPortWrite(const context& shared, const portWriteOptions& options)
+{
+    const device        which     = portDevice(options.device, "port write", false);
+    const operationRow& operation = findWord(operations, options.operation, which, "operation");
+    const bool          copies    = operation.operation == KEST_DP_COPY;
+    const std::uint32_t bits      = chosenPins(options.bits, options.pins, which, "BITS");
+    if (!copies && !options.mask.empty())
+        throw wrongUse("--mask goes with copy alone");
+    const std::uint32_t mask = options.mask.empty()
+                                   ? allPins(which)
+                                   : static_cast<std::uint32_t>(parseNumber(options.mask, "--mask", allPins(which)));
+    guardResetLine(which, copies ? mask : bits, options.yes);
+    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
+    throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which.label,
+               which.bus, "port write");
+    if (shared.json) {
+        nlohmann::ordered_json result = head(which);
+        result["operation"]           = operation.word;
+        result["bits"]                = bits;
+        result["mask"]                = copies ? mask : bits;
+        standardOutput().json(result);
+    } else if (copies) {
+        standardOutput().text(
+            fmt::format("{}: pins {} set to 0x{:X}\n", escaped(which.label), pinList(mask), bits & mask));
+    } else {
+        standardOutput().text(fmt::format("{}: pins {} {}\n", escaped(which.label), pinList(bits), operation.word));
+    }
+    return exitDone;
+}
+
+int runPortConfig(const context& shared, const portConfigOptions& options)
+{
+    constexpr std::uint64_t highestByte = 0xFF;
+    const device            which       = portDevice(options.device, "port config", false);
+    const functionRow&      function    = findWord(functions, options.function, which, "function");
+    if (which.end().type->pins < function.pinsRequired)
+        throw wrongUse(fmt::format("function '{}': a {} has one port, and its function is polarity0", function.word,
+                                   which.end().type->chip));
+    if (!function.perPin && !options.pins.empty())
+        throw wrongUse(fmt::format("{} takes a VALUE, not --pins", function.word));
+    const std::uint32_t   value      = function.perPin
+                                           ? chosenPins(options.value, options.pins, which, "VALUE")
+                                           : static_cast<std::uint32_t>(parseNumber(options.value, "VALUE", highestByte));
+    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
+    throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which.label, which.bus,
+               "port config");
+    if (shared.json) {
+        nlohmann::ordered_json result = head(which);
+        result["function"]            = function.word;
+        result["value"]               = value;
+        standardOutput().json(result);
+    } else {
+        standardOutput().text(
+            function.perPin ? fmt::format("{}: pins {} are {}s\n", escaped(which.label), pinList(value), function.word)
+                            : fmt::format("{}: {} is 0x{:02X}\n", escaped(which.label), function.word, value));
+    }
+    return exitDone;
+}
+
+} // namespace kest::tools

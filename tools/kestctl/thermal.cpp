@@ -1,0 +1,126 @@
+#include "tools/kestctl/thermal.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "kest/thermal.h"
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/output.h"
+#include "tools/common/when.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
+
+/// SIGINT and SIGTERM, kept back so that they end a pause between samples and never a sample.
+class stopSignals
+{
+public:
+    stopSignals()
+    {
+        sigemptyset(&m_set);
+        sigaddset(&m_set, SIGINT);
+        sigaddset(&m_set, SIGTERM);
+        sigprocmask(SIG_BLOCK, &m_set, nullptr);
+    }
+    /// Waits for one. @return false when the time passed without any
+    [[nodiscard]] bool within(std::uint64_t nanoseconds) const
+    {
+        const timespec pause{static_cast<time_t>(nanoseconds / nanosecondsPerSecond),
+                             static_cast<long>(nanoseconds % nanosecondsPerSecond)};
+        return sigtimedwait(&m_set, nullptr, &pause) >= 0;
+    }
+
+private:
+    sigset_t m_set{};
+};
+
+std::uint16_t readSample(const device& which)
+{
+    KEST_thermal_sensor_info info{.devicePath = which.text.c_str(), .temperature = 0, .status = 0};
+    throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which.label, which.bus, "thermal read");
+    if (info.status != KEST_THERMAL_VALID)
+        throw failure{
+            .code = exitFailed, .what = "the reading is not valid", .device = which.label, .step = "thermal read"};
+    return info.temperature;
+}
+
+void show(const context& shared, const device& which, std::uint16_t raw, bool oneLine)
+{
+    const double degrees = celsius(which.end().type->type, raw);
+    if (shared.json)
+        standardOutput().json({{"time", timeText(nowMs())},
+                               {"device", which.label},
+                               {"type", which.end().type->chip},
+                               {"raw", raw},
+                               {"celsius", degrees}},
+                              oneLine ? -1 : 2);
+    else
+        standardOutput().text(fmt::format("{}{}: {} C (0x{:04X})\n", oneLine ? timeText(nowMs()) + " " : "",
+                                          escaped(which.label), degrees, raw));
+    standardOutput().flush();
+}
+
+/// One sample of many: a failed one is told, and the next one is taken all the same.
+int watchedSample(const context& shared, const device& which)
+{
+    try {
+        show(shared, which, readSample(which), true);
+    } catch (const failure& why) {
+        if (standardOutput().broken())
+            throw;
+        std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
+        if (shared.json)
+            standardOutput().json({{"time", timeText(nowMs())}, {"device", which.label}, {"error", errorJson(why)}},
+                                  -1);
+        return why.code;
+    }
+    return exitDone;
+}
+
+int watch(const context& shared, const device& which, const thermalReadOptions& options)
+{
+    const stopSignals stop;
+    int               code = exitDone;
+    std::uint64_t     left = options.count;
+    do {
+        const int sample = watchedSample(shared, which);
+        code             = sample == exitDone ? code : sample;
+    } while ((options.count == 0 || --left != 0) && !stop.within(*options.intervalNs));
+    return code;
+}
+
+} // namespace
+
+double celsius(kest_deviceType type, std::uint16_t raw)
+{
+    constexpr int    lm92Bits         = 13;
+    constexpr int    lm75Bits         = 11; // of a part with 9 bits the last two are 0
+    constexpr double degreesPerTopBit = 256;
+    const int        bits             = type == KEST_DEV_92 ? lm92Bits : lm75Bits;
+    const int        unused           = 16 - bits;
+    const int        word             = (static_cast<std::int16_t>(raw) >> unused);
+    return word * degreesPerTopBit / (1 << bits);
+}
+
+int runThermalRead(const context& shared, const thermalReadOptions& options)
+{
+    const device which = findDevice(options.device);
+    refuseUnservedChain(which);
+    requireKind(which, {deviceKind::sensor}, "thermal read");
+    if (options.intervalNs)
+        return watch(shared, which, options);
+    show(shared, which, readSample(which), false);
+    return exitDone;
+}
+
+} // namespace kest::tools

@@ -1,0 +1,133 @@
+#include <algorithm>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "platform/host/registry/configuration.h"
+#include "platform/host/trace/reader.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/output.h"
+#include "tools/common/when.h"
+#include "tools/kestctl/records.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+constexpr std::int64_t nsPerMs       = 1'000'000;
+constexpr std::size_t  bytesOfBinary = 32; // shown of a binary record
+
+struct shownRecord {
+    host::ringInfo    ring;
+    host::traceRecord record;
+};
+
+std::vector<host::ringInfo> ringsOf(const traceOptions& options)
+{
+    const std::filesystem::path folder =
+        options.folder.empty() ? host::currentConfiguration().traceFolder : std::filesystem::path(options.folder);
+    std::error_code error;
+    if (!options.folder.empty() && !std::filesystem::is_directory(folder, error))
+        throw wrongUse("'" + options.folder + "' is no folder");
+    std::vector<host::ringInfo> rings = host::listRings(folder);
+    std::erase_if(rings, [&options](const host::ringInfo& ring) {
+        return (options.pid && ring.pid != *options.pid) || (!options.buffer.empty() && ring.buffer != options.buffer);
+    });
+    return rings;
+}
+
+ordered_json ringJson(const host::ringInfo& ring)
+{
+    return {{"process_id", ring.pid},
+            {"process", ring.processName},
+            {"alive", ring.alive},
+            {"buffer", ring.buffer},
+            {"created", timeText(static_cast<std::int64_t>(ring.createdNs) / nsPerMs)},
+            {"file", ring.file.string()}};
+}
+
+ordered_json bytesJson(const std::vector<std::uint8_t>& bytes)
+{
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text += fmt::format("{:02x}", byte);
+    return text;
+}
+
+ordered_json recordJson(const shownRecord& shown)
+{
+    const host::traceRecord& record = shown.record;
+    ordered_json             row{{"time_ns", record.timeNs},
+                     {"process_id", shown.ring.pid},
+                     {"process", shown.ring.processName},
+                     {"buffer", shown.ring.buffer},
+                     {"thread", record.thread},
+                     {"hash", record.hash},
+                     {"line", record.line},
+                     {"cut", record.cut}};
+    if (record.binary) {
+        row["header"]    = bytesJson(record.header);
+        row["data"]      = bytesJson(record.data);
+        row["data_size"] = record.dataSize;
+    } else {
+        row["text"] = record.text;
+    }
+    return row;
+}
+
+int listRings(const context& shared, const std::vector<host::ringInfo>& rings)
+{
+    if (shared.json) {
+        ordered_json rows = ordered_json::array();
+        for (const host::ringInfo& ring : rings)
+            rows.push_back(ringJson(ring));
+        standardOutput().json({{"rings", rows}});
+        return exitDone;
+    }
+    for (const host::ringInfo& ring : rings)
+        standardOutput().text(fmt::format("{:>8} {:<16} {:<6} {:<8} {}\n", ring.pid, escaped(ring.processName),
+                                          ring.alive ? "alive" : "ended", escaped(ring.buffer),
+                                          timeText(static_cast<std::int64_t>(ring.createdNs) / nsPerMs)));
+    return exitDone;
+}
+
+} // namespace
+
+int runTrace(const context& shared, const traceOptions& options)
+{
+    const std::vector<host::ringInfo> rings = ringsOf(options);
+    if (options.list)
+        return listRings(shared, rings);
+    int                      code = exitDone;
+    std::vector<shownRecord> records;
+    for (const host::ringInfo& ring : rings) {
+        host::ringContents contents = host::readRing(ring.file);
+        if (!contents.error.empty()) {
+            std::fputs(
+                (failureLine("kestctl", {.code = exitFailed, .what = contents.error, .device = ring.file.string()}) +
+                 "\n")
+                    .c_str(),
+                stderr);
+            code = exitFailed;
+        }
+        for (host::traceRecord& record : contents.records)
+            records.push_back({ring, std::move(record)});
+    }
+    std::ranges::stable_sort(records, {}, [](const shownRecord& shown) { return shown.record.timeNs; });
+    if (options.last != 0 && records.size() > options.last)
+        records.erase(records.begin(), records.end() - options.last);
+    for (const shownRecord& shown : records) {
+        if (shared.json)
+            standardOutput().json(recordJson(shown), -1);
+        else
+            standardOutput().text(fmt::format("{}/{} {:<4} {}\n", escaped(shown.ring.processName), shown.ring.pid,
+                                              escaped(shown.ring.buffer),
+                                              host::renderRecord(shown.record, bytesOfBinary)));
+    }
+    return code;
+}
+
+} // namespace kest::tools
