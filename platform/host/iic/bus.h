@@ -1,0 +1,127 @@
+/// One IIC bus, as the layer sees it: transactions, a probe, a reset, and what the adapter is able to do.
+///
+/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of transfers are written once, above it.
+/// Addresses are in the 8-bit form, even. Implementations: bus_linux.cpp, bus_sim.cpp.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace kest::host::iic
+{
+
+enum class direction : std::uint8_t {
+    write,
+    read
+};
+
+/// Part of a transaction; each begins with a START or a repeated START and the address.
+struct segment {
+    std::uint8_t            address = 0;
+    direction               way     = direction::write;
+    std::span<std::uint8_t> bytes; ///< sent, or filled
+};
+
+/// How a transaction ended.
+enum class outcome : std::uint8_t {
+    done,
+    addressNotAcknowledged,
+    dataNotAcknowledged,
+    notAcknowledged, ///< the adapter doesn't tell whether address or data
+    arbitrationLost,
+    interrupted, ///< by a signal; may be repeated
+    sclHeld,
+    sdaHeld,
+    busBusy,
+    timedOut,
+    shortTransfer,
+    gone,
+    notSupported,
+    notPermitted,
+    failed,
+};
+
+/// @return the errno that a failed call answers; 0 for `done`
+int errnoOf(outcome end);
+/// For traces and first-failure data.
+const char* nameOf(outcome end);
+
+struct transferResult {
+    outcome     end        = outcome::done;
+    std::size_t segment    = 0; ///< in which it ended, when not done
+    std::size_t bytesMoved = 0; ///< data bytes moved in that segment, when not done
+};
+
+/// What fits into a transaction.
+struct transferLimits {
+    std::size_t writeBytes = 0; ///< of one written segment
+    std::size_t readBytes  = 0; ///< of one read segment
+    std::size_t segments   = 0;
+
+    bool operator==(const transferLimits&) const = default;
+};
+
+/// Clock and time-out of a transaction.
+struct transferPace {
+    std::uint32_t speedKhz  = 0; ///< 0: the bus's own
+    std::uint32_t timeoutMs = 0; ///< 0: the adapter's own
+};
+
+/// How to ask whether a device is there.
+enum class probeMethod : std::uint8_t {
+    safe,        ///< by the address's range: some devices mind an address alone, others a read
+    addressOnly, ///< the address in write direction and nothing else: a hub must not be asked by a read
+};
+
+/// What a bus is to every process and configuration: where its shared files live, and what their names begin with.
+struct busIdentity {
+    std::filesystem::path folder;
+    std::string           name;  ///< file-name safe
+    mode_t                mode;  ///< permissions of the shared files: who may use the bus may lock it
+    gid_t                 group; ///< of the shared files
+    std::string           text;  ///< for people: the path without the device's address
+};
+
+class bus
+{
+public:
+    virtual ~bus() = default;
+    /// Runs the segments as one transaction: START, repeated STARTs, STOP.
+    virtual transferResult transfer(std::span<const segment> segments, const transferPace& pace) = 0;
+    /// @return done when something acknowledged, addressNotAcknowledged when nothing did
+    virtual outcome probe(std::uint8_t address, probeMethod method, const transferPace& pace) = 0;
+    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0: nothing) for a sign of life.
+    virtual outcome reset(std::uint8_t address) = 0;
+    /// May shrink after a transaction that ended with `notSupported`: it can then be tried again in smaller pieces.
+    [[nodiscard]] virtual transferLimits     limits() const      = 0;
+    [[nodiscard]] virtual const busIdentity& identity() const    = 0;
+    [[nodiscard]] virtual std::string        adapterName() const = 0;
+    /// What the adapter can do, one short text each.
+    [[nodiscard]] virtual std::vector<std::string> capabilities() const = 0;
+    /// Whether a driver of the kernel has taken the address.
+    virtual bool heldByDriver(std::uint8_t address) = 0;
+    /// The bus's clock, ns: bus time of a simulated bus, else real time.
+    virtual std::uint64_t nowNs() = 0;
+    /// Lets a moment pass between two questions to a busy device.
+    virtual void pause() = 0;
+};
+
+/// @param node   node of the simulated machine, "" for the local one
+/// @return 0, or ENOENT, ENODEV, EACCES
+int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, const std::string& name,
+                     const std::string& node, std::shared_ptr<bus>& opened);
+
+/// @param pathPrefix         put ahead of /dev/i2c-N
+/// @param setAdapterTimeout  change the adapter's time-out for each transaction and put it back
+/// @return 0, or ENOENT, ENODEV, EACCES, ENOSYS
+int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
+                 bool setAdapterTimeout, std::shared_ptr<bus>& opened);
+
+} // namespace kest::host::iic

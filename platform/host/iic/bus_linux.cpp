@@ -1,0 +1,435 @@
+/// A bus of the kernel's, over /dev/i2c-N.
+#include "platform/host/iic/bus_linux.h"
+
+#include "platform/host/iic/bus.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <sys/ioctl.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace kest::host::iic
+{
+
+int systemCalls::openNode(const char* path, int flags) { return ::open(path, flags); }
+
+int systemCalls::closeNode(int descriptor) { return ::close(descriptor); }
+
+int systemCalls::statNode(int descriptor, struct stat& about) { return ::fstat(descriptor, &about); }
+
+int systemCalls::control(int descriptor, unsigned long request, std::uintptr_t argument)
+{
+    return ::ioctl(descriptor, request, argument);
+}
+
+std::string systemCalls::adapterName(unsigned int number)
+{
+    std::ifstream file("/sys/class/i2c-dev/i2c-" + std::to_string(number) + "/name");
+    std::string   name;
+    std::getline(file, name);
+    return name;
+}
+
+std::uint64_t systemCalls::nowNs()
+{
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+            .count());
+}
+
+void systemCalls::pause(std::uint64_t nanoseconds)
+{
+    std::this_thread::sleep_for(std::chrono::nanoseconds(nanoseconds));
+}
+
+namespace
+{
+
+constexpr std::size_t   longestMessage  = 8192; // the kernel refuses longer ones
+constexpr std::size_t   leastMessage    = 8;    // an adapter that refuses as few bytes refuses for another reason
+constexpr std::size_t   mostMessages    = I2C_RDWR_IOCTL_MAX_MSGS;
+constexpr std::uint64_t pauseNs         = 200'000; // leaves the bus to others between two questions to a busy device
+constexpr unsigned long timeoutUnitMs   = 10;
+constexpr unsigned long usualTimeout    = 100; // the kernel's, for adapters that set none; it cannot be asked for
+constexpr std::uint8_t  lastBlockLength = I2C_SMBUS_BLOCK_MAX;
+
+systemCalls               kernel;
+std::atomic<systemCalls*> chosen{&kernel};
+
+struct errnoRow {
+    int     error;
+    outcome end;
+};
+constexpr std::array errnoRows{
+    errnoRow{ENXIO, outcome::notAcknowledged},
+    errnoRow{EREMOTEIO, outcome::notAcknowledged},
+    errnoRow{ETIMEDOUT, outcome::timedOut},
+    errnoRow{ETIME, outcome::timedOut},
+    errnoRow{EBUSY, outcome::busBusy},
+    errnoRow{EAGAIN, outcome::arbitrationLost},
+    errnoRow{EINTR, outcome::interrupted},
+    errnoRow{ENODEV, outcome::gone},
+    errnoRow{ESHUTDOWN, outcome::gone},
+    errnoRow{ENOENT, outcome::gone},
+    errnoRow{EBADF, outcome::gone},
+    errnoRow{EOPNOTSUPP, outcome::notSupported},
+    errnoRow{ENOTTY, outcome::notSupported},
+    errnoRow{ENOSYS, outcome::notSupported},
+    errnoRow{EACCES, outcome::notPermitted},
+    errnoRow{EPERM, outcome::notPermitted},
+};
+
+outcome endOf(int error)
+{
+    const auto* row = std::ranges::find(errnoRows, error, &errnoRow::error);
+    return row == errnoRows.end() ? outcome::failed : row->end;
+}
+
+struct functionRow {
+    unsigned long mask;
+    const char*   name;
+};
+constexpr std::array functionNames{
+    functionRow{I2C_FUNC_I2C, "I2C messages"},
+    functionRow{I2C_FUNC_10BIT_ADDR, "10-bit addresses"},
+    functionRow{I2C_FUNC_NOSTART, "joined messages"},
+    functionRow{I2C_FUNC_SMBUS_QUICK, "SMBus quick command"},
+    functionRow{I2C_FUNC_SMBUS_WRITE_BYTE, "SMBus send byte"},
+    functionRow{I2C_FUNC_SMBUS_READ_BYTE, "SMBus receive byte"},
+    functionRow{I2C_FUNC_SMBUS_WRITE_BYTE_DATA, "SMBus write byte"},
+    functionRow{I2C_FUNC_SMBUS_READ_BYTE_DATA, "SMBus read byte"},
+    functionRow{I2C_FUNC_SMBUS_WRITE_WORD_DATA, "SMBus write word"},
+    functionRow{I2C_FUNC_SMBUS_READ_WORD_DATA, "SMBus read word"},
+    functionRow{I2C_FUNC_SMBUS_WRITE_I2C_BLOCK, "I2C block write"},
+    functionRow{I2C_FUNC_SMBUS_READ_I2C_BLOCK, "I2C block read"},
+};
+
+/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an EEPROM), a byte is read instead.
+bool mindsAddressAlone(std::uint8_t address)
+{
+    const unsigned int address7 = address >> 1;
+    return (address7 >= 0x30 && address7 <= 0x37) || (address7 >= 0x50 && address7 <= 0x5F);
+}
+
+class linuxBus final : public bus
+{
+public:
+    linuxBus(systemCalls& calls, std::string path, unsigned int number, bool setsTimeout)
+        : m_calls(calls), m_path(std::move(path)), m_number(number), m_setsTimeout(setsTimeout)
+    {
+    }
+    linuxBus(const linuxBus&)            = delete;
+    linuxBus& operator=(const linuxBus&) = delete;
+    ~linuxBus() override { close(); }
+
+    int  open();
+    void identify(const std::filesystem::path& lockFolder);
+
+    transferResult transfer(std::span<const segment> segments, const transferPace& pace) override;
+    outcome        probe(std::uint8_t address, probeMethod method, const transferPace& pace) override;
+    outcome        reset(std::uint8_t address) override;
+
+    [[nodiscard]] transferLimits           limits() const override { return m_limits; }
+    [[nodiscard]] const busIdentity&       identity() const override { return m_identity; }
+    [[nodiscard]] std::string              adapterName() const override { return m_calls.adapterName(m_number); }
+    [[nodiscard]] std::vector<std::string> capabilities() const override;
+
+    bool          heldByDriver(std::uint8_t address) override;
+    std::uint64_t nowNs() override { return m_calls.nowNs(); }
+    void          pause() override { m_calls.pause(pauseNs); }
+
+private:
+    [[nodiscard]] bool can(unsigned long functions) const { return (m_functions & functions) == functions; }
+    template <typename Pointee>
+    int control(unsigned long request, Pointee* argument)
+    {
+        return m_calls.control(m_descriptor, request, reinterpret_cast<std::uintptr_t>(argument));
+    }
+    void                         close();
+    [[nodiscard]] transferLimits fullLimits() const;
+    void                         lowerLimits(std::span<const segment> refused);
+    transferResult               transferMessages(std::span<const segment> segments);
+    transferResult               transferSmbus(std::span<const segment> segments);
+    transferResult               smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
+                                       i2c_smbus_data* data);
+
+    systemCalls&   m_calls;
+    std::string    m_path;
+    unsigned int   m_number;
+    bool           m_setsTimeout;
+    int            m_descriptor = -1;
+    unsigned long  m_functions  = 0;
+    transferLimits m_limits;
+    struct stat    m_about {
+    };
+    busIdentity m_identity{};
+};
+
+/// @return 0, or the errno of what is in the way
+int linuxBus::open()
+{
+    int error    = 0;
+    m_descriptor = m_calls.openNode(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (m_descriptor < 0 || m_calls.statNode(m_descriptor, m_about) != 0) {
+        error = errno;
+    } else if (!S_ISCHR(m_about.st_mode)) {
+        error = ENOENT; // something else stands where the bus should
+    } else if (control(I2C_FUNCS, &m_functions) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        close();
+    }
+    m_limits = fullLimits();
+    return error;
+}
+
+void linuxBus::close()
+{
+    if (m_descriptor >= 0) {
+        m_calls.closeNode(m_descriptor);
+        m_descriptor = -1;
+    }
+}
+
+void linuxBus::identify(const std::filesystem::path& lockFolder)
+{
+    m_identity = {.folder = lockFolder,
+                  .name =
+                      "i2c-" + std::to_string(major(m_about.st_rdev)) + "-" + std::to_string(minor(m_about.st_rdev)),
+                  .mode  = m_about.st_mode & 0666U,
+                  .group = m_about.st_gid,
+                  .text  = m_path};
+}
+
+transferResult linuxBus::transfer(std::span<const segment> segments, const transferPace& pace)
+{
+    const bool changesTimeout = m_setsTimeout && pace.timeoutMs != 0;
+    if (m_descriptor < 0) {
+        return {.end = outcome::gone};
+    }
+    if (changesTimeout) {
+        const unsigned long units = pace.timeoutMs / timeoutUnitMs + (pace.timeoutMs % timeoutUnitMs != 0 ? 1 : 0);
+        m_calls.control(m_descriptor, I2C_TIMEOUT, units);
+    }
+    const transferResult result = can(I2C_FUNC_I2C) ? transferMessages(segments) : transferSmbus(segments);
+    if (changesTimeout) {
+        m_calls.control(m_descriptor, I2C_TIMEOUT, usualTimeout);
+    }
+    return result;
+}
+
+transferResult linuxBus::transferMessages(std::span<const segment> segments)
+{
+    std::array<i2c_msg, mostMessages> messages{};
+    if (segments.size() > messages.size()) {
+        return {.end = outcome::notSupported};
+    }
+    std::size_t count = 0;
+    for (const segment& part : segments) {
+        if (part.bytes.size() > longestMessage || (part.bytes.empty() && !can(I2C_FUNC_SMBUS_QUICK))) {
+            return {.end = outcome::notSupported};
+        }
+        i2c_msg& message = messages.at(count++);
+        message.addr     = static_cast<std::uint16_t>(part.address >> 1);
+        message.flags    = static_cast<std::uint16_t>(part.way == direction::read ? I2C_M_RD : 0);
+        message.len      = static_cast<std::uint16_t>(part.bytes.size());
+        message.buf      = part.bytes.data();
+    }
+    i2c_rdwr_ioctl_data request{.msgs = messages.data(), .nmsgs = static_cast<std::uint32_t>(count)};
+    const int           moved = control(I2C_RDWR, &request);
+    if (moved < 0) {
+        const outcome end = endOf(errno);
+        if (end == outcome::notSupported) {
+            lowerLimits(segments);
+        }
+        return {.end = end};
+    }
+    return {.end = static_cast<std::size_t>(moved) == count ? outcome::done : outcome::shortTransfer};
+}
+
+/// An adapter may take less than the kernel passes on, and tells by refusing, before it sends anything.
+void linuxBus::lowerLimits(std::span<const segment> refused)
+{
+    const segment& last = refused.back();
+    std::size_t&   most = last.way == direction::read ? m_limits.readBytes : m_limits.writeBytes;
+    if (refused.size() > 2) {
+        m_limits.segments = 2;
+    } else if (last.bytes.size() > leastMessage) {
+        most = last.bytes.size() / 2;
+    }
+}
+
+/// The transactions that an SMBus call makes byte for byte; all others are not supported.
+transferResult linuxBus::transferSmbus(std::span<const segment> segments)
+{
+    const segment&                first  = segments.front();
+    const std::span<std::uint8_t> sent   = first.way == direction::write ? first.bytes : std::span<std::uint8_t>{};
+    const bool                    writes = segments.size() == 1 && first.way == direction::write;
+    const bool                    reads  = segments.size() == 1 && first.way == direction::read;
+    const bool registers                 = segments.size() == 2 && first.way == direction::write && sent.size() == 1 &&
+                           segments[1].way == direction::read && segments[1].address == first.address;
+    const std::span<std::uint8_t> wanted  = reads       ? first.bytes
+                                            : registers ? segments[1].bytes
+                                                        : std::span<std::uint8_t>{};
+    const std::uint8_t            command = sent.empty() ? std::uint8_t{0} : sent[0];
+    i2c_smbus_data                data{};
+    transferResult                result{.end = outcome::notSupported};
+
+    if (writes && sent.empty() && can(I2C_FUNC_SMBUS_QUICK)) {
+        result = smbus(first.address, false, 0, I2C_SMBUS_QUICK, nullptr);
+    } else if (writes && sent.size() == 1 && can(I2C_FUNC_SMBUS_WRITE_BYTE)) {
+        result = smbus(first.address, false, command, I2C_SMBUS_BYTE, nullptr);
+    } else if (writes && sent.size() == 2 && can(I2C_FUNC_SMBUS_WRITE_BYTE_DATA)) {
+        data.byte = sent[1];
+        result    = smbus(first.address, false, command, I2C_SMBUS_BYTE_DATA, &data);
+    } else if (writes && sent.size() == 3 && can(I2C_FUNC_SMBUS_WRITE_WORD_DATA)) {
+        data.word = static_cast<std::uint16_t>(sent[1] | sent[2] << 8); // the low byte goes first
+        result    = smbus(first.address, false, command, I2C_SMBUS_WORD_DATA, &data);
+    } else if (writes && sent.size() >= 2 && sent.size() <= lastBlockLength + 1U &&
+               can(I2C_FUNC_SMBUS_WRITE_I2C_BLOCK)) {
+        data.block[0] = static_cast<std::uint8_t>(sent.size() - 1);
+        std::ranges::copy(sent.subspan(1), &data.block[1]);
+        result = smbus(first.address, false, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
+    } else if (reads && wanted.size() == 1 && can(I2C_FUNC_SMBUS_READ_BYTE)) {
+        result    = smbus(first.address, true, 0, I2C_SMBUS_BYTE, &data);
+        wanted[0] = data.byte;
+    } else if (registers && wanted.size() == 1 && can(I2C_FUNC_SMBUS_READ_BYTE_DATA)) {
+        result    = smbus(first.address, true, command, I2C_SMBUS_BYTE_DATA, &data);
+        wanted[0] = data.byte;
+    } else if (registers && wanted.size() == 2 && can(I2C_FUNC_SMBUS_READ_WORD_DATA)) {
+        result    = smbus(first.address, true, command, I2C_SMBUS_WORD_DATA, &data);
+        wanted[0] = static_cast<std::uint8_t>(data.word);
+        wanted[1] = static_cast<std::uint8_t>(data.word >> 8);
+    } else if (registers && !wanted.empty() && wanted.size() <= lastBlockLength && can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)) {
+        data.block[0] = static_cast<std::uint8_t>(wanted.size());
+        result        = smbus(first.address, true, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
+        if (result.end == outcome::done && data.block[0] != wanted.size()) {
+            result.end = outcome::shortTransfer;
+        }
+        std::copy_n(&data.block[1], wanted.size(), wanted.begin());
+    }
+    return result;
+}
+
+/// One SMBus call. A driver of the kernel's that holds the address does not stand in the way, as it doesn't for messages.
+transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
+                               i2c_smbus_data* data)
+{
+    i2c_smbus_ioctl_data request{.read_write = static_cast<std::uint8_t>(read ? I2C_SMBUS_READ : I2C_SMBUS_WRITE),
+                                 .command    = command,
+                                 .size       = kind,
+                                 .data       = data};
+    const bool           done =
+        m_calls.control(m_descriptor, I2C_SLAVE_FORCE, address >> 1U) == 0 && control(I2C_SMBUS, &request) >= 0;
+    return {.end = done ? outcome::done : endOf(errno)};
+}
+
+outcome linuxBus::probe(std::uint8_t address, probeMethod method, const transferPace& pace)
+{
+    std::uint8_t  byte      = 0;
+    const bool    readsByte = method == probeMethod::safe && mindsAddressAlone(address);
+    const segment question{.address = address,
+                           .way     = readsByte ? direction::read : direction::write,
+                           .bytes   = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
+    const outcome end = transfer({&question, 1}, pace).end;
+    return end == outcome::notAcknowledged ? outcome::addressNotAcknowledged : end; // nothing but the address was asked
+}
+
+/// A kernel's bus has no clocks to send by hand. Opening the adapter anew forgets what was set on it, and its driver frees a held bus, if it
+/// can, when the next message finds it held.
+outcome linuxBus::reset(std::uint8_t address)
+{
+    close();
+    const int error = open();
+    outcome   end   = error == 0 ? outcome::done : endOf(error);
+    if (end == outcome::done && address != 0) {
+        const outcome answer = probe(address, probeMethod::safe, {});
+        const bool    alive  = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
+        end                  = alive ? outcome::done : answer;
+    }
+    return end;
+}
+
+transferLimits linuxBus::fullLimits() const
+{
+    if (can(I2C_FUNC_I2C)) {
+        return {.writeBytes = longestMessage, .readBytes = longestMessage, .segments = mostMessages};
+    }
+    transferLimits limits{.segments = 2};
+    limits.writeBytes = can(I2C_FUNC_SMBUS_WRITE_I2C_BLOCK)   ? lastBlockLength + 1U
+                        : can(I2C_FUNC_SMBUS_WRITE_WORD_DATA) ? 3
+                        : can(I2C_FUNC_SMBUS_WRITE_BYTE_DATA) ? 2
+                        : can(I2C_FUNC_SMBUS_WRITE_BYTE)      ? 1
+                                                              : 0;
+    limits.readBytes  = can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)   ? lastBlockLength
+                        : can(I2C_FUNC_SMBUS_READ_WORD_DATA) ? 2
+                                                             : 1;
+    return limits;
+}
+
+std::vector<std::string> linuxBus::capabilities() const
+{
+    std::vector<std::string> names;
+    for (const functionRow& row : functionNames) {
+        if (can(row.mask)) {
+            names.emplace_back(row.name);
+        }
+    }
+    return names;
+}
+
+bool linuxBus::heldByDriver(std::uint8_t address)
+{
+    return m_descriptor >= 0 && m_calls.control(m_descriptor, I2C_SLAVE, address >> 1U) != 0 && errno == EBUSY;
+}
+
+/// What an open that failed answers.
+int openErrno(int error)
+{
+    switch (error) {
+    case ENXIO:
+    case ESHUTDOWN:
+        return ENODEV; // the node is there, its adapter is not
+    case ENOTDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+        return ENOENT;
+    case EPERM:
+        return EACCES;
+    case ENOTTY:
+    case EOPNOTSUPP:
+        return ENOSYS; // a character device, but no bus
+    default:
+        return error;
+    }
+}
+
+} // namespace
+
+void useSystemCalls(systemCalls* calls) { chosen = calls != nullptr ? calls : &kernel; }
+
+int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
+                 bool setAdapterTimeout, std::shared_ptr<bus>& opened)
+{
+    auto made = std::make_shared<linuxBus>(*chosen.load(), pathPrefix + "/dev/i2c-" + std::to_string(number), number,
+                                           setAdapterTimeout);
+    const int error = made->open();
+    if (error == 0) {
+        made->identify(lockFolder);
+        opened = std::move(made);
+    }
+    return openErrno(error);
+}
+
+} // namespace kest::host::iic

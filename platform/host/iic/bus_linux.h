@@ -1,0 +1,31 @@
+/// The system calls under a Linux bus, so that tests can stand in for the kernel.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <sys/stat.h>
+
+namespace kest::host::iic
+{
+
+/// All answer -1 with `errno` on failure, as the calls they stand for.
+class systemCalls
+{
+public:
+    virtual ~systemCalls() = default;
+    virtual int openNode(const char* path, int flags);
+    virtual int closeNode(int descriptor);
+    virtual int statNode(int descriptor, struct stat& about);
+    /// @param argument  a number or an address, as the request takes it
+    virtual int control(int descriptor, unsigned long request, std::uintptr_t argument);
+    /// The kernel's name of adapter `number`; empty when it is not told.
+    virtual std::string   adapterName(unsigned int number);
+    virtual std::uint64_t nowNs(); ///< CLOCK_MONOTONIC
+    virtual void          pause(std::uint64_t nanoseconds);
+};
+
+/// The ones that buses opened from now on use. @param calls  null: the kernel's. Owned by the caller; outlives those buses.
+void useSystemCalls(systemCalls* calls);
+
+} // namespace kest::host::iic

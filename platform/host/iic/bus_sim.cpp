@@ -1,0 +1,144 @@
+/// A bus of the simulated machine. It is as able as a good adapter of the kernel's, so that both kinds of bus see the same pieces.
+#include "platform/host/iic/bus.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "sim/machine.h"
+
+namespace kest::host::iic
+{
+namespace
+{
+
+constexpr transferLimits simulatedLimits{.writeBytes = 8192, .readBytes = 8192, .segments = 42};
+constexpr std::uint32_t  fastestKhz = 5000; // the fastest IIC mode: bus time must not stand still
+constexpr std::uint64_t  pauseNs = 1000; // short: while a device is busy its polling is what the bus time is spent on
+
+struct endRow {
+    sim::outcome simulated;
+    outcome      end;
+};
+constexpr std::array ends{
+    endRow{sim::outcome::done, outcome::done},
+    endRow{sim::outcome::addressNotAcknowledged, outcome::addressNotAcknowledged},
+    endRow{sim::outcome::dataNotAcknowledged, outcome::dataNotAcknowledged},
+    endRow{sim::outcome::arbitrationLost, outcome::arbitrationLost},
+    endRow{sim::outcome::sclHeld, outcome::sclHeld},
+    endRow{sim::outcome::sdaHeld, outcome::sdaHeld},
+    endRow{sim::outcome::shortTransfer, outcome::shortTransfer},
+    endRow{sim::outcome::gone, outcome::gone},
+};
+
+outcome endOf(sim::outcome simulated)
+{
+    const auto* row = std::ranges::find(ends, simulated, &endRow::simulated);
+    return row == ends.end() ? outcome::failed : row->end;
+}
+
+/// Letters, digits, '-' and '_' stay; everything else becomes %XX.
+std::string fileNameSafe(const std::string& text)
+{
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string                safe;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (std::isalnum(byte) != 0 || character == '-' || character == '_') {
+            safe += character;
+        } else {
+            safe += {'%', digits[byte >> 4], digits[byte & 15]};
+        }
+    }
+    return safe;
+}
+
+class simulatedBus final : public bus
+{
+public:
+    simulatedBus(std::shared_ptr<sim::machine> machine, std::shared_ptr<sim::bus> wires, busIdentity identity)
+        : m_machine(std::move(machine)), m_wires(std::move(wires)), m_identity(std::move(identity))
+    {
+    }
+
+    transferResult transfer(std::span<const segment> segments, const transferPace& pace) override
+    {
+        std::vector<sim::segment> parts;
+        for (const segment& part : segments) {
+            parts.push_back({.address = part.address,
+                             .way     = part.way == direction::read ? sim::direction::read : sim::direction::write,
+                             .bytes   = part.bytes,
+                             .joined  = false});
+        }
+        const sim::transferResult result = m_wires->transfer(parts, speedOf(pace));
+        return {.end = endOf(result.end), .segment = result.segment, .bytesMoved = result.bytesMoved};
+    }
+
+    outcome probe(std::uint8_t address, probeMethod /*method*/, const transferPace& pace) override
+    {
+        return endOf(m_wires->probe(address, speedOf(pace)).end);
+    }
+
+    outcome                          reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
+    [[nodiscard]] transferLimits     limits() const override { return simulatedLimits; }
+    [[nodiscard]] const busIdentity& identity() const override { return m_identity; }
+    [[nodiscard]] std::string        adapterName() const override
+    {
+        return "simulated machine " + m_machine->folder().string();
+    }
+    [[nodiscard]] std::vector<std::string> capabilities() const override
+    {
+        return {"I2C messages", "address alone", "tells address from data", "nine clocks and a STOP"};
+    }
+    bool          heldByDriver(std::uint8_t /*address*/) override { return false; }
+    std::uint64_t nowNs() override { return m_wires->busTimeNs(); }
+    void          pause() override { m_wires->idle(pauseNs); }
+
+private:
+    static std::uint32_t speedOf(const transferPace& pace) { return std::min(pace.speedKhz, fastestKhz); }
+
+    std::shared_ptr<sim::machine> m_machine;
+    std::shared_ptr<sim::bus>     m_wires;
+    busIdentity                   m_identity;
+};
+
+} // namespace
+
+int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, const std::string& name,
+                     const std::string& node, std::shared_ptr<bus>& opened)
+{
+    struct stat folder {
+    };
+    if (machineFolder.empty()) {
+        return ENOENT; // no machine is configured: there is no such bus
+    }
+    if (stat(machineFolder.c_str(), &folder) != 0) {
+        return errno == EACCES ? EACCES : ENOENT;
+    }
+    if (access(machineFolder.c_str(), R_OK | W_OK | X_OK) != 0) {
+        return EACCES;
+    }
+    try {
+        std::shared_ptr<sim::machine> machine = sim::openMachine(machineFolder, realTime);
+        std::shared_ptr<sim::bus>     wires   = machine->findBus(name, node);
+        if (wires == nullptr) {
+            return ENOENT;
+        }
+        busIdentity identity{.folder = machine->folder(),
+                             .name   = "iic." + (node.empty() ? "" : fileNameSafe(node) + ".") + fileNameSafe(name),
+                             .mode   = folder.st_mode & 0666U,
+                             .group  = folder.st_gid,
+                             .text   = "sim:" + name};
+        opened = std::make_shared<simulatedBus>(std::move(machine), std::move(wires), std::move(identity));
+    } catch (const std::runtime_error&) {
+        return ENODEV; // the folder is there, but no machine can be made of it
+    }
+    return 0;
+}
+
+} // namespace kest::host::iic

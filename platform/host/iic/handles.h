@@ -1,0 +1,38 @@
+/// The open devices of this process, by handle.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/host/iic/device.h"
+#include "platform/mern.h"
+
+namespace kest::host::iic
+{
+
+/// Gives out tickets: a place in the table, its generation, and what tells this process's tickets from another's.
+class handleTable
+{
+public:
+    static handleTable& instance();
+
+    mern_t                  add(std::shared_ptr<device> opened);
+    std::shared_ptr<device> find(const mern_t& handle); ///< null for a closed or foreign handle
+    std::shared_ptr<device> take(const mern_t& handle); ///< the same, and the handle is closed from now on
+
+private:
+    handleTable();
+    struct place {
+        std::shared_ptr<device> occupant;
+        std::uint32_t           generation = 0;
+    };
+    place* placeOf(const mern_t& handle);
+
+    std::mutex         m_mutex;
+    std::vector<place> m_places;
+    std::uint32_t      m_process[2]{}; ///< random; differs from process to process
+};
+
+} // namespace kest::host::iic

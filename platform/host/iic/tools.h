@@ -1,0 +1,64 @@
+/// What the tools ask of a bus beyond the layer's functions: what is on it, what its adapter can do.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/mern.h"
+
+namespace kest::host::iic
+{
+
+class bus;
+
+enum class presence : std::uint8_t {
+    present,
+    absent,
+    heldByDriver, ///< a driver of the kernel has the address; it was not asked
+    uncertain,    ///< neither answer was to be had
+};
+
+struct scanResult {
+    std::uint8_t address = 0; ///< 8-bit form
+    presence     state   = presence::absent;
+    std::string  reason; ///< when uncertain
+};
+
+/// The addresses that devices can have, 8-bit form: the ones outside are reserved.
+constexpr std::uint8_t firstScanned = 0x10;
+constexpr std::uint8_t lastScanned  = 0xEE;
+
+/// A bus opened by a tool. Not for use by two threads at once.
+class toolBus
+{
+public:
+    /// @param path    `/dev/i2c-N` or `sim:BUS`, with or without `@HH`
+    /// @param node    -1 the local one, else 0-7
+    /// @param[out] error  an errno as mern_iic_open() answers it
+    /// @return null on failure
+    static std::unique_ptr<toolBus> open(const std::string& path, NodeType node, int& error);
+    ~toolBus();
+
+    /// Asks every address from firstScanned to lastScanned once, by the way that is safe for it; doesn't wait for a busy device.
+    std::vector<scanResult> scan();
+    /// Asks one address, likewise. @param address  8-bit form, even, not 0
+    scanResult probe(std::uint8_t address);
+    bool       heldByDriver(std::uint8_t address);
+    /// @return 0 or an errno
+    int reset();
+
+    [[nodiscard]] std::string              adapterName() const;
+    [[nodiscard]] std::vector<std::string> capabilities() const;
+    [[nodiscard]] std::string              path() const; ///< of the bus, without a device's address
+
+private:
+    explicit toolBus(std::shared_ptr<bus> wires);
+    std::shared_ptr<bus> m_wires;
+};
+
+/// Paths of the buses of a node: those of the simulated machine, and the `/dev/i2c-N` that exist. Sorted.
+std::vector<std::string> listBuses(NodeType node);
+
+} // namespace kest::host::iic

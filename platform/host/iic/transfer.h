@@ -1,0 +1,51 @@
+/// Transfers with a device: offsets, pieces, pages, busy devices, time-outs.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "platform/host/iic/bus.h"
+#include "platform/host/iic/ffdc.h"
+
+namespace kest::host::iic
+{
+
+/// How a device is spoken to.
+struct transferSettings {
+    std::uint8_t  target       = 0; ///< 8-bit form; 0 none, which no transfer accepts
+    std::uint32_t position     = 0;
+    std::uint16_t offsetLength = 0; ///< 0-4; 3 and 4 go through a hub
+    std::uint32_t pageSize     = 0; ///< a power of two, or 0 for none
+    std::uint32_t writeCycleMs = 0;
+    std::uint32_t busyWaitMs   = 0;
+    transferPace  pace; ///< its time-out is that of the whole transfer
+};
+
+struct transferReport {
+    std::size_t moved = 0;
+    int         error = 0; ///< errno; 0 when all was moved
+    const char* silence =
+        ""; ///< for first-failure data: "busy" after a write, "absent" before one, when nothing answered
+};
+
+/// States of a device, as detection tells them.
+constexpr std::uint32_t detectAbsent    = 0;
+constexpr std::uint32_t detectSclHeld   = 1;
+constexpr std::uint32_t detectSdaHeld   = 2;
+constexpr std::uint32_t detectPresent   = 3;
+constexpr std::uint32_t detectUncertain = 4;
+
+/// Reads from the position: an offset and the data in one transaction as long as the adapter allows.
+transferReport readDevice(bus& wires, const transferSettings& settings, std::span<std::uint8_t> data,
+                          transactionHistory& history);
+/// Writes at the position page by page; each page has been taken in, and its write cycle is over, when it counts as moved.
+transferReport writeDevice(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
+                           transactionHistory& history);
+/// Asks the target whether it is there, and waits for a busy one. @return a detect state
+std::uint32_t detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history);
+
+/// Where the position stands after a whole transfer of `length` bytes.
+std::uint32_t positionAfter(const transferSettings& settings, bool read, std::size_t length);
+
+} // namespace kest::host::iic
