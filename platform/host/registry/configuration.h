@@ -1,4 +1,4 @@
-/// The host platform's configuration: kest.toml, or defaults.
+/// The host platform's configuration: kest.toml, or defaults. docs/configuration.md describes the file.
 #pragma once
 
 #include <array>
@@ -14,9 +14,9 @@ namespace kest::host
 /// One row of the VPD service's device table.
 struct deviceEntry {
     std::uint32_t number   = 0;
-    std::uint32_t position = 0;
-    std::string   location; ///< device text, at most 255 bytes
-    std::string   name;     ///< for people; unique
+    std::uint32_t position = 0; ///< number and position together are unique
+    std::string   location;     ///< device text, at most 255 bytes
+    std::string   name;         ///< for people; unique
 };
 
 /// What a node number stands for. Unmapped nodes have both empty.
@@ -28,11 +28,12 @@ struct nodeMapping {
 
 /// Limits and permissions of the message service.
 struct serviceSettings {
-    std::filesystem::path    socket; ///< default: stateFolder / "kestd.socket"; /run/kest/kestd.socket for root
-    std::uint32_t            maxClients      = 256;
-    std::uint32_t            maxPayloadBytes = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
-    std::uint32_t            idleSeconds     = 300;         ///< a silent client is dropped after this; 0 never
-    std::vector<std::string> readUsers; ///< user names or numbers that may read besides the owner and root
+    std::filesystem::path
+                  socket; ///< default: /run/kest/kestd.socket beside /var/lib/kest, else stateFolder / "kestd.socket"
+    std::uint32_t maxClients      = 256;
+    std::uint32_t maxPayloadBytes = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
+    std::uint32_t idleSeconds     = 300;         ///< a silent client is dropped after this; 0 never
+    std::vector<std::string> readUsers;          ///< user names or numbers that may read besides the owner and root
     std::vector<std::string> readGroups;
     std::vector<std::string> writeUsers;
     std::vector<std::string> writeGroups;
@@ -48,7 +49,8 @@ struct configuration {
     bool          setAdapterTimeout  = false; ///< change the adapter-wide I2C_TIMEOUT for a transfer and put it back
     std::uint32_t errorLogMaxEntries = 10000;
     std::uint64_t errorLogMaxBytes   = 64ull << 20;
-    std::map<std::string, std::string> registry; ///< key to value; always has "tavo/ReadMode"
+    std::filesystem::path              errorLogSpoolFolder; ///< takes entries when stateFolder can't: /var/tmp/kest-UID
+    std::map<std::string, std::string> registry;            ///< key to value; always has "tavo/ReadMode"
     std::array<nodeMapping, 8>         nodes;
     std::vector<deviceEntry>           devices;
     serviceSettings                    service;
@@ -60,7 +62,7 @@ struct configurationResult {
     std::string   error; ///< "FILE:LINE:COLUMN: key 'K': expected ..., found ..."
 };
 
-/// Reads one file. Relative paths in it count from the file's folder.
+/// Reads one file. Relative paths in it count from the file's folder. Of several faults the first in the file is told.
 configurationResult readConfiguration(const std::filesystem::path& file);
 
 /// The process's configuration, read at first use from the file given to useConfigurationFile(), $KEST_CONFIG, /etc/kest/kest.toml, else

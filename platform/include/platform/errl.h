@@ -81,6 +81,8 @@ public:
     SrciSrc& operator=(const SrciSrc&) = delete;
     ~SrciSrc();
 
+    const State* state() const noexcept { return m_state; } ///< for the platform's own tools
+
 private:
     friend class ErrlEntry;
     State* m_state;

@@ -1,0 +1,122 @@
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <ctime>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "platform/host/errorlog/commit.h"
+#include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/process.h"
+#include "platform/host/files/files.h"
+
+namespace kest::host
+{
+
+namespace
+{
+
+constexpr std::uint32_t firstBlock    = 16;
+constexpr std::uint32_t largestBlock  = 1024;
+constexpr std::uint32_t lastCountedId = 0x7FFFFFFF;
+constexpr std::uint32_t guessedBit    = 0x80000000;
+constexpr std::size_t   counterDigits = 10;
+
+/// @return the highest counted identifier of any entry stored, or nothing when that can't be found out
+std::optional<std::uint32_t> highestKnownId(const logFiles& files)
+{
+    const std::scoped_lock   lock(theLog().guard);
+    std::uint32_t            highest  = 0;
+    bool                     readable = highestStoredId(files.database, lastCountedId, highest);
+    std::vector<std::string> lines;
+    for (const auto& file : {files.spool, files.otherSpool})
+        readable = readable && spool(file, files.lock).read(lines) == 0;
+    for (const std::string& line : lines) {
+        const auto entry = fromLine(line);
+        if (entry && entry->plid <= lastCountedId)
+            highest = std::max(highest, entry->plid);
+    }
+    return readable ? std::optional(highest) : std::nullopt;
+}
+
+/// @return the number that a counter file holds, 0 when it holds none
+std::uint32_t readCounter(const std::filesystem::path& file)
+{
+    std::vector<std::uint8_t> bytes;
+    std::uint32_t             number = 0;
+    if (readFile(file, counterDigits + 1, bytes) == 0 && bytes.size() == counterDigits + 1) {
+        const auto* begin = reinterpret_cast<const char*>(bytes.data());
+        if (std::from_chars(begin, begin + counterDigits, number).ptr != begin + counterDigits)
+            number = 0;
+    }
+    return number;
+}
+
+/// Puts a number into a counter file, in place: a few bytes of one sector, which no crash tears and no full disk refuses.
+bool writeCounter(const logFiles& files, std::uint32_t number)
+{
+    const bool           fresh   = access(files.nextId.c_str(), F_OK) != 0;
+    const fileDescriptor counter = openFile(files.nextId, O_WRONLY | O_CREAT);
+    const std::string    text    = fmt::format("{:0{}}\n", number, counterDigits);
+    return counter.valid() && writeAll(counter.number(), text) == 0 && fdatasync(counter.number()) == 0 &&
+           (!fresh || syncFolder(files.folder) == 0);
+}
+
+/// Sets `count` identifiers aside for this process, for good: the counter is on the disk before one is used.
+/// @return the first of them, 0 when that failed
+std::uint32_t setAside(const logFiles& files, std::uint32_t count)
+{
+    // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which whoever opens the database takes
+    // while holding what this takes.
+    std::uint32_t behind = 0;
+    if (readCounter(files.nextId) == 0)
+        behind = highestKnownId(files).value_or(UINT32_MAX) + 1;
+    std::uint32_t first = 0;
+    if (makeFolders(files.folder) == 0) {
+        const fileLock      lock(files.lock);
+        const std::uint32_t counted = readCounter(files.nextId);
+        std::uint32_t       next    = counted != 0 ? counted : behind;
+        if (next > lastCountedId - count)
+            next = 1; // used up: from the start again, whose entries are long gone
+        if (lock.error() == 0 && next != 0 && writeCounter(files, next + count))
+            first = next;
+    }
+    return first;
+}
+
+/// Without a state folder nothing can be set aside: each process then counts from a point of its own in the upper half of the numbers.
+std::uint32_t guess(processLog& log, std::uint32_t count)
+{
+    if (log.guessedId == 0 && getentropy(&log.guessedId, sizeof log.guessedId) != 0)
+        log.guessedId = static_cast<std::uint32_t>(time(nullptr)) * 2654435761U ^ static_cast<std::uint32_t>(getpid())
+                                                                                      << 12;
+    const std::uint32_t first = guessedBit | (log.guessedId & 0x7FFFFF00); // away from the very end
+    log.guessedId             = first + count;
+    return first;
+}
+
+} // namespace
+
+std::uint32_t nextEntryId() noexcept
+{
+    processLog&            log      = theLog();
+    const configuration&   settings = currentConfiguration();
+    const std::scoped_lock lock(log.idGuard);
+    if (log.nextId == log.endId || log.idSettings != &settings) {
+        log.blockSize  = std::clamp(2 * log.blockSize, firstBlock, largestBlock);
+        log.idSettings = &settings;
+        log.nextId     = 0;
+        try {
+            log.nextId = setAside(logFiles(settings), log.blockSize);
+        } catch (const std::exception&) {
+            log.nextId = 0; // no memory
+        }
+        if (log.nextId == 0)
+            log.nextId = guess(log, log.blockSize);
+        log.endId = log.nextId + log.blockSize;
+    }
+    return log.nextId++;
+}
+
+} // namespace kest::host

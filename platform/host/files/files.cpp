@@ -1,0 +1,175 @@
+#include "platform/host/files/files.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kest::host
+{
+
+namespace
+{
+
+constexpr mode_t fileMode   = 0640;
+constexpr mode_t folderMode = 0750;
+
+/// @return what `call` answers once no signal interrupts it
+template <typename call_t>
+auto uninterrupted(call_t call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& file)
+{
+    return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+}
+
+/// What root makes belongs to whom the folder around it belongs to. Nothing is lost where that fails.
+void adoptOwner(const std::filesystem::path& made)
+{
+    struct stat around {
+    };
+    if (geteuid() == 0 && stat(folderOf(made).c_str(), &around) == 0) [[maybe_unused]]
+        const int ignored = lchown(made.c_str(), around.st_uid, around.st_gid);
+}
+
+} // namespace
+
+fileDescriptor::~fileDescriptor()
+{
+    if (m_number >= 0)
+        close(m_number);
+}
+
+fileLock::fileLock(const std::filesystem::path& file, std::chrono::milliseconds patience)
+    : m_file(openFile(file, O_RDWR | O_CREAT)), m_error(m_file.valid() ? 0 : errno)
+{
+    // Tried again rather than waited for: a stopped holder must not stop everybody else for ever.
+    const auto until = std::chrono::steady_clock::now() + patience;
+    while (m_error == 0 && flock(m_file.number(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            m_error = errno;
+        else if (std::chrono::steady_clock::now() >= until)
+            m_error = ETIMEDOUT;
+        else
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+}
+
+fileLock::~fileLock()
+{
+    if (m_error == 0)
+        flock(m_file.number(), LOCK_UN); // closing is not enough: a child forked meanwhile shares the lock
+}
+
+int makeFolders(const std::filesystem::path& folder)
+{
+    int error = 0;
+    if (mkdir(folder.c_str(), folderMode) == 0) {
+        adoptOwner(folder);
+    } else if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
+        error = makeFolders(folder.parent_path());
+        if (error == 0)
+            error = makeFolders(folder);
+    } else if (errno == EEXIST) {
+        error = std::filesystem::is_directory(folder) ? 0 : ENOTDIR;
+    } else {
+        error = errno;
+    }
+    return error;
+}
+
+fileDescriptor openFile(const std::filesystem::path& file, int flags)
+{
+    int common = flags | O_CLOEXEC | O_NONBLOCK; // O_NONBLOCK: a FIFO in the way holds nobody up
+    int number = -1;
+    if ((flags & O_ACCMODE) != O_RDONLY)
+        common |= O_NOFOLLOW;
+    if ((flags & O_CREAT) != 0) { // made by this very call, or there already
+        number = uninterrupted([&] { return open(file.c_str(), common | O_EXCL, fileMode); });
+        if (number >= 0)
+            adoptOwner(file);
+    }
+    if (number < 0 && ((flags & O_CREAT) == 0 || (errno == EEXIST && (flags & O_EXCL) == 0)))
+        number = uninterrupted([&] { return open(file.c_str(), common & ~O_CREAT); });
+    return fileDescriptor(number);
+}
+
+int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vector<std::uint8_t>& bytes)
+{
+    const fileDescriptor descriptor = openFile(file, O_RDONLY);
+    struct stat          facts {
+    };
+    int error = descriptor.valid() && fstat(descriptor.number(), &facts) == 0 ? 0 : errno;
+    if (error == 0 && !S_ISREG(facts.st_mode))
+        error = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
+    if (error == 0 && static_cast<std::uint64_t>(facts.st_size) > limitBytes)
+        error = EFBIG;
+    if (error == 0)
+        bytes.resize(static_cast<std::size_t>(facts.st_size));
+    std::size_t filled = 0;
+    while (error == 0 && filled < bytes.size()) {
+        const auto moved =
+            uninterrupted([&] { return read(descriptor.number(), bytes.data() + filled, bytes.size() - filled); });
+        if (moved > 0)
+            filled += static_cast<std::size_t>(moved);
+        else if (moved == 0)
+            bytes.resize(filled); // cut shorter meanwhile
+        else
+            error = errno;
+    }
+    return error;
+}
+
+int writeAll(int descriptor, std::span<const std::uint8_t> bytes)
+{
+    int error = 0;
+    while (error == 0 && !bytes.empty()) {
+        const auto moved = uninterrupted([&] { return write(descriptor, bytes.data(), bytes.size()); });
+        if (moved > 0)
+            bytes = bytes.subspan(static_cast<std::size_t>(moved));
+        else
+            error = moved == 0 ? ENOSPC : errno;
+    }
+    return error;
+}
+
+int writeAll(int descriptor, const std::string& text)
+{
+    return writeAll(descriptor, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+}
+
+int syncFolder(const std::filesystem::path& folder)
+{
+    const fileDescriptor descriptor(
+        uninterrupted([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return descriptor.valid() && fsync(descriptor.number()) == 0 ? 0 : errno;
+}
+
+int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes)
+{
+    const std::filesystem::path fresh = folderOf(file) / ("." + file.filename().string() + ".new");
+    int                         error = 0;
+    {
+        const fileDescriptor descriptor = openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC);
+        error                           = descriptor.valid() ? writeAll(descriptor.number(), bytes) : errno;
+        if (error == 0 && fsync(descriptor.number()) != 0)
+            error = errno;
+    }
+    if (error == 0 && rename(fresh.c_str(), file.c_str()) != 0)
+        error = errno;
+    if (error == 0)
+        error = syncFolder(folderOf(file));
+    else
+        unlink(fresh.c_str());
+    return error;
+}
+
+} // namespace kest::host

@@ -1,0 +1,79 @@
+/// Small file operations that the host's services share: owned descriptors, locks, durable replacement.
+///
+/// Functions answer 0 or an `errno` value. Files are made with mode 0640 and folders with 0750 (less the umask); made by root they get
+/// the owner and group of the folder they are in, so that root's tools never lock the service out of its own state.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kest::host
+{
+
+/// An open file; closed with its owner.
+class fileDescriptor
+{
+public:
+    fileDescriptor() = default;
+    explicit fileDescriptor(int number) : m_number(number) {}
+    fileDescriptor(fileDescriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    fileDescriptor& operator=(fileDescriptor&& other) noexcept
+    {
+        std::swap(m_number, other.m_number);
+        return *this;
+    }
+    ~fileDescriptor();
+
+    [[nodiscard]] bool valid() const { return m_number >= 0; }
+    [[nodiscard]] int  number() const { return m_number; }
+
+private:
+    int m_number = -1;
+};
+
+/// Excludes every other holder of a lock on the same file, in this process and others. Ends with its owner or its process.
+class fileLock
+{
+public:
+    /// Makes the file when there is none, and waits at most `patience` for the lock.
+    explicit fileLock(const std::filesystem::path& file,
+                      std::chrono::milliseconds    patience = std::chrono::milliseconds(5000));
+    fileLock(const fileLock&)            = delete;
+    fileLock& operator=(const fileLock&) = delete;
+    ~fileLock();
+
+    /// @return 0 when the lock is held, ETIMEDOUT when another held it all the time, else why its file could not be opened
+    [[nodiscard]] int error() const { return m_error; }
+
+private:
+    fileDescriptor m_file;
+    int            m_error = 0;
+};
+
+/// Makes a folder and those above it that are missing.
+int makeFolders(const std::filesystem::path& folder);
+
+/// Opens a file, close-on-exec; for writing never through a symbolic link. @param flags  as for open(2); O_CREAT makes it.
+/// @return an invalid descriptor with `errno` when it can't be had
+fileDescriptor openFile(const std::filesystem::path& file, int flags);
+
+/// Reads a whole regular file. EFBIG when it is larger than `limitBytes`, EINVAL when it is none.
+int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vector<std::uint8_t>& bytes);
+
+/// Writes all bytes at the descriptor's position.
+int writeAll(int descriptor, std::span<const std::uint8_t> bytes);
+int writeAll(int descriptor, const std::string& text);
+
+/// Makes the names in a folder durable.
+int syncFolder(const std::filesystem::path& folder);
+
+/// Gives a file new contents: whoever reads it, at whatever moment the writer dies, finds the old ones or the new ones whole. Durable on return.
+/// The caller keeps other writers away.
+int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes);
+
+} // namespace kest::host

@@ -1,0 +1,136 @@
+#include "platform/host/vpd/copies.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/host/files/files.h"
+#include "platform/host/registry/configuration.h"
+
+namespace kest::host
+{
+
+namespace
+{
+
+constexpr const char* lockName = ".lock";
+
+/// A root is names of letters, digits, '_' and '-', parted by single slashes: nothing of it leads out of the state folder.
+bool wellFormed(std::string_view root)
+{
+    constexpr std::string_view known       = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-/";
+    constexpr std::size_t      longestRoot = 255;
+    return !root.empty() && root.size() <= longestRoot && root.find_first_not_of(known) == root.npos &&
+           root.front() != '/' && root.back() != '/' && root.find("//") == root.npos;
+}
+
+std::filesystem::path folderOf(std::string_view root) { return currentConfiguration().stateFolder / root; }
+
+std::filesystem::path fileOf(std::string_view root, std::uint32_t number)
+{
+    return folderOf(root) / std::to_string(number);
+}
+
+/// @return whether a file name is a copy's: a device number as std::to_string() writes it
+bool parseNumber(const std::string& name, std::uint32_t& number)
+{
+    const auto parsed = std::from_chars(name.data(), name.data() + name.size(), number);
+    return parsed.ec == std::errc() && name == std::to_string(number);
+}
+
+/// Does `change` while no one else changes a copy under the root.
+template <typename change_t>
+int exclusively(std::string_view root, change_t change)
+{
+    const fileLock lock(folderOf(root) / lockName);
+    return lock.error() == 0 ? change() : lock.error();
+}
+
+} // namespace
+
+int listCopies(std::vector<copyInfo>& copies, std::string_view root)
+{
+    copies.clear();
+    std::error_code error;
+    int             result = wellFormed(root) ? 0 : EINVAL;
+    if (result == 0) {
+        std::filesystem::directory_iterator entry(folderOf(root), error);
+        for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+            copyInfo    copy;
+            struct stat facts {
+            };
+            if (parseNumber(entry->path().filename().string(), copy.number) &&
+                stat(entry->path().c_str(), &facts) == 0 && S_ISREG(facts.st_mode)) {
+                copy.sizeBytes  = static_cast<std::uint64_t>(facts.st_size);
+                copy.modifiedMs = std::int64_t{facts.st_mtim.tv_sec} * 1000 + facts.st_mtim.tv_nsec / 1'000'000;
+                copies.push_back(copy);
+            }
+        }
+        std::ranges::sort(copies, {}, &copyInfo::number);
+        result = error == std::errc::no_such_file_or_directory ? 0 : error.value();
+    }
+    return result;
+}
+
+int readCopy(std::uint32_t number, std::vector<std::uint8_t>& bytes, std::string_view root)
+{
+    return wellFormed(root) ? readFile(fileOf(root, number), largestCopyBytes, bytes) : EINVAL;
+}
+
+int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root)
+{
+    int error = 0;
+    if (!wellFormed(root) || bytes.empty())
+        error = EINVAL;
+    else if (bytes.size() > largestCopyBytes)
+        error = EFBIG;
+    if (error == 0)
+        error = makeFolders(folderOf(root));
+    if (error == 0)
+        error = exclusively(root, [&] { return replaceFile(fileOf(root, number), bytes); });
+    return error;
+}
+
+int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::uint8_t> bytes,
+               std::uint64_t& sizeBytes, std::string_view root)
+{
+    sizeBytes = 0;
+    int error = wellFormed(root) ? 0 : EINVAL;
+    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0)
+        error = errno; // ahead of the lock: no copy makes no folder
+    if (error == 0) {
+        error = exclusively(root, [&] {
+            std::vector<std::uint8_t> copy;
+            int                       result = readFile(fileOf(root, number), largestCopyBytes, copy);
+            sizeBytes                        = copy.size();
+            if (result == 0 && (offset > copy.size() || bytes.size() > copy.size() - offset))
+                result = ERANGE;
+            if (result == 0 && !bytes.empty()) {
+                std::ranges::copy(bytes, copy.begin() + offset);
+                result = replaceFile(fileOf(root, number), copy);
+            }
+            return result;
+        });
+    }
+    return error;
+}
+
+int removeCopy(std::uint32_t number, std::string_view root)
+{
+    int error = wellFormed(root) ? 0 : EINVAL;
+    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0)
+        error = errno;
+    if (error == 0) {
+        error = exclusively(root, [&] {
+            const int result = unlink(fileOf(root, number).c_str()) == 0 ? 0 : errno;
+            return result == 0 ? syncFolder(folderOf(root)) : result;
+        });
+    }
+    return error;
+}
+
+} // namespace kest::host

@@ -1,0 +1,158 @@
+#include "platform/tavo.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <span>
+
+#include "platform/host/errorlog/entry.h"
+#include "platform/host/registry/configuration.h"
+#include "platform/host/vpd/copies.h"
+
+namespace
+{
+
+using namespace kest::host;
+
+constexpr std::uint16_t component = 0x1400;
+
+enum module : std::uint8_t {
+    moduleRead     = 1,
+    moduleWrite    = 2,
+    moduleLocation = 3,
+};
+
+// Reasons: docs/host-services.md lists them.
+constexpr std::uint16_t badArgument  = 0x1401;
+constexpr std::uint16_t pastTheEnd   = 0x1402;
+constexpr std::uint16_t noCopy       = 0x1403;
+constexpr std::uint16_t fileFailed   = 0x1404;
+constexpr std::uint16_t noSuchDevice = 0x1405;
+constexpr std::uint16_t noMemory     = 0x1406;
+
+/// A request as it came, and how it ended.
+struct request {
+    module        who;
+    std::uint32_t device;
+    std::uint32_t length = 0;
+    std::uint32_t offset = 0;
+    std::uint16_t reason = 0;
+    std::uint32_t cause  = 0; ///< `errno`, or the copy's size where the request passes its end
+
+    void fail(std::uint16_t because, std::uint64_t why = 0)
+    {
+        reason = because;
+        cause  = static_cast<std::uint32_t>(why);
+    }
+    [[nodiscard]] ErrlEntry* entry() const
+    {
+        return reason == 0 ? nullptr : newHostEntry(component, who, reason, {device, length, offset, cause});
+    }
+};
+
+/// Does what a request asks for. Callers know no exceptions: where memory is short the request fails.
+template <typename body_t>
+ErrlEntry* serve(request& asked, body_t body)
+{
+    try {
+        body();
+    } catch (const std::exception&) {
+        asked.fail(noMemory);
+    }
+    return asked.entry();
+}
+
+void readRange(request& asked, const char* root, unsigned char** data, unsigned int* length)
+{
+    std::vector<std::uint8_t> copy;
+    const int                 error = readCopy(asked.device, copy, root);
+    if (error == ENOENT || error == ENOTDIR) {
+        *length = 0;
+    } else if (error != 0) {
+        asked.fail(error == EINVAL ? badArgument : fileFailed, static_cast<std::uint64_t>(error));
+    } else if (asked.offset >= copy.size()) {
+        asked.fail(pastTheEnd, copy.size());
+    } else {
+        const auto rest  = static_cast<unsigned int>(copy.size() - asked.offset);
+        const auto moved = asked.length == 0 ? rest : std::min(asked.length, rest);
+        *data            = static_cast<unsigned char*>(tavo_malloc(moved));
+        if (*data != nullptr) {
+            std::memcpy(*data, copy.data() + asked.offset, moved);
+            *length = moved;
+        } else {
+            asked.fail(noMemory);
+        }
+    }
+}
+
+} // namespace
+
+ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,
+                                      unsigned int* length, unsigned int offset)
+{
+    request asked{.who = moduleRead, .device = device, .length = length != nullptr ? *length : 0, .offset = offset};
+    return serve(asked, [&] {
+        if (data != nullptr)
+            *data = nullptr;
+        if (root == nullptr || name != nullptr || data == nullptr || length == nullptr)
+            asked.fail(badArgument, EINVAL);
+        else
+            readRange(asked, root, data, length);
+    });
+}
+
+ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, const char* name,
+                                       const unsigned char* data, unsigned int* length, unsigned int offset)
+{
+    request asked{.who = moduleWrite, .device = device, .length = length != nullptr ? *length : 0, .offset = offset};
+    return serve(asked, [&] {
+        if (root == nullptr || name != nullptr || length == nullptr || (data == nullptr && *length > 0)) {
+            asked.fail(badArgument, EINVAL);
+        } else {
+            std::uint64_t size  = 0;
+            const int     error = changeCopy(device, offset, std::span(data, *length), size, root);
+            if (error == ERANGE)
+                asked.fail(pastTheEnd, size);
+            else if (error == ENOENT || error == ENOTDIR)
+                asked.fail(noCopy);
+            else if (error != 0)
+                asked.fail(error == EINVAL ? badArgument : fileFailed, static_cast<std::uint64_t>(error));
+        }
+    });
+}
+
+ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, zelPosition position, bool)
+{
+    request asked{.who = moduleLocation, .device = deviceAddress, .offset = position};
+    return serve(asked, [&] {
+        const auto& devices = currentConfiguration().devices;
+        const auto  found   = std::ranges::find_if(devices, [&](const deviceEntry& device) {
+            return device.number == deviceAddress && device.position == position;
+        });
+        if (string != nullptr)
+            *string = nullptr;
+        if (string == nullptr) {
+            asked.fail(badArgument, EINVAL);
+        } else if (found == devices.end()) {
+            asked.fail(noSuchDevice);
+        } else {
+            *string = static_cast<char*>(tavo_malloc(static_cast<unsigned int>(found->location.size() + 1)));
+            if (*string != nullptr)
+                std::memcpy(*string, found->location.data(), found->location.size());
+            else
+                asked.fail(noMemory);
+        }
+    });
+}
+
+void* tavo_malloc(unsigned int size) { return std::calloc(std::max(size, 1U), 1); }
+
+void tavo_util_free(void** buffer)
+{
+    if (buffer != nullptr) {
+        std::free(*buffer);
+        *buffer = nullptr;
+    }
+}
