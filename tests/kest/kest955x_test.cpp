@@ -1,0 +1,849 @@
+/// Register routines: registers and lengths by type, masks, the frame around each routine and its clean-up.
+#include "kest955x.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+
+#include "tests/platform/scripted.h"
+
+using namespace scripted;
+using namespace kest;
+
+namespace
+{
+
+constexpr kest_dpOperation operationOf(std::uint32_t number) { return static_cast<kest_dpOperation>(number); }
+constexpr kest_dpConfig    configOf(std::uint32_t number) { return static_cast<kest_dpConfig>(number); }
+constexpr kest_deviceType  typeOf(std::uint32_t number) { return static_cast<kest_deviceType>(number); }
+
+/// A request for one device at 0xC0 on /dev/i2c-1, local node.
+class Registers : public PlatformTest
+{
+protected:
+    Registers() { become(0x9552); }
+
+    void become(std::uint32_t type)
+    {
+        node.type = typeOf(type);
+        request   = {.deviceInfo = &info, .deviceType = typeOf(type), .attributes = attributes.data()};
+    }
+
+    /// Forgets what was; the script is empty again.
+    void restart()
+    {
+        platform.reset();
+        hubHandle = platform.openHandle();
+    }
+
+    /// Lets every call succeed; reads give `inputs` one after the other.
+    void answering(std::vector<Bytes> inputs)
+    {
+        platform.healthy();
+        platform.readHandler = [inputs, next = std::size_t{0}](std::uint8_t* buffer, unsigned size) mutable {
+            const Bytes& input = next < inputs.size() ? inputs[next++] : Bytes{};
+            EXPECT_EQ(input.size(), size);
+            std::copy_n(input.begin(), std::min<std::size_t>(size, input.size()), buffer);
+            return static_cast<int>(size);
+        };
+    }
+
+    /// Frees the entry that a call answered, and says whether there was one.
+    static bool failed(ErrlEntry* entry)
+    {
+        const std::unique_ptr<ErrlEntry> owned{entry};
+        return owned != nullptr;
+    }
+
+    std::array<kest_attributeValue, 6> attributes{400, 1, 15, 1, 2, 1};
+    char                               nodeName[2]    = "L";
+    char                               devicePath[11] = "/dev/i2c-1";
+    kest_deviceAddress                 node{0xC0, KEST_DEV_9552, 0, nullptr};
+    kest_deviceInfo                    info{nodeName, devicePath, &node};
+    Dp955xRequest                      request{};
+    mern_t                             hubHandle = platform.openHandle(); // h1, as the hub's reset has it
+};
+
+// --- the frame -------------------------------------------------------------------------------------------------------------------
+
+TEST_F(Registers, WriteReadsChangesAndWritesBackUnderTheLock)
+{
+    become(0x9551);
+    answering({hex("00 00")});
+    EXPECT_FALSE(failed(Write(&request, operationOf(1), 0x0001, 0)));
+    EXPECT_EQ(R"(
+MernInitialize(0x80000000)
+mern_iic_open(node -1, "/dev/i2c-1", 0x1002)
+mern_iic_config(h2, 2, 19, block: speed 400, address 0xC0, offset bytes 0, timeout 20000, write cycle 0, page 0, flags 0xFFFF0001, busy wait 1000)
+mern_iic_config(h2, 2, 2, 0x190)
+mern_iic_config(h2, 2, 17, kind 2, address 0xC0, timeout 500, big-endian)
+mern_iic_config(h2, 2, 3, 0xC0)
+mern_iic_write(h2, 1 byte: 15)
+mern_iic_read(h2, 2)
+mern_iic_config(h2, 2, 3, 0xC0)
+mern_iic_write(h2, 3 bytes: 15 01 00)
+mern_iic_config(h2, 2, 18, kind 2, address 0xC0, timeout 500, big-endian)
+mern_iic_close(h2)
+)",
+              platform.calls());
+    EXPECT_EQ("\n", platform.traces());
+}
+
+TEST_F(Registers, ReadTakesTheTwoInputRegistersOfA9552OneByOne)
+{
+    answering({hex("34"), hex("12")});
+    std::uint32_t value = 0xFFFFFFFF;
+    EXPECT_FALSE(failed(Read(&request, 0xFFFF, &value)));
+    EXPECT_EQ(0x1234U, value);
+    EXPECT_EQ(R"(
+MernInitialize(0x80000000)
+mern_iic_open(node -1, "/dev/i2c-1", 0x1002)
+mern_iic_config(h2, 2, 19, block: speed 400, address 0xC0, offset bytes 0, timeout 20000, write cycle 0, page 0, flags 0xFFFF0001, busy wait 1000)
+mern_iic_config(h2, 2, 2, 0x190)
+mern_iic_config(h2, 2, 17, kind 2, address 0xC0, timeout 500, big-endian)
+mern_iic_config(h2, 2, 3, 0xC0)
+mern_iic_write(h2, 1 byte: 00)
+mern_iic_read(h2, 1)
+mern_iic_config(h2, 2, 3, 0xC0)
+mern_iic_write(h2, 1 byte: 01)
+mern_iic_read(h2, 1)
+mern_iic_config(h2, 2, 18, kind 2, address 0xC0, timeout 500, big-endian)
+mern_iic_close(h2)
+)",
+              platform.calls());
+}
+
+TEST_F(Registers, HubResetRunsOnTheCallersHandleWithoutLockSpeedOpenOrClose)
+{
+    answering({hex("FF FF FF FF")});
+    EXPECT_FALSE(failed(Write_922Hub_Reset(&request, operationOf(0), 0x8000, 0, &hubHandle)));
+    EXPECT_EQ(R"(
+mern_iic_config(h1, 2, 19, block: speed 400, address 0xC0, offset bytes 0, timeout 20000, write cycle 0, page 0, flags 0xFFFF0001, busy wait 1000)
+mern_iic_config(h1, 2, 3, 0xC0)
+mern_iic_write(h1, 1 byte: 16)
+mern_iic_read(h1, 4)
+mern_iic_config(h1, 2, 3, 0xC0)
+mern_iic_write(h1, 5 bytes: 16 ff ff ff 3f)
+)",
+              platform.calls());
+}
+
+TEST_F(Registers, RawConfigWritesOneRegisterWithoutReading)
+{
+    platform.healthy();
+    EXPECT_FALSE(failed(RawConfig(&request, configOf(3), 0xABCD)));
+    EXPECT_EQ(R"(
+MernInitialize(0x80000000)
+mern_iic_open(node -1, "/dev/i2c-1", 0x1002)
+mern_iic_config(h2, 2, 19, block: speed 400, address 0xC0, offset bytes 0, timeout 20000, write cycle 0, page 0, flags 0xFFFF0001, busy wait 1000)
+mern_iic_config(h2, 2, 2, 0x190)
+mern_iic_config(h2, 2, 17, kind 2, address 0xC0, timeout 500, big-endian)
+mern_iic_config(h2, 2, 3, 0xC0)
+mern_iic_write(h2, 2 bytes: 03 cd)
+mern_iic_config(h2, 2, 18, kind 2, address 0xC0, timeout 500, big-endian)
+mern_iic_close(h2)
+)",
+              platform.calls());
+}
+
+TEST_F(Registers, AttributesGiveTheSpeedAndTheBlocksFlag)
+{
+    attributes = {100, 1, 15, 1, 2, 3};
+    platform.healthy();
+    EXPECT_FALSE(failed(RawConfig(&request, configOf(2), 0)));
+    EXPECT_NE(std::string::npos, platform.layerCalls().find("flags 0xFFFF0002, busy wait 1000)\n"
+                                                            "mern_iic_config(h2, 2, 2, 0x64)\n"))
+        << platform.layerCalls();
+}
+
+TEST_F(Registers, EachRoutineTracesItsEntryAndExit)
+{
+    platform.healthy();
+    std::uint32_t value = 0;
+    become(0x9554);
+    EXPECT_FALSE(failed(Write(&request, operationOf(0), 0, 0)));
+    EXPECT_FALSE(failed(Read(&request, 0, &value)));
+    EXPECT_FALSE(failed(GeneralConfig(&request, configOf(0), 0)));
+    EXPECT_FALSE(failed(RawConfig(&request, configOf(6), 0)));
+    EXPECT_FALSE(failed(Write_922Hub_Reset(&request, operationOf(0), 0, 0, &hubHandle)));
+    std::map<std::string, int> scopes;
+    for (const TraceRecord& record : platform.traceRecords()) {
+        ++scopes[record.arguments.at(0)];
+    }
+    for (const char* name : {"\"Write\"", "\"Read\"", "\"GeneralConfig\"", "\"RawConfig\"", "\"Write_922Hub_Reset\""}) {
+        EXPECT_EQ(2, scopes[name]) << name;
+    }
+}
+
+// --- registers and lengths by type -----------------------------------------------------------------------------------------------
+
+TEST_F(Registers, OutputRegistersByType)
+{
+    const struct {
+        std::uint32_t type;
+        const char*   state;
+        const char*   select;
+        const char*   written; // operation 3 on pin 0: selector 10, or output 0
+    } rows[] = {{0x9551, "55 55", "15", "15 56 55"},
+                {0x9552, "55 55 55 55", "16", "16 56 55 55 55"},
+                {0x9554, "FF", "01", "01 FE"},
+                {0x9555, "FF FF", "02", "02 FE FF"}};
+    for (const auto& row : rows) {
+        for (const bool onHubsHandle : {false, true}) {
+            restart();
+            become(row.type);
+            answering({hex(row.state)});
+            EXPECT_FALSE(failed(onHubsHandle ? Write_922Hub_Reset(&request, operationOf(3), 1, 0, &hubHandle)
+                                             : Write(&request, operationOf(3), 1, 0)));
+            EXPECT_EQ((std::vector<Bytes>{hex(row.select), hex(row.written)}), platform.written())
+                << std::hex << row.type;
+        }
+    }
+}
+
+TEST_F(Registers, InputRegistersByType)
+{
+    const struct {
+        std::uint32_t      type;
+        std::vector<Bytes> inputs;
+        std::vector<Bytes> selected;
+        std::uint32_t      value, masked; // under 0xFFFF and 0x0FF0
+    } rows[] = {
+        {0x9551, {hex("A5")}, {hex("00")}, 0x00A5, 0x00A0},
+        {0x9552, {hex("A5"), hex("3C")}, {hex("00"), hex("01")}, 0x3CA5, 0x0CA0},
+        {0x9554, {hex("A5")}, {hex("00")}, 0x00A5, 0x00A0},
+        {0x9555, {hex("A5 3C")}, {hex("00")}, 0x3CA5, 0x0CA0},
+        // 0x3412 under 0x0FF0 is 0x0410: masked first, then swapped
+        {0x75, {hex("12 34")}, {hex("00")}, 0x1234, 0x1004},
+        {0x92, {hex("12 34")}, {hex("00")}, 0x1234, 0x1004},
+    };
+    for (const auto& row : rows) {
+        for (const bool masked : {false, true}) {
+            restart();
+            become(row.type);
+            answering(row.inputs);
+            std::uint32_t value = 0xFFFFFFFF;
+            EXPECT_FALSE(failed(Read(&request, masked ? 0x0FF0 : 0xFFFF, &value)));
+            EXPECT_EQ(masked ? row.masked : row.value, value) << std::hex << row.type;
+            EXPECT_EQ(row.selected, platform.written());
+        }
+    }
+}
+
+TEST_F(Registers, DirectionRegistersByType)
+{
+    const struct {
+        std::uint32_t type;
+        const char*   state;
+        std::uint32_t config, bits;
+        const char*   select;
+        const char*   written;
+    } rows[] = {{0x9554, "0F", 0, 0x30, "03", "03 3F"},         {0x9554, "0F", 1, 0x31, "03", "03 0E"},
+                {0x9554, "0F", 2, 0xFF, "03", "03 0F"}, // unknown: unchanged
+                {0x9555, "0F F0", 0, 0x0130, "06", "06 3F F1"}, {0x9555, "0F F0", 1, 0x1031, "06", "06 0E E0"},
+                {0x9555, "0F F0", 9, 0xFFFF, "06", "06 0F F0"}};
+    for (const auto& row : rows) {
+        restart();
+        become(row.type);
+        answering({hex(row.state)});
+        EXPECT_FALSE(failed(GeneralConfig(&request, configOf(row.config), row.bits)));
+        EXPECT_EQ((std::vector<Bytes>{hex(row.select), hex(row.written)}), platform.written())
+            << std::hex << row.type << " config " << row.config;
+    }
+}
+
+TEST_F(Registers, LedDriversHaveNoDirections)
+{
+    for (const std::uint32_t type : {0x9551U, 0x9552U}) {
+        for (const std::uint32_t config : {0U, 1U, 2U}) {
+            restart();
+            become(type);
+            EXPECT_FALSE(failed(GeneralConfig(&request, configOf(config), 0xFFFF)));
+            EXPECT_EQ("\n", platform.calls());
+            const auto& traces = platform.traceRecords();
+            ASSERT_EQ(3U, traces.size());
+            EXPECT_EQ(" %s,%x", traces[1].format);
+            EXPECT_EQ((std::vector<std::string>{"\"GeneralConfig\"", type == 0x9551 ? "0x9551" : "0x9552"}),
+                      traces[1].arguments);
+        }
+    }
+}
+
+TEST_F(Registers, RawRegistersByTypeAndConfig)
+{
+    constexpr int none = 0xFF;
+    const struct {
+        std::uint32_t      type;
+        std::array<int, 8> registers; // by config
+    } rows[] = {{0x9551, {none, none, 0x01, 0x02, 0x03, 0x04, none, none}},
+                {0x9552, {none, none, 0x02, 0x03, 0x04, 0x05, none, none}},
+                {0x9554, {none, none, none, none, none, none, 0x02, none}},
+                {0x9555, {none, none, none, none, none, none, 0x04, 0x05}},
+                {0x75, {none, none, none, none, none, none, none, none}},
+                {0x92, {none, none, none, none, none, none, none, none}},
+                {0xD10, {none, none, none, none, none, none, none, none}}};
+    for (const auto& row : rows) {
+        for (const std::uint32_t config : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 255U, 0x80000002U, 0xFFFFFFFFU}) {
+            restart();
+            become(row.type);
+            platform.healthy();
+            const std::unique_ptr<ErrlEntry> entry{RawConfig(&request, configOf(config), 0x1A5)};
+            const int                        expected = config < 8 ? row.registers[config] : none;
+            SCOPED_TRACE(testing::Message() << std::hex << row.type << " config " << config);
+            if (expected != none) {
+                EXPECT_EQ(nullptr, entry);
+                EXPECT_EQ((std::vector<Bytes>{{static_cast<std::uint8_t>(expected), 0xA5}}), platform.written());
+                continue;
+            }
+            ASSERT_NE(nullptr, entry);
+            EXPECT_TRUE(platform.written().empty());
+            const EntryRecord& record = platform.entry(entry.get());
+            ASSERT_EQ(1U, record.srcs.size());
+            EXPECT_NE(0U, record.srcs[0].word1) << "source line";
+            EXPECT_EQ(
+                (Src{
+                    .module = 36, .reason = 0x132D, .word1 = record.srcs[0].word1, .word2 = row.type, .word3 = config}),
+                record.srcs[0]);
+            EXPECT_EQ(0x8000132DU, record.returnCode);
+            EXPECT_TRUE(record.callouts.empty());
+            // Locked, unlocked and closed all the same.
+            EXPECT_EQ(0, platform.openHandles());
+            EXPECT_EQ(18U, platform.configs().at(platform.configs().size() - 1).item);
+        }
+    }
+}
+
+TEST_F(Registers, UnlistedTypesAreReportedAndServedWithRegister0AndNoData)
+{
+    std::uint32_t value = 0xFFFFFFFF;
+    const struct {
+        std::function<ErrlEntry*()> call;
+        std::uint8_t                module;
+        std::uint32_t               type;
+        std::vector<Bytes>          written;
+    } rows[] = {
+        {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, 25, 0x75, {hex("00"), hex("00")}},
+        {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, 25, 0xD10, {hex("00"), hex("00")}},
+        {[&] { return Read(&request, 0xFFFF, &value); }, 24, 0xD10, {hex("00")}},
+        {[&] { return GeneralConfig(&request, configOf(0), 0xFFFF); }, 35, 0x92, {hex("00"), hex("00")}},
+        {[&] { return Write_922Hub_Reset(&request, operationOf(4), 0xFFFF, 0, &hubHandle); },
+         37,
+         0x92,
+         {hex("00"), hex("00")}},
+    };
+    for (const auto& row : rows) {
+        restart();
+        become(row.type);
+        platform.healthy();
+        const std::unique_ptr<ErrlEntry> entry{row.call()};
+        ASSERT_NE(nullptr, entry);
+        const EntryRecord& record = platform.entry(entry.get());
+        ASSERT_EQ(1U, record.srcs.size());
+        EXPECT_NE(0U, record.srcs[0].word1) << "source line";
+        EXPECT_EQ((Src{.module = row.module, .reason = 0x132C, .word1 = record.srcs[0].word1, .word2 = row.type}),
+                  record.srcs[0]);
+        EXPECT_EQ(0x8000132CU, record.returnCode);
+        EXPECT_EQ(row.written, platform.written());
+        EXPECT_NE(std::string::npos,
+                  platform.layerCalls().find("mern_iic_read(h" + std::string(row.module == 37 ? "1" : "2") + ", 0)"));
+    }
+    EXPECT_EQ(0U, value);
+}
+
+// --- masks -----------------------------------------------------------------------------------------------------------------------
+
+TEST_F(Registers, OperationsOnSelectorsAndOutputs)
+{
+    const struct {
+        std::uint32_t type, operation, bits, mask;
+        const char*   before;
+        const char*   after;
+    } rows[] = {
+        // selectors of pins 0-3 are 00, 01, 10, 11; pins 0-3 become the operation's
+        {0x9551, 0, 0x0F, 0x00, "E4 00", "15 00 00"},
+        {0x9551, 1, 0x0F, 0x00, "E4 00", "15 55 00"},
+        {0x9551, 3, 0x0F, 0x00, "E4 00", "15 AA 00"},
+        {0x9551, 4, 0x0F, 0x00, "E4 00", "15 FF 00"},
+        // copy: low bits of pins 0-3 become 1, 0, 1, 0; high bits stay 0, 0, 1, 1; bit 4 is not masked
+        {0x9551, 2, 0x15, 0x0F, "E4 00", "15 B1 00"},
+        {0x9551, 5, 0xFF, 0xFF, "E4 1B", "15 E4 1B"},
+        {0x9551, 0xFFFFFFFF, 0xFF, 0xFF, "E4 1B", "15 E4 1B"},
+        // the eighth pin, and bits beyond the device
+        {0x9551, 4, 0x80, 0x00, "00 00", "15 00 C0"},
+        {0x9551, 4, 0xFFFFFF00, 0x00, "E4 1B", "15 E4 1B"},
+        {0x9552, 1, 0x8001, 0x00, "00 00 00 00", "16 01 00 00 40"},
+        {0x9552, 3, 0x0180, 0x00, "00 00 00 00", "16 00 80 02 00"},
+        {0x9552, 0, 0xFFFF, 0x00, "12 34 56 78", "16 00 00 00 00"},
+        {0x9552, 2, 0xFFFF, 0xFF00, "AA AA AA AA", "16 AA AA FF FF"},
+        {0x9552, 4, 0xFFFF0000, 0x00, "12 34 56 78", "16 12 34 56 78"},
+        // outputs have no high bit: 0 and 3 clear, 1 and 4 set
+        {0x9554, 0, 0x0F, 0x00, "FF", "01 F0"},
+        {0x9554, 1, 0x0F, 0x00, "C0", "01 CF"},
+        {0x9554, 2, 0x5A, 0x0F, "C3", "01 CA"},
+        {0x9554, 3, 0x0F, 0x00, "FF", "01 F0"},
+        {0x9554, 4, 0x0F, 0x00, "C0", "01 CF"},
+        {0x9554, 5, 0x0F, 0x0F, "C0", "01 C0"},
+        {0x9555, 1, 0x8001, 0x00, "10 20", "02 11 A0"},
+        {0x9555, 2, 0x1234, 0xFF00, "56 78", "02 56 12"},
+    };
+    for (const auto& row : rows) {
+        restart();
+        become(row.type);
+        answering({hex(row.before)});
+        EXPECT_FALSE(failed(Write(&request, operationOf(row.operation), row.bits, row.mask)));
+        EXPECT_EQ(hex(row.after), platform.written().at(1)) << std::hex << row.type << " operation " << row.operation;
+    }
+}
+
+/// One pin of a device as a model that knows no masks.
+struct Pin {
+    bool low, high;
+};
+
+/// What an operation makes of one pin; `bit` and `selected` are the pin's own bits of the two arguments.
+Pin modelled(Pin pin, std::uint32_t operation, bool bit, bool selected)
+{
+    switch (operation) {
+    case 0:
+        return bit ? Pin{false, false} : pin;
+    case 1:
+        return bit ? Pin{true, false} : pin;
+    case 2:
+        return selected ? Pin{bit, pin.high} : pin;
+    case 3:
+        return bit ? Pin{false, true} : pin;
+    case 4:
+        return bit ? Pin{true, true} : pin;
+    default:
+        return pin;
+    }
+}
+
+bool bitAt(const Bytes& bytes, unsigned bit) { return (bytes.at(bit / 8) >> (bit % 8) & 1) != 0; }
+
+void putBit(Bytes& bytes, unsigned bit, bool value)
+{
+    std::uint8_t& byte = bytes.at(bit / 8);
+    byte               = static_cast<std::uint8_t>(value ? byte | 1 << bit % 8 : byte & ~(1 << bit % 8));
+}
+
+/// The whole device: two bits a pin on LED drivers (`selectors`), one on expanders.
+Bytes modelledDevice(const Bytes& before, bool selectors, std::uint32_t operation, std::uint32_t bits,
+                     std::uint32_t mask)
+{
+    Bytes          after = before;
+    const unsigned width = selectors ? 2 : 1;
+    for (unsigned pin = 0; pin < before.size() * 8 / width; ++pin) {
+        const Pin old{bitAt(before, pin * width), selectors && bitAt(before, pin * width + 1)};
+        const Pin now = modelled(old, operation, (bits >> pin & 1) != 0, (mask >> pin & 1) != 0);
+        putBit(after, pin * width, now.low);
+        if (selectors) {
+            putBit(after, pin * width + 1, now.high);
+        }
+    }
+    return after;
+}
+
+TEST_F(Registers, RandomChangesAgreeWithABitByBitModel)
+{
+    const struct {
+        std::uint32_t type;
+        unsigned      bytes;
+        bool          selectors;
+        std::uint8_t  registerByte;
+    } devices[] = {
+        {0x9551, 2, true, 0x15}, {0x9552, 4, true, 0x16}, {0x9554, 1, false, 0x01}, {0x9555, 2, false, 0x02}};
+    std::mt19937 random(20240607);
+    for (int round = 0; round < 2000; ++round) {
+        const auto&         device    = devices[random() % 4];
+        const std::uint32_t operation = static_cast<std::uint32_t>(random()) % 7;
+        const std::uint32_t bits = static_cast<std::uint32_t>(random()) & (random() % 2 == 0 ? 0xFFFF : 0xFFFFFFFF);
+        const std::uint32_t mask = static_cast<std::uint32_t>(random()) & (random() % 2 == 0 ? 0xFFFF : 0xFFFFFFFF);
+        Bytes               before(device.bytes);
+        for (std::uint8_t& byte : before) {
+            byte = static_cast<std::uint8_t>(random());
+        }
+        restart();
+        become(device.type);
+        answering({before});
+        ASSERT_FALSE(failed(random() % 2 == 0
+                                ? Write(&request, operationOf(operation), bits, mask)
+                                : Write_922Hub_Reset(&request, operationOf(operation), bits, mask, &hubHandle)));
+        Bytes expected = modelledDevice(before, device.selectors, operation, bits, mask);
+        expected.insert(expected.begin(), device.registerByte);
+        ASSERT_EQ(expected, platform.written().at(1))
+            << std::hex << device.type << " operation " << operation << " bits " << bits << " mask " << mask;
+    }
+}
+
+TEST_F(Registers, RandomDirectionsAgreeWithABitByBitModel)
+{
+    std::mt19937 random(19990101);
+    for (int round = 0; round < 500; ++round) {
+        const bool          wide   = random() % 2 == 0;
+        const std::uint32_t config = static_cast<std::uint32_t>(random()) % 3;
+        const auto          bits   = static_cast<std::uint32_t>(random());
+        Bytes               before(wide ? 2 : 1);
+        for (std::uint8_t& byte : before) {
+            byte = static_cast<std::uint8_t>(random());
+        }
+        Bytes expected = before;
+        for (unsigned pin = 0; pin < before.size() * 8; ++pin) {
+            if (config < 2 && (bits >> pin & 1) != 0) {
+                putBit(expected, pin, config == 0);
+            }
+        }
+        expected.insert(expected.begin(), wide ? 0x06 : 0x03);
+        restart();
+        become(wide ? 0x9555 : 0x9554);
+        answering({before});
+        ASSERT_FALSE(failed(GeneralConfig(&request, configOf(config), bits)));
+        ASSERT_EQ(expected, platform.written().at(1)) << config << " bits " << std::hex << bits;
+    }
+}
+
+TEST_F(Registers, RandomInputsAgreeWithABitByBitModel)
+{
+    std::mt19937 random(4711);
+    for (int round = 0; round < 500; ++round) {
+        const std::uint32_t types[] = {0x9551, 0x9552, 0x9554, 0x9555, 0x75, 0x92};
+        const std::uint32_t type    = types[random() % 6];
+        const auto          mask    = static_cast<std::uint32_t>(random());
+        const bool          wide    = type != 0x9551 && type != 0x9554;
+        const bool          swapped = type < 0x100;
+        Bytes               input(wide ? 2 : 1);
+        for (std::uint8_t& byte : input) {
+            byte = static_cast<std::uint8_t>(random());
+        }
+        std::uint32_t expected = 0;
+        for (unsigned bit = 0; bit < input.size() * 8; ++bit) {
+            if (bitAt(input, bit) && (mask >> bit & 1) != 0) {
+                expected |= 1U << (swapped ? (bit + 8) % 16 : bit);
+            }
+        }
+        restart();
+        become(type);
+        answering(type == 0x9552 ? std::vector<Bytes>{{input[0]}, {input[1]}} : std::vector<Bytes>{input});
+        std::uint32_t value = 0xFFFFFFFF;
+        ASSERT_FALSE(failed(Read(&request, mask, &value)));
+        ASSERT_EQ(expected, value) << std::hex << type << " mask " << mask;
+    }
+}
+
+// --- failures --------------------------------------------------------------------------------------------------------------------
+
+/// A routine, and what each of its steps on the bus is.
+struct Routine {
+    const char*  name;
+    std::uint8_t module;
+    std::string  steps; ///< open, block, speed, lock; then target, write and read of each operation
+    std::function<ErrlEntry*(Dp955xRequest*)> call;
+};
+
+std::vector<Routine> framedRoutines()
+{
+    static std::uint32_t value = 0;
+    return {{"Read", 24, "obsltwrtwr", [](Dp955xRequest* request) { return Read(request, 0xFFFF, &value); }},
+            {"Write", 25, "obsltwrtw", [](Dp955xRequest* request) { return Write(request, operationOf(1), 1, 0); }},
+            {"RawConfig", 36, "obsltw", [](Dp955xRequest* request) { return RawConfig(request, configOf(2), 1); }},
+            {"GeneralConfig", 35, "obsltwrtw", [](Dp955xRequest* request) {
+                 request->deviceType = KEST_DEV_9554;
+                 return GeneralConfig(request, configOf(0), 1);
+             }}};
+}
+
+/// Module and reason of a step's failure with EIO.
+std::pair<int, int> failureOf(char step)
+{
+    switch (step) {
+    case 'o':
+        return {11, 0x130C};
+    case 'w':
+        return {18, 0x1314};
+    case 'r':
+        return {13, 0x1312};
+    case 'c':
+        return {19, 0x1317};
+    default:
+        return {12, 0x130E};
+    }
+}
+
+void scriptStep(Platform& platform, char step, const Bytes& input)
+{
+    switch (step) {
+    case 'o':
+        platform.opens();
+        break;
+    case 'w':
+        platform.writes();
+        break;
+    case 'r':
+        platform.reads(input);
+        break;
+    case 'c':
+        platform.closes();
+        break;
+    default:
+        platform.configures();
+    }
+}
+
+void scriptFailure(Platform& platform, char step)
+{
+    switch (step) {
+    case 'o':
+        platform.failsOpen(EIO);
+        return; // no handle, no capture
+    case 'w':
+        platform.failsWrite(EIO);
+        break;
+    case 'r':
+        platform.failsRead(EIO);
+        break;
+    case 'c':
+        platform.failsClose(EIO);
+        break;
+    default:
+        platform.failsConfig(EIO);
+    }
+    platform.capturesFfdc();
+    if (step == 'r') {
+        platform.configuresReading(word(3)); // the detect state is asked for
+    }
+}
+
+/// Every step failing, with and without failures of the unlock and the close behind it: the first entry comes back, later ones are committed.
+TEST_F(Registers, FirstFailureComesBackAndLaterOnesAreCommitted)
+{
+    int cases = 0;
+    for (const Routine& routine : framedRoutines()) {
+        for (std::size_t failing = 0; failing <= routine.steps.size(); ++failing) {
+            for (const int late : {0, 1, 2, 3}) { // bit 0: unlock fails; bit 1: close fails
+                restart();
+                become(0x9552);
+                const bool opened      = failing > 0;
+                const bool locked      = failing > 3;
+                const bool unlockFails = (late & 1) != 0;
+                const bool closeFails  = (late & 2) != 0;
+                if ((unlockFails && !locked) || (closeFails && !opened)) {
+                    continue;
+                }
+                SCOPED_TRACE(testing::Message() << routine.name << " step " << failing << " late " << late);
+                ++cases;
+                std::vector<char> failures;
+                const Bytes       input(routine.module == 25 ? 4 : 1, 0);
+                for (std::size_t step = 0; step < std::min(failing, routine.steps.size()); ++step) {
+                    scriptStep(platform, routine.steps[step], input);
+                }
+                if (failing < routine.steps.size()) {
+                    scriptFailure(platform, routine.steps[failing]);
+                    failures.push_back(routine.steps[failing]);
+                }
+                if (locked) {
+                    unlockFails ? scriptFailure(platform, 'u') : scriptStep(platform, 'u', {});
+                }
+                if (opened) {
+                    closeFails ? scriptFailure(platform, 'c') : scriptStep(platform, 'c', {});
+                }
+                if (unlockFails) {
+                    failures.push_back('u');
+                }
+                if (closeFails) {
+                    failures.push_back('c');
+                }
+
+                const std::unique_ptr<ErrlEntry> entry{routine.call(&request)};
+                ASSERT_EQ(!failures.empty(), entry != nullptr);
+                EXPECT_EQ(0, platform.openHandles());
+                EXPECT_EQ(0, platform.heldLocks());
+                if (failures.empty()) {
+                    EXPECT_EQ(0, platform.entryCount());
+                    continue;
+                }
+                const EntryRecord& first = platform.entry(entry.get());
+                ASSERT_EQ(1U, first.srcs.size());
+                EXPECT_EQ(failureOf(failures[0]), (std::pair<int, int>{first.srcs[0].module, first.srcs[0].reason}));
+                EXPECT_TRUE(first.commits.empty());
+                // A step names itself in the entry; a clean-up step that is the only failure does not.
+                const bool inStep      = failing < routine.steps.size();
+                const bool inOperation = inStep && failing > 3;
+                EXPECT_EQ(inStep ? (inOperation ? 2U : 1U) : 0U, first.softwareErrors.size());
+                if (inStep) {
+                    EXPECT_EQ(routine.module, first.softwareErrors.back().word1);
+                    EXPECT_NE(0, first.softwareErrors.back().word2);
+                    EXPECT_EQ(first.returnCode, first.softwareErrors.back().returnCode);
+                }
+                // What failed later is kept for service, in the order of its failing.
+                std::vector<std::pair<int, int>> expected, committed;
+                for (std::size_t i = 1; i < failures.size(); ++i) {
+                    expected.push_back(failureOf(failures[i]));
+                }
+                for (int number = 1; number <= platform.entryCount(); ++number) {
+                    const EntryRecord& record = platform.entry(number);
+                    if (record.commits == std::vector<Commit>{{0x1300, 0x4000}} && record.srcs[0].module != 41) {
+                        committed.emplace_back(record.srcs.at(0).module, record.srcs.at(0).reason);
+                        EXPECT_TRUE(record.deleted);
+                    }
+                }
+                EXPECT_EQ(expected, committed);
+                // A lock that could not be let go is told by the device's end, too.
+                EXPECT_EQ(static_cast<int>(expected.size()) + (unlockFails ? 1 : 0), platform.commits());
+            }
+        }
+    }
+    EXPECT_EQ(116, cases);
+}
+
+TEST_F(Registers, EntryOfAFailedCleanUpIsTakenOverByANewOne)
+{
+    become(0x9552);
+    platform.opens().configures(4).writes().failsConfig(EIO).capturesFfdc().failsClose(ENODEV).capturesFfdc();
+    const std::unique_ptr<ErrlEntry> entry{RawConfig(&request, configOf(2), 1)};
+    ASSERT_NE(nullptr, entry);
+    const std::string calls = platform.log(kindEntry);
+    // entry1 is the unlock's, entry2 the one that takes it over, entry3 the close's
+    EXPECT_EQ(R"(
+entry1 = ErrlEntry(0x1300, 0x20, 0, 0xB1, 0, 12, 0x43FF, 0x130E, 0x5, 0x2, 0x12, 0x0, 0x55, 0)
+entry1.CollectTrace("IIC", 500)
+entry1.CollectTrace("kest", 500)
+entry1.addUsrDtls("kestwobu", 0x1300, 1, 2)
+entry1.setRC(0x130E)
+entry1.addProcedureCallout(1, 4)
+entry2 = ErrlEntry(0x1300, 0x20, 0, 0xB1, 0, 0, 0x43FF, 0x0, 0x0, 0x0, 0x0, 0x0, 0x81, 0)
+entry2 = copy of entry1
+delete entry1
+entry3 = ErrlEntry(0x1300, 0x20, 0, 0xB1, 0, 19, 0x43FF, 0x1317, 0x13, 0x0, 0x0, 0x0, 0x81, 0)
+entry3.CollectTrace("IIC", 500)
+entry3.CollectTrace("kest", 500)
+entry3.addUsrDtls("kestwobu", 0x1300, 1, 2)
+entry3.setRC(0x80001317)
+entry3.addProcedureCallout(1, 4)
+entry3.commit(0x1300, 0x4000)
+delete entry3
+)",
+              calls.substr(0, calls.find("entry4")));
+    EXPECT_EQ(entry.get() == nullptr ? 0 : 2, platform.entry(entry.get()).number);
+    EXPECT_EQ(41, platform.entry(4).srcs.at(0).module); // the device, still locked at its end
+}
+
+TEST_F(Registers, FailuresAreTracedUnderTheRoutinesName)
+{
+    for (const Routine& routine : framedRoutines()) {
+        restart();
+        become(0x9552);
+        platform.healthy().failCall(3, EIO); // the speed
+        EXPECT_TRUE(failed(routine.call(&request)));
+        const auto named = [&](const TraceRecord& record) {
+            return record.format == " %s" && record.arguments.at(0) == '"' + std::string(routine.name) + '"';
+        };
+        EXPECT_EQ(3, std::ranges::count_if(platform.traceRecords(), named)) << routine.name; // entry, failure, exit
+    }
+}
+
+TEST_F(Registers, HubResetFailingAtAnyStepLeavesTheHandleOpen)
+{
+    const std::string steps = "btwrtw";
+    for (std::size_t failing = 0; failing < steps.size(); ++failing) {
+        restart();
+        become(0x9552);
+        for (std::size_t step = 0; step < failing; ++step) {
+            scriptStep(platform, steps[step], hex("00 00 00 00"));
+        }
+        scriptFailure(platform, steps[failing]);
+        const std::unique_ptr<ErrlEntry> entry{Write_922Hub_Reset(&request, operationOf(1), 0x8000, 0, &hubHandle)};
+        ASSERT_NE(nullptr, entry) << failing;
+        const EntryRecord& record = platform.entry(entry.get());
+        EXPECT_EQ(failureOf(steps[failing]), (std::pair<int, int>{record.srcs.at(0).module, record.srcs.at(0).reason}));
+        EXPECT_EQ(37, record.softwareErrors.back().word1);
+        EXPECT_EQ(std::string::npos, platform.calls().find("mern_iic_close"));
+        EXPECT_EQ(0, platform.commits());
+    }
+}
+
+TEST_F(Registers, ReadThatFailsLeavesOrHalvesTheValue)
+{
+    std::uint32_t value = 0xCAFE0000;
+    platform.healthy().failCall(7, EIO); // the first read
+    EXPECT_TRUE(failed(Read(&request, 0xFFFF, &value)));
+    EXPECT_EQ(0xCAFE0000U, value);
+    restart();
+    platform.healthy().failCall(10, EIO); // the second
+    EXPECT_TRUE(failed(Read(&request, 0, &value)));
+    EXPECT_EQ(0x5AU, value);
+}
+
+TEST_F(Registers, WithoutADeviceInfoNothingIsTouched)
+{
+    request.deviceInfo  = nullptr;
+    std::uint32_t value = 0xCAFE;
+    const struct {
+        std::function<ErrlEntry*()> call;
+        std::uint8_t                module;
+        const char*                 name;
+    } rows[] = {
+        {[&] { return Read(&request, 0xFFFF, &value); }, 24, "\"Read\""},
+        {[&] { return Write(&request, operationOf(0), 0, 0); }, 25, "\"Write\""},
+        {[&] { return GeneralConfig(&request, configOf(0), 0); }, 35, "\"GeneralConfig\""},
+        {[&] { return RawConfig(&request, configOf(2), 0); }, 36, "\"RawConfig\""},
+        {[&] { return Write_922Hub_Reset(&request, operationOf(0), 0, 0, &hubHandle); }, 37, "\"Write_922Hub_Reset\""},
+    };
+    for (const auto& row : rows) {
+        restart();
+        const std::unique_ptr<ErrlEntry> entry{row.call()};
+        ASSERT_NE(nullptr, entry) << row.name;
+        EXPECT_EQ("\n", platform.layerCalls());
+        const EntryRecord& record = platform.entry(1);
+        ASSERT_EQ(1U, record.srcs.size());
+        EXPECT_NE(0U, record.srcs[0].word1) << "source line";
+        EXPECT_EQ((Src{.module = row.module, .reason = 0x132B, .word1 = record.srcs[0].word1}), record.srcs[0]);
+        EXPECT_EQ(0x8000132BU, record.returnCode);
+        EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
+        const auto& traces = platform.traceRecords();
+        ASSERT_EQ(3U, traces.size());
+        EXPECT_EQ(" %s", traces[1].format);
+        EXPECT_EQ((std::vector<std::string>{row.name}), traces[1].arguments);
+    }
+    EXPECT_EQ(0xCAFEU, value);
+}
+
+TEST_F(Registers, ChainWithoutARegisterDeviceIsRefused)
+{
+    node.type = KEST_DEV_SEEPROM_2K; // the request still says 9552
+    const std::unique_ptr<ErrlEntry> entry{Write_922Hub_Reset(&request, operationOf(0), 0, 0, &hubHandle)};
+    ASSERT_NE(nullptr, entry);
+    EXPECT_EQ("\n", platform.layerCalls());
+    EXPECT_EQ(42, platform.entry(1).srcs.at(0).module);
+    EXPECT_EQ(37, platform.entry(2).srcs.at(0).module);
+    EXPECT_EQ(0x132B, platform.entry(2).srcs.at(0).reason);
+}
+
+TEST_F(Registers, WithoutMemoryNothingMoreIsTransferred)
+{
+    for (const Routine& routine : framedRoutines()) {
+        int refused = 0;
+        for (int n = 1;; ++n) {
+            restart();
+            become(0x9552);
+            platform.healthy().failAllocation(n);
+            const std::unique_ptr<ErrlEntry> entry{routine.call(&request)};
+            if (!entry) {
+                break;
+            }
+            ++refused;
+            const EntryRecord& record = platform.entry(entry.get());
+            EXPECT_EQ(routine.module, record.srcs.at(0).module);
+            EXPECT_EQ(0x132B, record.srcs.at(0).reason);
+            EXPECT_EQ(0x8000132BU, record.returnCode);
+            EXPECT_EQ(0, platform.openHandles() + platform.heldLocks());
+        }
+        // the device and each operation
+        EXPECT_EQ(routine.module == 36 ? 2 : 3, refused) << routine.name;
+    }
+}
+
+} // namespace
