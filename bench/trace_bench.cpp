@@ -1,0 +1,81 @@
+/// What a trace costs: one write, two threads at once, and a plain snprintf of the same beside it. One JSON object on standard output.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "platform/trace.h"
+
+namespace
+{
+
+constexpr int writes = 1'000'000;
+constexpr int rounds = 15; // the best of them counts: the machine may have other work
+
+using stopwatch = std::chrono::steady_clock;
+
+trace_wobu_descriptor buffer;
+
+double nsPerCall(stopwatch::duration taken) { return std::chrono::duration<double, std::nano>(taken).count() / writes; }
+
+void writeTraces(int seed)
+{
+    for (int index = 0; index < writes; ++index) {
+        trace_wobu_write_all(buffer, 0x266E6775, " %s,%d,%d", 42, 0, "kest_wobuClose", seed, index);
+    }
+}
+
+double measureWrites()
+{
+    const auto begin = stopwatch::now();
+    writeTraces(1);
+    return nsPerCall(stopwatch::now() - begin);
+}
+
+double measureSnprintf()
+{
+    std::array<char, 128> text{};
+    const auto            begin = stopwatch::now();
+    for (int index = 0; index < writes; ++index) {
+        std::snprintf(text.data(), text.size(), " %s,%d,%d", "kest_wobuClose", 1, index);
+        asm volatile("" : : "r"(text.data()) : "memory"); // the text is wanted
+    }
+    return nsPerCall(stopwatch::now() - begin);
+}
+
+/// @return ns in which each of `count` threads made one write
+double measureThreads(int count)
+{
+    std::latch                ready(count + 1);
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < count; ++thread) {
+        threads.emplace_back([&ready, thread] {
+            ready.arrive_and_wait();
+            writeTraces(thread);
+        });
+    }
+    ready.arrive_and_wait();
+    const auto begin = stopwatch::now();
+    threads.clear(); // joins
+    return nsPerCall(stopwatch::now() - begin);
+}
+
+} // namespace
+
+int main()
+{
+    trace_wobu_init_buffer(&buffer, "kest", 8092);
+    double write = 1e9, one = 1e9, two = 1e9, text = 1e9;
+    for (int round = 0; round < rounds; ++round) {
+        write = std::min(write, measureWrites());
+        one   = std::min(one, measureThreads(1));
+        two   = std::min(two, measureThreads(2));
+        text  = std::min(text, measureSnprintf());
+    }
+    std::printf("{\"trace.write_ns\": %.1f, \"trace.two_thread_scaling\": %.2f, \"trace.snprintf_ns\": %.1f}\n", write,
+                2 * one / two, text);
+    return 0;
+}

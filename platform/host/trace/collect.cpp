@@ -1,0 +1,33 @@
+#include "platform/host/trace/collect.h"
+
+#include <vector>
+
+#include "platform/host/trace/reader.h"
+#include "platform/host/trace/rings.h"
+
+namespace kest::host
+{
+
+std::string collectTrace(const char* name, unsigned bytes)
+{
+    constexpr std::size_t    dataBytes = 16; // of a binary record: entries have little room
+    const ringContents       ring      = readRingImage(copyRing(name));
+    std::vector<std::string> lines;
+    std::size_t              used = 0;
+    for (auto record = ring.records.rbegin(); record != ring.records.rend(); ++record) {
+        std::string line = renderRecord(*record, dataBytes) + '\n';
+        if (line.size() > bytes - used) {
+            break;
+        }
+        used += line.size();
+        lines.push_back(std::move(line));
+    }
+    std::string text;
+    text.reserve(used);
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        text += *line;
+    }
+    return text;
+}
+
+} // namespace kest::host

@@ -1,0 +1,39 @@
+/// Finds the records in a lane's bytes, which anybody may have written.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/host/trace/layout.h"
+
+namespace kest::host::trace
+{
+
+/// The records' part of a lane.
+struct laneBytes {
+    const std::uint8_t* bytes   = nullptr;
+    std::uint32_t       units   = 0;
+    bool                foreign = false; ///< words are in the other byte order
+};
+
+std::uint32_t loadWord(const std::uint8_t* bytes, bool foreign);
+std::uint64_t loadWide(const std::uint8_t* bytes, bool foreign);
+
+/// One whole record, words as they lie in the lane.
+struct recordBytesRead {
+    std::uint32_t              tag = 0;
+    std::vector<std::uint32_t> words;
+};
+
+struct laneReading {
+    std::vector<recordBytesRead> records;       ///< in the order of their reservation
+    bool                         whole = false; ///< nothing is missing between the first record and the end
+};
+
+/// Reads the records ahead of `position`.
+laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed);
+
+/// Whether the lane holds, whole and in its place, the record with this tag.
+bool isRecordAt(laneBytes lane, std::uint32_t tag, std::uint32_t seed);
+
+} // namespace kest::host::trace

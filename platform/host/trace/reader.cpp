@@ -1,0 +1,445 @@
+#include "platform/host/trace/reader.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <tuple>
+#include <unistd.h>
+
+#include "platform/host/trace/formats.h"
+#include "platform/host/trace/layout.h"
+#include "platform/host/trace/parser.h"
+#include "platform/host/trace/ringfile.h"
+
+namespace kest::host
+{
+namespace
+{
+
+using namespace trace;
+
+void appendEscaped(std::string& to, std::string_view text)
+{
+    constexpr char digits[] = "0123456789abcdef";
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
+            to += character;
+        } else {
+            to += {'\\', 'x', digits[byte >> 4], digits[byte & 0xF]};
+        }
+    }
+}
+
+/// Takes a record's arguments one after another. Past the end everything is missing.
+class argumentReader
+{
+public:
+    argumentReader(std::span<const std::uint8_t> bytes, bool foreign) : m_rest(bytes), m_foreign(foreign) {}
+
+    [[nodiscard]] bool missing() const { return m_missing; }
+
+    std::uint32_t number() { return take(sizeof(std::uint32_t)) ? loadWord(m_taken, m_foreign) : 0; }
+    std::uint64_t wide() { return take(sizeof(std::uint64_t)) ? loadWide(m_taken, m_foreign) : 0; }
+
+    /// Text up to its NUL.
+    std::string_view text()
+    {
+        const auto end    = std::ranges::find(m_rest, std::uint8_t{0});
+        const auto length = static_cast<std::size_t>(end - m_rest.begin());
+        const bool found  = end != m_rest.end() && take(length + 1);
+        m_missing         = !found;
+        return found ? std::string_view(reinterpret_cast<const char*>(m_taken), length) : std::string_view();
+    }
+
+    std::span<const std::uint8_t> bytes(std::size_t most)
+    {
+        const std::size_t count = std::min(most, m_rest.size());
+        return take(count) ? std::span(m_taken, count) : std::span<const std::uint8_t>();
+    }
+
+private:
+    bool take(std::size_t count)
+    {
+        m_missing = m_missing || count > m_rest.size();
+        if (!m_missing) {
+            m_taken = m_rest.data();
+            m_rest  = m_rest.subspan(count);
+        }
+        return !m_missing;
+    }
+
+    std::span<const std::uint8_t> m_rest;
+    const std::uint8_t*           m_taken   = nullptr;
+    bool                          m_foreign = false;
+    bool                          m_missing = false;
+};
+
+std::int64_t signedValue(std::uint32_t number, lengthModifier modifier)
+{
+    switch (modifier) {
+    case lengthModifier::charWide:
+        return static_cast<std::int8_t>(number);
+    case lengthModifier::shortWide:
+        return static_cast<std::int16_t>(number);
+    default:
+        return static_cast<std::int32_t>(number);
+    }
+}
+
+std::uint64_t unsignedValue(std::uint32_t number, lengthModifier modifier)
+{
+    switch (modifier) {
+    case lengthModifier::charWide:
+        return static_cast<std::uint8_t>(number);
+    case lengthModifier::shortWide:
+        return static_cast<std::uint16_t>(number);
+    default:
+        return number;
+    }
+}
+
+/// A conversion for printf, made anew from its parts: nothing of a file's own format text reaches printf.
+std::string printfConversion(const conversion& wanted, const char* letters)
+{
+    std::string made = "%";
+    made += wanted.leftAligned ? "-" : "";
+    made += wanted.plus ? "+" : "";
+    made += wanted.space ? " " : "";
+    made += wanted.alternate ? "#" : "";
+    made += wanted.zeroPadded ? "0" : "";
+    made += wanted.widthGiven ? std::to_string(wanted.width) : "";
+    made += wanted.precisionGiven ? "." + std::to_string(wanted.precision) : "";
+    return made + letters;
+}
+
+template <typename Value>
+std::string printed(const std::string& format, Value value)
+{
+    std::array<char, 2 * maximumWidth + 64> buffer{}; // wider than any width or precision with its digits
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int length = std::snprintf(buffer.data(), buffer.size(), format.c_str(), value);
+#pragma GCC diagnostic pop
+    return {buffer.data(), std::min(static_cast<std::size_t>(std::max(length, 0)), buffer.size() - 1)};
+}
+
+std::string padded(std::string_view text, const conversion& wanted)
+{
+    std::string made(wanted.precisionGiven ? text.substr(0, static_cast<std::size_t>(wanted.precision)) : text);
+    const auto  width = static_cast<std::size_t>(wanted.width);
+    if (made.size() < width) {
+        made.insert(wanted.leftAligned ? made.size() : 0, width - made.size(), ' ');
+    }
+    return made;
+}
+
+std::string formatNumber(const conversion& wanted, argumentReader& arguments)
+{
+    const bool          isWide = wanted.argument == argumentKind::wide;
+    const std::uint64_t wide   = isWide ? arguments.wide() : 0;
+    const std::uint32_t number = isWide ? 0 : arguments.number();
+    if (wanted.letter == 'c') {
+        return padded(std::string(1, static_cast<char>(number)), wanted);
+    }
+    if (isSigned(wanted.letter)) {
+        const long long value = isWide ? static_cast<std::int64_t>(wide) : signedValue(number, wanted.modifier);
+        return printed(printfConversion(wanted, "lld"), value);
+    }
+    const unsigned long long value      = isWide ? wide : unsignedValue(number, wanted.modifier);
+    const char               letters[5] = {'l', 'l', wanted.letter == 'p' ? 'x' : wanted.letter, '\0'};
+    conversion               shown      = wanted;
+    shown.alternate                     = wanted.alternate || wanted.letter == 'p';
+    return printed(printfConversion(shown, letters), value);
+}
+
+/// Widths that travel as arguments become part of the conversion, as printf has it.
+void takeWidths(conversion& wanted, argumentReader& arguments)
+{
+    if (wanted.widthIsArgument) {
+        const auto width   = static_cast<std::int32_t>(arguments.number());
+        wanted.leftAligned = wanted.leftAligned || width < 0;
+        wanted.widthGiven  = true;
+        wanted.width = static_cast<int>(std::min<std::int64_t>(width < 0 ? -std::int64_t{width} : width, maximumWidth));
+    }
+    if (wanted.precisionIsArgument) {
+        const auto precision  = static_cast<std::int32_t>(arguments.number());
+        wanted.precisionGiven = precision >= 0;
+        wanted.precision      = std::min(std::max(precision, 0), maximumWidth);
+    }
+}
+
+/// @return false when an argument is missing or the conversion is unknown
+bool formatConversion(std::string& text, conversion wanted, argumentReader& arguments)
+{
+    std::string made;
+    takeWidths(wanted, arguments);
+    switch (wanted.argument) {
+    case argumentKind::none:
+        made = "%";
+        break;
+    case argumentKind::text:
+        made = padded(arguments.text(), wanted);
+        break;
+    case argumentKind::number:
+    case argumentKind::wide:
+        made = formatNumber(wanted, arguments);
+        break;
+    case argumentKind::unknown:
+        return false;
+    }
+    if (!arguments.missing()) {
+        appendEscaped(text, made);
+    }
+    return !arguments.missing();
+}
+
+/// What cannot be formatted is shown as the rest of the format.
+std::string formatText(argumentReader& arguments)
+{
+    const std::string format(arguments.text());
+    std::string       text;
+    const char*       at     = format.c_str();
+    bool              usable = true;
+    while (usable && *at != '\0') {
+        const char* percent = std::strchr(at, '%');
+        const char* end     = percent == nullptr ? format.c_str() + format.size() : percent;
+        appendEscaped(text, {at, end});
+        at = end;
+        if (percent != nullptr) {
+            conversion  wanted;
+            const char* behind = parseConversion(percent + 1, wanted);
+            usable             = formatConversion(text, wanted, arguments);
+            at                 = usable ? behind : percent;
+        }
+    }
+    appendEscaped(text, at);
+    return text;
+}
+
+traceRecord makeRecord(const recordBytesRead& read, bool foreign, std::uint64_t clockOffset)
+{
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(read.words.data());
+    const auto  word  = [bytes, foreign](std::size_t index) {
+        return loadWord(bytes + index * sizeof(std::uint32_t), foreign);
+    };
+    const std::uint32_t kind = word(wordKind);
+    argumentReader      payload({bytes + recordHeadBytes, kind & 0xFFFF}, foreign);
+    traceRecord         record;
+    record.timeNs = (std::uint64_t{word(wordTimeHigh)} << 32 | word(wordTimeLow)) + clockOffset;
+    record.thread = word(wordThread);
+    record.hash   = word(wordHash);
+    record.line   = word(wordLine);
+    record.cut    = (kind & kindCutFlag) != 0;
+    record.binary = (kind >> 16 & 0xFF) == kindBinary;
+    if (record.binary) {
+        const std::uint32_t headerSize = payload.number();
+        record.dataSize                = payload.number();
+        const auto header              = payload.bytes(headerSize);
+        const auto data                = payload.bytes(record.dataSize);
+        record.header.assign(header.begin(), header.end());
+        record.data.assign(data.begin(), data.end());
+    } else {
+        record.text = formatText(payload);
+    }
+    return record;
+}
+
+/// A header's words in this machine's order.
+struct headerReading {
+    ringHeader header{};
+    bool       foreign = false;
+    bool       usable  = false;
+};
+
+std::string boundedText(const char* text, std::size_t size)
+{
+    std::string escaped;
+    appendEscaped(escaped, {text, strnlen(text, size)});
+    return escaped;
+}
+
+headerReading readHeader(std::span<const std::uint8_t> image)
+{
+    headerReading read;
+    ringHeader&   header = read.header;
+    if (image.size() < sizeof header) {
+        return read;
+    }
+    std::memcpy(&header, image.data(), sizeof header);
+    read.foreign = header.order == __builtin_bswap32(orderMark);
+    if (read.foreign) {
+        for (std::uint32_t* word :
+             {&header.order, &header.version, &header.headerBytes, &header.lanes, &header.laneStride, &header.laneUnits,
+              &header.seed, &header.pid, &header.clockOffset[0], &header.clockOffset[1], &header.created[0],
+              &header.created[1]}) {
+            *word = __builtin_bswap32(*word);
+        }
+    }
+    read.usable = std::memcmp(header.magic, ringMagic, sizeof ringMagic) == 0 && header.order == orderMark &&
+                  header.version == layoutVersion && header.headerBytes >= sizeof header && header.lanes > 0 &&
+                  header.laneUnits > 0 && header.laneUnits <= maximumRingBytes / unitBytes &&
+                  header.laneStride >= laneHeadBytes + header.laneUnits * unitBytes &&
+                  header.headerBytes + std::uint64_t{header.lanes} * header.laneStride <= image.size();
+    return read;
+}
+
+ringInfo makeInfo(const ringHeader& header)
+{
+    ringInfo info;
+    info.buffer      = boundedText(header.bufferName, sizeof header.bufferName);
+    info.processName = boundedText(header.processName, sizeof header.processName);
+    info.pid         = header.pid;
+    info.createdNs   = std::uint64_t{header.created[0]} << 32 | header.created[1];
+    return info;
+}
+
+constexpr std::size_t maximumFileBytes = std::size_t{64} << 20;
+
+struct fileBytes {
+    std::vector<std::uint8_t> bytes;
+    bool                      alive = false;
+    std::string               error;
+};
+
+/// Reads instead of mapping: a file that is cut short meanwhile must not end this process.
+fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
+{
+    fileBytes   file;
+    struct stat status {
+    };
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        file.error = std::strerror(errno);
+    } else if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) > maximumFileBytes) {
+        file.error = "not a trace ring";
+    } else {
+        file.bytes.resize(std::min(most, static_cast<std::size_t>(status.st_size)));
+        std::size_t done = 0;
+        ssize_t     got  = 1;
+        while (got > 0 && done < file.bytes.size()) {
+            got = pread(descriptor, file.bytes.data() + done, file.bytes.size() - done, static_cast<off_t>(done));
+            done += got > 0 ? static_cast<std::size_t>(got) : 0;
+        }
+        file.bytes.resize(done);
+        file.alive = trace::isWriterAlive(descriptor);
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    return file;
+}
+
+void appendHex(std::string& to, std::span<const std::uint8_t> bytes)
+{
+    constexpr char digits[] = "0123456789abcdef";
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
+        if (index % 4 == 0) {
+            to += ' ';
+        }
+        to += {digits[bytes[index] >> 4], digits[bytes[index] & 0xF]};
+    }
+}
+
+} // namespace
+
+ringContents readRingImage(std::span<const std::uint8_t> image)
+{
+    ringContents        contents;
+    const headerReading read   = readHeader(image);
+    const ringHeader&   header = read.header;
+    if (!read.usable) {
+        contents.error = "not a trace ring, or cut short";
+        return contents;
+    }
+    contents.info             = makeInfo(header);
+    const std::uint64_t clock = std::uint64_t{header.clockOffset[0]} << 32 | header.clockOffset[1];
+    for (std::uint32_t lane = 0; lane < header.lanes; ++lane) {
+        const std::uint8_t* bytes = image.data() + header.headerBytes + std::size_t{lane} * header.laneStride;
+        const laneReading   found = readLane({bytes + laneHeadBytes, header.laneUnits, read.foreign},
+                                             loadWord(bytes, read.foreign), header.seed);
+        for (const recordBytesRead& record : found.records) {
+            contents.records.push_back(makeRecord(record, read.foreign, clock));
+            contents.records.back().buffer = contents.info.buffer;
+        }
+    }
+    std::ranges::stable_sort(contents.records, {}, &traceRecord::timeNs);
+    return contents;
+}
+
+ringContents readRing(const std::filesystem::path& file)
+{
+    const fileBytes loaded = loadFile(file, maximumFileBytes);
+    ringContents    contents;
+    if (loaded.error.empty()) {
+        contents = readRingImage(loaded.bytes);
+    }
+    contents.error      = loaded.error.empty() ? contents.error : loaded.error;
+    contents.info.file  = file;
+    contents.info.alive = loaded.alive;
+    return contents;
+}
+
+std::vector<ringInfo> listRings(const std::filesystem::path& folder)
+{
+    std::vector<ringInfo> rings;
+    std::error_code       error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().extension() != trace::ringFileSuffix) {
+            continue;
+        }
+        const fileBytes loaded = loadFile(entry->path(), maximumFileBytes);
+        const auto      read   = readHeader(loaded.bytes);
+        if (read.usable) {
+            rings.push_back(makeInfo(read.header));
+            rings.back().file  = entry->path();
+            rings.back().alive = loaded.alive;
+        }
+    }
+    std::ranges::sort(rings, {}, [](const ringInfo& ring) { return std::tie(ring.pid, ring.createdNs, ring.buffer); });
+    return rings;
+}
+
+std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::uint32_t pid)
+{
+    std::vector<traceRecord> records;
+    for (const ringInfo& ring : listRings(folder)) {
+        if (ring.pid == pid) {
+            std::vector<traceRecord> more = readRing(ring.file).records;
+            records.insert(records.end(), std::move_iterator(more.begin()), std::move_iterator(more.end()));
+        }
+    }
+    std::ranges::stable_sort(records, {}, &traceRecord::timeNs);
+    return records;
+}
+
+std::string renderRecord(const traceRecord& record, std::size_t dataBytes)
+{
+    const auto           seconds = static_cast<std::time_t>(record.timeNs / 1'000'000'000u);
+    const auto           micros  = static_cast<unsigned>(record.timeNs % 1'000'000'000u / 1000);
+    std::tm              parts{};
+    std::array<char, 64> head{};
+    gmtime_r(&seconds, &parts);
+    std::snprintf(head.data(), head.size(), "%02d:%02d:%02d.%06u %u %08X %u", parts.tm_hour, parts.tm_min, parts.tm_sec,
+                  micros, record.thread, record.hash, record.line);
+    std::string line = head.data();
+    if (record.binary) {
+        const std::span<const std::uint8_t> shown(record.data.data(), std::min(dataBytes, record.data.size()));
+        line += " data " + std::to_string(record.dataSize) + ":";
+        appendHex(line, shown);
+        line += shown.size() < record.dataSize ? " ..." : "";
+    } else {
+        line += record.text.starts_with(' ') ? "" : " ";
+        line += record.text;
+        line += record.cut ? "..." : "";
+    }
+    return line;
+}
+
+} // namespace kest::host

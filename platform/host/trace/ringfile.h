@@ -1,0 +1,34 @@
+/// Ring files and their folder.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+
+namespace kest::host::trace
+{
+
+constexpr const char* ringFileSuffix = ".ring";
+
+/// A mapped ring file. The open descriptor holds a lock that tells readers that the process is alive.
+struct ringFileHandle {
+    void* memory     = nullptr; ///< never unmapped: writers may hold its address
+    int   descriptor = -1;
+    char  path[512]  = {};
+};
+
+/// Makes a file of zeros, with its room on the disk reserved: a full disk must not stop a writer later.
+/// @return `memory` null with `errno`
+ringFileHandle createRingFile(const char* folder, const char* bufferName, std::size_t bytes);
+
+/// Lets go of the file, which remains. Takes no lock and no memory: called between fork and exec.
+void closeRingFile(ringFileHandle& file);
+/// Lets go of the file and removes it.
+void removeRingFile(ringFileHandle& file);
+
+/// Whether the process that writes the file open at `descriptor` is alive.
+bool isWriterAlive(int descriptor);
+
+/// Removes the oldest files of dead processes beyond the number that a folder keeps.
+void removeOldRings(const std::filesystem::path& folder);
+
+} // namespace kest::host::trace

@@ -1,0 +1,238 @@
+/// The two write functions. They run everywhere, at any time: no lock, no allocation, no system call, `errno` untouched.
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <sys/types.h>
+
+#include "platform/host/trace/formats.h"
+#include "platform/host/trace/ring.h"
+#include "platform/trace.h"
+
+namespace
+{
+
+using namespace kest::host::trace;
+
+constinit std::atomic<std::uint32_t> threadsSeen{0};
+constinit thread_local std::uint32_t threadNumber = 0;
+
+std::uint32_t numberOfThread()
+{
+    if (threadNumber == 0) {
+        threadNumber = threadsSeen.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+    return threadNumber;
+}
+
+/// A record under construction, on the writer's stack. What does not fit is cut, and the record says so.
+class draft
+{
+public:
+    /// All of it or, with the cut noted, nothing.
+    bool put(const void* bytes, std::size_t count)
+    {
+        const bool fits = !m_cut && count <= maximumPayloadBytes - m_used;
+        if (fits && count > 0) {
+            std::memcpy(payload() + m_used, bytes, count);
+            m_used += count;
+        }
+        m_cut = !fits;
+        return fits;
+    }
+    /// As many of them as fit.
+    void putSome(const void* bytes, std::size_t count)
+    {
+        const std::size_t room = maximumPayloadBytes - m_used;
+        put(bytes, count < room ? count : room);
+        m_cut = m_cut || count > room;
+    }
+    /// Text up to its NUL, `most` bytes at most, and a NUL.
+    void putText(const char* text, std::size_t most)
+    {
+        text                     = text == nullptr ? "(null)" : text;
+        const std::size_t room   = maximumPayloadBytes - m_used;
+        const std::size_t bound  = most < maximumTextBytes - 1 ? most : maximumTextBytes - 1;
+        const std::size_t length = strnlen(text, bound);
+        if (length < room) {
+            std::memcpy(payload() + m_used, text, length);
+            payload()[m_used + length] = '\0';
+            m_used += length + 1;
+        }
+        m_cut = m_cut || length >= room;
+    }
+    /// Room for text that the caller puts there himself, and where it ended.
+    char*              open() { return payload() + m_used; }
+    void               close(const char* end) { m_used = static_cast<std::size_t>(end - payload()); }
+    void               cut() { m_cut = true; }
+    [[nodiscard]] bool isCut() const { return m_cut; }
+
+    void writeTo(trace_wobu_buffer& ring, std::uint32_t kind, std::uint32_t hash, std::uint32_t line)
+    {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const std::uint64_t time =
+            static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec);
+        const std::uint32_t thread = numberOfThread();
+        const std::size_t   bytes  = recordBytes(static_cast<std::uint32_t>(m_used));
+        std::memset(payload() + m_used, 0, bytes - recordHeadBytes - m_used);
+        m_words[wordTimeHigh] = static_cast<std::uint32_t>(time >> 32);
+        m_words[wordTimeLow]  = static_cast<std::uint32_t>(time);
+        m_words[wordHash]     = hash;
+        m_words[wordLine]     = line;
+        m_words[wordThread]   = thread;
+        m_words[wordKind]     = kind << 16 | static_cast<std::uint32_t>(m_used) | (m_cut ? kindCutFlag : 0);
+        storage* place        = ring.place.load(std::memory_order_acquire);
+        // A lane refuses when the ring has just moved: its new place is known by then
+        for (int attempt = 0; attempt < 3 && place != nullptr &&
+                              !place->lane(thread % laneCount, ring.laneStride)
+                                   .append(m_words, bytes / sizeof(std::uint32_t), ring.laneUnits, ring.seed);
+             ++attempt) {
+            place = ring.place.load(std::memory_order_acquire);
+        }
+    }
+
+private:
+    char* payload() { return reinterpret_cast<char*>(m_words + recordHeadWords); }
+
+    std::size_t   m_used = 0;
+    bool          m_cut  = false;
+    std::uint32_t m_words[maximumRecordBytes / sizeof(std::uint32_t)];
+};
+
+/// Arguments are kept as 4 bytes when the format takes an int, else as 8, whatever the width of a long here.
+void putNumber(draft& record, int number) { record.put(&number, sizeof number); }
+void putWide(draft& record, std::uint64_t number) { record.put(&number, sizeof number); }
+
+std::uint64_t wideArgument(const conversion& wanted, std::va_list& arguments)
+{
+    if (wanted.letter == 'p') {
+        return reinterpret_cast<std::uintptr_t>(va_arg(arguments, void*));
+    }
+    switch (wanted.modifier) {
+    case lengthModifier::longWide:
+        return isSigned(wanted.letter) ? static_cast<std::uint64_t>(va_arg(arguments, long))
+                                       : va_arg(arguments, unsigned long);
+    case lengthModifier::sizeWide:
+        return isSigned(wanted.letter) ? static_cast<std::uint64_t>(va_arg(arguments, ssize_t))
+                                       : va_arg(arguments, std::size_t);
+    default:
+        return va_arg(arguments, unsigned long long);
+    }
+}
+
+/// Stores the arguments of one conversion. @return false when the list cannot be read any further
+bool putArgument(draft& record, const conversion& wanted, std::va_list& arguments)
+{
+    int precision = wanted.precisionGiven ? wanted.precision : -1;
+    if (wanted.widthIsArgument) {
+        putNumber(record, va_arg(arguments, int));
+    }
+    if (wanted.precisionIsArgument) {
+        precision = va_arg(arguments, int);
+        putNumber(record, precision);
+    }
+    switch (wanted.argument) {
+    case argumentKind::number:
+        putNumber(record, va_arg(arguments, int));
+        break;
+    case argumentKind::wide:
+        putWide(record, wideArgument(wanted, arguments));
+        break;
+    case argumentKind::text:
+        record.putText(va_arg(arguments, const char*),
+                       precision < 0 ? maximumTextBytes : static_cast<std::size_t>(precision));
+        break;
+    case argumentKind::none:
+        break;
+    case argumentKind::unknown:
+        return false;
+    }
+    return !record.isCut();
+}
+
+/// Copies the format, so that whoever reads the file needs nothing else. @return the format as it stands in the record
+const char* putFormat(draft& record, const char* format)
+{
+    char*       at  = record.open();
+    const char* own = at;
+    char* const end = at + maximumTextBytes - 1;
+    while (*format != '\0' && at != end) {
+        *at++ = *format++;
+    }
+    *at = '\0';
+    record.close(at + 1);
+    if (*format != '\0') {
+        record.cut();
+    }
+    return own;
+}
+
+/// The commonest conversions, without modifiers, are told by one character.
+bool isPlain(char letter) { return letter == 's' || letter == 'd' || letter == 'x' || letter == 'X'; }
+
+void putArguments(draft& record, const char* format, std::va_list& arguments)
+{
+    bool more = true;
+    while (more && *format != '\0') {
+        if (*format++ != '%') {
+            continue;
+        }
+        if (isPlain(*format)) {
+            if (*format++ == 's') {
+                record.putText(va_arg(arguments, const char*), maximumTextBytes);
+            } else {
+                putNumber(record, va_arg(arguments, int));
+            }
+            more = !record.isCut();
+        } else {
+            conversion wanted;
+            format = parseConversion(format, wanted);
+            more   = putArgument(record, wanted, arguments);
+        }
+    }
+}
+
+/// A binary record's header often begins as the library's own: size, tag "FD", hash and line, which then find the record as for texts.
+struct binaryHead {
+    std::uint16_t size, tag;
+    std::uint32_t hash, line;
+};
+constexpr std::uint16_t binaryTag = 0x4644;
+
+} // namespace
+
+void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, const char* format, int line,
+                          [[maybe_unused]] int type, ...)
+{
+    if (descriptor == nullptr || format == nullptr) {
+        return;
+    }
+    draft        record;
+    std::va_list arguments;
+    va_start(arguments, type);
+    putArguments(record, putFormat(record, format), arguments);
+    va_end(arguments);
+    record.writeTo(*descriptor, kindText, hash, static_cast<std::uint32_t>(line));
+}
+
+void trace_wobu_write2(trace_wobu_descriptor descriptor, int /*type*/, unsigned int headerSize, const void* header,
+                       unsigned int dataSize, const void* data)
+{
+    if (descriptor == nullptr) {
+        return;
+    }
+    draft                              record;
+    binaryHead                         head{};
+    const std::array<std::uint32_t, 2> sizes{header == nullptr ? 0 : headerSize, data == nullptr ? 0 : dataSize};
+    record.put(sizes.data(), sizeof sizes);
+    record.putSome(header, sizes[0]);
+    record.putSome(data, sizes[1]);
+    if (sizes[0] == sizeof head) {
+        std::memcpy(&head, header, sizeof head);
+    }
+    const bool known = head.tag == binaryTag;
+    record.writeTo(*descriptor, kindBinary, known ? head.hash : 0, known ? head.line : 0);
+}

@@ -1,0 +1,330 @@
+/// Rings in files: after a crash, beside the living, across fork, and files that others have tampered with.
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "platform/host/trace/ringfile.h"
+#include "tests/host/trace_support.h"
+
+namespace kest::test
+{
+namespace
+{
+
+/// A child that traces into a folder and then does as told; a byte comes through the pipe when it has traced.
+class TracingChild
+{
+public:
+    TracingChild(const std::filesystem::path& folder, const char* name)
+    {
+        int ends[2];
+        EXPECT_EQ(0, pipe(ends));
+        m_pid = fork();
+        if (m_pid == 0) {
+            trace_wobu_descriptor ring = newRing(name);
+            trace_wobu_write_all(ring, 0x12345678, " %s,%d", 11, 0, "beforeTheFolder", 1);
+            host::useTraceFolder(folder);
+            trace_wobu_write_all(ring, 0x12345678, " %s,%d", 12, 0, "inTheFolder", 2);
+            EXPECT_EQ(1, write(ends[1], "x", 1));
+            for (;;)
+                pause();
+        }
+        close(ends[1]);
+        char byte = 0;
+        EXPECT_EQ(1, read(ends[0], &byte, 1));
+        close(ends[0]);
+    }
+    TracingChild(const TracingChild&)            = delete;
+    TracingChild& operator=(const TracingChild&) = delete;
+    ~TracingChild() { end(); }
+
+    [[nodiscard]] std::uint32_t pid() const { return static_cast<std::uint32_t>(m_pid); }
+    void                        end()
+    {
+        if (!m_ended) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, nullptr, 0);
+        }
+        m_ended = true;
+    }
+
+private:
+    pid_t m_pid   = -1;
+    bool  m_ended = false;
+};
+
+host::ringInfo ringOf(const std::filesystem::path& folder, std::uint32_t pid, const std::string& name)
+{
+    for (const host::ringInfo& ring : host::listRings(folder))
+        if (ring.pid == pid && ring.buffer == name)
+            return ring;
+    ADD_FAILURE() << "no ring " << name << " of " << pid;
+    return {};
+}
+
+TEST(TraceFile, ReadableWhileAliveAndAfterAKill)
+{
+    ScratchFolder folder;
+    TracingChild  child(folder.path(), "killed");
+    for (const bool alive : {true, false}) {
+        const host::ringInfo ring = ringOf(folder.path(), child.pid(), "killed");
+        EXPECT_EQ(alive, ring.alive);
+        EXPECT_NE("", ring.processName);
+        const host::ringContents read = host::readRing(ring.file);
+        EXPECT_EQ("", read.error);
+        EXPECT_EQ(alive, read.info.alive);
+        EXPECT_EQ((std::vector<std::string>{" beforeTheFolder,1", " inTheFolder,2"}), textsOf(read.records));
+        EXPECT_EQ(0x12345678u, read.records.back().hash);
+        EXPECT_EQ(12u, read.records.back().line);
+        const auto now = static_cast<std::uint64_t>(time(nullptr)) * 1'000'000'000u;
+        EXPECT_LT(now - read.records.back().timeNs + 2'000'000'000u, 120'000'000'000u); // a minute, or so
+        child.end();
+    }
+}
+
+TEST(TraceFile, ProcessIsReadOverAllItsBuffersInOrder)
+{
+    ScratchFolder folder;
+    EXPECT_EQ(0, inChild([&] {
+                  host::useTraceFolder(folder.path());
+                  trace_wobu_descriptor one = newRing("orderOne"), two = newRing("orderTwo");
+                  for (int number = 0; number < 6; ++number)
+                      trace_wobu_write_all(number % 2 == 0 ? one : two, 1, "%d", 1, 0, number);
+                  return 0;
+              }));
+    const auto rings = host::listRings(folder.path());
+    ASSERT_FALSE(rings.empty());
+    std::vector<std::string> texts;
+    for (const host::traceRecord& record : host::readProcess(folder.path(), rings.front().pid))
+        if (record.buffer.starts_with("order"))
+            texts.push_back(record.buffer.substr(5) + record.text);
+    EXPECT_EQ((std::vector<std::string>{"One0", "Two1", "One2", "Two3", "One4", "Two5"}), texts);
+}
+
+TEST(TraceFile, ChildOfAForkStopsSharing)
+{
+    ScratchFolder folder;
+    EXPECT_EQ(0, inChild([&] {
+                  trace_wobu_descriptor ring = newRing("forked");
+                  host::useTraceFolder(folder.path());
+                  trace_wobu_write_all(ring, 1, "parent 1", 1, 0);
+                  const auto own    = static_cast<std::uint32_t>(getpid());
+                  const int  result = inChild([&] {
+                      trace_wobu_write_all(ring, 1, "child 1", 1, 0);
+                      const bool kept = textsOf(recordsOf("forked")) == std::vector<std::string>{"parent 1", "child 1"};
+                      host::useTraceFolder(folder.path());
+                      trace_wobu_write_all(ring, 1, "child 2", 1, 0);
+                      return kept ? 0 : 1;
+                  });
+                  trace_wobu_write_all(ring, 1, "parent 2", 1, 0);
+                  for (const host::ringInfo& info : host::listRings(folder.path())) {
+                      const auto texts = textsOf(host::readRing(info.file).records);
+                      if (info.buffer != "forked")
+                          continue;
+                      if (info.pid == own && texts != std::vector<std::string>{"parent 1", "parent 2"})
+                          return 2;
+                      if (info.pid == own && !info.alive)
+                          return 3;
+                      if (info.pid != own && texts != std::vector<std::string>{"parent 1", "child 1", "child 2"})
+                          return 4;
+                      if (info.pid != own && info.alive)
+                          return 5;
+                  }
+                  return result;
+              }));
+}
+
+TEST(TraceFile, FolderThatCannotBeHadLeavesTheRingInMemory)
+{
+    EXPECT_EQ(0, inChild([] {
+                  trace_wobu_descriptor ring = newRing("noFolder");
+                  errno                      = 42;
+                  host::useTraceFolder("/proc/no/such/folder");
+                  const bool kept = errno == 42;
+                  trace_wobu_write_all(ring, 1, "still here", 1, 0);
+                  const auto texts = textsOf(recordsOf("noFolder"));
+                  return kept && texts.size() == 2 && texts[0].starts_with(" useTraceFolder,/proc/no/such/folder,") &&
+                                 texts[1] == "still here"
+                             ? 0
+                             : 1;
+              }));
+}
+
+/// A disk that fills up later would end a writer: the room is taken beforehand, and a file that cannot have it is not used.
+TEST(TraceFile, RoomIsReservedOnTheDisk)
+{
+    ScratchFolder folder;
+    EXPECT_EQ(0, inChild([&] {
+                  signal(SIGXFSZ, SIG_IGN);
+                  rlimit limit{4096, 4096};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  trace_wobu_descriptor ring = newRing("noRoom");
+                  host::useTraceFolder(folder.path());
+                  trace_wobu_write_all(ring, 1, "still here", 1, 0);
+                  return textsOf(recordsOf("noRoom")).back() == "still here" ? 0 : 1;
+              }));
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
+{
+    ScratchFolder folder;
+    TracingChild  living(folder.path(), "living");
+    const auto    now = std::filesystem::file_time_type::clock::now();
+    for (int number = 0; number < 100; ++number) {
+        const auto path = folder.path() / ("old-" + std::to_string(number) + ".ring");
+        std::ofstream(path) << "dead";
+        std::filesystem::last_write_time(path, now - std::chrono::hours(200 - number));
+    }
+    std::ofstream(folder.path() / "other.txt") << "not ours";
+    for (const auto& entry :
+         std::filesystem::directory_iterator(folder.path())) // the living one is the oldest, and stays
+        if (entry.path().filename().string().starts_with("living"))
+            std::filesystem::last_write_time(entry.path(), now - std::chrono::hours(1000));
+    host::trace::removeOldRings(folder.path());
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "other.txt"));
+    EXPECT_EQ(living.pid(), ringOf(folder.path(), living.pid(), "living").pid);
+    for (int number = 0; number < 100; ++number)
+        EXPECT_EQ(number >= 100 - 64,
+                  std::filesystem::exists(folder.path() / ("old-" + std::to_string(number) + ".ring")))
+            << number;
+}
+
+// ------------------------------------------------------------------------------------------------- files from elsewhere
+
+/// The example of docs/trace-format.md, from a big-endian machine.
+constexpr const char* exampleHeader   = "4b455354 52494e47 01020304 00000001 00000080 00000001 00000100 00000010"
+                                        "5eed1234 00001267 17979cfe 362a0000 17979cff 602ff200 6b657374 00000000"
+                                        "00000000 00000000 00000000 00000000 00000000 00000000 6b657374 64000000"
+                                        "00000000 00000000 00000000 00000000 00000000 00000000 00000000 00000000";
+constexpr const char* examplePosition = "00000008";
+constexpr const char* exampleRecord   = "00000000 1187f56e 00000001 2a07d440 77e7226a 0000020b 00000001 00010019"
+                                        "2025732c 2564006b 6573745f 776f6275 4f70656e 00000000 02000000 00000000";
+
+std::vector<std::uint8_t> fromHex(const std::string& text)
+{
+    std::vector<std::uint8_t> bytes;
+    std::string               digits;
+    for (const char character : text)
+        digits += character == ' ' ? "" : std::string(1, character);
+    for (std::size_t index = 0; index + 1 < digits.size(); index += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(index, 2), nullptr, 16)));
+    return bytes;
+}
+
+std::vector<std::uint8_t> exampleImage()
+{
+    std::vector<std::uint8_t> image    = fromHex(exampleHeader);
+    const auto                position = fromHex(examplePosition);
+    const auto                record   = fromHex(exampleRecord);
+    image.insert(image.end(), position.begin(), position.end());
+    image.resize(128 + 128);
+    image.insert(image.end(), record.begin(), record.end());
+    image.resize(128 + 256);
+    return image;
+}
+
+void expectExample(const host::ringContents& read)
+{
+    EXPECT_EQ("", read.error);
+    EXPECT_EQ("kest", read.info.buffer);
+    EXPECT_EQ("kestd", read.info.processName);
+    EXPECT_EQ(4711u, read.info.pid);
+    EXPECT_EQ(1'700'000'005'000'000'000u, read.info.createdNs);
+    ASSERT_EQ(1u, read.records.size());
+    EXPECT_EQ("22:13:25.000123 1 77E7226A 523 kest_wobuOpen,2", host::renderRecord(read.records[0]));
+}
+
+TEST(TraceFile, ExampleOfTheDocumentation) { expectExample(host::readRingImage(exampleImage())); }
+
+TEST(TraceFile, FilesOfEitherByteOrder)
+{
+    std::vector<std::uint8_t> image = exampleImage();
+    const auto                swap  = [&image](std::size_t from, std::size_t to) {
+        for (std::size_t at = from; at < to; at += 4)
+            std::reverse(image.begin() + static_cast<std::ptrdiff_t>(at),
+                                         image.begin() + static_cast<std::ptrdiff_t>(at + 4));
+    };
+    swap(8, 56);                                                                // header's words
+    swap(128, 132);                                                             // position
+    swap(256, 256 + 32);                                                        // record's head
+    std::reverse(image.begin() + 256 + 32 + 21, image.begin() + 256 + 32 + 25); // the number 2
+    host::ringContents read = host::readRingImage(image);
+    EXPECT_EQ("", read.error);
+    EXPECT_EQ(0u, read.records.size()) << "the check word was made for other words";
+    // The same text in words of the other order has another check word
+    const auto check = fromHex("c02a0a75");
+    std::copy(check.rbegin(), check.rend(), image.begin() + 256 + 4);
+    expectExample(host::readRingImage(image));
+}
+
+TEST(TraceFile, CutShortAtEveryByte)
+{
+    const std::vector<std::uint8_t> image = exampleImage();
+    for (std::size_t length = 0; length < image.size(); ++length) {
+        const host::ringContents read = host::readRingImage({image.data(), length});
+        EXPECT_NE("", read.error) << length;
+        EXPECT_TRUE(read.records.empty()) << length;
+    }
+}
+
+/// A byte that was changed costs the record, or changes what the header says; never more.
+TEST(TraceFile, EveryByteChanged)
+{
+    for (std::size_t at = 0; at < 128 + 256; ++at)
+        for (const unsigned change : {0x01u, 0x80u, 0xFFu}) {
+            std::vector<std::uint8_t> image = exampleImage();
+            image[at]                       = static_cast<std::uint8_t>(image[at] ^ change);
+            for (const host::traceRecord& record : host::readRingImage(image).records)
+                EXPECT_EQ(" kest_wobuOpen,2", record.text) << at;
+        }
+}
+
+TEST(TraceFile, SizesThatWrap)
+{
+    for (const std::size_t field : {16u, 20u, 24u, 28u}) // header bytes, lanes, stride, units
+        for (const char* value : {"00000000", "00000001", "7fffffff", "80000000", "fffffff8", "ffffffff"}) {
+            std::vector<std::uint8_t> image = exampleImage();
+            const auto                bytes = fromHex(value);
+            std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<std::ptrdiff_t>(field));
+            const host::ringContents read = host::readRingImage(image);
+            const bool               smaller =
+                (field == 20 || field == 28) && bytes.back() == 1; // one lane, or lanes of one unit: possible
+            EXPECT_EQ(!smaller, !read.error.empty()) << field << " " << value;
+            EXPECT_EQ(field == 20 && smaller ? 1u : 0u, read.records.size());
+        }
+}
+
+TEST(TraceFile, OtherThingsInTheFolder)
+{
+    ScratchFolder folder;
+    std::filesystem::create_directory(folder.path() / "folder.ring");
+    std::filesystem::create_symlink("/dev/zero", folder.path() / "link.ring");
+    ASSERT_EQ(0, mkfifo((folder.path() / "pipe.ring").c_str(), 0600));
+    std::ofstream(folder.path() / "text.ring") << "text";
+    std::ofstream(folder.path() / "empty.ring");
+    EXPECT_TRUE(host::listRings(folder.path()).empty());
+    EXPECT_TRUE(host::listRings(folder.path() / "none").empty());
+    for (const char* name : {"folder.ring", "link.ring", "pipe.ring", "text.ring", "empty.ring", "none.ring"})
+        EXPECT_NE("", host::readRing(folder.path() / name).error) << name;
+}
+
+/// What a client sends is traced as data. Bytes that look like a record, seen when the record around them has been overwritten in part,
+/// must not become a line: their check word would have to be made with a number that the client does not know.
+TEST(TraceFile, TracedBytesCannotPassForARecord)
+{
+    trace_wobu_descriptor     ring   = newRing("forged", 2048);
+    std::vector<std::uint8_t> forged = fromHex(exampleRecord);
+    for (int number = 0; number < 1000; ++number) {
+        trace_wobu_write2(ring, 0, 0, nullptr, static_cast<unsigned>(forged.size()), forged.data());
+        trace_wobu_write_all(ring, 1, "%s", 1, 0, std::string(static_cast<std::size_t>(number % 50), 'a').c_str());
+    }
+    for (const host::traceRecord& record : recordsOf("forged"))
+        EXPECT_NE(" kest_wobuOpen,2", record.text);
+}
+
+} // namespace
+} // namespace kest::test
