@@ -59,6 +59,8 @@ public:
     virtual transferResult probe(std::uint8_t address, std::uint32_t speedKhz) = 0;
     /// Nine clocks and a STOP. @return done, or who still holds the bus
     virtual outcome reset() = 0;
+    /// Clock pulses alone, with SDA released and without a STOP: half of a recovery. @return as reset()
+    virtual outcome clocks(unsigned) { return lines(); }
     /// Whether a line is held low right now: done, sclHeld, sdaHeld, or gone.
     virtual outcome lines() = 0;
     /// Bus time so far, of all users, in nanoseconds.
@@ -72,6 +74,7 @@ public:
 /// What a chip of the machine file is; for listings.
 struct chipInfo {
     std::string           bus;
+    std::string           node; ///< of the bus; "" the local one
     std::string           type; ///< as in machine.toml
     std::uint8_t          address    = 0;
     bool                  behindHub  = false;
@@ -101,10 +104,23 @@ public:
     /// Registers to their defaults, hubs out of reset, held lines free, write cycles over; images stay.
     virtual void powerCycle() = 0;
 
+    /// kind             what happens at a matching transaction                                            value
+    /// nack               the address is not acknowledged
+    /// nack-data          data byte `byte` of a write is not acknowledged
+    /// hold-sda, hold-scl the line is held from `byte` (0: the address) until a bus reset                   resets that it outlasts
+    /// short              a STOP in the middle of data byte `byte`
+    /// arbitration        another controller wins at `byte` (0: the address)
+    /// corrupt            data byte `byte` is changed                                                     XOR mask, 0 is 0xFF
+    /// stuck-write-cycle  the write cycle it starts does not end, and the page is lost                     ms that it lasts, 0 for ever
+    /// gone               the adapter is gone
+    /// hub-status         a transfer through the hub ends with a status                                  the status
+    /// hub-silent         the hub answers nothing
+    /// hub-bad-first-byte a read through the hub begins with a byte that is no status                      that byte, 0 is 0xA5
+    /// hub-hold-sda,      the sub-bus of the transfer's port is held until a sub-bus reset                 resets that it outlasts
+    /// hub-hold-scl
     struct fault {
-        std::string
-                      kind; ///< nack, hold-sda, hold-scl, short, arbitration, stuck-write-cycle, corrupt, hub-status, gone, hub-silent, hub-bad-first-byte, hub-hold-sda, hub-hold-scl
-        std::string   bus;  ///< empty: every bus
+        std::string kind;
+        std::string bus; ///< empty: every bus, each counting for itself. "NODE:BUS" on a node that is not the local one
         std::uint8_t  address = 0; ///< 0: every address
         std::string   way;         ///< "", "read" or "write"
         std::uint64_t nth =
@@ -113,7 +129,9 @@ public:
         std::uint64_t seed        = 1;
         std::uint64_t count       = 0; ///< how many times it strikes; 0 until cleared
         std::uint32_t value       = 0; ///< hub status, XOR mask of a corrupted byte, ...
-        std::uint64_t byte        = 0; ///< data byte it strikes at, counted from 0
+        std::uint64_t byte        = 0; ///< data byte it strikes at, counted from 0 after the START
+        bool          untilReset =
+            false; ///< ends for good with a reset: of the sub-buses or the hub's own line for hub-..., else of the bus
     };
     /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus or value.
     virtual std::uint32_t addFault(const fault& what)      = 0;

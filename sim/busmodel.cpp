@@ -1,0 +1,500 @@
+#include "sim/busmodel.h"
+
+#include <cerrno>
+#include <stdexcept>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace kest::sim
+{
+
+namespace
+{
+
+constexpr std::uint32_t fastestKhz     = 1000;
+constexpr std::uint64_t nsPerSecond    = 1'000'000'000;
+constexpr unsigned      recoveryClocks = 9;
+
+std::uint64_t monotonicNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+void sleepUntil(std::uint64_t monotonic)
+{
+    timespec until{};
+    until.tv_sec  = static_cast<time_t>(monotonic / nsPerSecond);
+    until.tv_nsec = static_cast<long>(monotonic % nsPerSecond);
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
+}
+
+std::string hex(std::uint8_t address)
+{
+    constexpr std::string_view digits{"0123456789ABCDEF"};
+    return {'0', 'x', digits[address >> 4], digits[address & 15]};
+}
+
+std::string labelOf(const busDescription& bus, const chipDescription& chip)
+{
+    const std::string behind =
+        chip.behindHub ? hex(chip.hub) + " port " + std::to_string(chip.port) + " " : std::string{};
+    return fullName(bus) + " " + behind + hex(chip.address) + " " + chip.typeName;
+}
+
+} // namespace
+
+/// A use of the bus by one thread of one process: state is loaded at its begin, and lost at its end unless committed.
+class busModel::session
+{
+public:
+    explicit session(busModel& of) : owner{of}, held{*of.file, of.index}, loaded{held.held() && of.load()}
+    {
+        catchUp();
+    }
+    ~session()
+    {
+        for (auto& member : owner.members)
+            if (member.cells)
+                member.cells->close();
+    }
+    session(const session&)            = delete;
+    session& operator=(const session&) = delete;
+
+    [[nodiscard]] bool usable() const { return loaded; }
+    bool               commit(waveText* wave = nullptr) { return loaded && (waitForBusTime(), owner.commit(wave)); }
+
+private:
+    // In real time the bus's clock goes on between transactions, too.
+    void catchUp()
+    {
+        if (loaded && owner.realTime) {
+            startedAt = monotonicNs();
+            if (owner.state.clockStamp != 0 && startedAt > owner.state.clockStamp)
+                owner.state.now =
+                    std::min(owner.state.now + std::min(startedAt - owner.state.clockStamp, latestTime), latestTime);
+            timeAtStart = owner.state.now;
+        }
+    }
+    void waitForBusTime()
+    {
+        if (owner.realTime) {
+            const std::uint64_t end = startedAt + (owner.state.now - std::min(timeAtStart, owner.state.now));
+            sleepUntil(end);
+            owner.state.clockStamp = std::max(end, startedAt);
+        }
+    }
+
+    busModel&       owner;
+    stateFile::hold held;
+    bool            loaded;
+    std::uint64_t   startedAt = 0, timeAtStart = 0;
+};
+
+busModel::busModel(const machineDescription& all, std::size_t number, const std::filesystem::path& folder, bool waits)
+    : about{all.buses[number]}, index{number}, realTime{waits}
+{
+    for (const auto& chip : all.chips)
+        if (chip.bus == number)
+            addMember(chip, folder);
+    connect();
+}
+
+void busModel::addMember(const chipDescription& chip, const std::filesystem::path& folder)
+{
+    member added{&chip, nullptr, nullptr, labelOf(about, chip)};
+    switch (chip.kind) {
+    case chipKind::eeprom:
+        added.cells = std::make_unique<image>(folder / chip.image, eepromTypes.at(chip.type).sizeBytes);
+        added.model = std::make_unique<eeprom>(eepromTypes.at(chip.type), chip.memory, *added.cells);
+        break;
+    case chipKind::pca955x:
+        added.model = std::make_unique<pca955x>(pca955xTypes.at(chip.type), chip.inputs);
+        break;
+    case chipKind::sensor:
+        added.model = std::make_unique<sensor>(sensorTypes.at(chip.type), chip.celsius, chip.temperatureBits);
+        break;
+    case chipKind::hub:
+        added.model = std::make_unique<hub922>();
+        break;
+    }
+    members.push_back(std::move(added));
+}
+
+// Chips onto the bus and behind their hubs, and the hubs' reset lines to pin 15 of their LED driver.
+void busModel::connect()
+{
+    for (const auto& member : members)
+        if (!member.about->behindHub) {
+            chips.at[member.about->address >> 1] = member.model.get();
+            if (member.about->kind == chipKind::hub)
+                chips.hubAt[member.about->address >> 1] = static_cast<hub922*>(member.model.get());
+        }
+    for (const auto& member : members)
+        if (member.about->behindHub) {
+            const std::uint32_t offsetBytes =
+                member.about->kind == chipKind::eeprom ? eepromTypes.at(member.about->type).offsetBytes : 1;
+            chips.findHub(member.about->hub)
+                ->attach(member.about->port, member.about->address, *member.model, offsetBytes);
+        }
+    for (const auto& driver : members)
+        for (const unsigned hub : {0x80U, 0x88U, 0x82U, 0x8AU}) {
+            const bool drives = driver.about->typeName == "PCA9552" && !driver.about->behindHub &&
+                                driver.about->address == ((hub & 2) == 0 ? 0xC0 : 0xC2);
+            const auto address = static_cast<std::uint8_t>(hub);
+            if (drives && chips.findHub(address) != nullptr)
+                chips.resetLines.push_back(
+                    {address, chips.findHub(address), static_cast<const pca955x*>(driver.model.get())});
+        }
+}
+
+void busModel::prepareImages(const std::string& machineFile)
+{
+    for (auto& member : members)
+        if (member.cells)
+            if (const std::string trouble = member.cells->prepare(); !trouble.empty())
+                throw std::runtime_error{machineFile + ":" + member.about->place + ": image '" + member.about->image +
+                                         "': " + trouble};
+}
+
+bool busModel::load()
+{
+    bool good = file->usable(mark);
+    if (good) {
+        const auto  record = file->current(index);
+        stateFields fields{record.first(busStateBytes), stateFields::way::load};
+        state = busState{};
+        state.state(fields);
+        for (std::size_t i = 0; i < members.size(); ++i) {
+            stateFields chipFields{record.subspan(busStateBytes + i * chipStateBytes, chipStateBytes),
+                                   stateFields::way::load};
+            if (members[i].cells)
+                members[i].cells->begin(static_cast<std::uint32_t>(i), state.page);
+            members[i].model->deselect();
+            members[i].model->state(chipFields);
+        }
+        good = writePage(); // of a process that was killed ahead of it
+    }
+    return good;
+}
+
+void busModel::store()
+{
+    const auto  record = file->spare(index);
+    stateFields fields{record.first(busStateBytes), stateFields::way::store};
+    state.state(fields);
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        stateFields chipFields{record.subspan(busStateBytes + i * chipStateBytes, chipStateBytes),
+                               stateFields::way::store};
+        members[i].model->state(chipFields);
+    }
+    file->turn(index);
+}
+
+// Waveform, state, image: what comes after the state can be done again from it, what comes before is lost without it.
+bool busModel::commit(waveText* wave)
+{
+    if (wave != nullptr)
+        appendWave(wave->take(state.now));
+    store();
+    return writePage();
+}
+
+bool busModel::writePage()
+{
+    bool good = true;
+    if (state.page.pending) {
+        const bool known = state.page.chip < members.size() && members[state.page.chip].cells;
+        good             = !known || members[state.page.chip].cells->store(state.page);
+        if (good) {
+            state.page.pending      = false;
+            file->current(index)[0] = 0;
+        }
+    }
+    return good;
+}
+
+std::uint64_t busModel::bitNs(std::uint32_t speedKhz) const
+{
+    return 1'000'000 / std::clamp(speedKhz == 0 ? about.speedKhz : speedKhz, 1U, fastestKhz);
+}
+
+bool busModel::adapterGone() const
+{
+    return std::ranges::any_of(state.faults, [](const faultRecord& record) {
+        return record.kind == faultKind::gone && record.struck != 0 && record.usable();
+    });
+}
+
+outcome busModel::heldLine() const
+{
+    outcome held = outcome::done;
+    if (state.sclHeld)
+        held = outcome::sclHeld;
+    else if (state.sdaHeld || std::ranges::any_of(members, [](const member& one) {
+                 return !one.about->behindHub && one.model->holdsSda();
+             }))
+        held = outcome::sdaHeld;
+    return held;
+}
+
+transferResult busModel::transfer(std::span<segment> segments, std::uint32_t speedKhz)
+{
+    session        use{*this};
+    transferResult result;
+    const auto     odd = std::ranges::find_if(segments, [](const segment& part) { return (part.address & 1) != 0; });
+    if (!use.usable()) {
+        result.end = outcome::gone;
+    } else if (odd != segments.end()) {
+        result.end     = outcome::addressNotAcknowledged;
+        result.segment = static_cast<std::size_t>(odd - segments.begin());
+    } else if (result.end = heldLine(); result.end == outcome::done && !segments.empty()) {
+        waveText   wave{state.waveOrigin, true, true};
+        const bool recorded = state.recording;
+        wire       lines{state.now, bitNs(speedKhz), recorded ? &wave : nullptr};
+        result    = transaction{chips, state, lines, segments}.run();
+        state.now = std::min(lines.clock.now, latestTime);
+        if (!use.commit(recorded ? &wave : nullptr))
+            result.end = outcome::gone;
+    }
+    result.busTimeNs = use.usable() ? state.now : 0;
+    return result;
+}
+
+transferResult busModel::probe(std::uint8_t address, std::uint32_t speedKhz)
+{
+    segment alone{address, direction::write, {}, false};
+    return transfer({&alone, 1}, speedKhz);
+}
+
+void busModel::free()
+{
+    state.sdaHeld = state.sclHeld = false;
+    state.heldBy = state.resetsToGo = 0;
+}
+
+outcome busModel::pulses(unsigned count, bool stop)
+{
+    session use{*this};
+    outcome after = outcome::gone;
+    if (use.usable() && !adapterGone()) {
+        waveText   wave{state.waveOrigin, !state.sclHeld, heldLine() != outcome::sdaHeld};
+        const bool recorded = state.recording;
+        wire       lines{state.now, bitNs(0), recorded ? &wave : nullptr};
+        if (stop && state.resetsToGo == 0)
+            free();
+        for (unsigned i = 0; i < count; ++i) {
+            for (auto& member : members)
+                if (!member.about->behindHub)
+                    member.model->clockPulse();
+            lines.pulse(heldLine() != outcome::sdaHeld);
+        }
+        if (stop) {
+            for (auto& member : members)
+                if (!member.about->behindHub)
+                    member.model->deselect();
+            if (state.resetsToGo != 0)
+                --state.resetsToGo;
+            for (auto& record : state.faults)
+                record.ended =
+                    record.ended || (record.untilReset && !faultKinds.at(static_cast<std::size_t>(record.kind)).ofHub);
+        }
+        after = heldLine();
+        if (stop && after == outcome::done)
+            lines.stop();
+        state.now = std::min(lines.clock.now, latestTime);
+        if (!use.commit(recorded ? &wave : nullptr))
+            after = outcome::gone;
+    }
+    return after;
+}
+
+outcome busModel::reset() { return pulses(recoveryClocks, true); }
+
+outcome busModel::clocks(unsigned count) { return pulses(count, false); }
+
+outcome busModel::lines()
+{
+    const session use{*this};
+    return !use.usable() || adapterGone() ? outcome::gone : heldLine();
+}
+
+std::uint64_t busModel::busTimeNs()
+{
+    const session use{*this};
+    return use.usable() ? state.now : 0;
+}
+
+void busModel::idle(std::uint64_t nanoseconds)
+{
+    const auto use = [this](std::uint64_t passes) {
+        session now{*this};
+        state.now = std::min(state.now + std::min(passes, latestTime), latestTime);
+        now.commit();
+    };
+    if (realTime) {
+        use(0);
+        sleepUntil(monotonicNs() + std::min(nanoseconds, latestTime)); // others may use the bus meanwhile
+    }
+    use(realTime ? 0 : nanoseconds); // in real time the clock has done it
+}
+
+void busModel::registers(std::vector<machine::registerValue>& into)
+{
+    const session use{*this};
+    if (use.usable())
+        for (auto& member : members)
+            for (auto& line : member.model->list(state.now))
+                into.push_back({member.label, line.name, line.value, line.meaning});
+}
+
+void busModel::powerCycle()
+{
+    session use{*this};
+    if (use.usable()) {
+        for (auto& member : members)
+            member.model->powerUp();
+        for (auto& record : state.faults)
+            record.ended = record.ended || record.untilReset;
+        free();
+        use.commit();
+    }
+}
+
+void busModel::makeNew()
+{
+    state = busState{};
+    for (auto& member : members)
+        member.model->asNew();
+    store();
+}
+
+void busModel::replaceFileFaults(std::vector<faultRecord> fromFile)
+{
+    if (load()) {
+        for (auto& record : state.faults)
+            if (!record.fromFile)
+                fromFile.push_back(record);
+        fromFile.resize(std::min(fromFile.size(), mostFaults));
+        state.faults = std::move(fromFile);
+        commit(nullptr);
+    }
+}
+
+bool busModel::addFault(const faultRecord& record)
+{
+    session    use{*this};
+    const bool fits = use.usable() && state.faults.size() < mostFaults;
+    if (fits) {
+        state.faults.push_back(record);
+        use.commit();
+    }
+    return fits;
+}
+
+// What the fault did and still lasts ends with it.
+bool busModel::clearFaults(std::optional<std::uint32_t> number)
+{
+    session           use{*this};
+    const std::size_t before = use.usable() ? state.faults.size() : 0;
+    for (const auto& record : std::exchange(state.faults, {})) {
+        if (number && record.number != *number) {
+            state.faults.push_back(record);
+        } else {
+            if (state.heldBy == record.number)
+                free();
+            for (auto& member : members)
+                member.model->faultCleared(record.number);
+        }
+    }
+    const bool cleared = use.usable() && state.faults.size() != before;
+    if (cleared)
+        use.commit();
+    return cleared;
+}
+
+void busModel::listFaults(std::vector<machine::listedFault>& into)
+{
+    const session use{*this};
+    if (use.usable())
+        for (const auto& record : state.faults) {
+            const auto known = std::ranges::find(into, record.number, &machine::listedFault::number);
+            if (known != into.end())
+                known->struck += record.struck;
+            else
+                into.push_back({record.number, describeFault(record, fullName(about)), record.struck});
+        }
+}
+
+// A file that is gone, cut or full ends the recording; the bus goes on.
+void busModel::appendWave(const std::string& text)
+{
+    struct stat found {
+    };
+    const int wave = open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
+    bool      good = wave >= 0 && fstat(wave, &found) == 0 && S_ISREG(found.st_mode) &&
+                std::cmp_greater_equal(found.st_size, state.waveBytes);
+    std::size_t moved = 0;
+    while (good && moved < text.size()) {
+        const ssize_t wrote =
+            pwrite(wave, text.data() + moved, text.size() - moved, static_cast<off_t>(state.waveBytes + moved));
+        good = wrote > 0 || (wrote < 0 && errno == EINTR);
+        moved += wrote > 0 ? static_cast<std::size_t>(wrote) : 0;
+    }
+    state.waveBytes += good ? moved : 0;
+    if (wave >= 0) {
+        good = ftruncate(wave, static_cast<off_t>(state.waveBytes)) == 0 && good; // the rest of a killed process's text
+        close(wave);
+    }
+    state.recording = good;
+}
+
+bool busModel::startWave(const std::filesystem::path& path)
+{
+    bool good = stopWave();
+    if (good) {
+        session           use{*this};
+        const std::string absolute = std::filesystem::absolute(path).string();
+        const std::string head     = waveText::header(about.name, !state.sclHeld, heldLine() != outcome::sdaHeld);
+        const int         wave =
+            use.usable() ? open(absolute.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666) : -1;
+        good = wave >= 0 && pwrite(wave, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size());
+        if (good && !file->setWavePath(index, absolute)) {
+            errno = ENAMETOOLONG;
+            good  = false;
+        }
+        const int error = errno;
+        if (wave >= 0)
+            close(wave);
+        if (good) {
+            state.recording  = true;
+            state.waveOrigin = state.now;
+            state.waveBytes  = head.size();
+            use.commit();
+        }
+        errno = use.usable() ? error : ENODEV;
+    }
+    return good;
+}
+
+bool busModel::stopWave()
+{
+    session    use{*this};
+    const bool good = use.usable();
+    if (good && state.recording) {
+        waveText last{state.waveOrigin, true, true};
+        appendWave(last.take(state.now));
+        state.recording = false;
+        use.commit();
+    }
+    if (!good)
+        errno = ENODEV;
+    return good;
+}
+
+} // namespace kest::sim

@@ -1,0 +1,93 @@
+/// A chip as its data sheet sees the world: STARTs with its address, bytes, a STOP. Knows neither bus nor file.
+#pragma once
+
+#include "sim/machine.h"
+#include "sim/statefields.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kest::sim
+{
+
+/// A bus's time, in nanoseconds. A chip that stretches SCL moves it on.
+struct busClock {
+    std::uint64_t now        = 0;
+    std::uint64_t bitLasting = 2500;
+};
+
+/// Bits of a START, a STOP, and a byte with its acknowledge.
+constexpr std::uint64_t bitsOfCondition = 1, bitsOfByte = 9;
+
+/// Longest page of the modelled memories, bytes.
+constexpr std::size_t longestPage = 128;
+
+/// What a memory chip stores in.
+struct memory {
+    virtual ~memory()                                                               = default;
+    virtual void read(std::uint32_t offset, std::span<std::uint8_t> bytes)          = 0;
+    virtual void program(std::uint32_t offset, std::span<const std::uint8_t> bytes) = 0;
+};
+
+/// Faults that only a chip can let strike, because they come in the middle of what it does.
+struct chipFaults {
+    struct strike {
+        std::uint32_t number; ///< of the fault
+        std::uint32_t value;
+    };
+    virtual ~chipFaults()                           = default;
+    virtual std::optional<strike> hubStatus()       = 0;
+    virtual std::optional<strike> hubHoldsSda()     = 0;
+    virtual std::optional<strike> hubHoldsScl()     = 0;
+    virtual std::optional<strike> hubBadFirstByte() = 0;
+    virtual std::optional<strike> writeCycleStuck() = 0;
+    virtual void                  subBusWasReset()  = 0; ///< ends the faults that last until then
+};
+
+/// One line of a register listing.
+struct listedRegister {
+    std::string   name;
+    std::uint32_t value;
+    std::string   meaning;
+};
+
+/// Bytes of the state file that each chip has.
+constexpr std::size_t chipStateBytes = 64;
+
+class chip
+{
+public:
+    virtual ~chip() = default;
+
+    /// A START or repeated START with this chip's address. @return whether it acknowledges
+    virtual bool start(direction way, busClock& clock, chipFaults& faults) = 0;
+    /// A byte sent to it. @return whether it acknowledges
+    virtual bool take(std::uint8_t byte, busClock& clock) = 0;
+    /// The next byte it sends.
+    virtual std::uint8_t give(busClock& clock, chipFaults& faults) = 0;
+    /// A STOP, while it was the addressed one.
+    virtual void stop(busClock& clock, chipFaults& faults) = 0;
+    /// The transaction goes on elsewhere, or ended in the middle of a byte: what it had taken is forgotten.
+    virtual void deselect() = 0;
+    /// The controller went away in the middle of the read of a byte, without a STOP.
+    virtual void cut() { deselect(); }
+    /// One clock pulse with SDA released, outside a transaction.
+    virtual void               clockPulse() {}
+    [[nodiscard]] virtual bool holdsSda() const { return false; }
+    /// Whether a fault must keep off: between a status byte of 0 and the last data byte of a hub's read.
+    [[nodiscard]] virtual bool guarded() const { return false; }
+
+    /// Volatile state to or from the state file.
+    virtual void state(stateFields& fields) = 0;
+    virtual void powerUp()                  = 0;
+    /// As it stands in a machine that has just been made.
+    virtual void asNew() { powerUp(); }
+    /// The fault of that number is no more.
+    virtual void                        faultCleared(std::uint32_t) {}
+    virtual std::vector<listedRegister> list(std::uint64_t now) = 0;
+};
+
+} // namespace kest::sim

@@ -1,0 +1,89 @@
+/// 24Cxx serial EEPROM. Source: Microchip 24AA02/24LC02B, 24LC32A, 24LC64, 24LC128, 24LC256, 24LC512 data sheets, "Write Operation",
+/// "Acknowledge Polling", "Read Operation". Knows neither bus nor file.
+#pragma once
+
+#include "sim/chip.h"
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <string_view>
+
+namespace kest::sim
+{
+
+struct eepromType {
+    std::string_view name;
+    std::uint32_t    sizeBytes;
+    std::uint32_t    pageBytes;
+    std::uint32_t    offsetBytes;
+};
+
+constexpr std::array eepromTypes{
+    eepromType{"24C02", 256, 8, 1},     eepromType{"24C32", 4096, 32, 2},   eepromType{"24C64", 8192, 32, 2},
+    eepromType{"24C128", 16384, 64, 2}, eepromType{"24C256", 32768, 64, 2}, eepromType{"24C512", 65536, 128, 2},
+};
+static_assert(std::ranges::all_of(eepromTypes, [](const eepromType& type) {
+    return std::ranges::count(eepromTypes, type.name, &eepromType::name) == 1 && std::has_single_bit(type.sizeBytes) &&
+           std::has_single_bit(type.pageBytes) && type.pageBytes <= longestPage && type.pageBytes < type.sizeBytes &&
+           type.sizeBytes <= (std::uint64_t{1} << (8 * type.offsetBytes));
+}));
+
+/// What the write-protect pin does.
+enum class protection : std::uint8_t {
+    none,
+    silent, ///< acknowledges data and forgets it
+    nak,    ///< refuses data bytes
+};
+
+struct eepromSettings {
+    std::uint64_t writeCycleNs = 3'500'000;
+    protection    protect      = protection::none;
+    bool          holdSdaAfterCut =
+        false; ///< a read cut off in the middle of a byte leaves SDA as the bit is, even past nine clocks
+};
+
+class eeprom final : public chip
+{
+public:
+    eeprom(const eepromType& chipType, const eepromSettings& options, memory& cells)
+        : type{chipType}, settings{options}, storage{cells}
+    {
+    }
+
+    bool                        start(direction way, busClock& clock, chipFaults& faults) override;
+    bool                        take(std::uint8_t byte, busClock& clock) override;
+    std::uint8_t                give(busClock& clock, chipFaults& faults) override;
+    void                        stop(busClock& clock, chipFaults& faults) override;
+    void                        deselect() override;
+    void                        cut() override;
+    void                        clockPulse() override;
+    [[nodiscard]] bool          holdsSda() const override;
+    void                        state(stateFields& fields) override;
+    void                        powerUp() override;
+    void                        faultCleared(std::uint32_t number) override;
+    std::vector<listedRegister> list(std::uint64_t now) override;
+
+private:
+    [[nodiscard]] std::uint32_t wrap(std::uint32_t offset) const { return offset & (type.sizeBytes - 1); }
+    [[nodiscard]] std::uint8_t  cell(std::uint32_t offset) const;
+    void                        latchByte(std::uint8_t byte);
+    void                        program();
+
+    const eepromType&    type;
+    const eepromSettings settings;
+    memory&              storage;
+
+    std::uint32_t counter         = 0; ///< address counter: where the next byte is read or latched
+    std::uint64_t writeDoneAt     = 0;
+    std::uint32_t stuckBy         = 0; ///< number of the fault that keeps the write cycle from ending, 0 none
+    std::uint8_t  cutBit          = notCut;
+    std::uint32_t offsetBytesSeen = 0; ///< of the write under way
+
+    std::array<std::uint8_t, longestPage> latch{};
+    std::bitset<longestPage>              latched;
+
+    static constexpr std::uint8_t notCut = 0xFF, acknowledgeSlot = 8;
+};
+
+} // namespace kest::sim

@@ -1,0 +1,335 @@
+#include "sim/hub922.h"
+
+#include <algorithm>
+
+namespace kest::sim
+{
+
+namespace
+{
+constexpr std::uint64_t subBusBitNs   = 2500; // 400 kHz whatever the main bus's clock
+constexpr std::uint64_t longestWaitNs = 30'000'000;
+constexpr std::uint8_t  nothingDriven = 0xFF;
+
+void spend(busClock& clock, std::uint64_t bits) { clock.now += bits * clock.bitLasting; }
+} // namespace
+
+bool hub922::start(direction way, busClock& clock, chipFaults& faults)
+{
+    const bool inTransaction = writing || answering != answer::nothing; // never silent from there to the STOP
+    const bool answers       = !heldInReset && (inTransaction || !busy(clock.now));
+    const bool header        = writing && receivedBytes != 0;
+    if (!answers) {
+        deselect();
+    } else if (way == direction::write) {
+        endFetch(clock, faults);
+        deselect();
+        writing = true;
+    } else if (header && !isCommand()) {
+        const hubStatus outcome = fetch(clock, faults);
+        const auto      bad     = outcome == hubStatus::done ? faults.hubBadFirstByte() : std::nullopt;
+        firstByte               = bad ? static_cast<std::uint8_t>(bad->value) : static_cast<std::uint8_t>(outcome);
+        answering               = firstByte == 0 ? answer::data : answer::failure;
+        note(outcome);
+    } else {
+        if (header)
+            runCommand(faults);
+        endFetch(clock, faults);
+        answering = answer::plainStatus;
+    }
+    if (answers && way == direction::read)
+        writing = statusGiven = false;
+    return answers;
+}
+
+bool hub922::take(std::uint8_t byte, busClock&)
+{
+    if (receivedBytes < received.size())
+        received[receivedBytes] = byte;
+    ++receivedBytes;
+    return true; // a transfer that is too long is told by its status
+}
+
+std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
+{
+    std::uint8_t byte = nothingDriven;
+    if (statusGiven && answering == answer::data && fetching != nullptr) {
+        busClock subBus{clock.now, subBusBitNs};
+        spend(subBus, bitsOfByte);
+        byte      = fetching->give(subBus, faults);
+        clock.now = subBus.now; // SCL is held until the byte is there
+    } else if (!statusGiven && answering == answer::plainStatus) {
+        byte   = static_cast<std::uint8_t>(status);
+        status = hubStatus::done;
+    } else if (!statusGiven) {
+        byte = firstByte;
+    }
+    statusGiven = true;
+    return byte;
+}
+
+void hub922::stop(busClock& clock, chipFaults& faults)
+{
+    if (writing && receivedBytes != 0 && isCommand())
+        runCommand(faults);
+    else if (writing && receivedBytes != 0 && status == hubStatus::done)
+        note(passOn(clock, faults));
+    endFetch(clock, faults);
+    deselect();
+}
+
+void hub922::deselect()
+{
+    if (fetching != nullptr)
+        fetching->deselect();
+    fetching      = nullptr;
+    writing       = false;
+    receivedBytes = 0;
+    answering     = answer::nothing;
+    statusGiven   = false;
+}
+
+// The first trouble stays until it is told.
+void hub922::note(hubStatus outcome)
+{
+    if (status == hubStatus::done)
+        status = outcome;
+}
+
+void hub922::runCommand(chipFaults& faults)
+{
+    const bool known = receivedBytes == commandBytes;
+    if (known && received[1] == resetSubBuses) {
+        for (auto& [place, attached] : devices)
+            attached.model->deselect();
+        faults.subBusWasReset();
+        clearHolds();
+    } else if (!known || received[1] !=
+                             tellErrorStatus) { // that one changes nothing: the next plain read tells the status anyway
+        note(hubStatus::malformedCommand);
+    }
+    receivedBytes = 0;
+}
+
+// A hold that outlasts this reset shows as the status after it.
+void hub922::clearHolds()
+{
+    status = hubStatus::done;
+    if (resetsToGo == 0)
+        sdaHeld = sclHeld = 0;
+    else
+        --resetsToGo;
+    if (sdaHeld != 0 || sclHeld != 0)
+        status = sdaHeld != 0 ? hubStatus::subBusSdaHeld : hubStatus::subBusSclHeld;
+    else
+        heldBy = 0;
+}
+
+hub922::device hub922::target() const
+{
+    const auto found = devices.find({received[0], received[1]});
+    return found == devices.end() ? device{} : found->second;
+}
+
+// Everything that ends a transfer before its first bit on a sub-bus.
+hubStatus hub922::check(chipFaults& faults)
+{
+    hubStatus outcome = hubStatus::done;
+    if (status != hubStatus::done)
+        outcome = status;
+    else if (received[0] >= ports)
+        outcome = hubStatus::noSuchPort;
+    else if (receivedBytes > longestWrite)
+        outcome = hubStatus::tooLong;
+    else if (receivedBytes <= headerBytes || (received[1] & 1) != 0)
+        outcome = hubStatus::malformedCommand;
+    else
+        outcome = checkSubBus(received[0], faults);
+    return outcome;
+}
+
+hubStatus hub922::checkSubBus(std::uint8_t port, chipFaults& faults)
+{
+    const auto bit     = static_cast<std::uint8_t>(1U << port);
+    hubStatus  outcome = hubStatus::done;
+    const auto hold    = [&](const chipFaults::strike& strike, std::uint8_t& held) {
+        held |= bit;
+        heldBy     = strike.number;
+        resetsToGo = strike.value;
+    };
+    if (((sdaHeld | sclHeld) & bit) == 0) {
+        if (const auto told = faults.hubStatus())
+            outcome = static_cast<hubStatus>(told->value);
+        else if (const auto sda = faults.hubHoldsSda())
+            hold(*sda, sdaHeld);
+        else if (const auto scl = faults.hubHoldsScl())
+            hold(*scl, sclHeld);
+    }
+    if ((sdaHeld & bit) != 0)
+        outcome = hubStatus::subBusSdaHeld;
+    else if ((sclHeld & bit) != 0)
+        outcome = hubStatus::subBusSclHeld;
+    return outcome;
+}
+
+// START, address, and the received bytes after the header.
+bool hub922::sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults)
+{
+    spend(subBus, bitsOfCondition + bitsOfByte);
+    bool acknowledged = model.start(direction::write, subBus, faults);
+    for (std::size_t i = headerBytes; acknowledged && i < headerBytes + bytes; ++i) {
+        spend(subBus, bitsOfByte);
+        acknowledged = model.take(received[i], subBus);
+    }
+    return acknowledged;
+}
+
+// After the STOP of a write: the main bus is free meanwhile, the hub silent.
+hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
+{
+    busClock     subBus{clock.now, subBusBitNs};
+    const device to      = target();
+    hubStatus    outcome = check(faults);
+    if (outcome == hubStatus::done && to.model == nullptr) {
+        spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
+        outcome = hubStatus::noAnswer;
+    } else if (outcome == hubStatus::done && receivedBytes < headerBytes + to.offsetBytes) {
+        outcome = hubStatus::malformedCommand;
+    } else if (outcome == hubStatus::done) {
+        const bool acknowledged = sendTo(*to.model, receivedBytes - headerBytes, subBus, faults);
+        spend(subBus, bitsOfCondition);
+        if (acknowledged)
+            to.model->stop(subBus, faults);
+        else
+            to.model->deselect();
+        outcome = acknowledged ? waitForDevice(*to.model, subBus, faults) : hubStatus::noAnswer;
+    }
+    busyUntil = subBus.now;
+    return outcome;
+}
+
+// Asks until the device acknowledges again.
+hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faults)
+{
+    const std::uint64_t latest = subBus.now + longestWaitNs;
+    bool                ready  = false;
+    do {
+        spend(subBus, bitsOfCondition + bitsOfByte);
+        ready = device.start(direction::write, subBus, faults);
+        spend(subBus, bitsOfCondition);
+        device.deselect();
+    } while (!ready && subBus.now < latest);
+    return ready ? hubStatus::done : hubStatus::subBusTimeout;
+}
+
+// Repeated START after a header: SCL is held until the first byte could be fetched.
+hubStatus hub922::fetch(busClock& clock, chipFaults& faults)
+{
+    busClock     subBus{clock.now, subBusBitNs};
+    const device from    = target();
+    hubStatus    outcome = check(faults);
+    if (outcome == hubStatus::done && from.model == nullptr) {
+        spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
+        outcome = hubStatus::noAnswer;
+    } else if (outcome == hubStatus::done && receivedBytes != headerBytes + from.offsetBytes) {
+        outcome = hubStatus::malformedCommand;
+    } else if (outcome == hubStatus::done) {
+        bool acknowledged = sendTo(*from.model, from.offsetBytes, subBus, faults);
+        if (acknowledged) {
+            spend(subBus, bitsOfCondition + bitsOfByte);
+            acknowledged = from.model->start(direction::read, subBus, faults);
+        }
+        if (acknowledged)
+            fetching = from.model;
+        else
+            from.model->deselect();
+        outcome = acknowledged ? hubStatus::done : hubStatus::noAnswer;
+    }
+    clock.now = subBus.now;
+    return outcome;
+}
+
+void hub922::endFetch(busClock& clock, chipFaults& faults)
+{
+    busClock subBus{clock.now, subBusBitNs};
+    if (fetching != nullptr)
+        fetching->stop(subBus, faults);
+    fetching = nullptr;
+}
+
+void hub922::resetLine(bool low)
+{
+    if (heldInReset && !low)
+        status = hubStatus::outOfReset;
+    if (low) {
+        deselect();
+        status     = hubStatus::done;
+        busyUntil  = 0;
+        resetsToGo = heldBy = 0;
+        sdaHeld = sclHeld = 0;
+    }
+    heldInReset = low;
+}
+
+void hub922::state(stateFields& fields)
+{
+    auto number = static_cast<std::uint8_t>(status);
+    fields.numbers(number, busyUntil, sdaHeld, sclHeld, heldBy, resetsToGo);
+    fields.flag(heldInReset);
+    status = static_cast<hubStatus>(number);
+}
+
+void hub922::powerUp()
+{
+    resetLine(true);
+    resetLine(false);
+}
+
+// A new machine's hubs have been started and asked already.
+void hub922::asNew()
+{
+    powerUp();
+    status = hubStatus::done;
+}
+
+void hub922::faultCleared(std::uint32_t number)
+{
+    if (heldBy == number) {
+        sdaHeld = sclHeld = 0;
+        resetsToGo = heldBy = 0;
+    }
+}
+
+std::vector<listedRegister> hub922::list(std::uint64_t now)
+{
+    const auto ports = [](std::uint8_t held) {
+        std::string text;
+        for (unsigned port = 0; port < hub922::ports; ++port)
+            if ((held >> port & 1) != 0)
+                text += (text.empty() ? "ports " : ", ") + std::to_string(port);
+        return text.empty() ? std::string{"free"} : text;
+    };
+    const auto meaning = [this] {
+        static const std::map<hubStatus, std::string> texts{{hubStatus::done, "done"},
+                                                            {hubStatus::malformedCommand, "malformed command"},
+                                                            {hubStatus::noAnswer, "device did not answer"},
+                                                            {hubStatus::subBusSdaHeld, "sub-bus SDA held"},
+                                                            {hubStatus::subBusSclHeld, "sub-bus SCL held"},
+                                                            {hubStatus::arbitrationLost, "arbitration lost"},
+                                                            {hubStatus::subBusTimeout, "sub-bus time-out"},
+                                                            {hubStatus::noSuchPort, "no such port"},
+                                                            {hubStatus::tooLong, "transfer too long"},
+                                                            {hubStatus::outOfReset, "out of reset"}};
+        const auto                                    found = texts.find(status);
+        return found != texts.end()     ? found->second
+               : status < hubStatus{12} ? std::string{"hub hardware fault"}
+                                        : std::string{"unknown"};
+    };
+    return {{"STATUS", static_cast<std::uint32_t>(status), meaning()},
+            {"reset", heldInReset ? 1U : 0U, heldInReset ? "held in reset" : "running"},
+            {"busy", busy(now) ? 1U : 0U, busy(now) ? "passing a write on" : "ready"},
+            {"SDA held", sdaHeld, ports(sdaHeld)},
+            {"SCL held", sclHeld, ports(sclHeld)}};
+}
+
+} // namespace kest::sim

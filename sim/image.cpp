@@ -1,0 +1,130 @@
+#include "sim/image.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kest::sim
+{
+
+namespace
+{
+
+// All or nothing, a signal notwithstanding.
+bool writeAll(int descriptor, std::span<const std::uint8_t> bytes, off_t offset)
+{
+    while (!bytes.empty()) {
+        const ssize_t moved = pwrite(descriptor, bytes.data(), bytes.size(), offset);
+        if (moved < 0 && errno != EINTR)
+            break;
+        if (moved > 0) {
+            bytes = bytes.subspan(static_cast<std::size_t>(moved));
+            offset += moved;
+        }
+    }
+    return bytes.empty();
+}
+
+// Under another name first: a killed process leaves no short image.
+bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
+{
+    const std::vector<std::uint8_t> erased(sizeBytes, 0xFF);
+    const std::string               early = path.string() + ".new";
+    const int                       made  = open(early.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    bool                            good  = made >= 0 && writeAll(made, erased, 0);
+    if (made >= 0)
+        good = ::close(made) == 0 && good;
+    return good && rename(early.c_str(), path.c_str()) == 0;
+}
+
+} // namespace
+
+std::string image::prepare()
+{
+    struct stat found {
+    };
+    std::string trouble;
+    if (stat(path.c_str(), &found) != 0) {
+        if (errno != ENOENT || !makeErased(path, sizeBytes))
+            trouble = std::generic_category().message(errno);
+    } else if (!S_ISREG(found.st_mode)) {
+        trouble = "not a regular file";
+    } else if (found.st_size != static_cast<off_t>(sizeBytes)) {
+        trouble = "has " + std::to_string(found.st_size) + " bytes, the chip " + std::to_string(sizeBytes);
+    } else if (access(path.c_str(), R_OK | W_OK) != 0) {
+        trouble = std::generic_category().message(errno);
+    }
+    return trouble;
+}
+
+void image::begin(std::uint32_t chipIndex, pageWrite& pending)
+{
+    chip        = chipIndex;
+    page        = &pending;
+    windowStart = noWindow;
+}
+
+bool image::open()
+{
+    if (descriptor < 0)
+        descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    return descriptor >= 0;
+}
+
+void image::close()
+{
+    if (descriptor >= 0)
+        ::close(descriptor);
+    descriptor = -1;
+}
+
+void image::fill(std::uint32_t start)
+{
+    window.fill(0xFF);
+    std::size_t have = 0;
+    ssize_t     got  = open() ? 1 : 0;
+    while (got != 0 && have < window.size()) {
+        got = pread(descriptor, window.data() + have, window.size() - have, static_cast<off_t>(start + have));
+        if (got > 0)
+            have += static_cast<std::size_t>(got);
+        else if (got < 0 && errno != EINTR)
+            got = 0;
+    }
+    windowStart = start;
+}
+
+void image::read(std::uint32_t offset, std::span<std::uint8_t> bytes)
+{
+    for (auto& byte : bytes) {
+        const std::uint32_t start = offset - offset % windowBytes;
+        if (start != windowStart)
+            fill(start);
+        byte = window[offset % windowBytes];
+        ++offset;
+    }
+}
+
+void image::program(std::uint32_t offset, std::span<const std::uint8_t> bytes)
+{
+    if (page != nullptr && bytes.size() <= page->bytes.size()) {
+        page->pending = true;
+        page->chip    = chip;
+        page->offset  = offset;
+        page->length  = static_cast<std::uint32_t>(bytes.size());
+        std::ranges::copy(bytes, page->bytes.begin());
+    }
+}
+
+bool image::store(const pageWrite& written)
+{
+    const bool inside = written.length <= written.bytes.size() && written.offset <= sizeBytes &&
+                        written.length <= sizeBytes - written.offset;
+    windowStart = noWindow;
+    return !inside ||
+           (open() && writeAll(descriptor, {written.bytes.data(), written.length}, static_cast<off_t>(written.offset)));
+}
+
+} // namespace kest::sim

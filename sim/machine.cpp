@@ -1,0 +1,252 @@
+#include "sim/machine.h"
+
+#include "sim/busmodel.h"
+
+#include <cerrno>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+namespace kest::sim
+{
+
+namespace
+{
+
+constexpr auto machineFileName = "machine.toml";
+constexpr auto stateFileName   = "machine.state";
+
+std::string readText(const std::filesystem::path& file)
+{
+    std::ifstream      in{file, std::ios::binary};
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (!in)
+        throw std::runtime_error{file.string() + ": cannot be read"};
+    return text.str();
+}
+
+class machineModel final : public machine, public std::enable_shared_from_this<machineModel>
+{
+public:
+    machineModel(std::filesystem::path folder, std::string text, bool realTime);
+
+    std::shared_ptr<bus>                       findBus(const std::string& name, const std::string& node) override;
+    [[nodiscard]] std::vector<std::string>     busNames(const std::string& node) const override;
+    [[nodiscard]] std::vector<chipInfo>        chips() const override;
+    [[nodiscard]] const std::filesystem::path& folder() const override { return place; }
+    std::vector<registerValue>                 registers() override;
+    void                                       powerCycle() override;
+    std::uint32_t                              addFault(const fault& what) override;
+    bool                                       clearFault(std::uint32_t number) override;
+    void                                       clearFaults() override;
+    std::vector<listedFault>                   faults() override;
+    bool startWave(const std::string& busName, const std::filesystem::path& file) override;
+    bool stopWave(const std::string& busName) override;
+
+    /// Whether this object still stands for what is in the folder.
+    bool stillStandsFor(const std::string& machineText);
+
+private:
+    void      openState(const std::string& machineFile);
+    void      takeFileFaults();
+    busModel* find(const std::string& name);
+
+    const std::filesystem::path            place;
+    const std::string                      text;
+    machineDescription                     about;
+    std::unique_ptr<stateFile>             states;
+    std::vector<std::unique_ptr<busModel>> buses;
+};
+
+machineModel::machineModel(std::filesystem::path folder, std::string machineText, bool realTime)
+    : place{std::move(folder)}, text{std::move(machineText)}
+{
+    const std::string machineFile = (place / machineFileName).string();
+    about                         = parseMachine(text, machineFile);
+    for (std::size_t i = 0; i < about.buses.size(); ++i)
+        buses.push_back(std::make_unique<busModel>(about, i, place, realTime));
+    openState(machineFile);
+}
+
+void machineModel::openState(const std::string& machineFile)
+{
+    std::vector<std::size_t> records;
+    for (const auto& bus : buses)
+        records.push_back(bus->recordBytes());
+    states = std::make_unique<stateFile>(place / stateFileName, records);
+    for (auto& bus : buses)
+        bus->attach(*states, about.layoutMark());
+
+    const stateFile::hold all{*states};
+    if (!all.held())
+        throw std::runtime_error{(place / stateFileName).string() + ": cannot be locked"};
+    for (auto& bus : buses)
+        bus->prepareImages(machineFile);
+    if (!states->usable(about.layoutMark())) {
+        states->renew(about.layoutMark());
+        for (auto& bus : buses)
+            bus->makeNew();
+        states->seal();
+    }
+    if (states->faultMark() != about.faultMark())
+        takeFileFaults();
+}
+
+void machineModel::takeFileFaults()
+{
+    std::vector<faultRecord> records;
+    for (const auto& what : about.faults) {
+        records.push_back(makeFaultRecord(what, states->nextFaultNumber()));
+        records.back().fromFile = true;
+    }
+    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
+        std::vector<faultRecord> own;
+        for (std::size_t i = 0; i < records.size(); ++i)
+            if (about.concerns(about.faults[i], bus))
+                own.push_back(records[i]);
+        buses[bus]->replaceFileFaults(own);
+    }
+    states->setFaultMark(about.faultMark());
+}
+
+bool machineModel::stillStandsFor(const std::string& machineText)
+{
+    const stateFile::hold one{*states, 0};
+    return one.held() && machineText == text && states->usable(about.layoutMark());
+}
+
+// The bus lives as long as its machine, and the other way round.
+std::shared_ptr<bus> machineModel::findBus(const std::string& name, const std::string& node)
+{
+    for (auto& bus : buses)
+        if (bus->description().name == name && bus->description().node == node)
+            return {shared_from_this(), bus.get()};
+    return nullptr;
+}
+
+std::vector<std::string> machineModel::busNames(const std::string& node) const
+{
+    std::vector<std::string> names;
+    for (const auto& bus : about.buses)
+        if (bus.node == node)
+            names.push_back(bus.name);
+    return names;
+}
+
+std::vector<chipInfo> machineModel::chips() const
+{
+    std::vector<chipInfo> list;
+    for (const auto& chip : about.chips) {
+        const auto& bus = about.buses[chip.bus];
+        list.push_back({bus.name, bus.node, chip.typeName, chip.address, chip.behindHub, chip.hub, chip.port,
+                        chip.image.empty() ? std::filesystem::path{} : place / chip.image});
+    }
+    return list;
+}
+
+std::vector<machine::registerValue> machineModel::registers()
+{
+    std::vector<registerValue> list;
+    for (auto& bus : buses)
+        bus->registers(list);
+    return list;
+}
+
+void machineModel::powerCycle()
+{
+    for (auto& bus : buses)
+        bus->powerCycle();
+}
+
+busModel* machineModel::find(const std::string& name)
+{
+    const auto found = about.findBus(name);
+    return found ? buses[*found].get() : nullptr;
+}
+
+std::uint32_t machineModel::addFault(const fault& what)
+{
+    if (const std::string trouble = faultTrouble(what); !trouble.empty())
+        throw std::invalid_argument{trouble};
+    if (!what.bus.empty() && find(what.bus) == nullptr)
+        throw std::invalid_argument{"no bus '" + what.bus + "'"};
+    std::uint32_t number = 0;
+    {
+        const stateFile::hold all{*states};
+        if (all.held() && states->usable(about.layoutMark()))
+            number = states->nextFaultNumber();
+    }
+    const auto record = makeFaultRecord(what, number);
+    bool       good   = number != 0;
+    for (std::size_t bus = 0; bus < buses.size(); ++bus)
+        if (good && about.concerns(what, bus))
+            good = buses[bus]->addFault(record);
+    if (!good) {
+        clearFault(number);
+        throw std::runtime_error{number == 0 ? "the machine is gone" : "no room for more faults"};
+    }
+    return number;
+}
+
+bool machineModel::clearFault(std::uint32_t number)
+{
+    bool cleared = false;
+    for (auto& bus : buses)
+        cleared = bus->clearFaults(number) || cleared;
+    return cleared;
+}
+
+void machineModel::clearFaults()
+{
+    for (auto& bus : buses)
+        bus->clearFaults(std::nullopt);
+}
+
+std::vector<machine::listedFault> machineModel::faults()
+{
+    std::vector<listedFault> list;
+    for (auto& bus : buses)
+        bus->listFaults(list);
+    return list;
+}
+
+bool machineModel::startWave(const std::string& busName, const std::filesystem::path& file)
+{
+    busModel* const bus = find(busName);
+    if (bus == nullptr)
+        errno = ENODEV;
+    return bus != nullptr && bus->startWave(file);
+}
+
+bool machineModel::stopWave(const std::string& busName)
+{
+    busModel* const bus = find(busName);
+    if (bus == nullptr)
+        errno = ENODEV;
+    return bus != nullptr && bus->stopWave();
+}
+
+} // namespace
+
+std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime)
+{
+    static auto* const opened =
+        new std::map<std::pair<std::string, bool>, std::weak_ptr<machineModel>>; // outlives static objects
+    std::error_code             error;
+    const std::filesystem::path place = std::filesystem::canonical(folder, error);
+    if (error)
+        throw std::runtime_error{folder.string() + ": " + error.message()};
+    const std::string      text = readText(place / machineFileName);
+    const std::scoped_lock lock{openingMutex()};
+    auto&                  known = (*opened)[{place.string(), realTime}];
+    auto                   model = known.lock();
+    if (model == nullptr || !model->stillStandsFor(text)) {
+        model = std::make_shared<machineModel>(place, text, realTime);
+        known = model;
+    }
+    return model;
+}
+
+} // namespace kest::sim

@@ -1,0 +1,67 @@
+/// machine.toml: the buses, chips and faults of a simulated machine.
+#pragma once
+
+#include "sim/eeprom.h"
+#include "sim/faults.h"
+#include "sim/pca955x.h"
+#include "sim/sensor.h"
+
+#include <filesystem>
+#include <string_view>
+
+namespace kest::sim
+{
+
+enum class chipKind : std::uint8_t {
+    eeprom,
+    pca955x,
+    sensor,
+    hub
+};
+
+struct busDescription {
+    std::string   name;
+    std::string   node;
+    std::uint32_t speedKhz = 400;
+};
+
+struct chipDescription {
+    std::size_t  bus  = 0; ///< index of its bus
+    chipKind     kind = chipKind::eeprom;
+    std::size_t  type = 0; ///< row in the kind's table
+    std::string  typeName;
+    std::uint8_t address   = 0;
+    bool         behindHub = false;
+    std::uint8_t hub       = 0;
+    std::uint8_t port      = 0;
+    std::string  image; ///< file name in the machine's folder
+    std::string  place; ///< "LINE:COLUMN" in the file
+
+    eepromSettings memory;
+    std::uint16_t  inputs          = 0xFFFF; ///< levels that drive the pins from outside
+    double         celsius         = 25.0;
+    unsigned       temperatureBits = 9;
+};
+
+struct machineDescription {
+    std::vector<busDescription>  buses;
+    std::vector<chipDescription> chips;
+    std::vector<machine::fault>  faults;
+
+    /// A number that changes with anything that the state file's layout depends on.
+    [[nodiscard]] std::uint64_t layoutMark() const;
+    [[nodiscard]] std::uint64_t faultMark() const;
+    /// @param name  "BUS" or "NODE:BUS"
+    [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
+    /// Whether a fault is one of that bus's.
+    [[nodiscard]] bool concerns(const machine::fault& what, std::size_t bus) const;
+};
+
+/// Name of a bus for people and faults: "BUS" on the local node, else "NODE:BUS".
+std::string fullName(const busDescription& bus);
+
+/// Reads the text of a machine file. Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong".
+/// @param fileName  for error texts alone
+machineDescription parseMachine(std::string_view text, const std::string& fileName);
+
+} // namespace kest::sim

@@ -1,0 +1,269 @@
+#include "sim/statefile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kest::sim
+{
+
+namespace
+{
+
+constexpr std::size_t  headerBytes      = 4096;
+constexpr std::size_t  blockHeaderBytes = 2048;
+constexpr std::size_t  longestPath      = 1900;
+constexpr std::uint8_t magic[8]         = {'k', 'e', 's', 't', 's', 'i', 'm', 1};
+
+struct header {
+    std::array<std::uint8_t, 8> mark{};
+    std::uint64_t               layout = 0, size = 0, faults = 0;
+    std::uint32_t               faultNumbers = 0;
+
+    void state(stateFields& fields)
+    {
+        fields.bytes(mark);
+        fields.numbers(layout, size, faults, faultNumbers);
+    }
+};
+
+header readHeader(std::uint8_t* mapped)
+{
+    header      read;
+    stateFields fields{{mapped, headerBytes}, stateFields::way::load};
+    read.state(fields);
+    return read;
+}
+
+void writeHeader(std::uint8_t* mapped, header& written)
+{
+    stateFields fields{{mapped, headerBytes}, stateFields::way::store};
+    written.state(fields);
+}
+
+[[noreturn]] void fail(const std::filesystem::path& file, const char* what)
+{
+    throw std::runtime_error{file.string() + ": " + what + ": " + std::generic_category().message(errno)};
+}
+
+} // namespace
+
+// A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The mutexes are
+// taken over the fork, so that no transaction is under way then.
+struct forkRegistry {
+    std::mutex              opening; // taken ahead of the other
+    std::mutex              mutex;
+    std::vector<stateFile*> files;
+
+    static forkRegistry& instance()
+    {
+        static auto* const registry = new forkRegistry; // never destroyed: forks happen in exit handlers, too
+        return *registry;
+    }
+    static void prepare()
+    {
+        instance().opening.lock();
+        instance().mutex.lock();
+        for (auto* file : instance().files)
+            file->beforeFork();
+    }
+    static void parent() { after(false); }
+    static void child() { after(true); }
+    static void after(bool child)
+    {
+        for (auto* file : instance().files)
+            file->afterFork(child);
+        instance().mutex.unlock();
+        instance().opening.unlock();
+    }
+    forkRegistry() { pthread_atfork(prepare, parent, child); }
+};
+
+std::mutex& openingMutex() { return forkRegistry::instance().opening; }
+
+void stateFile::beforeFork()
+{
+    for (auto& mutex : mutexes)
+        mutex->lock();
+}
+
+// In the child only calls that a signal handler may make.
+void stateFile::afterFork(bool child)
+{
+    if (child) {
+        const int own = open(reopenPath.c_str(), O_RDWR | O_CLOEXEC);
+        if (own < 0 || dup3(own, descriptor, O_CLOEXEC) < 0)
+            mapped = nullptr;
+        if (own >= 0)
+            close(own);
+    }
+    for (auto& mutex : mutexes)
+        mutex->unlock();
+}
+
+stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> recordBytes) : path{std::move(file)}
+{
+    sizeBytes = headerBytes;
+    for (const std::size_t bytes : recordBytes) {
+        blocks.push_back({sizeBytes, bytes});
+        sizeBytes += blockHeaderBytes + 2 * bytes;
+        mutexes.push_back(std::make_unique<std::mutex>());
+    }
+    descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+    if (descriptor < 0)
+        fail(path, "state file");
+    reopenPath     = "/proc/self/fd/" + std::to_string(descriptor);
+    void* const at = mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (at == MAP_FAILED) {
+        close(descriptor);
+        fail(path, "state file");
+    }
+    mapped = static_cast<std::uint8_t*>(at);
+    const std::scoped_lock lock{forkRegistry::instance().mutex};
+    forkRegistry::instance().files.push_back(this);
+}
+
+stateFile::~stateFile()
+{
+    {
+        const std::scoped_lock lock{forkRegistry::instance().mutex};
+        std::erase(forkRegistry::instance().files, this);
+    }
+    if (mapped != nullptr)
+        munmap(mapped, sizeBytes);
+    close(descriptor);
+}
+
+bool stateFile::lockFile(std::size_t first, std::size_t count, bool lock) const
+{
+    struct flock range {
+    };
+    range.l_type   = static_cast<short>(lock ? F_WRLCK : F_UNLCK);
+    range.l_whence = SEEK_SET;
+    range.l_start  = static_cast<off_t>(first);
+    range.l_len    = static_cast<off_t>(count);
+    int result     = 0;
+    do
+        result = fcntl(descriptor, F_OFD_SETLKW, &range);
+    while (result < 0 && errno == EINTR);
+    return result == 0;
+}
+
+stateFile::hold::hold(stateFile& of, std::size_t bus) : file{of}, first{bus}, count{1}
+{
+    file.mutexes[bus]->lock();
+    locked = file.mapped != nullptr && file.lockFile(first, count, true);
+}
+
+// The range to the end of all files, so that layouts with more buses are held, too.
+stateFile::hold::hold(stateFile& of) : file{of}, first{0}, count{0}
+{
+    for (auto& mutex : file.mutexes)
+        mutex->lock();
+    locked = file.mapped != nullptr && file.lockFile(first, count, true);
+}
+
+stateFile::hold::~hold()
+{
+    if (locked)
+        file.lockFile(first, count, false);
+    if (count == 0)
+        for (auto& mutex : file.mutexes)
+            mutex->unlock();
+    else
+        file.mutexes[first]->unlock();
+}
+
+bool stateFile::usable(std::uint64_t layoutMark) const
+{
+    struct stat now {
+    };
+    bool good = mapped != nullptr && fstat(descriptor, &now) == 0 && now.st_nlink != 0 &&
+                std::cmp_equal(now.st_size, sizeBytes);
+    if (good) {
+        const header read = readHeader(mapped);
+        good              = std::ranges::equal(read.mark, magic) && read.layout == layoutMark && read.size == sizeBytes;
+    }
+    return good;
+}
+
+void stateFile::renew(std::uint64_t layoutMark)
+{
+    if (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(sizeBytes)) != 0)
+        fail(path, "state file");
+    if (const int trouble = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeBytes));
+        trouble != 0) { // a full disk shows now
+        errno = trouble;
+        fail(path, "state file");
+    }
+    header made;
+    made.layout = layoutMark;
+    made.size   = sizeBytes;
+    writeHeader(mapped, made);
+}
+
+// The mark comes last: a file without it is made anew.
+void stateFile::seal()
+{
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    std::ranges::copy(magic, mapped);
+}
+
+std::span<std::uint8_t> stateFile::record(std::size_t bus, unsigned which) const
+{
+    const block& of = blocks[bus];
+    return {mapped + of.at + blockHeaderBytes + which * of.recordBytes, of.recordBytes};
+}
+
+void stateFile::turn(std::size_t bus)
+{
+    std::atomic_ref{active(bus)}.store(active(bus) ^ 1U, std::memory_order_release);
+}
+
+std::uint64_t stateFile::faultMark() const { return readHeader(mapped).faults; }
+
+void stateFile::setFaultMark(std::uint64_t mark)
+{
+    header changed = readHeader(mapped);
+    changed.faults = mark;
+    writeHeader(mapped, changed);
+}
+
+std::uint32_t stateFile::nextFaultNumber()
+{
+    header changed       = readHeader(mapped);
+    changed.faultNumbers = std::max(changed.faultNumbers + 1, 1U);
+    writeHeader(mapped, changed);
+    return changed.faultNumbers;
+}
+
+std::string stateFile::wavePath(std::size_t bus) const
+{
+    const std::uint8_t* const at     = mapped + blocks[bus].at + 1;
+    const std::size_t         length = std::min<std::size_t>(at[0] | at[1] << 8, longestPath);
+    return {reinterpret_cast<const char*>(at + 2), length};
+}
+
+bool stateFile::setWavePath(std::size_t bus, const std::string& text)
+{
+    std::uint8_t* const at   = mapped + blocks[bus].at + 1;
+    const bool          fits = text.size() <= longestPath;
+    if (fits) {
+        at[0] = static_cast<std::uint8_t>(text.size());
+        at[1] = static_cast<std::uint8_t>(text.size() >> 8);
+        std::memcpy(at + 2, text.data(), text.size());
+    }
+    return fits;
+}
+
+} // namespace kest::sim

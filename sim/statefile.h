@@ -1,0 +1,88 @@
+/// The mapped state file of a machine, and the locks on it.
+///
+/// For each bus it holds two records, of which one byte says the current one: a transaction writes the other and then turns the byte,
+/// so that a process killed at any instruction leaves the state from before or after it. Numbers are little-endian.
+#pragma once
+
+#include "sim/chip.h"
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+
+namespace kest::sim
+{
+
+/// Held while a machine is opened; forks wait for it.
+std::mutex& openingMutex();
+
+class stateFile
+{
+public:
+    /// Opens or makes the file. Throws std::runtime_error.
+    /// @param recordBytes  of each bus's record
+    stateFile(std::filesystem::path file, std::span<const std::size_t> recordBytes);
+    ~stateFile();
+    stateFile(const stateFile&)            = delete;
+    stateFile& operator=(const stateFile&) = delete;
+
+    /// Holds a bus, or all, against the other threads and processes. Waits as long as it takes.
+    class hold
+    {
+    public:
+        hold(stateFile& of, std::size_t bus);
+        explicit hold(stateFile& of);
+        ~hold();
+        hold(const hold&)            = delete;
+        hold& operator=(const hold&) = delete;
+        /// Whether the lock was had.
+        [[nodiscard]] bool held() const { return locked; }
+
+    private:
+        stateFile&  file;
+        std::size_t first, count;
+        bool        locked;
+    };
+
+    /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
+    [[nodiscard]] bool usable(std::uint64_t layoutMark) const;
+    /// Makes the file anew, all zero, for a layout; it is usable when seal() has been called, too. Both under the lock of all.
+    void renew(std::uint64_t layoutMark);
+    void seal();
+
+    [[nodiscard]] std::span<std::uint8_t> current(std::size_t bus) { return record(bus, active(bus) & 1U); }
+    [[nodiscard]] std::span<std::uint8_t> spare(std::size_t bus) { return record(bus, ~active(bus) & 1U); }
+    void                                  turn(std::size_t bus);
+
+    [[nodiscard]] std::uint64_t faultMark() const;
+    void                        setFaultMark(std::uint64_t mark);
+    /// The next number of a fault, never 0. Under the lock of all.
+    std::uint32_t nextFaultNumber();
+
+    [[nodiscard]] std::string wavePath(std::size_t bus) const;
+    /// @return false when it is too long
+    bool setWavePath(std::size_t bus, const std::string& path);
+
+private:
+    struct block {
+        std::size_t at;
+        std::size_t recordBytes;
+    };
+    void                                  beforeFork();
+    void                                  afterFork(bool child);
+    static void                           forkHandlers();
+    bool                                  lockFile(std::size_t first, std::size_t count, bool lock) const;
+    [[nodiscard]] std::uint8_t&           active(std::size_t bus) const { return mapped[blocks[bus].at]; }
+    [[nodiscard]] std::span<std::uint8_t> record(std::size_t bus, unsigned which) const;
+
+    std::filesystem::path                    path;
+    std::vector<block>                       blocks;
+    std::size_t                              sizeBytes  = 0;
+    int                                      descriptor = -1;
+    std::string                              reopenPath; ///< names `descriptor` for a forked child
+    std::uint8_t*                            mapped = nullptr;
+    std::vector<std::unique_ptr<std::mutex>> mutexes;
+    friend struct forkRegistry;
+};
+
+} // namespace kest::sim

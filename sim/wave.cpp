@@ -1,0 +1,44 @@
+#include "sim/wave.h"
+
+namespace kest::sim
+{
+
+namespace
+{
+constexpr char signs[2] = {'!', '"'}; // SCL, SDA
+
+std::string value(bool level, int line) { return std::string{level ? '1' : '0'} + signs[line] + '\n'; }
+} // namespace
+
+std::string waveText::header(const std::string& bus, bool scl, bool sda)
+{
+    return "$comment IIC bus " + bus +
+           " $end\n$timescale 100 ns $end\n$scope module i2c $end\n$var wire 1 ! SCL $end\n" +
+           "$var wire 1 \" SDA $end\n$upscope $end\n$enddefinitions $end\n#0\n" + value(scl, 0) + value(sda, 1);
+}
+
+void waveText::stamp(std::uint64_t now)
+{
+    const std::uint64_t tick = (now - originNs) / tickNs;
+    if (tick != lastTick && tick != 0) {
+        text += '#' + std::to_string(tick) + '\n';
+        lastTick = tick;
+    }
+}
+
+void waveText::change(std::uint64_t now, int line, bool level)
+{
+    if (levels[line] != level) {
+        stamp(now);
+        text += value(level, line);
+        levels[line] = level;
+    }
+}
+
+std::string waveText::take(std::uint64_t now)
+{
+    stamp(now);
+    return std::move(text);
+}
+
+} // namespace kest::sim

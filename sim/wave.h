@@ -1,0 +1,36 @@
+/// What goes over a bus as a VCD file: SCL and SDA in ticks of 100 ns, 1 for a released line.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kest::sim
+{
+
+/// The lines of a bus during one transaction, as text to append to the file.
+class waveText
+{
+public:
+    static constexpr std::uint64_t tickNs = 100;
+
+    /// @param origin  bus time of tick 0, ns
+    waveText(std::uint64_t origin, bool scl, bool sda) : originNs{origin}, levels{scl, sda} {}
+
+    void scl(std::uint64_t now, bool level) { change(now, 0, level); }
+    void sda(std::uint64_t now, bool level) { change(now, 1, level); }
+    /// Ends the text with the time reached, so that a reader sees the last levels last.
+    std::string take(std::uint64_t now);
+
+    static std::string header(const std::string& bus, bool scl, bool sda);
+
+private:
+    void change(std::uint64_t now, int line, bool level);
+    void stamp(std::uint64_t now);
+
+    std::uint64_t originNs;
+    std::uint64_t lastTick = ~std::uint64_t{0};
+    bool          levels[2];
+    std::string   text;
+};
+
+} // namespace kest::sim
