@@ -362,7 +362,7 @@ ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, con
         *length = answer ? answer->length.value_or(*length) : *length;
         return platform.entryOf(answer ? *answer->entry : EntrySpec{});
     }
-    *length = static_cast<unsigned>(answer->data.size());
+    *length = answer->length.value_or(static_cast<unsigned>(answer->data.size()));
     if (!answer->data.empty()) {
         *data = platform.newBuffer("copy", answer->data.size(), answer->data.data()).bytes.get();
     }

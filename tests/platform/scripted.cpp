@@ -136,6 +136,12 @@ Platform& Platform::failsFfdcUnlock(int error) { return queue(opUnlock, fails(er
 Platform& Platform::registryAnswers(const Bytes& value) { return queue(opRegistry, gives(value)); }
 Platform& Platform::failsRegistry(const EntrySpec& entry) { return queue(opRegistry, answersEntry(entry)); }
 Platform& Platform::readsCopy(const Bytes& data) { return queue(opCopyRead, gives(data)); }
+Platform& Platform::readsEmptyCopy()
+{
+    Answer answer = gives({0});
+    answer.length = 0;
+    return queue(opCopyRead, std::move(answer));
+}
 Platform& Platform::failsCopyRead(const EntrySpec& entry, std::optional<unsigned> length)
 {
     return queue(opCopyRead, answersEntry(entry, length));

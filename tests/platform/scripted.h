@@ -182,6 +182,7 @@ public:
     Platform& registryAnswers(const Bytes& value); ///< copies at most the caller's size
     Platform& failsRegistry(const EntrySpec& entry = {});
     Platform& readsCopy(const Bytes& data); ///< empty: there is no copy, length 0 and null
+    Platform& readsEmptyCopy();             ///< length 0 all the same, but a buffer that is to be freed
     /// @param length  what `*length` becomes; nothing leaves it alone
     Platform& failsCopyRead(const EntrySpec& entry = {}, std::optional<unsigned> length = {});
     Platform& writesCopy();
