@@ -1,0 +1,27 @@
+/// Files of the user: "-" is standard input or output. Every function throws a `failure` with the file's name.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kest::tools
+{
+
+/// Reads a whole file. @param maximum  more bytes are a failure (exit code 2)
+[[nodiscard]] std::vector<unsigned char> readInput(const std::string& name, std::size_t maximum);
+
+/// Writes a whole file. A file that can't be written whole is removed again. Raw bytes go to a terminal only when forced.
+void writeOutput(const std::string& name, std::span<const unsigned char> bytes, bool force);
+
+/// Lines of offset, hexadecimal digits and text, for people: at most 79 columns.
+[[nodiscard]] std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes);
+
+/// Hexadecimal digits without blanks.
+[[nodiscard]] std::string hexDigits(std::span<const unsigned char> bytes);
+
+/// Bytes of hexadecimal digits, blanks and line ends allowed between bytes. Throws a `failure` (exit code 2).
+[[nodiscard]] std::vector<unsigned char> parseHex(const std::string& digits, const std::string& what);
+
+} // namespace kest::tools

@@ -1,0 +1,105 @@
+/// SEEPROMs as the tools read and write them: checked ranges, reads that can be relied on, careful writes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tools/common/attributes.h"
+#include "tools/common/device.h"
+
+namespace kest::tools
+{
+
+using byteVector = std::vector<unsigned char>;
+
+/// Where the bytes come from and go to.
+enum class accessMode : kest_attributeValue {
+    hardware = readModeHardware,
+    file     = 3, ///< the persisted copy
+    mixed    = 5, ///< the persisted copy when there is one, else the hardware
+    registry = 1, ///< what the registry says
+};
+/// Throws a `failure` (exit code 2) for a word that is no mode.
+[[nodiscard]] accessMode parseMode(const std::string& word);
+
+struct accessOptions {
+    accessMode    mode         = accessMode::hardware;
+    std::uint32_t speedKhz     = 0; ///< 0 the library's default
+    std::uint32_t writeCycleMs = 0; ///< 0 the library's default
+    unsigned      votes        = 1; ///< reads that each byte is voted from
+};
+
+struct byteRange {
+    std::uint32_t offset = 0;
+    std::uint32_t length = 0;
+};
+
+/// Checks offset and length against the capacity of the device's type. A length left out goes up to the end.
+/// Throws a `failure` (exit code 2) that says which of the two is wrong.
+[[nodiscard]] byteRange checkedRange(const device& which, std::uint64_t offset, std::optional<std::uint64_t> length);
+
+/// One SEEPROM. Its functions throw a `failure`.
+class seeprom
+{
+public:
+    /// Throws (exit code 2) for a device that is no SEEPROM, or a chain that no transfer can serve.
+    seeprom(device which, const accessOptions& options);
+
+    /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority.
+    /// @param step  what is being done, for messages and progress: "read"
+    [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
+    /// Offsets at which the reads of a vote differed, so far.
+    [[nodiscard]] const std::vector<std::uint32_t>& wavered() const { return m_wavered; }
+
+    /// Writes bytes as they are. A failure says how many of them are certain, found out by reading back.
+    void write(std::uint32_t offset, std::span<const unsigned char> bytes);
+
+    [[nodiscard]] const device& target() const { return m_device; }
+    /// Bytes that one write cycle changes.
+    [[nodiscard]] std::uint32_t pageBytes() const;
+    /// Whether a write can reach the hardware.
+    [[nodiscard]] bool mayTouchHardware() const { return m_options.mode != accessMode::file; }
+
+private:
+    [[nodiscard]] byteVector readOnce(const byteRange& range, const std::string& step);
+    [[nodiscard]] byteVector readAgreed(const byteRange& range, const std::string& step);
+    [[nodiscard]] byteVector readVoted(const byteRange& range, const std::string& step);
+    void                     readPiece(const byteRange& range, const std::string& step, byteVector& bytes);
+    void                     writePiece(const byteRange& range, const unsigned char* bytes);
+
+    device                     m_device;
+    accessOptions              m_options;
+    attributeRecord            m_attributes;
+    std::vector<std::uint32_t> m_wavered;
+};
+
+/// Pages of `range` in which `wanted` and `present` differ, joined where they touch. @param all  take every page
+[[nodiscard]] std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
+                                                    std::span<const unsigned char> present, std::uint32_t pageBytes,
+                                                    bool all);
+
+struct carefulWriteOptions {
+    bool yes      = false;
+    bool dryRun   = false;
+    bool allPages = false; ///< also pages that hold the data already
+    bool verify   = true;
+};
+
+struct writeReport {
+    std::uint32_t bytesWritten = 0;
+    std::uint32_t pagesWritten = 0;
+    std::uint32_t pagesSkipped = 0; ///< they held the data already
+    std::string   undoFile;         ///< empty when nothing was written, or only a copy was
+    bool          verified = false;
+};
+
+/// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads back and compares.
+/// Throws a `failure`: 3 not confirmed, 5 what was read back differs.
+writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
+                           const carefulWriteOptions& options);
+
+} // namespace kest::tools
