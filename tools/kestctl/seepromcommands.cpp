@@ -1,4 +1,5 @@
 #include "tools/kestctl/commands.h"
+#include "tools/kestctl/copy.h"
 #include "tools/kestctl/options.h"
 #include "tools/kestctl/seeprom.h"
 
@@ -104,6 +105,45 @@ void addSeeprom(CLI::App& app, context& shared)
                "file, - for standard input, or a device", runSeepromDiff);
     addDump(area, shared);
     addRestore(area, shared);
+}
+
+namespace
+{
+
+void addCopyVerb(CLI::App* area, context& shared, const char* name, const char* help, const char* fileHelp,
+                 int (*run)(const context&, const copyOptions&))
+{
+    const auto options = std::make_shared<copyOptions>();
+    CLI::App*  verb    = addVerb(area, name, help);
+    verb->add_option("COPY", options->which, "device number, or name of the device table")->required();
+    if (fileHelp != nullptr)
+        verb->add_option("FILE", options->file, fileHelp)->required();
+    verb->add_flag("-y,--yes", options->yes, "do not ask before a copy is replaced or removed");
+    verb->add_flag("--force", options->force, "raw bytes even to a terminal");
+    runs(verb, shared, options, run);
+}
+
+void addCapture(CLI::App* area, context& shared)
+{
+    const auto options = std::make_shared<copyCaptureOptions>();
+    CLI::App*  verb    = addVerb(area, "capture", "make a copy from the device's hardware");
+    verb->add_option("DEVICE", options->from.device, "name or number of the device table")->required();
+    addNumber(verb, "--speed", options->from.speedKhz, "bus speed in kHz (default 400)", 1, 5000);
+    addNumber(verb, "--voted", options->from.votes, "read N times and take the majority of each byte", 1, 99);
+    verb->add_flag("-y,--yes", options->yes, "do not ask before a copy is replaced");
+    runs(verb, shared, options, runCopyCapture);
+}
+
+} // namespace
+
+void addCopy(CLI::App& app, context& shared)
+{
+    CLI::App* area = addArea(app, "copy", "persisted copies of SEEPROMs, which file and mixed mode serve");
+    runs(addVerb(area, "list", "show the copies"), shared, std::make_shared<copyListOptions>(), runCopyList);
+    addCapture(area, shared);
+    addCopyVerb(area, shared, "import", "make a copy from a file", "file, - for standard input", runCopyImport);
+    addCopyVerb(area, shared, "export", "save a copy in a file", "file, - for standard output", runCopyExport);
+    addCopyVerb(area, shared, "remove", "remove a copy", nullptr, runCopyRemove);
 }
 
 } // namespace kest::tools
