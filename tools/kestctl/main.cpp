@@ -14,8 +14,8 @@ namespace
 
 using namespace kest::tools;
 
-constexpr std::array areas{addDetect, addScan,    addTopology, addDevices, addReset,
-                           addPort,   addThermal, addErrors,   addTrace,   addSim};
+constexpr std::array areas{addSeeprom,  addCopy,    addPort,  addDetect, addThermal, addScan,
+                           addTopology, addDevices, addReset, addErrors, addTrace,   addSim};
 
 constexpr const char* about =
     "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders, sensors, hubs.";
@@ -32,6 +32,7 @@ Types: 1C0002 24C02, 2C0032 24C32, 2C0064 24C64, 2C0128 24C128, 2C0256 24C256,
 Try it without hardware:
   kestctl sim new demo && export KEST_CONFIG=$PWD/demo/kest.toml
   kestctl scan sim:planar
+  kestctl seeprom read planar-vpd --length 64
   kestctl detect planar-vpd
   kestctl thermal read planar-temp
 
