@@ -15,6 +15,7 @@ void addCopy(CLI::App& app, context& shared);
 void addDetect(CLI::App& app, context& shared);
 void addDevices(CLI::App& app, context& shared);
 void addErrors(CLI::App& app, context& shared);
+void addMessage(CLI::App& app, context& shared);
 void addPort(CLI::App& app, context& shared);
 void addReset(CLI::App& app, context& shared);
 void addScan(CLI::App& app, context& shared);

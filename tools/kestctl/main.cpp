@@ -14,8 +14,8 @@ namespace
 
 using namespace kest::tools;
 
-constexpr std::array areas{addSeeprom,  addCopy,    addPort,  addDetect, addThermal, addScan,
-                           addTopology, addDevices, addReset, addErrors, addTrace,   addSim};
+constexpr std::array areas{addSeeprom,  addCopy,    addMessage, addPort,   addDetect, addThermal, addScan,
+                           addTopology, addDevices, addReset,   addErrors, addTrace,  addSim};
 
 constexpr const char* about =
     "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders, sensors, hubs.";
