@@ -1,74 +1,66 @@
 #include "tools/common/bus.h"
 
 #include <cerrno>
-#include <cstring>
-#include <fmt/format.h>
 
-#include "platform/mern.h"
+#include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
+#include "tools/common/machine.h"
 
 namespace kest::tools
 {
 namespace
 {
 
-constexpr unsigned layerOptions = 0x80000000;
-constexpr int      openFlags    = 0x1002;
-constexpr int      readItem     = 1;
-constexpr int      statePresent = 3;
-constexpr int      kindBusReset = 1;
-
-/// An open bus; closed at the end.
-class openBus
-{
-public:
-    openBus(const busName& bus, const std::string& path)
-    {
-        MernNode node;
-        node.number = bus.node == "L" || bus.node == "l" ? -1 : bus.node.front() - '0';
-        MernInitialize(layerOptions);
-        handle  = mern_iic_open(node, path.c_str(), openFlags);
-        m_error = std::memcmp(&handle, &MERN_INVALID, sizeof handle) == 0 ? errno : 0;
-    }
-    openBus(const openBus&)            = delete;
-    openBus& operator=(const openBus&) = delete;
-    ~openBus()
-    {
-        if (m_error == 0)
-            mern_iic_close(handle);
-    }
-    [[nodiscard]] int error() const { return m_error; }
-
-    mern_t handle{};
-
-private:
-    int m_error = 0;
-};
-
 failure busFailure(int error, const busName& bus, const std::string& step)
 {
-    const errnoAdvice advice = adviceFor(error);
-    return {.code = advice.code, .what = advice.what, .tryThis = {}, .device = bus.path, .step = step};
+    errnoAdvice advice = adviceFor(error);
+    if (error == ENXIO || error == ETIME) { // here they speak of the bus, and its reset has been tried
+        advice.what    = "the bus stays held";
+        advice.tryThis = "power-cycle what holds it";
+    }
+    if (error == ENOENT && !simulatedBusTrouble(bus.path, bus.node).empty())
+        advice.what = simulatedBusTrouble(bus.path, bus.node);
+    return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
 }
 
 } // namespace
 
+std::int32_t nodeNumber(const std::string& node) { return node == "L" || node == "l" ? -1 : node.front() - '0'; }
+
+std::string busText(const busName& bus) { return bus.node == "L" ? bus.path : bus.path + " on node " + bus.node; }
+
+std::unique_ptr<host::iic::toolBus> openBus(const busName& bus)
+{
+    int  error  = 0;
+    auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
+    if (opened == nullptr)
+        throw busFailure(error, bus, "open");
+    return opened;
+}
+
 bool answersAt(const busName& bus, std::uint8_t address)
 {
-    openBus       open(bus, fmt::format("{}@{:02X}", bus.path, address));
-    std::uint32_t state = 0;
-    return open.error() == 0 &&
-           mern_iic_config(open.handle, readItem, WOBU_IIC_DETECT_STATE, &state, sizeof state) == 0 &&
-           state == statePresent;
+    int        error  = 0;
+    const auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
+    return opened != nullptr && opened->probe(address).state == host::iic::presence::present;
 }
 
 void resetBus(const busName& bus)
 {
-    openBus open(bus, bus.path);
-    if (open.error() != 0)
-        throw busFailure(open.error(), bus, "open");
-    if (mern_iic_reset(open.handle, kindBusReset) != 0)
-        throw busFailure(errno, bus, "reset");
+    const int error = openBus(bus)->reset();
+    if (error != 0)
+        throw busFailure(error, bus, "reset");
+}
+
+std::vector<busName> allBuses()
+{
+    const auto&          nodes = host::currentConfiguration().nodes;
+    std::vector<busName> buses;
+    for (std::int32_t node = -1; node < static_cast<std::int32_t>(nodes.size()); ++node)
+        if (node < 0 || nodes[static_cast<std::size_t>(node)].mapped())
+            for (const std::string& path : host::iic::listBuses(node))
+                buses.push_back({path, node < 0 ? "L" : std::to_string(node)});
+    return buses;
 }
 
 } // namespace kest::tools

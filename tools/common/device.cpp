@@ -275,19 +275,6 @@ std::string detectionText(const device& which)
     return fmt::format("{}@{:02X}{}", which.bus, which.end().address, which.text.substr(which.text.find(',')));
 }
 
-std::string nameAt(const busName& bus, std::uint8_t address)
-{
-    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
-        try {
-            const device there = parseDeviceText(entry.location);
-            if (there.bus == bus.path && there.node == bus.node && !there.behindHub() && there.end().address == address)
-                return entry.name;
-        } catch (const failure&) { // a bad row of the table names nothing
-        }
-    }
-    return {};
-}
-
 std::string wrongFormHint(const device& which)
 {
     const unsigned address = which.head().address;

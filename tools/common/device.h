@@ -83,9 +83,6 @@ void requireKind(const device& which, std::initializer_list<deviceKind> kinds, c
 /// The device text with the address that detection is to probe in its path: "sim:planar@A0,L,2C0256,A0".
 [[nodiscard]] std::string detectionText(const device& which);
 
-/// Name of a device on the same bus whose address is that of `address`, for listings; empty when the table has none.
-[[nodiscard]] std::string nameAt(const busName& bus, std::uint8_t address);
-
 /// When the address looks like one given in the wrong form, because a device answers at its double or half: what to write instead.
 /// Probes both. Empty when nothing answers there, too.
 [[nodiscard]] std::string wrongFormHint(const device& which);

@@ -9,7 +9,9 @@
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "tools/common/device.h"
 #include "tools/common/escape.h"
+#include "tools/common/machine.h"
 #include "tools/common/output.h"
 
 namespace kest::tools
@@ -163,15 +165,17 @@ int errnoOf(const ErrlEntry& entry)
     return error;
 }
 
-failure entryFailure(std::unique_ptr<ErrlEntry> entry, const std::string& device, const std::string& bus,
-                     const std::string& step)
+failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step)
 {
-    failure why{.code = exitFailed, .what = "", .device = device, .step = step};
+    failure why{.code = exitFailed, .what = "", .device = which.label, .step = step};
     why.returnCode = entry->getRC();
     describe(*entry, why);
+    const std::string trouble = errnoOf(*entry) == ENOENT ? simulatedBusTrouble(which.bus, which.node) : "";
+    if (!trouble.empty())
+        why.what = trouble;
     if (why.what.empty())
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
-    replaceBus(why.tryThis, bus);
+    replaceBus(why.tryThis, which.bus);
     entry->commit(componentKest, ERRL_ACTION_REPORT);
     why.logId = entry->plid();
     if (why.tryThis.empty())
@@ -179,10 +183,10 @@ failure entryFailure(std::unique_ptr<ErrlEntry> entry, const std::string& device
     return why;
 }
 
-void throwEntry(ErrlEntry* entry, const std::string& device, const std::string& bus, const std::string& step)
+void throwEntry(ErrlEntry* entry, const device& which, const std::string& step)
 {
     if (entry != nullptr)
-        throw entryFailure(std::unique_ptr<ErrlEntry>(entry), device, bus, step);
+        throw entryFailure(std::unique_ptr<ErrlEntry>(entry), which, step);
 }
 
 std::string failureLine(const std::string& program, const failure& why)

@@ -12,6 +12,8 @@
 namespace kest::tools
 {
 
+struct device;
+
 /// Exit codes of the programs. Documented; the numbers stay.
 enum exitCode : int {
     exitDone         = 0,
@@ -52,14 +54,11 @@ struct errnoAdvice {
 [[nodiscard]] failure systemFailure(int error, const std::string& step, const std::string& object);
 
 /// Commits an entry that the library returned, so that it can be looked up later, and tells what it means.
-/// @param entry   not null; gone afterwards
-/// @param device  as the user named it
-/// @param bus     path of its bus, for the advice
-[[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const std::string& device, const std::string& bus,
-                                   const std::string& step);
+/// @param entry  not null; gone afterwards
+[[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step);
 
 /// Throws entryFailure() when there is an entry.
-void throwEntry(ErrlEntry* entry, const std::string& device, const std::string& bus, const std::string& step);
+void throwEntry(ErrlEntry* entry, const device& which, const std::string& step);
 
 /// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
 [[nodiscard]] int errnoOf(const ErrlEntry& entry);

@@ -37,7 +37,7 @@ void checkPresence(const device& which, std::uint32_t speedKhz)
     ErrlEntry* entry = which.behindHub() ? readOneByte(which, speedKhz) : detect(which, speedKhz);
     if (entry == nullptr)
         return;
-    failure why = entryFailure(std::unique_ptr<ErrlEntry>(entry), which.label, which.bus, "detect");
+    failure why = entryFailure(std::unique_ptr<ErrlEntry>(entry), which, "detect");
     if (why.code == exitAbsent) {
         const std::string hint = wrongFormHint(which);
         why.tryThis            = hint.empty() ? why.tryThis : hint;

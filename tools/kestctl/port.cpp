@@ -136,8 +136,7 @@ int runPortRead(const context& shared, const portReadOptions& options)
     const device          which      = portDevice(options.device, "port read", true);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
     std::uint32_t         value      = 0;
-    throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which.label, which.bus,
-               "port read");
+    throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
     if (shared.json) {
         nlohmann::ordered_json result = head(which);
         result["mask"]                = options.mask;
@@ -166,8 +165,8 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
                                    : static_cast<std::uint32_t>(parseNumber(options.mask, "--mask", allPins(which)));
     guardResetLine(which, copies ? mask : bits, options.yes);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which.label,
-               which.bus, "port write");
+    throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
+               "port write");
     if (shared.json) {
         nlohmann::ordered_json result = head(which);
         result["operation"]           = operation.word;
@@ -197,8 +196,7 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
                                            ? chosenPins(options.value, options.pins, which, "VALUE")
                                            : static_cast<std::uint32_t>(parseNumber(options.value, "VALUE", highestByte));
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which.label, which.bus,
-               "port config");
+    throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
     if (shared.json) {
         nlohmann::ordered_json result = head(which);
         result["function"]            = function.word;

@@ -47,7 +47,7 @@ private:
 std::uint16_t readSample(const device& which)
 {
     KEST_thermal_sensor_info info{.devicePath = which.text.c_str(), .temperature = 0, .status = 0};
-    throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which.label, which.bus, "thermal read");
+    throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which, "thermal read");
     if (info.status != KEST_THERMAL_VALID)
         throw failure{
             .code = exitFailed, .what = "the reading is not valid", .device = which.label, .step = "thermal read"};

@@ -1,0 +1,54 @@
+/// What is known to be on the buses: the device table's devices, and the chips of the simulated machine.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/common/device.h"
+
+namespace kest::tools
+{
+
+/// A hub on the way to a device, and the port through which it goes on.
+struct hubStep {
+    std::uint8_t address                          = 0;
+    std::uint8_t port                             = 0;
+    bool         operator==(const hubStep&) const = default;
+};
+
+/// A device of the table, a hub ahead of one, or a chip of the machine that the table doesn't have.
+struct inventoryItem {
+    busName              bus;
+    std::vector<hubStep> hubs;
+    std::uint8_t         address = 0;
+    std::string          chip;       ///< "24C256"
+    std::string          name;       ///< of the device table, or empty
+    std::uint32_t        number = 0; ///< of the device table, or 0
+    std::string          text;       ///< of the device table, or empty
+};
+
+/// Of the current configuration.
+class inventory
+{
+public:
+    inventory();
+
+    /// The device at an address of the bus itself; null when none is known.
+    [[nodiscard]] const inventoryItem* find(const busName& bus, std::uint8_t address) const;
+
+    [[nodiscard]] const std::vector<inventoryItem>& items() const { return m_items; } ///< by bus, way and address
+    /// Rows of the table that are no devices, and a machine that can't be opened: they are left out, this says why.
+    [[nodiscard]] const std::vector<std::string>& trouble() const { return m_trouble; }
+
+private:
+    void addTable();
+    void addMachine();
+    void addDevice(const device& which, const std::string& name);
+    void add(inventoryItem item);
+
+    std::vector<inventoryItem> m_items;
+    std::vector<std::string>   m_trouble;
+};
+
+} // namespace kest::tools

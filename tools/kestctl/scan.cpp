@@ -1,0 +1,150 @@
+#include <array>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/common/bus.h"
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/inventory.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+#include "tools/kestctl/busareas.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+using host::iic::presence;
+using host::iic::scanResult;
+using nlohmann::ordered_json;
+
+constexpr unsigned addresses7 = 128;
+constexpr unsigned columns    = 16;
+
+const char* stateText(presence state)
+{
+    switch (state) {
+    case presence::present:
+        return "present";
+    case presence::absent:
+        return "absent";
+    case presence::heldByDriver:
+        return "held-by-driver";
+    case presence::uncertain:
+        break;
+    }
+    return "uncertain";
+}
+
+/// What stands in the grid at an address.
+std::string mark(const scanResult& result)
+{
+    switch (result.state) {
+    case presence::present:
+        return standardOutput().paint(colour::bold, fmt::format("{:02x}", result.address >> 1U));
+    case presence::absent:
+        return "--";
+    case presence::heldByDriver:
+        return standardOutput().paint(colour::yellow, "UU");
+    case presence::uncertain:
+        break;
+    }
+    return standardOutput().paint(colour::red, "??");
+}
+
+void showGrid(const std::vector<scanResult>& results)
+{
+    std::array<std::string, addresses7> marks;
+    marks.fill("  ");
+    for (const scanResult& result : results)
+        marks.at(result.address >> 1U) = mark(result);
+    std::string text = "     0  1  2  3  4  5  6  7  8  9  a  b  c  d  e  f\n";
+    for (unsigned row = 0; row < addresses7; row += columns) {
+        std::string line = fmt::format("{:02x}:", row);
+        for (unsigned column = 0; column < columns; ++column)
+            line += " " + marks[row + column];
+        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+    }
+    standardOutput().text(text);
+}
+
+/// What is known of the device at an address: "24C256 planar-vpd".
+std::string known(const inventory& all, const busName& bus, std::uint8_t address)
+{
+    const inventoryItem* item = all.find(bus, address);
+    return item == nullptr ? "" : fmt::format("  {:<8} {}", item->chip, escaped(item->name));
+}
+
+std::string trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
+
+void showList(const inventory& all, const busName& bus, const std::vector<scanResult>& results)
+{
+    standardOutput().text("\n");
+    for (const scanResult& result : results) {
+        if (result.state == presence::absent)
+            continue;
+        std::string line = addressText(result.address) + known(all, bus, result.address);
+        if (result.state == presence::heldByDriver)
+            line += "  a driver of the kernel has it";
+        if (result.state == presence::uncertain)
+            line += "  uncertain: " + escaped(result.reason);
+        standardOutput().text(trimmed(line) + "\n");
+    }
+}
+
+ordered_json rowJson(const inventory& all, const busName& bus, const scanResult& result)
+{
+    const inventoryItem* item = all.find(bus, result.address);
+    ordered_json         row{
+        {"address", result.address}, {"address7", result.address >> 1U}, {"state", stateText(result.state)}};
+    if (result.state == presence::uncertain)
+        row["reason"] = result.reason;
+    if (item != nullptr) {
+        row["type"] = item->chip;
+        row["name"] = item->name;
+    }
+    return row;
+}
+
+busName chosenBus(const std::string& name, const std::string& node)
+{
+    busName bus = findBus(name);
+    if (!node.empty())
+        bus.node = node;
+    return bus;
+}
+
+} // namespace
+
+int runScan(const context& shared, const scanOptions& options)
+{
+    const busName                 bus     = chosenBus(options.bus, options.node);
+    const std::vector<scanResult> results = openBus(bus)->scan();
+    const inventory               all;
+    if (shared.json) {
+        ordered_json rows = ordered_json::array();
+        for (const scanResult& result : results)
+            if (result.state != presence::absent)
+                rows.push_back(rowJson(all, bus, result));
+        standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"probed", results.size()}, {"devices", rows}});
+    } else {
+        showGrid(results);
+        showList(all, bus, results);
+    }
+    return exitDone;
+}
+
+int runReset(const context& shared, const resetOptions& options)
+{
+    const busName bus = chosenBus(options.bus, options.node);
+    resetBus(bus);
+    if (shared.json)
+        standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"reset", true}});
+    else
+        standardOutput().text(escaped(busText(bus)) + ": reset, the bus is free\n");
+    return exitDone;
+}
+
+} // namespace kest::tools

@@ -1,0 +1,187 @@
+#include <algorithm>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "platform/host/registry/configuration.h"
+#include "tools/common/bus.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/inventory.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+#include "tools/common/presence.h"
+#include "tools/kestctl/busareas.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+/// A bus, a device, or a port of a hub; what hangs on it.
+struct branch {
+    std::string         label;
+    ordered_json        row;
+    std::vector<branch> branches;
+};
+
+bool sameBus(const busName& one, const busName& other) { return one.path == other.path && one.node == other.node; }
+
+/// What is said behind a device when it was asked whether it is there.
+const char* answer(const inventoryItem& item, const std::string& text)
+{
+    try {
+        if (text.empty()) // no device text: a hub, or a chip of the machine on the bus itself
+            return item.hubs.empty() ? (answersAt(item.bus, item.address) ? "present" : "absent") : "";
+        checkPresence(parseDeviceText(text));
+        return "present";
+    } catch (const failure& why) {
+        return why.code == exitAbsent ? "absent" : why.code == exitWrongUse ? "" : "failed";
+    }
+}
+
+class treeBuilder
+{
+public:
+    explicit treeBuilder(bool probe) : m_probe(probe) {}
+
+    /// Devices that the way `hubs` leads to, on one bus.
+    [[nodiscard]] std::vector<branch> devices(const busName& bus, const std::vector<hubStep>& hubs) const
+    {
+        std::vector<branch> found;
+        for (const inventoryItem& item : m_all.items())
+            if (sameBus(item.bus, bus) && item.hubs == hubs)
+                found.push_back(deviceBranch(item));
+        return found;
+    }
+
+    [[nodiscard]] branch bus(const busName& which) const
+    {
+        branch result{.label    = escaped(busText(which)),
+                      .row      = {{"path", which.path}, {"node", which.node}},
+                      .branches = devices(which, {})};
+        return result;
+    }
+
+    /// Buses that are there, and those that the device table speaks of.
+    [[nodiscard]] std::vector<busName> buses() const
+    {
+        std::vector<busName> found = allBuses();
+        for (const inventoryItem& item : m_all.items())
+            if (std::ranges::none_of(found, [&item](const busName& bus) { return sameBus(bus, item.bus); }))
+                found.push_back(item.bus);
+        return found;
+    }
+
+    [[nodiscard]] const std::vector<std::string>& trouble() const { return m_all.trouble(); }
+
+private:
+    [[nodiscard]] branch deviceBranch(const inventoryItem& item) const
+    {
+        branch      result;
+        std::string label       = fmt::format("{}  {:<8} {}", addressText(item.address), item.chip, escaped(item.name));
+        result.row              = {{"address", item.address},
+                                   {"type", item.chip},
+                                   {"name", item.name},
+                                   {"number", item.number},
+                                   {"text", item.text}};
+        const std::string state = m_probe ? answer(item, item.text) : "";
+        if (!state.empty()) {
+            label += "  " + standardOutput().paint(state == "present" ? colour::green : colour::red, state);
+            result.row["state"] = state;
+        }
+        result.label = label.substr(0, label.find_last_not_of(' ') + 1);
+        addPorts(item, result);
+        return result;
+    }
+
+    void addPorts(const inventoryItem& hub, branch& result) const
+    {
+        std::vector<hubStep> way = hub.hubs;
+        way.push_back({hub.address, 0});
+        for (unsigned port = 0; port <= 0xFF; ++port) {
+            way.back().port = static_cast<std::uint8_t>(port);
+            branch behind{
+                .label = fmt::format("port {}", port), .row = {{"port", port}}, .branches = devices(hub.bus, way)};
+            if (!behind.branches.empty())
+                result.branches.push_back(std::move(behind));
+        }
+    }
+
+    inventory m_all;
+    bool      m_probe;
+};
+
+void show(const branch& what, const std::string& indent)
+{
+    for (const branch& below : what.branches) {
+        const bool last = &below == &what.branches.back();
+        standardOutput().text(indent + (last ? "`-- " : "|-- ") + below.label + "\n");
+        show(below, indent + (last ? "    " : "|   "));
+    }
+}
+
+ordered_json asJson(const branch& what)
+{
+    ordered_json row   = what.row;
+    ordered_json below = ordered_json::array();
+    for (const branch& next : what.branches)
+        below.push_back(asJson(next));
+    if (!row.contains("address"))
+        row["devices"] = below;
+    else if (!below.empty())
+        row["ports"] = below;
+    return row;
+}
+
+} // namespace
+
+int runTopology(const context& shared, const topologyOptions& options)
+{
+    const treeBuilder builder(options.probe);
+    ordered_json      rows = ordered_json::array();
+    for (const busName& name : builder.buses()) {
+        const branch bus = builder.bus(name);
+        rows.push_back(asJson(bus));
+        if (!shared.json) {
+            standardOutput().text(standardOutput().paint(colour::bold, bus.label) + "\n");
+            show(bus, "");
+        }
+    }
+    if (shared.json)
+        standardOutput().json({{"buses", rows}});
+    for (const std::string& what : builder.trouble())
+        std::fputs((failureLine("kestctl", wrongUse(what)) + "\n").c_str(), stderr);
+    return builder.trouble().empty() ? exitDone : exitWrongUse;
+}
+
+int runDevices(const context& shared, const devicesOptions&)
+{
+    const auto&  table = host::currentConfiguration().devices;
+    ordered_json rows  = ordered_json::array();
+    int          code  = exitDone;
+    for (const host::deviceEntry& entry : table) {
+        std::string chip = "?";
+        try {
+            chip = parseDeviceText(entry.location).end().type->chip;
+        } catch (const failure& why) {
+            std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
+            code = exitWrongUse;
+        }
+        rows.push_back({{"number", entry.number},
+                        {"position", entry.position},
+                        {"name", entry.name},
+                        {"type", chip},
+                        {"text", entry.location}});
+        if (!shared.json)
+            standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}\n", entry.number,
+                                              entry.position == 0 ? "" : fmt::format("/{}", entry.position),
+                                              escaped(entry.name), chip, escaped(entry.location)));
+    }
+    if (shared.json)
+        standardOutput().json({{"devices", rows}});
+    return code;
+}
+
+} // namespace kest::tools
