@@ -36,8 +36,8 @@ struct faultKindRow {
     std::uint32_t    lowestValue, highestValue, valueFor0;
 };
 
-constexpr std::uint32_t anyValue = 0xFFFFFFFF;
-constexpr std::array    faultKinds{
+constexpr std::uint32_t     anyValue = 0xFFFFFFFF;
+inline constexpr std::array faultKinds{
     faultKindRow{faultKind::nack, "nack", false, false, 0, anyValue, 0},
     faultKindRow{faultKind::nackData, "nack-data", false, false, 0, anyValue, 0},
     faultKindRow{faultKind::holdSda, "hold-sda", false, false, 0, anyValue, 0},

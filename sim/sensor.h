@@ -25,7 +25,7 @@ struct sensorType {
     int                           lowestCelsius, highestCelsius;
 };
 
-constexpr std::array sensorTypes{
+inline constexpr std::array sensorTypes{
     sensorType{"LM75",
                0x03,
                {{{"TEMP", 2, false, 0, 0},
