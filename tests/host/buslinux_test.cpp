@@ -1,0 +1,489 @@
+/// The IIC layer over a Linux bus, on a stand-in for the kernel.
+#include <gmock/gmock.h>
+
+#include "platform/host/iic/tools.h"
+#include "tests/host/fakekernel.h"
+#include "tests/host/iic_support.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr int moved(std::size_t count) { return static_cast<int>(count); }
+
+/// /dev/i2c-7 with a 24C256 at 0xA0.
+class LinuxBus : public testing::Test
+{
+protected:
+    LinuxBus() { kernel.chips[0x50] = {.memory = pattern(32768)}; }
+
+    static block eeprom() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
+    FakeChip&    chip() { return kernel.chips[0x50]; }
+
+    OwnConfiguration settings;
+    FakeKernel       kernel;
+};
+
+TEST_F(LinuxBus, OpensTheNodeCloseOnExec)
+{
+    OpenDevice device("/dev/i2c-7@A0");
+    EXPECT_EQ(0, device.error());
+    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7"));
+    EXPECT_NE(0, kernel.openFlags & O_CLOEXEC);
+    EXPECT_EQ(O_RDWR, kernel.openFlags & O_ACCMODE);
+    EXPECT_EQ(0xA0U, device.number(3));
+}
+
+TEST_F(LinuxBus, ClosesTheNodeWithTheHandle)
+{
+    {
+        OpenDevice device("/dev/i2c-7@A0");
+        EXPECT_EQ(1, kernel.openNodes);
+    }
+    EXPECT_EQ(0, kernel.openNodes);
+}
+
+struct openFailure {
+    int    error;
+    mode_t mode;
+    int    funcs;
+    int    expected;
+};
+class LinuxBusOpen : public LinuxBus, public testing::WithParamInterface<openFailure>
+{
+};
+TEST_P(LinuxBusOpen, FailsAndKeepsNothingOpen)
+{
+    kernel.openError  = GetParam().error;
+    kernel.nodeMode   = GetParam().mode;
+    kernel.funcsError = GetParam().funcs;
+    OpenDevice device("/dev/i2c-7@A0");
+    EXPECT_EQ(GetParam().expected, device.error());
+    EXPECT_EQ(0, kernel.openNodes);
+}
+INSTANTIATE_TEST_SUITE_P(
+    All, LinuxBusOpen,
+    testing::Values(openFailure{ENOENT, S_IFCHR, 0, ENOENT}, openFailure{ENOTDIR, S_IFCHR, 0, ENOENT},
+                    openFailure{EACCES, S_IFCHR, 0, EACCES}, openFailure{EPERM, S_IFCHR, 0, EACCES},
+                    openFailure{ENODEV, S_IFCHR, 0, ENODEV}, openFailure{ENXIO, S_IFCHR, 0, ENODEV},
+                    openFailure{0, S_IFREG, 0, ENOENT}, openFailure{0, S_IFIFO, 0, ENOENT},
+                    openFailure{0, S_IFCHR, ENOTTY, ENOSYS}, openFailure{0, S_IFCHR, ENODEV, ENODEV}));
+
+TEST_F(LinuxBus, ReadsOffsetAndDataInOneCall)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    device.seek(0x1234);
+    const bytes data = device.readAll(32);
+    EXPECT_THAT(kernel.log, ElementsAre("50W 1234 50R 32"));
+    EXPECT_EQ(bytes(chip().memory.begin() + 0x1234, chip().memory.begin() + 0x1254), data);
+}
+
+TEST_F(LinuxBus, ReadsAWholeChipInOneCallOfLongestMessages)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    EXPECT_EQ(chip().memory, device.readAll(32768));
+    EXPECT_THAT(kernel.log, ElementsAre("50W 0000 50R 8192 50R 8192 50R 8192 50R 8192"));
+}
+
+TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallGoesOnWithItsOffset)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    const bytes data = device.readAll(41 * 8192 + 1);
+    ASSERT_EQ(2U, kernel.log.size());
+    EXPECT_EQ("50W 2000 50R 1", kernel.log[1]); // 335,872 less five times the range of two bytes
+    EXPECT_EQ(chip().memory[8192], data.back());
+}
+
+TEST_F(LinuxBus, WritesPageByPageAndAsksAtTheEnd)
+{
+    OpenDevice  device("/dev/i2c-7");
+    const bytes data = pattern(100, 9);
+    device.set(eeprom());
+    device.seek(0x7E);
+    EXPECT_EQ((answer{100, 0}), device.write(data));
+    EXPECT_THAT(kernel.log, ElementsAre("50W 007E171E", "50W 66", "50W 36", "50R 1"));
+    EXPECT_EQ(data, bytes(chip().memory.begin() + 0x7E, chip().memory.begin() + 0x7E + 100));
+}
+
+TEST_F(LinuxBus, AsksABusyChipUntilItAnswersAndSendsThePageThen)
+{
+    OpenDevice device("/dev/i2c-7");
+    chip().writeCycleNs = 3'500'000;
+    device.set(eeprom());
+    EXPECT_EQ((answer{128, 0}), device.write(pattern(128, 3)));
+    EXPECT_EQ("50W 66", kernel.log.front());
+    EXPECT_EQ("50R 1", kernel.log.back());
+    EXPECT_GE(kernel.clockNs, 1'000'000'000 + 2 * 3'500'000U);
+    EXPECT_LE(kernel.clockNs, 1'000'000'000 + 2 * 3'500'000U + 2'000'000U); // and doesn't dawdle
+    EXPECT_EQ(pattern(128, 3), bytes(chip().memory.begin(), chip().memory.begin() + 128));
+}
+
+TEST_F(LinuxBus, WriteCycleThatDoesNotEndIsToldAfterFourOfThemOrFiftyMilliseconds)
+{
+    struct {
+        std::uint16_t promisedMs;
+        std::uint64_t waitedMs;
+    } const cases[] = {{5, 50}, {12, 50}, {20, 80}};
+    for (const auto& each : cases) {
+        OpenDevice device("/dev/i2c-7");
+        block      values    = eeprom();
+        values.writeCycleMs  = each.promisedMs;
+        chip().writeCycleNs  = 10'000'000'000;
+        chip().busyUntilNs   = 0;
+        const auto beginning = kernel.clockNs;
+        device.set(values);
+        EXPECT_EQ((answer{0, ETIME}), device.write(pattern(10)));
+        EXPECT_NEAR(static_cast<double>(kernel.clockNs - beginning) / 1e6, static_cast<double>(each.waitedMs), 2.0);
+        EXPECT_THAT(device.firstFailure(), HasSubstr("\"silence\":\"busy\""));
+        mern_iic_ffdc_unlock(device.handle(), 0);
+    }
+}
+
+TEST_F(LinuxBus, AbsentDeviceIsAskedForFiftyMillisecondsOrByteFortyWhenLess)
+{
+    struct {
+        std::uint32_t busyWaitMs;
+        std::uint64_t waitedMs;
+    } const cases[] = {{1000, 50}, {20, 20}, {0, 0}};
+    kernel.chips.clear();
+    for (const auto& each : cases) {
+        OpenDevice device("/dev/i2c-7");
+        block      values    = eeprom();
+        values.busyWaitMs    = each.busyWaitMs;
+        const auto beginning = kernel.clockNs;
+        device.set(values);
+        bytes data(4);
+        EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+        EXPECT_NEAR(static_cast<double>(kernel.clockNs - beginning) / 1e6, static_cast<double>(each.waitedMs), 1.0);
+    }
+    OpenDevice device("/dev/i2c-7@A0");
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"silence\":\"absent\""));
+}
+
+TEST_F(LinuxBus, DeviceThatComesOutOfAnothersWriteCycleIsRead)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    chip().busyUntilNs = kernel.clockNs + 4'000'000;
+    EXPECT_EQ(bytes(chip().memory.begin(), chip().memory.begin() + 8), device.readAll(8));
+}
+
+TEST_F(LinuxBus, RefusedDataIsToldFromARefusedAddress)
+{
+    OpenDevice device("/dev/i2c-7");
+    chip().refusesData = true;
+    device.set(eeprom());
+    EXPECT_EQ((answer{0, EIO}), device.write(pattern(4)));
+}
+
+struct mapping {
+    int kernelsError;
+    int expected;
+};
+class LinuxBusErrno : public LinuxBus, public testing::WithParamInterface<mapping>
+{
+};
+TEST_P(LinuxBusErrno, IsMappedForReadAndWrite)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    kernel.lastingFailure = GetParam().kernelsError;
+    bytes data(4);
+    EXPECT_EQ((answer{0, GetParam().expected}), device.read(data));
+    EXPECT_EQ((answer{0, GetParam().expected}), device.write(data));
+    kernel.lastingFailure = 0; // and the handle is as usable as before
+    EXPECT_EQ(bytes(chip().memory.begin(), chip().memory.begin() + 4), device.readAll(4));
+}
+INSTANTIATE_TEST_SUITE_P(All, LinuxBusErrno,
+                         testing::Values(mapping{ENXIO, ENXIO}, mapping{EREMOTEIO, ENXIO}, mapping{ETIMEDOUT, ETIME},
+                                         mapping{ETIME, ETIME}, mapping{EBUSY, ETIME}, mapping{EAGAIN, EIO},
+                                         mapping{EINTR, EIO}, mapping{ENODEV, ENODEV}, mapping{ESHUTDOWN, ENODEV},
+                                         mapping{EOPNOTSUPP, ENOSYS}, mapping{ENOTTY, ENOSYS}, mapping{EIO, EIO},
+                                         mapping{EPROTO, EIO}, mapping{EDEADLK, EIO}, mapping{EINVAL, EIO}));
+
+TEST_F(LinuxBus, LostArbitrationIsRepeatedWithinByteForty)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    kernel.failures = {EAGAIN, EAGAIN, EBUSY, EINTR};
+    EXPECT_EQ(bytes(chip().memory.begin(), chip().memory.begin() + 4), device.readAll(4));
+    EXPECT_EQ(5U, kernel.log.size());
+
+    block impatient      = eeprom();
+    impatient.busyWaitMs = 0;
+    device.set(impatient);
+    kernel.failures = {EAGAIN};
+    bytes data(4);
+    EXPECT_EQ((answer{0, EIO}), device.read(data));
+}
+
+TEST_F(LinuxBus, TransferTimeOutIsWatchedBetweenMessages)
+{
+    OpenDevice device("/dev/i2c-7");
+    block      values   = eeprom();
+    values.timeoutMs    = 10;
+    chip().writeCycleNs = 4'000'000;
+    device.set(values);
+    EXPECT_EQ((answer{128, ETIME}), device.write(pattern(640)));
+    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7")); // the adapter's own time-out is left alone
+}
+
+TEST_F(LinuxBus, AdapterTimeOutIsSetAndPutBackWhenConfigured)
+{
+    settings.use("state = \"state\"\n[linux]\nset_timeout = true\nlock_folder = \"locks\"\n");
+    OpenDevice device("/dev/i2c-7");
+    block      values = eeprom();
+    values.timeoutMs  = 295;
+    device.set(values);
+    device.readAll(4);
+    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7", "timeout 30", "timeout 100"));
+}
+
+TEST_F(LinuxBus, PlainTransferThatDoesNotFitAMessageSendsNothing)
+{
+    OpenDevice device("/dev/i2c-7@A0");
+    bytes      data(8193);
+    EXPECT_EQ((answer{0, EINVAL}), device.read(data));
+    EXPECT_EQ((answer{0, EINVAL}), device.write(data));
+    EXPECT_TRUE(kernel.log.empty());
+    data.resize(8192);
+    EXPECT_EQ((answer{8192, 0}), device.read(data));
+    EXPECT_THAT(kernel.log, ElementsAre("50R 8192"));
+}
+
+TEST_F(LinuxBus, HubReadsAreTransactionsOfTheirOwnWhoseLaterStatusIsDropped)
+{
+    OpenDevice device("/dev/i2c-7");
+    kernel.chips[0x40] = {.memory = pattern(32768), .offsetBytes = 4, .hubStatus = {0}};
+    device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
+    device.seek(0x03A2FFFEL);
+    const bytes data = device.readAll(20001);
+    EXPECT_THAT(kernel.log, ElementsAre("40W 03A2FFFE 40R 8192", "40W 03A21FFD 40R 8192", "40W 03A23FFC 40R 3619"));
+    EXPECT_EQ(0, data[0]);
+    const auto& memory = kernel.chips[0x40].memory;
+    for (std::size_t index = 0; index < 20000; ++index) {
+        ASSERT_EQ(memory[(0x03A2FFFE + (index < 2 ? index : index - 0x10000)) % 32768], data[index + 1]) << index;
+    }
+}
+
+TEST_F(LinuxBus, LaterHubStatusOtherThanZeroEndsTheRead)
+{
+    OpenDevice device("/dev/i2c-7");
+    kernel.chips[0x40] = {.memory = pattern(32768), .offsetBytes = 4, .hubStatus = {0, 4}};
+    device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
+    bytes data(10000);
+    EXPECT_EQ((answer{8192, ENODATA}), device.read(data));
+    EXPECT_EQ(2U, kernel.log.size());
+}
+
+TEST_F(LinuxBus, HubIsPolledByItsAddressAlone)
+{
+    OpenDevice device("/dev/i2c-7");
+    kernel.chips[0x40] = {.memory = bytes(65536), .offsetBytes = 3, .writeCycleNs = 1'000'000};
+    device.set({.address = 0x80, .offsetLength = 3, .pageSize = 8});
+    device.seek(0x03A0FC);
+    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ("40W 03A0FC01020304", kernel.log.front());
+    EXPECT_GT(kernel.log.size(), 2U);
+    for (std::size_t index = 1; index < kernel.log.size(); ++index) {
+        EXPECT_EQ("40W ", kernel.log[index]);
+    }
+}
+
+TEST_F(LinuxBus, AdapterThatTakesLessIsGivenLess)
+{
+    kernel.longestRead  = 600;
+    kernel.mostMessages = 2;
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    EXPECT_EQ(bytes(chip().memory.begin(), chip().memory.begin() + 1500), device.readAll(1500));
+    EXPECT_THAT(kernel.log,
+                ElementsAre("50W 0000 50R 375", "50W 0177 50R 375", "50W 02EE 50R 375", "50W 0465 50R 375"));
+}
+
+TEST_F(LinuxBus, AdapterThatCannotAskAnAddressAloneWritesAnEepromAllTheSame)
+{
+    kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    EXPECT_EQ((answer{4, 0}), device.write(pattern(4)));
+    EXPECT_EQ("50R 1", kernel.log.back());
+}
+
+TEST_F(LinuxBus, ResetOpensTheAdapterAnewAndAsksForASignOfLife)
+{
+    OpenDevice device("/dev/i2c-7@A0");
+    EXPECT_EQ((answer{0, 0}), device.reset());
+    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7", "open /dev/i2c-7"));
+    EXPECT_THAT(kernel.log, ElementsAre("50R 1"));
+    EXPECT_EQ(1, kernel.openNodes);
+
+    kernel.chips.clear(); // nothing there: the bus itself is alive
+    EXPECT_EQ((answer{0, 0}), device.reset());
+    kernel.lastingFailure = ETIMEDOUT;
+    EXPECT_EQ((answer{-1, ETIME}), device.reset());
+    kernel.openError = ENOENT;
+    EXPECT_EQ((answer{-1, ENODEV}), device.reset());
+    bytes data(1);
+    EXPECT_EQ((answer{0, ENODEV}), device.read(data)); // until it comes back
+    kernel.openError = kernel.lastingFailure = 0;
+    kernel.chips[0x50]                       = {.memory = {0x77}};
+    EXPECT_EQ((answer{0, 0}), device.reset());
+    EXPECT_EQ((answer{1, 0}), device.read(data));
+    EXPECT_EQ(0x77, data[0]);
+}
+
+TEST_F(LinuxBus, DetectState)
+{
+    OpenDevice device("/dev/i2c-7@A0");
+    EXPECT_EQ(3U, device.number(15));
+    chip().busyUntilNs = kernel.clockNs + 20'000'000;
+    EXPECT_EQ(3U, device.number(15)); // busy is not absent
+    chip().busyUntilNs = kernel.clockNs + 2'000'000'000;
+    EXPECT_EQ(0U, device.number(15));
+    kernel.lastingFailure = ETIMEDOUT;
+    EXPECT_EQ(4U, device.number(15));
+    kernel.lastingFailure = ENODEV;
+    EXPECT_EQ(4U, device.number(15));
+}
+
+TEST_F(LinuxBus, ScanAsksByTheSafeWayForEachRangeAndLeavesDriversAlone)
+{
+    int error   = 0;
+    kernel.held = {0x51};
+    auto bus    = host::iic::toolBus::open("/dev/i2c-7", -1, error);
+    ASSERT_NE(nullptr, bus);
+    const auto results = bus->scan();
+    ASSERT_EQ(112U, results.size());
+    EXPECT_EQ(0x10, results.front().address);
+    EXPECT_EQ(0xEE, results.back().address);
+    for (const auto& result : results) {
+        const auto expected = result.address == 0xA0   ? host::iic::presence::present
+                              : result.address == 0xA2 ? host::iic::presence::heldByDriver
+                                                       : host::iic::presence::absent;
+        EXPECT_EQ(expected, result.state) << unsigned{result.address};
+    }
+    ASSERT_EQ(111U, kernel.log.size()); // one question each, and none to the driver's
+    EXPECT_EQ("08W ", kernel.log[0]);
+    EXPECT_EQ("2FW ", kernel.log[0x2F - 8]);
+    EXPECT_EQ("30R 1", kernel.log[0x30 - 8]);
+    EXPECT_EQ("37R 1", kernel.log[0x37 - 8]);
+    EXPECT_EQ("38W ", kernel.log[0x38 - 8]);
+    EXPECT_EQ("4FW ", kernel.log[0x4F - 8]);
+    EXPECT_EQ("50R 1", kernel.log[0x50 - 8]);
+    EXPECT_EQ("5FR 1", kernel.log[0x5F - 8 - 1]);
+    EXPECT_EQ("60W ", kernel.log[0x60 - 8 - 1]);
+}
+
+TEST_F(LinuxBus, ScanOfABusThatTimesOutSaysSo)
+{
+    int  error            = 0;
+    auto bus              = host::iic::toolBus::open("/dev/i2c-7", -1, error);
+    kernel.lastingFailure = ETIMEDOUT;
+    const auto result     = bus->probe(0xA0);
+    EXPECT_EQ(host::iic::presence::uncertain, result.state);
+    EXPECT_EQ("timed out", result.reason);
+}
+
+/// Adapters without plain messages: the exact SMBus call or none.
+struct smbusCase {
+    unsigned long functions;
+    std::uint16_t offsetLength;
+    bytes         written; ///< empty: a read
+    std::size_t   wanted;
+    int           error;
+    std::string   call;
+};
+class SmbusOnly : public LinuxBus, public testing::WithParamInterface<smbusCase>
+{
+};
+TEST_P(SmbusOnly, MakesTheExactCallOrNone)
+{
+    const smbusCase& each = GetParam();
+    kernel.functions      = each.functions;
+    OpenDevice device("/dev/i2c-7");
+    block      values;
+    values.address      = 0x90;
+    values.offsetLength = each.offsetLength;
+    values.writeCycleMs = 0;
+    device.set(values);
+    device.seek(0x10);
+    bytes        data(each.wanted);
+    const answer result = each.written.empty() ? device.read(data) : device.write(each.written);
+    EXPECT_EQ(each.error, result.error);
+    if (each.call.empty()) {
+        EXPECT_TRUE(kernel.log.empty()) << kernel.log.front();
+    } else {
+        ASSERT_FALSE(kernel.log.empty());
+        EXPECT_EQ(each.call, kernel.log.front());
+    }
+}
+INSTANTIATE_TEST_SUITE_P(
+    All, SmbusOnly,
+    testing::Values(smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {0x12}, 0, 0, "48W byte 12"},
+                    smbusCase{I2C_FUNC_SMBUS_BYTE_DATA, 0, {0x12, 0x34}, 0, 0, "48W byte data 12 34"},
+                    smbusCase{I2C_FUNC_SMBUS_WORD_DATA, 0, {0x12, 0x34, 0x56}, 0, 0, "48W word data 12 3456"},
+                    smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 0, {0x12, 1, 2, 3, 4}, 0, 0, "48W i2c block 12 4:01020304"},
+                    smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {}, 1, 0, "48R byte 00"},
+                    smbusCase{I2C_FUNC_SMBUS_BYTE_DATA, 1, {}, 1, 0, "48R byte data 10"},
+                    smbusCase{I2C_FUNC_SMBUS_WORD_DATA, 1, {}, 2, 0, "48R word data 10"},
+                    smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 1, {}, 7, 0, "48R i2c block 10 7"},
+                    smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK | I2C_FUNC_SMBUS_QUICK, 2, {9}, 0, 0, "48W i2c block 00 2:1009"},
+                    smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 2, {}, 7, ENOSYS, ""}, // two bytes of offset ahead of a read
+                    smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {}, 2, EINVAL, ""},      // a plain read of two bytes
+                    smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 0, {}, 2, ENOSYS, ""},
+                    smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {1, 2}, 0, EINVAL, ""},
+                    smbusCase{I2C_FUNC_SMBUS_BYTE, 1, {1}, 0, ENOSYS, ""}));
+
+TEST_F(LinuxBus, SmbusReadsLongerThanACallAreSplitWithTheirOffsets)
+{
+    kernel.functions = I2C_FUNC_SMBUS_I2C_BLOCK;
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x90, .offsetLength = 1});
+    const bytes data = device.readAll(70);
+    EXPECT_THAT(kernel.log, ElementsAre("48R i2c block 00 32", "48R i2c block 20 32", "48R i2c block 40 6"));
+    for (std::size_t index = 0; index < data.size(); ++index) {
+        EXPECT_EQ(index, data[index]);
+    }
+}
+
+TEST_F(LinuxBus, NodesArePathPrefixesAndMeetAtTheSameLock)
+{
+    settings.use(
+        "state = \"state\"\n[linux]\nlock_folder = \"locks\"\n[nodes]\n2 = \"/nodes/two\"\n3 = \"sim:three\"\n");
+    OpenDevice local("/dev/i2c-7@A0");
+    OpenDevice remote("/dev/i2c-7@A0", 2);
+    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7", "open /nodes/two/dev/i2c-7"));
+    EXPECT_EQ(ENODEV, OpenDevice("/dev/i2c-7@A0", 3).error()); // mapped, but to a simulated node
+    EXPECT_EQ(ENODEV, OpenDevice("/dev/i2c-7@A0", 4).error());
+    EXPECT_EQ(ENODEV, OpenDevice("sim:planar", 2).error());
+
+    bytes record = registerLock(0xC0, 0);
+    EXPECT_EQ((answer{0, 0}), local.config(2, 17, record.data(), 8));
+    EXPECT_EQ((answer{-1, EBUSY}), remote.config(2, 17, record.data(), 8)); // one device number, one bus
+    kernel.minorNumber = 8;
+    OpenDevice other("/dev/i2c-7@A0");
+    EXPECT_EQ((answer{0, 0}), other.config(2, 17, record.data(), 8));
+    EXPECT_TRUE(std::filesystem::exists(settings.folder() / "locks" / "i2c-89-7.lock"));
+}
+
+TEST_F(LinuxBus, FirstFailureNamesTheAdapter)
+{
+    OpenDevice device("/dev/i2c-7@A0");
+    kernel.chips.clear();
+    kernel.name = "weird \xFF\x01 adapter";
+    bytes data(1);
+    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"adapter\":\"weird"));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"bus\":\"/dev/i2c-7\""));
+}
+
+} // namespace
+} // namespace kest::test
