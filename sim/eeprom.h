@@ -19,7 +19,7 @@ struct eepromType {
     std::uint32_t    offsetBytes;
 };
 
-constexpr std::array eepromTypes{
+inline constexpr std::array eepromTypes{
     eepromType{"24C02", 256, 8, 1},     eepromType{"24C32", 4096, 32, 2},   eepromType{"24C64", 8192, 32, 2},
     eepromType{"24C128", 16384, 64, 2}, eepromType{"24C256", 32768, 64, 2}, eepromType{"24C512", 65536, 128, 2},
 };

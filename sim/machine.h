@@ -119,10 +119,11 @@ public:
     /// hub-hold-sda,      the sub-bus of the transfer's port is held until a sub-bus reset                 resets that it outlasts
     /// hub-hold-scl
     struct fault {
-        std::string kind;
-        std::string bus; ///< empty: every bus, each counting for itself. "NODE:BUS" on a node that is not the local one
+        std::string kind{};
+        std::string
+            bus{}; ///< empty: every bus, each counting for itself. "NODE:BUS" on a node that is not the local one
         std::uint8_t  address = 0; ///< 0: every address
-        std::string   way;         ///< "", "read" or "write"
+        std::string   way{};       ///< "", "read" or "write"
         std::uint64_t nth =
             0; ///< strikes first at the n-th matching transaction from now on, counted from 1; 0 at once
         double        probability = 1.0;

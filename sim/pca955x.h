@@ -29,7 +29,7 @@ struct pca955xType {
     std::uint8_t     blinkClockHz; ///< clock of the blinking, divided by prescaler + 1; LED drivers only
 };
 
-constexpr std::array pca955xTypes{
+inline constexpr std::array pca955xTypes{
     pca955xType{"PCA9551", true, 8, 7, 0x07, pointerStep::byFlag, 1, 38},
     pca955xType{"PCA9552", true, 16, 10, 0x0F, pointerStep::byFlag, 2, 44},
     pca955xType{"PCA9554", false, 8, 4, 0x03, pointerStep::stays, 0, 0},

@@ -92,7 +92,7 @@ void sensor::alarm(std::uint8_t flag, bool reached, bool left)
 void sensor::compare()
 {
     if (bits != 13) {
-        alarm(overTos, celsius >= limit(overtemperature), celsius < limit(hysteresis));
+        alarm(overTos, celsius > limit(overtemperature), celsius < limit(hysteresis));
     } else {
         const double back = limit(hysteresis);
         alarm(critical, celsius > limit(overtemperature), celsius < limit(overtemperature) - back);
