@@ -1,6 +1,7 @@
 #include "kestattribute.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "kesterrorlog.h"
@@ -142,10 +143,11 @@ void KEST_deleteDevAddress(kest_deviceAddress** list, bool all)
 kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsigned int* size)
 {
     const std::size_t   length = lengthOf(list);
-    kest_deviceAddress* flat   = nullptr;
-    if (length != 0) {
-        // zeroed with its padding: the array goes into messages and error logs as it is
-        flat = new (std::nothrow) kest_deviceAddress[length]();
+    const std::size_t   bytes  = length * sizeof(kest_deviceAddress);
+    kest_deviceAddress* flat   = length == 0 ? nullptr : new (std::nothrow) kest_deviceAddress[length];
+    if (flat != nullptr) {
+        std::memset(static_cast<void*>(flat), 0,
+                    bytes); // padding, too: messages and error logs take the array as it is
     }
     for (std::size_t i = 0; flat != nullptr && i < length; ++i, list = list->next) {
         flat[i].address = list->address;
@@ -153,7 +155,7 @@ kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsi
         flat[i].port    = list->port;
         flat[i].next    = i + 1 < length ? &flat[i + 1] : nullptr;
     }
-    *size = flat == nullptr ? 0 : static_cast<unsigned int>(length * sizeof(kest_deviceAddress));
+    *size = flat == nullptr ? 0 : static_cast<unsigned int>(bytes);
     return flat;
 }
 

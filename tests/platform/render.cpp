@@ -92,7 +92,7 @@ std::string bytesText(const std::uint8_t* data, std::size_t n)
     for (std::size_t i = 0; i < n; ++i) {
         sum = (sum ^ data[i]) * 0x01000193U;
     }
-    return out + ":" + spaced(data, 32) + " .." + spaced(data + n - 8, 8) + " crc " + hexText(sum);
+    return out + ":" + spaced(data, 32) + " .." + spaced(data + n - 8, 8) + " sum " + hexText(sum);
 }
 
 std::string srcText(const Src& src)
