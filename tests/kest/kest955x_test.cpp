@@ -844,6 +844,7 @@ TEST_F(Registers, WithoutMemoryNothingMoreIsTransferred)
         // the device and each operation
         EXPECT_EQ(routine.module == 36 ? 2 : 3, refused) << routine.name;
     }
+    restart(); // no allocation is to fail any more
 }
 
 } // namespace

@@ -359,6 +359,7 @@ TEST_F(DataPort, ChainThatCannotBeFlattenedIsReportedWithoutIt)
         }
     }
     EXPECT_TRUE(met);
+    restart();
 }
 
 // --- failures of the routines ----------------------------------------------------------------------------------------------------
@@ -427,6 +428,7 @@ TEST_F(DataPort, EveryAllocationFailingOnceIsReportedOrHarmless)
                 << function.name << " allocation " << n;
         }
     }
+    restart(); // no allocation is to fail any more
 }
 
 // --- the reset pin of a hub ------------------------------------------------------------------------------------------------------
