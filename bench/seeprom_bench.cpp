@@ -1,0 +1,112 @@
+/// What the library adds to a hardware read of 256 bytes: the whole call beside the bare sequence of platform calls it stands for, on a
+/// platform that answers from memory, and the allocations it makes besides the caller's buffer. One JSON object on standard output.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "kest/seeprom.h"
+#include "platform/errl.h"
+#include "platform/mern.h"
+#include "platform/tavo.h"
+
+namespace
+{
+
+constexpr int          reads    = 20'000;
+constexpr int          rounds   = 25; // the best of them counts: the machine may have other work
+constexpr unsigned int bytes    = 256;
+constexpr unsigned int offset   = 0x100;
+constexpr char         device[] = "sim:planar,L,2C0256,A0";
+
+using stopwatch = std::chrono::steady_clock;
+
+unsigned long allocations = 0;
+
+double usPerCall(stopwatch::duration taken) { return std::chrono::duration<double, std::micro>(taken).count() / reads; }
+
+[[noreturn]] void fail(const char* what)
+{
+    std::fprintf(stderr, "seeprom_bench: %s\n", what);
+    std::exit(1);
+}
+
+void readByLibrary(const tavo_deviceaddress& address)
+{
+    const kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 4, 2, 1}; // 4: hardware
+    unsigned int              length                      = bytes;
+    unsigned char*            data                        = nullptr;
+    if (KEST_seepromRead(address, nullptr, offset, &length, &data, attributes) != nullptr || length != bytes) {
+        fail("the read failed");
+    }
+    void* buffer = data;
+    tavo_util_free(&buffer);
+}
+
+/// The same calls of the platform, traces left out, with everything known beforehand.
+void readBare()
+{
+    std::uint32_t block[11] = {};
+    std::uint32_t speed = 400, dma = 2;
+    void*         buffer = tavo_malloc(bytes);
+    MernInitialize(0x80000000);
+    MernNode node;
+    mern_t   handle = mern_iic_open(node, "sim:planar", 0x1002);
+    mern_iic_config(handle, 2, WOBU_IIC_BLOCK, block, sizeof block);
+    mern_iic_config(handle, 2, WOBU_IIC_SPEED, &speed, sizeof speed);
+    mern_iic_config(handle, 2, WOBU_IIC_DMA_OPTION, &dma, sizeof dma);
+    mern_iic_seek(handle, offset, 0);
+    if (mern_iic_read(handle, buffer, bytes) != static_cast<int>(bytes)) {
+        fail("the bare read failed");
+    }
+    mern_iic_close(handle);
+    tavo_util_free(&buffer);
+}
+
+template <class Read>
+double measure(const Read& read)
+{
+    const auto begin = stopwatch::now();
+    for (int index = 0; index < reads; ++index) {
+        read();
+    }
+    return usPerCall(stopwatch::now() - begin);
+}
+
+void* counted(std::size_t size)
+{
+    ++allocations;
+    return std::malloc(size);
+}
+
+} // namespace
+
+void* operator new(std::size_t size) { return counted(size); }
+void* operator new[](std::size_t size) { return counted(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return counted(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return counted(size); }
+void  operator delete(void* block) noexcept { std::free(block); }
+void  operator delete[](void* block) noexcept { std::free(block); }
+void  operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void  operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+
+int main()
+{
+    tavo_deviceaddress address{17, {}};
+    std::copy_n(device, sizeof device, address.location);
+    readByLibrary(address);
+    allocations = 0;
+    readByLibrary(address);
+    const unsigned long allocationsOfOne = allocations;
+
+    double library = 1e9, bare = 1e9;
+    for (int round = 0; round < rounds; ++round) {
+        library = std::min(library, measure([&address] { readByLibrary(address); }));
+        bare    = std::min(bare, measure(readBare));
+    }
+    std::printf("{\"seeprom.read256_overhead_us\": %.3f, \"seeprom.read256_bare_us\": %.3f, "
+                "\"seeprom.read256_allocations\": %lu}\n",
+                library - bare, bare, allocationsOfOne);
+    return 0;
+}
