@@ -1,0 +1,295 @@
+#include "tests/sim/machinetest.h"
+
+#include <map>
+#include <random>
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+class Eeprom : public MachineTest
+{
+protected:
+    void power24c(const std::string& type, const std::string& more = {})
+    {
+        MachineTest::power(chip(type, "0xA0", "image = \"a.bin\"\n" + more));
+    }
+};
+
+TEST_F(Eeprom, ImageIsMadeErased)
+{
+    power24c("24C02");
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+}
+
+TEST_F(Eeprom, WrittenBytesAreReadAndInTheImage)
+{
+    power24c("24C256");
+    EXPECT_EQ(on->store(0xA0, {0x01, 0x20, 0xDE, 0xAD}), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0x01, 0x20}, 3).data, (bytes{0xDE, 0xAD, 0xFF}));
+    EXPECT_EQ(home.content("a.bin")[0x120], 0xDE);
+    EXPECT_EQ(home.content("a.bin")[0x121], 0xAD);
+}
+
+// Long writes stay in their page; what comes last stays.
+TEST_F(Eeprom, FortyEightBytesToAPageOf32LeaveTheLast16AtItsStart)
+{
+    power24c("24C32");
+    EXPECT_EQ(on->store(0xA0, bytes{0x00, 0x40} + counting(48)), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0x00, 0x40}, 34).data, counting(16, 32) + counting(16, 16) + bytes(2, 0xFF));
+}
+
+TEST_F(Eeprom, WriteFromTheMiddleOfAPageWrapsToItsStart)
+{
+    power24c("24C02");
+    EXPECT_EQ(on->store(0xA0, {0x0E, 1, 2, 3, 4}), outcome::done);
+    const bytes image = home.content("a.bin");
+    EXPECT_EQ(image[0x0E], 1);
+    EXPECT_EQ(image[0x0F], 2);
+    EXPECT_EQ(image[0x08], 3);
+    EXPECT_EQ(image[0x09], 4);
+    EXPECT_EQ(image[0x10], 0xFF);
+}
+
+TEST_F(Eeprom, SizesPagesAndOffsets)
+{
+    struct row {
+        const char* type;
+        std::size_t size, page, offsetBytes;
+    };
+    for (const row& type : {row{"24C02", 256, 8, 1}, row{"24C32", 4096, 32, 2}, row{"24C64", 8192, 32, 2},
+                            row{"24C128", 16384, 64, 2}, row{"24C256", 32768, 64, 2}, row{"24C512", 65536, 128, 2}}) {
+        SCOPED_TRACE(type.type);
+        std::filesystem::remove(home.path / "a.bin");
+        power24c(type.type);
+        EXPECT_EQ(home.content("a.bin").size(), type.size);
+        // One byte more than a page: it comes back at the page's start.
+        EXPECT_EQ(on->store(0xA0, bytes(type.offsetBytes, 0) + bytes(type.page, 0x11) + bytes{0x22}), outcome::done);
+        EXPECT_EQ(on->readAt(0xA0, bytes(type.offsetBytes, 0), type.page + 1).data,
+                  bytes{0x22} + bytes(type.page - 1, 0x11) + bytes{0xFF});
+    }
+}
+
+TEST_F(Eeprom, SilentFromStopUntilTheWriteCycleEnds)
+{
+    power24c("24C02", "write_cycle_ms = 2");
+    on->write(0xA0, {0, 1});
+    EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).end, outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->write(0xA0, {0, 2}).end, outcome::addressNotAcknowledged);
+    on->planar->idle(1'800'000); // the three attempts took 82.5 us of bus time
+    EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
+    on->planar->idle(100'000);
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{1});
+}
+
+TEST_F(Eeprom, WriteCycleDefaultsTo3500Microseconds)
+{
+    power24c("24C02");
+    const std::uint64_t written = on->write(0xA0, {0, 1}).busTimeNs;
+    while (on->probe(0xA0) != outcome::done) {}
+    const std::uint64_t ready = on->planar->busTimeNs();
+    EXPECT_GE(ready - written, 3'500'000U);
+    EXPECT_LE(ready - written, 3'500'000U + 2 * 27'500); // polls of 11 bits
+}
+
+TEST_F(Eeprom, OffsetAloneWritesNothingAndIsNotBusy)
+{
+    power24c("24C256");
+    EXPECT_EQ(on->write(0xA0, {0, 5}).end, outcome::done);
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(home.content("a.bin"), bytes(32768, 0xFF));
+}
+
+TEST_F(Eeprom, NoWriteWithoutAStop)
+{
+    power24c("24C02");
+    EXPECT_EQ(on->readAt(0xA0, {0x10, 0xAB}, 1).data, bytes{0xFF}); // data, then a repeated START
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+}
+
+TEST_F(Eeprom, StopInTheMiddleOfAByteWritesNothing)
+{
+    power24c("24C02");
+    fault({.kind = "short", .count = 1, .byte = 3});
+    const answer cut = on->write(0xA0, {0x10, 1, 2, 3, 4});
+    EXPECT_EQ(cut.end, outcome::shortTransfer);
+    EXPECT_EQ(cut.bytesMoved, 3U);
+    EXPECT_EQ(on->probe(0xA0), outcome::done); // no write cycle
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+}
+
+TEST_F(Eeprom, SequentialReadRollsOverAtTheEnd)
+{
+    power24c("24C32");
+    on->store(0xA0, {0x0F, 0xFF, 0x77});
+    on->store(0xA0, {0x00, 0x00, 0x11, 0x22});
+    EXPECT_EQ(on->readAt(0xA0, {0x0F, 0xFF}, 3).data, (bytes{0x77, 0x11, 0x22}));
+}
+
+TEST_F(Eeprom, OffsetBitsBeyondTheChipAreIgnored)
+{
+    power24c("24C32");
+    on->store(0xA0, {0xF0, 0x05, 0x42});
+    EXPECT_EQ(home.content("a.bin")[5], 0x42);
+}
+
+TEST_F(Eeprom, CurrentAddressReadGoesOnWhereTheLastOneEnded)
+{
+    power24c("24C02");
+    on->store(0xA0, {0x20, 1, 2, 3, 4, 5});
+    on->readAt(0xA0, {0x20}, 2);
+    EXPECT_EQ(on->read(0xA0, 1).data, bytes{3});
+    EXPECT_EQ(on->read(0xA0, 2).data, (bytes{4, 5}));
+}
+
+TEST_F(Eeprom, CurrentAddressAfterAWriteIsBehindItsLastByte)
+{
+    power24c("24C02");
+    on->store(0xA0, {0x22, 9});
+    on->store(0xA0, {0x20, 7, 8});
+    EXPECT_EQ(on->read(0xA0, 1).data, bytes{9});
+}
+
+TEST_F(Eeprom, CurrentAddressAfterAPowerCycleIs0)
+{
+    power24c("24C02");
+    on->store(0xA0, {0x00, 0x5A});
+    on->readAt(0xA0, {0x20}, 2);
+    machine->powerCycle();
+    EXPECT_EQ(on->read(0xA0, 1).data, bytes{0x5A});
+}
+
+TEST_F(Eeprom, JoinedSegmentsAreOneRead)
+{
+    power24c("24C02");
+    on->store(0xA0, {0x30, 1, 2, 3, 4});
+    bytes   offset{0x30}, first(2), second(2);
+    segment parts[3] = {{0xA0, direction::write, offset, false},
+                        {0xA0, direction::read, first, false},
+                        {0xA0, direction::read, second, true}};
+    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(first + second, (bytes{1, 2, 3, 4}));
+}
+
+TEST_F(Eeprom, JoinedSegmentsAreOneWrite)
+{
+    power24c("24C02");
+    bytes   offset{0x38}, data{5, 6};
+    segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::write, data, true}};
+    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(home.content("a.bin")[0x38], 5);
+    EXPECT_EQ(home.content("a.bin")[0x39], 6);
+}
+
+TEST_F(Eeprom, SilentProtectionAcknowledgesAndWritesNothing)
+{
+    power24c("24C02", "protect = \"silent\"");
+    EXPECT_EQ(on->write(0xA0, {0, 1, 2}).end, outcome::done);
+    EXPECT_EQ(on->probe(0xA0), outcome::done); // no write cycle either
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+}
+
+TEST_F(Eeprom, NakProtectionRefusesDataBytes)
+{
+    power24c("24C256", "protect = \"nak\"");
+    const answer refused = on->write(0xA0, {0, 0, 1, 2});
+    EXPECT_EQ(refused.end, outcome::dataNotAcknowledged);
+    EXPECT_EQ(refused.bytesMoved, 2U);
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(home.content("a.bin"), bytes(32768, 0xFF));
+}
+
+TEST_F(Eeprom, ReadCutOffMayHoldSdaPastNineClocksButNotPastAStop)
+{
+    power24c("24C02", "hold_sda_after_cut = true");
+    on->store(0xA0, {0x00, 0x00, 0x00, 0x00, 0x00});
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, outcome::shortTransfer);
+    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld);
+    EXPECT_EQ(on->probe(0xA0), outcome::sdaHeld);
+    EXPECT_EQ(on->planar->clocks(9), outcome::sdaHeld);
+    EXPECT_EQ(on->planar->reset(), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0});
+}
+
+TEST_F(Eeprom, ReadCutOffAtAHighBitLeavesTheBusFree)
+{
+    power24c("24C02", "hold_sda_after_cut = true"); // erased: every bit high
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, outcome::shortTransfer);
+    EXPECT_EQ(on->planar->lines(), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0xFF});
+}
+
+TEST_F(Eeprom, NineClocksFreeWhenTheBitAfterThemIsHigh)
+{
+    power24c("24C02", "hold_sda_after_cut = true");
+    on->store(0xA0, {0x00, 0x00, 0x00, 0xFF});
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld); // in byte 1, which is 0
+    EXPECT_EQ(on->planar->clocks(9), outcome::done);  // the same bit of byte 2, which is FF
+}
+
+TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)
+{
+    power24c("24C02");
+    on->write(0xA0, {0, 0x5A});
+    machine->powerCycle();
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0x5A});
+}
+
+TEST_F(Eeprom, ImagePutInPlaceIsReadByTheNextTransaction)
+{
+    power24c("24C02");
+    on->store(0xA0, {0, 1});
+    home.put("other", std::string(256, '\x33'));
+    std::filesystem::rename(home.path / "other", home.path / "a.bin");
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0x33});
+}
+
+// Any writes and reads, against an array and a few lines of arithmetic.
+class EepromModel : public Eeprom, public ::testing::WithParamInterface<unsigned>
+{
+};
+
+TEST_P(EepromModel, AgreesWithAnArray)
+{
+    power24c("24C32");
+    std::mt19937 random{GetParam()};
+    bytes        expected(4096, 0xFF);
+    std::size_t  current = 0;
+    const auto   below   = [&random](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
+    for (int step = 0; step < 200; ++step) {
+        const std::size_t offset = below(4096);
+        const bytes       address{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
+        if (below(2) == 0) {
+            const bytes data = counting(below(80), static_cast<std::uint8_t>(random()));
+            ASSERT_EQ(on->store(0xA0, address + data), outcome::done);
+            for (std::size_t i = 0; i < data.size(); ++i)
+                expected[offset / 32 * 32 + (offset % 32 + i) % 32] = data[i];
+            current = offset / 32 * 32 + (offset % 32 + data.size()) % 32;
+        } else {
+            const bool        here   = below(4) == 0;
+            const std::size_t length = 1 + below(300);
+            const answer      got    = here ? on->read(0xA0, length) : on->readAt(0xA0, address, length);
+            const std::size_t from   = here ? current : offset;
+            bytes             wanted;
+            for (std::size_t i = 0; i < length; ++i)
+                wanted.push_back(expected[(from + i) % 4096]);
+            ASSERT_EQ(got.data, wanted) << "step " << step;
+            current = (from + length) % 4096;
+        }
+    }
+    EXPECT_EQ(home.content("a.bin"), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, EepromModel, ::testing::Range(1U, 21U));
+
+} // namespace
+} // namespace kest::sim::test

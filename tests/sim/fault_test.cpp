@@ -1,0 +1,349 @@
+#include "tests/sim/machinetest.h"
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+class Fault : public MachineTest
+{
+protected:
+    void SetUp() override
+    {
+        power(chip("24C02", "0xA0", "image = \"a.bin\"") + chip("24C02", "0xA4", "image = \"b.bin\"") +
+              chip("PCA9552", "0xC0"));
+    }
+    /// Outcomes of `count` probes.
+    std::vector<outcome> probes(int count, std::uint8_t address = 0xA0)
+    {
+        std::vector<outcome> ends;
+        for (int i = 0; i < count; ++i)
+            ends.push_back(on->probe(address));
+        return ends;
+    }
+    std::uint64_t struck() { return machine->faults().at(0).struck; }
+
+    static constexpr auto done = outcome::done, nack = outcome::addressNotAcknowledged;
+};
+
+TEST_F(Fault, NackRefusesTheAddress)
+{
+    fault({.kind = "nack"});
+    EXPECT_EQ(probes(3), (std::vector{nack, nack, nack}));
+    EXPECT_EQ(struck(), 3U);
+}
+
+TEST_F(Fault, StrikesFromTheNthOnAsOftenAsAsked)
+{
+    fault({.kind = "nack", .nth = 3, .count = 2});
+    EXPECT_EQ(probes(6), (std::vector{done, done, nack, nack, done, done}));
+    EXPECT_EQ(struck(), 2U);
+}
+
+TEST_F(Fault, MatchesByAddress)
+{
+    fault({.kind = "nack", .address = 0xA4});
+    EXPECT_EQ(on->probe(0xA0), done);
+    EXPECT_EQ(on->probe(0xA4), nack);
+}
+
+TEST_F(Fault, MatchesByDirection)
+{
+    fault({.kind = "nack", .way = "read"});
+    EXPECT_EQ(on->write(0xA0, {0}).end, done);
+    EXPECT_EQ(on->read(0xA0, 1).end, nack);
+    const answer got = on->readAt(0xA0, {0}, 1);
+    EXPECT_EQ(got.end, nack);
+    EXPECT_EQ(got.segment, 1U);
+}
+
+TEST_F(Fault, CountsOnlyMatchingTransactions)
+{
+    fault({.kind = "nack", .address = 0xA4, .nth = 2, .count = 1});
+    probes(5, 0xA0);
+    EXPECT_EQ(probes(3, 0xA4), (std::vector{done, nack, done}));
+}
+
+TEST_F(Fault, RefusedDataByteTellsWhich)
+{
+    fault({.kind = "nack-data", .byte = 2});
+    const answer got = on->write(0xA0, {0, 1, 2, 3});
+    EXPECT_EQ(got.end, outcome::dataNotAcknowledged);
+    EXPECT_EQ(got.segment, 0U);
+    EXPECT_EQ(got.bytesMoved, 2U);
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF)); // what was not acknowledged as a whole is not written
+}
+
+TEST_F(Fault, HeldLineStaysUntilAReset)
+{
+    for (const auto& [kind, held] : {std::pair{"hold-sda", outcome::sdaHeld}, {"hold-scl", outcome::sclHeld}}) {
+        SCOPED_TRACE(kind);
+        fault({.kind = kind, .count = 1});
+        EXPECT_EQ(on->planar->lines(), done);
+        EXPECT_EQ(probes(2), (std::vector{held, held}));
+        EXPECT_EQ(on->write(0xA4, {0, 1}).end, held); // nobody else gets through
+        EXPECT_EQ(on->planar->lines(), held);
+        EXPECT_EQ(on->planar->clocks(9), held);
+        EXPECT_EQ(on->planar->reset(), done);
+        EXPECT_EQ(on->planar->lines(), done);
+        EXPECT_EQ(on->probe(0xA0), done);
+        machine->clearFaults();
+    }
+}
+
+TEST_F(Fault, HeldInTheMiddleOfAPageWritesNothing)
+{
+    fault({.kind = "hold-scl", .count = 1, .byte = 3});
+    const answer got = on->write(0xA0, {0, 1, 2, 3});
+    EXPECT_EQ(got.end, outcome::sclHeld);
+    EXPECT_EQ(got.bytesMoved, 3U);
+    on->planar->reset();
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+}
+
+TEST_F(Fault, HoldCanOutlastResets)
+{
+    fault({.kind = "hold-sda", .count = 1, .value = 2});
+    on->probe(0xA0);
+    EXPECT_EQ(on->planar->reset(), outcome::sdaHeld);
+    EXPECT_EQ(on->planar->reset(), outcome::sdaHeld);
+    EXPECT_EQ(on->planar->reset(), done);
+}
+
+TEST_F(Fault, ClearingAFaultFreesWhatItHolds)
+{
+    const auto number = fault({.kind = "hold-sda", .count = 1});
+    on->probe(0xA0);
+    EXPECT_TRUE(machine->clearFault(number));
+    EXPECT_EQ(on->planar->lines(), done);
+    EXPECT_FALSE(machine->clearFault(number));
+}
+
+TEST_F(Fault, PowerCycleFreesTheLines)
+{
+    fault({.kind = "hold-sda", .count = 1});
+    on->probe(0xA0);
+    machine->powerCycle();
+    EXPECT_EQ(on->probe(0xA0), done);
+}
+
+TEST_F(Fault, UntilResetEndsForGood)
+{
+    fault({.kind = "nack", .untilReset = true});
+    EXPECT_EQ(probes(2), (std::vector{nack, nack}));
+    EXPECT_EQ(on->planar->reset(), done);
+    EXPECT_EQ(probes(2), (std::vector{done, done}));
+}
+
+TEST_F(Fault, ShortReadTellsWhatCame)
+{
+    on->store(0xA0, {0, 1, 2, 3, 4});
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 2});
+    const answer got = on->readAt(0xA0, {0}, 4);
+    EXPECT_EQ(got.end, outcome::shortTransfer);
+    EXPECT_EQ(got.segment, 1U);
+    EXPECT_EQ(got.bytesMoved, 2U);
+    EXPECT_EQ(got.data, (bytes{1, 2, 0, 0}));
+    EXPECT_EQ(on->planar->lines(), done);
+}
+
+TEST_F(Fault, FaultAtAByteThatNeverComesWaits)
+{
+    fault({.kind = "short", .count = 1, .byte = 3});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, done);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 4).end, outcome::shortTransfer);
+}
+
+TEST_F(Fault, ArbitrationIsLostAtTheAddressOrAByte)
+{
+    fault({.kind = "arbitration", .count = 1});
+    EXPECT_EQ(on->write(0xA0, {0, 1}).end, outcome::arbitrationLost);
+    fault({.kind = "arbitration", .count = 1, .byte = 1});
+    const answer got = on->write(0xA0, {0, 1});
+    EXPECT_EQ(got.end, outcome::arbitrationLost);
+    EXPECT_EQ(got.bytesMoved, 1U);
+    EXPECT_EQ(on->probe(0xA0), done);
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+}
+
+TEST_F(Fault, CorruptChangesAByteOnItsWay)
+{
+    on->store(0xA0, {0, 0x11, 0x22});
+    fault({.kind = "corrupt", .way = "read", .count = 1, .value = 0x0F, .byte = 1});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (bytes{0x11, 0x2D}));
+    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (bytes{0x11, 0x22}));
+    fault({.kind = "corrupt", .way = "write", .count = 1, .byte = 1});
+    on->store(0xA0, {0, 0x11});
+    EXPECT_EQ(home.content("a.bin")[0], 0xEE);
+}
+
+TEST_F(Fault, StuckWriteCycleLosesThePageAndStaysSilent)
+{
+    const auto number = fault({.kind = "stuck-write-cycle", .nth = 2, .count = 1});
+    EXPECT_EQ(on->store(0xA0, {0, 1}), done);
+    EXPECT_EQ(on->probe(0xA0), done);
+    EXPECT_EQ(on->store(0xA0, {8, 2}), done);
+    on->idleMs(100'000);
+    EXPECT_EQ(on->probe(0xA0), nack);
+    EXPECT_EQ(on->probe(0xA4), done);
+    EXPECT_EQ(home.content("a.bin")[0], 1);
+    EXPECT_EQ(home.content("a.bin")[8], 0xFF);
+    EXPECT_TRUE(machine->clearFault(number));
+    EXPECT_EQ(on->probe(0xA0), done);
+}
+
+TEST_F(Fault, StuckWriteCycleMayEndLate)
+{
+    fault({.kind = "stuck-write-cycle", .count = 1, .value = 200});
+    on->write(0xA0, {0, 1});
+    on->idleMs(199);
+    EXPECT_EQ(on->probe(0xA0), nack);
+    on->idleMs(2);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{1});
+}
+
+TEST_F(Fault, StuckWriteCycleEndsWithAPowerCycle)
+{
+    fault({.kind = "stuck-write-cycle", .count = 1});
+    on->write(0xA0, {0, 1});
+    machine->powerCycle();
+    EXPECT_EQ(on->probe(0xA0), done);
+}
+
+TEST_F(Fault, GoneAdapterIsGoneForEverything)
+{
+    const auto number = fault({.kind = "gone", .nth = 2});
+    EXPECT_EQ(probes(3), (std::vector{done, outcome::gone, outcome::gone}));
+    EXPECT_EQ(on->planar->lines(), outcome::gone);
+    EXPECT_EQ(on->planar->reset(), outcome::gone);
+    machine->clearFault(number);
+    EXPECT_EQ(on->probe(0xA0), done);
+}
+
+TEST_F(Fault, SameSeedSameFaults)
+{
+    const auto run = [this](std::uint64_t seed) {
+        machine->clearFaults();
+        fault({.kind = "nack", .probability = 0.3, .seed = seed});
+        return probes(200);
+    };
+    const auto first = run(7);
+    EXPECT_EQ(run(7), first);
+    EXPECT_NE(run(8), first);
+    const auto struckTimes = std::count(first.begin(), first.end(), nack);
+    EXPECT_GT(struckTimes, 35);
+    EXPECT_LT(struckTimes, 85);
+}
+
+TEST_F(Fault, ProbabilityEndsAreExact)
+{
+    fault({.kind = "nack", .probability = 0.0});
+    EXPECT_EQ(probes(3), (std::vector{done, done, done}));
+    fault({.kind = "nack", .probability = 1.0});
+    EXPECT_EQ(probes(2), (std::vector{nack, nack}));
+}
+
+TEST_F(Fault, ListedAsGiven)
+{
+    const auto number = fault({.kind        = "hub-status",
+                               .bus         = "planar",
+                               .address     = 0x80,
+                               .way         = "write",
+                               .nth         = 4,
+                               .probability = 0.1,
+                               .seed        = 99,
+                               .count       = 3,
+                               .value       = 9,
+                               .untilReset  = true});
+    const auto all    = machine->faults();
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].number, number);
+    EXPECT_EQ(all[0].what.kind, "hub-status");
+    EXPECT_EQ(all[0].what.bus, "planar");
+    EXPECT_EQ(all[0].what.address, 0x80);
+    EXPECT_EQ(all[0].what.way, "write");
+    EXPECT_EQ(all[0].what.nth, 4U);
+    EXPECT_EQ(all[0].what.probability, 0.1);
+    EXPECT_EQ(all[0].what.seed, 99U);
+    EXPECT_EQ(all[0].what.count, 3U);
+    EXPECT_EQ(all[0].what.value, 9U);
+    EXPECT_TRUE(all[0].what.untilReset);
+}
+
+TEST_F(Fault, NumbersAreNeverUsedTwice)
+{
+    const auto first = fault({.kind = "nack"});
+    machine->clearFaults();
+    EXPECT_NE(fault({.kind = "nack"}), first);
+    EXPECT_EQ(machine->faults().size(), 1U);
+}
+
+TEST_F(Fault, NonsenseIsRefused)
+{
+    EXPECT_THROW(fault({.kind = "no-such"}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "nack", .bus = "other"}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "nack", .address = 0xA1}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "nack", .way = "both"}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "nack", .probability = 1.5}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "hub-status", .value = 0}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "hub-status", .value = 256}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "corrupt", .value = 256}), std::invalid_argument);
+    EXPECT_TRUE(machine->faults().empty());
+}
+
+TEST_F(Fault, TableFullIsToldAndLeavesNothing)
+{
+    for (int i = 0; i < 64; ++i)
+        fault({.kind = "nack", .nth = 1'000'000});
+    EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
+    EXPECT_EQ(machine->faults().size(), 64U);
+}
+
+TEST_F(Fault, OtherProcessesMeetIt)
+{
+    fault({.kind = "nack", .nth = 2, .count = 1});
+    on->probe(0xA0);
+    on.reset();
+    machine.reset();
+    open(); // as another process would
+    EXPECT_EQ(probes(2), (std::vector{nack, done}));
+    EXPECT_EQ(struck(), 1U);
+}
+
+TEST_F(Fault, OfTheMachineFile)
+{
+    on.reset();
+    machine.reset();
+    const std::string chips = chip("24C02", "0xA0", "image = \"a.bin\"");
+    power(chips + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\nnth = 2\ncount = 1\n");
+    EXPECT_EQ(probes(3), (std::vector{done, nack, done}));
+    on.reset();
+    machine.reset();
+    open(); // the same file: it has struck already
+    EXPECT_EQ(probes(3), (std::vector{done, done, done}));
+    fault({.kind = "nack", .nth = 100});
+    power(chips + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\n"); // another one in its place; the other stays
+    EXPECT_EQ(machine->faults().size(), 2U);
+    EXPECT_EQ(on->probe(0xA0), nack);
+}
+
+TEST_F(Fault, WithoutABusCountsOnEachBusForItself)
+{
+    home.put("machine.toml", "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"other\"\n" + chip("PCA9552", "0xC0") +
+                                 "[[chip]]\nbus = \"other\"\ntype = \"PCA9552\"\naddress = 0xC0\n");
+    open();
+    user second{machine->findBus("other", "")};
+    fault({.kind = "nack", .nth = 2, .count = 1});
+    EXPECT_EQ(on->probe(0xC0), done);
+    EXPECT_EQ(second.probe(0xC0), done);
+    EXPECT_EQ(on->probe(0xC0), nack);
+    EXPECT_EQ(second.probe(0xC0), nack);
+    ASSERT_EQ(machine->faults().size(), 1U);
+    EXPECT_EQ(struck(), 2U);
+    machine->clearFaults();
+    EXPECT_TRUE(machine->faults().empty());
+}
+
+} // namespace
+} // namespace kest::sim::test

@@ -1,0 +1,481 @@
+#include "tests/sim/machinetest.h"
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+// A hub at 0x80 with a 24C128 at A2 on port 3 and a 24C02 at A4 on port 1; its reset driver at C0.
+class Hub : public MachineTest
+{
+protected:
+    void SetUp() override
+    {
+        power(chip("HUB922", "0x80") + chip("PCA9552", "0xC0") +
+              chip("24C128", "0xA2", "hub = 0x80\nport = 3\nimage = \"riser.bin\"") +
+              chip("24C02", "0xA4", "hub = 0x80\nport = 1\nimage = \"fan.bin\"") +
+              chip("LM75", "0x90", "hub = 0x80\nport = 7\ncelsius = 21"));
+    }
+    std::uint8_t status() { return on->read(0x80, 1).data.at(0); }
+    void         resetLine(bool low) { on->write(0xC0, {0x09, static_cast<std::uint8_t>(low ? 0x15 : 0x55)}); }
+    outcome      write(bytes sent)
+    {
+        const outcome end = on->write(0x80, std::move(sent)).end;
+        on->idleMs(50);
+        return end;
+    }
+};
+
+const bytes deadbeef{0xDE, 0xAD, 0xBE, 0xEF};
+const bytes riserAt10{3, 0xA2, 0x00, 0x10};
+
+TEST_F(Hub, StartsQuietInANewMachine) { EXPECT_EQ(status(), 0); }
+
+TEST_F(Hub, PassesAWriteOnToTheDevice)
+{
+    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
+    EXPECT_EQ(status(), 0);
+    const bytes image = home.content("riser.bin");
+    EXPECT_EQ(bytes(image.begin() + 0x0F, image.begin() + 0x15), (bytes{0xFF, 0xDE, 0xAD, 0xBE, 0xEF, 0xFF}));
+}
+
+TEST_F(Hub, ReadsStatusThenData)
+{
+    write(riserAt10 + deadbeef);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, bytes{0} + deadbeef);
+}
+
+TEST_F(Hub, DeviceWithOneOffsetByte)
+{
+    write({1, 0xA4, 0x20, 5, 6, 7});
+    EXPECT_EQ(home.content("fan.bin")[0x21], 6);
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0x20}, 4).data, (bytes{0, 5, 6, 7}));
+}
+
+TEST_F(Hub, SensorBehindIt) { EXPECT_EQ(on->readAt(0x80, {7, 0x90, 0x00}, 3).data, (bytes{0, 21, 0})); }
+
+TEST_F(Hub, AnswersNoAddressWhileItPassesAWriteOn)
+{
+    EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::done);
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->read(0x80, 1).end, outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->probe(0xC0), outcome::done); // the main bus is free
+    on->idleMs(3);
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged); // write cycle of 3.5 ms
+    on->idleMs(1);
+    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, IsBusyAsLongAsPassingOnAndTheWriteCycleTake)
+{
+    const std::uint64_t stop = on->write(0x80, riserAt10 + deadbeef).busTimeNs;
+    while (on->probe(0x80) != outcome::done) {}
+    const std::uint64_t took = on->planar->busTimeNs() - stop;
+    // START, address, two offset bytes, four data bytes, STOP: 65 bits of 2.5 us; then 3.5 ms; then polls of 27.5 us on both buses.
+    EXPECT_GE(took, 162'500U + 3'500'000U);
+    EXPECT_LE(took, 162'500U + 3'500'000U + 3 * 27'500U);
+}
+
+TEST_F(Hub, NeedsNoTimeForAReadOrACommand)
+{
+    on->readAt(0x80, riserAt10, 5);
+    EXPECT_EQ(on->probe(0x80), outcome::done);
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(on->probe(0x80), outcome::done);
+}
+
+TEST_F(Hub, DeviceThatIsNotThereIsStatus2)
+{
+    EXPECT_EQ(write({3, 0xA6, 0, 0, 1}), outcome::done);
+    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 3).data, (bytes{2, 0xFF, 0xFF})); // another port
+    EXPECT_EQ(status(), 2);
+}
+
+TEST_F(Hub, DeviceThatRefusesDataIsStatus2)
+{
+    power(chip("HUB922", "0x82") + chip("24C02", "0xA4", "hub = 0x82\nport = 0\nimage = \"p.bin\"\nprotect = \"nak\""));
+    on->write(0x82, {0, 0xA4, 0, 1});
+    on->idleMs(5);
+    EXPECT_EQ(on->read(0x82, 1).data, bytes{2});
+}
+
+TEST_F(Hub, PortsAbove7AreStatus7)
+{
+    for (const std::uint8_t port : bytes{8, 9, 0x1F, 0x21, 0xFF}) {
+        write({port, 0xA2, 0, 0, 1});
+        EXPECT_EQ(status(), 7) << +port;
+        EXPECT_EQ(on->readAt(0x80, {port, 0xA2, 0, 0}, 2).data, (bytes{7, 0xFF})) << +port;
+        EXPECT_EQ(status(), 7) << +port;
+    }
+}
+
+TEST_F(Hub, Port20HexIsACommandAndAMalformedOne)
+{
+    for (const bytes& sent : {bytes{0x20}, bytes{0x20, 0xA2, 0, 0, 1}, bytes{0x20, 0x08}, bytes{0x20, 0x06, 0x00}}) {
+        write(sent);
+        EXPECT_EQ(status(), 1);
+    }
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data.at(0), 1);
+}
+
+TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
+{
+    for (const bytes& sent : {bytes{3}, bytes{3, 0xA2}, bytes{3, 0xA2, 0}, bytes{3, 0xA3, 0, 0}}) {
+        write(sent);
+        EXPECT_EQ(status(), 1);
+    }
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0}, 2).data, (bytes{1, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0, 0, 0}, 2).data, (bytes{1, 0xFF})); // not cleared by the byte ahead of data
+}
+
+TEST_F(Hub, MoreThan256BytesAfterTheAddressIsStatus8)
+{
+    EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(252, 0x55)), outcome::done);
+    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(253, 0x66)), outcome::done); // takes them all
+    EXPECT_EQ(status(), 8);
+    EXPECT_EQ(home.content("riser.bin")[0], 0x55); // and passed nothing on
+}
+
+TEST_F(Hub, DeviceThatStaysBusyIsStatus6After30Milliseconds)
+{
+    power(chip("HUB922", "0x80") +
+          chip("24C02", "0xA4", "hub = 0x80\nport = 1\nimage = \"slow.bin\"\nwrite_cycle_ms = 100"));
+    const std::uint64_t stop = on->write(0x80, {1, 0xA4, 0, 9}).busTimeNs;
+    while (on->probe(0x80) != outcome::done) {}
+    const std::uint64_t took = on->planar->busTimeNs() - stop;
+    EXPECT_GE(took, 30'000'000U);
+    EXPECT_LE(took, 30'300'000U);
+    EXPECT_EQ(status(), 6);
+}
+
+TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
+{
+    write({3, 0xA6, 0, 0, 1});
+    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done); // taken and dropped
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2); // not cleared ahead of data
+    on->probe(0x80);                                         // an address alone leaves it
+    on->read(0x80, 0);
+    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
+    EXPECT_EQ(home.content("riser.bin")[0x10], 0xDE);
+}
+
+TEST_F(Hub, DroppedWriteLeavesTheHubReady)
+{
+    write({3, 0xA6, 0, 0, 1});
+    on->write(0x80, riserAt10 + deadbeef);
+    EXPECT_EQ(on->probe(0x80), outcome::done);
+}
+
+TEST_F(Hub, MalformedCommandDoesNotHideAnEarlierStatus)
+{
+    write({3, 0xA6, 0, 0, 1});
+    write({0x20, 0x55});
+    EXPECT_EQ(status(), 2);
+}
+
+TEST_F(Hub, CommandTellsTheErrorStatus)
+{
+    write({3, 0xA6, 0, 0, 1});
+    on->write(0x80, {0x20, 0x07});
+    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x07}, 1).data, bytes{0});
+}
+
+TEST_F(Hub, PlainReadOfMoreThanAByteIsTheStatusAndThenNothing)
+{
+    write({9, 0xA2, 0, 0});
+    EXPECT_EQ(on->read(0x80, 3).data, (bytes{7, 0xFF, 0xFF}));
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, SubBusResetClearsTheStatus)
+{
+    write({3, 0xA6, 0, 0, 1});
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, HeldSubBusIsStatus3Or4UntilItsReset)
+{
+    for (const auto& [kind, expected] :
+         {std::pair<const char*, std::uint8_t>{"hub-hold-sda", 3}, {"hub-hold-scl", 4}}) {
+        SCOPED_TRACE(kind);
+        fault({.kind = kind, .count = 1});
+        write(riserAt10 + deadbeef);
+        EXPECT_EQ(status(), expected);
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{expected, 0xFF})); // a plain read does not free it
+        EXPECT_EQ(status(), expected);
+        EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF})); // the other sub-buses work
+        on->write(0x80, {0x20, 0x06});
+        EXPECT_EQ(status(), 0);
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+    }
+}
+
+TEST_F(Hub, HoldCanOutlastResets)
+{
+    fault({.kind = "hub-hold-sda", .count = 1, .value = 1});
+    write(riserAt10 + deadbeef);
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(status(), 3);
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, HoldEndsWithItsFault)
+{
+    const auto number = fault({.kind = "hub-hold-sda", .count = 1});
+    write(riserAt10 + deadbeef);
+    EXPECT_TRUE(machine->clearFault(number));
+    status();
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, bytes{0});
+}
+
+TEST_F(Hub, StatusFaultStrikesATransferAndPassesNothingOn)
+{
+    fault({.kind = "hub-status", .nth = 2, .count = 1, .value = 9});
+    write(riserAt10 + bytes{1});
+    EXPECT_EQ(status(), 0);
+    write(riserAt10 + bytes{2});
+    EXPECT_EQ(status(), 9);
+    EXPECT_EQ(home.content("riser.bin")[0x10], 1);
+    write(riserAt10 + bytes{3});
+    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(home.content("riser.bin")[0x10], 3);
+}
+
+TEST_F(Hub, StatusFaultUntilResetEndsWithASubBusReset)
+{
+    fault({.kind = "hub-status", .value = 5, .untilReset = true});
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{5, 0xFF}));
+        EXPECT_EQ(status(), 5);
+    }
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+}
+
+TEST_F(Hub, BadFirstByteIsToldAloneAndForgotten)
+{
+    write(riserAt10 + deadbeef);
+    fault({.kind = "hub-bad-first-byte", .count = 1, .value = 0x42});
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (bytes{0x42, 0xFF, 0xFF}));
+    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (bytes{0, 0xDE, 0xAD}));
+}
+
+TEST_F(Hub, SilentHubAnswersNothingUntilItsReset)
+{
+    fault({.kind = "hub-silent", .address = 0x80, .untilReset = true});
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).end, outcome::addressNotAcknowledged);
+    resetLine(true);
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    resetLine(false);
+    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+}
+
+TEST_F(Hub, DeadHubStaysSilentWhateverIsReset)
+{
+    fault({.kind = "hub-silent", .address = 0x80});
+    resetLine(true);
+    resetLine(false);
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+}
+
+// Whatever the trigger, a transaction that the hub has answered goes through.
+TEST_F(Hub, IsNeverSilentInsideATransaction)
+{
+    for (const char* kind : {"nack", "hub-silent"})
+        for (const char* way : {"read", "write", ""})
+            for (std::uint64_t nth = 1; nth < 4; ++nth) {
+                SCOPED_TRACE(std::string{kind} + way + std::to_string(nth));
+                machine->clearFaults();
+                fault({.kind = kind, .address = 0x80, .way = way, .nth = nth, .count = 1});
+                for (int i = 0; i < 4; ++i) {
+                    const answer got = on->readAt(0x80, riserAt10, 2);
+                    EXPECT_TRUE(got.end == outcome::done ||
+                                (got.end == outcome::addressNotAcknowledged && got.segment == 0));
+                    EXPECT_EQ(got.end == outcome::done, std::cmp_not_equal(i + 1, nth));
+                }
+            }
+}
+
+TEST_F(Hub, NoFaultStrikesBetweenStatus0AndTheLastByte)
+{
+    write(riserAt10 + deadbeef);
+    for (const char* kind : {"short", "corrupt", "arbitration", "hold-sda", "hold-scl"})
+        for (std::uint64_t byte = 1; byte < 6; ++byte) {
+            SCOPED_TRACE(std::string{kind} + std::to_string(byte));
+            machine->clearFaults();
+            fault({.kind = kind, .address = 0x80, .way = "read", .byte = byte});
+            EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, bytes{0} + deadbeef);
+        }
+    EXPECT_EQ(machine->faults().at(0).struck, 0U);
+}
+
+TEST_F(Hub, NoFaultStrikesInAJoinedSegmentAfterStatus0)
+{
+    write(riserAt10 + deadbeef);
+    fault({.kind = "short", .address = 0x80, .way = "read", .byte = 3});
+    bytes   header   = riserAt10, first(1), data(4);
+    segment parts[3] = {{0x80, direction::write, header, false},
+                        {0x80, direction::read, first, false},
+                        {0x80, direction::read, data, true}};
+    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(data, deadbeef);
+}
+
+TEST_F(Hub, FaultsStrikeTheDataOfAFailedRead)
+{
+    fault({.kind = "short", .address = 0x80, .way = "read", .byte = 2});
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 5).end, outcome::shortTransfer);
+}
+
+TEST_F(Hub, CorruptionNeverMakesAStatus0)
+{
+    fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 2});
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 1).data, bytes{2}); // 2 ^ 2 would be 0
+    machine->clearFaults();
+    status();
+    fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 4});
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, bytes{4});
+}
+
+TEST_F(Hub, WriteCutOffIsNotPassedOn)
+{
+    fault({.kind = "short", .address = 0x80, .count = 1, .byte = 6});
+    EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::shortTransfer);
+    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+}
+
+TEST_F(Hub, RepeatedStartToItForgetsTheWrite)
+{
+    bytes   sent     = riserAt10 + deadbeef, again{};
+    segment parts[2] = {{0x80, direction::write, sent, false}, {0x80, direction::write, again, false}};
+    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+}
+
+TEST_F(Hub, ResetLineLowHoldsItSilentAndReleaseGivesStatus15)
+{
+    write({3, 0xA6, 0, 0, 1}); // status 2
+    resetLine(true);
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset");
+    resetLine(false);
+    EXPECT_EQ(on->probe(0x80), outcome::done); // at once
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{15, 0xFF}));
+    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, Status15StaysUntilAPlainReadLikeAnyOther)
+{
+    resetLine(true);
+    resetLine(false);
+    write(riserAt10 + deadbeef);
+    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(status(), 15);
+}
+
+TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
+{
+    fault({.kind = "hub-hold-scl", .count = 1, .value = 100});
+    write(riserAt10 + deadbeef);
+    resetLine(true);
+    resetLine(false);
+    EXPECT_EQ(status(), 15);
+    on->write(0x80, riserAt10 + deadbeef);
+    resetLine(true);
+    resetLine(false);
+    EXPECT_EQ(status(), 15); // not busy any more
+}
+
+TEST_F(Hub, OtherPinsDoNotResetIt)
+{
+    on->write(0xC0, {0x16, 0x00, 0x00, 0x00, 0x40}); // pins 0-14 low
+    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, BlinkingLowHoldsItInReset)
+{
+    on->write(0xC0, {0x09, 0x95}); // pin 15: blink 0
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+}
+
+TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)
+{
+    power(chip("HUB922", "0x80") + chip("HUB922", "0x82") + chip("HUB922", "0x88") + chip("HUB922", "0x8A") +
+          chip("PCA9552", "0xC0") + chip("PCA9552", "0xC2"));
+    const auto answering = [this] {
+        bytes there;
+        for (const std::uint8_t hub : bytes{0x80, 0x82, 0x88, 0x8A})
+            if (on->probe(hub) == outcome::done)
+                there.push_back(hub);
+        return there;
+    };
+    on->write(0xC0, {0x09, 0x15});
+    EXPECT_EQ(answering(), (bytes{0x82, 0x8A}));
+    on->write(0xC0, {0x09, 0x55});
+    on->write(0xC2, {0x09, 0x15});
+    EXPECT_EQ(answering(), (bytes{0x80, 0x88}));
+    on->write(0xC2, {0x09, 0x55});
+    EXPECT_EQ(on->read(0x88, 1).data, bytes{15});
+    EXPECT_EQ(on->read(0x8A, 1).data, bytes{15});
+}
+
+TEST_F(Hub, PowerCycleBringsItOutOfReset)
+{
+    resetLine(true);
+    machine->powerCycle();
+    EXPECT_EQ(status(), 15);
+}
+
+TEST_F(Hub, HoldsSclWhileItFetches)
+{
+    const std::uint64_t before = on->planar->busTimeNs();
+    const std::uint64_t after  = on->readAt(0x80, riserAt10, 3).busTimeNs;
+    // Main bus: 2 STARTs, 2 addresses, 4 + 3 bytes, STOP: 84 bits. Sub-bus: 2 STARTs, 2 addresses, 2 offset bytes, 2 data bytes: 56.
+    EXPECT_EQ(after - before, (84U + 56U) * 2500U);
+}
+
+TEST_F(Hub, StateOutlivesTheProcess)
+{
+    write({9, 0xA2, 0, 0});
+    on.reset();
+    machine.reset();
+    open();
+    EXPECT_EQ(status(), 7);
+}
+
+TEST_F(Hub, ListedWithItsStatusAndTheChipsBehindIt)
+{
+    write({9, 0xA2, 0, 0});
+    EXPECT_EQ(value("planar 0x80 HUB922", "STATUS"), 7U);
+    EXPECT_EQ(meaning("planar 0x80 HUB922", "STATUS"), "no such port");
+    EXPECT_EQ(meaning("planar 0x80 port 7 0x90 LM75", "TEMP"), "21.0000 C");
+    int behind = 0;
+    for (const auto& chip : machine->chips())
+        if (chip.behindHub) {
+            EXPECT_EQ(chip.hubAddress, 0x80);
+            ++behind;
+        }
+    EXPECT_EQ(behind, 3);
+}
+
+} // namespace
+} // namespace kest::sim::test

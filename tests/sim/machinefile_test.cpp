@@ -1,0 +1,297 @@
+#include "sim/machinefile.h"
+#include "sim/template.h"
+#include "tests/sim/machinetest.h"
+
+#include <set>
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+const std::string bus = "[[bus]]\nname = \"planar\"\n"; // two lines
+
+std::string troubleOf(const std::string& text)
+{
+    std::string what;
+    try {
+        parseMachine(text, "machine.toml");
+    } catch (const std::runtime_error& error) {
+        what = error.what();
+    }
+    return what;
+}
+
+std::string eepromAt(const std::string& more)
+{
+    return "[[chip]]\nbus = \"planar\"\ntype = \"24C02\"\n" + more; // three lines
+}
+
+TEST(MachineFile, SaysWhereAndWhatIsWrong)
+{
+    const std::string hub = "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x80\n";
+    const std::string a0  = eepromAt("address = 0xA0\nimage = \"a.bin\"\n");
+    struct row {
+        std::string text, trouble;
+    };
+    const row rows[] = {
+        {"", "machine.toml:1:1: no [[bus]]"},
+        {"[[bus]\n", "machine.toml:1:7: Error while parsing table header: expected ']', saw '\\n'"},
+        {"[bus]\nname = \"planar\"\n", "machine.toml:1:1: key 'bus': expected tables, written [[bus]]"},
+        {"bus = 3\n", "machine.toml:1:7: key 'bus': expected tables, written [[bus]]"},
+        {bus + "speed = 3\n", "machine.toml:3:1: unknown key 'speed' in [[bus]]"},
+        {bus + "[machine]\n", "machine.toml:3:2: unknown key 'machine' in a machine file"},
+        {"[[bus]]\n", "machine.toml:1:1: key 'name': missing"},
+        {"[[bus]]\nname = 3\n", "machine.toml:2:8: key 'name': expected a text"},
+        {"[[bus]]\nname = \"a@b\"\n",
+         "machine.toml:2:8: key 'name': expected a name of at most 63 letters, digits, '_', '.' and '-'"},
+        {"[[bus]]\nname = \"\"\n",
+         "machine.toml:2:8: key 'name': expected a name of at most 63 letters, digits, '_', '.' and '-'"},
+        {bus + "speed_khz = 0\n", "machine.toml:3:13: key 'speed_khz': must be from 1 to 1000"},
+        {bus + "speed_khz = 1.5\n", "machine.toml:3:13: key 'speed_khz': expected a whole number"},
+        {bus + bus, "machine.toml:4:8: key 'name': a second bus 'planar'"},
+        {bus + "[[chip]]\ntype = \"24C02\"\n", "machine.toml:3:1: key 'image': missing"},
+        {bus + "[[chip]]\nbus = \"planar\"\n", "machine.toml:3:1: key 'type': missing"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"24C03\"\n",
+         "machine.toml:5:8: key 'type': unknown type of chip '24C03'"},
+        {bus + eepromAt("image = \"a.bin\"\n"), "machine.toml:3:1: key 'address': missing"},
+        {bus + eepromAt("image = \"a.bin\"\naddress = 0xA1\n"),
+         "machine.toml:7:11: key 'address': addresses are in the 8-bit form, and even"},
+        {bus + eepromAt("image = \"a.bin\"\naddress = 0x02\n"),
+         "machine.toml:7:11: key 'address': reserved address: must be from 0x10 to 0xEE"},
+        {bus + eepromAt("image = \"a.bin\"\naddress = 0x1A0\n"),
+         "machine.toml:7:11: key 'address': must be from 0 to 255"},
+        {bus + eepromAt("image = \"a.bin\"\naddress = \"A0\"\n"),
+         "machine.toml:7:11: key 'address': expected a whole number"},
+        {bus + eepromAt("image = \"../a\"\naddress = 0xA0\n"),
+         "machine.toml:6:9: key 'image': expected a file name in the machine's folder: letters, digits, '_', '.' and "
+         "'-'"},
+        {bus + eepromAt("image = \"machine.toml\"\naddress = 0xA0\n"),
+         "machine.toml:6:9: key 'image': expected a file name in the machine's folder: letters, digits, '_', '.' and "
+         "'-'"},
+        {bus + a0 + "protect = \"yes\"\n", "machine.toml:8:11: key 'protect': expected 'no', 'silent' or 'nak'"},
+        {bus + a0 + "write_cycle_ms = -1\n", "machine.toml:8:18: key 'write_cycle_ms': must be from 0 to 1000"},
+        {bus + a0 + "write_cycle_ms = nan\n", "machine.toml:8:18: key 'write_cycle_ms': must be from 0 to 1000"},
+        {bus + a0 + "celsius = 3\n", "machine.toml:8:1: unknown key 'celsius' in [[chip]] of type 24C02"},
+        {bus + a0 + "hold_sda_after_cut = 1\n", "machine.toml:8:22: key 'hold_sda_after_cut': expected true or false"},
+        {bus + a0 + eepromAt("address = 0xA0\nimage = \"b.bin\"\n"), "machine.toml:8:1: a second chip at 0xA0"},
+        {bus + a0 + eepromAt("address = 0xA2\nimage = \"a.bin\"\n"),
+         "machine.toml:8:1: image 'a.bin' belongs to another chip already"},
+        {bus + eepromAt("address = 0xA0\nimage = \"a.bin\"\nhub = 0x80\nport = 1\n"),
+         "machine.toml:3:1: key 'hub': no HUB922 at 0x80 on bus 'planar'"},
+        {bus + hub + eepromAt("address = 0xA0\nimage = \"a.bin\"\nhub = 0x80\nport = 8\n"),
+         "machine.toml:13:8: key 'port': must be from 0 to 7"},
+        {bus + hub + eepromAt("address = 0xA0\nimage = \"a.bin\"\nhub = 0x80\n"),
+         "machine.toml:7:1: key 'port': missing: 'hub' needs it"},
+        {bus + a0 + "port = 3\n", "machine.toml:8:8: key 'port': only together with 'hub'"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x84\n",
+         "machine.toml:6:11: key 'address': a HUB922 is at 0x80, 0x82, 0x88 or 0x8A"},
+        {bus + hub + "hub = 0x82\nport = 1\n", "machine.toml:7:1: unknown key 'hub' in [[chip]] of type HUB922"},
+        {bus + "[[chip]]\nbus = \"other\"\ntype = \"PCA9554\"\naddress = 0x40\n",
+         "machine.toml:4:7: key 'bus': no bus 'other'"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"PCA9554\"\naddress = 0x40\ninputs = 0x100\n",
+         "machine.toml:7:10: key 'inputs': must be from 0 to 255"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"PCA9554\"\naddress = 0x40\ninputs = [1, 2]\n",
+         "machine.toml:7:14: key 'inputs': a level is 0 or 1"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"PCA9554\"\naddress = 0x40\ninputs = [1, 1, 1, 1, 1, 1, 1, 1, 1]\n",
+         "machine.toml:7:10: key 'inputs': more levels than the chip's 8 pins"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"LM75\"\naddress = 0x90\ncelsius = 126\n",
+         "machine.toml:7:11: key 'celsius': must be from -55 to 125"},
+        {bus + "[[chip]]\nbus = \"planar\"\ntype = \"LM75\"\naddress = 0x90\nbits = 10\n",
+         "machine.toml:7:8: key 'bits': an LM75 has 9 or 11"},
+        {bus + "[[fault]]\nkind = \"mischief\"\n", "machine.toml:3:1: unknown kind of fault 'mischief'"},
+        {bus + "[[fault]]\nkind = \"nack\"\nprobability = 2\n",
+         "machine.toml:5:15: key 'probability': must be from 0 to 1"},
+        {bus + "[[fault]]\nkind = \"nack\"\nbus = \"other\"\n", "machine.toml:5:7: key 'bus': no bus 'other'"},
+        {bus + "[[fault]]\nkind = \"nack\"\nnth = -1\n",
+         "machine.toml:5:7: key 'nth': must be from 0 to 9223372036854775807"},
+    };
+    for (const auto& [text, trouble] : rows)
+        EXPECT_EQ(troubleOf(text), trouble) << text;
+}
+
+TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)
+{
+    const std::string hubs = "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x80\n"
+                             "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x82\n";
+    const auto        at   = [](const std::string& image, const std::string& place) {
+        return "[[chip]]\ntype = \"24C02\"\naddress = 0xA0\nimage = \"" + image + "\"\n" + place;
+    };
+    EXPECT_EQ(troubleOf(bus + "[[bus]]\nname = \"other\"\n" + hubs + at("1", "bus = \"planar\"\n") +
+                        at("2", "bus = \"other\"\n") + at("3", "bus = \"planar\"\nhub = 0x80\nport = 0\n") +
+                        at("4", "bus = \"planar\"\nhub = 0x80\nport = 1\n") +
+                        at("5", "bus = \"planar\"\nhub = 0x82\nport = 1\n")),
+              "");
+}
+
+class MachineFolder : public MachineTest
+{
+};
+
+TEST_F(MachineFolder, ImageOfAnotherSizeIsRefused)
+{
+    home.put("a.bin", std::string(255, 'x'));
+    try {
+        power(chip("24C02", "0xA0", "image = \"a.bin\""));
+        FAIL() << "opened";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(std::string{error.what()}, (std::filesystem::canonical(home.path) / "machine.toml").string() +
+                                                 ":3:1: image 'a.bin': has 255 bytes, the chip 256");
+    }
+}
+
+TEST_F(MachineFolder, ImageThatIsAFolderIsRefused)
+{
+    std::filesystem::create_directory(home.path / "a.bin");
+    EXPECT_THROW(power(chip("24C02", "0xA0", "image = \"a.bin\"")), std::runtime_error);
+}
+
+TEST_F(MachineFolder, NoFolderNoFile)
+{
+    EXPECT_THROW(openMachine(home.path / "nowhere", false), std::runtime_error);
+    EXPECT_THROW(openMachine(home.path, false), std::runtime_error);
+}
+
+TEST_F(MachineFolder, OneFolderIsOneObject)
+{
+    power(chip("PCA9554", "0x40"));
+    EXPECT_EQ(openMachine(home.path, false), machine);
+    EXPECT_EQ(openMachine(home.path / ".", false), machine);
+    EXPECT_NE(openMachine(home.path, true), machine);
+}
+
+TEST_F(MachineFolder, BusesOfNodes)
+{
+    home.put("machine.toml",
+             bus + "[[bus]]\nname = \"planar\"\nnode = \"second\"\n[[bus]]\nname = \"front\"\nnode = \"second\"\n"
+                   "[[chip]]\nbus = \"planar\"\nnode = \"second\"\ntype = \"PCA9554\"\naddress = 0x40\n");
+    open();
+    EXPECT_EQ(machine->busNames(""), (std::vector<std::string>{"planar"}));
+    EXPECT_EQ(machine->busNames("second"), (std::vector<std::string>{"planar", "front"}));
+    EXPECT_EQ(machine->findBus("front", ""), nullptr);
+    EXPECT_EQ(on->probe(0x40), outcome::addressNotAcknowledged);
+    user second{machine->findBus("planar", "second")};
+    EXPECT_EQ(second.probe(0x40), outcome::done);
+    EXPECT_EQ(machine->chips().at(0).node, "second");
+    machine->addFault({.kind = "nack", .bus = "second:planar"});
+    EXPECT_EQ(second.probe(0x40), outcome::addressNotAcknowledged);
+}
+
+TEST_F(MachineFolder, EditedMachineStartsAnewAndTheOldOneIsGone)
+{
+    power(chip("PCA9554", "0x40"));
+    on->write(0x40, {0x01, 0x12});
+    auto old = std::move(on);
+    power(chip("PCA9554", "0x40") + chip("PCA9554", "0x42"));
+    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, bytes{0xFF});
+    EXPECT_EQ(old->probe(0x40), outcome::gone);
+    EXPECT_EQ(old->planar->lines(), outcome::gone);
+    EXPECT_EQ(old->planar->reset(), outcome::gone);
+}
+
+TEST_F(MachineFolder, EditedSettingsKeepTheState)
+{
+    power(chip("PCA9554", "0x40"));
+    on->write(0x40, {0x01, 0x12});
+    power(chip("PCA9554", "0x40", "inputs = 0x0F"));
+    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, bytes{0x12});
+    EXPECT_EQ(on->readAt(0x40, {0x00}, 1).data, bytes{0x0F});
+}
+
+TEST_F(MachineFolder, DeletedStateIsANewMachine)
+{
+    power(chip("PCA9554", "0x40"));
+    on->write(0x40, {0x01, 0x12});
+    std::filesystem::remove(home.path / "machine.state");
+    EXPECT_EQ(on->probe(0x40), outcome::gone);
+    open();
+    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, bytes{0xFF});
+}
+
+TEST_F(MachineFolder, CutStateIsGoneAndThenANewMachine)
+{
+    power(chip("PCA9554", "0x40"));
+    std::filesystem::resize_file(home.path / "machine.state", 100);
+    EXPECT_EQ(on->probe(0x40), outcome::gone);
+    EXPECT_TRUE(machine->registers().empty());
+    open();
+    EXPECT_EQ(on->probe(0x40), outcome::done);
+}
+
+// Whatever is in the state file: no crash, and a power cycle with all faults cleared mends it.
+TEST_F(MachineFolder, HostileStateFiles)
+{
+    const std::string chips = chip("24C02", "0xA0", "image = \"a.bin\"") + chip("PCA9552", "0xC0") +
+                              chip("LM92", "0x96") + chip("HUB922", "0x80") +
+                              chip("24C32", "0xA2", "hub = 0x80\nport = 0\nimage = \"b.bin\"");
+    power(chips);
+    const std::string good = home.text("machine.state");
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        SCOPED_TRACE(seed);
+        on.reset();
+        machine.reset();
+        std::string   bad    = good;
+        std::uint32_t random = seed * 2654435761U + 1;
+        const auto    next   = [&random] { return random = random * 1664525U + 1013904223U; };
+        if (seed < 10)
+            std::fill(bad.begin() + (seed % 2 == 0 ? 0 : 4096), bad.end(), static_cast<char>(seed * 51));
+        else
+            for (unsigned i = 0; i < 1 + seed % 200; ++i)
+                bad[36 + next() % (bad.size() - 36)] = static_cast<char>(next() >> 24);
+        home.put("machine.state", bad);
+        open();
+        on->probe(0xA0);
+        on->write(0xA0, {0, 1, 2});
+        on->readAt(0x80, {0, 0xA2, 0, 0}, 4);
+        on->readAt(0xC0, {0x10}, 12);
+        on->read(0x96, 2);
+        machine->registers();
+        machine->faults();
+        on->planar->reset();
+        machine->clearFaults();
+        machine->powerCycle();
+        EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (bytes{0x55, 0x55, 0x55, 0x55}));
+        EXPECT_EQ(on->probe(0xA0), outcome::done);
+    }
+    EXPECT_EQ(home.content("a.bin").size(), 256U);
+    EXPECT_EQ(home.content("b.bin").size(), 4096U);
+}
+
+TEST_F(MachineFolder, OddAddressIsNobody)
+{
+    power(chip("PCA9554", "0x40"));
+    EXPECT_EQ(on->probe(0x41), outcome::addressNotAcknowledged);
+    EXPECT_EQ(on->planar->busTimeNs(), 0U);
+}
+
+TEST_F(MachineFolder, DemoHasEveryTypeAndTheContentsGiven)
+{
+    writeDemoMachine(home.path / "demo", {{"panel.bin", {1, 2, 3}}, {"riser.bin", {9}}});
+    const auto demo = openMachine(home.path / "demo", false);
+    EXPECT_EQ(demo->busNames(""), std::vector<std::string>{"planar"});
+    user                  planar{demo->findBus("planar", "")};
+    std::set<std::string> types;
+    for (const auto& chip : demo->chips()) {
+        types.insert(chip.type);
+        EXPECT_TRUE(chip.behindHub || planar.probe(chip.address) == outcome::done) << +chip.address;
+    }
+    EXPECT_EQ(types, (std::set<std::string>{"24C02", "24C32", "24C128", "24C256", "24C512", "PCA9551", "PCA9552",
+                                            "PCA9554", "PCA9555", "LM75", "LM92", "HUB922"}));
+    EXPECT_EQ(planar.readAt(0xA4, {0}, 4).data, (bytes{1, 2, 3, 0xFF}));
+    EXPECT_EQ(planar.readAt(0x80, {3, 0xA2, 0, 0}, 3).data, (bytes{0, 9, 0xFF}));
+    EXPECT_EQ(planar.read(0x90, 2).data, (bytes{0x19, 0x80}));
+}
+
+TEST_F(MachineFolder, DemoDoesNotOverwrite)
+{
+    home.put("machine.toml", bus);
+    EXPECT_THROW(writeDemoMachine(home.path, {}), std::runtime_error);
+    EXPECT_EQ(home.text("machine.toml"), bus);
+    EXPECT_THROW(writeDemoMachine(home.path / "new", {{"other.bin", {1}}}), std::runtime_error);
+    EXPECT_THROW(writeDemoMachine(home.path / "new", {{"panel.bin", bytes(257)}}), std::runtime_error);
+    EXPECT_FALSE(std::filesystem::exists(home.path / "new" / "machine.toml"));
+}
+
+} // namespace
+} // namespace kest::sim::test

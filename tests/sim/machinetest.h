@@ -1,0 +1,159 @@
+/// A machine in a folder of its own, and a few verbs on its bus.
+#pragma once
+
+#include "sim/machine.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace kest::sim::test
+{
+
+using bytes = std::vector<std::uint8_t>;
+
+/// How a transaction ended, and what was read.
+struct answer {
+    outcome       end = outcome::done;
+    bytes         data;
+    std::size_t   segment = 0, bytesMoved = 0;
+    std::uint64_t busTimeNs = 0;
+};
+
+class folder
+{
+public:
+    folder()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "kest-sim-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw std::runtime_error{"no temporary folder"};
+        path = name;
+    }
+    ~folder() { std::filesystem::remove_all(path); }
+    folder(const folder&)            = delete;
+    folder& operator=(const folder&) = delete;
+
+    void put(const std::string& name, const std::string& text) const
+    {
+        std::ofstream{path / name, std::ios::binary} << text;
+    }
+    [[nodiscard]] std::string text(const std::string& name) const
+    {
+        std::ifstream in{path / name, std::ios::binary};
+        return {std::istreambuf_iterator<char>{in}, {}};
+    }
+    [[nodiscard]] bytes content(const std::string& name) const
+    {
+        const std::string all = text(name);
+        return {all.begin(), all.end()};
+    }
+
+    std::filesystem::path path;
+};
+
+/// Verbs on one bus.
+class user
+{
+public:
+    explicit user(std::shared_ptr<bus> on) : planar{std::move(on)} {}
+
+    answer write(std::uint8_t address, bytes sent)
+    {
+        segment part{address, direction::write, sent, false};
+        return run({&part, 1}, {});
+    }
+    answer read(std::uint8_t address, std::size_t length)
+    {
+        bytes   data(length);
+        segment part{address, direction::read, data, false};
+        answer  got = run({&part, 1}, {});
+        got.data    = data;
+        return got;
+    }
+    /// Write, repeated START, read: one transaction.
+    answer readAt(std::uint8_t address, bytes sent, std::size_t length)
+    {
+        bytes   data(length);
+        segment parts[2] = {{address, direction::write, sent, false}, {address, direction::read, data, false}};
+        answer  got      = run(parts, {});
+        got.data         = data;
+        return got;
+    }
+    answer run(std::span<segment> parts, bytes data)
+    {
+        const transferResult result = planar->transfer(parts, 0);
+        return {result.end, std::move(data), result.segment, result.bytesMoved, result.busTimeNs};
+    }
+    outcome probe(std::uint8_t address) { return planar->probe(address, 0).end; }
+    void    idleMs(std::uint64_t milliseconds) { planar->idle(milliseconds * 1'000'000); }
+    /// A write and the time that its cycle takes.
+    outcome store(std::uint8_t address, bytes sent)
+    {
+        const outcome end = write(address, std::move(sent)).end;
+        idleMs(40);
+        return end;
+    }
+
+    std::shared_ptr<bus> planar;
+};
+
+/// The bus "planar" of a machine with the chips given as TOML.
+class MachineTest : public ::testing::Test
+{
+protected:
+    void power(const std::string& chips)
+    {
+        home.put("machine.toml", "[[bus]]\nname = \"planar\"\n" + chips);
+        open();
+    }
+    void open()
+    {
+        machine = openMachine(home.path, false);
+        on      = std::make_unique<user>(machine->findBus("planar", ""));
+    }
+    static std::string chip(const std::string& type, const std::string& address, const std::string& more = {})
+    {
+        return "[[chip]]\nbus = \"planar\"\ntype = \"" + type + "\"\naddress = " + address + "\n" + more + "\n";
+    }
+    std::uint32_t value(const std::string& chipLabel, const std::string& name)
+    {
+        for (const auto& line : machine->registers())
+            if (line.chip == chipLabel && line.name == name)
+                return line.value;
+        ADD_FAILURE() << "no register " << name << " of " << chipLabel;
+        return 0xDEADBEEF;
+    }
+    std::string meaning(const std::string& chipLabel, const std::string& name)
+    {
+        for (const auto& line : machine->registers())
+            if (line.chip == chipLabel && line.name == name)
+                return line.meaning;
+        return "no such register";
+    }
+    std::uint32_t fault(machine::fault what) { return machine->addFault(what); }
+
+    folder                        home;
+    std::shared_ptr<sim::machine> machine;
+    std::unique_ptr<user>         on;
+};
+
+/// `count` bytes counting up from `first`.
+inline bytes counting(std::size_t count, std::uint8_t first = 0)
+{
+    bytes all;
+    for (std::size_t i = 0; i < count; ++i)
+        all.push_back(static_cast<std::uint8_t>(first + i));
+    return all;
+}
+
+inline bytes operator+(bytes left, const bytes& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+} // namespace kest::sim::test

@@ -1,0 +1,214 @@
+#include "sim/busstate.h"
+#include "tests/sim/machinetest.h"
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+/// A child process that runs a function and ends; 0 when it answered true.
+class child
+{
+public:
+    explicit child(const std::function<bool()>& body) : number{fork()}
+    {
+        if (number == 0)
+            _exit(body() ? 0 : 1);
+    }
+    int wait() const
+    {
+        int status = -1;
+        waitpid(number, &status, 0);
+        return status;
+    }
+    void kill() const { ::kill(number, SIGKILL); }
+
+private:
+    pid_t number;
+};
+
+class Processes : public MachineTest
+{
+protected:
+    void SetUp() override
+    {
+        power(chip("24C512", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 0") + chip("PCA9552", "0xC0") +
+              chip("PCA9554", "0x40"));
+    }
+    std::unique_ptr<user> reopened()
+    {
+        machine = openMachine(home.path, false);
+        return std::make_unique<user>(machine->findBus("planar", ""));
+    }
+};
+
+// Each transaction holds the bus: a joined pair of bytes is never torn by another process.
+TEST_F(Processes, TransactionsFollowOneAnother)
+{
+    std::vector<child> children;
+    for (std::uint8_t id = 1; id <= 4; ++id)
+        children.emplace_back([this, id] {
+            bool whole = true;
+            for (int i = 0; whole && i < 500; ++i) {
+                on->write(0xC0, {0x12, id, id, id, id});
+                const bytes read = on->readAt(0xC0, {0x12}, 4).data;
+                whole            = read == bytes(4, read.at(0)) && read.at(0) >= 1 && read.at(0) <= 4;
+            }
+            return whole;
+        });
+    for (const auto& one : children)
+        EXPECT_EQ(one.wait(), 0);
+}
+
+TEST_F(Processes, BusTimeIsOfAllUsers)
+{
+    std::vector<child> children;
+    for (int id = 0; id < 4; ++id)
+        children.emplace_back([this] {
+            for (int i = 0; i < 250; ++i)
+                on->probe(0x40);
+            return true;
+        });
+    for (const auto& one : children)
+        EXPECT_EQ(one.wait(), 0);
+    EXPECT_EQ(on->planar->busTimeNs(), 1000U * 11 * 2500);
+}
+
+TEST_F(Processes, ThreadsShareTheBus)
+{
+    std::atomic<int>          torn = 0;
+    std::vector<std::jthread> threads;
+    for (std::uint8_t id = 1; id <= 4; ++id)
+        threads.emplace_back([this, id, &torn] {
+            user own{machine->findBus("planar", "")};
+            for (int i = 0; i < 300; ++i) {
+                own.write(0xC0, {0x12, id, id, id, id});
+                const bytes read = own.readAt(0xC0, {0x12}, 4).data;
+                torn += read != bytes(4, read.at(0));
+            }
+        });
+    threads.clear();
+    EXPECT_EQ(torn, 0);
+}
+
+TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
+{
+    on.reset();
+    machine.reset();
+    std::filesystem::remove(home.path / "machine.state");
+    std::filesystem::remove(home.path / "a.bin");
+    std::vector<child> children;
+    for (int id = 0; id < 8; ++id)
+        children.emplace_back([this] { return reopened()->probe(0x40) == outcome::done; });
+    for (const auto& one : children)
+        EXPECT_EQ(one.wait(), 0);
+    EXPECT_EQ(reopened()->planar->busTimeNs(), 8U * 11 * 2500);
+    EXPECT_EQ(home.content("a.bin"), bytes(65536, 0xFF));
+}
+
+// A writer tells each page that was acknowledged over a pipe and is killed at some point: every page told is in the image, no page is
+// torn, and the bus is free.
+TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
+{
+    for (unsigned round = 0; round < 30; ++round) {
+        int told[2];
+        ASSERT_EQ(pipe(told), 0);
+        const auto  id = static_cast<std::uint8_t>(round + 1);
+        const child writer{[this, id, &told] {
+            for (unsigned page = 0; page < 512; ++page) {
+                const bytes offset{static_cast<std::uint8_t>(page >> 1), static_cast<std::uint8_t>(page << 7)};
+                while (on->write(0xA0, offset + bytes(128, id)).end != outcome::done) {}
+                const auto number = static_cast<std::uint16_t>(page);
+                if (::write(told[1], &number, sizeof number) != sizeof number)
+                    return false;
+            }
+            return true;
+        }};
+        close(told[1]);
+        std::uint16_t page = 0;
+        for (unsigned i = 0; i <= round * 7; ++i)
+            ASSERT_EQ(::read(told[0], &page, sizeof page), static_cast<ssize_t>(sizeof page));
+        writer.kill();
+        writer.wait();
+        while (::read(told[0], &page, sizeof page) == static_cast<ssize_t>(sizeof page)) {}
+        close(told[0]);
+        EXPECT_EQ(on->readAt(0xA0, {0, 0}, 1).data, bytes{id}); // also does again what the state still holds
+        const bytes image = home.content("a.bin");
+        for (std::size_t i = 0; i < 512; ++i) {
+            const bytes content(image.begin() + static_cast<std::ptrdiff_t>(i * 128),
+                                image.begin() + static_cast<std::ptrdiff_t>(i * 128 + 128));
+            ASSERT_EQ(content, bytes(128, content[0])) << "page " << i;
+            ASSERT_TRUE(i > page || content[0] == id) << "page " << i;
+        }
+    }
+}
+
+// The moment between the state and the image, made by hand: the page is still in the state.
+TEST_F(Processes, PageLeftInTheStateReachesItsImage)
+{
+    on->write(0xC0, {0x12, 1}); // an even number of turns: the first record is current
+    on->write(0xC0, {0x12, 2});
+    const std::string     text  = home.text("machine.state");
+    std::string           left  = text;
+    constexpr std::size_t block = 4096, record = block + 2048;
+    const std::size_t     at = record + (left[block] == 0 ? 0 : busStateBytes + 3 * chipStateBytes);
+    const bytes head{1, 0, 0, 0, 0, 0x80, 0x01, 0, 0, 128, 0, 0, 0}; // pending, chip 0, offset 0x180, 128 bytes
+    std::copy(head.begin(), head.end(), left.begin() + static_cast<std::ptrdiff_t>(at));
+    std::fill_n(left.begin() + static_cast<std::ptrdiff_t>(at + head.size()), 128, '\x5C');
+    {
+        std::fstream state{home.path / "machine.state", std::ios::in | std::ios::out | std::ios::binary};
+        state << left;
+    }
+    EXPECT_EQ(on->probe(0x40), outcome::done); // any use of the bus
+    const bytes image = home.content("a.bin");
+    EXPECT_EQ(bytes(image.begin() + 0x180, image.begin() + 0x200), bytes(128, 0x5C));
+    EXPECT_EQ(image[0x17F], 0xFF);
+    EXPECT_EQ(image[0x200], 0xFF);
+}
+
+TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
+{
+    std::atomic<bool> stop = false;
+    std::jthread      busy{[this, &stop] {
+        user own{machine->findBus("planar", "")};
+        while (!stop)
+            own.probe(0x40);
+    }};
+    for (int i = 0; i < 20; ++i) {
+        const child one{[this] { return on->probe(0x40) == outcome::done; }};
+        EXPECT_EQ(one.wait(), 0);
+    }
+    stop = true;
+}
+
+// A child has the parent's descriptors: it must not share the parent's lock, nor keep it.
+TEST_F(Processes, ChildAndParentExcludeEachOther)
+{
+    const child other{[this] {
+        bool whole = true;
+        for (int i = 0; whole && i < 1000; ++i) {
+            on->write(0xC0, {0x12, 7, 7, 7, 7});
+            const bytes read = on->readAt(0xC0, {0x12}, 4).data;
+            whole            = read == bytes(4, read.at(0));
+        }
+        return whole;
+    }};
+    for (int i = 0; i < 1000; ++i) {
+        on->write(0xC0, {0x12, 9, 9, 9, 9});
+        const bytes read = on->readAt(0xC0, {0x12}, 4).data;
+        ASSERT_EQ(read, bytes(4, read.at(0)));
+    }
+    EXPECT_EQ(other.wait(), 0);
+}
+
+} // namespace
+} // namespace kest::sim::test

@@ -1,0 +1,294 @@
+#include "tests/sim/machinetest.h"
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+class LedDriver : public MachineTest
+{
+};
+
+TEST_F(LedDriver, Pca9552PowersUpWithItsLedsOff)
+{
+    power(chip("PCA9552", "0xC0"));
+    EXPECT_EQ(on->readAt(0xC0, {0x10}, 10).data, (bytes{0xFF, 0xFF, 0xFF, 0x80, 0xFF, 0x80, 0x55, 0x55, 0x55, 0x55}));
+}
+
+TEST_F(LedDriver, Pca9551PowersUpWithItsLedsOff)
+{
+    power(chip("PCA9551", "0xC4"));
+    EXPECT_EQ(on->readAt(0xC4, {0x10}, 7).data, (bytes{0xFF, 0xFF, 0x80, 0xFF, 0x80, 0x55, 0x55}));
+}
+
+TEST_F(LedDriver, AutoIncrementWritesRegisterAfterRegister)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x16, 0x01, 0x02, 0x03, 0x04});
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (bytes{0x01, 0x02, 0x03, 0x04}));
+}
+
+TEST_F(LedDriver, WithoutTheFlagTheRegisterStays)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x06, 0x01, 0x02, 0x03});
+    EXPECT_EQ(on->readAt(0xC0, {0x06}, 3).data, (bytes{0x03, 0x03, 0x03}));
+    EXPECT_EQ(on->readAt(0xC0, {0x07}, 1).data, bytes{0x55});
+}
+
+TEST_F(LedDriver, AutoIncrementRollsOverFromTheLastRegister)
+{
+    power(chip("PCA9552", "0xC0") + chip("PCA9551", "0xC4"));
+    EXPECT_EQ(on->readAt(0xC0, {0x19}, 4).data, (bytes{0x55, 0xFF, 0xFF, 0xFF})); // LS3, INPUT0, INPUT1, PSC0
+    on->write(0xC4, {0x16, 0x51, 0xEE, 0x07});                                    // LS1, INPUT (ignored), PSC0
+    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (bytes{0x51, 0xDF, 0x07}));       // pin 5 low: LED on
+}
+
+TEST_F(LedDriver, PointerOutlivesTheTransaction)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x16, 0x0A, 0x0B});
+    on->write(0xC0, {0x16});
+    EXPECT_EQ(on->read(0xC0, 1).data, bytes{0x0A});
+    EXPECT_EQ(on->read(0xC0, 1).data, bytes{0x0B});
+}
+
+// Selector 00 pulls low, 01 lets go: the input registers see it.
+TEST_F(LedDriver, InputsFollowTheOutputs)
+{
+    power(chip("PCA9552", "0xC0", "inputs = 0x7FFE")); // pins 0 and 15 pulled low from outside
+    on->write(0xC0, {0x16, 0x51, 0x55, 0x55, 0x54});   // pin 1 and pin 12 LED on
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFC});
+    EXPECT_EQ(on->readAt(0xC0, {0x01}, 1).data, bytes{0x6F});
+}
+
+// PSC 43 on a PCA9552: (43 + 1) / 44 s, half of it low.
+TEST_F(LedDriver, BlinkingOutputsChangeWithBusTime)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x12, 43, 0x80});
+    on->write(0xC0, {0x06, 0x56}); // pin 0: blink 0
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFE});
+    on->idleMs(600);
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFF});
+    on->idleMs(500);
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFE});
+    on->write(0xC0, {0x03, 0}); // duty cycle 0: always off
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFF});
+}
+
+TEST_F(LedDriver, NumbersWithoutARegisterReadFf)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x0C, 0x00});
+    EXPECT_EQ(on->readAt(0xC0, {0x0C}, 1).data, bytes{0xFF});
+}
+
+TEST_F(LedDriver, ListingSaysWhatThePinsDo)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x16, 0xE4});
+    EXPECT_EQ(value("planar 0xC0 PCA9552", "LS0"), 0xE4U);
+    EXPECT_EQ(meaning("planar 0xC0 PCA9552", "LS0"), "pin 0 low, 1 off, 2 blink0, 3 blink1");
+    EXPECT_EQ(meaning("planar 0xC0 PCA9552", "LS3"), "pin 12 off, 13 off, 14 off, 15 off");
+}
+
+TEST_F(LedDriver, RegistersOutliveTheProcessButNotAPowerCycle)
+{
+    power(chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x16, 0xAA});
+    on.reset();
+    machine.reset();
+    open();
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 1).data, bytes{0xAA});
+    machine->powerCycle();
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 1).data, bytes{0x55});
+}
+
+TEST_F(LedDriver, BytesTakenBeforeARefusedOneCount)
+{
+    power(chip("PCA9552", "0xC0"));
+    fault({.kind = "nack-data", .count = 1, .byte = 2});
+    EXPECT_EQ(on->write(0xC0, {0x16, 0x11, 0x22}).end, outcome::dataNotAcknowledged);
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 2).data, (bytes{0x11, 0x55}));
+}
+
+class Expander : public MachineTest
+{
+};
+
+TEST_F(Expander, Pca9555PowersUpAsInputs)
+{
+    power(chip("PCA9555", "0x40"));
+    for (const auto& [command, expected] : {std::pair<std::uint8_t, std::uint8_t>{0, 0xFF},
+                                            {1, 0xFF},
+                                            {2, 0xFF},
+                                            {3, 0xFF},
+                                            {4, 0},
+                                            {5, 0},
+                                            {6, 0xFF},
+                                            {7, 0xFF}})
+        EXPECT_EQ(on->readAt(0x40, {command}, 1).data, bytes{expected}) << +command;
+}
+
+TEST_F(Expander, Pca9555StaysInItsRegisterPair)
+{
+    power(chip("PCA9555", "0x40"));
+    on->write(0x40, {0x02, 1, 2, 3}); // output 0, 1, 0
+    EXPECT_EQ(on->readAt(0x40, {0x02}, 4).data, (bytes{3, 2, 3, 2}));
+    on->write(0x40, {0x07, 0x70, 0x60}); // direction 1, 0
+    EXPECT_EQ(on->readAt(0x40, {0x06}, 2).data, (bytes{0x60, 0x70}));
+    EXPECT_EQ(on->readAt(0x40, {0x04}, 2).data, (bytes{0, 0}));
+}
+
+TEST_F(Expander, Pca9554StaysInItsRegister)
+{
+    power(chip("PCA9554", "0x42"));
+    on->write(0x42, {0x01, 1, 2, 3});
+    EXPECT_EQ(on->readAt(0x42, {0x01}, 2).data, (bytes{3, 3}));
+    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0x42, {0x03}, 1).data, bytes{0xFF});
+}
+
+TEST_F(Expander, OutputsAreReadBackAsInputs)
+{
+    power(chip("PCA9554", "0x42", "inputs = [0, 0, 1, 1]")); // pins 4-7 pulled up
+    on->write(0x42, {0x01, 0x05});
+    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xFC});
+    on->write(0x42, {0x03, 0xF0}); // pins 0-3 outputs
+    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xF5});
+}
+
+TEST_F(Expander, PolarityInvertsWhatIsRead)
+{
+    power(chip("PCA9555", "0x40", "inputs = 0x1234"));
+    on->write(0x40, {0x04, 0xFF, 0x0F});
+    EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (bytes{0xCB, 0x1D}));
+}
+
+TEST_F(Expander, InputRegistersTakeNothing)
+{
+    power(chip("PCA9555", "0x40", "inputs = 0x1234"));
+    EXPECT_EQ(on->write(0x40, {0x00, 0x00, 0x00}).end, outcome::done);
+    EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (bytes{0x34, 0x12}));
+}
+
+TEST_F(Expander, ListingSaysWhatThePinsDo)
+{
+    power(chip("PCA9554", "0x42", "inputs = 0x00"));
+    on->write(0x42, {0x01, 0x02});
+    on->write(0x42, {0x03, 0xFC});
+    EXPECT_EQ(meaning("planar 0x42 PCA9554", "CONFIG"),
+              "pin 0 output 0, 1 output 1, 2 input, 3 input, 4 input, 5 input, 6 input, 7 input");
+    EXPECT_EQ(meaning("planar 0x42 PCA9554", "INPUT"), "pin 0 0, 1 1, 2 0, 3 0, 4 0, 5 0, 6 0, 7 0");
+    EXPECT_EQ(value("planar 0x42 PCA9554", "OUTPUT"), 2U);
+}
+
+class Sensor : public MachineTest
+{
+};
+
+TEST_F(Sensor, Lm75HasNineBits)
+{
+    power(chip("LM75", "0x90", "celsius = 25.5") + chip("LM75", "0x92", "celsius = -25.0") +
+          chip("LM75", "0x94", "celsius = 25.125"));
+    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x19, 0x80}));
+    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0xE7, 0x00}));
+    EXPECT_EQ(on->read(0x94, 2).data, (bytes{0x19, 0x00}));
+}
+
+TEST_F(Sensor, Lm75MayHaveElevenBits)
+{
+    power(chip("LM75", "0x90", "celsius = 25.125\nbits = 11") + chip("LM75", "0x92", "celsius = -54.875\nbits = 11"));
+    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x19, 0x20}));
+    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0xC9, 0x20}));
+}
+
+TEST_F(Sensor, Lm75PowersUpWithItsThresholds)
+{
+    power(chip("LM75", "0x90"));
+    EXPECT_EQ(on->readAt(0x90, {0x01}, 1).data, bytes{0x00});
+    EXPECT_EQ(on->readAt(0x90, {0x02}, 2).data, (bytes{0x4B, 0x00}));
+    EXPECT_EQ(on->readAt(0x90, {0x03}, 2).data, (bytes{0x50, 0x00}));
+}
+
+TEST_F(Sensor, PointerStaysUntilItIsWrittenAgain)
+{
+    power(chip("LM75", "0x90", "celsius = 1"));
+    on->write(0x90, {0x03});
+    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x50, 0x00}));
+    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x50, 0x00}));
+    on->write(0x90, {0x00});
+    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x01, 0x00}));
+}
+
+TEST_F(Sensor, ThresholdsKeepNineBits)
+{
+    power(chip("LM75", "0x90"));
+    on->write(0x90, {0x03, 0x1E, 0xFF});
+    EXPECT_EQ(on->readAt(0x90, {0x03}, 2).data, (bytes{0x1E, 0x80}));
+}
+
+TEST_F(Sensor, HalfAThresholdChangesNothing)
+{
+    power(chip("LM75", "0x90"));
+    on->write(0x90, {0x02, 0x10});
+    EXPECT_EQ(on->readAt(0x90, {0x02}, 2).data, (bytes{0x4B, 0x00}));
+}
+
+TEST_F(Sensor, TemperatureTakesNothing)
+{
+    power(chip("LM75", "0x90", "celsius = 20"));
+    EXPECT_EQ(on->write(0x90, {0x00, 0x11, 0x22}).end, outcome::done);
+    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x14, 0x00}));
+}
+
+TEST_F(Sensor, LongReadsRepeatTheRegister)
+{
+    power(chip("LM75", "0x90", "celsius = 25.5"));
+    EXPECT_EQ(on->read(0x90, 5).data, (bytes{0x19, 0x80, 0x19, 0x80, 0x19}));
+    on->write(0x90, {0x01, 0x12});
+    EXPECT_EQ(on->readAt(0x90, {0x01}, 3).data, (bytes{0x12, 0x12, 0x12}));
+}
+
+TEST_F(Sensor, Lm75AlarmEndsBelowTheHysteresis)
+{
+    power(chip("LM75", "0x90", "celsius = 30"));
+    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C");
+    on->write(0x90, {0x02, 0x19, 0x00}); // THYST 25
+    on->write(0x90, {0x03, 0x1D, 0x00}); // TOS 29
+    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C, O.S. active");
+    on->write(0x90, {0x03, 0x28, 0x00}); // TOS 40
+    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C, O.S. active");
+    on->write(0x90, {0x02, 0x1F, 0x00}); // THYST 31
+    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C");
+}
+
+TEST_F(Sensor, Lm92HasThirteenBits)
+{
+    power(chip("LM92", "0x96", "celsius = 48.25") + chip("LM92", "0x94", "celsius = 20.0625") +
+          chip("LM92", "0x92", "celsius = 85"));
+    EXPECT_EQ(on->read(0x96, 2).data, (bytes{0x18, 0x20}));
+    EXPECT_EQ(on->read(0x94, 2).data, (bytes{0x0A, 0x08}));
+    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0x2A, 0x86})); // above T_HIGH 64 and T_CRIT 80
+}
+
+TEST_F(Sensor, Lm92BelowZeroIsLow)
+{
+    power(chip("LM92", "0x96", "celsius = -1"));
+    EXPECT_EQ(on->read(0x96, 2).data, (bytes{0xFF, 0x81}));
+}
+
+TEST_F(Sensor, Lm92PowersUpWithItsLimits)
+{
+    power(chip("LM92", "0x96"));
+    EXPECT_EQ(on->readAt(0x96, {0x02}, 2).data, (bytes{0x01, 0x00})); // 2 degrees
+    EXPECT_EQ(on->readAt(0x96, {0x03}, 2).data, (bytes{0x28, 0x00})); // 80
+    EXPECT_EQ(on->readAt(0x96, {0x04}, 2).data, (bytes{0x05, 0x00})); // 10
+    EXPECT_EQ(on->readAt(0x96, {0x05}, 2).data, (bytes{0x20, 0x00})); // 64
+    EXPECT_EQ(on->readAt(0x96, {0x07}, 2).data, (bytes{0x80, 0x01}));
+}
+
+} // namespace
+} // namespace kest::sim::test
