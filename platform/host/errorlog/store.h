@@ -77,11 +77,11 @@ struct loggedEntry {
 
 /// Which entries are wanted: those that agree with every item given.
 struct entryFilter {
-    std::optional<std::int64_t>  sinceMs; ///< committed at this time or later
-    std::optional<std::uint32_t> severity;
-    std::optional<std::uint16_t> component; ///< the entry's creator
-    std::optional<std::uint32_t> plid;
-    std::size_t                  limit = 0; ///< at most so many, the latest; 0 all
+    std::optional<std::int64_t>  sinceMs   = std::nullopt; ///< committed at this time or later
+    std::optional<std::uint32_t> severity  = std::nullopt;
+    std::optional<std::uint16_t> component = std::nullopt; ///< the entry's creator
+    std::optional<std::uint32_t> plid      = std::nullopt;
+    std::size_t                  limit     = 0; ///< at most so many, the latest; 0 all
 };
 
 struct entryList {

@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+#include <string>
+
+#include "platform/netc.h"
+
+namespace
+{
+
+std::string payloadOf(const NetcMessage& message)
+{
+    return message.dataPointer() == nullptr ? "none" : std::string(message.dataPointer(), message.dataSize());
+}
+
+TEST(NetcMessage, IsEmptyAtFirst)
+{
+    const NetcMessage message;
+    EXPECT_EQ(nullptr, message.dataPointer());
+    EXPECT_EQ(0U, message.dataSize());
+    EXPECT_EQ(0, message.identifier);
+    EXPECT_EQ(0, message.type);
+    EXPECT_EQ(0, message.replyFlags);
+}
+
+TEST(NetcMessage, KeepsACopyOfTheData)
+{
+    NetcMessage message;
+    std::string data("ab\0c", 4);
+    EXPECT_TRUE(message.setData(data.data(), 4));
+    data = "gone";
+    EXPECT_EQ(std::string("ab\0c", 4), payloadOf(message));
+}
+
+TEST(NetcMessage, ReplacesTheDataAlsoByAPartOfItself)
+{
+    NetcMessage message;
+    EXPECT_TRUE(message.setData("abcdef", 6));
+    EXPECT_TRUE(message.setData(message.dataPointer() + 2, 3));
+    EXPECT_EQ("cde", payloadOf(message));
+}
+
+TEST(NetcMessage, NoBytesAreNoPayload)
+{
+    NetcMessage message;
+    EXPECT_TRUE(message.setData("abc", 3));
+    EXPECT_TRUE(message.setData("abc", 0));
+    EXPECT_EQ("none", payloadOf(message));
+    EXPECT_EQ(0U, message.dataSize());
+}
+
+TEST(NetcMessage, BytesFromNowhereAreRefusedAndLeaveNoPayload)
+{
+    NetcMessage message;
+    EXPECT_TRUE(message.setData("abc", 3));
+    EXPECT_FALSE(message.setData(nullptr, 3));
+    EXPECT_EQ("none", payloadOf(message));
+    EXPECT_EQ(0U, message.dataSize());
+}
+
+} // namespace
