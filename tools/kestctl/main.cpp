@@ -4,6 +4,7 @@
 #include <array>
 
 #include "platform/host/registry/configuration.h"
+#include "platform/host/trace/rings.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/commands.h"
@@ -34,7 +35,7 @@ Try it without hardware:
   kestctl scan sim:planar
   kestctl seeprom read planar-vpd --length 64
   kestctl detect planar-vpd
-  kestctl thermal read planar-temp
+  kestctl thermal read inlet-temp
 
 Exit codes: 0 done, 1 failed, 2 wrong use, 3 refused (not permitted or not
 confirmed), 4 device absent, 5 verify failed, 6 busy.)";
@@ -78,6 +79,8 @@ int parseAndRun(int count, char** words, context& shared)
     }
     if (shared.needsConfiguration && !kest::host::configurationError().empty())
         throw wrongUse(kest::host::configurationError(), "repair it, or name another file by --config");
+    if (shared.needsConfiguration)
+        kest::host::useTraceFolder(kest::host::currentConfiguration().traceFolder);
     return shared.action();
 }
 

@@ -103,13 +103,10 @@ int watch(const context& shared, const device& which, const thermalReadOptions& 
 
 double celsius(kest_deviceType type, std::uint16_t raw)
 {
-    constexpr int    lm92Bits         = 13;
-    constexpr int    lm75Bits         = 11; // of a part with 9 bits the last two are 0
-    constexpr double degreesPerTopBit = 256;
-    const int        bits             = type == KEST_DEV_92 ? lm92Bits : lm75Bits;
-    const int        unused           = 16 - bits;
-    const int        word             = (static_cast<std::int16_t>(raw) >> unused);
-    return word * degreesPerTopBit / (1 << bits);
+    // Two's complement at the top of the word: 13 bits of 1/16 degree, alarms below; or 11 bits of 1/8 degree, of which a part with
+    // 9 bits leaves the last two 0.
+    const auto word = static_cast<std::int16_t>(raw);
+    return type == KEST_DEV_92 ? (word >> 3) / 16.0 : (word >> 5) / 8.0;
 }
 
 int runThermalRead(const context& shared, const thermalReadOptions& options)
