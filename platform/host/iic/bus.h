@@ -109,8 +109,10 @@ public:
     virtual bool heldByDriver(std::uint8_t address) = 0;
     /// The bus's clock, ns: bus time of a simulated bus, else real time.
     virtual std::uint64_t nowNs() = 0;
-    /// Lets a moment pass between two questions to a busy device.
-    virtual void pause() = 0;
+    /// Lets time pass on the bus's clock.
+    virtual void pause(std::uint64_t nanoseconds) = 0;
+    /// How long to leave the bus alone between two questions to a busy device, ns.
+    [[nodiscard]] virtual std::uint64_t questionPauseNs() const = 0;
 };
 
 /// @param node   node of the simulated machine, "" for the local one

@@ -144,9 +144,10 @@ public:
     [[nodiscard]] std::string              adapterName() const override { return m_calls.adapterName(m_number); }
     [[nodiscard]] std::vector<std::string> capabilities() const override;
 
-    bool          heldByDriver(std::uint8_t address) override;
-    std::uint64_t nowNs() override { return m_calls.nowNs(); }
-    void          pause() override { m_calls.pause(pauseNs); }
+    bool                        heldByDriver(std::uint8_t address) override;
+    std::uint64_t               nowNs() override { return m_calls.nowNs(); }
+    void                        pause(std::uint64_t nanoseconds) override { m_calls.pause(nanoseconds); }
+    [[nodiscard]] std::uint64_t questionPauseNs() const override { return pauseNs; }
 
 private:
     [[nodiscard]] bool can(unsigned long functions) const { return (m_functions & functions) == functions; }

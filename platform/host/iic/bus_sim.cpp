@@ -95,9 +95,10 @@ public:
     {
         return {"I2C messages", "address alone", "tells address from data", "nine clocks and a STOP"};
     }
-    bool          heldByDriver(std::uint8_t /*address*/) override { return false; }
-    std::uint64_t nowNs() override { return m_wires->busTimeNs(); }
-    void          pause() override { m_wires->idle(pauseNs); }
+    bool                        heldByDriver(std::uint8_t /*address*/) override { return false; }
+    std::uint64_t               nowNs() override { return m_wires->busTimeNs(); }
+    void                        pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
+    [[nodiscard]] std::uint64_t questionPauseNs() const override { return pauseNs; }
 
 private:
     static std::uint32_t speedOf(const transferPace& pace) { return std::min(pace.speedKhz, fastestKhz); }

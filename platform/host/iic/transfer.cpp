@@ -16,7 +16,11 @@ constexpr std::uint64_t cyclesToWait    = 4;   // of what the block promises
 constexpr std::uint64_t longestStartMs  = 50;  // for a target that does not answer at the start
 constexpr std::size_t   hubBytes        = 256; // what a hub takes after its address
 constexpr std::size_t   mostOffsetBytes = 4;
-constexpr unsigned int  doubtfulSends   = 3; // transactions refused although the address alone is answered
+constexpr std::uint64_t closelyAskedNs  = 10 * nsPerMs;
+constexpr std::uint64_t shortestBusyPauseNs =
+    nsPerMs / 20; // before a lost arbitration is tried again; doubles each time
+constexpr std::uint64_t longestBusyPauseNs = 10 * nsPerMs;
+constexpr unsigned int  doubtfulSends      = 3; // transactions refused although the address alone is answered
 
 bool throughHub(const transferSettings& settings) { return settings.offsetLength >= 3; }
 
@@ -87,6 +91,7 @@ private:
     outcome        withinBusyWait(Act act);
     transferResult send(std::span<const segment> segments);
     outcome        ask();
+    void           pauseSince(std::uint64_t startedNs);
 
     bus&                    m_wires;
     const transferSettings& m_settings;
@@ -101,10 +106,12 @@ outcome conversation::withinBusyWait(Act act)
     const std::uint64_t startedNs = m_wires.nowNs();
     const std::uint64_t windowNs  = m_settings.busyWaitMs * nsPerMs;
     outcome             end       = act();
+    std::uint64_t       pauseNs   = shortestBusyPauseNs;
     while ((end == outcome::arbitrationLost || end == outcome::busBusy || end == outcome::interrupted) &&
            m_wires.nowNs() - startedNs < windowNs && !expired()) {
-        m_wires.pause();
-        end = act();
+        m_wires.pause(pauseNs);
+        pauseNs = std::min(2 * pauseNs, longestBusyPauseNs);
+        end     = act();
     }
     return end;
 }
@@ -118,6 +125,14 @@ transferResult conversation::send(std::span<const segment> segments)
         return result.end;
     });
     return result;
+}
+
+/// Between two questions to a target that has been silent since `startedNs`. A page's write cycle is asked for closely, since the next page
+/// waits for its end; whoever is silent for longer is asked ever less often.
+void conversation::pauseSince(std::uint64_t startedNs)
+{
+    const std::uint64_t silentNs = m_wires.nowNs() - startedNs;
+    m_wires.pause(m_wires.questionPauseNs() + (silentNs > closelyAskedNs ? silentNs / 16 : 0));
 }
 
 outcome conversation::ask()
@@ -146,11 +161,11 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
             break;
         } else if (answer == outcome::done || answer == outcome::notSupported) {
             if (!doubtful || answer == outcome::notSupported) {
-                m_wires.pause();
+                pauseSince(startedNs);
             }
             result = send(segments);
         } else if (isSilence(answer)) {
-            m_wires.pause();
+            pauseSince(startedNs);
         } else {
             result.end = answer;
         }
@@ -163,7 +178,7 @@ outcome conversation::askUntilAnswered(std::uint64_t windowNs)
     const std::uint64_t startedNs = m_wires.nowNs();
     outcome             end       = ask();
     while (isSilence(end) && m_wires.nowNs() - startedNs < windowNs && !expired()) {
-        m_wires.pause();
+        pauseSince(startedNs);
         end = ask();
     }
     return end;
@@ -304,7 +319,8 @@ transferReport writeDevice(bus& wires, const transferSettings& settings, std::sp
             sent += message.size() - settings.offsetLength;
             report.error = sent < data.size() && talk.expired() ? ETIME : 0;
         } else if (isSilence(end) && sent != 0) {
-            return {.moved = report.moved, .error = ETIME, .silence = "busy"}; // the page before is still being written
+            // The page before is still being written. Only when it had all its time is it not certain to be.
+            return {.moved = talk.expired() ? sent : report.moved, .error = ETIME, .silence = "busy"};
         } else if (end != outcome::notSupported || wires.limits() == limits) {
             report.error = talk.startError(end);
         }
