@@ -132,11 +132,11 @@ void faultPlan::count(faultRecord& record)
         record.usable() && record.matched >= record.nth && spread(record.seed, record.matched) < record.probability;
 }
 
-const faultRecord* faultPlan::strikes(faultKind kind, std::uint8_t address, direction way, std::uint64_t byte)
+template <typename Matches>
+const faultRecord* faultPlan::strike(faultKind kind, const Matches& matches)
 {
-    const auto found = std::ranges::find_if(faults, [&](const faultRecord& record) {
-        return record.planned && record.kind == kind && record.byte == byte && record.matches(address, way);
-    });
+    const auto found = std::ranges::find_if(
+        faults, [&](const faultRecord& record) { return record.planned && record.kind == kind && matches(record); });
     if (found != faults.end()) {
         found->planned = false;
         ++found->struck;
@@ -144,29 +144,31 @@ const faultRecord* faultPlan::strikes(faultKind kind, std::uint8_t address, dire
     return found == faults.end() ? nullptr : &*found;
 }
 
-const faultRecord* faultPlan::strikesAddress(faultKind kind, std::uint8_t address, direction way, bool hub,
-                                             bool hubSeen)
+const faultRecord* faultPlan::strikes(faultKind kind, const segment& part, std::uint64_t byte)
 {
-    const auto found = std::ranges::find_if(faults, [&](const faultRecord& record) {
-        return record.planned && record.kind == kind &&
-               (hub ? !hubSeen && (record.address == 0 || record.address == address) : record.matches(address, way));
-    });
-    if (found != faults.end()) {
-        found->planned = false;
-        ++found->struck;
-    }
-    return found == faults.end() ? nullptr : &*found;
+    return strike(
+        kind, [&](const faultRecord& record) { return record.byte == byte && record.matches(part.address, part.way); });
+}
+
+const faultRecord* faultPlan::strikesAddress(faultKind kind, const segment& part)
+{
+    return strike(kind, [&](const faultRecord& record) { return record.matches(part.address, part.way); });
+}
+
+const faultRecord* faultPlan::strikesHub(faultKind kind, std::uint8_t address)
+{
+    return strike(kind, [&](const faultRecord& record) { return record.address == 0 || record.address == address; });
 }
 
 std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
 {
-    std::optional<strike> met;
+    std::optional<chipFaults::strike> met;
     for (auto& record : faults)
         if (record.kind == kind && record.matches(askedBy, askedWay)) {
             count(record);
             if (record.planned && !met) {
                 ++record.struck;
-                met = strike{record.number, record.value};
+                met = chipFaults::strike{record.number, record.value};
             }
             record.planned = false;
         }

@@ -106,25 +106,29 @@ public:
               const std::function<bool(std::uint8_t)>& isHub);
 
     /// Whether a fault of that kind strikes now; it counts as struck then.
-    const faultRecord* strikes(faultKind kind, std::uint8_t address, direction way, std::uint64_t byte);
-    /// The same at a START: whatever the direction for a hub, which is only ever silent for the whole of a transaction.
-    const faultRecord* strikesAddress(faultKind kind, std::uint8_t address, direction way, bool hub, bool hubSeen);
+    const faultRecord* strikes(faultKind kind, const segment& part, std::uint64_t byte);
+    /// The same at an address, whatever the fault's byte.
+    const faultRecord* strikesAddress(faultKind kind, const segment& part);
+    /// The same at a hub's first address in the transaction, whatever the direction: a hub is silent for all of it or not at all.
+    const faultRecord* strikesHub(faultKind kind, std::uint8_t address);
 
     /// The chip that asks from now on.
     void ask(std::uint8_t address, direction way) { askedBy = address, askedWay = way; }
 
-    std::optional<strike> hubStatus() override { return meets(faultKind::hubStatus); }
-    std::optional<strike> hubHoldsSda() override { return meets(faultKind::hubHoldSda); }
-    std::optional<strike> hubHoldsScl() override { return meets(faultKind::hubHoldScl); }
-    std::optional<strike> hubBadFirstByte() override { return meets(faultKind::hubBadFirstByte); }
-    std::optional<strike> writeCycleStuck() override { return meets(faultKind::stuckWriteCycle); }
-    void                  subBusWasReset() override { endHubFaults(askedBy, false); }
+    std::optional<chipFaults::strike> hubStatus() override { return meets(faultKind::hubStatus); }
+    std::optional<chipFaults::strike> hubHoldsSda() override { return meets(faultKind::hubHoldSda); }
+    std::optional<chipFaults::strike> hubHoldsScl() override { return meets(faultKind::hubHoldScl); }
+    std::optional<chipFaults::strike> hubBadFirstByte() override { return meets(faultKind::hubBadFirstByte); }
+    std::optional<chipFaults::strike> writeCycleStuck() override { return meets(faultKind::stuckWriteCycle); }
+    void                              subBusWasReset() override { endHubFaults(askedBy, false); }
     /// Ends those hub faults that last until a reset. @param ownLine  the hub itself was reset
     void endHubFaults(std::uint8_t hub, bool ownLine);
 
 private:
-    std::optional<strike> meets(faultKind kind);
-    void                  count(faultRecord& record);
+    template <typename Matches>
+    const faultRecord*                strike(faultKind kind, const Matches& matches);
+    std::optional<chipFaults::strike> meets(faultKind kind);
+    void                              count(faultRecord& record);
 
     std::vector<faultRecord>& faults;
     std::uint8_t              askedBy  = 0;

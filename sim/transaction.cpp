@@ -12,9 +12,7 @@ transaction::transaction(const busChips& on, busState& of, wire& over, std::span
 
 transferResult transaction::run()
 {
-    const auto gone = [this](const segment& part) {
-        return faults.strikes(faultKind::gone, part.address, part.way, 0) != nullptr;
-    };
+    const auto gone = [this](const segment& part) { return faults.strikes(faultKind::gone, part, 0) != nullptr; };
     if (std::ranges::any_of(segments, gone)) {
         result.end = outcome::gone;
     } else {
@@ -37,7 +35,7 @@ bool transaction::runSegment(std::size_t index)
     return (joins || sendAddress(part)) && moveBytes(part);
 }
 
-bool transaction::sendAddress(segment& part)
+bool transaction::sendAddress(const segment& part)
 {
     chip* const addressed = chips.find(part.address);
     const auto  byte      = static_cast<std::uint8_t>(part.address | (part.way == direction::read ? 1 : 0));
@@ -46,12 +44,8 @@ bool transaction::sendAddress(segment& part)
         lines.start();
         if (selected != nullptr && selected != addressed)
             selected->deselect();
-        const bool hub = chips.findHub(part.address) != nullptr;
-        const bool refused =
-            (hub &&
-             faults.strikesAddress(faultKind::hubSilent, part.address, part.way, true, hubSeen[part.address >> 1])) ||
-            faults.strikesAddress(faultKind::nack, part.address, part.way, hub, hubSeen[part.address >> 1]);
-        selected = nullptr;
+        const bool refused = addressRefused(part);
+        selected           = nullptr;
         // The chip answers in the ninth bit, and may hold SCL after it.
         busClock            answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
         const std::uint64_t before = answering.now;
@@ -62,18 +56,31 @@ bool transaction::sendAddress(segment& part)
             selected = addressed;
         else if (addressed != nullptr)
             addressed->deselect();
-        hubSeen[part.address >> 1] = hubSeen[part.address >> 1] || acknowledged;
-        byteNumber                 = 0;
-        good                       = acknowledged || fail(outcome::addressNotAcknowledged, ending::stop);
+        answered[part.address >> 1] = answered[part.address >> 1] || acknowledged;
+        byteNumber                  = 0;
+        good                        = acknowledged || fail(outcome::addressNotAcknowledged, ending::stop);
     }
     return good;
 }
 
+bool transaction::addressRefused(const segment& part)
+{
+    const faultRecord* fault = nullptr;
+    if (chips.findHub(part.address) == nullptr) {
+        fault = faults.strikesAddress(faultKind::nack, part);
+    } else if (!answered[part.address >> 1]) {
+        fault = faults.strikesHub(faultKind::hubSilent, part.address);
+        if (fault == nullptr)
+            fault = faults.strikesHub(faultKind::nack, part.address);
+    }
+    return fault != nullptr;
+}
+
 // Faults at the address: before its START, lines held; in it, another controller.
-bool transaction::addressStruck(segment& part)
+bool transaction::addressStruck(const segment& part)
 {
     bool struck = holdLine(part, 0);
-    if (!struck && faults.strikes(faultKind::arbitration, part.address, part.way, 0) != nullptr) {
+    if (!struck && faults.strikes(faultKind::arbitration, part, 0) != nullptr) {
         lines.start();
         lines.byte(0, false); // the other one's
         struck = !fail(outcome::arbitrationLost, ending::dropped);
@@ -83,8 +90,8 @@ bool transaction::addressStruck(segment& part)
 
 bool transaction::holdLine(const segment& part, std::uint64_t byte)
 {
-    const auto* sda  = faults.strikes(faultKind::holdSda, part.address, part.way, byte);
-    const auto* scl  = sda == nullptr ? faults.strikes(faultKind::holdScl, part.address, part.way, byte) : nullptr;
+    const auto* sda  = faults.strikes(faultKind::holdSda, part, byte);
+    const auto* scl  = sda == nullptr ? faults.strikes(faultKind::holdScl, part, byte) : nullptr;
     const auto* hold = sda != nullptr ? sda : scl;
     if (hold != nullptr) {
         state.sdaHeld    = sda != nullptr;
@@ -121,12 +128,11 @@ bool transaction::struckByByte(const segment& part, std::uint8_t byte)
     bool struck = false;
     if (!hubStays(part)) {
         struck = byteNumber != 0 && holdLine(part, byteNumber);
-        if (!struck && byteNumber != 0 &&
-            faults.strikes(faultKind::arbitration, part.address, part.way, byteNumber) != nullptr) {
+        if (!struck && byteNumber != 0 && faults.strikes(faultKind::arbitration, part, byteNumber) != nullptr) {
             lines.byte(0, false);
             struck = !fail(outcome::arbitrationLost, ending::dropped);
         }
-        if (!struck && faults.strikes(faultKind::shortTransfer, part.address, part.way, byteNumber) != nullptr) {
+        if (!struck && faults.strikes(faultKind::shortTransfer, part, byteNumber) != nullptr) {
             lines.cutByte(byte, 4);
             struck = !fail(outcome::shortTransfer, part.way == direction::read ? ending::cut : ending::dropped);
         }
@@ -138,9 +144,9 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
 {
     bool good = !struckByByte(part, byte);
     if (good) {
-        const auto* corrupt = faults.strikes(faultKind::corrupt, part.address, part.way, byteNumber);
+        const auto* corrupt = faults.strikes(faultKind::corrupt, part, byteNumber);
         const auto  sent    = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
-        const bool  refused = faults.strikes(faultKind::nackData, part.address, part.way, byteNumber) != nullptr;
+        const bool  refused = faults.strikes(faultKind::nackData, part, byteNumber) != nullptr;
         busClock    answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
         const bool  acknowledged = !refused && selected->take(sent, answering);
         lines.byte(sent, acknowledged);
@@ -157,7 +163,7 @@ bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
     if (good) {
         byte                = selected->give(lines.clock, faults);
         const bool  hub     = chips.findHub(part.address) != nullptr;
-        const auto* corrupt = safe ? nullptr : faults.strikes(faultKind::corrupt, part.address, part.way, byteNumber);
+        const auto* corrupt = safe ? nullptr : faults.strikes(faultKind::corrupt, part, byteNumber);
         const auto  changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
         if (changed != 0 || !hub || byteNumber != 0) // a hub's trouble is never told as status 0
             byte = changed;

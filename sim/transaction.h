@@ -38,8 +38,9 @@ private:
         held     ///< lines held
     };
     bool               runSegment(std::size_t index);
-    bool               sendAddress(segment& part);
-    bool               addressStruck(segment& part);
+    bool               sendAddress(const segment& part);
+    bool               addressStruck(const segment& part);
+    bool               addressRefused(const segment& part);
     bool               moveBytes(segment& part);
     bool               sendByte(const segment& part, std::uint8_t byte);
     bool               readByte(const segment& part, std::uint8_t& byte, bool more);
@@ -59,7 +60,7 @@ private:
     ending                end        = ending::stop;
     chip*                 selected   = nullptr;
     std::uint64_t         byteNumber = 0; ///< data bytes since the START
-    std::array<bool, 128> hubSeen{};
+    std::array<bool, 128> answered{};     ///< addresses that have acknowledged
 };
 
 } // namespace kest::sim

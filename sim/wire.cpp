@@ -31,7 +31,7 @@ void wire::start()
 
 void wire::stop()
 {
-    scl(quarter(0), false);
+    scl(clock.now + clock.bitLasting / 8, false);
     sda(quarter(1), false);
     scl(quarter(2), true);
     sda(quarter(3), true);
@@ -61,7 +61,7 @@ void wire::cutByte(std::uint8_t value, unsigned bits)
 
 void wire::pulse(bool level)
 {
-    scl(quarter(0), false);
+    scl(clock.now + clock.bitLasting / 8, false);
     sda(quarter(1), level);
     scl(quarter(2), true);
     pass();

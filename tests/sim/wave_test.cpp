@@ -1,0 +1,345 @@
+// The bus's clock, and its waveform as independent logic-analyser software decodes it.
+#include "tests/sim/machinetest.h"
+
+#include <chrono>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+class BusTime : public MachineTest
+{
+protected:
+    void SetUp() override { power("speed_khz = 100\n" + chip("24C02", "0xA0", "image = \"a.bin\"")); }
+};
+
+TEST_F(BusTime, IsABitForEachConditionAndNineForEachByte)
+{
+    EXPECT_EQ(on->planar->busTimeNs(), 0U);
+    on->probe(0xA0); // START, address, STOP
+    EXPECT_EQ(on->planar->busTimeNs(), 11U * 10'000);
+    on->readAt(0xA0, {0}, 5); // START, address, offset, START, address, 5 bytes, STOP
+    EXPECT_EQ(on->planar->busTimeNs(), (11U + 1 + 18 + 1 + 9 + 45 + 1) * 10'000);
+    on->probe(0xB0); // nobody: the same bits
+    EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11) * 10'000);
+    on->planar->reset(); // nine clocks and a STOP
+    EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11 + 10) * 10'000);
+    on->planar->idle(123);
+    EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11 + 10) * 10'000 + 123);
+}
+
+TEST_F(BusTime, SpeedIsTheBussUnlessTheTransactionSaysOtherwise)
+{
+    EXPECT_EQ(on->planar->defaultSpeedKhz(), 100U);
+    EXPECT_EQ(on->planar->probe(0xA0, 400).busTimeNs, 11U * 2'500);
+    EXPECT_EQ(on->planar->probe(0xA0, 0).busTimeNs, 11U * 2'500 + 11U * 10'000);
+    EXPECT_EQ(on->planar->probe(0xA0, 5000).busTimeNs, 11U * 2'500 + 11U * 10'000 + 11U * 1'000); // not beyond 1000 kHz
+}
+
+TEST_F(BusTime, WholeLargeChipInOneTransaction)
+{
+    power(chip("24C512", "0xA0", "image = \"large.bin\""));
+    EXPECT_EQ(on->readAt(0xA0, {0, 0}, 65536).busTimeNs, (1U + 9 + 18 + 1 + 9 + 9 * 65536U + 1) * 2'500);
+}
+
+TEST_F(BusTime, FastModeOnlyCounts)
+{
+    const auto before = std::chrono::steady_clock::now();
+    on->planar->idle(3'600'000'000'000);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds{60});
+    EXPECT_EQ(on->planar->busTimeNs(), 3'600'000'000'000U);
+}
+
+TEST_F(BusTime, DoesNotWrap)
+{
+    on->planar->idle(~std::uint64_t{0});
+    on->planar->idle(~std::uint64_t{0});
+    const std::uint64_t last = on->planar->busTimeNs();
+    on->probe(0xA0);
+    EXPECT_EQ(on->planar->busTimeNs(), last);
+}
+
+TEST_F(BusTime, RealTimeWaits)
+{
+    const auto real = openMachine(home.path, true);
+    user       slow{real->findBus("planar", "")};
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done); // 18.3 ms at 100 kHz
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds{18});
+    const auto idle = std::chrono::steady_clock::now();
+    slow.idleMs(4);
+    EXPECT_GE(std::chrono::steady_clock::now() - idle, std::chrono::milliseconds{4});
+}
+
+// In real time the clock ends a write cycle, whoever lets it pass.
+TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
+{
+    power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000"));
+    const auto real = openMachine(home.path, true);
+    user       slow{real->findBus("planar", "")};
+    slow.write(0xA0, {0, 1});
+    const auto written = std::chrono::steady_clock::now();
+    EXPECT_EQ(slow.probe(0xA0), outcome::addressNotAcknowledged);
+    while (slow.probe(0xA0) != outcome::done) {}
+    const auto took = std::chrono::steady_clock::now() - written;
+    EXPECT_GE(took, std::chrono::milliseconds{999});
+    EXPECT_LT(took, std::chrono::milliseconds{3000});
+}
+
+/// Output of a shell command; its exit status is that of the shell.
+std::string outputOf(const std::string& command, int& status)
+{
+    std::string text;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        std::array<char, 4096> part{};
+        while (const std::size_t got = fread(part.data(), 1, part.size(), pipe))
+            text.append(part.data(), got);
+        status = pclose(pipe);
+    }
+    return text;
+}
+
+class Wave : public MachineTest
+{
+protected:
+    void SetUp() override
+    {
+        power(chip("24C02", "0xA0", "image = \"a.bin\"\nhold_sda_after_cut = true") +
+              chip("24C256", "0xA2", "image = \"b.bin\"") + chip("LM75", "0x90", "celsius = 25.5") +
+              chip("HUB922", "0x80") + chip("24C02", "0xA4", "hub = 0x80\nport = 2\nimage = \"c.bin\""));
+        int status = -1;
+        outputOf("sigrok-cli --version 2>&1", status);
+        if (status != 0)
+            GTEST_SKIP() << "sigrok-cli is not installed: waveforms are not decoded";
+        ASSERT_TRUE(machine->startWave("planar", file()));
+    }
+    std::filesystem::path file() const { return home.path / "planar.vcd"; }
+    std::string           decode(const std::string& options) const
+    {
+        int               status = -1;
+        const std::string text =
+            outputOf("sigrok-cli -I vcd -i " + file().string() + " -P i2c:scl=SCL:sda=SDA" + options + " 2>&1", status);
+        EXPECT_EQ(status, 0);
+        return text;
+    }
+    /// What the i2c decoder saw, one token for each event: S, Sr, P, W50, R50, A, N, and bytes in hexadecimal.
+    std::string seen() const
+    {
+        std::istringstream                              lines{decode(" -A i2c=addr-data")};
+        std::string                                     line, all;
+        static const std::pair<std::regex, std::string> tokens[] = {
+            {std::regex{"i2c-1: Start repeat"}, "Sr"},
+            {std::regex{"i2c-1: Start"}, "S"},
+            {std::regex{"i2c-1: Stop"}, "P"},
+            {std::regex{"i2c-1: ACK"}, "A"},
+            {std::regex{"i2c-1: NACK"}, "N"},
+            {std::regex{"i2c-1: Address write: (..)"}, "W$1"},
+            {std::regex{"i2c-1: Address read: (..)"}, "R$1"},
+            {std::regex{"i2c-1: Data (?:write|read): (..)"}, "$1"},
+            {std::regex{"i2c-1: (?:Write|Read)"}, ""}};
+        while (std::getline(lines, line)) {
+            std::string token = "?" + line;
+            for (const auto& [pattern, text] : tokens)
+                if (std::regex_match(line, pattern)) {
+                    token = std::regex_replace(line, pattern, text);
+                    break;
+                }
+            if (!token.empty())
+                all += (all.empty() ? "" : " ") + token;
+        }
+        return all;
+    }
+    std::string eeprom(unsigned address7) const
+    {
+        return decode(",i2cfilter:address=" + std::to_string(address7) +
+                      ",eeprom24xx:chip=generic -A eeprom24xx=ops:warnings");
+    }
+};
+
+TEST_F(Wave, IsWhatWentOverTheBus)
+{
+    on->store(0xA0, {0x10, 0xAB, 0xCD});
+    on->readAt(0xA0, {0x10}, 3);
+    on->probe(0x70);
+    on->write(0x90, {0x00});
+    EXPECT_EQ(seen(), "S W50 A 10 A AB A CD A P S W50 A 10 A Sr R50 A AB A CD A FF N P S W38 N P S W48 A 00 A P");
+}
+
+TEST_F(Wave, AcknowledgePollingIsInIt)
+{
+    on->write(0xA0, {0x10, 0xAB});
+    on->probe(0xA0);
+    on->idleMs(4);
+    on->probe(0xA0);
+    EXPECT_EQ(seen(), "S W50 A 10 A AB A P S W50 N P S W50 A P");
+    EXPECT_NE(eeprom(0x50).find("No reply from slave!"), std::string::npos);
+}
+
+TEST_F(Wave, EepromDecoderReadsPagesAndOffsets)
+{
+    on->store(0xA0, bytes{0x08} + counting(8, 0x30));
+    on->store(0xA0, {0x20, 0x77});
+    on->readAt(0xA0, {0x08}, 4);
+    on->readAt(0xA0, {0x20}, 1);
+    on->read(0xA0, 1);
+    const std::string decoded = eeprom(0x50);
+    for (const char* line :
+         {"Page write (addr=08, 8 bytes): 30 31 32 33 34 35 36 37", "Byte write (addr=20, 1 byte): 77",
+          "Sequential random read (addr=08, 4 bytes): 30 31 32 33", "Random access read (addr=20, 1 byte): 77",
+          "Current address read: FF"})
+        EXPECT_NE(decoded.find(line), std::string::npos) << line << " is not in\n" << decoded;
+    EXPECT_EQ(decoded.find("!"), std::string::npos) << decoded; // warnings
+}
+
+TEST_F(Wave, EepromDecoderWarnsOfAPageTooLong)
+{
+    on->store(0xA0, bytes{0x00} + counting(9));
+    EXPECT_NE(eeprom(0x50).find("Wrote 9 bytes but page size is only 8 bytes!"), std::string::npos);
+}
+
+TEST_F(Wave, SensorDecoderReadsTheTemperature)
+{
+    on->read(0x90, 2);
+    EXPECT_NE(decode(",i2cfilter:address=72,lm75 -A lm75=celsius").find("Temperature: 25.5"), std::string::npos);
+}
+
+TEST_F(Wave, HubTrafficIsThatOfTheMainBus)
+{
+    on->store(0x80, {2, 0xA4, 0x10, 0x5A});
+    on->readAt(0x80, {2, 0xA4, 0x10}, 2);
+    EXPECT_EQ(seen(), "S W40 A 02 A A4 A 10 A 5A A P S W40 A 02 A A4 A 10 A Sr R40 A 00 A 5A N P");
+}
+
+// One file, whichever process and machine object a transaction comes from.
+TEST_F(Wave, IsAppendedByEveryProcess)
+{
+    on->probe(0xA0);
+    const pid_t other = fork();
+    if (other == 0)
+        _exit(on->probe(0xA2) == outcome::done ? 0 : 1);
+    int status = -1;
+    waitpid(other, &status, 0);
+    EXPECT_EQ(status, 0);
+    on->probe(0x90);
+    EXPECT_EQ(seen(), "S W50 A P S W51 A P S W48 A P");
+}
+
+TEST_F(Wave, FailedTransactionsLeaveTheRestReadable)
+{
+    machine->addFault({.kind = "nack-data", .count = 1, .byte = 1});
+    on->write(0xA0, {0x10, 0x20});
+    EXPECT_EQ(seen(), "S W50 A 10 A 20 N P");
+    for (const char* kind : {"nack", "arbitration", "short"}) {
+        machine->addFault({.kind = kind, .count = 1});
+        on->write(0xA2, {0x10, 0x20});
+    }
+    on->readAt(0xA0, {0x10}, 1);
+    const std::string tail = "S W50 A 10 A Sr R50 A FF N P";
+    const std::string all  = seen();
+    ASSERT_GE(all.size(), tail.size());
+    EXPECT_EQ(all.substr(all.size() - tail.size()), tail) << all;
+}
+
+TEST_F(Wave, HeldLinesAndTheirRecovery)
+{
+    for (const char* kind : {"hold-sda", "hold-scl"})
+        for (const std::uint64_t byte : {0U, 1U}) {
+            machine->addFault({.kind = kind, .count = 1, .byte = byte});
+            on->write(0xA0, {0x10, 0x20});
+            EXPECT_EQ(on->planar->reset(), outcome::done);
+        }
+    on->probe(0xA0);
+    on->probe(0xA0);
+    const std::string tail = "S W50 A P";
+    const std::string all  = seen();
+    ASSERT_GE(all.size(), tail.size());
+    EXPECT_EQ(all.substr(all.size() - tail.size()), tail) << all;
+}
+
+TEST_F(Wave, StopsAndStartsAnew)
+{
+    on->probe(0xA0);
+    EXPECT_TRUE(machine->stopWave("planar"));
+    on->probe(0x90);
+    EXPECT_EQ(seen(), "S W50 A P");
+    EXPECT_TRUE(machine->startWave("planar", file()));
+    on->probe(0xA2);
+    EXPECT_EQ(seen(), "S W51 A P");
+}
+
+TEST_F(Wave, TextAKilledProcessLeftIsOverwritten)
+{
+    on->probe(0xA0);
+    {
+        std::ofstream{file(), std::ios::app} << "#99\n1!\n#1000";
+    }
+    on->probe(0xA2);
+    on->probe(0x90);
+    EXPECT_EQ(seen(), "S W50 A P S W51 A P S W48 A P");
+}
+
+TEST_F(Wave, LostFileEndsTheRecordingAlone)
+{
+    std::filesystem::remove(file());
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_FALSE(std::filesystem::exists(file()));
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+}
+
+TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
+{
+    for (const unsigned speed : {1U, 7U, 100U, 333U, 400U, 1000U}) {
+        bytes   offset{0x10}, data(3);
+        segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::read, data, false}};
+        on->planar->transfer(parts, speed);
+    }
+    on->planar->reset();
+    std::istringstream   lines{home.text("planar.vcd")};
+    std::string          line;
+    long                 tick = -1, previous = -1;
+    int                  changes = 0;
+    std::map<char, char> levels;
+    while (std::getline(lines, line))
+        if (line[0] == '#') {
+            previous = tick;
+            tick     = std::stol(line.substr(1));
+            changes  = 0;
+            EXPECT_GT(tick, previous);
+        } else if (line[0] == '0' || line[0] == '1') {
+            ++changes;
+            EXPECT_TRUE(tick == 0 || changes == 1) << "tick " << tick;
+            EXPECT_NE(levels[line[1]], line[0]) << "tick " << tick;
+            levels[line[1]] = line[0];
+        }
+    EXPECT_EQ(levels['!'], '1');
+    EXPECT_EQ(levels['"'], '1');
+}
+
+TEST_F(Wave, TicksAreBusTime)
+{
+    on->planar->idle(1'000'000);
+    on->probe(0xA0); // START: SDA falls half a bit, 1.25 us, after 1 ms
+    EXPECT_NE(home.text("planar.vcd").find("\n#10012\n0\"\n"), std::string::npos) << home.text("planar.vcd");
+}
+
+TEST_F(Wave, WhatCannotBeIsTold)
+{
+    errno = 0;
+    EXPECT_FALSE(machine->startWave("other", file()));
+    EXPECT_EQ(errno, ENODEV);
+    EXPECT_FALSE(machine->startWave("planar", home.path / "no" / "where.vcd"));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(machine->stopWave("other"));
+    EXPECT_TRUE(machine->stopWave("planar")); // nothing to stop is stopped
+}
+
+} // namespace
+} // namespace kest::sim::test
