@@ -25,6 +25,9 @@ constexpr std::uint16_t componentKest = 0x1300;
 constexpr unsigned wordReason = 2;
 constexpr unsigned wordErrno  = 4;
 
+/// Return code of a transfer through a silent hub, which was then reset.
+constexpr std::uint32_t codeHubWasReset = 0x41000000;
+
 struct adviceRow {
     int         error;
     exitCode    code;
@@ -85,6 +88,12 @@ void findSrc(const ErrlEntry& entry, Found found)
 void describe(const ErrlEntry& entry, failure& why)
 {
     const int error = errnoOf(entry);
+    if (entry.getRC() == codeHubWasReset) {
+        why.code    = exitAbsent;
+        why.what    = "the hub did not answer and was reset";
+        why.tryThis = "try again: the next transfer can work";
+        return;
+    }
     if (error != 0) {
         const errnoAdvice advice = adviceFor(error);
         why.code                 = advice.code;
