@@ -226,6 +226,20 @@ void kest_commitSecondary(ErrlEntry*& entry)
     }
 }
 
+ErrlEntry* kest_takeOver(ErrlEntry*& from)
+{
+    ErrlEntry* taken = new ErrlEntry(kest_component, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR,
+                                     0, 0, SERVICE_CODE_KEST, 0, 0, 0, 0, 0, EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
+    if (taken == nullptr) {
+        taken = from;
+    } else {
+        *taken = *from;
+        delete from;
+    }
+    from = nullptr;
+    return taken;
+}
+
 void kest_mergeFirstSrc(ErrlEntry& to, const ErrlEntry& from)
 {
     const SrciSrc* const src = from.getSRC(0);

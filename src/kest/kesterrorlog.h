@@ -110,20 +110,7 @@ void kest_commitSecondary(ErrlEntry*& entry);
 /// Moves an entry into a new one and deletes the old one. Without memory for a new one the old one itself is handed over.
 /// @param[in,out] from  not null; null afterwards
 /// @return the entry, the caller's
-inline ErrlEntry* kest_takeOver(ErrlEntry*& from)
-{
-    ErrlEntry* const old = from;
-    auto* const      taken =
-        new ErrlEntry(kest_component, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 0,
-                      SERVICE_CODE_KEST, 0, 0, 0, 0, 0, EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
-    from = nullptr;
-    if (taken == nullptr) {
-        return old;
-    }
-    *taken = *old;
-    delete old;
-    return taken;
-}
+ErrlEntry* kest_takeOver(ErrlEntry*& from);
 
 /// Adds the first SRC of `from`, with its creator, to `to`; neither is deleted. An entry without SRC adds nothing.
 void kest_mergeFirstSrc(ErrlEntry& to, const ErrlEntry& from);

@@ -469,6 +469,31 @@ entry1.addSRC(0x2200, SRC 0 of entry2)
     EXPECT_EQ((Src{.module = 12, .reason = 0x130E, .component = 0x2200}), platform.entry(1).srcs.at(1));
 }
 
+TEST_F(KestErrorLog, TakesOverAnEntry)
+{
+    ErrlEntry*                       old = platform.makeEntry({.returnCode = 0x1234, .srcs = {{.module = 7}}});
+    const std::unique_ptr<ErrlEntry> taken{kest_takeOver(old)};
+    EXPECT_EQ(nullptr, old);
+    EXPECT_EQ(R"(
+entry2 = ErrlEntry(0x1300, 0x20, 0, 0xB1, 0, 0, 0x43FF, 0x0, 0x0, 0x0, 0x0, 0x0, 0x81, 0)
+entry2 = copy of entry1
+delete entry1
+)",
+              platform.calls());
+    EXPECT_EQ(0x1234U, platform.entry(2).returnCode);
+    EXPECT_EQ((std::vector<Src>{{.module = 7}}), platform.entry(2).srcs);
+}
+
+TEST_F(KestErrorLog, TakingOverWithoutMemoryHandsTheOldEntryOn)
+{
+    ErrlEntry*       old    = platform.makeEntry();
+    ErrlEntry* const before = old;
+    platform.failEntryAllocation();
+    const std::unique_ptr<ErrlEntry> taken{kest_takeOver(old)};
+    EXPECT_EQ(before, taken.get());
+    EXPECT_EQ(nullptr, old);
+}
+
 TEST(KestTraceHash, IsMadeFromTheMessageAlone)
 {
     static_assert(traceHash("entry") == 0xCAC3D793);

@@ -1,0 +1,141 @@
+/// Stories of a 922 hub: each step scripts the platform and writes down what the log must then say.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/kest/expected.h"
+#include "tests/platform/scripted.h"
+
+namespace hubstory
+{
+
+using namespace scripted;
+using namespace expected;
+
+/// errno values of the failing steps: not acknowledged (6), no data (61), timed out (62), and two others of either class.
+constexpr int stepErrors[] = {6, 61, 62, 5, 22};
+
+enum class Operation {
+    open,
+    config,
+    readBlock, ///< item 19, read
+    seek,
+    read,
+    write,
+    close
+};
+
+/// One layer call: its line, what it answers, and how its failure is told.
+struct Call {
+    Operation   operation;
+    std::string line;
+    LayerCall   told{};
+    Bytes       data{}; ///< of reads
+};
+
+inline LayerCall configTold(std::uint32_t item, std::uint32_t direction = 2)
+{
+    return {12, 0x130D, 0x130E, false, item, direction, item};
+}
+
+inline Call readCall(const Bytes& data)
+{
+    const auto size = static_cast<std::uint32_t>(data.size());
+    return {Operation::read, line("mern_iic_read(h1, %u)\n", size), {13, 0x130D, 0x1312, true, size, 0, size}, data};
+}
+
+inline Call writeCall(const Bytes& data)
+{
+    std::string bytes;
+    for (const std::uint8_t byte : data) {
+        bytes += line(" %02x", byte);
+    }
+    return {Operation::write,
+            line("mern_iic_write(h1, %zu byte%s:", data.size(), data.size() == 1 ? "" : "s") + bytes + ")\n",
+            {18, 0x130D, 0x1314, true, 0, 0, 0}};
+}
+
+inline Call seekCall(std::uint32_t position)
+{
+    // the layer takes the low 32 bits; a long of 32 bits shows the high half as negative
+    const long shown = static_cast<long>(position);
+    return {Operation::seek,
+            line("mern_iic_seek(h1, %ld, 0)\n", shown),
+            {14, 0x130D, 0x1313, false, position, position, 0}};
+}
+
+inline Call closeCall() { return {Operation::close, "mern_iic_close(h1)\n", {19, 0x1316, 0x1317, false, 0, 0, 0}}; }
+
+/// What a block shows in the log.
+struct Block {
+    unsigned address = 0x80, offsetBytes = 4, timeout = 1200, writeCycle = 15, page = 64, flags = 0xFFFD0001;
+};
+
+inline Call setBlock(const Block& block)
+{
+    return {
+        Operation::config,
+        line("mern_iic_config(h1, 2, 19, block: speed 400, address 0x%X, offset bytes %u, timeout %u, write cycle %u, "
+             "page %u, flags 0x%X, busy wait 1000)\n",
+             block.address, block.offsetBytes, block.timeout, block.writeCycle, block.page, block.flags),
+        configTold(19)};
+}
+
+/// The block's 44 bytes as the layer gives them back.
+Bytes blockBytes(const Block& block);
+
+inline Call readBlock(const Block& block)
+{
+    return {Operation::readBlock, "mern_iic_config(h1, 1, 19, 44 bytes)\n", configTold(19, 1), blockBytes(block)};
+}
+
+/// The three calls of a status read.
+inline std::vector<Call> statusRead(const Block& block, std::uint8_t status)
+{
+    Block plain       = block;
+    plain.offsetBytes = plain.writeCycle = plain.page = 0;
+    return {readBlock(block), setBlock(plain), readCall({status})};
+}
+
+/// Traces of the hub's own functions, without those of entry and exit: the hash and the source line are shown where they are fixed.
+std::string hubTraces(const Platform& platform);
+
+/// Scripts and expects at once.
+class Story
+{
+public:
+    explicit Story(Platform& thePlatform) : platform(thePlatform) {}
+
+    Story& does(const Call& call);
+    Story& does(const std::vector<Call>& calls);
+    /// The call fails; its failure becomes entry `entry`, new.
+    Story& fails(const Call& call, int error, int entry = 1);
+    Story& says(const std::string& lines)
+    {
+        text += lines;
+        return *this;
+    }
+    Story& setsReturnCode(int entry, std::uint32_t code)
+    {
+        codes[entry] = code;
+        return says(returnCode(entry, code));
+    }
+    Story& notes(int entry, unsigned module, unsigned site)
+    {
+        return says(softwareError(entry, codes[entry], module, site));
+    }
+    Story& commitsSecondary(int entry) { return says(secondaryCommit(entry)); }
+    /// The hub is reset through its expander, pin 15 low and high again, because `entry` says that it is silent.
+    Story& resetsHub(int entry, unsigned expander = 0xC0);
+    /// The two register changes alone.
+    Story& pulsesPin(unsigned expander = 0xC0);
+
+    Platform&                    platform;
+    std::string                  text = "\n";
+    std::map<int, std::uint32_t> codes; ///< return codes, by entry
+};
+
+} // namespace hubstory
