@@ -54,9 +54,10 @@ int errnoOf(outcome end);
 const char* nameOf(outcome end);
 
 struct transferResult {
-    outcome     end        = outcome::done;
-    std::size_t segment    = 0; ///< in which it ended, when not done
-    std::size_t bytesMoved = 0; ///< data bytes moved in that segment, when not done
+    outcome       end        = outcome::done;
+    std::size_t   segment    = 0; ///< in which it ended, when not done
+    std::size_t   bytesMoved = 0; ///< data bytes moved in that segment, when not done
+    std::uint64_t nowNs      = 0; ///< the bus\'s clock after it
 };
 
 /// What fits into a transaction.
@@ -96,7 +97,7 @@ public:
     /// Runs the segments as one transaction: START, repeated STARTs, STOP.
     virtual transferResult transfer(std::span<const segment> segments, const transferPace& pace) = 0;
     /// @return done when something acknowledged, addressNotAcknowledged when nothing did
-    virtual outcome probe(std::uint8_t address, probeMethod method, const transferPace& pace) = 0;
+    virtual transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) = 0;
     /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0: nothing) for a sign of life.
     virtual outcome reset(std::uint8_t address) = 0;
     /// May shrink after a transaction that ended with `notSupported`: it can then be tried again in smaller pieces.
@@ -111,7 +112,7 @@ public:
     virtual std::uint64_t nowNs() = 0;
     /// Lets time pass on the bus's clock.
     virtual void pause(std::uint64_t nanoseconds) = 0;
-    /// How long to leave the bus alone between two questions to a busy device, ns.
+    /// How long to leave the bus alone between two questions to a busy device, ns; 0 not at all.
     [[nodiscard]] virtual std::uint64_t questionPauseNs() const = 0;
 };
 

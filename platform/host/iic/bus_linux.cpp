@@ -136,7 +136,7 @@ public:
     void identify(const std::filesystem::path& lockFolder);
 
     transferResult transfer(std::span<const segment> segments, const transferPace& pace) override;
-    outcome        probe(std::uint8_t address, probeMethod method, const transferPace& pace) override;
+    transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) override;
     outcome        reset(std::uint8_t address) override;
 
     [[nodiscard]] transferLimits           limits() const override { return m_limits; }
@@ -217,16 +217,17 @@ transferResult linuxBus::transfer(std::span<const segment> segments, const trans
 {
     const bool changesTimeout = m_setsTimeout && pace.timeoutMs != 0;
     if (m_descriptor < 0) {
-        return {.end = outcome::gone};
+        return {.end = outcome::gone, .nowNs = m_calls.nowNs()};
     }
     if (changesTimeout) {
         const unsigned long units = pace.timeoutMs / timeoutUnitMs + (pace.timeoutMs % timeoutUnitMs != 0 ? 1 : 0);
         m_calls.control(m_descriptor, I2C_TIMEOUT, units);
     }
-    const transferResult result = can(I2C_FUNC_I2C) ? transferMessages(segments) : transferSmbus(segments);
+    transferResult result = can(I2C_FUNC_I2C) ? transferMessages(segments) : transferSmbus(segments);
     if (changesTimeout) {
         m_calls.control(m_descriptor, I2C_TIMEOUT, usualTimeout);
     }
+    result.nowNs = m_calls.nowNs();
     return result;
 }
 
@@ -336,15 +337,18 @@ transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t com
     return {.end = done ? outcome::done : endOf(errno)};
 }
 
-outcome linuxBus::probe(std::uint8_t address, probeMethod method, const transferPace& pace)
+transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const transferPace& pace)
 {
-    std::uint8_t  byte      = 0;
-    const bool    readsByte = method == probeMethod::safe && mindsAddressAlone(address);
-    const segment question{.address = address,
-                           .way     = readsByte ? direction::read : direction::write,
-                           .bytes   = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
-    const outcome end = transfer({&question, 1}, pace).end;
-    return end == outcome::notAcknowledged ? outcome::addressNotAcknowledged : end; // nothing but the address was asked
+    std::uint8_t   byte      = 0;
+    const bool     readsByte = method == probeMethod::safe && mindsAddressAlone(address);
+    const segment  question{.address = address,
+                            .way     = readsByte ? direction::read : direction::write,
+                            .bytes   = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
+    transferResult result = transfer({&question, 1}, pace);
+    if (result.end == outcome::notAcknowledged) {
+        result.end = outcome::addressNotAcknowledged; // nothing but the address was asked
+    }
+    return result;
 }
 
 /// A kernel's bus has no clocks to send by hand. Opening the adapter anew forgets what was set on it, and its driver frees a held bus, if it
@@ -355,7 +359,7 @@ outcome linuxBus::reset(std::uint8_t address)
     const int error = open();
     outcome   end   = error == 0 ? outcome::done : endOf(error);
     if (end == outcome::done && address != 0) {
-        const outcome answer = probe(address, probeMethod::safe, {});
+        const outcome answer = probe(address, probeMethod::safe, {}).end;
         const bool    alive  = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
         end                  = alive ? outcome::done : answer;
     }

@@ -19,7 +19,6 @@ namespace
 
 constexpr transferLimits simulatedLimits{.writeBytes = 8192, .readBytes = 8192, .segments = 42};
 constexpr std::uint32_t  fastestKhz = 5000; // the fastest IIC mode: bus time must not stand still
-constexpr std::uint64_t  pauseNs = 1000; // short: while a device is busy its polling is what the bus time is spent on
 
 struct endRow {
     sim::outcome simulated;
@@ -40,6 +39,14 @@ outcome endOf(sim::outcome simulated)
 {
     const auto* row = std::ranges::find(ends, simulated, &endRow::simulated);
     return row == ends.end() ? outcome::failed : row->end;
+}
+
+transferResult fromSimulated(const sim::transferResult& result)
+{
+    return {.end        = endOf(result.end),
+            .segment    = result.segment,
+            .bytesMoved = result.bytesMoved,
+            .nowNs      = result.busTimeNs};
 }
 
 /// Letters, digits, '-' and '_' stay; everything else becomes %XX.
@@ -76,12 +83,12 @@ public:
                              .joined  = false});
         }
         const sim::transferResult result = m_wires->transfer(parts, speedOf(pace));
-        return {.end = endOf(result.end), .segment = result.segment, .bytesMoved = result.bytesMoved};
+        return fromSimulated(result);
     }
 
-    outcome probe(std::uint8_t address, probeMethod /*method*/, const transferPace& pace) override
+    transferResult probe(std::uint8_t address, probeMethod /*method*/, const transferPace& pace) override
     {
-        return endOf(m_wires->probe(address, speedOf(pace)).end);
+        return fromSimulated(m_wires->probe(address, speedOf(pace)));
     }
 
     outcome                          reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
@@ -98,7 +105,7 @@ public:
     bool                        heldByDriver(std::uint8_t /*address*/) override { return false; }
     std::uint64_t               nowNs() override { return m_wires->busTimeNs(); }
     void                        pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
-    [[nodiscard]] std::uint64_t questionPauseNs() const override { return pauseNs; }
+    [[nodiscard]] std::uint64_t questionPauseNs() const override { return 0; } // its questions take all the bus time
 
 private:
     static std::uint32_t speedOf(const transferPace& pace) { return std::min(pace.speedKhz, fastestKhz); }

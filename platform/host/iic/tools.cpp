@@ -45,7 +45,7 @@ scanResult toolBus::probe(std::uint8_t address)
     if (m_wires->heldByDriver(address)) {
         return {.address = address, .state = presence::heldByDriver, .reason = {}};
     }
-    const outcome end = m_wires->probe(address, probeMethod::safe, {});
+    const outcome end = m_wires->probe(address, probeMethod::safe, {}).end;
     scanResult    result{.address = address, .state = presence::uncertain, .reason = nameOf(end)};
     if (end == outcome::done) {
         result = {.address = address, .state = presence::present, .reason = {}};

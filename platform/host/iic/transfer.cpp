@@ -62,7 +62,7 @@ class conversation
 {
 public:
     conversation(bus& wires, const transferSettings& settings, transactionHistory& history)
-        : m_wires(wires), m_settings(settings), m_history(history), m_startedNs(wires.nowNs())
+        : m_wires(wires), m_settings(settings), m_history(history), m_startedNs(wires.nowNs()), m_nowNs(m_startedNs)
     {
     }
 
@@ -79,37 +79,39 @@ public:
     {
         return std::max<std::uint64_t>(shortestCycleMs, cyclesToWait * m_settings.writeCycleMs) * nsPerMs;
     }
-    bool expired()
+    [[nodiscard]] bool expired() const
     {
-        return m_settings.pace.timeoutMs != 0 && m_wires.nowNs() - m_startedNs >= m_settings.pace.timeoutMs * nsPerMs;
+        return m_settings.pace.timeoutMs != 0 && m_nowNs - m_startedNs >= m_settings.pace.timeoutMs * nsPerMs;
     }
     /// What a transaction's end means at the start of a transfer.
-    int startError(outcome end) { return isSilence(end) && expired() ? ETIME : errnoOf(end); }
+    [[nodiscard]] int startError(outcome end) const { return isSilence(end) && expired() ? ETIME : errnoOf(end); }
 
 private:
     template <typename Act>
     outcome        withinBusyWait(Act act);
     transferResult send(std::span<const segment> segments);
     outcome        ask();
-    void           pauseSince(std::uint64_t startedNs);
+    void           pauseSince(std::uint64_t startedNs, std::uint64_t windowNs);
+    void           pause(std::uint64_t nanoseconds);
 
     bus&                    m_wires;
     const transferSettings& m_settings;
     transactionHistory&     m_history;
     std::uint64_t           m_startedNs;
+    std::uint64_t           m_nowNs; ///< as of the last transaction or pause
 };
 
 /// Repeats what lost the arbitration or met a busy bus, for as long as a busy bus is waited for.
 template <typename Act>
 outcome conversation::withinBusyWait(Act act)
 {
-    const std::uint64_t startedNs = m_wires.nowNs();
+    const std::uint64_t startedNs = m_nowNs;
     const std::uint64_t windowNs  = m_settings.busyWaitMs * nsPerMs;
     outcome             end       = act();
     std::uint64_t       pauseNs   = shortestBusyPauseNs;
     while ((end == outcome::arbitrationLost || end == outcome::busBusy || end == outcome::interrupted) &&
-           m_wires.nowNs() - startedNs < windowNs && !expired()) {
-        m_wires.pause(pauseNs);
+           m_nowNs - startedNs < windowNs && !expired()) {
+        pause(pauseNs);
         pauseNs = std::min(2 * pauseNs, longestBusyPauseNs);
         end     = act();
     }
@@ -120,8 +122,9 @@ transferResult conversation::send(std::span<const segment> segments)
 {
     transferResult result;
     withinBusyWait([&] {
-        result = m_wires.transfer(segments, m_settings.pace);
-        m_history.note(m_wires.nowNs(), segments, result.end);
+        result  = m_wires.transfer(segments, m_settings.pace);
+        m_nowNs = result.nowNs;
+        m_history.note(m_nowNs, segments, result.end);
         return result.end;
     });
     return result;
@@ -129,10 +132,19 @@ transferResult conversation::send(std::span<const segment> segments)
 
 /// Between two questions to a target that has been silent since `startedNs`. A page's write cycle is asked for closely, since the next page
 /// waits for its end; whoever is silent for longer is asked ever less often.
-void conversation::pauseSince(std::uint64_t startedNs)
+void conversation::pauseSince(std::uint64_t startedNs, std::uint64_t windowNs)
 {
-    const std::uint64_t silentNs = m_wires.nowNs() - startedNs;
-    m_wires.pause(m_wires.questionPauseNs() + (silentNs > closelyAskedNs ? silentNs / 16 : 0));
+    const std::uint64_t silentNs = m_nowNs - startedNs;
+    const std::uint64_t rareNs   = silentNs > closelyAskedNs ? silentNs / 16 : 0;
+    pause(std::min(m_wires.questionPauseNs() + rareNs, windowNs - std::min(silentNs, windowNs)));
+}
+
+void conversation::pause(std::uint64_t nanoseconds)
+{
+    if (nanoseconds != 0) {
+        m_wires.pause(nanoseconds);
+        m_nowNs = m_wires.nowNs();
+    }
 }
 
 outcome conversation::ask()
@@ -140,15 +152,16 @@ outcome conversation::ask()
     const probeMethod method = throughHub(m_settings) ? probeMethod::addressOnly : probeMethod::safe;
     const segment     alone{.address = m_settings.target, .way = direction::write, .bytes = {}};
     return withinBusyWait([&] {
-        const outcome end = m_wires.probe(m_settings.target, method, m_settings.pace);
-        m_history.note(m_wires.nowNs(), {&alone, 1}, end);
-        return end;
+        const transferResult result = m_wires.probe(m_settings.target, method, m_settings.pace);
+        m_nowNs                     = result.nowNs;
+        m_history.note(m_nowNs, {&alone, 1}, result.end);
+        return result.end;
     });
 }
 
 transferResult conversation::sendWhenReady(std::span<const segment> segments, std::uint64_t windowNs)
 {
-    const std::uint64_t startedNs = m_wires.nowNs();
+    const std::uint64_t startedNs = m_nowNs;
     unsigned int        refused   = 1; // sent although the target answers
     transferResult      result    = send(segments);
     while (isSilence(result.end) && result.segment == 0) {
@@ -157,15 +170,15 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
         const outcome answer   = doubtful ? ask() : outcome::done;
         if (answer == outcome::done && doubtful && ++refused > doubtfulSends) {
             result.end = outcome::dataNotAcknowledged;
-        } else if (m_wires.nowNs() - startedNs >= windowNs || expired()) {
+        } else if (m_nowNs - startedNs >= windowNs || expired()) {
             break;
         } else if (answer == outcome::done || answer == outcome::notSupported) {
             if (!doubtful || answer == outcome::notSupported) {
-                pauseSince(startedNs);
+                pauseSince(startedNs, windowNs);
             }
             result = send(segments);
         } else if (isSilence(answer)) {
-            pauseSince(startedNs);
+            pauseSince(startedNs, windowNs);
         } else {
             result.end = answer;
         }
@@ -175,10 +188,10 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
 
 outcome conversation::askUntilAnswered(std::uint64_t windowNs)
 {
-    const std::uint64_t startedNs = m_wires.nowNs();
+    const std::uint64_t startedNs = m_nowNs;
     outcome             end       = ask();
-    while (isSilence(end) && m_wires.nowNs() - startedNs < windowNs && !expired()) {
-        pauseSince(startedNs);
+    while (isSilence(end) && m_nowNs - startedNs < windowNs && !expired()) {
+        pauseSince(startedNs, windowNs);
         end = ask();
     }
     return end;
