@@ -11,7 +11,7 @@ namespace
 const std::set<std::uint32_t> fixedHashes{0x30DD11C9, 0x0B8F87C3, 0x9C262F5A, 0x4389D153, 0xC73070B1, 0xAE369C6A,
                                           0x9E864549, 0x27E236C0, 0xFACF14B6, 0xE6AD6503, 0x34B64FEC, 0x3E54A1DF};
 /// Source lines that are fixed, and are those of messages without a fixed hash.
-const std::set<int> fixedLines{362, 701, 1125, 1207};
+const std::set<int> fixedLines{362, 392, 701, 1125, 1207};
 
 const std::set<std::string> hubFunctions{"\"kest_922lockDeviceAddress\"",        "\"kest_922setHubConfig\"",
                                          "\"kest_922releaseDeviceAddressLock\"", "\"kest_read922HubErrStatus\"",
