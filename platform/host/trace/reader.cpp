@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/host/trace/formats.h"
 #include "platform/host/trace/layout.h"
@@ -108,14 +109,21 @@ std::uint64_t unsignedValue(std::uint32_t number, lengthModifier modifier)
 std::string printfConversion(const conversion& wanted, const char* letters)
 {
     std::string made = "%";
-    made += wanted.leftAligned ? "-" : "";
-    made += wanted.plus ? "+" : "";
-    made += wanted.space ? " " : "";
-    made += wanted.alternate ? "#" : "";
-    made += wanted.zeroPadded ? "0" : "";
-    made += wanted.widthGiven ? std::to_string(wanted.width) : "";
-    made += wanted.precisionGiven ? "." + std::to_string(wanted.precision) : "";
-    return made + letters;
+    for (const auto& [given, flag] :
+         {std::pair(wanted.leftAligned, '-'), std::pair(wanted.plus, '+'), std::pair(wanted.space, ' '),
+          std::pair(wanted.alternate, '#'), std::pair(wanted.zeroPadded, '0')}) {
+        if (given) {
+            made += flag;
+        }
+    }
+    if (wanted.widthGiven) {
+        made += std::to_string(wanted.width);
+    }
+    if (wanted.precisionGiven) {
+        made += '.';
+        made += std::to_string(wanted.precision);
+    }
+    return made += letters;
 }
 
 template <typename Value>
@@ -181,7 +189,7 @@ bool formatConversion(std::string& text, conversion wanted, argumentReader& argu
     takeWidths(wanted, arguments);
     switch (wanted.argument) {
     case argumentKind::none:
-        made = "%";
+        made += '%';
         break;
     case argumentKind::text:
         made = padded(arguments.text(), wanted);
@@ -431,7 +439,9 @@ std::string renderRecord(const traceRecord& record, std::size_t dataBytes)
     std::string line = head.data();
     if (record.binary) {
         const std::span<const std::uint8_t> shown(record.data.data(), std::min(dataBytes, record.data.size()));
-        line += " data " + std::to_string(record.dataSize) + ":";
+        line += " data ";
+        line += std::to_string(record.dataSize);
+        line += ':';
         appendHex(line, shown);
         line += shown.size() < record.dataSize ? " ..." : "";
     } else {

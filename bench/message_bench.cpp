@@ -1,0 +1,247 @@
+/// What the message service costs: reads of 256 bytes in file mode beside an echo server that speaks the same frames. One JSON object on
+/// standard output.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <latch>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "tools/client/client.h"
+
+namespace
+{
+
+using namespace kest::client;
+using stopwatch = std::chrono::steady_clock;
+
+constexpr std::uint32_t readBytes = 256;
+constexpr int           rounds    = 7; // the best of them counts: the machine may have other work
+constexpr int           perRound  = 6000;
+constexpr const char*   location  = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
+
+[[noreturn]] void fail(const std::string& what)
+{
+    std::fprintf(stderr, "message_bench: %s\n", what.c_str());
+    std::exit(1);
+}
+
+// ---------------------------------------------------------------------------------------------------------- echo server
+
+void sendAll(int descriptor, const std::vector<std::uint8_t>& bytes)
+{
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ssize_t sent = send(descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (sent <= 0) {
+            return;
+        }
+        done += static_cast<std::size_t>(sent);
+    }
+}
+
+void echo(int descriptor)
+{
+    FrameAssembler                  assembler(maximumDataBytes);
+    std::array<std::uint8_t, 16384> buffer{};
+    for (ssize_t got = 1; got > 0;) {
+        got = recv(descriptor, buffer.data(), buffer.size(), 0);
+        for (std::size_t used = 0; got > 0 && used < static_cast<std::size_t>(got);) {
+            used += assembler.feed({buffer.data() + used, static_cast<std::size_t>(got) - used});
+            if (assembler.state() == FrameAssembler::State::complete) {
+                frame reply = assembler.take();
+                reply.flags = flagServed | flagData;
+                sendAll(descriptor, encodeFrame(reply));
+            }
+        }
+    }
+    close(descriptor);
+}
+
+/// A thread for each client, blocking calls: nothing simpler or faster.
+[[noreturn]] void runEcho(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listening = socket(AF_UNIX, SOCK_STREAM, 0);
+    if (bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listening, 64) != 0) {
+        fail("echo server");
+    }
+    for (;;) {
+        std::thread(echo, accept(listening, nullptr, nullptr)).detach();
+    }
+}
+
+// -------------------------------------------------------------------------------------------------------------- servers
+
+class Process
+{
+public:
+    template <typename Body>
+    explicit Process(const Body& body)
+    {
+        m_pid = fork();
+        if (m_pid == 0) {
+            body();
+            _exit(127);
+        }
+    }
+    Process(const Process&)            = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process()
+    {
+        kill(m_pid, SIGTERM);
+        waitpid(m_pid, nullptr, 0);
+    }
+    [[nodiscard]] double residentMib() const
+    {
+        std::ifstream status("/proc/" + std::to_string(m_pid) + "/status");
+        double        kib = 0;
+        for (std::string word; status >> word;) {
+            if (word == "VmRSS:") {
+                status >> kib;
+            }
+        }
+        return kib / 1024;
+    }
+
+private:
+    pid_t m_pid;
+};
+
+void awaitServer(const std::string& socket)
+{
+    const auto until = stopwatch::now() + std::chrono::seconds(20);
+    while (!Connection(socket).connected()) {
+        if (stopwatch::now() > until) {
+            fail("no server at " + socket);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+/// State of a service in file mode: the copy that messages address holds 32 KiB.
+std::filesystem::path makeState()
+{
+    std::string folder = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr) {
+        fail("no temporary folder");
+    }
+    const std::filesystem::path path = folder;
+    std::filesystem::create_directories(path / "qorn/P3_Root");
+    std::ofstream(path / "qorn/P3_Root/0") << std::string(32768, 'k');
+    std::ofstream(path / "kest.toml")
+        << "state = \".\"\n[registry]\n\"tavo/ReadMode\" = \"FileMode\"\n[service]\nsocket = \"kestd.socket\"\n";
+    return path;
+}
+
+// -------------------------------------------------------------------------------------------------------------- clients
+
+void readOnce(Connection& connection)
+{
+    const answer got = connection.readSeeprom(location, 512, readBytes);
+    if (!got || got.data.size() != readBytes) {
+        fail("read: " + got.message);
+    }
+}
+
+void echoOnce(Connection& connection)
+{
+    const answer got = connection.request(typeRead, std::vector<std::uint8_t>(readBytes, 'k'));
+    if (!got || got.data.size() != readBytes) {
+        fail("echo: " + got.message);
+    }
+}
+
+struct load {
+    double              perSecond = 0;
+    std::vector<double> tripsUs;
+};
+
+template <typename Request>
+load measure(const std::string& socket, int clients, const Request& request)
+{
+    load                             result;
+    std::vector<std::vector<double>> trips(static_cast<std::size_t>(clients));
+    std::latch                       ready(clients + 1);
+    std::vector<std::jthread>        threads;
+    for (auto& mine : trips) {
+        threads.emplace_back([&ready, &mine, &request, &socket, clients] {
+            Connection connection(socket);
+            mine.reserve(static_cast<std::size_t>(perRound / clients));
+            request(connection);
+            ready.arrive_and_wait();
+            for (int number = 0; number < perRound / clients; ++number) {
+                const auto begin = stopwatch::now();
+                request(connection);
+                mine.push_back(std::chrono::duration<double, std::micro>(stopwatch::now() - begin).count());
+            }
+        });
+    }
+    ready.arrive_and_wait();
+    const auto begin = stopwatch::now();
+    threads.clear(); // joins
+    const double seconds = std::chrono::duration<double>(stopwatch::now() - begin).count();
+    for (const auto& mine : trips) {
+        result.tripsUs.insert(result.tripsUs.end(), mine.begin(), mine.end());
+    }
+    result.perSecond = static_cast<double>(result.tripsUs.size()) / seconds;
+    return result;
+}
+
+double percentile99(std::vector<double> values)
+{
+    const auto at = values.begin() + static_cast<std::ptrdiff_t>(values.size() * 99 / 100);
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+} // namespace
+
+int main()
+{
+    const std::filesystem::path folder     = makeState();
+    const std::string           echoSocket = folder / "echo.socket", socket = folder / "kestd.socket";
+    double                      ratio[2] = {}, best[2][2] = {}, tripUs = 1e9, residentMib = 0;
+    constexpr int               clients[2] = {1, 16};
+    {
+        const Process echoServer([&] { runEcho(echoSocket); });
+        const Process service([&] {
+            const std::string config = folder / "kest.toml";
+            execl(KEST_BIN_DIR "/kestd", "kestd", "--config", config.c_str(), nullptr);
+        });
+        awaitServer(echoSocket);
+        awaitServer(socket);
+        for (int round = 0; round < rounds; ++round) {
+            for (const int index : {0, 1}) {
+                const load floor = measure(echoSocket, clients[index], echoOnce);
+                const load real  = measure(socket, clients[index], readOnce);
+                best[index][0]   = std::max(best[index][0], floor.perSecond);
+                best[index][1]   = std::max(best[index][1], real.perSecond);
+                tripUs           = index == 0 ? std::min(tripUs, percentile99(real.tripsUs)) : tripUs;
+            }
+        }
+        residentMib = service.residentMib(); // idle again, after the load
+    }
+    for (const int index : {0, 1}) {
+        ratio[index] = best[index][1] / best[index][0];
+    }
+    std::filesystem::remove_all(folder);
+    std::printf("{\"message.ratio_1\": %.2f, \"message.ratio_16\": %.2f, \"message.p99_us\": %.1f, "
+                "\"kestd.idle_rss_mib\": %.2f}\n",
+                ratio[0], ratio[1], tripUs, residentMib);
+    std::fprintf(stderr, "messages/s: echo %.0f %.0f, kestd %.0f %.0f\n", best[0][0], best[1][0], best[0][1],
+                 best[1][1]);
+    return 0;
+}

@@ -1,0 +1,39 @@
+/// Serves one request: checks it, has the library serve it, and settles what the library leaves behind.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "tools/client/frame.h"
+#include "tools/kestd/permissions.h"
+
+namespace kest::service
+{
+
+/// Error entries about requests that were refused. One user can make only so many, so that nobody can push out the log's other entries.
+class RefusalLog
+{
+public:
+    /// Makes and commits an entry. @return its log id; 0 when this user has had his share for now
+    std::uint32_t add(std::uint32_t code, const Peer& peer, std::uint16_t type, std::uint32_t length,
+                      const std::string& text);
+
+private:
+    bool takesShare(uid_t user);
+
+    struct Share {
+        std::int64_t sinceMs = 0;
+        unsigned     used    = 0;
+    };
+    std::mutex                       m_lock;
+    std::unordered_map<uid_t, Share> m_shares;
+};
+
+/// A frame that refuses a request.
+client::frame refusal(const client::frame& request, std::uint32_t code, std::uint32_t logId, const std::string& text);
+
+/// May block for as long as the devices take. Any thread.
+client::frame dispatch(const client::frame& request, const Peer& peer, Permission permission, RefusalLog& refusals);
+
+} // namespace kest::service

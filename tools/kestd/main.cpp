@@ -1,0 +1,84 @@
+/// kestd: serves SEEPROM requests of other processes over a Unix-domain socket.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <exception>
+#include <fmt/format.h>
+#include <malloc.h>
+
+#include "platform/host/registry/configuration.h"
+#include "platform/host/trace/rings.h"
+#include "tools/kestd/service.h"
+#include "tools/kestd/systemd.h"
+
+namespace
+{
+
+constexpr int exitFailed   = 1;
+constexpr int exitWrongUse = 2;
+
+constexpr const char* footer = R"(Clients are permitted by user and group (service.* in the configuration); root and
+the user that kestd runs as may do everything.
+
+SIGTERM  answers what has been accepted and ends
+SIGHUP   reads the configuration again
+
+Started by a service manager it takes the socket that is handed over, and tells
+when it is ready. Exit codes: 0 ended by a signal, 1 failed, 2 wrong use.)";
+
+struct options {
+    std::string config;
+    std::string socket;
+};
+
+int fail(int exit, const std::string& error)
+{
+    fmt::print(stderr, "kestd: {}\n", error);
+    return exit;
+}
+
+int serve(const options& wanted)
+{
+    if (!wanted.config.empty()) {
+        kest::host::useConfigurationFile(wanted.config);
+    }
+    const auto& current = kest::host::currentConfiguration();
+    if (!kest::host::configurationError().empty()) {
+        return fail(exitWrongUse, kest::host::configurationError());
+    }
+    kest::host::useTraceFolder(current.traceFolder);
+    const auto handed = kest::service::takeHandedSocket();
+    if (handed.error != nullptr) {
+        return fail(exitFailed, handed.error);
+    }
+    kest::service::Service service;
+    std::string            error =
+        service.listen(handed.descriptor, wanted.socket.empty() ? current.service.socket.string() : wanted.socket);
+    if (error.empty()) {
+        error = service.run();
+    }
+    return error.empty() ? 0 : fail(exitFailed, error);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // A heap for each thread would keep what its busiest moment took
+    mallopt(M_ARENA_MAX, 2);
+    options  wanted;
+    CLI::App app("Serves requests to read and write SEEPROMs over a Unix-domain socket.");
+    app.footer(footer);
+    app.set_version_flag("--version", "kestd " KEST_VERSION, "show the version and end");
+    app.add_option("--config", wanted.config, "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml")
+        ->type_name("FILE");
+    app.add_option("--socket", wanted.socket, "listen here instead of at the configured path")->type_name("PATH");
+    try {
+        app.parse(argc, argv);
+        return serve(wanted);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : exitWrongUse;
+    } catch (const std::exception& error) {
+        return fail(exitFailed, error.what());
+    }
+}

@@ -1,0 +1,100 @@
+/// The message service: its listening socket, its clients, its settings.
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/strand.hpp>
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "tools/kestd/dispatch.h"
+#include "tools/kestd/permissions.h"
+#include "tools/kestd/session.h"
+#include "tools/kestd/workers.h"
+
+namespace kest::service
+{
+
+/// Steady clock.
+std::int64_t nowMs();
+
+/// What a configuration says about the service, worked out. Not changed once it is in use.
+struct Settings {
+    host::serviceSettings limits;
+    Permissions           permissions;
+    std::uint64_t         generation = 0;
+};
+
+class Service
+{
+public:
+    Service();
+    Service(const Service&)            = delete;
+    Service& operator=(const Service&) = delete;
+    ~Service();
+
+    /// Takes over a listening socket, or makes one at `path`. @return what went wrong, empty when nothing did
+    std::string listen(int handedDescriptor, const std::string& path);
+
+    /// Serves until SIGTERM or SIGINT, and then until everything accepted has been answered.
+    /// @return what went wrong, empty when nothing did
+    std::string run();
+
+    // For the sessions.
+    Workers&                    workers() { return m_workers; }
+    RefusalLog&                 refusals() { return m_refusals; }
+    [[nodiscard]] std::uint64_t generation() const { return m_generation.load(std::memory_order_acquire); }
+    [[nodiscard]] std::shared_ptr<const Settings> settings() const;
+    void                                          remove(Session& session);
+
+private:
+    using Protocol = asio::local::stream_protocol;
+
+    struct Client {
+        std::shared_ptr<Session> session;
+        bool                     stranger = false; ///< permitted nothing
+    };
+
+    std::string makeSocket(const std::string& path);
+    void        useSettings();
+    void        acceptNext();
+    void        admit(Protocol::socket socket);
+    /// @return whether there is room for it
+    bool        add(const std::shared_ptr<Session>& session, bool stranger);
+    void        awaitSignal();
+    void        reload();
+    void        stop();
+    void        acceptBacklog();
+    void        tidy();
+    void        feedWatchdog();
+    std::string shutDown();
+
+    asio::io_context                              m_context;
+    Workers                                       m_workers;
+    RefusalLog                                    m_refusals;
+    asio::strand<asio::io_context::executor_type> m_strand; ///< for everything but the sessions
+    Protocol::acceptor                            m_acceptor;
+    asio::signal_set                              m_signals;
+    asio::steady_timer                            m_acceptTimer;
+    asio::steady_timer                            m_tidyTimer;
+    asio::steady_timer                            m_watchdogTimer;
+    std::optional<std::chrono::microseconds>      m_watchdog;
+    std::string                                   m_ownPath; ///< of the socket that this process made
+    int                                           m_ownLock = -1;
+    std::atomic<std::uint64_t>                    m_generation{0};
+    mutable std::mutex                            m_lock; ///< of all that follows
+    std::shared_ptr<const Settings>               m_settings;
+    std::map<Session*, Client>                    m_clients;
+    std::size_t                                   m_strangers = 0;
+    bool                                          m_stopping  = false;
+    bool                                          m_tidying   = false;
+};
+
+} // namespace kest::service

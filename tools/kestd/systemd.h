@@ -1,0 +1,23 @@
+/// What the service says to, and takes from, the service manager. Without one, nothing happens.
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+namespace kest::service
+{
+
+/// The listening socket that was handed over at start: exactly one, a Unix stream socket.
+struct handedSocket {
+    int         descriptor = -1;      ///< -1 when none was
+    const char* error      = nullptr; ///< what was handed over is not usable
+};
+handedSocket takeHandedSocket();
+
+/// Says "READY=1" and the like.
+void notify(const char* state);
+
+/// How often the manager wants to hear that the service lives; nothing when it does not care.
+std::optional<std::chrono::microseconds> watchdogInterval();
+
+} // namespace kest::service
