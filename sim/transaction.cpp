@@ -12,7 +12,7 @@ transaction::transaction(const busChips& on, busState& of, wire& over, std::span
 
 transferResult transaction::run()
 {
-    const auto gone = [this](const segment& part) { return faults.strikes(faultKind::gone, part, 0) != nullptr; };
+    const auto gone = [this](const segment& part) { return faults.strikesAddress(faultKind::gone, part) != nullptr; };
     if (std::ranges::any_of(segments, gone)) {
         result.end = outcome::gone;
     } else {

@@ -38,6 +38,9 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
     const row rows[] = {
         {"", "machine.toml:1:1: no [[bus]]"},
         {"[[bus]\n", "machine.toml:1:7: Error while parsing table header: expected ']', saw '\\n'"},
+        {bus + "  [[\n", "machine.toml:3:3: expected the name of a table behind '['"},
+        {"[\x82]\n", "machine.toml:1:1: expected the name of a table behind '['"},
+        {bus + "[[", "machine.toml:3:1: expected the name of a table behind '['"},
         {"[bus]\nname = \"planar\"\n", "machine.toml:1:1: key 'bus': expected tables, written [[bus]]"},
         {"bus = 3\n", "machine.toml:1:7: key 'bus': expected tables, written [[bus]]"},
         {bus + "speed = 3\n", "machine.toml:3:1: unknown key 'speed' in [[bus]]"},
