@@ -313,6 +313,7 @@ TEST_F(KestProcessMsg, WithoutMemoryWritesNothing)
     platform.failMalloc();
     process(writeType, join({head(0, 3), terminated("loc"), counting(3)}));
     EXPECT_EQ("\ntavo_malloc(3)\n" + refusal(messageSrc(0x132B, 3)), platform.calls());
+    EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%x\", \"kestProcessMsg\", 0x3)"));
     EXPECT_EQ(0, reply.replyFlags);
 }
 

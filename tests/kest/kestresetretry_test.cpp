@@ -71,6 +71,7 @@ TEST_F(KestResetRetry, AReadThatFailsAgainJoinsTheFirstFailure)
                   "delete entry2\n" +
                   softwareError(1, 0x00001312, 31, 1641),
               platform.calls());
+    EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%d\", \"kest_wobuResetRetry\", 0)"));
     EXPECT_NE(nullptr, entry);
     EXPECT_EQ(3u, length);
     EXPECT_EQ(0, platform.commits());
@@ -86,6 +87,7 @@ TEST_F(KestResetRetry, AWriteThatFailsAgainJoinsTheFirstFailure)
                   "delete entry2\n" +
                   softwareError(1, 0x40001311, 31, 1641),
               platform.calls());
+    EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%d\", \"kest_wobuResetRetry\", 1)"));
     EXPECT_NE(nullptr, entry);
     EXPECT_EQ(2u, length);
 }

@@ -203,6 +203,15 @@ TEST_F(KestSeeprom, FreesWhatAnEmptyCopyLeftBehind)
     EXPECT_EQ(0x40001306u, platform.entry(1).returnCode);
 }
 
+TEST_F(KestSeeprom, GivesNoFreedBufferAway)
+{
+    address.location[0] = '\0'; // the hardware read ends before it takes a buffer of its own
+    platform.readsEmptyCopy();
+    read(mixedMode);
+    EXPECT_EQ("\ntavo_util_free(copy1)\n", platform.log(kindMemory));
+    EXPECT_EQ(nullptr, data);
+}
+
 TEST_F(KestSeeprom, LeavesABufferOfAnEmptyCopyToTheCallerInFileMode)
 {
     platform.readsEmptyCopy();
@@ -315,14 +324,18 @@ TEST_F(KestSeeprom, LooksAtTheBufferBeforeTheLength)
 
 TEST_F(KestSeeprom, RefusesAReadWithoutLengthOrBufferPointer)
 {
-    for (const bool noLength : {true, false}) {
+    const struct {
+        unsigned int*   length;
+        unsigned char** data;
+        const char*     trace;
+    } rows[] = {{nullptr, &data, ", 1, 0)"}, {&length, nullptr, ", 0, 1)"}, {nullptr, nullptr, ", 1, 1)"}};
+    for (const auto& row : rows) {
         again();
-        entry = KEST_seepromRead(address, nullptr, 0, noLength ? nullptr : &length, noLength ? &data : nullptr,
-                                 inMode(hardwareMode).data());
+        entry = KEST_seepromRead(address, nullptr, 0, row.length, row.data, inMode(hardwareMode).data());
         EXPECT_EQ("\n" + newEntry(1, {6, 0x132B, 0, 0, 0, 0, 0x81, "kestseeprom"}) + returnCode(1, 0x8000132B) +
                       callout(1),
                   platform.calls());
-        EXPECT_EQ(1u, platform.lines(kindTrace).size());
+        EXPECT_NE(std::string::npos, platform.traces().find(std::string("\"KEST_seepromRead\"") + row.trace));
     }
 }
 
@@ -375,6 +388,7 @@ TEST_F(KestSeeprom, WritesNothingInFileModeWithoutACopy)
     EXPECT_EQ("\n" + std::string(copyProbe) + newEntry(1, copySrc(7, 0x1306, 0, 0, 0)) + returnCode(1, 0x40001306),
               platform.calls());
     EXPECT_NE(nullptr, entry);
+    EXPECT_EQ(1u, platform.lines(kindTrace).size());
     EXPECT_EQ(8u, length);
 }
 

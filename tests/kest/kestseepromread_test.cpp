@@ -241,6 +241,7 @@ TEST_F(KestSeepromHardwareRead, WithoutMemoryTouchesNothing)
               platform.calls());
     EXPECT_EQ(0u, length);
     EXPECT_EQ(nullptr, data);
+    EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%x\", \"kest_seepromHardwareRead\", 0x8)"));
     again();
     transfer("sim:planar,L,2C0256,A0", 0, 0xFFFFFFFF); // more than there is
     EXPECT_EQ((Src{.module = 15, .reason = 0x132B, .word1 = 0xFFFFFFFF, .subsystem = 0x81}),

@@ -215,6 +215,18 @@ TEST_F(KestWobu, AReadThatMovedAllLeavesTheLength)
     EXPECT_EQ(counting(16, 9), Bytes(buffer, buffer + 16));
 }
 
+TEST_F(KestWobu, ATransferOfNothingIsASuccess)
+{
+    mern_t handle = platform.openHandle();
+    platform.reads({}).writes();
+    ErrlEntry* entry  = nullptr;
+    unsigned   length = 0;
+    kest_wobuRead(handle, entry, &length, buffer, 1);
+    kest_wobuWrite(handle, entry, &length, buffer);
+    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(0u, length);
+}
+
 TEST_F(KestWobu, ShortTransfersOfEveryLengthAreFailures)
 {
     for (const bool write : {false, true}) {
@@ -580,6 +592,14 @@ TEST_F(KestWobuFfdc, ExtractGivesTheLayersBufferAway)
     tavo_util_free(&data);
 }
 
+TEST_F(KestWobuFfdc, ExtractGivesASingleByte)
+{
+    platform.extractsFfdc(hex("7f"));
+    EXPECT_EQ(0u, kest_wobuFFDCExtract(handle, entry, &data, &size));
+    EXPECT_EQ(1u, size);
+    tavo_util_free(&data);
+}
+
 TEST_F(KestWobuFfdc, ExtractOfNothingLeavesTheSize)
 {
     platform.extractsNoFfdc();
@@ -655,7 +675,16 @@ TEST_F(KestWobu, BlockFollowsTheTypeOfASingleDevice)
         {KEST_DEV_92, "400 A2 0 2512 0 0 FFFB0001 1000"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(row.block, blockOf({0xA2, row.type, 0, nullptr}, 256, true, defaults, 0)) << std::hex << row.type;
+        const kest_deviceAddress device{0xA2, row.type, 0, nullptr};
+        EXPECT_EQ(row.block, blockOf(device, 256, true, defaults, 0)) << std::hex << row.type;
+        // transfer mode 2 sets no flag, and takes the mere block time
+        const kest_attributeValue plain[6] = {400, 1, 15, 1, 1, 2};
+        std::string               unflagged{row.block};
+        for (const auto& [from, to] : {std::pair{"2512", "128"}, std::pair{"0001 1000", "0000 1000"}}) {
+            const std::size_t at = unflagged.find(from);
+            unflagged            = at == std::string::npos ? unflagged : unflagged.replace(at, std::strlen(from), to);
+        }
+        EXPECT_EQ(unflagged, blockOf(device, 256, true, plain, 0)) << std::hex << row.type;
     }
 }
 
@@ -680,6 +709,9 @@ TEST_F(KestWobu, BlockOfAnF0HubKnowsNothingOfTheDeviceBehindIt)
     EXPECT_EQ("400 E0 0 1200 0 0 FFFB0001 1000", blockOf(hub, 256, true, defaults, 0));
     hub.next = &hub922;
     EXPECT_EQ("400 E0 0 1200 0 0 FFFB0001 1000", blockOf(hub, 256, true, defaults, 2));
+    const kest_attributeValue plain[6] = {400, 1, 15, 1, 1, 2};
+    EXPECT_EQ("400 E0 0 1200 0 0 FFFB0000 1000", blockOf(hub, 256, true, plain, 0));
+    EXPECT_EQ("400 80 0 1200 15 128 FFFD0000 1000", blockOf(hub922, 256, true, plain, 0));
 }
 
 TEST_F(KestWobu, BlockFlagsFollowTheTransferMode)
