@@ -89,16 +89,16 @@ TEST_F(DataPort, EachFunctionServesItsTypesAndIsSilentOnOthers)
 {
     const struct {
         const char* type;
-        bool        read, write, config; // config 6, which no LED driver has
         const char* direction;           // first register byte of config 0; null when the bus is not touched
+        bool        read, write, config; // config 6, which no LED driver has
     } rows[] = {
-        {"75", true, false, false, nullptr},      {"92", true, false, false, nullptr},
-        {"9551", true, true, true, nullptr},      {"9552", true, true, true, nullptr},
-        {"9554", true, true, true, "03"},         {"9555", true, true, true, "06"},
-        {"D10", false, false, false, nullptr},    {"172", false, false, false, nullptr},
-        {"1C0002", false, false, false, nullptr}, {"2C0032", false, false, false, nullptr},
-        {"2C0064", false, false, false, nullptr}, {"2C0128", false, false, false, nullptr},
-        {"2C0256", false, false, false, nullptr}, {"2C0512", false, false, false, nullptr},
+        {"75", nullptr, true, false, false},      {"92", nullptr, true, false, false},
+        {"9551", nullptr, true, true, true},      {"9552", nullptr, true, true, true},
+        {"9554", "03", true, true, true},         {"9555", "06", true, true, true},
+        {"D10", nullptr, false, false, false},    {"172", nullptr, false, false, false},
+        {"1C0002", nullptr, false, false, false}, {"2C0032", nullptr, false, false, false},
+        {"2C0064", nullptr, false, false, false}, {"2C0128", nullptr, false, false, false},
+        {"2C0256", nullptr, false, false, false}, {"2C0512", nullptr, false, false, false},
     };
     for (const auto& row : rows) {
         const std::string text = "/dev/i2c-1,L," + std::string(row.type) + ",C0";
@@ -131,18 +131,18 @@ TEST_F(DataPort, EachFunctionServesItsTypesAndIsSilentOnOthers)
 TEST_F(DataPort, ConfigGoesToDirectionsUpTo1AndToRawRegistersAbove)
 {
     const struct {
-        std::uint32_t      config;
         std::vector<Bytes> written;
+        std::uint32_t      config;
         std::uint16_t      reason;
-    } rows[] = {{0, {hex("06"), hex("06 FF 5A")}, 0},
-                {1, {hex("06"), hex("06 00 5A")}, 0},
-                {2, {}, 0x132D},
-                {5, {}, 0x132D},
-                {6, {hex("04 FF")}, 0},
-                {7, {hex("05 FF")}, 0},
-                {8, {}, 0x132D},
-                {0x80000000, {}, 0x132D},
-                {0xFFFFFFFF, {}, 0x132D}};
+    } rows[] = {{{hex("06"), hex("06 FF 5A")}, 0, 0},
+                {{hex("06"), hex("06 00 5A")}, 1, 0},
+                {{}, 2, 0x132D},
+                {{}, 5, 0x132D},
+                {{hex("04 FF")}, 6, 0},
+                {{hex("05 FF")}, 7, 0},
+                {{}, 8, 0x132D},
+                {{}, 0x80000000, 0x132D},
+                {{}, 0xFFFFFFFF, 0x132D}};
     for (const auto& row : rows) {
         restart();
         platform.healthy();
