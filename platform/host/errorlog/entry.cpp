@@ -59,12 +59,6 @@ loggedSrc makeSrc(unsigned short component, srciType type, unsigned int flags, u
 
 } // namespace
 
-ErrlBase::~ErrlBase() = default;
-
-void* ErrlBase::operator new(std::size_t bytes) noexcept { return ::operator new(bytes, std::nothrow); }
-
-void ErrlBase::operator delete(void* object) noexcept { ::operator delete(object); }
-
 const std::uint32_t* SrciSrc::getHexData(unsigned int& count) const
 {
     count = static_cast<unsigned int>(m_state->src.words.size());
