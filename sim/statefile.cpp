@@ -250,7 +250,7 @@ std::uint32_t stateFile::nextFaultNumber()
 std::string stateFile::wavePath(std::size_t bus) const
 {
     const std::uint8_t* const at     = mapped + blocks[bus].at + 1;
-    const std::size_t         length = std::min<std::size_t>(at[0] | at[1] << 8, longestPath);
+    const std::size_t         length = std::min(at[0] | std::size_t{at[1]} << 8, longestPath);
     return {reinterpret_cast<const char*>(at + 2), length};
 }
 
