@@ -303,7 +303,7 @@ protected:
         return run("kestctl", std::move(arguments), configured(std::move(options)));
     }
     /// kestctl's standard output; the test fails when it does not end with exit code 0 and nothing on standard error.
-    [[nodiscard]] std::string says(std::vector<std::string> arguments, runOptions options = {}) const
+    std::string says(std::vector<std::string> arguments, runOptions options = {}) const
     {
         const runResult result = kestctl(std::move(arguments), std::move(options));
         EXPECT_EQ(0, result.exit) << result.errors;

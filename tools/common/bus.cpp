@@ -18,8 +18,11 @@ failure busFailure(int error, const busName& bus, const std::string& step)
         advice.what    = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";
     }
-    if (error == ENOENT && !simulatedBusTrouble(bus.path, bus.node).empty())
-        advice.what = simulatedBusTrouble(bus.path, bus.node);
+    const std::string trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(bus.path, bus.node) : "";
+    if (!trouble.empty()) {
+        advice.what    = trouble;
+        advice.tryThis = "";
+    }
     return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
 }
 

@@ -65,7 +65,14 @@ constexpr std::array reasonRows{
     reasonRow{0x1306, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
     reasonRow{0x130A, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
     reasonRow{0x1309, exitFailed, "the bus is held, or answers oddly", "'kestctl reset BUS' frees a held bus"},
+    reasonRow{0x1319, exitFailed, "the hub calls the command malformed", ""},
     reasonRow{0x131A, exitAbsent, "the device behind the hub does not answer", "check port and address"},
+    reasonRow{0x131B, exitFailed, "a bus behind the hub stays held", "power-cycle what holds it"},
+    reasonRow{0x131C, exitWrongUse, "the hub has no such port", "a 922 hub has ports 0 to 7"},
+    reasonRow{0x131D, exitFailed, "the transfer is too long for the hub", ""},
+    reasonRow{0x131E, exitFailed, "the hub reports a hardware fault", ""},
+    reasonRow{0x131F, exitFailed, "the hub reports a status that is not known", ""},
+    reasonRow{0x132A, exitFailed, "the hub's status can't be read", "try again"},
     reasonRow{0x1315, exitWrongUse, "the device text is malformed", "see 'kestctl --help' for device texts"},
     reasonRow{0x1302, exitWrongUse, "the chain of devices is not valid", "see 'kestctl --help' for device texts"},
     reasonRow{0x1318, exitWrongUse, "there is no such node", "L is the local node, others are 0 to 7"},
@@ -85,31 +92,42 @@ void findSrc(const ErrlEntry& entry, Found found)
     }
 }
 
-void describe(const ErrlEntry& entry, failure& why)
+/// Tells what a reason code says by itself. @return false when it is none of those that do
+bool describeReason(std::uint32_t reason, failure& why)
 {
-    const int error = errnoOf(entry);
+    const auto* row = std::ranges::find(reasonRows, reason, &reasonRow::reason);
+    if (row == reasonRows.end())
+        return false;
+    why.code    = row->code;
+    why.what    = row->what;
+    why.tryThis = row->tryThis;
+    return true;
+}
+
+void describeErrno(int error, const device& which, failure& why)
+{
+    const errnoAdvice advice  = adviceFor(error);
+    const std::string trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(which.bus, which.node) : "";
+    why.code                  = advice.code;
+    why.what                  = trouble.empty() ? advice.what : trouble;
+    why.tryThis               = trouble.empty() ? advice.tryThis : "";
+}
+
+/// What the return code says is the whole transfer's verdict; else the failed call of the layer is the cause, else the first reason known.
+void describe(const ErrlEntry& entry, const device& which, failure& why)
+{
+    constexpr std::uint32_t reasonBits = 0xFFFF;
+    const int               error      = errnoOf(entry);
     if (entry.getRC() == codeHubWasReset) {
         why.code    = exitAbsent;
         why.what    = "the hub did not answer and was reset";
         why.tryThis = "try again: the next transfer can work";
-        return;
+    } else if (!describeReason(entry.getRC() & reasonBits, why)) {
+        if (error != 0)
+            describeErrno(error, which, why);
+        else
+            findSrc(entry, [&why](std::uint32_t reason, std::uint32_t) { return describeReason(reason, why); });
     }
-    if (error != 0) {
-        const errnoAdvice advice = adviceFor(error);
-        why.code                 = advice.code;
-        why.what                 = advice.what;
-        why.tryThis              = advice.tryThis;
-        return;
-    }
-    findSrc(entry, [&](std::uint32_t reason, std::uint32_t) {
-        const auto* row = std::ranges::find(reasonRows, reason, &reasonRow::reason);
-        if (row == reasonRows.end())
-            return false;
-        why.code    = row->code;
-        why.what    = row->what;
-        why.tryThis = row->tryThis;
-        return true;
-    });
 }
 
 void replaceBus(std::string& text, const std::string& bus)
@@ -178,10 +196,7 @@ failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, cons
 {
     failure why{.code = exitFailed, .what = "", .device = which.label, .step = step};
     why.returnCode = entry->getRC();
-    describe(*entry, why);
-    const std::string trouble = errnoOf(*entry) == ENOENT ? simulatedBusTrouble(which.bus, which.node) : "";
-    if (!trouble.empty())
-        why.what = trouble;
+    describe(*entry, which, why);
     if (why.what.empty())
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
     replaceBus(why.tryThis, which.bus);

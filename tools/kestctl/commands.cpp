@@ -63,11 +63,11 @@ void addFilter(CLI::App* verb, errorsFilter& filter)
 void addScan(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<scanOptions>();
-    CLI::App*  verb =
-        addVerb(&app, "scan", "show what answers on a bus, as a grid",
-                "The grid has 7-bit addresses, as other tools show them; the list below it has both forms.\n"
-                "Marks: a number, something answers; --, nothing; UU, a driver of the kernel has it\n"
-                "and it was not asked; ??, it can't be told. Nothing is written to any device.");
+    CLI::App*  verb    = addVerb(&app, "scan", "show what answers on a bus, as a grid",
+                                 "The grid has 7-bit addresses, as other tools show them; the list below it has\n"
+                                     "both forms. Marks: a number, something answers; --, nothing does; UU, a driver\n"
+                                     "of the kernel has it and it was not asked; ??, it can't be told. Nothing is\n"
+                                     "written to any device.");
     addBus(verb, options->bus, options->node);
     runs(verb, shared, options, runScan);
 }
@@ -99,10 +99,10 @@ void addDevices(CLI::App& app, context& shared)
 void addDetect(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<detectOptions>();
-    CLI::App*  verb =
-        addVerb(&app, "detect", "tell whether devices are there",
-                "A SEEPROM behind a hub is detected by reading one byte of it. The exit code is 0 when all\n"
-                "devices are there, else that of the first one that is not: 4 when nothing answers.");
+    CLI::App*  verb    = addVerb(&app, "detect", "tell whether devices are there",
+                                 "A SEEPROM behind a hub is detected by reading one byte of it. The exit code is 0\n"
+                                     "when all devices are there, else that of the first one that is not: 4 when\n"
+                                     "nothing answers.");
     verb->add_option("DEVICE", options->devices, "names, numbers or device texts; none: the whole device table")
         ->type_name("");
     addSpeed(verb, options->speedKhz, "the bus's own otherwise");
@@ -122,13 +122,13 @@ void addPort(CLI::App& app, context& shared)
     runs(read, shared, reading, runPortRead);
 
     const auto writing = std::make_shared<portWriteOptions>();
-    CLI::App*  write =
-        addVerb(area, "write", "change outputs; pins that are not chosen stay as they are",
-                "Operations: low, high; on (low), off (let go), blink0, blink1 for LED drivers; copy sets the\n"
-                "pins of --mask to the levels in BITS. An I/O expander's pin must be an output to show it.\n"
-                "Pin 15 of a PCA9552 at C0 or C2 is the reset line of two hubs: driving it asks first.\n"
-                "  kestctl port write panel-leds on --pins 0,3-5\n"
-                "  kestctl port write panel-leds copy 0x0A --mask 0x0F");
+    CLI::App*  write   = addVerb(area, "write", "change outputs; pins that are not chosen stay as they are",
+                                 "Operations: low, high; on (low), off (let go), blink0, blink1 for LED drivers;\n"
+                                    "copy sets the pins of --mask to the levels in BITS. A pin of an I/O expander\n"
+                                    "must be an output to show it. Pin 15 of a PCA9552 at C0 or C2 is the reset line\n"
+                                    "of two hubs: driving it asks first.\n"
+                                    "  kestctl port write panel-leds on --pins 0,3-5\n"
+                                    "  kestctl port write panel-leds copy 0x0A --mask 0x0F");
     addDeviceArgument(write, writing->device);
     write->add_option("OPERATION", writing->operation, "low, high, on, off, blink0, blink1 or copy")
         ->required()
@@ -142,8 +142,8 @@ void addPort(CLI::App& app, context& shared)
 
     const auto configuring = std::make_shared<portConfigOptions>();
     CLI::App*  config      = addVerb(area, "config", "set pin directions, blink rates or polarity",
-                                     "Functions: input, output (pins) and polarity0, polarity1 (a byte) of I/O expanders;\n"
-                                           "prescaler0, duty0, prescaler1, duty1 (a byte) of LED drivers.\n"
+                                     "Functions: input, output (pins) and polarity0, polarity1 (a byte) of I/O\n"
+                                           "expanders; prescaler0, duty0, prescaler1, duty1 (a byte) of LED drivers.\n"
                                            "  kestctl port config straps output --pins 4-7\n"
                                            "  kestctl port config panel-leds prescaler0 43");
     addDeviceArgument(config, configuring->device);

@@ -2,6 +2,9 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <array>
+#include <memory>
+#include <sstream>
+#include <string>
 
 #include "platform/host/registry/configuration.h"
 #include "platform/host/trace/rings.h"
@@ -19,7 +22,7 @@ constexpr std::array areas{addSeeprom,  addCopy,    addMessage, addPort,   addDe
                            addTopology, addDevices, addReset,   addErrors, addTrace,  addSim};
 
 constexpr const char* about =
-    "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders, sensors, hubs.";
+    "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders,\nsensors, hubs.";
 
 constexpr const char* footer = R"(DEVICE is a name or number of the device table ('kestctl devices') or a device
 text, whose types, addresses and ports are hexadecimal:
@@ -40,12 +43,50 @@ Try it without hardware:
 Exit codes: 0 done, 1 failed, 2 wrong use, 3 refused (not permitted or not
 confirmed), 4 device absent, 5 verify failed, 6 busy.)";
 
+/// Breaks descriptions between words, so that help fits a terminal.
+class narrowFormatter : public CLI::Formatter
+{
+public:
+    narrowFormatter()
+    {
+        column_width(nameColumns);
+        label("REQUIRED", ""); // the usage line has the others in brackets
+    }
+    std::string make_option_desc(const CLI::Option* option) const override
+    {
+        return wrapped(Formatter::make_option_desc(option));
+    }
+    std::string make_subcommand(const CLI::App* verb) const override
+    {
+        std::ostringstream text;
+        CLI::detail::format_help(text, verb->get_name(), wrapped(verb->get_description()), nameColumns);
+        return text.str();
+    }
+
+private:
+    static constexpr std::size_t nameColumns = 22;
+    static constexpr std::size_t textColumns = 80 - nameColumns;
+
+    static std::string wrapped(const std::string& text)
+    {
+        std::istringstream words(text);
+        std::string        result;
+        std::size_t        column = 0;
+        for (std::string word; words >> word;) {
+            const bool fits = column + 1 + word.size() <= textColumns;
+            result += (column == 0 ? "" : fits ? " " : "\n") + word;
+            column = word.size() + (fits && column != 0 ? column + 1 : 0);
+        }
+        return result;
+    }
+};
+
 void setUp(CLI::App& app, context& shared)
 {
+    app.formatter(std::make_shared<narrowFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(footer);
-    app.get_formatter()->column_width(26);
     app.set_version_flag("--version", "kestctl " KEST_VERSION, "show the version and end");
     app.add_flag("--json", shared.json, "JSON on standard output instead of text");
     app.add_option_function<std::string>(
@@ -63,6 +104,15 @@ std::string deepestCommand(const CLI::App& app)
     return chosen.empty() ? app.get_name() : app.get_name() + " " + deepestCommand(*chosen.front());
 }
 
+/// What the parser complains about. Where it misses a subcommand, a word that is none says more.
+std::string complaint(const CLI::App& app, const CLI::ParseError& why)
+{
+    for (const std::string& word : app.remaining(true))
+        if (!word.starts_with('-') && std::string(why.what()).find("subcommand") != std::string::npos)
+            return "there is no '" + word + "'";
+    return why.what();
+}
+
 int parseAndRun(int count, char** words, context& shared)
 {
     CLI::App app(about, "kestctl");
@@ -71,7 +121,7 @@ int parseAndRun(int count, char** words, context& shared)
         app.parse(count, words);
     } catch (const CLI::ParseError& end) {
         if (end.get_exit_code() != 0)
-            throw wrongUse(end.what(), "'" + deepestCommand(app) + " --help' shows how");
+            throw wrongUse(complaint(app, end), "'" + deepestCommand(app) + " --help' shows how");
         std::ostringstream text;
         app.exit(end, text, text);
         standardOutput().text(text.str());

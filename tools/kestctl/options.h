@@ -51,7 +51,7 @@ inline CLI::App* addVerb(CLI::App* area, const std::string& name, const std::str
 {
     CLI::App* verb = area->add_subcommand(name, help);
     verb->fallthrough();
-    verb->footer(more);
+    verb->footer(more + (more.empty() ? "" : "\n") + "--json and --config FILE work here, too.");
     return verb;
 }
 

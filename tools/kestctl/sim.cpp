@@ -57,7 +57,7 @@ std::string faultText(const sim::machine::listedFault& fault)
     if (!what.way.empty())
         text += " " + what.way;
     if (what.nth != 0)
-        text += fmt::format(" from the {}th on", what.nth);
+        text += fmt::format(" from transaction {} on", what.nth);
     if (what.count != 0)
         text += fmt::format(" {} times", what.count);
     if (what.probability < 1)
@@ -218,8 +218,7 @@ int runSimWaveStop(const context& shared, const simWaveOptions& options)
     const auto bus     = busOf(options.bus);
     requireBus(*machine, bus);
     if (!machine->stopWave(bus))
-        throw failure{
-            .code = exitFailed, .what = "nothing is being recorded", .device = "sim:" + bus, .step = "sim wave stop"};
+        throw systemFailure(errno, "sim wave stop", "sim:" + bus);
     done(shared, {{"bus", bus}, {"stopped", true}}, "sim:" + escaped(bus) + ": recording ended");
     return exitDone;
 }

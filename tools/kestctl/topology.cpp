@@ -26,6 +26,8 @@ struct branch {
     std::vector<branch> branches;
 };
 
+std::string trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
+
 bool sameBus(const busName& one, const busName& other) { return one.path == other.path && one.node == other.node; }
 
 /// What is said behind a device when it was asked whether it is there.
@@ -88,10 +90,11 @@ private:
                                    {"text", item.text}};
         const std::string state = m_probe ? answer(item, item.text) : "";
         if (!state.empty()) {
-            label += "  " + standardOutput().paint(state == "present" ? colour::green : colour::red, state);
+            label =
+                trimmed(label) + "  " + standardOutput().paint(state == "present" ? colour::green : colour::red, state);
             result.row["state"] = state;
         }
-        result.label = label.substr(0, label.find_last_not_of(' ') + 1);
+        result.label = trimmed(label);
         addPorts(item, result);
         return result;
     }

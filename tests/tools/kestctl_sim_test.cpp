@@ -1,0 +1,251 @@
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+using KestctlSim    = MachineTest;
+using KestctlErrors = MachineTest;
+using KestctlTrace  = MachineTest;
+
+std::string image(const std::string& name)
+{
+    return readFile(std::filesystem::path(KEST_SOURCE_DIR) / "examples/images" / name);
+}
+
+TEST_F(KestctlSim, NewMachineHoldsRealContents)
+{
+    EXPECT_EQ(image("tlvinfo-4096-switch.bin") + std::string(32768 - 4096, '\xFF'), readFile(machine() / "system.bin"));
+    EXPECT_EQ(image("edid-128-dell-e178wfp-vga.bin") + std::string(128, '\xFF'), readFile(machine() / "panel.bin"));
+    EXPECT_EQ(image("composite-65536-spd-records.bin"), readFile(machine() / "firmware.bin"));
+    EXPECT_EQ(image("spd-1024-ddr5-M425R1GB4BB0.bin") + std::string(4096 - 1024, '\xFF'),
+              readFile(machine() / "power.bin"));
+    EXPECT_EQ(image("spd-512-ddr4-M471A1G44AB0.bin") + std::string(16384 - 512, '\xFF'),
+              readFile(machine() / "riser.bin"));
+    EXPECT_EQ(image("cal-256-scope-x24c02.bin"), readFile(machine() / "fan.bin"));
+}
+
+TEST_F(KestctlSim, NewRefusesAFolderThatIsInUse)
+{
+    const std::string before = readFile(machine() / "kest.toml");
+    const runResult   result = run("kestctl", {"sim", "new", machine().string()});
+    EXPECT_EQ(3, result.exit);
+    EXPECT_EQ("kestctl: " + machine().string() +
+                  ": sim new: there is something in it already, which is not overwritten; name a new folder\n",
+              result.errors);
+    EXPECT_EQ(before, readFile(machine() / "kest.toml"));
+    writeFile(folder() / "file", "x");
+    EXPECT_EQ(1, run("kestctl", {"sim", "new", (folder() / "file").string()}).exit);
+}
+
+TEST_F(KestctlSim, NewNeedsNoUsableConfiguration)
+{
+    const runResult result = run("kestctl", {"sim", "new", (folder() / "second").string(), "--json"},
+                                 {.environment = {{"KEST_CONFIG", "/nowhere/kest.toml"}}});
+    EXPECT_EQ(0, result.exit) << result.errors;
+    EXPECT_EQ((folder() / "second/kest.toml").string(), json::parse(result.output).at("config"));
+}
+
+TEST_F(KestctlSim, EverythingStaysInTheFolder)
+{
+    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit); // leaves an error entry
+    EXPECT_TRUE(std::filesystem::exists(machine() / "state/errors.db") ||
+                !std::filesystem::is_empty(machine() / "state"));
+}
+
+TEST_F(KestctlSim, ShowsChipsRegistersAndFaults)
+{
+    says({"sim", "fault", "add", "nack", "--bus", "sim:planar", "--address", "0xA0", "--way", "read", "--nth", "2",
+          "--count", "3"});
+    const std::string shown = says({"sim", "show"});
+    EXPECT_THAT(shown, HasSubstr("planar   A2 = 0x51  24C128   behind 80, port 3 riser.bin\n"));
+    EXPECT_THAT(shown, HasSubstr("  INPUT     0xFD  pin 0 1, 1 0, 2 1, 3 1, 4 1"));
+    EXPECT_THAT(shown,
+                HasSubstr("  1 nack               planar   A0 = 0x50 read from transaction 2 on 3 times, struck 0\n"));
+
+    const json result = json::parse(says({"sim", "show", "--json"}));
+    EXPECT_EQ(13U, result.at("chips").size());
+    EXPECT_EQ("planar", result.at("chips").at(0).at("bus"));
+    EXPECT_EQ(
+        json::parse(
+            R"({"number":1,"kind":"nack","bus":"planar","address":160,"way":"read","nth":2,"count":3,"probability":1.0,
+                              "seed":1,"value":0,"byte":0,"until_reset":false,"struck":0})"),
+        result.at("faults").at(0));
+    EXPECT_FALSE(result.at("registers").empty());
+}
+
+TEST_F(KestctlSim, FaultsStrikeAndAreCleared)
+{
+    EXPECT_EQ("fault 1\n", says({"sim", "fault", "add", "nack", "--address", "0xA0"}));
+    EXPECT_EQ("fault 2\n", says({"sim", "fault", "add", "corrupt", "--address", "0x90", "--value", "0xFF"}));
+    EXPECT_EQ(4, kestctl({"detect", "planar-vpd"}).exit);
+    const json faults = json::parse(says({"sim", "fault", "list", "--json"})).at("faults");
+    ASSERT_EQ(2U, faults.size());
+    EXPECT_LT(0, faults.at(0).at("struck"));
+    EXPECT_EQ("fault 1 cleared\n", says({"sim", "fault", "clear", "1"}));
+    EXPECT_EQ(0, kestctl({"detect", "planar-vpd"}).exit);
+    EXPECT_EQ("all faults cleared\n", says({"sim", "fault", "clear"}));
+    EXPECT_EQ("", says({"sim", "fault", "list"}));
+}
+
+TEST_F(KestctlSim, PowerCycleBringsRegistersBackAndLeavesImages)
+{
+    says({"port", "write", "panel-leds", "on", "1"});
+    const std::string before = readFile(machine() / "system.bin");
+    says({"sim", "power-cycle"});
+    EXPECT_EQ(0xFFFF, json::parse(says({"port", "read", "panel-leds", "--json"})).at("value"));
+    EXPECT_EQ(before, readFile(machine() / "system.bin"));
+}
+
+TEST_F(KestctlSim, WithoutAMachineItSaysHowToMakeOne)
+{
+    writeFile(folder() / "kest.toml", "state = \"state\"\n");
+    const runResult result = run("kestctl", {"--config", (folder() / "kest.toml").string(), "sim", "show"});
+    EXPECT_EQ(2, result.exit);
+    EXPECT_EQ("kestctl: no simulated machine is configured; 'kestctl sim new DIR' makes one; then set "
+              "KEST_CONFIG=DIR/kest.toml\n",
+              result.errors);
+}
+
+TEST_F(KestctlSim, ABadMachineFileIsNamed)
+{
+    writeFile(machine() / "machine.toml",
+              "[[bus]]\nname = \"planar\"\n[[chip]]\nbus = \"planar\"\ntype = \"24C03\"\naddress = 0xA0\n");
+    const runResult result = kestctl({"sim", "show"});
+    EXPECT_EQ(2, result.exit);
+    EXPECT_THAT(result.errors, HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
+    EXPECT_THAT(kestctl({"scan", "sim:planar"}).errors,
+                HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
+}
+
+TEST_F(KestctlSim, WaveformIsDecodedByOthers)
+{
+    const std::filesystem::path file = folder() / "wave.vcd";
+    says({"sim", "wave", "start", "planar", file.string()});
+    says({"thermal", "read", "inlet-temp"});
+    says({"sim", "wave", "stop", "planar"});
+    const std::string recorded = readFile(file);
+    EXPECT_THAT(recorded, HasSubstr("SCL"));
+    EXPECT_THAT(recorded, HasSubstr("SDA"));
+    if (std::system("command -v sigrok-cli >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "sigrok-cli is not installed";
+    const std::string decoded = folder() / "decoded";
+    ASSERT_EQ(0, std::system(
+                     ("sigrok-cli -I vcd -i " + file.string() + " -P i2c:scl=SCL:sda=SDA -A i2c=addr-data > " + decoded)
+                         .c_str()));
+    EXPECT_THAT(readFile(decoded), HasSubstr("i2c-1: Read\ni2c-1: Address read: 48\ni2c-1: ACK\ni2c-1: Data read: 19\n"
+                                             "i2c-1: ACK\ni2c-1: Data read: 80\ni2c-1: NACK\n"));
+}
+
+TEST_F(KestctlSim, ARecordingThatCannotBeWrittenFails)
+{
+    const runResult result = kestctl({"sim", "wave", "start", "planar", (folder() / "none/wave.vcd").string()});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_THAT(result.errors, HasSubstr("wave.vcd: record: No such file or directory"));
+}
+
+TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
+{
+    EXPECT_EQ("", says({"errors", "list"}));
+    const json row = json::parse(kestctl({"detect", "sim:planar,L,2C0256,AA", "--json"}).output).at("devices").at(0);
+    const auto id  = row.at("error").at("log_id").get<std::uint32_t>();
+
+    const json list = json::parse(says({"errors", "list", "--json"})).at("entries");
+    ASSERT_EQ(1U, list.size());
+    EXPECT_EQ(id, list.at(0).at("id"));
+    EXPECT_EQ(0x80001311U, list.at(0).at("return_code"));
+    EXPECT_EQ(0x130A, list.at(0).at("reason"));
+    EXPECT_EQ("the device is absent", list.at(0).at("reason_text"));
+    EXPECT_EQ(0x1300, list.at(0).at("creator"));
+    EXPECT_EQ(0x2000, list.at(0).at("action"));
+    EXPECT_EQ("kestctl", list.at(0).at("process"));
+
+    const json entry = json::parse(says({"errors", "show", std::to_string(id), "--json"}));
+    EXPECT_EQ(8, entry.at("srcs").at(0).at("module"));
+    EXPECT_EQ(0x55, entry.at("srcs").at(0).at("subsystem"));
+    EXPECT_EQ(4, entry.at("callouts").at(0).at("procedure"));
+    bool textFound = false;
+    for (const json& details : entry.at("user_details"))
+        textFound = textFound || (details.at("subsection") == 7 && details.at("text") == "sim:planar@AA,L,2C0256,AA");
+    EXPECT_TRUE(textFound) << entry;
+    EXPECT_FALSE(entry.at("traces").empty());
+
+    const std::string shown = says({"errors", "show", "last"});
+    EXPECT_THAT(shown, HasSubstr("return code     0x80001311\n"));
+    EXPECT_THAT(shown, HasSubstr("SRC 1           0x130A the device is absent\n  module        8 KEST_detectDevice\n"));
+    EXPECT_THAT(shown, HasSubstr("callout         priority 1, procedure 4 check the request and the software\n"));
+    EXPECT_THAT(shown, HasSubstr("details 7       device text\n  sim:planar@AA,L,2C0256,AA\n"));
+}
+
+TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
+{
+    for (int entry = 0; entry < 3; ++entry)
+        EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
+    EXPECT_EQ(2U, json::parse(says({"errors", "list", "--last", "2", "--json"})).at("entries").size());
+    EXPECT_EQ(0U, json::parse(says({"errors", "list", "--severity", "recovered", "--json"})).at("entries").size());
+    EXPECT_EQ(3U, json::parse(says({"errors", "list", "--severity", "unrecovered", "--component", "0x1300", "--since",
+                                    "1h", "--json"}))
+                      .at("entries")
+                      .size());
+    EXPECT_EQ(0U, json::parse(says({"errors", "list", "--since", "2100-01-01", "--json"})).at("entries").size());
+
+    const std::filesystem::path file = folder() / "errors.jsonl";
+    EXPECT_EQ("3 entries written to " + file.string() + "\n", says({"errors", "export", file.string()}));
+    EXPECT_EQ(readFile(file), says({"errors", "export"}));
+    std::istringstream         lines(readFile(file));
+    std::vector<std::uint32_t> ids;
+    for (std::string line; std::getline(lines, line);)
+        ids.push_back(json::parse(line).at("id"));
+    ASSERT_EQ(3U, ids.size());
+    EXPECT_EQ(ids.back(), json::parse(says({"errors", "show", "last", "--json"})).at("id")); // oldest first
+
+    const runResult unwritable = kestctl({"errors", "export", (folder() / "none/file").string()});
+    EXPECT_EQ(1, unwritable.exit);
+    EXPECT_THAT(unwritable.errors, HasSubstr("none/file: export: No such file or directory"));
+    EXPECT_EQ(1, kestctl({"errors", "export", "/dev/full"}).exit);
+
+    EXPECT_EQ("", says({"errors", "clear", "--yes"}));
+    EXPECT_EQ("", says({"errors", "list"}));
+}
+
+TEST_F(KestctlTrace, ShowsProcessesThatEnded)
+{
+    says({"port", "read", "panel-leds"});
+    const json rings = json::parse(says({"trace", "--list", "--json"})).at("rings");
+    ASSERT_FALSE(rings.empty());
+    bool found = false;
+    for (const json& ring : rings)
+        found =
+            found || (ring.at("buffer") == "kest" && ring.at("process") == "kestctl" && !ring.at("alive").get<bool>());
+    EXPECT_TRUE(found) << rings;
+    EXPECT_THAT(says({"trace", "--buffer", "kest"}), HasSubstr(" KEST_dpRead"));
+    EXPECT_EQ("", says({"trace", "--buffer", "nosuch"}));
+
+    std::istringstream lines(says({"trace", "--json", "--last", "5"}));
+    int                count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        EXPECT_TRUE(json::parse(line).contains("hash")) << line;
+    EXPECT_EQ(5, count);
+}
+
+TEST_F(KestctlTrace, OfOneProcess)
+{
+    Program watch("kestctl", {"thermal", "read", "inlet-temp", "--watch", "5"}, configured());
+    ASSERT_TRUE(watch.readLine().has_value());
+    const std::string pid = std::to_string(watch.pid());
+    EXPECT_THAT(says({"trace", "--pid", pid}), HasSubstr("kestctl/" + pid + " kest "));
+    EXPECT_THAT(says({"trace", "--pid", pid, "--list"}), HasSubstr(" alive  kest "));
+    watch.sendSignal(SIGKILL);
+    watch.finish();
+    EXPECT_THAT(says({"trace", "--pid", pid, "--list"}), HasSubstr(" ended  kest "));
+}
+
+} // namespace
+} // namespace kest::test

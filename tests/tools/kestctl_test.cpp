@@ -1,0 +1,264 @@
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+using Kestctl = MachineTest;
+
+struct complaint {
+    std::vector<std::string> arguments;
+    int                      exit;
+    std::string              line; ///< the whole of standard error, without "kestctl: " and the line end
+};
+
+void expectComplaint(const runResult& result, const complaint& expected)
+{
+    const std::string command = testing::PrintToString(expected.arguments);
+    EXPECT_EQ(expected.exit, result.exit) << command;
+    EXPECT_EQ("kestctl: " + expected.line + "\n", result.errors) << command;
+    EXPECT_EQ("", result.output) << command;
+}
+
+TEST(KestctlHelp, TellsANewUserHowToBegin)
+{
+    const runResult help = run("kestctl", {"--help"});
+    EXPECT_EQ(0, help.exit);
+    EXPECT_EQ("", help.errors);
+    for (const char* part :
+         {"kestctl sim new demo && export KEST_CONFIG=$PWD/demo/kest.toml", "sim:planar,L,2C0256,A0",
+          "PATH,NODE,922,HUB,PORT,TYPE,ADDRESS", "4 device absent", "--json", "--config", "--version"})
+        EXPECT_THAT(help.output, HasSubstr(part));
+    for (const char* area :
+         {"detect", "scan", "topology", "devices", "reset", "port", "thermal", "errors", "trace", "sim"})
+        EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + area + " ")) << area;
+}
+
+TEST(KestctlHelp, FitsEightyColumns)
+{
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{{},
+                                                                                         {"scan"},
+                                                                                         {"reset"},
+                                                                                         {"topology"},
+                                                                                         {"devices"},
+                                                                                         {"detect"},
+                                                                                         {"trace"},
+                                                                                         {"port"},
+                                                                                         {"port", "read"},
+                                                                                         {"port", "write"},
+                                                                                         {"port", "config"},
+                                                                                         {"thermal", "read"},
+                                                                                         {"errors"},
+                                                                                         {"errors", "list"},
+                                                                                         {"errors", "show"},
+                                                                                         {"errors", "export"},
+                                                                                         {"errors", "clear"},
+                                                                                         {"sim"},
+                                                                                         {"sim", "new"},
+                                                                                         {"sim", "fault", "add"},
+                                                                                         {"sim", "wave"},
+                                                                                         {"sim", "show"},
+                                                                                         {"sim", "power-cycle"}}) {
+        std::vector<std::string> words = command;
+        words.emplace_back("--help");
+        const runResult help = run("kestctl", words);
+        EXPECT_EQ(0, help.exit) << testing::PrintToString(words);
+        std::istringstream lines(help.output);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80U) << line;
+    }
+}
+
+TEST(KestctlHelp, VersionIsOneLine)
+{
+    const runResult version = run("kestctl", {"--version"});
+    EXPECT_EQ(0, version.exit);
+    EXPECT_THAT(version.output, testing::MatchesRegex("kestctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ("", version.errors);
+}
+
+TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
+{
+    for (const complaint& expected : std::vector<complaint>{
+             {{}, 2, "A subcommand is required; 'kestctl --help' shows how"},
+             {{"port"}, 2, "A subcommand is required; 'kestctl port --help' shows how"},
+             {{"scan"}, 2, "BUS is required; 'kestctl scan --help' shows how"},
+             {{"nonsense"}, 2, "there is no 'nonsense'; 'kestctl --help' shows how"},
+             {{"port", "nonsense"}, 2, "there is no 'nonsense'; 'kestctl port --help' shows how"},
+             {{"sim", "fault", "nonsense"}, 2, "there is no 'nonsense'; 'kestctl sim fault --help' shows how"},
+             {{"detect", "--nonsense"},
+              2,
+              "The following argument was not expected: --nonsense; 'kestctl detect --help' shows how"},
+             {{"scan", "planar"},
+              4,
+              "planar: no such device in the device table; 'kestctl devices' lists them; or give a device text "
+              "PATH,NODE,TYPE,ADDRESS"},
+             {{"scan", "/dev/i2c"},
+              2,
+              "bus '/dev/i2c' is no device path: /dev/i2c-N or sim:BUS, either with @HH behind it"},
+             {{"scan", "sim:planar", "--node", "9"},
+              2,
+              "--node: expected L or 0 to 7; 'kestctl scan --help' shows how"},
+             {{"scan", "sim:nosuch"}, 4, "sim:nosuch: open: the simulated machine has no such bus; it has planar"},
+             {{"detect", "--speed", "0", "planar-vpd"}, 2, "--speed '0': expected 1 to 5000 (0x1388)"},
+             {{"detect", "--speed", "fast", "planar-vpd"},
+              2,
+              "--speed 'fast': expected a decimal number, or a hexadecimal one after 0x"},
+             {{"port", "read", "planar-vpd"},
+              2,
+              "planar-vpd: 'port read' does not serve a 24C256; 'kestctl seeprom' reads and writes it"},
+             {{"port", "write", "straps", "blink0", "--pins", "0"},
+              2,
+              "operation 'blink0': a PCA9554 knows low, high, copy"},
+             {{"port", "write", "panel-leds", "on"}, 2, "give either BITS or --pins"},
+             {{"port", "write", "panel-leds", "on", "0x10000"}, 2, "BITS '0x10000': expected 0 to 65535 (0xFFFF)"},
+             {{"port", "write", "straps", "low", "0x100"}, 2, "BITS '0x100': expected 0 to 255 (0xFF)"},
+             {{"port", "write", "panel-leds", "on", "1", "--mask", "1"}, 2, "--mask goes with copy alone"},
+             {{"port", "config", "panel-leds", "output", "1"},
+              2,
+              "function 'output': a PCA9552 knows prescaler0, duty0, prescaler1, duty1"},
+             {{"port", "config", "straps", "polarity1", "0xF0"},
+              2,
+              "function 'polarity1': a PCA9554 has one port, and its function is polarity0"},
+             {{"port", "config", "panel-leds", "duty0", "256"}, 2, "VALUE '256': expected 0 to 255 (0xFF)"},
+             {{"port", "config", "panel-leds", "duty0", "--pins", "1"}, 2, "duty0 takes a VALUE, not --pins"},
+             {{"thermal", "read", "panel-leds"},
+              2,
+              "panel-leds: 'thermal read' does not serve a PCA9552; 'kestctl port' works on it"},
+             {{"thermal", "read", "inlet-temp", "--count", "2"},
+              2,
+              "--count requires --watch; 'kestctl thermal read --help' shows how"},
+             {{"thermal", "read", "sim:planar,L,922,80,3,75,90"},
+              2,
+              "sim:planar,L,922,80,3,75,90: a LM75 can't be reached behind a 922 hub, which passes SEEPROM transfers "
+              "on and nothing else"},
+             {{"port", "read", "sim:planar,L,922,80,3,9552,C0"},
+              2,
+              "sim:planar,L,922,80,3,9552,C0: a PCA9552 can't be reached behind a 922 hub, which passes SEEPROM "
+              "transfers on and "
+              "nothing else"},
+             {{"port", "read", "sim:planar,L,F0,70,1,9552,C0"},
+              2,
+              "sim:planar,L,F0,70,1,9552,C0: no transfer goes through an F0 hub"},
+             {{"detect", "sim:planar,L,922,80,3,172,A2"},
+              2,
+              "sim:planar,L,922,80,3,172,A2: a 172 device can't be reached behind a 922 hub, which passes SEEPROM "
+              "transfers on and "
+              "nothing else"},
+             {{"errors", "show", "0x1"}, 1, "0x1: no such error entry; 'kestctl errors list' shows them"},
+             {{"errors", "list", "--since", "soon"},
+              2,
+              "--since 'soon': expected a time such as 2024-05-01, 2024-05-01T12:00:00Z, 90s, 15m, 2h or 7d"},
+             {{"errors", "clear"}, 3, "All error entries will be deleted. not confirmed; --yes confirms it"},
+             {{"trace", "--folder", "nowhere"}, 2, "'nowhere' is no folder"},
+             {{"sim", "fault", "add", "nonsense"},
+              2,
+              "unknown kind of fault 'nonsense'; 'kestctl sim fault add --help' lists kinds and values"},
+             {{"sim", "fault", "add", "nack", "--bus", "nosuch"},
+              4,
+              "nosuch: the simulated machine has no such bus; it has planar"},
+             {{"sim", "fault", "clear", "77"}, 1, "there is no fault 77; 'kestctl sim fault list' shows them"},
+             {{"sim", "wave", "stop", "nosuch"}, 4, "nosuch: the simulated machine has no such bus; it has planar"},
+         })
+        expectComplaint(kestctl(expected.arguments, {.folder = folder()}), expected);
+}
+
+TEST_F(Kestctl, AnOddAddressIsExplained)
+{
+    expectComplaint(kestctl({"port", "read", "sim:planar,L,9552,61"}),
+                    {{},
+                     2,
+                     "device text 'sim:planar,L,9552,61': field 4, '61', is odd: addresses are in the 8-bit form; if "
+                     "it is a 7-bit one, "
+                     "write C2"});
+}
+
+TEST_F(Kestctl, FailuresAreJsonToo)
+{
+    const runResult result = kestctl({"port", "read", "nosuch", "--json"});
+    EXPECT_EQ(4, result.exit);
+    const json error = json::parse(result.output).at("error");
+    EXPECT_EQ("no such device in the device table", error.at("message"));
+    EXPECT_EQ("nosuch", error.at("device"));
+    EXPECT_EQ(4, error.at("exit_code"));
+    EXPECT_EQ(0, error.at("log_id"));
+    EXPECT_THAT(result.errors, StartsWith("kestctl: nosuch: "));
+}
+
+TEST_F(Kestctl, TextsOfStrangersAreEscaped)
+{
+    const runResult result = kestctl({"detect", "sim:\x1b[31mred\n\xff,L,75,90"});
+    EXPECT_NE(0, result.exit);
+    EXPECT_THAT(result.errors, HasSubstr("\\x1B[31mred\\x0A\\xFF"));
+    EXPECT_THAT(result.errors, Not(HasSubstr("\x1b")));
+    EXPECT_EQ(1, std::count(result.errors.begin(), result.errors.end(), '\n')) << result.errors;
+
+    const runResult asJson = kestctl({"detect", "--json", "sim:\x1b[31mred\n\xff,L,75,90"});
+    EXPECT_THAT(asJson.output, Not(HasSubstr("\x1b")));
+    EXPECT_FALSE(json::parse(asJson.output).at("devices").at(0).at("present").get<bool>());
+}
+
+TEST_F(Kestctl, AFullDiskIsTold)
+{
+    const runResult result = kestctl({"devices"}, {.outputTo = "/dev/full"});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_EQ("kestctl: standard output: write: No space left on device\n", result.errors);
+}
+
+TEST_F(Kestctl, AClosedPipeIsTold)
+{
+    const runResult result = kestctl({"devices"}, {.closeOutput = true});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_EQ(0, result.signal);
+    EXPECT_EQ("kestctl: standard output: write: Broken pipe\n", result.errors);
+}
+
+TEST_F(Kestctl, AClosedPipeEndsAWatch)
+{
+    const runResult result = kestctl({"thermal", "read", "inlet-temp", "--watch", "0.01"}, {.closeOutput = true});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_EQ("kestctl: standard output: write: Broken pipe\n", result.errors);
+}
+
+TEST_F(Kestctl, ColourIsForTerminalsAlone)
+{
+    EXPECT_THAT(kestctl({"detect", "planar-vpd"}, {.environment = {{"TERM", "xterm"}}}).output, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(kestctl({"detect", "planar-vpd"}, {.environment = {{"TERM", "xterm"}}, .terminal = true}).output,
+                HasSubstr("\x1b[32mpresent\x1b[0m"));
+    EXPECT_THAT(kestctl({"detect", "planar-vpd"}, {.environment = {{"TERM", "dumb"}}, .terminal = true}).output,
+                Not(HasSubstr("\x1b")));
+    EXPECT_THAT(
+        kestctl({"detect", "planar-vpd"}, {.environment = {{"TERM", "xterm"}, {"NO_COLOR", "1"}}, .terminal = true})
+            .output,
+        Not(HasSubstr("\x1b")));
+}
+
+TEST_F(Kestctl, AnUnusableConfigurationIsTold)
+{
+    const std::filesystem::path file = folder() / "bad.toml";
+    writeFile(file, "state = \"s\"\nnonsense = 1\n");
+    const runResult result = run("kestctl", {"--config", file.string(), "devices"});
+    EXPECT_EQ(2, result.exit);
+    EXPECT_THAT(result.errors, StartsWith("kestctl: " + file.string() + ":2:1: key 'nonsense'"));
+    EXPECT_EQ(2, run("kestctl", {"devices", "--config", (folder() / "none.toml").string()}).exit);
+}
+
+TEST_F(Kestctl, ConfigurationByOptionBeatsTheEnvironment)
+{
+    const runResult result = run("kestctl", {"--config", (machine() / "kest.toml").string(), "devices"},
+                                 {.environment = {{"KEST_CONFIG", "/nowhere/kest.toml"}}});
+    EXPECT_EQ(0, result.exit) << result.errors;
+    EXPECT_THAT(result.output, HasSubstr("planar-vpd"));
+}
+
+} // namespace
+} // namespace kest::test
