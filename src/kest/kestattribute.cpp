@@ -63,12 +63,10 @@ std::uint32_t checkNode(const kest_deviceAddress& node)
 {
     const kest_deviceAddress* const next = node.next;
     std::uint32_t                   code = 0;
-    if (!kest_isKnownType(node.type)) {
+    if (!kest_isKnownType(node.type) || (next != nullptr && !kest_isKnownType(next->type))) {
         code = unknownType;
     } else if (next == nullptr) {
         code = isHub(node.type) ? chainEndsInHub : 0;
-    } else if (!kest_isKnownType(next->type)) {
-        code = unknownType;
     } else if (isEndDevice(node.type)) {
         code = isHub(next->type) ? hubAfterEnd : endAfterEnd;
     } else if (!mayFollow(node.type, next->type)) {

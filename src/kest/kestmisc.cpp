@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 
 #include "kestattribute.h"
@@ -63,20 +64,20 @@ class tokenScanner
 public:
     explicit tokenScanner(const char* text) : m_copy(copyText(text))
     {
-        if (m_copy == nullptr) {
-            m_copy = copyText(""); // a failure needs a copy to tell it
-        } else {
-            m_end = m_copy;
+        m_end = m_copy.get();
+        if (!m_copy) {
+            m_copy.reset(copyText("")); // a failure needs a copy to tell it
         }
     }
-    tokenScanner(const tokenScanner&)            = delete;
-    tokenScanner& operator=(const tokenScanner&) = delete;
-    ~tokenScanner() { delete[] m_copy; }
 
     /// @return the next token, null when there is none.
     const char* next()
     {
-        char* const token = m_end == nullptr ? nullptr : strtok_r(m_last == nullptr ? m_copy : nullptr, ",", &m_rest);
+        char* token = nullptr;
+        if (m_end != nullptr) {
+            // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the owner is followed no further than this call
+            token = strtok_r(m_last == nullptr ? m_copy.get() : nullptr, ",", &m_rest);
+        }
         if (token != nullptr) {
             if (m_last != nullptr) {
                 *m_end = ',';
@@ -87,20 +88,18 @@ public:
         return token;
     }
 
-    /// Hands the working copy over.
+    /// Hands the working copy over: no further token.
     char* release()
     {
-        char* const copy = m_copy;
-        m_copy           = nullptr;
-        m_end            = nullptr;
-        return copy;
+        m_end = nullptr;
+        return m_copy.release();
     }
 
 private:
-    char* m_copy;
-    char* m_end  = nullptr; ///< behind the last token; null: no text
-    char* m_last = nullptr;
-    char* m_rest = nullptr;
+    std::unique_ptr<char[]> m_copy;
+    char*                   m_end  = nullptr; ///< behind the last token; null: no text
+    char*                   m_last = nullptr;
+    char*                   m_rest = nullptr;
 };
 
 bool takeText(tokenScanner& tokens, char*& field)
