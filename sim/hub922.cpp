@@ -25,8 +25,8 @@ bool hub922::start(direction way, busClock& clock, chipFaults& faults)
         endFetch(clock, faults);
         deselect();
         writing = true;
-    } else if (header && !isCommand()) {
-        const hubStatus outcome = fetch(clock, faults);
+    } else if (header && !(isCommand() && receivedBytes == commandBytes)) {
+        const hubStatus outcome = isCommand() ? refuseRead() : fetch(clock, faults);
         const auto      bad     = outcome == hubStatus::done ? faults.hubBadFirstByte() : std::nullopt;
         firstByte               = bad ? static_cast<std::uint8_t>(bad->value) : static_cast<std::uint8_t>(outcome);
         answering               = firstByte == 0 ? answer::data : answer::failure;
@@ -221,6 +221,9 @@ hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faul
     } while (!ready && subBus.now < latest);
     return ready ? hubStatus::done : hubStatus::subBusTimeout;
 }
+
+// Port 0x20 makes a command of a read's header, and no known one; as with every refused read the status stays.
+hubStatus hub922::refuseRead() const { return status == hubStatus::done ? hubStatus::malformedCommand : status; }
 
 // Repeated START after a header: SCL is held until the first byte could be fetched.
 hubStatus hub922::fetch(busClock& clock, chipFaults& faults)

@@ -79,6 +79,7 @@ private:
     [[nodiscard]] device    target() const;
     [[nodiscard]] hubStatus passOn(busClock& clock, chipFaults& faults);
     [[nodiscard]] hubStatus waitForDevice(chip& device, busClock& subBus, chipFaults& faults);
+    [[nodiscard]] hubStatus refuseRead() const;
     [[nodiscard]] hubStatus fetch(busClock& clock, chipFaults& faults);
     [[nodiscard]] bool      sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults);
     void                    endFetch(busClock& clock, chipFaults& faults);

@@ -1,5 +1,7 @@
 #include "sim/machinefile.h"
 
+#include "sim/tomltext.h"
+
 #include <initializer_list>
 #include <set>
 #include <sstream>
@@ -356,28 +358,6 @@ void reader::read(const toml::table& root)
     tables(root, "fault", &reader::fault);
 }
 
-// toml++ 3.3 takes for granted that a table's header begins with a name, and what it does otherwise is undefined.
-// @return offset of a '[' or "[[" at the begin of a line with something else behind it
-std::size_t findNamelessHeader(std::string_view text)
-{
-    constexpr std::string_view blank{" \t"},
-        beginsName{"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-\"']"};
-    std::size_t found = std::string_view::npos;
-    for (std::size_t line = 0; found == std::string_view::npos && line < text.size();) {
-        const std::size_t end    = std::min(text.find('\n', line), text.size());
-        std::string_view  header = text.substr(line, end - line);
-        const std::size_t begin  = header.find_first_not_of(blank);
-        if (begin != std::string_view::npos && header[begin] == '[') {
-            header.remove_prefix(begin + (header.substr(begin).starts_with("[[") ? 2 : 1));
-            const std::size_t name = header.find_first_not_of(blank);
-            if (name == std::string_view::npos || beginsName.find(header[name]) == std::string_view::npos)
-                found = line + begin;
-        }
-        line = end + 1;
-    }
-    return found;
-}
-
 // FNV-1a.
 std::uint64_t mark(const std::string& text)
 {
@@ -426,13 +406,9 @@ std::uint64_t machineDescription::faultMark() const
 machineDescription parseMachine(std::string_view text, const std::string& fileName)
 {
     machineDescription machine;
-    if (const std::size_t header = findNamelessHeader(text); header != std::string_view::npos) {
-        const auto        line   = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(header), '\n');
-        const std::size_t before = text.substr(0, header).rfind('\n');
-        throw std::runtime_error{fileName + ":" + std::to_string(line + 1) + ":" +
-                                 std::to_string(header - (before + 1) + 1) +
-                                 ": expected the name of a table behind '['"};
-    }
+    if (const auto trouble = findTextTrouble(text))
+        throw std::runtime_error{fileName + ":" + std::to_string(trouble->line) + ":" +
+                                 std::to_string(trouble->column) + ": " + std::string{trouble->what}};
     try {
         const toml::table root = toml::parse(text, fileName);
         reader{fileName, machine}.read(root);

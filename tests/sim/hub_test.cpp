@@ -120,7 +120,8 @@ TEST_F(Hub, Port20HexIsACommandAndAMalformedOne)
         write(sent);
         EXPECT_EQ(status(), 1);
     }
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data.at(0), 1);
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data, (bytes{1, 0xFF}));
+    EXPECT_EQ(status(), 1); // not cleared by the byte ahead of data
 }
 
 TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)

@@ -41,6 +41,10 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {bus + "  [[\n", "machine.toml:3:3: expected the name of a table behind '['"},
         {"[\x82]\n", "machine.toml:1:1: expected the name of a table behind '['"},
         {bus + "[[", "machine.toml:3:1: expected the name of a table behind '['"},
+        {"x = \xEF\xB9\xBF\n", "machine.toml:1:5: only comments may have characters beyond ASCII"},
+        {bus + "# \xC3\xA4 \n x = 'a\"#' \"\\\"#\" \xC3\xA4",
+         "machine.toml:4:18: only comments may have characters beyond ASCII"},
+        {bus + "x = \"\"\"\n\"\"\"\n", "machine.toml:3:5: strings of several lines are not taken"},
         {"[bus]\nname = \"planar\"\n", "machine.toml:1:1: key 'bus': expected tables, written [[bus]]"},
         {"bus = 3\n", "machine.toml:1:7: key 'bus': expected tables, written [[bus]]"},
         {bus + "speed = 3\n", "machine.toml:3:1: unknown key 'speed' in [[bus]]"},
@@ -112,6 +116,11 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
     };
     for (const auto& [text, trouble] : rows)
         EXPECT_EQ(troubleOf(text), trouble) << text;
+}
+
+TEST(MachineFile, CommentsMayHaveAnyLetters)
+{
+    EXPECT_EQ(troubleOf("# K\xC3\xA4se [[ \"\"\"\n" + bus + "speed_khz = 100 # \xE2\x82\xAC\n"), "");
 }
 
 TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)
