@@ -217,15 +217,15 @@ bool readRegisters(portRun& run, const registerRange& range, std::uint32_t& valu
     return true;
 }
 
-bool writeRegisters(portRun& run, const registerRange& range, std::uint32_t value)
+/// The last step of a routine: a failure is in the run's entry.
+void writeRegisters(portRun& run, const registerRange& range, std::uint32_t value)
 {
-    if (!makeOperation<Dp955xOps::WriteRegister>(run, range.first, range.bytes)) {
-        return false;
+    if (makeOperation<Dp955xOps::WriteRegister>(run, range.first, range.bytes)) {
+        for (unsigned int byte = 0; byte < range.bytes; ++byte) {
+            run.operation->getBuffer()[1 + byte] = static_cast<std::uint8_t>(value >> (8 * byte));
+        }
+        runOperation(run);
     }
-    for (unsigned int byte = 0; byte < range.bytes; ++byte) {
-        run.operation->getBuffer()[1 + byte] = static_cast<std::uint8_t>(value >> (8 * byte));
-    }
-    return runOperation(run);
 }
 
 /// Makes the device object. Without one there is nothing to be driven.

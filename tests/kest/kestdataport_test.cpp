@@ -472,6 +472,9 @@ TEST_F(DataPort, ResetPinsFailureIsNotedWithModule17)
     EXPECT_EQ(38, record.softwareErrors[0].word1);
     EXPECT_EQ(37, record.softwareErrors[1].word1);
     EXPECT_EQ((SoftwareError{.returnCode = 0x40001311, .word1 = 17, .word2 = 0}), record.softwareErrors[2]);
+    const auto traces = failureTraces("kest_dp_922HUB_reset");
+    ASSERT_EQ(1U, traces.size());
+    EXPECT_EQ("\"/dev/i2c-1,L,9552,0xC0\"", traces[0].arguments.at(1));
 }
 
 TEST_F(DataPort, EachFunctionTracesItsEntryAndExit)
