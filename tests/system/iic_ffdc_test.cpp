@@ -1,0 +1,194 @@
+/// First-failure data.
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+
+#include "tests/system/iic_machine.h"
+
+namespace kest::test
+{
+namespace
+{
+
+class IicFirstFailure : public IicMachine
+{
+protected:
+    static nlohmann::json recordOf(OpenDevice& device)
+    {
+        const std::string text = device.firstFailure();
+        EXPECT_FALSE(text.empty());
+        EXPECT_LE(text.size(), 4096U);
+        return nlohmann::json::parse(text, nullptr, false);
+    }
+    void failRead(OpenDevice& device, const char* kind, int error, std::size_t length = 4)
+    {
+        const auto fault = machine->addFault({.kind = kind, .bus = "planar", .count = 1});
+        bytes      data(length);
+        EXPECT_EQ(error, device.read(data).error);
+        machine->clearFault(fault);
+        wires->reset();
+    }
+};
+
+TEST_F(IicFirstFailure, TellsWhatFailedAndTheLastTransactions)
+{
+    OpenDevice device("sim:planar");
+    device.set(main256());
+    device.readAll(3);
+    device.seek(0x1234);
+    failRead(device, "short", EIO, 9);
+    const nlohmann::json record = recordOf(device);
+    EXPECT_EQ("read", record["operation"]);
+    EXPECT_EQ("A0", record["target"]);
+    EXPECT_EQ(0x1234, record["position"]);
+    EXPECT_EQ(2, record["offsetLength"]);
+    EXPECT_EQ(9, record["length"]);
+    EXPECT_EQ(0, record["moved"]);
+    EXPECT_EQ(EIO, record["errno"]);
+    EXPECT_EQ("EIO", record["error"]);
+    EXPECT_EQ("sim:planar", record["bus"]);
+    EXPECT_EQ("simulated machine " + std::filesystem::canonical(folder()).string(), record["adapter"]);
+    EXPECT_EQ(getpid(), record["process"]);
+    ASSERT_EQ(2U, record["transactions"].size());
+    const auto& first = record["transactions"][0];
+    const auto& last  = record["transactions"][1];
+    EXPECT_EQ("0000", first["head"]);
+    EXPECT_EQ("done", first["end"]);
+    EXPECT_EQ("A0", last["address"]);
+    EXPECT_EQ("1234", last["head"]);
+    EXPECT_EQ(2, last["written"]);
+    EXPECT_EQ(9, last["read"]);
+    EXPECT_EQ("short", last["end"]);
+    EXPECT_GT(last["ns"], first["ns"]);
+}
+
+TEST_F(IicFirstFailure, NoneWithoutAFailure)
+{
+    OpenDevice device("sim:planar");
+    device.set(main256());
+    device.readAll(3);
+    EXPECT_EQ("", device.firstFailure());
+    EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
+}
+
+TEST_F(IicFirstFailure, TheFirstIsKeptUntilItIsUnlocked)
+{
+    OpenDevice device("sim:planar");
+    device.set(main256());
+    failRead(device, "short", EIO);
+    failRead(device, "hold-scl", ETIME);
+    EXPECT_EQ("EIO", recordOf(device)["error"]);
+    EXPECT_EQ("EIO", recordOf(device)["error"]); // reading it takes nothing away
+    EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
+    EXPECT_EQ("", device.firstFailure());
+    failRead(device, "hold-scl", ETIME);
+    EXPECT_EQ("ETIME", recordOf(device)["error"]);
+}
+
+TEST_F(IicFirstFailure, IsKeptAcrossProcesses)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        OpenDevice device("sim:planar");
+        bytes      data(4);
+        device.set({.address = 0xAE, .busyWaitMs = 0});
+        _exit(device.read(data).error == ENXIO ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    OpenDevice device("sim:planar@AE");
+    device.setNumber(2, 100);
+    bytes data(4);
+    EXPECT_EQ((answer{0, ENXIO}), device.read(data)); // later, and not the first
+    EXPECT_EQ(child, recordOf(device)["process"]);
+    EXPECT_EQ("absent", recordOf(device)["silence"]);
+}
+
+TEST_F(IicFirstFailure, EachAddressHasItsOwn)
+{
+    OpenDevice one("sim:planar@A0");
+    OpenDevice other("sim:planar@C0");
+    failRead(one, "short", EIO);
+    EXPECT_NE("", one.firstFailure());
+    EXPECT_EQ("", other.firstFailure());
+    failRead(other, "hold-sda", ETIME);
+    EXPECT_EQ("ETIME", recordOf(other)["error"]);
+    EXPECT_EQ("EIO", recordOf(one)["error"]);
+}
+
+TEST_F(IicFirstFailure, SilenceAfterAPageIsBusyAndBeforeOneAbsent)
+{
+    OpenDevice device("sim:planar");
+    device.set(main256());
+    machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .count = 1});
+    EXPECT_EQ((answer{0, ETIME}), device.write({1}));
+    EXPECT_EQ("busy", recordOf(device)["silence"]);
+    EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
+    OpenDevice absent("sim:planar@AE");
+    bytes      data(1);
+    EXPECT_EQ((answer{0, ENXIO}), absent.read(data));
+    const auto record = recordOf(absent);
+    EXPECT_EQ("absent", record["silence"]);
+    ASSERT_EQ(1U, record["transactions"].size()); // many alike are one line
+    EXPECT_GT(record["transactions"][0]["times"], 100);
+}
+
+TEST_F(IicFirstFailure, OtherCallsAreRecordedToo)
+{
+    OpenDevice device("sim:planar@A0");
+    EXPECT_EQ(-1, mern_iic_seek(device.handle(), 0, 1));
+    EXPECT_EQ("seek", recordOf(device)["operation"]);
+    EXPECT_EQ("EINVAL", recordOf(device)["error"]);
+}
+
+TEST_F(IicFirstFailure, RecordStaysWithinItsSize)
+{
+    OpenDevice device("sim:planar");
+    device.set(main256());
+    for (long position = 0; position < 40; ++position) {
+        device.seek(position * 0x101);
+        device.readAll(1);
+    }
+    failRead(device, "short", EIO);
+    const auto record = recordOf(device);
+    EXPECT_FALSE(record.is_discarded());
+    EXPECT_EQ(16U, record["transactions"].size());
+    EXPECT_EQ("short", record["transactions"].back()["end"]);
+}
+
+TEST_F(IicFirstFailure, WhatIsNoRecordIsNotGivenOut)
+{
+    OpenDevice device("sim:planar@A0");
+    const auto path = folder() / "iic.planar.A0.ffdc";
+    for (const std::string& junk :
+         {std::string("{"), std::string(), std::string(5000, ' ') + "{}", std::string("\xFF\xFE")}) {
+        std::ofstream(path, std::ios::binary) << junk;
+        EXPECT_EQ("", device.firstFailure());
+    }
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink("/etc/passwd", path);
+    EXPECT_EQ("", device.firstFailure());
+    EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
+    EXPECT_FALSE(std::filesystem::is_symlink(path));
+    failRead(device, "short", EIO);
+    EXPECT_EQ("EIO", recordOf(device)["error"]);
+}
+
+TEST_F(IicFirstFailure, ReservedArgumentsAreZero)
+{
+    OpenDevice device("sim:planar@A0");
+    void*      data = &device;
+    errno           = 0;
+    EXPECT_EQ(-1, mern_iic_ffdc_extract(device.handle(), 1, &data));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(nullptr, data);
+    errno = 0;
+    EXPECT_EQ(-1, mern_iic_ffdc_unlock(device.handle(), 1));
+    EXPECT_EQ(EINVAL, errno);
+    errno = 0;
+    EXPECT_EQ(-1, mern_iic_ffdc_extract(device.handle(), 0, nullptr));
+    EXPECT_EQ(EFAULT, errno);
+}
+
+} // namespace
+} // namespace kest::test

@@ -1,0 +1,319 @@
+/// Address locks between handles and processes.
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <thread>
+
+#include "tests/host/trace_support.h"
+#include "tests/system/iic_machine.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using clock = std::chrono::steady_clock;
+
+double msSince(clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(clock::now() - start).count();
+}
+
+answer lock(OpenDevice& device, bytes record) { return device.config(2, 17, record.data(), 8); }
+answer unlock(OpenDevice& device, bytes record) { return device.config(2, 18, record.data(), 8); }
+
+/// A process of its own that runs `work` and says how it went; killed when it is not waited for.
+class Child
+{
+public:
+    template <typename Work>
+    explicit Child(Work work)
+    {
+        EXPECT_EQ(0, pipe2(m_ready, O_CLOEXEC));
+        m_process = fork();
+        if (m_process == 0) {
+            _exit(work([this] { tell(); }) ? 0 : 1);
+        }
+    }
+    Child(const Child&)            = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child()
+    {
+        if (m_process > 0) {
+            end(SIGKILL);
+        }
+        close(m_ready[0]);
+        close(m_ready[1]);
+    }
+    void awaitWord() const // from the child
+    {
+        char word = 0;
+        EXPECT_EQ(1, read(m_ready[0], &word, 1));
+    }
+    void kill(int signal) const { ::kill(m_process, signal); }
+    int  end(int signal = 0)
+    {
+        int status = 0;
+        if (signal != 0) {
+            ::kill(m_process, signal);
+        }
+        waitpid(m_process, &status, 0);
+        m_process = 0;
+        return status;
+    }
+
+private:
+    void tell() const { static_cast<void>(!write(m_ready[1], "!", 1)); }
+
+    int   m_ready[2]{};
+    pid_t m_process = 0;
+};
+
+using IicLocks = IicMachine;
+
+TEST_F(IicLocks, RecordsOfBothKindsAndTheirByteOrder)
+{
+    OpenDevice device("sim:planar");
+    EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 500)));
+    EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 500)));
+    EXPECT_EQ((answer{0, 0}), lock(device, hubLock(0x80, 500)));
+    EXPECT_EQ((answer{0, 0}), unlock(device, hubLock(0x80, 500)));
+    const bytes wrong[] = {{0, 1, 0, 0xC0, 0, 0, 0, 0}, {0, 3, 0, 0xC0, 0, 0, 0, 0},      {2, 0, 0, 0xC0, 0, 0, 0, 0},
+                           {0, 2, 1, 0xC0, 0, 0, 0, 0}, {0, 2, 0, 0xC1, 0, 0, 0, 0},      {0, 2, 0, 0, 0, 0, 0, 0},
+                           {0, 2, 0xC0, 0, 0, 0, 0, 0}, {0xFF, 0xFF, 0, 0xC0, 0, 0, 0, 0}};
+    for (const bytes& record : wrong) {
+        EXPECT_EQ((answer{-1, EINVAL}), lock(device, record)) << testing::PrintToString(record);
+        EXPECT_EQ((answer{-1, EINVAL}), unlock(device, record));
+    }
+    EXPECT_EQ((answer{-1, EINVAL}), lock(device, hubLock(0x81, 0)));
+    EXPECT_EQ((answer{-1, EINVAL}), lock(device, hubLock(0x180, 0)));
+}
+
+TEST_F(IicLocks, ExcludeTheHandlesOfOneProcessWhateverTheKind)
+{
+    OpenDevice one("sim:planar@C0");
+    OpenDevice other("sim:planar@C0");
+    EXPECT_EQ((answer{0, 0}), lock(one, registerLock(0xC0, 0)));
+    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((answer{-1, EBUSY}), lock(other, hubLock(0xC0, 0)));
+    EXPECT_EQ((answer{0, 0}), lock(other, hubLock(0xC2, 0))); // another address
+    EXPECT_EQ((answer{-1, EINVAL}), unlock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((answer{0, 0}), unlock(one, hubLock(0xC0, 0)));
+    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
+}
+
+TEST_F(IicLocks, ALockHeldAlreadyIsADeadlockAndNothingElseIs)
+{
+    OpenDevice device("sim:planar@C0");
+    EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
+    EXPECT_EQ((answer{-1, EDEADLK}), lock(device, registerLock(0xC0, 1000)));
+    EXPECT_EQ((answer{-1, EDEADLK}), lock(device, hubLock(0xC0, 1000)));
+    EXPECT_EQ((answer{1, 0}), device.write({0})); // advisory: transfers are not locked out
+    EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
+    EXPECT_EQ((answer{-1, EINVAL}), unlock(device, registerLock(0xC0, 0)));
+}
+
+TEST_F(IicLocks, TransfersOfOthersGoOn)
+{
+    OpenDevice one("sim:planar@C0");
+    OpenDevice other("sim:planar@C0");
+    lock(one, registerLock(0xC0, 0));
+    EXPECT_EQ((answer{2, 0}), other.write({2, 0x12}));
+}
+
+TEST_F(IicLocks, BusesAndNodesHaveLocksOfTheirOwn)
+{
+    OpenDevice near("sim:planar@A0");
+    OpenDevice far("sim:planar@A0", 3);
+    EXPECT_EQ((answer{0, 0}), lock(near, hubLock(0xA0, 0)));
+    EXPECT_EQ((answer{0, 0}), lock(far, hubLock(0xA0, 0)));
+}
+
+TEST_F(IicLocks, EndWithClose)
+{
+    OpenDevice other("sim:planar");
+    {
+        OpenDevice one("sim:planar");
+        lock(one, registerLock(0xC0, 0));
+        EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    }
+    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
+}
+
+TEST_F(IicLocks, WaiterIsBusyAtItsTimeOut)
+{
+    OpenDevice one("sim:planar");
+    OpenDevice other("sim:planar");
+    lock(one, registerLock(0xC0, 0));
+    for (const std::uint32_t timeoutMs : {0U, 30U, 150U}) {
+        const auto start = clock::now();
+        EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, timeoutMs)));
+        EXPECT_GE(msSince(start), timeoutMs);
+        EXPECT_LT(msSince(start), timeoutMs + (underSanitizer ? 60.0 : 20.0));
+    }
+}
+
+TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
+{
+    OpenDevice one("sim:planar");
+    OpenDevice other("sim:planar");
+    lock(one, registerLock(0xC0, 0));
+    std::thread waiter([&] { EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 20'000))); });
+    EXPECT_EQ((answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
+    waiter.join();
+}
+
+TEST_F(IicLocks, KilledHolderReleasesAtOnce)
+{
+    OpenDevice waiter("sim:planar");
+    Child      holder([](const auto& tell) {
+        OpenDevice device("sim:planar");
+        const bool held = lock(device, registerLock(0xC0, 0)) == answer{0, 0};
+        tell();
+        pause();
+        return held;
+    });
+    holder.awaitWord();
+    EXPECT_EQ((answer{-1, EBUSY}), lock(waiter, registerLock(0xC0, 0)));
+    const auto  start = clock::now();
+    std::thread killer([&] { holder.end(SIGKILL); });
+    EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
+    EXPECT_LT(msSince(start), underSanitizer ? 500.0 : 100.0);
+    killer.join();
+}
+
+TEST_F(IicLocks, ExitOfTheHolderReleases)
+{
+    OpenDevice waiter("sim:planar");
+    Child      holder([](const auto& tell) {
+        auto*      device = new OpenDevice("sim:planar"); // never closed
+        const bool held   = lock(*device, registerLock(0xC0, 0)) == answer{0, 0};
+        tell();
+        return held;
+    });
+    holder.awaitWord();
+    EXPECT_EQ(0, holder.end());
+    EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 0)));
+}
+
+TEST_F(IicLocks, ForkedChildDoesNotKeepTheParentsLock)
+{
+    auto holder = std::make_unique<OpenDevice>("sim:planar");
+    EXPECT_EQ((answer{0, 0}), lock(*holder, registerLock(0xC0, 0)));
+    Child child([&holder](const auto& tell) { // has a copy of everything, and stays
+        const bool released =
+            unlock(*holder, registerLock(0xC0, 0)) == answer{-1, EINVAL}; // it is the parent's, not the child's
+        const bool excluded = lock(*holder, registerLock(0xC0, 0)) == answer{-1, EBUSY};
+        tell();
+        pause();
+        return released && excluded;
+    });
+    child.awaitWord();
+    OpenDevice other("sim:planar");
+    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    holder.reset();
+    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
+}
+
+TEST_F(IicLocks, ChildSeesItsParentsLocksAsAnothers)
+{
+    OpenDevice device("sim:planar");
+    EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 0)));
+    Child child([&device](const auto&) {
+        return unlock(device, registerLock(0xC0, 0)) == answer{-1, EINVAL} &&
+               lock(device, registerLock(0xC0, 0)) == answer{-1, EBUSY} &&
+               lock(device, registerLock(0xC2, 0)) == answer{0, 0};
+    });
+    EXPECT_EQ(0, child.end());
+}
+
+TEST_F(IicLocks, WhoeverTakesItAgainAndAgainLetsWaitersIn)
+{
+    Child greedy([](const auto& tell) {
+        OpenDevice device("sim:planar");
+        tell();
+        for (;;) {
+            lock(device, registerLock(0xC0, 10'000));
+            device.setNumber(16, 1);
+            unlock(device, registerLock(0xC0, 0));
+        }
+        return true;
+    });
+    greedy.awaitWord();
+    OpenDevice device("sim:planar");
+    for (int turn = 0; turn < 20; ++turn) {
+        EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
+        EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
+    }
+}
+
+/// One count on the four bytes of the chip's prescalers and duty cycles, under its lock.
+bool countUp(OpenDevice& device)
+{
+    bytes      value(4);
+    const bool read = lock(device, registerLock(0xC0, 30'000)) == answer{0, 0} &&
+                      device.write({0x12}) == answer{1, 0} && device.read(value) == answer{4, 0};
+    std::uint32_t count =
+        1U + (value[0] | static_cast<std::uint32_t>(value[1]) << 8 | static_cast<std::uint32_t>(value[2]) << 16 |
+              static_cast<std::uint32_t>(value[3]) << 24);
+    const bytes message{0x12, static_cast<std::uint8_t>(count), static_cast<std::uint8_t>(count >> 8),
+                        static_cast<std::uint8_t>(count >> 16), static_cast<std::uint8_t>(count >> 24)};
+    return read && device.write(message) == answer{5, 0} && unlock(device, registerLock(0xC0, 0)) == answer{0, 0};
+}
+
+TEST_F(IicLocks, FourProcessesLoseNoUpdate)
+{
+    constexpr bool emulated = std::endian::native == std::endian::big;
+    constexpr int  rounds   = underSanitizer || emulated ? 500 : 5000;
+    OpenDevice     device("sim:planar@C0");
+    EXPECT_EQ((answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
+    {
+        std::vector<std::unique_ptr<Child>> workers;
+        for (int number = 0; number < 4; ++number) {
+            workers.push_back(std::make_unique<Child>([](const auto&) {
+                OpenDevice own("sim:planar@C0");
+                block      values;
+                values.writeCycleMs = 0;
+                own.set(values);
+                bool good = true;
+                for (int round = 0; good && round < rounds; ++round) {
+                    good = countUp(own);
+                }
+                return good;
+            }));
+        }
+        for (const auto& worker : workers) {
+            EXPECT_EQ(0, worker->end());
+        }
+    }
+    device.write({0x12});
+    const bytes         value = device.readAll(4);
+    const std::uint32_t count =
+        value[0] | static_cast<std::uint32_t>(value[1]) << 8 | static_cast<std::uint32_t>(value[2]) << 16;
+    EXPECT_EQ(4U * rounds, count);
+}
+
+TEST_F(IicLocks, KilledWhileItCountsLosesNothingOfTheOthers)
+{
+    OpenDevice device("sim:planar@C0");
+    EXPECT_EQ((answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
+    for (int turn = 0; turn < 5; ++turn) {
+        Child victim([](const auto& tell) {
+            OpenDevice own("sim:planar@C0");
+            for (int round = 0;; ++round) {
+                countUp(own);
+                if (round == 3) {
+                    tell();
+                }
+            }
+            return true;
+        });
+        victim.awaitWord();
+        victim.end(SIGKILL);
+        EXPECT_TRUE(countUp(device)); // neither bus nor lock is stuck
+    }
+}
+
+} // namespace
+} // namespace kest::test

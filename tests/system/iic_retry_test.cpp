@@ -1,0 +1,130 @@
+/// A time-out in each page of a write and each piece of a read, then the library's reset and retry: image and buffer are exact. The retry
+/// neither seeks nor configures, so this holds only because the layer's position and block stay what they were.
+#include "kestseeprom.h"
+#include "kestwobu.h"
+#include "tests/system/iic_machine.h"
+
+namespace kest::test
+{
+namespace
+{
+
+class IicRetry : public IicMachine
+{
+protected:
+    IicRetry() : IicMachine(0.15) {}
+
+    /// Word 4 of the first SRC: the errno of the failure.
+    static std::uint32_t errnoWord(const ErrlEntry& entry)
+    {
+        unsigned int         count = 0;
+        const std::uint32_t* words = entry.getSRC(0)->getHexData(count);
+        return count > 4 ? words[4] : 0;
+    }
+
+    /// Opens, configures, seeks when the position is not 0, transfers; after a time-out resets and retries.
+    /// @return whether the fault struck
+    bool transfer(const block& settings, std::uint32_t position, bytes& data, bool read, std::uint64_t nth,
+                  std::uint64_t byte)
+    {
+        OpenDevice device("sim:planar");
+        device.set(settings);
+        if (position != 0) {
+            device.seek(static_cast<long>(position));
+        }
+        machine->addFault({.kind = "hold-scl", .bus = "planar", .nth = nth, .count = 1, .byte = byte});
+        ErrlEntry*   entry  = nullptr;
+        unsigned int length = static_cast<unsigned int>(data.size());
+        if (read) {
+            kest_wobuRead(device.handle(), entry, &length, data.data(), 1);
+        } else {
+            kest_wobuWrite(device.handle(), entry, &length, data.data());
+        }
+        const bool struck = machine->faults().front().struck != 0;
+        EXPECT_EQ(struck, entry != nullptr);
+        if (entry != nullptr) {
+            EXPECT_EQ(62U, errnoWord(*entry)); // ETIME: worth a reset
+            length = static_cast<unsigned int>(data.size());
+            kest_wobuResetRetry(device.handle(), entry, &length, data.data(), read ? 0 : 1);
+        }
+        EXPECT_EQ(nullptr, entry);
+        EXPECT_EQ(data.size(), length);
+        machine->clearFaults();
+        settle();
+        return struck;
+    }
+};
+
+struct retryCase {
+    const char*   name;
+    block         settings;
+    std::uint32_t position;
+    std::size_t   length;
+    const char*   image;
+    unsigned int  seed;   ///< of the image's pattern
+    std::size_t   offset; ///< in the image
+};
+const block direct{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
+const block hub{.address = 0x80, .offsetLength = 4, .pageSize = 64};
+
+TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
+{
+    const retryCase cases[] = {{"direct", direct, 0, 300, "main.bin", 1, 0},
+                               {"direct, not from 0", direct, 100, 300, "main.bin", 1, 100},
+                               {"hub", hub, 0x03A20000, 300, "riser.bin", 5, 0},
+                               {"hub, not from 0", hub, 0x03A20064, 300, "riser.bin", 5, 100}};
+    for (const retryCase& each : cases) {
+        const bytes         before = image(each.image);
+        const std::uint64_t step =
+            each.settings.offsetLength == 4 ? 9 : 1; // a hub is busy for longer, and asked more often
+        for (const std::uint64_t byte : {0U, 40U}) {
+            std::uint64_t nth    = 1;
+            bool          struck = true;
+            for (; struck; nth += step) {
+                SCOPED_TRACE(std::string(each.name) + ", transaction " + std::to_string(nth) + ", byte " +
+                             std::to_string(byte));
+                bytes data = pattern(each.length, 9);
+                struck     = transfer(each.settings, each.position, data, false, nth, byte);
+                EXPECT_EQ(with(before, each.offset, data), image(each.image));
+                fill(each.image, before);
+                if (HasFailure()) {
+                    return;
+                }
+            }
+            EXPECT_GT(nth, 5U); // at least each of five pages was met
+        }
+    }
+}
+
+TEST_F(IicRetry, TimeOutAtEachPieceOfARead)
+{
+    const retryCase cases[] = {{"direct", direct, 0, 20000, "", 1, 0},
+                               {"direct, not from 0", direct, 100, 20000, "", 1, 100},
+                               {"hub", hub, 0x03A20000, 16001, "", 5, 0},
+                               {"hub, not from 0", hub, 0x03A20064, 16001, "", 5, 100}};
+    for (const retryCase& each : cases) {
+        const bool  throughHub = each.settings.offsetLength == 4;
+        const bytes all        = pattern(throughHub ? 16384 : 32768, each.seed);
+        int         met        = 0;
+        bool        struck     = true;
+        for (std::uint64_t nth = 1; struck; ++nth) {
+            for (const std::uint64_t byte : {0U, 1U}) {
+                SCOPED_TRACE(std::string(each.name) + ", transaction " + std::to_string(nth) + ", byte " +
+                             std::to_string(byte));
+                bytes data(each.length, 0x5A);
+                struck = transfer(each.settings, each.position, data, true, nth, byte);
+                met += struck ? 1 : 0;
+                const std::size_t status = throughHub ? 1 : 0;
+                EXPECT_EQ(0, throughHub ? data[0] : 0);
+                EXPECT_EQ(part(all, each.offset, each.length - status), part(data, status, each.length - status));
+                if (HasFailure()) {
+                    return;
+                }
+            }
+        }
+        EXPECT_EQ(throughHub ? 4 : 2, met) << each.name; // through a hub there are two pieces
+    }
+}
+
+} // namespace
+} // namespace kest::test
