@@ -63,7 +63,7 @@ protected:
             {"read", [](OpenDevice& d) { use(d, main256(), 40); }, readInto, bytes(300), "", 40, 0, 1},
             {"write", [](OpenDevice& d) { use(d, main256(), 40); }, writeFrom, pattern(140, 9), "main.bin", 40, 64, 1},
             {"write of one page", [](OpenDevice& d) { use(d, small02(), 8); }, writeFrom, pattern(8, 9), "small.bin", 8,
-             8},
+             8, 1},
             {"plain read", [](OpenDevice& d) { use(d, {.address = 0xC0}, 0); }, readInto, bytes(1), "", 0, 0, 1},
             {"plain write", [](OpenDevice& d) { use(d, {.address = 0xC0, .writeCycleMs = 0}, 0); }, writeFrom,
              bytes{2, 0x44}, "", 0, 0, 1},
