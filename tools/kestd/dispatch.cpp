@@ -1,14 +1,18 @@
 #include "tools/kestd/dispatch.h"
 
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <fmt/format.h>
 #include <memory>
 
+#include "kest/address.h"
 #include "kest/message.h"
+#include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/entry.h"
 #include "platform/netc.h"
+#include "platform/tavo.h"
 
 namespace kest::service
 {
@@ -134,6 +138,18 @@ frame dispatch(const frame& request, const Peer& peer, Permission permission, Re
         reply = serve(request);
     }
     return reply;
+}
+
+/// The library does so on behalf of a read that asks for it. This one gets no further than the copy, or the empty device text.
+void adoptReadMode()
+{
+    constexpr kest_attributeValue                                 readAgain = 2;
+    std::array<kest_attributeValue, std::size_t{KEST_ATTR_COUNT}> attributes{400, 1, 15, readAgain, 2, 1};
+    unsigned int                                                  length = 1;
+    unsigned char*                                                data   = nullptr;
+    delete KEST_seepromRead(tavo_deviceaddress{}, nullptr, 0, &length, &data, attributes.data());
+    void* buffer = data;
+    tavo_util_free(&buffer);
 }
 
 } // namespace kest::service

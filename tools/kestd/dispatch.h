@@ -36,4 +36,7 @@ client::frame refusal(const client::frame& request, std::uint32_t code, std::uin
 /// May block for as long as the devices take. Any thread.
 client::frame dispatch(const client::frame& request, const Peer& peer, Permission permission, RefusalLog& refusals);
 
+/// Has the library look up the read mode again, which it otherwise does once: after a reload.
+void adoptReadMode();
+
 } // namespace kest::service

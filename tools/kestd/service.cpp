@@ -97,6 +97,7 @@ void Service::reload()
     const std::string error = host::reloadConfiguration();
     if (error.empty()) {
         useSettings();
+        adoptReadMode();
         note("configuration read again");
     } else {
         note(error + " (the configuration stays as it was)");
