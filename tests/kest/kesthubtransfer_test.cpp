@@ -823,6 +823,30 @@ TEST_F(HubTransfer, OneByteAndNone)
     }
 }
 
+TEST_F(HubTransfer, ACountLeftByACommittedFailureIsKeptWithinTheBuffer)
+{
+    // a deadlock is committed by the wrapper and leaves no entry, and the count is whatever the layer answered
+    for (const int operation : {0, 1}) {
+        again();
+        platform.healthy();
+        int reads            = 0;
+        platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
+            std::memset(bytes, 0, size);
+            errno = 35;
+            return size == 5 && ++reads == 1 ? -1 : static_cast<int>(size);
+        };
+        platform.writeHandler = [](const std::uint8_t*, unsigned) {
+            errno = 35;
+            return -1;
+        };
+        transfer(operation);
+        EXPECT_EQ(nullptr, errl);
+        EXPECT_EQ(1, platform.commits());
+        EXPECT_EQ(4U, length);
+        EXPECT_EQ(0, std::memcmp(operation == 0 ? "\0\0\0\0\5" : "\1\2\3\4\5", buffer, 5));
+    }
+}
+
 TEST_F(HubTransfer, EndsCleanWhateverFails)
 {
     const StandardError dmaLines; // told each time the option fails
