@@ -1,0 +1,247 @@
+/// SEEPROMs in all read modes, with real contents whose own check sums find a dropped, repeated or swapped byte.
+#include <csignal>
+#include <functional>
+
+#include "platform/host/vpd/copies.h"
+#include "tests/system/library_machine.h"
+
+namespace kest::test
+{
+namespace
+{
+
+class Seeprom : public LibraryMachine
+{
+protected:
+    static bytes contents(const std::string& name, const std::string& folder = KEST_SOURCE_DIR "/examples/images/")
+    {
+        std::ifstream file(folder + name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+    static ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,
+                         const std::string& text = "sim:planar,L,2C0256,A0")
+    {
+        auto attributes                 = hardware;
+        attributes[KEST_ATTR_READ_MODE] = mode;
+        unsigned int     moved          = length;
+        unsigned char*   data           = nullptr;
+        ErrlEntry* const entry =
+            KEST_seepromRead(address(text, number), nullptr, offset, &moved, &data, attributes.data());
+        ending result{.length = moved, .data = {}};
+        if (data != nullptr)
+            result.data.assign(data, data + moved);
+        tavo_util_free(reinterpret_cast<void**>(&data));
+        return conclude(entry, std::move(result));
+    }
+    static ending writeAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, const bytes& data)
+    {
+        auto attributes                 = hardware;
+        attributes[KEST_ATTR_READ_MODE] = mode;
+        auto             moved          = static_cast<unsigned int>(data.size());
+        ErrlEntry* const entry = KEST_seepromWrite(address("sim:planar,L,2C0256,A0", number), nullptr, offset, &moved,
+                                                   data.data(), attributes.data());
+        return conclude(entry, {.length = moved, .data = {}});
+    }
+};
+constexpr kest_attributeValue fileMode  = 3;
+constexpr kest_attributeValue mixedMode = 5;
+
+unsigned sumOf(const bytes& data, std::size_t from, std::size_t count)
+{
+    unsigned sum = 0;
+    for (std::size_t at = from; at < from + count; ++at)
+        sum += data.at(at);
+    return sum & 0xFF;
+}
+
+/// CRC-16, polynomial 0x1021, as memory modules carry it.
+unsigned crc16(const bytes& data, std::size_t from, std::size_t count)
+{
+    unsigned sum = 0;
+    for (std::size_t at = from; at < from + count; ++at) {
+        sum ^= static_cast<unsigned>(data.at(at)) << 8;
+        for (int bit = 0; bit < 8; ++bit)
+            sum = ((sum & 0x8000) != 0 ? sum << 1 ^ 0x1021 : sum << 1) & 0xFFFF;
+    }
+    return sum;
+}
+
+std::uint32_t crc32(const bytes& data, std::size_t count)
+{
+    std::uint32_t sum = 0xFFFFFFFF;
+    for (std::size_t at = 0; at < count; ++at) {
+        sum ^= data.at(at);
+        for (int bit = 0; bit < 8; ++bit)
+            sum = sum >> 1 ^ ((sum & 1) != 0 ? 0xEDB88320U : 0U);
+    }
+    return ~sum;
+}
+
+bool edidIsSound(const bytes& data)
+{
+    bool sound = !data.empty() && data.size() % 128 == 0;
+    for (std::size_t at = 0; sound && at < data.size(); at += 128)
+        sound = sumOf(data, at, 128) == 0;
+    return sound;
+}
+bool littleEndianCrc16(const bytes& data, std::size_t from, std::size_t count, std::size_t at)
+{
+    return crc16(data, from, count) == (data.at(at) | static_cast<unsigned>(data.at(at + 1)) << 8);
+}
+bool spdIsSound(const bytes& data) { return littleEndianCrc16(data, 0, (data.at(0) & 0x80) != 0 ? 117 : 126, 126); }
+bool longSpdIsSound(const bytes& data) { return spdIsSound(data) && littleEndianCrc16(data, 128, 126, 254); }
+bool newestSpdIsSound(const bytes& data) { return littleEndianCrc16(data, 0, 510, 510); }
+bool tlvIsSound(const bytes& data)
+{
+    const std::size_t end = 11 + static_cast<std::size_t>(data.at(9) << 8 | data.at(10)); // header, then so many bytes
+    const std::uint32_t told = static_cast<std::uint32_t>(data.at(end - 4)) << 24 |
+                               static_cast<std::uint32_t>(data.at(end - 3)) << 16 |
+                               static_cast<std::uint32_t>(data.at(end - 2)) << 8 | data.at(end - 1);
+    return crc32(data, end - 4) == told;
+}
+bool moduleIsSound(const bytes& data)
+{
+    return sumOf(data, 0, 63) == data.at(63) && sumOf(data, 64, 31) == data.at(95);
+}
+bool fruIsSound(const bytes& data)
+{
+    const std::size_t board = 8U * data.at(3);
+    return sumOf(data, 0, 8) == 0 && sumOf(data, board, 8U * data.at(board + 1)) == 0;
+}
+
+struct sample {
+    const char* name;
+    bool (*sound)(const bytes&);
+};
+
+TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
+{
+    const std::vector<sample> samples{
+        {"edid-128-dell-e178wfp-vga.bin", edidIsSound},    {"edid-128-syncmaster245b-from-bus.bin", edidIsSound},
+        {"edid-384-acer-xv273k-dp.bin", edidIsSound},      {"spd-256-ddr3-soldered.bin", spdIsSound},
+        {"spd-512-ddr4-M471A1G44AB0.bin", longSpdIsSound}, {"spd-1024-ddr5-M425R1GB4BB0.bin", newestSpdIsSound},
+        {"tlvinfo-4096-switch.bin", tlvIsSound},           {"sff-512-FS-DWDM-SFP10G-80.bin", moduleIsSound}};
+    for (const sample& one : samples) {
+        const bytes original = contents(one.name);
+        ASSERT_TRUE(one.sound(original)) << one.name;
+        bytes broken = original;
+        std::swap(broken.at(5), broken.at(40) == broken.at(5) ? broken.at(41) : broken.at(40));
+        broken.at(20) = static_cast<std::uint8_t>(broken.at(20) + 1);
+        EXPECT_FALSE(one.sound(broken)) << one.name << ": the check finds nothing";
+        for (const unsigned int offset : {0U, 1U, 63U, 1000U})
+            for (const char* const text :
+                 {"sim:planar,L,2C0256,A0", "sim:planar,L,2C0512,A6", "sim:planar,L,922,80,7,2C0128,A2"}) {
+                ASSERT_TRUE(write(text, offset, original).good()) << one.name << text;
+                const ending back = read(text, offset, static_cast<unsigned int>(original.size()));
+                ASSERT_TRUE(back.good()) << back << text;
+                EXPECT_TRUE(one.sound(back.data)) << one.name << text << offset;
+            }
+    }
+    for (const char* const name : {"edid-128-dell-e178wfp-vga.bin", "spd-256-ddr3-soldered.bin"}) {
+        const bytes original = contents(name);
+        ASSERT_TRUE(write("sim:planar,L,1C0002,A4", 0, original).good());
+        const bytes back = read("sim:planar,L,1C0002,A4", 0, static_cast<unsigned int>(original.size())).data;
+        EXPECT_TRUE(original.size() == 128 ? edidIsSound(back) : spdIsSound(back)) << name;
+    }
+}
+
+TEST_F(Seeprom, InventoryRecordsThatAreOnlyBesideTheProject)
+{
+    const std::string folder = KEST_SOURCE_DIR "/../shared/images/";
+    for (const char* const name : {"fru-256-fmcadc2.bin", "fru-252-nevis-ce.bin"}) {
+        const bytes original = contents(name, folder);
+        if (original.empty())
+            GTEST_SKIP() << "these contents may not be copied into the project, and are not beside it";
+        ASSERT_TRUE(fruIsSound(original)) << name;
+        ASSERT_TRUE(write("sim:planar,L,2C0032,A8", 17, original).good());
+        EXPECT_TRUE(fruIsSound(read("sim:planar,L,2C0032,A8", 17, static_cast<unsigned int>(original.size())).data));
+    }
+}
+
+TEST_F(Seeprom, WholeDevicesOfEveryType)
+{
+    const std::vector<std::pair<const char*, const char*>> chips{
+        {"sim:planar,L,1C0002,A4", "small.bin"}, {"sim:planar,L,2C0032,A8", "medium.bin"},
+        {"sim:planar,L,2C0064,AC", "eight.bin"}, {"sim:planar,L,2C0128,AE", "sixteen.bin"},
+        {"sim:planar,L,2C0256,A0", "main.bin"},  {"sim:planar,L,2C0512,A6", "large.bin"}};
+    for (const auto& [text, file] : chips) {
+        const bytes before = image(file);
+        EXPECT_EQ(before, read(text, 0, 0).data) << text;
+        bytes fresh = before;
+        std::ranges::reverse(fresh);
+        const ending written = write(text, 0, fresh);
+        EXPECT_TRUE(written.good()) << written << text;
+        settle();
+        EXPECT_EQ(fresh, image(file)) << text;
+    }
+}
+
+TEST_F(Seeprom, PowerCycleKeepsWhatWasWritten)
+{
+    ASSERT_TRUE(write("sim:planar,L,2C0256,A0", 123, {1, 2, 3, 4}).good());
+    machine->powerCycle();
+    EXPECT_EQ((bytes{1, 2, 3, 4}), read("sim:planar,L,2C0256,A0", 123, 4).data);
+}
+
+TEST_F(Seeprom, FileModeServesTheCopyAlone)
+{
+    EXPECT_EQ(0x40001306U, readAs(fileMode, 7, 0, 16).returnCode);
+    EXPECT_EQ(0x40001306U, writeAs(fileMode, 7, 0, {1}).returnCode);
+    const bytes tlv = contents("tlvinfo-4096-switch.bin");
+    ASSERT_EQ(0, host::replaceCopy(7, tlv));
+    EXPECT_TRUE(tlvIsSound(readAs(fileMode, 7, 0, 4096).data));
+    EXPECT_EQ(part(tlv, 100, 50), readAs(fileMode, 7, 100, 50).data);
+    EXPECT_EQ(part(tlv, 4000, 96), readAs(fileMode, 7, 4000, 1000).data); // crosses the end
+    EXPECT_EQ(tlv, readAs(fileMode, 7, 0, 0).data);
+    EXPECT_EQ(0x80001305U, readAs(fileMode, 7, 4096, 1).returnCode);
+    EXPECT_TRUE(writeAs(fileMode, 7, 10, {9, 8, 7}).good());
+    EXPECT_EQ((bytes{9, 8, 7}), readAs(fileMode, 7, 10, 3).data);
+    EXPECT_EQ(0x80001308U, writeAs(fileMode, 7, 4094, {1, 2, 3}).returnCode);
+    EXPECT_EQ(pattern(32768, 1), image("main.bin")); // the device saw nothing of it
+}
+
+TEST_F(Seeprom, MixedModePrefersTheCopy)
+{
+    EXPECT_EQ(pattern(32768, 1), readAs(mixedMode, 9, 0, 16).data); // without a copy the whole device
+    ASSERT_TRUE(writeAs(mixedMode, 9, 0, {5, 5}).good());
+    settle();
+    EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2));
+    ASSERT_EQ(0, host::replaceCopy(9, bytes(64, 0x11)));
+    EXPECT_EQ(bytes(16, 0x11), readAs(mixedMode, 9, 0, 16).data);
+    ASSERT_TRUE(writeAs(mixedMode, 9, 0, {6, 6}).good());
+    settle();
+    EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2)); // the copy took the write
+    EXPECT_EQ((bytes{6, 6}), readAs(mixedMode, 9, 0, 2).data);
+}
+
+TEST_F(Seeprom, TimeOutOnceIsRescuedAndLogged)
+{
+    for (const char* const kind : {"hold-sda", "hold-scl"}) {
+        machine->addFault({.kind = kind, .bus = "planar", .address = 0xA0, .nth = 1, .count = 1});
+        const ending got = read("sim:planar,L,2C0256,A0", 500, 40);
+        EXPECT_TRUE(got.good()) << kind << got;
+        EXPECT_EQ(part(pattern(32768, 1), 500, 40), got.data);
+        machine->addFault({.kind = kind, .bus = "planar", .address = 0xA0, .nth = 2, .count = 1});
+        const bytes fresh = pattern(300, 77);
+        EXPECT_TRUE(write("sim:planar,L,2C0256,A0", 4000, fresh).good()) << kind;
+        settle();
+        EXPECT_EQ(fresh, part(image("main.bin"), 4000, 300)) << kind;
+    }
+    const auto logged = host::listEntries({});
+    ASSERT_EQ(4U, logged.entries.size());
+    for (const auto& entry : logged.entries) {
+        EXPECT_EQ(0x10U, entry.severity); // recovered
+        EXPECT_EQ(0x4000, entry.commitAction);
+    }
+}
+
+TEST_F(Seeprom, TimeOutThatStaysIsReportedWithBothAttempts)
+{
+    machine->addFault({.kind = "hold-sda", .bus = "planar", .address = 0xA0});
+    const ending got = read("sim:planar,L,2C0256,A0", 0, 16);
+    EXPECT_EQ(0x00001312U, got.returnCode & 0xFFFF);
+    EXPECT_EQ(62U, got.word4);
+}
+
+} // namespace
+} // namespace kest::test

@@ -1,0 +1,343 @@
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// Areas "seeprom" and "copy" on the demo machine: planar-vpd is a 24C256 at A0, panel-vpd a 24C02 at A4, riser-vpd a 24C128 behind the hub.
+class KestctlSeeprom : public MachineTest
+{
+protected:
+    [[nodiscard]] std::string image(const std::string& name) const { return readFile(machine() / (name + ".bin")); }
+    [[nodiscard]] std::string file(const std::string& name, const std::string& content) const
+    {
+        writeFile(folder() / name, content);
+        return (folder() / name).string();
+    }
+    /// The one line that a failing command says, after "kestctl: ".
+    std::string complaint(int exit, std::vector<std::string> arguments, runOptions options = {}) const
+    {
+        const std::string command = testing::PrintToString(arguments);
+        const runResult   result  = kestctl(std::move(arguments), std::move(options));
+        EXPECT_EQ(exit, result.exit) << command << result.errors;
+        EXPECT_THAT(result.errors, StartsWith("kestctl: ")) << command;
+        EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;
+        return result.errors.size() < 10 ? "" : result.errors.substr(9, result.errors.size() - 10);
+    }
+    void fault(std::vector<std::string> words) const
+    {
+        std::vector<std::string> command{"sim", "fault", "add"};
+        command.insert(command.end(), words.begin(), words.end());
+        says(command);
+    }
+    void clearFaults() const { says({"sim", "fault", "clear"}); }
+};
+
+std::string pattern(std::size_t length, unsigned seed)
+{
+    std::string text(length, '\0');
+    for (std::size_t at = 0; at < length; ++at)
+        text[at] = static_cast<char>(at * 7 + at / 256 * 3 + seed);
+    return text;
+}
+
+TEST_F(KestctlSeeprom, ReadShowsLines)
+{
+    writeFile(machine() / "panel-vpd.bin", "Hello, kest!\x01\x7F\xFF" + pattern(241, 1));
+    EXPECT_EQ("00000000  48 65 6c 6c 6f 2c 20 6b  65 73 74 21 01 7f ff 01  |Hello, kest!....|\n"
+              "00000010  08 0f                                             |..|\n",
+              says({"seeprom", "read", "panel-vpd", "--length", "18"}));
+    EXPECT_EQ("0000000c  01 7f                                             |..|\n",
+              says({"seeprom", "read", "panel-vpd", "--offset", "0xC", "--length", "2"}));
+}
+
+TEST_F(KestctlSeeprom, ReadSavesRawBytes)
+{
+    const std::string target = (folder() / "out.bin").string();
+    EXPECT_EQ("", says({"seeprom", "read", "planar-vpd", "-o", target}));
+    EXPECT_EQ(image("planar-vpd"), readFile(target));
+    EXPECT_EQ(image("planar-vpd").substr(100, 5000),
+              says({"seeprom", "read", "planar-vpd", "-o", "-", "--offset", "100", "--length", "5000"}));
+    EXPECT_EQ(image("riser-vpd"), says({"seeprom", "read", "riser-vpd", "-o", "-"}));
+}
+
+TEST_F(KestctlSeeprom, RawBytesReachATerminalOnlyWhenForced)
+{
+    const runResult refused = kestctl({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
+    EXPECT_EQ(3, refused.exit);
+    EXPECT_THAT(refused.output, HasSubstr("kestctl: raw bytes are not written to a terminal; name a file by -o"));
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "panel-vpd", "-o", "-", "--force"}, {.terminal = true}).exit);
+}
+
+TEST_F(KestctlSeeprom, ReadAsJson)
+{
+    writeFile(machine() / "panel-vpd.bin", pattern(256, 9));
+    const json read = json::parse(says({"--json", "seeprom", "read", "panel-vpd", "--offset", "16", "--length", "4"}));
+    EXPECT_EQ("panel-vpd", read["device"]);
+    EXPECT_EQ("sim:planar,L,1C0002,A4", read["text"]);
+    EXPECT_EQ(16, read["offset"]);
+    EXPECT_EQ(4, read["length"]);
+    EXPECT_EQ("7980878e", read["data"]);
+}
+
+TEST_F(KestctlSeeprom, BadInputSaysWhatIsWrong)
+{
+    EXPECT_EQ("panel-vpd: offset 256 (0x100) is past the end: the device holds 256 bytes",
+              complaint(2, {"seeprom", "read", "panel-vpd", "--offset", "256"}));
+    EXPECT_EQ("panel-vpd: 17 bytes at offset 240 pass the end: the device holds 256 bytes; at most 16 bytes fit there",
+              complaint(2, {"seeprom", "read", "panel-vpd", "--offset", "240", "--length", "17"}));
+    EXPECT_EQ("panel-vpd: length 0: there is nothing to transfer",
+              complaint(2, {"seeprom", "read", "panel-vpd", "--length", "0"}));
+    EXPECT_THAT(complaint(2, {"seeprom", "read", "panel-vpd", "--offset", "ten"}), HasSubstr("offset"));
+    EXPECT_THAT(complaint(2, {"seeprom", "read", "panel-vpd", "--mode", "fast"}),
+                HasSubstr("mode 'fast': expected hardware, file, mixed or registry"));
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "nosuchdevice"}), HasSubstr("nosuchdevice"));
+    EXPECT_THAT(complaint(2, {"seeprom", "read", "sim:planar,L,123,A0"}), HasSubstr("123"));
+    EXPECT_THAT(complaint(2, {"seeprom", "read", "panel-leds"}), HasSubstr("panel-leds"));
+    EXPECT_THAT(complaint(2, {"seeprom", "read", "sim:planar,L,F0,70,1,2C0128,A2"}), HasSubstr("F0"));
+    EXPECT_THAT(complaint(2, {"seeprom", "read", "sim:planar,L,922,80,3,172,A2"}), HasSubstr("172"));
+    const std::string tenBytes = file("ten", "0123456789");
+    EXPECT_EQ(tenBytes + " holds 10 bytes, fewer than the length 20",
+              complaint(2, {"seeprom", "write", "panel-vpd", "-i", tenBytes, "--length", "20", "--yes"}));
+    EXPECT_EQ(file("large", std::string(300, 'x')) + " holds more than the 256 bytes there is room for",
+              complaint(2, {"seeprom", "write", "panel-vpd", "-i", (folder() / "large").string(), "--yes"}));
+    EXPECT_EQ(file("empty", "") + " is empty",
+              complaint(2, {"seeprom", "write", "panel-vpd", "-i", (folder() / "empty").string(), "--yes"}));
+    EXPECT_EQ("--hex: two hexadecimal digits expected at character 4",
+              complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "12 3", "--yes"}));
+    EXPECT_EQ("give what to write: a file by --input, or bytes by --hex",
+              complaint(2, {"seeprom", "write", "panel-vpd", "--yes"}));
+    EXPECT_THAT(complaint(1, {"seeprom", "write", "panel-vpd", "-i", "/no/such/file", "--yes"}),
+                HasSubstr("/no/such/file: read: No such file"));
+}
+
+TEST_F(KestctlSeeprom, OutputThatCannotBeWritten)
+{
+    EXPECT_THAT(complaint(1, {"seeprom", "read", "planar-vpd", "-o", "-"}, {.outputTo = "/dev/full"}),
+                HasSubstr("No space left on device"));
+    EXPECT_THAT(complaint(1, {"seeprom", "read", "planar-vpd", "-o", "/dev/full"}),
+                HasSubstr("/dev/full: write: No space left on device"));
+    EXPECT_THAT(complaint(1, {"seeprom", "read", "planar-vpd", "-o", "-"}, {.closeOutput = true}),
+                HasSubstr("Broken pipe"));
+}
+
+TEST_F(KestctlSeeprom, WriteAsksKeepsAnUndoFileAndVerifies)
+{
+    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    const std::string before = image("panel-vpd");
+    EXPECT_THAT(complaint(3, {"seeprom", "write", "panel-vpd", "--hex", "010203"}),
+                HasSubstr("panel-vpd: write 3 bytes (1 pages) at A4 = 0x52? not confirmed; --yes confirms it"));
+    EXPECT_EQ(before, image("panel-vpd"));
+
+    const json written = json::parse(
+        says({"--json", "seeprom", "write", "panel-vpd", "--hex", "01 02 03 04", "--offset", "6", "--yes"}));
+    EXPECT_EQ(4, written["bytes_written"]);
+    EXPECT_EQ(2, written["pages_written"]); // bytes 6-7 and 8-9
+    EXPECT_EQ(true, written["verified"]);
+    std::string after = before;
+    after.replace(6, 4, "\x01\x02\x03\x04");
+    EXPECT_EQ(after, image("panel-vpd"));
+
+    EXPECT_THAT(says({"seeprom", "restore", written["undo_file"], "--yes"}), HasSubstr("read back and compared"));
+    EXPECT_EQ(before, image("panel-vpd"));
+}
+
+TEST_F(KestctlSeeprom, WriteAsksOnATerminal)
+{
+    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    for (const auto& [answer, exit] : {std::pair("n\n", 3), std::pair("y\n", 0)}) {
+        Program asked("kestctl", {"seeprom", "write", "panel-vpd", "--hex", "55"}, configured({.terminal = true}));
+        ASSERT_TRUE(asked.waitFor("Go on? [y/N]"));
+        asked.type(answer);
+        EXPECT_EQ(exit, asked.finish().exit) << answer;
+    }
+    EXPECT_EQ('\x55', image("panel-vpd")[0]);
+}
+
+TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
+{
+    std::string bytes = pattern(256, 3);
+    writeFile(machine() / "panel-vpd.bin", bytes);
+    bytes[100]               = 'x';
+    bytes[200]               = 'y';
+    const std::string source = file("new", bytes);
+    const json rehearsed = json::parse(says({"--json", "seeprom", "write", "panel-vpd", "-i", source, "--dry-run"}));
+    EXPECT_EQ(true, rehearsed["dry_run"]);
+    EXPECT_EQ(2, rehearsed["pages_written"]);
+    EXPECT_EQ(30, rehearsed["pages_skipped"]);
+    EXPECT_EQ(16, rehearsed["bytes_written"]);
+    EXPECT_EQ(pattern(256, 3), image("panel-vpd"));
+    EXPECT_THAT(
+        says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}),
+        StartsWith("panel-vpd: wrote 16 bytes in 2 pages, 30 pages held the data already; read back and compared\n"
+                   "undo: kestctl seeprom restore "));
+    EXPECT_EQ(bytes, image("panel-vpd"));
+    EXPECT_EQ("panel-vpd: holds these 256 bytes already, nothing to write\n",
+              says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}));
+    EXPECT_THAT(says({"seeprom", "write", "panel-vpd", "-i", source, "--yes", "--all-pages"}),
+                StartsWith("panel-vpd: wrote 256 bytes in 32 pages"));
+}
+
+TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
+{
+    std::string       text = readFile(machine() / "machine.toml");
+    const std::size_t at   = text.find("image = \"panel-vpd.bin\"");
+    ASSERT_NE(std::string::npos, at) << text;
+    writeFile(machine() / "machine.toml", text.insert(at, "protect = \"silent\"\n"));
+    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    EXPECT_THAT(
+        complaint(5, {"seeprom", "write", "panel-vpd", "--hex", "0102", "--offset", "16", "--yes"}),
+        StartsWith("panel-vpd: verify: what was read back differs from offset 16 (0x10) on: wrote 01, read aa; the "
+                   "chip may be write-protected"));
+}
+
+TEST_F(KestctlSeeprom, WriteThatFailsMidwaySaysHowManyBytesAreCertain)
+{
+    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    const std::string source = file("new", std::string(64, 'n'));
+    fault({"nack-data", "--bus", "planar", "--address", "0xA4", "--way", "write", "--nth", "8", "--byte", "3"});
+    const std::string line = complaint(1, {"seeprom", "write", "panel-vpd", "-i", source, "--yes"});
+    clearFaults();
+    const std::size_t certain = image("panel-vpd").find_first_not_of('n');
+    EXPECT_THAT(line, HasSubstr("the first " + std::to_string(certain) +
+                                " of 64 bytes are certain (read back); 'kestctl "
+                                "seeprom restore "));
+    EXPECT_LT(certain, 64U);
+}
+
+TEST_F(KestctlSeeprom, WriteWhoseReadBackFailsTooSaysNotKnown)
+{
+    const std::string source = file("new", std::string(64, 'n'));
+    fault({"nack", "--bus", "planar", "--address", "0xA4", "--nth", "12"});
+    const std::string line = complaint(4, {"seeprom", "write", "panel-vpd", "-i", source, "--all-pages", "--yes"});
+    clearFaults();
+    EXPECT_THAT(line, HasSubstr("how many bytes arrived is not known: reading back failed, too"));
+}
+
+TEST_F(KestctlSeeprom, VerifyAndDiff)
+{
+    writeFile(machine() / "panel-vpd.bin", pattern(256, 3));
+    std::string bytes = pattern(256, 3);
+    EXPECT_EQ("panel-vpd: 256 bytes are equal\n", says({"seeprom", "verify", "panel-vpd", file("same", bytes)}));
+    bytes[20]                 = 'Z';
+    bytes[21]                 = 'Z';
+    const std::string other   = file("other", bytes);
+    const runResult   checked = kestctl({"seeprom", "verify", "panel-vpd", other});
+    EXPECT_EQ(5, checked.exit);
+    EXPECT_EQ("panel-vpd: 2 of 256 bytes differ, the first at offset 20 (0x14)\n", checked.output);
+    const runResult shown = kestctl({"seeprom", "diff", "panel-vpd", other});
+    EXPECT_EQ(5, shown.exit);
+    EXPECT_EQ("- 00000010  73 7a 81 88 8f 96 9d a4  ab b2 b9 c0 c7 ce d5 dc  |sz..............|\n"
+              "+ 00000010  73 7a 81 88 5a 5a 9d a4  ab b2 b9 c0 c7 ce d5 dc  |sz..ZZ..........|\n",
+              shown.output);
+    const json rows = json::parse(kestctl({"--json", "seeprom", "diff", "panel-vpd", other}).output);
+    EXPECT_EQ(2, rows["differing"]);
+    EXPECT_EQ(20, rows["differences"][0]["offset"]);
+    EXPECT_EQ(0, kestctl({"seeprom", "diff", "panel-vpd", "panel-vpd"}).exit); // two devices
+}
+
+TEST_F(KestctlSeeprom, DumpIsCheckedWhenItIsRestored)
+{
+    const std::string dump = (folder() / "dump.json").string();
+    says({"seeprom", "dump", "panel-vpd", "-o", dump});
+    const json content = json::parse(readFile(dump));
+    EXPECT_EQ("kest-dump-1", content["format"]);
+    EXPECT_EQ("sim:planar,L,1C0002,A4", content["device"]);
+    EXPECT_EQ(256, content["length"]);
+    EXPECT_EQ(8U, content["data"].size());
+    json broken           = content;
+    broken["data"][0]     = std::string(64, '0');
+    const std::string bad = file("broken.json", broken.dump());
+    EXPECT_THAT(complaint(2, {"seeprom", "restore", bad, "--yes"}),
+                HasSubstr("broken.json: the check sum does not match the data: the file was changed"));
+    EXPECT_THAT(complaint(2, {"seeprom", "restore", dump, "--device", "planar-vpd", "--yes"}),
+                HasSubstr("was saved from a 24C02, this is a 24C256"));
+    EXPECT_THAT(complaint(2, {"seeprom", "restore", file("no.json", "nonsense"), "--yes"}),
+                HasSubstr("not a dump file (no JSON object)"));
+    for (const auto& [key, value] : std::vector<std::pair<std::string, json>>{
+             {"offset", -1}, {"offset", "x"}, {"length", 3}, {"format", "other"}, {"device", 7}, {"data", "x"}}) {
+        json wrong = content;
+        wrong[key] = value;
+        EXPECT_THAT(complaint(2, {"seeprom", "restore", file("wrong.json", wrong.dump()), "--yes"}),
+                    HasSubstr("key \"" + key + "\""));
+    }
+}
+
+TEST_F(KestctlSeeprom, VotesNameTheOffsetsThatWavered)
+{
+    writeFile(machine() / "panel-vpd.bin", pattern(256, 3));
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "2", "--count", "1", "--byte",
+           "6"});
+    const runResult voted = kestctl({"seeprom", "read", "panel-vpd", "--length", "32", "--voted", "3", "-o", "-"});
+    EXPECT_EQ(0, voted.exit);
+    EXPECT_EQ(pattern(256, 3).substr(0, 32), voted.output);
+    EXPECT_THAT(voted.errors, HasSubstr("kestctl: panel-vpd: the reads differed at offsets 0x"));
+}
+
+TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
+{
+    const std::string before = image("riser-vpd");
+    const std::string target = (folder() / "out.bin").string();
+    // a sub-bus fault that strikes once: the read is repeated until it can be relied on
+    fault({"hub-hold-sda", "--bus", "planar", "--address", "0x80", "--way", "read", "--count", "1"});
+    says({"seeprom", "read", "riser-vpd", "--length", "1024", "-o", target});
+    EXPECT_EQ(before.substr(0, 1024), readFile(target));
+    clearFaults();
+    // one that strikes at every first attempt: each read recovers and hands back zeros, twice the same
+    std::filesystem::remove(target);
+    fault({"hub-status", "--bus", "planar", "--address", "0x80", "--way", "read", "--value", "3"});
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"seeprom", "read", "riser-vpd", "--length", "64", "-o", target},
+                                               {"seeprom", "dump", "riser-vpd", "--length", "64", "-o", target},
+                                               {"copy", "capture", "riser-vpd"},
+                                               {"seeprom", "write", "riser-vpd", "--hex", "0102", "--yes"}}) {
+        const runResult failed = kestctl(command);
+        EXPECT_NE(0, failed.exit) << testing::PrintToString(command);
+        EXPECT_FALSE(std::filesystem::exists(target));
+    }
+    clearFaults();
+    EXPECT_EQ(before, image("riser-vpd"));
+    EXPECT_EQ("no persisted copies; 'kestctl copy capture DEVICE' makes one\n", says({"copy", "list"}));
+}
+
+TEST_F(KestctlSeeprom, CopiesAreCapturedServedExportedAndRemoved)
+{
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "panel-vpd", "--mode", "file"}),
+                HasSubstr("there is no persisted copy"));
+    EXPECT_EQ("copy 53250 (panel-vpd): holds 256 bytes now\n", says({"copy", "capture", "panel-vpd"}));
+    EXPECT_EQ(image("panel-vpd"), says({"seeprom", "read", "panel-vpd", "--mode", "file", "-o", "-"}));
+    EXPECT_EQ(image("panel-vpd"), says({"copy", "export", "panel-vpd", "-"}));
+    EXPECT_THAT(complaint(3, {"copy", "capture", "panel-vpd"}), HasSubstr("replace it? not confirmed"));
+    says({"seeprom", "write", "panel-vpd", "--mode", "file", "--hex", "ff00ff"});
+    EXPECT_EQ("\xFF" + std::string(1, '\0') + "\xFF", says({"copy", "export", "0xD002", "-"}).substr(0, 3));
+    says({"copy", "import", "5", file("five", "12345")});
+    const json list = json::parse(says({"--json", "copy", "list"}));
+    ASSERT_EQ(2U, list["copies"].size());
+    EXPECT_EQ(5, list["copies"][0]["number"]);
+    EXPECT_EQ(5, list["copies"][0]["size"]);
+    EXPECT_EQ("panel-vpd", list["copies"][1]["name"]);
+    EXPECT_THAT(complaint(3, {"copy", "remove", "5"}), HasSubstr("remove it? not confirmed"));
+    says({"copy", "remove", "5", "--yes"});
+    EXPECT_THAT(complaint(4, {"copy", "export", "5", "-"}), HasSubstr("copy 5: read: there is no such copy"));
+    EXPECT_THAT(complaint(4, {"copy", "remove", "5", "--yes"}), HasSubstr("there is no such copy"));
+}
+
+TEST_F(KestctlSeeprom, LockedOrAbsentDevicesHaveTheirExitCodes)
+{
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,L,2C0256,AE", "--length", "1"}),
+                HasSubstr("sim:planar,L,2C0256,AE: read: nothing answers"));
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:nowhere,L,2C0256,A0", "--length", "1"}),
+                HasSubstr("no such bus"));
+}
+
+} // namespace
+} // namespace kest::test
