@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <ranges>
+#include <sstream>
+#include <string>
+#include <utility>
 
 #include "platform/host/errorlog/store.h"
 #include "tools/common/escape.h"
@@ -193,11 +195,9 @@ void showDetails(const host::loggedDetails& details)
 /// Each line of a text, escaped and indented.
 void showLines(const std::string& text)
 {
-    for (const auto part : std::views::split(text, '\n')) {
-        const std::string row(part.begin(), part.end());
-        if (!row.empty())
-            standardOutput().text("  " + escaped(row) + "\n");
-    }
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        standardOutput().text("  " + escaped(line) + "\n");
 }
 
 void showEntry(const host::loggedEntry& entry)
@@ -311,8 +311,8 @@ int runErrorsExport(const context& shared, const errorsExportOptions& options)
     int        code    = exitDone;
     const auto entries = entriesOf(storeFilter(options.filter), code);
     exportFile file(options.file);
-    for (const host::loggedEntry& entry : std::views::reverse(entries))
-        file.line(entryJson(entry));
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
+        file.line(entryJson(*entry));
     file.finish();
     if (options.file != "-" && shared.json)
         standardOutput().json({{"file", options.file}, {"entries", entries.size()}});
