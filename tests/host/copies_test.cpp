@@ -345,16 +345,12 @@ TEST(SharedBuffers, AreZeroFilledAndDistinct)
 
 TEST(SharedBuffers, AreNullWhenThereIsNoMemory)
 {
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which need their own address space
-    if (std::string(KEST_TEST_EMULATOR) != "")
-        GTEST_SKIP() << "the emulator does not bound memory";
+    if (underSanitizer || std::string(KEST_TEST_EMULATOR) != "")
+        GTEST_SKIP() << "the sanitizers and the emulator need an unbounded address space";
     EXPECT_EQ(0, inChild([] {
                   const rlimit limit{512 << 20, 512 << 20};
                   return setrlimit(RLIMIT_AS, &limit) == 0 && tavo_malloc(0xFFFFFFFF) == nullptr ? 0 : 1;
               }));
-#else
-    GTEST_SKIP() << "the sanitizer needs the whole address space";
-#endif
 }
 
 } // namespace

@@ -100,7 +100,7 @@ TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
         const auto   size = std::filesystem::file_size(folder.state(name));
         std::fstream file(folder.state(name), std::ios::binary | std::ios::in | std::ios::out);
         file.seekp(100);
-        file << std::string(size - 100, 'y');
+        file << std::string(static_cast<std::size_t>(size) - 100, 'y');
     }
     folder.configure(""); // as in a new process, which has no page of it in memory
     commitTold(2, "errors.db");

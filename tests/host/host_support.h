@@ -21,6 +21,7 @@
 #include "platform/errl.h"
 #include "platform/host/errorlog/store.h"
 #include "platform/host/registry/configuration.h"
+#include "tests/host/trace_support.h"
 
 namespace kest::test
 {
@@ -77,17 +78,6 @@ private:
     std::filesystem::path      m_path;
     std::optional<std::string> m_before;
 };
-
-/// Runs `body` in a child. @return its exit status; -1 when a signal ended it
-inline int inChild(const std::function<int()>& body)
-{
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(body());
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 /// In a child of root: goes on as a user without rights. @return whether the process now has none
 inline bool dropRights()
