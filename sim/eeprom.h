@@ -1,5 +1,5 @@
-/// 24Cxx serial EEPROM. Source: Microchip 24AA02/24LC02B, 24LC32A, 24LC64, 24LC128, 24LC256, 24LC512 data sheets, "Write Operation",
-/// "Acknowledge Polling", "Read Operation". Knows neither bus nor file.
+/// 24Cxx serial EEPROM. Source: Microchip 24AA02/24LC02B, 24LC32A, 24LC64, 24LC128, 24LC256, 24LC512 data sheets,
+/// "Write Operation", "Acknowledge Polling", "Read Operation". Knows neither bus nor file.
 #pragma once
 
 #include "sim/chip.h"

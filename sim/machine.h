@@ -104,19 +104,19 @@ public:
     /// Registers to their defaults, hubs out of reset, held lines free, write cycles over; images stay.
     virtual void powerCycle() = 0;
 
-    /// kind             what happens at a matching transaction                                            value
+    /// kind             what happens at a matching transaction                                   value
     /// nack               the address is not acknowledged
     /// nack-data          data byte `byte` of a write is not acknowledged
-    /// hold-sda, hold-scl the line is held from `byte` (0: the address) until a bus reset                   resets that it outlasts
+    /// hold-sda, hold-scl the line is held from `byte` (0: the address) until a bus reset        resets outlasted
     /// short              a STOP in the middle of data byte `byte`
     /// arbitration        another controller wins at `byte` (0: the address)
-    /// corrupt            data byte `byte` is changed                                                     XOR mask, 0 is 0xFF
-    /// stuck-write-cycle  the write cycle it starts does not end, and the page is lost                     ms that it lasts, 0 for ever
+    /// corrupt            data byte `byte` is changed                                            XOR mask, 0 is 0xFF
+    /// stuck-write-cycle  the write cycle it starts does not end, and the page is lost           ms, 0 for ever
     /// gone               the adapter is gone
-    /// hub-status         a transfer through the hub ends with a status                                  the status
+    /// hub-status         a transfer through the hub ends with a status                          the status
     /// hub-silent         the hub answers nothing
-    /// hub-bad-first-byte a read through the hub begins with a byte that is no status                      that byte, 0 is 0xA5
-    /// hub-hold-sda,      the sub-bus of the transfer's port is held until a sub-bus reset                 resets that it outlasts
+    /// hub-bad-first-byte a read through the hub begins with a byte that is no status            that byte, 0 is 0xA5
+    /// hub-hold-sda,      the sub-bus of the transfer's port is held until a sub-bus reset       resets outlasted
     /// hub-hold-scl
     struct fault {
         std::string kind{};

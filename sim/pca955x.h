@@ -1,5 +1,5 @@
-/// Register chips of the PCA955x family: LED drivers PCA9551 and PCA9552, expanders PCA9554 and PCA9555. Sources: NXP product data
-/// sheets PCA9551, PCA9552, PCA9554/PCA9554A, PCA9555, "Register definitions" and "Bus transactions".
+/// Register chips of the PCA955x family: LED drivers PCA9551 and PCA9552, expanders PCA9554 and PCA9555. Sources: NXP
+/// product data sheets PCA9551, PCA9552, PCA9554/PCA9554A, PCA9555, "Register definitions" and "Bus transactions".
 #pragma once
 
 #include "sim/chip.h"

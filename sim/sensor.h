@@ -1,5 +1,5 @@
-/// Temperature sensors LM75 and LM92. Sources: National Semiconductor / TI LM75B, NXP LM75A (11 bits) and National Semiconductor LM92
-/// data sheets, "Pointer register", "Temperature register", "Configuration register".
+/// Temperature sensors LM75 and LM92. Sources: National Semiconductor / TI LM75B, NXP LM75A (11 bits) and National
+/// Semiconductor LM92 data sheets, "Pointer register", "Temperature register", "Configuration register".
 #pragma once
 
 #include "sim/chip.h"

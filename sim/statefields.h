@@ -8,7 +8,8 @@
 namespace kest::sim
 {
 
-/// Takes fields out of a record or puts them in, so that one list of fields serves both ways. Fields beyond the record's end read as 0.
+/// Takes fields out of a record or puts them in, so that one list of fields serves both ways. Fields beyond the
+/// record's end read as 0.
 class stateFields
 {
 public:

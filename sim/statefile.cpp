@@ -58,8 +58,8 @@ void writeHeader(std::uint8_t* mapped, header& written)
 
 } // namespace
 
-// A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The mutexes are
-// taken over the fork, so that no transaction is under way then.
+// A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The
+// mutexes are taken over the fork, so that no transaction is under way then.
 struct forkRegistry {
     std::mutex              opening; // taken ahead of the other
     std::mutex              mutex;

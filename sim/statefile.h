@@ -1,7 +1,8 @@
 /// The mapped state file of a machine, and the locks on it.
 ///
-/// For each bus it holds two records, of which one byte says the current one: a transaction writes the other and then turns the byte,
-/// so that a process killed at any instruction leaves the state from before or after it. Numbers are little-endian.
+/// For each bus it holds two records, of which one byte says the current one: a transaction writes the other and then
+/// turns the byte, so that a process killed at any instruction leaves the state from before or after it. Numbers are
+/// little-endian.
 #pragma once
 
 #include "sim/chip.h"
@@ -46,7 +47,8 @@ public:
 
     /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
     [[nodiscard]] bool usable(std::uint64_t layoutMark) const;
-    /// Makes the file anew, all zero, for a layout; it is usable when seal() has been called, too. Both under the lock of all.
+    /// Makes the file anew, all zero, for a layout; it is usable when seal() has been called, too. Both under the lock
+    /// of all.
     void renew(std::uint64_t layoutMark);
     void seal();
 

@@ -13,7 +13,8 @@ struct found {
     std::string_view what;
 };
 
-// "[" or "[[", blanks, and then a name, a quoted one included, or the ']' of an empty one, which the parser refuses itself.
+// "[" or "[[", blanks, and then a name, a quoted one included, or the ']' of an empty one, which the parser refuses
+// itself.
 std::optional<found> checkHeader(std::string_view line)
 {
     constexpr std::string_view blank{" \t"};

@@ -13,8 +13,9 @@ struct textTrouble {
     std::string_view what;
 };
 
-/// Finds the first place of a text that must not reach the parser: a table's header that does not begin with a name, a character beyond
-/// ASCII outside a comment, a string of several lines (in which the first two could not be told from what they look like).
+/// Finds the first place of a text that must not reach the parser: a table's header that does not begin with a name, a
+/// character beyond ASCII outside a comment, a string of several lines (in which the first two could not be told from
+/// what they look like).
 std::optional<textTrouble> findTextTrouble(std::string_view text);
 
 } // namespace kest::sim

@@ -7,8 +7,9 @@
 namespace kest::sim
 {
 
-/// Moves bus time on by what a controller and its chips do on the lines: 1 bit for a START, repeated START or STOP, 9 for a byte with
-/// its acknowledge. A bit is a clock low for its first half and high for its second; SDA moves at a quarter of it.
+/// Moves bus time on by what a controller and its chips do on the lines: 1 bit for a START, repeated START or STOP, 9
+/// for a byte with its acknowledge. A bit is a clock low for its first half and high for its second; SDA moves at a
+/// quarter of it.
 class wire
 {
 public:

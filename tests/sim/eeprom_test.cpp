@@ -253,6 +253,18 @@ TEST_F(Eeprom, ImagePutInPlaceIsReadByTheNextTransaction)
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0x33});
 }
 
+// A page that its image does not take is not told as written, and gets there when the image is back.
+TEST_F(Eeprom, LostImageIsAGoneAdapterUntilItIsBack)
+{
+    power24c("24C02");
+    std::filesystem::rename(home.path / "a.bin", home.path / "kept");
+    EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
+    EXPECT_EQ(on->probe(0xA0), outcome::gone);
+    std::filesystem::rename(home.path / "kept", home.path / "a.bin");
+    on->idleMs(4);
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 1).data, bytes{0x42});
+}
+
 // Any writes and reads, against an array and a few lines of arithmetic.
 class EepromModel : public Eeprom, public ::testing::WithParamInterface<unsigned>
 {

@@ -115,8 +115,8 @@ TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
     EXPECT_EQ(home.content("a.bin"), bytes(65536, 0xFF));
 }
 
-// A writer tells each page that was acknowledged over a pipe and is killed at some point: every page told is in the image, no page is
-// torn, and the bus is free.
+// A writer tells each page that was acknowledged over a pipe and is killed at some point: every page told is in the
+// image, no page is torn, and the bus is free.
 TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
 {
     for (unsigned round = 0; round < 30; ++round) {
