@@ -23,8 +23,8 @@ the user that kestd runs as may do everything.
 SIGTERM  answers what has been accepted and ends
 SIGHUP   reads the configuration again
 
-Started by a service manager it takes the socket that is handed over, and tells
-when it is ready. Exit codes: 0 ended by a signal, 1 failed, 2 wrong use.)";
+Says on standard output when it serves. Started by a service manager it takes the
+socket that is handed over, and tells when it is ready. Exit codes: 0 ended by a signal, 1 failed, 2 wrong use.)";
 
 struct options {
     std::string config;
@@ -51,10 +51,12 @@ int serve(const options& wanted)
     if (handed.error != nullptr) {
         return fail(exitFailed, handed.error);
     }
+    const std::string      path = wanted.socket.empty() ? current.service.socket.string() : wanted.socket;
     kest::service::Service service;
-    std::string            error =
-        service.listen(handed.descriptor, wanted.socket.empty() ? current.service.socket.string() : wanted.socket);
+    std::string            error = service.listen(handed.descriptor, path);
     if (error.empty()) {
+        fmt::print("kestd: serving at {}\n", handed.descriptor >= 0 ? "the socket handed over" : path);
+        std::fflush(stdout); // whoever started it may wait for the line
         error = service.run();
     }
     return error.empty() ? 0 : fail(exitFailed, error);
