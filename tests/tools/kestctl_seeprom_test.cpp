@@ -52,7 +52,7 @@ std::string pattern(std::size_t length, unsigned seed)
 
 TEST_F(KestctlSeeprom, ReadShowsLines)
 {
-    writeFile(machine() / "panel-vpd.bin", "Hello, kest!\x01\x7F\xFF" + pattern(241, 1));
+    writeFile(machine() / "panel.bin", "Hello, kest!\x01\x7F\xFF" + pattern(241, 1));
     EXPECT_EQ("00000000  48 65 6c 6c 6f 2c 20 6b  65 73 74 21 01 7f ff 01  |Hello, kest!....|\n"
               "00000010  08 0f                                             |..|\n",
               says({"seeprom", "read", "panel-vpd", "--length", "18"}));
@@ -64,10 +64,10 @@ TEST_F(KestctlSeeprom, ReadSavesRawBytes)
 {
     const std::string target = (folder() / "out.bin").string();
     EXPECT_EQ("", says({"seeprom", "read", "planar-vpd", "-o", target}));
-    EXPECT_EQ(image("planar-vpd"), readFile(target));
-    EXPECT_EQ(image("planar-vpd").substr(100, 5000),
+    EXPECT_EQ(image("system"), readFile(target));
+    EXPECT_EQ(image("system").substr(100, 5000),
               says({"seeprom", "read", "planar-vpd", "-o", "-", "--offset", "100", "--length", "5000"}));
-    EXPECT_EQ(image("riser-vpd"), says({"seeprom", "read", "riser-vpd", "-o", "-"}));
+    EXPECT_EQ(image("riser"), says({"seeprom", "read", "riser-vpd", "-o", "-"}));
 }
 
 TEST_F(KestctlSeeprom, RawBytesReachATerminalOnlyWhenForced)
@@ -80,7 +80,7 @@ TEST_F(KestctlSeeprom, RawBytesReachATerminalOnlyWhenForced)
 
 TEST_F(KestctlSeeprom, ReadAsJson)
 {
-    writeFile(machine() / "panel-vpd.bin", pattern(256, 9));
+    writeFile(machine() / "panel.bin", pattern(256, 9));
     const json read = json::parse(says({"--json", "seeprom", "read", "panel-vpd", "--offset", "16", "--length", "4"}));
     EXPECT_EQ("panel-vpd", read["device"]);
     EXPECT_EQ("sim:planar,L,1C0002,A4", read["text"]);
@@ -132,11 +132,11 @@ TEST_F(KestctlSeeprom, OutputThatCannotBeWritten)
 
 TEST_F(KestctlSeeprom, WriteAsksKeepsAnUndoFileAndVerifies)
 {
-    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
-    const std::string before = image("panel-vpd");
+    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
+    const std::string before = image("panel");
     EXPECT_THAT(complaint(3, {"seeprom", "write", "panel-vpd", "--hex", "010203"}),
                 HasSubstr("panel-vpd: write 3 bytes (1 pages) at A4 = 0x52? not confirmed; --yes confirms it"));
-    EXPECT_EQ(before, image("panel-vpd"));
+    EXPECT_EQ(before, image("panel"));
 
     const json written = json::parse(
         says({"--json", "seeprom", "write", "panel-vpd", "--hex", "01 02 03 04", "--offset", "6", "--yes"}));
@@ -145,28 +145,28 @@ TEST_F(KestctlSeeprom, WriteAsksKeepsAnUndoFileAndVerifies)
     EXPECT_EQ(true, written["verified"]);
     std::string after = before;
     after.replace(6, 4, "\x01\x02\x03\x04");
-    EXPECT_EQ(after, image("panel-vpd"));
+    EXPECT_EQ(after, image("panel"));
 
     EXPECT_THAT(says({"seeprom", "restore", written["undo_file"], "--yes"}), HasSubstr("read back and compared"));
-    EXPECT_EQ(before, image("panel-vpd"));
+    EXPECT_EQ(before, image("panel"));
 }
 
 TEST_F(KestctlSeeprom, WriteAsksOnATerminal)
 {
-    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
     for (const auto& [answer, exit] : {std::pair("n\n", 3), std::pair("y\n", 0)}) {
         Program asked("kestctl", {"seeprom", "write", "panel-vpd", "--hex", "55"}, configured({.terminal = true}));
         ASSERT_TRUE(asked.waitFor("Go on? [y/N]"));
         asked.type(answer);
         EXPECT_EQ(exit, asked.finish().exit) << answer;
     }
-    EXPECT_EQ('\x55', image("panel-vpd")[0]);
+    EXPECT_EQ('\x55', image("panel")[0]);
 }
 
 TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
 {
     std::string bytes = pattern(256, 3);
-    writeFile(machine() / "panel-vpd.bin", bytes);
+    writeFile(machine() / "panel.bin", bytes);
     bytes[100]               = 'x';
     bytes[200]               = 'y';
     const std::string source = file("new", bytes);
@@ -175,12 +175,12 @@ TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
     EXPECT_EQ(2, rehearsed["pages_written"]);
     EXPECT_EQ(30, rehearsed["pages_skipped"]);
     EXPECT_EQ(16, rehearsed["bytes_written"]);
-    EXPECT_EQ(pattern(256, 3), image("panel-vpd"));
+    EXPECT_EQ(pattern(256, 3), image("panel"));
     EXPECT_THAT(
         says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}),
         StartsWith("panel-vpd: wrote 16 bytes in 2 pages, 30 pages held the data already; read back and compared\n"
                    "undo: kestctl seeprom restore "));
-    EXPECT_EQ(bytes, image("panel-vpd"));
+    EXPECT_EQ(bytes, image("panel"));
     EXPECT_EQ("panel-vpd: holds these 256 bytes already, nothing to write\n",
               says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}));
     EXPECT_THAT(says({"seeprom", "write", "panel-vpd", "-i", source, "--yes", "--all-pages"}),
@@ -190,10 +190,10 @@ TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
 TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
 {
     std::string       text = readFile(machine() / "machine.toml");
-    const std::size_t at   = text.find("image = \"panel-vpd.bin\"");
+    const std::size_t at   = text.find("image = \"panel.bin\"");
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "machine.toml", text.insert(at, "protect = \"silent\"\n"));
-    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
     EXPECT_THAT(
         complaint(5, {"seeprom", "write", "panel-vpd", "--hex", "0102", "--offset", "16", "--yes"}),
         StartsWith("panel-vpd: verify: what was read back differs from offset 16 (0x10) on: wrote 01, read aa; the "
@@ -202,12 +202,12 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
 
 TEST_F(KestctlSeeprom, WriteThatFailsMidwaySaysHowManyBytesAreCertain)
 {
-    writeFile(machine() / "panel-vpd.bin", std::string(256, '\xAA'));
+    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
     const std::string source = file("new", std::string(64, 'n'));
     fault({"nack-data", "--bus", "planar", "--address", "0xA4", "--way", "write", "--nth", "8", "--byte", "3"});
     const std::string line = complaint(1, {"seeprom", "write", "panel-vpd", "-i", source, "--yes"});
     clearFaults();
-    const std::size_t certain = image("panel-vpd").find_first_not_of('n');
+    const std::size_t certain = image("panel").find_first_not_of('n');
     EXPECT_THAT(line, HasSubstr("the first " + std::to_string(certain) +
                                 " of 64 bytes are certain (read back); 'kestctl "
                                 "seeprom restore "));
@@ -225,7 +225,7 @@ TEST_F(KestctlSeeprom, WriteWhoseReadBackFailsTooSaysNotKnown)
 
 TEST_F(KestctlSeeprom, VerifyAndDiff)
 {
-    writeFile(machine() / "panel-vpd.bin", pattern(256, 3));
+    writeFile(machine() / "panel.bin", pattern(256, 3));
     std::string bytes = pattern(256, 3);
     EXPECT_EQ("panel-vpd: 256 bytes are equal\n", says({"seeprom", "verify", "panel-vpd", file("same", bytes)}));
     bytes[20]                 = 'Z';
@@ -274,7 +274,7 @@ TEST_F(KestctlSeeprom, DumpIsCheckedWhenItIsRestored)
 
 TEST_F(KestctlSeeprom, VotesNameTheOffsetsThatWavered)
 {
-    writeFile(machine() / "panel-vpd.bin", pattern(256, 3));
+    writeFile(machine() / "panel.bin", pattern(256, 3));
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "2", "--count", "1", "--byte",
            "6"});
     const runResult voted = kestctl({"seeprom", "read", "panel-vpd", "--length", "32", "--voted", "3", "-o", "-"});
@@ -285,7 +285,7 @@ TEST_F(KestctlSeeprom, VotesNameTheOffsetsThatWavered)
 
 TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
 {
-    const std::string before = image("riser-vpd");
+    const std::string before = image("riser");
     const std::string target = (folder() / "out.bin").string();
     // a sub-bus fault that strikes once: the read is repeated until it can be relied on
     fault({"hub-hold-sda", "--bus", "planar", "--address", "0x80", "--way", "read", "--count", "1"});
@@ -305,7 +305,7 @@ TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
         EXPECT_FALSE(std::filesystem::exists(target));
     }
     clearFaults();
-    EXPECT_EQ(before, image("riser-vpd"));
+    EXPECT_EQ(before, image("riser"));
     EXPECT_EQ("no persisted copies; 'kestctl copy capture DEVICE' makes one\n", says({"copy", "list"}));
 }
 
@@ -314,8 +314,8 @@ TEST_F(KestctlSeeprom, CopiesAreCapturedServedExportedAndRemoved)
     EXPECT_THAT(complaint(4, {"seeprom", "read", "panel-vpd", "--mode", "file"}),
                 HasSubstr("there is no persisted copy"));
     EXPECT_EQ("copy 53250 (panel-vpd): holds 256 bytes now\n", says({"copy", "capture", "panel-vpd"}));
-    EXPECT_EQ(image("panel-vpd"), says({"seeprom", "read", "panel-vpd", "--mode", "file", "-o", "-"}));
-    EXPECT_EQ(image("panel-vpd"), says({"copy", "export", "panel-vpd", "-"}));
+    EXPECT_EQ(image("panel"), says({"seeprom", "read", "panel-vpd", "--mode", "file", "-o", "-"}));
+    EXPECT_EQ(image("panel"), says({"copy", "export", "panel-vpd", "-"}));
     EXPECT_THAT(complaint(3, {"copy", "capture", "panel-vpd"}), HasSubstr("replace it? not confirmed"));
     says({"seeprom", "write", "panel-vpd", "--mode", "file", "--hex", "ff00ff"});
     EXPECT_EQ("\xFF" + std::string(1, '\0') + "\xFF", says({"copy", "export", "0xD002", "-"}).substr(0, 3));
