@@ -279,6 +279,8 @@ std::string wrongFormHint(const device& which)
 {
     const unsigned address = which.head().address;
     const busName  bus{which.bus, which.node};
+    if (answersAt(bus, which.head().address)) // a hub that is there: what is missing is behind it
+        return {};
     for (const unsigned candidate : {address * 2, address / 2})
         if (candidate >= 0x10 && candidate <= 0xEE && candidate % 2 == 0 &&
             answersAt(bus, static_cast<std::uint8_t>(candidate)))
