@@ -254,23 +254,23 @@ std::uint32_t ErrlEntry::getRC() const
 namespace scripted
 {
 
-ErrlEntry* Platform::Impl::entryOf(const EntrySpec& spec)
+ErrlEntry* Platform::Impl::entryOf(const EntryShape& wanted)
 {
     const std::scoped_lock lock{mutex};
     quiet           = true;
-    const Src first = spec.srcs.empty() ? Src{} : spec.srcs.front();
-    auto*     entry = new ErrlEntry(spec.creator, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
-                                    first.module, SERVICE_CODE_KEST, first.reason, first.word1, first.word2, first.word3,
-                                    first.word4, EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
-    quiet           = false;
+    const Src first = wanted.srcs.empty() ? Src{} : wanted.srcs.front();
+    auto* entry = new ErrlEntry(wanted.creator, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
+                                first.module, SERVICE_CODE_KEST, first.reason, first.word1, first.word2, first.word3,
+                                first.word4, EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
+    quiet       = false;
     EntryRecord& record = *entries.back();
-    record.srcs         = spec.srcs;
-    record.returnCode   = spec.returnCode;
-    record.wordCount    = spec.wordCount;
+    record.srcs         = wanted.srcs;
+    record.returnCode   = wanted.returnCode;
+    record.wordCount    = wanted.wordCount;
     return entry;
 }
 
-ErrlEntry* Platform::makeEntry(const EntrySpec& entry) { return m_impl->entryOf(entry); }
+ErrlEntry* Platform::makeEntry(const EntryShape& entry) { return m_impl->entryOf(entry); }
 
 const EntryRecord& Platform::entry(const ErrlEntry* entry) const
 {

@@ -336,7 +336,7 @@ ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool
     const auto answer = platform.next(opRegistry, call);
     errno             = staleErrno;
     if (!answer || answer->entry) {
-        return platform.entryOf(answer ? *answer->entry : EntrySpec{});
+        return platform.entryOf(answer ? *answer->entry : EntryShape{});
     }
     const Bytes value = platform.healthy && !answer->result ? text("HWareMode") : answer->data;
     std::copy_n(value.begin(), std::min<std::size_t>(size, value.size()), static_cast<std::uint8_t*>(buffer));
@@ -360,7 +360,7 @@ ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, con
     errno             = staleErrno;
     if (!answer || answer->entry) {
         *length = answer ? answer->length.value_or(*length) : *length;
-        return platform.entryOf(answer ? *answer->entry : EntrySpec{});
+        return platform.entryOf(answer ? *answer->entry : EntryShape{});
     }
     *length = answer->length.value_or(static_cast<unsigned>(answer->data.size()));
     if (!answer->data.empty()) {
@@ -385,7 +385,7 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
     errno             = staleErrno;
     if (!answer || answer->entry) {
         *length = answer ? answer->length.value_or(*length) : *length;
-        return platform.entryOf(answer ? *answer->entry : EntrySpec{});
+        return platform.entryOf(answer ? *answer->entry : EntryShape{});
     }
     return nullptr;
 }
@@ -404,7 +404,7 @@ ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, z
     const auto answer = platform.next(opLocation, call);
     errno             = staleErrno;
     if (!answer || answer->entry) {
-        return platform.entryOf(answer ? *answer->entry : EntrySpec{});
+        return platform.entryOf(answer ? *answer->entry : EntryShape{});
     }
     Bytes location = platform.healthy && !answer->result ? text("healthy") : answer->data;
     location.push_back(0);

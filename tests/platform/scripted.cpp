@@ -104,7 +104,7 @@ Answer gives(const Bytes& data, std::optional<int> error = {})
 {
     return {.result = 0, .error = error, .data = data, .length = {}, .entry = {}};
 }
-Answer answersEntry(const EntrySpec& entry, std::optional<unsigned> length = {})
+Answer answersEntry(const EntryShape& entry, std::optional<unsigned> length = {})
 {
     return {.result = 0, .error = {}, .data = {}, .length = length, .entry = entry};
 }
@@ -134,7 +134,7 @@ Platform& Platform::failsFfdcExtract(int error) { return queue(opExtract, fails(
 Platform& Platform::unlocksFfdc() { return queue(opUnlock, done()); }
 Platform& Platform::failsFfdcUnlock(int error) { return queue(opUnlock, fails(error)); }
 Platform& Platform::registryAnswers(const Bytes& value) { return queue(opRegistry, gives(value)); }
-Platform& Platform::failsRegistry(const EntrySpec& entry) { return queue(opRegistry, answersEntry(entry)); }
+Platform& Platform::failsRegistry(const EntryShape& entry) { return queue(opRegistry, answersEntry(entry)); }
 Platform& Platform::readsCopy(const Bytes& data) { return queue(opCopyRead, gives(data)); }
 Platform& Platform::readsEmptyCopy()
 {
@@ -142,17 +142,17 @@ Platform& Platform::readsEmptyCopy()
     answer.length = 0;
     return queue(opCopyRead, std::move(answer));
 }
-Platform& Platform::failsCopyRead(const EntrySpec& entry, std::optional<unsigned> length)
+Platform& Platform::failsCopyRead(const EntryShape& entry, std::optional<unsigned> length)
 {
     return queue(opCopyRead, answersEntry(entry, length));
 }
 Platform& Platform::writesCopy() { return queue(opCopyWrite, done()); }
-Platform& Platform::failsCopyWrite(const EntrySpec& entry, std::optional<unsigned> length)
+Platform& Platform::failsCopyWrite(const EntryShape& entry, std::optional<unsigned> length)
 {
     return queue(opCopyWrite, answersEntry(entry, length));
 }
 Platform& Platform::answersLocation(const std::string& location) { return queue(opLocation, gives(text(location))); }
-Platform& Platform::failsLocation(const EntrySpec& entry) { return queue(opLocation, answersEntry(entry)); }
+Platform& Platform::failsLocation(const EntryShape& entry) { return queue(opLocation, answersEntry(entry)); }
 
 Platform& Platform::healthy()
 {

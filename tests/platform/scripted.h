@@ -123,7 +123,7 @@ struct EntryRecord {
 };
 
 /// An entry that the platform itself makes: for answers of the registry and the VPD service, or for a test to hand over.
-struct EntrySpec {
+struct EntryShape {
     std::uint32_t    returnCode = 0x80004711;
     std::vector<Src> srcs       = {{.module = 200, .reason = 0x4711, .word1 = 2, .component = 0x4700}};
     std::uint16_t    creator    = 0x4700;
@@ -180,15 +180,15 @@ public:
     Platform& capturesFfdc(const Bytes& data = {}) { return extractsFfdc(data).unlocksFfdc(); }
 
     Platform& registryAnswers(const Bytes& value); ///< copies at most the caller's size
-    Platform& failsRegistry(const EntrySpec& entry = {});
+    Platform& failsRegistry(const EntryShape& entry = {});
     Platform& readsCopy(const Bytes& data); ///< empty: there is no copy, length 0 and null
     Platform& readsEmptyCopy();             ///< length 0 all the same, but a buffer that is to be freed
     /// @param length  what `*length` becomes; nothing leaves it alone
-    Platform& failsCopyRead(const EntrySpec& entry = {}, std::optional<unsigned> length = {});
+    Platform& failsCopyRead(const EntryShape& entry = {}, std::optional<unsigned> length = {});
     Platform& writesCopy();
-    Platform& failsCopyWrite(const EntrySpec& entry = {}, std::optional<unsigned> length = {});
+    Platform& failsCopyWrite(const EntryShape& entry = {}, std::optional<unsigned> length = {});
     Platform& answersLocation(const std::string& location);
-    Platform& failsLocation(const EntrySpec& entry = {});
+    Platform& failsLocation(const EntryShape& entry = {});
 
     // --- behaviour without a script ------------------------------------------------------------------------------------------------
     /// From now on a call without a scripted answer succeeds: reads give the bytes of readHandler (else 0x5A), item 15 gives 3, other items
@@ -213,7 +213,7 @@ public:
 
     // --- what a test makes itself, unlogged ---------------------------------------------------------------------------------------
     mern_t     openHandle(); ///< an open device that need not be closed
-    ErrlEntry* makeEntry(const EntrySpec& entry = {});
+    ErrlEntry* makeEntry(const EntryShape& entry = {});
     void*      makeBuffer(const Bytes& data); ///< as the VPD service gives them: to be released with tavo_util_free()
 
     // --- the log --------------------------------------------------------------------------------------------------------------------

@@ -40,11 +40,11 @@ enum Operation : std::size_t {
 
 /// One scripted answer. `result` is the operation's own; nothing means all that was asked for.
 struct Answer {
-    std::optional<int>       result;
-    std::optional<int>       error;
-    Bytes                    data;
-    std::optional<unsigned>  length;
-    std::optional<EntrySpec> entry;
+    std::optional<int>        result;
+    std::optional<int>        error;
+    Bytes                     data;
+    std::optional<unsigned>   length;
+    std::optional<EntryShape> entry;
 };
 
 struct Handle {
@@ -109,7 +109,7 @@ struct Platform::Impl {
     /// Whether the call is to fail now: `errno` is to be what is answered.
     std::optional<int> struck(unsigned kind, const std::string& call);
     Buffer&            newBuffer(const std::string& family, std::size_t size, const std::uint8_t* data);
-    ErrlEntry*         entryOf(const EntrySpec& spec);
+    ErrlEntry*         entryOf(const EntryShape& wanted);
 };
 
 /// The state, also during static initialisation and after main.
