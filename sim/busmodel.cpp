@@ -155,11 +155,14 @@ void busModel::connect()
 
 void busModel::prepareImages(const std::string& machineFile)
 {
-    for (auto& member : members)
-        if (member.cells)
-            if (const std::string trouble = member.cells->prepare(); !trouble.empty())
-                throw std::runtime_error{machineFile + ":" + member.about->place + ": image '" + member.about->image +
-                                         "': " + trouble};
+    for (auto& member : members) {
+        const std::string trouble = member.cells ? member.cells->prepare() : std::string{};
+        if (!trouble.empty()) {
+            std::string text = machineFile;
+            text += ":" + member.about->place + ": image '" + member.about->image + "': " + trouble;
+            throw std::runtime_error{text};
+        }
+    }
 }
 
 bool busModel::load()

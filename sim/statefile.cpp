@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -261,7 +260,7 @@ bool stateFile::setWavePath(std::size_t bus, const std::string& text)
     if (fits) {
         at[0] = static_cast<std::uint8_t>(text.size());
         at[1] = static_cast<std::uint8_t>(text.size() >> 8);
-        std::memcpy(at + 2, text.data(), text.size());
+        std::ranges::copy(text, at + 2);
     }
     return fits;
 }
