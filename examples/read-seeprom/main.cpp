@@ -10,12 +10,12 @@
 
 int main(int count, char** arguments)
 {
-    if (count < 2) {
+    tavo_deviceaddress address{};
+    if (count < 2 || std::strlen(arguments[1]) >= sizeof address.location) {
         std::fputs("usage: read-seeprom DEVICE-TEXT [BYTES]\n", stderr);
         return 2;
     }
-    tavo_deviceaddress address{};
-    std::strncpy(address.location, arguments[1], sizeof address.location);
+    std::strcpy(address.location, arguments[1]);
 
     kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 1, 2, 1};
     delete KEST_setAttribute(KEST_ATTR_READ_MODE, 4, attributes); // hardware, whatever the registry says
