@@ -91,7 +91,10 @@ std::uint32_t guess(processLog& log, std::uint32_t count)
     if (log.guessedId == 0 && getentropy(&log.guessedId, sizeof log.guessedId) != 0)
         log.guessedId = static_cast<std::uint32_t>(time(nullptr)) * 2654435761U ^ static_cast<std::uint32_t>(getpid())
                                                                                       << 12;
-    const std::uint32_t first = guessedBit | (log.guessedId & 0x7FFFFF00); // away from the very end
+    log.guessedId |= guessedBit;
+    if (log.guessedId > UINT32_MAX - 2 * count) // a block must not pass the very end
+        log.guessedId = guessedBit;
+    const std::uint32_t first = log.guessedId;
     log.guessedId             = first + count;
     return first;
 }
