@@ -242,7 +242,7 @@ TEST_F(ErrorLog, KilledAtAnyMomentItHoldsWhatWasCommitted)
     }
 }
 
-/// 10,000 entries of each process; 1,000 where an emulator or a sanitizer makes it long, unless KEST_LONG_TESTS is set.
+/// Of each process. Under the emulator fewer, unless KEST_LONG_TESTS is set.
 std::uint32_t manyEntries()
 {
     const bool slow = std::string(KEST_TEST_EMULATOR) != "";
