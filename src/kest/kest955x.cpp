@@ -115,17 +115,19 @@ std::uint32_t setOrClear(std::uint32_t value, std::uint32_t bits, bool set)
 
 pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask)
 {
-    switch (operation) {
+    switch (operation) { // what the enumeration does not know changes nothing
     case KEST_DP_COPY:
-        return {(pins.low & ~mask) | (bits & mask), pins.high};
+        pins.low = (pins.low & ~mask) | (bits & mask);
+        break;
     case KEST_DP_SELECT_00:
     case KEST_DP_SELECT_01:
     case KEST_DP_SELECT_10:
     case KEST_DP_SELECT_11:
-        return {setOrClear(pins.low, bits, operation == KEST_DP_SELECT_01 || operation == KEST_DP_SELECT_11),
-                setOrClear(pins.high, bits, operation == KEST_DP_SELECT_10 || operation == KEST_DP_SELECT_11)};
+        pins.low  = setOrClear(pins.low, bits, operation == KEST_DP_SELECT_01 || operation == KEST_DP_SELECT_11);
+        pins.high = setOrClear(pins.high, bits, operation == KEST_DP_SELECT_10 || operation == KEST_DP_SELECT_11);
+        break;
     }
-    return pins; // what the enumeration does not know changes nothing
+    return pins;
 }
 
 /// One request on its way through the steps.
@@ -174,12 +176,14 @@ bool refuseMissing(portRun& run, const void* pointer, int line = __builtin_LINE(
 /// @return the registers of the request's type. An unlisted type is reported, and served with register 0 and no data, on purpose.
 registerRange findRegisters(portRun& run, std::span<const registerRange> ranges)
 {
-    const auto range = std::ranges::find(ranges, run.request.deviceType, &registerRange::type);
-    if (range == ranges.end()) {
+    const auto    found = std::ranges::find(ranges, run.request.deviceType, &registerRange::type);
+    registerRange range{run.request.deviceType, 0, 0};
+    if (found != ranges.end()) {
+        range = *found;
+    } else {
         refuse(run, 0x132C);
-        return {run.request.deviceType, 0, 0};
     }
-    return *range;
+    return range;
 }
 
 void dropOperation(portRun& run)
@@ -207,14 +211,14 @@ bool makeOperation(portRun& run, std::uint8_t registerByte, std::uint8_t bytes)
 /// Reads registers. @param[out] value  the first byte read is the least significant; left alone on a failure
 bool readRegisters(portRun& run, const registerRange& range, std::uint32_t& value)
 {
-    if (!makeOperation<Dp955xOps::ReadRegister>(run, range.first, range.bytes) || !runOperation(run)) {
-        return false;
+    const bool done = makeOperation<Dp955xOps::ReadRegister>(run, range.first, range.bytes) && runOperation(run);
+    if (done) {
+        value = 0;
+        for (unsigned int byte = 0; byte < range.bytes; ++byte) {
+            value |= std::uint32_t{run.operation->getBuffer()[byte]} << (8 * byte);
+        }
     }
-    value = 0;
-    for (unsigned int byte = 0; byte < range.bytes; ++byte) {
-        value |= std::uint32_t{run.operation->getBuffer()[byte]} << (8 * byte);
-    }
-    return true;
+    return done;
 }
 
 /// The last step of a routine: a failure is in the run's entry.
@@ -232,13 +236,12 @@ void writeRegisters(portRun& run, const registerRange& range, std::uint32_t valu
 bool linkDevice(portRun& run)
 {
     const kest_deviceInfo* const info = run.request.deviceInfo;
-    if (info == nullptr) {
-        return refuseMissing(run, info);
-    }
-    EdalDevice* second = nullptr;
-    buildDeviceLink(info->addressList, &run.device, &second);
-    if (second != nullptr) {
-        run.device = second;
+    if (info != nullptr) {
+        EdalDevice* second = nullptr;
+        buildDeviceLink(info->addressList, &run.device, &second);
+        if (second != nullptr) {
+            run.device = second;
+        }
     }
     return run.device != nullptr || refuseMissing(run, info);
 }
@@ -275,16 +278,15 @@ bool lockDevice(portRun& run)
 /// A clean-up step's failure is the result when nothing failed before, else it is committed by itself.
 void settleLate(portRun& run, ErrlEntry* late)
 {
-    if (late == nullptr) {
-        return;
-    }
-    trace_wobu_write_all(kest_trace, traceHash("clean-up of a data port routine failed"), " %s", __LINE__, 0,
-                         run.self.name);
-    if (run.entry == nullptr) {
-        run.entry = kest_takeOver(late);
-    } else {
-        late->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
-        delete late;
+    if (late != nullptr) {
+        trace_wobu_write_all(kest_trace, traceHash("clean-up of a data port routine failed"), " %s", __LINE__, 0,
+                             run.self.name);
+        if (run.entry == nullptr) {
+            run.entry = kest_takeOver(late);
+        } else {
+            late->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
+            delete late;
+        }
     }
 }
 
@@ -332,19 +334,17 @@ void readInputs(portRun& run, std::uint32_t mask, std::uint32_t& value)
 {
     const kest_deviceType type  = run.request.deviceType;
     const registerRange   range = findRegisters(run, inputRegisters);
-    if (!readRegisters(run, range, value)) {
-        return;
-    }
-    if (type == KEST_DEV_9552) {
+    bool                  done  = readRegisters(run, range, value);
+    if (done && type == KEST_DEV_9552) {
         std::uint32_t upper = 0;
-        if (!readRegisters(run, {type, 0x01, 1}, upper)) {
-            return;
-        }
+        done                = readRegisters(run, {type, 0x01, 1}, upper);
         value |= upper << 8;
     }
-    value &= mask;
-    if (type == KEST_DEV_75 || type == KEST_DEV_92) {
-        value = ((value >> 8) | (value << 8)) & 0xFFFF;
+    if (done) {
+        value &= mask;
+        if (type == KEST_DEV_75 || type == KEST_DEV_92) {
+            value = ((value >> 8) | (value << 8)) & 0xFFFF;
+        }
     }
 }
 
@@ -384,13 +384,15 @@ ErrlEntry* Read(const Dp955xRequest* request, std::uint32_t mask, std::uint32_t*
 
 ErrlEntry* GeneralConfig(const Dp955xRequest* request, kest_dpConfig config, std::uint32_t bits)
 {
+    ErrlEntry* entry = nullptr;
     if (request->deviceInfo != nullptr && isLedDriver(request->deviceType)) {
         const traceScope scope{generalConfigRoutine.name};
         trace_wobu_write_all(kest_trace, traceHash("device without pin directions"), " %s,%x", __LINE__, 0,
                              generalConfigRoutine.name, static_cast<unsigned int>(request->deviceType));
-        return nullptr;
+    } else {
+        entry = runOnDevice(request, generalConfigRoutine, [=](portRun& run) { changeDirections(run, config, bits); });
     }
-    return runOnDevice(request, generalConfigRoutine, [=](portRun& run) { changeDirections(run, config, bits); });
+    return entry;
 }
 
 ErrlEntry* RawConfig(const Dp955xRequest* request, kest_dpConfig config, std::uint32_t value)

@@ -45,39 +45,35 @@ struct portCall {
 
 bool parseAddress(portCall& call)
 {
-    std::unique_ptr<char[]> rest;
-    if (call.address != nullptr) {
-        rest.reset(kest_miscConvertTokensToAddress(&call.info, call.address));
-        if (!rest) {
-            return true;
+    const bool                    given = call.address != nullptr; // else it is read like an empty text
+    const std::unique_ptr<char[]> rest{kest_miscConvertTokensToAddress(&call.info, given ? call.address : "")};
+    if (rest) {
+        trace_wobu_write_all(kest_trace, traceHash("device text not understood"), " %s,%s", __LINE__, 0, call.self.name,
+                             rest.get());
+        kest_describeFailure(call.details, call.self.module, 0x1315);
+        if (given) {
+            kest_attachUserDetails(call.details, call.address, static_cast<std::uint32_t>(std::strlen(call.address)),
+                                   kest_dtlsDeviceText);
         }
     }
-    trace_wobu_write_all(kest_trace, traceHash("device text not understood"), " %s,%s", __LINE__, 0, call.self.name,
-                         rest ? rest.get() : "");
-    kest_describeFailure(call.details, call.self.module, 0x1315);
-    if (call.address != nullptr) {
-        kest_attachUserDetails(call.details, call.address, static_cast<std::uint32_t>(std::strlen(call.address)),
-                               kest_dtlsDeviceText);
-    }
-    return false;
+    return !rest;
 }
 
 bool checkChain(portCall& call)
 {
     const std::uint32_t code = kest_checkAddressList(call.info.addressList);
-    if (code == 0) {
-        return true;
+    if (code != 0) {
+        trace_wobu_write_all(kest_trace, traceHash("chain not valid"), " %s", __LINE__, 0, call.self.name);
+        kest_describeFailure(call.details, call.self.module, 0x1302, code);
+        unsigned int size = 0;
+        call.flatList.reset(KEST_flattenAddressList(call.info.addressList, &size));
+        if (call.flatList) {
+            kest_attachUserDetails(call.details, call.flatList.get(), size, kest_dtlsAddressList);
+        } else {
+            trace_wobu_write_all(kest_trace, traceHash("chain not flattened"), " %s", __LINE__, 0, call.self.name);
+        }
     }
-    trace_wobu_write_all(kest_trace, traceHash("chain not valid"), " %s", __LINE__, 0, call.self.name);
-    kest_describeFailure(call.details, call.self.module, 0x1302, code);
-    unsigned int size = 0;
-    call.flatList.reset(KEST_flattenAddressList(call.info.addressList, &size));
-    if (call.flatList) {
-        kest_attachUserDetails(call.details, call.flatList.get(), size, kest_dtlsAddressList);
-    } else {
-        trace_wobu_write_all(kest_trace, traceHash("chain not flattened"), " %s", __LINE__, 0, call.self.name);
-    }
-    return false;
+    return code == 0;
 }
 
 void traceRoutineFailure(const portCall& call, const ErrlEntry* entry)

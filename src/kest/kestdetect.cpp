@@ -50,19 +50,21 @@ void attachText(detection& run)
 
 bool understandText(detection& run)
 {
+    bool understood = false;
     if (run.address == nullptr) {
         traceLine(traceHash("no device text to detect"), 188);
         kest_describeFailure(run.details, detectModule, 0x132B);
-        return false;
+    } else {
+        const std::unique_ptr<char[]> rest{kest_miscSplitDetectionTokens(&run.info, run.address)};
+        understood = !rest;
+        if (rest) {
+            trace_wobu_write_all(kest_trace, traceHash("device text to detect not understood"), " %s,%s", 222, 0, name,
+                                 rest.get());
+            kest_describeFailure(run.details, detectModule, 0x1315);
+            attachText(run);
+        }
     }
-    const std::unique_ptr<char[]> rest{kest_miscSplitDetectionTokens(&run.info, run.address)};
-    if (rest) {
-        trace_wobu_write_all(kest_trace, traceHash("device text to detect not understood"), " %s,%s", 222, 0, name,
-                             rest.get());
-        kest_describeFailure(run.details, detectModule, 0x1315);
-        attachText(run);
-    }
-    return !rest;
+    return understood;
 }
 
 /// Ends a step on the bus. The entry has its SRC from below: only the failure site is added.

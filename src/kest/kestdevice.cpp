@@ -85,17 +85,16 @@ ErrlEntry* EdalDevice::unlockDevice(mern_t /*handle*/)
 
 GenericEdalDevice::~GenericEdalDevice()
 {
-    if (m_locked == 0) {
-        return;
+    if (m_locked != 0) {
+        ErrlEntry*        entry = nullptr;
+        kest_errorDetails details{};
+        trace_wobu_write_all(kest_trace, traceHash("device destroyed while locked"), " %s", __LINE__, 0,
+                             "GenericEdalDevice");
+        kest_describeFailure(details, destructorModule, 0x132F, __LINE__, m_address);
+        details.commitEntry  = 1;
+        details.commitAction = ERRL_ACTION_KEEP_FOR_SERVICE;
+        kest_logError(entry, &details, sourceId);
     }
-    ErrlEntry*        entry = nullptr;
-    kest_errorDetails details{};
-    trace_wobu_write_all(kest_trace, traceHash("device destroyed while locked"), " %s", __LINE__, 0,
-                         "GenericEdalDevice");
-    kest_describeFailure(details, destructorModule, 0x132F, __LINE__, m_address);
-    details.commitEntry  = 1;
-    details.commitAction = ERRL_ACTION_KEEP_FOR_SERVICE;
-    kest_logError(entry, &details, sourceId);
 }
 
 void GenericEdalDevice::setOperation(EdalDeviceOperation* operation) { m_operation = operation; }
@@ -119,7 +118,8 @@ ErrlEntry* GenericEdalDevice::lockDevice(mern_t handle)
 
 ErrlEntry* GenericEdalDevice::unlockDevice(mern_t handle)
 {
-    ErrlEntry* entry = nullptr;
+    const traceScope scope{"unlockDevice"};
+    ErrlEntry*       entry = nullptr;
     if (m_locked != 0) {
         auto value = lockValue(m_address);
         kest_wobuConfig(handle, entry, kest_configSet, WOBU_IIC_UNLOCK, value.data(), value.size());

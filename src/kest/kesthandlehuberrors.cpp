@@ -205,14 +205,14 @@ bool repeatTransfer(hubCheck& check)
     } else {
         kest_wobuRead(check.handle, check.errl, check.size, check.buffer, 0);
     }
-    if (check.errl == nullptr || kest_failedErrno(check.errl) == ENODATA) {
-        return true;
+    const bool done = check.errl == nullptr || kest_failedErrno(check.errl) == ENODATA;
+    if (!done) {
+        trace_wobu_write_all(kest_trace, traceHash("repeated transfer failed"), " %s,%d", 362, 0, checkName,
+                             check.direction);
+        kest_setReturnCode(check.details, check.errl->getRC() | 0x10000000);
+        check.failedLine = 362;
     }
-    trace_wobu_write_all(kest_trace, traceHash("repeated transfer failed"), " %s,%d", 362, 0, checkName,
-                         check.direction);
-    kest_setReturnCode(check.details, check.errl->getRC() | 0x10000000);
-    check.failedLine = 362;
-    return false;
+    return done;
 }
 
 void checkRepeat(hubCheck& check)
@@ -220,20 +220,18 @@ void checkRepeat(hubCheck& check)
     ErrlEntry*   second = nullptr;
     unsigned int status = unknownStatus;
     kest_read922HubPrevCmdStatus(check.handle, &status, second);
-    if (second == nullptr) {
-        if (status != 0) {
-            reportStatus(check, afterRepeat, status, static_cast<std::uint32_t>(check.direction));
+    if (second != nullptr) {
+        if (check.errl == nullptr) {
+            check.errl = kest_takeOver(second);
+        } else {
+            kest_mergeFirstSrc(*check.errl, *second);
+            check.errl->setRC(second->getRC());
+            delete second;
         }
-        return;
+        recovered(check, 384);
+    } else if (status != 0) {
+        reportStatus(check, afterRepeat, status, static_cast<std::uint32_t>(check.direction));
     }
-    if (check.errl == nullptr) {
-        check.errl = kest_takeOver(second);
-    } else {
-        kest_mergeFirstSrc(*check.errl, *second);
-        check.errl->setRC(second->getRC());
-        delete second;
-    }
-    recovered(check, 384);
 }
 
 void actOnStatus(hubCheck& check, unsigned int status, unsigned char* subBusReset)

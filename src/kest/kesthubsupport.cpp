@@ -233,16 +233,15 @@ void checkHub(hubTransfer& transfer, int direction, ErrlEntry*& errl)
 void writeThroughHub(hubTransfer& transfer, const void* data)
 {
     const unsigned int asked = transfer.size;
-    if (!allocateBuffer(transfer, 0) || !prepare(transfer, false, writeLines)) {
-        return;
-    }
-    std::copy_n(static_cast<const std::uint8_t*>(data), asked, transfer.buffer.get());
-    kest_wobuWrite(transfer.handle, transfer.errl, &transfer.size, transfer.buffer.get());
-    if (passed(transfer, 690)) {
-        transfer.size = std::min(transfer.size, asked); // whatever a failure that was committed below left there
-        usleep(static_cast<useconds_t>(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000));
-        checkHub(transfer, writeTransfer, transfer.errl);
-        passed(transfer, 726);
+    if (allocateBuffer(transfer, 0) && prepare(transfer, false, writeLines)) {
+        std::copy_n(static_cast<const std::uint8_t*>(data), asked, transfer.buffer.get());
+        kest_wobuWrite(transfer.handle, transfer.errl, &transfer.size, transfer.buffer.get());
+        if (passed(transfer, 690)) {
+            transfer.size = std::min(transfer.size, asked); // whatever a failure that was committed below left there
+            usleep(static_cast<useconds_t>(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000));
+            checkHub(transfer, writeTransfer, transfer.errl);
+            passed(transfer, 726);
+        }
     }
 }
 
@@ -264,24 +263,29 @@ void handleFailedRead(hubTransfer& transfer, unsigned int asked)
     }
 }
 
-/// The hub sends its status ahead of the data: one byte more is read than the caller gets.
-void readThroughHub(hubTransfer& transfer, void* data)
+/// The caller gets the data; then the hub says whether they stand.
+void takeData(hubTransfer& transfer, unsigned int asked, void* data)
 {
-    const unsigned int asked = transfer.size;
-    if (!prepare(transfer, true, readLines) || !allocateBuffer(transfer, 1)) {
-        return;
-    }
-    transfer.size = asked + 1;
-    kest_wobuRead(transfer.handle, transfer.errl, &transfer.size, transfer.buffer.get(), 0);
-    if (transfer.errl != nullptr) {
-        handleFailedRead(transfer, asked);
-        return;
-    }
     // At least 1 and at most what was asked for, unless a failure that was committed below left something else there.
     transfer.size = std::clamp(transfer.size, 1U, asked + 1) - 1;
     std::copy_n(transfer.buffer.get() + 1, transfer.size, static_cast<std::uint8_t*>(data));
     checkHub(transfer, readTransfer, transfer.errl);
     passed(transfer, 495);
+}
+
+/// The hub sends its status ahead of the data: one byte more is read than the caller gets.
+void readThroughHub(hubTransfer& transfer, void* data)
+{
+    const unsigned int asked = transfer.size;
+    if (prepare(transfer, true, readLines) && allocateBuffer(transfer, 1)) {
+        transfer.size = asked + 1;
+        kest_wobuRead(transfer.handle, transfer.errl, &transfer.size, transfer.buffer.get(), 0);
+        if (transfer.errl == nullptr) {
+            takeData(transfer, asked, data);
+        } else {
+            handleFailedRead(transfer, asked);
+        }
+    }
 }
 
 void commitLate(ErrlEntry*& secondary)
@@ -423,6 +427,8 @@ void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, un
 
 void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary, unsigned char subBusReset)
 {
+    constexpr char   name[] = "kest_922HubHandlePrimSecErrLogs";
+    const traceScope scope{name};
     if (secondary != nullptr) {
         if (subBusReset == 0) {
             kest_mergeFirstSrc(*primary, *secondary);
@@ -434,31 +440,45 @@ void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary,
         delete primary; // the repeat after the sub-bus reset worked
         primary = nullptr;
     } else {
-        trace_wobu_write_all(kest_trace, traceHash("hub without further error"), " %s", 1125, 0,
-                             "kest_922HubHandlePrimSecErrLogs");
+        trace_wobu_write_all(kest_trace, traceHash("hub without further error"), " %s", 1125, 0, name);
     }
 }
 
-void kest_build922HubResetPath(const char* path, char* out, unsigned char hubAddress)
+namespace
 {
-    std::memset(out, 0, std::strlen(path) + 16);
-    for (int tokens = 0; tokens < 2; ++tokens) {
-        path += std::strspn(path, ","); // empty tokens do not count
-        const std::size_t length = std::strcspn(path, ",");
-        if (length == 0) {
-            return;
-        }
+
+/// Copies the next token and a comma, and moves both pointers behind them. @return whether there was one; an empty one does not count
+bool copyToken(const char*& path, char*& out)
+{
+    path += std::strspn(path, ",");
+    const std::size_t length = std::strcspn(path, ",");
+    if (length != 0) {
         out    = std::copy_n(path, length, out);
         *out++ = ',';
         path += length;
     }
+    return length != 0;
+}
+
+std::string_view expanderOf(unsigned char hubAddress)
+{
     std::string_view expander = "9552,";
     if (hubAddress == 0x80 || hubAddress == 0x88) {
         expander = "9552,0xC0";
     } else if (hubAddress == 0x82 || hubAddress == 0x8A) {
         expander = "9552,0xC2";
     }
-    std::ranges::copy(expander, out);
+    return expander;
+}
+
+} // namespace
+
+void kest_build922HubResetPath(const char* path, char* out, unsigned char hubAddress)
+{
+    std::memset(out, 0, std::strlen(path) + 16);
+    if (copyToken(path, out) && copyToken(path, out)) {
+        std::ranges::copy(expanderOf(hubAddress), out);
+    }
 }
 
 } // namespace kest

@@ -1,6 +1,7 @@
 /// Device objects: what a chain yields, the device lock, operations and their phases.
 #include "kestdevice.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 
@@ -244,6 +245,17 @@ mern_iic_config(h1, 2, 18, kind 2, address 0xC0, timeout 500, big-endian)
     }
     destroy();
     EXPECT_EQ(0, platform.entryCount());
+}
+
+TEST_F(DeviceLock, TracesEntryAndExitWhenTakenAndLetGo)
+{
+    platform.configures(2);
+    EXPECT_EQ(nullptr, lock());
+    EXPECT_EQ(nullptr, unlock());
+    for (const char* name : {"\"lockDevice\"", "\"unlockDevice\""}) {
+        const auto named = [name](const TraceRecord& record) { return record.arguments.front() == name; };
+        EXPECT_EQ(2, std::ranges::count_if(platform.traceRecords(), named)) << name;
+    }
 }
 
 TEST_F(DeviceLock, CarriesTheLowHalfOfTheAddress)

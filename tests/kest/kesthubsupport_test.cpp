@@ -461,6 +461,7 @@ TEST_F(HubSupport, MergingKeepsThePrimaryWhenNothingElseHappened)
     EXPECT_EQ(before, primary);
     EXPECT_EQ("\n", platform.calls());
     EXPECT_EQ("\n1125 %s \"kest_922HubHandlePrimSecErrLogs\"\n", hubTraces(platform));
+    EXPECT_EQ(2U, platform.lines(kindScope).size());
     delete primary;
 }
 
