@@ -212,6 +212,9 @@ void readDevice(seepromTransfer& transfer, unsigned char* buffer)
         seek(transfer)) {
         kest_wobuRead(transfer.handle, transfer.error, &transfer.lengthMoved, buffer, 1);
         retryTimeout(transfer, buffer);
+        if (transfer.error == nullptr) { // a failure that was committed below may leave any count: stay in the buffer
+            transfer.lengthMoved = std::min(transfer.lengthMoved, transfer.lengthWanted);
+        }
     }
 }
 

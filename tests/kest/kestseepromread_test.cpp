@@ -1,3 +1,5 @@
+#include <cerrno>
+
 #include "tests/kest/seepromengine.h"
 
 using namespace seepromengine;
@@ -103,6 +105,20 @@ TEST_F(KestSeepromHardwareRead, PassesAShortReadOn)
     EXPECT_EQ((std::vector<SoftwareError>{{.returnCode = 0x00001312, .word1 = 15, .word2 = 751}}),
               platform.entry(1).softwareErrors);
     EXPECT_NE(std::string::npos, platform.traces().find("0x11, 0x8, 0x3, 0x0)"));
+}
+
+TEST_F(KestSeepromHardwareRead, ADeadlockNeverTellsMoreThanTheBufferHolds)
+{
+    platform.healthy();
+    platform.readHandler = [](std::uint8_t* /*bytes*/, unsigned /*size*/) {
+        errno = 35;
+        return -1;
+    };
+    readStart();
+    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(1, platform.commits());
+    EXPECT_EQ(8u, length);
+    EXPECT_EQ(Bytes(8), bytesRead());
 }
 
 // --- the DMA option ---------------------------------------------------------------------------------------------------------------
