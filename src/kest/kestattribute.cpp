@@ -153,7 +153,9 @@ kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsi
         flat[i].port    = list->port;
         flat[i].next    = i + 1 < length ? &flat[i + 1] : nullptr;
     }
-    *size = flat == nullptr ? 0 : static_cast<unsigned int>(bytes);
+    if (size != nullptr) {
+        *size = flat == nullptr ? 0 : static_cast<unsigned int>(bytes);
+    }
     return flat;
 }
 

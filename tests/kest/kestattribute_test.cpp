@@ -213,6 +213,15 @@ TEST_F(KestAddressList, FlatteningNothingGivesNothing)
     EXPECT_EQ(0U, size);
 }
 
+TEST_F(KestAddressList, FlattensForACallerWhoDoesNotAskForTheSize)
+{
+    kest_deviceAddress*                         list = listOf({{0xA0, 0x2C0256, 0}});
+    const std::unique_ptr<kest_deviceAddress[]> flat{KEST_flattenAddressList(list, nullptr)};
+    EXPECT_EQ(0xA0, flat[0].address);
+    EXPECT_EQ(nullptr, KEST_flattenAddressList(nullptr, nullptr));
+    KEST_deleteDevAddress(&list, true);
+}
+
 TEST_F(KestAddressList, FlatteningWithoutMemoryGivesNothing)
 {
     kest_deviceAddress* list = listOf({{0x80, 0x922, 7}});
