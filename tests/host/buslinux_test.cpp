@@ -13,8 +13,6 @@ namespace
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr int moved(std::size_t count) { return static_cast<int>(count); }
-
 /// /dev/i2c-7 with a 24C256 at 0xA0.
 class LinuxBus : public testing::Test
 {
