@@ -23,8 +23,9 @@ the user that kestd runs as may do everything.
 SIGTERM  answers what has been accepted and ends
 SIGHUP   reads the configuration again
 
-Says on standard output when it serves. Started by a service manager it takes the
-socket that is handed over, and tells when it is ready. Exit codes: 0 ended by a signal, 1 failed, 2 wrong use.)";
+Says on standard output when it serves. Started by a service manager it takes
+the socket that is handed over, and tells when it is ready.
+Exit codes: 0 ended by a signal, 1 failed, 2 wrong use.)";
 
 struct options {
     std::string config;

@@ -1,6 +1,7 @@
 #include "tools/kestd/service.h"
 
-#include <asio/bind_executor.hpp>
+#include <algorithm>
+#include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
 #include <cerrno>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "platform/host/trace/hash.h"
 #include "platform/trace.h"
 #include "tools/kestd/systemd.h"
 
@@ -42,9 +44,29 @@ trace_wobu_descriptor serviceTrace()
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
 
+/// Something to do, without which the service does not end.
+class Task : public Job
+{
+public:
+    Task(asio::io_context& context, std::function<void()> body)
+        : m_work(context.get_executor()), m_body(std::move(body))
+    {
+    }
+    void run() override { m_body(); }
+
+private:
+    asio::executor_work_guard<asio::io_context::executor_type> m_work;
+    std::function<void()>                                      m_body;
+};
+
 std::string because(const std::string& what) { return what + ": " + std::strerror(errno); }
 
 } // namespace
+
+void Service::doLater(std::function<void()> body)
+{
+    m_workers.submit(std::make_shared<Task>(m_context, std::move(body)));
+}
 
 std::int64_t nowMs()
 {
@@ -53,9 +75,8 @@ std::int64_t nowMs()
 }
 
 Service::Service()
-    : m_workers(m_context, mostThreads), m_strand(asio::make_strand(m_context)), m_acceptor(m_strand),
-      m_signals(m_strand, SIGTERM, SIGINT, SIGHUP), m_acceptTimer(m_strand), m_tidyTimer(m_strand),
-      m_watchdogTimer(m_strand), m_watchdog(watchdogInterval())
+    : m_workers(m_context, mostThreads), m_acceptor(m_context), m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
+      m_acceptTimer(m_context), m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval())
 {
     useSettings();
 }
@@ -90,7 +111,8 @@ std::shared_ptr<const Settings> Service::settings() const
 
 void Service::reload()
 {
-    const auto micros =
+    const std::lock_guard guard(m_reloading);
+    const auto            micros =
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
             .count();
     notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", micros).c_str());
@@ -165,14 +187,13 @@ std::string Service::makeSocket(const std::string& path)
 
 void Service::acceptNext()
 {
-    m_acceptor.async_accept(m_context, [this](const asio::error_code& error, Protocol::socket socket) {
-        if (!error) { // looking up the user may take a while: elsewhere
-            asio::post(m_context, [this, accepted = std::make_shared<Protocol::socket>(std::move(socket))] {
-                admit(std::move(*accepted));
-            });
+    m_acceptor.async_accept([this](const asio::error_code& error, Protocol::socket socket) {
+        if (!error) {
+            admitLater(std::move(socket));
         }
         if (error && error != asio::error::operation_aborted && error != asio::error::connection_aborted) {
-            trace_wobu_write_all(serviceTrace(), 0, " %s,%d", __LINE__, 0, "acceptNext", error.value());
+            trace_wobu_write_all(serviceTrace(), host::messageHash("no client could be accepted"), " %s,%d", __LINE__,
+                                 0, "acceptNext", error.value());
             m_acceptTimer.expires_after(acceptPause);
             m_acceptTimer.async_wait([this](const asio::error_code&) {
                 if (m_acceptor.is_open()) {
@@ -185,20 +206,21 @@ void Service::acceptNext()
     });
 }
 
+/// Looking up the user may take a while.
+void Service::admitLater(Protocol::socket socket)
+{
+    doLater([this, accepted = std::make_shared<Protocol::socket>(std::move(socket))] { admit(std::move(*accepted)); });
+}
+
 void Service::admit(Protocol::socket socket)
 {
-    std::shared_ptr<Session> session;
-    bool                     stranger = false;
-    {
-        const Workers::BlockingCall blocking(m_workers);
-        Peer                        peer = peerOf(socket.native_handle());
-        stranger                         = !settings()->permissions.of(peer).any();
-        trace_wobu_write_all(serviceTrace(), 0, " %s,%d,%d", __LINE__, 0, "admit", static_cast<int>(peer.uid),
-                             static_cast<int>(peer.pid));
-        session = std::make_shared<Session>(*this, std::move(socket), std::move(peer));
-    }
+    Peer       peer     = peerOf(socket.native_handle());
+    const bool stranger = !settings()->permissions.of(peer).any();
+    trace_wobu_write_all(serviceTrace(), host::messageHash("client connected"), " %s,%d,%d", __LINE__, 0, "admit",
+                         static_cast<int>(peer.uid), static_cast<int>(peer.pid));
+    const auto session = std::make_shared<Session>(*this, std::move(socket), std::move(peer));
     if (add(session, stranger)) {
-        session->start();
+        session->run();
     } else {
         session->turnAway("this service has as many clients as it takes");
     }
@@ -218,7 +240,7 @@ bool Service::add(const std::shared_ptr<Session>& session, bool stranger)
         }
         if (!m_tidying) {
             m_tidying = true;
-            asio::post(m_strand, [this] { tidy(); });
+            asio::post(m_context, [this] { tidy(); });
         }
     }
     return hasRoom;
@@ -261,8 +283,7 @@ void Service::awaitSignal()
 {
     m_signals.async_wait([this](const asio::error_code& error, int number) {
         if (!error && number == SIGHUP) {
-            const Workers::BlockingCall blocking(m_workers);
-            reload();
+            doLater([this] { reload(); });
             awaitSignal();
         } else if (!error) {
             stop();
@@ -294,8 +315,7 @@ void Service::acceptBacklog()
     for (int descriptor = 0; descriptor >= 0;) {
         descriptor = accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (descriptor >= 0) {
-            auto socket = std::make_shared<Protocol::socket>(m_context, Protocol(), descriptor);
-            asio::post(m_context, [this, socket] { admit(std::move(*socket)); });
+            admitLater(Protocol::socket(m_context, Protocol(), descriptor));
         }
     }
 }
@@ -318,7 +338,6 @@ std::string Service::run()
         return because("no thread");
     }
     notify("READY=1");
-    note(m_ownPath.empty() ? "listening" : "listening at " + m_ownPath);
     m_workers.join();
     return {};
 }

@@ -5,9 +5,9 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/strand.hpp>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -65,36 +65,37 @@ private:
     std::string makeSocket(const std::string& path);
     void        useSettings();
     void        acceptNext();
+    void        doLater(std::function<void()> body);
+    void        admitLater(Protocol::socket socket);
     void        admit(Protocol::socket socket);
     /// @return whether there is room for it
-    bool        add(const std::shared_ptr<Session>& session, bool stranger);
-    void        awaitSignal();
-    void        reload();
-    void        stop();
-    void        acceptBacklog();
-    void        tidy();
-    void        feedWatchdog();
-    std::string shutDown();
+    bool add(const std::shared_ptr<Session>& session, bool stranger);
+    void awaitSignal();
+    void reload();
+    void stop();
+    void acceptBacklog();
+    void tidy();
+    void feedWatchdog();
 
-    asio::io_context                              m_context;
-    Workers                                       m_workers;
-    RefusalLog                                    m_refusals;
-    asio::strand<asio::io_context::executor_type> m_strand; ///< for everything but the sessions
-    Protocol::acceptor                            m_acceptor;
-    asio::signal_set                              m_signals;
-    asio::steady_timer                            m_acceptTimer;
-    asio::steady_timer                            m_tidyTimer;
-    asio::steady_timer                            m_watchdogTimer;
-    std::optional<std::chrono::microseconds>      m_watchdog;
-    std::string                                   m_ownPath; ///< of the socket that this process made
-    int                                           m_ownLock = -1;
-    std::atomic<std::uint64_t>                    m_generation{0};
-    mutable std::mutex                            m_lock; ///< of all that follows
-    std::shared_ptr<const Settings>               m_settings;
-    std::map<Session*, Client>                    m_clients;
-    std::size_t                                   m_strangers = 0;
-    bool                                          m_stopping  = false;
-    bool                                          m_tidying   = false;
+    asio::io_context                         m_context;
+    Workers                                  m_workers;
+    RefusalLog                               m_refusals;
+    Protocol::acceptor                       m_acceptor;
+    asio::signal_set                         m_signals;
+    asio::steady_timer                       m_acceptTimer;
+    asio::steady_timer                       m_tidyTimer;
+    asio::steady_timer                       m_watchdogTimer;
+    std::optional<std::chrono::microseconds> m_watchdog;
+    std::mutex                               m_reloading; ///< one at a time
+    std::string                              m_ownPath;   ///< of the socket that this process made
+    int                                      m_ownLock = -1;
+    std::atomic<std::uint64_t>               m_generation{0};
+    mutable std::mutex                       m_lock; ///< of all that follows
+    std::shared_ptr<const Settings>          m_settings;
+    std::map<Session*, Client>               m_clients;
+    std::size_t                              m_strangers = 0;
+    bool                                     m_stopping  = false;
+    bool                                     m_tidying   = false;
 };
 
 } // namespace kest::service

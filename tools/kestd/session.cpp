@@ -1,6 +1,5 @@
 #include "tools/kestd/session.h"
 
-#include <asio/post.hpp>
 #include <cerrno>
 #include <fmt/format.h>
 #include <span>
@@ -20,7 +19,8 @@ constexpr std::size_t keptBytes    = 4096; // buffers that grew larger are relea
 } // namespace
 
 Session::Session(Service& service, Socket socket, Peer peer)
-    : m_service(service), m_socket(std::move(socket)), m_peer(std::move(peer)), m_assembler(0)
+    : m_service(service), m_socket(std::move(socket)), m_work(m_socket.get_executor()), m_peer(std::move(peer)),
+      m_assembler(0)
 {
     refresh();
     m_requestSinceMs = nowMs();
@@ -49,7 +49,7 @@ void Session::run()
         } else if (m_inARow >= fairShare) {
             m_inARow = 0;
             turn     = Turn::waiting;
-            asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->run(); });
+            m_service.workers().submit(shared_from_this());
         } else {
             turn = m_inputAt < m_input.size() ? consume() : receive();
         }
@@ -61,15 +61,16 @@ void Session::run()
 
 Session::Turn Session::receive()
 {
-    m_input.resize(receiveBytes);
-    m_inputAt           = 0;
-    const ssize_t got   = recv(m_socket.native_handle(), m_input.data(), m_input.size(), MSG_DONTWAIT);
-    const int     error = errno;
-    m_input.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
-    if (got > 0 || (got < 0 && error == EINTR)) {
+    std::uint8_t  bytes[receiveBytes];
+    const ssize_t got = recv(m_socket.native_handle(), bytes, sizeof bytes, MSG_DONTWAIT);
+    if (got > 0) {
+        m_input.assign(bytes, bytes + got);
+        m_inputAt = 0;
+    }
+    if (got > 0 || (got < 0 && errno == EINTR)) {
         return Turn::proceed;
     }
-    return got < 0 && (error == EAGAIN || error == EWOULDBLOCK) ? waitFor(Socket::wait_read) : Turn::ended;
+    return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? waitFor(Socket::wait_read) : Turn::ended;
 }
 
 Session::Turn Session::consume()
@@ -95,8 +96,7 @@ Session::Turn Session::consume()
 
 void Session::answerRequest()
 {
-    const client::frame         request = m_assembler.take();
-    const Workers::BlockingCall blocking(m_service.workers());
+    const client::frame request = m_assembler.take();
     send(dispatch(request, m_peer, m_permission, m_service.refusals()));
     ++m_inARow;
 }
@@ -153,7 +153,8 @@ Session::Turn Session::waitFor(Socket::wait_type what)
     }
     m_writing.store(writing, std::memory_order_relaxed);
     m_waitsSinceMs.store(m_requestSinceMs, std::memory_order_relaxed);
-    m_socket.async_wait(what, [self = shared_from_this()](const asio::error_code&) { self->run(); });
+    m_socket.async_wait(
+        what, [self = shared_from_this()](const asio::error_code&) { self->m_service.workers().submit(self); });
     return Turn::waiting;
 }
 

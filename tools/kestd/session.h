@@ -1,6 +1,7 @@
 /// One client's connection.
 #pragma once
 
+#include <asio/executor_work_guard.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <atomic>
 #include <cstdint>
@@ -10,6 +11,7 @@
 
 #include "tools/client/frame.h"
 #include "tools/kestd/permissions.h"
+#include "tools/kestd/workers.h"
 
 namespace kest::service
 {
@@ -20,16 +22,16 @@ class Service;
 /// kernel, and one that does not read its replies is not read from. So a client costs one request and one reply of memory at most.
 ///
 /// Exactly one thread is in a session at any time, or none while it waits for its socket.
-class Session : public std::enable_shared_from_this<Session>
+class Session : public Job, public std::enable_shared_from_this<Session>
 {
 public:
     using Socket = asio::local::stream_protocol::socket;
 
     Session(Service& service, Socket socket, Peer peer);
 
-    /// Begins to serve. Called once.
-    void start() { run(); }
-    /// Says why there is no room for this client, and ends. Instead of start().
+    /// Goes on until it has to wait for the client.
+    void run() override;
+    /// Says why there is no room for this client, and ends.
     void turnAway(const std::string& text);
 
     /// Ends a session that has been waiting for its client too long. Any thread.
@@ -46,7 +48,6 @@ private:
         ended
     };
 
-    void run();
     Turn receive();
     Turn consume();
     Turn flush();
@@ -56,10 +57,11 @@ private:
     void send(const client::frame& reply);
     void refresh();
 
-    Service&               m_service;
-    Socket                 m_socket;
-    Peer                   m_peer;
-    Permission             m_permission;
+    Service&                                         m_service;
+    Socket                                           m_socket;
+    asio::executor_work_guard<Socket::executor_type> m_work; ///< the service lasts as long as this
+    Peer                                             m_peer;
+    Permission                                       m_permission;
     std::uint64_t          m_generation = 0; ///< of the settings that the permission comes from
     client::FrameAssembler m_assembler;
 

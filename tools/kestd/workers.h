@@ -1,15 +1,31 @@
-/// The threads that run the service's handlers.
+/// The threads that do the service's work.
 #pragma once
 
 #include <asio/io_context.hpp>
 #include <condition_variable>
+#include <deque>
+#include <memory>
 #include <mutex>
 
 namespace kest::service
 {
 
-/// A crew of threads on one io_context. Calls into the library block, some for seconds; whoever makes one says so, and the crew grows
-/// when nobody would be left to serve the other clients.
+/// Something to do that may take long.
+class Job
+{
+public:
+    Job()                      = default;
+    Job(const Job&)            = delete;
+    Job& operator=(const Job&) = delete;
+    virtual ~Job()             = default;
+    virtual void run()         = 0;
+};
+
+/// A crew of threads. One of them at a time waits for events, and then does what they call for itself: a request that is served at once
+/// costs no switch between threads. The others sleep until there are several jobs, or until the thread that would have to wait for
+/// events has been in a job for a while; the crew grows when none is left. So a slow device holds up nobody but those who asked for it.
+///
+/// The event handlers themselves must not block: they submit jobs.
 class Workers
 {
 public:
@@ -17,42 +33,45 @@ public:
     Workers(asio::io_context& context, unsigned most) : m_context(context), m_most(most) {}
     Workers(const Workers&)            = delete;
     Workers& operator=(const Workers&) = delete;
-    /// The context must have been stopped, or have run out of work.
     ~Workers() { join(); }
 
     /// @return false when not even the first threads could be had
     bool start();
-    /// Waits until all threads have ended.
+    /// Waits until the context has run out of work and all threads have ended. A job, and whoever submits one, keeps work in the
+    /// context until it is done.
     void join();
 
-    /// While it lives, its thread is in a call that may block.
-    class BlockingCall
-    {
-    public:
-        explicit BlockingCall(Workers& workers) : m_workers(workers) { m_workers.beginBlocking(); }
-        BlockingCall(const BlockingCall&)            = delete;
-        BlockingCall& operator=(const BlockingCall&) = delete;
-        ~BlockingCall() { m_workers.endBlocking(); }
-
-    private:
-        Workers& m_workers;
-    };
+    /// Has a job done, by an event handler's thread or from within another job.
+    void submit(std::shared_ptr<Job> job);
 
 private:
-    static void* threadMain(void* workers);
+    using Lock = std::unique_lock<std::mutex>;
 
-    void beginBlocking();
-    void endBlocking();
-    void run();
-    bool spawn(); // with the lock held
-    bool leavesSurplus();
+    static void* workMain(void* workers);
+    static void* superviseMain(void* workers);
 
-    asio::io_context&       m_context;
-    unsigned                m_most;
-    std::mutex              m_lock;
-    std::condition_variable m_ended;
-    unsigned                m_threads = 0;
-    unsigned                m_blocked = 0;
+    bool spawn(void* (*main)(void*));
+    void work();
+    void lead(Lock& lock);
+    void perform(Lock& lock);
+    void supervise();
+    void enlist();
+
+    asio::io_context&                m_context;
+    unsigned                         m_most;
+    std::mutex                       m_lock;
+    std::condition_variable          m_wanted;  ///< a sleeping worker is
+    std::condition_variable          m_stirred; ///< the supervisor is
+    std::condition_variable          m_gone;
+    std::deque<std::shared_ptr<Job>> m_jobs;
+    unsigned                         m_threads    = 0; ///< workers
+    unsigned                         m_sleeping   = 0;
+    unsigned                         m_called     = 0;     ///< of the sleeping, on their way up
+    bool                             m_led        = false; ///< one waits for events
+    bool                             m_ended      = false;
+    bool                             m_supervised = false;
+    bool                             m_atEase     = false; ///< the supervisor sleeps until it is stirred
+    std::uint64_t                    m_steps      = 0;     ///< taken by anybody; standing still means blocked
 };
 
 } // namespace kest::service

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -42,6 +43,17 @@ bool prepare(ringFileHandle& file, std::size_t bytes)
     return file.memory != nullptr;
 }
 
+/// Files that root makes belong to whoever has the folder: root's tools must not leave there what the service cannot tidy up.
+void giveToFoldersOwner(int descriptor, const char* folder)
+{
+    struct stat status {
+    };
+    if (geteuid() == 0 && stat(folder, &status) == 0) {
+        const int ignored = fchown(descriptor, status.st_uid, status.st_gid); // root reads it all the same
+        (void)ignored;
+    }
+}
+
 bool isDead(const std::filesystem::path& path)
 {
     const int  descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -69,6 +81,9 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         return file;
     }
     file.descriptor = open(file.path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640);
+    if (file.descriptor >= 0) {
+        giveToFoldersOwner(file.descriptor, folder);
+    }
     if (file.descriptor >= 0 && !prepare(file, bytes)) {
         const int error = errno;
         removeRingFile(file);

@@ -16,6 +16,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "platform/host/files/files.h"
+#include "platform/host/trace/hash.h"
 #include "platform/host/trace/parser.h"
 #include "platform/host/trace/ring.h"
 #include "platform/host/trace/ringfile.h"
@@ -176,7 +178,8 @@ void moveToFile(trace_wobu_buffer& ring)
 {
     ringFileHandle file = createRingFile(everything.folder, ring.name, storageBytes(ring));
     if (file.memory == nullptr) {
-        trace_wobu_write_all(&ring, 0, " %s,%s,%d", __LINE__, 0, "useTraceFolder", everything.folder, errno);
+        trace_wobu_write_all(&ring, messageHash("no file for the ring"), " %s,%s,%d", __LINE__, 0, "useTraceFolder",
+                             everything.folder, errno);
         return;
     }
     auto* to = static_cast<storage*>(file.memory);
@@ -251,8 +254,7 @@ void useTraceFolder(const std::filesystem::path& folder)
         path.copy(everything.folder, path.size());
         everything.folder[path.size()] = '\0';
         everything.clockOffset         = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
-        std::error_code ignored; // what matters is whether files can be made in it
-        std::filesystem::create_directories(folder, ignored);
+        (void)makeFolders(folder); // what matters is whether files can be made in it
         for (trace_wobu_buffer& ring : rings()) {
             if (another || ring.file.memory == nullptr) {
                 moveToFile(ring);

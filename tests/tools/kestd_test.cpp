@@ -1,0 +1,675 @@
+/// The message service: requests, limits, permissions, its life.
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <thread>
+
+#include "tests/tools/kestd_support.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using client::answer;
+using client::frame;
+using client::outcome;
+
+// ------------------------------------------------------------------------------------------------------------- requests
+
+TEST_F(KestdTest, ReadsTheCopy)
+{
+    start();
+    client::Connection connection = connect();
+    for (const std::size_t length : {1u, 2u, 255u, 256u, 4096u, 65535u, 65536u}) {
+        const answer got = connection.readSeeprom(someLocation, 0, static_cast<std::uint32_t>(length));
+        ASSERT_EQ(outcome::done, got.what) << got.message;
+        EXPECT_EQ(part(0, length), got.data);
+        EXPECT_EQ(0x42, got.flags);
+        EXPECT_EQ(0u, got.logId);
+    }
+    EXPECT_EQ(part(1000, 300), connection.readSeeprom(someLocation, 1000, 300).data);
+    EXPECT_EQ(part(65530, 6), connection.readSeeprom(someLocation, 65530, 100).data); // to the copy's end
+    EXPECT_EQ(0, daemon().stop());
+}
+
+TEST_F(KestdTest, WritesTheCopy)
+{
+    start();
+    client::Connection connection = connect();
+    const answer       got = connection.writeSeeprom(someLocation, 7, std::vector<std::uint8_t>{0xAA, 0xBB, 0xCC});
+    EXPECT_EQ(outcome::done, got.what) << got.message;
+    EXPECT_EQ(0x41, got.flags);
+    EXPECT_EQ((std::vector<std::uint8_t>{contents[6], 0xAA, 0xBB, 0xCC, contents[10]}),
+              connection.readSeeprom(someLocation, 6, 5).data);
+    std::vector<std::uint8_t> all(65536, 0x5A);
+    EXPECT_EQ(outcome::done, connection.writeSeeprom(someLocation, 0, all).what);
+    EXPECT_EQ(all, connection.readSeeprom(someLocation, 0, 65536).data);
+}
+
+TEST_F(KestdTest, FailedWriteHasItsFlagsAndItsEntry)
+{
+    start();
+    client::Connection connection = connect();
+    const answer       got        = connection.writeSeeprom(someLocation, 65530, std::vector<std::uint8_t>(7));
+    EXPECT_EQ(outcome::failed, got.what);
+    EXPECT_EQ(0x41, got.flags);
+    EXPECT_NE(0u, got.logId);
+    EXPECT_EQ(part(65530, 6), connection.readSeeprom(someLocation, 65530, 6).data);
+    EXPECT_TRUE(connection.connected());
+}
+
+TEST_F(KestdTest, LocationOfADeviceNumber)
+{
+    configure("", "FileMode",
+              "[[device]]\nnumber = 17\nposition = 2\nlocation = \"sim:planar,L,2C0256,A0\"\nname = \"vpd\"\n");
+    start();
+    client::Connection connection = connect();
+    const answer       got        = connection.location(17, 2);
+    ASSERT_EQ(outcome::done, got.what) << got.message;
+    EXPECT_EQ("sim:planar,L,2C0256,A0", std::string(got.data.begin(), got.data.end()));
+    const answer unknown = connection.location(18, 0);
+    EXPECT_EQ(outcome::failed, unknown.what);
+    EXPECT_EQ(0x80001327u, unknown.returnCode);
+    EXPECT_NE(0u, unknown.logId);
+}
+
+TEST_F(KestdTest, WhatTheLibraryRefusesComesBackWithItsEntry)
+{
+    start();
+    client::Connection connection = connect();
+    for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x0000, 0x7FFF, 0x8000, 0x8005, 0xFFFF}) {
+        const answer got = connection.request(type, {});
+        EXPECT_EQ(outcome::failed, got.what);
+        EXPECT_EQ(0x80001322u, got.returnCode) << type;
+        EXPECT_NE(0u, got.logId);
+    }
+    EXPECT_EQ(0x800013FFu, connection.request(0x8003, {}).returnCode);
+    for (const std::size_t size : {0u, 1u, 11u, 12u})
+        EXPECT_EQ(0x80001324u, connection.request(0x8001, std::vector<std::uint8_t>(size)).returnCode) << size;
+    EXPECT_EQ(0x80001324u, connection.request(0x8004, std::vector<std::uint8_t>(7)).returnCode);
+    std::vector<std::uint8_t> unended(12 + 4, 'x');
+    std::fill_n(unended.begin(), 12, std::uint8_t{0});
+    EXPECT_EQ(0x80001325u, connection.request(0x8001, unended).returnCode);
+    EXPECT_TRUE(connection.connected());
+}
+
+TEST_F(KestdTest, EntriesAreInTheLog)
+{
+    start();
+    const answer got = connect().request(0x8003, {});
+    EXPECT_EQ(0, daemon().stop());
+    const runResult      shown = run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "list"});
+    std::array<char, 16> hex{};
+    std::snprintf(hex.data(), hex.size(), "%08X", got.logId);
+    EXPECT_NE(std::string::npos, shown.output.find(hex.data())) << shown.output << shown.errors;
+}
+
+// --------------------------------------------------------------------------------------------------------------- frames
+
+TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
+{
+    start();
+    std::vector<std::uint8_t> stream;
+    for (std::uint16_t number = 0; number < 10; ++number) {
+        const auto bytes = client::encodeFrame(seepromRequest(0x8001, number * 100u, 8, number));
+        stream.insert(stream.end(), bytes.begin(), bytes.end());
+    }
+    const std::size_t step = 7; // every offset within a frame is a cut at some time
+    for (std::size_t first = 1; first < 60; ++first) {
+        RawClient client(socketPath());
+        ASSERT_TRUE(client.connected());
+        std::size_t at = 0;
+        for (std::size_t size = first; at < stream.size(); at += size, size = step)
+            ASSERT_TRUE(client.send(std::vector<std::uint8_t>(
+                stream.begin() + static_cast<std::ptrdiff_t>(at),
+                stream.begin() + static_cast<std::ptrdiff_t>(std::min(at + size, stream.size())))));
+        for (std::uint16_t number = 0; number < 10; ++number) {
+            const auto reply = client.receive();
+            ASSERT_TRUE(reply);
+            EXPECT_EQ(number, reply->identifier);
+            EXPECT_EQ(part(number * 100u, 8), reply->payload);
+        }
+    }
+}
+
+TEST_F(KestdTest, OtherProtocolIsTurnedAway)
+{
+    start();
+    RawClient client(socketPath());
+    EXPECT_TRUE(client.send(std::vector<std::uint8_t>(100, 'x')));
+    const auto reply = client.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(0x80001604u, reply->returnCode);
+    EXPECT_EQ(0x80, reply->flags);
+    EXPECT_TRUE(client.isHungUp());
+}
+
+TEST_F(KestdTest, PayloadOverTheLimitIsTurnedAway)
+{
+    configure("max_payload = 1000");
+    start();
+    RawClient client(socketPath());
+    frame     request = seepromRequest(0x8001, 0, 4, 1);
+    request.payload.resize(1000);
+    EXPECT_TRUE(client.send(request));
+    EXPECT_EQ(part(0, 4), client.receive()->payload);
+    request.identifier = 2;
+    request.payload.resize(1001);
+    EXPECT_TRUE(client.send(request));
+    const auto reply = client.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(2, reply->identifier);
+    EXPECT_EQ(0x80001603u, reply->returnCode);
+    EXPECT_TRUE(client.isHungUp());
+    RawClient huge(socketPath()); // the size alone is enough
+    EXPECT_TRUE(huge.send({0xFF, 0xFF, 0xFF, 0xFF, 0, 1, 0x80, 1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(0x80001603u, huge.receive()->returnCode);
+}
+
+TEST_F(KestdTest, MoreThan65536BytesAreRefusedBeforeTheLibrarySeesThem)
+{
+    start();
+    RawClient client(socketPath());
+    for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002})
+        for (const std::uint32_t length : {65537u, 0x80000000u, 0xFFFFFFFFu}) {
+            EXPECT_TRUE(client.send(seepromRequest(type, 0, length, 5)));
+            const auto reply = client.receive();
+            ASSERT_TRUE(reply);
+            EXPECT_EQ(0x80001602u, reply->returnCode);
+            EXPECT_EQ(0x80, reply->flags);
+            EXPECT_NE(0u, reply->logId);
+        }
+    EXPECT_TRUE(client.send(seepromRequest(0x8001, 0, 65536)));
+    EXPECT_EQ(contents, client.receive()->payload);
+}
+
+TEST_F(KestdTest, ReplyOfMoreThan65536BytesIsReplaced)
+{
+    writeFile(copyFile(), std::string(70000, 'k'));
+    start();
+    const answer got = connect().readSeeprom(someLocation, 0, 0); // all there is
+    EXPECT_EQ(outcome::refused, got.what);
+    EXPECT_EQ(0x80001606u, got.returnCode);
+}
+
+// ---------------------------------------------------------------------------------------------------------- permissions
+
+/// Runs `body` in a child as the user nobody. @return its exit code
+int asNobody(const std::function<int()>& body)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        const passwd* nobody = getpwnam("nobody");
+        if (nobody == nullptr || setgroups(0, nullptr) != 0 || setgid(nobody->pw_gid) != 0 ||
+            setuid(nobody->pw_uid) != 0)
+            _exit(100);
+        _exit(body());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+class KestdPermissions : public KestdTest
+{
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "only root can become another user";
+    }
+
+    /// What becomes of the user nobody's read and write: bit 0 read done, bit 1 write done; 8 and more is neither done nor refused
+    [[nodiscard]] int rightsOfNobody() const
+    {
+        return asNobody([this] {
+            client::Connection connection = connect();
+            const answer       read       = connection.readSeeprom(someLocation, 0, 4);
+            const answer       write      = connection.writeSeeprom(someLocation, 0, std::vector<std::uint8_t>{1});
+            const auto         verdict    = [](const answer& got) {
+                return got.what == outcome::done ? 1 : got.returnCode == 0x80001601 ? 0 : 8;
+            };
+            return verdict(read) + 2 * verdict(write);
+        });
+    }
+};
+
+TEST_F(KestdPermissions, OnlyOwnerAndRootByDefault)
+{
+    start();
+    EXPECT_EQ(0, rightsOfNobody());
+    EXPECT_EQ(contents[0], connect().readSeeprom(someLocation, 0, 1).data.at(0));
+}
+
+TEST_F(KestdPermissions, RefusalIsClearAndHasAnEntry)
+{
+    start();
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    EXPECT_EQ(0, asNobody([&] {
+                  const answer got = connect().writeSeeprom(someLocation, 0, std::vector<std::uint8_t>{1});
+                  EXPECT_EQ(outcome::refused, got.what);
+                  EXPECT_EQ(0x80001601u, got.returnCode);
+                  EXPECT_EQ("user 65534 is not permitted to write", got.message);
+                  EXPECT_NE(0u, got.logId);
+                  return write(ends[1], &got.logId, sizeof got.logId) == sizeof got.logId &&
+                                 !testing::Test::HasFailure()
+                             ? 0
+                             : 1;
+              }));
+    std::uint32_t logId = 0;
+    EXPECT_EQ(static_cast<ssize_t>(sizeof logId), read(ends[0], &logId, sizeof logId));
+    close(ends[0]);
+    close(ends[1]);
+    EXPECT_EQ(0, daemon().stop());
+    std::array<char, 16> hex{};
+    std::snprintf(hex.data(), hex.size(), "0x%08X", logId);
+    const runResult shown =
+        run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "show", hex.data()});
+    EXPECT_NE(std::string::npos, shown.output.find("80001601")) << shown.output << shown.errors;
+    EXPECT_NE(std::string::npos, shown.output.find("user 65534 is not permitted to write"))
+        << shown.output << shown.errors;
+}
+
+TEST_F(KestdPermissions, ByUserAndByGroup)
+{
+    const gid_t       group    = getpwnam("nobody")->pw_gid;
+    const std::string byNumber = std::to_string(getpwnam("nobody")->pw_uid);
+    const struct {
+        std::string service;
+        int         rights;
+    } rows[] = {{"read_users = [\"nobody\"]", 1},
+                {"write_users = [\"nobody\"]", 2},
+                {"read_users = [\"" + byNumber + "\"]\nwrite_users = [\"" + byNumber + "\"]", 3},
+                {"read_groups = [\"" + std::string(getgrgid(group)->gr_name) + "\"]", 1},
+                {"write_groups = [\"" + std::to_string(group) + "\"]", 2},
+                {"read_users = [\"daemon\"]\nread_groups = [\"daemon\"]", 0},
+                {"read_users = [\"no-such-user\"]", 0}};
+    for (const auto& row : rows) {
+        configure(row.service);
+        start();
+        EXPECT_EQ(row.rights, rightsOfNobody()) << row.service;
+        EXPECT_EQ(0, daemon().stop());
+    }
+    EXPECT_NE(std::string::npos, daemon().errors().find("user 'no-such-user'"));
+}
+
+TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
+{
+    start();
+    int toChild[2];
+    int toParent[2];
+    ASSERT_EQ(0, pipe(toChild));
+    ASSERT_EQ(0, pipe(toParent));
+    std::thread reloading([&] {
+        char byte = 0;
+        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+        configure("read_users = [\"nobody\"]");
+        daemon().signal(SIGHUP);
+        EXPECT_TRUE(daemon().says("RELOADING=1"));
+        EXPECT_TRUE(daemon().says("READY=1"));
+        EXPECT_EQ(1, write(toChild[1], "x", 1));
+    });
+    EXPECT_EQ(0, asNobody([&] {
+                  client::Connection connection = connect();
+                  char               byte       = 0;
+                  const bool         refused    = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
+                  const bool         told       = write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1;
+                  return refused && told && connection.readSeeprom(someLocation, 0, 4) ? 0 : 1;
+              }));
+    reloading.join();
+    for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]})
+        close(end);
+}
+
+/// Somebody who may do nothing cannot fill the error log, nor take the places of those who may.
+TEST_F(KestdPermissions, StrangersHaveASmallShare)
+{
+    configure("max_clients = 16");
+    start();
+    EXPECT_EQ(0, asNobody([&] {
+                  client::Connection connection = connect();
+                  int                entries    = 0;
+                  for (int number = 0; number < 100; ++number)
+                      entries += connection.readSeeprom(someLocation, 0, 4).logId != 0 ? 1 : 0;
+                  return entries == 20 ? 0 : entries + 1;
+              }));
+    EXPECT_EQ(0, asNobody([&] {
+                  // the connection before may not have been missed yet
+                  bool both = false;
+                  bool more = true;
+                  for (int attempt = 0; attempt < 1000 && (!both || more); ++attempt) {
+                      client::Connection first = connect(), second = connect(), third = connect();
+                      both = first.location(1, 0).returnCode == 0x80001601 &&
+                             second.location(1, 0).returnCode == 0x80001601;
+                      more = third.location(1, 0).returnCode != 0x80001605;
+                  }
+                  return both && !more ? 0 : 1;
+              }));
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+}
+
+// --------------------------------------------------------------------------------------------------------------- limits
+
+TEST_F(KestdTest, TooManyClients)
+{
+    configure("max_clients = 3");
+    start();
+    RawClient first(socketPath());
+    {
+        RawClient second(socketPath()), third(socketPath());
+        for (RawClient* client : {&first, &second, &third}) {
+            EXPECT_TRUE(client->send(seepromRequest(0x8001, 0, 4)));
+            EXPECT_EQ(part(0, 4), client->receive()->payload);
+        }
+        RawClient  fourth(socketPath());
+        const auto reply = fourth.receive();
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(0x80001605u, reply->returnCode);
+        EXPECT_TRUE(fourth.isHungUp());
+        EXPECT_EQ(0x80001605u, connect().readSeeprom(someLocation, 0, 4).returnCode);
+    }
+    std::optional<answer> got; // places become free as the service notices
+    const auto            until = std::chrono::steady_clock::now() + patience;
+    while ((!got || !*got) && std::chrono::steady_clock::now() < until)
+        got = connect().readSeeprom(someLocation, 0, 4);
+    EXPECT_EQ(outcome::done, got->what);
+    EXPECT_TRUE(first.send(seepromRequest(0x8001, 0, 4)));
+    EXPECT_EQ(part(0, 4), first.receive()->payload);
+}
+
+TEST_F(KestdTest, SilentClientsAreDropped)
+{
+    configure("idle_seconds = 1");
+    start();
+    RawClient silent(socketPath()), halfway(socketPath());
+    EXPECT_TRUE(halfway.send({0, 0, 0, 9, 0, 1}));
+    EXPECT_TRUE(silent.isHungUp());
+    EXPECT_TRUE(halfway.isHungUp());
+    RawClient deaf(socketPath()); // asks, and never reads
+    bool      taken = true;
+    for (int number = 0; number < 1000 && taken; ++number)
+        taken = deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
+    EXPECT_FALSE(taken) << "the service reads on, though its replies are not taken";
+    const auto until = std::chrono::steady_clock::now() + patience;
+    while (deaf.send(std::vector<std::uint8_t>{0}, MSG_DONTWAIT) || errno == EAGAIN) { // EPIPE in the end
+        ASSERT_LT(std::chrono::steady_clock::now(), until);
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(EPIPE, errno);
+}
+
+/// 100 clients that behave badly, each in its own way, cost the 100 others nothing.
+TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
+{
+    start();
+    std::vector<std::unique_ptr<RawClient>> hostile;
+    const auto                              whole = client::encodeFrame(seepromRequest(0x8001, 0, 65536));
+    for (std::size_t number = 0; number < 100; ++number) {
+        hostile.push_back(std::make_unique<RawClient>(socketPath()));
+        RawClient& client = *hostile.back();
+        ASSERT_TRUE(client.connected()) << number;
+        switch (number % 5) {
+        case 0:
+            client.send(std::vector<std::uint8_t>(whole.begin(),
+                                                  whole.begin() + static_cast<std::ptrdiff_t>(number % whole.size())));
+            break; // half sent
+        case 1:
+            client.send({0xFF, 0xFF, 0xFF, 0xFF, 0, 1, 0x80, 1, 0, 1, 0, 0});
+            break; // huge length, unfinished
+        case 2:    // announces 60,000 bytes and sends all but one of them
+        {
+            frame request = seepromRequest(0x8002, 0, 59000);
+            request.payload.resize(60000);
+            auto bytes = client::encodeFrame(request);
+            bytes.pop_back();
+            client.send(bytes, MSG_DONTWAIT);
+            break;
+        }
+        case 3: // never reads
+            for (int more = 0; more < 100; ++more)
+                client.send(whole, MSG_DONTWAIT);
+            break;
+        default: // closes at any byte
+            client.send(std::vector<std::uint8_t>(whole.begin(),
+                                                  whole.begin() + static_cast<std::ptrdiff_t>(number % whole.size())));
+            client.hangUp();
+            break;
+        }
+    }
+    std::atomic<int>         good{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 100; ++number)
+        threads.emplace_back([this, &good, number] {
+            client::Connection connection = connect();
+            for (std::uint32_t round = 0; round < 20; ++round) {
+                const std::uint32_t offset = static_cast<std::uint32_t>(number) * 17 + round;
+                const answer        got    = connection.readSeeprom(someLocation, offset, 256);
+                good += got.what == outcome::done && got.data == part(offset, 256) ? 1 : 0;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(2000, good);
+    if (!sanitized && *KEST_TEST_EMULATOR == '\0') {
+        // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those here
+        EXPECT_LT(daemon().statusKib("VmRSS"), 10240 + 8192);
+    }
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    hostile.clear();
+    EXPECT_EQ(0, daemon().stop());
+}
+
+/// Requests that wait for devices: the bus is busy with other clients' writes all the while.
+TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
+{
+    const runResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
+    ASSERT_EQ(0, made.exit) << made.errors;
+    configure("", "HWareMode",
+              "[machine]\nfolder = \"machine\"\ntime = \"real\"\n[[device]]\nnumber = 17\nlocation = "
+              "\"sim:planar,L,2C0256,A0\"\n");
+    start();
+    std::atomic<int>         writing{0};
+    std::atomic<bool>        stop{false};
+    std::vector<std::thread> slow;
+    for (int number = 0; number < 12; ++number)
+        slow.emplace_back([&, number] {
+            client::Connection connection = connect();
+            while (!stop) {
+                // done or not: the chip is busy with the others' write cycles most of the time
+                static_cast<void>(connection.writeSeeprom("sim:planar,L,2C0512,A6",
+                                                          static_cast<std::uint32_t>(number) * 4096,
+                                                          std::vector<std::uint8_t>(2048, 0x11)));
+                ++writing;
+            }
+        });
+    while (writing < 3)
+        std::this_thread::yield();
+    client::Connection connection = connect();
+    const int          before     = writing;
+    for (int number = 0; number < 200; ++number)
+        ASSERT_TRUE(connection.location(17, 0));
+    const int during = writing - before;
+    stop             = true;
+    for (std::thread& thread : slow)
+        thread.join();
+    EXPECT_LT(during, 200) << "requests without a device took as long as writes";
+}
+
+// ----------------------------------------------------------------------------------------------------------------- life
+
+TEST_F(KestdTest, RequestsInFlightAtTheEndAreAnswered)
+{
+    start();
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int number = 0; number < 20; ++number) {
+        clients.push_back(std::make_unique<RawClient>(socketPath()));
+        for (std::uint16_t request = 0; request < 30; ++request)
+            ASSERT_TRUE(clients.back()->send(seepromRequest(0x8001, request, 64, request)));
+    }
+    daemon().signal(SIGTERM);
+    for (const auto& client : clients) {
+        for (std::uint16_t request = 0; request < 30; ++request) {
+            const auto reply = client->receive();
+            ASSERT_TRUE(reply) << request;
+            EXPECT_EQ(request, reply->identifier);
+            EXPECT_EQ(part(request, 64), reply->payload);
+        }
+        EXPECT_TRUE(client->isHungUp());
+    }
+    EXPECT_EQ(0, daemon().end());
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+}
+
+TEST_F(KestdTest, EndDoesNotWaitForTheDeaf)
+{
+    start();
+    RawClient silent(socketPath()), halfway(socketPath()), deaf(socketPath());
+    EXPECT_TRUE(halfway.send({0, 0, 0, 9, 0, 1}));
+    for (int number = 0; number < 30; ++number)
+        deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    daemon().signal(SIGTERM);
+    EXPECT_TRUE(silent.isHungUp());
+    EXPECT_TRUE(halfway.isHungUp());
+    EXPECT_EQ(0, daemon().end()); // deaf has a few seconds
+}
+
+TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)
+{
+    start();
+    daemon().signal(SIGKILL);
+    EXPECT_EQ(256 + SIGKILL, daemon().end());
+    EXPECT_TRUE(std::filesystem::exists(socketPath()));
+    start();
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    const runResult second = run("kestd", {"--config", (folder() / "kest.toml").string()});
+    EXPECT_EQ(1, second.exit);
+    EXPECT_NE(std::string::npos, second.errors.find("another service listens there")) << second.errors;
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+}
+
+TEST_F(KestdTest, SocketGivenAtTheCommandLine)
+{
+    Daemon daemon(folder(), {"--config", (folder() / "kest.toml").string(), "--socket",
+                             (folder() / "deep/er/other.socket").string()});
+    ASSERT_TRUE(daemon.says("READY=1"));
+    client::Connection connection(folder() / "deep/er/other.socket");
+    EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
+    struct stat status {
+    };
+    EXPECT_EQ(0, stat((folder() / "deep/er/other.socket").c_str(), &status));
+    EXPECT_EQ(0666u, status.st_mode & 0777);
+    EXPECT_EQ(0, daemon.stop());
+}
+
+TEST_F(KestdTest, SocketHandedOver)
+{
+    const int listening = boundSocket(folder() / "handed.socket", SOCK_STREAM);
+    RawClient early(folder() / "handed.socket"); // before there is a service
+    EXPECT_TRUE(early.send(seepromRequest(0x8001, 0, 4)));
+    start(listening);
+    close(listening);
+    EXPECT_EQ(part(0, 4), early.receive()->payload);
+    client::Connection connection(folder() / "handed.socket");
+    EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
+    EXPECT_EQ(0, daemon().stop());
+    EXPECT_TRUE(std::filesystem::exists(folder() / "handed.socket")); // it belongs to whoever made it
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+}
+
+TEST_F(KestdTest, WhatIsHandedOverMustBeAListeningSocket)
+{
+    const int datagrams = boundSocket(folder() / "datagrams.socket", SOCK_DGRAM);
+    Daemon    daemon(folder(), {"--config", (folder() / "kest.toml").string()}, datagrams);
+    EXPECT_EQ(1, daemon.end());
+    EXPECT_NE(std::string::npos, daemon.errors().find("no listening Unix stream socket"));
+    close(datagrams);
+}
+
+TEST_F(KestdTest, WatchdogIsFed)
+{
+    start(-1, {{"WATCHDOG_USEC", "100000"}});
+    for (int number = 0; number < 3; ++number)
+        EXPECT_TRUE(daemon().says("WATCHDOG=1"));
+    daemon().signal(SIGTERM);
+    EXPECT_TRUE(daemon().says("STOPPING=1"));
+    EXPECT_EQ(0, daemon().end());
+}
+
+TEST_F(KestdTest, WrongConfigurationAtStartAndAtReload)
+{
+    writeFile(folder() / "wrong.toml", "state = 5\n");
+    const runResult refused = run("kestd", {"--config", (folder() / "wrong.toml").string()});
+    EXPECT_EQ(2, refused.exit);
+    EXPECT_NE(std::string::npos, refused.errors.find("wrong.toml:1:9: key 'state'")) << refused.errors;
+    start();
+    configure("max_clients = \"many\"");
+    daemon().signal(SIGHUP);
+    EXPECT_TRUE(daemon().says("RELOADING=1"));
+    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_NE(std::string::npos, daemon().errors().find("service.max_clients")) << daemon().errors();
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+}
+
+TEST_F(KestdTest, ReloadChangesTheLimits)
+{
+    start();
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    configure("max_payload = 512");
+    daemon().signal(SIGHUP);
+    EXPECT_TRUE(daemon().says("RELOADING=1"));
+    EXPECT_TRUE(daemon().says("READY=1"));
+    RawClient client(socketPath());
+    frame     request = seepromRequest(0x8001, 0, 4);
+    request.payload.resize(513);
+    EXPECT_TRUE(client.send(request));
+    EXPECT_EQ(0x80001603u, client.receive()->returnCode);
+}
+
+TEST_F(KestdTest, ReloadChangesTheReadMode)
+{
+    start();
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    configure("", "HWareMode");
+    daemon().signal(SIGHUP);
+    EXPECT_TRUE(daemon().says("RELOADING=1"));
+    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_EQ(outcome::failed, connect().readSeeprom(someLocation, 0, 4).what); // there is no such device
+    configure("");
+    daemon().signal(SIGHUP);
+    EXPECT_TRUE(daemon().says("RELOADING=1"));
+    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+}
+
+TEST(KestdOptions, HelpVersionAndWrongUse)
+{
+    const runResult help = run("kestd", {"--help"});
+    EXPECT_EQ(0, help.exit);
+    for (const char* text : {"--config", "--socket", "--version", "SIGTERM", "SIGHUP"})
+        EXPECT_NE(std::string::npos, help.output.find(text)) << text;
+    EXPECT_EQ(0, run("kestd", {"--version"}).exit);
+    EXPECT_TRUE(run("kestd", {"--version"}).output.starts_with("kestd "));
+    EXPECT_EQ(2, run("kestd", {"--nonsense"}).exit);
+    EXPECT_EQ(2, run("kestd", {"surplus"}).exit);
+    EXPECT_EQ(2, run("kestd", {"--config", "/no/such/file"}).exit);
+}
+
+TEST(KestdOptions, SocketThatCannotBe)
+{
+    TemporaryFolder folder;
+    writeFile(folder.path() / "kest.toml", "state = \"state\"\n");
+    const runResult tooLong =
+        run("kestd", {"--config", (folder.path() / "kest.toml").string(), "--socket", std::string(200, 'x')});
+    EXPECT_EQ(1, tooLong.exit);
+    EXPECT_NE(std::string::npos, tooLong.errors.find("107 bytes"));
+    const runResult nowhere =
+        run("kestd", {"--config", (folder.path() / "kest.toml").string(), "--socket", "/proc/none/kestd.socket"});
+    EXPECT_EQ(1, nowhere.exit);
+    EXPECT_NE(std::string::npos, nowhere.errors.find("/proc/none/kestd.socket"));
+}
+
+} // namespace
+} // namespace kest::test
