@@ -76,8 +76,11 @@ int makeFolders(const std::filesystem::path& folder)
         adoptOwner(folder);
     } else if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
         error = makeFolders(folder.parent_path());
-        if (error == 0)
-            error = makeFolders(folder);
+        // once more, and not by way of the parent again: a file system that takes no folders answers ENOENT, too
+        if (error == 0 && mkdir(folder.c_str(), folderMode) == 0)
+            adoptOwner(folder);
+        else if (error == 0)
+            error = errno == EEXIST ? 0 : errno;
     } else if (errno == EEXIST) {
         error = std::filesystem::is_directory(folder) ? 0 : ENOTDIR;
     } else {
