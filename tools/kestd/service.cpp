@@ -174,7 +174,7 @@ std::string Service::makeSocket(const std::string& path)
     // Everybody may connect: who may do what is decided by request, with an answer for those who may not
     if (descriptor < 0 || bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         chmod(path.c_str(), 0666) != 0 || ::listen(descriptor, backlog) != 0) {
-        const std::string error = because(path);
+        std::string error = because(path);
         close(descriptor);
         return error;
     }
