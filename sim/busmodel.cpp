@@ -34,17 +34,11 @@ void sleepUntil(std::uint64_t monotonic)
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
 }
 
-std::string hex(std::uint8_t address)
-{
-    constexpr std::string_view digits{"0123456789ABCDEF"};
-    return {'0', 'x', digits[address >> 4], digits[address & 15]};
-}
-
 std::string labelOf(const busDescription& bus, const chipDescription& chip)
 {
     const std::string behind =
-        chip.behindHub ? hex(chip.hub) + " port " + std::to_string(chip.port) + " " : std::string{};
-    return fullName(bus) + " " + behind + hex(chip.address) + " " + chip.typeName;
+        chip.behindHub ? addressText(chip.hub) + " port " + std::to_string(chip.port) + " " : std::string{};
+    return fullName(bus) + " " + behind + addressText(chip.address) + " " + chip.typeName;
 }
 
 } // namespace
@@ -459,7 +453,7 @@ void busModel::appendWave(const std::string& text)
 
 bool busModel::startWave(const std::filesystem::path& path)
 {
-    bool good = stopWave();
+    bool good = stopWave() || errno == ENOENT;
     if (good) {
         session           use{*this};
         const std::string absolute = std::filesystem::absolute(path).string();
@@ -488,15 +482,15 @@ bool busModel::startWave(const std::filesystem::path& path)
 bool busModel::stopWave()
 {
     session    use{*this};
-    const bool good = use.usable();
-    if (good && state.recording) {
+    const bool good = use.usable() && state.recording;
+    if (good) {
         waveText last{state.waveOrigin, true, true};
         appendWave(last.take(state.now));
         state.recording = false;
         use.commit();
+    } else {
+        errno = use.usable() ? ENOENT : ENODEV;
     }
-    if (!good)
-        errno = ENODEV;
     return good;
 }
 

@@ -147,7 +147,8 @@ public:
 
     /// Records what goes over a bus, by all processes, as a VCD file (SCL, SDA) until stopped. @return false with errno
     virtual bool startWave(const std::string& busName, const std::filesystem::path& file) = 0;
-    virtual bool stopWave(const std::string& busName)                                     = 0;
+    /// @return false with errno, ENOENT when nothing is being recorded, also because the file was lost
+    virtual bool stopWave(const std::string& busName) = 0;
 };
 
 /// @param realTime  transactions also take their bus time

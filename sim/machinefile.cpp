@@ -63,12 +63,6 @@ std::string placeOf(const toml::source_region& region)
     return std::to_string(region.begin.line) + ":" + std::to_string(region.begin.column);
 }
 
-std::string hex(std::uint8_t address)
-{
-    constexpr std::string_view digits{"0123456789ABCDEF"};
-    return {'0', 'x', digits[address >> 4], digits[address & 15]};
-}
-
 bool isWord(std::string_view text)
 {
     constexpr std::string_view letters{"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_.-"};
@@ -327,7 +321,7 @@ void reader::checkPlace(const chipDescription& chip) const
         return other.kind == chipKind::hub && other.bus == chip.bus && other.address == chip.hub;
     });
     if (chip.behindHub && hub == machine.chips.end())
-        throw std::runtime_error{fileName + ":" + chip.place + ": key 'hub': no HUB922 at " + hex(chip.hub) +
+        throw std::runtime_error{fileName + ":" + chip.place + ": key 'hub': no HUB922 at " + addressText(chip.hub) +
                                  " on bus '" + machine.buses[chip.bus].name + "'"};
 }
 
@@ -341,7 +335,7 @@ void reader::checkChips() const
             throw std::runtime_error{fileName + ":" + chip.place + ": " + what};
         };
         if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, chip.address).second)
-            fail("a second chip at " + hex(chip.address));
+            fail("a second chip at " + addressText(chip.address));
         if (!chip.image.empty() && !images.insert(chip.image).second)
             fail("image '" + chip.image + "' belongs to another chip already");
     }
@@ -368,6 +362,12 @@ std::uint64_t mark(const std::string& text)
 }
 
 } // namespace
+
+std::string addressText(std::uint8_t address)
+{
+    constexpr std::string_view digits{"0123456789ABCDEF"};
+    return {'0', 'x', digits[address >> 4], digits[address & 15]};
+}
 
 std::string fullName(const busDescription& bus) { return bus.node.empty() ? bus.name : bus.node + ":" + bus.name; }
 
@@ -408,7 +408,8 @@ machineDescription parseMachine(std::string_view text, const std::string& fileNa
     machineDescription machine;
     if (const auto trouble = findTextTrouble(text))
         throw std::runtime_error{fileName + ":" + std::to_string(trouble->line) + ":" +
-                                 std::to_string(trouble->column) + ": " + std::string{trouble->what}};
+                                 std::to_string(trouble->column) + ": expected plain TOML, found " +
+                                 std::string{trouble->what}};
     try {
         const toml::table root = toml::parse(text, fileName);
         reader{fileName, machine}.read(root);

@@ -60,6 +60,9 @@ struct machineDescription {
 /// Name of a bus for people and faults: "BUS" on the local node, else "NODE:BUS".
 std::string fullName(const busDescription& bus);
 
+/// "0xA0": an address in the 8-bit form.
+std::string addressText(std::uint8_t address);
+
 /// Reads the text of a machine file. Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong".
 /// @param fileName  for error texts alone
 machineDescription parseMachine(std::string_view text, const std::string& fileName);

@@ -25,7 +25,7 @@ std::optional<found> checkHeader(std::string_view line)
         const std::size_t brackets = line.substr(begin).starts_with("[[") ? 2 : 1;
         const std::size_t name     = line.find_first_not_of(blank, begin + brackets);
         if (name == std::string_view::npos || namesBegin.find(line[name]) == std::string_view::npos)
-            trouble = found{begin, "expected the name of a table behind '['"};
+            trouble = found{begin, "a '[' without the name of a table"};
     }
     return trouble;
 }
@@ -37,9 +37,9 @@ std::optional<found> checkLine(std::string_view line)
     for (std::size_t i = 0; !trouble && i < line.size() && (quote != 0 || line[i] != '#'); ++i) {
         const char c = line[i];
         if (static_cast<unsigned char>(c) >= 0x80)
-            trouble = found{i, "only comments may have characters beyond ASCII"};
+            trouble = found{i, "a character beyond ASCII outside a comment"};
         else if (quote == 0 && (line.substr(i).starts_with("\"\"\"") || line.substr(i).starts_with("'''")))
-            trouble = found{i, "strings of several lines are not taken"};
+            trouble = found{i, "a string of several lines"};
         else if (quote == '"' && c == '\\')
             ++i;
         else if (quote == 0 ? c == '"' || c == '\'' : c == quote)

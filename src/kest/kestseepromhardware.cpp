@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "kestattribute.h"
 #include "kesterrorlog.h"
@@ -62,19 +63,20 @@ private:
 };
 
 struct seepromTransfer {
-    const direction&           way;
-    ErrlEntry*&                error;
-    const tavo_deviceaddress&  address;
-    unsigned int               offset;
-    const kest_attributeValue* attributes;
-    locationText               location{address};
-    kest_errorDetails          details{};
-    kest_deviceInfo            device{};
-    unsigned int               lengthWanted = 0;
-    unsigned int               lengthMoved  = 0;
-    std::uint32_t              mark         = 0; ///< the step that failed last
-    bool                       opened       = false;
-    mern_t                     handle       = MERN_INVALID;
+    const direction&                      way;
+    ErrlEntry*&                           error;
+    const tavo_deviceaddress&             address;
+    unsigned int                          offset;
+    const kest_attributeValue*            attributes;
+    locationText                          location{address};
+    kest_errorDetails                     details{};
+    kest_deviceInfo                       device{};
+    unsigned int                          lengthWanted = 0;
+    unsigned int                          lengthMoved  = 0;
+    std::unique_ptr<kest_deviceAddress[]> flatList{}; ///< attached to the details, freed after they are logged
+    std::uint32_t                         mark   = 0; ///< the step that failed last
+    bool                                  opened = false;
+    mern_t                                handle = MERN_INVALID;
 };
 
 void fail(seepromTransfer& transfer, std::uint32_t reason, std::uint32_t userData1 = 0)
@@ -85,11 +87,10 @@ void fail(seepromTransfer& transfer, std::uint32_t reason, std::uint32_t userDat
 /// Attaches the flattened chain, or traces that there is none.
 void attachChain(seepromTransfer& transfer)
 {
-    unsigned int              bytes = 0;
-    kest_deviceAddress* const flat  = KEST_flattenAddressList(transfer.device.addressList, &bytes);
-    if (flat != nullptr) {
-        // a flat list holds nothing to destroy: the log may delete it as an array of bytes
-        kest_attachUserDetails(transfer.details, flat, bytes, kest_dtlsAddressList, true);
+    unsigned int bytes = 0;
+    transfer.flatList.reset(KEST_flattenAddressList(transfer.device.addressList, &bytes));
+    if (transfer.flatList != nullptr) {
+        kest_attachUserDetails(transfer.details, transfer.flatList.get(), bytes, kest_dtlsAddressList, false);
     } else {
         trace_wobu_write_all(kest_trace, traceHash("no flat address list"), " %s", __LINE__, 0, transfer.way.name);
     }
@@ -227,7 +228,7 @@ void writeDevice(seepromTransfer& transfer, unsigned int* length, void* data)
         if (transfer.error == nullptr) {
             usleep(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000); // the last page's write cycle, ms to us
         }
-        *length = transfer.lengthMoved;
+        *length = std::min(transfer.lengthMoved, transfer.lengthWanted);
     }
 }
 

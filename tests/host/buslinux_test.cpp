@@ -69,7 +69,15 @@ INSTANTIATE_TEST_SUITE_P(
                     openFailure{EACCES, S_IFCHR, 0, EACCES}, openFailure{EPERM, S_IFCHR, 0, EACCES},
                     openFailure{ENODEV, S_IFCHR, 0, ENODEV}, openFailure{ENXIO, S_IFCHR, 0, ENODEV},
                     openFailure{0, S_IFREG, 0, ENOENT}, openFailure{0, S_IFIFO, 0, ENOENT},
-                    openFailure{0, S_IFCHR, ENOTTY, ENOSYS}, openFailure{0, S_IFCHR, ENODEV, ENODEV}));
+                    openFailure{0, S_IFCHR, ENOTTY, ENOSYS}, openFailure{0, S_IFCHR, ENODEV, ENODEV},
+                    openFailure{ESHUTDOWN, S_IFCHR, 0, ENODEV}, openFailure{ELOOP, S_IFCHR, 0, ENOENT},
+                    openFailure{ENAMETOOLONG, S_IFCHR, 0, ENOENT}, openFailure{EMFILE, S_IFCHR, 0, ENOMEM},
+                    openFailure{ENFILE, S_IFCHR, 0, ENOMEM}, openFailure{ENOMEM, S_IFCHR, 0, ENOMEM},
+                    openFailure{EINTR, S_IFCHR, 0, EIO}, openFailure{EAGAIN, S_IFCHR, 0, EIO},
+                    openFailure{EBUSY, S_IFCHR, 0, ETIME}, openFailure{EIO, S_IFCHR, 0, EIO},
+                    openFailure{EINVAL, S_IFCHR, 0, EIO}, openFailure{EDEADLK, S_IFCHR, 0, EIO},
+                    openFailure{0, S_IFCHR, EOPNOTSUPP, ENOSYS}, openFailure{0, S_IFCHR, EINTR, EIO},
+                    openFailure{0, S_IFCHR, EFAULT, EIO}, openFailure{0, S_IFCHR, ETIMEDOUT, ETIME}));
 
 TEST_F(LinuxBus, ReadsOffsetAndDataInOneCall)
 {

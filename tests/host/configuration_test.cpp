@@ -314,6 +314,11 @@ TEST_F(Configuration, SyntaxIsToldAndTheFirstFaultOfSeveral)
           "2:17: key 'max_clients': expected TOML, found Error while parsing value: could not determine value type"},
          {"state = \"a\"\nstate = \"b\"\n", "2:9: key 'state': expected TOML, found Error while parsing "
                                             "key-value pair: cannot redefine existing string 'state'"},
+         // The parser does the undefined with these.
+         {"state = \"a\"\n[[\n", "2:1: key '[[': expected plain TOML, found a '[' without the name of a table"},
+         {"state = \"\xC3\xBC\"\n",
+          "1:10: key 'state': expected plain TOML, found a character beyond ASCII outside a comment"},
+         {"state = \"\"\"\na\"\"\"\n", "1:9: key 'state': expected plain TOML, found a string of several lines"},
          // The first of several faults is told, whatever the order in which keys are looked at.
          {"machine.time = 1\nerrorlog.max_entries = 0\nzzz = 1",
           "1:16: key 'machine.time': expected \"fast\" or \"real\", found the integer 1"}});

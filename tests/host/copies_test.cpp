@@ -94,6 +94,20 @@ TEST_F(Copies, ReadsAtOrPastTheEndAreErrors)
     EXPECT_EQ("80001402: 7 1 4294967295 10", read(7, 1, 4294967295));
 }
 
+TEST_F(Copies, APartIsReadWithoutTheRest)
+{
+    bytes         part;
+    std::uint64_t sizeBytes = 0;
+    EXPECT_EQ(0, host::readCopyPart(8, 7, 2, part, sizeBytes));
+    EXPECT_EQ((bytes{7, 8}), part);
+    EXPECT_EQ(10U, sizeBytes);
+    EXPECT_EQ(0, host::readCopyPart(8, 11, 2, part, sizeBytes));
+    EXPECT_TRUE(part.empty());
+    EXPECT_EQ(10U, sizeBytes);
+    EXPECT_EQ(ENOENT, host::readCopyPart(9, 0, 2, part, sizeBytes));
+    EXPECT_EQ(0U, sizeBytes);
+}
+
 TEST_F(Copies, NoCopyIsNoDataAndNoError)
 {
     for (const unsigned int offset : {0U, 100U}) {

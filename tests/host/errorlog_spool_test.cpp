@@ -215,7 +215,19 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderMayNotBeWritten)
                   commitTold(1, "");
                   return otherSpoolText().empty() || wordsInLog() != words{1} || HasFailure() ? 1 : 0;
               }));
-    chmod((folder.path() / "state").c_str(), 0755);
+
+    chmod((folder.path() / "state").c_str(), 0777);
+    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state"))
+        chmod(file.path().c_str(), 0666);
+    EXPECT_EQ(0, inChild([&] {
+                  if (!dropRights())
+                      return 2;
+                  commitEntry(2);
+                  EXPECT_EQ((words{2, 1}), wordsInLog());
+                  EXPECT_EQ("", otherSpoolText()) << "the entry has moved into the store";
+                  EXPECT_EQ("", host::checkStore());
+                  return HasFailure() ? 1 : 0;
+              }));
 }
 
 TEST_F(Spool, IsNotTakenFromAFolderThatOthersMayWrite)

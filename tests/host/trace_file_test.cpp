@@ -1,12 +1,17 @@
 /// Rings in files: after a crash, beside the living, across fork, and files that others have tampered with.
 #include <algorithm>
+#include <array>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include "platform/host/trace/ringfile.h"
+#include "platform/registry.h"
+#include "tests/host/host_support.h"
 #include "tests/host/trace_support.h"
 
 namespace kest::test
@@ -102,6 +107,38 @@ TEST(TraceFile, ProcessIsReadOverAllItsBuffersInOrder)
         if (record.buffer.starts_with("order"))
             texts.push_back(record.buffer.substr(5) + record.text);
     EXPECT_EQ((std::vector<std::string>{"One0", "Two1", "One2", "Two3", "One4", "Two5"}), texts);
+}
+
+/// Runs in a process of its own, which nobody told where its trace goes.
+TEST(TraceFileOfAFreshProcess, DISABLED_WhoseEndIsSudden)
+{
+    trace_wobu_descriptor ring = newRing("sudden");
+    trace_wobu_write_all(ring, 1, "before", 1, 0);
+    std::array<char, 16> buffer{};
+    unsigned int         size = 16;
+    EXPECT_EQ(nullptr, UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr));
+    trace_wobu_write_all(ring, 1, "after", 1, 0);
+    raise(SIGKILL);
+}
+
+TEST(TraceFileOfAFreshProcess, IsReadableAfterItsSuddenEnd)
+{
+    const HostFolder  folder;
+    const std::string config  = folder.write("other.toml", "trace.folder = \"lines\"").string();
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    const std::string command =
+        "KEST_CONFIG=" + config + " exec " KEST_TEST_EMULATOR " " + program +
+        " --gtest_also_run_disabled_tests --gtest_filter=TraceFileOfAFreshProcess.DISABLED_* > " +
+        (folder.path() / "said").string();
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    std::vector<std::string> texts;
+    for (const host::ringInfo& info : host::listRings(folder.path() / "lines")) {
+        EXPECT_FALSE(info.alive);
+        if (info.buffer == "sudden")
+            texts = textsOf(host::readRing(info.file).records);
+    }
+    EXPECT_EQ((std::vector<std::string>{"before", "after"}), texts);
 }
 
 TEST(TraceFile, ChildOfAForkStopsSharing)

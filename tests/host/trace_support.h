@@ -14,17 +14,10 @@
 #include "platform/host/trace/reader.h"
 #include "platform/host/trace/rings.h"
 #include "platform/trace.h"
+#include "tests/sanitizers.h"
 
 namespace kest::test
 {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool underSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool underSanitizer = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool underSanitizer = false;
-#endif
 
 /// A ring of the test's own; each name makes one per process.
 inline trace_wobu_descriptor newRing(const char* name, unsigned size = 8092)

@@ -8,6 +8,9 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/platform/scripted.h"
 
@@ -559,147 +562,139 @@ std::vector<Routine> framedRoutines()
              }}};
 }
 
-/// Module and reason of a step's failure with EIO.
-std::pair<int, int> failureOf(char step)
+/// A step on the bus: what its failure with EIO is told as, and how its outcomes are scripted.
+struct BusStep {
+    std::pair<int, int> told; ///< module and reason
+    void (*succeeds)(Platform&, const Bytes& input);
+    void (*fails)(Platform&);
+};
+
+const BusStep& busStep(char step)
 {
-    switch (step) {
-    case 'o':
-        return {11, 0x130C};
-    case 'w':
-        return {18, 0x1314};
-    case 'r':
-        return {13, 0x1312};
-    case 'c':
-        return {19, 0x1317};
-    default:
-        return {12, 0x130E};
-    }
+    static const std::map<char, BusStep> steps{
+        {'o', // without a handle there is nothing to capture
+         {{11, 0x130C}, [](Platform& p, const Bytes&) { p.opens(); }, [](Platform& p) { p.failsOpen(EIO); }}},
+        {'w',
+         {{18, 0x1314},
+          [](Platform& p, const Bytes&) { p.writes(); },
+          [](Platform& p) { p.failsWrite(EIO).capturesFfdc(); }}},
+        {'r', // the detect state is asked for
+         {{13, 0x1312},
+          [](Platform& p, const Bytes& input) { p.reads(input); },
+          [](Platform& p) { p.failsRead(EIO).capturesFfdc().configuresReading(word(3)); }}},
+        {'c',
+         {{19, 0x1317},
+          [](Platform& p, const Bytes&) { p.closes(); },
+          [](Platform& p) { p.failsClose(EIO).capturesFfdc(); }}},
+    };
+    static const BusStep configuration{{12, 0x130E},
+                                       [](Platform& p, const Bytes&) { p.configures(); },
+                                       [](Platform& p) { p.failsConfig(EIO).capturesFfdc(); }};
+    const auto           found = steps.find(step);
+    return found == steps.end() ? configuration : found->second;
 }
 
-void scriptStep(Platform& platform, char step, const Bytes& input)
-{
-    switch (step) {
-    case 'o':
-        platform.opens();
-        break;
-    case 'w':
-        platform.writes();
-        break;
-    case 'r':
-        platform.reads(input);
-        break;
-    case 'c':
-        platform.closes();
-        break;
-    default:
-        platform.configures();
-    }
-}
+/// One run of a routine: the step that fails, and which of the clean-up behind it does.
+struct FailingRun {
+    Routine     routine;
+    std::size_t step; ///< the number of steps: none fails
+    bool        unlockFails, closeFails;
 
-void scriptFailure(Platform& platform, char step)
-{
-    switch (step) {
-    case 'o':
-        platform.failsOpen(EIO);
-        return; // no handle, no capture
-    case 'w':
-        platform.failsWrite(EIO);
-        break;
-    case 'r':
-        platform.failsRead(EIO);
-        break;
-    case 'c':
-        platform.failsClose(EIO);
-        break;
-    default:
-        platform.failsConfig(EIO);
+    bool        opened() const { return step > 0; }
+    bool        locked() const { return step > 3; }
+    bool        possible() const { return (locked() || !unlockFails) && (opened() || !closeFails); }
+    bool        inStep() const { return step < routine.steps.size(); }
+    std::string failures() const ///< in the order of their failing
+    {
+        return (inStep() ? routine.steps.substr(step, 1) : "") + (unlockFails ? "u" : "") + (closeFails ? "c" : "");
     }
-    platform.capturesFfdc();
-    if (step == 'r') {
-        platform.configuresReading(word(3)); // the detect state is asked for
+    void script(Platform& platform) const
+    {
+        const Bytes input(routine.module == 25 ? 4 : 1, 0);
+        for (const char done : routine.steps.substr(0, step)) {
+            busStep(done).succeeds(platform, input);
+        }
+        if (inStep()) {
+            busStep(routine.steps[step]).fails(platform);
+        }
+        if (locked()) {
+            unlockFails ? busStep('u').fails(platform) : busStep('u').succeeds(platform, {});
+        }
+        if (opened()) {
+            closeFails ? busStep('c').fails(platform) : busStep('c').succeeds(platform, {});
+        }
     }
-}
+};
 
-/// Every step failing, with and without failures of the unlock and the close behind it: the first entry comes back, later ones are committed.
-TEST_F(Registers, FirstFailureComesBackAndLaterOnesAreCommitted)
+std::vector<FailingRun> failingRuns()
 {
-    int cases = 0;
+    std::vector<FailingRun> runs;
     for (const Routine& routine : framedRoutines()) {
-        for (std::size_t failing = 0; failing <= routine.steps.size(); ++failing) {
-            for (const int late : {0, 1, 2, 3}) { // bit 0: unlock fails; bit 1: close fails
-                restart();
-                become(0x9552);
-                const bool opened      = failing > 0;
-                const bool locked      = failing > 3;
-                const bool unlockFails = (late & 1) != 0;
-                const bool closeFails  = (late & 2) != 0;
-                if ((unlockFails && !locked) || (closeFails && !opened)) {
-                    continue;
-                }
-                SCOPED_TRACE(testing::Message() << routine.name << " step " << failing << " late " << late);
-                ++cases;
-                std::vector<char> failures;
-                const Bytes       input(routine.module == 25 ? 4 : 1, 0);
-                for (std::size_t step = 0; step < std::min(failing, routine.steps.size()); ++step) {
-                    scriptStep(platform, routine.steps[step], input);
-                }
-                if (failing < routine.steps.size()) {
-                    scriptFailure(platform, routine.steps[failing]);
-                    failures.push_back(routine.steps[failing]);
-                }
-                if (locked) {
-                    unlockFails ? scriptFailure(platform, 'u') : scriptStep(platform, 'u', {});
-                }
-                if (opened) {
-                    closeFails ? scriptFailure(platform, 'c') : scriptStep(platform, 'c', {});
-                }
-                if (unlockFails) {
-                    failures.push_back('u');
-                }
-                if (closeFails) {
-                    failures.push_back('c');
-                }
-
-                const std::unique_ptr<ErrlEntry> entry{routine.call(&request)};
-                ASSERT_EQ(!failures.empty(), entry != nullptr);
-                EXPECT_EQ(0, platform.openHandles());
-                EXPECT_EQ(0, platform.heldLocks());
-                if (failures.empty()) {
-                    EXPECT_EQ(0, platform.entryCount());
-                    continue;
-                }
-                const EntryRecord& first = platform.entry(entry.get());
-                ASSERT_EQ(1U, first.srcs.size());
-                EXPECT_EQ(failureOf(failures[0]), (std::pair<int, int>{first.srcs[0].module, first.srcs[0].reason}));
-                EXPECT_TRUE(first.commits.empty());
-                // A step names itself in the entry; a clean-up step that is the only failure does not.
-                const bool inStep      = failing < routine.steps.size();
-                const bool inOperation = inStep && failing > 3;
-                EXPECT_EQ(inStep ? (inOperation ? 2U : 1U) : 0U, first.softwareErrors.size());
-                if (inStep) {
-                    EXPECT_EQ(routine.module, first.softwareErrors.back().word1);
-                    EXPECT_NE(0, first.softwareErrors.back().word2);
-                    EXPECT_EQ(first.returnCode, first.softwareErrors.back().returnCode);
-                }
-                // What failed later is kept for service, in the order of its failing.
-                std::vector<std::pair<int, int>> expected, committed;
-                for (std::size_t i = 1; i < failures.size(); ++i) {
-                    expected.push_back(failureOf(failures[i]));
-                }
-                for (int number = 1; number <= platform.entryCount(); ++number) {
-                    const EntryRecord& record = platform.entry(number);
-                    if (record.commits == std::vector<Commit>{{0x1300, 0x4000}} && record.srcs[0].module != 41) {
-                        committed.emplace_back(record.srcs.at(0).module, record.srcs.at(0).reason);
-                        EXPECT_TRUE(record.deleted);
-                    }
-                }
-                EXPECT_EQ(expected, committed);
-                // A lock that could not be let go is told by the device's end, too.
-                EXPECT_EQ(static_cast<int>(expected.size()) + (unlockFails ? 1 : 0), platform.commits());
+        for (std::size_t step = 0; step <= routine.steps.size(); ++step) {
+            for (const int late : {0, 1, 2, 3}) {
+                runs.push_back({routine, step, (late & 1) != 0, (late & 2) != 0});
             }
         }
     }
-    EXPECT_EQ(116, cases);
+    std::erase_if(runs, [](const FailingRun& run) { return !run.possible(); });
+    return runs;
+}
+
+/// The entry that comes back. A step names itself in it; a clean-up step that is the only failure does not.
+void expectFirst(const FailingRun& run, const EntryRecord& entry)
+{
+    ASSERT_EQ(1U, entry.srcs.size());
+    EXPECT_EQ(busStep(run.failures()[0]).told, (std::pair<int, int>{entry.srcs[0].module, entry.srcs[0].reason}));
+    EXPECT_TRUE(entry.commits.empty());
+    const bool inOperation = run.inStep() && run.step > 3;
+    ASSERT_EQ(run.inStep() ? (inOperation ? 2U : 1U) : 0U, entry.softwareErrors.size());
+    if (run.inStep()) {
+        EXPECT_EQ(run.routine.module, entry.softwareErrors.back().word1);
+        EXPECT_NE(0, entry.softwareErrors.back().word2);
+        EXPECT_EQ(entry.returnCode, entry.softwareErrors.back().returnCode);
+    }
+}
+
+/// What failed later is kept for service, in the order of its failing.
+void expectLater(const FailingRun& run, const Platform& platform)
+{
+    std::vector<std::pair<int, int>> expected, committed;
+    for (const char step : run.failures().substr(1)) {
+        expected.push_back(busStep(step).told);
+    }
+    for (int number = 1; number <= platform.entryCount(); ++number) {
+        const EntryRecord& record = platform.entry(number);
+        if (record.commits == std::vector<Commit>{{0x1300, 0x4000}} && record.srcs.at(0).module != 41) {
+            committed.emplace_back(record.srcs.at(0).module, record.srcs.at(0).reason);
+            EXPECT_TRUE(record.deleted);
+        }
+    }
+    EXPECT_EQ(expected, committed);
+    // A lock that could not be let go is told by the device's end, too.
+    EXPECT_EQ(static_cast<int>(expected.size()) + (run.unlockFails ? 1 : 0), platform.commits());
+}
+
+/// Every step failing, with and without failures of the unlock and the close behind it.
+TEST_F(Registers, FirstFailureComesBackAndLaterOnesAreCommitted)
+{
+    const std::vector<FailingRun> runs = failingRuns();
+    EXPECT_EQ(116U, runs.size());
+    for (const FailingRun& run : runs) {
+        SCOPED_TRACE(testing::Message() << run.routine.name << " step " << run.step << " fails: " << run.failures());
+        restart();
+        become(0x9552);
+        run.script(platform);
+        const std::unique_ptr<ErrlEntry> entry{run.routine.call(&request)};
+        ASSERT_EQ(!run.failures().empty(), entry != nullptr);
+        EXPECT_EQ(0, platform.openHandles());
+        EXPECT_EQ(0, platform.heldLocks());
+        if (entry) {
+            expectFirst(run, platform.entry(entry.get()));
+            expectLater(run, platform);
+        } else {
+            EXPECT_EQ(0, platform.entryCount());
+        }
+    }
 }
 
 TEST_F(Registers, EntryOfAFailedCleanUpIsTakenOverByANewOne)
@@ -755,13 +750,14 @@ TEST_F(Registers, HubResetFailingAtAnyStepLeavesTheHandleOpen)
         restart();
         become(0x9552);
         for (std::size_t step = 0; step < failing; ++step) {
-            scriptStep(platform, steps[step], hex("00 00 00 00"));
+            busStep(steps[step]).succeeds(platform, hex("00 00 00 00"));
         }
-        scriptFailure(platform, steps[failing]);
+        busStep(steps[failing]).fails(platform);
         const std::unique_ptr<ErrlEntry> entry{Write_922Hub_Reset(&request, operationOf(1), 0x8000, 0, &hubHandle)};
         ASSERT_NE(nullptr, entry) << failing;
         const EntryRecord& record = platform.entry(entry.get());
-        EXPECT_EQ(failureOf(steps[failing]), (std::pair<int, int>{record.srcs.at(0).module, record.srcs.at(0).reason}));
+        EXPECT_EQ(busStep(steps[failing]).told,
+                  (std::pair<int, int>{record.srcs.at(0).module, record.srcs.at(0).reason}));
         EXPECT_EQ(37, record.softwareErrors.back().word1);
         EXPECT_EQ(std::string::npos, platform.calls().find("mern_iic_close"));
         EXPECT_EQ(0, platform.commits());

@@ -83,23 +83,6 @@ TEST(KestDeviceTypes, HaveTheirNumbers)
     EXPECT_EQ(370U, KEST_DEV_172);
 }
 
-TEST(KestDeviceTypes, BothSpellingsNameTheSame)
-{
-    kest::kest_deviceAddress* list = nullptr;
-    kest::KEST_addDevAddress(0xA0, kest::KEST_DEV_75, 0, &list);
-    const ::kest_deviceType type = ::KEST_DEV_75;
-    EXPECT_EQ(type, list->type);
-    EXPECT_EQ(0U, ::kest_checkAddressList(list));
-    ::KEST_deleteDevAddress(&list, true);
-    EXPECT_EQ(&::KEST_setAttribute, &kest::KEST_setAttribute);
-    EXPECT_EQ(&::KEST_seepromRead, &kest::KEST_seepromRead);
-    EXPECT_EQ(&::KEST_seepromWrite, &kest::KEST_seepromWrite);
-    EXPECT_EQ(&::KEST_detectDevice, &kest::KEST_detectDevice);
-    EXPECT_EQ(&::KEST_miscFmtAndDump, &kest::KEST_miscFmtAndDump);
-    EXPECT_EQ(&::KEST_thermal_sensor_read_temperature_data, &kest::KEST_thermal_sensor_read_temperature_data);
-    EXPECT_EQ(&::kestProcessMsg, &kest::kestProcessMsg);
-}
-
 TEST(KestDeviceTypes, SeepromsHaveTheirPageSizes)
 {
     const auto pageSize = [](std::uint32_t type) { return kest::kest_pageSize(static_cast<kest_deviceType>(type)); };

@@ -55,13 +55,23 @@ kest_errorDetails everything()
     return details;
 }
 
-TEST_F(KestErrorLog, MakesTheTraceBufferAtLoad)
+TEST_F(KestErrorLog, MakesTheTraceBufferAtLoadAndRegistersForUnload)
 {
     EXPECT_EQ(R"(
 trace_wobu_init_buffer("kest", 8092)
+__cxa_atexit(function, null, library)
 )",
               platform.loadLog());
     EXPECT_NE(nullptr, kest_trace);
+}
+
+TEST_F(KestErrorLog, LeavesTheTraceBufferAloneAtUnload)
+{
+    const trace_wobu_descriptor atLoad = kest_trace;
+    ASSERT_NE(nullptr, platform.exitHandler());
+    platform.exitHandler()(nullptr);
+    EXPECT_EQ("\n", platform.log());
+    EXPECT_EQ(atLoad, kest_trace);
 }
 
 TEST_F(KestErrorLog, AnEmptyRecordDoesNothing)

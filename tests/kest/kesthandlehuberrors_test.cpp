@@ -117,8 +117,21 @@ TEST_F(HubErrors, PreviousStatusFailingAtEachStep)
             EXPECT_EQ(story.text, platform.calls()) << error << " at " << failing;
             EXPECT_NE(nullptr, errl);
             EXPECT_EQ(line("\n %%s \"kest_read922HubPrevCmdStatus\"\n"), hubTraces(platform));
+            EXPECT_EQ(77U, answer);
         }
     }
+}
+
+TEST_F(HubErrors, AStatusReadThatEndsInADeadlockIsNoSuccess)
+{
+    Story      story{platform};
+    const auto calls = statusRead(theBlock, 0);
+    story.does({calls[0], calls[1]}).fails(calls[2], 35);
+    unsigned int answer = 77;
+    kest_read922HubPrevCmdStatus(handle, &answer, errl);
+    EXPECT_EQ(story.text, platform.calls());
+    EXPECT_EQ(nullptr, errl); // committed below
+    EXPECT_EQ(255U, answer);
 }
 
 TEST_F(HubErrors, ErrorStatusIsCommandedAndRead)

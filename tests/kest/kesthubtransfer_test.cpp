@@ -798,6 +798,7 @@ TEST_F(HubTransfer, WithoutMemoryForTheBufferNothingIsTransferred)
         EXPECT_EQ((std::vector<Callout>{{1, 4}}), platform.entry(1).callouts);
         EXPECT_TRUE(platform.written().empty());
         EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_read(h1, 5)"));
+        EXPECT_EQ(operation == 1, platform.layerCalls() == "\n"); // a write takes its buffer ahead of the device
     }
 }
 

@@ -22,6 +22,14 @@ struct KestResetRetry : PlatformTest {
 
     ~KestResetRetry() override { delete entry; }
 
+    void nextRound()
+    {
+        delete entry;
+        platform.reset();
+        handle = platform.openHandle();
+        entry  = platform.makeEntry();
+        length = 8;
+    }
     void retry(int operation) { kest_wobuResetRetry(handle, entry, &length, data.data(), operation); }
 };
 
@@ -88,6 +96,7 @@ TEST_F(KestResetRetry, AWriteThatFailsAgainJoinsTheFirstFailure)
                   softwareError(1, 0x40001311, 31, 1641),
               platform.calls());
     EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%d\", \"kest_wobuResetRetry\", 1)"));
+    EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%x\", \"kest_wobuResetRetry\", 0x40001311)"));
     EXPECT_NE(nullptr, entry);
     EXPECT_EQ(2u, length);
 }
@@ -107,10 +116,7 @@ TEST_F(KestResetRetry, AResetThatFailsJoinsTheFirstFailureWithoutATransfer)
 {
     for (int error = 0; error <= 133; ++error) {
         SCOPED_TRACE(error);
-        platform.reset();
-        handle = platform.openHandle();
-        entry  = platform.makeEntry();
-        length = 8;
+        nextRound();
         platform.failsReset(error).capturesFfdc();
         retry(0);
         // one class for every errno, a deadlock included
@@ -126,10 +132,15 @@ TEST_F(KestResetRetry, AResetThatFailsJoinsTheFirstFailureWithoutATransfer)
         EXPECT_NE(nullptr, entry);
         EXPECT_EQ(8u, length);
         EXPECT_EQ(0, platform.commits());
-        delete entry;
-        entry = nullptr;
-        platform.verify();
     }
+}
+
+TEST_F(KestResetRetry, AResetIsFailedByANegativeResultAlone)
+{
+    platform.failsReset(5, 1).reads(counting(8));
+    retry(0);
+    EXPECT_EQ("\nmern_iic_reset(h1, 1)\nmern_iic_read(h1, 8)\n", platform.layerCalls());
+    EXPECT_EQ(nullptr, entry);
 }
 
 TEST_F(KestResetRetry, ARetryThatEndsInADeadlockCountsAsDone)
@@ -151,10 +162,7 @@ TEST_F(KestResetRetry, ARetryThatEndsInADeadlockCountsAsDone)
 TEST_F(KestResetRetry, AnyOtherOperationOnlyResets)
 {
     for (const int operation : {-1, 2, 100}) {
-        platform.reset();
-        handle = platform.openHandle();
-        entry  = platform.makeEntry();
-        length = 8;
+        nextRound();
         platform.resets();
         retry(operation);
         EXPECT_EQ(R"(

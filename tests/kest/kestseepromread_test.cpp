@@ -168,8 +168,6 @@ TEST_F(KestSeepromHardwareRead, ATimeOutIsRescuedByAReset)
 
 TEST_F(KestSeepromHardwareRead, TheRetryNeitherSeeksNorConfigures)
 {
-    scriptSteps();
-    again();
     const std::vector<Step> all = steps();
     for (std::size_t at = 0; at + 1 < all.size(); ++at) {
         all[at].succeeds(platform);

@@ -105,6 +105,15 @@ TEST_F(KestSeepromHardwareWrite, ADeadlockCountsAsDone)
     EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps());
 }
 
+TEST_F(KestSeepromHardwareWrite, ADeadlockNeverTellsMoreThanWasAskedFor)
+{
+    opened().writesShort(-1, 35).capturesFfdc().closes();
+    writeStart();
+    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(1, platform.commits());
+    EXPECT_EQ(4u, length);
+}
+
 // --- one reset and retry ----------------------------------------------------------------------------------------------------------
 
 TEST_F(KestSeepromHardwareWrite, ATimeOutIsRescuedByAReset)

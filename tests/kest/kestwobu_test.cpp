@@ -144,6 +144,19 @@ TEST_F(KestWobu, EveryWrapperIsSilentOnSuccess)
     }
 }
 
+TEST_F(KestWobu, AResultAboveZeroIsASuccessWhateverErrnoSays)
+{
+    mern_t        handle  = platform.openHandle();
+    ErrlEntry*    entry   = nullptr;
+    std::uint32_t address = 0xA0;
+    platform.failsConfig(5, 1).failsSeek(5, 1).failsClose(5, 1);
+    kest_wobuConfig(handle, entry, 2, WOBU_IIC_TARGET, &address, 4);
+    kest_wobuSeek(handle, entry, 7, 0);
+    kest_wobuClose(handle, entry);
+    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ("\nmern_iic_config(h1, 2, 3, 0xA0)\nmern_iic_seek(h1, 7, 0)\nmern_iic_close(h1)\n", platform.events());
+}
+
 TEST_F(KestWobu, EveryWrapperExtendsAnEntryThatIsThere)
 {
     for (const Wrapper& wrapper : wrappers()) {
@@ -490,6 +503,16 @@ TEST_F(KestWobuOpen, RefusesAnUnknownNodeWithoutOpening)
               platform.traces());
 }
 
+TEST_F(KestWobuOpen, RefusesANullNode)
+{
+    kest_wobuOpen(handle, entry, "/dev/i2c-1", nullptr);
+    EXPECT_EQ("\nMernInitialize(0x80000000)\n" + newEntry(1, {27, 0x1318}) + returnCode(1, 0x80001318) + callout(1),
+              platform.calls());
+    EXPECT_EQ("\ntrace(0xFB05D709, \" %s\", \"KEST_convert_str_to_MernNodeId\")\n"
+              "trace(0x0528C5DF, \" %s,%s\", \"kest_wobuOpen\", \"\")\n",
+              platform.traces());
+}
+
 TEST_F(KestWobuOpen, KnowsAnInvalidHandleByItsFirstFiveWords)
 {
     mern_t other = MERN_INVALID;
@@ -530,94 +553,6 @@ TEST_F(KestWobuOpen, KnowsNoOtherNodeName)
         delete entry;
         entry = nullptr;
     }
-}
-
-// --- first-failure data -----------------------------------------------------------------------------------------------------------
-
-struct KestWobuFfdc : PlatformTest {
-    mern_t       handle = platform.openHandle();
-    ErrlEntry*   entry  = nullptr;
-    void*        data   = nullptr;
-    unsigned int size   = 0;
-
-    ~KestWobuFfdc() override { delete entry; }
-};
-
-TEST_F(KestWobuFfdc, EachStepTellsEveryErrno)
-{
-    for (const bool extract : {true, false}) {
-        const char* const name   = extract ? "kest_wobuFFDCExtract" : "kest_wobuFFDCUnlock";
-        const unsigned    reason = extract ? 0x1310 : 0x130F;
-        for (int error = 0; error <= 133; ++error) {
-            SCOPED_TRACE(line("%s errno %d", name, error));
-            platform.reset();
-            handle = platform.openHandle();
-            if (extract) {
-                platform.failsFfdcExtract(error);
-            } else {
-                platform.failsFfdcUnlock(error);
-            }
-            const std::uint32_t result =
-                extract ? kest_wobuFFDCExtract(handle, entry, &data, &size) : kest_wobuFFDCUnlock(handle, entry, 0);
-            const bool          software = blamesSoftware(error);
-            const std::uint32_t code     = software ? 0x80000000 | reason : reason;
-            EXPECT_EQ(code, result);
-            EXPECT_EQ((extract ? "\nmern_iic_ffdc_extract(h1, 0)\n" : "\nmern_iic_ffdc_unlock(h1, 0)\n") +
-                          newEntry(1, {extract ? 9u : 10u, reason, static_cast<std::uint32_t>(error), 0xFFFFFFFF, 0, 0,
-                                       software ? 0x81u : 0x55u}) +
-                          returnCode(1, code) + callout(1),
-                      platform.calls());
-            EXPECT_EQ(
-                line("\ntrace(0x%08X, \" %%s,%%d\", \"%s\", %d)\n", extract ? 0x3A07606Du : 0x898D7F6Cu, name, error) +
-                    (error == 19 ? line("trace(0x05B69EAF, \" %%s\", \"%s\")\n", name) : ""),
-                platform.traces());
-            EXPECT_EQ(0u, size);
-            delete entry;
-            entry = nullptr;
-            platform.verify();
-            ASSERT_FALSE(HasFailure());
-        }
-    }
-}
-
-TEST_F(KestWobuFfdc, ExtractGivesTheLayersBufferAway)
-{
-    platform.extractsFfdc(hex("01 02 03"));
-    EXPECT_EQ(0u, kest_wobuFFDCExtract(handle, entry, &data, &size));
-    EXPECT_EQ(nullptr, entry);
-    ASSERT_EQ(3u, size);
-    EXPECT_EQ(hex("01 02 03"), Bytes(static_cast<std::uint8_t*>(data), static_cast<std::uint8_t*>(data) + 3));
-    EXPECT_EQ("\nmern_iic_ffdc_extract(h1, 0)\n", platform.calls());
-    EXPECT_EQ("\ntrace(0x225681C0, \" %s,%d\", \"kest_wobuFFDCExtract\", 3)\n", platform.traces());
-    tavo_util_free(&data);
-}
-
-TEST_F(KestWobuFfdc, ExtractGivesASingleByte)
-{
-    platform.extractsFfdc(hex("7f"));
-    EXPECT_EQ(0u, kest_wobuFFDCExtract(handle, entry, &data, &size));
-    EXPECT_EQ(1u, size);
-    tavo_util_free(&data);
-}
-
-TEST_F(KestWobuFfdc, ExtractOfNothingLeavesTheSize)
-{
-    platform.extractsNoFfdc();
-    size = 77;
-    EXPECT_EQ(0u, kest_wobuFFDCExtract(handle, entry, &data, &size));
-    EXPECT_EQ(77u, size);
-    EXPECT_EQ("\n" + std::string(noFfdcTrace), platform.traces());
-}
-
-TEST_F(KestWobuFfdc, UnlockTracesItselfOnlyWhenAsked)
-{
-    platform.unlocksFfdc();
-    EXPECT_EQ(0u, kest_wobuFFDCUnlock(handle, entry, 0));
-    EXPECT_EQ("\nmern_iic_ffdc_unlock(h1, 0)\n", platform.log());
-    platform.clearLog();
-    platform.unlocksFfdc();
-    EXPECT_EQ(0u, kest_wobuFFDCUnlock(handle, entry, 1));
-    EXPECT_EQ("\ntrace(0x0D21BD6B, \" %s\", \"kest_wobuFFDCUnlock\")\nmern_iic_ffdc_unlock(h1, 0)\n", platform.log());
 }
 
 // --- configuration block ----------------------------------------------------------------------------------------------------------
@@ -699,6 +634,14 @@ TEST_F(KestWobu, BlockOfAHubTakesThePageOfTheDeviceBehindIt)
     device.type = KEST_DEV_172;
     EXPECT_EQ("400 80 0 1200 15 0 FFFD0001 1000", blockOf(hub, 0, false, defaults, 3));
     EXPECT_EQ("400 80 0 1200 15 0 FFFD0001 1000", blockOf(hub, 0, false, defaults, -1));
+}
+
+TEST_F(KestWobu, BlockOfAHubTakesThePageOfTheLastDeviceOfAll)
+{
+    kest_deviceAddress device{0xA2, KEST_DEV_SEEPROM_512K, 0, nullptr};
+    kest_deviceAddress second{0x82, KEST_DEV_922HUB, 1, &device};
+    kest_deviceAddress hub{0x80, KEST_DEV_922HUB, 3, &second};
+    EXPECT_EQ("400 80 4 1200 15 128 FFFD0001 1000", blockOf(hub, 256, true, defaults, 2));
 }
 
 TEST_F(KestWobu, BlockOfAnF0HubKnowsNothingOfTheDeviceBehindIt)

@@ -8,6 +8,7 @@
 
 #include "kesttrace.h"
 #include "tests/platform/scripted.h"
+#include "tests/sanitizers.h"
 
 using namespace scripted;
 
@@ -18,8 +19,8 @@ namespace
 class ScriptedPlatform : public ::testing::Test
 {
 protected:
-    ScriptedPlatform() { platform.reset(); }
-    ~ScriptedPlatform() override { platform.reset(); }
+    ScriptedPlatform() { platform.forget(); }
+    ~ScriptedPlatform() override { platform.forget(); }
     Platform& platform = Platform::instance();
 };
 
@@ -42,6 +43,18 @@ TEST_F(ScriptedPlatform, FailsOnAnAnswerLeftOver)
 {
     platform.seeks(2);
     EXPECT_NONFATAL_FAILURE(it().verify(), "2 scripted answer(s) of mern_iic_seek were not asked for");
+}
+
+TEST_F(ScriptedPlatform, FailsAtAResetOnWhatIsLeftAndForgetsIt)
+{
+    platform.seeks(2);
+    EXPECT_NONFATAL_FAILURE(it().reset(), "2 scripted answer(s) of mern_iic_seek were not asked for");
+    platform.reset(); // nothing left to complain of
+    EXPECT_EQ(nullptr, buffer);
+    buffer = platform.makeBuffer(counting(3));
+    platform.forget();
+    platform.verify();
+    buffer = nullptr;
 }
 
 TEST_F(ScriptedPlatform, FailsOnAHandleThatIsNotClosed)
@@ -107,7 +120,7 @@ TEST_F(ScriptedPlatform, FailsOnAnEntryThatIsNotDeleted)
 
 TEST_F(ScriptedPlatform, FailsOnTheWrongDeletionAndOnNone)
 {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef KEST_ADDRESS_SANITIZER
     GTEST_SKIP() << "the address sanitizer does it";
 #else
     void* const block = ::operator new(4, std::nothrow);

@@ -284,16 +284,26 @@ protected:
         }
     }
 
+    /// A failing close makes an entry of its own, which never comes to the caller.
     void closeFailuresStayBehind()
     {
-        scriptSteps();
-        platform.failsClose(5).capturesFfdc();
-        transferSteps();
-        EXPECT_EQ("\n" + mallocLine(32) + stepLines() + (reads ? "" : "usleep(15000)\n") + "mern_iic_close(h1)\n" +
-                      failureLines(1, failure({19, 0x1316, 0x1317, false, 0, 0, 0}, 5)) + secondaryCommit(1),
-                  platform.calls());
-        EXPECT_EQ(nullptr, error);
-        EXPECT_EQ(32u, length);
+        const struct {
+            int           error;
+            unsigned      subsystem;
+            std::uint32_t returnCode;
+        } rows[] = {{5, 0x55, 0x00001317}, {6, 0x55, 0x00001317}, {19, 0x81, 0x80001317}};
+        for (const auto& row : rows) {
+            again();
+            scriptSteps();
+            platform.failsClose(row.error).capturesFfdc();
+            transferSteps();
+            EXPECT_EQ("\n" + mallocLine(32) + stepLines() + (reads ? "" : "usleep(15000)\n") + "mern_iic_close(h1)\n" +
+                          newEntry(1, {19, 0x1317, static_cast<std::uint32_t>(row.error), 0, 0, 0, row.subsystem}) +
+                          returnCode(1, row.returnCode) + callout(1) + capture() + secondaryCommit(1),
+                      platform.calls());
+            EXPECT_EQ(nullptr, error);
+            EXPECT_EQ(32u, length);
+        }
     }
 
     void deadlockOfTheCloseIsCommittedByItself()
@@ -312,7 +322,7 @@ protected:
     {
         const std::vector<Step> all = steps();
         for (std::size_t failing = 1; failing < all.size(); ++failing) {
-            for (const int closeError : {5, 35}) {
+            for (const int closeError : {5, 6, 19, 35}) {
                 if (!all[failing].fails) {
                     continue;
                 }

@@ -117,7 +117,7 @@ Platform& Platform::configures(int times) { return queue(opConfig, done(), times
 Platform& Platform::configuresReading(const Bytes& value) { return queue(opConfig, gives(value)); }
 Platform& Platform::failsConfig(int error, int result) { return queue(opConfig, fails(error, result)); }
 Platform& Platform::seeks(int times) { return queue(opSeek, done(), times); }
-Platform& Platform::failsSeek(int error) { return queue(opSeek, fails(error)); }
+Platform& Platform::failsSeek(int error, int result) { return queue(opSeek, fails(error, result)); }
 Platform& Platform::reads(const Bytes& data) { return queue(opRead, gives(data)); }
 Platform& Platform::readsShort(const Bytes& data, int error) { return queue(opRead, gives(data, error)); }
 Platform& Platform::writes(int times)
@@ -126,13 +126,13 @@ Platform& Platform::writes(int times)
 }
 Platform& Platform::writesShort(int count, int error) { return queue(opWrite, fails(error, count)); }
 Platform& Platform::resets() { return queue(opReset, done()); }
-Platform& Platform::failsReset(int error) { return queue(opReset, fails(error)); }
+Platform& Platform::failsReset(int error, int result) { return queue(opReset, fails(error, result)); }
 Platform& Platform::closes() { return queue(opClose, done()); }
-Platform& Platform::failsClose(int error) { return queue(opClose, fails(error)); }
+Platform& Platform::failsClose(int error, int result) { return queue(opClose, fails(error, result)); }
 Platform& Platform::extractsFfdc(const Bytes& data) { return queue(opExtract, gives(data)); }
 Platform& Platform::failsFfdcExtract(int error) { return queue(opExtract, fails(error)); }
 Platform& Platform::unlocksFfdc() { return queue(opUnlock, done()); }
-Platform& Platform::failsFfdcUnlock(int error) { return queue(opUnlock, fails(error)); }
+Platform& Platform::failsFfdcUnlock(int error, int result) { return queue(opUnlock, fails(error, result)); }
 Platform& Platform::registryAnswers(const Bytes& value) { return queue(opRegistry, gives(value)); }
 Platform& Platform::failsRegistry(const EntryShape& entry) { return queue(opRegistry, answersEntry(entry)); }
 Platform& Platform::readsCopy(const Bytes& data) { return queue(opCopyRead, gives(data)); }
@@ -247,7 +247,8 @@ void Platform::clearLog()
     m_impl->sleeps.clear();
 }
 
-std::string                     Platform::loadLog() const { return m_impl->loadLog; }
+std::string Platform::loadLog() const { return m_impl->loadLog; }
+void (*Platform::exitHandler() const)(void*) { return m_impl->exitHandler; }
 const std::vector<TraceRecord>& Platform::traceRecords() const { return m_impl->traceRecords; }
 const std::vector<ConfigCall>&  Platform::configs() const { return m_impl->configs; }
 const std::vector<Bytes>&       Platform::written() const { return m_impl->written; }
@@ -315,6 +316,15 @@ void Platform::verify()
 }
 
 void Platform::reset()
+{
+    {
+        SCOPED_TRACE("left by what came before this reset");
+        verify();
+    }
+    forget();
+}
+
+void Platform::forget()
 {
     const std::scoped_lock lock{m_impl->mutex};
     if (!m_impl->loaded) {

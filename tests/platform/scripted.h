@@ -48,7 +48,7 @@ enum Kind : unsigned {
     kindSleep    = 1U << 7,  ///< usleep
     kindTrace    = 1U << 8,  ///< traces but entry and exit
     kindScope    = 1U << 9,  ///< entry and exit traces
-    kindBuffer   = 1U << 10, ///< trace_wobu_init_buffer
+    kindBuffer   = 1U << 10, ///< trace_wobu_init_buffer, and the exit handler registered with it
     kindAll      = ~0U
 };
 
@@ -147,7 +147,7 @@ struct ConfigCall {
     Bytes         value     = {}; ///< as it was at the call
 };
 
-/// The platform. One object; the fixture resets it before and verifies it after each test.
+/// The platform. One object; the fixture makes it fresh before and verifies it after each test.
 class Platform
 {
 public:
@@ -160,7 +160,7 @@ public:
     Platform& configuresReading(const Bytes& value); ///< copies `value` out, see word()
     Platform& failsConfig(int error, int result = -1);
     Platform& seeks(int times = 1);
-    Platform& failsSeek(int error);
+    Platform& failsSeek(int error, int result = -1);    ///< a result of 0 or more is none, whatever errno says
     Platform& reads(const Bytes& data);                 ///< fails the test when another length is asked for
     Platform& readsShort(const Bytes& data, int error); ///< moves fewer bytes than asked
     Platform& failsRead(int error) { return readsShort({}, error); } ///< moves none
@@ -168,14 +168,14 @@ public:
     Platform& writesShort(int count, int error);
     Platform& failsWrite(int error) { return writesShort(0, error); }
     Platform& resets();
-    Platform& failsReset(int error);
+    Platform& failsReset(int error, int result = -1);
     Platform& closes();
-    Platform& failsClose(int error);
+    Platform& failsClose(int error, int result = -1);
     Platform& extractsFfdc(const Bytes& data);
     Platform& extractsNoFfdc() { return extractsFfdc({}); }
     Platform& failsFfdcExtract(int error);
     Platform& unlocksFfdc();
-    Platform& failsFfdcUnlock(int error);
+    Platform& failsFfdcUnlock(int error, int result = -1);
     /// What follows each failed call of an open handle: extraction (no data by default) and unlock, both successful.
     Platform& capturesFfdc(const Bytes& data = {}) { return extractsFfdc(data).unlocksFfdc(); }
 
@@ -228,6 +228,8 @@ public:
     void                     clearLog(); ///< forgets the lines so far; entries, script and allocations stay
     /// What was logged before the first test: the library's static initialisers.
     std::string loadLog() const;
+    /// What the library registered with __cxa_atexit() for its trace buffer; null when it did not.
+    void (*exitHandler() const)(void*);
 
     const std::vector<TraceRecord>& traceRecords() const;
     const std::vector<ConfigCall>&  configs() const;
@@ -253,10 +255,12 @@ public:
     /// Deliberate: `count` buffers of first-failure data stay unreleased; fewer or more fail the test.
     Platform& expectUnreleasedFfdc(int count = 1);
 
-    /// Forgets everything and releases what is still out.
-    void reset();
     /// Fails the test on scripted answers left over and on whatever was not released; says which.
     void verify();
+    /// A fresh platform within a test, between the rounds of a loop: verifies what was, then forgets it.
+    void reset();
+    /// Forgets everything, unverified, and releases what is still out.
+    void forget();
 
     struct Impl;
     Impl& impl() { return *m_impl; }
@@ -270,7 +274,7 @@ private:
 class PlatformTest : public ::testing::Test
 {
 protected:
-    PlatformTest() { platform.reset(); }
+    PlatformTest() { platform.forget(); }
     ~PlatformTest() override { platform.verify(); }
 
     Platform& platform = Platform::instance();

@@ -8,15 +8,7 @@
 #include <mutex>
 
 #include "tests/platform/scripted.h"
-
-// The address sanitizer brings its own allocation functions, and finds leaks and wrong releases itself.
-#if defined(__SANITIZE_ADDRESS__)
-#define KEST_ADDRESS_SANITIZER
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KEST_ADDRESS_SANITIZER
-#endif
-#endif
+#include "tests/sanitizers.h" // the address one brings its own allocation functions, and finds leaks and wrong releases itself
 
 namespace scripted
 {
@@ -76,9 +68,10 @@ struct Platform::Impl {
         std::string text;
         int         sourceLine;
     };
-    std::vector<Line>        lines;
-    std::string              loadLog;
-    bool                     loaded = false;
+    std::vector<Line> lines;
+    std::string       loadLog;
+    bool              loaded   = false;
+    void (*exitHandler)(void*) = nullptr; ///< of the library's trace buffer
     std::vector<TraceRecord> traceRecords;
     std::vector<ConfigCall>  configs;
     std::vector<Bytes>       written;

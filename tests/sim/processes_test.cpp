@@ -1,4 +1,5 @@
 #include "sim/busstate.h"
+#include "tests/sanitizers.h"
 #include "tests/sim/machinetest.h"
 
 #include <atomic>
@@ -177,6 +178,7 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
 
 TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
 {
+    KEST_SKIP_FORK_OF_BUSY_THREADS();
     std::atomic<bool> stop = false;
     std::jthread      busy{[this, &stop] {
         user own{machine->findBus("planar", "")};

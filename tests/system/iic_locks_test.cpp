@@ -1,4 +1,5 @@
 /// Address locks between handles and processes.
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -146,16 +147,16 @@ TEST_F(IicLocks, WaiterIsBusyAtItsTimeOut)
     OpenDevice one("sim:planar");
     OpenDevice other("sim:planar");
     lock(one, registerLock(0xC0, 0));
-    for (const std::uint32_t timeoutMs : {0U, 30U, 150U}) {
-        bool prompt = false; // once is enough: on a busy machine any wait may be longer
-        for (int attempt = 0; attempt < 20 && !prompt; ++attempt) {
+    for (const std::uint32_t timeoutMs : {0U, 30U, 110U}) {
+        std::array<double, 11> waitedMs{};
+        for (double& each : waitedMs) {
             const auto start = clock::now();
             EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, timeoutMs)));
-            const double waitedMs = msSince(start);
-            EXPECT_GE(waitedMs, timeoutMs);
-            prompt = waitedMs < timeoutMs + 20.0;
+            each = msSince(start);
+            EXPECT_GE(each, timeoutMs);
         }
-        EXPECT_TRUE(prompt) << timeoutMs;
+        std::ranges::sort(waitedMs); // the middle one: on a busy machine some wait longer
+        EXPECT_LT(waitedMs[waitedMs.size() / 2], timeoutMs + 20.0) << testing::PrintToString(waitedMs);
     }
 }
 
@@ -172,20 +173,30 @@ TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
 TEST_F(IicLocks, KilledHolderReleasesAtOnce)
 {
     OpenDevice waiter("sim:planar");
-    Child      holder([](const auto& tell) {
-        OpenDevice device("sim:planar");
-        const bool held = lock(device, registerLock(0xC0, 0)) == answer{0, 0};
-        tell();
-        pause();
-        return held;
-    });
-    holder.awaitWord();
-    EXPECT_EQ((answer{-1, EBUSY}), lock(waiter, registerLock(0xC0, 0)));
-    const auto  start = clock::now();
-    std::thread killer([&] { holder.end(SIGKILL); });
-    EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
-    EXPECT_LT(msSince(start), 5000.0); // by its death, not by the end of any time-out
-    killer.join();
+    double     shortestMs = 1e9; // of several deaths: on a busy machine a waiter may wake up late
+    for (int death = 0; death < 7; ++death) {
+        Child holder([](const auto& tell) {
+            OpenDevice device("sim:planar");
+            const bool held = lock(device, registerLock(0xC0, 0)) == answer{0, 0};
+            tell();
+            pause();
+            return held;
+        });
+        holder.awaitWord();
+        EXPECT_EQ((answer{-1, EBUSY}), lock(waiter, registerLock(0xC0, 0)));
+        clock::time_point had;
+        std::thread       waiting([&] {
+            EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
+            had = clock::now();
+        });
+        const int         status = holder.end(SIGKILL);
+        const auto        dead   = clock::now();
+        waiting.join();
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+        EXPECT_EQ((answer{0, 0}), unlock(waiter, registerLock(0xC0, 0)));
+        shortestMs = std::min(shortestMs, std::chrono::duration<double, std::milli>(had - dead).count());
+    }
+    EXPECT_LT(shortestMs, 50.0);
 }
 
 TEST_F(IicLocks, ExitOfTheHolderReleases)
@@ -267,16 +278,22 @@ bool countUp(OpenDevice& device)
     return read && device.write(message) == answer{5, 0} && unlock(device, registerLock(0xC0, 0)) == answer{0, 0};
 }
 
+/// Of each process. Under a sanitizer or the emulator fewer, unless KEST_LONG_TESTS is set.
+int manyRounds()
+{
+    const bool slow = underSanitizer || std::string(KEST_TEST_EMULATOR) != "";
+    return slow && std::getenv("KEST_LONG_TESTS") == nullptr ? 500 : 5000;
+}
+
 TEST_F(IicLocks, FourProcessesLoseNoUpdate)
 {
-    constexpr bool emulated = std::endian::native == std::endian::big;
-    constexpr int  rounds   = underSanitizer || emulated ? 500 : 5000;
-    OpenDevice     device("sim:planar@C0");
+    const int  rounds = manyRounds();
+    OpenDevice device("sim:planar@C0");
     EXPECT_EQ((answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
     {
         std::vector<std::unique_ptr<Child>> workers;
         for (int number = 0; number < 4; ++number) {
-            workers.push_back(std::make_unique<Child>([](const auto&) {
+            workers.push_back(std::make_unique<Child>([rounds](const auto&) {
                 OpenDevice own("sim:planar@C0");
                 block      values;
                 values.writeCycleMs = 0;
@@ -296,7 +313,7 @@ TEST_F(IicLocks, FourProcessesLoseNoUpdate)
     const bytes         value = device.readAll(4);
     const std::uint32_t count =
         value[0] | static_cast<std::uint32_t>(value[1]) << 8 | static_cast<std::uint32_t>(value[2]) << 16;
-    EXPECT_EQ(4U * rounds, count);
+    EXPECT_EQ(4U * static_cast<std::uint32_t>(rounds), count);
 }
 
 TEST_F(IicLocks, KilledWhileItCountsLosesNothingOfTheOthers)

@@ -1,5 +1,10 @@
 /// Device paths, nodes, handles.
+#include <atomic>
 #include <fcntl.h>
+#include <functional>
+#include <latch>
+#include <mutex>
+#include <set>
 #include <sys/wait.h>
 #include <thread>
 
@@ -168,17 +173,61 @@ TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
     EXPECT_EQ(0, mern_iic_close(next));
 }
 
+constexpr const char* ticketVariable = "KEST_TEST_TICKET";
+
+/// Runs in a process of its own. Leaves the ticket of the place that it is asked for in a file.
+TEST(IicOfAFreshProcess, DISABLED_LeavesATicket)
+{
+    const char* const named = std::getenv(ticketVariable);
+    ASSERT_NE(nullptr, named);
+    std::fstream                             file(named, std::ios::binary | std::ios::in | std::ios::out);
+    mern_t                                   wanted{};
+    std::vector<std::unique_ptr<OpenDevice>> devices;
+    ASSERT_TRUE(file.read(reinterpret_cast<char*>(&wanted), sizeof wanted));
+    do {
+        devices.push_back(std::make_unique<OpenDevice>("sim:planar@A0"));
+        ASSERT_EQ(0, devices.back()->error());
+    } while (devices.back()->handle().words[1] != wanted.words[1] && devices.size() < 100);
+    file.seekp(0);
+    file.write(reinterpret_cast<const char*>(&devices.back()->handle()), sizeof wanted);
+}
+
 TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
+{
+    std::vector<std::unique_ptr<OpenDevice>> devices;
+    do { // until a place is used for the first time: another process gets the same one
+        devices.push_back(std::make_unique<OpenDevice>("sim:planar@A0"));
+        ASSERT_EQ(0, devices.back()->error());
+    } while (devices.back()->handle().words[2] != 1);
+    const mern_t      own     = devices.back()->handle();
+    const auto        ticket  = settings.folder() / "ticket";
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    const std::string command = std::string(ticketVariable) + "=" + ticket.string() + " " KEST_TEST_EMULATOR " " +
+                                program +
+                                " --gtest_also_run_disabled_tests --gtest_filter=IicOfAFreshProcess.DISABLED_* > " +
+                                (settings.folder() / "said").string();
+    std::ofstream(ticket, std::ios::binary).write(reinterpret_cast<const char*>(&own), sizeof own);
+    ASSERT_EQ(0, std::system(command.c_str()));
+    mern_t foreign{};
+    ASSERT_TRUE(std::ifstream(ticket, std::ios::binary).read(reinterpret_cast<char*>(&foreign), sizeof foreign));
+    for (int word = 0; word < 3; ++word) {
+        EXPECT_EQ(own.words[word], foreign.words[word]) << "the same place, taken as often";
+    }
+    EXPECT_NE(0, std::memcmp(&own, &foreign, sizeof own));
+    EXPECT_EQ(std::vector<int>(8, EBADF), errnosOf(foreign));
+    EXPECT_EQ(0xA0U, devices.back()->number(3)) << "the device in that place is as open as before";
+}
+
+/// A handle's places are shared with a child, but what the child does with them is its own.
+TEST_F(IicPaths, HandleOpenedByAForkedChildIsForeign)
 {
     int pipes[2];
     ASSERT_EQ(0, pipe(pipes));
     const pid_t child = fork();
     if (child == 0) {
         const MernNode local;
-        // As another program's: a process that never shared this one's table has numbers of its own. Here: the table is inherited, so
-        // the child closes what it opened and hands the ticket out.
-        mern_t     handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
-        const bool sent   = write(pipes[1], &handle, sizeof handle) == static_cast<ssize_t>(sizeof handle);
+        mern_t         handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
+        const bool     sent   = write(pipes[1], &handle, sizeof handle) == static_cast<ssize_t>(sizeof handle);
         _exit(sent ? 0 : 1);
     }
     mern_t handle{};
@@ -201,45 +250,130 @@ TEST_F(IicPaths, ErrnoIsLeftAloneBySuccess)
     EXPECT_EQ(1234, errno);
 }
 
-TEST_F(IicPaths, ManyThreadsOpenUseAndClose)
+/// Runs `work(number)` in so many threads, which begin together.
+void together(int count, const std::function<void(int)>& work)
 {
+    std::latch               begun(count);
     std::vector<std::thread> threads;
-    std::atomic<int>         good{0};
-    for (int number = 0; number < 8; ++number) {
-        threads.emplace_back([&good, this] {
-            for (int round = 0; round < 20; ++round) {
-                OpenDevice device("sim:planar");
-                device.set(main256());
-                device.seek(round * 8);
-                good += device.readAll(8) == part(pattern(32768, 1), static_cast<std::size_t>(round) * 8, 8) ? 1 : 0;
-            }
+    for (int number = 0; number < count; ++number) {
+        threads.emplace_back([&work, &begun, number] {
+            begun.arrive_and_wait();
+            work(number);
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+TEST_F(IicPaths, ManyThreadsOpenUseAndClose)
+{
+    std::atomic<int> good{0};
+    together(8, [&](int) {
+        for (int round = 0; round < 20; ++round) {
+            OpenDevice device("sim:planar");
+            device.set(main256());
+            device.seek(round * 8);
+            good += device.readAll(8) == part(pattern(32768, 1), static_cast<std::size_t>(round) * 8, 8) ? 1 : 0;
+        }
+    });
     EXPECT_EQ(160, good);
+}
+
+// A chip for each: two that write to one without its lock may wait longer for each other than for a write cycle.
+TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
+{
+    const struct {
+        block       settings;
+        long        start;
+        std::size_t statusBytes; // ahead of what is read through a hub
+        const char* image;
+    } chips[] = {{main256(), 1024, 0, "main.bin"},
+                 {{.address = 0xA4, .offsetLength = 2, .pageSize = 128}, 1024, 0, "large.bin"},
+                 {{.address = 0xA8, .offsetLength = 1, .pageSize = 8}, 100, 0, "small.bin"},
+                 {hub128(), onRiser + 1024, 1, "riser.bin"}};
+    together(4, [&](int number) {
+        const auto& chip = chips[number];
+        OpenDevice  device("sim:planar");
+        for (unsigned int round = 0; round < 10; ++round) {
+            const bytes fresh = pattern(100, 50 + round + 10 * static_cast<unsigned int>(number));
+            EXPECT_EQ((answer{0, 0}), device.set(chip.settings));
+            EXPECT_EQ((answer{0, 0}), device.seek(chip.start));
+            EXPECT_EQ((answer{100, 0}), device.write(fresh));
+            EXPECT_EQ((answer{0, 0}), device.seek(chip.start));
+            bytes expected(chip.statusBytes);
+            expected.insert(expected.end(), fresh.begin(), fresh.end());
+            EXPECT_EQ(expected, device.readAll(expected.size())) << chip.image;
+        }
+    });
+    for (unsigned int number = 0; number < 4; ++number) {
+        const std::size_t start = number == 2 ? 100 : 1024;
+        EXPECT_EQ(pattern(100, 59 + 10 * number), part(image(chips[number].image), start, 100)) << number;
+    }
 }
 
 TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
 {
     OpenDevice device("sim:planar");
     device.set(main256());
-    std::vector<std::thread> threads;
-    std::atomic<int>         moved{0};
-    for (int number = 0; number < 4; ++number) {
-        threads.emplace_back([&] {
-            bytes data(16);
-            for (int round = 0; round < 50; ++round) {
-                moved += mern_iic_read(device.handle(), data.data(), 16);
+    const auto            textOf = [](const bytes& data) { return std::string(data.begin(), data.end()); };
+    std::mutex            guard;
+    std::set<std::string> pieces;
+    together(4, [&](int) {
+        for (int round = 0; round < 50; ++round) {
+            const bytes           data = device.readAll(16);
+            const std::lock_guard hold(guard);
+            EXPECT_TRUE(pieces.insert(textOf(data)).second);
+        }
+    });
+    std::set<std::string> expected;
+    for (std::size_t at = 0; at < 3200; at += 16) {
+        expected.insert(textOf(part(pattern(32768, 1), at, 16)));
+    }
+    EXPECT_EQ(200U, expected.size());
+    EXPECT_EQ(expected, pieces);                                    // each call got 16 bytes that follow one another
+    EXPECT_EQ(part(pattern(32768, 1), 3200, 4), device.readAll(4)); // and moved the position once
+}
+
+TEST_F(IicPaths, EveryCallOfEveryThreadOnAHandleEndsWithAResultOrABadDescriptorOnceItIsClosed)
+{
+    const MernNode                          local;
+    const mern_t                            shared = mern_iic_open(local, "sim:planar@A0", 0x1002);
+    const std::vector<std::function<int()>> calls{
+        [handle = shared]() mutable {
+            std::uint32_t value = 0;
+            return mern_iic_config(handle, 1, WOBU_IIC_DETECT_STATE, &value, 4) == 0 ? 1 : 0;
+        },
+        [handle = shared]() mutable { return mern_iic_seek(handle, 0x100, 0) == 0 ? 1 : 0; },
+        [handle = shared]() mutable {
+            bytes data(8);
+            return mern_iic_read(handle, data.data(), 8) == 8 ? 1 : 0;
+        },
+        [handle = shared]() mutable {
+            bytes raw = main256().raw();
+            return mern_iic_config(handle, 2, WOBU_IIC_BLOCK, raw.data(), 44) == 0 ? 1 : 0;
+        },
+        [handle = shared]() mutable { return mern_iic_reset(handle, 1) == 0 ? 1 : 0; },
+        [handle = shared]() mutable { return mern_iic_ffdc_unlock(handle, 0) == 0 ? 1 : 0; },
+    };
+    std::atomic<int> done{0}; // calls before the close
+    std::atomic<int> closed{0};
+    together(static_cast<int>(calls.size()) + 1, [&](int number) {
+        if (number == static_cast<int>(calls.size())) {
+            mern_t handle = shared;
+            while (done < 200) {
+                std::this_thread::yield();
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(3200, moved);
-    EXPECT_EQ(part(pattern(32768, 1), 3200, 4), device.readAll(4)); // each call moved the position once
+            closed += mern_iic_close(handle) == 0 ? 1 : 0;
+            return;
+        }
+        auto call = calls[static_cast<std::size_t>(number)];
+        while (call() == 1) {
+            ++done;
+        }
+        EXPECT_EQ(EBADF, errno) << number;
+    });
+    EXPECT_EQ(1, closed);
 }
 
 } // namespace

@@ -1,17 +1,14 @@
 /// The library on a simulated machine of the test's own: SEEPROMs on the bus and behind four hubs, expanders, LED drivers, sensors.
 #pragma once
 
-#include <algorithm>
 #include <array>
-#include <gmock/gmock.h>
 #include <memory>
 #include <ostream>
 
 #include "kest/kest.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/store.h"
-#include "sim/machine.h"
-#include "tests/host/iic_support.h"
+#include "tests/system/machine_images.h"
 
 namespace kest::test
 {
@@ -31,69 +28,35 @@ inline std::ostream& operator<<(std::ostream& out, const ending& value)
                << value.length << " bytes";
 }
 
-class LibraryMachine : public testing::Test
+class LibraryMachine : public OwnMachine
 {
 protected:
-    LibraryMachine() : settings("[registry]\n\"tavo/ReadMode\" = \"HWareMode\"\n[machine]\nfolder = \"machine\"\n")
+    LibraryMachine() : OwnMachine("[registry]\n\"tavo/ReadMode\" = \"HWareMode\"\n")
     {
-        std::filesystem::create_directory(folder());
         std::string text = "[[bus]]\nname = \"planar\"\n";
-        text += chip("24C256", 0xA0, "main.bin") + chip("24C02", 0xA4, "small.bin") +
-                chip("24C512", 0xA6, "large.bin") + chip("24C32", 0xA8, "medium.bin") +
-                chip("24C64", 0xAC, "eight.bin") + chip("24C128", 0xAE, "sixteen.bin");
-        text += plain("PCA9551", 0xC4) + plain("PCA9552", 0xC0) + plain("PCA9552", 0xC2) + plain("PCA9554", 0x42) +
-                plain("PCA9555", 0x40) + plain("LM75", 0x90) + plain("LM92", 0x96);
+        text += eeprom("24C256", 0xA0, "main.bin") + eeprom("24C02", 0xA4, "small.bin") +
+                eeprom("24C512", 0xA6, "large.bin") + eeprom("24C32", 0xA8, "medium.bin") +
+                eeprom("24C64", 0xAC, "eight.bin") + eeprom("24C128", 0xAE, "sixteen.bin");
+        text += chip("PCA9551", 0xC4) + chip("PCA9552", 0xC0) + chip("PCA9552", 0xC2) + chip("PCA9554", 0x42) +
+                chip("PCA9555", 0x40) + chip("LM75", 0x90) + chip("LM92", 0x96);
         for (const int hub : {0x80, 0x82, 0x88, 0x8A}) {
-            text += plain("HUB922", hub);
+            text += chip("HUB922", hub);
             for (const int port : {0, 7}) {
                 const std::string name = std::to_string(hub) + "-" + std::to_string(port);
                 const std::string at   = "hub = " + std::to_string(hub) + "\nport = " + std::to_string(port) + "\n";
-                text +=
-                    chip("24C128", 0xA2, "riser" + name + ".bin", at) + chip("24C02", 0xA6, "card" + name + ".bin", at);
+                text += eeprom("24C128", 0xA2, "riser" + name + ".bin", at) +
+                        eeprom("24C02", 0xA6, "card" + name + ".bin", at);
                 fill("riser" + name + ".bin", pattern(16384, static_cast<unsigned>(hub + port)));
                 fill("card" + name + ".bin", pattern(256, static_cast<unsigned>(hub + port + 1)));
             }
         }
-        std::ofstream(folder() / "machine.toml") << text;
         fill("main.bin", pattern(32768, 1));
         fill("small.bin", pattern(256, 2));
         fill("large.bin", pattern(65536, 3));
         fill("medium.bin", pattern(4096, 4));
         fill("eight.bin", pattern(8192, 5));
         fill("sixteen.bin", pattern(16384, 6));
-        machine = sim::openMachine(folder(), false);
-        wires   = machine->findBus("planar", "");
-    }
-
-    static std::string plain(const std::string& type, int address)
-    {
-        return "[[chip]]\nbus = \"planar\"\ntype = \"" + type + "\"\naddress = " + std::to_string(address) + "\n";
-    }
-    static std::string chip(const std::string& type, int address, const std::string& image,
-                            const std::string& more = "")
-    {
-        return plain(type, address) + more + "image = \"" + image + "\"\n";
-    }
-    [[nodiscard]] std::filesystem::path folder() const { return settings.folder() / "machine"; }
-    void                                fill(const std::string& image, const bytes& data) const
-    {
-        std::ofstream(folder() / image, std::ios::binary)
-            .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-    }
-    [[nodiscard]] bytes image(const std::string& name) const
-    {
-        std::ifstream file(folder() / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
-    [[nodiscard]] static bytes with(bytes before, std::size_t offset, const bytes& data)
-    {
-        std::ranges::copy(data, before.begin() + static_cast<std::ptrdiff_t>(offset));
-        return before;
-    }
-    [[nodiscard]] static bytes part(const bytes& all, std::size_t offset, std::size_t length)
-    {
-        return {all.begin() + static_cast<std::ptrdiff_t>(offset),
-                all.begin() + static_cast<std::ptrdiff_t>(offset + length)};
+        power(text);
     }
 
     static tavo_deviceaddress address(const std::string& text, std::uint32_t number = 0)
@@ -154,12 +117,14 @@ protected:
         std::memcpy(record.data() + 4, &timeoutMs, 4);
         return other.config(2, 17, record.data(), record.size()) == answer{0, 0};
     }
-    /// Lets every write cycle end, and a hub pass on what it took.
-    void settle() const { wires->idle(2'000'000'000); }
-
-    OwnConfiguration              settings;
-    std::shared_ptr<sim::machine> machine;
-    std::shared_ptr<sim::bus>     wires;
+    /// How often a fault of this machine has struck.
+    [[nodiscard]] std::uint64_t struck(std::uint32_t fault) const
+    {
+        std::uint64_t times = 0;
+        for (const sim::machine::listedFault& listed : machine->faults())
+            times += listed.number == fault ? listed.struck : 0;
+        return times;
+    }
 };
 
 } // namespace kest::test

@@ -13,9 +13,9 @@ namespace
 class Seeprom : public LibraryMachine
 {
 protected:
-    static bytes contents(const std::string& name, const std::string& folder = KEST_SOURCE_DIR "/examples/images/")
+    static bytes contents(const std::string& name)
     {
-        std::ifstream file(folder + name, std::ios::binary);
+        std::ifstream file(KEST_SOURCE_DIR "/examples/images/" + name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
     static ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,
@@ -103,10 +103,47 @@ bool moduleIsSound(const bytes& data)
 {
     return sumOf(data, 0, 63) == data.at(63) && sumOf(data, 64, 31) == data.at(95);
 }
+constexpr std::size_t fruHeader = 8; // of an inventory record; its areas are counted in so many bytes, too
+
+/// Header and board area agree with their sums, and the board's fields end within it.
 bool fruIsSound(const bytes& data)
 {
-    const std::size_t board = 8U * data.at(3);
-    return sumOf(data, 0, 8) == 0 && sumOf(data, board, 8U * data.at(board + 1)) == 0;
+    const std::size_t board  = fruHeader * data.at(3);
+    const bool        header = sumOf(data, 0, fruHeader) == 0 && board + 1 < data.size();
+    const std::size_t length = header ? fruHeader * data.at(board + 1) : 0;
+    const bool        whole  = length != 0 && board + length <= data.size() && sumOf(data, board, length) == 0;
+    std::size_t       field  = board + 6; // behind version, length, language and date of manufacture
+    while (whole && field < board + length && data.at(field) != 0xC1)
+        field += 1U + (data.at(field) & 0x3FU);
+    return whole && field < board + length;
+}
+
+void closeWithSum(bytes& data, std::size_t from)
+{
+    data.push_back(static_cast<std::uint8_t>(0x100 - sumOf(data, from, data.size() - from)));
+}
+
+/// An inventory record whose board area is so many times eight bytes long: 2, which has room for little, to 255.
+bytes fruRecord(std::size_t eights)
+{
+    constexpr std::size_t fields = 5;                // manufacturer, product, serial, part number, file: then more
+    bytes                 data{1, 0, 0, 1, 0, 0, 0}; // the board area alone
+    std::size_t           room = fruHeader * eights - 6 - 2; // for fields: less what is ahead of them, end mark and sum
+    closeWithSum(data, 0);
+    data.insert(data.end(), {1, static_cast<std::uint8_t>(eights), 25, 0x40, 0xE2, 0x01});
+    for (std::size_t number = 0; number < fields || room > 1; ++number) {
+        const std::size_t after  = number < fields ? fields - 1 - number : 0; // length bytes of those that must follow
+        std::size_t       length = std::min<std::size_t>(room - 1 - after, 63);
+        length                   = length == 1 ? 0 : length; // a single character is how the end is marked
+        data.push_back(static_cast<std::uint8_t>(0xC0 | length));
+        for (std::size_t at = 0; at < length; ++at)
+            data.push_back(static_cast<std::uint8_t>(' ' + (at * 7 + number * 13 + eights) % 95));
+        room -= 1 + length;
+    }
+    data.push_back(0xC1);
+    data.insert(data.end(), room, 0);
+    closeWithSum(data, fruHeader);
+    return data;
 }
 
 struct sample {
@@ -145,17 +182,35 @@ TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
     }
 }
 
-TEST_F(Seeprom, InventoryRecordsThatAreOnlyBesideTheProject)
+TEST_F(Seeprom, InventoryRecordsOfEveryLengthSurviveAWriteAndARead)
 {
-    const std::string folder = KEST_SOURCE_DIR "/../shared/images/";
-    for (const char* const name : {"fru-256-fmcadc2.bin", "fru-252-nevis-ce.bin"}) {
-        const bytes original = contents(name, folder);
-        if (original.empty())
-            GTEST_SKIP() << "these contents may not be copied into the project, and are not beside it";
-        ASSERT_TRUE(fruIsSound(original)) << name;
-        ASSERT_TRUE(write("sim:planar,L,2C0032,A8", 17, original).good());
-        EXPECT_TRUE(fruIsSound(read("sim:planar,L,2C0032,A8", 17, static_cast<unsigned int>(original.size())).data));
-    }
+    struct {
+        const char*  text;
+        unsigned int offset;
+        std::size_t  longest; ///< board area, in eights of bytes
+    } const places[] = {{"sim:planar,L,2C0032,A8", 17, 255},
+                        {"sim:planar,L,1C0002,A4", 0, 31},
+                        {"sim:planar,L,922,80,7,1C0002,A6", 0, 31},
+                        {"sim:planar,L,922,80,0,2C0128,A2", 16384 - 2048, 255}};
+    for (const auto& place : places)
+        for (std::size_t eights = 2; eights <= place.longest; eights += eights < 32 || eights > 250 ? 1 : 16) {
+            SCOPED_TRACE(std::string(place.text) + " " + std::to_string(eights));
+            const bytes original = fruRecord(eights);
+            ASSERT_EQ(8 + 8 * eights, original.size());
+            ASSERT_TRUE(fruIsSound(original));
+            for (const std::size_t at : {std::size_t{3}, std::size_t{9}, original.size() / 2, original.size() - 1}) {
+                bytes broken = original;
+                broken.at(at) ^= 0x04;
+                EXPECT_FALSE(fruIsSound(broken)) << "the check finds nothing at " << at;
+            }
+            const ending written = write(place.text, place.offset, original);
+            ASSERT_TRUE(written.good()) << written;
+            const ending back = read(place.text, place.offset, static_cast<unsigned int>(original.size()));
+            ASSERT_TRUE(back.good()) << back;
+            ASSERT_EQ(original.size(), back.data.size());
+            EXPECT_TRUE(fruIsSound(back.data));
+            EXPECT_EQ(original, back.data);
+        }
 }
 
 TEST_F(Seeprom, WholeDevicesOfEveryType)

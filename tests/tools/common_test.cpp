@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include "platform/host/errorlog/store.h"
+#include "tests/host/fakekernel.h"
 #include "tools/common/attributes.h"
+#include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/common/progress.h"
+#include "tools/common/seeprom.h"
 #include "tools/common/when.h"
 
 namespace kest::tools
@@ -137,11 +141,11 @@ TEST(DeviceTypes, EachHasItsCapacityPagesAndPins)
         std::uint32_t type, bytes, page;
         unsigned      pins;
     };
-    for (const row& expected :
-         {row{0xF0, 0, 0, 0}, row{0x922, 0, 0, 0}, row{0x1C0002, 256, 8, 0}, row{0x2C0032, 4096, 32, 0},
-          row{0x2C0064, 8192, 32, 0}, row{0x2C0128, 16384, 64, 0}, row{0x2C0256, 32768, 64, 0},
-          row{0x2C0512, 65536, 128, 0}, row{0x9551, 0, 0, 8}, row{0x9552, 0, 0, 16}, row{0x9554, 0, 0, 8},
-          row{0x9555, 0, 0, 16}, row{0xD10, 0, 0, 0}, row{0x75, 0, 0, 16}, row{0x92, 0, 0, 16}, row{0x172, 0, 0, 0}}) {
+    for (const row& expected : {row{0xF0, 0, 0, 0}, row{0x922, 0, 0, 0}, row{0x1C0002, 256, 8, 0},
+                                row{0x2C0032, 4096, 32, 0}, row{0x2C0064, 8192, 32, 0}, row{0x2C0128, 16384, 64, 0},
+                                row{0x2C0256, 32768, 64, 0}, row{0x2C0512, 65536, 128, 0}, row{0x9551, 0, 0, 8},
+                                row{0x9552, 0, 0, 16}, row{0x9554, 0, 0, 8}, row{0x9555, 0, 0, 16}, row{0xD10, 0, 0, 0},
+                                row{0x75, 0, 0, 16}, row{0x92, 0, 0, 16}, row{0x172, 22016, 0, 0}}) {
         const deviceTypeInfo* type = findType(expected.type);
         ASSERT_NE(nullptr, type) << std::hex << expected.type;
         EXPECT_EQ(expected.bytes, type->bytes) << std::hex << expected.type;
@@ -150,6 +154,42 @@ TEST(DeviceTypes, EachHasItsCapacityPagesAndPins)
     }
     EXPECT_EQ(16U, deviceTypes().size());
     EXPECT_EQ(nullptr, findType(0x9553));
+}
+
+TEST(Ranges, AreCheckedAgainstTheCapacity)
+{
+    const auto range = [](const char* text, std::uint64_t offset, std::optional<std::uint64_t> length) {
+        const byteRange checked = checkedRange(parseDeviceText(text), offset, length);
+        return std::to_string(checked.offset) + " " + std::to_string(checked.length);
+    };
+    const auto wrong = [&range](const char* text, std::uint64_t offset, std::optional<std::uint64_t> length) {
+        return complaint([&] { range(text, offset, length); });
+    };
+    EXPECT_EQ("0 22016", range("sim:p,L,172,A0", 0, std::nullopt));
+    EXPECT_EQ("22015 1", range("sim:p,L,172,A0", 22015, 1));
+    EXPECT_EQ("2 offset 22016 (0x5600) is past the end: the device holds 22016 bytes",
+              wrong("sim:p,L,172,A0", 22016, std::nullopt));
+    EXPECT_EQ("2 22016 bytes at offset 1 pass the end: the device holds 22016 bytes",
+              wrong("sim:p,L,172,A0", 1, 22016));
+    EXPECT_EQ("100 156", range("sim:p,L,1C0002,A4", 100, std::nullopt));
+    EXPECT_EQ("2 length 0: there is nothing to transfer", wrong("sim:p,L,1C0002,A4", 0, 0));
+}
+
+TEST(DriversAddresses, AreRefusedUnlessForced)
+{
+    test::FakeKernel kernel;
+    kernel.held           = {0x50, 0x40};
+    const auto complained = [](const char* text, bool force) {
+        return complaint([&] { refuseDriversAddress(parseDeviceText(text), force); });
+    };
+    EXPECT_EQ("3 a driver of the kernel has A0 = 0x50", complained("/dev/i2c-7,L,2C0256,A0", false));
+    EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", true));
+    EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A2", false));
+    EXPECT_EQ("3 a driver of the kernel has 80 = 0x40", complained("/dev/i2c-7,L,922,80,3,2C0128,A0", false));
+    EXPECT_EQ("", complained("/dev/i2c-7,L,922,88,3,2C0128,A0", false)); // the hub's own bus knows no drivers
+    EXPECT_TRUE(kernel.log.empty());                                     // nothing went over the wires
+    kernel.openError = EACCES;
+    EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", false)); // the write will tell
 }
 
 TEST(Numbers, DecimalOrAfter0x)
@@ -258,12 +298,52 @@ std::unique_ptr<ErrlEntry> makeEntry(std::uint16_t reason, std::uint32_t word1)
 
 TEST(Failures, ErrnoOfAnEntryIsThatOfItsFirstFailedLayerCall)
 {
-    EXPECT_EQ(ENXIO, errnoOf(*makeEntry(0x1311, ENXIO)));
-    EXPECT_EQ(0, errnoOf(*makeEntry(0x130A, ENXIO))); // a detect state, no errno
+    using host::describeEntry;
+    EXPECT_EQ(ENXIO, errnoOf(describeEntry(*makeEntry(0x1311, ENXIO))));
+    EXPECT_EQ(0, errnoOf(describeEntry(*makeEntry(0x130A, ENXIO)))); // a detect state, no errno
     const auto entry = makeEntry(0x1329, 0);
     entry->addSRC(0x1300, SRCI_TYPE_SERVICE_PROCESSOR, 0, 12, SERVICE_CODE_KEST, 0x130E, EBUSY, 0, 0, 0,
                   EPUB_SUBSYSTEM_SOFTWARE);
-    EXPECT_EQ(EBUSY, errnoOf(*entry));
+    EXPECT_EQ(EBUSY, errnoOf(describeEntry(*entry)));
+}
+
+/// What the tools make of a return code alone, as a client of the service has it.
+TEST(Failures, ReturnCodeDecidesTheExitCode)
+{
+    struct row {
+        std::uint32_t returnCode;
+        int           exit; ///< -1: it tells nothing
+    };
+    for (const row& expected :
+         {row{0x40001306, 4},  row{0x4000130A, 4},  row{0x10001309, 1}, row{0x00101319, 1}, row{0x4000131A, 4},
+          row{0x1000131B, 1},  row{0x0010131C, 2},  row{0x0010131D, 1}, row{0x1000131E, 1}, row{0x1000131F, 1},
+          row{0x8000132A, 1},  row{0x80001315, 2},  row{0x80001302, 2}, row{0x80001318, 2}, row{0x80001327, 4},
+          row{0x8000132D, 2},  row{0x80001330, 2},  row{0x8000130B, 4}, row{0x80001311, 4}, row{0x41000000, 4},
+          row{0x80001312, -1}, row{0x8000130E, -1}, row{0, -1}}) {
+        failure    why;
+        const bool told = describeReturnCode(expected.returnCode, why);
+        EXPECT_EQ(expected.exit, told ? why.code : -1) << std::hex << expected.returnCode;
+        EXPECT_EQ(told, !why.what.empty()) << std::hex << expected.returnCode;
+    }
+}
+
+/// The entry tells more: of a call that failed, its errno.
+TEST(Failures, EntryDecidesTheExitCode)
+{
+    const auto exitOf = [](std::uint16_t reason, std::uint32_t returnCode, int error) {
+        const auto entry = makeEntry(reason, static_cast<std::uint32_t>(error));
+        entry->setRC(returnCode);
+        failure why;
+        describeEntry(host::describeEntry(*entry), parseDeviceText("sim:p,L,2C0256,A0"), why);
+        return std::to_string(why.code) + " " + why.what;
+    };
+    EXPECT_EQ("6 somebody else holds it", exitOf(0x130E, 0x8000130E, EBUSY));
+    EXPECT_EQ("3 not permitted", exitOf(0x130C, 0x8000130C, EACCES));
+    EXPECT_EQ("4 nothing answers", exitOf(0x1311, 0x80001311, ENXIO));
+    EXPECT_EQ("4 nothing answers, or there is no such bus", exitOf(0x1311, 0x80001311, 0));
+    EXPECT_EQ("4 the hub did not answer and was reset", exitOf(0x1311, 0x41000000, ENXIO));
+    EXPECT_EQ("2 the hub has no such port", exitOf(0x131C, 0x0010131C, 7));
+    EXPECT_EQ("1 a byte was not acknowledged, or the transfer ended short", exitOf(0x1312, 0x80001312, EIO));
 }
 
 TEST(Attributes, AreTheDefaultsWithHardwareMode)

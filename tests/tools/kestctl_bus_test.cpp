@@ -67,7 +67,8 @@ TEST_F(KestctlScan, AHeldBusIsUncertain)
     says({"sim", "fault", "add", "hold-sda", "--bus", "planar", "--count", "1"});
     const runResult result = kestctl({"scan", "sim:planar"});
     EXPECT_THAT(result.output, HasSubstr("00:                         ?? ?? ??"));
-    EXPECT_THAT(result.output, HasSubstr("10 = 0x08  uncertain: "));
+    EXPECT_THAT(result.output, HasSubstr("\n10 = 0x08 to 3E = 0x1f  uncertain: "));
+    EXPECT_THAT(result.output, HasSubstr("\n40 = 0x20  PCA9555  card-presence  uncertain: "));
 }
 
 TEST_F(KestctlReset, FreesAHeldBus)

@@ -136,7 +136,7 @@ TEST_F(KestctlSeeprom, WriteAsksKeepsAnUndoFileAndVerifies)
     writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
     const std::string before = image("panel");
     EXPECT_THAT(complaint(3, {"seeprom", "write", "panel-vpd", "--hex", "010203"}),
-                HasSubstr("panel-vpd: write 3 bytes (1 pages) at A4 = 0x52? not confirmed; --yes confirms it"));
+                HasSubstr("panel-vpd: write 3 bytes (1 page) at A4 = 0x52? not confirmed; --yes confirms it"));
     EXPECT_EQ(before, image("panel"));
 
     const json written = json::parse(
@@ -177,10 +177,9 @@ TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
     EXPECT_EQ(30, rehearsed["pages_skipped"]);
     EXPECT_EQ(16, rehearsed["bytes_written"]);
     EXPECT_EQ(pattern(256, 3), image("panel"));
-    EXPECT_THAT(
-        says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}),
-        StartsWith("panel-vpd: wrote 16 bytes in 2 pages, 30 pages held the data already; read back and compared\n"
-                   "undo: kestctl seeprom restore "));
+    EXPECT_THAT(says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}),
+                StartsWith("panel-vpd: wrote 16 bytes in 2 pages; unchanged: 30 pages; read back and compared\n"
+                           "undo: kestctl seeprom restore "));
     EXPECT_EQ(bytes, image("panel"));
     EXPECT_EQ("panel-vpd: holds these 256 bytes already, nothing to write\n",
               says({"seeprom", "write", "panel-vpd", "-i", source, "--yes"}));
@@ -228,7 +227,7 @@ TEST_F(KestctlSeeprom, VerifyAndDiff)
 {
     writeFile(machine() / "panel.bin", pattern(256, 3));
     std::string bytes = pattern(256, 3);
-    EXPECT_EQ("panel-vpd: 256 bytes are equal\n", says({"seeprom", "verify", "panel-vpd", file("same", bytes)}));
+    EXPECT_EQ("panel-vpd: equal, 256 bytes\n", says({"seeprom", "verify", "panel-vpd", file("same", bytes)}));
     bytes[20]                 = 'Z';
     bytes[21]                 = 'Z';
     const std::string other   = file("other", bytes);
@@ -288,25 +287,62 @@ TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
 {
     const std::string before = image("riser");
     const std::string target = (folder() / "out.bin").string();
+    const std::string same   = file("same", before);
+    const std::string dump   = (folder() / "dump.json").string();
     // a sub-bus fault that strikes once: the read is repeated until it can be relied on
-    fault({"hub-hold-sda", "--bus", "planar", "--address", "0x80", "--way", "read", "--count", "1"});
-    says({"seeprom", "read", "riser-vpd", "--length", "1024", "-o", target});
-    EXPECT_EQ(before.substr(0, 1024), readFile(target));
-    clearFaults();
-    // one that strikes at every first attempt: each read recovers and hands back zeros, twice the same
-    std::filesystem::remove(target);
-    fault({"hub-status", "--bus", "planar", "--address", "0x80", "--way", "read", "--value", "3"});
-    for (const std::vector<std::string>& command :
-         std::vector<std::vector<std::string>>{{"seeprom", "read", "riser-vpd", "--length", "64", "-o", target},
-                                               {"seeprom", "dump", "riser-vpd", "--length", "64", "-o", target},
-                                               {"copy", "capture", "riser-vpd"},
-                                               {"seeprom", "write", "riser-vpd", "--hex", "0102", "--yes"}}) {
-        const runResult failed = kestctl(command);
-        EXPECT_NE(0, failed.exit) << testing::PrintToString(command);
-        EXPECT_FALSE(std::filesystem::exists(target));
+    for (const char* kind : {"hub-hold-sda", "hub-hold-scl"}) {
+        const auto faulty = [&](std::vector<std::string> command) {
+            fault({kind, "--bus", "planar", "--address", "0x80", "--way", "read", "--count", "1"});
+            const std::string output = says(std::move(command));
+            EXPECT_THAT(says({"sim", "fault", "list"}), HasSubstr(", struck 1\n")) << kind;
+            clearFaults();
+            return output;
+        };
+        faulty({"seeprom", "read", "riser-vpd", "--length", "1024", "-o", target});
+        EXPECT_EQ(before.substr(0, 1024), readFile(target)) << kind;
+        EXPECT_EQ("riser-vpd: equal, 16384 bytes\n", faulty({"seeprom", "verify", "riser-vpd", same}));
+        EXPECT_EQ("", faulty({"seeprom", "diff", "riser-vpd", same}));
+        faulty({"seeprom", "dump", "riser-vpd", "-o", dump});
+        EXPECT_EQ("riser-vpd: holds these 16384 bytes already, nothing to write\n",
+                  faulty({"seeprom", "restore", dump, "--device", "riser-vpd", "--yes"}));
+        faulty({"copy", "capture", "riser-vpd"});
+        EXPECT_EQ(before, says({"copy", "export", "riser-vpd", "-"})) << kind;
+        says({"copy", "remove", "riser-vpd", "--yes"});
     }
-    clearFaults();
+}
+
+/// Faults that strike at every first attempt, and at no repeat: each read recovers and hands back zeros, always the same. Nothing is
+/// shown, saved or compared then.
+TEST_F(KestctlSeeprom, NothingIsDoneWithReadsThroughAHubThatDoNotSettle)
+{
+    const std::string before = image("riser");
+    const std::string target = (folder() / "out.bin").string();
+    const std::string zeros  = file("zeros", std::string(64, '\0'));
+    const std::string dump   = (folder() / "dump.json").string();
+    says({"seeprom", "dump", "riser-vpd", "--length", "64", "-o", dump});
+    for (const char* kind : {"hub-hold-sda", "hub-hold-scl"}) {
+        for (const std::vector<std::string>& command :
+             std::vector<std::vector<std::string>>{{"seeprom", "read", "riser-vpd", "--length", "64"},
+                                                   {"seeprom", "read", "riser-vpd", "--length", "64", "-o", target},
+                                                   {"seeprom", "dump", "riser-vpd", "--length", "64", "-o", target},
+                                                   {"seeprom", "verify", "riser-vpd", zeros},
+                                                   {"seeprom", "diff", "riser-vpd", zeros},
+                                                   {"seeprom", "restore", dump, "--yes"},
+                                                   {"copy", "capture", "riser-vpd"},
+                                                   {"seeprom", "write", "riser-vpd", "--hex", "0102", "--yes"}}) {
+            for (const char* attempt : {"1", "3", "5", "7", "9"})
+                fault(
+                    {kind, "--bus", "planar", "--address", "0x80", "--way", "read", "--nth", attempt, "--count", "1"});
+            const runResult failed = kestctl(command);
+            clearFaults();
+            EXPECT_EQ(1, failed.exit) << testing::PrintToString(command);
+            EXPECT_EQ("", failed.output) << testing::PrintToString(command);
+            EXPECT_THAT(failed.errors, HasSubstr("5 reads through the hub at offset 0 did not settle"));
+            EXPECT_FALSE(std::filesystem::exists(target));
+        }
+    }
     EXPECT_EQ(before, image("riser"));
+    EXPECT_FALSE(std::filesystem::exists(machine() / "state/undo"));
     EXPECT_EQ("no persisted copies; 'kestctl copy capture DEVICE' makes one\n", says({"copy", "list"}));
 }
 
@@ -330,6 +366,54 @@ TEST_F(KestctlSeeprom, CopiesAreCapturedServedExportedAndRemoved)
     says({"copy", "remove", "5", "--yes"});
     EXPECT_THAT(complaint(4, {"copy", "export", "5", "-"}), HasSubstr("copy 5: read: there is no such copy"));
     EXPECT_THAT(complaint(4, {"copy", "remove", "5", "--yes"}), HasSubstr("there is no such copy"));
+}
+
+/// "mixed" takes the copy where there is one, else the device; "registry" does what the configuration says.
+TEST_F(KestctlSeeprom, ModesChooseBetweenDeviceAndCopy)
+{
+    const std::string device(256, 'd');
+    const std::string copy(256, 'c');
+    writeFile(machine() / "panel.bin", device);
+    const auto read = [this](const char* mode) {
+        return says({"seeprom", "read", "panel-vpd", "--mode", mode, "--length", "4", "-o", "-"});
+    };
+    EXPECT_EQ("dddd", read("mixed")); // no copy: the device is read
+    EXPECT_EQ("dddd", read("registry"));
+    says({"seeprom", "write", "panel-vpd", "--mode", "mixed", "--hex", "4D", "--yes"});
+    EXPECT_EQ("M" + device.substr(1), image("panel"));
+    EXPECT_EQ("no persisted copies; 'kestctl copy capture DEVICE' makes one\n", says({"copy", "list"}));
+
+    says({"copy", "import", "panel-vpd", file("copy", copy)});
+    EXPECT_EQ("cccc", read("mixed"));
+    EXPECT_EQ("cccc", read("file"));
+    EXPECT_EQ("Mddd", read("hardware"));
+    EXPECT_EQ("Mddd", read("registry"));
+    says({"seeprom", "write", "panel-vpd", "--mode", "mixed", "--hex", "4E", "--yes"});
+    EXPECT_EQ("N" + copy.substr(1), says({"copy", "export", "panel-vpd", "-"}));
+    EXPECT_EQ("M" + device.substr(1), image("panel"));
+
+    std::string       text = readFile(machine() / "kest.toml");
+    const std::size_t at   = text.find("HWareMode");
+    ASSERT_NE(std::string::npos, at) << text;
+    writeFile(machine() / "kest.toml", text.replace(at, 9, "FileMode"));
+    EXPECT_EQ("Nccc", read("registry"));
+    EXPECT_EQ("Mddd",
+              says({"seeprom", "read", "panel-vpd", "--length", "4", "-o", "-"})); // hardware unless told otherwise
+}
+
+/// A device of this type takes no offset: a transfer begins where the chip stands, which is 0 at first.
+TEST_F(KestctlSeeprom, A172DeviceOnTheBusIsRead)
+{
+    const std::string target = (folder() / "out.bin").string();
+    EXPECT_EQ(image("system").substr(0, 16),
+              says({"seeprom", "read", "sim:planar,L,172,A0", "--length", "16", "-o", "-"}));
+    says({"sim", "power-cycle"});
+    says({"seeprom", "read", "sim:planar,L,172,A0", "-o", target});
+    EXPECT_EQ(image("system").substr(0, 22016), readFile(target));
+    EXPECT_EQ("sim:planar,L,172,A0: offset 22016 (0x5600) is past the end: the device holds 22016 bytes",
+              complaint(2, {"seeprom", "read", "sim:planar,L,172,A0", "--offset", "22016"}));
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,L,172,AE", "--length", "16"}),
+                HasSubstr("sim:planar,L,172,AE: read: nothing answers"));
 }
 
 TEST_F(KestctlSeeprom, LockedOrAbsentDevicesHaveTheirExitCodes)

@@ -38,45 +38,49 @@ TEST(KestctlHelp, TellsANewUserHowToBegin)
          {"kestctl sim new demo && export KEST_CONFIG=$PWD/demo/kest.toml", "sim:planar,L,2C0256,A0",
           "PATH,NODE,922,HUB,PORT,TYPE,ADDRESS", "4 device absent", "--json", "--config", "--version"})
         EXPECT_THAT(help.output, HasSubstr(part));
-    for (const char* area :
-         {"detect", "scan", "topology", "devices", "reset", "port", "thermal", "errors", "trace", "sim"})
+    for (const char* area : {"seeprom", "copy", "message", "detect", "scan", "topology", "devices", "reset", "port",
+                             "thermal", "errors", "trace", "sim"})
         EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + area + " ")) << area;
 }
 
-TEST(KestctlHelp, FitsEightyColumns)
+/// The lines of a command's help, and the commands that it lists below "Subcommands:".
+struct helpPage {
+    std::vector<std::string> lines, commands;
+};
+
+helpPage helpOf(std::vector<std::string> words)
 {
-    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{{},
-                                                                                         {"scan"},
-                                                                                         {"reset"},
-                                                                                         {"topology"},
-                                                                                         {"devices"},
-                                                                                         {"detect"},
-                                                                                         {"trace"},
-                                                                                         {"port"},
-                                                                                         {"port", "read"},
-                                                                                         {"port", "write"},
-                                                                                         {"port", "config"},
-                                                                                         {"thermal", "read"},
-                                                                                         {"errors"},
-                                                                                         {"errors", "list"},
-                                                                                         {"errors", "show"},
-                                                                                         {"errors", "export"},
-                                                                                         {"errors", "clear"},
-                                                                                         {"sim"},
-                                                                                         {"sim", "new"},
-                                                                                         {"sim", "fault", "add"},
-                                                                                         {"sim", "wave"},
-                                                                                         {"sim", "show"},
-                                                                                         {"sim", "power-cycle"}}) {
-        std::vector<std::string> words = command;
-        words.emplace_back("--help");
-        const runResult help = run("kestctl", words);
-        EXPECT_EQ(0, help.exit) << testing::PrintToString(words);
-        std::istringstream lines(help.output);
-        for (std::string line; std::getline(lines, line);)
-            EXPECT_LE(line.size(), 80U) << line;
+    words.emplace_back("--help");
+    const runResult help = run("kestctl", words);
+    EXPECT_EQ(0, help.exit) << testing::PrintToString(words);
+    helpPage           page;
+    std::istringstream text(help.output);
+    bool               listing = false;
+    for (std::string line; std::getline(text, line);) {
+        page.lines.push_back(line);
+        if (listing && line.size() > 2 && line.starts_with("  ") && line[2] != ' ')
+            page.commands.push_back(line.substr(2, line.find(' ', 2) - 2));
+        listing = line.empty() ? false : listing || line == "Subcommands:";
     }
+    return page;
 }
+
+/// @return how many pages there are below, the one of `words` included
+int checkColumns(const std::vector<std::string>& words)
+{
+    const helpPage page  = helpOf(words);
+    int            pages = 1;
+    for (const std::string& line : page.lines)
+        EXPECT_LE(line.size(), 80U) << testing::PrintToString(words) << ": " << line;
+    for (const std::string& command : page.commands) {
+        std::vector<std::string> below = words;
+        below.push_back(command);
+        pages += checkColumns(below);
+    }
+    return pages;
+}
+
+TEST(KestctlHelp, EveryPageFitsEightyColumns) { EXPECT_EQ(46, checkColumns({})); }
 
 TEST(KestctlHelp, VersionIsOneLine)
 {

@@ -1,7 +1,4 @@
 /// The client library against services that are slow, broken or hostile: every malformed reply is an error, never more.
-#include <functional>
-#include <thread>
-
 #include "tests/tools/kestd_support.h"
 
 namespace kest::test
@@ -12,32 +9,6 @@ namespace
 using client::answer;
 using client::frame;
 using client::outcome;
-
-/// A service that does as told with its first client.
-class FakeService
-{
-public:
-    explicit FakeService(std::function<void(RawClient&)> behaviour)
-        : m_listening(boundSocket(path(), SOCK_STREAM)), m_thread([this, behaviour = std::move(behaviour)] {
-              RawClient client(accept(m_listening, nullptr, nullptr));
-              behaviour(client);
-          })
-    {
-    }
-    FakeService(const FakeService&)            = delete;
-    FakeService& operator=(const FakeService&) = delete;
-    ~FakeService()
-    {
-        m_thread.join();
-        close(m_listening);
-    }
-    [[nodiscard]] std::filesystem::path path() const { return m_folder.path() / "fake"; }
-
-private:
-    TemporaryFolder m_folder;
-    int             m_listening;
-    std::thread     m_thread;
-};
 
 /// What the client makes of the bytes that `reply` makes of its request.
 answer answerTo(const std::function<std::vector<std::uint8_t>(frame)>& reply,

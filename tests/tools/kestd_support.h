@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
@@ -16,22 +17,16 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
+#include "tests/sanitizers.h"
 #include "tests/tools/program.h"
 #include "tools/client/client.h"
 
 namespace kest::test
 {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
 
 constexpr auto patience = 30s; // for what has to happen; far more than it takes
 
@@ -131,6 +126,32 @@ private:
     client::FrameAssembler    m_assembler{1 << 20};
     std::vector<std::uint8_t> m_input;
     std::size_t               m_at = 0;
+};
+
+/// A service that does as told with its first client.
+class FakeService
+{
+public:
+    explicit FakeService(std::function<void(RawClient&)> behaviour)
+        : m_listening(boundSocket(path(), SOCK_STREAM)), m_thread([this, behaviour = std::move(behaviour)] {
+              RawClient client(accept(m_listening, nullptr, nullptr));
+              behaviour(client);
+          })
+    {
+    }
+    FakeService(const FakeService&)            = delete;
+    FakeService& operator=(const FakeService&) = delete;
+    ~FakeService()
+    {
+        m_thread.join();
+        close(m_listening);
+    }
+    [[nodiscard]] std::filesystem::path path() const { return m_folder.path() / "fake"; }
+
+private:
+    TemporaryFolder m_folder;
+    int             m_listening;
+    std::thread     m_thread;
 };
 
 /// Words of a payload: host byte order.

@@ -5,6 +5,7 @@
 #include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/machine.h"
+#include "tools/common/number.h"
 
 namespace kest::tools
 {
@@ -46,6 +47,19 @@ bool answersAt(const busName& bus, std::uint8_t address)
     int        error  = 0;
     const auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
     return opened != nullptr && opened->probe(address).state == host::iic::presence::present;
+}
+
+void refuseDriversAddress(const device& which, bool force)
+{
+    const std::uint8_t address = which.head().address;
+    int                error   = 0;
+    const auto         opened  = force ? nullptr : host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);
+    if (opened != nullptr && opened->heldByDriver(address))
+        throw failure{.code    = exitRefused,
+                      .what    = "a driver of the kernel has " + addressText(address),
+                      .tryThis = "--force writes all the same",
+                      .device  = which.label,
+                      .step    = "write"};
 }
 
 void resetBus(const busName& bus)

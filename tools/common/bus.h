@@ -18,6 +18,11 @@ namespace kest::tools
 /// Whether something acknowledges an address right now. Makes no error entry; a bus that can't be opened answers nothing.
 [[nodiscard]] bool answersAt(const busName& bus, std::uint8_t address);
 
+/// Refuses to write to a device when a driver of the kernel has its address, or the one of the hub ahead of it: the driver does not hear of
+/// the change. A bus that can't be opened is left to the write itself. @param force  write all the same
+/// Throws a `failure` (exit code 3).
+void refuseDriversAddress(const device& which, bool force);
+
 /// Nine clocks and a STOP, or what the adapter has for it. Throws a `failure`.
 void resetBus(const busName& bus);
 

@@ -34,7 +34,7 @@ constexpr std::array types{
     deviceTypeInfo{KEST_DEV_D10, "D10", "D10 device", other, 0, 0, 0},
     deviceTypeInfo{KEST_DEV_75, "75", "LM75", sensor, 0, 0, 16},
     deviceTypeInfo{KEST_DEV_92, "92", "LM92", sensor, 0, 0, 16},
-    deviceTypeInfo{KEST_DEV_172, "172", "172 device", other, 0, 0, 0},
+    deviceTypeInfo{KEST_DEV_172, "172", "172 device", other, 22016, 0, 0},
 };
 
 constexpr std::size_t longestText  = 255;

@@ -9,6 +9,7 @@
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "platform/host/errorlog/store.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/machine.h"
@@ -59,6 +60,7 @@ struct reasonRow {
     exitCode      code;
     const char*   what;
     const char*   tryThis;
+    bool          errnoTellsMore = false; ///< so this is what holds when it is not known
 };
 
 constexpr std::array reasonRows{
@@ -76,32 +78,30 @@ constexpr std::array reasonRows{
     reasonRow{0x1315, exitWrongUse, "the device text is malformed", "see 'kestctl --help' for device texts"},
     reasonRow{0x1302, exitWrongUse, "the chain of devices is not valid", "see 'kestctl --help' for device texts"},
     reasonRow{0x1318, exitWrongUse, "there is no such node", "L is the local node, others are 0 to 7"},
+    reasonRow{0x1327, exitAbsent, "there is no device text for this number and position",
+              "the device table of the service has none"},
     reasonRow{0x132D, exitWrongUse, "this device has no such register", ""},
+    reasonRow{0x1330, exitWrongUse, "the device is no SEEPROM", ""},
+    reasonRow{0x130B, exitAbsent, "the bus or its node is gone", "check the node map in kest.toml", true},
+    reasonRow{0x1311, exitAbsent, "nothing answers, or there is no such bus", "check bus, address and power", true},
 };
 
-/// Calls `found` with the reason and the word at index 4 of each SRC until it answers true.
-template <typename Found>
-void findSrc(const ErrlEntry& entry, Found found)
-{
-    bool done = false;
-    for (std::uint16_t index = 0; !done; ++index) {
-        const SrciSrc*       src   = entry.getSRC(index);
-        unsigned             count = 0;
-        const std::uint32_t* words = src == nullptr ? nullptr : src->getHexData(count);
-        done = src == nullptr || (count > wordErrno && found(words[wordReason], words[wordErrno]));
-    }
-}
-
-/// Tells what a reason code says by itself. @return false when it is none of those that do
-bool describeReason(std::uint32_t reason, failure& why)
+/// @return the row of a reason code, null for one that says nothing by itself
+const reasonRow* rowOf(std::uint32_t reason)
 {
     const auto* row = std::ranges::find(reasonRows, reason, &reasonRow::reason);
-    if (row == reasonRows.end())
-        return false;
-    why.code    = row->code;
-    why.what    = row->what;
-    why.tryThis = row->tryThis;
-    return true;
+    return row == reasonRows.end() ? nullptr : row;
+}
+
+/// Tells what a reason code says by itself. @return false when there is no row
+bool describeReason(const reasonRow* row, failure& why)
+{
+    if (row != nullptr) {
+        why.code    = row->code;
+        why.what    = row->what;
+        why.tryThis = row->tryThis;
+    }
+    return row != nullptr;
 }
 
 void describeErrno(int error, const device& which, failure& why)
@@ -111,23 +111,6 @@ void describeErrno(int error, const device& which, failure& why)
     why.code                  = advice.code;
     why.what                  = trouble.empty() ? advice.what : trouble;
     why.tryThis               = trouble.empty() ? advice.tryThis : "";
-}
-
-/// What the return code says is the whole transfer's verdict; else the failed call of the layer is the cause, else the first reason known.
-void describe(const ErrlEntry& entry, const device& which, failure& why)
-{
-    constexpr std::uint32_t reasonBits = 0xFFFF;
-    const int               error      = errnoOf(entry);
-    if (entry.getRC() == codeHubWasReset) {
-        why.code    = exitAbsent;
-        why.what    = "the hub did not answer and was reset";
-        why.tryThis = "try again: the next transfer can work";
-    } else if (!describeReason(entry.getRC() & reasonBits, why)) {
-        if (error != 0)
-            describeErrno(error, which, why);
-        else
-            findSrc(entry, [&why](std::uint32_t reason, std::uint32_t) { return describeReason(reason, why); });
-    }
 }
 
 void replaceBus(std::string& text, const std::string& bus)
@@ -181,25 +164,51 @@ failure systemFailure(int error, const std::string& step, const std::string& obj
             .step   = step};
 }
 
-int errnoOf(const ErrlEntry& entry)
+int errnoOf(const host::loggedEntry& entry)
 {
-    int error = 0;
-    findSrc(entry, [&error](std::uint32_t reason, std::uint32_t word) {
-        if (std::ranges::find(layerReasons, reason) != layerReasons.end())
-            error = static_cast<int>(word);
-        return error != 0;
+    const auto* const last  = layerReasons.end();
+    const auto        found = std::ranges::find_if(entry.srcs, [last](const host::loggedSrc& src) {
+        return src.words[wordErrno] != 0 && std::ranges::find(layerReasons, src.words[wordReason]) != last;
     });
-    return error;
+    return found == entry.srcs.end() ? 0 : static_cast<int>(found->words[wordErrno]);
+}
+
+bool describeReturnCode(std::uint32_t returnCode, failure& why)
+{
+    constexpr std::uint32_t reasonBits = 0xFFFF;
+    if (returnCode == codeHubWasReset) {
+        why.code    = exitAbsent;
+        why.what    = "the hub did not answer and was reset";
+        why.tryThis = "try again: the next transfer can work";
+        return true;
+    }
+    return describeReason(rowOf(returnCode & reasonBits), why);
+}
+
+void describeEntry(const host::loggedEntry& entry, const device& which, failure& why)
+{
+    constexpr std::uint32_t reasonBits = 0xFFFF;
+    const reasonRow* const  row        = rowOf(entry.returnCode & reasonBits);
+    const bool              isVerdict = entry.returnCode == codeHubWasReset || (row != nullptr && !row->errnoTellsMore);
+    const int               error     = isVerdict ? 0 : errnoOf(entry);
+    const auto              isTold    = [&why](const host::loggedSrc& src) {
+        const reasonRow* const said = rowOf(src.words[wordReason]);
+        return said != nullptr && !said->errnoTellsMore && describeReason(said, why);
+    };
+    if (error != 0)
+        describeErrno(error, which, why);
+    else if (isVerdict || std::ranges::none_of(entry.srcs, isTold))
+        describeReturnCode(entry.returnCode, why);
+    replaceBus(why.tryThis, which.bus);
 }
 
 failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step)
 {
     failure why{.code = exitFailed, .what = "", .device = which.label, .step = step};
     why.returnCode = entry->getRC();
-    describe(*entry, which, why);
+    describeEntry(host::describeEntry(*entry), which, why);
     if (why.what.empty())
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
-    replaceBus(why.tryThis, which.bus);
     entry->commit(componentKest, ERRL_ACTION_REPORT);
     why.logId = entry->plid();
     if (why.tryThis.empty())

@@ -9,6 +9,11 @@
 
 #include "platform/errl.h"
 
+namespace kest::host
+{
+struct loggedEntry;
+}
+
 namespace kest::tools
 {
 
@@ -61,7 +66,14 @@ struct errnoAdvice {
 void throwEntry(ErrlEntry* entry, const device& which, const std::string& step);
 
 /// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
-[[nodiscard]] int errnoOf(const ErrlEntry& entry);
+[[nodiscard]] int errnoOf(const host::loggedEntry& entry);
+
+/// Fills in exit code, what happened and what to try, as an entry tells it: what the return code says is the whole transfer's verdict;
+/// else the failed call of the IIC layer is the cause, else the first reason known. Leaves `why` as it is when nothing is known.
+void describeEntry(const host::loggedEntry& entry, const device& which, failure& why);
+
+/// The same by the return code alone, for those who do not have the entry. @return false when it tells nothing
+bool describeReturnCode(std::uint32_t returnCode, failure& why);
 
 /// "PROGRAM: DEVICE: STEP: WHAT; TRY [log ID]", one line, escaped, without its end.
 [[nodiscard]] std::string failureLine(const std::string& program, const failure& why);

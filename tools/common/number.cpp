@@ -90,6 +90,11 @@ std::uint32_t parsePins(const std::string& text, unsigned pins)
     return mask;
 }
 
+std::string countText(std::uint64_t count, const char* what)
+{
+    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
 std::string sizeText(std::uint64_t bytes)
 {
     constexpr std::uint64_t kibi = 1024;

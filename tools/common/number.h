@@ -23,6 +23,9 @@ namespace kest::tools
 /// Pins such as "0,3,5-7" as a bit mask. @param pins  how many the chip has, at most 32
 [[nodiscard]] std::uint32_t parsePins(const std::string& text, unsigned pins);
 
+/// "1 page", "2 pages".
+[[nodiscard]] std::string countText(std::uint64_t count, const char* what);
+
 /// "1.5 KiB", "300 B".
 [[nodiscard]] std::string sizeText(std::uint64_t bytes);
 

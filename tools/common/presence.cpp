@@ -5,6 +5,7 @@
 #include "kest/detect.h"
 #include "kest/seeprom.h"
 #include "tools/common/attributes.h"
+#include "tools/common/buffer.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -17,9 +18,8 @@ ErrlEntry* readOneByte(const device& which, std::uint32_t speedKhz)
     const attributeRecord attributes = hardwareAttributes(speedKhz);
     unsigned              length     = 1;
     unsigned char*        data       = nullptr;
-    ErrlEntry*            entry  = KEST_seepromRead(tavoAddress(which), nullptr, 0, &length, &data, attributes.data());
-    void*                 buffer = data;
-    tavo_util_free(&buffer);
+    ErrlEntry*            entry = KEST_seepromRead(tavoAddress(which), nullptr, 0, &length, &data, attributes.data());
+    const tavoBuffer      buffer(data);
     return entry;
 }
 

@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
-#include <memory>
 #include <string_view>
 
 #include "kest/seeprom.h"
 #include "platform/host/trace/collect.h"
 #include "platform/trace.h"
+#include "tools/common/buffer.h"
+#include "tools/common/bus.h"
 #include "tools/common/dumpfile.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
@@ -27,14 +28,6 @@ constexpr std::uint32_t pieceBytes = 4096;
 constexpr std::uint32_t pageBytesUnknown = 16;
 
 constexpr int mostHubReads = 5;
-
-struct releaseBuffer {
-    void operator()(unsigned char* buffer) const
-    {
-        void* raw = buffer;
-        tavo_util_free(&raw);
-    }
-};
 
 /// Tells whether the library's trace of a hub read shows a recovery: data of a read that succeeds only on its repeat are not
 /// handed over, and the buffer then holds zeros that no chip ever sent.
@@ -130,7 +123,7 @@ void seeprom::readPiece(const byteRange& range, const std::string& step, byteVec
     unsigned char*   data   = nullptr;
     ErrlEntry* const entry =
         KEST_seepromRead(tavoAddress(m_device), nullptr, range.offset, &length, &data, m_attributes.data());
-    const std::unique_ptr<unsigned char, releaseBuffer> buffer(data);
+    const tavoBuffer buffer(data);
     throwEntry(entry, m_device, step);
     // mixed mode without a copy answers the whole device: the bytes asked for come first
     if (length < range.length || !buffer)
@@ -326,8 +319,9 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
         return report;
     }
     if (chip.mayTouchHardware()) {
-        confirm(fmt::format("{}: write {} bytes ({} pages) at {}?", target.label, report.bytesWritten,
-                            report.pagesWritten, addressText(target.end().address)),
+        refuseDriversAddress(target, options.force);
+        confirm(fmt::format("{}: write {} ({}) at {}?", target.label, countText(report.bytesWritten, "byte"),
+                            countText(report.pagesWritten, "page"), addressText(target.end().address)),
                 options.yes);
         report.undoFile = saveUndo(target, offset, old);
     }

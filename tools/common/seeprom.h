@@ -86,6 +86,7 @@ struct carefulWriteOptions {
     bool yes      = false;
     bool dryRun   = false;
     bool allPages = false; ///< also pages that hold the data already
+    bool force    = false; ///< also where a driver of the kernel has the device
     bool verify   = true;
 };
 
@@ -98,7 +99,7 @@ struct writeReport {
 };
 
 /// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads back and compares.
-/// Throws a `failure`: 3 not confirmed, 5 what was read back differs.
+/// Throws a `failure`: 3 not confirmed, or a driver of the kernel has the device; 5 what was read back differs.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

@@ -58,6 +58,75 @@ void addFilter(CLI::App* verb, errorsFilter& filter)
     addNumber(verb, "--last", filter.limit, "the latest N alone", 1);
 }
 
+void addSimFaultAdd(CLI::App* fault, context& shared)
+{
+    const auto           adding = std::make_shared<simFaultAddOptions>();
+    CLI::App*            add    = addVerb(fault, "add", "add a fault; prints its number",
+                                          "Kinds, and what --value means:\n"
+                                                        "  nack               the address is not acknowledged\n"
+                                                        "  nack-data          data byte --byte of a write is not acknowledged\n"
+                                                        "  hold-sda hold-scl  the line is held until a reset     resets that it outlasts\n"
+                                                        "  short              a STOP in the middle of --byte\n"
+                                                        "  arbitration        another controller wins at --byte\n"
+                                                        "  corrupt            data byte --byte is changed        XOR mask, 0 is 0xFF\n"
+                                                        "  stuck-write-cycle  the write cycle does not end       its ms, 0 for ever\n"
+                                                        "  gone               the adapter is gone\n"
+                                                        "  hub-status         a hub transfer ends with a status  the status\n"
+                                                        "  hub-silent         the hub answers nothing\n"
+                                                        "  hub-bad-first-byte a hub read begins with no status   that byte, 0 is 0xA5\n"
+                                                        "  hub-hold-sda hub-hold-scl  the sub-bus is held        resets that it outlasts\n"
+                                                        "It strikes at every matching transaction until cleared, unless told otherwise.\n"
+                                                        "  kestctl sim fault add nack --bus planar --address 0xA0 --count 1");
+    sim::machine::fault& what   = adding->what;
+    add->add_option("KIND", what.kind, "what happens, see below")->required()->type_name("");
+    add->add_option("--bus", adding->bus, "on this bus alone")->type_name("NAME");
+    add->add_option("--address", adding->address, "at this address alone, 8-bit form")->type_name("N");
+    add->add_option("--way", what.way, "read or write alone")->type_name("WAY");
+    addNumber(add, "--nth", what.nth, "strike first at the Nth matching transaction", 1);
+    addNumber(add, "--count", what.count, "strike N times", 1);
+    add->add_option("--probability", what.probability, "strike so often, 0 to 1")->type_name("P");
+    addNumber(add, "--seed", what.seed, "of the probability's random numbers");
+    addNumber(add, "--value", what.value, "see the kinds");
+    addNumber(add, "--byte", what.byte, "data byte it strikes at, from 0");
+    add->add_flag("--until-reset", what.untilReset, "ends for good with a reset of the bus or hub");
+    runs(add, shared, adding, runSimFaultAdd);
+}
+
+void addSimFault(CLI::App* area, context& shared)
+{
+    CLI::App* fault = addVerb(area, "fault", "make transactions fail");
+    fault->require_subcommand(1);
+    addSimFaultAdd(fault, shared);
+    runs(addVerb(fault, "list", "list faults and how often they struck"), shared,
+         std::make_shared<simFaultListOptions>(), runSimFaultList);
+    const auto clearing = std::make_shared<simFaultClearOptions>();
+    CLI::App*  clear    = addVerb(fault, "clear", "clear one fault, or all");
+    clear
+        ->add_option_function<std::string>(
+            "N",
+            [clearing](const std::string& text) {
+                clearing->number = static_cast<std::uint32_t>(parseNumber(text, "fault", 0xFFFFFFFF));
+            },
+            "number of the fault; none: all")
+        ->type_name("");
+    runs(clear, shared, clearing, runSimFaultClear);
+}
+
+void addSimWave(CLI::App* area, context& shared)
+{
+    CLI::App* wave = addVerb(area, "wave", "record a bus's waveform as a VCD file (SCL, SDA)");
+    wave->require_subcommand(1);
+    const auto starting = std::make_shared<simWaveOptions>();
+    CLI::App*  start    = addVerb(wave, "start", "record what all processes send until stopped");
+    start->add_option("BUS", starting->bus, "name of the bus")->required()->type_name("");
+    start->add_option("FILE", starting->file, "VCD file to write")->required()->type_name("");
+    runs(start, shared, starting, runSimWaveStart);
+    const auto stopping = std::make_shared<simWaveOptions>();
+    CLI::App*  stop     = addVerb(wave, "stop", "end the recording");
+    stop->add_option("BUS", stopping->bus, "name of the bus")->required()->type_name("");
+    runs(stop, shared, stopping, runSimWaveStop);
+}
+
 } // namespace
 
 void addScan(CLI::App& app, context& shared)
@@ -137,6 +206,7 @@ void addPort(CLI::App& app, context& shared)
     write->add_option("--pins", writing->pins, "pins as a list instead: 0,3-5")->type_name("LIST");
     write->add_option("--mask", writing->mask, "for copy: the pins to change, as bits; all otherwise")->type_name("N");
     write->add_flag("--yes", writing->yes, "drive a hub's reset line without asking");
+    write->add_flag("--force", writing->force, "write also where a driver of the kernel has the device");
     addSpeed(write, writing->speedKhz, defaultSpeed);
     runs(write, shared, writing, runPortWrite);
 
@@ -150,6 +220,7 @@ void addPort(CLI::App& app, context& shared)
     config->add_option("FUNCTION", configuring->function, "what to set")->required()->type_name("");
     config->add_option("VALUE", configuring->value, "pins as bits, or the register's byte")->type_name("");
     config->add_option("--pins", configuring->pins, "pins as a list instead: 0,3-5")->type_name("LIST");
+    config->add_flag("--force", configuring->force, "write also where a driver of the kernel has the device");
     addSpeed(config, configuring->speedKhz, defaultSpeed);
     runs(config, shared, configuring, runPortConfig);
 }
@@ -228,64 +299,8 @@ void addSim(CLI::App& app, context& shared)
     runs(addVerb(area, "show", "show chips, registers, what pins do, and faults"), shared,
          std::make_shared<simShowOptions>(), runSimShow);
 
-    CLI::App* fault = addVerb(area, "fault", "make transactions fail");
-    fault->require_subcommand(1);
-    const auto           adding = std::make_shared<simFaultAddOptions>();
-    CLI::App*            add    = addVerb(fault, "add", "add a fault; prints its number",
-                                          "Kinds, and what --value means:\n"
-                                                        "  nack               the address is not acknowledged\n"
-                                                        "  nack-data          data byte --byte of a write is not acknowledged\n"
-                                                        "  hold-sda hold-scl  the line is held until a reset     resets that it outlasts\n"
-                                                        "  short              a STOP in the middle of --byte\n"
-                                                        "  arbitration        another controller wins at --byte\n"
-                                                        "  corrupt            data byte --byte is changed        XOR mask, 0 is 0xFF\n"
-                                                        "  stuck-write-cycle  the write cycle does not end       its ms, 0 for ever\n"
-                                                        "  gone               the adapter is gone\n"
-                                                        "  hub-status         a hub transfer ends with a status  the status\n"
-                                                        "  hub-silent         the hub answers nothing\n"
-                                                        "  hub-bad-first-byte a hub read begins with no status   that byte, 0 is 0xA5\n"
-                                                        "  hub-hold-sda hub-hold-scl  the sub-bus is held        resets that it outlasts\n"
-                                                        "It strikes at every matching transaction until cleared, unless told otherwise.\n"
-                                                        "  kestctl sim fault add nack --bus planar --address 0xA0 --count 1");
-    sim::machine::fault& what   = adding->what;
-    add->add_option("KIND", what.kind, "what happens, see below")->required()->type_name("");
-    add->add_option("--bus", adding->bus, "on this bus alone")->type_name("NAME");
-    add->add_option("--address", adding->address, "at this address alone, 8-bit form")->type_name("N");
-    add->add_option("--way", what.way, "read or write alone")->type_name("WAY");
-    addNumber(add, "--nth", what.nth, "strike first at the Nth matching transaction", 1);
-    addNumber(add, "--count", what.count, "strike N times", 1);
-    add->add_option("--probability", what.probability, "strike so often, 0 to 1")->type_name("P");
-    addNumber(add, "--seed", what.seed, "of the probability's random numbers");
-    addNumber(add, "--value", what.value, "see the kinds");
-    addNumber(add, "--byte", what.byte, "data byte it strikes at, from 0");
-    add->add_flag("--until-reset", what.untilReset, "ends for good with a reset of the bus or hub");
-    runs(add, shared, adding, runSimFaultAdd);
-    runs(addVerb(fault, "list", "list faults and how often they struck"), shared,
-         std::make_shared<simFaultListOptions>(), runSimFaultList);
-    const auto clearing = std::make_shared<simFaultClearOptions>();
-    CLI::App*  clear    = addVerb(fault, "clear", "clear one fault, or all");
-    clear
-        ->add_option_function<std::string>(
-            "N",
-            [clearing](const std::string& text) {
-                clearing->number = static_cast<std::uint32_t>(parseNumber(text, "fault", 0xFFFFFFFF));
-            },
-            "number of the fault; none: all")
-        ->type_name("");
-    runs(clear, shared, clearing, runSimFaultClear);
-
-    CLI::App* wave = addVerb(area, "wave", "record a bus's waveform as a VCD file (SCL, SDA)");
-    wave->require_subcommand(1);
-    const auto starting = std::make_shared<simWaveOptions>();
-    CLI::App*  start    = addVerb(wave, "start", "record what all processes send until stopped");
-    start->add_option("BUS", starting->bus, "name of the bus")->required()->type_name("");
-    start->add_option("FILE", starting->file, "VCD file to write")->required()->type_name("");
-    runs(start, shared, starting, runSimWaveStart);
-    const auto stopping = std::make_shared<simWaveOptions>();
-    CLI::App*  stop     = addVerb(wave, "stop", "end the recording");
-    stop->add_option("BUS", stopping->bus, "name of the bus")->required()->type_name("");
-    runs(stop, shared, stopping, runSimWaveStop);
-
+    addSimFault(area, shared);
+    addSimWave(area, shared);
     runs(addVerb(area, "power-cycle", "registers to their defaults, hubs out of reset, held lines free; images stay"),
          shared, std::make_shared<simPowerCycleOptions>(), runSimPowerCycle);
 }

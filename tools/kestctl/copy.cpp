@@ -80,7 +80,8 @@ int replace(const context& shared, std::uint32_t number, const byteVector& bytes
     if (shared.json)
         standardOutput().json({{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}});
     else
-        standardOutput().text(fmt::format("{}: holds {} bytes now\n", escaped(labelOf(number)), bytes.size()));
+        standardOutput().text(
+            fmt::format("{}: holds {} now\n", escaped(labelOf(number)), countText(bytes.size(), "byte")));
     return exitDone;
 }
 

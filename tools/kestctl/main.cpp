@@ -7,7 +7,6 @@
 #include <string>
 
 #include "platform/host/registry/configuration.h"
-#include "platform/host/trace/rings.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/commands.h"
@@ -129,8 +128,6 @@ int parseAndRun(int count, char** words, context& shared)
     }
     if (shared.needsConfiguration && !kest::host::configurationError().empty())
         throw wrongUse(kest::host::configurationError(), "repair it, or name another file by --config");
-    if (shared.needsConfiguration)
-        kest::host::useTraceFolder(kest::host::currentConfiguration().traceFolder);
     return shared.action();
 }
 

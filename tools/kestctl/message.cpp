@@ -4,8 +4,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "platform/host/errorlog/store.h"
 #include "platform/host/registry/configuration.h"
 #include "tools/client/client.h"
+#include "tools/common/bus.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
@@ -18,52 +20,67 @@ namespace kest::tools
 namespace
 {
 
-/// The exit code for a return code of the library, by its reason.
-exitCode exitForReturnCode(std::uint32_t returnCode)
-{
-    switch (returnCode & 0xFFFF) {
-    case 0x1306: // no persisted copy
-    case 0x1311: // nothing answers, or no such bus
-    case 0x131A: // nothing answers behind the hub
-        return exitAbsent;
-    case 0x1302: // chain not valid
-    case 0x1315: // text not understood
-    case 0x1318: // no such node
-        return exitWrongUse;
-    default:
-        return exitFailed;
-    }
-}
+constexpr const char* readStep = "read by message";
 
-exitCode exitCodeOf(const client::answer& answer)
+/// Tells what a failure of the library means: as its entry has it, where the service's error log is this user's, too; else as far as the
+/// return code goes.
+void describeAnswer(const client::answer& answer, const device& which, failure& why)
 {
-    switch (answer.what) {
-    case client::outcome::done:
-        return exitDone;
-    case client::outcome::refused:
-        return answer.returnCode == client::codeForbidden ? exitRefused : exitFailed;
-    case client::outcome::wrongUse:
-        return exitWrongUse;
-    case client::outcome::failed:
-        return exitForReturnCode(answer.returnCode);
-    default:
-        return exitFailed;
-    }
+    const auto entries = host::listEntries({.plid = answer.logId}).entries;
+    const auto logged  = std::ranges::find(entries, answer.returnCode, &host::loggedEntry::returnCode);
+    if (answer.logId != 0 && logged != entries.end())
+        describeEntry(*logged, which, why);
+    else
+        describeReturnCode(answer.returnCode, why);
 }
 
 /// Throws for an answer that is none.
-void throwAnswer(const client::answer& answer, const std::string& device, const std::string& step)
+void throwAnswer(const client::answer& answer, const device& which, const std::string& step)
 {
     if (answer)
         return;
-    failure why{.code = exitCodeOf(answer), .what = answer.message, .device = device, .step = step};
+    failure why{.what = answer.message, .device = which.label, .step = step};
     why.logId      = answer.logId;
     why.returnCode = answer.returnCode;
-    if (answer.what == client::outcome::unreachable)
+    switch (answer.what) {
+    case client::outcome::refused:
+        why.code = answer.returnCode == client::codeForbidden ? exitRefused : exitFailed;
+        break;
+    case client::outcome::wrongUse:
+        why.code = exitWrongUse;
+        break;
+    case client::outcome::failed:
+        describeAnswer(answer, which, why);
+        break;
+    case client::outcome::unreachable:
         why.tryThis = "start kestd, or name its socket by --socket";
-    else if (answer.logId != 0)
-        why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", answer.logId);
+        break;
+    default:
+        break;
+    }
+    if (why.tryThis.empty() && why.logId != 0)
+        why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
     throw why;
+}
+
+/// Through a hub the service can hand out bytes that were never read. Only whoever sees the library's trace can tell, and two reads
+/// that agree are no proof.
+void guardHubRead(const device& which, bool force)
+{
+    if (!which.behindHub())
+        return;
+    if (!force)
+        throw failure{.code    = exitRefused,
+                      .what    = "through a hub bytes can come that were never read, and a message can't tell",
+                      .tryThis = fmt::format("'kestctl seeprom read {}' reads until it can be relied on, --force takes "
+                                             "what comes",
+                                             which.label),
+                      .device  = which.label,
+                      .step    = readStep};
+    std::fputs(fmt::format("kestctl: {}: read through a hub: the bytes can be ones that were never read\n",
+                           escaped(which.label))
+                   .c_str(),
+               stderr);
 }
 
 client::Connection connect(const messageOptions& options)
@@ -109,10 +126,11 @@ int runMessageRead(const context& shared, const messageOptions& options)
 {
     const device    which = seepromNamed(options.device);
     const byteRange range = rangeOf(which, options);
+    guardHubRead(which, options.force);
     warnUnlessHardware();
     client::Connection service = connect(options);
     client::answer     answer  = service.readSeeprom(which.text, range.offset, range.length);
-    throwAnswer(answer, which.label, "read by message");
+    throwAnswer(answer, which, readStep);
     if (answer.data.size() < range.length)
         std::fputs(fmt::format("kestctl: {}: {} of {} bytes came: the copy ends there\n", escaped(which.label),
                                answer.data.size(), range.length)
@@ -148,11 +166,13 @@ int runMessageWrite(const context& shared, const messageOptions& options)
         options.input.empty() ? parseHex(options.hex, "--hex") : readInput(options.input, client::maximumDataBytes);
     const byteRange range = checkedRange(which, offsetOf(options), bytes.size());
     warnUnlessHardware();
-    confirm(fmt::format("{}: write {} bytes at offset {} by message?", which.label, range.length, range.offset),
+    refuseDriversAddress(which, options.force);
+    confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
+                        range.offset),
             options.yes);
     client::Connection   service = connect(options);
     const client::answer answer  = service.writeSeeprom(which.text, range.offset, bytes);
-    throwAnswer(answer, which.label, "write by message");
+    throwAnswer(answer, which, "write by message");
     if (shared.json)
         standardOutput().json({{"device", which.label},
                                {"text", which.text},
@@ -160,8 +180,8 @@ int runMessageWrite(const context& shared, const messageOptions& options)
                                {"length", range.length},
                                {"flags", answer.flags}});
     else
-        standardOutput().text(
-            fmt::format("{}: wrote {} bytes by message; not verified\n", escaped(which.label), range.length));
+        standardOutput().text(fmt::format("{}: wrote {} by message; not verified\n", escaped(which.label),
+                                          countText(range.length, "byte")));
     return exitDone;
 }
 
@@ -170,7 +190,9 @@ int runMessageLocation(const context& shared, const messageOptions& options)
     const auto           number  = static_cast<std::uint32_t>(parseNumber(options.device, "device number", 0xFFFFFFFF));
     client::Connection   service = connect(options);
     const client::answer answer  = service.location(number, options.position);
-    throwAnswer(answer, options.device, "look up by message");
+    device               asked;
+    asked.label = options.device;
+    throwAnswer(answer, asked, "look up by message");
     const std::string text(answer.data.begin(), answer.data.end());
     if (shared.json)
         standardOutput().json({{"number", number}, {"position", options.position}, {"text", text}});

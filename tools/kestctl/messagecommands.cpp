@@ -33,7 +33,7 @@ void addMessage(CLI::App& app, context& shared)
         ->type_name("N");
     verb->add_option("-o,--output", read->output, "save the raw bytes in FILE, - for standard output")
         ->type_name("FILE");
-    verb->add_flag("--force", read->force, "raw bytes even to a terminal");
+    verb->add_flag("--force", read->force, "raw bytes even to a terminal; also through a hub");
 
     const auto write = std::make_shared<messageOptions>();
     verb             = addMessageVerb(area, shared, "write", "write a SEEPROM by message", write, runMessageWrite);
@@ -42,6 +42,7 @@ void addMessage(CLI::App& app, context& shared)
     verb->add_option("--hex", write->hex, "bytes to write as hexadecimal digits")->type_name("DIGITS");
     verb->add_option("--offset", write->offset, "first byte, counted from 0 (default 0)")->type_name("N");
     verb->add_flag("-y,--yes", write->yes, "do not ask; needed without a terminal");
+    verb->add_flag("--force", write->force, "write also where a driver of the kernel has the device");
 
     const auto location = std::make_shared<messageOptions>();
     verb                = addMessageVerb(area, shared, "location", "show the device text of a device number", location,

@@ -24,6 +24,7 @@ struct portWriteOptions {
     std::string   mask;      ///< number, for copy; empty: all pins
     std::uint32_t speedKhz = 0;
     bool          yes      = false; ///< a hub's reset line may be driven
+    bool          force    = false; ///< also where a driver of the kernel has the device
 };
 /// Changes the chosen pins and no others. Asks before it drives a hub's reset line.
 int runPortWrite(const context& shared, const portWriteOptions& options);
@@ -34,6 +35,7 @@ struct portConfigOptions {
     std::string   value;    ///< number; empty: `pins` is given
     std::string   pins;
     std::uint32_t speedKhz = 0;
+    bool          force    = false; ///< also where a driver of the kernel has the device
 };
 int runPortConfig(const context& shared, const portConfigOptions& options);
 

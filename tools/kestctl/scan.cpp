@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -79,13 +80,28 @@ std::string known(const inventory& all, const busName& bus, std::uint8_t address
 
 std::string trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
 
+/// How many results from `first` on a list need not tell apart: uncertain for one reason, and nothing known of them.
+std::size_t alike(const inventory& all, const busName& bus, const std::vector<scanResult>& results, std::size_t first)
+{
+    std::size_t end = first;
+    while (end < results.size() && results[end].state == presence::uncertain &&
+           results[end].reason == results[first].reason && known(all, bus, results[end].address).empty())
+        ++end;
+    return std::max<std::size_t>(end - first, 1);
+}
+
 void showList(const inventory& all, const busName& bus, const std::vector<scanResult>& results)
 {
     standardOutput().text("\n");
-    for (const scanResult& result : results) {
+    for (std::size_t at = 0; at < results.size();) {
+        const scanResult& result = results[at];
+        const std::size_t count  = alike(all, bus, results, at);
+        at += count;
         if (result.state == presence::absent)
             continue;
         std::string line = addressText(result.address) + known(all, bus, result.address);
+        if (count > 1)
+            line += " to " + addressText(results[at - 1].address);
         if (result.state == presence::heldByDriver)
             line += "  a driver of the kernel has it";
         if (result.state == presence::uncertain)

@@ -75,7 +75,7 @@ byteVector inputBytes(const std::string& file, const seeprom& chip, const seepro
     if (const auto length = lengthOf(options)) {
         if (bytes.size() < *length)
             throw wrongUse(fmt::format("{} holds {} bytes, fewer than the length {}", file, bytes.size(), *length));
-        bytes.resize(*length);
+        bytes.resize(static_cast<std::size_t>(*length)); // fits: no more than were read
     }
     if (bytes.empty())
         throw wrongUse(fmt::format("{} is empty", file));
@@ -98,14 +98,17 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
     }
     const std::string name = escaped(chip.target().label);
     if (report.pagesWritten == 0) {
-        standardOutput().text(fmt::format("{}: holds these {} bytes already, nothing to write\n", name, length));
+        standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,
+                                          length == 1 ? "this byte" : fmt::format("these {} bytes", length)));
     } else if (care.dryRun) {
-        standardOutput().text(fmt::format("{}: would write {} bytes in {} pages; {} pages hold the data already\n",
-                                          name, report.bytesWritten, report.pagesWritten, report.pagesSkipped));
+        standardOutput().text(
+            fmt::format("{}: would write {} in {}; unchanged: {}\n", name, countText(report.bytesWritten, "byte"),
+                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page")));
     } else {
-        standardOutput().text(fmt::format("{}: wrote {} bytes in {} pages, {} pages held the data already{}\n", name,
-                                          report.bytesWritten, report.pagesWritten, report.pagesSkipped,
-                                          report.verified ? "; read back and compared" : "; not verified"));
+        standardOutput().text(
+            fmt::format("{}: wrote {} in {}; unchanged: {}; {}\n", name, countText(report.bytesWritten, "byte"),
+                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
+                        report.verified ? "read back and compared" : "not verified"));
         if (!report.undoFile.empty())
             standardOutput().text(fmt::format("undo: kestctl seeprom restore {}\n", escaped(report.undoFile)));
     }
@@ -238,7 +241,7 @@ int runSeepromVerify(const context& shared, const seepromCompareOptions& options
     if (!shared.json) {
         const std::string name = escaped(chip.target().label);
         if (offsets.empty())
-            standardOutput().text(fmt::format("{}: {} bytes are equal\n", name, both.range.length));
+            standardOutput().text(fmt::format("{}: equal, {}\n", name, countText(both.range.length, "byte")));
         else
             standardOutput().text(fmt::format("{}: {} of {} bytes differ, the first at offset {} (0x{:X})\n", name,
                                               offsets.size(), both.range.length, both.range.offset + offsets.front(),

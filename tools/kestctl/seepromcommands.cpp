@@ -26,8 +26,10 @@ void addCare(CLI::App* verb, carefulWriteOptions& care)
 {
     verb->add_flag("-y,--yes", care.yes, "do not ask; needed without a terminal");
     verb->add_flag("--dry-run", care.dryRun, "only tell what would be written");
+    verb->add_flag("--force", care.force, "write also where a driver of the kernel has the device");
     verb->add_flag("--all-pages", care.allPages, "also write pages that hold the data already");
-    verb->add_flag("!--no-verify", care.verify, "do not read back and compare");
+    verb->add_flag_callback(
+        "--no-verify", [&care] { care.verify = false; }, "do not read back and compare");
 }
 
 void addRead(CLI::App* area, context& shared)
@@ -45,10 +47,9 @@ void addRead(CLI::App* area, context& shared)
 void addWrite(CLI::App* area, context& shared)
 {
     const auto options = std::make_shared<seepromWriteOptions>();
-    CLI::App*  verb =
-        addVerb(area, "write", "write bytes: asks, keeps the old ones in an undo file, reads back",
-                "Pages that hold the data already are left out. A write that fails tells how many bytes are "
-                "certain.");
+    CLI::App*  verb    = addVerb(area, "write", "write bytes: asks, keeps the old ones in an undo file, reads back",
+                                 "Pages that hold the data already are left out. A write that fails tells how many\n"
+                                     "bytes are certain.");
     verb->add_option("DEVICE", options->to.device, "name, number or device text")->required();
     verb->add_option("-i,--input", options->input, "bytes to write from FILE, - for standard input")->type_name("FILE");
     verb->add_option("--hex", options->hex, "bytes to write as hexadecimal digits")->type_name("DIGITS");

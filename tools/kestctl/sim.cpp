@@ -56,10 +56,10 @@ std::string faultText(const sim::machine::listedFault& fault)
                     what.address == 0 ? "any address" : addressText(what.address));
     if (!what.way.empty())
         text += " " + what.way;
-    if (what.nth != 0)
+    if (what.nth > 1)
         text += fmt::format(" from transaction {} on", what.nth);
     if (what.count != 0)
-        text += fmt::format(" {} times", what.count);
+        text += what.count == 1 ? " once" : fmt::format(" {} times", what.count);
     if (what.probability < 1)
         text += fmt::format(" probability {}", what.probability);
     if (what.value != 0)
@@ -217,8 +217,11 @@ int runSimWaveStop(const context& shared, const simWaveOptions& options)
     const auto machine = openConfiguredMachine();
     const auto bus     = busOf(options.bus);
     requireBus(*machine, bus);
-    if (!machine->stopWave(bus))
+    if (!machine->stopWave(bus)) {
+        if (errno == ENOENT)
+            throw failure{.what = "nothing is being recorded", .device = "sim:" + bus, .step = "sim wave stop"};
         throw systemFailure(errno, "sim wave stop", "sim:" + bus);
+    }
     done(shared, {{"bus", bus}, {"stopped", true}}, "sim:" + escaped(bus) + ": recording ended");
     return exitDone;
 }

@@ -1,7 +1,6 @@
 #include "tools/kestd/dispatch.h"
 
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <fmt/format.h>
 #include <memory>
@@ -11,8 +10,11 @@
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/entry.h"
+#include "platform/host/registry/configuration.h"
 #include "platform/netc.h"
 #include "platform/tavo.h"
+#include "tools/common/buffer.h"
+#include "tools/kestd/clock.h"
 
 namespace kest::service
 {
@@ -41,6 +43,31 @@ std::uint32_t wantedLength(const frame& request)
         std::memcpy(&length, request.payload.data() + lengthAt, sizeof length); // host byte order
     }
     return length;
+}
+
+/// Whether reads are served from a persisted copy. The library settles its read mode by the same word.
+bool servesCopies()
+{
+    const auto& registry = host::currentConfiguration().registry;
+    const auto  mode     = registry.find("tavo/ReadMode");
+    return mode != registry.end() && (mode->second.starts_with("FileMode") || mode->second.starts_with("MixedMode"));
+}
+
+/// Whether a request is a read of all there is, which of a copy may be far more than a reply holds.
+bool isUnbounded(const frame& request)
+{
+    return request.type == client::typeRead && request.payload.size() >= lengthAt + sizeof(std::uint32_t) &&
+           wantedLength(request) == 0 && servesCopies();
+}
+
+/// The read of one byte more than a reply holds: that is enough to tell that it does not fit, and all that is ever loaded. Without a
+/// copy a device is read whole, whatever the length.
+frame bounded(const frame& request)
+{
+    constexpr std::uint32_t oneTooMany = client::maximumDataBytes + 1;
+    frame                   read       = request;
+    std::memcpy(read.payload.data() + lengthAt, &oneTooMany, sizeof oneTooMany); // host byte order
+    return read;
 }
 
 bool isPermitted(const frame& request, Permission permission)
@@ -103,8 +130,7 @@ std::uint32_t RefusalLog::add(std::uint32_t code, const Peer& peer, std::uint16_
 
 bool RefusalLog::takesShare(uid_t user)
 {
-    using namespace std::chrono;
-    const std::int64_t    now = duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+    const std::int64_t    now = nowMs();
     const std::lock_guard guard(m_lock);
     if (m_shares.size() >= mostUsersRemembered) {
         std::erase_if(m_shares, [now](const auto& share) { return now - share.second.sinceMs >= minuteMs; });
@@ -135,7 +161,7 @@ frame dispatch(const frame& request, const Peer& peer, Permission permission, Re
             fmt::format("{} bytes at once are more than {}", wantedLength(request), client::maximumDataBytes),
             refusals);
     } else {
-        reply = serve(request);
+        reply = isUnbounded(request) ? serve(bounded(request)) : serve(request);
     }
     return reply;
 }
@@ -148,8 +174,7 @@ void adoptReadMode()
     unsigned int                                                  length = 1;
     unsigned char*                                                data   = nullptr;
     delete KEST_seepromRead(tavo_deviceaddress{}, nullptr, 0, &length, &data, attributes.data());
-    void* buffer = data;
-    tavo_util_free(&buffer);
+    const tools::tavoBuffer buffer(data);
 }
 
 } // namespace kest::service

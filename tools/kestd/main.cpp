@@ -7,7 +7,6 @@
 #include <malloc.h>
 
 #include "platform/host/registry/configuration.h"
-#include "platform/host/trace/rings.h"
 #include "tools/kestd/service.h"
 #include "tools/kestd/systemd.h"
 
@@ -47,7 +46,6 @@ int serve(const options& wanted)
     if (!kest::host::configurationError().empty()) {
         return fail(exitWrongUse, kest::host::configurationError());
     }
-    kest::host::useTraceFolder(current.traceFolder);
     const auto handed = kest::service::takeHandedSocket();
     if (handed.error != nullptr) {
         return fail(exitFailed, handed.error);

@@ -15,6 +15,7 @@
 
 #include "platform/host/trace/hash.h"
 #include "platform/trace.h"
+#include "tools/kestd/clock.h"
 #include "tools/kestd/systemd.h"
 
 namespace kest::service
@@ -66,12 +67,6 @@ std::string because(const std::string& what) { return what + ": " + std::strerro
 void Service::doLater(std::function<void()> body)
 {
     m_workers.submit(std::make_shared<Task>(m_context, std::move(body)));
-}
-
-std::int64_t nowMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
 }
 
 Service::Service()

@@ -22,9 +22,6 @@
 namespace kest::service
 {
 
-/// Steady clock.
-std::int64_t nowMs();
-
 /// What a configuration says about the service, worked out. Not changed once it is in use.
 struct Settings {
     host::serviceSettings limits;

@@ -5,6 +5,7 @@
 #include <span>
 #include <sys/socket.h>
 
+#include "tools/kestd/clock.h"
 #include "tools/kestd/service.h"
 
 namespace kest::service

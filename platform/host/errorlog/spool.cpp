@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "platform/host/errorlog/json.h"
-#include "platform/host/files/files.h"
 
 namespace kest::host
 {
@@ -88,6 +87,17 @@ int spool::countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines
     return error;
 }
 
+/// Opens the file, which is there for good from then on.
+int spool::openMade(int flags, fileDescriptor& descriptor) const
+{
+    const bool fresh = access(m_file.c_str(), F_OK) != 0;
+    descriptor       = openFile(m_file, flags | O_RDWR | O_CREAT);
+    int error        = descriptor.valid() ? 0 : errno;
+    if (error == 0 && fresh)
+        error = syncFolder(m_file.parent_path());
+    return error;
+}
+
 int spool::append(const std::string& line, const logLimits& limits)
 {
     const fileLock lock(m_lock);
@@ -95,11 +105,12 @@ int spool::append(const std::string& line, const logLimits& limits)
     std::uint64_t  bytes = 0;
     std::uint64_t  lines = 0;
     if (error == 0) {
-        const bool           fresh      = access(m_file.c_str(), F_OK) != 0;
-        const fileDescriptor descriptor = openFile(m_file, O_RDWR | O_CREAT | O_APPEND);
-        struct stat          before {
+        fileDescriptor descriptor;
+        struct stat    before {
         };
-        error = descriptor.valid() ? dropUnfinished(descriptor.number()) : errno;
+        error = openMade(O_APPEND, descriptor);
+        if (error == 0)
+            error = dropUnfinished(descriptor.number());
         if (error == 0 && fstat(descriptor.number(), &before) != 0)
             error = errno;
         if (error == 0) {
@@ -111,8 +122,6 @@ int spool::append(const std::string& line, const logLimits& limits)
                 [[maybe_unused]]
                 const int ignored = ftruncate(descriptor.number(), before.st_size);
         }
-        if (error == 0 && fresh)
-            error = syncFolder(m_file.parent_path());
         if (error == 0)
             error = countLines(descriptor.number(), bytes, lines);
     }
@@ -160,8 +169,8 @@ int spool::reserve()
     const fileLock lock(m_lock);
     int            error = lock.error();
     if (error == 0) {
-        const fileDescriptor descriptor = openFile(m_file, O_RDWR | O_CREAT);
-        error                           = descriptor.valid() ? 0 : errno;
+        fileDescriptor descriptor;
+        error = openMade(0, descriptor);
         if (error == 0)
             reserveBehind(descriptor.number());
     }

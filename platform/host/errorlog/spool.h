@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/host/errorlog/limits.h"
+#include "platform/host/files/files.h"
 
 namespace kest::host
 {
@@ -37,6 +38,7 @@ private:
         std::uint64_t device = 0, inode = 0, bytes = 0, lines = 0;
     };
 
+    int openMade(int flags, fileDescriptor& descriptor) const;
     int countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines);
     int trim(const logLimits& limits);
 

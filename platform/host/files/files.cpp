@@ -1,5 +1,6 @@
 #include "platform/host/files/files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -31,13 +32,19 @@ std::filesystem::path folderOf(const std::filesystem::path& file)
     return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
 }
 
-/// What root makes belongs to whom the folder around it belongs to. Nothing is lost where that fails.
-void adoptOwner(const std::filesystem::path& made)
+/// Makes one folder, durable on return.
+int makeFolder(const std::filesystem::path& folder)
 {
-    struct stat around {
-    };
-    if (geteuid() == 0 && stat(folderOf(made).c_str(), &around) == 0) [[maybe_unused]]
-        const int ignored = lchown(made.c_str(), around.st_uid, around.st_gid);
+    int error = mkdir(folder.c_str(), folderMode) == 0 ? 0 : errno;
+    if (error == 0) {
+        const fileDescriptor made(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (made.valid())
+            giveToFoldersOwner(made.number(), folderOf(folder));
+        error = syncFolder(folderOf(folder));
+        error =
+            error == EACCES ? 0 : error; // the folder around it may be written and not read: no reason to do without
+    }
+    return error;
 }
 
 } // namespace
@@ -71,22 +78,24 @@ fileLock::~fileLock()
 
 int makeFolders(const std::filesystem::path& folder)
 {
-    int error = 0;
-    if (mkdir(folder.c_str(), folderMode) == 0) {
-        adoptOwner(folder);
-    } else if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
+    int error = makeFolder(folder);
+    if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
         error = makeFolders(folder.parent_path());
         // once more, and not by way of the parent again: a file system that takes no folders answers ENOENT, too
-        if (error == 0 && mkdir(folder.c_str(), folderMode) == 0)
-            adoptOwner(folder);
-        else if (error == 0)
-            error = errno == EEXIST ? 0 : errno;
-    } else if (errno == EEXIST) {
-        error = std::filesystem::is_directory(folder) ? 0 : ENOTDIR;
-    } else {
-        error = errno;
+        if (error == 0)
+            error = makeFolder(folder);
     }
+    if (error == EEXIST)
+        error = std::filesystem::is_directory(folder) ? 0 : ENOTDIR;
     return error;
+}
+
+void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder)
+{
+    struct stat around {
+    };
+    if (geteuid() == 0 && stat(folder.c_str(), &around) == 0) [[maybe_unused]]
+        const int ignored = fchown(descriptor, around.st_uid, around.st_gid);
 }
 
 fileDescriptor openFile(const std::filesystem::path& file, int flags)
@@ -98,7 +107,7 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
     if ((flags & O_CREAT) != 0) { // made by this very call, or there already
         number = uninterrupted([&] { return open(file.c_str(), common | O_EXCL, fileMode); });
         if (number >= 0)
-            adoptOwner(file);
+            giveToFoldersOwner(number, folderOf(file));
     }
     if (number < 0 && ((flags & O_CREAT) == 0 || (errno == EEXIST && (flags & O_EXCL) == 0)))
         number = uninterrupted([&] { return open(file.c_str(), common & ~O_CREAT); });
@@ -106,6 +115,13 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
 }
 
 int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vector<std::uint8_t>& bytes)
+{
+    std::uint64_t sizeBytes = 0;
+    return readFilePart(file, limitBytes, 0, limitBytes, bytes, sizeBytes);
+}
+
+int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std::uint64_t offset, std::size_t most,
+                 std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes)
 {
     const fileDescriptor descriptor = openFile(file, O_RDONLY);
     struct stat          facts {
@@ -115,12 +131,16 @@ int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vec
         error = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
     if (error == 0 && static_cast<std::uint64_t>(facts.st_size) > limitBytes)
         error = EFBIG;
+    sizeBytes = error == 0 ? static_cast<std::uint64_t>(facts.st_size) : 0;
     if (error == 0)
-        bytes.resize(static_cast<std::size_t>(facts.st_size));
+        bytes.resize(offset < sizeBytes ? static_cast<std::size_t>(std::min<std::uint64_t>(most, sizeBytes - offset))
+                                        : 0);
     std::size_t filled = 0;
     while (error == 0 && filled < bytes.size()) {
-        const auto moved =
-            uninterrupted([&] { return read(descriptor.number(), bytes.data() + filled, bytes.size() - filled); });
+        const auto moved = uninterrupted([&] {
+            return pread(descriptor.number(), bytes.data() + filled, bytes.size() - filled,
+                         static_cast<off_t>(offset + filled));
+        });
         if (moved > 0)
             filled += static_cast<std::size_t>(moved);
         else if (moved == 0)

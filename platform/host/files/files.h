@@ -55,8 +55,11 @@ private:
     int            m_error = 0;
 };
 
-/// Makes a folder and those above it that are missing.
+/// Makes a folder and those above it that are missing; what it made is durable on return.
 int makeFolders(const std::filesystem::path& folder);
+
+/// Gives what was just made in `folder` to the folder's owner and group when root made it. Nothing is lost where that fails.
+void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder);
 
 /// Opens a file, close-on-exec; for writing never through a symbolic link. @param flags  as for open(2); O_CREAT makes it.
 /// @return an invalid descriptor with `errno` when it can't be had
@@ -64,6 +67,11 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags);
 
 /// Reads a whole regular file. EFBIG when it is larger than `limitBytes`, EINVAL when it is none.
 int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vector<std::uint8_t>& bytes);
+
+/// Reads up to `most` bytes of a regular file from `offset`. Errors as for readFile().
+/// @param[out] sizeBytes  of the whole file
+int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std::uint64_t offset, std::size_t most,
+                 std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes);
 
 /// Writes all bytes at the descriptor's position.
 int writeAll(int descriptor, std::span<const std::uint8_t> bytes);

@@ -57,7 +57,7 @@ struct transferResult {
     outcome       end        = outcome::done;
     std::size_t   segment    = 0; ///< in which it ended, when not done
     std::size_t   bytesMoved = 0; ///< data bytes moved in that segment, when not done
-    std::uint64_t nowNs      = 0; ///< the bus\'s clock after it
+    std::uint64_t nowNs      = 0; ///< the bus's clock after it
 };
 
 /// What fits into a transaction.
@@ -122,8 +122,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
                      const std::string& node, std::shared_ptr<bus>& opened);
 
 /// @param pathPrefix         put ahead of /dev/i2c-N
-/// @param setAdapterTimeout  change the adapter's time-out for each transaction and put it back
-/// @return 0, or ENOENT, ENODEV, EACCES, ENOSYS
+/// @param setAdapterTimeout  change the adapter's time-out for each transaction; 1 s after it, as the kernel does not tell the old one
+/// @return 0, or ENOENT, ENODEV, EACCES, ENOSYS, ENOMEM, ETIME, EIO
 int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
                  bool setAdapterTimeout, std::shared_ptr<bus>& opened);
 

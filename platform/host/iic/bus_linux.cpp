@@ -399,24 +399,25 @@ bool linuxBus::heldByDriver(std::uint8_t address)
     return m_descriptor >= 0 && m_calls.control(m_descriptor, I2C_SLAVE, address >> 1U) != 0 && errno == EBUSY;
 }
 
-/// What an open that failed answers.
+/// What an open answers; where it is no matter of the node's, what a transaction that ends like that does.
 int openErrno(int error)
 {
     switch (error) {
+    case 0:
+        return 0;
     case ENXIO:
-    case ESHUTDOWN:
         return ENODEV; // the node is there, its adapter is not
+    case ENOENT:
     case ENOTDIR:
     case ELOOP:
     case ENAMETOOLONG:
         return ENOENT;
-    case EPERM:
-        return EACCES;
-    case ENOTTY:
-    case EOPNOTSUPP:
-        return ENOSYS; // a character device, but no bus
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+        return ENOMEM;
     default:
-        return error;
+        return errnoOf(endOf(error));
     }
 }
 

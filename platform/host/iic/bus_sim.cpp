@@ -18,7 +18,6 @@ namespace
 {
 
 constexpr transferLimits simulatedLimits{.writeBytes = 8192, .readBytes = 8192, .segments = 42};
-constexpr std::uint32_t  fastestKhz = 5000; // the fastest IIC mode: bus time must not stand still
 
 struct endRow {
     sim::outcome simulated;
@@ -82,13 +81,13 @@ public:
                              .bytes   = part.bytes,
                              .joined  = false});
         }
-        const sim::transferResult result = m_wires->transfer(parts, speedOf(pace));
+        const sim::transferResult result = m_wires->transfer(parts, pace.speedKhz);
         return fromSimulated(result);
     }
 
     transferResult probe(std::uint8_t address, probeMethod /*method*/, const transferPace& pace) override
     {
-        return fromSimulated(m_wires->probe(address, speedOf(pace)));
+        return fromSimulated(m_wires->probe(address, pace.speedKhz));
     }
 
     outcome                          reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
@@ -108,8 +107,6 @@ public:
     [[nodiscard]] std::uint64_t questionPauseNs() const override { return 0; } // its questions take all the bus time
 
 private:
-    static std::uint32_t speedOf(const transferPace& pace) { return std::min(pace.speedKhz, fastestKhz); }
-
     std::shared_ptr<sim::machine> m_machine;
     std::shared_ptr<sim::bus>     m_wires;
     busIdentity                   m_identity;

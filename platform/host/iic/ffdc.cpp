@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "platform/host/iic/fork.h"
 #include "platform/host/iic/sharedfolder.h"
 
 namespace kest::host::iic
@@ -132,9 +133,40 @@ std::string recordName(const busIdentity& identity, std::uint8_t target)
     return identity.name + "." + hexByte(target) + ".ffdc";
 }
 
-/// Records of buses whose folder can't be written.
-std::mutex                         ownMutex;
-std::map<std::string, std::string> ownRecords;
+/// Records of buses whose folder can't be written. Never destroyed: static destructors may still use devices.
+class ownRecords
+{
+public:
+    static ownRecords& instance()
+    {
+        static auto* records = new ownRecords;
+        return *records;
+    }
+    void keep(const std::string& key, const std::string& text)
+    {
+        const std::lock_guard hold(m_mutex);
+        m_texts.emplace(key, text); // the first stays
+    }
+    [[nodiscard]] std::string find(const std::string& key)
+    {
+        const std::lock_guard hold(m_mutex);
+        const auto            found = m_texts.find(key);
+        return found == m_texts.end() ? std::string{} : found->second;
+    }
+    void drop(const std::string& key)
+    {
+        const std::lock_guard hold(m_mutex);
+        m_texts.erase(key);
+    }
+    void beforeFork() { m_mutex.lock(); }
+    void afterFork(bool /*inChild*/) { m_mutex.unlock(); }
+
+private:
+    ownRecords() { watchForks<ownRecords>(); }
+
+    std::mutex                         m_mutex;
+    std::map<std::string, std::string> m_texts;
+};
 
 std::string ownKey(const busIdentity& identity, std::uint8_t target)
 {
@@ -193,8 +225,7 @@ void keepFirstFailure(bus& where, const failureReport& report, const transaction
         const busIdentity& identity = where.identity();
         const std::string  text     = recordText(where, report, history);
         if (!writeRecord(identity, recordName(identity, report.target), text)) {
-            const std::lock_guard hold(ownMutex);
-            ownRecords.emplace(ownKey(identity, report.target), text);
+            ownRecords::instance().keep(ownKey(identity, report.target), text);
         }
     } catch (const std::exception&) { // no memory for it: the failure itself is what the caller must hear of
     }
@@ -202,25 +233,17 @@ void keepFirstFailure(bus& where, const failureReport& report, const transaction
 
 std::string firstFailure(const busIdentity& identity, std::uint8_t target)
 {
-    std::string text = readRecord(identity, recordName(identity, target));
-    if (text.empty()) {
-        const std::lock_guard hold(ownMutex);
-        const auto            own = ownRecords.find(ownKey(identity, target));
-        text                      = own == ownRecords.end() ? std::string{} : own->second;
-    }
-    return text;
+    const std::string text = readRecord(identity, recordName(identity, target));
+    return text.empty() ? ownRecords::instance().find(ownKey(identity, target)) : text;
 }
 
 int dropFirstFailure(const busIdentity& identity, std::uint8_t target)
 {
     const std::string path  = identity.folder / recordName(identity, target);
     const int         error = unlink(path.c_str()) == 0 ? 0 : errno;
-    {
-        const std::lock_guard hold(ownMutex);
-        ownRecords.erase(ownKey(identity, target));
-    }
+    ownRecords::instance().drop(ownKey(identity, target));
     const bool none = error == ENOENT || error == ENOTDIR;
-    return error == EPERM || error == EROFS ? EACCES : none ? 0 : error;
+    return none ? 0 : errnoOfFolder(error);
 }
 
 } // namespace kest::host::iic

@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <random>
+#include <span>
 #include <utility>
+
+#include <unistd.h>
+
+#include "platform/host/iic/fork.h"
 
 namespace kest::host::iic
 {
@@ -10,6 +15,10 @@ namespace
 {
 
 constexpr std::uint32_t ticketMark = 0x4949431; // no open handle is all zeros, nor MERN_INVALID
+constexpr std::size_t   generation = 2;         // word of a ticket
+
+/// The words that tell handles apart.
+std::span<const std::uint32_t> telling(const mern_t& handle) { return std::span(handle.words).first(5); }
 
 } // namespace
 
@@ -24,6 +33,7 @@ handleTable::handleTable()
     std::random_device source;
     m_process[0] = source();
     m_process[1] = source();
+    watchForks<handleTable>();
 }
 
 mern_t handleTable::add(std::shared_ptr<device> opened)
@@ -33,19 +43,19 @@ mern_t handleTable::add(std::shared_ptr<device> opened)
     if (free == m_places.end()) {
         free = m_places.insert(free, place{});
     }
-    free->occupant = std::move(opened);
-    ++free->generation;
+    free->occupant    = std::move(opened);
     const auto number = static_cast<std::uint32_t>(free - m_places.begin());
-    return {{ticketMark, number, free->generation, m_process[0], m_process[1], 0}};
+    free->ticket      = {{ticketMark, number, free->ticket.words[generation] + 1, m_process[0], m_process[1], 0}};
+    return free->ticket;
 }
 
 handleTable::place* handleTable::placeOf(const mern_t& handle)
 {
     const std::uint32_t number = handle.words[1];
-    const bool ours = handle.words[0] == ticketMark && number < m_places.size() && handle.words[3] == m_process[0] &&
-                      handle.words[4] == m_process[1];
-    place* found = ours ? &m_places[number] : nullptr;
-    return found != nullptr && found->occupant != nullptr && found->generation == handle.words[2] ? found : nullptr;
+    place*              found  = number < m_places.size() ? &m_places[number] : nullptr;
+    const bool          open =
+        found != nullptr && found->occupant != nullptr && std::ranges::equal(telling(found->ticket), telling(handle));
+    return open ? found : nullptr;
 }
 
 std::shared_ptr<device> handleTable::find(const mern_t& handle)
@@ -60,6 +70,31 @@ std::shared_ptr<device> handleTable::take(const mern_t& handle)
     const std::lock_guard hold(m_mutex);
     place*                found = placeOf(handle);
     return found == nullptr ? nullptr : std::exchange(found->occupant, nullptr);
+}
+
+void handleTable::beforeFork()
+{
+    m_mutex.lock();
+    for (place& each : m_places) {
+        each.heldForFork = each.occupant != nullptr && each.occupant->mutex.try_lock();
+    }
+}
+
+void handleTable::afterFork(bool inChild)
+{
+    for (place& each : m_places) {
+        if (each.heldForFork) {
+            each.occupant->mutex.unlock();
+        } else if (inChild && each.occupant != nullptr) {
+            ++each.ticket.words
+                  [generation]; // nobody has this ticket, and the place stays taken: the device can't even be destroyed
+        }
+        each.heldForFork = false;
+    }
+    if (inChild) { // the parent must not take the child's tickets for its own
+        m_process[0] = m_process[0] * 31 + static_cast<std::uint32_t>(getpid());
+    }
+    m_mutex.unlock();
 }
 
 } // namespace kest::host::iic

@@ -22,17 +22,23 @@ public:
     std::shared_ptr<device> find(const mern_t& handle); ///< null for a closed or foreign handle
     std::shared_ptr<device> take(const mern_t& handle); ///< the same, and the handle is closed from now on
 
+    /// Waits for no call that is under way: a lock may be waited for as long as its caller likes.
+    void beforeFork();
+    /// The child keeps the parent's handles, but not those in use by another thread, whose devices nobody would ever let go of.
+    void afterFork(bool inChild);
+
 private:
     handleTable();
     struct place {
         std::shared_ptr<device> occupant;
-        std::uint32_t           generation = 0;
+        mern_t                  ticket{}; ///< of the occupant or the latest one
+        bool                    heldForFork = false;
     };
     place* placeOf(const mern_t& handle);
 
     std::mutex         m_mutex;
     std::vector<place> m_places;
-    std::uint32_t      m_process[2]{}; ///< random; differs from process to process
+    std::uint32_t      m_process[2]{}; ///< in new tickets; random, differs from process to process
 };
 
 } // namespace kest::host::iic

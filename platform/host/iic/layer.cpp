@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <string_view>
 
 #include "platform/host/iic/device.h"
 #include "platform/host/iic/handles.h"
 #include "platform/host/iic/paths.h"
+#include "platform/host/trace/hash.h"
 #include "platform/trace.h"
 
 const mern_t MERN_INVALID = {{0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}};
@@ -36,20 +36,10 @@ trace_wobu_descriptor traceBuffer()
     return buffer;
 }
 
-/// 32-bit FNV-1a.
-consteval std::uint32_t hashOf(std::string_view text)
-{
-    std::uint32_t hash = 0x811C9DC5;
-    for (const char character : text) {
-        hash = (hash ^ static_cast<unsigned char>(character)) * 0x01000193U;
-    }
-    return hash;
-}
-
 void traceFailure(const char* operation, const device& opened, const callResult& result)
 {
     constexpr const char* format = " %s %s failed: target %02X position %x moved %u of %u errno %d %s %s";
-    trace_wobu_write_all(traceBuffer(), hashOf("failed"), format, __LINE__, 0, operation,
+    trace_wobu_write_all(traceBuffer(), messageHash("failed"), format, __LINE__, 0, operation,
                          opened.wires().identity().text.c_str(), opened.target(), opened.position(),
                          static_cast<unsigned int>(std::max(result.value, 0)), result.length, result.error,
                          errnoName(result.error), result.silence);
@@ -57,7 +47,7 @@ void traceFailure(const char* operation, const device& opened, const callResult&
 
 void traceDone(const char* operation, const device& opened, const callResult& result)
 {
-    trace_wobu_write_all(traceBuffer(), hashOf("done"), " %s %s: target %02X position %x result %d", __LINE__, 0,
+    trace_wobu_write_all(traceBuffer(), messageHash("done"), " %s %s: target %02X position %x result %d", __LINE__, 0,
                          operation, opened.wires().identity().text.c_str(), opened.target(), opened.position(),
                          result.value);
 }
@@ -110,7 +100,7 @@ int openDevice(NodeType node, const char* path, int flags, mern_t& handle)
     if (error == 0) {
         handle = handleTable::instance().add(std::make_shared<device>(std::move(wires), where.address));
     }
-    trace_wobu_write_all(traceBuffer(), hashOf("open"), " open %s: errno %d", __LINE__, 0,
+    trace_wobu_write_all(traceBuffer(), messageHash("open"), " open %s: errno %d", __LINE__, 0,
                          path == nullptr ? "(null)" : path, error);
     return error;
 }

@@ -7,9 +7,9 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <unistd.h>
 
+#include "platform/host/iic/fork.h"
 #include "platform/host/iic/sharedfolder.h"
 
 #ifndef F_OFD_SETLK
@@ -46,25 +46,30 @@ public:
         const std::lock_guard hold(m_mutex);
         m_holders.erase(holder);
     }
-
-private:
-    forkGuard()
+    /// Opens without a fork in between, so that no child gets a descriptor that its holder doesn't know yet.
+    template <typename Open>
+    int openUnforked(Open open)
     {
-        pthread_atfork([] { instance().m_mutex.lock(); }, [] { instance().m_mutex.unlock(); },
-                       [] { instance().forgetAll(); });
+        const std::lock_guard hold(m_mutex);
+        return open();
     }
-    void forgetAll()
+    void beforeFork() { m_mutex.lock(); }
+    void afterFork(bool inChild)
     {
-        for (addressLocks* holder : m_holders) {
-            holder->forgetAfterFork();
+        if (inChild) {
+            std::ranges::for_each(m_holders, &addressLocks::forgetAfterFork);
         }
         m_mutex.unlock();
     }
+
+private:
+    forkGuard() { watchForks<forkGuard>(); }
+
     std::mutex              m_mutex;
     std::set<addressLocks*> m_holders;
 };
 
-/// @return 0, EAGAIN when somebody else has the byte, or another errno
+/// @return 0, EAGAIN when somebody else has the byte, or what stands in the way of the file
 int setLock(int descriptor, short kind, off_t byte)
 {
     struct flock request {
@@ -77,10 +82,10 @@ int setLock(int descriptor, short kind, off_t byte)
     do {
         error = fcntl(descriptor, F_OFD_SETLK, &request) == 0 ? 0 : errno;
     } while (error == EINTR);
-    return error == EACCES ? EAGAIN : error;
+    return error == EACCES || error == EAGAIN ? EAGAIN : errnoOfFolder(error);
 }
 
-/// Tries until the byte is had or the time is up. @return 0, EBUSY, or another errno
+/// Tries until the byte is had or the time is up. @return 0, EBUSY, or what stands in the way of the file
 int takeByte(int descriptor, off_t byte, waitClock::time_point deadline)
 {
     int error = setLock(descriptor, F_WRLCK, byte);
@@ -126,11 +131,13 @@ int addressLocks::open()
     if (m_descriptor < 0) {
         error = makeSharedFolder(m_identity);
         if (error == 0) {
-            m_descriptor = openSharedFile(m_identity, m_identity.name + ".lock", O_CREAT);
-            error        = m_descriptor < 0 ? errno : 0;
+            error = forkGuard::instance().openUnforked([this] {
+                m_descriptor = openSharedFile(m_identity, m_identity.name + ".lock", O_CREAT);
+                return m_descriptor < 0 ? errno : 0;
+            });
         }
     }
-    return error == EPERM || error == EROFS || error == ELOOP ? EACCES : error;
+    return errnoOfFolder(error);
 }
 
 int addressLocks::lock(std::uint8_t address, std::chrono::milliseconds timeout)

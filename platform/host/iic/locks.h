@@ -23,9 +23,9 @@ public:
     addressLocks& operator=(const addressLocks&) = delete;
     ~addressLocks();
 
-    /// @return 0; EBUSY when not had within `timeout`; EDEADLK when held already; what stands in the way of the file
+    /// @return 0; EBUSY when not had within `timeout`; EDEADLK when held already; EACCES, ENOMEM or EIO when the file can't be had
     int lock(std::uint8_t address, std::chrono::milliseconds timeout);
-    /// @return 0; EINVAL when not held
+    /// @return 0; EINVAL when not held; EIO when the file refuses
     int unlock(std::uint8_t address);
 
     void releaseAll();

@@ -1,6 +1,9 @@
 #include "platform/host/iic/sharedfolder.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <functional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -26,21 +29,67 @@ mode_t folderMode(mode_t files)
     return S_ISGID | 0755U | writers | writers << 1U | writers >> 1U;
 }
 
+/// For the folders above the shared one, whatever the umask of the first user.
+void letPass(int descriptor) { static_cast<void>(fchmod(descriptor, 0755)); }
+
+/// Makes a folder, and those above it that are missing. @param finish  gets a descriptor of what was made
+/// @return 0, EEXIST when something was there already, or another errno
+int makeFolder(const std::filesystem::path& folder, const std::function<void(int)>& finish)
+{
+    int error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
+    if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
+        error = makeFolder(folder.parent_path(), letPass);
+        if (error == 0 ||
+            error == EEXIST) { // once more, and not by way of the parent again: some places take no folders
+            error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
+        }
+    }
+    if (error == 0) {
+        const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (descriptor >= 0) {
+            finish(descriptor);
+            close(descriptor);
+        }
+    }
+    return error;
+}
+
+struct errnoRow {
+    int error;
+    int answered;
+};
+constexpr std::array errnoRows{
+    errnoRow{0, 0},
+    errnoRow{EACCES, EACCES},
+    errnoRow{EPERM, EACCES},
+    errnoRow{EROFS, EACCES},
+    errnoRow{ELOOP, EACCES},
+    errnoRow{ENOENT, EACCES}, // what was asked for can't be made there
+    errnoRow{ENOTDIR, EACCES},
+    errnoRow{EISDIR, EACCES},
+    errnoRow{ENXIO, EACCES},
+    errnoRow{ENAMETOOLONG, EACCES},
+    errnoRow{ENOMEM, ENOMEM},
+    errnoRow{EMFILE, ENOMEM},
+    errnoRow{ENFILE, ENOMEM},
+    errnoRow{ENOSPC, ENOMEM},
+    errnoRow{EDQUOT, ENOMEM},
+    errnoRow{ENOLCK, ENOMEM},
+};
+
 } // namespace
+
+int errnoOfFolder(int error)
+{
+    const auto* row = std::ranges::find(errnoRows, error, &errnoRow::error);
+    return row == errnoRows.end() ? EIO : row->answered;
+}
 
 int makeSharedFolder(const busIdentity& identity)
 {
-    int error = 0;
-    if (mkdir(identity.folder.c_str(), 0755) == 0) {
-        const int descriptor = open(identity.folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (descriptor >= 0) {
-            share(descriptor, identity, folderMode(identity.mode));
-            close(descriptor);
-        }
-    } else if (errno != EEXIST) {
-        error = errno;
-    }
-    return error;
+    const int error = makeFolder(
+        identity.folder, [&identity](int descriptor) { share(descriptor, identity, folderMode(identity.mode)); });
+    return error == EEXIST ? 0 : error;
 }
 
 int openSharedFile(const busIdentity& identity, const std::string& name, int flags)

@@ -16,6 +16,8 @@
 #include <unistd.h>
 
 #include "platform/host/files/files.h"
+#include "platform/host/trace/rings.h"
+#include "sim/tomltext.h"
 
 namespace kest::host
 {
@@ -67,6 +69,16 @@ std::string describe(const toml::node& node)
     else
         text = "a date or time";
     return text;
+}
+
+/// What stands before the '=' of a line; the whole line without one.
+std::string_view keyOfLine(std::string_view text, toml::source_index number)
+{
+    for (toml::source_index line = 1; line < number && text.find('\n') != text.npos; ++line)
+        text.remove_prefix(text.find('\n') + 1);
+    text = text.substr(0, std::min(text.find('='), text.find('\n')));
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    return text.substr(0, text.find_last_not_of(" \t\r") + 1);
 }
 
 /// Reads one file into a configuration and keeps the first fault of it.
@@ -355,19 +367,19 @@ void fileReader::read(std::string_view source)
                              {"write_users", accounts(target.service.writeUsers)},
                              {"write_groups", accounts(target.service.writeGroups)}})},
     };
-    try {
-        const toml::table table = toml::parse(source, m_file.string());
-        section("", table, rows);
-        target.machineRealTime = !fast;
-    } catch (const toml::parse_error& problem) {
-        const auto       at   = problem.source().begin;
-        std::string_view line = source;
-        for (toml::source_index number = 1; number < at.line && line.find('\n') != line.npos; ++number)
-            line.remove_prefix(line.find('\n') + 1);
-        line = line.substr(0, std::min(line.find('='), line.find('\n')));
-        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-        line = line.substr(0, line.find_last_not_of(" \t\r") + 1);
-        fail(at, line, "TOML", std::string(problem.description()));
+    if (const auto trouble = sim::findTextTrouble(source)) {
+        const toml::source_position at{static_cast<toml::source_index>(trouble->line),
+                                       static_cast<toml::source_index>(trouble->column)};
+        fail(at, keyOfLine(source, at.line), "plain TOML", std::string(trouble->what));
+    } else {
+        try {
+            const toml::table table = toml::parse(source, m_file.string());
+            section("", table, rows);
+            target.machineRealTime = !fast;
+        } catch (const toml::parse_error& problem) {
+            const auto at = problem.source().begin;
+            fail(at, keyOfLine(source, at.line), "TOML", std::string(problem.description()));
+        }
     }
 }
 
@@ -449,12 +461,18 @@ const reading& currentReading()
     processConfiguration& state = process();
     const reading*        found = state.current.load(std::memory_order_acquire);
     if (found == nullptr) {
-        const std::scoped_lock lock(state.guard);
-        found = state.current.load(std::memory_order_relaxed);
-        if (found == nullptr) {
-            found = &state.kept.emplace_back(readChosen(state.chosen));
-            state.current.store(found, std::memory_order_release);
+        bool first = false;
+        {
+            const std::scoped_lock lock(state.guard);
+            found = state.current.load(std::memory_order_relaxed);
+            first = found == nullptr;
+            if (first) {
+                found = &state.kept.emplace_back(readChosen(state.chosen));
+                state.current.store(found, std::memory_order_release);
+            }
         }
+        if (first)
+            useTraceFolder(found->value.traceFolder); // without the lock: it takes another
     }
     return *found;
 }
@@ -499,12 +517,19 @@ bool useConfigurationFile(const std::filesystem::path& file)
 
 std::string reloadConfiguration()
 {
-    processConfiguration&  state = process();
-    const std::scoped_lock lock(state.guard);
-    reading                fresh = readChosen(state.chosen);
-    std::string            error = fresh.error;
+    processConfiguration& state = process();
+    std::filesystem::path traceFolder;
+    std::string           error;
+    {
+        const std::scoped_lock lock(state.guard);
+        reading                fresh = readChosen(state.chosen);
+        error                        = fresh.error;
+        traceFolder                  = fresh.value.traceFolder;
+        if (error.empty())
+            state.current.store(&state.kept.emplace_back(std::move(fresh)), std::memory_order_release);
+    }
     if (error.empty())
-        state.current.store(&state.kept.emplace_back(std::move(fresh)), std::memory_order_release);
+        useTraceFolder(traceFolder);
     return error;
 }
 

@@ -46,9 +46,9 @@ struct configuration {
     std::filesystem::path lockFolder;    ///< of Linux buses: /run/lock/kest
     std::filesystem::path machineFolder; ///< of the simulated machine; empty: none
     bool                  machineRealTime = false;
-    bool          setAdapterTimeout  = false; ///< change the adapter-wide I2C_TIMEOUT for a transfer and put it back
-    std::uint32_t errorLogMaxEntries = 10000;
-    std::uint64_t errorLogMaxBytes   = 64ull << 20;
+    bool setAdapterTimeout = false; ///< change the adapter-wide I2C_TIMEOUT for a transfer, and set it to 1 s after it
+    std::uint32_t                      errorLogMaxEntries = 10000;
+    std::uint64_t                      errorLogMaxBytes   = 64ull << 20;
     std::filesystem::path              errorLogSpoolFolder; ///< takes entries when stateFolder can't: /var/tmp/kest-UID
     std::map<std::string, std::string> registry;            ///< key to value; always has "tavo/ReadMode"
     std::array<nodeMapping, 8>         nodes;
@@ -67,12 +67,13 @@ configurationResult readConfiguration(const std::filesystem::path& file);
 
 /// The process's configuration, read at first use from the file given to useConfigurationFile(), $KEST_CONFIG, /etc/kest/kest.toml, else
 /// defaults. Never fails: an unusable file gives the defaults, and configurationError() says why. Any thread, static initialisation included.
+/// With it the trace folder is known: the process's trace rings move there.
 const configuration& currentConfiguration();
 /// @return what was wrong with the file, empty when nothing was
 const std::string& configurationError();
 /// Names the file ahead of first use (`--config`). @return false when the configuration has been read already
 bool useConfigurationFile(const std::filesystem::path& file);
-/// Reads the file again and, when it is good, makes it the current one; references handed out before stay valid.
+/// Reads the file again and, when it is good, makes it the current one; references handed out before stay valid. The trace follows.
 /// @return what was wrong, empty when nothing was
 std::string reloadConfiguration();
 

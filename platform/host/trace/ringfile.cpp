@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/files/files.h"
 #include "platform/host/trace/rings.h"
 
 namespace kest::host::trace
@@ -43,17 +44,6 @@ bool prepare(ringFileHandle& file, std::size_t bytes)
     return file.memory != nullptr;
 }
 
-/// Files that root makes belong to whoever has the folder: root's tools must not leave there what the service cannot tidy up.
-void giveToFoldersOwner(int descriptor, const char* folder)
-{
-    struct stat status {
-    };
-    if (geteuid() == 0 && stat(folder, &status) == 0) {
-        const int ignored = fchown(descriptor, status.st_uid, status.st_gid); // root reads it all the same
-        (void)ignored;
-    }
-}
-
 bool isDead(const std::filesystem::path& path)
 {
     const int  descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -82,7 +72,7 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
     }
     file.descriptor = open(file.path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640);
     if (file.descriptor >= 0) {
-        giveToFoldersOwner(file.descriptor, folder);
+        giveToFoldersOwner(file.descriptor, folder); // the service tidies up what root's tools leave there
     }
     if (file.descriptor >= 0 && !prepare(file, bytes)) {
         const int error = errno;

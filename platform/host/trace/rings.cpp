@@ -176,6 +176,7 @@ void moveRing(trace_wobu_buffer& ring, storage& to)
 
 void moveToFile(trace_wobu_buffer& ring)
 {
+    (void)makeFolders(everything.folder); // what matters is whether files can be made in it
     ringFileHandle file = createRingFile(everything.folder, ring.name, storageBytes(ring));
     if (file.memory == nullptr) {
         trace_wobu_write_all(&ring, messageHash("no file for the ring"), " %s,%s,%d", __LINE__, 0, "useTraceFolder",
@@ -254,7 +255,6 @@ void useTraceFolder(const std::filesystem::path& folder)
         path.copy(everything.folder, path.size());
         everything.folder[path.size()] = '\0';
         everything.clockOffset         = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
-        (void)makeFolders(folder); // what matters is whether files can be made in it
         for (trace_wobu_buffer& ring : rings()) {
             if (another || ring.file.memory == nullptr) {
                 moveToFile(ring);

@@ -22,17 +22,25 @@ constexpr const char* lockName = ".lock";
 /// A root is names of letters, digits, '_' and '-', parted by single slashes: nothing of it leads out of the state folder.
 bool wellFormed(std::string_view root)
 {
-    constexpr std::string_view known       = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-/";
-    constexpr std::size_t      longestRoot = 255;
-    return !root.empty() && root.size() <= longestRoot && root.find_first_not_of(known) == root.npos &&
-           root.front() != '/' && root.back() != '/' && root.find("//") == root.npos;
+    constexpr std::size_t longestRoot = 255;
+    const auto            known       = [](char letter) {
+        return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+               (letter >= '0' && letter <= '9') || letter == '_' || letter == '-' || letter == '/';
+    };
+    return !root.empty() && root.size() <= longestRoot && std::ranges::all_of(root, known) && root.front() != '/' &&
+           root.back() != '/' && root.find("//") == root.npos;
 }
 
 std::filesystem::path folderOf(std::string_view root) { return currentConfiguration().stateFolder / root; }
 
 std::filesystem::path fileOf(std::string_view root, std::uint32_t number)
 {
-    return folderOf(root) / std::to_string(number);
+    std::string file = currentConfiguration().stateFolder.native(); // a path is taken apart only once
+    file += '/';
+    file += root;
+    file += '/';
+    file += std::to_string(number);
+    return file;
 }
 
 /// @return whether a file name is a copy's: a device number as std::to_string() writes it
@@ -79,6 +87,14 @@ int listCopies(std::vector<copyInfo>& copies, std::string_view root)
 int readCopy(std::uint32_t number, std::vector<std::uint8_t>& bytes, std::string_view root)
 {
     return wellFormed(root) ? readFile(fileOf(root, number), largestCopyBytes, bytes) : EINVAL;
+}
+
+int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, std::vector<std::uint8_t>& bytes,
+                 std::uint64_t& sizeBytes, std::string_view root)
+{
+    sizeBytes = 0;
+    return wellFormed(root) ? readFilePart(fileOf(root, number), largestCopyBytes, offset, most, bytes, sizeBytes)
+                            : EINVAL;
 }
 
 int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root)

@@ -27,6 +27,10 @@ int listCopies(std::vector<copyInfo>& copies, std::string_view root = copyRoot);
 /// Reads a whole copy.
 int readCopy(std::uint32_t number, std::vector<std::uint8_t>& bytes, std::string_view root = copyRoot);
 
+/// Reads up to `most` bytes of a copy from `offset`. @param[out] sizeBytes  of the whole copy
+int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, std::vector<std::uint8_t>& bytes,
+                 std::uint64_t& sizeBytes, std::string_view root = copyRoot);
+
 /// Makes a copy or gives one new contents, durably and as a whole: whoever reads it finds the old bytes or the new ones.
 int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root = copyRoot);
 

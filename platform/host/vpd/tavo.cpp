@@ -66,24 +66,22 @@ ErrlEntry* serve(request& asked, body_t body)
 
 void readRange(request& asked, const char* root, unsigned char** data, unsigned int* length)
 {
-    std::vector<std::uint8_t> copy;
-    const int                 error = readCopy(asked.device, copy, root);
+    std::vector<std::uint8_t> part;
+    std::uint64_t             sizeBytes = 0;
+    const std::size_t         most      = asked.length == 0 ? largestCopyBytes : asked.length;
+    const int                 error     = readCopyPart(asked.device, asked.offset, most, part, sizeBytes, root);
     if (error == ENOENT || error == ENOTDIR) {
         *length = 0;
     } else if (error != 0) {
         asked.fail(error == EINVAL ? badArgument : fileFailed, static_cast<std::uint64_t>(error));
-    } else if (asked.offset >= copy.size()) {
-        asked.fail(pastTheEnd, copy.size());
+    } else if (part.empty()) {
+        asked.fail(pastTheEnd, sizeBytes);
+    } else if (*data = static_cast<unsigned char*>(tavo_malloc(static_cast<unsigned int>(part.size())));
+               *data == nullptr) {
+        asked.fail(noMemory);
     } else {
-        const auto rest  = static_cast<unsigned int>(copy.size() - asked.offset);
-        const auto moved = asked.length == 0 ? rest : std::min(asked.length, rest);
-        *data            = static_cast<unsigned char*>(tavo_malloc(moved));
-        if (*data != nullptr) {
-            std::memcpy(*data, copy.data() + asked.offset, moved);
-            *length = moved;
-        } else {
-            asked.fail(noMemory);
-        }
+        std::ranges::copy(part, *data);
+        *length = static_cast<unsigned int>(part.size());
     }
 }
 

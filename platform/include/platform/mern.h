@@ -1,13 +1,20 @@
 /// The platform's IIC resource access layer: open devices on IIC buses, configured, positioned, read and written.
 ///
-/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL.
+/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL. Address 0 is never sent to nor
+/// asked: while no target is set, transfers and item 15 are EINVAL.
+///
+/// Nodes: -1 is the local one. What 0-7 are is the configuration's matter: each is a path prefix put ahead of `/dev/i2c-N`, or the name
+/// of a node of the simulated machine. A path on a node that is not mapped, or to the other kind of bus, is ENODEV.
 ///
 /// A handle is a ticket: target, position, block, locks and first-failure data live in the layer, and every copy of a
 /// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised.
+/// A child of fork() has its parent's open devices as its own, without their locks; one that another thread was using during the fork is
+/// closed to it (EBADF). What the child opens is foreign to the parent.
 ///
 /// Every function that fails sets `errno`, always:
 /// ENXIO    the address was not acknowledged
-/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost
+/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, the system failed without a cause
+///          that has a row here
 /// ETIME    SCL or SDA held, bus busy too long, a write cycle that does not end, the transfer's time-out
 /// ENODATA  the first byte of a read with offset length 3 or 4 (a hub's status) is not 0
 /// ENODEV   bus or node gone, or the node is not mapped
@@ -16,7 +23,8 @@
 /// EINVAL   bad argument, no target set
 /// EFAULT   null buffer
 /// EBUSY    lock not had within its time-out
-/// EACCES   not permitted to open
+/// EACCES   not permitted to open; the folder of a bus's locks and first-failure data can't be made or used
+/// ENOMEM   no memory, open file or disk space left
 /// ENOSYS   the adapter or the chain cannot do it
 /// EDEADLK  this handle holds that lock already: given for this alone
 ///
@@ -30,6 +38,8 @@
 /// 17,18  8      lock, unlock a device address: 16-bit kind, 16-bit address, 32-bit time-out in ms. Kind 0 (hub): host byte order;
 ///               kind 2 (register device): big-endian. Locks are advisory, exclude each other on a bus and address whatever the kind,
 ///               and end with unlock, close, exit or death of the holder.
+///               The bus itself is the key (device number, or machine folder, node and bus name): every path and node that leads to
+///               it meets at the same locks, as long as the lock folder is the same.
 /// 19     44     configuration block, host byte order, bytes not listed are kept without meaning:
 ///               byte  width
 ///               0     16     bus speed in kHz
@@ -41,6 +51,24 @@
 ///               32    32     option mask and flags: remembered, without effect
 ///               36    32     0
 ///               40    32     longest wait for a busy bus, ms
+///
+/// Reads. With n > 0 the n low bytes of the position go out, most significant first, and the data come after a repeated start. What is
+/// more than an adapter takes at once is read in pieces, n = 1 or 2: further messages of the same transaction go without the offset, a
+/// further transaction begins with its own. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and its
+/// first byte is the hub's status; only the first piece's is delivered, a later one must be 0 and is dropped. For n = 3 only the low 8
+/// bits of the position count up, for n = 4 the low 16. Reads past the end of the offset range go on where the chip goes on.
+/// With n = 0, what does not fit into one message is EINVAL with nothing sent.
+///
+/// Waiting. A target that does not answer at the start of a transfer, or to item 15, is asked again for 50 ms, or byte 40 when less,
+/// before it is ENXIO: it may be in a write cycle that another process began. After each page of a write, the last included, the target
+/// is asked until it answers, for four of its write cycles but at least 50 ms; then it is ETIME. A write with n = 0 and write cycle 0
+/// is not waited for. Where arbitration is lost or the bus is busy the transaction is repeated for as long as byte 40 says. The time-out
+/// of a transfer (byte 12) ends all of these. Time is bus time on a simulated bus.
+///
+/// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later failures, of
+/// whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are operation, target, position,
+/// offset length, bytes asked for and moved, `errno`, adapter, process and time, and the handle's last bus transactions with their
+/// times. Where the folder can't be written the record is the process's own.
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,70 @@
+/// Devices that somebody else holds: the test takes their locks through the IIC layer, as another program would.
+#include <gmock/gmock.h>
+
+#include "platform/host/registry/configuration.h"
+#include "tests/host/iic_support.h"
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using testing::MatchesRegex;
+
+/// The demo machine is this process's own, too.
+class KestctlBusy : public MachineTest
+{
+protected:
+    KestctlBusy() { use((machine() / "kest.toml").string()); }
+    ~KestctlBusy() override { use(m_before); }
+
+    /// The one line of a command that is to end with exit code 6.
+    std::string complaint(std::vector<std::string> arguments) const
+    {
+        const runResult result = kestctl(std::move(arguments));
+        EXPECT_EQ(6, result.exit) << result.errors;
+        EXPECT_EQ("", result.output);
+        return result.errors;
+    }
+
+private:
+    static void use(const std::string& file)
+    {
+        if (file.empty())
+            unsetenv("KEST_CONFIG");
+        else
+            setenv("KEST_CONFIG", file.c_str(), 1);
+        host::reloadConfiguration();
+    }
+
+    std::string m_before = getenv("KEST_CONFIG") != nullptr ? getenv("KEST_CONFIG") : "";
+};
+
+TEST_F(KestctlBusy, AHubThatIsHeld)
+{
+    OpenDevice other("sim:planar");
+    bytes      record = hubLock(0x80, 500);
+    ASSERT_EQ((answer{0, 0}), other.config(2, 17, record.data(), 8));
+    EXPECT_THAT(complaint({"seeprom", "read", "riser-vpd", "--length", "16"}),
+                MatchesRegex("kestctl: riser-vpd: read: somebody else holds it; try again in a moment "
+                             "\\[log 0x[0-9A-F]+\\]\n"));
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "planar-vpd", "--length", "16"}).exit); // the bus is free
+    ASSERT_EQ((answer{0, 0}), other.config(2, 18, record.data(), 8));
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "riser-vpd", "--length", "16"}).exit);
+}
+
+TEST_F(KestctlBusy, ARegisterDeviceThatIsHeld)
+{
+    OpenDevice other("sim:planar");
+    bytes      record = registerLock(0xC0, 500);
+    ASSERT_EQ((answer{0, 0}), other.config(2, 17, record.data(), 8));
+    EXPECT_THAT(complaint({"port", "read", "panel-leds"}),
+                MatchesRegex("kestctl: panel-leds: port read: somebody else holds it; try again in a moment "
+                             "\\[log 0x[0-9A-F]+\\]\n"));
+    ASSERT_EQ((answer{0, 0}), other.config(2, 18, record.data(), 8));
+    EXPECT_EQ(0, kestctl({"port", "read", "panel-leds"}).exit);
+}
+
+} // namespace
+} // namespace kest::test

@@ -1,0 +1,255 @@
+/// Area "message": kestctl as a client of kestd on the demo machine, and of services that refuse or say nothing.
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/host/iic_support.h"
+#include "tests/tools/kestd_support.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using client::frame;
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+class KestctlMessage : public MachineTest
+{
+protected:
+    /// Starts the service in a read mode; the client has the same configuration.
+    void serve(const std::string& mode = "HWareMode")
+    {
+        const auto        file = machine() / "kest.toml";
+        std::string       text = readFile(file);
+        const std::string word = "\"tavo/ReadMode\" = \"HWareMode\"";
+        const std::size_t at   = text.find(word);
+        ASSERT_NE(std::string::npos, at) << text;
+        writeFile(file, text.replace(at, word.size(), "\"tavo/ReadMode\" = \"" + mode + "\""));
+        m_daemon.emplace(folder(), std::vector<std::string>{"--config", file.string()});
+        ASSERT_TRUE(m_daemon->says("READY=1")) << m_daemon->errors();
+    }
+    [[nodiscard]] std::string image(const std::string& name) const { return readFile(machine() / (name + ".bin")); }
+    [[nodiscard]] std::string file(const std::string& name, const std::string& content) const
+    {
+        writeFile(folder() / name, content);
+        return (folder() / name).string();
+    }
+    [[nodiscard]] runResult message(std::vector<std::string> words, runOptions options = {}) const
+    {
+        words.insert(words.begin(), "message");
+        return kestctl(std::move(words), std::move(options));
+    }
+    /// The one line that a failing command says, after "kestctl: ".
+    std::string complaint(int exit, const std::vector<std::string>& words) const
+    {
+        const runResult result = message(words);
+        EXPECT_EQ(exit, result.exit) << testing::PrintToString(words) << result.errors;
+        EXPECT_EQ("", result.output) << testing::PrintToString(words);
+        EXPECT_THAT(result.errors, StartsWith("kestctl: "));
+        EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;
+        return result.errors.size() < 10 ? "" : result.errors.substr(9, result.errors.size() - 10);
+    }
+
+private:
+    std::optional<Daemon> m_daemon;
+};
+
+TEST_F(KestctlMessage, Reads)
+{
+    serve();
+    const std::string target = (folder() / "out.bin").string();
+    EXPECT_EQ("", says({"message", "read", "planar-vpd", "-o", target}));
+    EXPECT_EQ(image("system"), readFile(target));
+    EXPECT_EQ(65536U, says({"message", "read", "firmware", "-o", "-"}).size()); // the most that one message moves
+    writeFile(machine() / "panel.bin", "Hello, kest!\x01\x7F\xFF" + std::string(241, 'x'));
+    EXPECT_EQ("0000000c  01 7f ff 78                                       |...x|\n",
+              says({"message", "read", "panel-vpd", "--offset", "0xC", "--length", "4"}));
+    const json read = json::parse(says({"--json", "message", "read", "panel-vpd", "--offset", "12", "--length", "2"}));
+    EXPECT_EQ(json::parse(R"({"device":"panel-vpd","text":"sim:planar,L,1C0002,A4","offset":12,"length":2,"flags":66,
+                              "data":"017f"})"),
+              read);
+    const json saved = json::parse(says({"--json", "message", "read", "panel-vpd", "-o", target}));
+    EXPECT_EQ(256, saved.at("length"));
+    EXPECT_EQ(target, saved.at("output"));
+    EXPECT_EQ(image("panel"), readFile(target));
+    EXPECT_EQ(3, message({"read", "panel-vpd", "-o", "-"}, {.terminal = true}).exit);
+}
+
+TEST_F(KestctlMessage, Writes)
+{
+    serve();
+    std::string wanted(256, '\xAA');
+    writeFile(machine() / "panel.bin", wanted);
+    EXPECT_EQ("panel-vpd: write 2 bytes at offset 6 by message? not confirmed; --yes confirms it",
+              complaint(3, {"write", "panel-vpd", "--hex", "0102", "--offset", "6"}));
+    EXPECT_EQ(wanted, image("panel"));
+    EXPECT_EQ("panel-vpd: wrote 2 bytes by message; not verified\n",
+              says({"message", "write", "panel-vpd", "--hex", "01 02", "--offset", "6", "--yes"}));
+    wanted.replace(6, 2, "\x01\x02");
+    EXPECT_EQ(wanted, image("panel"));
+    const json written = json::parse(
+        says({"--json", "message", "write", "panel-vpd", "-i", file("new", "0123456789"), "--offset", "246", "--yes"}));
+    EXPECT_EQ(json::parse(R"({"device":"panel-vpd","text":"sim:planar,L,1C0002,A4","offset":246,"length":10,
+                              "flags":65})"),
+              written);
+    wanted.replace(246, 10, "0123456789");
+    EXPECT_EQ(wanted, image("panel"));
+}
+
+TEST_F(KestctlMessage, TellsALocation)
+{
+    serve();
+    EXPECT_EQ("sim:planar,L,2C0256,A0\n", says({"message", "location", "0xD001"}));
+    EXPECT_EQ(json::parse(R"({"number":53253,"position":0,"text":"sim:planar,L,922,80,3,2C0128,A2"})"),
+              json::parse(says({"--json", "message", "location", "0xD005"})));
+    EXPECT_THAT(complaint(4, {"location", "7"}),
+                MatchesRegex("7: look up by message: there is no device text for this number and position; the device "
+                             "table of the service has none \\[log 0x[0-9A-F]+\\]"));
+    EXPECT_THAT(complaint(4, {"location", "0xD001", "--position", "1"}), HasSubstr("there is no device text"));
+    EXPECT_EQ("device number 'x': expected a decimal number, or a hexadecimal one after 0x",
+              complaint(2, {"location", "x"}));
+}
+
+TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
+{
+    constexpr const char* warning =
+        "kestctl: the read mode is FileMode: messages are served from copy 0, whatever device they name\n";
+    serve("FileMode");
+    const runResult none = message({"read", "planar-vpd", "--length", "4"});
+    EXPECT_EQ(4, none.exit);
+    EXPECT_THAT(none.errors, StartsWith(std::string(warning) + "kestctl: planar-vpd: read by message: there is no "
+                                                               "persisted copy; "));
+    says({"copy", "import", "0", file("zero", "0123456789")});
+    const runResult read = message({"read", "planar-vpd", "--offset", "2", "--length", "4", "-o", "-"});
+    EXPECT_EQ(0, read.exit);
+    EXPECT_EQ("2345", read.output);
+    EXPECT_EQ(warning, read.errors);
+    const runResult cut = message({"read", "planar-vpd", "--length", "20", "-o", "-"});
+    EXPECT_EQ(0, cut.exit);
+    EXPECT_EQ("0123456789", cut.output);
+    EXPECT_EQ(std::string(warning) + "kestctl: planar-vpd: 10 of 20 bytes came: the copy ends there\n", cut.errors);
+    const std::string before  = image("system");
+    const runResult   written = message({"write", "planar-vpd", "--hex", "5858", "--yes"});
+    EXPECT_EQ(0, written.exit);
+    EXPECT_EQ(warning, written.errors);
+    EXPECT_EQ("XX23456789", says({"copy", "export", "0", "-"}));
+    EXPECT_EQ(before, image("system"));
+}
+
+TEST_F(KestctlMessage, WholeDeviceOfMixedModeIsCut)
+{
+    constexpr const char* warning =
+        "kestctl: the read mode is MixedMode: messages are served from copy 0, whatever device they name\n";
+    serve("MixedMode");
+    const runResult read = message({"read", "planar-vpd", "--length", "16", "-o", "-"}); // 32768 bytes come
+    EXPECT_EQ(0, read.exit);
+    EXPECT_EQ(image("system").substr(0, 16), read.output);
+    EXPECT_EQ(warning, read.errors);
+    says({"copy", "import", "0", file("zero", "0123456789")});
+    EXPECT_EQ("0123", message({"read", "planar-vpd", "--length", "4", "-o", "-"}).output);
+}
+
+/// A hub read that recovered by itself is a success to the service, and its bytes are zeros that no chip sent.
+TEST_F(KestctlMessage, ReadThroughAHubIsRefusedUnlessForced)
+{
+    const std::string target = (folder() / "out.bin").string();
+    serve();
+    says({"sim", "fault", "add", "hub-hold-sda", "--bus", "planar", "--address", "0x80", "--way", "read", "--count",
+          "1"});
+    EXPECT_EQ(
+        "riser-vpd: read by message: through a hub bytes can come that were never read, and a message can't tell; "
+        "'kestctl seeprom read riser-vpd' reads until it can be relied on, --force takes what comes",
+        complaint(3, {"read", "riser-vpd", "--length", "64", "-o", target}));
+    EXPECT_FALSE(std::filesystem::exists(target));
+    const runResult forced = message({"read", "riser-vpd", "--length", "64", "-o", target, "--force"});
+    EXPECT_EQ(0, forced.exit);
+    EXPECT_EQ("kestctl: riser-vpd: read through a hub: the bytes can be ones that were never read\n", forced.errors);
+    EXPECT_EQ(std::string(64, '\0'), readFile(target));
+    EXPECT_NE(std::string(64, '\0'), image("riser").substr(0, 64));
+    EXPECT_EQ("", says({"seeprom", "read", "riser-vpd", "--length", "64", "-o", target}));
+    EXPECT_EQ(image("riser").substr(0, 64), readFile(target));
+}
+
+TEST_F(KestctlMessage, WrongUse)
+{
+    EXPECT_EQ("panel-vpd: offset 256 (0x100) is past the end: the device holds 256 bytes",
+              complaint(2, {"read", "panel-vpd", "--offset", "256"}));
+    EXPECT_EQ("panel-vpd: length 0: there is nothing to transfer",
+              complaint(2, {"read", "panel-vpd", "--length", "0"}));
+    EXPECT_THAT(complaint(2, {"read", "panel-leds"}), HasSubstr("does not serve a PCA9552"));
+    EXPECT_THAT(complaint(2, {"read", "sim:planar,L,F0,70,1,2C0128,A2"}), HasSubstr("F0"));
+    EXPECT_THAT(complaint(4, {"read", "nosuchdevice"}), HasSubstr("nosuchdevice"));
+    EXPECT_EQ("give what to write: a file by --input, or bytes by --hex",
+              complaint(2, {"write", "panel-vpd", "--yes"}));
+    EXPECT_EQ("give what to write: a file by --input, or bytes by --hex",
+              complaint(2, {"write", "panel-vpd", "--hex", "00", "-i", file("new", "x"), "--yes"}));
+    EXPECT_THAT(complaint(2, {"read", "panel-vpd", "--timeout", "soon"}), HasSubstr("timeout 'soon'"));
+}
+
+TEST_F(KestctlMessage, NobodyServes)
+{
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"read", "panel-vpd"}, {"write", "panel-vpd", "--hex", "00", "--yes"}, {"location", "0xD001"}})
+        EXPECT_THAT(complaint(1, words), MatchesRegex(".*kestd.socket: No such file or directory; start kestd, or name "
+                                                      "its socket by --socket"));
+}
+
+TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
+{
+    serve();
+    EXPECT_THAT(complaint(4, {"read", "sim:planar,L,2C0256,AE", "--length", "1"}),
+                HasSubstr("sim:planar,L,2C0256,AE: read by message: nothing answers; check address and power"));
+    EXPECT_THAT(complaint(4, {"write", "sim:nowhere,L,2C0256,A0", "--hex", "00", "--yes"}), HasSubstr("no such bus"));
+    EXPECT_THAT(complaint(2, {"write", "sim:planar,L,922,80,9,2C0128,A2", "--hex", "00", "--yes"}),
+                HasSubstr("the hub has no such port"));
+    says({"sim", "fault", "add", "nack-data", "--bus", "planar", "--address", "0xA4", "--way", "write"});
+    EXPECT_THAT(complaint(1, {"write", "panel-vpd", "--hex", "00", "--yes"}), HasSubstr("a byte was not acknowledged"));
+}
+
+/// What a service answers, told as the client's configuration has it.
+TEST_F(KestctlMessage, RefusalHasItsExitCode)
+{
+    const std::string text = "user 7 is not permitted to read";
+    FakeService       fake([&text](RawClient& service) {
+        const auto request = service.receive();
+        ASSERT_TRUE(request);
+        service.send(
+                  frame{request->identifier, request->type, 0x80, 0x80001601, 0x5000001A, {text.begin(), text.end()}});
+    });
+    EXPECT_EQ("panel-vpd: read by message: user 7 is not permitted to read; 'kestctl errors show 0x5000001A' has "
+              "the details [log 0x5000001A]",
+              complaint(3, {"read", "panel-vpd", "--socket", fake.path().string()}));
+}
+
+TEST_F(KestctlMessage, FailureInJson)
+{
+    FakeService     fake([](RawClient& service) {
+        const auto request = service.receive();
+        ASSERT_TRUE(request);
+        service.send(frame{request->identifier, request->type, 0, 0x80001312, 0x5000001A, {}});
+    });
+    const runResult failed = message({"read", "panel-vpd", "--json", "--socket", fake.path().string()});
+    EXPECT_EQ(1, failed.exit);
+    const json error = json::parse(failed.output).at("error");
+    EXPECT_EQ("panel-vpd", error.at("device"));
+    EXPECT_EQ(0x80001312, error.at("return_code"));
+    EXPECT_EQ(0x5000001A, error.at("log_id"));
+    EXPECT_EQ(1, error.at("exit_code"));
+}
+
+TEST_F(KestctlMessage, AServiceThatSaysNothingIsWaitedForNoLongerThanTold)
+{
+    FakeService fake([](RawClient& service) {
+        EXPECT_TRUE(service.receive());
+        EXPECT_FALSE(service.receive()); // it hangs up
+    });
+    EXPECT_THAT(complaint(1, {"read", "panel-vpd", "--timeout", "0.1", "--socket", fake.path().string()}),
+                HasSubstr("no reply in time"));
+}
+
+} // namespace
+} // namespace kest::test
