@@ -208,11 +208,13 @@ void checkErrors(const std::string& bus, int missing, std::uint32_t missingState
     check("missing device: first-failure data", record.find("\"operation\":\"read\",\"bus\":\"/dev/i2c-") == 1, record);
     result = absent.write(0, data);
     check("missing device: errno of a write", result.result == 0 && result.error == missing, result.text());
-    check("missing device: detect state", absent.detectState() == missingState, std::to_string(absent.detectState()));
+    std::uint32_t state = absent.detectState();
+    check("missing device: detect state", state == missingState, std::to_string(state));
     absent.firstFailure();
 
     device chip(bus, 0xA0, 0, 0);
-    check("detect state of a chip", chip.detectState() == 3, std::to_string(chip.detectState()));
+    state = chip.detectState();
+    check("detect state of a chip", state == 3, std::to_string(state));
     bytes tooLong(8193);
     result = chip.read(0, tooLong);
     check("too long for one message", result.result == 0 && result.error == EINVAL, result.text());
