@@ -1,4 +1,5 @@
 /// Commits of error log entries a second, against SQLite alone: one insert and commit of the same bytes with the same settings.
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +20,7 @@ namespace
 
 constexpr int rounds          = 20;
 constexpr int entriesPerRound = 100;
+constexpr int roundsThatCount = 18; // the fastest: a disk now and then takes milliseconds for whoever asks then
 
 using entries = std::vector<std::unique_ptr<ErrlEntry>>;
 
@@ -100,7 +102,7 @@ private:
 };
 
 /// Both stores take the same entries, in turns, so that whatever else the disk does meets both.
-void measure(const std::filesystem::path& folder, double& oursSeconds, double& bareSeconds)
+void measure(const std::filesystem::path& folder, std::vector<double>& oursSeconds, std::vector<double>& bareSeconds)
 {
     BareStore bare(folder / "bare.db");
     for (int round = 0; round <= rounds; ++round) {
@@ -118,10 +120,16 @@ void measure(const std::filesystem::path& folder, double& oursSeconds, double& b
         for (const std::string& body : bodies)
             bare.add(body);
         if (round > 0) { // the first one makes the files
-            oursSeconds += seconds(middle - begin);
-            bareSeconds += seconds(std::chrono::steady_clock::now() - bareBegin);
+            oursSeconds.push_back(seconds(middle - begin));
+            bareSeconds.push_back(seconds(std::chrono::steady_clock::now() - bareBegin));
         }
     }
+}
+
+double timeThatCounts(std::vector<double> rounds)
+{
+    std::ranges::sort(rounds);
+    return std::accumulate(rounds.begin(), rounds.begin() + roundsThatCount, 0.0);
 }
 
 } // namespace
@@ -135,15 +143,17 @@ int main()
         << "state = \"state\"\nerrorlog.max_entries = 1000000\nerrorlog.max_size = 1073741824\n";
     require(kest::host::useConfigurationFile(folder / "kest.toml"), "the configuration has been read already");
 
-    double ours = 0;
-    double bare = 0;
+    std::vector<double> oursSeconds;
+    std::vector<double> bareSeconds;
     fillTraces();
-    measure(folder, ours, bare);
+    measure(folder, oursSeconds, bareSeconds);
+    const double                ours = timeThatCounts(std::move(oursSeconds));
+    const double                bare = timeThatCounts(std::move(bareSeconds));
     const kest::host::entryList list = kest::host::listEntries();
     require(list.error.empty() && list.entries.size() == (rounds + 1) * entriesPerRound, "entries are missing");
     std::filesystem::remove_all(folder);
 
-    constexpr double count = rounds * entriesPerRound;
+    constexpr double count = roundsThatCount * entriesPerRound;
     std::cout << nlohmann::json{{"errorlog.commits_ratio", bare / ours},
                                 {"errorlog.commits_per_s", count / ours},
                                 {"errorlog.bare_commits_per_s", count / bare}}

@@ -1,9 +1,10 @@
 /// What a trace costs: one write, two threads at once, and a plain snprintf of the same beside it. One JSON object on standard output.
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <latch>
+#include <sched.h>
 #include <thread>
 #include <vector>
 
@@ -46,21 +47,33 @@ double measureSnprintf()
     return nsPerCall(stopwatch::now() - begin);
 }
 
-/// @return ns in which each of `count` threads made one write
+/// Keeps a thread on a processor of its own: else the scheduler may leave both on one for as long as a round lasts.
+void stayOn(int processor)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(processor, &set);
+    sched_setaffinity(0, sizeof set, &set);
+}
+
+/// @return ns in which each of `count` threads made one write, from when the last of them is awake
 double measureThreads(int count)
 {
-    std::latch                ready(count + 1);
-    std::vector<std::jthread> threads;
+    std::atomic<int>                   awake{0};
+    std::vector<stopwatch::time_point> begins(static_cast<std::size_t>(count)), ends(begins);
+    std::vector<std::jthread>          threads;
     for (int thread = 0; thread < count; ++thread) {
-        threads.emplace_back([&ready, thread] {
-            ready.arrive_and_wait();
+        threads.emplace_back([&, thread] {
+            stayOn(thread);
+            ++awake;
+            while (awake < count) {}
+            begins[static_cast<std::size_t>(thread)] = stopwatch::now();
             writeTraces(thread);
+            ends[static_cast<std::size_t>(thread)] = stopwatch::now();
         });
     }
-    ready.arrive_and_wait();
-    const auto begin = stopwatch::now();
     threads.clear(); // joins
-    return nsPerCall(stopwatch::now() - begin);
+    return nsPerCall(*std::ranges::max_element(ends) - *std::ranges::min_element(begins));
 }
 
 } // namespace

@@ -1,0 +1,172 @@
+/// Requests from anybody, through the library and the host platform down to a simulated machine. The first byte chooses: 0 to 3, the rest is
+/// a payload of that message type; 4, of a type made of the next two bytes; above, the rest is a device text for every function that takes one.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "kest/kest.h"
+#include "platform/errl.h"
+#include "platform/netc.h"
+#include "platform/tavo.h"
+#include "sim/machine.h"
+
+namespace
+{
+
+constexpr std::uint16_t firstType = 0x8001, typeRead = 0x8001, typeWrite = 0x8002, typeLocation = 0x8004;
+constexpr std::uint32_t longest     = 65536; // the service refuses more before the library sees it
+constexpr std::uint8_t  writeServed = 0x41, dataServed = 0x42;
+/// A write cycle of 0 ms: nothing waits for the simulated chips.
+constexpr kest_attributeValue hasty[KEST_ATTR_COUNT] = {400, 1, 0, 4, 2, 1};
+
+constexpr const char* settings    = R"(
+state = "."
+[registry]
+"tavo/ReadMode" = "HWareMode"
+[machine]
+folder = "."
+[[device]]
+number = 0xD001
+location = "sim:b,L,1C0002,A0"
+)";
+constexpr const char* machineText = R"(
+[[bus]]
+name = "b"
+[[chip]]
+bus = "b"
+type = "24C02"
+address = 0xA0
+image = "a"
+[[chip]]
+bus = "b"
+type = "PCA9552"
+address = 0xC0
+[[chip]]
+bus = "b"
+type = "PCA9555"
+address = 0x40
+[[chip]]
+bus = "b"
+type = "LM75"
+address = 0x90
+[[chip]]
+bus = "b"
+type = "HUB922"
+address = 0x80
+[[chip]]
+bus = "b"
+hub = 0x80
+port = 3
+type = "24C32"
+address = 0xA2
+image = "r"
+)";
+
+void require(bool holds)
+{
+    if (!holds)
+        abort();
+}
+
+/// A machine and its configuration in a folder of this process.
+std::shared_ptr<kest::sim::machine> prepare()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "kest-fuzz-XXXXXX").string();
+    require(mkdtemp(name.data()) != nullptr);
+    static const std::filesystem::path folder = name;
+    std::ofstream{folder / "kest.toml"} << settings;
+    std::ofstream{folder / "machine.toml"} << machineText;
+    setenv("KEST_CONFIG", (folder / "kest.toml").c_str(), 1);
+    atexit([] { std::filesystem::remove_all(folder); });
+    return kest::sim::openMachine(folder, false);
+}
+
+bool namesARealBus(std::string_view text) { return text.find("/dev/") != std::string_view::npos; }
+
+std::uint32_t lengthAsked(std::string_view payload)
+{
+    std::uint32_t length = 0;
+    if (payload.size() >= 12)
+        std::memcpy(&length, payload.data() + 8, sizeof length);
+    return length;
+}
+
+void serve(std::uint16_t type, std::string_view payload)
+{
+    const std::uint32_t asked = lengthAsked(payload);
+    if (asked > longest)
+        return;
+    NetcMessage request, reply;
+    request.identifier = 0x1234;
+    request.type       = type;
+    reply.replyFlags   = 0xFF;
+    // a copy of just the payload's size: whoever reads beyond it is caught
+    require(request.setData(payload.data(), static_cast<unsigned int>(payload.size())));
+    const std::unique_ptr<ErrlEntry> entry{kestProcessMsg(nullptr, &request, &reply)};
+    require(reply.identifier == 0x1234 && reply.type == type);
+    if (entry != nullptr) {
+        require(entry->getRC() != 0 && entry->getSRC(0) != nullptr && reply.dataSize() == 0);
+        require(reply.replyFlags == 0 || (type == typeWrite && reply.replyFlags == writeServed));
+    } else if (type == typeWrite) {
+        require(reply.replyFlags == writeServed && reply.dataSize() == 0);
+    } else {
+        require((type == typeRead || type == typeLocation) && reply.replyFlags == dataServed);
+        require(type != typeRead || asked == 0 || reply.dataSize() == asked);
+    }
+}
+
+/// @param entry  a failure or null. @return whether it was good
+bool good(ErrlEntry* entry)
+{
+    const std::unique_ptr<ErrlEntry> owned{entry};
+    require(owned == nullptr || (owned->getRC() != 0 && owned->getSRC(0) != nullptr));
+    return owned == nullptr;
+}
+
+void name(const std::string& text)
+{
+    unsigned int             levels = 0;
+    KEST_thermal_sensor_info sensor{.devicePath = text.c_str(), .temperature = 1, .status = 0};
+    good(KEST_detectDevice(text.c_str(), hasty));
+    good(KEST_dpConfig(text.c_str(), KEST_DP_CONFIG_OUTPUT, 0xFF, hasty));
+    good(KEST_dpWrite(text.c_str(), KEST_DP_SELECT_01, 0x0F, 0, hasty, 0));
+    good(KEST_dpRead(text.c_str(), 0xFFFF, &levels, hasty, 0));
+    const bool read = good(KEST_thermal_sensor_read_temperature_data(&sensor));
+    require(sensor.status == (read ? KEST_THERMAL_VALID : KEST_THERMAL_INVALID));
+
+    tavo_deviceaddress address{};
+    text.copy(static_cast<char*>(address.location),
+              sizeof address.location); // without terminator when it fills the field
+    unsigned int   length  = 5;
+    unsigned char* data    = nullptr;
+    const bool     fetched = good(KEST_seepromRead(address, nullptr, 3, &length, &data, hasty));
+    require(!fetched || (data != nullptr && length == 5));
+    if (fetched)
+        good(KEST_seepromWrite(address, nullptr, 3, &length, data, hasty));
+    tavo_util_free(reinterpret_cast<void**>(&data));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    static const auto machine = prepare();
+    std::string_view  all{reinterpret_cast<const char*>(data), size};
+    if (size == 0 || namesARealBus(all))
+        return 0;
+    const unsigned chosen = data[0];
+    all.remove_prefix(1);
+    if (chosen > 4)
+        name(std::string{all.substr(0, all.find('\0'))});
+    else if (chosen < 4)
+        serve(static_cast<std::uint16_t>(firstType + chosen), all);
+    else if (all.size() >= 2)
+        serve(static_cast<std::uint16_t>(data[1] << 8 | data[2]), all.substr(2));
+    machine->powerCycle();
+    return 0;
+}
