@@ -94,7 +94,8 @@ double readRatio(const scratchMachine& machine)
     return taken / ((1 + bitsOfByte * (1 + 2 + readBytes)) * bitNs);
 }
 
-/// Bus time of a long write against each page's bits and its true write cycle.
+/// Bus time of a long write against each page's bits and its true write cycle. The write is over with the last page's STOP: that page's
+/// cycle is in neither.
 double writeRatio(const scratchMachine& machine)
 {
     mern_t                          handle = openChip("sim:planar", 0xA2, pageBytes);
@@ -108,7 +109,7 @@ double writeRatio(const scratchMachine& machine)
     }
     constexpr double pages    = static_cast<double>(writtenBytes) / pageBytes;
     constexpr double pageBits = 1 + bitsOfByte * (1 + 2 + pageBytes) + 1; // START, address, offset, data, STOP
-    return taken / (pages * (pageBits * bitNs + writeCycleNs));
+    return taken / (pages * pageBits * bitNs + (pages - 1) * writeCycleNs);
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz/machinefolder.h"
 #include "kest/kest.h"
 #include "platform/errl.h"
 #include "platform/netc.h"
@@ -18,13 +19,15 @@
 namespace
 {
 
+using kest::fuzz::require;
+
 constexpr std::uint16_t firstType = 0x8001, typeRead = 0x8001, typeWrite = 0x8002, typeLocation = 0x8004;
 constexpr std::uint32_t longest     = 65536; // the service refuses more before the library sees it
 constexpr std::uint8_t  writeServed = 0x41, dataServed = 0x42;
 /// A write cycle of 0 ms: nothing waits for the simulated chips.
 constexpr kest_attributeValue hasty[KEST_ATTR_COUNT] = {400, 1, 0, 4, 2, 1};
 
-constexpr const char* settings    = R"(
+constexpr const char* settings = R"(
 state = "."
 [registry]
 "tavo/ReadMode" = "HWareMode"
@@ -34,55 +37,13 @@ folder = "."
 number = 0xD001
 location = "sim:b,L,1C0002,A0"
 )";
-constexpr const char* machineText = R"(
-[[bus]]
-name = "b"
-[[chip]]
-bus = "b"
-type = "24C02"
-address = 0xA0
-image = "a"
-[[chip]]
-bus = "b"
-type = "PCA9552"
-address = 0xC0
-[[chip]]
-bus = "b"
-type = "PCA9555"
-address = 0x40
-[[chip]]
-bus = "b"
-type = "LM75"
-address = 0x90
-[[chip]]
-bus = "b"
-type = "HUB922"
-address = 0x80
-[[chip]]
-bus = "b"
-hub = 0x80
-port = 3
-type = "24C32"
-address = 0xA2
-image = "r"
-)";
-
-void require(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 /// A machine and its configuration in a folder of this process.
 std::shared_ptr<kest::sim::machine> prepare()
 {
-    std::string name = (std::filesystem::temp_directory_path() / "kest-fuzz-XXXXXX").string();
-    require(mkdtemp(name.data()) != nullptr);
-    static const std::filesystem::path folder = name;
+    const std::filesystem::path folder = kest::fuzz::makeMachineFolder();
     std::ofstream{folder / "kest.toml"} << settings;
-    std::ofstream{folder / "machine.toml"} << machineText;
     setenv("KEST_CONFIG", (folder / "kest.toml").c_str(), 1);
-    atexit([] { std::filesystem::remove_all(folder); });
     return kest::sim::openMachine(folder, false);
 }
 

@@ -1,0 +1,66 @@
+/// What the fuzz targets that need a simulated machine share.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace kest::fuzz
+{
+
+/// Ends the run as a finding when something does not hold.
+inline void require(bool holds)
+{
+    if (!holds)
+        abort();
+}
+
+/// A machine of one bus "b" with chips of many kinds, in a folder that goes with the process; to be called once.
+inline std::filesystem::path makeMachineFolder()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "kest-fuzz-XXXXXX").string();
+    require(mkdtemp(name.data()) != nullptr);
+    static const std::filesystem::path folder = name;
+    std::ofstream{folder / "machine.toml"} << R"(
+[[bus]]
+name = "b"
+[[chip]]
+bus = "b"
+type = "24C02"
+address = 0xA0
+image = "a"
+hold_sda_after_cut = true
+[[chip]]
+bus = "b"
+type = "PCA9552"
+address = 0xC0
+[[chip]]
+bus = "b"
+type = "PCA9555"
+address = 0x40
+[[chip]]
+bus = "b"
+type = "LM75"
+address = 0x90
+[[chip]]
+bus = "b"
+type = "LM92"
+address = 0x96
+[[chip]]
+bus = "b"
+type = "HUB922"
+address = 0x80
+[[chip]]
+bus = "b"
+hub = 0x80
+port = 3
+type = "24C128"
+address = 0xA2
+image = "r"
+)";
+    atexit([] { std::filesystem::remove_all(folder); });
+    return folder;
+}
+
+} // namespace kest::fuzz
