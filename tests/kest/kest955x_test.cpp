@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -53,6 +54,14 @@ protected:
             std::copy_n(input.begin(), std::min<std::size_t>(size, input.size()), buffer);
             return static_cast<int>(size);
         };
+    }
+
+    /// Traces of a routine that name it alone: entry, failures, exit.
+    std::ptrdiff_t tracesNaming(const std::string& routine) const
+    {
+        return std::ranges::count_if(platform.traceRecords(), [&](const TraceRecord& record) {
+            return record.format == " %s" && record.arguments.at(0) == '"' + routine + '"';
+        });
     }
 
     /// Frees the entry that a call answered, and says whether there was one.
@@ -161,6 +170,20 @@ TEST_F(Registers, AttributesGiveTheSpeedAndTheBlocksFlag)
     EXPECT_NE(std::string::npos, platform.layerCalls().find("flags 0xFFFF0002, busy wait 1000)\n"
                                                             "mern_iic_config(h2, 2, 2, 0x64)\n"))
         << platform.layerCalls();
+}
+
+TEST_F(Registers, InputDevicesTimeOutFollowsFromTheAttributes)
+{
+    for (const std::uint32_t type : {0x75U, 0x92U}) {
+        restart();
+        become(type);
+        answering({hex("00 00")});
+        std::uint32_t value = 0xFFFFFFFF;
+        EXPECT_FALSE(failed(Read(&request, 0xFFFF, &value)));
+        // one block of 32 bytes at 400 kHz: (2 * 16 + 1000) * 2
+        EXPECT_NE(std::string::npos, platform.layerCalls().find("address 0xC0, offset bytes 0, timeout 2064, "))
+            << platform.layerCalls();
+    }
 }
 
 TEST_F(Registers, EachRoutineTracesItsEntryAndExit)
@@ -313,6 +336,8 @@ TEST_F(Registers, RawRegistersByTypeAndConfig)
                 record.srcs[0]);
             EXPECT_EQ(0x8000132DU, record.returnCode);
             EXPECT_TRUE(record.callouts.empty());
+            EXPECT_EQ((std::vector<Bytes>{text("kest955x")}), record.details(2));
+            EXPECT_EQ(3, tracesNaming("RawConfig")); // entry, failure, exit
             // Locked, unlocked and closed all the same.
             EXPECT_EQ(0, platform.openHandles());
             EXPECT_EQ(18U, platform.configs().at(platform.configs().size() - 1).item);
@@ -325,15 +350,21 @@ TEST_F(Registers, UnlistedTypesAreReportedAndServedWithRegister0AndNoData)
     std::uint32_t value = 0xFFFFFFFF;
     const struct {
         std::function<ErrlEntry*()> call;
+        const char*                 name;
         std::uint8_t                module;
         std::uint32_t               type;
         std::vector<Bytes>          written;
     } rows[] = {
-        {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, 25, 0x75, {hex("00"), hex("00")}},
-        {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, 25, 0xD10, {hex("00"), hex("00")}},
-        {[&] { return Read(&request, 0xFFFF, &value); }, 24, 0xD10, {hex("00")}},
-        {[&] { return GeneralConfig(&request, configOf(0), 0xFFFF); }, 35, 0x92, {hex("00"), hex("00")}},
+        {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, "Write", 25, 0x75, {hex("00"), hex("00")}},
+        {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, "Write", 25, 0xD10, {hex("00"), hex("00")}},
+        {[&] { return Read(&request, 0xFFFF, &value); }, "Read", 24, 0xD10, {hex("00")}},
+        {[&] { return GeneralConfig(&request, configOf(0), 0xFFFF); },
+         "GeneralConfig",
+         35,
+         0x92,
+         {hex("00"), hex("00")}},
         {[&] { return Write_922Hub_Reset(&request, operationOf(4), 0xFFFF, 0, &hubHandle); },
+         "Write_922Hub_Reset",
          37,
          0x92,
          {hex("00"), hex("00")}},
@@ -350,6 +381,8 @@ TEST_F(Registers, UnlistedTypesAreReportedAndServedWithRegister0AndNoData)
         EXPECT_EQ((Src{.module = row.module, .reason = 0x132C, .word1 = record.srcs[0].word1, .word2 = row.type}),
                   record.srcs[0]);
         EXPECT_EQ(0x8000132CU, record.returnCode);
+        EXPECT_EQ((std::vector<Bytes>{text("kest955x")}), record.details(2));
+        EXPECT_EQ(3, tracesNaming(row.name)) << row.name; // entry, failure, exit
         EXPECT_EQ(row.written, platform.written());
         EXPECT_NE(std::string::npos,
                   platform.layerCalls().find("mern_iic_read(h" + std::string(row.module == 37 ? "1" : "2") + ", 0)"));
@@ -729,6 +762,16 @@ delete entry3
     EXPECT_EQ(41, platform.entry(4).srcs.at(0).module); // the device, still locked at its end
 }
 
+TEST_F(Registers, FailureIsNotedAfterTheDeviceIsGone)
+{
+    platform.opens().configures(4).failsWrite(EIO).capturesFfdc().failsConfig(EIO).capturesFfdc().closes();
+    const std::unique_ptr<ErrlEntry> entry{RawConfig(&request, configOf(2), 1)};
+    ASSERT_NE(nullptr, entry);
+    // entry1 is the write's, entry2 the unlock's, entry3 that of the device, still locked at its end
+    const std::string calls = platform.log(kindEntry);
+    EXPECT_NE(std::string::npos, calls.find("delete entry3\nentry1.addSwErr(0x1300, 0x1314, 36, ")) << calls;
+}
+
 TEST_F(Registers, FailuresAreTracedUnderTheRoutinesName)
 {
     for (const Routine& routine : framedRoutines()) {
@@ -736,10 +779,7 @@ TEST_F(Registers, FailuresAreTracedUnderTheRoutinesName)
         become(0x9552);
         platform.healthy().failCall(3, EIO); // the speed
         EXPECT_TRUE(failed(routine.call(&request)));
-        const auto named = [&](const TraceRecord& record) {
-            return record.format == " %s" && record.arguments.at(0) == '"' + std::string(routine.name) + '"';
-        };
-        EXPECT_EQ(3, std::ranges::count_if(platform.traceRecords(), named)) << routine.name; // entry, failure, exit
+        EXPECT_EQ(3, tracesNaming(routine.name)) << routine.name; // entry, failure, exit
     }
 }
 
@@ -758,6 +798,7 @@ TEST_F(Registers, HubResetFailingAtAnyStepLeavesTheHandleOpen)
         const EntryRecord& record = platform.entry(entry.get());
         EXPECT_EQ(busStep(steps[failing]).told,
                   (std::pair<int, int>{record.srcs.at(0).module, record.srcs.at(0).reason}));
+        ASSERT_FALSE(record.softwareErrors.empty());
         EXPECT_EQ(37, record.softwareErrors.back().word1);
         EXPECT_EQ(std::string::npos, platform.calls().find("mern_iic_close"));
         EXPECT_EQ(0, platform.commits());
@@ -825,7 +866,7 @@ TEST_F(Registers, WithoutMemoryNothingMoreIsTransferred)
 {
     for (const Routine& routine : framedRoutines()) {
         int refused = 0;
-        for (int n = 1;; ++n) {
+        for (int n = 1; n < 20; ++n) {
             restart();
             become(0x9552);
             platform.healthy().failAllocation(n);
