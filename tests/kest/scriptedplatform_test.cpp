@@ -50,11 +50,9 @@ TEST_F(ScriptedPlatform, FailsAtAResetOnWhatIsLeftAndForgetsIt)
     platform.seeks(2);
     EXPECT_NONFATAL_FAILURE(it().reset(), "2 scripted answer(s) of mern_iic_seek were not asked for");
     platform.reset(); // nothing left to complain of
-    EXPECT_EQ(nullptr, buffer);
-    buffer = platform.makeBuffer(counting(3));
+    static_cast<void>(platform.makeBuffer(counting(3)));
     platform.forget();
     platform.verify();
-    buffer = nullptr;
 }
 
 TEST_F(ScriptedPlatform, FailsOnAHandleThatIsNotClosed)
