@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <new>
 
 #include "kesterrorlog.h"
@@ -45,7 +44,7 @@ std::array<std::uint8_t, 8> lockValue(std::uint32_t address)
 } // namespace
 
 EdalDeviceOperation::EdalDeviceOperation(std::uint8_t registerByte, std::uint8_t dataLength)
-    : m_buffer(static_cast<std::uint8_t*>(std::calloc(std::size_t{dataLength} + 1, 1))),
+    : m_buffer(new (std::nothrow) std::uint8_t[std::size_t{dataLength} + 1]{}),
       m_bufferLength(static_cast<std::uint8_t>(dataLength + 1)), m_register(registerByte), m_dataLength(dataLength)
 {
     if (m_buffer != nullptr) {
@@ -55,7 +54,7 @@ EdalDeviceOperation::EdalDeviceOperation(std::uint8_t registerByte, std::uint8_t
 
 EdalDeviceOperation::~EdalDeviceOperation()
 {
-    std::free(m_buffer);
+    delete[] m_buffer;
     m_buffer = nullptr;
 }
 

@@ -39,6 +39,18 @@ protected:
         return lines.size() < 2 ? std::vector<int>{} : std::vector<int>(lines.begin() + 1, lines.end() - 1);
     }
 
+    /// Arguments of the trace of a line, but for the function's name.
+    std::vector<std::string> traced(int line) const
+    {
+        for (const TraceRecord& record : platform.traceRecords()) {
+            if (record.line == line && record.arguments.at(0) == "\"KEST_detectDevice\"") {
+                return {record.arguments.begin() + 1, record.arguments.end()};
+            }
+        }
+        ADD_FAILURE() << "no trace of line " << line;
+        return {};
+    }
+
     void restart()
     {
         entry.reset();
@@ -115,6 +127,9 @@ TEST_F(Detect, DetectStates)
         EXPECT_TRUE(record.softwareErrors.empty());
         EXPECT_TRUE(record.commits.empty());
         EXPECT_EQ(row.lines, traceLines()) << row.state;
+        if (row.state != 0) {
+            EXPECT_EQ((std::vector<std::string>{"\"/dev/i2c-1@A0,L,2C0256,A0\""}), traced(458));
+        }
         // The entry is made at the end, after the close.
         EXPECT_LT(platform.calls().find("mern_iic_close"), platform.calls().find("entry1 ="));
     }
@@ -134,7 +149,16 @@ TEST_F(Detect, NullTextIsRefusedWithoutTouchingTheBus)
 
 TEST_F(Detect, TextWithoutTwoFieldsIsRefusedWithTheTextAttached)
 {
-    for (const char* malformed : {"/dev/i2c-1", ",", "a", "a,", ",a,"}) {
+    const struct {
+        const char* text;
+        const char* rest; // up to the last token, as traced
+    } rows[] = {{"/dev/i2c-1", "\"/dev/i2c-1\""},
+                {",", "\",\""},
+                {"a", "\"a\""},
+                {"a,", "\"a\""},
+                {",a,", "\",a\""},
+                {"", "\"\""}};
+    for (const auto& [malformed, rest] : rows) {
         restart();
         const EntryRecord record = detect(malformed);
         ASSERT_NE(nullptr, entry) << malformed;
@@ -145,6 +169,7 @@ TEST_F(Detect, TextWithoutTwoFieldsIsRefusedWithTheTextAttached)
         EXPECT_EQ((std::vector<Bytes>{text(malformed)}), record.details(7));
         EXPECT_EQ((std::vector<int>{222}), traceLines());
         EXPECT_EQ(" %s,%s", platform.traceRecords().at(1).format);
+        EXPECT_EQ((std::vector<std::string>{rest}), traced(222));
     }
 }
 
@@ -197,6 +222,7 @@ TEST_F(Detect, EachFailingStepIsMarkedInTheLayersEntry)
         EXPECT_EQ((std::vector<SoftwareError>{{.returnCode = row.returnCode, .word1 = 8, .word2 = row.site}}),
                   record.softwareErrors);
         EXPECT_EQ(row.lines, traceLines());
+        EXPECT_EQ((std::vector<std::string>{"\"/dev/i2c-1@A0,L,2C0256,A0\""}), traced(493));
         EXPECT_EQ(row.step > 0, platform.calls().find("mern_iic_close") != std::string::npos)
             << "no close after a failed open";
         EXPECT_EQ(0, platform.commits());

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <malloc.h>
 #include <memory>
+#include <set>
+#include <sstream>
 
 #include "kest955x.h"
 #include "tests/platform/scripted.h"
@@ -34,15 +37,27 @@ protected:
         EXPECT_EQ(nullptr, second);
     }
 
-    /// The only SRC of the entry, without its source line, which is checked to be there.
-    static Src srcWithoutLine(const EntryRecord& record)
+    /// Lines of the failures traced since the log was cleared.
+    std::vector<int> failureLines() const
     {
-        if (record.srcs.size() != 1) {
-            ADD_FAILURE() << "not one SRC: " << record.text();
+        std::vector<int>   lines;
+        std::istringstream traces(platform.tracesWithLines().substr(1));
+        for (std::string trace; std::getline(traces, trace);) {
+            lines.push_back(std::stoi(trace));
+        }
+        return lines;
+    }
+
+    /// The only SRC of the entry, without its source line, which is checked to be that of the failure, as its trace's is.
+    Src srcWithoutLine(const EntryRecord& record) const
+    {
+        const std::vector<int> lines = failureLines();
+        if (record.srcs.size() != 1 || lines.size() != 1) {
+            ADD_FAILURE() << "not one SRC and one trace: " << record.text() << platform.tracesWithLines();
             return {};
         }
         Src src = record.srcs[0];
-        EXPECT_NE(0U, src.word1) << "source line";
+        EXPECT_NEAR(lines[0], src.word1, 5) << "source line";
         src.word1 = 0;
         return src;
     }
@@ -56,7 +71,7 @@ using BuildDeviceLink = Device;
 TEST_F(BuildDeviceLink, MakesADeviceOfEachRegisterDeviceType)
 {
     for (const std::uint32_t type : {0xD10U, 0x9551U, 0x9552U, 0x9554U, 0x9555U, 0x92U, 0x75U}) {
-        const kest_deviceAddress node{0xC4, static_cast<kest_deviceType>(type), 0, nullptr};
+        const kest_deviceAddress node{0xC4, static_cast<kest_deviceType>(type), 3, nullptr};
         EdalDevice*              second = nullptr;
         buildDeviceLink(&node, &built, &second);
         ASSERT_NE(nullptr, built) << type;
@@ -102,6 +117,7 @@ TEST_F(BuildDeviceLink, ReportsEachOtherTypeInAnEntryOfItsOwn)
         ASSERT_EQ(1, platform.entryCount()) << type;
         const EntryRecord& record = platform.entry(1);
         EXPECT_EQ((Src{.module = 42, .reason = 0x132E, .word2 = type}), srcWithoutLine(record));
+        EXPECT_EQ((std::vector<Bytes>{text("kestdevice")}), record.details(2));
         EXPECT_EQ(0x800013FFU, record.returnCode);
         EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
         EXPECT_EQ((std::vector<Commit>{{0x1300, 0x2000}}), record.commits);
@@ -208,12 +224,14 @@ TEST_F(Device, BaseClassReportsWhatItDoesNotSupport)
         ASSERT_NE(nullptr, entry) << row.name;
         const EntryRecord& record = platform.entry(1);
         EXPECT_EQ((Src{.module = static_cast<std::uint8_t>(row.module), .reason = 0x13FF}), srcWithoutLine(record));
+        EXPECT_EQ((std::vector<Bytes>{text("kestdevice")}), record.details(2));
         EXPECT_EQ(0x800013FFU, record.returnCode);
         EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
         EXPECT_EQ("\n", platform.layerCalls());
-        const std::vector<std::string> traces = platform.lines(kindTrace);
-        ASSERT_EQ(1U, traces.size());
-        EXPECT_NE(std::string::npos, traces[0].find(row.name)) << traces[0];
+        ASSERT_EQ(3U, platform.traceRecords().size()) << "entry, failure, exit";
+        for (const TraceRecord& trace : platform.traceRecords()) {
+            EXPECT_EQ((std::vector<std::string>{row.name}), trace.arguments);
+        }
     }
 }
 
@@ -278,6 +296,7 @@ TEST_F(DeviceLock, TakenTwiceFailsWithoutTouchingTheBus)
     EXPECT_EQ("\n", platform.layerCalls());
     const EntryRecord& record = platform.entry(1);
     EXPECT_EQ((Src{.module = 40, .reason = 0x132F, .word2 = 0xC0}), srcWithoutLine(record));
+    EXPECT_EQ((std::vector<Bytes>{text("kestdevice")}), record.details(2));
     EXPECT_EQ(0x8000132FU, record.returnCode);
     EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
     const std::vector<std::string> traces = platform.lines(kindTrace);
@@ -340,6 +359,7 @@ TEST_F(DeviceLock, StillHeldAtDestructionIsReportedAndNotReleased)
     ASSERT_EQ(1, platform.entryCount());
     const EntryRecord& record = platform.entry(1);
     EXPECT_EQ((Src{.module = 41, .reason = 0x132F, .word2 = 0xC0}), srcWithoutLine(record));
+    EXPECT_EQ((std::vector<Bytes>{text("kestdevice")}), record.details(2));
     EXPECT_EQ(0x8000132FU, record.returnCode);
     EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
     EXPECT_EQ((std::vector<Commit>{{0x1300, 0x4000}}), record.commits);
@@ -353,22 +373,32 @@ TEST_F(DeviceLock, StillHeldAtDestructionIsReportedAndNotReleased)
 
 using DeviceOperation = DeviceLock;
 
-/// An operation of any direction, one byte a phase.
+/// An operation of any direction: reads one byte, writes two.
 class AnyOperation : public EdalDeviceOperation
 {
 public:
     explicit AnyOperation(std::uint32_t direction) : EdalDeviceOperation(0x77, 1), m_direction(direction) {}
     std::uint8_t* getBuffer() override { return m_buffer; }
     std::uint32_t getDirection() override { return m_direction; }
-    std::uint32_t getLength(std::uint32_t) override { return 1; }
+    std::uint32_t getLength(std::uint32_t phase) override { return phase; }
+    Bytes         fields() const { return {m_bufferLength, m_register, m_dataLength}; }
 
 private:
     std::uint32_t m_direction;
 };
 
+TEST_F(DeviceOperation, KeepsRegisterAndLengths) { EXPECT_EQ(hex("02 77 01"), AnyOperation(0).fields()); }
+
+TEST_F(DeviceOperation, WithoutMemoryHasNoBuffer)
+{
+    platform.failAllocation();
+    Dp955xOps::ReadRegister operation(0x16, 4);
+    EXPECT_EQ(nullptr, operation.getBuffer());
+}
+
 TEST_F(DeviceOperation, DirectionsAndLengthsOfBothKinds)
 {
-    for (const unsigned dataLength : {0U, 1U, 2U, 4U, 254U}) {
+    for (unsigned dataLength = 0; dataLength <= 255; ++dataLength) { // some fill a block of the heap to its last byte
         Dp955xOps::ReadRegister  read(0x16, static_cast<std::uint8_t>(dataLength));
         Dp955xOps::WriteRegister write(0x16, static_cast<std::uint8_t>(dataLength));
         EXPECT_EQ(3U, read.getDirection());
@@ -383,6 +413,7 @@ TEST_F(DeviceOperation, DirectionsAndLengthsOfBothKinds)
              {static_cast<EdalDeviceOperation*>(&read), static_cast<EdalDeviceOperation*>(&write)}) {
             Bytes expected(dataLength + 1, 0);
             expected[0] = 0x16;
+            ASSERT_LE(dataLength + 1, malloc_usable_size(operation->getBuffer()));
             EXPECT_EQ(expected, Bytes(operation->getBuffer(), operation->getBuffer() + dataLength + 1));
         }
     }
@@ -427,8 +458,8 @@ TEST_F(DeviceOperation, RunsThePhasesOfItsDirectionAlone)
         const char*   calls;
     } rows[] = {{0, "\nmern_iic_config(h1, 2, 3, 0xC0)\n"},
                 {1, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_read(h1, 1)\n"},
-                {2, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 1 byte: 77)\n"},
-                {3, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 1 byte: 77)\nmern_iic_read(h1, 1)\n"},
+                {2, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 2 bytes: 77 00)\n"},
+                {3, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 2 bytes: 77 00)\nmern_iic_read(h1, 1)\n"},
                 {4, "\nmern_iic_config(h1, 2, 3, 0xC0)\n"}};
     for (const auto& row : rows) {
         AnyOperation operation(row.direction);
@@ -436,16 +467,36 @@ TEST_F(DeviceOperation, RunsThePhasesOfItsDirectionAlone)
         platform.clearLog();
         EXPECT_EQ(nullptr, device->doOperation(handle));
         EXPECT_EQ(row.calls, platform.calls()) << row.direction;
+        EXPECT_EQ("\n", platform.traces());
+        ASSERT_LE(2U, platform.traceRecords().size()) << "entry and exit";
+        EXPECT_EQ((std::vector<std::string>{"\"doOperation\""}), platform.traceRecords().front().arguments);
+        EXPECT_EQ((std::vector<std::string>{"\"doOperation\""}), platform.traceRecords().back().arguments);
     }
+}
+
+TEST_F(DeviceOperation, SelectsTheDeviceByTheWholeAddress)
+{
+    device = std::make_unique<GenericEdalDevice>(0x89ABCDEF);
+    AnyOperation operation(0);
+    device->setOperation(&operation);
+    platform.configures();
+    EXPECT_EQ(nullptr, device->doOperation(handle));
+    EXPECT_EQ(3U, platform.configs().at(0).item);
+    EXPECT_EQ(word(0x89ABCDEF), platform.configs().at(0).value);
 }
 
 TEST_F(DeviceOperation, WithNoneSetIsRefused)
 {
+    AnyOperation operation(3);
+    device->setOperation(&operation);
+    device->setOperation(nullptr);
+    EXPECT_EQ(nullptr, device->getOperation());
     const std::unique_ptr<ErrlEntry> entry{device->doOperation(handle)};
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ("\n", platform.layerCalls());
     EXPECT_EQ((std::vector<Src>{{.module = 38, .reason = 0x132B}}), platform.entry(1).srcs);
     EXPECT_EQ(0x8000132BU, platform.entry(1).returnCode);
+    EXPECT_EQ((std::vector<Bytes>{text("kestdevice")}), platform.entry(1).details(2));
     EXPECT_EQ((std::vector<Callout>{{1, 4}}), platform.entry(1).callouts);
     const std::vector<std::string> traces = platform.lines(kindTrace);
     ASSERT_EQ(1U, traces.size());
@@ -466,6 +517,7 @@ TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
         {3, 13, 0x1312, 0x00001312,
          "mern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 1 byte: 00)\nmern_iic_read(h1, 2)\n"},
     };
+    std::set<int> sites; // a line for each phase
     for (const auto& row : rows) {
         platform.reset();
         handle = platform.openHandle();
@@ -482,7 +534,12 @@ TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
         ASSERT_EQ(1U, record.softwareErrors.size()) << row.failing;
         EXPECT_EQ(row.returnCode, record.softwareErrors[0].returnCode);
         EXPECT_EQ(38, record.softwareErrors[0].word1);
-        EXPECT_NE(0, record.softwareErrors[0].word2);
+        const auto&        traces = platform.traceRecords();
+        const TraceRecord& last   = traces.at(traces.size() - 2); // ahead of the exit
+        EXPECT_EQ((std::vector<std::string>{"\"doOperation\""}), last.arguments);
+        EXPECT_LT(traces.front().line, last.line) << "behind the entry";
+        EXPECT_EQ(last.line, record.softwareErrors[0].word2);
+        EXPECT_TRUE(sites.insert(last.line).second) << row.failing;
         std::string calls = platform.layerCalls().substr(1);
         EXPECT_EQ(row.calls, calls.substr(0, calls.find("mern_iic_ffdc"))) << row.failing;
         // A failed read asks for the device's state, too; nothing else follows.

@@ -48,8 +48,10 @@ TEST_F(Thermal, ReadingOfEveryBitPattern)
 {
     platform.healthy();
     for (unsigned raw = 0; raw <= 0xFFFF; raw += 0x0101 * 7 + 1) {
-        platform.readHandler = [raw](std::uint8_t* buffer, unsigned size) {
+        platform.readHandler = [this, raw](std::uint8_t* buffer, unsigned size) {
             EXPECT_EQ(2U, size);
+            EXPECT_EQ(0xAA, info.status) << "under way";
+            EXPECT_EQ(0, info.temperature);
             buffer[0] = static_cast<std::uint8_t>(raw >> 8);
             buffer[1] = static_cast<std::uint8_t>(raw);
             return 2;
