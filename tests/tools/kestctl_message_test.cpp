@@ -30,7 +30,7 @@ protected:
         ASSERT_NE(std::string::npos, at) << text;
         writeFile(file, text.replace(at, word.size(), "\"tavo/ReadMode\" = \"" + mode + "\""));
         m_daemon.emplace(folder(), std::vector<std::string>{"--config", file.string()});
-        ASSERT_TRUE(m_daemon->says("READY=1")) << m_daemon->errors();
+        ASSERT_TRUE(m_daemon->isReady()) << m_daemon->errors();
     }
     [[nodiscard]] std::string image(const std::string& name) const { return readFile(machine() / (name + ".bin")); }
     [[nodiscard]] std::string file(const std::string& name, const std::string& content) const

@@ -360,9 +360,7 @@ TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
         char byte = 0;
         EXPECT_EQ(1, read(toParent[0], &byte, 1));
         configure("read_users = [\"nobody\"]");
-        daemon().signal(SIGHUP);
-        EXPECT_TRUE(daemon().says("RELOADING=1"));
-        EXPECT_TRUE(daemon().says("READY=1"));
+        EXPECT_TRUE(daemon().reload());
         EXPECT_EQ(1, write(toChild[1], "x", 1));
     });
     EXPECT_EQ(0, asNobody([&] {
@@ -608,7 +606,7 @@ TEST_F(KestdTest, SocketGivenAtTheCommandLine)
 {
     Daemon daemon(folder(), {"--config", (folder() / "kest.toml").string(), "--socket",
                              (folder() / "deep/er/other.socket").string()});
-    ASSERT_TRUE(daemon.says("READY=1"));
+    ASSERT_TRUE(daemon.isReady());
     client::Connection connection(folder() / "deep/er/other.socket");
     EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
     struct stat status {
@@ -660,9 +658,7 @@ TEST_F(KestdTest, WrongConfigurationAtStartAndAtReload)
     EXPECT_NE(std::string::npos, refused.errors.find("wrong.toml:1:9: key 'state'")) << refused.errors;
     start();
     configure("max_clients = \"many\"");
-    daemon().signal(SIGHUP);
-    EXPECT_TRUE(daemon().says("RELOADING=1"));
-    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_TRUE(daemon().reload());
     EXPECT_NE(std::string::npos, daemon().errors().find("service.max_clients")) << daemon().errors();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
 }
@@ -672,9 +668,7 @@ TEST_F(KestdTest, ReloadChangesTheLimits)
     start();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     configure("max_payload = 512");
-    daemon().signal(SIGHUP);
-    EXPECT_TRUE(daemon().says("RELOADING=1"));
-    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_TRUE(daemon().reload());
     RawClient client(socketPath());
     frame     request = seepromRequest(0x8001, 0, 4);
     request.payload.resize(513);
@@ -687,14 +681,10 @@ TEST_F(KestdTest, ReloadChangesTheReadMode)
     start();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     configure("", "HWareMode");
-    daemon().signal(SIGHUP);
-    EXPECT_TRUE(daemon().says("RELOADING=1"));
-    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_TRUE(daemon().reload());
     EXPECT_EQ(outcome::failed, connect().readSeeprom(someLocation, 0, 4).what); // there is no such device
     configure("");
-    daemon().signal(SIGHUP);
-    EXPECT_TRUE(daemon().says("RELOADING=1"));
-    EXPECT_TRUE(daemon().says("READY=1"));
+    EXPECT_TRUE(daemon().reload());
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
 }
 
