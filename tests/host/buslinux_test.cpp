@@ -1,5 +1,7 @@
 /// The IIC layer over a Linux bus, on a stand-in for the kernel.
+#include <algorithm>
 #include <gmock/gmock.h>
+#include <ostream>
 
 #include "platform/host/iic/tools.h"
 #include "tests/host/fakekernel.h"
@@ -51,6 +53,10 @@ struct openFailure {
     int    funcs;
     int    expected;
 };
+std::ostream& operator<<(std::ostream& stream, const openFailure& each)
+{
+    return stream << "open " << each.error << ", mode " << each.mode << ", functions " << each.funcs;
+}
 class LinuxBusOpen : public LinuxBus, public testing::WithParamInterface<openFailure>
 {
 };
@@ -193,6 +199,7 @@ struct mapping {
     int kernelsError;
     int expected;
 };
+std::ostream& operator<<(std::ostream& stream, const mapping& each) { return stream << each.kernelsError; }
 class LinuxBusErrno : public LinuxBus, public testing::WithParamInterface<mapping>
 {
 };
@@ -407,6 +414,11 @@ struct smbusCase {
     int           error;
     std::string   call;
 };
+std::ostream& operator<<(std::ostream& stream, const smbusCase& each)
+{
+    return stream << "functions " << each.functions << ", offset of " << each.offsetLength << ", "
+                  << (each.written.empty() ? "reads " : "writes ") << std::max(each.written.size(), each.wanted);
+}
 class SmbusOnly : public LinuxBus, public testing::WithParamInterface<smbusCase>
 {
 };
