@@ -313,18 +313,18 @@ std::vector<listedRegister> hub922::list(std::uint64_t now)
         return text.empty() ? std::string{"free"} : text;
     };
     const auto meaning = [this] {
-        static const std::map<hubStatus, std::string> texts{{hubStatus::done, "done"},
-                                                            {hubStatus::malformedCommand, "malformed command"},
-                                                            {hubStatus::noAnswer, "device did not answer"},
-                                                            {hubStatus::subBusSdaHeld, "sub-bus SDA held"},
-                                                            {hubStatus::subBusSclHeld, "sub-bus SCL held"},
-                                                            {hubStatus::arbitrationLost, "arbitration lost"},
-                                                            {hubStatus::subBusTimeout, "sub-bus time-out"},
-                                                            {hubStatus::noSuchPort, "no such port"},
-                                                            {hubStatus::tooLong, "transfer too long"},
-                                                            {hubStatus::outOfReset, "out of reset"}};
-        const auto                                    found = texts.find(status);
-        return found != texts.end()     ? found->second
+        static constexpr std::pair<hubStatus, const char*> texts[]{{hubStatus::done, "done"},
+                                                                   {hubStatus::malformedCommand, "malformed command"},
+                                                                   {hubStatus::noAnswer, "device did not answer"},
+                                                                   {hubStatus::subBusSdaHeld, "sub-bus SDA held"},
+                                                                   {hubStatus::subBusSclHeld, "sub-bus SCL held"},
+                                                                   {hubStatus::arbitrationLost, "arbitration lost"},
+                                                                   {hubStatus::subBusTimeout, "sub-bus time-out"},
+                                                                   {hubStatus::noSuchPort, "no such port"},
+                                                                   {hubStatus::tooLong, "transfer too long"},
+                                                                   {hubStatus::outOfReset, "out of reset"}};
+        const auto found = std::ranges::find(texts, status, &std::pair<hubStatus, const char*>::first);
+        return found != std::end(texts) ? found->second
                : status < hubStatus{12} ? std::string{"hub hardware fault"}
                                         : std::string{"unknown"};
     };

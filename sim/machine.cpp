@@ -232,16 +232,16 @@ bool machineModel::stopWave(const std::string& busName)
 
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime)
 {
-    static auto* const opened =
-        new std::map<std::pair<std::string, bool>, std::weak_ptr<machineModel>>; // outlives static objects
     std::error_code             error;
     const std::filesystem::path place = std::filesystem::canonical(folder, error);
     if (error)
         throw std::runtime_error{folder.string() + ": " + error.message()};
     const std::string      text = readText(place / machineFileName);
-    const std::scoped_lock lock{openingMutex()};
-    auto&                  known = (*opened)[{place.string(), realTime}];
-    auto                   model = known.lock();
+    const std::scoped_lock lock{openingMutex()}; // also no fork happens while the map is made
+    static auto* const     opened =
+        new std::map<std::pair<std::string, bool>, std::weak_ptr<machineModel>>; // outlives static objects
+    auto& known = (*opened)[{place.string(), realTime}];
+    auto  model = known.lock();
     if (model == nullptr || !model->stillStandsFor(text)) {
         model = std::make_shared<machineModel>(place, text, realTime);
         known = model;

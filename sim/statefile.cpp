@@ -87,6 +87,8 @@ struct forkRegistry {
     }
     forkRegistry() { pthread_atfork(prepare, parent, child); }
 };
+// Ahead of every thread: one that was being made would stay so in a child forked meanwhile.
+[[maybe_unused]] static const forkRegistry& madeAtLoad = forkRegistry::instance();
 
 std::mutex& openingMutex() { return forkRegistry::instance().opening; }
 

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "tests/forks.h"
 #include "tests/host/host_support.h"
 
 namespace kest::test
@@ -169,6 +170,7 @@ TEST_F(ErrorLog, ForksBesideCommitsAndReadsLoseNothing)
     for (std::uint32_t number = 0; number < 20; ++number) {
         // The child ends abruptly, as one that executes another program: the thread sanitizer would miss the writer's thread in it.
         EXPECT_EQ(256 + SIGKILL, inChild([number] {
+                      alarm(hangSeconds);
                       commitEntry(1000 + number);
                       return raise(SIGKILL);
                   }));

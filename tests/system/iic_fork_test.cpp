@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "platform/host/iic/ffdc.h"
+#include "tests/forks.h"
 #include "tests/sanitizers.h"
 #include "tests/system/iic_machine.h"
 
@@ -12,8 +13,6 @@ namespace kest::test
 {
 namespace
 {
-
-constexpr unsigned int hangSeconds = 20; // ends a child that waits for what nobody gives back
 
 /// A thread that does the same over and over.
 class Busy
@@ -73,6 +72,12 @@ TEST_F(IicFork, ChildOfBusyThreadsHasALayerThatWorks)
     for (int round = 0; round < 100; ++round) {
         ASSERT_EQ(0, inChild(ownHandleWorks)) << round;
     }
+}
+
+TEST_F(IicFork, ChildHasALayerThatWorksBesideTheFirstUseOfAThread)
+{
+    KEST_SKIP_FORK_OF_BUSY_THREADS();
+    EXPECT_EQ(0, failedBesideFirstUse(ownHandleWorks));
 }
 
 // Where no file can be kept the records are the process's own.

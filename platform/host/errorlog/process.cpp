@@ -1,7 +1,8 @@
 #include "platform/host/errorlog/process.h"
 
 #include <fmt/format.h>
-#include <pthread.h>
+
+#include "platform/host/files/fork.h"
 
 namespace kest::host
 {
@@ -18,27 +19,7 @@ std::uint64_t hashOf(const std::string& text)
     return hash;
 }
 
-void beforeFork()
-{
-    theLog().idGuard.lock();
-    theLog().guard.lock();
-    theLog().writer.reset();
-}
-
-void afterForkInParent()
-{
-    theLog().guard.unlock();
-    theLog().idGuard.unlock();
-}
-
-void afterForkInChild()
-{
-    theLog().nextId    = 0;
-    theLog().endId     = 0;
-    theLog().blockSize = 0;
-    theLog().guessedId = 0;
-    afterForkInParent();
-}
+[[maybe_unused]] const processLog& madeAtLoad = processLog::instance();
 
 } // namespace
 
@@ -49,14 +30,27 @@ logFiles::logFiles(const configuration& settings)
 {
 }
 
-processLog& theLog()
+processLog& processLog::instance()
 {
-    static processLog* const log = [] {
-        auto* made = new processLog;
-        pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
-        return made;
-    }();
+    static auto* const log = new processLog;
     return *log;
+}
+
+processLog::processLog() { watchForks<processLog>(); }
+
+void processLog::beforeFork()
+{
+    idGuard.lock();
+    guard.lock();
+    writer.reset();
+}
+
+void processLog::afterFork(bool inChild)
+{
+    if (inChild)
+        nextId = endId = blockSize = guessedId = 0;
+    guard.unlock();
+    idGuard.unlock();
 }
 
 } // namespace kest::host

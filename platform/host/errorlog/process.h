@@ -28,6 +28,11 @@ struct logFiles {
 /// Never destroyed, so that entries can be committed as late as static destructors run. A child of fork() begins without open files and
 /// identifiers of its own; the connection is closed ahead of a fork, since SQLite's must not reach a child.
 struct processLog {
+    static processLog& instance();
+
+    void beforeFork();
+    void afterFork(bool inChild);
+
     std::mutex           idGuard; ///< taken ahead of `guard` where both are
     const configuration* idSettings = nullptr;
     std::uint32_t        nextId     = 0;
@@ -39,8 +44,11 @@ struct processLog {
     const configuration*      settings = nullptr;
     std::unique_ptr<database> writer;
     std::vector<spool>        spools; ///< in the order in which they are tried
+
+private:
+    processLog();
 };
 
-processLog& theLog();
+inline processLog& theLog() { return processLog::instance(); }
 
 } // namespace kest::host

@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
-#include "platform/host/iic/fork.h"
+#include "platform/host/files/fork.h"
 #include "platform/host/iic/sharedfolder.h"
 
 namespace kest::host::iic
@@ -167,6 +167,7 @@ private:
     std::mutex                         m_mutex;
     std::map<std::string, std::string> m_texts;
 };
+[[maybe_unused]] const ownRecords& madeAtLoad = ownRecords::instance();
 
 std::string ownKey(const busIdentity& identity, std::uint8_t target)
 {

@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "platform/host/iic/fork.h"
+#include "platform/host/files/fork.h"
 
 namespace kest::host::iic
 {
@@ -16,6 +16,8 @@ namespace
 
 constexpr std::uint32_t ticketMark = 0x4949431; // no open handle is all zeros, nor MERN_INVALID
 constexpr std::size_t   generation = 2;         // word of a ticket
+
+[[maybe_unused]] const handleTable& madeAtLoad = handleTable::instance();
 
 /// The words that tell handles apart.
 std::span<const std::uint32_t> telling(const mern_t& handle) { return std::span(handle.words).first(5); }
@@ -28,18 +30,17 @@ handleTable& handleTable::instance()
     return *table;
 }
 
-handleTable::handleTable()
-{
-    std::random_device source;
-    m_process[0] = source();
-    m_process[1] = source();
-    watchForks<handleTable>();
-}
+handleTable::handleTable() { watchForks<handleTable>(); }
 
 mern_t handleTable::add(std::shared_ptr<device> opened)
 {
     const std::lock_guard hold(m_mutex);
-    auto                  free = std::ranges::find(m_places, nullptr, &place::occupant);
+    if (m_places.empty()) {
+        std::random_device source;
+        m_process[0] = source();
+        m_process[1] = source();
+    }
+    auto free = std::ranges::find(m_places, nullptr, &place::occupant);
     if (free == m_places.end()) {
         free = m_places.insert(free, place{});
     }

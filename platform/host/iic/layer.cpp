@@ -2,6 +2,7 @@
 #include "platform/mern.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <new>
 
@@ -25,14 +26,15 @@ namespace
 constexpr unsigned int traceBytes     = 16384;
 constexpr int          flagsReadWrite = 0x1002;
 
-/// The buffer "IIC", made at first use.
+/// The buffer "IIC", made at first use. Threads that are first at once get the same; none waits for another, which a fork might leave behind.
 trace_wobu_descriptor traceBuffer()
 {
-    static const trace_wobu_descriptor buffer = [] {
-        trace_wobu_descriptor made = nullptr;
-        trace_wobu_init_buffer(&made, "IIC", traceBytes);
-        return made;
-    }();
+    static constinit std::atomic<trace_wobu_descriptor> made{nullptr};
+    trace_wobu_descriptor                               buffer = made.load(std::memory_order_acquire);
+    if (buffer == nullptr) {
+        trace_wobu_init_buffer(&buffer, "IIC", traceBytes);
+        made.store(buffer, std::memory_order_release);
+    }
     return buffer;
 }
 

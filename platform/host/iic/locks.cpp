@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "platform/host/iic/fork.h"
+#include "platform/host/files/fork.h"
 #include "platform/host/iic/sharedfolder.h"
 
 #ifndef F_OFD_SETLK
@@ -68,6 +68,7 @@ private:
     std::mutex              m_mutex;
     std::set<addressLocks*> m_holders;
 };
+[[maybe_unused]] const forkGuard& madeAtLoad = forkGuard::instance();
 
 /// @return 0, EAGAIN when somebody else has the byte, or what stands in the way of the file
 int setLock(int descriptor, short kind, off_t byte)

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "platform/host/files/files.h"
+#include "platform/host/files/fork.h"
 #include "platform/host/trace/rings.h"
 #include "sim/tomltext.h"
 
@@ -431,17 +432,25 @@ struct reading {
 
 /// Never destroyed: objects of static storage may ask for the configuration as late as they like.
 struct processConfiguration {
+    static processConfiguration& instance()
+    {
+        static auto* const made = new processConfiguration;
+        return *made;
+    }
+    void beforeFork() { guard.lock(); }
+    void afterFork(bool /*inChild*/) { guard.unlock(); }
+
     std::mutex                           guard;
     std::optional<std::filesystem::path> chosen; ///< by useConfigurationFile()
     std::list<reading>                   kept;
     std::atomic<const reading*>          current{nullptr};
-};
 
-processConfiguration& process()
-{
-    static auto* const instance = new processConfiguration;
-    return *instance;
-}
+private:
+    processConfiguration() { watchForks<processConfiguration>(); }
+};
+[[maybe_unused]] const processConfiguration& madeAtLoad = processConfiguration::instance();
+
+processConfiguration& process() { return processConfiguration::instance(); }
 
 /// Reads the file that counts for this process. A file that nobody named need not be there.
 reading readChosen(const std::optional<std::filesystem::path>& chosen)

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tuple>
@@ -429,13 +428,12 @@ std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::u
 
 std::string renderRecord(const traceRecord& record, std::size_t dataBytes)
 {
-    const auto           seconds = static_cast<std::time_t>(record.timeNs / 1'000'000'000u);
+    // The time of day without the C library's calendar, whose mutex a fork beside it would leave locked in the child
+    const auto           seconds = static_cast<unsigned>(record.timeNs / 1'000'000'000u % 86400);
     const auto           micros  = static_cast<unsigned>(record.timeNs % 1'000'000'000u / 1000);
-    std::tm              parts{};
     std::array<char, 64> head{};
-    gmtime_r(&seconds, &parts);
-    std::snprintf(head.data(), head.size(), "%02d:%02d:%02d.%06u %u %08X %u", parts.tm_hour, parts.tm_min, parts.tm_sec,
-                  micros, record.thread, record.hash, record.line);
+    std::snprintf(head.data(), head.size(), "%02u:%02u:%02u.%06u %u %08X %u", seconds / 3600, seconds / 60 % 60,
+                  seconds % 60, micros, record.thread, record.hash, record.line);
     std::string line = head.data();
     if (record.binary) {
         const std::span<const std::uint8_t> shown(record.data.data(), std::min(dataBytes, record.data.size()));

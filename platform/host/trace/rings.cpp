@@ -36,9 +36,8 @@ constexpr std::size_t maximumRings = 32;
 struct registry {
     std::mutex                                  lock;
     std::array<trace_wobu_buffer, maximumRings> rings;
-    std::size_t                                 used         = 0;
-    bool                                        watchesForks = false;
-    std::uint64_t                               clockOffset  = 0; ///< one for all rings, or their lines would not sort
+    std::size_t                                 used        = 0;
+    std::uint64_t                               clockOffset = 0; ///< one for all rings, or their lines would not sort
     char                                        folder[PATH_MAX] = {};
 };
 constinit registry everything;
@@ -213,6 +212,9 @@ void afterForkInChild()
     everything.lock.unlock();
 }
 
+/// Ahead of every thread: a fork beside the one that makes the first ring waits for it, too.
+[[maybe_unused]] const int watchesForks = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+
 /// @return null with `errno`
 trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
 {
@@ -220,9 +222,8 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
         errno = ENOSPC;
         return nullptr;
     }
-    if (!everything.watchesForks) {
-        everything.clockOffset  = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
-        everything.watchesForks = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild) == 0;
+    if (everything.used == 0) {
+        everything.clockOffset = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
     }
     trace_wobu_buffer& ring = everything.rings[everything.used];
     std::snprintf(ring.name, sizeof ring.name, "%s", name);
