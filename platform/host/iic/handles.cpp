@@ -35,7 +35,7 @@ handleTable::handleTable() { watchForks<handleTable>(); }
 mern_t handleTable::add(std::shared_ptr<device> opened)
 {
     const std::lock_guard hold(m_mutex);
-    if (m_places.empty()) {
+    if (m_places.empty()) { // not while the program is loaded, which a source that fails would end
         std::random_device source;
         m_process[0] = source();
         m_process[1] = source();
