@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "tests/host/host_support.h"
+#include "tests/places.h"
 
 namespace kest::test
 {
@@ -406,7 +407,7 @@ TEST_F(Configuration, StateOfRootLiesWithTheSystem)
 
 TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
 {
-    std::ifstream       page(KEST_SOURCE_DIR "/docs/configuration.md");
+    std::ifstream       page(std::string(kest::tests::sourceFolder) + "/docs/configuration.md");
     const std::string   text((std::istreambuf_iterator<char>(page)), {});
     const auto          begin   = text.find("```toml\n") + 8;
     const std::string   example = text.substr(begin, text.find("```", begin) - begin);

@@ -5,6 +5,7 @@
 
 #include "platform/tavo.h"
 #include "tests/host/host_support.h"
+#include "tests/places.h"
 
 namespace kest::test
 {
@@ -359,7 +360,7 @@ TEST(SharedBuffers, AreZeroFilledAndDistinct)
 
 TEST(SharedBuffers, AreNullWhenThereIsNoMemory)
 {
-    if (underSanitizer || std::string(KEST_TEST_EMULATOR) != "")
+    if (underSanitizer || kest::tests::isEmulated())
         GTEST_SKIP() << "the sanitizers and the emulator need an unbounded address space";
     EXPECT_EQ(0, inChild([] {
                   const rlimit limit{512 << 20, 512 << 20};

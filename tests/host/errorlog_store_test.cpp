@@ -4,6 +4,7 @@
 
 #include "tests/forks.h"
 #include "tests/host/host_support.h"
+#include "tests/places.h"
 
 namespace kest::test
 {
@@ -248,7 +249,7 @@ TEST_F(ErrorLog, KilledAtAnyMomentItHoldsWhatWasCommitted)
 /// Of each process. Under the emulator fewer, unless KEST_LONG_TESTS is set.
 std::uint32_t manyEntries()
 {
-    const bool slow = std::string(KEST_TEST_EMULATOR) != "";
+    const bool slow = kest::tests::isEmulated();
     return slow && std::getenv("KEST_LONG_TESTS") == nullptr ? 1000 : 10000;
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "tests/host/host_support.h"
+#include "tests/places.h"
 
 namespace kest::test
 {
@@ -105,7 +106,7 @@ TEST(RegistryOfAFreshProcess, GivesNoDefaultsInPlaceOfAFileInError)
     const std::string file    = folder.write("wrong.toml", "stat = 1").string();
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     const std::string command =
-        "KEST_CONFIG=" + file + " " KEST_TEST_EMULATOR " " + program +
+        "KEST_CONFIG=" + file + " " + kest::tests::emulator + " " + program +
         " --gtest_also_run_disabled_tests --gtest_filter=RegistryOfAFreshProcess.DISABLED_* > " +
         (folder.path() / "said").string();
     EXPECT_EQ(0, std::system(command.c_str()));

@@ -13,6 +13,7 @@
 #include "platform/registry.h"
 #include "tests/host/host_support.h"
 #include "tests/host/trace_support.h"
+#include "tests/places.h"
 
 namespace kest::test
 {
@@ -127,7 +128,7 @@ TEST(TraceFileOfAFreshProcess, IsReadableAfterItsSuddenEnd)
     const std::string config  = folder.write("other.toml", "trace.folder = \"lines\"").string();
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     const std::string command =
-        "KEST_CONFIG=" + config + " exec " KEST_TEST_EMULATOR " " + program +
+        "KEST_CONFIG=" + config + " exec " + kest::tests::emulator + " " + program +
         " --gtest_also_run_disabled_tests --gtest_filter=TraceFileOfAFreshProcess.DISABLED_* > " +
         (folder.path() / "said").string();
     const int status = std::system(command.c_str());

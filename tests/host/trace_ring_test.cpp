@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "tests/host/trace_support.h"
+#include "tests/places.h"
 
 namespace kest::test
 {
@@ -162,7 +163,7 @@ TEST(TraceRing, ManyThreadsAndAReader)
 /// Moves while four threads write. Each thread's last lines are still there, without a gap.
 TEST(TraceRing, MovingIntoAFileLosesNoLine)
 {
-    const int                moves = underSanitizer || *KEST_TEST_EMULATOR != '\0' ? 3 : 10; // they are slow there
+    const int                moves = underSanitizer || kest::tests::isEmulated() ? 3 : 10; // they are slow there
     constexpr int            lines = 400; // of at most 96 bytes: all fit
     trace_wobu_descriptor    ring  = newRing("moving", 100'000);
     ScratchFolder            folder;
@@ -205,7 +206,7 @@ void leave(int code) { syscall(SYS_exit, code); }
 
 TEST(TraceRing, WriteTakesNoSystemCall)
 {
-    if (*KEST_TEST_EMULATOR != '\0' || underSanitizer)
+    if (kest::tests::isEmulated() || underSanitizer)
         GTEST_SKIP() << "the emulator or the sanitizer takes system calls of its own";
     trace_wobu_descriptor memory = newRing("strict");
     const int             clock  = inChild([] {

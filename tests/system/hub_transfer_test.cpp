@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <thread>
 
+#include "tests/places.h"
 #include "tests/system/library_machine.h"
 
 namespace kest::test
@@ -339,8 +340,7 @@ struct neighbour {
     }
 };
 
-constexpr bool emulated = *KEST_TEST_EMULATOR != '\0'; // many times slower
-constexpr auto patience = std::chrono::seconds(200);   // a busy machine can be slow, too
+constexpr auto patience = std::chrono::seconds(200); // a busy machine can be slow, too
 
 TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
 {
@@ -352,7 +352,7 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
         other->work(hubText(0x88, 7), &HubTransfer::read, &HubTransfer::write, part(image("riser136-7.bin"), 0, 640));
         _exit(0);
     }
-    constexpr int enough = emulated ? 8 : 20;
+    constexpr int enough = kest::tests::isEmulated() ? 8 : 20;
     const bytes   mine   = part(image("riser128-7.bin"), 0, 64);
     int           resets = 0;
     const auto    latest = std::chrono::steady_clock::now() + patience;

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/host/trace_support.h"
+#include "tests/places.h"
 #include "tests/system/iic_machine.h"
 
 namespace kest::test
@@ -281,7 +282,7 @@ bool countUp(OpenDevice& device)
 /// Of each process. Under a sanitizer or the emulator fewer, unless KEST_LONG_TESTS is set.
 int manyRounds()
 {
-    const bool slow = underSanitizer || std::string(KEST_TEST_EMULATOR) != "";
+    const bool slow = underSanitizer || kest::tests::isEmulated();
     return slow && std::getenv("KEST_LONG_TESTS") == nullptr ? 500 : 5000;
 }
 

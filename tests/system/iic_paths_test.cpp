@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <thread>
 
+#include "tests/places.h"
 #include "tests/system/iic_machine.h"
 
 namespace kest::test
@@ -202,8 +203,8 @@ TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
     const mern_t      own     = devices.back()->handle();
     const auto        ticket  = settings.folder() / "ticket";
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    const std::string command = std::string(ticketVariable) + "=" + ticket.string() + " " KEST_TEST_EMULATOR " " +
-                                program +
+    const std::string command = std::string(ticketVariable) + "=" + ticket.string() + " " + kest::tests::emulator +
+                                " " + program +
                                 " --gtest_also_run_disabled_tests --gtest_filter=IicOfAFreshProcess.DISABLED_* > " +
                                 (settings.folder() / "said").string();
     std::ofstream(ticket, std::ios::binary).write(reinterpret_cast<const char*>(&own), sizeof own);

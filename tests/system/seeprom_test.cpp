@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "platform/host/vpd/copies.h"
+#include "tests/places.h"
 #include "tests/system/library_machine.h"
 
 namespace kest::test
@@ -15,7 +16,7 @@ class Seeprom : public LibraryMachine
 protected:
     static bytes contents(const std::string& name)
     {
-        std::ifstream file(KEST_SOURCE_DIR "/examples/images/" + name, std::ios::binary);
+        std::ifstream file(std::string(kest::tests::sourceFolder) + "/examples/images/" + name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
     static ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/places.h"
 #include "tests/tools/program.h"
 
 namespace kest::test
@@ -17,7 +18,7 @@ using KestctlTrace  = MachineTest;
 
 std::string image(const std::string& name)
 {
-    return readFile(std::filesystem::path(KEST_SOURCE_DIR) / "examples/images" / name);
+    return readFile(std::filesystem::path(kest::tests::sourceFolder) / "examples/images" / name);
 }
 
 TEST_F(KestctlSim, NewMachineHoldsRealContents)

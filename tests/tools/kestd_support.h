@@ -21,6 +21,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "tests/places.h"
 #include "tests/sanitizers.h"
 #include "tests/tools/program.h"
 #include "tools/client/client.h"
@@ -186,10 +187,10 @@ public:
         const auto notifyPath = folder / ("notify" + std::to_string(++m_count));
         m_notify              = boundSocket(notifyPath, SOCK_DGRAM);
         std::vector<std::string> words;
-        std::istringstream       emulator(KEST_TEST_EMULATOR);
+        std::istringstream       emulator(kest::tests::emulator);
         for (std::string word; std::getline(emulator, word, ';');)
             words.push_back(word);
-        words.push_back(std::string(KEST_BIN_DIR) + "/kestd");
+        words.push_back(std::string(kest::tests::programFolder) + "/kestd");
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> pointers;
         for (std::string& word : words)

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "tests/places.h"
 #include "tests/tools/kestd_support.h"
 
 namespace kest::test
@@ -241,7 +242,7 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
             EXPECT_EQ(0x80001606u, reply->returnCode);
         }
     }
-    if (!underSanitizer && *KEST_TEST_EMULATOR == '\0') { // their own memory is many times as much
+    if (!underSanitizer && !kest::tests::isEmulated()) { // their own memory is many times as much
         // idle 10 MiB; each client three buffers of 64 KiB, 3 MiB in all. A single copy loaded whole would pass it
         EXPECT_LT(daemon().statusKib("VmHWM"), (10 + 3 + 2) * 1024);
     }
@@ -504,7 +505,7 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(2000, good);
-    if (!underSanitizer && *KEST_TEST_EMULATOR == '\0') {
+    if (!underSanitizer && !kest::tests::isEmulated()) {
         // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those here
         EXPECT_LT(daemon().statusKib("VmRSS"), 10240 + 8192);
     }

@@ -1,6 +1,7 @@
 /// Runs the built programs and catches what they say: standard output, standard error, exit code; on pipes, files or a terminal.
 #pragma once
 
+#include "tests/places.h"
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -88,7 +89,7 @@ public:
         : m_options(std::move(options)), m_deadline(std::chrono::steady_clock::now() + m_options.limit)
     {
         std::vector<std::string> command = emulator();
-        command.push_back(std::string(KEST_BIN_DIR) + "/" + name);
+        command.push_back(std::string(kest::tests::programFolder) + "/" + name);
         command.insert(command.end(), std::make_move_iterator(arguments.begin()),
                        std::make_move_iterator(arguments.end()));
         start(command);
@@ -158,7 +159,7 @@ private:
     static std::vector<std::string> emulator()
     {
         std::vector<std::string> words;
-        std::istringstream       text(KEST_TEST_EMULATOR);
+        std::istringstream       text(kest::tests::emulator);
         for (std::string word; std::getline(text, word, ';');)
             if (!word.empty())
                 words.push_back(word);
