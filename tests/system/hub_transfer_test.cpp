@@ -352,10 +352,10 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
         other->work(hubText(0x88, 7), &HubTransfer::read, &HubTransfer::write, part(image("riser136-7.bin"), 0, 640));
         _exit(0);
     }
-    constexpr int enough = kest::tests::isEmulated() ? 8 : 20;
-    const bytes   mine   = part(image("riser128-7.bin"), 0, 64);
-    int           resets = 0;
-    const auto    latest = std::chrono::steady_clock::now() + patience;
+    const int   enough = kest::tests::isEmulated() ? 8 : 20;
+    const bytes mine   = part(image("riser128-7.bin"), 0, 64);
+    int         resets = 0;
+    const auto  latest = std::chrono::steady_clock::now() + patience;
     while ((resets < enough || other->failed < enough || other->good < 5 * enough) &&
            std::chrono::steady_clock::now() < latest) {
         machine->addFault({.kind = "hub-silent", .bus = "planar", .address = 0x80, .untilReset = true});
