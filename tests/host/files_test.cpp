@@ -57,6 +57,35 @@ TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)
     EXPECT_THAT(syncedSince(), IsEmpty()) << "nothing was made";
 }
 
+TEST(Folders, LinksInACircleAreAnError)
+{
+    const HostFolder folder;
+    std::filesystem::create_symlink("there", folder.path() / "here");
+    std::filesystem::create_symlink("here", folder.path() / "there");
+    EXPECT_EQ(ELOOP, host::makeFolders(folder.path() / "here"));
+    EXPECT_EQ(ELOOP, host::makeFolders(folder.path() / "here" / "below"));
+}
+
+TEST(Folders, LinkIntoAFolderThatMayNotBeSearchedIsAnError)
+{
+    const HostFolder folder;
+    std::filesystem::create_directories(folder.path() / "closed" / "inside");
+    std::filesystem::create_symlink("closed/inside", folder.path() / "link");
+    std::filesystem::permissions(folder.path(), std::filesystem::perms{0711});
+    std::filesystem::permissions(folder.path() / "closed", std::filesystem::perms::none);
+    EXPECT_EQ(EACCES, inChild([&] { return dropRights() ? host::makeFolders(folder.path() / "link") : -1; }));
+    EXPECT_EQ(EACCES, inChild([&] { return dropRights() ? host::makeFolders(folder.path() / "link" / "below") : -1; }));
+    std::filesystem::permissions(folder.path() / "closed", std::filesystem::perms::owner_all);
+}
+
+TEST(Folders, FileOrDanglingLinkIsNoFolder)
+{
+    const HostFolder folder;
+    std::filesystem::create_symlink("nowhere", folder.path() / "link");
+    EXPECT_EQ(ENOTDIR, host::makeFolders(folder.write("file", "")));
+    EXPECT_EQ(ENOTDIR, host::makeFolders(folder.path() / "link"));
+}
+
 TEST_F(Durable, SpoolsNameWhoeverMakesIt)
 {
     host::spool reserved(path("reserved"), path("lock"));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -47,6 +48,29 @@ int makeFolder(const std::filesystem::path& folder)
     return error;
 }
 
+/// @return 0 when a folder is there, by way of links, too
+int findFolder(const std::filesystem::path& folder)
+{
+    struct stat found {
+    };
+    int error = stat(folder.c_str(), &found) == 0 ? 0 : errno;
+    if (error == ENOENT || (error == 0 && !S_ISDIR(found.st_mode)))
+        error = ENOTDIR; // a dangling link, or something else of that name
+    return error;
+}
+
+int makeMissingFolders(const std::filesystem::path& folder)
+{
+    int error = makeFolder(folder);
+    if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
+        error = makeMissingFolders(folder.parent_path());
+        // once more, and not by way of the parent again: a file system that takes no folders answers ENOENT, too
+        if (error == 0)
+            error = makeFolder(folder);
+    }
+    return error == EEXIST ? findFolder(folder) : error;
+}
+
 } // namespace
 
 fileDescriptor::~fileDescriptor()
@@ -76,18 +100,13 @@ fileLock::~fileLock()
         flock(m_file.number(), LOCK_UN); // closing is not enough: a child forked meanwhile shares the lock
 }
 
-int makeFolders(const std::filesystem::path& folder)
+int makeFolders(const std::filesystem::path& folder) noexcept
 {
-    int error = makeFolder(folder);
-    if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
-        error = makeFolders(folder.parent_path());
-        // once more, and not by way of the parent again: a file system that takes no folders answers ENOENT, too
-        if (error == 0)
-            error = makeFolder(folder);
+    try {
+        return makeMissingFolders(folder);
+    } catch (const std::exception&) { // a path's parts are paths of their own
+        return ENOMEM;
     }
-    if (error == EEXIST)
-        error = std::filesystem::is_directory(folder) ? 0 : ENOTDIR;
-    return error;
 }
 
 void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder)

@@ -55,8 +55,9 @@ private:
     int            m_error = 0;
 };
 
-/// Makes a folder and those above it that are missing; what it made is durable on return.
-int makeFolders(const std::filesystem::path& folder);
+/// Makes a folder and those above it that are missing; what it made is durable on return. ENOTDIR when something else has the name, else
+/// what the system answers: ELOOP for links in a circle, EACCES below a folder that may not be searched. Never throws.
+int makeFolders(const std::filesystem::path& folder) noexcept;
 
 /// Gives what was just made in `folder` to the folder's owner and group when root made it. Nothing is lost where that fails.
 void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder);
