@@ -102,13 +102,18 @@ TEST_F(Configuration, EveryKeyIsRead)
         read_groups = ["vpd"]
         write_users = [0]
         write_groups = []
+        max_clients_per_user = 2
+        max_working = 9
+        max_working_per_user = 4
+        raw_users = ["bob"]
+        raw_groups = [5]
         [[device]]
         number = 0xFFFFFFFF
         position = 2
         location = "sim:planar,local,1.2"
         name = "planar-vpd"
         [[device]]
-        number = 7
+        number = 0
         location = "x"
     )");
     EXPECT_EQ("/srv/kest", value.stateFolder);
@@ -134,12 +139,17 @@ TEST_F(Configuration, EveryKeyIsRead)
     EXPECT_EQ((std::vector<std::string>{"vpd"}), value.service.readGroups);
     EXPECT_EQ((std::vector<std::string>{"0"}), value.service.writeUsers);
     EXPECT_TRUE(value.service.writeGroups.empty());
+    EXPECT_EQ(2U, value.service.maxClientsPerUser);
+    EXPECT_EQ(9U, value.service.maxWorking);
+    EXPECT_EQ(4U, value.service.maxWorkingPerUser);
+    EXPECT_EQ((std::vector<std::string>{"bob"}), value.service.rawUsers);
+    EXPECT_EQ((std::vector<std::string>{"5"}), value.service.rawGroups);
     ASSERT_EQ(2U, value.devices.size());
     EXPECT_EQ(4294967295U, value.devices[0].number);
     EXPECT_EQ(2U, value.devices[0].position);
     EXPECT_EQ("sim:planar,local,1.2", value.devices[0].location);
     EXPECT_EQ("planar-vpd", value.devices[0].name);
-    EXPECT_EQ(7U, value.devices[1].number);
+    EXPECT_EQ(0U, value.devices[1].number);
     EXPECT_EQ(0U, value.devices[1].position);
     EXPECT_EQ("", value.devices[1].name);
 }
@@ -182,8 +192,9 @@ TEST_F(Configuration, UnknownKeysAreTold)
          {"[linux]\ntimeout = 1",
           "2:1: key 'linux.timeout': expected one of the keys set_timeout, lock_folder, found an unknown key"},
          {"[service]\nport = 1",
-          "2:1: key 'service.port': expected one of the keys socket, max_clients, max_payload, "
-          "idle_seconds, read_users, read_groups, write_users, write_groups, found an unknown key"},
+          "2:1: key 'service.port': expected one of the keys socket, max_clients, "
+          "max_clients_per_user, max_working, max_working_per_user, max_payload, idle_seconds, read_users, "
+          "read_groups, write_users, write_groups, raw_users, raw_groups, found an unknown key"},
          {"[[device]]\nnumber = 1\nlocation = \"x\"\nplace = 2",
           "4:1: key 'device.place': expected one of the keys number, position, location, name, found an unknown key"},
          {"\"a\\u001Bb\" = 1",
@@ -219,7 +230,7 @@ TEST_F(Configuration, WrongTypesAreTold)
          {"device = [1]", "1:10: key 'device': expected tables, each begun by [[device]], found a list"},
          {"[device]\nnumber = 1", "1:1: key 'device': expected tables, each begun by [[device]], found a table"},
          {"[[device]]\nnumber = \"1\"\nlocation = \"x\"",
-          "2:10: key 'device.number': expected an integer from 1 to 4294967295, found the string \"1\""},
+          "2:10: key 'device.number': expected an integer from 0 to 4294967295, found the string \"1\""},
          {"[[device]]\nnumber = 1\nposition = 1.5\nlocation = \"x\"",
           "3:12: key 'device.position': expected an integer from 0 to 4294967295, found a number with a fraction"},
          {"[[device]]\nnumber = 1\nlocation = 1979-05-27",
@@ -279,12 +290,12 @@ TEST_F(Configuration, WrongValuesAreTold)
           "1:11: key 'nodes.3': expected \"sim:\" and the name of a simulated node, or an absolute path, "
           "found the string \"sim:\""},
          {"[[device]]\nlocation = \"x\"",
-          "1:1: key 'device.number': expected an integer from 1 to 4294967295, found nothing"},
+          "1:1: key 'device.number': expected an integer from 0 to 4294967295, found nothing"},
          {"[[device]]\nnumber = 1", "1:1: key 'device.location': expected a device text, found nothing"},
-         {"[[device]]\nnumber = 0\nlocation = \"x\"",
-          "2:10: key 'device.number': expected an integer from 1 to 4294967295, found the integer 0"},
+         {"[[device]]\nnumber = -1\nlocation = \"x\"",
+          "2:10: key 'device.number': expected an integer from 0 to 4294967295, found the integer -1"},
          {"[[device]]\nnumber = 4294967296\nlocation = \"x\"",
-          "2:10: key 'device.number': expected an integer from 1 to 4294967295, found the integer 4294967296"},
+          "2:10: key 'device.number': expected an integer from 0 to 4294967295, found the integer 4294967296"},
          {"[[device]]\nnumber = 1\nlocation = \"x\"\nname = \"a,b\"",
           "4:8: key 'device.name': expected a letter and up to 62 letters, digits, '.', '_' or '-', found the "
           "string \"a,b\""},
@@ -414,11 +425,20 @@ TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
     const configuration value   = valueOf(example);
     EXPECT_EQ("MixedMode", value.registry.at("tavo/ReadMode"));
     EXPECT_EQ(2U, value.devices.size());
-    for (const char* key :
-         {"state",       "folder",      "max_entries",  "max_size",    "spool",        "tavo/ReadMode",
-          "number",      "position",    "location",     "name",        "time",         "set_timeout",
-          "lock_folder", "socket",      "max_clients",  "max_payload", "idle_seconds", "read_users",
-          "read_groups", "write_users", "write_groups", "[nodes]"})
+    for (const char* key : {"state",        "folder",
+                            "max_entries",  "max_size",
+                            "spool",        "tavo/ReadMode",
+                            "number",       "position",
+                            "location",     "name",
+                            "time",         "set_timeout",
+                            "lock_folder",  "socket",
+                            "max_clients",  "max_payload",
+                            "idle_seconds", "read_users",
+                            "read_groups",  "write_users",
+                            "write_groups", "raw_users",
+                            "raw_groups",   "max_clients_per_user",
+                            "max_working",  "max_working_per_user",
+                            "[nodes]"})
         EXPECT_NE(example.npos, example.find(key)) << key;
 }
 

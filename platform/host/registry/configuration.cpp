@@ -290,7 +290,7 @@ void fileReader::readDevice(const std::string& key, const toml::table& table)
 {
     deviceEntry               device;
     const std::vector<keyRow> rows{
-        {"number", integer(device.number, 1, UINT32_MAX)},
+        {"number", integer(device.number, 0, UINT32_MAX)},
         {"position", integer(device.position, 0, UINT32_MAX)},
         {"location",
          [&](const std::string& whole, const toml::node& node) {
@@ -300,7 +300,7 @@ void fileReader::readDevice(const std::string& key, const toml::table& table)
     };
     section(key, table, rows);
     if (!table.contains("number"))
-        fail(table.source().begin, key + ".number", fmt::format("an integer from 1 to {}", UINT32_MAX), "nothing");
+        fail(table.source().begin, key + ".number", fmt::format("an integer from 0 to {}", UINT32_MAX), "nothing");
     if (!table.contains("location"))
         fail(table.source().begin, key + ".location", "a device text", "nothing");
     if (m_error.empty()) {
@@ -361,12 +361,17 @@ void fileReader::read(std::string_view source)
          tableOf({{"set_timeout", truth(target.setAdapterTimeout)}, {"lock_folder", path(target.lockFolder)}})},
         {"service", tableOf({{"socket", path(target.service.socket, longestSocketBytes)},
                              {"max_clients", integer(target.service.maxClients, 1, 65536)},
+                             {"max_clients_per_user", integer(target.service.maxClientsPerUser, 1, 65536)},
+                             {"max_working", integer(target.service.maxWorking, 1, 1024)},
+                             {"max_working_per_user", integer(target.service.maxWorkingPerUser, 1, 1024)},
                              {"max_payload", integer(target.service.maxPayloadBytes, 512, 16 << 20)},
                              {"idle_seconds", integer(target.service.idleSeconds, 0, UINT32_MAX / 1000)},
                              {"read_users", accounts(target.service.readUsers)},
                              {"read_groups", accounts(target.service.readGroups)},
                              {"write_users", accounts(target.service.writeUsers)},
-                             {"write_groups", accounts(target.service.writeGroups)}})},
+                             {"write_groups", accounts(target.service.writeGroups)},
+                             {"raw_users", accounts(target.service.rawUsers)},
+                             {"raw_groups", accounts(target.service.rawGroups)}})},
     };
     if (const auto trouble = sim::findTextTrouble(source)) {
         const toml::source_position at{static_cast<toml::source_index>(trouble->line),

@@ -13,7 +13,7 @@ namespace kest::host
 
 /// One row of the VPD service's device table.
 struct deviceEntry {
-    std::uint32_t number   = 0;
+    std::uint32_t number   = 0; ///< of 0, messages in file and mixed mode: they carry no number
     std::uint32_t position = 0; ///< number and position together are unique
     std::string   location;     ///< device text, at most 255 bytes
     std::string   name;         ///< for people; unique
@@ -30,13 +30,18 @@ struct nodeMapping {
 struct serviceSettings {
     std::filesystem::path
                   socket; ///< default: /run/kest/kestd.socket beside /var/lib/kest, else stateFolder / "kestd.socket"
-    std::uint32_t maxClients      = 256;
-    std::uint32_t maxPayloadBytes = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
-    std::uint32_t idleSeconds     = 300;         ///< a silent client is dropped after this; 0 never
-    std::vector<std::string> readUsers;          ///< user names or numbers that may read besides the owner and root
+    std::uint32_t maxClients        = 256;
+    std::uint32_t maxClientsPerUser = 64;
+    std::uint32_t maxWorking        = 64; ///< requests in work at the same time
+    std::uint32_t maxWorkingPerUser = 16;
+    std::uint32_t maxPayloadBytes   = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
+    std::uint32_t idleSeconds       = 300;         ///< a silent client is dropped after this; 0 never
+    std::vector<std::string> readUsers;            ///< user names or numbers that may read besides the owner and root
     std::vector<std::string> readGroups;
     std::vector<std::string> writeUsers;
     std::vector<std::string> writeGroups;
+    std::vector<std::string> rawUsers; ///< may name any device, not only those of the device table
+    std::vector<std::string> rawGroups;
 };
 
 struct configuration {
