@@ -1,12 +1,13 @@
 # Sourced by the scripts: installs what is missing on a Debian 12 machine, and says what.
 
 packages_build="ca-certificates g++ cmake ninja-build pkg-config libcli11-dev libfmt-dev libtomlplusplus-dev nlohmann-json3-dev
-  libsqlite3-dev libasio-dev libsystemd-dev"
+  libsqlite3-dev libasio-dev libsystemd-dev scdoc"
 packages_demo="xxd"
 packages_test="libgtest-dev libgmock-dev googletest python3 sigrok-cli sqlite3"
 packages_bench="libbenchmark-dev python3"
+packages_bare="mmdebstrap git"
 packages_checks="ccache clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git g++-powerpc-linux-gnu
-  qemu-user-static scdoc"
+  qemu-user-static"
 
 # need PACKAGE...: installs those that are not there yet.
 need()
