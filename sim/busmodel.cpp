@@ -1,5 +1,7 @@
 #include "sim/busmodel.h"
 
+#include "sim/descriptors.h"
+
 #include <cerrno>
 #include <stdexcept>
 #include <utility>
@@ -433,7 +435,7 @@ void busModel::appendWave(const std::string& text)
 {
     struct stat found {
     };
-    const int wave = open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
+    const int wave = ownDescriptor(open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
     bool      good = wave >= 0 && fstat(wave, &found) == 0 && S_ISREG(found.st_mode) &&
                 std::cmp_greater_equal(found.st_size, state.waveBytes);
     std::size_t moved = 0;
@@ -459,7 +461,9 @@ bool busModel::startWave(const std::filesystem::path& path)
         const std::string absolute = std::filesystem::absolute(path).string();
         const std::string head     = waveText::header(about.name, !state.sclHeld, heldLine() != outcome::sdaHeld);
         const int         wave =
-            use.usable() ? open(absolute.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666) : -1;
+            use.usable()
+                        ? ownDescriptor(open(absolute.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666))
+                        : -1;
         good = wave >= 0 && pwrite(wave, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size());
         if (good && !file->setWavePath(index, absolute)) {
             errno = ENAMETOOLONG;

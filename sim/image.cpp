@@ -1,5 +1,7 @@
 #include "sim/image.h"
 
+#include "sim/descriptors.h"
+
 #include <cerrno>
 #include <system_error>
 
@@ -13,28 +15,13 @@ namespace kest::sim
 namespace
 {
 
-// All or nothing, a signal notwithstanding.
-bool writeAll(int descriptor, std::span<const std::uint8_t> bytes, off_t offset)
-{
-    while (!bytes.empty()) {
-        const ssize_t moved = pwrite(descriptor, bytes.data(), bytes.size(), offset);
-        if (moved < 0 && errno != EINTR)
-            break;
-        if (moved > 0) {
-            bytes = bytes.subspan(static_cast<std::size_t>(moved));
-            offset += moved;
-        }
-    }
-    return bytes.empty();
-}
-
 // Under another name first: a killed process leaves no short image.
 bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
 {
     const std::vector<std::uint8_t> erased(sizeBytes, 0xFF);
     const std::string               early = path.string() + ".new";
-    const int                       made  = open(early.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    bool                            good  = made >= 0 && writeAll(made, erased, 0);
+    const int made = ownDescriptor(open(early.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    bool      good = made >= 0 && writeAll(made, erased, 0);
     if (made >= 0)
         good = ::close(made) == 0 && good;
     return good && rename(early.c_str(), path.c_str()) == 0;
@@ -70,7 +57,7 @@ void image::begin(std::uint32_t chipIndex, pageWrite& pending)
 bool image::open()
 {
     if (descriptor < 0)
-        descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+        descriptor = ownDescriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     return descriptor >= 0;
 }
 

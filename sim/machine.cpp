@@ -1,12 +1,16 @@
 #include "sim/machine.h"
 
 #include "sim/busmodel.h"
+#include "sim/descriptors.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace kest::sim
 {
@@ -19,12 +23,18 @@ constexpr auto stateFileName   = "machine.state";
 
 std::string readText(const std::filesystem::path& file)
 {
-    std::ifstream      in{file, std::ios::binary};
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (!in)
+    const int   in = ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    std::string text;
+    ssize_t     got = in < 0 ? -1 : 1;
+    for (std::array<char, 4096> piece{}; got > 0 || (got < 0 && in >= 0 && errno == EINTR);) {
+        got = ::read(in, piece.data(), piece.size());
+        text.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    }
+    if (in >= 0)
+        close(in);
+    if (got < 0)
         throw std::runtime_error{file.string() + ": cannot be read"};
-    return text.str();
+    return text;
 }
 
 class machineModel final : public machine, public std::enable_shared_from_this<machineModel>

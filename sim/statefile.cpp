@@ -1,5 +1,7 @@
 #include "sim/statefile.h"
 
+#include "sim/descriptors.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -102,7 +104,7 @@ void stateFile::beforeFork()
 void stateFile::afterFork(bool child)
 {
     if (child) {
-        const int own = open(reopenPath.c_str(), O_RDWR | O_CLOEXEC);
+        const int own = ownDescriptor(open(reopenPath.c_str(), O_RDWR | O_CLOEXEC));
         if (own < 0 || dup3(own, descriptor, O_CLOEXEC) < 0)
             mapped = nullptr;
         if (own >= 0)
@@ -120,7 +122,7 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
         sizeBytes += blockHeaderBytes + 2 * bytes;
         mutexes.push_back(std::make_unique<std::mutex>());
     }
-    descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+    descriptor = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
     if (descriptor < 0)
         fail(path, "state file");
     reopenPath     = "/proc/self/fd/" + std::to_string(descriptor);

@@ -1,11 +1,14 @@
 #include "sim/template.h"
 
+#include "sim/descriptors.h"
 #include "sim/machinefile.h"
 
 #include <cerrno>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace kest::sim
 {
@@ -109,10 +112,9 @@ namespace
 
 void writeNew(const std::filesystem::path& file, const char* bytes, std::size_t length)
 {
-    std::ofstream out{file, std::ios::binary | std::ios::trunc};
-    out.write(bytes, static_cast<std::streamsize>(length));
-    out.close();
-    if (!out)
+    const int  out  = ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    const bool good = out >= 0 && writeAll(out, {reinterpret_cast<const std::uint8_t*>(bytes), length}, 0);
+    if ((out >= 0 && close(out) != 0) || !good)
         throw std::runtime_error{file.string() + ": cannot be written"};
 }
 

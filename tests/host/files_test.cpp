@@ -4,6 +4,7 @@
 
 #include "platform/host/errorlog/spool.h"
 #include "platform/host/files/files.h"
+#include "platform/host/iic/bus_linux.h"
 #include "tests/host/host_support.h"
 
 namespace
@@ -55,6 +56,62 @@ TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)
     EXPECT_THAT(syncedSince(), ElementsAre(path(), path("a"), path("a/b")));
     EXPECT_EQ(0, host::makeFolders(path("a/b/c")));
     EXPECT_THAT(syncedSince(), IsEmpty()) << "nothing was made";
+}
+
+/// Whether nothing is open as standard input, output or error but /dev/null.
+bool nothingStandsForStreams()
+{
+    bool nothing = true;
+    for (int number = 0; number <= 2; ++number) {
+        std::array<char, 64> target{};
+        const auto length = readlink(("/proc/self/fd/" + std::to_string(number)).c_str(), target.data(), target.size());
+        nothing =
+            nothing && (length < 0 || std::string_view(target.data(), static_cast<std::size_t>(length)) == "/dev/null");
+    }
+    return nothing;
+}
+
+/// Runs `work` in a process without standard input, output and error. @return 0 when it went well and all that stays open has other numbers
+int withoutStreams(const std::function<bool()>& work)
+{
+    return inChild([&] {
+        for (int number = 0; number <= 2; ++number)
+            close(number);
+        return !work() ? 1 : !nothingStandsForStreams() ? 2 : 0;
+    });
+}
+
+TEST(Descriptors, OfThePlatformNeverStandForTheStandardStreams)
+{
+    const HostFolder folder;
+    EXPECT_EQ(0, withoutStreams([] {
+                  trace_wobu_descriptor made  = nullptr;
+                  const bool            rings = trace_wobu_init_buffer(&made, "STREAMS", 4096) == 0;
+                  return host::reloadConfiguration().empty() && rings; // which gives the ring its file
+              }));
+    EXPECT_EQ(0, withoutStreams([&] {
+                  const host::fileLock       lock(folder.path() / "lock");
+                  const host::fileDescriptor file = host::openFile(folder.path() / "kest.toml", O_RDONLY);
+                  return lock.error() == 0 && file.number() > 2 && nothingStandsForStreams();
+              }));
+    EXPECT_EQ(0, withoutStreams([] { return commitEntry(1) != 0; }));
+    EXPECT_EQ(0, withoutStreams([] { return host::iic::systemCalls().openNode("/dev/null", O_RDWR) > 2; }));
+}
+
+TEST(Descriptors, AreClosedInProgramsThatAreStarted)
+{
+    EXPECT_EQ(0, withoutStreams([] {
+                  const int own = host::ownDescriptor(open("/dev/null", O_RDWR));
+                  return own > 2 && fcntl(own, F_GETFD) == FD_CLOEXEC;
+              }));
+    EXPECT_EQ(EMFILE, inChild([] {
+                  rlimit none{3, 3};
+                  setrlimit(RLIMIT_NOFILE, &none);
+                  close(1);
+                  const int own   = host::ownDescriptor(open("/dev/null", O_RDWR));
+                  const int error = errno;
+                  return own == -1 && fcntl(1, F_GETFD) < 0 ? error : 0;
+              }));
 }
 
 TEST(Folders, LinksInACircleAreAnError)

@@ -69,6 +69,7 @@ struct runOptions {
     std::filesystem::path              folder      = {}; ///< working folder
     std::string                        outputTo = {}; ///< standard output goes to this file, "/dev/full" for instance
     bool                               closeOutput = false; ///< nobody reads standard output
+    std::vector<int>                   closed      = {};    ///< of 0, 1 and 2: what it is started without
     bool                      terminal = false;    ///< all three streams are one terminal; `output` has what it shows
     std::chrono::milliseconds limit    = 60'000ms; ///< the program is killed after this, and `signal` says so
 };
@@ -198,6 +199,8 @@ private:
                      1);
                 dup2(errors[1], 2);
             }
+            for (const int number : m_options.closed)
+                close(number);
             for (const auto& [name, value] : m_options.environment)
                 setenv(name.c_str(), value.c_str(), 1);
             if (!m_options.folder.empty() && chdir(m_options.folder.c_str()) < 0)

@@ -9,6 +9,7 @@
 #include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
+#include "tools/common/startup.h"
 #include "tools/kestctl/commands.h"
 #include "tools/kestctl/context.h"
 
@@ -16,6 +17,8 @@ namespace
 {
 
 using namespace kest::tools;
+
+KEST_STARTS_FIRST;
 
 constexpr std::array areas{addSeeprom,  addCopy,    addMessage, addPort,   addDetect, addThermal, addScan,
                            addTopology, addDevices, addReset,   addErrors, addTrace,  addSim};

@@ -7,11 +7,14 @@
 #include <malloc.h>
 
 #include "platform/host/registry/configuration.h"
+#include "tools/common/startup.h"
 #include "tools/kestd/service.h"
 #include "tools/kestd/systemd.h"
 
 namespace
 {
+
+KEST_STARTS_FIRST;
 
 constexpr int exitFailed   = 1;
 constexpr int exitWrongUse = 2;

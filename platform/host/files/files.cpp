@@ -38,7 +38,7 @@ int makeFolder(const std::filesystem::path& folder)
 {
     int error = mkdir(folder.c_str(), folderMode) == 0 ? 0 : errno;
     if (error == 0) {
-        const fileDescriptor made(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        const fileDescriptor made(ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
         if (made.valid())
             giveToFoldersOwner(made.number(), folderOf(folder));
         error = syncFolder(folderOf(folder));
@@ -124,12 +124,12 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
     if ((flags & O_ACCMODE) != O_RDONLY)
         common |= O_NOFOLLOW;
     if ((flags & O_CREAT) != 0) { // made by this very call, or there already
-        number = uninterrupted([&] { return open(file.c_str(), common | O_EXCL, fileMode); });
+        number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common | O_EXCL, fileMode)); });
         if (number >= 0)
             giveToFoldersOwner(number, folderOf(file));
     }
     if (number < 0 && ((flags & O_CREAT) == 0 || (errno == EEXIST && (flags & O_EXCL) == 0)))
-        number = uninterrupted([&] { return open(file.c_str(), common & ~O_CREAT); });
+        number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common & ~O_CREAT)); });
     return fileDescriptor(number);
 }
 
@@ -191,7 +191,7 @@ int writeAll(int descriptor, const std::string& text)
 int syncFolder(const std::filesystem::path& folder)
 {
     const fileDescriptor descriptor(
-        uninterrupted([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+        uninterrupted([&] { return ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); }));
     return descriptor.valid() && fsync(descriptor.number()) == 0 ? 0 : errno;
 }
 

@@ -12,8 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "sim/descriptors.h"
+
 namespace kest::host
 {
+
+using sim::ownDescriptor;
 
 /// An open file; closed with its owner.
 class fileDescriptor

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <thread>
 
 #include <fcntl.h>
@@ -18,10 +17,12 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "platform/host/files/files.h"
+
 namespace kest::host::iic
 {
 
-int systemCalls::openNode(const char* path, int flags) { return ::open(path, flags); }
+int systemCalls::openNode(const char* path, int flags) { return ownDescriptor(::open(path, flags)); }
 
 int systemCalls::closeNode(int descriptor) { return ::close(descriptor); }
 
@@ -34,10 +35,10 @@ int systemCalls::control(int descriptor, unsigned long request, std::uintptr_t a
 
 std::string systemCalls::adapterName(unsigned int number)
 {
-    std::ifstream file("/sys/class/i2c-dev/i2c-" + std::to_string(number) + "/name");
-    std::string   name;
-    std::getline(file, name);
-    return name;
+    constexpr std::size_t     longest = 1 << 16; // what the kernel says of such a file's size is a page
+    std::vector<std::uint8_t> bytes;
+    static_cast<void>(readFile("/sys/class/i2c-dev/i2c-" + std::to_string(number) + "/name", longest, bytes));
+    return {bytes.begin(), std::ranges::find(bytes, '\n')};
 }
 
 std::uint64_t systemCalls::nowNs()

@@ -9,10 +9,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "sim/descriptors.h"
+
 namespace kest::host::iic
 {
 namespace
 {
+
+using sim::ownDescriptor;
 
 /// Gives what was just made to the users of the bus; where that is not allowed it stays the maker's.
 void share(int descriptor, const busIdentity& identity, mode_t mode)
@@ -45,7 +49,7 @@ int makeFolder(const std::filesystem::path& folder, const std::function<void(int
         }
     }
     if (error == 0) {
-        const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        const int descriptor = ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (descriptor >= 0) {
             finish(descriptor);
             close(descriptor);
@@ -96,13 +100,13 @@ int openSharedFile(const busIdentity& identity, const std::string& name, int fla
 {
     const std::string path       = identity.folder / name;
     const int         usual      = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    int               descriptor = (flags & O_EXCL) != 0 ? -1 : open(path.c_str(), usual);
+    int               descriptor = (flags & O_EXCL) != 0 ? -1 : ownDescriptor(open(path.c_str(), usual));
     if (descriptor < 0 && ((flags & O_EXCL) != 0 || errno == ENOENT) && (flags & O_CREAT) != 0) {
-        descriptor = open(path.c_str(), usual | flags | O_EXCL, identity.mode & 0600U);
+        descriptor = ownDescriptor(open(path.c_str(), usual | flags | O_EXCL, identity.mode & 0600U));
         if (descriptor >= 0) {
             share(descriptor, identity, identity.mode);
         } else if (errno == EEXIST && (flags & O_EXCL) == 0) {
-            descriptor = open(path.c_str(), usual); // another process was faster
+            descriptor = ownDescriptor(open(path.c_str(), usual)); // another process was faster
         }
     }
     return descriptor;

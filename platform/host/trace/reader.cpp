@@ -15,6 +15,7 @@
 #include "platform/host/trace/layout.h"
 #include "platform/host/trace/parser.h"
 #include "platform/host/trace/ringfile.h"
+#include "sim/descriptors.h"
 
 namespace kest::host
 {
@@ -320,7 +321,7 @@ fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
     fileBytes   file;
     struct stat status {
     };
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    const int descriptor = sim::ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (descriptor < 0 || fstat(descriptor, &status) != 0) {
         file.error = std::strerror(errno);
     } else if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) > maximumFileBytes) {

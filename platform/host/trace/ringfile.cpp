@@ -46,7 +46,7 @@ bool prepare(ringFileHandle& file, std::size_t bytes)
 
 bool isDead(const std::filesystem::path& path)
 {
-    const int  descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    const int  descriptor = ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     const bool dead       = descriptor >= 0 && !isWriterAlive(descriptor);
     if (descriptor >= 0) {
         close(descriptor);
@@ -70,7 +70,7 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         errno        = ENAMETOOLONG;
         return file;
     }
-    file.descriptor = open(file.path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640);
+    file.descriptor = ownDescriptor(open(file.path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640));
     if (file.descriptor >= 0) {
         giveToFoldersOwner(file.descriptor, folder); // the service tidies up what root's tools leave there
     }

@@ -1,0 +1,18 @@
+/// What a program does ahead of everything else.
+#pragma once
+
+namespace kest::tools
+{
+
+/// Opens /dev/null in place of standard input, output and error where the program was started without them: the next file that is opened
+/// would get the number, and with it what is printed. Ignores SIGXFSZ: past a limit on file sizes a write answers EFBIG, and does not
+/// end the process without a word.
+///
+/// Initialisers open files, too, those of shared libraries first of all. So a program has it called by the loader, ahead of them:
+/// KEST_STARTS_FIRST in its main file.
+void prepareProcess();
+
+} // namespace kest::tools
+
+#define KEST_STARTS_FIRST                                                                                              \
+    [[gnu::section(".preinit_array"), gnu::used]] static void (*const startsFirst)() = kest::tools::prepareProcess
