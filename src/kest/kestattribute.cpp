@@ -111,8 +111,9 @@ const kest_deviceAddress* kest_lastNode(const kest_deviceAddress* list)
 void KEST_addDevAddress(unsigned char address, kest_deviceType type, unsigned char port, kest_deviceAddress** list)
 {
     if (list != nullptr) {
-        auto* const node = new (std::nothrow) kest_deviceAddress();
+        auto* const node = new (std::nothrow) kest_deviceAddress;
         if (node != nullptr) {
+            std::memset(static_cast<void*>(node), 0, sizeof *node); // padding, too, which an initialiser may leave out
             node->address = address;
             node->type    = type;
             node->port    = port;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "kesterrorlog.h"
@@ -44,17 +46,18 @@ std::array<std::uint8_t, 8> lockValue(std::uint32_t address)
 } // namespace
 
 EdalDeviceOperation::EdalDeviceOperation(std::uint8_t registerByte, std::uint8_t dataLength)
-    : m_buffer(new (std::nothrow) std::uint8_t[std::size_t{dataLength} + 1]{}),
+    : m_buffer(static_cast<std::uint8_t*>(std::malloc(std::size_t{dataLength} + 1))),
       m_bufferLength(static_cast<std::uint8_t>(dataLength + 1)), m_register(registerByte), m_dataLength(dataLength)
 {
     if (m_buffer != nullptr) {
+        std::memset(m_buffer, 0, std::size_t{dataLength} + 1);
         m_buffer[0] = m_register;
     }
 }
 
 EdalDeviceOperation::~EdalDeviceOperation()
 {
-    delete[] m_buffer;
+    std::free(m_buffer);
     m_buffer = nullptr;
 }
 

@@ -37,7 +37,7 @@ public:
     virtual std::uint32_t getLength(std::uint32_t phase) = 0;
 
 protected:
-    std::uint8_t* m_buffer;
+    std::uint8_t* m_buffer; ///< from malloc(), freed with free()
     std::uint8_t  m_bufferLength;
     std::uint8_t  m_register;
     std::uint8_t  m_dataLength;

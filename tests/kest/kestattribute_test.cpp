@@ -116,6 +116,22 @@ TEST(KestDeviceTypes, AreKnownOrNot)
     }
 }
 
+TEST_F(KestAddressList, ANodeHoldsZerosBetweenItsFields)
+{
+    kest_deviceAddress* list = nullptr;
+    KEST_addDevAddress(0xA0, KEST_DEV_922HUB, 3, &list);
+    unsigned char bytes[sizeof *list]{};
+    std::memcpy(bytes, list, sizeof *list);
+    for (const auto& [at, size] : {std::pair{offsetof(kest_deviceAddress, address), sizeof list->address},
+                                   {offsetof(kest_deviceAddress, type), sizeof list->type},
+                                   {offsetof(kest_deviceAddress, port), sizeof list->port},
+                                   {offsetof(kest_deviceAddress, next), sizeof list->next}}) {
+        std::fill_n(bytes + at, size, std::uint8_t{0}); // its fields apart, nothing is left
+    }
+    EXPECT_EQ(std::vector<unsigned char>(sizeof *list), std::vector<unsigned char>(bytes, bytes + sizeof *list));
+    KEST_deleteDevAddress(&list, true);
+}
+
 TEST_F(KestAddressList, AppendsNodesInOrder)
 {
     kest_deviceAddress* list = listOf({{0x80, 0x922, 3}, {0xA0, 0x2C0256, 0}});

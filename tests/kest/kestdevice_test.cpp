@@ -382,12 +382,24 @@ public:
     std::uint32_t getDirection() override { return m_direction; }
     std::uint32_t getLength(std::uint32_t phase) override { return phase; }
     Bytes         fields() const { return {m_bufferLength, m_register, m_dataLength}; }
+    /// As a derived class may: frees the buffer and gives it another.
+    void takeBuffer()
+    {
+        std::free(m_buffer);
+        m_buffer = static_cast<std::uint8_t*>(std::malloc(8));
+    }
 
 private:
     std::uint32_t m_direction;
 };
 
 TEST_F(DeviceOperation, KeepsRegisterAndLengths) { EXPECT_EQ(hex("02 77 01"), AnyOperation(0).fields()); }
+
+TEST_F(DeviceOperation, HasABufferOfMallocAndFreesItSo)
+{
+    AnyOperation operation(2); // the platform checks each release
+    operation.takeBuffer();
+}
 
 TEST_F(DeviceOperation, WithoutMemoryHasNoBuffer)
 {

@@ -1,6 +1,9 @@
-/// Counts and fails the allocations by new (std::nothrow), which is how the library allocates.
+/// Counts and fails the library's allocations, which are by new (std::nothrow) and malloc(). Fresh blocks hold no
+/// zeros, and what is written behind a block's end is found when the block is released.
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
@@ -8,14 +11,39 @@
 
 #include "tests/platform/state.h"
 
+// The linker leads the calls of malloc() and free() in what it links to these; shared libraries keep their own.
+extern "C" {
+void* __real_malloc(std::size_t bytes) noexcept; // NOLINT: the linker's names
+void  __real_free(void* block) noexcept;         // NOLINT
+void* __wrap_malloc(std::size_t bytes) noexcept; // NOLINT
+void  __wrap_free(void* block) noexcept;         // NOLINT
+}
+
 namespace scripted
 {
 namespace
 {
 
+enum class Source {
+    single, ///< new
+    array,  ///< new[]
+    plain   ///< malloc()
+};
+
+constexpr const char* releaseNames[] = {"delete", "delete[]", "free()"};
+constexpr const char* sourceNames[]  = {"new", "new[]", "malloc()"};
+
+constexpr int         fill       = 0xA5; ///< of a fresh block, and of the bytes behind its end
+constexpr std::size_t guardBytes = 16;
+
+struct Block {
+    Source      kind;
+    std::size_t bytes;
+};
+
 struct Allocations {
     std::mutex               mutex;
-    std::map<void*, bool>    arrays; ///< by block: whether it came from array new
+    std::map<void*, Block>   blocks;
     std::vector<std::string> errors;
     int                      failAfter = 0;
 };
@@ -30,41 +58,58 @@ Allocations& allocations()
 std::atomic<int>  tracked{0};
 thread_local bool busy = false; ///< the bookkeeping allocates itself
 
-void* allocate(std::size_t bytes, bool array)
+void* allocate(std::size_t bytes, Source kind)
 {
     Allocations&           all = allocations();
     const std::scoped_lock lock{all.mutex};
     if (all.failAfter > 0 && --all.failAfter == 0) {
         return nullptr;
     }
-    void* const block = array ? ::operator new[](bytes) : ::operator new(bytes);
-#ifndef KEST_ADDRESS_SANITIZER
-    busy              = true;
-    all.arrays[block] = array;
-    busy              = false;
-    ++tracked;
+#ifdef KEST_ADDRESS_SANITIZER
+    void* const block = kind == Source::plain   ? __real_malloc(bytes)
+                        : kind == Source::array ? ::operator new[](bytes)
+                                                : ::operator new(bytes);
+#else
+    void* const block = __real_malloc(bytes + guardBytes);
+    if (block != nullptr) {
+        std::memset(block, fill, bytes + guardBytes);
+        busy              = true;
+        all.blocks[block] = {kind, bytes};
+        busy              = false;
+        ++tracked;
+    }
 #endif
     return block;
 }
 
 #ifndef KEST_ADDRESS_SANITIZER
-void release(void* block, bool array) noexcept
+void checkRelease(Allocations& all, const void* start, const Block& block, Source by)
+{
+    if (block.kind != by) {
+        all.errors.push_back(std::string(releaseNames[static_cast<int>(by)]) + " of what came from " +
+                             sourceNames[static_cast<int>(block.kind)]);
+    }
+    const auto* const end = static_cast<const unsigned char*>(start) + block.bytes;
+    if (std::any_of(end, end + guardBytes, [](unsigned char byte) { return byte != fill; })) {
+        all.errors.push_back("a block of " + std::to_string(block.bytes) + " bytes was written beyond its end");
+    }
+}
+
+void release(void* block, Source by) noexcept
 {
     if (block != nullptr && tracked.load() > 0 && !busy) {
         Allocations&           all = allocations();
         const std::scoped_lock lock{all.mutex};
         busy             = true;
-        const auto found = all.arrays.find(block);
-        if (found != all.arrays.end()) {
-            if (found->second != array) {
-                all.errors.emplace_back(array ? "delete[] of what came from new" : "delete of what came from new[]");
-            }
-            all.arrays.erase(found);
+        const auto found = all.blocks.find(block);
+        if (found != all.blocks.end()) {
+            checkRelease(all, block, found->second, by);
+            all.blocks.erase(found);
             --tracked;
         }
         busy = false;
     }
-    std::free(block);
+    __real_free(block);
 }
 #endif
 
@@ -77,7 +122,7 @@ void forgetAllocations()
     Allocations&           all = allocations();
     const std::scoped_lock lock{all.mutex};
     busy = true;
-    all.arrays.clear();
+    all.blocks.clear();
     all.errors.clear();
     busy          = false;
     tracked       = 0;
@@ -98,13 +143,26 @@ std::vector<std::string> allocationErrors()
 
 } // namespace scripted
 
-void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept { return scripted::allocate(bytes, false); }
-void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept { return scripted::allocate(bytes, true); }
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
+{
+    return scripted::allocate(bytes, scripted::Source::single);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept
+{
+    return scripted::allocate(bytes, scripted::Source::array);
+}
+void* __wrap_malloc(std::size_t bytes) noexcept
+{
+    return scripted::busy ? __real_malloc(bytes) : scripted::allocate(bytes, scripted::Source::plain);
+}
 
-#ifndef KEST_ADDRESS_SANITIZER
-// The library's operator new takes its memory from malloc(): so free() fits every block.
-void operator delete(void* block) noexcept { scripted::release(block, false); }
-void operator delete(void* block, std::size_t) noexcept { scripted::release(block, false); }
-void operator delete[](void* block) noexcept { scripted::release(block, true); }
-void operator delete[](void* block, std::size_t) noexcept { scripted::release(block, true); }
+#ifdef KEST_ADDRESS_SANITIZER
+void __wrap_free(void* block) noexcept { __real_free(block); }
+#else
+void __wrap_free(void* block) noexcept { scripted::release(block, scripted::Source::plain); }
+// The standard library's operator new takes its memory from malloc(): so free() fits every block.
+void operator delete(void* block) noexcept { scripted::release(block, scripted::Source::single); }
+void operator delete(void* block, std::size_t) noexcept { scripted::release(block, scripted::Source::single); }
+void operator delete[](void* block) noexcept { scripted::release(block, scripted::Source::array); }
+void operator delete[](void* block, std::size_t) noexcept { scripted::release(block, scripted::Source::array); }
 #endif

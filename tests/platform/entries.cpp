@@ -54,7 +54,7 @@ void* ErrlBase::operator new(std::size_t bytes) noexcept
         platform.write(kindEntry, "no memory for an entry");
         return nullptr;
     }
-    void* const memory           = std::malloc(bytes);
+    void* const memory           = ::operator new(bytes);
     platform.entryMemory[memory] = true;
     return memory;
 }
@@ -74,7 +74,7 @@ void ErrlBase::operator delete(void* object) noexcept
     found->second = false;
 #ifdef KEST_ADDRESS_SANITIZER
     platform.entryMemory.erase(found);
-    std::free(object); // elsewhere the block is kept, so that a second deletion meets it
+    ::operator delete(object); // elsewhere the block is kept, so that a second deletion meets it
 #endif
 }
 

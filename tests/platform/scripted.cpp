@@ -353,7 +353,7 @@ void Platform::forget()
         if (block->second) { // still in use: whoever holds it may yet delete it
             ++block;
         } else {
-            std::free(block->first);
+            ::operator delete(block->first);
             block = m_impl->entryMemory.erase(block);
         }
     }

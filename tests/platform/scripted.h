@@ -209,7 +209,7 @@ public:
 
     Platform& failMalloc(int n = 1);          ///< the n-th tavo_malloc() from now answers null
     Platform& failEntryAllocation(int n = 1); ///< the n-th operator new of an entry from now answers null
-    Platform& failAllocation(int n = 1);      ///< the n-th new (std::nothrow) from now answers null
+    Platform& failAllocation(int n = 1);      ///< the n-th new (std::nothrow) or malloc() from now answers null
 
     // --- what a test makes itself, unlogged ---------------------------------------------------------------------------------------
     mern_t     openHandle(); ///< an open device that need not be closed
@@ -249,7 +249,8 @@ public:
     int liveBuffers() const; ///< given out and not freed, first-failure data included
     int liveFfdc() const;
     int liveEntries() const;
-    /// Blocks of new (std::nothrow) that are not deleted. Counted without the address sanitizer, which finds leaks itself; with it, 0.
+    /// Blocks of new (std::nothrow) and malloc() that are not released. Counted without the address sanitizer, which
+    /// finds leaks itself; with it, 0.
     int liveAllocations() const;
 
     /// Deliberate: `count` buffers of first-failure data stay unreleased; fewer or more fail the test.

@@ -119,11 +119,12 @@ std::string srcText(const Src& src);
 /// User details: a flat address list, printable text, or bytes.
 std::string detailsText(const Bytes& data, std::uint8_t subsection);
 
-/// Blocks of new (std::nothrow): see allocation.cpp.
+/// Blocks of new (std::nothrow) and malloc(): see allocation.cpp.
 int  trackedAllocations();
 void forgetAllocations();
 void failAllocation(int n);
-/// Errors of release found so far (array new released by delete, ...); empties the list.
+/// Errors found so far when blocks were released (array new released by delete, bytes written beyond the end, ...);
+/// empties the list.
 std::vector<std::string> allocationErrors();
 
 } // namespace scripted
