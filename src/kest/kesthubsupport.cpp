@@ -223,11 +223,16 @@ bool prepare(hubTransfer& transfer, bool isRead, const stepLines& lines)
            seekDevice(transfer, lines.seek);
 }
 
-/// Lets the hub say how the transfer ended; its verdict comes back in `errl`.
+/// Lets the hub say how the transfer ended; its verdict comes back in `errl`. The transfer can be repeated for it, with
+/// the same size.
 void checkHub(hubTransfer& transfer, int direction, ErrlEntry*& errl)
 {
+    const unsigned int size = transfer.size;
     kest_checkAndHandle922HubErr(transfer.handle, errl, &transfer.size, direction, &transfer.subBusReset, transfer.path,
                                  transfer.hub()->address, &transfer.block, transfer.buffer.get(), transfer.position);
+    if (errl == nullptr) {
+        transfer.size = std::min(transfer.size, size); // whatever a failure that was committed below left there
+    }
 }
 
 void writeThroughHub(hubTransfer& transfer, const void* data)
@@ -237,7 +242,9 @@ void writeThroughHub(hubTransfer& transfer, const void* data)
         std::copy_n(static_cast<const std::uint8_t*>(data), asked, transfer.buffer.get());
         kest_wobuWrite(transfer.handle, transfer.errl, &transfer.size, transfer.buffer.get());
         if (passed(transfer, 690)) {
-            transfer.size = std::min(transfer.size, asked); // whatever a failure that was committed below left there
+            // Whatever a failure that was committed below left there: the hub's check repeats so many bytes of the
+            // buffer.
+            transfer.size = std::min(transfer.size, asked);
             usleep(static_cast<useconds_t>(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000));
             checkHub(transfer, writeTransfer, transfer.errl);
             passed(transfer, 726);

@@ -23,12 +23,14 @@ unsigned int kest_detectMode(kest_attributeValue value);
 void kest_forgetMode();
 
 /// @param[in,out] error   null on entry
-/// @param[in,out] length  in: bytes wanted, 0 for the device's capacity; out: bytes read or asked for
+/// @param[in,out] length  in: bytes wanted, 0 for the device's capacity; out: bytes read or asked for, with an entry
+/// the layer's own count
 /// @param[out] data       buffer to free with tavo_util_free(), also after a failure
 /// @param attributes      not null
 void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
                               unsigned char** data, const kest_attributeValue* attributes);
-/// @param[in,out] length  in: bytes to write; out: bytes that the IIC layer reports written
+/// @param[in,out] length  in: bytes to write; out: bytes that the IIC layer reports written, literally when there is an
+/// entry
 void kest_seepromHardwareWrite(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
                                const unsigned char* data, const kest_attributeValue* attributes);
 
@@ -36,7 +38,8 @@ void kest_seepromHardwareWrite(ErrlEntry*& error, tavo_deviceaddress address, un
 std::uint32_t kest_timeoutCalc(const kest_deviceAddress* chain, unsigned int length, bool read,
                                const kest_attributeValue* attributes);
 
-/// Resets the bus and repeats a timed-out transfer once. Success commits and clears `error`; otherwise it is kept and extended.
+/// Resets the bus and repeats a timed-out transfer once. Success commits and clears `error`; otherwise it is kept and
+/// extended. A reset that failed is no success, also when there was no memory for an entry of it.
 /// @param operation  0 repeats a read, 1 a write
 void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length, void* buffer, int operation);
 

@@ -213,31 +213,34 @@ void readDevice(seepromTransfer& transfer, unsigned char* buffer)
         seek(transfer)) {
         kest_wobuRead(transfer.handle, transfer.error, &transfer.lengthMoved, buffer, 1);
         retryTimeout(transfer, buffer);
-        if (transfer.error == nullptr) { // a failure that was committed below may leave any count: stay in the buffer
-            transfer.lengthMoved = std::min(transfer.lengthMoved, transfer.lengthWanted);
-        }
     }
 }
 
-void writeDevice(seepromTransfer& transfer, unsigned int* length, void* data)
+void writeDevice(seepromTransfer& transfer, void* data)
 {
     if (openDevice(transfer) && configureBlock(transfer) && configureSpeed(transfer) && seek(transfer)) {
-        transfer.lengthMoved = transfer.lengthWanted;
         kest_wobuWrite(transfer.handle, transfer.error, &transfer.lengthMoved, data);
         retryTimeout(transfer, data);
         if (transfer.error == nullptr) {
             usleep(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000); // the last page's write cycle, ms to us
         }
-        *length = std::min(transfer.lengthMoved, transfer.lengthWanted);
     }
 }
 
 /// The whole transfer, when the chain begins with a 922 hub.
-void transferThroughHub(seepromTransfer& transfer, unsigned int* length, void* buffer)
+void transferThroughHub(seepromTransfer& transfer, void* buffer)
 {
-    kest_922HubSupport(&transfer.device, length, transfer.way.operation, &buffer, transfer.offset, transfer.attributes,
-                       transfer.error, transfer.location.text());
+    kest_922HubSupport(&transfer.device, &transfer.lengthMoved, transfer.way.operation, &buffer, transfer.offset,
+                       transfer.attributes, transfer.error, transfer.location.text());
     stepDone(transfer, transfer.way.hubMark);
+}
+
+/// What the caller is told. Beside an entry it is the layer's own count, whatever that is. Without one the caller goes
+/// by it, and it stays within the buffer: a failure that was committed below leaves any count, and a hub's can be one
+/// too high.
+unsigned int lengthToTell(const seepromTransfer& transfer)
+{
+    return transfer.error == nullptr ? std::min(transfer.lengthMoved, transfer.lengthWanted) : transfer.lengthMoved;
 }
 
 /// Capacity in bytes: the type's low 16 bits are decimal digits that count kilobits.
@@ -296,6 +299,7 @@ void finish(seepromTransfer& transfer, unsigned int lengthWanted, unsigned int l
 constexpr char          retryName[]      = "kest_wobuResetRetry";
 constexpr std::uint32_t retryModule      = 31;
 constexpr std::uint32_t retrySite        = 1641;
+constexpr std::uint32_t resetReason      = 0x1328;
 constexpr std::uint32_t timeoutBehindHub = 1200; ///< ms for each 256 bytes
 
 bool resetBus(mern_t& handle, ErrlEntry*& error)
@@ -305,7 +309,7 @@ bool resetBus(mern_t& handle, ErrlEntry*& error)
     if (result < 0) {
         kest_errorDetails details{};
         trace_wobu_write_all(kest_trace, traceHash("bus reset failed"), " %s,%d", __LINE__, 0, retryName, reason);
-        kest_describeFailure(details, retryModule, 0x1328, static_cast<std::uint32_t>(reason));
+        kest_describeFailure(details, retryModule, resetReason, static_cast<std::uint32_t>(reason));
         kest_logError(error, &details, sourceId);
         kest_miscExtractFFDCAndUnlock(error, handle);
     }
@@ -365,7 +369,8 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
     const traceScope  scope(retryName);
     kest_errorDetails details{};
     ErrlEntry*        retryError = nullptr;
-    if (resetBus(handle, retryError)) {
+    const bool        reset      = resetBus(handle, retryError);
+    if (reset) {
         repeatTransfer(handle, retryError, length, buffer, operation);
     }
     if (retryError != nullptr) {
@@ -374,6 +379,8 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
         trace_wobu_write_all(kest_trace, traceHash("not rescued"), " %s,%x", __LINE__, 0, retryName,
                              retryError->getRC());
         delete retryError;
+    } else if (!reset) { // and no memory for an entry that says so: the transfer was not repeated all the same
+        kest_attachSoftwareError(details, 0x80000000 | resetReason, retryModule, retrySite);
     } else {
         error->setSev(ERRL_SEV_RECOVERED);
         error->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
@@ -392,14 +399,12 @@ void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, uns
     seepromTransfer  transfer{reading, error, address, offset, attributes};
     if (understandDevice(transfer) && takeBuffer(transfer, *length, data)) {
         if (headIsHub(transfer)) {
-            transferThroughHub(transfer, &transfer.lengthMoved, *data);
-            // a hub's count can be one too high, and nobody shall read past the buffer
-            transfer.lengthMoved = std::min(transfer.lengthMoved, transfer.lengthWanted);
+            transferThroughHub(transfer, *data);
         } else {
             readDevice(transfer, *data);
         }
     }
-    *length = transfer.lengthMoved; // 0 when a check failed
+    *length = lengthToTell(transfer); // 0 when a check failed
     closeDevice(transfer);
     finish(transfer, transfer.lengthWanted, *length);
 }
@@ -409,16 +414,17 @@ void kest_seepromHardwareWrite(ErrlEntry*& error, tavo_deviceaddress address, un
 {
     const traceScope scope(writing.name);
     seepromTransfer  transfer{writing, error, address, offset, attributes};
-    transfer.lengthWanted = *length;
+    transfer.lengthWanted = transfer.lengthMoved = *length;
     if (understandDevice(transfer)) {
         // hub support and retry take one buffer for both directions; a write only reads it
         auto* const bytes = const_cast<unsigned char*>(data);
         if (headIsHub(transfer)) {
-            transferThroughHub(transfer, length, bytes);
+            transferThroughHub(transfer, bytes);
         } else {
-            writeDevice(transfer, length, bytes);
+            writeDevice(transfer, bytes);
         }
     }
+    *length = lengthToTell(transfer);
     closeDevice(transfer);
     finish(transfer, transfer.lengthWanted, *length);
 }

@@ -848,6 +848,47 @@ TEST_F(HubTransfer, ACountLeftByACommittedFailureIsKeptWithinTheBuffer)
     }
 }
 
+TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
+{
+    for (const int operation : {0, 1}) {
+        again();
+        platform.healthy();
+        int reads            = 0;
+        platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
+            // the status ahead of the transfer, the transfer of a read, and the status behind it, which says: sub-bus
+            // error
+            std::memset(bytes, ++reads == 3 ? 3 : 0, size);
+            errno = 35;
+            return reads > 3 && size > 1 ? -1 : static_cast<int>(size); // the repeat
+        };
+        int writes            = 0;
+        platform.writeHandler = [&](const std::uint8_t*, unsigned size) {
+            reads += ++writes == 1 && size == 4 ? 1 : 0; // in the place of the read transfer
+            errno = 35;
+            return size == 4 && writes > 1 ? -1 : static_cast<int>(size);
+        };
+        transfer(operation);
+        EXPECT_EQ(nullptr, errl);
+        EXPECT_EQ(1, platform.commits());
+        EXPECT_EQ(4U, length) << operation;
+    }
+}
+
+TEST_F(HubTransfer, ARepeatMovesNoMoreThanTheBufferHolds)
+{
+    // the transfer itself ended in a deadlock, which is committed, and left a wild count; the hub asks for the repeat
+    Story story{platform};
+    prepares(story, 1);
+    platform.writesShort(-1, 35).capturesFfdc();
+    story.does(statusRead({}, 3)).does(writeCall({0x20, 0x06})).does(statusRead({}, 0));
+    story.does({setBlock({}), seekCall(position), writeCall({1, 2, 3, 4})}).does(statusRead({}, 0));
+    ends(story);
+    transfer(1);
+    EXPECT_EQ(nullptr, errl);
+    EXPECT_EQ((std::vector<Bytes>{hex("01 02 03 04"), hex("20 06"), hex("01 02 03 04")}), platform.written());
+    EXPECT_EQ(4U, length);
+}
+
 TEST_F(HubTransfer, EndsCleanWhateverFails)
 {
     const StandardError dmaLines; // told each time the option fails

@@ -135,6 +135,21 @@ TEST_F(KestResetRetry, AResetThatFailsJoinsTheFirstFailureWithoutATransfer)
     }
 }
 
+TEST_F(KestResetRetry, AResetThatFailsWithoutMemoryForItsEntryRescuesNothing)
+{
+    for (const int operation : {0, 1}) {
+        nextRound();
+        platform.failEntryAllocation().failsReset(5).capturesFfdc();
+        retry(operation);
+        EXPECT_EQ("\nmern_iic_reset(h1, 1)\nno memory for an entry\n" + capture() +
+                      softwareError(1, 0x80001328, 31, 1641),
+                  platform.log(kindLayer | kindEntry));
+        ASSERT_NE(nullptr, entry); // the first failure's
+        EXPECT_EQ(8u, length);
+        EXPECT_EQ(0, platform.commits());
+    }
+}
+
 TEST_F(KestResetRetry, AResetIsFailedByANegativeResultAlone)
 {
     platform.failsReset(5, 1).reads(counting(8));

@@ -222,6 +222,44 @@ TEST_F(KestSeepromHardwareRead, AResetThatFailsIsToldInTheFirstEntry)
     EXPECT_EQ(8u, length);
 }
 
+TEST_F(KestSeepromHardwareRead, AResetThatFailsWithoutMemoryForItsEntryIsNoSuccess)
+{
+    opened().failsRead(62).capturesFfdc().configuresReading(word(3)).failsReset(5).capturesFfdc().closes();
+    platform.failEntryAllocation(2); // the first is that of the failed read
+    readStart();
+    EXPECT_NE(nullptr, error);
+    EXPECT_EQ(0x00001312u, platform.entry(1).returnCode);
+    EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_reset(h1, 1)\nmern_iic_read"));
+}
+
+TEST_F(KestSeepromHardwareRead, AFailureTellsTheLayersOwnCount)
+{
+    for (const int errorNumber : {5, 6, 22}) {
+        again();
+        platform.healthy();
+        platform.readHandler = [errorNumber](std::uint8_t* /*bytes*/, unsigned /*size*/) {
+            errno = errorNumber;
+            return -1;
+        };
+        readStart();
+        EXPECT_NE(nullptr, error);
+        EXPECT_EQ(0xFFFFFFFFu, length) << errorNumber;
+    }
+}
+
+TEST_F(KestSeepromHardwareRead, AFailureThroughAHubTellsTheLayersOwnCount)
+{
+    platform.healthy();
+    platform.readHandler = [](std::uint8_t* bytes, unsigned size) {
+        bytes[0] = 0;
+        errno    = 5;
+        return size == 1 ? 1 : -1;
+    };
+    transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);
+    EXPECT_NE(nullptr, error);
+    EXPECT_EQ(0xFFFFFFFFu, length);
+}
+
 TEST_F(KestSeepromHardwareRead, TheSrcDecidesAboutTheRetryNotALaterErrno)
 {
     // the status read times out, too, but the transfer itself did not

@@ -114,6 +114,25 @@ TEST_F(KestSeepromHardwareWrite, ADeadlockNeverTellsMoreThanWasAskedFor)
     EXPECT_EQ(4u, length);
 }
 
+TEST_F(KestSeepromHardwareWrite, AFailureTellsTheLayersOwnCount)
+{
+    for (const int errorNumber : {5, 6, 22}) {
+        again();
+        opened().writesShort(-1, errorNumber).capturesFfdc().closes();
+        writeStart();
+        EXPECT_NE(nullptr, error);
+        EXPECT_EQ(0xFFFFFFFFu, length) << errorNumber;
+    }
+}
+
+TEST_F(KestSeepromHardwareWrite, AFailureThroughAHubTellsTheLayersOwnCount)
+{
+    platform.healthy().reads(hex("00")).writesShort(-1, 5).capturesFfdc();
+    transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 4);
+    EXPECT_NE(nullptr, error);
+    EXPECT_EQ(0xFFFFFFFFu, length);
+}
+
 // --- one reset and retry ----------------------------------------------------------------------------------------------------------
 
 TEST_F(KestSeepromHardwareWrite, ATimeOutIsRescuedByAReset)
