@@ -419,7 +419,7 @@ void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, un
 {
     const traceScope              scope{"kest_handle_hub_reset"};
     kest_errorDetails             details{};
-    const std::size_t             bytes = std::strlen(path) + 16;
+    const std::size_t             bytes = std::strlen(path) + kest_hubResetPathExtra;
     const std::unique_ptr<char[]> resetPath{new (std::nothrow) char[bytes]};
     if (resetPath) {
         kest_build922HubResetPath(path, resetPath.get(), static_cast<unsigned char>(hubAddress));
@@ -482,10 +482,11 @@ std::string_view expanderOf(unsigned char hubAddress)
 
 void kest_build922HubResetPath(const char* path, char* out, unsigned char hubAddress)
 {
-    std::memset(out, 0, std::strlen(path) + 16);
+    std::memset(out, 0, std::strlen(path) + 1);
     if (copyToken(path, out) && copyToken(path, out)) {
-        std::ranges::copy(expanderOf(hubAddress), out);
+        out = std::ranges::copy(expanderOf(hubAddress), out).out;
     }
+    *out = '\0'; // the text of a short path ends behind the zeroed bytes
 }
 
 } // namespace kest

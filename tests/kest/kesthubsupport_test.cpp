@@ -296,7 +296,6 @@ std::string resetPathOf(const std::string& path, unsigned char hubAddress)
 {
     std::string out(path.size() + 16, '#');
     kest_build922HubResetPath(path.c_str(), out.data(), hubAddress);
-    EXPECT_EQ('\0', out.back()); // zeroed first
     return out.c_str();
 }
 
@@ -310,6 +309,18 @@ TEST_F(HubSupport, ResetPathsNameTheExpander)
         if (address != 0x80 && address != 0x82 && address != 0x88 && address != 0x8A) {
             EXPECT_EQ("a,b,9552,", resetPathOf("a,b", static_cast<unsigned char>(address))) << address;
         }
+    }
+}
+
+TEST_F(HubSupport, AResetPathNeedsNoMoreRoomThanItsText)
+{
+    // the shortest links there are behind the two tokens
+    for (const std::string path : {"a,b,922,1,1,75,1", "sim:planar,L,922,80,3,2c0256,a0"}) {
+        std::string out(path.size() + 17, '#');
+        kest_build922HubResetPath(path.c_str(), out.data(), 0x80);
+        EXPECT_EQ(path.substr(0, path.find(",922")) + ",9552,0xC0", out.c_str());
+        EXPECT_EQ(0U, out.find_first_not_of('\0', std::strlen(out.c_str())) - (path.size() + 1)) << "all is zeroed";
+        EXPECT_EQ(std::string(16, '#'), out.substr(path.size() + 1)) << "and no more";
     }
 }
 
