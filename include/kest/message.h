@@ -13,7 +13,8 @@ extern "C" {
 /// Read and write: offset, a reserved word, length, NUL-terminated device text (256 bytes at most are looked at), then for a write the data.
 /// Location: device number, position.
 /// @param context  not used
-/// @return null when all went well, else an entry that the caller owns.
+/// @return null when all went well, else an entry that the caller owns. Return code 0x8000132B with module 0xFF: there
+/// is no memory for the data of a write, which is then not begun, or for those of the reply, whose flags are then 0.
 ErrlEntry* kestProcessMsg(void* context, NetcMessage* request, NetcMessage* reply);
 }
 

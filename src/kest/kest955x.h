@@ -2,6 +2,12 @@
 ///
 /// The routines answer null on success, else an entry that the caller owns. They release the device's lock and close it whatever
 /// happens; the first failure is the one returned, later ones of the clean-up are committed with action 0x4000.
+///
+/// A step goes by the entry alone. One that failed with EDEADLK, which is committed at once with action 0x2000, and one
+/// that the error log had no memory for have left none: the routine goes on as if it had succeeded. A register that
+/// could not be read then has the value of the operation's buffer, which is the register byte and zeros, or what had
+/// arrived; Write() and GeneralConfig() write back what they make of it. A type that a routine does not serve is
+/// reported with 0x132C, and register 0 is used without data all the same.
 #pragma once
 
 #include <cstdint>

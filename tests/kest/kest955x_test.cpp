@@ -817,6 +817,40 @@ TEST_F(Registers, ReadThatFailsLeavesOrHalvesTheValue)
     EXPECT_EQ(0x5AU, value);
 }
 
+TEST_F(Registers, ReadThatLeavesNoEntryGoesOnWithTheRegisterByte)
+{
+    for (const bool committed : {true, false}) {
+        restart();
+        become(0x9551);
+        platform.opens().configures(4).writes().failsRead(committed ? EDEADLK : EIO).capturesFfdc();
+        platform.configures().writes().configures().closes();
+        if (!committed) {
+            platform.failEntryAllocation();
+        }
+        EXPECT_FALSE(failed(Write(&request, operationOf(4), 0x0001, 0)));
+        // the selectors read are 0x0015: pins 0, 1 and 2 are off; pin 0 is made to blink
+        EXPECT_EQ((std::vector<Bytes>{hex("15"), hex("15 17 00")}), platform.written());
+        EXPECT_EQ(committed ? 1 : 0, platform.commits());
+    }
+}
+
+TEST_F(Registers, TheByteBehindTheDataIsNoPartOfTheValue)
+{
+    for (const auto& [type, bytes] : {std::pair{0x9551U, 1U}, {0x9554U, 1U}, {0x9555U, 2U}, {0x75U, 2U}}) {
+        restart();
+        become(type);
+        platform.healthy();
+        platform.readHandler = [bytes = bytes](std::uint8_t* buffer, unsigned size) {
+            EXPECT_EQ(bytes, size);
+            std::fill_n(buffer, size + 1, std::uint8_t{0xFF}); // the buffer has room for the register byte, too
+            return static_cast<int>(size);
+        };
+        std::uint32_t value = 0;
+        EXPECT_FALSE(failed(Read(&request, 0xFFFFFFFF, &value)));
+        EXPECT_EQ(bytes == 1 ? 0xFFU : 0xFFFFU, value) << type;
+    }
+}
+
 TEST_F(Registers, WithoutADeviceInfoNothingIsTouched)
 {
     request.deviceInfo  = nullptr;

@@ -285,6 +285,29 @@ TEST_F(Detect, SwallowedFailureOfTheStateNeverReadsAsPresent)
     EXPECT_EQ(1, platform.commits()); // the layer's own
 }
 
+TEST_F(Detect, SwallowedFailureAheadOfTheStateDoesNotEndIt)
+{
+    for (int step = 1; step <= 2; ++step) { // block, speed
+        restart();
+        failStep(platform, step, EDEADLK);
+        platform.configures(2 - step).configuresReading(word(3)).closes();
+        detect();
+        EXPECT_EQ(nullptr, entry);
+        EXPECT_EQ(1, platform.commits());
+    }
+}
+
+TEST_F(Detect, WithoutMemoryForTheEntryEverythingReadsAsPresent)
+{
+    for (const std::uint32_t state : {0U, 1U, 2U, 7U}) {
+        restart();
+        platform.opens().configures(2).configuresReading(word(state)).closes();
+        platform.failEntryAllocation();
+        detect();
+        EXPECT_EQ(nullptr, entry) << state;
+    }
+}
+
 TEST_F(Detect, UnknownNodeIsTheOpensFailure)
 {
     const EntryRecord record = detect("/dev/i2c-1,8");

@@ -72,6 +72,28 @@ TEST_F(Thermal, ReadingOfADeviceThatIsNoInputIsZeroAndValid)
     EXPECT_EQ(0x55, info.status);
 }
 
+TEST_F(Thermal, FailureThatLeavesNoEntryReadsAsZeroAndValid)
+{
+    for (const bool committed : {true, false}) {
+        platform.reset();
+        platform.opens()
+            .configures(4)
+            .writes()
+            .failsRead(committed ? EDEADLK : EIO)
+            .capturesFfdc()
+            .configures()
+            .closes();
+        if (!committed) {
+            platform.failEntryAllocation();
+        }
+        readSensor("/dev/i2c-1,L,75,90");
+        EXPECT_EQ(nullptr, entry);
+        EXPECT_EQ(0, info.temperature);
+        EXPECT_EQ(0x55, info.status);
+        EXPECT_EQ(committed ? 1 : 0, platform.commits());
+    }
+}
+
 TEST_F(Thermal, FailedReadIsMarkedInvalidAndHasNoCalloutOfItsOwn)
 {
     platform.opens().configures(4).writes().failsRead(ENXIO).capturesFfdc().configures().closes();
