@@ -2,6 +2,7 @@
 #include <string>
 
 #include "platform/netc.h"
+#include "tests/host/memory.h"
 
 namespace
 {
@@ -54,6 +55,17 @@ TEST(NetcMessage, BytesFromNowhereAreRefusedAndLeaveNoPayload)
     EXPECT_FALSE(message.setData(nullptr, 3));
     EXPECT_EQ("none", payloadOf(message));
     EXPECT_EQ(0U, message.dataSize());
+}
+
+TEST(NetcMessage, IsEmptyWithoutMemory)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    EXPECT_EQ("", kest::test::withoutMemory([] {
+                  NetcMessage message;
+                  const bool  kept = message.setData("abc", 3);
+                  return kept == (payloadOf(message) == "abc") && kept == (message.dataSize() == 3) &&
+                         kept == (message.dataPointer() != nullptr);
+              }));
 }
 
 } // namespace
