@@ -1,0 +1,400 @@
+/// The numbers of error entries: those of the document, those that kestctl has words for, and those that the library really gives.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kest/kest.h"
+#include "kest955x.h"
+#include "kesthandlehuberrors.h"
+#include "kesthubsupport.h"
+#include "kestseeprom.h"
+#include "tests/places.h"
+#include "tests/platform/scripted.h"
+#include "tools/kestctl/codes.h"
+
+using namespace scripted;
+using namespace kest;
+
+namespace
+{
+
+using Rows = std::map<std::uint32_t, std::string>; ///< meaning by number
+using Set  = std::set<std::uint32_t>;
+
+std::string trimmed(const std::string& text)
+{
+    const auto first = text.find_first_not_of(' ');
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+/// The cells of a table's line; none when the line is no row.
+std::vector<std::string> cellsOf(const std::string& line)
+{
+    std::vector<std::string> cells;
+    for (std::size_t at = 0, bar = 0; line.starts_with('|') && (bar = line.find('|', at + 1)) != std::string::npos;
+         at = bar) {
+        cells.push_back(trimmed(line.substr(at + 1, bar - at - 1)));
+    }
+    return cells;
+}
+
+std::string document()
+{
+    std::ifstream file(std::string(tests::sourceFolder) + "/docs/error-codes.md");
+    EXPECT_TRUE(file.is_open());
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The document's rows: each a number and a meaning, in a table of the heading. `kind` is the first cell of tables that have such a one.
+Rows documented(const std::string& heading, const std::string& kind = "")
+{
+    std::istringstream text(document());
+    Rows               rows;
+    bool               within = false;
+    for (std::string line; std::getline(text, line);) {
+        within                         = line.starts_with("## ") ? line == "## " + heading : within;
+        std::vector<std::string> cells = cellsOf(line);
+        if (within && !kind.empty() && !cells.empty() && cells[0] == kind) {
+            cells.erase(cells.begin());
+        } else if (!within || !kind.empty()) {
+            continue;
+        }
+        if (cells.size() >= 2 && cells[0].find_first_of("0123456789") == 0) {
+            const auto number = static_cast<std::uint32_t>(std::stoul(cells[0], nullptr, 0));
+            EXPECT_TRUE(rows.emplace(number, cells[1]).second) << cells[0] << " stands there twice";
+        }
+    }
+    return rows;
+}
+
+Set numbersOf(const Rows& rows)
+{
+    Set numbers;
+    for (const auto& row : rows) {
+        numbers.insert(row.first);
+    }
+    return numbers;
+}
+
+/// Codes of address chains stand in a sentence.
+Set documentedChainCodes()
+{
+    const std::string text = document();
+    Set               codes;
+    for (std::size_t at = text.find("0xAC"); at != std::string::npos; at = text.find("0xAC", at + 1)) {
+        codes.insert(static_cast<std::uint32_t>(std::stoul(text.substr(at), nullptr, 16)));
+    }
+    return codes;
+}
+
+/// Each number has the same words on both sides, or none on both. The document may go on behind them.
+void expectSameWords(const Rows& rows, const std::function<const char*(std::uint32_t)>& textOf, std::uint32_t first,
+                     std::uint32_t last)
+{
+    EXPECT_FALSE(rows.empty());
+    for (std::uint32_t number = first; number <= last; ++number) {
+        const std::string text     = textOf(number);
+        const bool        has      = rows.contains(number);
+        const std::string sentence = has ? rows.at(number) : "";
+        EXPECT_EQ(has, !text.empty()) << std::hex << number << ": \"" << sentence << "\", \"" << text << '"';
+        EXPECT_TRUE(sentence.starts_with(text)) << std::hex << number << ": \"" << sentence << "\", \"" << text << '"';
+        if (has && sentence.size() > text.size()) {
+            EXPECT_NE(std::string::npos, std::string(" ,;:").find(sentence[text.size()])) << sentence;
+        }
+    }
+}
+
+TEST(ErrorCodes, KestctlHasTheDocumentsWords)
+{
+    expectSameWords(documented("Reason codes"), tools::reasonText, 0x1300, 0x13FF);
+    expectSameWords(documented("Modules"), tools::moduleText, 0, 0xFFFF);
+    const std::string items = "What an entry holds";
+    expectSameWords(documented(items, "subsystem"), tools::subsystemText, 0, 0xFFFF);
+    expectSameWords(documented(items, "severity"), tools::severityText, 0, 0xFFFF);
+    expectSameWords(documented(items, "procedure"), tools::procedureText, 0, 0xFFFF);
+    const auto subsectionText = [](std::uint32_t number) {
+        return tools::subsectionText(static_cast<std::uint8_t>(number));
+    };
+    expectSameWords(documented(items, "user details"), subsectionText, 0, 0xFF);
+}
+
+// --- what the library gives -------------------------------------------------------------------------------------------------------
+
+constexpr char direct[]    = "p,L,2C0256,A0";
+constexpr char behindHub[] = "p,L,922,80,3,2C0256,A0";
+
+/// Drives the library into its failures, and collects the numbers of all entries.
+class LibrarysCodes : public PlatformTest
+{
+protected:
+    LibrarysCodes() { kest_forgetMode(); }
+
+    /// Notes the entries since the last reset, and begins anew.
+    void collect()
+    {
+        for (int number = 1; number <= platform.entryCount(); ++number) {
+            collect(platform.entry(number));
+        }
+        platform.forget(); // faults at every place leave first-failure data and locks behind
+    }
+
+    void collect(const EntryRecord& record)
+    {
+        severities.insert(record.severity);
+        for (const Src& src : record.srcs) {
+            if (src.component == 0x1300) { // else the platform's
+                reasons.insert(src.reason);
+                modules.insert(src.module);
+                subsystems.insert(src.subsystem);
+                if (src.reason == 0x1302) {
+                    chainCodes.insert(src.word1);
+                }
+            }
+        }
+        for (const SoftwareError& error : record.softwareErrors) {
+            modules.insert(error.word1);
+        }
+        for (const Callout& callout : record.callouts) {
+            procedures.insert(callout.id);
+        }
+        for (const UserDetails& details : record.userDetails) {
+            subsections.insert(details.subsection);
+        }
+    }
+
+    /// Runs it once with what the test has scripted.
+    void once(const std::function<ErrlEntry*()>& act)
+    {
+        const std::unique_ptr<ErrlEntry> entry{act()};
+        collect();
+    }
+
+    /// A hub or device whose one-byte reads answer the statuses one after the other, then 0.
+    void hubAnswers(std::vector<std::uint8_t> statuses)
+    {
+        platform.healthy();
+        platform.readHandler = [statuses, next = std::size_t{0}](std::uint8_t* bytes, unsigned size) mutable {
+            std::memset(bytes, 0, size);
+            bytes[0] = size == 1 && next < statuses.size() ? statuses[next++] : std::uint8_t{0};
+            return static_cast<int>(size);
+        };
+    }
+
+    /// Fails each layer call in turn, alone and with all that follow.
+    void failingEverywhere(const std::function<ErrlEntry*()>& act, const std::vector<std::uint8_t>& statuses = {})
+    {
+        const StandardError dmaLines;
+        for (const int error : {EIO, ENXIO, ENODEV, ENOENT, EDEADLK, ETIME, ENODATA}) {
+            for (const bool persistent : {false, true}) {
+                bool met = true;
+                for (int failing = 1; met; ++failing) {
+                    hubAnswers(statuses);
+                    platform.failCall(failing, error, persistent);
+                    const std::unique_ptr<ErrlEntry> entry{act()};
+                    met = platform.faultWasMet();
+                    collect();
+                }
+            }
+        }
+    }
+
+    static ErrlEntry* read(const char* location, std::uint32_t mode = 4, std::uint32_t number = 1)
+    {
+        const kest_attributeValue attributes[6] = {400, 1, 15, mode, 2, 1};
+        tavo_deviceaddress        address{.number = number, .location = {}};
+        std::strncpy(address.location, location, sizeof address.location - 1);
+        unsigned int     length = 4;
+        unsigned char*   data   = nullptr;
+        ErrlEntry* const entry  = KEST_seepromRead(address, nullptr, 0, &length, &data, attributes);
+        void*            buffer = data;
+        tavo_util_free(&buffer);
+        return entry;
+    }
+
+    static ErrlEntry* write(const char* location, std::uint32_t mode = 4)
+    {
+        const kest_attributeValue attributes[6] = {400, 1, 15, mode, 2, 1};
+        tavo_deviceaddress        address{.number = 1, .location = {}};
+        std::strncpy(address.location, location, sizeof address.location - 1);
+        unsigned int        length  = 4;
+        const unsigned char bytes[] = {1, 2, 3, 4};
+        return KEST_seepromWrite(address, nullptr, 0, &length, bytes, attributes);
+    }
+
+    static ErrlEntry* serve(std::uint16_t type, const Bytes& payload)
+    {
+        Message request{"request", 1, type, payload};
+        Message reply{"reply"};
+        return kestProcessMsg(nullptr, &request, &reply);
+    }
+
+    void seeproms();
+    void hubs();
+    void ports();
+    void devices();
+    void messages();
+    void others();
+
+    Set reasons, modules, subsystems, severities, procedures, subsections, chainCodes;
+};
+
+void LibrarysCodes::seeproms()
+{
+    for (const char* location : {"nonsense", "p,L,9551,C0", "p,L,922,80,3", "p,L,2C0256,A0,2C0256,A0",
+                                 "p,L,2C0256,A0,922,80,3", "p,L,922,80,3,922,80,3,75,90", "p,L,75,1,75,1,75,1,75,1"}) {
+        once([=] { return read(location); });
+        once([=] { return write(location); });
+    }
+    for (const bool write_ : {false, true}) {
+        const auto act = [=](std::uint32_t mode) { return write_ ? write(direct, mode) : read(direct, mode); };
+        platform.failsCopyRead();
+        once([=] { return act(3); }); // file mode
+        platform.readsCopy({});
+        once([=] { return act(3); });
+        failingEverywhere([=] { return act(4); });
+    }
+    platform.readsCopy({1}).failsCopyWrite();
+    once([] { return write(direct, 3); });
+    platform.failsRegistry().healthy();
+    once([] { return read(direct, 2); });
+    platform.registryAnswers(text("Strange")).healthy();
+    once([] { return read(direct, 2); });
+    platform.healthy().configures(3).failsRead(EIO).capturesFfdc(hex("7b 7d")).configuresReading(word(1));
+    once([] { return read(direct); });
+    unsigned char  used = 0;
+    unsigned char* data = &used;
+    unsigned int   size = 1;
+    once([&] { return KEST_seepromRead({}, nullptr, 0, &size, &data, nullptr); });
+    once([&] { return KEST_seepromWrite({}, nullptr, 0, nullptr, &used, nullptr); });
+}
+
+void LibrarysCodes::hubs()
+{
+    for (unsigned status = 0; status < 256; ++status) {
+        hubAnswers({0, static_cast<std::uint8_t>(status), 0, 1}); // after a sub-bus error: its reset, the repeat
+        once([] { return read(behindHub); });
+        hubAnswers({0, static_cast<std::uint8_t>(status), 5}); // the reset itself ends badly
+        once([] { return write(behindHub); });
+    }
+    failingEverywhere([] { return read(behindHub); }, {0, 4});
+    failingEverywhere([] { return write("p,L,922,84,3,1C0002,A0"); }); // no expander resets that hub
+    failingEverywhere([this] {
+        ErrlEntry*   entry  = nullptr;
+        unsigned int status = 0;
+        kest_read922HubErrStatus(platform.openHandle(), &status, entry);
+        return entry;
+    });
+}
+
+void LibrarysCodes::ports()
+{
+    unsigned int value = 0;
+    for (const char* address : {"nonsense", "p,L,922,80,3", "p,L,9551,C0"}) {
+        failingEverywhere([&] { return KEST_dpRead(address, 0xFF, &value, nullptr, 0); });
+        failingEverywhere([&] { return KEST_dpWrite(address, KEST_DP_SELECT_00, 1, 0, nullptr, 0); });
+        failingEverywhere([&] { return KEST_dpConfig(address, KEST_DP_CONFIG_DUTY0, 1, nullptr); });
+    }
+    failingEverywhere([] { return KEST_dpConfig("p,L,9555,C0", KEST_DP_CONFIG_INPUT, 1, nullptr); });
+    platform.healthy();
+    once([] { return KEST_dpConfig("p,L,9551,C0", KEST_DP_CONFIG_POLARITY0, 1, nullptr); });
+    char                      path[] = "p", node[] = "L";
+    kest_deviceAddress        link{0xC0, KEST_DEV_D10, 0, nullptr};
+    kest_deviceInfo           info{node, path, &link};
+    const kest_attributeValue attributes[6] = {400, 1, 15, 1, 2, 1};
+    const Dp955xRequest       request{&info, KEST_DEV_D10, attributes};
+    platform.healthy();
+    once([&] { return Write(&request, KEST_DP_SELECT_00, 1, 0); }); // no such outputs
+}
+
+void LibrarysCodes::devices()
+{
+    EdalDevice base{0xC0};
+    once([&] { return base.doOperation(platform.openHandle()); });
+    once([&] { return base.lockDevice(platform.openHandle()); });
+    once([&] { return base.unlockDevice(platform.openHandle()); });
+    GenericEdalDevice device{0xC0};
+    once([&] { return device.doOperation(platform.openHandle()); });
+    platform.healthy();
+    delete device.lockDevice(platform.openHandle());
+    once([&] { return device.lockDevice(platform.openHandle()); });
+    platform.healthy();
+    delete device.unlockDevice(platform.openHandle());
+    {
+        GenericEdalDevice locked{0xC0};
+        delete locked.lockDevice(platform.openHandle());
+    }
+    collect();
+    const kest_deviceAddress seeprom{0xA0, KEST_DEV_SEEPROM_2K, 0, nullptr};
+    EdalDevice *             made = nullptr, *second = nullptr;
+    buildDeviceLink(&seeprom, &made, &second);
+    collect();
+}
+
+void LibrarysCodes::messages()
+{
+    once([] { return serve(0x8000, {}); });
+    once([] { return serve(0x8003, {}); });
+    once([] { return serve(0x8001, {}); });
+    once([] { return serve(0x8001, Bytes(13, 'x')); });
+    Bytes shortWrite(13);
+    shortWrite[8] = shortWrite[11] = 1; // the length, in either byte order
+    once([=] { return serve(0x8002, shortWrite); });
+    platform.failsLocation();
+    once([] { return serve(0x8004, Bytes(8)); });
+}
+
+void LibrarysCodes::others()
+{
+    for (const std::uint32_t state : {0U, 1U, 2U, 4U}) {
+        platform.opens().configures(2).configuresReading(word(state)).closes();
+        once([] { return KEST_detectDevice(direct, nullptr); });
+    }
+    once([] { return KEST_detectDevice(nullptr, nullptr); });
+    failingEverywhere([] { return KEST_detectDevice(direct, nullptr); });
+    once([] { return KEST_thermal_sensor_read_temperature_data(nullptr); });
+    failingEverywhere([] {
+        KEST_thermal_sensor_info info{"p,L,75,90", 0, 0};
+        return KEST_thermal_sensor_read_temperature_data(&info);
+    });
+    once([] { return KEST_setAttribute(KEST_ATTR_BUS_SPEED, 0, nullptr); });
+    kest_attributeValue record[6];
+    once([&] { return KEST_setAttribute(static_cast<kest_attribute>(6), 0, record); });
+    once([] { return KEST_detectDevice("p,8", nullptr); }); // no such node
+    once([] {
+        ErrlEntry* entry = nullptr;
+        mern_t     handle{};
+        kest_wobuOpen(handle, entry, nullptr, "L");
+        return entry;
+    });
+    chainCodes.insert(kest_checkAddressList(nullptr));
+    kest_deviceAddress unknown{0xA0, static_cast<kest_deviceType>(1), 0, nullptr};
+    chainCodes.insert(kest_checkAddressList(&unknown));
+}
+
+TEST_F(LibrarysCodes, AreThoseOfTheDocument)
+{
+    seeproms();
+    hubs();
+    ports();
+    devices();
+    messages();
+    others();
+    EXPECT_EQ(numbersOf(documented("Reason codes")), reasons);
+    EXPECT_EQ(numbersOf(documented("Modules")), modules);
+    EXPECT_EQ(numbersOf(documented("What an entry holds", "subsystem")), subsystems);
+    EXPECT_EQ(numbersOf(documented("What an entry holds", "severity")), severities);
+    EXPECT_EQ(numbersOf(documented("What an entry holds", "procedure")), procedures);
+    EXPECT_EQ(numbersOf(documented("What an entry holds", "user details")), subsections);
+    EXPECT_EQ(documentedChainCodes(), chainCodes);
+}
+
+} // namespace
