@@ -294,6 +294,9 @@ void finish(seepromTransfer& transfer, unsigned int lengthWanted, unsigned int l
     }
     kest_miscReleaseDeviceInfo(transfer.device);
     kest_logError(transfer.error, &transfer.details, sourceId);
+    if (transfer.details.usrDtlsInUse != 0 && transfer.details.usrDtlsOwned != 0) {
+        delete[] transfer.details.usrDtlsData; // no memory for an entry that would have taken it
+    }
 }
 
 constexpr char          retryName[]      = "kest_wobuResetRetry";

@@ -273,6 +273,7 @@ TEST_F(KestSeepromHardwareRead, TheSrcDecidesAboutTheRetryNotALaterErrno)
 // --- refusals, close, memory ------------------------------------------------------------------------------------------------------
 
 TEST_F(KestSeepromHardwareRead, RefusesTextsNotUnderstood) { refusesTextsNotUnderstood(); }
+TEST_F(KestSeepromHardwareRead, FreesTheTextWithoutMemoryForTheEntry) { freesTheTextWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareRead, RefusesInvalidChains) { refusesInvalidChains(); }
 TEST_F(KestSeepromHardwareRead, RefusesOtherDevices) { refusesOtherDevices(); }
 TEST_F(KestSeepromHardwareRead, CloseFailuresStayBehind) { closeFailuresStayBehind(); }

@@ -259,6 +259,16 @@ protected:
         EXPECT_NE(std::string::npos, platform.traces().find(line("\" %%s,%%s\", \"%s\", \"\")", facts.name)));
     }
 
+    /// There is nobody to hand the text to.
+    void freesTheTextWithoutMemoryForTheEntry()
+    {
+        platform.failEntryAllocation();
+        transfer("nonsense", 0, 8);
+        EXPECT_EQ("\nno memory for an entry\n", platform.calls());
+        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(0, platform.liveAllocations());
+    }
+
     void refusesInvalidChains()
     {
         const auto chain = [](const char* nodes) { return line("entry1.addUsrDtls(list %s, 0x1300, 1, 1)\n", nodes); };
