@@ -11,13 +11,14 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "sim/speed.h"
+
 namespace kest::sim
 {
 
 namespace
 {
 
-constexpr std::uint32_t fastestKhz     = 1000;
 constexpr std::uint64_t nsPerSecond    = 1'000'000'000;
 constexpr unsigned      recoveryClocks = 9;
 
@@ -218,10 +219,7 @@ bool busModel::writePage()
     return good;
 }
 
-std::uint64_t busModel::bitNs(std::uint32_t speedKhz) const
-{
-    return 1'000'000 / std::clamp(speedKhz == 0 ? about.speedKhz : speedKhz, 1U, fastestKhz);
-}
+std::uint64_t busModel::bitNs(std::uint32_t speedKhz) const { return 1'000'000 / clockKhz(speedKhz, about.speedKhz); }
 
 bool busModel::adapterGone() const
 {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <map>
 #include <stdexcept>
+#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,10 +31,11 @@ std::string readText(const std::filesystem::path& file)
         got = ::read(in, piece.data(), piece.size());
         text.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     }
+    const int error = errno;
     if (in >= 0)
         close(in);
     if (got < 0)
-        throw std::runtime_error{file.string() + ": cannot be read"};
+        throw std::system_error{error, std::generic_category(), file.string() + ": cannot be read"};
     return text;
 }
 

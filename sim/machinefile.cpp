@@ -1,5 +1,6 @@
 #include "sim/machinefile.h"
 
+#include "sim/speed.h"
 #include "sim/tomltext.h"
 
 #include <initializer_list>
@@ -17,7 +18,6 @@ namespace
 {
 
 constexpr std::int64_t lowestAddress = 0x10, highestAddress = 0xEE; // the others are reserved on every bus
-constexpr std::int64_t fastestKhz = 1000;
 
 /// Where in the file and what is wrong.
 class reader

@@ -54,7 +54,7 @@ void writeHeader(std::uint8_t* mapped, header& written)
 
 [[noreturn]] void fail(const std::filesystem::path& file, const char* what)
 {
-    throw std::runtime_error{file.string() + ": " + what + ": " + std::generic_category().message(errno)};
+    throw std::system_error{errno, std::generic_category(), file.string() + ": " + what};
 }
 
 } // namespace

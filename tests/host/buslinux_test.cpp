@@ -4,8 +4,7 @@
 #include <ostream>
 
 #include "platform/host/iic/tools.h"
-#include "tests/host/fakekernel.h"
-#include "tests/host/iic_support.h"
+#include "tests/host/linux_bus.h"
 
 namespace kest::test
 {
@@ -14,19 +13,6 @@ namespace
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// /dev/i2c-7 with a 24C256 at 0xA0.
-class LinuxBus : public testing::Test
-{
-protected:
-    LinuxBus() { kernel.chips[0x50] = {.memory = pattern(32768)}; }
-
-    static block eeprom() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
-    FakeChip&    chip() { return kernel.chips[0x50]; }
-
-    OwnConfiguration settings;
-    FakeKernel       kernel;
-};
 
 TEST_F(LinuxBus, OpensTheNodeCloseOnExec)
 {
@@ -97,16 +83,22 @@ TEST_F(LinuxBus, ReadsOffsetAndDataInOneCall)
 
 TEST_F(LinuxBus, ReadsAWholeChipInOneCallOfLongestMessages)
 {
+    kernel.adapterHz = 3'400'000;
     OpenDevice device("/dev/i2c-7");
-    device.set(eeprom());
+    block      fast = eeprom();
+    fast.speedKhz   = 0;
+    device.set(fast);
     EXPECT_EQ(chip().memory, device.readAll(32768));
     EXPECT_THAT(kernel.log, ElementsAre("50W 0000 50R 8192 50R 8192 50R 8192 50R 8192"));
 }
 
 TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallGoesOnWithItsOffset)
 {
+    kernel.adapterHz = 100'000'000; // no bus is as fast: the messages of a call are the limit
     OpenDevice device("/dev/i2c-7");
-    device.set(eeprom());
+    block      fast = eeprom();
+    fast.speedKhz   = 0;
+    device.set(fast);
     const bytes data = device.readAll(41 * 8192 + 1);
     ASSERT_EQ(2U, kernel.log.size());
     EXPECT_EQ("50W 2000 50R 1", kernel.log[1]); // 335,872 less five times the range of two bytes
@@ -273,6 +265,7 @@ TEST_F(LinuxBus, PlainTransferThatDoesNotFitAMessageSendsNothing)
 
 TEST_F(LinuxBus, HubReadsAreTransactionsOfTheirOwnWhoseLaterStatusIsDropped)
 {
+    kernel.adapterHz = 400'000;
     OpenDevice device("/dev/i2c-7");
     kernel.chips[0x40] = {.memory = pattern(32768), .offsetBytes = 4, .hubStatus = {0}};
     device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
@@ -288,6 +281,7 @@ TEST_F(LinuxBus, HubReadsAreTransactionsOfTheirOwnWhoseLaterStatusIsDropped)
 
 TEST_F(LinuxBus, LaterHubStatusOtherThanZeroEndsTheRead)
 {
+    kernel.adapterHz = 400'000;
     OpenDevice device("/dev/i2c-7");
     kernel.chips[0x40] = {.memory = pattern(32768), .offsetBytes = 4, .hubStatus = {0, 4}};
     device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
@@ -342,15 +336,31 @@ TEST_F(LinuxBus, ResetOpensTheAdapterAnewAndAsksForASignOfLife)
     EXPECT_EQ((answer{0, 0}), device.reset());
     kernel.lastingFailure = ETIMEDOUT;
     EXPECT_EQ((answer{-1, ETIME}), device.reset());
-    kernel.openError = ENOENT;
+    kernel.lastingFailure = 0;
+}
+
+TEST_F(LinuxBus, ResetThatCannotOpenTheAdapterLeavesTheHandleAsItWas)
+{
+    struct {
+        int openError;
+        int expected;
+    } const cases[] = {{ENOENT, ENODEV}, {ENXIO, ENODEV},  {ENODEV, ENODEV}, {EACCES, EACCES},
+                       {EMFILE, ENOMEM}, {ENFILE, ENOMEM}, {ENOMEM, ENOMEM}, {EINTR, EIO}};
+    OpenDevice device("/dev/i2c-7@A0");
+    for (const auto& each : cases) {
+        kernel.openError = each.openError;
+        EXPECT_EQ((answer{-1, each.expected}), device.reset()) << each.openError;
+        EXPECT_EQ(1, kernel.openNodes);
+        bytes data(1);
+        EXPECT_EQ((answer{1, 0}), device.read(data)) << each.openError;
+    }
+    kernel.openError = 0;
+    kernel.nodeMode  = S_IFREG | 0600;
     EXPECT_EQ((answer{-1, ENODEV}), device.reset());
-    bytes data(1);
-    EXPECT_EQ((answer{0, ENODEV}), device.read(data)); // until it comes back
-    kernel.openError = kernel.lastingFailure = 0;
-    kernel.chips[0x50]                       = {.memory = {0x77}};
+    EXPECT_EQ(1, kernel.openNodes);
+    kernel.nodeMode = S_IFCHR | 0600;
     EXPECT_EQ((answer{0, 0}), device.reset());
-    EXPECT_EQ((answer{1, 0}), device.read(data));
-    EXPECT_EQ(0x77, data[0]);
+    EXPECT_EQ(1, kernel.openNodes);
 }
 
 TEST_F(LinuxBus, DetectState)

@@ -49,6 +49,7 @@ public:
     mode_t                           nodeMode     = S_IFCHR | 0600;
     unsigned int                     minorNumber  = 7;
     std::size_t                      longestRead  = 8192; ///< quirk: longer ones are refused
+    std::size_t                      longestWrite = 8192; ///< likewise
     std::size_t                      mostMessages = 42;   ///< likewise
     std::map<std::uint8_t, FakeChip> chips;
     std::set<std::uint8_t>           held;               ///< 7-bit addresses that a driver has
@@ -60,6 +61,7 @@ public:
     std::vector<std::string>         log;                 ///< transfers: "50W 0010 50R 32"
     std::vector<std::string>         calls;               ///< everything else: "open /dev/i2c-7", "timeout 30"
     std::string                      name      = "fake adapter";
+    std::uint32_t                    adapterHz = 0; ///< what the device tree says; 0 nothing
     int                              openFlags = 0;
     int                              openNodes = 0;
 
@@ -68,11 +70,12 @@ public:
         calls.push_back(std::string("open ") + path);
         openFlags = flags;
         openNodes += openError == 0 ? 1 : 0;
-        return fail(openError, 1000);
+        return fail(openError, nextDescriptor++);
     }
-    int closeNode(int /*descriptor*/) override
+    int closeNode(int descriptor) override
     {
         --openNodes;
+        slaves.erase(descriptor);
         return 0;
     }
     int statNode(int /*descriptor*/, struct stat& about) override
@@ -83,7 +86,7 @@ public:
         about.st_gid  = getgid();
         return 0;
     }
-    int control(int /*descriptor*/, unsigned long request, std::uintptr_t argument) override
+    int control(int descriptor, unsigned long request, std::uintptr_t argument) override
     {
         switch (request) {
         case I2C_FUNCS:
@@ -95,17 +98,18 @@ public:
         case I2C_SLAVE:
             return fail(held.contains(static_cast<std::uint8_t>(argument)) ? EBUSY : 0, 0);
         case I2C_SLAVE_FORCE:
-            slave = static_cast<std::uint8_t>(argument);
+            slaves[descriptor] = static_cast<std::uint8_t>(argument);
             return 0;
         case I2C_RDWR:
             return messages(*reinterpret_cast<i2c_rdwr_ioctl_data*>(argument));
         case I2C_SMBUS:
-            return smbus(*reinterpret_cast<i2c_smbus_ioctl_data*>(argument));
+            return smbus(slaves[descriptor], *reinterpret_cast<i2c_smbus_ioctl_data*>(argument));
         default:
             return fail(ENOTTY, 0);
         }
     }
     std::string   adapterName(unsigned int /*number*/) override { return name; }
+    std::uint32_t adapterClockHz(unsigned int number) override { return number == minorNumber ? adapterHz : 0; }
     std::uint64_t nowNs() override { return clockNs; }
     void          pause(std::uint64_t nanoseconds) override { clockNs += nanoseconds; }
 
@@ -139,7 +143,7 @@ private:
             beforeTransfer();
         }
         if (request.nmsgs > mostMessages || std::ranges::any_of(all, [this](const i2c_msg& message) {
-                return (message.flags & I2C_M_RD) != 0 && message.len > longestRead;
+                return message.len > ((message.flags & I2C_M_RD) != 0 ? longestRead : longestWrite);
             })) {
             return fail(EOPNOTSUPP, 0); // the kernel's check of an adapter's quirks
         }
@@ -202,7 +206,7 @@ private:
         }
         return true;
     }
-    int smbus(const i2c_smbus_ioctl_data& request)
+    int smbus(std::uint8_t slave, const i2c_smbus_ioctl_data& request)
     {
         const char* kinds[] = {"quick", "byte",       "byte data", "word data", "call",
                                "block", "i2c broken", "call",      "i2c block"};
@@ -233,7 +237,8 @@ private:
         return fail(ordered(), 0);
     }
 
-    std::uint8_t slave = 0;
+    std::map<int, std::uint8_t> slaves; ///< of each open file, the address that SMBus calls go to
+    int                         nextDescriptor = 1000;
 };
 
 } // namespace kest::test

@@ -5,6 +5,7 @@
 #include <latch>
 #include <mutex>
 #include <set>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -121,6 +122,39 @@ TEST_F(IicPaths, WithoutAMachineThereIsNoSimulatedBus)
     EXPECT_EQ(ENOENT, OpenDevice("sim:planar").error());
     settings.use("state = \"state\"\n[machine]\nfolder = \"state\"\n"); // a folder, but no machine
     EXPECT_EQ(ENODEV, OpenDevice("sim:planar").error());
+}
+
+TEST_F(IicPaths, BusThatAnotherNodeDoesNotHaveIsNotThere)
+{
+    EXPECT_EQ(ENOENT, OpenDevice("sim:nosuch@A0", 3).error());
+    EXPECT_EQ(ENOENT, OpenDevice("sim:three@A0", 3).error()); // the node's name is none of its buses'
+}
+
+/// Opens with ever more descriptors to be had: what is in the way until it works is want of memory.
+TEST_F(IicPaths, WithoutADescriptorLeftThereIsNoMemory)
+{
+    rlimit usual{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
+    wires.reset();
+    machine.reset(); // what it has open is part of an open
+    const int free = dup(0);
+    ASSERT_LE(0, free);
+    close(free);
+    std::vector<int> errors;
+    for (int more = 0; errors.empty() || (errors.back() != 0 && more < 20); ++more) {
+        rlimit few   = usual;
+        few.rlim_cur = static_cast<rlim_t>(free + more);
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+        {
+            const OpenDevice device("sim:planar@A0");
+            errors.push_back(device.error());
+        }
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &usual));
+    }
+    ASSERT_LE(2U, errors.size());
+    EXPECT_EQ(0, errors.back());
+    errors.pop_back();
+    EXPECT_THAT(errors, testing::Each(ENOMEM));
 }
 
 TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)

@@ -102,6 +102,27 @@ TEST_F(IicTransfer, OffsetsOfOneAndTwoBytes)
     EXPECT_EQ(pattern(65536, 3), large.readAll(65536));
 }
 
+TEST_F(IicTransfer, TransactionOfALongReadTakesAQuarterOfASecondAtTheSpeedOfTheBus)
+{
+    struct {
+        std::uint16_t speedKhz;
+        int           firstPiece;
+        double        milliseconds;
+    } const cases[] = {{100, 2773, 249.96}, {0, 11105, 249.985}, {400, 11105, 249.985}, {5000, 27770, 249.999}};
+    for (const auto& each : cases) {
+        OpenDevice device("sim:planar");
+        bytes      data(60000);
+        device.set({.speedKhz = each.speedKhz, .address = 0xA4, .offsetLength = 2, .pageSize = 128});
+        machine->addFault({.kind = "gone", .bus = "planar", .nth = 2, .count = 1});
+        const double before = busMs();
+        EXPECT_EQ((answer{each.firstPiece, ENODEV}), device.read(data)) << each.speedKhz;
+        EXPECT_NEAR(each.milliseconds, busMs() - before, 0.0001) << each.speedKhz;
+        machine->clearFaults();
+        EXPECT_EQ((answer{60000, 0}), device.read(data));
+        EXPECT_EQ(part(pattern(65536, 3), 0, 60000), data);
+    }
+}
+
 TEST_F(IicTransfer, PositionOrEndBeyondTheOffsetIsInvalidWithNothingSent)
 {
     struct {

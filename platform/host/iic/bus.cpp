@@ -28,7 +28,9 @@ constexpr std::array outcomes{
     outcomeRow{outcome::shortTransfer, EIO, "short"},
     outcomeRow{outcome::gone, ENODEV, "bus gone"},
     outcomeRow{outcome::notSupported, ENOSYS, "not supported"},
+    outcomeRow{outcome::tooLong, ENOSYS, "too long for the adapter"},
     outcomeRow{outcome::notPermitted, EACCES, "not permitted"},
+    outcomeRow{outcome::noMemory, ENOMEM, "no memory"},
     outcomeRow{outcome::failed, EIO, "failed"},
 };
 
@@ -46,6 +48,8 @@ static_assert(inOrder(), "rows are found by their place");
 } // namespace
 
 int errnoOf(outcome end) { return outcomes.at(static_cast<std::size_t>(end)).error; }
+
+bool isShortage(int error) { return error == ENOMEM || error == EMFILE || error == ENFILE; }
 
 const char* nameOf(outcome end) { return outcomes.at(static_cast<std::size_t>(end)).name; }
 

@@ -1,6 +1,7 @@
 /// One IIC bus, as the layer sees it: transactions, a probe, a reset, and what the adapter is able to do.
 ///
-/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of transfers are written once, above it.
+/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of transfers are written once, above
+/// it.
 /// Addresses are in the 8-bit form, even. Implementations: bus_linux.cpp, bus_sim.cpp.
 #pragma once
 
@@ -44,7 +45,9 @@ enum class outcome : std::uint8_t {
     shortTransfer,
     gone,
     notSupported,
+    tooLong, ///< the adapter takes less at once; nothing was sent
     notPermitted,
+    noMemory,
     failed,
 };
 
@@ -52,6 +55,8 @@ enum class outcome : std::uint8_t {
 int errnoOf(outcome end);
 /// For traces and first-failure data.
 const char* nameOf(outcome end);
+/// Whether an errno of the system's says that memory or descriptors have run out.
+bool isShortage(int error);
 
 struct transferResult {
     outcome       end        = outcome::done;
@@ -98,12 +103,15 @@ public:
     virtual transferResult transfer(std::span<const segment> segments, const transferPace& pace) = 0;
     /// @return done when something acknowledged, addressNotAcknowledged when nothing did
     virtual transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) = 0;
-    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0: nothing) for a sign of life.
+    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0: nothing) for a sign of
+    /// life.
     virtual outcome reset(std::uint8_t address) = 0;
-    /// May shrink after a transaction that ended with `notSupported`: it can then be tried again in smaller pieces.
-    [[nodiscard]] virtual transferLimits     limits() const      = 0;
-    [[nodiscard]] virtual const busIdentity& identity() const    = 0;
-    [[nodiscard]] virtual std::string        adapterName() const = 0;
+    /// What the kind of adapter takes. One that takes less ends a transaction with `tooLong`.
+    [[nodiscard]] virtual transferLimits limits() const = 0;
+    /// The clock that a transaction of this pace is reckoned with, Hz.
+    [[nodiscard]] virtual std::uint64_t      clockHz(const transferPace& pace) const = 0;
+    [[nodiscard]] virtual const busIdentity& identity() const                        = 0;
+    [[nodiscard]] virtual std::string        adapterName() const                     = 0;
     /// What the adapter can do, one short text each.
     [[nodiscard]] virtual std::vector<std::string> capabilities() const = 0;
     /// Whether a driver of the kernel has taken the address.
@@ -122,7 +130,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
                      const std::string& node, std::shared_ptr<bus>& opened);
 
 /// @param pathPrefix         put ahead of /dev/i2c-N
-/// @param setAdapterTimeout  change the adapter's time-out for each transaction; 1 s after it, as the kernel does not tell the old one
+/// @param setAdapterTimeout  change the adapter's time-out for each transaction; 1 s after it, as the kernel does not
+///     tell the old one
 /// @return 0, or ENOENT, ENODEV, EACCES, ENOSYS, ENOMEM, ETIME, EIO
 int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
                  bool setAdapterTimeout, std::shared_ptr<bus>& opened);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <thread>
 
 #include <fcntl.h>
@@ -37,8 +38,22 @@ std::string systemCalls::adapterName(unsigned int number)
 {
     constexpr std::size_t     longest = 1 << 16; // what the kernel says of such a file's size is a page
     std::vector<std::uint8_t> bytes;
-    static_cast<void>(readFile("/sys/class/i2c-dev/i2c-" + std::to_string(number) + "/name", longest, bytes));
+    static_cast<void>(readFile(m_sysfs / "class/i2c-dev" / ("i2c-" + std::to_string(number)) / "name", longest, bytes));
     return {bytes.begin(), std::ranges::find(bytes, '\n')};
+}
+
+std::uint32_t systemCalls::adapterClockHz(unsigned int number)
+{
+    constexpr std::size_t     longest   = 1 << 16;
+    constexpr std::size_t     cellBytes = 4; // of a device tree, big-endian
+    std::vector<std::uint8_t> bytes;
+    std::uint32_t             hertz = 0;
+    static_cast<void>(readFile(
+        m_sysfs / "bus/i2c/devices" / ("i2c-" + std::to_string(number)) / "of_node/clock-frequency", longest, bytes));
+    for (const std::uint8_t byte : bytes) {
+        hertz = hertz << 8 | byte;
+    }
+    return bytes.size() == cellBytes ? hertz : 0;
 }
 
 std::uint64_t systemCalls::nowNs()
@@ -57,12 +72,13 @@ namespace
 {
 
 constexpr std::size_t   longestMessage  = 8192; // the kernel refuses longer ones
-constexpr std::size_t   leastMessage    = 8;    // an adapter that refuses as few bytes refuses for another reason
 constexpr std::size_t   mostMessages    = I2C_RDWR_IOCTL_MAX_MSGS;
 constexpr std::uint64_t pauseNs         = 200'000; // leaves the bus to others between two questions to a busy device
 constexpr unsigned long timeoutUnitMs   = 10;
 constexpr unsigned long usualTimeout    = 100; // the kernel's, for adapters that set none; it cannot be asked for
 constexpr std::uint8_t  lastBlockLength = I2C_SMBUS_BLOCK_MAX;
+constexpr unsigned int  adapterMajor    = 89;   // the kernel's nodes of adapters; the minor is the adapter's number
+constexpr std::uint64_t usualClockHz = 100'000; // what every device on a bus can do, where the adapter's is not known
 
 systemCalls               kernel;
 std::atomic<systemCalls*> chosen{&kernel};
@@ -88,6 +104,9 @@ constexpr std::array errnoRows{
     errnoRow{ENOSYS, outcome::notSupported},
     errnoRow{EACCES, outcome::notPermitted},
     errnoRow{EPERM, outcome::notPermitted},
+    errnoRow{ENOMEM, outcome::noMemory},
+    errnoRow{EMFILE, outcome::noMemory},
+    errnoRow{ENFILE, outcome::noMemory},
 };
 
 outcome endOf(int error)
@@ -95,6 +114,10 @@ outcome endOf(int error)
     const auto* row = std::ranges::find(errnoRows, error, &errnoRow::error);
     return row == errnoRows.end() ? outcome::failed : row->end;
 }
+
+/// How an open ends a transaction that needs it. ENXIO says there that the node has no adapter, and nothing about a
+/// device.
+outcome endOfOpen(int error) { return error == ENXIO ? outcome::gone : endOf(error); }
 
 struct functionRow {
     unsigned long mask;
@@ -115,24 +138,42 @@ constexpr std::array functionNames{
     functionRow{I2C_FUNC_SMBUS_READ_I2C_BLOCK, "I2C block read"},
 };
 
-/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an EEPROM), a byte is read instead.
+/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an EEPROM), a byte is
+/// read instead.
 bool mindsAddressAlone(std::uint8_t address)
 {
     const unsigned int address7 = address >> 1;
     return (address7 >= 0x30 && address7 <= 0x37) || (address7 >= 0x50 && address7 <= 0x5F);
 }
 
+/// An adapter's node, open.
+struct adapterNode {
+    int           descriptor = -1;
+    unsigned long functions  = 0;
+    std::uint32_t clockHz    = 0; ///< 0: not known
+    pid_t         process    = 0; ///< that opened it
+    struct stat   about {
+    };
+    /// The kernel's number of the adapter; a path may call it otherwise.
+    [[nodiscard]] std::optional<unsigned int> number() const
+    {
+        return major(about.st_rdev) == adapterMajor ? std::optional(minor(about.st_rdev)) : std::nullopt;
+    }
+};
+
 class linuxBus final : public bus
 {
 public:
-    linuxBus(systemCalls& calls, std::string path, unsigned int number, bool setsTimeout)
-        : m_calls(calls), m_path(std::move(path)), m_number(number), m_setsTimeout(setsTimeout)
+    linuxBus(systemCalls& calls, std::string path, bool setsTimeout)
+        : m_calls(calls), m_path(std::move(path)), m_setsTimeout(setsTimeout)
     {
     }
     linuxBus(const linuxBus&)            = delete;
     linuxBus& operator=(const linuxBus&) = delete;
-    ~linuxBus() override { close(); }
+    ~linuxBus() override { close(m_node); }
 
+    /// Opens the node anew, and keeps the open one, if any, when that fails. @return 0, or the errno of what is in the
+    /// way
     int  open();
     void identify(const std::filesystem::path& lockFolder);
 
@@ -140,9 +181,10 @@ public:
     transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) override;
     outcome        reset(std::uint8_t address) override;
 
-    [[nodiscard]] transferLimits           limits() const override { return m_limits; }
+    [[nodiscard]] transferLimits           limits() const override;
+    [[nodiscard]] std::uint64_t            clockHz(const transferPace& pace) const override;
     [[nodiscard]] const busIdentity&       identity() const override { return m_identity; }
-    [[nodiscard]] std::string              adapterName() const override { return m_calls.adapterName(m_number); }
+    [[nodiscard]] std::string              adapterName() const override;
     [[nodiscard]] std::vector<std::string> capabilities() const override;
 
     bool                        heldByDriver(std::uint8_t address) override;
@@ -151,82 +193,104 @@ public:
     [[nodiscard]] std::uint64_t questionPauseNs() const override { return pauseNs; }
 
 private:
-    [[nodiscard]] bool can(unsigned long functions) const { return (m_functions & functions) == functions; }
+    [[nodiscard]] bool can(unsigned long functions) const { return (m_node.functions & functions) == functions; }
     template <typename Pointee>
-    int control(unsigned long request, Pointee* argument)
+    int control(const adapterNode& node, unsigned long request, Pointee* argument)
     {
-        return m_calls.control(m_descriptor, request, reinterpret_cast<std::uintptr_t>(argument));
+        return m_calls.control(node.descriptor, request, reinterpret_cast<std::uintptr_t>(argument));
     }
-    void                         close();
-    [[nodiscard]] transferLimits fullLimits() const;
-    void                         lowerLimits(std::span<const segment> refused);
-    transferResult               transferMessages(std::span<const segment> segments);
-    transferResult               transferSmbus(std::span<const segment> segments);
-    transferResult               smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
-                                       i2c_smbus_data* data);
+    int            examine(adapterNode& node);
+    void           close(adapterNode& node);
+    int            makeOwn();
+    transferResult transferMessages(std::span<const segment> segments);
+    transferResult transferSmbus(std::span<const segment> segments);
+    transferResult smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
+                         i2c_smbus_data* data);
 
-    systemCalls&   m_calls;
-    std::string    m_path;
-    unsigned int   m_number;
-    bool           m_setsTimeout;
-    int            m_descriptor = -1;
-    unsigned long  m_functions  = 0;
-    transferLimits m_limits;
-    struct stat    m_about {
-    };
-    busIdentity m_identity{};
+    systemCalls& m_calls;
+    std::string  m_path;
+    bool         m_setsTimeout;
+    adapterNode  m_node;
+    busIdentity  m_identity{};
 };
 
-/// @return 0, or the errno of what is in the way
 int linuxBus::open()
 {
-    int error    = 0;
-    m_descriptor = m_calls.openNode(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (m_descriptor < 0 || m_calls.statNode(m_descriptor, m_about) != 0) {
-        error = errno;
-    } else if (!S_ISCHR(m_about.st_mode)) {
-        error = ENOENT; // something else stands where the bus should
-    } else if (control(I2C_FUNCS, &m_functions) != 0) {
-        error = errno;
-    }
+    adapterNode fresh{.descriptor = m_calls.openNode(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY),
+                      .process    = getpid()};
+    const int   error = fresh.descriptor < 0 ? errno : examine(fresh);
     if (error != 0) {
-        close();
+        close(fresh);
+        return error;
     }
-    m_limits = fullLimits();
-    return error;
+    close(m_node);
+    m_node = fresh;
+    return 0;
 }
 
-void linuxBus::close()
+/// Whether an open node is an adapter, and what it can do. @return 0 or an errno
+int linuxBus::examine(adapterNode& node)
 {
-    if (m_descriptor >= 0) {
-        m_calls.closeNode(m_descriptor);
-        m_descriptor = -1;
+    if (m_calls.statNode(node.descriptor, node.about) != 0) {
+        return errno;
+    }
+    if (!S_ISCHR(node.about.st_mode)) {
+        return ENOENT; // something else stands where the bus should
+    }
+    if (control(node, I2C_FUNCS, &node.functions) != 0) {
+        return errno;
+    }
+    const std::optional<unsigned int> number = node.number();
+    node.clockHz                             = number ? m_calls.adapterClockHz(*number) : 0;
+    return 0;
+}
+
+void linuxBus::close(adapterNode& node)
+{
+    if (node.descriptor >= 0) {
+        m_calls.closeNode(node.descriptor);
+        node.descriptor = -1;
     }
 }
+
+/// The target of SMBus calls belongs to the open file, which a forked child has in common with its parent: before its
+/// first use the child
+/// opens one of its own. @return 0 or an errno
+int linuxBus::makeOwn() { return m_node.process == getpid() ? 0 : open(); }
 
 void linuxBus::identify(const std::filesystem::path& lockFolder)
 {
     m_identity = {.folder = lockFolder,
-                  .name =
-                      "i2c-" + std::to_string(major(m_about.st_rdev)) + "-" + std::to_string(minor(m_about.st_rdev)),
-                  .mode  = m_about.st_mode & 0666U,
-                  .group = m_about.st_gid,
+                  .name   = "i2c-" + std::to_string(major(m_node.about.st_rdev)) + "-" +
+                          std::to_string(minor(m_node.about.st_rdev)),
+                  .mode  = m_node.about.st_mode & 0666U,
+                  .group = m_node.about.st_gid,
                   .text  = m_path};
+}
+
+std::string linuxBus::adapterName() const
+{
+    const std::optional<unsigned int> number = m_node.number();
+    return number ? m_calls.adapterName(*number) : std::string{};
+}
+
+std::uint64_t linuxBus::clockHz(const transferPace& pace) const
+{
+    const std::uint64_t own   = m_node.clockHz != 0 ? m_node.clockHz : usualClockHz;
+    const std::uint64_t asked = std::uint64_t{1000} * pace.speedKhz;
+    return asked == 0 ? own : std::min(asked, own);
 }
 
 transferResult linuxBus::transfer(std::span<const segment> segments, const transferPace& pace)
 {
     const bool changesTimeout = m_setsTimeout && pace.timeoutMs != 0;
-    if (m_descriptor < 0) {
-        return {.end = outcome::gone, .nowNs = m_calls.nowNs()};
-    }
     if (changesTimeout) {
         const unsigned long units = pace.timeoutMs / timeoutUnitMs + (pace.timeoutMs % timeoutUnitMs != 0 ? 1 : 0);
-        m_calls.control(m_descriptor, I2C_TIMEOUT, units);
+        m_calls.control(m_node.descriptor, I2C_TIMEOUT, units);
     }
     transferResult result = can(I2C_FUNC_I2C) ? transferMessages(segments) : transferSmbus(segments);
     if (changesTimeout) {
-        m_calls.control(m_descriptor, I2C_TIMEOUT, usualTimeout);
+        m_calls.control(m_node.descriptor, I2C_TIMEOUT, usualTimeout);
     }
     result.nowNs = m_calls.nowNs();
     return result;
@@ -236,7 +300,7 @@ transferResult linuxBus::transferMessages(std::span<const segment> segments)
 {
     std::array<i2c_msg, mostMessages> messages{};
     if (segments.size() > messages.size()) {
-        return {.end = outcome::notSupported};
+        return {.end = outcome::tooLong};
     }
     std::size_t count = 0;
     for (const segment& part : segments) {
@@ -250,27 +314,13 @@ transferResult linuxBus::transferMessages(std::span<const segment> segments)
         message.buf      = part.bytes.data();
     }
     i2c_rdwr_ioctl_data request{.msgs = messages.data(), .nmsgs = static_cast<std::uint32_t>(count)};
-    const int           moved = control(I2C_RDWR, &request);
+    const int           moved = control(m_node, I2C_RDWR, &request);
     if (moved < 0) {
-        const outcome end = endOf(errno);
-        if (end == outcome::notSupported) {
-            lowerLimits(segments);
-        }
-        return {.end = end};
+        const outcome end =
+            endOf(errno); // an adapter that takes less than the kernel passes on refuses before it sends anything
+        return {.end = end == outcome::notSupported ? outcome::tooLong : end};
     }
     return {.end = static_cast<std::size_t>(moved) == count ? outcome::done : outcome::shortTransfer};
-}
-
-/// An adapter may take less than the kernel passes on, and tells by refusing, before it sends anything.
-void linuxBus::lowerLimits(std::span<const segment> refused)
-{
-    const segment& last = refused.back();
-    std::size_t&   most = last.way == direction::read ? m_limits.readBytes : m_limits.writeBytes;
-    if (refused.size() > 2) {
-        m_limits.segments = 2;
-    } else if (last.bytes.size() > leastMessage) {
-        most = last.bytes.size() / 2;
-    }
 }
 
 /// The transactions that an SMBus call makes byte for byte; all others are not supported.
@@ -325,7 +375,8 @@ transferResult linuxBus::transferSmbus(std::span<const segment> segments)
     return result;
 }
 
-/// One SMBus call. A driver of the kernel's that holds the address does not stand in the way, as it doesn't for messages.
+/// One SMBus call. A driver of the kernel's that holds the address does not stand in the way, as it doesn't for
+/// messages.
 transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
                                i2c_smbus_data* data)
 {
@@ -333,8 +384,12 @@ transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t com
                                  .command    = command,
                                  .size       = kind,
                                  .data       = data};
-    const bool           done =
-        m_calls.control(m_descriptor, I2C_SLAVE_FORCE, address >> 1U) == 0 && control(I2C_SMBUS, &request) >= 0;
+    const int            error = makeOwn();
+    if (error != 0) {
+        return {.end = endOfOpen(error)};
+    }
+    const bool done = m_calls.control(m_node.descriptor, I2C_SLAVE_FORCE, address >> 1U) == 0 &&
+                      control(m_node, I2C_SMBUS, &request) >= 0;
     return {.end = done ? outcome::done : endOf(errno)};
 }
 
@@ -352,13 +407,13 @@ transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const t
     return result;
 }
 
-/// A kernel's bus has no clocks to send by hand. Opening the adapter anew forgets what was set on it, and its driver frees a held bus, if it
+/// A kernel's bus has no clocks to send by hand. Opening the adapter anew forgets what was set on it, and its driver
+/// frees a held bus, if it
 /// can, when the next message finds it held.
 outcome linuxBus::reset(std::uint8_t address)
 {
-    close();
     const int error = open();
-    outcome   end   = error == 0 ? outcome::done : endOf(error);
+    outcome   end   = error == 0 ? outcome::done : endOfOpen(error);
     if (end == outcome::done && address != 0) {
         const outcome answer = probe(address, probeMethod::safe, {}).end;
         const bool    alive  = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
@@ -367,7 +422,7 @@ outcome linuxBus::reset(std::uint8_t address)
     return end;
 }
 
-transferLimits linuxBus::fullLimits() const
+transferLimits linuxBus::limits() const
 {
     if (can(I2C_FUNC_I2C)) {
         return {.writeBytes = longestMessage, .readBytes = longestMessage, .segments = mostMessages};
@@ -397,28 +452,20 @@ std::vector<std::string> linuxBus::capabilities() const
 
 bool linuxBus::heldByDriver(std::uint8_t address)
 {
-    return m_descriptor >= 0 && m_calls.control(m_descriptor, I2C_SLAVE, address >> 1U) != 0 && errno == EBUSY;
+    return makeOwn() == 0 && m_calls.control(m_node.descriptor, I2C_SLAVE, address >> 1U) != 0 && errno == EBUSY;
 }
 
 /// What an open answers; where it is no matter of the node's, what a transaction that ends like that does.
 int openErrno(int error)
 {
     switch (error) {
-    case 0:
-        return 0;
-    case ENXIO:
-        return ENODEV; // the node is there, its adapter is not
     case ENOENT:
     case ENOTDIR:
     case ELOOP:
     case ENAMETOOLONG:
         return ENOENT;
-    case EMFILE:
-    case ENFILE:
-    case ENOMEM:
-        return ENOMEM;
     default:
-        return errnoOf(endOf(error));
+        return error == 0 ? 0 : errnoOf(endOfOpen(error));
     }
 }
 
@@ -429,7 +476,7 @@ void useSystemCalls(systemCalls* calls) { chosen = calls != nullptr ? calls : &k
 int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
                  bool setAdapterTimeout, std::shared_ptr<bus>& opened)
 {
-    auto made = std::make_shared<linuxBus>(*chosen.load(), pathPrefix + "/dev/i2c-" + std::to_string(number), number,
+    auto      made  = std::make_shared<linuxBus>(*chosen.load(), pathPrefix + "/dev/i2c-" + std::to_string(number),
                                            setAdapterTimeout);
     const int error = made->open();
     if (error == 0) {

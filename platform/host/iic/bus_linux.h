@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -13,6 +15,8 @@ namespace kest::host::iic
 class systemCalls
 {
 public:
+    /// @param sysfs  where the kernel shows its devices
+    explicit systemCalls(std::filesystem::path sysfs = "/sys") : m_sysfs(std::move(sysfs)) {}
     virtual ~systemCalls() = default;
     virtual int openNode(const char* path, int flags);
     virtual int closeNode(int descriptor);
@@ -20,9 +24,14 @@ public:
     /// @param argument  a number or an address, as the request takes it
     virtual int control(int descriptor, unsigned long request, std::uintptr_t argument);
     /// The kernel's name of adapter `number`; empty when it is not told.
-    virtual std::string   adapterName(unsigned int number);
+    virtual std::string adapterName(unsigned int number);
+    /// The clock of adapter `number` as the device tree says, Hz; 0 when it is not told.
+    virtual std::uint32_t adapterClockHz(unsigned int number);
     virtual std::uint64_t nowNs(); ///< CLOCK_MONOTONIC
     virtual void          pause(std::uint64_t nanoseconds);
+
+private:
+    std::filesystem::path m_sysfs;
 };
 
 /// The ones that buses opened from now on use. @param calls  null: the kernel's. Owned by the caller; outlives those buses.

@@ -6,11 +6,13 @@
 #include <cctype>
 #include <cerrno>
 #include <stdexcept>
+#include <system_error>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "sim/machine.h"
+#include "sim/speed.h"
 
 namespace kest::host::iic
 {
@@ -90,8 +92,12 @@ public:
         return fromSimulated(m_wires->probe(address, pace.speedKhz));
     }
 
-    outcome                          reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
-    [[nodiscard]] transferLimits     limits() const override { return simulatedLimits; }
+    outcome                      reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
+    [[nodiscard]] transferLimits limits() const override { return simulatedLimits; }
+    [[nodiscard]] std::uint64_t  clockHz(const transferPace& pace) const override
+    {
+        return std::uint64_t{1000} * sim::clockKhz(pace.speedKhz, m_wires->defaultSpeedKhz());
+    }
     [[nodiscard]] const busIdentity& identity() const override { return m_identity; }
     [[nodiscard]] std::string        adapterName() const override
     {
@@ -123,7 +129,7 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
         return ENOENT; // no machine is configured: there is no such bus
     }
     if (stat(machineFolder.c_str(), &folder) != 0) {
-        return errno == EACCES ? EACCES : ENOENT;
+        return isShortage(errno) ? ENOMEM : errno == EACCES ? EACCES : ENOENT;
     }
     if (access(machineFolder.c_str(), R_OK | W_OK | X_OK) != 0) {
         return EACCES;
@@ -140,6 +146,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
                              .group  = folder.st_gid,
                              .text   = "sim:" + name};
         opened = std::make_shared<simulatedBus>(std::move(machine), std::move(wires), std::move(identity));
+    } catch (const std::system_error& failure) {
+        return isShortage(failure.code().value()) ? ENOMEM : ENODEV;
     } catch (const std::runtime_error&) {
         return ENODEV; // the folder is there, but no machine can be made of it
     }

@@ -108,7 +108,7 @@ bool configurationBlock::set(const std::uint8_t* block)
 void configurationBlock::get(std::uint8_t* block) const { std::ranges::copy(m_bytes, block); }
 
 device::device(std::shared_ptr<bus> wires, std::uint8_t target)
-    : m_wires(std::move(wires)), m_target(target), m_locks(m_wires->identity())
+    : m_wires(std::move(wires)), m_adapterTakes(m_wires->limits()), m_target(target), m_locks(m_wires->identity())
 {
 }
 
@@ -240,7 +240,7 @@ callResult device::read(std::uint8_t* buffer, unsigned int size)
     }
     transferReport report{.error = checkBuffer(buffer, size, m_target)};
     if (report.error == 0) {
-        report = readDevice(*m_wires, settings(), {buffer, size}, m_history);
+        report = readDevice(*m_wires, settings(), {buffer, size}, m_history, m_adapterTakes);
     }
     return finishTransfer(report, true, size);
 }
@@ -252,7 +252,7 @@ callResult device::write(const std::uint8_t* buffer, unsigned int size)
     }
     transferReport report{.error = checkBuffer(buffer, size, m_target)};
     if (report.error == 0) {
-        report = writeDevice(*m_wires, settings(), {buffer, size}, m_history);
+        report = writeDevice(*m_wires, settings(), {buffer, size}, m_history, m_adapterTakes);
     }
     return finishTransfer(report, false, size);
 }
@@ -260,6 +260,7 @@ callResult device::write(const std::uint8_t* buffer, unsigned int size)
 callResult device::reset(int kind)
 {
     const int error = kind == 1 ? errnoOf(m_wires->reset(m_target)) : EINVAL;
+    m_adapterTakes  = m_wires->limits(); // a reopened adapter may be another
     return error == 0 ? callResult{} : failedWith(error);
 }
 

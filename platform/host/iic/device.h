@@ -88,6 +88,7 @@ private:
     callResult                     finishTransfer(const transferReport& report, bool read, unsigned int size);
 
     std::shared_ptr<bus>         m_wires;
+    transferLimits               m_adapterTakes; ///< at once, as far as transfers have shown
     configurationBlock           m_block;
     std::optional<std::uint32_t> m_speedKhz; ///< item 2, once set
     std::uint32_t                m_dmaOption = 0;

@@ -26,7 +26,8 @@ namespace
 constexpr unsigned int traceBytes     = 16384;
 constexpr int          flagsReadWrite = 0x1002;
 
-/// The buffer "IIC", made at first use. Threads that are first at once get the same; none waits for another, which a fork might leave behind.
+/// The buffer "IIC", made at first use. Threads that are first at once get the same; none waits for another, which a
+/// fork might leave behind.
 trace_wobu_descriptor traceBuffer()
 {
     static constinit std::atomic<trace_wobu_descriptor> made{nullptr};
@@ -54,31 +55,49 @@ void traceDone(const char* operation, const device& opened, const callResult& re
                          result.value);
 }
 
+/// What a call answers; one that ran out of memory, too.
+template <typename Call>
+callResult answerOf(device& opened, Call call)
+{
+    try {
+        return call(opened);
+    } catch (const std::bad_alloc&) {
+        return {.value = -1, .error = ENOMEM};
+    } catch (const std::exception&) {
+        return {.value = -1, .error = EIO};
+    }
+}
+
+/// Records and traces a call. Want of memory for that changes nothing of what the call answers.
+void keepAccount(device& opened, const char* operation, bool recorded, const callResult& result)
+{
+    try {
+        if (result.error == 0) {
+            traceDone(operation, opened, result);
+            return;
+        }
+        if (recorded && !opened.isClosed()) {
+            opened.keepFailure(operation, result);
+        }
+        traceFailure(operation, opened, result);
+    } catch (const std::exception&) { // there is no memory to keep it in
+    }
+}
+
 /// Runs a call on an open device. `errno` is set by every failure and left alone by success.
 /// @param recorded  whether a failure is one of the device's, to be kept as first-failure data
 template <typename Call>
 int onDevice(const mern_t& handle, const char* operation, bool recorded, Call call)
 {
-    const int  entered = errno;
-    callResult result{.value = -1, .error = EBADF};
-    try {
-        const std::shared_ptr<device> opened = handleTable::instance().find(handle);
-        if (opened != nullptr) {
-            const std::lock_guard hold(opened->mutex);
-            result = opened->isClosed() ? result : call(*opened);
-            if (result.error != 0 && recorded && !opened->isClosed()) {
-                opened->keepFailure(operation, result);
-            }
-            if (result.error != 0) {
-                traceFailure(operation, *opened, result);
-            } else {
-                traceDone(operation, *opened, result);
-            }
+    const int                     entered = errno;
+    callResult                    result{.value = -1, .error = EBADF};
+    const std::shared_ptr<device> opened = handleTable::instance().find(handle);
+    if (opened != nullptr) {
+        const std::lock_guard hold(opened->mutex);
+        if (!opened->isClosed()) {
+            result = answerOf(*opened, call);
         }
-    } catch (const std::bad_alloc&) {
-        result = {.value = result.value, .error = ENOMEM};
-    } catch (const std::exception&) {
-        result = {.value = result.value, .error = EIO};
+        keepAccount(*opened, operation, recorded, result);
     }
     errno = result.error != 0 ? result.error : entered;
     return result.value;

@@ -36,12 +36,17 @@ constexpr std::uint32_t detectSdaHeld   = 2;
 constexpr std::uint32_t detectPresent   = 3;
 constexpr std::uint32_t detectUncertain = 4;
 
-/// Reads from the position: an offset and the data in one transaction as long as the adapter allows.
+/// Reads from the position: an offset and the data in one transaction, as far as the adapter takes it and 250 ms of
+/// wire time allow.
+/// @param[in,out] learnt  what the adapter takes at once: the bus's limits at first, less after it refused something as
+///     too long
 transferReport readDevice(bus& wires, const transferSettings& settings, std::span<std::uint8_t> data,
-                          transactionHistory& history);
-/// Writes at the position page by page; each page has been taken in, and its write cycle is over, when it counts as moved.
+                          transactionHistory& history, transferLimits& learnt);
+/// Writes at the position page by page; each page has been taken in, and its write cycle is over, when it counts as
+/// moved.
+/// @param[in,out] learnt  as for readDevice()
 transferReport writeDevice(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
-                           transactionHistory& history);
+                           transactionHistory& history, transferLimits& learnt);
 /// Asks the target whether it is there, and waits for a busy one. @return a detect state
 std::uint32_t detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history);
 

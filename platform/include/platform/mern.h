@@ -7,9 +7,10 @@
 /// of a node of the simulated machine. A path on a node that is not mapped, or to the other kind of bus, is ENODEV.
 ///
 /// A handle is a ticket: target, position, block, locks and first-failure data live in the layer, and every copy of a
-/// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised.
-/// A child of fork() has its parent's open devices as its own, without their locks; one that another thread was using during the fork is
-/// closed to it (EBADF). What the child opens is foreign to the parent.
+/// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised. A child
+/// of fork() has its parent's open devices as its own, without their locks; where an adapter makes SMBus calls alone it
+/// opens the node anew before its first use, which can fail as an open does. One that another thread was using during
+/// the fork is closed to it (EBADF). What the child opens is foreign to the parent.
 ///
 /// Every function that fails sets `errno`, always:
 /// ENXIO    the address was not acknowledged
@@ -20,17 +21,19 @@
 /// ENODEV   bus or node gone, or the node is not mapped
 /// ENOENT   no such bus, or a malformed path
 /// EBADF    closed or foreign handle
-/// EINVAL   bad argument, no target set
+/// EINVAL   bad argument, no target set, a transfer with n = 0 that is more than the adapter takes in one message
 /// EFAULT   null buffer
 /// EBUSY    lock not had within its time-out
 /// EACCES   not permitted to open; the folder of a bus's locks and first-failure data can't be made or used
-/// ENOMEM   no memory, open file or disk space left
+/// ENOMEM   no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
 /// ENOSYS   the adapter or the chain cannot do it
 /// EDEADLK  this handle holds that lock already: given for this alone
 ///
 /// `mern_iic_config` items (direction 1 reads, 2 sets; a wrong size, direction or item is EINVAL):
 /// item   bytes  meaning
-/// 2      4      bus speed in kHz, 0 the bus's own default. Once set it outlasts later blocks.
+/// 2      4      bus speed in kHz, 0 the bus's own default. Once set it outlasts later blocks. A simulated bus runs at
+///               it, up to 1000. On a kernel bus it is accepted and read back, but changes nothing on the wires: the
+///               adapter's driver alone sets their clock. There it only serves to reckon the length of transactions.
 /// 3      4      target address. One other than the non-zero address of the block in force is ENOSYS: that device sits
 ///               behind a hub, where no register transfer reaches it.
 /// 15     4      read only: detect state of the target. 3 present, 0 nothing answers, 1 SCL held low, 2 SDA held low, 4 anything else.
@@ -52,18 +55,31 @@
 ///               36    32     0
 ///               40    32     longest wait for a busy bus, ms
 ///
-/// Reads. With n > 0 the n low bytes of the position go out, most significant first, and the data come after a repeated start. What is
-/// more than an adapter takes at once is read in pieces, n = 1 or 2: further messages of the same transaction go without the offset, a
-/// further transaction begins with its own. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and its
-/// first byte is the hub's status; only the first piece's is delivered, a later one must be 0 and is dropped. For n = 3 only the low 8
-/// bits of the position count up, for n = 4 the low 16. Reads past the end of the offset range go on where the chip goes on.
-/// With n = 0, what does not fit into one message is EINVAL with nothing sent.
+/// Reads. With n > 0 the n low bytes of the position go out, most significant first, and the data come after a repeated
+/// start. What is more than an adapter takes at once, or than a transaction may bring, is read in pieces, n = 1 or 2:
+/// further messages of the same transaction go without the offset, a further transaction begins with its own, the
+/// position modulo 256 or 65536. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and
+/// its first byte is the hub's status; only the first piece's is delivered, a later one must be 0 and is dropped. For n
+/// = 3 only the low 8 bits of the position count up, for n = 4 the low 16. Reads past the end of the offset range go on
+/// where the chip goes on. With n = 0, what does not fit into one message is EINVAL with nothing sent. An adapter that
+/// refuses a longer message is given half as much, down to one byte of data, and is ENOSYS when it refuses that.
 ///
-/// Waiting. A target that does not answer at the start of a transfer, or to item 15, is asked again for 50 ms, or byte 40 when less,
-/// before it is ENXIO: it may be in a write cycle that another process began. After each page of a write, the last included, the target
-/// is asked until it answers, for four of its write cycles but at least 50 ms; then it is ETIME. A write with n = 0 and write cycle 0
-/// is not waited for. Where arbitration is lost or the bus is busy the transaction is repeated for as long as byte 40 says. The time-out
-/// of a transfer (byte 12) ends all of these. Time is bus time on a simulated bus.
+/// Length of a transaction. Drivers of real controllers time a whole transaction, often with 1 s, and the bus is held
+/// meanwhile. So a transaction of a read with n > 0 takes at most 250 ms of wire time, but brings at least one byte: 1
+/// bit for a START, a repeated START or a STOP, 9 for each byte of address, offset and data, and no clock stretching.
+/// The clock is on a simulated bus its speed; on a kernel bus the lower of the speed set (item 2, else byte 0 of the
+/// block) and the clock that the device tree gives the adapter, 100 kHz when it gives none. With n = 2 these are 2773
+/// bytes at 100 kHz and 11105 at 400 kHz. One message with n = 0, and one page of a write, are never split for it.
+///
+/// Waiting. A target that does not answer at the start of a transfer, or to item 15, is asked again for 50 ms, or byte
+/// 40 when less, before it is ENXIO: it may be in a write cycle that another process began. After each page of a write,
+/// the last included, the target is asked until it answers, for four of its write cycles but at least 50 ms; then it is
+/// ETIME. A write with n = 0 and write cycle 0 is not waited for. On a kernel bus a target at 0x60 to 0x6E or 0xA0 to
+/// 0xBE is asked by reading a byte from it, which moves its own pointer on; a plain read is asked for by the read
+/// itself. A hub is asked by its address alone; on an adapter that cannot send one it is given the whole time that it
+/// could have been asked. Where arbitration is lost or the bus is busy the transaction is repeated for as long as byte
+/// 40 says. The time-out of a transfer (byte 12) ends all of these. A target that answers the last question is still
+/// served. Time is bus time on a simulated bus.
 ///
 /// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later failures, of
 /// whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are operation, target, position,
@@ -130,8 +146,9 @@ int mern_iic_read(mern_t& handle, void* buffer, unsigned int size);
 /// A position or an end beyond what n = 1 or 2 bytes can say is EINVAL with nothing sent. Result as for reading.
 int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size);
 
-/// Frees a held bus: nine clocks and a STOP where the bus can, else a reopened adapter. Leaves position, target, block and locks
-/// alone, so that repeating a call repeats the same bytes in the same place.
+/// Frees a held bus: nine clocks and a STOP where the bus can, else a reopened adapter. One that can't be reopened
+/// stays open as it was. Leaves position, target, block and locks alone, so that repeating a call repeats the same
+/// bytes in the same place.
 /// @param kind  1. @return 0, or -1 with `errno`.
 int mern_iic_reset(mern_t& handle, int kind);
 

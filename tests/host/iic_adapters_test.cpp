@@ -1,0 +1,388 @@
+/// Transfers of the IIC layer on adapters that take little at once, that can't ask an address alone, or that run out of
+/// memory.
+#include <functional>
+#include <gmock/gmock.h>
+#include <new>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/host/linux_bus.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::uint64_t nsPerMs   = 1'000'000;
+constexpr std::uint64_t foreverNs = 3'600'000 * nsPerMs;
+
+class SmallAdapter : public LinuxBus
+{
+protected:
+    /// A hub at 0x80 in front of a chip of 64 KiB.
+    FakeChip& hub(std::size_t offsetBytes)
+    {
+        kernel.chips[0x40] = {.memory = bytes(65536), .offsetBytes = offsetBytes, .hubStatus = {0}};
+        return kernel.chips[0x40];
+    }
+    /// Ends a transfer that would go on for ever.
+    void boundTransactions(std::size_t most)
+    {
+        kernel.beforeTransfer = [this, most] { kernel.lastingFailure = kernel.log.size() >= most ? EIO : 0; };
+    }
+    static bytes slice(const bytes& all, std::size_t offset, std::size_t length)
+    {
+        return {all.begin() + static_cast<std::ptrdiff_t>(offset),
+                all.begin() + static_cast<std::ptrdiff_t>(offset + length)};
+    }
+};
+
+TEST_F(SmallAdapter, PageThatMayStillBeBeingWrittenDoesNotCountWhenTheAdapterTakesLess)
+{
+    kernel.longestWrite = 16;
+    chip().writeCycleNs = foreverNs;
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    device.seek(56);
+    EXPECT_EQ((answer{0, ETIME}),
+              device.write(pattern(30, 9))); // 8 bytes up to the page's end, then 22 that are too many
+    EXPECT_EQ("50W 0038171E252C333A4148", kernel.log.front());
+}
+
+TEST_F(SmallAdapter, PagesAreWrittenInSmallerMessagesWithTheirOffsets)
+{
+    kernel.longestWrite = 16;
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    const bytes data = pattern(40, 9);
+    EXPECT_EQ((answer{40, 0}), device.write(data));
+    EXPECT_EQ(data, slice(chip().memory, 0, 40));
+    kernel.log.clear();
+    EXPECT_EQ((answer{8, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ("50W 00280102030405060708", kernel.log.front()); // what it takes is known by now
+}
+
+TEST_F(SmallAdapter, PlainTransferThatTheAdapterRefusesIsNotSplit)
+{
+    kernel.longestWrite = kernel.longestRead = 16;
+    OpenDevice device("/dev/i2c-7@A0");
+    bytes      data(20, 0x33);
+    EXPECT_EQ((answer{0, EINVAL}), device.write(data));
+    EXPECT_EQ((answer{0, EINVAL}), device.read(data));
+    EXPECT_EQ((answer{0, EINVAL}), device.read(data)); // again, with what was learnt
+    EXPECT_THAT(kernel.log, IsEmpty());
+    data.resize(16);
+    EXPECT_EQ((answer{16, 0}), device.read(data)); // the most that it takes
+    EXPECT_THAT(kernel.log, ElementsAre("50R 16"));
+}
+
+TEST_F(SmallAdapter, HubWriteNeedsRoomForOneByteBehindItsOffset)
+{
+    hub(4);
+    kernel.longestWrite = 5;
+    boundTransactions(20);
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
+    device.seek(0x03A20000);
+    EXPECT_EQ((answer{5, 0}), device.write({1, 2, 3, 4, 5}));
+    EXPECT_THAT(kernel.log, ElementsAre("40W 03A2000001", "40W 03A2000102", "40W 03A2000203", "40W 03A2000304",
+                                        "40W 03A2000405", "40W "));
+    kernel.log.clear();
+    kernel.longestWrite = 4;
+    EXPECT_EQ((answer{0, ENOSYS}), device.write({1, 2, 3, 4, 5}));
+    EXPECT_THAT(kernel.log, IsEmpty());
+}
+
+TEST_F(SmallAdapter, HubReadNeedsRoomForOneByteBehindItsStatus)
+{
+    const bytes memory = pattern(65536);
+    hub(4).memory      = memory;
+    kernel.longestRead = 2;
+    boundTransactions(20);
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
+    device.seek(0x03A20000);
+    bytes data(4);
+    EXPECT_EQ((answer{4, 0}), device.read(data));
+    EXPECT_EQ(slice(memory, 0, 3), slice(data, 1, 3));
+    EXPECT_THAT(kernel.log, ElementsAre("40W 03A20000 40R 2", "40W 03A20001 40R 2", "40W 03A20002 40R 2"));
+    kernel.log.clear();
+    kernel.longestRead = 1;
+    EXPECT_EQ((answer{0, ENOSYS}), device.read(data));
+    EXPECT_THAT(kernel.log, IsEmpty());
+}
+
+/// What a kernel bus reckons with: the lower of the speed set and the adapter's clock, and how many bytes go into 250
+/// ms of it.
+struct clockCase {
+    std::uint32_t            adapterHz;
+    std::uint16_t            speedKhz;
+    std::vector<std::string> transactions; ///< of a read of 12,000 bytes
+};
+std::ostream& operator<<(std::ostream& stream, const clockCase& each)
+{
+    return stream << each.adapterHz << " Hz, " << each.speedKhz << " kHz set";
+}
+class LongRead : public SmallAdapter, public testing::WithParamInterface<clockCase>
+{
+};
+TEST_P(LongRead, IsMadeOfTransactionsOfAQuarterOfASecond)
+{
+    kernel.adapterHz = GetParam().adapterHz;
+    OpenDevice device("/dev/i2c-7");
+    block      values = eeprom();
+    values.speedKhz   = GetParam().speedKhz;
+    device.set(values);
+    EXPECT_EQ(slice(chip().memory, 0, 12000), device.readAll(12000));
+    EXPECT_EQ(GetParam().transactions, kernel.log);
+}
+INSTANTIATE_TEST_SUITE_P(All, LongRead,
+                         testing::Values(clockCase{0,
+                                                   0,
+                                                   {"50W 0000 50R 2773", "50W 0AD5 50R 2773", "50W 15AA 50R 2773",
+                                                    "50W 207F 50R 2773", "50W 2B54 50R 908"}},
+                                         clockCase{0,
+                                                   400,
+                                                   {"50W 0000 50R 2773", "50W 0AD5 50R 2773", "50W 15AA 50R 2773",
+                                                    "50W 207F 50R 2773", "50W 2B54 50R 908"}},
+                                         clockCase{400'000,
+                                                   100,
+                                                   {"50W 0000 50R 2773", "50W 0AD5 50R 2773", "50W 15AA 50R 2773",
+                                                    "50W 207F 50R 2773", "50W 2B54 50R 908"}},
+                                         clockCase{400'000, 0, {"50W 0000 50R 8192 50R 2913", "50W 2B61 50R 895"}},
+                                         clockCase{400'000, 1000, {"50W 0000 50R 8192 50R 2913", "50W 2B61 50R 895"}},
+                                         clockCase{250'000, 400, {"50W 0000 50R 6940", "50W 1B1C 50R 5060"}},
+                                         clockCase{1'000'000, 0, {"50W 0000 50R 8192 50R 3808"}}));
+
+TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
+{
+    kernel.adapterHz   = 1000; // 250 bits: 24 bytes behind an offset of one
+    chip()             = {.memory = pattern(256), .offsetBytes = 1};
+    const bytes memory = chip().memory;
+    OpenDevice  device("/dev/i2c-7");
+    device.set({.address = 0xA0, .offsetLength = 1});
+    device.seek(0xE0);
+    const bytes data = device.readAll(60);
+    EXPECT_THAT(kernel.log, ElementsAre("50W E0 50R 24", "50W F8 50R 24", "50W 10 50R 12"));
+    EXPECT_EQ(slice(memory, 0xE0, 32), slice(data, 0, 32));
+    EXPECT_EQ(slice(memory, 0, 28), slice(data, 32, 28));
+}
+
+TEST_F(SmallAdapter, PiecesOfALongReadThroughAHubHaveAStatusEach)
+{
+    kernel.adapterHz   = 1000; // 22 bytes behind an offset of three
+    const bytes memory = pattern(65536);
+    hub(3).memory      = memory;
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x80, .offsetLength = 3});
+    device.seek(0x03A0F8);
+    const bytes data = device.readAll(40);
+    EXPECT_THAT(kernel.log, ElementsAre("40W 03A0F8 40R 22", "40W 03A00D 40R 19"));
+    EXPECT_EQ(0, data[0]);
+    EXPECT_EQ(slice(memory, 0xA0F8, 21), slice(data, 1, 21));
+    EXPECT_EQ(slice(memory, 0xA00D, 18), slice(data, 22, 18));
+}
+
+TEST_F(SmallAdapter, PagesAndPlainMessagesAreNotSplitForTheirTime)
+{
+    kernel.adapterHz = 100; // not even an offset and a byte
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    EXPECT_EQ((answer{64, 0}), device.write(pattern(64)));
+    device.set({.address = 0xA0, .writeCycleMs = 0});
+    device.readAll(300);
+    EXPECT_THAT(kernel.log, ElementsAre("50W 66", "50R 1", "50R 300"));
+    kernel.log.clear();
+    device.set(eeprom());
+    device.seek(0x20);
+    device.readAll(2);
+    EXPECT_THAT(kernel.log, ElementsAre("50W 0020 50R 1", "50W 0021 50R 1")); // a byte each at least
+}
+
+TEST(AdapterClock, IsTheDeviceTreesNumber)
+{
+    const OwnConfiguration own;
+    const auto             node = own.folder() / "sys/bus/i2c/devices/i2c-7/of_node";
+    host::iic::systemCalls calls(own.folder() / "sys");
+    std::filesystem::create_directories(node);
+    const auto told = [&](const std::string& cell) {
+        std::ofstream(node / "clock-frequency", std::ios::binary) << cell;
+        return calls.adapterClockHz(7);
+    };
+    EXPECT_EQ(0U, calls.adapterClockHz(7));
+    EXPECT_EQ(400'000U, told(std::string("\x00\x06\x1A\x80", 4)));
+    EXPECT_EQ(0xFFFE8480U, told("\xFF\xFE\x84\x80"));
+    EXPECT_EQ(0U, told(std::string("\x00\x06\x1A", 3)));
+    EXPECT_EQ(0U, told(std::string("\x00\x06\x1A\x80\x00", 5)));
+    EXPECT_EQ(0U, calls.adapterClockHz(8));
+}
+
+TEST_F(SmallAdapter, HubThatCannotBeAskedIsGivenItsWholeTime)
+{
+    kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
+    hub(3).writeCycleNs = 20 * nsPerMs;
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x80, .offsetLength = 3, .writeCycleMs = 15, .pageSize = 8});
+    device.seek(0x03A0FC);
+    const std::uint64_t beginning = kernel.clockNs;
+    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_THAT(kernel.log, ElementsAre("40W 03A0FC01020304"));
+    EXPECT_EQ(60'100'000U, kernel.clockNs - beginning); // a message, and four write cycles
+    bytes data(1);
+    device.seek(0x03A0FC);
+    EXPECT_EQ((answer{1, 0}), device.read(data)); // it is there again
+}
+
+TEST_F(SmallAdapter, HubThatCannotBeAskedIsNotCalledDoneBeforeTheTimeOutOfTheTransfer)
+{
+    kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
+    hub(3).writeCycleNs = 20 * nsPerMs;
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x80, .offsetLength = 3, .timeoutMs = 30, .writeCycleMs = 15, .pageSize = 8});
+    device.seek(0x03A0F8);
+    const std::uint64_t beginning = kernel.clockNs;
+    EXPECT_EQ((answer{0, ETIME}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ(30'000'000U, kernel.clockNs - beginning);
+}
+
+TEST_F(SmallAdapter, PlainReadOfABusyChipIsAskedForAgainAndMissesNoByte)
+{
+    OpenDevice device("/dev/i2c-7@A0");
+    chip().busyUntilNs = kernel.clockNs + 3 * nsPerMs;
+    EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
+    EXPECT_THAT(kernel.log, Each("50R 4"));
+}
+
+TEST_F(SmallAdapter, TargetThatAnswersTheLastQuestionIsReadAndWritten)
+{
+    const bytes data{1, 2, 3, 4};
+    OpenDevice  device("/dev/i2c-7");
+    device.set(eeprom());
+    chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000; // the last question begins after 50 ms
+    EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
+    chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000;
+    EXPECT_EQ((answer{4, 0}), device.write(data));
+}
+
+TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
+{
+    std::vector<std::uint64_t> askedAtNs;
+    const std::uint64_t        beginning = kernel.clockNs;
+    kernel.chips.clear();
+    kernel.beforeTransfer = [&] { askedAtNs.push_back(kernel.clockNs - beginning); };
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    bytes data(4);
+    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+    ASSERT_EQ(57U, askedAtNs.size()); // a message takes 0.1 ms
+    EXPECT_EQ(200'000U, askedAtNs[1]);
+    EXPECT_EQ(500'000U, askedAtNs[2]);
+    EXPECT_EQ(10'100'000U, askedAtNs[34]);
+    EXPECT_EQ(11'031'250U, askedAtNs[35]); // a sixteenth of the silence longer
+    EXPECT_EQ(12'020'703U, askedAtNs[36]);
+    EXPECT_EQ(50'100'000U, askedAtNs[56]); // at the window's end
+}
+
+class ShortOfMemory : public SmallAdapter, public testing::WithParamInterface<int>
+{
+};
+TEST_P(ShortOfMemory, OfTheKernelIsToldAsWantOfMemory)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    kernel.lastingFailure = GetParam();
+    bytes data(4);
+    EXPECT_EQ((answer{0, ENOMEM}), device.read(data));
+    EXPECT_EQ((answer{0, ENOMEM}), device.write(data));
+    kernel.lastingFailure = 0;
+    EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
+}
+INSTANTIATE_TEST_SUITE_P(All, ShortOfMemory, testing::Values(ENOMEM, EMFILE, ENFILE));
+
+TEST_F(ShortOfMemory, InTheMiddleOfAWriteTellsWhatWentOutAndIsRecorded)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    kernel.beforeTransfer = [this] {
+        if (kernel.log.size() == 2) {
+            throw std::bad_alloc();
+        }
+    };
+    EXPECT_EQ((answer{128, ENOMEM}), device.write(pattern(300)));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"operation\":\"write\""));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"moved\":128"));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("ENOMEM"));
+}
+
+TEST_F(ShortOfMemory, InTheMiddleOfAReadTellsWhatCameIn)
+{
+    kernel.longestRead = 16;
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    kernel.mostMessages   = 2;
+    kernel.beforeTransfer = [this] {
+        if (kernel.log.size() == 2) {
+            throw std::bad_alloc();
+        }
+    };
+    bytes        data(60);
+    const answer result = device.read(data);
+    EXPECT_EQ((answer{30, ENOMEM}), result);
+    EXPECT_EQ(slice(chip().memory, 0, 30), slice(data, 0, 30));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"moved\":30"));
+}
+
+/// An adapter that makes SMBus calls alone; a device at 0x90 behind it.
+class ForkedSmbus : public LinuxBus
+{
+protected:
+    ForkedSmbus() { kernel.functions = I2C_FUNC_SMBUS_BYTE_DATA; }
+
+    /// @return what a child answers: 0 when `good` holds there
+    static int inChild(const std::function<bool()>& good)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(good() ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return status;
+    }
+};
+
+TEST_F(ForkedSmbus, ChildOpensTheNodeAnewBeforeItsFirstUseOfIt)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x90, .offsetLength = 1});
+    device.readAll(1);
+    kernel.calls.clear();
+    EXPECT_EQ(0, inChild([&] {
+                  bytes      data(1);
+                  const bool read = device.read(data) == answer{1, 0} && device.read(data) == answer{1, 0};
+                  return read && kernel.calls == std::vector<std::string>{"open /dev/i2c-7"} && kernel.openNodes == 1;
+              }));
+    device.readAll(1);
+    EXPECT_THAT(kernel.calls, IsEmpty()); // the parent keeps its own
+}
+
+TEST_F(ForkedSmbus, ChildThatCannotOpenTheNodeSendsNothing)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x90, .offsetLength = 1});
+    EXPECT_EQ(0, inChild([&] {
+                  bytes data(1);
+                  kernel.openError   = EACCES;
+                  const bool refused = device.read(data) == answer{0, EACCES} && kernel.log.empty();
+                  kernel.openError   = 0;
+                  return refused && device.read(data) == answer{1, 0};
+              }));
+}
+
+} // namespace
+} // namespace kest::test
