@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "sim/speed.h"
@@ -19,29 +18,46 @@ namespace kest::sim
 namespace
 {
 
+<<<<<<< HEAD
 constexpr std::uint64_t nsPerSecond    = 1'000'000'000;
+=======
+constexpr std::uint32_t fastestKhz     = 1000;
+>>>>>>> e14589d (sim: check the state at load, and end what faults did with them)
 constexpr unsigned      recoveryClocks = 9;
-
-std::uint64_t monotonicNs()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
-}
-
-void sleepUntil(std::uint64_t monotonic)
-{
-    timespec until{};
-    until.tv_sec  = static_cast<time_t>(monotonic / nsPerSecond);
-    until.tv_nsec = static_cast<long>(monotonic % nsPerSecond);
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
-}
 
 std::string labelOf(const busDescription& bus, const chipDescription& chip)
 {
     const std::string behind =
         chip.behindHub ? addressText(chip.hub) + " port " + std::to_string(chip.port) + " " : std::string{};
     return fullName(bus) + " " + behind + addressText(chip.address) + " " + chip.typeName;
+}
+
+// Whether a file begins as VCD files do: with one of their key words.
+bool beginsAsWaveform(int file)
+{
+    constexpr std::array<std::string_view, 6> keyWords{"$comment", "$date", "$version", "$timescale", "$scope", "$var"};
+    std::array<char, 64>                      begin{};
+    const ssize_t                             got = pread(file, begin.data(), begin.size(), 0);
+    std::string_view text                         = {begin.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+    return std::ranges::any_of(keyWords, [text](std::string_view word) { return text.starts_with(word); });
+}
+
+// Opens or makes the file of a recording, and leaves its content alone. -1 with EEXIST for one that holds something else.
+int openWaveFile(const std::string& path)
+{
+    struct stat found {
+    };
+    int file = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
+    if (file < 0 && (errno == EISDIR || errno == ELOOP || errno == ENXIO))
+        errno = EEXIST;
+    if (file >= 0 &&
+        (fstat(file, &found) != 0 || !S_ISREG(found.st_mode) || (found.st_size != 0 && !beginsAsWaveform(file)))) {
+        close(file);
+        file  = -1;
+        errno = EEXIST;
+    }
+    return file;
 }
 
 } // namespace
@@ -70,8 +86,8 @@ private:
     // In real time the bus's clock goes on between transactions, too.
     void catchUp()
     {
-        if (loaded && owner.realTime) {
-            startedAt = monotonicNs();
+        if (loaded && owner.clock != nullptr) {
+            startedAt = owner.clock->nowNs();
             if (owner.state.clockStamp != 0 && startedAt > owner.state.clockStamp)
                 owner.state.now =
                     std::min(owner.state.now + std::min(startedAt - owner.state.clockStamp, latestTime), latestTime);
@@ -80,9 +96,9 @@ private:
     }
     void waitForBusTime()
     {
-        if (owner.realTime) {
+        if (owner.clock != nullptr) {
             const std::uint64_t end = startedAt + (owner.state.now - std::min(timeAtStart, owner.state.now));
-            sleepUntil(end);
+            owner.clock->sleepUntil(end);
             owner.state.clockStamp = std::max(end, startedAt);
         }
     }
@@ -93,8 +109,9 @@ private:
     std::uint64_t   startedAt = 0, timeAtStart = 0;
 };
 
-busModel::busModel(const machineDescription& all, std::size_t number, const std::filesystem::path& folder, bool waits)
-    : about{all.buses[number]}, index{number}, realTime{waits}
+busModel::busModel(const machineDescription& all, std::size_t number, const std::filesystem::path& folder,
+                   realClock* waitsBy)
+    : about{all.buses[number]}, index{number}, clock{waitsBy}
 {
     for (const auto& chip : all.chips)
         if (chip.bus == number)
@@ -162,25 +179,47 @@ void busModel::prepareImages(const std::string& machineFile)
     }
 }
 
+// A page is written that a killed process did not get to.
 bool busModel::load()
 {
-    bool good = file->usable(mark);
-    if (good) {
-        const auto  record = file->current(index);
-        stateFields fields{record.first(busStateBytes), stateFields::way::load};
-        state = busState{};
-        state.state(fields);
-        for (std::size_t i = 0; i < members.size(); ++i) {
-            stateFields chipFields{record.subspan(busStateBytes + i * chipStateBytes, chipStateBytes),
-                                   stateFields::way::load};
-            if (members[i].cells)
-                members[i].cells->begin(static_cast<std::uint32_t>(i), state.page);
-            members[i].model->deselect();
-            members[i].model->state(chipFields);
-        }
-        good = writePage(); // of a process that was killed ahead of it
+    if (!file->usable(mark))
+        return false;
+    if (readRecord() != nullptr) {
+        damaged = true;
+        return false;
     }
-    return good;
+    chips.driveResetLines(state.faults); // the machine file may pull them otherwise by now
+    return writePage();
+}
+
+/// @return what is damaged; null: nothing
+const char* busModel::readRecord()
+{
+    const auto  record = file->current(index);
+    stateFields fields{record.first(busStateBytes), stateFields::way::load};
+    state = busState{};
+    state.state(fields);
+    const char* damage = fields.damaged();
+    for (std::size_t i = 0; damage == nullptr && i < members.size(); ++i) {
+        stateFields chipFields{record.subspan(busStateBytes + i * chipStateBytes, chipStateBytes),
+                               stateFields::way::load, state.now};
+        if (members[i].cells)
+            members[i].cells->begin(static_cast<std::uint32_t>(i), state.page);
+        members[i].model->deselect();
+        members[i].model->state(chipFields);
+        damage = chipFields.damaged();
+    }
+    const bool known = state.page.chip < members.size() && members[state.page.chip].cells &&
+                       members[state.page.chip].cells->holds(state.page);
+    if (damage == nullptr && state.page.pending && !known)
+        damage = "the page on its way into an image";
+    return damage;
+}
+
+std::string busModel::damage()
+{
+    const char* const what = readRecord();
+    return what == nullptr ? std::string{} : "bus '" + fullName(about) + "': " + what + " cannot be";
 }
 
 void busModel::store()
@@ -199,8 +238,10 @@ void busModel::store()
 // Waveform, state, image: what comes after the state can be done again from it, what comes before is lost without it.
 bool busModel::commit(waveText* wave)
 {
-    if (wave != nullptr)
+    if (wave != nullptr) {
         appendWave(wave->take(state.now));
+        state.waveAt = wave->end();
+    }
     store();
     return writePage();
 }
@@ -209,8 +250,7 @@ bool busModel::writePage()
 {
     bool good = true;
     if (state.page.pending) {
-        const bool known = state.page.chip < members.size() && members[state.page.chip].cells;
-        good             = !known || members[state.page.chip].cells->store(state.page);
+        good = members[state.page.chip].cells->store(state.page);
         if (good) {
             state.page.pending      = false;
             file->current(index)[0] = 0;
@@ -240,6 +280,13 @@ outcome busModel::heldLine() const
     return held;
 }
 
+bool busModel::imageLost() const
+{
+    return std::ranges::any_of(members, [](const member& one) { return one.cells && one.cells->isLost(); });
+}
+
+// What came from a lost image is nothing, and a page made with it would destroy what it holds when it is back: the
+// transaction has not been.
 transferResult busModel::transfer(std::span<segment> segments, std::uint32_t speedKhz)
 {
     session        use{*this};
@@ -251,12 +298,12 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
         result.end     = outcome::addressNotAcknowledged;
         result.segment = static_cast<std::size_t>(odd - segments.begin());
     } else if (result.end = heldLine(); result.end == outcome::done && !segments.empty()) {
-        waveText   wave{state.waveOrigin, true, true};
+        waveText   wave{state.waveOrigin, state.waveAt};
         const bool recorded = state.recording;
         wire       lines{state.now, bitNs(speedKhz), recorded ? &wave : nullptr};
         result    = transaction{chips, state, lines, segments}.run();
         state.now = std::min(lines.clock.now, latestTime);
-        if (!use.commit(recorded ? &wave : nullptr))
+        if (imageLost() || !use.commit(recorded ? &wave : nullptr))
             result.end = outcome::gone;
     }
     result.busTimeNs = use.usable() ? state.now : 0;
@@ -280,7 +327,7 @@ outcome busModel::pulses(unsigned count, bool stop)
     session use{*this};
     outcome after = outcome::gone;
     if (use.usable() && !adapterGone()) {
-        waveText   wave{state.waveOrigin, !state.sclHeld, heldLine() != outcome::sdaHeld};
+        waveText   wave{state.waveOrigin, state.waveAt};
         const bool recorded = state.recording;
         wire       lines{state.now, bitNs(0), recorded ? &wave : nullptr};
         if (stop && state.resetsToGo == 0)
@@ -334,11 +381,11 @@ void busModel::idle(std::uint64_t nanoseconds)
         state.now = std::min(state.now + std::min(passes, latestTime), latestTime);
         now.commit();
     };
-    if (realTime) {
+    if (clock != nullptr) {
         use(0);
-        sleepUntil(monotonicNs() + std::min(nanoseconds, latestTime)); // others may use the bus meanwhile
+        clock->sleepUntil(clock->nowNs() + std::min(nanoseconds, latestTime)); // others may use the bus meanwhile
     }
-    use(realTime ? 0 : nanoseconds); // in real time the clock has done it
+    use(clock != nullptr ? 0 : nanoseconds); // in real time the clock has done it
 }
 
 void busModel::registers(std::vector<machine::registerValue>& into)
@@ -358,8 +405,10 @@ void busModel::powerCycle()
             member.model->powerUp();
         for (auto& record : state.faults)
             record.ended = record.ended || record.untilReset;
+        chips.driveResetLines(state.faults);
         free();
-        use.commit();
+        waveText freed = freedLines();
+        use.commit(state.recording ? &freed : nullptr);
     }
 }
 
@@ -368,6 +417,7 @@ void busModel::makeNew()
     state = busState{};
     for (auto& member : members)
         member.model->asNew();
+    chips.driveResetLines(state.faults);
     store();
 }
 
@@ -377,16 +427,18 @@ void busModel::replaceFileFaults(std::vector<faultRecord> fromFile)
         for (auto& record : state.faults)
             if (!record.fromFile)
                 fromFile.push_back(record);
-        fromFile.resize(std::min(fromFile.size(), mostFaults));
         state.faults = std::move(fromFile);
-        commit(nullptr);
+        endEffects();
+        waveText freed = freedLines();
+        commit(state.recording ? &freed : nullptr);
     }
 }
 
 bool busModel::addFault(const faultRecord& record)
 {
     session    use{*this};
-    const bool fits = use.usable() && state.faults.size() < mostFaults;
+    const bool fits =
+        use.usable() && std::cmp_less(std::ranges::count(state.faults, false, &faultRecord::fromFile), mostFaults);
     if (fits) {
         state.faults.push_back(record);
         use.commit();
@@ -394,25 +446,40 @@ bool busModel::addFault(const faultRecord& record)
     return fits;
 }
 
-// What the fault did and still lasts ends with it.
+// What a fault did and still lasts ends with it.
+void busModel::endEffects()
+{
+    const faultEnded ended = [this](std::uint32_t number) {
+        return std::ranges::find(state.faults, number, &faultRecord::number) == state.faults.end();
+    };
+    if (ended(state.heldBy))
+        free();
+    for (auto& member : members)
+        member.model->endEffects(ended);
+}
+
+// A line that was let go between transactions. A second one waits for the next START: two never change in one tick.
+waveText busModel::freedLines() const
+{
+    waveText wave{state.waveOrigin, state.waveAt};
+    if (!state.sclHeld && !state.waveAt.scl)
+        wave.scl(state.now, true);
+    else if (heldLine() != outcome::sdaHeld)
+        wave.sda(state.now, true);
+    return wave;
+}
+
 bool busModel::clearFaults(std::optional<std::uint32_t> number)
 {
-    session           use{*this};
-    const std::size_t before = use.usable() ? state.faults.size() : 0;
-    for (const auto& record : std::exchange(state.faults, {})) {
-        if (number && record.number != *number) {
-            state.faults.push_back(record);
-        } else {
-            if (state.heldBy == record.number)
-                free();
-            for (auto& member : members)
-                member.model->faultCleared(record.number);
-        }
-    }
-    const bool cleared = use.usable() && state.faults.size() != before;
-    if (cleared)
-        use.commit();
-    return cleared;
+    session use{*this};
+    if (!use.usable())
+        return false;
+    const auto cleared =
+        std::erase_if(state.faults, [&](const faultRecord& record) { return !number || record.number == *number; });
+    endEffects();
+    waveText freed = freedLines();
+    use.commit(state.recording ? &freed : nullptr);
+    return cleared != 0;
 }
 
 void busModel::listFaults(std::vector<machine::listedFault>& into)
@@ -424,7 +491,7 @@ void busModel::listFaults(std::vector<machine::listedFault>& into)
             if (known != into.end())
                 known->struck += record.struck;
             else
-                into.push_back({record.number, describeFault(record, fullName(about)), record.struck});
+                into.push_back({record.number, describeFault(record, fullName(about), about.node), record.struck});
         }
 }
 
@@ -433,7 +500,7 @@ void busModel::appendWave(const std::string& text)
 {
     struct stat found {
     };
-    const int wave = ownDescriptor(open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+    const int wave = ownDescriptor(open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     bool      good = wave >= 0 && fstat(wave, &found) == 0 && S_ISREG(found.st_mode) &&
                 std::cmp_greater_equal(found.st_size, state.waveBytes);
     std::size_t moved = 0;
@@ -451,34 +518,40 @@ void busModel::appendWave(const std::string& text)
     state.recording = good;
 }
 
-bool busModel::startWave(const std::filesystem::path& path)
+bool busModel::startWave(const std::string& path)
 {
-    bool good = stopWave() || errno == ENOENT;
-    if (good) {
-        session           use{*this};
-        const std::string absolute = std::filesystem::absolute(path).string();
-        const std::string head     = waveText::header(about.name, !state.sclHeld, heldLine() != outcome::sdaHeld);
-        const int         wave =
-            use.usable()
-                        ? ownDescriptor(open(absolute.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666))
-                        : -1;
-        good = wave >= 0 && pwrite(wave, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size());
-        if (good && !file->setWavePath(index, absolute)) {
-            errno = ENAMETOOLONG;
-            good  = false;
-        }
-        const int error = errno;
-        if (wave >= 0)
-            close(wave);
-        if (good) {
-            state.recording  = true;
-            state.waveOrigin = state.now;
-            state.waveBytes  = head.size();
-            use.commit();
-        }
-        errno = use.usable() ? error : ENODEV;
+    session use{*this};
+    if (!use.usable() || path.size() > stateFile::longestPath) {
+        errno = use.usable() ? ENAMETOOLONG : ENODEV;
+        return false;
     }
+    const int wave = openWaveFile(path);
+    if (wave < 0)
+        return false;
+    const bool good  = beginWave(wave, path);
+    const int  error = errno;
+    close(wave);
+    if (good)
+        use.commit();
+    errno = error;
     return good;
+}
+
+// The recording under way goes on when this one fails: what is done to it here is lost unless committed.
+bool busModel::beginWave(int wave, const std::string& path)
+{
+    if (state.recording)
+        appendWave(waveText{state.waveOrigin, state.waveAt}.take(state.now));
+    const waveEnd     begin{!state.sclHeld, heldLine() != outcome::sdaHeld, 0};
+    const std::string head = waveText::header(about.name, begin.scl, begin.sda);
+    if (ftruncate(wave, 0) != 0 || pwrite(wave, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()))
+        return false;
+    file->setWavePath(index, path);
+    state.recording  = true;
+    state.waveOrigin = state.now;
+    state.waveBytes  = head.size();
+    state.waveAt     = begin;
+    return true;
 }
 
 bool busModel::stopWave()
@@ -486,8 +559,7 @@ bool busModel::stopWave()
     session    use{*this};
     const bool good = use.usable() && state.recording;
     if (good) {
-        waveText last{state.waveOrigin, true, true};
-        appendWave(last.take(state.now));
+        appendWave(waveText{state.waveOrigin, state.waveAt}.take(state.now));
         state.recording = false;
         use.commit();
     } else {

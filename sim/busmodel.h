@@ -6,14 +6,17 @@
 #include "sim/statefile.h"
 #include "sim/transaction.h"
 
+#include <atomic>
+
 namespace kest::sim
 {
 
 class busModel final : public bus
 {
 public:
-    /// @param all  the machine, of which this is bus number `index`
-    busModel(const machineDescription& all, std::size_t index, const std::filesystem::path& folder, bool realTime);
+    /// @param all    the machine, of which this is bus number `index`
+    /// @param clock  whose real time transactions take; null: they only count
+    busModel(const machineDescription& all, std::size_t index, const std::filesystem::path& folder, realClock* clock);
 
     [[nodiscard]] std::size_t recordBytes() const { return busStateBytes + members.size() * chipStateBytes; }
     /// Before any other use. The file outlives the bus.
@@ -35,6 +38,10 @@ public:
     /// Missing images are made. Throws std::runtime_error.
     void prepareImages(const std::string& machineFile);
 
+    /// What is damaged in the bus's state; empty: nothing. Under the lock of all.
+    std::string damage();
+    /// Whether a use met a damaged state. Any thread.
+    [[nodiscard]] bool metDamage() const { return damaged; }
     /// State of a new machine. Under the lock of all.
     void makeNew();
     /// Faults of the machine file instead of those it had before. Under the lock of all.
@@ -45,7 +52,8 @@ public:
     bool clearFaults(std::optional<std::uint32_t> number);
     void listFaults(std::vector<machine::listedFault>& into);
 
-    bool startWave(const std::filesystem::path& path);
+    /// @param path  absolute
+    bool startWave(const std::string& path);
     bool stopWave();
 
 private:
@@ -61,6 +69,11 @@ private:
     void                        addMember(const chipDescription& chip, const std::filesystem::path& folder);
     void                        connect();
     bool                        load();
+    const char*                 readRecord();
+    [[nodiscard]] bool          imageLost() const;
+    void                        endEffects();
+    [[nodiscard]] waveText      freedLines() const;
+    bool                        beginWave(int file, const std::string& path);
     void                        store();
     bool                        commit(waveText* wave);
     bool                        writePage();
@@ -73,12 +86,13 @@ private:
 
     const busDescription about;
     const std::size_t    index;
-    const bool           realTime;
+    realClock* const     clock;
     std::vector<member>  members;
     busChips             chips;
     stateFile*           file = nullptr;
     std::uint64_t        mark = 0;
     busState             state; ///< valid inside a session
+    std::atomic<bool>    damaged = false;
 };
 
 } // namespace kest::sim

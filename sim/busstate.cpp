@@ -14,13 +14,19 @@ void busState::state(stateFields& fields)
     fields.numbers(heldBy, resetsToGo);
     fields.flag(recording);
     fields.numbers(waveOrigin, waveBytes);
+    fields.flag(waveAt.scl);
+    fields.flag(waveAt.sda);
+    fields.number(waveAt.tick);
     auto count = static_cast<std::uint32_t>(faults.size());
     fields.number(count);
-    faults.resize(std::min<std::size_t>(count, mostFaults));
+    fields.check(page.length <= page.bytes.size(), "the page on its way into an image");
+    fields.check(now < latestTime, "bus time");
+    fields.check(waveOrigin <= now && waveAt.tick <= (now - waveOrigin) / waveText::tickNs && waveBytes < latestTime,
+                 "the waveform");
+    fields.check(count <= 2 * mostFaults, "the number of faults");
+    faults.resize(std::min<std::size_t>(count, 2 * mostFaults));
     for (auto& record : faults)
         record.state(fields);
-    now        = std::min(now, latestTime);
-    waveOrigin = std::min(waveOrigin, now);
 }
 
 } // namespace kest::sim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/faults.h"
+#include "sim/wave.h"
 
 namespace kest::sim
 {
@@ -25,12 +26,14 @@ struct busState {
     bool                     recording  = false;
     std::uint64_t            waveOrigin = 0; ///< bus time of the waveform's tick 0
     std::uint64_t            waveBytes  = 0; ///< length of the waveform file
+    waveEnd                  waveAt;         ///< how far the waveform has come
     std::vector<faultRecord> faults;
 
     void state(stateFields& fields);
 };
 
-constexpr std::size_t   busStateBytes = 256 + mostFaults * faultBytes;
-constexpr std::uint64_t latestTime    = std::uint64_t{1} << 62; ///< bus time stops there instead of wrapping
+constexpr std::size_t busStateBytes = 256 + 2 * mostFaults * faultBytes;
+/// Bus time stops there instead of wrapping, and every use of the bus fails.
+constexpr std::uint64_t latestTime = std::uint64_t{1} << 62;
 
 } // namespace kest::sim

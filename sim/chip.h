@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,10 @@ struct busClock {
 
 /// Bits of a START, a STOP, and a byte with its acknowledge.
 constexpr std::uint64_t bitsOfCondition = 1, bitsOfByte = 9;
+
+/// How far ahead of bus time anything is that a chip waits for: an hour of a write cycle that a fault draws out, and
+/// what a hub needs before it begins.
+constexpr std::uint64_t longestWaitNs = 4'000'000'000'000;
 
 /// Longest page of the modelled memories, bytes.
 constexpr std::size_t longestPage = 128;
@@ -45,7 +50,12 @@ struct chipFaults {
     virtual std::optional<strike> hubBadFirstByte() = 0;
     virtual std::optional<strike> writeCycleStuck() = 0;
     virtual void                  subBusWasReset()  = 0; ///< ends the faults that last until then
+    /// The address on a sub-bus of the chip that acts from now on; 0: the hub itself again.
+    virtual void behindHub(std::uint8_t address) = 0;
 };
+
+/// Whether the fault of a number is no more.
+using faultEnded = std::function<bool(std::uint32_t number)>;
 
 /// One line of a register listing.
 struct listedRegister {
@@ -55,7 +65,7 @@ struct listedRegister {
 };
 
 /// Bytes of the state file that each chip has.
-constexpr std::size_t chipStateBytes = 64;
+constexpr std::size_t chipStateBytes = 128;
 
 class chip
 {
@@ -85,8 +95,8 @@ public:
     virtual void powerUp()                  = 0;
     /// As it stands in a machine that has just been made.
     virtual void asNew() { powerUp(); }
-    /// The fault of that number is no more.
-    virtual void                        faultCleared(std::uint32_t) {}
+    /// Ends what faults did that are no more.
+    virtual void                        endEffects(const faultEnded&) {}
     virtual std::vector<listedRegister> list(std::uint64_t now) = 0;
 };
 

@@ -113,9 +113,10 @@ std::uint8_t eeprom::cell(std::uint32_t offset) const
 void eeprom::state(stateFields& fields)
 {
     fields.numbers(counter, writeDoneAt, stuckBy, cutBit);
-    counter = wrap(counter);
-    if (cutBit > acknowledgeSlot)
-        cutBit = notCut;
+    fields.check(counter < type.sizeBytes, "an EEPROM's address counter");
+    fields.check(stuckBy != 0 ? writeDoneAt == never : writeDoneAt <= fields.busTime() + longestWaitNs,
+                 "the end of a write cycle");
+    fields.check(cutBit <= acknowledgeSlot || cutBit == notCut, "an EEPROM's bit");
 }
 
 void eeprom::powerUp()
@@ -126,9 +127,9 @@ void eeprom::powerUp()
     stuckBy     = 0;
 }
 
-void eeprom::faultCleared(std::uint32_t number)
+void eeprom::endEffects(const faultEnded& ended)
 {
-    if (stuckBy == number) {
+    if (stuckBy != 0 && ended(stuckBy)) {
         stuckBy     = 0;
         writeDoneAt = 0;
     }

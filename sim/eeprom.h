@@ -61,7 +61,7 @@ public:
     [[nodiscard]] bool          holdsSda() const override;
     void                        state(stateFields& fields) override;
     void                        powerUp() override;
-    void                        faultCleared(std::uint32_t number) override;
+    void                        endEffects(const faultEnded& ended) override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:

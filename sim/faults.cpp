@@ -50,6 +50,8 @@ std::string faultTrouble(const machine::fault& what)
         trouble = "direction of a fault is 'read', 'write' or left out";
     else if (!(what.probability >= 0.0 && what.probability <= 1.0))
         trouble = "probability of a fault must be from 0 to 1";
+    else if (!what.bus.empty() && !what.node.empty())
+        trouble = "a fault is of one bus, or of all buses of a node";
     return trouble;
 }
 
@@ -61,7 +63,8 @@ faultRecord makeFaultRecord(const machine::fault& what, std::uint32_t number)
     record.kind        = row.kind;
     record.way         = static_cast<faultWay>(std::ranges::find(ways, what.way) - ways.begin());
     record.address     = what.address;
-    record.ofEveryBus  = what.bus.empty();
+    record.ofEveryBus  = what.bus.empty() && what.node.empty();
+    record.ofNode      = !what.node.empty();
     record.untilReset  = what.untilReset;
     record.nth         = std::max<std::uint64_t>(what.nth, 1);
     record.probability = what.probability;
@@ -72,11 +75,12 @@ faultRecord makeFaultRecord(const machine::fault& what, std::uint32_t number)
     return record;
 }
 
-machine::fault describeFault(const faultRecord& record, const std::string& bus)
+machine::fault describeFault(const faultRecord& record, const std::string& bus, const std::string& node)
 {
     machine::fault what;
     what.kind        = rowOf(record.kind).name;
-    what.bus         = record.ofEveryBus ? std::string{} : bus;
+    what.bus         = record.ofEveryBus || record.ofNode ? std::string{} : bus;
+    what.node        = record.ofNode ? node : std::string{};
     what.address     = record.address;
     what.way         = ways.at(static_cast<std::size_t>(record.way));
     what.nth         = record.nth;
@@ -95,14 +99,23 @@ void faultRecord::state(stateFields& fields)
     auto wayNumber  = static_cast<std::uint8_t>(way);
     auto odds       = std::bit_cast<std::uint64_t>(probability);
     fields.numbers(number, kindNumber, wayNumber, address);
-    for (bool* flag : {&fromFile, &ofEveryBus, &untilReset, &ended})
+    for (bool* flag : {&fromFile, &ofEveryBus, &ofNode, &untilReset, &ended})
         fields.flag(*flag);
     fields.numbers(nth, odds, seed, count, byte, value, matched, struck);
-    if (kindNumber >= faultKinds.size() || wayNumber >= ways.size()) // a damaged file: no fault
-        ended = true, kindNumber = wayNumber = 0;
+    if (kindNumber >= faultKinds.size() || wayNumber >= ways.size()) {
+        fields.check(false, "the kind of a fault");
+        kindNumber = wayNumber = 0;
+    }
     kind        = static_cast<faultKind>(kindNumber);
     way         = static_cast<faultWay>(wayNumber);
     probability = std::bit_cast<double>(odds);
+
+    const faultKindRow& row = rowOf(kind);
+    fields.check(number != 0 && nth != 0 && (address & 1) == 0, "a fault's number, address or first time");
+    fields.check(probability >= 0.0 && probability <= 1.0, "the probability of a fault");
+    fields.check(value <= row.highestValue && (value >= row.lowestValue || value == row.valueFor0),
+                 "the value of a fault");
+    fields.check(struck <= matched && (count == 0 || struck <= count), "how often a fault struck");
 }
 
 bool faultRecord::matches(std::uint8_t segmentAddress, direction segmentWay) const
@@ -164,7 +177,8 @@ std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
 {
     std::optional<chipFaults::strike> met;
     for (auto& record : faults)
-        if (record.kind == kind && record.matches(askedBy, askedWay)) {
+        if (record.kind == kind &&
+            (record.matches(askedBy, askedWay) || (askedBehind != 0 && record.matches(askedBehind, askedWay)))) {
             count(record);
             if (record.planned && !met) {
                 ++record.struck;
@@ -175,7 +189,7 @@ std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
     return met;
 }
 
-void faultPlan::endHubFaults(std::uint8_t hub, bool ownLine)
+void endHubFaults(std::vector<faultRecord>& faults, std::uint8_t hub, bool ownLine)
 {
     for (auto& record : faults)
         if (record.untilReset && rowOf(record.kind).ofHub && (record.address == 0 || record.address == hub) &&

@@ -74,6 +74,7 @@ struct faultRecord {
     std::uint8_t  address     = 0;
     bool          fromFile    = false; ///< of machine.toml
     bool          ofEveryBus  = false; ///< was asked for without a bus
+    bool          ofNode      = false; ///< was asked for with a node alone
     bool          untilReset  = false;
     bool          ended       = false; ///< by a reset
     std::uint64_t nth         = 0;
@@ -92,10 +93,16 @@ struct faultRecord {
     [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
 };
 
+/// Faults of a bus: so many from the machine file and so many by program, so that neither push the others out.
 constexpr std::size_t faultBytes = 80, mostFaults = 64;
 
-faultRecord    makeFaultRecord(const machine::fault& what, std::uint32_t number);
-machine::fault describeFault(const faultRecord& record, const std::string& bus);
+faultRecord makeFaultRecord(const machine::fault& what, std::uint32_t number);
+/// @param bus   the full name of a bus that has it
+/// @param node  that bus's node
+machine::fault describeFault(const faultRecord& record, const std::string& bus, const std::string& node);
+
+/// Ends those hub faults that last until a reset. @param ownLine  the hub itself was reset
+void endHubFaults(std::vector<faultRecord>& faults, std::uint8_t hub, bool ownLine);
 
 /// The faults of one transaction.
 class faultPlan final : public chipFaults
@@ -114,16 +121,15 @@ public:
     const faultRecord* strikesHub(faultKind kind, std::uint8_t address);
 
     /// The chip that asks from now on.
-    void ask(std::uint8_t address, direction way) { askedBy = address, askedWay = way; }
+    void ask(std::uint8_t address, direction way) { askedBy = address, askedBehind = 0, askedWay = way; }
 
     std::optional<chipFaults::strike> hubStatus() override { return meets(faultKind::hubStatus); }
     std::optional<chipFaults::strike> hubHoldsSda() override { return meets(faultKind::hubHoldSda); }
     std::optional<chipFaults::strike> hubHoldsScl() override { return meets(faultKind::hubHoldScl); }
     std::optional<chipFaults::strike> hubBadFirstByte() override { return meets(faultKind::hubBadFirstByte); }
     std::optional<chipFaults::strike> writeCycleStuck() override { return meets(faultKind::stuckWriteCycle); }
-    void                              subBusWasReset() override { endHubFaults(askedBy, false); }
-    /// Ends those hub faults that last until a reset. @param ownLine  the hub itself was reset
-    void endHubFaults(std::uint8_t hub, bool ownLine);
+    void                              subBusWasReset() override { endHubFaults(faults, askedBy, false); }
+    void                              behindHub(std::uint8_t address) override { askedBehind = address; }
 
 private:
     template <typename Matches>
@@ -132,8 +138,9 @@ private:
     void                              count(faultRecord& record);
 
     std::vector<faultRecord>& faults;
-    std::uint8_t              askedBy  = 0;
-    direction                 askedWay = direction::write;
+    std::uint8_t              askedBy     = 0;
+    std::uint8_t              askedBehind = 0; ///< address on a sub-bus; 0: not behind a hub
+    direction                 askedWay    = direction::write;
 };
 
 } // namespace kest::sim

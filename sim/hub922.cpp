@@ -7,9 +7,9 @@ namespace kest::sim
 
 namespace
 {
-constexpr std::uint64_t subBusBitNs   = 2500; // 400 kHz whatever the main bus's clock
-constexpr std::uint64_t longestWaitNs = 30'000'000;
-constexpr std::uint8_t  nothingDriven = 0xFF;
+constexpr std::uint64_t subBusBitNs     = 2500; // 400 kHz whatever the main bus's clock
+constexpr std::uint64_t longestAskingNs = 30'000'000;
+constexpr std::uint8_t  nothingDriven   = 0xFF;
 
 void spend(busClock& clock, std::uint64_t bits) { clock.now += bits * clock.bitLasting; }
 } // namespace
@@ -103,7 +103,7 @@ void hub922::runCommand(chipFaults& faults)
         for (auto& [place, attached] : devices)
             attached.model->deselect();
         faults.subBusWasReset();
-        clearHolds();
+        resetHolds();
     } else if (!known || received[1] !=
                              tellErrorStatus) { // that one changes nothing: the next plain read tells the status anyway
         note(hubStatus::malformedCommand);
@@ -112,18 +112,21 @@ void hub922::runCommand(chipFaults& faults)
 }
 
 // A hold that outlasts this reset shows as the status after it.
-void hub922::clearHolds()
+void hub922::resetHolds()
 {
-    status = hubStatus::done;
-    if (resetsToGo == 0)
-        sdaHeld = sclHeld = 0;
+    for (auto& hold : holds) {
+        if (hold.resetsToGo == 0)
+            hold = {};
+        else
+            --hold.resetsToGo;
+    }
+    if (anyHeld(heldLine::sda))
+        status = hubStatus::subBusSdaHeld;
     else
-        --resetsToGo;
-    if (sdaHeld != 0 || sclHeld != 0)
-        status = sdaHeld != 0 ? hubStatus::subBusSdaHeld : hubStatus::subBusSclHeld;
-    else
-        heldBy = 0;
+        status = anyHeld(heldLine::scl) ? hubStatus::subBusSclHeld : hubStatus::done;
 }
+
+bool hub922::anyHeld(heldLine line) const { return std::ranges::find(holds, line, &portHold::line) != holds.end(); }
 
 hub922::device hub922::target() const
 {
@@ -150,24 +153,19 @@ hubStatus hub922::check(chipFaults& faults)
 
 hubStatus hub922::checkSubBus(std::uint8_t port, chipFaults& faults)
 {
-    const auto bit     = static_cast<std::uint8_t>(1U << port);
-    hubStatus  outcome = hubStatus::done;
-    const auto hold    = [&](const chipFaults::strike& strike, std::uint8_t& held) {
-        held |= bit;
-        heldBy     = strike.number;
-        resetsToGo = strike.value;
-    };
-    if (((sdaHeld | sclHeld) & bit) == 0) {
+    portHold& hold    = holds.at(port);
+    hubStatus outcome = hubStatus::done;
+    if (hold.line == heldLine::none) {
         if (const auto told = faults.hubStatus())
             outcome = static_cast<hubStatus>(told->value);
         else if (const auto sda = faults.hubHoldsSda())
-            hold(*sda, sdaHeld);
+            hold = {heldLine::sda, sda->number, sda->value};
         else if (const auto scl = faults.hubHoldsScl())
-            hold(*scl, sclHeld);
+            hold = {heldLine::scl, scl->number, scl->value};
     }
-    if ((sdaHeld & bit) != 0)
+    if (hold.line == heldLine::sda)
         outcome = hubStatus::subBusSdaHeld;
-    else if ((sclHeld & bit) != 0)
+    else if (hold.line == heldLine::scl)
         outcome = hubStatus::subBusSclHeld;
     return outcome;
 }
@@ -198,10 +196,12 @@ hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
     } else if (outcome == hubStatus::done) {
         const bool acknowledged = sendTo(*to.model, receivedBytes - headerBytes, subBus, faults);
         spend(subBus, bitsOfCondition);
+        faults.behindHub(received[1]);
         if (acknowledged)
             to.model->stop(subBus, faults);
         else
             to.model->deselect();
+        faults.behindHub(0);
         outcome = acknowledged ? waitForDevice(*to.model, subBus, faults) : hubStatus::noAnswer;
     }
     busyUntil = subBus.now;
@@ -211,7 +211,7 @@ hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
 // Asks until the device acknowledges again.
 hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faults)
 {
-    const std::uint64_t latest = subBus.now + longestWaitNs;
+    const std::uint64_t latest = subBus.now + longestAskingNs;
     bool                ready  = false;
     do {
         spend(subBus, bitsOfCondition + bitsOfByte);
@@ -266,10 +266,9 @@ void hub922::resetLine(bool low)
         status = hubStatus::outOfReset;
     if (low) {
         deselect();
-        status     = hubStatus::done;
-        busyUntil  = 0;
-        resetsToGo = heldBy = 0;
-        sdaHeld = sclHeld = 0;
+        status    = hubStatus::done;
+        busyUntil = 0;
+        holds.fill({});
     }
     heldInReset = low;
 }
@@ -277,8 +276,16 @@ void hub922::resetLine(bool low)
 void hub922::state(stateFields& fields)
 {
     auto number = static_cast<std::uint8_t>(status);
-    fields.numbers(number, busyUntil, sdaHeld, sclHeld, heldBy, resetsToGo);
+    fields.numbers(number, busyUntil);
     fields.flag(heldInReset);
+    fields.check(busyUntil <= fields.busTime() + longestWaitNs, "the end of a hub's work");
+    for (auto& hold : holds) {
+        auto line = static_cast<std::uint8_t>(hold.line);
+        fields.numbers(line, hold.by, hold.resetsToGo);
+        fields.check(line <= static_cast<std::uint8_t>(heldLine::scl) && (line == 0) == (hold.by == 0),
+                     "a held sub-bus");
+        hold.line = static_cast<heldLine>(line);
+    }
     status = static_cast<hubStatus>(number);
 }
 
@@ -295,23 +302,28 @@ void hub922::asNew()
     status = hubStatus::done;
 }
 
-void hub922::faultCleared(std::uint32_t number)
+void hub922::endEffects(const faultEnded& ended)
 {
-    if (heldBy == number) {
-        sdaHeld = sclHeld = 0;
-        resetsToGo = heldBy = 0;
-    }
+    for (auto& hold : holds)
+        if (hold.by != 0 && ended(hold.by))
+            hold = {};
+}
+
+// A bit for each port.
+listedRegister hub922::listHeld(const char* name, heldLine line) const
+{
+    std::uint32_t bits = 0;
+    std::string   text;
+    for (unsigned port = 0; port < ports; ++port)
+        if (holds[port].line == line) {
+            bits |= 1U << port;
+            text += (text.empty() ? "ports " : ", ") + std::to_string(port);
+        }
+    return {name, bits, text.empty() ? "free" : text};
 }
 
 std::vector<listedRegister> hub922::list(std::uint64_t now)
 {
-    const auto ports = [](std::uint8_t held) {
-        std::string text;
-        for (unsigned port = 0; port < hub922::ports; ++port)
-            if ((held >> port & 1) != 0)
-                text += (text.empty() ? "ports " : ", ") + std::to_string(port);
-        return text.empty() ? std::string{"free"} : text;
-    };
     const auto meaning = [this] {
         static constexpr std::pair<hubStatus, const char*> texts[]{{hubStatus::done, "done"},
                                                                    {hubStatus::malformedCommand, "malformed command"},
@@ -331,8 +343,8 @@ std::vector<listedRegister> hub922::list(std::uint64_t now)
     return {{"STATUS", static_cast<std::uint32_t>(status), meaning()},
             {"reset", heldInReset ? 1U : 0U, heldInReset ? "held in reset" : "running"},
             {"busy", busy(now) ? 1U : 0U, busy(now) ? "passing a write on" : "ready"},
-            {"SDA held", sdaHeld, ports(sdaHeld)},
-            {"SCL held", sclHeld, ports(sclHeld)}};
+            listHeld("SDA held", heldLine::sda),
+            listHeld("SCL held", heldLine::scl)};
 }
 
 } // namespace kest::sim

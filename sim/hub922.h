@@ -47,7 +47,7 @@ public:
     void                        state(stateFields& fields) override;
     void                        powerUp() override;
     void                        asNew() override;
-    void                        faultCleared(std::uint32_t number) override;
+    void                        endEffects(const faultEnded& ended) override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
@@ -61,6 +61,17 @@ private:
         data,        ///< status 0, then the device's bytes
         failure,     ///< a status byte, then 0xFF
     };
+    enum class heldLine : std::uint8_t {
+        none,
+        sda,
+        scl
+    };
+    /// What a fault does to the sub-bus of a port.
+    struct portHold {
+        heldLine      line       = heldLine::none;
+        std::uint32_t by         = 0; ///< number of the fault
+        std::uint32_t resetsToGo = 0; ///< sub-bus resets that the hold outlasts
+    };
     enum commandByte : std::uint8_t {
         command         = 0x20,
         resetSubBuses   = 0x06,
@@ -70,29 +81,29 @@ private:
     };
     static constexpr std::size_t longestWrite = 256; // bytes after the hub's address
 
-    [[nodiscard]] bool      busy(std::uint64_t now) const { return now < busyUntil; }
-    [[nodiscard]] bool      isCommand() const { return received[0] == command; }
-    void                    note(hubStatus outcome);
-    void                    runCommand(chipFaults& faults);
-    void                    clearHolds();
-    [[nodiscard]] hubStatus check(chipFaults& faults);
-    [[nodiscard]] hubStatus checkSubBus(std::uint8_t port, chipFaults& faults);
-    [[nodiscard]] device    target() const;
-    [[nodiscard]] hubStatus passOn(busClock& clock, chipFaults& faults);
-    [[nodiscard]] hubStatus waitForDevice(chip& device, busClock& subBus, chipFaults& faults);
-    [[nodiscard]] hubStatus refuseRead() const;
-    [[nodiscard]] hubStatus fetch(busClock& clock, chipFaults& faults);
-    [[nodiscard]] bool      sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults);
-    void                    endFetch(busClock& clock, chipFaults& faults);
+    [[nodiscard]] bool           busy(std::uint64_t now) const { return now < busyUntil; }
+    [[nodiscard]] bool           isCommand() const { return received[0] == command; }
+    void                         note(hubStatus outcome);
+    void                         runCommand(chipFaults& faults);
+    void                         resetHolds();
+    [[nodiscard]] bool           anyHeld(heldLine line) const;
+    [[nodiscard]] listedRegister listHeld(const char* name, heldLine line) const;
+    [[nodiscard]] hubStatus      check(chipFaults& faults);
+    [[nodiscard]] hubStatus      checkSubBus(std::uint8_t port, chipFaults& faults);
+    [[nodiscard]] device         target() const;
+    [[nodiscard]] hubStatus      passOn(busClock& clock, chipFaults& faults);
+    [[nodiscard]] hubStatus      waitForDevice(chip& device, busClock& subBus, chipFaults& faults);
+    [[nodiscard]] hubStatus      refuseRead() const;
+    [[nodiscard]] hubStatus      fetch(busClock& clock, chipFaults& faults);
+    [[nodiscard]] bool           sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults);
+    void                         endFetch(busClock& clock, chipFaults& faults);
 
     std::map<std::pair<std::uint8_t, std::uint8_t>, device> devices;
 
-    hubStatus     status      = hubStatus::done;
-    bool          heldInReset = false;
-    std::uint64_t busyUntil   = 0;
-    std::uint8_t  sdaHeld = 0, sclHeld = 0; ///< a bit for each port
-    std::uint32_t heldBy     = 0;           ///< number of the fault that holds them
-    std::uint32_t resetsToGo = 0;           ///< sub-bus resets that the hold outlasts
+    hubStatus                   status      = hubStatus::done;
+    bool                        heldInReset = false;
+    std::uint64_t               busyUntil   = 0;
+    std::array<portHold, ports> holds{};
 
     // Of the transaction under way: nothing of it outlives a STOP.
     std::array<std::uint8_t, longestWrite> received{};

@@ -2,6 +2,7 @@
 
 #include "sim/descriptors.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -15,12 +16,13 @@ namespace kest::sim
 namespace
 {
 
-// Under another name first: a killed process leaves no short image.
+// Under a name first that no image can have: a killed process leaves no short image.
 bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
 {
     const std::vector<std::uint8_t> erased(sizeBytes, 0xFF);
-    const std::string               early = path.string() + ".new";
-    const int made = ownDescriptor(open(early.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    const std::string               early = (path.parent_path() / "machine.image.new").string();
+    unlink(early.c_str());
+    const int made = ownDescriptor(open(early.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     bool      good = made >= 0 && writeAll(made, erased, 0);
     if (made >= 0)
         good = ::close(made) == 0 && good;
@@ -52,12 +54,19 @@ void image::begin(std::uint32_t chipIndex, pageWrite& pending)
     chip        = chipIndex;
     page        = &pending;
     windowStart = noWindow;
+    lost        = false;
 }
 
 bool image::open()
 {
-    if (descriptor < 0)
+    struct stat found {
+    };
+    if (descriptor < 0) {
         descriptor = ownDescriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+        if (descriptor >= 0 && (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) ||
+                                found.st_size != static_cast<off_t>(sizeBytes)))
+            close();
+    }
     return descriptor >= 0;
 }
 
@@ -70,16 +79,18 @@ void image::close()
 
 void image::fill(std::uint32_t start)
 {
+    const std::size_t wanted = std::min<std::size_t>(window.size(), sizeBytes - start);
     window.fill(0xFF);
     std::size_t have = 0;
     ssize_t     got  = open() ? 1 : 0;
-    while (got != 0 && have < window.size()) {
-        got = pread(descriptor, window.data() + have, window.size() - have, static_cast<off_t>(start + have));
+    while (got != 0 && have < wanted) {
+        got = pread(descriptor, window.data() + have, wanted - have, static_cast<off_t>(start + have));
         if (got > 0)
             have += static_cast<std::size_t>(got);
         else if (got < 0 && errno != EINTR)
             got = 0;
     }
+    lost        = lost || have < wanted;
     windowStart = start;
 }
 
@@ -107,11 +118,14 @@ void image::program(std::uint32_t offset, std::span<const std::uint8_t> bytes)
 
 bool image::store(const pageWrite& written)
 {
-    const bool inside = written.length <= written.bytes.size() && written.offset <= sizeBytes &&
-                        written.length <= sizeBytes - written.offset;
     windowStart = noWindow;
-    return !inside ||
-           (open() && writeAll(descriptor, {written.bytes.data(), written.length}, static_cast<off_t>(written.offset)));
+    return holds(written) && open() &&
+           writeAll(descriptor, {written.bytes.data(), written.length}, static_cast<off_t>(written.offset));
+}
+
+bool image::holds(const pageWrite& some) const
+{
+    return some.length <= some.bytes.size() && some.offset <= sizeBytes && some.length <= sizeBytes - some.offset;
 }
 
 } // namespace kest::sim

@@ -24,12 +24,16 @@ public:
     void begin(std::uint32_t chipIndex, pageWrite& pending);
     void close();
 
-    /// What can't be read is 0xFF.
+    /// What can't be read is 0xFF, and the image is lost.
     void read(std::uint32_t offset, std::span<std::uint8_t> bytes) override;
     /// Only notes the page; store() writes it when the state says so.
     void program(std::uint32_t offset, std::span<const std::uint8_t> bytes) override;
     /// @return false when the file would not take it
     bool store(const pageWrite& page);
+    /// Whether it could not be read, or had another size, since begin().
+    [[nodiscard]] bool isLost() const { return lost; }
+    /// Whether a page is of this image.
+    [[nodiscard]] bool holds(const pageWrite& page) const;
 
     [[nodiscard]] const std::filesystem::path& file() const { return path; }
 
@@ -44,6 +48,7 @@ private:
     int                                   descriptor = -1;
     std::array<std::uint8_t, windowBytes> window{};
     std::uint32_t                         windowStart = noWindow;
+    bool                                  lost        = false;
     std::uint32_t                         chip        = 0;
     pageWrite*                            page        = nullptr;
 

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <map>
 #include <stdexcept>
 #include <system_error>
 
 #include <fcntl.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace kest::sim
@@ -21,6 +23,29 @@ namespace
 
 constexpr auto machineFileName = "machine.toml";
 constexpr auto stateFileName   = "machine.state";
+constexpr auto ownFiles        = "machine."; // what the names of a machine's own files begin with
+
+/// The system's monotonic clock.
+class systemClock final : public realClock
+{
+public:
+    std::uint64_t nowNs() override
+    {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
+    }
+    void sleepUntil(std::uint64_t nanoseconds) override
+    {
+        timespec until{};
+        until.tv_sec  = static_cast<time_t>(nanoseconds / nsPerSecond);
+        until.tv_nsec = static_cast<long>(nanoseconds % nsPerSecond);
+        while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
+    }
+
+private:
+    static constexpr std::uint64_t nsPerSecond = 1'000'000'000;
+};
 
 std::string readText(const std::filesystem::path& file)
 {
@@ -35,14 +60,18 @@ std::string readText(const std::filesystem::path& file)
     if (in >= 0)
         close(in);
     if (got < 0)
+<<<<<<< HEAD
         throw std::system_error{error, std::generic_category(), file.string() + ": cannot be read"};
+=======
+        throw std::system_error{error, std::generic_category(), file.string()};
+>>>>>>> e14589d (sim: check the state at load, and end what faults did with them)
     return text;
 }
 
 class machineModel final : public machine, public std::enable_shared_from_this<machineModel>
 {
 public:
-    machineModel(std::filesystem::path folder, std::string text, bool realTime);
+    machineModel(std::filesystem::path folder, std::string text, realClock* clock);
 
     std::shared_ptr<bus>                       findBus(const std::string& name, const std::string& node) override;
     [[nodiscard]] std::vector<std::string>     busNames(const std::string& node) const override;
@@ -62,6 +91,8 @@ public:
 
 private:
     void      openState(const std::string& machineFile);
+    bool      setDamagedStateAside();
+    bool      isOwnFile(const std::filesystem::path& file) const;
     void      takeFileFaults();
     busModel* find(const std::string& name);
 
@@ -72,13 +103,13 @@ private:
     std::vector<std::unique_ptr<busModel>> buses;
 };
 
-machineModel::machineModel(std::filesystem::path folder, std::string machineText, bool realTime)
+machineModel::machineModel(std::filesystem::path folder, std::string machineText, realClock* clock)
     : place{std::move(folder)}, text{std::move(machineText)}
 {
     const std::string machineFile = (place / machineFileName).string();
     about                         = parseMachine(text, machineFile);
     for (std::size_t i = 0; i < about.buses.size(); ++i)
-        buses.push_back(std::make_unique<busModel>(about, i, place, realTime));
+        buses.push_back(std::make_unique<busModel>(about, i, place, clock));
     openState(machineFile);
 }
 
@@ -96,7 +127,7 @@ void machineModel::openState(const std::string& machineFile)
         throw std::runtime_error{(place / stateFileName).string() + ": cannot be locked"};
     for (auto& bus : buses)
         bus->prepareImages(machineFile);
-    if (!states->usable(about.layoutMark())) {
+    if (setDamagedStateAside() || !states->usable(about.layoutMark())) {
         states->renew(about.layoutMark());
         for (auto& bus : buses)
             bus->makeNew();
@@ -104,6 +135,23 @@ void machineModel::openState(const std::string& machineFile)
     }
     if (states->faultMark() != about.faultMark())
         takeFileFaults();
+}
+
+// A user can have it looked into; nobody waits for what a damaged field promises.
+bool machineModel::setDamagedStateAside()
+{
+    std::string damage;
+    if (!states->usable(about.layoutMark()))
+        damage = states->damage(about.layoutMark());
+    else
+        for (auto bus = buses.begin(); damage.empty() && bus != buses.end(); ++bus)
+            damage = (*bus)->damage();
+    if (damage.empty())
+        return false;
+    const std::string kept = states->setAside().filename().string();
+    std::fprintf(stderr, "kest: %s: damaged: %s; it is kept as %s, and the machine starts anew\n",
+                 (place / stateFileName).c_str(), damage.c_str(), kept.c_str());
+    return true;
 }
 
 void machineModel::takeFileFaults()
@@ -126,7 +174,8 @@ void machineModel::takeFileFaults()
 bool machineModel::stillStandsFor(const std::string& machineText)
 {
     const stateFile::hold one{*states, 0};
-    return one.held() && machineText == text && states->usable(about.layoutMark());
+    return one.held() && machineText == text && states->usable(about.layoutMark()) &&
+           std::ranges::none_of(buses, [](const auto& bus) { return bus->metDamage(); });
 }
 
 // The bus lives as long as its machine, and the other way round.
@@ -184,6 +233,8 @@ std::uint32_t machineModel::addFault(const fault& what)
         throw std::invalid_argument{trouble};
     if (!what.bus.empty() && find(what.bus) == nullptr)
         throw std::invalid_argument{"no bus '" + what.bus + "'"};
+    if (!what.node.empty() && !about.hasNode(what.node))
+        throw std::invalid_argument{"no bus on node '" + what.node + "'"};
     std::uint32_t number = 0;
     {
         const stateFile::hold all{*states};
@@ -224,12 +275,31 @@ std::vector<machine::listedFault> machineModel::faults()
     return list;
 }
 
+// An image may hold anything, also what looks like a waveform.
+bool machineModel::isOwnFile(const std::filesystem::path& file) const
+{
+    std::error_code             error;
+    const std::filesystem::path real = std::filesystem::weakly_canonical(file, error);
+    const std::string           name = real.filename().string();
+    return !error && (real.parent_path() == place &&
+                      (name.starts_with(ownFiles) ||
+                       std::ranges::find(about.chips, name, &chipDescription::image) != about.chips.end()));
+}
+
 bool machineModel::startWave(const std::string& busName, const std::filesystem::path& file)
 {
-    busModel* const bus = find(busName);
-    if (bus == nullptr)
-        errno = ENODEV;
-    return bus != nullptr && bus->startWave(file);
+    busModel* const             bus = find(busName);
+    std::error_code             error;
+    const std::filesystem::path absolute = std::filesystem::absolute(file, error);
+    if (bus == nullptr || file.empty()) {
+        errno = bus == nullptr ? ENODEV : ENOENT;
+        return false;
+    }
+    if (isOwnFile(absolute)) {
+        errno = EEXIST;
+        return false;
+    }
+    return bus->startWave(absolute.string());
 }
 
 bool machineModel::stopWave(const std::string& busName)
@@ -242,23 +312,40 @@ bool machineModel::stopWave(const std::string& busName)
 
 } // namespace
 
-std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime)
+namespace
+{
+
+/// @param clock  null: time is only counted
+std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock* clock)
 {
     std::error_code             error;
     const std::filesystem::path place = std::filesystem::canonical(folder, error);
     if (error)
-        throw std::runtime_error{folder.string() + ": " + error.message()};
+        throw std::system_error{error, folder.string()};
     const std::string      text = readText(place / machineFileName);
     const std::scoped_lock lock{openingMutex()}; // also no fork happens while the map is made
     static auto* const     opened =
-        new std::map<std::pair<std::string, bool>, std::weak_ptr<machineModel>>; // outlives static objects
-    auto& known = (*opened)[{place.string(), realTime}];
+        new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>; // outlives static objects
+    auto& known = (*opened)[{place.string(), clock}];
     auto  model = known.lock();
     if (model == nullptr || !model->stillStandsFor(text)) {
-        model = std::make_shared<machineModel>(place, text, realTime);
+        model = std::make_shared<machineModel>(place, text, clock);
         known = model;
     }
     return model;
+}
+
+} // namespace
+
+std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime)
+{
+    static auto* const system = new systemClock; // outlives static objects
+    return openMachine(folder, realTime ? system : nullptr);
+}
+
+std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock& clock)
+{
+    return openMachine(folder, &clock);
 }
 
 } // namespace kest::sim

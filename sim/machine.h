@@ -122,7 +122,8 @@ public:
         std::string kind{};
         std::string
             bus{}; ///< empty: every bus, each counting for itself. "NODE:BUS" on a node that is not the local one
-        std::uint8_t  address = 0; ///< 0: every address
+        std::string   node{};      ///< without a bus: the buses of this node alone; empty: of every node
+        std::uint8_t  address = 0; ///< 0: every address; that of the chip for stuck-write-cycle, also behind a hub
         std::string   way{};       ///< "", "read" or "write"
         std::uint64_t nth =
             0; ///< strikes first at the n-th matching transaction from now on, counted from 1; 0 at once
@@ -134,7 +135,7 @@ public:
         bool          untilReset =
             false; ///< ends for good with a reset: of the sub-buses or the hub's own line for hub-..., else of the bus
     };
-    /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus or value.
+    /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus, node or value.
     virtual std::uint32_t addFault(const fault& what)      = 0;
     virtual bool          clearFault(std::uint32_t number) = 0;
     virtual void          clearFaults()                    = 0;
@@ -145,14 +146,28 @@ public:
     };
     virtual std::vector<listedFault> faults() = 0;
 
-    /// Records what goes over a bus, by all processes, as a VCD file (SCL, SDA) until stopped. @return false with errno
+    /// Records what goes over a bus, by all processes, as a VCD file (SCL, SDA) until stopped. Ends the recording under
+    /// way when it begins. @return false with errno: EEXIST when the file holds anything but a waveform
     virtual bool startWave(const std::string& busName, const std::filesystem::path& file) = 0;
     /// @return false with errno, ENOENT when nothing is being recorded, also because the file was lost
     virtual bool stopWave(const std::string& busName) = 0;
 };
 
 /// @param realTime  transactions also take their bus time
-/// Throws std::runtime_error with "FILE:LINE: what" for an unusable folder.
+/// A damaged state file is kept as machine.state.damaged, which a line on standard error says, and the machine starts
+/// anew.
+/// Throws std::runtime_error with "FILE:LINE: what" for an unusable folder, among them std::system_error with the code
+/// of what the system refused.
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime);
+
+/// Real time as a machine sees it: nanoseconds from any begin, which never go back.
+struct realClock {
+    virtual ~realClock()          = default;
+    virtual std::uint64_t nowNs() = 0;
+    /// Waits until nowNs() has reached a time.
+    virtual void sleepUntil(std::uint64_t nanoseconds) = 0;
+};
+/// A machine in the real time of a clock. @param clock  outlives the machine and all its buses
+std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock& clock);
 
 } // namespace kest::sim

@@ -3,6 +3,7 @@
 #include "sim/speed.h"
 #include "sim/tomltext.h"
 
+#include <bit>
 #include <initializer_list>
 #include <set>
 #include <sstream>
@@ -310,6 +311,8 @@ void reader::fault(const toml::table& table)
         fail(table.source(), trouble);
     if (table.contains("bus"))
         what.bus = fullName(machine.buses.at(busOf(table)));
+    else if (what.node = word(table, "node", ""); table.contains("node") && !machine.hasNode(what.node))
+        failKey(table, "node", "no bus on node '" + what.node + "'");
     machine.faults.push_back(what);
     if (machine.faults.size() > mostFaults)
         fail(table.source(), "more than " + std::to_string(mostFaults) + " faults");
@@ -377,9 +380,14 @@ std::optional<std::size_t> machineDescription::findBus(std::string_view name) co
     return found == buses.end() ? std::nullopt : std::optional{static_cast<std::size_t>(found - buses.begin())};
 }
 
+bool machineDescription::hasNode(std::string_view node) const
+{
+    return std::ranges::find(buses, node, &busDescription::node) != buses.end();
+}
+
 bool machineDescription::concerns(const machine::fault& what, std::size_t bus) const
 {
-    return what.bus.empty() || what.bus == fullName(buses[bus]);
+    return what.bus.empty() ? what.node.empty() || what.node == buses[bus].node : what.bus == fullName(buses[bus]);
 }
 
 std::uint64_t machineDescription::layoutMark() const
@@ -397,9 +405,9 @@ std::uint64_t machineDescription::faultMark() const
 {
     std::ostringstream text;
     for (const auto& what : faults)
-        text << what.kind << ' ' << what.bus << ' ' << +what.address << ' ' << what.way << ' ' << what.nth << ' '
-             << what.probability << ' ' << what.seed << ' ' << what.count << ' ' << what.value << ' ' << what.byte
-             << ' ' << what.untilReset << '\n';
+        text << what.kind << ' ' << what.bus << ' ' << what.node << ' ' << +what.address << ' ' << what.way << ' '
+             << what.nth << ' ' << std::bit_cast<std::uint64_t>(what.probability) << ' ' << what.seed << ' '
+             << what.count << ' ' << what.value << ' ' << what.byte << ' ' << what.untilReset << '\n';
     return mark(text.str());
 }
 

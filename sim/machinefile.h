@@ -53,6 +53,7 @@ struct machineDescription {
     [[nodiscard]] std::uint64_t faultMark() const;
     /// @param name  "BUS" or "NODE:BUS"
     [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
+    [[nodiscard]] bool                       hasNode(std::string_view node) const;
     /// Whether a fault is one of that bus's.
     [[nodiscard]] bool concerns(const machine::fault& what, std::size_t bus) const;
 };

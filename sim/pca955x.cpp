@@ -92,16 +92,16 @@ bool pca955x::blinkLow(unsigned which, std::uint64_t now) const
     return now % periodNs * 256 / periodNs < duty;
 }
 
-bool pca955x::pullsLow(unsigned pin) const
-{
-    const selector chosen = selectorOf(pin);
-    return chosen == low || (chosen >= blink0 && registers[type.prescaler0 + 2U * (chosen - blink0) + 1] != 0);
-}
+// A blinking output is low for a part of each period, whatever its duty cycle.
+bool pca955x::isPulledLow(unsigned pin) const { return (outside >> pin & 1) == 0 || selectorOf(pin) != released; }
 
 void pca955x::state(stateFields& fields)
 {
     fields.number(pointer);
     fields.bytes(registers);
+    for (unsigned number = 0; number < registers.size(); ++number)
+        fields.check((number >= portCount() && number < type.registers) || registers[number] == 0,
+                     "a register that a PCA955x does not have");
 }
 
 void pca955x::powerUp()

@@ -61,8 +61,8 @@ public:
     void                        powerUp() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
-    /// Whether a LED driver's output pulls its pin low, all the time or blinking.
-    [[nodiscard]] bool pullsLow(unsigned pin) const;
+    /// Whether a LED driver's pin is pulled low, by its output all the time or blinking, or from outside.
+    [[nodiscard]] bool isPulledLow(unsigned pin) const;
 
 private:
     enum selector : std::uint8_t {

@@ -106,6 +106,11 @@ void sensor::state(stateFields& fields)
     fields.numbers(pointer, alarms);
     for (auto& word : registers)
         fields.number(word);
+    fields.check(pointer <= type.pointerMask && alarms <= (critical | aboveHigh | belowLow),
+                 "a sensor's pointer or alarms");
+    for (std::size_t i = 0; i < registers.size(); ++i)
+        fields.check(((registers[i] ^ type.registers[i].atPowerUp) & ~unsigned{type.registers[i].kept}) == 0,
+                     "bits of a sensor's register that never change");
     pointer &= type.pointerMask;
     compare(); // the machine file may give another temperature by now
 }

@@ -9,7 +9,7 @@ namespace kest::sim
 {
 
 /// Takes fields out of a record or puts them in, so that one list of fields serves both ways. Fields beyond the
-/// record's end read as 0.
+/// record's end read as 0. A loaded field that no machine can have written makes the record damaged.
 class stateFields
 {
 public:
@@ -17,7 +17,11 @@ public:
         load,
         store
     };
-    stateFields(std::span<std::uint8_t> bytes, way which) : record{bytes}, loads{which == way::load} {}
+    /// @param busTime  of the record's bus, ns
+    stateFields(std::span<std::uint8_t> bytes, way which, std::uint64_t busTime = 0)
+        : record{bytes}, now{busTime}, loads{which == way::load}
+    {
+    }
 
     template <std::unsigned_integral Number>
     void number(Number& value)
@@ -35,6 +39,7 @@ public:
     {
         std::uint8_t byte = value ? 1 : 0;
         number(byte);
+        check(byte <= 1, "a flag");
         value = byte != 0;
     }
     template <typename... Fields>
@@ -47,11 +52,21 @@ public:
         for (auto& value : values)
             number(value);
     }
-    [[nodiscard]] bool loading() const { return loads; }
+    /// Notes the first field that does not hold. @param what  names the field
+    void check(bool holds, const char* what)
+    {
+        if (loads && !holds && damage == nullptr)
+            damage = what;
+    }
+    /// The first field that is damaged; null: none.
+    [[nodiscard]] const char*   damaged() const { return damage; }
+    [[nodiscard]] std::uint64_t busTime() const { return now; }
 
 private:
     std::span<std::uint8_t> record;
     std::size_t             at = 0;
+    std::uint64_t           now;
+    const char*             damage = nullptr;
     bool                    loads;
 };
 

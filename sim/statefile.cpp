@@ -21,10 +21,9 @@ namespace kest::sim
 namespace
 {
 
-constexpr std::size_t  headerBytes      = 4096;
-constexpr std::size_t  blockHeaderBytes = 2048;
-constexpr std::size_t  longestPath      = 1900;
-constexpr std::uint8_t magic[8]         = {'k', 'e', 's', 't', 's', 'i', 'm', 1};
+constexpr std::size_t                 headerBytes      = 4096;
+constexpr std::size_t                 blockHeaderBytes = 2048;
+constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 2}; // the last is the version
 
 struct header {
     std::array<std::uint8_t, 8> mark{};
@@ -38,10 +37,10 @@ struct header {
     }
 };
 
-header readHeader(std::uint8_t* mapped)
+header readHeader(std::span<std::uint8_t> bytes)
 {
     header      read;
-    stateFields fields{{mapped, headerBytes}, stateFields::way::load};
+    stateFields fields{bytes, stateFields::way::load};
     read.state(fields);
     return read;
 }
@@ -194,10 +193,52 @@ bool stateFile::usable(std::uint64_t layoutMark) const
     bool good = mapped != nullptr && fstat(descriptor, &now) == 0 && now.st_nlink != 0 &&
                 std::cmp_equal(now.st_size, sizeBytes);
     if (good) {
-        const header read = readHeader(mapped);
-        good              = std::ranges::equal(read.mark, magic) && read.layout == layoutMark && read.size == sizeBytes;
+        const header read = readHeader({mapped, headerBytes});
+        good              = read.mark == magic && read.layout == layoutMark && read.size == sizeBytes;
     }
     return good;
+}
+
+std::string stateFile::damage(std::uint64_t layoutMark) const
+{
+    struct stat now {
+    };
+    std::array<std::uint8_t, 64> begin{};
+    if (fstat(descriptor, &now) != 0 || now.st_size == 0)
+        return {};
+    if (pread(descriptor, begin.data(), begin.size(), 0) < 0)
+        return "cannot be read";
+    const header read    = readHeader(begin);
+    const bool   ours    = std::equal(magic.begin(), magic.end() - 1, read.mark.begin());
+    const bool   version = read.mark.back() == magic.back();
+    if (read.mark == decltype(read.mark){} || (ours && !version))
+        return {};
+    if (!ours)
+        return "is no state file";
+    if (std::cmp_not_equal(now.st_size, read.size) || (read.layout == layoutMark && read.size != sizeBytes))
+        return "has another size than it should";
+    return {};
+}
+
+std::filesystem::path stateFile::setAside() const
+{
+    const std::filesystem::path kept = path.string() + ".damaged";
+    unlink(kept.c_str());
+    const int copy = ownDescriptor(open(kept.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    bool      good = copy >= 0;
+    off_t     at   = 0;
+    ssize_t   got  = 1;
+    for (std::array<std::uint8_t, headerBytes> piece{}; good && got > 0; at += got) {
+        got  = pread(descriptor, piece.data(), piece.size(), at);
+        good = got >= 0 && writeAll(copy, std::span{piece}.first(static_cast<std::size_t>(got)), at);
+    }
+    const int error = errno;
+    if (copy >= 0)
+        good = close(copy) == 0 && good;
+    if (!good)
+        throw std::system_error{error, std::generic_category(),
+                                path.string() + ": is damaged and cannot be kept as " + kept.string()};
+    return kept;
 }
 
 void stateFile::renew(std::uint64_t layoutMark)
@@ -233,18 +274,18 @@ void stateFile::turn(std::size_t bus)
     std::atomic_ref{active(bus)}.store(active(bus) ^ 1U, std::memory_order_release);
 }
 
-std::uint64_t stateFile::faultMark() const { return readHeader(mapped).faults; }
+std::uint64_t stateFile::faultMark() const { return readHeader({mapped, headerBytes}).faults; }
 
 void stateFile::setFaultMark(std::uint64_t mark)
 {
-    header changed = readHeader(mapped);
+    header changed = readHeader({mapped, headerBytes});
     changed.faults = mark;
     writeHeader(mapped, changed);
 }
 
 std::uint32_t stateFile::nextFaultNumber()
 {
-    header changed       = readHeader(mapped);
+    header changed       = readHeader({mapped, headerBytes});
     changed.faultNumbers = std::max(changed.faultNumbers + 1, 1U);
     writeHeader(mapped, changed);
     return changed.faultNumbers;
@@ -257,16 +298,13 @@ std::string stateFile::wavePath(std::size_t bus) const
     return {reinterpret_cast<const char*>(at + 2), length};
 }
 
-bool stateFile::setWavePath(std::size_t bus, const std::string& text)
+void stateFile::setWavePath(std::size_t bus, const std::string& text)
 {
     std::uint8_t* const at   = mapped + blocks[bus].at + 1;
-    const bool          fits = text.size() <= longestPath;
-    if (fits) {
-        at[0] = static_cast<std::uint8_t>(text.size());
-        at[1] = static_cast<std::uint8_t>(text.size() >> 8);
-        std::ranges::copy(text, at + 2);
-    }
-    return fits;
+    const std::size_t   size = std::min(text.size(), longestPath);
+    at[0]                    = static_cast<std::uint8_t>(size);
+    at[1]                    = static_cast<std::uint8_t>(size >> 8);
+    std::ranges::copy(text.substr(0, size), at + 2);
 }
 
 } // namespace kest::sim

@@ -47,6 +47,11 @@ public:
 
     /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
     [[nodiscard]] bool usable(std::uint64_t layoutMark) const;
+    /// What is damaged in a file that is not usable; empty when nothing is: it is new, was never finished, or is of
+    /// another machine. Ask under the lock of all.
+    [[nodiscard]] std::string damage(std::uint64_t layoutMark) const;
+    /// Keeps a copy of the file. @return its name. Throws std::runtime_error.
+    [[nodiscard]] std::filesystem::path setAside() const;
     /// Makes the file anew, all zero, for a layout; it is usable when seal() has been called, too. Both under the lock
     /// of all.
     void renew(std::uint64_t layoutMark);
@@ -61,9 +66,10 @@ public:
     /// The next number of a fault, never 0. Under the lock of all.
     std::uint32_t nextFaultNumber();
 
-    [[nodiscard]] std::string wavePath(std::size_t bus) const;
-    /// @return false when it is too long
-    bool setWavePath(std::size_t bus, const std::string& path);
+    static constexpr std::size_t longestPath = 1900;
+    [[nodiscard]] std::string    wavePath(std::size_t bus) const;
+    /// @param path  at most longestPath bytes
+    void setWavePath(std::size_t bus, const std::string& path);
 
 private:
     struct block {

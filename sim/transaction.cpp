@@ -3,6 +3,22 @@
 namespace kest::sim
 {
 
+namespace
+{
+constexpr unsigned resetPin = 15; ///< of the LED driver
+}
+
+void busChips::driveResetLines(std::vector<faultRecord>& faults) const
+{
+    for (const auto& line : resetLines) {
+        const bool low = line.driver->isPulledLow(resetPin);
+        if (low && !line.hub->inReset())
+            endHubFaults(faults, line.hubAddress, true);
+        if (low != line.hub->inReset())
+            line.hub->resetLine(low);
+    }
+}
+
 transaction::transaction(const busChips& on, busState& of, wire& over, std::span<segment> parts)
     : chips{on}, state{of}, lines{over}, segments{parts}, faults{state.faults, parts, [this](std::uint8_t address) {
                                                                      return chips.findHub(address) != nullptr;
@@ -150,7 +166,7 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
         busClock    answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
         const bool  acknowledged = !refused && selected->take(sent, answering);
         lines.byte(sent, acknowledged);
-        driveResetLines();
+        chips.driveResetLines(state.faults);
         good = acknowledged || fail(outcome::dataNotAcknowledged, ending::dropped);
     }
     return good;
@@ -198,18 +214,7 @@ void transaction::finish()
     }
     if (result.end == outcome::done)
         result.segment = result.bytesMoved = 0;
-    driveResetLines();
-}
-
-void transaction::driveResetLines()
-{
-    for (const auto& line : chips.resetLines) {
-        const bool low = line.driver->pullsLow(15);
-        if (low && !line.hub->inReset())
-            faults.endHubFaults(line.hubAddress, true);
-        if (low != line.hub->inReset())
-            line.hub->resetLine(low);
-    }
+    chips.driveResetLines(state.faults);
 }
 
 } // namespace kest::sim

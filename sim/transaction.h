@@ -20,6 +20,9 @@ struct busChips {
     std::array<hub922*, 128> hubAt{};
     std::vector<resetLine>   resetLines;
 
+    /// Brings hubs into reset or out of it, as their lines are. Ends the faults that last until then.
+    void driveResetLines(std::vector<faultRecord>& faults) const;
+
     [[nodiscard]] chip*   find(std::uint8_t address) const { return at[address >> 1]; }
     [[nodiscard]] hub922* findHub(std::uint8_t address) const { return hubAt[address >> 1]; }
 };
@@ -48,7 +51,6 @@ private:
     bool               holdLine(const segment& part, std::uint64_t byte);
     bool               fail(outcome how, ending with);
     void               finish();
-    void               driveResetLines();
     [[nodiscard]] bool hubStays(const segment& part) const;
 
     const busChips&       chips;

@@ -20,7 +20,7 @@ std::string waveText::header(const std::string& bus, bool scl, bool sda)
 void waveText::stamp(std::uint64_t now)
 {
     const std::uint64_t tick = (now - originNs) / tickNs;
-    if (tick != lastTick && tick != 0) {
+    if (tick != lastTick) {
         text += '#' + std::to_string(tick) + '\n';
         lastTick = tick;
     }

@@ -7,6 +7,12 @@
 namespace kest::sim
 {
 
+/// Where the file of a recording ends.
+struct waveEnd {
+    bool          scl = true, sda = true; ///< levels that it shows
+    std::uint64_t tick = 0;
+};
+
 /// The lines of a bus during one transaction, as text to append to the file.
 class waveText
 {
@@ -14,12 +20,17 @@ public:
     static constexpr std::uint64_t tickNs = 100;
 
     /// @param origin  bus time of tick 0, ns
-    waveText(std::uint64_t origin, bool scl, bool sda) : originNs{origin}, levels{scl, sda} {}
+    /// @param before  what the file shows so far: a line that was let go since then rises in this text
+    waveText(std::uint64_t origin, const waveEnd& before)
+        : originNs{origin}, lastTick{before.tick}, levels{before.scl, before.sda}
+    {
+    }
 
     void scl(std::uint64_t now, bool level) { change(now, 0, level); }
     void sda(std::uint64_t now, bool level) { change(now, 1, level); }
     /// Ends the text with the time reached, so that a reader sees the last levels last.
-    std::string take(std::uint64_t now);
+    std::string           take(std::uint64_t now);
+    [[nodiscard]] waveEnd end() const { return {levels[0], levels[1], lastTick}; }
 
     static std::string header(const std::string& bus, bool scl, bool sda);
 
@@ -28,7 +39,7 @@ private:
     void stamp(std::uint64_t now);
 
     std::uint64_t originNs;
-    std::uint64_t lastTick = ~std::uint64_t{0};
+    std::uint64_t lastTick;
     bool          levels[2];
     std::string   text;
 };

@@ -90,7 +90,7 @@ TEST_F(Eeprom, WriteCycleDefaultsTo3500Microseconds)
 {
     power24c("24C02");
     const std::uint64_t written = on->write(0xA0, {0, 1}).busTimeNs;
-    while (on->probe(0xA0) != outcome::done) {}
+    ASSERT_TRUE(on->asksUntilAnswered(0xA0, 200));
     const std::uint64_t ready = on->planar->busTimeNs();
     EXPECT_GE(ready - written, 3'500'000U);
     EXPECT_LE(ready - written, 3'500'000U + 2 * 27'500); // polls of 11 bits
@@ -253,16 +253,34 @@ TEST_F(Eeprom, ImagePutInPlaceIsReadByTheNextTransaction)
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0x33});
 }
 
-// A page that its image does not take is not told as written, and gets there when the image is back.
 TEST_F(Eeprom, LostImageIsAGoneAdapterUntilItIsBack)
 {
     power24c("24C02");
+    on->store(0xA0, {0x10, 0x11, 0x12});
     std::filesystem::rename(home.path / "a.bin", home.path / "kept");
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).end, outcome::gone);
     EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
-    EXPECT_EQ(on->probe(0xA0), outcome::gone);
     std::filesystem::rename(home.path / "kept", home.path / "a.bin");
-    on->idleMs(4);
-    EXPECT_EQ(on->readAt(0xA0, {0x10}, 1).data, bytes{0x42});
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x11, 0x12})); // a failed write changed nothing
+    EXPECT_EQ(on->store(0xA0, {0x10, 0x42}), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x42, 0x12}));
+}
+
+TEST_F(Eeprom, ImageCutShortIsAGoneAdapter)
+{
+    power24c("24C02");
+    std::filesystem::resize_file(home.path / "a.bin", 200);
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 1).end, outcome::gone);
+    EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
+    EXPECT_EQ(home.content("a.bin").size(), 200U);
+}
+
+TEST_F(Eeprom, MakingAnImageLeavesAllOtherImagesAlone)
+{
+    home.put("a.bin.new", std::string(256, '\x33'));
+    power(chip("24C02", "0xA2", "image = \"a.bin.new\"") + chip("24C02", "0xA0", "image = \"a.bin\""));
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin.new"), bytes(256, 0x33));
 }
 
 // Any writes and reads, against an array and a few lines of arithmetic.

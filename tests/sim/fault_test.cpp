@@ -211,6 +211,21 @@ TEST_F(Fault, StuckWriteCycleEndsWithAPowerCycle)
     EXPECT_EQ(on->probe(0xA0), done);
 }
 
+TEST_F(Fault, StuckWriteCycleIsForgottenAfterAPowerCycle)
+{
+    const auto number = fault({.kind = "stuck-write-cycle", .count = 1});
+    on->write(0xA0, {0, 1});
+    EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "write cycle that does not end");
+    machine->powerCycle();
+    EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "ready");
+    on->write(0xA0, {0, 2});
+    EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "write cycle");
+    EXPECT_TRUE(machine->clearFault(number)); // must not end the cycle of another write
+    EXPECT_EQ(on->probe(0xA0), nack);
+    on->idleMs(4);
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{2});
+}
+
 TEST_F(Fault, GoneAdapterIsGoneForEverything)
 {
     const auto number = fault({.kind = "gone", .nth = 2});
@@ -326,6 +341,80 @@ TEST_F(Fault, OfTheMachineFile)
     power(chips + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\n"); // another one in its place; the other stays
     EXPECT_EQ(machine->faults().size(), 2U);
     EXPECT_EQ(on->probe(0xA0), nack);
+}
+
+TEST_F(Fault, WhatItDidEndsWhenItIsTakenOutOfTheMachineFile)
+{
+    const std::string chips = chip("24C02", "0xA0", "image = \"a.bin\"") + chip("PCA9552", "0xC0");
+    power(chips + "[[fault]]\nkind = \"stuck-write-cycle\"\n");
+    on->write(0xA0, {0, 1});
+    on->idleMs(100);
+    EXPECT_EQ(on->probe(0xA0), nack);
+    power(chips);
+    EXPECT_EQ(on->probe(0xA0), done);
+    EXPECT_TRUE(machine->faults().empty());
+
+    power(chips + "[[fault]]\nkind = \"hold-sda\"\naddress = 0xC0\ncount = 1\n");
+    EXPECT_EQ(on->probe(0xC0), outcome::sdaHeld);
+    power(chips);
+    EXPECT_EQ(on->planar->lines(), done);
+    EXPECT_EQ(on->probe(0xC0), done);
+}
+
+TEST_F(Fault, HubsHoldEndsWhenItIsTakenOutOfTheMachineFile)
+{
+    const std::string chips = chip("HUB922", "0x80") + chip("24C02", "0xA4", "hub = 0x80\nport = 1\nimage = \"f\"");
+    power(chips + "[[fault]]\nkind = \"hub-hold-sda\"\ncount = 1\n");
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 1).data, bytes{3});
+    on->read(0x80, 1);
+    power(chips);
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 1).data, bytes{0});
+}
+
+TEST_F(Fault, FileAndProgramHaveRoomForAllTheirFaults)
+{
+    const std::string chips = chip("24C02", "0xA0", "image = \"a.bin\"");
+    power(chips);
+    for (int i = 0; i < 64; ++i)
+        fault({.kind = "nack", .nth = 1'000'000});
+    std::string inFile;
+    for (int i = 0; i < 63; ++i)
+        inFile += "[[fault]]\nkind = \"nack\"\nnth = 1000000\n";
+    power(chips + inFile + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\ncount = 1\n");
+    EXPECT_EQ(machine->faults().size(), 128U);
+    EXPECT_EQ(on->probe(0xA0), nack); // the last of the file
+    EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
+    on.reset();
+    machine.reset();
+    open(); // all are in the state
+    EXPECT_EQ(machine->faults().size(), 128U);
+}
+
+TEST_F(Fault, ProbabilitysSeventhDigitIsAChange)
+{
+    const auto withProbability = [this](const std::string& digits) {
+        power(chip("PCA9552", "0xC0") + "[[fault]]\nkind = \"nack\"\nprobability = " + digits + "\n");
+        return machine->faults().at(0).what.probability;
+    };
+    EXPECT_EQ(withProbability("0.1234567"), 0.1234567);
+    EXPECT_EQ(withProbability("0.1234568"), 0.1234568);
+}
+
+TEST_F(Fault, WithANodeAloneIsOfThatNodesBuses)
+{
+    const std::string buses = "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"a\"\nnode = \"second\"\n"
+                              "[[bus]]\nname = \"b\"\nnode = \"second\"\n";
+    home.put("machine.toml", buses + "[[fault]]\nkind = \"gone\"\nnode = \"second\"\n");
+    open();
+    user a{machine->findBus("a", "second")}, b{machine->findBus("b", "second")};
+    EXPECT_EQ(on->probe(0xC0), nack); // nobody there, but the adapter is
+    EXPECT_EQ(a.probe(0xC0), outcome::gone);
+    EXPECT_EQ(b.probe(0xC0), outcome::gone);
+    ASSERT_EQ(machine->faults().size(), 1U);
+    EXPECT_EQ(machine->faults().at(0).what.node, "second");
+    EXPECT_EQ(machine->faults().at(0).what.bus, "");
+    EXPECT_THROW(fault({.kind = "gone", .node = "third"}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "gone", .bus = "second:a", .node = "second"}), std::invalid_argument);
 }
 
 TEST_F(Fault, WithoutABusCountsOnEachBusForItself)

@@ -72,7 +72,7 @@ TEST_F(Hub, AnswersNoAddressWhileItPassesAWriteOn)
 TEST_F(Hub, IsBusyAsLongAsPassingOnAndTheWriteCycleTake)
 {
     const std::uint64_t stop = on->write(0x80, riserAt10 + deadbeef).busTimeNs;
-    while (on->probe(0x80) != outcome::done) {}
+    ASSERT_TRUE(on->asksUntilAnswered(0x80, 200));
     const std::uint64_t took = on->planar->busTimeNs() - stop;
     // START, address, two offset bytes, four data bytes, STOP: 65 bits of 2.5 us; then 3.5 ms; then polls of 27.5 us on
     // both buses.
@@ -149,7 +149,7 @@ TEST_F(Hub, DeviceThatStaysBusyIsStatus6After30Milliseconds)
     power(chip("HUB922", "0x80") +
           chip("24C02", "0xA4", "hub = 0x80\nport = 1\nimage = \"slow.bin\"\nwrite_cycle_ms = 100"));
     const std::uint64_t stop = on->write(0x80, {1, 0xA4, 0, 9}).busTimeNs;
-    while (on->probe(0x80) != outcome::done) {}
+    ASSERT_TRUE(on->asksUntilAnswered(0x80, 2000));
     const std::uint64_t took = on->planar->busTimeNs() - stop;
     EXPECT_GE(took, 30'000'000U);
     EXPECT_LE(took, 30'300'000U);
@@ -240,6 +240,56 @@ TEST_F(Hub, HoldEndsWithItsFault)
     EXPECT_TRUE(machine->clearFault(number));
     status();
     EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, bytes{0});
+}
+
+TEST_F(Hub, ClearingTheFaultOfOnePortLeavesTheOtherHeld)
+{
+    const auto first = fault({.kind = "hub-hold-sda", .count = 1});
+    write(riserAt10 + deadbeef);
+    EXPECT_EQ(status(), 3);
+    const auto second = fault({.kind = "hub-hold-scl", .count = 1});
+    write({1, 0xA4, 0, 1});
+    EXPECT_EQ(status(), 4);
+    EXPECT_EQ(meaning("planar 0x80 HUB922", "SDA held"), "ports 3");
+    EXPECT_EQ(meaning("planar 0x80 HUB922", "SCL held"), "ports 1");
+    machine->clearFault(second);
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{3, 0xFF}));
+    EXPECT_EQ(status(), 3);
+    machine->clearFault(first);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+}
+
+TEST_F(Hub, EachPortsHoldOutlastsItsOwnResets)
+{
+    fault({.kind = "hub-hold-sda", .count = 1, .value = 2});
+    write(riserAt10 + deadbeef);
+    EXPECT_EQ(status(), 3);
+    fault({.kind = "hub-hold-scl", .count = 1});
+    write({1, 0xA4, 0, 1});
+    EXPECT_EQ(status(), 4);
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(status(), 3); // port 3 is held yet, port 1 is free
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(status(), 3);
+    on->write(0x80, {0x20, 0x06});
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(Hub, StuckWriteCycleStrikesADeviceBehindIt)
+{
+    fault({.kind = "stuck-write-cycle", .address = 0xA2, .count = 1});
+    write({1, 0xA4, 0, 1}); // another device
+    EXPECT_EQ(status(), 0);
+    write(riserAt10 + deadbeef);
+    EXPECT_EQ(status(), 6);
+    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(machine->faults().at(0).struck, 1U);
+    machine->clearFaults();
+    write(riserAt10 + deadbeef);
+    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(home.content("riser.bin")[0x10], 0xDE);
 }
 
 TEST_F(Hub, StatusFaultStrikesATransferAndPassesNothingOn)
@@ -397,13 +447,19 @@ TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
 {
     fault({.kind = "hub-hold-scl", .count = 1, .value = 100});
     write(riserAt10 + deadbeef);
+    EXPECT_EQ(status(), 4);
     resetLine(true);
     resetLine(false);
     EXPECT_EQ(status(), 15);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF})); // not held any more
     on->write(0x80, riserAt10 + deadbeef);
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     resetLine(true);
     resetLine(false);
-    EXPECT_EQ(status(), 15); // not busy any more
+    EXPECT_EQ(on->probe(0x80), outcome::done); // not busy any more
+    EXPECT_EQ(status(), 15);
+    on->idleMs(4);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xDE}));
 }
 
 TEST_F(Hub, OtherPinsDoNotResetIt)
@@ -417,6 +473,46 @@ TEST_F(Hub, BlinkingLowHoldsItInReset)
 {
     on->write(0xC0, {0x09, 0x95}); // pin 15: blink 0
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+}
+
+TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
+{
+    on->write(0xC0, {0x09, 0x95}); // pin 15: blink 0
+    for (const std::uint8_t duty : bytes{0x00, 0x80, 0xFF}) {
+        on->write(0xC0, {0x03, duty});
+        EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged) << +duty;
+    }
+    resetLine(false);
+    EXPECT_EQ(status(), 15);
+}
+
+TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)
+{
+    const std::string hub = chip("HUB922", "0x80");
+    power(hub + chip("PCA9552", "0xC0", "inputs = 0x7FFF"));
+    EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset"); // in a machine just made
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    machine->powerCycle();
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    resetLine(false); // the output lets go, the other side does not
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    power(hub + chip("PCA9552", "0xC0"));
+    EXPECT_EQ(status(), 15);
+    power(hub + chip("PCA9552", "0xC0", "inputs = 0x7FFF"));
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+}
+
+TEST_F(Hub, CommandAtARepeatedStart)
+{
+    write({3, 0xA6, 0, 0, 1});                                           // status 2
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (bytes{0, 0xFF})); // done, and the read is a plain one
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, bytes{1});         // unknown, and told by the plain read
+    EXPECT_EQ(status(), 0);
+    write({3, 0xA6, 0, 0, 1});
+    bytes   command{0x20, 0x06}, none{};
+    segment parts[2] = {{0x80, direction::write, command, false}, {0x80, direction::write, none, false}};
+    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(status(), 2); // forgotten
 }
 
 TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)

@@ -1,7 +1,9 @@
+#include "sim/busstate.h"
 #include "sim/machinefile.h"
 #include "sim/template.h"
 #include "tests/sim/machinetest.h"
 
+#include <algorithm>
 #include <set>
 
 namespace kest::sim::test
@@ -112,6 +114,8 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {bus + "[[fault]]\nkind = \"nack\"\nprobability = 2\n",
          "machine.toml:5:15: key 'probability': must be from 0 to 1"},
         {bus + "[[fault]]\nkind = \"nack\"\nbus = \"other\"\n", "machine.toml:5:7: key 'bus': no bus 'other'"},
+        {bus + "[[fault]]\nkind = \"nack\"\nnode = \"other\"\n",
+         "machine.toml:5:8: key 'node': no bus on node 'other'"},
         {bus + "[[fault]]\nkind = \"nack\"\nnth = -1\n",
          "machine.toml:5:7: key 'nth': must be from 0 to 9223372036854775807"},
     };
@@ -140,6 +144,19 @@ TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)
 
 class MachineFolder : public MachineTest
 {
+protected:
+    /// Opens the machine. @return what it says on standard error
+    std::string openAndHear()
+    {
+        ::testing::internal::CaptureStderr();
+        open();
+        return ::testing::internal::GetCapturedStderr();
+    }
+    std::string said(const std::string& damage)
+    {
+        return "kest: " + (std::filesystem::canonical(home.path) / "machine.state").string() + ": damaged: " + damage +
+               "; it is kept as machine.state.damaged, and the machine starts anew\n";
+    }
 };
 
 TEST_F(MachineFolder, ImageOfAnotherSizeIsRefused)
@@ -228,7 +245,119 @@ TEST_F(MachineFolder, CutStateIsGoneAndThenANewMachine)
     std::filesystem::resize_file(home.path / "machine.state", 100);
     EXPECT_EQ(on->probe(0x40), outcome::gone);
     EXPECT_TRUE(machine->registers().empty());
-    open();
+    EXPECT_EQ(openAndHear(), said("has another size than it should"));
+    EXPECT_EQ(on->probe(0x40), outcome::done);
+    EXPECT_EQ(home.text("machine.state.damaged").size(), 100U);
+}
+
+TEST_F(MachineFolder, FileThatIsNoStateIsSetAside)
+{
+    power(chip("PCA9554", "0x40"));
+    home.put("machine.state", "something else");
+    EXPECT_EQ(openAndHear(), said("is no state file"));
+    EXPECT_EQ(home.text("machine.state.damaged"), "something else");
+}
+
+TEST_F(MachineFolder, NewUnfinishedOlderAndOtherStatesAreMadeAnewInSilence)
+{
+    power(chip("PCA9554", "0x40"));
+    const std::string good       = home.text("machine.state");
+    std::string       old        = good;
+    old[7]                       = 1;
+    const std::string unfinished = std::string(8, '\0') + good.substr(8);
+    for (const std::string& state : {std::string{}, old, unfinished}) {
+        on.reset();
+        machine.reset();
+        home.put("machine.state", state);
+        EXPECT_EQ(openAndHear(), "");
+        EXPECT_EQ(on->probe(0x40), outcome::done);
+    }
+    home.put("machine.toml", bus + chip("PCA9554", "0x40") + chip("PCA9554", "0x42"));
+    EXPECT_EQ(openAndHear(), "");
+    EXPECT_FALSE(std::filesystem::exists(home.path / "machine.state.damaged"));
+}
+
+// Fields by their place in a record: a bus's is at 2048 of its block, its chips' come after it.
+TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
+{
+    const std::string chips = chip("24C02", "0xA0", "image = \"a.bin\"") + chip("PCA9552", "0xC0") +
+                              chip("LM92", "0x96") + chip("HUB922", "0x80");
+    power(chips);
+    on->write(0xA0, {0, 1});
+    fault({.kind = "nack", .nth = 5, .count = 7}); // an even number of uses with the write: the first record is current
+    on->planar->idle(1'000'000);
+    on->planar->idle(1'000'000);
+    constexpr std::size_t record = 4096 + 2048, faults = record + 198, eeprom = record + busStateBytes,
+                          leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes, hub = lm92 + chipStateBytes;
+    const std::string good = home.text("machine.state");
+    ASSERT_EQ(good[4096], 0);
+    struct row {
+        std::size_t at;
+        bytes       value;
+        const char* what;
+    };
+    const row rows[] = {
+        {record, {2}, "a flag"},
+        {record, {1, 1}, "the page on its way into an image"}, // chip 1 has no image
+        {record, {1, 0, 0, 0, 0, 0xFF, 0, 0, 0, 2}, "the page on its way into an image"},
+        {record + 9, {129}, "the page on its way into an image"},
+        {record + 141, bytes(8, 0xFF), "bus time"},
+        {record + 141, {0, 0, 0, 0, 0, 0, 0, 0x40}, "bus time"},
+        {record + 168, bytes(8, 0x01), "the waveform"},
+        {record + 186, bytes(8, 0x01), "the waveform"},
+        {record + 194, {129}, "the number of faults"},
+        {faults + 4, {14}, "the kind of a fault"},
+        {faults + 5, {3}, "the kind of a fault"},
+        {faults, {0}, "a fault's number, address or first time"},
+        {faults + 6, {1}, "a fault's number, address or first time"},
+        {faults + 20, bytes(8, 0xFF), "the probability of a fault"},
+        {faults + 64, {9}, "how often a fault struck"},
+        {eeprom, {0, 1}, "an EEPROM's address counter"},
+        {eeprom + 4, bytes(8, 0x0F), "the end of a write cycle"},
+        {eeprom + 4, bytes(8, 0xFF), "the end of a write cycle"},
+        {eeprom + 12, {1}, "the end of a write cycle"},
+        {eeprom + 16, {9}, "an EEPROM's bit"},
+        {leds + 1, {1}, "a register that a PCA955x does not have"},
+        {leds + 11, {1}, "a register that a PCA955x does not have"},
+        {lm92, {8}, "a sensor's pointer or alarms"},
+        {lm92 + 1, {8}, "a sensor's pointer or alarms"},
+        {lm92 + 16, {2}, "bits of a sensor's register that never change"},
+        {hub + 1, bytes(8, 0x0F), "the end of a hub's work"},
+        {hub + 9, {2}, "a flag"},
+        {hub + 10, {3, 1}, "a held sub-bus"},
+        {hub + 10, {1, 0}, "a held sub-bus"},
+    };
+    for (const row& damage : rows) {
+        SCOPED_TRACE(std::to_string(damage.at - record) + " " + damage.what);
+        on.reset();
+        machine.reset();
+        std::string bad = good;
+        std::ranges::copy(damage.value, bad.begin() + static_cast<std::ptrdiff_t>(damage.at));
+        home.put("machine.state", bad);
+        EXPECT_EQ(openAndHear(), said("bus 'planar': " + std::string{damage.what} + " cannot be"));
+        EXPECT_EQ(home.text("machine.state.damaged"), bad);
+        EXPECT_EQ(on->write(0xA0, {0, 1}).end, outcome::done);
+        EXPECT_TRUE(on->asksUntilAnswered(0xA0, 200));
+    }
+    on.reset();
+    machine.reset();
+    home.put("machine.state", good);
+    EXPECT_EQ(openAndHear(), "");
+    EXPECT_EQ(machine->faults().at(0).what.count, 7U);
+}
+
+TEST_F(MachineFolder, StateDamagedUnderARunningProcessIsGoneUntilOpenedAgain)
+{
+    power(chip("PCA9554", "0x40"));
+    {
+        std::fstream state{home.path / "machine.state", std::ios::in | std::ios::out | std::ios::binary};
+        state.seekp(4096 + 2048 + 141) << std::string(8, '\xFF');
+        state.seekp(static_cast<std::streamoff>(4096 + 2048 + busStateBytes + chipStateBytes + 141))
+            << std::string(8, '\xFF');
+    }
+    EXPECT_EQ(on->probe(0x40), outcome::gone);
+    EXPECT_EQ(on->planar->reset(), outcome::gone);
+    EXPECT_EQ(openAndHear(), said("bus 'planar': bus time cannot be"));
     EXPECT_EQ(on->probe(0x40), outcome::done);
 }
 
@@ -253,7 +382,7 @@ TEST_F(MachineFolder, HostileStateFiles)
             for (unsigned i = 0; i < 1 + seed % 200; ++i)
                 bad[36 + next() % (bad.size() - 36)] = static_cast<char>(next() >> 24);
         home.put("machine.state", bad);
-        open();
+        openAndHear();
         on->probe(0xA0);
         on->write(0xA0, {0, 1, 2});
         on->readAt(0x80, {0, 0xA2, 0, 0}, 4);

@@ -89,7 +89,15 @@ public:
         return {result.end, std::move(data), result.segment, result.bytesMoved, result.busTimeNs};
     }
     outcome probe(std::uint8_t address) { return planar->probe(address, 0).end; }
-    void    idleMs(std::uint64_t milliseconds) { planar->idle(milliseconds * 1'000'000); }
+    /// Asks until the address is acknowledged, or `most` times.
+    bool asksUntilAnswered(std::uint8_t address, unsigned most)
+    {
+        unsigned asked = 0;
+        while (asked < most && probe(address) != outcome::done)
+            ++asked;
+        return asked < most;
+    }
+    void idleMs(std::uint64_t milliseconds) { planar->idle(milliseconds * 1'000'000); }
     /// A write and the time that its cycle takes.
     outcome store(std::uint8_t address, bytes sent)
     {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace kest::sim::test
@@ -51,46 +52,66 @@ TEST_F(BusTime, WholeLargeChipInOneTransaction)
 
 TEST_F(BusTime, FastModeOnlyCounts)
 {
-    const auto before = std::chrono::steady_clock::now();
-    on->planar->idle(3'600'000'000'000);
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds{60});
+    on->planar->idle(3'600'000'000'000); // an hour
     EXPECT_EQ(on->planar->busTimeNs(), 3'600'000'000'000U);
 }
 
-TEST_F(BusTime, DoesNotWrap)
+// It ends in an error, so that nobody waits for time that does not pass any more; a machine opened then starts anew.
+TEST_F(BusTime, EndsInAnErrorAndDoesNotWrap)
 {
+    on->planar->idle((std::uint64_t{1} << 62) - 1);
+    EXPECT_EQ(on->planar->busTimeNs(), 4'611'686'018'427'387'903U);
     on->planar->idle(~std::uint64_t{0});
-    on->planar->idle(~std::uint64_t{0});
-    const std::uint64_t last = on->planar->busTimeNs();
-    on->probe(0xA0);
-    EXPECT_EQ(on->planar->busTimeNs(), last);
+    EXPECT_EQ(on->probe(0xA0), outcome::gone);
+    EXPECT_EQ(on->planar->reset(), outcome::gone);
+    open();
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(on->planar->busTimeNs(), 110'000U);
 }
+
+/// A clock that nobody waits for: it is put forward to where its user would sleep until.
+class drivenClock final : public realClock
+{
+public:
+    std::uint64_t nowNs() override { return now; }
+    void          sleepUntil(std::uint64_t nanoseconds) override { now = std::max(now, nanoseconds); }
+
+    std::uint64_t now = 5'000'000'000;
+};
 
 TEST_F(BusTime, RealTimeWaits)
 {
-    const auto real = openMachine(home.path, true);
-    user       slow{real->findBus("planar", "")};
-    const auto before = std::chrono::steady_clock::now();
-    EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done); // 18.3 ms at 100 kHz
-    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds{18});
-    const auto idle = std::chrono::steady_clock::now();
+    drivenClock clock;
+    const auto  real = openMachine(home.path, clock);
+    user        slow{real->findBus("planar", "")};
+    EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done); // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
+    EXPECT_EQ(clock.now, 5'018'300'000U);
     slow.idleMs(4);
-    EXPECT_GE(std::chrono::steady_clock::now() - idle, std::chrono::milliseconds{4});
+    EXPECT_EQ(clock.now, 5'022'300'000U);
+    EXPECT_EQ(slow.planar->busTimeNs(), 22'300'000U);
 }
 
 // In real time the clock ends a write cycle, whoever lets it pass.
 TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
     power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000"));
+    drivenClock clock;
+    const auto  real = openMachine(home.path, clock);
+    user        slow{real->findBus("planar", "")};
+    EXPECT_EQ(slow.write(0xA0, {0, 1}).end, outcome::done);
+    clock.now += 999'000'000;
+    EXPECT_EQ(slow.probe(0xA0), outcome::addressNotAcknowledged);
+    clock.now += 1'000'000;
+    EXPECT_EQ(slow.probe(0xA0), outcome::done);
+}
+
+TEST_F(BusTime, ASystemsClockIsWaitedFor)
+{
     const auto real = openMachine(home.path, true);
     user       slow{real->findBus("planar", "")};
     const auto before = std::chrono::steady_clock::now();
-    slow.write(0xA0, {0, 1});
-    EXPECT_EQ(slow.probe(0xA0), outcome::addressNotAcknowledged);
-    while (slow.probe(0xA0) != outcome::done) {}
-    const auto took = std::chrono::steady_clock::now() - before;
-    EXPECT_GE(took, std::chrono::milliseconds{1000});
-    EXPECT_LT(took, std::chrono::milliseconds{3000});
+    slow.idleMs(4);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds{4});
 }
 
 /// Output of a shell command; its exit status is that of the shell.
@@ -268,6 +289,64 @@ TEST_F(Wave, HeldLinesAndTheirRecovery)
     EXPECT_EQ(all.substr(all.size() - tail.size()), tail) << all;
 }
 
+// The START after it is a falling edge again, and none of the bits before it are taken for data.
+TEST_F(Wave, LineThatIsFreedBetweenTransactionsRises)
+{
+    struct row {
+        const char*   kind;
+        std::uint64_t byte;
+        const char*   decoded;
+    };
+    for (const row& hold : {row{"hold-scl", 0, "S W50 A 33 A P"}, row{"hold-scl", 1, "S W50 A 10 A Sr W50 A 33 A P"},
+                            row{"hold-sda", 1, "S W50 A 10 A P S W50 A 33 A P"}})
+        for (const bool cycled : {false, true}) {
+            SCOPED_TRACE(std::string{hold.kind} + (cycled ? ", power cycle" : ", fault cleared"));
+            EXPECT_TRUE(machine->startWave("planar", file()));
+            machine->addFault({.kind = hold.kind, .count = 1, .byte = hold.byte});
+            EXPECT_NE(on->write(0xA0, {0x10, 0x20}).end, outcome::done);
+            if (cycled)
+                machine->powerCycle();
+            machine->clearFaults();
+            EXPECT_EQ(on->write(0xA0, {0x33}).end, outcome::done);
+            EXPECT_EQ(seen(), hold.decoded);
+        }
+}
+
+TEST_F(Wave, SdaHeldBeforeAStartFallsAndRisesAndFallsForTheNext)
+{
+    machine->addFault({.kind = "hold-sda", .count = 1});
+    EXPECT_EQ(on->probe(0xA0), outcome::sdaHeld);
+    machine->clearFaults();
+    on->probe(0xA0);
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#6\n0\"\n#25\n1\"\n#37\n0\"\n#50\n0!\n"), std::string::npos) << text;
+}
+
+TEST_F(Wave, LineIsFreedAtTheTimeOfIt)
+{
+    machine->addFault({.kind = "hold-scl", .count = 1});
+    on->planar->idle(1'000'000);
+    EXPECT_EQ(on->probe(0xA0), outcome::sclHeld); // takes a bit of 2.5 us
+    on->planar->idle(1'000'000);
+    machine->clearFaults();
+    on->planar->idle(1'000'000);
+    on->probe(0xA0);
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#10012\n0!\n#10025\n#20025\n1!\n#30037\n0\"\n"), std::string::npos) << text;
+}
+
+TEST_F(Wave, ChipThatHeldSdaLetsGoInThePowerCycle)
+{
+    on->store(0xA0, {0x00, 0x00, 0x00});
+    machine->addFault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld);
+    machine->powerCycle();
+    on->probe(0x90);
+    const std::string all = seen();
+    EXPECT_TRUE(all.ends_with("S W48 A P")) << all;
+}
+
 TEST_F(Wave, StopsAndStartsAnew)
 {
     on->probe(0xA0);
@@ -334,18 +413,74 @@ TEST_F(Wave, TicksAreBusTime)
     EXPECT_NE(home.text("planar.vcd").find("\n#10012\n0\"\n"), std::string::npos) << home.text("planar.vcd");
 }
 
-TEST_F(Wave, WhatCannotBeIsTold)
+TEST_F(Wave, WhatCannotBeIsToldAndTheRecordingGoesOn)
 {
+    on->probe(0xA0);
     errno = 0;
     EXPECT_FALSE(machine->startWave("other", file()));
     EXPECT_EQ(errno, ENODEV);
     EXPECT_FALSE(machine->startWave("planar", home.path / "no" / "where.vcd"));
     EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(machine->startWave("planar", ""));
+    EXPECT_EQ(errno, ENOENT);
     errno = 0;
     EXPECT_FALSE(machine->stopWave("other"));
     EXPECT_EQ(errno, ENODEV);
-    EXPECT_FALSE(machine->stopWave("planar")); // ended when the start above took its place
+    on->probe(0x90);
+    EXPECT_EQ(seen(), "S W50 A P S W48 A P");
+    EXPECT_TRUE(machine->stopWave("planar"));
+    EXPECT_FALSE(machine->stopWave("planar"));
     EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(Wave, NothingButAWaveformIsOverwritten)
+{
+    home.put("note", "dear diary");
+    home.put("other", "$date of another program $end\n");
+    home.put("empty", "");
+    home.put("a.bin", "$date" + std::string(251, '\xFF')); // an image stays one whatever is in it
+    std::filesystem::create_directory(home.path / "folder");
+    ASSERT_EQ(mkfifo((home.path / "pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink("other", home.path / "link");
+    for (const char* name : {"note", "a.bin", "b.bin", "machine.toml", "machine.state", "link"}) {
+        SCOPED_TRACE(name);
+        const std::string before = home.text(name);
+        errno                    = 0;
+        EXPECT_FALSE(machine->startWave("planar", home.path / name));
+        EXPECT_EQ(errno, EEXIST);
+        EXPECT_EQ(home.text(name), before);
+    }
+    for (const char* name : {"folder", "pipe"}) {
+        errno = 0;
+        EXPECT_FALSE(machine->startWave("planar", home.path / name));
+        EXPECT_EQ(errno, EEXIST) << name;
+    }
+    on->probe(0xA0);
+    EXPECT_EQ(seen(), "S W50 A P"); // went on
+    for (const char* name : {"other", "empty", "planar.vcd"}) {
+        EXPECT_TRUE(machine->startWave("planar", home.path / name)) << name;
+        EXPECT_TRUE(home.text(name).starts_with("$comment IIC bus planar $end\n"));
+    }
+}
+
+TEST_F(Wave, PathHasUpTo1900Bytes)
+{
+    std::string folder = std::filesystem::canonical(home.path).string();
+    while (folder.size() + 50 <= 1700)
+        folder += "/" + std::string(49, 'f');
+    std::filesystem::create_directories(folder);
+    const auto ofLength = [&folder](std::size_t length) {
+        return folder + "/" + std::string(length - folder.size() - 1, 'w');
+    };
+    EXPECT_FALSE(machine->startWave("planar", ofLength(1901)));
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_FALSE(std::filesystem::exists(ofLength(1901)));
+    EXPECT_TRUE(machine->startWave("planar", ofLength(1900)));
+    on->probe(0xA0);
+    EXPECT_TRUE(machine->stopWave("planar"));
+    std::ifstream     in{ofLength(1900)};
+    const std::string text{std::istreambuf_iterator<char>{in}, {}};
+    EXPECT_TRUE(text.ends_with("\n#275\n")) << text; // 11 bits of 2.5 us
 }
 
 } // namespace

@@ -76,7 +76,7 @@ TEST_F(KestctlSim, ShowsChipsRegistersAndFaults)
     EXPECT_EQ("planar", result.at("chips").at(0).at("bus"));
     EXPECT_EQ(
         json::parse(
-            R"({"number":1,"kind":"nack","bus":"planar","address":160,"way":"read","nth":2,"count":3,"probability":1.0,
+            R"({"number":1,"kind":"nack","bus":"planar","node":"","address":160,"way":"read","nth":2,"count":3,"probability":1.0,
                               "seed":1,"value":0,"byte":0,"until_reset":false,"struck":0})"),
         result.at("faults").at(0));
     EXPECT_FALSE(result.at("registers").empty());
@@ -126,6 +126,43 @@ TEST_F(KestctlSim, ABadMachineFileIsNamed)
                 HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
 }
 
+TEST_F(KestctlSim, AFaultOfNoBusOrAddress0IsRefused)
+{
+    struct row {
+        const char *option, *value, *why;
+    };
+    for (const row& wrong :
+         {row{"--address", "0", "kestctl: no chip has address 0; leave --address out for every address\n"},
+          row{"--bus", "", "kestctl: --bus names no bus; leave it out for every bus\n"},
+          row{"--bus", "sim:", "kestctl: --bus names no bus; leave it out for every bus\n"}}) {
+        const runResult result = kestctl({"sim", "fault", "add", "nack", wrong.option, wrong.value});
+        EXPECT_EQ(2, result.exit) << wrong.option;
+        EXPECT_EQ(wrong.why, result.errors);
+    }
+    EXPECT_EQ("", says({"sim", "fault", "list"}));
+}
+
+TEST_F(KestctlSim, AFaultOfANodeIsToldWithIt)
+{
+    writeFile(machine() / "machine.toml", "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"planar\"\nnode = \"second\"\n"
+                                          "[[fault]]\nkind = \"gone\"\nnode = \"second\"\n");
+    EXPECT_EQ("  1 gone               any bus of second any address, struck 0\n", says({"sim", "fault", "list"}));
+    EXPECT_EQ("second", json::parse(says({"sim", "fault", "list", "--json"})).at("faults").at(0).at("node"));
+}
+
+TEST_F(KestctlSim, BusesOfOtherNodesAreNamedWithTheNode)
+{
+    writeFile(machine() / "machine.toml", "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"riser\"\nnode = \"second\"\n");
+    const std::string file = (folder() / "wave.vcd").string();
+    says({"sim", "wave", "start", "second:riser", file});
+    says({"sim", "wave", "stop", "second:riser"});
+    for (const char* absent : {"riser", "second:planar", "third:riser", ":planar"}) {
+        const runResult result = kestctl({"sim", "wave", "start", absent, file});
+        EXPECT_EQ(4, result.exit) << absent;
+        EXPECT_THAT(result.errors, HasSubstr("the simulated machine has no such bus; it has planar"));
+    }
+}
+
 TEST_F(KestctlSim, AFaultIsToldByWhatItLeavesOpen)
 {
     says({"sim", "fault", "add", "gone", "--count", "1"});
@@ -162,6 +199,22 @@ TEST_F(KestctlSim, ARecordingThatCannotBeWrittenFails)
     const runResult stop = kestctl({"sim", "wave", "stop", "planar"});
     EXPECT_EQ(1, stop.exit);
     EXPECT_THAT(stop.errors, HasSubstr("sim:planar: sim wave stop: nothing is being recorded"));
+}
+
+TEST_F(KestctlSim, ARecordingOverwritesWaveformsAlone)
+{
+    const std::string image = readFile(machine() / "system.bin");
+    for (const std::filesystem::path& file : {machine() / "system.bin", machine() / "machine.toml", folder()}) {
+        const runResult result = kestctl({"sim", "wave", "start", "planar", file.string()});
+        EXPECT_EQ(3, result.exit) << file;
+        EXPECT_EQ("kestctl: " + file.string() +
+                      ": record: what is there is no waveform, and is not overwritten; name a new file\n",
+                  result.errors);
+    }
+    EXPECT_EQ(image, readFile(machine() / "system.bin"));
+    const runResult nameless = kestctl({"sim", "wave", "start", "planar", ""});
+    EXPECT_EQ(2, nameless.exit);
+    EXPECT_EQ("kestctl: the recording's file has no name; name the VCD file to write\n", nameless.errors);
 }
 
 TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)

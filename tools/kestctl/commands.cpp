@@ -79,8 +79,13 @@ void addSimFaultAdd(CLI::App* fault, context& shared)
                                                         "  kestctl sim fault add nack --bus planar --address 0xA0 --count 1");
     sim::machine::fault& what   = adding->what;
     add->add_option("KIND", what.kind, "what happens, see below")->required()->type_name("");
-    add->add_option("--bus", adding->bus, "on this bus alone")->type_name("NAME");
-    add->add_option("--address", adding->address, "at this address alone, 8-bit form")->type_name("N");
+    add->add_option_function<std::string>(
+           "--bus", [adding](const std::string& name) { adding->bus = name; }, "on this bus alone")
+        ->type_name("NAME");
+    add->add_option_function<std::string>(
+           "--address", [adding](const std::string& number) { adding->address = number; },
+           "at this address alone, 8-bit form")
+        ->type_name("N");
     add->add_option("--way", what.way, "read or write alone")->type_name("WAY");
     addNumber(add, "--nth", what.nth, "strike first at the Nth matching transaction", 1);
     addNumber(add, "--count", what.count, "strike N times", 1);

@@ -31,7 +31,8 @@ void requireBus(sim::machine& machine, const std::string& name)
 {
     const std::size_t colon = name.find(':');
     const bool        local = colon == std::string::npos;
-    if (machine.findBus(local ? name : name.substr(colon + 1), local ? "" : name.substr(0, colon)) != nullptr)
+    if (colon != 0 &&
+        machine.findBus(local ? name : name.substr(colon + 1), local ? "" : name.substr(0, colon)) != nullptr)
         return;
     std::string known;
     for (const std::string& bus : machine.busNames(""))
@@ -42,18 +43,24 @@ void requireBus(sim::machine& machine, const std::string& name)
 ordered_json faultJson(const sim::machine::listedFault& fault)
 {
     const sim::machine::fault& what = fault.what;
-    return {{"number", fault.number}, {"kind", what.kind},   {"bus", what.bus},     {"address", what.address},
-            {"way", what.way},        {"nth", what.nth},     {"count", what.count}, {"probability", what.probability},
-            {"seed", what.seed},      {"value", what.value}, {"byte", what.byte},   {"until_reset", what.untilReset},
-            {"struck", fault.struck}};
+    return {{"number", fault.number},          {"kind", what.kind},     {"bus", what.bus},     {"node", what.node},
+            {"address", what.address},         {"way", what.way},       {"nth", what.nth},     {"count", what.count},
+            {"probability", what.probability}, {"seed", what.seed},     {"value", what.value}, {"byte", what.byte},
+            {"until_reset", what.untilReset},  {"struck", fault.struck}};
+}
+
+std::string busText(const sim::machine::fault& what)
+{
+    if (!what.bus.empty())
+        return escaped(what.bus);
+    return what.node.empty() ? "any bus" : "any bus of " + escaped(what.node);
 }
 
 std::string faultText(const sim::machine::listedFault& fault)
 {
     const sim::machine::fault& what = fault.what;
-    std::string                text =
-        fmt::format("{:>3} {:<18} {:<8} {}", fault.number, what.kind, what.bus.empty() ? "any bus" : escaped(what.bus),
-                    what.address == 0 ? "any address" : addressText(what.address));
+    std::string                text = fmt::format("{:>3} {:<18} {:<8} {}", fault.number, what.kind, busText(what),
+                                   what.address == 0 ? "any address" : addressText(what.address));
     if (!what.way.empty())
         text += " " + what.way;
     if (what.nth > 1)
@@ -154,13 +161,18 @@ int runSimShow(const context& shared, const simShowOptions&)
 int runSimFaultAdd(const context& shared, const simFaultAddOptions& options)
 {
     constexpr std::uint64_t highestAddress = 0xFE;
-    const auto              machine        = openConfiguredMachine();
     sim::machine::fault     what           = options.what;
-    what.bus                               = busOf(options.bus);
-    if (!what.bus.empty())
+    if (options.bus)
+        what.bus = busOf(*options.bus);
+    if (options.bus && what.bus.empty())
+        throw wrongUse("--bus names no bus", "leave it out for every bus");
+    if (options.address)
+        what.address = static_cast<std::uint8_t>(parseNumber(*options.address, "--address", highestAddress));
+    if (options.address && what.address == 0)
+        throw wrongUse("no chip has address 0", "leave --address out for every address");
+    const auto machine = openConfiguredMachine();
+    if (options.bus)
         requireBus(*machine, what.bus);
-    if (!options.address.empty())
-        what.address = static_cast<std::uint8_t>(parseNumber(options.address, "--address", highestAddress));
     try {
         const std::uint32_t number = machine->addFault(what);
         done(shared, {{"number", number}}, fmt::format("fault {}", number));
@@ -200,12 +212,21 @@ int runSimFaultClear(const context& shared, const simFaultClearOptions& options)
 
 int runSimWaveStart(const context& shared, const simWaveOptions& options)
 {
+    if (options.file.empty())
+        throw wrongUse("the recording's file has no name", "name the VCD file to write");
     const auto machine = openConfiguredMachine();
     const auto bus     = busOf(options.bus);
     requireBus(*machine, bus);
     const std::filesystem::path file = std::filesystem::absolute(options.file);
-    if (!machine->startWave(bus, file))
+    if (!machine->startWave(bus, file)) {
+        if (errno == EEXIST)
+            throw failure{.code    = exitRefused,
+                          .what    = "what is there is no waveform, and is not overwritten",
+                          .tryThis = "name a new file",
+                          .device  = file.string(),
+                          .step    = "record"};
         throw systemFailure(errno, "record", file.string());
+    }
     done(shared, {{"bus", bus}, {"file", file.string()}},
          fmt::format("recording sim:{} into {} until 'kestctl sim wave stop {}'", escaped(bus), escaped(file.string()),
                      escaped(bus)));

@@ -23,9 +23,9 @@ struct simShowOptions {
 int runSimShow(const context& shared, const simShowOptions& options);
 
 struct simFaultAddOptions {
-    sim::machine::fault what;
-    std::string         bus;     ///< "planar" or "sim:planar"; empty: every bus
-    std::string         address; ///< number; empty: every address
+    sim::machine::fault        what;
+    std::optional<std::string> bus;     ///< "planar" or "sim:planar"; none: every bus
+    std::optional<std::string> address; ///< number; none: every address
 };
 int runSimFaultAdd(const context& shared, const simFaultAddOptions& options);
 
