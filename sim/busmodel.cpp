@@ -1,6 +1,7 @@
 #include "sim/busmodel.h"
 
 #include "sim/descriptors.h"
+#include "sim/speed.h"
 
 #include <cerrno>
 #include <stdexcept>
@@ -10,20 +11,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "sim/speed.h"
-
 namespace kest::sim
 {
 
 namespace
 {
 
-<<<<<<< HEAD
-constexpr std::uint64_t nsPerSecond    = 1'000'000'000;
-=======
-constexpr std::uint32_t fastestKhz     = 1000;
->>>>>>> e14589d (sim: check the state at load, and end what faults did with them)
-constexpr unsigned      recoveryClocks = 9;
+constexpr unsigned recoveryClocks = 9;
 
 std::string labelOf(const busDescription& bus, const chipDescription& chip)
 {

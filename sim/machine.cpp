@@ -60,11 +60,7 @@ std::string readText(const std::filesystem::path& file)
     if (in >= 0)
         close(in);
     if (got < 0)
-<<<<<<< HEAD
         throw std::system_error{error, std::generic_category(), file.string() + ": cannot be read"};
-=======
-        throw std::system_error{error, std::generic_category(), file.string()};
->>>>>>> e14589d (sim: check the state at load, and end what faults did with them)
     return text;
 }
 
