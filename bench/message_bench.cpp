@@ -163,8 +163,10 @@ std::filesystem::path makeState()
     const std::filesystem::path path = folder;
     std::filesystem::create_directories(path / "qorn/P3_Root");
     std::ofstream(path / "qorn/P3_Root/0") << std::string(32768, 'k');
-    std::ofstream(path / "kest.toml")
-        << "state = \".\"\n[registry]\n\"tavo/ReadMode\" = \"FileMode\"\n[service]\nsocket = \"kestd.socket\"\n";
+    std::ofstream(path / "kest.toml") << "state = \".\"\n[registry]\n\"tavo/ReadMode\" = "
+                                         "\"FileMode\"\n[service]\nsocket = \"kestd.socket\"\n[[device]]\n"
+                                         "number = 0\nlocation = \""
+                                      << location << "\"\n";
     return path;
 }
 

@@ -21,14 +21,17 @@ class KestctlMessage : public MachineTest
 {
 protected:
     /// Starts the service in a read mode; the client has the same configuration.
-    void serve(const std::string& mode = "HWareMode")
+    /// @param service  lines of the section [service]
+    void serve(const std::string& mode = "HWareMode", const std::string& service = "")
     {
         const auto        file = machine() / "kest.toml";
         std::string       text = readFile(file);
         const std::string word = "\"tavo/ReadMode\" = \"HWareMode\"";
         const std::size_t at   = text.find(word);
         ASSERT_NE(std::string::npos, at) << text;
-        writeFile(file, text.replace(at, word.size(), "\"tavo/ReadMode\" = \"" + mode + "\""));
+        writeFile(file, text.replace(at, word.size(), "\"tavo/ReadMode\" = \"" + mode + "\"") +
+                            "\n[[device]]\nnumber = 0\nlocation = \"sim:planar,L,2C0256,A0\"\n[service]\n" + service +
+                            "\n");
         m_daemon.emplace(folder(), std::vector<std::string>{"--config", file.string()});
         ASSERT_TRUE(m_daemon->isReady()) << m_daemon->errors();
     }
@@ -200,7 +203,7 @@ TEST_F(KestctlMessage, NobodyServes)
 
 TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
 {
-    serve();
+    serve("HWareMode", "raw_users = [" + std::to_string(geteuid()) + "]");
     EXPECT_THAT(complaint(4, {"read", "sim:planar,L,2C0256,AE", "--length", "1"}),
                 HasSubstr("sim:planar,L,2C0256,AE: read by message: nothing answers; check address and power"));
     EXPECT_THAT(complaint(4, {"write", "sim:nowhere,L,2C0256,A0", "--hex", "00", "--yes"}), HasSubstr("no such bus"));
@@ -208,6 +211,14 @@ TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
                 HasSubstr("the hub has no such port"));
     says({"sim", "fault", "add", "nack-data", "--bus", "planar", "--address", "0xA4", "--way", "write"});
     EXPECT_THAT(complaint(1, {"write", "panel-vpd", "--hex", "00", "--yes"}), HasSubstr("a byte was not acknowledged"));
+}
+
+TEST_F(KestctlMessage, DeviceThatTheTableDoesNotHaveIsRefused)
+{
+    serve();
+    EXPECT_THAT(complaint(3, {"read", "sim:planar,L,2C0256,C0", "--length", "1"}),
+                StartsWith("sim:planar,L,2C0256,C0: read by message: 'sim:planar,L,2C0256,C0' is no device of the "
+                           "device table; 'kestctl errors show 0x"));
 }
 
 /// What a service answers, told as the client's configuration has it.

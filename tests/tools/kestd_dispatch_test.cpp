@@ -68,11 +68,13 @@ TEST(KestdPermission, NamesAreLookedUpAndThoseUnknownTold)
 }
 
 /// A request as clients send it: `length` bytes of a device that is not there.
-frame transfer(std::uint16_t type, std::uint32_t length)
+frame transfer(std::uint16_t type, std::uint32_t length, const std::string& text = "sim:nowhere,L,2C0256,A0",
+               std::uint32_t offset = 0)
 {
     frame request{7, type, 0, 0, 0, std::vector<std::uint8_t>(12)};
+    std::memcpy(request.payload.data(), &offset, sizeof offset);
     std::memcpy(request.payload.data() + 8, &length, sizeof length);
-    for (const char letter : std::string("sim:nowhere,L,2C0256,A0"))
+    for (const char letter : text)
         request.payload.push_back(static_cast<std::uint8_t>(letter));
     request.payload.resize(request.payload.size() + 1 + (type == 0x8002 ? length : 0));
     return request;
@@ -81,10 +83,19 @@ frame transfer(std::uint16_t type, std::uint32_t length)
 class KestdDispatch : public testing::Test
 {
 protected:
+    KestdDispatch() { addDevice("sim:nowhere,L,2C0256,A0"); }
     [[nodiscard]] frame answerTo(const frame& request, Permission permission, uid_t user = stranger)
     {
-        return dispatch(request, peerOfUser(user), permission, m_refusals);
+        return dispatch(request, peerOfUser(user), permission, Devices(settings), m_refusals);
     }
+    /// Adds a row to the device table.
+    void addDevice(const std::string& text, std::uint32_t number = 1)
+    {
+        settings.devices.push_back({number, 0, text, ""});
+    }
+
+    host::configuration settings;
+
     static std::string textOf(const frame& reply) { return {reply.payload.begin(), reply.payload.end()}; }
 
 private:
@@ -150,6 +161,109 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
     }
     EXPECT_EQ(20, entries);
     EXPECT_NE(0U, answerTo(transfer(0x8001, 1), {}, stranger + 1).logId);
+}
+
+// --------------------------------------------------------------------------------------- devices that may be named
+
+constexpr Permission    everything{.read = true, .write = true};
+constexpr std::uint32_t noSuchDevice = 0x80001601; // refused before any device is opened
+
+TEST_F(KestdDispatch, DeviceOutsideTheTableIsRefusedToEverybody)
+{
+    addDevice("sim:nowhere,L,9552,C0", 2);
+    for (const uid_t user : {uid_t{0}, geteuid(), uid_t{stranger}})
+        for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002}) {
+            // the address of the LED driver, but another type; a port, an address and a bus that the table does not have; no text at all
+            for (const char* text : {"sim:nowhere,L,2C0256,C0", "sim:nowhere,L,1C0002,A0", "sim:nowhere,L,2C0256,A2",
+                                     "sim:other,L,2C0256,A0", "sim:nowhere,L,922,80,3,2C0256,A0",
+                                     "sim:nowhere,0,2C0256,A0", "nonsense", ""}) {
+                const frame reply = answerTo(transfer(type, 1, text), everything, user);
+                EXPECT_EQ(noSuchDevice, reply.returnCode) << text;
+                EXPECT_EQ(0x80, reply.flags);
+            }
+        }
+    EXPECT_EQ("'sim:nowhere,L,2C0256,C0' is no device of the device table",
+              textOf(answerTo(transfer(0x8001, 1, "sim:nowhere,L,2C0256,C0"), everything)));
+    EXPECT_EQ("'\\x1B[2J' is no device of the device table",
+              textOf(answerTo(transfer(0x8001, 1, "\x1B[2J"), everything)));
+}
+
+TEST_F(KestdDispatch, DeviceOfTheTableIsServedHoweverItIsSpelt)
+{
+    settings.nodes[3].simNode = "riser";
+    settings.nodes[4].simNode = "riser";
+    addDevice("sim:planar,3,922,80,1,2C0128,A2", 2);
+    for (const char* text : {"sim:nowhere,L,2C0256,A0", "sim:nowhere,l,2c0256,a0", "sim:nowhere@A4,L,0x2C0256,A0",
+                             "sim:planar,4,922,80,1,2C0128,A2"})
+        EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, text), everything).returnCode) << text;
+    EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:planar,L,922,80,1,2C0128,A2"), everything).returnCode);
+    EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:planar,5,922,80,1,2C0128,A2"), everything).returnCode);
+}
+
+TEST_F(KestdDispatch, PathOfANodeIsItsOwnBus)
+{
+    settings.nodes[1].pathPrefix = "/srv/node1";
+    addDevice("/dev/i2c-3,1,2C0256,A0", 2);
+    EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "/dev/i2c-3,L,2C0256,A0"), everything).returnCode);
+    EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "/dev/i2c-03,1,2C0256,A0"), everything).returnCode);
+    EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "/srv/node1/dev/i2c-3,L,2C0256,A0"), everything).returnCode);
+    EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, "/dev/i2c-3,1,2C0256,A0"), everything).returnCode);
+}
+
+TEST_F(KestdDispatch, RawRightAdmitsAnyText)
+{
+    constexpr Permission raw{.read = true, .write = false, .raw = true};
+    EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
+    EXPECT_EQ(noSuchDevice,
+              answerTo(transfer(0x8002, 1, "sim:other,L,2C0256,C0"), raw).returnCode); // it is no right to write
+    host::serviceSettings service;
+    service.rawUsers = {std::to_string(stranger)};
+    EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger)).raw);
+    EXPECT_FALSE(Permissions(service).of(peerOfUser(stranger)).any());
+    EXPECT_FALSE(Permissions(service).of(peerOfUser(0)).raw);
+    service           = {};
+    service.rawGroups = {std::to_string(club)};
+    EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger, {club})).raw);
+}
+
+TEST_F(KestdDispatch, CopiesAndEmptyTextsNeedADeviceWithNumberZero)
+{
+    for (const char* mode : {"FileMode", "MixedMode"}) {
+        settings.registry["tavo/ReadMode"] = mode;
+        settings.devices                   = {{1, 0, "sim:nowhere,L,2C0256,A0", ""}};
+        EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1), everything).returnCode) << mode;
+        EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8002, 1), everything).returnCode) << mode;
+        addDevice("sim:elsewhere,L,2C0256,A0", 0);
+        EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1), everything).returnCode) << mode;
+        EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, ""), everything).returnCode) << mode;
+        EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:other,L,2C0256,A0"), everything).returnCode) << mode;
+    }
+    settings.registry["tavo/ReadMode"] = "HWareMode";
+    EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, ""), everything).returnCode);
+}
+
+TEST_F(KestdDispatch, TransferPastTheEndIsRefused)
+{
+    const auto isRefused = [this](std::uint16_t type, std::uint32_t offset, std::uint32_t length) {
+        return answerTo(transfer(type, length, "sim:nowhere,L,1C0002,A4", offset), everything).returnCode == 0x80001607;
+    };
+    addDevice("sim:nowhere,L,1C0002,A4", 2);
+    for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002}) {
+        EXPECT_FALSE(isRefused(type, 0, 256));
+        EXPECT_FALSE(isRefused(type, 250, 6));
+        EXPECT_TRUE(isRefused(type, 250, 7));
+        EXPECT_TRUE(isRefused(type, 250, 16));
+        EXPECT_TRUE(isRefused(type, 256, 1));
+        EXPECT_TRUE(isRefused(type, 0xFFFFFFFF, 16)); // the sum has no room in 32 bits
+        EXPECT_TRUE(isRefused(type, 0, 257));
+    }
+    EXPECT_FALSE(isRefused(0x8001, 0, 0)); // all of it
+    EXPECT_TRUE(isRefused(0x8001, 16, 0)); // as many bytes, and not from the beginning
+    EXPECT_EQ("it passes the end of the device, which has 256 bytes",
+              textOf(answerTo(transfer(0x8001, 7, "sim:nowhere,L,1C0002,A4", 250), everything)));
+    settings.registry["tavo/ReadMode"] = "FileMode"; // a copy's length is its own
+    addDevice("sim:elsewhere,L,2C0256,A0", 0);
+    EXPECT_FALSE(isRefused(0x8001, 250, 16));
 }
 
 } // namespace

@@ -6,14 +6,17 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <poll.h>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -66,7 +69,9 @@ public:
     ~RawClient() { hangUp(); }
 
     [[nodiscard]] bool connected() const { return m_connected; }
-    void               hangUp()
+    /// Sends no more, and goes on receiving.
+    void finishSending() const { shutdown(m_descriptor, SHUT_WR); }
+    void hangUp()
     {
         if (m_descriptor >= 0)
             close(m_descriptor);
@@ -281,6 +286,23 @@ public:
 
     [[nodiscard]] std::string errors() const { return readFile(m_errors); }
 
+    /// Changes one of its limits. @return what the soft limit was
+    rlim_t limit(__rlimit_resource what, rlim_t soft) const
+    {
+        rlimit before{};
+        EXPECT_EQ(0, prlimit(m_pid, what, nullptr, &before));
+        const rlimit after{soft, before.rlim_max};
+        EXPECT_EQ(0, prlimit(m_pid, what, &after, nullptr));
+        return before.rlim_cur;
+    }
+
+    /// As many as it has open.
+    [[nodiscard]] std::size_t descriptors() const
+    {
+        const auto folder = std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/fd");
+        return static_cast<std::size_t>(std::distance(folder, std::filesystem::directory_iterator()));
+    }
+
     /// A number of its /proc status, in KiB.
     [[nodiscard]] long statusKib(const std::string& name) const
     {
@@ -325,13 +347,14 @@ protected:
     [[nodiscard]] std::filesystem::path socketPath() const { return folder() / "kestd.socket"; }
     [[nodiscard]] std::filesystem::path copyFile() const { return folder() / "state/qorn/P3_Root/0"; }
 
+    /// The device table has `someLocation` with number 0.
     /// @param service  lines of the section [service]
     void configure(const std::string& service, const std::string& mode = "FileMode", const std::string& more = "") const
     {
         writeFile(folder() / "kest.toml",
                   "state = \"state\"\n[registry]\n\"tavo/ReadMode\" = \"" + mode +
-                      "\"\n[errorlog]\nspool = \"spool\"\n[service]\nsocket = \"kestd.socket\"\n" + service + "\n" +
-                      more);
+                      "\"\n[errorlog]\nspool = \"spool\"\n[[device]]\nnumber = 0\nlocation = \"" + someLocation +
+                      "\"\n[service]\nsocket = \"kestd.socket\"\n" + service + "\n" + more);
     }
 
     /// Starts the service and waits until it is ready.

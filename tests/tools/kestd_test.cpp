@@ -106,6 +106,79 @@ TEST_F(KestdTest, EntriesAreInTheLog)
     EXPECT_NE(std::string::npos, shown.output.find(hex.data())) << shown.output << shown.errors;
 }
 
+// ---------------------------------------------------------------------------------------------------- devices of the table
+
+/// A machine with LEDs, served in hardware mode.
+class KestdMachine : public KestdTest
+{
+protected:
+    /// @param service  lines of the section [service]
+    void serveMachine(const std::string& service = "", const std::string& mode = "HWareMode")
+    {
+        const runResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
+        ASSERT_EQ(0, made.exit) << made.errors;
+        configure(service, mode,
+                  "[machine]\nfolder = \"machine\"\n"
+                  "[[device]]\nnumber = 1\nname = \"leds\"\nlocation = \"sim:planar,L,9552,C0\"\n"
+                  "[[device]]\nnumber = 2\nlocation = \"sim:planar,L,1C0002,A4\"\n");
+        start();
+    }
+    [[nodiscard]] std::string leds() const
+    {
+        return run("kestctl", {"--config", (folder() / "kest.toml").string(), "port", "read", "leds"}).output;
+    }
+};
+
+/// The offset bytes of a read are a write to a device without offsets.
+TEST_F(KestdMachine, ReadOfAnLedDriverIsRefusedAndLeavesItsPins)
+{
+    serveMachine();
+    const std::string before = leds();
+    EXPECT_NE(std::string::npos, before.find("0xFFFF")) << before;
+    const answer got = connect().readSeeprom("sim:planar,L,2C0256,C0", 0x0600, 1); // drives pins 0 to 3 low
+    EXPECT_EQ(0x80001601u, got.returnCode);
+    EXPECT_NE(0u, got.logId);
+    EXPECT_EQ(before, leds());
+    EXPECT_EQ("sim:planar,L,9552,C0", [&] {
+        const answer text = connect().location(1, 0); // the table is told as it is
+        return std::string(text.data.begin(), text.data.end());
+    }());
+}
+
+TEST_F(KestdMachine, RawUsersNameAnyDevice)
+{
+    serveMachine("raw_users = [" + std::to_string(geteuid()) + "]");
+    const std::string image = readFile(folder() / "machine/power.bin");
+    const answer      got   = connect().readSeeprom("sim:planar,L,2C0032,A8", 16, 32);
+    EXPECT_EQ(image.substr(16, 32), std::string(got.data.begin(), got.data.end())) << got.message;
+}
+
+TEST_F(KestdMachine, ReadPastTheEndOfADeviceIsRefused)
+{
+    serveMachine();
+    client::Connection connection = connect();
+    const answer       got        = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 16);
+    EXPECT_EQ(outcome::refused, got.what);
+    EXPECT_EQ(0x80001607u, got.returnCode);
+    EXPECT_EQ(0x80001607u, connection.readSeeprom("sim:planar,L,1C0002,A4", 16, 0).returnCode);
+    const std::string image = readFile(folder() / "machine/panel.bin");
+    const answer      end   = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 6);
+    EXPECT_EQ(image.substr(250), std::string(end.data.begin(), end.data.end())) << end.message;
+    EXPECT_EQ(0x80001607u,
+              connection.writeSeeprom("sim:planar,L,1C0002,A4", 250, std::vector<std::uint8_t>(16)).returnCode);
+    EXPECT_EQ(image, readFile(folder() / "machine/panel.bin"));
+}
+
+/// Without a copy the library reads the whole device from the offset on, and begins again where it ends.
+TEST_F(KestdMachine, MixedModeWithoutACopyAnswersNoMoreThanWasAsked)
+{
+    std::filesystem::remove(copyFile());
+    serveMachine("", "MixedMode");
+    const std::string image = readFile(folder() / "machine/panel.bin");
+    const answer      got   = connect().readSeeprom("sim:planar,L,1C0002,A4", 250, 6);
+    EXPECT_EQ(image.substr(250), std::string(got.data.begin(), got.data.end())) << got.message;
+}
+
 // --------------------------------------------------------------------------------------------------------------- frames
 
 TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
@@ -250,13 +323,13 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
 
 // ---------------------------------------------------------------------------------------------------------- permissions
 
-/// Runs `body` in a child as the user nobody. @return its exit code
-int asNobody(const std::function<int()>& body)
+/// Runs `body` in a child as the user nobody, with nobody's group and `groups`. @return its exit code
+int asNobody(const std::function<int()>& body, const std::vector<gid_t>& groups = {})
 {
     const pid_t child = fork();
     if (child == 0) {
         const passwd* nobody = getpwnam("nobody");
-        if (nobody == nullptr || setgroups(0, nullptr) != 0 || setgid(nobody->pw_gid) != 0 ||
+        if (nobody == nullptr || setgroups(groups.size(), groups.data()) != 0 || setgid(nobody->pw_gid) != 0 ||
             setuid(nobody->pw_uid) != 0)
             _exit(100);
         _exit(body());
@@ -403,6 +476,92 @@ TEST_F(KestdPermissions, StrangersHaveASmallShare)
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
 }
 
+/// One user takes all the places there are for him and keeps them; others have theirs.
+TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
+{
+    configure("max_clients = 32\nmax_clients_per_user = 16\nread_users = [\"nobody\"]");
+    start();
+    int toChild[2];
+    int toParent[2];
+    ASSERT_EQ(0, pipe(toChild));
+    ASSERT_EQ(0, pipe(toParent));
+    std::thread other([&] {
+        char byte = 0;
+        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+        for (int number = 0; number < 16; ++number) {
+            const answer got = connect().readSeeprom(someLocation, 0, 4);
+            EXPECT_EQ(part(0, 4), got.data) << got.message;
+        }
+        EXPECT_EQ(1, write(toChild[1], "x", 1));
+    });
+    EXPECT_EQ(0, asNobody([&] {
+                  std::vector<std::unique_ptr<RawClient>> idle;
+                  int                                     served = 0;
+                  for (int number = 0; number < 40; ++number) {
+                      idle.push_back(std::make_unique<RawClient>(socketPath()));
+                      idle.back()->send(seepromRequest(0x8001, 0, 4));
+                      const auto reply = idle.back()->receive();
+                      served += reply && reply->returnCode == 0 ? 1 : 0;
+                  }
+                  char byte = 0;
+                  return write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1 && served == 16
+                             ? 0
+                             : served + 1;
+              }));
+    other.join();
+    for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]})
+        close(end);
+}
+
+/// The groups count that the process has, not those that the user database gives its user: it may have given them up, or got more.
+TEST_F(KestdPermissions, GroupsAreThoseOfTheConnectingProcess)
+{
+    constexpr gid_t club = 4'000'000'002; // no database has it
+    configure("read_groups = [" + std::to_string(club) + "]");
+    start();
+    const auto mayRead = [this] { return connect().readSeeprom(someLocation, 0, 4) ? 1 : 0; };
+    EXPECT_EQ(0, asNobody(mayRead));
+    EXPECT_EQ(1, asNobody(mayRead, {5, club}));
+    std::vector<gid_t> many; // more than anybody has room for at first
+    for (gid_t group = 1; group <= 300; ++group)
+        many.push_back(100'000 + group);
+    many.push_back(club);
+    EXPECT_EQ(1, asNobody(mayRead, many));
+}
+
+/// Nobody waits for admission while he holds a descriptor of the service.
+TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
+{
+    configure("max_clients = 16");
+    start();
+    const std::size_t before = daemon().descriptors();
+    int               toChild[2];
+    int               toParent[2];
+    ASSERT_EQ(0, pipe(toChild));
+    ASSERT_EQ(0, pipe(toParent));
+    std::thread counting([&] {
+        char byte = 0;
+        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+        EXPECT_LT(daemon().descriptors(), before + 20); // two places, and what the service opens at its first client
+        EXPECT_EQ(1, write(toChild[1], "x", 1));
+    });
+    EXPECT_EQ(0, asNobody([&] {
+                  std::vector<std::unique_ptr<RawClient>> clients;
+                  for (int number = 0; number < 500; ++number)
+                      clients.push_back(std::make_unique<RawClient>(socketPath()));
+                  // the last has been told: all before it are admitted or turned away
+                  const auto told = clients.back()->receive();
+                  char       byte = 0;
+                  return write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1 && told &&
+                                 told->returnCode == 0x80001605
+                             ? 0
+                             : 1;
+              }));
+    counting.join();
+    for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]})
+        close(end);
+}
+
 // --------------------------------------------------------------------------------------------------------------- limits
 
 TEST_F(KestdTest, TooManyClients)
@@ -456,6 +615,7 @@ TEST_F(KestdTest, SilentClientsAreDropped)
 /// 100 clients that behave badly, each in its own way, cost the 100 others nothing.
 TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
 {
+    configure("max_clients_per_user = 256");
     start();
     std::vector<std::unique_ptr<RawClient>> hostile;
     const auto                              whole = client::encodeFrame(seepromRequest(0x8001, 0, 65536));
@@ -514,6 +674,88 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     EXPECT_EQ(0, daemon().stop());
 }
 
+/// A client that has closed its connection waits for nothing: what it asked for and was not begun is dropped.
+TEST_F(KestdTest, WorkOfClientsThatHaveGoneIsNotBegun)
+{
+    start();
+    daemon().signal(SIGSTOP);
+    {
+        RawClient gone(socketPath());
+        frame     request = seepromRequest(0x8002, 0, 4);
+        request.payload.insert(request.payload.end(), 4, 0xEE);
+        EXPECT_TRUE(gone.send(request));
+    }
+    daemon().signal(SIGCONT);
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    EXPECT_EQ(0, daemon().stop()); // with nothing left to be done
+    EXPECT_EQ(std::string(contents.begin(), contents.begin() + 4), readFile(copyFile()).substr(0, 4));
+}
+
+TEST_F(KestdTest, ClientThatHasFinishedSendingIsAnswered)
+{
+    start();
+    RawClient client(socketPath());
+    for (std::uint16_t number = 0; number < 30; ++number)
+        EXPECT_TRUE(client.send(seepromRequest(0x8001, number, 4, number)));
+    client.finishSending();
+    for (std::uint16_t number = 0; number < 30; ++number) {
+        const auto reply = client.receive();
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(number, reply->identifier);
+        EXPECT_EQ(part(number, 4), reply->payload);
+    }
+    EXPECT_TRUE(client.isHungUp());
+}
+
+/// Whoever connects when there are no descriptors left is served when there are some again.
+TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
+{
+    start();
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4)); // what the service opens once is open
+    const rlim_t before = daemon().limit(RLIMIT_NOFILE, 3);
+    RawClient    client(socketPath());
+    EXPECT_TRUE(client.send(seepromRequest(0x8001, 0, 4)));
+    const auto trace = [this] {
+        return run("kestctl", {"--config", (folder() / "kest.toml").string(), "trace", "--buffer", "kestd"}).output;
+    };
+    const auto until = std::chrono::steady_clock::now() + patience;
+    while (trace().find("acceptSome," + std::to_string(EMFILE)) == std::string::npos)
+        ASSERT_LT(std::chrono::steady_clock::now(), until) << trace();
+    daemon().limit(RLIMIT_NOFILE, before);
+    const auto reply = client.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(part(0, 4), reply->payload);
+    EXPECT_EQ(0, daemon().stop());
+}
+
+/// Whoever needs memory that is not there loses this request; the service and the others stay.
+TEST_F(KestdTest, WithoutMemoryARequestFailsAndTheServiceStays)
+{
+    if (underSanitizer)
+        GTEST_SKIP() << "their allocators end the process";
+    configure("max_clients_per_user = 256\nmax_payload = 16777216");
+    start();
+    RawClient early(socketPath());
+    EXPECT_TRUE(early.send(seepromRequest(0x8001, 0, 4)));
+    EXPECT_EQ(part(0, 4), early.receive()->payload);
+    const rlim_t before = daemon().limit(RLIMIT_DATA, static_cast<rlim_t>(daemon().statusKib("VmData") + 1024) * 1024);
+    std::size_t  failed = 0;
+    for (int number = 0; number < 20; ++number) {
+        RawClient greedy(socketPath());
+        frame     request = seepromRequest(0x8001, 0, 4);
+        request.payload.resize(8 << 20);
+        const bool sent  = greedy.send(request); // perhaps only a part, when the service hangs up
+        const auto reply = greedy.receive();
+        failed += !sent || !reply || reply->returnCode != 0 ? 1 : 0;
+    }
+    EXPECT_EQ(20U, failed);
+    EXPECT_TRUE(early.send(seepromRequest(0x8001, 0, 4)));
+    EXPECT_EQ(part(0, 4), early.receive()->payload);
+    daemon().limit(RLIMIT_DATA, before);
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    EXPECT_EQ(0, daemon().stop());
+}
+
 /// Requests that wait for devices: the bus is busy with other clients' writes all the while.
 TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
 {
@@ -521,7 +763,7 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
     ASSERT_EQ(0, made.exit) << made.errors;
     configure("", "HWareMode",
               "[machine]\nfolder = \"machine\"\ntime = \"real\"\n[[device]]\nnumber = 17\nlocation = "
-              "\"sim:planar,L,2C0256,A0\"\n");
+              "\"sim:planar,L,2C0512,A6\"\n");
     start();
     std::atomic<int>         writing{0};
     std::atomic<bool>        stop{false};
@@ -587,6 +829,26 @@ TEST_F(KestdTest, EndDoesNotWaitForTheDeaf)
     EXPECT_TRUE(silent.isHungUp());
     EXPECT_TRUE(halfway.isHungUp());
     EXPECT_EQ(0, daemon().end()); // deaf has a few seconds
+}
+
+/// A service that ends has given up socket and lock before its last clients are done.
+TEST_F(KestdTest, SuccessorStartsWhileTheLastRepliesAreBeingTaken)
+{
+    start();
+    RawClient deaf(socketPath());
+    for (int number = 0; number < 30; ++number)
+        deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    daemon().signal(SIGTERM);
+    const auto until = std::chrono::steady_clock::now() + patience;
+    while (std::filesystem::exists(socketPath()))
+        ASSERT_LT(std::chrono::steady_clock::now(), until);
+    Daemon successor(folder(), {"--config", (folder() / "kest.toml").string()});
+    EXPECT_TRUE(successor.isReady()) << successor.errors();
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    EXPECT_EQ(0, daemon().end());
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+    EXPECT_EQ(0, successor.stop());
 }
 
 TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)

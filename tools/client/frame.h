@@ -29,12 +29,14 @@ constexpr std::uint32_t maximumDataBytes = 65536;
 
 /// Return codes of the service itself; all others are the library's.
 enum serviceCode : std::uint32_t {
-    codeForbidden       = 0x80001601, ///< not permitted to this user
+    codeForbidden       = 0x80001601, ///< not permitted to this user, or not a device that requests may name
     codeLengthTooLarge  = 0x80001602, ///< a read or write of more than `maximumDataBytes`
     codePayloadTooLarge = 0x80001603, ///< a payload longer than the service takes; it then hangs up
     codeNoFrame         = 0x80001604, ///< not this protocol; it then hangs up
     codeTooManyClients  = 0x80001605, ///< it then hangs up
     codeReplyTooLarge   = 0x80001606, ///< the device gave more than `maximumDataBytes`
+    codePastTheEnd      = 0x80001607, ///< a read or write that passes the end of the device
+    codeNoMemory        = 0x80001608, ///< the service has none left for this request
 };
 
 /// One request or reply. Of a request, flags, return code and log id are 0.

@@ -1,19 +1,22 @@
 #include "tools/kestd/dispatch.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fmt/format.h>
 #include <memory>
+#include <new>
+#include <optional>
 
 #include "kest/address.h"
 #include "kest/message.h"
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/entry.h"
-#include "platform/host/registry/configuration.h"
 #include "platform/netc.h"
 #include "platform/tavo.h"
 #include "tools/common/buffer.h"
+#include "tools/common/escape.h"
 #include "tools/kestd/clock.h"
 
 namespace kest::service
@@ -27,8 +30,10 @@ constexpr std::uint16_t component           = 0x1600; // of the service's own en
 constexpr std::uint8_t  module              = 1;
 constexpr std::uint16_t libraryComponent    = 0x1300;
 constexpr std::uint8_t  detailsVersion      = 1;
-constexpr std::uint8_t  detailsRefusal      = 8; // user details: the text of the refusal
-constexpr std::size_t   lengthAt            = 8; // of the length word in the payload of a read or write
+constexpr std::uint8_t  detailsRefusal      = 8;  // user details: the text of the refusal
+constexpr std::size_t   lengthAt            = 8;  // of the length word in the payload of a read or write
+constexpr std::size_t   locationAt          = 12; // of the device text
+constexpr std::size_t   longestLocation     = 256;
 constexpr unsigned      refusalsAMinute     = 20;
 constexpr std::int64_t  minuteMs            = 60'000;
 constexpr std::size_t   mostUsersRemembered = 1024;
@@ -45,19 +50,34 @@ std::uint32_t wantedLength(const frame& request)
     return length;
 }
 
-/// Whether reads are served from a persisted copy. The library settles its read mode by the same word.
-bool servesCopies()
+/// The device text of a read or write; nothing when the payload ends before it does, which the library refuses. A text that fills the
+/// field stands there without its NUL.
+std::optional<std::string> locationOf(const frame& request)
 {
-    const auto& registry = host::currentConfiguration().registry;
-    const auto  mode     = registry.find("tavo/ReadMode");
-    return mode != registry.end() && (mode->second.starts_with("FileMode") || mode->second.starts_with("MixedMode"));
+    if (!isTransfer(request) || request.payload.size() < locationAt) {
+        return std::nullopt;
+    }
+    const auto*       text = reinterpret_cast<const char*>(request.payload.data()) + locationAt;
+    const std::size_t left = request.payload.size() - locationAt;
+    const std::size_t size = strnlen(text, std::min(left, longestLocation));
+    return size < left ? std::optional(std::string(text, size)) : std::nullopt;
+}
+
+/// The same request with the text that the device table has for its device, so that the library sees no other.
+frame withLocation(const frame& request, std::size_t replaced, const std::string& text)
+{
+    frame changed   = request;
+    auto  textBegin = changed.payload.begin() + locationAt;
+    textBegin       = changed.payload.erase(textBegin, textBegin + static_cast<std::ptrdiff_t>(replaced));
+    changed.payload.insert(textBegin, text.begin(), text.end());
+    return changed;
 }
 
 /// Whether a request is a read of all there is, which of a copy may be far more than a reply holds.
-bool isUnbounded(const frame& request)
+bool isUnbounded(const frame& request, Source source)
 {
     return request.type == client::typeRead && request.payload.size() >= lengthAt + sizeof(std::uint32_t) &&
-           wantedLength(request) == 0 && servesCopies();
+           wantedLength(request) == 0 && source != Source::hardware;
 }
 
 /// The read of one byte more than a reply holds: that is enough to tell that it does not fit, and all that is ever loaded. Without a
@@ -68,6 +88,17 @@ frame bounded(const frame& request)
     frame                   read       = request;
     std::memcpy(read.payload.data() + lengthAt, &oneTooMany, sizeof oneTooMany); // host byte order
     return read;
+}
+
+/// Whether a transfer passes the end of a device of `bytes` bytes, where the chip would go on at its beginning. A copy has an end of its
+/// own, and its length is not the device's.
+bool passesTheEnd(const frame& request, std::uint32_t bytes, Source source)
+{
+    std::uint32_t offset = 0;
+    std::memcpy(&offset, request.payload.data(), sizeof offset); // host byte order
+    const std::uint32_t length = wantedLength(request);
+    const std::uint32_t wanted = length == 0 && request.type == client::typeRead ? bytes : length;
+    return source != Source::copy && bytes != 0 && (wanted > bytes || offset > bytes - wanted);
 }
 
 bool isPermitted(const frame& request, Permission permission)
@@ -89,7 +120,10 @@ frame serve(const frame& request)
     NetcMessage answered;
     asked.identifier = request.identifier;
     asked.type       = request.type;
-    asked.setData(reinterpret_cast<const char*>(request.payload.data()), static_cast<unsigned>(request.payload.size()));
+    if (!asked.setData(reinterpret_cast<const char*>(request.payload.data()),
+                       static_cast<unsigned>(request.payload.size()))) {
+        throw std::bad_alloc();
+    }
     const std::unique_ptr<ErrlEntry> entry(kestProcessMsg(nullptr, &asked, &answered));
     reply.flags = answered.replyFlags;
     if (entry != nullptr) {
@@ -106,6 +140,48 @@ frame serve(const frame& request)
         reply.payload.assign(data, data + answered.dataSize());
     }
     return reply;
+}
+
+/// Serves a read or write whose device may be named.
+/// @param bytes  of the device, 0 when that is not known
+frame serveTransfer(const frame& request, std::uint32_t bytes, Source source, const Peer& peer, RefusalLog& refusals)
+{
+    if (passesTheEnd(request, bytes, source)) {
+        return refuseAndLog(request, client::codePastTheEnd, peer,
+                            fmt::format("it passes the end of the device, which has {} bytes", bytes), refusals);
+    }
+    if (isUnbounded(request, source)) {
+        return serve(bounded(request));
+    }
+    frame               reply  = serve(request);
+    const std::uint32_t wanted = wantedLength(request);
+    if (source == Source::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
+        reply.payload.size() > wanted) {
+        reply.payload.resize(wanted); // without a copy the device was read on, past its end to where the read began
+    }
+    return reply;
+}
+
+/// Serves a read or write of a device that the table has, with the table's own text; refuses all others.
+frame serveTableDevice(const frame& request, const std::string& location, const Devices& devices, const Peer& peer,
+                       RefusalLog& refusals)
+{
+    const auto refuse = [&](const std::string& why) {
+        return refuseAndLog(request, client::codeForbidden, peer, why, refusals);
+    };
+    const Devices::Row* const row = location.empty() ? nullptr : devices.find(location);
+    if (row == nullptr && !location.empty()) {
+        return refuse(fmt::format("'{}' is no device of the device table", tools::escaped(location)));
+    }
+    if ((row == nullptr || devices.source() != Source::hardware) && !devices.hasNumberZero()) {
+        return refuse(row == nullptr ? "the request names no device, and the device table has none with number 0"
+                                     : "the read mode has messages served from copy 0, and the device table has no "
+                                       "device with number 0");
+    }
+    return row == nullptr || row->text == location
+               ? serveTransfer(request, row == nullptr ? 0 : row->bytes, devices.source(), peer, refusals)
+               : serveTransfer(withLocation(request, location.size(), row->text), row->bytes, devices.source(), peer,
+                               refusals);
 }
 
 } // namespace
@@ -147,23 +223,30 @@ frame refusal(const frame& request, std::uint32_t code, std::uint32_t logId, con
     return {request.identifier, request.type, client::flagText, code, logId, {text.begin(), text.end()}};
 }
 
-frame dispatch(const frame& request, const Peer& peer, Permission permission, RefusalLog& refusals)
+frame dispatch(const frame& request, const Peer& peer, Permission permission, const Devices& devices,
+               RefusalLog& refusals)
 {
-    frame reply;
     if (!isPermitted(request, permission)) {
-        reply = refuseAndLog(request, client::codeForbidden, peer,
-                             fmt::format("user {} is not permitted to {}", peer.uid,
-                                         request.type == client::typeWrite ? "write" : "read"),
-                             refusals);
-    } else if (wantedLength(request) > client::maximumDataBytes) {
-        reply = refuseAndLog(
+        return refuseAndLog(request, client::codeForbidden, peer,
+                            fmt::format("user {} is not permitted to {}", peer.uid,
+                                        request.type == client::typeWrite ? "write" : "read"),
+                            refusals);
+    }
+    if (wantedLength(request) > client::maximumDataBytes) {
+        return refuseAndLog(
             request, client::codeLengthTooLarge, peer,
             fmt::format("{} bytes at once are more than {}", wantedLength(request), client::maximumDataBytes),
             refusals);
-    } else {
-        reply = isUnbounded(request) ? serve(bounded(request)) : serve(request);
     }
-    return reply;
+    const std::optional<std::string> location = locationOf(request);
+    if (!location) { // not about a device, or too short to be served
+        return serve(request);
+    }
+    if (!permission.raw) {
+        return serveTableDevice(request, *location, devices, peer, refusals);
+    }
+    const std::optional<NamedDevice> named = devices.understand(*location);
+    return serveTransfer(request, named ? named->bytes : 0, devices.source(), peer, refusals);
 }
 
 /// The library does so on behalf of a read that asks for it. This one gets no further than the copy, or the empty device text.

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "tools/client/frame.h"
+#include "tools/kestd/devices.h"
 #include "tools/kestd/permissions.h"
 
 namespace kest::service
@@ -34,7 +35,8 @@ private:
 client::frame refusal(const client::frame& request, std::uint32_t code, std::uint32_t logId, const std::string& text);
 
 /// May block for as long as the devices take. Any thread.
-client::frame dispatch(const client::frame& request, const Peer& peer, Permission permission, RefusalLog& refusals);
+client::frame dispatch(const client::frame& request, const Peer& peer, Permission permission, const Devices& devices,
+                       RefusalLog& refusals);
 
 /// Has the library look up the read mode again, which it otherwise does once: after a reload.
 void adoptReadMode();

@@ -20,7 +20,8 @@ constexpr int exitFailed   = 1;
 constexpr int exitWrongUse = 2;
 
 constexpr const char* footer = R"(Clients are permitted by user and group (service.* in the configuration); root and
-the user that kestd runs as may do everything.
+the user that kestd runs as may read and write. All get the devices of the
+device table; service.raw_users and raw_groups admit any device text.
 
 SIGTERM  answers what has been accepted and ends
 SIGHUP   reads the configuration again

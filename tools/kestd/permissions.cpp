@@ -1,6 +1,7 @@
 #include "tools/kestd/permissions.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <grp.h>
 #include <optional>
@@ -60,21 +61,19 @@ std::optional<gid_t> groupOf(const std::string& name)
     return number;
 }
 
-/// All groups of a user, the given one among them.
-std::vector<gid_t> groupsOf(uid_t user, gid_t group)
+/// The groups that the peer's process had when it connected: what the user database says of its user, it may have given up.
+std::vector<gid_t> groupsOf(int descriptor, gid_t group)
 {
-    std::vector<gid_t> groups{group};
-    std::vector<char>  buffer;
-    passwd             record{};
-    if (lookUp(record, buffer, [user](auto... arguments) { return getpwuid_r(user, arguments...); })) {
-        int count = 64;
-        groups.resize(static_cast<std::size_t>(count));
-        while (getgrouplist(record.pw_name, group, groups.data(), &count) < 0 &&
-               count > static_cast<int>(groups.size())) {
-            groups.resize(static_cast<std::size_t>(count));
-        }
-        groups.resize(std::min(groups.size(), static_cast<std::size_t>(std::max(count, 0))));
+    constexpr std::size_t usualGroups = 64;
+    std::vector<gid_t>    groups(usualGroups);
+    auto                  size   = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    int                   result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+    if (result != 0 && errno == ERANGE) { // `size` is what it takes
+        groups.resize(size / sizeof(gid_t));
+        result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
     }
+    groups.resize(result == 0 ? size / sizeof(gid_t) : 0);
+    groups.push_back(group);
     return groups;
 }
 
@@ -88,21 +87,22 @@ Peer peerOf(int descriptor)
     if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
         peer.uid    = credentials.uid;
         peer.pid    = credentials.pid;
-        peer.groups = groupsOf(credentials.uid, credentials.gid);
+        peer.groups = groupsOf(descriptor, credentials.gid);
     }
     return peer;
 }
 
 Permissions::Permissions(const host::serviceSettings& settings)
     : m_owner(geteuid()), m_read(accountsOf(settings.readUsers, settings.readGroups)),
-      m_write(accountsOf(settings.writeUsers, settings.writeGroups))
+      m_write(accountsOf(settings.writeUsers, settings.writeGroups)),
+      m_raw(accountsOf(settings.rawUsers, settings.rawGroups))
 {
 }
 
 Permission Permissions::of(const Peer& peer) const
 {
     const bool all = peer.uid == 0 || peer.uid == m_owner;
-    return {all || m_read.has(peer), all || m_write.has(peer)};
+    return {all || m_read.has(peer), all || m_write.has(peer), m_raw.has(peer)};
 }
 
 bool Permissions::Accounts::has(const Peer& peer) const

@@ -15,19 +15,20 @@ namespace kest::service
 struct Peer {
     uid_t              uid = static_cast<uid_t>(-1);
     pid_t              pid = 0;
-    std::vector<gid_t> groups; ///< its own and those that the user database gives its user
+    std::vector<gid_t> groups; ///< that the process had when it connected
 };
 
-/// @return the peer of a connected socket; with an impossible user when there is none. Asks the user database, which may take a while
+/// @return the peer of a connected socket; with an impossible user when there is none. Never waits
 Peer peerOf(int descriptor);
 
 struct Permission {
     bool               read  = false;
     bool               write = false;
+    bool               raw   = false; ///< to name any device; else those of the device table. Nothing by itself
     [[nodiscard]] bool any() const { return read || write; }
 };
 
-/// The permissions of a configuration. Root and the user that the service runs as may do everything.
+/// The permissions of a configuration. Root and the user that the service runs as may read and write the devices of the device table.
 class Permissions
 {
 public:
@@ -49,6 +50,7 @@ private:
     std::vector<std::string> m_unknown;
     Accounts                 m_read;
     Accounts                 m_write;
+    Accounts                 m_raw;
 };
 
 } // namespace kest::service

@@ -1,6 +1,5 @@
 #include "tools/kestd/service.h"
 
-#include <algorithm>
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
 #include <cerrno>
@@ -8,15 +7,19 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <new>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/host/trace/hash.h"
 #include "platform/trace.h"
 #include "tools/kestd/clock.h"
 #include "tools/kestd/systemd.h"
+#include "tools/kestd/trace.h"
 
 namespace kest::service
 {
@@ -25,23 +28,12 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr unsigned     mostThreads       = 300; // more than there are clients by default: each may wait for a device
-constexpr int          backlog           = 256;
-constexpr auto         tidyInterval      = 1s;
-constexpr auto         acceptPause       = 100ms; // when there are no descriptors left
-constexpr std::int64_t lastReplyMs       = 5000;  // for a client to take its last replies once the service is to end
-constexpr std::size_t  strangersPerSlots = 8;     // one slot in so many may go to clients that are permitted nothing
-constexpr unsigned     traceBytes        = 8192;
-
-trace_wobu_descriptor serviceTrace()
-{
-    static const trace_wobu_descriptor ring = [] {
-        trace_wobu_descriptor made = nullptr;
-        trace_wobu_init_buffer(&made, "kestd", traceBytes);
-        return made;
-    }();
-    return ring;
-}
+constexpr int          backlog       = 256;
+constexpr int          acceptsAtOnce = 4; // before requests have their turn: who connects and connects holds up nobody
+constexpr auto         tidyInterval  = 1s;
+constexpr auto         acceptPause   = 100ms; // when there are no descriptors left
+constexpr auto         memoryPause   = 10ms;  // when there is no memory left
+constexpr std::int64_t lastReplyMs   = 5000;  // for a client to take its last replies once the service is to end
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
 
@@ -49,8 +41,8 @@ void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
 class Task : public Job
 {
 public:
-    Task(asio::io_context& context, std::function<void()> body)
-        : m_work(context.get_executor()), m_body(std::move(body))
+    Task(asio::io_context& context, std::shared_ptr<Share> share, std::function<void()> body)
+        : Job(std::move(share)), m_work(context.get_executor()), m_body(std::move(body))
     {
     }
     void run() override { m_body(); }
@@ -60,17 +52,40 @@ private:
     std::function<void()>                                      m_body;
 };
 
+/// Does what the service can't go on without, as soon as there is memory for it.
+template <typename Body>
+void insist(const Body& body)
+{
+    for (bool done = false; !done;) {
+        try {
+            body();
+            done = true;
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(memoryPause);
+        }
+    }
+}
+
+/// Tells a client that there is no room for it. One that does not listen to that is not waited for.
+void turnAway(int descriptor)
+{
+    const client::frame             reply = refusal({}, client::codeTooManyClients, 0,
+                                                    "this service has as many clients as it takes, in all or of one user");
+    const std::vector<std::uint8_t> bytes = client::encodeFrame(reply);
+    (void)send(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
 std::string because(const std::string& what) { return what + ": " + std::strerror(errno); }
 
 } // namespace
 
 void Service::doLater(std::function<void()> body)
 {
-    m_workers.submit(std::make_shared<Task>(m_context, std::move(body)));
+    m_workers.submit(std::make_shared<Task>(m_context, m_workers.own(), std::move(body)));
 }
 
 Service::Service()
-    : m_workers(m_context, mostThreads), m_acceptor(m_context), m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
+    : m_workers(m_context), m_acceptor(m_context), m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
       m_acceptTimer(m_context), m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval())
 {
     useSettings();
@@ -88,8 +103,11 @@ Service::~Service()
 /// Works out the current configuration. Sessions take it over at their next request.
 void Service::useSettings()
 {
-    const auto& limits = host::currentConfiguration().service;
-    auto settings = std::make_shared<const Settings>(Settings{limits, Permissions(limits), m_generation.load() + 1});
+    const auto& current  = host::currentConfiguration();
+    const auto& limits   = current.service;
+    auto        settings = std::make_shared<const Settings>(
+        Settings{limits, Permissions(limits), Devices(current), m_generation.load() + 1});
+    m_workers.setLimits(limits.maxWorking, limits.maxWorkingPerUser);
     for (const std::string& name : settings->permissions.unknown()) {
         note("the configuration permits " + name + ", which this machine does not know");
     }
@@ -180,75 +198,107 @@ std::string Service::makeSocket(const std::string& path)
 
 // -------------------------------------------------------------------------------------------------------------- clients
 
-void Service::acceptNext()
+void Service::awaitClients()
 {
-    m_acceptor.async_accept([this](const asio::error_code& error, Protocol::socket socket) {
-        if (!error) {
-            admitLater(std::move(socket));
-        }
-        if (error && error != asio::error::operation_aborted && error != asio::error::connection_aborted) {
-            trace_wobu_write_all(serviceTrace(), host::messageHash("no client could be accepted"), " %s,%d", __LINE__,
-                                 0, "acceptNext", error.value());
-            m_acceptTimer.expires_after(acceptPause);
-            m_acceptTimer.async_wait([this](const asio::error_code&) {
-                if (m_acceptor.is_open()) {
-                    acceptNext();
-                }
-            });
-        } else if (m_acceptor.is_open()) {
-            acceptNext();
-        }
+    insist([this] {
+        m_acceptor.async_wait(Protocol::acceptor::wait_read, [this](const asio::error_code&) {
+            if (m_acceptor.is_open()) {
+                acceptSome();
+            }
+        });
     });
 }
 
-/// Looking up the user may take a while.
-void Service::admitLater(Protocol::socket socket)
+void Service::acceptSome()
 {
-    doLater([this, accepted = std::make_shared<Protocol::socket>(std::move(socket))] { admit(std::move(*accepted)); });
-}
-
-void Service::admit(Protocol::socket socket)
-{
-    Peer       peer     = peerOf(socket.native_handle());
-    const bool stranger = !settings()->permissions.of(peer).any();
-    trace_wobu_write_all(serviceTrace(), host::messageHash("client connected"), " %s,%d,%d", __LINE__, 0, "admit",
-                         static_cast<int>(peer.uid), static_cast<int>(peer.pid));
-    const auto session = std::make_shared<Session>(*this, std::move(socket), std::move(peer));
-    if (add(session, stranger)) {
-        session->run();
+    int error = 0;
+    for (int accepted = 0; accepted < acceptsAtOnce && error == 0; ++accepted) {
+        error = acceptOne();
+    }
+    if (error == 0 || error == EAGAIN || error == EWOULDBLOCK) {
+        awaitClients();
     } else {
-        session->turnAway("this service has as many clients as it takes");
+        pauseAccepting(error);
     }
 }
 
-bool Service::add(const std::shared_ptr<Session>& session, bool stranger)
+/// Without descriptors or memory those who connect wait until there are some again.
+void Service::pauseAccepting(int error)
 {
-    const std::lock_guard guard(m_lock);
-    const std::size_t     slots = m_settings->limits.maxClients;
-    const bool            hasRoom =
-        m_clients.size() < slots && (!stranger || m_strangers < std::max<std::size_t>(slots / strangersPerSlots, 1));
-    if (hasRoom) {
-        m_clients.emplace(session.get(), Client{session, stranger});
-        m_strangers += stranger ? 1 : 0;
+    trace_wobu_write_all(serviceTrace(), host::messageHash("no client could be accepted"), " %s,%d", __LINE__, 0,
+                         "acceptSome", error);
+    insist([this] {
+        m_acceptTimer.expires_after(acceptPause);
+        m_acceptTimer.async_wait([this](const asio::error_code&) {
+            if (m_acceptor.is_open()) {
+                acceptSome();
+            }
+        });
+    });
+}
+
+int Service::acceptOne()
+{
+    const int descriptor = accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (descriptor < 0) {
+        return errno == ECONNABORTED || errno == EINTR ? 0 : errno; // of one that has gone again, or of nobody
+    }
+    Protocol::socket socket(m_context);
+    bool             taken = false;
+    try {
+        socket.assign(Protocol(), descriptor);
+        taken = true;
+        admit(std::move(socket));
+    } catch (const std::exception&) { // no memory for this client; a socket that took the descriptor closes it
+        if (!taken) {
+            close(descriptor);
+        }
+        trace_wobu_write_all(serviceTrace(), host::messageHash("no memory for a new client"), " %s", __LINE__, 0,
+                             "acceptOne");
+    }
+    return 0;
+}
+
+/// Admits a client or turns it away, at once: nobody waits in between, holding a descriptor.
+void Service::admit(Protocol::socket socket)
+{
+    const auto settings = this->settings();
+    Peer       peer     = peerOf(socket.native_handle());
+    const bool stranger = !settings->permissions.of(peer).any();
+    trace_wobu_write_all(serviceTrace(), host::messageHash("client connected"), " %s,%d,%d", __LINE__, 0, "admit",
+                         static_cast<int>(peer.uid), static_cast<int>(peer.pid));
+    Place place = m_places.take(peer.uid, stranger, {settings->limits.maxClients, settings->limits.maxClientsPerUser});
+    if (place) {
+        add(std::make_shared<Session>(*this, std::move(socket), std::move(peer), std::move(place)));
+    } else {
+        turnAway(socket.native_handle());
+    }
+}
+
+void Service::add(const std::shared_ptr<Session>& session)
+{
+    bool first = false;
+    {
+        const std::lock_guard guard(m_lock);
+        m_clients.emplace(session.get(), session);
+        first = !std::exchange(m_tidying, true);
         if (m_stopping) {
             session->finish();
         }
-        if (!m_tidying) {
-            m_tidying = true;
-            asio::post(m_context, [this] { tidy(); });
-        }
     }
-    return hasRoom;
+    m_workers.submit(session);
+    if (first) {
+        insist([this] { asio::post(m_context, [this] { tidy(); }); });
+    }
 }
 
 void Service::remove(Session& session)
 {
-    Client                removed; // its connection is closed after the lock
-    const std::lock_guard guard(m_lock);
-    const auto            found = m_clients.find(&session);
+    std::shared_ptr<Session> removed; // its connection is closed after the lock
+    const std::lock_guard    guard(m_lock);
+    const auto               found = m_clients.find(&session);
     if (found != m_clients.end()) {
         removed = std::move(found->second);
-        m_strangers -= removed.stranger ? 1 : 0;
         m_clients.erase(found);
     }
 }
@@ -256,19 +306,24 @@ void Service::remove(Session& session)
 /// Looks after clients that keep the service waiting, as long as there are any.
 void Service::tidy()
 {
-    const std::int64_t    now = nowMs();
-    const std::lock_guard guard(m_lock);
-    const std::int64_t    idleMs = std::int64_t{m_settings->limits.idleSeconds} * 1000;
-    for (const auto& [key, client] : m_clients) {
-        client.session->endWhenLate(now, idleMs, m_stopping ? lastReplyMs : idleMs);
+    bool more = false;
+    {
+        const std::int64_t    now = nowMs();
+        const std::lock_guard guard(m_lock);
+        const std::int64_t    idleMs = std::int64_t{m_settings->limits.idleSeconds} * 1000;
+        for (const auto& [key, client] : m_clients) {
+            client->endWhenLate(now, idleMs, m_stopping ? lastReplyMs : idleMs);
+        }
+        more = m_tidying = !m_clients.empty();
+        if (m_stopping) {
+            notify("WATCHDOG=1");
+        }
     }
-    m_tidying = !m_clients.empty();
-    if (m_stopping) {
-        notify("WATCHDOG=1");
-    }
-    if (m_tidying) {
-        m_tidyTimer.expires_after(tidyInterval);
-        m_tidyTimer.async_wait([this](const asio::error_code&) { tidy(); });
+    if (more) { // without the lock: whoever gives memory back needs it
+        insist([this] {
+            m_tidyTimer.expires_after(tidyInterval);
+            m_tidyTimer.async_wait([this](const asio::error_code&) { tidy(); });
+        });
     }
 }
 
@@ -276,23 +331,31 @@ void Service::tidy()
 
 void Service::awaitSignal()
 {
-    m_signals.async_wait([this](const asio::error_code& error, int number) {
-        if (!error && number == SIGHUP) {
-            doLater([this] { reload(); });
-            awaitSignal();
-        } else if (!error) {
-            stop();
-        }
+    insist([this] {
+        m_signals.async_wait([this](const asio::error_code& error, int number) {
+            if (!error && number == SIGHUP) {
+                insist([this] { doLater([this] { reload(); }); });
+                awaitSignal();
+            } else if (!error) {
+                stop();
+            }
+        });
     });
 }
 
-/// Once nothing is left to do the context runs out of work, and the threads end.
+/// Once nothing is left to do the context runs out of work, and the threads end. A successor can begin at once: socket and lock are
+/// given up together, before the last requests are answered.
 void Service::stop()
 {
     notify("STOPPING=1");
-    if (!m_ownPath.empty()) { // of a socket that was handed over, whoever is next takes the rest
-        acceptBacklog();
+    if (!m_ownPath.empty()) {
         unlink(m_ownPath.c_str());
+        close(m_ownLock);
+        m_ownLock = -1;
+        // Who has connected, and perhaps asked, already, is taken in. Of a socket that was handed over, whoever is next takes them
+        for (int error = 0; error == 0;) {
+            error = acceptOne();
+        }
     }
     m_acceptor.close();
     m_acceptTimer.cancel();
@@ -300,18 +363,7 @@ void Service::stop()
     const std::lock_guard guard(m_lock);
     m_stopping = true;
     for (const auto& [key, client] : m_clients) {
-        client.session->finish();
-    }
-}
-
-/// Takes in the clients that have connected, and perhaps asked, already.
-void Service::acceptBacklog()
-{
-    for (int descriptor = 0; descriptor >= 0;) {
-        descriptor = accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (descriptor >= 0) {
-            admitLater(Protocol::socket(m_context, Protocol(), descriptor));
-        }
+        client->finish();
     }
 }
 
@@ -319,15 +371,17 @@ void Service::feedWatchdog()
 {
     if (m_watchdog && m_acceptor.is_open()) {
         notify("WATCHDOG=1");
-        m_watchdogTimer.expires_after(*m_watchdog / 2);
-        m_watchdogTimer.async_wait([this](const asio::error_code&) { feedWatchdog(); });
+        insist([this] {
+            m_watchdogTimer.expires_after(*m_watchdog / 2);
+            m_watchdogTimer.async_wait([this](const asio::error_code&) { feedWatchdog(); });
+        });
     }
 }
 
 std::string Service::run()
 {
     awaitSignal();
-    acceptNext();
+    awaitClients();
     feedWatchdog();
     if (!m_workers.start()) {
         return because("no thread");

@@ -14,8 +14,10 @@
 #include <optional>
 #include <string>
 
+#include "tools/kestd/devices.h"
 #include "tools/kestd/dispatch.h"
 #include "tools/kestd/permissions.h"
+#include "tools/kestd/places.h"
 #include "tools/kestd/session.h"
 #include "tools/kestd/workers.h"
 
@@ -26,6 +28,7 @@ namespace kest::service
 struct Settings {
     host::serviceSettings limits;
     Permissions           permissions;
+    Devices               devices;
     std::uint64_t         generation = 0;
 };
 
@@ -54,45 +57,41 @@ public:
 private:
     using Protocol = asio::local::stream_protocol;
 
-    struct Client {
-        std::shared_ptr<Session> session;
-        bool                     stranger = false; ///< permitted nothing
-    };
-
     std::string makeSocket(const std::string& path);
     void        useSettings();
-    void        acceptNext();
-    void        doLater(std::function<void()> body);
-    void        admitLater(Protocol::socket socket);
-    void        admit(Protocol::socket socket);
-    /// @return whether there is room for it
-    bool add(const std::shared_ptr<Session>& session, bool stranger);
+    void        awaitClients();
+    void        acceptSome();
+    void        pauseAccepting(int error);
+    /// @return 0, or why none was
+    int  acceptOne();
+    void admit(Protocol::socket socket);
+    void add(const std::shared_ptr<Session>& session);
+    void doLater(std::function<void()> body);
     void awaitSignal();
     void reload();
     void stop();
-    void acceptBacklog();
     void tidy();
     void feedWatchdog();
 
-    asio::io_context                         m_context;
-    Workers                                  m_workers;
-    RefusalLog                               m_refusals;
-    Protocol::acceptor                       m_acceptor;
-    asio::signal_set                         m_signals;
-    asio::steady_timer                       m_acceptTimer;
-    asio::steady_timer                       m_tidyTimer;
-    asio::steady_timer                       m_watchdogTimer;
-    std::optional<std::chrono::microseconds> m_watchdog;
-    std::mutex                               m_reloading; ///< one at a time
-    std::string                              m_ownPath;   ///< of the socket that this process made
-    int                                      m_ownLock = -1;
-    std::atomic<std::uint64_t>               m_generation{0};
-    mutable std::mutex                       m_lock; ///< of all that follows
-    std::shared_ptr<const Settings>          m_settings;
-    std::map<Session*, Client>               m_clients;
-    std::size_t                              m_strangers = 0;
-    bool                                     m_stopping  = false;
-    bool                                     m_tidying   = false;
+    Places                                       m_places; ///< outlives the sessions, which the context may hold
+    asio::io_context                             m_context;
+    Workers                                      m_workers;
+    RefusalLog                                   m_refusals;
+    Protocol::acceptor                           m_acceptor;
+    asio::signal_set                             m_signals;
+    asio::steady_timer                           m_acceptTimer;
+    asio::steady_timer                           m_tidyTimer;
+    asio::steady_timer                           m_watchdogTimer;
+    std::optional<std::chrono::microseconds>     m_watchdog;
+    std::mutex                                   m_reloading; ///< one at a time
+    std::string                                  m_ownPath;   ///< of the socket that this process made
+    int                                          m_ownLock = -1;
+    std::atomic<std::uint64_t>                   m_generation{0};
+    mutable std::mutex                           m_lock; ///< of all that follows
+    std::shared_ptr<const Settings>              m_settings;
+    std::map<Session*, std::shared_ptr<Session>> m_clients;
+    bool                                         m_stopping = false;
+    bool                                         m_tidying  = false;
 };
 
 } // namespace kest::service

@@ -1,27 +1,31 @@
 #include "tools/kestd/session.h"
 
 #include <cerrno>
-#include <fmt/format.h>
+#include <new>
+#include <poll.h>
 #include <span>
 #include <sys/socket.h>
 
+#include "platform/host/trace/hash.h"
+#include "platform/trace.h"
 #include "tools/kestd/clock.h"
 #include "tools/kestd/service.h"
+#include "tools/kestd/trace.h"
 
 namespace kest::service
 {
 namespace
 {
 
-constexpr std::size_t receiveBytes = 8192;
-constexpr unsigned    fairShare    = 8;    // requests of one client before the others' turn
-constexpr std::size_t keptBytes    = 4096; // buffers that grew larger are released while the client is silent
+constexpr std::size_t receiveBytes  = 8192;
+constexpr unsigned    receiptsATurn = 16;   // a whole request of the usual limit, if it does not come in crumbs
+constexpr std::size_t keptBytes     = 4096; // buffers that grew larger are released while the client is silent
 
 } // namespace
 
-Session::Session(Service& service, Socket socket, Peer peer)
-    : m_service(service), m_socket(std::move(socket)), m_work(m_socket.get_executor()), m_peer(std::move(peer)),
-      m_assembler(0)
+Session::Session(Service& service, Socket socket, Peer peer, Place place)
+    : Job(place.share()), m_service(service), m_place(std::move(place)), m_socket(std::move(socket)),
+      m_work(m_socket.get_executor()), m_peer(std::move(peer)), m_assembler(0)
 {
     refresh();
     m_requestSinceMs = nowMs();
@@ -30,39 +34,54 @@ Session::Session(Service& service, Socket socket, Peer peer)
 /// Takes over new settings after a reload.
 void Session::refresh()
 {
-    if (m_generation != m_service.generation()) {
-        const auto settings = m_service.settings();
-        m_generation        = settings->generation;
-        m_permission        = settings->permissions.of(m_peer);
-        m_assembler.setLimit(settings->limits.maxPayloadBytes);
+    if (m_settings == nullptr || m_settings->generation != m_service.generation()) {
+        m_settings   = m_service.settings();
+        m_permission = m_settings->permissions.of(m_peer);
+        m_assembler.setLimit(m_settings->limits.maxPayloadBytes);
     }
 }
 
 void Session::run()
 {
-    Turn turn = Turn::proceed;
-    m_waitsSinceMs.store(0, std::memory_order_relaxed);
-    while (turn == Turn::proceed) {
-        if (!m_output.empty()) {
-            turn = flush();
-        } else if (m_closing) {
-            turn = Turn::ended;
-        } else if (m_inARow >= fairShare) {
-            m_inARow = 0;
-            turn     = Turn::waiting;
-            m_service.workers().submit(shared_from_this());
-        } else {
-            turn = m_inputAt < m_input.size() ? consume() : receive();
-        }
+    Turn turn = Turn::ended; // also when there is no memory to go on with
+    try {
+        turn = goOn();
+    } catch (const std::exception&) {
+        trace_wobu_write_all(serviceTrace(), host::messageHash("no memory for a client"), " %s,%d", __LINE__, 0, "run",
+                             static_cast<int>(m_peer.uid));
     }
     if (turn == Turn::ended) {
         m_service.remove(*this);
     }
 }
 
+Session::Turn Session::goOn()
+{
+    Turn turn = Turn::proceed;
+    m_waitsSinceMs.store(0, std::memory_order_relaxed);
+    m_hadTurn  = false;
+    m_receipts = 0;
+    while (turn == Turn::proceed) {
+        if (!m_output.empty()) {
+            turn = flush();
+        } else if (m_closing) {
+            turn = Turn::ended;
+        } else if (m_inputAt < m_input.size() && !m_hadTurn) {
+            turn = consume();
+        } else if (m_inputAt == m_input.size() && m_receipts < receiptsATurn) {
+            turn = receive();
+        } else {
+            turn = Turn::waiting;
+            m_service.workers().submit(shared_from_this());
+        }
+    }
+    return turn;
+}
+
 Session::Turn Session::receive()
 {
-    std::uint8_t  bytes[receiveBytes];
+    std::uint8_t bytes[receiveBytes];
+    ++m_receipts;
     const ssize_t got = recv(m_socket.native_handle(), bytes, sizeof bytes, MSG_DONTWAIT);
     if (got > 0) {
         m_input.assign(bytes, bytes + got);
@@ -77,13 +96,14 @@ Session::Turn Session::receive()
 Session::Turn Session::consume()
 {
     using State = client::FrameAssembler::State;
+    Turn turn   = Turn::proceed;
     refresh();
     m_inputAt += m_assembler.feed(std::span(m_input).subspan(m_inputAt));
     switch (m_assembler.state()) {
     case State::incomplete:
         break;
     case State::complete:
-        answerRequest();
+        turn = answerRequest();
         break;
     case State::foreign:
         hangUp(client::codeNoFrame, "this is no frame of the kest message protocol");
@@ -92,26 +112,43 @@ Session::Turn Session::consume()
         hangUp(client::codePayloadTooLarge, "the payload is longer than this service takes");
         break;
     }
+    return turn;
+}
+
+/// Whether the client has closed its connection: nobody waits for a reply. One that has only finished sending still does.
+bool Session::hasHungUp()
+{
+    pollfd state{m_socket.native_handle(), 0, 0};
+    return poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+Session::Turn Session::answerRequest()
+{
+    m_hadTurn = true;
+    if (hasHungUp()) {
+        return Turn::ended;
+    }
+    serve(m_assembler.take());
     return Turn::proceed;
 }
 
-void Session::answerRequest()
+/// When memory runs out, what the request held of it is enough to say so.
+void Session::serve(client::frame request)
 {
-    const client::frame request = m_assembler.take();
-    send(dispatch(request, m_peer, m_permission, m_service.refusals()));
-    ++m_inARow;
+    client::frame reply;
+    try {
+        reply = dispatch(request, m_peer, m_permission, m_settings->devices, m_service.refusals());
+    } catch (const std::bad_alloc&) {
+        std::vector<std::uint8_t>().swap(request.payload);
+        reply = refusal(request, client::codeNoMemory, 0, "the service has no memory for this request");
+    }
+    send(reply);
 }
 
 void Session::hangUp(std::uint32_t code, const std::string& text)
 {
     send(refusal(m_assembler.take(), code, 0, text));
     m_closing = true;
-}
-
-void Session::turnAway(const std::string& text)
-{
-    hangUp(client::codeTooManyClients, text);
-    run();
 }
 
 void Session::send(const client::frame& reply)
@@ -150,7 +187,6 @@ Session::Turn Session::waitFor(Socket::wait_type what)
                 std::vector<std::uint8_t>().swap(*buffer);
             }
         }
-        m_inARow = 0;
     }
     m_writing.store(writing, std::memory_order_relaxed);
     m_waitsSinceMs.store(m_requestSinceMs, std::memory_order_relaxed);

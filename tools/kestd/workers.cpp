@@ -1,6 +1,7 @@
 #include "tools/kestd/workers.h"
 
 #include <chrono>
+#include <exception>
 #include <pthread.h>
 
 namespace kest::service
@@ -13,6 +14,9 @@ using namespace std::chrono_literals;
 constexpr unsigned    spareThreads = 8;           // sleeping ones that are kept for the next burst
 constexpr auto        watchTick    = 1ms;         // a job that takes longer gets a substitute
 constexpr std::size_t stackBytes   = 1024 * 1024; // reserved; only what is used counts
+constexpr unsigned    extraThreads = 3;  // beside those in work: one for events, and for the service's own jobs
+constexpr unsigned    jobsAtOnce   = 4;  // begun before somebody looks for events again
+constexpr unsigned    eventsAtOnce = 32; // handled before somebody looks for jobs again
 
 } // namespace
 
@@ -58,10 +62,64 @@ bool Workers::spawn(void* (*main)(void*))
     return made;
 }
 
-void Workers::submit(std::shared_ptr<Job> job)
+void Workers::setLimits(unsigned most, unsigned mostEach)
 {
     const Lock lock(m_lock);
-    m_jobs.push_back(std::move(job)); // the thread that submits is awake and looks here next
+    m_most     = most;
+    m_mostEach = mostEach;
+}
+
+void Workers::submit(std::shared_ptr<Job> job) noexcept
+{
+    const Lock lock(m_lock);
+    Share&     share                                                 = *job->m_share;
+    Job* const last                                                  = job.get();
+    (share.m_last != nullptr ? share.m_last->m_next : share.m_first) = std::move(job);
+    share.m_last                                                     = last;
+    queueForTurn(share); // the thread that submits is awake and looks here next
+}
+
+/// Lets an owner take part in the turns, if it is not there yet and may begin a job.
+void Workers::queueForTurn(Share& share)
+{
+    if (&share == m_own.get() || share.m_inTurn || share.m_first == nullptr || share.m_working >= m_mostEach) {
+        return;
+    }
+    share.m_inTurn                                                 = true;
+    share.m_nextTurn                                               = nullptr;
+    (m_lastTurn != nullptr ? m_lastTurn->m_nextTurn : m_firstTurn) = &share;
+    m_lastTurn                                                     = &share;
+}
+
+bool Workers::hasJob() const { return m_own->m_first != nullptr || (m_firstTurn != nullptr && m_working < m_most); }
+
+/// Takes the first job of the owner whose turn it is; that owner goes to the end of the line. There must be one.
+std::shared_ptr<Job> Workers::takeJob()
+{
+    Share* share = m_own.get();
+    if (share->m_first == nullptr) {
+        share           = m_firstTurn;
+        m_firstTurn     = share->m_nextTurn;
+        m_lastTurn      = m_firstTurn != nullptr ? m_lastTurn : nullptr;
+        share->m_inTurn = false;
+        ++share->m_working;
+        ++m_working;
+    }
+    std::shared_ptr<Job> job = std::move(share->m_first);
+    share->m_first           = std::move(job->m_next);
+    share->m_last            = share->m_first != nullptr ? share->m_last : nullptr;
+    queueForTurn(*share);
+    return job;
+}
+
+/// A job of the owner has been done.
+void Workers::release(Share& share)
+{
+    if (&share != m_own.get()) {
+        --share.m_working;
+        --m_working;
+        queueForTurn(share);
+    }
 }
 
 /// Wakes a sleeping worker, or makes one.
@@ -70,7 +128,7 @@ void Workers::enlist()
     if (m_sleeping > m_called) {
         ++m_called;
         m_wanted.notify_one();
-    } else if (m_threads < m_most) {
+    } else if (m_threads < m_most + extraThreads) {
         m_threads += spawn(workMain) ? 1 : 0;
     }
 }
@@ -79,11 +137,12 @@ void Workers::work()
 {
     Lock lock(m_lock);
     bool surplus = false;
-    while (!surplus && !(m_ended && m_jobs.empty())) {
-        if (!m_jobs.empty()) {
+    while (!surplus && !(m_ended && !hasJob())) {
+        const bool eventsFirst = !m_led && !m_ended && m_unpolled >= jobsAtOnce;
+        if (hasJob() && !eventsFirst) {
             perform(lock);
         } else if (!m_led) {
-            lead(lock);
+            lead(lock, !hasJob());
         } else if (m_sleeping >= spareThreads) {
             surplus = true;
         } else {
@@ -99,10 +158,11 @@ void Workers::work()
 
 void Workers::perform(Lock& lock)
 {
-    std::shared_ptr<Job> job = std::move(m_jobs.front());
-    m_jobs.pop_front();
+    std::shared_ptr<Job>         job   = takeJob();
+    const std::shared_ptr<Share> share = job->m_share;
     ++m_steps;
-    if (!m_jobs.empty() && m_sleeping > m_called) {
+    ++m_unpolled;
+    if (hasJob() && m_sleeping > m_called) {
         enlist(); // shares the work; nobody is made for that
     }
     if (m_atEase) {
@@ -110,17 +170,30 @@ void Workers::perform(Lock& lock)
         m_stirred.notify_one();
     }
     lock.unlock();
-    job->run();
+    try {
+        job->run();
+    } catch (const std::exception&) {
+        // nobody else suffers for it: the job has been told what running out of memory means
+    }
     job.reset(); // its end may be a connection's
     lock.lock();
+    release(*share);
 }
 
-void Workers::lead(Lock& lock)
+/// @param mayWait  for an event; else only what has come is handled
+void Workers::lead(Lock& lock, bool mayWait)
 {
-    m_led = true;
+    m_led      = true;
+    m_unpolled = 0;
     lock.unlock();
-    m_context.run_one();
-    m_context.poll();
+    try {
+        std::size_t handled = mayWait ? m_context.run_one() : m_context.poll_one();
+        for (unsigned more = 1; handled > 0 && more < eventsAtOnce; ++more) {
+            handled = m_context.poll_one();
+        }
+    } catch (const std::exception&) {
+        // the handlers make good what they can; the context goes on
+    }
     lock.lock();
     m_led = false;
     ++m_steps;

@@ -3,37 +3,63 @@
 
 #include <asio/io_context.hpp>
 #include <condition_variable>
-#include <deque>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace kest::service
 {
 
-/// Something to do that may take long.
+class Job;
+
+/// The jobs of one owner: all connections of a user, for instance. Owners take turns, whatever each of them has waiting, and of one
+/// owner's jobs only so many are in work at the same time.
+class Share
+{
+private:
+    friend class Workers; // which reads and changes all of it under its lock
+    std::shared_ptr<Job> m_first;
+    Job*                 m_last     = nullptr;
+    unsigned             m_working  = 0;
+    Share*               m_nextTurn = nullptr; ///< of those that wait for their turn
+    bool                 m_inTurn   = false;
+};
+
+/// Something to do that may take long. It waits in its owner's list, which takes no memory: submitting can't fail.
 class Job
 {
 public:
-    Job()                      = default;
+    explicit Job(std::shared_ptr<Share> share) : m_share(std::move(share)) {}
     Job(const Job&)            = delete;
     Job& operator=(const Job&) = delete;
     virtual ~Job()             = default;
-    virtual void run()         = 0;
+    /// What it throws ends this job and nothing else.
+    virtual void run() = 0;
+
+private:
+    friend class Workers;
+    std::shared_ptr<Share> m_share;
+    std::shared_ptr<Job>   m_next;
 };
 
 /// A crew of threads. One of them at a time waits for events, and then does what they call for itself: a request that is served at once
 /// costs no switch between threads. The others sleep until there are several jobs, or until the thread that would have to wait for
 /// events has been in a job for a while; the crew grows when none is left. So a slow device holds up nobody but those who asked for it.
 ///
+/// Owners of jobs take turns, and while there are always jobs, events still come in between: who has much to do holds up nobody else.
+///
 /// The event handlers themselves must not block: they submit jobs.
 class Workers
 {
 public:
-    /// @param most  as many threads at the same time, at least 2
-    Workers(asio::io_context& context, unsigned most) : m_context(context), m_most(most) {}
+    explicit Workers(asio::io_context& context) : m_context(context) {}
     Workers(const Workers&)            = delete;
     Workers& operator=(const Workers&) = delete;
     ~Workers() { join(); }
+
+    /// @param most      as many jobs are in work at the same time, at least 1; there are a few threads more
+    /// @param mostEach  as many of one owner
+    void setLimits(unsigned most, unsigned mostEach);
 
     /// @return false when not even the first threads could be had
     bool start();
@@ -42,7 +68,10 @@ public:
     void join();
 
     /// Has a job done, by an event handler's thread or from within another job.
-    void submit(std::shared_ptr<Job> job);
+    void submit(std::shared_ptr<Job> job) noexcept;
+
+    /// The owner of the service's own jobs, to which the limits don't apply.
+    [[nodiscard]] const std::shared_ptr<Share>& own() const { return m_own; }
 
 private:
     using Lock = std::unique_lock<std::mutex>;
@@ -52,26 +81,36 @@ private:
 
     bool spawn(void* (*main)(void*));
     void work();
-    void lead(Lock& lock);
+    void lead(Lock& lock, bool mayWait);
     void perform(Lock& lock);
     void supervise();
     void enlist();
 
-    asio::io_context&                m_context;
-    unsigned                         m_most;
-    std::mutex                       m_lock;
-    std::condition_variable          m_wanted;  ///< a sleeping worker is
-    std::condition_variable          m_stirred; ///< the supervisor is
-    std::condition_variable          m_gone;
-    std::deque<std::shared_ptr<Job>> m_jobs;
-    unsigned                         m_threads    = 0; ///< workers
-    unsigned                         m_sleeping   = 0;
-    unsigned                         m_called     = 0;     ///< of the sleeping, on their way up
-    bool                             m_led        = false; ///< one waits for events
-    bool                             m_ended      = false;
-    bool                             m_supervised = false;
-    bool                             m_atEase     = false; ///< the supervisor sleeps until it is stirred
-    std::uint64_t                    m_steps      = 0;     ///< taken by anybody; standing still means blocked
+    [[nodiscard]] bool   hasJob() const;
+    std::shared_ptr<Job> takeJob();
+    void                 queueForTurn(Share& share);
+    void                 release(Share& share);
+
+    asio::io_context&            m_context;
+    const std::shared_ptr<Share> m_own = std::make_shared<Share>();
+    std::mutex                   m_lock;
+    std::condition_variable      m_wanted;  ///< a sleeping worker is
+    std::condition_variable      m_stirred; ///< the supervisor is
+    std::condition_variable      m_gone;
+    unsigned                     m_most       = 2; ///< jobs in work, but for the service's own
+    unsigned                     m_mostEach   = 1;
+    unsigned                     m_working    = 0;       ///< jobs, but for the service's own
+    Share*                       m_firstTurn  = nullptr; ///< owners with jobs that may begin; kept alive by those jobs
+    Share*                       m_lastTurn   = nullptr;
+    unsigned                     m_unpolled   = 0; ///< jobs begun since somebody last looked for events
+    unsigned                     m_threads    = 0; ///< workers
+    unsigned                     m_sleeping   = 0;
+    unsigned                     m_called     = 0;     ///< of the sleeping, on their way up
+    bool                         m_led        = false; ///< one waits for events
+    bool                         m_ended      = false;
+    bool                         m_supervised = false;
+    bool                         m_atEase     = false; ///< the supervisor sleeps until it is stirred
+    std::uint64_t                m_steps      = 0;     ///< taken by anybody; standing still means blocked
 };
 
 } // namespace kest::service

@@ -1,0 +1,77 @@
+/// One session by itself, at a clock of the test's own.
+#include <gtest/gtest.h>
+
+#include "tests/host/iic_support.h"
+#include "tests/tools/kestd_support.h"
+#include "tools/kestd/clock.h"
+#include "tools/kestd/service.h"
+
+namespace kest::service
+{
+namespace
+{
+
+class KestdSession : public testing::Test
+{
+protected:
+    KestdSession()
+    {
+        int ends[2];
+        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+        client = ends[0];
+        asio::local::stream_protocol::socket socket(m_context, asio::local::stream_protocol(), ends[1]);
+        session = std::make_shared<Session>(m_service, std::move(socket), Peer{geteuid(), getpid(), {}},
+                                            m_places.take(geteuid(), false, {1, 1}));
+    }
+    ~KestdSession() override { close(client); }
+
+    /// Whether the service has closed the connection.
+    [[nodiscard]] bool isEnded() const
+    {
+        char byte = 0;
+        return recv(client, &byte, 1, MSG_DONTWAIT) == 0;
+    }
+
+private:
+    test::OwnConfiguration m_configuration;
+    Places                 m_places;
+    Service                m_service;
+    asio::io_context       m_context;
+
+protected:
+    int                      client = -1;
+    std::shared_ptr<Session> session;
+};
+
+constexpr std::int64_t limitMs = 300'000;
+
+TEST_F(KestdSession, SilentClientIsDroppedWhenItsTimeIsUpAndNotBefore)
+{
+    const std::int64_t before = nowMs();
+    session->run();
+    const std::int64_t after = nowMs();
+    session->endWhenLate(before + limitMs - 1, limitMs, 0);
+    EXPECT_FALSE(isEnded());
+    session->endWhenLate(after + limitMs, limitMs, 0);
+    EXPECT_TRUE(isEnded());
+}
+
+TEST_F(KestdSession, HalfARequestDoesNotBuyTime)
+{
+    session->run();
+    const std::int64_t after = nowMs();
+    ASSERT_EQ(3, send(client, "\0\0\0", 3, 0));
+    session->run();
+    session->endWhenLate(after + limitMs, limitMs, 0);
+    EXPECT_TRUE(isEnded());
+}
+
+TEST_F(KestdSession, WithoutALimitASilentClientStays)
+{
+    session->run();
+    session->endWhenLate(nowMs() + 1'000'000'000'000, 0, 0);
+    EXPECT_FALSE(isEnded());
+}
+
+} // namespace
+} // namespace kest::service

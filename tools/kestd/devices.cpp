@@ -1,0 +1,77 @@
+#include "tools/kestd/devices.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "platform/host/iic/paths.h"
+#include "tools/common/device.h"
+#include "tools/common/failure.h"
+
+namespace kest::service
+{
+namespace
+{
+
+/// The library settles its read mode by the same words.
+Source sourceOf(const host::configuration& settings)
+{
+    const auto mode = settings.registry.find("tavo/ReadMode");
+    if (mode == settings.registry.end()) {
+        return Source::hardware;
+    }
+    return mode->second.starts_with("FileMode")    ? Source::copy
+           : mode->second.starts_with("MixedMode") ? Source::mixed
+                                                   : Source::hardware;
+}
+
+} // namespace
+
+Devices::Devices(const host::configuration& settings)
+    : m_nodes(settings.nodes), m_source(sourceOf(settings)),
+      m_hasNumberZero(std::ranges::find(settings.devices, 0U, &host::deviceEntry::number) != settings.devices.end())
+{
+    for (const host::deviceEntry& device : settings.devices) {
+        if (auto named = understand(device.location)) {
+            m_rows.try_emplace(std::move(named->place), Row{device.location, named->bytes});
+        }
+    }
+}
+
+std::optional<NamedDevice> Devices::understand(const std::string& text) const
+{
+    tools::device         device;
+    host::iic::devicePath path;
+    host::nodeMapping     node; // the local one: nothing is put ahead of a path, and buses are the machine's own
+    try {
+        device = tools::parseDeviceText(text);
+    } catch (const tools::failure&) {
+        return std::nullopt;
+    }
+    if (host::iic::parseDevicePath(device.bus, path) != 0) {
+        return std::nullopt;
+    }
+    if (device.node != "L" && device.node != "l") {
+        node = m_nodes.at(static_cast<std::size_t>(device.node[0] - '0'));
+        if (path.simulated ? node.simNode.empty() : node.pathPrefix.empty()) {
+            return std::nullopt;
+        }
+    }
+    NamedDevice named;
+    named.place = path.simulated ? fmt::format("sim\n{}\n{}", node.simNode, path.busName)
+                                 : fmt::format("{}/dev/i2c-{}", node.pathPrefix, path.number);
+    for (const tools::deviceLink& link : device.links) {
+        named.place +=
+            fmt::format("\n{:X},{:X},{:X}", static_cast<std::uint32_t>(link.type->type), link.address, link.port);
+    }
+    named.bytes = device.end().type->bytes;
+    return named;
+}
+
+const Devices::Row* Devices::find(const std::string& text) const
+{
+    const auto named = understand(text);
+    const auto found = named ? m_rows.find(named->place) : m_rows.end();
+    return found == m_rows.end() ? nullptr : &found->second;
+}
+
+} // namespace kest::service

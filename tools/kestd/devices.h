@@ -1,0 +1,54 @@
+/// The devices that requests may name.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/host/registry/configuration.h"
+
+namespace kest::service
+{
+
+/// Where the library serves requests from.
+enum class Source : std::uint8_t {
+    hardware,
+    mixed, ///< copy 0 if there is one, else the hardware
+    copy
+};
+
+/// A device that a text names, understood as far as it matters here.
+struct NamedDevice {
+    std::string
+        place; ///< bus after node mapping, types, addresses and ports: two texts of one device have it in common
+    std::uint32_t bytes = 0; ///< as many as the type holds; 0 for types that are not read like a SEEPROM
+};
+
+/// The device table and read mode of a configuration. Not changed once it is made.
+class Devices
+{
+public:
+    explicit Devices(const host::configuration& settings);
+
+    struct Row {
+        std::string   text; ///< as the table has it
+        std::uint32_t bytes = 0;
+    };
+    /// @return the row of the table that has the device of `text` with the same types all along the chain; null when none has
+    [[nodiscard]] const Row* find(const std::string& text) const;
+    /// @return nothing when the text is none of a device, or of a node that is not mapped
+    [[nodiscard]] std::optional<NamedDevice> understand(const std::string& text) const;
+
+    [[nodiscard]] bool   hasNumberZero() const { return m_hasNumberZero; }
+    [[nodiscard]] Source source() const { return m_source; }
+
+private:
+    std::array<host::nodeMapping, 8> m_nodes;
+    std::map<std::string, Row>       m_rows; ///< by place
+    Source                           m_source        = Source::hardware;
+    bool                             m_hasNumberZero = false;
+};
+
+} // namespace kest::service

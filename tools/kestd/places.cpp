@@ -1,0 +1,57 @@
+#include "tools/kestd/places.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kest::service
+{
+namespace
+{
+
+constexpr std::uint64_t strangers        = std::uint64_t{1} << 32; // no user has this number
+constexpr std::size_t   strangersPerSlot = 8;                      // one place in so many may go to them
+
+} // namespace
+
+Place::Place(Place&& other) noexcept
+    : m_places(std::exchange(other.m_places, nullptr)), m_owner(other.m_owner), m_share(std::move(other.m_share))
+{
+}
+
+Place::~Place()
+{
+    if (m_places != nullptr) {
+        m_places->giveBack(m_owner);
+    }
+}
+
+Place Places::take(uid_t user, bool stranger, Limits limits)
+{
+    const std::uint64_t   owner = stranger ? strangers : user;
+    const std::size_t     few   = std::max<std::size_t>(limits.all / strangersPerSlot, 1);
+    const std::size_t     most  = stranger ? std::min(limits.eachOwner, few) : limits.eachOwner;
+    const std::lock_guard guard(m_lock);
+    const auto            found = m_owners.find(owner);
+    if (m_taken >= limits.all || (found != m_owners.end() ? found->second.places : 0) >= most) {
+        return {};
+    }
+    Owner& mine = found != m_owners.end() ? found->second : m_owners[owner];
+    if (mine.share == nullptr) {
+        mine.share = std::make_shared<Share>();
+    }
+    ++mine.places;
+    ++m_taken;
+    return {*this, owner, mine.share};
+}
+
+void Places::giveBack(std::uint64_t owner)
+{
+    const std::lock_guard guard(m_lock);
+    const auto            found = m_owners.find(owner);
+    --m_taken;
+    if (--found->second.places == 0) {
+        m_owners.erase(found);
+    }
+}
+
+} // namespace kest::service

@@ -1,0 +1,69 @@
+/// Places for clients: how many there are, and how many of them one user has.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <sys/types.h>
+
+#include "tools/kestd/workers.h"
+
+namespace kest::service
+{
+
+class Places;
+
+/// A connection's place. It is given back when this goes.
+class Place
+{
+public:
+    Place() = default; ///< none
+    Place(Places& places, std::uint64_t owner, std::shared_ptr<Share> share)
+        : m_places(&places), m_owner(owner), m_share(std::move(share))
+    {
+    }
+    Place(Place&& other) noexcept;
+    Place(const Place&)            = delete;
+    Place& operator=(const Place&) = delete;
+    Place& operator=(Place&&)      = delete;
+    ~Place();
+
+    [[nodiscard]] explicit operator bool() const { return m_places != nullptr; }
+    /// The owner's, which all his connections have in common.
+    [[nodiscard]] const std::shared_ptr<Share>& share() const { return m_share; }
+
+private:
+    Places*                m_places = nullptr;
+    std::uint64_t          m_owner  = 0;
+    std::shared_ptr<Share> m_share;
+};
+
+/// Who has a share: each user that is permitted something, by the user id of the connecting process, root and the service's own user
+/// like any other. All users that are permitted nothing have one together. Any thread.
+class Places
+{
+public:
+    struct Limits {
+        std::size_t all;
+        std::size_t eachOwner;
+    };
+
+    /// @return a place; none when all are taken, or this owner has had his
+    [[nodiscard]] Place take(uid_t user, bool stranger, Limits limits);
+
+private:
+    friend class Place;
+    void giveBack(std::uint64_t owner);
+
+    struct Owner {
+        std::shared_ptr<Share> share;
+        std::size_t            places = 0;
+    };
+    std::mutex                     m_lock;
+    std::map<std::uint64_t, Owner> m_owners; ///< those with a place
+    std::size_t                    m_taken = 0;
+};
+
+} // namespace kest::service
