@@ -40,7 +40,7 @@ struct kest_deviceAddress {
 
 /// Index of an attribute in a record of six.
 enum kest_attribute : std::int32_t {
-    KEST_ATTR_BUS_SPEED   = 0, ///< kHz; default 400
+    KEST_ATTR_BUS_SPEED   = 0, ///< kHz, of a simulated bus; a kernel bus keeps its adapter's clock; default 400
     KEST_ATTR_OPTION      = 1, ///< carried to the hardware routines; default 1
     KEST_ATTR_WRITE_CYCLE = 2, ///< ms a page; default 15
     KEST_ATTR_READ_MODE =

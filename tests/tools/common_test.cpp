@@ -344,6 +344,7 @@ TEST(Failures, EntryDecidesTheExitCode)
     EXPECT_EQ("4 the hub did not answer and was reset", exitOf(0x1311, 0x41000000, ENXIO));
     EXPECT_EQ("2 the hub has no such port", exitOf(0x131C, 0x0010131C, 7));
     EXPECT_EQ("1 a byte was not acknowledged, or the transfer ended short", exitOf(0x1312, 0x80001312, EIO));
+    EXPECT_EQ("1 no memory or open file is left", exitOf(0x1312, 0x00001312, ENOMEM));
 }
 
 TEST(Attributes, AreTheDefaultsWithHardwareMode)

@@ -424,5 +424,16 @@ TEST_F(KestctlSeeprom, LockedOrAbsentDevicesHaveTheirExitCodes)
                 HasSubstr("no such bus"));
 }
 
+TEST_F(KestctlSeeprom, MissingBusOfANodeIsToldWithTheBusesOfThatNode)
+{
+    writeFile(machine() / "kest.toml", readFile(machine() / "kest.toml") + "\n[nodes]\n2 = \"sim:blade\"\n");
+    writeFile(machine() / "machine.toml",
+              readFile(machine() / "machine.toml") + "\n[[bus]]\nname = \"mezzanine\"\nnode = \"blade\"\n");
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,2,2C0256,A0", "--length", "1"}),
+                StartsWith("sim:planar,2,2C0256,A0: read: the simulated machine has no such bus; it has mezzanine"));
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:mezzanine,L,2C0256,A0", "--length", "1"}),
+                StartsWith("sim:mezzanine,L,2C0256,A0: read: the simulated machine has no such bus; it has planar"));
+}
+
 } // namespace
 } // namespace kest::test

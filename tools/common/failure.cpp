@@ -47,6 +47,7 @@ const std::array adviceRows{
     adviceRow{EBUSY, exitBusy, "somebody else holds it", "try again in a moment"},
     adviceRow{EACCES, exitRefused, "not permitted", "run it as a user who may use the bus or file"},
     adviceRow{EPERM, exitRefused, "not permitted", "run it as a user who may use the bus or file"},
+    adviceRow{ENOMEM, exitFailed, "no memory or open file is left", "try again when less is running"},
     adviceRow{EROFS, exitRefused, "read-only file system", ""},
     adviceRow{ENOSYS, exitFailed, "the adapter or the chain of devices can't do that", ""},
 };
