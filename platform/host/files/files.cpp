@@ -80,7 +80,7 @@ fileDescriptor::~fileDescriptor()
 }
 
 fileLock::fileLock(const std::filesystem::path& file, std::chrono::milliseconds patience)
-    : m_file(openFile(file, O_RDWR | O_CREAT)), m_error(m_file.valid() ? 0 : errno)
+    : m_error(m_file.open([&] { return openFile(file, O_RDWR | O_CREAT).release(); }) ? 0 : errno)
 {
     // Tried again rather than waited for: a stopped holder must not stop everybody else for ever.
     const auto until = std::chrono::steady_clock::now() + patience;
@@ -96,8 +96,9 @@ fileLock::fileLock(const std::filesystem::path& file, std::chrono::milliseconds 
 
 fileLock::~fileLock()
 {
-    if (m_error == 0)
-        flock(m_file.number(), LOCK_UN); // closing is not enough: a child forked meanwhile shares the lock
+    if (m_error == 0 && m_file.valid())
+        flock(m_file.number(),
+              LOCK_UN); // closing is not enough: a child shares the lock until it runs for the first time
 }
 
 int makeFolders(const std::filesystem::path& folder) noexcept

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/files/unshared.h"
 #include "sim/descriptors.h"
 
 namespace kest::host
@@ -35,12 +36,15 @@ public:
 
     [[nodiscard]] bool valid() const { return m_number >= 0; }
     [[nodiscard]] int  number() const { return m_number; }
+    /// @return the number, which is the caller's to close from now on
+    int release() { return std::exchange(m_number, -1); }
 
 private:
     int m_number = -1;
 };
 
-/// Excludes every other holder of a lock on the same file, in this process and others. Ends with its owner or its process.
+/// Excludes every other holder of a lock on the same file, in this process and others. Ends with its owner or its process, whatever
+/// children that has.
 class fileLock
 {
 public:
@@ -55,8 +59,8 @@ public:
     [[nodiscard]] int error() const { return m_error; }
 
 private:
-    fileDescriptor m_file;
-    int            m_error = 0;
+    unsharedFile m_file;
+    int          m_error = 0;
 };
 
 /// Makes a folder and those above it that are missing; what it made is durable on return. ENOTDIR when something else has the name, else
