@@ -47,6 +47,7 @@ public:
     int                              openError    = 0;
     int                              funcsError   = 0;
     mode_t                           nodeMode     = S_IFCHR | 0600;
+    gid_t                            nodeGroup    = getgid();
     unsigned int                     minorNumber  = 7;
     std::size_t                      longestRead  = 8192; ///< quirk: longer ones are refused
     std::size_t                      longestWrite = 8192; ///< likewise
@@ -83,7 +84,7 @@ public:
         about         = {};
         about.st_mode = nodeMode;
         about.st_rdev = makedev(89, minorNumber);
-        about.st_gid  = getgid();
+        about.st_gid  = nodeGroup;
         return 0;
     }
     int control(int descriptor, unsigned long request, std::uintptr_t argument) override

@@ -1,8 +1,30 @@
 /// First-failure data.
+#include <csignal>
 #include <nlohmann/json.hpp>
+#include <sys/resource.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 
+#include "platform/host/iic/ffdc.h"
+#include "tests/sanitizers.h"
 #include "tests/system/iic_machine.h"
+
+namespace
+{
+
+bool killsAtNextWrite = false;
+
+} // namespace
+
+/// Stands in front of the C library's.
+extern "C" ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset)
+{
+    if (killsAtNextWrite) {
+        raise(SIGKILL);
+    }
+    const iovec whole{const_cast<void*>(data), size};
+    return pwritev(descriptor, &whole, 1, offset);
+}
 
 namespace kest::test
 {
@@ -26,6 +48,14 @@ protected:
         EXPECT_EQ(error, device.read(data).error);
         machine->clearFault(fault);
         wires->reset();
+    }
+    [[nodiscard]] std::filesystem::path recordFile() const { return folder() / "iic.planar.A0.ffdc"; }
+    /// The error of the record in the machine's folder, where every process finds it; empty when there is none.
+    [[nodiscard]] std::string sharedError() const
+    {
+        std::ifstream        file(recordFile());
+        const nlohmann::json record = nlohmann::json::parse(file, nullptr, false);
+        return record.is_object() ? record.value("error", "") : "";
     }
 };
 
@@ -172,6 +202,80 @@ TEST_F(IicFirstFailure, WhatIsNoRecordIsNotGivenOut)
     EXPECT_FALSE(std::filesystem::is_symlink(path));
     failRead(device, "short", EIO);
     EXPECT_EQ("EIO", recordOf(device)["error"]);
+}
+
+TEST_F(IicFirstFailure, WhatIsNoRecordIsReplacedByTheNextOne)
+{
+    OpenDevice device("sim:planar@A0");
+    for (const std::string& junk : {std::string(), std::string("{\"operation\":\"re"), std::string(9000, '\0')}) {
+        std::ofstream(recordFile(), std::ios::binary) << junk;
+        failRead(device, "short", EIO);
+        EXPECT_EQ("EIO", sharedError()) << junk.substr(0, 20);
+        EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
+    }
+}
+
+TEST_F(IicFirstFailure, LinksAndPipesInTheWayAreReplaced)
+{
+    OpenDevice device("sim:planar@A0");
+    std::filesystem::create_symlink("nowhere", recordFile());
+    failRead(device, "short", EIO);
+    EXPECT_FALSE(std::filesystem::exists(folder() / "nowhere"));
+    EXPECT_EQ("EIO", sharedError());
+    EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
+    ASSERT_EQ(0, mkfifo(recordFile().c_str(), 0600));
+    EXPECT_EQ("", device.firstFailure());
+    failRead(device, "hold-sda", ETIME);
+    EXPECT_TRUE(std::filesystem::is_regular_file(recordFile()));
+    EXPECT_EQ("ETIME", sharedError());
+}
+
+TEST_F(IicFirstFailure, WithoutADescriptorItIsAFailureAndNotNone)
+{
+    if (underSanitizer)
+        GTEST_SKIP() << "the check of virtual tables needs descriptors of its own";
+    OpenDevice device("sim:planar@A0");
+    failRead(device, "short", EIO);
+    struct rlimit before {
+    };
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit nothing{0, before.rlim_max};
+    void*        data = &device;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &nothing));
+    errno            = 0;
+    const int result = mern_iic_ffdc_extract(device.handle(), 0, &data);
+    const int error  = errno;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ((answer{-1, ENOMEM}), (answer{result, error}));
+    EXPECT_EQ(nullptr, data);
+    EXPECT_EQ("EIO", recordOf(device)["error"]);
+}
+
+TEST_F(IicFirstFailure, ProcessKilledWhileItRecordsLeavesNothingInTheWay)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        std::shared_ptr<host::iic::bus> bus;
+        if (host::iic::openSimulatedBus(folder(), false, "planar", "", bus) == 0) {
+            killsAtNextWrite = true;
+            host::iic::keepFirstFailure(*bus, {.operation = "read", .target = 0xA0, .error = EIO}, {});
+        }
+        _exit(1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    OpenDevice device("sim:planar@A0");
+    EXPECT_EQ("", device.firstFailure());
+    failRead(device, "hold-sda", ETIME);
+    EXPECT_EQ("ETIME", sharedError());
+    std::vector<std::string> records;
+    for (const auto& entry : std::filesystem::directory_iterator(folder())) {
+        if (entry.path().filename().string().find("ffdc") != std::string::npos) {
+            records.push_back(entry.path().filename().string());
+        }
+    }
+    EXPECT_EQ(std::vector<std::string>{"iic.planar.A0.ffdc"}, records);
 }
 
 TEST_F(IicFirstFailure, ReservedArgumentsAreZero)

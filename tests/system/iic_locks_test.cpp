@@ -1,11 +1,10 @@
 /// Address locks between handles and processes.
-#include <array>
-#include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <sys/wait.h>
-#include <thread>
 
+#include "platform/host/iic/locks.h"
 #include "tests/host/trace_support.h"
 #include "tests/places.h"
 #include "tests/system/iic_machine.h"
@@ -15,12 +14,31 @@ namespace kest::test
 namespace
 {
 
-using clock = std::chrono::steady_clock;
-
-double msSince(clock::time_point start)
+/// A time for waiters that passes in their pauses alone.
+class DrivenClock : public host::iic::lockClock
 {
-    return std::chrono::duration<double, std::milli>(clock::now() - start).count();
-}
+public:
+    DrivenClock() { host::iic::useLockClock(this); }
+    DrivenClock(const DrivenClock&)            = delete;
+    DrivenClock& operator=(const DrivenClock&) = delete;
+    ~DrivenClock() override { host::iic::useLockClock(nullptr); }
+
+    std::chrono::nanoseconds now() override { return m_now; }
+    void                     pause(std::chrono::nanoseconds time) override
+    {
+        m_now += time;
+        ++pauses;
+        if (inPause) {
+            inPause(pauses);
+        }
+    }
+
+    int                      pauses = 0;
+    std::function<void(int)> inPause; ///< told how many there have been
+
+private:
+    std::chrono::nanoseconds m_now{1};
+};
 
 answer lock(OpenDevice& device, bytes record) { return device.config(2, 17, record.data(), 8); }
 answer unlock(OpenDevice& device, bytes record) { return device.config(2, 18, record.data(), 8); }
@@ -148,17 +166,15 @@ TEST_F(IicLocks, WaiterIsBusyAtItsTimeOut)
     OpenDevice one("sim:planar");
     OpenDevice other("sim:planar");
     lock(one, registerLock(0xC0, 0));
-    for (const std::uint32_t timeoutMs : {0U, 30U, 110U}) {
-        std::array<double, 11> waitedMs{};
-        for (double& each : waitedMs) {
-            const auto start = clock::now();
-            EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, timeoutMs)));
-            each = msSince(start);
-            EXPECT_GE(each, timeoutMs);
-        }
-        std::ranges::sort(waitedMs); // the middle one: on a busy machine some wait longer
-        EXPECT_LT(waitedMs[waitedMs.size() / 2], timeoutMs + 20.0) << testing::PrintToString(waitedMs);
-    }
+    DrivenClock clock;
+    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ(0, clock.pauses);
+    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 30)));
+    EXPECT_EQ(300, clock.pauses);
+    EXPECT_EQ(std::chrono::milliseconds(30) + std::chrono::nanoseconds(1), clock.now());
+    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 110)));
+    EXPECT_EQ(1400, clock.pauses);
+    EXPECT_EQ(std::chrono::milliseconds(140) + std::chrono::nanoseconds(1), clock.now());
 }
 
 TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
@@ -166,38 +182,50 @@ TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
     OpenDevice one("sim:planar");
     OpenDevice other("sim:planar");
     lock(one, registerLock(0xC0, 0));
-    std::thread waiter([&] { EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 20'000))); });
-    EXPECT_EQ((answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
-    waiter.join();
+    DrivenClock clock;
+    clock.inPause = [&one](int pauses) {
+        if (pauses == 3) {
+            EXPECT_EQ((answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
+        }
+    };
+    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 20'000)));
+    EXPECT_EQ(3, clock.pauses);
+    EXPECT_EQ((answer{-1, EBUSY}), lock(one, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, KilledHolderReleasesAtOnce)
 {
-    OpenDevice waiter("sim:planar");
-    double     shortestMs = 1e9; // of several deaths: on a busy machine a waiter may wake up late
-    for (int death = 0; death < 7; ++death) {
-        Child holder([](const auto& tell) {
-            OpenDevice device("sim:planar");
-            const bool held = lock(device, registerLock(0xC0, 0)) == answer{0, 0};
-            tell();
-            pause();
-            return held;
-        });
-        holder.awaitWord();
-        EXPECT_EQ((answer{-1, EBUSY}), lock(waiter, registerLock(0xC0, 0)));
-        clock::time_point had;
-        std::thread       waiting([&] {
-            EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
-            had = clock::now();
-        });
-        const int         status = holder.end(SIGKILL);
-        const auto        dead   = clock::now();
-        waiting.join();
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-        EXPECT_EQ((answer{0, 0}), unlock(waiter, registerLock(0xC0, 0)));
-        shortestMs = std::min(shortestMs, std::chrono::duration<double, std::milli>(had - dead).count());
-    }
-    EXPECT_LT(shortestMs, 50.0);
+    Child holder([](const auto& tell) {
+        OpenDevice device("sim:planar");
+        const bool held = lock(device, registerLock(0xC0, 0)) == answer{0, 0};
+        tell();
+        pause();
+        return held;
+    });
+    holder.awaitWord();
+    OpenDevice  waiter("sim:planar");
+    DrivenClock clock;
+    int         status = 0;
+    clock.inPause      = [&](int pauses) { status = pauses == 2 ? holder.end(SIGKILL) : status; };
+    EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    EXPECT_EQ(2, clock.pauses);
+}
+
+TEST_F(IicLocks, WaiterForAFileThatIsExchangedMeetsTheOthersAtTheNewOne)
+{
+    OpenDevice one("sim:planar");
+    OpenDevice other("sim:planar");
+    OpenDevice third("sim:planar");
+    lock(one, registerLock(0xC0, 0));
+    DrivenClock clock;
+    clock.inPause = [&](int /*pauses*/) {
+        EXPECT_TRUE(std::filesystem::remove(folder() / "iic.planar.lock"));
+        EXPECT_EQ((answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
+    };
+    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 20'000)));
+    EXPECT_EQ((answer{-1, EBUSY}), lock(third, registerLock(0xC0, 0)));
+    EXPECT_EQ(1, clock.pauses);
 }
 
 TEST_F(IicLocks, ExitOfTheHolderReleases)

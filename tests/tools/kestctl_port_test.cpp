@@ -162,5 +162,18 @@ TEST_F(KestctlThermal, CountEndsAWatchAndAFailedSampleDoesNot)
     EXPECT_EQ(4, samples.back().at("error").at("exit_code"));
 }
 
+TEST_F(KestctlPort, LockFolderThatIsRefusedIsToldWithTheCommandThatMakesItRight)
+{
+    const std::string folder = std::filesystem::canonical(machine()).string();
+    std::filesystem::permissions(machine(), std::filesystem::perms(0777));
+    const runResult refused = kestctl({"port", "write", "panel-leds", "on", "--pins", "0"});
+    EXPECT_EQ(3, refused.exit);
+    EXPECT_NE(std::string::npos, refused.errors.find("everybody could exchange the locks in '" + folder +
+                                                     "'; as its owner: chmod +t '" + folder + "'"))
+        << refused.errors;
+    std::filesystem::permissions(machine(), std::filesystem::perms(01777));
+    says({"port", "write", "panel-leds", "on", "--pins", "0"});
+}
+
 } // namespace
 } // namespace kest::test

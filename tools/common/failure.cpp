@@ -10,6 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/host/errorlog/store.h"
+#include "platform/host/iic/tools.h"
+#include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/machine.h"
@@ -108,7 +110,9 @@ bool describeReason(const reasonRow* row, failure& why)
 void describeErrno(int error, const device& which, failure& why)
 {
     const errnoAdvice advice  = adviceFor(error);
-    const std::string trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(which.bus, which.node) : "";
+    const std::string trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(which.bus, which.node)
+                                : error == EACCES ? host::iic::lockFolderTrouble(which.bus, nodeNumber(which.node))
+                                                  : "";
     why.code                  = advice.code;
     why.what                  = trouble.empty() ? advice.what : trouble;
     why.tryThis               = trouble.empty() ? advice.tryThis : "";

@@ -93,6 +93,8 @@ struct busIdentity {
     mode_t                mode;  ///< permissions of the shared files: who may use the bus may lock it
     gid_t                 group; ///< of the shared files
     std::string           text;  ///< for people: the path without the device's address
+    uid_t                 owner =
+        0; ///< of the shared files that root makes, and of the folder: trusted beside root and the process's own user
 };
 
 class bus

@@ -144,7 +144,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
                              .name   = "iic." + (node.empty() ? "" : fileNameSafe(node) + ".") + fileNameSafe(name),
                              .mode   = folder.st_mode & 0666U,
                              .group  = folder.st_gid,
-                             .text   = "sim:" + name};
+                             .text   = "sim:" + name,
+                             .owner  = folder.st_uid};
         opened = std::make_shared<simulatedBus>(std::move(machine), std::move(wires), std::move(identity));
     } catch (const std::system_error& failure) {
         return isShortage(failure.code().value()) ? ENOMEM : ENODEV;

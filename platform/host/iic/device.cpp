@@ -273,7 +273,11 @@ callResult device::extractFirstFailure(int reserved, void** data)
     if (reserved != 0) {
         return failedWith(EINVAL);
     }
-    const std::string text = firstFailure(m_wires->identity(), m_target);
+    std::string text;
+    const int   error = firstFailure(m_wires->identity(), m_target, text);
+    if (error != 0) {
+        return failedWith(error);
+    }
     if (text.empty()) {
         return {};
     }

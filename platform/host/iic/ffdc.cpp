@@ -1,18 +1,23 @@
 #include "platform/host/iic/ffdc.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <thread>
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "platform/host/files/files.h"
 #include "platform/host/files/fork.h"
 #include "platform/host/iic/sharedfolder.h"
+
+#ifndef F_OFD_SETLK
+#define F_OFD_SETLK 37
+#endif
 
 namespace kest::host::iic
 {
@@ -56,6 +61,10 @@ namespace
 
 constexpr std::size_t longestRecord = 4096;
 constexpr std::size_t longestText   = 200; // of a name within it
+
+constexpr int                       recordAttempts     = 3;
+constexpr int                       recordLockAttempts = 50;
+constexpr std::chrono::milliseconds recordLockPause{1};
 
 struct errnoText {
     int         error;
@@ -153,10 +162,10 @@ public:
         const auto            found = m_texts.find(key);
         return found == m_texts.end() ? std::string{} : found->second;
     }
-    void drop(const std::string& key)
+    bool drop(const std::string& key) ///< @return whether there was one
     {
         const std::lock_guard hold(m_mutex);
-        m_texts.erase(key);
+        return m_texts.erase(key) != 0;
     }
     void beforeFork() { m_mutex.lock(); }
     void afterFork(bool /*inChild*/) { m_mutex.unlock(); }
@@ -174,42 +183,84 @@ std::string ownKey(const busIdentity& identity, std::uint8_t target)
     return identity.folder / recordName(identity, target);
 }
 
-/// The record appears under its name whole or not at all, and never takes the place of another.
-/// @return whether there is a record now, this one or an earlier
-bool writeRecord(const busIdentity& identity, const std::string& name, const std::string& text)
-{
-    static std::atomic<unsigned int> counter{0};
-    const std::string                path = identity.folder / name;
-    const std::string draft     = "." + name + "." + std::to_string(getpid()) + "." + std::to_string(++counter);
-    const std::string draftPath = identity.folder / draft;
-    if (makeSharedFolder(identity) != 0) {
-        return false;
-    }
-    if (access(path.c_str(), F_OK) == 0) {
-        return true;
-    }
-    const int  descriptor = openSharedFile(identity, draft, O_CREAT | O_EXCL);
-    const bool written =
-        descriptor >= 0 && write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    const bool kept = written && (link(draftPath.c_str(), path.c_str()) == 0 || errno == EEXIST);
-    if (descriptor >= 0) {
-        close(descriptor);
-        unlink(draftPath.c_str());
-    }
-    return kept;
-}
+bool isRecord(const std::string& text) { return !text.empty() && nlohmann::json::accept(text); }
 
-/// @return a record's text, empty when there is none or what is there is none
-std::string readRecord(const busIdentity& identity, const std::string& name)
+/// @return the text of an open record; empty when it is none
+std::string contentsOf(int descriptor)
 {
     std::string   text(longestRecord + 1, '\0');
-    const int     descriptor = openSharedFile(identity, name, 0);
-    const ssize_t length     = descriptor < 0 ? -1 : read(descriptor, text.data(), text.size());
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
+    const ssize_t length = pread(descriptor, text.data(), text.size(), 0);
     text.resize(length > 0 && length <= static_cast<ssize_t>(longestRecord) ? static_cast<std::size_t>(length) : 0);
-    return nlohmann::json::accept(text) ? text : std::string{};
+    return isRecord(text) ? text : std::string{};
+}
+
+/// @param[out] text  empty when there is no record, or what is there is none. @return 0 or an errno
+int readRecord(const busIdentity& identity, const std::string& name, std::string& text)
+{
+    const fileDescriptor file(openSharedFile(identity, name, sharedUse::read));
+    const int            error = file.valid() ? 0 : errno;
+    text                       = file.valid() ? contentsOf(file.number()) : std::string{};
+    return error;
+}
+
+/// @return whether there was no record under the name, and nothing to read one from
+bool isNone(int error)
+{
+    return error == ENOENT || error == ENOTDIR || error == EISDIR || error == ELOOP || error == ENXIO;
+}
+
+/// What has a record's name and can't be one: links, pipes, sockets.
+bool canBeNoRecord(int error) { return error == ELOOP || error == ENXIO; }
+
+/// Excludes the others who record a failure. Whoever holds it is about to be done. @return false when it is not had soon
+bool lockRecord(int descriptor)
+{
+    struct flock request {
+    };
+    request.l_type   = F_WRLCK;
+    request.l_whence = SEEK_SET;
+    bool had         = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
+    for (int attempt = 1; !had && attempt < recordLockAttempts; ++attempt) {
+        std::this_thread::sleep_for(recordLockPause);
+        had = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
+    }
+    return had;
+}
+
+/// Writes in place: what is there may be another user's, whom a new file would not take the place of in every folder. A text so short gets
+/// there whole or, when the system ends first, as none.
+bool putRecord(int descriptor, const std::string& text)
+{
+    const bool written = ftruncate(descriptor, 0) == 0 &&
+                         pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+                         fsync(descriptor) == 0;
+    if (!written) {
+        static_cast<void>(!ftruncate(descriptor, 0)); // part of a record is none: the next failure is welcome
+    }
+    return written;
+}
+
+/// Never takes the place of another record. @return whether there is one now, this one or an earlier
+bool writeRecord(const busIdentity& identity, const std::string& name, const std::string& text)
+{
+    std::string  earlier;
+    unsharedFile file;
+    readRecord(identity, name, earlier);
+    if (!earlier.empty()) {
+        return true;
+    }
+    for (int attempt = 0; attempt < recordAttempts; ++attempt) {
+        if (!file.open([&] { return openSharedFile(identity, name, sharedUse::create); })) {
+            if (!canBeNoRecord(errno) || removeSharedFile(identity, name) != 0) {
+                return false;
+            }
+        } else if (!lockRecord(file.number())) {
+            return false;
+        } else if (isSharedFile(identity, name, file.number())) {
+            return !contentsOf(file.number()).empty() || putRecord(file.number(), text);
+        }
+    }
+    return false; // dropped again and again while this one was about to be written
 }
 
 } // namespace
@@ -232,18 +283,26 @@ void keepFirstFailure(bus& where, const failureReport& report, const transaction
     }
 }
 
-std::string firstFailure(const busIdentity& identity, std::uint8_t target)
+int firstFailure(const busIdentity& identity, std::uint8_t target, std::string& text)
 {
-    const std::string text = readRecord(identity, recordName(identity, target));
-    return text.empty() ? ownRecords::instance().find(ownKey(identity, target)) : text;
+    const int error = readRecord(identity, recordName(identity, target), text);
+    if (text.empty()) {
+        text = ownRecords::instance().find(ownKey(identity, target));
+    }
+    return !text.empty() || isNone(error) ? 0 : errnoOfFolder(error);
 }
 
 int dropFirstFailure(const busIdentity& identity, std::uint8_t target)
 {
-    const std::string path  = identity.folder / recordName(identity, target);
-    const int         error = unlink(path.c_str()) == 0 ? 0 : errno;
-    ownRecords::instance().drop(ownKey(identity, target));
-    const bool none = error == ENOENT || error == ENOTDIR;
+    const std::string name  = recordName(identity, target);
+    int               error = removeSharedFile(identity, name);
+    if (error == EPERM || error == EACCES) { // another's file, in a folder where only its owner may remove it
+        const fileDescriptor file(openSharedFile(identity, name, sharedUse::create));
+        error = file.valid() && ftruncate(file.number(), 0) == 0 ? 0 : errno;
+    }
+    const bool own =
+        ownRecords::instance().drop(ownKey(identity, target)); // which it is where the folder can't be used
+    const bool none = own || error == ENOENT || error == ENOTDIR;
     return none ? 0 : errnoOfFolder(error);
 }
 

@@ -54,8 +54,9 @@ const char* errnoName(int error);
 
 /// Keeps the report when the bus and address have none yet. Never fails: what can't be kept in a file is kept in this process.
 void keepFirstFailure(bus& where, const failureReport& report, const transactionHistory& history);
-/// @return whole JSON text of at most 4 KiB, empty when there is none
-std::string firstFailure(const busIdentity& identity, std::uint8_t target);
+/// @param[out] text  whole JSON text of at most 4 KiB, empty when there is none
+/// @return 0, or the errno of what stands in the way of finding out
+int firstFailure(const busIdentity& identity, std::uint8_t target, std::string& text);
 /// Lets the next failure be recorded. @return 0 or an errno
 int dropFirstFailure(const busIdentity& identity, std::uint8_t target);
 

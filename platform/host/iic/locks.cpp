@@ -1,77 +1,40 @@
 #include "platform/host/iic/locks.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <mutex>
-#include <set>
 #include <thread>
 
 #include <fcntl.h>
-#include <unistd.h>
 
-#include "platform/host/files/fork.h"
+#include "platform/host/files/files.h"
 #include "platform/host/iic/sharedfolder.h"
 
 #ifndef F_OFD_SETLK
+#define F_OFD_GETLK 36
 #define F_OFD_SETLK 37
 #endif
 
 namespace kest::host::iic
 {
+
+std::chrono::nanoseconds lockClock::now() { return std::chrono::steady_clock::now().time_since_epoch(); }
+
+void lockClock::pause(std::chrono::nanoseconds time) { std::this_thread::sleep_for(time); }
+
 namespace
 {
 
-using waitClock = std::chrono::steady_clock;
-
 constexpr std::chrono::microseconds pollInterval{100};
-constexpr off_t                     turnstiles = 256; // behind the addresses' own bytes
 
-/// All lock holders of the process. A child that is forked without exec would keep the locks' file descriptions open, and with them the
-/// parent's locks after its death.
-class forkGuard
-{
-public:
-    static forkGuard& instance()
-    {
-        static auto* guard = new forkGuard; // lives as long as the process: handles may be closed during its end
-        return *guard;
-    }
-    void add(addressLocks* holder)
-    {
-        const std::lock_guard hold(m_mutex);
-        m_holders.insert(holder);
-    }
-    void remove(addressLocks* holder)
-    {
-        const std::lock_guard hold(m_mutex);
-        m_holders.erase(holder);
-    }
-    /// Opens without a fork in between, so that no child gets a descriptor that its holder doesn't know yet.
-    template <typename Open>
-    int openUnforked(Open open)
-    {
-        const std::lock_guard hold(m_mutex);
-        return open();
-    }
-    void beforeFork() { m_mutex.lock(); }
-    void afterFork(bool inChild)
-    {
-        if (inChild) {
-            std::ranges::for_each(m_holders, &addressLocks::forgetAfterFork);
-        }
-        m_mutex.unlock();
-    }
+// The bytes of a lock file: one for each address, their turnstiles, one for each address that is being written, their turnstiles.
+constexpr off_t turnstiles = 256; // behind the bytes that they are for
+constexpr off_t writes     = 512;
 
-private:
-    forkGuard() { watchForks<forkGuard>(); }
+lockClock               systemClock;
+std::atomic<lockClock*> chosen{&systemClock};
 
-    std::mutex              m_mutex;
-    std::set<addressLocks*> m_holders;
-};
-[[maybe_unused]] const forkGuard& madeAtLoad = forkGuard::instance();
-
-/// @return 0, EAGAIN when somebody else has the byte, or what stands in the way of the file
-int setLock(int descriptor, short kind, off_t byte)
+struct flock byteLock(short kind, off_t byte)
 {
     struct flock request {
     };
@@ -79,7 +42,14 @@ int setLock(int descriptor, short kind, off_t byte)
     request.l_whence = SEEK_SET;
     request.l_start  = byte;
     request.l_len    = 1;
-    int error        = 0;
+    return request;
+}
+
+/// @return 0, EAGAIN when somebody else has the byte, or what stands in the way of the file
+int setLock(int descriptor, short kind, off_t byte)
+{
+    struct flock request = byteLock(kind, byte);
+    int          error   = 0;
     do {
         error = fcntl(descriptor, F_OFD_SETLK, &request) == 0 ? 0 : errno;
     } while (error == EINTR);
@@ -87,95 +57,106 @@ int setLock(int descriptor, short kind, off_t byte)
 }
 
 /// Tries until the byte is had or the time is up. @return 0, EBUSY, or what stands in the way of the file
-int takeByte(int descriptor, off_t byte, waitClock::time_point deadline)
+int takeByte(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 {
-    int error = setLock(descriptor, F_WRLCK, byte);
+    lockClock& clock = *chosen.load();
+    int        error = setLock(descriptor, F_WRLCK, byte);
     while (error == EAGAIN) {
-        const auto now = waitClock::now();
+        const auto now = clock.now();
         if (now >= deadline) {
             return EBUSY;
         }
-        std::this_thread::sleep_for(std::min<waitClock::duration>(pollInterval, deadline - now));
+        clock.pause(std::min<std::chrono::nanoseconds>(pollInterval, deadline - now));
         error = setLock(descriptor, F_WRLCK, byte);
     }
     return error;
 }
 
-} // namespace
-
-addressLocks::addressLocks(const busIdentity& identity) : m_identity(identity) { forkGuard::instance().add(this); }
-
-addressLocks::~addressLocks()
+/// Takes a byte behind those who wait for it already. @return as takeByte()
+int takeInTurn(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 {
-    forkGuard::instance().remove(this);
-    releaseAll();
-}
-
-void addressLocks::releaseAll()
-{
-    if (m_descriptor >= 0) {
-        for (std::size_t address = 0; address < m_held.size(); ++address) {
-            if (m_held[address]) {
-                setLock(m_descriptor, F_UNLCK,
-                        static_cast<off_t>(address)); // a stray copy of the descriptor must not keep it
-            }
-        }
-        close(m_descriptor);
-        m_descriptor = -1;
-        m_held.reset();
-    }
-}
-
-int addressLocks::open()
-{
-    int error = 0;
-    if (m_descriptor < 0) {
-        error = makeSharedFolder(m_identity);
-        if (error == 0) {
-            error = forkGuard::instance().openUnforked([this] {
-                m_descriptor = openSharedFile(m_identity, m_identity.name + ".lock", O_CREAT);
-                return m_descriptor < 0 ? errno : 0;
-            });
-        }
-    }
-    return errnoOfFolder(error);
-}
-
-int addressLocks::lock(std::uint8_t address, std::chrono::milliseconds timeout)
-{
-    const auto  deadline  = waitClock::now() + timeout;
-    const off_t turnstile = turnstiles + address;
-    if (m_held[address]) {
-        return EDEADLK;
-    }
-    int error = open();
+    int error = takeByte(descriptor, byte + turnstiles, deadline);
     if (error == 0) {
-        error = takeByte(m_descriptor, turnstile, deadline);
-    }
-    if (error == 0) {
-        error = takeByte(m_descriptor, address, deadline);
-        setLock(m_descriptor, F_UNLCK, turnstile);
-        m_held[address] = error == 0;
+        error = takeByte(descriptor, byte, deadline);
+        setLock(descriptor, F_UNLCK, byte + turnstiles);
     }
     return error;
 }
 
-int addressLocks::unlock(std::uint8_t address)
+std::string lockFileName(const busIdentity& identity) { return identity.name + ".lock"; }
+
+} // namespace
+
+void useLockClock(lockClock* clock) { chosen = clock != nullptr ? clock : &systemClock; }
+
+/// Opens the bus's lock file and takes a byte of it. @return 0, EBUSY, or what stands in the way of the file
+int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const
 {
-    if (!m_held[address]) {
-        return EINVAL;
+    const std::string name     = lockFileName(m_identity);
+    const auto        deadline = chosen.load()->now() + timeout;
+    int               error    = 0;
+    bool              met      = false; // whether others will meet the lock
+    while (error == 0 && !met) {
+        const bool opened = file.open([&] { return openSharedFile(m_identity, name, sharedUse::create); });
+        error             = opened ? takeInTurn(file.number(), byte, deadline) : errnoOfFolder(errno);
+        met               = error == 0 && isSharedFile(m_identity, name, file.number());
+        if (error == 0 && !met && chosen.load()->now() >= deadline) {
+            error = EBUSY; // exchanged meanwhile, and no time is left for the new one
+        }
     }
-    m_held[address] = false;
-    return setLock(m_descriptor, F_UNLCK, address);
+    if (error != 0) {
+        file.close();
+    }
+    return error;
 }
 
-void addressLocks::forgetAfterFork()
+int addressLocks::lock(std::uint8_t address, std::chrono::milliseconds timeout)
 {
-    if (m_descriptor >= 0) {
-        close(m_descriptor); // the parent's own descriptor still holds its locks
-        m_descriptor = -1;
+    unsharedFile& file = m_held[address];
+    return file.valid() ? EDEADLK : take(file, address, timeout);
+}
+
+int addressLocks::unlock(std::uint8_t address)
+{
+    const auto held  = m_held.find(address);
+    int        error = EINVAL;
+    if (held != m_held.end() && held->second.valid()) {
+        error = setLock(held->second.number(), F_UNLCK, address); // a stray copy of the descriptor must not keep it
+        held->second.close();
     }
-    m_held.reset();
+    return error;
+}
+
+bool addressLocks::beginWrite(std::uint8_t address, std::chrono::milliseconds timeout)
+{
+    m_writingByte = writes + address;
+    return take(m_writing, m_writingByte, timeout) != EBUSY;
+}
+
+void addressLocks::endWrite()
+{
+    if (m_writing.valid()) {
+        setLock(m_writing.number(), F_UNLCK, m_writingByte);
+        m_writing.close();
+    }
+}
+
+bool addressLocks::isWrittenByAnother(std::uint8_t address) const
+{
+    const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
+    struct flock         request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
+    return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+}
+
+void addressLocks::releaseAll()
+{
+    for (auto& [address, file] : m_held) {
+        if (file.valid()) {
+            setLock(file.number(), F_UNLCK, address);
+        }
+    }
+    m_held.clear();
+    endWrite();
 }
 
 } // namespace kest::host::iic

@@ -9,28 +9,49 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "sim/descriptors.h"
+#include "platform/host/files/files.h"
 
 namespace kest::host::iic
 {
 namespace
 {
 
-using sim::ownDescriptor;
+constexpr mode_t permissionBits = 07777;
 
-/// Gives what was just made to the users of the bus; where that is not allowed it stays the maker's.
-void share(int descriptor, const busIdentity& identity, mode_t mode)
+/// Another group than the bus's is not meant by the mode: its members get what everybody gets.
+mode_t withoutGroup(mode_t mode) { return (mode & ~mode_t{070}) | (mode & 07U) << 3U; }
+
+/// Lets the users of the bus at a file or folder. What is not permitted is left as it is.
+/// @return whether something was not as it is to be
+bool share(int descriptor, const busIdentity& identity, mode_t mode)
 {
-    if (fchown(descriptor, static_cast<uid_t>(-1), identity.group) == 0) {
-        static_cast<void>(fchmod(descriptor, mode));
+    const bool  root = geteuid() == 0;
+    struct stat about {
+    };
+    if (fstat(descriptor, &about) != 0 || (!root && about.st_uid != geteuid()) ||
+        (S_ISREG(about.st_mode) && about.st_nlink != 1)) { // a second name may be one of another's file
+        return false;
     }
+    const bool strange = root && (about.st_gid != identity.group || (about.st_uid == 0 && identity.owner != 0));
+    if (strange) { // root's own become the owner's, those of others stay theirs
+        const uid_t owner = about.st_uid == 0 ? identity.owner : static_cast<uid_t>(-1);
+        about.st_gid      = fchown(descriptor, owner, identity.group) == 0 ? identity.group : about.st_gid;
+    }
+    const mode_t wanted = about.st_gid == identity.group ? mode : withoutGroup(mode);
+    const bool   other  = (about.st_mode & permissionBits) != wanted;
+    if (other && fchmod(descriptor, wanted) != 0) {
+        static_cast<void>(fchmod(descriptor, wanted & ~mode_t{S_ISGID})); // that bit may not be given everywhere
+    }
+    return other || strange;
 }
 
-/// Who may write a file may enter the folder: each class with a write bit gets all three.
+/// Who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may write, everybody's files
+/// are safe from the others.
 mode_t folderMode(mode_t files)
 {
     const mode_t writers = files & 0222U;
-    return S_ISGID | 0755U | writers | writers << 1U | writers >> 1U;
+    const mode_t sticky  = (files & 0002U) != 0 ? S_ISVTX : 0;
+    return sticky | S_ISGID | 0755U | writers | writers << 1U | writers >> 1U;
 }
 
 /// For the folders above the shared one, whatever the umask of the first user.
@@ -49,13 +70,84 @@ int makeFolder(const std::filesystem::path& folder, const std::function<void(int
         }
     }
     if (error == 0) {
-        const int descriptor = ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (descriptor >= 0) {
-            finish(descriptor);
-            close(descriptor);
+        const fileDescriptor made(ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
+        if (made.valid()) {
+            finish(made.number());
         }
     }
     return error;
+}
+
+bool isTrusted(uid_t owner, const busIdentity& identity)
+{
+    return owner == 0 || owner == geteuid() || owner == identity.owner;
+}
+
+bool canBeExchanged(const struct stat& folder)
+{
+    return (folder.st_mode & S_IWOTH) != 0 && (folder.st_mode & S_ISVTX) == 0;
+}
+
+/// @param[out] folder  for the calls that take a folder, no more. @return 0 or an errno
+int openFolder(const busIdentity& identity, fileDescriptor& folder)
+{
+    struct stat link {
+    };
+    struct stat about {
+    };
+    folder = fileDescriptor(ownDescriptor(open(identity.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
+    if (!folder.valid() || lstat(identity.folder.c_str(), &link) != 0 || fstat(folder.number(), &about) != 0) {
+        return errno;
+    }
+    return isTrusted(link.st_uid, identity) && isTrusted(about.st_uid, identity) && !canBeExchanged(about) ? 0 : EPERM;
+}
+
+/// Opens the folder, and makes it when it is missing. It then belongs to those who may use the bus; those above it that are missing are the
+/// maker's, and everybody may pass through them.
+int makeSharedFolder(const busIdentity& identity, fileDescriptor& folder)
+{
+    int error = openFolder(identity, folder);
+    if (error == ENOENT) {
+        error = makeFolder(identity.folder, [&identity](int descriptor) {
+            static_cast<void>(share(descriptor, identity, folderMode(identity.mode)));
+        });
+        error = error == 0 || error == EEXIST ? openFolder(identity, folder) : error;
+    }
+    return error;
+}
+
+/// Mends the other files of a bus whose node has changed.
+void shareAll(const busIdentity& identity)
+{
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(identity.folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().filename().string().starts_with(identity.name + ".")) {
+            const fileDescriptor file(
+                ownDescriptor(open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY)));
+            struct stat about {
+            };
+            if (file.valid() && fstat(file.number(), &about) == 0 && S_ISREG(about.st_mode)) {
+                static_cast<void>(share(file.number(), identity, identity.mode));
+            }
+        }
+    }
+}
+
+/// @return a descriptor, or -1 with `errno`
+int openIn(const fileDescriptor& folder, const busIdentity& identity, const std::string& name, sharedUse use)
+{
+    const int usual = (use == sharedUse::read ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    int       descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual));
+    if (descriptor < 0 && errno == ENOENT && use == sharedUse::create) {
+        descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual | O_CREAT | O_EXCL, identity.mode));
+        if (descriptor >= 0) {
+            static_cast<void>(share(descriptor, identity, identity.mode)); // whatever the umask
+        } else if (errno == EEXIST) {
+            descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual)); // another process was faster
+        }
+    }
+    return descriptor;
 }
 
 struct errnoRow {
@@ -89,27 +181,64 @@ int errnoOfFolder(int error)
     return row == errnoRows.end() ? EIO : row->answered;
 }
 
-int makeSharedFolder(const busIdentity& identity)
+int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use)
 {
-    const int error = makeFolder(
-        identity.folder, [&identity](int descriptor) { share(descriptor, identity, folderMode(identity.mode)); });
-    return error == EEXIST ? 0 : error;
+    fileDescriptor folder;
+    const int      error = use == sharedUse::create ? makeSharedFolder(identity, folder) : openFolder(identity, folder);
+    if (error != 0) {
+        errno = error;
+        return -1;
+    }
+    fileDescriptor file(openIn(folder, identity, name, use));
+    struct stat    about {
+    };
+    if (!file.valid() || fstat(file.number(), &about) != 0) {
+        return -1;
+    }
+    if (!S_ISREG(about.st_mode)) {
+        errno = ENXIO;
+        return -1;
+    }
+    if (share(file.number(), identity, identity.mode) && geteuid() == 0) {
+        shareAll(identity);
+    }
+    return file.release();
 }
 
-int openSharedFile(const busIdentity& identity, const std::string& name, int flags)
+bool isSharedFile(const busIdentity& identity, const std::string& name, int descriptor)
 {
-    const std::string path       = identity.folder / name;
-    const int         usual      = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    int               descriptor = (flags & O_EXCL) != 0 ? -1 : ownDescriptor(open(path.c_str(), usual));
-    if (descriptor < 0 && ((flags & O_EXCL) != 0 || errno == ENOENT) && (flags & O_CREAT) != 0) {
-        descriptor = ownDescriptor(open(path.c_str(), usual | flags | O_EXCL, identity.mode & 0600U));
-        if (descriptor >= 0) {
-            share(descriptor, identity, identity.mode);
-        } else if (errno == EEXIST && (flags & O_EXCL) == 0) {
-            descriptor = ownDescriptor(open(path.c_str(), usual)); // another process was faster
-        }
+    struct stat opened {
+    };
+    struct stat named {
+    };
+    return fstat(descriptor, &opened) == 0 && lstat((identity.folder / name).c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+int removeSharedFile(const busIdentity& identity, const std::string& name)
+{
+    fileDescriptor folder;
+    const int      error = openFolder(identity, folder);
+    return error != 0 ? error : unlinkat(folder.number(), name.c_str(), 0) == 0 ? 0 : errno;
+}
+
+std::string sharedFolderTrouble(const busIdentity& identity)
+{
+    const std::string place = "'" + identity.folder.string() + "'";
+    struct stat       about {
+    };
+    std::string trouble;
+    if (stat(identity.folder.c_str(), &about) != 0) {
+        return trouble;
     }
-    return descriptor;
+    if (!isTrusted(about.st_uid, identity)) {
+        trouble = place + " belongs to user " + std::to_string(about.st_uid) +
+                  ", who could exchange the locks in it; as root: chown " + std::to_string(identity.owner) + ":" +
+                  std::to_string(identity.group) + " " + place;
+    } else if (canBeExchanged(about)) {
+        trouble = "everybody could exchange the locks in " + place + "; as its owner: chmod +t " + place;
+    }
+    return trouble;
 }
 
 } // namespace kest::host::iic

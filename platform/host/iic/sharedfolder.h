@@ -1,6 +1,13 @@
 /// The folder in which the users of a bus meet: lock files and first-failure data.
+///
+/// Who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID bit, its group. Only root gives
+/// files to another group or owner; nobody else asks for that, since a service may be ended for asking.
+///
+/// A folder is used when it belongs to root, to the process's own user or to `busIdentity::owner`, and when not everybody may exchange what
+/// others have in it. Elsewhere every file is refused with EPERM.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/host/iic/bus.h"
@@ -8,17 +15,27 @@
 namespace kest::host::iic
 {
 
-/// Makes the folder when it is missing. It then belongs to those who may use the bus. Those above it that are missing are made, too; they
-/// are the maker's, and everybody may pass through them. @return 0 or an errno
-int makeSharedFolder(const busIdentity& identity);
-
 /// What the layer answers for an errno that stands in the way of the folder or a file of it: the system's own may mean something else to
 /// the layer's callers. @return 0, EACCES, ENOMEM or EIO
 int errnoOfFolder(int error);
 
-/// Opens a file of the folder for reading and writing, close-on-exec, never through a symbolic link; a new one gets the bus's permissions.
-/// @param flags  added to the open flags
-/// @return a descriptor, or -1 with `errno`
-int openSharedFile(const busIdentity& identity, const std::string& name, int flags);
+enum class sharedUse : std::uint8_t {
+    read,   ///< what is there, for reading alone
+    create, ///< for reading and writing; made with the bus's permissions when missing, as is the folder
+};
+
+/// Opens a regular file of the folder, close-on-exec, never through a symbolic link. Root mends the permissions of the bus's files when they
+/// are not the node's any more.
+/// @return a descriptor, or -1 with `errno`: ENXIO when something else than a file has the name
+int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use);
+
+/// Whether the open file is the one that others open under the name.
+bool isSharedFile(const busIdentity& identity, const std::string& name, int descriptor);
+
+/// Removes what has the name, whatever it is but a folder. @return 0 or an errno
+int removeSharedFile(const busIdentity& identity, const std::string& name);
+
+/// Why the folder is refused, and the command that makes it right; empty when it is not.
+std::string sharedFolderTrouble(const busIdentity& identity);
 
 } // namespace kest::host::iic

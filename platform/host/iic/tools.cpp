@@ -7,6 +7,7 @@
 
 #include "platform/host/iic/bus.h"
 #include "platform/host/iic/paths.h"
+#include "platform/host/iic/sharedfolder.h"
 #include "platform/host/registry/configuration.h"
 #include "sim/machine.h"
 
@@ -64,6 +65,14 @@ std::string toolBus::adapterName() const { return m_wires->adapterName(); }
 std::vector<std::string> toolBus::capabilities() const { return m_wires->capabilities(); }
 
 std::string toolBus::path() const { return m_wires->identity().text; }
+
+std::string lockFolderTrouble(const std::string& path, NodeType node)
+{
+    devicePath           where;
+    std::shared_ptr<bus> wires;
+    const bool opened = parseDevicePath(path, where) == 0 && openBusOf(where, node, currentConfiguration(), wires) == 0;
+    return opened ? sharedFolderTrouble(wires->identity()) : "";
+}
 
 namespace
 {

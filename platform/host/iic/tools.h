@@ -58,6 +58,9 @@ private:
     std::shared_ptr<bus> m_wires;
 };
 
+/// Why the locks of a bus are refused to everybody, and the command that makes it right; empty when they are not, or there is no such bus.
+std::string lockFolderTrouble(const std::string& path, NodeType node);
+
 /// Paths of the buses of a node: those of the simulated machine, and the `/dev/i2c-N` that exist. Sorted.
 std::vector<std::string> listBuses(NodeType node);
 

@@ -24,7 +24,8 @@
 /// EINVAL   bad argument, no target set, a transfer with n = 0 that is more than the adapter takes in one message
 /// EFAULT   null buffer
 /// EBUSY    lock not had within its time-out
-/// EACCES   not permitted to open; the folder of a bus's locks and first-failure data can't be made or used
+/// EACCES   not permitted to open; the folder of a bus's locks and first-failure data can't be made or used, or is refused: it belongs to
+///          another user than root, one's own and, for a simulated bus, the machine folder's, or everybody may exchange files in it
 /// ENOMEM   no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
 /// ENOSYS   the adapter or the chain cannot do it
 /// EDEADLK  this handle holds that lock already: given for this alone
@@ -84,7 +85,8 @@
 /// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later failures, of
 /// whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are operation, target, position,
 /// offset length, bytes asked for and moved, `errno`, adapter, process and time, and the handle's last bus transactions with their
-/// times. Where the folder can't be written the record is the process's own.
+/// times. It is on the disk when the failed call returns. What stands in its place and is no record is replaced by the next failure.
+/// Where the folder can't be written the record is the process's own. Reading needs no permission to write.
 #pragma once
 
 #include <cstdint>
