@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <unistd.h>
@@ -17,9 +17,6 @@ namespace
 
 using namespace kest::host;
 
-/// What an entry answers whose state could not be had for lack of memory.
-constexpr std::uint32_t idWithoutMemory = UINT32_MAX;
-
 std::int64_t nowMs()
 {
     using namespace std::chrono;
@@ -28,21 +25,31 @@ std::int64_t nowMs()
 
 /// Does `change` to an entry's state. Callers know no exceptions: what there is no memory for is left out, and the entry says so.
 template <typename change_t>
-void alter(ErrlEntry::State* state, change_t change) noexcept
+void alter(ErrlEntry::State& state, change_t change) noexcept
 {
     try {
-        if (state != nullptr)
-            change(*state);
+        change(state);
     } catch (const std::exception&) {
-        state->facts.incomplete = true;
+        state.facts.incomplete = true;
     }
 }
 
-void appendSrc(ErrlEntry::State& state, const loggedSrc& src)
+/// Copies what needs no memory.
+loggedEntry numbersOf(const loggedEntry& entry) noexcept
 {
-    auto words = std::make_unique<SrciSrc::State>(SrciSrc::State{src});
-    state.srcs.emplace_back(words.get());
-    [[maybe_unused]] const auto* owned = words.release();
+    loggedEntry numbers;
+    numbers.plid            = entry.plid;
+    numbers.createdMs       = entry.createdMs;
+    numbers.committedMs     = entry.committedMs;
+    numbers.severity        = entry.severity;
+    numbers.eventType       = entry.eventType;
+    numbers.creator         = entry.creator;
+    numbers.returnCode      = entry.returnCode;
+    numbers.commitComponent = entry.commitComponent;
+    numbers.commitAction    = entry.commitAction;
+    numbers.processId       = entry.processId;
+    numbers.incomplete      = true;
+    return numbers;
 }
 
 loggedSrc makeSrc(unsigned short component, srciType type, unsigned int flags, unsigned char module,
@@ -65,65 +72,70 @@ const std::uint32_t* SrciSrc::getHexData(unsigned int& count) const
     return m_state->src.words.data();
 }
 
-SrciSrc::~SrciSrc() { delete m_state; }
+SrciSrc::~SrciSrc() = default; // its words lie beside it
 
 ErrlEntry::ErrlEntry(unsigned short component, errlSeverity severity, errlEventType eventType, srciType type,
                      unsigned int srcFlags, unsigned char module, serviceCodes serviceCode, unsigned short reason,
                      unsigned int word1, unsigned int word2, unsigned int word3, unsigned int word4,
                      epubSubSystem subsystem, srciTermState termState)
-    : m_state(new (std::nothrow) State)
+    : m_state(new (m_room) State(makeSrc(component, type, srcFlags, module, serviceCode, reason,
+                                         {word1, word2, word3, word4}, subsystem, termState)))
 {
-    alter(m_state, [&](State& state) {
-        state.facts.plid      = nextEntryId();
-        state.facts.createdMs = nowMs();
-        state.facts.severity  = severity;
-        state.facts.eventType = eventType;
-        state.facts.creator   = component;
-        state.facts.processId = getpid();
-        appendSrc(state, makeSrc(component, type, srcFlags, module, serviceCode, reason, {word1, word2, word3, word4},
-                                 subsystem, termState));
-        state.facts.process = cleanText(program_invocation_short_name);
-    });
+    static_assert(sizeof(State) <= roomBytes && alignof(State) <= alignof(std::uint64_t));
+    loggedEntry& facts = m_state->facts;
+    facts.plid         = nextEntryId();
+    facts.createdMs    = nowMs();
+    facts.severity     = severity;
+    facts.eventType    = eventType;
+    facts.creator      = component;
+    facts.processId    = getpid();
+    alter(*m_state, [](State& state) { state.facts.process = cleanText(program_invocation_short_name); });
 }
 
 ErrlEntry& ErrlEntry::operator=(const ErrlEntry& other)
 {
-    if (this != &other && other.m_state != nullptr) {
-        alter(m_state, [&](State& state) {
-            State copy;
-            for (const SrciSrc& src : other.m_state->srcs)
-                appendSrc(copy, src.state()->src);
-            copy.facts = other.m_state->facts;
-            std::swap(state, copy);
-        });
+    if (this != &other) {
+        loggedEntry               facts;
+        std::list<State::heldSrc> further;
+        try {
+            for (const State::heldSrc& held : other.m_state->further)
+                further.emplace_back(held.words.src);
+            facts = other.m_state->facts;
+        } catch (const std::exception&) {
+            further.clear();
+            facts = numbersOf(other.m_state->facts);
+        }
+        m_state->first.words = other.m_state->first.words;
+        m_state->facts       = std::move(facts);
+        m_state->further.swap(further);
     }
     return *this;
 }
 
-ErrlEntry::~ErrlEntry() { delete m_state; }
+ErrlEntry::~ErrlEntry() { std::destroy_at(m_state); }
 
 void ErrlEntry::addSRC(unsigned short component, srciType type, unsigned int srcFlags, unsigned char module,
                        serviceCodes serviceCode, unsigned short reason, unsigned int word1, unsigned int word2,
                        unsigned int word3, unsigned int word4, epubSubSystem subsystem)
 {
-    alter(m_state, [&](State& state) {
-        appendSrc(state, makeSrc(component, type, srcFlags, module, serviceCode, reason, {word1, word2, word3, word4},
-                                 subsystem, SRCI_TERM_NONE));
+    alter(*m_state, [&](State& state) {
+        state.further.emplace_back(makeSrc(component, type, srcFlags, module, serviceCode, reason,
+                                           {word1, word2, word3, word4}, subsystem, SRCI_TERM_NONE));
     });
 }
 
 void ErrlEntry::addSRC(unsigned short creator, const SrciSrc& src)
 {
-    alter(m_state, [&](State& state) {
+    alter(*m_state, [&](State& state) {
         loggedSrc copy = src.state()->src;
         copy.creator   = creator;
-        appendSrc(state, copy);
+        state.further.emplace_back(copy);
     });
 }
 
 void ErrlEntry::CollectTrace(const char* bufferName, unsigned int bytes)
 {
-    alter(m_state, [&](State& state) {
+    alter(*m_state, [&](State& state) {
         std::string text = bufferName != nullptr ? collectTrace(bufferName, bytes) : std::string();
         if (!text.empty())
             state.facts.traces.push_back({cleanText(bufferName), cleanText(text)});
@@ -133,7 +145,7 @@ void ErrlEntry::CollectTrace(const char* bufferName, unsigned int bytes)
 void ErrlEntry::addUsrDtls(const void* data, unsigned short length, unsigned short component, unsigned char version,
                            unsigned char subsection)
 {
-    alter(m_state, [&](State& state) {
+    alter(*m_state, [&](State& state) {
         const auto*   bytes = static_cast<const std::uint8_t*>(data);
         loggedDetails details{component, version, subsection, {}};
         if (bytes != nullptr)
@@ -144,69 +156,64 @@ void ErrlEntry::addUsrDtls(const void* data, unsigned short length, unsigned sho
 
 void ErrlEntry::setRC(unsigned int returnCode)
 {
-    alter(m_state, [&](State& state) { state.facts.returnCode = returnCode; });
+    alter(*m_state, [&](State& state) { state.facts.returnCode = returnCode; });
 }
 
 void ErrlEntry::setSev(errlSeverity severity)
 {
-    alter(m_state, [&](State& state) { state.facts.severity = severity; });
+    alter(*m_state, [&](State& state) { state.facts.severity = severity; });
 }
 
 void ErrlEntry::addProcedureCallout(srciPriority priority, epubProcedureID procedure)
 {
-    alter(m_state, [&](State& state) { state.facts.callouts.push_back({priority, procedure}); });
+    alter(*m_state, [&](State& state) { state.facts.callouts.push_back({priority, procedure}); });
 }
 
 void ErrlEntry::addFruCallout(srciPriority priority, unsigned short fruId)
 {
-    alter(m_state, [&](State& state) { state.facts.fruCallouts.push_back({priority, fruId}); });
+    alter(*m_state, [&](State& state) { state.facts.fruCallouts.push_back({priority, fruId}); });
 }
 
 void ErrlEntry::addSwErr(unsigned short component, unsigned int returnCode, unsigned short word1, unsigned short word2,
                          unsigned int reserved)
 {
-    alter(m_state, [&](State& state) {
+    alter(*m_state, [&](State& state) {
         state.facts.softwareErrors.push_back({component, returnCode, word1, word2, reserved});
     });
 }
 
 void ErrlEntry::commit(unsigned short component, unsigned short action)
 {
-    bool formed = false;
-    alter(m_state, [&](State& state) {
-        state.facts.commitComponent = component;
-        state.facts.commitAction    = action;
-        state.facts.committedMs     = nowMs();
-        const loggedEntry whole     = describeEntry(*this);
-        formed                      = true;
-        storeEntry(whole);
-    });
-    if (!formed)
-        reportLostEntry();
+    m_state->facts.commitComponent = component;
+    m_state->facts.commitAction    = action;
+    m_state->facts.committedMs     = nowMs();
+    storeEntry(*this);
 }
 
 const SrciSrc* ErrlEntry::getSRC(unsigned short index) const
 {
-    return m_state != nullptr && index < m_state->srcs.size() ? &m_state->srcs[index] : nullptr;
+    const SrciSrc* found = index == 0 ? &m_state->first.handle : nullptr;
+    if (index > 0 && index <= m_state->further.size())
+        found = &std::next(m_state->further.begin(), index - 1)->handle;
+    return found;
 }
 
-std::uint16_t ErrlEntry::creator() const { return m_state != nullptr ? m_state->facts.creator : 0; }
+std::uint16_t ErrlEntry::creator() const { return m_state->facts.creator; }
 
-std::uint32_t ErrlEntry::plid() const { return m_state != nullptr ? m_state->facts.plid : idWithoutMemory; }
+std::uint32_t ErrlEntry::plid() const { return m_state->facts.plid; }
 
-std::uint32_t ErrlEntry::getRC() const { return m_state != nullptr ? m_state->facts.returnCode : 0; }
+std::uint32_t ErrlEntry::getRC() const { return m_state->facts.returnCode; }
 
 namespace kest::host
 {
 
 loggedEntry describeEntry(const ErrlEntry& entry)
 {
-    loggedEntry facts;
-    if (const ErrlEntry::State* state = entry.state()) {
-        facts = state->facts;
-        for (const SrciSrc& src : state->srcs)
-            facts.srcs.push_back(src.state()->src);
-    }
+    const ErrlEntry::State& state = *entry.state();
+    loggedEntry             facts = state.facts;
+    facts.srcs.push_back(state.first.words.src);
+    for (const ErrlEntry::State::heldSrc& held : state.further)
+        facts.srcs.push_back(held.words.src);
     return facts;
 }
 

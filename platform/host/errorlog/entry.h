@@ -3,7 +3,7 @@
 
 #include <array>
 #include <cstdint>
-#include <deque>
+#include <list>
 
 #include "platform/errl.h"
 #include "platform/host/errorlog/store.h"
@@ -12,10 +12,24 @@ struct SrciSrc::State {
     kest::host::loggedSrc src;
 };
 
-/// `facts.srcs` stays empty: an SRC is an object of its own, because callers hold on to it.
+/// Lies in the entry's own room. The first SRC and the numbers of `facts` need no further memory; everything else is had when it is added.
 struct ErrlEntry::State {
-    kest::host::loggedEntry facts;
-    std::deque<SrciSrc>     srcs;
+    /// An SRC and what callers hold on to.
+    struct heldSrc {
+        explicit heldSrc(const kest::host::loggedSrc& src) : words{src} {}
+        heldSrc(const heldSrc&)            = delete;
+        heldSrc& operator=(const heldSrc&) = delete;
+        ~heldSrc()                         = default;
+
+        SrciSrc::State words;
+        SrciSrc        handle{&words};
+    };
+
+    explicit State(const kest::host::loggedSrc& src) : first(src) {}
+
+    kest::host::loggedEntry facts; ///< `facts.srcs` stays empty
+    heldSrc                 first;
+    std::list<heldSrc>      further;
 };
 
 namespace kest::host

@@ -9,6 +9,7 @@
 #include "platform/host/errorlog/commit.h"
 #include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/process.h"
+#include "platform/host/errorlog/tell.h"
 #include "platform/host/files/files.h"
 
 namespace kest::host
@@ -23,19 +24,24 @@ constexpr std::uint32_t lastCountedId = 0x7FFFFFFF;
 constexpr std::uint32_t guessedBit    = 0x80000000;
 constexpr std::size_t   counterDigits = 10;
 
+constexpr std::chrono::milliseconds patienceForCounter{2000};
+
 /// @return the highest counted identifier of any entry stored, or nothing when that can't be found out
-std::optional<std::uint32_t> highestKnownId(const logFiles& files)
+std::optional<std::uint32_t> highestKnownId(const configuration& settings)
 {
+    const logFiles           files(settings);
     const std::scoped_lock   lock(theLog().guard);
     std::uint32_t            highest  = 0;
     bool                     readable = highestStoredId(files.database, lastCountedId, highest);
     std::vector<std::string> lines;
-    for (const auto& file : {files.spool, files.otherSpool})
-        readable = readable && spool(file, files.lock).read(lines) == 0;
+    for (const spoolPlace& place : spoolPlaces(settings)) {
+        const bool own = place.folder == files.folder || preparePrivateFolder(place.folder, false) == 0;
+        readable       = readable && (!own || place.lines.read(lines) == 0);
+    }
     for (const std::string& line : lines) {
-        const auto entry = fromLine(line);
-        if (entry && entry->plid <= lastCountedId)
-            highest = std::max(highest, entry->plid);
+        const auto facts = factsOfLine(line);
+        if (facts && facts->plid <= lastCountedId)
+            highest = std::max(highest, facts->plid);
     }
     return readable ? std::optional(highest) : std::nullopt;
 }
@@ -53,28 +59,31 @@ std::uint32_t readCounter(const std::filesystem::path& file)
     return number;
 }
 
-/// Puts a number into a counter file, in place: a few bytes of one sector, which no crash tears and no full disk refuses.
+/// Puts a number into a counter file, in place: a few bytes of one sector, which no crash tears and no full disk refuses. Nothing stays
+/// behind it: a file of another length is a lost counter.
 bool writeCounter(const logFiles& files, std::uint32_t number)
 {
     const bool           fresh   = access(files.nextId.c_str(), F_OK) != 0;
     const fileDescriptor counter = openFile(files.nextId, O_WRONLY | O_CREAT);
     const std::string    text    = fmt::format("{:0{}}\n", number, counterDigits);
-    return counter.valid() && writeAll(counter.number(), text) == 0 && fdatasync(counter.number()) == 0 &&
+    return counter.valid() && writeAll(counter.number(), text) == 0 &&
+           ftruncate(counter.number(), static_cast<off_t>(text.size())) == 0 && fdatasync(counter.number()) == 0 &&
            (!fresh || syncFolder(files.folder) == 0);
 }
 
 /// Sets `count` identifiers aside for this process, for good: the counter is on the disk before one is used.
 /// @return the first of them, 0 when that failed
-std::uint32_t setAside(const logFiles& files, std::uint32_t count)
+std::uint32_t setAside(const configuration& settings, std::uint32_t count)
 {
+    const logFiles files(settings);
     // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which whoever opens the database takes
     // while holding what this takes.
     std::uint32_t behind = 0;
     if (readCounter(files.nextId) == 0)
-        behind = highestKnownId(files).value_or(UINT32_MAX) + 1;
+        behind = highestKnownId(settings).value_or(UINT32_MAX) + 1;
     std::uint32_t first = 0;
     if (makeFolders(files.folder) == 0) {
-        const fileLock      lock(files.lock);
+        const patientLock   lock(files.lock, patience(patienceForCounter));
         const std::uint32_t counted = readCounter(files.nextId);
         std::uint32_t       next    = counted != 0 ? counted : behind;
         if (next > lastCountedId - count)
@@ -103,21 +112,24 @@ std::uint32_t guess(processLog& log, std::uint32_t count)
 
 std::uint32_t nextEntryId() noexcept
 {
-    processLog&            log      = theLog();
-    const configuration&   settings = currentConfiguration();
+    processLog&            log = theLog();
     const std::scoped_lock lock(log.idGuard);
-    if (log.nextId == log.endId || log.idSettings != &settings) {
-        log.blockSize  = std::clamp(2 * log.blockSize, firstBlock, largestBlock);
-        log.idSettings = &settings;
-        log.nextId     = 0;
-        try {
-            log.nextId = setAside(logFiles(settings), log.blockSize);
-        } catch (const std::exception&) {
-            log.nextId = 0; // no memory
+    std::uint32_t          first = 0;
+    try {
+        const configuration& settings = currentConfiguration();
+        if (log.nextId == log.endId || log.idSettings != &settings) {
+            log.blockSize  = std::clamp(2 * log.blockSize, firstBlock, largestBlock);
+            log.idSettings = &settings;
+            log.nextId = log.endId = 0;
+            const quietWrites quiet;
+            first = setAside(settings, log.blockSize);
         }
-        if (log.nextId == 0)
-            log.nextId = guess(log, log.blockSize);
-        log.endId = log.nextId + log.blockSize;
+    } catch (const std::exception&) {
+        log.blockSize = std::max(log.blockSize, firstBlock); // no memory
+    }
+    if (log.nextId == log.endId) {
+        log.nextId = first != 0 ? first : guess(log, log.blockSize);
+        log.endId  = log.nextId + log.blockSize;
     }
     return log.nextId++;
 }

@@ -1,9 +1,11 @@
 /// What a process keeps of the error log while it runs.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "platform/host/errorlog/database.h"
@@ -22,8 +24,22 @@ struct logFiles {
     std::filesystem::path lock;   ///< held while a database is opened, the spool changed, identifiers set aside
     std::filesystem::path nextId; ///< the first identifier that is not set aside yet
     std::filesystem::path spool;
-    std::filesystem::path otherSpool; ///< for when the state folder can't be written; one for each state folder
+    std::filesystem::path
+        otherName; ///< of the spool for when the state folder can't be written; one for each state folder
 };
+
+/// A folder and the spool in it.
+struct spoolPlace {
+    std::filesystem::path folder;
+    spool                 lines;
+};
+
+/// @return the state folder's place, then those for when it can't be written, in the order in which they are tried
+std::vector<spoolPlace> spoolPlaces(const configuration& settings);
+
+/// Looks at a place outside the state folder, and makes its folder when asked to. It may be among everybody's, as in /var/tmp: one that is
+/// not this user's alone is not used. @return 0 or an `errno` value
+int preparePrivateFolder(const std::filesystem::path& folder, bool make);
 
 /// Never destroyed, so that entries can be committed as late as static destructors run. A child of fork() begins without open files and
 /// identifiers of its own; the connection is closed ahead of a fork, since SQLite's must not reach a child.
@@ -42,8 +58,13 @@ struct processLog {
 
     std::mutex                guard; ///< also held by readers: no connection is open during a fork
     const configuration*      settings = nullptr;
+    std::optional<logFiles>   files;
     std::unique_ptr<database> writer;
-    std::vector<spool>        spools; ///< in the order in which they are tried
+    std::vector<spoolPlace>   places;
+
+    /// After a database that was busy for as long as a commit waits, commits go to the spool at once unless the database is free.
+    std::chrono::steady_clock::time_point waitsAgainAt{};
+    std::chrono::milliseconds             lastPause{0}; ///< 0: the database was not busy the last time
 
 private:
     processLog();

@@ -5,16 +5,20 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/host/errorlog/limits.h"
+#include "platform/host/errorlog/waiting.h"
 #include "platform/host/files/files.h"
 
 namespace kest::host
 {
 
-/// Functions answer 0 or an `errno` value. Any number of processes use one spool; each change is made under a lock.
+/// Functions answer 0 or an `errno` value. Any number of processes use one spool; each change is made under a lock, for which they wait as
+/// long as they are told to.
 class spool
 {
 public:
@@ -22,15 +26,19 @@ public:
     spool(std::filesystem::path file, std::filesystem::path lock);
 
     /// Adds a line, durable on return. What a killed writer left of a line is removed first. Keeps within the limits.
-    int append(const std::string& line, const logLimits& limits);
-    /// Sets disk space aside, so that entries can be added when the disk is full. Makes the file.
+    /// Allocates nothing where the file and its lock are there already.
+    int append(std::string_view line, const logLimits& limits, const patience& wait = defaultPatience());
+    /// Sets disk space aside, so that entries can be added when the disk is full. Makes the file. Never waits.
     int reserve();
-    /// Reads all whole lines.
+    /// Reads all whole lines that have not been taken.
     int read(std::vector<std::string>& lines) const;
-    /// @return whether there are lines
+    /// @return whether there may be lines
     [[nodiscard]] bool pending() const;
-    /// Hands all lines over and removes them once `consumer` has answered true. Nobody adds lines meanwhile.
-    int take(const std::function<bool(const std::vector<std::string>&)>& consumer);
+    /// Hands the lines over, some at a time, and removes those for which `consumer` answered true; it goes on until `consumer` answers false
+    /// or `until` is over. Nobody adds lines meanwhile. Never waits.
+    int take(const std::function<bool(std::span<const std::string>)>& consumer, const patience& until);
+    /// Removes all lines.
+    int clear(const patience& wait = defaultPatience());
 
 private:
     /// How many lines the first `bytes` of a file hold; spares reading it again for every line added.
@@ -38,9 +46,11 @@ private:
         std::uint64_t device = 0, inode = 0, bytes = 0, lines = 0;
     };
 
-    int openMade(int flags, fileDescriptor& descriptor) const;
-    int countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines);
-    int trim(const logLimits& limits);
+    static patience defaultPatience();
+    int             openMade(int flags, fileDescriptor& descriptor) const;
+    int             appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64_t& lines);
+    int             countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines);
+    int             trim(const logLimits& limits);
 
     std::filesystem::path m_file;
     std::filesystem::path m_lock;

@@ -1,15 +1,17 @@
 #include "platform/host/errorlog/store.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
 #include <set>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/host/errorlog/commit.h"
+#include "platform/host/errorlog/entry.h"
 #include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/process.h"
+#include "platform/host/errorlog/tell.h"
 #include "platform/host/files/files.h"
 
 namespace kest::host
@@ -26,137 +28,209 @@ constexpr bool hasDatabase = false; // the spool file is the store
 
 logLimits limitsOf(const configuration& settings) { return {settings.errorLogMaxEntries, settings.errorLogMaxBytes}; }
 
+constexpr std::chrono::milliseconds commitPatience{5000};
+constexpr std::chrono::milliseconds spoolShare{500}; // of it for each of two spools
+constexpr std::chrono::milliseconds firstPause{5000};
+constexpr std::chrono::milliseconds longestPause{60000};
+
 /// The log of the current configuration. The caller holds the guard.
 processLog& currentLog(const configuration& settings)
 {
     processLog& log = theLog();
     if (log.settings != &settings) {
-        const logFiles files(settings);
-        auto           otherLock = files.otherSpool;
-        otherLock.replace_extension(".lock");
+        log.settings = nullptr; // until all is there
         log.writer.reset();
-        log.spools   = {spool(files.spool, files.lock), spool(files.otherSpool, otherLock)};
+        log.waitsAgainAt = {};
+        log.lastPause    = std::chrono::milliseconds(0);
+        log.places       = spoolPlaces(settings);
+        log.files.emplace(settings);
         log.settings = &settings;
     }
     return log;
 }
 
-/// Standard error takes what else would be lost. One line, so that a journal keeps it together.
-void tellStandardError(const std::string& line)
+/// An entry on its way into the log.
+struct commit {
+    storedEntry                  stored;
+    patience                     wait{commitPatience}; ///< for all that it does
+    bool                         isDurable = false;
+    bool                         isTold    = true; ///< standard error has to take it, too
+    std::string                  problem;          ///< why the database did not take it
+    std::string                  notes;            ///< further lines for standard error
+    const std::filesystem::path* otherFolder =
+        nullptr; ///< of the spool that took it, where that is not the one configured
+    int spoolError = 0;
+};
+
+void note(std::string& notes, const std::string& line)
 {
-    [[maybe_unused]] const int ignored = writeAll(STDERR_FILENO, line + '\n');
+    if (!line.empty())
+        notes += line + '\n';
 }
 
 /// Opens the database unless it is open and still the one at its path.
-bool openWriter(processLog& log, const configuration& settings, std::string& problem)
+bool openWriter(processLog& log, const patience& wait, openedDatabase& opened)
 {
-    const logFiles files(settings);
     if (log.writer != nullptr && log.writer->replaced())
         log.writer.reset();
     if (hasDatabase && log.writer == nullptr) {
-        int error = makeFolders(files.folder);
+        int error = makeFolders(log.files->folder);
         if (error == 0) {
-            const fileLock lock(files.lock);
+            const patientLock lock(log.files->lock, wait);
             error = lock.error();
             if (error == 0)
-                log.writer = database::open(files.database, problem);
+                opened = database::open(log.files->database, wait);
         }
-        if (error != 0)
-            problem = fmt::format("{}: {}", files.folder.string(), std::strerror(error));
+        if (error != 0) {
+            opened.problem = fmt::format("{}: {}", log.files->folder.string(), std::strerror(error));
+            opened.busy    = error == ETIMEDOUT;
+        }
+        log.writer = std::move(opened.value);
         if (log.writer != nullptr)
-            log.spools.front().reserve(); // now, while the disk has room
+            log.places.front().lines.reserve(); // now, while the disk has room
     }
     return log.writer != nullptr;
 }
 
-/// Looks at the other spool's folder, and makes it when asked to. It may be among everybody's, as in /var/tmp: one that is not this user's
-/// alone is not used. @return 0 or an `errno` value
-int preparePrivateFolder(const std::filesystem::path& folder, bool make)
+/// @return whether a place's spool may hold entries, and may be trusted
+bool holdsEntries(const processLog& log, const spoolPlace& place)
 {
-    int         error = make ? makeFolders(folder.parent_path()) : 0;
-    struct stat facts {
-    };
-    if (make && error == 0 && mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
-        error = errno;
-    if (error == 0 && lstat(folder.c_str(), &facts) != 0)
-        error = errno;
-    if (error == 0 && (!S_ISDIR(facts.st_mode) || facts.st_uid != geteuid() || (facts.st_mode & 022) != 0))
-        error = EPERM;
-    return error;
+    return place.lines.pending() && (&place == &log.places.front() || preparePrivateFolder(place.folder, false) == 0);
 }
 
-/// The spools that may hold entries now.
-std::vector<spool*> pendingSpools(processLog& log, const configuration& settings)
+/// Adds lines of a spool to the store.
+bool takeLines(processLog& log, std::span<const std::string> lines, const logLimits& limits, std::string& notes)
 {
-    std::vector<spool*> pending;
-    if (hasDatabase && log.spools.front().pending())
-        pending.push_back(&log.spools.front());
-    if (log.spools.back().pending() && preparePrivateFolder(settings.errorLogSpoolFolder, false) == 0)
-        pending.push_back(&log.spools.back());
-    return pending;
+    std::vector<storedEntry> entries;
+    std::vector<std::string> known;
+    bool                     done = hasDatabase || log.places.front().lines.read(known) == 0;
+    for (const std::string& line : lines) {
+        const auto facts = factsOfLine(line);
+        if (!facts)
+            note(notes, "kest: a damaged line of the error log's spool: " + quotedText(cleanText(line)));
+        else if (hasDatabase)
+            entries.push_back({facts->plid, facts->committedMs, facts->severity, facts->creator, line});
+        else if (std::ranges::find(known, line) == known.end())
+            done = done && log.places.front().lines.append(line, limits) == 0;
+    }
+    return done && (!hasDatabase || log.writer->add(entries, true, limits, patience()));
 }
 
-/// Moves what a spool holds into the store. Killed in between, an entry is in both, and is not taken twice.
-void takeIn(processLog& log, spool& from, const logLimits& limits)
+/// Moves what waits in the spools into the store, without waiting for anybody. Killed in between, an entry is in both, and is not taken
+/// twice. What can't be taken now is taken by a later commit.
+void takeIn(processLog& log, const logLimits& limits, commit& now) noexcept
 {
-    from.take([&](const std::vector<std::string>& lines) {
-        std::vector<storedEntry> entries;
-        std::vector<std::string> known;
-        bool                     done = hasDatabase || log.spools.front().read(known) == 0;
-        for (const std::string& line : lines) {
-            auto entry = fromLine(line);
-            if (!entry)
-                tellStandardError("kest: a damaged line of the error log's spool: " +
-                                  nlohmann::json(cleanText(line)).dump());
-            else if (hasDatabase)
-                entries.push_back({std::move(*entry), line});
-            else if (std::ranges::find(known, line) == known.end())
-                done = done && log.spools.front().append(line, limits) == 0;
-        }
-        return done && (!hasDatabase || log.writer->add(entries, true, limits));
-    });
+    try {
+        for (spoolPlace& place : log.places)
+            if ((hasDatabase || &place != &log.places.front()) && holdsEntries(log, place))
+                place.lines.take(
+                    [&](std::span<const std::string> lines) { return takeLines(log, lines, limits, now.notes); },
+                    now.wait.less(commitPatience / 2));
+    } catch (const std::exception&) {
+        log.writer.reset(); // no memory; a transaction may be open
+    }
+}
+
+/// Remembers how it went, so that commits don't wait one after the other for a database that stays busy.
+void backOff(processLog& log, bool busy)
+{
+    if (!busy) {
+        log.lastPause    = std::chrono::milliseconds(0);
+        log.waitsAgainAt = {};
+    } else if (waitingNow() >= log.waitsAgainAt) {
+        log.lastPause    = std::clamp(2 * log.lastPause, firstPause, longestPause);
+        log.waitsAgainAt = waitingNow() + log.lastPause;
+    }
 }
 
 /// Adds an entry to the database, behind what waits in the spools.
-bool addToDatabase(processLog& log, const configuration& settings, const storedEntry& stored, std::string& problem)
+void addToDatabase(processLog& log, const logLimits& limits, commit& now)
 {
-    bool done = openWriter(log, settings, problem);
-    if (done) {
-        for (spool* each : pendingSpools(log, settings))
-            takeIn(log, *each, limitsOf(settings));
-        done = log.writer->add({&stored, 1}, false, limitsOf(settings));
-        if (!done) {
-            problem = log.writer->problem();
-            log.writer.reset();
+    const patience wait  = waitingNow() < log.waitsAgainAt ? patience() : now.wait.less(2 * spoolShare);
+    bool           again = true;
+    for (int attempt = 0; attempt < 2 && again; ++attempt) {
+        openedDatabase opened;
+        const bool     open = openWriter(log, wait, opened);
+        bool           busy = opened.busy;
+        again               = false;
+        note(now.notes, opened.note);
+        if (open)
+            takeIn(log, limits, now);
+        if (open && log.writer != nullptr) {
+            now.isDurable = log.writer->add({&now.stored, 1}, false, limits, wait);
+            busy          = !now.isDurable && log.writer->busy();
+            again         = !now.isDurable && !busy && log.writer->replaced();
+            now.problem   = now.isDurable ? "" : log.writer->problem();
+            if (!now.isDurable && !busy)
+                log.writer.reset();
+        } else {
+            now.problem = opened.problem;
         }
+        backOff(log, busy);
     }
-    return done;
+    now.isTold = !now.isDurable;
 }
 
-/// Adds an entry to the first spool that takes it, and tells standard error unless that spool is the store itself.
-void addToSpool(processLog& log, const configuration& settings, const storedEntry& stored, std::string problem)
+/// Adds an entry to the first spool that takes it.
+void addToSpool(processLog& log, const configuration& settings, const logLimits& limits, commit& now)
 {
-    const logLimits limits = limitsOf(settings);
-    int             error  = makeFolders(settings.stateFolder);
+    int error = makeFolders(settings.stateFolder);
     if (error == 0)
-        error = log.spools.front().append(stored.line, limits);
-    const bool isStored = error == 0 && !hasDatabase;
-    if (error != 0) {
-        if (problem.empty())
-            problem = fmt::format("{}: {}", settings.stateFolder.string(), std::strerror(error));
-        error = preparePrivateFolder(settings.errorLogSpoolFolder, true);
-        if (error == 0)
-            error = log.spools.back().append(stored.line, limits);
-    } else if (isStored) {
-        for (spool* each : pendingSpools(log, settings))
-            takeIn(log, *each, limits);
+        error = log.places.front().lines.append(now.stored.line, limits, now.wait.less(spoolShare));
+    if (error == 0) {
+        now.isDurable = true;
+        now.isTold    = hasDatabase; // else it is the store
+        if (!hasDatabase)
+            takeIn(log, limits, now);
+    } else if (now.problem.empty()) {
+        now.problem = fmt::format("{}: {}", settings.stateFolder.string(), std::strerror(error));
     }
-    if (!isStored) {
-        nlohmann::json told = toJson(stored.entry);
-        told["storeError"]  = cleanText(problem);
-        if (error != 0)
-            told["spoolError"] = std::strerror(error);
-        tellStandardError(told.dump(-1, ' ', true));
+    for (std::size_t index = 1; !now.isDurable && index < log.places.size(); ++index) {
+        spoolPlace& place   = log.places[index];
+        const int   trouble = preparePrivateFolder(place.folder, true);
+        error               = trouble == 0 ? place.lines.append(now.stored.line, limits, now.wait) : trouble;
+        now.isDurable       = error == 0;
+        now.otherFolder     = now.isDurable && index > 1 ? &place.folder : nullptr;
+        now.spoolError      = index == 1 || error == 0 ? error : now.spoolError;
+    }
+}
+
+/// What standard error is told of an entry: the entry, and why. Without memory, the entry.
+void tellEntry(const commit& now) noexcept
+{
+    try {
+        std::string told(now.stored.line.substr(0, now.stored.line.size() - 1)); // more fields follow
+        told += ",\"storeError\":" + quotedText(cleanText(now.problem));
+        if (!now.isDurable)
+            told += ",\"spoolError\":" + quotedText(std::strerror(now.spoolError));
+        if (now.otherFolder != nullptr)
+            told += ",\"spoolFolder\":" + quotedText(cleanText(now.otherFolder->string()));
+        tellStandardError(told + "}\n");
+    } catch (const std::exception&) {
+        tellStandardError(now.stored.line);
+        tellStandardError("\n");
+    }
+}
+
+/// Stores an entry whose line is formed. Where memory ends on the way it goes on with what needs none.
+void storeLine(commit& now) noexcept
+{
+    const quietWrites      quiet;
+    const std::scoped_lock lock(theLog().guard);
+    try {
+        const configuration& settings = currentConfiguration();
+        const logLimits      limits   = limitsOf(settings);
+        processLog&          log      = currentLog(settings);
+        try {
+            addToDatabase(log, limits, now);
+        } catch (const std::exception&) {
+            if (!now.isDurable)
+                log.writer.reset();
+        }
+        if (!now.isDurable)
+            addToSpool(log, settings, limits, now);
+    } catch (const std::exception&) {
+        now.problem.clear();
     }
 }
 
@@ -168,63 +242,50 @@ bool matches(const loggedEntry& entry, const entryFilter& filter)
            entry.creator == filter.component.value_or(entry.creator);
 }
 
-/// Lets a damaged database be forgotten by its name, with the files that belong to it. @return 0 or an `errno` value
-int moveAside(const std::filesystem::path& database)
-{
-    int error = 0;
-    for (const char* suffix : {"-wal", "-shm", ""}) {
-        const std::string from = database.string() + suffix;
-        const std::string to   = database.string() + ".damaged" + suffix;
-        if (error == 0 && rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT)
-            error = errno;
-    }
-    return error;
-}
-
 /// Empties the database, or sets it aside when it is damaged.
-std::string clearDatabase(processLog& log, const configuration& settings)
+std::string clearDatabase(processLog& log)
 {
-    const std::filesystem::path file = logFiles(settings).database;
-    std::string                 problem;
-    if (access(file.c_str(), F_OK) == 0) {
-        bool done = openWriter(log, settings, problem);
-        if (done && !log.writer->clear()) {
-            problem = log.writer->problem();
-            done    = false;
-        }
-        bool damaged = false;
-        if (!done)
-            log.writer.reset();
-        if (!done && !checkDatabase(file, damaged).empty() && damaged) {
-            const fileLock lock(logFiles(settings).lock);
-            const int      error = lock.error() == 0 ? moveAside(file) : lock.error();
-            problem              = error == 0 ? "" : fmt::format("{}: {}", file.string(), std::strerror(error));
-        }
+    const std::filesystem::path& file = log.files->database;
+    openedDatabase               opened;
+    if (access(file.c_str(), F_OK) != 0)
+        return {};
+    const patience wait(commitPatience);
+    bool           done = openWriter(log, wait, opened);
+    if (done && !log.writer->clear(wait)) {
+        opened.problem = log.writer->problem();
+        done           = false;
     }
-    return problem;
+    bool damaged = false;
+    if (!done)
+        log.writer.reset();
+    if (!done && (opened.newer || (!checkDatabase(file, damaged).empty() && damaged))) {
+        const patientLock lock(log.files->lock, wait);
+        const int         error = lock.error() == 0 ? setDatabaseAside(file) : lock.error();
+        opened.problem          = error == 0 ? "" : fmt::format("{}: {}", file.string(), std::strerror(error));
+        done                    = error == 0;
+    }
+    return done ? "" : opened.problem;
 }
 
 } // namespace
 
-void storeEntry(const loggedEntry& entry) noexcept
+void storeEntry(const ErrlEntry& entry) noexcept
 {
+    const loggedEntry& facts = entry.state()->facts;
+    commit             now;
+    std::string        whole;
+    reducedLine        reduced;
+    now.stored = {facts.plid, facts.committedMs, facts.severity, facts.creator, {}};
     try {
-        const storedEntry      stored{entry, toLine(entry)};
-        const configuration&   settings = currentConfiguration();
-        const std::scoped_lock lock(theLog().guard);
-        processLog&            log = currentLog(settings);
-        std::string            problem;
-        if (!addToDatabase(log, settings, stored, problem))
-            addToSpool(log, settings, stored, problem);
+        whole           = toLine(describeEntry(entry));
+        now.stored.line = whole;
     } catch (const std::exception&) {
-        reportLostEntry();
+        now.stored.line = toReducedLine(facts, entry.state()->first.words.src, reduced);
     }
-}
-
-void reportLostEntry() noexcept
-{
-    static constexpr char       message[] = "kest: an error log entry is lost: no memory\n";
-    [[maybe_unused]] const auto ignored   = write(STDERR_FILENO, message, sizeof message - 1);
+    storeLine(now);
+    if (now.isTold)
+        tellEntry(now);
+    tellStandardError(now.notes);
 }
 
 entryList listEntries(const entryFilter& filter)
@@ -235,13 +296,12 @@ entryList listEntries(const entryFilter& filter)
     entryList              list;
     std::vector<std::string>
         lines; // read first: an entry that moves into the database meanwhile is then seen twice, not never
-    for (const spool& each : log.spools) {
-        const bool own = &each == &log.spools.front() || preparePrivateFolder(settings.errorLogSpoolFolder, false) == 0;
-        const int  error = own ? each.read(lines) : 0;
+    for (const spoolPlace& place : log.places) {
+        const int error = holdsEntries(log, place) ? place.lines.read(lines) : 0;
         if (error != 0)
             list.error = fmt::format("the error log's spool: {}", std::strerror(error));
     }
-    readDatabase(logFiles(settings).database, filter, list.entries, list.error);
+    readDatabase(log.files->database, filter, list.entries, list.error);
 
     std::set<std::pair<std::uint32_t, std::int64_t>> stored;
     for (const loggedEntry& entry : list.entries)
@@ -267,9 +327,9 @@ std::string clearEntries()
     const configuration&   settings = currentConfiguration();
     const std::scoped_lock lock(theLog().guard);
     processLog&            log     = currentLog(settings);
-    std::string            problem = clearDatabase(log, settings);
-    for (spool& each : log.spools) {
-        const int error = each.pending() ? each.take([](const auto&) { return true; }) : 0;
+    std::string            problem = clearDatabase(log);
+    for (spoolPlace& place : log.places) {
+        const int error = holdsEntries(log, place) ? place.lines.clear() : 0;
         if (error != 0 && problem.empty())
             problem = fmt::format("the error log's spool: {}", std::strerror(error));
     }

@@ -2,6 +2,9 @@
 ///
 /// An entry is created by the first failure of a request, travels up as an `ErrlEntry*`, and is owned by whoever holds it:
 /// pass it on, commit and delete it, or delete it. Entries are not shared between threads.
+///
+/// Nothing here throws. An entry that exists always has its identifier, its first SRC, its severity and its return code. What else there
+/// is no memory for is left out, and the entry that is stored says that it is incomplete.
 #pragma once
 
 #include <cstddef>
@@ -63,7 +66,8 @@ public:
     static void  operator delete(void* object) noexcept;
 };
 
-/// One system reference code of an entry. Made by the entry alone and lives as long as it.
+/// One system reference code of an entry. Made by the entry alone, and lives until the entry is deleted or assigned to. Calls that add to
+/// the entry leave it where it is.
 class SrciSrc
 {
 public:
@@ -104,15 +108,16 @@ public:
               unsigned int word1, unsigned int word2, unsigned int word3, unsigned int word4, epubSubSystem subsystem,
               srciTermState termState);
     ErrlEntry(const ErrlEntry&) = delete;
-    /// Takes over a copy of everything the other entry holds, its `plid` included.
+    /// Takes over a copy of everything the other entry holds, its `plid` included. Without memory for that it takes over what every entry
+    /// has, and nothing stays of what it held before.
     ErrlEntry& operator=(const ErrlEntry& other);
     ~ErrlEntry() override;
 
-    /// Adds a further SRC behind those already there. Arguments as for the constructor.
+    /// Adds a further SRC behind those already there. Arguments as for the constructor. Left out without memory.
     void addSRC(unsigned short component, srciType type, unsigned int srcFlags, unsigned char module,
                 serviceCodes serviceCode, unsigned short reason, unsigned int word1, unsigned int word2,
                 unsigned int word3, unsigned int word4, epubSubSystem subsystem);
-    /// Adds a copy of an SRC of another entry. @param creator  the component that made it.
+    /// Adds a copy of an SRC of another entry. @param creator  the component that made it. Left out without memory.
     void addSRC(unsigned short creator, const SrciSrc& src);
     /// Copies the latest `bytes` bytes of a named trace buffer into the entry; a buffer that does not exist adds nothing.
     void CollectTrace(const char* bufferName, unsigned int bytes);
@@ -127,14 +132,15 @@ public:
     /// Notes that a call failed: its return code and two words that say which one.
     void addSwErr(unsigned short component, unsigned int returnCode, unsigned short word1, unsigned short word2,
                   unsigned int reserved);
-    /// Stores the entry durably; on return it is safe. The caller still deletes the object.
+    /// Stores the entry durably; on return it is safe, or told to standard error when nothing could take it. The caller still deletes the
+    /// object. Waits at most five seconds for other users of the log.
     /// @param action  `ERRL_ACTION_REPORT` or `ERRL_ACTION_KEEP_FOR_SERVICE`
     void commit(unsigned short component, unsigned short action);
 
     /// @return the SRC at `index`, counted from 0 and owned by the entry; null when there is none.
     const SrciSrc* getSRC(unsigned short index) const;
     std::uint16_t  creator() const;
-    /// @return the entry's log identifier: unique across processes and restarts, never 0.
+    /// @return the entry's log identifier: unique across processes and restarts, never 0. Every entry has one, also without memory.
     std::uint32_t plid() const;
     std::uint32_t getRC() const;
 
@@ -143,5 +149,9 @@ public:
     const State* state() const noexcept { return m_state; }
 
 private:
+    static constexpr std::size_t roomBytes = 64 * sizeof(void*);
+
+    /// For the platform's state, so that an entry needs no memory beside its own.
+    alignas(std::uint64_t) std::byte m_room[roomBytes]{};
     State* m_state;
 };
