@@ -116,6 +116,15 @@ TEST(KestDeviceTypes, AreKnownOrNot)
     }
 }
 
+TEST_F(KestAddressList, TheLastNodeOfNoneIsNone)
+{
+    EXPECT_EQ(nullptr, kest::kest_lastNode(nullptr));
+    kest_deviceAddress* list = listOf({{0x80, 0x922, 3}, {0xA0, 0x2C0256, 0}});
+    EXPECT_EQ(list->next, kest::kest_lastNode(list));
+    EXPECT_EQ(list->next, kest::kest_lastNode(list->next));
+    KEST_deleteDevAddress(&list, true);
+}
+
 TEST_F(KestAddressList, ANodeHoldsZerosBetweenItsFields)
 {
     kest_deviceAddress* list = nullptr;

@@ -124,6 +124,14 @@ TEST(KestMiscDump, OfTwoLinesReadsTheSecondWhole)
     EXPECT_EQ(132U, std::strlen(dump.get())); // a block of 133
 }
 
+TEST(KestMiscDump, OfMoreThanTheAddressSpaceHoldsIsNone)
+{
+    if (sizeof(std::size_t) > 4) {
+        GTEST_SKIP() << "the lines of 4 GiB fit into this address space";
+    }
+    EXPECT_EQ(nullptr, KEST_miscFmtAndDump("", 0xFFFFFFFF)); // 66 characters for each 16 bytes
+}
+
 TEST(KestMiscDump, OfNothingIsOneCharacter)
 {
     const std::unique_ptr<char[]> dump{KEST_miscFmtAndDump(nullptr, 0)};

@@ -274,6 +274,7 @@ TEST_F(KestSeepromHardwareRead, TheSrcDecidesAboutTheRetryNotALaterErrno)
 
 TEST_F(KestSeepromHardwareRead, RefusesTextsNotUnderstood) { refusesTextsNotUnderstood(); }
 TEST_F(KestSeepromHardwareRead, FreesTheTextWithoutMemoryForTheEntry) { freesTheTextWithoutMemoryForTheEntry(); }
+TEST_F(KestSeepromHardwareRead, FreesTheChainWithoutMemoryForTheEntry) { freesTheChainWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareRead, RefusesInvalidChains) { refusesInvalidChains(); }
 TEST_F(KestSeepromHardwareRead, RefusesOtherDevices) { refusesOtherDevices(); }
 TEST_F(KestSeepromHardwareRead, CloseFailuresStayBehind) { closeFailuresStayBehind(); }

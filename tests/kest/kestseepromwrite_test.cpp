@@ -181,6 +181,7 @@ TEST_F(KestSeepromHardwareWrite, AResetThatFailsIsToldInTheFirstEntry)
 
 TEST_F(KestSeepromHardwareWrite, RefusesTextsNotUnderstood) { refusesTextsNotUnderstood(); }
 TEST_F(KestSeepromHardwareWrite, FreesTheTextWithoutMemoryForTheEntry) { freesTheTextWithoutMemoryForTheEntry(); }
+TEST_F(KestSeepromHardwareWrite, FreesTheChainWithoutMemoryForTheEntry) { freesTheChainWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareWrite, RefusesInvalidChains) { refusesInvalidChains(); }
 TEST_F(KestSeepromHardwareWrite, RefusesOtherDevices) { refusesOtherDevices(); }
 TEST_F(KestSeepromHardwareWrite, CloseFailuresStayBehind) { closeFailuresStayBehind(); }

@@ -269,6 +269,16 @@ protected:
         EXPECT_EQ(0, platform.liveAllocations());
     }
 
+    /// The flat chain that was attached to its details is freed once.
+    void freesTheChainWithoutMemoryForTheEntry()
+    {
+        platform.failEntryAllocation();
+        transfer("p,L,922,80,3", 0, 8);
+        EXPECT_EQ("\nno memory for an entry\n", platform.calls());
+        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(0, platform.liveAllocations());
+    }
+
     void refusesInvalidChains()
     {
         const auto chain = [](const char* nodes) { return line("entry1.addUsrDtls(list %s, 0x1300, 1, 1)\n", nodes); };
