@@ -43,15 +43,16 @@ public:
     FakeKernel& operator=(const FakeKernel&) = delete;
     ~FakeKernel() override { host::iic::useSystemCalls(nullptr); }
 
-    unsigned long                    functions    = i2cAdapter;
-    int                              openError    = 0;
-    int                              funcsError   = 0;
-    mode_t                           nodeMode     = S_IFCHR | 0600;
-    gid_t                            nodeGroup    = getgid();
-    unsigned int                     minorNumber  = 7;
-    std::size_t                      longestRead  = 8192; ///< quirk: longer ones are refused
-    std::size_t                      longestWrite = 8192; ///< likewise
-    std::size_t                      mostMessages = 42;   ///< likewise
+    unsigned long                    functions       = i2cAdapter;
+    int                              openError       = 0;
+    int                              funcsError      = 0;
+    mode_t                           nodeMode        = S_IFCHR | 0600;
+    gid_t                            nodeGroup       = getgid();
+    unsigned int                     minorNumber     = 7;
+    std::size_t                      longestRead     = 8192; ///< quirk: longer ones are refused
+    std::size_t                      longestWrite    = 8192; ///< likewise
+    std::size_t                      shortestMessage = 0;    ///< likewise: shorter ones
+    std::size_t                      mostMessages    = 42;   ///< likewise
     std::map<std::uint8_t, FakeChip> chips;
     std::set<std::uint8_t>           held;               ///< 7-bit addresses that a driver has
     std::deque<int>                  failures;           ///< errno for each of the next transfers; 0 lets one pass
@@ -139,14 +140,15 @@ private:
     {
         std::string line;
         const auto  all = std::span(request.msgs, request.nmsgs);
+        if (request.nmsgs > mostMessages || std::ranges::any_of(all, [this](const i2c_msg& message) {
+                return message.len > ((message.flags & I2C_M_RD) != 0 ? longestRead : longestWrite) ||
+                       message.len < shortestMessage;
+            })) {
+            return fail(EOPNOTSUPP, 0); // the kernel's check of an adapter's quirks
+        }
         clockNs += messageNs;
         if (beforeTransfer) {
             beforeTransfer();
-        }
-        if (request.nmsgs > mostMessages || std::ranges::any_of(all, [this](const i2c_msg& message) {
-                return message.len > ((message.flags & I2C_M_RD) != 0 ? longestRead : longestWrite);
-            })) {
-            return fail(EOPNOTSUPP, 0); // the kernel's check of an adapter's quirks
         }
         for (const i2c_msg& message : all) {
             const bool read = (message.flags & I2C_M_RD) != 0;

@@ -222,10 +222,24 @@ TEST(AdapterClock, IsTheDeviceTreesNumber)
     EXPECT_EQ(0U, calls.adapterClockHz(8));
 }
 
-TEST_F(SmallAdapter, HubThatCannotBeAskedIsGivenItsWholeTime)
+/// Adapters without an address alone: they say so, or refuse it only when it is sent.
+class HubThatCannotBeAsked : public SmallAdapter, public testing::WithParamInterface<bool>
 {
-    kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
-    hub(3).writeCycleNs = 20 * nsPerMs;
+protected:
+    HubThatCannotBeAsked()
+    {
+        if (GetParam()) {
+            kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
+        } else {
+            kernel.shortestMessage = 1;
+        }
+        hub(3).writeCycleNs = 20 * nsPerMs;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(All, HubThatCannotBeAsked, testing::Bool());
+
+TEST_P(HubThatCannotBeAsked, IsGivenItsWholeTime)
+{
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 3, .writeCycleMs = 15, .pageSize = 8});
     device.seek(0x03A0FC);
@@ -238,16 +252,28 @@ TEST_F(SmallAdapter, HubThatCannotBeAskedIsGivenItsWholeTime)
     EXPECT_EQ((answer{1, 0}), device.read(data)); // it is there again
 }
 
-TEST_F(SmallAdapter, HubThatCannotBeAskedIsNotCalledDoneBeforeTheTimeOutOfTheTransfer)
+TEST_P(HubThatCannotBeAsked, IsNotCalledDoneBeforeTheTimeOutOfTheTransfer)
 {
-    kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
-    hub(3).writeCycleNs = 20 * nsPerMs;
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 3, .timeoutMs = 30, .writeCycleMs = 15, .pageSize = 8});
     device.seek(0x03A0F8);
     const std::uint64_t beginning = kernel.clockNs;
     EXPECT_EQ((answer{0, ETIME}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(30'000'000U, kernel.clockNs - beginning);
+}
+
+TEST_P(HubThatCannotBeAsked, HasItsNextPageSentAgainUntilItTakesIt)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set({.address = 0x80, .offsetLength = 3, .writeCycleMs = 15, .pageSize = 8});
+    device.seek(0x03A0F0);
+    EXPECT_EQ((answer{10, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    EXPECT_EQ("40W 03A0F00102030405060708", kernel.log.front());
+    ASSERT_LT(10U, kernel.log.size());
+    for (std::size_t index = 1; index < kernel.log.size(); ++index) {
+        EXPECT_EQ("40W 03A0F8090A", kernel.log[index]);
+    }
+    EXPECT_EQ((bytes{8, 9, 10}), slice(kernel.chips[0x40].memory, 0xA0F7, 3));
 }
 
 TEST_F(SmallAdapter, PlainReadOfABusyChipIsAskedForAgainAndMissesNoByte)

@@ -403,6 +403,9 @@ transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const t
     transferResult result = transfer({&question, 1}, pace);
     if (result.end == outcome::notAcknowledged) {
         result.end = outcome::addressNotAcknowledged; // nothing but the address was asked
+    } else if (result.end == outcome::tooLong) {
+        // Some adapters refuse an address alone only when it is sent.
+        result.end = outcome::notSupported;
     }
     return result;
 }
