@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -164,12 +165,13 @@ void busModel::connect()
 void busModel::prepareImages(const std::string& machineFile)
 {
     for (auto& member : members) {
-        const std::string trouble = member.cells ? member.cells->prepare() : std::string{};
-        if (!trouble.empty()) {
-            std::string text = machineFile;
-            text += ":" + member.about->place + ": image '" + member.about->image + "': " + trouble;
-            throw std::runtime_error{text};
-        }
+        int               error   = 0;
+        const std::string trouble = member.cells ? member.cells->prepare(error) : std::string{};
+        const std::string where   = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
+        if (error != 0)
+            throw std::system_error{error, std::generic_category(), where};
+        if (!trouble.empty())
+            throw std::runtime_error{where + ": " + trouble};
     }
 }
 

@@ -31,22 +31,22 @@ bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
 
 } // namespace
 
-std::string image::prepare()
+std::string image::prepare(int& error)
 {
     struct stat found {
     };
-    std::string trouble;
+    error = 0;
     if (stat(path.c_str(), &found) != 0) {
         if (errno != ENOENT || !makeErased(path, sizeBytes))
-            trouble = std::generic_category().message(errno);
+            error = errno;
     } else if (!S_ISREG(found.st_mode)) {
-        trouble = "not a regular file";
+        return "not a regular file";
     } else if (found.st_size != static_cast<off_t>(sizeBytes)) {
-        trouble = "has " + std::to_string(found.st_size) + " bytes, the chip " + std::to_string(sizeBytes);
+        return "has " + std::to_string(found.st_size) + " bytes, the chip " + std::to_string(sizeBytes);
     } else if (access(path.c_str(), R_OK | W_OK) != 0) {
-        trouble = std::generic_category().message(errno);
+        error = errno;
     }
-    return trouble;
+    return error == 0 ? std::string{} : std::generic_category().message(error);
 }
 
 void image::begin(std::uint32_t chipIndex, pageWrite& pending)

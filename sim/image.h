@@ -18,7 +18,8 @@ public:
     image& operator=(const image&) = delete;
 
     /// Makes the file, all 0xFF, when there is none. @return what is wrong with it; empty: nothing
-    std::string prepare();
+    /// @param[out] error  the system's number for that; 0: it is the image's own fault
+    std::string prepare(int& error);
 
     /// For one transaction: the file is opened at first use, so that a file put in its place is met by the next one.
     void begin(std::uint32_t chipIndex, pageWrite& pending);

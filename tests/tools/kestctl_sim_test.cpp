@@ -1,4 +1,10 @@
+#include <algorithm>
 #include <gmock/gmock.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "tests/places.h"
@@ -124,6 +130,80 @@ TEST_F(KestctlSim, ABadMachineFileIsNamed)
     EXPECT_THAT(result.errors, HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
     EXPECT_THAT(kestctl({"scan", "sim:planar"}).errors,
                 HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
+}
+
+// Whatever needs the machine ends alike, and says once why.
+TEST_F(KestctlSim, ABadMachineFileOrImageEndsWith2)
+{
+    const std::string toml = readFile(machine() / "machine.toml");
+    const std::string copy = (folder() / "copy.bin").string();
+    for (const bool badImage : {false, true}) {
+        if (badImage) {
+            writeFile(machine() / "machine.toml", toml);
+            writeFile(machine() / "panel.bin", "short");
+        } else {
+            writeFile(machine() / "machine.toml", toml + "celsius = 3\n");
+        }
+        const char* const trouble = badImage ? ": image 'panel.bin': has 5 bytes, the chip 256"
+                                             : ": unknown key 'celsius' in [[chip]] of type 24C02";
+        for (const std::vector<std::string>& command :
+             std::initializer_list<std::vector<std::string>>{{"detect"},
+                                                             {"detect", "planar-vpd"},
+                                                             {"scan", "sim:planar"},
+                                                             {"reset", "sim:planar"},
+                                                             {"topology"},
+                                                             {"port", "read", "panel-leds"},
+                                                             {"thermal", "read", "inlet-temp"},
+                                                             {"seeprom", "read", "planar-vpd", "--length", "4"},
+                                                             {"seeprom", "dump", "riser-vpd", "-o", copy},
+                                                             {"copy", "capture", "planar-vpd"},
+                                                             {"sim", "show"},
+                                                             {"sim", "fault", "list"},
+                                                             {"sim", "wave", "start", "planar", copy},
+                                                             {"sim", "power-cycle"}}) {
+            SCOPED_TRACE(command.front() + " " + command.back());
+            const runResult result = kestctl(command);
+            EXPECT_EQ(2, result.exit);
+            EXPECT_THAT(result.errors, HasSubstr(trouble));
+            EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;
+        }
+    }
+}
+
+/// Runs kestctl in a child as the user nobody, who may read the configuration. @return its exit code
+int exitAsNobody(const std::filesystem::path& configuration, const std::vector<std::string>& arguments)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        const passwd* const nobody = getpwnam("nobody");
+        if (nobody == nullptr || setgroups(0, nullptr) != 0 || setgid(nobody->pw_gid) != 0 ||
+            setuid(nobody->pw_uid) != 0)
+            _exit(99);
+        const runResult result = run("kestctl", arguments, {.environment = {{"KEST_CONFIG", configuration.string()}}});
+        std::fputs(result.errors.c_str(), stderr);
+        _exit(result.exit);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(KestctlSim, AMachineThatTheUserMayNotUseEndsWith3)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    says({"sim", "show"}); // makes the state file
+    std::filesystem::permissions(folder(), std::filesystem::perms(0755));
+    std::filesystem::permissions(machine(), std::filesystem::perms(0777));
+    std::filesystem::permissions(machine() / "machine.state", std::filesystem::perms(0600));
+    EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"sim", "show"}));
+    EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"detect"}));
+    std::filesystem::permissions(machine() / "machine.state", std::filesystem::perms(0666));
+    EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"sim", "show"})) << "the images are not theirs, either";
+    for (const auto& entry : std::filesystem::directory_iterator(machine()))
+        if (entry.path().extension() == ".bin")
+            std::filesystem::permissions(entry.path(), std::filesystem::perms(0666));
+    EXPECT_EQ(0, exitAsNobody(machine() / "kest.toml", {"sim", "show"}));
 }
 
 TEST_F(KestctlSim, AFaultOfNoBusOrAddress0IsRefused)

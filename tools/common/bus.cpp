@@ -19,11 +19,9 @@ failure busFailure(int error, const busName& bus, const std::string& step)
         advice.what    = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";
     }
-    const std::string trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(bus.path, bus.node) : "";
-    if (!trouble.empty()) {
-        advice.what    = trouble;
-        advice.tryThis = "";
-    }
+    const auto trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(bus.path, bus.node) : std::nullopt;
+    if (trouble)
+        advice = {trouble->code, trouble->what, ""};
     return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
 }
 

@@ -109,13 +109,23 @@ bool describeReason(const reasonRow* row, failure& why)
 
 void describeErrno(int error, const device& which, failure& why)
 {
-    const errnoAdvice advice  = adviceFor(error);
-    const std::string trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(which.bus, which.node)
-                                : error == EACCES ? host::iic::lockFolderTrouble(which.bus, nodeNumber(which.node))
-                                                  : "";
-    why.code                  = advice.code;
-    why.what                  = trouble.empty() ? advice.what : trouble;
-    why.tryThis               = trouble.empty() ? advice.tryThis : "";
+    const errnoAdvice advice = adviceFor(error);
+    why.code                 = advice.code;
+    why.what                 = advice.what;
+    why.tryThis              = advice.tryThis;
+    if (error == EACCES) {
+        const std::string trouble = host::iic::lockFolderTrouble(which.bus, nodeNumber(which.node));
+        if (!trouble.empty()) {
+            why.what    = trouble;
+            why.tryThis = "";
+        }
+    } else if (error == ENOENT || error == ENODEV) {
+        if (const auto trouble = simulatedBusTrouble(which.bus, which.node)) {
+            why.code    = trouble->code;
+            why.what    = trouble->what;
+            why.tryThis = "";
+        }
+    }
 }
 
 void replaceBus(std::string& text, const std::string& bus)

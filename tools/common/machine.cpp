@@ -1,7 +1,9 @@
 #include "tools/common/machine.h"
 
+#include <cerrno>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <system_error>
 
 #include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
@@ -17,12 +19,25 @@ std::shared_ptr<sim::machine> openConfiguredMachine()
                        "'kestctl sim new DIR' makes one; then set KEST_CONFIG=DIR/kest.toml");
     try {
         return sim::openMachine(settings.machineFolder, settings.machineRealTime);
+    } catch (const std::system_error& why) {
+        const int error = why.code().value();
+        if (error == EACCES || error == EPERM || error == EROFS)
+            throw failure{.code    = exitRefused,
+                          .what    = why.what(),
+                          .tryThis = "run it as a user who may use the machine's folder"};
+        throw wrongUse(why.what(), "repair the machine's folder");
     } catch (const std::runtime_error& why) {
         throw wrongUse(why.what(), "repair the machine's folder");
     }
 }
 
-std::string simulatedBusTrouble(const std::string& path, const std::string& node)
+void checkConfiguredMachine()
+{
+    if (!host::currentConfiguration().machineFolder.empty())
+        (void)openConfiguredMachine();
+}
+
+std::optional<failure> simulatedBusTrouble(const std::string& path, const std::string& node)
 {
     constexpr std::string_view simulated = "sim:";
     if (!path.starts_with(simulated))
@@ -38,9 +53,12 @@ std::string simulatedBusTrouble(const std::string& path, const std::string& node
                 return {};
             known += (known.empty() ? "" : ", ") + name;
         }
-        return fmt::format("the simulated machine has no such bus{}{}", known.empty() ? "" : "; it has ", known);
+        return failure{
+            .code = exitAbsent,
+            .what = fmt::format("the simulated machine has no such bus{}{}", known.empty() ? "" : "; it has ", known)};
     } catch (const failure& why) {
-        return why.what;
+        const bool none = host::currentConfiguration().machineFolder.empty();
+        return failure{.code = none ? exitAbsent : why.code, .what = why.what};
     }
 }
 

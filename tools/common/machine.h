@@ -2,18 +2,25 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "sim/machine.h"
+#include "tools/common/failure.h"
 
 namespace kest::tools
 {
 
-/// Opens it. Throws a `failure` (exit code 2) when none is configured or its folder is not usable.
+/// Opens it. Throws a `failure`: exit code 2 when none is configured or its folder is not usable, 3 when the user may not
+/// use it.
 [[nodiscard]] std::shared_ptr<sim::machine> openConfiguredMachine();
 
-/// Why a `sim:` path names no bus; empty when it does, or is no such path.
+/// Throws as openConfiguredMachine() does when one is configured.
+void checkConfiguredMachine();
+
+/// Why a `sim:` path names no bus: what is wrong and the exit code, 4 unless the machine itself can't be had; none when it
+/// does, or is no such path.
 /// @param node  "L", or "0" to "7"
-[[nodiscard]] std::string simulatedBusTrouble(const std::string& path, const std::string& node);
+[[nodiscard]] std::optional<failure> simulatedBusTrouble(const std::string& path, const std::string& node);
 
 } // namespace kest::tools

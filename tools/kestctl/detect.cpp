@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -9,6 +10,7 @@
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/machine.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/presence.h"
@@ -24,6 +26,20 @@ struct finding {
     device  which;
     failure why; ///< exitDone: it is there
 };
+
+/// A machine that can't be opened fails all its devices alike: that is said once, as a `failure`.
+void checkMachineOf(const std::vector<std::string>& names)
+{
+    const auto isSimulated = [](const std::string& name) {
+        try {
+            return findDevice(name).bus.starts_with("sim:");
+        } catch (const failure&) { // which its own line says
+            return false;
+        }
+    };
+    if (std::ranges::any_of(names, isSimulated))
+        checkConfiguredMachine();
+}
 
 finding look(const std::string& name, std::uint32_t speedKhz)
 {
@@ -66,9 +82,11 @@ std::vector<std::string> allDevices()
 
 int runDetect(const context& shared, const detectOptions& options)
 {
-    int                    code = exitDone;
-    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-    for (const std::string& name : options.devices.empty() ? allDevices() : options.devices) {
+    int                            code  = exitDone;
+    nlohmann::ordered_json         rows  = nlohmann::ordered_json::array();
+    const std::vector<std::string> names = options.devices.empty() ? allDevices() : options.devices;
+    checkMachineOf(names);
+    for (const std::string& name : names) {
         const finding found = look(name, options.speedKhz);
         if (found.why.code != exitDone)
             std::fputs((failureLine("kestctl", found.why) + "\n").c_str(), stderr);

@@ -148,7 +148,11 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
                              .owner  = folder.st_uid};
         opened = std::make_shared<simulatedBus>(std::move(machine), std::move(wires), std::move(identity));
     } catch (const std::system_error& failure) {
-        return isShortage(failure.code().value()) ? ENOMEM : ENODEV;
+        const int error = failure.code().value();
+        if (error == EACCES || error == EPERM || error == EROFS) {
+            return EACCES;
+        }
+        return isShortage(error) ? ENOMEM : ENODEV;
     } catch (const std::runtime_error&) {
         return ENODEV; // the folder is there, but no machine can be made of it
     }
