@@ -1,4 +1,5 @@
 #include "sim/busstate.h"
+#include "sim/statefile.h"
 #include "tests/sanitizers.h"
 #include "tests/sim/machinetest.h"
 
@@ -7,6 +8,8 @@
 #include <functional>
 #include <thread>
 
+#include <pthread.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -177,6 +180,58 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
     EXPECT_EQ(bytes(image.begin() + 0x180, image.begin() + 0x200), bytes(128, 0x5C));
     EXPECT_EQ(image[0x17F], 0xFF);
     EXPECT_EQ(image[0x200], 0xFF);
+}
+
+/// Called in every fork when the machine is ready for it: of what threads prepare the latest registered goes first.
+std::atomic<const std::function<void()>*> inTheFork = nullptr;
+
+void callInTheFork()
+{
+    if (const auto* const body = inTheFork.load())
+        (*body)();
+}
+
+[[gnu::constructor(101)]] void registerBeforeTheMachine() { pthread_atfork(callInTheFork, nullptr, nullptr); }
+
+/// Starts `action` in another thread in the middle of a fork. @return whether it came to its end within the fork
+bool endsWithinAFork(const std::function<void()>& action)
+{
+    constexpr int               turnsToBegin = 10'000'000, turnsToEnd = 20'000;
+    std::atomic<bool>           asked = false, begun = false, ended = false;
+    bool                        endedWithin = false;
+    std::jthread                other{[&] {
+        asked.wait(false);
+        begun = true;
+        action();
+        ended = true;
+    }};
+    const std::function<void()> body = [&] {
+        asked = true;
+        asked.notify_one();
+        for (int turn = 0; turn < turnsToBegin && !begun; ++turn)
+            sched_yield();
+        for (int turn = 0; turn < turnsToEnd && !ended; ++turn)
+            sched_yield();
+        endedWithin = ended;
+    };
+    inTheFork = &body;
+    const child one{[] { return true; }};
+    inTheFork = nullptr;
+    EXPECT_EQ(one.wait(), 0);
+    EXPECT_TRUE(begun);
+    return endedWithin;
+}
+
+TEST_F(Processes, StateFilesAreNotMadeOrDroppedWithinAFork)
+{
+    KEST_SKIP_FORK_OF_BUSY_THREADS();
+    const std::size_t          recordBytes[] = {64};
+    std::unique_ptr<stateFile> file;
+    EXPECT_FALSE(endsWithinAFork([&] { file = std::make_unique<stateFile>(home.path / "other", recordBytes); }));
+    EXPECT_NE(file, nullptr);
+    EXPECT_FALSE(endsWithinAFork([&] { file.reset(); }));
+    EXPECT_EQ(file, nullptr);
+    EXPECT_FALSE(endsWithinAFork([&] { openMachine(home.path, false); }));
 }
 
 TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
