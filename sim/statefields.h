@@ -1,6 +1,7 @@
 /// The volatile state's fields, little-endian on every host, one after the other in a record of the state file.
 #pragma once
 
+#include <algorithm>
 #include <concepts>
 #include <cstdint>
 #include <span>
@@ -26,12 +27,13 @@ public:
     template <std::unsigned_integral Number>
     void number(Number& value)
     {
-        Number loaded = 0;
-        for (std::size_t i = 0; i < sizeof(Number); ++i, ++at)
-            if (at < record.size() && loads)
-                loaded = static_cast<Number>(loaded | static_cast<Number>(Number{record[at]} << (8 * i)));
-            else if (at < record.size())
-                record[at] = static_cast<std::uint8_t>(value >> (8 * i));
+        const auto field  = next(sizeof(Number));
+        Number     loaded = 0;
+        for (std::size_t i = 0; i < field.size(); ++i)
+            if (loads)
+                loaded = static_cast<Number>(loaded | static_cast<Number>(Number{field[i]} << (8 * i)));
+            else
+                field[i] = static_cast<std::uint8_t>(value >> (8 * i));
         if (loads)
             value = loaded;
     }
@@ -49,8 +51,11 @@ public:
     }
     void bytes(std::span<std::uint8_t> values)
     {
-        for (auto& value : values)
-            number(value);
+        const auto field = next(values.size());
+        if (loads)
+            std::ranges::fill(std::ranges::copy(field, values.begin()).out, values.end(), std::uint8_t{0});
+        else
+            std::ranges::copy(values.first(field.size()), field.begin());
     }
     /// Notes the first field that does not hold. @param what  names the field
     void check(bool holds, const char* what)
@@ -63,6 +68,14 @@ public:
     [[nodiscard]] std::uint64_t busTime() const { return now; }
 
 private:
+    /// The next bytes, fewer at the record's end.
+    std::span<std::uint8_t> next(std::size_t size)
+    {
+        const std::size_t from = std::min(at, record.size());
+        at += size;
+        return record.subspan(from, std::min(size, record.size() - from));
+    }
+
     std::span<std::uint8_t> record;
     std::size_t             at = 0;
     std::uint64_t           now;
