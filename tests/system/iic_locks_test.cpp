@@ -1,44 +1,17 @@
 /// Address locks between handles and processes.
 #include <csignal>
 #include <fcntl.h>
-#include <functional>
 #include <sys/wait.h>
 
-#include "platform/host/iic/locks.h"
 #include "tests/host/trace_support.h"
 #include "tests/places.h"
+#include "tests/system/iic_clock.h"
 #include "tests/system/iic_machine.h"
 
 namespace kest::test
 {
 namespace
 {
-
-/// A time for waiters that passes in their pauses alone.
-class DrivenClock : public host::iic::lockClock
-{
-public:
-    DrivenClock() { host::iic::useLockClock(this); }
-    DrivenClock(const DrivenClock&)            = delete;
-    DrivenClock& operator=(const DrivenClock&) = delete;
-    ~DrivenClock() override { host::iic::useLockClock(nullptr); }
-
-    std::chrono::nanoseconds now() override { return m_now; }
-    void                     pause(std::chrono::nanoseconds time) override
-    {
-        m_now += time;
-        ++pauses;
-        if (inPause) {
-            inPause(pauses);
-        }
-    }
-
-    int                      pauses = 0;
-    std::function<void(int)> inPause; ///< told how many there have been
-
-private:
-    std::chrono::nanoseconds m_now{1};
-};
 
 answer lock(OpenDevice& device, bytes record) { return device.config(2, 17, record.data(), 8); }
 answer unlock(OpenDevice& device, bytes record) { return device.config(2, 18, record.data(), 8); }

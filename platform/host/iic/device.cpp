@@ -204,7 +204,7 @@ callResult device::seek(long offset, int whence)
     return {};
 }
 
-transferSettings device::settings() const
+transferSettings device::settings()
 {
     return {.target       = m_target,
             .position     = m_position,
@@ -212,7 +212,8 @@ transferSettings device::settings() const
             .pageSize     = m_block.pageSize(),
             .writeCycleMs = m_block.writeCycleMs(),
             .busyWaitMs   = m_block.busyWaitMs(),
-            .pace         = {.speedKhz = m_speedKhz.value_or(m_block.speedKhz()), .timeoutMs = m_block.timeoutMs()}};
+            .pace         = {.speedKhz = m_speedKhz.value_or(m_block.speedKhz()), .timeoutMs = m_block.timeoutMs()},
+            .locks        = &m_locks};
 }
 
 /// Why a transfer can't begin. @return 0 or an errno

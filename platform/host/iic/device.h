@@ -84,7 +84,7 @@ private:
     callResult                     lock(const std::uint8_t* record, bool take);
     [[nodiscard]] callResult       setTarget(std::uint32_t address);
     [[nodiscard]] callResult       setBlock(const std::uint8_t* block);
-    [[nodiscard]] transferSettings settings() const;
+    [[nodiscard]] transferSettings settings();
     callResult                     finishTransfer(const transferReport& report, bool read, unsigned int size);
 
     std::shared_ptr<bus>         m_wires;

@@ -143,6 +143,9 @@ void addressLocks::endWrite()
 
 bool addressLocks::isWrittenByAnother(std::uint8_t address) const
 {
+    if (m_writing.valid()) {
+        return false;
+    }
     const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
     struct flock         request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
     return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;

@@ -48,7 +48,7 @@ public:
     /// @return whether it may be written; false when another wrote to it for all of `timeout`
     bool beginWrite(std::uint8_t address, std::chrono::milliseconds timeout);
     void endWrite();
-    /// Whether another handle, of whatever process, is between the two. Not for whoever is there itself.
+    /// Whether another handle, of whatever process, is between the two; false for whoever is there itself.
     [[nodiscard]] bool isWrittenByAnother(std::uint8_t address) const;
 
     void releaseAll();

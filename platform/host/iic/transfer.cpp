@@ -3,23 +3,27 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <limits>
 #include <new>
 #include <vector>
+
+#include "platform/host/iic/locks.h"
 
 namespace kest::host::iic
 {
 namespace
 {
 
-constexpr std::uint64_t nsPerMs         = 1'000'000;
-constexpr std::uint64_t msPerSecond     = 1000;
-constexpr std::uint64_t shortestCycleMs = 50;  // a device may be waited for that long whatever its block promises
-constexpr std::uint64_t cyclesToWait    = 4;   // of what the block promises
-constexpr std::uint64_t longestStartMs  = 50;  // for a target that does not answer at the start
-constexpr std::size_t   hubBytes        = 256; // what a hub takes after its address
-constexpr std::size_t   mostOffsetBytes = 4;
-constexpr std::uint64_t closelyAskedNs  = 10 * nsPerMs;
+constexpr std::uint64_t nsPerMs               = 1'000'000;
+constexpr std::uint64_t msPerSecond           = 1000;
+constexpr std::uint64_t shortestCycleMs       = 50; // a device may be waited for that long whatever its block promises
+constexpr std::uint64_t cyclesToWait          = 4;  // of what the block promises
+constexpr std::uint32_t longestForeignWriteMs = 10'000; // by far more than the pages of the largest chip take
+constexpr std::uint64_t longestStartMs        = 50;     // for a target that does not answer at the start
+constexpr std::size_t   hubBytes              = 256;    // what a hub takes after its address
+constexpr std::size_t   mostOffsetBytes       = 4;
+constexpr std::uint64_t closelyAskedNs        = 10 * nsPerMs;
 constexpr std::uint64_t shortestBusyPauseNs =
     nsPerMs / 20; // before a lost arbitration is tried again; doubles each time
 constexpr std::uint64_t longestBusyPauseNs = 10 * nsPerMs;
@@ -66,6 +70,38 @@ struct offsetBytes {
 
 bool isSilence(outcome end) { return end == outcome::addressNotAcknowledged || end == outcome::notAcknowledged; }
 
+/// How long another's write of pages is waited for.
+std::uint32_t patienceMs(const transferSettings& settings)
+{
+    return settings.pace.timeoutMs != 0 ? settings.pace.timeoutMs : longestForeignWriteMs;
+}
+
+/// Keeps other writers of pages away from the target for the time of one write.
+class pageClaim
+{
+public:
+    explicit pageClaim(const transferSettings& settings)
+        : m_locks(settings.offsetLength != 0 && settings.pageSize != 0 ? settings.locks : nullptr),
+          m_had(m_locks == nullptr ||
+                m_locks->beginWrite(settings.target, std::chrono::milliseconds(patienceMs(settings))))
+    {
+    }
+    pageClaim(const pageClaim&)            = delete;
+    pageClaim& operator=(const pageClaim&) = delete;
+    ~pageClaim()
+    {
+        if (m_locks != nullptr) {
+            m_locks->endWrite();
+        }
+    }
+    /// @return false when another wrote for too long
+    [[nodiscard]] bool had() const { return m_had; }
+
+private:
+    addressLocks* m_locks;
+    bool          m_had;
+};
+
 /// One transfer: its clock, its target, and the questions that a busy target is asked.
 class conversation
 {
@@ -91,6 +127,8 @@ public:
         return std::max<std::uint64_t>(shortestCycleMs, cyclesToWait * m_settings.writeCycleMs) * nsPerMs;
     }
     [[nodiscard]] bool expired() const { return timeLeftNs() == 0; }
+    /// The time that passed until now was another's.
+    void restart() { m_startedNs = m_nowNs = m_wires.nowNs(); }
     /// What a transaction's end means at the start of a transfer.
     [[nodiscard]] int startError(outcome end) const { return isSilence(end) && expired() ? ETIME : errnoOf(end); }
 
@@ -101,6 +139,8 @@ private:
     template <typename Act>
     transferResult attempt(Act act);
     outcome        ask();
+    bool           opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs);
+    outcome        silenceOr(outcome end) const;
     void           pauseSince(std::uint64_t startedNs, std::uint64_t windowNs);
     /// Of the transfer's time-out.
     [[nodiscard]] std::uint64_t timeLeftNs() const;
@@ -111,6 +151,7 @@ private:
     transactionHistory&     m_history;
     std::uint64_t           m_startedNs;
     std::uint64_t           m_nowNs; ///< as of the last transaction or pause
+    bool                    m_busyWithAnother = false;
 };
 
 std::uint64_t conversation::timeLeftNs() const
@@ -191,12 +232,28 @@ outcome conversation::ask()
     });
 }
 
+/// At the end of a window for an answer. While another handle writes pages the target is silent for a good reason: it gets a window more,
+/// and one after that. Without a time-out of the transfer's own there is an end to it, too.
+bool conversation::opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs)
+{
+    m_busyWithAnother = m_settings.locks != nullptr && m_settings.locks->isWrittenByAnother(m_settings.target);
+    startedNs         = m_nowNs;
+    windowNs          = std::max(windowNs, longestStartMs * nsPerMs);
+    return m_busyWithAnother && m_nowNs - m_startedNs < patienceMs(m_settings) * nsPerMs;
+}
+
+/// A target that is silent because of another handle's pages is not absent.
+outcome conversation::silenceOr(outcome end) const
+{
+    return isSilence(end) && m_busyWithAnother ? outcome::timedOut : end;
+}
+
 transferResult conversation::sendWhenReady(std::span<const segment> segments, std::uint64_t windowNs)
 {
-    const std::uint64_t startedNs = m_nowNs;
-    const bool          writes    = segments.front().way == direction::write;
-    unsigned int        refused   = 1; // sent although the target answers
-    transferResult      result    = send(segments);
+    std::uint64_t  startedNs = m_nowNs;
+    const bool     writes    = segments.front().way == direction::write;
+    unsigned int   refused   = 1; // sent although the target answers
+    transferResult result    = send(segments);
     while (isSilence(result.end) && result.segment == 0) {
         // Where an adapter does not tell a refused address from refused data, the address alone does: it must not be
         // answered. A plain
@@ -212,25 +269,26 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
             result = send(segments); // also when the window has passed meanwhile
         } else if (answer != outcome::notSupported && !isSilence(answer)) {
             result.end = answer;
-        } else if (m_nowNs - startedNs >= windowNs) {
+        } else if (m_nowNs - startedNs >= windowNs && !opensAgain(startedNs, windowNs)) {
             break;
         } else {
             pauseSince(startedNs, windowNs);
             result = answer == outcome::notSupported ? send(segments) : result;
         }
     }
+    result.end = silenceOr(result.end);
     return result;
 }
 
 outcome conversation::askUntilAnswered(std::uint64_t windowNs)
 {
-    const std::uint64_t startedNs = m_nowNs;
-    outcome             end       = ask();
-    while (isSilence(end) && m_nowNs - startedNs < windowNs && !expired()) {
+    std::uint64_t startedNs = m_nowNs;
+    outcome       end       = ask();
+    while (isSilence(end) && !expired() && (m_nowNs - startedNs < windowNs || opensAgain(startedNs, windowNs))) {
         pauseSince(startedNs, windowNs);
         end = ask();
     }
-    return end;
+    return silenceOr(end);
 }
 
 outcome conversation::awaitCycleEnd()
@@ -525,6 +583,11 @@ transferReport writing::run()
     if (m_error != 0) {
         return {.error = m_error};
     }
+    const pageClaim claim(m_settings);
+    if (!claim.had()) {
+        return {.error = ETIME, .silence = "busy"};
+    }
+    m_talk.restart();
     transferReport report   = sendPages();
     const bool     hasCycle = m_settings.offsetLength != 0 || m_settings.writeCycleMs != 0;
     if (report.error == 0 && hasCycle) {

@@ -11,6 +11,8 @@
 namespace kest::host::iic
 {
 
+class addressLocks;
+
 /// How a device is spoken to.
 struct transferSettings {
     std::uint8_t  target       = 0; ///< 8-bit form; 0 none, which no transfer accepts
@@ -19,7 +21,8 @@ struct transferSettings {
     std::uint32_t pageSize     = 0; ///< a power of two, or 0 for none
     std::uint32_t writeCycleMs = 0;
     std::uint32_t busyWaitMs   = 0;
-    transferPace  pace; ///< its time-out is that of the whole transfer
+    transferPace  pace;            ///< its time-out is that of the whole transfer
+    addressLocks* locks = nullptr; ///< of the handle; null: nobody tells who else writes
 };
 
 struct transferReport {

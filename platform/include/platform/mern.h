@@ -82,6 +82,11 @@
 /// 40 says. The time-out of a transfer (byte 12) ends all of these. A target that answers the last question is still
 /// served. Time is bus time on a simulated bus.
 ///
+/// Two writers of one chip. A write with n > 0 and a page size keeps other such writes to its target away, those of other processes too;
+/// through a hub the target is the hub. It waits for them as long as the transfer's time-out says, 10 s without one, then it is ETIME with
+/// nothing sent; its own time begins after that. Any other transfer, and item 15, waits on while a silent target is being written so, up to
+/// its time-out or for 10 s: it is ETIME then, and detect state 4, never ENXIO. Where the lock's file can't be had there is no such lock.
+///
 /// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later failures, of
 /// whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are operation, target, position,
 /// offset length, bytes asked for and moved, `errno`, adapter, process and time, and the handle's last bus transactions with their
