@@ -172,8 +172,8 @@ public:
     linuxBus& operator=(const linuxBus&) = delete;
     ~linuxBus() override { close(m_node); }
 
-    /// Opens the node anew, and keeps the open one, if any, when that fails. @return 0, or the errno of what is in the
-    /// way
+    /// Opens the node anew, and keeps the open one, if any, when that fails.
+    /// @return 0, or the errno of what is in the way
     int  open();
     void identify(const std::filesystem::path& lockFolder);
 
@@ -254,8 +254,7 @@ void linuxBus::close(adapterNode& node)
 }
 
 /// The target of SMBus calls belongs to the open file, which a forked child has in common with its parent: before its
-/// first use the child
-/// opens one of its own. @return 0 or an errno
+/// first use the child opens one of its own. @return 0 or an errno
 int linuxBus::makeOwn() { return m_node.process == getpid() ? 0 : open(); }
 
 void linuxBus::identify(const std::filesystem::path& lockFolder)
@@ -411,8 +410,7 @@ transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const t
 }
 
 /// A kernel's bus has no clocks to send by hand. Opening the adapter anew forgets what was set on it, and its driver
-/// frees a held bus, if it
-/// can, when the next message finds it held.
+/// frees a held bus, if it can, when the next message finds it held.
 outcome linuxBus::reset(std::uint8_t address)
 {
     const int error = open();

@@ -202,8 +202,7 @@ transferResult conversation::send(std::span<const segment> segments)
 }
 
 /// Between two questions to a target that has been silent since `startedNs`. A page's write cycle is asked for closely,
-/// since the next page
-/// waits for its end; whoever is silent for longer is asked ever less often.
+/// since the next page waits for its end; a target that is silent for longer is asked ever less often.
 void conversation::pauseSince(std::uint64_t startedNs, std::uint64_t windowNs)
 {
     const std::uint64_t silentNs = m_nowNs - startedNs;
@@ -256,9 +255,8 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
     transferResult result    = send(segments);
     while (isSilence(result.end) && result.segment == 0) {
         // Where an adapter does not tell a refused address from refused data, the address alone does: it must not be
-        // answered. A plain
-        // read has no data to refuse, and a question that reads a byte would take that byte from it: it is sent again
-        // itself.
+        // answered. A plain read has no data to refuse, and a question that reads a byte would take that byte from it:
+        // it is sent again itself.
         const bool    asks   = writes && result.end == outcome::notAcknowledged;
         const outcome answer = asks ? ask() : outcome::notSupported;
         if (answer == outcome::done && ++refused > doubtfulSends) {
