@@ -122,6 +122,27 @@ TEST_F(ErrorEntry, ALostCounterGoesOnBehindWhatIsStored)
     }
 }
 
+TEST_F(ErrorEntry, ACounterOfTooManyDigitsIsMendedAtOnce)
+{
+    commitEntry(1);
+    folder.write("state/errors.next", "00000000000000000050\n");
+    folder.configure("");
+    const std::uint32_t own = make()->plid();
+    EXPECT_EQ(11U, folder.read("state/errors.next").size());
+    EXPECT_EQ(0, inChild([&] { return make()->plid() != own ? 0 : 1; })) << "two processes, two identifiers";
+}
+
+TEST_F(ErrorEntry, NamesItsDevice)
+{
+    const auto entry = make();
+    EXPECT_EQ("", host::deviceOf(host::describeEntry(*entry)));
+    entry->addUsrDtls("/dev/i2c-1", 11, 0x1300, 1, 5);
+    EXPECT_EQ("/dev/i2c-1", host::deviceOf(host::describeEntry(*entry)));
+    entry->addUsrDtls("another's", 9, 0x1400, 1, 7);
+    entry->addUsrDtls("L:1A0\x1b", 6, 0x1300, 1, 7);
+    EXPECT_EQ("L:1A0\\x1B", host::deviceOf(host::describeEntry(*entry)));
+}
+
 TEST_F(ErrorEntry, UsedUpIdentifiersBeginAgain)
 {
     make();

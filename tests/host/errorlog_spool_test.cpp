@@ -243,6 +243,61 @@ TEST_F(Spool, IsNotTakenFromAFolderThatOthersMayWrite)
     EXPECT_NE("", otherSpoolText());
 }
 
+TEST_F(Spool, HasAnotherPlaceWhenSomebodyElseTookTheFirst)
+{
+    std::filesystem::remove_all(folder.path() / "state");
+    std::filesystem::create_directory(folder.path() / "spool");
+    chmod((folder.path() / "spool").c_str(), 0777);
+    folder.write("state", "a file");
+    folder.configure("");
+    testing::internal::CaptureStderr();
+    commitEntry(1);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, told.find(R"("spoolFolder":")" + (folder.path() / "spool.1").string() + "\"")) << told;
+    EXPECT_EQ((words{1}), wordsInLog());
+    std::filesystem::remove(folder.path() / "state");
+    commitEntry(2);
+    EXPECT_EQ((words{2, 1}), wordsInLog());
+}
+
+TEST_F(Spool, IsNotClearedInAFolderThatOthersMayWrite)
+{
+    std::filesystem::remove_all(folder.path() / "state");
+    folder.write("state", "a file");
+    folder.configure("");
+    commitTold(1, "Not a directory");
+    chmod((folder.path() / "spool").c_str(), 0777);
+    EXPECT_EQ("", host::clearEntries());
+    EXPECT_NE("", otherSpoolText());
+    chmod((folder.path() / "spool").c_str(), 0700);
+    EXPECT_EQ("", host::clearEntries());
+    EXPECT_EQ("", otherSpoolText());
+}
+
+TEST(SpoolFile, TakenLinesStayTakenWhenTheRestHasToWait)
+{
+    const HostFolder folder;
+    std::string      text;
+    for (int number = 1; number <= 600; ++number)
+        text += std::to_string(number) + "\n";
+    const auto  file = folder.write("lines", text);
+    host::spool spool(file, folder.path() / "lock");
+    std::size_t taken = 0;
+    const auto  take  = [&](std::span<const std::string> lines) {
+        taken += lines.size();
+        return true;
+    };
+    EXPECT_EQ(0, spool.take(take, host::patience()));
+    EXPECT_EQ(256U, taken);
+    std::vector<std::string> left;
+    EXPECT_EQ(0, spool.read(left));
+    ASSERT_EQ(344U, left.size());
+    EXPECT_EQ("257", left.front());
+    EXPECT_EQ(0, spool.take(take, host::patience(std::chrono::hours(1))));
+    EXPECT_EQ(600U, taken);
+    EXPECT_EQ("", folder.read("lines"));
+}
+
 TEST_F(Spool, StandardErrorTakesWhatNoSpoolCan)
 {
     std::filesystem::remove_all(folder.path() / "state");

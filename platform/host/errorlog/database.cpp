@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds readersPatience = std::chrono::milliseconds(
 constexpr std::int64_t              anyLimit        = -1;
 constexpr int                       dropsAtOnce     = 64; ///< entries that one transaction deletes at most
 constexpr std::int64_t keptWalBytes    = 4 << 20;         ///< of the write-ahead log, once all of it is in the database
-constexpr std::int64_t largestWalBytes = 32 << 20;        ///< with a reader that holds it up: nothing is added then
+constexpr std::int64_t largestWalBytes = 16 << 20;        ///< with a reader that holds it up: nothing is added then
 
 /// One object of the layout, word for word as SQLite keeps it.
 struct layoutObject {

@@ -1,6 +1,7 @@
 #include "platform/host/errorlog/store.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
@@ -334,6 +335,21 @@ std::string clearEntries()
             problem = fmt::format("the error log's spool: {}", std::strerror(error));
     }
     return problem;
+}
+
+std::string deviceOf(const loggedEntry& entry)
+{
+    constexpr std::uint16_t library = 0x1300;
+    constexpr std::array    kinds{std::uint8_t{7}, std::uint8_t{5}}; // device text, device path
+    std::string             device;
+    for (const std::uint8_t kind : kinds) {
+        const auto found = std::ranges::find_if(entry.userDetails, [&](const loggedDetails& details) {
+            return details.component == library && details.subsection == kind;
+        });
+        if (device.empty() && found != entry.userDetails.end())
+            device.assign(found->bytes.begin(), std::ranges::find(found->bytes, 0));
+    }
+    return cleanText(device);
 }
 
 std::string checkStore()

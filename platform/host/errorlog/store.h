@@ -98,6 +98,9 @@ std::string clearEntries();
 /// Reads the whole database and looks for damage. @return what is wrong, empty when nothing is
 std::string checkStore();
 
+/// @return the device that an entry is about, as its user details name it: the device text, else the device path; empty when they name none
+std::string deviceOf(const loggedEntry& entry);
+
 /// @return what the entry holds so far; commit items are 0
 loggedEntry describeEntry(const ErrlEntry& entry);
 

@@ -1,0 +1,377 @@
+/// The error log's database in trouble: held, locked out, half made, and with a layout of somebody else's.
+#ifdef KEST_HAVE_SQLITE
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <thread>
+
+#include "platform/host/errorlog/database.h"
+#include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/waiting.h"
+#include "tests/forks.h"
+#include "tests/host/host_support.h"
+
+namespace kest::test
+{
+
+namespace
+{
+
+using words = std::vector<std::uint32_t>;
+using std::chrono::milliseconds;
+
+/// The error log's clock while it lives: only pauses move it.
+class DrivenClock
+{
+public:
+    DrivenClock()
+    {
+        passedUs = 0;
+        host::useWaitingClock(&clock);
+    }
+    DrivenClock(const DrivenClock&)            = delete;
+    DrivenClock& operator=(const DrivenClock&) = delete;
+    ~DrivenClock() { host::useWaitingClock(nullptr); }
+
+    static milliseconds passed()
+    {
+        return std::chrono::duration_cast<milliseconds>(std::chrono::microseconds(passedUs));
+    }
+    static void pass(milliseconds length) { passedUs += length.count() * 1000; }
+
+private:
+    static inline std::atomic<std::int64_t> passedUs{0};
+    static constexpr host::waitingClock     clock{[] {
+                                                  return std::chrono::steady_clock::time_point(
+                                                          std::chrono::hours(1) + std::chrono::microseconds(passedUs));
+                                              },
+                                              [](std::chrono::microseconds length) { passedUs += length.count(); }};
+};
+
+/// A connection to the log's database beside the log's own.
+class OtherConnection
+{
+public:
+    explicit OtherConnection(const std::filesystem::path& file)
+    {
+        EXPECT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &m_connection));
+    }
+    OtherConnection(const OtherConnection&)            = delete;
+    OtherConnection& operator=(const OtherConnection&) = delete;
+    ~OtherConnection() { sqlite3_close(m_connection); }
+
+    void run(const std::string& text)
+    {
+        char* message = nullptr;
+        EXPECT_EQ(SQLITE_OK, sqlite3_exec(m_connection, text.c_str(), nullptr, nullptr, &message)) << text << message;
+        sqlite3_free(message);
+    }
+
+private:
+    sqlite3* m_connection = nullptr;
+};
+
+class ErrorLogTrouble : public testing::Test
+{
+protected:
+    [[nodiscard]] std::filesystem::path database() const { return folder.state("errors.db"); }
+
+    /// Commits what the database does not take. @return what standard error was told
+    static std::string commitTold(std::uint32_t word)
+    {
+        testing::internal::CaptureStderr();
+        commitEntry(word);
+        return testing::internal::GetCapturedStderr();
+    }
+    /// Whether `work` comes back in a child of its own; a hang ends it.
+    static bool comesBack(const std::function<bool()>& work)
+    {
+        return inChild([&] {
+                   alarm(hangSeconds);
+                   return work() && !testing::Test::HasFailure() ? 0 : 1;
+               }) == 0;
+    }
+
+    HostFolder folder;
+};
+
+TEST_F(ErrorLogTrouble, AHeldDatabaseCostsOneCommitFiveSecondsAndTheNextOnesNothing)
+{
+    commitEntry(0);
+    host::loggedEntry waiting = host::listEntries().entries.at(0);
+    waiting.plid += 1000;
+    waiting.committedMs -= 60000;
+    waiting.srcs.at(0).words[4] = 9;
+    folder.write("state/errors.spool", host::toLine(waiting) + "\n");
+    const DrivenClock clock;
+    OtherConnection   other(database());
+    other.run("BEGIN IMMEDIATE");
+    EXPECT_NE(std::string::npos, commitTold(1).find("database is locked"));
+    EXPECT_LT(milliseconds(0), DrivenClock::passed()) << "it waited";
+    EXPECT_GE(milliseconds(5000), DrivenClock::passed());
+    const auto after = DrivenClock::passed();
+    commitTold(2);
+    commitTold(3);
+    EXPECT_EQ(after, DrivenClock::passed()) << "the database is known to be busy";
+    other.run("ROLLBACK");
+    commitEntry(4);
+    EXPECT_EQ(after, DrivenClock::passed());
+    EXPECT_EQ((words{4, 3, 2, 1, 0, 9}), wordsInLog());
+    EXPECT_EQ("", folder.read("state/errors.spool"));
+}
+
+TEST_F(ErrorLogTrouble, AfterAWhileACommitWaitsForABusyDatabaseAgain)
+{
+    commitEntry(0);
+    const DrivenClock clock;
+    OtherConnection   other(database());
+    other.run("BEGIN IMMEDIATE");
+    commitTold(1);
+    DrivenClock::pass(milliseconds(5000));
+    const auto before = DrivenClock::passed();
+    commitTold(2);
+    EXPECT_LT(before, DrivenClock::passed());
+    EXPECT_GE(before + milliseconds(5000), DrivenClock::passed());
+}
+
+TEST_F(ErrorLogTrouble, ThreadsDoNotWaitForAHeldDatabaseOneAfterTheOther)
+{
+    commitEntry(0);
+    const DrivenClock clock;
+    OtherConnection   other(database());
+    other.run("BEGIN IMMEDIATE");
+    testing::internal::CaptureStderr();
+    std::vector<std::thread> threads;
+    for (std::uint32_t number = 1; number <= 6; ++number)
+        threads.emplace_back([number] { commitEntry(number); });
+    for (std::thread& thread : threads)
+        thread.join();
+    testing::internal::GetCapturedStderr();
+    EXPECT_GE(milliseconds(5000), DrivenClock::passed());
+    EXPECT_EQ(7U, wordsInLog().size());
+}
+
+/// The system's fcntl(), with no locks left.
+int fcntlWithoutLocks(int descriptor, int command, ...) // NOLINT(cert-dcl50-cpp): as SQLite calls it
+{
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (command == F_SETLK || command == F_SETLKW || command == F_GETLK) {
+        errno = ENOLCK;
+        return -1;
+    }
+    return fcntl(descriptor, command, argument);
+}
+
+template <typename call_t>
+void replaceSystemCall(const char* name, call_t call)
+{
+    sqlite3_vfs* const files = sqlite3_vfs_find("unix");
+    EXPECT_EQ(SQLITE_OK, files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(call)));
+}
+
+TEST_F(ErrorLogTrouble, WithoutLocksACommitTakesFiveSecondsAtMost)
+{
+    commitEntry(0);
+    folder.configure(""); // as in a new process
+    const DrivenClock clock;
+    replaceSystemCall("fcntl", fcntlWithoutLocks);
+    commitTold(1);
+    replaceSystemCall<int (*)()>("fcntl", nullptr);
+    EXPECT_GE(milliseconds(5000), DrivenClock::passed());
+    EXPECT_NE("", folder.read("state/errors.spool"));
+    commitEntry(2);
+    EXPECT_EQ((words{2, 1, 0}), wordsInLog());
+}
+
+/// Ends the process at the n-th change of a file.
+int     changesBeforeTheEnd = -1;
+ssize_t pwriteToTheEnd(int descriptor, const void* bytes, size_t count, off_t offset)
+{
+    if (changesBeforeTheEnd-- == 0)
+        _exit(9);
+    return pwrite(descriptor, bytes, count, offset);
+}
+
+TEST_F(ErrorLogTrouble, AProcessThatDiesInItsFirstCommitLeavesALogThatCanBeRead)
+{
+    int ended = 9;
+    int ends  = 0;
+    for (int number = 0; ended == 9; ++number) {
+        std::filesystem::remove_all(folder.path() / "state");
+        ended = inChild([number] {
+            replaceSystemCall("pwrite64", pwriteToTheEnd);
+            replaceSystemCall("pwrite", pwriteToTheEnd);
+            changesBeforeTheEnd = number;
+            commitEntry(1);
+            return 0;
+        });
+        ends += ended == 9 ? 1 : 0;
+        EXPECT_EQ("", host::listEntries().error) << number;
+        commitEntry(2);
+        EXPECT_EQ(2U, wordsInLog().at(0)) << number;
+        EXPECT_EQ("", host::checkStore()) << number;
+    }
+    EXPECT_EQ(0, ended);
+    EXPECT_LT(3, ends) << "it was ended at several places";
+}
+
+constexpr const char* endlessTrigger =
+    "CREATE TABLE evil(n); CREATE TRIGGER endless AFTER INSERT ON entries BEGIN INSERT INTO evil"
+    " WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c) SELECT n FROM c; END;"
+    "CREATE TRIGGER endless2 BEFORE DELETE ON entries BEGIN INSERT INTO evil"
+    " WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c) SELECT n FROM c; END";
+
+TEST_F(ErrorLogTrouble, AChangedLayoutIsMendedAndNeverRun)
+{
+    for (const bool isOpen : {false, true})
+        for (const char* change : {"DROP TABLE totals", "DELETE FROM totals", "UPDATE totals SET entries = 1000000",
+                                   "DROP TRIGGER entries_added", "DROP INDEX entries_plid", endlessTrigger}) {
+            EXPECT_EQ("", host::clearEntries());
+            commitEntry(1);
+            OtherConnection(database()).run(change);
+            const bool seen = !isOpen || std::string_view(change).find("totals SET") == std::string_view::npos;
+            if (!isOpen)
+                folder.configure("");
+            EXPECT_TRUE(!seen || comesBack([] {
+                commitEntry(2);
+                return wordsInLog() == words{2, 1} && host::checkStore().empty();
+            })) << change
+                << isOpen;
+            EXPECT_TRUE(comesBack([] { return host::clearEntries().empty() && wordsInLog().empty(); })) << change;
+        }
+}
+
+TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsNotRun)
+{
+    commitEntry(1);
+    const int result = inChild([&] {
+        alarm(hangSeconds);
+        commitEntry(2); // the log is open
+        OtherConnection(database()).run(endlessTrigger);
+        commitEntry(3);
+        return wordsInLog() == words{3, 2, 1} ? 0 : 1;
+    });
+    EXPECT_EQ(0, result);
+}
+
+TEST_F(ErrorLogTrouble, AFileThatIsNoErrorLogIsSetAside)
+{
+    commitEntry(1);
+    OtherConnection(database())
+        .run("ALTER TABLE entries RENAME TO others; CREATE VIEW entries AS WITH RECURSIVE c(n) AS"
+             " (SELECT 1 UNION ALL SELECT n + 1 FROM c) SELECT n AS id, n AS plid, n AS committed_ms, n AS severity,"
+             " n AS component, 'x' AS body FROM c");
+    folder.configure("");
+    EXPECT_TRUE(comesBack([&] {
+        return host::listEntries().error == database().string() + ": not an error log" && !host::checkStore().empty();
+    }));
+    EXPECT_TRUE(comesBack([&] {
+        const std::string told = commitTold(2);
+        return told ==
+                   "kest: " + database().string() + " is not an error log; it was set aside as errors.db.damaged\n" &&
+               wordsInLog() == words{2};
+    }));
+    EXPECT_TRUE(std::filesystem::exists(folder.state("errors.db.damaged")));
+}
+
+TEST_F(ErrorLogTrouble, AnotherUsersFileIsSetAside)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root";
+    commitEntry(1);
+    ASSERT_EQ(0, chown(database().c_str(), 12345, 12345));
+    folder.configure("");
+    EXPECT_NE(std::string::npos, commitTold(2).find("belongs to another user"));
+    EXPECT_EQ((words{2}), wordsInLog());
+}
+
+TEST_F(ErrorLogTrouble, ANewerLayoutIsLeftAloneUntilTheLogIsCleared)
+{
+    commitEntry(1);
+    OtherConnection(database()).run("PRAGMA user_version = 99");
+    folder.configure("");
+    EXPECT_NE(std::string::npos, commitTold(2).find("made by a newer version"));
+    EXPECT_EQ("", host::clearEntries());
+    commitEntry(3);
+    EXPECT_EQ((words{3}), wordsInLog());
+}
+
+TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
+{
+    for (std::uint32_t number = 0; number < 200; ++number)
+        commitEntry(number);
+    folder.configure("errorlog.max_entries = 10");
+    commitEntry(200);
+    EXPECT_EQ(137U, wordsInLog().size());
+    commitEntry(201);
+    EXPECT_EQ(74U, wordsInLog().size());
+    commitEntry(202);
+    commitEntry(203);
+    EXPECT_EQ((words{203, 202, 201, 200, 199, 198, 197, 196, 195, 194}), wordsInLog());
+}
+
+TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEver)
+{
+    commitEntry(0);
+    OtherConnection reader(database());
+    reader.run("BEGIN; SELECT count(*) FROM entries");
+    testing::internal::CaptureStderr();
+    for (std::uint32_t number = 1; number <= 170; ++number) // each is 120,000 bytes of JSON and some
+        commitEntry(number, ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, told.find("a reader holds up the write-ahead log"));
+    EXPECT_GE((17U << 20), std::filesystem::file_size(folder.state("errors.db-wal")));
+    reader.run("COMMIT");
+    commitEntry(171);
+    EXPECT_GE((5U << 20), std::filesystem::file_size(folder.state("errors.db-wal")));
+    EXPECT_EQ(172U, wordsInLog().size());
+}
+
+TEST_F(ErrorLogTrouble, ALimitShowsTheLatestEntriesAlsoAfterASpoolWasTakenIn)
+{
+    commitEntry(1);
+    host::loggedEntry older = host::listEntries().entries.at(0);
+    older.plid += 1000;
+    older.committedMs -= 60000;
+    older.srcs.at(0).words[4] = 9;
+    folder.write("state/errors.spool", host::toLine(older) + "\n");
+    commitEntry(2);
+    EXPECT_EQ((words{2, 1}), wordsInLog({.limit = 2}));
+    EXPECT_EQ((words{2, 1, 9}), wordsInLog());
+}
+
+TEST_F(ErrorLogTrouble, ARolledBackTransactionLeavesRoomForTheNextOne)
+{
+    std::filesystem::create_directories(folder.path() / "state");
+    const auto opened = host::database::open(database(), host::patience());
+    ASSERT_NE(nullptr, opened.value) << opened.problem;
+    ErrlEntry                 entry(0x1300, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 13,
+                                    SERVICE_CODE_KEST, 0x1312, 5, 0, 0, 0, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
+    const std::string         line = host::toLine(host::describeEntry(entry));
+    const host::storedEntry   stored{entry.plid(), 1, 0x20, 0x1300, line};
+    constexpr host::logLimits wide{1000, 1 << 20};
+    OtherConnection           other(database());
+    other.run("PRAGMA schema_version = 1000");
+    EXPECT_FALSE(opened.value->add({&stored, 1}, false, wide, host::patience())) << "the layout has been touched";
+    other.run("PRAGMA schema_version = 7"); // the write lock was given back
+    EXPECT_TRUE(opened.value->add({&stored, 1}, false, wide, host::patience())) << opened.value->problem();
+    std::vector<host::loggedEntry> entries;
+    std::string                    problem;
+    host::readDatabase(database(), {}, entries, problem);
+    EXPECT_EQ("", problem);
+    ASSERT_EQ(1U, entries.size());
+    EXPECT_EQ(5U, entries[0].srcs.at(0).words[4]);
+}
+
+} // namespace
+
+} // namespace kest::test
+
+#endif
