@@ -243,6 +243,15 @@ TEST_F(Spool, IsNotTakenFromAFolderThatOthersMayWrite)
     EXPECT_NE("", otherSpoolText());
 }
 
+TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsACircleOfLinks)
+{
+    std::filesystem::remove_all(folder.path() / "state");
+    std::filesystem::create_symlink("state", folder.path() / "state");
+    folder.configure("");
+    commitTold(1, "Too many levels of symbolic links");
+    EXPECT_NE("", otherSpoolText());
+}
+
 TEST_F(Spool, HasAnotherPlaceWhenSomebodyElseTookTheFirst)
 {
     std::filesystem::remove_all(folder.path() / "state");

@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds readersPatience = std::chrono::milliseconds(
 constexpr std::int64_t              anyLimit        = -1;
 constexpr int                       dropsAtOnce     = 64; ///< entries that one transaction deletes at most
 constexpr std::int64_t keptWalBytes    = 4 << 20;         ///< of the write-ahead log, once all of it is in the database
-constexpr std::int64_t largestWalBytes = 16 << 20;        ///< with a reader that holds it up: nothing is added then
+constexpr std::int64_t largestWalBytes = 8 << 20;         ///< with a reader that holds it up: nothing is added then
 
 /// One object of the layout, word for word as SQLite keeps it.
 struct layoutObject {
@@ -693,8 +693,8 @@ int setDatabaseAside(const std::filesystem::path& file)
     for (const char* suffix : {"-wal", "-shm", "-journal", ""}) {
         const std::string from = file.string() + suffix;
         const std::string to   = file.string() + ".damaged" + suffix;
-        if (error == 0 && rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT)
-            error = errno;
+        if (error == 0 && rename(from.c_str(), to.c_str()) != 0)
+            error = errno != ENOENT || (unlink(to.c_str()) != 0 && errno != ENOENT) ? errno : 0; // an older one's
     }
     return error;
 }

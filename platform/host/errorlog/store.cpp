@@ -112,7 +112,7 @@ bool takeLines(processLog& log, std::span<const std::string> lines, const logLim
         else if (hasDatabase)
             entries.push_back({facts->plid, facts->committedMs, facts->severity, facts->creator, line});
         else if (std::ranges::find(known, line) == known.end())
-            done = done && log.places.front().lines.append(line, limits) == 0;
+            done = done && log.places.front().lines.append(line, limits, patience()) == 0;
     }
     return done && (!hasDatabase || log.writer->add(entries, true, limits, patience()));
 }
@@ -298,7 +298,8 @@ entryList listEntries(const entryFilter& filter)
     std::vector<std::string>
         lines; // read first: an entry that moves into the database meanwhile is then seen twice, not never
     for (const spoolPlace& place : log.places) {
-        const int error = holdsEntries(log, place) ? place.lines.read(lines) : 0;
+        const bool reads = &place == &log.places.front() || holdsEntries(log, place);
+        const int  error = reads ? place.lines.read(lines) : 0;
         if (error != 0)
             list.error = fmt::format("the error log's spool: {}", std::strerror(error));
     }
