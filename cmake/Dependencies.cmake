@@ -20,6 +20,7 @@ else()
   if(PkgConfig_FOUND)
     pkg_check_modules(SQLITE IMPORTED_TARGET sqlite3)
     pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
+    pkg_check_modules(SECCOMP IMPORTED_TARGET libseccomp) # a test's alone
     set(KEST_HAVE_SQLITE ${SQLITE_FOUND})
     set(KEST_HAVE_SYSTEMD ${SYSTEMD_FOUND})
   endif()

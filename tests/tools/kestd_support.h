@@ -185,13 +185,15 @@ class Daemon
 {
 public:
     /// @param handed  a listening socket to hand over, or -1
+    /// @param runner  a command that runs it
     Daemon(const std::filesystem::path& folder, std::vector<std::string> arguments, int handed = -1,
-           std::map<std::string, std::string> environment = {})
+           std::map<std::string, std::string> environment = {}, const std::vector<std::string>& runner = {})
         : m_errors(folder / "kestd.errors")
     {
         const auto notifyPath = folder / ("notify" + std::to_string(++m_count));
         m_notify              = boundSocket(notifyPath, SOCK_DGRAM);
-        std::vector<std::string> words;
+        std::filesystem::permissions(notifyPath, std::filesystem::perms(0777)); // it may run as another user
+        std::vector<std::string> words = runner;
         std::istringstream       emulator(kest::tests::emulator);
         for (std::string word; std::getline(emulator, word, ';');)
             words.push_back(word);
