@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/kest/edge.h"
 #include "tests/platform/scripted.h"
 
 using namespace kest;
@@ -50,13 +51,14 @@ protected:
     bool            failed = false;
     std::string     workingCopy;
 
-private:
     void take(char* result)
     {
         failed      = result != nullptr;
         workingCopy = failed ? result : "";
         delete[] result;
     }
+
+private:
     void release() { kest_miscReleaseDeviceInfo(info); }
 };
 
@@ -373,6 +375,18 @@ TEST_F(DeviceTexts, SplitForDetectionFillsOnlyTheTexts)
     EXPECT_FALSE(failed);
     EXPECT_EQ("/dev/i2c-1@A0|L", texts());
     EXPECT_TRUE(links().empty());
+}
+
+TEST_F(DeviceTexts, AreReadToTheirTerminatorAndNoFurther)
+{
+    for (const char* text : {"sim:planar,L,2C0256,A0", "path", ""}) {
+        const BytesAtTheEdge edge(text, std::strlen(text) + 1);
+        for (auto* reader : {kest_miscConvertTokensToAddress, kest_miscSplitDetectionTokens}) {
+            take(reader(&info, edge.get()));
+            EXPECT_EQ(std::strchr(text, ',') == nullptr, failed) << text;
+            kest_miscReleaseDeviceInfo(info);
+        }
+    }
 }
 
 TEST_F(DeviceTexts, SplitForDetectionFailsOnFewerThanTwoTokens)

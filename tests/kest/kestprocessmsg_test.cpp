@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "src/kest/kestseeprom.h"
+#include "tests/kest/edge.h"
 #include "tests/kest/expected.h"
 #include "tests/platform/scripted.h"
 
@@ -196,6 +197,46 @@ TEST_F(KestProcessMsg, NeedsTheLocationsTerminator)
         }
         refuses(type, join({head(0, 0), text(std::string(256, 'x'))}), messageSrc(0x1325, type, 268, 269),
                 "\" %s,%d,%d\", \"kestProcessMsg\", 268, 269)");
+    }
+}
+
+/// A message behind whose payload nothing can be read.
+class MessageAtTheEdge : public Message
+{
+public:
+    MessageAtTheEdge(std::uint16_t type, const Bytes& payload)
+        : Message("request", 0x1234, type, payload), m_edge(payload.data(), payload.size())
+    {
+    }
+    char* dataPointer() const override { return m_edge.get(); }
+
+private:
+    BytesAtTheEdge m_edge;
+};
+
+TEST_F(KestProcessMsg, ReadsAPayloadToItsEndAndNoFurther)
+{
+    const struct {
+        std::uint16_t type;
+        Bytes         payload;
+    } rows[] = {{readType, join({head(0, 4), terminated("x")})},
+                {readType, join({head(0, 4), terminated("")})},
+                {readType, join({head(0, 4), terminated(std::string(255, 'x'))})},
+                {readType, join({head(0, 4), text(std::string(255, 'x'))})}, // no terminator, and no room for one
+                {writeType, join({head(0, 3), terminated("x"), hex("0a 0b 0c")})},
+                {writeType, join({head(0, 0), terminated("x")})},
+                {locationType, Bytes(8)},
+                {readType, Bytes(12)},
+                {refusedType, {}}};
+    for (const auto& row : rows) {
+        again();
+        platform.healthy();
+        if (row.type == locationType) {
+            platform.answersLocation("U1");
+        }
+        MessageAtTheEdge request(row.type, row.payload);
+        entry = kestProcessMsg(nullptr, &request, &reply);
+        EXPECT_EQ(row.type, reply.type);
     }
 }
 
