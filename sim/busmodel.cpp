@@ -167,11 +167,11 @@ void busModel::prepareImages(const std::string& machineFile)
     for (auto& member : members) {
         int               error   = 0;
         const std::string trouble = member.cells ? member.cells->prepare(error) : std::string{};
-        const std::string where   = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
+        std::string       where   = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
         if (error != 0)
             throw std::system_error{error, std::generic_category(), where};
         if (!trouble.empty())
-            throw std::runtime_error{where + ": " + trouble};
+            throw std::runtime_error{where.append(": ").append(trouble)};
     }
 }
 

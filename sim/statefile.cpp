@@ -222,7 +222,7 @@ std::string stateFile::damage(std::uint64_t layoutMark) const
 
 std::filesystem::path stateFile::setAside() const
 {
-    const std::filesystem::path kept = path.string() + ".damaged";
+    std::filesystem::path kept = path.string() + ".damaged";
     unlink(kept.c_str());
     const int copy = ownDescriptor(open(kept.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     bool      good = copy >= 0;
