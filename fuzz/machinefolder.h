@@ -16,7 +16,8 @@ inline void require(bool holds)
         abort();
 }
 
-/// A machine of one bus "b" with chips of many kinds, in a folder that goes with the process; to be called once.
+/// A machine of one bus "b" with chips of many kinds, in a folder that goes with the process; to be called once. Write
+/// cycles end after a few bytes of bus time: nothing waits for them.
 inline std::filesystem::path makeMachineFolder()
 {
     std::string name = (std::filesystem::temp_directory_path() / "kest-fuzz-XXXXXX").string();
@@ -30,6 +31,7 @@ bus = "b"
 type = "24C02"
 address = 0xA0
 image = "a"
+write_cycle_ms = 0.2
 hold_sda_after_cut = true
 [[chip]]
 bus = "b"
@@ -58,6 +60,7 @@ port = 3
 type = "24C128"
 address = 0xA2
 image = "r"
+write_cycle_ms = 0.2
 )";
     atexit([] { std::filesystem::remove_all(folder); });
     return folder;
