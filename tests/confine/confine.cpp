@@ -137,12 +137,9 @@ private:
     scmp_filter_ctx m_context;
 };
 
-scmp_arg_cmp equal(unsigned int argument, std::uint64_t value) { return SCMP_CMP64(argument, SCMP_CMP_EQ, value); }
-scmp_arg_cmp above(unsigned int argument, std::uint64_t value) { return SCMP_CMP64(argument, SCMP_CMP_GT, value); }
-scmp_arg_cmp has(unsigned int argument, std::uint64_t bits)
-{
-    return SCMP_CMP64(argument, SCMP_CMP_MASKED_EQ, bits, bits);
-}
+scmp_arg_cmp equal(unsigned int argument, std::uint64_t value) { return {argument, SCMP_CMP_EQ, value, 0}; }
+scmp_arg_cmp above(unsigned int argument, std::uint64_t value) { return {argument, SCMP_CMP_GT, value, 0}; }
+scmp_arg_cmp has(unsigned int argument, std::uint64_t bits) { return {argument, SCMP_CMP_MASKED_EQ, bits, bits}; }
 
 void restrictNamespaces()
 {
@@ -191,7 +188,7 @@ void restrictRealtime()
 void restrictSetIds()
 {
     filter calls(SCMP_ACT_ALLOW);
-    for (const std::uint64_t bit : {S_ISUID, S_ISGID}) {
+    for (const std::uint64_t bit : {std::uint64_t{S_ISUID}, std::uint64_t{S_ISGID}}) {
         for (const char* call : {"chmod", "fchmod", "mkdir", "mknod", "creat"}) {
             calls.refuse(call, {has(1, bit)});
         }
@@ -209,7 +206,7 @@ void lockPersonality()
 {
     filter     calls(SCMP_ACT_ALLOW);
     const auto now = static_cast<std::uint64_t>(personality(0xFFFFFFFF));
-    calls.refuse("personality", {SCMP_CMP64(0, SCMP_CMP_NE, now)});
+    calls.refuse("personality", {{0, SCMP_CMP_NE, now, 0}});
     calls.load();
 }
 
@@ -292,7 +289,7 @@ void applyFilters(const std::vector<setting>& settings, const std::map<std::stri
         } else if (otherLines.contains(key)) {
             continue;
         } else if (value != "yes") {
-            fail("not known here: " + key + "=" + value);
+            fail("not known here: " + key + " with another value than yes");
         } else if (key == "RestrictNamespaces") {
             restrictNamespaces();
         } else if (key == "MemoryDenyWriteExecute") {
@@ -323,8 +320,9 @@ void applyFilters(const std::vector<setting>& settings, const std::map<std::stri
 void dropRights(uid_t user, gid_t group, gid_t supplementary)
 {
     const rlimit none{0, 0};
-    for (int capability = 0; prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) == 0; ++capability) {
-        continue;
+    int          capability = 0;
+    while (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) == 0) {
+        ++capability;
     }
     require(setrlimit(RLIMIT_CORE, &none) == 0, "setrlimit");
     require(setgroups(1, &supplementary) == 0, "setgroups");
