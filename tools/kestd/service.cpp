@@ -29,7 +29,7 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr int          backlog       = 256;
-constexpr int          acceptsAtOnce = 4; // before requests have their turn: who connects and connects holds up nobody
+constexpr int          acceptsAtOnce = 2; // before requests have their turn
 constexpr auto         tidyInterval  = 1s;
 constexpr auto         acceptPause   = 100ms; // when there are no descriptors left
 constexpr auto         memoryPause   = 10ms;  // when there is no memory left
@@ -50,6 +50,17 @@ public:
 private:
     asio::executor_work_guard<asio::io_context::executor_type> m_work;
     std::function<void()>                                      m_body;
+};
+
+/// Takes in those who have connected.
+class Listener : public Job
+{
+public:
+    Listener(Service& service, std::shared_ptr<Share> share) : Job(std::move(share)), m_service(service) {}
+    void run() override { m_service.acceptSome(); }
+
+private:
+    Service& m_service;
 };
 
 /// Does what the service can't go on without, as soon as there is memory for it.
@@ -86,7 +97,8 @@ void Service::doLater(std::function<void()> body)
 
 Service::Service()
     : m_workers(m_context), m_acceptor(m_context), m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
-      m_acceptTimer(m_context), m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval())
+      m_acceptTimer(m_context), m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval()),
+      m_listener(std::make_shared<Listener>(*this, m_workers.own()))
 {
     useSettings();
 }
@@ -198,20 +210,22 @@ std::string Service::makeSocket(const std::string& path)
 
 // -------------------------------------------------------------------------------------------------------------- clients
 
+/// Accepting takes turns with the requests, so that who connects and connects holds up nobody.
 void Service::awaitClients()
 {
     insist([this] {
-        m_acceptor.async_wait(Protocol::acceptor::wait_read, [this](const asio::error_code&) {
-            if (m_acceptor.is_open()) {
-                acceptSome();
-            }
-        });
+        m_acceptor.async_wait(Protocol::acceptor::wait_read,
+                              [this](const asio::error_code&) { m_workers.submit(m_listener); });
     });
 }
 
 void Service::acceptSome()
 {
-    int error = 0;
+    const std::lock_guard guard(m_listening);
+    int                   error = 0;
+    if (!m_acceptor.is_open()) {
+        return;
+    }
     for (int accepted = 0; accepted < acceptsAtOnce && error == 0; ++accepted) {
         error = acceptOne();
     }
@@ -229,11 +243,7 @@ void Service::pauseAccepting(int error)
                          "acceptSome", error);
     insist([this] {
         m_acceptTimer.expires_after(acceptPause);
-        m_acceptTimer.async_wait([this](const asio::error_code&) {
-            if (m_acceptor.is_open()) {
-                acceptSome();
-            }
-        });
+        m_acceptTimer.async_wait([this](const asio::error_code&) { m_workers.submit(m_listener); });
     });
 }
 
@@ -347,6 +357,7 @@ void Service::awaitSignal()
 /// given up together, before the last requests are answered.
 void Service::stop()
 {
+    std::unique_lock listening(m_listening);
     notify("STOPPING=1");
     if (!m_ownPath.empty()) {
         unlink(m_ownPath.c_str());
@@ -359,6 +370,7 @@ void Service::stop()
     }
     m_acceptor.close();
     m_acceptTimer.cancel();
+    listening.unlock();
     m_watchdogTimer.cancel();
     const std::lock_guard guard(m_lock);
     m_stopping = true;

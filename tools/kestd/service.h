@@ -54,13 +54,15 @@ public:
     [[nodiscard]] std::shared_ptr<const Settings> settings() const;
     void                                          remove(Session& session);
 
+    /// Accepts a few of those who have connected. For the service's own job.
+    void acceptSome();
+
 private:
     using Protocol = asio::local::stream_protocol;
 
     std::string makeSocket(const std::string& path);
     void        useSettings();
     void        awaitClients();
-    void        acceptSome();
     void        pauseAccepting(int error);
     /// @return 0, or why none was
     int  acceptOne();
@@ -84,6 +86,8 @@ private:
     asio::steady_timer                           m_watchdogTimer;
     std::optional<std::chrono::microseconds>     m_watchdog;
     std::mutex                                   m_reloading; ///< one at a time
+    std::shared_ptr<Job>                         m_listener;
+    std::mutex                                   m_listening; ///< of the acceptor and its timer
     std::string                                  m_ownPath;   ///< of the socket that this process made
     int                                          m_ownLock = -1;
     std::atomic<std::uint64_t>                   m_generation{0};

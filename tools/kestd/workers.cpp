@@ -138,7 +138,7 @@ void Workers::work()
     Lock lock(m_lock);
     bool surplus = false;
     while (!surplus && !(m_ended && !hasJob())) {
-        const bool eventsFirst = !m_led && !m_ended && m_unpolled >= jobsAtOnce;
+        const bool eventsFirst = !m_led && !m_ended && (m_eventsDue || m_unpolled >= jobsAtOnce);
         if (hasJob() && !eventsFirst) {
             perform(lock);
         } else if (!m_led) {
@@ -183,8 +183,9 @@ void Workers::perform(Lock& lock)
 /// @param mayWait  for an event; else only what has come is handled
 void Workers::lead(Lock& lock, bool mayWait)
 {
-    m_led      = true;
-    m_unpolled = 0;
+    m_led       = true;
+    m_unpolled  = 0;
+    m_eventsDue = false;
     lock.unlock();
     try {
         std::size_t handled = mayWait ? m_context.run_one() : m_context.poll_one();
@@ -197,6 +198,7 @@ void Workers::lead(Lock& lock, bool mayWait)
     lock.lock();
     m_led = false;
     ++m_steps;
+    ++m_looks;
     if (m_context.stopped()) {
         m_ended = true;
         m_wanted.notify_all();
@@ -204,21 +206,25 @@ void Workers::lead(Lock& lock, bool mayWait)
     }
 }
 
-/// Watches while there is something going on, and provides a substitute when nothing moves though nobody waits for events.
+/// Watches while there is something going on, and provides a substitute when nobody has looked for events for a while: those who would
+/// are blocked, or busy.
 void Workers::supervise()
 {
     Lock          lock(m_lock);
-    std::uint64_t seen = 0;
+    std::uint64_t stepsSeen = 0;
+    std::uint64_t looksSeen = 0;
     while (!m_ended) {
-        if (m_led && m_steps == seen) {
+        if (m_led && m_steps == stepsSeen) {
             m_atEase = true;
             m_stirred.wait(lock, [this] { return !m_atEase || m_ended; });
             m_atEase = false;
         } else {
-            if (m_steps == seen) {
+            if (!m_led && m_looks == looksSeen) {
+                m_eventsDue = true;
                 enlist();
             }
-            seen = m_steps;
+            stepsSeen = m_steps;
+            looksSeen = m_looks;
             m_stirred.wait_for(lock, watchTick, [this] { return m_ended; });
         }
     }

@@ -110,7 +110,9 @@ private:
     bool                         m_ended      = false;
     bool                         m_supervised = false;
     bool                         m_atEase     = false; ///< the supervisor sleeps until it is stirred
+    bool                         m_eventsDue  = false; ///< nobody has looked for events for a while
     std::uint64_t                m_steps      = 0;     ///< taken by anybody; standing still means blocked
+    std::uint64_t                m_looks      = 0;     ///< for events
 };
 
 } // namespace kest::service
