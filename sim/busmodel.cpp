@@ -496,6 +496,7 @@ void busModel::appendWave(const std::string& text)
 {
     struct stat found {
     };
+    const quietWrites quiet;
     const int wave = ownDescriptor(open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     bool      good = wave >= 0 && fstat(wave, &found) == 0 && S_ISREG(found.st_mode) &&
                 std::cmp_greater_equal(found.st_size, state.waveBytes);
@@ -516,7 +517,8 @@ void busModel::appendWave(const std::string& text)
 
 bool busModel::startWave(const std::string& path)
 {
-    session use{*this};
+    const quietWrites quiet;
+    session           use{*this};
     if (!use.usable() || path.size() > stateFile::longestPath) {
         errno = use.usable() ? ENAMETOOLONG : ENODEV;
         return false;

@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "sim/quietwrites.h"
+
 namespace kest::sim
 {
 
@@ -32,6 +34,7 @@ inline int ownDescriptor(int opened)
 /// Writes all bytes at `offset`, a signal notwithstanding. @return false with `errno` when some are not written
 inline bool writeAll(int descriptor, std::span<const std::uint8_t> bytes, off_t offset)
 {
+    const quietWrites quiet;
     while (!bytes.empty()) {
         const ssize_t moved = pwrite(descriptor, bytes.data(), bytes.size(), offset);
         if (moved < 0 && errno != EINTR)

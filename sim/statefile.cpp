@@ -124,7 +124,8 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
     descriptor = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
     if (descriptor < 0)
         fail(path, "state file");
-    reopenPath     = "/proc/self/fd/" + std::to_string(descriptor);
+    reopenPath = "/proc/self/fd/" + std::to_string(descriptor);
+    reserveHoles();
     void* const at = mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     if (at == MAP_FAILED) {
         close(descriptor);
@@ -133,6 +134,20 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
     mapped = static_cast<std::uint8_t*>(at);
     const std::scoped_lock lock{forkRegistry::instance().mutex};
     forkRegistry::instance().files.push_back(this);
+}
+
+// A file with holes, a sparse copy for instance: touched on a full disk they would end the process.
+void stateFile::reserveHoles()
+{
+    struct stat found {
+    };
+    if (fstat(descriptor, &found) == 0 && std::cmp_equal(found.st_size, sizeBytes) &&
+        fallocate(descriptor, 0, 0, static_cast<off_t>(sizeBytes)) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+        fail(path, "state file");
+    }
 }
 
 stateFile::~stateFile()
@@ -243,10 +258,12 @@ std::filesystem::path stateFile::setAside() const
 
 void stateFile::renew(std::uint64_t layoutMark)
 {
+    const quietWrites quiet;
     if (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(sizeBytes)) != 0)
         fail(path, "state file");
     if (const int trouble = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeBytes));
-        trouble != 0) { // a full disk shows now
+        trouble != 0) { // a full disk shows now; whoever comes next meets no file with holes in it
+        static_cast<void>(ftruncate(descriptor, 0));
         errno = trouble;
         fail(path, "state file");
     }

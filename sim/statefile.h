@@ -81,6 +81,7 @@ private:
     static void                           forkHandlers();
     bool                                  lockFile(std::size_t first, std::size_t count, bool lock) const;
     [[nodiscard]] std::uint8_t&           active(std::size_t bus) const { return mapped[blocks[bus].at]; }
+    void                                  reserveHoles();
     [[nodiscard]] std::span<std::uint8_t> record(std::size_t bus, unsigned which) const;
 
     std::filesystem::path                    path;

@@ -5,6 +5,7 @@
 
 #include "platform/tavo.h"
 #include "tests/host/host_support.h"
+#include "tests/host/memory.h"
 #include "tests/places.h"
 
 namespace kest::test
@@ -192,6 +193,9 @@ TEST_F(Copies, FilesThatCannotBeReadAreErrors)
     EXPECT_EQ("80001404: 20 1 0 21", write(20, {1}, 0));
     std::filesystem::resize_file(folder.write("state/qorn/P3_Root/21", ""), 0);
     EXPECT_EQ("80001402: 21 1 0 0", read(21, 1, 0)) << "an empty file has no byte to give";
+    ASSERT_EQ(0, mkfifo(folder.state("qorn/P3_Root/23").c_str(), 0600));
+    EXPECT_EQ("80001404: 23 1 0 29", read(23, 1, 0)); // ESPIPE
+    EXPECT_EQ("80001404: 23 1 0 29", write(23, {1}, 0));
     std::filesystem::resize_file(folder.write("state/qorn/P3_Root/22", ""), (16 << 20) + 1);
     EXPECT_EQ("80001404: 22 1 0 27", read(22, 1, 0)); // EFBIG
 }
@@ -230,7 +234,6 @@ TEST_F(Copies, AFullDiskLeavesTheOldCopy)
     EXPECT_EQ(0, host::replaceCopy(7, bytes(20000, 1)));
     EXPECT_EQ(0, inChild([&] {
                   const rlimit limit{10000, 10000};
-                  signal(SIGXFSZ, SIG_IGN);
                   setrlimit(RLIMIT_FSIZE, &limit);
                   const std::string told = write(7, {2, 2, 2}, 5);
                   return told == "80001404: 7 3 5 27" ? 0 : 1; // EFBIG
@@ -300,6 +303,44 @@ TEST_F(Copies, AreReadWithoutPermissionToWrite)
               }));
 }
 
+TEST_F(Copies, WithoutMemoryAReadGivesTheDataOrAnEntry)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    EXPECT_EQ("", withoutMemory([] {
+                  unsigned char                    unset  = 0;
+                  unsigned char*                   data   = &unset;
+                  unsigned int                     length = 3;
+                  const std::unique_ptr<ErrlEntry> entry(
+                      tavo_read_data_persistancy(root, 7, nullptr, &data, &length, 4));
+                  const bool read = data != nullptr && data != &unset && length == 3 && data[0] == 4 && data[2] == 6;
+                  const bool kept = entry == nullptr ? read : data == nullptr && length == 3;
+                  tavo_util_free(reinterpret_cast<void**>(&data));
+                  return kept;
+              }));
+    EXPECT_EQ("", withoutMemory([] {
+                  unsigned char*                   data   = nullptr;
+                  unsigned int                     length = 3;
+                  const std::unique_ptr<ErrlEntry> pastTheEnd(
+                      tavo_read_data_persistancy(root, 7, nullptr, &data, &length, 10));
+                  return pastTheEnd != nullptr && data == nullptr;
+              }));
+}
+
+TEST_F(Copies, WithoutMemoryAWriteIsDoneOrAnEntryAndNothing)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    EXPECT_EQ("", withoutMemory([this] {
+                  const std::array<unsigned char, 2> data{0xA, 0xB};
+                  unsigned int                       length = 2;
+                  const std::unique_ptr<ErrlEntry>   entry(
+                        tavo_write_data_persistancy(root, 7, nullptr, data.data(), &length, 4));
+                  giveMemoryBack();
+                  const std::string now = read(7, 0, 0);
+                  host::replaceCopy(7, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+                  return length == 2 && now == (entry == nullptr ? "0123ab6789" : "0123456789");
+              }));
+}
+
 class DeviceTable : public testing::Test
 {
 protected:
@@ -334,6 +375,22 @@ TEST_F(DeviceTable, GivesTheLocationOfNumberAndPosition)
     EXPECT_EQ("entry", locationOf(0x1000, 1));
     EXPECT_EQ("entry", locationOf(0x1001));
     EXPECT_EQ("entry", locationOf(0));
+}
+
+TEST_F(DeviceTable, WithoutMemoryThereIsALocationOrAnEntry)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    folder.configure("[[device]]\nnumber = 1\nlocation = \"there\"\n");
+    EXPECT_EQ("", withoutMemory([] {
+                  char                             unset  = 0;
+                  char*                            string = &unset;
+                  const std::unique_ptr<ErrlEntry> entry(
+                      TAVO_get_dev_addr_string(1, &string, static_cast<zelPosition>(0), false));
+                  const bool kept =
+                      entry == nullptr ? string != nullptr && std::string_view(string) == "there" : string == nullptr;
+                  tavo_util_free(reinterpret_cast<void**>(&string));
+                  return kept;
+              }));
 }
 
 TEST_F(DeviceTable, NullResultIsRefused)

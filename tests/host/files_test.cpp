@@ -143,6 +143,36 @@ TEST(Folders, FileOrDanglingLinkIsNoFolder)
     EXPECT_EQ(ENOTDIR, host::makeFolders(folder.path() / "link"));
 }
 
+TEST(Files, PastALimitOnTheirSizeAWriteFailsAndTheProcessGoesOn)
+{
+    const HostFolder folder;
+    EXPECT_EQ(EFBIG, inChild([&] {
+                  const rlimit limit{4096, 4096};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  const auto file  = host::openFile(folder.path() / "file", O_WRONLY | O_CREAT);
+                  const int  error = host::writeAll(file.number(), std::string(8192, 'x'));
+                  sigset_t   pending;
+                  return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 0 ? error : 1;
+              }));
+    EXPECT_EQ(4096U, std::filesystem::file_size(folder.path() / "file"));
+}
+
+TEST(Files, AreReplacedInAFolderThatMayNotBeRead)
+{
+    const HostFolder folder;
+    std::filesystem::permissions(folder.path(), std::filesystem::perms{0777});
+    EXPECT_EQ(0, inChild([&] {
+                  const std::filesystem::path closed = folder.path() / "closed";
+                  const std::string           text   = "new";
+                  return !dropRights() || mkdir(closed.c_str(), 0300) != 0
+                             ? -1
+                             : host::replaceFile(closed / "file",
+                                                 {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+              }));
+    std::filesystem::permissions(folder.path() / "closed", std::filesystem::perms::owner_all);
+    EXPECT_EQ("new", folder.read("closed/file"));
+}
+
 TEST_F(Durable, SpoolsNameWhoeverMakesIt)
 {
     host::spool reserved(path("reserved"), path("lock"));

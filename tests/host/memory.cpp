@@ -71,24 +71,30 @@ namespace
 enum outcome {
     kept,
     broken,
+    thrown,
     enough, ///< there was memory for all that was asked for
 };
 
 int attempt(const std::function<bool()>& work, int failing, bool lasts)
 {
     return inChild([&] {
-        memory          = {failing, lasts, false};
-        const bool good = work();
-        const bool met  = memory.met;
+        memory    = {failing, lasts, false};
+        int ended = thrown;
+        try {
+            ended = !work() ? broken : memory.met ? kept : enough;
+        } catch (...) { // a child never goes on with the other tests
+        }
         giveMemoryBack();
-        return !good ? broken : met ? kept : enough;
+        return ended;
     });
 }
 
 std::string describe(int failing, bool lasts, int ended)
 {
     return "allocation " + std::to_string(failing) + (lasts ? " and all further ones: " : ": ") +
-           (ended == broken ? "a promise was not kept" : "ended with " + std::to_string(ended));
+           (ended == broken   ? "a promise was not kept"
+            : ended == thrown ? "threw"
+                              : "ended with " + std::to_string(ended));
 }
 
 } // namespace

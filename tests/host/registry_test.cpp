@@ -1,9 +1,11 @@
 #include "platform/registry.h"
 
 #include <array>
+#include <gmock/gmock.h>
 #include <memory>
 
 #include "tests/host/host_support.h"
+#include "tests/host/memory.h"
 #include "tests/places.h"
 
 namespace kest::test
@@ -34,6 +36,12 @@ protected:
     std::array<char, 16> buffer{};
     unsigned int         size = 0;
 };
+
+/// Whether a failed read is told as one: by an entry, and the caller's buffer as it was.
+bool isFailure(const ErrlEntry* entry, const std::array<char, 16>& buffer, unsigned int size)
+{
+    return entry != nullptr && buffer.front() == '#' && size == 16;
+}
 
 TEST_F(Registry, ReadModeHasADefault)
 {
@@ -99,18 +107,61 @@ TEST(RegistryOfAFreshProcess, DISABLED_WithAFileInError)
     EXPECT_NE(std::string::npos, std::string(reason.begin(), reason.end()).find("wrong.toml:1:1: key 'stat'"));
 }
 
+/// Runs one disabled test in a process of its own. @return what it said
+std::string inFreshProcess(const HostFolder& folder, const std::string& file, const std::string& test)
+{
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    const std::string command = "KEST_CONFIG=" + file + " " + kest::tests::emulator + " " + program +
+                                " --gtest_also_run_disabled_tests --gtest_filter=" + test + " > " +
+                                (folder.path() / "said").string();
+    EXPECT_EQ(0, std::system(command.c_str()));
+    return folder.read("said");
+}
+
 // A default in place of the value that was meant would send writes to the hardware that were meant for a copy.
 TEST(RegistryOfAFreshProcess, GivesNoDefaultsInPlaceOfAFileInError)
 {
+    const HostFolder folder;
+    EXPECT_THAT(inFreshProcess(folder, folder.write("wrong.toml", "stat = 1").string(), "*.DISABLED_WithAFileInError"),
+                testing::HasSubstr("[  PASSED  ] 1 test."));
+}
+
+/// Runs in a process of its own, whose configuration nobody has read yet.
+TEST(RegistryOfAFreshProcess, DISABLED_WithoutMemory)
+{
+    EXPECT_EQ("", withoutMemory([] {
+                  std::array<char, 16> buffer{'#'};
+                  unsigned int         size  = buffer.size();
+                  ErrlEntry* const     early = UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr);
+                  const bool           kept  = early == nullptr ? size == 8 : isFailure(early, buffer, size);
+                  delete early;
+                  giveMemoryBack();
+                  size = buffer.size();
+                  return kept && UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr) == nullptr &&
+                         std::string(buffer.data(), size) == "FileMode";
+              }));
+}
+
+TEST(RegistryOfAFreshProcess, ReadsTheConfigurationOnceThereIsMemory)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
     const HostFolder  folder;
-    const std::string file    = folder.write("wrong.toml", "stat = 1").string();
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    const std::string command =
-        "KEST_CONFIG=" + file + " " + kest::tests::emulator + " " + program +
-        " --gtest_also_run_disabled_tests --gtest_filter=RegistryOfAFreshProcess.DISABLED_* > " +
-        (folder.path() / "said").string();
-    EXPECT_EQ(0, std::system(command.c_str()));
-    EXPECT_NE(std::string::npos, folder.read("said").find("[  PASSED  ] 1 test.")) << folder.read("said");
+    const std::string file =
+        folder.write("right.toml", "state = \"fresh\"\nregistry.\"tavo/ReadMode\" = \"FileMode\"").string();
+    EXPECT_THAT(inFreshProcess(folder, file, "*.DISABLED_WithoutMemory"), testing::HasSubstr("[  PASSED  ] 1 test."));
+}
+
+TEST_F(Registry, WithoutMemoryAReadIsTheValueOrAnEntry)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    EXPECT_EQ("", withoutMemory([this] {
+                  const auto entry = read("tavo/ReadMode");
+                  return entry == nullptr ? value() == "HWareMode" : isFailure(entry.get(), buffer, size);
+              }));
+    EXPECT_EQ("", withoutMemory([this] {
+                  const auto entry = read("no such key");
+                  return isFailure(entry.get(), buffer, size);
+              }));
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "platform/host/trace/ringfile.h"
 #include "platform/registry.h"
 #include "tests/host/host_support.h"
+#include "tests/host/memory.h"
 #include "tests/host/trace_support.h"
 #include "tests/places.h"
 
@@ -196,7 +197,6 @@ TEST(TraceFile, RoomIsReservedOnTheDisk)
 {
     ScratchFolder folder;
     EXPECT_EQ(0, inChild([&] {
-                  signal(SIGXFSZ, SIG_IGN);
                   rlimit limit{4096, 4096};
                   setrlimit(RLIMIT_FSIZE, &limit);
                   trace_wobu_descriptor ring = newRing("noRoom");
@@ -205,6 +205,87 @@ TEST(TraceFile, RoomIsReservedOnTheDisk)
                   return textsOf(recordsOf("noRoom")).back() == "still here" ? 0 : 1;
               }));
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+constexpr uid_t somebody = 65534;
+
+/// What a ring says in a child that is told to use the folder: the path and the errno that it stays in memory for; nothing when it has a file.
+std::string whyInMemory(const std::filesystem::path& folder)
+{
+    std::array<int, 2> ends{};
+    EXPECT_EQ(0, pipe(ends.data()));
+    EXPECT_EQ(0, inChild([&] {
+                  newRing("place");
+                  host::useTraceFolder(folder);
+                  const auto texts = textsOf(recordsOf("place"));
+                  return texts.empty() || write(ends[1], texts[0].data(), texts[0].size()) > 0 ? 0 : 1;
+              }));
+    close(ends[1]);
+    std::array<char, 500> text{};
+    const ssize_t         length = read(ends[0], text.data(), text.size());
+    close(ends[0]);
+    return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
+
+TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a link away";
+    ScratchFolder folder;
+    const auto    link = folder.path() / "state" / "trace";
+    std::filesystem::create_directories(folder.path() / "elsewhere");
+    std::filesystem::create_directory(folder.path() / "state");
+    std::filesystem::create_directory_symlink("../elsewhere", link);
+    EXPECT_EQ("", whyInMemory(link)) << "root's own link";
+    EXPECT_FALSE(std::filesystem::is_empty(folder.path() / "elsewhere"));
+    std::filesystem::remove_all(folder.path() / "elsewhere");
+    std::filesystem::create_directories(folder.path() / "elsewhere");
+    ASSERT_EQ(0, lchown(link.c_str(), somebody, somebody));
+    EXPECT_EQ(" useTraceFolder," + link.string() + ",40", whyInMemory(link)); // ELOOP
+    ASSERT_EQ(0, lchown(link.c_str(), 0, 0));
+    ASSERT_EQ(0, chown((folder.path() / "state").c_str(), somebody, somebody));
+    EXPECT_EQ(" useTraceFolder," + link.string() + ",40", whyInMemory(link))
+        << "whose folder it is can put another there";
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "elsewhere"));
+}
+
+TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a folder away";
+    ScratchFolder folder;
+    const auto    trace = folder.path() / "state" / "trace";
+    std::filesystem::create_directories(trace);
+    ASSERT_EQ(0, chown(trace.c_str(), somebody, somebody));
+    EXPECT_EQ(" useTraceFolder," + trace.string() + ",1", whyInMemory(trace)); // EPERM
+    ASSERT_EQ(0, chown((folder.path() / "state").c_str(), somebody, somebody));
+    EXPECT_EQ("", whyInMemory(trace));
+    struct stat ring {
+    };
+    for (const auto& entry : std::filesystem::directory_iterator(trace))
+        EXPECT_EQ(0, stat(entry.path().c_str(), &ring)) << entry.path();
+    EXPECT_EQ(somebody, ring.st_uid) << "the folder's owner tidies it up";
+}
+
+TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    ScratchFolder folder;
+    EXPECT_EQ("", withoutMemory([&] {
+                  trace_wobu_descriptor ring = nullptr;
+                  const bool            made = trace_wobu_init_buffer(&ring, "short", 2048) == 0;
+                  trace_wobu_write_all(ring, 1, "before", 1, 0);
+                  host::useTraceFolder(folder.path());
+                  trace_wobu_descriptor later     = nullptr;
+                  const bool            madeLater = trace_wobu_init_buffer(&later, "later", 2048) == 0;
+                  trace_wobu_write_all(ring, 1, "behind", 1, 0);
+                  giveMemoryBack();
+                  const auto texts = textsOf(recordsOf("short"));
+                  for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+                      std::filesystem::remove(entry.path()); // or the next child's tidying up would need more
+                  return made == (ring != nullptr) && made && madeLater == (later != nullptr) && madeLater &&
+                         texts.front() == "before" && texts.back() == "behind";
+              }));
 }
 
 TEST(TraceFile, FolderKeepsTheLatestOfTheDead)

@@ -12,6 +12,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/host/files/files.h"
 #include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
@@ -44,15 +45,16 @@ std::string fileNameOf(const std::string& label)
     return name;
 }
 
-/// Creates a file that nobody has yet. @return its descriptor, -1 with errno
-int createUndo(const std::filesystem::path& folder, const std::string& label, std::string& path)
+/// Creates a file that nobody has yet in the folder that is open at `place`. @return its descriptor, -1 with errno
+int createUndo(int place, const std::filesystem::path& folder, const std::string& label, std::string& path)
 {
     const auto now  = std::chrono::time_point_cast<std::chrono::seconds>(std::chrono::system_clock::now());
     int        file = -1;
     for (int number = 0; file < 0; ++number) {
         const std::string again = number == 0 ? "" : fmt::format("-{}", number);
-        path = folder / fmt::format("{}-{:%Y%m%dT%H%M%SZ}{}.json", fileNameOf(label), fmt::gmtime(now), again);
-        file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        const std::string name = fmt::format("{}-{:%Y%m%dT%H%M%SZ}{}.json", fileNameOf(label), fmt::gmtime(now), again);
+        path                   = folder / name;
+        file                   = host::createFileIn(place, name.c_str(), O_WRONLY, 0600).release();
         if (file < 0 && errno != EEXIST)
             return -1;
     }
@@ -135,19 +137,19 @@ dumpContents parseDump(const std::string& fileName, const std::string& text)
 std::string saveUndo(const device& which, std::uint32_t offset, const byteVector& bytes)
 {
     const std::filesystem::path folder = host::currentConfiguration().stateFolder / "undo";
-    std::error_code             error;
-    std::filesystem::create_directories(folder, error);
-    if (error)
-        throw systemFailure(error.value(), "save the undo file in", folder.string());
+    const int                   error  = host::makeFolders(folder);
+    const host::fileDescriptor  place  = host::openFolder(folder); // root's in another user's folder stay there
+    if (!place.valid())
+        throw systemFailure(error != 0 ? error : errno, "save the undo file in", folder.string());
     std::string path;
-    const int   file = createUndo(folder, which.label, path);
+    const int   file = createUndo(place.number(), folder, which.label, path);
     if (file < 0)
         throw systemFailure(errno, "save the undo file", path);
     const bool written = writeAll(file, dumpText({which.text, which.label, offset, bytes}));
     const int  why     = errno;
     close(file);
     if (!written) {
-        unlink(path.c_str());
+        unlinkat(place.number(), std::filesystem::path(path).filename().c_str(), 0);
         throw systemFailure(why, "save the undo file", path);
     }
     syncFolder(folder);

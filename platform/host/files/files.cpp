@@ -9,6 +9,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "sim/quietwrites.h"
+
 namespace kest::host
 {
 
@@ -33,17 +35,24 @@ std::filesystem::path folderOf(const std::filesystem::path& file)
     return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
 }
 
+/// Makes the name of what is open at `inside` durable in the folder. One that may be written but not read can't be opened to be synced:
+/// then the whole file system is.
+int syncName(int inside, const std::filesystem::path& folder)
+{
+    const int error = syncFolder(folder);
+    return error != EACCES ? error : syncfs(inside) == 0 ? 0 : errno;
+}
+
 /// Makes one folder, durable on return.
 int makeFolder(const std::filesystem::path& folder)
 {
-    int error = mkdir(folder.c_str(), folderMode) == 0 ? 0 : errno;
+    const std::filesystem::path around = folderOf(folder);
+    int                         error  = mkdir(folder.c_str(), folderMode) == 0 ? 0 : errno;
     if (error == 0) {
         const fileDescriptor made(ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
         if (made.valid())
-            giveToFoldersOwner(made.number(), folderOf(folder));
-        error = syncFolder(folderOf(folder));
-        error =
-            error == EACCES ? 0 : error; // the folder around it may be written and not read: no reason to do without
+            giveToFoldersOwner(made.number(), around);
+        error = syncName(made.number(), around);
     }
     return error;
 }
@@ -69,6 +78,51 @@ int makeMissingFolders(const std::filesystem::path& folder)
             error = makeFolder(folder);
     }
     return error == EEXIST ? findFolder(folder) : error;
+}
+
+/// What a file is to hold, on the disk under another name. Takes no memory, as what follows.
+int writeFresh(int descriptor, std::span<const std::uint8_t> bytes)
+{
+    const int error = writeAll(descriptor, bytes);
+    return error != 0 ? error : fsync(descriptor) == 0 ? 0 : errno;
+}
+
+int replaceWhole(const std::filesystem::path& file, const std::filesystem::path& folder,
+                 std::span<const std::uint8_t> bytes)
+{
+    const std::filesystem::path fresh      = folder / ("." + file.filename().string() + ".new");
+    const fileDescriptor        descriptor = openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC);
+    int                         error      = descriptor.valid() ? writeFresh(descriptor.number(), bytes) : errno;
+    if (error == 0 && rename(fresh.c_str(), file.c_str()) != 0)
+        error = errno;
+    if (error != 0)
+        unlink(fresh.c_str());
+    return error == 0 ? syncName(descriptor.number(), folder) : error;
+}
+
+/// Whether nobody else decides what the folder `around` holds under the name of a link that `found` tells of.
+bool isTrusted(const struct stat& found, const struct stat& around)
+{
+    const auto isOurs = [](const struct stat& what) { return what.st_uid == 0 || what.st_uid == geteuid(); };
+    const bool isShut = (around.st_mode & (S_IWGRP | S_IWOTH)) == 0 || (around.st_mode & S_ISVTX) != 0;
+    return isOurs(found) && isOurs(around) && isShut;
+}
+
+/// One step of a path. @param[in,out] around  what `at` is, then what the step led to. @return an invalid descriptor with `errno`
+fileDescriptor openStep(int at, const char* name, struct stat& around)
+{
+    struct stat found {
+    };
+    fileDescriptor step(ownDescriptor(openat(at, name, O_PATH | O_NOFOLLOW | O_CLOEXEC)));
+    bool           good = step.valid() && fstat(step.number(), &found) == 0;
+    if (good && S_ISLNK(found.st_mode)) {
+        errno = ELOOP;
+        step  = fileDescriptor(isTrusted(found, around) ? ownDescriptor(openat(at, name, O_PATH | O_CLOEXEC)) : -1);
+        good  = step.valid() && fstat(step.number(), &found) == 0;
+    }
+    if (good)
+        around = found;
+    return good ? std::move(step) : fileDescriptor();
 }
 
 } // namespace
@@ -118,8 +172,43 @@ void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder)
         const int ignored = fchown(descriptor, around.st_uid, around.st_gid);
 }
 
+fileDescriptor openFolder(const std::filesystem::path& folder)
+{
+    struct stat around {
+    };
+    struct stat last {
+    };
+    fileDescriptor at(ownDescriptor(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)));
+    bool           good = at.valid() && fstat(at.number(), &around) == 0;
+    for (auto part = folder.begin(); good && part != folder.end(); ++part) {
+        if (!part->empty()) { // behind a slash at the end
+            last = around;
+            at   = openStep(at.number(), part->c_str(), around);
+            good = at.valid();
+        }
+    }
+    const bool isTheirs = around.st_uid != 0 && around.st_uid != geteuid() && around.st_uid != last.st_uid;
+    if (good && (!S_ISDIR(around.st_mode) || isTheirs)) {
+        at    = fileDescriptor();
+        errno = isTheirs ? EPERM : ENOTDIR;
+    }
+    return at;
+}
+
+fileDescriptor createFileIn(int folder, const char* name, int flags, mode_t mode)
+{
+    constexpr int  own = O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    fileDescriptor made(uninterrupted([&] { return ownDescriptor(openat(folder, name, flags | own, mode)); }));
+    struct stat    around {
+    };
+    if (made.valid() && geteuid() == 0 && fstat(folder, &around) == 0) [[maybe_unused]]
+        const int ignored = fchown(made.number(), around.st_uid, around.st_gid);
+    return made;
+}
+
 fileDescriptor openFile(const std::filesystem::path& file, int flags)
 {
+    const std::filesystem::path around = folderOf(file);
     int common = flags | O_CLOEXEC | O_NONBLOCK; // O_NONBLOCK: a FIFO in the way holds nobody up
     int number = -1;
     if ((flags & O_ACCMODE) != O_RDONLY)
@@ -127,7 +216,7 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
     if ((flags & O_CREAT) != 0) { // made by this very call, or there already
         number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common | O_EXCL, fileMode)); });
         if (number >= 0)
-            giveToFoldersOwner(number, folderOf(file));
+            giveToFoldersOwner(number, around);
     }
     if (number < 0 && ((flags & O_CREAT) == 0 || (errno == EEXIST && (flags & O_EXCL) == 0)))
         number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common & ~O_CREAT)); });
@@ -173,7 +262,8 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
 
 int writeAll(int descriptor, std::span<const std::uint8_t> bytes)
 {
-    int error = 0;
+    const sim::quietWrites quiet;
+    int                    error = 0;
     while (error == 0 && !bytes.empty()) {
         const auto moved = uninterrupted([&] { return write(descriptor, bytes.data(), bytes.size()); });
         if (moved > 0)
@@ -196,23 +286,13 @@ int syncFolder(const std::filesystem::path& folder)
     return descriptor.valid() && fsync(descriptor.number()) == 0 ? 0 : errno;
 }
 
-int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes)
+int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) noexcept
 {
-    const std::filesystem::path fresh = folderOf(file) / ("." + file.filename().string() + ".new");
-    int                         error = 0;
-    {
-        const fileDescriptor descriptor = openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC);
-        error                           = descriptor.valid() ? writeAll(descriptor.number(), bytes) : errno;
-        if (error == 0 && fsync(descriptor.number()) != 0)
-            error = errno;
+    try {
+        return replaceWhole(file, folderOf(file), bytes);
+    } catch (const std::exception&) { // ahead of any change
+        return ENOMEM;
     }
-    if (error == 0 && rename(fresh.c_str(), file.c_str()) != 0)
-        error = errno;
-    if (error == 0)
-        error = syncFolder(folderOf(file));
-    else
-        unlink(fresh.c_str());
-    return error;
 }
 
 } // namespace kest::host

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <span>
 #include <string>
+#include <sys/types.h>
 #include <utility>
 #include <vector>
 
@@ -70,11 +71,21 @@ int makeFolders(const std::filesystem::path& folder) noexcept;
 /// Gives what was just made in `folder` to the folder's owner and group when root made it. Nothing is lost where that fails.
 void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder);
 
+/// Opens a folder to make and remove files in; the descriptor is for openat() and its like alone. Of links on the way only those are
+/// followed that nobody but root and the caller could have put there: root's files in another user's folders stay in them. ELOOP for
+/// another link; EPERM for a folder whose owner is neither root, nor the caller, nor that of the folder around it.
+/// @return an invalid descriptor with `errno` when it can't be had
+fileDescriptor openFolder(const std::filesystem::path& folder);
+
+/// Makes a file that is not there yet in an open folder; made by root it gets the folder's owner and group. @param flags  O_RDWR or O_WRONLY
+/// @return an invalid descriptor with `errno` when it can't be had
+fileDescriptor createFileIn(int folder, const char* name, int flags, mode_t mode);
+
 /// Opens a file, close-on-exec; for writing never through a symbolic link. @param flags  as for open(2); O_CREAT makes it.
 /// @return an invalid descriptor with `errno` when it can't be had
 fileDescriptor openFile(const std::filesystem::path& file, int flags);
 
-/// Reads a whole regular file. EFBIG when it is larger than `limitBytes`, EINVAL when it is none.
+/// Reads a whole regular file. EFBIG when it is larger than `limitBytes`, EISDIR or EINVAL when it is none.
 int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vector<std::uint8_t>& bytes);
 
 /// Reads up to `most` bytes of a regular file from `offset`. Errors as for readFile().
@@ -90,7 +101,7 @@ int writeAll(int descriptor, const std::string& text);
 int syncFolder(const std::filesystem::path& folder);
 
 /// Gives a file new contents: whoever reads it, at whatever moment the writer dies, finds the old ones or the new ones whole. Durable on return.
-/// The caller keeps other writers away.
-int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes);
+/// The caller keeps other writers away. Never throws; without memory nothing changes.
+int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) noexcept;
 
 } // namespace kest::host

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fmt/format.h>
 #include <functional>
 #include <list>
@@ -529,7 +530,10 @@ bool useConfigurationFile(const std::filesystem::path& file)
     return early;
 }
 
-std::string reloadConfiguration()
+namespace
+{
+
+std::string reload()
 {
     processConfiguration& state = process();
     std::filesystem::path traceFolder;
@@ -545,6 +549,17 @@ std::string reloadConfiguration()
     if (error.empty())
         useTraceFolder(traceFolder);
     return error;
+}
+
+} // namespace
+
+std::string reloadConfiguration() noexcept
+{
+    try {
+        return reload();
+    } catch (const std::exception&) {
+        return "no memory"; // short enough to need none
+    }
 }
 
 } // namespace kest::host

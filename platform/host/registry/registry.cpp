@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
+#include <string>
+#include <string_view>
 
 #include "platform/host/errorlog/entry.h"
 #include "platform/host/registry/configuration.h"
@@ -16,42 +19,59 @@ constexpr unsigned short badArgument      = 0x1501;
 constexpr unsigned short keyUnknown       = 0x1502;
 constexpr unsigned short valueTooLong     = 0x1503;
 constexpr unsigned short fileNotUsable    = 0x1504;
+constexpr unsigned short noMemory         = 0x1505;
+constexpr unsigned short none             = 0;
 constexpr unsigned char  moduleRead       = 1;
 constexpr unsigned char  subsectionKey    = 1;
 constexpr unsigned char  subsectionReason = 2;
+
+/// What is found under a key; points into the configuration.
+struct finding {
+    unsigned short     reason    = 0;
+    const std::string* value     = nullptr;
+    const std::string* fileError = nullptr; ///< where that is the reason
+};
+
+finding find(const char* key, const void* buffer, unsigned int room)
+{
+    const std::string& fileError = kest::host::configurationError();
+    const auto&        registry  = kest::host::currentConfiguration().registry;
+    const auto         found     = key != nullptr ? registry.find(key) : registry.end();
+    const std::string* value     = found != registry.end() ? &found->second : nullptr;
+    if (key == nullptr || buffer == nullptr)
+        return {badArgument, value};
+    if (!fileError.empty())
+        return {fileNotUsable, value, &fileError}; // a default in place of a value that was meant would go unnoticed
+    if (value == nullptr)
+        return {keyUnknown};
+    return {value->size() > room ? valueTooLong : none, value};
+}
+
+void addDetails(ErrlEntry& entry, std::string_view text, unsigned char subsection)
+{
+    const auto length = static_cast<unsigned short>(std::min<std::size_t>(text.size(), 0xFFFF));
+    entry.addUsrDtls(text.data(), length, component, 1, subsection);
+}
 
 } // namespace
 
 ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool, ErrlEntry*)
 {
-    const std::string& fileError = kest::host::configurationError();
-    const auto&        registry  = kest::host::currentConfiguration().registry;
-    const auto         found     = key != nullptr ? registry.find(key) : registry.end();
-    unsigned short     reason    = 0;
-    if (key == nullptr || buffer == nullptr)
-        reason = badArgument;
-    else if (!fileError.empty())
-        reason = fileNotUsable; // a default in place of a value that was meant would go unnoticed
-    else if (found == registry.end())
-        reason = keyUnknown;
-    else if (found->second.size() > size)
-        reason = valueTooLong;
-
-    ErrlEntry* entry = nullptr;
-    if (reason == 0) {
-        std::memcpy(buffer, found->second.data(), found->second.size());
-        size = static_cast<unsigned int>(found->second.size());
-    } else {
-        const auto bytesOfValue = found != registry.end() ? static_cast<unsigned int>(found->second.size()) : 0;
-        entry                   = kest::host::newHostEntry(component, moduleRead, reason, {size, bytesOfValue, 0, 0});
-        if (entry != nullptr) {
-            if (key != nullptr)
-                entry->addUsrDtls(key, static_cast<unsigned short>(strnlen(key, 0xFFFF)), component, 1, subsectionKey);
-            if (reason == fileNotUsable)
-                entry->addUsrDtls(fileError.data(),
-                                  static_cast<unsigned short>(std::min<std::size_t>(fileError.size(), 0xFFFF)),
-                                  component, 1, subsectionReason);
-        }
+    finding found{noMemory};
+    try {
+        found = find(key, buffer, size);
+    } catch (const std::exception&) { // it stays at that
     }
+    const auto bytes = found.value != nullptr ? static_cast<unsigned int>(found.value->size()) : 0;
+    if (found.reason == none) {
+        std::memcpy(buffer, found.value->data(), bytes);
+        size = bytes;
+        return nullptr;
+    }
+    ErrlEntry* const entry = kest::host::newHostEntry(component, moduleRead, found.reason, {size, bytes, 0, 0});
+    if (entry != nullptr && key != nullptr)
+        addDetails(*entry, {key, strnlen(key, 0xFFFF)}, subsectionKey);
+    if (entry != nullptr && found.fileError != nullptr)
+        addDetails(*entry, *found.fileError, subsectionReason);
     return entry;
 }

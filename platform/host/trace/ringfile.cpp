@@ -3,17 +3,24 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <dirent.h>
+#include <exception>
 #include <fcntl.h>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include "platform/host/files/files.h"
 #include "platform/host/trace/rings.h"
+#include "sim/quietwrites.h"
 
 namespace kest::host::trace
 {
@@ -33,26 +40,54 @@ struct flock wholeFile(short type)
 /// Bytes of a file that is open, with room reserved and a lock. @return whether all that could be had
 bool prepare(ringFileHandle& file, std::size_t bytes)
 {
-    struct flock lock  = wholeFile(F_WRLCK);
-    const int    error = fcntl(file.descriptor, F_OFD_SETLK, &lock) != 0
-                             ? errno
-                             : posix_fallocate(file.descriptor, 0, static_cast<off_t>(bytes));
-    void*        memory =
+    const sim::quietWrites quiet;
+    struct flock           lock  = wholeFile(F_WRLCK);
+    const int              error = fcntl(file.descriptor, F_OFD_SETLK, &lock) != 0
+                                       ? errno
+                                       : posix_fallocate(file.descriptor, 0, static_cast<off_t>(bytes));
+    void*                  memory =
         error != 0 ? MAP_FAILED : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor, 0);
     file.memory = memory == MAP_FAILED ? nullptr : memory;
     errno       = error != 0 ? error : errno;
     return file.memory != nullptr;
 }
 
-bool isDead(const std::filesystem::path& path)
+bool isDead(int folder, const char* name)
 {
-    const int  descriptor = ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    const bool dead       = descriptor >= 0 && !isWriterAlive(descriptor);
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-    return dead;
+    const fileDescriptor file(ownDescriptor(openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)));
+    return file.valid() && !isWriterAlive(file.number());
 }
+
+struct closeListing {
+    void operator()(DIR* listing) const { closedir(listing); }
+};
+
+struct agedFile {
+    std::int64_t changedNs; ///< since 1970
+    std::string  name;
+    auto         operator<=>(const agedFile&) const = default;
+};
+
+/// The ring files of a folder, whoever writes them.
+std::vector<agedFile> ringFilesIn(int folder)
+{
+    std::vector<agedFile>              files;
+    fileDescriptor                     readable(ownDescriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    std::unique_ptr<DIR, closeListing> listing(readable.valid() ? fdopendir(readable.number()) : nullptr);
+    if (listing != nullptr)
+        static_cast<void>(readable.release());
+    for (const dirent* entry = nullptr; listing != nullptr && (entry = readdir(listing.get())) != nullptr;) {
+        struct stat facts {
+        };
+        if (std::string_view(entry->d_name).ends_with(ringFileSuffix) && // another process may be tidying up, too
+            fstatat(folder, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) == 0)
+            files.push_back(
+                {facts.st_mtim.tv_sec * std::int64_t{1'000'000'000} + facts.st_mtim.tv_nsec, entry->d_name});
+    }
+    return files;
+}
+
+const char* nameIn(const char* path) { return std::strrchr(path, '/') + 1; }
 
 } // namespace
 
@@ -70,9 +105,9 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         errno        = ENAMETOOLONG;
         return file;
     }
-    file.descriptor = ownDescriptor(open(file.path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640));
-    if (file.descriptor >= 0) {
-        giveToFoldersOwner(file.descriptor, folder); // the service tidies up what root's tools leave there
+    const fileDescriptor place = openFolder(folder);
+    if (place.valid()) { // root's get the folder's owner: the service tidies up what root's tools leave there
+        file.descriptor = createFileIn(place.number(), nameIn(file.path), O_RDWR, 0640).release();
     }
     if (file.descriptor >= 0 && !prepare(file, bytes)) {
         const int error = errno;
@@ -92,10 +127,14 @@ void closeRingFile(ringFileHandle& file)
     file.path[0]    = '\0';
 }
 
-void removeRingFile(ringFileHandle& file)
+void removeRingFile(ringFileHandle& file) noexcept
 {
     if (file.descriptor >= 0) {
-        unlink(file.path);
+        try {
+            const fileDescriptor place = openFolder(std::filesystem::path(file.path).parent_path());
+            unlinkat(place.number(), nameIn(file.path), 0);
+        } catch (const std::exception&) { // then it lies there as a dead process's
+        }
     }
     closeRingFile(file);
 }
@@ -108,21 +147,13 @@ bool isWriterAlive(int descriptor)
 
 void removeOldRings(const std::filesystem::path& folder)
 {
-    std::vector<std::pair<std::filesystem::file_time_type, std::filesystem::path>> files;
-    std::error_code                                                                error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::error_code gone; // another process may be tidying up, too
-        const auto      written = std::filesystem::last_write_time(entry->path(), gone);
-        if (!gone && entry->path().extension() == ringFileSuffix) {
-            files.emplace_back(written, entry->path());
-        }
-    }
+    const fileDescriptor  place = openFolder(folder);
+    std::vector<agedFile> files = ringFilesIn(place.number());
     if (files.size() > maximumDeadRings) {
-        std::erase_if(files, [](const auto& file) { return !isDead(file.second); });
+        std::erase_if(files, [&](const agedFile& file) { return !isDead(place.number(), file.name.c_str()); });
         std::ranges::sort(files);
         for (std::size_t index = 0; index + maximumDeadRings < files.size(); ++index) {
-            std::filesystem::remove(files[index].second, error);
+            unlinkat(place.number(), files[index].name.c_str(), 0);
         }
     }
 }

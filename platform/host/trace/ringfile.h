@@ -17,13 +17,14 @@ struct ringFileHandle {
 };
 
 /// Makes a file of zeros, with its room on the disk reserved: a full disk must not stop a writer later.
+/// @param folder  which is there, see openFolder()
 /// @return `memory` null with `errno`
 ringFileHandle createRingFile(const char* folder, const char* bufferName, std::size_t bytes);
 
 /// Lets go of the file, which remains. Takes no lock and no memory: called between fork and exec.
 void closeRingFile(ringFileHandle& file);
 /// Lets go of the file and removes it.
-void removeRingFile(ringFileHandle& file);
+void removeRingFile(ringFileHandle& file) noexcept;
 
 /// Whether the process that writes the file open at `descriptor` is alive.
 bool isWriterAlive(int descriptor);

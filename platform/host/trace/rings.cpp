@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <mutex>
 #include <pthread.h>
 #include <sched.h>
@@ -15,6 +16,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/host/files/files.h"
 #include "platform/host/trace/hash.h"
@@ -169,24 +171,52 @@ void moveRing(trace_wobu_buffer& ring, storage& to)
     for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
         ends[lane] = from.lane(lane, ring.laneStride).freeze();
     }
-    copyLatecomers(to, from, ends, copied, ring);
+    try {
+        copyLatecomers(to, from, ends, copied, ring);
+    } catch (const std::exception&) {
+        trace_wobu_write_all(&ring, messageHash("no memory for late lines"), " %s,%s", __LINE__, 0, "useTraceFolder",
+                             "no memory: lines may be missing here");
+    }
     // `from` stays mapped: a writer may still hold its address
 }
 
-void moveToFile(trace_wobu_buffer& ring)
+/// @return 0, or why the ring stays where it is
+int tryFile(trace_wobu_buffer& ring, ringFileHandle& file)
 {
-    (void)makeFolders(everything.folder); // what matters is whether files can be made in it
-    ringFileHandle file = createRingFile(everything.folder, ring.name, storageBytes(ring));
-    if (file.memory == nullptr) {
-        trace_wobu_write_all(&ring, messageHash("no file for the ring"), " %s,%s,%d", __LINE__, 0, "useTraceFolder",
-                             everything.folder, errno);
-        return;
+    try {
+        (void)makeFolders(everything.folder); // what matters is whether files can be made in it
+        file = createRingFile(everything.folder, ring.name, storageBytes(ring));
+        if (file.memory == nullptr) {
+            return errno;
+        }
+        auto* to = static_cast<storage*>(file.memory);
+        fillHeader(to->header, ring);
+        moveRing(ring, *to);
+        return 0;
+    } catch (const std::exception&) { // no memory, and nothing has moved yet
+        return ENOMEM;
     }
-    auto* to = static_cast<storage*>(file.memory);
-    fillHeader(to->header, ring);
-    moveRing(ring, *to);
-    removeRingFile(ring.file); // the one in an earlier folder; its lines are in the new one
-    ring.file = file;
+}
+
+void moveToFile(trace_wobu_buffer& ring) noexcept
+{
+    ringFileHandle file;
+    const int      error = tryFile(ring, file);
+    if (error == 0) {
+        std::swap(ring.file, file); // the one in an earlier folder goes; its lines are in the new one
+    } else {
+        trace_wobu_write_all(&ring, messageHash("no file for the ring"), " %s,%s,%d", __LINE__, 0, "useTraceFolder",
+                             everything.folder, error);
+    }
+    removeRingFile(file);
+}
+
+void tidyUp(const std::filesystem::path& folder) noexcept
+{
+    try {
+        removeOldRings(folder);
+    } catch (const std::exception&) { // the next process has memory for it
+    }
 }
 
 void beforeFork() { everything.lock.lock(); }
@@ -246,11 +276,11 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
 
 } // namespace
 
-void useTraceFolder(const std::filesystem::path& folder)
+void useTraceFolder(const std::filesystem::path& folder) noexcept
 {
     const int             error = errno;
     const std::lock_guard guard(everything.lock);
-    const std::string     path    = folder.string();
+    const std::string&    path    = folder.native();
     const bool            another = path != everything.folder;
     if (!path.empty() && path.size() < sizeof everything.folder) {
         path.copy(everything.folder, path.size());
@@ -261,7 +291,7 @@ void useTraceFolder(const std::filesystem::path& folder)
                 moveToFile(ring);
             }
         }
-        removeOldRings(folder);
+        tidyUp(folder);
     }
     errno = error;
 }

@@ -21,7 +21,8 @@ constexpr std::size_t maximumDeadRings = 64;
 /// Moves all rings, present and future, into files of this folder, which is made for the first of them. No line is lost, also of threads that
 /// trace meanwhile. Never fails: a ring whose file cannot be had stays where it is, and a line in it tells why.
 /// For the folder in use already only rings without a file are tried again. Takes system calls; any thread.
-void useTraceFolder(const std::filesystem::path& folder);
+/// Without memory rings stay where they are; should it run out in the middle of a move, lines that were being written then may be missing.
+void useTraceFolder(const std::filesystem::path& folder) noexcept;
 
 /// Bytes of a ring of this process, laid out as in its file. Empty when there is none of that name.
 std::vector<std::uint8_t> copyRing(const char* name);

@@ -86,15 +86,18 @@ int listCopies(std::vector<copyInfo>& copies, std::string_view root)
 
 int readCopy(std::uint32_t number, std::vector<std::uint8_t>& bytes, std::string_view root)
 {
-    return wellFormed(root) ? readFile(fileOf(root, number), largestCopyBytes, bytes) : EINVAL;
+    std::uint64_t sizeBytes = 0;
+    return readCopyPart(number, 0, largestCopyBytes, bytes, sizeBytes, root);
 }
 
 int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, std::vector<std::uint8_t>& bytes,
                  std::uint64_t& sizeBytes, std::string_view root)
 {
     sizeBytes = 0;
-    return wellFormed(root) ? readFilePart(fileOf(root, number), largestCopyBytes, offset, most, bytes, sizeBytes)
-                            : EINVAL;
+    if (!wellFormed(root))
+        return EINVAL;
+    const int error = readFilePart(fileOf(root, number), largestCopyBytes, offset, most, bytes, sizeBytes);
+    return error == EINVAL ? ESPIPE : error;
 }
 
 int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root)
@@ -121,7 +124,7 @@ int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::
     if (error == 0) {
         error = exclusively(root, [&] {
             std::vector<std::uint8_t> copy;
-            int                       result = readFile(fileOf(root, number), largestCopyBytes, copy);
+            int                       result = readCopy(number, copy, root);
             sizeBytes                        = copy.size();
             if (result == 0 && (offset > copy.size() || bytes.size() > copy.size() - offset))
                 result = ERANGE;

@@ -1,7 +1,8 @@
 /// Persisted copies of SEEPROM contents, as the tools make, list and remove them. docs/host-services.md describes the files.
 ///
 /// A copy is one file, `ROOT/NUMBER` in the state folder: the raw bytes of the device with that number. Functions answer 0 or an `errno`
-/// value: ENOENT no such copy, EINVAL a malformed root or an empty copy, EFBIG more than `largestCopyBytes`.
+/// value: ENOENT no such copy, EINVAL a malformed root or an empty copy, EFBIG more than `largestCopyBytes`, EISDIR or ESPIPE no
+/// regular file.
 #pragma once
 
 #include <cstdint>

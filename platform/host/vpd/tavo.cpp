@@ -124,13 +124,13 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
 ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, zelPosition position, bool)
 {
     request asked{.who = moduleLocation, .device = deviceAddress, .offset = position};
+    if (string != nullptr)
+        *string = nullptr;
     return serve(asked, [&] {
         const auto& devices = currentConfiguration().devices;
         const auto  found   = std::ranges::find_if(devices, [&](const deviceEntry& device) {
             return device.number == deviceAddress && device.position == position;
         });
-        if (string != nullptr)
-            *string = nullptr;
         if (string == nullptr) {
             asked.fail(badArgument, EINVAL);
         } else if (found == devices.end()) {

@@ -61,7 +61,7 @@ public:
     ErrlBase& operator=(const ErrlBase&) = default;
     virtual ~ErrlBase();
 
-    /// The log's own allocator. @return null when there is no memory: a `new` expression then yields null.
+    /// The log's own allocator; room for 16 entries is kept aside. @return null without memory: a `new` expression then yields null.
     static void* operator new(std::size_t bytes) noexcept;
     static void  operator delete(void* object) noexcept;
 };

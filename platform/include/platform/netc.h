@@ -19,7 +19,8 @@ public:
     virtual char* dataPointer() const;
     /// @return the payload's size in bytes
     virtual unsigned int dataSize() const;
-    /// Replaces the payload by a copy of `size` bytes. @return false when there is no memory for it; the payload is then empty.
+    /// Replaces the payload by a copy of `size` bytes, which may be a part of it; by none when `size` is 0.
+    /// @return false when there is no memory for it, or `data` is null and `size` is not 0; the payload is then empty.
     virtual bool setData(const char* data, unsigned int size);
 
 private:

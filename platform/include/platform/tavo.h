@@ -20,8 +20,9 @@ enum zelPosition : std::uint32_t {
 /// @param root         persistency root, "qorn/P3_Root"
 /// @param device       device number
 /// @param name         null
-/// @param[out] data    what was found, to free with tavo_util_free(); null when nothing was
-/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`: fewer when the copy ends before, 0 when there is no copy
+/// @param[out] data    what was found, to free with tavo_util_free(); null when nothing was, and after a failure
+/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`: fewer when the copy ends before, 0 when there
+///                     is no copy; after a failure still what was wanted
 /// @param offset       first byte, counted from 0. At or past the copy's end is an error.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,
@@ -29,7 +30,8 @@ ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, con
 
 /// Changes bytes of a device's persisted copy: those bytes alone, all of them or none.
 /// A write that would pass the copy's end, or that meets no copy, is refused and changes nothing.
-/// Parameters as for reading; `*length` is the number of bytes at `data`, and comes back as the number written.
+/// Parameters as for reading; `*length` is the number of bytes at `data`, and stays so: after a success they are all written. After a
+/// failure of the disk alone (it is in the entry) it is not certain which bytes the copy has: the old ones or the new ones, whole.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, const char* name,
                                        const unsigned char* data, unsigned int* length, unsigned int offset);
