@@ -353,16 +353,15 @@ TEST_F(Configuration, OverlongTextsAreRefused)
     EXPECT_EQ("", errorOf("[[device]]\nnumber = 1\nlocation = \"" + std::string(255, 'a') + "\""));
 }
 
-TEST_F(Configuration, AnUnreadableFileIsTold)
+TEST_F(Configuration, AnUnreadableFileIsToldAsAFile)
 {
-    constexpr const char* expected = ":1:1: key '': expected a readable file of at most 1048576 bytes, found ";
-    const std::string     missing  = (folder.path() / "missing.toml").string();
-    EXPECT_EQ(missing + expected + "No such file or directory", readConfiguration(missing).error);
-    EXPECT_EQ(folder.path().string() + expected + "Is a directory", readConfiguration(folder.path()).error);
+    const std::string missing = (folder.path() / "missing.toml").string();
+    EXPECT_EQ(missing + ": No such file or directory", readConfiguration(missing).error);
+    EXPECT_EQ(folder.path().string() + ": Is a directory", readConfiguration(folder.path()).error);
     const std::string big = folder.write("big.toml", std::string(1048577, '#')).string();
-    EXPECT_EQ(big + expected + "File too large", readConfiguration(big).error);
+    EXPECT_EQ(big + ": larger than 1048576 bytes", readConfiguration(big).error);
     EXPECT_EQ(0, mkfifo((folder.path() / "fifo").c_str(), 0600));
-    EXPECT_EQ((folder.path() / "fifo").string() + expected + "Invalid argument",
+    EXPECT_EQ((folder.path() / "fifo").string() + ": not a regular file",
               readConfiguration(folder.path() / "fifo").error);
 }
 

@@ -430,6 +430,17 @@ void complete(configuration& value)
     value.registry.try_emplace("tavo/ReadMode", "HWareMode");
 }
 
+/// Why a file could not be read. There is no key to name, so that it reads unlike what is wrong in a file.
+std::string unreadable(const std::filesystem::path& file, int error)
+{
+    std::string why = std::strerror(error);
+    if (error == EFBIG)
+        why = fmt::format("larger than {} bytes", longestFileBytes);
+    else if (error == EINVAL)
+        why = "not a regular file";
+    return fmt::format("{}: {}", file.string(), why);
+}
+
 /// One reading of the configuration: what references handed out point into.
 struct reading {
     configuration value;
@@ -504,10 +515,7 @@ configurationResult readConfiguration(const std::filesystem::path& file)
     const int                 error = readFile(file, longestFileBytes, bytes);
     if (error == 0)
         reader.read({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-    else
-        reader.fail({1, 1}, "", fmt::format("a readable file of at most {} bytes", longestFileBytes),
-                    std::strerror(error));
-    result.error = reader.error();
+    result.error = error == 0 ? reader.error() : unreadable(whole, error);
     if (result.error.empty())
         result.value.file = whole;
     else
