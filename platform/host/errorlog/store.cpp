@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
@@ -196,6 +197,22 @@ void addToSpool(processLog& log, const configuration& settings, const logLimits&
     }
 }
 
+std::atomic<void (*)(const std::string& problem)> spoolTeller{nullptr}; ///< see tellSpooled()
+
+/// @return whether somebody was told of an entry that the spool has
+bool tellPeople(const commit& now) noexcept
+{
+    const auto teller = spoolTeller.load();
+    if (teller == nullptr || !now.isDurable)
+        return false;
+    try {
+        teller(cleanText(now.problem));
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 /// What standard error is told of an entry: the entry, and why. Without memory, the entry.
 void tellEntry(const commit& now) noexcept
 {
@@ -284,10 +301,12 @@ void storeEntry(const ErrlEntry& entry) noexcept
         now.stored.line = toReducedLine(facts, entry.state()->first.words.src, reduced);
     }
     storeLine(now);
-    if (now.isTold)
+    if (now.isTold && !tellPeople(now))
         tellEntry(now);
     tellStandardError(now.notes);
 }
+
+void tellSpooled(void (*teller)(const std::string& problem)) { spoolTeller = teller; }
 
 entryList listEntries(const entryFilter& filter)
 {

@@ -92,6 +92,10 @@ struct entryList {
 /// Finds entries. No log at all is an empty list without an error. An entry committed twice is there twice.
 entryList listEntries(const entryFilter& filter = {});
 
+/// Is told why the store took no entry, in the place of the entry's JSON on standard error, whenever the spool has it. What neither store nor
+/// spool took goes to standard error all the same. For programs that speak to people; null, as at first, for all others. It makes no entries.
+void tellSpooled(void (*teller)(const std::string& problem));
+
 /// Deletes every entry. A damaged database is set aside as `errors.db.damaged`, and a new one begins. @return why it failed, empty when done
 std::string clearEntries();
 
