@@ -107,7 +107,8 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
         result = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     } while (result != 0 && errno == EINTR);
     if (result != 0) {
-        m_error = m_socket + ": " + std::strerror(errno);
+        m_systemError = errno;
+        m_error       = m_socket + ": " + std::strerror(m_systemError);
         close(m_descriptor);
         m_descriptor = -1;
     }
@@ -115,7 +116,7 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
 
 Connection::Connection(Connection&& other) noexcept
     : m_descriptor(std::exchange(other.m_descriptor, -1)), m_identifier(other.m_identifier), m_timeout(other.m_timeout),
-      m_socket(std::move(other.m_socket)), m_error(std::move(other.m_error))
+      m_socket(std::move(other.m_socket)), m_error(std::move(other.m_error)), m_systemError(other.m_systemError)
 {
 }
 
@@ -212,6 +213,7 @@ answer Connection::request(std::uint16_t type, std::vector<std::uint8_t> payload
     answer result;
     if (!connected()) {
         result.message = m_error;
+        result.error   = m_systemError;
         return result;
     }
     frame      wanted{++m_identifier, type, 0, 0, 0, std::move(payload)};

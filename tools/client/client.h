@@ -30,7 +30,8 @@ struct answer {
     std::uint32_t             returnCode = 0;
     std::uint32_t             logId      = 0; ///< error entry, 0 none
     std::uint8_t              flags      = 0;
-    std::string               message; ///< one line for people, empty when done; bytes from outside are escaped
+    int                       error      = 0; ///< when unreachable: the errno of connecting, 0 unknown
+    std::string               message;        ///< one line for people, empty when done; bytes from outside are escaped
     std::vector<std::uint8_t> data;
 
     [[nodiscard]] explicit operator bool() const { return what == outcome::done; }
@@ -76,6 +77,7 @@ private:
     std::chrono::milliseconds m_timeout;
     std::string               m_socket;
     std::string               m_error;
+    int                       m_systemError = 0; ///< of connecting
 };
 
 } // namespace kest::client

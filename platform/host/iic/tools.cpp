@@ -47,7 +47,7 @@ scanResult toolBus::probe(std::uint8_t address)
         return {.address = address, .state = presence::heldByDriver, .reason = {}};
     }
     const outcome end = m_wires->probe(address, probeMethod::safe, {}).end;
-    scanResult    result{.address = address, .state = presence::uncertain, .reason = nameOf(end)};
+    scanResult result{.address = address, .state = presence::uncertain, .reason = nameOf(end), .error = errnoOf(end)};
     if (end == outcome::done) {
         result = {.address = address, .state = presence::present, .reason = {}};
     } else if (end == outcome::addressNotAcknowledged) {

@@ -23,7 +23,8 @@ enum class presence : std::uint8_t {
 struct scanResult {
     std::uint8_t address = 0; ///< 8-bit form
     presence     state   = presence::absent;
-    std::string  reason; ///< when uncertain
+    std::string  reason;    ///< when uncertain
+    int          error = 0; ///< when uncertain: the errno that a transfer would have ended with
 };
 
 /// The addresses that devices can have, 8-bit form: the ones outside are reserved.
