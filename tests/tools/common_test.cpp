@@ -1,4 +1,9 @@
+#include <array>
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/host/errorlog/store.h"
 #include "tests/host/fakekernel.h"
@@ -180,7 +185,7 @@ TEST(DriversAddresses, AreRefusedUnlessForced)
     test::FakeKernel kernel;
     kernel.held           = {0x50, 0x40};
     const auto complained = [](const char* text, bool force) {
-        return complaint([&] { refuseDriversAddress(parseDeviceText(text), force); });
+        return complaint([&] { refuseDoubtfulWrite(parseDeviceText(text), force); });
     };
     EXPECT_EQ("3 a driver of the kernel has A0 = 0x50", complained("/dev/i2c-7,L,2C0256,A0", false));
     EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", true));
@@ -265,6 +270,16 @@ TEST(Escape, NothingReachesATerminalThatIsNotPrintable)
     EXPECT_EQ(std::string("\\x00") + "x", escaped(std::string_view("\0x", 2)));
 }
 
+TEST(Escape, WordsForAShell)
+{
+    EXPECT_EQ("sim:planar,L,2C0256,A0", shellWord("sim:planar,L,2C0256,A0"));
+    EXPECT_EQ("/tmp/a-b_c.json", shellWord("/tmp/a-b_c.json"));
+    EXPECT_EQ("''", shellWord(""));
+    EXPECT_EQ("'two words'", shellWord("two words"));
+    EXPECT_EQ("'$(reboot);*'", shellWord("$(reboot);*"));
+    EXPECT_EQ("'it'\"'\"'s'", shellWord("it's"));
+}
+
 TEST(Failures, AreOneLine)
 {
     EXPECT_EQ("kestctl: planar-vpd: detect: nothing answers; check power [log 0x50000012]",
@@ -279,13 +294,37 @@ TEST(Failures, AreOneLine)
 
 TEST(Failures, ErrnoDecidesTheExitCode)
 {
-    EXPECT_EQ(exitAbsent, adviceFor(ENXIO).code);
-    EXPECT_EQ(exitAbsent, adviceFor(ENODEV).code);
-    EXPECT_EQ(exitAbsent, adviceFor(ENOENT).code);
-    EXPECT_EQ(exitBusy, adviceFor(EBUSY).code);
-    EXPECT_EQ(exitRefused, adviceFor(EACCES).code);
+    const busName bus{"/dev/i2c-9"};
+    EXPECT_EQ(exitAbsent, adviceFor(ENXIO, bus).code);
+    EXPECT_EQ(exitAbsent, adviceFor(ENODEV, bus).code);
+    EXPECT_EQ(exitAbsent, adviceFor(ENOENT, bus).code);
+    EXPECT_EQ(exitBusy, adviceFor(EBUSY, bus).code);
+    EXPECT_EQ(exitRefused, adviceFor(EACCES, bus).code);
     for (const int error : {EIO, ETIME, ENODATA, ENOSYS, EINVAL, EBADF, ENOSPC})
-        EXPECT_EQ(exitFailed, adviceFor(error).code) << error;
+        EXPECT_EQ(exitFailed, adviceFor(error, bus).code) << error;
+}
+
+TEST(Failures, HintsNameTheBusAndItsNode)
+{
+    EXPECT_EQ("check address and power; 'kestctl scan /dev/i2c-9' shows what does",
+              adviceFor(ENXIO, {"/dev/i2c-9", "L"}).tryThis);
+    EXPECT_EQ("check address and power; 'kestctl scan /dev/i2c-9 --node 1' shows what does",
+              adviceFor(ENXIO, {"/dev/i2c-9", "1"}).tryThis);
+    EXPECT_EQ("check address and power; 'kestctl scan 'sim:a b'' shows what does",
+              adviceFor(ENXIO, {"sim:a b", "L"}).tryThis);
+    EXPECT_EQ(
+        "'kestctl reset /dev/i2c-9 --node 1' frees a held bus, 'kestctl scan /dev/i2c-9 --node 1' shows what answers",
+        adviceFor(ETIME, {"/dev/i2c-9", "1"}).tryThis);
+    EXPECT_EQ("'ls /dev/i2c-*' shows the adapters there are; the kernel's module i2c-dev makes them",
+              adviceFor(ENOENT, {"/dev/i2c-9", "L"}).tryThis);
+    EXPECT_EQ("", adviceFor(ENODATA, {"/dev/i2c-9", "L"}).tryThis); // the caller names the entry
+}
+
+/// Some adapters end the transfer to a missing chip by a time-out.
+TEST(Failures, ATimeOutIsNotTakenForAHeldBusAlone)
+{
+    EXPECT_EQ("no answer in time: the bus is held, the chip stayed busy, or none is there",
+              adviceFor(ETIME, {"/dev/i2c-9", "L"}).what);
 }
 
 /// An entry as the library makes them.
@@ -369,6 +408,38 @@ TEST(Progress, TellsRateAndTimeLeft)
     EXPECT_EQ("300 B of 300 B, 150 B/s, 0 s left", progressText(300, 300, 2s));
 }
 
+/// What a terminal of a type is shown of progress.
+std::string progressOn(const char* terminalType)
+{
+    int         terminal = -1;
+    const pid_t child    = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        setenv("TERM", terminalType, 1);
+        {
+            progress shown("read", 100, 0ms);
+            shown.update(50);
+        }
+        std::fputs("end", stderr);
+        _exit(0);
+    }
+    std::string          text;
+    std::array<char, 99> bytes{};
+    for (ssize_t got = 0; (got = read(terminal, bytes.data(), bytes.size())) > 0;)
+        text.append(bytes.data(), static_cast<std::size_t>(got));
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    return text;
+}
+
+TEST(Progress, IsNotForTerminalsThatTakeNoSequences)
+{
+    EXPECT_EQ("end", progressOn("dumb"));
+    EXPECT_EQ("end", progressOn(""));
+    const std::string shown = progressOn("xterm");
+    EXPECT_TRUE(shown.starts_with("\r\033[Kread: 50 B of 100 B, ")) << shown;
+    EXPECT_TRUE(shown.ends_with("\r\033[Kend")) << shown;
+}
+
 TEST(Times, AreUtc)
 {
     EXPECT_EQ("1970-01-01T00:00:00.000Z", timeText(0));
@@ -376,6 +447,8 @@ TEST(Times, AreUtc)
     EXPECT_EQ("1969-12-31T23:59:59.999Z", timeText(-1));
     EXPECT_EQ(1709164800000, parseTime("2024-02-29", "--since"));
     EXPECT_EQ(1709210096000, parseTime("2024-02-29T12:34:56Z", "--since"));
+    for (const char* text : {"2024-02-30", "2023-02-29T00:00:00Z", "2024-04-31T12:00", "2024-05-01T12:00:60Z"})
+        EXPECT_NE("", complaint([text] { static_cast<void>(parseTime(text, "--since")); })) << text;
     EXPECT_NEAR(static_cast<double>(nowMs() - 7'200'000), static_cast<double>(parseTime("2h", "--since")), 60'000);
     EXPECT_EQ("2 --since 'soon': expected a time such as 2024-05-01, 2024-05-01T12:00:00Z, 90s, 15m, 2h or 7d",
               complaint([] { static_cast<void>(parseTime("soon", "--since")); }));

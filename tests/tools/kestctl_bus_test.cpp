@@ -215,5 +215,31 @@ TEST_F(KestctlDetect, AHeldBusIsNoAbsence)
     EXPECT_THAT(result.errors, HasSubstr("'kestctl reset sim:planar' frees a held bus"));
 }
 
+TEST_F(KestctlDetect, AnAdapterThatIsGoneIsNoHeldBus)
+{
+    says({"sim", "fault", "add", "gone"});
+    const runResult result = kestctl({"detect", "planar-vpd"});
+    EXPECT_EQ(4, result.exit);
+    EXPECT_THAT(result.errors, StartsWith("kestctl: planar-vpd: detect: the bus is gone, or its node is not mapped; "));
+}
+
+TEST_F(KestctlDetect, AHeldBusIsToldWithItsLine)
+{
+    says({"sim", "fault", "add", "hold-sda", "--bus", "planar", "--count", "1"});
+    const runResult result = kestctl({"detect", "planar-vpd"});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_THAT(result.errors, StartsWith("kestctl: planar-vpd: detect: the bus is held: SDA stays low; 'kestctl reset "
+                                          "sim:planar' frees a held bus [log 0x"));
+}
+
+TEST_F(KestctlDetect, AMissingKernelBusHasAHintThatHelps)
+{
+    EXPECT_THAT(kestctl({"detect", "/dev/i2c-254,L,2C0256,A0"}).errors,
+                StartsWith("kestctl: /dev/i2c-254,L,2C0256,A0: detect: there is no such bus; 'ls /dev/i2c-*' shows the "
+                           "adapters there are; the kernel's module i2c-dev makes them [log 0x"));
+    EXPECT_THAT(kestctl({"scan", "/dev/i2c-254"}).errors,
+                StartsWith("kestctl: /dev/i2c-254: open: there is no such bus; 'ls /dev/i2c-*' shows the adapters"));
+}
+
 } // namespace
 } // namespace kest::test

@@ -126,15 +126,19 @@ TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
     EXPECT_EQ(4, none.exit);
     EXPECT_THAT(none.errors, StartsWith(std::string(warning) + "kestctl: planar-vpd: read by message: there is no "
                                                                "persisted copy; "));
-    says({"copy", "import", "0", file("zero", "0123456789")});
+    says({"copy", "import", "0", file("zero", "0123456789"), "--force"});
     const runResult read = message({"read", "planar-vpd", "--offset", "2", "--length", "4", "-o", "-"});
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ("2345", read.output);
     EXPECT_EQ(warning, read.errors);
-    const runResult cut = message({"read", "planar-vpd", "--length", "20", "-o", "-"});
-    EXPECT_EQ(0, cut.exit);
-    EXPECT_EQ("0123456789", cut.output);
-    EXPECT_EQ(std::string(warning) + "kestctl: planar-vpd: 10 of 20 bytes came: the copy ends there\n", cut.errors);
+    const std::string target = (folder() / "out.bin").string();
+    const runResult   cut    = message({"read", "planar-vpd", "--length", "20", "-o", target});
+    EXPECT_EQ(1, cut.exit); // fewer bytes than asked for are a failure
+    EXPECT_EQ(std::string(warning) +
+                  "kestctl: planar-vpd: read by message: 10 of 20 bytes came from offset 0; --length "
+                  "10 reads what there is\n",
+              cut.errors);
+    EXPECT_FALSE(std::filesystem::exists(target));
     const std::string before  = image("system");
     const runResult   written = message({"write", "planar-vpd", "--hex", "5858", "--yes"});
     EXPECT_EQ(0, written.exit);
@@ -152,7 +156,7 @@ TEST_F(KestctlMessage, WholeDeviceOfMixedModeIsCut)
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ(image("system").substr(0, 16), read.output);
     EXPECT_EQ(warning, read.errors);
-    says({"copy", "import", "0", file("zero", "0123456789")});
+    says({"copy", "import", "0", file("zero", "0123456789"), "--force"});
     EXPECT_EQ("0123", message({"read", "planar-vpd", "--length", "4", "-o", "-"}).output);
 }
 
@@ -206,6 +210,8 @@ TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
     serve("HWareMode", "raw_users = [" + std::to_string(geteuid()) + "]");
     EXPECT_THAT(complaint(4, {"read", "sim:planar,L,2C0256,AE", "--length", "1"}),
                 HasSubstr("sim:planar,L,2C0256,AE: read by message: nothing answers; check address and power"));
+    EXPECT_THAT(complaint(4, {"read", "sim:planar,L,2C0256,50", "--length", "1"}),
+                HasSubstr("a device answers at A0 = 0x50: write A0"));
     EXPECT_THAT(complaint(4, {"write", "sim:nowhere,L,2C0256,A0", "--hex", "00", "--yes"}), HasSubstr("no such bus"));
     EXPECT_THAT(complaint(2, {"write", "sim:planar,L,922,80,9,2C0128,A2", "--hex", "00", "--yes"}),
                 HasSubstr("the hub has no such port"));
@@ -219,6 +225,32 @@ TEST_F(KestctlMessage, DeviceThatTheTableDoesNotHaveIsRefused)
     EXPECT_THAT(complaint(3, {"read", "sim:planar,L,2C0256,C0", "--length", "1"}),
                 StartsWith("sim:planar,L,2C0256,C0: read by message: 'sim:planar,L,2C0256,C0' is no device of the "
                            "device table; 'kestctl errors show 0x"));
+}
+
+TEST_F(KestctlMessage, AReplyWithoutBytesFails)
+{
+    FakeService     fake([](RawClient& service) {
+        const auto request = service.receive();
+        ASSERT_TRUE(request);
+        service.send(frame{request->identifier, request->type, 0x42, 0, 0, {}});
+    });
+    const runResult none = message({"read", "panel-vpd", "--length", "4", "--socket", fake.path().string()});
+    EXPECT_EQ(1, none.exit);
+    EXPECT_EQ("", none.output);
+    EXPECT_EQ("kestctl: panel-vpd: read by message: 0 of 4 bytes came from offset 0\n", none.errors);
+}
+
+TEST_F(KestctlMessage, ASocketThatMayNotBeUsedIsRefused)
+{
+    if (!letStrangersIn())
+        GTEST_SKIP() << "a user without rights can't start the programs here";
+    const std::string path   = (folder() / "socket").string();
+    const int         socket = boundSocket(path, SOCK_STREAM);
+    ASSERT_EQ(0, chmod(path.c_str(), 0));
+    const runResult refused = message({"read", "panel-vpd", "--socket", path}, {.stranger = true});
+    close(socket);
+    EXPECT_EQ(3, refused.exit);
+    EXPECT_THAT(refused.errors, HasSubstr(": Permission denied; run it as a user who may use the service's socket\n"));
 }
 
 /// What a service answers, told as the client's configuration has it.

@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <map>
@@ -18,6 +19,7 @@
 #include <pty.h>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -70,6 +72,8 @@ struct runOptions {
     std::string                        outputTo = {}; ///< standard output goes to this file, "/dev/full" for instance
     bool                               closeOutput = false; ///< nobody reads standard output
     std::vector<int>                   closed      = {};    ///< of 0, 1 and 2: what it is started without
+    std::uint64_t                      largestFile = 0;     ///< no file may grow beyond so many bytes; 0 any may
+    bool                               stranger    = false; ///< run by root, it is a user without any rights
     bool                      terminal = false;    ///< all three streams are one terminal; `output` has what it shows
     std::chrono::milliseconds limit    = 60'000ms; ///< the program is killed after this, and `signal` says so
 };
@@ -201,6 +205,7 @@ private:
             }
             for (const int number : m_options.closed)
                 close(number);
+            limit();
             for (const auto& [name, value] : m_options.environment)
                 setenv(name.c_str(), value.c_str(), 1);
             if (!m_options.folder.empty() && chdir(m_options.folder.c_str()) < 0)
@@ -224,6 +229,20 @@ private:
         fcntl(m_input, F_SETFL, fcntl(m_input, F_GETFL) | O_NONBLOCK);
         if (m_options.closeOutput)
             closeEnd(m_output);
+    }
+
+    /// In the child: what it may not do.
+    void limit() const
+    {
+        if (m_options.largestFile != 0) {
+            const rlimit bound{m_options.largestFile, m_options.largestFile};
+            std::signal(SIGXFSZ, SIG_IGN); // the write fails instead, as on a full disk
+            setrlimit(RLIMIT_FSIZE, &bound);
+        }
+        constexpr unsigned nobody = 65534;
+        if (m_options.stranger && geteuid() == 0 &&
+            (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
+            _exit(126);
     }
 
     /// Moves what can be moved, waiting for something. @return false when both outputs have ended, or time is up
@@ -305,6 +324,17 @@ protected:
     [[nodiscard]] runResult kestctl(std::vector<std::string> arguments, runOptions options = {}) const
     {
         return run("kestctl", std::move(arguments), configured(std::move(options)));
+    }
+    /// Lets users without any rights read what is in the folder. @return whether they can start the programs
+    [[nodiscard]] bool letStrangersIn() const
+    {
+        using std::filesystem::perms;
+        constexpr perms others = perms::others_read | perms::others_exec;
+        std::filesystem::permissions(folder(), others, std::filesystem::perm_options::add);
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder()))
+            std::filesystem::permissions(entry.path(), entry.is_directory() ? others : perms::others_read,
+                                         std::filesystem::perm_options::add);
+        return run("kestctl", {"--version"}, {.stranger = true}).exit == 0;
     }
     /// kestctl's standard output; the test fails when it does not end with exit code 0 and nothing on standard error.
     std::string says(std::vector<std::string> arguments, runOptions options = {}) const

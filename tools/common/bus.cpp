@@ -1,10 +1,10 @@
 #include "tools/common/bus.h"
 
 #include <cerrno>
+#include <fmt/format.h>
 
 #include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
-#include "tools/common/machine.h"
 #include "tools/common/number.h"
 
 namespace kest::tools
@@ -14,20 +14,20 @@ namespace
 
 failure busFailure(int error, const busName& bus, const std::string& step)
 {
-    errnoAdvice advice = adviceFor(error);
+    errnoAdvice advice = adviceFor(error, bus);
     if (error == ENXIO || error == ETIME) { // here they speak of the bus, and its reset has been tried
         advice.what    = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";
     }
-    const auto trouble = error == ENOENT || error == ENODEV ? simulatedBusTrouble(bus.path, bus.node) : std::nullopt;
-    if (trouble)
-        advice = {trouble->code, trouble->what, ""};
     return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
 }
 
 } // namespace
 
-std::int32_t nodeNumber(const std::string& node) { return node == "L" || node == "l" ? -1 : node.front() - '0'; }
+std::int32_t nodeNumber(const std::string& node)
+{
+    return node.empty() || node == "L" || node == "l" ? -1 : node.front() - '0';
+}
 
 std::string busText(const busName& bus) { return bus.node == "L" ? bus.path : bus.path + " on node " + bus.node; }
 
@@ -47,11 +47,30 @@ bool answersAt(const busName& bus, std::uint8_t address)
     return opened != nullptr && opened->probe(address).state == host::iic::presence::present;
 }
 
-void refuseDriversAddress(const device& which, bool force)
+int errnoAt(const busName& bus, std::uint8_t address)
 {
+    int        error  = 0;
+    const auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
+    if (opened == nullptr)
+        return error;
+    const host::iic::scanResult now = opened->probe(address);
+    return now.state == host::iic::presence::absent ? ENXIO : now.error;
+}
+
+void refuseDoubtfulWrite(const device& which, bool force)
+{
+    if (force)
+        return;
+    if (const std::optional<device> other = otherTypeAt(which))
+        throw failure{.code = exitWrongUse,
+                      .what = fmt::format("the device table has a {}, {}, at {}", other->end().type->chip, other->label,
+                                          addressText(other->end().address)),
+                      .tryThis = "--force writes all the same",
+                      .device  = which.label,
+                      .step    = "write"};
     const std::uint8_t address = which.head().address;
     int                error   = 0;
-    const auto         opened  = force ? nullptr : host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);
+    const auto         opened  = host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);
     if (opened != nullptr && opened->heldByDriver(address))
         throw failure{.code    = exitRefused,
                       .what    = "a driver of the kernel has " + addressText(address),

@@ -152,6 +152,16 @@ void checkOrder(const fields& text, const std::vector<deviceLink>& links)
         throw text.wrong(fmt::format("puts a {} behind a {}", last.chip, before.chip));
 }
 
+/// The row of a number; of several the one at the lowest position. Null when there is none.
+const host::deviceEntry* findNumber(std::uint64_t number)
+{
+    const host::deviceEntry* found = nullptr;
+    for (const host::deviceEntry& entry : host::currentConfiguration().devices)
+        if (entry.number == number && (found == nullptr || entry.position < found->position))
+            found = &entry;
+    return found;
+}
+
 const host::deviceEntry* findEntry(const std::string& nameOrNumber)
 {
     const auto& table = host::currentConfiguration().devices;
@@ -160,9 +170,16 @@ const host::deviceEntry* findEntry(const std::string& nameOrNumber)
         return &*named;
     if (nameOrNumber.empty() || !isDigit(nameOrNumber.front()))
         return nullptr;
-    const std::uint64_t number   = parseNumber(nameOrNumber, "device number", 0xFFFFFFFF);
-    const auto          numbered = std::ranges::find(table, number, &host::deviceEntry::number);
-    return numbered == table.end() ? nullptr : &*numbered;
+    return findNumber(parseNumber(nameOrNumber, "device number", 0xFFFFFFFF));
+}
+
+bool samePlace(const device& one, const device& other)
+{
+    const auto sameLink = [](const deviceLink& here, const deviceLink& there) {
+        return here.address == there.address && here.port == there.port;
+    };
+    return one.bus == other.bus && nodeNumber(one.node) == nodeNumber(other.node) &&
+           std::ranges::equal(one.links, other.links, sameLink);
 }
 
 } // namespace
@@ -229,6 +246,41 @@ device findDevice(const std::string& nameOrText)
     return found;
 }
 
+bool copyIsItsOwn(const device& which)
+{
+    const host::deviceEntry* owner = findNumber(which.number);
+    return owner == nullptr || owner->position == which.position;
+}
+
+void refuseForeignCopy(const device& which)
+{
+    if (copyIsItsOwn(which))
+        return;
+    const host::deviceEntry& owner = *findNumber(which.number);
+    throw failure{.code = exitWrongUse,
+                  .what =
+                      fmt::format("persisted copies are kept by device number alone, and the copy of 0x{:X} is that "
+                                  "of {}, at position {}",
+                                  which.number, owner.name.empty() ? "the device" : owner.name, owner.position),
+                  .tryThis = "give it a number of its own in the device table",
+                  .device  = which.label};
+}
+
+std::optional<device> otherTypeAt(const device& which)
+{
+    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
+        try {
+            device other = parseDeviceText(entry.location);
+            if (samePlace(which, other) && which.end().type != other.end().type) {
+                other.label = entry.name.empty() ? fmt::format("device 0x{:X}", entry.number) : entry.name;
+                return other;
+            }
+        } catch (const failure&) { // 'kestctl devices' tells of rows that are no devices
+        }
+    }
+    return std::nullopt;
+}
+
 busName findBus(const std::string& pathOrDevice)
 {
     std::string why;
@@ -277,6 +329,8 @@ std::string detectionText(const device& which)
 
 std::string wrongFormHint(const device& which)
 {
+    if (which.links.empty())
+        return {};
     const unsigned address = which.head().address;
     const busName  bus{which.bus, which.node};
     if (answersAt(bus, which.head().address)) // a hub that is there: what is missing is behind it

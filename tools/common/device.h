@@ -64,6 +64,14 @@ struct device {
 /// Throws a `failure`: 2 for a malformed text, 4 for a name or number that the table does not have.
 [[nodiscard]] device findDevice(const std::string& nameOrText);
 
+/// Persisted copies are kept by device number alone: of rows of the table with one number, the copy is that of the lowest position.
+[[nodiscard]] bool copyIsItsOwn(const device& which);
+/// Throws a `failure` (exit code 2) when the copy under the device's number is another's.
+void refuseForeignCopy(const device& which);
+
+/// A device of the device table that is of another type and yet at the same place: one of the two is wrong. Nothing when there is none.
+[[nodiscard]] std::optional<device> otherTypeAt(const device& which);
+
 /// A bus named by path ("sim:planar", "/dev/i2c-1"), or by a device text or name on it. Throws as findDevice().
 struct busName {
     std::string path;

@@ -9,6 +9,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <system_error>
 #include <unistd.h>
 
@@ -22,18 +23,128 @@ namespace kest::tools
 namespace
 {
 
-constexpr const char* formatName   = "kest-dump-1";
-constexpr std::size_t bytesPerLine = 32;
+using nlohmann::json;
+using nlohmann::ordered_json;
 
-/// A value of the dump's JSON, or a failure that names the key.
-template <typename Value>
-Value valueOf(const nlohmann::json& dump, const std::string& fileName, const char* key, const char* expected)
+constexpr const char* formatName    = "kest-dump-2";
+constexpr const char* oldFormatName = "kest-dump-1"; ///< has neither number nor mode, and its sum covers the data alone
+constexpr std::size_t bytesPerLine  = 32;
+
+/// The text that a JSON value stands as in sums and files.
+std::string textOf(const ordered_json& value, int indent)
 {
-    try {
-        return dump.at(key).get<Value>();
-    } catch (const nlohmann::json::exception&) {
-        throw wrongUse(fmt::format("{}: key \"{}\": expected {}", fileName, key, expected));
+    return value.dump(indent, ' ', true, ordered_json::error_handler_t::replace);
+}
+
+/// All of a dump but its sum.
+ordered_json withoutSum(const dumpContents& contents)
+{
+    ordered_json    lines = ordered_json::array();
+    const std::span bytes(contents.bytes);
+    for (std::size_t at = 0; at < bytes.size(); at += bytesPerLine)
+        lines.push_back(hexDigits(bytes.subspan(at, std::min(bytesPerLine, bytes.size() - at))));
+    return {{"format", formatName},
+            {"device", contents.text},
+            {"name", contents.name},
+            {"number", contents.number},
+            {"mode", modeWord(contents.mode)},
+            {"offset", contents.offset},
+            {"length", bytes.size()},
+            {"data", lines}};
+}
+
+/// Of the contents as one line of JSON: every value counts, and how a file is laid out does not.
+std::string sumOf(const dumpContents& contents)
+{
+    const std::string text = textOf(withoutSum(contents), -1);
+    return fmt::format("{:08x}", crc32(std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size())));
+}
+
+/// The JSON of a dump file, taken key by key; every complaint names file and key.
+class dumpReader
+{
+public:
+    dumpReader(const std::string& fileName, const std::string& text) : m_fileName(fileName)
+    {
+        std::set<std::string> keys;
+        const auto            noteKey = [&](int depth, json::parse_event_t event, const json& value) {
+            if (event == json::parse_event_t::key && depth == 1 && !keys.insert(value.get<std::string>()).second)
+                throw wrong(value.get<std::string>(), "is there twice");
+            return true;
+        };
+        m_dump = json::parse(text, noteKey, false);
+        if (!m_dump.is_object())
+            throw wrongUse(m_fileName + ": not a dump file (no JSON object)", "'kestctl seeprom dump' makes one");
     }
+
+    std::string text(const char* key, const char* expected)
+    {
+        const json& value = take(key, expected);
+        if (!value.is_string())
+            throw wrong(key, std::string("expected ") + expected);
+        return value.get<std::string>();
+    }
+
+    std::uint32_t number(const char* key)
+    {
+        constexpr const char* expected = "a whole number of 32 bits";
+        const json&           value    = take(key, expected);
+        if (!value.is_number_unsigned() || value.get<std::uint64_t>() > 0xFFFFFFFFU)
+            throw wrong(key, std::string("expected ") + expected);
+        return value.get<std::uint32_t>();
+    }
+
+    byteVector data()
+    {
+        constexpr const char* expected = "texts of hexadecimal digits";
+        byteVector            bytes;
+        const json&           lines = take("data", expected);
+        if (!lines.is_array())
+            throw wrong("data", std::string("expected ") + expected);
+        for (const json& line : lines) {
+            if (!line.is_string())
+                throw wrong("data", std::string("expected ") + expected);
+            const byteVector more = parseHex(line.get<std::string>(), m_fileName + ": key \"data\"");
+            bytes.insert(bytes.end(), more.begin(), more.end());
+        }
+        return bytes;
+    }
+
+    /// Throws when a key is left that nobody took.
+    void end() const
+    {
+        for (const auto& [key, value] : m_dump.items())
+            if (!m_taken.contains(key))
+                throw wrong(key, "is not known");
+    }
+
+    [[nodiscard]] failure wrong(const std::string& key, const std::string& complaint) const
+    {
+        return wrongUse(fmt::format("{}: key \"{}\": {}", m_fileName, key, complaint));
+    }
+
+private:
+    const json& take(const char* key, const char* expected)
+    {
+        const auto found = m_dump.find(key);
+        if (found == m_dump.end())
+            throw wrong(key, std::string("expected ") + expected);
+        m_taken.insert(key);
+        return *found;
+    }
+
+    const std::string&    m_fileName;
+    json                  m_dump;
+    std::set<std::string> m_taken;
+};
+
+accessMode readPlace(dumpReader& dump)
+{
+    const std::string word = dump.text("mode", "\"hardware\" or \"file\"");
+    for (const accessMode place : {accessMode::hardware, accessMode::file})
+        if (word == modeWord(place))
+            return place;
+    throw dump.wrong("mode", "expected \"hardware\" or \"file\"");
 }
 
 /// A name that is safe in a file name.
@@ -61,25 +172,13 @@ int createUndo(int place, const std::filesystem::path& folder, const std::string
     return file;
 }
 
-bool writeAll(int file, const std::string& text)
+/// Nothing has been written then: the device is as it was.
+[[noreturn]] void throwUnsaved(int error, const std::string& step, const std::string& path,
+                               const dumpContents& contents)
 {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = ::write(file, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR)
-            return false;
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    return fsync(file) == 0;
-}
-
-void syncFolder(const std::filesystem::path& folder)
-{
-    const int handle = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (handle >= 0) {
-        fsync(handle);
-        close(handle);
-    }
+    failure why = systemFailure(error, step, path);
+    logFailure(why, {.reason = reasonUndoUnsaved, .words = {static_cast<std::uint32_t>(error)}, .text = contents.text});
+    throw why;
 }
 
 } // namespace
@@ -95,64 +194,70 @@ std::uint32_t crc32(std::span<const unsigned char> bytes)
     return ~sum;
 }
 
+dumpContents dumpOf(const seeprom& chip, std::uint32_t offset, const byteVector& bytes)
+{
+    return {.text   = chip.target().text,
+            .name   = chip.target().label,
+            .number = chip.target().number,
+            .mode   = chip.touchesHardware() ? accessMode::hardware : accessMode::file,
+            .offset = offset,
+            .bytes  = bytes};
+}
+
 std::string dumpText(const dumpContents& contents)
 {
-    nlohmann::ordered_json lines = nlohmann::ordered_json::array();
-    const std::span        bytes(contents.bytes);
-    for (std::size_t at = 0; at < bytes.size(); at += bytesPerLine)
-        lines.push_back(hexDigits(bytes.subspan(at, std::min(bytesPerLine, bytes.size() - at))));
-    const nlohmann::ordered_json dump{{"format", formatName},   {"device", contents.text},
-                                      {"name", contents.name},  {"offset", contents.offset},
-                                      {"length", bytes.size()}, {"sum", fmt::format("{:08x}", crc32(bytes))},
-                                      {"data", lines}};
-    return dump.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    ordered_json dump = withoutSum(contents);
+    dump["sum"]       = sumOf(contents);
+    return textOf(dump, 2) + "\n";
 }
 
 dumpContents parseDump(const std::string& fileName, const std::string& text)
 {
-    const nlohmann::json dump = nlohmann::json::parse(text, nullptr, false);
-    if (!dump.is_object())
-        throw wrongUse(fileName + ": not a dump file (no JSON object)", "'kestctl seeprom dump' makes one");
-    if (valueOf<std::string>(dump, fileName, "format", "\"kest-dump-1\"") != formatName)
-        throw wrongUse(fmt::format("{}: key \"format\": expected \"{}\"", fileName, formatName));
-    dumpContents contents;
-    contents.text   = valueOf<std::string>(dump, fileName, "device", "a device text");
-    contents.name   = valueOf<std::string>(dump, fileName, "name", "a text");
-    const auto from = valueOf<std::int64_t>(dump, fileName, "offset", "a number");
-    if (from < 0 || from > 0xFFFFFFFFLL)
-        throw wrongUse(fmt::format("{}: key \"offset\": expected a number of 32 bits", fileName));
-    contents.offset = static_cast<std::uint32_t>(from);
-    for (const auto& line : valueOf<std::vector<std::string>>(dump, fileName, "data", "texts of hexadecimal digits")) {
-        const byteVector bytes = parseHex(line, fileName + ": data");
-        contents.bytes.insert(contents.bytes.end(), bytes.begin(), bytes.end());
+    dumpReader        dump(fileName, text);
+    dumpContents      contents;
+    const std::string format = dump.text("format", "\"kest-dump-2\"");
+    contents.proved          = format == formatName;
+    if (!contents.proved && format != oldFormatName)
+        throw dump.wrong("format", fmt::format("expected \"{}\"", formatName));
+    contents.text = dump.text("device", "a device text");
+    contents.name = dump.text("name", "a text");
+    if (contents.proved) {
+        contents.number = dump.number("number");
+        contents.mode   = readPlace(dump);
     }
-    if (valueOf<std::int64_t>(dump, fileName, "length", "a number") != static_cast<std::int64_t>(contents.bytes.size()))
-        throw wrongUse(fmt::format("{}: key \"length\": the data hold {} bytes", fileName, contents.bytes.size()));
-    const std::string sum = fmt::format("{:08x}", crc32(contents.bytes));
-    if (valueOf<std::string>(dump, fileName, "sum", "a check sum") != sum)
-        throw wrongUse(fmt::format("{}: the check sum does not match the data: the file was changed", fileName));
+    contents.offset            = dump.number("offset");
+    contents.bytes             = dump.data();
+    const std::uint32_t length = dump.number("length");
+    const std::string   sum    = dump.text("sum", "a check sum");
+    dump.end();
+    if (length != contents.bytes.size())
+        throw dump.wrong("length", fmt::format("the data hold {} bytes", contents.bytes.size()));
+    if (sum != (contents.proved ? sumOf(contents) : fmt::format("{:08x}", crc32(contents.bytes))))
+        throw wrongUse(fmt::format("{}: the check sum does not match the {}: the file was changed", fileName,
+                                   contents.proved ? "contents" : "data"));
     return contents;
 }
 
-std::string saveUndo(const device& which, std::uint32_t offset, const byteVector& bytes)
+std::string saveUndo(const dumpContents& contents)
 {
     const std::filesystem::path folder = host::currentConfiguration().stateFolder / "undo";
     const int                   error  = host::makeFolders(folder);
     const host::fileDescriptor  place  = host::openFolder(folder); // root's in another user's folder stay there
     if (!place.valid())
-        throw systemFailure(error != 0 ? error : errno, "save the undo file in", folder.string());
+        throwUnsaved(error != 0 ? error : errno, "save the undo file in", folder.string(), contents);
     std::string path;
-    const int   file = createUndo(place.number(), folder, which.label, path);
+    const int   file = createUndo(place.number(), folder, contents.name, path);
     if (file < 0)
-        throw systemFailure(errno, "save the undo file", path);
-    const bool written = writeAll(file, dumpText({which.text, which.label, offset, bytes}));
-    const int  why     = errno;
+        throwUnsaved(errno, "save the undo file", path, contents);
+    int why = host::writeAll(file, dumpText(contents));
+    if (why == 0 && fsync(file) != 0)
+        why = errno;
     close(file);
-    if (!written) {
+    if (why != 0) {
         unlinkat(place.number(), std::filesystem::path(path).filename().c_str(), 0);
-        throw systemFailure(why, "save the undo file", path);
+        throwUnsaved(why, "save the undo file", path, contents);
     }
-    syncFolder(folder);
+    host::syncFolder(folder);
     return path;
 }
 

@@ -10,22 +10,31 @@
 namespace kest::tools
 {
 
-/// {"format": "kest-dump-1", "device": text, "name": name, "offset": N, "length": N, "sum": "crc32 in hex", "data": ["32 bytes in hex", ...]}
+/// What a dump file holds: docs/kestctl.md describes it.
 struct dumpContents {
-    std::string   text; ///< device text
-    std::string   name; ///< as the user named it
+    std::string   text;       ///< device text
+    std::string   name;       ///< as the user named it
+    std::uint32_t number = 0; ///< of the device table, by which a persisted copy is found; 0 none
+    /// Where the bytes came from and go to: hardware, or file for the persisted copy.
+    accessMode    mode   = accessMode::hardware;
     std::uint32_t offset = 0;
     byteVector    bytes;
+    bool          proved = true; ///< read from a file whose sum covers all of it, not the data alone
 };
+
+/// @return the contents for bytes read from a device, with the place that served them
+[[nodiscard]] dumpContents dumpOf(const seeprom& chip, std::uint32_t offset, const byteVector& bytes);
 
 /// @return the file's text
 [[nodiscard]] std::string dumpText(const dumpContents& contents);
 
-/// Reads a dump file. Throws a `failure` (exit code 2) that says what is wrong with it: not JSON, a key, a length, the check sum.
+/// Reads a dump file of this format or the one before it, strictly: a key that is missing, unknown or there twice, a value of another kind,
+/// and a sum that does not match are failures (exit code 2) that say what is wrong.
 [[nodiscard]] dumpContents parseDump(const std::string& fileName, const std::string& text);
 
-/// Saves old bytes in a new file of the state folder, synced before this returns. @return its path. Throws a `failure`.
-[[nodiscard]] std::string saveUndo(const device& which, std::uint32_t offset, const byteVector& bytes);
+/// Saves old bytes in a new file of the state folder, synced before this returns. @return its path. Throws a `failure` whose entry is in the
+/// error log.
+[[nodiscard]] std::string saveUndo(const dumpContents& contents);
 
 /// CRC-32 (polynomial 0x04C11DB7, reflected, as in zip files).
 [[nodiscard]] std::uint32_t crc32(std::span<const unsigned char> bytes);

@@ -78,4 +78,16 @@ std::string escaped(std::string_view text)
     return result;
 }
 
+std::string shellWord(std::string_view word)
+{
+    constexpr std::string_view harmless = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+=:,./-";
+    if (!word.empty() && word.find_first_not_of(harmless) == std::string_view::npos)
+        return std::string(word);
+    std::string quoted = "'";
+    for (const char letter : word)
+        quoted +=
+            letter == '\'' ? std::string("'\"'\"'") : std::string(1, letter); // no backslash: escaped() doubles it
+    return quoted + "'";
+}
+
 } // namespace kest::tools

@@ -11,4 +11,7 @@ namespace kest::tools
 /// direction as "\xHH" for each byte, the backslash as "\\".
 [[nodiscard]] std::string escaped(std::string_view text);
 
+/// A word as a shell takes it: as it is when nothing in it means anything to a shell, else in single quotes. For commands that are printed.
+[[nodiscard]] std::string shellWord(std::string_view word);
+
 } // namespace kest::tools

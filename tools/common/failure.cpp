@@ -11,6 +11,7 @@
 
 #include "platform/host/errorlog/store.h"
 #include "platform/host/iic/tools.h"
+#include "platform/host/registry/configuration.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
@@ -28,6 +29,16 @@ constexpr std::uint16_t componentKest = 0x1300;
 constexpr unsigned wordReason = 2;
 constexpr unsigned wordErrno  = 4;
 
+constexpr std::uint16_t componentTools = 0x1700;
+constexpr std::uint8_t  moduleTools    = 0;
+constexpr std::uint8_t  dtlsDeviceText = 7;
+constexpr unsigned      traceBytes     = 1024; ///< of each buffer, for an entry of the tools' own
+
+/// Reason code of a detect state that is neither present nor absent, and the states it tells of.
+constexpr std::uint32_t reasonDetectState = 0x1309;
+constexpr std::uint32_t stateSclHeld      = 1;
+constexpr std::uint32_t stateSdaHeld      = 2;
+
 /// Return code of a transfer through a silent hub, which was then reset.
 constexpr std::uint32_t codeHubWasReset = 0x41000000;
 
@@ -42,8 +53,9 @@ const std::array adviceRows{
     adviceRow{ENXIO, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
     adviceRow{EIO, exitFailed, "a byte was not acknowledged, or the transfer ended short",
               "try again; a write-protected chip refuses data bytes"},
-    adviceRow{ETIME, exitFailed, "the bus is held, or the chip stayed busy", "'kestctl reset BUS' frees a held bus"},
-    adviceRow{ENODATA, exitFailed, "the hub reports an error", "'kestctl errors show' has the hub's status"},
+    adviceRow{ETIME, exitFailed, "no answer in time: the bus is held, the chip stayed busy, or none is there",
+              "'kestctl reset BUS' frees a held bus, 'kestctl scan BUS' shows what answers"},
+    adviceRow{ENODATA, exitFailed, "the hub reports an error", ""},
     adviceRow{ENODEV, exitAbsent, "the bus is gone, or its node is not mapped", "check the node map in kest.toml"},
     adviceRow{ENOENT, exitAbsent, "there is no such bus", "'kestctl topology' shows the buses there are"},
     adviceRow{EBUSY, exitBusy, "somebody else holds it", "try again in a moment"},
@@ -69,7 +81,8 @@ struct reasonRow {
 constexpr std::array reasonRows{
     reasonRow{0x1306, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
     reasonRow{0x130A, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
-    reasonRow{0x1309, exitFailed, "the bus is held, or answers oddly", "'kestctl reset BUS' frees a held bus"},
+    reasonRow{reasonDetectState, exitFailed, "the bus is held, or answers oddly",
+              "'kestctl reset BUS' frees a held bus"},
     reasonRow{0x1319, exitFailed, "the hub calls the command malformed", ""},
     reasonRow{0x131A, exitAbsent, "the device behind the hub does not answer", "check port and address"},
     reasonRow{0x131B, exitFailed, "a bus behind the hub stays held", "power-cycle what holds it"},
@@ -109,36 +122,59 @@ bool describeReason(const reasonRow* row, failure& why)
 
 void describeErrno(int error, const device& which, failure& why)
 {
-    const errnoAdvice advice = adviceFor(error);
+    const errnoAdvice advice = adviceFor(error, {which.bus, which.node});
     why.code                 = advice.code;
     why.what                 = advice.what;
     why.tryThis              = advice.tryThis;
-    if (error == EACCES) {
-        const std::string trouble = host::iic::lockFolderTrouble(which.bus, nodeNumber(which.node));
-        if (!trouble.empty()) {
-            why.what    = trouble;
-            why.tryThis = "";
-        }
-    } else if (error == ENOENT || error == ENODEV) {
-        if (const auto trouble = simulatedBusTrouble(which.bus, which.node)) {
-            why.code    = trouble->code;
-            why.what    = trouble->what;
-            why.tryThis = "";
-        }
-    }
 }
 
-void replaceBus(std::string& text, const std::string& bus)
+/// The bus as the words of a command.
+std::string busWords(const busName& bus)
 {
-    const std::size_t at = text.find("BUS");
-    if (at != std::string::npos)
-        text.replace(at, 3, bus.empty() ? "BUS" : bus);
+    if (bus.path.empty())
+        return "BUS";
+    const bool local = bus.node.empty() || bus.node == "L" || bus.node == "l";
+    return shellWord(bus.path) + (local ? "" : " --node " + bus.node);
+}
+
+void replaceBus(std::string& text, const busName& bus)
+{
+    constexpr std::string_view placeholder = " BUS'"; // of a command
+    const std::string          words       = " " + busWords(bus) + "'";
+    for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += words.size())
+        text.replace(at, placeholder.size(), words);
+}
+
+/// What to do about a bus of the kernel that is not there: the commands of kestctl know no more than the folder /dev.
+std::string linuxBusHint(const busName& bus)
+{
+    const std::int32_t node = nodeNumber(bus.node);
+    const std::string  prefix =
+        node < 0 ? "" : host::currentConfiguration().nodes.at(static_cast<std::size_t>(node)).pathPrefix;
+    return fmt::format("'ls {}i2c-*' shows the adapters there are; the kernel's module i2c-dev makes them",
+                       shellWord(prefix + "/dev/"));
+}
+
+/// Tells what a detect state that is neither present nor absent means. Asks the device once more where the state tells nothing: the entry
+/// does not know more.
+void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
+{
+    const auto src = std::ranges::find_if(
+        entry.srcs, [](const host::loggedSrc& each) { return each.words[wordReason] == reasonDetectState; });
+    const std::uint32_t state = src == entry.srcs.end() ? 0 : src->words[wordErrno];
+    if (state == stateSclHeld || state == stateSdaHeld) {
+        why.what = state == stateSclHeld ? "the bus is held: SCL stays low" : "the bus is held: SDA stays low";
+        return;
+    }
+    const int error = errnoAt({which.bus, which.node}, which.end().address);
+    if (error != 0)
+        describeErrno(error, which, why);
 }
 
 void tell(const std::string& program, bool json, const failure& why)
 {
     std::fputs((failureLine(program, why) + "\n").c_str(), stderr);
-    if (!json || standardOutput().broken())
+    if (!json)
         return;
     try {
         standardOutput().json({{"error", errorJson(why)}});
@@ -164,11 +200,22 @@ int guarded(const std::string& program, const bool& json, const std::function<in
 
 } // namespace
 
-errnoAdvice adviceFor(int error)
+errnoAdvice adviceFor(int error, const busName& bus)
 {
-    const auto* row = std::ranges::find(adviceRows, error, &adviceRow::error);
-    return row == adviceRows.end() ? errnoAdvice{exitFailed, std::strerror(error), ""}
-                                   : errnoAdvice{row->code, row->what, row->tryThis};
+    const auto* row    = std::ranges::find(adviceRows, error, &adviceRow::error);
+    errnoAdvice advice = row == adviceRows.end() ? errnoAdvice{exitFailed, std::strerror(error), ""}
+                                                 : errnoAdvice{row->code, row->what, row->tryThis};
+    const bool  lost   = error == ENOENT || error == ENODEV;
+    if (const auto trouble = lost ? simulatedBusTrouble(bus.path, bus.node) : std::nullopt)
+        return {trouble->code, trouble->what, trouble->tryThis};
+    if (const auto trouble =
+            error == EACCES ? host::iic::lockFolderTrouble(bus.path, nodeNumber(bus.node)) : std::string();
+        !trouble.empty())
+        return {advice.code, trouble, ""};
+    if (error == ENOENT && bus.path.starts_with("/dev/"))
+        advice.tryThis = linuxBusHint(bus);
+    replaceBus(advice.tryThis, bus);
+    return advice;
 }
 
 failure systemFailure(int error, const std::string& step, const std::string& object)
@@ -214,7 +261,9 @@ void describeEntry(const host::loggedEntry& entry, const device& which, failure&
         describeErrno(error, which, why);
     else if (isVerdict || std::ranges::none_of(entry.srcs, isTold))
         describeReturnCode(entry.returnCode, why);
-    replaceBus(why.tryThis, which.bus);
+    if (error == 0 && (entry.returnCode & reasonBits) == reasonDetectState && !which.links.empty())
+        describeDetectState(entry, which, why);
+    replaceBus(why.tryThis, {which.bus, which.node});
 }
 
 failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step)
@@ -226,9 +275,38 @@ failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, cons
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
     entry->commit(componentKest, ERRL_ACTION_REPORT);
     why.logId = entry->plid();
+    hintAtWrongForm(why, which);
     if (why.tryThis.empty())
         why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
     return why;
+}
+
+void hintAtWrongForm(failure& why, const device& which)
+{
+    const std::string hint = why.code == exitAbsent ? wrongFormHint(which) : "";
+    if (!hint.empty())
+        why.tryThis = hint;
+}
+
+void logFailure(failure& why, const toolEntry& what)
+{
+    const bool verify = what.reason == reasonVerifyDiffers;
+    const auto entry  = std::unique_ptr<ErrlEntry>(
+        new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
+                       moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
+                       what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
+    if (entry == nullptr) // no memory: the failure is told all the same
+        return;
+    constexpr std::uint32_t usualFailure = 0x80000000;
+    why.returnCode                       = usualFailure | what.reason;
+    entry->setRC(why.returnCode);
+    entry->addProcedureCallout(SRCI_PRIORITY_HIGH, verify ? EPUB_PROCEDURE_IIC : EPUB_PROCEDURE_SOFTWARE);
+    entry->addUsrDtls(what.text.data(), static_cast<unsigned short>(what.text.size()), componentTools, 1,
+                      dtlsDeviceText);
+    for (const char* buffer : {"kest", "IIC"})
+        entry->CollectTrace(buffer, traceBytes);
+    entry->commit(componentTools, ERRL_ACTION_REPORT);
+    why.logId = entry->plid();
 }
 
 void throwEntry(ErrlEntry* entry, const device& which, const std::string& step)
@@ -264,6 +342,7 @@ nlohmann::ordered_json errorJson(const failure& why)
 
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)
 {
+    standardOutput(); // from now on a closed pipe ends nothing
     const int code    = guarded(program, json, action);
     const int arrived = standardOutput().broken() ? exitDone : guarded(program, json, [] {
         standardOutput().flush();

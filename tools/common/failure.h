@@ -1,6 +1,7 @@
 /// How the programs end: exit codes, and failures as one line that says which device, which step and what to try.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -17,6 +18,7 @@ struct loggedEntry;
 namespace kest::tools
 {
 
+struct busName;
 struct device;
 
 /// Exit codes of the programs. Documented; the numbers stay.
@@ -51,14 +53,16 @@ struct failure {
 struct errnoAdvice {
     exitCode    code;
     std::string what;
-    std::string tryThis; ///< "BUS" in it stands for the bus's path
+    std::string tryThis;
 };
-[[nodiscard]] errnoAdvice adviceFor(int error);
+/// @param bus  that it happened on: hints name it, and a simulated one is looked up for what is wrong with it
+[[nodiscard]] errnoAdvice adviceFor(int error, const busName& bus);
 
 /// The failure for a system call.
 [[nodiscard]] failure systemFailure(int error, const std::string& step, const std::string& object);
 
-/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means.
+/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means. Where nothing answers it probes
+/// for an address in the wrong form.
 /// @param entry  not null; gone afterwards
 [[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step);
 
@@ -74,6 +78,24 @@ void describeEntry(const host::loggedEntry& entry, const device& which, failure&
 
 /// The same by the return code alone, for those who do not have the entry. @return false when it tells nothing
 bool describeReturnCode(std::uint32_t returnCode, failure& why);
+
+/// Reason codes of the tools' own failures.
+enum toolReason : std::uint16_t {
+    reasonVerifyDiffers = 0x1701, ///< words: offset, byte written, byte read
+    reasonUndoUnsaved   = 0x1702, ///< words: errno
+};
+
+/// What the error log keeps of a failure that no function of the library made an entry for.
+struct toolEntry {
+    toolReason                   reason;
+    std::array<std::uint32_t, 4> words = {}; ///< user data 1 to 4
+    std::string                  text  = {}; ///< device text
+};
+/// Commits an entry and puts its log id and return code into `why`.
+void logFailure(failure& why, const toolEntry& what);
+
+/// Puts a hint in the place of what to try when nothing answers there and the address looks like one in the wrong form. Probes.
+void hintAtWrongForm(failure& why, const device& which);
 
 /// "PROGRAM: DEVICE: STEP: WHAT; TRY [log ID]", one line, escaped, without its end.
 [[nodiscard]] std::string failureLine(const std::string& program, const failure& why);

@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <fmt/format.h>
 #include <memory>
-#include <unistd.h>
 
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
+#include "tools/common/outputfile.h"
 
 namespace kest::tools
 {
@@ -62,18 +62,9 @@ void writeOutput(const std::string& name, std::span<const unsigned char> bytes, 
         standardOutput().bytes(bytes);
         return;
     }
-    std::FILE* const file = std::fopen(name.c_str(), "wb");
-    if (file == nullptr)
-        throw systemFailure(errno, "write", name);
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && std::fflush(file) == 0;
-    const int  error   = errno;
-    const bool closed  = std::fclose(file) == 0;
-    if (!written || !closed) {
-        const int why = written ? errno : error;
-        if (name.rfind("/dev/", 0) != 0)
-            unlink(name.c_str());
-        throw systemFailure(why, "write", name);
-    }
+    outputFile file(name);
+    file.write(bytes);
+    file.finish();
 }
 
 std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes)

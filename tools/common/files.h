@@ -12,7 +12,7 @@ namespace kest::tools
 /// Reads a whole file. @param maximum  more bytes are a failure (exit code 2)
 [[nodiscard]] std::vector<unsigned char> readInput(const std::string& name, std::size_t maximum);
 
-/// Writes a whole file. A file that can't be written whole is removed again. Raw bytes go to a terminal only when forced.
+/// Writes a whole file as an `outputFile` does, or standard output. Raw bytes go to a terminal only when forced.
 void writeOutput(const std::string& name, std::span<const unsigned char> bytes, bool force);
 
 /// Lines of offset, hexadecimal digits and text, for people: at most 79 columns.

@@ -47,6 +47,8 @@ std::optional<failure> simulatedBusTrouble(const std::string& path, const std::s
         const bool        local   = node == "L" || node == "l";
         const std::string simNode =
             local ? "" : host::currentConfiguration().nodes.at(static_cast<std::size_t>(node.front() - '0')).simNode;
+        if (!local && simNode.empty()) // not mapped
+            return {};
         std::string known;
         for (const std::string& name : machine->busNames(simNode)) {
             if (name == path.substr(simulated.size()))

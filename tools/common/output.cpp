@@ -19,9 +19,8 @@ namespace
 
 bool wantsColour()
 {
-    const char* none     = std::getenv("NO_COLOR");
-    const char* terminal = std::getenv("TERM");
-    return (none == nullptr || *none == 0) && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+    const char* none = std::getenv("NO_COLOR");
+    return (none == nullptr || *none == 0) && takesSequences();
 }
 
 constexpr std::array<const char*, 6> sequences{"", "\033[1m", "\033[31m", "\033[32m", "\033[33m", "\033[2m"};
@@ -34,14 +33,20 @@ void output::check(bool good)
         return;
     const int error = errno;
     m_broken        = true;
+    if (error == EPIPE)
+        return;
     throw failure{.code = exitFailed, .what = std::strerror(error), .device = "standard output", .step = "write"};
 }
 
-void output::text(std::string_view what) { check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size()); }
+void output::text(std::string_view what)
+{
+    bytes(std::span(reinterpret_cast<const unsigned char*>(what.data()), what.size()));
+}
 
 void output::bytes(std::span<const unsigned char> what)
 {
-    check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size());
+    if (!m_broken)
+        check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size());
 }
 
 void output::json(const nlohmann::ordered_json& value, int indent)
@@ -49,7 +54,11 @@ void output::json(const nlohmann::ordered_json& value, int indent)
     text(value.dump(indent, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n");
 }
 
-void output::flush() { check(std::fflush(stdout) == 0); }
+void output::flush()
+{
+    if (!m_broken)
+        check(std::fflush(stdout) == 0);
+}
 
 bool output::terminal() const { return isatty(STDOUT_FILENO) == 1; }
 
@@ -66,6 +75,12 @@ output& standardOutput()
     static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
     static_cast<void>(ignored);
     return theOne;
+}
+
+bool takesSequences()
+{
+    const char* terminal = std::getenv("TERM");
+    return terminal != nullptr && *terminal != 0 && std::strcmp(terminal, "dumb") != 0;
 }
 
 bool canAsk() { return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1; }

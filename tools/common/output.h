@@ -18,7 +18,8 @@ enum class colour {
     faint
 };
 
-/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written: closed pipe, full disk.
+/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written: a full disk. When nobody reads any more, as
+/// behind `| head`, that is no failure: what else is written goes nowhere, and the command ends as it would have.
 class output
 {
 public:
@@ -32,7 +33,8 @@ public:
     [[nodiscard]] bool terminal() const;
     /// `what` in a colour, or as it is when standard output is no terminal or the user wants none ($NO_COLOR, TERM=dumb).
     [[nodiscard]] std::string paint(colour shade, std::string_view what) const;
-    [[nodiscard]] bool        broken() const { return m_broken; }
+    /// Nothing more arrives: nobody reads, or a write failed.
+    [[nodiscard]] bool broken() const { return m_broken; }
 
 private:
     void check(bool good);
@@ -41,6 +43,9 @@ private:
 
 /// The process's standard output. The first call makes writes to closed pipes answer EPIPE instead of ending the process.
 output& standardOutput();
+
+/// Whether $TERM is a terminal that acts on escape sequences.
+[[nodiscard]] bool takesSequences();
 
 /// Whether standard input and standard error are a terminal, so that a question can be asked.
 [[nodiscard]] bool canAsk();

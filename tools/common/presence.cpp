@@ -1,7 +1,5 @@
 #include "tools/common/presence.h"
 
-#include <memory>
-
 #include "kest/detect.h"
 #include "kest/seeprom.h"
 #include "tools/common/attributes.h"
@@ -34,15 +32,7 @@ ErrlEntry* detect(const device& which, std::uint32_t speedKhz)
 void checkPresence(const device& which, std::uint32_t speedKhz)
 {
     refuseUnservedChain(which);
-    ErrlEntry* entry = which.behindHub() ? readOneByte(which, speedKhz) : detect(which, speedKhz);
-    if (entry == nullptr)
-        return;
-    failure why = entryFailure(std::unique_ptr<ErrlEntry>(entry), which, "detect");
-    if (why.code == exitAbsent) {
-        const std::string hint = wrongFormHint(which);
-        why.tryThis            = hint.empty() ? why.tryThis : hint;
-    }
-    throw why;
+    throwEntry(which.behindHub() ? readOneByte(which, speedKhz) : detect(which, speedKhz), which, "detect");
 }
 
 } // namespace kest::tools

@@ -8,18 +8,18 @@
 
 #include "tools/common/escape.h"
 #include "tools/common/number.h"
+#include "tools/common/output.h"
 
 namespace kest::tools
 {
 namespace
 {
-constexpr std::chrono::milliseconds quiet{500};
 constexpr std::chrono::milliseconds interval{100};
 } // namespace
 
-progress::progress(std::string what, std::uint64_t total)
+progress::progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet)
     : m_what(std::move(what)), m_total(total), m_start(std::chrono::steady_clock::now()), m_next(m_start + quiet),
-      m_terminal(isatty(STDERR_FILENO) == 1)
+      m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences())
 {
 }
 

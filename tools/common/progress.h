@@ -1,4 +1,4 @@
-/// Progress of long work on standard error, when that is a terminal.
+/// Progress of long work on standard error, when that is a terminal that takes escape sequences.
 #pragma once
 
 #include <chrono>
@@ -14,7 +14,8 @@ class progress
 public:
     /// @param what   "read planar-vpd"
     /// @param total  bytes to do; 0 shows nothing
-    progress(std::string what, std::uint64_t total);
+    /// @param quiet  nothing is shown ahead of this
+    progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet = std::chrono::milliseconds(500));
     progress(const progress&)            = delete;
     progress& operator=(const progress&) = delete;
     ~progress(); ///< clears the line

@@ -1,16 +1,21 @@
 #include "tools/common/seeprom.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <fmt/format.h>
 #include <map>
 #include <string_view>
 
 #include "kest/seeprom.h"
+#include "platform/host/registry/configuration.h"
 #include "platform/host/trace/collect.h"
+#include "platform/host/vpd/copies.h"
 #include "platform/trace.h"
 #include "tools/common/buffer.h"
 #include "tools/common/bus.h"
 #include "tools/common/dumpfile.h"
+#include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
@@ -53,12 +58,46 @@ private:
     static inline int            number      = 0;
 };
 
-struct modeWord {
-    const char* word;
-    accessMode  mode;
+struct modeRow {
+    const char*      word;
+    accessMode       mode;
+    std::string_view registry; ///< what the registry's value begins with; empty: it has none
 };
-constexpr std::array modeWords{modeWord{"hardware", accessMode::hardware}, modeWord{"file", accessMode::file},
-                               modeWord{"mixed", accessMode::mixed}, modeWord{"registry", accessMode::registry}};
+constexpr std::array modes{
+    modeRow{"hardware", accessMode::hardware, "HWareMode"}, modeRow{"file", accessMode::file, "FileMode"},
+    modeRow{"mixed", accessMode::mixed, "MixedMode"}, modeRow{"registry", accessMode::registry, ""}};
+
+constexpr std::size_t mostOffsetsTold = 16;
+
+/// @return registry when the value is none of the library's modes
+accessMode registryMode()
+{
+    const auto&       registry = host::currentConfiguration().registry;
+    const auto        value    = registry.find("tavo/ReadMode");
+    const std::string text     = value == registry.end() ? "" : value->second;
+    const auto*       row      = std::ranges::find_if(
+                   modes, [&text](const modeRow& mode) { return !mode.registry.empty() && text.starts_with(mode.registry); });
+    return row == modes.end() ? accessMode::registry : row->mode;
+}
+
+/// Whether there is a copy that the device can be served from. One that can't be looked at is the library's to complain of.
+bool hasCopy(const device& which)
+{
+    std::vector<std::uint8_t> none;
+    std::uint64_t             sizeBytes = 0;
+    const int                 error     = host::readCopyPart(which.number, 0, 0, none, sizeBytes);
+    return copyIsItsOwn(which) && (error == 0 ? sizeBytes != 0 : error != ENOENT);
+}
+
+/// Offsets from `first` on at which byte strings of one length differ.
+std::vector<std::uint32_t> differing(std::uint32_t first, const byteVector& one, const byteVector& other)
+{
+    std::vector<std::uint32_t> offsets;
+    for (std::uint32_t at = 0; at < one.size(); ++at)
+        if (one[at] != other[at])
+            offsets.push_back(first + at);
+    return offsets;
+}
 
 std::uint32_t lastByteOfPage(std::uint32_t at, std::uint32_t pageBytes)
 {
@@ -74,10 +113,22 @@ std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
 
 accessMode parseMode(const std::string& word)
 {
-    const auto* found = std::ranges::find_if(modeWords, [&](const modeWord& row) { return word == row.word; });
-    if (found == modeWords.end())
+    const auto* found = std::ranges::find_if(modes, [&](const modeRow& row) { return word == row.word; });
+    if (found == modes.end())
         throw wrongUse(fmt::format("mode '{}': expected hardware, file, mixed or registry", word));
     return found->mode;
+}
+
+const char* modeWord(accessMode mode) { return std::ranges::find(modes, mode, &modeRow::mode)->word; }
+
+accessMode settledMode(const device& which, accessMode mode)
+{
+    const accessMode asked = mode == accessMode::registry ? registryMode() : mode;
+    if (asked == accessMode::file)
+        refuseForeignCopy(which);
+    if (asked == accessMode::mixed)
+        return hasCopy(which) ? accessMode::file : accessMode::hardware;
+    return asked;
 }
 
 byteRange checkedRange(const device& which, std::uint64_t offset, std::optional<std::uint64_t> length)
@@ -106,9 +157,22 @@ seeprom::seeprom(device which, const accessOptions& options)
     refuseUnservedChain(m_device);
     if (m_device.end().type->type != KEST_DEV_172)
         requireKind(m_device, {deviceKind::seeprom}, "seeprom");
-    m_attributes[KEST_ATTR_READ_MODE] = static_cast<kest_attributeValue>(options.mode);
+    m_options.mode                    = settledMode(m_device, options.mode);
+    m_attributes[KEST_ATTR_READ_MODE] = static_cast<kest_attributeValue>(m_options.mode);
     if (options.writeCycleMs != 0)
         m_attributes[KEST_ATTR_WRITE_CYCLE] = options.writeCycleMs;
+}
+
+byteRange seeprom::range(std::uint64_t offset, std::optional<std::uint64_t> length) const
+{
+    const byteRange checked = checkedRange(m_device, offset, length);
+    if (checked.offset != 0 && touchesHardware() && m_device.end().type->type == KEST_DEV_172)
+        throw failure{.code   = exitWrongUse,
+                      .what   = fmt::format("offset {}: no offset goes out to a 172 device; a transfer begins where it "
+                                              "stands",
+                                            checked.offset),
+                      .device = m_device.label};
+    return checked;
 }
 
 std::uint32_t seeprom::pageBytes() const
@@ -125,7 +189,6 @@ void seeprom::readPiece(const byteRange& range, const std::string& step, byteVec
         KEST_seepromRead(tavoAddress(m_device), nullptr, range.offset, &length, &data, m_attributes.data());
     const tavoBuffer buffer(data);
     throwEntry(entry, m_device, step);
-    // mixed mode without a copy answers the whole device: the bytes asked for come first
     if (length < range.length || !buffer)
         throw failure{.what   = fmt::format("{} of {} bytes came from offset {}", length, range.length, range.offset),
                       .device = m_device.label,
@@ -135,8 +198,7 @@ void seeprom::readPiece(const byteRange& range, const std::string& step, byteVec
 
 byteVector seeprom::readOnce(const byteRange& range, const std::string& step)
 {
-    const bool          inPieces = m_options.mode == accessMode::hardware;
-    const std::uint32_t piece    = inPieces ? pieceBytes : range.length;
+    const std::uint32_t piece = touchesHardware() ? pieceBytes : range.length;
     progress            shown(step + " " + m_device.label, range.length);
     byteVector          bytes;
     bytes.reserve(range.length);
@@ -150,7 +212,7 @@ byteVector seeprom::readOnce(const byteRange& range, const std::string& step)
 
 byteVector seeprom::readAgreed(const byteRange& range, const std::string& step)
 {
-    if (!m_device.behindHub() || m_options.mode == accessMode::file)
+    if (!m_device.behindHub() || !touchesHardware())
         return readOnce(range, step);
     byteVector bytes;
     while (bytes.size() < range.length) { // piece by piece: each stays within what the trace buffer can witness
@@ -184,23 +246,47 @@ byteVector seeprom::readVoted(const byteRange& range, const std::string& step)
     std::vector<byteVector> reads;
     for (unsigned count = 0; count < m_options.votes; ++count)
         reads.push_back(readAgreed(range, step));
-    byteVector bytes(range.length);
+    byteVector                   bytes(range.length);
+    std::vector<std::uint32_t>   wavered;
+    std::optional<std::uint32_t> open; ///< the first offset without a majority
     for (std::uint32_t at = 0; at < range.length; ++at) {
         std::map<unsigned char, unsigned> votes;
         for (const byteVector& one : reads)
             ++votes[one[at]];
         const auto winner = std::ranges::max_element(votes, {}, [](const auto& vote) { return vote.second; });
         if (votes.size() > 1)
-            m_wavered.push_back(range.offset + at);
-        if (winner->second * 2 <= m_options.votes)
-            throw failure{.what    = fmt::format("no majority at offset {} (0x{:X}) in {} reads", range.offset + at,
-                                                 range.offset + at, m_options.votes),
-                          .tryThis = "more reads by --voted, or a lower --speed",
-                          .device  = m_device.label,
-                          .step    = step};
+            wavered.push_back(range.offset + at);
+        if (winner->second * 2 <= m_options.votes && !open)
+            open = range.offset + at;
         bytes[at] = winner->first;
     }
+    tellWavered(wavered);
+    if (open)
+        throw failure{.what =
+                          fmt::format("no majority at offset {} (0x{:X}) in {} reads", *open, *open, m_options.votes),
+                      .tryThis = "more reads by --voted, or a lower --speed",
+                      .device  = m_device.label,
+                      .step    = step};
     return bytes;
+}
+
+void seeprom::tellWavered(const std::vector<std::uint32_t>& offsets)
+{
+    m_wavered.insert(m_wavered.end(), offsets.begin(), offsets.end());
+    if (offsets.empty())
+        return;
+    std::string list;
+    for (const std::uint32_t offset : std::span(offsets).first(std::min(offsets.size(), mostOffsetsTold)))
+        list += fmt::format(" 0x{:X}", offset);
+    if (offsets.size() > mostOffsetsTold)
+        list += fmt::format(" and {} more", offsets.size() - mostOffsetsTold);
+    std::fputs(fmt::format("kestctl: {}: the reads differed at offsets{}\n", escaped(m_device.label), list).c_str(),
+               stderr);
+}
+
+void seeprom::noteWavering(std::uint32_t offset, const byteVector& one, const byteVector& other)
+{
+    tellWavered(differing(offset, one, other));
 }
 
 byteVector seeprom::read(const byteRange& range, const std::string& step)
@@ -270,18 +356,28 @@ std::string whatIsCertain(seeprom& chip, const byteRange& range, std::span<const
     }
 }
 
+/// Reads back and compares. A read that differs is not believed alone: it may be the read that went wrong.
 void verifyWritten(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
 {
-    const byteVector now   = chip.read(range, "verify");
-    const auto       equal = static_cast<std::uint32_t>(std::ranges::mismatch(wanted, now).in1 - wanted.begin());
-    if (equal != range.length)
-        throw failure{
-            .code    = exitVerifyFailed,
-            .what    = fmt::format("what was read back differs from offset {} (0x{:X}) on: wrote {:02x}, read {:02x}",
-                                   range.offset + equal, range.offset + equal, wanted[equal], now[equal]),
-            .tryThis = "the chip may be write-protected",
-            .device  = chip.target().label,
-            .step    = "verify"};
+    const byteVector first = chip.read(range, "verify");
+    if (std::ranges::equal(wanted, first))
+        return;
+    const byteVector now = chip.read(range, "verify");
+    chip.noteWavering(range.offset, first, now);
+    const auto equal = static_cast<std::uint32_t>(std::ranges::mismatch(wanted, now).in1 - wanted.begin());
+    if (equal == range.length)
+        return;
+    const std::uint32_t at = range.offset + equal;
+    failure             why{.code = exitVerifyFailed,
+                            .what = fmt::format("what was read back differs from offset {} (0x{:X}) on: wrote {:02x}, read {:02x}",
+                                                at, at, wanted[equal], now[equal]),
+                            .tryThis = first == now ? "the chip may be write-protected"
+                                                    : "two reads differ, too: try --voted 5, or a lower --speed",
+                            .device  = chip.target().label,
+                            .step    = "verify"};
+    logFailure(why,
+               {.reason = reasonVerifyDiffers, .words = {at, wanted[equal], now[equal]}, .text = chip.target().text});
+    throw why;
 }
 
 void writeRanges(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes,
@@ -293,7 +389,7 @@ void writeRanges(seeprom& chip, const byteRange& whole, std::span<const unsigned
     } catch (failure& why) {
         why.what += "; " + whatIsCertain(chip, whole, bytes);
         if (!undoFile.empty())
-            why.tryThis = fmt::format("'kestctl seeprom restore {}' puts the old bytes back", undoFile);
+            why.tryThis = fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
         throw;
     }
 }
@@ -318,13 +414,13 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
         report.verified = ranges.empty();
         return report;
     }
-    if (chip.mayTouchHardware()) {
-        refuseDriversAddress(target, options.force);
+    if (chip.touchesHardware()) {
+        refuseDoubtfulWrite(target, options.force);
         confirm(fmt::format("{}: write {} ({}) at {}?", target.label, countText(report.bytesWritten, "byte"),
                             countText(report.pagesWritten, "page"), addressText(target.end().address)),
                 options.yes);
-        report.undoFile = saveUndo(target, offset, old);
     }
+    report.undoFile = saveUndo(dumpOf(chip, offset, old));
     writeRanges(chip, whole, bytes, ranges, report.undoFile);
     if (options.verify) {
         verifyWritten(chip, whole, bytes);

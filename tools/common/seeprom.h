@@ -24,7 +24,13 @@ enum class accessMode : kest_attributeValue {
     registry = 1, ///< what the registry says
 };
 /// Throws a `failure` (exit code 2) for a word that is no mode.
-[[nodiscard]] accessMode parseMode(const std::string& word);
+[[nodiscard]] accessMode  parseMode(const std::string& word);
+[[nodiscard]] const char* modeWord(accessMode mode);
+
+/// Who serves a device in a mode: hardware, or file for its persisted copy. A registry that holds no known mode is left to the library, which
+/// reports it and takes the hardware: registry then.
+/// Throws a `failure` (exit code 2) when the copy to serve is that of another device.
+[[nodiscard]] accessMode settledMode(const device& which, accessMode mode);
 
 struct accessOptions {
     accessMode    mode         = accessMode::hardware;
@@ -46,10 +52,15 @@ struct byteRange {
 class seeprom
 {
 public:
-    /// Throws (exit code 2) for a device that is no SEEPROM, or a chain that no transfer can serve.
+    /// Settles who serves, once for all that is done with it. Throws (exit code 2) for a device that is no SEEPROM, or a chain that no transfer
+    /// can serve.
     seeprom(device which, const accessOptions& options);
 
-    /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority.
+    /// checkedRange(), and (exit code 2) no offset other than 0 for hardware that none goes out to.
+    [[nodiscard]] byteRange range(std::uint64_t offset, std::optional<std::uint64_t> length) const;
+
+    /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority. Offsets at which the votes
+    /// differed are told on standard error.
     /// @param step  what is being done, for messages and progress: "read"
     [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
     /// Offsets at which the reads of a vote differed, so far.
@@ -61,13 +72,16 @@ public:
     [[nodiscard]] const device& target() const { return m_device; }
     /// Bytes that one write cycle changes.
     [[nodiscard]] std::uint32_t pageBytes() const;
-    /// Whether a write can reach the hardware.
-    [[nodiscard]] bool mayTouchHardware() const { return m_options.mode != accessMode::file; }
+    /// Whether the hardware serves it; else its persisted copy does.
+    [[nodiscard]] bool touchesHardware() const { return m_options.mode != accessMode::file; }
+    /// Tells on standard error, and remembers, where two reads of the same bytes differed. @param offset  of their first byte
+    void noteWavering(std::uint32_t offset, const byteVector& one, const byteVector& other);
 
 private:
     [[nodiscard]] byteVector readOnce(const byteRange& range, const std::string& step);
     [[nodiscard]] byteVector readAgreed(const byteRange& range, const std::string& step);
     [[nodiscard]] byteVector readVoted(const byteRange& range, const std::string& step);
+    void                     tellWavered(const std::vector<std::uint32_t>& offsets);
     void                     readPiece(const byteRange& range, const std::string& step, byteVector& bytes);
     void                     writePiece(const byteRange& range, const unsigned char* bytes);
 
@@ -94,11 +108,12 @@ struct writeReport {
     std::uint32_t bytesWritten = 0;
     std::uint32_t pagesWritten = 0;
     std::uint32_t pagesSkipped = 0; ///< they held the data already
-    std::string   undoFile;         ///< empty when nothing was written, or only a copy was
+    std::string   undoFile;         ///< empty when nothing was written
     bool          verified = false;
 };
 
 /// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads back and compares.
+/// A persisted copy is written without a question.
 /// Throws a `failure`: 3 not confirmed, or a driver of the kernel has the device; 5 what was read back differs.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);

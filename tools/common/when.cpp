@@ -40,8 +40,9 @@ bool parseDate(const std::string& text, std::int64_t& ms)
         std::tm     parts{};
         const char* end = strptime(text.c_str(), format, &parts);
         if (end != nullptr && *end == 0) {
-            ms = static_cast<std::int64_t>(timegm(&parts)) * msPerSecond;
-            return true;
+            const std::tm written = parts;
+            ms                    = static_cast<std::int64_t>(timegm(&parts)) * msPerSecond;
+            return written.tm_mday == parts.tm_mday && written.tm_sec == parts.tm_sec; // not so on February 30
         }
     }
     return false;

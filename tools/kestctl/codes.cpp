@@ -68,6 +68,8 @@ constexpr std::array reasons{
     codeRow{0x132F, "the device is locked"},
     codeRow{0x1330, "the chain does not end in a SEEPROM"},
     codeRow{0x13FF, "not supported"},
+    codeRow{0x1701, "what was read back differs from what was written"},
+    codeRow{0x1702, "the undo file could not be saved"},
 };
 
 constexpr std::array modules{

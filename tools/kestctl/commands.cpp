@@ -12,13 +12,6 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::uint64_t fastestKhz = 5000;
-
-void addSpeed(CLI::App* verb, std::uint32_t& target, const std::string& otherwise)
-{
-    addNumber(verb, "--speed", target, "bus speed in kHz; " + otherwise, 1, fastestKhz);
-}
-
 void addBus(CLI::App* verb, std::string& bus, std::string& node)
 {
     verb->add_option("BUS", bus, "/dev/i2c-N, sim:NAME, or a device on the bus")->required()->type_name("");

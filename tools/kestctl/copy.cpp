@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "platform/host/registry/configuration.h"
 #include "platform/host/vpd/copies.h"
@@ -19,11 +20,26 @@ namespace kest::tools
 namespace
 {
 
+/// The device whose copy a number's is; nothing when the table has none that can be understood.
+std::optional<device> ownerOf(std::uint32_t number)
+{
+    try {
+        return findDevice(std::to_string(number));
+    } catch (const failure&) {
+        return std::nullopt;
+    }
+}
+
 /// Name of the device that a copy belongs to; empty when the table has none.
 std::string nameOf(std::uint32_t number)
 {
     const auto& devices = host::currentConfiguration().devices;
-    const auto  found   = std::ranges::find(devices, number, &host::deviceEntry::number);
+    const auto  found   = std::ranges::find_if(devices, [number](const host::deviceEntry& entry) {
+        device which;
+        which.number   = number;
+        which.position = entry.position;
+        return entry.number == number && copyIsItsOwn(which);
+    });
     return found == devices.end() ? "" : found->name;
 }
 
@@ -38,6 +54,7 @@ std::uint32_t numberOf(const std::string& which)
                       .what    = "a copy belongs to a device number, and this device has none",
                       .tryThis = "give it a row in the device table, or name the copy by its number",
                       .device  = which};
+    refuseForeignCopy(found);
     return found.number;
 }
 
@@ -72,17 +89,31 @@ bool exists(std::uint32_t number)
     return error == 0;
 }
 
-int replace(const context& shared, std::uint32_t number, const byteVector& bytes, bool yes)
+int replace(const context& shared, std::uint32_t number, const byteVector& bytes, bool yes,
+            const std::vector<std::uint32_t>& wavered)
 {
     if (exists(number))
         confirm(fmt::format("{}: replace it?", labelOf(number)), yes);
     throwCopy(host::replaceCopy(number, bytes), number, "write");
     if (shared.json)
-        standardOutput().json({{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}});
+        standardOutput().json(
+            {{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}, {"wavered", wavered}});
     else
         standardOutput().text(
             fmt::format("{}: holds {} now\n", escaped(labelOf(number)), countText(bytes.size(), "byte")));
     return exitDone;
+}
+
+/// A copy of another size than its device was made from something else, or cut.
+void requireSize(std::uint32_t number, std::size_t bytes, const std::string& file)
+{
+    const std::optional<device> owner    = ownerOf(number);
+    const std::uint32_t         capacity = owner ? owner->end().type->bytes : 0;
+    if (capacity != 0 && bytes != capacity)
+        throw failure{.code    = exitWrongUse,
+                      .what    = fmt::format("{} holds {}, the device {}", file, countText(bytes, "byte"), capacity),
+                      .tryThis = "--force makes a copy of it all the same",
+                      .device  = labelOf(number)};
 }
 
 } // namespace
@@ -117,7 +148,9 @@ int runCopyImport(const context& shared, const copyOptions& options)
     const byteVector    bytes  = readInput(options.file, host::largestCopyBytes);
     if (bytes.empty())
         throw wrongUse(options.file + " is empty");
-    return replace(shared, number, bytes, options.yes);
+    if (!options.force)
+        requireSize(number, bytes.size(), options.file);
+    return replace(shared, number, bytes, options.yes, {});
 }
 
 int runCopyExport(const context& shared, const copyOptions& options)
@@ -147,8 +180,8 @@ int runCopyCapture(const context& shared, const copyCaptureOptions& options)
     const std::uint32_t number = numberOf(options.from.device);
     seeprom             chip(findDevice(options.from.device),
                              {.speedKhz = options.from.speedKhz, .votes = std::max(options.from.votes, 1U)});
-    const byteRange     whole = checkedRange(chip.target(), 0, std::nullopt);
-    return replace(shared, number, chip.read(whole, "capture"), options.yes);
+    const byteVector    bytes = chip.read(chip.range(0, std::nullopt), "capture");
+    return replace(shared, number, bytes, options.yes, chip.wavered());
 }
 
 } // namespace kest::tools

@@ -17,9 +17,9 @@ struct copyOptions {
     std::string which;         ///< name or number of the device table, or any device number
     std::string file;          ///< for import and export; "-" is standard input or output
     bool        yes   = false; ///< an existing copy may be replaced or removed
-    bool        force = false; ///< raw bytes even to a terminal
+    bool        force = false; ///< raw bytes even to a terminal; a copy of another size than its device
 };
-/// Makes a copy from a file's bytes.
+/// Makes a copy from a file's bytes: as many as the device holds, where the table has one of that number.
 int runCopyImport(const context& shared, const copyOptions& options);
 int runCopyExport(const context& shared, const copyOptions& options);
 int runCopyRemove(const context& shared, const copyOptions& options);

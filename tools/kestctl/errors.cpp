@@ -1,18 +1,23 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fmt/format.h>
-#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <utility>
 
 #include "platform/host/errorlog/store.h"
+#include "platform/host/registry/configuration.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/outputfile.h"
 #include "tools/common/when.h"
 #include "tools/kestctl/codes.h"
 #include "tools/kestctl/records.h"
@@ -233,40 +238,35 @@ class exportFile
 {
 public:
     explicit exportFile(const std::string& name)
-        : m_name(name), m_file(name == "-" ? nullptr : std::fopen(name.c_str(), "w"))
     {
-        check(name == "-" || m_file != nullptr);
-    }
-    exportFile(const exportFile&)            = delete;
-    exportFile& operator=(const exportFile&) = delete;
-    ~exportFile()
-    {
-        if (m_file != nullptr)
-            std::fclose(m_file);
+        if (name != "-")
+            m_file.emplace(name, "export");
     }
     void line(const ordered_json& value)
     {
         const std::string text = value.dump(-1, ' ', true, ordered_json::error_handler_t::replace) + "\n";
-        if (m_file == nullptr)
-            standardOutput().text(text);
+        if (m_file)
+            m_file->write(std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()));
         else
-            check(std::fwrite(text.data(), 1, text.size(), m_file) == text.size());
+            standardOutput().text(text);
     }
     void finish()
     {
-        if (m_file != nullptr)
-            check(std::fclose(std::exchange(m_file, nullptr)) == 0);
+        if (m_file)
+            m_file->finish();
     }
 
 private:
-    void check(bool good) const
-    {
-        if (!good)
-            throw systemFailure(errno, "export", m_name);
-    }
-    std::string m_name;
-    std::FILE*  m_file;
+    std::optional<outputFile> m_file;
 };
+
+/// Whether this user may change the log's files.
+bool mayChangeLog()
+{
+    const std::filesystem::path& folder   = host::currentConfiguration().stateFolder;
+    const std::filesystem::path  database = folder / "errors.db";
+    return access(folder.c_str(), W_OK | X_OK) == 0 && (access(database.c_str(), W_OK) == 0 || errno == ENOENT);
+}
 
 } // namespace
 
@@ -326,7 +326,7 @@ int runErrorsClear(const context& shared, const errorsClearOptions& options)
     confirm("All error entries will be deleted.", options.yes);
     const std::string error = host::clearEntries();
     if (!error.empty())
-        throw failure{.code = exitFailed, .what = error, .step = "clear the error log"};
+        throw failure{.code = mayChangeLog() ? exitFailed : exitRefused, .what = error, .step = "clear the error log"};
     if (shared.json)
         standardOutput().json({{"cleared", true}});
     return exitDone;

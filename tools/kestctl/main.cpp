@@ -2,10 +2,12 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <array>
+#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
 
+#include "platform/host/errorlog/store.h"
 #include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
@@ -115,6 +117,16 @@ std::string complaint(const CLI::App& app, const CLI::ParseError& why)
     return why.what();
 }
 
+/// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is told at the end.
+void tellSpooledEntry(const std::string& problem)
+{
+    std::fputs((failureLine("kestctl", {.what    = "the error log can't be used: " + problem,
+                                        .tryThis = "entries wait in its spool"}) +
+                "\n")
+                   .c_str(),
+               stderr);
+}
+
 int parseAndRun(int count, char** words, context& shared)
 {
     CLI::App app(about, "kestctl");
@@ -139,5 +151,6 @@ int parseAndRun(int count, char** words, context& shared)
 int main(int count, char** words)
 {
     context shared;
+    kest::host::tellSpooled(tellSpooledEntry);
     return runGuarded("kestctl", shared.json, [&] { return parseAndRun(count, words, shared); });
 }

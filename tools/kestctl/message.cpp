@@ -1,6 +1,7 @@
 #include "tools/kestctl/message.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -32,6 +33,32 @@ void describeAnswer(const client::answer& answer, const device& which, failure& 
         describeEntry(*logged, which, why);
     else
         describeReturnCode(answer.returnCode, why);
+    hintAtWrongForm(why, which);
+}
+
+exitCode codeOfRefusal(std::uint32_t returnCode)
+{
+    switch (returnCode) {
+    case client::codeForbidden:
+        return exitRefused;
+    case client::codeLengthTooLarge:
+    case client::codePastTheEnd:
+        return exitWrongUse;
+    case client::codeTooManyClients:
+        return exitBusy;
+    default:
+        return exitFailed;
+    }
+}
+
+/// Nobody listens there, or not to this user.
+void describeUnreachable(const client::answer& answer, failure& why)
+{
+    const bool forbidden = answer.error == EACCES || answer.error == EPERM;
+    why.code             = forbidden ? exitRefused : answer.error == EAGAIN ? exitBusy : exitFailed;
+    why.tryThis          = forbidden                ? "run it as a user who may use the service's socket"
+                           : answer.error == EAGAIN ? "try again in a moment"
+                                                    : "start kestd, or name its socket by --socket";
 }
 
 /// Throws for an answer that is none.
@@ -44,7 +71,7 @@ void throwAnswer(const client::answer& answer, const device& which, const std::s
     why.returnCode = answer.returnCode;
     switch (answer.what) {
     case client::outcome::refused:
-        why.code = answer.returnCode == client::codeForbidden ? exitRefused : exitFailed;
+        why.code = codeOfRefusal(answer.returnCode);
         break;
     case client::outcome::wrongUse:
         why.code = exitWrongUse;
@@ -53,7 +80,7 @@ void throwAnswer(const client::answer& answer, const device& which, const std::s
         describeAnswer(answer, which, why);
         break;
     case client::outcome::unreachable:
-        why.tryThis = "start kestd, or name its socket by --socket";
+        describeUnreachable(answer, why);
         break;
     default:
         break;
@@ -74,7 +101,7 @@ void guardHubRead(const device& which, bool force)
                       .what    = "through a hub bytes can come that were never read, and a message can't tell",
                       .tryThis = fmt::format("'kestctl seeprom read {}' reads until it can be relied on, --force takes "
                                              "what comes",
-                                             which.label),
+                                             shellWord(which.label)),
                       .device  = which.label,
                       .step    = readStep};
     std::fputs(fmt::format("kestctl: {}: read through a hub: the bytes can be ones that were never read\n",
@@ -109,35 +136,45 @@ std::uint64_t offsetOf(const messageOptions& options)
     return options.offset.empty() ? 0 : parseSize(options.offset, "offset", 0xFFFFFFFF);
 }
 
-byteRange rangeOf(const device& which, const messageOptions& options)
+byteRange rangeOf(const seeprom& chip, const messageOptions& options)
 {
     if (!options.length.empty())
-        return checkedRange(which, offsetOf(options), parseSize(options.length, "length", 0xFFFFFFFF));
-    byteRange range = checkedRange(which, offsetOf(options), std::nullopt);
+        return chip.range(offsetOf(options), parseSize(options.length, "length", 0xFFFFFFFF));
+    byteRange range = chip.range(offsetOf(options), std::nullopt);
     range.length    = std::min(range.length, client::maximumDataBytes);
     return range;
 }
 
-device seepromNamed(const std::string& name) { return seeprom(findDevice(name), accessOptions{}).target(); }
+/// The device, looked at as one whose hardware is served.
+seeprom seepromNamed(const std::string& name) { return {findDevice(name), accessOptions{}}; }
+
+/// Throws unless all came that was asked for: a copy can end ahead of its device.
+void requireWhole(const client::answer& answer, const device& which, const byteRange& range)
+{
+    const std::size_t came = answer.data.size();
+    if (came >= range.length)
+        return;
+    throw failure{.what    = fmt::format("{} of {} bytes came from offset {}", came, range.length, range.offset),
+                  .tryThis = came == 0 ? "" : fmt::format("--length {} reads what there is", came),
+                  .device  = which.label,
+                  .step    = readStep};
+}
 
 } // namespace
 
 int runMessageRead(const context& shared, const messageOptions& options)
 {
-    const device    which = seepromNamed(options.device);
-    const byteRange range = rangeOf(which, options);
+    const seeprom   chip  = seepromNamed(options.device);
+    const device&   which = chip.target();
+    const byteRange range = rangeOf(chip, options);
     guardHubRead(which, options.force);
     warnUnlessHardware();
     client::Connection service = connect(options);
     client::answer     answer  = service.readSeeprom(which.text, range.offset, range.length);
     throwAnswer(answer, which, readStep);
-    if (answer.data.size() < range.length)
-        std::fputs(fmt::format("kestctl: {}: {} of {} bytes came: the copy ends there\n", escaped(which.label),
-                               answer.data.size(), range.length)
-                       .c_str(),
-                   stderr);
+    requireWhole(answer, which, range);
     // mixed mode without a copy answers the whole device
-    answer.data.resize(std::min<std::size_t>(answer.data.size(), range.length));
+    answer.data.resize(range.length);
     if (!options.output.empty())
         writeOutput(options.output, answer.data, options.force);
     if (shared.json && options.output != "-") {
@@ -159,14 +196,15 @@ int runMessageRead(const context& shared, const messageOptions& options)
 
 int runMessageWrite(const context& shared, const messageOptions& options)
 {
-    const device which = seepromNamed(options.device);
+    const seeprom chip  = seepromNamed(options.device);
+    const device& which = chip.target();
     if (options.input.empty() == options.hex.empty())
         throw wrongUse("give what to write: a file by --input, or bytes by --hex");
     const byteVector bytes =
         options.input.empty() ? parseHex(options.hex, "--hex") : readInput(options.input, client::maximumDataBytes);
-    const byteRange range = checkedRange(which, offsetOf(options), bytes.size());
+    const byteRange range = chip.range(offsetOf(options), bytes.size());
     warnUnlessHardware();
-    refuseDriversAddress(which, options.force);
+    refuseDoubtfulWrite(which, options.force);
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);

@@ -5,10 +5,12 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <cstdint>
+#include <fmt/format.h>
 #include <limits>
 #include <memory>
 #include <string>
 
+#include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/kestctl/context.h"
 
@@ -27,6 +29,34 @@ CLI::Option* addNumber(CLI::App* verb, const std::string& name, Number& target, 
                 target = static_cast<Number>(parseNumber(text, name, maximum, minimum));
             },
             help)
+        ->type_name("N");
+}
+
+/// The option --speed. Faster modes of the bus than fast-mode plus begin with a byte of their own, which nothing here sends.
+inline CLI::Option* addSpeed(CLI::App* verb, std::uint32_t& target, const std::string& otherwise)
+{
+    const auto read = [&target](const std::string& text) {
+        constexpr std::uint64_t fastestKhz = 1000;
+        const std::uint64_t     khz        = parseNumber(text, "--speed", std::numeric_limits<std::uint32_t>::max());
+        if (khz == 0 || khz > fastestKhz)
+            throw wrongUse(fmt::format("--speed {}: expected 1 to {} kHz; faster modes of the bus are not served", text,
+                                       fastestKhz));
+        target = static_cast<std::uint32_t>(khz);
+    };
+    return verb->add_option_function<std::string>("--speed", read, "bus speed in kHz; " + otherwise)->type_name("N");
+}
+
+/// The option --voted.
+inline CLI::Option* addVotes(CLI::App* verb, std::uint32_t& target)
+{
+    const auto read = [&target](const std::string& text) {
+        constexpr std::uint64_t mostReads = 99;
+        const std::uint64_t     reads     = parseNumber(text, "--voted", mostReads, 1);
+        if (reads == 2)
+            throw wrongUse("--voted 2: two reads that differ have no majority; take 3 or more");
+        target = static_cast<std::uint32_t>(reads);
+    };
+    return verb->add_option_function<std::string>("--voted", read, "read N times and take the majority of each byte")
         ->type_name("N");
 }
 

@@ -164,7 +164,7 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
     const std::uint32_t mask = options.mask.empty()
                                    ? allPins(which)
                                    : static_cast<std::uint32_t>(parseNumber(options.mask, "--mask", allPins(which)));
-    refuseDriversAddress(which, options.force);
+    refuseDoubtfulWrite(which, options.force);
     guardResetLine(which, copies ? mask : bits, options.yes);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
     throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
@@ -197,7 +197,7 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
     const std::uint32_t value = function.perPin
                                     ? chosenPins(options.value, options.pins, which, "VALUE")
                                     : static_cast<std::uint32_t>(parseNumber(options.value, "VALUE", highestByte));
-    refuseDriversAddress(which, options.force);
+    refuseDoubtfulWrite(which, options.force);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
     throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
     if (shared.json) {

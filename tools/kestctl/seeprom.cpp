@@ -1,6 +1,8 @@
 #include "tools/kestctl/seeprom.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <filesystem>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -19,15 +21,26 @@ namespace
 constexpr std::uint64_t most32Bits   = 0xFFFFFFFF;
 constexpr std::size_t   mostDumpText = 16UL << 20;
 
+accessOptions accessOf(const seepromOptions& options, accessMode mode)
+{
+    return {.mode         = options.mode.empty() ? mode : parseMode(options.mode),
+            .speedKhz     = options.speedKhz,
+            .writeCycleMs = options.writeCycleMs,
+            .votes        = std::max(options.votes, 1U)};
+}
+
 seeprom openSeeprom(const std::string& name, const seepromOptions& options)
 {
-    if (options.votes > 99)
-        throw wrongUse(fmt::format("--voted {}: expected 1 to 99 reads", options.votes));
-    return {findDevice(name),
-            {.mode         = parseMode(options.mode),
-             .speedKhz     = options.speedKhz,
-             .writeCycleMs = options.writeCycleMs,
-             .votes        = std::max(options.votes, 1U)}};
+    return {findDevice(name), accessOf(options, accessMode::hardware)};
+}
+
+/// Where a dump came from, unless the options name another device or mode.
+seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
+{
+    device which = options.device.empty() ? parseDeviceText(contents.text) : findDevice(options.device);
+    if (options.device.empty())
+        which.number = contents.number;
+    return {which, accessOf(options, contents.mode)};
 }
 
 std::uint64_t offsetOf(const seepromOptions& options)
@@ -42,7 +55,7 @@ std::optional<std::uint64_t> lengthOf(const seepromOptions& options)
 
 byteRange rangeOf(const seeprom& chip, const seepromOptions& options)
 {
-    return checkedRange(chip.target(), offsetOf(options), lengthOf(options));
+    return chip.range(offsetOf(options), lengthOf(options));
 }
 
 nlohmann::ordered_json rangeJson(const seeprom& chip, const byteRange& range)
@@ -53,24 +66,11 @@ nlohmann::ordered_json rangeJson(const seeprom& chip, const byteRange& range)
             {"length", range.length}};
 }
 
-/// Tells on standard error where the reads of a vote differed.
-void tellWavered(const seeprom& chip)
-{
-    if (chip.wavered().empty())
-        return;
-    std::string list;
-    for (const std::uint32_t offset : chip.wavered())
-        list += fmt::format(" 0x{:X}", offset);
-    std::fputs(
-        fmt::format("kestctl: {}: the reads differed at offsets{}\n", escaped(chip.target().label), list).c_str(),
-        stderr);
-}
-
 /// The first `length` bytes of a file; all of it when no length was given.
 byteVector inputBytes(const std::string& file, const seeprom& chip, const seepromOptions& options)
 {
     const std::uint64_t offset = offsetOf(options);
-    const byteRange     room   = checkedRange(chip.target(), offset, lengthOf(options));
+    const byteRange     room   = chip.range(offset, lengthOf(options));
     byteVector          bytes  = readInput(file, lengthOf(options) ? mostDumpText : room.length);
     if (const auto length = lengthOf(options)) {
         if (bytes.size() < *length)
@@ -79,6 +79,16 @@ byteVector inputBytes(const std::string& file, const seeprom& chip, const seepro
     }
     if (bytes.empty())
         throw wrongUse(fmt::format("{} is empty", file));
+    return bytes;
+}
+
+/// The bytes given by --hex: all of them, so that a length beside them must be theirs.
+byteVector hexBytes(const seepromWriteOptions& options)
+{
+    byteVector bytes  = parseHex(options.hex, "--hex");
+    const auto length = lengthOf(options.to);
+    if (length && *length != bytes.size())
+        throw wrongUse(fmt::format("--length {}: --hex gives {}", *length, countText(bytes.size(), "byte")));
     return bytes;
 }
 
@@ -92,11 +102,13 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                        {"pages_written", report.pagesWritten},
                        {"pages_skipped", report.pagesSkipped},
                        {"verified", report.verified},
-                       {"undo_file", report.undoFile}});
+                       {"mode", modeWord(chip.touchesHardware() ? accessMode::hardware : accessMode::file)},
+                       {"undo_file", report.undoFile},
+                       {"wavered", chip.wavered()}});
         standardOutput().json(result);
         return exitDone;
     }
-    const std::string name = escaped(chip.target().label);
+    const std::string name = escaped(chip.target().label) + (chip.touchesHardware() ? "" : " (persisted copy)");
     if (report.pagesWritten == 0) {
         standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,
                                           length == 1 ? "this byte" : fmt::format("these {} bytes", length)));
@@ -110,7 +122,8 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                         countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
                         report.verified ? "read back and compared" : "not verified"));
         if (!report.undoFile.empty())
-            standardOutput().text(fmt::format("undo: kestctl seeprom restore {}\n", escaped(report.undoFile)));
+            standardOutput().text(
+                fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
     }
     return exitDone;
 }
@@ -134,8 +147,13 @@ struct comparison {
 
 bool namesDevice(const std::string& other)
 {
-    if (other.find(',') != std::string::npos)
+    std::error_code none;
+    if (other.find(',') != std::string::npos) {
+        if (!other.starts_with("sim:") && std::filesystem::exists(other, none))
+            throw wrongUse(fmt::format("'{}': a name with a comma is taken as a device text, not as a file's", other),
+                           fmt::format("give the file by '- < {}'", shellWord(other)));
         return true;
+    }
     try {
         return !findDevice(other).text.empty();
     } catch (const failure&) {
@@ -147,18 +165,15 @@ comparison compare(seeprom& chip, const seepromCompareOptions& options, bool dev
 {
     comparison both;
     if (devicesToo && options.other != "-" && namesDevice(options.other)) {
-        seeprom second = openSeeprom(options.other, options.with);
-        both.range     = rangeOf(chip, options.with);
-        both.range.length =
-            std::min(both.range.length, checkedRange(second.target(), both.range.offset, std::nullopt).length);
-        both.other = second.read(both.range, "read");
-        tellWavered(second);
+        seeprom second    = openSeeprom(options.other, options.with);
+        both.range        = rangeOf(chip, options.with);
+        both.range.length = std::min(both.range.length, second.range(both.range.offset, std::nullopt).length);
+        both.other        = second.read(both.range, "read");
     } else {
         both.other = inputBytes(options.other, chip, options.with);
-        both.range = checkedRange(chip.target(), offsetOf(options.with), both.other.size());
+        both.range = chip.range(offsetOf(options.with), both.other.size());
     }
     both.present = chip.read(both.range, "read");
-    tellWavered(chip);
     return both;
 }
 
@@ -171,7 +186,10 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
         for (const std::uint32_t at : offsets)
             rows.push_back(
                 {{"offset", both.range.offset + at}, {"device", both.present[at]}, {"other", both.other[at]}});
-        result.update({{"equal", offsets.empty()}, {"differing", offsets.size()}, {"differences", rows}});
+        result.update({{"equal", offsets.empty()},
+                       {"differing", offsets.size()},
+                       {"differences", rows},
+                       {"wavered", chip.wavered()}});
         standardOutput().json(result);
     }
     return offsets.empty() ? exitDone : exitVerifyFailed;
@@ -202,7 +220,6 @@ int runSeepromRead(const context& shared, const seepromReadOptions& options)
     seeprom          chip  = openSeeprom(options.from.device, options.from);
     const byteRange  range = rangeOf(chip, options.from);
     const byteVector bytes = chip.read(range, "read");
-    tellWavered(chip);
     if (!options.output.empty())
         writeOutput(options.output, bytes, options.force);
     if (shared.json && options.output != "-") {
@@ -225,11 +242,9 @@ int runSeepromWrite(const context& shared, const seepromWriteOptions& options)
     const std::uint64_t offset = offsetOf(options.to);
     if (options.input.empty() == options.hex.empty())
         throw wrongUse("give what to write: a file by --input, or bytes by --hex");
-    const byteVector bytes =
-        options.input.empty() ? parseHex(options.hex, "--hex") : inputBytes(options.input, chip, options.to);
-    const byteRange   range  = checkedRange(chip.target(), offset, bytes.size());
+    const byteVector  bytes  = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
+    const byteRange   range  = chip.range(offset, bytes.size());
     const writeReport report = writeCarefully(chip, range.offset, bytes, options.care);
-    tellWavered(chip);
     return tellWrite(shared, chip, range.offset, bytes.size(), report, options.care);
 }
 
@@ -260,14 +275,19 @@ int runSeepromDiff(const context& shared, const seepromCompareOptions& options)
     return tellComparison(shared, chip, both, offsets);
 }
 
-int runSeepromDump(const context& /*shared*/, const seepromDumpOptions& options)
+int runSeepromDump(const context& shared, const seepromDumpOptions& options)
 {
-    seeprom          chip  = openSeeprom(options.from.device, options.from);
-    const byteRange  range = rangeOf(chip, options.from);
-    const byteVector bytes = chip.read(range, "dump");
-    tellWavered(chip);
-    const std::string text = dumpText({chip.target().text, chip.target().label, range.offset, bytes});
+    seeprom           chip  = openSeeprom(options.from.device, options.from);
+    const byteRange   range = rangeOf(chip, options.from);
+    const byteVector  bytes = chip.read(range, "dump");
+    const std::string text  = dumpText(dumpOf(chip, range.offset, bytes));
     writeOutput(options.output, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()), true);
+    if (shared.json && options.output != "-") { // the dump itself is JSON, too
+        auto result       = rangeJson(chip, range);
+        result["output"]  = options.output;
+        result["wavered"] = chip.wavered();
+        standardOutput().json(result);
+    }
     return exitDone;
 }
 
@@ -276,13 +296,19 @@ int runSeepromRestore(const context& shared, const seepromRestoreOptions& option
     const auto         raw = readInput(options.file, mostDumpText);
     const dumpContents contents =
         parseDump(options.file, std::string(reinterpret_cast<const char*>(raw.data()), raw.size()));
-    seeprom chip = openSeeprom(options.to.device.empty() ? contents.text : options.to.device, options.to);
+    if (!contents.proved)
+        std::fputs(fmt::format("kestctl: {}: an older dump: its sum covers the data alone, device and offset are not "
+                               "proved\n",
+                               escaped(options.file))
+                       .c_str(),
+                   stderr);
+    seeprom chip = openDumped(contents, options.to);
     if (const device saved = parseDeviceText(contents.text); saved.end().type != chip.target().end().type)
         throw failure{.code = exitWrongUse,
                       .what = fmt::format("{} was saved from a {}, this is a {}", options.file, saved.end().type->chip,
                                           chip.target().end().type->chip),
                       .device = chip.target().label};
-    const byteRange   range  = checkedRange(chip.target(), contents.offset, contents.bytes.size());
+    const byteRange   range  = chip.range(contents.offset, contents.bytes.size());
     const writeReport report = writeCarefully(chip, range.offset, contents.bytes, options.care);
     return tellWrite(shared, chip, range.offset, contents.bytes.size(), report, options.care);
 }

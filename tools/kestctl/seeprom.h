@@ -13,7 +13,7 @@ namespace kest::tools
 /// What every verb takes.
 struct seepromOptions {
     std::string   device;
-    std::string   mode = "hardware";
+    std::string   mode;   ///< empty: hardware; of a restore, where the bytes came from
     std::string   offset; ///< empty: 0
     std::string   length; ///< empty: up to the end
     std::uint32_t speedKhz     = 0;

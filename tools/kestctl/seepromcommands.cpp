@@ -15,11 +15,12 @@ void addCommon(CLI::App* verb, seepromOptions& options, bool withRange = true)
         verb->add_option("--length", options.length, "how many bytes (default: up to the end)")->type_name("N");
     }
     verb->add_option("--mode", options.mode,
-                     "hardware (default), file: the persisted copy, mixed: the copy if there is "
-                     "one, registry: what the registry says")
+                     "hardware, file: the persisted copy, mixed: the copy if there is one, registry: what the registry "
+                     "says (default: " +
+                         std::string(withRange ? "hardware" : "where the bytes were saved from") + ")")
         ->type_name("MODE");
-    addNumber(verb, "--speed", options.speedKhz, "bus speed in kHz (default 400)", 1, 5000);
-    addNumber(verb, "--voted", options.votes, "read N times and take the majority of each byte", 1, 99);
+    addSpeed(verb, options.speedKhz, "400 otherwise");
+    addVotes(verb, options.votes);
 }
 
 void addCare(CLI::App* verb, carefulWriteOptions& care)
@@ -112,7 +113,7 @@ namespace
 {
 
 void addCopyVerb(CLI::App* area, context& shared, const char* name, const char* help, const char* fileHelp,
-                 int (*run)(const context&, const copyOptions&))
+                 const char* forceHelp, int (*run)(const context&, const copyOptions&))
 {
     const auto options = std::make_shared<copyOptions>();
     CLI::App*  verb    = addVerb(area, name, help);
@@ -120,7 +121,8 @@ void addCopyVerb(CLI::App* area, context& shared, const char* name, const char* 
     if (fileHelp != nullptr)
         verb->add_option("FILE", options->file, fileHelp)->required();
     verb->add_flag("-y,--yes", options->yes, "do not ask before a copy is replaced or removed");
-    verb->add_flag("--force", options->force, "raw bytes even to a terminal");
+    if (forceHelp != nullptr)
+        verb->add_flag("--force", options->force, forceHelp);
     runs(verb, shared, options, run);
 }
 
@@ -129,8 +131,8 @@ void addCapture(CLI::App* area, context& shared)
     const auto options = std::make_shared<copyCaptureOptions>();
     CLI::App*  verb    = addVerb(area, "capture", "make a copy from the device's hardware");
     verb->add_option("DEVICE", options->from.device, "name or number of the device table")->required();
-    addNumber(verb, "--speed", options->from.speedKhz, "bus speed in kHz (default 400)", 1, 5000);
-    addNumber(verb, "--voted", options->from.votes, "read N times and take the majority of each byte", 1, 99);
+    addSpeed(verb, options->from.speedKhz, "400 otherwise");
+    addVotes(verb, options->from.votes);
     verb->add_flag("-y,--yes", options->yes, "do not ask before a copy is replaced");
     runs(verb, shared, options, runCopyCapture);
 }
@@ -142,9 +144,11 @@ void addCopy(CLI::App& app, context& shared)
     CLI::App* area = addArea(app, "copy", "persisted copies of SEEPROMs, which file and mixed mode serve");
     runs(addVerb(area, "list", "show the copies"), shared, std::make_shared<copyListOptions>(), runCopyList);
     addCapture(area, shared);
-    addCopyVerb(area, shared, "import", "make a copy from a file", "file, - for standard input", runCopyImport);
-    addCopyVerb(area, shared, "export", "save a copy in a file", "file, - for standard output", runCopyExport);
-    addCopyVerb(area, shared, "remove", "remove a copy", nullptr, runCopyRemove);
+    addCopyVerb(area, shared, "import", "make a copy from a file", "file, - for standard input",
+                "also when the file is larger or smaller than the device", runCopyImport);
+    addCopyVerb(area, shared, "export", "save a copy in a file", "file, - for standard output",
+                "raw bytes even to a terminal", runCopyExport);
+    addCopyVerb(area, shared, "remove", "remove a copy", nullptr, nullptr, runCopyRemove);
 }
 
 } // namespace kest::tools

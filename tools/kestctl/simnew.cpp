@@ -91,8 +91,9 @@ int runSimNew(const context& shared, const simNewOptions& options)
     if (shared.json)
         standardOutput().json({{"folder", options.folder}, {"config", configuration}});
     else
-        standardOutput().text(fmt::format(
-            "made a demo machine; use it by\n  export KEST_CONFIG={}\n  kestctl topology\n", escaped(configuration)));
+        standardOutput().text(
+            fmt::format("made a demo machine; use it by\n  export KEST_CONFIG={}\n  kestctl topology\n",
+                        escaped(shellWord(configuration))));
     return exitDone;
 }
 

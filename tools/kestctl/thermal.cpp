@@ -76,7 +76,7 @@ int watchedSample(const context& shared, const device& which)
     try {
         show(shared, which, readSample(which), true);
     } catch (const failure& why) {
-        if (standardOutput().broken())
+        if (standardOutput().broken()) // a full disk: no sample after this one arrives
             throw;
         std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
         if (shared.json)
@@ -95,7 +95,7 @@ int watch(const context& shared, const device& which, const thermalReadOptions& 
     do {
         const int sample = watchedSample(shared, which);
         code             = sample == exitDone ? code : sample;
-    } while ((options.count == 0 || --left != 0) && !stop.within(*options.intervalNs));
+    } while ((options.count == 0 || --left != 0) && !standardOutput().broken() && !stop.within(*options.intervalNs));
     return code;
 }
 

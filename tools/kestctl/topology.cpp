@@ -167,7 +167,11 @@ int runDevices(const context& shared, const devicesOptions&)
     for (const host::deviceEntry& entry : table) {
         std::string chip = "?";
         try {
-            chip = parseDeviceText(entry.location).end().type->chip;
+            const device which = parseDeviceText(entry.location);
+            chip               = which.end().type->chip;
+            if (const std::optional<device> other = otherTypeAt(which))
+                throw wrongUse(fmt::format("'{}': the device table has a {}, {}, there, too", entry.location,
+                                           other->end().type->chip, other->label));
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;

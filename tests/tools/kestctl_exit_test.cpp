@@ -1,0 +1,365 @@
+/// The exit codes of kestctl: each case of the table in docs/kestctl.md is brought about.
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/host/registry/configuration.h"
+#include "tests/host/fakekernel.h"
+#include "tests/host/iic_support.h"
+#include "tests/tools/kestd_support.h"
+#include "tests/tools/seeprom_support.h"
+#include "tools/common/bus.h"
+#include "tools/common/failure.h"
+
+namespace kest::test
+{
+namespace
+{
+
+/// The machine is this process's own, too: it can hold locks.
+class KestctlExitCodes : public SeepromTest
+{
+protected:
+    using cases = std::map<std::string, std::function<int()>>; ///< by the words of the document
+
+    KestctlExitCodes() { use((machine() / "kest.toml").string()); }
+    ~KestctlExitCodes() override { use(m_before); }
+
+    int exitOf(std::vector<std::string> words, runOptions options = {}) const
+    {
+        return kestctl(std::move(words), std::move(options)).exit;
+    }
+    /// The exit code that all of the commands end with; -1 when they differ.
+    int exitOfAll(const std::vector<std::vector<std::string>>& commands) const
+    {
+        const int first = exitOf(commands.front());
+        for (const std::vector<std::string>& command : commands)
+            if (const int code = exitOf(command); code != first) {
+                ADD_FAILURE() << testing::PrintToString(command) << " ends with " << code << ", another with " << first;
+                return -1;
+            }
+        return first;
+    }
+    /// The exit code of commands while `fault` is in force.
+    int exitWithFault(const std::vector<std::string>& what, const std::vector<std::vector<std::string>>& commands) const
+    {
+        fault(what);
+        const int code = exitOfAll(commands);
+        clearFaults();
+        return code;
+    }
+    /// The exit code while a file of the machine's folder has other contents.
+    int exitWithFile(const std::string& name, const std::string& content,
+                     const std::vector<std::vector<std::string>>& commands) const
+    {
+        const std::string before = readFile(machine() / name);
+        writeFile(machine() / name, content);
+        const int code = exitOfAll(commands);
+        writeFile(machine() / name, before);
+        return code;
+    }
+    [[nodiscard]] cases done() const;
+    [[nodiscard]] cases failed() const;
+    [[nodiscard]] cases wrongUse() const;
+    [[nodiscard]] cases refused() const;
+    [[nodiscard]] cases absent() const;
+    [[nodiscard]] cases verifyFailed() const;
+    [[nodiscard]] cases busy() const;
+
+private:
+    static void use(const std::string& file)
+    {
+        if (file.empty())
+            unsetenv("KEST_CONFIG");
+        else
+            setenv("KEST_CONFIG", file.c_str(), 1);
+        host::reloadConfiguration();
+    }
+
+    std::string m_before = getenv("KEST_CONFIG") != nullptr ? getenv("KEST_CONFIG") : "";
+};
+
+KestctlExitCodes::cases KestctlExitCodes::done() const
+{
+    return {{"the command did what it was asked to", [this] { return exitOf({"devices"}); }},
+            {"nobody reads the output to its end", [this] { return exitOf({"devices"}, {.closeOutput = true}); }}};
+}
+
+KestctlExitCodes::cases KestctlExitCodes::failed() const
+{
+    return {{"a transfer failed: a byte was not acknowledged, the bus is held, the chip stayed busy",
+             [this] {
+                 EXPECT_EQ(1, exitWithFault({"hold-sda", "--count", "1"}, {{"thermal", "read", "inlet-temp"}}));
+                 says({"sim", "power-cycle"});
+                 return exitWithFault({"nack-data", "--address", "0xA4", "--way", "write"},
+                                      {{"seeprom", "write", "panel-vpd", "--hex", "00", "--all-pages", "--yes"}});
+             }},
+            {"reads through a hub do not settle",
+             [this] {
+                 for (const char* attempt : {"1", "3", "5", "7", "9"})
+                     fault({"hub-hold-sda", "--address", "0x80", "--way", "read", "--nth", attempt, "--count", "1"});
+                 const int code = exitOf({"seeprom", "read", "riser-vpd", "--length", "64"});
+                 clearFaults();
+                 return code;
+             }},
+            {"fewer bytes came than were asked for",
+             [this] {
+                 says({"copy", "import", "panel-vpd", file("five", "12345"), "--force"});
+                 const int code = exitOf({"seeprom", "read", "panel-vpd", "--mode", "file"});
+                 says({"copy", "remove", "panel-vpd", "--yes"});
+                 return code;
+             }},
+            {"a file can't be read or written, or the disk is full",
+             [this] {
+                 return exitOfAll({{"seeprom", "read", "panel-vpd", "-o", "/dev/full"},
+                                   {"seeprom", "write", "panel-vpd", "-i", "/no/such/file", "--yes"}});
+             }},
+            {"the undo file can't be saved; nothing has been written then",
+             [this] {
+                 const auto undo = machine() / "state/undo";
+                 std::filesystem::remove_all(undo);
+                 std::filesystem::create_directories(undo.parent_path());
+                 writeFile(undo, "");
+                 const int code = exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes"});
+                 std::filesystem::remove(undo);
+                 return code;
+             }},
+            {"no service listens at the socket, or it does not answer in time",
+             [this] {
+                 return exitOf({"message", "read", "panel-vpd"});
+             }},
+            {"there is no such error entry or fault", [this] {
+                 return exitOfAll({{"errors", "show", "0x7FFFFFFF"}, {"sim", "fault", "clear", "77"}});
+             }}};
+}
+
+KestctlExitCodes::cases KestctlExitCodes::wrongUse() const
+{
+    return {{"an option, a number or a combination of options that is not understood",
+             [this] {
+                 return exitOfAll({{"seeprom", "read", "panel-vpd", "--voted", "2"},
+                                   {"nonsense"},
+                                   {"seeprom", "write", "panel-vpd", "--hex", "12", "--length", "2", "--yes"}});
+             }},
+            {"a device text that is malformed",
+             [this] {
+                 return exitOf({"detect", "sim:planar,L,2C0256"});
+             }},
+            {"a device that the command does not serve, or a chain that can't be served",
+             [this] {
+                 return exitOfAll({{"port", "write", "inlet-temp", "low", "1"},
+                                   {"detect", "sim:planar,L,F0,70,1,2C0128,A2"},
+                                   {"seeprom", "read", "panel-leds"}});
+             }},
+            {"a write to a device that the device table has with another type",
+             [this] {
+                 return exitOfAll({{"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
+                                   {"message", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
+                                   {"port", "write", "sim:planar,L,9551,C0", "on", "1"}});
+             }},
+            {"an offset or length past the device's end",
+             [this] {
+                 return exitOf({"seeprom", "read", "panel-vpd", "--offset", "256"});
+             }},
+            {"a dump file that is damaged, or was saved from another type of device",
+             [this] {
+                 const std::string dump = (folder() / "dump.json").string();
+                 says({"seeprom", "dump", "panel-vpd", "-o", dump});
+                 return exitOfAll({{"seeprom", "restore", file("bad.json", readFile(dump) + "x"), "--yes"},
+                                   {"seeprom", "restore", dump, "--device", "planar-vpd", "--yes"}});
+             }},
+            {"a file to import that is larger or smaller than the device",
+             [this] {
+                 return exitOf({"copy", "import", "panel-vpd", file("five", "12345"), "--yes"});
+             }},
+            {"a configuration file that is missing or wrong",
+             [this] {
+                 return exitOfAll({{"--config", (folder() / "none.toml").string(), "devices"},
+                                   {"--config", file("bad.toml", "nonsense = 1\n"), "devices"}});
+             }},
+            {"no simulated machine is configured, or its machine.toml is wrong", [this] {
+                 const std::vector<std::vector<std::string>> commands{{"sim", "show"},
+                                                                      {"scan", "sim:planar"},
+                                                                      {"reset", "sim:planar"},
+                                                                      {"detect", "planar-vpd"},
+                                                                      {"detect", "riser-vpd"},
+                                                                      {"seeprom", "read", "planar-vpd"},
+                                                                      {"port", "read", "panel-leds"},
+                                                                      {"thermal", "read", "inlet-temp"},
+                                                                      {"topology"}};
+                 EXPECT_EQ(2, exitOf({"--config", file("none.toml", "state = \"state\"\n"), "sim", "show"}));
+                 return exitWithFile("machine.toml", "[[bus]]\nname = 7\n", commands);
+             }}};
+}
+
+KestctlExitCodes::cases KestctlExitCodes::refused() const
+{
+    const auto strange = [this](const std::filesystem::path& path, mode_t mode, std::vector<std::string> words) {
+        EXPECT_TRUE(letStrangersIn()) << "a user without rights can't start the programs here";
+        struct stat before {
+        };
+        EXPECT_EQ(0, stat(path.c_str(), &before)) << path;
+        EXPECT_EQ(0, chmod(path.c_str(), mode));
+        const int code = exitOf(std::move(words), {.stranger = true});
+        EXPECT_EQ(0, chmod(path.c_str(), before.st_mode & 07777U));
+        return code;
+    };
+    return {{"a file, a bus or the service's socket that this user may not use",
+             [this, strange] {
+                 const auto path   = folder() / "socket";
+                 const int  socket = boundSocket(path, SOCK_STREAM);
+                 const int  code   = strange(path, 0, {"message", "location", "1", "--socket", path.string()});
+                 close(socket);
+                 return code;
+             }},
+            {"a simulated machine that this user may not use",
+             [this, strange] {
+                 return strange(machine() / "machine.state", 0, {"sim", "show"});
+             }},
+            {"an error log that this user may not clear",
+             [this, strange] {
+                 EXPECT_EQ(4, exitOf({"detect", "sim:planar,L,2C0256,AA"}));
+                 return strange(machine() / "state", 0555, {"errors", "clear", "--yes"});
+             }},
+            {"a question that was not confirmed",
+             [this] {
+                 return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages"});
+             }},
+            {"raw bytes to a terminal",
+             [this] {
+                 return exitOf({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
+             }},
+            {"a device that a driver of the kernel has",
+             [] {
+                 FakeKernel kernel;
+                 kernel.held = {0x50};
+                 try {
+                     tools::refuseDoubtfulWrite(tools::parseDeviceText("/dev/i2c-7,L,2C0256,A0"), false);
+                 } catch (const tools::failure& why) {
+                     return static_cast<int>(why.code);
+                 }
+                 return 0;
+             }},
+            {"`message read` of a device behind a hub",
+             [this] {
+                 return exitOf({"message", "read", "riser-vpd"});
+             }},
+            {"`sim new` into a folder that has something in it", [this] {
+                 return exitOf({"sim", "new", machine().string()});
+             }}};
+}
+
+KestctlExitCodes::cases KestctlExitCodes::absent() const
+{
+    return {{"nothing answers at the device's address",
+             [this] {
+                 return exitOfAll({{"detect", "sim:planar,L,2C0256,AA"},
+                                   {"seeprom", "read", "sim:planar,L,2C0256,AA", "--length", "1"},
+                                   {"port", "read", "sim:planar,L,9552,C6"},
+                                   {"thermal", "read", "sim:planar,L,75,92"}});
+             }},
+            {"the device behind the hub does not answer",
+             [this] {
+                 return exitOf({"detect", "sim:planar,L,922,80,3,2C0128,A8"});
+             }},
+            {"there is no such bus, or its adapter is gone",
+             [this] {
+                 EXPECT_EQ(4, exitOfAll({{"detect", "sim:nosuch,L,2C0256,A0"},
+                                         {"scan", "sim:nosuch"},
+                                         {"detect", "/dev/i2c-254,L,2C0256,A0"}}));
+                 return exitWithFault(
+                     {"gone"},
+                     {{"detect", "planar-vpd"}, {"seeprom", "read", "planar-vpd"}, {"thermal", "read", "inlet-temp"}});
+             }},
+            {"the node is not mapped",
+             [this] {
+                 return exitOf({"detect", "sim:planar,1,2C0256,A0"});
+             }},
+            {"the device table has no such name or number",
+             [this] {
+                 return exitOfAll({{"detect", "nosuch"}, {"detect", "0x7"}});
+             }},
+            {"there is no persisted copy", [this] {
+                 return exitOfAll({{"seeprom", "read", "panel-vpd", "--mode", "file"}, {"copy", "export", "5", "-"}});
+             }}};
+}
+
+KestctlExitCodes::cases KestctlExitCodes::verifyFailed() const
+{
+    return {{"what is read back after a write differs from what was written",
+             [this] {
+                 writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
+                 std::string text = readFile(machine() / "machine.toml");
+                 text.insert(text.find("image = \"panel.bin\""), "protect = \"silent\"\n");
+                 return exitWithFile("machine.toml", text, {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}});
+             }},
+            {"`verify` or `diff` finds a difference", [this] {
+                 const std::string other = file("other", std::string(256, 'x'));
+                 return exitOfAll({{"seeprom", "verify", "panel-vpd", other}, {"seeprom", "diff", "panel-vpd", other}});
+             }}};
+}
+
+KestctlExitCodes::cases KestctlExitCodes::busy() const
+{
+    return {
+        {"somebody else holds the hub or device",
+         [this] {
+             OpenDevice other("sim:planar");
+             bytes      hub    = hubLock(0x80, 500);
+             bytes      device = registerLock(0xC0, 500);
+             EXPECT_EQ((answer{0, 0}), other.config(2, 17, hub.data(), 8));
+             EXPECT_EQ((answer{0, 0}), other.config(2, 17, device.data(), 8));
+             const int code =
+                 exitOfAll({{"seeprom", "read", "riser-vpd", "--length", "16"}, {"port", "read", "panel-leds"}});
+             EXPECT_EQ((answer{0, 0}), other.config(2, 18, hub.data(), 8));
+             EXPECT_EQ((answer{0, 0}), other.config(2, 18, device.data(), 8));
+             return code;
+         }},
+        {"the service has as many clients as it takes", [this] {
+             FakeService full([](RawClient& service) {
+                 const auto request = service.receive();
+                 ASSERT_TRUE(request);
+                 service.send(client::frame{
+                     request->identifier, request->type, 0x80, client::codeTooManyClients, 1, {'f', 'u', 'l', 'l'}});
+             });
+             return exitOf({"message", "read", "panel-vpd", "--socket", full.path().string()});
+         }}};
+}
+
+/// The document's rows: exit code and case.
+std::vector<std::pair<int, std::string>> documentedCases()
+{
+    std::istringstream text(readFile(std::filesystem::path(kest::tests::sourceFolder) / "docs/kestctl.md"));
+    std::vector<std::pair<int, std::string>> rows;
+    bool                                     within = false;
+    for (std::string line; std::getline(text, line);) {
+        within = line.starts_with("| exit code |") || (within && line.starts_with("|"));
+        if (!within || line[2] < '0' || line[2] > '9')
+            continue;
+        const std::size_t last = line.rfind(" |");
+        const std::size_t bar  = line.rfind("| ", last - 1);
+        rows.emplace_back(line[2] - '0', line.substr(bar + 2, last - bar - 2));
+    }
+    return rows;
+}
+
+TEST_F(KestctlExitCodes, AreThoseOfTheDocumentInEveryCase)
+{
+    const std::vector<cases> byCode{done(), failed(), wrongUse(), refused(), absent(), verifyFailed(), busy()};
+    std::size_t              known = 0;
+    for (const cases& some : byCode)
+        known += some.size();
+    const auto rows = documentedCases();
+    EXPECT_EQ(known, rows.size());
+    for (const auto& [code, text] : rows) {
+        const cases& some  = byCode.at(static_cast<std::size_t>(code));
+        const auto   found = some.find(text);
+        if (found == some.end())
+            ADD_FAILURE() << "nothing brings about " << code << ", " << text;
+        else
+            EXPECT_EQ(code, found->second()) << text;
+    }
+}
+
+} // namespace
+} // namespace kest::test

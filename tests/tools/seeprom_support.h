@@ -1,0 +1,41 @@
+/// What the tests of kestctl's areas "seeprom" and "copy" share.
+#pragma once
+
+#include <algorithm>
+#include <gmock/gmock.h>
+
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+
+/// Areas "seeprom" and "copy" on the demo machine: planar-vpd is a 24C256 at A0, panel-vpd a 24C02 at A4, riser-vpd a 24C128 behind the hub.
+class SeepromTest : public MachineTest
+{
+protected:
+    [[nodiscard]] std::string image(const std::string& name) const { return readFile(machine() / (name + ".bin")); }
+    [[nodiscard]] std::string file(const std::string& name, const std::string& content) const
+    {
+        writeFile(folder() / name, content);
+        return (folder() / name).string();
+    }
+    /// The one line that a failing command says, after "kestctl: ".
+    std::string complaint(int exit, std::vector<std::string> arguments, runOptions options = {}) const
+    {
+        const std::string command = testing::PrintToString(arguments);
+        const runResult   result  = kestctl(std::move(arguments), std::move(options));
+        EXPECT_EQ(exit, result.exit) << command << result.errors;
+        EXPECT_THAT(result.errors, testing::StartsWith("kestctl: ")) << command;
+        EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;
+        return result.errors.size() < 10 ? "" : result.errors.substr(9, result.errors.size() - 10);
+    }
+    void fault(std::vector<std::string> words) const
+    {
+        std::vector<std::string> command{"sim", "fault", "add"};
+        command.insert(command.end(), words.begin(), words.end());
+        says(command);
+    }
+    void clearFaults() const { says({"sim", "fault", "clear"}); }
+};
+
+} // namespace kest::test

@@ -1,0 +1,45 @@
+/// Files that the tools make: whole or not at all, whatever happens on the way.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <sys/types.h>
+
+namespace kest::tools
+{
+
+/// A file being written. A new name, or one that names a regular file, gets its contents beside it and by a rename at the end: until then,
+/// and after a failure, what was there stays as it was. Mode and owner of a file that is replaced are kept, a symbolic link goes on leading
+/// to it. Devices, pipes and open descriptors (/dev/stdout) are written in place.
+/// Every call throws a `failure` with the file's name.
+class outputFile
+{
+public:
+    /// @param step  what is being done, for messages: "write"
+    explicit outputFile(const std::string& name, std::string step = "write");
+    outputFile(const outputFile&)            = delete;
+    outputFile& operator=(const outputFile&) = delete;
+    /// Without finish() ahead of it nothing has happened to the file of that name.
+    ~outputFile();
+
+    void write(std::span<const unsigned char> bytes);
+    /// Makes the contents durable and gives them their name.
+    void finish();
+
+private:
+    void              openInPlace();
+    void              openBeside();
+    void              keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode);
+    [[noreturn]] void fail(int error) const;
+    void              check(int result) const; ///< of a system call: -1 with `errno` fails
+
+    std::string           m_name; ///< as the user gave it
+    std::string           m_step;
+    std::filesystem::path m_target; ///< what is replaced: behind all links
+    std::string           m_beside; ///< empty when it is written in place
+    int                   m_descriptor = -1;
+};
+
+} // namespace kest::tools
