@@ -141,6 +141,31 @@ TEST_F(ErrorEntry, NamesItsDevice)
     entry->addUsrDtls("another's", 9, 0x1400, 1, 7);
     entry->addUsrDtls("L:1A0\x1b", 6, 0x1300, 1, 7);
     EXPECT_EQ("L:1A0\\x1B", host::deviceOf(host::describeEntry(*entry)));
+    const auto tools = make();
+    tools->addUsrDtls("sim:a,L,75,90", 13, 0x1700, 1, 7);
+    EXPECT_EQ("sim:a,L,75,90", host::deviceOf(host::describeEntry(*tools)));
+}
+
+/// Most failures of a transfer have no device text: the record of the failed call tells bus and address.
+TEST_F(ErrorEntry, NamesItsDeviceByFirstFailureData)
+{
+    const auto deviceIn = [this](const std::string& record) {
+        const auto entry = make();
+        entry->addUsrDtls(record.data(), static_cast<unsigned short>(record.size()), 0x1300, 1, 6);
+        return host::deviceOf(host::describeEntry(*entry));
+    };
+    EXPECT_EQ("sim:planar@C6", deviceIn(R"({"operation":"write","bus":"sim:planar","target":"C6","length":1})"));
+    EXPECT_EQ("/dev/i2c-1", deviceIn(R"({"bus":"/dev/i2c-1","target":"00"})")) << "no target was set";
+    EXPECT_EQ("sim:\\x1B@C6", deviceIn(R"({"bus":"sim:\u001b","target":"C6"})"));
+    for (const char* damaged : {"", "{", "[]", "7", R"({"bus":7,"target":"C6"})", R"({"target":"C6"})",
+                                R"({"bus":"sim:planar","target":"C6")"})
+        EXPECT_EQ("", deviceIn(damaged)) << damaged;
+
+    const auto        both   = make();
+    const std::string record = R"({"bus":"sim:planar","target":"80"})";
+    both->addUsrDtls(record.data(), static_cast<unsigned short>(record.size()), 0x1300, 1, 6);
+    both->addUsrDtls("sim:planar,L,922,80,3,2C0128,A2", 31, 0x1300, 1, 7);
+    EXPECT_EQ("sim:planar,L,922,80,3,2C0128,A2", host::deviceOf(host::describeEntry(*both)));
 }
 
 TEST_F(ErrorEntry, UsedUpIdentifiersBeginAgain)

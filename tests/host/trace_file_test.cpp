@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -429,6 +430,93 @@ TEST(TraceFile, OtherThingsInTheFolder)
     EXPECT_TRUE(host::listRings(folder.path() / "none").empty());
     for (const char* name : {"folder.ring", "link.ring", "pipe.ring", "text.ring", "empty.ring", "none.ring"})
         EXPECT_NE("", host::readRing(folder.path() / name).error) << name;
+}
+
+std::map<std::string, std::string> troublesOf(const host::ringList& list)
+{
+    std::map<std::string, std::string> troubles;
+    for (const host::ringContents& skipped : list.skipped)
+        troubles[skipped.info.file.filename().string()] = skipped.error;
+    return troubles;
+}
+
+void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_t>& bytes)
+{
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+TEST(TraceFile, EachFileThatIsLeftOutIsTold)
+{
+    ScratchFolder             folder;
+    std::vector<std::uint8_t> image = exampleImage();
+    writeBytes(folder.path() / "whole.ring", image);
+    writeBytes(folder.path() / "cut.ring", {image.begin(), image.begin() + 300});
+    writeBytes(folder.path() / "head.ring", {image.begin(), image.begin() + 100});
+    writeBytes(folder.path() / "zeroed.ring", std::vector<std::uint8_t>(image.size()));
+    image[0] = 'k';
+    writeBytes(folder.path() / "other.ring", image);
+    image     = exampleImage();
+    image[15] = 2;
+    writeBytes(folder.path() / "version.ring", image);
+    image     = exampleImage();
+    image[23] = 0;
+    writeBytes(folder.path() / "numbers.ring", image);
+    std::filesystem::create_symlink("whole.ring", folder.path() / "link.ring");
+    writeBytes(folder.path() / "other.txt", {});
+
+    int                  pauses = 0;
+    const host::ringList list   = host::listRingsAndOthers(folder.path(), [&] { ++pauses; });
+    ASSERT_EQ(1U, list.rings.size());
+    EXPECT_EQ(4711U, list.rings[0].pid);
+    EXPECT_EQ((std::map<std::string, std::string>{
+                  {"cut.ring", "cut short: 300 of 384 bytes"},
+                  {"head.ring", "cut short: 100 of 128 bytes of a header"},
+                  {"zeroed.ring", "its header is zeroed, or was never written"},
+                  {"other.ring", "not a trace ring"},
+                  {"version.ring", "a trace ring of a version or byte order that is not known"},
+                  {"numbers.ring", "the numbers in its header don't fit together"},
+                  {"link.ring", "Too many levels of symbolic links"},
+              }),
+              troublesOf(list));
+    EXPECT_EQ(1, pauses) << "one for all of them";
+}
+
+TEST(TraceFile, ARingThatIsBeingMadeOrRemovedIsNotToldAsDamaged)
+{
+    ScratchFolder folder;
+    writeBytes(folder.path() / "new.ring", {});
+    writeBytes(folder.path() / "zeros.ring", std::vector<std::uint8_t>(384));
+    writeBytes(folder.path() / "going.ring", {});
+    const host::ringList list = host::listRingsAndOthers(folder.path(), [&] {
+        writeBytes(folder.path() / "new.ring", exampleImage());
+        writeBytes(folder.path() / "zeros.ring", exampleImage());
+        std::filesystem::remove(folder.path() / "going.ring");
+    });
+    EXPECT_EQ(2U, list.rings.size());
+    EXPECT_EQ((std::map<std::string, std::string>{}), troublesOf(list));
+    EXPECT_EQ(ENOENT, host::readRing(folder.path() / "going.ring").errorNumber);
+}
+
+TEST(TraceFile, AFolderThatIsNoneIsToldAndAMissingOneIsNot)
+{
+    ScratchFolder folder;
+    writeBytes(folder.path() / "file", {});
+    const host::ringList list = host::listRingsAndOthers(folder.path() / "file", [] {});
+    EXPECT_EQ((std::map<std::string, std::string>{{"file", "Not a directory"}}), troublesOf(list));
+    EXPECT_EQ(ENOTDIR, list.skipped.at(0).errorNumber);
+    EXPECT_TRUE(host::listRingsAndOthers(folder.path() / "none", [] {}).skipped.empty());
+}
+
+TEST(TraceFile, ALaneWhosePositionIsDamagedCostsItsRecordsAlone)
+{
+    std::vector<std::uint8_t> image = exampleImage(); // a second lane, the same as the first
+    image.insert(image.end(), image.begin() + 128, image.end());
+    image[23] = 2;
+    EXPECT_EQ(2U, host::readRingImage(image).records.size());
+    image[128 + 3] = 0x10; // one past the last unit
+    EXPECT_EQ(1U, host::readRingImage(image).records.size());
+    EXPECT_EQ("", host::readRingImage(image).error);
 }
 
 /// What a client sends is traced as data. Bytes that look like a record, seen when the record around them has been overwritten in part,

@@ -116,15 +116,52 @@ void expectSameWords(const Rows& rows, const std::function<const char*(std::uint
 TEST(ErrorCodes, KestctlHasTheDocumentsWords)
 {
     expectSameWords(documented("Reason codes"), tools::reasonText, 0x1300, 0x13FF);
-    expectSameWords(documented("Modules"), tools::moduleText, 0, 0xFFFF);
+    const auto moduleText = [](std::uint32_t number) { return tools::moduleText(0x1300, number); };
+    expectSameWords(documented("Modules"), moduleText, 0, 0xFFFF);
     const std::string items = "What an entry holds";
     expectSameWords(documented(items, "subsystem"), tools::subsystemText, 0, 0xFFFF);
     expectSameWords(documented(items, "severity"), tools::severityText, 0, 0xFFFF);
     expectSameWords(documented(items, "procedure"), tools::procedureText, 0, 0xFFFF);
     const auto subsectionText = [](std::uint32_t number) {
-        return tools::subsectionText(static_cast<std::uint8_t>(number));
+        return tools::subsectionText(0x1300, static_cast<std::uint8_t>(number));
     };
     expectSameWords(documented(items, "user details"), subsectionText, 0, 0xFF);
+}
+
+TEST(ErrorCodes, KestctlHasTheDocumentsWordsForServicesAndTools)
+{
+    expectSameWords(documented("Reason codes of the services"), tools::reasonText, 0x1400, 0x16FF);
+    expectSameWords(documented("Reason codes of the tools"), tools::reasonText, 0x1700, 0x17FF);
+    for (const auto& [component, name] :
+         std::map<std::uint32_t, std::string>{{0x1400, "VPD service"}, {0x1500, "registry"}, {0x1600, "kestd"}}) {
+        const auto moduleText = [component = component](std::uint32_t number) {
+            return tools::moduleText(component, number);
+        };
+        expectSameWords(documented("Modules and user details of services and tools", name + " module"), moduleText, 0,
+                        0xFFFF);
+    }
+    for (const auto& [component, name] :
+         std::map<std::uint32_t, std::string>{{0x1500, "registry"}, {0x1600, "kestd"}, {0x1700, "kestctl"}}) {
+        const auto subsectionText = [component = component](std::uint32_t number) {
+            return tools::subsectionText(component, static_cast<std::uint8_t>(number));
+        };
+        expectSameWords(documented("Modules and user details of services and tools", name + " details"), subsectionText,
+                        0, 0xFF);
+    }
+}
+
+/// Each component numbers its modules and user details from 1.
+TEST(ErrorCodes, NumbersOfOneComponentHaveNoWordsOfAnothers)
+{
+    EXPECT_STREQ("KEST_setAttribute", tools::moduleText(0x1300, 1));
+    EXPECT_STREQ("persisted copy read", tools::moduleText(0x1400, 1));
+    EXPECT_STREQ("request refused", tools::moduleText(0x1600, 1));
+    EXPECT_STREQ("", tools::moduleText(0x1600, 6));
+    EXPECT_STREQ("", tools::moduleText(0, 1));
+    EXPECT_STREQ("address chain", tools::subsectionText(0x1300, 1));
+    EXPECT_STREQ("key", tools::subsectionText(0x1500, 1));
+    EXPECT_STREQ("", tools::subsectionText(0x1600, 1));
+    EXPECT_STREQ("", tools::subsectionText(0x1400, 7));
 }
 
 // --- what the library gives -------------------------------------------------------------------------------------------------------

@@ -330,6 +330,47 @@ TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
     EXPECT_THAT(shown, HasSubstr("details 7       device text\n  sim:planar@AA,L,2C0256,AA\n"));
 }
 
+TEST_F(KestctlErrors, TheListNamesDevicesWithinEightyColumns)
+{
+    EXPECT_EQ(4, kestctl({"port", "read", "sim:planar,L,9552,C6"}).exit);            // first-failure data
+    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);                // device text
+    EXPECT_EQ(4, kestctl({"detect", "sim:nosuch,L,2C0256,AA"}).exit);                // device path
+    EXPECT_EQ(4, kestctl({"seeprom", "read", "--mode", "file", "planar-vpd"}).exit); // none of these
+    const std::string longest = "sim:" + std::string(60, 'n') + ",L,2C0256,AA";
+    EXPECT_EQ(4, kestctl({"detect", longest}).exit);
+
+    std::vector<json> devices;
+    const json        list = json::parse(says({"errors", "list", "--json"}));
+    for (const json& entry : list.at("entries"))
+        devices.push_back(entry.at("device"));
+    EXPECT_EQ((std::vector<json>{"sim:" + std::string(60, 'n') + "@AA", nullptr, "sim:nosuch@AA",
+                                 "sim:planar@AA,L,2C0256,AA", "sim:planar@C6"}),
+              devices);
+    EXPECT_EQ(devices.front(), json::parse(says({"errors", "show", "last", "--json"})).at("device"));
+
+    std::istringstream       lines(says({"errors", "list"}));
+    std::vector<std::string> ends; // from the column of devices on; of second lines, from that of reasons on
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80U) << line;
+        ends.push_back(line.starts_with("           ") ? line.substr(11) : line.substr(42));
+    }
+    EXPECT_EQ((std::vector<std::string>{
+                  "device",
+                  "first reason",
+                  "sim:nnnnnnnnnnnnn...nnnnnnnnnnnnnnn@AA",
+                  "1311 nothing answers, or no such bus",
+                  "-",
+                  "1306 the device has no persisted copy",
+                  "sim:nosuch@AA",
+                  "1311 nothing answers, or no such bus",
+                  "sim:planar@AA,L,2C0256,AA",
+                  "130A the device is absent",
+                  "sim:planar@C6",
+                  "1311 nothing answers, or no such bus",
+              }),
+              ends);
+}
+
 TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
 {
     for (int entry = 0; entry < 3; ++entry)
@@ -379,6 +420,25 @@ TEST_F(KestctlTrace, ShowsProcessesThatEnded)
     for (std::string line; std::getline(lines, line); ++count)
         EXPECT_TRUE(json::parse(line).contains("hash")) << line;
     EXPECT_EQ(5, count);
+}
+
+TEST_F(KestctlTrace, TellsWhatItLeavesOutAndGoesOn)
+{
+    says({"port", "read", "panel-leds"});
+    const std::filesystem::path traces = machine() / "state" / "trace";
+    writeFile(traces / "zeroed.ring", std::string(70000, '\0'));
+    writeFile(traces / "cut.ring", "KESTRING");
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"trace", "--buffer", "kest"}, {"trace", "--list"}}) {
+        const runResult result = kestctl(command);
+        EXPECT_EQ(1, result.exit);
+        EXPECT_THAT(result.errors, HasSubstr("kestctl: " + (traces / "zeroed.ring").string() +
+                                             ": trace: its header is zeroed, or was never written; left out\n"));
+        EXPECT_THAT(result.errors, HasSubstr("kestctl: " + (traces / "cut.ring").string() +
+                                             ": trace: cut short: 8 of 128 bytes of a header; left out\n"));
+        EXPECT_EQ(2, std::ranges::count(result.errors, '\n')) << result.errors;
+        EXPECT_THAT(result.output, HasSubstr(command.back() == "kest" ? " KEST_dpRead" : " ended  kest "));
+    }
 }
 
 TEST_F(KestctlTrace, OfOneProcess)

@@ -68,11 +68,29 @@ constexpr std::array reasons{
     codeRow{0x132F, "the device is locked"},
     codeRow{0x1330, "the chain does not end in a SEEPROM"},
     codeRow{0x13FF, "not supported"},
+    codeRow{0x1401, "a null argument, a name, or a malformed root"},
+    codeRow{0x1402, "past the end of the persisted copy"},
+    codeRow{0x1403, "a write without a persisted copy"},
+    codeRow{0x1404, "the file of the persisted copy failed"},
+    codeRow{0x1405, "the device table has no such number there"},
+    codeRow{0x1406, "no memory for the persisted copy"},
+    codeRow{0x1501, "a null argument to the registry"},
+    codeRow{0x1502, "no such registry key"},
+    codeRow{0x1503, "the registry's value does not fit"},
+    codeRow{0x1504, "the configuration file is in error"},
+    codeRow{0x1601, "kestd: not permitted, or no device to be named"},
+    codeRow{0x1602, "kestd: more than 65,536 bytes"},
+    codeRow{0x1603, "kestd: the payload is too long"},
+    codeRow{0x1604, "kestd: not its protocol"},
+    codeRow{0x1605, "kestd: too many clients"},
+    codeRow{0x1606, "kestd: the reply is too long"},
+    codeRow{0x1607, "kestd: past the end of the device"},
+    codeRow{0x1608, "kestd: no memory for the request"},
     codeRow{0x1701, "what was read back differs from what was written"},
     codeRow{0x1702, "the undo file could not be saved"},
 };
 
-constexpr std::array modules{
+constexpr std::array libraryModules{
     codeRow{1, "KEST_setAttribute"},
     codeRow{2, "KEST_dpRead"},
     codeRow{3, "KEST_dpWrite"},
@@ -118,22 +136,56 @@ constexpr std::array modules{
     codeRow{255, "kestProcessMsg"},
 };
 
+constexpr std::array vpdModules{codeRow{1, "persisted copy read"}, codeRow{2, "persisted copy write"},
+                                codeRow{3, "device text of a number"}};
+constexpr std::array registryModules{codeRow{1, "registry read"}};
+constexpr std::array kestdModules{codeRow{1, "request refused"}};
+
 constexpr std::array subsystems{codeRow{0x55, "IIC device"}, codeRow{0x81, "software"}};
 constexpr std::array severities{codeRow{0x10, "recovered"}, codeRow{0x20, "unrecovered"}};
 constexpr std::array procedures{codeRow{4, "check the request and the software"},
                                 codeRow{6, "check the IIC path to the device"}};
-constexpr std::array subsections{
+constexpr std::array librarySubsections{
     codeRow{1, "address chain"}, codeRow{2, "source unit"},        codeRow{3, "registry"},
     codeRow{5, "device path"},   codeRow{6, "first-failure data"}, codeRow{7, "device text"},
 };
+constexpr std::array registrySubsections{codeRow{1, "key"}, codeRow{2, "message of the configuration"}};
+constexpr std::array kestdSubsections{codeRow{8, "text of the refusal"}};
+constexpr std::array kestctlSubsections{codeRow{7, "device text"}};
+
+/// The numbers that each component counts for itself.
+struct componentRow {
+    std::uint32_t            component;
+    std::span<const codeRow> modules;
+    std::span<const codeRow> subsections;
+};
+constexpr std::array components{
+    componentRow{0x1300, libraryModules, librarySubsections},
+    componentRow{0x1400, vpdModules, {}},
+    componentRow{0x1500, registryModules, registrySubsections},
+    componentRow{0x1600, kestdModules, kestdSubsections},
+    componentRow{0x1700, {}, kestctlSubsections},
+};
+
+const char* textOf(std::span<const codeRow> componentRow::*numbers, std::uint32_t component, std::uint32_t number)
+{
+    const auto* const row = std::ranges::find(components, component, &componentRow::component);
+    return row == components.end() ? "" : textOf((*row).*numbers, number);
+}
 
 } // namespace
 
 const char* reasonText(std::uint32_t reason) { return textOf(reasons, reason); }
-const char* moduleText(std::uint32_t module) { return textOf(modules, module); }
+const char* moduleText(std::uint32_t component, std::uint32_t module)
+{
+    return textOf(&componentRow::modules, component, module);
+}
 const char* subsystemText(std::uint32_t subsystem) { return textOf(subsystems, subsystem); }
 const char* severityText(std::uint32_t severity) { return textOf(severities, severity); }
 const char* procedureText(std::uint32_t procedure) { return textOf(procedures, procedure); }
-const char* subsectionText(std::uint8_t subsection) { return textOf(subsections, subsection); }
+const char* subsectionText(std::uint32_t component, std::uint8_t subsection)
+{
+    return textOf(&componentRow::subsections, component, subsection);
+}
 
 } // namespace kest::tools

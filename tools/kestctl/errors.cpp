@@ -78,13 +78,17 @@ std::string asText(const std::vector<std::uint8_t>& bytes) { return {bytes.begin
 /// A code with its name: "0x1311 nothing answers".
 std::string named(const std::string& number, const char* name) { return *name == 0 ? number : number + " " + name; }
 
+/// The component whose module made an SRC.
+std::uint32_t componentOf(const host::loggedSrc& src) { return src.words[wordModule] >> 16; }
+std::uint32_t moduleOf(const host::loggedSrc& src) { return src.words[wordModule] & 0xFFFFU; }
+
 ordered_json srcJson(const host::loggedSrc& src)
 {
-    const std::uint32_t module = src.words[wordModule] & 0xFFFFU;
+    const std::uint32_t module = moduleOf(src);
     return {{"words", src.words},
             {"creator", src.creator},
             {"module", module},
-            {"module_name", moduleText(module)},
+            {"module_name", moduleText(componentOf(src), module)},
             {"reason", src.words[wordReason]},
             {"reason_text", reasonText(src.words[wordReason])},
             {"subsystem", src.words[wordSubsystem]},
@@ -104,6 +108,7 @@ ordered_json listJson(const Items& items, Show show)
 
 ordered_json headJson(const host::loggedEntry& entry)
 {
+    const std::string device = host::deviceOf(entry);
     return {{"id", entry.plid},
             {"committed", timeText(entry.committedMs)},
             {"created", timeText(entry.createdMs)},
@@ -113,6 +118,7 @@ ordered_json headJson(const host::loggedEntry& entry)
             {"process", entry.process},
             {"process_id", entry.processId},
             {"action", entry.commitAction},
+            {"device", device.empty() ? ordered_json(nullptr) : ordered_json(device)},
             {"reason", entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason]},
             {"reason_text", entry.srcs.empty() ? "" : reasonText(entry.srcs.front().words[wordReason])}};
 }
@@ -142,7 +148,7 @@ ordered_json entryJson(const host::loggedEntry& entry)
         ordered_json row{{"component", details.component},
                          {"version", details.version},
                          {"subsection", details.subsection},
-                         {"name", subsectionText(details.subsection)},
+                         {"name", subsectionText(details.component, details.subsection)},
                          {"hex", hex(details.bytes)}};
         if (isText(details.bytes))
             row["text"] = asText(details.bytes);
@@ -154,12 +160,37 @@ ordered_json entryJson(const host::loggedEntry& entry)
     return result;
 }
 
+/// A text for people, escaped, that takes at most so many bytes: what is too long loses its middle, since both ends of a device text tell
+/// devices apart.
+std::string shortened(const std::string& text, std::size_t most)
+{
+    constexpr std::string_view gap    = "...";
+    const auto                 inside = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
+    const std::string          shown  = escaped(text);
+    if (shown.size() <= most) {
+        return shown;
+    }
+    std::size_t head = (most - gap.size()) / 2;
+    std::size_t tail = shown.size() - (most - gap.size() - head);
+    while (head > 0 && inside(shown[head])) {
+        --head;
+    }
+    while (tail < shown.size() && inside(shown[tail])) {
+        ++tail;
+    }
+    return shown.substr(0, head).append(gap).append(shown.substr(tail));
+}
+
+/// Two lines of at most 80 columns: reasons and device texts do not fit into one.
 void showRow(const host::loggedEntry& entry)
 {
-    const std::uint32_t reason = entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason];
+    constexpr std::size_t deviceColumns = 38;
+    const std::uint32_t   reason        = entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason];
+    const std::string     device        = host::deviceOf(entry);
     standardOutput().text(fmt::format(
-        "{} {:.19}  {:08X}  {}\n", standardOutput().paint(colour::bold, fmt::format("0x{:08X}", entry.plid)),
-        timeText(entry.committedMs), entry.returnCode, named(fmt::format("{:04X}", reason), reasonText(reason))));
+        "{} {:.19}  {:08X}  {}\n{:<11}{}\n", standardOutput().paint(colour::bold, fmt::format("0x{:08X}", entry.plid)),
+        timeText(entry.committedMs), entry.returnCode, device.empty() ? "-" : shortened(device, deviceColumns), "",
+        named(fmt::format("{:04X}", reason), reasonText(reason))));
 }
 
 void line(const std::string& name, const std::string& value)
@@ -169,10 +200,10 @@ void line(const std::string& name, const std::string& value)
 
 void showSrc(std::size_t index, const host::loggedSrc& src)
 {
-    const std::uint32_t module = src.words[wordModule] & 0xFFFFU;
+    const std::uint32_t module = moduleOf(src);
     line(fmt::format("SRC {}", index + 1),
          named(fmt::format("0x{:04X}", src.words[wordReason]), reasonText(src.words[wordReason])));
-    line("  module", named(std::to_string(module), moduleText(module)));
+    line("  module", named(std::to_string(module), moduleText(componentOf(src), module)));
     line("  subsystem",
          named(fmt::format("0x{:02X}", src.words[wordSubsystem]), subsystemText(src.words[wordSubsystem])));
     line("  user data", fmt::format("{:08X} {:08X} {:08X} {:08X}", src.words[wordUserData], src.words[wordUserData + 1],
@@ -181,7 +212,7 @@ void showSrc(std::size_t index, const host::loggedSrc& src)
 
 void showDetails(const host::loggedDetails& details)
 {
-    const std::string name = subsectionText(details.subsection);
+    const std::string name = subsectionText(details.component, details.subsection);
     line("details " + std::to_string(details.subsection), name.empty() ? "user details" : name);
     if (isText(details.bytes)) {
         standardOutput().text("  " + escaped(asText(details.bytes)) + "\n");
@@ -221,8 +252,9 @@ void showEntry(const host::loggedEntry& entry)
     for (const host::loggedFruCallout& callout : entry.fruCallouts)
         line("part callout", fmt::format("priority {}, device number 0x{:04X}", callout.priority, callout.fru));
     for (const host::loggedSoftwareError& error : entry.softwareErrors)
-        line("step failed", fmt::format("return code 0x{:08X}, module {}, site {}", error.returnCode,
-                                        named(std::to_string(error.word1), moduleText(error.word1)), error.word2));
+        line("step failed",
+             fmt::format("return code 0x{:08X}, module {}, site {}", error.returnCode,
+                         named(std::to_string(error.word1), moduleText(error.component, error.word1)), error.word2));
     for (const host::loggedDetails& details : entry.userDetails)
         showDetails(details);
     for (const host::loggedTrace& trace : entry.traces) {
@@ -278,7 +310,7 @@ int runErrorsList(const context& shared, const errorsListOptions& options)
         standardOutput().json({{"entries", listJson(entries, headJson)}});
     } else {
         if (!entries.empty())
-            standardOutput().text("entry      committed (UTC)      code      first reason\n");
+            standardOutput().text("entry      committed (UTC)      code      device\n           first reason\n");
         for (const host::loggedEntry& entry : entries)
             showRow(entry);
     }

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -25,14 +27,25 @@ struct shownRecord {
     host::traceRecord record;
 };
 
-std::vector<host::ringInfo> ringsOf(const traceOptions& options)
+/// Tells what could not be read. The rest is shown all the same, and the command ends with the exit code of the first such file.
+void tell(const host::ringContents& ring, int& code)
+{
+    failure why = systemFailure(ring.errorNumber, "trace", ring.info.file.string());
+    why.what    = ring.error + "; left out";
+    std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
+    code = code == exitDone ? why.code : code;
+}
+
+std::vector<host::ringInfo> ringsOf(const traceOptions& options, int& code)
 {
     const std::filesystem::path folder =
         options.folder.empty() ? host::currentConfiguration().traceFolder : std::filesystem::path(options.folder);
     std::error_code error;
     if (!options.folder.empty() && !std::filesystem::is_directory(folder, error))
         throw wrongUse("'" + options.folder + "' is no folder");
-    std::vector<host::ringInfo> rings = host::listRings(folder);
+    auto [rings, skipped] = host::listRingsAndOthers(folder);
+    for (const host::ringContents& ring : skipped)
+        tell(ring, code);
     std::erase_if(rings, [&options](const host::ringInfo& ring) {
         return (options.pid && ring.pid != *options.pid) || (!options.buffer.empty() && ring.buffer != options.buffer);
     });
@@ -78,45 +91,48 @@ ordered_json recordJson(const shownRecord& shown)
     return row;
 }
 
-int listRings(const context& shared, const std::vector<host::ringInfo>& rings)
+void showRings(const context& shared, const std::vector<host::ringInfo>& rings)
 {
     if (shared.json) {
         ordered_json rows = ordered_json::array();
         for (const host::ringInfo& ring : rings)
             rows.push_back(ringJson(ring));
         standardOutput().json({{"rings", rows}});
-        return exitDone;
+        return;
     }
     for (const host::ringInfo& ring : rings)
         standardOutput().text(fmt::format("{:>8} {:<16} {:<6} {:<8} {}\n", ring.pid, escaped(ring.processName),
                                           ring.alive ? "alive" : "ended", escaped(ring.buffer),
                                           timeText(static_cast<std::int64_t>(ring.createdNs) / nsPerMs)));
-    return exitDone;
+}
+
+/// The records of rings, oldest first.
+std::vector<shownRecord> recordsOf(const std::vector<host::ringInfo>& rings, int& code)
+{
+    std::vector<shownRecord> records;
+    for (const host::ringInfo& ring : rings) {
+        host::ringContents contents = host::readRing(ring.file);
+        // A process that begins to trace tidies the folder up: a ring may be gone since it was listed
+        if (!contents.error.empty() && contents.errorNumber != ENOENT)
+            tell(contents, code);
+        for (host::traceRecord& record : contents.records)
+            records.push_back({ring, std::move(record)});
+    }
+    std::ranges::stable_sort(records, {}, [](const shownRecord& shown) { return shown.record.timeNs; });
+    return records;
 }
 
 } // namespace
 
 int runTrace(const context& shared, const traceOptions& options)
 {
-    const std::vector<host::ringInfo> rings = ringsOf(options);
-    if (options.list)
-        return listRings(shared, rings);
-    int                      code = exitDone;
-    std::vector<shownRecord> records;
-    for (const host::ringInfo& ring : rings) {
-        host::ringContents contents = host::readRing(ring.file);
-        if (!contents.error.empty()) {
-            std::fputs(
-                (failureLine("kestctl", {.code = exitFailed, .what = contents.error, .device = ring.file.string()}) +
-                 "\n")
-                    .c_str(),
-                stderr);
-            code = exitFailed;
-        }
-        for (host::traceRecord& record : contents.records)
-            records.push_back({ring, std::move(record)});
+    int                               code  = exitDone;
+    const std::vector<host::ringInfo> rings = ringsOf(options, code);
+    if (options.list) {
+        showRings(shared, rings);
+        return code;
     }
-    std::ranges::stable_sort(records, {}, [](const shownRecord& shown) { return shown.record.timeNs; });
+    std::vector<shownRecord> records = recordsOf(rings, code);
     if (options.last != 0 && records.size() > options.last)
         records.erase(records.begin(), records.end() - options.last);
     for (const shownRecord& shown : records) {

@@ -236,6 +236,22 @@ std::optional<loggedEntry> fromLine(std::string_view line)
     return entry;
 }
 
+std::string deviceOfRecord(std::string_view record)
+{
+    constexpr std::string_view noTarget = "00";
+    const auto                 json     = nlohmann::json::parse(record, nullptr, false);
+    const auto                 textOf   = [&json](const char* name) {
+        const auto found = json.find(name);
+        return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+    };
+    std::string bus, target;
+    if (json.is_object()) {
+        bus    = textOf("bus");
+        target = textOf("target");
+    }
+    return bus.empty() || target.empty() || target == noTarget ? bus : bus + "@" + target;
+}
+
 std::optional<lineFacts> factsOfLine(std::string_view line)
 {
     lineFacts facts;

@@ -15,6 +15,10 @@ namespace kest::host
 /// @return the JSON form as ASCII text of one line, without line end
 std::string toLine(const loggedEntry& entry);
 
+/// @param record  first-failure data of the IIC layer, or what passes for it. @return bus and address of the failed transfer: "BUS@HH";
+/// empty when the record is not whole or names none
+std::string deviceOfRecord(std::string_view record);
+
 /// Room for a reduced line.
 using reducedLine = std::array<char, 1024>;
 

@@ -359,15 +359,18 @@ std::string clearEntries()
 
 std::string deviceOf(const loggedEntry& entry)
 {
-    constexpr std::uint16_t library = 0x1300;
-    constexpr std::array    kinds{std::uint8_t{7}, std::uint8_t{5}}; // device text, device path
-    std::string             device;
+    constexpr std::array   components{std::uint16_t{0x1300}, std::uint16_t{0x1700}}; // library, tools
+    constexpr std::uint8_t firstFailureData = 6;
+    constexpr std::array   kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData}; // device text, device path
+    std::string            device;
     for (const std::uint8_t kind : kinds) {
         const auto found = std::ranges::find_if(entry.userDetails, [&](const loggedDetails& details) {
-            return details.component == library && details.subsection == kind;
+            return std::ranges::find(components, details.component) != components.end() && details.subsection == kind;
         });
-        if (device.empty() && found != entry.userDetails.end())
-            device.assign(found->bytes.begin(), std::ranges::find(found->bytes, 0));
+        if (device.empty() && found != entry.userDetails.end()) {
+            const std::string text(found->bytes.begin(), found->bytes.end());
+            device = kind == firstFailureData ? deviceOfRecord(text) : std::string(text.c_str());
+        }
     }
     return cleanText(device);
 }

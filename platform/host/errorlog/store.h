@@ -102,7 +102,7 @@ std::string clearEntries();
 /// Reads the whole database and looks for damage. @return what is wrong, empty when nothing is
 std::string checkStore();
 
-/// @return the device that an entry is about, as its user details name it: the device text, else the device path; empty when they name none
+/// @return the device of an entry by its user details: device text, else device path, else "BUS@HH" of the first-failure data; empty without these
 std::string deviceOf(const loggedEntry& entry);
 
 /// @return what the entry holds so far; commit items are 0

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <poll.h>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
@@ -260,9 +262,9 @@ traceRecord makeRecord(const recordBytesRead& read, bool foreign, std::uint64_t 
 
 /// A header's words in this machine's order.
 struct headerReading {
-    ringHeader header{};
-    bool       foreign = false;
-    bool       usable  = false;
+    ringHeader  header{};
+    bool        foreign = false;
+    std::string trouble; ///< why the ring can't be read; empty when it can
 };
 
 std::string boundedText(const char* text, std::size_t size)
@@ -272,11 +274,39 @@ std::string boundedText(const char* text, std::size_t size)
     return escaped;
 }
 
+std::string cutShort(std::uint64_t bytes, std::uint64_t wanted)
+{
+    return "cut short: " + std::to_string(bytes) + " of " + std::to_string(wanted) + " bytes";
+}
+
+/// What keeps a ring of `bytes` bytes with this header, its words in this machine's order, from being read.
+std::string headerTrouble(const ringHeader& header, std::uint64_t bytes)
+{
+    const std::uint64_t wanted = header.headerBytes + std::uint64_t{header.lanes} * header.laneStride;
+    if (std::memcmp(header.magic, ringMagic, sizeof ringMagic) != 0) {
+        return "not a trace ring";
+    }
+    if (header.order != orderMark || header.version != layoutVersion) {
+        return "a trace ring of a version or byte order that is not known";
+    }
+    if (header.headerBytes < sizeof header || header.lanes == 0 || header.laneUnits == 0 ||
+        header.laneUnits > maximumRingBytes / unitBytes ||
+        header.laneStride < laneHeadBytes + header.laneUnits * unitBytes) {
+        return "the numbers in its header don't fit together";
+    }
+    return wanted > bytes ? cutShort(bytes, wanted) : "";
+}
+
 headerReading readHeader(std::span<const std::uint8_t> image)
 {
     headerReading read;
     ringHeader&   header = read.header;
     if (image.size() < sizeof header) {
+        read.trouble = cutShort(image.size(), sizeof header) + " of a header";
+        return read;
+    }
+    if (std::ranges::all_of(image.first(sizeof header), [](std::uint8_t byte) { return byte == 0; })) {
+        read.trouble = "its header is zeroed, or was never written";
         return read;
     }
     std::memcpy(&header, image.data(), sizeof header);
@@ -289,11 +319,7 @@ headerReading readHeader(std::span<const std::uint8_t> image)
             *word = __builtin_bswap32(*word);
         }
     }
-    read.usable = std::memcmp(header.magic, ringMagic, sizeof ringMagic) == 0 && header.order == orderMark &&
-                  header.version == layoutVersion && header.headerBytes >= sizeof header && header.lanes > 0 &&
-                  header.laneUnits > 0 && header.laneUnits <= maximumRingBytes / unitBytes &&
-                  header.laneStride >= laneHeadBytes + header.laneUnits * unitBytes &&
-                  header.headerBytes + std::uint64_t{header.lanes} * header.laneStride <= image.size();
+    read.trouble = headerTrouble(header, image.size());
     return read;
 }
 
@@ -311,7 +337,8 @@ constexpr std::size_t maximumFileBytes = std::size_t{64} << 20;
 
 struct fileBytes {
     std::vector<std::uint8_t> bytes;
-    bool                      alive = false;
+    bool                      alive       = false;
+    int                       errorNumber = 0;
     std::string               error;
 };
 
@@ -323,7 +350,8 @@ fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
     };
     const int descriptor = sim::ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (descriptor < 0 || fstat(descriptor, &status) != 0) {
-        file.error = std::strerror(errno);
+        file.errorNumber = errno;
+        file.error       = std::strerror(file.errorNumber);
     } else if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) > maximumFileBytes) {
         file.error = "not a trace ring";
     } else {
@@ -354,6 +382,24 @@ void appendHex(std::string& to, std::span<const std::uint8_t> bytes)
     }
 }
 
+/// Adds each file to the rings or to what is skipped; one that has gone, to neither.
+void look(const std::vector<std::filesystem::path>& files, ringList& list)
+{
+    for (const std::filesystem::path& path : files) {
+        const fileBytes     loaded = loadFile(path, maximumFileBytes);
+        const headerReading read   = loaded.error.empty() ? readHeader(loaded.bytes) : headerReading{};
+        const std::string&  error  = loaded.error.empty() ? read.trouble : loaded.error;
+        ringInfo            info   = error.empty() ? makeInfo(read.header) : ringInfo{};
+        info.file                  = path;
+        info.alive                 = loaded.alive;
+        if (error.empty()) {
+            list.rings.push_back(std::move(info));
+        } else if (loaded.errorNumber != ENOENT) {
+            list.skipped.push_back({std::move(info), {}, error, loaded.errorNumber});
+        }
+    }
+}
+
 } // namespace
 
 ringContents readRingImage(std::span<const std::uint8_t> image)
@@ -361,8 +407,8 @@ ringContents readRingImage(std::span<const std::uint8_t> image)
     ringContents        contents;
     const headerReading read   = readHeader(image);
     const ringHeader&   header = read.header;
-    if (!read.usable) {
-        contents.error = "not a trace ring, or cut short";
+    if (!read.trouble.empty()) {
+        contents.error = read.trouble;
         return contents;
     }
     contents.info             = makeInfo(header);
@@ -387,31 +433,53 @@ ringContents readRing(const std::filesystem::path& file)
     if (loaded.error.empty()) {
         contents = readRingImage(loaded.bytes);
     }
-    contents.error      = loaded.error.empty() ? contents.error : loaded.error;
-    contents.info.file  = file;
-    contents.info.alive = loaded.alive;
+    contents.error       = loaded.error.empty() ? contents.error : loaded.error;
+    contents.errorNumber = loaded.errorNumber;
+    contents.info.file   = file;
+    contents.info.alive  = loaded.alive;
     return contents;
 }
 
 std::vector<ringInfo> listRings(const std::filesystem::path& folder)
 {
-    std::vector<ringInfo> rings;
-    std::error_code       error;
+    return listRingsAndOthers(folder, nullptr).rings;
+}
+
+void waitForRings()
+{
+    constexpr int ms = 50; // a ring takes less than one to make
+    poll(nullptr, 0, ms);
+}
+
+ringList listRingsAndOthers(const std::filesystem::path& folder, const std::function<void()>& pause)
+{
+    ringList                           list;
+    std::vector<std::filesystem::path> files;
+    std::error_code                    error;
     for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
          entry.increment(error)) {
-        if (entry->path().extension() != trace::ringFileSuffix) {
-            continue;
-        }
-        const fileBytes loaded = loadFile(entry->path(), maximumFileBytes);
-        const auto      read   = readHeader(loaded.bytes);
-        if (read.usable) {
-            rings.push_back(makeInfo(read.header));
-            rings.back().file  = entry->path();
-            rings.back().alive = loaded.alive;
+        if (entry->path().extension() == trace::ringFileSuffix) {
+            files.push_back(entry->path());
         }
     }
-    std::ranges::sort(rings, {}, [](const ringInfo& ring) { return std::tie(ring.pid, ring.createdNs, ring.buffer); });
-    return rings;
+    look(files, list);
+    if (!list.skipped.empty() && pause != nullptr) {
+        files.clear();
+        std::ranges::transform(list.skipped, std::back_inserter(files),
+                               [](const ringContents& skipped) { return skipped.info.file; });
+        list.skipped.clear();
+        pause();
+        look(files, list);
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        ringContents& unread = list.skipped.emplace_back();
+        unread.info.file     = folder;
+        unread.error         = error.message();
+        unread.errorNumber   = error.value();
+    }
+    std::ranges::sort(list.rings, {},
+                      [](const ringInfo& ring) { return std::tie(ring.pid, ring.createdNs, ring.buffer); });
+    return list;
 }
 
 std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::uint32_t pid)

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -39,6 +40,8 @@ struct ringContents {
     ringInfo                 info;
     std::vector<traceRecord> records; ///< oldest first
     std::string              error;   ///< why it could not be read; empty when it could
+    int                      errorNumber =
+        0; ///< `errno` of the failed call; ENOENT: the file has gone. 0 when the bytes are wrong, or nothing is
 };
 
 /// Reads one file. What is torn in it is left out; a file that is none, or cut short, is an error.
@@ -47,8 +50,21 @@ ringContents readRing(const std::filesystem::path& file);
 /// Reads a ring's bytes. @param image  as in a file
 ringContents readRingImage(std::span<const std::uint8_t> image);
 
-/// The rings of a folder, by process and time of creation; files that are none are passed over.
+/// The rings of a folder, by process and time of creation. What can't be read is passed over.
 std::vector<ringInfo> listRings(const std::filesystem::path& folder);
+
+/// What there is in a folder of rings.
+struct ringList {
+    std::vector<ringInfo>     rings;   ///< by process and time of creation
+    std::vector<ringContents> skipped; ///< files (or the folder itself) that can't be read, with `info.file` and why
+};
+
+/// Waits a moment.
+void waitForRings();
+
+/// Lists the rings of a folder, and what there is beside them. A file that is being made looks damaged for a moment: what can't be read is
+/// looked at again after `pause`. Files that go meanwhile, and a folder that is not there, are nobody's mistake and not in the list.
+ringList listRingsAndOthers(const std::filesystem::path& folder, const std::function<void()>& pause = waitForRings);
 
 /// All that one process traced into a folder, over all its buffers, oldest first.
 std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::uint32_t pid);
