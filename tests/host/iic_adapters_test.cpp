@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/host/iic/locks.h"
 #include "tests/host/linux_bus.h"
+#include "tests/host/memory.h"
 
 namespace kest::test
 {
@@ -40,6 +42,18 @@ protected:
         return {all.begin() + static_cast<std::ptrdiff_t>(offset),
                 all.begin() + static_cast<std::ptrdiff_t>(offset + length)};
     }
+};
+
+/// Another handle in the middle of a write to the chip at 0xA0.
+struct OtherWriter {
+    explicit OtherWriter(const std::filesystem::path& lockFolder)
+    {
+        EXPECT_EQ(0, host::iic::openLinuxBus("", 7, lockFolder, false, wires));
+        locks = std::make_unique<host::iic::addressLocks>(wires->identity());
+        EXPECT_TRUE(locks->beginWrite(0xA0, std::chrono::milliseconds(0)));
+    }
+    std::shared_ptr<host::iic::bus>          wires;
+    std::unique_ptr<host::iic::addressLocks> locks;
 };
 
 TEST_F(SmallAdapter, PageThatMayStillBeBeingWrittenDoesNotCountWhenTheAdapterTakesLess)
@@ -293,6 +307,36 @@ TEST_F(SmallAdapter, TargetThatAnswersTheLastQuestionIsReadAndWritten)
     EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
     chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000;
     EXPECT_EQ((answer{4, 0}), device.write(data));
+}
+
+TEST_F(SmallAdapter, ChipWhoseOtherWriterIsDoneAfterTheLastQuestionIsRead)
+{
+    const OtherWriter   other(settings.folder() / "locks");
+    bytes               data(2);
+    const std::uint64_t windowEndNs = kernel.clockNs + 50 * nsPerMs;
+    chip().busyUntilNs              = foreverNs;
+    kernel.beforeTransfer           = [&] {
+        if (kernel.clockNs >= windowEndNs && chip().busyUntilNs == foreverNs) {
+            chip().busyUntilNs = kernel.clockNs + 1;
+            other.locks->endWrite();
+        }
+    };
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    EXPECT_EQ((answer{2, 0}), device.read(data));
+    EXPECT_EQ((bytes{pattern(2)}), data);
+}
+
+TEST_F(SmallAdapter, WithoutMemoryNobodyElseWritesAndItIsWrittenAllTheSame)
+{
+    KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
+    std::shared_ptr<host::iic::bus> wires;
+    ASSERT_EQ(0, host::iic::openLinuxBus("", 7, settings.folder() / "locks", false, wires));
+    host::iic::addressLocks locks(wires->identity());
+    EXPECT_EQ("", withoutMemory([&] {
+                  const bool written = locks.isWrittenByAnother(0xA0);
+                  return !written && locks.beginWrite(0xA0, std::chrono::milliseconds(0));
+              }));
 }
 
 TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)

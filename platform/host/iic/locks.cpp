@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <exception>
 #include <thread>
 
 #include <fcntl.h>
@@ -130,7 +131,11 @@ int addressLocks::unlock(std::uint8_t address)
 bool addressLocks::beginWrite(std::uint8_t address, std::chrono::milliseconds timeout)
 {
     m_writingByte = writes + address;
-    return take(m_writing, m_writingByte, timeout) != EBUSY;
+    try {
+        return take(m_writing, m_writingByte, timeout) != EBUSY;
+    } catch (const std::exception&) { // no memory: no file can be had
+        return true;
+    }
 }
 
 void addressLocks::endWrite()
@@ -146,9 +151,13 @@ bool addressLocks::isWrittenByAnother(std::uint8_t address) const
     if (m_writing.valid()) {
         return false;
     }
-    const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
-    struct flock         request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
-    return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+    try {
+        const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
+        struct flock         request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
+        return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+    } catch (const std::exception&) { // no memory: nobody can be asked, and the transfer's own end counts
+        return false;
+    }
 }
 
 void addressLocks::releaseAll()

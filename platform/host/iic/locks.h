@@ -44,7 +44,7 @@ public:
     /// @return 0; EINVAL when not held; EIO when the file refuses
     int unlock(std::uint8_t address);
 
-    /// Keeps other writers away from an address until endWrite(). Where no file can be had it is written without.
+    /// Keeps other writers away from an address until endWrite(). Where no file or memory can be had it is written without.
     /// @return whether it may be written; false when another wrote to it for all of `timeout`
     bool beginWrite(std::uint8_t address, std::chrono::milliseconds timeout);
     void endWrite();

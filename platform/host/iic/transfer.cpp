@@ -140,6 +140,7 @@ private:
     transferResult attempt(Act act);
     outcome        ask();
     bool           opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs);
+    void           noteOtherWriter();
     outcome        silenceOr(outcome end) const;
     void           pauseSince(std::uint64_t startedNs, std::uint64_t windowNs);
     /// Of the transfer's time-out.
@@ -232,13 +233,20 @@ outcome conversation::ask()
 }
 
 /// At the end of a window for an answer. While another handle writes pages the target is silent for a good reason: it gets a window more,
-/// and one after that. Without a time-out of the transfer's own there is an end to it, too.
+/// and one after that. It gets one also when that handle was done only after the last question. Without a time-out of the transfer's own
+/// there is an end to it, too.
 bool conversation::opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs)
 {
+    const bool wasBusy = m_busyWithAnother;
+    noteOtherWriter();
+    startedNs = m_nowNs;
+    windowNs  = std::max(windowNs, longestStartMs * nsPerMs);
+    return (m_busyWithAnother || wasBusy) && m_nowNs - m_startedNs < patienceMs(m_settings) * nsPerMs;
+}
+
+void conversation::noteOtherWriter()
+{
     m_busyWithAnother = m_settings.locks != nullptr && m_settings.locks->isWrittenByAnother(m_settings.target);
-    startedNs         = m_nowNs;
-    windowNs          = std::max(windowNs, longestStartMs * nsPerMs);
-    return m_busyWithAnother && m_nowNs - m_startedNs < patienceMs(m_settings) * nsPerMs;
 }
 
 /// A target that is silent because of another handle's pages is not absent.
@@ -253,6 +261,9 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
     const bool     writes    = segments.front().way == direction::write;
     unsigned int   refused   = 1; // sent although the target answers
     transferResult result    = send(segments);
+    if (isSilence(result.end)) {
+        noteOtherWriter();
+    }
     while (isSilence(result.end) && result.segment == 0) {
         // Where an adapter does not tell a refused address from refused data, the address alone does: it must not be
         // answered. A plain read has no data to refuse, and a question that reads a byte would take that byte from it:
@@ -282,6 +293,9 @@ outcome conversation::askUntilAnswered(std::uint64_t windowNs)
 {
     std::uint64_t startedNs = m_nowNs;
     outcome       end       = ask();
+    if (isSilence(end)) {
+        noteOtherWriter();
+    }
     while (isSilence(end) && !expired() && (m_nowNs - startedNs < windowNs || opensAgain(startedNs, windowNs))) {
         pauseSince(startedNs, windowNs);
         end = ask();
