@@ -261,6 +261,15 @@ TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsNotRun)
     EXPECT_EQ(0, result);
 }
 
+TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsCleared)
+{
+    EXPECT_TRUE(comesBack([this] {
+        commitEntry(1); // the log is open
+        OtherConnection(database()).run(endlessTrigger);
+        return host::clearEntries().empty() && wordsInLog().empty();
+    }));
+}
+
 TEST_F(ErrorLogTrouble, AFileThatIsNoErrorLogIsSetAside)
 {
     commitEntry(1);

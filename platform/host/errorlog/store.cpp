@@ -268,11 +268,11 @@ std::string clearDatabase(processLog& log)
     if (access(file.c_str(), F_OK) != 0)
         return {};
     const patience wait(commitPatience);
-    bool           done = openWriter(log, wait, opened);
-    if (done && !log.writer->clear(wait)) {
+    bool           done = openWriter(log, wait, opened) && log.writer->clear(wait);
+    if (!done && log.writer != nullptr && log.writer->replaced()) // its layout was changed since it was opened
+        done = openWriter(log, wait, opened) && log.writer->clear(wait);
+    if (!done && log.writer != nullptr)
         opened.problem = log.writer->problem();
-        done           = false;
-    }
     bool damaged = false;
     if (!done)
         log.writer.reset();
