@@ -166,7 +166,7 @@ std::string shortened(const std::string& text, std::size_t most)
 {
     constexpr std::string_view gap    = "...";
     const auto                 inside = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
-    const std::string          shown  = escaped(text);
+    std::string                shown  = escaped(text);
     if (shown.size() <= most) {
         return shown;
     }
