@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -24,6 +25,8 @@ namespace
 constexpr auto machineFileName = "machine.toml";
 constexpr auto stateFileName   = "machine.state";
 constexpr auto ownFiles        = "machine."; // what the names of a machine's own files begin with
+
+constexpr off_t longestTextBytes = 1 << 20; // of a machine file
 
 /// The system's monotonic clock.
 class systemClock final : public realClock
@@ -47,9 +50,17 @@ private:
     static constexpr std::uint64_t nsPerSecond = 1'000'000'000;
 };
 
+/// The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
 std::string readText(const std::filesystem::path& file)
 {
-    const int   in = ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    const int   in = ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat found {
+    };
+    if (in >= 0 && fstat(in, &found) == 0 && (!S_ISREG(found.st_mode) || found.st_size > longestTextBytes)) {
+        close(in);
+        throw std::runtime_error{file.string() +
+                                 (S_ISREG(found.st_mode) ? ": is too large" : ": is not a regular file")};
+    }
     std::string text;
     ssize_t     got = in < 0 ? -1 : 1;
     for (std::array<char, 4096> piece{}; got > 0 || (got < 0 && in >= 0 && errno == EINTR);) {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <set>
 
+#include <sys/stat.h>
+
 namespace kest::sim::test
 {
 
@@ -152,6 +154,16 @@ protected:
         open();
         return ::testing::internal::GetCapturedStderr();
     }
+    /// Opens what is in the folder. @return why that fails, empty when it does not
+    [[nodiscard]] std::string openingSays() const
+    {
+        try {
+            openMachine(home.path, false);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    }
     std::string said(const std::string& damage)
     {
         return "kest: " + (std::filesystem::canonical(home.path) / "machine.state").string() + ": damaged: " + damage +
@@ -181,6 +193,19 @@ TEST_F(MachineFolder, NoFolderNoFile)
 {
     EXPECT_THROW(openMachine(home.path / "nowhere", false), std::runtime_error);
     EXPECT_THROW(openMachine(home.path, false), std::runtime_error);
+}
+
+TEST_F(MachineFolder, MachineFileThatIsNoUsualFileHoldsNobodyUp)
+{
+    const std::filesystem::path file = std::filesystem::canonical(home.path) / "machine.toml";
+    ASSERT_EQ(0, mkfifo(file.c_str(), 0600));
+    EXPECT_EQ(file.string() + ": is not a regular file", openingSays());
+    std::filesystem::remove(file);
+    std::filesystem::create_symlink("/dev/zero", file);
+    EXPECT_EQ(file.string() + ": is not a regular file", openingSays());
+    std::filesystem::remove(file);
+    home.put("machine.toml", bus + std::string(1 << 20, '\n'));
+    EXPECT_EQ(file.string() + ": is too large", openingSays());
 }
 
 TEST_F(MachineFolder, OneFolderIsOneObject)
