@@ -207,6 +207,18 @@ TEST_F(KestctlDetect, HintsAtAnAddressInTheWrongForm)
                 HasSubstr("a device answers at 42 = 0x21: write 42, addresses are in the 8-bit form"));
 }
 
+TEST_F(KestctlDetect, NoAddressIsNamedWhereThatTypeIsNeverFound)
+{
+    // a hub answers at twice 40, but no expander is ever there; and an expander at half of the hub's 80
+    says({"sim", "fault", "add", "nack", "--address", "0x40"});
+    EXPECT_THAT(kestctl({"detect", "card-presence"}).errors,
+                HasSubstr("nothing answers; check address and power; 'kestctl scan sim:planar' shows what does [log"));
+    says({"sim", "fault", "clear"});
+    says({"sim", "fault", "add", "nack", "--address", "0x80"});
+    EXPECT_THAT(kestctl({"detect", "riser-vpd"}).errors,
+                HasSubstr("the hub did not answer and was reset; try again: the next transfer can work [log"));
+}
+
 TEST_F(KestctlDetect, AHeldBusIsNoAbsence)
 {
     says({"sim", "fault", "add", "hold-scl", "--count", "1"});

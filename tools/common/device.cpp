@@ -327,6 +327,34 @@ std::string detectionText(const device& which)
     return fmt::format("{}@{:02X}{}", which.bus, which.end().address, which.text.substr(which.text.find(',')));
 }
 
+namespace
+{
+
+struct addressRange {
+    std::uint8_t first;
+    std::uint8_t last;
+};
+
+/// Where devices of a type are found, in the 8-bit form; everywhere, when the type says nothing.
+addressRange usualAddresses(const deviceTypeInfo& type)
+{
+    switch (type.kind) {
+    case hub:
+        return {0x80, 0x8E};
+    case seeprom:
+        return {0xA0, 0xAE};
+    case sensor:
+        return {0x90, 0x9E};
+    case registers:
+        return type.type == KEST_DEV_9551 || type.type == KEST_DEV_9552 ? addressRange{0xC0, 0xCE}
+                                                                        : addressRange{0x40, 0x4E};
+    default:
+        return {0x10, 0xEE};
+    }
+}
+
+} // namespace
+
 std::string wrongFormHint(const device& which)
 {
     if (which.links.empty())
@@ -335,8 +363,9 @@ std::string wrongFormHint(const device& which)
     const busName  bus{which.bus, which.node};
     if (answersAt(bus, which.head().address)) // a hub that is there: what is missing is behind it
         return {};
+    const auto [first, last] = usualAddresses(*which.head().type);
     for (const unsigned candidate : {address * 2, address / 2})
-        if (candidate >= 0x10 && candidate <= 0xEE && candidate % 2 == 0 &&
+        if (candidate >= first && candidate <= last && candidate % 2 == 0 &&
             answersAt(bus, static_cast<std::uint8_t>(candidate)))
             return fmt::format("a device answers at {}: write {:02X}, addresses are in the 8-bit form",
                                addressText(static_cast<std::uint8_t>(candidate)), candidate);

@@ -92,7 +92,7 @@ void requireKind(const device& which, std::initializer_list<deviceKind> kinds, c
 [[nodiscard]] std::string detectionText(const device& which);
 
 /// When the address looks like one given in the wrong form, because a device answers at its double or half: what to write instead.
-/// Probes both. Empty when nothing answers there, too.
+/// Probes those of the two where a device of this type can be. Empty when nothing answers there, too.
 [[nodiscard]] std::string wrongFormHint(const device& which);
 
 } // namespace kest::tools
