@@ -39,6 +39,18 @@ TEST_F(KestctlSim, NewMachineHoldsRealContents)
     EXPECT_EQ(image("cal-256-scope-x24c02.bin"), readFile(machine() / "fan.bin"));
 }
 
+TEST_F(KestctlSim, AFullDiskIsAFailureAndNoWrongUse)
+{
+    const std::vector<std::vector<std::string>> commands{
+        {"sim", "show"}, {"detect", "planar-vpd"}, {"scan", "sim:planar"}, {"seeprom", "read", "planar-vpd"}};
+    for (const auto& command : commands) {
+        std::filesystem::remove(machine() / "machine.state");
+        const runResult result = kestctl(command, {.largestFile = 1024});
+        EXPECT_EQ(1, result.exit) << command.front();
+        EXPECT_THAT(result.errors, HasSubstr("machine.state: state file: File too large")) << command.front();
+    }
+}
+
 TEST_F(KestctlSim, NewRefusesAFolderThatIsInUse)
 {
     const std::string before = readFile(machine() / "kest.toml");

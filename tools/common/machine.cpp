@@ -1,5 +1,7 @@
 #include "tools/common/machine.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <fmt/format.h>
 #include <stdexcept>
@@ -10,6 +12,17 @@
 
 namespace kest::tools
 {
+namespace
+{
+
+/// What no change of the machine's files cures.
+bool isShortage(int error)
+{
+    constexpr std::array shortages{ENOSPC, EDQUOT, EFBIG, ENOMEM, EMFILE, ENFILE};
+    return std::ranges::find(shortages, error) != shortages.end();
+}
+
+} // namespace
 
 std::shared_ptr<sim::machine> openConfiguredMachine()
 {
@@ -25,6 +38,8 @@ std::shared_ptr<sim::machine> openConfiguredMachine()
             throw failure{.code    = exitRefused,
                           .what    = why.what(),
                           .tryThis = "run it as a user who may use the machine's folder"};
+        if (isShortage(error))
+            throw failure{.what = why.what()};
         throw wrongUse(why.what(), "repair the machine's folder");
     } catch (const std::runtime_error& why) {
         throw wrongUse(why.what(), "repair the machine's folder");

@@ -12,7 +12,7 @@ namespace kest::tools
 {
 
 /// Opens it. Throws a `failure`: exit code 2 when none is configured or its folder is not usable, 3 when the user may not
-/// use it.
+/// use it, 1 when the disk is full or memory is short.
 [[nodiscard]] std::shared_ptr<sim::machine> openConfiguredMachine();
 
 /// Throws as openConfiguredMachine() does when one is configured.
