@@ -1,4 +1,6 @@
 /// The client library against services that are slow, broken or hostile: every malformed reply is an error, never more.
+#include <sys/resource.h>
+
 #include "tests/tools/kestd_support.h"
 
 namespace kest::test
@@ -154,6 +156,18 @@ TEST(KestdClient, NobodyThere)
     EXPECT_EQ(none.error(), got.message);
     EXPECT_FALSE(client::Connection(folder.path() / std::string(200, 'x')).connected());
     EXPECT_FALSE(client::Connection("").connected());
+}
+
+TEST(KestdClient, WithoutADescriptorSaysSo)
+{
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit none{3, before.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    const client::Connection refused("/somewhere/socket", patience);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_FALSE(refused.connected());
+    EXPECT_EQ("/somewhere/socket: Too many open files", refused.error());
 }
 
 TEST(KestdClient, WhatCannotBeAsked)

@@ -101,15 +101,18 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
     const auto    seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const timeval bound{seconds.count(), static_cast<suseconds_t>((timeout - seconds).count() * 1000 + 1)};
     m_descriptor = sim::ownDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
-    int result = -1;
-    do {
-        result = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    } while (result != 0 && errno == EINTR);
+    int result   = m_descriptor < 0 ? -1 : setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
+    if (result == 0) {
+        do {
+            result = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        } while (result != 0 && errno == EINTR);
+    }
     if (result != 0) {
         m_systemError = errno;
         m_error       = m_socket + ": " + std::strerror(m_systemError);
-        close(m_descriptor);
+        if (m_descriptor >= 0) {
+            close(m_descriptor);
+        }
         m_descriptor = -1;
     }
 }
