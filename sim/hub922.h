@@ -1,5 +1,5 @@
-/// The 922 hub: a chip on the main bus with eight sub-buses, each with chips of its own. Knows neither main bus nor
-/// file.
+/// The 922 hub: a chip on the main bus with eight sub-buses, each with chips of its own.
+/// Knows neither main bus nor file.
 #pragma once
 
 #include "sim/chip.h"

@@ -154,8 +154,8 @@ public:
 };
 
 /// @param realTime  transactions also take their bus time
-/// A damaged state file is kept as machine.state.damaged, which a line on standard error says, and the machine starts
-/// anew.
+/// A damaged state file is kept as machine.state.damaged, which a line on standard error says,
+/// and the machine starts anew.
 /// Throws std::runtime_error with "FILE:LINE: what" for an unusable folder, among them std::system_error with the code
 /// of what the system refused.
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime);

@@ -28,8 +28,8 @@ public:
     EdalDeviceOperation& operator=(const EdalDeviceOperation&) = delete;
     virtual ~EdalDeviceOperation();
 
-    /// @return the register byte and the data, owned by the operation; a read overwrites it from its start. Null when there was no
-    /// memory for it.
+    /// @return the register byte and the data, owned by the operation; a read overwrites it from its start. Null
+    /// when there was no memory for it.
     virtual std::uint8_t* getBuffer() = 0;
     /// @return the phases that the operation has, in the order write, read
     virtual std::uint32_t getDirection() = 0;

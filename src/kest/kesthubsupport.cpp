@@ -223,8 +223,8 @@ bool prepare(hubTransfer& transfer, bool isRead, const stepLines& lines)
            seekDevice(transfer, lines.seek);
 }
 
-/// Lets the hub say how the transfer ended; its verdict comes back in `errl`. The transfer can be repeated for it, with
-/// the same size.
+/// Lets the hub say how the transfer ended; its verdict comes back in `errl`. The transfer can be
+/// repeated for it, with the same size.
 void checkHub(hubTransfer& transfer, int direction, ErrlEntry*& errl)
 {
     const unsigned int size = transfer.size;
@@ -242,8 +242,8 @@ void writeThroughHub(hubTransfer& transfer, const void* data)
         std::copy_n(static_cast<const std::uint8_t*>(data), asked, transfer.buffer.get());
         kest_wobuWrite(transfer.handle, transfer.errl, &transfer.size, transfer.buffer.get());
         if (passed(transfer, 690)) {
-            // Whatever a failure that was committed below left there: the hub's check repeats so many bytes of the
-            // buffer.
+            // Whatever a failure that was committed below left there: the hub's check repeats
+            // so many bytes of the buffer.
             transfer.size = std::min(transfer.size, asked);
             usleep(static_cast<useconds_t>(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000));
             checkHub(transfer, writeTransfer, transfer.errl);

@@ -43,8 +43,8 @@ void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary,
 /// Bytes that a reset path takes beyond `strlen(path)`, at most: a token without its comma gets one, then come
 /// "9552,0xC0" and the terminator.
 constexpr unsigned int kest_hubResetPathExtra = 16;
-/// Builds the device text of the expander that drives a hub's reset line: the first two tokens of `path`, then "9552,"
-/// and the address.
+/// Builds the device text of the expander that drives a hub's reset line: the first two tokens of `path`,
+/// then "9552," and the address.
 /// @param[out] out  `strlen(path) + 1` bytes, zeroed first. They hold the reset path of any device behind a hub, whose
 /// own links are longer. For a path that ends sooner, as one of two tokens does, `strlen(path) +
 /// kest_hubResetPathExtra` bytes are needed.

@@ -236,8 +236,8 @@ void transferThroughHub(seepromTransfer& transfer, void* buffer)
 }
 
 /// What the caller is told. Beside an entry it is the layer's own count, whatever that is. Without one the caller goes
-/// by it, and it stays within the buffer: a failure that was committed below leaves any count, and a hub's can be one
-/// too high.
+/// by it, and it stays within the buffer: a failure that was committed below leaves any count, and
+/// a hub's can be one too high.
 unsigned int lengthToTell(const seepromTransfer& transfer)
 {
     return transfer.error == nullptr ? std::min(transfer.lengthMoved, transfer.lengthWanted) : transfer.lengthMoved;

@@ -1,5 +1,5 @@
-/// Transfers of the IIC layer on adapters that take little at once, that can't ask an address alone, or that run out of
-/// memory.
+/// Transfers of the IIC layer on adapters that take little at once, that can't ask an address
+/// alone, or that run out of memory.
 #include <functional>
 #include <gmock/gmock.h>
 #include <new>
@@ -131,8 +131,8 @@ TEST_F(SmallAdapter, HubReadNeedsRoomForOneByteBehindItsStatus)
     EXPECT_THAT(kernel.log, IsEmpty());
 }
 
-/// What a kernel bus reckons with: the lower of the speed set and the adapter's clock, and how many bytes go into 250
-/// ms of it.
+/// What a kernel bus reckons with: the lower of the speed set and the adapter's clock, and how
+/// many bytes go into 250 ms of it.
 struct clockCase {
     std::uint32_t            adapterHz;
     std::uint16_t            speedKhz;

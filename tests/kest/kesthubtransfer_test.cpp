@@ -855,8 +855,8 @@ TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
         platform.healthy();
         int reads            = 0;
         platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
-            // the status ahead of the transfer, the transfer of a read, and the status behind it, which says: sub-bus
-            // error
+            // the status ahead of the transfer, the transfer of a read, and the status behind
+            // it, which says: sub-bus error
             std::memset(bytes, ++reads == 3 ? 3 : 0, size);
             errno = 35;
             return reads > 3 && size > 1 ? -1 : static_cast<int>(size); // the repeat

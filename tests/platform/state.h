@@ -123,8 +123,8 @@ std::string detailsText(const Bytes& data, std::uint8_t subsection);
 int  trackedAllocations();
 void forgetAllocations();
 void failAllocation(int n);
-/// Errors found so far when blocks were released (array new released by delete, bytes written beyond the end, ...);
-/// empties the list.
+/// Errors found so far when blocks were released (array new released by delete, bytes written beyond the
+/// end, ...); empties the list.
 std::vector<std::string> allocationErrors();
 
 } // namespace scripted

@@ -74,8 +74,8 @@ TEST_F(Hub, IsBusyAsLongAsPassingOnAndTheWriteCycleTake)
     const std::uint64_t stop = on->write(0x80, riserAt10 + deadbeef).busTimeNs;
     ASSERT_TRUE(on->asksUntilAnswered(0x80, 200));
     const std::uint64_t took = on->planar->busTimeNs() - stop;
-    // START, address, two offset bytes, four data bytes, STOP: 65 bits of 2.5 us; then 3.5 ms; then polls of 27.5 us on
-    // both buses.
+    // START, address, two offset bytes, four data bytes, STOP: 65 bits of 2.5 us; then 3.5 ms; then
+    // polls of 27.5 us on both buses.
     EXPECT_GE(took, 162'500U + 3'500'000U);
     EXPECT_LE(took, 162'500U + 3'500'000U + 3 * 27'500U);
 }
@@ -547,8 +547,8 @@ TEST_F(Hub, HoldsSclWhileItFetches)
 {
     const std::uint64_t before = on->planar->busTimeNs();
     const std::uint64_t after  = on->readAt(0x80, riserAt10, 3).busTimeNs;
-    // Main bus: 2 STARTs, 2 addresses, 4 + 3 bytes, STOP: 84 bits. Sub-bus: 2 STARTs, 2 addresses, 2 offset bytes, 2
-    // data bytes: 56.
+    // Main bus: 2 STARTs, 2 addresses, 4 + 3 bytes, STOP: 84 bits. Sub-bus: 2 STARTs, 2 addresses, 2
+    // offset bytes, 2 data bytes: 56.
     EXPECT_EQ(after - before, (84U + 56U) * 2500U);
 }
 

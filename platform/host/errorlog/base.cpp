@@ -9,7 +9,7 @@
 namespace
 {
 
-/// Room for entries that tell of a lack of memory.
+/// Room for entries that report a lack of memory.
 class reserve
 {
 public:

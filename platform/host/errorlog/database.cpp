@@ -68,7 +68,7 @@ struct finalizeStatement {
 using connectionOwner = std::unique_ptr<sqlite3, closeConnection>;
 using statementOwner  = std::unique_ptr<sqlite3_stmt, finalizeStatement>;
 
-/// How long whoever uses SQLite now waits for others. One at a time does: the log's guard sees to it.
+/// How long the present user of SQLite waits for others. One at a time does: the log's guard sees to it.
 patience currentPatience;
 
 int waitForOthers(void*, int) { return currentPatience.pause(busyPause) ? 1 : 0; }

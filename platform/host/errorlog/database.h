@@ -38,7 +38,7 @@ struct openedDatabase {
 class database
 {
 public:
-    /// Opens the database and makes it when there is none. It is made beside its place and moved there whole: whoever is killed leaves
+    /// Opens the database and makes it when there is none. It is made beside its place and moved there whole: one that is killed leaves
     /// nothing that readers would trip over. A layout that is not kest's is never run: its entries are kept where their table is kest's, else
     /// the file is set aside. Others that open one at the same time are kept away by the caller.
     static openedDatabase open(const std::filesystem::path& file, const patience& wait);

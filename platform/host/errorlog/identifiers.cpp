@@ -76,7 +76,7 @@ bool writeCounter(const logFiles& files, std::uint32_t number)
 std::uint32_t setAside(const configuration& settings, std::uint32_t count)
 {
     const logFiles files(settings);
-    // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which whoever opens the database takes
+    // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which an opener of the database takes
     // while holding what this takes.
     std::uint32_t behind = 0;
     if (readCounter(files.nextId) == 0)

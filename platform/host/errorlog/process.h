@@ -24,8 +24,8 @@ struct logFiles {
     std::filesystem::path lock;   ///< held while a database is opened, the spool changed, identifiers set aside
     std::filesystem::path nextId; ///< the first identifier that is not set aside yet
     std::filesystem::path spool;
-    std::filesystem::path
-        otherName; ///< of the spool for when the state folder can't be written; one for each state folder
+    /// Of the spool for when the state folder can't be written; one for each state folder.
+    std::filesystem::path otherName;
 };
 
 /// A folder and the spool in it.

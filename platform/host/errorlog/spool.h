@@ -17,7 +17,7 @@
 namespace kest::host
 {
 
-/// Functions answer 0 or an `errno` value. Any number of processes use one spool; each change is made under a lock, for which they wait as
+/// Functions return 0 or an `errno` value. Any number of processes use one spool; each change is made under a lock, for which they wait as
 /// long as they are told to.
 class spool
 {
@@ -34,7 +34,7 @@ public:
     int read(std::vector<std::string>& lines) const;
     /// @return whether there may be lines
     [[nodiscard]] bool pending() const;
-    /// Hands the lines over, some at a time, and removes those for which `consumer` answered true; it goes on until `consumer` answers false
+    /// Hands the lines over, some at a time, and removes those for which `consumer` returned true; it goes on until `consumer` returns false
     /// or `until` is over. Nobody adds lines meanwhile. Never waits.
     int take(const std::function<bool(std::span<const std::string>)>& consumer, const patience& until);
     /// Removes all lines.

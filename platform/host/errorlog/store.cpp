@@ -53,15 +53,15 @@ processLog& currentLog(const configuration& settings)
 
 /// An entry on its way into the log.
 struct commit {
-    storedEntry                  stored;
-    patience                     wait{commitPatience}; ///< for all that it does
-    bool                         isDurable = false;
-    bool                         isTold    = true; ///< standard error has to take it, too
-    std::string                  problem;          ///< why the database did not take it
-    std::string                  notes;            ///< further lines for standard error
-    const std::filesystem::path* otherFolder =
-        nullptr; ///< of the spool that took it, where that is not the one configured
-    int spoolError = 0;
+    storedEntry stored;
+    patience    wait{commitPatience}; ///< for all that it does
+    bool        isDurable = false;
+    bool        isTold    = true; ///< standard error has to take it, too
+    std::string problem;          ///< why the database did not take it
+    std::string notes;            ///< further lines for standard error
+    int         spoolError = 0;
+    /// Of the spool that took it, where that is not the one configured.
+    const std::filesystem::path* otherFolder = nullptr;
 };
 
 void note(std::string& notes, const std::string& line)
@@ -213,7 +213,7 @@ bool tellPeople(const commit& now) noexcept
     }
 }
 
-/// What standard error is told of an entry: the entry, and why. Without memory, the entry.
+/// Writes an entry to standard error, and why it had to. Without memory, the entry alone.
 void tellEntry(const commit& now) noexcept
 {
     try {

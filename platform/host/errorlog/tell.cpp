@@ -36,7 +36,7 @@ private:
     fileDescriptor m_again; ///< a pipe or a terminal, opened a second time
 };
 
-/// Opened again, a full pipe or a stopped terminal answers EAGAIN, and what other processes share stays as it is. A file opened again would
+/// Opened again, a full pipe or a stopped terminal fails with EAGAIN, and what other processes share stays as it is. A file opened again would
 /// be written from its beginning.
 unblockedError::unblockedError()
 {

@@ -15,7 +15,7 @@ public:
     ~unsharedFile() { close(); }
 
     /// Closes what was open and opens anew. No fork happens meanwhile, so that no child has a descriptor that nobody knows of.
-    /// @param opener  answers a descriptor that ends with exec, or -1 with `errno`. It must not lock what forks are watched for.
+    /// @param opener  returns a descriptor that ends with exec, or -1 with `errno`. It must not lock what forks are watched for.
     /// @return whether a file is open now; `errno` is the opener's
     template <typename Opener>
     bool open(Opener opener)
@@ -47,7 +47,7 @@ private:
     unsharedFile* m_previous = nullptr;
 };
 
-/// Has the open files closed in children of forks from now on. What else is told of forks is registered later, and so is locked before
+/// Has the open files closed in children of forks from now on. What else watches forks is registered later, and so is locked before
 /// these files are: it may be held while one is opened.
 void watchUnsharedFiles();
 

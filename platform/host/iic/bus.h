@@ -1,7 +1,7 @@
 /// One IIC bus, as the layer sees it: transactions, a probe, a reset, and what the adapter is able to do.
 ///
-/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of transfers are written once, above
-/// it.
+/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of
+/// transfers are written once, above it.
 /// Addresses are in the 8-bit form, even. Implementations: bus_linux.cpp, bus_sim.cpp.
 #pragma once
 
@@ -105,8 +105,8 @@ public:
     virtual transferResult transfer(std::span<const segment> segments, const transferPace& pace) = 0;
     /// @return done when something acknowledged, addressNotAcknowledged when nothing did
     virtual transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) = 0;
-    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0: nothing) for a sign of
-    /// life.
+    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0:
+    /// nothing) for a sign of life.
     virtual outcome reset(std::uint8_t address) = 0;
     /// What the kind of adapter takes. One that takes less ends a transaction with `tooLong`.
     [[nodiscard]] virtual transferLimits limits() const = 0;

@@ -115,8 +115,8 @@ outcome endOf(int error)
     return row == errnoRows.end() ? outcome::failed : row->end;
 }
 
-/// How an open ends a transaction that needs it. ENXIO says there that the node has no adapter, and nothing about a
-/// device.
+/// How an open ends a transaction that needs it. ENXIO says there that the node has no
+/// adapter, and nothing about a device.
 outcome endOfOpen(int error) { return error == ENXIO ? outcome::gone : endOf(error); }
 
 struct functionRow {
@@ -138,8 +138,8 @@ constexpr std::array functionNames{
     functionRow{I2C_FUNC_SMBUS_READ_I2C_BLOCK, "I2C block read"},
 };
 
-/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an EEPROM), a byte is
-/// read instead.
+/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an
+/// EEPROM), a byte is read instead.
 bool mindsAddressAlone(std::uint8_t address)
 {
     const unsigned int address7 = address >> 1;
@@ -374,8 +374,8 @@ transferResult linuxBus::transferSmbus(std::span<const segment> segments)
     return result;
 }
 
-/// One SMBus call. A driver of the kernel's that holds the address does not stand in the way, as it doesn't for
-/// messages.
+/// One SMBus call. A driver of the kernel's that holds the address does not stand in the
+/// way, as it doesn't for messages.
 transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
                                i2c_smbus_data* data)
 {
@@ -456,7 +456,7 @@ bool linuxBus::heldByDriver(std::uint8_t address)
     return makeOwn() == 0 && m_calls.control(m_node.descriptor, I2C_SLAVE, address >> 1U) != 0 && errno == EBUSY;
 }
 
-/// What an open answers; where it is no matter of the node's, what a transaction that ends like that does.
+/// The errno of an open; where it is no matter of the node's, the one of a transaction that ends like that.
 int openErrno(int error)
 {
     switch (error) {

@@ -11,7 +11,7 @@
 namespace kest::host::iic
 {
 
-/// All answer -1 with `errno` on failure, as the calls they stand for.
+/// All return -1 with `errno` on failure, as the calls they stand for.
 class systemCalls
 {
 public:
@@ -23,9 +23,9 @@ public:
     virtual int statNode(int descriptor, struct stat& about);
     /// @param argument  a number or an address, as the request takes it
     virtual int control(int descriptor, unsigned long request, std::uintptr_t argument);
-    /// The kernel's name of adapter `number`; empty when it is not told.
+    /// The kernel's name of adapter `number`; empty when it is not known.
     virtual std::string adapterName(unsigned int number);
-    /// The clock of adapter `number` as the device tree says, Hz; 0 when it is not told.
+    /// The clock of adapter `number` as the device tree has it, Hz; 0 when it has none.
     virtual std::uint32_t adapterClockHz(unsigned int number);
     virtual std::uint64_t nowNs(); ///< CLOCK_MONOTONIC
     virtual void          pause(std::uint64_t nanoseconds);

@@ -55,7 +55,7 @@ void traceDone(const char* operation, const device& opened, const callResult& re
                          result.value);
 }
 
-/// What a call answers; one that ran out of memory, too.
+/// The result of a call, also of one that ran out of memory.
 template <typename Call>
 callResult answerOf(device& opened, Call call)
 {
@@ -68,7 +68,7 @@ callResult answerOf(device& opened, Call call)
     }
 }
 
-/// Records and traces a call. Want of memory for that changes nothing of what the call answers.
+/// Records and traces a call. Want of memory for that changes nothing of what the call returns.
 void keepAccount(device& opened, const char* operation, bool recorded, const callResult& result)
 {
     try {

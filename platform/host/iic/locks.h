@@ -28,7 +28,7 @@ void useLockClock(lockClock* clock);
 /// The locks that one handle holds. They end with it, and with the process.
 ///
 /// One file for each bus, one byte for each address, locked through an open file description for each lock: the kernel lets go of it when
-/// its holder dies. A second byte for each address is a turnstile: whoever waits for an address holds its turnstile, so one who has just let
+/// its holder dies. A second byte for each address is a turnstile: each waiter for an address holds its turnstile, so one who has just let
 /// go must queue behind. The layer's own locks on addresses that are being written have bytes and turnstiles of the same kind behind those.
 class addressLocks
 {
@@ -48,7 +48,7 @@ public:
     /// @return whether it may be written; false when another wrote to it for all of `timeout`
     bool beginWrite(std::uint8_t address, std::chrono::milliseconds timeout);
     void endWrite();
-    /// Whether another handle, of whatever process, is between the two; false for whoever is there itself.
+    /// Whether another handle, of whatever process, is between the two; false while this one is.
     [[nodiscard]] bool isWrittenByAnother(std::uint8_t address) const;
 
     void releaseAll();

@@ -64,8 +64,8 @@ int makeFolder(const std::filesystem::path& folder, const std::function<void(int
     int error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
     if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
         error = makeFolder(folder.parent_path(), letPass);
-        if (error == 0 ||
-            error == EEXIST) { // once more, and not by way of the parent again: some places take no folders
+        // Once more, and not by way of the parent again: some places take no folders.
+        if (error == 0 || error == EEXIST) {
             error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
         }
     }

@@ -15,7 +15,7 @@
 namespace kest::host::iic
 {
 
-/// What the layer answers for an errno that stands in the way of the folder or a file of it: the system's own may mean something else to
+/// What the layer reports for an errno that stands in the way of the folder or a file of it: the system's own may mean something else to
 /// the layer's callers. @return 0, EACCES, ENOMEM or EIO
 int errnoOfFolder(int error);
 

@@ -179,7 +179,7 @@ outcome conversation::withinBusyWait(Act act)
     return end;
 }
 
-/// Want of memory in the middle of a transfer is its end like any other: the caller is told what was moved before.
+/// Want of memory in the middle of a transfer is its end like any other: the caller gets the count of what was moved before.
 template <typename Act>
 transferResult conversation::attempt(Act act)
 {
@@ -315,8 +315,8 @@ outcome conversation::awaitCycleEnd()
     return end;
 }
 
-/// What a message holds at least: a byte of data behind an offset, or behind a hub's status. A plain message is never
-/// cut.
+/// What a message holds at least: a byte of data behind an offset, or behind a hub's status.
+/// A plain message is never cut.
 std::size_t leastBytes(const transferSettings& settings, direction way)
 {
     if (settings.offsetLength == 0) {
@@ -440,8 +440,8 @@ transferReport reading::run()
     return {.moved = m_moved, .error = m_error, .silence = m_error == ENXIO ? "absent" : ""};
 }
 
-/// Makes the segments of one transaction: an offset, when there is one, and as many messages as adapter and wire time
-/// allow.
+/// Makes the segments of one transaction: an offset, when there is one, and as many messages as
+/// adapter and wire time allow.
 void reading::gather(std::span<std::uint8_t> wanted, offsetBytes& offset)
 {
     m_segments.clear();
@@ -461,8 +461,8 @@ void reading::gather(std::span<std::uint8_t> wanted, offsetBytes& offset)
     }
 }
 
-/// Reads what one transaction brings of `wanted`; in smaller pieces where the adapter takes less than it was thought
-/// to.
+/// Reads what one transaction brings of `wanted`; in smaller pieces where the adapter takes
+/// less than it was thought to.
 /// @return 0 or an errno
 int reading::readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, std::size_t& received)
 {
@@ -487,8 +487,8 @@ int reading::readPiece()
     return error;
 }
 
-/// Reads one piece through a hub: a status byte and data. The status is delivered with the first piece and dropped from
-/// later ones.
+/// Reads one piece through a hub: a status byte and data. The status is delivered with the first piece
+/// and dropped from later ones.
 /// @return 0 or an errno
 int reading::readHubPiece()
 {

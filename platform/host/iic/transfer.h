@@ -22,14 +22,14 @@ struct transferSettings {
     std::uint32_t writeCycleMs = 0;
     std::uint32_t busyWaitMs   = 0;
     transferPace  pace;            ///< its time-out is that of the whole transfer
-    addressLocks* locks = nullptr; ///< of the handle; null: nobody tells who else writes
+    addressLocks* locks = nullptr; ///< of the handle; null: other writers are not known
 };
 
 struct transferReport {
     std::size_t moved = 0;
     int         error = 0; ///< errno; 0 when all was moved
-    const char* silence =
-        ""; ///< for first-failure data: "busy" after a write, "absent" before one, when nothing answered
+    /// For first-failure data: "busy" after a write, "absent" before one, when nothing answered.
+    const char* silence = "";
 };
 
 /// States of a device, as detection tells them.
@@ -39,14 +39,14 @@ constexpr std::uint32_t detectSdaHeld   = 2;
 constexpr std::uint32_t detectPresent   = 3;
 constexpr std::uint32_t detectUncertain = 4;
 
-/// Reads from the position: an offset and the data in one transaction, as far as the adapter takes it and 250 ms of
-/// wire time allow.
+/// Reads from the position: an offset and the data in one transaction, as far as the adapter takes it
+/// and 250 ms of wire time allow.
 /// @param[in,out] learnt  what the adapter takes at once: the bus's limits at first, less after it refused something as
 ///     too long
 transferReport readDevice(bus& wires, const transferSettings& settings, std::span<std::uint8_t> data,
                           transactionHistory& history, transferLimits& learnt);
-/// Writes at the position page by page; each page has been taken in, and its write cycle is over, when it counts as
-/// moved.
+/// Writes at the position page by page; each page has been taken in, and its write cycle is
+/// over, when it counts as moved.
 /// @param[in,out] learnt  as for readDevice()
 transferReport writeDevice(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
                            transactionHistory& history, transferLimits& learnt);
