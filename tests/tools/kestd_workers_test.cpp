@@ -1,11 +1,14 @@
 /// The service's threads, by themselves: whose turn it is, and that nobody's failure or patience is the others'.
+#include <algorithm>
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
 #include <string>
+#include <thread>
 
 #include "tests/tools/kestd_support.h"
 #include "tools/kestd/places.h"
@@ -31,6 +34,8 @@ protected:
     private:
         std::function<void()> m_body;
     };
+
+    explicit KestdWorkers(const Workers::Options& options = {}) : m_workers(m_context, options) {}
 
     void submit(const std::shared_ptr<Share>& owner, std::function<void()> body)
     {
@@ -75,7 +80,7 @@ protected:
 private:
     asio::io_context                                           m_context;
     asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_context);
-    Workers                                                    m_workers{m_context};
+    Workers                                                    m_workers;
     std::mutex                                                 m_lock;
     std::condition_variable                                    m_noted;
     std::string                                                m_done;
@@ -157,6 +162,126 @@ TEST_F(KestdWorkers, JobThatThrowsEndsItselfAlone)
     });
     EXPECT_TRUE(awaits('c'));
     finish();
+}
+
+/// One job at a time, on a clock that the jobs drive.
+class KestdShares : public KestdWorkers
+{
+protected:
+    KestdShares() : KestdWorkers({.clock = [] { return timeNs; }, .processors = 1, .watch = std::chrono::hours(1)})
+    {
+        timeNs = 0;
+    }
+
+    /// A connection whose requests take so long each, and that has another one as long as it is told to go on.
+    class Connection : public Job, public std::enable_shared_from_this<Connection>
+    {
+    public:
+        Connection(KestdShares& test, char name, std::int64_t costNs, std::function<bool()> goesOn)
+            : Job(test.alice), m_test(test), m_name(name), m_costNs(costNs), m_goesOn(std::move(goesOn))
+        {
+        }
+        void run() override
+        {
+            timeNs += m_costNs;
+            m_test.note(m_name);
+            if (m_goesOn()) {
+                m_test.workers().submit(shared_from_this());
+            }
+        }
+
+    private:
+        KestdShares&          m_test;
+        char                  m_name;
+        std::int64_t          m_costNs;
+        std::function<bool()> m_goesOn;
+    };
+
+    std::shared_ptr<Connection> connection(char name, std::int64_t costNs, std::function<bool()> goesOn)
+    {
+        return std::make_shared<Connection>(*this, name, costNs, std::move(goesOn));
+    }
+    std::shared_ptr<Connection> connection(char name, std::int64_t costNs)
+    {
+        return connection(name, costNs, [this] { return done().size() < enough; });
+    }
+    /// Makes a connection for each request.
+    void ask(char name, std::int64_t costNs)
+    {
+        submit(alice, [this, name, costNs] {
+            timeNs += costNs;
+            note(name);
+            if (done().size() < enough)
+                ask(name, costNs);
+        });
+    }
+
+    static constexpr std::size_t enough = 8;
+    static std::int64_t          timeNs;
+};
+
+std::int64_t KestdShares::timeNs;
+
+TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
+{
+    start(1, 1, [this] {
+        submit(alice, [this] {
+            workers().submit(connection('h', 5));
+            workers().submit(connection('l', 2));
+        });
+    });
+    EXPECT_TRUE(awaits('l'));
+    finish();
+    EXPECT_EQ("hlllhllhl", done());
+}
+
+TEST_F(KestdShares, ConnectionThatAskedForNothingGoesOnWithTheOthers)
+{
+    const auto pausing = connection('p', 5, [this] { return done().size() > 1 && done().size() < enough; });
+    const auto busy    = connection('b', 5, [&] {
+        if (done().size() == 4)
+            workers().submit(pausing);
+        return done().size() < enough;
+    });
+    start(1, 1, [&] {
+        workers().submit(pausing);
+        workers().submit(busy);
+    });
+    EXPECT_TRUE(awaits('b'));
+    finish();
+    EXPECT_EQ("pbbbpbpbp", done());
+}
+
+TEST_F(KestdShares, ConnectionForEachRequestGainsNothing)
+{
+    start(1, 1, [this] {
+        submit(alice, [this] {
+            workers().submit(connection('e', 2));
+            ask('n', 2);
+        });
+    });
+    EXPECT_TRUE(awaits('n'));
+    finish();
+    EXPECT_EQ("enenenene", done());
+}
+
+/// Nobody is taken for blocked here.
+TEST_F(KestdShares, NoMoreJobsAreInWorkThanThereAreProcessors)
+{
+    std::atomic<int> inWork{0};
+    std::atomic<int> most{0};
+    start(8, 8, [&] {
+        for (int number = 0; number < 100; ++number)
+            submit(number % 2 == 0 ? alice : bob, [&] {
+                most = std::max(most.load(), ++inWork);
+                std::this_thread::yield();
+                --inWork;
+            });
+        submit(alice, [this] { note('d'); });
+    });
+    EXPECT_TRUE(awaits('d'));
+    finish();
+    EXPECT_EQ(1, most);
 }
 
 // --------------------------------------------------------------------------------------------------------------- places

@@ -1,24 +1,50 @@
 #include "tools/kestd/workers.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <pthread.h>
+#include <sched.h>
 
 namespace kest::service
 {
 namespace
 {
 
-using namespace std::chrono_literals;
-
 constexpr unsigned    spareThreads = 8;           // sleeping ones that are kept for the next burst
-constexpr auto        watchTick    = 1ms;         // a job that takes longer gets a substitute
 constexpr std::size_t stackBytes   = 1024 * 1024; // reserved; only what is used counts
 constexpr unsigned    extraThreads = 3;  // beside those in work: one for events, and for the service's own jobs
 constexpr unsigned    jobsAtOnce   = 4;  // begun before somebody looks for events again
 constexpr unsigned    eventsAtOnce = 32; // handled before somebody looks for jobs again
 
+/// Those that this process may use.
+unsigned processorsHad()
+{
+    cpu_set_t places;
+    CPU_ZERO(&places);
+    return sched_getaffinity(0, sizeof places, &places) == 0 ? static_cast<unsigned>(CPU_COUNT(&places)) : 1;
+}
+
 } // namespace
+
+Job::Job(std::shared_ptr<Share> share) : m_share(std::move(share))
+{
+    Share::Waiting maker;
+    maker.emplace(0, nullptr);
+    m_node = maker.extract(maker.begin());
+}
+
+Workers::Workers(asio::io_context& context, Options options)
+    : m_context(context), m_options(options),
+      m_processors(options.processors != 0 ? options.processors : std::max(1U, processorsHad()))
+{
+}
+
+std::int64_t Workers::steadyNs()
+{
+    using namespace std::chrono;
+    return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
+}
 
 bool Workers::start()
 {
@@ -72,17 +98,31 @@ void Workers::setLimits(unsigned most, unsigned mostEach)
 void Workers::submit(std::shared_ptr<Job> job) noexcept
 {
     const Lock lock(m_lock);
-    Share&     share                                                 = *job->m_share;
-    Job* const last                                                  = job.get();
-    (share.m_last != nullptr ? share.m_last->m_next : share.m_first) = std::move(job);
-    share.m_last                                                     = last;
+    Share&     share = *job->m_share;
+    charge(*job);
+    const std::int64_t used = job->m_runs == 0 ? share.m_firstRunsNs : job->m_usedNs;
+    auto               node = std::move(job->m_node);
+    node.key()              = std::max(used, share.m_reachedNs);
+    node.mapped()           = std::move(job);
+    share.m_waiting.insert(std::move(node));
     queueForTurn(share); // the thread that submits is awake and looks here next
+}
+
+/// Counts the time of a job's last run, once that is known: when the job is submitted again, or has been done.
+void Workers::charge(Job& job)
+{
+    if (!job.m_charged) {
+        const std::int64_t took = m_options.clock() - job.m_begunNs;
+        job.m_usedNs += took;
+        job.m_share->m_firstRunsNs += job.m_runs == 1 ? took : 0;
+        job.m_charged = true;
+    }
 }
 
 /// Lets an owner take part in the turns, if it is not there yet and may begin a job.
 void Workers::queueForTurn(Share& share)
 {
-    if (&share == m_own.get() || share.m_inTurn || share.m_first == nullptr || share.m_working >= m_mostEach) {
+    if (&share == m_own.get() || share.m_inTurn || share.m_waiting.empty() || share.m_working >= m_mostEach) {
         return;
     }
     share.m_inTurn                                                 = true;
@@ -91,13 +131,13 @@ void Workers::queueForTurn(Share& share)
     m_lastTurn                                                     = &share;
 }
 
-bool Workers::hasJob() const { return m_own->m_first != nullptr || (m_firstTurn != nullptr && m_working < m_most); }
+bool Workers::hasJob() const { return !m_own->m_waiting.empty() || (m_firstTurn != nullptr && m_working < m_most); }
 
-/// Takes the first job of the owner whose turn it is; that owner goes to the end of the line. There must be one.
+/// Takes the job that has used the least time of the owner whose turn it is; that owner goes to the end of the line. There must be one.
 std::shared_ptr<Job> Workers::takeJob()
 {
     Share* share = m_own.get();
-    if (share->m_first == nullptr) {
+    if (share->m_waiting.empty()) {
         share           = m_firstTurn;
         m_firstTurn     = share->m_nextTurn;
         m_lastTurn      = m_firstTurn != nullptr ? m_lastTurn : nullptr;
@@ -105,9 +145,15 @@ std::shared_ptr<Job> Workers::takeJob()
         ++share->m_working;
         ++m_working;
     }
-    std::shared_ptr<Job> job = std::move(share->m_first);
-    share->m_first           = std::move(job->m_next);
-    share->m_last            = share->m_first != nullptr ? share->m_last : nullptr;
+    auto                 node = share->m_waiting.extract(share->m_waiting.begin());
+    std::shared_ptr<Job> job  = std::move(node.mapped());
+    share->m_reachedNs        = std::max(share->m_reachedNs, node.key());
+    share->m_firstRunsNs      = std::max(share->m_firstRunsNs, share->m_reachedNs);
+    job->m_usedNs             = node.key();
+    job->m_begunNs            = m_options.clock();
+    job->m_charged            = false;
+    ++job->m_runs;
+    job->m_node = std::move(node);
     queueForTurn(*share);
     return job;
 }
@@ -133,25 +179,40 @@ void Workers::enlist()
     }
 }
 
+/// Whether a worker may go on; if it does not belong to the current watch, it joins while there is a processor for it.
+bool Workers::joins(std::uint64_t& watch)
+{
+    if (watch != m_watch && m_abreast < m_processors) {
+        watch = m_watch;
+        ++m_abreast;
+    }
+    return watch == m_watch || m_ended;
+}
+
 void Workers::work()
 {
-    Lock lock(m_lock);
-    bool surplus = false;
+    Lock          lock(m_lock);
+    bool          surplus = false;
+    std::uint64_t watch   = 0;
     while (!surplus && !(m_ended && !hasJob())) {
+        const bool joined      = joins(watch);
         const bool eventsFirst = !m_led && !m_ended && (m_eventsDue || m_unpolled >= jobsAtOnce);
-        if (hasJob() && !eventsFirst) {
+        if (joined && hasJob() && !eventsFirst) {
             perform(lock);
-        } else if (!m_led) {
+        } else if (joined && !m_led) {
             lead(lock, !hasJob());
         } else if (m_sleeping >= spareThreads) {
             surplus = true;
         } else {
+            m_abreast -= watch == m_watch ? 1 : 0;
+            watch = 0;
             ++m_sleeping;
             m_wanted.wait(lock, [this] { return m_called > 0 || m_ended; });
             --m_sleeping;
             m_called -= m_called > 0 ? 1 : 0;
         }
     }
+    m_abreast -= watch == m_watch ? 1 : 0;
     --m_threads;
     m_gone.notify_all();
 }
@@ -162,7 +223,8 @@ void Workers::perform(Lock& lock)
     const std::shared_ptr<Share> share = job->m_share;
     ++m_steps;
     ++m_unpolled;
-    if (hasJob() && m_sleeping > m_called) {
+    const std::uint64_t run = job->m_runs;
+    if (hasJob() && m_sleeping > m_called && m_abreast + m_called < m_processors) {
         enlist(); // shares the work; nobody is made for that
     }
     if (m_atEase) {
@@ -175,9 +237,14 @@ void Workers::perform(Lock& lock)
     } catch (const std::exception&) {
         // nobody else suffers for it: the job has been told what running out of memory means
     }
+    lock.lock();
+    if (job->m_runs == run) { // else it has begun again, and was charged then
+        charge(*job);
+    }
+    release(*share);
+    lock.unlock();
     job.reset(); // its end may be a connection's
     lock.lock();
-    release(*share);
 }
 
 /// @param mayWait  for an event; else only what has come is handled
@@ -221,11 +288,13 @@ void Workers::supervise()
         } else {
             if (!m_led && m_looks == looksSeen) {
                 m_eventsDue = true;
+                m_abreast   = 0;
+                ++m_watch;
                 enlist();
             }
             stepsSeen = m_steps;
             looksSeen = m_looks;
-            m_stirred.wait_for(lock, watchTick, [this] { return m_ended; });
+            m_stirred.wait_for(lock, m_options.watch, [this] { return m_ended; });
         }
     }
     m_supervised = false;
