@@ -1,4 +1,5 @@
 /// A machine on a full disk.
+#include "sim/template.h"
 #include "tests/sim/machinetest.h"
 
 #include <csignal>
@@ -67,6 +68,22 @@ TEST(FullDisk, ANewMachineIsAnErrorEveryTimeItIsOpened)
     if (result == notAllowed)
         GTEST_SKIP() << "no right to mount";
     EXPECT_EQ(fine, result);
+}
+
+TEST(FullDisk, ANewDemoMachineSaysWhyItCannotBeWritten)
+{
+    const folder home;
+    EXPECT_EQ(fine, inChild([&] {
+                  const rlimit limit{1024, 1024};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  try {
+                      writeDemoMachine(home.path / "demo", {});
+                  } catch (const std::runtime_error& why) {
+                      const std::string firmware = (home.path / "demo/firmware.bin").string();
+                      return why.what() == firmware + ": cannot be written: File too large" ? fine : threwLater;
+                  }
+                  return opened;
+              }));
 }
 
 TEST(FullDisk, ALimitOnFileSizesIsAnErrorAndNoSignal)
