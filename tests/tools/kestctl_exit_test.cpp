@@ -244,8 +244,12 @@ KestctlExitCodes::cases KestctlExitCodes::refused() const
              [this] {
                  return exitOf({"message", "read", "riser-vpd"});
              }},
-            {"`sim new` into a folder that has something in it", [this] {
+            {"`sim new` into a folder that has something in it",
+             [this] {
                  return exitOf({"sim", "new", machine().string()});
+             }},
+            {"`sim wave start` into a file that is no waveform", [this] {
+                 return exitOf({"sim", "wave", "start", "planar", (machine() / "kest.toml").string()});
              }}};
 }
 
