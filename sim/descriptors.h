@@ -16,7 +16,7 @@ namespace kest::sim
 /// In a process that was started without standard input, output or error the next file that is opened gets that number,
 /// and whatever is printed goes into it: an entry's text onto a bus. So all that is opened here or in the host platform
 /// passes through this function.
-/// @param opened  what open() and its like have just answered; owned by the function
+/// @param opened  what open() and its like have just returned; owned by the function
 /// @return a descriptor of the same open file, 3 or above and close-on-exec; -1 with `errno` when `opened` is -1, EMFILE when
 ///         no further descriptor is to be had. A signal handler may call it.
 inline int ownDescriptor(int opened)

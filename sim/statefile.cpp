@@ -262,7 +262,7 @@ void stateFile::renew(std::uint64_t layoutMark)
     if (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(sizeBytes)) != 0)
         fail(path, "state file");
     if (const int trouble = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeBytes));
-        trouble != 0) { // a full disk shows now; whoever comes next meets no file with holes in it
+        trouble != 0) { // a full disk shows now; the next process meets no file with holes in it
         static_cast<void>(ftruncate(descriptor, 0));
         errno = trouble;
         fail(path, "state file");

@@ -109,7 +109,7 @@ const reasonRow* rowOf(std::uint32_t reason)
     return row == reasonRows.end() ? nullptr : row;
 }
 
-/// Tells what a reason code says by itself. @return false when there is no row
+/// Copies what a reason code says by itself. @return false when there is no row
 bool describeReason(const reasonRow* row, failure& why)
 {
     if (row != nullptr) {
@@ -155,7 +155,7 @@ std::string linuxBusHint(const busName& bus)
                        shellWord(prefix + "/dev/"));
 }
 
-/// Tells what a detect state that is neither present nor absent means. Asks the device once more where the state tells nothing: the entry
+/// Says what a detect state that is neither present nor absent means. Asks the device once more where the state tells nothing: the entry
 /// does not know more.
 void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
 {
@@ -295,7 +295,7 @@ void logFailure(failure& why, const toolEntry& what)
         new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
                        moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
                        what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
-    if (entry == nullptr) // no memory: the failure is told all the same
+    if (entry == nullptr) // no memory: the failure is reported all the same
         return;
     constexpr std::uint32_t usualFailure = 0x80000000;
     why.returnCode                       = usualFailure | what.reason;

@@ -20,7 +20,7 @@ namespace
 constexpr mode_t fileMode   = 0640;
 constexpr mode_t folderMode = 0750;
 
-/// @return what `call` answers once no signal interrupts it
+/// @return what `call` returns once no signal interrupts it
 template <typename call_t>
 auto uninterrupted(call_t call)
 {
@@ -73,7 +73,7 @@ int makeMissingFolders(const std::filesystem::path& folder)
     int error = makeFolder(folder);
     if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
         error = makeMissingFolders(folder.parent_path());
-        // once more, and not by way of the parent again: a file system that takes no folders answers ENOENT, too
+        // once more, and not by way of the parent again: a file system that takes no folders returns ENOENT, too
         if (error == 0)
             error = makeFolder(folder);
     }
