@@ -86,22 +86,6 @@ private:
     std::string                                                m_done;
 };
 
-TEST_F(KestdWorkers, OwnersTakeTurnsWhateverEachHasWaiting)
-{
-    start(1, 2, [this] {
-        submit(alice, [this] {
-            for (const char name : {'1', '2', '3', '4'})
-                submit(alice, [this, name] { note(name); });
-            for (const char name : {'a', 'b'})
-                submit(bob, [this, name] { note(name); });
-        });
-    });
-    EXPECT_TRUE(awaits('4'));
-    EXPECT_TRUE(awaits('b'));
-    finish();
-    EXPECT_EQ("1a2b34", done());
-}
-
 TEST_F(KestdWorkers, OneOwnersSlowJobsLeaveRoomForOthers)
 {
     start(2, 1, [this] {
@@ -221,6 +205,39 @@ protected:
 };
 
 std::int64_t KestdShares::timeNs;
+
+TEST_F(KestdShares, OwnersTakeTurnsWhateverEachHasWaiting)
+{
+    start(1, 2, [this] {
+        submit(alice, [this] {
+            for (const char name : {'1', '2', '3', '4'})
+                submit(alice, [this, name] { note(name); });
+            for (const char name : {'a', 'b'})
+                submit(bob, [this, name] { note(name); });
+        });
+    });
+    EXPECT_TRUE(awaits('4'));
+    EXPECT_TRUE(awaits('b'));
+    finish();
+    EXPECT_EQ("1a2b34", done());
+}
+
+TEST_F(KestdShares, OwnerWhoHasUsedLessTimeIsServedFirst)
+{
+    start(1, 2, [this] {
+        submit(alice, [this] {
+            workers().submit(connection('h', 5));
+            for (const char name : {'1', '2', '3', '4'})
+                submit(bob, [this, name] {
+                    timeNs += 2;
+                    note(name);
+                });
+        });
+    });
+    EXPECT_TRUE(awaits('4'));
+    finish();
+    EXPECT_EQ("h123h4hh", done());
+}
 
 TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
 {

@@ -114,6 +114,7 @@ void Workers::charge(Job& job)
     if (!job.m_charged) {
         const std::int64_t took = m_options.clock() - job.m_begunNs;
         job.m_usedNs += took;
+        job.m_share->m_usedNs += took;
         job.m_share->m_firstRunsNs += job.m_runs == 1 ? took : 0;
         job.m_charged = true;
     }
@@ -125,6 +126,7 @@ void Workers::queueForTurn(Share& share)
     if (&share == m_own.get() || share.m_inTurn || share.m_waiting.empty() || share.m_working >= m_mostEach) {
         return;
     }
+    share.m_usedNs                                                 = std::max(share.m_usedNs, m_reachedNs);
     share.m_inTurn                                                 = true;
     share.m_nextTurn                                               = nullptr;
     (m_lastTurn != nullptr ? m_lastTurn->m_nextTurn : m_firstTurn) = &share;
@@ -133,15 +135,28 @@ void Workers::queueForTurn(Share& share)
 
 bool Workers::hasJob() const { return !m_own->m_waiting.empty() || (m_firstTurn != nullptr && m_working < m_most); }
 
+/// Takes the owner out of the turns who has used the least time, and of several the one that has waited the longest. There must be one.
+Share& Workers::takeTurn()
+{
+    Share* ahead = nullptr; // of the one that is taken
+    for (Share* share = m_firstTurn; share->m_nextTurn != nullptr; share = share->m_nextTurn) {
+        const Share* const least = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
+        ahead                    = share->m_nextTurn->m_usedNs < least->m_usedNs ? share : ahead;
+    }
+    Share* const taken                                   = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
+    (ahead != nullptr ? ahead->m_nextTurn : m_firstTurn) = taken->m_nextTurn;
+    m_lastTurn                                           = m_lastTurn == taken ? ahead : m_lastTurn;
+    m_reachedNs                                          = std::max(m_reachedNs, taken->m_usedNs);
+    taken->m_inTurn                                      = false;
+    return *taken;
+}
+
 /// Takes the job that has used the least time of the owner whose turn it is; that owner goes to the end of the line. There must be one.
 std::shared_ptr<Job> Workers::takeJob()
 {
     Share* share = m_own.get();
     if (share->m_waiting.empty()) {
-        share           = m_firstTurn;
-        m_firstTurn     = share->m_nextTurn;
-        m_lastTurn      = m_firstTurn != nullptr ? m_lastTurn : nullptr;
-        share->m_inTurn = false;
+        share = &takeTurn();
         ++share->m_working;
         ++m_working;
     }

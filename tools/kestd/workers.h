@@ -14,8 +14,8 @@ namespace kest::service
 
 class Job;
 
-/// The jobs of one owner: all connections of a user, for instance. Owners take turns, whatever each of them has waiting, and of one
-/// owner's jobs only so many are in work at the same time.
+/// The jobs of one owner: all connections of a user, for instance. The owner's job begins next who has used the least time, whatever each
+/// of them has waiting; with equal times they take turns. Of one owner's jobs only so many are in work at the same time.
 ///
 /// Of an owner's jobs the one begins next that has used the least time. Each counts from where the owner's jobs have got to, so time in
 /// which it asked for nothing gives it no advantage later. All first runs together count as one job: a new connection for each request
@@ -30,6 +30,7 @@ private:
     Waiting      m_waiting;
     std::int64_t m_reachedNs   = 0; ///< time used by the job that began last
     std::int64_t m_firstRunsNs = 0; ///< time used by first runs
+    std::int64_t m_usedNs      = 0; ///< by all its jobs
     unsigned     m_working     = 0;
     Share*       m_nextTurn    = nullptr; ///< of those that wait for their turn
     bool         m_inTurn      = false;
@@ -116,6 +117,7 @@ private:
     [[nodiscard]] bool   hasJob() const;
     std::shared_ptr<Job> takeJob();
     void                 queueForTurn(Share& share);
+    Share&               takeTurn();
     void                 charge(Job& job);
     void                 release(Share& share);
 
@@ -132,6 +134,7 @@ private:
     unsigned                     m_working   = 0;       ///< jobs, but for the service's own
     Share*                       m_firstTurn = nullptr; ///< owners with jobs that may begin; kept alive by those jobs
     Share*                       m_lastTurn  = nullptr;
+    std::int64_t                 m_reachedNs = 0; ///< time used by the owner whose job began last
     unsigned                     m_unpolled  = 0; ///< jobs begun since somebody last looked for events
     unsigned                     m_threads   = 0; ///< workers
     unsigned                     m_abreast   = 0; ///< workers of the current watch, which take jobs and look for events
