@@ -1,5 +1,6 @@
 #include "platform/host/trace/collect.h"
 
+#include <utility>
 #include <vector>
 
 #include "platform/host/trace/reader.h"
@@ -11,17 +12,17 @@ namespace kest::host
 std::string collectTrace(const char* name, unsigned bytes)
 {
     constexpr std::size_t    dataBytes = 16; // of a binary record: entries have little room
-    const ringContents       ring      = readRingImage(copyRing(name));
     std::vector<std::string> lines;
     std::size_t              used = 0;
-    for (auto record = ring.records.rbegin(); record != ring.records.rend(); ++record) {
-        std::string line = renderRecord(*record, dataBytes) + '\n';
+    readLatest(copyRing(name), [&](const traceRecord& record) {
+        std::string line = renderRecord(record, dataBytes) + '\n';
         if (line.size() > bytes - used) {
-            break;
+            return false;
         }
         used += line.size();
         lines.push_back(std::move(line));
-    }
+        return true;
+    });
     std::string text;
     text.reserve(used);
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {

@@ -37,15 +37,6 @@ std::uint32_t unitsOfRecord(laneBytes lane, std::uint32_t tag, std::uint32_t see
     return check.value() == loadWord(wordAt(lane, unit, wordCheck), lane.foreign) ? bytes / unitBytes : 0;
 }
 
-recordBytesRead takeRecord(laneBytes lane, std::uint32_t tag, std::uint32_t units)
-{
-    recordBytesRead record{tag, std::vector<std::uint32_t>(units * wordsPerUnit)};
-    for (std::uint32_t index = 0; index < record.words.size(); ++index) {
-        std::memcpy(&record.words[index], wordAt(lane, positionIndex(tag), index), sizeof(std::uint32_t));
-    }
-    return record;
-}
-
 } // namespace
 
 std::uint32_t loadWord(const std::uint8_t* bytes, bool foreign)
@@ -62,9 +53,9 @@ std::uint64_t loadWide(const std::uint8_t* bytes, bool foreign)
     return foreign ? __builtin_bswap64(wide) : wide;
 }
 
-laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed)
+laneRecords findRecords(laneBytes lane, std::uint32_t position, std::uint32_t seed)
 {
-    laneReading result;
+    laneRecords result;
     if (positionIndex(position) >= lane.units) {
         return result;
     }
@@ -83,12 +74,39 @@ laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed)
             skipped += inStep ? 1 : 0;
             ++done;
         } else {
-            result.records.push_back(takeRecord(lane, tag, units));
+            result.places.push_back({tag, units});
             inStep = true;
             done += units;
         }
     }
     result.whole = skipped == 0 && (inStep || position == 0);
+    return result;
+}
+
+recordBytesRead takeRecord(laneBytes lane, const recordPlace& place)
+{
+    recordBytesRead record{place.tag, std::vector<std::uint32_t>(place.units * wordsPerUnit)};
+    for (std::uint32_t index = 0; index < record.words.size(); ++index) {
+        std::memcpy(&record.words[index], wordAt(lane, positionIndex(place.tag), index), sizeof(std::uint32_t));
+    }
+    return record;
+}
+
+std::uint64_t timeOfRecord(laneBytes lane, const recordPlace& place)
+{
+    const std::uint32_t unit = positionIndex(place.tag);
+    return std::uint64_t{loadWord(wordAt(lane, unit, wordTimeHigh), lane.foreign)} << 32 |
+           loadWord(wordAt(lane, unit, wordTimeLow), lane.foreign);
+}
+
+laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed)
+{
+    const laneRecords found = findRecords(lane, position, seed);
+    laneReading       result;
+    result.whole = found.whole;
+    for (const recordPlace& place : found.places) {
+        result.records.push_back(takeRecord(lane, place));
+    }
     return result;
 }
 

@@ -33,6 +33,26 @@ struct laneReading {
 /// Reads the records ahead of `position`.
 laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed);
 
+/// Where a whole record lies.
+struct recordPlace {
+    std::uint32_t tag   = 0;
+    std::uint32_t units = 0;
+};
+
+struct laneRecords {
+    std::vector<recordPlace> places;        ///< in the order of their reservation
+    bool                     whole = false; ///< nothing is missing between the first record and the end
+};
+
+/// Finds the records ahead of `position` and copies none.
+laneRecords findRecords(laneBytes lane, std::uint32_t position, std::uint32_t seed);
+
+/// Copies a record that findRecords() found in the same bytes.
+recordBytesRead takeRecord(laneBytes lane, const recordPlace& place);
+
+/// The time of such a record, by its writer's clock.
+std::uint64_t timeOfRecord(laneBytes lane, const recordPlace& place);
+
 /// Whether the lane holds, whole and in its place, the record with this tag.
 bool isRecordAt(laneBytes lane, std::uint32_t tag, std::uint32_t seed);
 

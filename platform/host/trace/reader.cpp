@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -232,21 +233,34 @@ std::string formatText(argumentReader& arguments)
     return text;
 }
 
-traceRecord makeRecord(const recordBytesRead& read, bool foreign, std::uint64_t clockOffset)
+constinit std::atomic<std::uint32_t> formatted{0};
+
+/// A record that has its place in the order of time and no text yet.
+struct foundRecord {
+    laneBytes     lane;
+    recordPlace   place;
+    std::uint64_t timeNs = 0; ///< since 1970
+};
+
+traceRecord makeRecord(const foundRecord& found, const std::string& buffer)
 {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(read.words.data());
-    const auto  word  = [bytes, foreign](std::size_t index) {
+    formatted.fetch_add(1, std::memory_order_relaxed);
+    const bool            foreign = found.lane.foreign;
+    const recordBytesRead read    = takeRecord(found.lane, found.place);
+    const auto*           bytes   = reinterpret_cast<const std::uint8_t*>(read.words.data());
+    const auto            word    = [bytes, foreign](std::size_t index) {
         return loadWord(bytes + index * sizeof(std::uint32_t), foreign);
     };
     const std::uint32_t kind = word(wordKind);
     argumentReader      payload({bytes + recordHeadBytes, kind & 0xFFFF}, foreign);
     traceRecord         record;
-    record.timeNs = (std::uint64_t{word(wordTimeHigh)} << 32 | word(wordTimeLow)) + clockOffset;
+    record.timeNs = found.timeNs;
     record.thread = word(wordThread);
     record.hash   = word(wordHash);
     record.line   = word(wordLine);
     record.cut    = (kind & kindCutFlag) != 0;
     record.binary = (kind >> 16 & 0xFF) == kindBinary;
+    record.buffer = buffer;
     if (record.binary) {
         const std::uint32_t headerSize = payload.number();
         record.dataSize                = payload.number();
@@ -321,6 +335,24 @@ headerReading readHeader(std::span<const std::uint8_t> image)
     }
     read.trouble = headerTrouble(header, image.size());
     return read;
+}
+
+/// The records of all lanes, oldest first. @param read  the image's header, usable
+std::vector<foundRecord> findInOrder(std::span<const std::uint8_t> image, const headerReading& read)
+{
+    const ringHeader&        header = read.header;
+    const std::uint64_t      clock  = std::uint64_t{header.clockOffset[0]} << 32 | header.clockOffset[1];
+    std::vector<foundRecord> records;
+    for (std::uint32_t number = 0; number < header.lanes; ++number) {
+        const std::uint8_t* bytes = image.data() + header.headerBytes + std::size_t{number} * header.laneStride;
+        const laneBytes     lane{bytes + laneHeadBytes, header.laneUnits, read.foreign};
+        const laneRecords   found = findRecords(lane, loadWord(bytes, read.foreign), header.seed);
+        for (const recordPlace& place : found.places) {
+            records.push_back({lane, place, timeOfRecord(lane, place) + clock});
+        }
+    }
+    std::ranges::stable_sort(records, {}, &foundRecord::timeNs);
+    return records;
 }
 
 ringInfo makeInfo(const ringHeader& header)
@@ -405,25 +437,30 @@ void look(const std::vector<std::filesystem::path>& files, ringList& list)
 ringContents readRingImage(std::span<const std::uint8_t> image)
 {
     ringContents        contents;
-    const headerReading read   = readHeader(image);
-    const ringHeader&   header = read.header;
+    const headerReading read = readHeader(image);
     if (!read.trouble.empty()) {
         contents.error = read.trouble;
         return contents;
     }
-    contents.info             = makeInfo(header);
-    const std::uint64_t clock = std::uint64_t{header.clockOffset[0]} << 32 | header.clockOffset[1];
-    for (std::uint32_t lane = 0; lane < header.lanes; ++lane) {
-        const std::uint8_t* bytes = image.data() + header.headerBytes + std::size_t{lane} * header.laneStride;
-        const laneReading   found = readLane({bytes + laneHeadBytes, header.laneUnits, read.foreign},
-                                             loadWord(bytes, read.foreign), header.seed);
-        for (const recordBytesRead& record : found.records) {
-            contents.records.push_back(makeRecord(record, read.foreign, clock));
-            contents.records.back().buffer = contents.info.buffer;
-        }
+    contents.info = makeInfo(read.header);
+    for (const foundRecord& found : findInOrder(image, read)) {
+        contents.records.push_back(makeRecord(found, contents.info.buffer));
     }
-    std::ranges::stable_sort(contents.records, {}, &traceRecord::timeNs);
     return contents;
+}
+
+void readLatest(std::span<const std::uint8_t> image, const std::function<bool(const traceRecord&)>& wanted)
+{
+    const headerReading read = readHeader(image);
+    if (!read.trouble.empty()) {
+        return;
+    }
+    const std::string              buffer  = makeInfo(read.header).buffer;
+    const std::vector<foundRecord> records = findInOrder(image, read);
+    auto                           record  = records.rbegin();
+    while (record != records.rend() && wanted(makeRecord(*record, buffer))) {
+        ++record;
+    }
 }
 
 ringContents readRing(const std::filesystem::path& file)
@@ -494,6 +531,8 @@ std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::u
     std::ranges::stable_sort(records, {}, &traceRecord::timeNs);
     return records;
 }
+
+std::uint32_t recordsFormatted() { return formatted.load(std::memory_order_relaxed); }
 
 std::string renderRecord(const traceRecord& record, std::size_t dataBytes)
 {

@@ -50,6 +50,10 @@ ringContents readRing(const std::filesystem::path& file);
 /// Reads a ring's bytes. @param image  as in a file
 ringContents readRingImage(std::span<const std::uint8_t> image);
 
+/// Reads a ring's bytes from the latest record backwards. A record is formatted when its turn has come, so that those nobody wants cost
+/// little. None when the bytes are no ring. @param image  as in a file. @param wanted  takes a record; returns whether it wants another
+void readLatest(std::span<const std::uint8_t> image, const std::function<bool(const traceRecord&)>& wanted);
+
 /// The rings of a folder, by process and time of creation. What can't be read is passed over.
 std::vector<ringInfo> listRings(const std::filesystem::path& folder);
 
@@ -68,6 +72,9 @@ ringList listRingsAndOthers(const std::filesystem::path& folder, const std::func
 
 /// All that one process traced into a folder, over all its buffers, oldest first.
 std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::uint32_t pid);
+
+/// Records whose texts this process has made, for tests that hold how much work a reading is. Counts modulo 2^32.
+std::uint32_t recordsFormatted();
 
 /// One line without its end: time of day (UTC), thread, hash, source line, text; " name size: bytes in hex" for binary data.
 /// @param dataBytes  so many bytes of binary data at most; what is left out is marked by "..."
