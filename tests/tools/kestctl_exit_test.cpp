@@ -219,6 +219,7 @@ KestctlExitCodes::cases KestctlExitCodes::refused() const
             {"an error log that this user may not clear",
              [this, strange] {
                  EXPECT_EQ(4, exitOf({"detect", "sim:planar,L,2C0256,AA"}));
+                 EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "clear", "--yes"}));
                  return strange(machine() / "state", 0555, {"errors", "clear", "--yes"});
              }},
             {"a question that was not confirmed",
