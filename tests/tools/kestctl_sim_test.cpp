@@ -64,6 +64,39 @@ TEST_F(KestctlSim, NewRefusesAFolderThatIsInUse)
     EXPECT_EQ(1, run("kestctl", {"sim", "new", (folder() / "file").string()}).exit);
 }
 
+// 1024 bytes: some images are written, the next is too large.
+TEST_F(KestctlSim, NewThatFailsLeavesNothingBehindAndCanBeRepeated)
+{
+    const auto fresh = folder() / "home/fresh";
+    const auto empty = folder() / "home/empty";
+    std::filesystem::create_directories(empty);
+    for (const auto& target : {fresh, empty}) {
+        const runResult failed = run("kestctl", {"sim", "new", target.string()}, {.largestFile = 1024});
+        EXPECT_EQ(1, failed.exit);
+        EXPECT_EQ("kestctl: " + target.string() + ": make machine: File too large\n", failed.errors);
+        EXPECT_FALSE(std::filesystem::exists(fresh));
+        EXPECT_TRUE(std::filesystem::is_empty(empty));
+    }
+    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(folder() / "home"), {}));
+    for (const auto& target : {fresh, empty}) {
+        const runResult made = run("kestctl", {"sim", "new", target.string()});
+        EXPECT_EQ(0, made.exit) << made.errors;
+        EXPECT_EQ(8, std::distance(std::filesystem::directory_iterator(target), {}));
+    }
+    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(folder() / "home"), {}));
+}
+
+TEST_F(KestctlSim, NewTakesAnEmptyFolderThroughALink)
+{
+    std::filesystem::create_directory(folder() / "empty");
+    std::filesystem::create_directory_symlink("empty", folder() / "link");
+    EXPECT_EQ(0, run("kestctl", {"sim", "new", (folder() / "link").string()}).exit);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder() / "link"));
+    EXPECT_TRUE(std::filesystem::exists(folder() / "empty/kest.toml"));
+    EXPECT_EQ(0, run("kestctl", {"sim", "new", "slash/"}, {.folder = folder()}).exit);
+    EXPECT_TRUE(std::filesystem::exists(folder() / "slash/kest.toml"));
+}
+
 TEST_F(KestctlSim, NewNeedsNoUsableConfiguration)
 {
     const runResult result = run("kestctl", {"sim", "new", (folder() / "second").string(), "--json"},

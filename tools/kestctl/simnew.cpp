@@ -2,11 +2,13 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "sim/template.h"
@@ -56,30 +58,59 @@ void writeNew(const std::filesystem::path& path, std::span<const unsigned char> 
         error = errno;
     }
     if (!good)
-        throw systemFailure(error, "write", path.string());
+        throw std::system_error{error, std::generic_category()};
 }
 
-void makeFolder(const std::filesystem::path& folder)
+/// A folder with a private name, removed with all that is left in it: a machine that can't be finished leaves nothing behind.
+class privateFolder
 {
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    const bool empty = !error && std::filesystem::is_empty(folder, error);
-    if (error)
-        throw systemFailure(error.value(), "make folder", folder.string());
-    if (!empty)
+public:
+    /// @param beside  existing folder in which it is made
+    explicit privateFolder(const std::filesystem::path& beside)
+    {
+        std::string name = (beside / ".kest-new-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::system_error{errno, std::generic_category()};
+        }
+        m_path = name;
+    }
+    privateFolder(const privateFolder&)            = delete;
+    privateFolder& operator=(const privateFolder&) = delete;
+    ~privateFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// @return whether the folder is there, empty. Its parents are made.
+bool isThere(const std::filesystem::path& folder)
+{
+    if (folder.has_parent_path()) {
+        std::filesystem::create_directories(folder.parent_path());
+    }
+    if (!std::filesystem::exists(folder)) {
+        return false;
+    }
+    if (!std::filesystem::is_directory(folder)) {
+        throw std::system_error{ENOTDIR, std::generic_category()};
+    }
+    if (!std::filesystem::is_empty(folder)) {
         throw failure{.code    = exitRefused,
                       .what    = "there is something in it already, which is not overwritten",
                       .tryThis = "name a new folder",
                       .device  = folder.string(),
                       .step    = "sim new"};
+    }
+    return true;
 }
 
-} // namespace
-
-int runSimNew(const context& shared, const simNewOptions& options)
+void writeMachine(const std::filesystem::path& folder)
 {
-    const std::filesystem::path folder = options.folder;
-    makeFolder(folder);
     std::map<std::string, std::vector<std::uint8_t>> contents;
     for (const demoContent& content : demoContents) {
         const auto bytes        = embedded(content.file);
@@ -87,6 +118,41 @@ int runSimNew(const context& shared, const simNewOptions& options)
     }
     sim::writeDemoMachine(folder, contents);
     writeNew(folder / "kest.toml", embedded("kest.toml"));
+}
+
+/// Makes the machine elsewhere and moves it into place when it is whole.
+void makeMachine(const std::filesystem::path& folder)
+{
+    const bool          there = isThere(folder);
+    const privateFolder place(there ? folder : folder.has_parent_path() ? folder.parent_path() : ".");
+    // One level down: the private folder is its owner's alone, the machine has the usual permissions
+    const std::filesystem::path made = place.path() / "machine";
+    std::filesystem::create_directory(made);
+    writeMachine(made);
+    if (!there) {
+        std::filesystem::rename(made, folder);
+        return;
+    }
+    // The folder itself stays: it may be a link, a mount point or somebody's working folder
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(made)) {
+        files.push_back(entry.path());
+    }
+    for (const auto& file : files) {
+        std::filesystem::rename(file, folder / file.filename());
+    }
+}
+
+} // namespace
+
+int runSimNew(const context& shared, const simNewOptions& options)
+{
+    const std::filesystem::path folder = options.folder;
+    try {
+        makeMachine(folder.has_filename() ? folder : folder.parent_path());
+    } catch (const std::system_error& why) {
+        throw systemFailure(why.code().value(), "make machine", options.folder);
+    }
     const std::string configuration = std::filesystem::absolute(folder / "kest.toml").lexically_normal().string();
     if (shared.json)
         standardOutput().json({{"folder", options.folder}, {"config", configuration}});
