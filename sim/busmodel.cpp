@@ -55,6 +55,25 @@ int openWaveFile(const std::string& path)
     return file;
 }
 
+// Makes `text` the whole content of a file. What needs new space is written first, behind the old content: when there is
+// none, the file is left as it was, with false and `errno`.
+bool replaceBy(int file, const std::string& text)
+{
+    const std::span<const std::uint8_t> bytes{reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+    struct stat                         old {
+    };
+    if (fstat(file, &old) != 0) {
+        return false;
+    }
+    const std::size_t kept = std::cmp_less(old.st_size, bytes.size()) ? old.st_size : bytes.size();
+    if (!writeAll(file, bytes.subspan(kept), static_cast<off_t>(kept))) {
+        const int error = errno;
+        errno           = ftruncate(file, old.st_size) == 0 ? error : errno;
+        return false;
+    }
+    return writeAll(file, bytes.first(kept), 0) && ftruncate(file, static_cast<off_t>(bytes.size())) == 0;
+}
+
 } // namespace
 
 /// A use of the bus by one thread of one process: state is loaded at its begin, and lost at its end unless committed.
@@ -542,8 +561,9 @@ bool busModel::beginWave(int wave, const std::string& path)
         appendWave(waveText{state.waveOrigin, state.waveAt}.take(state.now));
     const waveEnd     begin{!state.sclHeld, heldLine() != outcome::sdaHeld, 0};
     const std::string head = waveText::header(about.name, begin.scl, begin.sda);
-    if (ftruncate(wave, 0) != 0 || pwrite(wave, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()))
+    if (!replaceBy(wave, head)) {
         return false;
+    }
     file->setWavePath(index, path);
     state.recording  = true;
     state.waveOrigin = state.now;

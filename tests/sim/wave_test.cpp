@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -431,6 +432,26 @@ TEST_F(Wave, WhatCannotBeIsToldAndTheRecordingGoesOn)
     EXPECT_TRUE(machine->stopWave("planar"));
     EXPECT_FALSE(machine->stopWave("planar"));
     EXPECT_EQ(errno, ENOENT);
+}
+
+// 100 bytes: not enough for the begin of a recording.
+TEST_F(Wave, OneThatFindsNoSpaceLeavesTheOldOneAndTheRunningOne)
+{
+    home.put("old.vcd", "$date of another program $end\n");
+    on->probe(0xA0);
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+    const rlimit limit{100, before.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    errno              = 0;
+    const bool started = machine->startWave("planar", home.path / "old.vcd");
+    const int  error   = errno;
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+    EXPECT_FALSE(started);
+    EXPECT_EQ(EFBIG, error);
+    EXPECT_EQ("$date of another program $end\n", home.text("old.vcd"));
+    on->probe(0x90);
+    EXPECT_EQ(seen(), "S W50 A P S W48 A P");
 }
 
 TEST_F(Wave, NothingButAWaveformIsOverwritten)
