@@ -37,7 +37,9 @@ inline bool writeAll(int descriptor, std::span<const std::uint8_t> bytes, off_t 
     const quietWrites quiet;
     while (!bytes.empty()) {
         const ssize_t moved = pwrite(descriptor, bytes.data(), bytes.size(), offset);
-        if (moved < 0 && errno != EINTR)
+        if (moved == 0)
+            errno = ENOSPC;
+        if (moved == 0 || (moved < 0 && errno != EINTR))
             break;
         if (moved > 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(moved));

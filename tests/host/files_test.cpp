@@ -6,6 +6,7 @@
 #include "platform/host/files/files.h"
 #include "platform/host/iic/bus_linux.h"
 #include "tests/host/host_support.h"
+#include "tests/host/linux_bus.h"
 
 namespace
 {
@@ -49,6 +50,24 @@ private:
     HostFolder               m_folder;
     std::vector<std::string> m_synced;
 };
+
+class DurableRecord : public LinuxBus
+{
+};
+
+TEST_F(DurableRecord, OfAFirstFailureIsOnTheDiskWithItsName)
+{
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    kernel.lastingFailure = EIO;
+    bytes                    data(4);
+    std::vector<std::string> paths;
+    synced = &paths;
+    EXPECT_EQ((answer{0, EIO}), device.read(data));
+    synced = nullptr;
+    ASSERT_EQ(2u, paths.size());
+    EXPECT_EQ(paths[1], std::filesystem::path(paths[0]).parent_path()) << paths[0];
+}
 
 TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)
 {

@@ -252,12 +252,13 @@ std::string saveUndo(const dumpContents& contents)
     int why = host::writeAll(file, dumpText(contents));
     if (why == 0 && fsync(file) != 0)
         why = errno;
+    if (why == 0)
+        why = host::syncFolder(folder);
     close(file);
     if (why != 0) {
         unlinkat(place.number(), std::filesystem::path(path).filename().c_str(), 0);
         throwUnsaved(why, "save the undo file", path, contents);
     }
-    host::syncFolder(folder);
     return path;
 }
 

@@ -303,7 +303,9 @@ void storeEntry(const ErrlEntry& entry) noexcept
     storeLine(now);
     if (now.isTold && !tellPeople(now))
         tellEntry(now);
-    tellStandardError(now.notes);
+    if (!now.notes.empty()) {
+        tellStandardError(now.notes);
+    }
 }
 
 void tellSpooled(void (*teller)(const std::string& problem)) { spoolTeller = teller; }

@@ -14,6 +14,7 @@
 #include "platform/host/files/files.h"
 #include "platform/host/files/fork.h"
 #include "platform/host/iic/sharedfolder.h"
+#include "sim/quietwrites.h"
 
 #ifndef F_OFD_SETLK
 #define F_OFD_SETLK 37
@@ -229,11 +230,12 @@ bool lockRecord(int descriptor)
 
 /// Writes in place: what is there may be another user's, whom a new file would not take the place of in every folder. A text so short gets
 /// there whole or, when the system ends first, as none.
-bool putRecord(int descriptor, const std::string& text)
+bool putRecord(int descriptor, const std::filesystem::path& folder, const std::string& text)
 {
-    const bool written = ftruncate(descriptor, 0) == 0 &&
+    const sim::quietWrites quiet;
+    const bool             written = ftruncate(descriptor, 0) == 0 &&
                          pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
-                         fsync(descriptor) == 0;
+                         fsync(descriptor) == 0 && syncFolder(folder) == 0;
     if (!written) {
         static_cast<void>(!ftruncate(descriptor, 0)); // part of a record is none: the next failure is welcome
     }
@@ -257,7 +259,7 @@ bool writeRecord(const busIdentity& identity, const std::string& name, const std
         } else if (!lockRecord(file.number())) {
             return false;
         } else if (isSharedFile(identity, name, file.number())) {
-            return !contentsOf(file.number()).empty() || putRecord(file.number(), text);
+            return !contentsOf(file.number()).empty() || putRecord(file.number(), identity.folder, text);
         }
     }
     return false; // dropped again and again while this one was about to be written

@@ -14,6 +14,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/host/files/files.h"
 #include "platform/host/trace/formats.h"
 #include "platform/host/trace/layout.h"
 #include "platform/host/trace/parser.h"
@@ -380,8 +381,9 @@ fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
     fileBytes   file;
     struct stat status {
     };
-    const int descriptor = sim::ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+    const fileDescriptor descriptor(
+        sim::ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)));
+    if (!descriptor.valid() || fstat(descriptor.number(), &status) != 0) {
         file.errorNumber = errno;
         file.error       = std::strerror(file.errorNumber);
     } else if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) > maximumFileBytes) {
@@ -391,14 +393,14 @@ fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
         std::size_t done = 0;
         ssize_t     got  = 1;
         while (got > 0 && done < file.bytes.size()) {
-            got = pread(descriptor, file.bytes.data() + done, file.bytes.size() - done, static_cast<off_t>(done));
+            do {
+                got = pread(descriptor.number(), file.bytes.data() + done, file.bytes.size() - done,
+                            static_cast<off_t>(done));
+            } while (got < 0 && errno == EINTR);
             done += got > 0 ? static_cast<std::size_t>(got) : 0;
         }
         file.bytes.resize(done);
-        file.alive = trace::isWriterAlive(descriptor);
-    }
-    if (descriptor >= 0) {
-        close(descriptor);
+        file.alive = trace::isWriterAlive(descriptor.number());
     }
     return file;
 }
