@@ -1,7 +1,16 @@
 /// The message service: requests, limits, permissions, its life.
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <cstddef>
+#include <fcntl.h>
 #include <grp.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <pwd.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 
 #include "tests/places.h"
@@ -863,6 +872,56 @@ TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)
     EXPECT_EQ(1, second.exit);
     EXPECT_NE(std::string::npos, second.errors.find("another service listens there")) << second.errors;
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
+}
+
+/// From now on the kernel has no lock of an open file left for this process and its children. @return whether that could be done
+bool exhaustLocks()
+{
+#ifdef SYS_fcntl64
+    constexpr std::uint32_t call = SYS_fcntl64;
+#else
+    constexpr std::uint32_t call = SYS_fcntl;
+#endif
+    // The command is the lower half of the second argument
+    constexpr std::uint32_t    lowHalf = std::endian::native == std::endian::little ? 0 : 4;
+    constexpr std::uint32_t    command = offsetof(seccomp_data, args) + 8 + lowHalf;
+    std::array<sock_filter, 6> filter{
+        {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3), BPF_STMT(BPF_LD | BPF_W | BPF_ABS, command),
+         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, F_OFD_SETLK, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOLCK),
+         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+    const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0;
+}
+
+TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
+{
+    if (tests::isEmulated()) {
+        GTEST_SKIP() << "the emulator's own calls would be filtered";
+    }
+    constexpr int notAllowed = 99;
+    const pid_t   child      = fork();
+    ASSERT_NE(-1, child);
+    if (child == 0) {
+        if (!exhaustLocks()) {
+            _exit(notAllowed);
+        }
+        const runResult result =
+            run("kestd", {"--config", (folder() / "kest.toml").string(), "--socket", socketPath()});
+        writeFile(folder() / "said", result.errors);
+        _exit(result.exit);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == notAllowed) {
+        GTEST_SKIP() << "no right to filter calls";
+    }
+    EXPECT_EQ(1, WEXITSTATUS(status));
+    const std::string said = readFile(folder() / "said");
+    EXPECT_NE(std::string::npos, said.find(".lock: No locks available")) << said;
+    EXPECT_EQ(std::string::npos, said.find("another service")) << said;
 }
 
 TEST_F(KestdTest, SocketGivenAtTheCommandLine)

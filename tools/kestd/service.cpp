@@ -188,16 +188,20 @@ std::string Service::makeSocket(const std::string& path)
         return because(path + ".lock");
     }
     if (fcntl(m_ownLock, F_OFD_SETLK, &lock) != 0) {
-        return path + ": another service listens there";
+        const bool held = errno == EAGAIN || errno == EACCES;
+        return held ? path + ": another service listens there" : because(path + ".lock");
     }
     if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
         unlink(path.c_str());
     }
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    address.sun_family   = AF_UNIX;
+    if (descriptor < 0) {
+        return because(path);
+    }
+    address.sun_family = AF_UNIX;
     path.copy(address.sun_path, path.size());
     // Everybody may connect: who may do what is decided by request, with an answer for those who may not
-    if (descriptor < 0 || bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         chmod(path.c_str(), 0666) != 0 || ::listen(descriptor, backlog) != 0) {
         std::string error = because(path);
         close(descriptor);
