@@ -4,6 +4,7 @@
 #include "sim/speed.h"
 
 #include <cerrno>
+#include <span>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -65,7 +66,8 @@ bool replaceBy(int file, const std::string& text)
     if (fstat(file, &old) != 0) {
         return false;
     }
-    const std::size_t kept = std::cmp_less(old.st_size, bytes.size()) ? old.st_size : bytes.size();
+    const std::size_t kept =
+        std::cmp_less(old.st_size, bytes.size()) ? static_cast<std::size_t>(old.st_size) : bytes.size();
     if (!writeAll(file, bytes.subspan(kept), static_cast<off_t>(kept))) {
         const int error = errno;
         errno           = ftruncate(file, old.st_size) == 0 ? error : errno;
