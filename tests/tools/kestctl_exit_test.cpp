@@ -216,9 +216,12 @@ KestctlExitCodes::cases KestctlExitCodes::refused() const
              [this, strange] {
                  return strange(machine() / "machine.state", 0, {"sim", "show"});
              }},
-            {"an error log that this user may not clear",
+            {"an error log that this user may not read or clear",
              [this, strange] {
                  EXPECT_EQ(4, exitOf({"detect", "sim:planar,L,2C0256,AA"}));
+                 EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "list"}));
+                 EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "show", "last"}));
+                 EXPECT_EQ(3, strange(machine() / "state/errors.db", 0, {"errors", "export", "-"}));
                  EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "clear", "--yes"}));
                  return strange(machine() / "state", 0555, {"errors", "clear", "--yes"});
              }},

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -46,16 +47,31 @@ host::entryFilter storeFilter(const errorsFilter& wanted)
     return filter;
 }
 
-/// The log's entries; what is missing is told and spoils the exit code, but not the rest.
+/// Whether this user may read the log's files. One that is not there hinders nobody.
+bool mayReadLog()
+{
+    const std::filesystem::path& folder = host::currentConfiguration().stateFolder;
+    return std::ranges::all_of(std::array{"errors.db", "errors.spool"}, [&folder](const char* name) {
+        return access((folder / name).c_str(), R_OK) == 0 || errno != EACCES;
+    });
+}
+
+/// The log's entries; what is missing is told and spoils the exit code, but not the rest. Throws a `failure` when this
+/// user may read none of them.
 std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& code)
 {
     host::entryList list = host::listEntries(filter);
     if (!list.error.empty()) {
-        std::fputs(
-            (failureLine("kestctl", {.code = exitFailed, .what = list.error, .step = "read the error log"}) + "\n")
-                .c_str(),
-            stderr);
-        code = exitFailed;
+        failure why{.what = list.error, .step = "read the error log"};
+        if (!mayReadLog()) {
+            why.code    = exitRefused;
+            why.tryThis = "run it as a user who may read it";
+        }
+        if (why.code == exitRefused && list.entries.empty()) {
+            throw why;
+        }
+        std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
+        code = why.code;
     }
     return std::move(list.entries);
 }

@@ -598,8 +598,10 @@ struct readTransaction {
 readTransaction::readTransaction(const std::filesystem::path& file, std::string& problem)
 {
     currentPatience = patience(readersPatience);
-    if (access(file.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-        empty = true;
+    if (access(file.c_str(), F_OK) != 0) {
+        empty = errno == ENOENT || errno == ENOTDIR;
+        if (!empty) // SQLite would not say why
+            problem = fmt::format("{}: {}", file.string(), std::strerror(errno));
         return;
     }
     connection = connect(file, SQLITE_OPEN_READONLY, problem);
