@@ -344,7 +344,8 @@ TEST_F(KestctlSim, ARecordingOverwritesWaveformsAlone)
 
 TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
 {
-    EXPECT_EQ("", says({"errors", "list"}));
+    EXPECT_EQ("no error entries\n", says({"errors", "list"}));
+    EXPECT_EQ("no error entries match\n", says({"errors", "list", "--since", "1h"}));
     const json row = json::parse(kestctl({"detect", "sim:planar,L,2C0256,AA", "--json"}).output).at("devices").at(0);
     const auto id  = row.at("error").at("log_id").get<std::uint32_t>();
 
@@ -444,7 +445,8 @@ TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
     EXPECT_EQ(1, kestctl({"errors", "export", "/dev/full"}).exit);
 
     EXPECT_EQ("", says({"errors", "clear", "--yes"}));
-    EXPECT_EQ("", says({"errors", "list"}));
+    EXPECT_EQ("no error entries\n", says({"errors", "list"}));
+    EXPECT_EQ("no error entries match\n", says({"errors", "list", "--since", "1h"}));
 }
 
 TEST_F(KestctlTrace, ShowsProcessesThatEnded)

@@ -324,9 +324,14 @@ int runErrorsList(const context& shared, const errorsListOptions& options)
     const auto entries = entriesOf(storeFilter(options.filter), code);
     if (shared.json) {
         standardOutput().json({{"entries", listJson(entries, headJson)}});
+    } else if (entries.empty()) {
+        const errorsFilter& filter = options.filter;
+        const bool          all    = filter.since.empty() && !filter.severity && !filter.component;
+        if (code == exitDone) { // else nobody knows
+            standardOutput().text(all ? "no error entries\n" : "no error entries match\n");
+        }
     } else {
-        if (!entries.empty())
-            standardOutput().text("entry      committed (UTC)      code      device\n           first reason\n");
+        standardOutput().text("entry      committed (UTC)      code      device\n           first reason\n");
         for (const host::loggedEntry& entry : entries)
             showRow(entry);
     }
