@@ -317,6 +317,8 @@ TEST(Failures, HintsNameTheBusAndItsNode)
         adviceFor(ETIME, {"/dev/i2c-9", "1"}).tryThis);
     EXPECT_EQ("'ls /dev/i2c-*' shows the adapters there are; the kernel's module i2c-dev makes them",
               adviceFor(ENOENT, {"/dev/i2c-9", "L"}).tryThis);
+    EXPECT_EQ("'kestctl topology' shows the buses there are", adviceFor(ENODEV, {"/dev/i2c-9", "L"}).tryThis);
+    EXPECT_EQ("check the node map in kest.toml", adviceFor(ENODEV, {"/dev/i2c-9", "1"}).tryThis);
     EXPECT_EQ("", adviceFor(ENODATA, {"/dev/i2c-9", "L"}).tryThis); // the caller names the entry
 }
 

@@ -232,7 +232,20 @@ TEST_F(KestctlDetect, AnAdapterThatIsGoneIsNoHeldBus)
     says({"sim", "fault", "add", "gone"});
     const runResult result = kestctl({"detect", "planar-vpd"});
     EXPECT_EQ(4, result.exit);
-    EXPECT_THAT(result.errors, StartsWith("kestctl: planar-vpd: detect: the bus is gone, or its node is not mapped; "));
+    EXPECT_THAT(result.errors,
+                StartsWith("kestctl: planar-vpd: detect: the bus is gone; 'kestctl sim fault list' shows "
+                           "whether a fault holds it [log 0x"));
+}
+
+TEST_F(KestctlDetect, ABadMachineIsToRepairForEveryCommand)
+{
+    writeFile(machine() / "machine.toml", "[[bus]]\nname = 7\n");
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"detect", "planar-vpd"}, {"seeprom", "read", "planar-vpd"}}) {
+        const runResult result = kestctl(command);
+        EXPECT_EQ(2, result.exit);
+        EXPECT_THAT(result.errors, HasSubstr("; repair the machine's folder")) << command.front();
+    }
 }
 
 TEST_F(KestctlDetect, AHeldBusIsToldWithItsLine)

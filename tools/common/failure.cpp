@@ -214,6 +214,10 @@ errnoAdvice adviceFor(int error, const busName& bus)
         return {advice.code, trouble, ""};
     if (error == ENOENT && bus.path.starts_with("/dev/"))
         advice.tryThis = linuxBusHint(bus);
+    if (error == ENODEV && (bus.node == "L" || bus.node == "l")) // which needs no row in the node map
+        advice = {advice.code, "the bus is gone",
+                  bus.path.starts_with("sim:") ? "'kestctl sim fault list' shows whether a fault holds it"
+                                               : "'kestctl topology' shows the buses there are"};
     replaceBus(advice.tryThis, bus);
     return advice;
 }

@@ -75,7 +75,7 @@ std::optional<failure> simulatedBusTrouble(const std::string& path, const std::s
             .what = fmt::format("the simulated machine has no such bus{}{}", known.empty() ? "" : "; it has ", known)};
     } catch (const failure& why) {
         const bool none = host::currentConfiguration().machineFolder.empty();
-        return failure{.code = none ? exitAbsent : why.code, .what = why.what};
+        return failure{.code = none ? exitAbsent : why.code, .what = why.what, .tryThis = why.tryThis};
     }
 }
 
