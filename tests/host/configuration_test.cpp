@@ -323,8 +323,10 @@ TEST_F(Configuration, SyntaxIsToldAndTheFirstFaultOfSeveral)
 {
     expectMessages(
         {{"[service]\n  max_clients = x\n",
-          "2:17: key 'max_clients': expected TOML, found Error while parsing value: could not determine value type"},
-         {"state = \"a\"\nstate = \"b\"\n", "2:9: key 'state': expected TOML, found Error while parsing "
+          "2:17: key 'max_clients': no TOML: error while parsing value: could not determine value type"},
+         {"state\n",
+          "1:6: key 'state': no TOML: error while parsing key-value pair: expected '=', saw the end of the line"},
+         {"state = \"a\"\nstate = \"b\"\n", "2:9: key 'state': no TOML: error while parsing "
                                             "key-value pair: cannot redefine existing string 'state'"},
          // The parser does the undefined with these.
          {"state = \"a\"\n[[\n", "2:1: key '[[': expected plain TOML, found a '[' without the name of a table"},

@@ -114,7 +114,7 @@ TEST(DeviceText, ComplaintsAboutTheChain)
     EXPECT_EQ(
         "2 device text 'sim:p,L,2C0256,A0,75,90': field 6, '90', follows a 24C256, behind which there can be nothing",
         textComplaint("sim:p,L,2C0256,A0,75,90"));
-    EXPECT_EQ("2 device text 'sim:p,L,922,80,3,F0,70,1,2C0256,A0': field 8, '1', puts a F0 hub behind a 922 hub",
+    EXPECT_EQ("2 device text 'sim:p,L,922,80,3,F0,70,1,2C0256,A0': field 8, '1', puts an F0 hub behind a 922 hub",
               textComplaint("sim:p,L,922,80,3,F0,70,1,2C0256,A0"));
     EXPECT_EQ("", textComplaint("sim:p,L,F0,70,1,922,80,3,2C0256,A0"));
     EXPECT_EQ("2 device text 'sim:p,L,F0,70,1,922,80,3,2C0256,A0,75,90': field 12, '90', makes a chain of more than 3 "
@@ -132,7 +132,7 @@ TEST(DeviceText, UnservedChainsAreRefused)
     EXPECT_EQ("2 no transfer goes through an F0 hub", refusal("sim:p,L,F0,70,1,922,80,3,2C0256,A0"));
     EXPECT_EQ("2 a PCA9552 can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
               refusal("sim:p,L,922,80,3,9552,C0"));
-    EXPECT_EQ("2 a LM75 can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
+    EXPECT_EQ("2 an LM75 can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
               refusal("sim:p,L,922,80,3,75,90"));
     EXPECT_EQ("2 a 172 device can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
               refusal("sim:p,L,922,80,3,172,A0"));

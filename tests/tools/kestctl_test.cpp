@@ -121,10 +121,10 @@ TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
               "--speed 3400: expected 1 to 1000 kHz; faster modes of the bus are not served"},
              {{"port", "write", "inlet-temp", "low", "1"},
               2,
-              "inlet-temp: 'port write' does not serve a LM75; 'kestctl thermal read' reads it"},
+              "inlet-temp: 'port write' does not serve an LM75; 'kestctl thermal read' reads it"},
              {{"port", "config", "inlet-temp", "output", "1"},
               2,
-              "inlet-temp: 'port config' does not serve a LM75; 'kestctl thermal read' reads it"},
+              "inlet-temp: 'port config' does not serve an LM75; 'kestctl thermal read' reads it"},
              {{"errors", "list", "--since", "2024-02-30"},
               2,
               "--since '2024-02-30': expected a time such as 2024-05-01, 2024-05-01T12:00:00Z, 90s, 15m, 2h or 7d"},
@@ -157,7 +157,7 @@ TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
               "--count requires --watch; 'kestctl thermal read --help' shows how"},
              {{"thermal", "read", "sim:planar,L,922,80,3,75,90"},
               2,
-              "sim:planar,L,922,80,3,75,90: a LM75 can't be reached behind a 922 hub, which passes SEEPROM transfers "
+              "sim:planar,L,922,80,3,75,90: an LM75 can't be reached behind a 922 hub, which passes SEEPROM transfers "
               "on and nothing else"},
              {{"port", "read", "sim:planar,L,922,80,3,9552,C0"},
               2,

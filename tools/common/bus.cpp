@@ -63,7 +63,7 @@ void refuseDoubtfulWrite(const device& which, bool force)
         return;
     if (const std::optional<device> other = otherTypeAt(which))
         throw failure{.code = exitWrongUse,
-                      .what = fmt::format("the device table has a {}, {}, at {}", other->end().type->chip, other->label,
+                      .what = fmt::format("the device table has {}, {}, at {}", aChip(*other->end().type), other->label,
                                           addressText(other->end().address)),
                       .tryThis = "--force writes all the same",
                       .device  = which.label,

@@ -37,6 +37,8 @@ constexpr std::array types{
     deviceTypeInfo{KEST_DEV_172, "172", "172 device", other, 22016, 0, 0},
 };
 
+constexpr std::string_view spokenWithAVowel = "FL"; ///< letters that chips' names begin with
+
 constexpr std::size_t longestText  = 255;
 constexpr std::size_t longestChain = 3;
 
@@ -147,9 +149,9 @@ void checkOrder(const fields& text, const std::vector<deviceLink>& links)
     const deviceTypeInfo& before = *links[links.size() - 2].type;
     const deviceTypeInfo& last   = *links.back().type;
     if (before.kind != hub)
-        throw text.wrong(fmt::format("follows a {}, behind which there can be nothing", before.chip));
+        throw text.wrong(fmt::format("follows {}, behind which there can be nothing", aChip(before)));
     if (last.kind == hub && !(before.type == KEST_DEV_HUB_F0 && last.type == KEST_DEV_922HUB))
-        throw text.wrong(fmt::format("puts a {} behind a {}", last.chip, before.chip));
+        throw text.wrong(fmt::format("puts {} behind {}", aChip(last), aChip(before)));
 }
 
 /// The row of a number; of several the one at the lowest position. Null when there is none.
@@ -190,6 +192,12 @@ const deviceTypeInfo* findType(std::uint32_t type)
 {
     const auto* row = std::ranges::find_if(types, [type](const deviceTypeInfo& info) { return info.type == type; });
     return row == types.end() ? nullptr : row;
+}
+
+std::string aChip(const deviceTypeInfo& type)
+{
+    const std::string chip = type.chip;
+    return (spokenWithAVowel.find(chip.front()) != spokenWithAVowel.npos ? "an " : "a ") + chip;
 }
 
 bool isBusPath(const std::string& path, std::string& why)
@@ -302,8 +310,8 @@ void refuseUnservedChain(const device& which)
             refusal.what = "no transfer goes through an F0 hub";
     if (refusal.what.empty() && which.behindHub() && which.end().type->kind != seeprom)
         refusal.what =
-            fmt::format("a {} can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
-                        which.end().type->chip);
+            fmt::format("{} can't be reached behind a 922 hub, which passes SEEPROM transfers on and nothing else",
+                        aChip(*which.end().type));
     if (!refusal.what.empty())
         throw refusal;
 }
@@ -317,7 +325,7 @@ void requireKind(const device& which, std::initializer_list<deviceKind> kinds, c
                           : type.kind == registers ? "'kestctl port' works on it"
                           : type.kind == sensor    ? "'kestctl thermal read' reads it"
                                                    : "'kestctl detect' tells whether it answers";
-    failure     refusal = wrongUse(fmt::format("'{}' does not serve a {}", verb, type.chip), instead);
+    failure     refusal = wrongUse(fmt::format("'{}' does not serve {}", verb, aChip(type)), instead);
     refusal.device      = which.label;
     throw refusal;
 }

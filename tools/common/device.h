@@ -33,6 +33,8 @@ struct deviceTypeInfo {
 [[nodiscard]] std::span<const deviceTypeInfo> deviceTypes();
 /// @return null for an unknown type
 [[nodiscard]] const deviceTypeInfo* findType(std::uint32_t type);
+/// @return the chip with its article: "an LM75"
+[[nodiscard]] std::string aChip(const deviceTypeInfo& type);
 
 struct deviceLink {
     std::uint8_t          address = 0; ///< 8-bit form

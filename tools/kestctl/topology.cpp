@@ -170,8 +170,8 @@ int runDevices(const context& shared, const devicesOptions&)
             const device which = parseDeviceText(entry.location);
             chip               = which.end().type->chip;
             if (const std::optional<device> other = otherTypeAt(which))
-                throw wrongUse(fmt::format("'{}': the device table has a {}, {}, there, too", entry.location,
-                                           other->end().type->chip, other->label));
+                throw wrongUse(fmt::format("'{}': the device table has {}, {}, there, too", entry.location,
+                                           aChip(*other->end().type), other->label));
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;

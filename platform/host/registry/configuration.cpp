@@ -83,6 +83,19 @@ std::string_view keyOfLine(std::string_view text, toml::source_index number)
     return text.substr(0, text.find_last_not_of(" \t\r") + 1);
 }
 
+/// The parser's description of a fault, to follow a colon. It has the end of a line as an escape, which the programs
+/// that show it would escape again.
+std::string parsersWords(std::string_view description)
+{
+    constexpr std::string_view lineEnd = "'\\n'";
+    std::string                words(description);
+    if (words.starts_with("Error "))
+        words.front() = 'e';
+    if (const auto at = words.find(lineEnd); at != words.npos)
+        words.replace(at, lineEnd.size(), "the end of the line");
+    return words;
+}
+
 /// Reads one file into a configuration and keeps the first fault of it.
 class fileReader
 {
@@ -92,7 +105,11 @@ public:
     void read(std::string_view text);
     /// @return the fault that stands first in the file, empty when there is none
     [[nodiscard]] const std::string& error() const { return m_error; }
-    void fail(toml::source_position at, std::string_view key, const std::string& expected, const std::string& found);
+    void                             fail(toml::source_position at, std::string_view key, const std::string& what);
+    void fail(toml::source_position at, std::string_view key, const std::string& expected, const std::string& found)
+    {
+        fail(at, key, fmt::format("expected {}, found {}", expected, found));
+    }
 
 private:
     using keyReader = std::function<void(const std::string& key, const toml::node&)>;
@@ -131,13 +148,11 @@ private:
     toml::source_position m_errorAt{};
 };
 
-void fileReader::fail(toml::source_position at, std::string_view key, const std::string& expected,
-                      const std::string& found)
+void fileReader::fail(toml::source_position at, std::string_view key, const std::string& what)
 {
     if (m_error.empty() || at < m_errorAt) {
         m_errorAt = at;
-        m_error   = fmt::format("{}:{}:{}: key '{}': expected {}, found {}", m_file.string(), at.line, at.column,
-                                shown(key), expected, found);
+        m_error   = fmt::format("{}:{}:{}: key '{}': {}", m_file.string(), at.line, at.column, shown(key), what);
     }
 }
 
@@ -385,7 +400,7 @@ void fileReader::read(std::string_view source)
             target.machineRealTime = !fast;
         } catch (const toml::parse_error& problem) {
             const auto at = problem.source().begin;
-            fail(at, keyOfLine(source, at.line), "TOML", std::string(problem.description()));
+            fail(at, keyOfLine(source, at.line), "no TOML: " + parsersWords(problem.description()));
         }
     }
 }

@@ -64,7 +64,7 @@ struct configuration {
 /// A configuration, or why there is none.
 struct configurationResult {
     configuration value; ///< defaults when `error` is not empty
-    std::string   error; ///< "FILE:LINE:COLUMN: key 'K': expected ..., found ..."
+    std::string   error; ///< "FILE:LINE:COLUMN: key 'K': expected ..., found ...", or "... 'K': no TOML: ..."
 };
 
 /// Reads one file. Relative paths in it count from the file's folder. Of several faults the first in the file is told.
