@@ -152,7 +152,7 @@ TEST_F(KestdWorkers, JobThatThrowsEndsItselfAlone)
 class KestdShares : public KestdWorkers
 {
 protected:
-    KestdShares() : KestdWorkers({.clock = [] { return timeNs; }, .processors = 1, .watch = std::chrono::hours(1)})
+    KestdShares() : KestdWorkers({.clock = [] { return timeNs; }, .abreast = 1, .watch = std::chrono::hours(1)})
     {
         timeNs = 0;
     }
@@ -239,6 +239,23 @@ TEST_F(KestdShares, OwnerWhoHasUsedLessTimeIsServedFirst)
     EXPECT_EQ("h123h4hh", done());
 }
 
+TEST_F(KestdShares, RunThatWasHeldUpCountsForTwoMillisecondsAtMost)
+{
+    start(1, 2, [this] {
+        submit(alice, [this] {
+            workers().submit(connection('h', 9'000'000));
+            for (const char name : {'1', '2', '3', '4'})
+                submit(bob, [this, name] {
+                    timeNs += 1'500'000;
+                    note(name);
+                });
+        });
+    });
+    EXPECT_TRUE(awaits('4'));
+    finish();
+    EXPECT_EQ("h12h3h4h", done());
+}
+
 TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
 {
     start(1, 1, [this] {
@@ -283,7 +300,7 @@ TEST_F(KestdShares, ConnectionForEachRequestGainsNothing)
 }
 
 /// Nobody is taken for blocked here.
-TEST_F(KestdShares, NoMoreJobsAreInWorkThanThereAreProcessors)
+TEST_F(KestdShares, NoMoreJobsAreInWorkThanThreadsAreAllowed)
 {
     std::atomic<int> inWork{0};
     std::atomic<int> most{0};

@@ -16,6 +16,10 @@ constexpr std::size_t stackBytes   = 1024 * 1024; // reserved; only what is used
 constexpr unsigned    extraThreads = 3;  // beside those in work: one for events, and for the service's own jobs
 constexpr unsigned    jobsAtOnce   = 4;  // begun before somebody looks for events again
 constexpr unsigned    eventsAtOnce = 32; // handled before somebody looks for jobs again
+// A run counts for no more: one that lost its processor, or waited for a disk, would put its owner far behind all others.
+constexpr std::int64_t mostChargedNs = 2'000'000;
+// Beside the processors': while one thread waits for the disk another has its processor.
+constexpr unsigned threadsInWaiting = 1;
 
 /// Those that this process may use.
 unsigned processorsHad()
@@ -36,7 +40,7 @@ Job::Job(std::shared_ptr<Share> share) : m_share(std::move(share))
 
 Workers::Workers(asio::io_context& context, Options options)
     : m_context(context), m_options(options),
-      m_processors(options.processors != 0 ? options.processors : std::max(1U, processorsHad()))
+      m_mostAbreast(options.abreast != 0 ? options.abreast : std::max(1U, processorsHad()) + threadsInWaiting)
 {
 }
 
@@ -112,7 +116,7 @@ void Workers::submit(std::shared_ptr<Job> job) noexcept
 void Workers::charge(Job& job)
 {
     if (!job.m_charged) {
-        const std::int64_t took = m_options.clock() - job.m_begunNs;
+        const std::int64_t took = std::min(m_options.clock() - job.m_begunNs, mostChargedNs);
         job.m_usedNs += took;
         job.m_share->m_usedNs += took;
         job.m_share->m_firstRunsNs += job.m_runs == 1 ? took : 0;
@@ -194,10 +198,10 @@ void Workers::enlist()
     }
 }
 
-/// Whether a worker may go on; if it does not belong to the current watch, it joins while there is a processor for it.
+/// Whether a worker may go on; if it does not belong to the current watch, it joins while there is room for one more.
 bool Workers::joins(std::uint64_t& watch)
 {
-    if (watch != m_watch && m_abreast < m_processors) {
+    if (watch != m_watch && m_abreast < m_mostAbreast) {
         watch = m_watch;
         ++m_abreast;
     }
@@ -239,7 +243,7 @@ void Workers::perform(Lock& lock)
     ++m_steps;
     ++m_unpolled;
     const std::uint64_t run = job->m_runs;
-    if (hasJob() && m_sleeping > m_called && m_abreast + m_called < m_processors) {
+    if (hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
         enlist(); // shares the work; nobody is made for that
     }
     if (m_atEase) {

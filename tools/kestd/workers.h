@@ -58,10 +58,10 @@ private:
 };
 
 /// A crew of threads. One of them at a time waits for events, and then does what they call for itself: a request that is served at once
-/// costs no switch between threads. There are not more of them at work than there are processors, because those that were begun and
-/// then wait for a processor would hold up short jobs for many milliseconds. The others sleep until there are several jobs, or until
-/// nobody has looked for events for a while: then all who are in a job are taken for blocked and no longer count, and the crew grows when
-/// none is left. So a slow device holds up nobody but those who asked for it.
+/// costs no switch between threads. One more of them is at work than there are processors: it goes on while another waits for the disk.
+/// With many more, those that were begun and then wait for a processor would hold up short jobs for many milliseconds. The others sleep
+/// until there are several jobs, or until nobody has looked for events for a while: then all who are in a job are taken for blocked and no
+/// longer count, and the crew grows when none is left. So a slow device holds up nobody but those who asked for it.
 ///
 /// Owners of jobs take turns, and while there are always jobs, events still come in between: who has much to do holds up nobody else.
 ///
@@ -70,8 +70,8 @@ class Workers
 {
 public:
     struct Options {
-        std::int64_t (*clock)()              = steadyNs; ///< steady, in nanoseconds
-        unsigned                  processors = 0;        ///< 0: as many as this process may use
+        std::int64_t (*clock)() = steadyNs; ///< steady, in nanoseconds
+        unsigned abreast        = 0;        ///< threads at work; 0: one more than the processors this process may use
         std::chrono::milliseconds watch{
             1}; ///< so long nobody may look for events before those in jobs are taken for blocked
     };
@@ -123,7 +123,7 @@ private:
 
     asio::io_context&            m_context;
     const Options                m_options;
-    const unsigned               m_processors;
+    const unsigned               m_mostAbreast;
     const std::shared_ptr<Share> m_own = std::make_shared<Share>();
     std::mutex                   m_lock;
     std::condition_variable      m_wanted;  ///< a sleeping worker is
