@@ -371,7 +371,7 @@ std::string deviceOf(const loggedEntry& entry)
         });
         if (device.empty() && found != entry.userDetails.end()) {
             const std::string text(found->bytes.begin(), found->bytes.end());
-            device = kind == firstFailureData ? deviceOfRecord(text) : std::string(text.c_str());
+            device = kind == firstFailureData ? deviceOfRecord(text) : text.substr(0, text.find('\0'));
         }
     }
     return cleanText(device);

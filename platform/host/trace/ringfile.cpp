@@ -15,6 +15,7 @@
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -65,7 +66,6 @@ struct closeListing {
 struct agedFile {
     std::int64_t changedNs; ///< since 1970
     std::string  name;
-    auto         operator<=>(const agedFile&) const = default;
 };
 
 /// The ring files of a folder, whoever writes them.
@@ -151,7 +151,7 @@ void removeOldRings(const std::filesystem::path& folder)
     std::vector<agedFile> files = ringFilesIn(place.number());
     if (files.size() > maximumDeadRings) {
         std::erase_if(files, [&](const agedFile& file) { return !isDead(place.number(), file.name.c_str()); });
-        std::ranges::sort(files);
+        std::ranges::sort(files, {}, [](const agedFile& file) { return std::tie(file.changedNs, file.name); });
         for (std::size_t index = 0; index + maximumDeadRings < files.size(); ++index) {
             unlinkat(place.number(), files[index].name.c_str(), 0);
         }
