@@ -22,7 +22,9 @@ public:
         m_pages = static_cast<char*>(pages);
         EXPECT_EQ(0, mprotect(m_pages + m_page, m_page, PROT_NONE));
         m_bytes = m_pages + m_page - size;
-        std::memcpy(m_bytes, bytes, size);
+        if (size != 0) { // else there need not be any bytes
+            std::memcpy(m_bytes, bytes, size);
+        }
     }
     BytesAtTheEdge(const BytesAtTheEdge&)            = delete;
     BytesAtTheEdge& operator=(const BytesAtTheEdge&) = delete;

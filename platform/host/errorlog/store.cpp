@@ -266,7 +266,8 @@ std::string clearDatabase(processLog& log)
     const std::filesystem::path& file = log.files->database;
     openedDatabase               opened;
     if (access(file.c_str(), F_OK) != 0) // who may not look does not know that there is none
-        return errno == ENOENT ? std::string() : fmt::format("{}: {}", file.string(), std::strerror(errno));
+        return errno == ENOENT || errno == ENOTDIR ? std::string()
+                                                   : fmt::format("{}: {}", file.string(), std::strerror(errno));
     const patience wait(commitPatience);
     bool           done = openWriter(log, wait, opened) && log.writer->clear(wait);
     if (!done && log.writer != nullptr && log.writer->replaced()) // its layout was changed since it was opened
