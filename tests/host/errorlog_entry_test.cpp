@@ -149,7 +149,7 @@ TEST_F(ErrorEntry, NamesItsDevice)
 /// Most failures of a transfer have no device text: the record of the failed call tells bus and address.
 TEST_F(ErrorEntry, NamesItsDeviceByFirstFailureData)
 {
-    const auto deviceIn = [this](const std::string& record) {
+    const auto deviceIn = [](const std::string& record) {
         const auto entry = make();
         entry->addUsrDtls(record.data(), static_cast<unsigned short>(record.size()), 0x1300, 1, 6);
         return host::deviceOf(host::describeEntry(*entry));

@@ -160,7 +160,17 @@ void* __wrap_malloc(std::size_t bytes) noexcept
 void __wrap_free(void* block) noexcept { __real_free(block); }
 #else
 void __wrap_free(void* block) noexcept { scripted::release(block, scripted::Source::plain); }
-// The standard library's operator new takes its memory from malloc(): so free() fits every block.
+// In a static program the standard library's operator new would pass through __wrap_malloc(), too.
+void* operator new(std::size_t bytes)
+{
+    void* const block = __real_malloc(std::max<std::size_t>(bytes, 1));
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void* operator new[](std::size_t bytes) { return ::operator new(bytes); }
+// All of them take their memory from malloc(): so free() fits every block.
 void operator delete(void* block) noexcept { scripted::release(block, scripted::Source::single); }
 void operator delete(void* block, std::size_t) noexcept { scripted::release(block, scripted::Source::single); }
 void operator delete[](void* block) noexcept { scripted::release(block, scripted::Source::array); }
