@@ -2,9 +2,11 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -203,21 +205,23 @@ public:
         for (std::string& word : words)
             pointers.push_back(word.data());
         pointers.push_back(nullptr);
+        environment.emplace("NOTIFY_SOCKET", notifyPath);
+        std::array<char, 32> listener{}; // the child knows its number
+        if (handed >= 0) {
+            environment.emplace("LISTEN_FDS", "1");
+        }
+        const Environment variables(std::move(environment), handed >= 0 ? listener.data() : nullptr);
         m_pid = fork();
         if (m_pid == 0) {
             dup2(open(m_errors.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDERR_FILENO);
-            setenv("NOTIFY_SOCKET", notifyPath.c_str(), 1);
-            for (const auto& [name, value] : environment)
-                setenv(name.c_str(), value.c_str(), 1);
             if (handed >= 0) {
                 if (handed == 3)
                     fcntl(3, F_SETFD, 0);
                 else
                     dup2(handed, 3);
-                setenv("LISTEN_FDS", "1", 1);
-                setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+                std::snprintf(listener.data(), listener.size(), "LISTEN_PID=%d", getpid());
             }
-            execvp(pointers[0], pointers.data());
+            execvpe(pointers[0], pointers.data(), variables.pointers());
             _exit(127);
         }
     }

@@ -332,20 +332,63 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
 
 // ---------------------------------------------------------------------------------------------------------- permissions
 
-/// Runs `body` in a child as the user nobody, with nobody's group and `groups`. @return its exit code
-int asNobody(const std::function<int()>& body, const std::vector<gid_t>& groups = {})
+/// Starts `body` in a child as the user nobody, with nobody's group and `groups`.
+pid_t startAsNobody(const std::function<int()>& body, const std::vector<gid_t>& groups = {})
 {
     const pid_t child = fork();
     if (child == 0) {
         const passwd* nobody = getpwnam("nobody");
         if (nobody == nullptr || setgroups(groups.size(), groups.data()) != 0 || setgid(nobody->pw_gid) != 0 ||
-            setuid(nobody->pw_uid) != 0)
+            setuid(nobody->pw_uid) != 0) {
             _exit(100);
+        }
         _exit(body());
     }
+    return child;
+}
+
+/// Waits for the end of a child. @return its exit code, -1 when it had none
+int exitOf(pid_t child)
+{
     int status = 0;
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// Runs `body` in a child as the user nobody, with nobody's group and `groups`. @return its exit code
+int asNobody(const std::function<int()>& body, const std::vector<gid_t>& groups = {})
+{
+    return exitOf(startAsNobody(body, groups));
+}
+
+using pauseFunction = std::function<bool()>; ///< waits for the other process; returns whether that has done its part
+
+/// Runs `body` as nobody. Where it calls the pause that it is given, it waits until `meanwhile` has run in this process. There is no second
+/// thread: a child of a process with threads could wait for ever for the allocator's lock that one of them held. @return its exit code
+int asNobody(const std::function<int(const pauseFunction&)>& body, const std::function<void()>& meanwhile)
+{
+    int toChild[2];
+    int toParent[2];
+    EXPECT_EQ(0, pipe(toChild));
+    EXPECT_EQ(0, pipe(toParent));
+    const pid_t child = startAsNobody([&] {
+        close(toChild[1]);
+        close(toParent[0]);
+        return body([&] {
+            char byte = 0;
+            return write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1;
+        });
+    });
+    close(toChild[0]);
+    close(toParent[1]);
+    char byte = 0;
+    EXPECT_EQ(1, read(toParent[0], &byte, 1)) << "it ended before its pause";
+    meanwhile();
+    EXPECT_EQ(1, write(toChild[1], "x", 1));
+    const int exit = exitOf(child);
+    close(toChild[1]);
+    close(toParent[0]);
+    return exit;
 }
 
 class KestdPermissions : public KestdTest
@@ -435,27 +478,16 @@ TEST_F(KestdPermissions, ByUserAndByGroup)
 TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
 {
     start();
-    int toChild[2];
-    int toParent[2];
-    ASSERT_EQ(0, pipe(toChild));
-    ASSERT_EQ(0, pipe(toParent));
-    std::thread reloading([&] {
-        char byte = 0;
-        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+    const auto allow = [&] {
         configure("read_users = [\"nobody\"]");
         EXPECT_TRUE(daemon().reload());
-        EXPECT_EQ(1, write(toChild[1], "x", 1));
-    });
-    EXPECT_EQ(0, asNobody([&] {
-                  client::Connection connection = connect();
-                  char               byte       = 0;
-                  const bool         refused    = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
-                  const bool         told       = write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1;
-                  return refused && told && connection.readSeeprom(someLocation, 0, 4) ? 0 : 1;
-              }));
-    reloading.join();
-    for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]})
-        close(end);
+    };
+    const auto client = [&](const pauseFunction& pause) {
+        client::Connection connection = connect();
+        const bool         refused    = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
+        return refused && pause() && connection.readSeeprom(someLocation, 0, 4) ? 0 : 1;
+    };
+    EXPECT_EQ(0, asNobody(client, allow));
 }
 
 /// Somebody who may do nothing cannot fill the error log, nor take the places of those who may.
@@ -490,36 +522,24 @@ TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
 {
     configure("max_clients = 32\nmax_clients_per_user = 16\nread_users = [\"nobody\"]");
     start();
-    int toChild[2];
-    int toParent[2];
-    ASSERT_EQ(0, pipe(toChild));
-    ASSERT_EQ(0, pipe(toParent));
-    std::thread other([&] {
-        char byte = 0;
-        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+    const auto readAsRoot = [&] {
         for (int number = 0; number < 16; ++number) {
             const answer got = connect().readSeeprom(someLocation, 0, 4);
             EXPECT_EQ(part(0, 4), got.data) << got.message;
         }
-        EXPECT_EQ(1, write(toChild[1], "x", 1));
-    });
-    EXPECT_EQ(0, asNobody([&] {
-                  std::vector<std::unique_ptr<RawClient>> idle;
-                  int                                     served = 0;
-                  for (int number = 0; number < 40; ++number) {
-                      idle.push_back(std::make_unique<RawClient>(socketPath()));
-                      idle.back()->send(seepromRequest(0x8001, 0, 4));
-                      const auto reply = idle.back()->receive();
-                      served += reply && reply->returnCode == 0 ? 1 : 0;
-                  }
-                  char byte = 0;
-                  return write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1 && served == 16
-                             ? 0
-                             : served + 1;
-              }));
-    other.join();
-    for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]})
-        close(end);
+    };
+    const auto takePlaces = [&](const pauseFunction& pause) {
+        std::vector<std::unique_ptr<RawClient>> idle;
+        int                                     served = 0;
+        for (int number = 0; number < 40; ++number) {
+            idle.push_back(std::make_unique<RawClient>(socketPath()));
+            idle.back()->send(seepromRequest(0x8001, 0, 4));
+            const auto reply = idle.back()->receive();
+            served += reply && reply->returnCode == 0 ? 1 : 0;
+        }
+        return pause() && served == 16 ? 0 : served + 1;
+    };
+    EXPECT_EQ(0, asNobody(takePlaces, readAsRoot));
 }
 
 /// The groups count that the process has, not those that the user database gives its user: it may have given them up, or got more.
@@ -544,31 +564,19 @@ TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
     configure("max_clients = 16");
     start();
     const std::size_t before = daemon().descriptors();
-    int               toChild[2];
-    int               toParent[2];
-    ASSERT_EQ(0, pipe(toChild));
-    ASSERT_EQ(0, pipe(toParent));
-    std::thread counting([&] {
-        char byte = 0;
-        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+    const auto        count  = [&] {
         EXPECT_LT(daemon().descriptors(), before + 20); // two places, and what the service opens at its first client
-        EXPECT_EQ(1, write(toChild[1], "x", 1));
-    });
-    EXPECT_EQ(0, asNobody([&] {
-                  std::vector<std::unique_ptr<RawClient>> clients;
-                  for (int number = 0; number < 500; ++number)
-                      clients.push_back(std::make_unique<RawClient>(socketPath()));
-                  // the last has been told: all before it are admitted or turned away
-                  const auto told = clients.back()->receive();
-                  char       byte = 0;
-                  return write(toParent[1], "x", 1) == 1 && read(toChild[0], &byte, 1) == 1 && told &&
-                                 told->returnCode == 0x80001605
-                             ? 0
-                             : 1;
-              }));
-    counting.join();
-    for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]})
-        close(end);
+    };
+    const auto crowd = [&](const pauseFunction& pause) {
+        std::vector<std::unique_ptr<RawClient>> clients;
+        for (int number = 0; number < 500; ++number) {
+            clients.push_back(std::make_unique<RawClient>(socketPath()));
+        }
+        // the last has been told: all before it are admitted or turned away
+        const auto told = clients.back()->receive();
+        return pause() && told && told->returnCode == 0x80001605 ? 0 : 1;
+    };
+    EXPECT_EQ(0, asNobody(crowd, count));
 }
 
 // --------------------------------------------------------------------------------------------------------------- limits

@@ -65,6 +65,36 @@ private:
     std::filesystem::path m_path;
 };
 
+/// This process's environment and `added` on top of it, as exec() takes it. Made before a fork: the child of a process with threads must not
+/// allocate.
+class Environment
+{
+public:
+    /// @param last  a variable whose text may still change, or null; the caller's
+    explicit Environment(std::map<std::string, std::string> added, char* last = nullptr)
+    {
+        for (char** variable = environ; *variable != nullptr; ++variable) {
+            const std::string text = *variable;
+            added.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1)); // unless it is set anew
+        }
+        for (const auto& [name, value] : added) {
+            m_texts.push_back(name + "=" + value);
+        }
+        for (std::string& text : m_texts) {
+            m_pointers.push_back(text.data());
+        }
+        if (last != nullptr) {
+            m_pointers.push_back(last);
+        }
+        m_pointers.push_back(nullptr);
+    }
+    [[nodiscard]] char* const* pointers() const { return m_pointers.data(); }
+
+private:
+    std::vector<std::string> m_texts;
+    std::vector<char*>       m_pointers;
+};
+
 struct runOptions {
     std::string                        input       = {}; ///< given to standard input, then its end
     std::map<std::string, std::string> environment = {}; ///< set on top of this process's own
@@ -191,7 +221,8 @@ private:
         for (const std::string& word : command)
             words.push_back(const_cast<char*>(word.c_str()));
         words.push_back(nullptr);
-        winsize size{24, 80, 0, 0};
+        const Environment environment(m_options.environment);
+        winsize           size{24, 80, 0, 0};
         m_pid = m_options.terminal ? forkpty(&terminal, nullptr, nullptr, &size) : fork();
         if (m_pid < 0)
             throw std::system_error(errno, std::generic_category(), "fork");
@@ -206,11 +237,9 @@ private:
             for (const int number : m_options.closed)
                 close(number);
             limit();
-            for (const auto& [name, value] : m_options.environment)
-                setenv(name.c_str(), value.c_str(), 1);
             if (!m_options.folder.empty() && chdir(m_options.folder.c_str()) < 0)
                 _exit(126);
-            execvp(words[0], words.data());
+            execvpe(words[0], words.data(), environment.pointers());
             _exit(127);
         }
         if (m_options.terminal) {
