@@ -16,13 +16,13 @@
 namespace
 {
 
-constexpr std::uint32_t speedKhz     = 400;
-constexpr double        bitNs        = 1e6 / speedKhz;
-constexpr double        bitsOfByte   = 9; // eight and the acknowledge
-constexpr double        writeCycleNs = 3.5e6;
-constexpr std::size_t   readBytes    = 65536; // a whole 24C512
-constexpr std::size_t   writtenBytes = 4096;  // to a 24C256
-constexpr std::size_t   pageBytes    = 64;
+constexpr std::uint32_t speedKhz = 400;
+constexpr double bitNs = 1e6 / speedKhz;
+constexpr double bitsOfByte = 9; // eight and the acknowledge
+constexpr double writeCycleNs = 3.5e6;
+constexpr std::size_t readBytes = 65536; // a whole 24C512
+constexpr std::size_t writtenBytes = 4096; // to a 24C256
+constexpr std::size_t pageBytes = 64;
 
 /// A machine folder with a kest.toml that this process uses, removed at the end.
 class scratchMachine
@@ -46,27 +46,27 @@ public:
         }
         m_wires = kest::sim::openMachine(m_folder, false)->findBus("planar", "");
     }
-    scratchMachine(const scratchMachine&)            = delete;
+    scratchMachine(const scratchMachine&) = delete;
     scratchMachine& operator=(const scratchMachine&) = delete;
     ~scratchMachine() { std::filesystem::remove_all(m_folder); }
 
     [[nodiscard]] double busNs() const { return static_cast<double>(m_wires->busTimeNs()); }
 
 private:
-    std::filesystem::path           m_folder;
+    std::filesystem::path m_folder;
     std::shared_ptr<kest::sim::bus> m_wires;
 };
 
 /// Opens and configures a chip as the library does.
 mern_t openChip(const char* path, std::uint16_t address, std::uint32_t page)
 {
-    const MernNode      local;
-    mern_t              handle = mern_iic_open(local, path, 0x1002);
-    std::uint8_t        block[44]{};
+    const MernNode local;
+    mern_t handle = mern_iic_open(local, path, 0x1002);
+    std::uint8_t block[44]{};
     const std::uint16_t offsetLength = 2;
-    const std::uint16_t promisedMs   = 15;
-    const std::uint32_t busyWaitMs   = 1000;
-    std::uint32_t       speed        = speedKhz;
+    const std::uint16_t promisedMs = 15;
+    const std::uint32_t busyWaitMs = 1000;
+    std::uint32_t speed = speedKhz;
     std::memcpy(block + 2, &address, sizeof address);
     std::memcpy(block + 4, &offsetLength, sizeof offsetLength);
     std::memcpy(block + 20, &promisedMs, sizeof promisedMs);
@@ -82,11 +82,11 @@ mern_t openChip(const char* path, std::uint16_t address, std::uint32_t page)
 /// Bus time of a whole read against a START, an address, an offset and the data.
 double readRatio(const scratchMachine& machine)
 {
-    mern_t                    handle = openChip("sim:planar", 0xA0, 128);
+    mern_t handle = openChip("sim:planar", 0xA0, 128);
     std::vector<std::uint8_t> data(readBytes);
-    const double              before = machine.busNs();
-    const int                 moved  = mern_iic_read(handle, data.data(), readBytes);
-    const double              taken  = machine.busNs() - before;
+    const double before = machine.busNs();
+    const int moved = mern_iic_read(handle, data.data(), readBytes);
+    const double taken = machine.busNs() - before;
     mern_iic_close(handle);
     if (moved != static_cast<int>(readBytes)) {
         throw std::runtime_error("the read failed");
@@ -98,16 +98,16 @@ double readRatio(const scratchMachine& machine)
 /// cycle is in neither.
 double writeRatio(const scratchMachine& machine)
 {
-    mern_t                          handle = openChip("sim:planar", 0xA2, pageBytes);
+    mern_t handle = openChip("sim:planar", 0xA2, pageBytes);
     const std::vector<std::uint8_t> data(writtenBytes, 0x5A);
-    const double                    before = machine.busNs();
-    const int                       moved  = mern_iic_write(handle, data.data(), writtenBytes);
-    const double                    taken  = machine.busNs() - before;
+    const double before = machine.busNs();
+    const int moved = mern_iic_write(handle, data.data(), writtenBytes);
+    const double taken = machine.busNs() - before;
     mern_iic_close(handle);
     if (moved != static_cast<int>(writtenBytes)) {
         throw std::runtime_error("the write failed");
     }
-    constexpr double pages    = static_cast<double>(writtenBytes) / pageBytes;
+    constexpr double pages = static_cast<double>(writtenBytes) / pageBytes;
     constexpr double pageBits = 1 + bitsOfByte * (1 + 2 + pageBytes) + 1; // START, address, offset, data, STOP
     return taken / (pages * pageBits * bitNs + (pages - 1) * writeCycleNs);
 }
@@ -119,8 +119,8 @@ int main()
     int result = 1;
     try {
         const scratchMachine machine;
-        const double         read  = readRatio(machine);
-        const double         write = writeRatio(machine);
+        const double read = readRatio(machine);
+        const double write = writeRatio(machine);
         std::printf("{\"bus.read_ratio\": %.6f, \"bus.write_ratio\": %.6f}\n", read, write);
         result = 0;
     } catch (const std::exception& problem) {

@@ -18,7 +18,7 @@
 namespace
 {
 
-constexpr int rounds          = 20;
+constexpr int rounds = 20;
 constexpr int entriesPerRound = 100;
 constexpr int roundsThatCount = 18; // the fastest: a disk now and then takes milliseconds for whoever asks then
 
@@ -60,8 +60,9 @@ void fillTraces()
     for (const char* name : {"IIC", "kest"}) {
         trace_wobu_descriptor ring = nullptr;
         require(trace_wobu_init_buffer(&ring, name, 8092) == 0, "no trace buffer");
-        for (int line = 0; line < 50; ++line)
+        for (int line = 0; line < 50; ++line) {
             trace_wobu_write_all(ring, 0x12345678, " %s,%d,%d", line, 0, "kest_wobuRead", 256, line);
+        }
     }
 }
 
@@ -78,7 +79,7 @@ public:
                     SQLITE_OK,
                 "no statement");
     }
-    BareStore(const BareStore&)            = delete;
+    BareStore(const BareStore&) = delete;
     BareStore& operator=(const BareStore&) = delete;
     ~BareStore()
     {
@@ -97,8 +98,8 @@ private:
     {
         require(sqlite3_exec(m_connection, text, nullptr, nullptr, nullptr) == SQLITE_OK, sqlite3_errmsg(m_connection));
     }
-    sqlite3*      m_connection = nullptr;
-    sqlite3_stmt* m_insert     = nullptr;
+    sqlite3* m_connection = nullptr;
+    sqlite3_stmt* m_insert = nullptr;
 };
 
 /// Both stores take the same entries, in turns, so that whatever else the disk does meets both.
@@ -107,18 +108,22 @@ void measure(const std::filesystem::path& folder, std::vector<double>& oursSecon
     BareStore bare(folder / "bare.db");
     for (int round = 0; round <= rounds; ++round) {
         entries ours;
-        for (int number = 0; number < entriesPerRound; ++number)
+        for (int number = 0; number < entriesPerRound; ++number) {
             ours.push_back(typicalEntry());
+        }
         const auto begin = std::chrono::steady_clock::now();
-        for (const auto& entry : ours)
+        for (const auto& entry : ours) {
             entry->commit(0x1300, ERRL_ACTION_REPORT);
-        const auto               middle = std::chrono::steady_clock::now();
+        }
+        const auto middle = std::chrono::steady_clock::now();
         std::vector<std::string> bodies;
-        for (const auto& entry : ours)
+        for (const auto& entry : ours) {
             bodies.push_back(kest::host::toLine(kest::host::describeEntry(*entry)));
+        }
         const auto bareBegin = std::chrono::steady_clock::now();
-        for (const std::string& body : bodies)
+        for (const std::string& body : bodies) {
             bare.add(body);
+        }
         if (round > 0) { // the first one makes the files
             oursSeconds.push_back(seconds(middle - begin));
             bareSeconds.push_back(seconds(std::chrono::steady_clock::now() - bareBegin));
@@ -147,8 +152,8 @@ int main()
     std::vector<double> bareSeconds;
     fillTraces();
     measure(folder, oursSeconds, bareSeconds);
-    const double                ours = timeThatCounts(std::move(oursSeconds));
-    const double                bare = timeThatCounts(std::move(bareSeconds));
+    const double ours = timeThatCounts(std::move(oursSeconds));
+    const double bare = timeThatCounts(std::move(bareSeconds));
     const kest::host::entryList list = kest::host::listEntries();
     require(list.error.empty() && list.entries.size() == (rounds + 1) * entriesPerRound, "entries are missing");
     std::filesystem::remove_all(folder);

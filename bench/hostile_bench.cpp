@@ -37,16 +37,16 @@ using namespace kest::client;
 using namespace std::chrono_literals;
 using stopwatch = std::chrono::steady_clock;
 
-constexpr int           honestClients  = 20;
-constexpr int           hostileClients = 180;
-constexpr auto          honestPause    = 10ms; // between an honest client's requests
-constexpr auto          settling       = 1s;   // until the load is what it is going to be
-constexpr auto          measuring      = 4s;
-constexpr std::uint32_t honestBytes    = 256;
-constexpr int           servicePlace   = 0; // processors
-constexpr int           loadPlace      = 1;
-constexpr uid_t         nobody         = 65534;
-constexpr const char*   location       = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
+constexpr int honestClients = 20;
+constexpr int hostileClients = 180;
+constexpr auto honestPause = 10ms; // between an honest client's requests
+constexpr auto settling = 1s; // until the load is what it is going to be
+constexpr auto measuring = 4s;
+constexpr std::uint32_t honestBytes = 256;
+constexpr int servicePlace = 0; // processors
+constexpr int loadPlace = 1;
+constexpr uid_t nobody = 65534;
+constexpr const char* location = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
 
 [[noreturn]] void fail(const std::string& what)
 {
@@ -76,9 +76,9 @@ public:
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         m_descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        m_open       = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        m_open = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
-    RudeConnection(const RudeConnection&)            = delete;
+    RudeConnection(const RudeConnection&) = delete;
     RudeConnection& operator=(const RudeConnection&) = delete;
     ~RudeConnection() { close(m_descriptor); }
 
@@ -112,14 +112,14 @@ public:
     }
 
 private:
-    int  m_descriptor = -1;
-    bool m_open       = false;
+    int m_descriptor = -1;
+    bool m_open = false;
 };
 
 std::vector<std::uint8_t> transfer(std::uint16_t type, std::uint32_t length, const std::string& text = location)
 {
     const std::uint32_t words[] = {0, 0, length}; // host byte order
-    frame               request{1, type, 0, 0, 0, std::vector<std::uint8_t>(sizeof words)};
+    frame request{1, type, 0, 0, 0, std::vector<std::uint8_t>(sizeof words)};
     std::memcpy(request.payload.data(), words, sizeof words);
     request.payload.insert(request.payload.end(), text.begin(), text.end());
     request.payload.resize(request.payload.size() + 1 + (type == typeWrite ? length : 0), 0);
@@ -255,7 +255,7 @@ public:
             _exit(127);
         }
     }
-    Process(const Process&)            = delete;
+    Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
     ~Process()
     {
@@ -266,7 +266,7 @@ public:
     [[nodiscard]] long status(const std::string& name) const
     {
         std::ifstream file("/proc/" + std::to_string(m_pid) + "/status");
-        long          number = 0;
+        long number = 0;
         for (std::string word; file >> word;) {
             if (word == name + ":") {
                 file >> number;
@@ -277,7 +277,7 @@ public:
     [[nodiscard]] long descriptors() const
     {
         std::error_code gone;
-        const auto      folder = std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/fd", gone);
+        const auto folder = std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/fd", gone);
         return gone ? 0 : std::distance(folder, std::filesystem::directory_iterator());
     }
 
@@ -304,7 +304,7 @@ std::filesystem::path makeState(const std::string& service)
 
 [[noreturn]] void runService(const std::filesystem::path& folder)
 {
-    const char* const given  = std::getenv("KESTD");
+    const char* const given = std::getenv("KESTD");
     const std::string config = folder / "kest.toml", program = given != nullptr ? given : KEST_BIN_DIR "/kestd";
     pinTo(servicePlace);
     dup2(open((folder / "errors").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), STDERR_FILENO);
@@ -317,8 +317,8 @@ std::filesystem::path makeState(const std::string& service)
 
 struct figures {
     double p50Us = 0, p99Us = 0, worstUs = 0;
-    long   requests = 0, failures = 0;
-    long   threads = 0, descriptors = 0, residentKib = 0; // of the service, the most that was seen
+    long requests = 0, failures = 0;
+    long threads = 0, descriptors = 0, residentKib = 0; // of the service, the most that was seen
 };
 
 /// One honest client: a request, a pause, and what each request took. A connection that was lost is made again; that counts, too.
@@ -327,9 +327,9 @@ void beHonest(const std::string& socket, stopwatch::time_point begin, stopwatch:
 {
     Connection connection(socket);
     while (stopwatch::now() < end) {
-        const auto   asked = stopwatch::now();
-        const answer got   = connection.readSeeprom(location, 512, honestBytes);
-        const auto   now   = stopwatch::now();
+        const auto asked = stopwatch::now();
+        const answer got = connection.readSeeprom(location, 512, honestBytes);
+        const auto now = stopwatch::now();
         if (asked >= begin) {
             tripsUs.push_back(std::chrono::duration<double, std::micro>(now - asked).count());
             failures += got && got.data.size() == honestBytes ? 0 : 1;
@@ -344,16 +344,16 @@ void beHonest(const std::string& socket, stopwatch::time_point begin, stopwatch:
 
 figures measure(const std::filesystem::path& folder, const Process& service)
 {
-    const auto                       begin = stopwatch::now() + settling, end = begin + measuring;
+    const auto begin = stopwatch::now() + settling, end = begin + measuring;
     std::vector<std::vector<double>> trips(honestClients);
-    std::vector<std::jthread>        threads;
-    std::atomic<long>                failures{0};
-    figures                          result;
+    std::vector<std::jthread> threads;
+    std::atomic<long> failures{0};
+    figures result;
     for (std::vector<double>& mine : trips) {
         threads.emplace_back([&] { beHonest(folder / "kestd.socket", begin, end, mine, failures); });
     }
     while (stopwatch::now() < end) {
-        result.threads     = std::max(result.threads, service.status("Threads"));
+        result.threads = std::max(result.threads, service.status("Threads"));
         result.descriptors = std::max(result.descriptors, service.descriptors());
         result.residentKib = std::max(result.residentKib, service.status("VmRSS"));
         std::this_thread::sleep_for(100ms);
@@ -367,8 +367,8 @@ figures measure(const std::filesystem::path& folder, const Process& service)
     result.requests = static_cast<long>(all.size());
     result.failures = failures;
     if (!all.empty()) {
-        result.p50Us   = all[all.size() / 2];
-        result.p99Us   = all[all.size() * 99 / 100];
+        result.p50Us = all[all.size() / 2];
+        result.p99Us = all[all.size() * 99 / 100];
         result.worstUs = all.back();
     }
     return result;
@@ -378,10 +378,10 @@ figures measure(const std::filesystem::path& folder, const Process& service)
 figures scenario(const std::string& name, const std::string& limits, int kind, bool asNobody)
 {
     const std::filesystem::path folder = makeState(limits);
-    figures                     result;
+    figures result;
     {
         const Process service([&] { runService(folder); });
-        const auto    until = stopwatch::now() + 20s;
+        const auto until = stopwatch::now() + 20s;
         while (!Connection(folder / "kestd.socket").connected()) {
             if (stopwatch::now() > until) {
                 fail("no service at " + folder.string());
@@ -408,11 +408,11 @@ int main(int argc, char** argv)
     pinTo(loadPlace); // there must be one
     pinTo(servicePlace);
     const std::string roomForAll = "max_clients_per_user = 256"; // so that one user's 180 are all let in
-    const std::string reader     = "read_users = [65534]";
-    const bool        root       = geteuid() == 0;
-    const figures     calm       = scenario("a processor burner", roomForAll, -2, false);
-    const figures     same       = scenario("180 hostile, same user", roomForAll, -1, false);
-    const figures other  = root ? scenario("180 hostile, another reader", roomForAll + "\n" + reader, -1, true) : same;
+    const std::string reader = "read_users = [65534]";
+    const bool root = geteuid() == 0;
+    const figures calm = scenario("a processor burner", roomForAll, -2, false);
+    const figures same = scenario("180 hostile, same user", roomForAll, -1, false);
+    const figures other = root ? scenario("180 hostile, another reader", roomForAll + "\n" + reader, -1, true) : same;
     const figures shares = root ? scenario("the same, default shares", reader, -1, true) : same;
     if (argc > 1 && std::strcmp(argv[1], "--each") == 0) {
         for (std::size_t kind = 0; kind < std::size(kinds); ++kind) {

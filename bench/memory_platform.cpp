@@ -23,8 +23,8 @@ struct SrciSrc::State {
 struct ErrlEntry::State {
     explicit State(const std::array<std::uint32_t, 8>& words) : srcState{words} {}
     SrciSrc::State srcState;
-    SrciSrc        src{&srcState};
-    std::uint32_t  returnCode = 0;
+    SrciSrc src{&srcState};
+    std::uint32_t returnCode = 0;
 };
 
 ErrlBase::~ErrlBase() = default;
@@ -51,7 +51,7 @@ ErrlEntry::~ErrlEntry() { delete m_state; }
 ErrlEntry& ErrlEntry::operator=(const ErrlEntry& other)
 {
     if (this != &other) {
-        m_state->srcState   = other.m_state->srcState;
+        m_state->srcState = other.m_state->srcState;
         m_state->returnCode = other.m_state->returnCode;
     }
     return *this;
@@ -72,19 +72,19 @@ void ErrlEntry::addSwErr(unsigned short, unsigned int, unsigned short, unsigned 
 void ErrlEntry::commit(unsigned short, unsigned short) {}
 
 const SrciSrc* ErrlEntry::getSRC(unsigned short index) const { return index == 0 ? &m_state->src : nullptr; }
-std::uint16_t  ErrlEntry::creator() const { return static_cast<std::uint16_t>(m_state->srcState.words[1] >> 16); }
-std::uint32_t  ErrlEntry::plid() const { return 1; }
-std::uint32_t  ErrlEntry::getRC() const { return m_state->returnCode; }
+std::uint16_t ErrlEntry::creator() const { return static_cast<std::uint16_t>(m_state->srcState.words[1] >> 16); }
+std::uint32_t ErrlEntry::plid() const { return 1; }
+std::uint32_t ErrlEntry::getRC() const { return m_state->returnCode; }
 
 // --- trace: a record's fixed part into a ring, so that a trace is not free --------------------------------------------------------
 
 struct trace_wobu_buffer {
     struct Record {
         std::uint32_t hash;
-        int           line;
-        const char*   format;
+        int line;
+        const char* format;
     };
-    std::atomic<unsigned>   next;
+    std::atomic<unsigned> next;
     std::array<Record, 512> records;
 };
 
@@ -97,7 +97,7 @@ int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char*, unsig
 
 void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, const char* format, int line, int, ...)
 {
-    const unsigned at                                    = descriptor->next.fetch_add(1, std::memory_order_relaxed);
+    const unsigned at = descriptor->next.fetch_add(1, std::memory_order_relaxed);
     descriptor->records[at % descriptor->records.size()] = {hash, line, format};
 }
 
@@ -107,11 +107,11 @@ void trace_wobu_write2(trace_wobu_descriptor, int, unsigned int, const void*, un
 
 const mern_t MERN_INVALID{{~0U, ~0U, ~0U, ~0U, ~0U, ~0U}};
 
-MernNode::MernNode()                      = default;
+MernNode::MernNode() = default;
 MernNode::MernNode(const MernNode& other) = default;
-MernNode::~MernNode()                     = default;
+MernNode::~MernNode() = default;
 
-int    MernInitialize(std::uint32_t) { return 0; }
+int MernInitialize(std::uint32_t) { return 0; }
 mern_t mern_iic_open(MernNode, const char*, int) { return {{1, 0, 0, 0, 0, 0}}; }
 
 int mern_iic_config(mern_t&, int direction, wobu_iic_cfg_t item, void* value, unsigned int size)
@@ -145,7 +145,7 @@ int mern_iic_ffdc_unlock(mern_t&, int) { return 0; }
 ErrlEntry* UtilReg::read(const char*, void* buffer, unsigned int& size, bool, ErrlEntry*)
 {
     constexpr char value[] = "HWareMode";
-    size                   = sizeof value - 1;
+    size = sizeof value - 1;
     std::memcpy(buffer, value, size);
     return nullptr;
 }
@@ -183,6 +183,6 @@ struct NetcMessage::State {
 };
 NetcMessage::NetcMessage() : m_state(nullptr) {}
 NetcMessage::~NetcMessage() = default;
-char*        NetcMessage::dataPointer() const { return nullptr; }
+char* NetcMessage::dataPointer() const { return nullptr; }
 unsigned int NetcMessage::dataSize() const { return 0; }
-bool         NetcMessage::setData(const char*, unsigned int) { return m_state == nullptr; }
+bool NetcMessage::setData(const char*, unsigned int) { return m_state == nullptr; }

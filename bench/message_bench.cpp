@@ -29,9 +29,9 @@ using namespace kest::client;
 using stopwatch = std::chrono::steady_clock;
 
 constexpr std::uint32_t readBytes = 256;
-constexpr int           rounds    = 60; // short ones: the machine may have other work. For ratios the best counts
-constexpr int           perRound  = 1600;
-constexpr const char*   location  = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
+constexpr int rounds = 60; // short ones: the machine may have other work. For ratios the best counts
+constexpr int perRound = 1600;
+constexpr const char* location = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
 
 [[noreturn]] void fail(const std::string& what)
 {
@@ -66,8 +66,8 @@ private:
         while (!bytes.empty()) {
             bytes = bytes.subspan(m_assembler.feed(bytes));
             if (m_assembler.state() == FrameAssembler::State::complete) {
-                frame reply        = m_assembler.take();
-                reply.flags        = flagServed | flagData;
+                frame reply = m_assembler.take();
+                reply.flags = flagServed | flagData;
                 const auto encoded = encodeFrame(reply);
                 m_output.insert(m_output.end(), encoded.begin(), encoded.end());
             }
@@ -80,10 +80,10 @@ private:
                           });
     }
 
-    Protocol::socket                m_socket;
-    FrameAssembler                  m_assembler{maximumDataBytes};
+    Protocol::socket m_socket;
+    FrameAssembler m_assembler{maximumDataBytes};
     std::array<std::uint8_t, 16384> m_input{};
-    std::vector<std::uint8_t>       m_output;
+    std::vector<std::uint8_t> m_output;
 };
 
 void acceptEcho(Echo::Protocol::acceptor& acceptor)
@@ -99,7 +99,7 @@ void acceptEcho(Echo::Protocol::acceptor& acceptor)
 /// Any number of clients, like the service, on the event loop that the service uses, and nothing else.
 void runEcho(const std::string& path)
 {
-    asio::io_context         context(1);
+    asio::io_context context(1);
     Echo::Protocol::acceptor acceptor(context, Echo::Protocol::endpoint(path));
     acceptEcho(acceptor);
     context.run();
@@ -119,7 +119,7 @@ public:
             _exit(127);
         }
     }
-    Process(const Process&)            = delete;
+    Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
     ~Process()
     {
@@ -129,7 +129,7 @@ public:
     [[nodiscard]] double residentMib() const
     {
         std::ifstream status("/proc/" + std::to_string(m_pid) + "/status");
-        double        kib = 0;
+        double kib = 0;
         for (std::string word; status >> word;) {
             if (word == "VmRSS:") {
                 status >> kib;
@@ -189,20 +189,20 @@ void echoOnce(Connection& connection)
 }
 
 struct load {
-    double              perSecond = 0; ///< from when the first client begins until the last has ended
+    double perSecond = 0; ///< from when the first client begins until the last has ended
     std::vector<double> tripsUs;
 };
 
 struct clientRun {
     stopwatch::time_point begin, end;
-    std::vector<double>   tripsUs;
+    std::vector<double> tripsUs;
 };
 
 template <typename Request>
 load measure(const std::string& socket, int clients, const Request& request)
 {
-    std::vector<clientRun>    runs(static_cast<std::size_t>(clients));
-    std::latch                ready(clients);
+    std::vector<clientRun> runs(static_cast<std::size_t>(clients));
+    std::latch ready(clients);
     std::vector<std::jthread> threads;
     for (clientRun& mine : runs) {
         threads.emplace_back([&ready, &mine, &request, &socket, clients] {
@@ -220,9 +220,9 @@ load measure(const std::string& socket, int clients, const Request& request)
         });
     }
     threads.clear(); // joins
-    load       result;
+    load result;
     const auto begin = std::ranges::min(runs, {}, &clientRun::begin).begin;
-    const auto end   = std::ranges::max(runs, {}, &clientRun::end).end;
+    const auto end = std::ranges::max(runs, {}, &clientRun::end).end;
     for (const clientRun& run : runs) {
         result.tripsUs.insert(result.tripsUs.end(), run.tripsUs.begin(), run.tripsUs.end());
     }
@@ -241,11 +241,11 @@ double percentile(std::vector<double> values, std::size_t percent)
 
 int main()
 {
-    const std::filesystem::path folder     = makeState();
-    const std::string           echoSocket = folder / "echo.socket", socket = folder / "kestd.socket";
-    double                      ratio[2] = {}, best[2][2] = {}, residentMib = 0;
-    std::vector<double>         p99Us; // of each round with one client
-    constexpr int               clients[2] = {1, 16};
+    const std::filesystem::path folder = makeState();
+    const std::string echoSocket = folder / "echo.socket", socket = folder / "kestd.socket";
+    double ratio[2] = {}, best[2][2] = {}, residentMib = 0;
+    std::vector<double> p99Us; // of each round with one client
+    constexpr int clients[2] = {1, 16};
     {
         const Process echoServer([&] { runEcho(echoSocket); });
         const Process service([&] {
@@ -258,9 +258,9 @@ int main()
         for (int round = 0; round < rounds; ++round) {
             for (const int index : {0, 1}) {
                 const load floor = measure(echoSocket, clients[index], echoOnce);
-                const load real  = measure(socket, clients[index], readOnce);
-                best[index][0]   = std::max(best[index][0], floor.perSecond);
-                best[index][1]   = std::max(best[index][1], real.perSecond);
+                const load real = measure(socket, clients[index], readOnce);
+                best[index][0] = std::max(best[index][0], floor.perSecond);
+                best[index][1] = std::max(best[index][1], real.perSecond);
                 if (clients[index] == 1) {
                     p99Us.push_back(percentile(real.tripsUs, 99));
                 }

@@ -14,11 +14,11 @@
 namespace
 {
 
-constexpr int          reads    = 20'000;
-constexpr int          rounds   = 25; // the best of them counts: the machine may have other work
-constexpr unsigned int bytes    = 256;
-constexpr unsigned int offset   = 0x100;
-constexpr char         device[] = "sim:planar,L,2C0256,A0";
+constexpr int reads = 20'000;
+constexpr int rounds = 25; // the best of them counts: the machine may have other work
+constexpr unsigned int bytes = 256;
+constexpr unsigned int offset = 0x100;
+constexpr char device[] = "sim:planar,L,2C0256,A0";
 
 using stopwatch = std::chrono::steady_clock;
 
@@ -35,8 +35,8 @@ double usPerCall(stopwatch::duration taken) { return std::chrono::duration<doubl
 void readByLibrary(const tavo_deviceaddress& address)
 {
     const kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 4, 2, 1}; // 4: hardware
-    unsigned int              length                      = bytes;
-    unsigned char*            data                        = nullptr;
+    unsigned int length = bytes;
+    unsigned char* data = nullptr;
     if (KEST_seepromRead(address, nullptr, offset, &length, &data, attributes) != nullptr || length != bytes) {
         fail("the read failed");
     }
@@ -49,10 +49,10 @@ void readBare()
 {
     std::uint32_t block[11] = {};
     std::uint32_t speed = 400, dma = 2;
-    void*         buffer = tavo_malloc(bytes);
+    void* buffer = tavo_malloc(bytes);
     MernInitialize(0x80000000);
     MernNode node;
-    mern_t   handle = mern_iic_open(node, "sim:planar", 0x1002);
+    mern_t handle = mern_iic_open(node, "sim:planar", 0x1002);
     mern_iic_config(handle, 2, WOBU_IIC_BLOCK, block, sizeof block);
     mern_iic_config(handle, 2, WOBU_IIC_SPEED, &speed, sizeof speed);
     mern_iic_config(handle, 2, WOBU_IIC_DMA_OPTION, &dma, sizeof dma);
@@ -86,10 +86,10 @@ void* operator new(std::size_t size) { return counted(size); }
 void* operator new[](std::size_t size) { return counted(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return counted(size); }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return counted(size); }
-void  operator delete(void* block) noexcept { std::free(block); }
-void  operator delete[](void* block) noexcept { std::free(block); }
-void  operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void  operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 int main()
 {
@@ -103,7 +103,7 @@ int main()
     double library = 1e9, bare = 1e9;
     for (int round = 0; round < rounds; ++round) {
         library = std::min(library, measure([&address] { readByLibrary(address); }));
-        bare    = std::min(bare, measure(readBare));
+        bare = std::min(bare, measure(readBare));
     }
     std::printf("{\"seeprom.read256_overhead_us\": %.3f, \"seeprom.read256_bare_us\": %.3f, "
                 "\"seeprom.read256_allocations\": %lu}\n",

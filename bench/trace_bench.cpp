@@ -39,7 +39,7 @@ double measureWrites()
 double measureSnprintf()
 {
     std::array<char, 128> text{};
-    const auto            begin = stopwatch::now();
+    const auto begin = stopwatch::now();
     for (int index = 0; index < writes; ++index) {
         std::snprintf(text.data(), text.size(), " %s,%d,%d", "kest_wobuClose", 1, index);
         asm volatile("" : : "r"(text.data()) : "memory"); // the text is wanted
@@ -59,9 +59,9 @@ void stayOn(int processor)
 /// @return ns in which each of `count` threads made one write, from when the last of them is awake
 double measureThreads(int count)
 {
-    std::atomic<int>                   awake{0};
+    std::atomic<int> awake{0};
     std::vector<stopwatch::time_point> begins(static_cast<std::size_t>(count)), ends(begins);
-    std::vector<std::jthread>          threads;
+    std::vector<std::jthread> threads;
     for (int thread = 0; thread < count; ++thread) {
         threads.emplace_back([&, thread] {
             stayOn(thread);
@@ -84,9 +84,9 @@ int main()
     double write = 1e9, one = 1e9, two = 1e9, text = 1e9;
     for (int round = 0; round < rounds; ++round) {
         write = std::min(write, measureWrites());
-        one   = std::min(one, measureThreads(1));
-        two   = std::min(two, measureThreads(2));
-        text  = std::min(text, measureSnprintf());
+        one = std::min(one, measureThreads(1));
+        two = std::min(two, measureThreads(2));
+        text = std::min(text, measureSnprintf());
     }
     std::printf("{\"trace.write_ns\": %.1f, \"trace.two_thread_scaling\": %.2f, \"trace.snprintf_ns\": %.1f}\n", write,
                 2 * one / two, text);

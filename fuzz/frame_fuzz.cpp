@@ -26,7 +26,7 @@ void require(bool holds)
 /// The frames of a stream, written again one after another; ends at one that is refused.
 std::vector<std::uint8_t> reassemble(std::span<const std::uint8_t> stream, std::size_t pieceBytes)
 {
-    FrameAssembler            assembler(payloadLimit);
+    FrameAssembler assembler(payloadLimit);
     std::vector<std::uint8_t> written;
     while (!stream.empty() && assembler.state() == State::incomplete) {
         const std::size_t used = assembler.feed(stream.first(std::min(pieceBytes, stream.size())));
@@ -47,7 +47,7 @@ std::vector<std::uint8_t> reassemble(std::span<const std::uint8_t> stream, std::
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::span<const std::uint8_t> stream(data, size);
-    const std::vector<std::uint8_t>     whole = reassemble(stream, size + 1);
+    const std::vector<std::uint8_t> whole = reassemble(stream, size + 1);
     require(whole.size() <= size && std::equal(whole.begin(), whole.end(), data));
     for (const std::size_t pieceBytes : {std::size_t{1}, std::size_t{3}, std::size_t{19}, std::size_t{21}}) {
         require(reassemble(stream, pieceBytes) == whole);

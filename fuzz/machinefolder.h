@@ -12,8 +12,9 @@ namespace kest::fuzz
 /// Ends the run as a finding when something does not hold.
 inline void require(bool holds)
 {
-    if (!holds)
+    if (!holds) {
         abort();
+    }
 }
 
 /// A machine of one bus "b" with chips of many kinds, in a folder that goes with the process; to be called once. Write

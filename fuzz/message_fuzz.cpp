@@ -24,8 +24,8 @@ namespace
 using kest::fuzz::require;
 
 constexpr std::uint16_t firstType = 0x8001, typeRead = 0x8001, typeWrite = 0x8002, typeLocation = 0x8004;
-constexpr std::uint32_t longest     = 65536; // the service refuses more before the library sees it
-constexpr std::uint8_t  writeServed = 0x41, dataServed = 0x42;
+constexpr std::uint32_t longest = 65536; // the service refuses more before the library sees it
+constexpr std::uint8_t writeServed = 0x41, dataServed = 0x42;
 /// A write cycle of 0 ms, and a clock at which a silent chip has had its time after a few questions.
 constexpr kest_attributeValue hasty[KEST_ATTR_COUNT] = {1, 1, 0, 4, 2, 1};
 
@@ -35,8 +35,8 @@ constexpr kest_attributeValue hasty[KEST_ATTR_COUNT] = {1, 1, 0, 4, 2, 1};
 {
     int made = 0;
     for (int number = 0; made == 0 && number < 1000; ++number) {
-        char                  name[16] = {};
-        trace_wobu_descriptor ring     = nullptr;
+        char name[16] = {};
+        trace_wobu_descriptor ring = nullptr;
         std::snprintf(name, sizeof name, "filler%d", number);
         made = trace_wobu_init_buffer(&ring, name, 1);
     }
@@ -67,20 +67,22 @@ bool namesARealBus(std::string_view text) { return text.find("/dev/") != std::st
 std::uint32_t lengthAsked(std::string_view payload)
 {
     std::uint32_t length = 0;
-    if (payload.size() >= 12)
+    if (payload.size() >= 12) {
         std::memcpy(&length, payload.data() + 8, sizeof length);
+    }
     return length;
 }
 
 void serve(std::uint16_t type, std::string_view payload)
 {
     const std::uint32_t asked = lengthAsked(payload);
-    if (asked > longest)
+    if (asked > longest) {
         return;
+    }
     NetcMessage request, reply;
     request.identifier = 0x1234;
-    request.type       = type;
-    reply.replyFlags   = 0xFF;
+    request.type = type;
+    reply.replyFlags = 0xFF;
     // a copy of just the payload's size: whoever reads beyond it is caught
     require(request.setData(payload.data(), static_cast<unsigned int>(payload.size())));
     const std::unique_ptr<ErrlEntry> entry{kestProcessMsg(nullptr, &request, &reply)};
@@ -107,7 +109,7 @@ bool good(ErrlEntry* entry)
 void readSensor(const std::string& text)
 {
     KEST_thermal_sensor_info sensor{.devicePath = text.c_str(), .temperature = 1, .status = 0};
-    const bool               read = good(KEST_thermal_sensor_read_temperature_data(&sensor));
+    const bool read = good(KEST_thermal_sensor_read_temperature_data(&sensor));
     require(sensor.status == (read ? KEST_THERMAL_VALID : KEST_THERMAL_INVALID));
 }
 
@@ -116,12 +118,13 @@ void copySeeprom(const std::string& text)
     tavo_deviceaddress address{};
     text.copy(static_cast<char*>(address.location),
               sizeof address.location); // without terminator when it fills the field
-    unsigned int   length  = 5;
-    unsigned char* data    = nullptr;
-    const bool     fetched = good(KEST_seepromRead(address, nullptr, 3, &length, &data, hasty));
+    unsigned int length = 5;
+    unsigned char* data = nullptr;
+    const bool fetched = good(KEST_seepromRead(address, nullptr, 3, &length, &data, hasty));
     require(!fetched || (data != nullptr && length == 5));
-    if (fetched)
+    if (fetched) {
         good(KEST_seepromWrite(address, nullptr, 3, &length, data, hasty));
+    }
     tavo_util_free(reinterpret_cast<void**>(&data));
 }
 
@@ -155,17 +158,19 @@ void name(const std::string& text, unsigned function)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static const auto machine = prepare();
-    std::string_view  all{reinterpret_cast<const char*>(data), size};
-    if (size == 0 || namesARealBus(all))
+    std::string_view all{reinterpret_cast<const char*>(data), size};
+    if (size == 0 || namesARealBus(all)) {
         return 0;
+    }
     const unsigned chosen = data[0];
     all.remove_prefix(1);
-    if (chosen > 4)
+    if (chosen > 4) {
         name(std::string{all.substr(0, all.find('\0'))}, chosen);
-    else if (chosen < 4)
+    } else if (chosen < 4) {
         serve(static_cast<std::uint16_t>(firstType + chosen), all);
-    else if (all.size() >= 2)
+    } else if (all.size() >= 2) {
         serve(static_cast<std::uint16_t>(data[1] << 8 | data[2]), all.substr(2));
+    }
     machine->powerCycle();
     return 0;
 }

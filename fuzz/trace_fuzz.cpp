@@ -27,16 +27,16 @@ void render(const ringContents& ring)
 std::vector<std::uint8_t> ringAround(const std::uint8_t* payload, std::size_t size)
 {
     std::vector<std::uint8_t> image(sizeof(ringHeader) + laneHeadBytes + laneUnits * unitBytes);
-    ringHeader                header{};
+    ringHeader header{};
     std::memcpy(header.magic, ringMagic, sizeof ringMagic);
-    header.order       = orderMark;
-    header.version     = layoutVersion;
+    header.order = orderMark;
+    header.version = layoutVersion;
     header.headerBytes = sizeof header;
-    header.lanes       = 1;
-    header.laneStride  = laneHeadBytes + laneUnits * unitBytes;
-    header.laneUnits   = laneUnits;
+    header.lanes = 1;
+    header.laneStride = laneHeadBytes + laneUnits * unitBytes;
+    header.laneUnits = laneUnits;
     std::memcpy(image.data(), &header, sizeof header);
-    const auto                 bytes = static_cast<std::uint32_t>(std::min(size, maximumPayloadBytes));
+    const auto bytes = static_cast<std::uint32_t>(std::min(size, maximumPayloadBytes));
     std::vector<std::uint32_t> words(recordBytes(bytes) / sizeof(std::uint32_t));
     words[wordKind] = bytes | (bytes % 3 == 0 ? kindBinary : kindText) << 16;
     std::memcpy(words.data() + recordHeadWords, payload, bytes);
@@ -46,7 +46,7 @@ std::vector<std::uint8_t> ringAround(const std::uint8_t* payload, std::size_t si
             check.add(words[index]);
         }
     }
-    words[wordCheck]             = check.value();
+    words[wordCheck] = check.value();
     const std::uint32_t position = recordBytes(bytes) / unitBytes;
     std::memcpy(image.data() + sizeof header, &position, sizeof position);
     std::memcpy(image.data() + sizeof header + laneHeadBytes, words.data(), words.size() * sizeof words[0]);

@@ -32,9 +32,9 @@ std::string labelOf(const busDescription& bus, const chipDescription& chip)
 bool beginsAsWaveform(int file)
 {
     constexpr std::array<std::string_view, 6> keyWords{"$comment", "$date", "$version", "$timescale", "$scope", "$var"};
-    std::array<char, 64>                      begin{};
-    const ssize_t                             got = pread(file, begin.data(), begin.size(), 0);
-    std::string_view text                         = {begin.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
+    std::array<char, 64> begin{};
+    const ssize_t got = pread(file, begin.data(), begin.size(), 0);
+    std::string_view text = {begin.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
     text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
     return std::ranges::any_of(keyWords, [text](std::string_view word) { return text.starts_with(word); });
 }
@@ -45,12 +45,13 @@ int openWaveFile(const std::string& path)
     struct stat found {
     };
     int file = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
-    if (file < 0 && (errno == EISDIR || errno == ELOOP || errno == ENXIO))
+    if (file < 0 && (errno == EISDIR || errno == ELOOP || errno == ENXIO)) {
         errno = EEXIST;
+    }
     if (file >= 0 &&
         (fstat(file, &found) != 0 || !S_ISREG(found.st_mode) || (found.st_size != 0 && !beginsAsWaveform(file)))) {
         close(file);
-        file  = -1;
+        file = -1;
         errno = EEXIST;
     }
     return file;
@@ -61,7 +62,7 @@ int openWaveFile(const std::string& path)
 bool replaceBy(int file, const std::string& text)
 {
     const std::span<const std::uint8_t> bytes{reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-    struct stat                         old {
+    struct stat old {
     };
     if (fstat(file, &old) != 0) {
         return false;
@@ -70,7 +71,7 @@ bool replaceBy(int file, const std::string& text)
         std::cmp_less(old.st_size, bytes.size()) ? static_cast<std::size_t>(old.st_size) : bytes.size();
     if (!writeAll(file, bytes.subspan(kept), static_cast<off_t>(kept))) {
         const int error = errno;
-        errno           = ftruncate(file, old.st_size) == 0 ? error : errno;
+        errno = ftruncate(file, old.st_size) == 0 ? error : errno;
         return false;
     }
     return writeAll(file, bytes.first(kept), 0) && ftruncate(file, static_cast<off_t>(bytes.size())) == 0;
@@ -88,15 +89,17 @@ public:
     }
     ~session()
     {
-        for (auto& member : owner.members)
-            if (member.cells)
+        for (auto& member : owner.members) {
+            if (member.cells) {
                 member.cells->close();
+            }
+        }
     }
-    session(const session&)            = delete;
+    session(const session&) = delete;
     session& operator=(const session&) = delete;
 
     [[nodiscard]] bool usable() const { return loaded; }
-    bool               commit(waveText* wave = nullptr) { return loaded && (waitForBusTime(), owner.commit(wave)); }
+    bool commit(waveText* wave = nullptr) { return loaded && (waitForBusTime(), owner.commit(wave)); }
 
 private:
     // In real time the bus's clock goes on between transactions, too.
@@ -104,9 +107,10 @@ private:
     {
         if (loaded && owner.clock != nullptr) {
             startedAt = owner.clock->nowNs();
-            if (owner.state.clockStamp != 0 && startedAt > owner.state.clockStamp)
+            if (owner.state.clockStamp != 0 && startedAt > owner.state.clockStamp) {
                 owner.state.now =
                     std::min(owner.state.now + std::min(startedAt - owner.state.clockStamp, latestTime), latestTime);
+            }
             timeAtStart = owner.state.now;
         }
     }
@@ -119,19 +123,21 @@ private:
         }
     }
 
-    busModel&       owner;
+    busModel& owner;
     stateFile::hold held;
-    bool            loaded;
-    std::uint64_t   startedAt = 0, timeAtStart = 0;
+    bool loaded;
+    std::uint64_t startedAt = 0, timeAtStart = 0;
 };
 
 busModel::busModel(const machineDescription& all, std::size_t number, const std::filesystem::path& folder,
                    realClock* waitsBy)
     : about{all.buses[number]}, index{number}, clock{waitsBy}
 {
-    for (const auto& chip : all.chips)
-        if (chip.bus == number)
+    for (const auto& chip : all.chips) {
+        if (chip.bus == number) {
             addMember(chip, folder);
+        }
+    }
     connect();
 }
 
@@ -159,48 +165,56 @@ void busModel::addMember(const chipDescription& chip, const std::filesystem::pat
 // Chips onto the bus and behind their hubs, and the hubs' reset lines to pin 15 of their LED driver.
 void busModel::connect()
 {
-    for (const auto& member : members)
+    for (const auto& member : members) {
         if (!member.about->behindHub) {
             chips.at[member.about->address >> 1] = member.model.get();
-            if (member.about->kind == chipKind::hub)
+            if (member.about->kind == chipKind::hub) {
                 chips.hubAt[member.about->address >> 1] = static_cast<hub922*>(member.model.get());
+            }
         }
-    for (const auto& member : members)
+    }
+    for (const auto& member : members) {
         if (member.about->behindHub) {
             const std::uint32_t offsetBytes =
                 member.about->kind == chipKind::eeprom ? eepromTypes.at(member.about->type).offsetBytes : 1;
             chips.findHub(member.about->hub)
                 ->attach(member.about->port, member.about->address, *member.model, offsetBytes);
         }
-    for (const auto& driver : members)
+    }
+    for (const auto& driver : members) {
         for (const unsigned hub : {0x80U, 0x88U, 0x82U, 0x8AU}) {
             const bool drives = driver.about->typeName == "PCA9552" && !driver.about->behindHub &&
                                 driver.about->address == ((hub & 2) == 0 ? 0xC0 : 0xC2);
             const auto address = static_cast<std::uint8_t>(hub);
-            if (drives && chips.findHub(address) != nullptr)
+            if (drives && chips.findHub(address) != nullptr) {
                 chips.resetLines.push_back(
                     {address, chips.findHub(address), static_cast<const pca955x*>(driver.model.get())});
+            }
         }
+    }
 }
 
 void busModel::prepareImages(const std::string& machineFile)
 {
     for (auto& member : members) {
-        int               error   = 0;
+        int error = 0;
         const std::string trouble = member.cells ? member.cells->prepare(error) : std::string{};
-        std::string       where   = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
-        if (error != 0)
+        std::string where = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
+        if (error != 0) {
             throw std::system_error{error, std::generic_category(), where};
-        if (!trouble.empty())
+        }
+        if (!trouble.empty()) {
             throw std::runtime_error{where.append(": ").append(trouble)};
+        }
     }
 }
 
 // A page is written that a killed process did not get to.
 bool busModel::load()
 {
-    if (!file->usable(mark))
+    if (!file->usable(mark)) {
         return false;
+    }
     if (readRecord() != nullptr) {
         damaged = true;
         return false;
@@ -212,7 +226,7 @@ bool busModel::load()
 /// @return what is damaged; null: nothing
 const char* busModel::readRecord()
 {
-    const auto  record = file->current(index);
+    const auto record = file->current(index);
     stateFields fields{record.first(busStateBytes), stateFields::way::load};
     state = busState{};
     state.state(fields);
@@ -220,16 +234,18 @@ const char* busModel::readRecord()
     for (std::size_t i = 0; damage == nullptr && i < members.size(); ++i) {
         stateFields chipFields{record.subspan(busStateBytes + i * chipStateBytes, chipStateBytes),
                                stateFields::way::load, state.now};
-        if (members[i].cells)
+        if (members[i].cells) {
             members[i].cells->begin(static_cast<std::uint32_t>(i), state.page);
+        }
         members[i].model->deselect();
         members[i].model->state(chipFields);
         damage = chipFields.damaged();
     }
     const bool known = state.page.chip < members.size() && members[state.page.chip].cells &&
                        members[state.page.chip].cells->holds(state.page);
-    if (damage == nullptr && state.page.pending && !known)
+    if (damage == nullptr && state.page.pending && !known) {
         damage = "the page on its way into an image";
+    }
     return damage;
 }
 
@@ -241,7 +257,7 @@ std::string busModel::damage()
 
 void busModel::store()
 {
-    const auto  record = file->spare(index);
+    const auto record = file->spare(index);
     stateFields fields{record.first(busStateBytes), stateFields::way::store};
     state.state(fields);
     for (std::size_t i = 0; i < members.size(); ++i) {
@@ -269,7 +285,7 @@ bool busModel::writePage()
     if (state.page.pending) {
         good = members[state.page.chip].cells->store(state.page);
         if (good) {
-            state.page.pending      = false;
+            state.page.pending = false;
             file->current(index)[0] = 0;
         }
     }
@@ -288,12 +304,13 @@ bool busModel::adapterGone() const
 outcome busModel::heldLine() const
 {
     outcome held = outcome::done;
-    if (state.sclHeld)
+    if (state.sclHeld) {
         held = outcome::sclHeld;
-    else if (state.sdaHeld || std::ranges::any_of(members, [](const member& one) {
-                 return !one.about->behindHub && one.model->holdsSda();
-             }))
+    } else if (state.sdaHeld || std::ranges::any_of(members, [](const member& one) {
+                   return !one.about->behindHub && one.model->holdsSda();
+               })) {
         held = outcome::sdaHeld;
+    }
     return held;
 }
 
@@ -306,22 +323,23 @@ bool busModel::imageLost() const
 // transaction has not been.
 transferResult busModel::transfer(std::span<segment> segments, std::uint32_t speedKhz)
 {
-    session        use{*this};
+    session use{*this};
     transferResult result;
-    const auto     odd = std::ranges::find_if(segments, [](const segment& part) { return (part.address & 1) != 0; });
+    const auto odd = std::ranges::find_if(segments, [](const segment& part) { return (part.address & 1) != 0; });
     if (!use.usable()) {
         result.end = outcome::gone;
     } else if (odd != segments.end()) {
-        result.end     = outcome::addressNotAcknowledged;
+        result.end = outcome::addressNotAcknowledged;
         result.segment = static_cast<std::size_t>(odd - segments.begin());
     } else if (result.end = heldLine(); result.end == outcome::done && !segments.empty()) {
-        waveText   wave{state.waveOrigin, state.waveAt};
+        waveText wave{state.waveOrigin, state.waveAt};
         const bool recorded = state.recording;
-        wire       lines{state.now, bitNs(speedKhz), recorded ? &wave : nullptr};
-        result    = transaction{chips, state, lines, segments}.run();
+        wire lines{state.now, bitNs(speedKhz), recorded ? &wave : nullptr};
+        result = transaction{chips, state, lines, segments}.run();
         state.now = std::min(lines.clock.now, latestTime);
-        if (imageLost() || !use.commit(recorded ? &wave : nullptr))
+        if (imageLost() || !use.commit(recorded ? &wave : nullptr)) {
             result.end = outcome::gone;
+        }
     }
     result.busTimeNs = use.usable() ? state.now : 0;
     return result;
@@ -344,33 +362,42 @@ outcome busModel::pulses(unsigned count, bool stop)
     session use{*this};
     outcome after = outcome::gone;
     if (use.usable() && !adapterGone()) {
-        waveText   wave{state.waveOrigin, state.waveAt};
+        waveText wave{state.waveOrigin, state.waveAt};
         const bool recorded = state.recording;
-        wire       lines{state.now, bitNs(0), recorded ? &wave : nullptr};
-        if (stop && state.resetsToGo == 0)
+        wire lines{state.now, bitNs(0), recorded ? &wave : nullptr};
+        if (stop && state.resetsToGo == 0) {
             free();
+        }
         for (unsigned i = 0; i < count; ++i) {
-            for (auto& member : members)
-                if (!member.about->behindHub)
+            for (auto& member : members) {
+                if (!member.about->behindHub) {
                     member.model->clockPulse();
+                }
+            }
             lines.pulse(heldLine() != outcome::sdaHeld);
         }
         if (stop) {
-            for (auto& member : members)
-                if (!member.about->behindHub)
+            for (auto& member : members) {
+                if (!member.about->behindHub) {
                     member.model->deselect();
-            if (state.resetsToGo != 0)
+                }
+            }
+            if (state.resetsToGo != 0) {
                 --state.resetsToGo;
-            for (auto& record : state.faults)
+            }
+            for (auto& record : state.faults) {
                 record.ended =
                     record.ended || (record.untilReset && !faultKinds.at(static_cast<std::size_t>(record.kind)).ofHub);
+            }
         }
         after = heldLine();
-        if (stop && after == outcome::done)
+        if (stop && after == outcome::done) {
             lines.stop();
+        }
         state.now = std::min(lines.clock.now, latestTime);
-        if (!use.commit(recorded ? &wave : nullptr))
+        if (!use.commit(recorded ? &wave : nullptr)) {
             after = outcome::gone;
+        }
     }
     return after;
 }
@@ -408,20 +435,25 @@ void busModel::idle(std::uint64_t nanoseconds)
 void busModel::registers(std::vector<machine::registerValue>& into)
 {
     const session use{*this};
-    if (use.usable())
-        for (auto& member : members)
-            for (auto& line : member.model->list(state.now))
+    if (use.usable()) {
+        for (auto& member : members) {
+            for (auto& line : member.model->list(state.now)) {
                 into.push_back({member.label, line.name, line.value, line.meaning});
+            }
+        }
+    }
 }
 
 void busModel::powerCycle()
 {
     session use{*this};
     if (use.usable()) {
-        for (auto& member : members)
+        for (auto& member : members) {
             member.model->powerUp();
-        for (auto& record : state.faults)
+        }
+        for (auto& record : state.faults) {
             record.ended = record.ended || record.untilReset;
+        }
         chips.driveResetLines(state.faults);
         free();
         waveText freed = freedLines();
@@ -432,8 +464,9 @@ void busModel::powerCycle()
 void busModel::makeNew()
 {
     state = busState{};
-    for (auto& member : members)
+    for (auto& member : members) {
         member.model->asNew();
+    }
     chips.driveResetLines(state.faults);
     store();
 }
@@ -441,9 +474,11 @@ void busModel::makeNew()
 void busModel::replaceFileFaults(std::vector<faultRecord> fromFile)
 {
     if (load()) {
-        for (auto& record : state.faults)
-            if (!record.fromFile)
+        for (auto& record : state.faults) {
+            if (!record.fromFile) {
                 fromFile.push_back(record);
+            }
+        }
         state.faults = std::move(fromFile);
         endEffects();
         waveText freed = freedLines();
@@ -453,7 +488,7 @@ void busModel::replaceFileFaults(std::vector<faultRecord> fromFile)
 
 bool busModel::addFault(const faultRecord& record)
 {
-    session    use{*this};
+    session use{*this};
     const bool fits =
         use.usable() && std::cmp_less(std::ranges::count(state.faults, false, &faultRecord::fromFile), mostFaults);
     if (fits) {
@@ -469,28 +504,32 @@ void busModel::endEffects()
     const faultEnded ended = [this](std::uint32_t number) {
         return std::ranges::find(state.faults, number, &faultRecord::number) == state.faults.end();
     };
-    if (ended(state.heldBy))
+    if (ended(state.heldBy)) {
         free();
-    for (auto& member : members)
+    }
+    for (auto& member : members) {
         member.model->endEffects(ended);
+    }
 }
 
 // A line that was let go between transactions. A second one waits for the next START: two never change in one tick.
 waveText busModel::freedLines() const
 {
     waveText wave{state.waveOrigin, state.waveAt};
-    if (!state.sclHeld && !state.waveAt.scl)
+    if (!state.sclHeld && !state.waveAt.scl) {
         wave.scl(state.now, true);
-    else if (heldLine() != outcome::sdaHeld)
+    } else if (heldLine() != outcome::sdaHeld) {
         wave.sda(state.now, true);
+    }
     return wave;
 }
 
 bool busModel::clearFaults(std::optional<std::uint32_t> number)
 {
     session use{*this};
-    if (!use.usable())
+    if (!use.usable()) {
         return false;
+    }
     const auto cleared =
         std::erase_if(state.faults, [&](const faultRecord& record) { return !number || record.number == *number; });
     endEffects();
@@ -502,14 +541,16 @@ bool busModel::clearFaults(std::optional<std::uint32_t> number)
 void busModel::listFaults(std::vector<machine::listedFault>& into)
 {
     const session use{*this};
-    if (use.usable())
+    if (use.usable()) {
         for (const auto& record : state.faults) {
             const auto known = std::ranges::find(into, record.number, &machine::listedFault::number);
-            if (known != into.end())
+            if (known != into.end()) {
                 known->struck += record.struck;
-            else
+            } else {
                 into.push_back({record.number, describeFault(record, fullName(about), about.node), record.struck});
+            }
         }
+    }
 }
 
 // A file that is gone, cut or full ends the recording; the bus goes on.
@@ -519,7 +560,7 @@ void busModel::appendWave(const std::string& text)
     };
     const quietWrites quiet;
     const int wave = ownDescriptor(open(file->wavePath(index).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    bool      good = wave >= 0 && fstat(wave, &found) == 0 && S_ISREG(found.st_mode) &&
+    bool good = wave >= 0 && fstat(wave, &found) == 0 && S_ISREG(found.st_mode) &&
                 std::cmp_greater_equal(found.st_size, state.waveBytes);
     std::size_t moved = 0;
     while (good && moved < text.size()) {
@@ -539,19 +580,21 @@ void busModel::appendWave(const std::string& text)
 bool busModel::startWave(const std::string& path)
 {
     const quietWrites quiet;
-    session           use{*this};
+    session use{*this};
     if (!use.usable() || path.size() > stateFile::longestPath) {
         errno = use.usable() ? ENAMETOOLONG : ENODEV;
         return false;
     }
     const int wave = openWaveFile(path);
-    if (wave < 0)
+    if (wave < 0) {
         return false;
-    const bool good  = beginWave(wave, path);
-    const int  error = errno;
+    }
+    const bool good = beginWave(wave, path);
+    const int error = errno;
     close(wave);
-    if (good)
+    if (good) {
         use.commit();
+    }
     errno = error;
     return good;
 }
@@ -559,24 +602,25 @@ bool busModel::startWave(const std::string& path)
 // The recording under way goes on when this one fails: what is done to it here is lost unless committed.
 bool busModel::beginWave(int wave, const std::string& path)
 {
-    if (state.recording)
+    if (state.recording) {
         appendWave(waveText{state.waveOrigin, state.waveAt}.take(state.now));
-    const waveEnd     begin{!state.sclHeld, heldLine() != outcome::sdaHeld, 0};
+    }
+    const waveEnd begin{!state.sclHeld, heldLine() != outcome::sdaHeld, 0};
     const std::string head = waveText::header(about.name, begin.scl, begin.sda);
     if (!replaceBy(wave, head)) {
         return false;
     }
     file->setWavePath(index, path);
-    state.recording  = true;
+    state.recording = true;
     state.waveOrigin = state.now;
-    state.waveBytes  = head.size();
-    state.waveAt     = begin;
+    state.waveBytes = head.size();
+    state.waveAt = begin;
     return true;
 }
 
 bool busModel::stopWave()
 {
-    session    use{*this};
+    session use{*this};
     const bool good = use.usable() && state.recording;
     if (good) {
         appendWave(waveText{state.waveOrigin, state.waveAt}.take(state.now));

@@ -22,19 +22,19 @@ public:
     /// Before any other use. The file outlives the bus.
     void attach(stateFile& states, std::uint64_t layoutMark) { file = &states, mark = layoutMark; }
 
-    transferResult                   transfer(std::span<segment> segments, std::uint32_t speedKhz) override;
-    transferResult                   probe(std::uint8_t address, std::uint32_t speedKhz) override;
-    outcome                          reset() override;
-    outcome                          clocks(unsigned count) override;
-    outcome                          lines() override;
-    std::uint64_t                    busTimeNs() override;
-    void                             idle(std::uint64_t nanoseconds) override;
-    [[nodiscard]] std::uint32_t      defaultSpeedKhz() const override { return about.speedKhz; }
+    transferResult transfer(std::span<segment> segments, std::uint32_t speedKhz) override;
+    transferResult probe(std::uint8_t address, std::uint32_t speedKhz) override;
+    outcome reset() override;
+    outcome clocks(unsigned count) override;
+    outcome lines() override;
+    std::uint64_t busTimeNs() override;
+    void idle(std::uint64_t nanoseconds) override;
+    [[nodiscard]] std::uint32_t defaultSpeedKhz() const override { return about.speedKhz; }
     [[nodiscard]] const std::string& name() const override { return about.name; }
 
     [[nodiscard]] const busDescription& description() const { return about; }
-    void                                registers(std::vector<machine::registerValue>& into);
-    void                                powerCycle();
+    void registers(std::vector<machine::registerValue>& into);
+    void powerCycle();
     /// Missing images are made. Throws std::runtime_error.
     void prepareImages(const std::string& machineFile);
 
@@ -58,41 +58,41 @@ public:
 
 private:
     struct member {
-        const chipDescription*      about;
-        std::unique_ptr<image>      cells; ///< null for chips without memory
+        const chipDescription* about;
+        std::unique_ptr<image> cells; ///< null for chips without memory
         std::unique_ptr<class chip> model;
-        std::string                 label;
+        std::string label;
     };
     class session;
     friend class session;
 
-    void                        addMember(const chipDescription& chip, const std::filesystem::path& folder);
-    void                        connect();
-    bool                        load();
-    const char*                 readRecord();
-    [[nodiscard]] bool          imageLost() const;
-    void                        endEffects();
-    [[nodiscard]] waveText      freedLines() const;
-    bool                        beginWave(int file, const std::string& path);
-    void                        store();
-    bool                        commit(waveText* wave);
-    bool                        writePage();
-    void                        appendWave(const std::string& text);
-    [[nodiscard]] outcome       heldLine() const;
-    [[nodiscard]] bool          adapterGone() const;
+    void addMember(const chipDescription& chip, const std::filesystem::path& folder);
+    void connect();
+    bool load();
+    const char* readRecord();
+    [[nodiscard]] bool imageLost() const;
+    void endEffects();
+    [[nodiscard]] waveText freedLines() const;
+    bool beginWave(int file, const std::string& path);
+    void store();
+    bool commit(waveText* wave);
+    bool writePage();
+    void appendWave(const std::string& text);
+    [[nodiscard]] outcome heldLine() const;
+    [[nodiscard]] bool adapterGone() const;
     [[nodiscard]] std::uint64_t bitNs(std::uint32_t speedKhz) const;
-    void                        free();
-    outcome                     pulses(unsigned count, bool stop);
+    void free();
+    outcome pulses(unsigned count, bool stop);
 
     const busDescription about;
-    const std::size_t    index;
-    realClock* const     clock;
-    std::vector<member>  members;
-    busChips             chips;
-    stateFile*           file = nullptr;
-    std::uint64_t        mark = 0;
-    busState             state; ///< valid inside a session
-    std::atomic<bool>    damaged = false;
+    const std::size_t index;
+    realClock* const clock;
+    std::vector<member> members;
+    busChips chips;
+    stateFile* file = nullptr;
+    std::uint64_t mark = 0;
+    busState state; ///< valid inside a session
+    std::atomic<bool> damaged = false;
 };
 
 } // namespace kest::sim

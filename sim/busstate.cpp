@@ -25,8 +25,9 @@ void busState::state(stateFields& fields)
                  "the waveform");
     fields.check(count <= 2 * mostFaults, "the number of faults");
     faults.resize(std::min<std::size_t>(count, 2 * mostFaults));
-    for (auto& record : faults)
+    for (auto& record : faults) {
         record.state(fields);
+    }
 }
 
 } // namespace kest::sim

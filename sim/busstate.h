@@ -9,24 +9,24 @@ namespace kest::sim
 
 /// A page on its way into an image: part of the state until it is there, so that a killed process loses neither half.
 struct pageWrite {
-    bool                                  pending = false;
-    std::uint32_t                         chip    = 0; ///< index among the bus's chips
-    std::uint32_t                         offset  = 0;
-    std::uint32_t                         length  = 0;
+    bool pending = false;
+    std::uint32_t chip = 0; ///< index among the bus's chips
+    std::uint32_t offset = 0;
+    std::uint32_t length = 0;
     std::array<std::uint8_t, longestPage> bytes{};
 };
 
 struct busState {
-    pageWrite                page;           ///< first: its mark is the record's first byte
-    std::uint64_t            now        = 0; ///< bus time, ns
-    std::uint64_t            clockStamp = 0; ///< monotonic clock at the end of the latest use in real time, 0 none
-    bool                     sdaHeld = false, sclHeld = false;
-    std::uint32_t            heldBy     = 0; ///< number of the fault that holds them
-    std::uint32_t            resetsToGo = 0; ///< resets that the hold outlasts
-    bool                     recording  = false;
-    std::uint64_t            waveOrigin = 0; ///< bus time of the waveform's tick 0
-    std::uint64_t            waveBytes  = 0; ///< length of the waveform file
-    waveEnd                  waveAt;         ///< how far the waveform has come
+    pageWrite page; ///< first: its mark is the record's first byte
+    std::uint64_t now = 0; ///< bus time, ns
+    std::uint64_t clockStamp = 0; ///< monotonic clock at the end of the latest use in real time, 0 none
+    bool sdaHeld = false, sclHeld = false;
+    std::uint32_t heldBy = 0; ///< number of the fault that holds them
+    std::uint32_t resetsToGo = 0; ///< resets that the hold outlasts
+    bool recording = false;
+    std::uint64_t waveOrigin = 0; ///< bus time of the waveform's tick 0
+    std::uint64_t waveBytes = 0; ///< length of the waveform file
+    waveEnd waveAt; ///< how far the waveform has come
     std::vector<faultRecord> faults;
 
     void state(stateFields& fields);

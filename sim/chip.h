@@ -16,7 +16,7 @@ namespace kest::sim
 
 /// A bus's time, in nanoseconds. A chip that stretches SCL moves it on.
 struct busClock {
-    std::uint64_t now        = 0;
+    std::uint64_t now = 0;
     std::uint64_t bitLasting = 2500;
 };
 
@@ -32,8 +32,8 @@ constexpr std::size_t longestPage = 128;
 
 /// What a memory chip stores in.
 struct memory {
-    virtual ~memory()                                                               = default;
-    virtual void read(std::uint32_t offset, std::span<std::uint8_t> bytes)          = 0;
+    virtual ~memory() = default;
+    virtual void read(std::uint32_t offset, std::span<std::uint8_t> bytes) = 0;
     virtual void program(std::uint32_t offset, std::span<const std::uint8_t> bytes) = 0;
 };
 
@@ -43,13 +43,13 @@ struct chipFaults {
         std::uint32_t number; ///< of the fault
         std::uint32_t value;
     };
-    virtual ~chipFaults()                           = default;
-    virtual std::optional<strike> hubStatus()       = 0;
-    virtual std::optional<strike> hubHoldsSda()     = 0;
-    virtual std::optional<strike> hubHoldsScl()     = 0;
+    virtual ~chipFaults() = default;
+    virtual std::optional<strike> hubStatus() = 0;
+    virtual std::optional<strike> hubHoldsSda() = 0;
+    virtual std::optional<strike> hubHoldsScl() = 0;
     virtual std::optional<strike> hubBadFirstByte() = 0;
     virtual std::optional<strike> writeCycleStuck() = 0;
-    virtual void                  subBusWasReset()  = 0; ///< ends the faults that last until then
+    virtual void subBusWasReset() = 0; ///< ends the faults that last until then
     /// The address on a sub-bus of the chip that acts from now on; 0: the hub itself again.
     virtual void behindHub(std::uint8_t address) = 0;
 };
@@ -59,9 +59,9 @@ using faultEnded = std::function<bool(std::uint32_t number)>;
 
 /// One line of a register listing.
 struct listedRegister {
-    std::string   name;
+    std::string name;
     std::uint32_t value;
-    std::string   meaning;
+    std::string meaning;
 };
 
 /// Bytes of the state file that each chip has.
@@ -85,18 +85,18 @@ public:
     /// The controller went away in the middle of the read of a byte, without a STOP.
     virtual void cut() { deselect(); }
     /// One clock pulse with SDA released, outside a transaction.
-    virtual void               clockPulse() {}
+    virtual void clockPulse() {}
     [[nodiscard]] virtual bool holdsSda() const { return false; }
     /// Whether a fault must keep off: between a status byte of 0 and the last data byte of a hub's read.
     [[nodiscard]] virtual bool guarded() const { return false; }
 
     /// Volatile state to or from the state file.
     virtual void state(stateFields& fields) = 0;
-    virtual void powerUp()                  = 0;
+    virtual void powerUp() = 0;
     /// As it stands in a machine that has just been made.
     virtual void asNew() { powerUp(); }
     /// Ends what faults did that are no more.
-    virtual void                        endEffects(const faultEnded&) {}
+    virtual void endEffects(const faultEnded&) {}
     virtual std::vector<listedRegister> list(std::uint64_t now) = 0;
 };
 

@@ -22,8 +22,9 @@ namespace kest::sim
 inline int ownDescriptor(int opened)
 {
     constexpr int firstOwn = STDERR_FILENO + 1;
-    if (opened < 0 || opened >= firstOwn)
+    if (opened < 0 || opened >= firstOwn) {
         return opened;
+    }
     const int moved = fcntl(opened, F_DUPFD_CLOEXEC, firstOwn);
     const int error = errno == EINVAL ? EMFILE : errno; // EINVAL: no number from 3 on is allowed
     close(opened);
@@ -37,10 +38,12 @@ inline bool writeAll(int descriptor, std::span<const std::uint8_t> bytes, off_t 
     const quietWrites quiet;
     while (!bytes.empty()) {
         const ssize_t moved = pwrite(descriptor, bytes.data(), bytes.size(), offset);
-        if (moved == 0)
+        if (moved == 0) {
             errno = ENOSPC;
-        if (moved == 0 || (moved < 0 && errno != EINTR))
+        }
+        if (moved == 0 || (moved < 0 && errno != EINTR)) {
             break;
+        }
         if (moved > 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(moved));
             offset += moved;

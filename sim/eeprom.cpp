@@ -42,7 +42,7 @@ void eeprom::latchByte(std::uint8_t byte)
 std::uint8_t eeprom::give(busClock&, chipFaults&)
 {
     const std::uint8_t byte = cell(counter);
-    counter                 = wrap(counter + 1);
+    counter = wrap(counter + 1);
     return byte;
 }
 
@@ -50,15 +50,16 @@ void eeprom::stop(busClock& clock, chipFaults& faults)
 {
     if (latched.any() && settings.protect == protection::none) {
         const auto stuck = faults.writeCycleStuck();
-        if (!stuck || stuck->value != 0)
+        if (!stuck || stuck->value != 0) {
             program();
+        }
         if (!stuck) {
             writeDoneAt = clock.now + settings.writeCycleNs;
         } else if (stuck->value != 0) {
             writeDoneAt = clock.now + std::uint64_t{stuck->value} * 1'000'000;
         } else {
             writeDoneAt = never;
-            stuckBy     = stuck->number;
+            stuckBy = stuck->number;
         }
     }
     deselect();
@@ -67,12 +68,14 @@ void eeprom::stop(busClock& clock, chipFaults& faults)
 void eeprom::program()
 {
     std::array<std::uint8_t, longestPage> page{};
-    const std::span                       cells{page.data(), type.pageBytes};
-    const std::uint32_t                   pageStart = counter - counter % type.pageBytes;
+    const std::span cells{page.data(), type.pageBytes};
+    const std::uint32_t pageStart = counter - counter % type.pageBytes;
     storage.read(pageStart, cells);
-    for (std::size_t column = 0; column < cells.size(); ++column)
-        if (latched.test(column))
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        if (latched.test(column)) {
             cells[column] = latch[column];
+        }
+    }
     storage.program(pageStart, cells);
 }
 
@@ -80,22 +83,23 @@ void eeprom::deselect()
 {
     latched.reset();
     offsetBytesSeen = 0;
-    cutBit          = notCut;
+    cutBit = notCut;
 }
 
 // The controller left after the fourth bit of the byte at the counter.
 void eeprom::cut()
 {
     deselect();
-    if (settings.holdSdaAfterCut)
+    if (settings.holdSdaAfterCut) {
         cutBit = 4;
+    }
 }
 
 void eeprom::clockPulse()
 {
     if (cutBit == acknowledgeSlot) {
         counter = wrap(counter + 1);
-        cutBit  = 0;
+        cutBit = 0;
     } else if (cutBit != notCut) {
         ++cutBit;
     }
@@ -122,15 +126,15 @@ void eeprom::state(stateFields& fields)
 void eeprom::powerUp()
 {
     deselect();
-    counter     = 0;
+    counter = 0;
     writeDoneAt = 0;
-    stuckBy     = 0;
+    stuckBy = 0;
 }
 
 void eeprom::endEffects(const faultEnded& ended)
 {
     if (stuckBy != 0 && ended(stuckBy)) {
-        stuckBy     = 0;
+        stuckBy = 0;
         writeDoneAt = 0;
     }
 }

@@ -14,9 +14,9 @@ namespace kest::sim
 
 struct eepromType {
     std::string_view name;
-    std::uint32_t    sizeBytes;
-    std::uint32_t    pageBytes;
-    std::uint32_t    offsetBytes;
+    std::uint32_t sizeBytes;
+    std::uint32_t pageBytes;
+    std::uint32_t offsetBytes;
 };
 
 inline constexpr std::array eepromTypes{
@@ -33,13 +33,13 @@ static_assert(std::ranges::all_of(eepromTypes, [](const eepromType& type) {
 enum class protection : std::uint8_t {
     none,
     silent, ///< acknowledges data and forgets it
-    nak,    ///< refuses data bytes
+    nak, ///< refuses data bytes
 };
 
 struct eepromSettings {
     std::uint64_t writeCycleNs = 3'500'000;
-    protection    protect      = protection::none;
-    bool          holdSdaAfterCut =
+    protection protect = protection::none;
+    bool holdSdaAfterCut =
         false; ///< a read cut off in the middle of a byte leaves SDA as the bit is, even past nine clocks
 };
 
@@ -51,37 +51,37 @@ public:
     {
     }
 
-    bool                        start(direction way, busClock& clock, chipFaults& faults) override;
-    bool                        take(std::uint8_t byte, busClock& clock) override;
-    std::uint8_t                give(busClock& clock, chipFaults& faults) override;
-    void                        stop(busClock& clock, chipFaults& faults) override;
-    void                        deselect() override;
-    void                        cut() override;
-    void                        clockPulse() override;
-    [[nodiscard]] bool          holdsSda() const override;
-    void                        state(stateFields& fields) override;
-    void                        powerUp() override;
-    void                        endEffects(const faultEnded& ended) override;
+    bool start(direction way, busClock& clock, chipFaults& faults) override;
+    bool take(std::uint8_t byte, busClock& clock) override;
+    std::uint8_t give(busClock& clock, chipFaults& faults) override;
+    void stop(busClock& clock, chipFaults& faults) override;
+    void deselect() override;
+    void cut() override;
+    void clockPulse() override;
+    [[nodiscard]] bool holdsSda() const override;
+    void state(stateFields& fields) override;
+    void powerUp() override;
+    void endEffects(const faultEnded& ended) override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
     [[nodiscard]] std::uint32_t wrap(std::uint32_t offset) const { return offset & (type.sizeBytes - 1); }
-    [[nodiscard]] std::uint8_t  cell(std::uint32_t offset) const;
-    void                        latchByte(std::uint8_t byte);
-    void                        program();
+    [[nodiscard]] std::uint8_t cell(std::uint32_t offset) const;
+    void latchByte(std::uint8_t byte);
+    void program();
 
-    const eepromType&    type;
+    const eepromType& type;
     const eepromSettings settings;
-    memory&              storage;
+    memory& storage;
 
-    std::uint32_t counter         = 0; ///< address counter: where the next byte is read or latched
-    std::uint64_t writeDoneAt     = 0;
-    std::uint32_t stuckBy         = 0; ///< number of the fault that keeps the write cycle from ending, 0 none
-    std::uint8_t  cutBit          = notCut;
+    std::uint32_t counter = 0; ///< address counter: where the next byte is read or latched
+    std::uint64_t writeDoneAt = 0;
+    std::uint32_t stuckBy = 0; ///< number of the fault that keeps the write cycle from ending, 0 none
+    std::uint8_t cutBit = notCut;
     std::uint32_t offsetBytesSeen = 0; ///< of the write under way
 
     std::array<std::uint8_t, longestPage> latch{};
-    std::bitset<longestPage>              latched;
+    std::bitset<longestPage> latched;
 
     static constexpr std::uint8_t notCut = 0xFF, acknowledgeSlot = 8;
 };

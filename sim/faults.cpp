@@ -12,17 +12,19 @@ namespace
 double spread(std::uint64_t seed, std::uint64_t index)
 {
     std::uint64_t mixed = seed + index * 0x9E3779B97F4A7C15;
-    mixed               = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
-    mixed               = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
+    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
+    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
     return static_cast<double>((mixed ^ mixed >> 31) >> 11) / 9007199254740992.0;
 }
 
 const faultKindRow& rowOf(faultKind kind) { return faultKinds[static_cast<std::size_t>(kind)]; }
 
 static_assert([] {
-    for (std::size_t i = 0; i < faultKinds.size(); ++i)
-        if (static_cast<std::size_t>(faultKinds[i].kind) != i)
+    for (std::size_t i = 0; i < faultKinds.size(); ++i) {
+        if (static_cast<std::size_t>(faultKinds[i].kind) != i) {
             return false;
+        }
+    }
     return true;
 }());
 
@@ -39,75 +41,77 @@ std::string faultTrouble(const machine::fault& what)
 {
     const auto* row = findFaultKind(what.kind);
     std::string trouble;
-    if (row == nullptr)
+    if (row == nullptr) {
         trouble = "unknown kind of fault '" + what.kind + "'";
-    else if (what.value < row->lowestValue || what.value > row->highestValue)
+    } else if (what.value < row->lowestValue || what.value > row->highestValue) {
         trouble = "value of '" + what.kind + "' must be from " + std::to_string(row->lowestValue) + " to " +
                   std::to_string(row->highestValue);
-    else if ((what.address & 1) != 0)
+    } else if ((what.address & 1) != 0) {
         trouble = "odd address of a fault";
-    else if (std::ranges::find(ways, what.way) == ways.end())
+    } else if (std::ranges::find(ways, what.way) == ways.end()) {
         trouble = "direction of a fault is 'read', 'write' or left out";
-    else if (!(what.probability >= 0.0 && what.probability <= 1.0))
+    } else if (!(what.probability >= 0.0 && what.probability <= 1.0)) {
         trouble = "probability of a fault must be from 0 to 1";
-    else if (!what.bus.empty() && !what.node.empty())
+    } else if (!what.bus.empty() && !what.node.empty()) {
         trouble = "a fault is of one bus, or of all buses of a node";
+    }
     return trouble;
 }
 
 faultRecord makeFaultRecord(const machine::fault& what, std::uint32_t number)
 {
     const faultKindRow& row = *findFaultKind(what.kind);
-    faultRecord         record;
-    record.number      = number;
-    record.kind        = row.kind;
-    record.way         = static_cast<faultWay>(std::ranges::find(ways, what.way) - ways.begin());
-    record.address     = what.address;
-    record.ofEveryBus  = what.bus.empty() && what.node.empty();
-    record.ofNode      = !what.node.empty();
-    record.untilReset  = what.untilReset;
-    record.nth         = std::max<std::uint64_t>(what.nth, 1);
+    faultRecord record;
+    record.number = number;
+    record.kind = row.kind;
+    record.way = static_cast<faultWay>(std::ranges::find(ways, what.way) - ways.begin());
+    record.address = what.address;
+    record.ofEveryBus = what.bus.empty() && what.node.empty();
+    record.ofNode = !what.node.empty();
+    record.untilReset = what.untilReset;
+    record.nth = std::max<std::uint64_t>(what.nth, 1);
     record.probability = what.probability;
-    record.seed        = what.seed;
-    record.count       = what.count;
-    record.byte        = what.byte;
-    record.value       = what.value == 0 ? row.valueFor0 : what.value;
+    record.seed = what.seed;
+    record.count = what.count;
+    record.byte = what.byte;
+    record.value = what.value == 0 ? row.valueFor0 : what.value;
     return record;
 }
 
 machine::fault describeFault(const faultRecord& record, const std::string& bus, const std::string& node)
 {
     machine::fault what;
-    what.kind        = rowOf(record.kind).name;
-    what.bus         = record.ofEveryBus || record.ofNode ? std::string{} : bus;
-    what.node        = record.ofNode ? node : std::string{};
-    what.address     = record.address;
-    what.way         = ways.at(static_cast<std::size_t>(record.way));
-    what.nth         = record.nth;
+    what.kind = rowOf(record.kind).name;
+    what.bus = record.ofEveryBus || record.ofNode ? std::string{} : bus;
+    what.node = record.ofNode ? node : std::string{};
+    what.address = record.address;
+    what.way = ways.at(static_cast<std::size_t>(record.way));
+    what.nth = record.nth;
     what.probability = record.probability;
-    what.seed        = record.seed;
-    what.count       = record.count;
-    what.value       = record.value;
-    what.byte        = record.byte;
-    what.untilReset  = record.untilReset;
+    what.seed = record.seed;
+    what.count = record.count;
+    what.value = record.value;
+    what.byte = record.byte;
+    what.untilReset = record.untilReset;
     return what;
 }
 
 void faultRecord::state(stateFields& fields)
 {
     auto kindNumber = static_cast<std::uint8_t>(kind);
-    auto wayNumber  = static_cast<std::uint8_t>(way);
-    auto odds       = std::bit_cast<std::uint64_t>(probability);
+    auto wayNumber = static_cast<std::uint8_t>(way);
+    auto odds = std::bit_cast<std::uint64_t>(probability);
     fields.numbers(number, kindNumber, wayNumber, address);
-    for (bool* flag : {&fromFile, &ofEveryBus, &ofNode, &untilReset, &ended})
+    for (bool* flag : {&fromFile, &ofEveryBus, &ofNode, &untilReset, &ended}) {
         fields.flag(*flag);
+    }
     fields.numbers(nth, odds, seed, count, byte, value, matched, struck);
     if (kindNumber >= faultKinds.size() || wayNumber >= ways.size()) {
         fields.check(false, "the kind of a fault");
         kindNumber = wayNumber = 0;
     }
-    kind        = static_cast<faultKind>(kindNumber);
-    way         = static_cast<faultWay>(wayNumber);
+    kind = static_cast<faultKind>(kindNumber);
+    way = static_cast<faultWay>(wayNumber);
     probability = std::bit_cast<double>(odds);
 
     const faultKindRow& row = rowOf(kind);
@@ -130,11 +134,12 @@ faultPlan::faultPlan(std::vector<faultRecord>& all, std::span<const segment> seg
 {
     for (auto& record : faults) {
         const faultKindRow& row = rowOf(record.kind);
-        record.planned          = false;
+        record.planned = false;
         if (!row.countsInChip && std::ranges::any_of(segments, [&](const segment& part) {
                 return record.matches(part.address, part.way) && (!row.ofHub || isHub(part.address));
-            }))
+            })) {
             count(record);
+        }
     }
 }
 
@@ -176,7 +181,7 @@ const faultRecord* faultPlan::strikesHub(faultKind kind, std::uint8_t address)
 std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
 {
     std::optional<chipFaults::strike> met;
-    for (auto& record : faults)
+    for (auto& record : faults) {
         if (record.kind == kind &&
             (record.matches(askedBy, askedWay) || (askedBehind != 0 && record.matches(askedBehind, askedWay)))) {
             count(record);
@@ -186,15 +191,18 @@ std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
             }
             record.planned = false;
         }
+    }
     return met;
 }
 
 void endHubFaults(std::vector<faultRecord>& faults, std::uint8_t hub, bool ownLine)
 {
-    for (auto& record : faults)
+    for (auto& record : faults) {
         if (record.untilReset && rowOf(record.kind).ofHub && (record.address == 0 || record.address == hub) &&
-            (ownLine || record.kind != faultKind::hubSilent))
+            (ownLine || record.kind != faultKind::hubSilent)) {
             record.ended = true;
+        }
+    }
 }
 
 } // namespace kest::sim

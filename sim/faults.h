@@ -29,14 +29,14 @@ enum class faultKind : std::uint8_t {
 };
 
 struct faultKindRow {
-    faultKind        kind;
+    faultKind kind;
     std::string_view name;
-    bool             ofHub;        ///< matches transactions to hubs alone, and ends with a hub's resets
-    bool             countsInChip; ///< the n-th time is counted where the chip asks, not by transactions
-    std::uint32_t    lowestValue, highestValue, valueFor0;
+    bool ofHub; ///< matches transactions to hubs alone, and ends with a hub's resets
+    bool countsInChip; ///< the n-th time is counted where the chip asks, not by transactions
+    std::uint32_t lowestValue, highestValue, valueFor0;
 };
 
-constexpr std::uint32_t     anyValue = 0xFFFFFFFF;
+constexpr std::uint32_t anyValue = 0xFFFFFFFF;
 inline constexpr std::array faultKinds{
     faultKindRow{faultKind::nack, "nack", false, false, 0, anyValue, 0},
     faultKindRow{faultKind::nackData, "nack-data", false, false, 0, anyValue, 0},
@@ -68,27 +68,27 @@ enum class faultWay : std::uint8_t {
 
 /// One fault as a bus keeps it.
 struct faultRecord {
-    std::uint32_t number      = 0;
-    faultKind     kind        = faultKind::nack;
-    faultWay      way         = faultWay::any;
-    std::uint8_t  address     = 0;
-    bool          fromFile    = false; ///< of machine.toml
-    bool          ofEveryBus  = false; ///< was asked for without a bus
-    bool          ofNode      = false; ///< was asked for with a node alone
-    bool          untilReset  = false;
-    bool          ended       = false; ///< by a reset
-    std::uint64_t nth         = 0;
-    double        probability = 1.0;
-    std::uint64_t seed        = 1;
-    std::uint64_t count       = 0;
-    std::uint64_t byte        = 0;
-    std::uint32_t value       = 0;
-    std::uint64_t matched     = 0;
-    std::uint64_t struck      = 0;
+    std::uint32_t number = 0;
+    faultKind kind = faultKind::nack;
+    faultWay way = faultWay::any;
+    std::uint8_t address = 0;
+    bool fromFile = false; ///< of machine.toml
+    bool ofEveryBus = false; ///< was asked for without a bus
+    bool ofNode = false; ///< was asked for with a node alone
+    bool untilReset = false;
+    bool ended = false; ///< by a reset
+    std::uint64_t nth = 0;
+    double probability = 1.0;
+    std::uint64_t seed = 1;
+    std::uint64_t count = 0;
+    std::uint64_t byte = 0;
+    std::uint32_t value = 0;
+    std::uint64_t matched = 0;
+    std::uint64_t struck = 0;
 
     bool planned = false; ///< may strike in the transaction under way
 
-    void               state(stateFields& fields);
+    void state(stateFields& fields);
     [[nodiscard]] bool usable() const { return !ended && (count == 0 || struck < count); }
     [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
 };
@@ -128,19 +128,19 @@ public:
     std::optional<chipFaults::strike> hubHoldsScl() override { return meets(faultKind::hubHoldScl); }
     std::optional<chipFaults::strike> hubBadFirstByte() override { return meets(faultKind::hubBadFirstByte); }
     std::optional<chipFaults::strike> writeCycleStuck() override { return meets(faultKind::stuckWriteCycle); }
-    void                              subBusWasReset() override { endHubFaults(faults, askedBy, false); }
-    void                              behindHub(std::uint8_t address) override { askedBehind = address; }
+    void subBusWasReset() override { endHubFaults(faults, askedBy, false); }
+    void behindHub(std::uint8_t address) override { askedBehind = address; }
 
 private:
     template <typename Matches>
-    const faultRecord*                strike(faultKind kind, const Matches& matches);
+    const faultRecord* strike(faultKind kind, const Matches& matches);
     std::optional<chipFaults::strike> meets(faultKind kind);
-    void                              count(faultRecord& record);
+    void count(faultRecord& record);
 
     std::vector<faultRecord>& faults;
-    std::uint8_t              askedBy     = 0;
-    std::uint8_t              askedBehind = 0; ///< address on a sub-bus; 0: not behind a hub
-    direction                 askedWay    = direction::write;
+    std::uint8_t askedBy = 0;
+    std::uint8_t askedBehind = 0; ///< address on a sub-bus; 0: not behind a hub
+    direction askedWay = direction::write;
 };
 
 } // namespace kest::sim

@@ -7,9 +7,9 @@ namespace kest::sim
 
 namespace
 {
-constexpr std::uint64_t subBusBitNs     = 2500; // 400 kHz whatever the main bus's clock
+constexpr std::uint64_t subBusBitNs = 2500; // 400 kHz whatever the main bus's clock
 constexpr std::uint64_t longestAskingNs = 30'000'000;
-constexpr std::uint8_t  nothingDriven   = 0xFF;
+constexpr std::uint8_t nothingDriven = 0xFF;
 
 void spend(busClock& clock, std::uint64_t bits) { clock.now += bits * clock.bitLasting; }
 } // namespace
@@ -17,8 +17,8 @@ void spend(busClock& clock, std::uint64_t bits) { clock.now += bits * clock.bitL
 bool hub922::start(direction way, busClock& clock, chipFaults& faults)
 {
     const bool inTransaction = writing || answering != answer::nothing; // never silent from there to the STOP
-    const bool answers       = !heldInReset && (inTransaction || !busy(clock.now));
-    const bool header        = writing && receivedBytes != 0;
+    const bool answers = !heldInReset && (inTransaction || !busy(clock.now));
+    const bool header = writing && receivedBytes != 0;
     if (!answers) {
         deselect();
     } else if (way == direction::write) {
@@ -27,25 +27,28 @@ bool hub922::start(direction way, busClock& clock, chipFaults& faults)
         writing = true;
     } else if (header && !(isCommand() && receivedBytes == commandBytes)) {
         const hubStatus outcome = isCommand() ? refuseRead() : fetch(clock, faults);
-        const auto      bad     = outcome == hubStatus::done ? faults.hubBadFirstByte() : std::nullopt;
-        firstByte               = bad ? static_cast<std::uint8_t>(bad->value) : static_cast<std::uint8_t>(outcome);
-        answering               = firstByte == 0 ? answer::data : answer::failure;
+        const auto bad = outcome == hubStatus::done ? faults.hubBadFirstByte() : std::nullopt;
+        firstByte = bad ? static_cast<std::uint8_t>(bad->value) : static_cast<std::uint8_t>(outcome);
+        answering = firstByte == 0 ? answer::data : answer::failure;
         note(outcome);
     } else {
-        if (header)
+        if (header) {
             runCommand(faults);
+        }
         endFetch(clock, faults);
         answering = answer::plainStatus;
     }
-    if (answers && way == direction::read)
+    if (answers && way == direction::read) {
         writing = statusGiven = false;
+    }
     return answers;
 }
 
 bool hub922::take(std::uint8_t byte, busClock&)
 {
-    if (receivedBytes < received.size())
+    if (receivedBytes < received.size()) {
         received[receivedBytes] = byte;
+    }
     ++receivedBytes;
     return true; // a transfer that is too long is told by its status
 }
@@ -56,10 +59,10 @@ std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
     if (statusGiven && answering == answer::data && fetching != nullptr) {
         busClock subBus{clock.now, subBusBitNs};
         spend(subBus, bitsOfByte);
-        byte      = fetching->give(subBus, faults);
+        byte = fetching->give(subBus, faults);
         clock.now = subBus.now; // SCL is held until the byte is there
     } else if (!statusGiven && answering == answer::plainStatus) {
-        byte   = static_cast<std::uint8_t>(status);
+        byte = static_cast<std::uint8_t>(status);
         status = hubStatus::done;
     } else if (!statusGiven) {
         byte = firstByte;
@@ -70,38 +73,42 @@ std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
 
 void hub922::stop(busClock& clock, chipFaults& faults)
 {
-    if (writing && receivedBytes != 0 && isCommand())
+    if (writing && receivedBytes != 0 && isCommand()) {
         runCommand(faults);
-    else if (writing && receivedBytes != 0 && status == hubStatus::done)
+    } else if (writing && receivedBytes != 0 && status == hubStatus::done) {
         note(passOn(clock, faults));
+    }
     endFetch(clock, faults);
     deselect();
 }
 
 void hub922::deselect()
 {
-    if (fetching != nullptr)
+    if (fetching != nullptr) {
         fetching->deselect();
-    fetching      = nullptr;
-    writing       = false;
+    }
+    fetching = nullptr;
+    writing = false;
     receivedBytes = 0;
-    answering     = answer::nothing;
-    statusGiven   = false;
+    answering = answer::nothing;
+    statusGiven = false;
 }
 
 // The first trouble stays until it is told.
 void hub922::note(hubStatus outcome)
 {
-    if (status == hubStatus::done)
+    if (status == hubStatus::done) {
         status = outcome;
+    }
 }
 
 void hub922::runCommand(chipFaults& faults)
 {
     const bool known = receivedBytes == commandBytes;
     if (known && received[1] == resetSubBuses) {
-        for (auto& [place, attached] : devices)
+        for (auto& [place, attached] : devices) {
             attached.model->deselect();
+        }
         faults.subBusWasReset();
         resetHolds();
     } else if (!known || received[1] !=
@@ -115,15 +122,17 @@ void hub922::runCommand(chipFaults& faults)
 void hub922::resetHolds()
 {
     for (auto& hold : holds) {
-        if (hold.resetsToGo == 0)
+        if (hold.resetsToGo == 0) {
             hold = {};
-        else
+        } else {
             --hold.resetsToGo;
+        }
     }
-    if (anyHeld(heldLine::sda))
+    if (anyHeld(heldLine::sda)) {
         status = hubStatus::subBusSdaHeld;
-    else
+    } else {
         status = anyHeld(heldLine::scl) ? hubStatus::subBusSclHeld : hubStatus::done;
+    }
 }
 
 bool hub922::anyHeld(heldLine line) const { return std::ranges::find(holds, line, &portHold::line) != holds.end(); }
@@ -138,35 +147,38 @@ hub922::device hub922::target() const
 hubStatus hub922::check(chipFaults& faults)
 {
     hubStatus outcome = hubStatus::done;
-    if (status != hubStatus::done)
+    if (status != hubStatus::done) {
         outcome = status;
-    else if (received[0] >= ports)
+    } else if (received[0] >= ports) {
         outcome = hubStatus::noSuchPort;
-    else if (receivedBytes > longestWrite)
+    } else if (receivedBytes > longestWrite) {
         outcome = hubStatus::tooLong;
-    else if (receivedBytes <= headerBytes || (received[1] & 1) != 0)
+    } else if (receivedBytes <= headerBytes || (received[1] & 1) != 0) {
         outcome = hubStatus::malformedCommand;
-    else
+    } else {
         outcome = checkSubBus(received[0], faults);
+    }
     return outcome;
 }
 
 hubStatus hub922::checkSubBus(std::uint8_t port, chipFaults& faults)
 {
-    portHold& hold    = holds.at(port);
+    portHold& hold = holds.at(port);
     hubStatus outcome = hubStatus::done;
     if (hold.line == heldLine::none) {
-        if (const auto told = faults.hubStatus())
+        if (const auto told = faults.hubStatus()) {
             outcome = static_cast<hubStatus>(told->value);
-        else if (const auto sda = faults.hubHoldsSda())
+        } else if (const auto sda = faults.hubHoldsSda()) {
             hold = {heldLine::sda, sda->number, sda->value};
-        else if (const auto scl = faults.hubHoldsScl())
+        } else if (const auto scl = faults.hubHoldsScl()) {
             hold = {heldLine::scl, scl->number, scl->value};
+        }
     }
-    if (hold.line == heldLine::sda)
+    if (hold.line == heldLine::sda) {
         outcome = hubStatus::subBusSdaHeld;
-    else if (hold.line == heldLine::scl)
+    } else if (hold.line == heldLine::scl) {
         outcome = hubStatus::subBusSclHeld;
+    }
     return outcome;
 }
 
@@ -185,9 +197,9 @@ bool hub922::sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults
 // After the STOP of a write: the main bus is free meanwhile, the hub silent.
 hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
 {
-    busClock     subBus{clock.now, subBusBitNs};
-    const device to      = target();
-    hubStatus    outcome = check(faults);
+    busClock subBus{clock.now, subBusBitNs};
+    const device to = target();
+    hubStatus outcome = check(faults);
     if (outcome == hubStatus::done && to.model == nullptr) {
         spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
         outcome = hubStatus::noAnswer;
@@ -197,10 +209,11 @@ hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
         const bool acknowledged = sendTo(*to.model, receivedBytes - headerBytes, subBus, faults);
         spend(subBus, bitsOfCondition);
         faults.behindHub(received[1]);
-        if (acknowledged)
+        if (acknowledged) {
             to.model->stop(subBus, faults);
-        else
+        } else {
             to.model->deselect();
+        }
         faults.behindHub(0);
         outcome = acknowledged ? waitForDevice(*to.model, subBus, faults) : hubStatus::noAnswer;
     }
@@ -212,7 +225,7 @@ hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
 hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faults)
 {
     const std::uint64_t latest = subBus.now + longestAskingNs;
-    bool                ready  = false;
+    bool ready = false;
     do {
         spend(subBus, bitsOfCondition + bitsOfByte);
         ready = device.start(direction::write, subBus, faults);
@@ -228,9 +241,9 @@ hubStatus hub922::refuseRead() const { return status == hubStatus::done ? hubSta
 // Repeated START after a header: SCL is held until the first byte could be fetched.
 hubStatus hub922::fetch(busClock& clock, chipFaults& faults)
 {
-    busClock     subBus{clock.now, subBusBitNs};
-    const device from    = target();
-    hubStatus    outcome = check(faults);
+    busClock subBus{clock.now, subBusBitNs};
+    const device from = target();
+    hubStatus outcome = check(faults);
     if (outcome == hubStatus::done && from.model == nullptr) {
         spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
         outcome = hubStatus::noAnswer;
@@ -242,10 +255,11 @@ hubStatus hub922::fetch(busClock& clock, chipFaults& faults)
             spend(subBus, bitsOfCondition + bitsOfByte);
             acknowledged = from.model->start(direction::read, subBus, faults);
         }
-        if (acknowledged)
+        if (acknowledged) {
             fetching = from.model;
-        else
+        } else {
             from.model->deselect();
+        }
         outcome = acknowledged ? hubStatus::done : hubStatus::noAnswer;
     }
     clock.now = subBus.now;
@@ -255,18 +269,20 @@ hubStatus hub922::fetch(busClock& clock, chipFaults& faults)
 void hub922::endFetch(busClock& clock, chipFaults& faults)
 {
     busClock subBus{clock.now, subBusBitNs};
-    if (fetching != nullptr)
+    if (fetching != nullptr) {
         fetching->stop(subBus, faults);
+    }
     fetching = nullptr;
 }
 
 void hub922::resetLine(bool low)
 {
-    if (heldInReset && !low)
+    if (heldInReset && !low) {
         status = hubStatus::outOfReset;
+    }
     if (low) {
         deselect();
-        status    = hubStatus::done;
+        status = hubStatus::done;
         busyUntil = 0;
         holds.fill({});
     }
@@ -304,21 +320,24 @@ void hub922::asNew()
 
 void hub922::endEffects(const faultEnded& ended)
 {
-    for (auto& hold : holds)
-        if (hold.by != 0 && ended(hold.by))
+    for (auto& hold : holds) {
+        if (hold.by != 0 && ended(hold.by)) {
             hold = {};
+        }
+    }
 }
 
 // A bit for each port.
 listedRegister hub922::listHeld(const char* name, heldLine line) const
 {
     std::uint32_t bits = 0;
-    std::string   text;
-    for (unsigned port = 0; port < ports; ++port)
+    std::string text;
+    for (unsigned port = 0; port < ports; ++port) {
         if (holds[port].line == line) {
             bits |= 1U << port;
             text += (text.empty() ? "ports " : ", ") + std::to_string(port);
         }
+    }
     return {name, bits, text.empty() ? "free" : text};
 }
 

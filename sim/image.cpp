@@ -20,12 +20,13 @@ namespace
 bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
 {
     const std::vector<std::uint8_t> erased(sizeBytes, 0xFF);
-    const std::string               early = (path.parent_path() / "machine.image.new").string();
+    const std::string early = (path.parent_path() / "machine.image.new").string();
     unlink(early.c_str());
     const int made = ownDescriptor(open(early.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    bool      good = made >= 0 && writeAll(made, erased, 0);
-    if (made >= 0)
+    bool good = made >= 0 && writeAll(made, erased, 0);
+    if (made >= 0) {
         good = ::close(made) == 0 && good;
+    }
     return good && rename(early.c_str(), path.c_str()) == 0;
 }
 
@@ -37,8 +38,9 @@ std::string image::prepare(int& error)
     };
     error = 0;
     if (stat(path.c_str(), &found) != 0) {
-        if (errno != ENOENT || !makeErased(path, sizeBytes))
+        if (errno != ENOENT || !makeErased(path, sizeBytes)) {
             error = errno;
+        }
     } else if (!S_ISREG(found.st_mode)) {
         return "not a regular file";
     } else if (found.st_size != static_cast<off_t>(sizeBytes)) {
@@ -51,10 +53,10 @@ std::string image::prepare(int& error)
 
 void image::begin(std::uint32_t chipIndex, pageWrite& pending)
 {
-    chip        = chipIndex;
-    page        = &pending;
+    chip = chipIndex;
+    page = &pending;
     windowStart = noWindow;
-    lost        = false;
+    lost = false;
 }
 
 bool image::open()
@@ -64,16 +66,18 @@ bool image::open()
     if (descriptor < 0) {
         descriptor = ownDescriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC));
         if (descriptor >= 0 && (fstat(descriptor, &found) != 0 || !S_ISREG(found.st_mode) ||
-                                found.st_size != static_cast<off_t>(sizeBytes)))
+                                found.st_size != static_cast<off_t>(sizeBytes))) {
             close();
+        }
     }
     return descriptor >= 0;
 }
 
 void image::close()
 {
-    if (descriptor >= 0)
+    if (descriptor >= 0) {
         ::close(descriptor);
+    }
     descriptor = -1;
 }
 
@@ -82,15 +86,16 @@ void image::fill(std::uint32_t start)
     const std::size_t wanted = std::min<std::size_t>(window.size(), sizeBytes - start);
     window.fill(0xFF);
     std::size_t have = 0;
-    ssize_t     got  = open() ? 1 : 0;
+    ssize_t got = open() ? 1 : 0;
     while (got != 0 && have < wanted) {
         got = pread(descriptor, window.data() + have, wanted - have, static_cast<off_t>(start + have));
-        if (got > 0)
+        if (got > 0) {
             have += static_cast<std::size_t>(got);
-        else if (got < 0 && errno != EINTR)
+        } else if (got < 0 && errno != EINTR) {
             got = 0;
+        }
     }
-    lost        = lost || have < wanted;
+    lost = lost || have < wanted;
     windowStart = start;
 }
 
@@ -98,8 +103,9 @@ void image::read(std::uint32_t offset, std::span<std::uint8_t> bytes)
 {
     for (auto& byte : bytes) {
         const std::uint32_t start = offset - offset % windowBytes;
-        if (start != windowStart)
+        if (start != windowStart) {
             fill(start);
+        }
         byte = window[offset % windowBytes];
         ++offset;
     }
@@ -109,9 +115,9 @@ void image::program(std::uint32_t offset, std::span<const std::uint8_t> bytes)
 {
     if (page != nullptr && bytes.size() <= page->bytes.size()) {
         page->pending = true;
-        page->chip    = chip;
-        page->offset  = offset;
-        page->length  = static_cast<std::uint32_t>(bytes.size());
+        page->chip = chip;
+        page->offset = offset;
+        page->length = static_cast<std::uint32_t>(bytes.size());
         std::ranges::copy(bytes, page->bytes.begin());
     }
 }

@@ -14,7 +14,7 @@ class image final : public memory
 public:
     image(std::filesystem::path file, std::uint32_t chipBytes) : path{std::move(file)}, sizeBytes{chipBytes} {}
     ~image() override { close(); }
-    image(const image&)            = delete;
+    image(const image&) = delete;
     image& operator=(const image&) = delete;
 
     /// Makes the file, all 0xFF, when there is none. @return what is wrong with it; empty: nothing
@@ -44,14 +44,14 @@ private:
     bool open();
     void fill(std::uint32_t start);
 
-    const std::filesystem::path           path;
-    const std::uint32_t                   sizeBytes;
-    int                                   descriptor = -1;
+    const std::filesystem::path path;
+    const std::uint32_t sizeBytes;
+    int descriptor = -1;
     std::array<std::uint8_t, windowBytes> window{};
-    std::uint32_t                         windowStart = noWindow;
-    bool                                  lost        = false;
-    std::uint32_t                         chip        = 0;
-    pageWrite*                            page        = nullptr;
+    std::uint32_t windowStart = noWindow;
+    bool lost = false;
+    std::uint32_t chip = 0;
+    pageWrite* page = nullptr;
 
     static constexpr std::uint32_t noWindow = 0xFFFFFFFF;
 };

@@ -23,8 +23,8 @@ namespace
 {
 
 constexpr auto machineFileName = "machine.toml";
-constexpr auto stateFileName   = "machine.state";
-constexpr auto ownFiles        = "machine."; // what the names of a machine's own files begin with
+constexpr auto stateFileName = "machine.state";
+constexpr auto ownFiles = "machine."; // what the names of a machine's own files begin with
 
 constexpr off_t longestTextBytes = 1 << 20; // of a machine file
 
@@ -41,7 +41,7 @@ public:
     void sleepUntil(std::uint64_t nanoseconds) override
     {
         timespec until{};
-        until.tv_sec  = static_cast<time_t>(nanoseconds / nsPerSecond);
+        until.tv_sec = static_cast<time_t>(nanoseconds / nsPerSecond);
         until.tv_nsec = static_cast<long>(nanoseconds % nsPerSecond);
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
     }
@@ -53,7 +53,7 @@ private:
 /// The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
 std::string readText(const std::filesystem::path& file)
 {
-    const int   in = ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const int in = ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat found {
     };
     if (in >= 0 && fstat(in, &found) == 0 && (!S_ISREG(found.st_mode) || found.st_size > longestTextBytes)) {
@@ -62,16 +62,18 @@ std::string readText(const std::filesystem::path& file)
                                  (S_ISREG(found.st_mode) ? ": is too large" : ": is not a regular file")};
     }
     std::string text;
-    ssize_t     got = in < 0 ? -1 : 1;
+    ssize_t got = in < 0 ? -1 : 1;
     for (std::array<char, 4096> piece{}; got > 0 || (got < 0 && in >= 0 && errno == EINTR);) {
         got = ::read(in, piece.data(), piece.size());
         text.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     }
     const int error = errno;
-    if (in >= 0)
+    if (in >= 0) {
         close(in);
-    if (got < 0)
+    }
+    if (got < 0) {
         throw std::system_error{error, std::generic_category(), file.string() + ": cannot be read"};
+    }
     return text;
 }
 
@@ -80,16 +82,16 @@ class machineModel final : public machine, public std::enable_shared_from_this<m
 public:
     machineModel(std::filesystem::path folder, std::string text, realClock* clock);
 
-    std::shared_ptr<bus>                       findBus(const std::string& name, const std::string& node) override;
-    [[nodiscard]] std::vector<std::string>     busNames(const std::string& node) const override;
-    [[nodiscard]] std::vector<chipInfo>        chips() const override;
+    std::shared_ptr<bus> findBus(const std::string& name, const std::string& node) override;
+    [[nodiscard]] std::vector<std::string> busNames(const std::string& node) const override;
+    [[nodiscard]] std::vector<chipInfo> chips() const override;
     [[nodiscard]] const std::filesystem::path& folder() const override { return place; }
-    std::vector<registerValue>                 registers() override;
-    void                                       powerCycle() override;
-    std::uint32_t                              addFault(const fault& what) override;
-    bool                                       clearFault(std::uint32_t number) override;
-    void                                       clearFaults() override;
-    std::vector<listedFault>                   faults() override;
+    std::vector<registerValue> registers() override;
+    void powerCycle() override;
+    std::uint32_t addFault(const fault& what) override;
+    bool clearFault(std::uint32_t number) override;
+    void clearFaults() override;
+    std::vector<listedFault> faults() override;
     bool startWave(const std::string& busName, const std::filesystem::path& file) override;
     bool stopWave(const std::string& busName) override;
 
@@ -97,16 +99,16 @@ public:
     bool stillStandsFor(const std::string& machineText);
 
 private:
-    void      openState(const std::string& machineFile);
-    bool      setDamagedStateAside();
-    bool      isOwnFile(const std::filesystem::path& file) const;
-    void      takeFileFaults();
+    void openState(const std::string& machineFile);
+    bool setDamagedStateAside();
+    bool isOwnFile(const std::filesystem::path& file) const;
+    void takeFileFaults();
     busModel* find(const std::string& name);
 
-    const std::filesystem::path            place;
-    const std::string                      text;
-    machineDescription                     about;
-    std::unique_ptr<stateFile>             states;
+    const std::filesystem::path place;
+    const std::string text;
+    machineDescription about;
+    std::unique_ptr<stateFile> states;
     std::vector<std::unique_ptr<busModel>> buses;
 };
 
@@ -114,47 +116,57 @@ machineModel::machineModel(std::filesystem::path folder, std::string machineText
     : place{std::move(folder)}, text{std::move(machineText)}
 {
     const std::string machineFile = (place / machineFileName).string();
-    about                         = parseMachine(text, machineFile);
-    for (std::size_t i = 0; i < about.buses.size(); ++i)
+    about = parseMachine(text, machineFile);
+    for (std::size_t i = 0; i < about.buses.size(); ++i) {
         buses.push_back(std::make_unique<busModel>(about, i, place, clock));
+    }
     openState(machineFile);
 }
 
 void machineModel::openState(const std::string& machineFile)
 {
     std::vector<std::size_t> records;
-    for (const auto& bus : buses)
+    for (const auto& bus : buses) {
         records.push_back(bus->recordBytes());
+    }
     states = std::make_unique<stateFile>(place / stateFileName, records);
-    for (auto& bus : buses)
+    for (auto& bus : buses) {
         bus->attach(*states, about.layoutMark());
+    }
 
     const stateFile::hold all{*states};
-    if (!all.held())
+    if (!all.held()) {
         throw std::runtime_error{(place / stateFileName).string() + ": cannot be locked"};
-    for (auto& bus : buses)
+    }
+    for (auto& bus : buses) {
         bus->prepareImages(machineFile);
+    }
     if (setDamagedStateAside() || !states->usable(about.layoutMark())) {
         states->renew(about.layoutMark());
-        for (auto& bus : buses)
+        for (auto& bus : buses) {
             bus->makeNew();
+        }
         states->seal();
     }
-    if (states->faultMark() != about.faultMark())
+    if (states->faultMark() != about.faultMark()) {
         takeFileFaults();
+    }
 }
 
 // A user can have it looked into; nobody waits for what a damaged field promises.
 bool machineModel::setDamagedStateAside()
 {
     std::string damage;
-    if (!states->usable(about.layoutMark()))
+    if (!states->usable(about.layoutMark())) {
         damage = states->damage(about.layoutMark());
-    else
-        for (auto bus = buses.begin(); damage.empty() && bus != buses.end(); ++bus)
+    } else {
+        for (auto bus = buses.begin(); damage.empty() && bus != buses.end(); ++bus) {
             damage = (*bus)->damage();
-    if (damage.empty())
+        }
+    }
+    if (damage.empty()) {
         return false;
+    }
     const std::string kept = states->setAside().filename().string();
     std::fprintf(stderr, "kest: %s: damaged: %s; it is kept as %s, and the machine starts anew\n",
                  (place / stateFileName).c_str(), damage.c_str(), kept.c_str());
@@ -170,9 +182,11 @@ void machineModel::takeFileFaults()
     }
     for (std::size_t bus = 0; bus < buses.size(); ++bus) {
         std::vector<faultRecord> own;
-        for (std::size_t i = 0; i < records.size(); ++i)
-            if (about.concerns(about.faults[i], bus))
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            if (about.concerns(about.faults[i], bus)) {
                 own.push_back(records[i]);
+            }
+        }
         buses[bus]->replaceFileFaults(own);
     }
     states->setFaultMark(about.faultMark());
@@ -188,18 +202,22 @@ bool machineModel::stillStandsFor(const std::string& machineText)
 // The bus lives as long as its machine, and the other way round.
 std::shared_ptr<bus> machineModel::findBus(const std::string& name, const std::string& node)
 {
-    for (auto& bus : buses)
-        if (bus->description().name == name && bus->description().node == node)
+    for (auto& bus : buses) {
+        if (bus->description().name == name && bus->description().node == node) {
             return {shared_from_this(), bus.get()};
+        }
+    }
     return nullptr;
 }
 
 std::vector<std::string> machineModel::busNames(const std::string& node) const
 {
     std::vector<std::string> names;
-    for (const auto& bus : about.buses)
-        if (bus.node == node)
+    for (const auto& bus : about.buses) {
+        if (bus.node == node) {
             names.push_back(bus.name);
+        }
+    }
     return names;
 }
 
@@ -217,15 +235,17 @@ std::vector<chipInfo> machineModel::chips() const
 std::vector<machine::registerValue> machineModel::registers()
 {
     std::vector<registerValue> list;
-    for (auto& bus : buses)
+    for (auto& bus : buses) {
         bus->registers(list);
+    }
     return list;
 }
 
 void machineModel::powerCycle()
 {
-    for (auto& bus : buses)
+    for (auto& bus : buses) {
         bus->powerCycle();
+    }
 }
 
 busModel* machineModel::find(const std::string& name)
@@ -236,23 +256,29 @@ busModel* machineModel::find(const std::string& name)
 
 std::uint32_t machineModel::addFault(const fault& what)
 {
-    if (const std::string trouble = faultTrouble(what); !trouble.empty())
+    if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         throw std::invalid_argument{trouble};
-    if (!what.bus.empty() && find(what.bus) == nullptr)
+    }
+    if (!what.bus.empty() && find(what.bus) == nullptr) {
         throw std::invalid_argument{"no bus '" + what.bus + "'"};
-    if (!what.node.empty() && !about.hasNode(what.node))
+    }
+    if (!what.node.empty() && !about.hasNode(what.node)) {
         throw std::invalid_argument{"no bus on node '" + what.node + "'"};
+    }
     std::uint32_t number = 0;
     {
         const stateFile::hold all{*states};
-        if (all.held() && states->usable(about.layoutMark()))
+        if (all.held() && states->usable(about.layoutMark())) {
             number = states->nextFaultNumber();
+        }
     }
     const auto record = makeFaultRecord(what, number);
-    bool       good   = number != 0;
-    for (std::size_t bus = 0; bus < buses.size(); ++bus)
-        if (good && about.concerns(what, bus))
+    bool good = number != 0;
+    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
+        if (good && about.concerns(what, bus)) {
             good = buses[bus]->addFault(record);
+        }
+    }
     if (!good) {
         clearFault(number);
         throw std::runtime_error{number == 0 ? "the machine is gone" : "no room for more faults"};
@@ -263,31 +289,34 @@ std::uint32_t machineModel::addFault(const fault& what)
 bool machineModel::clearFault(std::uint32_t number)
 {
     bool cleared = false;
-    for (auto& bus : buses)
+    for (auto& bus : buses) {
         cleared = bus->clearFaults(number) || cleared;
+    }
     return cleared;
 }
 
 void machineModel::clearFaults()
 {
-    for (auto& bus : buses)
+    for (auto& bus : buses) {
         bus->clearFaults(std::nullopt);
+    }
 }
 
 std::vector<machine::listedFault> machineModel::faults()
 {
     std::vector<listedFault> list;
-    for (auto& bus : buses)
+    for (auto& bus : buses) {
         bus->listFaults(list);
+    }
     return list;
 }
 
 // An image may hold anything, also what looks like a waveform.
 bool machineModel::isOwnFile(const std::filesystem::path& file) const
 {
-    std::error_code             error;
+    std::error_code error;
     const std::filesystem::path real = std::filesystem::weakly_canonical(file, error);
-    const std::string           name = real.filename().string();
+    const std::string name = real.filename().string();
     return !error && (real.parent_path() == place &&
                       (name.starts_with(ownFiles) ||
                        std::ranges::find(about.chips, name, &chipDescription::image) != about.chips.end()));
@@ -295,8 +324,8 @@ bool machineModel::isOwnFile(const std::filesystem::path& file) const
 
 bool machineModel::startWave(const std::string& busName, const std::filesystem::path& file)
 {
-    busModel* const             bus = find(busName);
-    std::error_code             error;
+    busModel* const bus = find(busName);
+    std::error_code error;
     const std::filesystem::path absolute = std::filesystem::absolute(file, error);
     if (bus == nullptr || file.empty()) {
         errno = bus == nullptr ? ENODEV : ENOENT;
@@ -312,8 +341,9 @@ bool machineModel::startWave(const std::string& busName, const std::filesystem::
 bool machineModel::stopWave(const std::string& busName)
 {
     busModel* const bus = find(busName);
-    if (bus == nullptr)
+    if (bus == nullptr) {
         errno = ENODEV;
+    }
     return bus != nullptr && bus->stopWave();
 }
 
@@ -325,16 +355,17 @@ namespace
 /// @param clock  null: time is only counted
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock* clock)
 {
-    std::error_code             error;
+    std::error_code error;
     const std::filesystem::path place = std::filesystem::canonical(folder, error);
-    if (error)
+    if (error) {
         throw std::system_error{error, folder.string()};
-    const std::string      text = readText(place / machineFileName);
+    }
+    const std::string text = readText(place / machineFileName);
     const std::scoped_lock lock{openingMutex()}; // also no fork happens while the map is made
-    static auto* const     opened =
+    static auto* const opened =
         new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>; // outlives static objects
     auto& known = (*opened)[{place.string(), clock}];
-    auto  model = known.lock();
+    auto model = known.lock();
     if (model == nullptr || !model->stillStandsFor(text)) {
         model = std::make_shared<machineModel>(place, text, clock);
         known = model;

@@ -22,10 +22,10 @@ enum class direction : std::uint8_t {
 /// Part of a transaction. A segment whose address and direction are those of the one before it and that has `joined` set goes on
 /// without a repeated START.
 struct segment {
-    std::uint8_t            address = 0; ///< 8-bit form, even
-    direction               way     = direction::write;
+    std::uint8_t address = 0; ///< 8-bit form, even
+    direction way = direction::write;
     std::span<std::uint8_t> bytes; ///< sent, or filled
-    bool                    joined = false;
+    bool joined = false;
 };
 
 /// How a transaction ended.
@@ -37,14 +37,14 @@ enum class outcome : std::uint8_t {
     sclHeld,
     sdaHeld,
     shortTransfer, ///< STOP came before the last byte
-    gone,          ///< the adapter is gone
+    gone, ///< the adapter is gone
 };
 
 struct transferResult {
-    outcome       end        = outcome::done;
-    std::size_t   segment    = 0; ///< index of the segment in which it ended, when not done
-    std::size_t   bytesMoved = 0; ///< data bytes acknowledged or read in that segment, when not done
-    std::uint64_t busTimeNs  = 0; ///< bus time after it
+    outcome end = outcome::done;
+    std::size_t segment = 0; ///< index of the segment in which it ended, when not done
+    std::size_t bytesMoved = 0; ///< data bytes acknowledged or read in that segment, when not done
+    std::uint64_t busTimeNs = 0; ///< bus time after it
 };
 
 /// One bus of a machine. Transactions of all threads and processes follow one another.
@@ -66,20 +66,20 @@ public:
     /// Bus time so far, of all users, in nanoseconds.
     virtual std::uint64_t busTimeNs() = 0;
     /// Lets bus time pass with the bus idle (in real mode waits for it).
-    virtual void                             idle(std::uint64_t nanoseconds) = 0;
-    [[nodiscard]] virtual std::uint32_t      defaultSpeedKhz() const         = 0;
-    [[nodiscard]] virtual const std::string& name() const                    = 0;
+    virtual void idle(std::uint64_t nanoseconds) = 0;
+    [[nodiscard]] virtual std::uint32_t defaultSpeedKhz() const = 0;
+    [[nodiscard]] virtual const std::string& name() const = 0;
 };
 
 /// What a chip of the machine file is; for listings.
 struct chipInfo {
-    std::string           bus;
-    std::string           node; ///< of the bus; "" the local one
-    std::string           type; ///< as in machine.toml
-    std::uint8_t          address    = 0;
-    bool                  behindHub  = false;
-    std::uint8_t          hubAddress = 0;
-    std::uint8_t          port       = 0;
+    std::string bus;
+    std::string node; ///< of the bus; "" the local one
+    std::string type; ///< as in machine.toml
+    std::uint8_t address = 0;
+    bool behindHub = false;
+    std::uint8_t hubAddress = 0;
+    std::uint8_t port = 0;
     std::filesystem::path image; ///< empty for chips without memory
 };
 
@@ -89,16 +89,16 @@ class machine
 public:
     virtual ~machine() = default;
     /// @param node  "" for the local node. @return null when there is no such bus
-    virtual std::shared_ptr<bus>                       findBus(const std::string& name, const std::string& node) = 0;
-    [[nodiscard]] virtual std::vector<std::string>     busNames(const std::string& node) const                   = 0;
-    [[nodiscard]] virtual std::vector<chipInfo>        chips() const                                             = 0;
-    [[nodiscard]] virtual const std::filesystem::path& folder() const                                            = 0;
+    virtual std::shared_ptr<bus> findBus(const std::string& name, const std::string& node) = 0;
+    [[nodiscard]] virtual std::vector<std::string> busNames(const std::string& node) const = 0;
+    [[nodiscard]] virtual std::vector<chipInfo> chips() const = 0;
+    [[nodiscard]] virtual const std::filesystem::path& folder() const = 0;
     /// Registers of every chip for people: name, value, what the pins do.
     struct registerValue {
-        std::string   chip;
-        std::string   name;
+        std::string chip;
+        std::string name;
         std::uint32_t value;
-        std::string   meaning;
+        std::string meaning;
     };
     virtual std::vector<registerValue> registers() = 0;
     /// Registers to their defaults, hubs out of reset, held lines free, write cycles over; images stay.
@@ -122,26 +122,26 @@ public:
         std::string kind{};
         std::string
             bus{}; ///< empty: every bus, each counting for itself. "NODE:BUS" on a node that is not the local one
-        std::string   node{};      ///< without a bus: the buses of this node alone; empty: of every node
-        std::uint8_t  address = 0; ///< 0: every address; that of the chip for stuck-write-cycle, also behind a hub
-        std::string   way{};       ///< "", "read" or "write"
+        std::string node{}; ///< without a bus: the buses of this node alone; empty: of every node
+        std::uint8_t address = 0; ///< 0: every address; that of the chip for stuck-write-cycle, also behind a hub
+        std::string way{}; ///< "", "read" or "write"
         std::uint64_t nth =
             0; ///< strikes first at the n-th matching transaction from now on, counted from 1; 0 at once
-        double        probability = 1.0;
-        std::uint64_t seed        = 1;
-        std::uint64_t count       = 0; ///< how many times it strikes; 0 until cleared
-        std::uint32_t value       = 0; ///< hub status, XOR mask of a corrupted byte, ...
-        std::uint64_t byte        = 0; ///< data byte it strikes at, counted from 0 after the START
-        bool          untilReset =
+        double probability = 1.0;
+        std::uint64_t seed = 1;
+        std::uint64_t count = 0; ///< how many times it strikes; 0 until cleared
+        std::uint32_t value = 0; ///< hub status, XOR mask of a corrupted byte, ...
+        std::uint64_t byte = 0; ///< data byte it strikes at, counted from 0 after the START
+        bool untilReset =
             false; ///< ends for good with a reset: of the sub-buses or the hub's own line for hub-..., else of the bus
     };
     /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus, node or value.
-    virtual std::uint32_t addFault(const fault& what)      = 0;
-    virtual bool          clearFault(std::uint32_t number) = 0;
-    virtual void          clearFaults()                    = 0;
+    virtual std::uint32_t addFault(const fault& what) = 0;
+    virtual bool clearFault(std::uint32_t number) = 0;
+    virtual void clearFaults() = 0;
     struct listedFault {
         std::uint32_t number;
-        fault         what;
+        fault what;
         std::uint64_t struck;
     };
     virtual std::vector<listedFault> faults() = 0;
@@ -162,7 +162,7 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool r
 
 /// Real time as a machine sees it: nanoseconds from any begin, which never go back.
 struct realClock {
-    virtual ~realClock()          = default;
+    virtual ~realClock() = default;
     virtual std::uint64_t nowNs() = 0;
     /// Waits until nowNs() has reached a time.
     virtual void sleepUntil(std::uint64_t nanoseconds) = 0;

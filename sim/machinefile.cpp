@@ -32,20 +32,20 @@ private:
 
     [[noreturn]] void fail(const toml::source_region& place, const std::string& what) const;
     [[noreturn]] void failKey(const toml::table& table, std::string_view key, const std::string& what) const;
-    void              onlyKeys(const toml::table& table, const std::string& where, keys allowed) const;
-    void              tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&));
+    void onlyKeys(const toml::table& table, const std::string& where, keys allowed) const;
+    void tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&));
 
-    [[nodiscard]] std::string   text(const toml::table& table, std::string_view key, const char* otherwise) const;
-    [[nodiscard]] std::int64_t  number(const toml::table& table, std::string_view key, std::int64_t lowest,
-                                       std::int64_t highest, std::optional<std::int64_t> otherwise) const;
-    [[nodiscard]] double        real(const toml::table& table, std::string_view key, double lowest, double highest,
-                                     double otherwise) const;
-    [[nodiscard]] bool          truth(const toml::table& table, std::string_view key) const;
-    [[nodiscard]] std::string   word(const toml::table& table, std::string_view key, const char* otherwise) const;
-    [[nodiscard]] std::uint8_t  address(const toml::table& table, std::string_view key, bool required) const;
+    [[nodiscard]] std::string text(const toml::table& table, std::string_view key, const char* otherwise) const;
+    [[nodiscard]] std::int64_t number(const toml::table& table, std::string_view key, std::int64_t lowest,
+                                      std::int64_t highest, std::optional<std::int64_t> otherwise) const;
+    [[nodiscard]] double real(const toml::table& table, std::string_view key, double lowest, double highest,
+                              double otherwise) const;
+    [[nodiscard]] bool truth(const toml::table& table, std::string_view key) const;
+    [[nodiscard]] std::string word(const toml::table& table, std::string_view key, const char* otherwise) const;
+    [[nodiscard]] std::uint8_t address(const toml::table& table, std::string_view key, bool required) const;
     [[nodiscard]] std::uint16_t levels(const toml::table& table, unsigned pins) const;
-    [[nodiscard]] std::size_t   busOf(const toml::table& table) const;
-    [[nodiscard]] std::string   imageOf(const toml::table& table) const;
+    [[nodiscard]] std::size_t busOf(const toml::table& table) const;
+    [[nodiscard]] std::string imageOf(const toml::table& table) const;
 
     void bus(const toml::table& table);
     void chip(const toml::table& table);
@@ -55,7 +55,7 @@ private:
     void checkChips() const;
     void checkPlace(const chipDescription& chip) const;
 
-    const std::string&  fileName;
+    const std::string& fileName;
     machineDescription& machine;
 };
 
@@ -84,36 +84,44 @@ void reader::failKey(const toml::table& table, std::string_view key, const std::
 
 void reader::onlyKeys(const toml::table& table, const std::string& where, keys allowed) const
 {
-    for (const auto& [key, value] : table)
-        if (std::ranges::find(allowed, key.str()) == allowed.end())
+    for (const auto& [key, value] : table) {
+        if (std::ranges::find(allowed, key.str()) == allowed.end()) {
             fail(key.source(), "unknown key '" + std::string{key.str()} + "' in " + where);
+        }
+    }
 }
 
 void reader::tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&))
 {
     const auto* node = root.get(key);
-    if (node != nullptr && !node->is_array_of_tables())
+    if (node != nullptr && !node->is_array_of_tables()) {
         failKey(root, key, "expected tables, written [[" + std::string{key} + "]]");
-    if (node != nullptr)
-        for (const auto& entry : *node->as_array())
+    }
+    if (node != nullptr) {
+        for (const auto& entry : *node->as_array()) {
             (this->*each)(*entry.as_table());
+        }
+    }
 }
 
 std::string reader::text(const toml::table& table, std::string_view key, const char* otherwise) const
 {
     const auto* node = table.get(key);
-    if (node == nullptr && otherwise == nullptr)
+    if (node == nullptr && otherwise == nullptr) {
         failKey(table, key, "missing");
-    if (node != nullptr && !node->is_string())
+    }
+    if (node != nullptr && !node->is_string()) {
         failKey(table, key, "expected a text");
+    }
     return node != nullptr ? node->as_string()->get() : otherwise;
 }
 
 std::string reader::word(const toml::table& table, std::string_view key, const char* otherwise) const
 {
     std::string name = text(table, key, otherwise);
-    if (table.contains(key) && !isWord(name))
+    if (table.contains(key) && !isWord(name)) {
         failKey(table, key, "expected a name of at most 63 letters, digits, '_', '.' and '-'");
+    }
     return name;
 }
 
@@ -121,13 +129,16 @@ std::int64_t reader::number(const toml::table& table, std::string_view key, std:
                             std::optional<std::int64_t> otherwise) const
 {
     const auto* node = table.get(key);
-    if (node == nullptr && !otherwise)
+    if (node == nullptr && !otherwise) {
         failKey(table, key, "missing");
-    if (node != nullptr && !node->is_integer())
+    }
+    if (node != nullptr && !node->is_integer()) {
         failKey(table, key, "expected a whole number");
+    }
     const std::int64_t value = node != nullptr ? node->as_integer()->get() : *otherwise;
-    if (node != nullptr && (value < lowest || value > highest))
+    if (node != nullptr && (value < lowest || value > highest)) {
         failKey(table, key, "must be from " + std::to_string(lowest) + " to " + std::to_string(highest));
+    }
     return value;
 }
 
@@ -135,8 +146,9 @@ double reader::real(const toml::table& table, std::string_view key, double lowes
                     double otherwise) const
 {
     const auto* node = table.get(key);
-    if (node != nullptr && !node->is_number())
+    if (node != nullptr && !node->is_number()) {
         failKey(table, key, "expected a number");
+    }
     const double value = node != nullptr ? *node->value<double>() : otherwise;
     if (!(value >= lowest && value <= highest)) {
         std::ostringstream range;
@@ -149,26 +161,29 @@ double reader::real(const toml::table& table, std::string_view key, double lowes
 bool reader::truth(const toml::table& table, std::string_view key) const
 {
     const auto* node = table.get(key);
-    if (node != nullptr && !node->is_boolean())
+    if (node != nullptr && !node->is_boolean()) {
         failKey(table, key, "expected true or false");
+    }
     return node != nullptr && node->as_boolean()->get();
 }
 
 std::uint8_t reader::address(const toml::table& table, std::string_view key, bool required) const
 {
     const std::int64_t value = number(table, key, 0, 0xFF, required ? std::nullopt : std::optional<std::int64_t>{0});
-    if ((value & 1) != 0)
+    if ((value & 1) != 0) {
         failKey(table, key, "addresses are in the 8-bit form, and even");
-    if (table.contains(key) && (value < lowestAddress || value > highestAddress))
+    }
+    if (table.contains(key) && (value < lowestAddress || value > highestAddress)) {
         failKey(table, key, "reserved address: must be from 0x10 to 0xEE");
+    }
     return static_cast<std::uint8_t>(value);
 }
 
 // A number, bit 0 pin 0, or a list of levels from pin 0 on.
 std::uint16_t reader::levels(const toml::table& table, unsigned pins) const
 {
-    const auto* list   = table.get_as<toml::array>("inputs");
-    unsigned    result = 0xFFFF;
+    const auto* list = table.get_as<toml::array>("inputs");
+    unsigned result = 0xFFFF;
     if (list == nullptr) {
         result = static_cast<unsigned>(number(table, "inputs", 0, (std::int64_t{1} << pins) - 1, 0xFFFF));
     } else if (list->size() > pins) {
@@ -176,10 +191,12 @@ std::uint16_t reader::levels(const toml::table& table, unsigned pins) const
     } else {
         for (std::size_t pin = 0; pin < list->size(); ++pin) {
             const auto level = (*list)[pin].value<std::int64_t>();
-            if (!level || *level < 0 || *level > 1)
+            if (!level || *level < 0 || *level > 1) {
                 fail((*list)[pin].source(), "key 'inputs': a level is 0 or 1");
-            if (*level == 0)
+            }
+            if (*level == 0) {
                 result &= ~(1U << pin);
+            }
         }
     }
     return static_cast<std::uint16_t>(result);
@@ -187,20 +204,22 @@ std::uint16_t reader::levels(const toml::table& table, unsigned pins) const
 
 std::size_t reader::busOf(const toml::table& table) const
 {
-    const std::string name  = text(table, "bus", nullptr);
-    const std::string node  = word(table, "node", "");
-    const auto        found = std::ranges::find_if(
-               machine.buses, [&](const busDescription& bus) { return bus.name == name && bus.node == node; });
-    if (found == machine.buses.end())
+    const std::string name = text(table, "bus", nullptr);
+    const std::string node = word(table, "node", "");
+    const auto found = std::ranges::find_if(
+        machine.buses, [&](const busDescription& bus) { return bus.name == name && bus.node == node; });
+    if (found == machine.buses.end()) {
         failKey(table, "bus", "no bus '" + name + "'" + (node.empty() ? "" : " on node '" + node + "'"));
+    }
     return static_cast<std::size_t>(found - machine.buses.begin());
 }
 
 std::string reader::imageOf(const toml::table& table) const
 {
     std::string image = text(table, "image", nullptr);
-    if (!isWord(image) || image == "." || image == ".." || image.starts_with("machine."))
+    if (!isWord(image) || image == "." || image == ".." || image.starts_with("machine.")) {
         failKey(table, "image", "expected a file name in the machine's folder: letters, digits, '_', '.' and '-'");
+    }
     return image;
 }
 
@@ -208,33 +227,37 @@ void reader::bus(const toml::table& table)
 {
     onlyKeys(table, "[[bus]]", {"name", "node", "speed_khz"});
     busDescription bus;
-    bus.name     = word(table, "name", nullptr);
-    bus.node     = word(table, "node", "");
+    bus.name = word(table, "name", nullptr);
+    bus.node = word(table, "node", "");
     bus.speedKhz = static_cast<std::uint32_t>(number(table, "speed_khz", 1, fastestKhz, 400));
-    for (const auto& other : machine.buses)
-        if (other.name == bus.name && other.node == bus.node)
+    for (const auto& other : machine.buses) {
+        if (other.name == bus.name && other.node == bus.node) {
             failKey(table, "name", "a second bus '" + bus.name + "'");
+        }
+    }
     machine.buses.push_back(bus);
 }
 
 // Finds the type's row, and checks that no key of another kind of chip is there.
 void reader::chipType(const toml::table& table, chipDescription& chip) const
 {
-    chip.typeName   = text(table, "type", nullptr);
+    chip.typeName = text(table, "type", nullptr);
     const auto find = [&](const auto& types, chipKind kind) {
-        for (std::size_t i = 0; i < types.size(); ++i)
+        for (std::size_t i = 0; i < types.size(); ++i) {
             if (types[i].name == chip.typeName) {
                 chip.kind = kind;
                 chip.type = i;
                 return true;
             }
+        }
         return false;
     };
-    if (chip.typeName == "HUB922")
+    if (chip.typeName == "HUB922") {
         chip.kind = chipKind::hub;
-    else if (!find(eepromTypes, chipKind::eeprom) && !find(pca955xTypes, chipKind::pca955x) &&
-             !find(sensorTypes, chipKind::sensor))
+    } else if (!find(eepromTypes, chipKind::eeprom) && !find(pca955xTypes, chipKind::pca955x) &&
+               !find(sensorTypes, chipKind::sensor)) {
         failKey(table, "type", "unknown type of chip '" + chip.typeName + "'");
+    }
 }
 
 void reader::chipOptions(const toml::table& table, chipDescription& chip) const
@@ -245,25 +268,27 @@ void reader::chipOptions(const toml::table& table, chipDescription& chip) const
                  {"bus", "node", "hub", "port", "type", "address", "image", "write_cycle_ms", "protect",
                   "hold_sda_after_cut"});
         const std::string protect = text(table, "protect", "no");
-        if (protect != "no" && protect != "silent" && protect != "nak")
+        if (protect != "no" && protect != "silent" && protect != "nak") {
             failKey(table, "protect", "expected 'no', 'silent' or 'nak'");
-        chip.image                  = imageOf(table);
-        chip.memory.protect         = protect == "no"    ? protection::none
-                                      : protect == "nak" ? protection::nak
-                                                         : protection::silent;
-        chip.memory.writeCycleNs    = static_cast<std::uint64_t>(real(table, "write_cycle_ms", 0, 1000, 3.5) * 1e6);
+        }
+        chip.image = imageOf(table);
+        chip.memory.protect = protect == "no"    ? protection::none
+                              : protect == "nak" ? protection::nak
+                                                 : protection::silent;
+        chip.memory.writeCycleNs = static_cast<std::uint64_t>(real(table, "write_cycle_ms", 0, 1000, 3.5) * 1e6);
         chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
     } else if (chip.kind == chipKind::pca955x) {
         onlyKeys(table, where, {"bus", "node", "hub", "port", "type", "address", "inputs"});
         chip.inputs = levels(table, pca955xTypes.at(chip.type).pins);
     } else if (chip.kind == chipKind::sensor) {
         const sensorType& type = sensorTypes.at(chip.type);
-        const bool        lm75 = type.name == "LM75";
+        const bool lm75 = type.name == "LM75";
         onlyKeys(table, where, {"bus", "node", "hub", "port", "type", "address", "celsius", lm75 ? "bits" : "celsius"});
-        chip.celsius         = real(table, "celsius", type.lowestCelsius, type.highestCelsius, 25.0);
+        chip.celsius = real(table, "celsius", type.lowestCelsius, type.highestCelsius, 25.0);
         chip.temperatureBits = lm75 ? static_cast<unsigned>(number(table, "bits", 9, 11, 9)) : 13;
-        if (chip.temperatureBits == 10)
+        if (chip.temperatureBits == 10) {
             failKey(table, "bits", "an LM75 has 9 or 11");
+        }
     } else {
         onlyKeys(table, where, {"bus", "node", "type", "address"});
     }
@@ -275,15 +300,17 @@ void reader::chip(const toml::table& table)
     chip.place = placeOf(table.source());
     chipType(table, chip);
     chipOptions(table, chip);
-    chip.bus       = busOf(table);
-    chip.address   = address(table, "address", true);
+    chip.bus = busOf(table);
+    chip.address = address(table, "address", true);
     chip.behindHub = table.contains("hub");
-    chip.hub       = address(table, "hub", false);
-    if (chip.behindHub != table.contains("port"))
+    chip.hub = address(table, "hub", false);
+    if (chip.behindHub != table.contains("port")) {
         failKey(table, "port", chip.behindHub ? "missing: 'hub' needs it" : "only together with 'hub'");
+    }
     chip.port = static_cast<std::uint8_t>(number(table, "port", 0, 7, 0));
-    if (chip.kind == chipKind::hub && (chip.address & ~0x0A) != 0x80)
+    if (chip.kind == chipKind::hub && (chip.address & ~0x0A) != 0x80) {
         failKey(table, "address", "a HUB922 is at 0x80, 0x82, 0x88 or 0x8A");
+    }
     machine.chips.push_back(chip);
 }
 
@@ -293,29 +320,32 @@ void reader::fault(const toml::table& table)
              {"kind", "bus", "node", "address", "way", "nth", "probability", "seed", "count", "value", "byte",
               "until_reset"});
     constexpr auto most = std::numeric_limits<std::int64_t>::max();
-    const auto     size = [&](std::string_view key, std::int64_t highest, std::int64_t otherwise) {
+    const auto size = [&](std::string_view key, std::int64_t highest, std::int64_t otherwise) {
         return static_cast<std::uint64_t>(number(table, key, 0, highest, otherwise));
     };
     machine::fault what;
-    what.kind        = text(table, "kind", nullptr);
-    what.address     = address(table, "address", false);
-    what.way         = text(table, "way", "");
-    what.nth         = size("nth", most, 0);
+    what.kind = text(table, "kind", nullptr);
+    what.address = address(table, "address", false);
+    what.way = text(table, "way", "");
+    what.nth = size("nth", most, 0);
     what.probability = real(table, "probability", 0, 1, 1);
-    what.seed        = size("seed", most, 1);
-    what.count       = size("count", most, 0);
-    what.value       = static_cast<std::uint32_t>(size("value", 0xFFFFFFFF, 0));
-    what.byte        = size("byte", most, 0);
-    what.untilReset  = truth(table, "until_reset");
-    if (const std::string trouble = faultTrouble(what); !trouble.empty())
+    what.seed = size("seed", most, 1);
+    what.count = size("count", most, 0);
+    what.value = static_cast<std::uint32_t>(size("value", 0xFFFFFFFF, 0));
+    what.byte = size("byte", most, 0);
+    what.untilReset = truth(table, "until_reset");
+    if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         fail(table.source(), trouble);
-    if (table.contains("bus"))
+    }
+    if (table.contains("bus")) {
         what.bus = fullName(machine.buses.at(busOf(table)));
-    else if (what.node = word(table, "node", ""); table.contains("node") && !machine.hasNode(what.node))
+    } else if (what.node = word(table, "node", ""); table.contains("node") && !machine.hasNode(what.node)) {
         failKey(table, "node", "no bus on node '" + what.node + "'");
+    }
     machine.faults.push_back(what);
-    if (machine.faults.size() > mostFaults)
+    if (machine.faults.size() > mostFaults) {
         fail(table.source(), "more than " + std::to_string(mostFaults) + " faults");
+    }
 }
 
 void reader::checkPlace(const chipDescription& chip) const
@@ -323,24 +353,27 @@ void reader::checkPlace(const chipDescription& chip) const
     const auto hub = std::ranges::find_if(machine.chips, [&](const chipDescription& other) {
         return other.kind == chipKind::hub && other.bus == chip.bus && other.address == chip.hub;
     });
-    if (chip.behindHub && hub == machine.chips.end())
+    if (chip.behindHub && hub == machine.chips.end()) {
         throw std::runtime_error{fileName + ":" + chip.place + ": key 'hub': no HUB922 at " + addressText(chip.hub) +
                                  " on bus '" + machine.buses[chip.bus].name + "'"};
+    }
 }
 
 void reader::checkChips() const
 {
     std::set<std::tuple<std::size_t, bool, unsigned, unsigned, unsigned>> places;
-    std::set<std::string>                                                 images;
+    std::set<std::string> images;
     for (const auto& chip : machine.chips) {
         checkPlace(chip);
         const auto fail = [&](const std::string& what) {
             throw std::runtime_error{fileName + ":" + chip.place + ": " + what};
         };
-        if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, chip.address).second)
+        if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, chip.address).second) {
             fail("a second chip at " + addressText(chip.address));
-        if (!chip.image.empty() && !images.insert(chip.image).second)
+        }
+        if (!chip.image.empty() && !images.insert(chip.image).second) {
             fail("image '" + chip.image + "' belongs to another chip already");
+        }
     }
 }
 
@@ -348,8 +381,9 @@ void reader::read(const toml::table& root)
 {
     onlyKeys(root, "a machine file", {"bus", "chip", "fault"});
     tables(root, "bus", &reader::bus);
-    if (machine.buses.empty())
+    if (machine.buses.empty()) {
         fail(root.source(), "no [[bus]]");
+    }
     tables(root, "chip", &reader::chip);
     checkChips();
     tables(root, "fault", &reader::fault);
@@ -359,8 +393,9 @@ void reader::read(const toml::table& root)
 std::uint64_t mark(const std::string& text)
 {
     std::uint64_t hash = 0xCBF29CE484222325;
-    for (const char c : text)
+    for (const char c : text) {
         hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
+    }
     return hash;
 }
 
@@ -393,31 +428,35 @@ bool machineDescription::concerns(const machine::fault& what, std::size_t bus) c
 std::uint64_t machineDescription::layoutMark() const
 {
     std::ostringstream text;
-    for (const auto& bus : buses)
+    for (const auto& bus : buses) {
         text << fullName(bus) << '\n';
-    for (const auto& chip : chips)
+    }
+    for (const auto& chip : chips) {
         text << chip.bus << ' ' << chip.typeName << ' ' << +chip.address << ' ' << chip.behindHub << ' ' << +chip.hub
              << ' ' << +chip.port << ' ' << chip.image << '\n';
+    }
     return mark(text.str());
 }
 
 std::uint64_t machineDescription::faultMark() const
 {
     std::ostringstream text;
-    for (const auto& what : faults)
+    for (const auto& what : faults) {
         text << what.kind << ' ' << what.bus << ' ' << what.node << ' ' << +what.address << ' ' << what.way << ' '
              << what.nth << ' ' << std::bit_cast<std::uint64_t>(what.probability) << ' ' << what.seed << ' '
              << what.count << ' ' << what.value << ' ' << what.byte << ' ' << what.untilReset << '\n';
+    }
     return mark(text.str());
 }
 
 machineDescription parseMachine(std::string_view text, const std::string& fileName)
 {
     machineDescription machine;
-    if (const auto trouble = findTextTrouble(text))
+    if (const auto trouble = findTextTrouble(text)) {
         throw std::runtime_error{fileName + ":" + std::to_string(trouble->line) + ":" +
                                  std::to_string(trouble->column) + ": expected plain TOML, found " +
                                  std::string{trouble->what}};
+    }
     try {
         const toml::table root = toml::parse(text, fileName);
         reader{fileName, machine}.read(root);

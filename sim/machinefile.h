@@ -20,40 +20,40 @@ enum class chipKind : std::uint8_t {
 };
 
 struct busDescription {
-    std::string   name;
-    std::string   node;
+    std::string name;
+    std::string node;
     std::uint32_t speedKhz = 400;
 };
 
 struct chipDescription {
-    std::size_t  bus  = 0; ///< index of its bus
-    chipKind     kind = chipKind::eeprom;
-    std::size_t  type = 0; ///< row in the kind's table
-    std::string  typeName;
-    std::uint8_t address   = 0;
-    bool         behindHub = false;
-    std::uint8_t hub       = 0;
-    std::uint8_t port      = 0;
-    std::string  image; ///< file name in the machine's folder
-    std::string  place; ///< "LINE:COLUMN" in the file
+    std::size_t bus = 0; ///< index of its bus
+    chipKind kind = chipKind::eeprom;
+    std::size_t type = 0; ///< row in the kind's table
+    std::string typeName;
+    std::uint8_t address = 0;
+    bool behindHub = false;
+    std::uint8_t hub = 0;
+    std::uint8_t port = 0;
+    std::string image; ///< file name in the machine's folder
+    std::string place; ///< "LINE:COLUMN" in the file
 
     eepromSettings memory;
-    std::uint16_t  inputs          = 0xFFFF; ///< levels that drive the pins from outside
-    double         celsius         = 25.0;
-    unsigned       temperatureBits = 9;
+    std::uint16_t inputs = 0xFFFF; ///< levels that drive the pins from outside
+    double celsius = 25.0;
+    unsigned temperatureBits = 9;
 };
 
 struct machineDescription {
-    std::vector<busDescription>  buses;
+    std::vector<busDescription> buses;
     std::vector<chipDescription> chips;
-    std::vector<machine::fault>  faults;
+    std::vector<machine::fault> faults;
 
     /// A number that changes with anything that the state file's layout depends on.
     [[nodiscard]] std::uint64_t layoutMark() const;
     [[nodiscard]] std::uint64_t faultMark() const;
     /// @param name  "BUS" or "NODE:BUS"
     [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
-    [[nodiscard]] bool                       hasNode(std::string_view node) const;
+    [[nodiscard]] bool hasNode(std::string_view node) const;
     /// Whether a fault is one of that bus's.
     [[nodiscard]] bool concerns(const machine::fault& what, std::size_t bus) const;
 };

@@ -6,7 +6,7 @@ namespace kest::sim
 namespace
 {
 constexpr std::uint8_t autoIncrement = 0x10;
-constexpr std::uint8_t noRegister    = 0xFF; // what a register number without a register reads as
+constexpr std::uint8_t noRegister = 0xFF; // what a register number without a register reads as
 } // namespace
 
 bool pca955x::start(direction, busClock&, chipFaults&)
@@ -18,11 +18,12 @@ bool pca955x::start(direction, busClock&, chipFaults&)
 bool pca955x::take(std::uint8_t byte, busClock&)
 {
     if (commandNext) {
-        pointer     = byte;
+        pointer = byte;
         commandNext = false;
     } else {
-        if (current() >= portCount() && current() < type.registers) // input registers take and ignore
+        if (current() >= portCount() && current() < type.registers) { // input registers take and ignore
             registers[current()] = byte;
+        }
         movePointer();
     }
     return true;
@@ -38,27 +39,30 @@ std::uint8_t pca955x::give(busClock& clock, chipFaults&)
 void pca955x::movePointer()
 {
     const auto keep = static_cast<std::uint8_t>(pointer & ~type.pointerMask);
-    if (type.step == pointerStep::pairs)
+    if (type.step == pointerStep::pairs) {
         pointer ^= 1;
-    else if (type.step == pointerStep::byFlag && (pointer & autoIncrement) != 0)
+    } else if (type.step == pointerStep::byFlag && (pointer & autoIncrement) != 0) {
         pointer = static_cast<std::uint8_t>(keep | (current() + 1 >= type.registers ? 0 : current() + 1));
+    }
 }
 
 std::uint8_t pca955x::value(unsigned registerNumber, std::uint64_t now) const
 {
     std::uint8_t byte = noRegister;
-    if (registerNumber < portCount())
+    if (registerNumber < portCount()) {
         byte = inputs(registerNumber, now);
-    else if (registerNumber < type.registers)
+    } else if (registerNumber < type.registers) {
         byte = registers[registerNumber];
+    }
     return byte;
 }
 
 std::uint8_t pca955x::inputs(unsigned port, std::uint64_t now) const
 {
     unsigned levels = 0;
-    for (unsigned bit = 0; bit < 8; ++bit)
+    for (unsigned bit = 0; bit < 8; ++bit) {
         levels |= static_cast<unsigned>(level(8 * port + bit, now)) << bit;
+    }
     const unsigned inverted = type.leds ? 0U : registers[2U * portCount() + port];
     return static_cast<std::uint8_t>(levels ^ inverted);
 }
@@ -68,8 +72,9 @@ bool pca955x::level(unsigned pin, std::uint64_t now) const
     bool high = (outside >> pin & 1) != 0;
     if (type.leds) {
         const selector chosen = selectorOf(pin);
-        if (chosen == low || (chosen >= blink0 && blinkLow(chosen - blink0, now)))
+        if (chosen == low || (chosen >= blink0 && blinkLow(chosen - blink0, now))) {
             high = false; // open drain: pulls down or lets go
+        }
     } else if (expanderOutput(pin)) {
         high = (registers[portCount() + pin / 8] >> pin % 8 & 1) != 0;
     }
@@ -99,9 +104,10 @@ void pca955x::state(stateFields& fields)
 {
     fields.number(pointer);
     fields.bytes(registers);
-    for (unsigned number = 0; number < registers.size(); ++number)
+    for (unsigned number = 0; number < registers.size(); ++number) {
         fields.check((number >= portCount() && number < type.registers) || registers[number] == 0,
                      "a register that a PCA955x does not have");
+    }
 }
 
 void pca955x::powerUp()
@@ -126,18 +132,19 @@ void pca955x::powerUp()
 
 std::string pca955x::registerName(unsigned registerNumber) const
 {
-    const unsigned       ports = portCount();
+    const unsigned ports = portCount();
     constexpr std::array blinking{"PSC0", "PWM0", "PSC1", "PWM1"};
     constexpr std::array functions{"INPUT", "OUTPUT", "POLARITY", "CONFIG"};
-    const bool           numbered = ports > 1;
-    std::string          name;
-    if (type.leds && registerNumber >= type.prescaler0 + 4U)
+    const bool numbered = ports > 1;
+    std::string name;
+    if (type.leds && registerNumber >= type.prescaler0 + 4U) {
         name = "LS" + std::to_string(registerNumber - type.prescaler0 - 4);
-    else if (type.leds && registerNumber >= type.prescaler0)
+    } else if (type.leds && registerNumber >= type.prescaler0) {
         name = blinking.at(registerNumber - type.prescaler0);
-    else
+    } else {
         name =
             functions.at(registerNumber / ports) + (numbered ? std::to_string(registerNumber % ports) : std::string{});
+    }
     return name;
 }
 
@@ -145,29 +152,34 @@ std::string pca955x::registerName(unsigned registerNumber) const
 std::string pca955x::pinText(unsigned registerNumber, std::uint64_t now) const
 {
     constexpr std::array selectors{"low", "off", "blink0", "blink1"};
-    const unsigned       firstSelector = type.prescaler0 + 4U;
-    std::string          text;
-    const auto           pin = [&text](unsigned number, std::string_view what) {
+    const unsigned firstSelector = type.prescaler0 + 4U;
+    std::string text;
+    const auto pin = [&text](unsigned number, std::string_view what) {
         text += (text.empty() ? "pin " : ", ") + std::to_string(number) + " ";
         text += what;
     };
-    if (type.leds && registerNumber >= firstSelector)
-        for (unsigned i = 4 * (registerNumber - firstSelector), end = i + 4; i < end; ++i)
+    if (type.leds && registerNumber >= firstSelector) {
+        for (unsigned i = 4 * (registerNumber - firstSelector), end = i + 4; i < end; ++i) {
             pin(i, selectors.at(selectorOf(i)));
-    else if (registerNumber < portCount())
-        for (unsigned i = 8 * registerNumber, end = i + 8; i < end; ++i)
+        }
+    } else if (registerNumber < portCount()) {
+        for (unsigned i = 8 * registerNumber, end = i + 8; i < end; ++i) {
             pin(i, level(i, now) ? "1" : "0");
-    else if (!type.leds && registerNumber / portCount() == 3)
-        for (unsigned i = 8 * (registerNumber % portCount()), end = i + 8; i < end; ++i)
+        }
+    } else if (!type.leds && registerNumber / portCount() == 3) {
+        for (unsigned i = 8 * (registerNumber % portCount()), end = i + 8; i < end; ++i) {
             pin(i, !expanderOutput(i) ? "input" : level(i, now) ? "output 1" : "output 0");
+        }
+    }
     return text;
 }
 
 std::vector<listedRegister> pca955x::list(std::uint64_t now)
 {
     std::vector<listedRegister> lines;
-    for (unsigned number = 0; number < type.registers; ++number)
+    for (unsigned number = 0; number < type.registers; ++number) {
         lines.push_back({registerName(number), value(number, now), pinText(number, now)});
+    }
     return lines;
 }
 

@@ -14,19 +14,19 @@ namespace kest::sim
 /// How the register pointer moves after each data byte.
 enum class pointerStep : std::uint8_t {
     byFlag, ///< to the next register when the auto-increment flag 0x10 is set, from the last one to the first
-    pairs,  ///< to the other register of the pair
+    pairs, ///< to the other register of the pair
     stays,
 };
 
 struct pca955xType {
     std::string_view name;
-    bool             leds; ///< LED selectors of two bits a pin, else output, polarity and direction of one bit a pin
-    std::uint8_t     pins;
-    std::uint8_t     registers;
-    std::uint8_t     pointerMask; ///< bits of the command byte that choose the register
-    pointerStep      step;
-    std::uint8_t     prescaler0;   ///< first of prescaler 0, duty cycle 0, prescaler 1, duty cycle 1; LED drivers only
-    std::uint8_t     blinkClockHz; ///< clock of the blinking, divided by prescaler + 1; LED drivers only
+    bool leds; ///< LED selectors of two bits a pin, else output, polarity and direction of one bit a pin
+    std::uint8_t pins;
+    std::uint8_t registers;
+    std::uint8_t pointerMask; ///< bits of the command byte that choose the register
+    pointerStep step;
+    std::uint8_t prescaler0; ///< first of prescaler 0, duty cycle 0, prescaler 1, duty cycle 1; LED drivers only
+    std::uint8_t blinkClockHz; ///< clock of the blinking, divided by prescaler + 1; LED drivers only
 };
 
 inline constexpr std::array pca955xTypes{
@@ -52,13 +52,13 @@ public:
         powerUp();
     }
 
-    bool                        start(direction way, busClock& clock, chipFaults& faults) override;
-    bool                        take(std::uint8_t byte, busClock& clock) override;
-    std::uint8_t                give(busClock& clock, chipFaults& faults) override;
-    void                        stop(busClock&, chipFaults&) override { deselect(); }
-    void                        deselect() override { commandNext = true; }
-    void                        state(stateFields& fields) override;
-    void                        powerUp() override;
+    bool start(direction way, busClock& clock, chipFaults& faults) override;
+    bool take(std::uint8_t byte, busClock& clock) override;
+    std::uint8_t give(busClock& clock, chipFaults& faults) override;
+    void stop(busClock&, chipFaults&) override { deselect(); }
+    void deselect() override { commandNext = true; }
+    void state(stateFields& fields) override;
+    void powerUp() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
     /// Whether a LED driver's pin is pulled low, by its output all the time or blinking, or from outside.
@@ -66,28 +66,28 @@ public:
 
 private:
     enum selector : std::uint8_t {
-        low,      ///< LED on
+        low, ///< LED on
         released, ///< LED off
         blink0,
         blink1
     };
     [[nodiscard]] std::uint8_t portCount() const { return static_cast<std::uint8_t>(type.pins / 8); }
-    [[nodiscard]] selector     selectorOf(unsigned pin) const;
-    [[nodiscard]] bool         expanderOutput(unsigned pin) const;
-    [[nodiscard]] bool         level(unsigned pin, std::uint64_t now) const;
+    [[nodiscard]] selector selectorOf(unsigned pin) const;
+    [[nodiscard]] bool expanderOutput(unsigned pin) const;
+    [[nodiscard]] bool level(unsigned pin, std::uint64_t now) const;
     [[nodiscard]] std::uint8_t inputs(unsigned port, std::uint64_t now) const;
-    [[nodiscard]] bool         blinkLow(unsigned which, std::uint64_t now) const;
+    [[nodiscard]] bool blinkLow(unsigned which, std::uint64_t now) const;
     [[nodiscard]] std::uint8_t value(unsigned registerNumber, std::uint64_t now) const;
-    [[nodiscard]] unsigned     current() const { return pointer & type.pointerMask; }
-    [[nodiscard]] std::string  registerName(unsigned registerNumber) const;
-    [[nodiscard]] std::string  pinText(unsigned registerNumber, std::uint64_t now) const;
-    void                       movePointer();
+    [[nodiscard]] unsigned current() const { return pointer & type.pointerMask; }
+    [[nodiscard]] std::string registerName(unsigned registerNumber) const;
+    [[nodiscard]] std::string pinText(unsigned registerNumber, std::uint64_t now) const;
+    void movePointer();
 
-    const pca955xType&           type;
-    const std::uint16_t          outside;
-    std::uint8_t                 pointer = 0;        ///< command byte as it stands
-    std::array<std::uint8_t, 16> registers{};        ///< input registers are not kept: they are what the pins are
-    bool                         commandNext = true; ///< the next byte of a write is the command byte
+    const pca955xType& type;
+    const std::uint16_t outside;
+    std::uint8_t pointer = 0; ///< command byte as it stands
+    std::array<std::uint8_t, 16> registers{}; ///< input registers are not kept: they are what the pins are
+    bool commandNext = true; ///< the next byte of a write is the command byte
 };
 
 } // namespace kest::sim

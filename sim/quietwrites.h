@@ -22,14 +22,15 @@ public:
         sigaddset(&m_signal, SIGXFSZ);
         pthread_sigmask(SIG_BLOCK, &m_signal, &m_before);
     }
-    quietWrites(const quietWrites&)            = delete;
+    quietWrites(const quietWrites&) = delete;
     quietWrites& operator=(const quietWrites&) = delete;
     ~quietWrites()
     {
-        const int          error = errno;
+        const int error = errno;
         constexpr timespec now{};
-        if (!m_pendingBefore)
+        if (!m_pendingBefore) {
             sigtimedwait(&m_signal, nullptr, &now);
+        }
         pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
         errno = error;
     }
@@ -37,7 +38,7 @@ public:
 private:
     sigset_t m_signal{};
     sigset_t m_before{};
-    bool     m_pendingBefore = false;
+    bool m_pendingBefore = false;
 };
 
 } // namespace kest::sim

@@ -13,14 +13,14 @@ enum registerNumber : std::uint8_t {
     conf,
     hysteresis,
     overtemperature, // LM75's TOS, LM92's T_CRIT
-    lowest,          // LM92 alone
-    highest          // LM92 alone
+    lowest, // LM92 alone
+    highest // LM92 alone
 };
 enum alarmFlag : std::uint8_t {
-    overTos   = 1, // LM75
-    belowLow  = 1, // LM92
+    overTos = 1, // LM75
+    belowLow = 1, // LM92
     aboveHigh = 2,
-    critical  = 4
+    critical = 4
 };
 constexpr std::uint8_t noRegister = 0xFF;
 
@@ -56,13 +56,14 @@ bool sensor::take(std::uint8_t byte, busClock&)
 
 std::uint8_t sensor::give(busClock&, chipFaults&)
 {
-    const unsigned      index = bytesGiven++;
-    const std::uint16_t word  = value(pointer);
-    std::uint8_t        byte  = noRegister;
-    if (chosen().bytes == 1 || (chosen().bytes == 2 && index % 2 == 1))
+    const unsigned index = bytesGiven++;
+    const std::uint16_t word = value(pointer);
+    std::uint8_t byte = noRegister;
+    if (chosen().bytes == 1 || (chosen().bytes == 2 && index % 2 == 1)) {
         byte = static_cast<std::uint8_t>(word);
-    else if (chosen().bytes == 2)
+    } else if (chosen().bytes == 2) {
         byte = static_cast<std::uint8_t>(word >> 8);
+    }
     return byte;
 }
 
@@ -71,9 +72,9 @@ std::uint16_t sensor::value(unsigned number) const { return number == temp ? tem
 // Two's complement, left-justified; 1 degree is 0x0100 for an LM75, 0x0080 for an LM92 with its sign in bit 15.
 std::uint16_t sensor::temperature() const
 {
-    const bool   lm92  = bits == 13;
+    const bool lm92 = bits == 13;
     const double steps = celsius * (lm92 ? 16 : bits == 11 ? 8 : 2);
-    const auto   word  = static_cast<std::uint16_t>(static_cast<int>(std::lround(steps)) * (1 << (16 - bits)));
+    const auto word = static_cast<std::uint16_t>(static_cast<int>(std::lround(steps)) * (1 << (16 - bits)));
     return static_cast<std::uint16_t>(word | (lm92 ? alarms : 0));
 }
 
@@ -85,7 +86,7 @@ double sensor::limit(unsigned number) const
 void sensor::alarm(std::uint8_t flag, bool reached, bool left)
 {
     const bool stays = (alarms & flag) != 0 && !left;
-    alarms           = static_cast<std::uint8_t>(reached || stays ? alarms | flag : alarms & ~flag);
+    alarms = static_cast<std::uint8_t>(reached || stays ? alarms | flag : alarms & ~flag);
 }
 
 // Comparator mode: an alarm ends when the temperature is back by the hysteresis.
@@ -104,13 +105,15 @@ void sensor::compare()
 void sensor::state(stateFields& fields)
 {
     fields.numbers(pointer, alarms);
-    for (auto& word : registers)
+    for (auto& word : registers) {
         fields.number(word);
+    }
     fields.check(pointer <= type.pointerMask && alarms <= (critical | aboveHigh | belowLow),
                  "a sensor's pointer or alarms");
-    for (std::size_t i = 0; i < registers.size(); ++i)
+    for (std::size_t i = 0; i < registers.size(); ++i) {
         fields.check(((registers[i] ^ type.registers[i].atPowerUp) & ~unsigned{type.registers[i].kept}) == 0,
                      "bits of a sensor's register that never change");
+    }
     pointer &= type.pointerMask;
     compare(); // the machine file may give another temperature by now
 }
@@ -119,9 +122,10 @@ void sensor::powerUp()
 {
     deselect();
     pointer = 0;
-    alarms  = 0;
-    for (std::size_t i = 0; i < registers.size(); ++i)
+    alarms = 0;
+    for (std::size_t i = 0; i < registers.size(); ++i) {
         registers[i] = type.registers[i].atPowerUp;
+    }
     compare();
 }
 
@@ -129,15 +133,19 @@ std::vector<listedRegister> sensor::list(std::uint64_t)
 {
     std::vector<listedRegister> lines;
     for (unsigned number = 0; number < type.registers.size(); ++number) {
-        const sensorRegister& row  = type.registers[number];
-        std::string           text = number == conf || number == 7 ? "" : degreeText(limit(number));
-        if (number == temp)
+        const sensorRegister& row = type.registers[number];
+        std::string text = number == conf || number == 7 ? "" : degreeText(limit(number));
+        if (number == temp) {
             text = degreeText(celsius) + (alarms != 0 && bits != 13 ? ", O.S. active" : "");
-        if (number == temp && bits == 13)
-            for (const auto& [flag, name] : {std::pair{critical, "critical"}, {aboveHigh, "high"}, {belowLow, "low"}})
+        }
+        if (number == temp && bits == 13) {
+            for (const auto& [flag, name] : {std::pair{critical, "critical"}, {aboveHigh, "high"}, {belowLow, "low"}}) {
                 text += (alarms & flag) != 0 ? std::string{", "} + name : std::string{};
-        if (!row.name.empty())
+            }
+        }
+        if (!row.name.empty()) {
             lines.push_back({std::string{row.name}, value(number), text});
+        }
     }
     return lines;
 }

@@ -12,17 +12,17 @@ namespace kest::sim
 
 struct sensorRegister {
     std::string_view name; ///< empty: no register of that number
-    std::uint8_t     bytes;
-    bool             writable;
-    std::uint16_t    atPowerUp;
-    std::uint16_t    kept; ///< bits that a write sets
+    std::uint8_t bytes;
+    bool writable;
+    std::uint16_t atPowerUp;
+    std::uint16_t kept; ///< bits that a write sets
 };
 
 struct sensorType {
-    std::string_view              name;
-    std::uint8_t                  pointerMask;
+    std::string_view name;
+    std::uint8_t pointerMask;
     std::array<sensorRegister, 8> registers; ///< by pointer; number 0 is the temperature, 1 the configuration
-    int                           lowestCelsius, highestCelsius;
+    int lowestCelsius, highestCelsius;
 };
 
 inline constexpr std::array sensorTypes{
@@ -58,30 +58,30 @@ public:
         powerUp();
     }
 
-    bool                        start(direction way, busClock& clock, chipFaults& faults) override;
-    bool                        take(std::uint8_t byte, busClock& clock) override;
-    std::uint8_t                give(busClock& clock, chipFaults& faults) override;
-    void                        stop(busClock&, chipFaults&) override { deselect(); }
-    void                        deselect() override { bytesTaken = bytesGiven = 0; }
-    void                        state(stateFields& fields) override;
-    void                        powerUp() override;
+    bool start(direction way, busClock& clock, chipFaults& faults) override;
+    bool take(std::uint8_t byte, busClock& clock) override;
+    std::uint8_t give(busClock& clock, chipFaults& faults) override;
+    void stop(busClock&, chipFaults&) override { deselect(); }
+    void deselect() override { bytesTaken = bytesGiven = 0; }
+    void state(stateFields& fields) override;
+    void powerUp() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
     [[nodiscard]] const sensorRegister& chosen() const { return type.registers[pointer]; }
-    [[nodiscard]] std::uint16_t         temperature() const;
-    [[nodiscard]] std::uint16_t         value(unsigned number) const;
-    [[nodiscard]] double                limit(unsigned number) const;
-    void                                compare();
-    void                                alarm(std::uint8_t flag, bool reached, bool left);
+    [[nodiscard]] std::uint16_t temperature() const;
+    [[nodiscard]] std::uint16_t value(unsigned number) const;
+    [[nodiscard]] double limit(unsigned number) const;
+    void compare();
+    void alarm(std::uint8_t flag, bool reached, bool left);
 
-    const sensorType&            type;
-    const double                 celsius;
-    const unsigned               bits;
-    std::uint8_t                 pointer = 0;
+    const sensorType& type;
+    const double celsius;
+    const unsigned bits;
+    std::uint8_t pointer = 0;
     std::array<std::uint16_t, 8> registers{};
-    std::uint8_t alarms     = 0; ///< LM75: bit 0 O.S. active; LM92: as in bits 2-0 of its temperature register
-    unsigned     bytesTaken = 0, bytesGiven = 0;
+    std::uint8_t alarms = 0; ///< LM75: bit 0 O.S. active; LM92: as in bits 2-0 of its temperature register
+    unsigned bytesTaken = 0, bytesGiven = 0;
     std::uint8_t firstByte = 0; ///< of a two-byte register: it changes with the second
 };
 

@@ -27,15 +27,18 @@ public:
     template <std::unsigned_integral Number>
     void number(Number& value)
     {
-        const auto field  = next(sizeof(Number));
-        Number     loaded = 0;
-        for (std::size_t i = 0; i < field.size(); ++i)
-            if (loads)
+        const auto field = next(sizeof(Number));
+        Number loaded = 0;
+        for (std::size_t i = 0; i < field.size(); ++i) {
+            if (loads) {
                 loaded = static_cast<Number>(loaded | static_cast<Number>(Number{field[i]} << (8 * i)));
-            else
+            } else {
                 field[i] = static_cast<std::uint8_t>(value >> (8 * i));
-        if (loads)
+            }
+        }
+        if (loads) {
             value = loaded;
+        }
     }
     void flag(bool& value)
     {
@@ -52,19 +55,21 @@ public:
     void bytes(std::span<std::uint8_t> values)
     {
         const auto field = next(values.size());
-        if (loads)
+        if (loads) {
             std::ranges::fill(std::ranges::copy(field, values.begin()).out, values.end(), std::uint8_t{0});
-        else
+        } else {
             std::ranges::copy(values.first(field.size()), field.begin());
+        }
     }
     /// Notes the first field that does not hold. @param what  names the field
     void check(bool holds, const char* what)
     {
-        if (loads && !holds && damage == nullptr)
+        if (loads && !holds && damage == nullptr) {
             damage = what;
+        }
     }
     /// The first field that is damaged; null: none.
-    [[nodiscard]] const char*   damaged() const { return damage; }
+    [[nodiscard]] const char* damaged() const { return damage; }
     [[nodiscard]] std::uint64_t busTime() const { return now; }
 
 private:
@@ -77,10 +82,10 @@ private:
     }
 
     std::span<std::uint8_t> record;
-    std::size_t             at = 0;
-    std::uint64_t           now;
-    const char*             damage = nullptr;
-    bool                    loads;
+    std::size_t at = 0;
+    std::uint64_t now;
+    const char* damage = nullptr;
+    bool loads;
 };
 
 } // namespace kest::sim

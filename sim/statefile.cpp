@@ -21,14 +21,14 @@ namespace kest::sim
 namespace
 {
 
-constexpr std::size_t                 headerBytes      = 4096;
-constexpr std::size_t                 blockHeaderBytes = 2048;
+constexpr std::size_t headerBytes = 4096;
+constexpr std::size_t blockHeaderBytes = 2048;
 constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 2}; // the last is the version
 
 struct header {
     std::array<std::uint8_t, 8> mark{};
-    std::uint64_t               layout = 0, size = 0, faults = 0;
-    std::uint32_t               faultNumbers = 0;
+    std::uint64_t layout = 0, size = 0, faults = 0;
+    std::uint32_t faultNumbers = 0;
 
     void state(stateFields& fields)
     {
@@ -39,7 +39,7 @@ struct header {
 
 header readHeader(std::span<std::uint8_t> bytes)
 {
-    header      read;
+    header read;
     stateFields fields{bytes, stateFields::way::load};
     read.state(fields);
     return read;
@@ -61,8 +61,8 @@ void writeHeader(std::uint8_t* mapped, header& written)
 // A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The
 // mutexes are taken over the fork, so that no transaction is under way then.
 struct forkRegistry {
-    std::mutex              opening; // taken ahead of the other
-    std::mutex              mutex;
+    std::mutex opening; // taken ahead of the other
+    std::mutex mutex;
     std::vector<stateFile*> files;
 
     static forkRegistry& instance()
@@ -74,15 +74,17 @@ struct forkRegistry {
     {
         instance().opening.lock();
         instance().mutex.lock();
-        for (auto* file : instance().files)
+        for (auto* file : instance().files) {
             file->beforeFork();
+        }
     }
     static void parent() { after(false); }
     static void child() { after(true); }
     static void after(bool child)
     {
-        for (auto* file : instance().files)
+        for (auto* file : instance().files) {
             file->afterFork(child);
+        }
         instance().mutex.unlock();
         instance().opening.unlock();
     }
@@ -95,8 +97,9 @@ std::mutex& openingMutex() { return forkRegistry::instance().opening; }
 
 void stateFile::beforeFork()
 {
-    for (auto& mutex : mutexes)
+    for (auto& mutex : mutexes) {
         mutex->lock();
+    }
 }
 
 // In the child only calls that a signal handler may make.
@@ -104,13 +107,16 @@ void stateFile::afterFork(bool child)
 {
     if (child) {
         const int own = ownDescriptor(open(reopenPath.c_str(), O_RDWR | O_CLOEXEC));
-        if (own < 0 || dup3(own, descriptor, O_CLOEXEC) < 0)
+        if (own < 0 || dup3(own, descriptor, O_CLOEXEC) < 0) {
             mapped = nullptr;
-        if (own >= 0)
+        }
+        if (own >= 0) {
             close(own);
+        }
     }
-    for (auto& mutex : mutexes)
+    for (auto& mutex : mutexes) {
         mutex->unlock();
+    }
 }
 
 stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> recordBytes) : path{std::move(file)}
@@ -122,8 +128,9 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
         mutexes.push_back(std::make_unique<std::mutex>());
     }
     descriptor = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
-    if (descriptor < 0)
+    if (descriptor < 0) {
         fail(path, "state file");
+    }
     reopenPath = "/proc/self/fd/" + std::to_string(descriptor);
     reserveHoles();
     void* const at = mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
@@ -156,8 +163,9 @@ stateFile::~stateFile()
         const std::scoped_lock lock{forkRegistry::instance().mutex};
         std::erase(forkRegistry::instance().files, this);
     }
-    if (mapped != nullptr)
+    if (mapped != nullptr) {
         munmap(mapped, sizeBytes);
+    }
     close(descriptor);
 }
 
@@ -165,14 +173,14 @@ bool stateFile::lockFile(std::size_t first, std::size_t count, bool lock) const
 {
     struct flock range {
     };
-    range.l_type   = static_cast<short>(lock ? F_WRLCK : F_UNLCK);
+    range.l_type = static_cast<short>(lock ? F_WRLCK : F_UNLCK);
     range.l_whence = SEEK_SET;
-    range.l_start  = static_cast<off_t>(first);
-    range.l_len    = static_cast<off_t>(count);
-    int result     = 0;
-    do
+    range.l_start = static_cast<off_t>(first);
+    range.l_len = static_cast<off_t>(count);
+    int result = 0;
+    do {
         result = fcntl(descriptor, F_OFD_SETLKW, &range);
-    while (result < 0 && errno == EINTR);
+    } while (result < 0 && errno == EINTR);
     return result == 0;
 }
 
@@ -185,20 +193,24 @@ stateFile::hold::hold(stateFile& of, std::size_t bus) : file{of}, first{bus}, co
 // The range to the end of all files, so that layouts with more buses are held, too.
 stateFile::hold::hold(stateFile& of) : file{of}, first{0}, count{0}
 {
-    for (auto& mutex : file.mutexes)
+    for (auto& mutex : file.mutexes) {
         mutex->lock();
+    }
     locked = file.mapped != nullptr && file.lockFile(first, count, true);
 }
 
 stateFile::hold::~hold()
 {
-    if (locked)
+    if (locked) {
         file.lockFile(first, count, false);
-    if (count == 0)
-        for (auto& mutex : file.mutexes)
+    }
+    if (count == 0) {
+        for (auto& mutex : file.mutexes) {
             mutex->unlock();
-    else
+        }
+    } else {
         file.mutexes[first]->unlock();
+    }
 }
 
 bool stateFile::usable(std::uint64_t layoutMark) const
@@ -209,7 +221,7 @@ bool stateFile::usable(std::uint64_t layoutMark) const
                 std::cmp_equal(now.st_size, sizeBytes);
     if (good) {
         const header read = readHeader({mapped, headerBytes});
-        good              = read.mark == magic && read.layout == layoutMark && read.size == sizeBytes;
+        good = read.mark == magic && read.layout == layoutMark && read.size == sizeBytes;
     }
     return good;
 }
@@ -219,19 +231,24 @@ std::string stateFile::damage(std::uint64_t layoutMark) const
     struct stat now {
     };
     std::array<std::uint8_t, 64> begin{};
-    if (fstat(descriptor, &now) != 0 || now.st_size == 0)
+    if (fstat(descriptor, &now) != 0 || now.st_size == 0) {
         return {};
-    if (pread(descriptor, begin.data(), begin.size(), 0) < 0)
+    }
+    if (pread(descriptor, begin.data(), begin.size(), 0) < 0) {
         return "cannot be read";
-    const header read    = readHeader(begin);
-    const bool   ours    = std::equal(magic.begin(), magic.end() - 1, read.mark.begin());
-    const bool   version = read.mark.back() == magic.back();
-    if (read.mark == decltype(read.mark){} || (ours && !version))
+    }
+    const header read = readHeader(begin);
+    const bool ours = std::equal(magic.begin(), magic.end() - 1, read.mark.begin());
+    const bool version = read.mark.back() == magic.back();
+    if (read.mark == decltype(read.mark){} || (ours && !version)) {
         return {};
-    if (!ours)
+    }
+    if (!ours) {
         return "is no state file";
-    if (std::cmp_not_equal(now.st_size, read.size) || (read.layout == layoutMark && read.size != sizeBytes))
+    }
+    if (std::cmp_not_equal(now.st_size, read.size) || (read.layout == layoutMark && read.size != sizeBytes)) {
         return "has another size than it should";
+    }
     return {};
 }
 
@@ -240,27 +257,30 @@ std::filesystem::path stateFile::setAside() const
     std::filesystem::path kept = path.string() + ".damaged";
     unlink(kept.c_str());
     const int copy = ownDescriptor(open(kept.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    bool      good = copy >= 0;
-    off_t     at   = 0;
-    ssize_t   got  = 1;
+    bool good = copy >= 0;
+    off_t at = 0;
+    ssize_t got = 1;
     for (std::array<std::uint8_t, headerBytes> piece{}; good && got > 0; at += got) {
-        got  = pread(descriptor, piece.data(), piece.size(), at);
+        got = pread(descriptor, piece.data(), piece.size(), at);
         good = got >= 0 && writeAll(copy, std::span{piece}.first(static_cast<std::size_t>(got)), at);
     }
     const int error = errno;
-    if (copy >= 0)
+    if (copy >= 0) {
         good = close(copy) == 0 && good;
-    if (!good)
+    }
+    if (!good) {
         throw std::system_error{error, std::generic_category(),
                                 path.string() + ": is damaged and cannot be kept as " + kept.string()};
+    }
     return kept;
 }
 
 void stateFile::renew(std::uint64_t layoutMark)
 {
     const quietWrites quiet;
-    if (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(sizeBytes)) != 0)
+    if (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(sizeBytes)) != 0) {
         fail(path, "state file");
+    }
     if (const int trouble = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeBytes));
         trouble != 0) { // a full disk shows now; the next process meets no file with holes in it
         static_cast<void>(ftruncate(descriptor, 0));
@@ -269,7 +289,7 @@ void stateFile::renew(std::uint64_t layoutMark)
     }
     header made;
     made.layout = layoutMark;
-    made.size   = sizeBytes;
+    made.size = sizeBytes;
     writeHeader(mapped, made);
 }
 
@@ -302,7 +322,7 @@ void stateFile::setFaultMark(std::uint64_t mark)
 
 std::uint32_t stateFile::nextFaultNumber()
 {
-    header changed       = readHeader({mapped, headerBytes});
+    header changed = readHeader({mapped, headerBytes});
     changed.faultNumbers = std::max(changed.faultNumbers + 1, 1U);
     writeHeader(mapped, changed);
     return changed.faultNumbers;
@@ -310,17 +330,17 @@ std::uint32_t stateFile::nextFaultNumber()
 
 std::string stateFile::wavePath(std::size_t bus) const
 {
-    const std::uint8_t* const at     = mapped + blocks[bus].at + 1;
-    const std::size_t         length = std::min(at[0] | std::size_t{at[1]} << 8, longestPath);
+    const std::uint8_t* const at = mapped + blocks[bus].at + 1;
+    const std::size_t length = std::min(at[0] | std::size_t{at[1]} << 8, longestPath);
     return {reinterpret_cast<const char*>(at + 2), length};
 }
 
 void stateFile::setWavePath(std::size_t bus, const std::string& text)
 {
-    std::uint8_t* const at   = mapped + blocks[bus].at + 1;
-    const std::size_t   size = std::min(text.size(), longestPath);
-    at[0]                    = static_cast<std::uint8_t>(size);
-    at[1]                    = static_cast<std::uint8_t>(size >> 8);
+    std::uint8_t* const at = mapped + blocks[bus].at + 1;
+    const std::size_t size = std::min(text.size(), longestPath);
+    at[0] = static_cast<std::uint8_t>(size);
+    at[1] = static_cast<std::uint8_t>(size >> 8);
     std::ranges::copy(text.substr(0, size), at + 2);
 }
 

@@ -24,7 +24,7 @@ public:
     /// @param recordBytes  of each bus's record
     stateFile(std::filesystem::path file, std::span<const std::size_t> recordBytes);
     ~stateFile();
-    stateFile(const stateFile&)            = delete;
+    stateFile(const stateFile&) = delete;
     stateFile& operator=(const stateFile&) = delete;
 
     /// Holds a bus, or all, against the other threads and processes. Waits as long as it takes.
@@ -34,15 +34,15 @@ public:
         hold(stateFile& of, std::size_t bus);
         explicit hold(stateFile& of);
         ~hold();
-        hold(const hold&)            = delete;
+        hold(const hold&) = delete;
         hold& operator=(const hold&) = delete;
         /// Whether the lock was had.
         [[nodiscard]] bool held() const { return locked; }
 
     private:
-        stateFile&  file;
+        stateFile& file;
         std::size_t first, count;
-        bool        locked;
+        bool locked;
     };
 
     /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
@@ -59,15 +59,15 @@ public:
 
     [[nodiscard]] std::span<std::uint8_t> current(std::size_t bus) { return record(bus, active(bus) & 1U); }
     [[nodiscard]] std::span<std::uint8_t> spare(std::size_t bus) { return record(bus, ~active(bus) & 1U); }
-    void                                  turn(std::size_t bus);
+    void turn(std::size_t bus);
 
     [[nodiscard]] std::uint64_t faultMark() const;
-    void                        setFaultMark(std::uint64_t mark);
+    void setFaultMark(std::uint64_t mark);
     /// The next number of a fault, never 0. Under the lock of all.
     std::uint32_t nextFaultNumber();
 
     static constexpr std::size_t longestPath = 1900;
-    [[nodiscard]] std::string    wavePath(std::size_t bus) const;
+    [[nodiscard]] std::string wavePath(std::size_t bus) const;
     /// @param path  at most longestPath bytes
     void setWavePath(std::size_t bus, const std::string& path);
 
@@ -76,20 +76,20 @@ private:
         std::size_t at;
         std::size_t recordBytes;
     };
-    void                                  beforeFork();
-    void                                  afterFork(bool child);
-    static void                           forkHandlers();
-    bool                                  lockFile(std::size_t first, std::size_t count, bool lock) const;
-    [[nodiscard]] std::uint8_t&           active(std::size_t bus) const { return mapped[blocks[bus].at]; }
-    void                                  reserveHoles();
+    void beforeFork();
+    void afterFork(bool child);
+    static void forkHandlers();
+    bool lockFile(std::size_t first, std::size_t count, bool lock) const;
+    [[nodiscard]] std::uint8_t& active(std::size_t bus) const { return mapped[blocks[bus].at]; }
+    void reserveHoles();
     [[nodiscard]] std::span<std::uint8_t> record(std::size_t bus, unsigned which) const;
 
-    std::filesystem::path                    path;
-    std::vector<block>                       blocks;
-    std::size_t                              sizeBytes  = 0;
-    int                                      descriptor = -1;
-    std::string                              reopenPath; ///< names `descriptor` for a forked child
-    std::uint8_t*                            mapped = nullptr;
+    std::filesystem::path path;
+    std::vector<block> blocks;
+    std::size_t sizeBytes = 0;
+    int descriptor = -1;
+    std::string reopenPath; ///< names `descriptor` for a forked child
+    std::uint8_t* mapped = nullptr;
     std::vector<std::unique_ptr<std::mutex>> mutexes;
     friend struct forkRegistry;
 };

@@ -112,39 +112,48 @@ namespace
 
 void writeNew(const std::filesystem::path& file, const char* bytes, std::size_t length)
 {
-    const int  out  = ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    const int out = ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     const bool good = out >= 0 && writeAll(out, {reinterpret_cast<const std::uint8_t*>(bytes), length}, 0);
-    const int  why  = errno;
-    if ((out >= 0 && close(out) != 0) || !good)
+    const int why = errno;
+    if ((out >= 0 && close(out) != 0) || !good) {
         throw std::system_error{good ? errno : why, std::generic_category(), file.string() + ": cannot be written"};
+    }
 }
 
 } // namespace
 
-void writeDemoMachine(const std::filesystem::path&                            folder,
+void writeDemoMachine(const std::filesystem::path& folder,
                       const std::map<std::string, std::vector<std::uint8_t>>& contents)
 {
-    const auto               machineFile = folder / "machine.toml";
-    const machineDescription machine     = parseMachine(demoMachineText, machineFile.string());
-    std::error_code          error;
+    const auto machineFile = folder / "machine.toml";
+    const machineDescription machine = parseMachine(demoMachineText, machineFile.string());
+    std::error_code error;
     std::filesystem::create_directories(folder, error);
-    if (error)
+    if (error) {
         throw std::runtime_error{folder.string() + ": " + error.message()};
-    if (std::filesystem::exists(machineFile))
+    }
+    if (std::filesystem::exists(machineFile)) {
         throw std::runtime_error{machineFile.string() + ": is there already"};
+    }
     std::map<std::string, std::uint32_t> sizes;
-    for (const auto& chip : machine.chips)
-        if (chip.kind == chipKind::eeprom)
+    for (const auto& chip : machine.chips) {
+        if (chip.kind == chipKind::eeprom) {
             sizes[chip.image] = eepromTypes.at(chip.type).sizeBytes;
-    for (const auto& [name, bytes] : contents)
-        if (!sizes.contains(name) || bytes.size() > sizes.at(name))
+        }
+    }
+    for (const auto& [name, bytes] : contents) {
+        if (!sizes.contains(name) || bytes.size() > sizes.at(name)) {
             throw std::runtime_error{"demo contents for '" + name + "' fit no chip"};
+        }
+    }
     for (const auto& [name, size] : sizes) {
         std::string image(size, '\xFF');
-        if (const auto given = contents.find(name); given != contents.end())
+        if (const auto given = contents.find(name); given != contents.end()) {
             std::ranges::copy(given->second, image.begin());
-        if (!std::filesystem::exists(folder / name))
+        }
+        if (!std::filesystem::exists(folder / name)) {
             writeNew(folder / name, image.data(), image.size());
+        }
     }
     writeNew(machineFile, demoMachineText,
              std::string_view{demoMachineText}.size()); // last: a folder without it is no machine

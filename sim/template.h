@@ -18,7 +18,7 @@ extern const char* const demoMachineText;
 /// @param contents  bytes at the start of an image by its file name; the rest of each image is 0xFF
 /// Throws std::runtime_error when the folder has a machine.toml already, a name or size in `contents` fits no chip, or
 /// a file can't be written.
-void writeDemoMachine(const std::filesystem::path&                            folder,
+void writeDemoMachine(const std::filesystem::path& folder,
                       const std::map<std::string, std::vector<std::uint8_t>>& contents);
 
 } // namespace kest::sim

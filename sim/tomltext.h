@@ -9,8 +9,8 @@ namespace kest::sim
 {
 
 struct textTrouble {
-    std::size_t      line, column; ///< from 1, in bytes
-    std::string_view what;         ///< was found: "a string of several lines"
+    std::size_t line, column; ///< from 1, in bytes
+    std::string_view what; ///< was found: "a string of several lines"
 };
 
 /// Finds the first place of a text that must not reach the parser: a table's header that does not begin with a name, a

@@ -12,10 +12,12 @@ void busChips::driveResetLines(std::vector<faultRecord>& faults) const
 {
     for (const auto& line : resetLines) {
         const bool low = line.driver->isPulledLow(resetPin);
-        if (low && !line.hub->inReset())
+        if (low && !line.hub->inReset()) {
             endHubFaults(faults, line.hubAddress, true);
-        if (low != line.hub->inReset())
+        }
+        if (low != line.hub->inReset()) {
             line.hub->resetLine(low);
+        }
     }
 }
 
@@ -33,8 +35,9 @@ transferResult transaction::run()
         result.end = outcome::gone;
     } else {
         bool good = true;
-        for (std::size_t i = 0; good && i < segments.size(); ++i)
+        for (std::size_t i = 0; good && i < segments.size(); ++i) {
             good = runSegment(i);
+        }
         finish();
     }
     return result;
@@ -42,10 +45,10 @@ transferResult transaction::run()
 
 bool transaction::runSegment(std::size_t index)
 {
-    segment&   part = segments[index];
+    segment& part = segments[index];
     const bool joins =
         index != 0 && part.joined && part.address == segments[index - 1].address && part.way == segments[index - 1].way;
-    result.segment    = index;
+    result.segment = index;
     result.bytesMoved = 0;
     faults.ask(part.address, part.way);
     return (joins || sendAddress(part)) && moveBytes(part);
@@ -54,27 +57,29 @@ bool transaction::runSegment(std::size_t index)
 bool transaction::sendAddress(const segment& part)
 {
     chip* const addressed = chips.find(part.address);
-    const auto  byte      = static_cast<std::uint8_t>(part.address | (part.way == direction::read ? 1 : 0));
-    bool        good      = !addressStruck(part);
+    const auto byte = static_cast<std::uint8_t>(part.address | (part.way == direction::read ? 1 : 0));
+    bool good = !addressStruck(part);
     if (good) {
         lines.start();
-        if (selected != nullptr && selected != addressed)
+        if (selected != nullptr && selected != addressed) {
             selected->deselect();
+        }
         const bool refused = addressRefused(part);
-        selected           = nullptr;
+        selected = nullptr;
         // The chip answers in the ninth bit, and may hold SCL after it.
-        busClock            answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
+        busClock answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
         const std::uint64_t before = answering.now;
-        const bool acknowledged    = !refused && addressed != nullptr && addressed->start(part.way, answering, faults);
+        const bool acknowledged = !refused && addressed != nullptr && addressed->start(part.way, answering, faults);
         lines.byte(byte, acknowledged);
         lines.clock.now += answering.now - before;
-        if (acknowledged)
+        if (acknowledged) {
             selected = addressed;
-        else if (addressed != nullptr)
+        } else if (addressed != nullptr) {
             addressed->deselect();
+        }
         answered[part.address >> 1] = answered[part.address >> 1] || acknowledged;
-        byteNumber                  = 0;
-        good                        = acknowledged || fail(outcome::addressNotAcknowledged, ending::stop);
+        byteNumber = 0;
+        good = acknowledged || fail(outcome::addressNotAcknowledged, ending::stop);
     }
     return good;
 }
@@ -86,8 +91,9 @@ bool transaction::addressRefused(const segment& part)
         fault = faults.strikesAddress(faultKind::nack, part);
     } else if (!answered[part.address >> 1]) {
         fault = faults.strikesHub(faultKind::hubSilent, part.address);
-        if (fault == nullptr)
+        if (fault == nullptr) {
             fault = faults.strikesHub(faultKind::nack, part.address);
+        }
     }
     return fault != nullptr;
 }
@@ -106,13 +112,13 @@ bool transaction::addressStruck(const segment& part)
 
 bool transaction::holdLine(const segment& part, std::uint64_t byte)
 {
-    const auto* sda  = faults.strikes(faultKind::holdSda, part, byte);
-    const auto* scl  = sda == nullptr ? faults.strikes(faultKind::holdScl, part, byte) : nullptr;
+    const auto* sda = faults.strikes(faultKind::holdSda, part, byte);
+    const auto* scl = sda == nullptr ? faults.strikes(faultKind::holdScl, part, byte) : nullptr;
     const auto* hold = sda != nullptr ? sda : scl;
     if (hold != nullptr) {
-        state.sdaHeld    = sda != nullptr;
-        state.sclHeld    = scl != nullptr;
-        state.heldBy     = hold->number;
+        state.sdaHeld = sda != nullptr;
+        state.sclHeld = scl != nullptr;
+        state.heldBy = hold->number;
         state.resetsToGo = hold->value;
         fail(sda != nullptr ? outcome::sdaHeld : outcome::sclHeld, ending::held);
     }
@@ -121,8 +127,8 @@ bool transaction::holdLine(const segment& part, std::uint64_t byte)
 
 bool transaction::moveBytes(segment& part)
 {
-    const std::size_t index  = result.segment;
-    const bool        joined = index + 1 < segments.size() && segments[index + 1].joined &&
+    const std::size_t index = result.segment;
+    const bool joined = index + 1 < segments.size() && segments[index + 1].joined &&
                         segments[index + 1].address == part.address && segments[index + 1].way == part.way;
     bool good = true;
     for (std::size_t i = 0; good && i < part.bytes.size(); ++i) {
@@ -161,10 +167,10 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
     bool good = !struckByByte(part, byte);
     if (good) {
         const auto* corrupt = faults.strikes(faultKind::corrupt, part, byteNumber);
-        const auto  sent    = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
-        const bool  refused = faults.strikes(faultKind::nackData, part, byteNumber) != nullptr;
-        busClock    answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
-        const bool  acknowledged = !refused && selected->take(sent, answering);
+        const auto sent = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
+        const bool refused = faults.strikes(faultKind::nackData, part, byteNumber) != nullptr;
+        busClock answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
+        const bool acknowledged = !refused && selected->take(sent, answering);
         lines.byte(sent, acknowledged);
         chips.driveResetLines(state.faults);
         good = acknowledged || fail(outcome::dataNotAcknowledged, ending::dropped);
@@ -175,14 +181,15 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
 bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
 {
     const bool safe = hubStays(part);
-    bool       good = !struckByByte(part, 0);
+    bool good = !struckByByte(part, 0);
     if (good) {
-        byte                = selected->give(lines.clock, faults);
-        const bool  hub     = chips.findHub(part.address) != nullptr;
+        byte = selected->give(lines.clock, faults);
+        const bool hub = chips.findHub(part.address) != nullptr;
         const auto* corrupt = safe ? nullptr : faults.strikes(faultKind::corrupt, part, byteNumber);
-        const auto  changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
-        if (changed != 0 || !hub || byteNumber != 0) // a hub's trouble is never told as status 0
+        const auto changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
+        if (changed != 0 || !hub || byteNumber != 0) { // a hub's trouble is never told as status 0
             byte = changed;
+        }
         lines.byte(byte, more);
     }
     return good;
@@ -192,7 +199,7 @@ bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
 bool transaction::fail(outcome how, ending with)
 {
     result.end = how;
-    end        = with;
+    end = with;
     return false;
 }
 
@@ -209,11 +216,13 @@ void transaction::finish()
         lines.leave(!state.sclHeld, state.sclHeld);
     } else {
         lines.stop();
-        if (!drop && selected != nullptr)
+        if (!drop && selected != nullptr) {
             selected->stop(lines.clock, faults);
+        }
     }
-    if (result.end == outcome::done)
+    if (result.end == outcome::done) {
         result.segment = result.bytesMoved = 0;
+    }
     chips.driveResetLines(state.faults);
 }
 

@@ -9,7 +9,7 @@ namespace kest::sim
 
 /// Where the file of a recording ends.
 struct waveEnd {
-    bool          scl = true, sda = true; ///< levels that it shows
+    bool scl = true, sda = true; ///< levels that it shows
     std::uint64_t tick = 0;
 };
 
@@ -29,7 +29,7 @@ public:
     void scl(std::uint64_t now, bool level) { change(now, 0, level); }
     void sda(std::uint64_t now, bool level) { change(now, 1, level); }
     /// Ends the text with the time reached, so that a reader sees the last levels last.
-    std::string           take(std::uint64_t now);
+    std::string take(std::uint64_t now);
     [[nodiscard]] waveEnd end() const { return {levels[0], levels[1], lastTick}; }
 
     static std::string header(const std::string& bus, bool scl, bool sda);
@@ -40,8 +40,8 @@ private:
 
     std::uint64_t originNs;
     std::uint64_t lastTick;
-    bool          levels[2];
-    std::string   text;
+    bool levels[2];
+    std::string text;
 };
 
 } // namespace kest::sim

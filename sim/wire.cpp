@@ -5,14 +5,16 @@ namespace kest::sim
 
 void wire::scl(std::uint64_t now, bool level)
 {
-    if (wave != nullptr)
+    if (wave != nullptr) {
         wave->scl(now, level);
+    }
 }
 
 void wire::sda(std::uint64_t now, bool level)
 {
-    if (wave != nullptr)
+    if (wave != nullptr) {
         wave->sda(now, level);
+    }
 }
 
 void wire::start()
@@ -57,8 +59,9 @@ void wire::byte(std::uint8_t value, bool acknowledged)
 
 void wire::cutByte(std::uint8_t value, unsigned bits)
 {
-    for (unsigned i = 0; i < bits; ++i)
+    for (unsigned i = 0; i < bits; ++i) {
         bit((value >> (7 - i) & 1) != 0);
+    }
 }
 
 void wire::pulse(bool level)

@@ -29,14 +29,14 @@ public:
     void leave(bool scl, bool sda);
 
 private:
-    void                        bit(bool level);
+    void bit(bool level);
     [[nodiscard]] std::uint64_t quarter(unsigned n) const { return clock.now + clock.bitLasting * n / 4; }
-    void                        scl(std::uint64_t now, bool level);
-    void                        sda(std::uint64_t now, bool level);
-    void                        pass() { clock.now += clock.bitLasting; }
+    void scl(std::uint64_t now, bool level);
+    void sda(std::uint64_t now, bool level);
+    void pass() { clock.now += clock.bitLasting; }
 
     waveText* wave;
-    bool      busTaken = false; ///< between a START and a STOP: SCL is low
+    bool busTaken = false; ///< between a START and a STOP: SCL is low
 };
 
 } // namespace kest::sim

@@ -18,13 +18,15 @@ constexpr unsigned int hangSeconds = 20; // ends a child that waits for what nob
 [[noreturn]] inline void forkDuringFirstUse(const std::function<bool()>& work, std::chrono::microseconds delay)
 {
     std::thread first([&work] { work(); });
-    for (const auto until = std::chrono::steady_clock::now() + delay; std::chrono::steady_clock::now() < until;)
+    for (const auto until = std::chrono::steady_clock::now() + delay; std::chrono::steady_clock::now() < until;) {
         continue;
+    }
     const pid_t child = fork();
     if (child == 0) {
         alarm(hangSeconds);
-        if (work()) // Then it ends abruptly: the thread sanitizer would miss the other thread in it.
+        if (work()) { // Then it ends abruptly: the thread sanitizer would miss the other thread in it.
             raise(SIGKILL);
+        }
         _exit(1);
     }
     int status = -1;
@@ -38,13 +40,14 @@ constexpr unsigned int hangSeconds = 20; // ends a child that waits for what nob
 inline int failedBesideFirstUse(const std::function<bool()>& work)
 {
     constexpr int rounds = 60;
-    int           failed = 0;
+    int failed = 0;
     // What the C++ library does once in a process that has threads is not what is looked at: the thread sanitizer's pthread_once() knows no forks.
     std::thread([] { std::locale(); }).join();
     for (int round = 0; round < rounds && failed == 0; ++round) {
         const pid_t fresh = fork();
-        if (fresh == 0)
+        if (fresh == 0) {
             forkDuringFirstUse(work, std::chrono::microseconds((8 + round % 8) << round / 8));
+        }
         int status = -1;
         waitpid(fresh, &status, 0);
         failed += status == 0 ? 0 : 1;

@@ -4,7 +4,7 @@
 namespace kest::tests
 {
 
-extern const char* const sourceFolder;  ///< top of the source tree, without a slash at the end
+extern const char* const sourceFolder; ///< top of the source tree, without a slash at the end
 extern const char* const programFolder; ///< where kestctl and kestd are built
 extern const char* const
     emulator; ///< command that runs the target's programs, words parted by ';'; empty when none is needed

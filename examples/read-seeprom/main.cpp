@@ -20,8 +20,8 @@ int main(int count, char** arguments)
     kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 1, 2, 1};
     delete KEST_setAttribute(KEST_ATTR_READ_MODE, 4, attributes); // hardware, whatever the registry says
 
-    unsigned int   length = count > 2 ? static_cast<unsigned int>(std::strtoul(arguments[2], nullptr, 0)) : 64;
-    unsigned char* data   = nullptr;
+    unsigned int length = count > 2 ? static_cast<unsigned int>(std::strtoul(arguments[2], nullptr, 0)) : 64;
+    unsigned char* data = nullptr;
 
     const std::unique_ptr<ErrlEntry> error(KEST_seepromRead(address, nullptr, 0, &length, &data, attributes));
     if (error) {

@@ -12,41 +12,41 @@ namespace kest
 
 /// What a device is. For SEEPROMs the low 16 bits, read as four decimal digits, are the capacity in kilobits.
 enum kest_deviceType : std::uint32_t {
-    KEST_DEV_HUB_F0       = 0xF0,     ///< hub
-    KEST_DEV_922HUB       = 0x922,    ///< "922" IIC hub
-    KEST_DEV_SEEPROM_2K   = 0x1C0002, ///< 256 bytes, pages of 8, one offset byte
-    KEST_DEV_SEEPROM_32K  = 0x2C0032, ///< 4 KiB, pages of 32, two offset bytes
-    KEST_DEV_SEEPROM_64K  = 0x2C0064, ///< 8 KiB, pages of 32
+    KEST_DEV_HUB_F0 = 0xF0, ///< hub
+    KEST_DEV_922HUB = 0x922, ///< "922" IIC hub
+    KEST_DEV_SEEPROM_2K = 0x1C0002, ///< 256 bytes, pages of 8, one offset byte
+    KEST_DEV_SEEPROM_32K = 0x2C0032, ///< 4 KiB, pages of 32, two offset bytes
+    KEST_DEV_SEEPROM_64K = 0x2C0064, ///< 8 KiB, pages of 32
     KEST_DEV_SEEPROM_128K = 0x2C0128, ///< 16 KiB, pages of 64
     KEST_DEV_SEEPROM_256K = 0x2C0256, ///< 32 KiB, pages of 64
     KEST_DEV_SEEPROM_512K = 0x2C0512, ///< 64 KiB, pages of 128
-    KEST_DEV_9551         = 0x9551,   ///< 8-output LED driver
-    KEST_DEV_9552         = 0x9552,   ///< 16-output LED driver
-    KEST_DEV_9554         = 0x9554,   ///< 8-bit I/O expander
-    KEST_DEV_9555         = 0x9555,   ///< 16-bit I/O expander
-    KEST_DEV_D10          = 0xD10,    ///< other end device
-    KEST_DEV_75           = 0x75,     ///< 16-bit input device, LM75 class
-    KEST_DEV_92           = 0x92,     ///< 16-bit input device, LM92 class
-    KEST_DEV_172          = 0x172,    ///< end device that the SEEPROM functions serve, too
+    KEST_DEV_9551 = 0x9551, ///< 8-output LED driver
+    KEST_DEV_9552 = 0x9552, ///< 16-output LED driver
+    KEST_DEV_9554 = 0x9554, ///< 8-bit I/O expander
+    KEST_DEV_9555 = 0x9555, ///< 16-bit I/O expander
+    KEST_DEV_D10 = 0xD10, ///< other end device
+    KEST_DEV_75 = 0x75, ///< 16-bit input device, LM75 class
+    KEST_DEV_92 = 0x92, ///< 16-bit input device, LM92 class
+    KEST_DEV_172 = 0x172, ///< end device that the SEEPROM functions serve, too
 };
 
 /// One device of a chain; the first node is the one nearest the bus master. The chain is owned by whoever built it.
 struct kest_deviceAddress {
-    std::uint8_t        address; ///< IIC address, 8-bit form
-    kest_deviceType     type;
-    std::uint8_t        port; ///< on a hub: the sub-bus through which the next device is reached
+    std::uint8_t address; ///< IIC address, 8-bit form
+    kest_deviceType type;
+    std::uint8_t port; ///< on a hub: the sub-bus through which the next device is reached
     kest_deviceAddress* next; ///< null at the end device
 };
 
 /// Index of an attribute in a record of six.
 enum kest_attribute : std::int32_t {
-    KEST_ATTR_BUS_SPEED   = 0, ///< kHz, of a simulated bus; a kernel bus keeps its adapter's clock; default 400
-    KEST_ATTR_OPTION      = 1, ///< carried to the hardware routines; default 1
+    KEST_ATTR_BUS_SPEED = 0, ///< kHz, of a simulated bus; a kernel bus keeps its adapter's clock; default 400
+    KEST_ATTR_OPTION = 1, ///< carried to the hardware routines; default 1
     KEST_ATTR_WRITE_CYCLE = 2, ///< ms a page; default 15
     KEST_ATTR_READ_MODE =
         3, ///< 1 registry (cached), 2 registry (read again), 3 file, 5 mixed, other hardware; default 1
     KEST_ATTR_TIMEOUT_FACTOR = 4, ///< multiplies the computed time-out; default 2
-    KEST_ATTR_TRANSFER_MODE  = 5, ///< selects the time-out formula; default 1
+    KEST_ATTR_TRANSFER_MODE = 5, ///< selects the time-out formula; default 1
 };
 
 using kest_attributeValue = std::uint32_t;

@@ -10,14 +10,14 @@ namespace kest
 
 /// The register function to configure.
 enum kest_dpConfig : std::uint32_t {
-    KEST_DP_CONFIG_INPUT      = 0, ///< the given pins become inputs
-    KEST_DP_CONFIG_OUTPUT     = 1, ///< the given pins become outputs
+    KEST_DP_CONFIG_INPUT = 0, ///< the given pins become inputs
+    KEST_DP_CONFIG_OUTPUT = 1, ///< the given pins become outputs
     KEST_DP_CONFIG_PRESCALER0 = 2,
-    KEST_DP_CONFIG_DUTY0      = 3,
+    KEST_DP_CONFIG_DUTY0 = 3,
     KEST_DP_CONFIG_PRESCALER1 = 4,
-    KEST_DP_CONFIG_DUTY1      = 5,
-    KEST_DP_CONFIG_POLARITY0  = 6,
-    KEST_DP_CONFIG_POLARITY1  = 7,
+    KEST_DP_CONFIG_DUTY1 = 5,
+    KEST_DP_CONFIG_POLARITY0 = 6,
+    KEST_DP_CONFIG_POLARITY1 = 7,
 };
 
 /// The change applied to the selected pins. On an LED driver it sets a pin's two selector bits; on an expander, where only the
@@ -25,7 +25,7 @@ enum kest_dpConfig : std::uint32_t {
 enum kest_dpOperation : std::uint32_t {
     KEST_DP_SELECT_00 = 0, ///< LED on (output low)
     KEST_DP_SELECT_01 = 1, ///< LED off (output high impedance)
-    KEST_DP_COPY      = 2, ///< copy the given low bits under a mask
+    KEST_DP_COPY = 2, ///< copy the given low bits under a mask
     KEST_DP_SELECT_10 = 3, ///< LED blinks at rate 0
     KEST_DP_SELECT_11 = 4, ///< LED blinks at rate 1
 };

@@ -9,13 +9,13 @@ namespace kest
 {
 
 constexpr std::uint8_t KEST_THERMAL_INVALID = 0xAA; ///< the reading is under way or failed
-constexpr std::uint8_t KEST_THERMAL_VALID   = 0x55;
+constexpr std::uint8_t KEST_THERMAL_VALID = 0x55;
 
 /// One sensor and its reading; owned by the caller.
 struct KEST_thermal_sensor_info {
-    const char*   devicePath;  ///< device text
+    const char* devicePath; ///< device text
     std::uint16_t temperature; ///< raw reading, in the sensor's own unit
-    std::uint8_t  status;      ///< `KEST_THERMAL_VALID` when `temperature` holds a reading
+    std::uint8_t status; ///< `KEST_THERMAL_VALID` when `temperature` holds a reading
 };
 
 /// Reads the raw temperature word of a sensor.

@@ -34,7 +34,7 @@ constexpr char sourceId[] = "kest955x";
 
 /// A routine of this unit, as its failures name it.
 struct routine {
-    const char*   name;
+    const char* name;
     std::uint32_t module;
 };
 constexpr routine readRoutine{"Read", 24};
@@ -46,8 +46,8 @@ constexpr routine hubResetRoutine{"Write_922Hub_Reset", 37};
 /// The registers that hold one function's bits, lowest pins first. 0x10 in a register byte lets the chip step through them.
 struct registerRange {
     kest_deviceType type;
-    std::uint8_t    first;
-    std::uint8_t    bytes;
+    std::uint8_t first;
+    std::uint8_t bytes;
 };
 constexpr std::array<registerRange, 4> outputRegisters{
     {{KEST_DEV_9551, 0x15, 2}, {KEST_DEV_9552, 0x16, 4}, {KEST_DEV_9554, 0x01, 1}, {KEST_DEV_9555, 0x02, 2}}};
@@ -64,7 +64,7 @@ constexpr std::uint8_t noRegister = 0xFF;
 
 /// A device's registers by raw configuration, 0 to 7.
 struct rawRegisterRow {
-    kest_deviceType             type;
+    kest_deviceType type;
     std::array<std::uint8_t, 8> registers;
 };
 constexpr std::array<rawRegisterRow, 4> rawRegisters{{
@@ -123,7 +123,7 @@ pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t
     case KEST_DP_SELECT_01:
     case KEST_DP_SELECT_10:
     case KEST_DP_SELECT_11:
-        pins.low  = setOrClear(pins.low, bits, operation == KEST_DP_SELECT_01 || operation == KEST_DP_SELECT_11);
+        pins.low = setOrClear(pins.low, bits, operation == KEST_DP_SELECT_01 || operation == KEST_DP_SELECT_11);
         pins.high = setOrClear(pins.high, bits, operation == KEST_DP_SELECT_10 || operation == KEST_DP_SELECT_11);
         break;
     }
@@ -132,15 +132,15 @@ pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t
 
 /// One request on its way through the steps.
 struct portRun {
-    const Dp955xRequest&                 request;
-    const routine&                       self;
-    ErrlEntry*                           entry  = nullptr;
-    EdalDevice*                          device = nullptr;
-    mern_t                               handle = MERN_INVALID;
-    bool                                 opened = false;
-    bool                                 locked = false;
+    const Dp955xRequest& request;
+    const routine& self;
+    ErrlEntry* entry = nullptr;
+    EdalDevice* device = nullptr;
+    mern_t handle = MERN_INVALID;
+    bool opened = false;
+    bool locked = false;
     std::unique_ptr<EdalDeviceOperation> operation{};
-    kest_errorDetails                    details{};
+    kest_errorDetails details{};
 };
 
 /// Ends a step: traces a failure and notes its site.
@@ -176,7 +176,7 @@ bool refuseMissing(portRun& run, const void* pointer, int line = __builtin_LINE(
 /// @return the registers of the request's type. An unlisted type is reported, and served with register 0 and no data, on purpose.
 registerRange findRegisters(portRun& run, std::span<const registerRange> ranges)
 {
-    const auto    found = std::ranges::find(ranges, run.request.deviceType, &registerRange::type);
+    const auto found = std::ranges::find(ranges, run.request.deviceType, &registerRange::type);
     registerRange range{run.request.deviceType, 0, 0};
     if (found != ranges.end()) {
         range = *found;
@@ -270,7 +270,7 @@ bool sendSpeed(portRun& run)
 
 bool lockDevice(portRun& run)
 {
-    run.entry  = run.device->lockDevice(run.handle);
+    run.entry = run.device->lockDevice(run.handle);
     run.locked = run.entry == nullptr;
     return passed(run);
 }
@@ -311,7 +311,7 @@ template <typename Body>
 ErrlEntry* runOnDevice(const Dp955xRequest* request, const routine& self, Body body)
 {
     const traceScope scope{self.name};
-    portRun          run{.request = *request, .self = self};
+    portRun run{.request = *request, .self = self};
     if (linkDevice(run) && openDevice(run) && sendBlock(run) && sendSpeed(run) && lockDevice(run)) {
         body(run);
     }
@@ -320,11 +320,11 @@ ErrlEntry* runOnDevice(const Dp955xRequest* request, const routine& self, Body b
 
 void changeOutputs(portRun& run, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask)
 {
-    const bool          ledDriver = isLedDriver(run.request.deviceType);
-    const registerRange range     = findRegisters(run, outputRegisters);
-    std::uint32_t       value     = 0;
+    const bool ledDriver = isLedDriver(run.request.deviceType);
+    const registerRange range = findRegisters(run, outputRegisters);
+    std::uint32_t value = 0;
     if (readRegisters(run, range, value)) {
-        const pinMasks pins    = ledDriver ? splitSelectors(value) : pinMasks{value, 0};
+        const pinMasks pins = ledDriver ? splitSelectors(value) : pinMasks{value, 0};
         const pinMasks changed = applyOperation(pins, operation, bits, mask);
         writeRegisters(run, range, ledDriver ? joinSelectors(changed) : changed.low);
     }
@@ -332,12 +332,12 @@ void changeOutputs(portRun& run, kest_dpOperation operation, std::uint32_t bits,
 
 void readInputs(portRun& run, std::uint32_t mask, std::uint32_t& value)
 {
-    const kest_deviceType type  = run.request.deviceType;
-    const registerRange   range = findRegisters(run, inputRegisters);
-    bool                  done  = readRegisters(run, range, value);
+    const kest_deviceType type = run.request.deviceType;
+    const registerRange range = findRegisters(run, inputRegisters);
+    bool done = readRegisters(run, range, value);
     if (done && type == KEST_DEV_9552) {
         std::uint32_t upper = 0;
-        done                = readRegisters(run, {type, 0x01, 1}, upper);
+        done = readRegisters(run, {type, 0x01, 1}, upper);
         value |= upper << 8;
     }
     if (done) {
@@ -351,7 +351,7 @@ void readInputs(portRun& run, std::uint32_t mask, std::uint32_t& value)
 void changeDirections(portRun& run, kest_dpConfig config, std::uint32_t bits)
 {
     const registerRange range = findRegisters(run, directionRegisters);
-    std::uint32_t       value = 0;
+    std::uint32_t value = 0;
     if (readRegisters(run, range, value)) {
         if (config == KEST_DP_CONFIG_INPUT || config == KEST_DP_CONFIG_OUTPUT) {
             value = setOrClear(value, bits, config == KEST_DP_CONFIG_INPUT);
@@ -404,7 +404,7 @@ ErrlEntry* Write_922Hub_Reset(const Dp955xRequest* request, kest_dpOperation ope
                               std::uint32_t mask, mern_t* handle)
 {
     const traceScope scope{hubResetRoutine.name};
-    portRun          run{.request = *request, .self = hubResetRoutine};
+    portRun run{.request = *request, .self = hubResetRoutine};
     run.handle = *handle;
     if (linkDevice(run) && sendBlock(run)) {
         changeOutputs(run, operation, bits, mask);

@@ -48,8 +48,8 @@ public:
 
 /// A device and how it is to be driven; all of it the caller's.
 struct Dp955xRequest {
-    const kest_deviceInfo*     deviceInfo; ///< null is refused with reason 0x132B
-    kest_deviceType            deviceType; ///< of the chain's last node
+    const kest_deviceInfo* deviceInfo; ///< null is refused with reason 0x132B
+    kest_deviceType deviceType; ///< of the chain's last node
     const kest_attributeValue* attributes; ///< six values, not null
 };
 

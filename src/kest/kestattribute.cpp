@@ -15,20 +15,20 @@ const std::array<kest_attributeValue, KEST_ATTR_COUNT> kest_attributeDefaults{40
 namespace
 {
 
-constexpr char          sourceId[]     = "kestattribute";
-constexpr std::uint32_t setModule      = 1;
-constexpr unsigned int  longestChain   = 3;
-constexpr std::uint32_t noList         = 0xAC0001;
-constexpr std::uint32_t tooManyNodes   = 0xAC0002;
-constexpr std::uint32_t unknownType    = 0xAC0003;
-constexpr std::uint32_t hubAfterEnd    = 0xAC0004;
-constexpr std::uint32_t endAfterEnd    = 0xAC0005;
-constexpr std::uint32_t hubBehindHub   = 0xAC0006;
+constexpr char sourceId[] = "kestattribute";
+constexpr std::uint32_t setModule = 1;
+constexpr unsigned int longestChain = 3;
+constexpr std::uint32_t noList = 0xAC0001;
+constexpr std::uint32_t tooManyNodes = 0xAC0002;
+constexpr std::uint32_t unknownType = 0xAC0003;
+constexpr std::uint32_t hubAfterEnd = 0xAC0004;
+constexpr std::uint32_t endAfterEnd = 0xAC0005;
+constexpr std::uint32_t hubBehindHub = 0xAC0006;
 constexpr std::uint32_t chainEndsInHub = 0xAC0007;
 
 struct seepromType {
     kest_deviceType type;
-    std::uint32_t   pageSize; ///< bytes
+    std::uint32_t pageSize; ///< bytes
 };
 constexpr std::array<seepromType, 6> seepromTypes{{
     {KEST_DEV_SEEPROM_32K, 32},
@@ -62,7 +62,7 @@ bool mayFollow(kest_deviceType hub, kest_deviceType next)
 std::uint32_t checkNode(const kest_deviceAddress& node)
 {
     const kest_deviceAddress* const next = node.next;
-    std::uint32_t                   code = 0;
+    std::uint32_t code = 0;
     if (!kest_isKnownType(node.type) || (next != nullptr && !kest_isKnownType(next->type))) {
         code = unknownType;
     } else if (next == nullptr) {
@@ -115,8 +115,8 @@ void KEST_addDevAddress(unsigned char address, kest_deviceType type, unsigned ch
         if (node != nullptr) {
             std::memset(static_cast<void*>(node), 0, sizeof *node); // padding, too, which an initialiser may leave out
             node->address = address;
-            node->type    = type;
-            node->port    = port;
+            node->type = type;
+            node->port = port;
             while (*list != nullptr) {
                 list = &(*list)->next;
             }
@@ -133,7 +133,7 @@ void KEST_deleteDevAddress(kest_deviceAddress** list, bool all)
         }
         while (*list != nullptr) { // the last node, or from the first on: long lists need not be walked once a node
             kest_deviceAddress* const node = *list;
-            *list                          = node->next;
+            *list = node->next;
             delete node;
         }
     }
@@ -141,18 +141,18 @@ void KEST_deleteDevAddress(kest_deviceAddress** list, bool all)
 
 kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsigned int* size)
 {
-    const std::size_t   length = lengthOf(list);
-    const std::size_t   bytes  = length * sizeof(kest_deviceAddress);
-    kest_deviceAddress* flat   = length == 0 ? nullptr : new (std::nothrow) kest_deviceAddress[length];
+    const std::size_t length = lengthOf(list);
+    const std::size_t bytes = length * sizeof(kest_deviceAddress);
+    kest_deviceAddress* flat = length == 0 ? nullptr : new (std::nothrow) kest_deviceAddress[length];
     if (flat != nullptr) {
         std::memset(static_cast<void*>(flat), 0,
                     bytes); // padding, too: messages and error logs take the array as it is
     }
     for (std::size_t i = 0; flat != nullptr && i < length; ++i, list = list->next) {
         flat[i].address = list->address;
-        flat[i].type    = list->type;
-        flat[i].port    = list->port;
-        flat[i].next    = i + 1 < length ? &flat[i + 1] : nullptr;
+        flat[i].type = list->type;
+        flat[i].port = list->port;
+        flat[i].next = i + 1 < length ? &flat[i + 1] : nullptr;
     }
     if (size != nullptr) {
         *size = flat == nullptr ? 0 : static_cast<unsigned int>(bytes);
@@ -162,13 +162,13 @@ kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsi
 
 kest_deviceAddress* KEST_unflattenAddressList(const kest_deviceAddress* flat)
 {
-    kest_deviceAddress*  list = nullptr;
-    kest_deviceAddress** end  = &list;
-    bool                 made = true;
+    kest_deviceAddress* list = nullptr;
+    kest_deviceAddress** end = &list;
+    bool made = true;
     for (; made && flat != nullptr; flat = flat->next) {
         KEST_addDevAddress(flat->address, flat->type, flat->port, end);
         made = *end != nullptr;
-        end  = made ? &(*end)->next : end;
+        end = made ? &(*end)->next : end;
     }
     if (!made) {
         KEST_deleteDevAddress(&list, true); // no memory: a chain with a node left out would lead to another device
@@ -199,11 +199,11 @@ std::uint32_t kest_checkAddressList(const kest_deviceAddress* list)
 
 ErrlEntry* KEST_setAttribute(kest_attribute id, kest_attributeValue value, kest_attributeValue* record)
 {
-    constexpr char    name[] = "KEST_setAttribute";
-    const traceScope  scope(name);
+    constexpr char name[] = "KEST_setAttribute";
+    const traceScope scope(name);
     kest_errorDetails details{};
-    ErrlEntry*        entry = nullptr;
-    const auto        index = static_cast<std::uint32_t>(id); // a negative one becomes too big
+    ErrlEntry* entry = nullptr;
+    const auto index = static_cast<std::uint32_t>(id); // a negative one becomes too big
     if (record == nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("no attribute record"), " %s", __LINE__, 0, name);
         kest_describeFailure(details, setModule, 0x132B);

@@ -24,10 +24,10 @@ constexpr std::array inputTypes{KEST_DEV_75, KEST_DEV_92, KEST_DEV_9551, KEST_DE
 
 /// A function of the data port.
 struct portFunction {
-    const char*                      name;
-    std::uint32_t                    module;
-    std::span<const kest_deviceType> types;         ///< of end devices that it serves
-    bool                             servesUnsound; ///< also a chain that failed its check
+    const char* name;
+    std::uint32_t module;
+    std::span<const kest_deviceType> types; ///< of end devices that it serves
+    bool servesUnsound; ///< also a chain that failed its check
 };
 constexpr portFunction readFunction{"KEST_dpRead", 2, inputTypes, false};
 constexpr portFunction writeFunction{"KEST_dpWrite", 3, outputTypes, false};
@@ -36,16 +36,16 @@ constexpr portFunction hubResetFunction{"kest_dp_922HUB_reset", 34, {}, true};
 
 /// One call: the device that the text names and what is known of its failure.
 struct portCall {
-    const portFunction&                   self;
-    const char*                           address;
-    kest_deviceInfo                       info{};
+    const portFunction& self;
+    const char* address;
+    kest_deviceInfo info{};
     std::unique_ptr<kest_deviceAddress[]> flatList{}; ///< attached to the details, freed after they are logged
-    kest_errorDetails                     details{};
+    kest_errorDetails details{};
 };
 
 bool parseAddress(portCall& call)
 {
-    const bool                    given = call.address != nullptr; // else it is read like an empty text
+    const bool given = call.address != nullptr; // else it is read like an empty text
     const std::unique_ptr<char[]> rest{kest_miscConvertTokensToAddress(&call.info, given ? call.address : "")};
     if (rest) {
         trace_wobu_write_all(kest_trace, traceHash("device text not understood"), " %s,%s", __LINE__, 0, call.self.name,
@@ -89,8 +89,8 @@ template <typename Routine>
 ErrlEntry* serve(const portFunction& self, const char* address, const kest_attributeValue* attributes, Routine routine)
 {
     const traceScope scope{self.name};
-    portCall         call{.self = self, .address = address};
-    ErrlEntry*       entry = nullptr;
+    portCall call{.self = self, .address = address};
+    ErrlEntry* entry = nullptr;
     if (parseAddress(call) && (checkChain(call) || self.servesUnsound)) {
         const kest_deviceAddress* const last = kest_lastNode(call.info.addressList);
         if (last != nullptr && std::ranges::count(self.types, last->type) != 0) {
@@ -133,8 +133,8 @@ ErrlEntry* kest_dp_922HUB_reset(const char* address, mern_t handle, kest_dpOpera
                                 unsigned int mask)
 {
     const traceScope scope{hubResetFunction.name};
-    portCall         call{.self = hubResetFunction, .address = address};
-    ErrlEntry*       entry = nullptr;
+    portCall call{.self = hubResetFunction, .address = address};
+    ErrlEntry* entry = nullptr;
     if (parseAddress(call)) {
         const Dp955xRequest request{&call.info, KEST_DEV_9552, kest_attributesOrDefaults(nullptr)};
         entry = Write_922Hub_Reset(&request, operation, bits, mask, &handle);

@@ -15,27 +15,27 @@ namespace
 {
 
 constexpr char sourceId[] = "kestdetect";
-constexpr char name[]     = "KEST_detectDevice";
+constexpr char name[] = "KEST_detectDevice";
 
 constexpr std::uint32_t detectModule = 8;
 
 /// Detect states of the IIC layer that have a meaning of their own here.
-constexpr std::uint32_t stateAbsent  = 0;
-constexpr std::uint32_t stateSclLow  = 1;
-constexpr std::uint32_t stateSdaLow  = 2;
+constexpr std::uint32_t stateAbsent = 0;
+constexpr std::uint32_t stateSclLow = 1;
+constexpr std::uint32_t stateSdaLow = 2;
 constexpr std::uint32_t statePresent = 3;
 
 /// One detection; the device's texts are freed with it.
 struct detection {
-    const char*                address;
+    const char* address;
     const kest_attributeValue* attributes;
-    ErrlEntry*                 entry  = nullptr;
-    mern_t                     handle = MERN_INVALID;
-    kest_deviceInfo            info{};
-    kest_errorDetails          details{};
+    ErrlEntry* entry = nullptr;
+    mern_t handle = MERN_INVALID;
+    kest_deviceInfo info{};
+    kest_errorDetails details{};
 
     detection(const char* text, const kest_attributeValue* values) : address(text), attributes(values) {}
-    detection(const detection&)            = delete;
+    detection(const detection&) = delete;
     detection& operator=(const detection&) = delete;
     ~detection() { kest_miscReleaseDeviceInfo(info); }
 };
@@ -86,9 +86,9 @@ bool openDevice(detection& run)
 bool sendBlock(detection& run)
 {
     kest_iicConfigBlock block{};
-    block.speedKhz   = 400;
-    block.timeoutMs  = 5000;
-    block.flags      = 0xFFFF0001;
+    block.speedKhz = 400;
+    block.timeoutMs = 5000;
+    block.flags = 0xFFFF0001;
     block.busyWaitMs = 20;
     kest_wobuConfig(run.handle, run.entry, kest_configSet, WOBU_IIC_BLOCK, &block, sizeof block);
     return passed(run, 291, 296);
@@ -156,7 +156,7 @@ void closeDevice(detection& run)
 ErrlEntry* KEST_detectDevice(const char* address, const kest_attributeValue* attributes)
 {
     const traceScope scope{name};
-    detection        run{address, attributes};
+    detection run{address, attributes};
     if (understandText(run) && openDevice(run)) {
         if (sendBlock(run) && sendSpeed(run)) {
             probe(run);

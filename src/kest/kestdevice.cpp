@@ -18,17 +18,17 @@ namespace
 constexpr char sourceId[] = "kestdevice";
 
 constexpr std::uint32_t unsupportedOperationModule = 26;
-constexpr std::uint32_t operationModule            = 38;
-constexpr std::uint32_t unsupportedLockModule      = 39;
-constexpr std::uint32_t lockModule                 = 40;
-constexpr std::uint32_t destructorModule           = 41;
-constexpr std::uint32_t linkModule                 = 42;
-constexpr std::uint32_t unsupportedUnlockModule    = 43;
+constexpr std::uint32_t operationModule = 38;
+constexpr std::uint32_t unsupportedLockModule = 39;
+constexpr std::uint32_t lockModule = 40;
+constexpr std::uint32_t destructorModule = 41;
+constexpr std::uint32_t linkModule = 42;
+constexpr std::uint32_t unsupportedUnlockModule = 43;
 
 ErrlEntry* reportUnsupported(const char* function, std::uint32_t module, int line)
 {
-    const traceScope  scope{function, line};
-    ErrlEntry*        entry = nullptr;
+    const traceScope scope{function, line};
+    ErrlEntry* entry = nullptr;
     kest_errorDetails details{};
     trace_wobu_write_all(kest_trace, traceHash("device does not support this"), " %s", line, 0, function);
     kest_describeFailure(details, module, 0x13FF, static_cast<std::uint32_t>(line));
@@ -64,11 +64,11 @@ EdalDeviceOperation::~EdalDeviceOperation()
 EdalDevice::EdalDevice(std::uint32_t address) : m_address(address) {}
 EdalDevice::~EdalDevice() = default;
 
-void                 EdalDevice::setNextDevice(EdalDevice* /*next*/) {}
-EdalDevice*          EdalDevice::getNextDevice() { return m_next; }
-void                 EdalDevice::setOperation(EdalDeviceOperation* /*operation*/) {}
+void EdalDevice::setNextDevice(EdalDevice* /*next*/) {}
+EdalDevice* EdalDevice::getNextDevice() { return m_next; }
+void EdalDevice::setOperation(EdalDeviceOperation* /*operation*/) {}
 EdalDeviceOperation* EdalDevice::getOperation() { return m_operation; }
-std::uint32_t        EdalDevice::getAddress() { return m_address; }
+std::uint32_t EdalDevice::getAddress() { return m_address; }
 
 ErrlEntry* EdalDevice::doOperation(mern_t /*handle*/)
 {
@@ -88,12 +88,12 @@ ErrlEntry* EdalDevice::unlockDevice(mern_t /*handle*/)
 GenericEdalDevice::~GenericEdalDevice()
 {
     if (m_locked != 0) {
-        ErrlEntry*        entry = nullptr;
+        ErrlEntry* entry = nullptr;
         kest_errorDetails details{};
         trace_wobu_write_all(kest_trace, traceHash("device destroyed while locked"), " %s", __LINE__, 0,
                              "GenericEdalDevice");
         kest_describeFailure(details, destructorModule, 0x132F, __LINE__, m_address);
-        details.commitEntry  = 1;
+        details.commitEntry = 1;
         details.commitAction = ERRL_ACTION_KEEP_FOR_SERVICE;
         kest_logError(entry, &details, sourceId);
     }
@@ -103,8 +103,8 @@ void GenericEdalDevice::setOperation(EdalDeviceOperation* operation) { m_operati
 
 ErrlEntry* GenericEdalDevice::lockDevice(mern_t handle)
 {
-    const traceScope  scope{"lockDevice"};
-    ErrlEntry*        entry = nullptr;
+    const traceScope scope{"lockDevice"};
+    ErrlEntry* entry = nullptr;
     kest_errorDetails details{};
     if (m_locked != 0) {
         trace_wobu_write_all(kest_trace, traceHash("device locked already"), " %s", __LINE__, 0, "lockDevice");
@@ -121,7 +121,7 @@ ErrlEntry* GenericEdalDevice::lockDevice(mern_t handle)
 ErrlEntry* GenericEdalDevice::unlockDevice(mern_t handle)
 {
     const traceScope scope{"unlockDevice"};
-    ErrlEntry*       entry = nullptr;
+    ErrlEntry* entry = nullptr;
     if (m_locked != 0) {
         auto value = lockValue(m_address);
         kest_wobuConfig(handle, entry, kest_configSet, WOBU_IIC_UNLOCK, value.data(), value.size());
@@ -132,13 +132,13 @@ ErrlEntry* GenericEdalDevice::unlockDevice(mern_t handle)
 
 ErrlEntry* GenericEdalDevice::doOperation(mern_t handle)
 {
-    const traceScope  scope{"doOperation"};
-    ErrlEntry*        entry = nullptr;
+    const traceScope scope{"doOperation"};
+    ErrlEntry* entry = nullptr;
     kest_errorDetails details{};
-    const auto        passed = [&](int line) {
+    const auto passed = [&](int line) {
         if (entry != nullptr) {
             trace_wobu_write_all(kest_trace, traceHash("phase of a device operation failed"), " %s", line, 0,
-                                        "doOperation");
+                                 "doOperation");
             kest_attachSoftwareError(details, entry->getRC(), operationModule, static_cast<std::uint32_t>(line));
         }
         return entry == nullptr;
@@ -149,12 +149,12 @@ ErrlEntry* GenericEdalDevice::doOperation(mern_t handle)
         kest_describeFailure(details, operationModule, 0x132B);
     } else {
         const std::uint32_t direction = operation->getDirection();
-        std::uint32_t       target    = m_address;
+        std::uint32_t target = m_address;
         kest_wobuConfig(handle, entry, kest_configSet, WOBU_IIC_TARGET, &target, sizeof target);
         bool good = passed(__LINE__);
         if (good && (direction & kest_phaseWrite) != 0) {
             entry = writeOperation(handle);
-            good  = passed(__LINE__);
+            good = passed(__LINE__);
         }
         if (good && (direction & kest_phaseRead) != 0) {
             entry = readOperation(handle);
@@ -167,7 +167,7 @@ ErrlEntry* GenericEdalDevice::doOperation(mern_t handle)
 
 ErrlEntry* GenericEdalDevice::writeOperation(mern_t handle)
 {
-    ErrlEntry*   entry  = nullptr;
+    ErrlEntry* entry = nullptr;
     unsigned int length = m_operation->getLength(kest_phaseWrite);
     kest_wobuWrite(handle, entry, &length, m_operation->getBuffer());
     return entry;
@@ -175,7 +175,7 @@ ErrlEntry* GenericEdalDevice::writeOperation(mern_t handle)
 
 ErrlEntry* GenericEdalDevice::readOperation(mern_t handle)
 {
-    ErrlEntry*   entry  = nullptr;
+    ErrlEntry* entry = nullptr;
     unsigned int length = m_operation->getLength(kest_phaseRead);
     kest_wobuRead(handle, entry, &length, m_operation->getBuffer(), 1);
     return entry;
@@ -190,13 +190,13 @@ constexpr std::array hubs{KEST_DEV_HUB_F0, KEST_DEV_922HUB};
 
 void reportUnknownNode(const kest_deviceAddress& node)
 {
-    ErrlEntry*        entry = nullptr;
+    ErrlEntry* entry = nullptr;
     kest_errorDetails details{};
     trace_wobu_write_all(kest_trace, traceHash("no device object for this type"), " %s", __LINE__, 0,
                          "buildDeviceLink");
     kest_describeFailure(details, linkModule, 0x132E, __LINE__, node.type);
     kest_setReturnCode(details, 0x800013FF); // not made from the reason, on purpose
-    details.commitEntry  = 1;
+    details.commitEntry = 1;
     details.commitAction = ERRL_ACTION_REPORT;
     kest_logError(entry, &details, sourceId);
 }

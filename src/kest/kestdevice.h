@@ -15,7 +15,7 @@ namespace kest
 {
 
 /// The phases of an operation, as bits of its direction.
-constexpr std::uint32_t kest_phaseRead  = 1;
+constexpr std::uint32_t kest_phaseRead = 1;
 constexpr std::uint32_t kest_phaseWrite = 2;
 
 /// A register access: the bytes that go out, and the buffer that takes what comes back.
@@ -24,7 +24,7 @@ class EdalDeviceOperation
 public:
     /// Makes the zeroed buffer of `dataLength` + 1 bytes and puts the register byte first.
     EdalDeviceOperation(std::uint8_t registerByte, std::uint8_t dataLength);
-    EdalDeviceOperation(const EdalDeviceOperation&)            = delete;
+    EdalDeviceOperation(const EdalDeviceOperation&) = delete;
     EdalDeviceOperation& operator=(const EdalDeviceOperation&) = delete;
     virtual ~EdalDeviceOperation();
 
@@ -38,9 +38,9 @@ public:
 
 protected:
     std::uint8_t* m_buffer; ///< from malloc(), freed with free()
-    std::uint8_t  m_bufferLength;
-    std::uint8_t  m_register;
-    std::uint8_t  m_dataLength;
+    std::uint8_t m_bufferLength;
+    std::uint8_t m_register;
+    std::uint8_t m_dataLength;
 };
 
 /// A device of a link. The base class supports no access and says so.
@@ -49,25 +49,25 @@ class EdalDevice
 public:
     /// @param address  8-bit form
     explicit EdalDevice(std::uint32_t address);
-    EdalDevice(const EdalDevice&)            = delete;
+    EdalDevice(const EdalDevice&) = delete;
     EdalDevice& operator=(const EdalDevice&) = delete;
     virtual ~EdalDevice();
 
-    virtual void        setNextDevice(EdalDevice* next); ///< does nothing: a link is one device long
+    virtual void setNextDevice(EdalDevice* next); ///< does nothing: a link is one device long
     virtual EdalDevice* getNextDevice();
     /// @param operation  stays its maker's, who sets null before deleting it. The base class does nothing.
-    virtual void                 setOperation(EdalDeviceOperation* operation);
+    virtual void setOperation(EdalDeviceOperation* operation);
     virtual EdalDeviceOperation* getOperation();
-    virtual ErrlEntry*           doOperation(mern_t handle);
-    virtual std::uint32_t        getAddress();
-    virtual ErrlEntry*           lockDevice(mern_t handle);
-    virtual ErrlEntry*           unlockDevice(mern_t handle);
+    virtual ErrlEntry* doOperation(mern_t handle);
+    virtual std::uint32_t getAddress();
+    virtual ErrlEntry* lockDevice(mern_t handle);
+    virtual ErrlEntry* unlockDevice(mern_t handle);
 
 protected:
-    EdalDevice*          m_next      = nullptr;
+    EdalDevice* m_next = nullptr;
     EdalDeviceOperation* m_operation = nullptr;
-    std::uint32_t        m_address;
-    std::uint8_t         m_locked = 0; ///< 1 while this object holds the device's lock
+    std::uint32_t m_address;
+    std::uint8_t m_locked = 0; ///< 1 while this object holds the device's lock
 };
 
 /// A device that is driven through the registers its operations name.
@@ -84,7 +84,7 @@ public:
     /// Takes the device's lock, waiting at most 500 ms. A second lock of this object fails without touching the bus.
     ErrlEntry* lockDevice(mern_t handle) override;
     /// Lets the lock go. A device that is not locked is no failure; one whose unlock failed stays marked locked.
-    ErrlEntry*         unlockDevice(mern_t handle) override;
+    ErrlEntry* unlockDevice(mern_t handle) override;
     virtual ErrlEntry* writeOperation(mern_t handle);
     virtual ErrlEntry* readOperation(mern_t handle);
 };

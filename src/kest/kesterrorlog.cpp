@@ -7,7 +7,7 @@
 
 extern "C" {
 int __cxa_atexit(void (*function)(void*), void* argument, void* library) noexcept; // NOLINT: the ABI's name
-extern __attribute__((visibility("hidden"))) void* __dso_handle;                   // NOLINT: the ABI's name
+extern __attribute__((visibility("hidden"))) void* __dso_handle; // NOLINT: the ABI's name
 }
 
 namespace kest
@@ -18,11 +18,11 @@ trace_wobu_descriptor kest_trace = nullptr;
 namespace
 {
 
-constexpr char         traceName[]    = "kest";
-constexpr char         driverName[]   = "IIC"; ///< the IIC driver's own buffer
-constexpr unsigned int traceBytes     = 8092;  // not 8192
-constexpr unsigned int collectedBytes = 500;   ///< of each trace buffer, for each SRC
-constexpr unsigned int collectedAtEnd = 250;   ///< for a secondary failure
+constexpr char traceName[] = "kest";
+constexpr char driverName[] = "IIC"; ///< the IIC driver's own buffer
+constexpr unsigned int traceBytes = 8092; // not 8192
+constexpr unsigned int collectedBytes = 500; ///< of each trace buffer, for each SRC
+constexpr unsigned int collectedAtEnd = 250; ///< for a secondary failure
 constexpr std::uint8_t detailsVersion = 1;
 constexpr unsigned int errnoWordInSrc = 4; ///< user data 1 among an SRC's words
 
@@ -34,7 +34,7 @@ void keepTraceBuffer(void* /*argument*/) {}
     return __cxa_atexit(keepTraceBuffer, nullptr, &__dso_handle);
 }();
 
-std::uint8_t  low8(std::uint32_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
+std::uint8_t low8(std::uint32_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
 std::uint16_t low16(std::uint32_t value) { return static_cast<std::uint16_t>(value & 0xFFFF); }
 
 /// Creates the entry or adds an SRC to it, with the traces of the moment and who says so.
@@ -119,7 +119,7 @@ void kest_logError(ErrlEntry*& entry, kest_errorDetails* details, const char* so
             entry->commit(kest_component, details->commitAction);
             delete entry;
             details->commitEntry = 0;
-            entry                = nullptr;
+            entry = nullptr;
         }
     }
 }
@@ -128,29 +128,29 @@ void kest_requestSrc(kest_errorDetails& details, std::uint32_t moduleId, std::ui
                      epubSubSystem subsystem, std::uint32_t userData1, std::uint32_t userData2, std::uint32_t userData3,
                      std::uint32_t userData4)
 {
-    details.logSrc     = 1;
-    details.moduleId   = moduleId;
+    details.logSrc = 1;
+    details.moduleId = moduleId;
     details.reasonCode = reasonCode;
-    details.subsystem  = subsystem;
-    details.userData1  = userData1;
-    details.userData2  = userData2;
-    details.userData3  = userData3;
-    details.userData4  = userData4;
+    details.subsystem = subsystem;
+    details.userData1 = userData1;
+    details.userData2 = userData2;
+    details.userData3 = userData3;
+    details.userData4 = userData4;
 }
 
 void kest_addCallout(kest_errorDetails& details, epubProcedureID procedure)
 {
     if (details.callout1InUse == 0) {
-        details.callout1InUse     = 1;
-        details.callout1Priority  = SRCI_PRIORITY_HIGH;
+        details.callout1InUse = 1;
+        details.callout1Priority = SRCI_PRIORITY_HIGH;
         details.callout1Procedure = procedure;
     } else if (details.callout2InUse == 0) {
-        details.callout2InUse     = 1;
-        details.callout2Priority  = SRCI_PRIORITY_HIGH;
+        details.callout2InUse = 1;
+        details.callout2Priority = SRCI_PRIORITY_HIGH;
         details.callout2Procedure = procedure;
     } else if (details.callout3InUse == 0) {
-        details.callout3InUse     = 1;
-        details.callout3Priority  = SRCI_PRIORITY_HIGH;
+        details.callout3InUse = 1;
+        details.callout3Priority = SRCI_PRIORITY_HIGH;
         details.callout3Procedure = procedure;
     }
 }
@@ -158,33 +158,33 @@ void kest_addCallout(kest_errorDetails& details, epubProcedureID procedure)
 void kest_setReturnCode(kest_errorDetails& details, std::uint32_t returnCode)
 {
     details.setReturnCode = 1;
-    details.returnCode    = returnCode;
+    details.returnCode = returnCode;
 }
 
 void kest_attachUserDetails(kest_errorDetails& details, const void* data, std::uint32_t size, std::uint8_t subsection,
                             bool owned)
 {
-    details.usrDtlsInUse      = 1;
-    details.usrDtlsOwned      = owned ? 1 : 0;
-    details.usrDtlsData       = static_cast<const std::uint8_t*>(data);
-    details.usrDtlsSize       = size;
-    details.usrDtlsVersion    = detailsVersion;
+    details.usrDtlsInUse = 1;
+    details.usrDtlsOwned = owned ? 1 : 0;
+    details.usrDtlsData = static_cast<const std::uint8_t*>(data);
+    details.usrDtlsSize = size;
+    details.usrDtlsVersion = detailsVersion;
     details.usrDtlsSubsection = subsection;
 }
 
 void kest_attachSoftwareError(kest_errorDetails& details, std::uint32_t returnCode, std::uint32_t moduleId,
                               std::uint32_t site)
 {
-    details.swErrInUse      = 1;
+    details.swErrInUse = 1;
     details.swErrReturnCode = returnCode;
-    details.swErrWord1      = moduleId;
-    details.swErrWord2      = site;
+    details.swErrWord1 = moduleId;
+    details.swErrWord2 = site;
 }
 
 void kest_attachFruCallout(kest_errorDetails& details, std::uint32_t fruId)
 {
-    details.fruCalloutInUse    = 1;
-    details.fruCalloutId       = fruId;
+    details.fruCalloutInUse = 1;
+    details.fruCalloutId = fruId;
     details.fruCalloutPriority = SRCI_PRIORITY_HIGH;
 }
 
@@ -205,9 +205,9 @@ bool kest_isSoftwareErrno(int error)
 std::optional<std::uint32_t> kest_failedErrno(const ErrlEntry* entry)
 {
     std::optional<std::uint32_t> error;
-    const SrciSrc* const         src = entry == nullptr ? nullptr : entry->getSRC(0);
+    const SrciSrc* const src = entry == nullptr ? nullptr : entry->getSRC(0);
     if (src != nullptr) {
-        unsigned int               count = 0;
+        unsigned int count = 0;
         const std::uint32_t* const words = src->getHexData(count);
         if (count > errnoWordInSrc) {
             error = words[errnoWordInSrc];

@@ -17,41 +17,41 @@ constexpr std::uint16_t kest_component = 0x1300; ///< who logs, on every call of
 
 /// What a failing function knows. Value-initialise it: every flag starts cleared. kest_logError() clears each flag once its item is added.
 struct kest_errorDetails {
-    std::uint8_t    logSrc;      ///< create the entry, or add an SRC, from the next eight fields
-    std::uint8_t    commitEntry; ///< after all else commit the entry with `commitAction` and delete it
-    std::uint32_t   moduleId;    ///< the failing function; its low 8 bits are logged
-    std::uint32_t   reasonCode;  ///< its low 16 bits are logged
-    epubSubSystem   subsystem;
-    std::uint32_t   userData1;
-    std::uint32_t   userData2;
-    std::uint32_t   userData3;
-    std::uint32_t   userData4;
-    std::uint16_t   commitAction;
-    std::uint8_t    callout1InUse;
-    srciPriority    callout1Priority;
+    std::uint8_t logSrc; ///< create the entry, or add an SRC, from the next eight fields
+    std::uint8_t commitEntry; ///< after all else commit the entry with `commitAction` and delete it
+    std::uint32_t moduleId; ///< the failing function; its low 8 bits are logged
+    std::uint32_t reasonCode; ///< its low 16 bits are logged
+    epubSubSystem subsystem;
+    std::uint32_t userData1;
+    std::uint32_t userData2;
+    std::uint32_t userData3;
+    std::uint32_t userData4;
+    std::uint16_t commitAction;
+    std::uint8_t callout1InUse;
+    srciPriority callout1Priority;
     epubProcedureID callout1Procedure;
-    std::uint8_t    callout2InUse;
-    srciPriority    callout2Priority;
+    std::uint8_t callout2InUse;
+    srciPriority callout2Priority;
     epubProcedureID callout2Procedure;
-    std::uint8_t    callout3InUse;
-    srciPriority    callout3Priority;
+    std::uint8_t callout3InUse;
+    srciPriority callout3Priority;
     epubProcedureID callout3Procedure;
-    std::uint8_t    setReturnCode;
-    std::uint32_t   returnCode;
-    std::uint8_t    usrDtlsInUse;
+    std::uint8_t setReturnCode;
+    std::uint32_t returnCode;
+    std::uint8_t usrDtlsInUse;
     std::uint8_t
         usrDtlsOwned; ///< the block came from array new and is deleted once added; stays set: set it with every block
     const std::uint8_t* usrDtlsData;
-    std::uint32_t       usrDtlsSize; ///< bytes; its low 16 bits are logged
-    std::uint8_t        usrDtlsVersion;
-    std::uint8_t        usrDtlsSubsection;
-    std::uint8_t        swErrInUse;
-    std::uint32_t       swErrReturnCode;
-    std::uint32_t       swErrWord1; ///< module number; its low 16 bits are logged
-    std::uint32_t       swErrWord2; ///< failure site; its low 16 bits are logged
-    std::uint8_t        fruCalloutInUse;
-    std::uint32_t       fruCalloutId; ///< its low 16 bits are logged
-    srciPriority        fruCalloutPriority;
+    std::uint32_t usrDtlsSize; ///< bytes; its low 16 bits are logged
+    std::uint8_t usrDtlsVersion;
+    std::uint8_t usrDtlsSubsection;
+    std::uint8_t swErrInUse;
+    std::uint32_t swErrReturnCode;
+    std::uint32_t swErrWord1; ///< module number; its low 16 bits are logged
+    std::uint32_t swErrWord2; ///< failure site; its low 16 bits are logged
+    std::uint8_t fruCalloutInUse;
+    std::uint32_t fruCalloutId; ///< its low 16 bits are logged
+    srciPriority fruCalloutPriority;
 };
 
 /// Turns the record into calls on the error log: creates the entry or extends it, adds the items whose flags are set, and commits and
@@ -89,11 +89,11 @@ void kest_describeFailure(kest_errorDetails& details, std::uint32_t moduleId, st
 
 /// Subsections of user details.
 constexpr std::uint8_t kest_dtlsAddressList = 1; ///< a flat address list
-constexpr std::uint8_t kest_dtlsSourceId    = 2;
-constexpr std::uint8_t kest_dtlsRegistry    = 3; ///< a registry key or value
-constexpr std::uint8_t kest_dtlsDevicePath  = 5;
-constexpr std::uint8_t kest_dtlsFfdc        = 6; ///< the IIC layer's first-failure data
-constexpr std::uint8_t kest_dtlsDeviceText  = 7;
+constexpr std::uint8_t kest_dtlsSourceId = 2;
+constexpr std::uint8_t kest_dtlsRegistry = 3; ///< a registry key or value
+constexpr std::uint8_t kest_dtlsDevicePath = 5;
+constexpr std::uint8_t kest_dtlsFfdc = 6; ///< the IIC layer's first-failure data
+constexpr std::uint8_t kest_dtlsDeviceText = 7;
 
 /// errno values of argument and software faults: EINTR, EBADF, EFAULT, ENODEV, EINVAL, ENOSYS. They are blamed on software (0x81)
 /// and carry the class bit 0x80000000 in the return code; any other is the device's (0x55), without a class bit.

@@ -17,13 +17,13 @@ namespace
 
 constexpr char sourceId[] = "kesthandlehuberrors";
 
-constexpr std::uint32_t checkModule  = 27;
-constexpr std::uint32_t resetModule  = 28;
+constexpr std::uint32_t checkModule = 27;
+constexpr std::uint32_t resetModule = 28;
 constexpr std::uint32_t statusModule = 29;
-constexpr std::uint32_t errorModule  = 30;
+constexpr std::uint32_t errorModule = 30;
 
 constexpr std::uint8_t selectErrorStatus = 0x07;
-constexpr std::uint8_t selectBusReset    = 0x06;
+constexpr std::uint8_t selectBusReset = 0x06;
 
 /// What a byte or a status holds before the hub has said anything: no status that means success.
 constexpr std::uint8_t unknownStatus = 255;
@@ -31,7 +31,7 @@ constexpr std::uint8_t unknownStatus = 255;
 void sendCommand(mern_t& handle, ErrlEntry*& errl, std::uint8_t command)
 {
     const std::array<std::uint8_t, 2> bytes{0x20, command};
-    unsigned int                      length = bytes.size();
+    unsigned int length = bytes.size();
     kest_wobuWrite(handle, errl, &length, bytes.data());
 }
 
@@ -50,8 +50,8 @@ bool passed(const ErrlEntry* errl, kest_errorDetails& details, const char* funct
 
 void kest_read922HubErrStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
 {
-    constexpr char    name[] = "kest_read922HubErrStatus";
-    const traceScope  scope{name};
+    constexpr char name[] = "kest_read922HubErrStatus";
+    const traceScope scope{name};
     kest_errorDetails details{};
     sendCommand(handle, errl, selectErrorStatus);
     if (passed(errl, details, name, errorModule, 910)) {
@@ -66,11 +66,11 @@ void kest_read922HubErrStatus(mern_t handle, unsigned int* status, ErrlEntry*& e
 
 void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
 {
-    constexpr char      name[] = "kest_read922HubPrevCmdStatus";
-    const traceScope    scope{name};
-    kest_errorDetails   details{};
+    constexpr char name[] = "kest_read922HubPrevCmdStatus";
+    const traceScope scope{name};
+    kest_errorDetails details{};
     kest_iicConfigBlock block{};
-    const auto          stepPassed = [&](std::uint32_t line) {
+    const auto stepPassed = [&](std::uint32_t line) {
         if (!passed(errl, details, name, statusModule, line)) {
             kest_setReturnCode(details, errl->getRC() | 0x00100000);
         }
@@ -82,7 +82,7 @@ void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry
         // Without offset and pages the read is a plain one, which the hub answers with its status.
         block.offsetLength = block.reserved6 = 0;
         block.writeCycleMs = block.reserved22 = 0;
-        block.pageSize                        = 0;
+        block.pageSize = 0;
         kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_BLOCK, &block, sizeof block);
         if (stepPassed(811)) {
             std::uint8_t answer = unknownStatus;
@@ -98,8 +98,8 @@ void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry
 
 void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
 {
-    constexpr char    name[] = "kest_reset922HubSubBus";
-    const traceScope  scope{name};
+    constexpr char name[] = "kest_reset922HubSubBus";
+    const traceScope scope{name};
     kest_errorDetails details{};
     sendCommand(handle, errl, selectBusReset);
     if (passed(errl, details, name, resetModule, 680)) {
@@ -123,7 +123,7 @@ namespace
 struct statusRule {
     std::uint32_t last; ///< the highest status of the row, which begins after the row before
     std::uint32_t hash;
-    int           line;
+    int line;
     std::uint32_t reason;
     epubSubSystem subsystem;
     std::uint32_t returnCode;
@@ -145,15 +145,15 @@ constexpr char checkName[] = "kest_checkAndHandle922HubErr";
 
 /// One check: the transfer it is about, and what has gone wrong so far.
 struct hubCheck {
-    mern_t&           handle;
-    ErrlEntry*&       errl;
-    unsigned int*     size;
-    int               direction;
-    void*             configBlock;
-    void*             buffer;
-    unsigned int      offset;
+    mern_t& handle;
+    ErrlEntry*& errl;
+    unsigned int* size;
+    int direction;
+    void* configBlock;
+    void* buffer;
+    unsigned int offset;
     kest_errorDetails details{};
-    std::uint32_t     failedLine = 0;
+    std::uint32_t failedLine = 0;
 };
 
 void reportStatus(hubCheck& check, const statusRule& rule, unsigned int status, std::uint32_t userData2 = 0)
@@ -217,7 +217,7 @@ bool repeatTransfer(hubCheck& check)
 
 void checkRepeat(hubCheck& check)
 {
-    ErrlEntry*   second = nullptr;
+    ErrlEntry* second = nullptr;
     unsigned int status = unknownStatus;
     kest_read922HubPrevCmdStatus(check.handle, &status, second);
     if (second != nullptr) {
@@ -255,8 +255,8 @@ void kest_checkAndHandle922HubErr(mern_t handle, ErrlEntry*& errl, unsigned int*
                                   void* configBlock, void* buffer, unsigned int offset)
 {
     const traceScope scope{checkName};
-    hubCheck         check{handle, errl, size, direction, configBlock, buffer, offset};
-    unsigned int     status = unknownStatus;
+    hubCheck check{handle, errl, size, direction, configBlock, buffer, offset};
+    unsigned int status = unknownStatus;
     kest_read922HubPrevCmdStatus(handle, &status, errl);
     if (errl == nullptr) {
         actOnStatus(check, status, subBusReset);

@@ -25,15 +25,15 @@ namespace
 constexpr char sourceId[] = "kesthubsupport";
 
 constexpr std::uint32_t transferModule = 20;
-constexpr std::uint32_t queryModule    = 33;
+constexpr std::uint32_t queryModule = 33;
 
 // Directions of a transfer, as kest_922HubSupport() and the hub's check number them.
-constexpr int readTransfer  = 0;
+constexpr int readTransfer = 0;
 constexpr int writeTransfer = 1;
 
 /// A configuration call of this unit and how its failure is told.
 struct configStep {
-    const char*   function;
+    const char* function;
     std::uint32_t hash;
     std::uint32_t module;
     std::uint32_t line;
@@ -66,7 +66,7 @@ void setDmaOption(mern_t& handle)
 void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address, unsigned int length, bool isRead,
                                kest_922AddressLock* lock, const kest_attributeValue* attributes, ErrlEntry*& errl)
 {
-    const traceScope  scope{lockStep.function};
+    const traceScope scope{lockStep.function};
     kest_errorDetails details{};
     *lock = {
         .kind = 0, .address = address->address, .timeoutMs = kest_timeoutCalc(address, length, isRead, attributes)};
@@ -78,9 +78,9 @@ void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address,
 void kest_922setHubConfig(mern_t handle, const kest_deviceAddress* address, unsigned int length, void* configBlock,
                           const kest_attributeValue* attributes, bool isRead, ErrlEntry*& errl, int deviceMode)
 {
-    const traceScope  scope{blockStep.function};
+    const traceScope scope{blockStep.function};
     kest_errorDetails details{};
-    auto* const       block = static_cast<kest_iicConfigBlock*>(configBlock);
+    auto* const block = static_cast<kest_iicConfigBlock*>(configBlock);
     kest_wobuBuildConfig(address, length, isRead, block, attributes, deviceMode);
     kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_BLOCK, block, sizeof *block);
     if (passed(errl, details, blockStep)) {
@@ -95,9 +95,9 @@ void kest_922setHubConfig(mern_t handle, const kest_deviceAddress* address, unsi
 
 void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* address, unsigned int /*length*/,
                                       kest_922AddressLock* lock, const kest_attributeValue* /*attributes*/,
-                                      ErrlEntry*&          errl)
+                                      ErrlEntry*& errl)
 {
-    const traceScope  scope{releaseStep.function};
+    const traceScope scope{releaseStep.function};
     kest_errorDetails details{};
     lock->address = address->address;
     kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_UNLOCK, lock, sizeof *lock);
@@ -110,24 +110,24 @@ namespace
 
 /// One transfer and how far it has come.
 struct hubTransfer {
-    const kest_deviceInfo*     device;
+    const kest_deviceInfo* device;
     const kest_attributeValue* attributes;
-    const char*                path;
-    ErrlEntry*&                errl;
-    unsigned int               size; ///< bytes to move, then bytes moved
+    const char* path;
+    ErrlEntry*& errl;
+    unsigned int size; ///< bytes to move, then bytes moved
 
-    std::uint32_t position   = 0; ///< port, device address and offset in one seek value
-    int           deviceMode = 0; ///< offset format: bytes of the offset, 0 for a device that has none
+    std::uint32_t position = 0; ///< port, device address and offset in one seek value
+    int deviceMode = 0; ///< offset format: bytes of the offset, 0 for a device that has none
 
-    mern_t                          handle      = MERN_INVALID;
-    bool                            opened      = false;
-    bool                            locked      = false;
-    unsigned char                   subBusReset = 0;
-    kest_922AddressLock             lock{};
-    kest_iicConfigBlock             block{};
+    mern_t handle = MERN_INVALID;
+    bool opened = false;
+    bool locked = false;
+    unsigned char subBusReset = 0;
+    kest_922AddressLock lock{};
+    kest_iicConfigBlock block{};
     std::unique_ptr<std::uint8_t[]> buffer{};
-    std::uint32_t                   failedLine = 0;
-    kest_errorDetails               details{};
+    std::uint32_t failedLine = 0;
+    kest_errorDetails details{};
 
     const kest_deviceAddress* hub() const { return device->addressList; }
 };
@@ -141,13 +141,13 @@ constexpr stepLines readLines{.open = 280, .lock = 306, .query = 330, .config = 
 
 void setPosition(hubTransfer& transfer, unsigned int offset)
 {
-    const kest_deviceAddress& hub  = *transfer.hub();
-    const kest_deviceType     type = kest_lastNode(&hub)->type;
+    const kest_deviceAddress& hub = *transfer.hub();
+    const kest_deviceType type = kest_lastNode(&hub)->type;
     if (kest_isSeeprom(type)) {
-        transfer.deviceMode         = type == KEST_DEV_SEEPROM_2K ? 1 : 2;
-        const int           bits    = 8 * transfer.deviceMode;
+        transfer.deviceMode = type == KEST_DEV_SEEPROM_2K ? 1 : 2;
+        const int bits = 8 * transfer.deviceMode;
         const std::uint32_t routing = (std::uint32_t{hub.port} << 8) | hub.next->address;
-        transfer.position           = (routing << bits) | (offset & ((1U << bits) - 1));
+        transfer.position = (routing << bits) | (offset & ((1U << bits) - 1));
     }
 }
 
@@ -263,7 +263,7 @@ void handleFailedRead(hubTransfer& transfer, unsigned int asked)
         passed(transfer, 456);
     } else {
         ErrlEntry* secondary = nullptr;
-        transfer.size        = asked + 1;
+        transfer.size = asked + 1;
         checkHub(transfer, readTransfer, secondary);
         kest_922HubHandlePrimSecErrLogs(transfer.errl, secondary, transfer.subBusReset);
         passed(transfer, 446);
@@ -322,7 +322,7 @@ void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int opera
                         const kest_attributeValue* attributes, ErrlEntry*& errl, const char* path)
 {
     const traceScope scope{"kest_922HubSupport"};
-    hubTransfer      transfer{.device = device, .attributes = attributes, .path = path, .errl = errl, .size = *length};
+    hubTransfer transfer{.device = device, .attributes = attributes, .path = path, .errl = errl, .size = *length};
     setPosition(transfer, offset);
     if (operation == writeTransfer) {
         writeThroughHub(transfer, *data);
@@ -341,15 +341,15 @@ void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int opera
 
 void kest_922HubQueryErrStatus(mern_t handle, unsigned int hubAddress, ErrlEntry*& errl, const char* path)
 {
-    constexpr char      name[] = "kest_922HubQueryErrStatus";
-    const traceScope    scope{name};
-    kest_errorDetails   details{};
-    std::uint8_t        status = 0;
+    constexpr char name[] = "kest_922HubQueryErrStatus";
+    const traceScope scope{name};
+    kest_errorDetails details{};
+    std::uint8_t status = 0;
     kest_iicConfigBlock block{};
-    block.speedKhz   = 400;
-    block.address    = static_cast<std::uint16_t>(hubAddress);
-    block.timeoutMs  = 20000;
-    block.flags      = 0xFFFF0001;
+    block.speedKhz = 400;
+    block.address = static_cast<std::uint16_t>(hubAddress);
+    block.timeoutMs = 20000;
+    block.flags = 0xFFFF0001;
     block.busyWaitMs = 1000;
     kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_BLOCK, &block, sizeof block);
     if (errl != nullptr) {
@@ -387,19 +387,19 @@ namespace
 ErrlEntry* pulseResetPin(const char* resetPath, mern_t handle, int& failedCall)
 {
     constexpr unsigned int resetPin = 0x8000;
-    failedCall                      = 0;
-    ErrlEntry* failure              = kest_dp_922HUB_reset(resetPath, handle, KEST_DP_SELECT_00, resetPin, 0);
+    failedCall = 0;
+    ErrlEntry* failure = kest_dp_922HUB_reset(resetPath, handle, KEST_DP_SELECT_00, resetPin, 0);
     if (failure == nullptr) {
         failedCall = 1;
-        failure    = kest_dp_922HUB_reset(resetPath, handle, KEST_DP_SELECT_01, resetPin, 0);
+        failure = kest_dp_922HUB_reset(resetPath, handle, KEST_DP_SELECT_01, resetPin, 0);
     }
     return failure;
 }
 
 void resetHub(ErrlEntry& errl, const char* path, const char* resetPath, mern_t handle)
 {
-    constexpr char name[]     = "kest_handle_hub_reset";
-    int            failedCall = 0;
+    constexpr char name[] = "kest_handle_hub_reset";
+    int failedCall = 0;
     if (const std::unique_ptr<ErrlEntry> failure{pulseResetPin(resetPath, handle, failedCall)}; failure) {
         trace_wobu_write_all(kest_trace, traceHash("hub not reset"), " %s,%d,%s,%s", __LINE__, 0, name, failedCall,
                              path, resetPath);
@@ -417,9 +417,9 @@ void resetHub(ErrlEntry& errl, const char* path, const char* resetPath, mern_t h
 
 void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, unsigned int hubAddress)
 {
-    const traceScope              scope{"kest_handle_hub_reset"};
-    kest_errorDetails             details{};
-    const std::size_t             bytes = std::strlen(path) + kest_hubResetPathExtra;
+    const traceScope scope{"kest_handle_hub_reset"};
+    kest_errorDetails details{};
+    const std::size_t bytes = std::strlen(path) + kest_hubResetPathExtra;
     const std::unique_ptr<char[]> resetPath{new (std::nothrow) char[bytes]};
     if (resetPath) {
         kest_build922HubResetPath(path, resetPath.get(), static_cast<unsigned char>(hubAddress));
@@ -434,7 +434,7 @@ void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, un
 
 void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary, unsigned char subBusReset)
 {
-    constexpr char   name[] = "kest_922HubHandlePrimSecErrLogs";
+    constexpr char name[] = "kest_922HubHandlePrimSecErrLogs";
     const traceScope scope{name};
     if (secondary != nullptr) {
         if (subBusReset == 0) {
@@ -460,7 +460,7 @@ bool copyToken(const char*& path, char*& out)
     path += std::strspn(path, ",");
     const std::size_t length = std::strcspn(path, ",");
     if (length != 0) {
-        out    = std::copy_n(path, length, out);
+        out = std::copy_n(path, length, out);
         *out++ = ',';
         path += length;
     }

@@ -14,7 +14,7 @@ namespace kest
 
 /// The layer's lock record (items 17 and 18), host byte order.
 struct kest_922AddressLock {
-    std::uint16_t kind;    ///< 0
+    std::uint16_t kind; ///< 0
     std::uint16_t address; ///< the hub's, 8-bit form
     std::uint32_t timeoutMs;
 };

@@ -20,14 +20,14 @@ namespace kest
 namespace
 {
 
-constexpr char          sourceId[]        = "kestmisc";
-constexpr std::uint32_t captureModule     = 16;
+constexpr char sourceId[] = "kestmisc";
+constexpr std::uint32_t captureModule = 16;
 constexpr std::uint32_t siteExtractFailed = 165;
-constexpr std::uint32_t siteUnlockFailed  = 180;
+constexpr std::uint32_t siteUnlockFailed = 180;
 
 constexpr std::size_t dumpBytesPerLine = 16;
-constexpr std::size_t dumpLineLength   = 66;
-constexpr std::size_t dumpGroups       = 4;
+constexpr std::size_t dumpLineLength = 66;
+constexpr std::size_t dumpGroups = 4;
 constexpr std::size_t dumpBytesOfGroup = 4;
 
 /// One line of a dump: "oooooooo  dddddddd dddddddd dddddddd dddddddd  <tttttttttttttttt>\n". Blanks are there already.
@@ -41,7 +41,7 @@ void fillDumpLine(char* line, std::size_t offset, const char* data)
         KEST_miscUnpack(group, dumpBytesOfGroup, data + i * dumpBytesOfGroup);
     }
     char* const text = group + 1;
-    text[0]          = '<';
+    text[0] = '<';
     KEST_miscPutText(text + 1, dumpBytesPerLine, data);
     text[17] = '>';
     text[18] = '\n';
@@ -51,7 +51,7 @@ void fillDumpLine(char* line, std::size_t offset, const char* data)
 char* copyText(const char* text)
 {
     const std::size_t bytes = std::strlen(text) + 1;
-    auto* const       copy  = new (std::nothrow) char[bytes];
+    auto* const copy = new (std::nothrow) char[bytes];
     if (copy != nullptr) {
         std::memcpy(copy, text, bytes);
     }
@@ -83,7 +83,7 @@ public:
                 *m_end = ',';
             }
             m_last = token;
-            m_end  = token + std::strlen(token);
+            m_end = token + std::strlen(token);
         }
         return token;
     }
@@ -97,9 +97,9 @@ public:
 
 private:
     std::unique_ptr<char[]> m_copy;
-    char*                   m_end  = nullptr; ///< behind the last token; null: no text
-    char*                   m_last = nullptr;
-    char*                   m_rest = nullptr;
+    char* m_end = nullptr; ///< behind the last token; null: no text
+    char* m_last = nullptr;
+    char* m_rest = nullptr;
 };
 
 bool takeText(tokenScanner& tokens, char*& field)
@@ -114,7 +114,7 @@ bool takeText(tokenScanner& tokens, char*& field)
 /// A hexadecimal number, of 32 bits on every target: a longer one is the greatest, as where long has 32 bits.
 std::int32_t hexNumber(const char* token)
 {
-    using limits     = std::numeric_limits<std::int32_t>;
+    using limits = std::numeric_limits<std::int32_t>;
     const long value = std::strtol(token, nullptr, 16);
     return static_cast<std::int32_t>(std::clamp<long>(value, limits::min(), limits::max()));
 }
@@ -131,11 +131,11 @@ bool takeValue(tokenScanner& tokens, std::uint8_t& value)
 /// Takes a link's values and appends it at `*end`. @param token  the link's type
 bool takeLink(tokenScanner& tokens, const char* token, kest_deviceAddress** end)
 {
-    const auto   type    = static_cast<kest_deviceType>(hexNumber(token));
-    const bool   hub     = type == KEST_DEV_HUB_F0 || type == KEST_DEV_922HUB;
+    const auto type = static_cast<kest_deviceType>(hexNumber(token));
+    const bool hub = type == KEST_DEV_HUB_F0 || type == KEST_DEV_922HUB;
     std::uint8_t address = 0;
-    std::uint8_t port    = 0;
-    const bool   taken   = kest_isKnownType(type) && takeValue(tokens, address) && (!hub || takeValue(tokens, port));
+    std::uint8_t port = 0;
+    const bool taken = kest_isKnownType(type) && takeValue(tokens, address) && (!hub || takeValue(tokens, port));
     if (taken) {
         KEST_addDevAddress(address, type, port, end);
     }
@@ -144,8 +144,8 @@ bool takeLink(tokenScanner& tokens, const char* token, kest_deviceAddress** end)
 
 bool takeLinks(tokenScanner& tokens, kest_deviceAddress** list)
 {
-    kest_deviceAddress** end   = list;
-    bool                 taken = true;
+    kest_deviceAddress** end = list;
+    bool taken = true;
     for (const char* token = tokens.next(); taken && token != nullptr; token = taken ? tokens.next() : nullptr) {
         taken = takeLink(tokens, token, end);
         if (taken) {
@@ -158,7 +158,7 @@ bool takeLinks(tokenScanner& tokens, kest_deviceAddress** list)
 /// The part that both readers of device texts share.
 bool takeTexts(tokenScanner& tokens, kest_deviceInfo* info)
 {
-    info->nodeName    = nullptr;
+    info->nodeName = nullptr;
     info->addressList = nullptr;
     return takeText(tokens, info->devicePath) && takeText(tokens, info->nodeName);
 }
@@ -198,7 +198,7 @@ void KEST_miscPutText(char* out, unsigned int count, const char* in)
 char* KEST_miscFmtAndDump(const char* data, unsigned int length)
 {
     const std::size_t lines = length / dumpBytesPerLine + (length % dumpBytesPerLine == 0 ? 0 : 1);
-    char*             dump  = nullptr;
+    char* dump = nullptr;
     if (lines <= (std::numeric_limits<std::size_t>::max() - 1) / dumpLineLength) {
         dump = new (std::nothrow) char[lines * dumpLineLength + 1];
     }
@@ -214,7 +214,7 @@ char* KEST_miscFmtAndDump(const char* data, unsigned int length)
 char* kest_miscConvertTokensToAddress(kest_deviceInfo* info, const char* text)
 {
     tokenScanner tokens(text);
-    const bool   converted = takeTexts(tokens, info) && takeLinks(tokens, &info->addressList);
+    const bool converted = takeTexts(tokens, info) && takeLinks(tokens, &info->addressList);
     return converted ? nullptr : tokens.release();
 }
 
@@ -228,17 +228,17 @@ void kest_miscReleaseDeviceInfo(kest_deviceInfo& info)
 {
     delete[] info.nodeName;
     delete[] info.devicePath;
-    info.nodeName   = nullptr;
+    info.nodeName = nullptr;
     info.devicePath = nullptr;
     KEST_deleteDevAddress(&info.addressList, true);
 }
 
 void kest_miscExtractFFDCAndUnlock(ErrlEntry*& entry, mern_t& handle)
 {
-    const traceScope    scope("kest_miscExtractFFDCAndUnlock");
-    kest_errorDetails   details{};
-    void*               data       = nullptr;
-    unsigned int        size       = 0;
+    const traceScope scope("kest_miscExtractFFDCAndUnlock");
+    kest_errorDetails details{};
+    void* data = nullptr;
+    unsigned int size = 0;
     const std::uint32_t extractEnd = kest_wobuFFDCExtract(handle, entry, &data, &size);
     if (extractEnd != 0) {
         kest_attachSoftwareError(details, extractEnd, captureModule, siteExtractFailed);

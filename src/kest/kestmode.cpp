@@ -12,15 +12,15 @@ namespace kest
 namespace
 {
 
-constexpr char          sourceId[]    = "kestmode";
-constexpr char          name[]        = "kest_detectMode";
-constexpr char          registryKey[] = "tavo/ReadMode";
-constexpr unsigned int  valueBytes    = 16;
-constexpr std::uint32_t moduleId      = 5;
+constexpr char sourceId[] = "kestmode";
+constexpr char name[] = "kest_detectMode";
+constexpr char registryKey[] = "tavo/ReadMode";
+constexpr unsigned int valueBytes = 16;
+constexpr std::uint32_t moduleId = 5;
 
 struct modeText {
-    const char*  text; ///< only this much of the registry's value is compared
-    std::size_t  length;
+    const char* text; ///< only this much of the registry's value is compared
+    std::size_t length;
     unsigned int mode;
 };
 constexpr std::array<modeText, 3> modeTexts{{
@@ -49,7 +49,7 @@ void commitFailure(ErrlEntry* entry, std::uint32_t reason, const char* block, st
     kest_errorDetails details{};
     kest_describeFailure(details, moduleId, reason);
     kest_attachUserDetails(details, block, blockBytes, kest_dtlsRegistry);
-    details.commitEntry  = 1;
+    details.commitEntry = 1;
     details.commitAction = ERRL_ACTION_REPORT;
     kest_logError(entry, &details, sourceId);
 }
@@ -57,9 +57,9 @@ void commitFailure(ErrlEntry* entry, std::uint32_t reason, const char* block, st
 unsigned int readRegistry()
 {
     std::array<char, valueBytes> value{};
-    unsigned int                 size  = valueBytes;
-    unsigned int                 mode  = kest_modeHardware;
-    ErrlEntry* const             entry = UtilReg::read(registryKey, value.data(), size, false, nullptr);
+    unsigned int size = valueBytes;
+    unsigned int mode = kest_modeHardware;
+    ErrlEntry* const entry = UtilReg::read(registryKey, value.data(), size, false, nullptr);
     if (entry != nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("read mode not had from the registry"), " %s,%s", __LINE__, 0, name,
                              registryKey);

@@ -14,24 +14,24 @@ namespace kest
 namespace
 {
 
-constexpr char          sourceId[] = "kestprocessmsg";
-constexpr char          name[]     = "kestProcessMsg";
-constexpr std::uint32_t moduleId   = 0xFF;
+constexpr char sourceId[] = "kestprocessmsg";
+constexpr char name[] = "kestProcessMsg";
+constexpr std::uint32_t moduleId = 0xFF;
 
-constexpr std::uint16_t typeRead     = 0x8001;
-constexpr std::uint16_t typeWrite    = 0x8002;
-constexpr std::uint16_t typeRefused  = 0x8003;
+constexpr std::uint16_t typeRead = 0x8001;
+constexpr std::uint16_t typeWrite = 0x8002;
+constexpr std::uint16_t typeRefused = 0x8003;
 constexpr std::uint16_t typeLocation = 0x8004;
-constexpr unsigned int  typeCount    = 4;
+constexpr unsigned int typeCount = 4;
 
 /// Smallest payload of each type, from typeRead on.
 constexpr std::array<unsigned int, typeCount> fixedHeadBytes{13, 13, 0, 8};
 
-constexpr std::uint8_t flagServed  = 0x40;
+constexpr std::uint8_t flagServed = 0x40;
 constexpr std::uint8_t flagWritten = 0x01;
-constexpr std::uint8_t flagData    = 0x02;
+constexpr std::uint8_t flagData = 0x02;
 
-constexpr unsigned int locationAt       = 12; ///< offset of the location text in a payload
+constexpr unsigned int locationAt = 12; ///< offset of the location text in a payload
 constexpr unsigned int locationBytesMax = sizeof(tavo_deviceaddress::location);
 
 /// Head of a binary trace record, host byte order.
@@ -46,17 +46,17 @@ static_assert(sizeof(binaryTraceHead) == 12);
 constexpr unsigned int tracedBytesMax = 128;
 
 struct seepromRequest {
-    std::uint32_t      offset;
-    std::uint32_t      reserved; ///< carried, not used
-    std::uint32_t      length;
-    unsigned char*     data; ///< owned
+    std::uint32_t offset;
+    std::uint32_t reserved; ///< carried, not used
+    std::uint32_t length;
+    unsigned char* data; ///< owned
     tavo_deviceaddress device;
 };
 
 void traceMessage(const NetcMessage& message, std::uint32_t hash, int line)
 {
-    const unsigned int    size  = message.dataSize();
-    const unsigned int    bytes = std::min(size, tracedBytesMax);
+    const unsigned int size = message.dataSize();
+    const unsigned int bytes = std::min(size, tracedBytesMax);
     const binaryTraceHead head{static_cast<std::uint16_t>(bytes), 0x4644, 0x080C87FA, static_cast<std::uint32_t>(line)};
     trace_wobu_write_all(kest_trace, hash, " %s,%4x,%4x,%d", line, 0, name, message.identifier, message.type, size);
     trace_wobu_write2(kest_trace, 0, sizeof head, &head, bytes, message.dataPointer());
@@ -89,10 +89,10 @@ void answerData(NetcMessage& reply, const char* bytes, unsigned int size, kest_e
 
 ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char** location, kest_errorDetails& details)
 {
-    const char* const   payload  = request.dataPointer();
-    const std::uint32_t device   = wordAt(payload, 0);
+    const char* const payload = request.dataPointer();
+    const std::uint32_t device = wordAt(payload, 0);
     const std::uint32_t position = wordAt(payload, 1);
-    ErrlEntry* const    entry = TAVO_get_dev_addr_string(device, location, static_cast<zelPosition>(position), false);
+    ErrlEntry* const entry = TAVO_get_dev_addr_string(device, location, static_cast<zelPosition>(position), false);
     if (entry != nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("device without location"), " %s,%X,%X", __LINE__, 0, name, device,
                              position);
@@ -107,8 +107,8 @@ ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char**
 void reportShort(const NetcMessage& request, std::uint32_t reason, std::uint64_t bytesNeeded,
                  kest_errorDetails& details)
 {
-    const unsigned int size   = request.dataSize();
-    const auto         needed = static_cast<std::uint32_t>(bytesNeeded);
+    const unsigned int size = request.dataSize();
+    const auto needed = static_cast<std::uint32_t>(bytesNeeded);
     trace_wobu_write_all(kest_trace, traceHash("payload too short"), " %s,%d,%d", __LINE__, 0, name, size, needed);
     kest_describeFailure(details, moduleId, reason, request.type, size, needed);
 }
@@ -130,15 +130,15 @@ bool takeWriteData(const NetcMessage& request, unsigned int dataAt, seepromReque
 /// Decodes a read or write request whose fixed head is there.
 bool takeRequest(const NetcMessage& request, seepromRequest& record, kest_errorDetails& details)
 {
-    const char* const  payload   = request.dataPointer();
+    const char* const payload = request.dataPointer();
     const unsigned int bytesLeft = request.dataSize() - locationAt;
-    record.offset                = wordAt(payload, 0);
-    record.reserved              = wordAt(payload, 1);
-    record.length                = wordAt(payload, 2);
+    record.offset = wordAt(payload, 0);
+    record.reserved = wordAt(payload, 1);
+    record.length = wordAt(payload, 2);
     const auto locationLength =
         static_cast<unsigned int>(strnlen(payload + locationAt, std::min(bytesLeft, locationBytesMax)));
     const unsigned int dataAt = locationAt + locationLength + 1;
-    bool               taken  = false;
+    bool taken = false;
     if (request.dataSize() < dataAt) {
         reportShort(request, 0x1325, dataAt, details);
     } else {
@@ -168,8 +168,8 @@ ErrlEntry* serveSeeprom(NetcMessage& reply, seepromRequest& record, kest_errorDe
 bool checkHead(const NetcMessage& request, kest_errorDetails& details)
 {
     const unsigned int index = unsigned{request.type} - typeRead; // types below wrap to large values
-    const unsigned int size  = request.dataSize();
-    bool               good  = false;
+    const unsigned int size = request.dataSize();
+    bool good = false;
     if (index >= typeCount) {
         trace_wobu_write_all(kest_trace, traceHash("message type unknown"), " %s,%4x", __LINE__, 0, name, request.type);
         kest_describeFailure(details, moduleId, 0x1322, 204, request.type);
@@ -191,15 +191,15 @@ bool checkHead(const NetcMessage& request, kest_errorDetails& details)
 ErrlEntry* kestProcessMsg(void* /*context*/, NetcMessage* request, NetcMessage* reply)
 {
     using namespace kest;
-    const traceScope  scope(name);
-    seepromRequest    record{};
+    const traceScope scope(name);
+    seepromRequest record{};
     kest_errorDetails details{};
-    char*             location = nullptr;
-    ErrlEntry*        entry    = nullptr;
-    record.reserved            = 2;
+    char* location = nullptr;
+    ErrlEntry* entry = nullptr;
+    record.reserved = 2;
     traceMessage(*request, traceHash("request"), __LINE__);
     reply->identifier = request->identifier;
-    reply->type       = request->type;
+    reply->type = request->type;
     reply->replyFlags = 0;
     if (checkHead(*request, details)) {
         if (request->type == typeLocation) {

@@ -9,17 +9,17 @@ namespace kest
 namespace
 {
 
-constexpr char sourceId[]        = "kestseeprom";
-constexpr char readName[]        = "KEST_seepromRead";
-constexpr char writeName[]       = "KEST_seepromWrite";
+constexpr char sourceId[] = "kestseeprom";
+constexpr char readName[] = "KEST_seepromRead";
+constexpr char writeName[] = "KEST_seepromWrite";
 constexpr char persistencyRoot[] = "qorn/P3_Root";
 
-constexpr std::uint32_t readModule  = 6;
+constexpr std::uint32_t readModule = 6;
 constexpr std::uint32_t writeModule = 7;
 
 /// The software error of a hardware failure names module 6 in both directions.
-constexpr std::uint32_t hardwareModule    = 6;
-constexpr std::uint32_t hardwareReadSite  = 369;
+constexpr std::uint32_t hardwareModule = 6;
+constexpr std::uint32_t hardwareReadSite = 369;
 constexpr std::uint32_t hardwareWriteSite = 1097;
 
 unsigned int modeOf(kest_attributeValue selector)
@@ -93,8 +93,8 @@ ErrlEntry* readCopy(std::uint32_t device, unsigned int offset, unsigned int* len
 ErrlEntry* readInMode(const tavo_deviceaddress& address, unsigned int offset, unsigned int* length,
                       unsigned char** data, const kest_attributeValue* attributes, kest_errorDetails& details)
 {
-    ErrlEntry*         entry = nullptr;
-    const unsigned int mode  = modeOf(attributes[KEST_ATTR_READ_MODE]);
+    ErrlEntry* entry = nullptr;
+    const unsigned int mode = modeOf(attributes[KEST_ATTR_READ_MODE]);
     if (mode != kest_modeHardware) {
         entry = readCopy(address.number, offset, length, data, mode, details);
     }
@@ -112,8 +112,8 @@ ErrlEntry* readInMode(const tavo_deviceaddress& address, unsigned int offset, un
 /// Asks for one byte of the persisted copy. @param[out] found  whether there is one
 ErrlEntry* probeCopy(std::uint32_t device, unsigned int mode, bool& found, kest_errorDetails& details)
 {
-    unsigned int     probeLength = 1;
-    unsigned char*   probe       = nullptr;
+    unsigned int probeLength = 1;
+    unsigned char* probe = nullptr;
     ErrlEntry* const entry = tavo_read_data_persistancy(persistencyRoot, device, nullptr, &probe, &probeLength, 0);
     if (entry != nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("persisted copy not probed"), " %s,%x", __LINE__, 0, writeName,
@@ -145,9 +145,9 @@ ErrlEntry* writeCopy(std::uint32_t device, unsigned int offset, unsigned int* le
 ErrlEntry* writeInMode(const tavo_deviceaddress& address, unsigned int offset, unsigned int* length,
                        const unsigned char* data, const kest_attributeValue* attributes, kest_errorDetails& details)
 {
-    ErrlEntry*         entry = nullptr;
-    bool               found = false;
-    const unsigned int mode  = modeOf(attributes[KEST_ATTR_READ_MODE]);
+    ErrlEntry* entry = nullptr;
+    bool found = false;
+    const unsigned int mode = modeOf(attributes[KEST_ATTR_READ_MODE]);
     if (mode != kest_modeHardware) {
         entry = probeCopy(address.number, mode, found, details);
         if (entry == nullptr && found) {
@@ -166,9 +166,9 @@ ErrlEntry* writeInMode(const tavo_deviceaddress& address, unsigned int offset, u
 ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* /*spare*/, unsigned int offset,
                             unsigned int* length, unsigned char** data, const kest_attributeValue* attributes)
 {
-    const traceScope  scope(readName);
+    const traceScope scope(readName);
     kest_errorDetails details{};
-    ErrlEntry*        entry = nullptr;
+    ErrlEntry* entry = nullptr;
     if (data != nullptr && *data != nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("buffer pointer in use"), " %s", __LINE__, 0, readName);
         kest_describeFailure(details, readModule, 0x1307);
@@ -186,9 +186,9 @@ ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* /*spare*/, u
 ErrlEntry* KEST_seepromWrite(tavo_deviceaddress address, const char* /*spare*/, unsigned int offset,
                              unsigned int* length, const unsigned char* data, const kest_attributeValue* attributes)
 {
-    const traceScope  scope(writeName);
+    const traceScope scope(writeName);
     kest_errorDetails details{};
-    ErrlEntry*        entry = nullptr;
+    ErrlEntry* entry = nullptr;
     if (length == nullptr || data == nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, writeName,
                              length == nullptr, data == nullptr);

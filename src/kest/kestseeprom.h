@@ -11,9 +11,9 @@ namespace kest
 {
 
 /// Read modes.
-constexpr unsigned int kest_modeUnknown  = 0;
-constexpr unsigned int kest_modeFile     = 1;
-constexpr unsigned int kest_modeMixed    = 2;
+constexpr unsigned int kest_modeUnknown = 0;
+constexpr unsigned int kest_modeFile = 1;
+constexpr unsigned int kest_modeMixed = 2;
 constexpr unsigned int kest_modeHardware = 3;
 
 /// @param value  2 reads the registry again; any other uses the cached mode when there is one. @return 1, 2 or 3

@@ -23,10 +23,10 @@ constexpr char sourceId[] = "kestseeprom";
 
 /// One direction of transfer: who reports its failures, and the mark that each failing step leaves in the entry.
 struct direction {
-    const char*   name;
+    const char* name;
     std::uint32_t moduleId;
-    bool          read;
-    int           operation; ///< of the hub support and the retry
+    bool read;
+    int operation; ///< of the hub support and the retry
     std::uint32_t hubMark;
     std::uint32_t openMark;
     std::uint32_t blockMark;
@@ -48,35 +48,35 @@ public:
         if (std::memchr(address.location, '\0', sizeof address.location) == nullptr) {
             std::memcpy(m_copy, address.location, sizeof address.location);
             m_copy[sizeof address.location] = '\0';
-            m_text                          = m_copy;
+            m_text = m_copy;
         } else {
             m_text = address.location;
         }
     }
-    locationText(const locationText&)            = delete;
+    locationText(const locationText&) = delete;
     locationText& operator=(const locationText&) = delete;
-    const char*   text() const { return m_text; }
+    const char* text() const { return m_text; }
 
 private:
-    char        m_copy[sizeof(tavo_deviceaddress::location) + 1]; // left unset unless it is needed
+    char m_copy[sizeof(tavo_deviceaddress::location) + 1]; // left unset unless it is needed
     const char* m_text;
 };
 
 struct seepromTransfer {
-    const direction&                      way;
-    ErrlEntry*&                           error;
-    const tavo_deviceaddress&             address;
-    unsigned int                          offset;
-    const kest_attributeValue*            attributes;
-    locationText                          location{address};
-    kest_errorDetails                     details{};
-    kest_deviceInfo                       device{};
-    unsigned int                          lengthWanted = 0;
-    unsigned int                          lengthMoved  = 0;
+    const direction& way;
+    ErrlEntry*& error;
+    const tavo_deviceaddress& address;
+    unsigned int offset;
+    const kest_attributeValue* attributes;
+    locationText location{address};
+    kest_errorDetails details{};
+    kest_deviceInfo device{};
+    unsigned int lengthWanted = 0;
+    unsigned int lengthMoved = 0;
     std::unique_ptr<kest_deviceAddress[]> flatList{}; ///< attached to the details, freed after they are logged
-    std::uint32_t                         mark   = 0; ///< the step that failed last
-    bool                                  opened = false;
-    mern_t                                handle = MERN_INVALID;
+    std::uint32_t mark = 0; ///< the step that failed last
+    bool opened = false;
+    mern_t handle = MERN_INVALID;
 };
 
 void fail(seepromTransfer& transfer, std::uint32_t reason, std::uint32_t userData1 = 0)
@@ -122,8 +122,8 @@ bool checkChain(seepromTransfer& transfer)
 
 bool checkType(seepromTransfer& transfer)
 {
-    const kest_deviceType type   = kest_lastNode(transfer.device.addressList)->type;
-    const bool            served = kest_isSeeprom(type) || type == KEST_DEV_172;
+    const kest_deviceType type = kest_lastNode(transfer.device.addressList)->type;
+    const bool served = kest_isSeeprom(type) || type == KEST_DEV_172;
     if (!served) {
         trace_wobu_write_all(kest_trace, traceHash("not a SEEPROM"), " %s,%x", __LINE__, 0, transfer.way.name,
                              static_cast<std::uint32_t>(type));
@@ -176,8 +176,8 @@ bool configureSpeed(seepromTransfer& transfer)
 /// The layer's DMA option. A refusal ends the read as a success, with nothing but a line on standard error.
 bool configureDma(seepromTransfer& transfer)
 {
-    std::uint32_t value    = 2;
-    const bool    accepted = mern_iic_config(transfer.handle, kest_configSet, WOBU_IIC_DMA_OPTION, &value, 4) == 0;
+    std::uint32_t value = 2;
+    const bool accepted = mern_iic_config(transfer.handle, kest_configSet, WOBU_IIC_DMA_OPTION, &value, 4) == 0;
     if (!accepted) {
         std::fprintf(stderr, "DMA workaround error\n");
     }
@@ -256,10 +256,10 @@ unsigned int capacityOf(kest_deviceType type)
 bool takeBuffer(seepromTransfer& transfer, unsigned int length, unsigned char** data)
 {
     const unsigned int wanted = length != 0 ? length : capacityOf(kest_lastNode(transfer.device.addressList)->type);
-    *data                     = static_cast<unsigned char*>(tavo_malloc(wanted));
+    *data = static_cast<unsigned char*>(tavo_malloc(wanted));
     if (*data != nullptr) {
         transfer.lengthWanted = wanted;
-        transfer.lengthMoved  = wanted;
+        transfer.lengthMoved = wanted;
     } else {
         trace_wobu_write_all(kest_trace, traceHash("no memory"), " %s,%x", __LINE__, 0, transfer.way.name, wanted);
         fail(transfer, 0x132B, wanted);
@@ -299,10 +299,10 @@ void finish(seepromTransfer& transfer, unsigned int lengthWanted, unsigned int l
     }
 }
 
-constexpr char          retryName[]      = "kest_wobuResetRetry";
-constexpr std::uint32_t retryModule      = 31;
-constexpr std::uint32_t retrySite        = 1641;
-constexpr std::uint32_t resetReason      = 0x1328;
+constexpr char retryName[] = "kest_wobuResetRetry";
+constexpr std::uint32_t retryModule = 31;
+constexpr std::uint32_t retrySite = 1641;
+constexpr std::uint32_t resetReason = 0x1328;
 constexpr std::uint32_t timeoutBehindHub = 1200; ///< ms for each 256 bytes
 
 bool resetBus(mern_t& handle, ErrlEntry*& error)
@@ -338,16 +338,16 @@ void repeatTransfer(mern_t handle, ErrlEntry*& error, unsigned int* length, void
 std::uint32_t kest_timeoutCalc(const kest_deviceAddress* chain, unsigned int length, bool read,
                                const kest_attributeValue* attributes)
 {
-    const std::uint32_t speed     = attributes[KEST_ATTR_BUS_SPEED];
+    const std::uint32_t speed = attributes[KEST_ATTR_BUS_SPEED];
     const std::uint32_t blockTime = speed == 400 ? 16 : 64;
-    std::uint32_t       result    = blockTime;
+    std::uint32_t result = blockTime;
     if (chain == nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("time-out of no chain"), " %s", __LINE__, 0, "kest_timeoutCalc");
     } else if (chain->next != nullptr) {
         result = std::max(length / 256, 1u) * timeoutBehindHub;
     } else {
         const std::uint32_t pageSize = read ? 0 : kest_pageSize(chain->type);
-        std::uint32_t       base     = std::max(length, 32u) / 32 * blockTime;
+        std::uint32_t base = std::max(length, 32u) / 32 * blockTime;
         if (pageSize != 0) {
             base += std::max(pageSize, length) / pageSize * attributes[KEST_ATTR_WRITE_CYCLE];
         }
@@ -369,10 +369,10 @@ std::uint32_t kest_timeoutCalc(const kest_deviceAddress* chain, unsigned int len
 
 void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length, void* buffer, int operation)
 {
-    const traceScope  scope(retryName);
+    const traceScope scope(retryName);
     kest_errorDetails details{};
-    ErrlEntry*        retryError = nullptr;
-    const bool        reset      = resetBus(handle, retryError);
+    ErrlEntry* retryError = nullptr;
+    const bool reset = resetBus(handle, retryError);
     if (reset) {
         repeatTransfer(handle, retryError, length, buffer, operation);
     }
@@ -399,7 +399,7 @@ void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, uns
                               unsigned char** data, const kest_attributeValue* attributes)
 {
     const traceScope scope(reading.name);
-    seepromTransfer  transfer{reading, error, address, offset, attributes};
+    seepromTransfer transfer{reading, error, address, offset, attributes};
     if (understandDevice(transfer) && takeBuffer(transfer, *length, data)) {
         if (headIsHub(transfer)) {
             transferThroughHub(transfer, *data);
@@ -416,7 +416,7 @@ void kest_seepromHardwareWrite(ErrlEntry*& error, tavo_deviceaddress address, un
                                const unsigned char* data, const kest_attributeValue* attributes)
 {
     const traceScope scope(writing.name);
-    seepromTransfer  transfer{writing, error, address, offset, attributes};
+    seepromTransfer transfer{writing, error, address, offset, attributes};
     transfer.lengthWanted = transfer.lengthMoved = *length;
     if (understandDevice(transfer)) {
         // hub support and retry take one buffer for both directions; a write only reads it

@@ -10,16 +10,16 @@ namespace
 {
 
 constexpr char sourceId[] = "kestthermal";
-constexpr char name[]     = "KEST_thermal_sensor_read_temperature_data";
+constexpr char name[] = "KEST_thermal_sensor_read_temperature_data";
 
 constexpr std::uint32_t thermalModule = 32;
 
 ErrlEntry* readSensor(KEST_thermal_sensor_info& info, kest_errorDetails& details)
 {
     unsigned int word = 0;
-    info.status       = KEST_THERMAL_INVALID;
-    info.temperature  = 0;
-    ErrlEntry* entry  = KEST_dpRead(info.devicePath, 0xFFFF, &word, nullptr, 0xF0);
+    info.status = KEST_THERMAL_INVALID;
+    info.temperature = 0;
+    ErrlEntry* entry = KEST_dpRead(info.devicePath, 0xFFFF, &word, nullptr, 0xF0);
     if (entry != nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("sensor not read"), " %s,%x,%x,%x,%s", 118, 0, name, word,
                              static_cast<unsigned int>(info.temperature), static_cast<unsigned int>(info.status),
@@ -29,7 +29,7 @@ ErrlEntry* readSensor(KEST_thermal_sensor_info& info, kest_errorDetails& details
         kest_setReturnCode(details, 0x80001329);
     } else {
         info.temperature = static_cast<std::uint16_t>(word);
-        info.status      = KEST_THERMAL_VALID;
+        info.status = KEST_THERMAL_VALID;
     }
     return entry;
 }
@@ -38,8 +38,8 @@ ErrlEntry* readSensor(KEST_thermal_sensor_info& info, kest_errorDetails& details
 
 ErrlEntry* KEST_thermal_sensor_read_temperature_data(KEST_thermal_sensor_info* info)
 {
-    const traceScope  scope{name};
-    ErrlEntry*        entry = nullptr;
+    const traceScope scope{name};
+    ErrlEntry* entry = nullptr;
     kest_errorDetails details{};
     if (info != nullptr && info->devicePath != nullptr) {
         entry = readSensor(*info, details);

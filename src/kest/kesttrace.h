@@ -33,13 +33,13 @@ public:
     {
         trace_wobu_write_all(kest_trace, traceHash("entry"), " %s", m_line, 0, m_function);
     }
-    traceScope(const traceScope&)            = delete;
+    traceScope(const traceScope&) = delete;
     traceScope& operator=(const traceScope&) = delete;
     ~traceScope() { trace_wobu_write_all(kest_trace, traceHash("exit"), " %s", m_line, 0, m_function); }
 
 private:
     const char* m_function;
-    int         m_line;
+    int m_line;
 };
 
 } // namespace kest

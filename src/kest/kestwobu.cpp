@@ -39,12 +39,12 @@ constexpr std::array<errnoRule, 4> errnoRules{{
     {EPUB_SUBSYSTEM_IIC_DEVICE, 0x00000000},
 }};
 
-constexpr std::uint32_t reasonAbsent         = 0x1311;
+constexpr std::uint32_t reasonAbsent = 0x1311;
 constexpr std::uint32_t returnCodeOfDeadlock = 0x8000130D; ///< of every operation, whatever its reason
 
 /// One operation on an open device: how its failures are told apart. The entry of a deadlock is committed at once.
 struct wobuCall {
-    const char*   name;
+    const char* name;
     std::uint32_t moduleId;
     std::uint32_t deadlockReason;
     std::uint32_t absentHash; ///< 0: ENXIO is like any other errno
@@ -115,21 +115,21 @@ void reportFailure(const wobuCall& call, int error, const failureWords& words, E
     kest_logError(entry, &details, sourceId);
     kest_miscExtractFFDCAndUnlock(entry, handle);
     if (error == EDEADLK) {
-        details.commitEntry  = 1;
+        details.commitEntry = 1;
         details.commitAction = ERRL_ACTION_REPORT;
         kest_logError(entry, &details, sourceId);
     }
 }
 
-constexpr std::uint32_t statusAbsent  = 0;
+constexpr std::uint32_t statusAbsent = 0;
 constexpr std::uint32_t statusPresent = 3;
 
 /// After a failed read: what the layer sees at the device's address goes into `entry`.
 void addDetectState(mern_t handle, ErrlEntry*& entry)
 {
     kest_errorDetails details{};
-    ErrlEntry*        statusEntry = nullptr;
-    std::uint32_t     status      = statusPresent; // stands when the item's failure was committed below: nothing to add
+    ErrlEntry* statusEntry = nullptr;
+    std::uint32_t status = statusPresent; // stands when the item's failure was committed below: nothing to add
     kest_wobuConfig(handle, statusEntry, kest_configRead, WOBU_IIC_DETECT_STATE, &status, sizeof status);
     if (statusEntry != nullptr) {
         trace_wobu_write_all(kest_trace, 0x3E40FC77, " %s", __LINE__, 0, readCall.name);
@@ -144,9 +144,9 @@ void addDetectState(mern_t handle, ErrlEntry*& entry)
     kest_logError(entry, &details, sourceId);
 }
 
-constexpr char          openName[]     = "kest_wobuOpen";
-constexpr std::uint32_t openModule     = 11;
-constexpr int           openFlags      = 0x1002; // read, write, synchronous
+constexpr char openName[] = "kest_wobuOpen";
+constexpr std::uint32_t openModule = 11;
+constexpr int openFlags = 0x1002; // read, write, synchronous
 constexpr std::uint32_t hashNodeAbsent = 0x05B69EAF;
 
 void describeOpen(kest_errorDetails& details, int error, const char* devicePath)
@@ -167,7 +167,7 @@ void describeOpen(kest_errorDetails& details, int error, const char* devicePath)
 }
 
 struct nodeRow {
-    char     name[2];
+    char name[2];
     NodeType number;
 };
 constexpr std::array<nodeRow, 10> nodeNames{
@@ -176,13 +176,13 @@ constexpr std::array<nodeRow, 10> nodeNames{
 /// What the type of a chain's head decides in the configuration block.
 struct headRule {
     kest_deviceType type;
-    std::uint16_t   offsetLength;
-    bool            fixedTimeout;
-    bool            writeCycle; ///< the write-cycle attribute applies
-    std::uint32_t   flags;
+    std::uint16_t offsetLength;
+    bool fixedTimeout;
+    bool writeCycle; ///< the write-cycle attribute applies
+    std::uint32_t flags;
 };
-constexpr std::uint32_t            fixedTimeoutMs = 20000;
-constexpr headRule                 defaultHead{KEST_DEV_172, 0, false, false, 0xFFFB0000};
+constexpr std::uint32_t fixedTimeoutMs = 20000;
+constexpr headRule defaultHead{KEST_DEV_172, 0, false, false, 0xFFFB0000};
 constexpr std::array<headRule, 12> headRules{{
     {KEST_DEV_SEEPROM_32K, 2, false, true, 0xFFFB0000},
     {KEST_DEV_SEEPROM_64K, 2, false, true, 0xFFFB0000},
@@ -224,7 +224,7 @@ std::uint32_t flagOfTransferMode(kest_attributeValue mode)
 
 /// One step of the capture of first-failure data.
 struct ffdcCall {
-    const char*   name;
+    const char* name;
     std::uint32_t moduleId;
     std::uint32_t reason;
     std::uint32_t hash;
@@ -252,7 +252,7 @@ bool kest_isInvalidHandle(const mern_t& handle)
 
 void KEST_convert_str_to_MernNodeId(const char* name, NodeType* node, ErrlEntry*& entry)
 {
-    const traceScope  scope("KEST_convert_str_to_MernNodeId");
+    const traceScope scope("KEST_convert_str_to_MernNodeId");
     kest_errorDetails details{};
     const auto* const found = std::ranges::find_if(
         nodeNames, [name](const nodeRow& row) { return name != nullptr && std::strcmp(name, row.name) == 0; });
@@ -267,9 +267,9 @@ void KEST_convert_str_to_MernNodeId(const char* name, NodeType* node, ErrlEntry*
 
 void kest_wobuOpen(mern_t& handle, ErrlEntry*& entry, const char* devicePath, const char* nodeName)
 {
-    const traceScope  scope(openName);
-    MernNode          node;
-    NodeType          number = -1;
+    const traceScope scope(openName);
+    MernNode node;
+    NodeType number = -1;
     kest_errorDetails details{};
     MernInitialize(0x80000000);
     if (devicePath == nullptr) {
@@ -293,8 +293,8 @@ void kest_wobuConfig(mern_t handle, ErrlEntry*& entry, int operation, wobu_iic_c
                      unsigned int size)
 {
     const traceScope scope(configCall.name);
-    const int        result = mern_iic_config(handle, operation, item, value, size);
-    const int        error  = errno;
+    const int result = mern_iic_config(handle, operation, item, value, size);
+    const int error = errno;
     if (result < 0) {
         const std::uint32_t itemNumber = item;
         reportFailure(configCall, error, {itemNumber, static_cast<std::uint32_t>(operation), itemNumber}, entry,
@@ -305,8 +305,8 @@ void kest_wobuConfig(mern_t handle, ErrlEntry*& entry, int operation, wobu_iic_c
 void kest_wobuSeek(mern_t& handle, ErrlEntry*& entry, long offset, int whence)
 {
     const traceScope scope(seekCall.name);
-    const int        result = mern_iic_seek(handle, offset, whence);
-    const int        error  = errno;
+    const int result = mern_iic_seek(handle, offset, whence);
+    const int error = errno;
     if (result < 0) {
         const auto position = static_cast<std::uint32_t>(offset);
         reportFailure(seekCall, error, {position, position, 0}, entry, handle);
@@ -315,11 +315,11 @@ void kest_wobuSeek(mern_t& handle, ErrlEntry*& entry, long offset, int whence)
 
 void kest_wobuRead(mern_t& handle, ErrlEntry*& entry, unsigned int* length, void* buffer, int checkStatus)
 {
-    const traceScope   scope(readCall.name);
+    const traceScope scope(readCall.name);
     const unsigned int lengthWanted = *length;
-    const int          result       = mern_iic_read(handle, buffer, lengthWanted);
-    const int          error        = errno;
-    const auto         lengthMoved  = static_cast<unsigned int>(result);
+    const int result = mern_iic_read(handle, buffer, lengthWanted);
+    const int error = errno;
+    const auto lengthMoved = static_cast<unsigned int>(result);
     if (result < 0 || lengthMoved != lengthWanted) {
         *length = lengthMoved;
         reportFailure(readCall, error, {lengthWanted, lengthMoved, lengthWanted}, entry, handle);
@@ -332,9 +332,9 @@ void kest_wobuRead(mern_t& handle, ErrlEntry*& entry, unsigned int* length, void
 void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, const void* data)
 {
     const traceScope scope(writeCall.name);
-    const int        result      = mern_iic_write(handle, data, *length);
-    const int        error       = errno;
-    const auto       lengthMoved = static_cast<unsigned int>(result);
+    const int result = mern_iic_write(handle, data, *length);
+    const int error = errno;
+    const auto lengthMoved = static_cast<unsigned int>(result);
     if (result < 0 || lengthMoved != *length) {
         *length = lengthMoved; // the length asked for is gone: every user data word of a write carries the count
         reportFailure(writeCall, error, {lengthMoved, lengthMoved, lengthMoved}, entry, handle);
@@ -344,8 +344,8 @@ void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, con
 void kest_wobuClose(mern_t& handle, ErrlEntry*& entry)
 {
     const traceScope scope(closeCall.name);
-    const int        result = mern_iic_close(handle);
-    const int        error  = errno;
+    const int result = mern_iic_close(handle);
+    const int error = errno;
     if (result < 0) {
         reportFailure(closeCall, error, {0, 0, 0}, entry, handle);
     }
@@ -354,27 +354,27 @@ void kest_wobuClose(mern_t& handle, ErrlEntry*& entry)
 void kest_wobuBuildConfig(const kest_deviceAddress* chain, unsigned int length, bool read, kest_iicConfigBlock* block,
                           const kest_attributeValue* attributes, int hubOption)
 {
-    const bool      isHub = chain->type == KEST_DEV_922HUB;
-    const headRule& rule  = ruleOfHead(chain->type);
-    const auto      cycle = static_cast<std::uint16_t>(attributes[KEST_ATTR_WRITE_CYCLE]);
-    *block                = {};
-    block->speedKhz       = 400; // the caller's speed goes to the layer as an item of its own
-    block->address        = chain->address;
-    block->offsetLength   = isHub ? hubOffsetLength(hubOption) : rule.offsetLength;
-    block->timeoutMs      = rule.fixedTimeout ? fixedTimeoutMs : kest_timeoutCalc(chain, length, read, attributes);
-    block->writeCycleMs   = rule.writeCycle ? cycle : std::uint16_t{0};
-    block->pageSize       = kest_pageSize(isHub ? kest_lastNode(chain)->type : chain->type);
-    block->flags          = rule.flags | flagOfTransferMode(attributes[KEST_ATTR_TRANSFER_MODE]);
-    block->busyWaitMs     = 1000;
+    const bool isHub = chain->type == KEST_DEV_922HUB;
+    const headRule& rule = ruleOfHead(chain->type);
+    const auto cycle = static_cast<std::uint16_t>(attributes[KEST_ATTR_WRITE_CYCLE]);
+    *block = {};
+    block->speedKhz = 400; // the caller's speed goes to the layer as an item of its own
+    block->address = chain->address;
+    block->offsetLength = isHub ? hubOffsetLength(hubOption) : rule.offsetLength;
+    block->timeoutMs = rule.fixedTimeout ? fixedTimeoutMs : kest_timeoutCalc(chain, length, read, attributes);
+    block->writeCycleMs = rule.writeCycle ? cycle : std::uint16_t{0};
+    block->pageSize = kest_pageSize(isHub ? kest_lastNode(chain)->type : chain->type);
+    block->flags = rule.flags | flagOfTransferMode(attributes[KEST_ATTR_TRANSFER_MODE]);
+    block->busyWaitMs = 1000;
 }
 
 std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data, unsigned int* size)
 {
-    const traceScope  scope(extractCall.name);
+    const traceScope scope(extractCall.name);
     kest_errorDetails details{};
-    std::uint32_t     returnCode = 0;
-    const int         result     = mern_iic_ffdc_extract(handle, 0, data);
-    const int         error      = errno;
+    std::uint32_t returnCode = 0;
+    const int result = mern_iic_ffdc_extract(handle, 0, data);
+    const int error = errno;
     if (result == -1) {
         returnCode = describeFfdc(details, extractCall, error, result);
     } else if (result > 0) {
@@ -390,12 +390,12 @@ std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data
 std::uint32_t kest_wobuFFDCUnlock(mern_t handle, ErrlEntry*& entry, int trace)
 {
     kest_errorDetails details{};
-    std::uint32_t     returnCode = 0;
+    std::uint32_t returnCode = 0;
     if (trace != 0) {
         trace_wobu_write_all(kest_trace, 0x0D21BD6B, " %s", __LINE__, 0, unlockCall.name);
     }
     const int result = mern_iic_ffdc_unlock(handle, 0);
-    const int error  = errno;
+    const int error = errno;
     if (result == -1) {
         returnCode = describeFfdc(details, unlockCall, error, result);
     }

@@ -16,12 +16,12 @@ namespace kest
 
 /// Directions of kest_wobuConfig().
 constexpr int kest_configRead = 1;
-constexpr int kest_configSet  = 2;
+constexpr int kest_configSet = 2;
 
 /// The layer's configuration block (item 19), host byte order.
 struct kest_iicConfigBlock {
     std::uint16_t speedKhz;
-    std::uint16_t address;      ///< 8-bit form
+    std::uint16_t address; ///< 8-bit form
     std::uint16_t offsetLength; ///< bytes of the position ahead of the data
     std::uint16_t reserved6;
     std::uint32_t reserved8;

@@ -37,7 +37,7 @@ namespace
 {
 
 using setting = std::pair<std::string, std::string>;
-using names   = std::set<std::string>;
+using names = std::set<std::string>;
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
 
@@ -50,9 +50,9 @@ void require(bool good, const char* what)
 
 std::vector<setting> settingsOf(const std::string& unit)
 {
-    std::ifstream        file(unit);
+    std::ifstream file(unit);
     std::vector<setting> settings;
-    bool                 inService = false;
+    bool inService = false;
     for (std::string line; std::getline(file, line);) {
         const std::size_t equals = line.find('=');
         if (line.starts_with('[')) {
@@ -66,9 +66,9 @@ std::vector<setting> settingsOf(const std::string& unit)
 
 std::map<std::string, std::vector<std::string>> readSets(const std::string& path)
 {
-    std::ifstream                                   file(path);
+    std::ifstream file(path);
     std::map<std::string, std::vector<std::string>> sets;
-    std::string                                     current;
+    std::string current;
     for (std::string line; std::getline(file, line);) {
         const std::size_t begin = line.find_first_not_of(' ');
         if (begin == std::string::npos || line[begin] == '#') {
@@ -107,7 +107,7 @@ public:
     {
         require(m_context != nullptr, "seccomp_init");
     }
-    filter(const filter&)            = delete;
+    filter(const filter&) = delete;
     filter& operator=(const filter&) = delete;
     ~filter() { seccomp_release(m_context); }
 
@@ -118,7 +118,7 @@ public:
         if (number >= 0) {
             const int error = seccomp_rule_add_array(m_context, action, number,
                                                      static_cast<unsigned int>(conditions.size()), conditions.data());
-            errno           = -error;
+            errno = -error;
             require(error == 0, call.c_str());
         }
     }
@@ -129,7 +129,7 @@ public:
     void load()
     {
         const int error = seccomp_load(m_context);
-        errno           = -error;
+        errno = -error;
         require(error == 0, "seccomp_load");
     }
 
@@ -204,7 +204,7 @@ void restrictSetIds()
 
 void lockPersonality()
 {
-    filter     calls(SCMP_ACT_ALLOW);
+    filter calls(SCMP_ACT_ALLOW);
     const auto now = static_cast<std::uint64_t>(personality(0xFFFFFFFF));
     calls.refuse("personality", {{0, SCMP_CMP_NE, now, 0}});
     calls.load();
@@ -225,7 +225,7 @@ void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, cons
 {
     names allowed = callsOf(sets, "@default");
     for (const std::string& line : lines) {
-        const bool         removes = line.starts_with('~');
+        const bool removes = line.starts_with('~');
         std::istringstream words(line.substr(removes ? 1 : 0));
         for (std::string word; words >> word;) {
             for (const std::string& call : callsOf(sets, word)) {
@@ -276,7 +276,7 @@ void applyFilters(const std::vector<setting>& settings, const std::map<std::stri
                   bool kills)
 {
     std::vector<std::string> lines;
-    std::uint32_t            refusal = SCMP_ACT_KILL_PROCESS;
+    std::uint32_t refusal = SCMP_ACT_KILL_PROCESS;
     for (const auto& [key, value] : settings) {
         if (key == "UMask") {
             umask(static_cast<mode_t>(std::stoul(value, nullptr, 8)));
@@ -320,7 +320,7 @@ void applyFilters(const std::vector<setting>& settings, const std::map<std::stri
 void dropRights(uid_t user, gid_t group, gid_t supplementary)
 {
     const rlimit none{0, 0};
-    int          capability = 0;
+    int capability = 0;
     while (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) == 0) {
         ++capability;
     }
@@ -336,7 +336,7 @@ void dropRights(uid_t user, gid_t group, gid_t supplementary)
 int main(int count, char** words)
 {
     std::vector<char*> arguments(words + 1, words + count);
-    const bool         kills = !arguments.empty() && std::string(arguments.front()) == "--kill";
+    const bool kills = !arguments.empty() && std::string(arguments.front()) == "--kill";
     arguments.erase(arguments.begin(), arguments.begin() + (kills ? 1 : 0));
     constexpr std::size_t own = 5;
     if (arguments.size() <= own) {
@@ -345,7 +345,7 @@ int main(int count, char** words)
     }
     try {
         const auto settings = settingsOf(arguments[0]);
-        const auto sets     = readSets(arguments[1]);
+        const auto sets = readSets(arguments[1]);
         if (settings.empty() || sets.empty()) {
             fail("unit or sets can't be read");
         }

@@ -34,10 +34,10 @@ TEST_F(LinuxBus, ClosesTheNodeWithTheHandle)
 }
 
 struct openFailure {
-    int    error;
+    int error;
     mode_t mode;
-    int    funcs;
-    int    expected;
+    int funcs;
+    int expected;
 };
 std::ostream& operator<<(std::ostream& stream, const openFailure& each)
 {
@@ -48,8 +48,8 @@ class LinuxBusOpen : public LinuxBus, public testing::WithParamInterface<openFai
 };
 TEST_P(LinuxBusOpen, FailsAndKeepsNothingOpen)
 {
-    kernel.openError  = GetParam().error;
-    kernel.nodeMode   = GetParam().mode;
+    kernel.openError = GetParam().error;
+    kernel.nodeMode = GetParam().mode;
     kernel.funcsError = GetParam().funcs;
     OpenDevice device("/dev/i2c-7@A0");
     EXPECT_EQ(GetParam().expected, device.error());
@@ -85,8 +85,8 @@ TEST_F(LinuxBus, ReadsAWholeChipInOneCallOfLongestMessages)
 {
     kernel.adapterHz = 3'400'000;
     OpenDevice device("/dev/i2c-7");
-    block      fast = eeprom();
-    fast.speedKhz   = 0;
+    block fast = eeprom();
+    fast.speedKhz = 0;
     device.set(fast);
     EXPECT_EQ(chip().memory, device.readAll(32768));
     EXPECT_THAT(kernel.log, ElementsAre("50W 0000 50R 8192 50R 8192 50R 8192 50R 8192"));
@@ -96,8 +96,8 @@ TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallGoesOnWithItsOffset)
 {
     kernel.adapterHz = 100'000'000; // no bus is as fast: the messages of a call are the limit
     OpenDevice device("/dev/i2c-7");
-    block      fast = eeprom();
-    fast.speedKhz   = 0;
+    block fast = eeprom();
+    fast.speedKhz = 0;
     device.set(fast);
     const bytes data = device.readAll(41 * 8192 + 1);
     ASSERT_EQ(2U, kernel.log.size());
@@ -107,7 +107,7 @@ TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallGoesOnWithItsOffset)
 
 TEST_F(LinuxBus, WritesPageByPageAndAsksAtTheEnd)
 {
-    OpenDevice  device("/dev/i2c-7");
+    OpenDevice device("/dev/i2c-7");
     const bytes data = pattern(100, 9);
     device.set(eeprom());
     device.seek(0x7E);
@@ -137,10 +137,10 @@ TEST_F(LinuxBus, WriteCycleThatDoesNotEndIsToldAfterFourOfThemOrFiftyMillisecond
     } const cases[] = {{5, 50}, {12, 50}, {20, 80}};
     for (const auto& each : cases) {
         OpenDevice device("/dev/i2c-7");
-        block      values    = eeprom();
-        values.writeCycleMs  = each.promisedMs;
-        chip().writeCycleNs  = 10'000'000'000;
-        chip().busyUntilNs   = 0;
+        block values = eeprom();
+        values.writeCycleMs = each.promisedMs;
+        chip().writeCycleNs = 10'000'000'000;
+        chip().busyUntilNs = 0;
         const auto beginning = kernel.clockNs;
         device.set(values);
         EXPECT_EQ((answer{0, ETIME}), device.write(pattern(10)));
@@ -159,8 +159,8 @@ TEST_F(LinuxBus, AbsentDeviceIsAskedForFiftyMillisecondsOrByteFortyWhenLess)
     kernel.chips.clear();
     for (const auto& each : cases) {
         OpenDevice device("/dev/i2c-7");
-        block      values    = eeprom();
-        values.busyWaitMs    = each.busyWaitMs;
+        block values = eeprom();
+        values.busyWaitMs = each.busyWaitMs;
         const auto beginning = kernel.clockNs;
         device.set(values);
         bytes data(4);
@@ -221,7 +221,7 @@ TEST_F(LinuxBus, LostArbitrationIsRepeatedWithinByteForty)
     EXPECT_EQ(bytes(chip().memory.begin(), chip().memory.begin() + 4), device.readAll(4));
     EXPECT_EQ(5U, kernel.log.size());
 
-    block impatient      = eeprom();
+    block impatient = eeprom();
     impatient.busyWaitMs = 0;
     device.set(impatient);
     kernel.failures = {EAGAIN};
@@ -232,8 +232,8 @@ TEST_F(LinuxBus, LostArbitrationIsRepeatedWithinByteForty)
 TEST_F(LinuxBus, TransferTimeOutIsWatchedBetweenMessages)
 {
     OpenDevice device("/dev/i2c-7");
-    block      values   = eeprom();
-    values.timeoutMs    = 10;
+    block values = eeprom();
+    values.timeoutMs = 10;
     chip().writeCycleNs = 4'000'000;
     device.set(values);
     EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640)));
@@ -244,8 +244,8 @@ TEST_F(LinuxBus, AdapterTimeOutIsSetAndPutBackWhenConfigured)
 {
     settings.use("state = \"state\"\n[linux]\nset_timeout = true\nlock_folder = \"locks\"\n");
     OpenDevice device("/dev/i2c-7");
-    block      values = eeprom();
-    values.timeoutMs  = 295;
+    block values = eeprom();
+    values.timeoutMs = 295;
     device.set(values);
     device.readAll(4);
     EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7", "timeout 30", "timeout 100"));
@@ -254,7 +254,7 @@ TEST_F(LinuxBus, AdapterTimeOutIsSetAndPutBackWhenConfigured)
 TEST_F(LinuxBus, PlainTransferThatDoesNotFitAMessageSendsNothing)
 {
     OpenDevice device("/dev/i2c-7@A0");
-    bytes      data(8193);
+    bytes data(8193);
     EXPECT_EQ((answer{0, EINVAL}), device.read(data));
     EXPECT_EQ((answer{0, EINVAL}), device.write(data));
     EXPECT_TRUE(kernel.log.empty());
@@ -306,7 +306,7 @@ TEST_F(LinuxBus, HubIsPolledByItsAddressAlone)
 
 TEST_F(LinuxBus, AdapterThatTakesLessIsGivenLess)
 {
-    kernel.longestRead  = 600;
+    kernel.longestRead = 600;
     kernel.mostMessages = 2;
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
@@ -355,7 +355,7 @@ TEST_F(LinuxBus, ResetThatCannotOpenTheAdapterLeavesTheHandleAsItWas)
         EXPECT_EQ((answer{1, 0}), device.read(data)) << each.openError;
     }
     kernel.openError = 0;
-    kernel.nodeMode  = S_IFREG | 0600;
+    kernel.nodeMode = S_IFREG | 0600;
     EXPECT_EQ((answer{-1, ENODEV}), device.reset());
     EXPECT_EQ(1, kernel.openNodes);
     kernel.nodeMode = S_IFCHR | 0600;
@@ -379,9 +379,9 @@ TEST_F(LinuxBus, DetectState)
 
 TEST_F(LinuxBus, ScanAsksByTheSafeWayForEachRangeAndLeavesDriversAlone)
 {
-    int error   = 0;
+    int error = 0;
     kernel.held = {0x51};
-    auto bus    = host::iic::toolBus::open("/dev/i2c-7", -1, error);
+    auto bus = host::iic::toolBus::open("/dev/i2c-7", -1, error);
     ASSERT_NE(nullptr, bus);
     const auto results = bus->scan();
     ASSERT_EQ(112U, results.size());
@@ -407,10 +407,10 @@ TEST_F(LinuxBus, ScanAsksByTheSafeWayForEachRangeAndLeavesDriversAlone)
 
 TEST_F(LinuxBus, ScanOfABusThatTimesOutSaysSo)
 {
-    int  error            = 0;
-    auto bus              = host::iic::toolBus::open("/dev/i2c-7", -1, error);
+    int error = 0;
+    auto bus = host::iic::toolBus::open("/dev/i2c-7", -1, error);
     kernel.lastingFailure = ETIMEDOUT;
-    const auto result     = bus->probe(0xA0);
+    const auto result = bus->probe(0xA0);
     EXPECT_EQ(host::iic::presence::uncertain, result.state);
     EXPECT_EQ("timed out", result.reason);
 }
@@ -419,10 +419,10 @@ TEST_F(LinuxBus, ScanOfABusThatTimesOutSaysSo)
 struct smbusCase {
     unsigned long functions;
     std::uint16_t offsetLength;
-    bytes         written; ///< empty: a read
-    std::size_t   wanted;
-    int           error;
-    std::string   call;
+    bytes written; ///< empty: a read
+    std::size_t wanted;
+    int error;
+    std::string call;
 };
 std::ostream& operator<<(std::ostream& stream, const smbusCase& each)
 {
@@ -435,15 +435,15 @@ class SmbusOnly : public LinuxBus, public testing::WithParamInterface<smbusCase>
 TEST_P(SmbusOnly, MakesTheExactCallOrNone)
 {
     const smbusCase& each = GetParam();
-    kernel.functions      = each.functions;
+    kernel.functions = each.functions;
     OpenDevice device("/dev/i2c-7");
-    block      values;
-    values.address      = 0x90;
+    block values;
+    values.address = 0x90;
     values.offsetLength = each.offsetLength;
     values.writeCycleMs = 0;
     device.set(values);
     device.seek(0x10);
-    bytes        data(each.wanted);
+    bytes data(each.wanted);
     const answer result = each.written.empty() ? device.read(data) : device.write(each.written);
     EXPECT_EQ(each.error, result.error);
     if (each.call.empty()) {
@@ -465,7 +465,7 @@ INSTANTIATE_TEST_SUITE_P(
                     smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 1, {}, 7, 0, "48R i2c block 10 7"},
                     smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK | I2C_FUNC_SMBUS_QUICK, 2, {9}, 0, 0, "48W i2c block 00 2:1009"},
                     smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 2, {}, 7, ENOSYS, ""}, // two bytes of offset ahead of a read
-                    smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {}, 2, EINVAL, ""},      // a plain read of two bytes
+                    smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {}, 2, EINVAL, ""}, // a plain read of two bytes
                     smbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 0, {}, 2, ENOSYS, ""},
                     smbusCase{I2C_FUNC_SMBUS_BYTE, 0, {1, 2}, 0, EINVAL, ""},
                     smbusCase{I2C_FUNC_SMBUS_BYTE, 1, {1}, 0, ENOSYS, ""}));

@@ -24,8 +24,8 @@ protected:
     /// The message about a file of this text, without the file's name.
     std::string errorOf(const std::string& text)
     {
-        const std::filesystem::path file   = folder.write("wrong.toml", text);
-        const configurationResult   result = readConfiguration(file);
+        const std::filesystem::path file = folder.write("wrong.toml", text);
+        const configurationResult result = readConfiguration(file);
         EXPECT_TRUE(result.error.empty() || result.value.file.empty()) << "a file in error gives the defaults";
         const std::string name = file.string() + ":";
         return result.error.starts_with(name) ? result.error.substr(name.size()) : result.error;
@@ -42,8 +42,9 @@ protected:
     };
     void expectMessages(const std::vector<wrongFile>& files)
     {
-        for (const wrongFile& file : files)
+        for (const wrongFile& file : files) {
             EXPECT_EQ(file.message, errorOf(file.text)) << file.text;
+        }
     }
     HostFolder folder;
 };
@@ -62,8 +63,9 @@ TEST_F(Configuration, EmptyFileGivesTheDefaults)
     EXPECT_EQ("/var/tmp/kest-" + std::to_string(geteuid()), value.errorLogSpoolFolder);
     EXPECT_EQ((std::map<std::string, std::string>{{"tavo/ReadMode", "HWareMode"}}), value.registry);
     EXPECT_TRUE(value.devices.empty());
-    for (const auto& node : value.nodes)
+    for (const auto& node : value.nodes) {
         EXPECT_FALSE(node.mapped());
+    }
     EXPECT_EQ(256U, value.service.maxClients);
     EXPECT_EQ(66048U, value.service.maxPayloadBytes);
     EXPECT_EQ(300U, value.service.idleSeconds);
@@ -401,8 +403,9 @@ int checkStateFolder(const char* stateHome, const char* home, const std::string&
 
 TEST_F(Configuration, StateOfAUserLiesWithTheUser)
 {
-    if (access("/var/lib/kest", W_OK) == 0 && geteuid() != 0)
+    if (access("/var/lib/kest", W_OK) == 0 && geteuid() != 0) {
         GTEST_SKIP() << "this user has been given the system's state folder";
+    }
     EXPECT_EQ(0, checkStateFolder("/x/state", "/home/u", "/x/state/kest"));
     EXPECT_EQ(0, checkStateFolder("relative", "/home/u", "/home/u/.local/state/kest"));
     EXPECT_EQ(0, checkStateFolder(nullptr, "/home/u", "/home/u/.local/state/kest"));
@@ -412,18 +415,19 @@ TEST_F(Configuration, StateOfAUserLiesWithTheUser)
 
 TEST_F(Configuration, StateOfRootLiesWithTheSystem)
 {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "needs root";
+    }
     EXPECT_EQ("/var/lib/kest", valueOf("").stateFolder);
 }
 
 TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
 {
-    std::ifstream       page(std::string(kest::tests::sourceFolder) + "/docs/configuration.md");
-    const std::string   text((std::istreambuf_iterator<char>(page)), {});
-    const auto          begin   = text.find("```toml\n") + 8;
-    const std::string   example = text.substr(begin, text.find("```", begin) - begin);
-    const configuration value   = valueOf(example);
+    std::ifstream page(std::string(kest::tests::sourceFolder) + "/docs/configuration.md");
+    const std::string text((std::istreambuf_iterator<char>(page)), {});
+    const auto begin = text.find("```toml\n") + 8;
+    const std::string example = text.substr(begin, text.find("```", begin) - begin);
+    const configuration value = valueOf(example);
     EXPECT_EQ("MixedMode", value.registry.at("tavo/ReadMode"));
     EXPECT_EQ(2U, value.devices.size());
     for (const char* key : {"state",        "folder",
@@ -439,8 +443,9 @@ TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
                             "write_groups", "raw_users",
                             "raw_groups",   "max_clients_per_user",
                             "max_working",  "max_working_per_user",
-                            "[nodes]"})
+                            "[nodes]"}) {
         EXPECT_NE(example.npos, example.find(key)) << key;
+    }
 }
 
 } // namespace

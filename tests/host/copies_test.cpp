@@ -38,14 +38,16 @@ protected:
     std::string read(unsigned int device, unsigned int wanted, unsigned int offset, const char* from = root)
     {
         auto* data = reinterpret_cast<unsigned char*>(&length); // to be replaced in any case
-        length     = wanted;
+        length = wanted;
         const std::unique_ptr<ErrlEntry> entry(
             tavo_read_data_persistancy(from, device, nullptr, &data, &length, offset));
         std::string result;
-        for (unsigned int index = 0; entry == nullptr && index < length; ++index)
+        for (unsigned int index = 0; entry == nullptr && index < length; ++index) {
             result += "0123456789abcdef"[data[index] % 16];
-        if (entry != nullptr)
+        }
+        if (entry != nullptr) {
             result = told(*entry);
+        }
         EXPECT_EQ(entry != nullptr || length == 0, data == nullptr);
         tavo_util_free(reinterpret_cast<void**>(&data));
         EXPECT_EQ(nullptr, data);
@@ -62,7 +64,7 @@ protected:
     /// Return code and user data of an entry.
     static std::string told(const ErrlEntry& entry)
     {
-        unsigned int         count = 0;
+        unsigned int count = 0;
         const std::uint32_t* words = entry.getSRC(0)->getHexData(count);
         EXPECT_EQ(0x1400, entry.creator());
         EXPECT_EQ(words[2] | 0x80000000, entry.getRC());
@@ -71,8 +73,8 @@ protected:
         return text;
     }
 
-    HostFolder   folder;
-    const int    other  = host::replaceCopy(8, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+    HostFolder folder;
+    const int other = host::replaceCopy(8, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
     unsigned int length = 0;
 };
 
@@ -98,7 +100,7 @@ TEST_F(Copies, ReadsAtOrPastTheEndAreErrors)
 
 TEST_F(Copies, APartIsReadWithoutTheRest)
 {
-    bytes         part;
+    bytes part;
     std::uint64_t sizeBytes = 0;
     EXPECT_EQ(0, host::readCopyPart(8, 7, 2, part, sizeBytes));
     EXPECT_EQ((bytes{7, 8}), part);
@@ -158,7 +160,7 @@ TEST_F(Copies, WritesWithoutACopyAreRefusedAndMakeNone)
 TEST_F(Copies, BadArgumentsAreRefused)
 {
     unsigned char* data = nullptr;
-    const auto     rc   = [](ErrlEntry* entry) {
+    const auto rc = [](ErrlEntry* entry) {
         const std::unique_ptr<ErrlEntry> owner(entry);
         return entry != nullptr ? entry->getRC() : 0;
     };
@@ -204,8 +206,9 @@ TEST_F(Copies, AreListedMadeAndRemoved)
 {
     EXPECT_EQ(0, other);
     EXPECT_EQ(0, host::replaceCopy(4294967295, bytes(1000, 1)));
-    for (const char* name : {"07", "x", "4294967296", "-1", "7x", ".8.new"})
+    for (const char* name : {"07", "x", "4294967296", "-1", "7x", ".8.new"}) {
         folder.write(std::string("state/qorn/P3_Root/") + name, "not a copy");
+    }
     std::vector<host::copyInfo> copies;
     EXPECT_EQ(0, host::listCopies(copies));
     ASSERT_EQ(3U, copies.size());
@@ -248,11 +251,11 @@ TEST_F(Copies, KilledAtAnyMomentTheCopyIsTheOldOneOrTheNewOne)
     EXPECT_EQ(0, host::replaceCopy(7, bytes(size, 0)));
     for (std::size_t round = 0; round < 30; ++round) {
         const bool whole = round % 2 == 0;
-        const auto told  = killAfter(1 + round % 7, [&](std::uint32_t number) {
-            const bytes  fresh(size, static_cast<std::uint8_t>(number + 1));
+        const auto told = killAfter(1 + round % 7, [&](std::uint32_t number) {
+            const bytes fresh(size, static_cast<std::uint8_t>(number + 1));
             unsigned int count = size;
-            const bool   done  = whole ? host::replaceCopy(7, fresh) == 0
-                                        : tavo_write_data_persistancy(root, 7, nullptr, fresh.data(), &count, 0) == nullptr;
+            const bool done = whole ? host::replaceCopy(7, fresh) == 0
+                                    : tavo_write_data_persistancy(root, 7, nullptr, fresh.data(), &count, 0) == nullptr;
             return done ? number + 1 : 0;
         });
         EXPECT_EQ(told.size(), told.back()) << "no write failed";
@@ -274,28 +277,32 @@ TEST_F(Copies, WritersOfTwoProcessesKeepEachOthersBytes)
         int failures = 0;
         for (unsigned int offset = first; offset < 400; offset += 2) {
             unsigned int count = 1;
-            if (tavo_write_data_persistancy(root, 7, nullptr, &byte, &count, offset) != nullptr)
+            if (tavo_write_data_persistancy(root, 7, nullptr, &byte, &count, offset) != nullptr) {
                 ++failures;
+            }
         }
         return failures;
     };
     const pid_t child = fork();
-    if (child == 0)
+    if (child == 0) {
         _exit(fill(1, 0));
+    }
     EXPECT_EQ(0, fill(2, 1));
     int status = -1;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
     bytes expected;
-    for (int pair = 0; pair < 200; ++pair)
+    for (int pair = 0; pair < 200; ++pair) {
         expected.insert(expected.end(), {1, 2});
+    }
     EXPECT_EQ(expected, contentsOf(7));
 }
 
 TEST_F(Copies, AreReadWithoutPermissionToWrite)
 {
-    for (const char* name : {"", "state", "state/qorn", "state/qorn/P3_Root"})
+    for (const char* name : {"", "state", "state/qorn", "state/qorn/P3_Root"}) {
         chmod((folder.path() / name).c_str(), 0755);
+    }
     chmod((folder.state("qorn/P3_Root/7")).c_str(), 0444);
     EXPECT_EQ(0, inChild([&] { return dropRights() && read(7, 2, 0) == "01" && !HasFailure() ? 0 : 1; }));
     EXPECT_EQ(0, inChild([&] {
@@ -307,9 +314,9 @@ TEST_F(Copies, WithoutMemoryAReadGivesTheDataOrAnEntry)
 {
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
     EXPECT_EQ("", withoutMemory([] {
-                  unsigned char                    unset  = 0;
-                  unsigned char*                   data   = &unset;
-                  unsigned int                     length = 3;
+                  unsigned char unset = 0;
+                  unsigned char* data = &unset;
+                  unsigned int length = 3;
                   const std::unique_ptr<ErrlEntry> entry(
                       tavo_read_data_persistancy(root, 7, nullptr, &data, &length, 4));
                   const bool read = data != nullptr && data != &unset && length == 3 && data[0] == 4 && data[2] == 6;
@@ -318,8 +325,8 @@ TEST_F(Copies, WithoutMemoryAReadGivesTheDataOrAnEntry)
                   return kept;
               }));
     EXPECT_EQ("", withoutMemory([] {
-                  unsigned char*                   data   = nullptr;
-                  unsigned int                     length = 3;
+                  unsigned char* data = nullptr;
+                  unsigned int length = 3;
                   const std::unique_ptr<ErrlEntry> pastTheEnd(
                       tavo_read_data_persistancy(root, 7, nullptr, &data, &length, 10));
                   return pastTheEnd != nullptr && data == nullptr;
@@ -331,9 +338,9 @@ TEST_F(Copies, WithoutMemoryAWriteIsDoneOrAnEntryAndNothing)
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
     EXPECT_EQ("", withoutMemory([this] {
                   const std::array<unsigned char, 2> data{0xA, 0xB};
-                  unsigned int                       length = 2;
-                  const std::unique_ptr<ErrlEntry>   entry(
-                        tavo_write_data_persistancy(root, 7, nullptr, data.data(), &length, 4));
+                  unsigned int length = 2;
+                  const std::unique_ptr<ErrlEntry> entry(
+                      tavo_write_data_persistancy(root, 7, nullptr, data.data(), &length, 4));
                   giveMemoryBack();
                   const std::string now = read(7, 0, 0);
                   host::replaceCopy(7, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
@@ -346,14 +353,14 @@ class DeviceTable : public testing::Test
 protected:
     std::string locationOf(unsigned int number, unsigned int position = 0)
     {
-        char                             unset  = 0;
-        char*                            string = &unset;
+        char unset = 0;
+        char* string = &unset;
         const std::unique_ptr<ErrlEntry> entry(
             TAVO_get_dev_addr_string(number, &string, static_cast<zelPosition>(position), false));
         const std::string result = entry == nullptr ? string : "entry";
         EXPECT_EQ(entry != nullptr, string == nullptr);
         if (entry != nullptr) {
-            unsigned int         count = 0;
+            unsigned int count = 0;
             const std::uint32_t* words = entry->getSRC(0)->getHexData(count);
             EXPECT_EQ(0x80001405U, entry->getRC());
             EXPECT_EQ(number, words[4]);
@@ -382,8 +389,8 @@ TEST_F(DeviceTable, WithoutMemoryThereIsALocationOrAnEntry)
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
     folder.configure("[[device]]\nnumber = 1\nlocation = \"there\"\n");
     EXPECT_EQ("", withoutMemory([] {
-                  char                             unset  = 0;
-                  char*                            string = &unset;
+                  char unset = 0;
+                  char* string = &unset;
                   const std::unique_ptr<ErrlEntry> entry(
                       TAVO_get_dev_addr_string(1, &string, static_cast<zelPosition>(0), false));
                   const bool kept =
@@ -417,8 +424,9 @@ TEST(SharedBuffers, AreZeroFilledAndDistinct)
 
 TEST(SharedBuffers, AreNullWhenThereIsNoMemory)
 {
-    if (underSanitizer || kest::tests::isEmulated())
+    if (underSanitizer || kest::tests::isEmulated()) {
         GTEST_SKIP() << "the sanitizers and the emulator need an unbounded address space";
+    }
     EXPECT_EQ(0, inChild([] {
                   const rlimit limit{512 << 20, 512 << 20};
                   return setrlimit(RLIMIT_AS, &limit) == 0 && tavo_malloc(0xFFFFFFFF) == nullptr ? 0 : 1;

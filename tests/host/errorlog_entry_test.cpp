@@ -12,7 +12,7 @@ namespace
 
 std::vector<std::uint32_t> wordsOf(const SrciSrc* src)
 {
-    unsigned int         count = 0;
+    unsigned int count = 0;
     const std::uint32_t* words = src != nullptr ? src->getHexData(count) : nullptr;
     return {words, words + count};
 }
@@ -42,11 +42,12 @@ TEST_F(ErrorEntry, FirstSrcIsDescribedByTheConstructor)
 
 TEST_F(ErrorEntry, FurtherSrcsComeBehindAndLeaveThePointersAlone)
 {
-    const auto     entry = make();
+    const auto entry = make();
     const SrciSrc* first = entry->getSRC(0);
-    for (unsigned int number = 1; number <= 100; ++number)
+    for (unsigned int number = 1; number <= 100; ++number) {
         entry->addSRC(0x1400, SRCI_TYPE_SERVICE_PROCESSOR, 0, 7, SERVICE_CODE_KEST, 0x1234, number, 0, 0, 0,
                       EPUB_SUBSYSTEM_SOFTWARE);
+    }
     EXPECT_EQ(first, entry->getSRC(0));
     EXPECT_EQ((std::vector<std::uint32_t>{0x00B143FF, 0x14000007, 0x1234, 0x81, 100, 0, 0, 0}),
               wordsOf(entry->getSRC(100)));
@@ -56,7 +57,7 @@ TEST_F(ErrorEntry, FurtherSrcsComeBehindAndLeaveThePointersAlone)
 
 TEST_F(ErrorEntry, AnSrcOfAnotherEntryIsCopied)
 {
-    auto       other = make(61);
+    auto other = make(61);
     const auto entry = make();
     entry->addSRC(0x1400, *other->getSRC(0));
     entry->addSRC(0x1400, *entry->getSRC(0));
@@ -84,7 +85,7 @@ TEST_F(ErrorEntry, AssignmentTakesOverEverything)
     other->addSRC(0x1400, *entry->getSRC(0));
     EXPECT_EQ(nullptr, entry->getSRC(2)) << "a copy, not the same";
     const ErrlEntry& same = *entry;
-    *entry                = same;
+    *entry = same;
     EXPECT_EQ(61U, wordsOf(entry->getSRC(0))[4]);
 }
 
@@ -101,9 +102,10 @@ TEST_F(ErrorEntry, LaterReturnCodesAndSeveritiesReplaceEarlierOnes)
 TEST_F(ErrorEntry, IdentifiersDifferAndOutlastTheirProcess)
 {
     std::set<std::uint32_t> ids;
-    std::uint32_t           latest = 0;
-    for (int number = 0; number < 3000; ++number)
+    std::uint32_t latest = 0;
+    for (int number = 0; number < 3000; ++number) {
         ids.insert(latest = make()->plid());
+    }
     EXPECT_EQ(3000U, ids.size());
     EXPECT_FALSE(ids.contains(0));
     folder.configure("registry.a = \"another configuration, as after a restart\"");
@@ -113,8 +115,9 @@ TEST_F(ErrorEntry, IdentifiersDifferAndOutlastTheirProcess)
 TEST_F(ErrorEntry, ALostCounterGoesOnBehindWhatIsStored)
 {
     std::uint32_t latest = 0;
-    for (std::uint32_t number = 0; number < 40; ++number)
+    for (std::uint32_t number = 0; number < 40; ++number) {
         latest = commitEntry(number);
+    }
     for (const char* contents : {"", "garbage !!\n", "0000000000\n", "9999999999\n", "12\n"}) {
         folder.write("state/errors.next", contents);
         folder.configure("");
@@ -158,10 +161,11 @@ TEST_F(ErrorEntry, NamesItsDeviceByFirstFailureData)
     EXPECT_EQ("/dev/i2c-1", deviceIn(R"({"bus":"/dev/i2c-1","target":"00"})")) << "no target was set";
     EXPECT_EQ("sim:\\x1B@C6", deviceIn(R"({"bus":"sim:\u001b","target":"C6"})"));
     for (const char* damaged : {"", "{", "[]", "7", R"({"bus":7,"target":"C6"})", R"({"target":"C6"})",
-                                R"({"bus":"sim:planar","target":"C6")"})
+                                R"({"bus":"sim:planar","target":"C6")"}) {
         EXPECT_EQ("", deviceIn(damaged)) << damaged;
+    }
 
-    const auto        both   = make();
+    const auto both = make();
     const std::string record = R"({"bus":"sim:planar","target":"80"})";
     both->addUsrDtls(record.data(), static_cast<unsigned short>(record.size()), 0x1300, 1, 6);
     both->addUsrDtls("sim:planar,L,922,80,3,2C0128,A2", 31, 0x1300, 1, 7);
@@ -180,8 +184,9 @@ TEST_F(ErrorEntry, WithoutAStateFolderIdentifiersAreStillThereAndDiffer)
 {
     folder.write("state", "a file where the folder should be");
     std::set<std::uint32_t> ids;
-    for (int number = 0; number < 100; ++number)
+    for (int number = 0; number < 100; ++number) {
         ids.insert(make()->plid());
+    }
     EXPECT_EQ(100U, ids.size());
     EXPECT_LE(0x80000000U, *ids.begin());
 }
@@ -225,17 +230,18 @@ TEST_F(ErrorEntry, JsonFormHoldsEveryItem)
     ASSERT_EQ(1U, facts.traces.size());
     EXPECT_EQ("entrytest", facts.traces[0].buffer);
     EXPECT_NE(std::string::npos, facts.traces[0].text.find(",5"));
-    for (const char unwanted : {'\x1b', '\xff'})
+    for (const char unwanted : {'\x1b', '\xff'}) {
         EXPECT_EQ(std::string::npos, facts.traces[0].text.find(unwanted));
+    }
 
-    facts.plid            = 11;
-    facts.createdMs       = 12;
-    facts.committedMs     = 1'700'000'000'013;
-    facts.processId       = 14;
-    facts.process         = "p\"\n";
+    facts.plid = 11;
+    facts.createdMs = 12;
+    facts.committedMs = 1'700'000'000'013;
+    facts.processId = 14;
+    facts.process = "p\"\n";
     facts.commitComponent = 15;
-    facts.commitAction    = 0x2000;
-    facts.traces[0].text  = "line\xC3\xA9\n";
+    facts.commitAction = 0x2000;
+    facts.traces[0].text = "line\xC3\xA9\n";
     const std::string line =
         R"({"callouts":[{"priority":1,"procedure":4},{"priority":1,"procedure":6}],"commitAction":8192,"commitComponent":15,)"
         R"("committedMs":1700000000013,"createdMs":12,"creator":4864,"eventType":0,"fruCallouts":[{"fru":4660,"priority":1}],)"
@@ -270,8 +276,9 @@ TEST_F(ErrorEntry, TextsThatAreNoEntriesAreRefused)
          {std::string(), std::string("[]"), std::string("{}"), good.substr(0, good.size() - 1), good + "x",
           changed("\"plid\"", "\"plod\""), changed("\"severity\":32", "\"severity\":\"x\""),
           changed("\"srcs\":[", "\"srcs\":[3,"), withDetails("0"), withDetails("0g"), withDetails("0A"),
-          changed("\"process\":\"", "\"process\":\"\xFF"), std::string(100000, '[')})
+          changed("\"process\":\"", "\"process\":\"\xFF"), std::string(100000, '[')}) {
         EXPECT_FALSE(host::fromLine(bad).has_value()) << bad.substr(0, 200);
+    }
 }
 
 TEST_F(ErrorEntry, TextsAreMadeHarmless)
@@ -279,12 +286,12 @@ TEST_F(ErrorEntry, TextsAreMadeHarmless)
     EXPECT_EQ("a\tb\nc", host::cleanText("a\tb\nc"));
     EXPECT_EQ("\\x1B[2J\\x7F\\x00", host::cleanText(std::string_view("\x1b[2J\x7f\0", 6)));
     EXPECT_EQ("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", host::cleanText("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"));
-    EXPECT_EQ("\\xC0\\x80", host::cleanText("\xC0\x80"));                   // overlong
-    EXPECT_EQ("\\xE0\\x9F\\xBF", host::cleanText("\xE0\x9F\xBF"));          // overlong
-    EXPECT_EQ("\\xED\\xA0\\x80", host::cleanText("\xED\xA0\x80"));          // surrogate
+    EXPECT_EQ("\\xC0\\x80", host::cleanText("\xC0\x80")); // overlong
+    EXPECT_EQ("\\xE0\\x9F\\xBF", host::cleanText("\xE0\x9F\xBF")); // overlong
+    EXPECT_EQ("\\xED\\xA0\\x80", host::cleanText("\xED\xA0\x80")); // surrogate
     EXPECT_EQ("\\xF0\\x8F\\xBF\\xBF", host::cleanText("\xF0\x8F\xBF\xBF")); // overlong
     EXPECT_EQ("\\xF4\\x90\\x80\\x80", host::cleanText("\xF4\x90\x80\x80")); // beyond the last character
-    EXPECT_EQ("\\xE2\\x82", host::cleanText("\xE2\x82"));                   // cut off
+    EXPECT_EQ("\\xE2\\x82", host::cleanText("\xE2\x82")); // cut off
     EXPECT_EQ("\\xC3a", host::cleanText("\xC3"
                                         "a"));
 }

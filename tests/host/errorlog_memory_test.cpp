@@ -23,7 +23,7 @@ ErrlEntry* newEntry(unsigned int word)
 
 words wordsOf(const SrciSrc* src)
 {
-    unsigned int         count = 0;
+    unsigned int count = 0;
     const std::uint32_t* first = src != nullptr ? src->getHexData(count) : nullptr;
     return {first, first + count};
 }
@@ -34,13 +34,14 @@ class toldError
 public:
     toldError()
     {
-        if (pipe2(m_ends.data(), O_NONBLOCK) == 0)
+        if (pipe2(m_ends.data(), O_NONBLOCK) == 0) {
             dup2(m_ends[1], STDERR_FILENO);
+        }
     }
     [[nodiscard]] std::string read() const
     {
         std::string text(65536, '\0');
-        const auto  moved = ::read(m_ends[0], text.data(), text.size());
+        const auto moved = ::read(m_ends[0], text.data(), text.size());
         text.resize(moved > 0 ? static_cast<std::size_t>(moved) : 0);
         return text;
     }
@@ -78,15 +79,15 @@ protected:
         const toldError told;
         entry.commit(0x1300, ERRL_ACTION_REPORT);
         giveMemoryBack();
-        const std::string text   = told.read();
-        const auto        stored = host::listEntries({.plid = entry.plid()}).entries;
-        const auto        found  = stored.empty() ? host::fromLine(text.substr(0, text.find('\n'))) : stored.front();
+        const std::string text = told.read();
+        const auto stored = host::listEntries({.plid = entry.plid()}).entries;
+        const auto found = stored.empty() ? host::fromLine(text.substr(0, text.find('\n'))) : stored.front();
         return hasItsFacts(entry) && stored.size() <= 1 && found && found->plid == entry.plid() &&
                found->returnCode == 0x80001312 && found->srcs.at(0).words[4] == 62 &&
                (found->incomplete || isWhole(*found));
     }
 
-    HostFolder                 folder;
+    HostFolder folder;
     std::unique_ptr<ErrlEntry> ready{newEntry(62)};
 };
 
@@ -97,8 +98,9 @@ TEST_F(ErrorLogMemory, AnEntryKeepsItsFactsAndSaysWhatItLacks)
     trace_wobu_write_all(ring, 0x1234, " %s,%d", 77, 0, "text", 5);
     EXPECT_EQ("", withoutMemory([] {
                   const std::unique_ptr<ErrlEntry> entry(newEntry(62));
-                  if (entry == nullptr)
+                  if (entry == nullptr) {
                       return true;
+                  }
                   entry->CollectTrace("memorytest", 500);
                   fillWhole(*entry);
                   giveMemoryBack();
@@ -122,11 +124,13 @@ TEST_F(ErrorLogMemory, TheVeryFirstEntryIsStoredOrTold)
 {
     fillWhole(*ready);
     std::vector<std::string> files;
-    for (const char* name : {"errors.db", "errors.db-wal", "errors.db-shm", "errors.spool", "errors.lock"})
+    for (const char* name : {"errors.db", "errors.db-wal", "errors.db-shm", "errors.spool", "errors.lock"}) {
         files.push_back(folder.state(name));
+    }
     EXPECT_EQ("", withoutMemory([&] {
-                  for (const std::string& file : files)
+                  for (const std::string& file : files) {
                       unlink(file.c_str());
+                  }
                   const bool kept = commitsWithoutMemory(*ready);
                   std::filesystem::remove_all(folder.path() / "spool"); // the same identifier comes again
                   return kept;
@@ -136,12 +140,14 @@ TEST_F(ErrorLogMemory, TheVeryFirstEntryIsStoredOrTold)
 TEST_F(ErrorLogMemory, AWaitingSpoolLosesNothing)
 {
     fillWhole(*ready);
-    if (!hasDatabase(folder))
+    if (!hasDatabase(folder)) {
         GTEST_SKIP() << "built without a database";
+    }
     host::loggedEntry entry = host::describeEntry(*ready);
-    std::string       spooled;
-    for (entry.plid = 1001; entry.plid <= 1003; ++entry.plid)
+    std::string spooled;
+    for (entry.plid = 1001; entry.plid <= 1003; ++entry.plid) {
         spooled += host::toLine(entry) + "\n";
+    }
     folder.write("state/errors.spool", spooled);
     EXPECT_EQ("", withoutMemory([&] {
                   const toldError told;

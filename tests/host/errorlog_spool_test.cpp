@@ -25,8 +25,8 @@ protected:
     std::uint32_t commitTold(std::uint32_t word, const std::string& problem)
     {
         testing::internal::CaptureStderr();
-        const std::uint32_t id   = commitEntry(word);
-        const std::string   told = testing::internal::GetCapturedStderr();
+        const std::uint32_t id = commitEntry(word);
+        const std::string told = testing::internal::GetCapturedStderr();
         EXPECT_EQ(told.size() - 1, told.find('\n')) << "one line";
         const auto entry = host::fromLine(told);
         EXPECT_TRUE(entry && entry->plid == id && entry->srcs.at(0).words[4] == word) << told;
@@ -39,30 +39,34 @@ protected:
     /// The spool outside the state folder.
     [[nodiscard]] std::string otherSpoolText() const
     {
-        std::string     text;
+        std::string text;
         std::error_code none;
-        for (const auto& file : std::filesystem::directory_iterator(folder.path() / "spool", none))
-            if (file.path().extension() == ".spool")
+        for (const auto& file : std::filesystem::directory_iterator(folder.path() / "spool", none)) {
+            if (file.path().extension() == ".spool") {
                 text += folder.read("spool/" + file.path().filename().string());
+            }
+        }
         return text;
     }
     /// Damages the database so that it can't even be opened.
     void damage() const
     {
-        for (const char* name : {"errors.db-wal", "errors.db-shm", "errors.db"})
+        for (const char* name : {"errors.db-wal", "errors.db-shm", "errors.db"}) {
             std::filesystem::remove(folder.state(name));
+        }
         std::filesystem::create_directories(folder.path() / "state");
         folder.write("state/errors.db", std::string(8192, 'x'));
     }
 
     HostFolder folder;
-    bool       database = false;
+    bool database = false;
 };
 
 TEST_F(Spool, TakesWhatADamagedDatabaseCannotAndGivesItBackLater)
 {
-    if (!database)
+    if (!database) {
         GTEST_SKIP() << "built without a database";
+    }
     damage();
     commitTold(1, "file is not a database");
     commitTold(2, "file is not a database");
@@ -81,8 +85,9 @@ TEST_F(Spool, TakesWhatADamagedDatabaseCannotAndGivesItBackLater)
 
 TEST_F(Spool, ADamagedDatabaseIsSetAsideWhenTheLogIsCleared)
 {
-    if (!database)
+    if (!database) {
         GTEST_SKIP() << "built without a database";
+    }
     damage();
     commitTold(1, "file is not a database");
     EXPECT_EQ("", host::clearEntries());
@@ -93,11 +98,12 @@ TEST_F(Spool, ADamagedDatabaseIsSetAsideWhenTheLogIsCleared)
 
 TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
 {
-    if (!database)
+    if (!database) {
         GTEST_SKIP() << "built without a database";
+    }
     commitEntry(1, ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
     for (const char* name : {"errors.db", "errors.db-wal"}) {
-        const auto   size = std::filesystem::file_size(folder.state(name));
+        const auto size = std::filesystem::file_size(folder.state(name));
         std::fstream file(folder.state(name), std::ios::binary | std::ios::in | std::ios::out);
         file.seekp(100);
         file << std::string(static_cast<std::size_t>(size) - 100, 'y');
@@ -106,8 +112,9 @@ TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
     commitTold(2, "errors.db");
     commitTold(3, "errors.db");
     std::vector<std::uint32_t> listed;
-    for (const host::loggedEntry& entry : host::listEntries().entries)
+    for (const host::loggedEntry& entry : host::listEntries().entries) {
         listed.push_back(entry.srcs.at(0).words[4]);
+    }
     EXPECT_EQ((words{3, 2}), listed);
     EXPECT_EQ("", host::clearEntries());
     EXPECT_TRUE(std::filesystem::exists(folder.state("errors.db.damaged")));
@@ -117,8 +124,9 @@ TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
 
 TEST_F(Spool, AFullDiskLosesNothing)
 {
-    if (!database)
+    if (!database) {
         GTEST_SKIP() << "built without a database";
+    }
     const auto told = [&] {
         std::array<int, 2> ends{};
         EXPECT_EQ(0, pipe(ends.data()));
@@ -126,18 +134,20 @@ TEST_F(Spool, AFullDiskLosesNothing)
                       // No file may grow beyond this; what it is told on a full disk, a write is told here.
                       const rlimit limit{200 << 10, 200 << 10};
                       signal(SIGXFSZ, SIG_IGN);
-                      if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || freopen("/dev/null", "w", stderr) == nullptr)
+                      if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || freopen("/dev/null", "w", stderr) == nullptr) {
                           return 1;
+                      }
                       for (std::uint32_t number = 0; number < 60; ++number) {
                           const std::uint32_t id = commitEntry(number, ERRL_SEV_UNRECOVERED, std::string(2000, 'x'));
-                          if (write(ends[1], &id, sizeof id) != sizeof id)
+                          if (write(ends[1], &id, sizeof id) != sizeof id) {
                               return 1;
+                          }
                       }
                       return 0;
                   }));
         close(ends[1]);
         std::vector<std::uint32_t> ids(100);
-        const auto                 bytes = read(ends[0], ids.data(), 400);
+        const auto bytes = read(ends[0], ids.data(), 400);
         ids.resize(static_cast<std::size_t>(bytes) / 4);
         close(ends[0]);
         return ids;
@@ -161,17 +171,20 @@ TEST_F(Spool, RoomIsSetAsideForAFullDisk)
     const int result = inChild([&] {
         const std::string state = (folder.path() / "state").string();
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", state.c_str(), "tmpfs", 0, "size=3m") != 0 || freopen("/dev/null", "w", stderr) == nullptr)
+            mount("tmpfs", state.c_str(), "tmpfs", 0, "size=3m") != 0 || freopen("/dev/null", "w", stderr) == nullptr) {
             return 2;
-        const std::uint32_t     first = commitEntry(1);
+        }
+        const std::uint32_t first = commitEntry(1);
         std::set<std::uint32_t> ids{first};
-        std::ofstream           filler(state + "/filler", std::ios::binary);
+        std::ofstream filler(state + "/filler", std::ios::binary);
         while (filler << std::string(4096, 'x') << std::flush) {}
-        for (std::uint32_t number = 2; number < 50; ++number)
+        for (std::uint32_t number = 2; number < 50; ++number) {
             ids.insert(commitEntry(number, ERRL_SEV_UNRECOVERED, std::string(3000, 'x')));
+        }
         if (host::listEntries().entries.size() != 49 || std::filesystem::file_size(state + "/errors.spool") == 0 ||
-            !otherSpoolText().empty())
+            !otherSpoolText().empty()) {
             return 3;
+        }
         filler.close();
         std::filesystem::remove(state + "/filler");
         ids.insert(commitEntry(50));
@@ -181,8 +194,9 @@ TEST_F(Spool, RoomIsSetAsideForAFullDisk)
                    ? 0
                    : 4;
     });
-    if (!database || result == 2)
+    if (!database || result == 2) {
         GTEST_SKIP() << "no database, or no right to mount";
+    }
     EXPECT_EQ(0, result);
 }
 
@@ -207,21 +221,25 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderMayNotBeWritten)
     chmod(folder.path().c_str(), 0777);
     chmod((folder.path() / "kest.toml").c_str(), 0644);
     chmod((folder.path() / "state").c_str(), 0555);
-    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state"))
+    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state")) {
         chmod(file.path().c_str(), 0444);
+    }
     EXPECT_EQ(0, inChild([&] {
-                  if (!dropRights())
+                  if (!dropRights()) {
                       return 2;
+                  }
                   commitTold(1, "");
                   return otherSpoolText().empty() || wordsInLog() != words{1} || HasFailure() ? 1 : 0;
               }));
 
     chmod((folder.path() / "state").c_str(), 0777);
-    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state"))
+    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state")) {
         chmod(file.path().c_str(), 0666);
+    }
     EXPECT_EQ(0, inChild([&] {
-                  if (!dropRights())
+                  if (!dropRights()) {
                       return 2;
+                  }
                   commitEntry(2);
                   EXPECT_EQ((words{2, 1}), wordsInLog());
                   EXPECT_EQ("", otherSpoolText()) << "the entry has moved into the store";
@@ -286,13 +304,14 @@ TEST_F(Spool, IsNotClearedInAFolderThatOthersMayWrite)
 TEST(SpoolFile, TakenLinesStayTakenWhenTheRestHasToWait)
 {
     const HostFolder folder;
-    std::string      text;
-    for (int number = 1; number <= 600; ++number)
+    std::string text;
+    for (int number = 1; number <= 600; ++number) {
         text += std::to_string(number) + "\n";
-    const auto  file = folder.write("lines", text);
+    }
+    const auto file = folder.write("lines", text);
     host::spool spool(file, folder.path() / "lock");
     std::size_t taken = 0;
-    const auto  take  = [&](std::span<const std::string> lines) {
+    const auto take = [&](std::span<const std::string> lines) {
         taken += lines.size();
         return true;
     };
@@ -311,20 +330,22 @@ TEST_F(Spool, StandardErrorTakesWhatNoSpoolCan)
 {
     std::filesystem::remove_all(folder.path() / "state");
     folder.write("state", "a file");
-    for (const char* place : {"spool", "spool.1", "spool.2", "spool.3", "spool.4", "spool.5", "spool.6", "spool.7"})
+    for (const char* place : {"spool", "spool.1", "spool.2", "spool.3", "spool.4", "spool.5", "spool.6", "spool.7"}) {
         folder.write(place, "a file");
+    }
     testing::internal::CaptureStderr();
-    const std::uint32_t id    = commitEntry(1);
-    const std::string   told  = testing::internal::GetCapturedStderr();
-    const auto          entry = host::fromLine(told);
+    const std::uint32_t id = commitEntry(1);
+    const std::string told = testing::internal::GetCapturedStderr();
+    const auto entry = host::fromLine(told);
     EXPECT_TRUE(entry && entry->plid == id) << told;
     EXPECT_NE(std::string::npos, told.find(R"("spoolError":"Operation not permitted")")) << told;
 }
 
 TEST_F(Spool, AnEntryThatIsInBothIsThereOnce)
 {
-    if (!database)
+    if (!database) {
         GTEST_SKIP() << "built without a database";
+    }
     commitEntry(1);
     const std::string line = host::toLine(host::listEntries().entries.at(0));
     folder.write("state/errors.spool", line + "\n" + line + "\n");
@@ -355,9 +376,9 @@ constexpr host::logLimits wide{1000, 1 << 20};
 
 TEST(SpoolFile, DropsWhatAKilledWriterLeftOfALine)
 {
-    const HostFolder         folder;
-    const auto               file = folder.write("spool", "one\ntwo\nthr");
-    host::spool              spool(file, folder.path() / "lock");
+    const HostFolder folder;
+    const auto file = folder.write("spool", "one\ntwo\nthr");
+    host::spool spool(file, folder.path() / "lock");
     std::vector<std::string> lines;
     EXPECT_EQ(0, spool.read(lines));
     EXPECT_EQ((std::vector<std::string>{"one", "two"}), lines);
@@ -373,19 +394,20 @@ TEST(SpoolFile, DropsWhatAKilledWriterLeftOfALine)
 
 TEST(SpoolFile, KeepsWithinItsLimits)
 {
-    const HostFolder  folder;
-    host::spool       spool(folder.path() / "lines", folder.path() / "lock");
+    const HostFolder folder;
+    host::spool spool(folder.path() / "lines", folder.path() / "lock");
     host::loggedEntry entry;
     for (std::uint32_t number = 1; number <= 17; ++number) {
-        entry.plid     = number;
+        entry.plid = number;
         entry.severity = number % 2 == 0 ? 0x10 : 0x20;
         EXPECT_EQ(0, spool.append(host::toLine(entry), {16, 1 << 20}));
     }
-    std::vector<std::string>   lines;
+    std::vector<std::string> lines;
     std::vector<std::uint32_t> kept;
     EXPECT_EQ(0, spool.read(lines));
-    for (const std::string& line : lines)
+    for (const std::string& line : lines) {
         kept.push_back(host::fromLine(line)->plid);
+    }
     EXPECT_EQ((std::vector<std::uint32_t>{1, 3, 5, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17}), kept)
         << "an eighth below";
 }
@@ -397,7 +419,7 @@ TEST(SpoolFile, AFailedLineLeavesTheOthersWhole)
                   const rlimit limit{20, 20};
                   signal(SIGXFSZ, SIG_IGN);
                   host::spool spool(folder.path() / "lines", folder.path() / "lock");
-                  const bool  first = spool.append("0123456789", wide) == 0;
+                  const bool first = spool.append("0123456789", wide) == 0;
                   setrlimit(RLIMIT_FSIZE, &limit);
                   const int second = spool.append("0123456789", wide);
                   return first && second == EFBIG ? 0 : 1;
@@ -407,8 +429,9 @@ TEST(SpoolFile, AFailedLineLeavesTheOthersWhole)
 
 TEST_F(Spool, KilledAtAnyMomentItHoldsWhatWasCommitted)
 {
-    if (!database)
+    if (!database) {
         GTEST_SKIP() << "built without a database";
+    }
     damage();
     std::multiset<std::uint32_t> expected;
     for (std::uint32_t round = 0; round < 15; ++round) {
@@ -416,25 +439,28 @@ TEST_F(Spool, KilledAtAnyMomentItHoldsWhatWasCommitted)
         const auto told = killAfter(1 + round * 5 % 20, [](std::uint32_t number) { return commitEntry(number); });
         testing::internal::GetCapturedStderr();
         expected.insert(told.begin(), told.end());
-        const auto                   list = host::listEntries();
+        const auto list = host::listEntries();
         std::multiset<std::uint32_t> found;
-        for (const host::loggedEntry& entry : list.entries)
+        for (const host::loggedEntry& entry : list.entries) {
             found.insert(entry.plid);
-        for (const std::uint32_t id : expected)
+        }
+        for (const std::uint32_t id : expected) {
             EXPECT_EQ(1U, found.count(id));
+        }
     }
     std::filesystem::remove(folder.state("errors.db"));
     // Killed while they are taken in.
     for (std::uint32_t round = 0; round < 5; ++round) {
         const std::string before = spoolText();
-        const auto        told   = killAfter(1, [&](std::uint32_t number) { return commitEntry(number); });
+        const auto told = killAfter(1, [&](std::uint32_t number) { return commitEntry(number); });
         expected.insert(told.begin(), told.end());
         folder.write("state/errors.spool", before); // as if killed just ahead of the removal
     }
     commitEntry(0);
     const auto found = idsInLog();
-    for (const std::uint32_t id : expected)
+    for (const std::uint32_t id : expected) {
         EXPECT_EQ(1U, found.count(id));
+    }
     EXPECT_EQ("", spoolText());
     EXPECT_EQ("", host::checkStore());
 }

@@ -17,8 +17,8 @@ namespace
 
 /// A clock that only pauses move; each pause does something, too.
 std::chrono::steady_clock::time_point now{std::chrono::hours(1)};
-int                                   pauses = 0;
-void (*duringPause)()                        = [] {};
+int pauses = 0;
+void (*duringPause)() = [] {};
 
 constexpr host::waitingClock drivenClock{[] { return now; },
                                          [](std::chrono::microseconds length) {
@@ -42,14 +42,17 @@ protected:
         return inChild([&] {
             alarm(hangSeconds);
             std::array<int, 2> ends{};
-            if (isSocket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0 : pipe(ends.data()) != 0)
+            if (isSocket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0 : pipe(ends.data()) != 0) {
                 return 2;
+            }
             fcntl(ends[1], F_SETFL, O_NONBLOCK);
-            while (isFull && write(ends[1], "xxxxxxxx", 8) > 0)
+            while (isFull && write(ends[1], "xxxxxxxx", 8) > 0) {
                 continue;
+            }
             fcntl(ends[1], F_SETFL, 0);
-            if (!isFull)
+            if (!isFull) {
                 close(ends[0]);
+            }
             dup2(ends[1], STDERR_FILENO);
             signal(SIGPIPE, SIG_DFL);
             host::useWaitingClock(&drivenClock);
@@ -63,7 +66,7 @@ protected:
 
 TEST_F(ErrorLogTells, AFullPipeHoldsACommitUpForASecondAtMost)
 {
-    for (const bool isSocket : {false, true})
+    for (const bool isSocket : {false, true}) {
         EXPECT_EQ(0, commitsInto(isSocket, true,
                                  [] {
                                      return pauses > 0 &&
@@ -72,11 +75,12 @@ TEST_F(ErrorLogTells, AFullPipeHoldsACommitUpForASecondAtMost)
                                             host::listEntries().entries.size() >= 1;
                                  }))
             << isSocket;
+    }
 }
 
 TEST_F(ErrorLogTells, AReaderThatHasGoneEndsNobody)
 {
-    for (const bool isSocket : {false, true})
+    for (const bool isSocket : {false, true}) {
         EXPECT_EQ(0, commitsInto(isSocket, false,
                                  [] {
                                      sigset_t pending;
@@ -85,6 +89,7 @@ TEST_F(ErrorLogTells, AReaderThatHasGoneEndsNobody)
                                             host::listEntries().entries.size() >= 1;
                                  }))
             << isSocket;
+    }
 }
 
 TEST_F(ErrorLogTells, OthersCommitWhileStandardErrorIsFull)

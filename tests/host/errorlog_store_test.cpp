@@ -30,8 +30,9 @@ TEST_F(ErrorLog, IsEmptyAndMakesNothingBeforeTheFirstEntry)
 
 TEST_F(ErrorLog, HoldsWhatIsCommittedTheLatestFirst)
 {
-    for (std::uint32_t number = 1; number <= 3; ++number)
+    for (std::uint32_t number = 1; number <= 3; ++number) {
         commitEntry(number);
+    }
     EXPECT_EQ((words{3, 2, 1}), wordsInLog());
     EXPECT_EQ((words{3, 2}), wordsInLog({.limit = 2}));
     EXPECT_EQ("", host::checkStore());
@@ -39,7 +40,7 @@ TEST_F(ErrorLog, HoldsWhatIsCommittedTheLatestFirst)
 
 TEST_F(ErrorLog, AnEntryComesBackWhole)
 {
-    const std::uint32_t   id   = commitEntry(7, ERRL_SEV_RECOVERED, std::string("\0\xFF", 2));
+    const std::uint32_t id = commitEntry(7, ERRL_SEV_RECOVERED, std::string("\0\xFF", 2));
     const host::entryList list = host::listEntries({.plid = id});
     ASSERT_EQ(1U, list.entries.size());
     const host::loggedEntry& entry = list.entries[0];
@@ -110,8 +111,9 @@ TEST_F(ErrorLog, DropsTheOldestInformationalOnesFirst)
 TEST_F(ErrorLog, KeepsWithinItsSize)
 {
     folder.configure("errorlog.max_size = 1048576");
-    for (std::uint32_t number = 1; number <= 20; ++number) // each is 120,000 bytes of JSON and some
+    for (std::uint32_t number = 1; number <= 20; ++number) { // each is 120,000 bytes of JSON and some
         commitEntry(number, number == 18 ? ERRL_SEV_RECOVERED : ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
+    }
     const words kept = wordsInLog();
     ASSERT_LE(5U, kept.size());
     EXPECT_GE(8U, kept.size());
@@ -133,14 +135,17 @@ TEST_F(ErrorLog, IsCleared)
 TEST_F(ErrorLog, ThreadsOfOneProcessCommitTogether)
 {
     std::vector<std::thread> threads;
-    for (std::uint32_t thread = 0; thread < 4; ++thread)
+    for (std::uint32_t thread = 0; thread < 4; ++thread) {
         threads.emplace_back([thread] {
-            for (std::uint32_t number = 0; number < 50; ++number)
+            for (std::uint32_t number = 0; number < 50; ++number) {
                 commitEntry(thread * 100 + number);
+            }
         });
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
-    const auto                    ids = idsInLog();
+    }
+    const auto ids = idsInLog();
     const std::set<std::uint32_t> distinct(ids.begin(), ids.end());
     EXPECT_EQ(200U, ids.size());
     EXPECT_EQ(200U, distinct.size());
@@ -165,8 +170,9 @@ TEST_F(ErrorLog, ForksBesideCommitsAndReadsLoseNothing)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     std::thread writer([] {
-        for (std::uint32_t number = 0; number < 200; ++number)
+        for (std::uint32_t number = 0; number < 200; ++number) {
             commitEntry(number);
+        }
     });
     for (std::uint32_t number = 0; number < 20; ++number) {
         // The child ends abruptly, as one that executes another program: the thread sanitizer would miss the writer's thread in it.
@@ -196,13 +202,16 @@ TEST_F(ErrorLog, IsReadWithoutPermissionToWrite)
     commitEntry(2);
     // As after the last writer has gone: its log files stay.
     folder.configure("");
-    for (const char* name : {"", "state", "kest.toml"})
+    for (const char* name : {"", "state", "kest.toml"}) {
         chmod((folder.path() / name).c_str(), 0755);
-    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state"))
+    }
+    for (const auto& file : std::filesystem::directory_iterator(folder.path() / "state")) {
         chmod(file.path().c_str(), 0644);
+    }
     EXPECT_EQ(0, inChild([&] {
-                  if (geteuid() != 0)
+                  if (geteuid() != 0) {
                       chmod((folder.path() / "state").c_str(), 0555);
+                  }
                   const host::entryList list = dropRights() ? host::listEntries() : host::entryList();
                   return list.error.empty() && list.entries.size() == 2 ? 0 : 1;
               }));
@@ -211,8 +220,9 @@ TEST_F(ErrorLog, IsReadWithoutPermissionToWrite)
 
 TEST_F(ErrorLog, WhatRootMakesBelongsToTheFoldersOwner)
 {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "needs root";
+    }
     std::filesystem::create_directory(folder.path() / "state");
     ASSERT_EQ(0, chown((folder.path() / "state").c_str(), 65534, 65534));
     commitEntry(1);
@@ -238,8 +248,9 @@ TEST_F(ErrorLog, KilledAtAnyMomentItHoldsWhatWasCommitted)
         });
         expected += told.size();
         const auto ids = idsInLog();
-        for (const std::uint32_t id : told)
+        for (const std::uint32_t id : told) {
             EXPECT_EQ(1U, ids.count(id)) << "round " << round;
+        }
         EXPECT_GE(expected + round + 1, ids.size())
             << "at most one more a round: committed, and killed before it could tell";
         EXPECT_EQ("", host::checkStore());
@@ -261,8 +272,9 @@ TEST_F(ErrorLog, TwoProcessesLoseNothingAndRepeatNoIdentifier)
     for (std::uint32_t process = 0; process < 2; ++process) {
         children.push_back(fork());
         if (children.back() == 0) {
-            for (std::uint32_t number = 0; number < entries; ++number)
+            for (std::uint32_t number = 0; number < entries; ++number) {
                 commitEntry(process * 1000000 + number);
+            }
             _exit(0);
         }
     }
@@ -273,7 +285,7 @@ TEST_F(ErrorLog, TwoProcessesLoseNothingAndRepeatNoIdentifier)
     }
     std::set<std::uint32_t> ids;
     std::set<std::uint32_t> numbers;
-    const host::entryList   list = host::listEntries();
+    const host::entryList list = host::listEntries();
     EXPECT_EQ("", list.error);
     for (const host::loggedEntry& entry : list.entries) {
         ids.insert(entry.plid);

@@ -33,7 +33,7 @@ public:
         passedUs = 0;
         host::useWaitingClock(&clock);
     }
-    DrivenClock(const DrivenClock&)            = delete;
+    DrivenClock(const DrivenClock&) = delete;
     DrivenClock& operator=(const DrivenClock&) = delete;
     ~DrivenClock() { host::useWaitingClock(nullptr); }
 
@@ -45,9 +45,9 @@ public:
 
 private:
     static inline std::atomic<std::int64_t> passedUs{0};
-    static constexpr host::waitingClock     clock{[] {
+    static constexpr host::waitingClock clock{[] {
                                                   return std::chrono::steady_clock::time_point(
-                                                          std::chrono::hours(1) + std::chrono::microseconds(passedUs));
+                                                      std::chrono::hours(1) + std::chrono::microseconds(passedUs));
                                               },
                                               [](std::chrono::microseconds length) { passedUs += length.count(); }};
 };
@@ -60,7 +60,7 @@ public:
     {
         EXPECT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &m_connection));
     }
-    OtherConnection(const OtherConnection&)            = delete;
+    OtherConnection(const OtherConnection&) = delete;
     OtherConnection& operator=(const OtherConnection&) = delete;
     ~OtherConnection() { sqlite3_close(m_connection); }
 
@@ -108,7 +108,7 @@ TEST_F(ErrorLogTrouble, AHeldDatabaseCostsOneCommitFiveSecondsAndTheNextOnesNoth
     waiting.srcs.at(0).words[4] = 9;
     folder.write("state/errors.spool", host::toLine(waiting) + "\n");
     const DrivenClock clock;
-    OtherConnection   other(database());
+    OtherConnection other(database());
     other.run("BEGIN IMMEDIATE");
     EXPECT_NE(std::string::npos, commitTold(1).find("database is locked"));
     EXPECT_LT(milliseconds(0), DrivenClock::passed()) << "it waited";
@@ -128,7 +128,7 @@ TEST_F(ErrorLogTrouble, AfterAWhileACommitWaitsForABusyDatabaseAgain)
 {
     commitEntry(0);
     const DrivenClock clock;
-    OtherConnection   other(database());
+    OtherConnection other(database());
     other.run("BEGIN IMMEDIATE");
     commitTold(1);
     DrivenClock::pass(milliseconds(5000));
@@ -142,14 +142,16 @@ TEST_F(ErrorLogTrouble, ThreadsDoNotWaitForAHeldDatabaseOneAfterTheOther)
 {
     commitEntry(0);
     const DrivenClock clock;
-    OtherConnection   other(database());
+    OtherConnection other(database());
     other.run("BEGIN IMMEDIATE");
     testing::internal::CaptureStderr();
     std::vector<std::thread> threads;
-    for (std::uint32_t number = 1; number <= 6; ++number)
+    for (std::uint32_t number = 1; number <= 6; ++number) {
         threads.emplace_back([number] { commitEntry(number); });
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     testing::internal::GetCapturedStderr();
     EXPECT_GE(milliseconds(5000), DrivenClock::passed());
     EXPECT_EQ(7U, wordsInLog().size());
@@ -191,18 +193,19 @@ TEST_F(ErrorLogTrouble, WithoutLocksACommitTakesFiveSecondsAtMost)
 }
 
 /// Ends the process at the n-th change of a file.
-int     changesBeforeTheEnd = -1;
+int changesBeforeTheEnd = -1;
 ssize_t pwriteToTheEnd(int descriptor, const void* bytes, size_t count, off_t offset)
 {
-    if (changesBeforeTheEnd-- == 0)
+    if (changesBeforeTheEnd-- == 0) {
         _exit(9);
+    }
     return pwrite(descriptor, bytes, count, offset);
 }
 
 TEST_F(ErrorLogTrouble, AProcessThatDiesInItsFirstCommitLeavesALogThatCanBeRead)
 {
     int ended = 9;
-    int ends  = 0;
+    int ends = 0;
     for (int number = 0; ended == 9; ++number) {
         std::filesystem::remove_all(folder.path() / "state");
         ended = inChild([number] {
@@ -230,15 +233,16 @@ constexpr const char* endlessTrigger =
 
 TEST_F(ErrorLogTrouble, AChangedLayoutIsMendedAndNeverRun)
 {
-    for (const bool isOpen : {false, true})
+    for (const bool isOpen : {false, true}) {
         for (const char* change : {"DROP TABLE totals", "DELETE FROM totals", "UPDATE totals SET entries = 1000000",
                                    "DROP TRIGGER entries_added", "DROP INDEX entries_plid", endlessTrigger}) {
             EXPECT_EQ("", host::clearEntries());
             commitEntry(1);
             OtherConnection(database()).run(change);
             const bool seen = !isOpen || std::string_view(change).find("totals SET") == std::string_view::npos;
-            if (!isOpen)
+            if (!isOpen) {
                 folder.configure("");
+            }
             EXPECT_TRUE(!seen || comesBack([] {
                 commitEntry(2);
                 return wordsInLog() == words{2, 1} && host::checkStore().empty();
@@ -246,6 +250,7 @@ TEST_F(ErrorLogTrouble, AChangedLayoutIsMendedAndNeverRun)
                 << isOpen;
             EXPECT_TRUE(comesBack([] { return host::clearEntries().empty() && wordsInLog().empty(); })) << change;
         }
+    }
 }
 
 TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsNotRun)
@@ -292,8 +297,9 @@ TEST_F(ErrorLogTrouble, AFileThatIsNoErrorLogIsSetAside)
 
 TEST_F(ErrorLogTrouble, AnotherUsersFileIsSetAside)
 {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "needs root";
+    }
     commitEntry(1);
     ASSERT_EQ(0, chown(database().c_str(), 12345, 12345));
     folder.configure("");
@@ -314,8 +320,9 @@ TEST_F(ErrorLogTrouble, ANewerLayoutIsLeftAloneUntilTheLogIsCleared)
 
 TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
 {
-    for (std::uint32_t number = 0; number < 200; ++number)
+    for (std::uint32_t number = 0; number < 200; ++number) {
         commitEntry(number);
+    }
     folder.configure("errorlog.max_entries = 10");
     commitEntry(200);
     EXPECT_EQ(137U, wordsInLog().size());
@@ -332,8 +339,9 @@ TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEv
     OtherConnection reader(database());
     reader.run("BEGIN; SELECT count(*) FROM entries");
     testing::internal::CaptureStderr();
-    for (std::uint32_t number = 1; number <= 90; ++number) // each is 120,000 bytes of JSON and some
+    for (std::uint32_t number = 1; number <= 90; ++number) { // each is 120,000 bytes of JSON and some
         commitEntry(number, ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
+    }
     const std::string told = testing::internal::GetCapturedStderr();
     EXPECT_NE(std::string::npos, told.find("a reader holds up the write-ahead log"));
     EXPECT_GE((9U << 20), std::filesystem::file_size(folder.state("errors.db-wal")));
@@ -361,18 +369,18 @@ TEST_F(ErrorLogTrouble, ARolledBackTransactionLeavesRoomForTheNextOne)
     std::filesystem::create_directories(folder.path() / "state");
     const auto opened = host::database::open(database(), host::patience());
     ASSERT_NE(nullptr, opened.value) << opened.problem;
-    ErrlEntry                 entry(0x1300, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 13,
-                                    SERVICE_CODE_KEST, 0x1312, 5, 0, 0, 0, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
-    const std::string         line = host::toLine(host::describeEntry(entry));
-    const host::storedEntry   stored{entry.plid(), 1, 0x20, 0x1300, line};
+    ErrlEntry entry(0x1300, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 13,
+                    SERVICE_CODE_KEST, 0x1312, 5, 0, 0, 0, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
+    const std::string line = host::toLine(host::describeEntry(entry));
+    const host::storedEntry stored{entry.plid(), 1, 0x20, 0x1300, line};
     constexpr host::logLimits wide{1000, 1 << 20};
-    OtherConnection           other(database());
+    OtherConnection other(database());
     other.run("PRAGMA schema_version = 1000");
     EXPECT_FALSE(opened.value->add({&stored, 1}, false, wide, host::patience())) << "the layout has been touched";
     other.run("PRAGMA schema_version = 7"); // the write lock was given back
     EXPECT_TRUE(opened.value->add({&stored, 1}, false, wide, host::patience())) << opened.value->problem();
     std::vector<host::loggedEntry> entries;
-    std::string                    problem;
+    std::string problem;
     host::readDatabase(database(), {}, entries, problem);
     EXPECT_EQ("", problem);
     ASSERT_EQ(1U, entries.size());

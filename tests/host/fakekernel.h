@@ -25,12 +25,12 @@ namespace kest::test
 /// An EEPROM on a fake adapter, by its 7-bit address.
 struct FakeChip {
     std::vector<std::uint8_t> memory;
-    std::size_t               offsetBytes  = 2;
-    std::uint64_t             writeCycleNs = 0;
-    std::uint64_t             busyUntilNs  = 0;
-    std::size_t               pointer      = 0;
-    bool                      refusesData  = false;
-    std::deque<std::uint8_t>  hubStatus{}; ///< not empty: each read begins with the next of them, the last stays
+    std::size_t offsetBytes = 2;
+    std::uint64_t writeCycleNs = 0;
+    std::uint64_t busyUntilNs = 0;
+    std::size_t pointer = 0;
+    bool refusesData = false;
+    std::deque<std::uint8_t> hubStatus{}; ///< not empty: each read begins with the next of them, the last stays
 };
 
 class FakeKernel : public host::iic::systemCalls
@@ -39,33 +39,33 @@ public:
     static constexpr unsigned long i2cAdapter = I2C_FUNC_I2C | I2C_FUNC_SMBUS_EMUL;
 
     FakeKernel() { host::iic::useSystemCalls(this); }
-    FakeKernel(const FakeKernel&)            = delete;
+    FakeKernel(const FakeKernel&) = delete;
     FakeKernel& operator=(const FakeKernel&) = delete;
     ~FakeKernel() override { host::iic::useSystemCalls(nullptr); }
 
-    unsigned long                    functions       = i2cAdapter;
-    int                              openError       = 0;
-    int                              funcsError      = 0;
-    mode_t                           nodeMode        = S_IFCHR | 0600;
-    gid_t                            nodeGroup       = getgid();
-    unsigned int                     minorNumber     = 7;
-    std::size_t                      longestRead     = 8192; ///< quirk: longer ones are refused
-    std::size_t                      longestWrite    = 8192; ///< likewise
-    std::size_t                      shortestMessage = 0;    ///< likewise: shorter ones
-    std::size_t                      mostMessages    = 42;   ///< likewise
+    unsigned long functions = i2cAdapter;
+    int openError = 0;
+    int funcsError = 0;
+    mode_t nodeMode = S_IFCHR | 0600;
+    gid_t nodeGroup = getgid();
+    unsigned int minorNumber = 7;
+    std::size_t longestRead = 8192; ///< quirk: longer ones are refused
+    std::size_t longestWrite = 8192; ///< likewise
+    std::size_t shortestMessage = 0; ///< likewise: shorter ones
+    std::size_t mostMessages = 42; ///< likewise
     std::map<std::uint8_t, FakeChip> chips;
-    std::set<std::uint8_t>           held;               ///< 7-bit addresses that a driver has
-    std::deque<int>                  failures;           ///< errno for each of the next transfers; 0 lets one pass
-    int                              lastingFailure = 0; ///< errno for all after those
-    std::function<void()>            beforeTransfer;
-    std::uint64_t                    clockNs   = 1'000'000'000;
-    std::uint64_t                    messageNs = 100'000; ///< what each transfer takes
-    std::vector<std::string>         log;                 ///< transfers: "50W 0010 50R 32"
-    std::vector<std::string>         calls;               ///< everything else: "open /dev/i2c-7", "timeout 30"
-    std::string                      name      = "fake adapter";
-    std::uint32_t                    adapterHz = 0; ///< what the device tree says; 0 nothing
-    int                              openFlags = 0;
-    int                              openNodes = 0;
+    std::set<std::uint8_t> held; ///< 7-bit addresses that a driver has
+    std::deque<int> failures; ///< errno for each of the next transfers; 0 lets one pass
+    int lastingFailure = 0; ///< errno for all after those
+    std::function<void()> beforeTransfer;
+    std::uint64_t clockNs = 1'000'000'000;
+    std::uint64_t messageNs = 100'000; ///< what each transfer takes
+    std::vector<std::string> log; ///< transfers: "50W 0010 50R 32"
+    std::vector<std::string> calls; ///< everything else: "open /dev/i2c-7", "timeout 30"
+    std::string name = "fake adapter";
+    std::uint32_t adapterHz = 0; ///< what the device tree says; 0 nothing
+    int openFlags = 0;
+    int openNodes = 0;
 
     int openNode(const char* path, int flags) override
     {
@@ -82,10 +82,10 @@ public:
     }
     int statNode(int /*descriptor*/, struct stat& about) override
     {
-        about         = {};
+        about = {};
         about.st_mode = nodeMode;
         about.st_rdev = makedev(89, minorNumber);
-        about.st_gid  = nodeGroup;
+        about.st_gid = nodeGroup;
         return 0;
     }
     int control(int descriptor, unsigned long request, std::uintptr_t argument) override
@@ -110,10 +110,10 @@ public:
             return fail(ENOTTY, 0);
         }
     }
-    std::string   adapterName(unsigned int /*number*/) override { return name; }
+    std::string adapterName(unsigned int /*number*/) override { return name; }
     std::uint32_t adapterClockHz(unsigned int number) override { return number == minorNumber ? adapterHz : 0; }
     std::uint64_t nowNs() override { return clockNs; }
-    void          pause(std::uint64_t nanoseconds) override { clockNs += nanoseconds; }
+    void pause(std::uint64_t nanoseconds) override { clockNs += nanoseconds; }
 
 private:
     static int fail(int error, int success)
@@ -139,7 +139,7 @@ private:
     int messages(const i2c_rdwr_ioctl_data& request)
     {
         std::string line;
-        const auto  all = std::span(request.msgs, request.nmsgs);
+        const auto all = std::span(request.msgs, request.nmsgs);
         if (request.nmsgs > mostMessages || std::ranges::any_of(all, [this](const i2c_msg& message) {
                 return message.len > ((message.flags & I2C_M_RD) != 0 ? longestRead : longestWrite) ||
                        message.len < shortestMessage;
@@ -213,8 +213,8 @@ private:
     {
         const char* kinds[] = {"quick", "byte",       "byte data", "word data", "call",
                                "block", "i2c broken", "call",      "i2c block"};
-        const bool  read    = request.read_write == I2C_SMBUS_READ;
-        std::string line    = hex(slave) + (read ? "R " : "W ") + kinds[request.size] + " " + hex(request.command);
+        const bool read = request.read_write == I2C_SMBUS_READ;
+        std::string line = hex(slave) + (read ? "R " : "W ") + kinds[request.size] + " " + hex(request.command);
         clockNs += messageNs;
         if (request.size == I2C_SMBUS_BYTE_DATA && read) {
             request.data->byte = static_cast<std::uint8_t>(0xA0 + request.command);
@@ -241,7 +241,7 @@ private:
     }
 
     std::map<int, std::uint8_t> slaves; ///< of each open file, the address that SMBus calls go to
-    int                         nextDescriptor = 1000;
+    int nextDescriptor = 1000;
 };
 
 } // namespace kest::test

@@ -47,7 +47,7 @@ protected:
     std::vector<std::string> syncedSince() { return std::exchange(m_synced, {}); }
 
 private:
-    HostFolder               m_folder;
+    HostFolder m_folder;
     std::vector<std::string> m_synced;
 };
 
@@ -60,7 +60,7 @@ TEST_F(DurableRecord, OfAFirstFailureIsOnTheDiskWithItsName)
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     kernel.lastingFailure = EIO;
-    bytes                    data(4);
+    bytes data(4);
     std::vector<std::string> paths;
     synced = &paths;
     EXPECT_EQ((answer{0, EIO}), device.read(data));
@@ -94,8 +94,9 @@ bool nothingStandsForStreams()
 int withoutStreams(const std::function<bool()>& work)
 {
     return inChild([&] {
-        for (int number = 0; number <= 2; ++number)
+        for (int number = 0; number <= 2; ++number) {
             close(number);
+        }
         return !work() ? 1 : !nothingStandsForStreams() ? 2 : 0;
     });
 }
@@ -104,12 +105,12 @@ TEST(Descriptors, OfThePlatformNeverStandForTheStandardStreams)
 {
     const HostFolder folder;
     EXPECT_EQ(0, withoutStreams([] {
-                  trace_wobu_descriptor made  = nullptr;
-                  const bool            rings = trace_wobu_init_buffer(&made, "STREAMS", 4096) == 0;
+                  trace_wobu_descriptor made = nullptr;
+                  const bool rings = trace_wobu_init_buffer(&made, "STREAMS", 4096) == 0;
                   return host::reloadConfiguration().empty() && rings; // which gives the ring its file
               }));
     EXPECT_EQ(0, withoutStreams([&] {
-                  const host::fileLock       lock(folder.path() / "lock");
+                  const host::fileLock lock(folder.path() / "lock");
                   const host::fileDescriptor file = host::openFile(folder.path() / "kest.toml", O_RDONLY);
                   return lock.error() == 0 && file.number() > 2 && nothingStandsForStreams();
               }));
@@ -127,7 +128,7 @@ TEST(Descriptors, AreClosedInProgramsThatAreStarted)
                   rlimit none{3, 3};
                   setrlimit(RLIMIT_NOFILE, &none);
                   close(1);
-                  const int own   = host::ownDescriptor(open("/dev/null", O_RDWR));
+                  const int own = host::ownDescriptor(open("/dev/null", O_RDWR));
                   const int error = errno;
                   return own == -1 && fcntl(1, F_GETFD) < 0 ? error : 0;
               }));
@@ -168,9 +169,9 @@ TEST(Files, PastALimitOnTheirSizeAWriteFailsAndTheProcessGoesOn)
     EXPECT_EQ(EFBIG, inChild([&] {
                   const rlimit limit{4096, 4096};
                   setrlimit(RLIMIT_FSIZE, &limit);
-                  const auto file  = host::openFile(folder.path() / "file", O_WRONLY | O_CREAT);
-                  const int  error = host::writeAll(file.number(), std::string(8192, 'x'));
-                  sigset_t   pending;
+                  const auto file = host::openFile(folder.path() / "file", O_WRONLY | O_CREAT);
+                  const int error = host::writeAll(file.number(), std::string(8192, 'x'));
+                  sigset_t pending;
                   return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 0 ? error : 1;
               }));
     EXPECT_EQ(4096U, std::filesystem::file_size(folder.path() / "file"));
@@ -182,7 +183,7 @@ TEST(Files, AreReplacedInAFolderThatMayNotBeRead)
     std::filesystem::permissions(folder.path(), std::filesystem::perms{0777});
     EXPECT_EQ(0, inChild([&] {
                   const std::filesystem::path closed = folder.path() / "closed";
-                  const std::string           text   = "new";
+                  const std::string text = "new";
                   return !dropRights() || mkdir(closed.c_str(), 0300) != 0
                              ? -1
                              : host::replaceFile(closed / "file",

@@ -33,8 +33,9 @@ TEST_F(HostFork, ChildReadsTheConfigurationBesideAReloadOfAThread)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     const std::jthread reloading([](const std::stop_token& stop) {
-        while (!stop.stop_requested())
+        while (!stop.stop_requested()) {
             host::reloadConfiguration();
+        }
     });
     for (int round = 0; round < 50; ++round) {
         ASSERT_EQ(0, inChild([] {

@@ -34,21 +34,23 @@ public:
     {
         // In memory where that can be had: no test depends on what a disk does, but each waits for it.
         const std::string folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
-        std::string       name   = folder + "/kest-host-XXXXXX";
+        std::string name = folder + "/kest-host-XXXXXX";
         EXPECT_NE(nullptr, mkdtemp(name.data()));
         m_path = name;
-        if (const char* before = std::getenv("KEST_CONFIG"))
+        if (const char* before = std::getenv("KEST_CONFIG")) {
             m_before = before;
+        }
         configure(more);
     }
-    HostFolder(const HostFolder&)            = delete;
+    HostFolder(const HostFolder&) = delete;
     HostFolder& operator=(const HostFolder&) = delete;
     ~HostFolder()
     {
-        if (m_before)
+        if (m_before) {
             setenv("KEST_CONFIG", m_before->c_str(), 1);
-        else
+        } else {
             unsetenv("KEST_CONFIG");
+        }
         host::reloadConfiguration();
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);
@@ -72,10 +74,10 @@ public:
         return {std::istreambuf_iterator<char>(file), {}};
     }
     [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-    [[nodiscard]] std::filesystem::path        state(const std::string& name) const { return m_path / "state" / name; }
+    [[nodiscard]] std::filesystem::path state(const std::string& name) const { return m_path / "state" / name; }
 
 private:
-    std::filesystem::path      m_path;
+    std::filesystem::path m_path;
     std::optional<std::string> m_before;
 };
 
@@ -99,8 +101,9 @@ inline std::uint32_t commitEntry(std::uint32_t word, errlSeverity severity = ERR
     ErrlEntry entry(component, severity, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 13, SERVICE_CODE_KEST, 0x1312,
                     word, 0, 0, 0, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
     fill(entry);
-    if (!details.empty())
+    if (!details.empty()) {
         entry.addUsrDtls(details.data(), static_cast<unsigned short>(details.size()), component, 1, 2);
+    }
     entry.commit(component, ERRL_ACTION_REPORT);
     return entry.plid();
 }
@@ -109,20 +112,22 @@ inline std::uint32_t commitEntry(std::uint32_t word, errlSeverity severity = ERR
 inline std::vector<std::uint32_t> wordsInLog(const host::entryFilter& filter = {})
 {
     std::vector<std::uint32_t> words;
-    const host::entryList      list = host::listEntries(filter);
+    const host::entryList list = host::listEntries(filter);
     EXPECT_EQ("", list.error);
-    for (const host::loggedEntry& entry : list.entries)
+    for (const host::loggedEntry& entry : list.entries) {
         words.push_back(entry.srcs.at(0).words[4]);
+    }
     return words;
 }
 
 inline std::multiset<std::uint32_t> idsInLog()
 {
     std::multiset<std::uint32_t> ids;
-    const host::entryList        list = host::listEntries();
+    const host::entryList list = host::listEntries();
     EXPECT_EQ("", list.error);
-    for (const host::loggedEntry& entry : list.entries)
+    for (const host::loggedEntry& entry : list.entries) {
         ids.insert(entry.plid);
+    }
     return ids;
 }
 
@@ -138,12 +143,12 @@ inline bool hasDatabase(const HostFolder& folder)
 /// Runs a child that calls `step(0)`, `step(1)`, ... and tells what each answered; kills it once `answers` came, somewhere in a later step.
 /// On a busy machine the death can come late: the child waits when it is a few steps ahead of what was heard of it.
 /// @return all answers that it told
-inline std::vector<std::uint32_t> killAfter(std::size_t                                        answers,
+inline std::vector<std::uint32_t> killAfter(std::size_t answers,
                                             const std::function<std::uint32_t(std::uint32_t)>& step)
 {
     constexpr std::array<char, 8> steps{}; // that it may be ahead
-    std::array<int, 2>            ends{};
-    std::array<int, 2>            permits{};
+    std::array<int, 2> ends{};
+    std::array<int, 2> permits{};
     EXPECT_EQ(0, pipe(ends.data()));
     EXPECT_EQ(0, pipe(permits.data()));
     EXPECT_EQ(ssize_t{steps.size()}, write(permits[1], steps.data(), steps.size()));
@@ -154,23 +159,26 @@ inline std::vector<std::uint32_t> killAfter(std::size_t                         
         close(permits[1]);
         for (std::uint32_t number = 0; read(permits[0], &permit, 1) == 1; ++number) {
             const std::uint32_t answer = step(number);
-            if (write(ends[1], &answer, sizeof answer) != sizeof answer)
+            if (write(ends[1], &answer, sizeof answer) != sizeof answer) {
                 break;
+            }
         }
         _exit(1);
     }
     close(ends[1]);
     std::vector<std::uint32_t> told;
-    std::uint32_t              answer = 0;
+    std::uint32_t answer = 0;
     while (read(ends[0], &answer, sizeof answer) == sizeof answer) {
         told.push_back(answer);
-        if (told.size() < answers)
+        if (told.size() < answers) {
             EXPECT_EQ(1, write(permits[1], steps.data(), 1));
-        else if (told.size() == answers)
+        } else if (told.size() == answers) {
             kill(child, SIGKILL);
+        }
     }
-    for (const int end : {ends[0], permits[0], permits[1]})
+    for (const int end : {ends[0], permits[0], permits[1]}) {
         close(end);
+    }
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);

@@ -20,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr std::uint64_t nsPerMs   = 1'000'000;
+constexpr std::uint64_t nsPerMs = 1'000'000;
 constexpr std::uint64_t foreverNs = 3'600'000 * nsPerMs;
 
 class SmallAdapter : public LinuxBus
@@ -52,7 +52,7 @@ struct OtherWriter {
         locks = std::make_unique<host::iic::addressLocks>(wires->identity());
         EXPECT_TRUE(locks->beginWrite(0xA0, std::chrono::milliseconds(0)));
     }
-    std::shared_ptr<host::iic::bus>          wires;
+    std::shared_ptr<host::iic::bus> wires;
     std::unique_ptr<host::iic::addressLocks> locks;
 };
 
@@ -85,7 +85,7 @@ TEST_F(SmallAdapter, PlainTransferThatTheAdapterRefusesIsNotSplit)
 {
     kernel.longestWrite = kernel.longestRead = 16;
     OpenDevice device("/dev/i2c-7@A0");
-    bytes      data(20, 0x33);
+    bytes data(20, 0x33);
     EXPECT_EQ((answer{0, EINVAL}), device.write(data));
     EXPECT_EQ((answer{0, EINVAL}), device.read(data));
     EXPECT_EQ((answer{0, EINVAL}), device.read(data)); // again, with what was learnt
@@ -115,7 +115,7 @@ TEST_F(SmallAdapter, HubWriteNeedsRoomForOneByteBehindItsOffset)
 TEST_F(SmallAdapter, HubReadNeedsRoomForOneByteBehindItsStatus)
 {
     const bytes memory = pattern(65536);
-    hub(4).memory      = memory;
+    hub(4).memory = memory;
     kernel.longestRead = 2;
     boundTransactions(20);
     OpenDevice device("/dev/i2c-7");
@@ -134,8 +134,8 @@ TEST_F(SmallAdapter, HubReadNeedsRoomForOneByteBehindItsStatus)
 /// What a kernel bus reckons with: the lower of the speed set and the adapter's clock, and how
 /// many bytes go into 250 ms of it.
 struct clockCase {
-    std::uint32_t            adapterHz;
-    std::uint16_t            speedKhz;
+    std::uint32_t adapterHz;
+    std::uint16_t speedKhz;
     std::vector<std::string> transactions; ///< of a read of 12,000 bytes
 };
 std::ostream& operator<<(std::ostream& stream, const clockCase& each)
@@ -149,8 +149,8 @@ TEST_P(LongRead, IsMadeOfTransactionsOfAQuarterOfASecond)
 {
     kernel.adapterHz = GetParam().adapterHz;
     OpenDevice device("/dev/i2c-7");
-    block      values = eeprom();
-    values.speedKhz   = GetParam().speedKhz;
+    block values = eeprom();
+    values.speedKhz = GetParam().speedKhz;
     device.set(values);
     EXPECT_EQ(slice(chip().memory, 0, 12000), device.readAll(12000));
     EXPECT_EQ(GetParam().transactions, kernel.log);
@@ -175,10 +175,10 @@ INSTANTIATE_TEST_SUITE_P(All, LongRead,
 
 TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 {
-    kernel.adapterHz   = 1000; // 250 bits: 24 bytes behind an offset of one
-    chip()             = {.memory = pattern(256), .offsetBytes = 1};
+    kernel.adapterHz = 1000; // 250 bits: 24 bytes behind an offset of one
+    chip() = {.memory = pattern(256), .offsetBytes = 1};
     const bytes memory = chip().memory;
-    OpenDevice  device("/dev/i2c-7");
+    OpenDevice device("/dev/i2c-7");
     device.set({.address = 0xA0, .offsetLength = 1});
     device.seek(0xE0);
     const bytes data = device.readAll(60);
@@ -189,9 +189,9 @@ TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 
 TEST_F(SmallAdapter, PiecesOfALongReadThroughAHubHaveAStatusEach)
 {
-    kernel.adapterHz   = 1000; // 22 bytes behind an offset of three
+    kernel.adapterHz = 1000; // 22 bytes behind an offset of three
     const bytes memory = pattern(65536);
-    hub(3).memory      = memory;
+    hub(3).memory = memory;
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 3});
     device.seek(0x03A0F8);
@@ -221,7 +221,7 @@ TEST_F(SmallAdapter, PagesAndPlainMessagesAreNotSplitForTheirTime)
 TEST(AdapterClock, IsTheDeviceTreesNumber)
 {
     const OwnConfiguration own;
-    const auto             node = own.folder() / "sys/bus/i2c/devices/i2c-7/of_node";
+    const auto node = own.folder() / "sys/bus/i2c/devices/i2c-7/of_node";
     host::iic::systemCalls calls(own.folder() / "sys");
     std::filesystem::create_directories(node);
     const auto told = [&](const std::string& cell) {
@@ -301,7 +301,7 @@ TEST_F(SmallAdapter, PlainReadOfABusyChipIsAskedForAgainAndMissesNoByte)
 TEST_F(SmallAdapter, TargetThatAnswersTheLastQuestionIsReadAndWritten)
 {
     const bytes data{1, 2, 3, 4};
-    OpenDevice  device("/dev/i2c-7");
+    OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000; // the last question begins after 50 ms
     EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
@@ -311,11 +311,11 @@ TEST_F(SmallAdapter, TargetThatAnswersTheLastQuestionIsReadAndWritten)
 
 TEST_F(SmallAdapter, ChipWhoseOtherWriterIsDoneAfterTheLastQuestionIsRead)
 {
-    const OtherWriter   other(settings.folder() / "locks");
-    bytes               data(2);
+    const OtherWriter other(settings.folder() / "locks");
+    bytes data(2);
     const std::uint64_t windowEndNs = kernel.clockNs + 50 * nsPerMs;
-    chip().busyUntilNs              = foreverNs;
-    kernel.beforeTransfer           = [&] {
+    chip().busyUntilNs = foreverNs;
+    kernel.beforeTransfer = [&] {
         if (kernel.clockNs >= windowEndNs && chip().busyUntilNs == foreverNs) {
             chip().busyUntilNs = kernel.clockNs + 1;
             other.locks->endWrite();
@@ -342,7 +342,7 @@ TEST_F(SmallAdapter, WithoutMemoryNobodyElseWritesAndItIsWrittenAllTheSame)
 TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
 {
     std::vector<std::uint64_t> askedAtNs;
-    const std::uint64_t        beginning = kernel.clockNs;
+    const std::uint64_t beginning = kernel.clockNs;
     kernel.chips.clear();
     kernel.beforeTransfer = [&] { askedAtNs.push_back(kernel.clockNs - beginning); };
     OpenDevice device("/dev/i2c-7");
@@ -394,13 +394,13 @@ TEST_F(ShortOfMemory, InTheMiddleOfAReadTellsWhatCameIn)
     kernel.longestRead = 16;
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
-    kernel.mostMessages   = 2;
+    kernel.mostMessages = 2;
     kernel.beforeTransfer = [this] {
         if (kernel.log.size() == 2) {
             throw std::bad_alloc();
         }
     };
-    bytes        data(60);
+    bytes data(60);
     const answer result = device.read(data);
     EXPECT_EQ((answer{30, ENOMEM}), result);
     EXPECT_EQ(slice(chip().memory, 0, 30), slice(data, 0, 30));
@@ -433,7 +433,7 @@ TEST_F(ForkedSmbus, ChildOpensTheNodeAnewBeforeItsFirstUseOfIt)
     device.readAll(1);
     kernel.calls.clear();
     EXPECT_EQ(0, inChild([&] {
-                  bytes      data(1);
+                  bytes data(1);
                   const bool read = device.read(data) == answer{1, 0} && device.read(data) == answer{1, 0};
                   return read && kernel.calls == std::vector<std::string>{"open /dev/i2c-7"} && kernel.openNodes == 1;
               }));
@@ -447,9 +447,9 @@ TEST_F(ForkedSmbus, ChildThatCannotOpenTheNodeSendsNothing)
     device.set({.address = 0x90, .offsetLength = 1});
     EXPECT_EQ(0, inChild([&] {
                   bytes data(1);
-                  kernel.openError   = EACCES;
+                  kernel.openError = EACCES;
                   const bool refused = device.read(data) == answer{0, EACCES} && kernel.log.empty();
-                  kernel.openError   = 0;
+                  kernel.openError = 0;
                   return refused && device.read(data) == answer{1, 0};
               }));
 }

@@ -33,13 +33,13 @@ inline bytes pattern(std::size_t length, unsigned int seed = 1)
 
 /// The fields of item 19, at their places.
 struct block {
-    std::uint16_t speedKhz     = 400;
-    std::uint16_t address      = 0;
+    std::uint16_t speedKhz = 400;
+    std::uint16_t address = 0;
     std::uint16_t offsetLength = 0;
-    std::uint32_t timeoutMs    = 0;
+    std::uint32_t timeoutMs = 0;
     std::uint16_t writeCycleMs = 5;
-    std::uint32_t pageSize     = 0;
-    std::uint32_t busyWaitMs   = 1000;
+    std::uint32_t pageSize = 0;
+    std::uint32_t busyWaitMs = 1000;
 
     [[nodiscard]] bytes raw() const
     {
@@ -70,14 +70,14 @@ public:
     {
         // In memory where there is such a place: the error log waits for the disk at every entry.
         const std::filesystem::path memory = "/dev/shm";
-        const bool                  usable = access(memory.c_str(), W_OK | X_OK) == 0;
+        const bool usable = access(memory.c_str(), W_OK | X_OK) == 0;
         std::string name = ((usable ? memory : std::filesystem::temp_directory_path()) / "kest-iic-XXXXXX").string();
         EXPECT_NE(nullptr, mkdtemp(name.data()));
         m_folder = name;
         std::filesystem::create_directory(m_folder / "state");
         use("state = \"state\"\n[linux]\nlock_folder = \"locks\"\n" + more);
     }
-    OwnConfiguration(const OwnConfiguration&)            = delete;
+    OwnConfiguration(const OwnConfiguration&) = delete;
     OwnConfiguration& operator=(const OwnConfiguration&) = delete;
     ~OwnConfiguration() { std::filesystem::remove_all(m_folder); }
 
@@ -95,8 +95,8 @@ private:
 
 /// Result and errno of a call.
 struct answer {
-    int  result                          = 0;
-    int  error                           = 0; ///< 0 when the call succeeded
+    int result = 0;
+    int error = 0; ///< 0 when the call succeeded
     bool operator==(const answer&) const = default;
 };
 inline std::ostream& operator<<(std::ostream& out, const answer& value)
@@ -112,12 +112,12 @@ public:
     {
         MernNode where;
         where.number = node;
-        errno        = 0;
-        m_handle     = mern_iic_open(where, path.c_str(), 0x1002);
-        m_error      = errno;
-        m_open       = std::memcmp(&m_handle, &MERN_INVALID, 20) != 0;
+        errno = 0;
+        m_handle = mern_iic_open(where, path.c_str(), 0x1002);
+        m_error = errno;
+        m_open = std::memcmp(&m_handle, &MERN_INVALID, 20) != 0;
     }
-    OpenDevice(const OpenDevice&)            = delete;
+    OpenDevice(const OpenDevice&) = delete;
     OpenDevice& operator=(const OpenDevice&) = delete;
     ~OpenDevice()
     {
@@ -126,7 +126,7 @@ public:
         }
     }
     [[nodiscard]] int error() const { return m_error; } ///< of the open
-    mern_t&           handle() { return m_handle; }
+    mern_t& handle() { return m_handle; }
 
     answer set(const block& values)
     {
@@ -135,7 +135,7 @@ public:
     }
     answer config(int direction, unsigned int item, void* value, unsigned int size)
     {
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_config(m_handle, direction, static_cast<wobu_iic_cfg_t>(item), value, size);
         return {result, result == 0 ? 0 : errno};
     }
@@ -149,19 +149,19 @@ public:
     }
     answer seek(long offset)
     {
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_seek(m_handle, offset, 0);
         return {result, result == 0 ? 0 : errno};
     }
     answer read(bytes& data)
     {
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_read(m_handle, data.data(), static_cast<unsigned int>(data.size()));
         return {result, result == static_cast<int>(data.size()) ? 0 : errno};
     }
     answer write(const bytes& data)
     {
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_write(m_handle, data.data(), static_cast<unsigned int>(data.size()));
         return {result, result == static_cast<int>(data.size()) ? 0 : errno};
     }
@@ -174,15 +174,15 @@ public:
     }
     answer reset()
     {
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_reset(m_handle, 1);
         return {result, result == 0 ? 0 : errno};
     }
     /// @return the first-failure data as text, empty when there is none
     std::string firstFailure()
     {
-        void*       data = nullptr;
-        const int   size = mern_iic_ffdc_extract(m_handle, 0, &data);
+        void* data = nullptr;
+        const int size = mern_iic_ffdc_extract(m_handle, 0, &data);
         std::string text = size > 0 ? std::string(static_cast<const char*>(data), static_cast<std::size_t>(size)) : "";
         EXPECT_EQ(size > 0, data != nullptr);
         tavo_util_free(&data);
@@ -191,8 +191,8 @@ public:
 
 private:
     mern_t m_handle{};
-    int    m_error = 0;
-    bool   m_open  = false;
+    int m_error = 0;
+    bool m_open = false;
 };
 
 /// A lock record, item 17 and 18: kind 2 is big-endian on every host.

@@ -15,10 +15,10 @@ protected:
     LinuxBus() { kernel.chips[0x50] = {.memory = pattern(32768)}; }
 
     static block eeprom() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
-    FakeChip&    chip() { return kernel.chips[0x50]; }
+    FakeChip& chip() { return kernel.chips[0x50]; }
 
     OwnConfiguration settings;
-    FakeKernel       kernel;
+    FakeKernel kernel;
 };
 
 } // namespace kest::test

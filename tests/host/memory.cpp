@@ -13,16 +13,16 @@ namespace
 {
 
 struct shortage {
-    int  ahead = 0; ///< allocations until the one that fails, with it; 0: none fails
+    int ahead = 0; ///< allocations until the one that fails, with it; 0: none fails
     bool lasts = false;
-    bool met   = false;
+    bool met = false;
 };
 constinit thread_local shortage memory;
 
 bool refused()
 {
     const bool now = memory.ahead == 1;
-    memory.met     = memory.met || now;
+    memory.met = memory.met || now;
     if (memory.ahead > 1 || (now && !memory.lasts)) {
         --memory.ahead;
     }
@@ -55,12 +55,12 @@ void* operator new(std::size_t bytes)
 }
 void* operator new[](std::size_t bytes) { return operator new(bytes); }
 void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept { return operator new(bytes, std::nothrow); }
-void  operator delete(void* block) noexcept { std::free(block); }
-void  operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void  operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
-void  operator delete[](void* block) noexcept { std::free(block); }
-void  operator delete[](void* block, std::size_t) noexcept { std::free(block); }
-void  operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
 #endif
 
 namespace kest::test
@@ -78,7 +78,7 @@ enum outcome {
 int attempt(const std::function<bool()>& work, int failing, bool lasts)
 {
     return inChild([&] {
-        memory    = {failing, lasts, false};
+        memory = {failing, lasts, false};
         int ended = thrown;
         try {
             ended = !work() ? broken : memory.met ? kept : enough;

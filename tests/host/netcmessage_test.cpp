@@ -62,7 +62,7 @@ TEST(NetcMessage, IsEmptyWithoutMemory)
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
     EXPECT_EQ("", kest::test::withoutMemory([] {
                   NetcMessage message;
-                  const bool  kept = message.setData("abc", 3);
+                  const bool kept = message.setData("abc", 3);
                   return kept == (payloadOf(message) == "abc") && kept == (message.dataSize() == 3) &&
                          kept == (message.dataPointer() != nullptr);
               }));

@@ -27,14 +27,14 @@ protected:
     /// Return code and the first two user data words.
     static std::array<std::uint32_t, 3> told(const ErrlEntry& entry)
     {
-        unsigned int         count = 0;
+        unsigned int count = 0;
         const std::uint32_t* words = entry.getSRC(0)->getHexData(count);
         return {entry.getRC(), words[4], words[5]};
     }
 
-    HostFolder           folder;
+    HostFolder folder;
     std::array<char, 16> buffer{};
-    unsigned int         size = 0;
+    unsigned int size = 0;
 };
 
 /// Whether a failed read is told as one: by an entry, and the caller's buffer as it was.
@@ -96,8 +96,8 @@ TEST_F(Registry, NullArgumentsAreRefused)
 TEST(RegistryOfAFreshProcess, DISABLED_WithAFileInError)
 {
     EXPECT_EQ("HWareMode", host::currentConfiguration().registry.at("tavo/ReadMode"));
-    std::array<char, 16>             buffer{};
-    unsigned int                     size = 16;
+    std::array<char, 16> buffer{};
+    unsigned int size = 16;
     const std::unique_ptr<ErrlEntry> entry(UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr));
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ(0x80001504U, entry->getRC());
@@ -131,9 +131,9 @@ TEST(RegistryOfAFreshProcess, DISABLED_WithoutMemory)
 {
     EXPECT_EQ("", withoutMemory([] {
                   std::array<char, 16> buffer{'#'};
-                  unsigned int         size  = buffer.size();
-                  ErrlEntry* const     early = UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr);
-                  const bool           kept  = early == nullptr ? size == 8 : isFailure(early, buffer, size);
+                  unsigned int size = buffer.size();
+                  ErrlEntry* const early = UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr);
+                  const bool kept = early == nullptr ? size == 8 : isFailure(early, buffer, size);
                   delete early;
                   giveMemoryBack();
                   size = buffer.size();
@@ -145,7 +145,7 @@ TEST(RegistryOfAFreshProcess, DISABLED_WithoutMemory)
 TEST(RegistryOfAFreshProcess, ReadsTheConfigurationOnceThereIsMemory)
 {
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
-    const HostFolder  folder;
+    const HostFolder folder;
     const std::string file =
         folder.write("right.toml", "state = \"fresh\"\nregistry.\"tavo/ReadMode\" = \"FileMode\"").string();
     EXPECT_THAT(inFreshProcess(folder, file, "*.DISABLED_WithoutMemory"), testing::HasSubstr("[  PASSED  ] 1 test."));

@@ -49,7 +49,7 @@ protected:
     {
         settings.use("state = \"state\"\n[linux]\nlock_folder = \"" + name + "\"\n");
         OpenDevice device("/dev/i2c-7@A0");
-        bytes      record = registerLock(0xC0, 0);
+        bytes record = registerLock(0xC0, 0);
         return device.config(2, 17, record.data(), 8).error;
     }
 
@@ -73,9 +73,9 @@ protected:
         EXPECT_EQ(0, chmod(settings.folder().c_str(), 0755));
         const pid_t child = fork();
         if (child == 0) {
-            changesOfOwner   = 0;
+            changesOfOwner = 0;
             const bool ready = setgroups(1, &group) == 0 && dropRights();
-            const int  error = lockIn(name);
+            const int error = lockIn(name);
             _exit(!ready || changesOfOwner != 0 ? 255 : error);
         }
         int status = -1;
@@ -84,12 +84,12 @@ protected:
     }
     [[nodiscard]] static std::string trouble() { return host::iic::lockFolderTrouble("/dev/i2c-7", -1); }
 
-    static constexpr uid_t stranger   = 65534;
-    static constexpr gid_t lab        = 4242;
+    static constexpr uid_t stranger = 65534;
+    static constexpr gid_t lab = 4242;
     static constexpr gid_t anotherLab = 4343;
 
     OwnConfiguration settings;
-    FakeKernel       kernel;
+    FakeKernel kernel;
 
 private:
     mode_t m_umask = umask(0);
@@ -141,7 +141,7 @@ TEST_F(SharedFolder, LockFileIsNotReachedThroughALink)
 TEST_F(SharedFolder, FilesHaveTheFoldersGroupAndTheNodesModeWithoutAChangeOfOwner)
 {
     KEST_NEEDS_ROOT();
-    kernel.nodeMode  = S_IFCHR | 0660;
+    kernel.nodeMode = S_IFCHR | 0660;
     kernel.nodeGroup = lab;
     makeFolder("locks", 0, lab, 02775);
     EXPECT_EQ(0, lockOfAStranger("locks", lab));
@@ -153,7 +153,7 @@ TEST_F(SharedFolder, FilesHaveTheFoldersGroupAndTheNodesModeWithoutAChangeOfOwne
 TEST_F(SharedFolder, AnotherGroupThanTheNodesGetsNoMoreThanEverybody)
 {
     KEST_NEEDS_ROOT();
-    kernel.nodeMode  = S_IFCHR | 0660;
+    kernel.nodeMode = S_IFCHR | 0660;
     kernel.nodeGroup = lab;
     makeFolder("locks", stranger, anotherLab, 02775);
     EXPECT_EQ(0, lockOfAStranger("locks", anotherLab));
@@ -163,12 +163,12 @@ TEST_F(SharedFolder, AnotherGroupThanTheNodesGetsNoMoreThanEverybody)
 TEST_F(SharedFolder, RootMendsTheFilesOfANodeThatChanged)
 {
     KEST_NEEDS_ROOT();
-    kernel.nodeMode  = S_IFCHR | 0660;
+    kernel.nodeMode = S_IFCHR | 0660;
     kernel.nodeGroup = lab;
     EXPECT_EQ(0, lockIn("locks"));
     std::ofstream(settings.folder() / "locks/i2c-89-7.A0.ffdc") << "{}";
     std::ofstream(settings.folder() / "locks/i2c-89-70.A0.ffdc") << "{}";
-    kernel.nodeMode  = S_IFCHR | 0666;
+    kernel.nodeMode = S_IFCHR | 0666;
     kernel.nodeGroup = anotherLab;
     EXPECT_EQ(0, lockIn("locks"));
     for (const char* name : {"locks/i2c-89-7.lock", "locks/i2c-89-7.A0.ffdc"}) {
@@ -194,7 +194,7 @@ TEST_F(SharedFolder, FolderOfAnotherUserIsRefusedWithTheCommandThatMakesItRight)
 {
     KEST_NEEDS_ROOT();
     const std::string path = settings.folder() / "locks";
-    kernel.nodeGroup       = lab;
+    kernel.nodeGroup = lab;
     makeFolder("locks", stranger, stranger, 0755);
     EXPECT_EQ(EACCES, lockIn("locks"));
     EXPECT_EQ("'" + path + "' belongs to user 65534, who could exchange the locks in it; as root: chown 0:4242 '" +
@@ -258,7 +258,7 @@ TEST_F(SharedFolder, RecordOfAnotherUserIsReadDroppedAndWrittenAnew)
         std::string first;
         std::string readOnly;
         std::string none = "?";
-        const bool  good = dropRights() && host::iic::firstFailure(everybodys, 0xA0, first) == 0 && first == "{}" &&
+        const bool good = dropRights() && host::iic::firstFailure(everybodys, 0xA0, first) == 0 && first == "{}" &&
                           host::iic::firstFailure(everybodys, 0xA2, readOnly) == 0 && readOnly == "[]" &&
                           host::iic::dropFirstFailure(everybodys, 0xA0) == 0 &&
                           host::iic::firstFailure(everybodys, 0xA0, none) == 0 && none.empty() &&
@@ -272,11 +272,12 @@ TEST_F(SharedFolder, RecordOfAnotherUserIsReadDroppedAndWrittenAnew)
 
 TEST_F(SharedFolder, NoDescriptorLeftIsNoMemory)
 {
-    if (underSanitizer)
+    if (underSanitizer) {
         GTEST_SKIP() << "the check of virtual tables needs descriptors of its own";
+    }
     settings.use("state = \"state\"\n[linux]\nlock_folder = \"locks\"\n");
-    OpenDevice    device("/dev/i2c-7@A0");
-    bytes         record = registerLock(0xC0, 0);
+    OpenDevice device("/dev/i2c-7@A0");
+    bytes record = registerLock(0xC0, 0);
     struct rlimit before {
     };
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));

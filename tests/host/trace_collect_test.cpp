@@ -24,9 +24,9 @@ protected:
 
     void makeRing(unsigned size)
     {
-        static int number             = 0;
-        m_name                        = "collect" + std::to_string(++number);
-        m_ring                        = newRing(m_name.c_str(), size);
+        static int number = 0;
+        m_name = "collect" + std::to_string(++number);
+        m_ring = newRing(m_name.c_str(), size);
         place().header.clockOffset[0] = place().header.clockOffset[1] = 0;
     }
 
@@ -34,14 +34,14 @@ protected:
     void write(std::string_view text, std::uint64_t micros, std::uint32_t thread = 1)
     {
         const std::uint64_t time = firstTimeNs + micros * 1000;
-        const auto          used = static_cast<std::uint32_t>(text.size() + 1);
-        std::uint32_t       words[maximumRecordBytes / sizeof(std::uint32_t)]{};
+        const auto used = static_cast<std::uint32_t>(text.size() + 1);
+        std::uint32_t words[maximumRecordBytes / sizeof(std::uint32_t)]{};
         words[wordTimeHigh] = static_cast<std::uint32_t>(time >> 32);
-        words[wordTimeLow]  = static_cast<std::uint32_t>(time);
-        words[wordHash]     = 0x11223344;
-        words[wordLine]     = 7;
-        words[wordThread]   = thread;
-        words[wordKind]     = kindText << 16 | used;
+        words[wordTimeLow] = static_cast<std::uint32_t>(time);
+        words[wordHash] = 0x11223344;
+        words[wordLine] = 7;
+        words[wordThread] = thread;
+        words[wordKind] = kindText << 16 | used;
         std::memcpy(words + recordHeadWords, text.data(), text.size());
         lane(thread).append(words, recordBytes(used) / sizeof(std::uint32_t), m_ring->laneUnits, m_ring->seed);
     }
@@ -50,16 +50,16 @@ protected:
     void reserve(std::uint32_t units, std::uint32_t thread = 1)
     {
         auto* position = reinterpret_cast<std::uint32_t*>(&lane(thread));
-        *position      = advanced(*position, units, m_ring->laneUnits);
+        *position = advanced(*position, units, m_ring->laneUnits);
     }
 
     [[nodiscard]] std::string collected(unsigned bytes) const { return host::collectTrace(m_name.c_str(), bytes); }
 
 private:
-    storage&  place() { return *m_ring->place.load(); }
+    storage& place() { return *m_ring->place.load(); }
     ringLane& lane(std::uint32_t thread) { return place().lane(thread % laneCount, m_ring->laneStride); }
 
-    std::string           m_name;
+    std::string m_name;
     trace_wobu_descriptor m_ring = nullptr;
 };
 
@@ -71,9 +71,9 @@ TEST_F(TraceCollect, LinesAreTakenThatFitToTheLastByte)
     const std::string three = "22:13:20.123456 1 11223344 7 first\n"
                               "22:13:20.123457 1 11223344 7 second,2\n"
                               "22:13:20.123458 1 11223344 7 third\n";
-    const std::string two   = "22:13:20.123457 1 11223344 7 second,2\n"
-                              "22:13:20.123458 1 11223344 7 third\n";
-    const std::string one   = "22:13:20.123458 1 11223344 7 third\n";
+    const std::string two = "22:13:20.123457 1 11223344 7 second,2\n"
+                            "22:13:20.123458 1 11223344 7 third\n";
+    const std::string one = "22:13:20.123458 1 11223344 7 third\n";
     EXPECT_EQ(three, collected(0xFFFFFFFF));
     EXPECT_EQ(three, collected(35 + 38 + 35));
     EXPECT_EQ(two, collected(35 + 38 + 34));

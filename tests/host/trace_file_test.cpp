@@ -37,20 +37,21 @@ public:
             host::useTraceFolder(folder);
             trace_wobu_write_all(ring, 0x12345678, " %s,%d", 12, 0, "inTheFolder", 2);
             EXPECT_EQ(1, write(ends[1], "x", 1));
-            for (;;)
+            for (;;) {
                 pause();
+            }
         }
         close(ends[1]);
         char byte = 0;
         EXPECT_EQ(1, read(ends[0], &byte, 1));
         close(ends[0]);
     }
-    TracingChild(const TracingChild&)            = delete;
+    TracingChild(const TracingChild&) = delete;
     TracingChild& operator=(const TracingChild&) = delete;
     ~TracingChild() { end(); }
 
     [[nodiscard]] std::uint32_t pid() const { return static_cast<std::uint32_t>(m_pid); }
-    void                        end()
+    void end()
     {
         if (!m_ended) {
             kill(m_pid, SIGKILL);
@@ -60,15 +61,17 @@ public:
     }
 
 private:
-    pid_t m_pid   = -1;
-    bool  m_ended = false;
+    pid_t m_pid = -1;
+    bool m_ended = false;
 };
 
 host::ringInfo ringOf(const std::filesystem::path& folder, std::uint32_t pid, const std::string& name)
 {
-    for (const host::ringInfo& ring : host::listRings(folder))
-        if (ring.pid == pid && ring.buffer == name)
+    for (const host::ringInfo& ring : host::listRings(folder)) {
+        if (ring.pid == pid && ring.buffer == name) {
             return ring;
+        }
+    }
     ADD_FAILURE() << "no ring " << name << " of " << pid;
     return {};
 }
@@ -76,7 +79,7 @@ host::ringInfo ringOf(const std::filesystem::path& folder, std::uint32_t pid, co
 TEST(TraceFile, ReadableWhileAliveAndAfterAKill)
 {
     ScratchFolder folder;
-    TracingChild  child(folder.path(), "killed");
+    TracingChild child(folder.path(), "killed");
     for (const bool alive : {true, false}) {
         const host::ringInfo ring = ringOf(folder.path(), child.pid(), "killed");
         EXPECT_EQ(alive, ring.alive);
@@ -99,16 +102,19 @@ TEST(TraceFile, ProcessIsReadOverAllItsBuffersInOrder)
     EXPECT_EQ(0, inChild([&] {
                   host::useTraceFolder(folder.path());
                   trace_wobu_descriptor one = newRing("orderOne"), two = newRing("orderTwo");
-                  for (int number = 0; number < 6; ++number)
+                  for (int number = 0; number < 6; ++number) {
                       trace_wobu_write_all(number % 2 == 0 ? one : two, 1, "%d", 1, 0, number);
+                  }
                   return 0;
               }));
     const auto rings = host::listRings(folder.path());
     ASSERT_FALSE(rings.empty());
     std::vector<std::string> texts;
-    for (const host::traceRecord& record : host::readProcess(folder.path(), rings.front().pid))
-        if (record.buffer.starts_with("order"))
+    for (const host::traceRecord& record : host::readProcess(folder.path(), rings.front().pid)) {
+        if (record.buffer.starts_with("order")) {
             texts.push_back(record.buffer.substr(5) + record.text);
+        }
+    }
     EXPECT_EQ((std::vector<std::string>{"One0", "Two1", "One2", "Two3", "One4", "Two5"}), texts);
 }
 
@@ -118,7 +124,7 @@ TEST(TraceFileOfAFreshProcess, DISABLED_WhoseEndIsSudden)
     trace_wobu_descriptor ring = newRing("sudden");
     trace_wobu_write_all(ring, 1, "before", 1, 0);
     std::array<char, 16> buffer{};
-    unsigned int         size = 16;
+    unsigned int size = 16;
     EXPECT_EQ(nullptr, UtilReg::read("tavo/ReadMode", buffer.data(), size, false, nullptr));
     trace_wobu_write_all(ring, 1, "after", 1, 0);
     raise(SIGKILL);
@@ -126,8 +132,8 @@ TEST(TraceFileOfAFreshProcess, DISABLED_WhoseEndIsSudden)
 
 TEST(TraceFileOfAFreshProcess, IsReadableAfterItsSuddenEnd)
 {
-    const HostFolder  folder;
-    const std::string config  = folder.write("other.toml", "trace.folder = \"lines\"").string();
+    const HostFolder folder;
+    const std::string config = folder.write("other.toml", "trace.folder = \"lines\"").string();
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     const std::string command =
         "KEST_CONFIG=" + config + " exec " + kest::tests::emulator + " " + program +
@@ -138,8 +144,9 @@ TEST(TraceFileOfAFreshProcess, IsReadableAfterItsSuddenEnd)
     std::vector<std::string> texts;
     for (const host::ringInfo& info : host::listRings(folder.path() / "lines")) {
         EXPECT_FALSE(info.alive);
-        if (info.buffer == "sudden")
+        if (info.buffer == "sudden") {
             texts = textsOf(host::readRing(info.file).records);
+        }
     }
     EXPECT_EQ((std::vector<std::string>{"before", "after"}), texts);
 }
@@ -151,8 +158,8 @@ TEST(TraceFile, ChildOfAForkStopsSharing)
                   trace_wobu_descriptor ring = newRing("forked");
                   host::useTraceFolder(folder.path());
                   trace_wobu_write_all(ring, 1, "parent 1", 1, 0);
-                  const auto own    = static_cast<std::uint32_t>(getpid());
-                  const int  result = inChild([&] {
+                  const auto own = static_cast<std::uint32_t>(getpid());
+                  const int result = inChild([&] {
                       trace_wobu_write_all(ring, 1, "child 1", 1, 0);
                       const bool kept = textsOf(recordsOf("forked")) == std::vector<std::string>{"parent 1", "child 1"};
                       host::useTraceFolder(folder.path());
@@ -162,16 +169,21 @@ TEST(TraceFile, ChildOfAForkStopsSharing)
                   trace_wobu_write_all(ring, 1, "parent 2", 1, 0);
                   for (const host::ringInfo& info : host::listRings(folder.path())) {
                       const auto texts = textsOf(host::readRing(info.file).records);
-                      if (info.buffer != "forked")
+                      if (info.buffer != "forked") {
                           continue;
-                      if (info.pid == own && texts != std::vector<std::string>{"parent 1", "parent 2"})
+                      }
+                      if (info.pid == own && texts != std::vector<std::string>{"parent 1", "parent 2"}) {
                           return 2;
-                      if (info.pid == own && !info.alive)
+                      }
+                      if (info.pid == own && !info.alive) {
                           return 3;
-                      if (info.pid != own && texts != std::vector<std::string>{"parent 1", "child 1", "child 2"})
+                      }
+                      if (info.pid != own && texts != std::vector<std::string>{"parent 1", "child 1", "child 2"}) {
                           return 4;
-                      if (info.pid != own && info.alive)
+                      }
+                      if (info.pid != own && info.alive) {
                           return 5;
+                      }
                   }
                   return result;
               }));
@@ -181,7 +193,7 @@ TEST(TraceFile, FolderThatCannotBeHadLeavesTheRingInMemory)
 {
     EXPECT_EQ(0, inChild([] {
                   trace_wobu_descriptor ring = newRing("noFolder");
-                  errno                      = 42;
+                  errno = 42;
                   host::useTraceFolder("/proc/no/such/folder");
                   const bool kept = errno == 42;
                   trace_wobu_write_all(ring, 1, "still here", 1, 0);
@@ -223,17 +235,18 @@ std::string whyInMemory(const std::filesystem::path& folder)
               }));
     close(ends[1]);
     std::array<char, 500> text{};
-    const ssize_t         length = read(ends[0], text.data(), text.size());
+    const ssize_t length = read(ends[0], text.data(), text.size());
     close(ends[0]);
     return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
 TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
 {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a link away";
+    }
     ScratchFolder folder;
-    const auto    link = folder.path() / "state" / "trace";
+    const auto link = folder.path() / "state" / "trace";
     std::filesystem::create_directories(folder.path() / "elsewhere");
     std::filesystem::create_directory(folder.path() / "state");
     std::filesystem::create_directory_symlink("../elsewhere", link);
@@ -252,10 +265,11 @@ TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
 
 TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
 {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a folder away";
+    }
     ScratchFolder folder;
-    const auto    trace = folder.path() / "state" / "trace";
+    const auto trace = folder.path() / "state" / "trace";
     std::filesystem::create_directories(trace);
     ASSERT_EQ(0, chown(trace.c_str(), somebody, somebody));
     EXPECT_EQ(" useTraceFolder," + trace.string() + ",1", whyInMemory(trace)); // EPERM
@@ -263,8 +277,9 @@ TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
     EXPECT_EQ("", whyInMemory(trace));
     struct stat ring {
     };
-    for (const auto& entry : std::filesystem::directory_iterator(trace))
+    for (const auto& entry : std::filesystem::directory_iterator(trace)) {
         EXPECT_EQ(0, stat(entry.path().c_str(), &ring)) << entry.path();
+    }
     EXPECT_EQ(somebody, ring.st_uid) << "the folder's owner tidies it up";
 }
 
@@ -274,16 +289,17 @@ TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
     ScratchFolder folder;
     EXPECT_EQ("", withoutMemory([&] {
                   trace_wobu_descriptor ring = nullptr;
-                  const bool            made = trace_wobu_init_buffer(&ring, "short", 2048) == 0;
+                  const bool made = trace_wobu_init_buffer(&ring, "short", 2048) == 0;
                   trace_wobu_write_all(ring, 1, "before", 1, 0);
                   host::useTraceFolder(folder.path());
-                  trace_wobu_descriptor later     = nullptr;
-                  const bool            madeLater = trace_wobu_init_buffer(&later, "later", 2048) == 0;
+                  trace_wobu_descriptor later = nullptr;
+                  const bool madeLater = trace_wobu_init_buffer(&later, "later", 2048) == 0;
                   trace_wobu_write_all(ring, 1, "behind", 1, 0);
                   giveMemoryBack();
                   const auto texts = textsOf(recordsOf("short"));
-                  for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+                  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
                       std::filesystem::remove(entry.path()); // or the next child's tidying up would need more
+                  }
                   return made == (ring != nullptr) && made && madeLater == (later != nullptr) && madeLater &&
                          texts.front() == "before" && texts.back() == "behind";
               }));
@@ -292,8 +308,8 @@ TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
 TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
 {
     ScratchFolder folder;
-    TracingChild  living(folder.path(), "living");
-    const auto    now = std::filesystem::file_time_type::clock::now();
+    TracingChild living(folder.path(), "living");
+    const auto now = std::filesystem::file_time_type::clock::now();
     for (int number = 0; number < 100; ++number) {
         const auto path = folder.path() / ("old-" + std::to_string(number) + ".ring");
         std::ofstream(path) << "dead";
@@ -301,45 +317,50 @@ TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
     }
     std::ofstream(folder.path() / "other.txt") << "not ours";
     for (const auto& entry :
-         std::filesystem::directory_iterator(folder.path())) // the living one is the oldest, and stays
-        if (entry.path().filename().string().starts_with("living"))
+         std::filesystem::directory_iterator(folder.path())) { // the living one is the oldest, and stays
+        if (entry.path().filename().string().starts_with("living")) {
             std::filesystem::last_write_time(entry.path(), now - std::chrono::hours(1000));
+        }
+    }
     host::trace::removeOldRings(folder.path());
     EXPECT_TRUE(std::filesystem::exists(folder.path() / "other.txt"));
     EXPECT_EQ(living.pid(), ringOf(folder.path(), living.pid(), "living").pid);
-    for (int number = 0; number < 100; ++number)
+    for (int number = 0; number < 100; ++number) {
         EXPECT_EQ(number >= 100 - 64,
                   std::filesystem::exists(folder.path() / ("old-" + std::to_string(number) + ".ring")))
             << number;
+    }
 }
 
 // ------------------------------------------------------------------------------------------------- files from elsewhere
 
 /// The example of docs/trace-format.md, from a big-endian machine.
-constexpr const char* exampleHeader   = "4b455354 52494e47 01020304 00000001 00000080 00000001 00000100 00000010"
-                                        "5eed1234 00001267 17979cfe 362a0000 17979cff 602ff200 6b657374 00000000"
-                                        "00000000 00000000 00000000 00000000 00000000 00000000 6b657374 64000000"
-                                        "00000000 00000000 00000000 00000000 00000000 00000000 00000000 00000000";
+constexpr const char* exampleHeader = "4b455354 52494e47 01020304 00000001 00000080 00000001 00000100 00000010"
+                                      "5eed1234 00001267 17979cfe 362a0000 17979cff 602ff200 6b657374 00000000"
+                                      "00000000 00000000 00000000 00000000 00000000 00000000 6b657374 64000000"
+                                      "00000000 00000000 00000000 00000000 00000000 00000000 00000000 00000000";
 constexpr const char* examplePosition = "00000008";
-constexpr const char* exampleRecord   = "00000000 1187f56e 00000001 2a07d440 77e7226a 0000020b 00000001 00010019"
-                                        "2025732c 2564006b 6573745f 776f6275 4f70656e 00000000 02000000 00000000";
+constexpr const char* exampleRecord = "00000000 1187f56e 00000001 2a07d440 77e7226a 0000020b 00000001 00010019"
+                                      "2025732c 2564006b 6573745f 776f6275 4f70656e 00000000 02000000 00000000";
 
 std::vector<std::uint8_t> fromHex(const std::string& text)
 {
     std::vector<std::uint8_t> bytes;
-    std::string               digits;
-    for (const char character : text)
+    std::string digits;
+    for (const char character : text) {
         digits += character == ' ' ? "" : std::string(1, character);
-    for (std::size_t index = 0; index + 1 < digits.size(); index += 2)
+    }
+    for (std::size_t index = 0; index + 1 < digits.size(); index += 2) {
         bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(index, 2), nullptr, 16)));
+    }
     return bytes;
 }
 
 std::vector<std::uint8_t> exampleImage()
 {
-    std::vector<std::uint8_t> image    = fromHex(exampleHeader);
-    const auto                position = fromHex(examplePosition);
-    const auto                record   = fromHex(exampleRecord);
+    std::vector<std::uint8_t> image = fromHex(exampleHeader);
+    const auto position = fromHex(examplePosition);
+    const auto record = fromHex(exampleRecord);
     image.insert(image.end(), position.begin(), position.end());
     image.resize(128 + 128);
     image.insert(image.end(), record.begin(), record.end());
@@ -363,14 +384,15 @@ TEST(TraceFile, ExampleOfTheDocumentation) { expectExample(host::readRingImage(e
 TEST(TraceFile, FilesOfEitherByteOrder)
 {
     std::vector<std::uint8_t> image = exampleImage();
-    const auto                swap  = [&image](std::size_t from, std::size_t to) {
-        for (std::size_t at = from; at < to; at += 4)
+    const auto swap = [&image](std::size_t from, std::size_t to) {
+        for (std::size_t at = from; at < to; at += 4) {
             std::reverse(image.begin() + static_cast<std::ptrdiff_t>(at),
-                                         image.begin() + static_cast<std::ptrdiff_t>(at + 4));
+                         image.begin() + static_cast<std::ptrdiff_t>(at + 4));
+        }
     };
-    swap(8, 56);                                                                // header's words
-    swap(128, 132);                                                             // position
-    swap(256, 256 + 32);                                                        // record's head
+    swap(8, 56); // header's words
+    swap(128, 132); // position
+    swap(256, 256 + 32); // record's head
     std::reverse(image.begin() + 256 + 32 + 21, image.begin() + 256 + 32 + 25); // the number 2
     host::ringContents read = host::readRingImage(image);
     EXPECT_EQ("", read.error);
@@ -394,28 +416,31 @@ TEST(TraceFile, CutShortAtEveryByte)
 /// A byte that was changed costs the record, or changes what the header says; never more.
 TEST(TraceFile, EveryByteChanged)
 {
-    for (std::size_t at = 0; at < 128 + 256; ++at)
+    for (std::size_t at = 0; at < 128 + 256; ++at) {
         for (const unsigned change : {0x01u, 0x80u, 0xFFu}) {
             std::vector<std::uint8_t> image = exampleImage();
-            image[at]                       = static_cast<std::uint8_t>(image[at] ^ change);
-            for (const host::traceRecord& record : host::readRingImage(image).records)
+            image[at] = static_cast<std::uint8_t>(image[at] ^ change);
+            for (const host::traceRecord& record : host::readRingImage(image).records) {
                 EXPECT_EQ(" kest_wobuOpen,2", record.text) << at;
+            }
         }
+    }
 }
 
 TEST(TraceFile, SizesThatWrap)
 {
-    for (const std::size_t field : {16u, 20u, 24u, 28u}) // header bytes, lanes, stride, units
+    for (const std::size_t field : {16u, 20u, 24u, 28u}) { // header bytes, lanes, stride, units
         for (const char* value : {"00000000", "00000001", "7fffffff", "80000000", "fffffff8", "ffffffff"}) {
             std::vector<std::uint8_t> image = exampleImage();
-            const auto                bytes = fromHex(value);
+            const auto bytes = fromHex(value);
             std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<std::ptrdiff_t>(field));
             const host::ringContents read = host::readRingImage(image);
-            const bool               smaller =
+            const bool smaller =
                 (field == 20 || field == 28) && bytes.back() == 1; // one lane, or lanes of one unit: possible
             EXPECT_EQ(!smaller, !read.error.empty()) << field << " " << value;
             EXPECT_EQ(field == 20 && smaller ? 1u : 0u, read.records.size());
         }
+    }
 }
 
 TEST(TraceFile, OtherThingsInTheFolder)
@@ -428,15 +453,17 @@ TEST(TraceFile, OtherThingsInTheFolder)
     std::ofstream(folder.path() / "empty.ring");
     EXPECT_TRUE(host::listRings(folder.path()).empty());
     EXPECT_TRUE(host::listRings(folder.path() / "none").empty());
-    for (const char* name : {"folder.ring", "link.ring", "pipe.ring", "text.ring", "empty.ring", "none.ring"})
+    for (const char* name : {"folder.ring", "link.ring", "pipe.ring", "text.ring", "empty.ring", "none.ring"}) {
         EXPECT_NE("", host::readRing(folder.path() / name).error) << name;
+    }
 }
 
 std::map<std::string, std::string> troublesOf(const host::ringList& list)
 {
     std::map<std::string, std::string> troubles;
-    for (const host::ringContents& skipped : list.skipped)
+    for (const host::ringContents& skipped : list.skipped) {
         troubles[skipped.info.file.filename().string()] = skipped.error;
+    }
     return troubles;
 }
 
@@ -448,7 +475,7 @@ void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_
 
 TEST(TraceFile, EachFileThatIsLeftOutIsTold)
 {
-    ScratchFolder             folder;
+    ScratchFolder folder;
     std::vector<std::uint8_t> image = exampleImage();
     writeBytes(folder.path() / "whole.ring", image);
     writeBytes(folder.path() / "cut.ring", {image.begin(), image.begin() + 300});
@@ -456,17 +483,17 @@ TEST(TraceFile, EachFileThatIsLeftOutIsTold)
     writeBytes(folder.path() / "zeroed.ring", std::vector<std::uint8_t>(image.size()));
     image[0] = 'k';
     writeBytes(folder.path() / "other.ring", image);
-    image     = exampleImage();
+    image = exampleImage();
     image[15] = 2;
     writeBytes(folder.path() / "version.ring", image);
-    image     = exampleImage();
+    image = exampleImage();
     image[23] = 0;
     writeBytes(folder.path() / "numbers.ring", image);
     std::filesystem::create_symlink("whole.ring", folder.path() / "link.ring");
     writeBytes(folder.path() / "other.txt", {});
 
-    int                  pauses = 0;
-    const host::ringList list   = host::listRingsAndOthers(folder.path(), [&] { ++pauses; });
+    int pauses = 0;
+    const host::ringList list = host::listRingsAndOthers(folder.path(), [&] { ++pauses; });
     ASSERT_EQ(1U, list.rings.size());
     EXPECT_EQ(4711U, list.rings[0].pid);
     EXPECT_EQ((std::map<std::string, std::string>{
@@ -523,14 +550,15 @@ TEST(TraceFile, ALaneWhosePositionIsDamagedCostsItsRecordsAlone)
 /// must not become a line: their check word would have to be made with a number that the client does not know.
 TEST(TraceFile, TracedBytesCannotPassForARecord)
 {
-    trace_wobu_descriptor     ring   = newRing("forged", 2048);
+    trace_wobu_descriptor ring = newRing("forged", 2048);
     std::vector<std::uint8_t> forged = fromHex(exampleRecord);
     for (int number = 0; number < 1000; ++number) {
         trace_wobu_write2(ring, 0, 0, nullptr, static_cast<unsigned>(forged.size()), forged.data());
         trace_wobu_write_all(ring, 1, "%s", 1, 0, std::string(static_cast<std::size_t>(number % 50), 'a').c_str());
     }
-    for (const host::traceRecord& record : recordsOf("forged"))
+    for (const host::traceRecord& record : recordsOf("forged")) {
         EXPECT_NE(" kest_wobuOpen,2", record.text);
+    }
 }
 
 } // namespace

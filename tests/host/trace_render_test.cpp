@@ -102,7 +102,7 @@ TEST_F(TraceRender, LongTextsAreCut)
 TEST_F(TraceRender, WhatDoesNotFitARecordIsMarked)
 {
     const std::string longText(255, 'b');
-    const char*       text = longText.c_str();
+    const char* text = longText.c_str();
     trace_wobu_write_all(ring, 1, "%s%s%s%s%s", 1, 0, text, text, text, text, text);
     const auto record = recordsOf("render").back();
     EXPECT_TRUE(record.cut);
@@ -137,9 +137,9 @@ TEST_F(TraceRender, LineHasTimeThreadHashAndSourceLine)
     host::traceRecord record;
     record.timeNs = 1'700'000'000'123'456'789u;
     record.thread = 3;
-    record.hash   = 0x77E7226A;
-    record.line   = 523;
-    record.text   = " kest_wobuOpen,2";
+    record.hash = 0x77E7226A;
+    record.line = 523;
+    record.text = " kest_wobuOpen,2";
     EXPECT_EQ("22:13:20.123456 3 77E7226A 523 kest_wobuOpen,2", host::renderRecord(record));
     record.cut = true;
     EXPECT_EQ("22:13:20.123456 3 77E7226A 523 kest_wobuOpen,2...", host::renderRecord(record));
@@ -185,8 +185,9 @@ TEST_F(TraceRender, BinaryRecordsWithoutAnythingOrWithTooMuch)
 TEST_F(TraceRender, CollectGivesTheLatestWholeLinesThatFit)
 {
     trace_wobu_descriptor own = newRing("collect");
-    for (int number = 0; number < 50; ++number)
+    for (int number = 0; number < 50; ++number) {
         trace_wobu_write_all(own, 0x11223344, " %s,%d", 7, 0, "function", 10 + number);
+    }
     const std::string text = host::collectTrace("collect", 500);
     const std::string line = "22:13:20.123456 T 11223344 7 function,59\n";
     EXPECT_LE(text.size(), 500u);

@@ -21,8 +21,8 @@ namespace
 int makeRing(const char* name, unsigned size)
 {
     trace_wobu_descriptor ring = newRing("placeholder");
-    errno                      = 0;
-    const int result           = trace_wobu_init_buffer(&ring, name, size);
+    errno = 0;
+    const int result = trace_wobu_init_buffer(&ring, name, size);
     EXPECT_EQ(result == 0, ring != nullptr);
     return result == 0 ? 0 : errno;
 }
@@ -55,7 +55,7 @@ TEST(TraceRing, WithoutRingNothingHappens)
 TEST(TraceRing, ErrnoStays)
 {
     trace_wobu_descriptor ring = newRing("errno");
-    errno                      = 42;
+    errno = 42;
     trace_wobu_write_all(ring, 1, " %s,%d", 1, 0, "here", 1);
     trace_wobu_write2(ring, 0, 4, "head", 4, "data");
     EXPECT_EQ(42, errno);
@@ -65,18 +65,20 @@ TEST(TraceRing, ErrnoStays)
 TEST(TraceRing, SizeIsItsCapacityForRecords)
 {
     trace_wobu_descriptor ring = newRing("capacity", 8092);
-    for (int number = 0; number < 1000; ++number)
+    for (int number = 0; number < 1000; ++number) {
         trace_wobu_write_all(ring, 1, " %s,%d", 1, 0, "eighteen_letters__", number); // 32 + 7 + 19 + 4, rounded up
+    }
     const auto records = recordsOf("capacity");
     ASSERT_EQ(126u, records.size());
-    for (std::size_t index = 0; index < records.size(); ++index)
+    for (std::size_t index = 0; index < records.size(); ++index) {
         EXPECT_EQ(" eighteen_letters__," + std::to_string(1000 - 126 + index), records[index].text);
+    }
 }
 
 TEST(TraceRing, WrapsRoundWithRecordsOfEverySize)
 {
     trace_wobu_descriptor ring = newRing("wrap", 2048);
-    std::string           text;
+    std::string text;
     for (int number = 0; number < 3000; ++number) {
         text.assign(static_cast<std::size_t>(number * 7 % 250), 'x');
         trace_wobu_write_all(ring, 1, "%d %s", 1, 0, number, text.c_str());
@@ -91,8 +93,9 @@ TEST(TraceRing, WrapsRoundWithRecordsOfEverySize)
 TEST(TraceRing, LapNumbersWrapRound)
 {
     trace_wobu_descriptor ring = newRing("laps", 2048);
-    for (int number = 0; number < 140'000; ++number) // 992 bytes of payload: two records a lap, so 70,000 laps
+    for (int number = 0; number < 140'000; ++number) { // 992 bytes of payload: two records a lap, so 70,000 laps
         trace_wobu_write2(ring, 0, 0, nullptr, 984, std::string(984, 'x').data());
+    }
     trace_wobu_write_all(ring, 1, "last", 1, 0);
     EXPECT_EQ("last", recordsOf("laps").back().text);
     EXPECT_EQ(2u, recordsOf("laps").size());
@@ -104,8 +107,9 @@ TEST(TraceRing, BusyThreadLeavesTheOthersLines)
     trace_wobu_descriptor ring = newRing("lanes", 4096);
     trace_wobu_write_all(ring, 1, "quiet", 1, 0);
     std::thread([ring] {
-        for (int number = 0; number < 10'000; ++number)
+        for (int number = 0; number < 10'000; ++number) {
             trace_wobu_write_all(ring, 1, "busy %d", 1, 0, number);
+        }
     }).join();
     const auto records = recordsOf("lanes");
     EXPECT_EQ("quiet", records.front().text);
@@ -142,19 +146,23 @@ void expectSound(const std::vector<host::traceRecord>& records)
 /// More threads than lanes, in rings so small that they overtake one another, and a reader all the while.
 TEST(TraceRing, ManyThreadsAndAReader)
 {
-    trace_wobu_descriptor    ring = newRing("hammer", 2048);
-    std::atomic<int>         running{16};
+    trace_wobu_descriptor ring = newRing("hammer", 2048);
+    std::atomic<int> running{16};
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < 16; ++thread)
+    for (int thread = 0; thread < 16; ++thread) {
         threads.emplace_back([ring, thread, &running] {
-            for (int number = 0; number < 5000; ++number)
+            for (int number = 0; number < 5000; ++number) {
                 writeLine(ring, thread, number);
+            }
             --running;
         });
-    while (running > 0)
+    }
+    while (running > 0) {
         expectSound(recordsOf("hammer"));
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     const auto records = recordsOf("hammer");
     expectSound(records);
     EXPECT_GE(records.size(), 8u * 2048 / 128); // all lanes full: the longest of these lines takes 96 bytes
@@ -163,27 +171,32 @@ TEST(TraceRing, ManyThreadsAndAReader)
 /// Moves while four threads write. Each thread's last lines are still there, without a gap.
 TEST(TraceRing, MovingIntoAFileLosesNoLine)
 {
-    const int                moves = underSanitizer || kest::tests::isEmulated() ? 3 : 10; // they are slow there
-    constexpr int            lines = 400; // of at most 96 bytes: all fit
-    trace_wobu_descriptor    ring  = newRing("moving", 100'000);
-    ScratchFolder            folder;
-    std::atomic<int>         begun{0};
+    const int moves = underSanitizer || kest::tests::isEmulated() ? 3 : 10; // they are slow there
+    constexpr int lines = 400; // of at most 96 bytes: all fit
+    trace_wobu_descriptor ring = newRing("moving", 100'000);
+    ScratchFolder folder;
+    std::atomic<int> begun{0};
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread)
+    for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([ring, thread, &begun] {
             for (int number = 0; number < lines; ++number) {
                 writeLine(ring, thread, number);
                 begun += number == 20 ? 1 : 0;
-                if (number % 16 == 0)
+                if (number % 16 == 0) {
                     sched_yield();
+                }
             }
         });
-    while (begun == 0)
+    }
+    while (begun == 0) {
         sched_yield();
-    for (int move = 0; move < moves; ++move)
+    }
+    for (int move = 0; move < moves; ++move) {
         host::useTraceFolder(folder.path() / std::to_string(move));
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     const auto records = recordsOf("moving");
     expectSound(records);
     EXPECT_EQ(4u * lines, records.size());
@@ -196,28 +209,31 @@ void forbidSystemCalls()
                            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit, 0, 1),
                            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
                            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS)};
-    sock_fprog  program{4, rules};
-    const int   bound  = prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    const int   filter = prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
-    if (bound != 0 || filter != 0)
+    sock_fprog program{4, rules};
+    const int bound = prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    const int filter = prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+    if (bound != 0 || filter != 0) {
         abort();
+    }
 }
 void leave(int code) { syscall(SYS_exit, code); }
 
 TEST(TraceRing, WriteTakesNoSystemCall)
 {
-    if (kest::tests::isEmulated() || underSanitizer)
+    if (kest::tests::isEmulated() || underSanitizer) {
         GTEST_SKIP() << "the emulator or the sanitizer takes system calls of its own";
+    }
     trace_wobu_descriptor memory = newRing("strict");
-    const int             clock  = inChild([] {
+    const int clock = inChild([] {
         timespec now{};
         forbidSystemCalls();
         clock_gettime(CLOCK_MONOTONIC, &now);
         leave(0);
         return 1;
     });
-    if (clock != 0)
+    if (clock != 0) {
         GTEST_SKIP() << "this machine's clock cannot be read without a system call";
+    }
     const int control = inChild([] {
         forbidSystemCalls();
         getppid();
@@ -228,8 +244,9 @@ TEST(TraceRing, WriteTakesNoSystemCall)
     for (const bool inFile : {false, true}) {
         ScratchFolder folder;
         EXPECT_EQ(0, inChild([&] {
-                      if (inFile)
+                      if (inFile) {
                           host::useTraceFolder(folder.path());
+                      }
                       std::thread writer([memory] { // a thread that has never traced
                           forbidSystemCalls();
                           for (int number = 0; number < 1000; ++number) {
@@ -252,10 +269,11 @@ TEST(TraceRing, WriteTakesNoSystemCall)
 /// has been given back.
 TEST(TraceRing, WriteAllocatesNothing)
 {
-    if (underSanitizer)
+    if (underSanitizer) {
         GTEST_SKIP() << "the sanitizer has a heap of its own";
-    trace_wobu_descriptor ring    = newRing("heap");
-    std::size_t           control = 0, traced = 1;
+    }
+    trace_wobu_descriptor ring = newRing("heap");
+    std::size_t control = 0, traced = 1;
     std::thread([&] {
         const std::size_t before = mallinfo2().uordblks;
         for (int number = 0; number < 1000; ++number) {
@@ -266,7 +284,7 @@ TEST(TraceRing, WriteAllocatesNothing)
     }).join();
     std::thread([&] {
         const std::size_t before = mallinfo2().uordblks;
-        void* volatile block     = malloc(40);
+        void* volatile block = malloc(40);
         free(block);
         control = mallinfo2().uordblks - before;
     }).join();

@@ -37,8 +37,9 @@ inline std::vector<host::traceRecord> recordsOf(const char* name)
 inline std::vector<std::string> textsOf(const std::vector<host::traceRecord>& records)
 {
     std::vector<std::string> texts;
-    for (const host::traceRecord& record : records)
+    for (const host::traceRecord& record : records) {
         texts.push_back(record.text);
+    }
     return texts;
 }
 
@@ -52,7 +53,7 @@ public:
         EXPECT_NE(nullptr, mkdtemp(name.data()));
         m_path = name;
     }
-    ScratchFolder(const ScratchFolder&)            = delete;
+    ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
     ~ScratchFolder()
     {
@@ -69,11 +70,13 @@ private:
 inline int inChild(const std::function<int()>& body)
 {
     const pid_t child = fork();
-    if (child == 0)
+    if (child == 0) {
         _exit(body());
+    }
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
         continue;
+    }
     return WIFSIGNALED(status) ? 256 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 

@@ -41,7 +41,7 @@ bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
 /// Two ends of a pipe.
 struct Pipe {
     Pipe() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
-    Pipe(const Pipe&)            = delete;
+    Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
     ~Pipe()
     {
@@ -54,7 +54,7 @@ struct Pipe {
             close(std::exchange(ends[which], -1));
         }
     }
-    void               tell() const { EXPECT_EQ(1, write(ends[1], "!", 1)); }
+    void tell() const { EXPECT_EQ(1, write(ends[1], "!", 1)); }
     [[nodiscard]] bool hear() const
     {
         char word = 0;
@@ -77,8 +77,8 @@ TEST(UnsharedFile, IsClosedInAChild)
     const pid_t child = fork();
     if (child == 0) {
         const bool closed = !isOpen(numbers[0]) && !isOpen(numbers[1]);
-        const bool known  = !one.valid() && !two.valid() && !three.valid();
-        const bool opens  = two.open([] { return open("/dev/null", O_RDWR | O_CLOEXEC); });
+        const bool known = !one.valid() && !two.valid() && !three.valid();
+        const bool opens = two.open([] { return open("/dev/null", O_RDWR | O_CLOEXEC); });
         _exit(closed && known && opens ? 0 : 1);
     }
     int status = -1;
@@ -103,15 +103,15 @@ TEST(UnsharedFile, ForkBesideAnUnlockClosesNoFileOfAnotherThread)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     const OwnConfiguration settings;
-    const FakeKernel       kernel;
-    Pipe                   forked;
-    const int              null    = open("/dev/null", O_RDWR | O_CLOEXEC);
-    int                    another = -1;
-    std::thread            forking;
-    int                    status = -1;
+    const FakeKernel kernel;
+    Pipe forked;
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    int another = -1;
+    std::thread forking;
+    int status = -1;
     {
         OpenDevice device("/dev/i2c-7@A0");
-        bytes      record = registerLock(0xC0, 0);
+        bytes record = registerLock(0xC0, 0);
         EXPECT_EQ((answer{0, 0}), device.config(2, 17, record.data(), 8));
         afterClose = [&](int number) {
             another = dup2(null, number);
@@ -136,11 +136,11 @@ TEST(UnsharedFile, ForkBesideAnUnlockClosesNoFileOfAnotherThread)
 
 TEST(FileLock, OfAKilledOwnerIsFreeThoughAChildOfItLives)
 {
-    const HostFolder  folder;
+    const HostFolder folder;
     const std::string file = folder.path() / "lock";
-    Pipe              ready;
-    Pipe              life; // the grandchild ends with it
-    const pid_t       owner = fork();
+    Pipe ready;
+    Pipe life; // the grandchild ends with it
+    const pid_t owner = fork();
     if (owner == 0) {
         const host::fileLock held(file);
         if (held.error() == 0 && fork() == 0) {

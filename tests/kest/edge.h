@@ -26,7 +26,7 @@ public:
             std::memcpy(m_bytes, bytes, size);
         }
     }
-    BytesAtTheEdge(const BytesAtTheEdge&)            = delete;
+    BytesAtTheEdge(const BytesAtTheEdge&) = delete;
     BytesAtTheEdge& operator=(const BytesAtTheEdge&) = delete;
     ~BytesAtTheEdge()
     {
@@ -37,7 +37,7 @@ public:
     char* get() const { return m_bytes; }
 
 private:
-    const std::size_t m_page  = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    char*             m_pages = nullptr;
-    char*             m_bytes = nullptr;
+    const std::size_t m_page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    char* m_pages = nullptr;
+    char* m_bytes = nullptr;
 };

@@ -12,7 +12,7 @@ namespace expected
 
 __attribute__((format(printf, 1, 2))) inline std::string line(const char* format, ...)
 {
-    char    text[4096];
+    char text[4096];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
@@ -24,31 +24,31 @@ __attribute__((format(printf, 1, 2))) inline std::string line(const char* format
 inline bool blamesSoftware(int error) { return std::set{4, 9, 14, 19, 22, 38}.contains(error); }
 
 struct ExpectedSrc {
-    unsigned      module = 0, reason = 0;
+    unsigned module = 0, reason = 0;
     std::uint32_t word1 = 0, word2 = 0, word3 = 0, word4 = 0;
-    unsigned      subsystem = 0x81;
-    const char*   sourceId  = "kestwobu";
+    unsigned subsystem = 0x81;
+    const char* sourceId = "kestwobu";
 };
 
 /// How one layer operation's failures are told.
 struct LayerCall {
-    unsigned      module, deadlockReason, otherReason;
-    bool          knowsAbsent; ///< ENXIO is told apart
-    std::uint32_t special2;    ///< user data word 2 of EDEADLK and ENXIO
+    unsigned module, deadlockReason, otherReason;
+    bool knowsAbsent; ///< ENXIO is told apart
+    std::uint32_t special2; ///< user data word 2 of EDEADLK and ENXIO
     std::uint32_t other2, other3;
 };
 
 struct Failure {
-    ExpectedSrc   src;
+    ExpectedSrc src;
     std::uint32_t returnCode;
-    bool          committed;
+    bool committed;
 };
 
 inline Failure failure(const LayerCall& call, int error)
 {
-    const auto word1    = static_cast<std::uint32_t>(error);
+    const auto word1 = static_cast<std::uint32_t>(error);
     const bool software = blamesSoftware(error);
-    Failure    result{};
+    Failure result{};
     if (error == 35) {
         result = {{call.module, call.deadlockReason, word1, call.special2, 0, 0, 0x81}, 0x8000130D, true};
     } else if (error == 6 && call.knowsAbsent) {

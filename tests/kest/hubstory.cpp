@@ -26,7 +26,7 @@ constexpr std::uint32_t entryHash = 0xCAC3D793, exitHash = 0xCDED1A85;
 
 Bytes blockBytes(const Block& block)
 {
-    Bytes      bytes(44);
+    Bytes bytes(44);
     const auto put16 = [&bytes](std::size_t at, unsigned value) {
         const auto narrow = static_cast<std::uint16_t>(value);
         std::memcpy(bytes.data() + at, &narrow, 2);
@@ -127,7 +127,7 @@ Story& Story::fails(const Call& call, int error, int entry)
     }
     platform.capturesFfdc();
     const Failure told = failure(call.told, error);
-    codes[entry]       = told.returnCode;
+    codes[entry] = told.returnCode;
     text += call.line + failureLines(entry, told);
     return *this;
 }

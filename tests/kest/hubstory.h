@@ -30,10 +30,10 @@ enum class Operation {
 
 /// One layer call: its line, what it answers, and how its failure is told.
 struct Call {
-    Operation   operation;
+    Operation operation;
     std::string line;
-    LayerCall   told{};
-    Bytes       data{}; ///< of reads
+    LayerCall told{};
+    Bytes data{}; ///< of reads
 };
 
 inline LayerCall configTold(std::uint32_t item, std::uint32_t direction = 2)
@@ -95,7 +95,7 @@ inline Call readBlock(const Block& block)
 /// The three calls of a status read.
 inline std::vector<Call> statusRead(const Block& block, std::uint8_t status)
 {
-    Block plain       = block;
+    Block plain = block;
     plain.offsetBytes = plain.writeCycle = plain.page = 0;
     return {readBlock(block), setBlock(plain), readCall({status})};
 }
@@ -133,8 +133,8 @@ public:
     /// The two register changes alone.
     Story& pulsesPin(unsigned expander = 0xC0);
 
-    Platform&                    platform;
-    std::string                  text = "\n";
+    Platform& platform;
+    std::string text = "\n";
     std::map<int, std::uint32_t> codes; ///< return codes, by entry
 };
 

@@ -22,8 +22,8 @@ namespace
 {
 
 constexpr kest_dpOperation operationOf(std::uint32_t number) { return static_cast<kest_dpOperation>(number); }
-constexpr kest_dpConfig    configOf(std::uint32_t number) { return static_cast<kest_dpConfig>(number); }
-constexpr kest_deviceType  typeOf(std::uint32_t number) { return static_cast<kest_deviceType>(number); }
+constexpr kest_dpConfig configOf(std::uint32_t number) { return static_cast<kest_dpConfig>(number); }
+constexpr kest_deviceType typeOf(std::uint32_t number) { return static_cast<kest_deviceType>(number); }
 
 /// A request for one device at 0xC0 on /dev/i2c-1, local node.
 class Registers : public PlatformTest
@@ -34,7 +34,7 @@ protected:
     void become(std::uint32_t type)
     {
         node.type = typeOf(type);
-        request   = {.deviceInfo = &info, .deviceType = typeOf(type), .attributes = attributes.data()};
+        request = {.deviceInfo = &info, .deviceType = typeOf(type), .attributes = attributes.data()};
     }
 
     /// Forgets what was; the script is empty again.
@@ -72,12 +72,12 @@ protected:
     }
 
     std::array<kest_attributeValue, 6> attributes{400, 1, 15, 1, 2, 1};
-    char                               nodeName[2]    = "L";
-    char                               devicePath[11] = "/dev/i2c-1";
-    kest_deviceAddress                 node{0xC0, KEST_DEV_9552, 0, nullptr};
-    kest_deviceInfo                    info{nodeName, devicePath, &node};
-    Dp955xRequest                      request{};
-    mern_t                             hubHandle = platform.openHandle(); // h1, as the hub's reset has it
+    char nodeName[2] = "L";
+    char devicePath[11] = "/dev/i2c-1";
+    kest_deviceAddress node{0xC0, KEST_DEV_9552, 0, nullptr};
+    kest_deviceInfo info{nodeName, devicePath, &node};
+    Dp955xRequest request{};
+    mern_t hubHandle = platform.openHandle(); // h1, as the hub's reset has it
 };
 
 // --- the frame -------------------------------------------------------------------------------------------------------------------
@@ -211,9 +211,9 @@ TEST_F(Registers, OutputRegistersByType)
 {
     const struct {
         std::uint32_t type;
-        const char*   state;
-        const char*   select;
-        const char*   written; // operation 3 on pin 0: selector 10, or output 0
+        const char* state;
+        const char* select;
+        const char* written; // operation 3 on pin 0: selector 10, or output 0
     } rows[] = {{0x9551, "55 55", "15", "15 56 55"},
                 {0x9552, "55 55 55 55", "16", "16 56 55 55 55"},
                 {0x9554, "FF", "01", "01 FE"},
@@ -234,10 +234,10 @@ TEST_F(Registers, OutputRegistersByType)
 TEST_F(Registers, InputRegistersByType)
 {
     const struct {
-        std::uint32_t      type;
+        std::uint32_t type;
         std::vector<Bytes> inputs;
         std::vector<Bytes> selected;
-        std::uint32_t      value, masked; // under 0xFFFF and 0x0FF0
+        std::uint32_t value, masked; // under 0xFFFF and 0x0FF0
     } rows[] = {
         {0x9551, {hex("A5")}, {hex("00")}, 0x00A5, 0x00A0},
         {0x9552, {hex("A5"), hex("3C")}, {hex("00"), hex("01")}, 0x3CA5, 0x0CA0},
@@ -264,10 +264,10 @@ TEST_F(Registers, DirectionRegistersByType)
 {
     const struct {
         std::uint32_t type;
-        const char*   state;
+        const char* state;
         std::uint32_t config, bits;
-        const char*   select;
-        const char*   written;
+        const char* select;
+        const char* written;
     } rows[] = {{0x9554, "0F", 0, 0x30, "03", "03 3F"},         {0x9554, "0F", 1, 0x31, "03", "03 0E"},
                 {0x9554, "0F", 2, 0xFF, "03", "03 0F"}, // unknown: unchanged
                 {0x9555, "0F F0", 0, 0x0130, "06", "06 3F F1"}, {0x9555, "0F F0", 1, 0x1031, "06", "06 0E E0"},
@@ -303,7 +303,7 @@ TEST_F(Registers, RawRegistersByTypeAndConfig)
 {
     constexpr int none = 0xFF;
     const struct {
-        std::uint32_t      type;
+        std::uint32_t type;
         std::array<int, 8> registers; // by config
     } rows[] = {{0x9551, {none, none, 0x01, 0x02, 0x03, 0x04, none, none}},
                 {0x9552, {none, none, 0x02, 0x03, 0x04, 0x05, none, none}},
@@ -318,7 +318,7 @@ TEST_F(Registers, RawRegistersByTypeAndConfig)
             become(row.type);
             platform.healthy();
             const std::unique_ptr<ErrlEntry> entry{RawConfig(&request, configOf(config), 0x1A5)};
-            const int                        expected = config < 8 ? row.registers[config] : none;
+            const int expected = config < 8 ? row.registers[config] : none;
             SCOPED_TRACE(testing::Message() << std::hex << row.type << " config " << config);
             if (expected != none) {
                 EXPECT_EQ(nullptr, entry);
@@ -350,10 +350,10 @@ TEST_F(Registers, UnlistedTypesAreReportedAndServedWithRegister0AndNoData)
     std::uint32_t value = 0xFFFFFFFF;
     const struct {
         std::function<ErrlEntry*()> call;
-        const char*                 name;
-        std::uint8_t                module;
-        std::uint32_t               type;
-        std::vector<Bytes>          written;
+        const char* name;
+        std::uint8_t module;
+        std::uint32_t type;
+        std::vector<Bytes> written;
     } rows[] = {
         {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, "Write", 25, 0x75, {hex("00"), hex("00")}},
         {[&] { return Write(&request, operationOf(1), 0xFFFF, 0); }, "Write", 25, 0xD10, {hex("00"), hex("00")}},
@@ -396,8 +396,8 @@ TEST_F(Registers, OperationsOnSelectorsAndOutputs)
 {
     const struct {
         std::uint32_t type, operation, bits, mask;
-        const char*   before;
-        const char*   after;
+        const char* before;
+        const char* after;
     } rows[] = {
         // selectors of pins 0-3 are 00, 01, 10, 11; pins 0-3 become the operation's
         {0x9551, 0, 0x0F, 0x00, "E4 00", "15 00 00"},
@@ -464,14 +464,14 @@ bool bitAt(const Bytes& bytes, unsigned bit) { return (bytes.at(bit / 8) >> (bit
 void putBit(Bytes& bytes, unsigned bit, bool value)
 {
     std::uint8_t& byte = bytes.at(bit / 8);
-    byte               = static_cast<std::uint8_t>(value ? byte | 1 << bit % 8 : byte & ~(1 << bit % 8));
+    byte = static_cast<std::uint8_t>(value ? byte | 1 << bit % 8 : byte & ~(1 << bit % 8));
 }
 
 /// The whole device: two bits a pin on LED drivers (`selectors`), one on expanders.
 Bytes modelledDevice(const Bytes& before, bool selectors, std::uint32_t operation, std::uint32_t bits,
                      std::uint32_t mask)
 {
-    Bytes          after = before;
+    Bytes after = before;
     const unsigned width = selectors ? 2 : 1;
     for (unsigned pin = 0; pin < before.size() * 8 / width; ++pin) {
         const Pin old{bitAt(before, pin * width), selectors && bitAt(before, pin * width + 1)};
@@ -491,18 +491,18 @@ TEST_F(Registers, RandomChangesAgreeWithABitByBitModel)
 {
     const struct {
         std::uint32_t type;
-        unsigned      bytes;
-        bool          selectors;
-        std::uint8_t  registerByte;
+        unsigned bytes;
+        bool selectors;
+        std::uint8_t registerByte;
     } devices[] = {
         {0x9551, 2, true, 0x15}, {0x9552, 4, true, 0x16}, {0x9554, 1, false, 0x01}, {0x9555, 2, false, 0x02}};
     std::mt19937 random = repeatable(20240607);
     for (int round = 0; round < 2000; ++round) {
-        const auto&         device    = devices[random() % 4];
+        const auto& device = devices[random() % 4];
         const std::uint32_t operation = static_cast<std::uint32_t>(random()) % 7;
         const std::uint32_t bits = static_cast<std::uint32_t>(random()) & (random() % 2 == 0 ? 0xFFFF : 0xFFFFFFFF);
         const std::uint32_t mask = static_cast<std::uint32_t>(random()) & (random() % 2 == 0 ? 0xFFFF : 0xFFFFFFFF);
-        Bytes               before(device.bytes);
+        Bytes before(device.bytes);
         for (std::uint8_t& byte : before) {
             byte = static_cast<std::uint8_t>(random());
         }
@@ -523,10 +523,10 @@ TEST_F(Registers, RandomDirectionsAgreeWithABitByBitModel)
 {
     std::mt19937 random = repeatable(19990101);
     for (int round = 0; round < 500; ++round) {
-        const bool          wide   = random() % 2 == 0;
+        const bool wide = random() % 2 == 0;
         const std::uint32_t config = static_cast<std::uint32_t>(random()) % 3;
-        const auto          bits   = static_cast<std::uint32_t>(random());
-        Bytes               before(wide ? 2 : 1);
+        const auto bits = static_cast<std::uint32_t>(random());
+        Bytes before(wide ? 2 : 1);
         for (std::uint8_t& byte : before) {
             byte = static_cast<std::uint8_t>(random());
         }
@@ -550,11 +550,11 @@ TEST_F(Registers, RandomInputsAgreeWithABitByBitModel)
     std::mt19937 random = repeatable(4711);
     for (int round = 0; round < 500; ++round) {
         const std::uint32_t types[] = {0x9551, 0x9552, 0x9554, 0x9555, 0x75, 0x92};
-        const std::uint32_t type    = types[random() % 6];
-        const auto          mask    = static_cast<std::uint32_t>(random());
-        const bool          wide    = type != 0x9551 && type != 0x9554;
-        const bool          swapped = type < 0x100;
-        Bytes               input(wide ? 2 : 1);
+        const std::uint32_t type = types[random() % 6];
+        const auto mask = static_cast<std::uint32_t>(random());
+        const bool wide = type != 0x9551 && type != 0x9554;
+        const bool swapped = type < 0x100;
+        Bytes input(wide ? 2 : 1);
         for (std::uint8_t& byte : input) {
             byte = static_cast<std::uint8_t>(random());
         }
@@ -577,9 +577,9 @@ TEST_F(Registers, RandomInputsAgreeWithABitByBitModel)
 
 /// A routine, and what each of its steps on the bus is.
 struct Routine {
-    const char*  name;
+    const char* name;
     std::uint8_t module;
-    std::string  steps; ///< open, block, speed, lock; then target, write and read of each operation
+    std::string steps; ///< open, block, speed, lock; then target, write and read of each operation
     std::function<ErrlEntry*(Dp955xRequest*)> call;
 };
 
@@ -623,20 +623,20 @@ const BusStep& busStep(char step)
     static const BusStep configuration{{12, 0x130E},
                                        [](Platform& p, const Bytes&) { p.configures(); },
                                        [](Platform& p) { p.failsConfig(EIO).capturesFfdc(); }};
-    const auto           found = steps.find(step);
+    const auto found = steps.find(step);
     return found == steps.end() ? configuration : found->second;
 }
 
 /// One run of a routine: the step that fails, and which of the clean-up behind it does.
 struct FailingRun {
-    Routine     routine;
+    Routine routine;
     std::size_t step; ///< the number of steps: none fails
-    bool        unlockFails, closeFails;
+    bool unlockFails, closeFails;
 
-    bool        opened() const { return step > 0; }
-    bool        locked() const { return step > 3; }
-    bool        possible() const { return (locked() || !unlockFails) && (opened() || !closeFails); }
-    bool        inStep() const { return step < routine.steps.size(); }
+    bool opened() const { return step > 0; }
+    bool locked() const { return step > 3; }
+    bool possible() const { return (locked() || !unlockFails) && (opened() || !closeFails); }
+    bool inStep() const { return step < routine.steps.size(); }
     std::string failures() const ///< in the order of their failing
     {
         return (inStep() ? routine.steps.substr(step, 1) : "") + (unlockFails ? "u" : "") + (closeFails ? "c" : "");
@@ -853,12 +853,12 @@ TEST_F(Registers, TheByteBehindTheDataIsNoPartOfTheValue)
 
 TEST_F(Registers, WithoutADeviceInfoNothingIsTouched)
 {
-    request.deviceInfo  = nullptr;
+    request.deviceInfo = nullptr;
     std::uint32_t value = 0xCAFE;
     const struct {
         std::function<ErrlEntry*()> call;
-        std::uint8_t                module;
-        const char*                 name;
+        std::uint8_t module;
+        const char* name;
     } rows[] = {
         {[&] { return Read(&request, 0xFFFF, &value); }, 24, "\"Read\""},
         {[&] { return Write(&request, operationOf(0), 0, 0); }, 25, "\"Write\""},

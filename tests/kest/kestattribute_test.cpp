@@ -16,7 +16,7 @@ struct Node {
     unsigned char address;
     std::uint32_t type;
     unsigned char port;
-    bool          operator==(const Node&) const = default;
+    bool operator==(const Node&) const = default;
 };
 
 kest_deviceAddress* listOf(const std::vector<Node>& nodes)
@@ -48,10 +48,10 @@ std::uint32_t check(std::initializer_list<std::uint32_t> types)
     return code;
 }
 
-constexpr std::uint32_t hubs[]     = {0xF0, 0x922};
+constexpr std::uint32_t hubs[] = {0xF0, 0x922};
 constexpr std::uint32_t seeproms[] = {0x1C0002, 0x2C0032, 0x2C0064, 0x2C0128, 0x2C0256, 0x2C0512};
-constexpr std::uint32_t others[]   = {0x9551, 0x9552, 0x9554, 0x9555, 0xD10, 0x75, 0x92, 0x172};
-constexpr std::uint32_t strange[]  = {0, 1, 0x9553, 0x123, 0x1C0032, 0x2C0002, 0xF1, 0x923, 0xFFFFFFFF};
+constexpr std::uint32_t others[] = {0x9551, 0x9552, 0x9554, 0x9555, 0xD10, 0x75, 0x92, 0x172};
+constexpr std::uint32_t strange[] = {0, 1, 0x9553, 0x123, 0x1C0032, 0x2C0002, 0xF1, 0x923, 0xFFFFFFFF};
 
 std::vector<std::uint32_t> endDevices()
 {
@@ -61,7 +61,7 @@ std::vector<std::uint32_t> endDevices()
 }
 
 using KestAddressList = PlatformTest;
-using KestAttributes  = PlatformTest;
+using KestAttributes = PlatformTest;
 
 TEST(KestDeviceTypes, HaveTheirNumbers)
 {
@@ -186,8 +186,8 @@ TEST_F(KestAddressList, DeletesTheLastNode)
 
 TEST_F(KestAddressList, FlattensIntoAnArrayThatLinksToItself)
 {
-    kest_deviceAddress*                         list = listOf({{0x10, 0xF0, 1}, {0x80, 0x922, 7}, {0xA0, 0x2C0512, 9}});
-    unsigned int                                size = 0;
+    kest_deviceAddress* list = listOf({{0x10, 0xF0, 1}, {0x80, 0x922, 7}, {0xA0, 0x2C0512, 9}});
+    unsigned int size = 0;
     const std::unique_ptr<kest_deviceAddress[]> flat{KEST_flattenAddressList(list, &size)};
     EXPECT_EQ(3 * sizeof(kest_deviceAddress), size);
     if (sizeof(void*) == 4) {
@@ -204,10 +204,10 @@ TEST_F(KestAddressList, FlattensIntoAnArrayThatLinksToItself)
 
 TEST_F(KestAddressList, FlatArraysCarryNoStrayBytes)
 {
-    kest_deviceAddress*                         list = listOf({{0x80, 0x922, 7}});
-    unsigned int                                size = 0;
+    kest_deviceAddress* list = listOf({{0x80, 0x922, 7}});
+    unsigned int size = 0;
     const std::unique_ptr<kest_deviceAddress[]> flat{KEST_flattenAddressList(list, &size)};
-    Bytes                                       bytes(size);
+    Bytes bytes(size);
     std::memcpy(bytes.data(), flat.get(), size);
     EXPECT_EQ((Bytes{0x80, 0, 0, 0}), Bytes(bytes.begin(), bytes.begin() + 4));
     EXPECT_EQ((Bytes{7, 0, 0, 0}), Bytes(bytes.begin() + 8, bytes.begin() + 12));
@@ -223,7 +223,7 @@ TEST_F(KestAddressList, FlatteningNothingGivesNothing)
 
 TEST_F(KestAddressList, FlattensForACallerWhoDoesNotAskForTheSize)
 {
-    kest_deviceAddress*                         list = listOf({{0xA0, 0x2C0256, 0}});
+    kest_deviceAddress* list = listOf({{0xA0, 0x2C0256, 0}});
     const std::unique_ptr<kest_deviceAddress[]> flat{KEST_flattenAddressList(list, nullptr)};
     EXPECT_EQ(0xA0, flat[0].address);
     EXPECT_EQ(nullptr, KEST_flattenAddressList(nullptr, nullptr));
@@ -233,7 +233,7 @@ TEST_F(KestAddressList, FlattensForACallerWhoDoesNotAskForTheSize)
 TEST_F(KestAddressList, FlatteningWithoutMemoryGivesNothing)
 {
     kest_deviceAddress* list = listOf({{0x80, 0x922, 7}});
-    unsigned int        size = 99;
+    unsigned int size = 99;
     platform.failAllocation();
     EXPECT_EQ(nullptr, KEST_flattenAddressList(list, &size));
     EXPECT_EQ(0U, size);
@@ -242,10 +242,10 @@ TEST_F(KestAddressList, FlatteningWithoutMemoryGivesNothing)
 
 TEST_F(KestAddressList, ACopiedArrayLinksIntoTheCopyOnceReflattened)
 {
-    kest_deviceAddress*                   list = listOf({{1, 0xF0, 1}, {2, 0x922, 2}, {3, 0x75, 3}});
-    unsigned int                          size = 0;
+    kest_deviceAddress* list = listOf({{1, 0xF0, 1}, {2, 0x922, 2}, {3, 0x75, 3}});
+    unsigned int size = 0;
     std::unique_ptr<kest_deviceAddress[]> flat{KEST_flattenAddressList(list, &size)};
-    kest_deviceAddress                    copy[3];
+    kest_deviceAddress copy[3];
     std::memcpy(static_cast<void*>(copy), flat.get(), size);
     flat.reset();
     KEST_reflattenAddressList(copy);
@@ -269,10 +269,10 @@ TEST_F(KestAddressList, ReflatteningStopsAtTheFirstElementWithoutALink)
 
 TEST_F(KestAddressList, UnflattensIntoAListOfItsOwn)
 {
-    kest_deviceAddress*                   list = listOf({{1, 0xF0, 1}, {2, 0x922, 2}, {3, 0x75, 3}});
-    unsigned int                          size = 0;
+    kest_deviceAddress* list = listOf({{1, 0xF0, 1}, {2, 0x922, 2}, {3, 0x75, 3}});
+    unsigned int size = 0;
     std::unique_ptr<kest_deviceAddress[]> flat{KEST_flattenAddressList(list, &size)};
-    kest_deviceAddress*                   again = KEST_unflattenAddressList(flat.get());
+    kest_deviceAddress* again = KEST_unflattenAddressList(flat.get());
     flat.reset();
     EXPECT_EQ(nodesOf(list), nodesOf(again));
     KEST_deleteDevAddress(&list, true);
@@ -371,7 +371,7 @@ TEST_F(KestAttributes, StoresEachValue)
 
 TEST_F(KestAttributes, ZeroRestoresTheDefault)
 {
-    kest_attributeValue       record[6]   = {7, 7, 7, 7, 7, 7};
+    kest_attributeValue record[6] = {7, 7, 7, 7, 7, 7};
     const kest_attributeValue expected[6] = {400, 1, 15, 1, 2, 1};
     for (int id = 0; id < 6; ++id) {
         EXPECT_EQ(nullptr, KEST_setAttribute(static_cast<kest_attribute>(id), 0, record));
@@ -383,7 +383,7 @@ TEST_F(KestAttributes, RefusesIdsOutsideTheRecord)
 {
     for (const int id : {6, 7, 1000, 0x7FFFFFFF, -1, -6, static_cast<int>(0x80000000)}) {
         for (const kest_attributeValue value : {0U, 5U}) {
-            kest_attributeValue       record[6]   = {1, 2, 3, 4, 5, 6};
+            kest_attributeValue record[6] = {1, 2, 3, 4, 5, 6};
             const kest_attributeValue expected[6] = {1, 2, 3, 4, 5, 6};
             platform.reset();
             const std::unique_ptr<ErrlEntry> entry{KEST_setAttribute(static_cast<kest_attribute>(id), value, record)};
@@ -398,7 +398,7 @@ TEST_F(KestAttributes, RefusesIdsOutsideTheRecord)
 
 TEST_F(KestAttributes, DescribesAnUnknownIdInFull)
 {
-    kest_attributeValue              record[6] = {};
+    kest_attributeValue record[6] = {};
     const std::unique_ptr<ErrlEntry> entry{KEST_setAttribute(static_cast<kest_attribute>(6), 1, record)};
     EXPECT_EQ(R"(
 SRC module 1 reason 0x1301 words 0x6 0x0 0x0 0x0 subsystem 0x81

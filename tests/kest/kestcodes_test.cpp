@@ -28,7 +28,7 @@ namespace
 {
 
 using Rows = std::map<std::uint32_t, std::string>; ///< meaning by number
-using Set  = std::set<std::uint32_t>;
+using Set = std::set<std::uint32_t>;
 
 std::string trimmed(const std::string& text)
 {
@@ -58,10 +58,10 @@ std::string document()
 Rows documented(const std::string& heading, const std::string& kind = "")
 {
     std::istringstream text(document());
-    Rows               rows;
-    bool               within = false;
+    Rows rows;
+    bool within = false;
     for (std::string line; std::getline(text, line);) {
-        within                         = line.starts_with("## ") ? line == "## " + heading : within;
+        within = line.starts_with("## ") ? line == "## " + heading : within;
         std::vector<std::string> cells = cellsOf(line);
         if (within && !kind.empty() && !cells.empty() && cells[0] == kind) {
             cells.erase(cells.begin());
@@ -89,7 +89,7 @@ Set numbersOf(const Rows& rows)
 Set documentedChainCodes()
 {
     const std::string text = document();
-    Set               codes;
+    Set codes;
     for (std::size_t at = text.find("0xAC"); at != std::string::npos; at = text.find("0xAC", at + 1)) {
         codes.insert(static_cast<std::uint32_t>(std::stoul(text.substr(at), nullptr, 16)));
     }
@@ -102,8 +102,8 @@ void expectSameWords(const Rows& rows, const std::function<const char*(std::uint
 {
     EXPECT_FALSE(rows.empty());
     for (std::uint32_t number = first; number <= last; ++number) {
-        const std::string text     = textOf(number);
-        const bool        has      = rows.contains(number);
+        const std::string text = textOf(number);
+        const bool has = rows.contains(number);
         const std::string sentence = has ? rows.at(number) : "";
         EXPECT_EQ(has, !text.empty()) << std::hex << number << ": \"" << sentence << "\", \"" << text << '"';
         EXPECT_TRUE(sentence.starts_with(text)) << std::hex << number << ": \"" << sentence << "\", \"" << text << '"';
@@ -166,7 +166,7 @@ TEST(ErrorCodes, NumbersOfOneComponentHaveNoWordsOfAnothers)
 
 // --- what the library gives -------------------------------------------------------------------------------------------------------
 
-constexpr char direct[]    = "p,L,2C0256,A0";
+constexpr char direct[] = "p,L,2C0256,A0";
 constexpr char behindHub[] = "p,L,922,80,3,2C0256,A0";
 
 /// Drives the library into its failures, and collects the numbers of all entries.
@@ -247,12 +247,12 @@ protected:
     static ErrlEntry* read(const char* location, std::uint32_t mode = 4, std::uint32_t number = 1)
     {
         const kest_attributeValue attributes[6] = {400, 1, 15, mode, 2, 1};
-        tavo_deviceaddress        address{.number = number, .location = {}};
+        tavo_deviceaddress address{.number = number, .location = {}};
         std::strncpy(address.location, location, sizeof address.location - 1);
-        unsigned int     length = 4;
-        unsigned char*   data   = nullptr;
-        ErrlEntry* const entry  = KEST_seepromRead(address, nullptr, 0, &length, &data, attributes);
-        void*            buffer = data;
+        unsigned int length = 4;
+        unsigned char* data = nullptr;
+        ErrlEntry* const entry = KEST_seepromRead(address, nullptr, 0, &length, &data, attributes);
+        void* buffer = data;
         tavo_util_free(&buffer);
         return entry;
     }
@@ -260,9 +260,9 @@ protected:
     static ErrlEntry* write(const char* location, std::uint32_t mode = 4)
     {
         const kest_attributeValue attributes[6] = {400, 1, 15, mode, 2, 1};
-        tavo_deviceaddress        address{.number = 1, .location = {}};
+        tavo_deviceaddress address{.number = 1, .location = {}};
         std::strncpy(address.location, location, sizeof address.location - 1);
-        unsigned int        length  = 4;
+        unsigned int length = 4;
         const unsigned char bytes[] = {1, 2, 3, 4};
         return KEST_seepromWrite(address, nullptr, 0, &length, bytes, attributes);
     }
@@ -307,9 +307,9 @@ void LibrarysCodes::seeproms()
     once([] { return read(direct, 2); });
     platform.healthy().configures(3).failsRead(EIO).capturesFfdc(hex("7b 7d")).configuresReading(word(1));
     once([] { return read(direct); });
-    unsigned char  used = 0;
+    unsigned char used = 0;
     unsigned char* data = &used;
-    unsigned int   size = 1;
+    unsigned int size = 1;
     once([&] { return KEST_seepromRead({}, nullptr, 0, &size, &data, nullptr); });
     once([&] { return KEST_seepromWrite({}, nullptr, 0, nullptr, &used, nullptr); });
 }
@@ -325,7 +325,7 @@ void LibrarysCodes::hubs()
     failingEverywhere([] { return read(behindHub); }, {0, 4});
     failingEverywhere([] { return write("p,L,922,84,3,1C0002,A0"); }); // no expander resets that hub
     failingEverywhere([this] {
-        ErrlEntry*   entry  = nullptr;
+        ErrlEntry* entry = nullptr;
         unsigned int status = 0;
         kest_read922HubErrStatus(platform.openHandle(), &status, entry);
         return entry;
@@ -343,11 +343,11 @@ void LibrarysCodes::ports()
     failingEverywhere([] { return KEST_dpConfig("p,L,9555,C0", KEST_DP_CONFIG_INPUT, 1, nullptr); });
     platform.healthy();
     once([] { return KEST_dpConfig("p,L,9551,C0", KEST_DP_CONFIG_POLARITY0, 1, nullptr); });
-    char                      path[] = "p", node[] = "L";
-    kest_deviceAddress        link{0xC0, KEST_DEV_D10, 0, nullptr};
-    kest_deviceInfo           info{node, path, &link};
+    char path[] = "p", node[] = "L";
+    kest_deviceAddress link{0xC0, KEST_DEV_D10, 0, nullptr};
+    kest_deviceInfo info{node, path, &link};
     const kest_attributeValue attributes[6] = {400, 1, 15, 1, 2, 1};
-    const Dp955xRequest       request{&info, KEST_DEV_D10, attributes};
+    const Dp955xRequest request{&info, KEST_DEV_D10, attributes};
     platform.healthy();
     once([&] { return Write(&request, KEST_DP_SELECT_00, 1, 0); }); // no such outputs
 }
@@ -371,7 +371,7 @@ void LibrarysCodes::devices()
     }
     collect();
     const kest_deviceAddress seeprom{0xA0, KEST_DEV_SEEPROM_2K, 0, nullptr};
-    EdalDevice *             made = nullptr, *second = nullptr;
+    EdalDevice *made = nullptr, *second = nullptr;
     buildDeviceLink(&seeprom, &made, &second);
     collect();
 }
@@ -408,7 +408,7 @@ void LibrarysCodes::others()
     once([] { return KEST_detectDevice("p,8", nullptr); }); // no such node
     once([] {
         ErrlEntry* entry = nullptr;
-        mern_t     handle{};
+        mern_t handle{};
         kest_wobuOpen(handle, entry, nullptr, "L");
         return entry;
     });

@@ -46,8 +46,8 @@ protected:
 
     /// One of the four functions, by number.
     struct Function {
-        const char*                                   name;
-        std::uint8_t                                  module;
+        const char* name;
+        std::uint8_t module;
         std::function<ErrlEntry*(const std::string&)> call;
     };
     std::vector<Function> functions()
@@ -78,19 +78,19 @@ protected:
     {
         platform.reset();
         hubHandle = platform.openHandle();
-        value     = 0xCAFE;
+        value = 0xCAFE;
     }
 
-    unsigned value     = 0xCAFE;
-    mern_t   hubHandle = platform.openHandle(); // h1
+    unsigned value = 0xCAFE;
+    mern_t hubHandle = platform.openHandle(); // h1
 };
 
 TEST_F(DataPort, EachFunctionServesItsTypesAndIsSilentOnOthers)
 {
     const struct {
         const char* type;
-        const char* direction;           // first register byte of config 0; null when the bus is not touched
-        bool        read, write, config; // config 6, which no LED driver has
+        const char* direction; // first register byte of config 0; null when the bus is not touched
+        bool read, write, config; // config 6, which no LED driver has
     } rows[] = {
         {"75", nullptr, true, false, false},      {"92", nullptr, true, false, false},
         {"9551", nullptr, true, true, true},      {"9552", nullptr, true, true, true},
@@ -132,8 +132,8 @@ TEST_F(DataPort, ConfigGoesToDirectionsUpTo1AndToRawRegistersAbove)
 {
     const struct {
         std::vector<Bytes> written;
-        std::uint32_t      config;
-        std::uint16_t      reason;
+        std::uint32_t config;
+        std::uint16_t reason;
     } rows[] = {{{hex("06"), hex("06 FF 5A")}, 0, 0},
                 {{hex("06"), hex("06 00 5A")}, 1, 0},
                 {{}, 2, 0x132D},
@@ -180,8 +180,8 @@ TEST_F(DataPort, ServesTheDeviceBehindAHubByTheLastNodesType)
 
 TEST_F(DataPort, TakesTheCallersAttributesOrTheDefaults)
 {
-    const std::array<kest_attributeValue, 6>                    own{100, 1, 15, 1, 2, 3};
-    const std::array<kest_attributeValue, 6>                    defaults{400, 1, 15, 1, 2, 1};
+    const std::array<kest_attributeValue, 6> own{100, 1, 15, 1, 2, 3};
+    const std::array<kest_attributeValue, 6> defaults{400, 1, 15, 1, 2, 1};
     const std::function<ErrlEntry*(const kest_attributeValue*)> calls[] = {
         [this](const kest_attributeValue* attributes) { return read("/dev/i2c-1,L,75,90", attributes); },
         [](const kest_attributeValue* attributes) { return write("/dev/i2c-1,L,9551,C0", attributes); },
@@ -270,9 +270,9 @@ void expectChainReported(const EntryRecord& record, std::size_t index, std::uint
 TEST_F(DataPort, ReadAndWriteLeaveADeviceAloneWhoseChainIsNotValid)
 {
     const struct {
-        const char*   text;
+        const char* text;
         std::uint32_t code;
-        const char*   list; // as the log shows it
+        const char* list; // as the log shows it
     } rows[] = {
         {"/dev/i2c-1,L,9551,C0,9552,C2", 0xAC0005, "list 0xC0/0x9551/0 0xC2/0x9552/0"},
         {"/dev/i2c-1,L,9551,C0,922,80,1,9552,C2", 0xAC0004, "list 0xC0/0x9551/0 0x80/0x922/1 0xC2/0x9552/0"},

@@ -98,20 +98,20 @@ TEST_F(Detect, UsesNodeAndPathOfTheText)
 TEST_F(Detect, DetectStates)
 {
     struct Row {
-        std::uint32_t        state;
-        std::uint16_t        reason;
-        std::uint32_t        returnCode;
+        std::uint32_t state;
+        std::uint16_t reason;
+        std::uint32_t returnCode;
         std::vector<Callout> callouts;
-        std::vector<int>     lines;
+        std::vector<int> lines;
     };
     const std::vector<Callout> one{{1, 4}}, two{{1, 4}, {1, 6}};
-    const Row                  rows[] = {{0, 0x130A, 0x80001311, one, {353}},
-                                         {1, 0x1309, 0x80001309, two, {396, 458}},
-                                         {2, 0x1309, 0x80001309, two, {400, 458}},
-                                         {4, 0x1309, 0x80001309, two, {404, 458}},
-                                         {7, 0x1309, 0x80001309, two, {404, 458}},
-                                         {0x03000000, 0x1309, 0x80001309, two, {404, 458}},
-                                         {0xFFFFFFFF, 0x1309, 0x80001309, two, {404, 458}}};
+    const Row rows[] = {{0, 0x130A, 0x80001311, one, {353}},
+                        {1, 0x1309, 0x80001309, two, {396, 458}},
+                        {2, 0x1309, 0x80001309, two, {400, 458}},
+                        {4, 0x1309, 0x80001309, two, {404, 458}},
+                        {7, 0x1309, 0x80001309, two, {404, 458}},
+                        {0x03000000, 0x1309, 0x80001309, two, {404, 458}},
+                        {0xFFFFFFFF, 0x1309, 0x80001309, two, {404, 458}}};
     for (const Row& row : rows) {
         restart();
         platform.opens().configures(2).configuresReading(word(row.state)).closes();
@@ -186,10 +186,10 @@ void failStep(Platform& platform, int step, int error)
 TEST_F(Detect, EachFailingStepIsMarkedInTheLayersEntry)
 {
     const struct {
-        int              step; // open, block, speed, state
-        Src              src;
-        std::uint32_t    returnCode;
-        std::uint16_t    site;
+        int step; // open, block, speed, state
+        Src src;
+        std::uint32_t returnCode;
+        std::uint16_t site;
         std::vector<int> lines;
     } rows[] = {
         {0, {.module = 11, .reason = 0x130C, .word1 = 5, .subsystem = 0x55}, 0x0000130C, 269, {264, 493}},

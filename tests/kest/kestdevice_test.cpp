@@ -40,7 +40,7 @@ protected:
     /// Lines of the failures traced since the log was cleared.
     std::vector<int> failureLines() const
     {
-        std::vector<int>   lines;
+        std::vector<int> lines;
         std::istringstream traces(platform.tracesWithLines().substr(1));
         for (std::string trace; std::getline(traces, trace);) {
             lines.push_back(std::stoi(trace));
@@ -63,7 +63,7 @@ protected:
     }
 
     kest_deviceAddress* chain = nullptr;
-    EdalDevice*         built = nullptr;
+    EdalDevice* built = nullptr;
 };
 
 using BuildDeviceLink = Device;
@@ -72,7 +72,7 @@ TEST_F(BuildDeviceLink, MakesADeviceOfEachRegisterDeviceType)
 {
     for (const std::uint32_t type : {0xD10U, 0x9551U, 0x9552U, 0x9554U, 0x9555U, 0x92U, 0x75U}) {
         const kest_deviceAddress node{0xC4, static_cast<kest_deviceType>(type), 3, nullptr};
-        EdalDevice*              second = nullptr;
+        EdalDevice* second = nullptr;
         buildDeviceLink(&node, &built, &second);
         ASSERT_NE(nullptr, built) << type;
         EXPECT_EQ(0xC4U, built->getAddress()) << type;
@@ -89,8 +89,8 @@ TEST_F(BuildDeviceLink, MakesNothingOfHubs)
 {
     for (const std::uint32_t type : {0xF0U, 0x922U}) {
         const kest_deviceAddress node{0x80, static_cast<kest_deviceType>(type), 3, nullptr};
-        EdalDevice*              second = nullptr;
-        built                           = reinterpret_cast<EdalDevice*>(this);
+        EdalDevice* second = nullptr;
+        built = reinterpret_cast<EdalDevice*>(this);
         buildDeviceLink(&node, &built, &second);
         EXPECT_EQ(nullptr, built) << type;
     }
@@ -111,7 +111,7 @@ TEST_F(BuildDeviceLink, ReportsEachOtherTypeInAnEntryOfItsOwn)
                                      0U, 0x9550U, 0x9556U, 0xFFFFFFFFU}) {
         platform.reset();
         const kest_deviceAddress node{0xC4, static_cast<kest_deviceType>(type), 0, nullptr};
-        EdalDevice*              second = nullptr;
+        EdalDevice* second = nullptr;
         buildDeviceLink(&node, &built, &second);
         EXPECT_EQ(nullptr, built) << type;
         ASSERT_EQ(1, platform.entryCount()) << type;
@@ -156,7 +156,7 @@ TEST_F(BuildDeviceLink, WithoutAChainOrMemoryAnswersNoDevice)
     EXPECT_EQ(nullptr, built);
     platform.failAllocation(1);
     const kest_deviceAddress node{0xC4, KEST_DEV_9555, 0, nullptr};
-    EdalDevice*              second = nullptr;
+    EdalDevice* second = nullptr;
     buildDeviceLink(&node, &built, &second);
     EXPECT_EQ(nullptr, built);
 }
@@ -167,7 +167,7 @@ TEST_F(BuildDeviceLink, WalksAChainOfAnyLength)
     for (std::size_t i = 0; i + 1 < nodes.size(); ++i) {
         nodes[i].next = &nodes[i + 1];
     }
-    nodes[0].address   = 0xC6;
+    nodes[0].address = 0xC6;
     EdalDevice* second = nullptr;
     buildDeviceLink(nodes.data(), &built, &second);
     ASSERT_NE(nullptr, built);
@@ -200,7 +200,7 @@ TEST_F(Device, LinkIsDeletedFromItsEnd)
 TEST_F(Device, BaseClassKeepsNeitherNextDeviceNorOperation)
 {
     Dp955xOps::ReadRegister operation(0, 1);
-    EdalDevice              device(0x12345678);
+    EdalDevice device(0x12345678);
     device.setNextDevice(&device);
     device.setOperation(&operation);
     EXPECT_EQ(nullptr, device.getNextDevice());
@@ -213,13 +213,13 @@ TEST_F(Device, BaseClassReportsWhatItDoesNotSupport)
     struct {
         ErrlEntry* (EdalDevice::*call)(mern_t);
         const char* name;
-        int         module;
+        int module;
     } const rows[] = {{&EdalDevice::doOperation, "\"doOperation\"", 26},
                       {&EdalDevice::lockDevice, "\"lockDevice\"", 39},
                       {&EdalDevice::unlockDevice, "\"unlockDevice\"", 43}};
     for (const auto& row : rows) {
         platform.reset();
-        EdalDevice                       device(0xC0);
+        EdalDevice device(0xC0);
         const std::unique_ptr<ErrlEntry> entry{(device.*row.call)(platform.openHandle())};
         ASSERT_NE(nullptr, entry) << row.name;
         const EntryRecord& record = platform.entry(1);
@@ -242,9 +242,9 @@ class DeviceLock : public Device
 protected:
     ErrlEntry* lock() { return device->lockDevice(handle); }
     ErrlEntry* unlock() { return device->unlockDevice(handle); }
-    void       destroy() { device.reset(); }
+    void destroy() { device.reset(); }
 
-    mern_t                             handle = platform.openHandle();
+    mern_t handle = platform.openHandle();
     std::unique_ptr<GenericEdalDevice> device = std::make_unique<GenericEdalDevice>(0xC0);
 };
 
@@ -381,7 +381,7 @@ public:
     std::uint8_t* getBuffer() override { return m_buffer; }
     std::uint32_t getDirection() override { return m_direction; }
     std::uint32_t getLength(std::uint32_t phase) override { return phase; }
-    Bytes         fields() const { return {m_bufferLength, m_register, m_dataLength}; }
+    Bytes fields() const { return {m_bufferLength, m_register, m_dataLength}; }
     /// As a derived class may: frees the buffer and gives it another.
     void takeBuffer()
     {
@@ -411,7 +411,7 @@ TEST_F(DeviceOperation, WithoutMemoryHasNoBuffer)
 TEST_F(DeviceOperation, DirectionsAndLengthsOfBothKinds)
 {
     for (unsigned dataLength = 0; dataLength <= 255; ++dataLength) { // some fill a block of the heap to its last byte
-        Dp955xOps::ReadRegister  read(0x16, static_cast<std::uint8_t>(dataLength));
+        Dp955xOps::ReadRegister read(0x16, static_cast<std::uint8_t>(dataLength));
         Dp955xOps::WriteRegister write(0x16, static_cast<std::uint8_t>(dataLength));
         EXPECT_EQ(3U, read.getDirection());
         EXPECT_EQ(2U, write.getDirection());
@@ -467,7 +467,7 @@ TEST_F(DeviceOperation, RunsThePhasesOfItsDirectionAlone)
     platform.healthy();
     const struct {
         std::uint32_t direction;
-        const char*   calls;
+        const char* calls;
     } rows[] = {{0, "\nmern_iic_config(h1, 2, 3, 0xC0)\n"},
                 {1, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_read(h1, 1)\n"},
                 {2, "\nmern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 2 bytes: 77 00)\n"},
@@ -518,11 +518,11 @@ TEST_F(DeviceOperation, WithNoneSetIsRefused)
 TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
 {
     const struct {
-        int           failing; // n-th layer call of the operation
-        std::uint8_t  module;
+        int failing; // n-th layer call of the operation
+        std::uint8_t module;
         std::uint16_t reason;
         std::uint32_t returnCode;
-        const char*   calls; // of the operation itself, first-failure capture apart
+        const char* calls; // of the operation itself, first-failure capture apart
     } rows[] = {
         {1, 12, 0x130E, 0x0000130E, "mern_iic_config(h1, 2, 3, 0xC0)\n"},
         {2, 18, 0x1314, 0x00001314, "mern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 1 byte: 00)\n"},
@@ -546,8 +546,8 @@ TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
         ASSERT_EQ(1U, record.softwareErrors.size()) << row.failing;
         EXPECT_EQ(row.returnCode, record.softwareErrors[0].returnCode);
         EXPECT_EQ(38, record.softwareErrors[0].word1);
-        const auto&        traces = platform.traceRecords();
-        const TraceRecord& last   = traces.at(traces.size() - 2); // ahead of the exit
+        const auto& traces = platform.traceRecords();
+        const TraceRecord& last = traces.at(traces.size() - 2); // ahead of the exit
         EXPECT_EQ((std::vector<std::string>{"\"doOperation\""}), last.arguments);
         EXPECT_LT(traces.front().line, last.line) << "behind the entry";
         EXPECT_EQ(last.line, record.softwareErrors[0].word2);

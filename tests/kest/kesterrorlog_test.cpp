@@ -20,37 +20,37 @@ using KestErrorLog = PlatformTest;
 kest_errorDetails everything()
 {
     static constexpr std::uint8_t block[] = {0xDE, 0xAD};
-    kest_errorDetails             details{};
-    details.logSrc             = 1;
-    details.moduleId           = 0xABCDEF13;
-    details.reasonCode         = 0xABCD1312;
-    details.subsystem          = EPUB_SUBSYSTEM_IIC_DEVICE;
-    details.userData1          = 6;
-    details.userData2          = 0x11223344;
-    details.userData3          = 0xFFFFFFFF;
-    details.userData4          = 4;
-    details.callout1InUse      = 1;
-    details.callout1Priority   = SRCI_PRIORITY_HIGH;
-    details.callout1Procedure  = EPUB_PROCEDURE_SOFTWARE;
-    details.callout2InUse      = 1;
-    details.callout2Priority   = SRCI_PRIORITY_HIGH;
-    details.callout2Procedure  = EPUB_PROCEDURE_IIC;
-    details.callout3InUse      = 1;
-    details.callout3Priority   = SRCI_PRIORITY_NONE;
-    details.callout3Procedure  = EPUB_PROCEDURE_NONE;
-    details.setReturnCode      = 1;
-    details.returnCode         = 0x40001312;
-    details.usrDtlsInUse       = 1;
-    details.usrDtlsData        = block;
-    details.usrDtlsSize        = 2;
-    details.usrDtlsVersion     = 7;
-    details.usrDtlsSubsection  = 9;
-    details.swErrInUse         = 1;
-    details.swErrReturnCode    = 0x80001234;
-    details.swErrWord1         = 0x1230010;
-    details.swErrWord2         = 0x12300A5;
-    details.fruCalloutInUse    = 1;
-    details.fruCalloutId       = 0x12345678;
+    kest_errorDetails details{};
+    details.logSrc = 1;
+    details.moduleId = 0xABCDEF13;
+    details.reasonCode = 0xABCD1312;
+    details.subsystem = EPUB_SUBSYSTEM_IIC_DEVICE;
+    details.userData1 = 6;
+    details.userData2 = 0x11223344;
+    details.userData3 = 0xFFFFFFFF;
+    details.userData4 = 4;
+    details.callout1InUse = 1;
+    details.callout1Priority = SRCI_PRIORITY_HIGH;
+    details.callout1Procedure = EPUB_PROCEDURE_SOFTWARE;
+    details.callout2InUse = 1;
+    details.callout2Priority = SRCI_PRIORITY_HIGH;
+    details.callout2Procedure = EPUB_PROCEDURE_IIC;
+    details.callout3InUse = 1;
+    details.callout3Priority = SRCI_PRIORITY_NONE;
+    details.callout3Procedure = EPUB_PROCEDURE_NONE;
+    details.setReturnCode = 1;
+    details.returnCode = 0x40001312;
+    details.usrDtlsInUse = 1;
+    details.usrDtlsData = block;
+    details.usrDtlsSize = 2;
+    details.usrDtlsVersion = 7;
+    details.usrDtlsSubsection = 9;
+    details.swErrInUse = 1;
+    details.swErrReturnCode = 0x80001234;
+    details.swErrWord1 = 0x1230010;
+    details.swErrWord2 = 0x12300A5;
+    details.fruCalloutInUse = 1;
+    details.fruCalloutId = 0x12345678;
     details.fruCalloutPriority = SRCI_PRIORITY_HIGH;
     return details;
 }
@@ -77,7 +77,7 @@ TEST_F(KestErrorLog, LeavesTheTraceBufferAloneAtUnload)
 TEST_F(KestErrorLog, AnEmptyRecordDoesNothing)
 {
     kest_errorDetails details{};
-    ErrlEntry*        entry = nullptr;
+    ErrlEntry* entry = nullptr;
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(nullptr, entry);
     EXPECT_EQ("\n", platform.log());
@@ -86,8 +86,8 @@ TEST_F(KestErrorLog, AnEmptyRecordDoesNothing)
 TEST_F(KestErrorLog, AnEmptyRecordLeavesAnEntryAlone)
 {
     const std::unique_ptr<ErrlEntry> owner{platform.makeEntry()};
-    kest_errorDetails                details{};
-    ErrlEntry*                       entry = owner.get();
+    kest_errorDetails details{};
+    ErrlEntry* entry = owner.get();
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(owner.get(), entry);
     EXPECT_EQ("\n", platform.log());
@@ -96,7 +96,7 @@ TEST_F(KestErrorLog, AnEmptyRecordLeavesAnEntryAlone)
 TEST_F(KestErrorLog, CreatesTheEntryAndAddsEveryItemInOrder)
 {
     kest_errorDetails details = everything();
-    ErrlEntry*        entry   = nullptr;
+    ErrlEntry* entry = nullptr;
     kest_logError(entry, &details, "unit");
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ(R"(
@@ -118,8 +118,8 @@ entry1.addFruCallout(1, 0x5678)
 
 TEST_F(KestErrorLog, AddsAnSrcToTheEntryThatIsThere)
 {
-    ErrlEntry*        entry   = platform.makeEntry();
-    ErrlEntry* const  before  = entry;
+    ErrlEntry* entry = platform.makeEntry();
+    ErrlEntry* const before = entry;
     kest_errorDetails details = everything();
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(before, entry);
@@ -144,15 +144,15 @@ entry1.addFruCallout(1, 0x5678)
 TEST_F(KestErrorLog, CommitsAndDeletesAtTheEnd)
 {
     kest_errorDetails details{};
-    ErrlEntry*        entry = nullptr;
-    details.logSrc          = 1;
-    details.moduleId        = 5;
-    details.reasonCode      = 0x1303;
-    details.subsystem       = EPUB_SUBSYSTEM_SOFTWARE;
-    details.setReturnCode   = 1;
-    details.returnCode      = 0x80001303;
-    details.commitEntry     = 1;
-    details.commitAction    = 0x2000;
+    ErrlEntry* entry = nullptr;
+    details.logSrc = 1;
+    details.moduleId = 5;
+    details.reasonCode = 0x1303;
+    details.subsystem = EPUB_SUBSYSTEM_SOFTWARE;
+    details.setReturnCode = 1;
+    details.returnCode = 0x80001303;
+    details.commitEntry = 1;
+    details.commitAction = 0x2000;
     kest_logError(entry, &details, nullptr);
     EXPECT_EQ(nullptr, entry);
     EXPECT_EQ(0, details.commitEntry);
@@ -169,9 +169,9 @@ delete entry1
 
 TEST_F(KestErrorLog, CommitsWithTheActionThatTheRecordNames)
 {
-    ErrlEntry*        entry = platform.makeEntry();
+    ErrlEntry* entry = platform.makeEntry();
     kest_errorDetails details{};
-    details.commitEntry  = 1;
+    details.commitEntry = 1;
     details.commitAction = 0x4000;
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(nullptr, entry);
@@ -185,8 +185,8 @@ delete entry1
 TEST_F(KestErrorLog, CommitActionAloneCommitsNothing)
 {
     const std::unique_ptr<ErrlEntry> owner{platform.makeEntry()};
-    ErrlEntry*                       entry = owner.get();
-    kest_errorDetails                details{};
+    ErrlEntry* entry = owner.get();
+    kest_errorDetails details{};
     details.commitAction = 0x2000;
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(owner.get(), entry);
@@ -196,7 +196,7 @@ TEST_F(KestErrorLog, CommitActionAloneCommitsNothing)
 TEST_F(KestErrorLog, TheSecondCallAddsNothingMore)
 {
     kest_errorDetails details = everything();
-    ErrlEntry*        entry   = nullptr;
+    ErrlEntry* entry = nullptr;
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(0, details.logSrc + details.setReturnCode + details.callout1InUse + details.callout2InUse +
                      details.callout3InUse + details.usrDtlsInUse + details.swErrInUse + details.fruCalloutInUse +
@@ -210,10 +210,10 @@ TEST_F(KestErrorLog, TheSecondCallAddsNothingMore)
 TEST_F(KestErrorLog, WithoutAnEntryOnlyAnSrcIsLookedAt)
 {
     kest_errorDetails details = everything();
-    details.logSrc            = 0;
-    details.commitEntry       = 1;
-    details.commitAction      = 0x2000;
-    ErrlEntry* entry          = nullptr;
+    details.logSrc = 0;
+    details.commitEntry = 1;
+    details.commitAction = 0x2000;
+    ErrlEntry* entry = nullptr;
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(nullptr, entry);
     EXPECT_EQ("\n", platform.log());
@@ -237,9 +237,9 @@ TEST_F(KestErrorLog, AReturnCodeWithoutAnEntryIsLost)
 
 TEST_F(KestErrorLog, DeletesAnOwnedBlockOnceItIsAdded)
 {
-    ErrlEntry*        entry = platform.makeEntry();
+    ErrlEntry* entry = platform.makeEntry();
     kest_errorDetails details{};
-    auto* const       block = new std::uint8_t[3]{1, 2, 3};
+    auto* const block = new std::uint8_t[3]{1, 2, 3};
     kest_attachUserDetails(details, block, 3, 6, true);
     kest_logError(entry, &details, "unit"); // the sanitizer build sees whether the block is deleted, and how
     EXPECT_EQ(nullptr, details.usrDtlsData);
@@ -251,7 +251,7 @@ TEST_F(KestErrorLog, DeletesAnOwnedBlockOnceItIsAdded)
 
 TEST_F(KestErrorLog, AnOwnedNullBlockIsNoBlockToDelete)
 {
-    ErrlEntry*        entry = platform.makeEntry();
+    ErrlEntry* entry = platform.makeEntry();
     kest_errorDetails details{};
     kest_attachUserDetails(details, nullptr, 0, 6, true);
     kest_logError(entry, &details, "unit");
@@ -262,9 +262,9 @@ TEST_F(KestErrorLog, AnOwnedNullBlockIsNoBlockToDelete)
 
 TEST_F(KestErrorLog, ABlockNotOwnedStays)
 {
-    ErrlEntry*         entry   = platform.makeEntry();
+    ErrlEntry* entry = platform.makeEntry();
     const std::uint8_t block[] = {9, 8};
-    kest_errorDetails  details{};
+    kest_errorDetails details{};
     kest_attachUserDetails(details, block, 2, 5);
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(block, details.usrDtlsData);
@@ -275,7 +275,7 @@ TEST_F(KestErrorLog, ABlockNotOwnedStays)
 TEST_F(KestErrorLog, AnOwnedBlockWithoutAnEntryStaysTheCallers)
 {
     const std::unique_ptr<std::uint8_t[]> block{new std::uint8_t[3]{1, 2, 3}};
-    kest_errorDetails                     details{};
+    kest_errorDetails details{};
     kest_attachUserDetails(details, block.get(), 3, 6, true);
     ErrlEntry* entry = nullptr;
     kest_logError(entry, &details, "unit");
@@ -307,7 +307,7 @@ TEST_F(KestErrorLog, ASourceIsCutTo16BitsOfLength)
 
 TEST_F(KestErrorLog, ABlockIsCutTo16BitsOfLength)
 {
-    const Bytes       block = counting(0x10002);
+    const Bytes block = counting(0x10002);
     kest_errorDetails details{};
     kest_attachUserDetails(details, block.data(), 0x10002, 6);
     ErrlEntry* entry = platform.makeEntry();
@@ -319,7 +319,7 @@ TEST_F(KestErrorLog, ABlockIsCutTo16BitsOfLength)
 TEST_F(KestErrorLog, WithoutMemoryForAnEntryThereIsNone)
 {
     kest_errorDetails details = everything();
-    ErrlEntry*        entry   = nullptr;
+    ErrlEntry* entry = nullptr;
     platform.failEntryAllocation();
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(nullptr, entry);
@@ -481,7 +481,7 @@ entry1.addSRC(0x2200, SRC 0 of entry2)
 
 TEST_F(KestErrorLog, TakesOverAnEntry)
 {
-    ErrlEntry*                       old = platform.makeEntry({.returnCode = 0x1234, .srcs = {{.module = 7}}});
+    ErrlEntry* old = platform.makeEntry({.returnCode = 0x1234, .srcs = {{.module = 7}}});
     const std::unique_ptr<ErrlEntry> taken{kest_takeOver(old)};
     EXPECT_EQ(nullptr, old);
     EXPECT_EQ(R"(
@@ -496,7 +496,7 @@ delete entry1
 
 TEST_F(KestErrorLog, TakingOverWithoutMemoryHandsTheOldEntryOn)
 {
-    ErrlEntry*       old    = platform.makeEntry();
+    ErrlEntry* old = platform.makeEntry();
     ErrlEntry* const before = old;
     platform.failEntryAllocation();
     const std::unique_ptr<ErrlEntry> taken{kest_takeOver(old)};

@@ -16,10 +16,10 @@ namespace
 {
 
 struct KestFfdc : PlatformTest {
-    mern_t       handle = platform.openHandle();
-    ErrlEntry*   entry  = nullptr;
-    void*        data   = nullptr;
-    unsigned int size   = 0;
+    mern_t handle = platform.openHandle();
+    ErrlEntry* entry = nullptr;
+    void* data = nullptr;
+    unsigned int size = 0;
 
     ~KestFfdc() override { delete entry; }
 };
@@ -29,8 +29,8 @@ struct KestFfdc : PlatformTest {
 TEST_F(KestFfdc, EachStepTellsEveryErrno)
 {
     for (const bool extract : {true, false}) {
-        const char* const name   = extract ? "kest_wobuFFDCExtract" : "kest_wobuFFDCUnlock";
-        const unsigned    reason = extract ? 0x1310 : 0x130F;
+        const char* const name = extract ? "kest_wobuFFDCExtract" : "kest_wobuFFDCUnlock";
+        const unsigned reason = extract ? 0x1310 : 0x130F;
         for (int error = 0; error <= 133; ++error) {
             SCOPED_TRACE(line("%s errno %d", name, error));
             platform.reset();
@@ -42,8 +42,8 @@ TEST_F(KestFfdc, EachStepTellsEveryErrno)
             }
             const std::uint32_t result =
                 extract ? kest_wobuFFDCExtract(handle, entry, &data, &size) : kest_wobuFFDCUnlock(handle, entry, 0);
-            const bool          software = blamesSoftware(error);
-            const std::uint32_t code     = software ? 0x80000000 | reason : reason;
+            const bool software = blamesSoftware(error);
+            const std::uint32_t code = software ? 0x80000000 | reason : reason;
             EXPECT_EQ(code, result);
             EXPECT_EQ((extract ? "\nmern_iic_ffdc_extract(h1, 0)\n" : "\nmern_iic_ffdc_unlock(h1, 0)\n") +
                           newEntry(1, {extract ? 9u : 10u, reason, static_cast<std::uint32_t>(error), 0xFFFFFFFF, 0, 0,
@@ -255,7 +255,7 @@ TEST_F(KestFfdc, WithoutMemoryForTheCopyTheDataAreReleasedAllTheSame)
 TEST_F(KestFfdc, TheHandleIsNotChanged)
 {
     platform.capturesFfdc();
-    entry               = platform.makeEntry();
+    entry = platform.makeEntry();
     const mern_t before = handle;
     kest_miscExtractFFDCAndUnlock(entry, handle);
     EXPECT_EQ(0, std::memcmp(&before, &handle, sizeof handle));

@@ -11,8 +11,8 @@ using namespace hubstory;
 namespace
 {
 
-constexpr const char* unit       = "kesthandlehuberrors";
-const Block           theBlock   = {};
+constexpr const char* unit = "kesthandlehuberrors";
+const Block theBlock = {};
 constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
 
 /// The errno that makes a silent hub.
@@ -28,8 +28,8 @@ protected:
         delete errl;
         errl = nullptr;
         platform.reset();
-        handle      = platform.openHandle();
-        size        = 4;
+        handle = platform.openHandle();
+        size = 4;
         subBusReset = 0;
     }
 
@@ -64,11 +64,11 @@ protected:
         return calls;
     }
 
-    mern_t        handle      = platform.openHandle();
-    ErrlEntry*    errl        = nullptr;
-    unsigned int  size        = 4;
+    mern_t handle = platform.openHandle();
+    ErrlEntry* errl = nullptr;
+    unsigned int size = 4;
     unsigned char subBusReset = 0;
-    std::uint8_t  buffer[16]  = {1, 2, 3, 4};
+    std::uint8_t buffer[16] = {1, 2, 3, 4};
 };
 
 constexpr unsigned statusLines[] = {786, 811, 830};
@@ -107,7 +107,7 @@ TEST_F(HubErrors, PreviousStatusFailingAtEachStep)
     for (const int error : stepErrors) {
         for (std::size_t failing = 0; failing < 3; ++failing) {
             again();
-            Story      story{platform};
+            Story story{platform};
             const auto calls = statusRead(theBlock, 0);
             story.does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
                 .fails(calls[failing], error);
@@ -124,7 +124,7 @@ TEST_F(HubErrors, PreviousStatusFailingAtEachStep)
 
 TEST_F(HubErrors, AStatusReadThatEndsInADeadlockIsNoSuccess)
 {
-    Story      story{platform};
+    Story story{platform};
     const auto calls = statusRead(theBlock, 0);
     story.does({calls[0], calls[1]}).fails(calls[2], 35);
     unsigned int answer = 77;
@@ -177,11 +177,11 @@ TEST_F(HubErrors, SubBusResetEndsWithTheHubsStatus)
         story.does(writeCall({0x20, 0x06})).does(statusRead(theBlock, static_cast<std::uint8_t>(status)));
         if (status != 0) {
             story
-                .says(newEntry(1, {.module    = 28,
-                                   .reason    = 0x1321,
-                                   .word1     = static_cast<std::uint32_t>(status),
+                .says(newEntry(1, {.module = 28,
+                                   .reason = 0x1321,
+                                   .word1 = static_cast<std::uint32_t>(status),
                                    .subsystem = 0x55,
-                                   .sourceId  = unit}))
+                                   .sourceId = unit}))
                 .setsReturnCode(1, 0x131F)
                 .says(callout(1));
         }
@@ -203,7 +203,7 @@ TEST_F(HubErrors, SubBusResetFailingAtEachStep)
 
         for (std::size_t failing = 0; failing < 3; ++failing) {
             again();
-            Story      story{platform};
+            Story story{platform};
             const auto calls = statusRead(theBlock, 0);
             story.does(writeCall({0x20, 0x06}))
                 .does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
@@ -219,10 +219,10 @@ TEST_F(HubErrors, SubBusResetFailingAtEachStep)
 // --- the check ---
 
 struct StatusRow {
-    unsigned      first, last;
-    unsigned      traceLine;
+    unsigned first, last;
+    unsigned traceLine;
     std::uint32_t hash;
-    unsigned      reason, subsystem;
+    unsigned reason, subsystem;
     std::uint32_t returnCode;
 };
 constexpr StatusRow statusRows[] = {
@@ -255,11 +255,11 @@ TEST_F(HubErrors, EveryStatusThatEndsTheTransfer)
                 again();
                 Story story{platform};
                 story.does(statusRead(theBlock, static_cast<std::uint8_t>(status)))
-                    .says(newEntry(1, {.module    = 27,
-                                       .reason    = row.reason,
-                                       .word1     = status,
+                    .says(newEntry(1, {.module = 27,
+                                       .reason = row.reason,
+                                       .word1 = status,
                                        .subsystem = row.subsystem,
-                                       .sourceId  = unit}))
+                                       .sourceId = unit}))
                     .setsReturnCode(1, row.returnCode)
                     .says(callout(1));
                 check(direction);
@@ -282,7 +282,7 @@ TEST_F(HubErrors, AStatusThatCannotBeRead)
         for (const int direction : {0, 1}) {
             for (std::size_t failing = 0; failing < 3; ++failing) {
                 again();
-                Story      story{platform};
+                Story story{platform};
                 const auto calls = statusRead(theBlock, 0);
                 story.does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
                     .fails(calls[failing], error);
@@ -337,12 +337,12 @@ TEST_F(HubErrors, ARepeatThatTheHubRefuses)
                 .does(recovery())
                 .does(repeat(static_cast<int>(direction)))
                 .does(statusRead(theBlock, static_cast<std::uint8_t>(status)))
-                .says(newEntry(1, {.module    = 27,
-                                   .reason    = 0x131B,
-                                   .word1     = status,
-                                   .word2     = direction,
+                .says(newEntry(1, {.module = 27,
+                                   .reason = 0x131B,
+                                   .word1 = status,
+                                   .word2 = direction,
                                    .subsystem = 0x55,
-                                   .sourceId  = unit}))
+                                   .sourceId = unit}))
                 .setsReturnCode(1, 0x1000131B)
                 .says(callout(1));
             check(static_cast<int>(direction));
@@ -416,7 +416,7 @@ TEST_F(HubErrors, ARecoveryThatFailsAtTheBlockOrTheSeek)
             for (const int direction : {0, 1}) {
                 again();
                 Story story{platform};
-                auto  calls = recovery();
+                auto calls = recovery();
                 calls.pop_back();
                 if (!atSeek) {
                     calls.pop_back();
@@ -494,12 +494,12 @@ TEST_F(HubErrors, ARepeatWithoutDataThatTheHubRefuses)
                 .does(recovery())
                 .fails(repeat(static_cast<int>(direction)), 61)
                 .does(statusRead(theBlock, static_cast<std::uint8_t>(status)))
-                .says(addedSrc(1, {.module    = 27,
-                                   .reason    = 0x131B,
-                                   .word1     = status,
-                                   .word2     = direction,
+                .says(addedSrc(1, {.module = 27,
+                                   .reason = 0x131B,
+                                   .word1 = status,
+                                   .word2 = direction,
                                    .subsystem = 0x55,
-                                   .sourceId  = unit}));
+                                   .sourceId = unit}));
             const std::uint32_t failed = story.codes[1];
             story.setsReturnCode(1, 0x1000131B).says(callout(1)).says(softwareError(1, failed, 27, 422));
             check(static_cast<int>(direction));
@@ -515,7 +515,7 @@ TEST_F(HubErrors, ARepeatWhoseStatusCannotBeRead)
             for (std::size_t failing = 0; failing < 3; ++failing) {
                 again();
                 std::memcpy(buffer, "\1\2\3\4", 4);
-                Story      story{platform};
+                Story story{platform};
                 const auto calls = statusRead(theBlock, 0);
                 story.does(statusRead(theBlock, 3))
                     .does(recovery())
@@ -546,7 +546,7 @@ TEST_F(HubErrors, ARepeatWithoutDataWhoseStatusCannotBeRead)
         for (const int direction : {0, 1}) {
             for (std::size_t failing = 0; failing < 3; ++failing) {
                 again();
-                Story      story{platform};
+                Story story{platform};
                 const auto calls = statusRead(theBlock, 0);
                 story.does(statusRead(theBlock, 3))
                     .does(recovery())

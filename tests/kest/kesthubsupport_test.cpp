@@ -14,8 +14,8 @@ using namespace hubstory;
 namespace
 {
 
-constexpr const char*         unit        = "kesthubsupport";
-constexpr const char*         devicePath  = "sim:planar,L,922,80,3,2c0256,a0";
+constexpr const char* unit = "kesthubsupport";
+constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
 /// A hub with one SEEPROM behind it, and the test's own open device.
@@ -44,10 +44,10 @@ protected:
     }
     static Call dmaCall() { return {Operation::config, "mern_iic_config(h1, 2, 16, 0x2)\n"}; }
 
-    kest_deviceAddress  seeprom{0xA0, KEST_DEV_SEEPROM_256K, 0, nullptr};
-    kest_deviceAddress  hub{0x80, KEST_DEV_922HUB, 3, &seeprom};
-    mern_t              handle = platform.openHandle();
-    ErrlEntry*          errl   = nullptr;
+    kest_deviceAddress seeprom{0xA0, KEST_DEV_SEEPROM_256K, 0, nullptr};
+    kest_deviceAddress hub{0x80, KEST_DEV_922HUB, 3, &seeprom};
+    mern_t handle = platform.openHandle();
+    ErrlEntry* errl = nullptr;
     kest_922AddressLock lock{0xFFFF, 0xFFFF, 0xFFFFFFFF};
     kest_iicConfigBlock block{};
 };
@@ -58,7 +58,7 @@ TEST_F(HubSupport, LockNamesTheHubAndTheTimeout)
 {
     struct {
         unsigned length;
-        bool     isRead;
+        bool isRead;
         unsigned timeout;
     } const cases[] = {{1, true, 1200},    {255, true, 1200}, {255, false, 1200},     {256, true, 1200},
                        {511, false, 1200}, {512, true, 2400}, {32768, false, 153600}, {0, false, 1200}};
@@ -160,7 +160,7 @@ TEST_F(HubSupport, ConfigurationFollowsTheDeviceMode)
 TEST_F(HubSupport, ConfigurationTakesSpeedAndCycleFromTheAttributes)
 {
     const kest_attributeValue attributes[6] = {100, 1, 0x10003, 1, 2, 3};
-    Story                     story{platform};
+    Story story{platform};
     story.does({setBlock({.timeout = 2400, .writeCycle = 3, .flags = 0xFFFD0002}), speedCall(0x64)});
     kest_922setHubConfig(handle, &hub, 512, &block, attributes, false, errl, 2);
     EXPECT_EQ(story.text, platform.calls());
@@ -233,7 +233,7 @@ TEST_F(HubSupport, TheQuerysBlockIsZeroWhereNothingIsSet)
 {
     platform.configures().reads({0});
     kest_922HubQueryErrStatus(handle, 0x8A, errl, devicePath);
-    Block expectedBlock   = queryBlock;
+    Block expectedBlock = queryBlock;
     expectedBlock.address = 0x8A;
     EXPECT_EQ(blockBytes(expectedBlock), platform.configs().at(0).value);
 }
@@ -269,18 +269,18 @@ TEST_F(HubSupport, AQueryThatCannotRead)
 TEST_F(HubSupport, AStatusThatComesWithAFailureMarksTheReturnCode)
 {
     struct {
-        std::uint8_t  status;
-        int           error;
+        std::uint8_t status;
+        int error;
         std::uint32_t returnCode;
     } const cases[] = {{15, 5, 0x00101312},  {14, 5, 0x10001312}, {255, 61, 0x10001312}, {1, 22, 0x90001312},
                        {15, 22, 0x80101312}, {15, 6, 0x41100000}, {3, 6, 0x51000000}};
     for (const auto& one : cases) {
         again();
         platform.healthy();
-        bool first           = true;
+        bool first = true;
         platform.readHandler = [&](std::uint8_t* buffer, unsigned size) {
             buffer[0] = first ? one.status : std::uint8_t{0x55};
-            errno     = one.error;
+            errno = one.error;
             return std::exchange(first, false) ? 0 : static_cast<int>(size);
         };
         kest_922HubQueryErrStatus(handle, 0x80, errl, devicePath);
@@ -380,7 +380,7 @@ TEST_F(HubSupport, AResetThatFailsTellsInThisOrder)
     platform.healthy().failCall(1, 5);
     kest_handle_hub_reset(errl, devicePath, handle, 0x80);
     std::string tail = platform.calls();
-    tail             = tail.substr(tail.find("entry1.") - 1);
+    tail = tail.substr(tail.find("entry1.") - 1);
     EXPECT_EQ(R"(
 entry1.CollectTrace("kest", 250)
 entry1.addSRC(0x1300, SRC 0 of entry2)
@@ -401,9 +401,9 @@ TEST_F(HubSupport, AResetWithoutAnExpanderFails)
 
 TEST_F(HubSupport, AResetOfALongPathHasTheRoomItNeeds)
 {
-    errl                   = platform.makeEntry({.srcs = {{.word1 = 6}}});
+    errl = platform.makeEntry({.srcs = {{.word1 = 6}}});
     const std::string path = std::string(5000, 'p') + "," + std::string(5000, 'n');
-    Story             story{platform};
+    Story story{platform};
     story.pulsesPin().says("entry1.CollectTrace(\"kest\", 250)\n").setsReturnCode(1, 0x41000000);
     kest_handle_hub_reset(errl, path.c_str(), handle, 0x80);
     EXPECT_EQ(story.text, platform.calls());
@@ -423,9 +423,9 @@ TEST_F(HubSupport, AResetWithoutMemoryForThePathIsDescribed)
 
 TEST_F(HubSupport, MergingDropsTheSecondaryAfterASubBusReset)
 {
-    ErrlEntry*       primary   = platform.makeEntry();
-    ErrlEntry*       secondary = platform.makeEntry();
-    ErrlEntry* const before    = primary;
+    ErrlEntry* primary = platform.makeEntry();
+    ErrlEntry* secondary = platform.makeEntry();
+    ErrlEntry* const before = primary;
     kest_922HubHandlePrimSecErrLogs(primary, secondary, 1);
     EXPECT_EQ(before, primary);
     EXPECT_EQ(nullptr, secondary);
@@ -436,9 +436,9 @@ TEST_F(HubSupport, MergingDropsTheSecondaryAfterASubBusReset)
 
 TEST_F(HubSupport, MergingAddsTheSecondaryOtherwise)
 {
-    ErrlEntry*       primary   = platform.makeEntry();
-    ErrlEntry*       secondary = platform.makeEntry({.returnCode = 0x00101319, .creator = 0x1300});
-    ErrlEntry* const before    = primary;
+    ErrlEntry* primary = platform.makeEntry();
+    ErrlEntry* secondary = platform.makeEntry({.returnCode = 0x00101319, .creator = 0x1300});
+    ErrlEntry* const before = primary;
     kest_922HubHandlePrimSecErrLogs(primary, secondary, 0);
     EXPECT_EQ(before, primary);
     EXPECT_EQ(nullptr, secondary);
@@ -454,7 +454,7 @@ delete entry2
 
 TEST_F(HubSupport, MergingDropsThePrimaryWhenTheRepeatWorked)
 {
-    ErrlEntry* primary   = platform.makeEntry();
+    ErrlEntry* primary = platform.makeEntry();
     ErrlEntry* secondary = nullptr;
     kest_922HubHandlePrimSecErrLogs(primary, secondary, 1);
     EXPECT_EQ(nullptr, primary);
@@ -465,9 +465,9 @@ TEST_F(HubSupport, MergingDropsThePrimaryWhenTheRepeatWorked)
 
 TEST_F(HubSupport, MergingKeepsThePrimaryWhenNothingElseHappened)
 {
-    ErrlEntry*       primary   = platform.makeEntry();
-    ErrlEntry*       secondary = nullptr;
-    ErrlEntry* const before    = primary;
+    ErrlEntry* primary = platform.makeEntry();
+    ErrlEntry* secondary = nullptr;
+    ErrlEntry* const before = primary;
     kest_922HubHandlePrimSecErrLogs(primary, secondary, 0);
     EXPECT_EQ(before, primary);
     EXPECT_EQ("\n", platform.calls());

@@ -15,10 +15,10 @@ using namespace hubstory;
 namespace
 {
 
-constexpr const char*         devicePath  = "sim:planar,L,922,80,3,2c0256,a0";
+constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
-constexpr int                 silent      = 6;
-constexpr std::uint32_t       position    = 0x03A00123;
+constexpr int silent = 6;
+constexpr std::uint32_t position = 0x03A00123;
 
 /// Lines noted for the steps, in their order: lock, status, configuration, seek.
 struct Marks {
@@ -108,9 +108,9 @@ protected:
     static Story& ends(Story& story) { return story.does({unlockCall(), closeCall()}); }
 
     kest_deviceInfo device{};
-    ErrlEntry*      errl   = nullptr;
-    unsigned        length = 4;
-    std::uint8_t    buffer[16]{1, 2, 3, 4, 5, 6, 7, 8};
+    ErrlEntry* errl = nullptr;
+    unsigned length = 4;
+    std::uint8_t buffer[16]{1, 2, 3, 4, 5, 6, 7, 8};
 };
 
 TEST_F(HubTransfer, AWrite)
@@ -186,10 +186,10 @@ TEST_F(HubTransfer, AWriteWaitsForTheWriteCycleOfTheAttributes)
 TEST_F(HubTransfer, TheSeekValueNamesPortDeviceAndOffset)
 {
     struct {
-        const char*   text;
-        unsigned      offset;
+        const char* text;
+        unsigned offset;
         std::uint32_t position;
-        unsigned      offsetBytes, page;
+        unsigned offsetBytes, page;
     } const cases[] = {
         {"p,L,922,80,3,2c0032,a0", 0x123, 0x03A00123, 4, 32},
         {"p,L,922,82,0,2c0064,a2", 0, 0x00A20000, 4, 32},
@@ -266,7 +266,7 @@ mern_iic_open(node -1, "sim:planar", 0x1002)
                       platform.layerCalls());
             ASSERT_NE(nullptr, errl);
             EXPECT_EQ((std::vector<SoftwareError>{{.returnCode = platform.entry(1).returnCode.value_or(0),
-                                                   .word1      = 20,
+                                                   .word1 = 20,
                                                    .word2 = operation == 1 ? std::uint16_t{519} : std::uint16_t{280}}}),
                       platform.entry(1).softwareErrors);
             EXPECT_EQ(1U, platform.entry(1).srcs.size());
@@ -486,7 +486,7 @@ TEST_F(HubReadWithoutData, IsKeptWhenTheHubKnowsNothing)
 TEST_F(HubReadWithoutData, TakesTheHubsStatusOver)
 {
     struct {
-        unsigned      first, last, reason, subsystem;
+        unsigned first, last, reason, subsystem;
         std::uint32_t returnCode;
     } const rows[] = {{1, 1, 0x1319, 0x81, 0x00101319},  {2, 2, 0x131A, 0x55, 0x4000131A},
                       {7, 7, 0x131C, 0x81, 0x0010131C},  {8, 8, 0x131D, 0x81, 0x0010131D},
@@ -497,11 +497,11 @@ TEST_F(HubReadWithoutData, TakesTheHubsStatusOver)
             Story story{platform};
             begins(story).does(statusRead({}, static_cast<std::uint8_t>(status)));
             story
-                .says(newEntry(2, {.module    = 27,
-                                   .reason    = row.reason,
-                                   .word1     = status,
+                .says(newEntry(2, {.module = 27,
+                                   .reason = row.reason,
+                                   .word1 = status,
                                    .subsystem = row.subsystem,
-                                   .sourceId  = "kesthandlehuberrors"}))
+                                   .sourceId = "kesthandlehuberrors"}))
                 .setsReturnCode(2, row.returnCode)
                 .says(callout(2))
                 .says("entry1.addSRC(0x1300, SRC 0 of entry2)\n")
@@ -540,12 +540,12 @@ TEST_F(HubReadWithoutData, DropsWhatFailsAfterASubBusReset)
         begins(story).does(statusRead({}, 3));
         recovers(story).does(statusRead({}, static_cast<std::uint8_t>(status)));
         story
-            .says(newEntry(2, {.module    = 27,
-                               .reason    = 0x131B,
-                               .word1     = status,
-                               .word2     = 0,
+            .says(newEntry(2, {.module = 27,
+                               .reason = 0x131B,
+                               .word1 = status,
+                               .word2 = 0,
                                .subsystem = 0x55,
-                               .sourceId  = "kesthandlehuberrors"}))
+                               .sourceId = "kesthandlehuberrors"}))
             .setsReturnCode(2, 0x1000131B)
             .says(callout(2))
             .says("delete entry2\n");
@@ -562,7 +562,7 @@ TEST_F(HubReadWithoutData, TakesOverThatTheStatusCannotBeRead)
     for (const int error : stepErrors) {
         for (std::size_t failing = 0; failing < 3; ++failing) {
             again();
-            Story      story{platform};
+            Story story{platform};
             const auto calls = statusRead({}, 0);
             begins(story).does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)});
             story.fails(calls[failing], error, 2);
@@ -591,7 +591,7 @@ TEST_F(HubReadWithoutData, EndsWithEitherAnEntryOrTheRepeatWhateverFails)
         for (bool met = true; met; ++failing) {
             again();
             platform.healthy();
-            int reads            = 0;
+            int reads = 0;
             platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
                 // the query's status, the transfer, then the hub's statuses: 3, and 0 from then on
                 ++reads;
@@ -601,7 +601,7 @@ TEST_F(HubReadWithoutData, EndsWithEitherAnEntryOrTheRepeatWhateverFails)
             };
             platform.failCall(failing, error);
             transfer(0);
-            met             = platform.faultWasMet();
+            met = platform.faultWasMet();
             const bool late = platform.failedCall().find(", 18, ") != std::string::npos ||
                               platform.failedCall().find("close") != std::string::npos ||
                               platform.failedCall().find("ffdc") != std::string::npos ||
@@ -617,9 +617,9 @@ TEST_F(HubReadWithoutData, EndsWithEitherAnEntryOrTheRepeatWhateverFails)
 TEST_F(HubTransfer, AStatusThatEndsTheTransfer)
 {
     struct {
-        unsigned      first, last, traceLine;
+        unsigned first, last, traceLine;
         std::uint32_t hash;
-        unsigned      reason, subsystem;
+        unsigned reason, subsystem;
         std::uint32_t returnCode;
     } const rows[] = {
         {1, 1, 180, 0xC73070B1, 0x1319, 0x81, 0x00101319},  {2, 2, 212, 0xAE369C6A, 0x131A, 0x55, 0x4000131A},
@@ -633,11 +633,11 @@ TEST_F(HubTransfer, AStatusThatEndsTheTransfer)
                 Story story{platform};
                 transfers(story, operation).does(statusRead({}, static_cast<std::uint8_t>(status)));
                 story
-                    .says(newEntry(1, {.module    = 27,
-                                       .reason    = row.reason,
-                                       .word1     = status,
+                    .says(newEntry(1, {.module = 27,
+                                       .reason = row.reason,
+                                       .word1 = status,
                                        .subsystem = row.subsystem,
-                                       .sourceId  = "kesthandlehuberrors"}))
+                                       .sourceId = "kesthandlehuberrors"}))
                     .setsReturnCode(1, row.returnCode)
                     .says(callout(1));
                 ends(story).notes(1, 20, marks(operation).check);
@@ -660,7 +660,7 @@ TEST_F(HubTransfer, AStatusThatCannotBeRead)
         for (const int error : stepErrors) {
             for (std::size_t failing = 0; failing < 3; ++failing) {
                 again();
-                Story      story{platform};
+                Story story{platform};
                 const auto calls = statusRead({}, 0);
                 transfers(story, operation).does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)});
                 story.fails(calls[failing], error);
@@ -760,10 +760,10 @@ TEST_F(HubTransfer, AReadWhoseSizeWrapsIsRefused)
     Story story{platform};
     // the time-out of so long a transfer: 1,200 ms for each whole 256 bytes, in 32 bits
     const unsigned timeout = 0xFFFFFFU * 1200U;
-    Call           lock    = lockCall();
-    lock.line              = line("mern_iic_config(h1, 2, 17, kind 0, address 0x80, timeout %u)\n", timeout);
-    Call unlock            = unlockCall();
-    unlock.line            = line("mern_iic_config(h1, 2, 18, kind 0, address 0x80, timeout %u)\n", timeout);
+    Call lock = lockCall();
+    lock.line = line("mern_iic_config(h1, 2, 17, kind 0, address 0x80, timeout %u)\n", timeout);
+    Call unlock = unlockCall();
+    unlock.line = line("mern_iic_config(h1, 2, 18, kind 0, address 0x80, timeout %u)\n", timeout);
     story.does({openCall(), lock}).does(queryCalls());
     story.does({setBlock({.timeout = timeout}), configCalls(0).at(1), configCalls(0).at(2), seekCall(position), unlock,
                 closeCall()});
@@ -830,7 +830,7 @@ TEST_F(HubTransfer, ACountLeftByACommittedFailureIsKeptWithinTheBuffer)
     for (const int operation : {0, 1}) {
         again();
         platform.healthy();
-        int reads            = 0;
+        int reads = 0;
         platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
             std::memset(bytes, 0, size);
             errno = 35;
@@ -853,7 +853,7 @@ TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
     for (const int operation : {0, 1}) {
         again();
         platform.healthy();
-        int reads            = 0;
+        int reads = 0;
         platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
             // the status ahead of the transfer, the transfer of a read, and the status behind
             // it, which says: sub-bus error
@@ -861,7 +861,7 @@ TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
             errno = 35;
             return reads > 3 && size > 1 ? -1 : static_cast<int>(size); // the repeat
         };
-        int writes            = 0;
+        int writes = 0;
         platform.writeHandler = [&](const std::uint8_t*, unsigned size) {
             reads += ++writes == 1 && size == 4 ? 1 : 0; // in the place of the read transfer
             errno = 35;

@@ -19,7 +19,7 @@ struct Node {
     unsigned char address;
     std::uint32_t type;
     unsigned char port;
-    bool          operator==(const Node&) const = default;
+    bool operator==(const Node&) const = default;
 };
 
 /// What a device text became.
@@ -48,12 +48,12 @@ protected:
     }
 
     kest_deviceInfo info{};
-    bool            failed = false;
-    std::string     workingCopy;
+    bool failed = false;
+    std::string workingCopy;
 
     void take(char* result)
     {
-        failed      = result != nullptr;
+        failed = result != nullptr;
         workingCopy = failed ? result : "";
         delete[] result;
     }
@@ -98,8 +98,8 @@ TEST(KestMiscUnpack, IsTurnedBackByReadingTheDigits)
 TEST(KestMiscPutText, ReplacesWhatCannotBePrinted)
 {
     for (int value = 0; value < 256; ++value) {
-        const char in  = static_cast<char>(value);
-        char       out = '#';
+        const char in = static_cast<char>(value);
+        char out = '#';
         KEST_miscPutText(&out, 1, &in);
         EXPECT_EQ(value >= 0x20 && value <= 0x7E ? in : '.', out) << value;
     }
@@ -151,12 +151,12 @@ TEST(KestMiscDump, LinesCountUpAndSayWhatIsThere)
     std::mt19937 random{16};
     for (const unsigned length : {1U, 15U, 17U, 31U, 33U, 255U, 4096U, 70001U}) {
         const std::size_t lines = (length + 15) / 16;
-        std::string       data(16 * lines, '\0');
+        std::string data(16 * lines, '\0');
         for (char& byte : data) {
             byte = static_cast<char>(random());
         }
         const std::unique_ptr<char[]> dump{KEST_miscFmtAndDump(data.data(), length)};
-        const std::string             all = dump.get();
+        const std::string all = dump.get();
         ASSERT_EQ(66 * lines, all.size());
         for (std::size_t i = 0; i < lines; ++i) {
             const std::string line = all.substr(66 * i, 66);
@@ -239,15 +239,15 @@ TEST_F(DeviceTexts, AChainIsNotJudged)
 }
 
 struct Malformed {
-    const char*       text;
-    const char*       texts;
+    const char* text;
+    const char* texts;
     std::vector<Node> links;
-    const char*       workingCopy;
+    const char* workingCopy;
 };
 
 TEST_F(DeviceTexts, MalformedOnesFailWithWhatWasReadSoFar)
 {
-    const std::vector<Node>      none;
+    const std::vector<Node> none;
     const std::vector<Malformed> cases{
         {"", "-|-", none, ""},
         {",", "-|-", none, ","},
@@ -295,9 +295,9 @@ TEST_F(DeviceTexts, EmptyFieldsAreSkipped)
 
 TEST_F(DeviceTexts, TheFirstTextIsNotTouchedBeforeItsTokenIsFound)
 {
-    char mine[]     = "mine";
+    char mine[] = "mine";
     info.devicePath = mine;
-    info.nodeName   = mine;
+    info.nodeName = mine;
     convert(",");
     EXPECT_EQ(mine, info.devicePath);
     EXPECT_EQ(nullptr, info.nodeName);
@@ -352,9 +352,9 @@ TEST_F(DeviceTexts, WithoutMemoryTheyFailAndKeepNoHalfChain)
 
 TEST_F(DeviceTexts, AnyBytesAreTakenOrRefused)
 {
-    std::mt19937      random{24};
+    std::mt19937 random{24};
     const std::string alphabet = ",,,,0123456789abcdefFx-/\xff z";
-    int               taken    = 0;
+    int taken = 0;
     for (int round = 0; round < 20000; ++round) {
         std::string text = round % 2 == 0 ? "" : "p,0,922,80,3";
         for (auto length = random() % 24; length != 0; --length) {

@@ -25,7 +25,7 @@ TEST_F(KestMode, KnowsThreeValuesByTheirFirstCharacters)
 {
     const struct {
         std::string value;
-        unsigned    mode;
+        unsigned mode;
     } rows[] = {{"FileMode", 1},         {"FileModeXXXXXXXX", 1}, {"FileMode and more", 1}, {"MixedMode", 2},
                 {"MixedMode4711", 2},    {"HWareMode", 3},        {"HWareModeHWareMo", 3},  {"MixedModeMixedMo", 2},
                 {"FileMode\xFF\x01", 1}, {"HWareMode ", 3}};
@@ -127,7 +127,7 @@ TEST_F(KestMode, KeepsHardwareAfterAFailureUntilToldToAskAgain)
 TEST_F(KestMode, NeverAnswersUnknownWhileOthersAskAgain)
 {
     platform.healthy(); // the registry says HWareMode
-    std::atomic<int>         wrong{0};
+    std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (kest_attributeValue value : {1u, 2u, 1u, 2u}) {
         threads.emplace_back([value, &wrong] {

@@ -43,7 +43,7 @@ std::string refusal(const ExpectedSrc& src)
 }
 
 struct KestProcessMsg : PlatformTest {
-    Message    reply{"reply", 0xFFFF, 0xFFFF};
+    Message reply{"reply", 0xFFFF, 0xFFFF};
     ErrlEntry* entry = nullptr;
 
     KestProcessMsg() { kest_forgetMode(); }
@@ -66,7 +66,7 @@ struct KestProcessMsg : PlatformTest {
     {
         Message request("request", 0x1234, type, payload);
         reply.replyFlags = 0xFF;
-        entry            = kestProcessMsg(nullptr, &request, &reply);
+        entry = kestProcessMsg(nullptr, &request, &reply);
         EXPECT_EQ(0x1234, reply.identifier);
         EXPECT_EQ(type, reply.type);
         EXPECT_EQ(payload, request.payload);
@@ -191,7 +191,7 @@ TEST_F(KestProcessMsg, NeedsTheLocationsTerminator)
     for (const std::uint16_t type : {readType, writeType}) {
         for (const std::size_t n : {1u, 5u, 22u, 255u}) {
             const std::string location(n, 'x');
-            const auto        size = static_cast<std::uint32_t>(n + 12);
+            const auto size = static_cast<std::uint32_t>(n + 12);
             refuses(type, join({head(0, 0), text(location)}), messageSrc(0x1325, type, size, size + 1),
                     line("\" %%s,%%d,%%d\", \"kestProcessMsg\", %u, %u)", size, size + 1));
         }
@@ -218,7 +218,7 @@ TEST_F(KestProcessMsg, ReadsAPayloadToItsEndAndNoFurther)
 {
     const struct {
         std::uint16_t type;
-        Bytes         payload;
+        Bytes payload;
     } rows[] = {{readType, join({head(0, 4), terminated("x")})},
                 {readType, join({head(0, 4), terminated("")})},
                 {readType, join({head(0, 4), terminated(std::string(255, 'x'))})},
@@ -263,7 +263,7 @@ TEST_F(KestProcessMsg, LooksAt256CharactersOfALocation)
     // 256 characters fill the field; what follows them is a terminator in one, more text in the other
     for (const char* tail : {"", "A"}) {
         again();
-        const std::string path     = "sim:" + std::string(240, 'x');
+        const std::string path = "sim:" + std::string(240, 'x');
         const std::string location = path + ",L,2C0256,A0";
         ASSERT_EQ(256u, location.size());
         platform.registryAnswers(text("HWareMode")).failsOpen(2);
@@ -413,7 +413,7 @@ TEST_F(KestProcessMsg, TellsAReplyThatCannotHoldTheData)
 Bytes headerOf(std::uint16_t count, std::uint32_t lineNumber)
 {
     const std::uint16_t tag = 0x4644;
-    Bytes               header(4);
+    Bytes header(4);
     std::memcpy(header.data(), &count, 2);
     std::memcpy(header.data() + 2, &tag, 2);
     return join({header, word(0x080C87FA), word(lineNumber)});
@@ -453,7 +453,7 @@ TEST_F(KestProcessMsg, TracesInOrder)
     platform.answersLocation("abc");
     process(locationType, join({word(1), word(0)}));
     const std::vector<std::string> lines = platform.lines();
-    std::vector<std::string>       kinds;
+    std::vector<std::string> kinds;
     for (const std::string& line : lines) {
         if (line.starts_with("trace2")) {
             kinds.emplace_back("binary");

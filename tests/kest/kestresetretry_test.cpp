@@ -13,12 +13,12 @@ namespace
 {
 
 struct KestResetRetry : PlatformTest {
-    mern_t     handle = platform.openHandle();
+    mern_t handle = platform.openHandle();
     ErrlEntry* entry =
         platform.makeEntry({.returnCode = 0x00001312,
                             .srcs = {{.module = 13, .reason = 0x1312, .word1 = 62, .word3 = 8, .subsystem = 0x55}}});
     unsigned int length = 8;
-    Bytes        data   = counting(8);
+    Bytes data = counting(8);
 
     ~KestResetRetry() override { delete entry; }
 
@@ -27,7 +27,7 @@ struct KestResetRetry : PlatformTest {
         delete entry;
         platform.reset();
         handle = platform.openHandle();
-        entry  = platform.makeEntry();
+        entry = platform.makeEntry();
         length = 8;
     }
     void retry(int operation) { kest_wobuResetRetry(handle, entry, &length, data.data(), operation); }

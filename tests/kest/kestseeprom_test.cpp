@@ -23,10 +23,10 @@ constexpr kest_attributeValue fileMode = 3, mixedMode = 5, hardwareMode = 4;
 
 struct KestSeeprom : PlatformTest {
     tavo_deviceaddress address{17, {}};
-    ErrlEntry*         entry  = nullptr;
-    unsigned char*     data   = nullptr;
-    unsigned int       length = 8;
-    const Bytes        bytes  = counting(8, 0x10);
+    ErrlEntry* entry = nullptr;
+    unsigned char* data = nullptr;
+    unsigned int length = 8;
+    const Bytes bytes = counting(8, 0x10);
 
     KestSeeprom()
     {
@@ -41,7 +41,7 @@ struct KestSeeprom : PlatformTest {
     void release()
     {
         delete entry;
-        entry        = nullptr;
+        entry = nullptr;
         void* buffer = data;
         tavo_util_free(&buffer);
         data = nullptr;
@@ -64,11 +64,11 @@ struct KestSeeprom : PlatformTest {
     }
     Platform& hardwareReads() { return platform.opens().configures(3).seeks().reads(bytes).closes(); }
     Platform& hardwareWrites() { return platform.opens().configures(2).seeks().writes().closes(); }
-    Bytes     bytesRead() const { return data == nullptr ? Bytes{} : Bytes(data, data + length); }
-    bool      usedHardware() const { return platform.layerCalls().find("mern_iic_open") != std::string::npos; }
+    Bytes bytesRead() const { return data == nullptr ? Bytes{} : Bytes(data, data + length); }
+    bool usedHardware() const { return platform.layerCalls().find("mern_iic_open") != std::string::npos; }
 };
 
-constexpr char copyRead[]  = "tavo_read_data_persistancy(\"qorn/P3_Root\", 17, null, null, length 8, offset 4)\n";
+constexpr char copyRead[] = "tavo_read_data_persistancy(\"qorn/P3_Root\", 17, null, null, length 8, offset 4)\n";
 constexpr char copyProbe[] = "tavo_read_data_persistancy(\"qorn/P3_Root\", 17, null, null, length 1, offset 0)\n";
 constexpr char copyWrite[] =
     "tavo_write_data_persistancy(\"qorn/P3_Root\", 17, null, 8 bytes: 10 11 12 13 14 15 16 17, offset 4)\n";
@@ -84,7 +84,7 @@ TEST_F(KestSeeprom, TheAttributeSelectsTheMode)
 {
     const struct {
         kest_attributeValue attribute;
-        bool                asksRegistry, readsCopy, readsHardware;
+        bool asksRegistry, readsCopy, readsHardware;
     } rows[] = {{1, true, false, true},  {2, true, false, true},          {3, false, true, false},
                 {5, false, true, true},  {0, false, false, true},         {4, false, false, true},
                 {6, false, false, true}, {0xFFFFFFFF, false, false, true}};
@@ -304,7 +304,7 @@ TEST_F(KestSeeprom, AddsToAnEntryThatTheEngineMadeOnlyAtItsEnd)
 TEST_F(KestSeeprom, RefusesABufferInUse)
 {
     unsigned char taken = 0;
-    data                = &taken;
+    data = &taken;
     read(hardwareMode);
     EXPECT_EQ("\n" + newEntry(1, {6, 0x1307, 0, 0, 0, 0, 0x81, "kestseeprom"}) + returnCode(1, 0x80001307) + callout(1),
               platform.calls());
@@ -316,18 +316,18 @@ TEST_F(KestSeeprom, RefusesABufferInUse)
 
 TEST_F(KestSeeprom, LooksAtTheBufferBeforeTheLength)
 {
-    unsigned char  taken = 0;
-    unsigned char* used  = &taken;
-    entry                = KEST_seepromRead(address, nullptr, 0, nullptr, &used, nullptr);
+    unsigned char taken = 0;
+    unsigned char* used = &taken;
+    entry = KEST_seepromRead(address, nullptr, 0, nullptr, &used, nullptr);
     EXPECT_EQ(0x80001307u, platform.entry(1).returnCode);
 }
 
 TEST_F(KestSeeprom, RefusesAReadWithoutLengthOrBufferPointer)
 {
     const struct {
-        unsigned int*   length;
+        unsigned int* length;
         unsigned char** data;
-        const char*     trace;
+        const char* trace;
     } rows[] = {{nullptr, &data, ", 1, 0)"}, {&length, nullptr, ", 0, 1)"}, {nullptr, nullptr, ", 1, 1)"}};
     for (const auto& row : rows) {
         again();
@@ -426,9 +426,9 @@ TEST_F(KestSeeprom, RefusesAWriteWithoutLengthOrData)
         return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer) & 0xFFFFFFFF);
     };
     const struct {
-        unsigned int*        length;
+        unsigned int* length;
         const unsigned char* data;
-        const char*          trace;
+        const char* trace;
     } rows[] = {{nullptr, bytes.data(), ", 1, 0)"}, {&length, nullptr, ", 0, 1)"}, {nullptr, nullptr, ", 1, 1)"}};
     for (const auto& row : rows) {
         again();

@@ -12,7 +12,7 @@ struct KestSeepromHardwareRead : SeepromEngine {
 
     /// A read of 8 bytes from the start, up to the read itself.
     Platform& opened() { return platform.opens().configures(3); }
-    void      readStart() { transfer("sim:planar,L,2C0256,A0", 0, 8); }
+    void readStart() { transfer("sim:planar,L,2C0256,A0", 0, 8); }
 
     static constexpr char openedLines[] = "\ntavo_malloc(8)\n"
                                           "MernInitialize(0x80000000)\n"
@@ -75,7 +75,7 @@ TEST_F(KestSeepromHardwareRead, LengthZeroIsTheWholeDevice)
 {
     const struct {
         const char* type;
-        unsigned    bytes;
+        unsigned bytes;
     } rows[] = {{"1C0002", 256},   {"2C0032", 4096},  {"2C0064", 8192}, {"2C0128", 16384},
                 {"2C0256", 32768}, {"2C0512", 65536}, {"172", 22016}};
     for (const auto& row : rows) {
@@ -252,7 +252,7 @@ TEST_F(KestSeepromHardwareRead, AFailureThroughAHubTellsTheLayersOwnCount)
     platform.healthy();
     platform.readHandler = [](std::uint8_t* bytes, unsigned size) {
         bytes[0] = 0;
-        errno    = 5;
+        errno = 5;
         return size == 1 ? 1 : -1;
     };
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);
@@ -370,8 +370,8 @@ TEST_F(KestSeepromHardwareRead, NeverAnswersMoreThanTheBufferHolds)
 {
     // a hub's read that succeeds only when it is repeated counts the status byte, too
     platform.healthy();
-    platform.reads(hex("00"));                  // the hub's status before the transfer
-    platform.failsRead(61).capturesFfdc();      // the transfer
+    platform.reads(hex("00")); // the hub's status before the transfer
+    platform.failsRead(61).capturesFfdc(); // the transfer
     platform.reads(hex("04")).reads(hex("00")); // its status: a stuck sub-bus; that of the sub-bus reset
     platform.reads(counting(9)).reads(hex("00"));
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);

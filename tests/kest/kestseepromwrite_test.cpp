@@ -10,7 +10,7 @@ struct KestSeepromHardwareWrite : SeepromEngine {
 
     /// A write of 4 bytes to the start, up to the write itself.
     Platform& opened() { return platform.opens().configures(2); }
-    void      writeStart(const kest_attributeValue* attributes = defaults)
+    void writeStart(const kest_attributeValue* attributes = defaults)
     {
         transfer("sim:planar,L,2C0256,A0", 0, 4, attributes);
     }
@@ -21,7 +21,7 @@ struct KestSeepromHardwareWrite : SeepromEngine {
                                           "timeout 2124, write cycle 15, page 64, "
                                           "flags 0xFFFB0001, busy wait 1000)\n"
                                           "mern_iic_config(h1, 2, 2, 0x190)\n";
-    static constexpr char writeLine[]   = "mern_iic_write(h1, 4 bytes: 00 01 02 03)\n";
+    static constexpr char writeLine[] = "mern_iic_write(h1, 4 bytes: 00 01 02 03)\n";
 
     static std::string timedOut(unsigned moved)
     {

@@ -22,7 +22,7 @@ protected:
         return entry ? platform.entry(entry.get()) : EntryRecord{};
     }
 
-    KEST_thermal_sensor_info   info{};
+    KEST_thermal_sensor_info info{};
     std::unique_ptr<ErrlEntry> entry;
 };
 
@@ -133,7 +133,7 @@ TEST_F(Thermal, NullRecordOrPathIsRefusedAndTheRecordLeftAlone)
 {
     for (const bool withRecord : {false, true}) {
         platform.reset();
-        KEST_thermal_sensor_info         untouched{nullptr, 0x1234, 0x77};
+        KEST_thermal_sensor_info untouched{nullptr, 0x1234, 0x77};
         const std::unique_ptr<ErrlEntry> refused{
             KEST_thermal_sensor_read_temperature_data(withRecord ? &untouched : nullptr)};
         ASSERT_NE(nullptr, refused);

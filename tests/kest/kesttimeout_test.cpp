@@ -9,16 +9,16 @@ using namespace kest;
 namespace
 {
 
-constexpr bool read  = true;
+constexpr bool read = true;
 constexpr bool write = false;
 
 struct Row {
     kest_deviceType type;
-    unsigned        length;
-    bool            read;
+    unsigned length;
+    bool read;
     // speed, write cycle, factor, transfer mode
     kest_attributeValue speed, cycle, factor, mode;
-    std::uint32_t       timeout;
+    std::uint32_t timeout;
 };
 
 using KestTimeout = PlatformTest;
@@ -68,7 +68,7 @@ TEST_F(KestTimeout, OfADirectDevice)
         {KEST_DEV_SEEPROM_32K, 256, read, 400, 15, 10, 1, 12560},
     };
     for (const Row& row : rows) {
-        const kest_deviceAddress  device{0xA0, row.type, 0, nullptr};
+        const kest_deviceAddress device{0xA0, row.type, 0, nullptr};
         const kest_attributeValue attributes[6] = {row.speed, 1, row.cycle, 1, row.factor, row.mode};
         EXPECT_EQ(row.timeout, kest_timeoutCalc(&device, row.length, row.read, attributes))
             << std::hex << row.type << std::dec << " length " << row.length << " speed " << row.speed << " mode "
@@ -81,7 +81,7 @@ TEST_F(KestTimeout, BehindAHubCountsBlocksOf256WhateverTheAttributes)
 {
     kest_deviceAddress device{0xA2, KEST_DEV_SEEPROM_512K, 0, nullptr};
     const struct {
-        unsigned      length;
+        unsigned length;
         std::uint32_t timeout;
     } rows[] = {{0, 1200}, {255, 1200}, {256, 1200}, {511, 1200}, {512, 2400}, {65536, 307200}};
     const kest_attributeValue records[][6] = {{400, 1, 15, 1, 2, 1}, {100, 1, 50, 1, 9, 3}};

@@ -22,19 +22,19 @@ const kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
 /// One wrapper that works on an open handle, described from the outside. Each call moves or says what `layerLine` shows.
 struct Wrapper {
-    const char*   name;
-    unsigned      module;
-    unsigned      deadlockReason;
-    bool          knowsAbsent; ///< ENXIO is told apart
-    unsigned      absentHash;
-    unsigned      otherReason;
-    unsigned      otherHash;
+    const char* name;
+    unsigned module;
+    unsigned deadlockReason;
+    bool knowsAbsent; ///< ENXIO is told apart
+    unsigned absentHash;
+    unsigned otherReason;
+    unsigned otherHash;
     std::uint32_t special2; ///< user data word 2 of EDEADLK and ENXIO
     std::uint32_t other2, other3;
-    std::string   layerLine;
+    std::string layerLine;
 
-    std::function<void(Platform&, int)>       fails;
-    std::function<void(Platform&)>            succeeds;
+    std::function<void(Platform&, int)> fails;
+    std::function<void(Platform&)> succeeds;
     std::function<void(mern_t&, ErrlEntry*&)> call;
 };
 
@@ -72,8 +72,8 @@ std::vector<Wrapper> wrappers()
                    [](Platform& platform, int error) { platform.writesShort(3, error); },
                    [](Platform& platform) { platform.writes(); },
                    [](mern_t& handle, ErrlEntry*& entry) {
-                       const Bytes data   = counting(4);
-                       unsigned    length = 4;
+                       const Bytes data = counting(4);
+                       unsigned length = 4;
                        kest_wobuWrite(handle, entry, &length, data.data());
                    }});
     return all;
@@ -109,7 +109,7 @@ TEST_F(KestWobu, EveryWrapperTellsEveryErrno)
             SCOPED_TRACE(line("%s errno %d", wrapper.name, error));
             platform.reset();
             const Failure expect = failureOf(wrapper, error);
-            mern_t        handle = platform.openHandle();
+            mern_t handle = platform.openHandle();
             wrapper.fails(platform, error);
             platform.capturesFfdc();
             ErrlEntry* entry = nullptr;
@@ -146,8 +146,8 @@ TEST_F(KestWobu, EveryWrapperIsSilentOnSuccess)
 
 TEST_F(KestWobu, AResultAboveZeroIsASuccessWhateverErrnoSays)
 {
-    mern_t        handle  = platform.openHandle();
-    ErrlEntry*    entry   = nullptr;
+    mern_t handle = platform.openHandle();
+    ErrlEntry* entry = nullptr;
     std::uint32_t address = 0xA0;
     platform.failsConfig(5, 1).failsSeek(5, 1).failsClose(5, 1);
     kest_wobuConfig(handle, entry, 2, WOBU_IIC_TARGET, &address, 4);
@@ -164,8 +164,8 @@ TEST_F(KestWobu, EveryWrapperExtendsAnEntryThatIsThere)
             SCOPED_TRACE(line("%s errno %d", wrapper.name, error));
             platform.reset();
             const Failure expect = failureOf(wrapper, error);
-            mern_t        handle = platform.openHandle();
-            ErrlEntry*    entry  = platform.makeEntry();
+            mern_t handle = platform.openHandle();
+            ErrlEntry* entry = platform.makeEntry();
             wrapper.fails(platform, error);
             platform.capturesFfdc(hex("7b 7d"));
             wrapper.call(handle, entry);
@@ -220,8 +220,8 @@ TEST_F(KestWobu, AReadThatMovedAllLeavesTheLength)
 {
     mern_t handle = platform.openHandle();
     platform.reads(counting(16, 9));
-    ErrlEntry* entry  = nullptr;
-    unsigned   length = 16;
+    ErrlEntry* entry = nullptr;
+    unsigned length = 16;
     kest_wobuRead(handle, entry, &length, buffer, 1);
     EXPECT_EQ(nullptr, entry);
     EXPECT_EQ(16u, length);
@@ -232,8 +232,8 @@ TEST_F(KestWobu, ATransferOfNothingIsASuccess)
 {
     mern_t handle = platform.openHandle();
     platform.reads({}).writes();
-    ErrlEntry* entry  = nullptr;
-    unsigned   length = 0;
+    ErrlEntry* entry = nullptr;
+    unsigned length = 0;
     kest_wobuRead(handle, entry, &length, buffer, 1);
     kest_wobuWrite(handle, entry, &length, buffer);
     EXPECT_EQ(nullptr, entry);
@@ -252,8 +252,8 @@ TEST_F(KestWobu, ShortTransfersOfEveryLengthAreFailures)
                 platform.readsShort(counting(moved), 5);
             }
             platform.capturesFfdc();
-            ErrlEntry* entry  = nullptr;
-            unsigned   length = 8;
+            ErrlEntry* entry = nullptr;
+            unsigned length = 8;
             if (write) {
                 kest_wobuWrite(handle, entry, &length, buffer);
             } else {
@@ -264,11 +264,11 @@ TEST_F(KestWobu, ShortTransfersOfEveryLengthAreFailures)
             // the read tells the length asked for, the write tells the count twice
             EXPECT_EQ(
                 (write
-                     ? Src{.module    = 18,
-                           .reason    = 0x1314,
-                           .word1     = 5,
-                           .word2     = moved,
-                           .word3     = moved,
+                     ? Src{.module = 18,
+                           .reason = 0x1314,
+                           .word1 = 5,
+                           .word2 = moved,
+                           .word3 = moved,
                            .subsystem = 0x55}
                      : Src{.module = 13, .reason = 0x1312, .word1 = 5, .word2 = moved, .word3 = 8, .subsystem = 0x55}),
                 platform.entry(1).srcs.at(0));
@@ -280,9 +280,9 @@ TEST_F(KestWobu, AbsentDeviceKeepsTheAskedLengthOfAReadAndTheCountOfAWrite)
 {
     mern_t handle = platform.openHandle();
     platform.readsShort(counting(2), 6).capturesFfdc().writesShort(1, 6).capturesFfdc();
-    ErrlEntry* readEntry  = nullptr;
+    ErrlEntry* readEntry = nullptr;
     ErrlEntry* writeEntry = nullptr;
-    unsigned   length     = 8;
+    unsigned length = 8;
     kest_wobuRead(handle, readEntry, &length, buffer, 1);
     EXPECT_EQ(2u, length);
     length = 8;
@@ -300,8 +300,8 @@ TEST_F(KestWobu, ANegativeCountIsAFailureWhateverTheLengthAsked)
 {
     mern_t handle = platform.openHandle();
     platform.writesShort(-1, 5).capturesFfdc();
-    ErrlEntry* entry  = nullptr;
-    unsigned   length = 4;
+    ErrlEntry* entry = nullptr;
+    unsigned length = 4;
     kest_wobuWrite(handle, entry, &length, buffer);
     const std::unique_ptr<ErrlEntry> owner{entry};
     EXPECT_EQ(0xFFFFFFFFu, length);
@@ -323,8 +323,8 @@ TEST_F(KestWobu, SeekPassesLargePositionsOn)
 // --- detect state after a failed read ---------------------------------------------------------------------------------------------
 
 struct KestWobuStatus : PlatformTest {
-    mern_t     handle = platform.openHandle();
-    ErrlEntry* entry  = nullptr;
+    mern_t handle = platform.openHandle();
+    ErrlEntry* entry = nullptr;
 
     ~KestWobuStatus() override { delete entry; }
 
@@ -437,7 +437,7 @@ TEST_F(KestWobuStatus, ThatEndsInADeadlockAddsNothing)
 // --- open -------------------------------------------------------------------------------------------------------------------------
 
 struct KestWobuOpen : PlatformTest {
-    mern_t     handle{};
+    mern_t handle{};
     ErrlEntry* entry = nullptr;
 
     ~KestWobuOpen() override { delete entry; }
@@ -461,7 +461,7 @@ TEST_F(KestWobuOpen, TellsEveryErrno)
         platform.failsOpen(error);
         kest_wobuOpen(handle, entry, "sim:planar", "L");
 
-        const auto  word1 = static_cast<std::uint32_t>(error);
+        const auto word1 = static_cast<std::uint32_t>(error);
         std::string trace = line("\ntrace(0x314864B7, \" %%s,%%d\", \"kest_wobuOpen\", %d)\n", error);
         std::string calls = "\nMernInitialize(0x80000000)\nmern_iic_open(node -1, \"sim:planar\", 0x1002)\n";
         if (error == 19) {
@@ -530,7 +530,7 @@ TEST_F(KestWobuOpen, KnowsTenNodeNames)
 {
     const struct {
         const char* name;
-        NodeType    number;
+        NodeType number;
     } names[] = {{"L", -1}, {"l", -1}, {"0", 0}, {"1", 1}, {"2", 2}, {"3", 3}, {"4", 4}, {"5", 5}, {"6", 6}, {"7", 7}};
     for (const auto& row : names) {
         NodeType node = 99;
@@ -592,7 +592,7 @@ TEST_F(KestWobu, BlockFollowsTheTypeOfASingleDevice)
     // speed, address, offset bytes, time-out of a 256-byte read, write cycle, page, flags, busy wait
     const struct {
         kest_deviceType type;
-        const char*     block;
+        const char* block;
     } rows[] = {
         {KEST_DEV_SEEPROM_2K, "400 A2 1 2512 15 8 FFFB0001 1000"},
         {KEST_DEV_SEEPROM_32K, "400 A2 2 2512 15 32 FFFB0001 1000"},
@@ -614,10 +614,10 @@ TEST_F(KestWobu, BlockFollowsTheTypeOfASingleDevice)
         EXPECT_EQ(row.block, blockOf(device, 256, true, defaults, 0)) << std::hex << row.type;
         // transfer mode 2 sets no flag, and takes the mere block time
         const kest_attributeValue plain[6] = {400, 1, 15, 1, 1, 2};
-        std::string               unflagged{row.block};
+        std::string unflagged{row.block};
         for (const auto& [from, to] : {std::pair{"2512", "128"}, std::pair{"0001 1000", "0000 1000"}}) {
             const std::size_t at = unflagged.find(from);
-            unflagged            = at == std::string::npos ? unflagged : unflagged.replace(at, std::strlen(from), to);
+            unflagged = at == std::string::npos ? unflagged : unflagged.replace(at, std::strlen(from), to);
         }
         EXPECT_EQ(unflagged, blockOf(device, 256, true, plain, 0)) << std::hex << row.type;
     }
@@ -662,7 +662,7 @@ TEST_F(KestWobu, BlockFlagsFollowTheTransferMode)
     const kest_deviceAddress device{0xA0, KEST_DEV_9552, 0, nullptr};
     const struct {
         kest_attributeValue mode;
-        const char*         block;
+        const char* block;
     } rows[] = {{1, "400 A0 0 20000 0 0 FFFF0001 1000"},
                 {2, "400 A0 0 20000 0 0 FFFF0000 1000"},
                 {3, "400 A0 0 20000 0 0 FFFF0002 1000"},

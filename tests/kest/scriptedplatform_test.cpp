@@ -25,9 +25,9 @@ protected:
 };
 
 // The failure macros take statements that see no local names.
-Platform&  it() { return Platform::instance(); }
-mern_t     handle;
-void*      buffer;
+Platform& it() { return Platform::instance(); }
+mern_t handle;
+void* buffer;
 ErrlEntry* entry;
 
 TEST_F(ScriptedPlatform, FailsOnACallThatIsNotExpected)
@@ -77,7 +77,7 @@ TEST_F(ScriptedPlatform, FailsOnAHandleItNeverGave)
     handle = platform.openHandle();
     ++handle.words[1];
     EXPECT_NONFATAL_FAILURE(mern_iic_reset(handle, 1), "mern_iic_reset(unknown handle, 1): not a handle");
-    handle          = MERN_INVALID;
+    handle = MERN_INVALID;
     handle.words[5] = 7;
     EXPECT_NONFATAL_FAILURE(mern_iic_reset(handle, 1), "mern_iic_reset(invalid handle, 1): not a handle");
 }
@@ -155,7 +155,7 @@ TEST_F(ScriptedPlatform, FailsOnAnEntryThatWasNotMade)
 TEST_F(ScriptedPlatform, AnswersWithErrno)
 {
     handle = platform.openHandle();
-    errno  = 0;
+    errno = 0;
     platform.failsSeek(ENXIO).seeks().readsShort(hex("aa bb"), 0);
     EXPECT_EQ(-1, mern_iic_seek(handle, 1, 0));
     EXPECT_EQ(ENXIO, errno);
@@ -191,7 +191,7 @@ TEST_F(ScriptedPlatform, FailsTheNthCall)
 TEST_F(ScriptedPlatform, CountsLocks)
 {
     platform.opens().configures(3).closes();
-    mern_t        open    = mern_iic_open(MernNode(), "p", 0x1002);
+    mern_t open = mern_iic_open(MernNode(), "p", 0x1002);
     std::uint16_t lock[4] = {0, 0x80, 0, 0};
     mern_iic_config(open, 2, WOBU_IIC_LOCK, lock, 8);
     EXPECT_EQ(1, platform.heldLocks());
@@ -212,8 +212,8 @@ TEST_F(ScriptedPlatform, LinesShowWordsOnEveryMachineAlike)
     std::uint32_t speed = 400;
     mern_iic_config(handle, 2, WOBU_IIC_SPEED, &speed, 4);
     std::uint8_t block[44] = {};
-    const auto   put16     = [&block](std::size_t at, std::uint16_t value) { std::memcpy(block + at, &value, 2); };
-    const auto   put32     = [&block](std::size_t at, std::uint32_t value) { std::memcpy(block + at, &value, 4); };
+    const auto put16 = [&block](std::size_t at, std::uint16_t value) { std::memcpy(block + at, &value, 2); };
+    const auto put32 = [&block](std::size_t at, std::uint32_t value) { std::memcpy(block + at, &value, 4); };
     put16(0, 400);
     put16(2, 0xA0);
     put16(4, 2);
@@ -265,12 +265,12 @@ entry1.addUsrDtls(100 bytes: 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 
 
 TEST_F(ScriptedPlatform, AnEntryCanTakeOverAnothers)
 {
-    entry             = platform.makeEntry({.returnCode = 0x1234, .srcs = {{.module = 7, .reason = 0x77}}});
+    entry = platform.makeEntry({.returnCode = 0x1234, .srcs = {{.module = 7, .reason = 0x77}}});
     ErrlEntry* target = platform.makeEntry();
-    *target           = *entry;
+    *target = *entry;
     EXPECT_EQ(entry->plid(), target->plid());
     EXPECT_EQ(0x1234U, target->getRC());
-    unsigned int               count = 0;
+    unsigned int count = 0;
     const std::uint32_t* const words = target->getSRC(0)->getHexData(count);
     EXPECT_EQ(8U, count);
     EXPECT_EQ(0x77U, words[2]);
@@ -299,7 +299,7 @@ trace(0x1234ABCD, " %s,%d,%x,%4x,%u,%X,%s,%c,%ld,%p", "f", -1, 0xFF, 0x10, 40000
 
 TEST_F(ScriptedPlatform, MessagesKeepTheirData)
 {
-    Message            message{"reply", 0x1234, 0x8001, hex("01 02")};
+    Message message{"reply", 0x1234, 0x8001, hex("01 02")};
     const NetcMessage& seen = message;
     EXPECT_EQ(2U, seen.dataSize());
     EXPECT_EQ(1, seen.dataPointer()[0]);

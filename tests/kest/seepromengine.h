@@ -29,19 +29,19 @@ inline tavo_deviceaddress deviceAt(const std::string& location, std::uint32_t nu
 
 struct EngineFacts {
     const char* name;
-    unsigned    module;
-    unsigned    hubMark, openMark, blockMark, speedMark, seekMark, retryMark, transferMark, closeMark;
+    unsigned module;
+    unsigned hubMark, openMark, blockMark, speedMark, seekMark, retryMark, transferMark, closeMark;
 };
 constexpr EngineFacts readFacts{"kest_seepromHardwareRead", 15, 609, 633, 652, 670, 708, 744, 751, 770};
 constexpr EngineFacts writeFacts{"kest_seepromHardwareWrite", 17, 1327, 1348, 1367, 1385, 1400, 1435, 1441, 1470};
 
 /// One step of the transfer: the line it leaves, how it is scripted, and how its failure is told.
 struct Step {
-    std::string                         line;
-    std::function<void(Platform&)>      succeeds;
+    std::string line;
+    std::function<void(Platform&)> succeeds;
     std::function<void(Platform&, int)> fails; ///< none: it cannot leave an entry
-    unsigned                            mark = 0;
-    LayerCall                           call = {};
+    unsigned mark = 0;
+    LayerCall call = {};
 };
 
 class SeepromEngine : public PlatformTest
@@ -55,7 +55,7 @@ protected:
                   const kest_attributeValue* attributes = defaults)
     {
         const tavo_deviceaddress address = deviceAt(location, 0x11);
-        length                           = lengthWanted;
+        length = lengthWanted;
         if (reads) {
             kest_seepromHardwareRead(error, address, offset, &length, &data, attributes);
         } else {
@@ -67,7 +67,7 @@ protected:
     void release()
     {
         delete error;
-        error        = nullptr;
+        error = nullptr;
         void* buffer = data;
         tavo_util_free(&buffer);
         data = nullptr;
@@ -140,7 +140,7 @@ protected:
 
     std::string openFailureLines(int error) const
     {
-        const auto  word1 = static_cast<std::uint32_t>(error);
+        const auto word1 = static_cast<std::uint32_t>(error);
         std::string lines;
         if (error == 19) {
             lines = newEntry(1, {11, 0x130B, word1, 0, 0, 0, 0x81}) + returnCode(1, 0x8000130B) + callout(1);
@@ -149,7 +149,7 @@ protected:
                 newEntry(1, {11, 0x1311, word1, 0, 0, 0, 0x55}) + returnCode(1, 0x40001311) + callout(1) + callout(1);
         } else {
             const bool software = blamesSoftware(error);
-            lines               = newEntry(1, {11, 0x130C, word1, 0, 0, 0, software ? 0x81u : 0x55u}) +
+            lines = newEntry(1, {11, 0x130C, word1, 0, 0, 0, software ? 0x81u : 0x55u}) +
                     returnCode(1, software ? 0x8000130C : 0x0000130C) + callout(1);
         }
         return lines + "entry1.addUsrDtls(\"sim:planar\", 0x1300, 1, 5)\n";
@@ -172,8 +172,8 @@ protected:
                 SCOPED_TRACE(line("step %u errno %d", static_cast<unsigned>(failing), errorNumber));
                 again();
                 const Failure failed = failure(all[failing].call, errorNumber);
-                const bool    goesOn = !isOpen && failed.committed;
-                std::string   expect = "\n" + mallocLine(32);
+                const bool goesOn = !isOpen && failed.committed;
+                std::string expect = "\n" + mallocLine(32);
                 for (std::size_t at = 0; at < all.size() && (at <= failing || goesOn); ++at) {
                     expect += all[at].line;
                     if (at != failing) {
@@ -248,7 +248,7 @@ protected:
     void refusesTextsNotUnderstood()
     {
         const std::string entry = "entry1.addUsrDtls(";
-        const std::string text  = ", 0x1300, 1, 7)\n";
+        const std::string text = ", 0x1300, 1, 7)\n";
         refuses("sim:planar", 0x1315, 0, entry + "\"sim:planar\"" + text);
         refuses("sim:planar,L", 0x1315, 0, entry + "\"sim:planar,L\"" + text);
         refuses("sim:planar,L,123,A0", 0x1315, 0, entry + "\"sim:planar,L,123\"" + text);
@@ -308,8 +308,8 @@ protected:
     void closeFailuresStayBehind()
     {
         const struct {
-            int           error;
-            unsigned      subsystem;
+            int error;
+            unsigned subsystem;
             std::uint32_t returnCode;
         } rows[] = {{5, 0x55, 0x00001317}, {6, 0x55, 0x00001317}, {19, 0x81, 0x80001317}};
         for (const auto& row : rows) {
@@ -441,12 +441,12 @@ protected:
         }
     }
 
-    const bool         reads;
+    const bool reads;
     const EngineFacts& facts;
-    ErrlEntry*         error  = nullptr;
-    unsigned char*     data   = nullptr;
-    unsigned int       length = 0;
-    Bytes              written;
+    ErrlEntry* error = nullptr;
+    unsigned char* data = nullptr;
+    unsigned int length = 0;
+    Bytes written;
 };
 
 } // namespace seepromengine

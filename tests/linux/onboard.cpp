@@ -51,8 +51,8 @@ bytes pattern(std::size_t length, unsigned int seed)
 }
 
 struct answer {
-    int         result;
-    int         error;
+    int result;
+    int error;
     std::string text() const { return "result " + std::to_string(result) + ", errno " + std::to_string(error); }
 };
 
@@ -61,10 +61,10 @@ class device
 public:
     device(const std::string& bus, std::uint16_t address, std::uint16_t offsetLength, std::uint32_t page)
     {
-        const MernNode      local;
-        const std::uint16_t cycleMs    = offsetLength == 0 ? 0 : 5;
+        const MernNode local;
+        const std::uint16_t cycleMs = offsetLength == 0 ? 0 : 5;
         const std::uint32_t busyWaitMs = 1000;
-        std::uint8_t        block[44]{};
+        std::uint8_t block[44]{};
         std::memcpy(block + 2, &address, sizeof address);
         std::memcpy(block + 4, &offsetLength, sizeof offsetLength);
         std::memcpy(block + 20, &cycleMs, sizeof cycleMs);
@@ -73,14 +73,14 @@ public:
         m_handle = mern_iic_open(local, bus.c_str(), 0x1002);
         mern_iic_config(m_handle, 2, WOBU_IIC_BLOCK, block, sizeof block);
     }
-    device(const device&)            = delete;
+    device(const device&) = delete;
     device& operator=(const device&) = delete;
     ~device() { mern_iic_close(m_handle); }
 
     answer read(long position, bytes& data)
     {
         mern_iic_seek(m_handle, position, 0);
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_read(m_handle, data.data(), static_cast<unsigned int>(data.size()));
         return {result, errno};
     }
@@ -92,7 +92,7 @@ public:
     answer write(long position, const bytes& data)
     {
         mern_iic_seek(m_handle, position, 0);
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_write(m_handle, data.data(), static_cast<unsigned int>(data.size()));
         return {result, errno};
     }
@@ -105,19 +105,19 @@ public:
     int lock(std::uint8_t address)
     {
         std::uint8_t record[8] = {0, 2, 0, address, 0, 0, 0, 50};
-        errno                  = 0;
+        errno = 0;
         return mern_iic_config(m_handle, 2, WOBU_IIC_LOCK, record, sizeof record) == 0 ? 0 : errno;
     }
     answer reset()
     {
-        errno            = 0;
+        errno = 0;
         const int result = mern_iic_reset(m_handle, 1);
         return {result, errno};
     }
     std::string firstFailure()
     {
-        void*       data = nullptr;
-        const int   size = mern_iic_ffdc_extract(m_handle, 0, &data);
+        void* data = nullptr;
+        const int size = mern_iic_ffdc_extract(m_handle, 0, &data);
         std::string text = size > 0 ? std::string(static_cast<const char*>(data), static_cast<std::size_t>(size)) : "";
         tavo_util_free(&data);
         mern_iic_ffdc_unlock(m_handle, 0);
@@ -136,12 +136,12 @@ bytes fileBytes(const std::string& path)
 
 void checkEeprom(const std::string& bus)
 {
-    device      chip(bus, 0xA0, 2, 64);
+    device chip(bus, 0xA0, 2, 64);
     const bytes whole = chip.readAll(0, 32768);
     std::ofstream("/whole.bin", std::ios::binary)
         .write(reinterpret_cast<const char*>(whole.data()), static_cast<std::streamsize>(whole.size()));
     check("eeprom: whole read", whole.size() == 32768);
-    const bytes  data  = pattern(200, 17);
+    const bytes data = pattern(200, 17);
     const answer wrote = chip.write(0xFE, data);
     check("eeprom: write across pages", wrote.result == 200, wrote.text());
     check("eeprom: reads back", chip.readAll(0xFE, 200) == data);
@@ -151,26 +151,26 @@ void checkEeprom(const std::string& bus)
 void checkAgainstDriver(const std::string& bus, const std::string& number)
 {
     const std::string driver = "/sys/bus/i2c/devices/" + number + "-0054/eeprom";
-    device            chip(bus, 0xA8, 2, 64);
+    device chip(bus, 0xA8, 2, 64);
     check("at24: the driver has the chip", std::filesystem::exists(driver));
     check("at24: both read the same", chip.readAll(0, 32768) == fileBytes(driver));
     const answer wrote = chip.write(1000, pattern(300, 40));
-    const bytes  seen  = fileBytes(driver);
+    const bytes seen = fileBytes(driver);
     check("at24: the driver reads what the layer wrote",
           wrote.result == 300 && seen.size() == 32768 &&
               std::ranges::equal(pattern(300, 40), std::span(seen).subspan(1000, 300)),
           wrote.text());
-    const bytes theirs     = pattern(90, 99);
-    const int   descriptor = open(driver.c_str(), O_WRONLY);
-    const bool  sent = pwrite(descriptor, theirs.data(), theirs.size(), 5000) == static_cast<ssize_t>(theirs.size());
+    const bytes theirs = pattern(90, 99);
+    const int descriptor = open(driver.c_str(), O_WRONLY);
+    const bool sent = pwrite(descriptor, theirs.data(), theirs.size(), 5000) == static_cast<ssize_t>(theirs.size());
     close(descriptor);
     check("at24: the layer reads what the driver wrote", sent && chip.readAll(5000, 90) == theirs);
 }
 
 void checkLedDriver(const std::string& bus)
 {
-    device       plain(bus, 0xC0, 0, 0);
-    device       registers(bus, 0xC0, 1, 0);
+    device plain(bus, 0xC0, 0, 0);
+    device registers(bus, 0xC0, 1, 0);
     const answer wrote = plain.write(0, {0x02, 0x4B}); // a prescaler
     check("pca9552: plain write", wrote.result == 2, wrote.text());
     const answer pointed = plain.write(0, {0x02});
@@ -186,14 +186,14 @@ void checkLedDriver(const std::string& bus)
 void checkSensor(const std::string& bus, const std::string& number)
 {
     const std::string folder = "/sys/bus/i2c/devices/" + number + "-0049/hwmon";
-    long              theirs = -1;
-    std::error_code   problem;
+    long theirs = -1;
+    std::error_code problem;
     for (const auto& entry : std::filesystem::directory_iterator(folder, problem)) {
         std::ifstream(entry.path() / "temp1_input") >> theirs;
     }
-    device      sensor(bus, 0x90, 1, 0);
-    const bytes raw  = sensor.readAll(0, 2);
-    const long  ours = raw.size() == 2 ? static_cast<std::int16_t>(raw[0] << 8 | raw[1]) * 1000 / 256 : -2;
+    device sensor(bus, 0x90, 1, 0);
+    const bytes raw = sensor.readAll(0, 2);
+    const long ours = raw.size() == 2 ? static_cast<std::int16_t>(raw[0] << 8 | raw[1]) * 1000 / 256 : -2;
     check("sensor: the temperature that the board was given", ours == 25500, std::to_string(ours) + " millidegrees");
     check("sensor: its twin's driver says the same", theirs == ours, std::to_string(theirs));
 }
@@ -201,7 +201,7 @@ void checkSensor(const std::string& bus, const std::string& number)
 void checkErrors(const std::string& bus, int missing, std::uint32_t missingState)
 {
     device absent(bus, 0xAE, 2, 64);
-    bytes  data(4);
+    bytes data(4);
     answer result = absent.read(0, data);
     check("missing device: errno of a read", result.result == 0 && result.error == missing, result.text());
     const std::string record = absent.firstFailure();
@@ -225,7 +225,7 @@ void checkErrors(const std::string& bus, int missing, std::uint32_t missingState
     check("reset", result.result == 0, result.text());
     check("usable after the reset", direct.readAll(0, 4).size() == 4);
     const MernNode local;
-    errno         = 0;
+    errno = 0;
     mern_t handle = mern_iic_open(local, "/dev/i2c-99@A0", 0x1002);
     check("no such bus", std::memcmp(&handle, &MERN_INVALID, sizeof handle) == 0 && errno == ENOENT,
           std::to_string(errno));
@@ -243,8 +243,8 @@ void checkLocks(const std::string& bus)
 void checkScan(const std::string& bus)
 {
     using kest::host::iic::presence;
-    int         error = 0;
-    const auto  wires = kest::host::iic::toolBus::open(bus, -1, error);
+    int error = 0;
+    const auto wires = kest::host::iic::toolBus::open(bus, -1, error);
     std::string found;
     for (const auto& each : wires->scan()) {
         char text[16];
@@ -264,9 +264,9 @@ int main(int count, char** arguments)
         std::fprintf(stderr, "usage: onboard BUS ENXIO|ETIME STATE\n");
         return 2;
     }
-    const std::string number  = arguments[1];
-    const std::string bus     = "/dev/i2c-" + number;
-    const int         missing = std::string(arguments[2]) == "ETIME" ? ETIME : ENXIO;
+    const std::string number = arguments[1];
+    const std::string bus = "/dev/i2c-" + number;
+    const int missing = std::string(arguments[2]) == "ETIME" ? ETIME : ENXIO;
     checkEeprom(bus);
     checkAgainstDriver(bus, number);
     checkLedDriver(bus);

@@ -14,9 +14,9 @@
 // The linker leads the calls of malloc() and free() in what it links to these; shared libraries keep their own.
 extern "C" {
 void* __real_malloc(std::size_t bytes) noexcept; // NOLINT: the linker's names
-void  __real_free(void* block) noexcept;         // NOLINT
+void __real_free(void* block) noexcept; // NOLINT
 void* __wrap_malloc(std::size_t bytes) noexcept; // NOLINT
-void  __wrap_free(void* block) noexcept;         // NOLINT
+void __wrap_free(void* block) noexcept; // NOLINT
 }
 
 namespace scripted
@@ -26,26 +26,26 @@ namespace
 
 enum class Source {
     single, ///< new
-    array,  ///< new[]
-    plain   ///< malloc()
+    array, ///< new[]
+    plain ///< malloc()
 };
 
 constexpr const char* releaseNames[] = {"delete", "delete[]", "free()"};
-constexpr const char* sourceNames[]  = {"new", "new[]", "malloc()"};
+constexpr const char* sourceNames[] = {"new", "new[]", "malloc()"};
 
-constexpr int         fill       = 0xA5; ///< of a fresh block, and of the bytes behind its end
+constexpr int fill = 0xA5; ///< of a fresh block, and of the bytes behind its end
 constexpr std::size_t guardBytes = 16;
 
 struct Block {
-    Source      kind;
+    Source kind;
     std::size_t bytes;
 };
 
 struct Allocations {
-    std::mutex               mutex;
-    std::map<void*, Block>   blocks;
+    std::mutex mutex;
+    std::map<void*, Block> blocks;
     std::vector<std::string> errors;
-    int                      failAfter = 0;
+    int failAfter = 0;
 };
 
 /// Never destroyed: blocks are released after main, too.
@@ -55,12 +55,12 @@ Allocations& allocations()
     return *instance;
 }
 
-std::atomic<int>  tracked{0};
+std::atomic<int> tracked{0};
 thread_local bool busy = false; ///< the bookkeeping allocates itself
 
 void* allocate(std::size_t bytes, Source kind)
 {
-    Allocations&           all = allocations();
+    Allocations& all = allocations();
     const std::scoped_lock lock{all.mutex};
     if (all.failAfter > 0 && --all.failAfter == 0) {
         return nullptr;
@@ -73,9 +73,9 @@ void* allocate(std::size_t bytes, Source kind)
     void* const block = __real_malloc(bytes + guardBytes);
     if (block != nullptr) {
         std::memset(block, fill, bytes + guardBytes);
-        busy              = true;
+        busy = true;
         all.blocks[block] = {kind, bytes};
-        busy              = false;
+        busy = false;
         ++tracked;
     }
 #endif
@@ -98,9 +98,9 @@ void checkRelease(Allocations& all, const void* start, const Block& block, Sourc
 void release(void* block, Source by) noexcept
 {
     if (block != nullptr && tracked.load() > 0 && !busy) {
-        Allocations&           all = allocations();
+        Allocations& all = allocations();
         const std::scoped_lock lock{all.mutex};
-        busy             = true;
+        busy = true;
         const auto found = all.blocks.find(block);
         if (found != all.blocks.end()) {
             checkRelease(all, block, found->second, by);
@@ -119,13 +119,13 @@ int trackedAllocations() { return tracked.load(); }
 
 void forgetAllocations()
 {
-    Allocations&           all = allocations();
+    Allocations& all = allocations();
     const std::scoped_lock lock{all.mutex};
     busy = true;
     all.blocks.clear();
     all.errors.clear();
-    busy          = false;
-    tracked       = 0;
+    busy = false;
+    tracked = 0;
     all.failAfter = 0;
 }
 

@@ -7,16 +7,16 @@
 using namespace scripted;
 
 struct SrciSrc::State {
-    Src                          src;
+    Src src;
     std::array<std::uint32_t, 8> words;
-    unsigned                     count;
-    int                          entry, index;
+    unsigned count;
+    int entry, index;
 };
 
 struct ErrlEntry::State {
-    std::shared_ptr<EntryRecord>                    record;
+    std::shared_ptr<EntryRecord> record;
     mutable std::map<int, std::unique_ptr<SrciSrc>> srcs; ///< those asked for
-    std::string                                     name() const { return "entry" + std::to_string(record->number); }
+    std::string name() const { return "entry" + std::to_string(record->number); }
 };
 
 namespace
@@ -47,23 +47,23 @@ ErrlBase::~ErrlBase() = default;
 
 void* ErrlBase::operator new(std::size_t bytes) noexcept
 {
-    Platform::Impl&        platform = scripted::state();
+    Platform::Impl& platform = scripted::state();
     const std::scoped_lock lock{platform.mutex};
     errno = staleErrno;
     if (platform.entryFault.strikes()) {
         platform.write(kindEntry, "no memory for an entry");
         return nullptr;
     }
-    void* const memory           = ::operator new(bytes);
+    void* const memory = ::operator new(bytes);
     platform.entryMemory[memory] = true;
     return memory;
 }
 
 void ErrlBase::operator delete(void* object) noexcept
 {
-    Platform::Impl&        platform = scripted::state();
+    Platform::Impl& platform = scripted::state();
     const std::scoped_lock lock{platform.mutex};
-    const auto             found = platform.entryMemory.find(object);
+    const auto found = platform.entryMemory.find(object);
     if (object == nullptr) {
         return;
     }
@@ -92,18 +92,18 @@ ErrlEntry::ErrlEntry(unsigned short component, errlSeverity severity, errlEventT
                      epubSubSystem subsystem, srciTermState termState)
     : m_state(new State)
 {
-    Platform::Impl&        platform = scripted::state();
+    Platform::Impl& platform = scripted::state();
     const std::scoped_lock lock{platform.mutex};
-    m_state->record     = std::make_shared<EntryRecord>();
+    m_state->record = std::make_shared<EntryRecord>();
     EntryRecord& record = *m_state->record;
     platform.entries.push_back(m_state->record);
-    record.number     = static_cast<int>(platform.entries.size());
+    record.number = static_cast<int>(platform.entries.size());
     record.byPlatform = platform.quiet;
-    record.creator    = component;
-    record.plid       = 0x50000000U + static_cast<std::uint32_t>(record.number);
-    record.severity   = severity;
-    record.eventType  = eventType;
-    record.termState  = termState;
+    record.creator = component;
+    record.plid = 0x50000000U + static_cast<std::uint32_t>(record.number);
+    record.severity = severity;
+    record.eventType = eventType;
+    record.termState = termState;
     record.srcs.push_back(
         {module, reason, word1, word2, word3, word4, subsystem, component, type, srcFlags, serviceCode});
     note(*m_state,
@@ -115,7 +115,7 @@ ErrlEntry::ErrlEntry(unsigned short component, errlSeverity severity, errlEventT
 
 ErrlEntry::~ErrlEntry()
 {
-    Platform::Impl&        platform = scripted::state();
+    Platform::Impl& platform = scripted::state();
     const std::scoped_lock lock{platform.mutex};
     platform.write(kindEntry, "delete " + m_state->name());
     m_state->record->deleted = true;
@@ -126,12 +126,12 @@ ErrlEntry::~ErrlEntry()
 ErrlEntry& ErrlEntry::operator=(const ErrlEntry& other)
 {
     if (this != &other) {
-        EntryRecord& record     = *m_state->record;
-        const int    number     = record.number;
-        const bool   byPlatform = record.byPlatform;
-        record                  = *other.m_state->record;
-        record.number           = number;
-        record.byPlatform       = byPlatform;
+        EntryRecord& record = *m_state->record;
+        const int number = record.number;
+        const bool byPlatform = record.byPlatform;
+        record = *other.m_state->record;
+        record.number = number;
+        record.byPlatform = byPlatform;
         m_state->srcs.clear();
     }
     note(*m_state, " = copy of " + other.m_state->name());
@@ -151,7 +151,7 @@ void ErrlEntry::addSRC(unsigned short component, srciType type, unsigned int src
 
 void ErrlEntry::addSRC(unsigned short creator, const SrciSrc& src)
 {
-    Src added       = src.m_state->src;
+    Src added = src.m_state->src;
     added.component = creator;
     m_state->record->srcs.push_back(added);
     note(*m_state, ".addSRC" + join({hexText(creator), "SRC " + std::to_string(src.m_state->index) + " of entry" +
@@ -168,7 +168,7 @@ void ErrlEntry::addUsrDtls(const void* data, unsigned short length, unsigned sho
                            unsigned char subsection)
 {
     const auto* const bytes = static_cast<const std::uint8_t*>(data);
-    Bytes             copy(bytes, bytes + length);
+    Bytes copy(bytes, bytes + length);
     note(*m_state, ".addUsrDtls" + join({detailsText(copy, subsection), hexText(component), std::to_string(version),
                                          std::to_string(subsection)}));
     m_state->record->userDetails.push_back({component, version, subsection, std::move(copy)});
@@ -222,10 +222,10 @@ const SrciSrc* ErrlEntry::getSRC(unsigned short index) const
     std::unique_ptr<SrciSrc>& made = m_state->srcs[index];
     if (!made) {
         const Src& src = record.srcs[index];
-        made           = std::make_unique<SrciSrc>(
+        made = std::make_unique<SrciSrc>(
             new SrciSrc::State{src,
                                {(src.type << 16) | src.serviceCode, (std::uint32_t{src.component} << 16) | src.module,
-                                          src.reason, src.subsystem, src.word1, src.word2, src.word3, src.word4},
+                                src.reason, src.subsystem, src.word1, src.word2, src.word3, src.word4},
                                record.wordCount,
                                record.number,
                                index});
@@ -257,16 +257,16 @@ namespace scripted
 ErrlEntry* Platform::Impl::entryOf(const EntryShape& wanted)
 {
     const std::scoped_lock lock{mutex};
-    quiet           = true;
+    quiet = true;
     const Src first = wanted.srcs.empty() ? Src{} : wanted.srcs.front();
     auto* entry = new ErrlEntry(wanted.creator, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
                                 first.module, SERVICE_CODE_KEST, first.reason, first.word1, first.word2, first.word3,
                                 first.word4, EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
-    quiet       = false;
+    quiet = false;
     EntryRecord& record = *entries.back();
-    record.srcs         = wanted.srcs;
-    record.returnCode   = wanted.returnCode;
-    record.wordCount    = wanted.wordCount;
+    record.srcs = wanted.srcs;
+    record.returnCode = wanted.returnCode;
+    record.wordCount = wanted.wordCount;
     return entry;
 }
 

@@ -22,9 +22,9 @@ mern_t ticket(std::uint32_t number) { return {{handleMark | number, ~number, 3 *
 /// The handle's number; 0 when it was never given out.
 std::uint32_t numberOf(const mern_t& handle)
 {
-    const std::uint32_t number   = handle.words[5];
-    const mern_t        expected = ticket(number);
-    const bool          known    = std::ranges::equal(handle.words, expected.words) && state().handles.contains(number);
+    const std::uint32_t number = handle.words[5];
+    const mern_t expected = ticket(number);
+    const bool known = std::ranges::equal(handle.words, expected.words) && state().handles.contains(number);
     return known ? number : 0;
 }
 
@@ -41,7 +41,7 @@ std::optional<Answer> callOn(const mern_t& handle, Operation operation, const st
     Platform::Impl& platform = state();
     platform.write(kindLayer, call);
     const std::uint32_t number = numberOf(handle);
-    const int           failed =
+    const int failed =
         operation == opRead || operation == opWrite ? 0 : -1; // the layer never answers -1 for a transfer
     result = failed;
     if (number == 0 || platform.handles[number].closed) {
@@ -154,9 +154,9 @@ std::string pointerText(const void* pointer) { return pointer == nullptr ? "null
 
 } // namespace
 
-MernNode::MernNode()                      = default;
+MernNode::MernNode() = default;
 MernNode::MernNode(const MernNode& other) = default;
-MernNode::~MernNode()                     = default;
+MernNode::~MernNode() = default;
 
 int MernInitialize(std::uint32_t options)
 {
@@ -167,12 +167,12 @@ int MernInitialize(std::uint32_t options)
 
 mern_t mern_iic_open(MernNode node, const char* path, int flags)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call = "mern_iic_open(node " + std::to_string(node.number) + ", " + quoted(path) + ", " +
+    const std::string call = "mern_iic_open(node " + std::to_string(node.number) + ", " + quoted(path) + ", " +
                              hexText(static_cast<std::uint32_t>(flags)) + ")";
     platform.write(kindLayer, call);
-    mern_t invalid   = MERN_INVALID;
+    mern_t invalid = MERN_INVALID;
     invalid.words[5] = 0x12345678; // nothing is promised about it
     if (const std::optional<int> error = platform.struck(kindLayer, call)) {
         errno = *error;
@@ -183,27 +183,27 @@ mern_t mern_iic_open(MernNode node, const char* path, int flags)
         errno = answer ? *answer->error : ENOSYS;
         return invalid;
     }
-    errno                                   = staleErrno;
+    errno = staleErrno;
     platform.handles[++platform.lastHandle] = {};
     return ticket(platform.lastHandle);
 }
 
 int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* value, unsigned int size)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const bool             set = direction == 2 && value != nullptr; // what is to be read may be unset yet
-    const ConfigCall       details{direction, item, set ? Bytes(bytesOf(value), bytesOf(value) + size) : Bytes(size)};
+    const bool set = direction == 2 && value != nullptr; // what is to be read may be unset yet
+    const ConfigCall details{direction, item, set ? Bytes(bytesOf(value), bytesOf(value) + size) : Bytes(size)};
     platform.configs.push_back(details);
     const std::string call = "mern_iic_config(" + nameOf(handle) + ", " + std::to_string(direction) + ", " +
                              std::to_string(item) + ", " + (value == nullptr ? "null" : configText(details)) + ")";
-    int        result = 0;
+    int result = 0;
     const auto answer = callOn(handle, opConfig, call, result);
     if (answer) {
         result = answer->result.value_or(0);
         if (direction == 1 && result == 0) {
             const bool healthyItem = platform.healthy && answer->data.empty();
-            Bytes      data        = answer->data;
+            Bytes data = answer->data;
             if (healthyItem) {
                 data = size == 4 && item == WOBU_IIC_DETECT_STATE ? word(3) : Bytes(size, std::uint8_t{0});
             }
@@ -220,8 +220,8 @@ int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* va
 int mern_iic_seek(mern_t& handle, long offset, int whence)
 {
     const std::scoped_lock lock{state().mutex};
-    int                    result = 0;
-    const auto             answer =
+    int result = 0;
+    const auto answer =
         callOn(handle, opSeek,
                "mern_iic_seek(" + nameOf(handle) + ", " + std::to_string(offset) + ", " + std::to_string(whence) + ")",
                result);
@@ -230,17 +230,17 @@ int mern_iic_seek(mern_t& handle, long offset, int whence)
 
 int mern_iic_read(mern_t& handle, void* buffer, unsigned int size)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call   = "mern_iic_read(" + nameOf(handle) + ", " + std::to_string(size) + ")";
-    int                    result = 0;
-    const auto             answer = callOn(handle, opRead, call, result);
+    const std::string call = "mern_iic_read(" + nameOf(handle) + ", " + std::to_string(size) + ")";
+    int result = 0;
+    const auto answer = callOn(handle, opRead, call, result);
     if (!answer) {
         return result;
     }
     if (!answer->result) { // nothing scripted
         auto* const bytes = static_cast<std::uint8_t*>(buffer);
-        const auto& fill  = Platform::instance().readHandler;
+        const auto& fill = Platform::instance().readHandler;
         return fill ? fill(bytes, size) : static_cast<int>(std::fill_n(bytes, size, std::uint8_t{0x5A}) - bytes);
     }
     const bool whole = !answer->error.has_value();
@@ -253,10 +253,10 @@ int mern_iic_read(mern_t& handle, void* buffer, unsigned int size)
 
 int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
     platform.written.emplace_back(bytesOf(buffer), bytesOf(buffer) + size);
-    int        result = 0;
+    int result = 0;
     const auto answer = callOn(
         handle, opWrite, "mern_iic_write(" + nameOf(handle) + ", " + bytesText(bytesOf(buffer), size) + ")", result);
     if (!answer) {
@@ -272,35 +272,35 @@ int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size)
 int mern_iic_reset(mern_t& handle, int kind)
 {
     const std::scoped_lock lock{state().mutex};
-    int                    result = 0;
-    const auto             answer =
+    int result = 0;
+    const auto answer =
         callOn(handle, opReset, "mern_iic_reset(" + nameOf(handle) + ", " + std::to_string(kind) + ")", result);
     return answer ? answer->result.value_or(0) : result;
 }
 
 int mern_iic_close(mern_t& handle)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    int                    result = 0;
-    const auto             answer = callOn(handle, opClose, "mern_iic_close(" + nameOf(handle) + ")", result);
+    int result = 0;
+    const auto answer = callOn(handle, opClose, "mern_iic_close(" + nameOf(handle) + ")", result);
     if (answer) {
         result = answer->result.value_or(0);
     }
-    Handle& known    = platform.handles[numberOf(handle)];
+    Handle& known = platform.handles[numberOf(handle)];
     known.closeAsked = true;
-    known.closed     = known.closed || result >= 0;
+    known.closed = known.closed || result >= 0;
     known.locks.clear();
     return result;
 }
 
 int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    int                    result = 0;
-    const auto             answer = callOn(
-                    handle, opExtract, "mern_iic_ffdc_extract(" + nameOf(handle) + ", " + std::to_string(reserved) + ")", result);
+    int result = 0;
+    const auto answer = callOn(
+        handle, opExtract, "mern_iic_ffdc_extract(" + nameOf(handle) + ", " + std::to_string(reserved) + ")", result);
     if (!answer || answer->result.value_or(0) < 0) {
         return answer ? -1 : result;
     }
@@ -308,8 +308,8 @@ int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data)
         platform.healthy && !answer->result && answer->data.empty() ? Platform::instance().healthyFfdc : answer->data;
     if (!ffdc.empty()) {
         Buffer& buffer = platform.newBuffer("ffdc", ffdc.size(), ffdc.data());
-        buffer.ffdc    = true;
-        *data          = buffer.bytes.get();
+        buffer.ffdc = true;
+        *data = buffer.bytes.get();
     }
     return static_cast<int>(ffdc.size());
 }
@@ -317,24 +317,24 @@ int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data)
 int mern_iic_ffdc_unlock(mern_t& handle, int reserved)
 {
     const std::scoped_lock lock{state().mutex};
-    int                    result = 0;
-    const auto             answer = callOn(
-                    handle, opUnlock, "mern_iic_ffdc_unlock(" + nameOf(handle) + ", " + std::to_string(reserved) + ")", result);
+    int result = 0;
+    const auto answer = callOn(
+        handle, opUnlock, "mern_iic_ffdc_unlock(" + nameOf(handle) + ", " + std::to_string(reserved) + ")", result);
     return answer ? answer->result.value_or(0) : result;
 }
 
 ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool reserved, ErrlEntry* entry)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call = "UtilReg::read(" + quoted(key) + ", " + std::to_string(size) + ", " +
+    const std::string call = "UtilReg::read(" + quoted(key) + ", " + std::to_string(size) + ", " +
                              (reserved ? "true" : "false") + ", " + pointerText(entry) + ")";
     platform.write(kindRegistry, call);
     if (platform.struck(kindRegistry, call)) {
         return platform.entryOf({});
     }
     const auto answer = platform.next(opRegistry, call);
-    errno             = staleErrno;
+    errno = staleErrno;
     if (!answer || answer->entry) {
         return platform.entryOf(answer ? *answer->entry : EntryShape{});
     }
@@ -347,9 +347,9 @@ ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool
 ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,
                                       unsigned int* length, unsigned int offset)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call = "tavo_read_data_persistancy(" + quoted(root) + ", " + std::to_string(device) + ", " +
+    const std::string call = "tavo_read_data_persistancy(" + quoted(root) + ", " + std::to_string(device) + ", " +
                              quoted(name) + ", " + pointerText(*data) + ", length " + std::to_string(*length) +
                              ", offset " + std::to_string(offset) + ")";
     platform.write(kindService, call);
@@ -357,7 +357,7 @@ ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, con
         return platform.entryOf({});
     }
     const auto answer = platform.next(opCopyRead, call);
-    errno             = staleErrno;
+    errno = staleErrno;
     if (!answer || answer->entry) {
         *length = answer ? answer->length.value_or(*length) : *length;
         return platform.entryOf(answer ? *answer->entry : EntryShape{});
@@ -372,9 +372,9 @@ ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, con
 ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, const char* name,
                                        const unsigned char* data, unsigned int* length, unsigned int offset)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call = "tavo_write_data_persistancy(" + quoted(root) + ", " + std::to_string(device) + ", " +
+    const std::string call = "tavo_write_data_persistancy(" + quoted(root) + ", " + std::to_string(device) + ", " +
                              quoted(name) + ", " + bytesText(data, *length) + ", offset " + std::to_string(offset) +
                              ")";
     platform.write(kindService, call);
@@ -382,7 +382,7 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
         return platform.entryOf({});
     }
     const auto answer = platform.next(opCopyWrite, call);
-    errno             = staleErrno;
+    errno = staleErrno;
     if (!answer || answer->entry) {
         *length = answer ? answer->length.value_or(*length) : *length;
         return platform.entryOf(answer ? *answer->entry : EntryShape{});
@@ -392,9 +392,9 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
 
 ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, zelPosition position, bool reserved)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call = "TAVO_get_dev_addr_string(" + std::to_string(deviceAddress) + ", position " +
+    const std::string call = "TAVO_get_dev_addr_string(" + std::to_string(deviceAddress) + ", position " +
                              std::to_string(position) + ", " + (reserved ? "true" : "false") + ")";
     platform.write(kindService, call);
     *string = nullptr;
@@ -402,7 +402,7 @@ ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, z
         return platform.entryOf({});
     }
     const auto answer = platform.next(opLocation, call);
-    errno             = staleErrno;
+    errno = staleErrno;
     if (!answer || answer->entry) {
         return platform.entryOf(answer ? *answer->entry : EntryShape{});
     }
@@ -414,9 +414,9 @@ ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, z
 
 void* tavo_malloc(unsigned int size)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const std::string      call = "tavo_malloc(" + std::to_string(size) + ")";
+    const std::string call = "tavo_malloc(" + std::to_string(size) + ")";
     platform.write(kindMemory, call);
     errno = staleErrno;
     if (platform.mallocFault.strikes() || platform.struck(kindMemory, call)) {
@@ -430,7 +430,7 @@ void* tavo_malloc(unsigned int size)
 
 void tavo_util_free(void** buffer)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
     errno = staleErrno;
     if (buffer == nullptr || *buffer == nullptr) {
@@ -457,7 +457,7 @@ void tavo_util_free(void** buffer)
 /// In place of the system's: no test waits.
 int usleep(useconds_t microseconds)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
     platform.sleeps.push_back(microseconds);
     platform.write(kindSleep, "usleep(" + std::to_string(microseconds) + ")");

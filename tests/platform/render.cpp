@@ -31,7 +31,7 @@ std::string spaced(const std::uint8_t* data, std::size_t n)
 
 Bytes hex(std::string_view digits)
 {
-    Bytes       out;
+    Bytes out;
     std::string clean;
     std::ranges::copy_if(digits, std::back_inserter(clean), [](unsigned char c) { return std::isxdigit(c) != 0; });
     for (std::size_t i = 0; i + 1 < clean.size(); i += 2) {
@@ -115,10 +115,10 @@ void PrintTo(const Src& src, std::ostream* stream) { *stream << srcText(src); }
 std::string detailsText(const Bytes& data, std::uint8_t subsection)
 {
     struct Node { // as the library's address list has them
-        std::uint8_t  address;
+        std::uint8_t address;
         std::uint32_t type;
-        std::uint8_t  port;
-        void*         next;
+        std::uint8_t port;
+        void* next;
     };
     if (subsection == 1 && !data.empty() && data.size() % sizeof(Node) == 0) {
         std::string out = "list";
@@ -149,7 +149,7 @@ std::vector<Bytes> EntryRecord::details(std::uint8_t subsection) const
 std::string EntryRecord::text() const
 {
     std::string out = "\n";
-    const auto  add = [&out](const std::string& line) { out += line + "\n"; };
+    const auto add = [&out](const std::string& line) { out += line + "\n"; };
     for (const Src& src : srcs) {
         add(srcText(src));
     }

@@ -35,7 +35,7 @@ void Platform::Impl::write(unsigned kind, const std::string& text, int sourceLin
 
 std::optional<Answer> Platform::Impl::next(Operation operation, const std::string& call)
 {
-    std::deque<Answer>&   queue = script[operation];
+    std::deque<Answer>& queue = script[operation];
     std::optional<Answer> answer;
     if (!queue.empty()) {
         answer = std::move(queue.front());
@@ -55,7 +55,7 @@ std::optional<int> Platform::Impl::struck(unsigned kind, const std::string& call
     }
     const bool now = fault.strikes();
     if (now) {
-        faultMet   = true;
+        faultMet = true;
         failedCall = call;
     }
     return now || (faultMet && faultPersistent) ? std::optional{faultError} : std::nullopt;
@@ -63,10 +63,10 @@ std::optional<int> Platform::Impl::struck(unsigned kind, const std::string& call
 
 Buffer& Platform::Impl::newBuffer(const std::string& family, std::size_t size, const std::uint8_t* data)
 {
-    auto buffer   = std::make_unique<Buffer>();
-    buffer->name  = family + std::to_string(++bufferNumbers[family]);
+    auto buffer = std::make_unique<Buffer>();
+    buffer->name = family + std::to_string(++bufferNumbers[family]);
     buffer->bytes = std::make_unique<std::uint8_t[]>(size);
-    buffer->size  = size;
+    buffer->size = size;
     if (data != nullptr) {
         std::copy_n(data, size, buffer->bytes.get());
     }
@@ -162,15 +162,15 @@ Platform& Platform::healthy()
 
 Platform& Platform::failCall(int n, int error, bool persistent, unsigned kinds)
 {
-    m_impl->fault.left      = n;
-    m_impl->faultError      = error;
+    m_impl->fault.left = n;
+    m_impl->faultError = error;
     m_impl->faultPersistent = persistent;
-    m_impl->faultKinds      = kinds;
-    m_impl->faultMet        = false;
+    m_impl->faultKinds = kinds;
+    m_impl->faultMet = false;
     return *this;
 }
 
-bool               Platform::faultWasMet() const { return m_impl->faultMet; }
+bool Platform::faultWasMet() const { return m_impl->faultMet; }
 const std::string& Platform::failedCall() const { return m_impl->failedCall; }
 
 Platform& Platform::failMalloc(int n)
@@ -206,7 +206,7 @@ Platform& Platform::expectUnreleasedFfdc(int count)
 
 std::vector<std::string> Platform::lines(unsigned kinds) const
 {
-    const std::scoped_lock   lock{m_impl->mutex};
+    const std::scoped_lock lock{m_impl->mutex};
     std::vector<std::string> out;
     for (const Impl::Line& line : m_impl->lines) {
         if ((line.kind & kinds) != 0) {
@@ -228,7 +228,7 @@ std::string Platform::log(unsigned kinds) const
 std::string Platform::tracesWithLines() const
 {
     const std::scoped_lock lock{m_impl->mutex};
-    std::string            out = "\n";
+    std::string out = "\n";
     for (const Impl::Line& line : m_impl->lines) {
         if ((line.kind & kindTrace) != 0) {
             out += std::to_string(line.sourceLine) + " " + line.text + "\n";
@@ -250,9 +250,9 @@ void Platform::clearLog()
 std::string Platform::loadLog() const { return m_impl->loadLog; }
 void (*Platform::exitHandler() const)(void*) { return m_impl->exitHandler; }
 const std::vector<TraceRecord>& Platform::traceRecords() const { return m_impl->traceRecords; }
-const std::vector<ConfigCall>&  Platform::configs() const { return m_impl->configs; }
-const std::vector<Bytes>&       Platform::written() const { return m_impl->written; }
-const std::vector<unsigned>&    Platform::sleeps() const { return m_impl->sleeps; }
+const std::vector<ConfigCall>& Platform::configs() const { return m_impl->configs; }
+const std::vector<Bytes>& Platform::written() const { return m_impl->written; }
+const std::vector<unsigned>& Platform::sleeps() const { return m_impl->sleeps; }
 
 // --- what is out ---
 
@@ -329,21 +329,21 @@ void Platform::forget()
     const std::scoped_lock lock{m_impl->mutex};
     if (!m_impl->loaded) {
         m_impl->loadLog = log();
-        m_impl->loaded  = true;
+        m_impl->loaded = true;
     }
     clearLog();
     for (std::deque<Answer>& answers : m_impl->script) {
         answers.clear();
     }
     m_impl->healthy = false;
-    readHandler     = nullptr;
-    writeHandler    = nullptr;
+    readHandler = nullptr;
+    writeHandler = nullptr;
     healthyFfdc.clear();
-    m_impl->fault    = {};
+    m_impl->fault = {};
     m_impl->faultMet = false;
     m_impl->failedCall.clear();
     m_impl->mallocFault = {};
-    m_impl->entryFault  = {};
+    m_impl->entryFault = {};
     m_impl->handles.clear();
     m_impl->lastHandle = 0;
     m_impl->buffers.clear();

@@ -38,82 +38,82 @@ Bytes counting(std::size_t count, std::uint8_t first = 0);
 
 /// What a log line is about; views of the log select by it.
 enum Kind : unsigned {
-    kindLayer    = 1U << 0, ///< MernInitialize, mern_iic_*
-    kindService  = 1U << 1, ///< VPD service: reads, writes, location texts
+    kindLayer = 1U << 0, ///< MernInitialize, mern_iic_*
+    kindService = 1U << 1, ///< VPD service: reads, writes, location texts
     kindRegistry = 1U << 2,
-    kindEntry    = 1U << 3,  ///< construction, changes, commits and deletion of entries
-    kindQuery    = 1U << 4,  ///< what only looks: getSRC, getRC, plid, creator, tavo_util_free of null
-    kindMemory   = 1U << 5,  ///< tavo_malloc, tavo_util_free
-    kindMessage  = 1U << 6,  ///< NetcMessage::setData
-    kindSleep    = 1U << 7,  ///< usleep
-    kindTrace    = 1U << 8,  ///< traces but entry and exit
-    kindScope    = 1U << 9,  ///< entry and exit traces
-    kindBuffer   = 1U << 10, ///< trace_wobu_init_buffer, and the exit handler registered with it
-    kindAll      = ~0U
+    kindEntry = 1U << 3, ///< construction, changes, commits and deletion of entries
+    kindQuery = 1U << 4, ///< what only looks: getSRC, getRC, plid, creator, tavo_util_free of null
+    kindMemory = 1U << 5, ///< tavo_malloc, tavo_util_free
+    kindMessage = 1U << 6, ///< NetcMessage::setData
+    kindSleep = 1U << 7, ///< usleep
+    kindTrace = 1U << 8, ///< traces but entry and exit
+    kindScope = 1U << 9, ///< entry and exit traces
+    kindBuffer = 1U << 10, ///< trace_wobu_init_buffer, and the exit handler registered with it
+    kindAll = ~0U
 };
 
 /// One SRC of an entry, with the arguments it was made from.
 struct Src {
-    std::uint8_t  module = 0;
+    std::uint8_t module = 0;
     std::uint16_t reason = 0;
     std::uint32_t word1 = 0, word2 = 0, word3 = 0, word4 = 0; ///< user data 1-4
-    std::uint32_t subsystem                    = EPUB_SUBSYSTEM_SOFTWARE;
-    std::uint16_t component                    = 0x1300;
-    std::uint32_t type                         = SRCI_TYPE_SERVICE_PROCESSOR;
-    std::uint32_t flags                        = 0;
-    std::uint32_t serviceCode                  = SERVICE_CODE_KEST;
-    bool          operator==(const Src&) const = default;
+    std::uint32_t subsystem = EPUB_SUBSYSTEM_SOFTWARE;
+    std::uint16_t component = 0x1300;
+    std::uint32_t type = SRCI_TYPE_SERVICE_PROCESSOR;
+    std::uint32_t flags = 0;
+    std::uint32_t serviceCode = SERVICE_CODE_KEST;
+    bool operator==(const Src&) const = default;
 };
 void PrintTo(const Src& src, std::ostream* stream);
 
 struct UserDetails {
-    std::uint16_t component                            = 0x1300;
-    std::uint8_t  version                              = 1;
-    std::uint8_t  subsection                           = 0;
-    Bytes         data                                 = {};
-    bool          operator==(const UserDetails&) const = default;
+    std::uint16_t component = 0x1300;
+    std::uint8_t version = 1;
+    std::uint8_t subsection = 0;
+    Bytes data = {};
+    bool operator==(const UserDetails&) const = default;
 };
 struct SoftwareError {
-    std::uint16_t component  = 0x1300;
+    std::uint16_t component = 0x1300;
     std::uint32_t returnCode = 0;
     std::uint16_t word1 = 0, word2 = 0;
-    std::uint32_t reserved                               = 0;
-    bool          operator==(const SoftwareError&) const = default;
+    std::uint32_t reserved = 0;
+    bool operator==(const SoftwareError&) const = default;
 };
 /// Of a procedure or a FRU: `id` is the procedure, or the FRU's identifier.
 struct Callout {
     std::uint32_t priority = 1, id = 0;
-    bool          operator==(const Callout&) const = default;
+    bool operator==(const Callout&) const = default;
 };
 struct CollectedTrace {
     std::string name;
-    unsigned    bytes                                   = 0;
-    bool        operator==(const CollectedTrace&) const = default;
+    unsigned bytes = 0;
+    bool operator==(const CollectedTrace&) const = default;
 };
 struct Commit {
     std::uint16_t component = 0x1300, action = 0;
-    bool          operator==(const Commit&) const = default;
+    bool operator==(const Commit&) const = default;
 };
 
 /// All that an entry holds; kept after its commit and deletion.
 struct EntryRecord {
-    int                          number     = 0; ///< entry1, entry2, ... in order of construction
-    bool                         byPlatform = false;
-    bool                         deleted    = false;
-    std::uint16_t                creator    = 0x1300;
-    std::uint32_t                plid       = 0;
-    std::uint32_t                severity   = ERRL_SEV_UNRECOVERED;
-    std::uint32_t                eventType  = 0;
-    std::uint32_t                termState  = 0;
+    int number = 0; ///< entry1, entry2, ... in order of construction
+    bool byPlatform = false;
+    bool deleted = false;
+    std::uint16_t creator = 0x1300;
+    std::uint32_t plid = 0;
+    std::uint32_t severity = ERRL_SEV_UNRECOVERED;
+    std::uint32_t eventType = 0;
+    std::uint32_t termState = 0;
     std::optional<std::uint32_t> returnCode;
-    std::vector<Src>             srcs = {};
-    std::vector<UserDetails>     userDetails;
-    std::vector<SoftwareError>   softwareErrors;
-    std::vector<Callout>         callouts; ///< procedure callouts
-    std::vector<Callout>         fruCallouts;
-    std::vector<CollectedTrace>  traces;
-    std::vector<Commit>          commits;
-    unsigned                     wordCount = 8; ///< what SrciSrc::getHexData() answers as count
+    std::vector<Src> srcs = {};
+    std::vector<UserDetails> userDetails;
+    std::vector<SoftwareError> softwareErrors;
+    std::vector<Callout> callouts; ///< procedure callouts
+    std::vector<Callout> fruCallouts;
+    std::vector<CollectedTrace> traces;
+    std::vector<Commit> commits;
+    unsigned wordCount = 8; ///< what SrciSrc::getHexData() answers as count
 
     /// User details of one subsection, in order.
     std::vector<Bytes> details(std::uint8_t subsection) const;
@@ -124,27 +124,27 @@ struct EntryRecord {
 
 /// An entry that the platform itself makes: for answers of the registry and the VPD service, or for a test to hand over.
 struct EntryShape {
-    std::uint32_t    returnCode = 0x80004711;
-    std::vector<Src> srcs       = {{.module = 200, .reason = 0x4711, .word1 = 2, .component = 0x4700}};
-    std::uint16_t    creator    = 0x4700;
-    unsigned         wordCount  = 8;
+    std::uint32_t returnCode = 0x80004711;
+    std::vector<Src> srcs = {{.module = 200, .reason = 0x4711, .word1 = 2, .component = 0x4700}};
+    std::uint16_t creator = 0x4700;
+    unsigned wordCount = 8;
 };
 
 /// One text trace (or, with `binary`, one of trace_wobu_write2).
 struct TraceRecord {
-    std::uint32_t            hash = 0;
-    int                      line = 0;
-    std::string              format;
+    std::uint32_t hash = 0;
+    int line = 0;
+    std::string format;
     std::vector<std::string> arguments; ///< as text: strings quoted, %d and %u decimal, %x and %X as 0x...
-    bool                     binary = false;
-    Bytes                    header, data; ///< of a binary record
+    bool binary = false;
+    Bytes header, data; ///< of a binary record
 };
 
 /// One configuration call.
 struct ConfigCall {
-    int           direction = 0;
-    std::uint32_t item      = 0;
-    Bytes         value     = {}; ///< as it was at the call
+    int direction = 0;
+    std::uint32_t item = 0;
+    Bytes value = {}; ///< as it was at the call
 };
 
 /// The platform. One object; the fixture makes it fresh before and verifies it after each test.
@@ -160,11 +160,11 @@ public:
     Platform& configuresReading(const Bytes& value); ///< copies `value` out, see word()
     Platform& failsConfig(int error, int result = -1);
     Platform& seeks(int times = 1);
-    Platform& failsSeek(int error, int result = -1);    ///< a result of 0 or more is none, whatever errno says
-    Platform& reads(const Bytes& data);                 ///< fails the test when another length is asked for
+    Platform& failsSeek(int error, int result = -1); ///< a result of 0 or more is none, whatever errno says
+    Platform& reads(const Bytes& data); ///< fails the test when another length is asked for
     Platform& readsShort(const Bytes& data, int error); ///< moves fewer bytes than asked
     Platform& failsRead(int error) { return readsShort({}, error); } ///< moves none
-    Platform& writes(int times = 1);                                 ///< moves all
+    Platform& writes(int times = 1); ///< moves all
     Platform& writesShort(int count, int error);
     Platform& failsWrite(int error) { return writesShort(0, error); }
     Platform& resets();
@@ -182,7 +182,7 @@ public:
     Platform& registryAnswers(const Bytes& value); ///< copies at most the caller's size
     Platform& failsRegistry(const EntryShape& entry = {});
     Platform& readsCopy(const Bytes& data); ///< empty: there is no copy, length 0 and null
-    Platform& readsEmptyCopy();             ///< length 0 all the same, but a buffer that is to be freed
+    Platform& readsEmptyCopy(); ///< length 0 all the same, but a buffer that is to be freed
     /// @param length  what `*length` becomes; nothing leaves it alone
     Platform& failsCopyRead(const EntryShape& entry = {}, std::optional<unsigned> length = {});
     Platform& writesCopy();
@@ -203,49 +203,49 @@ public:
 
     /// Lets the n-th layer call from now (1: the next) fail with `error`, whatever the script says; `persistent`: and each one after it.
     /// Calls of other kinds are counted, too, when `kinds` says so: service and registry calls then answer an entry, tavo_malloc null.
-    Platform&          failCall(int n, int error, bool persistent = false, unsigned kinds = kindLayer);
-    bool               faultWasMet() const;
+    Platform& failCall(int n, int error, bool persistent = false, unsigned kinds = kindLayer);
+    bool faultWasMet() const;
     const std::string& failedCall() const; ///< log line of the (first) call that was made to fail
 
-    Platform& failMalloc(int n = 1);          ///< the n-th tavo_malloc() from now answers null
+    Platform& failMalloc(int n = 1); ///< the n-th tavo_malloc() from now answers null
     Platform& failEntryAllocation(int n = 1); ///< the n-th operator new of an entry from now answers null
-    Platform& failAllocation(int n = 1);      ///< the n-th new (std::nothrow) or malloc() from now answers null
+    Platform& failAllocation(int n = 1); ///< the n-th new (std::nothrow) or malloc() from now answers null
 
     // --- what a test makes itself, unlogged ---------------------------------------------------------------------------------------
-    mern_t     openHandle(); ///< an open device that need not be closed
+    mern_t openHandle(); ///< an open device that need not be closed
     ErrlEntry* makeEntry(const EntryShape& entry = {});
-    void*      makeBuffer(const Bytes& data); ///< as the VPD service gives them: to be released with tavo_util_free()
+    void* makeBuffer(const Bytes& data); ///< as the VPD service gives them: to be released with tavo_util_free()
 
     // --- the log --------------------------------------------------------------------------------------------------------------------
     // As text: a newline, then each line with its newline; so that it compares with a raw string. Empty: "\n".
     std::string log(unsigned kinds = kindAll) const;
     std::string calls() const { return log(kindAll & ~(kindTrace | kindScope | kindQuery)); } ///< all that acts
     std::string layerCalls() const { return log(kindLayer); }
-    std::string traces() const { return log(kindTrace); }                          ///< without entry and exit
+    std::string traces() const { return log(kindTrace); } ///< without entry and exit
     std::string events() const { return log(kindAll & ~(kindScope | kindQuery)); } ///< calls and traces
     std::string tracesWithLines() const; ///< "863 trace(...)"; without entry and exit
     std::vector<std::string> lines(unsigned kinds = kindAll) const;
-    void                     clearLog(); ///< forgets the lines so far; entries, script and allocations stay
+    void clearLog(); ///< forgets the lines so far; entries, script and allocations stay
     /// What was logged before the first test: the library's static initialisers.
     std::string loadLog() const;
     /// What the library registered with __cxa_atexit() for its trace buffer; null when it did not.
     void (*exitHandler() const)(void*);
 
     const std::vector<TraceRecord>& traceRecords() const;
-    const std::vector<ConfigCall>&  configs() const;
-    const std::vector<Bytes>&       written() const; ///< data of each mern_iic_write()
-    const std::vector<unsigned>&    sleeps() const;  ///< microseconds
+    const std::vector<ConfigCall>& configs() const;
+    const std::vector<Bytes>& written() const; ///< data of each mern_iic_write()
+    const std::vector<unsigned>& sleeps() const; ///< microseconds
 
     // --- entries ---------------------------------------------------------------------------------------------------------------------
     int entryCount() const;
     const EntryRecord&
     entry(int number) const; ///< 1 is the first; an unknown number fails the test and answers an empty record
     const EntryRecord& entry(const ErrlEntry* entry) const;
-    int                commits() const; ///< of all entries
+    int commits() const; ///< of all entries
 
     // --- what is out -------------------------------------------------------------------------------------------------------------------
     int openHandles() const; ///< opened by the library and not asked to close
-    int heldLocks() const;   ///< locked, and neither asked to unlock nor closed
+    int heldLocks() const; ///< locked, and neither asked to unlock nor closed
     int liveBuffers() const; ///< given out and not freed, first-failure data included
     int liveFfdc() const;
     int liveEntries() const;
@@ -286,12 +286,12 @@ class Message : public NetcMessage
 {
 public:
     explicit Message(std::string name, std::uint16_t identifier = 0, std::uint16_t type = 0, Bytes payload = {});
-    char*        dataPointer() const override;
+    char* dataPointer() const override;
     unsigned int dataSize() const override;
-    bool         setData(const char* data, unsigned int size) override;
+    bool setData(const char* data, unsigned int size) override;
 
     Bytes payload;
-    bool  refusesData = false; ///< setData() answers false, as without memory
+    bool refusesData = false; ///< setData() answers false, as without memory
 
 private:
     std::string m_name;
@@ -303,9 +303,9 @@ class StandardError
 public:
     StandardError();
     ~StandardError();
-    StandardError(const StandardError&)            = delete;
+    StandardError(const StandardError&) = delete;
     StandardError& operator=(const StandardError&) = delete;
-    std::string    text(); ///< ends the catching
+    std::string text(); ///< ends the catching
 
 private:
     bool m_catching = true;

@@ -41,8 +41,8 @@ std::string argumentText(const char*& at, std::va_list& arguments)
     for (; *at == 'l' || *at == 'h' || *at == 'z'; ++at) {
         longs += *at == 'l' ? 1 : *at == 'z' ? 3 : 0;
     }
-    const char         conversion = *at == '\0' ? '\0' : *at++;
-    unsigned long long value      = 0;
+    const char conversion = *at == '\0' ? '\0' : *at++;
+    unsigned long long value = 0;
     switch (conversion) {
     case 's':
         return quoted(va_arg(arguments, const char*));
@@ -89,7 +89,7 @@ Value headerField(const Bytes& header, std::size_t at)
 int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char* name, unsigned int size)
 {
     static auto* const buffers = new std::map<std::string, trace_wobu_buffer>; // as the platform: never destroyed
-    *descriptor                = &buffers->try_emplace(name, trace_wobu_buffer{name}).first->second;
+    *descriptor = &buffers->try_emplace(name, trace_wobu_buffer{name}).first->second;
     state().write(kindBuffer, "trace_wobu_init_buffer(" + quoted(name) + ", " + std::to_string(size) + ")");
     bufferIsNew = true;
     return 0;
@@ -109,12 +109,12 @@ int __wrap___cxa_atexit(void (*function)(void*), void* argument, void* library) 
 void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, const char* format, int line, int type,
                           ...)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const int              before = errno;
-    TraceRecord            record;
-    record.hash   = hash;
-    record.line   = line;
+    const int before = errno;
+    TraceRecord record;
+    record.hash = hash;
+    record.line = line;
     record.format = format;
     std::va_list arguments;
     va_start(arguments, type);
@@ -148,10 +148,10 @@ void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, 
 void trace_wobu_write2(trace_wobu_descriptor descriptor, int type, unsigned int headerSize, const void* header,
                        unsigned int dataSize, const void* data)
 {
-    Platform::Impl&        platform = state();
+    Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const int              before = errno;
-    TraceRecord            record;
+    const int before = errno;
+    TraceRecord record;
     record.binary = true;
     if (header != nullptr) {
         record.header.assign(static_cast<const std::uint8_t*>(header),
@@ -181,7 +181,7 @@ void trace_wobu_write2(trace_wobu_descriptor descriptor, int type, unsigned int 
 
 NetcMessage::NetcMessage() : m_state(new State) {}
 NetcMessage::~NetcMessage() { delete m_state; }
-char*        NetcMessage::dataPointer() const { return m_state->payload.empty() ? nullptr : m_state->payload.data(); }
+char* NetcMessage::dataPointer() const { return m_state->payload.empty() ? nullptr : m_state->payload.data(); }
 unsigned int NetcMessage::dataSize() const { return static_cast<unsigned int>(m_state->payload.size()); }
 
 bool NetcMessage::setData(const char* data, unsigned int size)
@@ -197,7 +197,7 @@ Message::Message(std::string name, std::uint16_t identifierGiven, std::uint16_t 
     : payload(std::move(contents)), m_name(std::move(name))
 {
     identifier = identifierGiven;
-    type       = typeGiven;
+    type = typeGiven;
 }
 
 char* Message::dataPointer() const

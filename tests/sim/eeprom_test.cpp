@@ -168,7 +168,7 @@ TEST_F(Eeprom, JoinedSegmentsAreOneRead)
 {
     power24c("24C02");
     on->store(0xA0, {0x30, 1, 2, 3, 4});
-    bytes   offset{0x30}, first(2), second(2);
+    bytes offset{0x30}, first(2), second(2);
     segment parts[3] = {{0xA0, direction::write, offset, false},
                         {0xA0, direction::read, first, false},
                         {0xA0, direction::read, second, true}};
@@ -179,7 +179,7 @@ TEST_F(Eeprom, JoinedSegmentsAreOneRead)
 TEST_F(Eeprom, JoinedSegmentsAreOneWrite)
 {
     power24c("24C02");
-    bytes   offset{0x38}, data{5, 6};
+    bytes offset{0x38}, data{5, 6};
     segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::write, data, true}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
     EXPECT_EQ(home.content("a.bin")[0x38], 5);
@@ -233,7 +233,7 @@ TEST_F(Eeprom, NineClocksFreeWhenTheBitAfterThemIsHigh)
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     on->readAt(0xA0, {0}, 3);
     EXPECT_EQ(on->planar->lines(), outcome::sdaHeld); // in byte 1, which is 0
-    EXPECT_EQ(on->planar->clocks(9), outcome::done);  // the same bit of byte 2, which is FF
+    EXPECT_EQ(on->planar->clocks(9), outcome::done); // the same bit of byte 2, which is FF
 }
 
 TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)
@@ -292,26 +292,28 @@ TEST_P(EepromModel, AgreesWithAnArray)
 {
     power24c("24C32");
     std::mt19937 random{GetParam()};
-    bytes        expected(4096, 0xFF);
-    std::size_t  current = 0;
-    const auto   below   = [&random](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
+    bytes expected(4096, 0xFF);
+    std::size_t current = 0;
+    const auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
     for (int step = 0; step < 200; ++step) {
         const std::size_t offset = below(4096);
-        const bytes       address{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
+        const bytes address{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
         if (below(2) == 0) {
             const bytes data = counting(below(80), static_cast<std::uint8_t>(random()));
             ASSERT_EQ(on->store(0xA0, address + data), outcome::done);
-            for (std::size_t i = 0; i < data.size(); ++i)
+            for (std::size_t i = 0; i < data.size(); ++i) {
                 expected[offset / 32 * 32 + (offset % 32 + i) % 32] = data[i];
+            }
             current = offset / 32 * 32 + (offset % 32 + data.size()) % 32;
         } else {
-            const bool        here   = below(4) == 0;
+            const bool here = below(4) == 0;
             const std::size_t length = 1 + below(300);
-            const answer      got    = here ? on->read(0xA0, length) : on->readAt(0xA0, address, length);
-            const std::size_t from   = here ? current : offset;
-            bytes             wanted;
-            for (std::size_t i = 0; i < length; ++i)
+            const answer got = here ? on->read(0xA0, length) : on->readAt(0xA0, address, length);
+            const std::size_t from = here ? current : offset;
+            bytes wanted;
+            for (std::size_t i = 0; i < length; ++i) {
                 wanted.push_back(expected[(from + i) % 4096]);
+            }
             ASSERT_EQ(got.data, wanted) << "step " << step;
             current = (from + length) % 4096;
         }

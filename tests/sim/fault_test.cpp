@@ -18,8 +18,9 @@ protected:
     std::vector<outcome> probes(int count, std::uint8_t address = 0xA0)
     {
         std::vector<outcome> ends;
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             ends.push_back(on->probe(address));
+        }
         return ends;
     }
     std::uint64_t struck() { return machine->faults().at(0).struck; }
@@ -261,17 +262,17 @@ TEST_F(Fault, ProbabilityEndsAreExact)
 
 TEST_F(Fault, ListedAsGiven)
 {
-    const auto number = fault({.kind        = "hub-status",
-                               .bus         = "planar",
-                               .address     = 0x80,
-                               .way         = "write",
-                               .nth         = 4,
+    const auto number = fault({.kind = "hub-status",
+                               .bus = "planar",
+                               .address = 0x80,
+                               .way = "write",
+                               .nth = 4,
                                .probability = 0.1,
-                               .seed        = 99,
-                               .count       = 3,
-                               .value       = 9,
-                               .untilReset  = true});
-    const auto all    = machine->faults();
+                               .seed = 99,
+                               .count = 3,
+                               .value = 9,
+                               .untilReset = true});
+    const auto all = machine->faults();
     ASSERT_EQ(all.size(), 1U);
     EXPECT_EQ(all[0].number, number);
     EXPECT_EQ(all[0].what.kind, "hub-status");
@@ -309,8 +310,9 @@ TEST_F(Fault, NonsenseIsRefused)
 
 TEST_F(Fault, TableFullIsToldAndLeavesNothing)
 {
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 64; ++i) {
         fault({.kind = "nack", .nth = 1'000'000});
+    }
     EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
     EXPECT_EQ(machine->faults().size(), 64U);
 }
@@ -375,11 +377,13 @@ TEST_F(Fault, FileAndProgramHaveRoomForAllTheirFaults)
 {
     const std::string chips = chip("24C02", "0xA0", "image = \"a.bin\"");
     power(chips);
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 64; ++i) {
         fault({.kind = "nack", .nth = 1'000'000});
+    }
     std::string inFile;
-    for (int i = 0; i < 63; ++i)
+    for (int i = 0; i < 63; ++i) {
         inFile += "[[fault]]\nkind = \"nack\"\nnth = 1000000\n";
+    }
     power(chips + inFile + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\ncount = 1\n");
     EXPECT_EQ(machine->faults().size(), 128U);
     EXPECT_EQ(on->probe(0xA0), nack); // the last of the file

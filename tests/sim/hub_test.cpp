@@ -18,8 +18,8 @@ protected:
               chip("LM75", "0x90", "hub = 0x80\nport = 7\ncelsius = 21"));
     }
     std::uint8_t status() { return on->read(0x80, 1).data.at(0); }
-    void         resetLine(bool low) { on->write(0xC0, {0x09, static_cast<std::uint8_t>(low ? 0x15 : 0x55)}); }
-    outcome      write(bytes sent)
+    void resetLine(bool low) { on->write(0xC0, {0x09, static_cast<std::uint8_t>(low ? 0x15 : 0x55)}); }
+    outcome write(bytes sent)
     {
         const outcome end = on->write(0x80, std::move(sent)).end;
         on->idleMs(50);
@@ -162,7 +162,7 @@ TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
     EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done); // taken and dropped
     EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2); // not cleared ahead of data
-    on->probe(0x80);                                         // an address alone leaves it
+    on->probe(0x80); // an address alone leaves it
     on->read(0x80, 0);
     EXPECT_EQ(status(), 2);
     EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
@@ -348,8 +348,8 @@ TEST_F(Hub, DeadHubStaysSilentWhateverIsReset)
 // Whatever the trigger, a transaction that the hub has answered goes through.
 TEST_F(Hub, IsNeverSilentInsideATransaction)
 {
-    for (const char* kind : {"nack", "hub-silent"})
-        for (const char* way : {"read", "write", ""})
+    for (const char* kind : {"nack", "hub-silent"}) {
+        for (const char* way : {"read", "write", ""}) {
             for (std::uint64_t nth = 1; nth < 4; ++nth) {
                 SCOPED_TRACE(std::string{kind} + way + std::to_string(nth));
                 machine->clearFaults();
@@ -361,18 +361,21 @@ TEST_F(Hub, IsNeverSilentInsideATransaction)
                     EXPECT_EQ(got.end == outcome::done, std::cmp_not_equal(i + 1, nth));
                 }
             }
+        }
+    }
 }
 
 TEST_F(Hub, NoFaultStrikesBetweenStatus0AndTheLastByte)
 {
     write(riserAt10 + deadbeef);
-    for (const char* kind : {"short", "corrupt", "arbitration", "hold-sda", "hold-scl"})
+    for (const char* kind : {"short", "corrupt", "arbitration", "hold-sda", "hold-scl"}) {
         for (std::uint64_t byte = 1; byte < 6; ++byte) {
             SCOPED_TRACE(std::string{kind} + std::to_string(byte));
             machine->clearFaults();
             fault({.kind = kind, .address = 0x80, .way = "read", .byte = byte});
             EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, bytes{0} + deadbeef);
         }
+    }
     EXPECT_EQ(machine->faults().at(0).struck, 0U);
 }
 
@@ -380,7 +383,7 @@ TEST_F(Hub, NoFaultStrikesInAJoinedSegmentAfterStatus0)
 {
     write(riserAt10 + deadbeef);
     fault({.kind = "short", .address = 0x80, .way = "read", .byte = 3});
-    bytes   header   = riserAt10, first(1), data(4);
+    bytes header = riserAt10, first(1), data(4);
     segment parts[3] = {{0x80, direction::write, header, false},
                         {0x80, direction::read, first, false},
                         {0x80, direction::read, data, true}};
@@ -415,7 +418,7 @@ TEST_F(Hub, WriteCutOffIsNotPassedOn)
 
 TEST_F(Hub, RepeatedStartToItForgetsTheWrite)
 {
-    bytes   sent     = riserAt10 + deadbeef, again{};
+    bytes sent = riserAt10 + deadbeef, again{};
     segment parts[2] = {{0x80, direction::write, sent, false}, {0x80, direction::write, again, false}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
     EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
@@ -504,12 +507,12 @@ TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)
 
 TEST_F(Hub, CommandAtARepeatedStart)
 {
-    write({3, 0xA6, 0, 0, 1});                                           // status 2
+    write({3, 0xA6, 0, 0, 1}); // status 2
     EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (bytes{0, 0xFF})); // done, and the read is a plain one
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, bytes{1});         // unknown, and told by the plain read
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, bytes{1}); // unknown, and told by the plain read
     EXPECT_EQ(status(), 0);
     write({3, 0xA6, 0, 0, 1});
-    bytes   command{0x20, 0x06}, none{};
+    bytes command{0x20, 0x06}, none{};
     segment parts[2] = {{0x80, direction::write, command, false}, {0x80, direction::write, none, false}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
     EXPECT_EQ(status(), 2); // forgotten
@@ -521,9 +524,11 @@ TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)
           chip("PCA9552", "0xC0") + chip("PCA9552", "0xC2"));
     const auto answering = [this] {
         bytes there;
-        for (const std::uint8_t hub : bytes{0x80, 0x82, 0x88, 0x8A})
-            if (on->probe(hub) == outcome::done)
+        for (const std::uint8_t hub : bytes{0x80, 0x82, 0x88, 0x8A}) {
+            if (on->probe(hub) == outcome::done) {
                 there.push_back(hub);
+            }
+        }
         return there;
     };
     on->write(0xC0, {0x09, 0x15});
@@ -546,7 +551,7 @@ TEST_F(Hub, PowerCycleBringsItOutOfReset)
 TEST_F(Hub, HoldsSclWhileItFetches)
 {
     const std::uint64_t before = on->planar->busTimeNs();
-    const std::uint64_t after  = on->readAt(0x80, riserAt10, 3).busTimeNs;
+    const std::uint64_t after = on->readAt(0x80, riserAt10, 3).busTimeNs;
     // Main bus: 2 STARTs, 2 addresses, 4 + 3 bytes, STOP: 84 bits. Sub-bus: 2 STARTs, 2 addresses, 2
     // offset bytes, 2 data bytes: 56.
     EXPECT_EQ(after - before, (84U + 56U) * 2500U);
@@ -568,11 +573,12 @@ TEST_F(Hub, ListedWithItsStatusAndTheChipsBehindIt)
     EXPECT_EQ(meaning("planar 0x80 HUB922", "STATUS"), "no such port");
     EXPECT_EQ(meaning("planar 0x80 port 7 0x90 LM75", "TEMP"), "21.0000 C");
     int behind = 0;
-    for (const auto& chip : machine->chips())
+    for (const auto& chip : machine->chips()) {
         if (chip.behindHub) {
             EXPECT_EQ(chip.hubAddress, 0x80);
             ++behind;
         }
+    }
     EXPECT_EQ(behind, 3);
 }
 

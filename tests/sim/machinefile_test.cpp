@@ -35,7 +35,7 @@ std::string eepromAt(const std::string& more)
 TEST(MachineFile, SaysWhereAndWhatIsWrong)
 {
     const std::string hub = "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x80\n";
-    const std::string a0  = eepromAt("address = 0xA0\nimage = \"a.bin\"\n");
+    const std::string a0 = eepromAt("address = 0xA0\nimage = \"a.bin\"\n");
     struct row {
         std::string text, trouble;
     };
@@ -121,8 +121,9 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {bus + "[[fault]]\nkind = \"nack\"\nnth = -1\n",
          "machine.toml:5:7: key 'nth': must be from 0 to 9223372036854775807"},
     };
-    for (const auto& [text, trouble] : rows)
+    for (const auto& [text, trouble] : rows) {
         EXPECT_EQ(troubleOf(text), trouble) << text;
+    }
 }
 
 TEST(MachineFile, CommentsMayHaveAnyLetters)
@@ -134,7 +135,7 @@ TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)
 {
     const std::string hubs = "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x80\n"
                              "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x82\n";
-    const auto        at   = [](const std::string& image, const std::string& place) {
+    const auto at = [](const std::string& image, const std::string& place) {
         return "[[chip]]\ntype = \"24C02\"\naddress = 0xA0\nimage = \"" + image + "\"\n" + place;
     };
     EXPECT_EQ(troubleOf(bus + "[[bus]]\nname = \"other\"\n" + hubs + at("1", "bus = \"planar\"\n") +
@@ -286,9 +287,9 @@ TEST_F(MachineFolder, FileThatIsNoStateIsSetAside)
 TEST_F(MachineFolder, NewUnfinishedOlderAndOtherStatesAreMadeAnewInSilence)
 {
     power(chip("PCA9554", "0x40"));
-    const std::string good       = home.text("machine.state");
-    std::string       old        = good;
-    old[7]                       = 1;
+    const std::string good = home.text("machine.state");
+    std::string old = good;
+    old[7] = 1;
     const std::string unfinished = std::string(8, '\0') + good.substr(8);
     for (const std::string& state : {std::string{}, old, unfinished}) {
         on.reset();
@@ -318,7 +319,7 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
     ASSERT_EQ(good[4096], 0);
     struct row {
         std::size_t at;
-        bytes       value;
+        bytes value;
         const char* what;
     };
     const row rows[] = {
@@ -398,14 +399,16 @@ TEST_F(MachineFolder, HostileStateFiles)
         SCOPED_TRACE(seed);
         on.reset();
         machine.reset();
-        std::string   bad    = good;
+        std::string bad = good;
         std::uint32_t random = seed * 2654435761U + 1;
-        const auto    next   = [&random] { return random = random * 1664525U + 1013904223U; };
-        if (seed < 10)
+        const auto next = [&random] { return random = random * 1664525U + 1013904223U; };
+        if (seed < 10) {
             std::fill(bad.begin() + (seed % 2 == 0 ? 0 : 4096), bad.end(), static_cast<char>(seed * 51));
-        else
-            for (unsigned i = 0; i < 1 + seed % 200; ++i)
+        } else {
+            for (unsigned i = 0; i < 1 + seed % 200; ++i) {
                 bad[36 + next() % (bad.size() - 36)] = static_cast<char>(next() >> 24);
+            }
+        }
         home.put("machine.state", bad);
         openAndHear();
         on->probe(0xA0);
@@ -437,7 +440,7 @@ TEST_F(MachineFolder, DemoHasEveryTypeAndTheContentsGiven)
     writeDemoMachine(home.path / "demo", {{"panel.bin", {1, 2, 3}}, {"riser.bin", {9}}});
     const auto demo = openMachine(home.path / "demo", false);
     EXPECT_EQ(demo->busNames(""), std::vector<std::string>{"planar"});
-    user                  planar{demo->findBus("planar", "")};
+    user planar{demo->findBus("planar", "")};
     std::set<std::string> types;
     for (const auto& chip : demo->chips()) {
         types.insert(chip.type);

@@ -17,9 +17,9 @@ using bytes = std::vector<std::uint8_t>;
 
 /// How a transaction ended, and what was read.
 struct answer {
-    outcome       end = outcome::done;
-    bytes         data;
-    std::size_t   segment = 0, bytesMoved = 0;
+    outcome end = outcome::done;
+    bytes data;
+    std::size_t segment = 0, bytesMoved = 0;
     std::uint64_t busTimeNs = 0;
 };
 
@@ -29,12 +29,13 @@ public:
     folder()
     {
         std::string name = (std::filesystem::temp_directory_path() / "kest-sim-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
+        if (mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error{"no temporary folder"};
+        }
         path = name;
     }
     ~folder() { std::filesystem::remove_all(path); }
-    folder(const folder&)            = delete;
+    folder(const folder&) = delete;
     folder& operator=(const folder&) = delete;
 
     void put(const std::string& name, const std::string& text) const
@@ -68,19 +69,19 @@ public:
     }
     answer read(std::uint8_t address, std::size_t length)
     {
-        bytes   data(length);
+        bytes data(length);
         segment part{address, direction::read, data, false};
-        answer  got = run({&part, 1}, {});
-        got.data    = data;
+        answer got = run({&part, 1}, {});
+        got.data = data;
         return got;
     }
     /// Write, repeated START, read: one transaction.
     answer readAt(std::uint8_t address, bytes sent, std::size_t length)
     {
-        bytes   data(length);
+        bytes data(length);
         segment parts[2] = {{address, direction::write, sent, false}, {address, direction::read, data, false}};
-        answer  got      = run(parts, {});
-        got.data         = data;
+        answer got = run(parts, {});
+        got.data = data;
         return got;
     }
     answer run(std::span<segment> parts, bytes data)
@@ -93,8 +94,9 @@ public:
     bool asksUntilAnswered(std::uint8_t address, unsigned most)
     {
         unsigned asked = 0;
-        while (asked < most && probe(address) != outcome::done)
+        while (asked < most && probe(address) != outcome::done) {
             ++asked;
+        }
         return asked < most;
     }
     void idleMs(std::uint64_t milliseconds) { planar->idle(milliseconds * 1'000'000); }
@@ -121,7 +123,7 @@ protected:
     void open()
     {
         machine = openMachine(home.path, false);
-        on      = std::make_unique<user>(machine->findBus("planar", ""));
+        on = std::make_unique<user>(machine->findBus("planar", ""));
     }
     static std::string chip(const std::string& type, const std::string& address, const std::string& more = {})
     {
@@ -129,32 +131,37 @@ protected:
     }
     std::uint32_t value(const std::string& chipLabel, const std::string& name)
     {
-        for (const auto& line : machine->registers())
-            if (line.chip == chipLabel && line.name == name)
+        for (const auto& line : machine->registers()) {
+            if (line.chip == chipLabel && line.name == name) {
                 return line.value;
+            }
+        }
         ADD_FAILURE() << "no register " << name << " of " << chipLabel;
         return 0xDEADBEEF;
     }
     std::string meaning(const std::string& chipLabel, const std::string& name)
     {
-        for (const auto& line : machine->registers())
-            if (line.chip == chipLabel && line.name == name)
+        for (const auto& line : machine->registers()) {
+            if (line.chip == chipLabel && line.name == name) {
                 return line.meaning;
+            }
+        }
         return "no such register";
     }
     std::uint32_t fault(machine::fault what) { return machine->addFault(what); }
 
-    folder                        home;
+    folder home;
     std::shared_ptr<sim::machine> machine;
-    std::unique_ptr<user>         on;
+    std::unique_ptr<user> on;
 };
 
 /// `count` bytes counting up from `first`.
 inline bytes counting(std::size_t count, std::uint8_t first = 0)
 {
     bytes all;
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < count; ++i) {
         all.push_back(static_cast<std::uint8_t>(first + i));
+    }
     return all;
 }
 

@@ -25,8 +25,9 @@ class child
 public:
     explicit child(const std::function<bool()>& body) : number{fork()}
     {
-        if (number == 0)
+        if (number == 0) {
             _exit(body() ? 0 : 1);
+        }
     }
     int wait() const
     {
@@ -59,39 +60,44 @@ protected:
 TEST_F(Processes, TransactionsFollowOneAnother)
 {
     std::vector<child> children;
-    for (std::uint8_t id = 1; id <= 4; ++id)
+    for (std::uint8_t id = 1; id <= 4; ++id) {
         children.emplace_back([this, id] {
             bool whole = true;
             for (int i = 0; whole && i < 500; ++i) {
                 on->write(0xC0, {0x12, id, id, id, id});
                 const bytes read = on->readAt(0xC0, {0x12}, 4).data;
-                whole            = read == bytes(4, read.at(0)) && read.at(0) >= 1 && read.at(0) <= 4;
+                whole = read == bytes(4, read.at(0)) && read.at(0) >= 1 && read.at(0) <= 4;
             }
             return whole;
         });
-    for (const auto& one : children)
+    }
+    for (const auto& one : children) {
         EXPECT_EQ(one.wait(), 0);
+    }
 }
 
 TEST_F(Processes, BusTimeIsOfAllUsers)
 {
     std::vector<child> children;
-    for (int id = 0; id < 4; ++id)
+    for (int id = 0; id < 4; ++id) {
         children.emplace_back([this] {
-            for (int i = 0; i < 250; ++i)
+            for (int i = 0; i < 250; ++i) {
                 on->probe(0x40);
+            }
             return true;
         });
-    for (const auto& one : children)
+    }
+    for (const auto& one : children) {
         EXPECT_EQ(one.wait(), 0);
+    }
     EXPECT_EQ(on->planar->busTimeNs(), 1000U * 11 * 2500);
 }
 
 TEST_F(Processes, ThreadsShareTheBus)
 {
-    std::atomic<int>          torn = 0;
+    std::atomic<int> torn = 0;
     std::vector<std::jthread> threads;
-    for (std::uint8_t id = 1; id <= 4; ++id)
+    for (std::uint8_t id = 1; id <= 4; ++id) {
         threads.emplace_back([this, id, &torn] {
             user own{machine->findBus("planar", "")};
             for (int i = 0; i < 300; ++i) {
@@ -100,6 +106,7 @@ TEST_F(Processes, ThreadsShareTheBus)
                 torn += read != bytes(4, read.at(0));
             }
         });
+    }
     threads.clear();
     EXPECT_EQ(torn, 0);
 }
@@ -111,10 +118,12 @@ TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
     std::filesystem::remove(home.path / "machine.state");
     std::filesystem::remove(home.path / "a.bin");
     std::vector<child> children;
-    for (int id = 0; id < 8; ++id)
+    for (int id = 0; id < 8; ++id) {
         children.emplace_back([this] { return reopened()->probe(0x40) == outcome::done; });
-    for (const auto& one : children)
+    }
+    for (const auto& one : children) {
         EXPECT_EQ(one.wait(), 0);
+    }
     EXPECT_EQ(reopened()->planar->busTimeNs(), 8U * 11 * 2500);
     EXPECT_EQ(home.content("a.bin"), bytes(65536, 0xFF));
 }
@@ -126,24 +135,27 @@ TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
     for (unsigned round = 0; round < 30; ++round) {
         int told[2];
         ASSERT_EQ(pipe(told), 0);
-        const auto  id = static_cast<std::uint8_t>(round + 1);
+        const auto id = static_cast<std::uint8_t>(round + 1);
         const child writer{[this, id, &told] {
             for (unsigned page = 0; page < 512; ++page) {
                 const bytes offset{static_cast<std::uint8_t>(page >> 1), static_cast<std::uint8_t>(page << 7)};
                 // the write cycle takes no time, so a page is refused once at most
                 if (on->write(0xA0, offset + bytes(128, id)).end != outcome::done &&
-                    on->write(0xA0, offset + bytes(128, id)).end != outcome::done)
+                    on->write(0xA0, offset + bytes(128, id)).end != outcome::done) {
                     return false;
+                }
                 const auto number = static_cast<std::uint16_t>(page);
-                if (::write(told[1], &number, sizeof number) != sizeof number)
+                if (::write(told[1], &number, sizeof number) != sizeof number) {
                     return false;
+                }
             }
             return true;
         }};
         close(told[1]);
         std::uint16_t page = 0;
-        for (unsigned i = 0; i <= round * 7; ++i)
+        for (unsigned i = 0; i <= round * 7; ++i) {
             ASSERT_EQ(::read(told[0], &page, sizeof page), static_cast<ssize_t>(sizeof page));
+        }
         writer.kill();
         writer.wait();
         while (::read(told[0], &page, sizeof page) == static_cast<ssize_t>(sizeof page)) {}
@@ -164,10 +176,10 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
 {
     on->write(0xC0, {0x12, 1}); // an even number of turns: the first record is current
     on->write(0xC0, {0x12, 2});
-    const std::string     text  = home.text("machine.state");
-    std::string           left  = text;
+    const std::string text = home.text("machine.state");
+    std::string left = text;
     constexpr std::size_t block = 4096, record = block + 2048;
-    const std::size_t     at = record + (left[block] == 0 ? 0 : busStateBytes + 3 * chipStateBytes);
+    const std::size_t at = record + (left[block] == 0 ? 0 : busStateBytes + 3 * chipStateBytes);
     const bytes head{1, 0, 0, 0, 0, 0x80, 0x01, 0, 0, 128, 0, 0, 0}; // pending, chip 0, offset 0x180, 128 bytes
     std::copy(head.begin(), head.end(), left.begin() + static_cast<std::ptrdiff_t>(at));
     std::fill_n(left.begin() + static_cast<std::ptrdiff_t>(at + head.size()), 128, '\x5C');
@@ -187,8 +199,9 @@ std::atomic<const std::function<void()>*> inTheFork = nullptr;
 
 void callInTheFork()
 {
-    if (const auto* const body = inTheFork.load())
+    if (const auto* const body = inTheFork.load()) {
         (*body)();
+    }
 }
 
 [[gnu::constructor(101)]] void registerBeforeTheMachine() { pthread_atfork(callInTheFork, nullptr, nullptr); }
@@ -196,10 +209,10 @@ void callInTheFork()
 /// Starts `action` in another thread in the middle of a fork. @return whether it came to its end within the fork
 bool endsWithinAFork(const std::function<void()>& action)
 {
-    constexpr int               turnsToBegin = 10'000'000, turnsToEnd = 20'000;
-    std::atomic<bool>           asked = false, begun = false, ended = false;
-    bool                        endedWithin = false;
-    std::jthread                other{[&] {
+    constexpr int turnsToBegin = 10'000'000, turnsToEnd = 20'000;
+    std::atomic<bool> asked = false, begun = false, ended = false;
+    bool endedWithin = false;
+    std::jthread other{[&] {
         asked.wait(false);
         begun = true;
         action();
@@ -208,10 +221,12 @@ bool endsWithinAFork(const std::function<void()>& action)
     const std::function<void()> body = [&] {
         asked = true;
         asked.notify_one();
-        for (int turn = 0; turn < turnsToBegin && !begun; ++turn)
+        for (int turn = 0; turn < turnsToBegin && !begun; ++turn) {
             sched_yield();
-        for (int turn = 0; turn < turnsToEnd && !ended; ++turn)
+        }
+        for (int turn = 0; turn < turnsToEnd && !ended; ++turn) {
             sched_yield();
+        }
         endedWithin = ended;
     };
     inTheFork = &body;
@@ -225,7 +240,7 @@ bool endsWithinAFork(const std::function<void()>& action)
 TEST_F(Processes, StateFilesAreNotMadeOrDroppedWithinAFork)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
-    const std::size_t          recordBytes[] = {64};
+    const std::size_t recordBytes[] = {64};
     std::unique_ptr<stateFile> file;
     EXPECT_FALSE(endsWithinAFork([&] { file = std::make_unique<stateFile>(home.path / "other", recordBytes); }));
     EXPECT_NE(file, nullptr);
@@ -238,10 +253,11 @@ TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     std::atomic<bool> stop = false;
-    std::jthread      busy{[this, &stop] {
+    std::jthread busy{[this, &stop] {
         user own{machine->findBus("planar", "")};
-        while (!stop)
+        while (!stop) {
             own.probe(0x40);
+        }
     }};
     for (int i = 0; i < 20; ++i) {
         const child one{[this] { return on->probe(0x40) == outcome::done; }};
@@ -258,7 +274,7 @@ TEST_F(Processes, ChildAndParentExcludeEachOther)
         for (int i = 0; whole && i < 1000; ++i) {
             on->write(0xC0, {0x12, 7, 7, 7, 7});
             const bytes read = on->readAt(0xC0, {0x12}, 4).data;
-            whole            = read == bytes(4, read.at(0));
+            whole = read == bytes(4, read.at(0));
         }
         return whole;
     }};

@@ -41,8 +41,8 @@ TEST_F(LedDriver, AutoIncrementRollsOverFromTheLastRegister)
 {
     power(chip("PCA9552", "0xC0") + chip("PCA9551", "0xC4"));
     EXPECT_EQ(on->readAt(0xC0, {0x19}, 4).data, (bytes{0x55, 0xFF, 0xFF, 0xFF})); // LS3, INPUT0, INPUT1, PSC0
-    on->write(0xC4, {0x16, 0x51, 0xEE, 0x07});                                    // LS1, INPUT (ignored), PSC0
-    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (bytes{0x51, 0xDF, 0x07}));       // pin 5 low: LED on
+    on->write(0xC4, {0x16, 0x51, 0xEE, 0x07}); // LS1, INPUT (ignored), PSC0
+    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (bytes{0x51, 0xDF, 0x07})); // pin 5 low: LED on
 }
 
 TEST_F(LedDriver, PointerOutlivesTheTransaction)
@@ -58,7 +58,7 @@ TEST_F(LedDriver, PointerOutlivesTheTransaction)
 TEST_F(LedDriver, InputsFollowTheOutputs)
 {
     power(chip("PCA9552", "0xC0", "inputs = 0x7FFE")); // pins 0 and 15 pulled low from outside
-    on->write(0xC0, {0x16, 0x51, 0x55, 0x55, 0x54});   // pin 1 and pin 12 LED on
+    on->write(0xC0, {0x16, 0x51, 0x55, 0x55, 0x54}); // pin 1 and pin 12 LED on
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFC});
     EXPECT_EQ(on->readAt(0xC0, {0x01}, 1).data, bytes{0x6F});
 }
@@ -128,8 +128,9 @@ TEST_F(Expander, Pca9555PowersUpAsInputs)
                                             {4, 0},
                                             {5, 0},
                                             {6, 0xFF},
-                                            {7, 0xFF}})
+                                            {7, 0xFF}}) {
         EXPECT_EQ(on->readAt(0x40, {command}, 1).data, bytes{expected}) << +command;
+    }
 }
 
 TEST_F(Expander, Pca9555StaysInItsRegisterPair)

@@ -27,8 +27,9 @@ template <typename body_t>
 int inChild(body_t body)
 {
     const pid_t child = fork();
-    if (child == 0)
+    if (child == 0) {
         _exit(body());
+    }
     int status = 0;
     waitpid(child, &status, 0);
     return WIFSIGNALED(status) ? 256 + WTERMSIG(status) : WEXITSTATUS(status);
@@ -51,22 +52,26 @@ constexpr const char* oneExpander =
 TEST(FullDisk, ANewMachineIsAnErrorEveryTimeItIsOpened)
 {
     const folder home;
-    const int    result = inChild([&] {
+    const int result = inChild([&] {
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", home.path.c_str(), "tmpfs", 0, "size=1m") != 0)
+            mount("tmpfs", home.path.c_str(), "tmpfs", 0, "size=1m") != 0) {
             return notAllowed;
+        }
         home.put("machine.toml", oneExpander);
         std::ofstream filler(home.path / "filler", std::ios::binary);
         while (filler << std::string(4096, 'x') << std::flush) {}
-        for (int attempt = 0; attempt < 3; ++attempt)
-            if (troubleOf(home.path).find("No space left on device") == std::string::npos)
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            if (troubleOf(home.path).find("No space left on device") == std::string::npos) {
                 return opened;
+            }
+        }
         filler.close();
         std::filesystem::remove(home.path / "filler");
         return troubleOf(home.path).empty() ? fine : threwLater;
     });
-    if (result == notAllowed)
+    if (result == notAllowed) {
         GTEST_SKIP() << "no right to mount";
+    }
     EXPECT_EQ(fine, result);
 }
 

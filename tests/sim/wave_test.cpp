@@ -75,7 +75,7 @@ class drivenClock final : public realClock
 {
 public:
     std::uint64_t nowNs() override { return now; }
-    void          sleepUntil(std::uint64_t nanoseconds) override { now = std::max(now, nanoseconds); }
+    void sleepUntil(std::uint64_t nanoseconds) override { now = std::max(now, nanoseconds); }
 
     std::uint64_t now = 5'000'000'000;
 };
@@ -83,8 +83,8 @@ public:
 TEST_F(BusTime, RealTimeWaits)
 {
     drivenClock clock;
-    const auto  real = openMachine(home.path, clock);
-    user        slow{real->findBus("planar", "")};
+    const auto real = openMachine(home.path, clock);
+    user slow{real->findBus("planar", "")};
     EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done); // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
     EXPECT_EQ(clock.now, 5'018'300'000U);
     slow.idleMs(4);
@@ -97,8 +97,8 @@ TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
     power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000"));
     drivenClock clock;
-    const auto  real = openMachine(home.path, clock);
-    user        slow{real->findBus("planar", "")};
+    const auto real = openMachine(home.path, clock);
+    user slow{real->findBus("planar", "")};
     EXPECT_EQ(slow.write(0xA0, {0, 1}).end, outcome::done);
     clock.now += 999'000'000;
     EXPECT_EQ(slow.probe(0xA0), outcome::addressNotAcknowledged);
@@ -109,7 +109,7 @@ TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 TEST_F(BusTime, ASystemsClockIsWaitedFor)
 {
     const auto real = openMachine(home.path, true);
-    user       slow{real->findBus("planar", "")};
+    user slow{real->findBus("planar", "")};
     const auto before = std::chrono::steady_clock::now();
     slow.idleMs(4);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds{4});
@@ -121,8 +121,9 @@ std::string outputOf(const std::string& command, int& status)
     std::string text;
     if (FILE* pipe = popen(command.c_str(), "r")) {
         std::array<char, 4096> part{};
-        while (const std::size_t got = fread(part.data(), 1, part.size(), pipe))
+        while (const std::size_t got = fread(part.data(), 1, part.size(), pipe)) {
             text.append(part.data(), got);
+        }
         status = pclose(pipe);
     }
     return text;
@@ -145,9 +146,9 @@ protected:
         ASSERT_TRUE(machine->startWave("planar", file()));
     }
     std::filesystem::path file() const { return home.path / "planar.vcd"; }
-    std::string           decode(const std::string& options) const
+    std::string decode(const std::string& options) const
     {
-        int               status = -1;
+        int status = -1;
         const std::string text =
             outputOf("sigrok-cli -I vcd -i " + file().string() + " -P i2c:scl=SCL:sda=SDA" + options + " 2>&1", status);
         EXPECT_EQ(status, 0);
@@ -157,7 +158,7 @@ protected:
     std::string seen() const
     {
         std::istringstream lines{decode(" -A i2c=addr-data")};
-        std::string        line, all;
+        std::string line, all;
         // A '*' stands for the rest of the line.
         static const std::pair<std::string, std::string> tokens[] = {{"Start repeat", "Sr"},
                                                                      {"Start", "S"},
@@ -172,14 +173,17 @@ protected:
                                                                      {"Read", ""}};
         while (std::getline(lines, line)) {
             const std::string event = line.starts_with("i2c-1: ") ? line.substr(7) : line;
-            std::string       token = "?" + line;
-            for (const auto& [pattern, text] : tokens)
-                if (event == pattern)
+            std::string token = "?" + line;
+            for (const auto& [pattern, text] : tokens) {
+                if (event == pattern) {
                     token = text;
-                else if (pattern.ends_with('*') && event.starts_with(pattern.substr(0, pattern.size() - 1)))
+                } else if (pattern.ends_with('*') && event.starts_with(pattern.substr(0, pattern.size() - 1))) {
                     token = text + event.substr(pattern.size() - 1);
-            if (!token.empty())
+                }
+            }
+            if (!token.empty()) {
                 all += (all.empty() ? "" : " ") + token;
+            }
         }
         return all;
     }
@@ -220,8 +224,9 @@ TEST_F(Wave, EepromDecoderReadsPagesAndOffsets)
     for (const char* line :
          {"Page write (addr=08, 8 bytes): 30 31 32 33 34 35 36 37", "Byte write (addr=20, 1 byte): 77",
           "Sequential random read (addr=08, 4 bytes): 30 31 32 33", "Random access read (addr=20, 1 byte): 77",
-          "Current address read: FF"})
+          "Current address read: FF"}) {
         EXPECT_NE(decoded.find(line), std::string::npos) << line << " is not in\n" << decoded;
+    }
     EXPECT_EQ(decoded.find("!"), std::string::npos) << decoded; // warnings
 }
 
@@ -249,8 +254,9 @@ TEST_F(Wave, IsAppendedByEveryProcess)
 {
     on->probe(0xA0);
     const pid_t other = fork();
-    if (other == 0)
+    if (other == 0) {
         _exit(on->probe(0xA2) == outcome::done ? 0 : 1);
+    }
     int status = -1;
     waitpid(other, &status, 0);
     EXPECT_EQ(status, 0);
@@ -269,23 +275,24 @@ TEST_F(Wave, FailedTransactionsLeaveTheRestReadable)
     }
     on->readAt(0xA0, {0x10}, 1);
     const std::string tail = "S W50 A 10 A Sr R50 A FF N P";
-    const std::string all  = seen();
+    const std::string all = seen();
     ASSERT_GE(all.size(), tail.size());
     EXPECT_EQ(all.substr(all.size() - tail.size()), tail) << all;
 }
 
 TEST_F(Wave, HeldLinesAndTheirRecovery)
 {
-    for (const char* kind : {"hold-sda", "hold-scl"})
+    for (const char* kind : {"hold-sda", "hold-scl"}) {
         for (const std::uint64_t byte : {0U, 1U}) {
             machine->addFault({.kind = kind, .count = 1, .byte = byte});
             on->write(0xA0, {0x10, 0x20});
             EXPECT_EQ(on->planar->reset(), outcome::done);
         }
+    }
     on->probe(0xA0);
     on->probe(0xA0);
     const std::string tail = "S W50 A P";
-    const std::string all  = seen();
+    const std::string all = seen();
     ASSERT_GE(all.size(), tail.size());
     EXPECT_EQ(all.substr(all.size() - tail.size()), tail) << all;
 }
@@ -294,23 +301,25 @@ TEST_F(Wave, HeldLinesAndTheirRecovery)
 TEST_F(Wave, LineThatIsFreedBetweenTransactionsRises)
 {
     struct row {
-        const char*   kind;
+        const char* kind;
         std::uint64_t byte;
-        const char*   decoded;
+        const char* decoded;
     };
     for (const row& hold : {row{"hold-scl", 0, "S W50 A 33 A P"}, row{"hold-scl", 1, "S W50 A 10 A Sr W50 A 33 A P"},
-                            row{"hold-sda", 1, "S W50 A 10 A P S W50 A 33 A P"}})
+                            row{"hold-sda", 1, "S W50 A 10 A P S W50 A 33 A P"}}) {
         for (const bool cycled : {false, true}) {
             SCOPED_TRACE(std::string{hold.kind} + (cycled ? ", power cycle" : ", fault cleared"));
             EXPECT_TRUE(machine->startWave("planar", file()));
             machine->addFault({.kind = hold.kind, .count = 1, .byte = hold.byte});
             EXPECT_NE(on->write(0xA0, {0x10, 0x20}).end, outcome::done);
-            if (cycled)
+            if (cycled) {
                 machine->powerCycle();
+            }
             machine->clearFaults();
             EXPECT_EQ(on->write(0xA0, {0x33}).end, outcome::done);
             EXPECT_EQ(seen(), hold.decoded);
         }
+    }
 }
 
 TEST_F(Wave, SdaHeldBeforeAStartFallsAndRisesAndFallsForTheNext)
@@ -381,21 +390,21 @@ TEST_F(Wave, LostFileEndsTheRecordingAlone)
 TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
 {
     for (const unsigned speed : {1U, 7U, 100U, 333U, 400U, 1000U}) {
-        bytes   offset{0x10}, data(3);
+        bytes offset{0x10}, data(3);
         segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::read, data, false}};
         on->planar->transfer(parts, speed);
     }
     on->planar->reset();
-    std::istringstream   lines{home.text("planar.vcd")};
-    std::string          line;
-    long                 tick = -1, previous = -1;
-    int                  changes = 0;
+    std::istringstream lines{home.text("planar.vcd")};
+    std::string line;
+    long tick = -1, previous = -1;
+    int changes = 0;
     std::map<char, char> levels;
-    while (std::getline(lines, line))
+    while (std::getline(lines, line)) {
         if (line[0] == '#') {
             previous = tick;
-            tick     = std::stol(line.substr(1));
-            changes  = 0;
+            tick = std::stol(line.substr(1));
+            changes = 0;
             EXPECT_GT(tick, previous);
         } else if (line[0] == '0' || line[0] == '1') {
             ++changes;
@@ -403,6 +412,7 @@ TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
             EXPECT_NE(levels[line[1]], line[0]) << "tick " << tick;
             levels[line[1]] = line[0];
         }
+    }
     EXPECT_EQ(levels['!'], '1');
     EXPECT_EQ(levels['"'], '1');
 }
@@ -443,9 +453,9 @@ TEST_F(Wave, OneThatFindsNoSpaceLeavesTheOldOneAndTheRunningOne)
     ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
     const rlimit limit{100, before.rlim_max};
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
-    errno              = 0;
+    errno = 0;
     const bool started = machine->startWave("planar", home.path / "old.vcd");
-    const int  error   = errno;
+    const int error = errno;
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
     EXPECT_FALSE(started);
     EXPECT_EQ(EFBIG, error);
@@ -466,7 +476,7 @@ TEST_F(Wave, NothingButAWaveformIsOverwritten)
     for (const char* name : {"note", "a.bin", "b.bin", "machine.toml", "machine.state", "link"}) {
         SCOPED_TRACE(name);
         const std::string before = home.text(name);
-        errno                    = 0;
+        errno = 0;
         EXPECT_FALSE(machine->startWave("planar", home.path / name));
         EXPECT_EQ(errno, EEXIST);
         EXPECT_EQ(home.text(name), before);
@@ -487,8 +497,9 @@ TEST_F(Wave, NothingButAWaveformIsOverwritten)
 TEST_F(Wave, PathHasUpTo1900Bytes)
 {
     std::string folder = std::filesystem::canonical(home.path).string();
-    while (folder.size() + 50 <= 1700)
+    while (folder.size() + 50 <= 1700) {
         folder += "/" + std::string(49, 'f');
+    }
     std::filesystem::create_directories(folder);
     const auto ofLength = [&folder](std::size_t length) {
         return folder + "/" + std::string(length - folder.size() - 1, 'w');
@@ -499,7 +510,7 @@ TEST_F(Wave, PathHasUpTo1900Bytes)
     EXPECT_TRUE(machine->startWave("planar", ofLength(1900)));
     on->probe(0xA0);
     EXPECT_TRUE(machine->stopWave("planar"));
-    std::ifstream     in{ofLength(1900)};
+    std::ifstream in{ofLength(1900)};
     const std::string text{std::istreambuf_iterator<char>{in}, {}};
     EXPECT_TRUE(text.ends_with("\n#275\n")) << text; // 11 bits of 2.5 us
 }

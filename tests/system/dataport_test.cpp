@@ -36,17 +36,17 @@ protected:
     /// Registers as the chip has them, read over the bus without the library.
     [[nodiscard]] bytes registersAt(std::uint8_t chipAddress, std::uint8_t first, std::size_t count) const
     {
-        bytes                       pointer{first};
-        bytes                       data(count);
+        bytes pointer{first};
+        bytes data(count);
         std::array<sim::segment, 2> segments{{{.address = chipAddress, .way = sim::direction::write, .bytes = pointer},
                                               {.address = chipAddress, .way = sim::direction::read, .bytes = data}}};
         EXPECT_EQ(sim::outcome::done, wires->transfer(segments, 0).end);
         return data;
     }
 
-    const std::string leds8      = "sim:planar,L,9551,C4";
-    const std::string leds16     = "sim:planar,L,9552,C0";
-    const std::string expander8  = "sim:planar,L,9554,42";
+    const std::string leds8 = "sim:planar,L,9551,C4";
+    const std::string leds16 = "sim:planar,L,9552,C0";
+    const std::string expander8 = "sim:planar,L,9554,42";
     const std::string expander16 = "sim:planar,L,9555,40";
 };
 
@@ -59,38 +59,40 @@ struct selectorModel {
         for (unsigned pin = 0; pin < pins.size(); ++pin) {
             const bool chosen = (bits >> pin & 1) != 0;
             const bool masked = (mask >> pin & 1) != 0;
-            if (operation == KEST_DP_COPY && masked)
+            if (operation == KEST_DP_COPY && masked) {
                 pins.at(pin) = (pins.at(pin) & 2) | (chosen ? 1U : 0U);
-            else if (operation == KEST_DP_SELECT_00 && chosen)
+            } else if (operation == KEST_DP_SELECT_00 && chosen) {
                 pins.at(pin) = 0;
-            else if (operation == KEST_DP_SELECT_01 && chosen)
+            } else if (operation == KEST_DP_SELECT_01 && chosen) {
                 pins.at(pin) = 1;
-            else if (operation == KEST_DP_SELECT_10 && chosen)
+            } else if (operation == KEST_DP_SELECT_10 && chosen) {
                 pins.at(pin) = 2;
-            else if (operation == KEST_DP_SELECT_11 && chosen)
+            } else if (operation == KEST_DP_SELECT_11 && chosen) {
                 pins.at(pin) = 3;
+            }
         }
     }
     [[nodiscard]] bytes registers(std::size_t count) const
     {
         bytes values(count);
-        for (std::size_t pin = 0; pin < 4 * count; ++pin)
+        for (std::size_t pin = 0; pin < 4 * count; ++pin) {
             values.at(pin / 4) = static_cast<std::uint8_t>(values.at(pin / 4) | pins.at(pin) << (2 * (pin % 4)));
+        }
         return values;
     }
 };
 
 TEST_F(DataPort, LedSelectorsFollowEveryOperation)
 {
-    std::mt19937  random(1);
+    std::mt19937 random(1);
     selectorModel wide;
     selectorModel narrow;
     wide.pins.fill(1); // as after power-up: off
     narrow.pins.fill(1);
     for (int round = 0; round < 200; ++round) {
-        const auto     operation = static_cast<kest_dpOperation>(random() % 5);
-        const unsigned bits      = random() & 0x7FFF; // pin 15 resets the hubs
-        const unsigned mask      = random() & 0x7FFF;
+        const auto operation = static_cast<kest_dpOperation>(random() % 5);
+        const unsigned bits = random() & 0x7FFF; // pin 15 resets the hubs
+        const unsigned mask = random() & 0x7FFF;
         ASSERT_EQ(0U, writePins(leds16, operation, bits, mask));
         ASSERT_EQ(0U, writePins(leds8, operation, bits & 0xFF, mask & 0xFF));
         wide.apply(operation, bits, mask);
@@ -133,10 +135,10 @@ TEST_F(DataPort, ExpanderOutputsAndDirections)
 TEST_F(DataPort, RawRegisters)
 {
     struct row {
-        std::string   text;
-        std::uint8_t  address;
+        std::string text;
+        std::uint8_t address;
         kest_dpConfig config;
-        std::uint8_t  number;
+        std::uint8_t number;
     };
     const std::vector<row> rows{
         {leds8, 0xC4, KEST_DP_CONFIG_PRESCALER0, 1},    {leds8, 0xC4, KEST_DP_CONFIG_DUTY0, 2},
@@ -171,10 +173,10 @@ constexpr int changesEach = 60;
 /// Switches two pins of its own on and off, and leaves pin 2n on, 2n+1 off. @return failures met
 int blinkOwnPins(unsigned worker)
 {
-    const std::string text   = "sim:planar,L,9552,C0";
-    const unsigned    own    = 3U << (2 * worker);
-    int               failed = 0;
-    const auto        change = [&](kest_dpOperation operation, unsigned bits) {
+    const std::string text = "sim:planar,L,9552,C0";
+    const unsigned own = 3U << (2 * worker);
+    int failed = 0;
+    const auto change = [&](kest_dpOperation operation, unsigned bits) {
         const std::unique_ptr<ErrlEntry> entry(KEST_dpWrite(text.c_str(), operation, bits, 0, nullptr, 0));
         failed += entry ? 1 : 0;
     };
@@ -191,15 +193,17 @@ TEST_F(DataPort, ThreadsAndProcessesChangingDifferentPinsLoseNoChange)
     std::vector<pid_t> children;
     for (const unsigned worker : {0U, 1U, 2U}) {
         const pid_t child = fork();
-        if (child == 0)
+        if (child == 0) {
             _exit(blinkOwnPins(worker));
+        }
         children.push_back(child);
     }
     std::array<int, 3> failures{};
     {
         std::vector<std::jthread> threads;
-        for (const unsigned worker : {3U, 4U, 5U})
+        for (const unsigned worker : {3U, 4U, 5U}) {
             threads.emplace_back([worker, &failures] { failures.at(worker - 3) = blinkOwnPins(worker); });
+        }
     }
     EXPECT_EQ((std::array<int, 3>{0, 0, 0}), failures);
     for (const pid_t child : children) {
@@ -228,8 +232,9 @@ TEST_F(DataPort, Detection)
 {
     const auto detect = [](const char* text) { return codeOf(KEST_detectDevice(text, nullptr)); };
     for (const char* const present :
-         {"sim:planar@A0,L", "sim:planar@C0,L,9552,C0", "sim:planar@80,l", "sim:planar@90,L"})
+         {"sim:planar@A0,L", "sim:planar@C0,L,9552,C0", "sim:planar@80,l", "sim:planar@90,L"}) {
         EXPECT_EQ(0U, detect(present)) << present;
+    }
     EXPECT_EQ(0x80001311U, detect("sim:planar@B0,L"));
     EXPECT_EQ(0x80001315U, detect("sim:planar@A0"));
     EXPECT_EQ(0x40001311U, detect("sim:nowhere@A0,L"));

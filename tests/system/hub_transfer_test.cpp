@@ -22,16 +22,16 @@ constexpr std::uint32_t hubWasReset = 0x41000000;
 
 TEST_F(HubTransfer, EveryHubAndPortInBothOffsetFormats)
 {
-    for (const int hub : {0x80, 0x82, 0x88, 0x8A})
-        for (const int port : {0, 7})
+    for (const int hub : {0x80, 0x82, 0x88, 0x8A}) {
+        for (const int port : {0, 7}) {
             for (const bool small : {false, true}) {
                 const std::string name =
                     (small ? "card" : "riser") + std::to_string(hub) + "-" + std::to_string(port) + ".bin";
-                const bytes  before = image(name);
-                const ending got    = read(hubText(hub, port, small), 5, 100);
+                const bytes before = image(name);
+                const ending got = read(hubText(hub, port, small), 5, 100);
                 EXPECT_TRUE(got.good()) << got << name;
                 EXPECT_EQ(part(before, 5, 100), got.data) << name;
-                const bytes  fresh   = pattern(77, 200);
+                const bytes fresh = pattern(77, 200);
                 const ending written = write(hubText(hub, port, small), 13, fresh);
                 EXPECT_TRUE(written.good()) << written << name;
                 EXPECT_EQ(77U, written.length);
@@ -39,6 +39,8 @@ TEST_F(HubTransfer, EveryHubAndPortInBothOffsetFormats)
                 EXPECT_EQ(with(before, 13, fresh), image(name));
                 EXPECT_TRUE(unlocked(static_cast<std::uint16_t>(hub)));
             }
+        }
+    }
 }
 
 TEST_F(HubTransfer, FromOneByteToTheWholeDevice)
@@ -86,12 +88,12 @@ TEST_F(HubTransfer, DeviceThatDoesNotAnswerBehindTheHub)
 
 TEST_F(HubTransfer, HeldSubBusIsResetAndTheWriteRepeated)
 {
-    for (const char* const kind : {"hub-hold-sda", "hub-hold-scl"})
+    for (const char* const kind : {"hub-hold-sda", "hub-hold-scl"}) {
         for (std::size_t page = 1; page <= 10; ++page) {
             const bytes before = image("riser128-7.bin");
-            const bytes fresh  = pattern(640, static_cast<unsigned>(page));
-            const auto  fault  = machine->addFault(
-                  {.kind = kind, .bus = "planar", .address = 0x80, .way = "write", .nth = page, .count = 1});
+            const bytes fresh = pattern(640, static_cast<unsigned>(page));
+            const auto fault = machine->addFault(
+                {.kind = kind, .bus = "planar", .address = 0x80, .way = "write", .nth = page, .count = 1});
             const ending written = write(hubText(0x80, 7), 0x100, fresh);
             EXPECT_EQ(1U, struck(fault)) << kind << page;
             machine->clearFaults();
@@ -101,6 +103,7 @@ TEST_F(HubTransfer, HeldSubBusIsResetAndTheWriteRepeated)
             EXPECT_EQ(with(before, 0x100, fresh), image("riser128-7.bin")) << kind << page;
             EXPECT_TRUE(unlocked(0x80));
         }
+    }
 }
 
 TEST_F(HubTransfer, ReadThatRecoversHandsBackZerosNeverStaleMemory)
@@ -121,18 +124,18 @@ TEST_F(HubTransfer, StatusAtEachPageOfALongWriteIsRecoveredOrReported)
         {1, 0x00101319},  {2, 0x4000131A},  {3, 0},           {4, 0},           {5, 0},
         {6, 0},           {7, 0x0010131C},  {8, 0x0010131D},  {9, 0x1000131E},  {10, 0x1000131E},
         {11, 0x1000131E}, {12, 0x1000131F}, {15, 0x1000131F}, {200, 0x1000131F}};
-    for (const auto& [status, returnCode] : returnCodes)
+    for (const auto& [status, returnCode] : returnCodes) {
         for (std::size_t page = 1; page <= 10; ++page) {
             SCOPED_TRACE(std::to_string(status) + " at page " + std::to_string(page));
-            const bytes  before  = part(image("riser128-7.bin"), 0, 640);
-            const bytes  fresh   = pattern(640, status + static_cast<unsigned>(page));
-            const auto   fault   = machine->addFault({.kind    = "hub-status",
-                                                      .bus     = "planar",
-                                                      .address = 0x80,
-                                                      .way     = "write",
-                                                      .nth     = page,
-                                                      .count   = 1,
-                                                      .value   = status});
+            const bytes before = part(image("riser128-7.bin"), 0, 640);
+            const bytes fresh = pattern(640, status + static_cast<unsigned>(page));
+            const auto fault = machine->addFault({.kind = "hub-status",
+                                                  .bus = "planar",
+                                                  .address = 0x80,
+                                                  .way = "write",
+                                                  .nth = page,
+                                                  .count = 1,
+                                                  .value = status});
             const ending written = write(hubText(0x80, 7), 0, fresh);
             EXPECT_EQ(1U, struck(fault));
             machine->clearFaults();
@@ -144,6 +147,7 @@ TEST_F(HubTransfer, StatusAtEachPageOfALongWriteIsRecoveredOrReported)
             EXPECT_TRUE(unlocked(0x80));
             EXPECT_TRUE(read(hubText(0x80, 7), 0, 1).good()) << "the next transfer works";
         }
+    }
 }
 
 /// Writes of ten pages to a hub that falls silent in the middle of them, each other data.
@@ -151,21 +155,21 @@ class SilentInAWrite : public LibraryMachine
 {
 protected:
     struct result {
-        ending      written;
+        ending written;
         std::size_t pages; ///< that reached the device
     };
     /// @param nth  the transaction that is the first not to be answered: a page, or one that asks whether the hub is ready again
     result silentFrom(std::uint64_t nth)
     {
         const bytes before = part(image(file), 0, length);
-        const bytes fresh  = pattern(length, ++seed);
-        const auto  fault  = machine->addFault(
-              {.kind = "hub-silent", .bus = "planar", .address = 0x80, .way = "write", .nth = nth, .untilReset = true});
-        result     got{.written = write(hubText(0x80, 7), 0, fresh), .pages = 0};
+        const bytes fresh = pattern(length, ++seed);
+        const auto fault = machine->addFault(
+            {.kind = "hub-silent", .bus = "planar", .address = 0x80, .way = "write", .nth = nth, .untilReset = true});
+        result got{.written = write(hubText(0x80, 7), 0, fresh), .pages = 0};
         const bool silent = struck(fault) != 0;
         settle();
         const bytes now = part(image(file), 0, length);
-        got.pages       = static_cast<std::size_t>(std::ranges::mismatch(now, fresh).in1 - now.begin()) / pageBytes;
+        got.pages = static_cast<std::size_t>(std::ranges::mismatch(now, fresh).in1 - now.begin()) / pageBytes;
         EXPECT_EQ(with(before, 0, part(fresh, 0, got.pages * pageBytes)), now);
         EXPECT_EQ(silent, !got.written.good());
         EXPECT_TRUE(unlocked(0x80));
@@ -181,23 +185,23 @@ protected:
     {
         std::uint64_t low = 1, high = page * 1000; // a page takes the hub a few milliseconds, a question some 20 us
         while (high - low > 1) {
-            const std::uint64_t middle                      = (low + high) / 2;
+            const std::uint64_t middle = (low + high) / 2;
             (silentFrom(middle).pages >= page ? high : low) = middle;
         }
         return high;
     }
 
     static constexpr std::size_t pageBytes = 64, length = 640;
-    const std::string            file = "riser128-7.bin";
-    unsigned int                 seed = 0;
+    const std::string file = "riser128-7.bin";
+    unsigned int seed = 0;
 };
 
 TEST_F(SilentInAWrite, IsReportedAtEachPageAndAfterIt)
 {
     for (std::size_t page = 1; page <= 10; ++page) {
         SCOPED_TRACE(page);
-        const std::uint64_t next  = after(page);
-        const result        asked = silentFrom(next); // the hub is waited for, in vain
+        const std::uint64_t next = after(page);
+        const result asked = silentFrom(next); // the hub is waited for, in vain
         EXPECT_EQ(page, asked.pages);
         EXPECT_EQ(0x00001314U, asked.written.returnCode);
         EXPECT_EQ(62U, asked.written.word4);
@@ -212,7 +216,7 @@ TEST_F(SilentInAWrite, IsReportedAtEachPageAndAfterIt)
 TEST_F(HubTransfer, FirstByteThatIsNoStatusFailsTheRead)
 {
     // 0xA5, by default; the statuses of a held sub-bus and of a reset, which the hub itself does not know of; the last
-    for (const std::uint32_t first : {0U, 3U, 15U, 255U})
+    for (const std::uint32_t first : {0U, 3U, 15U, 255U}) {
         for (const unsigned int length : {1U, 64U, 16384U}) {
             const auto fault = machine->addFault(
                 {.kind = "hub-bad-first-byte", .bus = "planar", .address = 0x80, .count = 1, .value = first});
@@ -226,6 +230,7 @@ TEST_F(HubTransfer, FirstByteThatIsNoStatusFailsTheRead)
             EXPECT_TRUE(unlocked(0x80));
             EXPECT_EQ(part(image("riser128-7.bin"), 0, length), read(hubText(0x80, 7), 0, length).data);
         }
+    }
 }
 
 TEST_F(HubTransfer, SilentHubIsResetThroughItsExpanderAndTheNextTransferWorks)
@@ -278,13 +283,16 @@ int hammer(const std::string& text, unsigned int offset, int rounds,
 {
     for (int round = 0; round < rounds; ++round) {
         const bytes fresh = pattern(150, offset + static_cast<unsigned>(round));
-        if (!writeIt(text, offset, fresh).good())
+        if (!writeIt(text, offset, fresh).good()) {
             return 1;
+        }
         const ending got = readIt(text, offset, 150);
-        if (!got.good())
+        if (!got.good()) {
             return 2;
-        if (got.data != fresh)
+        }
+        if (got.data != fresh) {
             return 3;
+        }
     }
     return 0;
 }
@@ -292,7 +300,7 @@ int hammer(const std::string& text, unsigned int offset, int rounds,
 TEST_F(HubTransfer, ProcessesOnTwoHubsMixNothing)
 {
     struct worker {
-        std::string  text;
+        std::string text;
         unsigned int offset;
     };
     const std::vector<worker> workers{
@@ -300,8 +308,9 @@ TEST_F(HubTransfer, ProcessesOnTwoHubsMixNothing)
     std::vector<pid_t> children;
     for (const worker& job : workers) {
         const pid_t child = fork();
-        if (child == 0)
+        if (child == 0) {
             _exit(hammer(job.text, job.offset, 8, &HubTransfer::read, &HubTransfer::write));
+        }
         children.push_back(child);
     }
     for (const pid_t child : children) {
@@ -310,30 +319,33 @@ TEST_F(HubTransfer, ProcessesOnTwoHubsMixNothing)
         EXPECT_TRUE(WIFEXITED(status)) << status;
         EXPECT_EQ(0, WEXITSTATUS(status)) << "1: a write failed, 2: a read failed, 3: wrong bytes";
     }
-    for (const auto hub : {std::uint16_t{0x80}, std::uint16_t{0x88}})
+    for (const auto hub : {std::uint16_t{0x80}, std::uint16_t{0x88}}) {
         EXPECT_TRUE(unlocked(hub));
+    }
 }
 
 /// What happened to the user of one hub while the other one on the same expander was reset.
 struct neighbour {
     std::atomic<bool> enough;
-    std::atomic<int>  good, failed, wrong;
+    std::atomic<int> good, failed, wrong;
 
     /// Writes, reads back, and judges each byte by what it can be: a write that failed leaves old and new ones.
     void work(const std::string& text, ending (*readIt)(const std::string&, unsigned int, unsigned int),
               ending (*writeIt)(const std::string&, unsigned int, const bytes&), bytes before)
     {
         for (unsigned int round = 0; !enough; ++round) {
-            const bytes  fresh   = pattern(before.size(), round);
+            const bytes fresh = pattern(before.size(), round);
             const ending written = writeIt(text, 0, fresh);
-            ending       got     = readIt(text, 0, static_cast<unsigned int>(fresh.size()));
-            for (; !got.good() && !enough; got = readIt(text, 0, static_cast<unsigned int>(fresh.size())))
+            ending got = readIt(text, 0, static_cast<unsigned int>(fresh.size()));
+            for (; !got.good() && !enough; got = readIt(text, 0, static_cast<unsigned int>(fresh.size()))) {
                 ++failed;
+            }
             ++(written.good() ? good : failed);
             ++(got.good() ? good : failed);
             bool right = got.data.size() == fresh.size() || !got.good();
-            for (std::size_t at = 0; right && at < got.data.size(); ++at)
+            for (std::size_t at = 0; right && at < got.data.size(); ++at) {
                 right = got.data[at] == fresh[at] || (!written.good() && got.data[at] == before[at]);
+            }
             wrong += right ? 0 : 1;
             before = got.data;
         }
@@ -352,10 +364,10 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
         other->work(hubText(0x88, 7), &HubTransfer::read, &HubTransfer::write, part(image("riser136-7.bin"), 0, 640));
         _exit(0);
     }
-    const int   enough = kest::tests::isEmulated() ? 8 : 20;
-    const bytes mine   = part(image("riser128-7.bin"), 0, 64);
-    int         resets = 0;
-    const auto  latest = std::chrono::steady_clock::now() + patience;
+    const int enough = kest::tests::isEmulated() ? 8 : 20;
+    const bytes mine = part(image("riser128-7.bin"), 0, 64);
+    int resets = 0;
+    const auto latest = std::chrono::steady_clock::now() + patience;
     while ((resets < enough || other->failed < enough || other->good < 5 * enough) &&
            std::chrono::steady_clock::now() < latest) {
         machine->addFault({.kind = "hub-silent", .bus = "planar", .address = 0x80, .untilReset = true});
@@ -366,19 +378,21 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
         }
         machine->clearFaults();
         const int before = other->good;
-        while (other->good < before + 2 && std::chrono::steady_clock::now() < latest)
+        while (other->good < before + 2 && std::chrono::steady_clock::now() < latest) {
             std::this_thread::yield();
+        }
     }
     other->enough = true;
-    int status    = 0;
+    int status = 0;
     ASSERT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_GE(resets, enough);
     EXPECT_GE(other->failed, enough) << "transfers that a reset struck";
     EXPECT_GE(other->good, 5 * enough);
     EXPECT_EQ(0, other->wrong) << "reads that were good and gave what nobody wrote";
-    for (const auto hub : {std::uint16_t{0x80}, std::uint16_t{0x88}})
+    for (const auto hub : {std::uint16_t{0x80}, std::uint16_t{0x88}}) {
         EXPECT_TRUE(unlocked(hub));
+    }
     settle();
     EXPECT_EQ(part(image("riser136-7.bin"), 0, 640), read(hubText(0x88, 7), 0, 640).data);
     munmap(shared, sizeof(neighbour));
@@ -389,7 +403,7 @@ class KilledWriter : public LibraryMachine
 protected:
     bool hubIsBusy()
     {
-        const auto all  = machine->registers();
+        const auto all = machine->registers();
         const auto busy = std::ranges::find_if(all, [](const sim::machine::registerValue& value) {
             return value.chip.ends_with("0x80 HUB922") && value.name == "busy";
         });
@@ -399,14 +413,17 @@ protected:
     /// Starts a writer, lets the bus time pass, and kills it.
     void killAfter(std::uint64_t busTimeNs)
     {
-        const std::uint64_t from  = wires->busTimeNs();
-        const pid_t         child = fork();
-        if (child == 0)
-            for (unsigned int seed = 0;; ++seed)
+        const std::uint64_t from = wires->busTimeNs();
+        const pid_t child = fork();
+        if (child == 0) {
+            for (unsigned int seed = 0;; ++seed) {
                 write(hubText(0x80, 0), 0, pattern(1000, seed));
+            }
+        }
         const auto latest = std::chrono::steady_clock::now() + patience / 4;
-        while (wires->busTimeNs() - from < busTimeNs && std::chrono::steady_clock::now() < latest)
+        while (wires->busTimeNs() - from < busTimeNs && std::chrono::steady_clock::now() < latest) {
             std::this_thread::yield();
+        }
         EXPECT_GE(wires->busTimeNs() - from, busTimeNs) << "the writer does not write";
         kill(child, SIGKILL);
         int status = 0;
@@ -418,8 +435,8 @@ protected:
 TEST_F(KilledWriter, CausesNoResetOfABusyHub)
 {
     // Where the writer is struck is up to chance; most of its time the hub is busy.
-    int        busyRounds = 0;
-    const auto latest     = std::chrono::steady_clock::now() + patience;
+    int busyRounds = 0;
+    const auto latest = std::chrono::steady_clock::now() + patience;
     for (unsigned int round = 1; busyRounds < 5 && std::chrono::steady_clock::now() < latest; ++round) {
         killAfter(1'000'000U * (round % 40 + 1));
         busyRounds += hubIsBusy() ? 1 : 0;

@@ -13,12 +13,12 @@ class DrivenClock : public host::iic::lockClock
 {
 public:
     DrivenClock() { host::iic::useLockClock(this); }
-    DrivenClock(const DrivenClock&)            = delete;
+    DrivenClock(const DrivenClock&) = delete;
     DrivenClock& operator=(const DrivenClock&) = delete;
     ~DrivenClock() override { host::iic::useLockClock(nullptr); }
 
     std::chrono::nanoseconds now() override { return m_now; }
-    void                     pause(std::chrono::nanoseconds time) override
+    void pause(std::chrono::nanoseconds time) override
     {
         m_now += time;
         ++pauses;
@@ -27,7 +27,7 @@ public:
         }
     }
 
-    int                      pauses = 0;
+    int pauses = 0;
     std::function<void(int)> inPause; ///< told how many there have been
 
 private:

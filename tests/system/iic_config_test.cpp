@@ -13,8 +13,8 @@ TEST_F(IicConfig, ItemsTakeTheirSizeAndDirectionsOnly)
     struct {
         unsigned int item;
         unsigned int size;
-        bool         readable;
-        bool         settable;
+        bool readable;
+        bool settable;
     } const items[] = {{2, 4, true, true},   {3, 4, true, true},   {15, 4, true, false}, {16, 4, true, true},
                        {17, 8, false, true}, {18, 8, false, true}, {19, 44, true, true}};
     OpenDevice device("sim:planar@A0");
@@ -22,11 +22,11 @@ TEST_F(IicConfig, ItemsTakeTheirSizeAndDirectionsOnly)
         const auto* row = std::ranges::find_if(items, [item](const auto& each) { return each.item == item; });
         for (const int direction : {-1, 0, 1, 2, 3}) {
             for (const unsigned int size : {0U, 1U, 2U, 3U, 4U, 5U, 7U, 8U, 9U, 43U, 44U, 45U, 100U, 0xFFFFFFFFU}) {
-                bytes      value   = size == 8 ? registerLock(0xC0, 0) : size == 44 ? block{}.raw() : bytes(100);
+                bytes value = size == 8 ? registerLock(0xC0, 0) : size == 44 ? block{}.raw() : bytes(100);
                 const bool allowed = row != std::end(items) && row->size == size &&
                                      ((direction == 1 && row->readable) || (direction == 2 && row->settable));
                 if (size == 4) {
-                    value[0] = value[3]                                       = 0xA0; // an address in either byte order
+                    value[0] = value[3] = 0xA0; // an address in either byte order
                     value[std::endian::native == std::endian::little ? 3 : 0] = 0;
                 }
                 const answer result = device.config(direction, item, value.data(), size);
@@ -48,7 +48,7 @@ TEST_F(IicConfig, NullValueIsAFault)
 TEST_F(IicConfig, BlockIsGivenBackAsItWasSet)
 {
     OpenDevice device("sim:planar");
-    bytes      raw = block{.speedKhz = 100, .address = 0xA0, .offsetLength = 2, .timeoutMs = 77, .pageSize = 64}.raw();
+    bytes raw = block{.speedKhz = 100, .address = 0xA0, .offsetLength = 2, .timeoutMs = 77, .pageSize = 64}.raw();
     for (const std::size_t unlisted : {6U, 7U, 8U, 11U, 16U, 19U, 22U, 23U, 28U, 31U, 32U, 35U, 36U, 39U}) {
         raw[unlisted] = static_cast<std::uint8_t>(0x80 + unlisted); // ignored and kept
     }
@@ -61,7 +61,7 @@ TEST_F(IicConfig, BlockIsGivenBackAsItWasSet)
 
 TEST_F(IicConfig, BlockWithAFieldOutOfItsRangeChangesNothing)
 {
-    OpenDevice  device("sim:planar");
+    OpenDevice device("sim:planar");
     const block good{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
     device.set(good);
     const block wrong[] = {{.address = 0xA1},   {.address = 0x100},   {.address = 0x1A0},
@@ -127,10 +127,10 @@ TEST_F(IicConfig, TargetAddress)
 
 TEST_F(IicConfig, WithoutATargetTransfersAndDetectionAreInvalid)
 {
-    OpenDevice    device("sim:planar");
-    bytes         data(4);
-    std::uint32_t state  = 0;
-    const auto    before = wires->busTimeNs();
+    OpenDevice device("sim:planar");
+    bytes data(4);
+    std::uint32_t state = 0;
+    const auto before = wires->busTimeNs();
     EXPECT_EQ((answer{0, EINVAL}), device.read(data));
     EXPECT_EQ((answer{0, EINVAL}), device.write(data));
     EXPECT_EQ((answer{-1, EINVAL}), device.config(1, 15, &state, 4));
@@ -152,7 +152,7 @@ TEST_F(IicConfig, DetectStates)
     OpenDevice absent("sim:planar@AE");
     EXPECT_EQ(0U, absent.number(15));
     struct {
-        const char*   kind;
+        const char* kind;
         std::uint32_t state;
     } const faults[] = {{"nack", 0}, {"hold-scl", 1}, {"hold-sda", 2}, {"arbitration", 4}, {"gone", 4}};
     for (const auto& each : faults) {
@@ -168,7 +168,7 @@ TEST_F(IicConfig, DetectionWaitsForABusyChipAsLongAsByteFortyAndFiftyMillisecond
 {
     OpenDevice device("sim:planar@A0");
     const auto writesOnePage = [this] { // with nobody waiting for the end of its cycle
-        bytes        page{0, 0, 0x55};
+        bytes page{0, 0, 0x55};
         sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
         ASSERT_EQ(sim::outcome::done, wires->transfer({&whole, 1}, 0).end);
     };

@@ -10,16 +10,16 @@ namespace
 
 /// What an operation does with an open device, and what must be true once it has succeeded.
 struct operation {
-    const char*                                name;
-    std::function<void(OpenDevice&)>           prepare; ///< block and position
+    const char* name;
+    std::function<void(OpenDevice&)> prepare; ///< block and position
     std::function<answer(OpenDevice&, bytes&)> run;
-    bytes                                      data;  ///< to write, or what a read must deliver
-    const char*                                image; ///< that it writes; empty: none
-    std::size_t                                offset;
-    std::size_t                                page;
-    int                                        least;   ///< transactions that a fault can strike, at least
-    std::uint64_t                              written; ///< bytes of its longest message
-    std::uint64_t                              read;    ///< bytes that a read can fail at
+    bytes data; ///< to write, or what a read must deliver
+    const char* image; ///< that it writes; empty: none
+    std::size_t offset;
+    std::size_t page;
+    int least; ///< transactions that a fault can strike, at least
+    std::uint64_t written; ///< bytes of its longest message
+    std::uint64_t read; ///< bytes that a read can fail at
 
     [[nodiscard]] bool writes() const { return *image != '\0'; }
     [[nodiscard]] bool reads() const { return std::string(name).ends_with("read"); }
@@ -27,18 +27,18 @@ struct operation {
 
 /// What a fault of the bus does to an operation.
 struct faultRow {
-    const char*                kind;
-    bool                       lasts;
+    const char* kind;
+    bool lasts;
     std::vector<std::uint64_t> bytes; ///< at which it strikes
-    int                        first; ///< errno when it strikes in the first transaction; 0: the layer gets over it
-    int                        later; ///< when it strikes after a page has been sent
-    [[nodiscard]] bool         silence() const { return first == ENXIO; }
+    int first; ///< errno when it strikes in the first transaction; 0: the layer gets over it
+    int later; ///< when it strikes after a page has been sent
+    [[nodiscard]] bool silence() const { return first == ENXIO; }
     /// Whether any transaction of an operation has what it strikes at: an address, or such a byte.
     [[nodiscard]] bool strikes(const operation& what, std::uint64_t byte) const
     {
-        const std::string   name    = kind;
-        const bool          hub     = std::string(what.name).find("hub") != std::string::npos;
-        const bool          atBytes = name == "nack-data" || name == "short" || byte != 0;
+        const std::string name = kind;
+        const bool hub = std::string(what.name).find("hub") != std::string::npos;
+        const bool atBytes = name == "nack-data" || name == "short" || byte != 0;
         const std::uint64_t bytesOf = name == "nack-data" ? what.written : std::max(what.written, what.read);
         return (name != "hub-silent" || hub) && (!atBytes || byte < bytesOf);
     }
@@ -71,7 +71,7 @@ protected:
 
     static answer readInto(OpenDevice& device, bytes& data) { return device.read(data); }
     static answer writeFrom(OpenDevice& device, bytes& data) { return device.write(data); }
-    static void   use(OpenDevice& device, block settings, long position)
+    static void use(OpenDevice& device, block settings, long position)
     {
         settings.busyWaitMs = 4; // what is refused for good is given up soon
         ASSERT_EQ((answer{0, 0}), device.set(settings));
@@ -79,7 +79,7 @@ protected:
     }
     static block inShortPages() // a hub passes them on sooner, and is asked less often
     {
-        block settings    = hub128();
+        block settings = hub128();
         settings.pageSize = 16;
         return settings;
     }
@@ -116,12 +116,12 @@ protected:
     void imageHoldsWhatWasAcknowledged(const operation& what, const bytes& before, const answer& result,
                                        bool fellSilent) const
     {
-        const auto        moved = static_cast<std::size_t>(result.result);
-        const std::size_t all   = what.data.size();
-        const std::size_t room  = what.page - (what.offset + moved) % what.page;
-        const std::size_t last  = (what.offset + all - 1) % what.page + 1; // the last page's bytes
-        const bytes       now   = image(what.image);
-        const bool        whole = now == with(before, what.offset, what.data);
+        const auto moved = static_cast<std::size_t>(result.result);
+        const std::size_t all = what.data.size();
+        const std::size_t room = what.page - (what.offset + moved) % what.page;
+        const std::size_t last = (what.offset + all - 1) % what.page + 1; // the last page's bytes
+        const bytes now = image(what.image);
+        const bool whole = now == with(before, what.offset, what.data);
         EXPECT_TRUE(moved == 0 || moved == all || (what.offset + moved) % what.page == 0) << moved;
         if (fellSilent) {
             EXPECT_EQ(with(before, what.offset, part(what.data, 0, std::min(all, moved + room))), now);
@@ -143,14 +143,14 @@ protected:
     bool runWith(const operation& what, const faultRow& row, std::uint64_t nth, std::uint64_t byte)
     {
         const bytes before = what.writes() ? image(what.image) : bytes{};
-        OpenDevice  device("sim:planar");
+        OpenDevice device("sim:planar");
         what.prepare(device);
         machine->addFault({.kind = row.kind, .bus = "planar", .nth = nth, .count = row.lasts ? 0U : 1U, .byte = byte});
-        bytes        data   = what.reads() ? bytes(what.data.size(), 0x5A) : what.data;
+        bytes data = what.reads() ? bytes(what.data.size(), 0x5A) : what.data;
         const answer result = what.run(device, data);
-        const bool   struck = machine->faults().front().struck != 0;
-        const bool   begun  = what.writes() && nth > 1; // only a write leaves a chip busy that may be silent then
-        const int    error  = !struck ? 0 : begun ? row.later : row.first;
+        const bool struck = machine->faults().front().struck != 0;
+        const bool begun = what.writes() && nth > 1; // only a write leaves a chip busy that may be silent then
+        const int error = !struck ? 0 : begun ? row.later : row.first;
         EXPECT_EQ(error, result.error);
         EXPECT_EQ(error == 0, result.result == static_cast<int>(what.data.size()));
         EXPECT_GE(result.result, 0);
@@ -181,7 +181,7 @@ protected:
     /// A page of a write. A chip with pages of 64 bytes stores it from its start on, going on at the page's beginning.
     struct sentPage {
         std::size_t start;
-        bytes       data;
+        bytes data;
     };
     static std::vector<sentPage> pagesOf(std::size_t offset, const bytes& data, std::size_t page)
     {
@@ -225,8 +225,8 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfEachOperation)
         for (const faultRow& row : faultRows) {
             for (const std::uint64_t byte : row.bytes) {
                 const std::string name = std::string(what.name) + ", " + row.kind + (row.lasts ? " for good" : " once");
-                int               met  = 0;
-                bool              struck = true;
+                int met = 0;
+                bool struck = true;
                 for (std::uint64_t nth = 1; struck; ++nth) {
                     SCOPED_TRACE(name + " at transaction " + std::to_string(nth) + ", byte " + std::to_string(byte));
                     struck = runWith(what, row, nth, byte);
@@ -249,10 +249,10 @@ TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
 {
     const bytes all = pattern(32768, 1);
     struct {
-        const char*   way;
+        const char* way;
         std::uint64_t byte;
-        std::size_t   from; ///< of the chip's cells
-        std::size_t   changed;
+        std::size_t from; ///< of the chip's cells
+        std::size_t changed;
     } const cases[] = {{"write", 0, 40 + 256, 300},
                        {"write", 1, 41, 300},
                        {"read", 0, 40, 0},
@@ -260,7 +260,7 @@ TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
                        {"read", 299, 40, 299}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        bytes      expected = part(all, each.from, 300);
+        bytes expected = part(all, each.from, 300);
         use(device, main256(), 40);
         if (each.changed < 300) {
             expected[each.changed] ^= 1;
@@ -281,10 +281,10 @@ TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
 {
     const bytes all = pattern(16384, 5);
     struct {
-        const char*   way;
+        const char* way;
         std::uint64_t byte;
-        std::uint8_t  status;               ///< 0: none
-        std::size_t   from[2];              ///< of each piece
+        std::uint8_t status; ///< 0: none
+        std::size_t from[2]; ///< of each piece
     } const cases[] = {{"write", 0, 2, {}}, // no device at that port
                        {"write", 1, 1, {}}, // an odd address
                        {"write", 2, 0, {8 + 256, 8199 + 256}},
@@ -295,7 +295,7 @@ TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
             SCOPED_TRACE(std::string(each.way) + " byte " + std::to_string(each.byte) + " of piece " +
                          std::to_string(nth));
             OpenDevice device("sim:planar");
-            bytes      data(9001, 0x5A);
+            bytes data(9001, 0x5A);
             use(device, hub128(), onRiser + 8);
             corruptOnce(each.way, nth, each.byte);
             const answer result = device.read(data);
@@ -325,21 +325,21 @@ TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
 TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWasAcknowledged)
 {
     struct {
-        bool          hub;
+        bool hub;
         std::uint64_t byte;
-        std::uint8_t  status;  ///< that the hub keeps; it passes nothing more on then
-        std::size_t   away;    ///< XOR mask of the page's start
-        std::size_t   changed; ///< byte of the page's data; npos none
+        std::uint8_t status; ///< that the hub keeps; it passes nothing more on then
+        std::size_t away; ///< XOR mask of the page's start
+        std::size_t changed; ///< byte of the page's data; npos none
     } const cases[] = {{false, 0, 0, 256, SIZE_MAX}, {false, 1, 0, 1, SIZE_MAX},
                        {false, 2, 0, 0, 0},          {false, 20, 0, 0, 18},
                        {true, 0, 2, 0, SIZE_MAX},    {true, 1, 1, 0, SIZE_MAX},
                        {true, 2, 0, 256, SIZE_MAX},  {true, 3, 0, 1, SIZE_MAX},
                        {true, 4, 0, 0, 0},           {true, 9, 0, 0, 5}};
     for (const auto& each : cases) {
-        const char* const name   = each.hub ? "riser.bin" : "main.bin";
-        const bytes       before = image(name);
-        const bytes       data   = pattern(each.hub ? 30 : 140, 9);
-        const auto        pages  = each.hub ? pagesOf(10, data, 16) : pagesOf(40, data, 64);
+        const char* const name = each.hub ? "riser.bin" : "main.bin";
+        const bytes before = image(name);
+        const bytes data = pattern(each.hub ? 30 : 140, 9);
+        const auto pages = each.hub ? pagesOf(10, data, 16) : pagesOf(40, data, 64);
         ASSERT_EQ(3U, pages.size());
         std::vector<bytes> outcomes; // the image when the first, second, third page is struck
         for (std::size_t page = 0; page < pages.size(); ++page) {
@@ -351,8 +351,8 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
             sent.resize(each.status == 0 ? sent.size() : page);
             outcomes.push_back(stored(before, sent));
         }
-        std::size_t page  = 0;
-        bool        going = true;
+        std::size_t page = 0;
+        bool going = true;
         for (std::uint64_t nth = 1; going; ++nth) {
             SCOPED_TRACE(std::string(name) + " byte " + std::to_string(each.byte) + " at transaction " +
                          std::to_string(nth));
@@ -361,7 +361,7 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
             corruptOnce("write", nth, each.byte);
             EXPECT_EQ((answer{static_cast<int>(data.size()), 0}), device.write(data));
             EXPECT_EQ("", device.firstFailure());
-            going           = struck() != 0;
+            going = struck() != 0;
             const bytes now = image(name);
             while (going && page + 1 < pages.size() && now != outcomes[page]) {
                 ++page; // the questions after a page have no byte to change: then it is the next page's
@@ -400,51 +400,51 @@ TEST_F(IicFaults, CorruptedByteOfAPlainWriteGoesWhereItSays)
 TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
 {
     struct {
-        const char*   kind;
-        bool          lasts;
+        const char* kind;
+        bool lasts;
         std::uint32_t state;
-        bool          ofHub, ofOthers; ///< whether it strikes at all
-    } const rows[]      = {{"nack", false, 3, true, true},
-                           {"nack", true, 0, true, true},
-                           {"hold-sda", false, 2, true, true},
-                           {"hold-sda", true, 2, true, true},
-                           {"hold-scl", false, 1, true, true},
-                           {"hold-scl", true, 1, true, true},
-                           {"arbitration", false, 3, true, true},
-                           {"arbitration", true, 4, true, true},
-                           {"gone", false, 4, true, true},
-                           {"gone", true, 4, true, true},
-                           {"hub-silent", false, 3, true, false},
-                           {"hub-silent", true, 0, true, false},
-                           {"nack-data", true, 3, false, false},
-                           {"short", true, 3, false, false},
-                           {"corrupt", true, 3, false, false},
-                           {"hub-status", true, 3, false, false},
-                           {"hub-hold-sda", true, 3, false, false},
-                           {"hub-hold-scl", true, 3, false, false},
-                           {"hub-bad-first-byte", true, 3, false, false}};
+        bool ofHub, ofOthers; ///< whether it strikes at all
+    } const rows[] = {{"nack", false, 3, true, true},
+                      {"nack", true, 0, true, true},
+                      {"hold-sda", false, 2, true, true},
+                      {"hold-sda", true, 2, true, true},
+                      {"hold-scl", false, 1, true, true},
+                      {"hold-scl", true, 1, true, true},
+                      {"arbitration", false, 3, true, true},
+                      {"arbitration", true, 4, true, true},
+                      {"gone", false, 4, true, true},
+                      {"gone", true, 4, true, true},
+                      {"hub-silent", false, 3, true, false},
+                      {"hub-silent", true, 0, true, false},
+                      {"nack-data", true, 3, false, false},
+                      {"short", true, 3, false, false},
+                      {"corrupt", true, 3, false, false},
+                      {"hub-status", true, 3, false, false},
+                      {"hub-hold-sda", true, 3, false, false},
+                      {"hub-hold-scl", true, 3, false, false},
+                      {"hub-bad-first-byte", true, 3, false, false}};
     const bytes write[] = {{0, 0, 0x55}, {3, 0xA2, 0, 0, 0x55}}; // of another process: the device is busy afterwards
     for (const auto& row : rows) {
         for (const bool hub : {false, true}) {
-            int  met    = 0;
+            int met = 0;
             bool strike = true;
             for (std::uint64_t nth = 1; strike; ++nth) {
                 SCOPED_TRACE(std::string(row.kind) + (row.lasts ? " for good" : " once") + (hub ? ", hub" : "") +
                              " at transaction " + std::to_string(nth));
-                bytes        page = write[hub ? 1 : 0];
+                bytes page = write[hub ? 1 : 0];
                 sim::segment whole{.address = static_cast<std::uint8_t>(hub ? 0x80 : 0xA0),
-                                   .way     = sim::direction::write,
-                                   .bytes   = page};
-                OpenDevice   device("sim:planar");
+                                   .way = sim::direction::write,
+                                   .bytes = page};
+                OpenDevice device("sim:planar");
                 use(device, hub ? hub128() : main256(), 0);
                 EXPECT_EQ(sim::outcome::done, wires->transfer({&whole, 1}, 0).end);
-                machine->addFault({.kind  = row.kind,
-                                   .bus   = "planar",
-                                   .nth   = nth,
+                machine->addFault({.kind = row.kind,
+                                   .bus = "planar",
+                                   .nth = nth,
                                    .count = row.lasts ? 0U : 1U,
                                    .value = std::string(row.kind) == "hub-status" ? 5U : 0U});
                 const std::uint32_t state = device.number(15);
-                strike                    = struck() != 0;
+                strike = struck() != 0;
                 met += strike ? 1 : 0;
                 EXPECT_EQ(strike ? row.state : 3U, state);
                 EXPECT_EQ("", device.firstFailure());
@@ -479,11 +479,11 @@ TEST_F(IicFaults, ResetOfTheBusMeetsNoFaultButTheOnesThatHoldIt)
 TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
 {
     struct {
-        const char*      kind;
-        std::uint64_t    count;
-        std::uint32_t    value;  ///< resets that a held line outlasts
+        const char* kind;
+        std::uint64_t count;
+        std::uint32_t value; ///< resets that a held line outlasts
         std::vector<int> resets; ///< errno of each
-        answer           then;   ///< of the read after them
+        answer then; ///< of the read after them
     } const rows[] = {
         {"nack", 0, 0, {0}, {0, ENXIO}},
         {"nack-data", 1, 0, {0}, {9, 0}},
@@ -502,7 +502,7 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.kind) + " outlasts " + std::to_string(row.value));
         OpenDevice device("sim:planar");
-        bytes      data(9);
+        bytes data(9);
         use(device, main256(), 40);
         machine->addFault({.kind = row.kind, .bus = "planar", .count = row.count, .value = row.value});
         device.read(data);
@@ -522,12 +522,12 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
 TEST_F(IicFaults, WriteCycleThatDoesNotEndAtEachPage)
 {
     const bytes before = image("main.bin");
-    const bytes data   = pattern(300, 9);
+    const bytes data = pattern(300, 9);
     for (std::uint64_t page = 1; page <= 5; ++page) {
         OpenDevice device("sim:planar");
         device.set(main256());
         const auto fault = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = page, .count = 1});
-        const int  moved = static_cast<int>(64 * (page - 1));
+        const int moved = static_cast<int>(64 * (page - 1));
         EXPECT_EQ((answer{moved, ETIME}), device.write(data));
         EXPECT_EQ(with(before, 0, part(data, 0, static_cast<std::size_t>(moved))), image("main.bin"));
         machine->clearFault(fault);
@@ -540,7 +540,7 @@ TEST_F(IicFaults, WriteCycleThatDoesNotEndAtEachPage)
 TEST_F(IicFaults, RefusedReadAddressInTheMiddleOfARead)
 {
     OpenDevice device("sim:planar");
-    bytes      data(10);
+    bytes data(10);
     device.set(main256());
     machine->addFault({.kind = "nack", .bus = "planar", .way = "read", .count = 1});
     EXPECT_EQ((answer{0, ENXIO}), device.read(data)); // it answered a moment ago: that is no write cycle
@@ -551,10 +551,10 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
 {
     const bytes all = pattern(16384, 5);
     struct {
-        const char*   kind;
+        const char* kind;
         std::uint32_t value;
-        std::uint8_t  status;
-        bool          stays; ///< until the sub-buses are reset
+        std::uint8_t status;
+        bool stays; ///< until the sub-buses are reset
     } const faults[] = {{"hub-status", 5, 5, true},
                         {"hub-status", 200, 200, true},
                         {"hub-hold-sda", 0, 3, true},
@@ -564,7 +564,7 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
         for (std::uint64_t piece = 1; piece <= 3; ++piece) {
             SCOPED_TRACE(std::string(each.kind) + " at piece " + std::to_string(piece));
             OpenDevice device("sim:planar");
-            bytes      data(1 + 16384, 0x5A);
+            bytes data(1 + 16384, 0x5A);
             use(device, hub128(), onRiser);
             machine->addFault({.kind = each.kind, .bus = "planar", .nth = piece, .count = 1, .value = each.value});
             const std::size_t moved = std::size_t{8192} + (piece == 3 ? 8191 : 0);
@@ -590,11 +590,11 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
 TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreToldAtItsEnd)
 {
     const bytes before = image("riser.bin");
-    const bytes data   = pattern(640, 9);
+    const bytes data = pattern(640, 9);
     struct {
-        const char*   kind;
+        const char* kind;
         std::uint32_t value;
-        std::uint8_t  status;
+        std::uint8_t status;
     } const faults[] = {
         {"hub-status", 6, 6}, {"hub-hold-sda", 0, 3}, {"hub-hold-scl", 0, 4}, {"stuck-write-cycle", 0, 6}};
     for (const auto& each : faults) {
@@ -619,7 +619,7 @@ TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreToldAtItsEnd)
 TEST_F(IicFaults, GoneBusComesBack)
 {
     OpenDevice device("sim:planar");
-    bytes      data(5);
+    bytes data(5);
     device.set(main256());
     machine->addFault({.kind = "gone", .bus = "planar"});
     EXPECT_EQ((answer{0, ENODEV}), device.read(data));
@@ -631,7 +631,7 @@ TEST_F(IicFaults, GoneBusComesBack)
 TEST_F(IicFaults, ResetTellsWhoStillHoldsTheBus)
 {
     OpenDevice device("sim:planar");
-    bytes      data(5);
+    bytes data(5);
     device.set(main256());
     machine->addFault({.kind = "hold-sda", .bus = "planar", .count = 1, .value = 1}); // outlasts one reset
     EXPECT_EQ((answer{0, ETIME}), device.read(data));

@@ -44,7 +44,7 @@ protected:
     void failRead(OpenDevice& device, const char* kind, int error, std::size_t length = 4)
     {
         const auto fault = machine->addFault({.kind = kind, .bus = "planar", .count = 1});
-        bytes      data(length);
+        bytes data(length);
         EXPECT_EQ(error, device.read(data).error);
         machine->clearFault(fault);
         wires->reset();
@@ -53,7 +53,7 @@ protected:
     /// The error of the record in the machine's folder, where every process finds it; empty when there is none.
     [[nodiscard]] std::string sharedError() const
     {
-        std::ifstream        file(recordFile());
+        std::ifstream file(recordFile());
         const nlohmann::json record = nlohmann::json::parse(file, nullptr, false);
         return record.is_object() ? record.value("error", "") : "";
     }
@@ -80,7 +80,7 @@ TEST_F(IicFirstFailure, TellsWhatFailedAndTheLastTransactions)
     EXPECT_EQ(getpid(), record["process"]);
     ASSERT_EQ(2U, record["transactions"].size());
     const auto& first = record["transactions"][0];
-    const auto& last  = record["transactions"][1];
+    const auto& last = record["transactions"][1];
     EXPECT_EQ("0000", first["head"]);
     EXPECT_EQ("done", first["end"]);
     EXPECT_EQ("A0", last["address"]);
@@ -119,7 +119,7 @@ TEST_F(IicFirstFailure, IsKeptAcrossProcesses)
     const pid_t child = fork();
     if (child == 0) {
         OpenDevice device("sim:planar");
-        bytes      data(4);
+        bytes data(4);
         device.set({.address = 0xAE, .busyWaitMs = 0});
         _exit(device.read(data).error == ENXIO ? 0 : 1);
     }
@@ -155,7 +155,7 @@ TEST_F(IicFirstFailure, SilenceAfterAPageIsBusyAndBeforeOneAbsent)
     EXPECT_EQ("busy", recordOf(device)["silence"]);
     EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
     OpenDevice absent("sim:planar@AE");
-    bytes      data(1);
+    bytes data(1);
     EXPECT_EQ((answer{0, ENXIO}), absent.read(data));
     const auto record = recordOf(absent);
     EXPECT_EQ("absent", record["silence"]);
@@ -232,19 +232,20 @@ TEST_F(IicFirstFailure, LinksAndPipesInTheWayAreReplaced)
 
 TEST_F(IicFirstFailure, WithoutADescriptorItIsAFailureAndNotNone)
 {
-    if (underSanitizer)
+    if (underSanitizer) {
         GTEST_SKIP() << "the check of virtual tables needs descriptors of its own";
+    }
     OpenDevice device("sim:planar@A0");
     failRead(device, "short", EIO);
     struct rlimit before {
     };
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const rlimit nothing{0, before.rlim_max};
-    void*        data = &device;
+    void* data = &device;
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &nothing));
-    errno            = 0;
+    errno = 0;
     const int result = mern_iic_ffdc_extract(device.handle(), 0, &data);
-    const int error  = errno;
+    const int error = errno;
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
     EXPECT_EQ((answer{-1, ENOMEM}), (answer{result, error}));
     EXPECT_EQ(nullptr, data);
@@ -281,8 +282,8 @@ TEST_F(IicFirstFailure, ProcessKilledWhileItRecordsLeavesNothingInTheWay)
 TEST_F(IicFirstFailure, ReservedArgumentsAreZero)
 {
     OpenDevice device("sim:planar@A0");
-    void*      data = &device;
-    errno           = 0;
+    void* data = &device;
+    errno = 0;
     EXPECT_EQ(-1, mern_iic_ffdc_extract(device.handle(), 1, &data));
     EXPECT_EQ(EINVAL, errno);
     EXPECT_EQ(nullptr, data);

@@ -33,7 +33,7 @@ public:
 
 private:
     std::atomic<bool> m_began = false;
-    std::jthread      m_thread;
+    std::jthread m_thread;
 };
 
 class IicFork : public IicMachine
@@ -55,7 +55,7 @@ protected:
     static bool ownHandleWorks()
     {
         OpenDevice device("sim:planar@A0");
-        bytes      data(4);
+        bytes data(4);
         return device.error() == 0 && device.set(main256()).error == 0 && device.read(data) == answer{4, 0} &&
                device.firstFailure().empty() && mern_iic_ffdc_unlock(device.handle(), 0) == 0;
     }
@@ -85,9 +85,9 @@ TEST_F(IicFork, ChildCanAskForFirstFailuresThatThreadsAreBusyWith)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     const host::iic::busIdentity nowhere{.folder = "/-", .name = "bus", .mode = 0600, .group = 0, .text = "bus"};
-    const auto                   drop = [&nowhere] { return host::iic::dropFirstFailure(nowhere, 0xA0) == 0; };
-    const Busy                   one(drop);
-    const Busy                   other(drop);
+    const auto drop = [&nowhere] { return host::iic::dropFirstFailure(nowhere, 0xA0) == 0; };
+    const Busy one(drop);
+    const Busy other(drop);
     for (int round = 0; round < 500; ++round) {
         ASSERT_EQ(0, inChild(drop)) << round;
     }
@@ -99,13 +99,13 @@ TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     OpenDevice holder("sim:planar");
     OpenDevice waiting("sim:planar");
-    bytes      record = registerLock(0xC0, 0);
+    bytes record = registerLock(0xC0, 0);
     EXPECT_EQ((answer{0, 0}), holder.config(2, 17, record.data(), 8));
     const Busy busy([&waiting] { // in a call nearly always
         bytes patient = registerLock(0xC0, 50);
         waiting.config(2, 17, patient.data(), 8);
     });
-    int        closed = 0;
+    int closed = 0;
     for (int round = 0; round < 20; ++round) {
         const int status = inChild([&waiting] {
             errno = 0;

@@ -29,7 +29,7 @@ public:
             _exit(work([this] { tell(); }) ? 0 : 1);
         }
     }
-    Child(const Child&)            = delete;
+    Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
     ~Child()
     {
@@ -45,7 +45,7 @@ public:
         EXPECT_EQ(1, read(m_ready[0], &word, 1));
     }
     void kill(int signal) const { ::kill(m_process, signal); }
-    int  end(int signal = 0)
+    int end(int signal = 0)
     {
         int status = 0;
         if (signal != 0) {
@@ -59,7 +59,7 @@ public:
 private:
     void tell() const { static_cast<void>(!write(m_ready[1], "!", 1)); }
 
-    int   m_ready[2]{};
+    int m_ready[2]{};
     pid_t m_process = 0;
 };
 
@@ -176,10 +176,10 @@ TEST_F(IicLocks, KilledHolderReleasesAtOnce)
         return held;
     });
     holder.awaitWord();
-    OpenDevice  waiter("sim:planar");
+    OpenDevice waiter("sim:planar");
     DrivenClock clock;
-    int         status = 0;
-    clock.inPause      = [&](int pauses) { status = pauses == 2 ? holder.end(SIGKILL) : status; };
+    int status = 0;
+    clock.inPause = [&](int pauses) { status = pauses == 2 ? holder.end(SIGKILL) : status; };
     EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     EXPECT_EQ(2, clock.pauses);
@@ -204,9 +204,9 @@ TEST_F(IicLocks, WaiterForAFileThatIsExchangedMeetsTheOthersAtTheNewOne)
 TEST_F(IicLocks, ExitOfTheHolderReleases)
 {
     OpenDevice waiter("sim:planar");
-    Child      holder([](const auto& tell) {
-        auto*      device = new OpenDevice("sim:planar"); // never closed
-        const bool held   = lock(*device, registerLock(0xC0, 0)) == answer{0, 0};
+    Child holder([](const auto& tell) {
+        auto* device = new OpenDevice("sim:planar"); // never closed
+        const bool held = lock(*device, registerLock(0xC0, 0)) == answer{0, 0};
         tell();
         return held;
     });
@@ -269,7 +269,7 @@ TEST_F(IicLocks, WhoeverTakesItAgainAndAgainLetsWaitersIn)
 /// One count on the four bytes of the chip's prescalers and duty cycles, under its lock.
 bool countUp(OpenDevice& device)
 {
-    bytes      value(4);
+    bytes value(4);
     const bool read = lock(device, registerLock(0xC0, 30'000)) == answer{0, 0} &&
                       device.write({0x12}) == answer{1, 0} && device.read(value) == answer{4, 0};
     std::uint32_t count =
@@ -289,7 +289,7 @@ int manyRounds()
 
 TEST_F(IicLocks, FourProcessesLoseNoUpdate)
 {
-    const int  rounds = manyRounds();
+    const int rounds = manyRounds();
     OpenDevice device("sim:planar@C0");
     EXPECT_EQ((answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
     {
@@ -297,7 +297,7 @@ TEST_F(IicLocks, FourProcessesLoseNoUpdate)
         for (int number = 0; number < 4; ++number) {
             workers.push_back(std::make_unique<Child>([rounds](const auto&) {
                 OpenDevice own("sim:planar@C0");
-                block      values;
+                block values;
                 values.writeCycleMs = 0;
                 own.set(values);
                 bool good = true;
@@ -312,7 +312,7 @@ TEST_F(IicLocks, FourProcessesLoseNoUpdate)
         }
     }
     device.write({0x12});
-    const bytes         value = device.readAll(4);
+    const bytes value = device.readAll(4);
     const std::uint32_t count =
         value[0] | static_cast<std::uint32_t>(value[1]) << 8 | static_cast<std::uint32_t>(value[2]) << 16;
     EXPECT_EQ(4U * static_cast<std::uint32_t>(rounds), count);

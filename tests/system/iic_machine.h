@@ -11,8 +11,8 @@ class IicMachine : public OwnMachine
 protected:
     explicit IicMachine(double writeCycleMs = 3.5) : OwnMachine("[nodes]\n3 = \"sim:three\"\n")
     {
-        const std::string cycle   = "write_cycle_ms = " + std::to_string(writeCycleMs) + "\n";
-        const std::string onHub   = cycle + "hub = 0x80\nport = ";
+        const std::string cycle = "write_cycle_ms = " + std::to_string(writeCycleMs) + "\n";
+        const std::string onHub = cycle + "hub = 0x80\nport = ";
         const std::string farNode = "node = \"three\"\n";
         fill("main.bin", pattern(32768, 1));
         fill("small.bin", pattern(256, 2));
@@ -31,12 +31,12 @@ protected:
 
     [[nodiscard]] double busMs() const { return static_cast<double>(wires->busTimeNs()) / 1e6; }
 
-    static block          main256() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
-    static block          small02() { return {.address = 0xA8, .offsetLength = 1, .pageSize = 8}; }
-    static block          hub128() { return {.address = 0x80, .offsetLength = 4, .pageSize = 64}; }
-    static block          hub02() { return {.address = 0x80, .offsetLength = 3, .pageSize = 8}; }
+    static block main256() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
+    static block small02() { return {.address = 0xA8, .offsetLength = 1, .pageSize = 8}; }
+    static block hub128() { return {.address = 0x80, .offsetLength = 4, .pageSize = 64}; }
+    static block hub02() { return {.address = 0x80, .offsetLength = 3, .pageSize = 8}; }
     static constexpr long onRiser = 0x03A20000;
-    static constexpr long onCard  = 0x01A600;
+    static constexpr long onCard = 0x01A600;
 };
 
 } // namespace kest::test

@@ -106,7 +106,7 @@ TEST_F(IicPaths, NodesNameOtherBuses)
 TEST_F(IicPaths, NullPathAndOtherFlagsAreRefused)
 {
     const MernNode local;
-    errno         = 0;
+    errno = 0;
     mern_t handle = mern_iic_open(local, nullptr, 0x1002);
     EXPECT_EQ(EFAULT, errno);
     EXPECT_EQ(0, std::memcmp(&handle, &MERN_INVALID, sizeof handle));
@@ -147,7 +147,7 @@ TEST_F(IicPaths, WithoutADescriptorLeftThereIsNoMemory)
     close(free);
     std::vector<int> errors;
     for (int more = 0; errors.empty() || (errors.back() != 0 && more < 20); ++more) {
-        rlimit few   = usual;
+        rlimit few = usual;
         few.rlim_cur = static_cast<rlim_t>(free + more);
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
         {
@@ -165,7 +165,7 @@ TEST_F(IicPaths, WithoutADescriptorLeftThereIsNoMemory)
 TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)
 {
     OpenDevice device("sim:planar");
-    mern_t     copy = device.handle();
+    mern_t copy = device.handle();
     device.set(main256());
     EXPECT_EQ(0, mern_iic_seek(copy, 100, 0));
     EXPECT_EQ(part(pattern(32768, 1), 100, 4), device.readAll(4));
@@ -178,10 +178,10 @@ TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)
 std::vector<int> errnosOf(mern_t handle)
 {
     std::vector<int> seen;
-    std::uint8_t     byte = 0;
-    std::uint32_t    word = 0;
-    void*            data = nullptr;
-    const auto       note = [&seen](int result, int expected) { seen.push_back(result == expected ? errno : -1); };
+    std::uint8_t byte = 0;
+    std::uint32_t word = 0;
+    void* data = nullptr;
+    const auto note = [&seen](int result, int expected) { seen.push_back(result == expected ? errno : -1); };
     note(mern_iic_config(handle, 1, WOBU_IIC_SPEED, &word, 4), -1);
     note(mern_iic_seek(handle, 0, 0), -1);
     note(mern_iic_read(handle, &byte, 1), 0);
@@ -196,7 +196,7 @@ std::vector<int> errnosOf(mern_t handle)
 TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
 {
     const std::vector<int> all(8, EBADF);
-    const MernNode         local;
+    const MernNode local;
     EXPECT_EQ(all, errnosOf(MERN_INVALID));
     EXPECT_EQ(all, errnosOf(mern_t{}));
     mern_t handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
@@ -220,8 +220,8 @@ TEST(IicOfAFreshProcess, DISABLED_LeavesATicket)
 {
     const char* const named = std::getenv(ticketVariable);
     ASSERT_NE(nullptr, named);
-    std::fstream                             file(named, std::ios::binary | std::ios::in | std::ios::out);
-    mern_t                                   wanted{};
+    std::fstream file(named, std::ios::binary | std::ios::in | std::ios::out);
+    mern_t wanted{};
     std::vector<std::unique_ptr<OpenDevice>> devices;
     ASSERT_TRUE(file.read(reinterpret_cast<char*>(&wanted), sizeof wanted));
     do {
@@ -239,8 +239,8 @@ TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
         devices.push_back(std::make_unique<OpenDevice>("sim:planar@A0"));
         ASSERT_EQ(0, devices.back()->error());
     } while (devices.back()->handle().words[2] != 1);
-    const mern_t      own     = devices.back()->handle();
-    const auto        ticket  = settings.folder() / "ticket";
+    const mern_t own = devices.back()->handle();
+    const auto ticket = settings.folder() / "ticket";
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     const std::string command = std::string(ticketVariable) + "=" + ticket.string() + " " + kest::tests::emulator +
                                 " " + program +
@@ -266,8 +266,8 @@ TEST_F(IicPaths, HandleOpenedByAForkedChildIsForeign)
     const pid_t child = fork();
     if (child == 0) {
         const MernNode local;
-        mern_t         handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
-        const bool     sent   = write(pipes[1], &handle, sizeof handle) == static_cast<ssize_t>(sizeof handle);
+        mern_t handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
+        const bool sent = write(pipes[1], &handle, sizeof handle) == static_cast<ssize_t>(sizeof handle);
         _exit(sent ? 0 : 1);
     }
     mern_t handle{};
@@ -293,7 +293,7 @@ TEST_F(IicPaths, ErrnoIsLeftAloneBySuccess)
 /// Runs `work(number)` in so many threads, which begin together.
 void together(int count, const std::function<void(int)>& work)
 {
-    std::latch               begun(count);
+    std::latch begun(count);
     std::vector<std::thread> threads;
     for (int number = 0; number < count; ++number) {
         threads.emplace_back([&work, &begun, number] {
@@ -324,8 +324,8 @@ TEST_F(IicPaths, ManyThreadsOpenUseAndClose)
 TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
 {
     const struct {
-        block       settings;
-        long        start;
+        block settings;
+        long start;
         std::size_t statusBytes; // ahead of what is read through a hub
         const char* image;
     } chips[] = {{main256(), 1024, 0, "main.bin"},
@@ -334,7 +334,7 @@ TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
                  {hub128(), onRiser + 1024, 1, "riser.bin"}};
     together(4, [&](int number) {
         const auto& chip = chips[number];
-        OpenDevice  device("sim:planar");
+        OpenDevice device("sim:planar");
         for (unsigned int round = 0; round < 10; ++round) {
             const bytes fresh = pattern(100, 50 + round + 10 * static_cast<unsigned int>(number));
             EXPECT_EQ((answer{0, 0}), device.set(chip.settings));
@@ -356,12 +356,12 @@ TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
 {
     OpenDevice device("sim:planar");
     device.set(main256());
-    const auto            textOf = [](const bytes& data) { return std::string(data.begin(), data.end()); };
-    std::mutex            guard;
+    const auto textOf = [](const bytes& data) { return std::string(data.begin(), data.end()); };
+    std::mutex guard;
     std::set<std::string> pieces;
     together(4, [&](int) {
         for (int round = 0; round < 50; ++round) {
-            const bytes           data = device.readAll(16);
+            const bytes data = device.readAll(16);
             const std::lock_guard hold(guard);
             EXPECT_TRUE(pieces.insert(textOf(data)).second);
         }
@@ -371,14 +371,14 @@ TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
         expected.insert(textOf(part(pattern(32768, 1), at, 16)));
     }
     EXPECT_EQ(200U, expected.size());
-    EXPECT_EQ(expected, pieces);                                    // each call got 16 bytes that follow one another
+    EXPECT_EQ(expected, pieces); // each call got 16 bytes that follow one another
     EXPECT_EQ(part(pattern(32768, 1), 3200, 4), device.readAll(4)); // and moved the position once
 }
 
 TEST_F(IicPaths, EveryCallOfEveryThreadOnAHandleEndsWithAResultOrABadDescriptorOnceItIsClosed)
 {
-    const MernNode                          local;
-    const mern_t                            shared = mern_iic_open(local, "sim:planar@A0", 0x1002);
+    const MernNode local;
+    const mern_t shared = mern_iic_open(local, "sim:planar@A0", 0x1002);
     const std::vector<std::function<int()>> calls{
         [handle = shared]() mutable {
             std::uint32_t value = 0;

@@ -17,7 +17,7 @@ protected:
     /// Word 4 of the first SRC: the errno of the failure.
     static std::uint32_t errnoWord(const ErrlEntry& entry)
     {
-        unsigned int         count = 0;
+        unsigned int count = 0;
         const std::uint32_t* words = entry.getSRC(0)->getHexData(count);
         return count > 4 ? words[4] : 0;
     }
@@ -33,7 +33,7 @@ protected:
             device.seek(static_cast<long>(position));
         }
         machine->addFault({.kind = "hold-scl", .bus = "planar", .nth = nth, .count = 1, .byte = byte});
-        ErrlEntry*   entry  = nullptr;
+        ErrlEntry* entry = nullptr;
         unsigned int length = static_cast<unsigned int>(data.size());
         if (read) {
             kest_wobuRead(device.handle(), entry, &length, data.data(), 1);
@@ -56,13 +56,13 @@ protected:
 };
 
 struct retryCase {
-    const char*   name;
-    block         settings;
+    const char* name;
+    block settings;
     std::uint32_t position;
-    std::size_t   length;
-    const char*   image;
-    unsigned int  seed;   ///< of the image's pattern
-    std::size_t   offset; ///< in the image
+    std::size_t length;
+    const char* image;
+    unsigned int seed; ///< of the image's pattern
+    std::size_t offset; ///< in the image
 };
 const block direct{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
 const block hub{.address = 0x80, .offsetLength = 4, .pageSize = 64};
@@ -77,13 +77,13 @@ TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
     for (const retryCase& each : cases) {
         const bytes before = image(each.image);
         for (const std::uint64_t byte : {0U, 20U}) {
-            std::uint64_t nth    = 1;
-            bool          struck = true;
+            std::uint64_t nth = 1;
+            bool struck = true;
             for (; struck; ++nth) {
                 SCOPED_TRACE(std::string(each.name) + ", transaction " + std::to_string(nth) + ", byte " +
                              std::to_string(byte));
                 bytes data = pattern(each.length, 9);
-                struck     = transfer(each.settings, each.position, data, false, nth, byte);
+                struck = transfer(each.settings, each.position, data, false, nth, byte);
                 EXPECT_EQ(with(before, each.offset, data), image(each.image));
                 fill(each.image, before);
                 if (HasFailure()) {
@@ -102,10 +102,10 @@ TEST_F(IicRetry, TimeOutAtEachPieceOfARead)
                                {"hub", hub, 0x03A20000, 16001, "", 5, 0},
                                {"hub, not from 0", hub, 0x03A20064, 16001, "", 5, 100}};
     for (const retryCase& each : cases) {
-        const bool  throughHub = each.settings.offsetLength == 4;
-        const bytes all        = pattern(throughHub ? 16384 : 32768, each.seed);
-        int         met        = 0;
-        bool        struck     = true;
+        const bool throughHub = each.settings.offsetLength == 4;
+        const bytes all = pattern(throughHub ? 16384 : 32768, each.seed);
+        int met = 0;
+        bool struck = true;
         for (std::uint64_t nth = 1; struck; ++nth) {
             for (const std::uint64_t byte : {0U, 1U}) {
                 SCOPED_TRACE(std::string(each.name) + ", transaction " + std::to_string(nth) + ", byte " +

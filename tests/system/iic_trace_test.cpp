@@ -10,8 +10,8 @@ namespace kest::test
 namespace
 {
 
-constexpr std::uint32_t openHash   = 0xD35EC4C9;
-constexpr std::uint32_t doneHash   = 0x26F38071;
+constexpr std::uint32_t openHash = 0xD35EC4C9;
+constexpr std::uint32_t doneHash = 0x26F38071;
 constexpr std::uint32_t failedHash = 0xE0ACCFB4;
 
 class IicTrace : public IicMachine
@@ -22,7 +22,7 @@ protected:
     traced news()
     {
         const auto records = recordsOf("IIC");
-        traced     lines;
+        traced lines;
         for (const host::traceRecord& record : records) {
             if (record.timeNs > m_seenNs) {
                 lines.emplace_back(record.hash, record.text);
@@ -47,7 +47,7 @@ protected:
         machine->addFault({.kind = kind, .bus = "planar", .way = way, .byte = byte});
     }
 
-    bytes         data     = bytes(9);
+    bytes data = bytes(9);
     std::uint64_t m_seenNs = 0;
 };
 
@@ -91,10 +91,10 @@ TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
 TEST_F(IicTrace, AReadThatFailsTellsOperationBusTargetPositionMovedErrnoAndSilence)
 {
     struct {
-        const char*   kind;
-        const char*   way;
+        const char* kind;
+        const char* way;
         std::uint64_t byte;
-        const char*   line;
+        const char* line;
     } const rows[] = {
         {"short", "read", 4, " read sim:planar failed: target A0 position 1234 moved 4 of 9 errno 5 EIO "},
         {"nack", "", 0, " read sim:planar failed: target A0 position 1234 moved 0 of 9 errno 6 ENXIO absent"},
@@ -150,7 +150,7 @@ protected:
     static std::vector<std::string> linesOf(const ErrlEntry& entry)
     {
         std::vector<std::string> lines;
-        int                      sections = 0;
+        int sections = 0;
         for (const host::loggedTrace& trace : host::describeEntry(entry).traces) {
             std::istringstream text(trace.text);
             sections += trace.buffer == "IIC" ? 1 : 0;
@@ -170,10 +170,10 @@ protected:
     }
     static std::unique_ptr<ErrlEntry> readEntry(const std::string& text, unsigned int offset, unsigned int length)
     {
-        unsigned char*                   data = nullptr;
+        unsigned char* data = nullptr;
         const std::unique_ptr<ErrlEntry> none;
-        std::unique_ptr<ErrlEntry>       entry(
-                  KEST_seepromRead(address(text), nullptr, offset, &length, &data, hardware.data()));
+        std::unique_ptr<ErrlEntry> entry(
+            KEST_seepromRead(address(text), nullptr, offset, &length, &data, hardware.data()));
         tavo_util_free(reinterpret_cast<void**>(&data));
         return entry;
     }

@@ -22,7 +22,7 @@ TEST_F(IicTransfer, PositionStartsAtZeroAndMovesOnByWholeTransfers)
 TEST_F(IicTransfer, FailedShortAndPlainTransfersLeaveThePosition)
 {
     OpenDevice device("sim:planar");
-    bytes      data(100);
+    bytes data(100);
     device.set(main256());
     device.seek(300);
     machine->addFault({.kind = "short", .bus = "planar", .way = "read", .count = 1, .byte = 40});
@@ -30,7 +30,7 @@ TEST_F(IicTransfer, FailedShortAndPlainTransfersLeaveThePosition)
     machine->addFault({.kind = "hold-scl", .bus = "planar", .count = 1});
     EXPECT_EQ((answer{0, ETIME}), device.read(data));
     EXPECT_EQ((answer{0, 0}), device.reset());
-    block plain        = main256();
+    block plain = main256();
     plain.offsetLength = 0;
     device.set(plain);
     EXPECT_EQ((answer{100, 0}), device.read(data));
@@ -60,7 +60,7 @@ TEST_F(IicTransfer, LengthZeroAnswersZeroAndTouchesNothing)
 {
     OpenDevice device("sim:planar"); // not even a target
     const auto before = wires->busTimeNs();
-    errno             = 7;
+    errno = 7;
     EXPECT_EQ(0, mern_iic_read(device.handle(), nullptr, 0));
     EXPECT_EQ(0, mern_iic_write(device.handle(), nullptr, 0));
     EXPECT_EQ(7, errno);
@@ -80,7 +80,7 @@ TEST_F(IicTransfer, NullBufferIsAFault)
 
 TEST_F(IicTransfer, LengthThatNoResultCanTellIsInvalid)
 {
-    OpenDevice   device("sim:planar");
+    OpenDevice device("sim:planar");
     std::uint8_t byte = 0;
     device.set(main256());
     errno = 0;
@@ -106,12 +106,12 @@ TEST_F(IicTransfer, TransactionOfALongReadTakesAQuarterOfASecondAtTheSpeedOfTheB
 {
     struct {
         std::uint16_t speedKhz;
-        int           firstPiece;
-        double        milliseconds;
+        int firstPiece;
+        double milliseconds;
     } const cases[] = {{100, 2773, 249.96}, {0, 11105, 249.985}, {400, 11105, 249.985}, {5000, 27770, 249.999}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        bytes      data(60000);
+        bytes data(60000);
         device.set({.speedKhz = each.speedKhz, .address = 0xA4, .offsetLength = 2, .pageSize = 128});
         machine->addFault({.kind = "gone", .bus = "planar", .nth = 2, .count = 1});
         const double before = busMs();
@@ -126,10 +126,10 @@ TEST_F(IicTransfer, TransactionOfALongReadTakesAQuarterOfASecondAtTheSpeedOfTheB
 TEST_F(IicTransfer, PositionOrEndBeyondTheOffsetIsInvalidWithNothingSent)
 {
     struct {
-        block       settings;
-        long        position;
+        block settings;
+        long position;
         std::size_t length;
-        bool        readToo; ///< whether a read is refused, too
+        bool readToo; ///< whether a read is refused, too
     } const cases[] = {
         {small02(), 0x100, 1, true},   {small02(), 0xFF, 2, false},        {small02(), 0, 257, false},
         {main256(), 0x10000, 1, true}, {main256(), 0xFFFF, 2, false},      {main256(), 0x12345678, 1, true},
@@ -139,7 +139,7 @@ TEST_F(IicTransfer, PositionOrEndBeyondTheOffsetIsInvalidWithNothingSent)
         device.set(each.settings);
         device.seek(each.position);
         const auto before = wires->busTimeNs();
-        bytes      data(each.length);
+        bytes data(each.length);
         EXPECT_EQ((answer{0, EINVAL}), device.write(data)) << each.position;
         EXPECT_EQ(before, wires->busTimeNs());
         if (each.readToo) {
@@ -154,8 +154,8 @@ TEST_F(IicTransfer, ReadsRollOverAsTheChipDoes)
     OpenDevice device("sim:planar");
     device.set(small02());
     device.seek(250);
-    const bytes all      = pattern(256, 2);
-    bytes       expected = part(all, 250, 6);
+    const bytes all = pattern(256, 2);
+    bytes expected = part(all, 250, 6);
     expected.insert(expected.end(), all.begin(), all.begin() + 14);
     EXPECT_EQ(expected, device.readAll(20));
     bytes data(1);
@@ -164,7 +164,7 @@ TEST_F(IicTransfer, ReadsRollOverAsTheChipDoes)
 
 TEST_F(IicTransfer, WritesAreSplitAtPages)
 {
-    OpenDevice  device("sim:planar");
+    OpenDevice device("sim:planar");
     const bytes data = pattern(1000, 9);
     device.set(main256());
     device.seek(61);
@@ -179,8 +179,8 @@ TEST_F(IicTransfer, WritesAreSplitAtPages)
 TEST_F(IicTransfer, WithoutAPageSizeAWriteIsOneMessage)
 {
     OpenDevice device("sim:planar");
-    block      values = main256();
-    values.pageSize   = 0;
+    block values = main256();
+    values.pageSize = 0;
     device.set(values);
     EXPECT_EQ((answer{80, 0}), device.write(pattern(80, 9)));
     // The chip's own page of 64 wrapped round: that is what a wrong page size does.
@@ -196,7 +196,7 @@ TEST_F(IicTransfer, PlainTransfers)
     EXPECT_EQ((answer{2, 0}), device.write({0x02, 0x4B})); // a prescaler
     EXPECT_EQ((answer{1, 0}), device.write({0x02}));
     EXPECT_EQ((bytes{0x4B}), device.readAll(1));
-    bytes      tooLong(8193);
+    bytes tooLong(8193);
     const auto before = wires->busTimeNs();
     EXPECT_EQ((answer{0, EINVAL}), device.read(tooLong));
     EXPECT_EQ((answer{0, EINVAL}), device.write(tooLong));
@@ -213,9 +213,9 @@ TEST_F(IicTransfer, WriteCycleIsOverWhenAWriteIsDone)
 
 TEST_F(IicTransfer, BusyIsNotAbsent)
 {
-    bytes        page{0, 0, 0x55};
+    bytes page{0, 0, 0x55};
     sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
-    OpenDevice   device("sim:planar");
+    OpenDevice device("sim:planar");
     device.set(main256());
     wires->transfer({&whole, 1}, 0); // another process's write, whose cycle begins now
     EXPECT_EQ((bytes{0x55}), device.readAll(1));
@@ -228,11 +228,11 @@ TEST_F(IicTransfer, AbsentIsToldAfterFiftyMillisecondsOfBusTimeOrByteForty)
 {
     struct {
         std::uint32_t busyWaitMs;
-        double        waitedMs;
+        double waitedMs;
     } const cases[] = {{1000, 50}, {50, 50}, {20, 20}, {0, 0}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        bytes      data(4);
+        bytes data(4);
         device.set({.address = 0xAE, .offsetLength = 2, .busyWaitMs = each.busyWaitMs});
         double before = busMs();
         EXPECT_EQ((answer{0, ENXIO}), device.read(data));
@@ -247,14 +247,14 @@ TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFifty
 {
     struct {
         std::uint16_t promisedMs;
-        double        waitedMs;
+        double waitedMs;
     } const cases[] = {{0, 50}, {5, 50}, {13, 52}, {25, 100}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        block      values   = main256();
+        block values = main256();
         values.writeCycleMs = each.promisedMs;
         device.set(values);
-        const auto   fault  = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = 2, .count = 1});
+        const auto fault = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = 2, .count = 1});
         const double before = busMs();
         EXPECT_EQ((answer{64, ETIME}), device.write(pattern(192, 9))); // the second page's
         EXPECT_NEAR(each.waitedMs + 6.5, busMs() - before, each.waitedMs / 10);
@@ -266,8 +266,8 @@ TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFifty
 TEST_F(IicTransfer, TimeOutOfTheTransferIsBusTime)
 {
     OpenDevice device("sim:planar");
-    block      values = main256();
-    values.timeoutMs  = 12;
+    block values = main256();
+    values.timeoutMs = 12;
     device.set(values);
     EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 9))); // two pages of 5 ms are done, a third is sent
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 9), 0, 192)), image("main.bin"));
@@ -288,7 +288,7 @@ TEST_F(IicTransfer, ProtectedChipsRefusedDataIsAnError)
 TEST_F(IicTransfer, ArbitrationIsTriedAgainWithinByteForty)
 {
     OpenDevice device("sim:planar");
-    bytes      data(4);
+    bytes data(4);
     device.set(main256());
     machine->addFault({.kind = "arbitration", .bus = "planar", .count = 5});
     EXPECT_EQ((answer{4, 0}), device.read(data));
@@ -296,8 +296,8 @@ TEST_F(IicTransfer, ArbitrationIsTriedAgainWithinByteForty)
     EXPECT_EQ((answer{70, 0}), device.write(pattern(70, 9))); // lost in the middle of a page
     EXPECT_EQ(with(pattern(32768, 1), 4, pattern(70, 9)), image("main.bin"));
     const auto lasting = machine->addFault({.kind = "arbitration", .bus = "planar"});
-    block      values  = main256();
-    values.busyWaitMs  = 30;
+    block values = main256();
+    values.busyWaitMs = 30;
     device.set(values);
     const double before = busMs();
     EXPECT_EQ((answer{0, EIO}), device.read(data));
@@ -333,15 +333,15 @@ TEST_F(IicTransfer, HubReadCountsOnlyItsOffsetUp)
     OpenDevice device("sim:planar");
     device.set(hub02());
     device.seek(onCard + 0xF0);
-    const bytes all      = pattern(256, 6);
-    bytes       expected = part(all, 0xF0, 16);
+    const bytes all = pattern(256, 6);
+    bytes expected = part(all, 0xF0, 16);
     expected.insert(expected.end(), all.begin(), all.begin() + 16);
     EXPECT_EQ(expected, part(device.readAll(33), 1, 32)); // rolls over in the chip, not into the device's address
 }
 
 TEST_F(IicTransfer, HubWriteIsSplitAtPagesWithTheFullOffset)
 {
-    OpenDevice  device("sim:planar");
+    OpenDevice device("sim:planar");
     const bytes data = pattern(500, 9);
     device.set(hub128());
     device.seek(onRiser + 0x7E);
@@ -358,8 +358,8 @@ TEST_F(IicTransfer, HubWriteIsSplitAtPagesWithTheFullOffset)
 TEST_F(IicTransfer, HubTakesNoMoreThanItsBufferAtOnce)
 {
     OpenDevice device("sim:planar");
-    block      values = hub128();
-    values.pageSize   = 0;
+    block values = hub128();
+    values.pageSize = 0;
     device.set(values);
     device.seek(onRiser);
     EXPECT_EQ((answer{1000, 0}), device.write(bytes(1000, 0xEE)));

@@ -42,7 +42,7 @@ TEST_F(IicWriters, WriteWaitsForItsTimeOutAndSendsNothing)
     OpenDevice device("sim:planar");
     device.set(impatient(main256(), 30));
     ASSERT_TRUE(other->beginWrite(0xA0, std::chrono::milliseconds(0)));
-    const auto  busTime = wires->busTimeNs();
+    const auto busTime = wires->busTimeNs();
     DrivenClock clock;
     EXPECT_EQ((answer{0, ETIME}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(300, clock.pauses);
@@ -70,9 +70,9 @@ TEST_F(IicWriters, WriteGoesOnWhenTheOtherIsDone)
 
 TEST_F(IicWriters, WritersToOtherChipsAndHoldersOfAdvisoryLocksAreNotInTheWay)
 {
-    OpenDevice        device("sim:planar");
-    OpenDevice        holder("sim:planar");
-    bytes             record = registerLock(0xA0, 0);
+    OpenDevice device("sim:planar");
+    OpenDevice holder("sim:planar");
+    bytes record = registerLock(0xA0, 0);
     const DrivenClock clock;
     device.set(main256());
     ASSERT_TRUE(other->beginWrite(0xA8, std::chrono::milliseconds(0)));
@@ -83,10 +83,10 @@ TEST_F(IicWriters, WritersToOtherChipsAndHoldersOfAdvisoryLocksAreNotInTheWay)
 
 TEST_F(IicWriters, ReadsAndWritesWithoutPagesAskNobody)
 {
-    OpenDevice        device("sim:planar");
+    OpenDevice device("sim:planar");
     const DrivenClock clock;
-    block             noPages = main256();
-    noPages.pageSize          = 0;
+    block noPages = main256();
+    noPages.pageSize = 0;
     device.set(noPages);
     ASSERT_TRUE(other->beginWrite(0xA0, std::chrono::milliseconds(0)));
     EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
@@ -128,8 +128,8 @@ TEST_F(IicWriters, MalformedWriteIsToldAtOnce)
 TEST_F(IicWriters, SilenceBesideAnotherWriterIsBusyAndNotAbsent)
 {
     OpenDevice device("sim:planar@AE");
-    bytes      data(4);
-    block      values{.address = 0xAE, .offsetLength = 2, .timeoutMs = 300, .busyWaitMs = 0};
+    bytes data(4);
+    block values{.address = 0xAE, .offsetLength = 2, .timeoutMs = 300, .busyWaitMs = 0};
     device.set(values);
     EXPECT_EQ((answer{0, ENXIO}), device.read(data));
     EXPECT_EQ(0U, device.number(15));
@@ -147,7 +147,7 @@ TEST_F(IicWriters, SilenceBesideAnotherWriterIsBusyAndNotAbsent)
 TEST_F(IicWriters, AnotherThatNeverEndsIsNotWaitedForWithoutEnd)
 {
     OpenDevice device("sim:planar@AE");
-    bytes      data(4);
+    bytes data(4);
     device.set({.address = 0xAE, .offsetLength = 2});
     ASSERT_TRUE(other->beginWrite(0xAE, std::chrono::milliseconds(0)));
     const double before = busMs();

@@ -16,8 +16,8 @@ namespace kest::test
 /// What a call of the library ended with.
 struct ending {
     std::uint32_t returnCode = 0; ///< 0: no entry
-    unsigned int  length     = 0;
-    bytes         data;
+    unsigned int length = 0;
+    bytes data;
     std::uint32_t word4 = 0; ///< user data 1 of the entry's first SRC
 
     [[nodiscard]] bool good() const { return returnCode == 0; }
@@ -43,7 +43,7 @@ protected:
             text += chip("HUB922", hub);
             for (const int port : {0, 7}) {
                 const std::string name = std::to_string(hub) + "-" + std::to_string(port);
-                const std::string at   = "hub = " + std::to_string(hub) + "\nport = " + std::to_string(port) + "\n";
+                const std::string at = "hub = " + std::to_string(hub) + "\nport = " + std::to_string(port) + "\n";
                 text += eeprom("24C128", 0xA2, "riser" + name + ".bin", at) +
                         eeprom("24C02", 0xA6, "card" + name + ".bin", at);
                 fill("riser" + name + ".bin", pattern(16384, static_cast<unsigned>(hub + port)));
@@ -73,8 +73,8 @@ protected:
     {
         const std::unique_ptr<ErrlEntry> owned(entry);
         if (owned) {
-            result.returnCode     = owned->getRC();
-            unsigned int   count  = 0;
+            result.returnCode = owned->getRC();
+            unsigned int count = 0;
             const SrciSrc* source = owned->getSRC(0);
             EXPECT_NE(nullptr, source);
             result.word4 = source == nullptr ? 0 : source->getHexData(count)[4];
@@ -83,18 +83,19 @@ protected:
     }
     static ending read(const std::string& text, unsigned int offset, unsigned int length)
     {
-        unsigned int     moved = length;
-        unsigned char*   data  = nullptr;
+        unsigned int moved = length;
+        unsigned char* data = nullptr;
         ErrlEntry* const entry = KEST_seepromRead(address(text), nullptr, offset, &moved, &data, hardware.data());
-        ending           result{.length = moved, .data = {}};
-        if (entry == nullptr && data != nullptr)
+        ending result{.length = moved, .data = {}};
+        if (entry == nullptr && data != nullptr) {
             result.data.assign(data, data + moved);
+        }
         tavo_util_free(reinterpret_cast<void**>(&data));
         return conclude(entry, std::move(result));
     }
     static ending write(const std::string& text, unsigned int offset, const bytes& data)
     {
-        auto             moved = static_cast<unsigned int>(data.size());
+        auto moved = static_cast<unsigned int>(data.size());
         ErrlEntry* const entry =
             KEST_seepromWrite(address(text), nullptr, offset, &moved, data.data(), hardware.data());
         return conclude(entry, {.length = moved, .data = {}});
@@ -110,9 +111,9 @@ protected:
     /// Whether the device address is free: a lock on it is had at once.
     static bool unlocked(std::uint16_t deviceAddress)
     {
-        OpenDevice                  other("sim:planar");
+        OpenDevice other("sim:planar");
         std::array<std::uint8_t, 8> record{};
-        const std::uint32_t         timeoutMs = 1;
+        const std::uint32_t timeoutMs = 1;
         std::memcpy(record.data() + 2, &deviceAddress, 2);
         std::memcpy(record.data() + 4, &timeoutMs, 4);
         return other.config(2, 17, record.data(), record.size()) == answer{0, 0};
@@ -121,8 +122,9 @@ protected:
     [[nodiscard]] std::uint64_t struck(std::uint32_t fault) const
     {
         std::uint64_t times = 0;
-        for (const sim::machine::listedFault& listed : machine->faults())
+        for (const sim::machine::listedFault& listed : machine->faults()) {
             times += listed.number == fault ? listed.struck : 0;
+        }
         return times;
     }
 };

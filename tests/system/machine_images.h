@@ -27,7 +27,7 @@ protected:
     {
         std::ofstream(folder() / "machine.toml") << text;
         machine = sim::openMachine(folder(), false);
-        wires   = machine->findBus("planar", "");
+        wires = machine->findBus("planar", "");
     }
 
     static std::string chip(const std::string& type, int address, const std::string& more = "")
@@ -42,7 +42,7 @@ protected:
     }
 
     [[nodiscard]] std::filesystem::path folder() const { return settings.folder() / "machine"; }
-    void                                fill(const std::string& image, const bytes& data) const
+    void fill(const std::string& image, const bytes& data) const
     {
         std::ofstream(folder() / image, std::ios::binary)
             .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
@@ -67,9 +67,9 @@ protected:
     /// Lets every write cycle end, and a hub pass on what it took.
     void settle() const { wires->idle(2'000'000'000); }
 
-    OwnConfiguration              settings;
+    OwnConfiguration settings;
     std::shared_ptr<sim::machine> machine;
-    std::shared_ptr<sim::bus>     wires;
+    std::shared_ptr<sim::bus> wires;
 };
 
 } // namespace kest::test

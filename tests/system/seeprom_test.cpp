@@ -22,36 +22,38 @@ protected:
     static ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,
                          const std::string& text = "sim:planar,L,2C0256,A0")
     {
-        auto attributes                 = hardware;
+        auto attributes = hardware;
         attributes[KEST_ATTR_READ_MODE] = mode;
-        unsigned int     moved          = length;
-        unsigned char*   data           = nullptr;
+        unsigned int moved = length;
+        unsigned char* data = nullptr;
         ErrlEntry* const entry =
             KEST_seepromRead(address(text, number), nullptr, offset, &moved, &data, attributes.data());
         ending result{.length = moved, .data = {}};
-        if (data != nullptr)
+        if (data != nullptr) {
             result.data.assign(data, data + moved);
+        }
         tavo_util_free(reinterpret_cast<void**>(&data));
         return conclude(entry, std::move(result));
     }
     static ending writeAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, const bytes& data)
     {
-        auto attributes                 = hardware;
+        auto attributes = hardware;
         attributes[KEST_ATTR_READ_MODE] = mode;
-        auto             moved          = static_cast<unsigned int>(data.size());
+        auto moved = static_cast<unsigned int>(data.size());
         ErrlEntry* const entry = KEST_seepromWrite(address("sim:planar,L,2C0256,A0", number), nullptr, offset, &moved,
                                                    data.data(), attributes.data());
         return conclude(entry, {.length = moved, .data = {}});
     }
 };
-constexpr kest_attributeValue fileMode  = 3;
+constexpr kest_attributeValue fileMode = 3;
 constexpr kest_attributeValue mixedMode = 5;
 
 unsigned sumOf(const bytes& data, std::size_t from, std::size_t count)
 {
     unsigned sum = 0;
-    for (std::size_t at = from; at < from + count; ++at)
+    for (std::size_t at = from; at < from + count; ++at) {
         sum += data.at(at);
+    }
     return sum & 0xFF;
 }
 
@@ -61,8 +63,9 @@ unsigned crc16(const bytes& data, std::size_t from, std::size_t count)
     unsigned sum = 0;
     for (std::size_t at = from; at < from + count; ++at) {
         sum ^= static_cast<unsigned>(data.at(at)) << 8;
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             sum = ((sum & 0x8000) != 0 ? sum << 1 ^ 0x1021 : sum << 1) & 0xFFFF;
+        }
     }
     return sum;
 }
@@ -72,8 +75,9 @@ std::uint32_t crc32(const bytes& data, std::size_t count)
     std::uint32_t sum = 0xFFFFFFFF;
     for (std::size_t at = 0; at < count; ++at) {
         sum ^= data.at(at);
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             sum = sum >> 1 ^ ((sum & 1) != 0 ? 0xEDB88320U : 0U);
+        }
     }
     return ~sum;
 }
@@ -81,8 +85,9 @@ std::uint32_t crc32(const bytes& data, std::size_t count)
 bool edidIsSound(const bytes& data)
 {
     bool sound = !data.empty() && data.size() % 128 == 0;
-    for (std::size_t at = 0; sound && at < data.size(); at += 128)
+    for (std::size_t at = 0; sound && at < data.size(); at += 128) {
         sound = sumOf(data, at, 128) == 0;
+    }
     return sound;
 }
 bool littleEndianCrc16(const bytes& data, std::size_t from, std::size_t count, std::size_t at)
@@ -109,13 +114,14 @@ constexpr std::size_t fruHeader = 8; // of an inventory record; its areas are co
 /// Header and board area agree with their sums, and the board's fields end within it.
 bool fruIsSound(const bytes& data)
 {
-    const std::size_t board  = fruHeader * data.at(3);
-    const bool        header = sumOf(data, 0, fruHeader) == 0 && board + 1 < data.size();
+    const std::size_t board = fruHeader * data.at(3);
+    const bool header = sumOf(data, 0, fruHeader) == 0 && board + 1 < data.size();
     const std::size_t length = header ? fruHeader * data.at(board + 1) : 0;
-    const bool        whole  = length != 0 && board + length <= data.size() && sumOf(data, board, length) == 0;
-    std::size_t       field  = board + 6; // behind version, length, language and date of manufacture
-    while (whole && field < board + length && data.at(field) != 0xC1)
+    const bool whole = length != 0 && board + length <= data.size() && sumOf(data, board, length) == 0;
+    std::size_t field = board + 6; // behind version, length, language and date of manufacture
+    while (whole && field < board + length && data.at(field) != 0xC1) {
         field += 1U + (data.at(field) & 0x3FU);
+    }
     return whole && field < board + length;
 }
 
@@ -127,18 +133,19 @@ void closeWithSum(bytes& data, std::size_t from)
 /// An inventory record whose board area is so many times eight bytes long: 2, which has room for little, to 255.
 bytes fruRecord(std::size_t eights)
 {
-    constexpr std::size_t fields = 5;                // manufacturer, product, serial, part number, file: then more
-    bytes                 data{1, 0, 0, 1, 0, 0, 0}; // the board area alone
-    std::size_t           room = fruHeader * eights - 6 - 2; // for fields: less what is ahead of them, end mark and sum
+    constexpr std::size_t fields = 5; // manufacturer, product, serial, part number, file: then more
+    bytes data{1, 0, 0, 1, 0, 0, 0}; // the board area alone
+    std::size_t room = fruHeader * eights - 6 - 2; // for fields: less what is ahead of them, end mark and sum
     closeWithSum(data, 0);
     data.insert(data.end(), {1, static_cast<std::uint8_t>(eights), 25, 0x40, 0xE2, 0x01});
     for (std::size_t number = 0; number < fields || room > 1; ++number) {
-        const std::size_t after  = number < fields ? fields - 1 - number : 0; // length bytes of those that must follow
-        std::size_t       length = std::min<std::size_t>(room - 1 - after, 63);
-        length                   = length == 1 ? 0 : length; // a single character is how the end is marked
+        const std::size_t after = number < fields ? fields - 1 - number : 0; // length bytes of those that must follow
+        std::size_t length = std::min<std::size_t>(room - 1 - after, 63);
+        length = length == 1 ? 0 : length; // a single character is how the end is marked
         data.push_back(static_cast<std::uint8_t>(0xC0 | length));
-        for (std::size_t at = 0; at < length; ++at)
+        for (std::size_t at = 0; at < length; ++at) {
             data.push_back(static_cast<std::uint8_t>(' ' + (at * 7 + number * 13 + eights) % 95));
+        }
         room -= 1 + length;
     }
     data.push_back(0xC1);
@@ -166,7 +173,7 @@ TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
         std::swap(broken.at(5), broken.at(40) == broken.at(5) ? broken.at(41) : broken.at(40));
         broken.at(20) = static_cast<std::uint8_t>(broken.at(20) + 1);
         EXPECT_FALSE(one.sound(broken)) << one.name << ": the check finds nothing";
-        for (const unsigned int offset : {0U, 1U, 63U, 1000U})
+        for (const unsigned int offset : {0U, 1U, 63U, 1000U}) {
             for (const char* const text :
                  {"sim:planar,L,2C0256,A0", "sim:planar,L,2C0512,A6", "sim:planar,L,922,80,7,2C0128,A2"}) {
                 ASSERT_TRUE(write(text, offset, original).good()) << one.name << text;
@@ -174,6 +181,7 @@ TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
                 ASSERT_TRUE(back.good()) << back << text;
                 EXPECT_TRUE(one.sound(back.data)) << one.name << text << offset;
             }
+        }
     }
     for (const char* const name : {"edid-128-dell-e178wfp-vga.bin", "spd-256-ddr3-soldered.bin"}) {
         const bytes original = contents(name);
@@ -186,14 +194,14 @@ TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
 TEST_F(Seeprom, InventoryRecordsOfEveryLengthSurviveAWriteAndARead)
 {
     struct {
-        const char*  text;
+        const char* text;
         unsigned int offset;
-        std::size_t  longest; ///< board area, in eights of bytes
+        std::size_t longest; ///< board area, in eights of bytes
     } const places[] = {{"sim:planar,L,2C0032,A8", 17, 255},
                         {"sim:planar,L,1C0002,A4", 0, 31},
                         {"sim:planar,L,922,80,7,1C0002,A6", 0, 31},
                         {"sim:planar,L,922,80,0,2C0128,A2", 16384 - 2048, 255}};
-    for (const auto& place : places)
+    for (const auto& place : places) {
         for (std::size_t eights = 2; eights <= place.longest; eights += eights < 32 || eights > 250 ? 1 : 16) {
             SCOPED_TRACE(std::string(place.text) + " " + std::to_string(eights));
             const bytes original = fruRecord(eights);
@@ -212,6 +220,7 @@ TEST_F(Seeprom, InventoryRecordsOfEveryLengthSurviveAWriteAndARead)
             EXPECT_TRUE(fruIsSound(back.data));
             EXPECT_EQ(original, back.data);
         }
+    }
 }
 
 TEST_F(Seeprom, WholeDevicesOfEveryType)

@@ -144,7 +144,7 @@ TEST(DeviceTypes, EachHasItsCapacityPagesAndPins)
 {
     struct row {
         std::uint32_t type, bytes, page;
-        unsigned      pins;
+        unsigned pins;
     };
     for (const row& expected : {row{0xF0, 0, 0, 0}, row{0x922, 0, 0, 0}, row{0x1C0002, 256, 8, 0},
                                 row{0x2C0032, 4096, 32, 0}, row{0x2C0064, 8192, 32, 0}, row{0x2C0128, 16384, 64, 0},
@@ -183,7 +183,7 @@ TEST(Ranges, AreCheckedAgainstTheCapacity)
 TEST(DriversAddresses, AreRefusedUnlessForced)
 {
     test::FakeKernel kernel;
-    kernel.held           = {0x50, 0x40};
+    kernel.held = {0x50, 0x40};
     const auto complained = [](const char* text, bool force) {
         return complaint([&] { refuseDoubtfulWrite(parseDeviceText(text), force); });
     };
@@ -192,7 +192,7 @@ TEST(DriversAddresses, AreRefusedUnlessForced)
     EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A2", false));
     EXPECT_EQ("3 a driver of the kernel has 80 = 0x40", complained("/dev/i2c-7,L,922,80,3,2C0128,A0", false));
     EXPECT_EQ("", complained("/dev/i2c-7,L,922,88,3,2C0128,A0", false)); // the hub's own bus knows no drivers
-    EXPECT_TRUE(kernel.log.empty());                                     // nothing went over the wires
+    EXPECT_TRUE(kernel.log.empty()); // nothing went over the wires
     kernel.openError = EACCES;
     EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", false)); // the write will tell
 }
@@ -205,9 +205,10 @@ TEST(Numbers, DecimalOrAfter0x)
     EXPECT_EQ(255U, number("0xff"));
     EXPECT_EQ(255U, number("0XFF"));
     EXPECT_EQ(65535U, number("65535"));
-    for (const char* text : {"", "0x", "-1", "+1", " 1", "1 ", "12a", "ff", "1e3", "0x1G", "99999999999999999999"})
+    for (const char* text : {"", "0x", "-1", "+1", " 1", "1 ", "12a", "ff", "1e3", "0x1G", "99999999999999999999"}) {
         EXPECT_EQ("2 offset '" + std::string(text) + "': expected a decimal number, or a hexadecimal one after 0x",
                   complaint([&] { static_cast<void>(number(text)); }));
+    }
     EXPECT_EQ("2 offset '65536': expected 0 to 65535 (0xFFFF)", complaint([&] { static_cast<void>(number("65536")); }));
     EXPECT_EQ("2 count '0': expected 1 to 9 (0x9)",
               complaint([] { static_cast<void>(parseNumber("0", "count", 9, 1)); }));
@@ -230,9 +231,10 @@ TEST(Numbers, Seconds)
 {
     EXPECT_EQ(500'000'000U, parseSeconds("0.5", "--watch"));
     EXPECT_EQ(0U, parseSeconds("0", "--watch"));
-    for (const char* text : {"", "-1", "1s", "nan", "inf", "86401", "1e3"})
+    for (const char* text : {"", "-1", "1s", "nan", "inf", "86401", "1e3"}) {
         EXPECT_EQ("2 --watch '" + std::string(text) + "': expected seconds, 0 to 86400, such as 0.5",
                   complaint([&] { static_cast<void>(parseSeconds(text, "--watch")); }));
+    }
 }
 
 TEST(Numbers, Pins)
@@ -263,9 +265,9 @@ TEST(Escape, NothingReachesATerminalThatIsNotPrintable)
     EXPECT_EQ("a\\xE2\\x80\\xAEb", escaped("a\u202Eb"));
     EXPECT_EQ("a\\xE2\\x80\\x8Bb", escaped("a\u200Bb"));
     EXPECT_EQ("\\xFF\\xC3", escaped("\xFF\xC3"));
-    EXPECT_EQ("\\xC0\\xAF", escaped("\xC0\xAF"));                   // over-long
-    EXPECT_EQ("\\xE0\\x80\\xAF", escaped("\xE0\x80\xAF"));          // over-long
-    EXPECT_EQ("\\xED\\xA0\\x80", escaped("\xED\xA0\x80"));          // surrogate
+    EXPECT_EQ("\\xC0\\xAF", escaped("\xC0\xAF")); // over-long
+    EXPECT_EQ("\\xE0\\x80\\xAF", escaped("\xE0\x80\xAF")); // over-long
+    EXPECT_EQ("\\xED\\xA0\\x80", escaped("\xED\xA0\x80")); // surrogate
     EXPECT_EQ("\\xF0\\x9F\\x92\\xA9", escaped("\xF0\x9F\x92\xA9")); // beyond what is let through
     EXPECT_EQ(std::string("\\x00") + "x", escaped(std::string_view("\0x", 2)));
 }
@@ -283,12 +285,12 @@ TEST(Escape, WordsForAShell)
 TEST(Failures, AreOneLine)
 {
     EXPECT_EQ("kestctl: planar-vpd: detect: nothing answers; check power [log 0x50000012]",
-              failureLine("kestctl", {.code    = exitAbsent,
-                                      .what    = "nothing answers",
+              failureLine("kestctl", {.code = exitAbsent,
+                                      .what = "nothing answers",
                                       .tryThis = "check power",
-                                      .device  = "planar-vpd",
-                                      .step    = "detect",
-                                      .logId   = 0x50000012}));
+                                      .device = "planar-vpd",
+                                      .step = "detect",
+                                      .logId = 0x50000012}));
     EXPECT_EQ("kestctl: x\\x0Ay: bad", failureLine("kestctl", {.code = exitFailed, .what = "bad", .device = "x\ny"}));
 }
 
@@ -300,8 +302,9 @@ TEST(Failures, ErrnoDecidesTheExitCode)
     EXPECT_EQ(exitAbsent, adviceFor(ENOENT, bus).code);
     EXPECT_EQ(exitBusy, adviceFor(EBUSY, bus).code);
     EXPECT_EQ(exitRefused, adviceFor(EACCES, bus).code);
-    for (const int error : {EIO, ETIME, ENODATA, ENOSYS, EINVAL, EBADF, ENOSPC})
+    for (const int error : {EIO, ETIME, ENODATA, ENOSYS, EINVAL, EBADF, ENOSPC}) {
         EXPECT_EQ(exitFailed, adviceFor(error, bus).code) << error;
+    }
 }
 
 TEST(Failures, HintsNameTheBusAndItsNode)
@@ -353,7 +356,7 @@ TEST(Failures, ReturnCodeDecidesTheExitCode)
 {
     struct row {
         std::uint32_t returnCode;
-        int           exit; ///< -1: it tells nothing
+        int exit; ///< -1: it tells nothing
     };
     for (const row& expected :
          {row{0x40001306, 4},  row{0x4000130A, 4},  row{0x10001309, 1}, row{0x00101319, 1}, row{0x4000131A, 4},
@@ -361,7 +364,7 @@ TEST(Failures, ReturnCodeDecidesTheExitCode)
           row{0x8000132A, 1},  row{0x80001315, 2},  row{0x80001302, 2}, row{0x80001318, 2}, row{0x80001327, 4},
           row{0x8000132D, 2},  row{0x80001330, 2},  row{0x8000130B, 4}, row{0x80001311, 4}, row{0x41000000, 4},
           row{0x80001312, -1}, row{0x8000130E, -1}, row{0, -1}}) {
-        failure    why;
+        failure why;
         const bool told = describeReturnCode(expected.returnCode, why);
         EXPECT_EQ(expected.exit, told ? why.code : -1) << std::hex << expected.returnCode;
         EXPECT_EQ(told, !why.what.empty()) << std::hex << expected.returnCode;
@@ -396,8 +399,8 @@ TEST(Attributes, AreTheDefaultsWithHardwareMode)
 
 TEST(Attributes, AddressCarriesNumberAndText)
 {
-    device which                     = parseDeviceText("sim:p,L,2C0256,A0");
-    which.number                     = 0xD001;
+    device which = parseDeviceText("sim:p,L,2C0256,A0");
+    which.number = 0xD001;
     const tavo_deviceaddress address = tavoAddress(which);
     EXPECT_EQ(0xD001U, address.number);
     EXPECT_STREQ("sim:p,L,2C0256,A0", static_cast<const char*>(address.location));
@@ -413,8 +416,8 @@ TEST(Progress, TellsRateAndTimeLeft)
 /// What a terminal of a type is shown of progress.
 std::string progressOn(const char* terminalType)
 {
-    int         terminal = -1;
-    const pid_t child    = forkpty(&terminal, nullptr, nullptr, nullptr);
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
         setenv("TERM", terminalType, 1);
         {
@@ -424,10 +427,11 @@ std::string progressOn(const char* terminalType)
         std::fputs("end", stderr);
         _exit(0);
     }
-    std::string          text;
+    std::string text;
     std::array<char, 99> bytes{};
-    for (ssize_t got = 0; (got = read(terminal, bytes.data(), bytes.size())) > 0;)
+    for (ssize_t got = 0; (got = read(terminal, bytes.data(), bytes.size())) > 0;) {
         text.append(bytes.data(), static_cast<std::size_t>(got));
+    }
     close(terminal);
     waitpid(child, nullptr, 0);
     return text;
@@ -449,8 +453,9 @@ TEST(Times, AreUtc)
     EXPECT_EQ("1969-12-31T23:59:59.999Z", timeText(-1));
     EXPECT_EQ(1709164800000, parseTime("2024-02-29", "--since"));
     EXPECT_EQ(1709210096000, parseTime("2024-02-29T12:34:56Z", "--since"));
-    for (const char* text : {"2024-02-30", "2023-02-29T00:00:00Z", "2024-04-31T12:00", "2024-05-01T12:00:60Z"})
+    for (const char* text : {"2024-02-30", "2023-02-29T00:00:00Z", "2024-04-31T12:00", "2024-05-01T12:00:60Z"}) {
         EXPECT_NE("", complaint([text] { static_cast<void>(parseTime(text, "--since")); })) << text;
+    }
     EXPECT_NEAR(static_cast<double>(nowMs() - 7'200'000), static_cast<double>(parseTime("2h", "--since")), 60'000);
     EXPECT_EQ("2 --since 'soon': expected a time such as 2024-05-01, 2024-05-01T12:00:00Z, 90s, 15m, 2h or 7d",
               complaint([] { static_cast<void>(parseTime("soon", "--since")); }));

@@ -12,11 +12,11 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-using KestctlScan     = MachineTest;
-using KestctlReset    = MachineTest;
+using KestctlScan = MachineTest;
+using KestctlReset = MachineTest;
 using KestctlTopology = MachineTest;
-using KestctlDevices  = MachineTest;
-using KestctlDetect   = MachineTest;
+using KestctlDevices = MachineTest;
+using KestctlDetect = MachineTest;
 
 TEST_F(KestctlScan, ShowsTheDemoMachineAsAGrid)
 {
@@ -113,9 +113,9 @@ TEST_F(KestctlTopology, ProbesWhatItIsAskedTo)
 
 TEST_F(KestctlTopology, GivesJson)
 {
-    const json  result = json::parse(says({"topology", "--json"}));
-    const json& bus    = *std::find_if(result.at("buses").begin(), result.at("buses").end(),
-                                       [](const json& one) { return one.at("path") == "sim:planar"; });
+    const json result = json::parse(says({"topology", "--json"}));
+    const json& bus = *std::find_if(result.at("buses").begin(), result.at("buses").end(),
+                                    [](const json& one) { return one.at("path") == "sim:planar"; });
     ASSERT_EQ(11U, bus.at("devices").size());
     const json& hub = bus.at("devices").at(2);
     EXPECT_EQ(128, hub.at("address"));
@@ -164,8 +164,9 @@ TEST_F(KestctlDetect, WithoutDeviceAsksTheWholeTable)
 {
     const json rows = json::parse(says({"detect", "--json"})).at("devices");
     ASSERT_EQ(12U, rows.size());
-    for (const json& row : rows)
+    for (const json& row : rows) {
         EXPECT_TRUE(row.at("present").get<bool>()) << row;
+    }
 }
 
 TEST_F(KestctlDetect, ProbesTheAddressOfTheDeviceNotThatOfThePath)

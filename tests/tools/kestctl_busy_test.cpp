@@ -31,10 +31,11 @@ protected:
 private:
     static void use(const std::string& file)
     {
-        if (file.empty())
+        if (file.empty()) {
             unsetenv("KEST_CONFIG");
-        else
+        } else {
             setenv("KEST_CONFIG", file.c_str(), 1);
+        }
         host::reloadConfiguration();
     }
 
@@ -44,7 +45,7 @@ private:
 TEST_F(KestctlBusy, AHubThatIsHeld)
 {
     OpenDevice other("sim:planar");
-    bytes      record = hubLock(0x80, 500);
+    bytes record = hubLock(0x80, 500);
     ASSERT_EQ((answer{0, 0}), other.config(2, 17, record.data(), 8));
     EXPECT_THAT(complaint({"seeprom", "read", "riser-vpd", "--length", "16"}),
                 MatchesRegex("kestctl: riser-vpd: read: somebody else holds it; try again in a moment "
@@ -57,7 +58,7 @@ TEST_F(KestctlBusy, AHubThatIsHeld)
 TEST_F(KestctlBusy, ARegisterDeviceThatIsHeld)
 {
     OpenDevice other("sim:planar");
-    bytes      record = registerLock(0xC0, 500);
+    bytes record = registerLock(0xC0, 500);
     ASSERT_EQ((answer{0, 0}), other.config(2, 17, record.data(), 8));
     EXPECT_THAT(complaint({"port", "read", "panel-leds"}),
                 MatchesRegex("kestctl: panel-leds: port read: somebody else holds it; try again in a moment "

@@ -36,8 +36,8 @@ protected:
     /// Puts another read mode into the registry.
     void useReadMode(const std::string& mode) const
     {
-        std::string       text = readFile(machine() / "kest.toml");
-        const std::size_t at   = text.find("HWareMode");
+        std::string text = readFile(machine() / "kest.toml");
+        const std::size_t at = text.find("HWareMode");
         ASSERT_NE(std::string::npos, at) << text;
         writeFile(machine() / "kest.toml", text.replace(at, 9, mode));
     }
@@ -67,16 +67,16 @@ TEST_F(KestctlDump, HoldsWhatBelongsToTheBytesAndASumOfAllOfIt)
 
 TEST_F(KestctlDump, ALastLineThatIsNotFullIsRestored)
 {
-    const std::string dump   = dumped();
+    const std::string dump = dumped();
     const std::string before = image("panel");
     writeFile(machine() / "panel.bin", std::string(256, 'x'));
     says({"seeprom", "restore", dump, "--yes"});
     EXPECT_EQ(std::string(8, 'x') + fortyBytes + std::string(208, 'x'), image("panel"));
 
     writeFile(machine() / "panel.bin", before);
-    const std::string zeros   = file("zeros", std::string(40, '\0'));
-    const json        written = json::parse(
-               says({"--json", "seeprom", "write", "panel-vpd", "-i", zeros, "--offset", "8", "--all-pages", "--yes"}));
+    const std::string zeros = file("zeros", std::string(40, '\0'));
+    const json written = json::parse(
+        says({"--json", "seeprom", "write", "panel-vpd", "-i", zeros, "--offset", "8", "--all-pages", "--yes"}));
     EXPECT_NE(before, image("panel"));
     says({"seeprom", "restore", written["undo_file"], "--yes"});
     EXPECT_EQ(before, image("panel"));
@@ -84,10 +84,10 @@ TEST_F(KestctlDump, ALastLineThatIsNotFullIsRestored)
 
 TEST_F(KestctlDump, AnEditedValueIsFound)
 {
-    const json  content = json::parse(readFile(dumped()));
-    const auto  before  = image("panel");
-    std::string line    = content["data"][0];
-    line[0]             = '4';
+    const json content = json::parse(readFile(dumped()));
+    const auto before = image("panel");
+    std::string line = content["data"][0];
+    line[0] = '4';
     for (const auto& [key, value] : std::vector<std::pair<std::string, json>>{{"device", "sim:planar,L,1C0002,A6"},
                                                                               {"name", "other"},
                                                                               {"number", 53249},
@@ -105,7 +105,7 @@ TEST_F(KestctlDump, AnEditedValueIsFound)
 TEST_F(KestctlDump, IsReadStrictly)
 {
     const std::string text = readFile(dumped());
-    const auto        with = [&text](const std::string& old, const std::string& now) {
+    const auto with = [&text](const std::string& old, const std::string& now) {
         std::string edited = text;
         EXPECT_NE(std::string::npos, edited.find(old)) << old;
         return edited.replace(edited.find(old), old.size(), now);
@@ -137,7 +137,7 @@ TEST_F(KestctlDump, LayoutDoesNotCount)
 
 TEST_F(KestctlDump, OfTheFormatBeforeIsTakenAndCalledUnproved)
 {
-    const std::string old  = R"({"format": "kest-dump-1", "device": "sim:planar,L,1C0002,A4", "name": "panel-vpd",
+    const std::string old = R"({"format": "kest-dump-1", "device": "sim:planar,L,1C0002,A4", "name": "panel-vpd",
         "offset": 8, "length": 40, "sum": "074b4918",
         "data": ["303132333435363738393a3b3c3d3e3f404142434445464748494a4b4c4d4e4f", "5051525354555657"]})";
     const std::string name = file("old.json", old);

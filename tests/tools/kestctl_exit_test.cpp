@@ -33,11 +33,12 @@ protected:
     int exitOfAll(const std::vector<std::vector<std::string>>& commands) const
     {
         const int first = exitOf(commands.front());
-        for (const std::vector<std::string>& command : commands)
+        for (const std::vector<std::string>& command : commands) {
             if (const int code = exitOf(command); code != first) {
                 ADD_FAILURE() << testing::PrintToString(command) << " ends with " << code << ", another with " << first;
                 return -1;
             }
+        }
         return first;
     }
     /// The exit code of commands while `fault` is in force.
@@ -69,10 +70,11 @@ protected:
 private:
     static void use(const std::string& file)
     {
-        if (file.empty())
+        if (file.empty()) {
             unsetenv("KEST_CONFIG");
-        else
+        } else {
             setenv("KEST_CONFIG", file.c_str(), 1);
+        }
         host::reloadConfiguration();
     }
 
@@ -96,8 +98,9 @@ KestctlExitCodes::cases KestctlExitCodes::failed() const
              }},
             {"reads through a hub do not settle",
              [this] {
-                 for (const char* attempt : {"1", "3", "5", "7", "9"})
+                 for (const char* attempt : {"1", "3", "5", "7", "9"}) {
                      fault({"hub-hold-sda", "--address", "0x80", "--way", "read", "--nth", attempt, "--count", "1"});
+                 }
                  const int code = exitOf({"seeprom", "read", "riser-vpd", "--length", "64"});
                  clearFaults();
                  return code;
@@ -206,9 +209,9 @@ KestctlExitCodes::cases KestctlExitCodes::refused() const
     };
     return {{"a file, a bus or the service's socket that this user may not use",
              [this, strange] {
-                 const auto path   = folder() / "socket";
-                 const int  socket = boundSocket(path, SOCK_STREAM);
-                 const int  code   = strange(path, 0, {"message", "location", "1", "--socket", path.string()});
+                 const auto path = folder() / "socket";
+                 const int socket = boundSocket(path, SOCK_STREAM);
+                 const int code = strange(path, 0, {"message", "location", "1", "--socket", path.string()});
                  close(socket);
                  return code;
              }},
@@ -313,8 +316,8 @@ KestctlExitCodes::cases KestctlExitCodes::busy() const
         {"somebody else holds the hub or device",
          [this] {
              OpenDevice other("sim:planar");
-             bytes      hub    = hubLock(0x80, 500);
-             bytes      device = registerLock(0xC0, 500);
+             bytes hub = hubLock(0x80, 500);
+             bytes device = registerLock(0xC0, 500);
              EXPECT_EQ((answer{0, 0}), other.config(2, 17, hub.data(), 8));
              EXPECT_EQ((answer{0, 0}), other.config(2, 17, device.data(), 8));
              const int code =
@@ -339,13 +342,14 @@ std::vector<std::pair<int, std::string>> documentedCases()
 {
     std::istringstream text(readFile(std::filesystem::path(kest::tests::sourceFolder) / "docs/kestctl.md"));
     std::vector<std::pair<int, std::string>> rows;
-    bool                                     within = false;
+    bool within = false;
     for (std::string line; std::getline(text, line);) {
         within = line.starts_with("| exit code |") || (within && line.starts_with("|"));
-        if (!within || line[2] < '0' || line[2] > '9')
+        if (!within || line[2] < '0' || line[2] > '9') {
             continue;
+        }
         const std::size_t last = line.rfind(" |");
-        const std::size_t bar  = line.rfind("| ", last - 1);
+        const std::size_t bar = line.rfind("| ", last - 1);
         rows.emplace_back(line[2] - '0', line.substr(bar + 2, last - bar - 2));
     }
     return rows;
@@ -354,18 +358,20 @@ std::vector<std::pair<int, std::string>> documentedCases()
 TEST_F(KestctlExitCodes, AreThoseOfTheDocumentInEveryCase)
 {
     const std::vector<cases> byCode{done(), failed(), wrongUse(), refused(), absent(), verifyFailed(), busy()};
-    std::size_t              known = 0;
-    for (const cases& some : byCode)
+    std::size_t known = 0;
+    for (const cases& some : byCode) {
         known += some.size();
+    }
     const auto rows = documentedCases();
     EXPECT_EQ(known, rows.size());
     for (const auto& [code, text] : rows) {
-        const cases& some  = byCode.at(static_cast<std::size_t>(code));
-        const auto   found = some.find(text);
-        if (found == some.end())
+        const cases& some = byCode.at(static_cast<std::size_t>(code));
+        const auto found = some.find(text);
+        if (found == some.end()) {
             ADD_FAILURE() << "nothing brings about " << code << ", " << text;
-        else
+        } else {
             EXPECT_EQ(code, found->second()) << text;
+        }
     }
 }
 

@@ -17,8 +17,9 @@ protected:
     static std::vector<std::string> namesIn(const std::filesystem::path& folder)
     {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
             names.push_back(entry.path().filename().string());
+        }
         std::ranges::sort(names);
         return names;
     }
@@ -40,8 +41,9 @@ TEST_F(KestctlFiles, AFullDiskLeavesTheOlderBackup)
     std::filesystem::create_directory(folder() / "out");
     const std::string target = (folder() / "out/backup").string();
     says({"copy", "capture", "firmware"});
-    for (int entry = 0; entry < 20; ++entry)
+    for (int entry = 0; entry < 20; ++entry) {
         EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
+    }
     // the error log's database needs room of its own to be read
     for (const auto& [room, command] : std::vector<std::pair<std::uint64_t, std::vector<std::string>>>{
              {100, {"seeprom", "read", "firmware", "-o", target}},
@@ -76,7 +78,7 @@ TEST_F(KestctlFiles, ModeAndOwnerOfAReplacedFileAreKept)
 TEST_F(KestctlFiles, ANewFileHasTheModeThatTheUmaskLeaves)
 {
     const std::string target = (folder() / "out.bin").string();
-    const mode_t      before = umask(026);
+    const mode_t before = umask(026);
     readPanelInto(target);
     EXPECT_EQ(image("panel"), readFile(target));
     umask(before);
@@ -113,7 +115,7 @@ TEST_F(KestctlFiles, PipesAndOpenDescriptorsAreWrittenInPlace)
     EXPECT_TRUE(S_ISFIFO(factsOf(pipe).st_mode));
 
     const std::string target = file("stdout", "");
-    const auto        before = factsOf(target).st_ino;
+    const auto before = factsOf(target).st_ino;
     says({"seeprom", "read", "panel-vpd", "-o", "/dev/stdout"}, {.outputTo = target});
     EXPECT_EQ(image("panel"), readFile(target));
     EXPECT_EQ(before, factsOf(target).st_ino);
@@ -121,8 +123,9 @@ TEST_F(KestctlFiles, PipesAndOpenDescriptorsAreWrittenInPlace)
 
 TEST_F(KestctlFiles, AFileThatMayNotBeWrittenIsRefused)
 {
-    if (!letStrangersIn())
+    if (!letStrangersIn()) {
         GTEST_SKIP() << "a user without rights can't start the programs here";
+    }
     const std::string target = file("out", "older");
     ASSERT_EQ(0, chmod(target.c_str(), 0444));
     ASSERT_EQ(0, chmod(folder().c_str(), 0777)); // the name could be replaced
@@ -140,8 +143,8 @@ TEST_F(KestctlFiles, AFileThatMayNotBeWrittenIsRefused)
 /// The entry can't be stored either; people are not shown it as JSON, and find it by its number.
 TEST_F(KestctlFiles, AStateFolderThatCannotBeUsedIsToldInALine)
 {
-    std::string       text = readFile(machine() / "kest.toml");
-    const std::size_t at   = text.find("state = \"state\"");
+    std::string text = readFile(machine() / "kest.toml");
+    const std::size_t at = text.find("state = \"state\"");
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "kest.toml", text.replace(at, 15, "state = \"taken\""));
     writeFile(machine() / "taken", "a file");

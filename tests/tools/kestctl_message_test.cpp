@@ -24,10 +24,10 @@ protected:
     /// @param service  lines of the section [service]
     void serve(const std::string& mode = "HWareMode", const std::string& service = "")
     {
-        const auto        file = machine() / "kest.toml";
-        std::string       text = readFile(file);
+        const auto file = machine() / "kest.toml";
+        std::string text = readFile(file);
         const std::string word = "\"tavo/ReadMode\" = \"HWareMode\"";
-        const std::size_t at   = text.find(word);
+        const std::size_t at = text.find(word);
         ASSERT_NE(std::string::npos, at) << text;
         writeFile(file, text.replace(at, word.size(), "\"tavo/ReadMode\" = \"" + mode + "\"") +
                             "\n[[device]]\nnumber = 0\nlocation = \"sim:planar,L,2C0256,A0\"\n[service]\n" + service +
@@ -132,15 +132,15 @@ TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
     EXPECT_EQ("2345", read.output);
     EXPECT_EQ(warning, read.errors);
     const std::string target = (folder() / "out.bin").string();
-    const runResult   cut    = message({"read", "planar-vpd", "--length", "20", "-o", target});
+    const runResult cut = message({"read", "planar-vpd", "--length", "20", "-o", target});
     EXPECT_EQ(1, cut.exit); // fewer bytes than asked for are a failure
     EXPECT_EQ(std::string(warning) +
                   "kestctl: planar-vpd: read by message: 10 of 20 bytes came from offset 0; --length "
                   "10 reads what there is\n",
               cut.errors);
     EXPECT_FALSE(std::filesystem::exists(target));
-    const std::string before  = image("system");
-    const runResult   written = message({"write", "planar-vpd", "--hex", "5858", "--yes"});
+    const std::string before = image("system");
+    const runResult written = message({"write", "planar-vpd", "--hex", "5858", "--yes"});
     EXPECT_EQ(0, written.exit);
     EXPECT_EQ(warning, written.errors);
     EXPECT_EQ("XX23456789", says({"copy", "export", "0", "-"}));
@@ -200,9 +200,10 @@ TEST_F(KestctlMessage, WrongUse)
 TEST_F(KestctlMessage, NobodyServes)
 {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-             {"read", "panel-vpd"}, {"write", "panel-vpd", "--hex", "00", "--yes"}, {"location", "0xD001"}})
+             {"read", "panel-vpd"}, {"write", "panel-vpd", "--hex", "00", "--yes"}, {"location", "0xD001"}}) {
         EXPECT_THAT(complaint(1, words), MatchesRegex(".*kestd.socket: No such file or directory; start kestd, or name "
                                                       "its socket by --socket"));
+    }
 }
 
 TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
@@ -229,7 +230,7 @@ TEST_F(KestctlMessage, DeviceThatTheTableDoesNotHaveIsRefused)
 
 TEST_F(KestctlMessage, AReplyWithoutBytesFails)
 {
-    FakeService     fake([](RawClient& service) {
+    FakeService fake([](RawClient& service) {
         const auto request = service.receive();
         ASSERT_TRUE(request);
         service.send(frame{request->identifier, request->type, 0x42, 0, 0, {}});
@@ -242,10 +243,11 @@ TEST_F(KestctlMessage, AReplyWithoutBytesFails)
 
 TEST_F(KestctlMessage, ASocketThatMayNotBeUsedIsRefused)
 {
-    if (!letStrangersIn())
+    if (!letStrangersIn()) {
         GTEST_SKIP() << "a user without rights can't start the programs here";
-    const std::string path   = (folder() / "socket").string();
-    const int         socket = boundSocket(path, SOCK_STREAM);
+    }
+    const std::string path = (folder() / "socket").string();
+    const int socket = boundSocket(path, SOCK_STREAM);
     ASSERT_EQ(0, chmod(path.c_str(), 0));
     const runResult refused = message({"read", "panel-vpd", "--socket", path}, {.stranger = true});
     close(socket);
@@ -257,11 +259,11 @@ TEST_F(KestctlMessage, ASocketThatMayNotBeUsedIsRefused)
 TEST_F(KestctlMessage, RefusalHasItsExitCode)
 {
     const std::string text = "user 7 is not permitted to read";
-    FakeService       fake([&text](RawClient& service) {
+    FakeService fake([&text](RawClient& service) {
         const auto request = service.receive();
         ASSERT_TRUE(request);
         service.send(
-                  frame{request->identifier, request->type, 0x80, 0x80001601, 0x5000001A, {text.begin(), text.end()}});
+            frame{request->identifier, request->type, 0x80, 0x80001601, 0x5000001A, {text.begin(), text.end()}});
     });
     EXPECT_EQ("panel-vpd: read by message: user 7 is not permitted to read; 'kestctl errors show 0x5000001A' has "
               "the details [log 0x5000001A]",
@@ -270,7 +272,7 @@ TEST_F(KestctlMessage, RefusalHasItsExitCode)
 
 TEST_F(KestctlMessage, FailureInJson)
 {
-    FakeService     fake([](RawClient& service) {
+    FakeService fake([](RawClient& service) {
         const auto request = service.receive();
         ASSERT_TRUE(request);
         service.send(frame{request->identifier, request->type, 0, 0x80001312, 0x5000001A, {}});

@@ -11,7 +11,7 @@ namespace
 using nlohmann::json;
 using testing::HasSubstr;
 
-using KestctlPort    = MachineTest;
+using KestctlPort = MachineTest;
 using KestctlThermal = MachineTest;
 
 TEST_F(KestctlPort, LedPatternIsWrittenAndReadBack)
@@ -73,7 +73,7 @@ TEST_F(KestctlPort, AnswersInJson)
 TEST_F(KestctlPort, AHubsResetLineAsksFirst)
 {
     constexpr const char* question = "Pin 15 of panel-leds is the reset line of the hubs at 80 and 88.";
-    const runResult       refused  = kestctl({"port", "write", "panel-leds", "low", "--pins", "14,15"});
+    const runResult refused = kestctl({"port", "write", "panel-leds", "low", "--pins", "14,15"});
     EXPECT_EQ(3, refused.exit);
     EXPECT_EQ(std::string("kestctl: ") + question + " not confirmed; --yes confirms it\n", refused.errors);
     EXPECT_EQ(3, kestctl({"port", "write", "panel-leds", "copy", "0xFFFF"}).exit); // pin 15 is in the mask
@@ -123,7 +123,7 @@ TEST_F(KestctlThermal, ReadsDegreesAndTheRawWord)
 TEST_F(KestctlThermal, BelowZeroAndElevenBits)
 {
     const std::filesystem::path file = machine() / "machine.toml";
-    std::string                 text = readFile(file);
+    std::string text = readFile(file);
     text.replace(text.find("celsius = 25.5"), 14, "celsius = -10.125\nbits = 11");
     text.replace(text.find("celsius = 48.25"), 15, "celsius = -0.0625");
     writeFile(file, text);
@@ -154,10 +154,11 @@ TEST_F(KestctlThermal, CountEndsAWatchAndAFailedSampleDoesNot)
     says({"sim", "fault", "add", "nack", "--address", "0x90", "--nth", "2", "--until-reset"});
     const runResult result = kestctl({"thermal", "read", "inlet-temp", "--watch", "0", "--count", "3", "--json"});
     EXPECT_EQ(4, result.exit);
-    std::vector<json>  samples;
+    std::vector<json> samples;
     std::istringstream lines(result.output);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         samples.push_back(json::parse(line));
+    }
     ASSERT_EQ(3U, samples.size());
     EXPECT_EQ(4, samples.back().at("error").at("exit_code"));
 }

@@ -18,8 +18,9 @@ using KestctlSeeprom = SeepromTest;
 std::string pattern(std::size_t length, unsigned seed)
 {
     std::string text(length, '\0');
-    for (std::size_t at = 0; at < length; ++at)
+    for (std::size_t at = 0; at < length; ++at) {
         text[at] = static_cast<char>(at * 7 + at / 256 * 3 + seed);
+    }
     return text;
 }
 
@@ -150,8 +151,8 @@ TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
 {
     std::string bytes = pattern(256, 3);
     writeFile(machine() / "panel.bin", bytes);
-    bytes[100]               = 'x';
-    bytes[200]               = 'y';
+    bytes[100] = 'x';
+    bytes[200] = 'y';
     const std::string source = file("new", bytes);
     const json rehearsed = json::parse(says({"--json", "seeprom", "write", "panel-vpd", "-i", source, "--dry-run"}));
     EXPECT_EQ(true, rehearsed["dry_run"]);
@@ -171,8 +172,8 @@ TEST_F(KestctlSeeprom, PagesThatHoldTheDataAreLeftOut)
 
 TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
 {
-    std::string       text = readFile(machine() / "machine.toml");
-    const std::size_t at   = text.find("image = \"panel.bin\"");
+    std::string text = readFile(machine() / "machine.toml");
+    const std::size_t at = text.find("image = \"panel.bin\"");
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "machine.toml", text.insert(at, "protect = \"silent\"\n"));
     writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
@@ -242,10 +243,10 @@ TEST_F(KestctlSeeprom, VerifyAndDiff)
     writeFile(machine() / "panel.bin", pattern(256, 3));
     std::string bytes = pattern(256, 3);
     EXPECT_EQ("panel-vpd: equal, 256 bytes\n", says({"seeprom", "verify", "panel-vpd", file("same", bytes)}));
-    bytes[20]                 = 'Z';
-    bytes[21]                 = 'Z';
-    const std::string other   = file("other", bytes);
-    const runResult   checked = kestctl({"seeprom", "verify", "panel-vpd", other});
+    bytes[20] = 'Z';
+    bytes[21] = 'Z';
+    const std::string other = file("other", bytes);
+    const runResult checked = kestctl({"seeprom", "verify", "panel-vpd", other});
     EXPECT_EQ(5, checked.exit);
     EXPECT_EQ("panel-vpd: 2 of 256 bytes differ, the first at offset 20 (0x14)\n", checked.output);
     const runResult shown = kestctl({"seeprom", "diff", "panel-vpd", other});
@@ -308,8 +309,8 @@ TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
 {
     const std::string before = image("riser");
     const std::string target = (folder() / "out.bin").string();
-    const std::string same   = file("same", before);
-    const std::string dump   = (folder() / "dump.json").string();
+    const std::string same = file("same", before);
+    const std::string dump = (folder() / "dump.json").string();
     // a sub-bus fault that strikes once: the read is repeated until it can be relied on
     for (const char* kind : {"hub-hold-sda", "hub-hold-scl"}) {
         const auto faulty = [&](std::vector<std::string> command) {
@@ -338,8 +339,8 @@ TEST_F(KestctlSeeprom, NothingIsDoneWithReadsThroughAHubThatDoNotSettle)
 {
     const std::string before = image("riser");
     const std::string target = (folder() / "out.bin").string();
-    const std::string zeros  = file("zeros", std::string(64, '\0'));
-    const std::string dump   = (folder() / "dump.json").string();
+    const std::string zeros = file("zeros", std::string(64, '\0'));
+    const std::string dump = (folder() / "dump.json").string();
     says({"seeprom", "dump", "riser-vpd", "--length", "64", "-o", dump});
     for (const char* kind : {"hub-hold-sda", "hub-hold-scl"}) {
         for (const std::vector<std::string>& command :
@@ -351,9 +352,10 @@ TEST_F(KestctlSeeprom, NothingIsDoneWithReadsThroughAHubThatDoNotSettle)
                                                    {"seeprom", "restore", dump, "--yes"},
                                                    {"copy", "capture", "riser-vpd"},
                                                    {"seeprom", "write", "riser-vpd", "--hex", "0102", "--yes"}}) {
-            for (const char* attempt : {"1", "3", "5", "7", "9"})
+            for (const char* attempt : {"1", "3", "5", "7", "9"}) {
                 fault(
                     {kind, "--bus", "planar", "--address", "0x80", "--way", "read", "--nth", attempt, "--count", "1"});
+            }
             const runResult failed = kestctl(command);
             clearFaults();
             EXPECT_EQ(1, failed.exit) << testing::PrintToString(command);
@@ -413,8 +415,8 @@ TEST_F(KestctlSeeprom, ModesChooseBetweenDeviceAndCopy)
     EXPECT_EQ("N" + copy.substr(1), says({"copy", "export", "panel-vpd", "-"}));
     EXPECT_EQ("M" + device.substr(1), image("panel"));
 
-    std::string       text = readFile(machine() / "kest.toml");
-    const std::size_t at   = text.find("HWareMode");
+    std::string text = readFile(machine() / "kest.toml");
+    const std::size_t at = text.find("HWareMode");
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "kest.toml", text.replace(at, 9, "FileMode"));
     EXPECT_EQ("Nccc", read("registry"));
@@ -474,7 +476,7 @@ TEST_F(KestctlSeeprom, AnAddressInTheWrongFormIsHintedAt)
 /// What is printed to be typed again survives a shell.
 TEST_F(KestctlSeeprom, PrintedCommandsAreQuoted)
 {
-    const auto  toml = machine() / "kest.toml";
+    const auto toml = machine() / "kest.toml";
     std::string text = readFile(toml);
     writeFile(toml, text.replace(text.find("state = \"state\""), 15, "state = \"it's $HOME\""));
     const std::string output = says({"seeprom", "write", "panel-vpd", "--hex", "01", "--yes"});

@@ -18,9 +18,9 @@ namespace
 using nlohmann::json;
 using testing::HasSubstr;
 
-using KestctlSim    = MachineTest;
+using KestctlSim = MachineTest;
 using KestctlErrors = MachineTest;
-using KestctlTrace  = MachineTest;
+using KestctlTrace = MachineTest;
 
 std::string image(const std::string& name)
 {
@@ -54,7 +54,7 @@ TEST_F(KestctlSim, AFullDiskIsAFailureAndNoWrongUse)
 TEST_F(KestctlSim, NewRefusesAFolderThatIsInUse)
 {
     const std::string before = readFile(machine() / "kest.toml");
-    const runResult   result = run("kestctl", {"sim", "new", machine().string()});
+    const runResult result = run("kestctl", {"sim", "new", machine().string()});
     EXPECT_EQ(3, result.exit);
     EXPECT_EQ("kestctl: " + machine().string() +
                   ": sim new: there is something in it already, which is not overwritten; name a new folder\n",
@@ -222,8 +222,9 @@ int exitAsNobody(const std::filesystem::path& configuration, const std::vector<s
     if (child == 0) {
         const passwd* const nobody = getpwnam("nobody");
         if (nobody == nullptr || setgroups(0, nullptr) != 0 || setgid(nobody->pw_gid) != 0 ||
-            setuid(nobody->pw_uid) != 0)
+            setuid(nobody->pw_uid) != 0) {
             _exit(99);
+        }
         const runResult result = run("kestctl", arguments, {.environment = {{"KEST_CONFIG", configuration.string()}}});
         std::fputs(result.errors.c_str(), stderr);
         _exit(result.exit);
@@ -235,8 +236,9 @@ int exitAsNobody(const std::filesystem::path& configuration, const std::vector<s
 
 TEST_F(KestctlSim, AMachineThatTheUserMayNotUseEndsWith3)
 {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "only root can become another user";
+    }
     says({"sim", "show"}); // makes the state file
     std::filesystem::permissions(folder(), std::filesystem::perms(0755));
     std::filesystem::permissions(machine(), std::filesystem::perms(0777));
@@ -245,9 +247,11 @@ TEST_F(KestctlSim, AMachineThatTheUserMayNotUseEndsWith3)
     EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"detect"}));
     std::filesystem::permissions(machine() / "machine.state", std::filesystem::perms(0666));
     EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"sim", "show"})) << "the images are not theirs, either";
-    for (const auto& entry : std::filesystem::directory_iterator(machine()))
-        if (entry.path().extension() == ".bin")
+    for (const auto& entry : std::filesystem::directory_iterator(machine())) {
+        if (entry.path().extension() == ".bin") {
             std::filesystem::permissions(entry.path(), std::filesystem::perms(0666));
+        }
+    }
     EXPECT_EQ(0, exitAsNobody(machine() / "kest.toml", {"sim", "show"}));
 }
 
@@ -347,7 +351,7 @@ TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
     EXPECT_EQ("no error entries\n", says({"errors", "list"}));
     EXPECT_EQ("no error entries match\n", says({"errors", "list", "--since", "1h"}));
     const json row = json::parse(kestctl({"detect", "sim:planar,L,2C0256,AA", "--json"}).output).at("devices").at(0);
-    const auto id  = row.at("error").at("log_id").get<std::uint32_t>();
+    const auto id = row.at("error").at("log_id").get<std::uint32_t>();
 
     const json list = json::parse(says({"errors", "list", "--json"})).at("entries");
     ASSERT_EQ(1U, list.size());
@@ -364,8 +368,9 @@ TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
     EXPECT_EQ(0x55, entry.at("srcs").at(0).at("subsystem"));
     EXPECT_EQ(4, entry.at("callouts").at(0).at("procedure"));
     bool textFound = false;
-    for (const json& details : entry.at("user_details"))
+    for (const json& details : entry.at("user_details")) {
         textFound = textFound || (details.at("subsection") == 7 && details.at("text") == "sim:planar@AA,L,2C0256,AA");
+    }
     EXPECT_TRUE(textFound) << entry;
     EXPECT_FALSE(entry.at("traces").empty());
 
@@ -378,23 +383,24 @@ TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
 
 TEST_F(KestctlErrors, TheListNamesDevicesWithinEightyColumns)
 {
-    EXPECT_EQ(4, kestctl({"port", "read", "sim:planar,L,9552,C6"}).exit);            // first-failure data
-    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);                // device text
-    EXPECT_EQ(4, kestctl({"detect", "sim:nosuch,L,2C0256,AA"}).exit);                // device path
+    EXPECT_EQ(4, kestctl({"port", "read", "sim:planar,L,9552,C6"}).exit); // first-failure data
+    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit); // device text
+    EXPECT_EQ(4, kestctl({"detect", "sim:nosuch,L,2C0256,AA"}).exit); // device path
     EXPECT_EQ(4, kestctl({"seeprom", "read", "--mode", "file", "planar-vpd"}).exit); // none of these
     const std::string longest = "sim:" + std::string(60, 'n') + ",L,2C0256,AA";
     EXPECT_EQ(4, kestctl({"detect", longest}).exit);
 
     std::vector<json> devices;
-    const json        list = json::parse(says({"errors", "list", "--json"}));
-    for (const json& entry : list.at("entries"))
+    const json list = json::parse(says({"errors", "list", "--json"}));
+    for (const json& entry : list.at("entries")) {
         devices.push_back(entry.at("device"));
+    }
     EXPECT_EQ((std::vector<json>{"sim:" + std::string(60, 'n') + "@AA", nullptr, "sim:nosuch@AA",
                                  "sim:planar@AA,L,2C0256,AA", "sim:planar@C6"}),
               devices);
     EXPECT_EQ(devices.front(), json::parse(says({"errors", "show", "last", "--json"})).at("device"));
 
-    std::istringstream       lines(says({"errors", "list"}));
+    std::istringstream lines(says({"errors", "list"}));
     std::vector<std::string> ends; // from the column of devices on; of second lines, from that of reasons on
     for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(line.size(), 80U) << line;
@@ -419,8 +425,9 @@ TEST_F(KestctlErrors, TheListNamesDevicesWithinEightyColumns)
 
 TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
 {
-    for (int entry = 0; entry < 3; ++entry)
+    for (int entry = 0; entry < 3; ++entry) {
         EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
+    }
     EXPECT_EQ(2U, json::parse(says({"errors", "list", "--last", "2", "--json"})).at("entries").size());
     EXPECT_EQ(0U, json::parse(says({"errors", "list", "--severity", "recovered", "--json"})).at("entries").size());
     EXPECT_EQ(3U, json::parse(says({"errors", "list", "--severity", "unrecovered", "--component", "0x1300", "--since",
@@ -432,10 +439,11 @@ TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
     const std::filesystem::path file = folder() / "errors.jsonl";
     EXPECT_EQ("3 entries written to " + file.string() + "\n", says({"errors", "export", file.string()}));
     EXPECT_EQ(readFile(file), says({"errors", "export"}));
-    std::istringstream         lines(readFile(file));
+    std::istringstream lines(readFile(file));
     std::vector<std::uint32_t> ids;
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         ids.push_back(json::parse(line).at("id"));
+    }
     ASSERT_EQ(3U, ids.size());
     EXPECT_EQ(ids.back(), json::parse(says({"errors", "show", "last", "--json"})).at("id")); // oldest first
 
@@ -455,17 +463,19 @@ TEST_F(KestctlTrace, ShowsProcessesThatEnded)
     const json rings = json::parse(says({"trace", "--list", "--json"})).at("rings");
     ASSERT_FALSE(rings.empty());
     bool found = false;
-    for (const json& ring : rings)
+    for (const json& ring : rings) {
         found =
             found || (ring.at("buffer") == "kest" && ring.at("process") == "kestctl" && !ring.at("alive").get<bool>());
+    }
     EXPECT_TRUE(found) << rings;
     EXPECT_THAT(says({"trace", "--buffer", "kest"}), HasSubstr(" KEST_dpRead"));
     EXPECT_EQ("", says({"trace", "--buffer", "nosuch"}));
 
     std::istringstream lines(says({"trace", "--json", "--last", "5"}));
-    int                count = 0;
-    for (std::string line; std::getline(lines, line); ++count)
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
         EXPECT_TRUE(json::parse(line).contains("hash")) << line;
+    }
     EXPECT_EQ(5, count);
 }
 

@@ -17,8 +17,8 @@ using Kestctl = MachineTest;
 
 struct complaint {
     std::vector<std::string> arguments;
-    int                      exit;
-    std::string              line; ///< the whole of standard error, without "kestctl: " and the line end
+    int exit;
+    std::string line; ///< the whole of standard error, without "kestctl: " and the line end
 };
 
 void expectComplaint(const runResult& result, const complaint& expected)
@@ -36,11 +36,13 @@ TEST(KestctlHelp, TellsANewUserHowToBegin)
     EXPECT_EQ("", help.errors);
     for (const char* part :
          {"kestctl sim new demo && export KEST_CONFIG=$PWD/demo/kest.toml", "sim:planar,L,2C0256,A0",
-          "PATH,NODE,922,HUB,PORT,TYPE,ADDRESS", "4 device absent", "--json", "--config", "--version"})
+          "PATH,NODE,922,HUB,PORT,TYPE,ADDRESS", "4 device absent", "--json", "--config", "--version"}) {
         EXPECT_THAT(help.output, HasSubstr(part));
+    }
     for (const char* area : {"seeprom", "copy", "message", "detect", "scan", "topology", "devices", "reset", "port",
-                             "thermal", "errors", "trace", "sim"})
+                             "thermal", "errors", "trace", "sim"}) {
         EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + area + " ")) << area;
+    }
 }
 
 /// The lines of a command's help, and the commands that it lists below "Subcommands:".
@@ -53,13 +55,14 @@ helpPage helpOf(std::vector<std::string> words)
     words.emplace_back("--help");
     const runResult help = run("kestctl", words);
     EXPECT_EQ(0, help.exit) << testing::PrintToString(words);
-    helpPage           page;
+    helpPage page;
     std::istringstream text(help.output);
-    bool               listing = false;
+    bool listing = false;
     for (std::string line; std::getline(text, line);) {
         page.lines.push_back(line);
-        if (listing && line.size() > 2 && line.starts_with("  ") && line[2] != ' ')
+        if (listing && line.size() > 2 && line.starts_with("  ") && line[2] != ' ') {
             page.commands.push_back(line.substr(2, line.find(' ', 2) - 2));
+        }
         listing = line.empty() ? false : listing || line == "Subcommands:";
     }
     return page;
@@ -68,10 +71,11 @@ helpPage helpOf(std::vector<std::string> words)
 /// @return how many pages there are below, the one of `words` included
 int checkColumns(const std::vector<std::string>& words)
 {
-    const helpPage page  = helpOf(words);
-    int            pages = 1;
-    for (const std::string& line : page.lines)
+    const helpPage page = helpOf(words);
+    int pages = 1;
+    for (const std::string& line : page.lines) {
         EXPECT_LE(line.size(), 80U) << testing::PrintToString(words) << ": " << line;
+    }
     for (const std::string& command : page.commands) {
         std::vector<std::string> below = words;
         below.push_back(command);
@@ -186,8 +190,9 @@ TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
               "nosuch: the simulated machine has no such bus; it has planar"},
              {{"sim", "fault", "clear", "77"}, 1, "there is no fault 77; 'kestctl sim fault list' shows them"},
              {{"sim", "wave", "stop", "nosuch"}, 4, "nosuch: the simulated machine has no such bus; it has planar"},
-         })
+         }) {
         expectComplaint(kestctl(expected.arguments, {.folder = folder()}), expected);
+    }
 }
 
 TEST_F(Kestctl, AnOddAddressIsExplained)

@@ -14,9 +14,9 @@ using client::outcome;
 
 /// What the client makes of the bytes that `reply` makes of its request.
 answer answerTo(const std::function<std::vector<std::uint8_t>(frame)>& reply,
-                std::chrono::milliseconds                              timeout = patience)
+                std::chrono::milliseconds timeout = patience)
 {
-    FakeService        fake([&reply](RawClient& service) {
+    FakeService fake([&reply](RawClient& service) {
         const auto request = service.receive();
         ASSERT_TRUE(request);
         service.send(reply(*request));
@@ -87,17 +87,18 @@ TEST(KestdClient, RepliesThatAreNone)
 
 TEST(KestdClient, EveryByteOfAReplyChanged)
 {
-    for (std::size_t at = 0; at < 24; ++at)
+    for (std::size_t at = 0; at < 24; ++at) {
         for (const unsigned change : {1u, 0x80u, 0xFFu}) {
             const answer got = answerTo([&](const frame& request) {
                 std::vector<std::uint8_t> bytes = encodeFrame(goodReply(request));
-                bytes[at]                       = static_cast<std::uint8_t>(bytes[at] ^ change);
+                bytes[at] = static_cast<std::uint8_t>(bytes[at] ^ change);
                 return bytes;
             });
             if (got.what == outcome::done) {
                 EXPECT_GE(at, 20u); // the data is anybody's
             }
         }
+    }
 }
 
 TEST(KestdClient, ReplyCutAtEveryByte)
@@ -125,7 +126,7 @@ TEST(KestdClient, MoreThanAReply)
 
 TEST(KestdClient, SilentService)
 {
-    FakeService        fake([](RawClient& service) {
+    FakeService fake([](RawClient& service) {
         EXPECT_TRUE(service.receive());
         EXPECT_FALSE(service.receive());
     });
@@ -137,9 +138,9 @@ TEST(KestdClient, SilentService)
 
 TEST(KestdClient, ServiceThatDoesNotRead)
 {
-    TemporaryFolder           folder;
-    const int                 listening = boundSocket(folder.path() / "deaf", SOCK_STREAM);
-    client::Connection        connection(folder.path() / "deaf", 50ms);
+    TemporaryFolder folder;
+    const int listening = boundSocket(folder.path() / "deaf", SOCK_STREAM);
+    client::Connection connection(folder.path() / "deaf", 50ms);
     std::vector<std::uint8_t> much(4 << 20);
     EXPECT_EQ(outcome::timedOut, connection.request(0x8001, std::move(much)).what);
     close(listening);
@@ -147,7 +148,7 @@ TEST(KestdClient, ServiceThatDoesNotRead)
 
 TEST(KestdClient, NobodyThere)
 {
-    TemporaryFolder    folder;
+    TemporaryFolder folder;
     client::Connection none(folder.path() / "none");
     EXPECT_FALSE(none.connected());
     EXPECT_NE(std::string::npos, none.error().find("none: No such file"));
@@ -172,7 +173,7 @@ TEST(KestdClient, WithoutADescriptorSaysSo)
 
 TEST(KestdClient, WhatCannotBeAsked)
 {
-    FakeService        fake([](RawClient& service) { EXPECT_FALSE(service.receive()); });
+    FakeService fake([](RawClient& service) { EXPECT_FALSE(service.receive()); });
     client::Connection connection(fake.path());
     EXPECT_EQ(outcome::wrongUse, connection.readSeeprom(std::string(256, 'a'), 0, 4).what);
     EXPECT_EQ(outcome::wrongUse, connection.readSeeprom(std::string("a\0b", 3), 0, 4).what);
@@ -184,7 +185,7 @@ TEST(KestdClient, WhatCannotBeAsked)
 TEST(KestdClient, LocationWithoutItsEnd)
 {
     for (const std::vector<std::uint8_t>& text : {std::vector<std::uint8_t>{}, {'a'}, {'a', 0, 'b', 0}, {0, 0}}) {
-        FakeService        fake([&text](RawClient& service) {
+        FakeService fake([&text](RawClient& service) {
             const auto request = service.receive();
             ASSERT_TRUE(request);
             service.send(frame{request->identifier, request->type, 0x42, 0, 0, text});

@@ -14,7 +14,7 @@ namespace
 using client::frame;
 
 constexpr uid_t stranger = 4'000'000'001; // nobody's
-constexpr gid_t club     = 4'000'000'002;
+constexpr gid_t club = 4'000'000'002;
 
 Peer peerOfUser(uid_t uid, std::vector<gid_t> groups = {}) { return {uid, 4711, std::move(groups)}; }
 
@@ -36,22 +36,22 @@ TEST(KestdPermission, RootAndOwnerMayDoEverythingOthersNothing)
 
 TEST(KestdPermission, ByUserAndByGroup)
 {
-    const std::string     user  = std::to_string(stranger);
-    const std::string     group = std::to_string(club);
-    const Peer            peer  = peerOfUser(stranger, {5, club});
+    const std::string user = std::to_string(stranger);
+    const std::string group = std::to_string(club);
+    const Peer peer = peerOfUser(stranger, {5, club});
     host::serviceSettings settings;
     settings.readUsers = {"1", user};
     EXPECT_EQ("r-", rights(settings, peer));
     EXPECT_EQ("--", rights(settings, peerOfUser(stranger + 7)));
-    settings            = {};
+    settings = {};
     settings.writeUsers = {user};
     EXPECT_EQ("-w", rights(settings, peer));
-    settings            = {};
+    settings = {};
     settings.readGroups = {group};
     EXPECT_EQ("r-", rights(settings, peer));
     EXPECT_EQ("--", rights(settings, peerOfUser(stranger, {5})));
     EXPECT_EQ("--", rights(settings, peerOfUser(club))); // a user of that number
-    settings             = {};
+    settings = {};
     settings.writeGroups = {group};
     EXPECT_EQ("-w", rights(settings, peer));
 }
@@ -59,7 +59,7 @@ TEST(KestdPermission, ByUserAndByGroup)
 TEST(KestdPermission, NamesAreLookedUpAndThoseUnknownTold)
 {
     host::serviceSettings settings;
-    settings.readUsers   = {"root", "no-such-user"};
+    settings.readUsers = {"root", "no-such-user"};
     settings.writeGroups = {"root", "no-such-group"};
     const Permissions permissions(settings);
     EXPECT_EQ((std::vector<std::string>{"user 'no-such-user'", "group 'no-such-group'"}), permissions.unknown());
@@ -74,8 +74,9 @@ frame transfer(std::uint16_t type, std::uint32_t length, const std::string& text
     frame request{7, type, 0, 0, 0, std::vector<std::uint8_t>(12)};
     std::memcpy(request.payload.data(), &offset, sizeof offset);
     std::memcpy(request.payload.data() + 8, &length, sizeof length);
-    for (const char letter : text)
+    for (const char letter : text) {
         request.payload.push_back(static_cast<std::uint8_t>(letter));
+    }
     request.payload.resize(request.payload.size() + 1 + (type == 0x8002 ? length : 0));
     return request;
 }
@@ -100,7 +101,7 @@ protected:
 
 private:
     test::OwnConfiguration m_configuration;
-    RefusalLog             m_refusals;
+    RefusalLog m_refusals;
 };
 
 TEST_F(KestdDispatch, RefusalNamesTheUserAndIsLogged)
@@ -129,7 +130,7 @@ TEST_F(KestdDispatch, EachTypeNeedsItsRight)
 {
     const Permission reader{.read = true, .write = false};
     const Permission writer{.read = false, .write = true};
-    const auto       isForbidden = [this](std::uint16_t type, Permission permission) {
+    const auto isForbidden = [this](std::uint16_t type, Permission permission) {
         return answerTo(transfer(type, 1), permission).returnCode == 0x80001601;
     };
     for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8003, 0x8004, 0x7FFF}) {
@@ -165,13 +166,13 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
 
 // --------------------------------------------------------------------------------------- devices that may be named
 
-constexpr Permission    everything{.read = true, .write = true};
+constexpr Permission everything{.read = true, .write = true};
 constexpr std::uint32_t noSuchDevice = 0x80001601; // refused before any device is opened
 
 TEST_F(KestdDispatch, DeviceOutsideTheTableIsRefusedToEverybody)
 {
     addDevice("sim:nowhere,L,9552,C0", 2);
-    for (const uid_t user : {uid_t{0}, geteuid(), uid_t{stranger}})
+    for (const uid_t user : {uid_t{0}, geteuid(), uid_t{stranger}}) {
         for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002}) {
             // the address of the LED driver, but another type; a port, an address and a bus that the table does not have; no text at all
             for (const char* text : {"sim:nowhere,L,2C0256,C0", "sim:nowhere,L,1C0002,A0", "sim:nowhere,L,2C0256,A2",
@@ -182,6 +183,7 @@ TEST_F(KestdDispatch, DeviceOutsideTheTableIsRefusedToEverybody)
                 EXPECT_EQ(0x80, reply.flags);
             }
         }
+    }
     EXPECT_EQ("'sim:nowhere,L,2C0256,C0' is no device of the device table",
               textOf(answerTo(transfer(0x8001, 1, "sim:nowhere,L,2C0256,C0"), everything)));
     EXPECT_EQ("'\\x1B[2J' is no device of the device table",
@@ -194,8 +196,9 @@ TEST_F(KestdDispatch, DeviceOfTheTableIsServedHoweverItIsSpelt)
     settings.nodes[4].simNode = "riser";
     addDevice("sim:planar,3,922,80,1,2C0128,A2", 2);
     for (const char* text : {"sim:nowhere,L,2C0256,A0", "sim:nowhere,l,2c0256,a0", "sim:nowhere@A4,L,0x2C0256,A0",
-                             "sim:planar,4,922,80,1,2C0128,A2"})
+                             "sim:planar,4,922,80,1,2C0128,A2"}) {
         EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, text), everything).returnCode) << text;
+    }
     EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:planar,L,922,80,1,2C0128,A2"), everything).returnCode);
     EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:planar,5,922,80,1,2C0128,A2"), everything).returnCode);
 }
@@ -221,7 +224,7 @@ TEST_F(KestdDispatch, RawRightAdmitsAnyText)
     EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger)).raw);
     EXPECT_FALSE(Permissions(service).of(peerOfUser(stranger)).any());
     EXPECT_FALSE(Permissions(service).of(peerOfUser(0)).raw);
-    service           = {};
+    service = {};
     service.rawGroups = {std::to_string(club)};
     EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger, {club})).raw);
 }
@@ -230,7 +233,7 @@ TEST_F(KestdDispatch, CopiesAndEmptyTextsNeedADeviceWithNumberZero)
 {
     for (const char* mode : {"FileMode", "MixedMode"}) {
         settings.registry["tavo/ReadMode"] = mode;
-        settings.devices                   = {{1, 0, "sim:nowhere,L,2C0256,A0", ""}};
+        settings.devices = {{1, 0, "sim:nowhere,L,2C0256,A0", ""}};
         EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1), everything).returnCode) << mode;
         EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8002, 1), everything).returnCode) << mode;
         addDevice("sim:elsewhere,L,2C0256,A0", 0);

@@ -12,13 +12,13 @@ namespace
 using client::answer;
 using client::outcome;
 
-constexpr const char* direct    = "sim:planar,L,2C0256,A0";
+constexpr const char* direct = "sim:planar,L,2C0256,A0";
 constexpr const char* behindHub = "sim:planar,L,922,80,3,2C0128,A2";
 
 struct faultRow {
     std::vector<std::string> words; ///< behind `sim fault add`
-    const char*              device;
-    bool                     reads;
+    const char* device;
+    bool reads;
 };
 const faultRow faults[] = {
     {{"nack", "--address", "0xA0"}, direct, true},
@@ -44,12 +44,15 @@ class KestdUnderItsUnit : public MachineTest
 protected:
     void SetUp() override
     {
-        if (geteuid() != 0)
+        if (geteuid() != 0) {
             GTEST_SKIP() << "only root can run it as another user";
-        if (underSanitizer)
+        }
+        if (underSanitizer) {
             GTEST_SKIP() << "the sanitizers' own system calls are refused";
-        if (!std::filesystem::exists(confine()))
+        }
+        if (!std::filesystem::exists(confine())) {
             GTEST_SKIP() << "built without libseccomp";
+        }
         std::filesystem::permissions(folder(), std::filesystem::perms(0755));
         for (const auto& entry : std::filesystem::recursive_directory_iterator(machine())) {
             EXPECT_EQ(0, chown(entry.path().c_str(), service, service));
@@ -65,21 +68,23 @@ protected:
     /// The sets of system calls of the service manager that is installed, else of the one that Debian 12 has.
     [[nodiscard]] std::filesystem::path sets() const
     {
-        const std::filesystem::path own       = folder() / "sets";
-        const std::string           command   = "systemd-analyze syscall-filter >'" + own.string() + "' 2>/dev/null";
-        const bool                  installed = std::system(command.c_str()) == 0;
+        const std::filesystem::path own = folder() / "sets";
+        const std::string command = "systemd-analyze syscall-filter >'" + own.string() + "' 2>/dev/null";
+        const bool installed = std::system(command.c_str()) == 0;
         return installed ? own : std::filesystem::path(kest::tests::sourceFolder) / "tests/confine/syscall-sets.txt";
     }
     /// @param kills  whether a call that the filter refuses ends the service
     void start(bool kills)
     {
         std::vector<std::string> runner{confine().string()};
-        if (kills)
+        if (kills) {
             runner.emplace_back("--kill");
+        }
         for (const std::string& word :
              {std::string(kest::tests::sourceFolder) + "/packaging/kestd.service.in", sets().string(),
-              std::to_string(service), std::to_string(service), std::to_string(users)})
+              std::to_string(service), std::to_string(service), std::to_string(users)}) {
             runner.push_back(word);
+        }
         m_daemon.emplace(folder(), std::vector<std::string>{"--config", (machine() / "kest.toml").string()}, -1,
                          std::map<std::string, std::string>{}, runner);
         ASSERT_TRUE(m_daemon->isReady()) << m_daemon->errors();
@@ -98,7 +103,7 @@ protected:
     /// Every kind of failure, each with its entry in the log; afterwards the service reads as before.
     void failEveryWay()
     {
-        client::Connection              connection = connect();
+        client::Connection connection = connect();
         const std::vector<std::uint8_t> data(8, 0x5A);
         for (const faultRow& fault : faults) {
             std::vector<std::string> words{"sim", "fault", "add"};
@@ -117,7 +122,7 @@ protected:
     void readAndWrite() const
     {
         const std::vector<std::uint8_t> data{0xC0, 0xFF, 0xEE, 0x00, 0x01};
-        client::Connection              connection = connect();
+        client::Connection connection = connect();
         for (const char* device : {direct, behindHub}) {
             EXPECT_EQ(outcome::done, connection.writeSeeprom(device, 0x100, data).what) << device;
             EXPECT_EQ(data, connection.readSeeprom(device, 0x100, 5).data) << device;
@@ -129,7 +134,7 @@ protected:
     }
 
     static constexpr uid_t service = 61234;
-    static constexpr gid_t users   = 61300;
+    static constexpr gid_t users = 61300;
 
     std::optional<Daemon> m_daemon;
 };

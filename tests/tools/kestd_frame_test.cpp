@@ -13,22 +13,24 @@ using State = FrameAssembler::State;
 std::vector<std::uint8_t> fromHex(const std::string& text)
 {
     std::vector<std::uint8_t> bytes;
-    std::istringstream        groups(text);
-    for (std::string group; groups >> group;)
-        for (std::size_t at = 0; at + 1 < group.size(); at += 2)
+    std::istringstream groups(text);
+    for (std::string group; groups >> group;) {
+        for (std::size_t at = 0; at + 1 < group.size(); at += 2) {
             bytes.push_back(static_cast<std::uint8_t>(std::stoul(group.substr(at, 2), nullptr, 16)));
+        }
+    }
     return bytes;
 }
 
 /// The frames of docs/message-protocol.md, from a big-endian machine.
 constexpr const char* exampleRequest = "00000023 002a8001 00010000 00000000 00000000"
                                        "00000010 00000000 00000004 73696d3a 706c616e 61722c4c 2c324330 3235362c 413000";
-constexpr const char* exampleReply   = "00000004 002a8001 42010000 00000000 00000000 4b455354";
+constexpr const char* exampleReply = "00000004 002a8001 42010000 00000000 00000000 4b455354";
 
 TEST(KestdFrame, ExamplesOfTheDocumentation)
 {
     FrameAssembler assembler(1000);
-    const auto     bytes = fromHex(exampleRequest);
+    const auto bytes = fromHex(exampleRequest);
     EXPECT_EQ(20u + 35, bytes.size());
     EXPECT_EQ(bytes.size(), assembler.feed(bytes));
     ASSERT_EQ(State::complete, assembler.state());
@@ -59,7 +61,7 @@ TEST(KestdFrame, EveryFieldHasItsPlace)
 TEST(KestdFrame, CutAtEveryPairOfBytes)
 {
     const auto bytes = fromHex(exampleReply);
-    for (std::size_t first = 0; first <= bytes.size(); ++first)
+    for (std::size_t first = 0; first <= bytes.size(); ++first) {
         for (std::size_t second = first; second <= bytes.size(); ++second) {
             FrameAssembler assembler(4);
             EXPECT_EQ(first, assembler.feed({bytes.data(), first}));
@@ -68,6 +70,7 @@ TEST(KestdFrame, CutAtEveryPairOfBytes)
             ASSERT_EQ(State::complete, assembler.state());
             EXPECT_EQ(bytes, client::encodeFrame(assembler.take()));
         }
+    }
 }
 
 TEST(KestdFrame, TakesNothingOfTheNextFrame)

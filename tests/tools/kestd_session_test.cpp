@@ -34,12 +34,12 @@ protected:
 
 private:
     test::OwnConfiguration m_configuration;
-    Places                 m_places;
-    Service                m_service;
-    asio::io_context       m_context;
+    Places m_places;
+    Service m_service;
+    asio::io_context m_context;
 
 protected:
-    int                      client = -1;
+    int client = -1;
     std::shared_ptr<Session> session;
 };
 

@@ -63,10 +63,10 @@ public:
         address.sun_family = AF_UNIX;
         path.string().copy(address.sun_path, sizeof address.sun_path - 1);
         m_descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        m_connected  = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        m_connected = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
     explicit RawClient(int descriptor) : m_descriptor(descriptor), m_connected(true) {}
-    RawClient(const RawClient&)            = delete;
+    RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
     ~RawClient() { hangUp(); }
 
@@ -75,8 +75,9 @@ public:
     void finishSending() const { shutdown(m_descriptor, SHUT_WR); }
     void hangUp()
     {
-        if (m_descriptor >= 0)
+        if (m_descriptor >= 0) {
             close(m_descriptor);
+        }
         m_descriptor = -1;
     }
 
@@ -86,8 +87,9 @@ public:
         std::size_t done = 0;
         while (done < bytes.size()) {
             const ssize_t sent = ::send(m_descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | flags);
-            if (sent <= 0)
+            if (sent <= 0) {
                 return false;
+            }
             done += static_cast<std::size_t>(sent);
         }
         return true;
@@ -97,7 +99,7 @@ public:
     /// The next frame; nothing when the service hung up, or time is up.
     std::optional<client::frame> receive()
     {
-        using State      = client::FrameAssembler::State;
+        using State = client::FrameAssembler::State;
         const auto until = std::chrono::steady_clock::now() + patience;
         while (m_assembler.state() == State::incomplete) {
             const auto left =
@@ -105,13 +107,14 @@ public:
             pollfd wait{m_descriptor, POLLIN, 0};
             if (m_at == m_input.size()) {
                 m_input.resize(65536);
-                m_at              = 0;
+                m_at = 0;
                 const ssize_t got = left > 0 && poll(&wait, 1, static_cast<int>(left)) > 0
                                         ? recv(m_descriptor, m_input.data(), m_input.size(), 0)
                                         : -1;
                 m_input.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
-                if (got <= 0)
+                if (got <= 0) {
                     return std::nullopt;
+                }
             }
             m_at += m_assembler.feed(std::span(m_input).subspan(m_at));
         }
@@ -129,11 +132,11 @@ public:
     }
 
 private:
-    int                       m_descriptor = -1;
-    bool                      m_connected  = false;
-    client::FrameAssembler    m_assembler{1 << 20};
+    int m_descriptor = -1;
+    bool m_connected = false;
+    client::FrameAssembler m_assembler{1 << 20};
     std::vector<std::uint8_t> m_input;
-    std::size_t               m_at = 0;
+    std::size_t m_at = 0;
 };
 
 /// A service that does as told with its first client.
@@ -147,7 +150,7 @@ public:
           })
     {
     }
-    FakeService(const FakeService&)            = delete;
+    FakeService(const FakeService&) = delete;
     FakeService& operator=(const FakeService&) = delete;
     ~FakeService()
     {
@@ -158,8 +161,8 @@ public:
 
 private:
     TemporaryFolder m_folder;
-    int             m_listening;
-    std::thread     m_thread;
+    int m_listening;
+    std::thread m_thread;
 };
 
 /// Words of a payload: host byte order.
@@ -174,9 +177,10 @@ inline client::frame seepromRequest(std::uint16_t type, std::uint32_t offset, st
 {
     client::frame request;
     request.identifier = identifier;
-    request.type       = type;
-    for (const std::uint32_t word : {offset, 0u, length})
+    request.type = type;
+    for (const std::uint32_t word : {offset, 0u, length}) {
         putWord(request.payload, word);
+    }
     request.payload.insert(request.payload.end(), location.begin(), location.end());
     request.payload.push_back(0);
     return request;
@@ -193,17 +197,19 @@ public:
         : m_errors(folder / "kestd.errors")
     {
         const auto notifyPath = folder / ("notify" + std::to_string(++m_count));
-        m_notify              = boundSocket(notifyPath, SOCK_DGRAM);
+        m_notify = boundSocket(notifyPath, SOCK_DGRAM);
         std::filesystem::permissions(notifyPath, std::filesystem::perms(0777)); // it may run as another user
         std::vector<std::string> words = runner;
-        std::istringstream       emulator(kest::tests::emulator);
-        for (std::string word; std::getline(emulator, word, ';');)
+        std::istringstream emulator(kest::tests::emulator);
+        for (std::string word; std::getline(emulator, word, ';');) {
             words.push_back(word);
+        }
         words.push_back(std::string(kest::tests::programFolder) + "/kestd");
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> pointers;
-        for (std::string& word : words)
+        for (std::string& word : words) {
             pointers.push_back(word.data());
+        }
         pointers.push_back(nullptr);
         environment.emplace("NOTIFY_SOCKET", notifyPath);
         std::array<char, 32> listener{}; // the child knows its number
@@ -215,17 +221,18 @@ public:
         if (m_pid == 0) {
             dup2(open(m_errors.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDERR_FILENO);
             if (handed >= 0) {
-                if (handed == 3)
+                if (handed == 3) {
                     fcntl(3, F_SETFD, 0);
-                else
+                } else {
                     dup2(handed, 3);
+                }
                 std::snprintf(listener.data(), listener.size(), "LISTEN_PID=%d", getpid());
             }
             execvpe(pointers[0], pointers.data(), variables.pointers());
             _exit(127);
         }
     }
-    Daemon(const Daemon&)            = delete;
+    Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
     ~Daemon()
     {
@@ -237,7 +244,7 @@ public:
     }
 
     [[nodiscard]] pid_t pid() const { return m_pid; }
-    void                signal(int number) const { kill(m_pid, number); }
+    void signal(int number) const { kill(m_pid, number); }
 
     /// Waits until the service is ready for requests and signals.
     bool isReady()
@@ -260,12 +267,14 @@ public:
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();
             pollfd wait{m_notify, POLLIN, 0};
-            char   buffer[512];
-            if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0)
+            char buffer[512];
+            if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0) {
                 return false;
+            }
             const ssize_t got = recv(m_notify, buffer, sizeof buffer, 0);
-            if (got > 0 && std::string(buffer, static_cast<std::size_t>(got)).find(text) != std::string::npos)
+            if (got > 0 && std::string(buffer, static_cast<std::size_t>(got)).find(text) != std::string::npos) {
                 return true;
+            }
         }
     }
 
@@ -313,10 +322,12 @@ public:
     [[nodiscard]] long statusKib(const std::string& name) const
     {
         std::ifstream status("/proc/" + std::to_string(m_pid) + "/status");
-        long          kib = -1;
-        for (std::string word; status >> word;)
-            if (word == name + ":")
+        long kib = -1;
+        for (std::string word; status >> word;) {
+            if (word == name + ":") {
                 status >> kib;
+            }
+        }
         return kib;
     }
 
@@ -325,14 +336,14 @@ private:
     [[nodiscard]] char mainThreadState() const
     {
         const std::string status = readFile("/proc/" + std::to_string(m_pid) + "/stat"); // "PID (NAME) STATE ..."
-        const std::size_t name   = status.rfind(") ");
+        const std::size_t name = status.rfind(") ");
         return name == std::string::npos || name + 2 >= status.size() ? '?' : status[name + 2];
     }
 
-    static inline int     m_count = 0;
+    static inline int m_count = 0;
     std::filesystem::path m_errors;
-    int                   m_notify = -1;
-    pid_t                 m_pid    = -1;
+    int m_notify = -1;
+    pid_t m_pid = -1;
 };
 
 /// A test with a service in file mode, whose copy holds 64 KiB.
@@ -343,8 +354,9 @@ protected:
     {
         std::filesystem::permissions(folder(), std::filesystem::perms(0755)); // other users connect, too
         std::filesystem::create_directories(folder() / "state/qorn/P3_Root");
-        for (std::size_t at = 0; at < 65536; ++at)
+        for (std::size_t at = 0; at < 65536; ++at) {
             contents.push_back(static_cast<std::uint8_t>(at * 7 + at / 256));
+        }
         writeFile(copyFile(), std::string(contents.begin(), contents.end()));
         configure("");
     }
@@ -387,7 +399,7 @@ protected:
     std::vector<std::uint8_t> contents;
 
 private:
-    TemporaryFolder       m_folder;
+    TemporaryFolder m_folder;
     std::optional<Daemon> m_daemon;
 };
 

@@ -47,7 +47,7 @@ TEST_F(KestdTest, WritesTheCopy)
 {
     start();
     client::Connection connection = connect();
-    const answer       got = connection.writeSeeprom(someLocation, 7, std::vector<std::uint8_t>{0xAA, 0xBB, 0xCC});
+    const answer got = connection.writeSeeprom(someLocation, 7, std::vector<std::uint8_t>{0xAA, 0xBB, 0xCC});
     EXPECT_EQ(outcome::done, got.what) << got.message;
     EXPECT_EQ(0x41, got.flags);
     EXPECT_EQ((std::vector<std::uint8_t>{contents[6], 0xAA, 0xBB, 0xCC, contents[10]}),
@@ -61,7 +61,7 @@ TEST_F(KestdTest, FailedWriteHasItsFlagsAndItsEntry)
 {
     start();
     client::Connection connection = connect();
-    const answer       got        = connection.writeSeeprom(someLocation, 65530, std::vector<std::uint8_t>(7));
+    const answer got = connection.writeSeeprom(someLocation, 65530, std::vector<std::uint8_t>(7));
     EXPECT_EQ(outcome::failed, got.what);
     EXPECT_EQ(0x41, got.flags);
     EXPECT_NE(0u, got.logId);
@@ -75,7 +75,7 @@ TEST_F(KestdTest, LocationOfADeviceNumber)
               "[[device]]\nnumber = 17\nposition = 2\nlocation = \"sim:planar,L,2C0256,A0\"\nname = \"vpd\"\n");
     start();
     client::Connection connection = connect();
-    const answer       got        = connection.location(17, 2);
+    const answer got = connection.location(17, 2);
     ASSERT_EQ(outcome::done, got.what) << got.message;
     EXPECT_EQ("sim:planar,L,2C0256,A0", std::string(got.data.begin(), got.data.end()));
     const answer unknown = connection.location(18, 0);
@@ -95,8 +95,9 @@ TEST_F(KestdTest, WhatTheLibraryRefusesComesBackWithItsEntry)
         EXPECT_NE(0u, got.logId);
     }
     EXPECT_EQ(0x800013FFu, connection.request(0x8003, {}).returnCode);
-    for (const std::size_t size : {0u, 1u, 11u, 12u})
+    for (const std::size_t size : {0u, 1u, 11u, 12u}) {
         EXPECT_EQ(0x80001324u, connection.request(0x8001, std::vector<std::uint8_t>(size)).returnCode) << size;
+    }
     EXPECT_EQ(0x80001324u, connection.request(0x8004, std::vector<std::uint8_t>(7)).returnCode);
     std::vector<std::uint8_t> unended(12 + 4, 'x');
     std::fill_n(unended.begin(), 12, std::uint8_t{0});
@@ -109,7 +110,7 @@ TEST_F(KestdTest, EntriesAreInTheLog)
     start();
     const answer got = connect().request(0x8003, {});
     EXPECT_EQ(0, daemon().stop());
-    const runResult      shown = run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "list"});
+    const runResult shown = run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "list"});
     std::array<char, 16> hex{};
     std::snprintf(hex.data(), hex.size(), "%08X", got.logId);
     EXPECT_NE(std::string::npos, shown.output.find(hex.data())) << shown.output << shown.errors;
@@ -158,7 +159,7 @@ TEST_F(KestdMachine, RawUsersNameAnyDevice)
 {
     serveMachine("raw_users = [" + std::to_string(geteuid()) + "]");
     const std::string image = readFile(folder() / "machine/power.bin");
-    const answer      got   = connect().readSeeprom("sim:planar,L,2C0032,A8", 16, 32);
+    const answer got = connect().readSeeprom("sim:planar,L,2C0032,A8", 16, 32);
     EXPECT_EQ(image.substr(16, 32), std::string(got.data.begin(), got.data.end())) << got.message;
 }
 
@@ -166,12 +167,12 @@ TEST_F(KestdMachine, ReadPastTheEndOfADeviceIsRefused)
 {
     serveMachine();
     client::Connection connection = connect();
-    const answer       got        = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 16);
+    const answer got = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 16);
     EXPECT_EQ(outcome::refused, got.what);
     EXPECT_EQ(0x80001607u, got.returnCode);
     EXPECT_EQ(0x80001607u, connection.readSeeprom("sim:planar,L,1C0002,A4", 16, 0).returnCode);
     const std::string image = readFile(folder() / "machine/panel.bin");
-    const answer      end   = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 6);
+    const answer end = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 6);
     EXPECT_EQ(image.substr(250), std::string(end.data.begin(), end.data.end())) << end.message;
     EXPECT_EQ(0x80001607u,
               connection.writeSeeprom("sim:planar,L,1C0002,A4", 250, std::vector<std::uint8_t>(16)).returnCode);
@@ -184,7 +185,7 @@ TEST_F(KestdMachine, MixedModeWithoutACopyAnswersNoMoreThanWasAsked)
     std::filesystem::remove(copyFile());
     serveMachine("", "MixedMode");
     const std::string image = readFile(folder() / "machine/panel.bin");
-    const answer      got   = connect().readSeeprom("sim:planar,L,1C0002,A4", 250, 6);
+    const answer got = connect().readSeeprom("sim:planar,L,1C0002,A4", 250, 6);
     EXPECT_EQ(image.substr(250), std::string(got.data.begin(), got.data.end())) << got.message;
 }
 
@@ -203,10 +204,11 @@ TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
         RawClient client(socketPath());
         ASSERT_TRUE(client.connected());
         std::size_t at = 0;
-        for (std::size_t size = first; at < stream.size(); at += size, size = step)
+        for (std::size_t size = first; at < stream.size(); at += size, size = step) {
             ASSERT_TRUE(client.send(std::vector<std::uint8_t>(
                 stream.begin() + static_cast<std::ptrdiff_t>(at),
                 stream.begin() + static_cast<std::ptrdiff_t>(std::min(at + size, stream.size())))));
+        }
         for (std::uint16_t number = 0; number < 10; ++number) {
             const auto reply = client.receive();
             ASSERT_TRUE(reply);
@@ -233,7 +235,7 @@ TEST_F(KestdTest, PayloadOverTheLimitIsTurnedAway)
     configure("max_payload = 1000");
     start();
     RawClient client(socketPath());
-    frame     request = seepromRequest(0x8001, 0, 4, 1);
+    frame request = seepromRequest(0x8001, 0, 4, 1);
     request.payload.resize(1000);
     EXPECT_TRUE(client.send(request));
     EXPECT_EQ(part(0, 4), client.receive()->payload);
@@ -254,7 +256,7 @@ TEST_F(KestdTest, MoreThan65536BytesAreRefusedBeforeTheLibrarySeesThem)
 {
     start();
     RawClient client(socketPath());
-    for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002})
+    for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002}) {
         for (const std::uint32_t length : {65537u, 0x80000000u, 0xFFFFFFFFu}) {
             EXPECT_TRUE(client.send(seepromRequest(type, 0, length, 5)));
             const auto reply = client.receive();
@@ -263,6 +265,7 @@ TEST_F(KestdTest, MoreThan65536BytesAreRefusedBeforeTheLibrarySeesThem)
             EXPECT_EQ(0x80, reply->flags);
             EXPECT_NE(0u, reply->logId);
         }
+    }
     EXPECT_TRUE(client.send(seepromRequest(0x8001, 0, 65536)));
     EXPECT_EQ(contents, client.receive()->payload);
 }
@@ -314,8 +317,9 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
     std::vector<std::unique_ptr<RawClient>> clients;
     for (int number = 0; number < 16; ++number) {
         clients.push_back(std::make_unique<RawClient>(socketPath()));
-        for (std::uint16_t request = 0; request < 4; ++request)
+        for (std::uint16_t request = 0; request < 4; ++request) {
             ASSERT_TRUE(clients.back()->send(seepromRequest(0x8001, 0, 0, request)));
+        }
     }
     for (const auto& client : clients) {
         for (std::uint16_t request = 0; request < 4; ++request) {
@@ -396,8 +400,9 @@ class KestdPermissions : public KestdTest
 protected:
     void SetUp() override
     {
-        if (geteuid() != 0)
+        if (geteuid() != 0) {
             GTEST_SKIP() << "only root can become another user";
+        }
     }
 
     /// What becomes of the user nobody's read and write: bit 0 read done, bit 1 write done; 8 and more is neither done nor refused
@@ -405,9 +410,9 @@ protected:
     {
         return asNobody([this] {
             client::Connection connection = connect();
-            const answer       read       = connection.readSeeprom(someLocation, 0, 4);
-            const answer       write      = connection.writeSeeprom(someLocation, 0, std::vector<std::uint8_t>{1});
-            const auto         verdict    = [](const answer& got) {
+            const answer read = connection.readSeeprom(someLocation, 0, 4);
+            const answer write = connection.writeSeeprom(someLocation, 0, std::vector<std::uint8_t>{1});
+            const auto verdict = [](const answer& got) {
                 return got.what == outcome::done ? 1 : got.returnCode == 0x80001601 ? 0 : 8;
             };
             return verdict(read) + 2 * verdict(write);
@@ -454,11 +459,11 @@ TEST_F(KestdPermissions, RefusalIsClearAndHasAnEntry)
 
 TEST_F(KestdPermissions, ByUserAndByGroup)
 {
-    const gid_t       group    = getpwnam("nobody")->pw_gid;
+    const gid_t group = getpwnam("nobody")->pw_gid;
     const std::string byNumber = std::to_string(getpwnam("nobody")->pw_uid);
     const struct {
         std::string service;
-        int         rights;
+        int rights;
     } rows[] = {{"read_users = [\"nobody\"]", 1},
                 {"write_users = [\"nobody\"]", 2},
                 {"read_users = [\"" + byNumber + "\"]\nwrite_users = [\"" + byNumber + "\"]", 3},
@@ -484,7 +489,7 @@ TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
     };
     const auto client = [&](const pauseFunction& pause) {
         client::Connection connection = connect();
-        const bool         refused    = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
+        const bool refused = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
         return refused && pause() && connection.readSeeprom(someLocation, 0, 4) ? 0 : 1;
     };
     EXPECT_EQ(0, asNobody(client, allow));
@@ -497,9 +502,10 @@ TEST_F(KestdPermissions, StrangersHaveASmallShare)
     start();
     EXPECT_EQ(0, asNobody([&] {
                   client::Connection connection = connect();
-                  int                entries    = 0;
-                  for (int number = 0; number < 100; ++number)
+                  int entries = 0;
+                  for (int number = 0; number < 100; ++number) {
                       entries += connection.readSeeprom(someLocation, 0, 4).logId != 0 ? 1 : 0;
+                  }
                   return entries == 20 ? 0 : entries + 1;
               }));
     EXPECT_EQ(0, asNobody([&] {
@@ -530,7 +536,7 @@ TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
     };
     const auto takePlaces = [&](const pauseFunction& pause) {
         std::vector<std::unique_ptr<RawClient>> idle;
-        int                                     served = 0;
+        int served = 0;
         for (int number = 0; number < 40; ++number) {
             idle.push_back(std::make_unique<RawClient>(socketPath()));
             idle.back()->send(seepromRequest(0x8001, 0, 4));
@@ -552,8 +558,9 @@ TEST_F(KestdPermissions, GroupsAreThoseOfTheConnectingProcess)
     EXPECT_EQ(0, asNobody(mayRead));
     EXPECT_EQ(1, asNobody(mayRead, {5, club}));
     std::vector<gid_t> many; // more than anybody has room for at first
-    for (gid_t group = 1; group <= 300; ++group)
+    for (gid_t group = 1; group <= 300; ++group) {
         many.push_back(100'000 + group);
+    }
     many.push_back(club);
     EXPECT_EQ(1, asNobody(mayRead, many));
 }
@@ -564,7 +571,7 @@ TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
     configure("max_clients = 16");
     start();
     const std::size_t before = daemon().descriptors();
-    const auto        count  = [&] {
+    const auto count = [&] {
         EXPECT_LT(daemon().descriptors(), before + 20); // two places, and what the service opens at its first client
     };
     const auto crowd = [&](const pauseFunction& pause) {
@@ -592,7 +599,7 @@ TEST_F(KestdTest, TooManyClients)
             EXPECT_TRUE(client->send(seepromRequest(0x8001, 0, 4)));
             EXPECT_EQ(part(0, 4), client->receive()->payload);
         }
-        RawClient  fourth(socketPath());
+        RawClient fourth(socketPath());
         const auto reply = fourth.receive();
         ASSERT_TRUE(reply);
         EXPECT_EQ(0x80001605u, reply->returnCode);
@@ -600,9 +607,10 @@ TEST_F(KestdTest, TooManyClients)
         EXPECT_EQ(0x80001605u, connect().readSeeprom(someLocation, 0, 4).returnCode);
     }
     std::optional<answer> got; // places become free as the service notices
-    const auto            until = std::chrono::steady_clock::now() + patience;
-    while ((!got || !*got) && std::chrono::steady_clock::now() < until)
+    const auto until = std::chrono::steady_clock::now() + patience;
+    while ((!got || !*got) && std::chrono::steady_clock::now() < until) {
         got = connect().readSeeprom(someLocation, 0, 4);
+    }
     EXPECT_EQ(outcome::done, got->what);
     EXPECT_TRUE(first.send(seepromRequest(0x8001, 0, 4)));
     EXPECT_EQ(part(0, 4), first.receive()->payload);
@@ -617,9 +625,10 @@ TEST_F(KestdTest, SilentClientsAreDropped)
     EXPECT_TRUE(silent.isHungUp());
     EXPECT_TRUE(halfway.isHungUp());
     RawClient deaf(socketPath()); // asks, and never reads
-    bool      taken = true;
-    for (int number = 0; number < 1000 && taken; ++number)
+    bool taken = true;
+    for (int number = 0; number < 1000 && taken; ++number) {
         taken = deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
+    }
     EXPECT_FALSE(taken) << "the service reads on, though its replies are not taken";
     const auto until = std::chrono::steady_clock::now() + patience;
     while (deaf.send(std::vector<std::uint8_t>{0}, MSG_DONTWAIT) || errno == EAGAIN) { // EPIPE in the end
@@ -635,7 +644,7 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     configure("max_clients_per_user = 256");
     start();
     std::vector<std::unique_ptr<RawClient>> hostile;
-    const auto                              whole = client::encodeFrame(seepromRequest(0x8001, 0, 65536));
+    const auto whole = client::encodeFrame(seepromRequest(0x8001, 0, 65536));
     for (std::size_t number = 0; number < 100; ++number) {
         hostile.push_back(std::make_unique<RawClient>(socketPath()));
         RawClient& client = *hostile.back();
@@ -648,7 +657,7 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
         case 1:
             client.send({0xFF, 0xFF, 0xFF, 0xFF, 0, 1, 0x80, 1, 0, 1, 0, 0});
             break; // huge length, unfinished
-        case 2:    // announces 60,000 bytes and sends all but one of them
+        case 2: // announces 60,000 bytes and sends all but one of them
         {
             frame request = seepromRequest(0x8002, 0, 59000);
             request.payload.resize(60000);
@@ -658,8 +667,9 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
             break;
         }
         case 3: // never reads
-            for (int more = 0; more < 100; ++more)
+            for (int more = 0; more < 100; ++more) {
                 client.send(whole, MSG_DONTWAIT);
+            }
             break;
         default: // closes at any byte
             client.send(std::vector<std::uint8_t>(whole.begin(),
@@ -668,19 +678,21 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
             break;
         }
     }
-    std::atomic<int>         good{0};
+    std::atomic<int> good{0};
     std::vector<std::thread> threads;
-    for (int number = 0; number < 100; ++number)
+    for (int number = 0; number < 100; ++number) {
         threads.emplace_back([this, &good, number] {
             client::Connection connection = connect();
             for (std::uint32_t round = 0; round < 20; ++round) {
                 const std::uint32_t offset = static_cast<std::uint32_t>(number) * 17 + round;
-                const answer        got    = connection.readSeeprom(someLocation, offset, 256);
+                const answer got = connection.readSeeprom(someLocation, offset, 256);
                 good += got.what == outcome::done && got.data == part(offset, 256) ? 1 : 0;
             }
         });
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(2000, good);
     if (!underSanitizer && !kest::tests::isEmulated()) {
         // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those here
@@ -698,7 +710,7 @@ TEST_F(KestdTest, WorkOfClientsThatHaveGoneIsNotBegun)
     daemon().signal(SIGSTOP);
     {
         RawClient gone(socketPath());
-        frame     request = seepromRequest(0x8002, 0, 4);
+        frame request = seepromRequest(0x8002, 0, 4);
         request.payload.insert(request.payload.end(), 4, 0xEE);
         EXPECT_TRUE(gone.send(request));
     }
@@ -712,8 +724,9 @@ TEST_F(KestdTest, ClientThatHasFinishedSendingIsAnswered)
 {
     start();
     RawClient client(socketPath());
-    for (std::uint16_t number = 0; number < 30; ++number)
+    for (std::uint16_t number = 0; number < 30; ++number) {
         EXPECT_TRUE(client.send(seepromRequest(0x8001, number, 4, number)));
+    }
     client.finishSending();
     for (std::uint16_t number = 0; number < 30; ++number) {
         const auto reply = client.receive();
@@ -730,14 +743,15 @@ TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
     start();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4)); // what the service opens once is open
     const rlim_t before = daemon().limit(RLIMIT_NOFILE, 3);
-    RawClient    client(socketPath());
+    RawClient client(socketPath());
     EXPECT_TRUE(client.send(seepromRequest(0x8001, 0, 4)));
     const auto trace = [this] {
         return run("kestctl", {"--config", (folder() / "kest.toml").string(), "trace", "--buffer", "kestd"}).output;
     };
     const auto until = std::chrono::steady_clock::now() + patience;
-    while (trace().find("acceptSome," + std::to_string(EMFILE)) == std::string::npos)
+    while (trace().find("acceptSome," + std::to_string(EMFILE)) == std::string::npos) {
         ASSERT_LT(std::chrono::steady_clock::now(), until) << trace();
+    }
     daemon().limit(RLIMIT_NOFILE, before);
     const auto reply = client.receive();
     ASSERT_TRUE(reply);
@@ -748,20 +762,21 @@ TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
 /// Whoever needs memory that is not there loses this request; the service and the others stay.
 TEST_F(KestdTest, WithoutMemoryARequestFailsAndTheServiceStays)
 {
-    if (underSanitizer)
+    if (underSanitizer) {
         GTEST_SKIP() << "their allocators end the process";
+    }
     configure("max_clients_per_user = 256\nmax_payload = 16777216");
     start();
     RawClient early(socketPath());
     EXPECT_TRUE(early.send(seepromRequest(0x8001, 0, 4)));
     EXPECT_EQ(part(0, 4), early.receive()->payload);
     const rlim_t before = daemon().limit(RLIMIT_DATA, static_cast<rlim_t>(daemon().statusKib("VmData") + 1024) * 1024);
-    std::size_t  failed = 0;
+    std::size_t failed = 0;
     for (int number = 0; number < 20; ++number) {
         RawClient greedy(socketPath());
-        frame     request = seepromRequest(0x8001, 0, 4);
+        frame request = seepromRequest(0x8001, 0, 4);
         request.payload.resize(8 << 20);
-        const bool sent  = greedy.send(request); // perhaps only a part, when the service hangs up
+        const bool sent = greedy.send(request); // perhaps only a part, when the service hangs up
         const auto reply = greedy.receive();
         failed += !sent || !reply || reply->returnCode != 0 ? 1 : 0;
     }
@@ -782,10 +797,10 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
               "[machine]\nfolder = \"machine\"\ntime = \"real\"\n[[device]]\nnumber = 17\nlocation = "
               "\"sim:planar,L,2C0512,A6\"\n");
     start();
-    std::atomic<int>         writing{0};
-    std::atomic<bool>        stop{false};
+    std::atomic<int> writing{0};
+    std::atomic<bool> stop{false};
     std::vector<std::thread> slow;
-    for (int number = 0; number < 12; ++number)
+    for (int number = 0; number < 12; ++number) {
         slow.emplace_back([&, number] {
             client::Connection connection = connect();
             while (!stop) {
@@ -796,16 +811,20 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
                 ++writing;
             }
         });
-    while (writing < 3)
+    }
+    while (writing < 3) {
         std::this_thread::yield();
+    }
     client::Connection connection = connect();
-    const int          before     = writing;
-    for (int number = 0; number < 200; ++number)
+    const int before = writing;
+    for (int number = 0; number < 200; ++number) {
         ASSERT_TRUE(connection.location(17, 0));
+    }
     const int during = writing - before;
-    stop             = true;
-    for (std::thread& thread : slow)
+    stop = true;
+    for (std::thread& thread : slow) {
         thread.join();
+    }
     EXPECT_LT(during, 200) << "requests without a device took as long as writes";
 }
 
@@ -817,8 +836,9 @@ TEST_F(KestdTest, RequestsInFlightAtTheEndAreAnswered)
     std::vector<std::unique_ptr<RawClient>> clients;
     for (int number = 0; number < 20; ++number) {
         clients.push_back(std::make_unique<RawClient>(socketPath()));
-        for (std::uint16_t request = 0; request < 30; ++request)
+        for (std::uint16_t request = 0; request < 30; ++request) {
             ASSERT_TRUE(clients.back()->send(seepromRequest(0x8001, request, 64, request)));
+        }
     }
     daemon().signal(SIGTERM);
     for (const auto& client : clients) {
@@ -839,8 +859,9 @@ TEST_F(KestdTest, EndDoesNotWaitForTheDeaf)
     start();
     RawClient silent(socketPath()), halfway(socketPath()), deaf(socketPath());
     EXPECT_TRUE(halfway.send({0, 0, 0, 9, 0, 1}));
-    for (int number = 0; number < 30; ++number)
+    for (int number = 0; number < 30; ++number) {
         deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
+    }
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     daemon().signal(SIGTERM);
     EXPECT_TRUE(silent.isHungUp());
@@ -853,13 +874,15 @@ TEST_F(KestdTest, SuccessorStartsWhileTheLastRepliesAreBeingTaken)
 {
     start();
     RawClient deaf(socketPath());
-    for (int number = 0; number < 30; ++number)
+    for (int number = 0; number < 30; ++number) {
         deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
+    }
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     daemon().signal(SIGTERM);
     const auto until = std::chrono::steady_clock::now() + patience;
-    while (std::filesystem::exists(socketPath()))
+    while (std::filesystem::exists(socketPath())) {
         ASSERT_LT(std::chrono::steady_clock::now(), until);
+    }
     Daemon successor(folder(), {"--config", (folder() / "kest.toml").string()});
     EXPECT_TRUE(successor.isReady()) << successor.errors();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
@@ -891,8 +914,8 @@ bool exhaustLocks()
     constexpr std::uint32_t call = SYS_fcntl;
 #endif
     // The command is the lower half of the second argument
-    constexpr std::uint32_t    lowHalf = std::endian::native == std::endian::little ? 0 : 4;
-    constexpr std::uint32_t    command = offsetof(seccomp_data, args) + 8 + lowHalf;
+    constexpr std::uint32_t lowHalf = std::endian::native == std::endian::little ? 0 : 4;
+    constexpr std::uint32_t command = offsetof(seccomp_data, args) + 8 + lowHalf;
     std::array<sock_filter, 6> filter{
         {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3), BPF_STMT(BPF_LD | BPF_W | BPF_ABS, command),
@@ -909,7 +932,7 @@ TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
         GTEST_SKIP() << "the emulator's own calls would be filtered";
     }
     constexpr int notAllowed = 99;
-    const pid_t   child      = fork();
+    const pid_t child = fork();
     ASSERT_NE(-1, child);
     if (child == 0) {
         if (!exhaustLocks()) {
@@ -964,7 +987,7 @@ TEST_F(KestdTest, SocketHandedOver)
 TEST_F(KestdTest, WhatIsHandedOverMustBeAListeningSocket)
 {
     const int datagrams = boundSocket(folder() / "datagrams.socket", SOCK_DGRAM);
-    Daemon    daemon(folder(), {"--config", (folder() / "kest.toml").string()}, datagrams);
+    Daemon daemon(folder(), {"--config", (folder() / "kest.toml").string()}, datagrams);
     EXPECT_EQ(1, daemon.end());
     EXPECT_NE(std::string::npos, daemon.errors().find("no listening Unix stream socket"));
     close(datagrams);
@@ -973,8 +996,9 @@ TEST_F(KestdTest, WhatIsHandedOverMustBeAListeningSocket)
 TEST_F(KestdTest, WatchdogIsFed)
 {
     start(-1, {{"WATCHDOG_USEC", "100000"}});
-    for (int number = 0; number < 3; ++number)
+    for (int number = 0; number < 3; ++number) {
         EXPECT_TRUE(daemon().says("WATCHDOG=1"));
+    }
     daemon().signal(SIGTERM);
     EXPECT_TRUE(daemon().says("STOPPING=1"));
     EXPECT_EQ(0, daemon().end());
@@ -1000,7 +1024,7 @@ TEST_F(KestdTest, ReloadChangesTheLimits)
     configure("max_payload = 512");
     EXPECT_TRUE(daemon().reload());
     RawClient client(socketPath());
-    frame     request = seepromRequest(0x8001, 0, 4);
+    frame request = seepromRequest(0x8001, 0, 4);
     request.payload.resize(513);
     EXPECT_TRUE(client.send(request));
     EXPECT_EQ(0x80001603u, client.receive()->returnCode);
@@ -1022,8 +1046,9 @@ TEST(KestdOptions, HelpVersionAndWrongUse)
 {
     const runResult help = run("kestd", {"--help"});
     EXPECT_EQ(0, help.exit);
-    for (const char* text : {"--config", "--socket", "--version", "SIGTERM", "SIGHUP"})
+    for (const char* text : {"--config", "--socket", "--version", "SIGTERM", "SIGHUP"}) {
         EXPECT_NE(std::string::npos, help.output.find(text)) << text;
+    }
     EXPECT_EQ(0, run("kestd", {"--version"}).exit);
     EXPECT_TRUE(run("kestd", {"--version"}).output.starts_with("kestd "));
     EXPECT_EQ(2, run("kestd", {"--nonsense"}).exit);

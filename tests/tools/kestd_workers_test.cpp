@@ -73,17 +73,17 @@ protected:
     }
 
     const std::shared_ptr<Share> alice = std::make_shared<Share>();
-    const std::shared_ptr<Share> bob   = std::make_shared<Share>();
-    Workers&                     workers() { return m_workers; }
-    asio::io_context&            context() { return m_context; }
+    const std::shared_ptr<Share> bob = std::make_shared<Share>();
+    Workers& workers() { return m_workers; }
+    asio::io_context& context() { return m_context; }
 
 private:
-    asio::io_context                                           m_context;
+    asio::io_context m_context;
     asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_context);
-    Workers                                                    m_workers;
-    std::mutex                                                 m_lock;
-    std::condition_variable                                    m_noted;
-    std::string                                                m_done;
+    Workers m_workers;
+    std::mutex m_lock;
+    std::condition_variable m_noted;
+    std::string m_done;
 };
 
 TEST_F(KestdWorkers, OneOwnersSlowJobsLeaveRoomForOthers)
@@ -114,17 +114,20 @@ TEST_F(KestdWorkers, TheServicesOwnJobsNeedNoTurn)
 /// Jobs that submit themselves again whenever they are done, and an event that comes meanwhile.
 TEST_F(KestdWorkers, EventsComeBetweenJobsThatNeverEnd)
 {
-    std::atomic<int>      runs{0};
-    std::atomic<bool>     stop{false};
+    std::atomic<int> runs{0};
+    std::atomic<bool> stop{false};
     std::function<void()> again = [&] {
-        if (++runs == 2000)
+        if (++runs == 2000) {
             asio::post(context(), [this] { note('e'); });
-        if (!stop)
+        }
+        if (!stop) {
             submit(alice, again);
+        }
     };
     start(1000, 1000, [&] { // so many that there is always one to begin
-        for (int number = 0; number < 2000; ++number)
+        for (int number = 0; number < 2000; ++number) {
             submit(alice, again);
+        }
     });
     EXPECT_TRUE(awaits('e'));
     stop = true;
@@ -175,9 +178,9 @@ protected:
         }
 
     private:
-        KestdShares&          m_test;
-        char                  m_name;
-        std::int64_t          m_costNs;
+        KestdShares& m_test;
+        char m_name;
+        std::int64_t m_costNs;
         std::function<bool()> m_goesOn;
     };
 
@@ -195,13 +198,14 @@ protected:
         submit(alice, [this, name, costNs] {
             timeNs += costNs;
             note(name);
-            if (done().size() < enough)
+            if (done().size() < enough) {
                 ask(name, costNs);
+            }
         });
     }
 
     static constexpr std::size_t enough = 8;
-    static std::int64_t          timeNs;
+    static std::int64_t timeNs;
 };
 
 std::int64_t KestdShares::timeNs;
@@ -210,10 +214,12 @@ TEST_F(KestdShares, OwnersTakeTurnsWhateverEachHasWaiting)
 {
     start(1, 2, [this] {
         submit(alice, [this] {
-            for (const char name : {'1', '2', '3', '4'})
+            for (const char name : {'1', '2', '3', '4'}) {
                 submit(alice, [this, name] { note(name); });
-            for (const char name : {'a', 'b'})
+            }
+            for (const char name : {'a', 'b'}) {
                 submit(bob, [this, name] { note(name); });
+            }
         });
     });
     EXPECT_TRUE(awaits('4'));
@@ -227,11 +233,12 @@ TEST_F(KestdShares, OwnerWhoHasUsedLessTimeIsServedFirst)
     start(1, 2, [this] {
         submit(alice, [this] {
             workers().submit(connection('h', 5));
-            for (const char name : {'1', '2', '3', '4'})
+            for (const char name : {'1', '2', '3', '4'}) {
                 submit(bob, [this, name] {
                     timeNs += 2;
                     note(name);
                 });
+            }
         });
     });
     EXPECT_TRUE(awaits('4'));
@@ -244,11 +251,12 @@ TEST_F(KestdShares, RunThatWasHeldUpCountsForTwoMillisecondsAtMost)
     start(1, 2, [this] {
         submit(alice, [this] {
             workers().submit(connection('h', 9'000'000));
-            for (const char name : {'1', '2', '3', '4'})
+            for (const char name : {'1', '2', '3', '4'}) {
                 submit(bob, [this, name] {
                     timeNs += 1'500'000;
                     note(name);
                 });
+            }
         });
     });
     EXPECT_TRUE(awaits('4'));
@@ -272,9 +280,10 @@ TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
 TEST_F(KestdShares, ConnectionThatAskedForNothingGoesOnWithTheOthers)
 {
     const auto pausing = connection('p', 5, [this] { return done().size() > 1 && done().size() < enough; });
-    const auto busy    = connection('b', 5, [&] {
-        if (done().size() == 4)
+    const auto busy = connection('b', 5, [&] {
+        if (done().size() == 4) {
             workers().submit(pausing);
+        }
         return done().size() < enough;
     });
     start(1, 1, [&] {
@@ -305,12 +314,13 @@ TEST_F(KestdShares, NoMoreJobsAreInWorkThanThreadsAreAllowed)
     std::atomic<int> inWork{0};
     std::atomic<int> most{0};
     start(8, 8, [&] {
-        for (int number = 0; number < 100; ++number)
+        for (int number = 0; number < 100; ++number) {
             submit(number % 2 == 0 ? alice : bob, [&] {
                 most = std::max(most.load(), ++inWork);
                 std::this_thread::yield();
                 --inWork;
             });
+        }
         submit(alice, [this] { note('d'); });
     });
     EXPECT_TRUE(awaits('d'));
@@ -323,9 +333,9 @@ TEST_F(KestdShares, NoMoreJobsAreInWorkThanThreadsAreAllowed)
 TEST(KestdPlaces, EachUserHasAShare)
 {
     constexpr Places::Limits limits{.all = 5, .eachOwner = 2};
-    Places                   places;
-    const Place              first  = places.take(1000, false, limits);
-    const Place              second = places.take(1000, false, limits);
+    Places places;
+    const Place first = places.take(1000, false, limits);
+    const Place second = places.take(1000, false, limits);
     EXPECT_TRUE(first && second);
     EXPECT_EQ(first.share(), second.share());
     EXPECT_FALSE(places.take(1000, false, limits));
@@ -337,9 +347,9 @@ TEST(KestdPlaces, EachUserHasAShare)
 TEST(KestdPlaces, NobodyHasOneWhenAllAreTaken)
 {
     constexpr Places::Limits limits{.all = 2, .eachOwner = 2};
-    Places                   places;
-    const Place              first  = places.take(1, false, limits);
-    const Place              second = places.take(2, false, limits);
+    Places places;
+    const Place first = places.take(1, false, limits);
+    const Place second = places.take(2, false, limits);
     EXPECT_TRUE(first && second);
     EXPECT_FALSE(places.take(3, false, limits));
 }
@@ -347,9 +357,9 @@ TEST(KestdPlaces, NobodyHasOneWhenAllAreTaken)
 TEST(KestdPlaces, PlaceIsGivenBack)
 {
     constexpr Places::Limits limits{.all = 1, .eachOwner = 1};
-    Places                   places;
+    Places places;
     {
-        Place       first = places.take(1, false, limits);
+        Place first = places.take(1, false, limits);
         const Place moved(std::move(first));
         EXPECT_TRUE(moved);
         EXPECT_FALSE(places.take(1, false, limits));
@@ -361,9 +371,9 @@ TEST(KestdPlaces, PlaceIsGivenBack)
 TEST(KestdPlaces, AllStrangersTogetherHaveOnePlaceInEight)
 {
     constexpr Places::Limits limits{.all = 16, .eachOwner = 8};
-    Places                   places;
-    const Place              first  = places.take(1, true, limits);
-    const Place              second = places.take(2, true, limits);
+    Places places;
+    const Place first = places.take(1, true, limits);
+    const Place second = places.take(2, true, limits);
     EXPECT_TRUE(first && second);
     EXPECT_EQ(first.share(), second.share());
     EXPECT_FALSE(places.take(3, true, limits));

@@ -23,7 +23,7 @@ protected:
     std::string complaint(int exit, std::vector<std::string> arguments, runOptions options = {}) const
     {
         const std::string command = testing::PrintToString(arguments);
-        const runResult   result  = kestctl(std::move(arguments), std::move(options));
+        const runResult result = kestctl(std::move(arguments), std::move(options));
         EXPECT_EQ(exit, result.exit) << command << result.errors;
         EXPECT_THAT(result.errors, testing::StartsWith("kestctl: ")) << command;
         EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;

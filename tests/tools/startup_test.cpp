@@ -13,7 +13,7 @@ namespace
 {
 
 /// What this program's own initialisers found at the three numbers.
-bool       isOpen(int number) { return fcntl(number, F_GETFD) >= 0; }
+bool isOpen(int number) { return fcntl(number, F_GETFD) >= 0; }
 const bool openAtLoad = isOpen(0) && isOpen(1) && isOpen(2);
 
 class ClosedStreams : public MachineTest
@@ -24,8 +24,9 @@ protected:
     [[nodiscard]] std::size_t ringFiles() const
     {
         std::size_t count = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(machine() / "state" / "trace"))
+        for (const auto& entry : std::filesystem::directory_iterator(machine() / "state" / "trace")) {
             count += entry.path().extension() == ".ring" ? 1 : 0;
+        }
         return count;
     }
 };
@@ -54,10 +55,10 @@ TEST_F(ClosedStreams, KestctlReadsNoFileOfItsOwn)
 TEST_F(ClosedStreams, KestdServesWithoutThem)
 {
     for (const std::vector<int>& closed : ways) {
-        Program    service("kestd", {}, configured({.closed = closed}));
-        const auto until     = std::chrono::steady_clock::now() + patience;
+        Program service("kestd", {}, configured({.closed = closed}));
+        const auto until = std::chrono::steady_clock::now() + patience;
         const auto connected = [this] { return RawClient(machine() / "state" / "kestd.socket").connected(); };
-        bool       serves    = connected();
+        bool serves = connected();
         while (!serves && std::chrono::steady_clock::now() < until) {
             poll(nullptr, 0, 5);
             serves = connected();

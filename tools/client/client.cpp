@@ -16,16 +16,16 @@ namespace kest::client
 namespace
 {
 
-constexpr std::size_t   locationBytesMax   = 255;
-constexpr std::size_t   refusalBytesMax    = 512;                    // of a refusal's text that is shown
-constexpr std::uint32_t replyBytesMax      = maximumDataBytes + 512; // data, or a text
-constexpr std::size_t   receiveBytesAtOnce = 16384;
+constexpr std::size_t locationBytesMax = 255;
+constexpr std::size_t refusalBytesMax = 512; // of a refusal's text that is shown
+constexpr std::uint32_t replyBytesMax = maximumDataBytes + 512; // data, or a text
+constexpr std::size_t receiveBytesAtOnce = 16384;
 
 /// The payload of a read or write, with room for data behind the text. Words are in host byte order.
 std::vector<std::uint8_t> seepromPayload(const std::string& location, std::uint32_t offset, std::uint32_t length,
                                          std::size_t dataBytes)
 {
-    const std::uint32_t       words[] = {offset, 0, length};
+    const std::uint32_t words[] = {offset, 0, length};
     std::vector<std::uint8_t> payload(sizeof words + location.size() + 1 + dataBytes);
     std::memcpy(payload.data(), words, sizeof words);
     std::memcpy(payload.data() + sizeof words, location.data(), location.size());
@@ -40,7 +40,7 @@ bool isLocation(const std::string& text)
 std::string printable(std::span<const std::uint8_t> bytes)
 {
     constexpr char digits[] = "0123456789abcdef";
-    std::string    text;
+    std::string text;
     for (const std::uint8_t byte : bytes.first(std::min(bytes.size(), refusalBytesMax))) {
         if (byte >= 0x20 && byte < 0x7F) {
             text += static_cast<char>(byte);
@@ -54,7 +54,7 @@ std::string printable(std::span<const std::uint8_t> bytes)
 std::string hex(std::uint32_t number)
 {
     constexpr char digits[] = "0123456789ABCDEF";
-    std::string    text     = "0x";
+    std::string text = "0x";
     for (int shift = 28; shift >= 0; shift -= 4) {
         text += digits[number >> shift & 0xF];
     }
@@ -65,18 +65,18 @@ std::string hex(std::uint32_t number)
 answer understand(frame reply, std::uint16_t type)
 {
     answer result;
-    result.returnCode         = reply.returnCode;
-    result.logId              = reply.logId;
-    result.flags              = reply.flags;
+    result.returnCode = reply.returnCode;
+    result.logId = reply.logId;
+    result.flags = reply.flags;
     const std::uint8_t served = type == typeWrite ? flagServed | flagWritten : flagServed | flagData;
     if ((reply.flags & flagText) != 0) {
-        result.what    = reply.returnCode != 0 ? outcome::refused : outcome::malformed;
+        result.what = reply.returnCode != 0 ? outcome::refused : outcome::malformed;
         result.message = reply.returnCode != 0 ? printable(reply.payload) : "a refusal without return code";
     } else if (reply.returnCode != 0 || reply.logId != 0) {
-        result.what    = outcome::failed;
+        result.what = outcome::failed;
         result.message = "failed with return code " + hex(reply.returnCode) + ", error entry " + hex(reply.logId);
     } else if (reply.flags != served || (type == typeWrite && !reply.payload.empty())) {
-        result.what    = outcome::malformed;
+        result.what = outcome::malformed;
         result.message = "a reply that neither serves nor refuses";
     } else {
         result.what = outcome::done;
@@ -98,10 +98,10 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
     }
     m_socket.copy(address.sun_path, m_socket.size());
     // Blocking until connected, so that a service with many callers is waited for; bounded by the send time-out
-    const auto    seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const timeval bound{seconds.count(), static_cast<suseconds_t>((timeout - seconds).count() * 1000 + 1)};
     m_descriptor = sim::ownDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    int result   = m_descriptor < 0 ? -1 : setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
+    int result = m_descriptor < 0 ? -1 : setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
     if (result == 0) {
         do {
             result = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -109,7 +109,7 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
     }
     if (result != 0) {
         m_systemError = errno;
-        m_error       = m_socket + ": " + std::strerror(m_systemError);
+        m_error = m_socket + ": " + std::strerror(m_systemError);
         if (m_descriptor >= 0) {
             close(m_descriptor);
         }
@@ -136,9 +136,9 @@ answer Connection::fail(outcome what, std::string message)
         close(m_descriptor);
     }
     m_descriptor = -1;
-    m_error      = message;
+    m_error = message;
     answer result;
-    result.what    = what;
+    result.what = what;
     result.message = std::move(message);
     return result;
 }
@@ -148,7 +148,7 @@ bool Connection::wait(short events, deadline until)
     for (;;) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();
-        pollfd    entry = {m_descriptor, events, 0};
+        pollfd entry = {m_descriptor, events, 0};
         const int ready = left <= 0 ? 0 : poll(&entry, 1, static_cast<int>(std::min<std::int64_t>(left, 1'000'000)));
         if (ready > 0 || left <= 0) {
             return ready > 0;
@@ -180,7 +180,7 @@ bool Connection::send(std::span<const std::uint8_t> bytes, deadline until, answe
 bool Connection::receive(frame& reply, deadline until, answer& result)
 {
     FrameAssembler assembler(replyBytesMax);
-    std::uint8_t   buffer[receiveBytesAtOnce];
+    std::uint8_t buffer[receiveBytesAtOnce];
     while (assembler.state() == FrameAssembler::State::incomplete) {
         const ssize_t got = recv(m_descriptor, buffer, sizeof buffer, MSG_DONTWAIT);
         if (got > 0) {
@@ -204,7 +204,7 @@ bool Connection::receive(frame& reply, deadline until, answer& result)
         }
     }
     const bool whole = assembler.state() == FrameAssembler::State::complete;
-    reply            = assembler.take();
+    reply = assembler.take();
     if (!whole) {
         result = fail(outcome::malformed, m_socket + ": what came is no reply");
     }
@@ -216,11 +216,11 @@ answer Connection::request(std::uint16_t type, std::vector<std::uint8_t> payload
     answer result;
     if (!connected()) {
         result.message = m_error;
-        result.error   = m_systemError;
+        result.error = m_systemError;
         return result;
     }
-    frame      wanted{++m_identifier, type, 0, 0, 0, std::move(payload)};
-    frame      reply;
+    frame wanted{++m_identifier, type, 0, 0, 0, std::move(payload)};
+    frame reply;
     const auto until = std::chrono::steady_clock::now() + m_timeout;
     if (send(encodeFrame(wanted), until, result) && receive(reply, until, result)) {
         const bool hangsUp = reply.returnCode == codePayloadTooLarge || reply.returnCode == codeNoFrame ||
@@ -242,7 +242,7 @@ answer Connection::readSeeprom(const std::string& location, std::uint32_t offset
 {
     answer result;
     if (!isLocation(location) || length > maximumDataBytes) {
-        result.what    = outcome::wrongUse;
+        result.what = outcome::wrongUse;
         result.message = "a device text of more than 255 bytes, or a read of more than 65536";
     } else {
         result = request(typeRead, seepromPayload(location, offset, length, 0));
@@ -254,7 +254,7 @@ answer Connection::writeSeeprom(const std::string& location, std::uint32_t offse
 {
     answer result;
     if (!isLocation(location) || data.size() > maximumDataBytes) {
-        result.what    = outcome::wrongUse;
+        result.what = outcome::wrongUse;
         result.message = "a device text of more than 255 bytes, or a write of more than 65536";
     } else {
         std::vector<std::uint8_t> payload =
@@ -267,7 +267,7 @@ answer Connection::writeSeeprom(const std::string& location, std::uint32_t offse
 
 answer Connection::location(std::uint32_t number, std::uint32_t position)
 {
-    const std::uint32_t       words[] = {number, position}; // host byte order
+    const std::uint32_t words[] = {number, position}; // host byte order
     std::vector<std::uint8_t> payload(sizeof words);
     std::memcpy(payload.data(), words, sizeof words);
     answer result = request(typeLocation, std::move(payload));

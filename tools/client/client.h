@@ -15,23 +15,23 @@ namespace kest::client
 
 enum class outcome : std::uint8_t {
     done,
-    failed,      ///< the library could not do it: return code and log id tell why
-    refused,     ///< the service refused it: `message` tells why
+    failed, ///< the library could not do it: return code and log id tell why
+    refused, ///< the service refused it: `message` tells why
     unreachable, ///< nobody listens at the socket, or it may not be used
-    timedOut,    ///< no whole reply in time. Of a write it is not known whether it was done
-    closed,      ///< the service hung up ahead of its reply
-    malformed,   ///< what came is no reply to the request
-    wrongUse,    ///< the request cannot be expressed: a text or data too long
+    timedOut, ///< no whole reply in time. Of a write it is not known whether it was done
+    closed, ///< the service hung up ahead of its reply
+    malformed, ///< what came is no reply to the request
+    wrongUse, ///< the request cannot be expressed: a text or data too long
 };
 
 /// What became of a request.
 struct answer {
-    outcome                   what       = outcome::unreachable;
-    std::uint32_t             returnCode = 0;
-    std::uint32_t             logId      = 0; ///< error entry, 0 none
-    std::uint8_t              flags      = 0;
-    int                       error      = 0; ///< when unreachable: the errno of connecting, 0 unknown
-    std::string               message;        ///< one line for people, empty when done; bytes from outside are escaped
+    outcome what = outcome::unreachable;
+    std::uint32_t returnCode = 0;
+    std::uint32_t logId = 0; ///< error entry, 0 none
+    std::uint8_t flags = 0;
+    int error = 0; ///< when unreachable: the errno of connecting, 0 unknown
+    std::string message; ///< one line for people, empty when done; bytes from outside are escaped
     std::vector<std::uint8_t> data;
 
     [[nodiscard]] explicit operator bool() const { return what == outcome::done; }
@@ -45,14 +45,14 @@ public:
     /// Connects; a failure shows in connected() and in every request.
     /// @param timeout  longest wait for the connection and for each whole reply
     explicit Connection(const std::filesystem::path& socket,
-                        std::chrono::milliseconds    timeout = std::chrono::seconds(60));
-    Connection(const Connection&)            = delete;
+                        std::chrono::milliseconds timeout = std::chrono::seconds(60));
+    Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
     Connection(Connection&& other) noexcept;
     Connection& operator=(Connection&&) = delete;
     ~Connection();
 
-    [[nodiscard]] bool               connected() const { return m_descriptor >= 0; }
+    [[nodiscard]] bool connected() const { return m_descriptor >= 0; }
     [[nodiscard]] const std::string& error() const { return m_error; } ///< why not
 
     /// Reads up to `length` bytes of the device that the text names. In mixed mode the service may answer more than was asked.
@@ -68,16 +68,16 @@ private:
     using deadline = std::chrono::steady_clock::time_point;
 
     answer fail(outcome what, std::string message);
-    bool   wait(short events, deadline until);
-    bool   send(std::span<const std::uint8_t> bytes, deadline until, answer& result);
-    bool   receive(frame& reply, deadline until, answer& result);
+    bool wait(short events, deadline until);
+    bool send(std::span<const std::uint8_t> bytes, deadline until, answer& result);
+    bool receive(frame& reply, deadline until, answer& result);
 
-    int                       m_descriptor = -1;
-    std::uint16_t             m_identifier = 0;
+    int m_descriptor = -1;
+    std::uint16_t m_identifier = 0;
     std::chrono::milliseconds m_timeout;
-    std::string               m_socket;
-    std::string               m_error;
-    int                       m_systemError = 0; ///< of connecting
+    std::string m_socket;
+    std::string m_error;
+    int m_systemError = 0; ///< of connecting
 };
 
 } // namespace kest::client

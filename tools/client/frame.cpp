@@ -38,7 +38,7 @@ std::vector<std::uint8_t> encodeFrame(const frame& message)
     put(&bytes[sizeAt], 4, static_cast<std::uint32_t>(message.payload.size()));
     put(&bytes[identifierAt], 2, message.identifier);
     put(&bytes[typeAt], 2, message.type);
-    bytes[flagsAt]   = message.flags;
+    bytes[flagsAt] = message.flags;
     bytes[versionAt] = protocolVersion;
     put(&bytes[returnCodeAt], 4, message.returnCode);
     put(&bytes[logIdAt], 4, message.logId);
@@ -68,12 +68,12 @@ std::size_t FrameAssembler::feed(std::span<const std::uint8_t> bytes)
 
 void FrameAssembler::parseHeader()
 {
-    m_payloadBytes     = get(&m_header[sizeAt], 4);
+    m_payloadBytes = get(&m_header[sizeAt], 4);
     m_frame.identifier = static_cast<std::uint16_t>(get(&m_header[identifierAt], 2));
-    m_frame.type       = static_cast<std::uint16_t>(get(&m_header[typeAt], 2));
-    m_frame.flags      = m_header[flagsAt];
+    m_frame.type = static_cast<std::uint16_t>(get(&m_header[typeAt], 2));
+    m_frame.flags = m_header[flagsAt];
     m_frame.returnCode = get(&m_header[returnCodeAt], 4);
-    m_frame.logId      = get(&m_header[logIdAt], 4);
+    m_frame.logId = get(&m_header[logIdAt], 4);
     if (m_header[versionAt] != protocolVersion || get(&m_header[reservedAt], 2) != 0) {
         m_state = State::foreign;
     } else if (m_payloadBytes > m_limit) {
@@ -83,8 +83,8 @@ void FrameAssembler::parseHeader()
 
 frame FrameAssembler::take()
 {
-    frame taken   = std::exchange(m_frame, {});
-    m_state       = State::incomplete;
+    frame taken = std::exchange(m_frame, {});
+    m_state = State::incomplete;
     m_headerBytes = 0;
     return taken;
 }

@@ -10,42 +10,42 @@
 namespace kest::client
 {
 
-constexpr std::size_t  frameHeaderBytes = 20;
-constexpr std::uint8_t protocolVersion  = 1;
+constexpr std::size_t frameHeaderBytes = 20;
+constexpr std::uint8_t protocolVersion = 1;
 
 /// Requests that the service serves.
-constexpr std::uint16_t typeRead     = 0x8001;
-constexpr std::uint16_t typeWrite    = 0x8002;
+constexpr std::uint16_t typeRead = 0x8001;
+constexpr std::uint16_t typeWrite = 0x8002;
 constexpr std::uint16_t typeLocation = 0x8004;
 
 /// Bits of a reply's flags.
-constexpr std::uint8_t flagServed  = 0x40; ///< the library served it, with one of the next two
+constexpr std::uint8_t flagServed = 0x40; ///< the library served it, with one of the next two
 constexpr std::uint8_t flagWritten = 0x01;
-constexpr std::uint8_t flagData    = 0x02; ///< the payload is data
-constexpr std::uint8_t flagText    = 0x80; ///< the service itself refused; the payload is a text that says why
+constexpr std::uint8_t flagData = 0x02; ///< the payload is data
+constexpr std::uint8_t flagText = 0x80; ///< the service itself refused; the payload is a text that says why
 
 /// More is neither read nor written by one request.
 constexpr std::uint32_t maximumDataBytes = 65536;
 
 /// Return codes of the service itself; all others are the library's.
 enum serviceCode : std::uint32_t {
-    codeForbidden       = 0x80001601, ///< not permitted to this user, or not a device that requests may name
-    codeLengthTooLarge  = 0x80001602, ///< a read or write of more than `maximumDataBytes`
+    codeForbidden = 0x80001601, ///< not permitted to this user, or not a device that requests may name
+    codeLengthTooLarge = 0x80001602, ///< a read or write of more than `maximumDataBytes`
     codePayloadTooLarge = 0x80001603, ///< a payload longer than the service takes; it then hangs up
-    codeNoFrame         = 0x80001604, ///< not this protocol; it then hangs up
-    codeTooManyClients  = 0x80001605, ///< it then hangs up
-    codeReplyTooLarge   = 0x80001606, ///< the device gave more than `maximumDataBytes`
-    codePastTheEnd      = 0x80001607, ///< a read or write that passes the end of the device
-    codeNoMemory        = 0x80001608, ///< the service has none left for this request
+    codeNoFrame = 0x80001604, ///< not this protocol; it then hangs up
+    codeTooManyClients = 0x80001605, ///< it then hangs up
+    codeReplyTooLarge = 0x80001606, ///< the device gave more than `maximumDataBytes`
+    codePastTheEnd = 0x80001607, ///< a read or write that passes the end of the device
+    codeNoMemory = 0x80001608, ///< the service has none left for this request
 };
 
 /// One request or reply. Of a request, flags, return code and log id are 0.
 struct frame {
-    std::uint16_t             identifier = 0; ///< the client's own; comes back in the reply
-    std::uint16_t             type       = 0;
-    std::uint8_t              flags      = 0;
-    std::uint32_t             returnCode = 0; ///< 0: done
-    std::uint32_t             logId      = 0; ///< of the error entry that tells more; 0 none
+    std::uint16_t identifier = 0; ///< the client's own; comes back in the reply
+    std::uint16_t type = 0;
+    std::uint8_t flags = 0;
+    std::uint32_t returnCode = 0; ///< 0: done
+    std::uint32_t logId = 0; ///< of the error entry that tells more; 0 none
     std::vector<std::uint8_t> payload;
 };
 
@@ -60,8 +60,8 @@ public:
     enum class State : std::uint8_t {
         incomplete,
         complete, ///< take it
-        foreign,  ///< not this protocol
-        tooLong,  ///< its payload passes the limit
+        foreign, ///< not this protocol
+        tooLong, ///< its payload passes the limit
     };
 
     explicit FrameAssembler(std::uint32_t payloadLimit) : m_limit(payloadLimit) {}
@@ -80,12 +80,12 @@ public:
 private:
     void parseHeader();
 
-    std::uint32_t                              m_limit;
-    State                                      m_state       = State::incomplete;
-    std::size_t                                m_headerBytes = 0;
+    std::uint32_t m_limit;
+    State m_state = State::incomplete;
+    std::size_t m_headerBytes = 0;
     std::array<std::uint8_t, frameHeaderBytes> m_header{};
-    std::uint32_t                              m_payloadBytes = 0;
-    frame                                      m_frame;
+    std::uint32_t m_payloadBytes = 0;
+    frame m_frame;
 };
 
 } // namespace kest::client

@@ -16,7 +16,7 @@ failure busFailure(int error, const busName& bus, const std::string& step)
 {
     errnoAdvice advice = adviceFor(error, bus);
     if (error == ENXIO || error == ETIME) { // here they speak of the bus, and its reset has been tried
-        advice.what    = "the bus stays held";
+        advice.what = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";
     }
     return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
@@ -33,67 +33,76 @@ std::string busText(const busName& bus) { return bus.node == "L" ? bus.path : bu
 
 std::unique_ptr<host::iic::toolBus> openBus(const busName& bus)
 {
-    int  error  = 0;
+    int error = 0;
     auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
-    if (opened == nullptr)
+    if (opened == nullptr) {
         throw busFailure(error, bus, "open");
+    }
     return opened;
 }
 
 bool answersAt(const busName& bus, std::uint8_t address)
 {
-    int        error  = 0;
+    int error = 0;
     const auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
     return opened != nullptr && opened->probe(address).state == host::iic::presence::present;
 }
 
 int errnoAt(const busName& bus, std::uint8_t address)
 {
-    int        error  = 0;
+    int error = 0;
     const auto opened = host::iic::toolBus::open(bus.path, nodeNumber(bus.node), error);
-    if (opened == nullptr)
+    if (opened == nullptr) {
         return error;
+    }
     const host::iic::scanResult now = opened->probe(address);
     return now.state == host::iic::presence::absent ? ENXIO : now.error;
 }
 
 void refuseDoubtfulWrite(const device& which, bool force)
 {
-    if (force)
+    if (force) {
         return;
-    if (const std::optional<device> other = otherTypeAt(which))
+    }
+    if (const std::optional<device> other = otherTypeAt(which)) {
         throw failure{.code = exitWrongUse,
                       .what = fmt::format("the device table has {}, {}, at {}", aChip(*other->end().type), other->label,
                                           addressText(other->end().address)),
                       .tryThis = "--force writes all the same",
-                      .device  = which.label,
-                      .step    = "write"};
+                      .device = which.label,
+                      .step = "write"};
+    }
     const std::uint8_t address = which.head().address;
-    int                error   = 0;
-    const auto         opened  = host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);
-    if (opened != nullptr && opened->heldByDriver(address))
-        throw failure{.code    = exitRefused,
-                      .what    = "a driver of the kernel has " + addressText(address),
+    int error = 0;
+    const auto opened = host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);
+    if (opened != nullptr && opened->heldByDriver(address)) {
+        throw failure{.code = exitRefused,
+                      .what = "a driver of the kernel has " + addressText(address),
                       .tryThis = "--force writes all the same",
-                      .device  = which.label,
-                      .step    = "write"};
+                      .device = which.label,
+                      .step = "write"};
+    }
 }
 
 void resetBus(const busName& bus)
 {
     const int error = openBus(bus)->reset();
-    if (error != 0)
+    if (error != 0) {
         throw busFailure(error, bus, "reset");
+    }
 }
 
 std::vector<busName> allBuses()
 {
-    const auto&          nodes = host::currentConfiguration().nodes;
+    const auto& nodes = host::currentConfiguration().nodes;
     std::vector<busName> buses;
-    for (std::int32_t node = -1; node < static_cast<std::int32_t>(nodes.size()); ++node)
-        if (node < 0 || nodes[static_cast<std::size_t>(node)].mapped())
-            for (const std::string& path : host::iic::listBuses(node))
+    for (std::int32_t node = -1; node < static_cast<std::int32_t>(nodes.size()); ++node) {
+        if (node < 0 || nodes[static_cast<std::size_t>(node)].mapped()) {
+            for (const std::string& path : host::iic::listBuses(node)) {
                 buses.push_back({path, node < 0 ? "L" : std::to_string(node)});
+            }
+        }
+    }
     return buses;
 }
 

@@ -23,12 +23,12 @@ enum class deviceKind : std::uint8_t {
 /// One device type of the device texts.
 struct deviceTypeInfo {
     kest_deviceType type;
-    const char*     code; ///< as a device text has it
-    const char*     chip; ///< for people
-    deviceKind      kind;
-    std::uint32_t   bytes;     ///< capacity, as far as it is read like a SEEPROM
-    std::uint32_t   pageBytes; ///< of a SEEPROM
-    unsigned        pins;      ///< of a register device or sensor
+    const char* code; ///< as a device text has it
+    const char* chip; ///< for people
+    deviceKind kind;
+    std::uint32_t bytes; ///< capacity, as far as it is read like a SEEPROM
+    std::uint32_t pageBytes; ///< of a SEEPROM
+    unsigned pins; ///< of a register device or sensor
 };
 [[nodiscard]] std::span<const deviceTypeInfo> deviceTypes();
 /// @return null for an unknown type
@@ -37,24 +37,24 @@ struct deviceTypeInfo {
 [[nodiscard]] std::string aChip(const deviceTypeInfo& type);
 
 struct deviceLink {
-    std::uint8_t          address = 0; ///< 8-bit form
-    const deviceTypeInfo* type    = nullptr;
-    std::uint8_t          port    = 0; ///< of a hub
+    std::uint8_t address = 0; ///< 8-bit form
+    const deviceTypeInfo* type = nullptr;
+    std::uint8_t port = 0; ///< of a hub
 };
 
 /// A device that a program works on. Its text has been checked: path, node, types, addresses and the order of the chain.
 struct device {
-    std::uint32_t           number   = 0; ///< 0 for a device that the table does not have
-    std::uint32_t           position = 0;
-    std::string             label; ///< as the user named it; for messages
-    std::string             text;  ///< device text
-    std::string             bus;   ///< device path without an address
-    std::string             node;
+    std::uint32_t number = 0; ///< 0 for a device that the table does not have
+    std::uint32_t position = 0;
+    std::string label; ///< as the user named it; for messages
+    std::string text; ///< device text
+    std::string bus; ///< device path without an address
+    std::string node;
     std::vector<deviceLink> links;
 
     [[nodiscard]] const deviceLink& end() const { return links.back(); }
     [[nodiscard]] const deviceLink& head() const { return links.front(); }
-    [[nodiscard]] bool              behindHub() const { return links.size() > 1; }
+    [[nodiscard]] bool behindHub() const { return links.size() > 1; }
 };
 
 /// Reads a device text: PATH,NODE,TYPE,ADDRESS or, through hubs, PATH,NODE,HUBTYPE,ADDRESS,PORT,...,TYPE,ADDRESS. Types, addresses and

@@ -12,14 +12,14 @@ namespace kest::tools
 
 /// What a dump file holds: docs/kestctl.md describes it.
 struct dumpContents {
-    std::string   text;       ///< device text
-    std::string   name;       ///< as the user named it
+    std::string text; ///< device text
+    std::string name; ///< as the user named it
     std::uint32_t number = 0; ///< of the device table, by which a persisted copy is found; 0 none
     /// Where the bytes came from and go to: hardware, or file for the persisted copy.
-    accessMode    mode   = accessMode::hardware;
+    accessMode mode = accessMode::hardware;
     std::uint32_t offset = 0;
-    byteVector    bytes;
-    bool          proved = true; ///< read from a file whose sum covers all of it, not the data alone
+    byteVector bytes;
+    bool proved = true; ///< read from a file whose sum covers all of it, not the data alone
 };
 
 /// @return the contents for bytes read from a device, with the place that served them

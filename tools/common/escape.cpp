@@ -33,22 +33,23 @@ std::size_t shownCharacter(std::string_view text)
     const auto byteAt = [text](std::size_t index) {
         return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
     };
-    const unsigned first  = byteAt(0);
-    std::size_t    length = 0;
-    char32_t       value  = 0;
+    const unsigned first = byteAt(0);
+    std::size_t length = 0;
+    char32_t value = 0;
     if (first < 0x80) {
         length = 1;
-        value  = first;
+        value = first;
     } else if (first >= 0xC2 && first < 0xE0) {
         length = 2;
-        value  = first & 0x1FU;
+        value = first & 0x1FU;
     } else if (first >= 0xE0 && first < 0xF0) {
         length = 3;
-        value  = first & 0x0FU;
+        value = first & 0x0FU;
     }
     for (std::size_t index = 1; index < length; ++index) {
-        if ((byteAt(index) & 0xC0U) != 0x80)
+        if ((byteAt(index) & 0xC0U) != 0x80) {
             return 0;
+        }
         value = (value << 6U) | (byteAt(index) & 0x3FU);
     }
     const bool wellFormed = length != 0 && (length < 3 || (value >= 0x800 && (value < 0xD800 || value > 0xDFFF)));
@@ -62,7 +63,7 @@ std::size_t shownCharacter(std::string_view text)
 std::string escaped(std::string_view text)
 {
     constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string                result;
+    std::string result;
     while (!text.empty()) {
         const std::size_t length = shownCharacter(text);
         if (text.front() == '\\') {
@@ -81,12 +82,14 @@ std::string escaped(std::string_view text)
 std::string shellWord(std::string_view word)
 {
     constexpr std::string_view harmless = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+=:,./-";
-    if (!word.empty() && word.find_first_not_of(harmless) == std::string_view::npos)
+    if (!word.empty() && word.find_first_not_of(harmless) == std::string_view::npos) {
         return std::string(word);
+    }
     std::string quoted = "'";
-    for (const char letter : word)
+    for (const char letter : word) {
         quoted +=
             letter == '\'' ? std::string("'\"'\"'") : std::string(1, letter); // no backslash: escaped() doubles it
+    }
     return quoted + "'";
 }
 

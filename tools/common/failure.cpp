@@ -27,24 +27,24 @@ constexpr std::uint16_t componentKest = 0x1300;
 
 // SRC words: 1 component and module, 2 reason code, 4 the errno of a failed call of the IIC layer.
 constexpr unsigned wordReason = 2;
-constexpr unsigned wordErrno  = 4;
+constexpr unsigned wordErrno = 4;
 
 constexpr std::uint16_t componentTools = 0x1700;
-constexpr std::uint8_t  moduleTools    = 0;
-constexpr std::uint8_t  dtlsDeviceText = 7;
-constexpr unsigned      traceBytes     = 1024; ///< of each buffer, for an entry of the tools' own
+constexpr std::uint8_t moduleTools = 0;
+constexpr std::uint8_t dtlsDeviceText = 7;
+constexpr unsigned traceBytes = 1024; ///< of each buffer, for an entry of the tools' own
 
 /// Reason code of a detect state that is neither present nor absent, and the states it tells of.
 constexpr std::uint32_t reasonDetectState = 0x1309;
-constexpr std::uint32_t stateSclHeld      = 1;
-constexpr std::uint32_t stateSdaHeld      = 2;
+constexpr std::uint32_t stateSclHeld = 1;
+constexpr std::uint32_t stateSdaHeld = 2;
 
 /// Return code of a transfer through a silent hub, which was then reset.
 constexpr std::uint32_t codeHubWasReset = 0x41000000;
 
 struct adviceRow {
-    int         error;
-    exitCode    code;
+    int error;
+    exitCode code;
     const char* what;
     const char* tryThis;
 };
@@ -72,10 +72,10 @@ constexpr std::array<std::uint32_t, 10> layerReasons{0x130B, 0x130C, 0x130D, 0x1
 
 struct reasonRow {
     std::uint32_t reason;
-    exitCode      code;
-    const char*   what;
-    const char*   tryThis;
-    bool          errnoTellsMore = false; ///< so this is what holds when it is not known
+    exitCode code;
+    const char* what;
+    const char* tryThis;
+    bool errnoTellsMore = false; ///< so this is what holds when it is not known
 };
 
 constexpr std::array reasonRows{
@@ -113,8 +113,8 @@ const reasonRow* rowOf(std::uint32_t reason)
 bool describeReason(const reasonRow* row, failure& why)
 {
     if (row != nullptr) {
-        why.code    = row->code;
-        why.what    = row->what;
+        why.code = row->code;
+        why.what = row->what;
         why.tryThis = row->tryThis;
     }
     return row != nullptr;
@@ -123,16 +123,17 @@ bool describeReason(const reasonRow* row, failure& why)
 void describeErrno(int error, const device& which, failure& why)
 {
     const errnoAdvice advice = adviceFor(error, {which.bus, which.node});
-    why.code                 = advice.code;
-    why.what                 = advice.what;
-    why.tryThis              = advice.tryThis;
+    why.code = advice.code;
+    why.what = advice.what;
+    why.tryThis = advice.tryThis;
 }
 
 /// The bus as the words of a command.
 std::string busWords(const busName& bus)
 {
-    if (bus.path.empty())
+    if (bus.path.empty()) {
         return "BUS";
+    }
     const bool local = bus.node.empty() || bus.node == "L" || bus.node == "l";
     return shellWord(bus.path) + (local ? "" : " --node " + bus.node);
 }
@@ -140,16 +141,17 @@ std::string busWords(const busName& bus)
 void replaceBus(std::string& text, const busName& bus)
 {
     constexpr std::string_view placeholder = " BUS'"; // of a command
-    const std::string          words       = " " + busWords(bus) + "'";
-    for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += words.size())
+    const std::string words = " " + busWords(bus) + "'";
+    for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += words.size()) {
         text.replace(at, placeholder.size(), words);
+    }
 }
 
 /// What to do about a bus of the kernel that is not there: the commands of kestctl know no more than the folder /dev.
 std::string linuxBusHint(const busName& bus)
 {
     const std::int32_t node = nodeNumber(bus.node);
-    const std::string  prefix =
+    const std::string prefix =
         node < 0 ? "" : host::currentConfiguration().nodes.at(static_cast<std::size_t>(node)).pathPrefix;
     return fmt::format("'ls {}i2c-*' shows the adapters there are; the kernel's module i2c-dev makes them",
                        shellWord(prefix + "/dev/"));
@@ -167,15 +169,17 @@ void describeDetectState(const host::loggedEntry& entry, const device& which, fa
         return;
     }
     const int error = errnoAt({which.bus, which.node}, which.end().address);
-    if (error != 0)
+    if (error != 0) {
         describeErrno(error, which, why);
+    }
 }
 
 void tell(const std::string& program, bool json, const failure& why)
 {
     std::fputs((failureLine(program, why) + "\n").c_str(), stderr);
-    if (!json)
+    if (!json) {
         return;
+    }
     try {
         standardOutput().json({{"error", errorJson(why)}});
     } catch (const failure&) { // the line on standard error has said it all
@@ -202,38 +206,42 @@ int guarded(const std::string& program, const bool& json, const std::function<in
 
 errnoAdvice adviceFor(int error, const busName& bus)
 {
-    const auto* row    = std::ranges::find(adviceRows, error, &adviceRow::error);
+    const auto* row = std::ranges::find(adviceRows, error, &adviceRow::error);
     errnoAdvice advice = row == adviceRows.end() ? errnoAdvice{exitFailed, std::strerror(error), ""}
                                                  : errnoAdvice{row->code, row->what, row->tryThis};
-    const bool  lost   = error == ENOENT || error == ENODEV;
-    if (const auto trouble = lost ? simulatedBusTrouble(bus.path, bus.node) : std::nullopt)
+    const bool lost = error == ENOENT || error == ENODEV;
+    if (const auto trouble = lost ? simulatedBusTrouble(bus.path, bus.node) : std::nullopt) {
         return {trouble->code, trouble->what, trouble->tryThis};
+    }
     if (const auto trouble =
             error == EACCES ? host::iic::lockFolderTrouble(bus.path, nodeNumber(bus.node)) : std::string();
-        !trouble.empty())
+        !trouble.empty()) {
         return {advice.code, trouble, ""};
-    if (error == ENOENT && bus.path.starts_with("/dev/"))
+    }
+    if (error == ENOENT && bus.path.starts_with("/dev/")) {
         advice.tryThis = linuxBusHint(bus);
-    if (error == ENODEV && (bus.node == "L" || bus.node == "l")) // which needs no row in the node map
+    }
+    if (error == ENODEV && (bus.node == "L" || bus.node == "l")) { // which needs no row in the node map
         advice = {advice.code, "the bus is gone",
                   bus.path.starts_with("sim:") ? "'kestctl sim fault list' shows whether a fault holds it"
                                                : "'kestctl topology' shows the buses there are"};
+    }
     replaceBus(advice.tryThis, bus);
     return advice;
 }
 
 failure systemFailure(int error, const std::string& step, const std::string& object)
 {
-    return {.code   = error == EACCES || error == EPERM || error == EROFS ? exitRefused : exitFailed,
-            .what   = std::strerror(error),
+    return {.code = error == EACCES || error == EPERM || error == EROFS ? exitRefused : exitFailed,
+            .what = std::strerror(error),
             .device = object,
-            .step   = step};
+            .step = step};
 }
 
 int errnoOf(const host::loggedEntry& entry)
 {
-    const auto* const last  = layerReasons.end();
-    const auto        found = std::ranges::find_if(entry.srcs, [last](const host::loggedSrc& src) {
+    const auto* const last = layerReasons.end();
+    const auto found = std::ranges::find_if(entry.srcs, [last](const host::loggedSrc& src) {
         return src.words[wordErrno] != 0 && std::ranges::find(layerReasons, src.words[wordReason]) != last;
     });
     return found == entry.srcs.end() ? 0 : static_cast<int>(found->words[wordErrno]);
@@ -243,8 +251,8 @@ bool describeReturnCode(std::uint32_t returnCode, failure& why)
 {
     constexpr std::uint32_t reasonBits = 0xFFFF;
     if (returnCode == codeHubWasReset) {
-        why.code    = exitAbsent;
-        why.what    = "the hub did not answer and was reset";
+        why.code = exitAbsent;
+        why.what = "the hub did not answer and was reset";
         why.tryThis = "try again: the next transfer can work";
         return true;
     }
@@ -254,19 +262,21 @@ bool describeReturnCode(std::uint32_t returnCode, failure& why)
 void describeEntry(const host::loggedEntry& entry, const device& which, failure& why)
 {
     constexpr std::uint32_t reasonBits = 0xFFFF;
-    const reasonRow* const  row        = rowOf(entry.returnCode & reasonBits);
-    const bool              isVerdict = entry.returnCode == codeHubWasReset || (row != nullptr && !row->errnoTellsMore);
-    const int               error     = isVerdict ? 0 : errnoOf(entry);
-    const auto              isTold    = [&why](const host::loggedSrc& src) {
+    const reasonRow* const row = rowOf(entry.returnCode & reasonBits);
+    const bool isVerdict = entry.returnCode == codeHubWasReset || (row != nullptr && !row->errnoTellsMore);
+    const int error = isVerdict ? 0 : errnoOf(entry);
+    const auto isTold = [&why](const host::loggedSrc& src) {
         const reasonRow* const said = rowOf(src.words[wordReason]);
         return said != nullptr && !said->errnoTellsMore && describeReason(said, why);
     };
-    if (error != 0)
+    if (error != 0) {
         describeErrno(error, which, why);
-    else if (isVerdict || std::ranges::none_of(entry.srcs, isTold))
+    } else if (isVerdict || std::ranges::none_of(entry.srcs, isTold)) {
         describeReturnCode(entry.returnCode, why);
-    if (error == 0 && (entry.returnCode & reasonBits) == reasonDetectState && !which.links.empty())
+    }
+    if (error == 0 && (entry.returnCode & reasonBits) == reasonDetectState && !which.links.empty()) {
         describeDetectState(entry, which, why);
+    }
     replaceBus(why.tryThis, {which.bus, which.node});
 }
 
@@ -275,61 +285,71 @@ failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, cons
     failure why{.code = exitFailed, .what = "", .device = which.label, .step = step};
     why.returnCode = entry->getRC();
     describeEntry(host::describeEntry(*entry), which, why);
-    if (why.what.empty())
+    if (why.what.empty()) {
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
+    }
     entry->commit(componentKest, ERRL_ACTION_REPORT);
     why.logId = entry->plid();
     hintAtWrongForm(why, which);
-    if (why.tryThis.empty())
+    if (why.tryThis.empty()) {
         why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
+    }
     return why;
 }
 
 void hintAtWrongForm(failure& why, const device& which)
 {
     const std::string hint = why.code == exitAbsent ? wrongFormHint(which) : "";
-    if (!hint.empty())
+    if (!hint.empty()) {
         why.tryThis = hint;
+    }
 }
 
 void logFailure(failure& why, const toolEntry& what)
 {
     const bool verify = what.reason == reasonVerifyDiffers;
-    const auto entry  = std::unique_ptr<ErrlEntry>(
+    const auto entry = std::unique_ptr<ErrlEntry>(
         new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
-                       moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
-                       what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
-    if (entry == nullptr) // no memory: the failure is reported all the same
+                      moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
+                      what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
+    if (entry == nullptr) { // no memory: the failure is reported all the same
         return;
+    }
     constexpr std::uint32_t usualFailure = 0x80000000;
-    why.returnCode                       = usualFailure | what.reason;
+    why.returnCode = usualFailure | what.reason;
     entry->setRC(why.returnCode);
     entry->addProcedureCallout(SRCI_PRIORITY_HIGH, verify ? EPUB_PROCEDURE_IIC : EPUB_PROCEDURE_SOFTWARE);
     entry->addUsrDtls(what.text.data(), static_cast<unsigned short>(what.text.size()), componentTools, 1,
                       dtlsDeviceText);
-    for (const char* buffer : {"kest", "IIC"})
+    for (const char* buffer : {"kest", "IIC"}) {
         entry->CollectTrace(buffer, traceBytes);
+    }
     entry->commit(componentTools, ERRL_ACTION_REPORT);
     why.logId = entry->plid();
 }
 
 void throwEntry(ErrlEntry* entry, const device& which, const std::string& step)
 {
-    if (entry != nullptr)
+    if (entry != nullptr) {
         throw entryFailure(std::unique_ptr<ErrlEntry>(entry), which, step);
+    }
 }
 
 std::string failureLine(const std::string& program, const failure& why)
 {
     std::string line = program + ": ";
-    for (const std::string* part : {&why.device, &why.step})
-        if (!part->empty())
+    for (const std::string* part : {&why.device, &why.step}) {
+        if (!part->empty()) {
             line += escaped(*part) + ": ";
+        }
+    }
     line += escaped(why.what);
-    if (!why.tryThis.empty())
+    if (!why.tryThis.empty()) {
         line += "; " + escaped(why.tryThis);
-    if (why.logId != 0)
+    }
+    if (why.logId != 0) {
         line += fmt::format(" [log 0x{:08X}]", why.logId);
+    }
     return line;
 }
 
@@ -347,7 +367,7 @@ nlohmann::ordered_json errorJson(const failure& why)
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)
 {
     standardOutput(); // from now on a closed pipe ends nothing
-    const int code    = guarded(program, json, action);
+    const int code = guarded(program, json, action);
     const int arrived = standardOutput().broken() ? exitDone : guarded(program, json, [] {
         standardOutput().flush();
         return static_cast<int>(exitDone);

@@ -23,24 +23,24 @@ struct device;
 
 /// Exit codes of the programs. Documented; the numbers stay.
 enum exitCode : int {
-    exitDone         = 0,
-    exitFailed       = 1,
-    exitWrongUse     = 2,
-    exitRefused      = 3, ///< not permitted, or not confirmed
-    exitAbsent       = 4, ///< the device, or the bus it is on, does not answer
+    exitDone = 0,
+    exitFailed = 1,
+    exitWrongUse = 2,
+    exitRefused = 3, ///< not permitted, or not confirmed
+    exitAbsent = 4, ///< the device, or the bus it is on, does not answer
     exitVerifyFailed = 5,
-    exitBusy         = 6, ///< somebody else holds it
+    exitBusy = 6, ///< somebody else holds it
 };
 
 /// Why a command ends early; thrown, and told by runGuarded(). Texts may come from devices and clients: they are escaped when shown.
 struct failure {
-    exitCode      code = exitFailed;
-    std::string   what;            ///< what happened
-    std::string   tryThis    = {}; ///< what to try; may be empty
-    std::string   device     = {}; ///< as the user named it; may be empty
-    std::string   step       = {}; ///< what was being done; may be empty
-    std::uint32_t logId      = 0;  ///< of the committed error entry; 0 when there is none
-    std::uint32_t returnCode = 0;  ///< of that entry
+    exitCode code = exitFailed;
+    std::string what; ///< what happened
+    std::string tryThis = {}; ///< what to try; may be empty
+    std::string device = {}; ///< as the user named it; may be empty
+    std::string step = {}; ///< what was being done; may be empty
+    std::uint32_t logId = 0; ///< of the committed error entry; 0 when there is none
+    std::uint32_t returnCode = 0; ///< of that entry
 };
 
 /// A failure of the caller's own making, with the rest left to the caller to fill in.
@@ -51,7 +51,7 @@ struct failure {
 
 /// What an `errno` of the IIC layer or the system means to the user of a program.
 struct errnoAdvice {
-    exitCode    code;
+    exitCode code;
     std::string what;
     std::string tryThis;
 };
@@ -82,14 +82,14 @@ bool describeReturnCode(std::uint32_t returnCode, failure& why);
 /// Reason codes of the tools' own failures.
 enum toolReason : std::uint16_t {
     reasonVerifyDiffers = 0x1701, ///< words: offset, byte written, byte read
-    reasonUndoUnsaved   = 0x1702, ///< words: errno
+    reasonUndoUnsaved = 0x1702, ///< words: errno
 };
 
 /// What the error log keeps of a failure that no function of the library made an entry for.
 struct toolEntry {
-    toolReason                   reason;
+    toolReason reason;
     std::array<std::uint32_t, 4> words = {}; ///< user data 1 to 4
-    std::string                  text  = {}; ///< device text
+    std::string text = {}; ///< device text
 };
 /// Commits an entry and puts its log id and return code into `why`.
 void logFailure(failure& why, const toolEntry& what);

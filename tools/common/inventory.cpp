@@ -16,8 +16,9 @@ namespace
 auto place(const inventoryItem& item)
 {
     std::vector<unsigned> way;
-    for (const hubStep& step : item.hubs)
+    for (const hubStep& step : item.hubs) {
         way.insert(way.end(), {step.address, step.port});
+    }
     way.push_back(item.address);
     return std::tuple(item.bus.node == "L" ? "" : item.bus.node, item.bus.path, way);
 }
@@ -26,9 +27,10 @@ auto place(const inventoryItem& item)
 std::string nodeOf(const std::string& simNode)
 {
     const auto& nodes = host::currentConfiguration().nodes;
-    const auto  found = std::ranges::find(nodes, simNode, &host::nodeMapping::simNode);
-    if (simNode.empty())
+    const auto found = std::ranges::find(nodes, simNode, &host::nodeMapping::simNode);
+    if (simNode.empty()) {
         return "L";
+    }
     return found == nodes.end() ? "" : std::to_string(found - nodes.begin());
 }
 
@@ -57,27 +59,28 @@ const inventoryItem* inventory::find(const busName& bus, std::uint8_t address) c
 void inventory::add(inventoryItem item)
 {
     const auto same = std::ranges::find(m_items, place(item), place);
-    if (same == m_items.end())
+    if (same == m_items.end()) {
         m_items.push_back(std::move(item));
-    else if (same->name.empty() && !item.name.empty())
+    } else if (same->name.empty() && !item.name.empty()) {
         *same = std::move(item);
+    }
 }
 
 void inventory::addDevice(const device& which, const std::string& name)
 {
     std::vector<hubStep> way;
     for (const deviceLink& link : which.links) {
-        inventoryItem item{.bus     = {which.bus, which.node},
-                           .hubs    = way,
+        inventoryItem item{.bus = {which.bus, which.node},
+                           .hubs = way,
                            .address = link.address,
-                           .chip    = link.type->chip,
-                           .name    = {},
-                           .number  = 0,
-                           .text    = {}};
+                           .chip = link.type->chip,
+                           .name = {},
+                           .number = 0,
+                           .text = {}};
         if (&link == &which.end()) {
-            item.name   = name;
+            item.name = name;
             item.number = which.number;
-            item.text   = which.text;
+            item.text = which.text;
         }
         add(std::move(item));
         way.push_back({link.address, link.port});
@@ -90,8 +93,9 @@ void inventory::addTable()
         try {
             device which = parseDeviceText(entry.location);
             which.number = entry.number;
-            if (which.node == "l")
+            if (which.node == "l") {
                 which.node = "L";
+            }
             addDevice(which, entry.name);
         } catch (const failure& why) {
             m_trouble.push_back(
@@ -102,22 +106,25 @@ void inventory::addTable()
 
 void inventory::addMachine()
 {
-    if (host::currentConfiguration().machineFolder.empty())
+    if (host::currentConfiguration().machineFolder.empty()) {
         return;
+    }
     try {
         for (const sim::chipInfo& chip : openConfiguredMachine()->chips()) {
-            const std::string    node = nodeOf(chip.node);
+            const std::string node = nodeOf(chip.node);
             std::vector<hubStep> way;
-            if (chip.behindHub)
+            if (chip.behindHub) {
                 way.push_back({chip.hubAddress, chip.port});
-            if (!node.empty())
-                add({.bus     = {"sim:" + chip.bus, node},
-                     .hubs    = way,
+            }
+            if (!node.empty()) {
+                add({.bus = {"sim:" + chip.bus, node},
+                     .hubs = way,
                      .address = chip.address,
-                     .chip    = chipName(chip.type),
-                     .name    = {},
-                     .number  = 0,
-                     .text    = {}});
+                     .chip = chipName(chip.type),
+                     .name = {},
+                     .number = 0,
+                     .text = {}});
+            }
         }
     } catch (const failure& why) {
         m_trouble.push_back(why.what);

@@ -12,20 +12,20 @@ namespace kest::tools
 
 /// A hub on the way to a device, and the port through which it goes on.
 struct hubStep {
-    std::uint8_t address                          = 0;
-    std::uint8_t port                             = 0;
-    bool         operator==(const hubStep&) const = default;
+    std::uint8_t address = 0;
+    std::uint8_t port = 0;
+    bool operator==(const hubStep&) const = default;
 };
 
 /// A device of the table, a hub ahead of one, or a chip of the machine that the table doesn't have.
 struct inventoryItem {
-    busName              bus;
+    busName bus;
     std::vector<hubStep> hubs;
-    std::uint8_t         address = 0;
-    std::string          chip;       ///< "24C256"
-    std::string          name;       ///< of the device table, or empty
-    std::uint32_t        number = 0; ///< of the device table, or 0
-    std::string          text;       ///< of the device table, or empty
+    std::uint8_t address = 0;
+    std::string chip; ///< "24C256"
+    std::string name; ///< of the device table, or empty
+    std::uint32_t number = 0; ///< of the device table, or 0
+    std::string text; ///< of the device table, or empty
 };
 
 /// Of the current configuration.
@@ -48,7 +48,7 @@ private:
     void add(inventoryItem item);
 
     std::vector<inventoryItem> m_items;
-    std::vector<std::string>   m_trouble;
+    std::vector<std::string> m_trouble;
 };
 
 } // namespace kest::tools

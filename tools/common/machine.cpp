@@ -27,19 +27,22 @@ bool isShortage(int error)
 std::shared_ptr<sim::machine> openConfiguredMachine()
 {
     const host::configuration& settings = host::currentConfiguration();
-    if (settings.machineFolder.empty())
+    if (settings.machineFolder.empty()) {
         throw wrongUse("no simulated machine is configured",
                        "'kestctl sim new DIR' makes one; then set KEST_CONFIG=DIR/kest.toml");
+    }
     try {
         return sim::openMachine(settings.machineFolder, settings.machineRealTime);
     } catch (const std::system_error& why) {
         const int error = why.code().value();
-        if (error == EACCES || error == EPERM || error == EROFS)
-            throw failure{.code    = exitRefused,
-                          .what    = why.what(),
+        if (error == EACCES || error == EPERM || error == EROFS) {
+            throw failure{.code = exitRefused,
+                          .what = why.what(),
                           .tryThis = "run it as a user who may use the machine's folder"};
-        if (isShortage(error))
+        }
+        if (isShortage(error)) {
             throw failure{.what = why.what()};
+        }
         throw wrongUse(why.what(), "repair the machine's folder");
     } catch (const std::runtime_error& why) {
         throw wrongUse(why.what(), "repair the machine's folder");
@@ -48,26 +51,30 @@ std::shared_ptr<sim::machine> openConfiguredMachine()
 
 void checkConfiguredMachine()
 {
-    if (!host::currentConfiguration().machineFolder.empty())
+    if (!host::currentConfiguration().machineFolder.empty()) {
         (void)openConfiguredMachine();
+    }
 }
 
 std::optional<failure> simulatedBusTrouble(const std::string& path, const std::string& node)
 {
     constexpr std::string_view simulated = "sim:";
-    if (!path.starts_with(simulated))
+    if (!path.starts_with(simulated)) {
         return {};
+    }
     try {
-        const auto        machine = openConfiguredMachine();
-        const bool        local   = node == "L" || node == "l";
+        const auto machine = openConfiguredMachine();
+        const bool local = node == "L" || node == "l";
         const std::string simNode =
             local ? "" : host::currentConfiguration().nodes.at(static_cast<std::size_t>(node.front() - '0')).simNode;
-        if (!local && simNode.empty()) // not mapped
+        if (!local && simNode.empty()) { // not mapped
             return {};
+        }
         std::string known;
         for (const std::string& name : machine->busNames(simNode)) {
-            if (name == path.substr(simulated.size()))
+            if (name == path.substr(simulated.size())) {
                 return {};
+            }
             known += (known.empty() ? "" : ", ") + name;
         }
         return failure{

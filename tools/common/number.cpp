@@ -13,7 +13,7 @@ namespace
 {
 
 constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
-constexpr double        longestSeconds       = 86'400;
+constexpr double longestSeconds = 86'400;
 
 /// Whether the whole of `text` is a number that fits 64 bits.
 bool wholeNumber(std::string_view text, std::uint64_t& value)
@@ -33,16 +33,18 @@ std::uint64_t scaledNumber(const std::string& text, const std::string& what, std
                            std::uint64_t minimum, bool suffixes)
 {
     std::string_view number = text;
-    std::uint64_t    factor = 1;
+    std::uint64_t factor = 1;
     if (suffixes && (number.ends_with('K') || number.ends_with('M'))) {
         factor = number.ends_with('K') ? 1024 : 1024 * 1024;
         number.remove_suffix(1);
     }
     std::uint64_t value = 0;
-    if (!wholeNumber(number, value))
+    if (!wholeNumber(number, value)) {
         throw badNumber(text, what, "a decimal number, or a hexadecimal one after 0x");
-    if (value > maximum / factor || value * factor < minimum)
+    }
+    if (value > maximum / factor || value * factor < minimum) {
         throw badNumber(text, what, fmt::format("{} to {} (0x{:X})", minimum, maximum, maximum));
+    }
     return value * factor;
 }
 
@@ -64,28 +66,30 @@ std::uint64_t parseSeconds(const std::string& text, const std::string& what)
     double seconds = 0;
     const auto [end, error] =
         std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
-    if (error != std::errc() || end != text.data() + text.size() || !(seconds >= 0 && seconds <= longestSeconds))
+    if (error != std::errc() || end != text.data() + text.size() || !(seconds >= 0 && seconds <= longestSeconds)) {
         throw badNumber(text, what, "seconds, 0 to 86400, such as 0.5");
+    }
     return static_cast<std::uint64_t>(std::llround(seconds * static_cast<double>(nanosecondsPerSecond)));
 }
 
 std::uint32_t parsePins(const std::string& text, unsigned pins)
 {
-    std::uint32_t    mask = 0;
+    std::uint32_t mask = 0;
     std::string_view rest = text;
-    bool             more = true;
+    bool more = true;
     while (more) {
         const std::size_t comma = rest.find(',');
         const std::string part(rest.substr(0, comma));
         more = comma != std::string_view::npos;
         rest.remove_prefix(more ? comma + 1 : rest.size());
 
-        const std::size_t dash  = part.find('-');
-        const auto        first = parseNumber(part.substr(0, dash), "pin", pins - 1);
-        const auto        last =
+        const std::size_t dash = part.find('-');
+        const auto first = parseNumber(part.substr(0, dash), "pin", pins - 1);
+        const auto last =
             dash == std::string::npos ? first : parseNumber(part.substr(dash + 1), "pin", pins - 1, first);
-        for (auto pin = first; pin <= last; ++pin)
+        for (auto pin = first; pin <= last; ++pin) {
             mask |= 1U << pin;
+        }
     }
     return mask;
 }
@@ -98,8 +102,9 @@ std::string countText(std::uint64_t count, const char* what)
 std::string sizeText(std::uint64_t bytes)
 {
     constexpr std::uint64_t kibi = 1024;
-    if (bytes < kibi)
+    if (bytes < kibi) {
         return fmt::format("{} B", bytes);
+    }
     const bool mebi = bytes >= kibi * kibi;
     return fmt::format("{:.1f} {}", static_cast<double>(bytes) / static_cast<double>(mebi ? kibi * kibi : kibi),
                        mebi ? "MiB" : "KiB");

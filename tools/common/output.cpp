@@ -29,12 +29,14 @@ constexpr std::array<const char*, 6> sequences{"", "\033[1m", "\033[31m", "\033[
 
 void output::check(bool good)
 {
-    if (good)
+    if (good) {
         return;
+    }
     const int error = errno;
-    m_broken        = true;
-    if (error == EPIPE)
+    m_broken = true;
+    if (error == EPIPE) {
         return;
+    }
     throw failure{.code = exitFailed, .what = std::strerror(error), .device = "standard output", .step = "write"};
 }
 
@@ -45,8 +47,9 @@ void output::text(std::string_view what)
 
 void output::bytes(std::span<const unsigned char> what)
 {
-    if (!m_broken)
+    if (!m_broken) {
         check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size());
+    }
 }
 
 void output::json(const nlohmann::ordered_json& value, int indent)
@@ -56,8 +59,9 @@ void output::json(const nlohmann::ordered_json& value, int indent)
 
 void output::flush()
 {
-    if (!m_broken)
+    if (!m_broken) {
         check(std::fflush(stdout) == 0);
+    }
 }
 
 bool output::terminal() const { return isatty(STDOUT_FILENO) == 1; }
@@ -65,13 +69,13 @@ bool output::terminal() const { return isatty(STDOUT_FILENO) == 1; }
 std::string output::paint(colour shade, std::string_view what) const
 {
     static const bool wanted = wantsColour();
-    const char*       on     = wanted && terminal() ? sequences[static_cast<std::size_t>(shade)] : "";
+    const char* on = wanted && terminal() ? sequences[static_cast<std::size_t>(shade)] : "";
     return std::string(on) + std::string(what) + (*on == 0 ? "" : "\033[0m");
 }
 
 output& standardOutput()
 {
-    static output     theOne;
+    static output theOne;
     static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
     static_cast<void>(ignored);
     return theOne;
@@ -87,15 +91,18 @@ bool canAsk() { return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1; 
 
 void confirm(const std::string& question, bool yes)
 {
-    if (yes)
+    if (yes) {
         return;
-    if (!canAsk())
+    }
+    if (!canAsk()) {
         throw failure{.code = exitRefused, .what = question + " not confirmed", .tryThis = "--yes confirms it"};
+    }
     std::fputs((escaped(question) + " Go on? [y/N] ").c_str(), stderr);
     std::array<char, 16> answer{};
-    const bool           answered = std::fgets(answer.data(), answer.size(), stdin) != nullptr;
-    if (!answered || (answer[0] != 'y' && answer[0] != 'Y'))
+    const bool answered = std::fgets(answer.data(), answer.size(), stdin) != nullptr;
+    if (!answered || (answer[0] != 'y' && answer[0] != 'Y')) {
         throw failure{.code = exitRefused, .what = "not confirmed, nothing was done"};
+    }
 }
 
 } // namespace kest::tools

@@ -21,12 +21,14 @@ constexpr int mostLinks = 40; // as the kernel follows
 std::filesystem::path behindLinks(std::filesystem::path name)
 {
     for (int count = 0; count < mostLinks; ++count) {
-        std::error_code             none;
+        std::error_code none;
         const std::filesystem::path link = std::filesystem::read_symlink(name, none);
-        if (none)
+        if (none) {
             return name;
-        if (name.native().starts_with("/proc/") || name.native().starts_with("/dev/fd/"))
+        }
+        if (name.native().starts_with("/proc/") || name.native().starts_with("/dev/fd/")) {
             return {};
+        }
         name = name.parent_path() / link; // an absolute link stands for itself
     }
     return {};
@@ -45,26 +47,30 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
 {
     struct stat facts {
     };
-    const bool there   = stat(name.c_str(), &facts) == 0;
+    const bool there = stat(name.c_str(), &facts) == 0;
     const bool missing = !there && errno == ENOENT;
-    if (!there && !missing)
+    if (!there && !missing) {
         fail(errno);
-    if (missing || S_ISREG(facts.st_mode))
+    }
+    if (missing || S_ISREG(facts.st_mode)) {
         m_target = behindLinks(name);
+    }
     if (m_target.empty()) {
         openInPlace();
         return;
     }
-    if (there && access(name.c_str(), W_OK) != 0) // a rename would not mind
+    if (there && access(name.c_str(), W_OK) != 0) { // a rename would not mind
         fail(errno);
+    }
     openBeside();
     try {
-        constexpr mode_t everybody   = 0666;
+        constexpr mode_t everybody = 0666;
         constexpr mode_t permissions = 07777;
-        if (there)
+        if (there) {
             keepOwnerAndMode(facts.st_uid, facts.st_gid, facts.st_mode & permissions);
-        else
+        } else {
             check(fchmod(m_descriptor, everybody & ~currentUmask()));
+        }
     } catch (const failure&) { // no destructor runs for what has not been made
         close(m_descriptor);
         unlink(m_beside.c_str());
@@ -74,10 +80,12 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
 
 outputFile::~outputFile()
 {
-    if (m_descriptor >= 0)
+    if (m_descriptor >= 0) {
         close(m_descriptor);
-    if (!m_beside.empty())
+    }
+    if (!m_beside.empty()) {
         unlink(m_beside.c_str());
+    }
 }
 
 void outputFile::openInPlace()
@@ -89,8 +97,8 @@ void outputFile::openInPlace()
 void outputFile::openBeside()
 {
     const std::filesystem::path folder = m_target.has_parent_path() ? m_target.parent_path() : ".";
-    std::string                 name   = (folder / ".kestctl-XXXXXX").string();
-    m_descriptor                       = mkostemp(name.data(), O_CLOEXEC);
+    std::string name = (folder / ".kestctl-XXXXXX").string();
+    m_descriptor = mkostemp(name.data(), O_CLOEXEC);
     check(m_descriptor);
     m_beside = name;
 }
@@ -100,40 +108,46 @@ void outputFile::keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode)
     struct stat made {
     };
     check(fstat(m_descriptor, &made));
-    if (made.st_uid != owner || made.st_gid != group)
+    if (made.st_uid != owner || made.st_gid != group) {
         check(fchown(m_descriptor, owner, group));
+    }
     check(fchmod(m_descriptor, mode)); // last: a change of the owner takes bits away
 }
 
 void outputFile::write(std::span<const unsigned char> bytes)
 {
-    if (const int error = host::writeAll(m_descriptor, bytes); error != 0)
+    if (const int error = host::writeAll(m_descriptor, bytes); error != 0) {
         fail(error);
+    }
 }
 
 void outputFile::finish()
 {
     const bool beside = !m_beside.empty();
-    if (beside)
+    if (beside) {
         check(fsync(m_descriptor));
+    }
     const int descriptor = m_descriptor;
-    m_descriptor         = -1;
+    m_descriptor = -1;
     check(close(descriptor)); // some file systems tell only now that there was no room
-    if (!beside)
+    if (!beside) {
         return;
+    }
     check(rename(m_beside.c_str(), m_target.c_str()));
     m_beside.clear();
     const int error = host::syncFolder(m_target.has_parent_path() ? m_target.parent_path() : ".");
-    if (error != 0 && error != EACCES) // a folder that may be written and not read
+    if (error != 0 && error != EACCES) { // a folder that may be written and not read
         fail(error);
+    }
 }
 
 void outputFile::fail(int error) const { throw systemFailure(error, m_step, m_name); }
 
 void outputFile::check(int result) const
 {
-    if (result < 0)
+    if (result < 0) {
         fail(errno);
+    }
 }
 
 } // namespace kest::tools

@@ -19,7 +19,7 @@ class outputFile
 public:
     /// @param step  what is being done, for messages: "write"
     explicit outputFile(const std::string& name, std::string step = "write");
-    outputFile(const outputFile&)            = delete;
+    outputFile(const outputFile&) = delete;
     outputFile& operator=(const outputFile&) = delete;
     /// Without finish() ahead of it nothing has happened to the file of that name.
     ~outputFile();
@@ -29,17 +29,17 @@ public:
     void finish();
 
 private:
-    void              openInPlace();
-    void              openBeside();
-    void              keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode);
+    void openInPlace();
+    void openBeside();
+    void keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode);
     [[noreturn]] void fail(int error) const;
-    void              check(int result) const; ///< of a system call: -1 with `errno` fails
+    void check(int result) const; ///< of a system call: -1 with `errno` fails
 
-    std::string           m_name; ///< as the user gave it
-    std::string           m_step;
+    std::string m_name; ///< as the user gave it
+    std::string m_step;
     std::filesystem::path m_target; ///< what is replaced: behind all links
-    std::string           m_beside; ///< empty when it is written in place
-    int                   m_descriptor = -1;
+    std::string m_beside; ///< empty when it is written in place
+    int m_descriptor = -1;
 };
 
 } // namespace kest::tools

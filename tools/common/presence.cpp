@@ -14,10 +14,10 @@ namespace
 ErrlEntry* readOneByte(const device& which, std::uint32_t speedKhz)
 {
     const attributeRecord attributes = hardwareAttributes(speedKhz);
-    unsigned              length     = 1;
-    unsigned char*        data       = nullptr;
-    ErrlEntry*            entry = KEST_seepromRead(tavoAddress(which), nullptr, 0, &length, &data, attributes.data());
-    const tavoBuffer      buffer(data);
+    unsigned length = 1;
+    unsigned char* data = nullptr;
+    ErrlEntry* entry = KEST_seepromRead(tavoAddress(which), nullptr, 0, &length, &data, attributes.data());
+    const tavoBuffer buffer(data);
     return entry;
 }
 

@@ -25,16 +25,18 @@ progress::progress(std::string what, std::uint64_t total, std::chrono::milliseco
 
 progress::~progress()
 {
-    if (m_shown)
+    if (m_shown) {
         std::fputs("\r\033[K", stderr);
+    }
 }
 
 void progress::update(std::uint64_t done)
 {
     const auto now = std::chrono::steady_clock::now();
-    if (!m_terminal || m_total == 0 || now < m_next)
+    if (!m_terminal || m_total == 0 || now < m_next) {
         return;
-    m_next  = now + interval;
+    }
+    m_next = now + interval;
     m_shown = true;
     std::fputs(fmt::format("\r\033[K{}: {}", escaped(m_what), progressText(done, m_total, now - m_start)).c_str(),
                stderr);
@@ -44,7 +46,7 @@ void progress::update(std::uint64_t done)
 std::string progressText(std::uint64_t done, std::uint64_t total, std::chrono::duration<double> elapsed)
 {
     const double rate = elapsed.count() > 0 ? static_cast<double>(done) / elapsed.count() : 0;
-    const auto   left = rate > 0 ? static_cast<double>(total - std::min(done, total)) / rate : 0;
+    const auto left = rate > 0 ? static_cast<double>(total - std::min(done, total)) / rate : 0;
     return fmt::format("{} of {}, {}/s, {} left", sizeText(done), sizeText(total),
                        sizeText(static_cast<std::uint64_t>(std::llround(rate))),
                        rate > 0 ? fmt::format("{:.0f} s", std::ceil(left)) : "-");

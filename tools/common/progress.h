@@ -16,19 +16,19 @@ public:
     /// @param total  bytes to do; 0 shows nothing
     /// @param quiet  nothing is shown ahead of this
     progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet = std::chrono::milliseconds(500));
-    progress(const progress&)            = delete;
+    progress(const progress&) = delete;
     progress& operator=(const progress&) = delete;
     ~progress(); ///< clears the line
 
     void update(std::uint64_t done);
 
 private:
-    std::string                           m_what;
-    std::uint64_t                         m_total;
+    std::string m_what;
+    std::uint64_t m_total;
     std::chrono::steady_clock::time_point m_start;
     std::chrono::steady_clock::time_point m_next; ///< when the line is written again
-    bool                                  m_terminal;
-    bool                                  m_shown = false;
+    bool m_terminal;
+    bool m_shown = false;
 };
 
 /// "12.0 KiB of 64.0 KiB, 3.1 KiB/s, 17 s left". Time left is "-" while it can't be told.

@@ -19,12 +19,12 @@ using byteVector = std::vector<unsigned char>;
 /// Where the bytes come from and go to.
 enum class accessMode : kest_attributeValue {
     hardware = readModeHardware,
-    file     = 3, ///< the persisted copy
-    mixed    = 5, ///< the persisted copy when there is one, else the hardware
+    file = 3, ///< the persisted copy
+    mixed = 5, ///< the persisted copy when there is one, else the hardware
     registry = 1, ///< what the registry says
 };
 /// Throws a `failure` (exit code 2) for a word that is no mode.
-[[nodiscard]] accessMode  parseMode(const std::string& word);
+[[nodiscard]] accessMode parseMode(const std::string& word);
 [[nodiscard]] const char* modeWord(accessMode mode);
 
 /// Who serves a device in a mode: hardware, or file for its persisted copy. A registry that holds no known mode is left to the library, which
@@ -33,10 +33,10 @@ enum class accessMode : kest_attributeValue {
 [[nodiscard]] accessMode settledMode(const device& which, accessMode mode);
 
 struct accessOptions {
-    accessMode    mode         = accessMode::hardware;
-    std::uint32_t speedKhz     = 0; ///< 0 the library's default
+    accessMode mode = accessMode::hardware;
+    std::uint32_t speedKhz = 0; ///< 0 the library's default
     std::uint32_t writeCycleMs = 0; ///< 0 the library's default
-    unsigned      votes        = 1; ///< reads that each byte is voted from
+    unsigned votes = 1; ///< reads that each byte is voted from
 };
 
 struct byteRange {
@@ -81,13 +81,13 @@ private:
     [[nodiscard]] byteVector readOnce(const byteRange& range, const std::string& step);
     [[nodiscard]] byteVector readAgreed(const byteRange& range, const std::string& step);
     [[nodiscard]] byteVector readVoted(const byteRange& range, const std::string& step);
-    void                     tellWavered(const std::vector<std::uint32_t>& offsets);
-    void                     readPiece(const byteRange& range, const std::string& step, byteVector& bytes);
-    void                     writePiece(const byteRange& range, const unsigned char* bytes);
+    void tellWavered(const std::vector<std::uint32_t>& offsets);
+    void readPiece(const byteRange& range, const std::string& step, byteVector& bytes);
+    void writePiece(const byteRange& range, const unsigned char* bytes);
 
-    device                     m_device;
-    accessOptions              m_options;
-    attributeRecord            m_attributes;
+    device m_device;
+    accessOptions m_options;
+    attributeRecord m_attributes;
     std::vector<std::uint32_t> m_wavered;
 };
 
@@ -97,19 +97,19 @@ private:
                                                     bool all);
 
 struct carefulWriteOptions {
-    bool yes      = false;
-    bool dryRun   = false;
+    bool yes = false;
+    bool dryRun = false;
     bool allPages = false; ///< also pages that hold the data already
-    bool force    = false; ///< also where a driver of the kernel has the device
-    bool verify   = true;
+    bool force = false; ///< also where a driver of the kernel has the device
+    bool verify = true;
 };
 
 struct writeReport {
     std::uint32_t bytesWritten = 0;
     std::uint32_t pagesWritten = 0;
     std::uint32_t pagesSkipped = 0; ///< they held the data already
-    std::string   undoFile;         ///< empty when nothing was written
-    bool          verified = false;
+    std::string undoFile; ///< empty when nothing was written
+    bool verified = false;
 };
 
 /// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads back and compares.

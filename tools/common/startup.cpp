@@ -11,8 +11,9 @@ void prepareProcess()
 {
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
         // The lowest free number is this one. Without /dev/null it is taken all the same, by what can be neither read nor written.
-        if (fcntl(number, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0)
+        if (fcntl(number, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
             static_cast<void>(open("/", O_PATH));
+        }
     }
     signal(SIGXFSZ, SIG_IGN);
 }

@@ -17,31 +17,32 @@ namespace
 constexpr std::int64_t msPerSecond = 1000;
 
 struct unitRow {
-    char         letter;
+    char letter;
     std::int64_t seconds;
 };
 constexpr std::array units{unitRow{'s', 1}, unitRow{'m', 60}, unitRow{'h', 3600}, unitRow{'d', 86400}};
 
 bool parseAgo(std::string_view text, std::int64_t& ms)
 {
-    std::uint32_t number    = 0;
+    std::uint32_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    for (const unitRow& unit : units)
+    for (const unitRow& unit : units) {
         if (error == std::errc() && end + 1 == text.data() + text.size() && *end == unit.letter) {
             ms = nowMs() - number * unit.seconds * msPerSecond;
             return true;
         }
+    }
     return false;
 }
 
 bool parseDate(const std::string& text, std::int64_t& ms)
 {
     for (const char* format : {"%Y-%m-%d", "%Y-%m-%dT%H:%M", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%M:%SZ"}) {
-        std::tm     parts{};
+        std::tm parts{};
         const char* end = strptime(text.c_str(), format, &parts);
         if (end != nullptr && *end == 0) {
             const std::tm written = parts;
-            ms                    = static_cast<std::int64_t>(timegm(&parts)) * msPerSecond;
+            ms = static_cast<std::int64_t>(timegm(&parts)) * msPerSecond;
             return written.tm_mday == parts.tm_mday && written.tm_sec == parts.tm_sec; // not so on February 30
         }
     }
@@ -59,10 +60,11 @@ std::int64_t nowMs()
 std::string timeText(std::int64_t ms)
 {
     const std::int64_t fraction = ((ms % msPerSecond) + msPerSecond) % msPerSecond;
-    const auto         seconds  = static_cast<std::time_t>((ms - fraction) / msPerSecond);
-    std::tm            parts{};
-    if (gmtime_r(&seconds, &parts) == nullptr)
+    const auto seconds = static_cast<std::time_t>((ms - fraction) / msPerSecond);
+    std::tm parts{};
+    if (gmtime_r(&seconds, &parts) == nullptr) {
         return fmt::format("{} ms", ms);
+    }
     return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", parts.tm_year + 1900, parts.tm_mon + 1,
                        parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, fraction);
 }
@@ -70,9 +72,10 @@ std::string timeText(std::int64_t ms)
 std::int64_t parseTime(const std::string& text, const std::string& what)
 {
     std::int64_t ms = 0;
-    if (!parseAgo(text, ms) && !parseDate(text, ms))
+    if (!parseAgo(text, ms) && !parseDate(text, ms)) {
         throw wrongUse(fmt::format(
             "{} '{}': expected a time such as 2024-05-01, 2024-05-01T12:00:00Z, 90s, 15m, 2h or 7d", what, text));
+    }
     return ms;
 }
 

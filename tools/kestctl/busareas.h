@@ -11,8 +11,8 @@ namespace kest::tools
 {
 
 struct scanOptions {
-    std::string   bus; ///< path, or a device on it
-    std::string   node;
+    std::string bus; ///< path, or a device on it
+    std::string node;
     std::uint32_t speedKhz = 0;
 };
 /// Probes every address of a bus that can be probed without harm, and shows a grid.
@@ -36,7 +36,7 @@ int runDevices(const context& shared, const devicesOptions& options);
 
 struct detectOptions {
     std::vector<std::string> devices; ///< empty: those of the device table
-    std::uint32_t            speedKhz = 0;
+    std::uint32_t speedKhz = 0;
 };
 /// Tells for each device whether it is there; the exit code is that of the first one that isn't.
 int runDetect(const context& shared, const detectOptions& options);

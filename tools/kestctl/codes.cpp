@@ -11,7 +11,7 @@ namespace
 
 struct codeRow {
     std::uint32_t code;
-    const char*   text;
+    const char* text;
 };
 
 const char* textOf(std::span<const codeRow> rows, std::uint32_t code)
@@ -155,7 +155,7 @@ constexpr std::array kestctlSubsections{codeRow{7, "device text"}};
 
 /// The numbers that each component counts for itself.
 struct componentRow {
-    std::uint32_t            component;
+    std::uint32_t component;
     std::span<const codeRow> modules;
     std::span<const codeRow> subsections;
 };

@@ -53,24 +53,24 @@ void addFilter(CLI::App* verb, errorsFilter& filter)
 
 void addSimFaultAdd(CLI::App* fault, context& shared)
 {
-    const auto           adding = std::make_shared<simFaultAddOptions>();
-    CLI::App*            add    = addVerb(fault, "add", "add a fault; prints its number",
-                                          "Kinds, and what --value means:\n"
-                                                        "  nack               the address is not acknowledged\n"
-                                                        "  nack-data          data byte --byte of a write is not acknowledged\n"
-                                                        "  hold-sda hold-scl  the line is held until a reset     resets that it outlasts\n"
-                                                        "  short              a STOP in the middle of --byte\n"
-                                                        "  arbitration        another controller wins at --byte\n"
-                                                        "  corrupt            data byte --byte is changed        XOR mask, 0 is 0xFF\n"
-                                                        "  stuck-write-cycle  the write cycle does not end       its ms, 0 for ever\n"
-                                                        "  gone               the adapter is gone\n"
-                                                        "  hub-status         a hub transfer ends with a status  the status\n"
-                                                        "  hub-silent         the hub answers nothing\n"
-                                                        "  hub-bad-first-byte a hub read begins with no status   that byte, 0 is 0xA5\n"
-                                                        "  hub-hold-sda hub-hold-scl  the sub-bus is held        resets that it outlasts\n"
-                                                        "It strikes at every matching transaction until cleared, unless told otherwise.\n"
-                                                        "  kestctl sim fault add nack --bus planar --address 0xA0 --count 1");
-    sim::machine::fault& what   = adding->what;
+    const auto adding = std::make_shared<simFaultAddOptions>();
+    CLI::App* add = addVerb(fault, "add", "add a fault; prints its number",
+                            "Kinds, and what --value means:\n"
+                            "  nack               the address is not acknowledged\n"
+                            "  nack-data          data byte --byte of a write is not acknowledged\n"
+                            "  hold-sda hold-scl  the line is held until a reset     resets that it outlasts\n"
+                            "  short              a STOP in the middle of --byte\n"
+                            "  arbitration        another controller wins at --byte\n"
+                            "  corrupt            data byte --byte is changed        XOR mask, 0 is 0xFF\n"
+                            "  stuck-write-cycle  the write cycle does not end       its ms, 0 for ever\n"
+                            "  gone               the adapter is gone\n"
+                            "  hub-status         a hub transfer ends with a status  the status\n"
+                            "  hub-silent         the hub answers nothing\n"
+                            "  hub-bad-first-byte a hub read begins with no status   that byte, 0 is 0xA5\n"
+                            "  hub-hold-sda hub-hold-scl  the sub-bus is held        resets that it outlasts\n"
+                            "It strikes at every matching transaction until cleared, unless told otherwise.\n"
+                            "  kestctl sim fault add nack --bus planar --address 0xA0 --count 1");
+    sim::machine::fault& what = adding->what;
     add->add_option("KIND", what.kind, "what happens, see below")->required()->type_name("");
     add->add_option_function<std::string>(
            "--bus", [adding](const std::string& name) { adding->bus = name; }, "on this bus alone")
@@ -98,7 +98,7 @@ void addSimFault(CLI::App* area, context& shared)
     runs(addVerb(fault, "list", "list faults and how often they struck"), shared,
          std::make_shared<simFaultListOptions>(), runSimFaultList);
     const auto clearing = std::make_shared<simFaultClearOptions>();
-    CLI::App*  clear    = addVerb(fault, "clear", "clear one fault, or all");
+    CLI::App* clear = addVerb(fault, "clear", "clear one fault, or all");
     clear
         ->add_option_function<std::string>(
             "N",
@@ -115,12 +115,12 @@ void addSimWave(CLI::App* area, context& shared)
     CLI::App* wave = addVerb(area, "wave", "record a bus's waveform as a VCD file (SCL, SDA)");
     wave->require_subcommand(1);
     const auto starting = std::make_shared<simWaveOptions>();
-    CLI::App*  start    = addVerb(wave, "start", "record what all processes send until stopped");
+    CLI::App* start = addVerb(wave, "start", "record what all processes send until stopped");
     start->add_option("BUS", starting->bus, "name of the bus")->required()->type_name("");
     start->add_option("FILE", starting->file, "VCD file to write")->required()->type_name("");
     runs(start, shared, starting, runSimWaveStart);
     const auto stopping = std::make_shared<simWaveOptions>();
-    CLI::App*  stop     = addVerb(wave, "stop", "end the recording");
+    CLI::App* stop = addVerb(wave, "stop", "end the recording");
     stop->add_option("BUS", stopping->bus, "name of the bus")->required()->type_name("");
     runs(stop, shared, stopping, runSimWaveStop);
 }
@@ -130,11 +130,11 @@ void addSimWave(CLI::App* area, context& shared)
 void addScan(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<scanOptions>();
-    CLI::App*  verb    = addVerb(&app, "scan", "show what answers on a bus, as a grid",
-                                 "The grid has 7-bit addresses, as other tools show them; the list below it has\n"
-                                     "both forms. Marks: a number, something answers; --, nothing does; UU, a driver\n"
-                                     "of the kernel has it and it was not asked; ??, it can't be told. Nothing is\n"
-                                     "written to any device.");
+    CLI::App* verb = addVerb(&app, "scan", "show what answers on a bus, as a grid",
+                             "The grid has 7-bit addresses, as other tools show them; the list below it has\n"
+                             "both forms. Marks: a number, something answers; --, nothing does; UU, a driver\n"
+                             "of the kernel has it and it was not asked; ??, it can't be told. Nothing is\n"
+                             "written to any device.");
     addBus(verb, options->bus, options->node);
     runs(verb, shared, options, runScan);
 }
@@ -142,7 +142,7 @@ void addScan(CLI::App& app, context& shared)
 void addReset(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<resetOptions>();
-    CLI::App*  verb    = addVerb(&app, "reset", "free a held bus: nine clocks and a STOP, where the adapter can");
+    CLI::App* verb = addVerb(&app, "reset", "free a held bus: nine clocks and a STOP, where the adapter can");
     addBus(verb, options->bus, options->node);
     runs(verb, shared, options, runReset);
 }
@@ -150,8 +150,8 @@ void addReset(CLI::App& app, context& shared)
 void addTopology(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<topologyOptions>();
-    CLI::App*  verb    = addVerb(&app, "topology", "show buses, hubs with their ports, and devices as a tree",
-                                 "Devices come from the device table and the simulated machine.");
+    CLI::App* verb = addVerb(&app, "topology", "show buses, hubs with their ports, and devices as a tree",
+                             "Devices come from the device table and the simulated machine.");
     verb->add_flag("--probe", options->probe, "ask each device whether it is there");
     runs(verb, shared, options, runTopology);
 }
@@ -166,10 +166,10 @@ void addDevices(CLI::App& app, context& shared)
 void addDetect(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<detectOptions>();
-    CLI::App*  verb    = addVerb(&app, "detect", "tell whether devices are there",
-                                 "A SEEPROM behind a hub is detected by reading one byte of it. The exit code is 0\n"
-                                     "when all devices are there, else that of the first one that is not: 4 when\n"
-                                     "nothing answers.");
+    CLI::App* verb = addVerb(&app, "detect", "tell whether devices are there",
+                             "A SEEPROM behind a hub is detected by reading one byte of it. The exit code is 0\n"
+                             "when all devices are there, else that of the first one that is not: 4 when\n"
+                             "nothing answers.");
     verb->add_option("DEVICE", options->devices, "names, numbers or device texts; none: the whole device table")
         ->type_name("");
     addSpeed(verb, options->speedKhz, "the bus's own otherwise");
@@ -182,20 +182,20 @@ void addPort(CLI::App& app, context& shared)
     CLI::App* area = addArea(app, "port", "pins of LED drivers and I/O expanders (PCA9551, 9552, 9554, 9555)");
 
     const auto reading = std::make_shared<portReadOptions>();
-    CLI::App*  read    = addVerb(area, "read", "read the levels of the pins");
+    CLI::App* read = addVerb(area, "read", "read the levels of the pins");
     addDeviceArgument(read, reading->device);
     addNumber(read, "--mask", reading->mask, "the pins that are wanted, as bits", 0, 0xFFFF);
     addSpeed(read, reading->speedKhz, defaultSpeed);
     runs(read, shared, reading, runPortRead);
 
     const auto writing = std::make_shared<portWriteOptions>();
-    CLI::App*  write   = addVerb(area, "write", "change outputs; pins that are not chosen stay as they are",
-                                 "Operations: low, high; on (low), off (let go), blink0, blink1 for LED drivers;\n"
-                                    "copy sets the pins of --mask to the levels in BITS. A pin of an I/O expander\n"
-                                    "must be an output to show it. Pin 15 of a PCA9552 at C0 or C2 is the reset line\n"
-                                    "of two hubs: driving it asks first.\n"
-                                    "  kestctl port write panel-leds on --pins 0,3-5\n"
-                                    "  kestctl port write panel-leds copy 0x0A --mask 0x0F");
+    CLI::App* write = addVerb(area, "write", "change outputs; pins that are not chosen stay as they are",
+                              "Operations: low, high; on (low), off (let go), blink0, blink1 for LED drivers;\n"
+                              "copy sets the pins of --mask to the levels in BITS. A pin of an I/O expander\n"
+                              "must be an output to show it. Pin 15 of a PCA9552 at C0 or C2 is the reset line\n"
+                              "of two hubs: driving it asks first.\n"
+                              "  kestctl port write panel-leds on --pins 0,3-5\n"
+                              "  kestctl port write panel-leds copy 0x0A --mask 0x0F");
     addDeviceArgument(write, writing->device);
     write->add_option("OPERATION", writing->operation, "low, high, on, off, blink0, blink1 or copy")
         ->required()
@@ -209,11 +209,11 @@ void addPort(CLI::App& app, context& shared)
     runs(write, shared, writing, runPortWrite);
 
     const auto configuring = std::make_shared<portConfigOptions>();
-    CLI::App*  config      = addVerb(area, "config", "set pin directions, blink rates or polarity",
-                                     "Functions: input, output (pins) and polarity0, polarity1 (a byte) of I/O\n"
-                                           "expanders; prescaler0, duty0, prescaler1, duty1 (a byte) of LED drivers.\n"
-                                           "  kestctl port config straps output --pins 4-7\n"
-                                           "  kestctl port config panel-leds prescaler0 43");
+    CLI::App* config = addVerb(area, "config", "set pin directions, blink rates or polarity",
+                               "Functions: input, output (pins) and polarity0, polarity1 (a byte) of I/O\n"
+                               "expanders; prescaler0, duty0, prescaler1, duty1 (a byte) of LED drivers.\n"
+                               "  kestctl port config straps output --pins 4-7\n"
+                               "  kestctl port config panel-leds prescaler0 43");
     addDeviceArgument(config, configuring->device);
     config->add_option("FUNCTION", configuring->function, "what to set")->required()->type_name("");
     config->add_option("VALUE", configuring->value, "pins as bits, or the register's byte")->type_name("");
@@ -225,9 +225,9 @@ void addPort(CLI::App& app, context& shared)
 
 void addThermal(CLI::App& app, context& shared)
 {
-    CLI::App*  area    = addArea(app, "thermal", "temperature sensors (LM75, LM92)");
+    CLI::App* area = addArea(app, "thermal", "temperature sensors (LM75, LM92)");
     const auto options = std::make_shared<thermalReadOptions>();
-    CLI::App*  read    = addVerb(area, "read", "read a sensor: degrees Celsius and its raw word");
+    CLI::App* read = addVerb(area, "read", "read a sensor: degrees Celsius and its raw word");
     addDeviceArgument(read, options->device);
     CLI::Option* watch =
         read->add_option_function<std::string>(
@@ -243,23 +243,23 @@ void addErrors(CLI::App& app, context& shared)
     CLI::App* area = addArea(app, "errors", "the error log: what failed, where and why");
 
     const auto listing = std::make_shared<errorsListOptions>();
-    CLI::App*  list    = addVerb(area, "list", "list entries, latest first");
+    CLI::App* list = addVerb(area, "list", "list entries, latest first");
     addFilter(list, listing->filter);
     runs(list, shared, listing, runErrorsList);
 
     const auto showing = std::make_shared<errorsShowOptions>();
-    CLI::App*  show    = addVerb(area, "show", "show a whole entry: reasons, callouts, user details, traces");
+    CLI::App* show = addVerb(area, "show", "show a whole entry: reasons, callouts, user details, traces");
     show->add_option("ID", showing->id, "number of the entry, or 'last'")->required()->type_name("");
     runs(show, shared, showing, runErrorsShow);
 
     const auto exporting = std::make_shared<errorsExportOptions>();
-    CLI::App*  exported  = addVerb(area, "export", "write whole entries as JSON, one a line, oldest first");
+    CLI::App* exported = addVerb(area, "export", "write whole entries as JSON, one a line, oldest first");
     exported->add_option("FILE", exporting->file, "file to write; - or none for standard output")->type_name("");
     addFilter(exported, exporting->filter);
     runs(exported, shared, exporting, runErrorsExport);
 
     const auto clearing = std::make_shared<errorsClearOptions>();
-    CLI::App*  clear    = addVerb(area, "clear", "delete all entries; asks first");
+    CLI::App* clear = addVerb(area, "clear", "delete all entries; asks first");
     clear->add_flag("--yes", clearing->yes, "don't ask");
     runs(clear, shared, clearing, runErrorsClear);
 }
@@ -267,7 +267,7 @@ void addErrors(CLI::App& app, context& shared)
 void addTrace(CLI::App& app, context& shared)
 {
     const auto options = std::make_shared<traceOptions>();
-    CLI::App*  verb    = addVerb(&app, "trace", "show what processes traced, also ended ones, oldest first");
+    CLI::App* verb = addVerb(&app, "trace", "show what processes traced, also ended ones, oldest first");
     verb->add_option_function<std::string>(
             "--pid",
             [options](const std::string& text) {
@@ -287,11 +287,11 @@ void addSim(CLI::App& app, context& shared)
     CLI::App* area = addArea(app, "sim", "the simulated machine: make one, look into it, break it");
 
     const auto making = std::make_shared<simNewOptions>();
-    CLI::App*  make   = addVerb(area, "new", "write a demo machine and its configuration into a new folder");
+    CLI::App* make = addVerb(area, "new", "write a demo machine and its configuration into a new folder");
     make->add_option("DIR", making->folder, "folder to make")->required()->type_name("");
     make->callback([&shared, making] {
         shared.needsConfiguration = false;
-        shared.action             = [&shared, making] { return runSimNew(shared, *making); };
+        shared.action = [&shared, making] { return runSimNew(shared, *making); };
     });
 
     runs(addVerb(area, "show", "show chips, registers, what pins do, and faults"), shared,

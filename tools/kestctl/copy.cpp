@@ -34,9 +34,9 @@ std::optional<device> ownerOf(std::uint32_t number)
 std::string nameOf(std::uint32_t number)
 {
     const auto& devices = host::currentConfiguration().devices;
-    const auto  found   = std::ranges::find_if(devices, [number](const host::deviceEntry& entry) {
+    const auto found = std::ranges::find_if(devices, [number](const host::deviceEntry& entry) {
         device which;
-        which.number   = number;
+        which.number = number;
         which.position = entry.position;
         return entry.number == number && copyIsItsOwn(which);
     });
@@ -46,14 +46,16 @@ std::string nameOf(std::uint32_t number)
 /// A copy needs no device: any number names one, and a name of the device table.
 std::uint32_t numberOf(const std::string& which)
 {
-    if (!which.empty() && which[0] >= '0' && which[0] <= '9')
+    if (!which.empty() && which[0] >= '0' && which[0] <= '9') {
         return static_cast<std::uint32_t>(parseNumber(which, "device number", 0xFFFFFFFF));
+    }
     const device found = findDevice(which);
-    if (which.find(',') != std::string::npos) // a text; a row of the table may have any number, also 0
-        throw failure{.code    = exitWrongUse,
-                      .what    = "a copy belongs to a device number, and this device has none",
+    if (which.find(',') != std::string::npos) { // a text; a row of the table may have any number, also 0
+        throw failure{.code = exitWrongUse,
+                      .what = "a copy belongs to a device number, and this device has none",
                       .tryThis = "give it a row in the device table, or name the copy by its number",
-                      .device  = which};
+                      .device = which};
+    }
     refuseForeignCopy(found);
     return found.number;
 }
@@ -67,12 +69,13 @@ std::string labelOf(std::uint32_t number)
 /// Throws for the `errno` that a function of the copies answered.
 void throwCopy(int error, std::uint32_t number, const std::string& step)
 {
-    if (error == 0)
+    if (error == 0) {
         return;
+    }
     failure why = systemFailure(error, step, labelOf(number));
     if (error == ENOENT) {
-        why.code    = exitAbsent;
-        why.what    = "there is no such copy";
+        why.code = exitAbsent;
+        why.what = "there is no such copy";
         why.tryThis = "'kestctl copy list' shows which there are";
     } else if (error == EFBIG) {
         why.what = fmt::format("more than {} bytes", host::largestCopyBytes);
@@ -83,37 +86,41 @@ void throwCopy(int error, std::uint32_t number, const std::string& step)
 bool exists(std::uint32_t number)
 {
     std::vector<std::uint8_t> bytes;
-    const int                 error = host::readCopy(number, bytes);
-    if (error != ENOENT)
+    const int error = host::readCopy(number, bytes);
+    if (error != ENOENT) {
         throwCopy(error, number, "look at");
+    }
     return error == 0;
 }
 
 int replace(const context& shared, std::uint32_t number, const byteVector& bytes, bool yes,
             const std::vector<std::uint32_t>& wavered)
 {
-    if (exists(number))
+    if (exists(number)) {
         confirm(fmt::format("{}: replace it?", labelOf(number)), yes);
+    }
     throwCopy(host::replaceCopy(number, bytes), number, "write");
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json(
             {{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}, {"wavered", wavered}});
-    else
+    } else {
         standardOutput().text(
             fmt::format("{}: holds {} now\n", escaped(labelOf(number)), countText(bytes.size(), "byte")));
+    }
     return exitDone;
 }
 
 /// A copy of another size than its device was made from something else, or cut.
 void requireSize(std::uint32_t number, std::size_t bytes, const std::string& file)
 {
-    const std::optional<device> owner    = ownerOf(number);
-    const std::uint32_t         capacity = owner ? owner->end().type->bytes : 0;
-    if (capacity != 0 && bytes != capacity)
-        throw failure{.code    = exitWrongUse,
-                      .what    = fmt::format("{} holds {}, the device {}", file, countText(bytes, "byte"), capacity),
+    const std::optional<device> owner = ownerOf(number);
+    const std::uint32_t capacity = owner ? owner->end().type->bytes : 0;
+    if (capacity != 0 && bytes != capacity) {
+        throw failure{.code = exitWrongUse,
+                      .what = fmt::format("{} holds {}, the device {}", file, countText(bytes, "byte"), capacity),
                       .tryThis = "--force makes a copy of it all the same",
-                      .device  = labelOf(number)};
+                      .device = labelOf(number)};
+    }
 }
 
 } // namespace
@@ -121,10 +128,11 @@ void requireSize(std::uint32_t number, std::size_t bytes, const std::string& fil
 int runCopyList(const context& shared, const copyListOptions& /*options*/)
 {
     std::vector<host::copyInfo> copies;
-    if (const int error = host::listCopies(copies); error != 0)
+    if (const int error = host::listCopies(copies); error != 0) {
         throw systemFailure(error, "list", "persisted copies");
+    }
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-    std::string            text;
+    std::string text;
     for (const host::copyInfo& copy : copies) {
         rows.push_back({{"number", copy.number},
                         {"name", nameOf(copy.number)},
@@ -133,54 +141,60 @@ int runCopyList(const context& shared, const copyListOptions& /*options*/)
         text += fmt::format("{:>10} {:24} {:>12}  {}\n", copy.number, escaped(nameOf(copy.number)),
                             sizeText(copy.sizeBytes), timeText(copy.modifiedMs));
     }
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"copies", rows}});
-    else if (copies.empty())
+    } else if (copies.empty()) {
         standardOutput().text("no persisted copies; 'kestctl copy capture DEVICE' makes one\n");
-    else
+    } else {
         standardOutput().text(fmt::format("{:>10} {:24} {:>12}  {}\n", "NUMBER", "NAME", "SIZE", "CHANGED") + text);
+    }
     return exitDone;
 }
 
 int runCopyImport(const context& shared, const copyOptions& options)
 {
     const std::uint32_t number = numberOf(options.which);
-    const byteVector    bytes  = readInput(options.file, host::largestCopyBytes);
-    if (bytes.empty())
+    const byteVector bytes = readInput(options.file, host::largestCopyBytes);
+    if (bytes.empty()) {
         throw wrongUse(options.file + " is empty");
-    if (!options.force)
+    }
+    if (!options.force) {
         requireSize(number, bytes.size(), options.file);
+    }
     return replace(shared, number, bytes, options.yes, {});
 }
 
 int runCopyExport(const context& shared, const copyOptions& options)
 {
     const std::uint32_t number = numberOf(options.which);
-    byteVector          bytes;
+    byteVector bytes;
     throwCopy(host::readCopy(number, bytes), number, "read");
     writeOutput(options.file, bytes, options.force);
-    if (shared.json && options.file != "-")
+    if (shared.json && options.file != "-") {
         standardOutput().json({{"number", number}, {"size", bytes.size()}, {"output", options.file}});
+    }
     return exitDone;
 }
 
 int runCopyRemove(const context& shared, const copyOptions& options)
 {
     const std::uint32_t number = numberOf(options.which);
-    if (exists(number))
+    if (exists(number)) {
         confirm(fmt::format("{}: remove it?", labelOf(number)), options.yes);
+    }
     throwCopy(host::removeCopy(number), number, "remove");
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"number", number}, {"removed", true}});
+    }
     return exitDone;
 }
 
 int runCopyCapture(const context& shared, const copyCaptureOptions& options)
 {
     const std::uint32_t number = numberOf(options.from.device);
-    seeprom             chip(findDevice(options.from.device),
-                             {.speedKhz = options.from.speedKhz, .votes = std::max(options.from.votes, 1U)});
-    const byteVector    bytes = chip.read(chip.range(0, std::nullopt), "capture");
+    seeprom chip(findDevice(options.from.device),
+                 {.speedKhz = options.from.speedKhz, .votes = std::max(options.from.votes, 1U)});
+    const byteVector bytes = chip.read(chip.range(0, std::nullopt), "capture");
     return replace(shared, number, bytes, options.yes, chip.wavered());
 }
 

@@ -23,7 +23,7 @@ namespace
 
 /// What was found out about one device.
 struct finding {
-    device  which;
+    device which;
     failure why; ///< exitDone: it is there
 };
 
@@ -37,8 +37,9 @@ void checkMachineOf(const std::vector<std::string>& names)
             return false;
         }
     };
-    if (std::ranges::any_of(names, isSimulated))
+    if (std::ranges::any_of(names, isSimulated)) {
         checkConfiguredMachine();
+    }
 }
 
 finding look(const std::string& name, std::uint32_t speedKhz)
@@ -47,7 +48,7 @@ finding look(const std::string& name, std::uint32_t speedKhz)
     result.which.label = name;
     try {
         result.which = findDevice(name);
-        result.why   = {.code = exitDone, .what = ""};
+        result.why = {.code = exitDone, .what = ""};
         checkPresence(result.which, speedKhz);
     } catch (const failure& why) {
         result.why = why;
@@ -60,21 +61,24 @@ nlohmann::ordered_json asJson(const finding& found)
     nlohmann::ordered_json row{
         {"device", found.which.label}, {"text", found.which.text}, {"present", found.why.code == exitDone}};
     if (!found.which.links.empty()) {
-        row["type"]    = found.which.end().type->chip;
+        row["type"] = found.which.end().type->chip;
         row["address"] = found.which.end().address;
     }
-    if (found.why.code != exitDone)
+    if (found.why.code != exitDone) {
         row["error"] = errorJson(found.why);
+    }
     return row;
 }
 
 std::vector<std::string> allDevices()
 {
     std::vector<std::string> names;
-    for (const host::deviceEntry& entry : host::currentConfiguration().devices)
+    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
         names.push_back(entry.name.empty() ? std::to_string(entry.number) : entry.name);
-    if (names.empty())
+    }
+    if (names.empty()) {
         throw wrongUse("the device table is empty", "name a device, or give its device text");
+    }
     return names;
 }
 
@@ -82,23 +86,25 @@ std::vector<std::string> allDevices()
 
 int runDetect(const context& shared, const detectOptions& options)
 {
-    int                            code  = exitDone;
-    nlohmann::ordered_json         rows  = nlohmann::ordered_json::array();
+    int code = exitDone;
+    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
     const std::vector<std::string> names = options.devices.empty() ? allDevices() : options.devices;
     checkMachineOf(names);
     for (const std::string& name : names) {
         const finding found = look(name, options.speedKhz);
-        if (found.why.code != exitDone)
+        if (found.why.code != exitDone) {
             std::fputs((failureLine("kestctl", found.why) + "\n").c_str(), stderr);
-        else if (!shared.json)
+        } else if (!shared.json) {
             standardOutput().text(fmt::format("{}: {} at {}: {}\n", escaped(found.which.label),
                                               found.which.end().type->chip, addressText(found.which.end().address),
                                               standardOutput().paint(colour::green, "present")));
+        }
         rows.push_back(asJson(found));
         code = code == exitDone ? found.why.code : code;
     }
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"devices", rows}});
+    }
     return code;
 }
 

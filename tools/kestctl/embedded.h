@@ -8,7 +8,7 @@ namespace kest::tools
 {
 
 struct embeddedFile {
-    std::string_view               name; ///< without folder
+    std::string_view name; ///< without folder
     std::span<const unsigned char> bytes;
 };
 

@@ -30,19 +30,21 @@ namespace
 
 using nlohmann::ordered_json;
 
-constexpr std::uint32_t wordModule    = 1;
-constexpr std::uint32_t wordReason    = 2;
+constexpr std::uint32_t wordModule = 1;
+constexpr std::uint32_t wordReason = 2;
 constexpr std::uint32_t wordSubsystem = 3;
-constexpr std::uint32_t wordUserData  = 4;
+constexpr std::uint32_t wordUserData = 4;
 
 host::entryFilter storeFilter(const errorsFilter& wanted)
 {
     host::entryFilter filter;
-    if (!wanted.since.empty())
+    if (!wanted.since.empty()) {
         filter.sinceMs = parseTime(wanted.since, "--since");
+    }
     filter.severity = wanted.severity;
-    if (wanted.component)
+    if (wanted.component) {
         filter.component = static_cast<std::uint16_t>(*wanted.component);
+    }
     filter.limit = wanted.limit;
     return filter;
 }
@@ -64,7 +66,7 @@ std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& c
     if (!list.error.empty()) {
         failure why{.what = list.error, .step = "read the error log"};
         if (!mayReadLog()) {
-            why.code    = exitRefused;
+            why.code = exitRefused;
             why.tryThis = "run it as a user who may read it";
         }
         if (why.code == exitRefused && list.entries.empty()) {
@@ -79,8 +81,9 @@ std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& c
 std::string hex(const std::vector<std::uint8_t>& bytes)
 {
     std::string text;
-    for (const std::uint8_t byte : bytes)
+    for (const std::uint8_t byte : bytes) {
         text += fmt::format("{:02x}", byte);
+    }
     return text;
 }
 
@@ -117,8 +120,9 @@ template <typename Items, typename Show>
 ordered_json listJson(const Items& items, Show show)
 {
     ordered_json list = ordered_json::array();
-    for (const auto& item : items)
+    for (const auto& item : items) {
         list.push_back(show(item));
+    }
     return list;
 }
 
@@ -141,11 +145,11 @@ ordered_json headJson(const host::loggedEntry& entry)
 
 ordered_json entryJson(const host::loggedEntry& entry)
 {
-    ordered_json result    = headJson(entry);
-    result["event_type"]   = entry.eventType;
-    result["incomplete"]   = entry.incomplete;
-    result["srcs"]         = listJson(entry.srcs, srcJson);
-    result["callouts"]     = listJson(entry.callouts, [](const host::loggedCallout& callout) -> ordered_json {
+    ordered_json result = headJson(entry);
+    result["event_type"] = entry.eventType;
+    result["incomplete"] = entry.incomplete;
+    result["srcs"] = listJson(entry.srcs, srcJson);
+    result["callouts"] = listJson(entry.callouts, [](const host::loggedCallout& callout) -> ordered_json {
         return {{"priority", callout.priority},
                 {"procedure", callout.procedure},
                 {"text", procedureText(callout.procedure)}};
@@ -166,11 +170,12 @@ ordered_json entryJson(const host::loggedEntry& entry)
                          {"subsection", details.subsection},
                          {"name", subsectionText(details.component, details.subsection)},
                          {"hex", hex(details.bytes)}};
-        if (isText(details.bytes))
+        if (isText(details.bytes)) {
             row["text"] = asText(details.bytes);
+        }
         return row;
     });
-    result["traces"]       = listJson(entry.traces, [](const host::loggedTrace& trace) -> ordered_json {
+    result["traces"] = listJson(entry.traces, [](const host::loggedTrace& trace) -> ordered_json {
         return {{"buffer", trace.buffer}, {"text", trace.text}};
     });
     return result;
@@ -180,9 +185,9 @@ ordered_json entryJson(const host::loggedEntry& entry)
 /// devices apart.
 std::string shortened(const std::string& text, std::size_t most)
 {
-    constexpr std::string_view gap    = "...";
-    const auto                 inside = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
-    std::string                shown  = escaped(text);
+    constexpr std::string_view gap = "...";
+    const auto inside = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
+    std::string shown = escaped(text);
     if (shown.size() <= most) {
         return shown;
     }
@@ -201,8 +206,8 @@ std::string shortened(const std::string& text, std::size_t most)
 void showRow(const host::loggedEntry& entry)
 {
     constexpr std::size_t deviceColumns = 38;
-    const std::uint32_t   reason        = entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason];
-    const std::string     device        = host::deviceOf(entry);
+    const std::uint32_t reason = entry.srcs.empty() ? 0 : entry.srcs.front().words[wordReason];
+    const std::string device = host::deviceOf(entry);
     standardOutput().text(fmt::format(
         "{} {:.19}  {:08X}  {}\n{:<11}{}\n", standardOutput().paint(colour::bold, fmt::format("0x{:08X}", entry.plid)),
         timeText(entry.committedMs), entry.returnCode, device.empty() ? "-" : shortened(device, deviceColumns), "",
@@ -236,10 +241,11 @@ void showDetails(const host::loggedDetails& details)
     }
     constexpr std::size_t columns = 16;
     for (std::size_t at = 0; at < details.bytes.size(); at += columns) {
-        const auto  end = std::min(at + columns, details.bytes.size());
+        const auto end = std::min(at + columns, details.bytes.size());
         std::string row = fmt::format("  {:04x} ", at);
-        for (std::size_t index = at; index < end; ++index)
+        for (std::size_t index = at; index < end; ++index) {
             row += fmt::format(" {:02x}", details.bytes[index]);
+        }
         standardOutput().text(row + "\n");
     }
 }
@@ -248,8 +254,9 @@ void showDetails(const host::loggedDetails& details)
 void showLines(const std::string& text)
 {
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
         standardOutput().text("  " + escaped(line) + "\n");
+    }
 }
 
 void showEntry(const host::loggedEntry& entry)
@@ -260,25 +267,31 @@ void showEntry(const host::loggedEntry& entry)
     line("return code", fmt::format("0x{:08X}", entry.returnCode));
     line("process", fmt::format("{} ({})", escaped(entry.process), entry.processId));
     line("commit action", fmt::format("0x{:04X}", entry.commitAction));
-    for (std::size_t index = 0; index < entry.srcs.size(); ++index)
+    for (std::size_t index = 0; index < entry.srcs.size(); ++index) {
         showSrc(index, entry.srcs[index]);
-    for (const host::loggedCallout& callout : entry.callouts)
+    }
+    for (const host::loggedCallout& callout : entry.callouts) {
         line("callout", fmt::format("priority {}, procedure {}", callout.priority,
                                     named(std::to_string(callout.procedure), procedureText(callout.procedure))));
-    for (const host::loggedFruCallout& callout : entry.fruCallouts)
+    }
+    for (const host::loggedFruCallout& callout : entry.fruCallouts) {
         line("part callout", fmt::format("priority {}, device number 0x{:04X}", callout.priority, callout.fru));
-    for (const host::loggedSoftwareError& error : entry.softwareErrors)
+    }
+    for (const host::loggedSoftwareError& error : entry.softwareErrors) {
         line("step failed",
              fmt::format("return code 0x{:08X}, module {}, site {}", error.returnCode,
                          named(std::to_string(error.word1), moduleText(error.component, error.word1)), error.word2));
-    for (const host::loggedDetails& details : entry.userDetails)
+    }
+    for (const host::loggedDetails& details : entry.userDetails) {
         showDetails(details);
+    }
     for (const host::loggedTrace& trace : entry.traces) {
         line("trace", escaped(trace.buffer));
         showLines(trace.text);
     }
-    if (entry.incomplete)
+    if (entry.incomplete) {
         line("incomplete", "an item is missing for lack of memory");
+    }
 }
 
 /// A file that is there whole or, for "-", standard output.
@@ -287,21 +300,24 @@ class exportFile
 public:
     explicit exportFile(const std::string& name)
     {
-        if (name != "-")
+        if (name != "-") {
             m_file.emplace(name, "export");
+        }
     }
     void line(const ordered_json& value)
     {
         const std::string text = value.dump(-1, ' ', true, ordered_json::error_handler_t::replace) + "\n";
-        if (m_file)
+        if (m_file) {
             m_file->write(std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()));
-        else
+        } else {
             standardOutput().text(text);
+        }
     }
     void finish()
     {
-        if (m_file)
+        if (m_file) {
             m_file->finish();
+        }
     }
 
 private:
@@ -311,8 +327,8 @@ private:
 /// Whether this user may change the log's files.
 bool mayChangeLog()
 {
-    const std::filesystem::path& folder   = host::currentConfiguration().stateFolder;
-    const std::filesystem::path  database = folder / "errors.db";
+    const std::filesystem::path& folder = host::currentConfiguration().stateFolder;
+    const std::filesystem::path database = folder / "errors.db";
     return access(folder.c_str(), W_OK | X_OK) == 0 && (access(database.c_str(), W_OK) == 0 || errno == ENOENT);
 }
 
@@ -320,57 +336,63 @@ bool mayChangeLog()
 
 int runErrorsList(const context& shared, const errorsListOptions& options)
 {
-    int        code    = exitDone;
+    int code = exitDone;
     const auto entries = entriesOf(storeFilter(options.filter), code);
     if (shared.json) {
         standardOutput().json({{"entries", listJson(entries, headJson)}});
     } else if (entries.empty()) {
         const errorsFilter& filter = options.filter;
-        const bool          all    = filter.since.empty() && !filter.severity && !filter.component;
+        const bool all = filter.since.empty() && !filter.severity && !filter.component;
         if (code == exitDone) { // else nobody knows
             standardOutput().text(all ? "no error entries\n" : "no error entries match\n");
         }
     } else {
         standardOutput().text("entry      committed (UTC)      code      device\n           first reason\n");
-        for (const host::loggedEntry& entry : entries)
+        for (const host::loggedEntry& entry : entries) {
             showRow(entry);
+        }
     }
     return code;
 }
 
 int runErrorsShow(const context& shared, const errorsShowOptions& options)
 {
-    int               code = exitDone;
+    int code = exitDone;
     host::entryFilter filter;
-    if (options.id == "last")
+    if (options.id == "last") {
         filter.limit = 1;
-    else
+    } else {
         filter.plid = static_cast<std::uint32_t>(parseNumber(options.id, "entry", 0xFFFFFFFF));
+    }
     const auto entries = entriesOf(filter, code);
-    if (entries.empty())
-        throw failure{.code    = exitFailed,
-                      .what    = "no such error entry",
+    if (entries.empty()) {
+        throw failure{.code = exitFailed,
+                      .what = "no such error entry",
                       .tryThis = "'kestctl errors list' shows them",
-                      .device  = options.id};
-    if (shared.json)
+                      .device = options.id};
+    }
+    if (shared.json) {
         standardOutput().json(entryJson(entries.front()));
-    else
+    } else {
         showEntry(entries.front());
+    }
     return code;
 }
 
 int runErrorsExport(const context& shared, const errorsExportOptions& options)
 {
-    int        code    = exitDone;
+    int code = exitDone;
     const auto entries = entriesOf(storeFilter(options.filter), code);
     exportFile file(options.file);
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
         file.line(entryJson(*entry));
+    }
     file.finish();
-    if (options.file != "-" && shared.json)
+    if (options.file != "-" && shared.json) {
         standardOutput().json({{"file", options.file}, {"entries", entries.size()}});
-    else if (options.file != "-")
+    } else if (options.file != "-") {
         standardOutput().text(fmt::format("{} entries written to {}\n", entries.size(), escaped(options.file)));
+    }
     return code;
 }
 
@@ -378,10 +400,12 @@ int runErrorsClear(const context& shared, const errorsClearOptions& options)
 {
     confirm("All error entries will be deleted.", options.yes);
     const std::string error = host::clearEntries();
-    if (!error.empty())
+    if (!error.empty()) {
         throw failure{.code = mayChangeLog() ? exitFailed : exitRefused, .what = error, .step = "clear the error log"};
-    if (shared.json)
+    }
+    if (shared.json) {
         standardOutput().json({{"cleared", true}});
+    }
     return exitDone;
 }
 

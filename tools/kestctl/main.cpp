@@ -74,8 +74,8 @@ private:
     static std::string wrapped(const std::string& text)
     {
         std::istringstream words(text);
-        std::string        result;
-        std::size_t        column = 0;
+        std::string result;
+        std::size_t column = 0;
         for (std::string word; words >> word;) {
             const bool fits = column + 1 + word.size() <= textColumns;
             result += (column == 0 ? "" : fits ? " " : "\n") + word;
@@ -97,8 +97,9 @@ void setUp(CLI::App& app, context& shared)
            "--config", [](const std::string& file) { kest::host::useConfigurationFile(file); },
            "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml")
         ->type_name("FILE");
-    for (const auto& add : areas)
+    for (const auto& add : areas) {
         add(app, shared);
+    }
 }
 
 /// The subcommand that the wrong use was about, for the hint: "kestctl port write".
@@ -111,16 +112,18 @@ std::string deepestCommand(const CLI::App& app)
 /// What the parser complains about. Where it misses a subcommand, a word that is none says more.
 std::string complaint(const CLI::App& app, const CLI::ParseError& why)
 {
-    for (const std::string& word : app.remaining(true))
-        if (!word.starts_with('-') && std::string(why.what()).find("subcommand") != std::string::npos)
+    for (const std::string& word : app.remaining(true)) {
+        if (!word.starts_with('-') && std::string(why.what()).find("subcommand") != std::string::npos) {
             return "there is no '" + word + "'";
+        }
+    }
     return why.what();
 }
 
 /// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is told at the end.
 void tellSpooledEntry(const std::string& problem)
 {
-    std::fputs((failureLine("kestctl", {.what    = "the error log can't be used: " + problem,
+    std::fputs((failureLine("kestctl", {.what = "the error log can't be used: " + problem,
                                         .tryThis = "entries wait in its spool"}) +
                 "\n")
                    .c_str(),
@@ -134,15 +137,17 @@ int parseAndRun(int count, char** words, context& shared)
     try {
         app.parse(count, words);
     } catch (const CLI::ParseError& end) {
-        if (end.get_exit_code() != 0)
+        if (end.get_exit_code() != 0) {
             throw wrongUse(complaint(app, end), "'" + deepestCommand(app) + " --help' shows how");
+        }
         std::ostringstream text;
         app.exit(end, text, text);
         standardOutput().text(text.str());
         return exitDone;
     }
-    if (shared.needsConfiguration && !kest::host::configurationError().empty())
+    if (shared.needsConfiguration && !kest::host::configurationError().empty()) {
         throw wrongUse(kest::host::configurationError(), "repair it, or name another file by --config");
+    }
     return shared.action();
 }
 

@@ -28,11 +28,12 @@ constexpr const char* readStep = "read by message";
 void describeAnswer(const client::answer& answer, const device& which, failure& why)
 {
     const auto entries = host::listEntries({.plid = answer.logId}).entries;
-    const auto logged  = std::ranges::find(entries, answer.returnCode, &host::loggedEntry::returnCode);
-    if (answer.logId != 0 && logged != entries.end())
+    const auto logged = std::ranges::find(entries, answer.returnCode, &host::loggedEntry::returnCode);
+    if (answer.logId != 0 && logged != entries.end()) {
         describeEntry(*logged, which, why);
-    else
+    } else {
         describeReturnCode(answer.returnCode, why);
+    }
     hintAtWrongForm(why, which);
 }
 
@@ -55,19 +56,20 @@ exitCode codeOfRefusal(std::uint32_t returnCode)
 void describeUnreachable(const client::answer& answer, failure& why)
 {
     const bool forbidden = answer.error == EACCES || answer.error == EPERM;
-    why.code             = forbidden ? exitRefused : answer.error == EAGAIN ? exitBusy : exitFailed;
-    why.tryThis          = forbidden                ? "run it as a user who may use the service's socket"
-                           : answer.error == EAGAIN ? "try again in a moment"
-                                                    : "start kestd, or name its socket by --socket";
+    why.code = forbidden ? exitRefused : answer.error == EAGAIN ? exitBusy : exitFailed;
+    why.tryThis = forbidden                ? "run it as a user who may use the service's socket"
+                  : answer.error == EAGAIN ? "try again in a moment"
+                                           : "start kestd, or name its socket by --socket";
 }
 
 /// Throws for an answer that is none.
 void throwAnswer(const client::answer& answer, const device& which, const std::string& step)
 {
-    if (answer)
+    if (answer) {
         return;
+    }
     failure why{.what = answer.message, .device = which.label, .step = step};
-    why.logId      = answer.logId;
+    why.logId = answer.logId;
     why.returnCode = answer.returnCode;
     switch (answer.what) {
     case client::outcome::refused:
@@ -85,8 +87,9 @@ void throwAnswer(const client::answer& answer, const device& which, const std::s
     default:
         break;
     }
-    if (why.tryThis.empty() && why.logId != 0)
+    if (why.tryThis.empty() && why.logId != 0) {
         why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
+    }
     throw why;
 }
 
@@ -94,16 +97,18 @@ void throwAnswer(const client::answer& answer, const device& which, const std::s
 /// that agree are no proof.
 void guardHubRead(const device& which, bool force)
 {
-    if (!which.behindHub())
+    if (!which.behindHub()) {
         return;
-    if (!force)
-        throw failure{.code    = exitRefused,
-                      .what    = "through a hub bytes can come that were never read, and a message can't tell",
+    }
+    if (!force) {
+        throw failure{.code = exitRefused,
+                      .what = "through a hub bytes can come that were never read, and a message can't tell",
                       .tryThis = fmt::format("'kestctl seeprom read {}' reads until it can be relied on, --force takes "
                                              "what comes",
                                              shellWord(which.label)),
-                      .device  = which.label,
-                      .step    = readStep};
+                      .device = which.label,
+                      .step = readStep};
+    }
     std::fputs(fmt::format("kestctl: {}: read through a hub: the bytes can be ones that were never read\n",
                            escaped(which.label))
                    .c_str(),
@@ -122,13 +127,14 @@ client::Connection connect(const messageOptions& options)
 void warnUnlessHardware()
 {
     const auto& registry = host::currentConfiguration().registry;
-    const auto  mode     = registry.find("tavo/ReadMode");
-    if (mode != registry.end() && mode->second.rfind("HWareMode", 0) != 0)
+    const auto mode = registry.find("tavo/ReadMode");
+    if (mode != registry.end() && mode->second.rfind("HWareMode", 0) != 0) {
         std::fputs(
             fmt::format("kestctl: the read mode is {}: messages are served from copy 0, whatever device they name\n",
                         escaped(mode->second))
                 .c_str(),
             stderr);
+    }
 }
 
 std::uint64_t offsetOf(const messageOptions& options)
@@ -138,10 +144,11 @@ std::uint64_t offsetOf(const messageOptions& options)
 
 byteRange rangeOf(const seeprom& chip, const messageOptions& options)
 {
-    if (!options.length.empty())
+    if (!options.length.empty()) {
         return chip.range(offsetOf(options), parseSize(options.length, "length", 0xFFFFFFFF));
+    }
     byteRange range = chip.range(offsetOf(options), std::nullopt);
-    range.length    = std::min(range.length, client::maximumDataBytes);
+    range.length = std::min(range.length, client::maximumDataBytes);
     return range;
 }
 
@@ -152,41 +159,44 @@ seeprom seepromNamed(const std::string& name) { return {findDevice(name), access
 void requireWhole(const client::answer& answer, const device& which, const byteRange& range)
 {
     const std::size_t came = answer.data.size();
-    if (came >= range.length)
+    if (came >= range.length) {
         return;
-    throw failure{.what    = fmt::format("{} of {} bytes came from offset {}", came, range.length, range.offset),
+    }
+    throw failure{.what = fmt::format("{} of {} bytes came from offset {}", came, range.length, range.offset),
                   .tryThis = came == 0 ? "" : fmt::format("--length {} reads what there is", came),
-                  .device  = which.label,
-                  .step    = readStep};
+                  .device = which.label,
+                  .step = readStep};
 }
 
 } // namespace
 
 int runMessageRead(const context& shared, const messageOptions& options)
 {
-    const seeprom   chip  = seepromNamed(options.device);
-    const device&   which = chip.target();
+    const seeprom chip = seepromNamed(options.device);
+    const device& which = chip.target();
     const byteRange range = rangeOf(chip, options);
     guardHubRead(which, options.force);
     warnUnlessHardware();
     client::Connection service = connect(options);
-    client::answer     answer  = service.readSeeprom(which.text, range.offset, range.length);
+    client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
     throwAnswer(answer, which, readStep);
     requireWhole(answer, which, range);
     // mixed mode without a copy answers the whole device
     answer.data.resize(range.length);
-    if (!options.output.empty())
+    if (!options.output.empty()) {
         writeOutput(options.output, answer.data, options.force);
+    }
     if (shared.json && options.output != "-") {
         nlohmann::ordered_json result{{"device", which.label},
                                       {"text", which.text},
                                       {"offset", range.offset},
                                       {"length", answer.data.size()},
                                       {"flags", answer.flags}};
-        if (options.output.empty())
+        if (options.output.empty()) {
             result["data"] = hexDigits(answer.data);
-        else
+        } else {
             result["output"] = options.output;
+        }
         standardOutput().json(result);
     } else if (options.output.empty()) {
         standardOutput().text(hexLines(range.offset, answer.data));
@@ -196,10 +206,11 @@ int runMessageRead(const context& shared, const messageOptions& options)
 
 int runMessageWrite(const context& shared, const messageOptions& options)
 {
-    const seeprom chip  = seepromNamed(options.device);
+    const seeprom chip = seepromNamed(options.device);
     const device& which = chip.target();
-    if (options.input.empty() == options.hex.empty())
+    if (options.input.empty() == options.hex.empty()) {
         throw wrongUse("give what to write: a file by --input, or bytes by --hex");
+    }
     const byteVector bytes =
         options.input.empty() ? parseHex(options.hex, "--hex") : readInput(options.input, client::maximumDataBytes);
     const byteRange range = chip.range(offsetOf(options), bytes.size());
@@ -208,34 +219,36 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);
-    client::Connection   service = connect(options);
-    const client::answer answer  = service.writeSeeprom(which.text, range.offset, bytes);
+    client::Connection service = connect(options);
+    const client::answer answer = service.writeSeeprom(which.text, range.offset, bytes);
     throwAnswer(answer, which, "write by message");
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"device", which.label},
                                {"text", which.text},
                                {"offset", range.offset},
                                {"length", range.length},
                                {"flags", answer.flags}});
-    else
+    } else {
         standardOutput().text(fmt::format("{}: wrote {} by message; not verified\n", escaped(which.label),
                                           countText(range.length, "byte")));
+    }
     return exitDone;
 }
 
 int runMessageLocation(const context& shared, const messageOptions& options)
 {
-    const auto           number  = static_cast<std::uint32_t>(parseNumber(options.device, "device number", 0xFFFFFFFF));
-    client::Connection   service = connect(options);
-    const client::answer answer  = service.location(number, options.position);
-    device               asked;
+    const auto number = static_cast<std::uint32_t>(parseNumber(options.device, "device number", 0xFFFFFFFF));
+    client::Connection service = connect(options);
+    const client::answer answer = service.location(number, options.position);
+    device asked;
     asked.label = options.device;
     throwAnswer(answer, asked, "look up by message");
     const std::string text(answer.data.begin(), answer.data.end());
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"number", number}, {"position", options.position}, {"text", text}});
-    else
+    } else {
         standardOutput().text(escaped(text) + "\n");
+    }
     return exitDone;
 }
 

@@ -11,15 +11,15 @@ namespace kest::tools
 
 struct messageOptions {
     std::string device;
-    std::string offset;         ///< empty: 0
-    std::string length;         ///< empty: up to the end, at most what one message moves
-    std::string socket;         ///< empty: that of the configuration
+    std::string offset; ///< empty: 0
+    std::string length; ///< empty: up to the end, at most what one message moves
+    std::string socket; ///< empty: that of the configuration
     std::string timeout = "60"; ///< seconds
-    std::string output;         ///< of a read: file or "-"; empty: lines for people
-    std::string input;          ///< of a write: file or "-"; empty: `hex` is given
+    std::string output; ///< of a read: file or "-"; empty: lines for people
+    std::string input; ///< of a write: file or "-"; empty: `hex` is given
     std::string hex;
     bool force = false; ///< raw bytes even to a terminal, bytes through a hub; writing where a driver has the device
-    bool yes   = false;
+    bool yes = false;
     std::uint32_t position = 0; ///< of a location
 };
 /// Through a hub only when forced: bytes may come that were never read (exit code 3).

@@ -24,9 +24,9 @@ CLI::App* addMessageVerb(CLI::App* area, context& shared, const char* name, cons
 
 void addMessage(CLI::App& app, context& shared)
 {
-    CLI::App*  area = addArea(app, "message", "requests through the message service, kestd");
+    CLI::App* area = addArea(app, "message", "requests through the message service, kestd");
     const auto read = std::make_shared<messageOptions>();
-    CLI::App*  verb = addMessageVerb(area, shared, "read", "read a SEEPROM by message", read, runMessageRead);
+    CLI::App* verb = addMessageVerb(area, shared, "read", "read a SEEPROM by message", read, runMessageRead);
     verb->add_option("DEVICE", read->device, "name, number or device text")->required();
     verb->add_option("--offset", read->offset, "first byte, counted from 0 (default 0)")->type_name("N");
     verb->add_option("--length", read->length, "how many bytes (default: up to the end, at most 65536)")
@@ -36,7 +36,7 @@ void addMessage(CLI::App& app, context& shared)
     verb->add_flag("--force", read->force, "raw bytes even to a terminal; also through a hub");
 
     const auto write = std::make_shared<messageOptions>();
-    verb             = addMessageVerb(area, shared, "write", "write a SEEPROM by message", write, runMessageWrite);
+    verb = addMessageVerb(area, shared, "write", "write a SEEPROM by message", write, runMessageWrite);
     verb->add_option("DEVICE", write->device, "name, number or device text")->required();
     verb->add_option("-i,--input", write->input, "bytes to write from FILE, - for standard input")->type_name("FILE");
     verb->add_option("--hex", write->hex, "bytes to write as hexadecimal digits")->type_name("DIGITS");
@@ -45,8 +45,8 @@ void addMessage(CLI::App& app, context& shared)
     verb->add_flag("--force", write->force, "write also where a driver of the kernel has the device");
 
     const auto location = std::make_shared<messageOptions>();
-    verb                = addMessageVerb(area, shared, "location", "show the device text of a device number", location,
-                                         runMessageLocation);
+    verb = addMessageVerb(area, shared, "location", "show the device text of a device number", location,
+                          runMessageLocation);
     verb->add_option("NUMBER", location->device, "device number")->required();
     addNumber(verb, "--position", location->position, "which of the places the number can have (default 0)");
 }

@@ -37,10 +37,11 @@ inline CLI::Option* addSpeed(CLI::App* verb, std::uint32_t& target, const std::s
 {
     const auto read = [&target](const std::string& text) {
         constexpr std::uint64_t fastestKhz = 1000;
-        const std::uint64_t     khz        = parseNumber(text, "--speed", std::numeric_limits<std::uint32_t>::max());
-        if (khz == 0 || khz > fastestKhz)
+        const std::uint64_t khz = parseNumber(text, "--speed", std::numeric_limits<std::uint32_t>::max());
+        if (khz == 0 || khz > fastestKhz) {
             throw wrongUse(fmt::format("--speed {}: expected 1 to {} kHz; faster modes of the bus are not served", text,
                                        fastestKhz));
+        }
         target = static_cast<std::uint32_t>(khz);
     };
     return verb->add_option_function<std::string>("--speed", read, "bus speed in kHz; " + otherwise)->type_name("N");
@@ -51,9 +52,10 @@ inline CLI::Option* addVotes(CLI::App* verb, std::uint32_t& target)
 {
     const auto read = [&target](const std::string& text) {
         constexpr std::uint64_t mostReads = 99;
-        const std::uint64_t     reads     = parseNumber(text, "--voted", mostReads, 1);
-        if (reads == 2)
+        const std::uint64_t reads = parseNumber(text, "--voted", mostReads, 1);
+        if (reads == 2) {
             throw wrongUse("--voted 2: two reads that differ have no majority; take 3 or more");
+        }
         target = static_cast<std::uint32_t>(reads);
     };
     return verb->add_option_function<std::string>("--voted", read, "read N times and take the majority of each byte")

@@ -27,9 +27,9 @@ enum class family : std::uint8_t {
 };
 
 struct operationRow {
-    const char*      word;
+    const char* word;
     kest_dpOperation operation;
-    family           known;
+    family known;
 };
 
 constexpr std::array operations{
@@ -40,11 +40,11 @@ constexpr std::array operations{
 };
 
 struct functionRow {
-    const char*   word;
+    const char* word;
     kest_dpConfig config;
-    family        known;
-    bool          perPin;       ///< takes pins; else one byte
-    unsigned      pinsRequired; ///< of a chip that has it
+    family known;
+    bool perPin; ///< takes pins; else one byte
+    unsigned pinsRequired; ///< of a chip that has it
 };
 
 constexpr std::array functions{
@@ -71,12 +71,15 @@ const auto& findWord(const Rows& rows, const std::string& word, const device& wh
     const auto served = [&which](const auto& row) { return row.known == family::all || row.known == familyOf(which); };
     const auto row =
         std::ranges::find_if(rows, [&](const auto& candidate) { return word == candidate.word && served(candidate); });
-    if (row != rows.end())
+    if (row != rows.end()) {
         return *row;
+    }
     std::string known;
-    for (const auto& candidate : rows)
-        if (served(candidate))
+    for (const auto& candidate : rows) {
+        if (served(candidate)) {
             known += fmt::format("{}{}", known.empty() ? "" : ", ", candidate.word);
+        }
+    }
     throw wrongUse(fmt::format("{} '{}': a {} knows {}", what, word, which.end().type->chip, known));
 }
 
@@ -84,8 +87,9 @@ device portDevice(const std::string& name, const std::string& verb, bool sensors
 {
     device which = findDevice(name);
     refuseUnservedChain(which);
-    if (!sensors || which.end().type->kind != deviceKind::sensor)
+    if (!sensors || which.end().type->kind != deviceKind::sensor) {
         requireKind(which, {deviceKind::registers}, verb);
+    }
     return which;
 }
 
@@ -94,8 +98,9 @@ std::uint32_t allPins(const device& which) { return (1U << which.end().type->pin
 /// The pins given by number or list; exactly one of the two is there.
 std::uint32_t chosenPins(const std::string& bits, const std::string& pins, const device& which, const std::string& what)
 {
-    if (bits.empty() == pins.empty())
+    if (bits.empty() == pins.empty()) {
         throw wrongUse("give either " + what + " or --pins");
+    }
     return pins.empty() ? static_cast<std::uint32_t>(parseNumber(bits, what, allPins(which)))
                         : parsePins(pins, which.end().type->pins);
 }
@@ -103,26 +108,29 @@ std::uint32_t chosenPins(const std::string& bits, const std::string& pins, const
 std::string pinList(std::uint32_t pins)
 {
     std::string text;
-    for (unsigned pin = 0; pin < 32; ++pin)
-        if ((pins >> pin & 1U) != 0)
+    for (unsigned pin = 0; pin < 32; ++pin) {
+        if ((pins >> pin & 1U) != 0) {
             text += fmt::format("{}{}", text.empty() ? "" : ",", pin);
+        }
+    }
     return text.empty() ? "none" : text;
 }
 
 /// Pin 15 of the PCA9552 at C0 or C2 is the reset line of two hubs.
 struct resetLine {
     std::uint8_t address;
-    const char*  hubs;
+    const char* hubs;
 };
 constexpr std::array resetLines{resetLine{0xC0, "80 and 88"}, resetLine{0xC2, "82 and 8A"}};
-constexpr unsigned   resetPin = 15;
+constexpr unsigned resetPin = 15;
 
 void guardResetLine(const device& which, std::uint32_t pins, bool yes)
 {
     const auto line = std::ranges::find(resetLines, which.end().address, &resetLine::address);
-    if (which.end().type->type == KEST_DEV_9552 && line != resetLines.end() && (pins >> resetPin & 1U) != 0)
+    if (which.end().type->type == KEST_DEV_9552 && line != resetLines.end() && (pins >> resetPin & 1U) != 0) {
         confirm(fmt::format("Pin {} of {} is the reset line of the hubs at {}.", resetPin, which.label, line->hubs),
                 yes);
+    }
 }
 
 nlohmann::ordered_json head(const device& which)
@@ -134,33 +142,35 @@ nlohmann::ordered_json head(const device& which)
 
 int runPortRead(const context& shared, const portReadOptions& options)
 {
-    const device          which      = portDevice(options.device, "port read", true);
+    const device which = portDevice(options.device, "port read", true);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    std::uint32_t         value      = 0;
+    std::uint32_t value = 0;
     throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
     if (shared.json) {
         nlohmann::ordered_json result = head(which);
-        result["mask"]                = options.mask;
-        result["value"]               = value;
+        result["mask"] = options.mask;
+        result["value"] = value;
         standardOutput().json(result);
         return exitDone;
     }
     const unsigned digits = which.end().type->pins / 4;
     standardOutput().text(fmt::format("{}: 0x{:0{}X}\n", escaped(which.label), value, digits));
-    if (which.end().type->kind == deviceKind::registers)
+    if (which.end().type->kind == deviceKind::registers) {
         standardOutput().text(
             fmt::format("high: {}\nlow:  {}\n", pinList(value), pinList(~value & options.mask & allPins(which))));
+    }
     return exitDone;
 }
 
 int runPortWrite(const context& shared, const portWriteOptions& options)
 {
-    const device        which     = portDevice(options.device, "port write", false);
+    const device which = portDevice(options.device, "port write", false);
     const operationRow& operation = findWord(operations, options.operation, which, "operation");
-    const bool          copies    = operation.operation == KEST_DP_COPY;
-    const std::uint32_t bits      = chosenPins(options.bits, options.pins, which, "BITS");
-    if (!copies && !options.mask.empty())
+    const bool copies = operation.operation == KEST_DP_COPY;
+    const std::uint32_t bits = chosenPins(options.bits, options.pins, which, "BITS");
+    if (!copies && !options.mask.empty()) {
         throw wrongUse("--mask goes with copy alone");
+    }
     const std::uint32_t mask = options.mask.empty()
                                    ? allPins(which)
                                    : static_cast<std::uint32_t>(parseNumber(options.mask, "--mask", allPins(which)));
@@ -171,9 +181,9 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
                "port write");
     if (shared.json) {
         nlohmann::ordered_json result = head(which);
-        result["operation"]           = operation.word;
-        result["bits"]                = bits;
-        result["mask"]                = copies ? mask : bits;
+        result["operation"] = operation.word;
+        result["bits"] = bits;
+        result["mask"] = copies ? mask : bits;
         standardOutput().json(result);
     } else if (copies) {
         standardOutput().text(
@@ -187,13 +197,15 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
 int runPortConfig(const context& shared, const portConfigOptions& options)
 {
     constexpr std::uint64_t highestByte = 0xFF;
-    const device            which       = portDevice(options.device, "port config", false);
-    const functionRow&      function    = findWord(functions, options.function, which, "function");
-    if (which.end().type->pins < function.pinsRequired)
+    const device which = portDevice(options.device, "port config", false);
+    const functionRow& function = findWord(functions, options.function, which, "function");
+    if (which.end().type->pins < function.pinsRequired) {
         throw wrongUse(fmt::format("function '{}': a {} has one port, and its function is polarity0", function.word,
                                    which.end().type->chip));
-    if (!function.perPin && !options.pins.empty())
+    }
+    if (!function.perPin && !options.pins.empty()) {
         throw wrongUse(fmt::format("{} takes a VALUE, not --pins", function.word));
+    }
     const std::uint32_t value = function.perPin
                                     ? chosenPins(options.value, options.pins, which, "VALUE")
                                     : static_cast<std::uint32_t>(parseNumber(options.value, "VALUE", highestByte));
@@ -202,8 +214,8 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
     throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
     if (shared.json) {
         nlohmann::ordered_json result = head(which);
-        result["function"]            = function.word;
-        result["value"]               = value;
+        result["function"] = function.word;
+        result["value"] = value;
         standardOutput().json(result);
     } else {
         standardOutput().text(

@@ -12,10 +12,10 @@ namespace kest::tools
 
 /// Which entries are wanted.
 struct errorsFilter {
-    std::string                  since; ///< date, time or "2h"; empty: all
+    std::string since; ///< date, time or "2h"; empty: all
     std::optional<std::uint32_t> severity;
     std::optional<std::uint32_t> component;
-    std::uint32_t                limit = 0; ///< the latest so many; 0 all
+    std::uint32_t limit = 0; ///< the latest so many; 0 all
 };
 
 struct errorsListOptions {
@@ -30,7 +30,7 @@ int runErrorsShow(const context& shared, const errorsShowOptions& options);
 
 struct errorsExportOptions {
     errorsFilter filter;
-    std::string  file = "-";
+    std::string file = "-";
 };
 /// Writes whole entries as JSON lines, oldest first.
 int runErrorsExport(const context& shared, const errorsExportOptions& options);
@@ -41,11 +41,11 @@ struct errorsClearOptions {
 int runErrorsClear(const context& shared, const errorsClearOptions& options);
 
 struct traceOptions {
-    std::optional<std::uint32_t> pid;          ///< one process
-    std::string                  buffer;       ///< one buffer: "kest", "IIC"; empty all
-    std::uint32_t                last = 0;     ///< the latest so many records; 0 all
-    bool                         list = false; ///< the rings, not their records
-    std::string                  folder;       ///< of rings to read instead of the configured one
+    std::optional<std::uint32_t> pid; ///< one process
+    std::string buffer; ///< one buffer: "kest", "IIC"; empty all
+    std::uint32_t last = 0; ///< the latest so many records; 0 all
+    bool list = false; ///< the rings, not their records
+    std::string folder; ///< of rings to read instead of the configured one
 };
 int runTrace(const context& shared, const traceOptions& options);
 

@@ -22,7 +22,7 @@ using host::iic::scanResult;
 using nlohmann::ordered_json;
 
 constexpr unsigned addresses7 = 128;
-constexpr unsigned columns    = 16;
+constexpr unsigned columns = 16;
 
 const char* stateText(presence state)
 {
@@ -59,13 +59,15 @@ void showGrid(const std::vector<scanResult>& results)
 {
     std::array<std::string, addresses7> marks;
     marks.fill("  ");
-    for (const scanResult& result : results)
+    for (const scanResult& result : results) {
         marks.at(result.address >> 1U) = mark(result);
+    }
     std::string text = "     0  1  2  3  4  5  6  7  8  9  a  b  c  d  e  f\n";
     for (unsigned row = 0; row < addresses7; row += columns) {
         std::string line = fmt::format("{:02x}:", row);
-        for (unsigned column = 0; column < columns; ++column)
+        for (unsigned column = 0; column < columns; ++column) {
             line += " " + marks[row + column];
+        }
         text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
     }
     standardOutput().text(text);
@@ -85,8 +87,9 @@ std::size_t alike(const inventory& all, const busName& bus, const std::vector<sc
 {
     std::size_t end = first;
     while (end < results.size() && results[end].state == presence::uncertain &&
-           results[end].reason == results[first].reason && known(all, bus, results[end].address).empty())
+           results[end].reason == results[first].reason && known(all, bus, results[end].address).empty()) {
         ++end;
+    }
     return std::max<std::size_t>(end - first, 1);
 }
 
@@ -95,17 +98,21 @@ void showList(const inventory& all, const busName& bus, const std::vector<scanRe
     standardOutput().text("\n");
     for (std::size_t at = 0; at < results.size();) {
         const scanResult& result = results[at];
-        const std::size_t count  = alike(all, bus, results, at);
+        const std::size_t count = alike(all, bus, results, at);
         at += count;
-        if (result.state == presence::absent)
+        if (result.state == presence::absent) {
             continue;
+        }
         std::string line = addressText(result.address) + known(all, bus, result.address);
-        if (count > 1)
+        if (count > 1) {
             line += " to " + addressText(results[at - 1].address);
-        if (result.state == presence::heldByDriver)
+        }
+        if (result.state == presence::heldByDriver) {
             line += "  a driver of the kernel has it";
-        if (result.state == presence::uncertain)
+        }
+        if (result.state == presence::uncertain) {
             line += "  uncertain: " + escaped(result.reason);
+        }
         standardOutput().text(trimmed(line) + "\n");
     }
 }
@@ -113,10 +120,11 @@ void showList(const inventory& all, const busName& bus, const std::vector<scanRe
 ordered_json rowJson(const inventory& all, const busName& bus, const scanResult& result)
 {
     const inventoryItem* item = all.find(bus, result.address);
-    ordered_json         row{
+    ordered_json row{
         {"address", result.address}, {"address7", result.address >> 1U}, {"state", stateText(result.state)}};
-    if (result.state == presence::uncertain)
+    if (result.state == presence::uncertain) {
         row["reason"] = result.reason;
+    }
     if (item != nullptr) {
         row["type"] = item->chip;
         row["name"] = item->name;
@@ -127,8 +135,9 @@ ordered_json rowJson(const inventory& all, const busName& bus, const scanResult&
 busName chosenBus(const std::string& name, const std::string& node)
 {
     busName bus = findBus(name);
-    if (!node.empty())
+    if (!node.empty()) {
         bus.node = node;
+    }
     return bus;
 }
 
@@ -136,14 +145,16 @@ busName chosenBus(const std::string& name, const std::string& node)
 
 int runScan(const context& shared, const scanOptions& options)
 {
-    const busName                 bus     = chosenBus(options.bus, options.node);
+    const busName bus = chosenBus(options.bus, options.node);
     const std::vector<scanResult> results = openBus(bus)->scan();
-    const inventory               all;
+    const inventory all;
     if (shared.json) {
         ordered_json rows = ordered_json::array();
-        for (const scanResult& result : results)
-            if (result.state != presence::absent)
+        for (const scanResult& result : results) {
+            if (result.state != presence::absent) {
                 rows.push_back(rowJson(all, bus, result));
+            }
+        }
         standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"probed", results.size()}, {"devices", rows}});
     } else {
         showGrid(results);
@@ -156,10 +167,11 @@ int runReset(const context& shared, const resetOptions& options)
 {
     const busName bus = chosenBus(options.bus, options.node);
     resetBus(bus);
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"reset", true}});
-    else
+    } else {
         standardOutput().text(escaped(busText(bus)) + ": reset, the bus is free\n");
+    }
     return exitDone;
 }
 

@@ -18,15 +18,15 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::uint64_t most32Bits   = 0xFFFFFFFF;
-constexpr std::size_t   mostDumpText = 16UL << 20;
+constexpr std::uint64_t most32Bits = 0xFFFFFFFF;
+constexpr std::size_t mostDumpText = 16UL << 20;
 
 accessOptions accessOf(const seepromOptions& options, accessMode mode)
 {
-    return {.mode         = options.mode.empty() ? mode : parseMode(options.mode),
-            .speedKhz     = options.speedKhz,
+    return {.mode = options.mode.empty() ? mode : parseMode(options.mode),
+            .speedKhz = options.speedKhz,
             .writeCycleMs = options.writeCycleMs,
-            .votes        = std::max(options.votes, 1U)};
+            .votes = std::max(options.votes, 1U)};
 }
 
 seeprom openSeeprom(const std::string& name, const seepromOptions& options)
@@ -38,8 +38,9 @@ seeprom openSeeprom(const std::string& name, const seepromOptions& options)
 seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
 {
     device which = options.device.empty() ? parseDeviceText(contents.text) : findDevice(options.device);
-    if (options.device.empty())
+    if (options.device.empty()) {
         which.number = contents.number;
+    }
     return {which, accessOf(options, contents.mode)};
 }
 
@@ -70,25 +71,28 @@ nlohmann::ordered_json rangeJson(const seeprom& chip, const byteRange& range)
 byteVector inputBytes(const std::string& file, const seeprom& chip, const seepromOptions& options)
 {
     const std::uint64_t offset = offsetOf(options);
-    const byteRange     room   = chip.range(offset, lengthOf(options));
-    byteVector          bytes  = readInput(file, lengthOf(options) ? mostDumpText : room.length);
+    const byteRange room = chip.range(offset, lengthOf(options));
+    byteVector bytes = readInput(file, lengthOf(options) ? mostDumpText : room.length);
     if (const auto length = lengthOf(options)) {
-        if (bytes.size() < *length)
+        if (bytes.size() < *length) {
             throw wrongUse(fmt::format("{} holds {} bytes, fewer than the length {}", file, bytes.size(), *length));
+        }
         bytes.resize(static_cast<std::size_t>(*length)); // fits: no more than were read
     }
-    if (bytes.empty())
+    if (bytes.empty()) {
         throw wrongUse(fmt::format("{} is empty", file));
+    }
     return bytes;
 }
 
 /// The bytes given by --hex: all of them, so that a length beside them must be theirs.
 byteVector hexBytes(const seepromWriteOptions& options)
 {
-    byteVector bytes  = parseHex(options.hex, "--hex");
+    byteVector bytes = parseHex(options.hex, "--hex");
     const auto length = lengthOf(options.to);
-    if (length && *length != bytes.size())
+    if (length && *length != bytes.size()) {
         throw wrongUse(fmt::format("--length {}: --hex gives {}", *length, countText(bytes.size(), "byte")));
+    }
     return bytes;
 }
 
@@ -121,9 +125,10 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
             fmt::format("{}: wrote {} in {}; unchanged: {}; {}\n", name, countText(report.bytesWritten, "byte"),
                         countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
                         report.verified ? "read back and compared" : "not verified"));
-        if (!report.undoFile.empty())
+        if (!report.undoFile.empty()) {
             standardOutput().text(
                 fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
+        }
     }
     return exitDone;
 }
@@ -132,15 +137,17 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
 std::vector<std::uint32_t> differences(const byteVector& one, const byteVector& other)
 {
     std::vector<std::uint32_t> offsets;
-    for (std::size_t at = 0; at < one.size(); ++at)
-        if (one[at] != other[at])
+    for (std::size_t at = 0; at < one.size(); ++at) {
+        if (one[at] != other[at]) {
             offsets.push_back(static_cast<std::uint32_t>(at));
+        }
+    }
     return offsets;
 }
 
 /// What the device is compared with: bytes, and the name they go by.
 struct comparison {
-    byteRange  range;
+    byteRange range;
     byteVector present;
     byteVector other;
 };
@@ -149,9 +156,10 @@ bool namesDevice(const std::string& other)
 {
     std::error_code none;
     if (other.find(',') != std::string::npos) {
-        if (!other.starts_with("sim:") && std::filesystem::exists(other, none))
+        if (!other.starts_with("sim:") && std::filesystem::exists(other, none)) {
             throw wrongUse(fmt::format("'{}': a name with a comma is taken as a device text, not as a file's", other),
                            fmt::format("give the file by '- < {}'", shellWord(other)));
+        }
         return true;
     }
     try {
@@ -165,10 +173,10 @@ comparison compare(seeprom& chip, const seepromCompareOptions& options, bool dev
 {
     comparison both;
     if (devicesToo && options.other != "-" && namesDevice(options.other)) {
-        seeprom second    = openSeeprom(options.other, options.with);
-        both.range        = rangeOf(chip, options.with);
+        seeprom second = openSeeprom(options.other, options.with);
+        both.range = rangeOf(chip, options.with);
         both.range.length = std::min(both.range.length, second.range(both.range.offset, std::nullopt).length);
-        both.other        = second.read(both.range, "read");
+        both.other = second.read(both.range, "read");
     } else {
         both.other = inputBytes(options.other, chip, options.with);
         both.range = chip.range(offsetOf(options.with), both.other.size());
@@ -181,11 +189,12 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
                    const std::vector<std::uint32_t>& offsets)
 {
     if (shared.json) {
-        auto                   result = rangeJson(chip, both.range);
-        nlohmann::ordered_json rows   = nlohmann::ordered_json::array();
-        for (const std::uint32_t at : offsets)
+        auto result = rangeJson(chip, both.range);
+        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+        for (const std::uint32_t at : offsets) {
             rows.push_back(
                 {{"offset", both.range.offset + at}, {"device", both.present[at]}, {"other", both.other[at]}});
+        }
         result.update({{"equal", offsets.empty()},
                        {"differing", offsets.size()},
                        {"differences", rows},
@@ -199,13 +208,14 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
 std::string diffLines(const comparison& both, const std::vector<std::uint32_t>& offsets)
 {
     constexpr std::uint32_t width = 16;
-    std::string             text;
-    std::uint32_t           next = 0;
+    std::string text;
+    std::uint32_t next = 0;
     for (const std::uint32_t at : offsets) {
-        if (at < next)
+        if (at < next) {
             continue;
+        }
         const std::uint32_t start = at / width * width;
-        const std::size_t   count = std::min<std::size_t>(width, both.present.size() - start);
+        const std::size_t count = std::min<std::size_t>(width, both.present.size() - start);
         text += "- " + hexLines(both.range.offset + start, std::span(both.present).subspan(start, count));
         text += "+ " + hexLines(both.range.offset + start, std::span(both.other).subspan(start, count));
         next = start + width;
@@ -217,17 +227,19 @@ std::string diffLines(const comparison& both, const std::vector<std::uint32_t>& 
 
 int runSeepromRead(const context& shared, const seepromReadOptions& options)
 {
-    seeprom          chip  = openSeeprom(options.from.device, options.from);
-    const byteRange  range = rangeOf(chip, options.from);
+    seeprom chip = openSeeprom(options.from.device, options.from);
+    const byteRange range = rangeOf(chip, options.from);
     const byteVector bytes = chip.read(range, "read");
-    if (!options.output.empty())
+    if (!options.output.empty()) {
         writeOutput(options.output, bytes, options.force);
+    }
     if (shared.json && options.output != "-") {
         auto result = rangeJson(chip, range);
-        if (options.output.empty())
+        if (options.output.empty()) {
             result["data"] = hexDigits(bytes);
-        else
+        } else {
             result["output"] = options.output;
+        }
         result["wavered"] = chip.wavered();
         standardOutput().json(result);
     } else if (options.output.empty()) {
@@ -238,53 +250,56 @@ int runSeepromRead(const context& shared, const seepromReadOptions& options)
 
 int runSeepromWrite(const context& shared, const seepromWriteOptions& options)
 {
-    seeprom             chip   = openSeeprom(options.to.device, options.to);
+    seeprom chip = openSeeprom(options.to.device, options.to);
     const std::uint64_t offset = offsetOf(options.to);
-    if (options.input.empty() == options.hex.empty())
+    if (options.input.empty() == options.hex.empty()) {
         throw wrongUse("give what to write: a file by --input, or bytes by --hex");
-    const byteVector  bytes  = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
-    const byteRange   range  = chip.range(offset, bytes.size());
+    }
+    const byteVector bytes = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
+    const byteRange range = chip.range(offset, bytes.size());
     const writeReport report = writeCarefully(chip, range.offset, bytes, options.care);
     return tellWrite(shared, chip, range.offset, bytes.size(), report, options.care);
 }
 
 int runSeepromVerify(const context& shared, const seepromCompareOptions& options)
 {
-    seeprom          chip    = openSeeprom(options.with.device, options.with);
-    const comparison both    = compare(chip, options, false);
-    const auto       offsets = differences(both.present, both.other);
+    seeprom chip = openSeeprom(options.with.device, options.with);
+    const comparison both = compare(chip, options, false);
+    const auto offsets = differences(both.present, both.other);
     if (!shared.json) {
         const std::string name = escaped(chip.target().label);
-        if (offsets.empty())
+        if (offsets.empty()) {
             standardOutput().text(fmt::format("{}: equal, {}\n", name, countText(both.range.length, "byte")));
-        else
+        } else {
             standardOutput().text(fmt::format("{}: {} of {} bytes differ, the first at offset {} (0x{:X})\n", name,
                                               offsets.size(), both.range.length, both.range.offset + offsets.front(),
                                               both.range.offset + offsets.front()));
+        }
     }
     return tellComparison(shared, chip, both, offsets);
 }
 
 int runSeepromDiff(const context& shared, const seepromCompareOptions& options)
 {
-    seeprom          chip    = openSeeprom(options.with.device, options.with);
-    const comparison both    = compare(chip, options, true);
-    const auto       offsets = differences(both.present, both.other);
-    if (!shared.json)
+    seeprom chip = openSeeprom(options.with.device, options.with);
+    const comparison both = compare(chip, options, true);
+    const auto offsets = differences(both.present, both.other);
+    if (!shared.json) {
         standardOutput().text(diffLines(both, offsets));
+    }
     return tellComparison(shared, chip, both, offsets);
 }
 
 int runSeepromDump(const context& shared, const seepromDumpOptions& options)
 {
-    seeprom           chip  = openSeeprom(options.from.device, options.from);
-    const byteRange   range = rangeOf(chip, options.from);
-    const byteVector  bytes = chip.read(range, "dump");
-    const std::string text  = dumpText(dumpOf(chip, range.offset, bytes));
+    seeprom chip = openSeeprom(options.from.device, options.from);
+    const byteRange range = rangeOf(chip, options.from);
+    const byteVector bytes = chip.read(range, "dump");
+    const std::string text = dumpText(dumpOf(chip, range.offset, bytes));
     writeOutput(options.output, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()), true);
     if (shared.json && options.output != "-") { // the dump itself is JSON, too
-        auto result       = rangeJson(chip, range);
-        result["output"]  = options.output;
+        auto result = rangeJson(chip, range);
+        result["output"] = options.output;
         result["wavered"] = chip.wavered();
         standardOutput().json(result);
     }
@@ -293,22 +308,24 @@ int runSeepromDump(const context& shared, const seepromDumpOptions& options)
 
 int runSeepromRestore(const context& shared, const seepromRestoreOptions& options)
 {
-    const auto         raw = readInput(options.file, mostDumpText);
+    const auto raw = readInput(options.file, mostDumpText);
     const dumpContents contents =
         parseDump(options.file, std::string(reinterpret_cast<const char*>(raw.data()), raw.size()));
-    if (!contents.proved)
+    if (!contents.proved) {
         std::fputs(fmt::format("kestctl: {}: an older dump: its sum covers the data alone, device and offset are not "
                                "proved\n",
                                escaped(options.file))
                        .c_str(),
                    stderr);
+    }
     seeprom chip = openDumped(contents, options.to);
-    if (const device saved = parseDeviceText(contents.text); saved.end().type != chip.target().end().type)
+    if (const device saved = parseDeviceText(contents.text); saved.end().type != chip.target().end().type) {
         throw failure{.code = exitWrongUse,
                       .what = fmt::format("{} was saved from a {}, this is a {}", options.file, saved.end().type->chip,
                                           chip.target().end().type->chip),
                       .device = chip.target().label};
-    const byteRange   range  = chip.range(contents.offset, contents.bytes.size());
+    }
+    const byteRange range = chip.range(contents.offset, contents.bytes.size());
     const writeReport report = writeCarefully(chip, range.offset, contents.bytes, options.care);
     return tellWrite(shared, chip, range.offset, contents.bytes.size(), report, options.care);
 }

@@ -36,7 +36,7 @@ void addCare(CLI::App* verb, carefulWriteOptions& care)
 void addRead(CLI::App* area, context& shared)
 {
     const auto options = std::make_shared<seepromReadOptions>();
-    CLI::App*  verb    = addVerb(area, "read", "read bytes, and show them or save them in a file");
+    CLI::App* verb = addVerb(area, "read", "read bytes, and show them or save them in a file");
     verb->add_option("DEVICE", options->from.device, "name, number or device text")->required();
     verb->add_option("-o,--output", options->output, "save the raw bytes in FILE, - for standard output")
         ->type_name("FILE");
@@ -48,9 +48,9 @@ void addRead(CLI::App* area, context& shared)
 void addWrite(CLI::App* area, context& shared)
 {
     const auto options = std::make_shared<seepromWriteOptions>();
-    CLI::App*  verb    = addVerb(area, "write", "write bytes: asks, keeps the old ones in an undo file, reads back",
-                                 "Pages that hold the data already are left out. A write that fails tells how many\n"
-                                     "bytes are certain.");
+    CLI::App* verb = addVerb(area, "write", "write bytes: asks, keeps the old ones in an undo file, reads back",
+                             "Pages that hold the data already are left out. A write that fails tells how many\n"
+                             "bytes are certain.");
     verb->add_option("DEVICE", options->to.device, "name, number or device text")->required();
     verb->add_option("-i,--input", options->input, "bytes to write from FILE, - for standard input")->type_name("FILE");
     verb->add_option("--hex", options->hex, "bytes to write as hexadecimal digits")->type_name("DIGITS");
@@ -65,7 +65,7 @@ void addCompare(CLI::App* area, context& shared, const char* name, const char* h
                 int (*run)(const context&, const seepromCompareOptions&))
 {
     const auto options = std::make_shared<seepromCompareOptions>();
-    CLI::App*  verb    = addVerb(area, name, help);
+    CLI::App* verb = addVerb(area, name, help);
     verb->add_option("DEVICE", options->with.device, "name, number or device text")->required();
     verb->add_option("OTHER", options->other, otherHelp)->required();
     addCommon(verb, options->with);
@@ -75,7 +75,7 @@ void addCompare(CLI::App* area, context& shared, const char* name, const char* h
 void addDump(CLI::App* area, context& shared)
 {
     const auto options = std::make_shared<seepromDumpOptions>();
-    CLI::App*  verb    = addVerb(area, "dump", "save bytes with their device in a dump file, as JSON text");
+    CLI::App* verb = addVerb(area, "dump", "save bytes with their device in a dump file, as JSON text");
     verb->add_option("DEVICE", options->from.device, "name, number or device text")->required();
     verb->add_option("-o,--output", options->output, "dump file, - for standard output (default)")->type_name("FILE");
     addCommon(verb, options->from);
@@ -85,7 +85,7 @@ void addDump(CLI::App* area, context& shared)
 void addRestore(CLI::App* area, context& shared)
 {
     const auto options = std::make_shared<seepromRestoreOptions>();
-    CLI::App*  verb    = addVerb(area, "restore", "write a dump or undo file back");
+    CLI::App* verb = addVerb(area, "restore", "write a dump or undo file back");
     verb->add_option("FILE", options->file, "dump or undo file, - for standard input")->required();
     verb->add_option("--device", options->to.device, "another device of the same type than the one the file names")
         ->type_name("DEVICE");
@@ -116,20 +116,22 @@ void addCopyVerb(CLI::App* area, context& shared, const char* name, const char* 
                  const char* forceHelp, int (*run)(const context&, const copyOptions&))
 {
     const auto options = std::make_shared<copyOptions>();
-    CLI::App*  verb    = addVerb(area, name, help);
+    CLI::App* verb = addVerb(area, name, help);
     verb->add_option("COPY", options->which, "device number, or name of the device table")->required();
-    if (fileHelp != nullptr)
+    if (fileHelp != nullptr) {
         verb->add_option("FILE", options->file, fileHelp)->required();
+    }
     verb->add_flag("-y,--yes", options->yes, "do not ask before a copy is replaced or removed");
-    if (forceHelp != nullptr)
+    if (forceHelp != nullptr) {
         verb->add_flag("--force", options->force, forceHelp);
+    }
     runs(verb, shared, options, run);
 }
 
 void addCapture(CLI::App* area, context& shared)
 {
     const auto options = std::make_shared<copyCaptureOptions>();
-    CLI::App*  verb    = addVerb(area, "capture", "make a copy from the device's hardware");
+    CLI::App* verb = addVerb(area, "capture", "make a copy from the device's hardware");
     verb->add_option("DEVICE", options->from.device, "name or number of the device table")->required();
     addSpeed(verb, options->from.speedKhz, "400 otherwise");
     addVotes(verb, options->from.votes);

@@ -23,8 +23,8 @@ struct simShowOptions {
 int runSimShow(const context& shared, const simShowOptions& options);
 
 struct simFaultAddOptions {
-    sim::machine::fault        what;
-    std::optional<std::string> bus;     ///< "planar" or "sim:planar"; none: every bus
+    sim::machine::fault what;
+    std::optional<std::string> bus; ///< "planar" or "sim:planar"; none: every bus
     std::optional<std::string> address; ///< number; none: every address
 };
 int runSimFaultAdd(const context& shared, const simFaultAddOptions& options);

@@ -42,23 +42,25 @@ std::span<const unsigned char> embedded(std::string_view name)
 {
     const auto files = embeddedFiles();
     const auto found = std::ranges::find(files, name, &embeddedFile::name);
-    if (found == files.end())
+    if (found == files.end()) {
         throw failure{.code = exitFailed, .what = fmt::format("'{}' is not part of this program", name)};
+    }
     return found->bytes;
 }
 
 /// Makes a file that must not be there yet.
 void writeNew(const std::filesystem::path& path, std::span<const unsigned char> bytes)
 {
-    std::FILE* file  = std::fopen(path.c_str(), "wbx");
-    bool       good  = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    int        error = errno;
+    std::FILE* file = std::fopen(path.c_str(), "wbx");
+    bool good = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    int error = errno;
     if (file != nullptr && std::fclose(file) != 0 && good) {
-        good  = false;
+        good = false;
         error = errno;
     }
-    if (!good)
+    if (!good) {
         throw std::system_error{error, std::generic_category()};
+    }
 }
 
 /// A folder with a private name, removed with all that is left in it: a machine that can't be finished leaves nothing behind.
@@ -74,7 +76,7 @@ public:
         }
         m_path = name;
     }
-    privateFolder(const privateFolder&)            = delete;
+    privateFolder(const privateFolder&) = delete;
     privateFolder& operator=(const privateFolder&) = delete;
     ~privateFolder()
     {
@@ -100,11 +102,11 @@ bool isThere(const std::filesystem::path& folder)
         throw std::system_error{ENOTDIR, std::generic_category()};
     }
     if (!std::filesystem::is_empty(folder)) {
-        throw failure{.code    = exitRefused,
-                      .what    = "there is something in it already, which is not overwritten",
+        throw failure{.code = exitRefused,
+                      .what = "there is something in it already, which is not overwritten",
                       .tryThis = "name a new folder",
-                      .device  = folder.string(),
-                      .step    = "sim new"};
+                      .device = folder.string(),
+                      .step = "sim new"};
     }
     return true;
 }
@@ -113,7 +115,7 @@ void writeMachine(const std::filesystem::path& folder)
 {
     std::map<std::string, std::vector<std::uint8_t>> contents;
     for (const demoContent& content : demoContents) {
-        const auto bytes        = embedded(content.file);
+        const auto bytes = embedded(content.file);
         contents[content.image] = {bytes.begin(), bytes.end()};
     }
     sim::writeDemoMachine(folder, contents);
@@ -123,7 +125,7 @@ void writeMachine(const std::filesystem::path& folder)
 /// Makes the machine elsewhere and moves it into place when it is whole.
 void makeMachine(const std::filesystem::path& folder)
 {
-    const bool          there = isThere(folder);
+    const bool there = isThere(folder);
     const privateFolder place(there ? folder : folder.has_parent_path() ? folder.parent_path() : ".");
     // One level down: the private folder is its owner's alone, the machine has the usual permissions
     const std::filesystem::path made = place.path() / "machine";
@@ -154,12 +156,13 @@ int runSimNew(const context& shared, const simNewOptions& options)
         throw systemFailure(why.code().value(), "make machine", options.folder);
     }
     const std::string configuration = std::filesystem::absolute(folder / "kest.toml").lexically_normal().string();
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"folder", options.folder}, {"config", configuration}});
-    else
+    } else {
         standardOutput().text(
             fmt::format("made a demo machine; use it by\n  export KEST_CONFIG={}\n  kestctl topology\n",
                         escaped(shellWord(configuration))));
+    }
     return exitDone;
 }
 

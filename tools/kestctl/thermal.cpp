@@ -48,25 +48,27 @@ std::uint16_t readSample(const device& which)
 {
     KEST_thermal_sensor_info info{.devicePath = which.text.c_str(), .temperature = 0, .status = 0};
     throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which, "thermal read");
-    if (info.status != KEST_THERMAL_VALID)
+    if (info.status != KEST_THERMAL_VALID) {
         throw failure{
             .code = exitFailed, .what = "the reading is not valid", .device = which.label, .step = "thermal read"};
+    }
     return info.temperature;
 }
 
 void show(const context& shared, const device& which, std::uint16_t raw, bool oneLine)
 {
     const double degrees = celsius(which.end().type->type, raw);
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"time", timeText(nowMs())},
                                {"device", which.label},
                                {"type", which.end().type->chip},
                                {"raw", raw},
                                {"celsius", degrees}},
                               oneLine ? -1 : 2);
-    else
+    } else {
         standardOutput().text(fmt::format("{}{}: {} C (0x{:04X})\n", oneLine ? timeText(nowMs()) + " " : "",
                                           escaped(which.label), degrees, raw));
+    }
     standardOutput().flush();
 }
 
@@ -76,12 +78,14 @@ int watchedSample(const context& shared, const device& which)
     try {
         show(shared, which, readSample(which), true);
     } catch (const failure& why) {
-        if (standardOutput().broken()) // a full disk: no sample after this one arrives
+        if (standardOutput().broken()) { // a full disk: no sample after this one arrives
             throw;
+        }
         std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
-        if (shared.json)
+        if (shared.json) {
             standardOutput().json({{"time", timeText(nowMs())}, {"device", which.label}, {"error", errorJson(why)}},
                                   -1);
+        }
         return why.code;
     }
     return exitDone;
@@ -90,11 +94,11 @@ int watchedSample(const context& shared, const device& which)
 int watch(const context& shared, const device& which, const thermalReadOptions& options)
 {
     const stopSignals stop;
-    int               code = exitDone;
-    std::uint64_t     left = options.count;
+    int code = exitDone;
+    std::uint64_t left = options.count;
     do {
         const int sample = watchedSample(shared, which);
-        code             = sample == exitDone ? code : sample;
+        code = sample == exitDone ? code : sample;
     } while ((options.count == 0 || --left != 0) && !standardOutput().broken() && !stop.within(*options.intervalNs));
     return code;
 }
@@ -114,8 +118,9 @@ int runThermalRead(const context& shared, const thermalReadOptions& options)
     const device which = findDevice(options.device);
     refuseUnservedChain(which);
     requireKind(which, {deviceKind::sensor}, "thermal read");
-    if (options.intervalNs)
+    if (options.intervalNs) {
         return watch(shared, which, options);
+    }
     show(shared, which, readSample(which), false);
     return exitDone;
 }

@@ -12,9 +12,9 @@ namespace kest::tools
 {
 
 struct thermalReadOptions {
-    std::string                  device;
+    std::string device;
     std::optional<std::uint64_t> intervalNs; ///< --watch
-    std::uint64_t                count = 0;  ///< of samples with --watch; 0 until stopped
+    std::uint64_t count = 0; ///< of samples with --watch; 0 until stopped
 };
 /// Prints the sensor's raw word and degrees; with an interval until SIGINT or SIGTERM, one line (of JSON) for each sample.
 int runThermalRead(const context& shared, const thermalReadOptions& options);

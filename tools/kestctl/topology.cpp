@@ -21,8 +21,8 @@ using nlohmann::ordered_json;
 
 /// A bus, a device, or a port of a hub; what hangs on it.
 struct branch {
-    std::string         label;
-    ordered_json        row;
+    std::string label;
+    ordered_json row;
     std::vector<branch> branches;
 };
 
@@ -34,8 +34,9 @@ bool sameBus(const busName& one, const busName& other) { return one.path == othe
 const char* answer(const inventoryItem& item, const std::string& text)
 {
     try {
-        if (text.empty()) // no device text: a hub, or a chip of the machine on the bus itself
+        if (text.empty()) { // no device text: a hub, or a chip of the machine on the bus itself
             return item.hubs.empty() ? (answersAt(item.bus, item.address) ? "present" : "absent") : "";
+        }
         checkPresence(parseDeviceText(text));
         return "present";
     } catch (const failure& why) {
@@ -52,16 +53,18 @@ public:
     [[nodiscard]] std::vector<branch> devices(const busName& bus, const std::vector<hubStep>& hubs) const
     {
         std::vector<branch> found;
-        for (const inventoryItem& item : m_all.items())
-            if (sameBus(item.bus, bus) && item.hubs == hubs)
+        for (const inventoryItem& item : m_all.items()) {
+            if (sameBus(item.bus, bus) && item.hubs == hubs) {
                 found.push_back(deviceBranch(item));
+            }
+        }
         return found;
     }
 
     [[nodiscard]] branch bus(const busName& which) const
     {
-        branch result{.label    = escaped(busText(which)),
-                      .row      = {{"path", which.path}, {"node", which.node}},
+        branch result{.label = escaped(busText(which)),
+                      .row = {{"path", which.path}, {"node", which.node}},
                       .branches = devices(which, {})};
         return result;
     }
@@ -70,9 +73,11 @@ public:
     [[nodiscard]] std::vector<busName> buses() const
     {
         std::vector<busName> found = allBuses();
-        for (const inventoryItem& item : m_all.items())
-            if (std::ranges::none_of(found, [&item](const busName& bus) { return sameBus(bus, item.bus); }))
+        for (const inventoryItem& item : m_all.items()) {
+            if (std::ranges::none_of(found, [&item](const busName& bus) { return sameBus(bus, item.bus); })) {
                 found.push_back(item.bus);
+            }
+        }
         return found;
     }
 
@@ -81,13 +86,13 @@ public:
 private:
     [[nodiscard]] branch deviceBranch(const inventoryItem& item) const
     {
-        branch      result;
-        std::string label       = fmt::format("{}  {:<8} {}", addressText(item.address), item.chip, escaped(item.name));
-        result.row              = {{"address", item.address},
-                                   {"type", item.chip},
-                                   {"name", item.name},
-                                   {"number", item.number},
-                                   {"text", item.text}};
+        branch result;
+        std::string label = fmt::format("{}  {:<8} {}", addressText(item.address), item.chip, escaped(item.name));
+        result.row = {{"address", item.address},
+                      {"type", item.chip},
+                      {"name", item.name},
+                      {"number", item.number},
+                      {"text", item.text}};
         const std::string state = m_probe ? answer(item, item.text) : "";
         if (!state.empty()) {
             label =
@@ -107,13 +112,14 @@ private:
             way.back().port = static_cast<std::uint8_t>(port);
             branch behind{
                 .label = fmt::format("port {}", port), .row = {{"port", port}}, .branches = devices(hub.bus, way)};
-            if (!behind.branches.empty())
+            if (!behind.branches.empty()) {
                 result.branches.push_back(std::move(behind));
+            }
         }
     }
 
     inventory m_all;
-    bool      m_probe;
+    bool m_probe;
 };
 
 void show(const branch& what, const std::string& indent)
@@ -127,14 +133,16 @@ void show(const branch& what, const std::string& indent)
 
 ordered_json asJson(const branch& what)
 {
-    ordered_json row   = what.row;
+    ordered_json row = what.row;
     ordered_json below = ordered_json::array();
-    for (const branch& next : what.branches)
+    for (const branch& next : what.branches) {
         below.push_back(asJson(next));
-    if (!row.contains("address"))
+    }
+    if (!row.contains("address")) {
         row["devices"] = below;
-    else if (!below.empty())
+    } else if (!below.empty()) {
         row["ports"] = below;
+    }
     return row;
 }
 
@@ -143,7 +151,7 @@ ordered_json asJson(const branch& what)
 int runTopology(const context& shared, const topologyOptions& options)
 {
     const treeBuilder builder(options.probe);
-    ordered_json      rows = ordered_json::array();
+    ordered_json rows = ordered_json::array();
     for (const busName& name : builder.buses()) {
         const branch bus = builder.bus(name);
         rows.push_back(asJson(bus));
@@ -152,26 +160,29 @@ int runTopology(const context& shared, const topologyOptions& options)
             show(bus, "");
         }
     }
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"buses", rows}});
-    for (const std::string& what : builder.trouble())
+    }
+    for (const std::string& what : builder.trouble()) {
         std::fputs((failureLine("kestctl", wrongUse(what)) + "\n").c_str(), stderr);
+    }
     return builder.trouble().empty() ? exitDone : exitWrongUse;
 }
 
 int runDevices(const context& shared, const devicesOptions&)
 {
-    const auto&  table = host::currentConfiguration().devices;
-    ordered_json rows  = ordered_json::array();
-    int          code  = exitDone;
+    const auto& table = host::currentConfiguration().devices;
+    ordered_json rows = ordered_json::array();
+    int code = exitDone;
     for (const host::deviceEntry& entry : table) {
         std::string chip = "?";
         try {
             const device which = parseDeviceText(entry.location);
-            chip               = which.end().type->chip;
-            if (const std::optional<device> other = otherTypeAt(which))
+            chip = which.end().type->chip;
+            if (const std::optional<device> other = otherTypeAt(which)) {
                 throw wrongUse(fmt::format("'{}': the device table has {}, {}, there, too", entry.location,
                                            aChip(*other->end().type), other->label));
+            }
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;
@@ -181,13 +192,15 @@ int runDevices(const context& shared, const devicesOptions&)
                         {"name", entry.name},
                         {"type", chip},
                         {"text", entry.location}});
-        if (!shared.json)
+        if (!shared.json) {
             standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}\n", entry.number,
                                               entry.position == 0 ? "" : fmt::format("/{}", entry.position),
                                               escaped(entry.name), chip, escaped(entry.location)));
+        }
     }
-    if (shared.json)
+    if (shared.json) {
         standardOutput().json({{"devices", rows}});
+    }
     return code;
 }
 

@@ -19,11 +19,11 @@ namespace
 
 using nlohmann::ordered_json;
 
-constexpr std::int64_t nsPerMs       = 1'000'000;
-constexpr std::size_t  bytesOfBinary = 32; // shown of a binary record
+constexpr std::int64_t nsPerMs = 1'000'000;
+constexpr std::size_t bytesOfBinary = 32; // shown of a binary record
 
 struct shownRecord {
-    host::ringInfo    ring;
+    host::ringInfo ring;
     host::traceRecord record;
 };
 
@@ -31,7 +31,7 @@ struct shownRecord {
 void tell(const host::ringContents& ring, int& code)
 {
     failure why = systemFailure(ring.errorNumber, "trace", ring.info.file.string());
-    why.what    = ring.error + "; left out";
+    why.what = ring.error + "; left out";
     std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
     code = code == exitDone ? why.code : code;
 }
@@ -41,11 +41,13 @@ std::vector<host::ringInfo> ringsOf(const traceOptions& options, int& code)
     const std::filesystem::path folder =
         options.folder.empty() ? host::currentConfiguration().traceFolder : std::filesystem::path(options.folder);
     std::error_code error;
-    if (!options.folder.empty() && !std::filesystem::is_directory(folder, error))
+    if (!options.folder.empty() && !std::filesystem::is_directory(folder, error)) {
         throw wrongUse("'" + options.folder + "' is no folder");
+    }
     auto [rings, skipped] = host::listRingsAndOthers(folder);
-    for (const host::ringContents& ring : skipped)
+    for (const host::ringContents& ring : skipped) {
         tell(ring, code);
+    }
     std::erase_if(rings, [&options](const host::ringInfo& ring) {
         return (options.pid && ring.pid != *options.pid) || (!options.buffer.empty() && ring.buffer != options.buffer);
     });
@@ -65,15 +67,16 @@ ordered_json ringJson(const host::ringInfo& ring)
 ordered_json bytesJson(const std::vector<std::uint8_t>& bytes)
 {
     std::string text;
-    for (const std::uint8_t byte : bytes)
+    for (const std::uint8_t byte : bytes) {
         text += fmt::format("{:02x}", byte);
+    }
     return text;
 }
 
 ordered_json recordJson(const shownRecord& shown)
 {
     const host::traceRecord& record = shown.record;
-    ordered_json             row{{"time_ns", record.timeNs},
+    ordered_json row{{"time_ns", record.timeNs},
                      {"process_id", shown.ring.pid},
                      {"process", shown.ring.processName},
                      {"buffer", shown.ring.buffer},
@@ -82,8 +85,8 @@ ordered_json recordJson(const shownRecord& shown)
                      {"line", record.line},
                      {"cut", record.cut}};
     if (record.binary) {
-        row["header"]    = bytesJson(record.header);
-        row["data"]      = bytesJson(record.data);
+        row["header"] = bytesJson(record.header);
+        row["data"] = bytesJson(record.data);
         row["data_size"] = record.dataSize;
     } else {
         row["text"] = record.text;
@@ -95,15 +98,17 @@ void showRings(const context& shared, const std::vector<host::ringInfo>& rings)
 {
     if (shared.json) {
         ordered_json rows = ordered_json::array();
-        for (const host::ringInfo& ring : rings)
+        for (const host::ringInfo& ring : rings) {
             rows.push_back(ringJson(ring));
+        }
         standardOutput().json({{"rings", rows}});
         return;
     }
-    for (const host::ringInfo& ring : rings)
+    for (const host::ringInfo& ring : rings) {
         standardOutput().text(fmt::format("{:>8} {:<16} {:<6} {:<8} {}\n", ring.pid, escaped(ring.processName),
                                           ring.alive ? "alive" : "ended", escaped(ring.buffer),
                                           timeText(static_cast<std::int64_t>(ring.createdNs) / nsPerMs)));
+    }
 }
 
 /// The records of rings, oldest first.
@@ -113,10 +118,12 @@ std::vector<shownRecord> recordsOf(const std::vector<host::ringInfo>& rings, int
     for (const host::ringInfo& ring : rings) {
         host::ringContents contents = host::readRing(ring.file);
         // A process that begins to trace tidies the folder up: a ring may be gone since it was listed
-        if (!contents.error.empty() && contents.errorNumber != ENOENT)
+        if (!contents.error.empty() && contents.errorNumber != ENOENT) {
             tell(contents, code);
-        for (host::traceRecord& record : contents.records)
+        }
+        for (host::traceRecord& record : contents.records) {
             records.push_back({ring, std::move(record)});
+        }
     }
     std::ranges::stable_sort(records, {}, [](const shownRecord& shown) { return shown.record.timeNs; });
     return records;
@@ -126,22 +133,24 @@ std::vector<shownRecord> recordsOf(const std::vector<host::ringInfo>& rings, int
 
 int runTrace(const context& shared, const traceOptions& options)
 {
-    int                               code  = exitDone;
+    int code = exitDone;
     const std::vector<host::ringInfo> rings = ringsOf(options, code);
     if (options.list) {
         showRings(shared, rings);
         return code;
     }
     std::vector<shownRecord> records = recordsOf(rings, code);
-    if (options.last != 0 && records.size() > options.last)
+    if (options.last != 0 && records.size() > options.last) {
         records.erase(records.begin(), records.end() - options.last);
+    }
     for (const shownRecord& shown : records) {
-        if (shared.json)
+        if (shared.json) {
             standardOutput().json(recordJson(shown), -1);
-        else
+        } else {
             standardOutput().text(fmt::format("{}/{} {:<4} {}\n", escaped(shown.ring.processName), shown.ring.pid,
                                               escaped(shown.ring.buffer),
                                               host::renderRecord(shown.record, bytesOfBinary)));
+        }
     }
     return code;
 }

@@ -39,9 +39,9 @@ Devices::Devices(const host::configuration& settings)
 
 std::optional<NamedDevice> Devices::understand(const std::string& text) const
 {
-    tools::device         device;
+    tools::device device;
     host::iic::devicePath path;
-    host::nodeMapping     node; // the local one: nothing is put ahead of a path, and buses are the machine's own
+    host::nodeMapping node; // the local one: nothing is put ahead of a path, and buses are the machine's own
     try {
         device = tools::parseDeviceText(text);
     } catch (const tools::failure&) {

@@ -33,7 +33,7 @@ public:
     explicit Devices(const host::configuration& settings);
 
     struct Row {
-        std::string   text; ///< as the table has it
+        std::string text; ///< as the table has it
         std::uint32_t bytes = 0;
     };
     /// @return the row of the table that has the device of `text` with the same types all along the chain; null when none has
@@ -41,14 +41,14 @@ public:
     /// @return nothing when the text is none of a device, or of a node that is not mapped
     [[nodiscard]] std::optional<NamedDevice> understand(const std::string& text) const;
 
-    [[nodiscard]] bool   hasNumberZero() const { return m_hasNumberZero; }
+    [[nodiscard]] bool hasNumberZero() const { return m_hasNumberZero; }
     [[nodiscard]] Source source() const { return m_source; }
 
 private:
     std::array<host::nodeMapping, 8> m_nodes;
-    std::map<std::string, Row>       m_rows; ///< by place
-    Source                           m_source        = Source::hardware;
-    bool                             m_hasNumberZero = false;
+    std::map<std::string, Row> m_rows; ///< by place
+    Source m_source = Source::hardware;
+    bool m_hasNumberZero = false;
 };
 
 } // namespace kest::service

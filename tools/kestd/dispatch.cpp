@@ -26,17 +26,17 @@ namespace
 
 using client::frame;
 
-constexpr std::uint16_t component           = 0x1600; // of the service's own entries
-constexpr std::uint8_t  module              = 1;
-constexpr std::uint16_t libraryComponent    = 0x1300;
-constexpr std::uint8_t  detailsVersion      = 1;
-constexpr std::uint8_t  detailsRefusal      = 8;  // user details: the text of the refusal
-constexpr std::size_t   lengthAt            = 8;  // of the length word in the payload of a read or write
-constexpr std::size_t   locationAt          = 12; // of the device text
-constexpr std::size_t   longestLocation     = 256;
-constexpr unsigned      refusalsAMinute     = 20;
-constexpr std::int64_t  minuteMs            = 60'000;
-constexpr std::size_t   mostUsersRemembered = 1024;
+constexpr std::uint16_t component = 0x1600; // of the service's own entries
+constexpr std::uint8_t module = 1;
+constexpr std::uint16_t libraryComponent = 0x1300;
+constexpr std::uint8_t detailsVersion = 1;
+constexpr std::uint8_t detailsRefusal = 8; // user details: the text of the refusal
+constexpr std::size_t lengthAt = 8; // of the length word in the payload of a read or write
+constexpr std::size_t locationAt = 12; // of the device text
+constexpr std::size_t longestLocation = 256;
+constexpr unsigned refusalsAMinute = 20;
+constexpr std::int64_t minuteMs = 60'000;
+constexpr std::size_t mostUsersRemembered = 1024;
 
 bool isTransfer(const frame& request) { return request.type == client::typeRead || request.type == client::typeWrite; }
 
@@ -57,7 +57,7 @@ std::optional<std::string> locationOf(const frame& request)
     if (!isTransfer(request) || request.payload.size() < locationAt) {
         return std::nullopt;
     }
-    const auto*       text = reinterpret_cast<const char*>(request.payload.data()) + locationAt;
+    const auto* text = reinterpret_cast<const char*>(request.payload.data()) + locationAt;
     const std::size_t left = request.payload.size() - locationAt;
     const std::size_t size = strnlen(text, std::min(left, longestLocation));
     return size < left ? std::optional(std::string(text, size)) : std::nullopt;
@@ -66,9 +66,9 @@ std::optional<std::string> locationOf(const frame& request)
 /// The same request with the text that the device table has for its device, so that the library sees no other.
 frame withLocation(const frame& request, std::size_t replaced, const std::string& text)
 {
-    frame changed   = request;
-    auto  textBegin = changed.payload.begin() + locationAt;
-    textBegin       = changed.payload.erase(textBegin, textBegin + static_cast<std::ptrdiff_t>(replaced));
+    frame changed = request;
+    auto textBegin = changed.payload.begin() + locationAt;
+    textBegin = changed.payload.erase(textBegin, textBegin + static_cast<std::ptrdiff_t>(replaced));
     changed.payload.insert(textBegin, text.begin(), text.end());
     return changed;
 }
@@ -85,7 +85,7 @@ bool isUnbounded(const frame& request, Source source)
 frame bounded(const frame& request)
 {
     constexpr std::uint32_t oneTooMany = client::maximumDataBytes + 1;
-    frame                   read       = request;
+    frame read = request;
     std::memcpy(read.payload.data() + lengthAt, &oneTooMany, sizeof oneTooMany); // host byte order
     return read;
 }
@@ -115,11 +115,11 @@ frame refuseAndLog(const frame& request, std::uint32_t code, const Peer& peer, c
 /// Has the library serve the request.
 frame serve(const frame& request)
 {
-    frame       reply{request.identifier, request.type, 0, 0, 0, {}};
+    frame reply{request.identifier, request.type, 0, 0, 0, {}};
     NetcMessage asked;
     NetcMessage answered;
     asked.identifier = request.identifier;
-    asked.type       = request.type;
+    asked.type = request.type;
     if (!asked.setData(reinterpret_cast<const char*>(request.payload.data()),
                        static_cast<unsigned>(request.payload.size()))) {
         throw std::bad_alloc();
@@ -129,7 +129,7 @@ frame serve(const frame& request)
     if (entry != nullptr) {
         entry->commit(libraryComponent, ERRL_ACTION_REPORT);
         reply.returnCode = entry->getRC();
-        reply.logId      = entry->plid();
+        reply.logId = entry->plid();
     }
     if (answered.dataSize() > client::maximumDataBytes) {
         reply =
@@ -153,7 +153,7 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, Source source, co
     if (isUnbounded(request, source)) {
         return serve(bounded(request));
     }
-    frame               reply  = serve(request);
+    frame reply = serve(request);
     const std::uint32_t wanted = wantedLength(request);
     if (source == Source::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
         reply.payload.size() > wanted) {
@@ -206,7 +206,7 @@ std::uint32_t RefusalLog::add(std::uint32_t code, const Peer& peer, std::uint16_
 
 bool RefusalLog::takesShare(uid_t user)
 {
-    const std::int64_t    now = nowMs();
+    const std::int64_t now = nowMs();
     const std::lock_guard guard(m_lock);
     if (m_shares.size() >= mostUsersRemembered) {
         std::erase_if(m_shares, [now](const auto& share) { return now - share.second.sinceMs >= minuteMs; });
@@ -252,10 +252,10 @@ frame dispatch(const frame& request, const Peer& peer, Permission permission, co
 /// The library does so on behalf of a read that asks for it. This one gets no further than the copy, or the empty device text.
 void adoptReadMode()
 {
-    constexpr kest_attributeValue                                 readAgain = 2;
+    constexpr kest_attributeValue readAgain = 2;
     std::array<kest_attributeValue, std::size_t{KEST_ATTR_COUNT}> attributes{400, 1, 15, readAgain, 2, 1};
-    unsigned int                                                  length = 1;
-    unsigned char*                                                data   = nullptr;
+    unsigned int length = 1;
+    unsigned char* data = nullptr;
     delete KEST_seepromRead(tavo_deviceaddress{}, nullptr, 0, &length, &data, attributes.data());
     const tools::tavoBuffer buffer(data);
 }

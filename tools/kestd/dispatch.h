@@ -25,9 +25,9 @@ private:
 
     struct Share {
         std::int64_t sinceMs = 0;
-        unsigned     used    = 0;
+        unsigned used = 0;
     };
-    std::mutex                       m_lock;
+    std::mutex m_lock;
     std::unordered_map<uid_t, Share> m_shares;
 };
 

@@ -16,7 +16,7 @@ namespace
 
 KEST_STARTS_FIRST;
 
-constexpr int exitFailed   = 1;
+constexpr int exitFailed = 1;
 constexpr int exitWrongUse = 2;
 
 constexpr const char* footer = R"(Clients are permitted by user and group (service.* in the configuration); root and
@@ -54,9 +54,9 @@ int serve(const options& wanted)
     if (handed.error != nullptr) {
         return fail(exitFailed, handed.error);
     }
-    const std::string      path = wanted.socket.empty() ? current.service.socket.string() : wanted.socket;
+    const std::string path = wanted.socket.empty() ? current.service.socket.string() : wanted.socket;
     kest::service::Service service;
-    std::string            error = service.listen(handed.descriptor, path);
+    std::string error = service.listen(handed.descriptor, path);
     if (error.empty()) {
         fmt::print("kestd: serving at {}\n", handed.descriptor >= 0 ? "the socket handed over" : path);
         std::fflush(stdout); // whoever started it may wait for the line
@@ -71,7 +71,7 @@ int main(int argc, char** argv)
 {
     // A heap for each thread would keep what its busiest moment took
     mallopt(M_ARENA_MAX, 2);
-    options  wanted;
+    options wanted;
     CLI::App app("Serves requests to read and write SEEPROMs over a Unix-domain socket.");
     app.footer(footer);
     app.set_version_flag("--version", "kestd " KEST_VERSION, "show the version and end");

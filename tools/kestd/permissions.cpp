@@ -15,14 +15,14 @@ namespace
 {
 
 constexpr std::size_t firstRecordBytes = 4096; // of the user database; doubled until a record fits
-constexpr std::size_t lastRecordBytes  = 1 << 20;
+constexpr std::size_t lastRecordBytes = 1 << 20;
 
 /// Calls one of the database's reentrant look-ups with a buffer that is large enough. @return whether there was a record
 template <typename Record, typename Lookup>
 bool lookUp(Record& record, std::vector<char>& buffer, const Lookup& lookup)
 {
-    Record* found  = nullptr;
-    int     result = ERANGE;
+    Record* found = nullptr;
+    int result = ERANGE;
     for (std::size_t bytes = firstRecordBytes; result == ERANGE && bytes <= lastRecordBytes; bytes *= 2) {
         buffer.resize(bytes);
         result = lookup(&record, buffer.data(), buffer.size(), &found);
@@ -33,15 +33,15 @@ bool lookUp(Record& record, std::vector<char>& buffer, const Lookup& lookup)
 std::optional<std::uint32_t> numberOf(const std::string& text)
 {
     std::uint32_t number = 0;
-    const auto    parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     return parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
 std::optional<uid_t> userOf(const std::string& name)
 {
     std::optional<uid_t> user = numberOf(name);
-    std::vector<char>    buffer;
-    passwd               record{};
+    std::vector<char> buffer;
+    passwd record{};
     if (!user &&
         lookUp(record, buffer, [&name](auto... arguments) { return getpwnam_r(name.c_str(), arguments...); })) {
         user = record.pw_uid;
@@ -52,8 +52,8 @@ std::optional<uid_t> userOf(const std::string& name)
 std::optional<gid_t> groupOf(const std::string& name)
 {
     std::optional<gid_t> number = numberOf(name);
-    std::vector<char>    buffer;
-    group                record{};
+    std::vector<char> buffer;
+    group record{};
     if (!number &&
         lookUp(record, buffer, [&name](auto... arguments) { return getgrnam_r(name.c_str(), arguments...); })) {
         number = record.gr_gid;
@@ -65,9 +65,9 @@ std::optional<gid_t> groupOf(const std::string& name)
 std::vector<gid_t> groupsOf(int descriptor, gid_t group)
 {
     constexpr std::size_t usualGroups = 64;
-    std::vector<gid_t>    groups(usualGroups);
-    auto                  size   = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
-    int                   result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+    std::vector<gid_t> groups(usualGroups);
+    auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    int result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
     if (result != 0 && errno == ERANGE) { // `size` is what it takes
         groups.resize(size / sizeof(gid_t));
         result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
@@ -81,12 +81,12 @@ std::vector<gid_t> groupsOf(int descriptor, gid_t group)
 
 Peer peerOf(int descriptor)
 {
-    Peer      peer;
-    ucred     credentials{};
+    Peer peer;
+    ucred credentials{};
     socklen_t size = sizeof credentials;
     if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
-        peer.uid    = credentials.uid;
-        peer.pid    = credentials.pid;
+        peer.uid = credentials.uid;
+        peer.pid = credentials.pid;
         peer.groups = groupsOf(descriptor, credentials.gid);
     }
     return peer;
@@ -114,7 +114,7 @@ bool Permissions::Accounts::has(const Peer& peer) const
 Permissions::Accounts Permissions::accountsOf(const std::vector<std::string>& users,
                                               const std::vector<std::string>& groups)
 {
-    Accounts   accounts;
+    Accounts accounts;
     const auto add = [this](auto& list, const auto& number, const std::string& name, const char* what) {
         if (number) {
             list.push_back(*number);

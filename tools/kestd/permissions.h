@@ -13,8 +13,8 @@ namespace kest::service
 
 /// The process at the other end of a connection, as the kernel vouches for it.
 struct Peer {
-    uid_t              uid = static_cast<uid_t>(-1);
-    pid_t              pid = 0;
+    uid_t uid = static_cast<uid_t>(-1);
+    pid_t pid = 0;
     std::vector<gid_t> groups; ///< that the process had when it connected
 };
 
@@ -22,9 +22,9 @@ struct Peer {
 Peer peerOf(int descriptor);
 
 struct Permission {
-    bool               read  = false;
-    bool               write = false;
-    bool               raw   = false; ///< to name any device; else those of the device table. Nothing by itself
+    bool read = false;
+    bool write = false;
+    bool raw = false; ///< to name any device; else those of the device table. Nothing by itself
     [[nodiscard]] bool any() const { return read || write; }
 };
 
@@ -35,7 +35,7 @@ public:
     /// Asks the user database. A name that it does not know permits nobody and is noted in unknown().
     explicit Permissions(const host::serviceSettings& settings);
 
-    [[nodiscard]] Permission                      of(const Peer& peer) const;
+    [[nodiscard]] Permission of(const Peer& peer) const;
     [[nodiscard]] const std::vector<std::string>& unknown() const { return m_unknown; }
 
 private:
@@ -46,11 +46,11 @@ private:
     };
     Accounts accountsOf(const std::vector<std::string>& users, const std::vector<std::string>& groups);
 
-    uid_t                    m_owner;
+    uid_t m_owner;
     std::vector<std::string> m_unknown;
-    Accounts                 m_read;
-    Accounts                 m_write;
-    Accounts                 m_raw;
+    Accounts m_read;
+    Accounts m_write;
+    Accounts m_raw;
 };
 
 } // namespace kest::service

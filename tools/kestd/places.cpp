@@ -8,8 +8,8 @@ namespace kest::service
 namespace
 {
 
-constexpr std::uint64_t strangers        = std::uint64_t{1} << 32; // no user has this number
-constexpr std::size_t   strangersPerSlot = 8;                      // one place in so many may go to them
+constexpr std::uint64_t strangers = std::uint64_t{1} << 32; // no user has this number
+constexpr std::size_t strangersPerSlot = 8; // one place in so many may go to them
 
 } // namespace
 
@@ -27,11 +27,11 @@ Place::~Place()
 
 Place Places::take(uid_t user, bool stranger, Limits limits)
 {
-    const std::uint64_t   owner = stranger ? strangers : user;
-    const std::size_t     few   = std::max<std::size_t>(limits.all / strangersPerSlot, 1);
-    const std::size_t     most  = stranger ? std::min(limits.eachOwner, few) : limits.eachOwner;
+    const std::uint64_t owner = stranger ? strangers : user;
+    const std::size_t few = std::max<std::size_t>(limits.all / strangersPerSlot, 1);
+    const std::size_t most = stranger ? std::min(limits.eachOwner, few) : limits.eachOwner;
     const std::lock_guard guard(m_lock);
-    const auto            found = m_owners.find(owner);
+    const auto found = m_owners.find(owner);
     if (m_taken >= limits.all || (found != m_owners.end() ? found->second.places : 0) >= most) {
         return {};
     }
@@ -47,7 +47,7 @@ Place Places::take(uid_t user, bool stranger, Limits limits)
 void Places::giveBack(std::uint64_t owner)
 {
     const std::lock_guard guard(m_lock);
-    const auto            found = m_owners.find(owner);
+    const auto found = m_owners.find(owner);
     --m_taken;
     if (--found->second.places == 0) {
         m_owners.erase(found);

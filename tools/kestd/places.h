@@ -25,9 +25,9 @@ public:
     {
     }
     Place(Place&& other) noexcept;
-    Place(const Place&)            = delete;
+    Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
-    Place& operator=(Place&&)      = delete;
+    Place& operator=(Place&&) = delete;
     ~Place();
 
     [[nodiscard]] explicit operator bool() const { return m_places != nullptr; }
@@ -35,8 +35,8 @@ public:
     [[nodiscard]] const std::shared_ptr<Share>& share() const { return m_share; }
 
 private:
-    Places*                m_places = nullptr;
-    std::uint64_t          m_owner  = 0;
+    Places* m_places = nullptr;
+    std::uint64_t m_owner = 0;
     std::shared_ptr<Share> m_share;
 };
 
@@ -59,11 +59,11 @@ private:
 
     struct Owner {
         std::shared_ptr<Share> share;
-        std::size_t            places = 0;
+        std::size_t places = 0;
     };
-    std::mutex                     m_lock;
+    std::mutex m_lock;
     std::map<std::uint64_t, Owner> m_owners; ///< those with a place
-    std::size_t                    m_taken = 0;
+    std::size_t m_taken = 0;
 };
 
 } // namespace kest::service

@@ -28,12 +28,12 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr int          backlog       = 256;
-constexpr int          acceptsAtOnce = 2; // before requests have their turn
-constexpr auto         tidyInterval  = 1s;
-constexpr auto         acceptPause   = 100ms; // when there are no descriptors left
-constexpr auto         memoryPause   = 10ms;  // when there is no memory left
-constexpr std::int64_t lastReplyMs   = 5000;  // for a client to take its last replies once the service is to end
+constexpr int backlog = 256;
+constexpr int acceptsAtOnce = 2; // before requests have their turn
+constexpr auto tidyInterval = 1s;
+constexpr auto acceptPause = 100ms; // when there are no descriptors left
+constexpr auto memoryPause = 10ms; // when there is no memory left
+constexpr std::int64_t lastReplyMs = 5000; // for a client to take its last replies once the service is to end
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
 
@@ -49,7 +49,7 @@ public:
 
 private:
     asio::executor_work_guard<asio::io_context::executor_type> m_work;
-    std::function<void()>                                      m_body;
+    std::function<void()> m_body;
 };
 
 /// Takes in those who have connected.
@@ -80,8 +80,8 @@ void insist(const Body& body)
 /// Tells a client that there is no room for it. One that does not listen to that is not waited for.
 void turnAway(int descriptor)
 {
-    const client::frame             reply = refusal({}, client::codeTooManyClients, 0,
-                                                    "this service has as many clients as it takes, in all or of one user");
+    const client::frame reply = refusal({}, client::codeTooManyClients, 0,
+                                        "this service has as many clients as it takes, in all or of one user");
     const std::vector<std::uint8_t> bytes = client::encodeFrame(reply);
     (void)send(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
@@ -115,9 +115,9 @@ Service::~Service()
 /// Works out the current configuration. Sessions take it over at their next request.
 void Service::useSettings()
 {
-    const auto& current  = host::currentConfiguration();
-    const auto& limits   = current.service;
-    auto        settings = std::make_shared<const Settings>(
+    const auto& current = host::currentConfiguration();
+    const auto& limits = current.service;
+    auto settings = std::make_shared<const Settings>(
         Settings{limits, Permissions(limits), Devices(current), m_generation.load() + 1});
     m_workers.setLimits(limits.maxWorking, limits.maxWorkingPerUser);
     for (const std::string& name : settings->permissions.unknown()) {
@@ -137,7 +137,7 @@ std::shared_ptr<const Settings> Service::settings() const
 void Service::reload()
 {
     const std::lock_guard guard(m_reloading);
-    const auto            micros =
+    const auto micros =
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
             .count();
     notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", micros).c_str());
@@ -169,7 +169,7 @@ std::string Service::listen(int handedDescriptor, const std::string& path)
 /// A lock beside the socket tells a service that runs from a socket that one has left behind.
 std::string Service::makeSocket(const std::string& path)
 {
-    sockaddr_un  address{};
+    sockaddr_un address{};
     struct flock lock {
     };
     struct stat status {
@@ -226,7 +226,7 @@ void Service::awaitClients()
 void Service::acceptSome()
 {
     const std::lock_guard guard(m_listening);
-    int                   error = 0;
+    int error = 0;
     if (!m_acceptor.is_open()) {
         return;
     }
@@ -258,7 +258,7 @@ int Service::acceptOne()
         return errno == ECONNABORTED || errno == EINTR ? 0 : errno; // of one that has gone again, or of nobody
     }
     Protocol::socket socket(m_context);
-    bool             taken = false;
+    bool taken = false;
     try {
         socket.assign(Protocol(), descriptor);
         taken = true;
@@ -277,7 +277,7 @@ int Service::acceptOne()
 void Service::admit(Protocol::socket socket)
 {
     const auto settings = this->settings();
-    Peer       peer     = peerOf(socket.native_handle());
+    Peer peer = peerOf(socket.native_handle());
     const bool stranger = !settings->permissions.of(peer).any();
     trace_wobu_write_all(serviceTrace(), host::messageHash("client connected"), " %s,%d,%d", __LINE__, 0, "admit",
                          static_cast<int>(peer.uid), static_cast<int>(peer.pid));
@@ -309,8 +309,8 @@ void Service::add(const std::shared_ptr<Session>& session)
 void Service::remove(Session& session)
 {
     std::shared_ptr<Session> removed; // its connection is closed after the lock
-    const std::lock_guard    guard(m_lock);
-    const auto               found = m_clients.find(&session);
+    const std::lock_guard guard(m_lock);
+    const auto found = m_clients.find(&session);
     if (found != m_clients.end()) {
         removed = std::move(found->second);
         m_clients.erase(found);
@@ -322,9 +322,9 @@ void Service::tidy()
 {
     bool more = false;
     {
-        const std::int64_t    now = nowMs();
+        const std::int64_t now = nowMs();
         const std::lock_guard guard(m_lock);
-        const std::int64_t    idleMs = std::int64_t{m_settings->limits.idleSeconds} * 1000;
+        const std::int64_t idleMs = std::int64_t{m_settings->limits.idleSeconds} * 1000;
         for (const auto& [key, client] : m_clients) {
             client->endWhenLate(now, idleMs, m_stopping ? lastReplyMs : idleMs);
         }

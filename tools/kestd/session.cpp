@@ -17,9 +17,9 @@ namespace kest::service
 namespace
 {
 
-constexpr std::size_t receiveBytes  = 8192;
-constexpr unsigned    receiptsATurn = 16;   // a whole request of the usual limit, if it does not come in crumbs
-constexpr std::size_t keptBytes     = 4096; // buffers that grew larger are released while the client is silent
+constexpr std::size_t receiveBytes = 8192;
+constexpr unsigned receiptsATurn = 16; // a whole request of the usual limit, if it does not come in crumbs
+constexpr std::size_t keptBytes = 4096; // buffers that grew larger are released while the client is silent
 
 } // namespace
 
@@ -35,7 +35,7 @@ Session::Session(Service& service, Socket socket, Peer peer, Place place)
 void Session::refresh()
 {
     if (m_settings == nullptr || m_settings->generation != m_service.generation()) {
-        m_settings   = m_service.settings();
+        m_settings = m_service.settings();
         m_permission = m_settings->permissions.of(m_peer);
         m_assembler.setLimit(m_settings->limits.maxPayloadBytes);
     }
@@ -59,7 +59,7 @@ Session::Turn Session::goOn()
 {
     Turn turn = Turn::proceed;
     m_waitsSinceMs.store(0, std::memory_order_relaxed);
-    m_hadTurn  = false;
+    m_hadTurn = false;
     m_receipts = 0;
     while (turn == Turn::proceed) {
         if (!m_output.empty()) {
@@ -96,7 +96,7 @@ Session::Turn Session::receive()
 Session::Turn Session::consume()
 {
     using State = client::FrameAssembler::State;
-    Turn turn   = Turn::proceed;
+    Turn turn = Turn::proceed;
     refresh();
     m_inputAt += m_assembler.feed(std::span(m_input).subspan(m_inputAt));
     switch (m_assembler.state()) {
@@ -153,8 +153,8 @@ void Session::hangUp(std::uint32_t code, const std::string& text)
 
 void Session::send(const client::frame& reply)
 {
-    m_output         = client::encodeFrame(reply);
-    m_outputAt       = 0;
+    m_output = client::encodeFrame(reply);
+    m_outputAt = 0;
     m_requestSinceMs = nowMs();
 }
 

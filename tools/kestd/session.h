@@ -61,26 +61,26 @@ private:
     void refresh();
     bool hasHungUp();
 
-    Service&                                         m_service;
-    Place                                            m_place;
-    Socket                                           m_socket;
+    Service& m_service;
+    Place m_place;
+    Socket m_socket;
     asio::executor_work_guard<Socket::executor_type> m_work; ///< the service lasts as long as this
-    Peer                                             m_peer;
-    std::shared_ptr<const Settings>                  m_settings;   ///< as of the last request
-    Permission                                       m_permission; ///< by these settings
-    client::FrameAssembler                           m_assembler;
+    Peer m_peer;
+    std::shared_ptr<const Settings> m_settings; ///< as of the last request
+    Permission m_permission; ///< by these settings
+    client::FrameAssembler m_assembler;
 
     std::vector<std::uint8_t> m_input; ///< received, not yet consumed from m_inputAt on
-    std::size_t               m_inputAt = 0;
+    std::size_t m_inputAt = 0;
     std::vector<std::uint8_t> m_output; ///< reply, sent up to m_outputAt
-    std::size_t               m_outputAt = 0;
-    bool                      m_closing  = false; ///< after this reply
-    bool                      m_hadTurn  = false; ///< a request has been answered since the others had theirs
-    unsigned                  m_receipts = 0;     ///< since then
+    std::size_t m_outputAt = 0;
+    bool m_closing = false; ///< after this reply
+    bool m_hadTurn = false; ///< a request has been answered since the others had theirs
+    unsigned m_receipts = 0; ///< since then
 
     std::atomic<std::int64_t> m_waitsSinceMs{0}; ///< for the client; 0 while the service is at work
-    std::atomic<bool>         m_writing{false};
-    std::int64_t              m_requestSinceMs = 0; ///< since when the request that is awaited is awaited
+    std::atomic<bool> m_writing{false};
+    std::int64_t m_requestSinceMs = 0; ///< since when the request that is awaited is awaited
 };
 
 } // namespace kest::service

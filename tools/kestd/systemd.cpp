@@ -28,9 +28,9 @@ constexpr int firstHandedDescriptor = 3;
 /// A variable's number; -1 when it is unset or none.
 std::int64_t numberFrom(const char* variable)
 {
-    const char* text  = std::getenv(variable);
-    char*       end   = nullptr;
-    errno             = 0;
+    const char* text = std::getenv(variable);
+    char* end = nullptr;
+    errno = 0;
     const auto number = text == nullptr ? -1 : std::strtoll(text, &end, 10);
     return text != nullptr && end != text && *end == '\0' && errno == 0 ? number : -1;
 }
@@ -51,8 +51,8 @@ int sd_listen_fds(int /*unsetEnvironment*/)
 int sd_is_socket_unix(int descriptor, int type, int /*listening*/, const char* /*path*/, size_t /*length*/)
 {
     const auto option = [descriptor](int name) {
-        int       value = -1;
-        socklen_t size  = sizeof value;
+        int value = -1;
+        socklen_t size = sizeof value;
         return getsockopt(descriptor, SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
     };
     return option(SO_DOMAIN) == AF_UNIX && option(SO_TYPE) == type && option(SO_ACCEPTCONN) == 1 ? 1 : 0;
@@ -70,8 +70,8 @@ void sd_notify(int /*unsetEnvironment*/, const char* state)
     if (path[0] == '@') { // an abstract socket
         address.sun_path[0] = '\0';
     }
-    const auto size       = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
-    const int  descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (descriptor >= 0) {
         (void)sendto(descriptor, state, std::strlen(state), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
                      size);
@@ -82,9 +82,9 @@ void sd_notify(int /*unsetEnvironment*/, const char* state)
 int sd_watchdog_enabled(int /*unsetEnvironment*/, std::uint64_t* micros)
 {
     const std::int64_t wanted = numberFrom("WATCHDOG_USEC");
-    const std::int64_t owner  = numberFrom("WATCHDOG_PID");
-    const bool         ours   = owner == -1 || owner == getpid();
-    *micros                   = wanted > 0 && ours ? static_cast<std::uint64_t>(wanted) : 0;
+    const std::int64_t owner = numberFrom("WATCHDOG_PID");
+    const bool ours = owner == -1 || owner == getpid();
+    *micros = wanted > 0 && ours ? static_cast<std::uint64_t>(wanted) : 0;
     return *micros > 0 ? 1 : 0;
 }
 #endif
@@ -94,7 +94,7 @@ int sd_watchdog_enabled(int /*unsetEnvironment*/, std::uint64_t* micros)
 handedSocket takeHandedSocket()
 {
     handedSocket handed;
-    const int    count = sd_listen_fds(1);
+    const int count = sd_listen_fds(1);
     if (count > 1) {
         handed.error = "more than one socket was handed over";
     } else if (count == 1 && sd_is_socket_unix(firstHandedDescriptor, SOCK_STREAM, 1, nullptr, 0) <= 0) {

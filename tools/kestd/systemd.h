@@ -9,8 +9,8 @@ namespace kest::service
 
 /// The listening socket that was handed over at start: exactly one, a Unix stream socket.
 struct handedSocket {
-    int         descriptor = -1;      ///< -1 when none was
-    const char* error      = nullptr; ///< what was handed over is not usable
+    int descriptor = -1; ///< -1 when none was
+    const char* error = nullptr; ///< what was handed over is not usable
 };
 handedSocket takeHandedSocket();
 

@@ -11,11 +11,11 @@ namespace kest::service
 namespace
 {
 
-constexpr unsigned    spareThreads = 8;           // sleeping ones that are kept for the next burst
-constexpr std::size_t stackBytes   = 1024 * 1024; // reserved; only what is used counts
-constexpr unsigned    extraThreads = 3;  // beside those in work: one for events, and for the service's own jobs
-constexpr unsigned    jobsAtOnce   = 4;  // begun before somebody looks for events again
-constexpr unsigned    eventsAtOnce = 32; // handled before somebody looks for jobs again
+constexpr unsigned spareThreads = 8; // sleeping ones that are kept for the next burst
+constexpr std::size_t stackBytes = 1024 * 1024; // reserved; only what is used counts
+constexpr unsigned extraThreads = 3; // beside those in work: one for events, and for the service's own jobs
+constexpr unsigned jobsAtOnce = 4; // begun before somebody looks for events again
+constexpr unsigned eventsAtOnce = 32; // handled before somebody looks for jobs again
 // A run counts for no more: one that lost its processor, or waited for a disk, would put its owner far behind all others.
 constexpr std::int64_t mostChargedNs = 2'000'000;
 // Beside the processors': while one thread waits for the disk another has its processor.
@@ -83,7 +83,7 @@ void* Workers::superviseMain(void* workers)
 bool Workers::spawn(void* (*main)(void*))
 {
     pthread_attr_t attributes;
-    pthread_t      thread{};
+    pthread_t thread{};
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, stackBytes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -95,19 +95,19 @@ bool Workers::spawn(void* (*main)(void*))
 void Workers::setLimits(unsigned most, unsigned mostEach)
 {
     const Lock lock(m_lock);
-    m_most     = most;
+    m_most = most;
     m_mostEach = mostEach;
 }
 
 void Workers::submit(std::shared_ptr<Job> job) noexcept
 {
     const Lock lock(m_lock);
-    Share&     share = *job->m_share;
+    Share& share = *job->m_share;
     charge(*job);
     const std::int64_t used = job->m_runs == 0 ? share.m_firstRunsNs : job->m_usedNs;
-    auto               node = std::move(job->m_node);
-    node.key()              = std::max(used, share.m_reachedNs);
-    node.mapped()           = std::move(job);
+    auto node = std::move(job->m_node);
+    node.key() = std::max(used, share.m_reachedNs);
+    node.mapped() = std::move(job);
     share.m_waiting.insert(std::move(node));
     queueForTurn(share); // the thread that submits is awake and looks here next
 }
@@ -130,11 +130,11 @@ void Workers::queueForTurn(Share& share)
     if (&share == m_own.get() || share.m_inTurn || share.m_waiting.empty() || share.m_working >= m_mostEach) {
         return;
     }
-    share.m_usedNs                                                 = std::max(share.m_usedNs, m_reachedNs);
-    share.m_inTurn                                                 = true;
-    share.m_nextTurn                                               = nullptr;
+    share.m_usedNs = std::max(share.m_usedNs, m_reachedNs);
+    share.m_inTurn = true;
+    share.m_nextTurn = nullptr;
     (m_lastTurn != nullptr ? m_lastTurn->m_nextTurn : m_firstTurn) = &share;
-    m_lastTurn                                                     = &share;
+    m_lastTurn = &share;
 }
 
 bool Workers::hasJob() const { return !m_own->m_waiting.empty() || (m_firstTurn != nullptr && m_working < m_most); }
@@ -145,13 +145,13 @@ Share& Workers::takeTurn()
     Share* ahead = nullptr; // of the one that is taken
     for (Share* share = m_firstTurn; share->m_nextTurn != nullptr; share = share->m_nextTurn) {
         const Share* const least = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
-        ahead                    = share->m_nextTurn->m_usedNs < least->m_usedNs ? share : ahead;
+        ahead = share->m_nextTurn->m_usedNs < least->m_usedNs ? share : ahead;
     }
-    Share* const taken                                   = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
+    Share* const taken = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
     (ahead != nullptr ? ahead->m_nextTurn : m_firstTurn) = taken->m_nextTurn;
-    m_lastTurn                                           = m_lastTurn == taken ? ahead : m_lastTurn;
-    m_reachedNs                                          = std::max(m_reachedNs, taken->m_usedNs);
-    taken->m_inTurn                                      = false;
+    m_lastTurn = m_lastTurn == taken ? ahead : m_lastTurn;
+    m_reachedNs = std::max(m_reachedNs, taken->m_usedNs);
+    taken->m_inTurn = false;
     return *taken;
 }
 
@@ -164,13 +164,13 @@ std::shared_ptr<Job> Workers::takeJob()
         ++share->m_working;
         ++m_working;
     }
-    auto                 node = share->m_waiting.extract(share->m_waiting.begin());
-    std::shared_ptr<Job> job  = std::move(node.mapped());
-    share->m_reachedNs        = std::max(share->m_reachedNs, node.key());
-    share->m_firstRunsNs      = std::max(share->m_firstRunsNs, share->m_reachedNs);
-    job->m_usedNs             = node.key();
-    job->m_begunNs            = m_options.clock();
-    job->m_charged            = false;
+    auto node = share->m_waiting.extract(share->m_waiting.begin());
+    std::shared_ptr<Job> job = std::move(node.mapped());
+    share->m_reachedNs = std::max(share->m_reachedNs, node.key());
+    share->m_firstRunsNs = std::max(share->m_firstRunsNs, share->m_reachedNs);
+    job->m_usedNs = node.key();
+    job->m_begunNs = m_options.clock();
+    job->m_charged = false;
     ++job->m_runs;
     job->m_node = std::move(node);
     queueForTurn(*share);
@@ -210,11 +210,11 @@ bool Workers::joins(std::uint64_t& watch)
 
 void Workers::work()
 {
-    Lock          lock(m_lock);
-    bool          surplus = false;
-    std::uint64_t watch   = 0;
+    Lock lock(m_lock);
+    bool surplus = false;
+    std::uint64_t watch = 0;
     while (!surplus && !(m_ended && !hasJob())) {
-        const bool joined      = joins(watch);
+        const bool joined = joins(watch);
         const bool eventsFirst = !m_led && !m_ended && (m_eventsDue || m_unpolled >= jobsAtOnce);
         if (joined && hasJob() && !eventsFirst) {
             perform(lock);
@@ -238,7 +238,7 @@ void Workers::work()
 
 void Workers::perform(Lock& lock)
 {
-    std::shared_ptr<Job>         job   = takeJob();
+    std::shared_ptr<Job> job = takeJob();
     const std::shared_ptr<Share> share = job->m_share;
     ++m_steps;
     ++m_unpolled;
@@ -269,8 +269,8 @@ void Workers::perform(Lock& lock)
 /// @param mayWait  for an event; else only what has come is handled
 void Workers::lead(Lock& lock, bool mayWait)
 {
-    m_led       = true;
-    m_unpolled  = 0;
+    m_led = true;
+    m_unpolled = 0;
     m_eventsDue = false;
     lock.unlock();
     try {
@@ -296,7 +296,7 @@ void Workers::lead(Lock& lock, bool mayWait)
 /// are blocked, or busy.
 void Workers::supervise()
 {
-    Lock          lock(m_lock);
+    Lock lock(m_lock);
     std::uint64_t stepsSeen = 0;
     std::uint64_t looksSeen = 0;
     while (!m_ended) {
@@ -307,7 +307,7 @@ void Workers::supervise()
         } else {
             if (!m_led && m_looks == looksSeen) {
                 m_eventsDue = true;
-                m_abreast   = 0;
+                m_abreast = 0;
                 ++m_watch;
                 enlist();
             }

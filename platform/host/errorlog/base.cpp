@@ -17,8 +17,9 @@ public:
     void* take(std::size_t bytes) noexcept
     {
         for (slot& each : m_slots) {
-            if (bytes <= sizeof each.room && !each.taken.exchange(true, std::memory_order_acquire))
+            if (bytes <= sizeof each.room && !each.taken.exchange(true, std::memory_order_acquire)) {
                 return each.room;
+            }
         }
         return nullptr;
     }
@@ -55,6 +56,7 @@ void* ErrlBase::operator new(std::size_t bytes) noexcept
 
 void ErrlBase::operator delete(void* object) noexcept
 {
-    if (!keptAside.giveBack(object))
+    if (!keptAside.giveBack(object)) {
         ::operator delete(object);
+    }
 }

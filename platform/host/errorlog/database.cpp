@@ -22,13 +22,13 @@ namespace kest::host
 namespace
 {
 
-constexpr int                       layoutVersion   = 2;
-constexpr std::chrono::microseconds busyPause       = std::chrono::microseconds(500);
+constexpr int layoutVersion = 2;
+constexpr std::chrono::microseconds busyPause = std::chrono::microseconds(500);
 constexpr std::chrono::milliseconds readersPatience = std::chrono::milliseconds(5000);
-constexpr std::int64_t              anyLimit        = -1;
-constexpr int                       dropsAtOnce     = 64; ///< entries that one transaction deletes at most
-constexpr std::int64_t keptWalBytes    = 4 << 20;         ///< of the write-ahead log, once all of it is in the database
-constexpr std::int64_t largestWalBytes = 8 << 20;         ///< with a reader that holds it up: nothing is added then
+constexpr std::int64_t anyLimit = -1;
+constexpr int dropsAtOnce = 64; ///< entries that one transaction deletes at most
+constexpr std::int64_t keptWalBytes = 4 << 20; ///< of the write-ahead log, once all of it is in the database
+constexpr std::int64_t largestWalBytes = 8 << 20; ///< with a reader that holds it up: nothing is added then
 
 /// One object of the layout, word for word as SQLite keeps it.
 struct layoutObject {
@@ -66,7 +66,7 @@ struct finalizeStatement {
     void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
 using connectionOwner = std::unique_ptr<sqlite3, closeConnection>;
-using statementOwner  = std::unique_ptr<sqlite3_stmt, finalizeStatement>;
+using statementOwner = std::unique_ptr<sqlite3_stmt, finalizeStatement>;
 
 /// How long the present user of SQLite waits for others. One at a time does: the log's guard sees to it.
 patience currentPatience;
@@ -84,12 +84,12 @@ int sleepWithinPatience(sqlite3_vfs*, int microseconds)
 const char* patientFiles()
 {
     constexpr const char* name = "kest";
-    static sqlite3_vfs    files;
-    sqlite3_vfs* const    own = sqlite3_vfs_find(nullptr);
+    static sqlite3_vfs files;
+    sqlite3_vfs* const own = sqlite3_vfs_find(nullptr);
     if (sqlite3_vfs_find(name) == nullptr && own != nullptr) {
-        files        = *own;
-        files.pNext  = nullptr;
-        files.zName  = name;
+        files = *own;
+        files.pNext = nullptr;
+        files.zName = name;
         files.xSleep = sleepWithinPatience;
         sqlite3_vfs_register(&files, 0);
     }
@@ -106,8 +106,8 @@ bool isDamage(int result) { return (result & 0xFF) == SQLITE_CORRUPT || (result 
 
 connectionOwner connect(const std::filesystem::path& file, int flags, std::string& problem)
 {
-    sqlite3*        connection = nullptr;
-    const int       result = sqlite3_open_v2(file.c_str(), &connection, flags | SQLITE_OPEN_NOMUTEX, patientFiles());
+    sqlite3* connection = nullptr;
+    const int result = sqlite3_open_v2(file.c_str(), &connection, flags | SQLITE_OPEN_NOMUTEX, patientFiles());
     connectionOwner owner(connection);
     if (result != SQLITE_OK) {
         problem = fmt::format("{}: {}", file.string(), sqlite3_errstr(result));
@@ -162,14 +162,14 @@ layoutKind lookAtLayout(sqlite3* connection)
     const statementOwner statement =
         prepare(connection, "SELECT type, name, sql FROM sqlite_schema WHERE sql IS NOT NULL");
     std::size_t own = 0, others = 0;
-    bool        entries = false;
-    int         result  = statement != nullptr ? SQLITE_ROW : SQLITE_ERROR;
+    bool entries = false;
+    int result = statement != nullptr ? SQLITE_ROW : SQLITE_ERROR;
     while (result == SQLITE_ROW) {
         result = sqlite3_step(statement.get());
         if (result == SQLITE_ROW) {
             const std::string type = columnText(statement.get(), 0), name = columnText(statement.get(), 1),
                               text = columnText(statement.get(), 2);
-            const bool isOwn       = std::ranges::any_of(layout, [&](const layoutObject& each) {
+            const bool isOwn = std::ranges::any_of(layout, [&](const layoutObject& each) {
                 return type == each.type && name == each.name && text == each.text;
             });
             own += isOwn ? 1 : 0;
@@ -178,12 +178,13 @@ layoutKind lookAtLayout(sqlite3* connection)
         }
     }
     layoutKind kind = layoutKind::foreign;
-    if (result != SQLITE_DONE)
+    if (result != SQLITE_DONE) {
         kind = layoutKind::unreadable;
-    else if (own + others == 0)
+    } else if (own + others == 0) {
         kind = layoutKind::none;
-    else if (entries)
+    } else if (entries) {
         kind = own == layout.size() && others == 0 ? layoutKind::own : layoutKind::mixed;
+    }
     return kind;
 }
 
@@ -194,12 +195,12 @@ public:
 
     bool begin(std::string& note);
 
-    bool                             add(std::span<const storedEntry> entries, bool skipKnown, const logLimits& limits,
-                                         const patience& wait) override;
-    bool                             clear(const patience& wait) override;
-    [[nodiscard]] bool               replaced() const override;
+    bool add(std::span<const storedEntry> entries, bool skipKnown, const logLimits& limits,
+             const patience& wait) override;
+    bool clear(const patience& wait) override;
+    [[nodiscard]] bool replaced() const override;
     [[nodiscard]] const std::string& problem() const override { return m_problem; }
-    [[nodiscard]] bool               busy() const override { return m_busy; }
+    [[nodiscard]] bool busy() const override { return m_busy; }
 
 private:
     bool failed() noexcept;
@@ -225,15 +226,15 @@ private:
     bool transaction(body_t body);
 
     std::filesystem::path m_file;
-    std::string           m_walFile;
-    std::string           m_problem;
-    bool                  m_busy         = false;
-    bool                  m_changed      = false; ///< somebody changed the layout
-    std::int64_t          m_layoutNumber = 0;     ///< moves with each change of the layout
-    struct stat           m_opened {
+    std::string m_walFile;
+    std::string m_problem;
+    bool m_busy = false;
+    bool m_changed = false; ///< somebody changed the layout
+    std::int64_t m_layoutNumber = 0; ///< moves with each change of the layout
+    struct stat m_opened {
     };
     connectionOwner m_connection; // ahead of its statements
-    statementOwner  m_begin, m_commit, m_rollback, m_changeNumber, m_insert, m_known, m_totals, m_trim;
+    statementOwner m_begin, m_commit, m_rollback, m_changeNumber, m_insert, m_known, m_totals, m_trim;
 };
 
 /// Keeps SQLite's own words of what failed. @return false
@@ -262,13 +263,13 @@ bool sqliteDatabase::run(const char* text)
 bool sqliteDatabase::step(const statementOwner& statement, bool& row)
 {
     const int result = sqlite3_step(statement.get());
-    row              = result == SQLITE_ROW;
+    row = result == SQLITE_ROW;
     return row || result == SQLITE_DONE || failed();
 }
 
 bool sqliteDatabase::step(const statementOwner& statement)
 {
-    bool       row  = false;
+    bool row = false;
     const bool done = step(statement, row);
     sqlite3_reset(statement.get());
     return done;
@@ -277,9 +278,9 @@ bool sqliteDatabase::step(const statementOwner& statement)
 /// Reads one number. @param[out] value  0 when there is no row
 bool sqliteDatabase::number(const statementOwner& statement, std::int64_t& value)
 {
-    bool       row  = false;
+    bool row = false;
     const bool done = statement != nullptr ? step(statement, row) : failed();
-    value           = done && row ? sqlite3_column_int64(statement.get(), 0) : 0;
+    value = done && row ? sqlite3_column_int64(statement.get(), 0) : 0;
     sqlite3_reset(statement.get());
     return done;
 }
@@ -288,7 +289,7 @@ bool sqliteDatabase::prepareAll()
 {
     struct row {
         statementOwner& statement;
-        const char*     text;
+        const char* text;
     };
     const std::array rows{
         row{m_begin, "BEGIN IMMEDIATE"},
@@ -305,7 +306,7 @@ bool sqliteDatabase::prepareAll()
     bool done = true;
     for (const row& each : rows) {
         each.statement = prepare(m_connection.get(), each.text);
-        done           = done && (each.statement != nullptr || failed());
+        done = done && (each.statement != nullptr || failed());
     }
     return done;
 }
@@ -315,8 +316,9 @@ bool sqliteDatabase::prepareAll()
 bool sqliteDatabase::connectTo(const std::filesystem::path& file)
 {
     m_connection = connect(file, SQLITE_OPEN_READWRITE, m_problem);
-    if (m_connection == nullptr)
+    if (m_connection == nullptr) {
         return false;
+    }
     int keep = 1;
     sqlite3_file_control(m_connection.get(), "main", SQLITE_FCNTL_PERSIST_WAL, &keep);
     sqlite3_db_config(m_connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -331,18 +333,22 @@ bool sqliteDatabase::connectTo(const std::filesystem::path& file)
 bool sqliteDatabase::make()
 {
     const std::filesystem::path fresh = m_file.string() + ".new";
-    for (const std::filesystem::path& file : {fresh, m_file})
-        for (const char* suffix : {"-wal", "-shm", "-journal"})
+    for (const std::filesystem::path& file : {fresh, m_file}) {
+        for (const char* suffix : {"-wal", "-shm", "-journal"}) {
             unlink((file.string() + suffix).c_str());
+        }
+    }
     unlink(fresh.c_str());
     bool done = openFile(fresh, O_RDWR | O_CREAT | O_EXCL).valid() || failed(std::strerror(errno));
-    done      = done && connectTo(fresh) && rebuild();
+    done = done && connectTo(fresh) && rebuild();
     m_connection.reset();
-    for (const char* suffix : {"-wal", "-shm", ""})
+    for (const char* suffix : {"-wal", "-shm", ""}) {
         done = done && (rename((fresh.string() + suffix).c_str(), (m_file.string() + suffix).c_str()) == 0 ||
                         failed(std::strerror(errno)));
-    if (done)
+    }
+    if (done) {
         done = syncFolder(m_file.parent_path()) == 0 || failed(std::strerror(errno));
+    }
     return done;
 }
 
@@ -352,7 +358,7 @@ bool sqliteDatabase::rebuild()
     bool done = run("BEGIN IMMEDIATE") && dropForeign();
     for (const layoutObject& each : layout) {
         const bool there = &each == &entriesTable && lookAtLayout(m_connection.get()) != layoutKind::none;
-        done             = done && (there || run(each.text));
+        done = done && (there || run(each.text));
     }
     return done && (lookAtLayout(m_connection.get()) == layoutKind::own || failed("its layout can't be mended")) &&
            countEntries() && run(fmt::format("PRAGMA user_version = {}", layoutVersion).c_str()) && run("COMMIT");
@@ -367,8 +373,9 @@ bool sqliteDatabase::dropForeign()
             m_connection.get(), "SELECT printf('DROP %s IF EXISTS \"%w\";', type, name) FROM sqlite_schema"
                                 " WHERE sql IS NOT NULL AND type = ? AND NOT (type = 'table' AND name = 'entries')");
         sqlite3_bind_text(found.get(), 1, type, -1, SQLITE_STATIC);
-        while (sqlite3_step(found.get()) == SQLITE_ROW)
+        while (sqlite3_step(found.get()) == SQLITE_ROW) {
             drops += columnText(found.get(), 0);
+        }
     }
     return run(drops.c_str());
 }
@@ -402,19 +409,21 @@ bool sqliteDatabase::setAside(const char* why, std::string& note)
 /// Sees to it that nothing runs that the file brought along.
 bool sqliteDatabase::useOwnLayout(std::string& note)
 {
-    const int        version = layoutOf(m_connection.get());
-    const layoutKind kind    = lookAtLayout(m_connection.get());
-    bool             done    = true;
-    if (version < 0 || kind == layoutKind::unreadable)
+    const int version = layoutOf(m_connection.get());
+    const layoutKind kind = lookAtLayout(m_connection.get());
+    bool done = true;
+    if (version < 0 || kind == layoutKind::unreadable) {
         done = failed();
-    else if (version > layoutVersion)
+    } else if (version > layoutVersion) {
         done = failed(newerVersion);
-    else if (kind == layoutKind::foreign)
+    } else if (kind == layoutKind::foreign) {
         done = setAside("is not an error log", note);
-    else if (kind != layoutKind::own || version != layoutVersion)
+    } else if (kind != layoutKind::own || version != layoutVersion) {
         done = rebuild() || (!m_busy && setAside("has a layout that can't be mended", note));
-    if (done)
+    }
+    if (done) {
         sqlite3_db_config(m_connection.get(), SQLITE_DBCONFIG_ENABLE_TRIGGER, 1, nullptr);
+    }
     return done && checkTotals();
 }
 
@@ -431,11 +440,12 @@ bool sqliteDatabase::begin(std::string& note)
 {
     // Never opened beside SQLite: closing it would drop SQLite's locks.
     bool done = access(m_file.c_str(), F_OK) == 0 || make();
-    done      = done && (stat(m_file.c_str(), &m_opened) == 0 || failed(std::strerror(errno)));
-    if (done && !ownerIsTrusted(m_file, m_opened))
+    done = done && (stat(m_file.c_str(), &m_opened) == 0 || failed(std::strerror(errno)));
+    if (done && !ownerIsTrusted(m_file, m_opened)) {
         done = setAside("belongs to another user", note);
-    else
+    } else {
         done = done && connectTo(m_file);
+    }
     done = done && useOwnLayout(note) && prepareAll() && number(m_changeNumber, m_layoutNumber) &&
            (stat(m_file.c_str(), &m_opened) == 0 || failed(std::strerror(errno)));
     m_walFile = m_file.string() + "-wal";
@@ -453,9 +463,9 @@ bool sqliteDatabase::replaced() const
 /// Another layout than the one that was looked at is not run. Inside a transaction: it can't change any more.
 bool sqliteDatabase::checkUnchanged()
 {
-    std::int64_t now  = 0;
-    const bool   done = number(m_changeNumber, now);
-    m_changed         = done && now != m_layoutNumber;
+    std::int64_t now = 0;
+    const bool done = number(m_changeNumber, now);
+    m_changed = done && now != m_layoutNumber;
     return done && (!m_changed || failed("its layout has been changed"));
 }
 
@@ -467,11 +477,11 @@ bool sqliteDatabase::keepWalSmall()
     bool done = true;
     if (stat(m_walFile.c_str(), &facts) == 0 && facts.st_size > largestWalBytes) {
         const patience before = std::exchange(currentPatience, patience());
-        const int      result =
+        const int result =
             sqlite3_wal_checkpoint_v2(m_connection.get(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
         currentPatience = before;
-        done            = result == SQLITE_OK || failed("a reader holds up the write-ahead log");
-        m_busy          = !done;
+        done = result == SQLITE_OK || failed("a reader holds up the write-ahead log");
+        m_busy = !done;
     }
     return done;
 }
@@ -479,7 +489,7 @@ bool sqliteDatabase::keepWalSmall()
 template <typename body_t>
 bool sqliteDatabase::transaction(body_t body)
 {
-    m_busy          = false;
+    m_busy = false;
     const bool done = keepWalSmall() && step(m_begin) && checkUnchanged() && body() && step(m_commit);
     if (!done && sqlite3_get_autocommit(m_connection.get()) == 0) {
         std::string cause;
@@ -495,7 +505,7 @@ bool sqliteDatabase::transaction(body_t body)
 bool sqliteDatabase::insert(const storedEntry& stored, bool skipKnown)
 {
     bool known = false;
-    bool done  = true;
+    bool done = true;
     if (skipKnown) {
         sqlite3_bind_int64(m_known.get(), 1, stored.plid);
         bindText(m_known.get(), 2, stored.line);
@@ -517,12 +527,12 @@ bool sqliteDatabase::insert(const storedEntry& stored, bool skipKnown)
 bool sqliteDatabase::trim(const logLimits& limits)
 {
     const std::int64_t latest = sqlite3_last_insert_rowid(m_connection.get());
-    bool               done   = true;
-    bool               over   = true;
+    bool done = true;
+    bool over = true;
     for (int dropped = 0; done && over && dropped < dropsAtOnce; ++dropped) {
         bool row = false;
-        done     = step(m_totals, row);
-        over     = done && row && sqlite3_column_int64(m_totals.get(), 0) > 1 &&
+        done = step(m_totals, row);
+        over = done && row && sqlite3_column_int64(m_totals.get(), 0) > 1 &&
                (static_cast<std::uint64_t>(sqlite3_column_int64(m_totals.get(), 0)) > limits.entries ||
                 static_cast<std::uint64_t>(sqlite3_column_int64(m_totals.get(), 1)) > limits.bytes);
         sqlite3_reset(m_totals.get());
@@ -541,8 +551,9 @@ bool sqliteDatabase::add(std::span<const storedEntry> entries, bool skipKnown, c
     currentPatience = wait;
     return transaction([&] {
         bool done = true;
-        for (const storedEntry& stored : entries)
+        for (const storedEntry& stored : entries) {
             done = done && insert(stored, skipKnown);
+        }
         return done && trim(limits);
     });
 }
@@ -553,7 +564,7 @@ bool sqliteDatabase::clear(const patience& wait)
     const bool done = transaction([&] { return run("DELETE FROM entries"); });
     if (done) {
         run("VACUUM; PRAGMA wal_checkpoint(TRUNCATE)"); // fails while others read; the room is then used again instead
-        number(m_changeNumber, m_layoutNumber);         // which VACUUM moves
+        number(m_changeNumber, m_layoutNumber); // which VACUUM moves
     }
     return done;
 }
@@ -561,8 +572,9 @@ bool sqliteDatabase::clear(const patience& wait)
 /// Binds null for what is not asked for.
 void bindOptional(sqlite3_stmt* statement, int index, const std::optional<std::int64_t>& value)
 {
-    if (value)
+    if (value) {
         sqlite3_bind_int64(statement, index, *value);
+    }
 }
 
 } // namespace
@@ -571,13 +583,13 @@ openedDatabase database::open(const std::filesystem::path& file, const patience&
 {
     openedDatabase result;
     currentPatience = wait;
-    auto opened     = std::make_unique<sqliteDatabase>(file);
+    auto opened = std::make_unique<sqliteDatabase>(file);
     if (opened->begin(result.note)) {
         result.value = std::move(opened);
     } else {
         result.problem = opened->problem();
-        result.busy    = opened->busy();
-        result.newer   = result.problem.ends_with(newerVersion);
+        result.busy = opened->busy();
+        result.newer = result.problem.ends_with(newerVersion);
     }
     return result;
 }
@@ -590,9 +602,9 @@ struct readTransaction {
     readTransaction(const std::filesystem::path& file, std::string& problem);
 
     connectionOwner connection;
-    bool            empty   = false; ///< there is no file, or nothing in it: nothing failed
-    bool            good    = false; ///< the table of entries can be read
-    bool            damaged = false; ///< waiting or permission would not help
+    bool empty = false; ///< there is no file, or nothing in it: nothing failed
+    bool good = false; ///< the table of entries can be read
+    bool damaged = false; ///< waiting or permission would not help
 };
 
 readTransaction::readTransaction(const std::filesystem::path& file, std::string& problem)
@@ -600,24 +612,27 @@ readTransaction::readTransaction(const std::filesystem::path& file, std::string&
     currentPatience = patience(readersPatience);
     if (access(file.c_str(), F_OK) != 0) {
         empty = errno == ENOENT || errno == ENOTDIR;
-        if (!empty) // SQLite would not say why
+        if (!empty) { // SQLite would not say why
             problem = fmt::format("{}: {}", file.string(), std::strerror(errno));
+        }
         return;
     }
     connection = connect(file, SQLITE_OPEN_READONLY, problem);
-    if (connection == nullptr)
+    if (connection == nullptr) {
         return;
+    }
     sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-    const bool       begun = sqlite3_exec(connection.get(), "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
-    const layoutKind kind  = begun ? lookAtLayout(connection.get()) : layoutKind::unreadable;
-    empty                  = kind == layoutKind::none;
-    good                   = kind == layoutKind::own || kind == layoutKind::mixed;
+    const bool begun = sqlite3_exec(connection.get(), "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
+    const layoutKind kind = begun ? lookAtLayout(connection.get()) : layoutKind::unreadable;
+    empty = kind == layoutKind::none;
+    good = kind == layoutKind::own || kind == layoutKind::mixed;
     damaged =
         kind == layoutKind::foreign || (kind == layoutKind::unreadable && isDamage(sqlite3_errcode(connection.get())));
-    if (kind == layoutKind::unreadable)
+    if (kind == layoutKind::unreadable) {
         problem = fmt::format("{}: {}", file.string(), sqlite3_errmsg(connection.get()));
-    else if (kind == layoutKind::foreign)
+    } else if (kind == layoutKind::foreign) {
         problem = fmt::format("{}: not an error log", file.string());
+    }
 }
 
 } // namespace
@@ -630,11 +645,12 @@ void readDatabase(const std::filesystem::path& file, const entryFilter& filter, 
         " AND (?3 IS NULL OR severity = ?3) AND (?4 IS NULL OR component = ?4)"
         " ORDER BY committed_ms DESC, id DESC LIMIT ?5";
     const readTransaction reading(file, problem);
-    if (!reading.good)
+    if (!reading.good) {
         return;
-    const statementOwner statement  = prepare(reading.connection.get(), query);
-    int                  result     = sqlite3_errcode(reading.connection.get());
-    std::uint64_t        unreadable = 0;
+    }
+    const statementOwner statement = prepare(reading.connection.get(), query);
+    int result = sqlite3_errcode(reading.connection.get());
+    std::uint64_t unreadable = 0;
     if (statement != nullptr) {
         bindOptional(statement.get(), 1, filter.plid);
         bindOptional(statement.get(), 2, filter.sinceMs);
@@ -642,30 +658,32 @@ void readDatabase(const std::filesystem::path& file, const entryFilter& filter, 
         bindOptional(statement.get(), 4, filter.component);
         sqlite3_bind_int64(statement.get(), 5, filter.limit > 0 ? static_cast<std::int64_t>(filter.limit) : anyLimit);
         for (result = sqlite3_step(statement.get()); result == SQLITE_ROW; result = sqlite3_step(statement.get())) {
-            if (auto entry = fromLine(columnText(statement.get(), 0)))
+            if (auto entry = fromLine(columnText(statement.get(), 0))) {
                 entries.push_back(std::move(*entry));
-            else
+            } else {
                 ++unreadable;
+            }
         }
     }
-    if (result != SQLITE_DONE)
+    if (result != SQLITE_DONE) {
         problem = fmt::format("{}: {}", file.string(), sqlite3_errmsg(reading.connection.get()));
-    else if (unreadable > 0)
+    } else if (unreadable > 0) {
         problem = fmt::format("{}: {} entries are damaged", file.string(), unreadable);
+    }
 }
 
 bool highestStoredId(const std::filesystem::path& file, std::uint32_t limit, std::uint32_t& highest)
 {
-    std::string           ignored;
+    std::string ignored;
     const readTransaction reading(file, ignored);
-    bool                  done = reading.empty;
-    highest                    = 0;
+    bool done = reading.empty;
+    highest = 0;
     if (reading.good) {
         const statementOwner statement =
             prepare(reading.connection.get(), "SELECT ifnull(max(plid), 0) FROM entries WHERE plid <= ?");
         if (statement != nullptr) {
             sqlite3_bind_int64(statement.get(), 1, limit);
-            done    = sqlite3_step(statement.get()) == SQLITE_ROW;
+            done = sqlite3_step(statement.get()) == SQLITE_ROW;
             highest = done ? static_cast<std::uint32_t>(sqlite3_column_int64(statement.get(), 0)) : 0;
         }
     }
@@ -674,17 +692,18 @@ bool highestStoredId(const std::filesystem::path& file, std::uint32_t limit, std
 
 std::string checkDatabase(const std::filesystem::path& file, bool& damaged)
 {
-    std::string           problem;
+    std::string problem;
     const readTransaction reading(file, problem);
     damaged = reading.damaged;
     if (reading.good) {
         const statementOwner statement = prepare(reading.connection.get(), "PRAGMA integrity_check(1)");
-        const bool           answered  = statement != nullptr && sqlite3_step(statement.get()) == SQLITE_ROW;
-        const std::string    answer =
+        const bool answered = statement != nullptr && sqlite3_step(statement.get()) == SQLITE_ROW;
+        const std::string answer =
             answered ? columnText(statement.get(), 0) : std::string(sqlite3_errmsg(reading.connection.get()));
         damaged = answered ? answer != "ok" : isDamage(sqlite3_errcode(reading.connection.get()));
-        if (!answered || damaged)
+        if (!answered || damaged) {
             problem = fmt::format("{}: {}", file.string(), answer);
+        }
     }
     return problem;
 }
@@ -694,9 +713,10 @@ int setDatabaseAside(const std::filesystem::path& file)
     int error = 0;
     for (const char* suffix : {"-wal", "-shm", "-journal", ""}) {
         const std::string from = file.string() + suffix;
-        const std::string to   = file.string() + ".damaged" + suffix;
-        if (error == 0 && rename(from.c_str(), to.c_str()) != 0)
+        const std::string to = file.string() + ".damaged" + suffix;
+        if (error == 0 && rename(from.c_str(), to.c_str()) != 0) {
             error = errno != ENOENT || (unlink(to.c_str()) != 0 && errno != ENOENT) ? errno : 0; // an older one's
+        }
     }
     return error;
 }

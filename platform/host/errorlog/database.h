@@ -18,20 +18,20 @@ namespace kest::host
 
 /// One entry as the database takes it.
 struct storedEntry {
-    std::uint32_t    plid        = 0;
-    std::int64_t     committedMs = 0;
-    std::uint32_t    severity    = 0;
-    std::uint16_t    creator     = 0;
+    std::uint32_t plid = 0;
+    std::int64_t committedMs = 0;
+    std::uint32_t severity = 0;
+    std::uint16_t creator = 0;
     std::string_view line; ///< its JSON form
 };
 
 /// What came of opening a database.
 struct openedDatabase {
     std::unique_ptr<class database> value; ///< null when it can't be used, also when this build has no database at all
-    std::string                     problem;       ///< why there is none
-    bool                            busy  = false; ///< others kept it busy for too long
-    bool                            newer = false; ///< a newer version made it
-    std::string                     note;          ///< what people should know: that a foreign file was set aside
+    std::string problem; ///< why there is none
+    bool busy = false; ///< others kept it busy for too long
+    bool newer = false; ///< a newer version made it
+    std::string note; ///< what people should know: that a foreign file was set aside
 };
 
 /// A connection that writes. For one thread at a time, and not to be kept across fork(). Nothing but opening throws.
@@ -43,10 +43,10 @@ public:
     /// the file is set aside. Others that open one at the same time are kept away by the caller.
     static openedDatabase open(const std::filesystem::path& file, const patience& wait);
 
-    database()                           = default;
-    database(const database&)            = delete;
+    database() = default;
+    database(const database&) = delete;
     database& operator=(const database&) = delete;
-    virtual ~database()                  = default;
+    virtual ~database() = default;
 
     /// Adds entries and drops what passes the limits, some entries at a time, all in one transaction that is durable on return.
     /// @param skipKnown  leaves out entries that are there already, byte for byte

@@ -38,17 +38,17 @@ void alter(ErrlEntry::State& state, change_t change) noexcept
 loggedEntry numbersOf(const loggedEntry& entry) noexcept
 {
     loggedEntry numbers;
-    numbers.plid            = entry.plid;
-    numbers.createdMs       = entry.createdMs;
-    numbers.committedMs     = entry.committedMs;
-    numbers.severity        = entry.severity;
-    numbers.eventType       = entry.eventType;
-    numbers.creator         = entry.creator;
-    numbers.returnCode      = entry.returnCode;
+    numbers.plid = entry.plid;
+    numbers.createdMs = entry.createdMs;
+    numbers.committedMs = entry.committedMs;
+    numbers.severity = entry.severity;
+    numbers.eventType = entry.eventType;
+    numbers.creator = entry.creator;
+    numbers.returnCode = entry.returnCode;
     numbers.commitComponent = entry.commitComponent;
-    numbers.commitAction    = entry.commitAction;
-    numbers.processId       = entry.processId;
-    numbers.incomplete      = true;
+    numbers.commitAction = entry.commitAction;
+    numbers.processId = entry.processId;
+    numbers.incomplete = true;
     return numbers;
 }
 
@@ -83,30 +83,31 @@ ErrlEntry::ErrlEntry(unsigned short component, errlSeverity severity, errlEventT
 {
     static_assert(sizeof(State) <= roomBytes && alignof(State) <= alignof(std::uint64_t));
     loggedEntry& facts = m_state->facts;
-    facts.plid         = nextEntryId();
-    facts.createdMs    = nowMs();
-    facts.severity     = severity;
-    facts.eventType    = eventType;
-    facts.creator      = component;
-    facts.processId    = getpid();
+    facts.plid = nextEntryId();
+    facts.createdMs = nowMs();
+    facts.severity = severity;
+    facts.eventType = eventType;
+    facts.creator = component;
+    facts.processId = getpid();
     alter(*m_state, [](State& state) { state.facts.process = cleanText(program_invocation_short_name); });
 }
 
 ErrlEntry& ErrlEntry::operator=(const ErrlEntry& other)
 {
     if (this != &other) {
-        loggedEntry               facts;
+        loggedEntry facts;
         std::list<State::heldSrc> further;
         try {
-            for (const State::heldSrc& held : other.m_state->further)
+            for (const State::heldSrc& held : other.m_state->further) {
                 further.emplace_back(held.words.src);
+            }
             facts = other.m_state->facts;
         } catch (const std::exception&) {
             further.clear();
             facts = numbersOf(other.m_state->facts);
         }
         m_state->first.words = other.m_state->first.words;
-        m_state->facts       = std::move(facts);
+        m_state->facts = std::move(facts);
         m_state->further.swap(further);
     }
     return *this;
@@ -128,7 +129,7 @@ void ErrlEntry::addSRC(unsigned short creator, const SrciSrc& src)
 {
     alter(*m_state, [&](State& state) {
         loggedSrc copy = src.state()->src;
-        copy.creator   = creator;
+        copy.creator = creator;
         state.further.emplace_back(copy);
     });
 }
@@ -137,8 +138,9 @@ void ErrlEntry::CollectTrace(const char* bufferName, unsigned int bytes)
 {
     alter(*m_state, [&](State& state) {
         std::string text = bufferName != nullptr ? collectTrace(bufferName, bytes) : std::string();
-        if (!text.empty())
+        if (!text.empty()) {
             state.facts.traces.push_back({cleanText(bufferName), cleanText(text)});
+        }
     });
 }
 
@@ -146,10 +148,11 @@ void ErrlEntry::addUsrDtls(const void* data, unsigned short length, unsigned sho
                            unsigned char subsection)
 {
     alter(*m_state, [&](State& state) {
-        const auto*   bytes = static_cast<const std::uint8_t*>(data);
+        const auto* bytes = static_cast<const std::uint8_t*>(data);
         loggedDetails details{component, version, subsection, {}};
-        if (bytes != nullptr)
+        if (bytes != nullptr) {
             details.bytes.assign(bytes, bytes + length);
+        }
         state.facts.userDetails.push_back(std::move(details));
     });
 }
@@ -185,16 +188,17 @@ void ErrlEntry::addSwErr(unsigned short component, unsigned int returnCode, unsi
 void ErrlEntry::commit(unsigned short component, unsigned short action)
 {
     m_state->facts.commitComponent = component;
-    m_state->facts.commitAction    = action;
-    m_state->facts.committedMs     = nowMs();
+    m_state->facts.commitAction = action;
+    m_state->facts.committedMs = nowMs();
     storeEntry(*this);
 }
 
 const SrciSrc* ErrlEntry::getSRC(unsigned short index) const
 {
     const SrciSrc* found = index == 0 ? &m_state->first.handle : nullptr;
-    if (index > 0 && index <= m_state->further.size())
+    if (index > 0 && index <= m_state->further.size()) {
         found = &std::next(m_state->further.begin(), index - 1)->handle;
+    }
     return found;
 }
 
@@ -210,10 +214,11 @@ namespace kest::host
 loggedEntry describeEntry(const ErrlEntry& entry)
 {
     const ErrlEntry::State& state = *entry.state();
-    loggedEntry             facts = state.facts;
+    loggedEntry facts = state.facts;
     facts.srcs.push_back(state.first.words.src);
-    for (const ErrlEntry::State::heldSrc& held : state.further)
+    for (const ErrlEntry::State::heldSrc& held : state.further) {
         facts.srcs.push_back(held.words.src);
+    }
     return facts;
 }
 

@@ -17,19 +17,19 @@ struct ErrlEntry::State {
     /// An SRC and what callers hold on to.
     struct heldSrc {
         explicit heldSrc(const kest::host::loggedSrc& src) : words{src} {}
-        heldSrc(const heldSrc&)            = delete;
+        heldSrc(const heldSrc&) = delete;
         heldSrc& operator=(const heldSrc&) = delete;
-        ~heldSrc()                         = default;
+        ~heldSrc() = default;
 
         SrciSrc::State words;
-        SrciSrc        handle{&words};
+        SrciSrc handle{&words};
     };
 
     explicit State(const kest::host::loggedSrc& src) : first(src) {}
 
     kest::host::loggedEntry facts; ///< `facts.srcs` stays empty
-    heldSrc                 first;
-    std::list<heldSrc>      further;
+    heldSrc first;
+    std::list<heldSrc> further;
 };
 
 namespace kest::host

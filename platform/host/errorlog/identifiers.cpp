@@ -18,30 +18,31 @@ namespace kest::host
 namespace
 {
 
-constexpr std::uint32_t firstBlock    = 16;
-constexpr std::uint32_t largestBlock  = 1024;
+constexpr std::uint32_t firstBlock = 16;
+constexpr std::uint32_t largestBlock = 1024;
 constexpr std::uint32_t lastCountedId = 0x7FFFFFFF;
-constexpr std::uint32_t guessedBit    = 0x80000000;
-constexpr std::size_t   counterDigits = 10;
+constexpr std::uint32_t guessedBit = 0x80000000;
+constexpr std::size_t counterDigits = 10;
 
 constexpr std::chrono::milliseconds patienceForCounter{2000};
 
 /// @return the highest counted identifier of any entry stored, or nothing when that can't be found out
 std::optional<std::uint32_t> highestKnownId(const configuration& settings)
 {
-    const logFiles           files(settings);
-    const std::scoped_lock   lock(theLog().guard);
-    std::uint32_t            highest  = 0;
-    bool                     readable = highestStoredId(files.database, lastCountedId, highest);
+    const logFiles files(settings);
+    const std::scoped_lock lock(theLog().guard);
+    std::uint32_t highest = 0;
+    bool readable = highestStoredId(files.database, lastCountedId, highest);
     std::vector<std::string> lines;
     for (const spoolPlace& place : spoolPlaces(settings)) {
         const bool own = place.folder == files.folder || preparePrivateFolder(place.folder, false) == 0;
-        readable       = readable && (!own || place.lines.read(lines) == 0);
+        readable = readable && (!own || place.lines.read(lines) == 0);
     }
     for (const std::string& line : lines) {
         const auto facts = factsOfLine(line);
-        if (facts && facts->plid <= lastCountedId)
+        if (facts && facts->plid <= lastCountedId) {
             highest = std::max(highest, facts->plid);
+        }
     }
     return readable ? std::optional(highest) : std::nullopt;
 }
@@ -50,11 +51,12 @@ std::optional<std::uint32_t> highestKnownId(const configuration& settings)
 std::uint32_t readCounter(const std::filesystem::path& file)
 {
     std::vector<std::uint8_t> bytes;
-    std::uint32_t             number = 0;
+    std::uint32_t number = 0;
     if (readFile(file, counterDigits + 1, bytes) == 0 && bytes.size() == counterDigits + 1) {
         const auto* begin = reinterpret_cast<const char*>(bytes.data());
-        if (std::from_chars(begin, begin + counterDigits, number).ptr != begin + counterDigits)
+        if (std::from_chars(begin, begin + counterDigits, number).ptr != begin + counterDigits) {
             number = 0;
+        }
     }
     return number;
 }
@@ -63,9 +65,9 @@ std::uint32_t readCounter(const std::filesystem::path& file)
 /// behind it: a file of another length is a lost counter.
 bool writeCounter(const logFiles& files, std::uint32_t number)
 {
-    const bool           fresh   = access(files.nextId.c_str(), F_OK) != 0;
+    const bool fresh = access(files.nextId.c_str(), F_OK) != 0;
     const fileDescriptor counter = openFile(files.nextId, O_WRONLY | O_CREAT);
-    const std::string    text    = fmt::format("{:0{}}\n", number, counterDigits);
+    const std::string text = fmt::format("{:0{}}\n", number, counterDigits);
     return counter.valid() && writeAll(counter.number(), text) == 0 &&
            ftruncate(counter.number(), static_cast<off_t>(text.size())) == 0 && fdatasync(counter.number()) == 0 &&
            (!fresh || syncFolder(files.folder) == 0);
@@ -79,17 +81,20 @@ std::uint32_t setAside(const configuration& settings, std::uint32_t count)
     // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which an opener of the database takes
     // while holding what this takes.
     std::uint32_t behind = 0;
-    if (readCounter(files.nextId) == 0)
+    if (readCounter(files.nextId) == 0) {
         behind = highestKnownId(settings).value_or(UINT32_MAX) + 1;
+    }
     std::uint32_t first = 0;
     if (makeFolders(files.folder) == 0) {
-        const patientLock   lock(files.lock, patience(patienceForCounter));
+        const patientLock lock(files.lock, patience(patienceForCounter));
         const std::uint32_t counted = readCounter(files.nextId);
-        std::uint32_t       next    = counted != 0 ? counted : behind;
-        if (next > lastCountedId - count)
+        std::uint32_t next = counted != 0 ? counted : behind;
+        if (next > lastCountedId - count) {
             next = 1; // used up: from the start again, whose entries are long gone
-        if (lock.error() == 0 && next != 0 && writeCounter(files, next + count))
+        }
+        if (lock.error() == 0 && next != 0 && writeCounter(files, next + count)) {
             first = next;
+        }
     }
     return first;
 }
@@ -97,14 +102,16 @@ std::uint32_t setAside(const configuration& settings, std::uint32_t count)
 /// Without a state folder nothing can be set aside: each process then counts from a point of its own in the upper half of the numbers.
 std::uint32_t guess(processLog& log, std::uint32_t count)
 {
-    if (log.guessedId == 0 && getentropy(&log.guessedId, sizeof log.guessedId) != 0)
+    if (log.guessedId == 0 && getentropy(&log.guessedId, sizeof log.guessedId) != 0) {
         log.guessedId = static_cast<std::uint32_t>(time(nullptr)) * 2654435761U ^ static_cast<std::uint32_t>(getpid())
                                                                                       << 12;
+    }
     log.guessedId |= guessedBit;
-    if (log.guessedId > UINT32_MAX - 2 * count) // a block must not pass the very end
+    if (log.guessedId > UINT32_MAX - 2 * count) { // a block must not pass the very end
         log.guessedId = guessedBit;
+    }
     const std::uint32_t first = log.guessedId;
-    log.guessedId             = first + count;
+    log.guessedId = first + count;
     return first;
 }
 
@@ -112,13 +119,13 @@ std::uint32_t guess(processLog& log, std::uint32_t count)
 
 std::uint32_t nextEntryId() noexcept
 {
-    processLog&            log = theLog();
+    processLog& log = theLog();
     const std::scoped_lock lock(log.idGuard);
-    std::uint32_t          first = 0;
+    std::uint32_t first = 0;
     try {
         const configuration& settings = currentConfiguration();
         if (log.nextId == log.endId || log.idSettings != &settings) {
-            log.blockSize  = std::clamp(2 * log.blockSize, firstBlock, largestBlock);
+            log.blockSize = std::clamp(2 * log.blockSize, firstBlock, largestBlock);
             log.idSettings = &settings;
             log.nextId = log.endId = 0;
             const quietWrites quiet;
@@ -129,7 +136,7 @@ std::uint32_t nextEntryId() noexcept
     }
     if (log.nextId == log.endId) {
         log.nextId = first != 0 ? first : guess(log, log.blockSize);
-        log.endId  = log.nextId + log.blockSize;
+        log.endId = log.nextId + log.blockSize;
     }
     return log.nextId++;
 }

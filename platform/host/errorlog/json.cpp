@@ -33,33 +33,39 @@ std::vector<std::uint8_t> fromHex(const std::string& text)
 {
     const auto value = [](char digit) {
         const auto found = digits.find(digit);
-        if (found == digits.npos)
+        if (found == digits.npos) {
             throw nlohmann::json::other_error::create(500, "not a hexadecimal digit", nullptr);
+        }
         return found;
     };
-    if (text.size() % 2 != 0)
+    if (text.size() % 2 != 0) {
         throw nlohmann::json::other_error::create(500, "half a byte", nullptr);
+    }
     std::vector<std::uint8_t> bytes(text.size() / 2);
-    for (std::size_t index = 0; index < bytes.size(); ++index)
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
         bytes[index] = static_cast<std::uint8_t>(value(text[2 * index]) << 4 | value(text[2 * index + 1]));
+    }
     return bytes;
 }
 
 /// Bytes of the UTF-8 sequence at the start of `text`; 0 when there is no valid one.
 std::size_t sequenceLength(std::string_view text)
 {
-    const auto  byte   = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const auto  first  = byte(0);
+    const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
+    const auto first = byte(0);
     std::size_t length = first < 0x80                    ? 1
                          : first >= 0xC2 && first < 0xE0 ? 2
                          : first >= 0xE0 && first < 0xF0 ? 3
                          : first >= 0xF0 && first < 0xF5 ? 4
                                                          : 0;
-    if (length > text.size())
+    if (length > text.size()) {
         length = 0;
-    for (std::size_t index = 1; index < length; ++index)
-        if ((byte(index) & 0xC0) != 0x80)
+    }
+    for (std::size_t index = 1; index < length; ++index) {
+        if ((byte(index) & 0xC0) != 0x80) {
             length = 0;
+        }
+    }
     const bool overlongOrBeyond =
         length > 2 && ((first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) > 0x9F) ||
                        (first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) > 0x8F));
@@ -72,8 +78,9 @@ constexpr std::uint32_t replacementCharacter = 0xFFFD;
 std::uint32_t codePoint(std::string_view sequence)
 {
     std::uint32_t point = static_cast<unsigned char>(sequence.front()) & (0x7FU >> sequence.size());
-    for (const char byte : sequence.substr(1))
+    for (const char byte : sequence.substr(1)) {
         point = point << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
+    }
     return point;
 }
 
@@ -81,24 +88,26 @@ std::uint32_t codePoint(std::string_view sequence)
 void addUnits(std::string& text, std::uint32_t point)
 {
     constexpr std::uint32_t firstOfPairs = 0x10000;
-    if (point >= firstOfPairs)
+    if (point >= firstOfPairs) {
         fmt::format_to(std::back_inserter(text), "\\u{:04x}\\u{:04x}", 0xD800 + ((point - firstOfPairs) >> 10),
                        0xDC00 + ((point - firstOfPairs) & 0x3FF));
-    else
+    } else {
         fmt::format_to(std::back_inserter(text), "\\u{:04x}", point);
+    }
 }
 
 void addPlain(std::string& text, char character)
 {
     constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
     constexpr std::string_view letters = "\"\\bfnrt";
-    const std::size_t          found   = escaped.find(character);
-    if (found != escaped.npos)
+    const std::size_t found = escaped.find(character);
+    if (found != escaped.npos) {
         text.append(1, '\\').append(1, letters[found]);
-    else if (static_cast<unsigned char>(character) < 0x20)
+    } else if (static_cast<unsigned char>(character) < 0x20) {
         addUnits(text, static_cast<unsigned char>(character));
-    else
+    } else {
         text += character;
+    }
 }
 
 template <typename... Values>
@@ -112,8 +121,9 @@ void addList(std::string& text, const Items& items, Add addItem)
 {
     text += '[';
     for (const auto& item : items) {
-        if (text.back() != '[')
+        if (text.back() != '[') {
             text += ',';
+        }
         addItem(item);
     }
     text += ']';
@@ -124,7 +134,7 @@ template <typename Number>
 bool numberOf(std::string_view line, std::string_view name, Number& number)
 {
     const std::size_t found = line.find(fmt::format("\"{}\":", name));
-    const char*       begin = found != line.npos ? line.data() + found + name.size() + 3 : line.data();
+    const char* begin = found != line.npos ? line.data() + found + name.size() + 3 : line.data();
     return found != line.npos && std::from_chars(begin, line.data() + line.size(), number).ec == std::errc();
 }
 
@@ -161,10 +171,11 @@ std::string quotedText(std::string_view text)
     std::string quoted = "\"";
     while (!text.empty()) {
         const std::size_t length = sequenceLength(text);
-        if (length == 1)
+        if (length == 1) {
             addPlain(quoted, text.front());
-        else
+        } else {
             addUnits(quoted, length == 0 ? replacementCharacter : codePoint(text.substr(0, length)));
+        }
         text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return quoted += '"';
@@ -210,18 +221,18 @@ std::string toLine(const loggedEntry& entry)
 
 std::string_view toReducedLine(const loggedEntry& entry, const loggedSrc& first, reducedLine& room) noexcept
 {
-    const auto& words  = first.words;
-    const int   length = std::snprintf(
-          room.data(), room.size(),
-          R"({"callouts":[],"commitAction":%)" PRIu16 R"(,"commitComponent":%)" PRIu16 R"(,"committedMs":%)" PRId64
-          R"(,"createdMs":%)" PRId64 R"(,"creator":%)" PRIu16 R"(,"eventType":%)" PRIu32
-          R"(,"fruCallouts":[],"incomplete":true,"plid":%)" PRIu32 R"(,"process":"","processId":%)" PRId32
-          R"(,"returnCode":%)" PRIu32 R"(,"severity":%)" PRIu32 R"(,"softwareErrors":[],"srcs":[{"creator":%)" PRIu16
-          R"(,"flags":%)" PRIu32 R"(,"terminatingState":%)" PRIu32 R"(,"words":[%)" PRIu32 ",%" PRIu32 ",%" PRIu32
-          ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 R"(]}],"traces":[],"userDetails":[]})",
-          entry.commitAction, entry.commitComponent, entry.committedMs, entry.createdMs, entry.creator, entry.eventType,
-          entry.plid, entry.processId, entry.returnCode, entry.severity, first.creator, first.flags,
-          first.terminatingState, words[0], words[1], words[2], words[3], words[4], words[5], words[6], words[7]);
+    const auto& words = first.words;
+    const int length = std::snprintf(
+        room.data(), room.size(),
+        R"({"callouts":[],"commitAction":%)" PRIu16 R"(,"commitComponent":%)" PRIu16 R"(,"committedMs":%)" PRId64
+        R"(,"createdMs":%)" PRId64 R"(,"creator":%)" PRIu16 R"(,"eventType":%)" PRIu32
+        R"(,"fruCallouts":[],"incomplete":true,"plid":%)" PRIu32 R"(,"process":"","processId":%)" PRId32
+        R"(,"returnCode":%)" PRIu32 R"(,"severity":%)" PRIu32 R"(,"softwareErrors":[],"srcs":[{"creator":%)" PRIu16
+        R"(,"flags":%)" PRIu32 R"(,"terminatingState":%)" PRIu32 R"(,"words":[%)" PRIu32 ",%" PRIu32 ",%" PRIu32
+        ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 R"(]}],"traces":[],"userDetails":[]})",
+        entry.commitAction, entry.commitComponent, entry.committedMs, entry.createdMs, entry.creator, entry.eventType,
+        entry.plid, entry.processId, entry.returnCode, entry.severity, first.creator, first.flags,
+        first.terminatingState, words[0], words[1], words[2], words[3], words[4], words[5], words[6], words[7]);
     return {room.data(), std::min(static_cast<std::size_t>(std::max(length, 0)), room.size() - 1)};
 }
 
@@ -239,14 +250,14 @@ std::optional<loggedEntry> fromLine(std::string_view line)
 std::string deviceOfRecord(std::string_view record)
 {
     constexpr std::string_view noTarget = "00";
-    const auto                 json     = nlohmann::json::parse(record, nullptr, false);
-    const auto                 textOf   = [&json](const char* name) {
+    const auto json = nlohmann::json::parse(record, nullptr, false);
+    const auto textOf = [&json](const char* name) {
         const auto found = json.find(name);
         return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
     };
     std::string bus, target;
     if (json.is_object()) {
-        bus    = textOf("bus");
+        bus = textOf("bus");
         target = textOf("target");
     }
     return bus.empty() || target.empty() || target == noTarget ? bus : bus + "@" + target;
@@ -268,8 +279,8 @@ std::string cleanText(std::string_view text)
     std::string clean;
     clean.reserve(text.size());
     while (!text.empty()) {
-        const auto  first  = static_cast<unsigned char>(text.front());
-        const bool  isKept = (first >= 0x20 && first != 0x7F) || first == '\n' || first == '\t';
+        const auto first = static_cast<unsigned char>(text.front());
+        const bool isKept = (first >= 0x20 && first != 0x7F) || first == '\n' || first == '\t';
         std::size_t length = isKept ? sequenceLength(text) : 0;
         if (length > 0) {
             clean += text.substr(0, length);

@@ -30,10 +30,10 @@ std::optional<loggedEntry> fromLine(std::string_view line);
 
 /// What the store searches for in an entry.
 struct lineFacts {
-    std::uint32_t plid        = 0;
-    std::int64_t  committedMs = 0;
-    std::uint32_t severity    = 0;
-    std::uint16_t creator     = 0;
+    std::uint32_t plid = 0;
+    std::int64_t committedMs = 0;
+    std::uint32_t severity = 0;
+    std::uint16_t creator = 0;
 };
 
 /// @return the facts of a line that toLine() made, or nothing when the text is no such line. Without memory it throws std::bad_alloc, where

@@ -19,8 +19,9 @@ constexpr int privatePlaces = 8; // others can make a folder of that name first:
 std::uint64_t hashOf(const std::string& text)
 {
     std::uint64_t hash = 0xCBF29CE484222325ULL;
-    for (const char character : text)
+    for (const char character : text) {
         hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3ULL;
+    }
     return hash;
 }
 
@@ -37,13 +38,14 @@ logFiles::logFiles(const configuration& settings)
 
 std::vector<spoolPlace> spoolPlaces(const configuration& settings)
 {
-    const logFiles          files(settings);
+    const logFiles files(settings);
     std::vector<spoolPlace> places;
     places.push_back({files.folder, spool(files.spool, files.lock)});
     for (int number = 0; number < privatePlaces; ++number) {
         std::filesystem::path folder = settings.errorLogSpoolFolder;
-        if (number > 0)
+        if (number > 0) {
             folder += fmt::format(".{}", number);
+        }
         places.push_back({folder, spool(folder / (files.otherName.string() + ".spool"),
                                         folder / (files.otherName.string() + ".lock"))});
     }
@@ -52,20 +54,23 @@ std::vector<spoolPlace> spoolPlaces(const configuration& settings)
 
 int preparePrivateFolder(const std::filesystem::path& folder, bool make)
 {
-    int         error = make ? makeFolders(folder.parent_path()) : 0;
+    int error = make ? makeFolders(folder.parent_path()) : 0;
     struct stat facts {
     };
     if (make && error == 0) {
-        if (mkdir(folder.c_str(), 0700) == 0)
+        if (mkdir(folder.c_str(), 0700) == 0) {
             error = syncFolder(folder.parent_path());
-        else if (errno != EEXIST)
+        } else if (errno != EEXIST) {
             error = errno;
+        }
         error = error == EACCES && access(folder.c_str(), F_OK) == 0 ? 0 : error; // around it nobody may read
     }
-    if (error == 0 && lstat(folder.c_str(), &facts) != 0)
+    if (error == 0 && lstat(folder.c_str(), &facts) != 0) {
         error = errno;
-    if (error == 0 && (!S_ISDIR(facts.st_mode) || facts.st_uid != geteuid() || (facts.st_mode & 022) != 0))
+    }
+    if (error == 0 && (!S_ISDIR(facts.st_mode) || facts.st_uid != geteuid() || (facts.st_mode & 022) != 0)) {
         error = EPERM;
+    }
     return error;
 }
 
@@ -86,8 +91,9 @@ void processLog::beforeFork()
 
 void processLog::afterFork(bool inChild)
 {
-    if (inChild)
+    if (inChild) {
         nextId = endId = blockSize = guessedId = 0;
+    }
     guard.unlock();
     idGuard.unlock();
 }

@@ -21,7 +21,7 @@ struct logFiles {
 
     std::filesystem::path folder;
     std::filesystem::path database;
-    std::filesystem::path lock;   ///< held while a database is opened, the spool changed, identifiers set aside
+    std::filesystem::path lock; ///< held while a database is opened, the spool changed, identifiers set aside
     std::filesystem::path nextId; ///< the first identifier that is not set aside yet
     std::filesystem::path spool;
     /// Of the spool for when the state folder can't be written; one for each state folder.
@@ -31,7 +31,7 @@ struct logFiles {
 /// A folder and the spool in it.
 struct spoolPlace {
     std::filesystem::path folder;
-    spool                 lines;
+    spool lines;
 };
 
 /// @return the state folder's place, then those for when it can't be written, in the order in which they are tried
@@ -49,22 +49,22 @@ struct processLog {
     void beforeFork();
     void afterFork(bool inChild);
 
-    std::mutex           idGuard; ///< taken ahead of `guard` where both are
+    std::mutex idGuard; ///< taken ahead of `guard` where both are
     const configuration* idSettings = nullptr;
-    std::uint32_t        nextId     = 0;
-    std::uint32_t        endId      = 0;
-    std::uint32_t        blockSize  = 0;
-    std::uint32_t        guessedId  = 0; ///< latest identifier given without a state folder; 0 none yet
+    std::uint32_t nextId = 0;
+    std::uint32_t endId = 0;
+    std::uint32_t blockSize = 0;
+    std::uint32_t guessedId = 0; ///< latest identifier given without a state folder; 0 none yet
 
-    std::mutex                guard; ///< also held by readers: no connection is open during a fork
-    const configuration*      settings = nullptr;
-    std::optional<logFiles>   files;
+    std::mutex guard; ///< also held by readers: no connection is open during a fork
+    const configuration* settings = nullptr;
+    std::optional<logFiles> files;
     std::unique_ptr<database> writer;
-    std::vector<spoolPlace>   places;
+    std::vector<spoolPlace> places;
 
     /// After a database that was busy for as long as a commit waits, commits go to the spool at once unless the database is free.
     std::chrono::steady_clock::time_point waitsAgainAt{};
-    std::chrono::milliseconds             lastPause{0}; ///< 0: the database was not busy the last time
+    std::chrono::milliseconds lastPause{0}; ///< 0: the database was not busy the last time
 
 private:
     processLog();

@@ -47,14 +47,14 @@ private:
     };
 
     static patience defaultPatience();
-    int             openMade(int flags, fileDescriptor& descriptor) const;
-    int             appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64_t& lines);
-    int             countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines);
-    int             trim(const logLimits& limits);
+    int openMade(int flags, fileDescriptor& descriptor) const;
+    int appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64_t& lines);
+    int countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines);
+    int trim(const logLimits& limits);
 
     std::filesystem::path m_file;
     std::filesystem::path m_lock;
-    knownLines            m_known;
+    knownLines m_known;
 };
 
 } // namespace kest::host

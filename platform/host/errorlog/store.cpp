@@ -43,8 +43,8 @@ processLog& currentLog(const configuration& settings)
         log.settings = nullptr; // until all is there
         log.writer.reset();
         log.waitsAgainAt = {};
-        log.lastPause    = std::chrono::milliseconds(0);
-        log.places       = spoolPlaces(settings);
+        log.lastPause = std::chrono::milliseconds(0);
+        log.places = spoolPlaces(settings);
         log.files.emplace(settings);
         log.settings = &settings;
     }
@@ -54,42 +54,46 @@ processLog& currentLog(const configuration& settings)
 /// An entry on its way into the log.
 struct commit {
     storedEntry stored;
-    patience    wait{commitPatience}; ///< for all that it does
-    bool        isDurable = false;
-    bool        isTold    = true; ///< standard error has to take it, too
-    std::string problem;          ///< why the database did not take it
-    std::string notes;            ///< further lines for standard error
-    int         spoolError = 0;
+    patience wait{commitPatience}; ///< for all that it does
+    bool isDurable = false;
+    bool isTold = true; ///< standard error has to take it, too
+    std::string problem; ///< why the database did not take it
+    std::string notes; ///< further lines for standard error
+    int spoolError = 0;
     /// Of the spool that took it, where that is not the one configured.
     const std::filesystem::path* otherFolder = nullptr;
 };
 
 void note(std::string& notes, const std::string& line)
 {
-    if (!line.empty())
+    if (!line.empty()) {
         notes += line + '\n';
+    }
 }
 
 /// Opens the database unless it is open and still the one at its path.
 bool openWriter(processLog& log, const patience& wait, openedDatabase& opened)
 {
-    if (log.writer != nullptr && log.writer->replaced())
+    if (log.writer != nullptr && log.writer->replaced()) {
         log.writer.reset();
+    }
     if (hasDatabase && log.writer == nullptr) {
         int error = makeFolders(log.files->folder);
         if (error == 0) {
             const patientLock lock(log.files->lock, wait);
             error = lock.error();
-            if (error == 0)
+            if (error == 0) {
                 opened = database::open(log.files->database, wait);
+            }
         }
         if (error != 0) {
             opened.problem = fmt::format("{}: {}", log.files->folder.string(), std::strerror(error));
-            opened.busy    = error == ETIMEDOUT;
+            opened.busy = error == ETIMEDOUT;
         }
         log.writer = std::move(opened.value);
-        if (log.writer != nullptr)
+        if (log.writer != nullptr) {
             log.places.front().lines.reserve(); // now, while the disk has room
+        }
     }
     return log.writer != nullptr;
 }
@@ -105,15 +109,16 @@ bool takeLines(processLog& log, std::span<const std::string> lines, const logLim
 {
     std::vector<storedEntry> entries;
     std::vector<std::string> known;
-    bool                     done = hasDatabase || log.places.front().lines.read(known) == 0;
+    bool done = hasDatabase || log.places.front().lines.read(known) == 0;
     for (const std::string& line : lines) {
         const auto facts = factsOfLine(line);
-        if (!facts)
+        if (!facts) {
             note(notes, "kest: a damaged line of the error log's spool: " + quotedText(cleanText(line)));
-        else if (hasDatabase)
+        } else if (hasDatabase) {
             entries.push_back({facts->plid, facts->committedMs, facts->severity, facts->creator, line});
-        else if (std::ranges::find(known, line) == known.end())
+        } else if (std::ranges::find(known, line) == known.end()) {
             done = done && log.places.front().lines.append(line, limits, patience()) == 0;
+        }
     }
     return done && (!hasDatabase || log.writer->add(entries, true, limits, patience()));
 }
@@ -123,11 +128,13 @@ bool takeLines(processLog& log, std::span<const std::string> lines, const logLim
 void takeIn(processLog& log, const logLimits& limits, commit& now) noexcept
 {
     try {
-        for (spoolPlace& place : log.places)
-            if ((hasDatabase || &place != &log.places.front()) && holdsEntries(log, place))
+        for (spoolPlace& place : log.places) {
+            if ((hasDatabase || &place != &log.places.front()) && holdsEntries(log, place)) {
                 place.lines.take(
                     [&](std::span<const std::string> lines) { return takeLines(log, lines, limits, now.notes); },
                     now.wait.less(commitPatience / 2));
+            }
+        }
     } catch (const std::exception&) {
         log.writer.reset(); // no memory; a transaction may be open
     }
@@ -137,10 +144,10 @@ void takeIn(processLog& log, const logLimits& limits, commit& now) noexcept
 void backOff(processLog& log, bool busy)
 {
     if (!busy) {
-        log.lastPause    = std::chrono::milliseconds(0);
+        log.lastPause = std::chrono::milliseconds(0);
         log.waitsAgainAt = {};
     } else if (waitingNow() >= log.waitsAgainAt) {
-        log.lastPause    = std::clamp(2 * log.lastPause, firstPause, longestPause);
+        log.lastPause = std::clamp(2 * log.lastPause, firstPause, longestPause);
         log.waitsAgainAt = waitingNow() + log.lastPause;
     }
 }
@@ -148,23 +155,25 @@ void backOff(processLog& log, bool busy)
 /// Adds an entry to the database, behind what waits in the spools.
 void addToDatabase(processLog& log, const logLimits& limits, commit& now)
 {
-    const patience wait  = waitingNow() < log.waitsAgainAt ? patience() : now.wait.less(2 * spoolShare);
-    bool           again = true;
+    const patience wait = waitingNow() < log.waitsAgainAt ? patience() : now.wait.less(2 * spoolShare);
+    bool again = true;
     for (int attempt = 0; attempt < 2 && again; ++attempt) {
         openedDatabase opened;
-        const bool     open = openWriter(log, wait, opened);
-        bool           busy = opened.busy;
-        again               = false;
+        const bool open = openWriter(log, wait, opened);
+        bool busy = opened.busy;
+        again = false;
         note(now.notes, opened.note);
-        if (open)
+        if (open) {
             takeIn(log, limits, now);
+        }
         if (open && log.writer != nullptr) {
             now.isDurable = log.writer->add({&now.stored, 1}, false, limits, wait);
-            busy          = !now.isDurable && log.writer->busy();
-            again         = !now.isDurable && !busy && log.writer->replaced();
-            now.problem   = now.isDurable ? "" : log.writer->problem();
-            if (!now.isDurable && !busy)
+            busy = !now.isDurable && log.writer->busy();
+            again = !now.isDurable && !busy && log.writer->replaced();
+            now.problem = now.isDurable ? "" : log.writer->problem();
+            if (!now.isDurable && !busy) {
                 log.writer.reset();
+            }
         } else {
             now.problem = opened.problem;
         }
@@ -177,23 +186,25 @@ void addToDatabase(processLog& log, const logLimits& limits, commit& now)
 void addToSpool(processLog& log, const configuration& settings, const logLimits& limits, commit& now)
 {
     int error = makeFolders(settings.stateFolder);
-    if (error == 0)
+    if (error == 0) {
         error = log.places.front().lines.append(now.stored.line, limits, now.wait.less(spoolShare));
+    }
     if (error == 0) {
         now.isDurable = true;
-        now.isTold    = hasDatabase; // else it is the store
-        if (!hasDatabase)
+        now.isTold = hasDatabase; // else it is the store
+        if (!hasDatabase) {
             takeIn(log, limits, now);
+        }
     } else if (now.problem.empty()) {
         now.problem = fmt::format("{}: {}", settings.stateFolder.string(), std::strerror(error));
     }
     for (std::size_t index = 1; !now.isDurable && index < log.places.size(); ++index) {
-        spoolPlace& place   = log.places[index];
-        const int   trouble = preparePrivateFolder(place.folder, true);
-        error               = trouble == 0 ? place.lines.append(now.stored.line, limits, now.wait) : trouble;
-        now.isDurable       = error == 0;
-        now.otherFolder     = now.isDurable && index > 1 ? &place.folder : nullptr;
-        now.spoolError      = index == 1 || error == 0 ? error : now.spoolError;
+        spoolPlace& place = log.places[index];
+        const int trouble = preparePrivateFolder(place.folder, true);
+        error = trouble == 0 ? place.lines.append(now.stored.line, limits, now.wait) : trouble;
+        now.isDurable = error == 0;
+        now.otherFolder = now.isDurable && index > 1 ? &place.folder : nullptr;
+        now.spoolError = index == 1 || error == 0 ? error : now.spoolError;
     }
 }
 
@@ -203,8 +214,9 @@ std::atomic<void (*)(const std::string& problem)> spoolTeller{nullptr}; ///< see
 bool tellPeople(const commit& now) noexcept
 {
     const auto teller = spoolTeller.load();
-    if (teller == nullptr || !now.isDurable)
+    if (teller == nullptr || !now.isDurable) {
         return false;
+    }
     try {
         teller(cleanText(now.problem));
         return true;
@@ -219,10 +231,12 @@ void tellEntry(const commit& now) noexcept
     try {
         std::string told(now.stored.line.substr(0, now.stored.line.size() - 1)); // more fields follow
         told += ",\"storeError\":" + quotedText(cleanText(now.problem));
-        if (!now.isDurable)
+        if (!now.isDurable) {
             told += ",\"spoolError\":" + quotedText(std::strerror(now.spoolError));
-        if (now.otherFolder != nullptr)
+        }
+        if (now.otherFolder != nullptr) {
             told += ",\"spoolFolder\":" + quotedText(cleanText(now.otherFolder->string()));
+        }
         tellStandardError(told + "}\n");
     } catch (const std::exception&) {
         tellStandardError(now.stored.line);
@@ -233,20 +247,22 @@ void tellEntry(const commit& now) noexcept
 /// Stores an entry whose line is formed. Where memory ends on the way it goes on with what needs none.
 void storeLine(commit& now) noexcept
 {
-    const quietWrites      quiet;
+    const quietWrites quiet;
     const std::scoped_lock lock(theLog().guard);
     try {
         const configuration& settings = currentConfiguration();
-        const logLimits      limits   = limitsOf(settings);
-        processLog&          log      = currentLog(settings);
+        const logLimits limits = limitsOf(settings);
+        processLog& log = currentLog(settings);
         try {
             addToDatabase(log, limits, now);
         } catch (const std::exception&) {
-            if (!now.isDurable)
+            if (!now.isDurable) {
                 log.writer.reset();
+            }
         }
-        if (!now.isDurable)
+        if (!now.isDurable) {
             addToSpool(log, settings, limits, now);
+        }
     } catch (const std::exception&) {
         now.problem.clear();
     }
@@ -264,24 +280,28 @@ bool matches(const loggedEntry& entry, const entryFilter& filter)
 std::string clearDatabase(processLog& log)
 {
     const std::filesystem::path& file = log.files->database;
-    openedDatabase               opened;
-    if (access(file.c_str(), F_OK) != 0) // who may not look does not know that there is none
+    openedDatabase opened;
+    if (access(file.c_str(), F_OK) != 0) { // who may not look does not know that there is none
         return errno == ENOENT || errno == ENOTDIR ? std::string()
                                                    : fmt::format("{}: {}", file.string(), std::strerror(errno));
+    }
     const patience wait(commitPatience);
-    bool           done = openWriter(log, wait, opened) && log.writer->clear(wait);
-    if (!done && log.writer != nullptr && log.writer->replaced()) // its layout was changed since it was opened
+    bool done = openWriter(log, wait, opened) && log.writer->clear(wait);
+    if (!done && log.writer != nullptr && log.writer->replaced()) { // its layout was changed since it was opened
         done = openWriter(log, wait, opened) && log.writer->clear(wait);
-    if (!done && log.writer != nullptr)
+    }
+    if (!done && log.writer != nullptr) {
         opened.problem = log.writer->problem();
+    }
     bool damaged = false;
-    if (!done)
+    if (!done) {
         log.writer.reset();
+    }
     if (!done && (opened.newer || (!checkDatabase(file, damaged).empty() && damaged))) {
         const patientLock lock(log.files->lock, wait);
-        const int         error = lock.error() == 0 ? setDatabaseAside(file) : lock.error();
-        opened.problem          = error == 0 ? "" : fmt::format("{}: {}", file.string(), std::strerror(error));
-        done                    = error == 0;
+        const int error = lock.error() == 0 ? setDatabaseAside(file) : lock.error();
+        opened.problem = error == 0 ? "" : fmt::format("{}: {}", file.string(), std::strerror(error));
+        done = error == 0;
     }
     return done ? "" : opened.problem;
 }
@@ -291,19 +311,20 @@ std::string clearDatabase(processLog& log)
 void storeEntry(const ErrlEntry& entry) noexcept
 {
     const loggedEntry& facts = entry.state()->facts;
-    commit             now;
-    std::string        whole;
-    reducedLine        reduced;
+    commit now;
+    std::string whole;
+    reducedLine reduced;
     now.stored = {facts.plid, facts.committedMs, facts.severity, facts.creator, {}};
     try {
-        whole           = toLine(describeEntry(entry));
+        whole = toLine(describeEntry(entry));
         now.stored.line = whole;
     } catch (const std::exception&) {
         now.stored.line = toReducedLine(facts, entry.state()->first.words.src, reduced);
     }
     storeLine(now);
-    if (now.isTold && !tellPeople(now))
+    if (now.isTold && !tellPeople(now)) {
         tellEntry(now);
+    }
     if (!now.notes.empty()) {
         tellStandardError(now.notes);
     }
@@ -313,59 +334,65 @@ void tellSpooled(void (*teller)(const std::string& problem)) { spoolTeller = tel
 
 entryList listEntries(const entryFilter& filter)
 {
-    const configuration&   settings = currentConfiguration();
+    const configuration& settings = currentConfiguration();
     const std::scoped_lock lock(theLog().guard);
-    processLog&            log = currentLog(settings);
-    entryList              list;
+    processLog& log = currentLog(settings);
+    entryList list;
     std::vector<std::string>
         lines; // read first: an entry that moves into the database meanwhile is then seen twice, not never
     for (const spoolPlace& place : log.places) {
         const bool reads = &place == &log.places.front() || holdsEntries(log, place);
-        const int  error = reads ? place.lines.read(lines) : 0;
-        if (error != 0)
+        const int error = reads ? place.lines.read(lines) : 0;
+        if (error != 0) {
             list.error = fmt::format("the error log's spool: {}", std::strerror(error));
+        }
     }
     readDatabase(log.files->database, filter, list.entries, list.error);
 
     std::set<std::pair<std::uint32_t, std::int64_t>> stored;
-    for (const loggedEntry& entry : list.entries)
+    for (const loggedEntry& entry : list.entries) {
         stored.emplace(entry.plid, entry.committedMs);
+    }
     std::uint64_t damaged = 0;
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         auto entry = fromLine(*line);
-        if (!entry)
+        if (!entry) {
             ++damaged;
-        else if (matches(*entry, filter) && !stored.contains({entry->plid, entry->committedMs}))
+        } else if (matches(*entry, filter) && !stored.contains({entry->plid, entry->committedMs})) {
             list.entries.push_back(std::move(*entry));
+        }
     }
-    if (damaged > 0)
+    if (damaged > 0) {
         list.error = fmt::format("the error log's spool: {} lines are damaged", damaged);
+    }
     std::ranges::stable_sort(list.entries, std::ranges::greater(), &loggedEntry::committedMs);
-    if (filter.limit > 0 && list.entries.size() > filter.limit)
+    if (filter.limit > 0 && list.entries.size() > filter.limit) {
         list.entries.resize(filter.limit);
+    }
     return list;
 }
 
 std::string clearEntries()
 {
-    const configuration&   settings = currentConfiguration();
+    const configuration& settings = currentConfiguration();
     const std::scoped_lock lock(theLog().guard);
-    processLog&            log     = currentLog(settings);
-    std::string            problem = clearDatabase(log);
+    processLog& log = currentLog(settings);
+    std::string problem = clearDatabase(log);
     for (spoolPlace& place : log.places) {
         const int error = holdsEntries(log, place) ? place.lines.clear() : 0;
-        if (error != 0 && problem.empty())
+        if (error != 0 && problem.empty()) {
             problem = fmt::format("the error log's spool: {}", std::strerror(error));
+        }
     }
     return problem;
 }
 
 std::string deviceOf(const loggedEntry& entry)
 {
-    constexpr std::array   components{std::uint16_t{0x1300}, std::uint16_t{0x1700}}; // library, tools
+    constexpr std::array components{std::uint16_t{0x1300}, std::uint16_t{0x1700}}; // library, tools
     constexpr std::uint8_t firstFailureData = 6;
-    constexpr std::array   kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData}; // device text, device path
-    std::string            device;
+    constexpr std::array kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData}; // device text, device path
+    std::string device;
     for (const std::uint8_t kind : kinds) {
         const auto found = std::ranges::find_if(entry.userDetails, [&](const loggedDetails& details) {
             return std::ranges::find(components, details.component) != components.end() && details.subsection == kind;
@@ -380,9 +407,9 @@ std::string deviceOf(const loggedEntry& entry)
 
 std::string checkStore()
 {
-    const logFiles         files(currentConfiguration());
+    const logFiles files(currentConfiguration());
     const std::scoped_lock lock(theLog().guard);
-    bool                   damaged = false;
+    bool damaged = false;
     return checkDatabase(files.database, damaged);
 }
 

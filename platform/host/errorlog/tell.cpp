@@ -20,8 +20,8 @@ namespace
 {
 
 constexpr std::chrono::milliseconds patienceForReaders{1000};
-constexpr int                       pollMs = 20;
-constexpr std::array                quieted{SIGPIPE, SIGXFSZ};
+constexpr int pollMs = 20;
+constexpr std::array quieted{SIGPIPE, SIGXFSZ};
 
 /// Standard error, written without waiting as far as that can be had.
 class unblockedError
@@ -32,7 +32,7 @@ public:
     [[nodiscard]] ssize_t writeOnce(std::string_view text) const;
 
 private:
-    bool           m_isFile = false;
+    bool m_isFile = false;
     fileDescriptor m_again; ///< a pipe or a terminal, opened a second time
 };
 
@@ -43,9 +43,10 @@ unblockedError::unblockedError()
     struct stat facts {
     };
     const bool known = fstat(STDERR_FILENO, &facts) == 0;
-    m_isFile         = known && S_ISREG(facts.st_mode);
-    if (known && (S_ISFIFO(facts.st_mode) || S_ISCHR(facts.st_mode)))
+    m_isFile = known && S_ISREG(facts.st_mode);
+    if (known && (S_ISFIFO(facts.st_mode) || S_ISCHR(facts.st_mode))) {
         m_again = fileDescriptor(ownDescriptor(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)));
+    }
 }
 
 ssize_t unblockedError::writeOnce(std::string_view text) const
@@ -58,11 +59,12 @@ ssize_t unblockedError::writeOnce(std::string_view text) const
     } else {
         moved = send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (moved < 0 && errno == ENOTSOCK) {
-            pollfd     room{STDERR_FILENO, POLLOUT, 0};
+            pollfd room{STDERR_FILENO, POLLOUT, 0};
             const bool ready = poll(&room, 1, 0) > 0;
-            errno            = EAGAIN;
-            if (ready) // a pipe that has room at all takes so many bytes
+            errno = EAGAIN;
+            if (ready) { // a pipe that has room at all takes so many bytes
                 moved = write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+            }
         }
     }
     return moved;
@@ -74,8 +76,9 @@ quietWrites::quietWrites()
 {
     sigset_t blocked;
     sigemptyset(&blocked);
-    for (const int signal : quieted)
+    for (const int signal : quieted) {
         sigaddset(&blocked, signal);
+    }
     sigpending(&m_pendingBefore);
     pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
 }
@@ -83,7 +86,7 @@ quietWrites::quietWrites()
 quietWrites::~quietWrites()
 {
     const int error = errno;
-    sigset_t  caused;
+    sigset_t caused;
     sigpending(&caused);
     for (const int signal : quieted) {
         if (sigismember(&caused, signal) == 1 && sigismember(&m_pendingBefore, signal) == 0) {
@@ -100,18 +103,19 @@ quietWrites::~quietWrites()
 
 void tellStandardError(std::string_view text) noexcept
 {
-    const quietWrites    quiet;
+    const quietWrites quiet;
     const unblockedError error;
-    const patience       wait(patienceForReaders);
-    bool                 goesOn = true;
+    const patience wait(patienceForReaders);
+    bool goesOn = true;
     while (goesOn && !text.empty()) {
         const ssize_t moved = error.writeOnce(text);
-        if (moved > 0)
+        if (moved > 0) {
             text.remove_prefix(static_cast<std::size_t>(moved));
-        else if (moved == 0 || errno == EAGAIN)
+        } else if (moved == 0 || errno == EAGAIN) {
             goesOn = wait.pause(std::chrono::milliseconds(pollMs));
-        else
+        } else {
             goesOn = errno == EINTR;
+        }
     }
 }
 

@@ -12,7 +12,7 @@ class quietWrites
 {
 public:
     quietWrites();
-    quietWrites(const quietWrites&)            = delete;
+    quietWrites(const quietWrites&) = delete;
     quietWrites& operator=(const quietWrites&) = delete;
     ~quietWrites();
 

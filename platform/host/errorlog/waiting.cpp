@@ -28,24 +28,26 @@ std::chrono::steady_clock::time_point waitingNow() { return currentClock.load()-
 patience patience::less(std::chrono::milliseconds length) const
 {
     patience shorter = *this;
-    if (shorter.m_until != std::chrono::steady_clock::time_point::min())
+    if (shorter.m_until != std::chrono::steady_clock::time_point::min()) {
         shorter.m_until -= length;
+    }
     return shorter;
 }
 
 bool patience::pause(std::chrono::microseconds length) const
 {
     const bool waits = !over();
-    if (waits)
+    if (waits) {
         currentClock.load()->pause(length);
+    }
     return waits;
 }
 
 patientLock::patientLock(const std::filesystem::path& file, const patience& wait)
 {
-    do
+    do {
         m_lock.emplace(file, std::chrono::milliseconds(0));
-    while (m_lock->error() == ETIMEDOUT && wait.pause(lockPause));
+    } while (m_lock->error() == ETIMEDOUT && wait.pause(lockPause));
 }
 
 } // namespace kest::host

@@ -30,7 +30,7 @@ public:
 
     /// @return the same, but over so much earlier
     [[nodiscard]] patience less(std::chrono::milliseconds length) const;
-    [[nodiscard]] bool     over() const { return waitingNow() >= m_until; }
+    [[nodiscard]] bool over() const { return waitingNow() >= m_until; }
     /// Pauses, unless it is over. @return whether it paused
     bool pause(std::chrono::microseconds length) const; // NOLINT(modernize-use-nodiscard): some only pause
 

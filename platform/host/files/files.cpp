@@ -17,7 +17,7 @@ namespace kest::host
 namespace
 {
 
-constexpr mode_t fileMode   = 0640;
+constexpr mode_t fileMode = 0640;
 constexpr mode_t folderMode = 0750;
 
 /// @return what `call` returns once no signal interrupts it
@@ -25,8 +25,9 @@ template <typename call_t>
 auto uninterrupted(call_t call)
 {
     auto result = call();
-    while (result < 0 && errno == EINTR)
+    while (result < 0 && errno == EINTR) {
         result = call();
+    }
     return result;
 }
 
@@ -47,11 +48,12 @@ int syncName(int inside, const std::filesystem::path& folder)
 int makeFolder(const std::filesystem::path& folder)
 {
     const std::filesystem::path around = folderOf(folder);
-    int                         error  = mkdir(folder.c_str(), folderMode) == 0 ? 0 : errno;
+    int error = mkdir(folder.c_str(), folderMode) == 0 ? 0 : errno;
     if (error == 0) {
         const fileDescriptor made(ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
-        if (made.valid())
+        if (made.valid()) {
             giveToFoldersOwner(made.number(), around);
+        }
         error = syncName(made.number(), around);
     }
     return error;
@@ -63,8 +65,9 @@ int findFolder(const std::filesystem::path& folder)
     struct stat found {
     };
     int error = stat(folder.c_str(), &found) == 0 ? 0 : errno;
-    if (error == ENOENT || (error == 0 && !S_ISDIR(found.st_mode)))
+    if (error == ENOENT || (error == 0 && !S_ISDIR(found.st_mode))) {
         error = ENOTDIR; // a dangling link, or something else of that name
+    }
     return error;
 }
 
@@ -74,8 +77,9 @@ int makeMissingFolders(const std::filesystem::path& folder)
     if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
         error = makeMissingFolders(folder.parent_path());
         // once more, and not by way of the parent again: a file system that takes no folders returns ENOENT, too
-        if (error == 0)
+        if (error == 0) {
             error = makeFolder(folder);
+        }
     }
     return error == EEXIST ? findFolder(folder) : error;
 }
@@ -90,13 +94,15 @@ int writeFresh(int descriptor, std::span<const std::uint8_t> bytes)
 int replaceWhole(const std::filesystem::path& file, const std::filesystem::path& folder,
                  std::span<const std::uint8_t> bytes)
 {
-    const std::filesystem::path fresh      = folder / ("." + file.filename().string() + ".new");
-    const fileDescriptor        descriptor = openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC);
-    int                         error      = descriptor.valid() ? writeFresh(descriptor.number(), bytes) : errno;
-    if (error == 0 && rename(fresh.c_str(), file.c_str()) != 0)
+    const std::filesystem::path fresh = folder / ("." + file.filename().string() + ".new");
+    const fileDescriptor descriptor = openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC);
+    int error = descriptor.valid() ? writeFresh(descriptor.number(), bytes) : errno;
+    if (error == 0 && rename(fresh.c_str(), file.c_str()) != 0) {
         error = errno;
-    if (error != 0)
+    }
+    if (error != 0) {
         unlink(fresh.c_str());
+    }
     return error == 0 ? syncName(descriptor.number(), folder) : error;
 }
 
@@ -114,14 +120,15 @@ fileDescriptor openStep(int at, const char* name, struct stat& around)
     struct stat found {
     };
     fileDescriptor step(ownDescriptor(openat(at, name, O_PATH | O_NOFOLLOW | O_CLOEXEC)));
-    bool           good = step.valid() && fstat(step.number(), &found) == 0;
+    bool good = step.valid() && fstat(step.number(), &found) == 0;
     if (good && S_ISLNK(found.st_mode)) {
         errno = ELOOP;
-        step  = fileDescriptor(isTrusted(found, around) ? ownDescriptor(openat(at, name, O_PATH | O_CLOEXEC)) : -1);
-        good  = step.valid() && fstat(step.number(), &found) == 0;
+        step = fileDescriptor(isTrusted(found, around) ? ownDescriptor(openat(at, name, O_PATH | O_CLOEXEC)) : -1);
+        good = step.valid() && fstat(step.number(), &found) == 0;
     }
-    if (good)
+    if (good) {
         around = found;
+    }
     return good ? std::move(step) : fileDescriptor();
 }
 
@@ -129,8 +136,9 @@ fileDescriptor openStep(int at, const char* name, struct stat& around)
 
 fileDescriptor::~fileDescriptor()
 {
-    if (m_number >= 0)
+    if (m_number >= 0) {
         close(m_number);
+    }
 }
 
 fileLock::fileLock(const std::filesystem::path& file, std::chrono::milliseconds patience)
@@ -139,20 +147,22 @@ fileLock::fileLock(const std::filesystem::path& file, std::chrono::milliseconds 
     // Tried again rather than waited for: a stopped holder must not stop everybody else for ever.
     const auto until = std::chrono::steady_clock::now() + patience;
     while (m_error == 0 && flock(m_file.number(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR)
+        if (errno != EWOULDBLOCK && errno != EINTR) {
             m_error = errno;
-        else if (std::chrono::steady_clock::now() >= until)
+        } else if (std::chrono::steady_clock::now() >= until) {
             m_error = ETIMEDOUT;
-        else
+        } else {
             std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
     }
 }
 
 fileLock::~fileLock()
 {
-    if (m_error == 0 && m_file.valid())
+    if (m_error == 0 && m_file.valid()) {
         flock(m_file.number(),
               LOCK_UN); // closing is not enough: a child shares the lock until it runs for the first time
+    }
 }
 
 int makeFolders(const std::filesystem::path& folder) noexcept
@@ -168,8 +178,9 @@ void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder)
 {
     struct stat around {
     };
-    if (geteuid() == 0 && stat(folder.c_str(), &around) == 0) [[maybe_unused]]
+    if (geteuid() == 0 && stat(folder.c_str(), &around) == 0) [[maybe_unused]] {
         const int ignored = fchown(descriptor, around.st_uid, around.st_gid);
+    }
 }
 
 fileDescriptor openFolder(const std::filesystem::path& folder)
@@ -179,17 +190,17 @@ fileDescriptor openFolder(const std::filesystem::path& folder)
     struct stat last {
     };
     fileDescriptor at(ownDescriptor(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)));
-    bool           good = at.valid() && fstat(at.number(), &around) == 0;
+    bool good = at.valid() && fstat(at.number(), &around) == 0;
     for (auto part = folder.begin(); good && part != folder.end(); ++part) {
         if (!part->empty()) { // behind a slash at the end
             last = around;
-            at   = openStep(at.number(), part->c_str(), around);
+            at = openStep(at.number(), part->c_str(), around);
             good = at.valid();
         }
     }
     const bool isTheirs = around.st_uid != 0 && around.st_uid != geteuid() && around.st_uid != last.st_uid;
     if (good && (!S_ISDIR(around.st_mode) || isTheirs)) {
-        at    = fileDescriptor();
+        at = fileDescriptor();
         errno = isTheirs ? EPERM : ENOTDIR;
     }
     return at;
@@ -197,12 +208,13 @@ fileDescriptor openFolder(const std::filesystem::path& folder)
 
 fileDescriptor createFileIn(int folder, const char* name, int flags, mode_t mode)
 {
-    constexpr int  own = O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    constexpr int own = O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     fileDescriptor made(uninterrupted([&] { return ownDescriptor(openat(folder, name, flags | own, mode)); }));
-    struct stat    around {
+    struct stat around {
     };
-    if (made.valid() && geteuid() == 0 && fstat(folder, &around) == 0) [[maybe_unused]]
+    if (made.valid() && geteuid() == 0 && fstat(folder, &around) == 0) [[maybe_unused]] {
         const int ignored = fchown(made.number(), around.st_uid, around.st_gid);
+    }
     return made;
 }
 
@@ -211,15 +223,18 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
     const std::filesystem::path around = folderOf(file);
     int common = flags | O_CLOEXEC | O_NONBLOCK; // O_NONBLOCK: a FIFO in the way holds nobody up
     int number = -1;
-    if ((flags & O_ACCMODE) != O_RDONLY)
+    if ((flags & O_ACCMODE) != O_RDONLY) {
         common |= O_NOFOLLOW;
+    }
     if ((flags & O_CREAT) != 0) { // made by this very call, or there already
         number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common | O_EXCL, fileMode)); });
-        if (number >= 0)
+        if (number >= 0) {
             giveToFoldersOwner(number, around);
+        }
     }
-    if (number < 0 && ((flags & O_CREAT) == 0 || (errno == EEXIST && (flags & O_EXCL) == 0)))
+    if (number < 0 && ((flags & O_CREAT) == 0 || (errno == EEXIST && (flags & O_EXCL) == 0))) {
         number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common & ~O_CREAT)); });
+    }
     return fileDescriptor(number);
 }
 
@@ -233,29 +248,33 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
                  std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes)
 {
     const fileDescriptor descriptor = openFile(file, O_RDONLY);
-    struct stat          facts {
+    struct stat facts {
     };
     int error = descriptor.valid() && fstat(descriptor.number(), &facts) == 0 ? 0 : errno;
-    if (error == 0 && !S_ISREG(facts.st_mode))
+    if (error == 0 && !S_ISREG(facts.st_mode)) {
         error = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
-    if (error == 0 && static_cast<std::uint64_t>(facts.st_size) > limitBytes)
+    }
+    if (error == 0 && static_cast<std::uint64_t>(facts.st_size) > limitBytes) {
         error = EFBIG;
+    }
     sizeBytes = error == 0 ? static_cast<std::uint64_t>(facts.st_size) : 0;
-    if (error == 0)
+    if (error == 0) {
         bytes.resize(offset < sizeBytes ? static_cast<std::size_t>(std::min<std::uint64_t>(most, sizeBytes - offset))
                                         : 0);
+    }
     std::size_t filled = 0;
     while (error == 0 && filled < bytes.size()) {
         const auto moved = uninterrupted([&] {
             return pread(descriptor.number(), bytes.data() + filled, bytes.size() - filled,
                          static_cast<off_t>(offset + filled));
         });
-        if (moved > 0)
+        if (moved > 0) {
             filled += static_cast<std::size_t>(moved);
-        else if (moved == 0)
+        } else if (moved == 0) {
             bytes.resize(filled); // cut shorter meanwhile
-        else
+        } else {
             error = errno;
+        }
     }
     return error;
 }
@@ -263,13 +282,14 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
 int writeAll(int descriptor, std::span<const std::uint8_t> bytes)
 {
     const sim::quietWrites quiet;
-    int                    error = 0;
+    int error = 0;
     while (error == 0 && !bytes.empty()) {
         const auto moved = uninterrupted([&] { return write(descriptor, bytes.data(), bytes.size()); });
-        if (moved > 0)
+        if (moved > 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(moved));
-        else
+        } else {
             error = moved == 0 ? ENOSPC : errno;
+        }
     }
     return error;
 }

@@ -36,7 +36,7 @@ public:
     ~fileDescriptor();
 
     [[nodiscard]] bool valid() const { return m_number >= 0; }
-    [[nodiscard]] int  number() const { return m_number; }
+    [[nodiscard]] int number() const { return m_number; }
     /// @return the number, which is the caller's to close from now on
     int release() { return std::exchange(m_number, -1); }
 
@@ -51,8 +51,8 @@ class fileLock
 public:
     /// Makes the file when there is none, and waits at most `patience` for the lock.
     explicit fileLock(const std::filesystem::path& file,
-                      std::chrono::milliseconds    patience = std::chrono::milliseconds(5000));
-    fileLock(const fileLock&)            = delete;
+                      std::chrono::milliseconds patience = std::chrono::milliseconds(5000));
+    fileLock(const fileLock&) = delete;
     fileLock& operator=(const fileLock&) = delete;
     ~fileLock();
 
@@ -61,7 +61,7 @@ public:
 
 private:
     unsharedFile m_file;
-    int          m_error = 0;
+    int m_error = 0;
 };
 
 /// Makes a folder and those above it that are missing; what it made is durable on return. ENOTDIR when something else has the name, else

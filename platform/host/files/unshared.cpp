@@ -21,7 +21,7 @@ public:
     void add(unsharedFile& file)
     {
         file.m_previous = nullptr;
-        file.m_next     = m_first;
+        file.m_next = m_first;
         if (m_first != nullptr) {
             m_first->m_previous = &file;
         }
@@ -31,8 +31,8 @@ public:
     {
         const int error = errno;
         ::close(file.m_number);
-        errno                                                            = error;
-        file.m_number                                                    = -1;
+        errno = error;
+        file.m_number = -1;
         (file.m_previous != nullptr ? file.m_previous->m_next : m_first) = file.m_next;
         if (file.m_next != nullptr) {
             file.m_next->m_previous = file.m_previous;

@@ -9,8 +9,8 @@ namespace kest::host
 class unsharedFile
 {
 public:
-    unsharedFile()                               = default;
-    unsharedFile(const unsharedFile&)            = delete;
+    unsharedFile() = default;
+    unsharedFile(const unsharedFile&) = delete;
     unsharedFile& operator=(const unsharedFile&) = delete;
     ~unsharedFile() { close(); }
 
@@ -28,7 +28,7 @@ public:
     void close();
 
     [[nodiscard]] bool valid() const { return m_number >= 0; } ///< false in a child
-    [[nodiscard]] int  number() const { return m_number; }
+    [[nodiscard]] int number() const { return m_number; }
 
 private:
     friend class unsharedFiles;
@@ -36,14 +36,14 @@ private:
     {
     public:
         forkPause();
-        forkPause(const forkPause&)            = delete;
+        forkPause(const forkPause&) = delete;
         forkPause& operator=(const forkPause&) = delete;
         ~forkPause();
     };
     bool adopt(int number);
 
-    int           m_number   = -1;
-    unsharedFile* m_next     = nullptr; ///< of all open ones; a list of their own needs no memory
+    int m_number = -1;
+    unsharedFile* m_next = nullptr; ///< of all open ones; a list of their own needs no memory
     unsharedFile* m_previous = nullptr;
 };
 

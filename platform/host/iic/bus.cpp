@@ -9,8 +9,8 @@ namespace
 {
 
 struct outcomeRow {
-    outcome     end;
-    int         error;
+    outcome end;
+    int error;
     const char* name;
 };
 

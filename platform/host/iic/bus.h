@@ -25,8 +25,8 @@ enum class direction : std::uint8_t {
 
 /// Part of a transaction; each begins with a START or a repeated START and the address.
 struct segment {
-    std::uint8_t            address = 0;
-    direction               way     = direction::write;
+    std::uint8_t address = 0;
+    direction way = direction::write;
     std::span<std::uint8_t> bytes; ///< sent, or filled
 };
 
@@ -59,41 +59,41 @@ const char* nameOf(outcome end);
 bool isShortage(int error);
 
 struct transferResult {
-    outcome       end        = outcome::done;
-    std::size_t   segment    = 0; ///< in which it ended, when not done
-    std::size_t   bytesMoved = 0; ///< data bytes moved in that segment, when not done
-    std::uint64_t nowNs      = 0; ///< the bus's clock after it
+    outcome end = outcome::done;
+    std::size_t segment = 0; ///< in which it ended, when not done
+    std::size_t bytesMoved = 0; ///< data bytes moved in that segment, when not done
+    std::uint64_t nowNs = 0; ///< the bus's clock after it
 };
 
 /// What fits into a transaction.
 struct transferLimits {
     std::size_t writeBytes = 0; ///< of one written segment
-    std::size_t readBytes  = 0; ///< of one read segment
-    std::size_t segments   = 0;
+    std::size_t readBytes = 0; ///< of one read segment
+    std::size_t segments = 0;
 
     bool operator==(const transferLimits&) const = default;
 };
 
 /// Clock and time-out of a transaction.
 struct transferPace {
-    std::uint32_t speedKhz  = 0; ///< 0: the bus's own
+    std::uint32_t speedKhz = 0; ///< 0: the bus's own
     std::uint32_t timeoutMs = 0; ///< 0: the adapter's own
 };
 
 /// How to ask whether a device is there.
 enum class probeMethod : std::uint8_t {
-    safe,        ///< by the address's range: some devices mind an address alone, others a read
+    safe, ///< by the address's range: some devices mind an address alone, others a read
     addressOnly, ///< the address in write direction and nothing else: a hub must not be asked by a read
 };
 
 /// What a bus is to every process and configuration: where its shared files live, and what their names begin with.
 struct busIdentity {
     std::filesystem::path folder;
-    std::string           name;  ///< file-name safe
-    mode_t                mode;  ///< permissions of the shared files: who may use the bus may lock it
-    gid_t                 group; ///< of the shared files
-    std::string           text;  ///< for people: the path without the device's address
-    uid_t                 owner =
+    std::string name; ///< file-name safe
+    mode_t mode; ///< permissions of the shared files: who may use the bus may lock it
+    gid_t group; ///< of the shared files
+    std::string text; ///< for people: the path without the device's address
+    uid_t owner =
         0; ///< of the shared files that root makes, and of the folder: trusted beside root and the process's own user
 };
 
@@ -111,9 +111,9 @@ public:
     /// What the kind of adapter takes. One that takes less ends a transaction with `tooLong`.
     [[nodiscard]] virtual transferLimits limits() const = 0;
     /// The clock that a transaction of this pace is reckoned with, Hz.
-    [[nodiscard]] virtual std::uint64_t      clockHz(const transferPace& pace) const = 0;
-    [[nodiscard]] virtual const busIdentity& identity() const                        = 0;
-    [[nodiscard]] virtual std::string        adapterName() const                     = 0;
+    [[nodiscard]] virtual std::uint64_t clockHz(const transferPace& pace) const = 0;
+    [[nodiscard]] virtual const busIdentity& identity() const = 0;
+    [[nodiscard]] virtual std::string adapterName() const = 0;
     /// What the adapter can do, one short text each.
     [[nodiscard]] virtual std::vector<std::string> capabilities() const = 0;
     /// Whether a driver of the kernel has taken the address.

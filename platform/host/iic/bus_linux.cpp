@@ -36,7 +36,7 @@ int systemCalls::control(int descriptor, unsigned long request, std::uintptr_t a
 
 std::string systemCalls::adapterName(unsigned int number)
 {
-    constexpr std::size_t     longest = 1 << 16; // what the kernel says of such a file's size is a page
+    constexpr std::size_t longest = 1 << 16; // what the kernel says of such a file's size is a page
     std::vector<std::uint8_t> bytes;
     static_cast<void>(readFile(m_sysfs / "class/i2c-dev" / ("i2c-" + std::to_string(number)) / "name", longest, bytes));
     return {bytes.begin(), std::ranges::find(bytes, '\n')};
@@ -44,10 +44,10 @@ std::string systemCalls::adapterName(unsigned int number)
 
 std::uint32_t systemCalls::adapterClockHz(unsigned int number)
 {
-    constexpr std::size_t     longest   = 1 << 16;
-    constexpr std::size_t     cellBytes = 4; // of a device tree, big-endian
+    constexpr std::size_t longest = 1 << 16;
+    constexpr std::size_t cellBytes = 4; // of a device tree, big-endian
     std::vector<std::uint8_t> bytes;
-    std::uint32_t             hertz = 0;
+    std::uint32_t hertz = 0;
     static_cast<void>(readFile(
         m_sysfs / "bus/i2c/devices" / ("i2c-" + std::to_string(number)) / "of_node/clock-frequency", longest, bytes));
     for (const std::uint8_t byte : bytes) {
@@ -71,20 +71,20 @@ void systemCalls::pause(std::uint64_t nanoseconds)
 namespace
 {
 
-constexpr std::size_t   longestMessage  = 8192; // the kernel refuses longer ones
-constexpr std::size_t   mostMessages    = I2C_RDWR_IOCTL_MAX_MSGS;
-constexpr std::uint64_t pauseNs         = 200'000; // leaves the bus to others between two questions to a busy device
-constexpr unsigned long timeoutUnitMs   = 10;
-constexpr unsigned long usualTimeout    = 100; // the kernel's, for adapters that set none; it cannot be asked for
-constexpr std::uint8_t  lastBlockLength = I2C_SMBUS_BLOCK_MAX;
-constexpr unsigned int  adapterMajor    = 89;   // the kernel's nodes of adapters; the minor is the adapter's number
+constexpr std::size_t longestMessage = 8192; // the kernel refuses longer ones
+constexpr std::size_t mostMessages = I2C_RDWR_IOCTL_MAX_MSGS;
+constexpr std::uint64_t pauseNs = 200'000; // leaves the bus to others between two questions to a busy device
+constexpr unsigned long timeoutUnitMs = 10;
+constexpr unsigned long usualTimeout = 100; // the kernel's, for adapters that set none; it cannot be asked for
+constexpr std::uint8_t lastBlockLength = I2C_SMBUS_BLOCK_MAX;
+constexpr unsigned int adapterMajor = 89; // the kernel's nodes of adapters; the minor is the adapter's number
 constexpr std::uint64_t usualClockHz = 100'000; // what every device on a bus can do, where the adapter's is not known
 
-systemCalls               kernel;
+systemCalls kernel;
 std::atomic<systemCalls*> chosen{&kernel};
 
 struct errnoRow {
-    int     error;
+    int error;
     outcome end;
 };
 constexpr std::array errnoRows{
@@ -121,7 +121,7 @@ outcome endOfOpen(int error) { return error == ENXIO ? outcome::gone : endOf(err
 
 struct functionRow {
     unsigned long mask;
-    const char*   name;
+    const char* name;
 };
 constexpr std::array functionNames{
     functionRow{I2C_FUNC_I2C, "I2C messages"},
@@ -148,11 +148,11 @@ bool mindsAddressAlone(std::uint8_t address)
 
 /// An adapter's node, open.
 struct adapterNode {
-    int           descriptor = -1;
-    unsigned long functions  = 0;
-    std::uint32_t clockHz    = 0; ///< 0: not known
-    pid_t         process    = 0; ///< that opened it
-    struct stat   about {
+    int descriptor = -1;
+    unsigned long functions = 0;
+    std::uint32_t clockHz = 0; ///< 0: not known
+    pid_t process = 0; ///< that opened it
+    struct stat about {
     };
     /// The kernel's number of the adapter; a path may call it otherwise.
     [[nodiscard]] std::optional<unsigned int> number() const
@@ -168,28 +168,28 @@ public:
         : m_calls(calls), m_path(std::move(path)), m_setsTimeout(setsTimeout)
     {
     }
-    linuxBus(const linuxBus&)            = delete;
+    linuxBus(const linuxBus&) = delete;
     linuxBus& operator=(const linuxBus&) = delete;
     ~linuxBus() override { close(m_node); }
 
     /// Opens the node anew, and keeps the open one, if any, when that fails.
     /// @return 0, or the errno of what is in the way
-    int  open();
+    int open();
     void identify(const std::filesystem::path& lockFolder);
 
     transferResult transfer(std::span<const segment> segments, const transferPace& pace) override;
     transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) override;
-    outcome        reset(std::uint8_t address) override;
+    outcome reset(std::uint8_t address) override;
 
-    [[nodiscard]] transferLimits           limits() const override;
-    [[nodiscard]] std::uint64_t            clockHz(const transferPace& pace) const override;
-    [[nodiscard]] const busIdentity&       identity() const override { return m_identity; }
-    [[nodiscard]] std::string              adapterName() const override;
+    [[nodiscard]] transferLimits limits() const override;
+    [[nodiscard]] std::uint64_t clockHz(const transferPace& pace) const override;
+    [[nodiscard]] const busIdentity& identity() const override { return m_identity; }
+    [[nodiscard]] std::string adapterName() const override;
     [[nodiscard]] std::vector<std::string> capabilities() const override;
 
-    bool                        heldByDriver(std::uint8_t address) override;
-    std::uint64_t               nowNs() override { return m_calls.nowNs(); }
-    void                        pause(std::uint64_t nanoseconds) override { m_calls.pause(nanoseconds); }
+    bool heldByDriver(std::uint8_t address) override;
+    std::uint64_t nowNs() override { return m_calls.nowNs(); }
+    void pause(std::uint64_t nanoseconds) override { m_calls.pause(nanoseconds); }
     [[nodiscard]] std::uint64_t questionPauseNs() const override { return pauseNs; }
 
 private:
@@ -199,26 +199,26 @@ private:
     {
         return m_calls.control(node.descriptor, request, reinterpret_cast<std::uintptr_t>(argument));
     }
-    int            examine(adapterNode& node);
-    void           close(adapterNode& node);
-    int            makeOwn();
+    int examine(adapterNode& node);
+    void close(adapterNode& node);
+    int makeOwn();
     transferResult transferMessages(std::span<const segment> segments);
     transferResult transferSmbus(std::span<const segment> segments);
     transferResult smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
                          i2c_smbus_data* data);
 
     systemCalls& m_calls;
-    std::string  m_path;
-    bool         m_setsTimeout;
-    adapterNode  m_node;
-    busIdentity  m_identity{};
+    std::string m_path;
+    bool m_setsTimeout;
+    adapterNode m_node;
+    busIdentity m_identity{};
 };
 
 int linuxBus::open()
 {
     adapterNode fresh{.descriptor = m_calls.openNode(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY),
-                      .process    = getpid()};
-    const int   error = fresh.descriptor < 0 ? errno : examine(fresh);
+                      .process = getpid()};
+    const int error = fresh.descriptor < 0 ? errno : examine(fresh);
     if (error != 0) {
         close(fresh);
         return error;
@@ -241,7 +241,7 @@ int linuxBus::examine(adapterNode& node)
         return errno;
     }
     const std::optional<unsigned int> number = node.number();
-    node.clockHz                             = number ? m_calls.adapterClockHz(*number) : 0;
+    node.clockHz = number ? m_calls.adapterClockHz(*number) : 0;
     return 0;
 }
 
@@ -260,11 +260,11 @@ int linuxBus::makeOwn() { return m_node.process == getpid() ? 0 : open(); }
 void linuxBus::identify(const std::filesystem::path& lockFolder)
 {
     m_identity = {.folder = lockFolder,
-                  .name   = "i2c-" + std::to_string(major(m_node.about.st_rdev)) + "-" +
+                  .name = "i2c-" + std::to_string(major(m_node.about.st_rdev)) + "-" +
                           std::to_string(minor(m_node.about.st_rdev)),
-                  .mode  = m_node.about.st_mode & 0666U,
+                  .mode = m_node.about.st_mode & 0666U,
                   .group = m_node.about.st_gid,
-                  .text  = m_path};
+                  .text = m_path};
 }
 
 std::string linuxBus::adapterName() const
@@ -275,7 +275,7 @@ std::string linuxBus::adapterName() const
 
 std::uint64_t linuxBus::clockHz(const transferPace& pace) const
 {
-    const std::uint64_t own   = m_node.clockHz != 0 ? m_node.clockHz : usualClockHz;
+    const std::uint64_t own = m_node.clockHz != 0 ? m_node.clockHz : usualClockHz;
     const std::uint64_t asked = std::uint64_t{1000} * pace.speedKhz;
     return asked == 0 ? own : std::min(asked, own);
 }
@@ -307,13 +307,13 @@ transferResult linuxBus::transferMessages(std::span<const segment> segments)
             return {.end = outcome::notSupported};
         }
         i2c_msg& message = messages.at(count++);
-        message.addr     = static_cast<std::uint16_t>(part.address >> 1);
-        message.flags    = static_cast<std::uint16_t>(part.way == direction::read ? I2C_M_RD : 0);
-        message.len      = static_cast<std::uint16_t>(part.bytes.size());
-        message.buf      = part.bytes.data();
+        message.addr = static_cast<std::uint16_t>(part.address >> 1);
+        message.flags = static_cast<std::uint16_t>(part.way == direction::read ? I2C_M_RD : 0);
+        message.len = static_cast<std::uint16_t>(part.bytes.size());
+        message.buf = part.bytes.data();
     }
     i2c_rdwr_ioctl_data request{.msgs = messages.data(), .nmsgs = static_cast<std::uint32_t>(count)};
-    const int           moved = control(m_node, I2C_RDWR, &request);
+    const int moved = control(m_node, I2C_RDWR, &request);
     if (moved < 0) {
         const outcome end =
             endOf(errno); // an adapter that takes less than the kernel passes on refuses before it sends anything
@@ -325,18 +325,18 @@ transferResult linuxBus::transferMessages(std::span<const segment> segments)
 /// The transactions that an SMBus call makes byte for byte; all others are not supported.
 transferResult linuxBus::transferSmbus(std::span<const segment> segments)
 {
-    const segment&                first  = segments.front();
-    const std::span<std::uint8_t> sent   = first.way == direction::write ? first.bytes : std::span<std::uint8_t>{};
-    const bool                    writes = segments.size() == 1 && first.way == direction::write;
-    const bool                    reads  = segments.size() == 1 && first.way == direction::read;
-    const bool registers                 = segments.size() == 2 && first.way == direction::write && sent.size() == 1 &&
+    const segment& first = segments.front();
+    const std::span<std::uint8_t> sent = first.way == direction::write ? first.bytes : std::span<std::uint8_t>{};
+    const bool writes = segments.size() == 1 && first.way == direction::write;
+    const bool reads = segments.size() == 1 && first.way == direction::read;
+    const bool registers = segments.size() == 2 && first.way == direction::write && sent.size() == 1 &&
                            segments[1].way == direction::read && segments[1].address == first.address;
-    const std::span<std::uint8_t> wanted  = reads       ? first.bytes
-                                            : registers ? segments[1].bytes
-                                                        : std::span<std::uint8_t>{};
-    const std::uint8_t            command = sent.empty() ? std::uint8_t{0} : sent[0];
-    i2c_smbus_data                data{};
-    transferResult                result{.end = outcome::notSupported};
+    const std::span<std::uint8_t> wanted = reads       ? first.bytes
+                                           : registers ? segments[1].bytes
+                                                       : std::span<std::uint8_t>{};
+    const std::uint8_t command = sent.empty() ? std::uint8_t{0} : sent[0];
+    i2c_smbus_data data{};
+    transferResult result{.end = outcome::notSupported};
 
     if (writes && sent.empty() && can(I2C_FUNC_SMBUS_QUICK)) {
         result = smbus(first.address, false, 0, I2C_SMBUS_QUICK, nullptr);
@@ -344,28 +344,28 @@ transferResult linuxBus::transferSmbus(std::span<const segment> segments)
         result = smbus(first.address, false, command, I2C_SMBUS_BYTE, nullptr);
     } else if (writes && sent.size() == 2 && can(I2C_FUNC_SMBUS_WRITE_BYTE_DATA)) {
         data.byte = sent[1];
-        result    = smbus(first.address, false, command, I2C_SMBUS_BYTE_DATA, &data);
+        result = smbus(first.address, false, command, I2C_SMBUS_BYTE_DATA, &data);
     } else if (writes && sent.size() == 3 && can(I2C_FUNC_SMBUS_WRITE_WORD_DATA)) {
         data.word = static_cast<std::uint16_t>(sent[1] | sent[2] << 8); // the low byte goes first
-        result    = smbus(first.address, false, command, I2C_SMBUS_WORD_DATA, &data);
+        result = smbus(first.address, false, command, I2C_SMBUS_WORD_DATA, &data);
     } else if (writes && sent.size() >= 2 && sent.size() <= lastBlockLength + 1U &&
                can(I2C_FUNC_SMBUS_WRITE_I2C_BLOCK)) {
         data.block[0] = static_cast<std::uint8_t>(sent.size() - 1);
         std::ranges::copy(sent.subspan(1), &data.block[1]);
         result = smbus(first.address, false, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
     } else if (reads && wanted.size() == 1 && can(I2C_FUNC_SMBUS_READ_BYTE)) {
-        result    = smbus(first.address, true, 0, I2C_SMBUS_BYTE, &data);
+        result = smbus(first.address, true, 0, I2C_SMBUS_BYTE, &data);
         wanted[0] = data.byte;
     } else if (registers && wanted.size() == 1 && can(I2C_FUNC_SMBUS_READ_BYTE_DATA)) {
-        result    = smbus(first.address, true, command, I2C_SMBUS_BYTE_DATA, &data);
+        result = smbus(first.address, true, command, I2C_SMBUS_BYTE_DATA, &data);
         wanted[0] = data.byte;
     } else if (registers && wanted.size() == 2 && can(I2C_FUNC_SMBUS_READ_WORD_DATA)) {
-        result    = smbus(first.address, true, command, I2C_SMBUS_WORD_DATA, &data);
+        result = smbus(first.address, true, command, I2C_SMBUS_WORD_DATA, &data);
         wanted[0] = static_cast<std::uint8_t>(data.word);
         wanted[1] = static_cast<std::uint8_t>(data.word >> 8);
     } else if (registers && !wanted.empty() && wanted.size() <= lastBlockLength && can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)) {
         data.block[0] = static_cast<std::uint8_t>(wanted.size());
-        result        = smbus(first.address, true, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
+        result = smbus(first.address, true, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
         if (result.end == outcome::done && data.block[0] != wanted.size()) {
             result.end = outcome::shortTransfer;
         }
@@ -380,10 +380,10 @@ transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t com
                                i2c_smbus_data* data)
 {
     i2c_smbus_ioctl_data request{.read_write = static_cast<std::uint8_t>(read ? I2C_SMBUS_READ : I2C_SMBUS_WRITE),
-                                 .command    = command,
-                                 .size       = kind,
-                                 .data       = data};
-    const int            error = makeOwn();
+                                 .command = command,
+                                 .size = kind,
+                                 .data = data};
+    const int error = makeOwn();
     if (error != 0) {
         return {.end = endOfOpen(error)};
     }
@@ -394,11 +394,11 @@ transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t com
 
 transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const transferPace& pace)
 {
-    std::uint8_t   byte      = 0;
-    const bool     readsByte = method == probeMethod::safe && mindsAddressAlone(address);
-    const segment  question{.address = address,
-                            .way     = readsByte ? direction::read : direction::write,
-                            .bytes   = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
+    std::uint8_t byte = 0;
+    const bool readsByte = method == probeMethod::safe && mindsAddressAlone(address);
+    const segment question{.address = address,
+                           .way = readsByte ? direction::read : direction::write,
+                           .bytes = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
     transferResult result = transfer({&question, 1}, pace);
     if (result.end == outcome::notAcknowledged) {
         result.end = outcome::addressNotAcknowledged; // nothing but the address was asked
@@ -414,11 +414,11 @@ transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const t
 outcome linuxBus::reset(std::uint8_t address)
 {
     const int error = open();
-    outcome   end   = error == 0 ? outcome::done : endOfOpen(error);
+    outcome end = error == 0 ? outcome::done : endOfOpen(error);
     if (end == outcome::done && address != 0) {
         const outcome answer = probe(address, probeMethod::safe, {}).end;
-        const bool    alive  = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
-        end                  = alive ? outcome::done : answer;
+        const bool alive = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
+        end = alive ? outcome::done : answer;
     }
     return end;
 }
@@ -434,9 +434,9 @@ transferLimits linuxBus::limits() const
                         : can(I2C_FUNC_SMBUS_WRITE_BYTE_DATA) ? 2
                         : can(I2C_FUNC_SMBUS_WRITE_BYTE)      ? 1
                                                               : 0;
-    limits.readBytes  = can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)   ? lastBlockLength
-                        : can(I2C_FUNC_SMBUS_READ_WORD_DATA) ? 2
-                                                             : 1;
+    limits.readBytes = can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)   ? lastBlockLength
+                       : can(I2C_FUNC_SMBUS_READ_WORD_DATA) ? 2
+                                                            : 1;
     return limits;
 }
 
@@ -477,7 +477,7 @@ void useSystemCalls(systemCalls* calls) { chosen = calls != nullptr ? calls : &k
 int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
                  bool setAdapterTimeout, std::shared_ptr<bus>& opened)
 {
-    auto      made  = std::make_shared<linuxBus>(*chosen.load(), pathPrefix + "/dev/i2c-" + std::to_string(number),
+    auto made = std::make_shared<linuxBus>(*chosen.load(), pathPrefix + "/dev/i2c-" + std::to_string(number),
                                            setAdapterTimeout);
     const int error = made->open();
     if (error == 0) {

@@ -28,7 +28,7 @@ public:
     /// The clock of adapter `number` as the device tree has it, Hz; 0 when it has none.
     virtual std::uint32_t adapterClockHz(unsigned int number);
     virtual std::uint64_t nowNs(); ///< CLOCK_MONOTONIC
-    virtual void          pause(std::uint64_t nanoseconds);
+    virtual void pause(std::uint64_t nanoseconds);
 
 private:
     std::filesystem::path m_sysfs;

@@ -23,7 +23,7 @@ constexpr transferLimits simulatedLimits{.writeBytes = 8192, .readBytes = 8192, 
 
 struct endRow {
     sim::outcome simulated;
-    outcome      end;
+    outcome end;
 };
 constexpr std::array ends{
     endRow{sim::outcome::done, outcome::done},
@@ -44,17 +44,17 @@ outcome endOf(sim::outcome simulated)
 
 transferResult fromSimulated(const sim::transferResult& result)
 {
-    return {.end        = endOf(result.end),
-            .segment    = result.segment,
+    return {.end = endOf(result.end),
+            .segment = result.segment,
             .bytesMoved = result.bytesMoved,
-            .nowNs      = result.busTimeNs};
+            .nowNs = result.busTimeNs};
 }
 
 /// Letters, digits, '-' and '_' stay; everything else becomes %XX.
 std::string fileNameSafe(const std::string& text)
 {
     constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string                safe;
+    std::string safe;
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         if (std::isalnum(byte) != 0 || character == '-' || character == '_') {
@@ -79,9 +79,9 @@ public:
         std::vector<sim::segment> parts;
         for (const segment& part : segments) {
             parts.push_back({.address = part.address,
-                             .way     = part.way == direction::read ? sim::direction::read : sim::direction::write,
-                             .bytes   = part.bytes,
-                             .joined  = false});
+                             .way = part.way == direction::read ? sim::direction::read : sim::direction::write,
+                             .bytes = part.bytes,
+                             .joined = false});
         }
         const sim::transferResult result = m_wires->transfer(parts, pace.speedKhz);
         return fromSimulated(result);
@@ -92,14 +92,14 @@ public:
         return fromSimulated(m_wires->probe(address, pace.speedKhz));
     }
 
-    outcome                      reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
+    outcome reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
     [[nodiscard]] transferLimits limits() const override { return simulatedLimits; }
-    [[nodiscard]] std::uint64_t  clockHz(const transferPace& pace) const override
+    [[nodiscard]] std::uint64_t clockHz(const transferPace& pace) const override
     {
         return std::uint64_t{1000} * sim::clockKhz(pace.speedKhz, m_wires->defaultSpeedKhz());
     }
     [[nodiscard]] const busIdentity& identity() const override { return m_identity; }
-    [[nodiscard]] std::string        adapterName() const override
+    [[nodiscard]] std::string adapterName() const override
     {
         return "simulated machine " + m_machine->folder().string();
     }
@@ -107,15 +107,15 @@ public:
     {
         return {"I2C messages", "address alone", "tells address from data", "nine clocks and a STOP"};
     }
-    bool                        heldByDriver(std::uint8_t /*address*/) override { return false; }
-    std::uint64_t               nowNs() override { return m_wires->busTimeNs(); }
-    void                        pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
+    bool heldByDriver(std::uint8_t /*address*/) override { return false; }
+    std::uint64_t nowNs() override { return m_wires->busTimeNs(); }
+    void pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
     [[nodiscard]] std::uint64_t questionPauseNs() const override { return 0; } // its questions take all the bus time
 
 private:
     std::shared_ptr<sim::machine> m_machine;
-    std::shared_ptr<sim::bus>     m_wires;
-    busIdentity                   m_identity;
+    std::shared_ptr<sim::bus> m_wires;
+    busIdentity m_identity;
 };
 
 } // namespace
@@ -136,16 +136,16 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
     }
     try {
         std::shared_ptr<sim::machine> machine = sim::openMachine(machineFolder, realTime);
-        std::shared_ptr<sim::bus>     wires   = machine->findBus(name, node);
+        std::shared_ptr<sim::bus> wires = machine->findBus(name, node);
         if (wires == nullptr) {
             return ENOENT;
         }
         busIdentity identity{.folder = machine->folder(),
-                             .name   = "iic." + (node.empty() ? "" : fileNameSafe(node) + ".") + fileNameSafe(name),
-                             .mode   = folder.st_mode & 0666U,
-                             .group  = folder.st_gid,
-                             .text   = "sim:" + name,
-                             .owner  = folder.st_uid};
+                             .name = "iic." + (node.empty() ? "" : fileNameSafe(node) + ".") + fileNameSafe(name),
+                             .mode = folder.st_mode & 0666U,
+                             .group = folder.st_gid,
+                             .text = "sim:" + name,
+                             .owner = folder.st_uid};
         opened = std::make_shared<simulatedBus>(std::move(machine), std::move(wires), std::move(identity));
     } catch (const std::system_error& failure) {
         const int error = failure.code().value();

@@ -14,12 +14,12 @@ namespace kest::host::iic
 namespace
 {
 
-constexpr int           readsItem         = 1;
-constexpr int           setsItem          = 2;
-constexpr std::uint16_t longestOffset     = 4;
-constexpr std::uint32_t usualBusyWaitMs   = 1000;
-constexpr std::size_t   lockRecordBytes   = 8;
-constexpr std::uint32_t lockKindHub       = 0; // host byte order
+constexpr int readsItem = 1;
+constexpr int setsItem = 2;
+constexpr std::uint16_t longestOffset = 4;
+constexpr std::uint32_t usualBusyWaitMs = 1000;
+constexpr std::size_t lockRecordBytes = 8;
+constexpr std::uint32_t lockKindHub = 0; // host byte order
 constexpr std::uint32_t lockKindRegisters = 2; // big-endian
 
 callResult failedWith(int error) { return {.value = -1, .error = error}; }
@@ -42,8 +42,8 @@ Value hostOrder(const std::uint8_t* bytes)
 }
 
 struct lockRecord {
-    std::uint32_t kind      = 0;
-    std::uint32_t address   = 0;
+    std::uint32_t kind = 0;
+    std::uint32_t address = 0;
     std::uint32_t timeoutMs = 0;
 };
 
@@ -53,17 +53,17 @@ lockRecord readLockRecord(const std::uint8_t* bytes)
     if (bigEndian(bytes, 2) == lockKindRegisters) {
         return {.kind = lockKindRegisters, .address = bigEndian(bytes + 2, 2), .timeoutMs = bigEndian(bytes + 4, 4)};
     }
-    return {.kind      = hostOrder<std::uint16_t>(bytes),
-            .address   = hostOrder<std::uint16_t>(bytes + 2),
+    return {.kind = hostOrder<std::uint16_t>(bytes),
+            .address = hostOrder<std::uint16_t>(bytes + 2),
             .timeoutMs = hostOrder<std::uint32_t>(bytes + 4)};
 }
 
 /// The items and what may be done with them.
 struct itemRow {
     std::uint32_t item;
-    std::size_t   size;
-    bool          readable;
-    bool          settable;
+    std::size_t size;
+    bool readable;
+    bool settable;
 };
 constexpr std::array items{
     itemRow{WOBU_IIC_SPEED, 4, true, true},
@@ -114,9 +114,9 @@ device::device(std::shared_ptr<bus> wires, std::uint8_t target)
 
 callResult device::configure(int direction, std::uint32_t item, std::uint8_t* value, unsigned int size)
 {
-    const bool    sets   = direction == setsItem;
+    const bool sets = direction == setsItem;
     std::uint32_t number = 0;
-    callResult    result;
+    callResult result;
     if (!isItem(direction, item, size)) {
         return failedWith(EINVAL);
     }
@@ -129,7 +129,7 @@ callResult device::configure(int direction, std::uint32_t item, std::uint8_t* va
     switch (item) {
     case WOBU_IIC_SPEED:
         m_speedKhz = sets ? std::optional(number) : m_speedKhz;
-        number     = settings().pace.speedKhz;
+        number = settings().pace.speedKhz;
         break;
     case WOBU_IIC_TARGET:
         result = sets ? setTarget(number) : callResult{};
@@ -141,7 +141,7 @@ callResult device::configure(int direction, std::uint32_t item, std::uint8_t* va
         break;
     case WOBU_IIC_DMA_OPTION:
         m_dmaOption = sets ? number : m_dmaOption;
-        number      = m_dmaOption;
+        number = m_dmaOption;
         break;
     case WOBU_IIC_BLOCK:
         if (sets) {
@@ -190,7 +190,7 @@ callResult device::lock(const std::uint8_t* bytes, bool take)
         return failedWith(EINVAL);
     }
     const auto address = static_cast<std::uint8_t>(record.address);
-    const int  error =
+    const int error =
         take ? m_locks.lock(address, std::chrono::milliseconds(record.timeoutMs)) : m_locks.unlock(address);
     return error == 0 ? callResult{} : failedWith(error);
 }
@@ -206,14 +206,14 @@ callResult device::seek(long offset, int whence)
 
 transferSettings device::settings()
 {
-    return {.target       = m_target,
-            .position     = m_position,
+    return {.target = m_target,
+            .position = m_position,
             .offsetLength = m_block.offsetLength(),
-            .pageSize     = m_block.pageSize(),
+            .pageSize = m_block.pageSize(),
             .writeCycleMs = m_block.writeCycleMs(),
-            .busyWaitMs   = m_block.busyWaitMs(),
-            .pace         = {.speedKhz = m_speedKhz.value_or(m_block.speedKhz()), .timeoutMs = m_block.timeoutMs()},
-            .locks        = &m_locks};
+            .busyWaitMs = m_block.busyWaitMs(),
+            .pace = {.speedKhz = m_speedKhz.value_or(m_block.speedKhz()), .timeoutMs = m_block.timeoutMs()},
+            .locks = &m_locks};
 }
 
 /// Why a transfer can't begin. @return 0 or an errno
@@ -261,7 +261,7 @@ callResult device::write(const std::uint8_t* buffer, unsigned int size)
 callResult device::reset(int kind)
 {
     const int error = kind == 1 ? errnoOf(m_wires->reset(m_target)) : EINVAL;
-    m_adapterTakes  = m_wires->limits(); // a reopened adapter may be another
+    m_adapterTakes = m_wires->limits(); // a reopened adapter may be another
     return error == 0 ? callResult{} : failedWith(error);
 }
 
@@ -275,7 +275,7 @@ callResult device::extractFirstFailure(int reserved, void** data)
         return failedWith(EINVAL);
     }
     std::string text;
-    const int   error = firstFailure(m_wires->identity(), m_target, text);
+    const int error = firstFailure(m_wires->identity(), m_target, text);
     if (error != 0) {
         return failedWith(error);
     }
@@ -305,14 +305,14 @@ void device::close()
 void device::keepFailure(const char* operation, const callResult& result)
 {
     keepFirstFailure(*m_wires,
-                     {.operation    = operation,
-                      .target       = m_target,
-                      .position     = m_position,
-                      .length       = result.length,
-                      .moved        = static_cast<std::uint32_t>(std::max(result.value, 0)),
-                      .error        = result.error,
+                     {.operation = operation,
+                      .target = m_target,
+                      .position = m_position,
+                      .length = result.length,
+                      .moved = static_cast<std::uint32_t>(std::max(result.value, 0)),
+                      .error = result.error,
                       .offsetLength = m_block.offsetLength(),
-                      .silence      = result.silence},
+                      .silence = result.silence},
                      m_history);
 }
 

@@ -47,10 +47,10 @@ private:
 
 /// What a call answers: its result and, for a failed one, its errno.
 struct callResult {
-    int           value   = 0;
-    int           error   = 0;
-    std::uint32_t length  = 0; ///< bytes asked for, of a transfer
-    const char*   silence = "";
+    int value = 0;
+    int error = 0;
+    std::uint32_t length = 0; ///< bytes asked for, of a transfer
+    const char* silence = "";
 };
 
 /// Not for use by two threads at once: whoever works with it holds `mutex`.
@@ -70,33 +70,33 @@ public:
     /// Keeps a failed call as first-failure data.
     void keepFailure(const char* operation, const callResult& result);
 
-    [[nodiscard]] std::uint8_t  target() const { return m_target; }
+    [[nodiscard]] std::uint8_t target() const { return m_target; }
     [[nodiscard]] std::uint32_t position() const { return m_position; }
-    [[nodiscard]] const bus&    wires() const { return *m_wires; }
+    [[nodiscard]] const bus& wires() const { return *m_wires; }
 
     /// Lets go of the locks, though another thread may still hold the object.
-    void               close();
+    void close();
     [[nodiscard]] bool isClosed() const { return m_closed; }
 
     std::mutex mutex;
 
 private:
-    callResult                     lock(const std::uint8_t* record, bool take);
-    [[nodiscard]] callResult       setTarget(std::uint32_t address);
-    [[nodiscard]] callResult       setBlock(const std::uint8_t* block);
+    callResult lock(const std::uint8_t* record, bool take);
+    [[nodiscard]] callResult setTarget(std::uint32_t address);
+    [[nodiscard]] callResult setBlock(const std::uint8_t* block);
     [[nodiscard]] transferSettings settings();
-    callResult                     finishTransfer(const transferReport& report, bool read, unsigned int size);
+    callResult finishTransfer(const transferReport& report, bool read, unsigned int size);
 
-    std::shared_ptr<bus>         m_wires;
-    transferLimits               m_adapterTakes; ///< at once, as far as transfers have shown
-    configurationBlock           m_block;
+    std::shared_ptr<bus> m_wires;
+    transferLimits m_adapterTakes; ///< at once, as far as transfers have shown
+    configurationBlock m_block;
     std::optional<std::uint32_t> m_speedKhz; ///< item 2, once set
-    std::uint32_t                m_dmaOption = 0;
-    std::uint8_t                 m_target;
-    std::uint32_t                m_position = 0;
-    addressLocks                 m_locks;
-    transactionHistory           m_history;
-    bool                         m_closed = false;
+    std::uint32_t m_dmaOption = 0;
+    std::uint8_t m_target;
+    std::uint32_t m_position = 0;
+    addressLocks m_locks;
+    transactionHistory m_history;
+    bool m_closed = false;
 };
 
 } // namespace kest::host::iic

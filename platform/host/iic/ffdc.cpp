@@ -38,7 +38,7 @@ void transactionHistory::note(std::uint64_t atNs, std::span<const segment> segme
         }
     }
     transactionNote* before = m_count == 0 ? nullptr : &m_notes.at((m_count - 1) % kept);
-    const bool       again  = before != nullptr && before->address == latest.address && before->end == latest.end &&
+    const bool again = before != nullptr && before->address == latest.address && before->end == latest.end &&
                        before->written == latest.written && before->read == latest.read && before->head == latest.head;
     if (again) {
         before->atNs = atNs;
@@ -61,14 +61,14 @@ namespace
 {
 
 constexpr std::size_t longestRecord = 4096;
-constexpr std::size_t longestText   = 200; // of a name within it
+constexpr std::size_t longestText = 200; // of a name within it
 
-constexpr int                       recordAttempts     = 3;
-constexpr int                       recordLockAttempts = 50;
+constexpr int recordAttempts = 3;
+constexpr int recordLockAttempts = 50;
 constexpr std::chrono::milliseconds recordLockPause{1};
 
 struct errnoText {
-    int         error;
+    int error;
     const char* name;
 };
 constexpr std::array errnoTexts{
@@ -87,7 +87,7 @@ std::string hexByte(std::uint8_t byte)
 
 nlohmann::ordered_json noteAsJson(const transactionNote& note)
 {
-    std::string       head;
+    std::string head;
     const std::size_t shown = std::min<std::size_t>(note.written, note.head.size());
     for (std::size_t index = 0; index < shown; ++index) {
         head += hexByte(note.head.at(index));
@@ -160,7 +160,7 @@ public:
     [[nodiscard]] std::string find(const std::string& key)
     {
         const std::lock_guard hold(m_mutex);
-        const auto            found = m_texts.find(key);
+        const auto found = m_texts.find(key);
         return found == m_texts.end() ? std::string{} : found->second;
     }
     bool drop(const std::string& key) ///< @return whether there was one
@@ -174,7 +174,7 @@ public:
 private:
     ownRecords() { watchForks<ownRecords>(); }
 
-    std::mutex                         m_mutex;
+    std::mutex m_mutex;
     std::map<std::string, std::string> m_texts;
 };
 [[maybe_unused]] const ownRecords& madeAtLoad = ownRecords::instance();
@@ -189,7 +189,7 @@ bool isRecord(const std::string& text) { return !text.empty() && nlohmann::json:
 /// @return the text of an open record; empty when it is none
 std::string contentsOf(int descriptor)
 {
-    std::string   text(longestRecord + 1, '\0');
+    std::string text(longestRecord + 1, '\0');
     const ssize_t length = pread(descriptor, text.data(), text.size(), 0);
     text.resize(length > 0 && length <= static_cast<ssize_t>(longestRecord) ? static_cast<std::size_t>(length) : 0);
     return isRecord(text) ? text : std::string{};
@@ -199,8 +199,8 @@ std::string contentsOf(int descriptor)
 int readRecord(const busIdentity& identity, const std::string& name, std::string& text)
 {
     const fileDescriptor file(openSharedFile(identity, name, sharedUse::read));
-    const int            error = file.valid() ? 0 : errno;
-    text                       = file.valid() ? contentsOf(file.number()) : std::string{};
+    const int error = file.valid() ? 0 : errno;
+    text = file.valid() ? contentsOf(file.number()) : std::string{};
     return error;
 }
 
@@ -218,9 +218,9 @@ bool lockRecord(int descriptor)
 {
     struct flock request {
     };
-    request.l_type   = F_WRLCK;
+    request.l_type = F_WRLCK;
     request.l_whence = SEEK_SET;
-    bool had         = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
+    bool had = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
     for (int attempt = 1; !had && attempt < recordLockAttempts; ++attempt) {
         std::this_thread::sleep_for(recordLockPause);
         had = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
@@ -233,7 +233,7 @@ bool lockRecord(int descriptor)
 bool putRecord(int descriptor, const std::filesystem::path& folder, const std::string& text)
 {
     const sim::quietWrites quiet;
-    const bool             written = ftruncate(descriptor, 0) == 0 &&
+    const bool written = ftruncate(descriptor, 0) == 0 &&
                          pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
                          fsync(descriptor) == 0 && syncFolder(folder) == 0;
     if (!written) {
@@ -245,7 +245,7 @@ bool putRecord(int descriptor, const std::filesystem::path& folder, const std::s
 /// Never takes the place of another record. @return whether there is one now, this one or an earlier
 bool writeRecord(const busIdentity& identity, const std::string& name, const std::string& text)
 {
-    std::string  earlier;
+    std::string earlier;
     unsharedFile file;
     readRecord(identity, name, earlier);
     if (!earlier.empty()) {
@@ -277,7 +277,7 @@ void keepFirstFailure(bus& where, const failureReport& report, const transaction
 {
     try {
         const busIdentity& identity = where.identity();
-        const std::string  text     = recordText(where, report, history);
+        const std::string text = recordText(where, report, history);
         if (!writeRecord(identity, recordName(identity, report.target), text)) {
             ownRecords::instance().keep(ownKey(identity, report.target), text);
         }
@@ -296,8 +296,8 @@ int firstFailure(const busIdentity& identity, std::uint8_t target, std::string& 
 
 int dropFirstFailure(const busIdentity& identity, std::uint8_t target)
 {
-    const std::string name  = recordName(identity, target);
-    int               error = removeSharedFile(identity, name);
+    const std::string name = recordName(identity, target);
+    int error = removeSharedFile(identity, name);
     if (error == EPERM || error == EACCES) { // another's file, in a folder where only its owner may remove it
         const fileDescriptor file(openSharedFile(identity, name, sharedUse::create));
         error = file.valid() && ftruncate(file.number(), 0) == 0 ? 0 : errno;

@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr std::uint32_t ticketMark = 0x4949431; // no open handle is all zeros, nor MERN_INVALID
-constexpr std::size_t   generation = 2;         // word of a ticket
+constexpr std::size_t generation = 2; // word of a ticket
 
 [[maybe_unused]] const handleTable& madeAtLoad = handleTable::instance();
 
@@ -44,17 +44,17 @@ mern_t handleTable::add(std::shared_ptr<device> opened)
     if (free == m_places.end()) {
         free = m_places.insert(free, place{});
     }
-    free->occupant    = std::move(opened);
+    free->occupant = std::move(opened);
     const auto number = static_cast<std::uint32_t>(free - m_places.begin());
-    free->ticket      = {{ticketMark, number, free->ticket.words[generation] + 1, m_process[0], m_process[1], 0}};
+    free->ticket = {{ticketMark, number, free->ticket.words[generation] + 1, m_process[0], m_process[1], 0}};
     return free->ticket;
 }
 
 handleTable::place* handleTable::placeOf(const mern_t& handle)
 {
     const std::uint32_t number = handle.words[1];
-    place*              found  = number < m_places.size() ? &m_places[number] : nullptr;
-    const bool          open =
+    place* found = number < m_places.size() ? &m_places[number] : nullptr;
+    const bool open =
         found != nullptr && found->occupant != nullptr && std::ranges::equal(telling(found->ticket), telling(handle));
     return open ? found : nullptr;
 }
@@ -62,14 +62,14 @@ handleTable::place* handleTable::placeOf(const mern_t& handle)
 std::shared_ptr<device> handleTable::find(const mern_t& handle)
 {
     const std::lock_guard hold(m_mutex);
-    const place*          found = placeOf(handle);
+    const place* found = placeOf(handle);
     return found == nullptr ? nullptr : found->occupant;
 }
 
 std::shared_ptr<device> handleTable::take(const mern_t& handle)
 {
     const std::lock_guard hold(m_mutex);
-    place*                found = placeOf(handle);
+    place* found = placeOf(handle);
     return found == nullptr ? nullptr : std::exchange(found->occupant, nullptr);
 }
 

@@ -18,7 +18,7 @@ class handleTable
 public:
     static handleTable& instance();
 
-    mern_t                  add(std::shared_ptr<device> opened);
+    mern_t add(std::shared_ptr<device> opened);
     std::shared_ptr<device> find(const mern_t& handle); ///< null for a closed or foreign handle
     std::shared_ptr<device> take(const mern_t& handle); ///< the same, and the handle is closed from now on
 
@@ -31,14 +31,14 @@ private:
     handleTable();
     struct place {
         std::shared_ptr<device> occupant;
-        mern_t                  ticket{}; ///< of the occupant or the latest one
-        bool                    heldForFork = false;
+        mern_t ticket{}; ///< of the occupant or the latest one
+        bool heldForFork = false;
     };
     place* placeOf(const mern_t& handle);
 
-    std::mutex         m_mutex;
+    std::mutex m_mutex;
     std::vector<place> m_places;
-    std::uint32_t      m_process[2]{}; ///< in new tickets; random, differs from process to process
+    std::uint32_t m_process[2]{}; ///< in new tickets; random, differs from process to process
 };
 
 } // namespace kest::host::iic

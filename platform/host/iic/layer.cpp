@@ -14,24 +14,24 @@
 
 const mern_t MERN_INVALID = {{0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}};
 
-MernNode::MernNode()                      = default;
+MernNode::MernNode() = default;
 MernNode::MernNode(const MernNode& other) = default;
-MernNode::~MernNode()                     = default;
+MernNode::~MernNode() = default;
 
 namespace kest::host::iic
 {
 namespace
 {
 
-constexpr unsigned int traceBytes     = 16384;
-constexpr int          flagsReadWrite = 0x1002;
+constexpr unsigned int traceBytes = 16384;
+constexpr int flagsReadWrite = 0x1002;
 
 /// The buffer "IIC", made at first use. Threads that are first at once get the same; none waits for another, which a
 /// fork might leave behind.
 trace_wobu_descriptor traceBuffer()
 {
     static constinit std::atomic<trace_wobu_descriptor> made{nullptr};
-    trace_wobu_descriptor                               buffer = made.load(std::memory_order_acquire);
+    trace_wobu_descriptor buffer = made.load(std::memory_order_acquire);
     if (buffer == nullptr) {
         trace_wobu_init_buffer(&buffer, "IIC", traceBytes);
         made.store(buffer, std::memory_order_release);
@@ -89,8 +89,8 @@ void keepAccount(device& opened, const char* operation, bool recorded, const cal
 template <typename Call>
 int onDevice(const mern_t& handle, const char* operation, bool recorded, Call call)
 {
-    const int                     entered = errno;
-    callResult                    result{.value = -1, .error = EBADF};
+    const int entered = errno;
+    callResult result{.value = -1, .error = EBADF};
     const std::shared_ptr<device> opened = handleTable::instance().find(handle);
     if (opened != nullptr) {
         const std::lock_guard hold(opened->mutex);
@@ -105,9 +105,9 @@ int onDevice(const mern_t& handle, const char* operation, bool recorded, Call ca
 
 int openDevice(NodeType node, const char* path, int flags, mern_t& handle)
 {
-    devicePath           where;
+    devicePath where;
     std::shared_ptr<bus> wires;
-    int                  error = 0;
+    int error = 0;
     if (path == nullptr) {
         error = EFAULT;
     } else if (flags != flagsReadWrite) {
@@ -140,8 +140,8 @@ int MernInitialize(std::uint32_t /*options*/)
 mern_t mern_iic_open(MernNode node, const char* path, int flags)
 {
     const int entered = errno;
-    mern_t    handle  = MERN_INVALID;
-    int       error   = 0;
+    mern_t handle = MERN_INVALID;
+    int error = 0;
     try {
         error = openDevice(node.number, path, flags, handle);
     } catch (const std::bad_alloc&) {
@@ -187,8 +187,8 @@ int mern_iic_reset(mern_t& handle, int kind)
 
 int mern_iic_close(mern_t& handle)
 {
-    const int                     entered = errno;
-    const std::shared_ptr<device> opened  = handleTable::instance().take(handle);
+    const int entered = errno;
+    const std::shared_ptr<device> opened = handleTable::instance().take(handle);
     if (opened == nullptr) {
         errno = EBADF;
         return -1;

@@ -30,19 +30,19 @@ constexpr std::chrono::microseconds pollInterval{100};
 
 // The bytes of a lock file: one for each address, their turnstiles, one for each address that is being written, their turnstiles.
 constexpr off_t turnstiles = 256; // behind the bytes that they are for
-constexpr off_t writes     = 512;
+constexpr off_t writes = 512;
 
-lockClock               systemClock;
+lockClock systemClock;
 std::atomic<lockClock*> chosen{&systemClock};
 
 struct flock byteLock(short kind, off_t byte)
 {
     struct flock request {
     };
-    request.l_type   = kind;
+    request.l_type = kind;
     request.l_whence = SEEK_SET;
-    request.l_start  = byte;
-    request.l_len    = 1;
+    request.l_start = byte;
+    request.l_len = 1;
     return request;
 }
 
@@ -50,7 +50,7 @@ struct flock byteLock(short kind, off_t byte)
 int setLock(int descriptor, short kind, off_t byte)
 {
     struct flock request = byteLock(kind, byte);
-    int          error   = 0;
+    int error = 0;
     do {
         error = fcntl(descriptor, F_OFD_SETLK, &request) == 0 ? 0 : errno;
     } while (error == EINTR);
@@ -61,7 +61,7 @@ int setLock(int descriptor, short kind, off_t byte)
 int takeByte(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 {
     lockClock& clock = *chosen.load();
-    int        error = setLock(descriptor, F_WRLCK, byte);
+    int error = setLock(descriptor, F_WRLCK, byte);
     while (error == EAGAIN) {
         const auto now = clock.now();
         if (now >= deadline) {
@@ -93,14 +93,14 @@ void useLockClock(lockClock* clock) { chosen = clock != nullptr ? clock : &syste
 /// Opens the bus's lock file and takes a byte of it. @return 0, EBUSY, or what stands in the way of the file
 int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const
 {
-    const std::string name     = lockFileName(m_identity);
-    const auto        deadline = chosen.load()->now() + timeout;
-    int               error    = 0;
-    bool              met      = false; // whether others will meet the lock
+    const std::string name = lockFileName(m_identity);
+    const auto deadline = chosen.load()->now() + timeout;
+    int error = 0;
+    bool met = false; // whether others will meet the lock
     while (error == 0 && !met) {
         const bool opened = file.open([&] { return openSharedFile(m_identity, name, sharedUse::create); });
-        error             = opened ? takeInTurn(file.number(), byte, deadline) : errnoOfFolder(errno);
-        met               = error == 0 && isSharedFile(m_identity, name, file.number());
+        error = opened ? takeInTurn(file.number(), byte, deadline) : errnoOfFolder(errno);
+        met = error == 0 && isSharedFile(m_identity, name, file.number());
         if (error == 0 && !met && chosen.load()->now() >= deadline) {
             error = EBUSY; // exchanged meanwhile, and no time is left for the new one
         }
@@ -119,8 +119,8 @@ int addressLocks::lock(std::uint8_t address, std::chrono::milliseconds timeout)
 
 int addressLocks::unlock(std::uint8_t address)
 {
-    const auto held  = m_held.find(address);
-    int        error = EINVAL;
+    const auto held = m_held.find(address);
+    int error = EINVAL;
     if (held != m_held.end() && held->second.valid()) {
         error = setLock(held->second.number(), F_UNLCK, address); // a stray copy of the descriptor must not keep it
         held->second.close();
@@ -153,7 +153,7 @@ bool addressLocks::isWrittenByAnother(std::uint8_t address) const
     }
     try {
         const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
-        struct flock         request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
+        struct flock request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
         return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
     } catch (const std::exception&) { // no memory: nobody can be asked, and the transfer's own end counts
         return false;

@@ -19,7 +19,7 @@ class lockClock
 public:
     virtual ~lockClock() = default;
     virtual std::chrono::nanoseconds now(); ///< since whenever
-    virtual void                     pause(std::chrono::nanoseconds time);
+    virtual void pause(std::chrono::nanoseconds time);
 };
 
 /// The one that is used from now on. @param clock  null: the system's. Owned by the caller.
@@ -34,7 +34,7 @@ class addressLocks
 {
 public:
     explicit addressLocks(const busIdentity& identity) : m_identity(identity) {}
-    addressLocks(const addressLocks&)            = delete;
+    addressLocks(const addressLocks&) = delete;
     addressLocks& operator=(const addressLocks&) = delete;
     ~addressLocks() { releaseAll(); }
 
@@ -56,10 +56,10 @@ public:
 private:
     int take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const;
 
-    busIdentity                          m_identity;
+    busIdentity m_identity;
     std::map<std::uint8_t, unsharedFile> m_held; ///< a child of a fork finds them closed
-    unsharedFile                         m_writing;
-    off_t                                m_writingByte = 0;
+    unsharedFile m_writing;
+    off_t m_writingByte = 0;
 };
 
 } // namespace kest::host::iic

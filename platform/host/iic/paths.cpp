@@ -8,10 +8,10 @@ namespace kest::host::iic
 namespace
 {
 
-constexpr std::string_view linuxPrefix     = "/dev/i2c-";
+constexpr std::string_view linuxPrefix = "/dev/i2c-";
 constexpr std::string_view simulatedPrefix = "sim:";
-constexpr std::size_t      longestPath     = 255;
-constexpr unsigned int     highestNumber   = (1U << 20) - 1; // as many as the kernel's minor numbers
+constexpr std::size_t longestPath = 255;
+constexpr unsigned int highestNumber = (1U << 20) - 1; // as many as the kernel's minor numbers
 
 /// The whole text as an unsigned number without sign, blanks or leading zeros.
 bool parseNumber(std::string_view text, int base, unsigned int& number)
@@ -30,15 +30,15 @@ bool parseBusNumber(std::string_view text, unsigned int& number)
 
 int parseDevicePath(std::string_view text, devicePath& path)
 {
-    unsigned int      address = 0;
-    const std::size_t at      = text.rfind('@');
-    const bool        named   = at != std::string_view::npos;
-    const bool        fits    = text.size() <= longestPath && text.find('\0') == std::string_view::npos;
+    unsigned int address = 0;
+    const std::size_t at = text.rfind('@');
+    const bool named = at != std::string_view::npos;
+    const bool fits = text.size() <= longestPath && text.find('\0') == std::string_view::npos;
     if (!fits || (named && (text.size() - at != 3 || !parseNumber(text.substr(at + 1), 16, address)))) {
         return ENOENT;
     }
     const std::string_view busText = text.substr(0, at);
-    path.simulated                 = busText.starts_with(simulatedPrefix);
+    path.simulated = busText.starts_with(simulatedPrefix);
     if (path.simulated) {
         path.busName = busText.substr(simulatedPrefix.size());
     }
@@ -59,7 +59,7 @@ int openBusOf(const devicePath& path, NodeType node, const configuration& settin
         if (node < 0 || node >= static_cast<NodeType>(settings.nodes.size())) {
             return ENODEV;
         }
-        where             = settings.nodes.at(static_cast<std::size_t>(node));
+        where = settings.nodes.at(static_cast<std::size_t>(node));
         const bool mapped = path.simulated ? !where.simNode.empty() : !where.pathPrefix.empty();
         if (!mapped) {
             return ENODEV;

@@ -15,9 +15,9 @@ namespace kest::host::iic
 
 /// A device path, taken apart.
 struct devicePath {
-    bool         simulated = false;
-    std::string  busName;     ///< of a simulated bus
-    unsigned int number  = 0; ///< of a Linux bus
+    bool simulated = false;
+    std::string busName; ///< of a simulated bus
+    unsigned int number = 0; ///< of a Linux bus
     std::uint8_t address = 0; ///< after '@'; 0: none
 };
 

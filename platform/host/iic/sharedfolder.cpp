@@ -25,7 +25,7 @@ mode_t withoutGroup(mode_t mode) { return (mode & ~mode_t{070}) | (mode & 07U) <
 /// @return whether something was not as it is to be
 bool share(int descriptor, const busIdentity& identity, mode_t mode)
 {
-    const bool  root = geteuid() == 0;
+    const bool root = geteuid() == 0;
     struct stat about {
     };
     if (fstat(descriptor, &about) != 0 || (!root && about.st_uid != geteuid()) ||
@@ -35,10 +35,10 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
     const bool strange = root && (about.st_gid != identity.group || (about.st_uid == 0 && identity.owner != 0));
     if (strange) { // root's own become the owner's, those of others stay theirs
         const uid_t owner = about.st_uid == 0 ? identity.owner : static_cast<uid_t>(-1);
-        about.st_gid      = fchown(descriptor, owner, identity.group) == 0 ? identity.group : about.st_gid;
+        about.st_gid = fchown(descriptor, owner, identity.group) == 0 ? identity.group : about.st_gid;
     }
     const mode_t wanted = about.st_gid == identity.group ? mode : withoutGroup(mode);
-    const bool   other  = (about.st_mode & permissionBits) != wanted;
+    const bool other = (about.st_mode & permissionBits) != wanted;
     if (other && fchmod(descriptor, wanted) != 0) {
         static_cast<void>(fchmod(descriptor, wanted & ~mode_t{S_ISGID})); // that bit may not be given everywhere
     }
@@ -50,7 +50,7 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
 mode_t folderMode(mode_t files)
 {
     const mode_t writers = files & 0222U;
-    const mode_t sticky  = (files & 0002U) != 0 ? S_ISVTX : 0;
+    const mode_t sticky = (files & 0002U) != 0 ? S_ISVTX : 0;
     return sticky | S_ISGID | 0755U | writers | writers << 1U | writers >> 1U;
 }
 
@@ -138,7 +138,7 @@ void shareAll(const busIdentity& identity)
 int openIn(const fileDescriptor& folder, const busIdentity& identity, const std::string& name, sharedUse use)
 {
     const int usual = (use == sharedUse::read ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    int       descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual));
+    int descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual));
     if (descriptor < 0 && errno == ENOENT && use == sharedUse::create) {
         descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual | O_CREAT | O_EXCL, identity.mode));
         if (descriptor >= 0) {
@@ -184,13 +184,13 @@ int errnoOfFolder(int error)
 int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use)
 {
     fileDescriptor folder;
-    const int      error = use == sharedUse::create ? makeSharedFolder(identity, folder) : openFolder(identity, folder);
+    const int error = use == sharedUse::create ? makeSharedFolder(identity, folder) : openFolder(identity, folder);
     if (error != 0) {
         errno = error;
         return -1;
     }
     fileDescriptor file(openIn(folder, identity, name, use));
-    struct stat    about {
+    struct stat about {
     };
     if (!file.valid() || fstat(file.number(), &about) != 0) {
         return -1;
@@ -218,14 +218,14 @@ bool isSharedFile(const busIdentity& identity, const std::string& name, int desc
 int removeSharedFile(const busIdentity& identity, const std::string& name)
 {
     fileDescriptor folder;
-    const int      error = openFolder(identity, folder);
+    const int error = openFolder(identity, folder);
     return error != 0 ? error : unlinkat(folder.number(), name.c_str(), 0) == 0 ? 0 : errno;
 }
 
 std::string sharedFolderTrouble(const busIdentity& identity)
 {
     const std::string place = "'" + identity.folder.string() + "'";
-    struct stat       about {
+    struct stat about {
     };
     std::string trouble;
     if (stat(identity.folder.c_str(), &about) != 0) {

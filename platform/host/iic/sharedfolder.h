@@ -20,7 +20,7 @@ namespace kest::host::iic
 int errnoOfFolder(int error);
 
 enum class sharedUse : std::uint8_t {
-    read,   ///< what is there, for reading alone
+    read, ///< what is there, for reading alone
     create, ///< for reading and writing; made with the bus's permissions when missing, as is the folder
 };
 

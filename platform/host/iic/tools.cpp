@@ -20,7 +20,7 @@ toolBus::~toolBus() = default;
 
 std::unique_ptr<toolBus> toolBus::open(const std::string& path, NodeType node, int& error)
 {
-    devicePath           where;
+    devicePath where;
     std::shared_ptr<bus> wires;
     error = parseDevicePath(path, where);
     if (error == 0) {
@@ -68,7 +68,7 @@ std::string toolBus::path() const { return m_wires->identity().text; }
 
 std::string lockFolderTrouble(const std::string& path, NodeType node)
 {
-    devicePath           where;
+    devicePath where;
     std::shared_ptr<bus> wires;
     const bool opened = parseDevicePath(path, where) == 0 && openBusOf(where, node, currentConfiguration(), wires) == 0;
     return opened ? sharedFolderTrouble(wires->identity()) : "";
@@ -96,7 +96,7 @@ void listLinux(const std::string& prefix, std::vector<std::string>& paths)
     std::error_code error;
     for (std::filesystem::directory_iterator entry(prefix + "/dev", error), end; !error && entry != end;
          entry.increment(error)) {
-        devicePath        where;
+        devicePath where;
         const std::string path = "/dev/" + entry->path().filename().string();
         if (parseDevicePath(path, where) == 0 && where.address == 0) {
             paths.push_back(path);
@@ -108,9 +108,9 @@ void listLinux(const std::string& prefix, std::vector<std::string>& paths)
 
 std::vector<std::string> listBuses(NodeType node)
 {
-    const configuration&     settings = currentConfiguration();
+    const configuration& settings = currentConfiguration();
     std::vector<std::string> paths;
-    const bool               local = node == -1;
+    const bool local = node == -1;
     if (local || (node >= 0 && node < static_cast<NodeType>(settings.nodes.size()))) {
         const nodeMapping where = local ? nodeMapping{} : settings.nodes.at(static_cast<std::size_t>(node));
         if (local || !where.simNode.empty()) {

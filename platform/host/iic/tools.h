@@ -17,19 +17,19 @@ enum class presence : std::uint8_t {
     present,
     absent,
     heldByDriver, ///< a driver of the kernel has the address; it was not asked
-    uncertain,    ///< neither answer was to be had
+    uncertain, ///< neither answer was to be had
 };
 
 struct scanResult {
     std::uint8_t address = 0; ///< 8-bit form
-    presence     state   = presence::absent;
-    std::string  reason;    ///< when uncertain
-    int          error = 0; ///< when uncertain: the errno that a transfer would have ended with
+    presence state = presence::absent;
+    std::string reason; ///< when uncertain
+    int error = 0; ///< when uncertain: the errno that a transfer would have ended with
 };
 
 /// The addresses that devices can have, 8-bit form: the ones outside are reserved.
 constexpr std::uint8_t firstScanned = 0x10;
-constexpr std::uint8_t lastScanned  = 0xEE;
+constexpr std::uint8_t lastScanned = 0xEE;
 
 /// A bus opened by a tool. Not for use by two threads at once.
 class toolBus
@@ -46,13 +46,13 @@ public:
     std::vector<scanResult> scan();
     /// Asks one address, likewise. @param address  8-bit form, even, not 0
     scanResult probe(std::uint8_t address);
-    bool       heldByDriver(std::uint8_t address);
+    bool heldByDriver(std::uint8_t address);
     /// @return 0 or an errno
     int reset();
 
-    [[nodiscard]] std::string              adapterName() const;
+    [[nodiscard]] std::string adapterName() const;
     [[nodiscard]] std::vector<std::string> capabilities() const;
-    [[nodiscard]] std::string              path() const; ///< of the bus, without a device's address
+    [[nodiscard]] std::string path() const; ///< of the bus, without a device's address
 
 private:
     explicit toolBus(std::shared_ptr<bus> wires);

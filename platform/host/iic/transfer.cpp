@@ -15,24 +15,24 @@ namespace kest::host::iic
 namespace
 {
 
-constexpr std::uint64_t nsPerMs               = 1'000'000;
-constexpr std::uint64_t msPerSecond           = 1000;
-constexpr std::uint64_t shortestCycleMs       = 50; // a device may be waited for that long whatever its block promises
-constexpr std::uint64_t cyclesToWait          = 4;  // of what the block promises
+constexpr std::uint64_t nsPerMs = 1'000'000;
+constexpr std::uint64_t msPerSecond = 1000;
+constexpr std::uint64_t shortestCycleMs = 50; // a device may be waited for that long whatever its block promises
+constexpr std::uint64_t cyclesToWait = 4; // of what the block promises
 constexpr std::uint32_t longestForeignWriteMs = 10'000; // by far more than the pages of the largest chip take
-constexpr std::uint64_t longestStartMs        = 50;     // for a target that does not answer at the start
-constexpr std::size_t   hubBytes              = 256;    // what a hub takes after its address
-constexpr std::size_t   mostOffsetBytes       = 4;
-constexpr std::uint64_t closelyAskedNs        = 10 * nsPerMs;
+constexpr std::uint64_t longestStartMs = 50; // for a target that does not answer at the start
+constexpr std::size_t hubBytes = 256; // what a hub takes after its address
+constexpr std::size_t mostOffsetBytes = 4;
+constexpr std::uint64_t closelyAskedNs = 10 * nsPerMs;
 constexpr std::uint64_t shortestBusyPauseNs =
     nsPerMs / 20; // before a lost arbitration is tried again; doubles each time
 constexpr std::uint64_t longestBusyPauseNs = 10 * nsPerMs;
-constexpr unsigned int  doubtfulSends      = 3; // transactions refused although the address alone is answered
+constexpr unsigned int doubtfulSends = 3; // transactions refused although the address alone is answered
 // Controllers' drivers give up a transfer after a time of their own, often 1 s, and the bus is held meanwhile.
 constexpr std::uint64_t longestTransactionMs = 250;
-constexpr std::uint64_t bitsOfStart          = 1; // a repeated one, too
-constexpr std::uint64_t bitsOfStop           = 1;
-constexpr std::uint64_t bitsOfByte           = 9; // with its acknowledge
+constexpr std::uint64_t bitsOfStart = 1; // a repeated one, too
+constexpr std::uint64_t bitsOfStop = 1;
+constexpr std::uint64_t bitsOfByte = 9; // with its acknowledge
 
 bool throughHub(const transferSettings& settings) { return settings.offsetLength >= 3; }
 
@@ -65,7 +65,7 @@ struct offsetBytes {
     std::span<std::uint8_t> span() { return std::span(bytes).first(length); }
 
     std::array<std::uint8_t, mostOffsetBytes> bytes{};
-    std::size_t                               length;
+    std::size_t length;
 };
 
 bool isSilence(outcome end) { return end == outcome::addressNotAcknowledged || end == outcome::notAcknowledged; }
@@ -86,7 +86,7 @@ public:
                 m_locks->beginWrite(settings.target, std::chrono::milliseconds(patienceMs(settings))))
     {
     }
-    pageClaim(const pageClaim&)            = delete;
+    pageClaim(const pageClaim&) = delete;
     pageClaim& operator=(const pageClaim&) = delete;
     ~pageClaim()
     {
@@ -99,7 +99,7 @@ public:
 
 private:
     addressLocks* m_locks;
-    bool          m_had;
+    bool m_had;
 };
 
 /// One transfer: its clock, its target, and the questions that a busy target is asked.
@@ -134,31 +134,31 @@ public:
 
 private:
     template <typename Act>
-    outcome        withinBusyWait(Act act);
+    outcome withinBusyWait(Act act);
     transferResult send(std::span<const segment> segments);
     template <typename Act>
     transferResult attempt(Act act);
-    outcome        ask();
-    bool           opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs);
-    void           noteOtherWriter();
-    outcome        silenceOr(outcome end) const;
-    void           pauseSince(std::uint64_t startedNs, std::uint64_t windowNs);
+    outcome ask();
+    bool opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs);
+    void noteOtherWriter();
+    outcome silenceOr(outcome end) const;
+    void pauseSince(std::uint64_t startedNs, std::uint64_t windowNs);
     /// Of the transfer's time-out.
     [[nodiscard]] std::uint64_t timeLeftNs() const;
-    void                        pause(std::uint64_t nanoseconds);
+    void pause(std::uint64_t nanoseconds);
 
-    bus&                    m_wires;
+    bus& m_wires;
     const transferSettings& m_settings;
-    transactionHistory&     m_history;
-    std::uint64_t           m_startedNs;
-    std::uint64_t           m_nowNs; ///< as of the last transaction or pause
-    bool                    m_busyWithAnother = false;
+    transactionHistory& m_history;
+    std::uint64_t m_startedNs;
+    std::uint64_t m_nowNs; ///< as of the last transaction or pause
+    bool m_busyWithAnother = false;
 };
 
 std::uint64_t conversation::timeLeftNs() const
 {
     const std::uint64_t timeoutNs = m_settings.pace.timeoutMs * nsPerMs;
-    const std::uint64_t passedNs  = m_nowNs - m_startedNs;
+    const std::uint64_t passedNs = m_nowNs - m_startedNs;
     return timeoutNs == 0 ? std::numeric_limits<std::uint64_t>::max() : timeoutNs - std::min(passedNs, timeoutNs);
 }
 
@@ -167,14 +167,14 @@ template <typename Act>
 outcome conversation::withinBusyWait(Act act)
 {
     const std::uint64_t startedNs = m_nowNs;
-    const std::uint64_t windowNs  = m_settings.busyWaitMs * nsPerMs;
-    outcome             end       = act();
-    std::uint64_t       pauseNs   = shortestBusyPauseNs;
+    const std::uint64_t windowNs = m_settings.busyWaitMs * nsPerMs;
+    outcome end = act();
+    std::uint64_t pauseNs = shortestBusyPauseNs;
     while ((end == outcome::arbitrationLost || end == outcome::busBusy || end == outcome::interrupted) &&
            m_nowNs - startedNs < windowNs && !expired()) {
         pause(pauseNs);
         pauseNs = std::min(2 * pauseNs, longestBusyPauseNs);
-        end     = act();
+        end = act();
     }
     return end;
 }
@@ -194,7 +194,7 @@ transferResult conversation::send(std::span<const segment> segments)
 {
     transferResult result;
     withinBusyWait([&] {
-        result  = attempt([&] { return m_wires.transfer(segments, m_settings.pace); });
+        result = attempt([&] { return m_wires.transfer(segments, m_settings.pace); });
         m_nowNs = result.nowNs;
         m_history.note(m_nowNs, segments, result.end);
         return result.end;
@@ -207,7 +207,7 @@ transferResult conversation::send(std::span<const segment> segments)
 void conversation::pauseSince(std::uint64_t startedNs, std::uint64_t windowNs)
 {
     const std::uint64_t silentNs = m_nowNs - startedNs;
-    const std::uint64_t rareNs   = silentNs > closelyAskedNs ? silentNs / 16 : 0;
+    const std::uint64_t rareNs = silentNs > closelyAskedNs ? silentNs / 16 : 0;
     pause(std::min(m_wires.questionPauseNs() + rareNs, windowNs - std::min(silentNs, windowNs)));
 }
 
@@ -222,7 +222,7 @@ void conversation::pause(std::uint64_t nanoseconds)
 outcome conversation::ask()
 {
     const probeMethod method = throughHub(m_settings) ? probeMethod::addressOnly : probeMethod::safe;
-    const segment     alone{.address = m_settings.target, .way = direction::write, .bytes = {}};
+    const segment alone{.address = m_settings.target, .way = direction::write, .bytes = {}};
     return withinBusyWait([&] {
         const transferResult result =
             attempt([&] { return m_wires.probe(m_settings.target, method, m_settings.pace); });
@@ -240,7 +240,7 @@ bool conversation::opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs)
     const bool wasBusy = m_busyWithAnother;
     noteOtherWriter();
     startedNs = m_nowNs;
-    windowNs  = std::max(windowNs, longestStartMs * nsPerMs);
+    windowNs = std::max(windowNs, longestStartMs * nsPerMs);
     return (m_busyWithAnother || wasBusy) && m_nowNs - m_startedNs < patienceMs(m_settings) * nsPerMs;
 }
 
@@ -257,10 +257,10 @@ outcome conversation::silenceOr(outcome end) const
 
 transferResult conversation::sendWhenReady(std::span<const segment> segments, std::uint64_t windowNs)
 {
-    std::uint64_t  startedNs = m_nowNs;
-    const bool     writes    = segments.front().way == direction::write;
-    unsigned int   refused   = 1; // sent although the target answers
-    transferResult result    = send(segments);
+    std::uint64_t startedNs = m_nowNs;
+    const bool writes = segments.front().way == direction::write;
+    unsigned int refused = 1; // sent although the target answers
+    transferResult result = send(segments);
     if (isSilence(result.end)) {
         noteOtherWriter();
     }
@@ -268,7 +268,7 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
         // Where an adapter does not tell a refused address from refused data, the address alone does: it must not be
         // answered. A plain read has no data to refuse, and a question that reads a byte would take that byte from it:
         // it is sent again itself.
-        const bool    asks   = writes && result.end == outcome::notAcknowledged;
+        const bool asks = writes && result.end == outcome::notAcknowledged;
         const outcome answer = asks ? ask() : outcome::notSupported;
         if (answer == outcome::done && ++refused > doubtfulSends) {
             result.end = outcome::dataNotAcknowledged;
@@ -292,7 +292,7 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
 outcome conversation::askUntilAnswered(std::uint64_t windowNs)
 {
     std::uint64_t startedNs = m_nowNs;
-    outcome       end       = ask();
+    outcome end = ask();
     if (isSilence(end)) {
         noteOtherWriter();
     }
@@ -306,7 +306,7 @@ outcome conversation::askUntilAnswered(std::uint64_t windowNs)
 outcome conversation::awaitCycleEnd()
 {
     const std::uint64_t windowNs = cycleWindowNs();
-    outcome             end      = askUntilAnswered(windowNs);
+    outcome end = askUntilAnswered(windowNs);
     if (end == outcome::notSupported) {
         const std::uint64_t leftNs = timeLeftNs();
         pause(std::min(windowNs, leftNs));
@@ -329,7 +329,7 @@ std::size_t leastBytes(const transferSettings& settings, direction way)
 /// @return false when there is nothing left to cut
 bool takeLess(transferLimits& takes, const transferSettings& settings, std::span<const segment> refused)
 {
-    const segment&    last  = refused.back();
+    const segment& last = refused.back();
     const std::size_t least = leastBytes(settings, last.way);
     if (refused.size() > 2) {
         takes.segments = 2;
@@ -339,14 +339,14 @@ bool takeLess(transferLimits& takes, const transferSettings& settings, std::span
         return false;
     }
     std::size_t& most = last.way == direction::read ? takes.readBytes : takes.writeBytes;
-    most              = std::max(last.bytes.size() / 2, least);
+    most = std::max(last.bytes.size() / 2, least);
     return true;
 }
 
 /// Whether a transfer can be made as asked, before anything is sent. @return 0, EINVAL or ENOSYS
 int checkTransfer(const transferSettings& settings, const transferLimits& limits, bool read, std::size_t length)
 {
-    const std::size_t   fits  = read ? limits.readBytes : limits.writeBytes; // into one message
+    const std::size_t fits = read ? limits.readBytes : limits.writeBytes; // into one message
     const std::uint32_t start = settings.position & countingMask(settings);
     if (settings.offsetLength == 0) {
         return length > fits ? EINVAL : 0;
@@ -368,12 +368,12 @@ int errorOf(const conversation& talk, const transferSettings& settings, outcome 
 /// Data bytes that a read transaction may bring within its wire time, with messages of `messageBytes`.
 std::size_t bytesInTime(std::uint64_t clockHz, const transferSettings& settings, std::size_t messageBytes)
 {
-    const std::uint64_t mostBits    = clockHz * longestTransactionMs / msPerSecond;
-    const std::uint64_t offsetBits  = bitsOfStart + bitsOfByte * (1U + settings.offsetLength) + bitsOfStop;
-    const std::uint64_t headBits    = bitsOfStart + bitsOfByte; // of each read message: repeated START and address
+    const std::uint64_t mostBits = clockHz * longestTransactionMs / msPerSecond;
+    const std::uint64_t offsetBits = bitsOfStart + bitsOfByte * (1U + settings.offsetLength) + bitsOfStop;
+    const std::uint64_t headBits = bitsOfStart + bitsOfByte; // of each read message: repeated START and address
     const std::uint64_t messageBits = headBits + bitsOfByte * messageBytes;
-    const std::uint64_t dataBits    = mostBits - std::min(mostBits, offsetBits);
-    const std::uint64_t lastBits    = dataBits % messageBits;
+    const std::uint64_t dataBits = mostBits - std::min(mostBits, offsetBits);
+    const std::uint64_t lastBits = dataBits % messageBits;
     const std::uint64_t bytes =
         dataBits / messageBits * messageBytes + (lastBits - std::min(lastBits, headBits)) / bitsOfByte;
     return std::max<std::size_t>(static_cast<std::size_t>(bytes), leastBytes(settings, direction::read));
@@ -402,21 +402,21 @@ public:
     transferReport run();
 
 private:
-    int  readPiece();
-    int  readHubPiece();
-    int  readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, std::size_t& received);
+    int readPiece();
+    int readHubPiece();
+    int readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, std::size_t& received);
     void gather(std::span<std::uint8_t> wanted, offsetBytes& offset);
 
-    conversation              m_talk;
-    const transferSettings&   m_settings;
-    std::span<std::uint8_t>   m_data;
-    transferLimits&           m_learnt;   ///< what the adapter is known to take
-    transferLimits            m_takes;    ///< what is tried
-    std::vector<segment>      m_segments; ///< of one transaction
-    std::vector<std::uint8_t> m_piece;    ///< what comes through a hub at once, with its status
-    std::uint64_t             m_clockHz;
-    std::size_t               m_moved = 0;
-    int                       m_error;
+    conversation m_talk;
+    const transferSettings& m_settings;
+    std::span<std::uint8_t> m_data;
+    transferLimits& m_learnt; ///< what the adapter is known to take
+    transferLimits m_takes; ///< what is tried
+    std::vector<segment> m_segments; ///< of one transaction
+    std::vector<std::uint8_t> m_piece; ///< what comes through a hub at once, with its status
+    std::uint64_t m_clockHz;
+    std::size_t m_moved = 0;
+    int m_error;
 };
 
 reading::reading(bus& wires, const transferSettings& settings, std::span<std::uint8_t> data,
@@ -449,9 +449,9 @@ void reading::gather(std::span<std::uint8_t> wanted, offsetBytes& offset)
         m_segments.push_back({.address = m_settings.target, .way = direction::read, .bytes = wanted});
         return;
     }
-    const std::size_t most     = std::max(m_takes.readBytes, leastBytes(m_settings, direction::read));
+    const std::size_t most = std::max(m_takes.readBytes, leastBytes(m_settings, direction::read));
     const std::size_t segments = throughHub(m_settings) ? 2 : m_takes.segments;
-    std::size_t       left     = std::min(wanted.size(), bytesInTime(m_clockHz, m_settings, most));
+    std::size_t left = std::min(wanted.size(), bytesInTime(m_clockHz, m_settings, most));
     m_segments.push_back({.address = m_settings.target, .way = direction::write, .bytes = offset.span()});
     while (left != 0 && m_segments.size() < segments) {
         const std::size_t length = std::min(left, most);
@@ -466,7 +466,7 @@ void reading::gather(std::span<std::uint8_t> wanted, offsetBytes& offset)
 /// @return 0 or an errno
 int reading::readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, std::size_t& received)
 {
-    offsetBytes    offset(position, m_settings.offsetLength);
+    offsetBytes offset(position, m_settings.offsetLength);
     transferResult result{.end = outcome::tooLong};
     do {
         gather(wanted, offset);
@@ -482,7 +482,7 @@ int reading::readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, st
 int reading::readPiece()
 {
     std::size_t received = 0;
-    const int   error    = readOnce(m_data.subspan(m_moved), positionPlus(m_settings, m_moved), received);
+    const int error = readOnce(m_data.subspan(m_moved), positionPlus(m_settings, m_moved), received);
     m_moved += received;
     return error;
 }
@@ -492,11 +492,11 @@ int reading::readPiece()
 /// @return 0 or an errno
 int reading::readHubPiece()
 {
-    const bool        first    = m_moved == 0;
-    const std::size_t dropped  = first ? 0 : 1;
-    const auto        wanted   = std::span(m_piece).first(std::min(m_piece.size(), m_data.size() - m_moved + dropped));
-    std::size_t       received = 0;
-    const int         error    = readOnce(wanted, positionPlus(m_settings, first ? 0 : m_moved - 1), received);
+    const bool first = m_moved == 0;
+    const std::size_t dropped = first ? 0 : 1;
+    const auto wanted = std::span(m_piece).first(std::min(m_piece.size(), m_data.size() - m_moved + dropped));
+    std::size_t received = 0;
+    const int error = readOnce(wanted, positionPlus(m_settings, first ? 0 : m_moved - 1), received);
     if (first && received != 0) {
         m_data[0] = wanted[0];
     }
@@ -520,17 +520,17 @@ public:
     transferReport run();
 
 private:
-    std::size_t    makePage();
+    std::size_t makePage();
     transferReport sendPages();
 
-    conversation                  m_talk;
-    const transferSettings&       m_settings;
+    conversation m_talk;
+    const transferSettings& m_settings;
     std::span<const std::uint8_t> m_data;
-    transferLimits&               m_learnt;   ///< what the adapter is known to take
-    transferLimits                m_takes;    ///< what is tried
-    std::vector<std::uint8_t>     m_page;     ///< the message under way: an offset and data
-    std::size_t                   m_sent = 0; ///< bytes acknowledged
-    int                           m_error;
+    transferLimits& m_learnt; ///< what the adapter is known to take
+    transferLimits m_takes; ///< what is tried
+    std::vector<std::uint8_t> m_page; ///< the message under way: an offset and data
+    std::size_t m_sent = 0; ///< bytes acknowledged
+    int m_error;
 };
 
 writing::writing(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
@@ -547,15 +547,15 @@ std::size_t writing::makePage()
     std::size_t length = m_data.size() - m_sent;
     if (m_settings.offsetLength != 0) {
         const std::size_t takes = std::max(m_takes.writeBytes, leastBytes(m_settings, direction::write));
-        const std::size_t most  = throughHub(m_settings) ? std::min(takes, hubBytes) : takes;
-        length                  = std::min(length, most - m_settings.offsetLength);
+        const std::size_t most = throughHub(m_settings) ? std::min(takes, hubBytes) : takes;
+        length = std::min(length, most - m_settings.offsetLength);
         if (m_settings.pageSize != 0) {
             const std::size_t inPage = (m_settings.position + m_sent) % m_settings.pageSize;
-            length                   = std::min(length, m_settings.pageSize - inPage);
+            length = std::min(length, m_settings.pageSize - inPage);
         }
     }
     offsetBytes offset(positionPlus(m_settings, m_sent), m_settings.offsetLength);
-    const auto  data = m_data.subspan(m_sent, length);
+    const auto data = m_data.subspan(m_sent, length);
     m_page.assign(offset.span().begin(), offset.span().end());
     m_page.insert(m_page.end(), data.begin(), data.end());
     return length;
@@ -566,13 +566,13 @@ transferReport writing::sendPages()
 {
     std::size_t certain = 0;
     while (m_sent < m_data.size()) {
-        const std::size_t   length = makePage();
-        const segment       page{.address = m_settings.target, .way = direction::write, .bytes = m_page};
+        const std::size_t length = makePage();
+        const segment page{.address = m_settings.target, .way = direction::write, .bytes = m_page};
         const std::uint64_t windowNs = m_sent == 0 ? m_talk.startWindowNs() : m_talk.cycleWindowNs();
-        const outcome       end      = m_talk.sendWhenReady({&page, 1}, windowNs).end;
+        const outcome end = m_talk.sendWhenReady({&page, 1}, windowNs).end;
         if (end == outcome::done) {
             m_learnt = m_takes;
-            certain  = m_sent;
+            certain = m_sent;
             m_sent += length;
             if (m_sent < m_data.size() && m_talk.expired()) {
                 return {.moved = m_sent, .error = ETIME};
@@ -600,12 +600,12 @@ transferReport writing::run()
         return {.error = ETIME, .silence = "busy"};
     }
     m_talk.restart();
-    transferReport report   = sendPages();
-    const bool     hasCycle = m_settings.offsetLength != 0 || m_settings.writeCycleMs != 0;
+    transferReport report = sendPages();
+    const bool hasCycle = m_settings.offsetLength != 0 || m_settings.writeCycleMs != 0;
     if (report.error == 0 && hasCycle) {
         const outcome end = m_talk.awaitCycleEnd();
-        report.error      = isSilence(end) ? ETIME : errnoOf(end);
-        report.silence    = isSilence(end) ? "busy" : "";
+        report.error = isSilence(end) ? ETIME : errnoOf(end);
+        report.silence = isSilence(end) ? "busy" : "";
     }
     report.moved = report.error == 0 ? m_data.size() : report.moved;
     return report;
@@ -628,7 +628,7 @@ transferReport writeDevice(bus& wires, const transferSettings& settings, std::sp
 std::uint32_t detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history)
 {
     struct stateRow {
-        outcome       end;
+        outcome end;
         std::uint32_t state;
     };
     constexpr std::array states{
@@ -637,9 +637,9 @@ std::uint32_t detectDevice(bus& wires, const transferSettings& settings, transac
         stateRow{outcome::sclHeld, detectSclHeld},
         stateRow{outcome::sdaHeld, detectSdaHeld},
     };
-    conversation  talk(wires, settings, history);
+    conversation talk(wires, settings, history);
     const outcome end = talk.askUntilAnswered(talk.startWindowNs());
-    const auto*   row = std::ranges::find(states, end, &stateRow::end);
+    const auto* row = std::ranges::find(states, end, &stateRow::end);
     return row == states.end() ? detectUncertain : row->state;
 }
 

@@ -15,28 +15,28 @@ class addressLocks;
 
 /// How a device is spoken to.
 struct transferSettings {
-    std::uint8_t  target       = 0; ///< 8-bit form; 0 none, which no transfer accepts
-    std::uint32_t position     = 0;
+    std::uint8_t target = 0; ///< 8-bit form; 0 none, which no transfer accepts
+    std::uint32_t position = 0;
     std::uint16_t offsetLength = 0; ///< 0-4; 3 and 4 go through a hub
-    std::uint32_t pageSize     = 0; ///< a power of two, or 0 for none
+    std::uint32_t pageSize = 0; ///< a power of two, or 0 for none
     std::uint32_t writeCycleMs = 0;
-    std::uint32_t busyWaitMs   = 0;
-    transferPace  pace;            ///< its time-out is that of the whole transfer
+    std::uint32_t busyWaitMs = 0;
+    transferPace pace; ///< its time-out is that of the whole transfer
     addressLocks* locks = nullptr; ///< of the handle; null: other writers are not known
 };
 
 struct transferReport {
     std::size_t moved = 0;
-    int         error = 0; ///< errno; 0 when all was moved
+    int error = 0; ///< errno; 0 when all was moved
     /// For first-failure data: "busy" after a write, "absent" before one, when nothing answered.
     const char* silence = "";
 };
 
 /// States of a device, as detection tells them.
-constexpr std::uint32_t detectAbsent    = 0;
-constexpr std::uint32_t detectSclHeld   = 1;
-constexpr std::uint32_t detectSdaHeld   = 2;
-constexpr std::uint32_t detectPresent   = 3;
+constexpr std::uint32_t detectAbsent = 0;
+constexpr std::uint32_t detectSclHeld = 1;
+constexpr std::uint32_t detectSdaHeld = 2;
+constexpr std::uint32_t detectPresent = 3;
 constexpr std::uint32_t detectUncertain = 4;
 
 /// Reads from the position: an offset and the data in one transaction, as far as the adapter takes it

@@ -6,7 +6,7 @@
 
 struct NetcMessage::State {
     std::unique_ptr<char[]> data;
-    unsigned int            size = 0;
+    unsigned int size = 0;
 };
 
 NetcMessage::NetcMessage() : m_state(new (std::nothrow) State) {}
@@ -21,11 +21,13 @@ bool NetcMessage::setData(const char* data, unsigned int size)
 {
     // The copy is made ahead of the release: the bytes may be this very payload's.
     std::unique_ptr<char[]> copy;
-    if (m_state != nullptr && data != nullptr && size > 0)
+    if (m_state != nullptr && data != nullptr && size > 0) {
         copy.reset(new (std::nothrow) char[size]);
+    }
     const bool done = copy != nullptr || (size == 0 && m_state != nullptr);
-    if (copy != nullptr)
+    if (copy != nullptr) {
         std::memcpy(copy.get(), data, size);
+    }
     if (m_state != nullptr) {
         m_state->size = copy != nullptr ? size : 0;
         m_state->data = std::move(copy);

@@ -15,35 +15,38 @@ namespace
 constexpr unsigned short component = 0x1500;
 
 // Reasons: docs/host-services.md lists them.
-constexpr unsigned short badArgument      = 0x1501;
-constexpr unsigned short keyUnknown       = 0x1502;
-constexpr unsigned short valueTooLong     = 0x1503;
-constexpr unsigned short fileNotUsable    = 0x1504;
-constexpr unsigned short noMemory         = 0x1505;
-constexpr unsigned short none             = 0;
-constexpr unsigned char  moduleRead       = 1;
-constexpr unsigned char  subsectionKey    = 1;
-constexpr unsigned char  subsectionReason = 2;
+constexpr unsigned short badArgument = 0x1501;
+constexpr unsigned short keyUnknown = 0x1502;
+constexpr unsigned short valueTooLong = 0x1503;
+constexpr unsigned short fileNotUsable = 0x1504;
+constexpr unsigned short noMemory = 0x1505;
+constexpr unsigned short none = 0;
+constexpr unsigned char moduleRead = 1;
+constexpr unsigned char subsectionKey = 1;
+constexpr unsigned char subsectionReason = 2;
 
 /// What is found under a key; points into the configuration.
 struct finding {
-    unsigned short     reason    = 0;
-    const std::string* value     = nullptr;
+    unsigned short reason = 0;
+    const std::string* value = nullptr;
     const std::string* fileError = nullptr; ///< where that is the reason
 };
 
 finding find(const char* key, const void* buffer, unsigned int room)
 {
     const std::string& fileError = kest::host::configurationError();
-    const auto&        registry  = kest::host::currentConfiguration().registry;
-    const auto         found     = key != nullptr ? registry.find(key) : registry.end();
-    const std::string* value     = found != registry.end() ? &found->second : nullptr;
-    if (key == nullptr || buffer == nullptr)
+    const auto& registry = kest::host::currentConfiguration().registry;
+    const auto found = key != nullptr ? registry.find(key) : registry.end();
+    const std::string* value = found != registry.end() ? &found->second : nullptr;
+    if (key == nullptr || buffer == nullptr) {
         return {badArgument, value};
-    if (!fileError.empty())
+    }
+    if (!fileError.empty()) {
         return {fileNotUsable, value, &fileError}; // a default in place of a value that was meant would go unnoticed
-    if (value == nullptr)
+    }
+    if (value == nullptr) {
         return {keyUnknown};
+    }
     return {value->size() > room ? valueTooLong : none, value};
 }
 
@@ -69,9 +72,11 @@ ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool
         return nullptr;
     }
     ErrlEntry* const entry = kest::host::newHostEntry(component, moduleRead, found.reason, {size, bytes, 0, 0});
-    if (entry != nullptr && key != nullptr)
+    if (entry != nullptr && key != nullptr) {
         addDetails(*entry, {key, strnlen(key, 0xFFFF)}, subsectionKey);
-    if (entry != nullptr && found.fileError != nullptr)
+    }
+    if (entry != nullptr && found.fileError != nullptr) {
         addDetails(*entry, *found.fileError, subsectionReason);
+    }
     return entry;
 }

@@ -11,9 +11,9 @@ namespace kest::host
 
 std::string collectTrace(const char* name, unsigned bytes)
 {
-    constexpr std::size_t    dataBytes = 16; // of a binary record: entries have little room
+    constexpr std::size_t dataBytes = 16; // of a binary record: entries have little room
     std::vector<std::string> lines;
-    std::size_t              used = 0;
+    std::size_t used = 0;
     readLatest(copyRing(name), [&](const traceRecord& record) {
         std::string line = renderRecord(record, dataBytes) + '\n';
         if (line.size() > bytes - used) {

@@ -6,10 +6,10 @@ namespace kest::host::trace
 
 /// How an argument travels in a record.
 enum class argumentKind : unsigned char {
-    none,    ///< "%%"
-    number,  ///< 4 bytes
-    wide,    ///< 8 bytes, sign- or zero-extended, so that a file means the same on every machine
-    text,    ///< bytes and a NUL
+    none, ///< "%%"
+    number, ///< 4 bytes
+    wide, ///< 8 bytes, sign- or zero-extended, so that a file means the same on every machine
+    text, ///< bytes and a NUL
     unknown, ///< not supported: nothing that follows can be taken from the argument list
 };
 
@@ -24,12 +24,12 @@ enum class lengthModifier : unsigned char {
 
 /// One conversion of a format.
 struct conversion {
-    bool           leftAligned = false, plus = false, space = false, alternate = false, zeroPadded = false;
-    bool           widthGiven = false, widthIsArgument = false, precisionGiven = false, precisionIsArgument = false;
-    int            width = 0, precision = 0; ///< cut to 255
+    bool leftAligned = false, plus = false, space = false, alternate = false, zeroPadded = false;
+    bool widthGiven = false, widthIsArgument = false, precisionGiven = false, precisionIsArgument = false;
+    int width = 0, precision = 0; ///< cut to 255
     lengthModifier modifier = lengthModifier::none;
-    char           letter   = 0; ///< d i u o x X c s p %
-    argumentKind   argument = argumentKind::unknown;
+    char letter = 0; ///< d i u o x X c s p %
+    argumentKind argument = argumentKind::unknown;
 };
 
 /// Whether the letter takes a signed argument.
@@ -120,7 +120,7 @@ constexpr const char* parseConversion(const char* at, conversion& found)
         ++at;
     } else if (*at >= '1' && *at <= '9') {
         found.widthGiven = true;
-        at               = parseNumber(at, found.width);
+        at = parseNumber(at, found.width);
     }
     if (*at == '.') {
         ++at;
@@ -132,8 +132,8 @@ constexpr const char* parseConversion(const char* at, conversion& found)
             at = parseNumber(at, found.precision);
         }
     }
-    at             = parseModifier(at, found.modifier);
-    found.letter   = *at;
+    at = parseModifier(at, found.modifier);
+    found.letter = *at;
     found.argument = kindOf(*at, found.modifier);
     return *at != '\0' ? at + 1 : at;
 }

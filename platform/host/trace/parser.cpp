@@ -23,7 +23,7 @@ std::uint32_t unitsOfRecord(laneBytes lane, std::uint32_t tag, std::uint32_t see
     if (unit >= lane.units || loadWord(wordAt(lane, unit, wordTag), lane.foreign) != tag) {
         return 0;
     }
-    const std::uint32_t kind  = loadWord(wordAt(lane, unit, wordKind), lane.foreign);
+    const std::uint32_t kind = loadWord(wordAt(lane, unit, wordKind), lane.foreign);
     const std::uint32_t bytes = recordBytes(kind & 0xFFFF);
     if (bytes > maximumRecordBytes || bytes > lane.units * unitBytes) {
         return 0;
@@ -61,13 +61,13 @@ laneRecords findRecords(laneBytes lane, std::uint32_t position, std::uint32_t se
     }
     // The oldest bytes are those just ahead of the position, one lap ago. Their first record is overwritten in part as a rule; in the
     // first lap there is nothing there.
-    const std::uint32_t index   = positionIndex(position);
-    bool                inStep  = false;
-    std::uint32_t       skipped = 0;
+    const std::uint32_t index = positionIndex(position);
+    bool inStep = false;
+    std::uint32_t skipped = 0;
     for (std::uint32_t done = 0; done < lane.units;) {
-        const std::uint32_t unit  = (index + done) % lane.units;
-        const std::uint32_t lap   = (positionLap(position) - (unit >= index ? 1u : 0u)) & 0xFFFF;
-        const std::uint32_t tag   = lap << 16 | unit;
+        const std::uint32_t unit = (index + done) % lane.units;
+        const std::uint32_t lap = (positionLap(position) - (unit >= index ? 1u : 0u)) & 0xFFFF;
+        const std::uint32_t tag = lap << 16 | unit;
         const std::uint32_t units = unitsOfRecord(lane, tag, seed);
         if (units == 0 || units > lane.units - done) {
             inStep = inStep || tag == 0;
@@ -102,7 +102,7 @@ std::uint64_t timeOfRecord(laneBytes lane, const recordPlace& place)
 laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed)
 {
     const laneRecords found = findRecords(lane, position, seed);
-    laneReading       result;
+    laneReading result;
     result.whole = found.whole;
     for (const recordPlace& place : found.places) {
         result.records.push_back(takeRecord(lane, place));

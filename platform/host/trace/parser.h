@@ -11,9 +11,9 @@ namespace kest::host::trace
 
 /// The records' part of a lane.
 struct laneBytes {
-    const std::uint8_t* bytes   = nullptr;
-    std::uint32_t       units   = 0;
-    bool                foreign = false; ///< words are in the other byte order
+    const std::uint8_t* bytes = nullptr;
+    std::uint32_t units = 0;
+    bool foreign = false; ///< words are in the other byte order
 };
 
 std::uint32_t loadWord(const std::uint8_t* bytes, bool foreign);
@@ -21,13 +21,13 @@ std::uint64_t loadWide(const std::uint8_t* bytes, bool foreign);
 
 /// One whole record, words as they lie in the lane.
 struct recordBytesRead {
-    std::uint32_t              tag = 0;
+    std::uint32_t tag = 0;
     std::vector<std::uint32_t> words;
 };
 
 struct laneReading {
-    std::vector<recordBytesRead> records;       ///< in the order of their reservation
-    bool                         whole = false; ///< nothing is missing between the first record and the end
+    std::vector<recordBytesRead> records; ///< in the order of their reservation
+    bool whole = false; ///< nothing is missing between the first record and the end
 };
 
 /// Reads the records ahead of `position`.
@@ -35,13 +35,13 @@ laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed)
 
 /// Where a whole record lies.
 struct recordPlace {
-    std::uint32_t tag   = 0;
+    std::uint32_t tag = 0;
     std::uint32_t units = 0;
 };
 
 struct laneRecords {
-    std::vector<recordPlace> places;        ///< in the order of their reservation
-    bool                     whole = false; ///< nothing is missing between the first record and the end
+    std::vector<recordPlace> places; ///< in the order of their reservation
+    bool whole = false; ///< nothing is missing between the first record and the end
 };
 
 /// Finds the records ahead of `position` and copies none.

@@ -55,10 +55,10 @@ public:
     /// Text up to its NUL.
     std::string_view text()
     {
-        const auto end    = std::ranges::find(m_rest, std::uint8_t{0});
+        const auto end = std::ranges::find(m_rest, std::uint8_t{0});
         const auto length = static_cast<std::size_t>(end - m_rest.begin());
-        const bool found  = end != m_rest.end() && take(length + 1);
-        m_missing         = !found;
+        const bool found = end != m_rest.end() && take(length + 1);
+        m_missing = !found;
         return found ? std::string_view(reinterpret_cast<const char*>(m_taken), length) : std::string_view();
     }
 
@@ -74,15 +74,15 @@ private:
         m_missing = m_missing || count > m_rest.size();
         if (!m_missing) {
             m_taken = m_rest.data();
-            m_rest  = m_rest.subspan(count);
+            m_rest = m_rest.subspan(count);
         }
         return !m_missing;
     }
 
     std::span<const std::uint8_t> m_rest;
-    const std::uint8_t*           m_taken   = nullptr;
-    bool                          m_foreign = false;
-    bool                          m_missing = false;
+    const std::uint8_t* m_taken = nullptr;
+    bool m_foreign = false;
+    bool m_missing = false;
 };
 
 std::int64_t signedValue(std::uint32_t number, lengthModifier modifier)
@@ -144,7 +144,7 @@ std::string printed(const std::string& format, Value value)
 std::string padded(std::string_view text, const conversion& wanted)
 {
     std::string made(wanted.precisionGiven ? text.substr(0, static_cast<std::size_t>(wanted.precision)) : text);
-    const auto  width = static_cast<std::size_t>(wanted.width);
+    const auto width = static_cast<std::size_t>(wanted.width);
     if (made.size() < width) {
         made.insert(wanted.leftAligned ? made.size() : 0, width - made.size(), ' ');
     }
@@ -153,8 +153,8 @@ std::string padded(std::string_view text, const conversion& wanted)
 
 std::string formatNumber(const conversion& wanted, argumentReader& arguments)
 {
-    const bool          isWide = wanted.argument == argumentKind::wide;
-    const std::uint64_t wide   = isWide ? arguments.wide() : 0;
+    const bool isWide = wanted.argument == argumentKind::wide;
+    const std::uint64_t wide = isWide ? arguments.wide() : 0;
     const std::uint32_t number = isWide ? 0 : arguments.number();
     if (wanted.letter == 'c') {
         return padded(std::string(1, static_cast<char>(number)), wanted);
@@ -163,10 +163,10 @@ std::string formatNumber(const conversion& wanted, argumentReader& arguments)
         const long long value = isWide ? static_cast<std::int64_t>(wide) : signedValue(number, wanted.modifier);
         return printed(printfConversion(wanted, "lld"), value);
     }
-    const unsigned long long value      = isWide ? wide : unsignedValue(number, wanted.modifier);
-    const char               letters[5] = {'l', 'l', wanted.letter == 'p' ? 'x' : wanted.letter, '\0'};
-    conversion               shown      = wanted;
-    shown.alternate                     = wanted.alternate || wanted.letter == 'p';
+    const unsigned long long value = isWide ? wide : unsignedValue(number, wanted.modifier);
+    const char letters[5] = {'l', 'l', wanted.letter == 'p' ? 'x' : wanted.letter, '\0'};
+    conversion shown = wanted;
+    shown.alternate = wanted.alternate || wanted.letter == 'p';
     return printed(printfConversion(shown, letters), value);
 }
 
@@ -174,15 +174,15 @@ std::string formatNumber(const conversion& wanted, argumentReader& arguments)
 void takeWidths(conversion& wanted, argumentReader& arguments)
 {
     if (wanted.widthIsArgument) {
-        const auto width   = static_cast<std::int32_t>(arguments.number());
+        const auto width = static_cast<std::int32_t>(arguments.number());
         wanted.leftAligned = wanted.leftAligned || width < 0;
-        wanted.widthGiven  = true;
+        wanted.widthGiven = true;
         wanted.width = static_cast<int>(std::min<std::int64_t>(width < 0 ? -std::int64_t{width} : width, maximumWidth));
     }
     if (wanted.precisionIsArgument) {
-        const auto precision  = static_cast<std::int32_t>(arguments.number());
+        const auto precision = static_cast<std::int32_t>(arguments.number());
         wanted.precisionGiven = precision >= 0;
-        wanted.precision      = std::min(std::max(precision, 0), maximumWidth);
+        wanted.precision = std::min(std::max(precision, 0), maximumWidth);
     }
 }
 
@@ -215,19 +215,19 @@ bool formatConversion(std::string& text, conversion wanted, argumentReader& argu
 std::string formatText(argumentReader& arguments)
 {
     const std::string format(arguments.text());
-    std::string       text;
-    const char*       at     = format.c_str();
-    bool              usable = true;
+    std::string text;
+    const char* at = format.c_str();
+    bool usable = true;
     while (usable && *at != '\0') {
         const char* percent = std::strchr(at, '%');
-        const char* end     = percent == nullptr ? format.c_str() + format.size() : percent;
+        const char* end = percent == nullptr ? format.c_str() + format.size() : percent;
         appendEscaped(text, {at, end});
         at = end;
         if (percent != nullptr) {
-            conversion  wanted;
+            conversion wanted;
             const char* behind = parseConversion(percent + 1, wanted);
-            usable             = formatConversion(text, wanted, arguments);
-            at                 = usable ? behind : percent;
+            usable = formatConversion(text, wanted, arguments);
+            at = usable ? behind : percent;
         }
     }
     appendEscaped(text, at);
@@ -238,35 +238,35 @@ constinit std::atomic<std::uint32_t> formatted{0};
 
 /// A record that has its place in the order of time and no text yet.
 struct foundRecord {
-    laneBytes     lane;
-    recordPlace   place;
+    laneBytes lane;
+    recordPlace place;
     std::uint64_t timeNs = 0; ///< since 1970
 };
 
 traceRecord makeRecord(const foundRecord& found, const std::string& buffer)
 {
     formatted.fetch_add(1, std::memory_order_relaxed);
-    const bool            foreign = found.lane.foreign;
-    const recordBytesRead read    = takeRecord(found.lane, found.place);
-    const auto*           bytes   = reinterpret_cast<const std::uint8_t*>(read.words.data());
-    const auto            word    = [bytes, foreign](std::size_t index) {
+    const bool foreign = found.lane.foreign;
+    const recordBytesRead read = takeRecord(found.lane, found.place);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(read.words.data());
+    const auto word = [bytes, foreign](std::size_t index) {
         return loadWord(bytes + index * sizeof(std::uint32_t), foreign);
     };
     const std::uint32_t kind = word(wordKind);
-    argumentReader      payload({bytes + recordHeadBytes, kind & 0xFFFF}, foreign);
-    traceRecord         record;
+    argumentReader payload({bytes + recordHeadBytes, kind & 0xFFFF}, foreign);
+    traceRecord record;
     record.timeNs = found.timeNs;
     record.thread = word(wordThread);
-    record.hash   = word(wordHash);
-    record.line   = word(wordLine);
-    record.cut    = (kind & kindCutFlag) != 0;
+    record.hash = word(wordHash);
+    record.line = word(wordLine);
+    record.cut = (kind & kindCutFlag) != 0;
     record.binary = (kind >> 16 & 0xFF) == kindBinary;
     record.buffer = buffer;
     if (record.binary) {
         const std::uint32_t headerSize = payload.number();
-        record.dataSize                = payload.number();
-        const auto header              = payload.bytes(headerSize);
-        const auto data                = payload.bytes(record.dataSize);
+        record.dataSize = payload.number();
+        const auto header = payload.bytes(headerSize);
+        const auto data = payload.bytes(record.dataSize);
         record.header.assign(header.begin(), header.end());
         record.data.assign(data.begin(), data.end());
     } else {
@@ -277,8 +277,8 @@ traceRecord makeRecord(const foundRecord& found, const std::string& buffer)
 
 /// A header's words in this machine's order.
 struct headerReading {
-    ringHeader  header{};
-    bool        foreign = false;
+    ringHeader header{};
+    bool foreign = false;
     std::string trouble; ///< why the ring can't be read; empty when it can
 };
 
@@ -315,7 +315,7 @@ std::string headerTrouble(const ringHeader& header, std::uint64_t bytes)
 headerReading readHeader(std::span<const std::uint8_t> image)
 {
     headerReading read;
-    ringHeader&   header = read.header;
+    ringHeader& header = read.header;
     if (image.size() < sizeof header) {
         read.trouble = cutShort(image.size(), sizeof header) + " of a header";
         return read;
@@ -341,13 +341,13 @@ headerReading readHeader(std::span<const std::uint8_t> image)
 /// The records of all lanes, oldest first. @param read  the image's header, usable
 std::vector<foundRecord> findInOrder(std::span<const std::uint8_t> image, const headerReading& read)
 {
-    const ringHeader&        header = read.header;
-    const std::uint64_t      clock  = std::uint64_t{header.clockOffset[0]} << 32 | header.clockOffset[1];
+    const ringHeader& header = read.header;
+    const std::uint64_t clock = std::uint64_t{header.clockOffset[0]} << 32 | header.clockOffset[1];
     std::vector<foundRecord> records;
     for (std::uint32_t number = 0; number < header.lanes; ++number) {
         const std::uint8_t* bytes = image.data() + header.headerBytes + std::size_t{number} * header.laneStride;
-        const laneBytes     lane{bytes + laneHeadBytes, header.laneUnits, read.foreign};
-        const laneRecords   found = findRecords(lane, loadWord(bytes, read.foreign), header.seed);
+        const laneBytes lane{bytes + laneHeadBytes, header.laneUnits, read.foreign};
+        const laneRecords found = findRecords(lane, loadWord(bytes, read.foreign), header.seed);
         for (const recordPlace& place : found.places) {
             records.push_back({lane, place, timeOfRecord(lane, place) + clock});
         }
@@ -359,10 +359,10 @@ std::vector<foundRecord> findInOrder(std::span<const std::uint8_t> image, const 
 ringInfo makeInfo(const ringHeader& header)
 {
     ringInfo info;
-    info.buffer      = boundedText(header.bufferName, sizeof header.bufferName);
+    info.buffer = boundedText(header.bufferName, sizeof header.bufferName);
     info.processName = boundedText(header.processName, sizeof header.processName);
-    info.pid         = header.pid;
-    info.createdNs   = std::uint64_t{header.created[0]} << 32 | header.created[1];
+    info.pid = header.pid;
+    info.createdNs = std::uint64_t{header.created[0]} << 32 | header.created[1];
     return info;
 }
 
@@ -370,28 +370,28 @@ constexpr std::size_t maximumFileBytes = std::size_t{64} << 20;
 
 struct fileBytes {
     std::vector<std::uint8_t> bytes;
-    bool                      alive       = false;
-    int                       errorNumber = 0;
-    std::string               error;
+    bool alive = false;
+    int errorNumber = 0;
+    std::string error;
 };
 
 /// Reads instead of mapping: a file that is cut short meanwhile must not end this process.
 fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
 {
-    fileBytes   file;
+    fileBytes file;
     struct stat status {
     };
     const fileDescriptor descriptor(
         sim::ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)));
     if (!descriptor.valid() || fstat(descriptor.number(), &status) != 0) {
         file.errorNumber = errno;
-        file.error       = std::strerror(file.errorNumber);
+        file.error = std::strerror(file.errorNumber);
     } else if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) > maximumFileBytes) {
         file.error = "not a trace ring";
     } else {
         file.bytes.resize(std::min(most, static_cast<std::size_t>(status.st_size)));
         std::size_t done = 0;
-        ssize_t     got  = 1;
+        ssize_t got = 1;
         while (got > 0 && done < file.bytes.size()) {
             do {
                 got = pread(descriptor.number(), file.bytes.data() + done, file.bytes.size() - done,
@@ -420,12 +420,12 @@ void appendHex(std::string& to, std::span<const std::uint8_t> bytes)
 void look(const std::vector<std::filesystem::path>& files, ringList& list)
 {
     for (const std::filesystem::path& path : files) {
-        const fileBytes     loaded = loadFile(path, maximumFileBytes);
-        const headerReading read   = loaded.error.empty() ? readHeader(loaded.bytes) : headerReading{};
-        const std::string&  error  = loaded.error.empty() ? read.trouble : loaded.error;
-        ringInfo            info   = error.empty() ? makeInfo(read.header) : ringInfo{};
-        info.file                  = path;
-        info.alive                 = loaded.alive;
+        const fileBytes loaded = loadFile(path, maximumFileBytes);
+        const headerReading read = loaded.error.empty() ? readHeader(loaded.bytes) : headerReading{};
+        const std::string& error = loaded.error.empty() ? read.trouble : loaded.error;
+        ringInfo info = error.empty() ? makeInfo(read.header) : ringInfo{};
+        info.file = path;
+        info.alive = loaded.alive;
         if (error.empty()) {
             list.rings.push_back(std::move(info));
         } else if (loaded.errorNumber != ENOENT) {
@@ -438,7 +438,7 @@ void look(const std::vector<std::filesystem::path>& files, ringList& list)
 
 ringContents readRingImage(std::span<const std::uint8_t> image)
 {
-    ringContents        contents;
+    ringContents contents;
     const headerReading read = readHeader(image);
     if (!read.trouble.empty()) {
         contents.error = read.trouble;
@@ -457,9 +457,9 @@ void readLatest(std::span<const std::uint8_t> image, const std::function<bool(co
     if (!read.trouble.empty()) {
         return;
     }
-    const std::string              buffer  = makeInfo(read.header).buffer;
+    const std::string buffer = makeInfo(read.header).buffer;
     const std::vector<foundRecord> records = findInOrder(image, read);
-    auto                           record  = records.rbegin();
+    auto record = records.rbegin();
     while (record != records.rend() && wanted(makeRecord(*record, buffer))) {
         ++record;
     }
@@ -468,14 +468,14 @@ void readLatest(std::span<const std::uint8_t> image, const std::function<bool(co
 ringContents readRing(const std::filesystem::path& file)
 {
     const fileBytes loaded = loadFile(file, maximumFileBytes);
-    ringContents    contents;
+    ringContents contents;
     if (loaded.error.empty()) {
         contents = readRingImage(loaded.bytes);
     }
-    contents.error       = loaded.error.empty() ? contents.error : loaded.error;
+    contents.error = loaded.error.empty() ? contents.error : loaded.error;
     contents.errorNumber = loaded.errorNumber;
-    contents.info.file   = file;
-    contents.info.alive  = loaded.alive;
+    contents.info.file = file;
+    contents.info.alive = loaded.alive;
     return contents;
 }
 
@@ -492,9 +492,9 @@ void waitForRings()
 
 ringList listRingsAndOthers(const std::filesystem::path& folder, const std::function<void()>& pause)
 {
-    ringList                           list;
+    ringList list;
     std::vector<std::filesystem::path> files;
-    std::error_code                    error;
+    std::error_code error;
     for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
          entry.increment(error)) {
         if (entry->path().extension() == trace::ringFileSuffix) {
@@ -512,9 +512,9 @@ ringList listRingsAndOthers(const std::filesystem::path& folder, const std::func
     }
     if (error && error != std::errc::no_such_file_or_directory) {
         ringContents& unread = list.skipped.emplace_back();
-        unread.info.file     = folder;
-        unread.error         = error.message();
-        unread.errorNumber   = error.value();
+        unread.info.file = folder;
+        unread.error = error.message();
+        unread.errorNumber = error.value();
     }
     std::ranges::sort(list.rings, {},
                       [](const ringInfo& ring) { return std::tie(ring.pid, ring.createdNs, ring.buffer); });
@@ -539,8 +539,8 @@ std::uint32_t recordsFormatted() { return formatted.load(std::memory_order_relax
 std::string renderRecord(const traceRecord& record, std::size_t dataBytes)
 {
     // The time of day without the C library's calendar, whose mutex a fork beside it would leave locked in the child
-    const auto           seconds = static_cast<unsigned>(record.timeNs / 1'000'000'000u % 86400);
-    const auto           micros  = static_cast<unsigned>(record.timeNs % 1'000'000'000u / 1000);
+    const auto seconds = static_cast<unsigned>(record.timeNs / 1'000'000'000u % 86400);
+    const auto micros = static_cast<unsigned>(record.timeNs % 1'000'000'000u / 1000);
     std::array<char, 64> head{};
     std::snprintf(head.data(), head.size(), "%02u:%02u:%02u.%06u %u %08X %u", seconds / 3600, seconds / 60 % 60,
                   seconds % 60, micros, record.thread, record.hash, record.line);

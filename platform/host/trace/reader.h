@@ -15,32 +15,32 @@ namespace kest::host
 struct traceRecord {
     std::uint64_t timeNs = 0; ///< since 1970
     std::uint32_t thread = 0; ///< counted from 1 in the order in which the process's threads began to trace
-    std::uint32_t hash   = 0;
-    std::uint32_t line   = 0;
-    std::string   text; ///< of a text record: formatted; bytes that are not printable ASCII, and '\', as \xNN
-    bool          binary = false;
-    bool          cut    = false;     ///< the writer left something out
+    std::uint32_t hash = 0;
+    std::uint32_t line = 0;
+    std::string text; ///< of a text record: formatted; bytes that are not printable ASCII, and '\', as \xNN
+    bool binary = false;
+    bool cut = false; ///< the writer left something out
     std::vector<std::uint8_t> header; ///< of a binary record
     std::vector<std::uint8_t> data;
-    std::uint32_t             dataSize = 0; ///< bytes there were before the writer cut them
-    std::string               buffer;       ///< name of the trace buffer
+    std::uint32_t dataSize = 0; ///< bytes there were before the writer cut them
+    std::string buffer; ///< name of the trace buffer
 };
 
 /// What a ring says about itself.
 struct ringInfo {
     std::filesystem::path file; ///< empty for a ring of this process
-    std::string           buffer;
-    std::string           processName;
-    std::uint32_t         pid       = 0;
-    std::uint64_t         createdNs = 0;     ///< since 1970
-    bool                  alive     = false; ///< the process is still there and writes
+    std::string buffer;
+    std::string processName;
+    std::uint32_t pid = 0;
+    std::uint64_t createdNs = 0; ///< since 1970
+    bool alive = false; ///< the process is still there and writes
 };
 
 struct ringContents {
-    ringInfo                 info;
+    ringInfo info;
     std::vector<traceRecord> records; ///< oldest first
-    std::string              error;   ///< why it could not be read; empty when it could
-    int                      errorNumber =
+    std::string error; ///< why it could not be read; empty when it could
+    int errorNumber =
         0; ///< `errno` of the failed call; ENOENT: the file has gone. 0 when the bytes are wrong, or nothing is
 };
 
@@ -59,7 +59,7 @@ std::vector<ringInfo> listRings(const std::filesystem::path& folder);
 
 /// What there is in a folder of rings.
 struct ringList {
-    std::vector<ringInfo>     rings;   ///< by process and time of creation
+    std::vector<ringInfo> rings; ///< by process and time of creation
     std::vector<ringContents> skipped; ///< files (or the folder itself) that can't be read, with `info.file` and why
 };
 

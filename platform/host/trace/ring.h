@@ -17,15 +17,15 @@ namespace kest::host::trace
 class ringLane
 {
 public:
-    ringLane(const ringLane&)            = delete;
+    ringLane(const ringLane&) = delete;
     ringLane& operator=(const ringLane&) = delete;
 
     /// Appends a record of `count` words, an even number; fills its tag and check words.
     /// @return false when the lane is frozen: the ring has moved
     bool append(std::uint32_t* record, std::size_t count, std::uint32_t laneUnits, std::uint32_t seed)
     {
-        const auto    units = static_cast<std::uint32_t>(count * sizeof *record / unitBytes);
-        std::uint32_t at    = position().load(std::memory_order_relaxed);
+        const auto units = static_cast<std::uint32_t>(count * sizeof *record / unitBytes);
+        std::uint32_t at = position().load(std::memory_order_relaxed);
         do {
             if (positionIndex(at) >= laneUnits) { // frozen; or scribbled over, and no write may follow that
                 return false;
@@ -38,7 +38,7 @@ public:
         for (std::size_t index = wordCheck + 1; index < count; ++index) {
             check.add(record[index]);
         }
-        record[wordCheck]       = check.value();
+        record[wordCheck] = check.value();
         const std::size_t first = positionIndex(at) * std::size_t{wordsPerUnit};
         const std::size_t ahead = laneUnits * std::size_t{wordsPerUnit} - first;
         store(first, record, count < ahead ? count : ahead);
@@ -95,7 +95,7 @@ static_assert(sizeof(ringLane) == laneHeadBytes && sizeof(ringHeader) % alignof(
 
 /// A ring's bytes, in memory of the process or mapped from a file.
 struct storage {
-    ringHeader              header;
+    ringHeader header;
     [[nodiscard]] ringLane& lane(std::uint32_t number, std::uint32_t stride)
     {
         return *reinterpret_cast<ringLane*>(reinterpret_cast<char*>(this) + sizeof(ringHeader) +
@@ -108,9 +108,9 @@ struct storage {
 /// What a descriptor points to. All that guards memory is here, out of reach of whoever may write the file.
 struct trace_wobu_buffer {
     std::atomic<kest::host::trace::storage*> place{nullptr};
-    std::uint32_t                            laneUnits  = 0;
-    std::uint32_t                            laneStride = 0;
-    std::uint32_t                            seed       = 0;
-    char                                     name[kest::host::trace::maximumNameBytes + 1]{};
-    kest::host::trace::ringFileHandle        file;
+    std::uint32_t laneUnits = 0;
+    std::uint32_t laneStride = 0;
+    std::uint32_t seed = 0;
+    char name[kest::host::trace::maximumNameBytes + 1]{};
+    kest::host::trace::ringFileHandle file;
 };

@@ -33,7 +33,7 @@ struct flock wholeFile(short type)
 {
     struct flock lock {
     };
-    lock.l_type   = type;
+    lock.l_type = type;
     lock.l_whence = SEEK_SET;
     return lock;
 }
@@ -42,14 +42,14 @@ struct flock wholeFile(short type)
 bool prepare(ringFileHandle& file, std::size_t bytes)
 {
     const sim::quietWrites quiet;
-    struct flock           lock  = wholeFile(F_WRLCK);
-    const int              error = fcntl(file.descriptor, F_OFD_SETLK, &lock) != 0
-                                       ? errno
-                                       : posix_fallocate(file.descriptor, 0, static_cast<off_t>(bytes));
-    void*                  memory =
+    struct flock lock = wholeFile(F_WRLCK);
+    const int error = fcntl(file.descriptor, F_OFD_SETLK, &lock) != 0
+                          ? errno
+                          : posix_fallocate(file.descriptor, 0, static_cast<off_t>(bytes));
+    void* memory =
         error != 0 ? MAP_FAILED : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor, 0);
     file.memory = memory == MAP_FAILED ? nullptr : memory;
-    errno       = error != 0 ? error : errno;
+    errno = error != 0 ? error : errno;
     return file.memory != nullptr;
 }
 
@@ -65,24 +65,26 @@ struct closeListing {
 
 struct agedFile {
     std::int64_t changedNs; ///< since 1970
-    std::string  name;
+    std::string name;
 };
 
 /// The ring files of a folder, whoever writes them.
 std::vector<agedFile> ringFilesIn(int folder)
 {
-    std::vector<agedFile>              files;
-    fileDescriptor                     readable(ownDescriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    std::vector<agedFile> files;
+    fileDescriptor readable(ownDescriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
     std::unique_ptr<DIR, closeListing> listing(readable.valid() ? fdopendir(readable.number()) : nullptr);
-    if (listing != nullptr)
+    if (listing != nullptr) {
         static_cast<void>(readable.release());
+    }
     for (const dirent* entry = nullptr; listing != nullptr && (entry = readdir(listing.get())) != nullptr;) {
         struct stat facts {
         };
         if (std::string_view(entry->d_name).ends_with(ringFileSuffix) && // another process may be tidying up, too
-            fstatat(folder, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) == 0)
+            fstatat(folder, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) == 0) {
             files.push_back(
                 {facts.st_mtim.tv_sec * std::int64_t{1'000'000'000} + facts.st_mtim.tv_nsec, entry->d_name});
+        }
     }
     return files;
 }
@@ -94,7 +96,7 @@ const char* nameIn(const char* path) { return std::strrchr(path, '/') + 1; }
 ringFileHandle createRingFile(const char* folder, const char* bufferName, std::size_t bytes)
 {
     ringFileHandle file;
-    timespec       now{};
+    timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const int length = std::snprintf(
         file.path, sizeof file.path, "%s/%s-%ld-%" PRIx64 "%s", folder, bufferName, static_cast<long>(getpid()),
@@ -102,7 +104,7 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         ringFileSuffix);
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof file.path) {
         file.path[0] = '\0';
-        errno        = ENAMETOOLONG;
+        errno = ENAMETOOLONG;
         return file;
     }
     const fileDescriptor place = openFolder(folder);
@@ -122,9 +124,9 @@ void closeRingFile(ringFileHandle& file)
     if (file.descriptor >= 0) {
         close(file.descriptor);
     }
-    file.memory     = nullptr;
+    file.memory = nullptr;
     file.descriptor = -1;
-    file.path[0]    = '\0';
+    file.path[0] = '\0';
 }
 
 void removeRingFile(ringFileHandle& file) noexcept
@@ -147,7 +149,7 @@ bool isWriterAlive(int descriptor)
 
 void removeOldRings(const std::filesystem::path& folder)
 {
-    const fileDescriptor  place = openFolder(folder);
+    const fileDescriptor place = openFolder(folder);
     std::vector<agedFile> files = ringFilesIn(place.number());
     if (files.size() > maximumDeadRings) {
         std::erase_if(files, [&](const agedFile& file) { return !isDead(place.number(), file.name.c_str()); });

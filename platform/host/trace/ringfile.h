@@ -11,9 +11,9 @@ constexpr const char* ringFileSuffix = ".ring";
 
 /// A mapped ring file. The open descriptor holds a lock that tells readers that the process is alive.
 struct ringFileHandle {
-    void* memory     = nullptr; ///< never unmapped: writers may hold its address
-    int   descriptor = -1;
-    char  path[512]  = {};
+    void* memory = nullptr; ///< never unmapped: writers may hold its address
+    int descriptor = -1;
+    char path[512] = {};
 };
 
 /// Makes a file of zeros, with its room on the disk reserved: a full disk must not stop a writer later.

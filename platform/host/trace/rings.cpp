@@ -36,11 +36,11 @@ constexpr std::size_t maximumRings = 32;
 
 /// All rings of the process. Constant-initialised: usable before any constructor has run; never destroyed.
 struct registry {
-    std::mutex                                  lock;
+    std::mutex lock;
     std::array<trace_wobu_buffer, maximumRings> rings;
-    std::size_t                                 used        = 0;
-    std::uint64_t                               clockOffset = 0; ///< one for all rings, or their lines would not sort
-    char                                        folder[PATH_MAX] = {};
+    std::size_t used = 0;
+    std::uint64_t clockOffset = 0; ///< one for all rings, or their lines would not sort
+    char folder[PATH_MAX] = {};
 };
 constinit registry everything;
 
@@ -55,8 +55,8 @@ trace_wobu_buffer* findRing(const char* name)
 
 bool isUsableName(const char* name)
 {
-    constexpr char    letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
-    const std::size_t length    = name == nullptr ? 0 : std::strlen(name);
+    constexpr char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
+    const std::size_t length = name == nullptr ? 0 : std::strlen(name);
     return length > 0 && length <= maximumNameBytes &&
            std::strspn(name, letters) == length; // it becomes part of a file name
 }
@@ -77,14 +77,14 @@ void putWide(std::uint32_t (&words)[2], std::uint64_t value)
 void fillHeader(ringHeader& header, const trace_wobu_buffer& ring)
 {
     std::memcpy(header.magic, ringMagic, sizeof header.magic);
-    header.order       = orderMark;
-    header.version     = layoutVersion;
+    header.order = orderMark;
+    header.version = layoutVersion;
     header.headerBytes = sizeof(ringHeader);
-    header.lanes       = laneCount;
-    header.laneStride  = ring.laneStride;
-    header.laneUnits   = ring.laneUnits;
-    header.seed        = ring.seed;
-    header.pid         = static_cast<std::uint32_t>(getpid());
+    header.lanes = laneCount;
+    header.laneStride = ring.laneStride;
+    header.laneUnits = ring.laneUnits;
+    header.seed = ring.seed;
+    header.pid = static_cast<std::uint32_t>(getpid());
     putWide(header.clockOffset, everything.clockOffset);
     putWide(header.created, clockNow(CLOCK_REALTIME));
     std::memcpy(header.bufferName, ring.name, sizeof ring.name);
@@ -134,9 +134,9 @@ void copyLatecomers(storage& to, storage& from, const std::uint32_t (&ends)[lane
 {
     constexpr int patience = 1000;
     for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
-        const std::size_t         offset = sizeof(ringHeader) + std::size_t{lane} * ring.laneStride;
+        const std::size_t offset = sizeof(ringHeader) + std::size_t{lane} * ring.laneStride;
         std::vector<std::uint8_t> now(ring.laneStride);
-        laneReading               reading;
+        laneReading reading;
         for (int attempt = 0; attempt < patience; ++attempt) {
             from.lane(lane, ring.laneStride).copyTo(now.data(), ring.laneUnits);
             reading = readLane({now.data() + laneHeadBytes, ring.laneUnits}, ends[lane], ring.seed);
@@ -201,7 +201,7 @@ int tryFile(trace_wobu_buffer& ring, ringFileHandle& file)
 void moveToFile(trace_wobu_buffer& ring) noexcept
 {
     ringFileHandle file;
-    const int      error = tryFile(ring, file);
+    const int error = tryFile(ring, file);
     if (error == 0) {
         std::swap(ring.file, file); // the one in an earlier folder goes; its lines are in the new one
     } else {
@@ -257,7 +257,7 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
     }
     trace_wobu_buffer& ring = everything.rings[everything.used];
     std::snprintf(ring.name, sizeof ring.name, "%s", name);
-    ring.laneUnits  = static_cast<std::uint32_t>(bytes / unitBytes);
+    ring.laneUnits = static_cast<std::uint32_t>(bytes / unitBytes);
     ring.laneStride = roundedUp(laneHeadBytes + ring.laneUnits * unitBytes, laneHeadBytes);
     // Not guessable from a client's side, so that no traced payload can pass for a record
     ring.seed =
@@ -278,14 +278,14 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
 
 void useTraceFolder(const std::filesystem::path& folder) noexcept
 {
-    const int             error = errno;
+    const int error = errno;
     const std::lock_guard guard(everything.lock);
-    const std::string&    path    = folder.native();
-    const bool            another = path != everything.folder;
+    const std::string& path = folder.native();
+    const bool another = path != everything.folder;
     if (!path.empty() && path.size() < sizeof everything.folder) {
         path.copy(everything.folder, path.size());
         everything.folder[path.size()] = '\0';
-        everything.clockOffset         = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
+        everything.clockOffset = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
         for (trace_wobu_buffer& ring : rings()) {
             if (another || ring.file.memory == nullptr) {
                 moveToFile(ring);
@@ -298,10 +298,10 @@ void useTraceFolder(const std::filesystem::path& folder) noexcept
 
 std::vector<std::uint8_t> copyRing(const char* name)
 {
-    const std::lock_guard     guard(everything.lock);
+    const std::lock_guard guard(everything.lock);
     std::vector<std::uint8_t> image;
-    trace_wobu_buffer*        ring   = name == nullptr ? nullptr : findRing(name);
-    storage*                  source = ring == nullptr ? nullptr : ring->place.load(std::memory_order_acquire);
+    trace_wobu_buffer* ring = name == nullptr ? nullptr : findRing(name);
+    storage* source = ring == nullptr ? nullptr : ring->place.load(std::memory_order_acquire);
     if (source != nullptr) {
         image = imageOf(*source, *ring);
     }

@@ -52,9 +52,9 @@ public:
     /// Text up to its NUL, `most` bytes at most, and a NUL.
     void putText(const char* text, std::size_t most)
     {
-        text                     = text == nullptr ? "(null)" : text;
-        const std::size_t room   = maximumPayloadBytes - m_used;
-        const std::size_t bound  = most < maximumTextBytes - 1 ? most : maximumTextBytes - 1;
+        text = text == nullptr ? "(null)" : text;
+        const std::size_t room = maximumPayloadBytes - m_used;
+        const std::size_t bound = most < maximumTextBytes - 1 ? most : maximumTextBytes - 1;
         const std::size_t length = strnlen(text, bound);
         if (length < room) {
             std::memcpy(payload() + m_used, text, length);
@@ -64,9 +64,9 @@ public:
         m_cut = m_cut || length >= room;
     }
     /// Room for text that the caller puts there himself, and where it ended.
-    char*              open() { return payload() + m_used; }
-    void               close(const char* end) { m_used = static_cast<std::size_t>(end - payload()); }
-    void               cut() { m_cut = true; }
+    char* open() { return payload() + m_used; }
+    void close(const char* end) { m_used = static_cast<std::size_t>(end - payload()); }
+    void cut() { m_cut = true; }
     [[nodiscard]] bool isCut() const { return m_cut; }
 
     void writeTo(trace_wobu_buffer& ring, std::uint32_t kind, std::uint32_t hash, std::uint32_t line)
@@ -76,15 +76,15 @@ public:
         const std::uint64_t time =
             static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec);
         const std::uint32_t thread = numberOfThread();
-        const std::size_t   bytes  = recordBytes(static_cast<std::uint32_t>(m_used));
+        const std::size_t bytes = recordBytes(static_cast<std::uint32_t>(m_used));
         std::memset(payload() + m_used, 0, bytes - recordHeadBytes - m_used);
         m_words[wordTimeHigh] = static_cast<std::uint32_t>(time >> 32);
-        m_words[wordTimeLow]  = static_cast<std::uint32_t>(time);
-        m_words[wordHash]     = hash;
-        m_words[wordLine]     = line;
-        m_words[wordThread]   = thread;
-        m_words[wordKind]     = kind << 16 | static_cast<std::uint32_t>(m_used) | (m_cut ? kindCutFlag : 0);
-        storage* place        = ring.place.load(std::memory_order_acquire);
+        m_words[wordTimeLow] = static_cast<std::uint32_t>(time);
+        m_words[wordHash] = hash;
+        m_words[wordLine] = line;
+        m_words[wordThread] = thread;
+        m_words[wordKind] = kind << 16 | static_cast<std::uint32_t>(m_used) | (m_cut ? kindCutFlag : 0);
+        storage* place = ring.place.load(std::memory_order_acquire);
         // A lane refuses when the ring has just moved: its new place is known by then
         for (int attempt = 0; attempt < 3 && place != nullptr &&
                               !place->lane(thread % laneCount, ring.laneStride)
@@ -97,8 +97,8 @@ public:
 private:
     char* payload() { return reinterpret_cast<char*>(m_words + recordHeadWords); }
 
-    std::size_t   m_used = 0;
-    bool          m_cut  = false;
+    std::size_t m_used = 0;
+    bool m_cut = false;
     std::uint32_t m_words[maximumRecordBytes / sizeof(std::uint32_t)];
 };
 
@@ -156,7 +156,7 @@ bool putArgument(draft& record, const conversion& wanted, std::va_list& argument
 /// Copies the format, so that whoever reads the file needs nothing else. @return the format as it stands in the record
 const char* putFormat(draft& record, const char* format)
 {
-    char*       at  = record.open();
+    char* at = record.open();
     const char* own = at;
     char* const end = at + maximumTextBytes - 1;
     while (*format != '\0' && at != end) {
@@ -190,7 +190,7 @@ void putArguments(draft& record, const char* format, std::va_list& arguments)
         } else {
             conversion wanted;
             format = parseConversion(format, wanted);
-            more   = putArgument(record, wanted, arguments);
+            more = putArgument(record, wanted, arguments);
         }
     }
 }
@@ -210,7 +210,7 @@ void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, 
     if (descriptor == nullptr || format == nullptr) {
         return;
     }
-    draft        record;
+    draft record;
     std::va_list arguments;
     va_start(arguments, type);
     putArguments(record, putFormat(record, format), arguments);
@@ -224,8 +224,8 @@ void trace_wobu_write2(trace_wobu_descriptor descriptor, int /*type*/, unsigned 
     if (descriptor == nullptr) {
         return;
     }
-    draft                              record;
-    binaryHead                         head{};
+    draft record;
+    binaryHead head{};
     const std::array<std::uint32_t, 2> sizes{header == nullptr ? 0 : headerSize, data == nullptr ? 0 : dataSize};
     record.put(sizes.data(), sizeof sizes);
     record.putSome(header, sizes[0]);

@@ -23,7 +23,7 @@ constexpr const char* lockName = ".lock";
 bool wellFormed(std::string_view root)
 {
     constexpr std::size_t longestRoot = 255;
-    const auto            known       = [](char letter) {
+    const auto known = [](char letter) {
         return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
                (letter >= '0' && letter <= '9') || letter == '_' || letter == '-' || letter == '/';
     };
@@ -64,16 +64,16 @@ int listCopies(std::vector<copyInfo>& copies, std::string_view root)
 {
     copies.clear();
     std::error_code error;
-    int             result = wellFormed(root) ? 0 : EINVAL;
+    int result = wellFormed(root) ? 0 : EINVAL;
     if (result == 0) {
         std::filesystem::directory_iterator entry(folderOf(root), error);
         for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-            copyInfo    copy;
+            copyInfo copy;
             struct stat facts {
             };
             if (parseNumber(entry->path().filename().string(), copy.number) &&
                 stat(entry->path().c_str(), &facts) == 0 && S_ISREG(facts.st_mode)) {
-                copy.sizeBytes  = static_cast<std::uint64_t>(facts.st_size);
+                copy.sizeBytes = static_cast<std::uint64_t>(facts.st_size);
                 copy.modifiedMs = std::int64_t{facts.st_mtim.tv_sec} * 1000 + facts.st_mtim.tv_nsec / 1'000'000;
                 copies.push_back(copy);
             }
@@ -94,8 +94,9 @@ int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, s
                  std::uint64_t& sizeBytes, std::string_view root)
 {
     sizeBytes = 0;
-    if (!wellFormed(root))
+    if (!wellFormed(root)) {
         return EINVAL;
+    }
     const int error = readFilePart(fileOf(root, number), largestCopyBytes, offset, most, bytes, sizeBytes);
     return error == EINVAL ? ESPIPE : error;
 }
@@ -103,14 +104,17 @@ int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, s
 int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root)
 {
     int error = 0;
-    if (!wellFormed(root) || bytes.empty())
+    if (!wellFormed(root) || bytes.empty()) {
         error = EINVAL;
-    else if (bytes.size() > largestCopyBytes)
+    } else if (bytes.size() > largestCopyBytes) {
         error = EFBIG;
-    if (error == 0)
+    }
+    if (error == 0) {
         error = makeFolders(folderOf(root));
-    if (error == 0)
+    }
+    if (error == 0) {
         error = exclusively(root, [&] { return replaceFile(fileOf(root, number), bytes); });
+    }
     return error;
 }
 
@@ -119,15 +123,17 @@ int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::
 {
     sizeBytes = 0;
     int error = wellFormed(root) ? 0 : EINVAL;
-    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0)
+    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0) {
         error = errno; // ahead of the lock: no copy makes no folder
+    }
     if (error == 0) {
         error = exclusively(root, [&] {
             std::vector<std::uint8_t> copy;
-            int                       result = readCopy(number, copy, root);
-            sizeBytes                        = copy.size();
-            if (result == 0 && (offset > copy.size() || bytes.size() > copy.size() - offset))
+            int result = readCopy(number, copy, root);
+            sizeBytes = copy.size();
+            if (result == 0 && (offset > copy.size() || bytes.size() > copy.size() - offset)) {
                 result = ERANGE;
+            }
             if (result == 0 && !bytes.empty()) {
                 std::ranges::copy(bytes, copy.begin() + offset);
                 result = replaceFile(fileOf(root, number), copy);
@@ -141,8 +147,9 @@ int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::
 int removeCopy(std::uint32_t number, std::string_view root)
 {
     int error = wellFormed(root) ? 0 : EINVAL;
-    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0)
+    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0) {
         error = errno;
+    }
     if (error == 0) {
         error = exclusively(root, [&] {
             const int result = unlink(fileOf(root, number).c_str()) == 0 ? 0 : errno;

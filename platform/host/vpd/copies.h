@@ -13,13 +13,13 @@
 namespace kest::host
 {
 
-constexpr std::string_view copyRoot         = "qorn/P3_Root"; ///< persistency root of the SEEPROM copies
-constexpr std::size_t      largestCopyBytes = 16 << 20;
+constexpr std::string_view copyRoot = "qorn/P3_Root"; ///< persistency root of the SEEPROM copies
+constexpr std::size_t largestCopyBytes = 16 << 20;
 
 struct copyInfo {
-    std::uint32_t number     = 0; ///< device number
-    std::uint64_t sizeBytes  = 0;
-    std::int64_t  modifiedMs = 0; ///< wall clock, ms since 1970 UTC
+    std::uint32_t number = 0; ///< device number
+    std::uint64_t sizeBytes = 0;
+    std::int64_t modifiedMs = 0; ///< wall clock, ms since 1970 UTC
 };
 
 /// Lists the copies under a root in the order of their numbers. No folder is no copies.

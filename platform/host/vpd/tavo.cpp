@@ -19,32 +19,32 @@ using namespace kest::host;
 constexpr std::uint16_t component = 0x1400;
 
 enum module : std::uint8_t {
-    moduleRead     = 1,
-    moduleWrite    = 2,
+    moduleRead = 1,
+    moduleWrite = 2,
     moduleLocation = 3,
 };
 
 // Reasons: docs/host-services.md lists them.
-constexpr std::uint16_t badArgument  = 0x1401;
-constexpr std::uint16_t pastTheEnd   = 0x1402;
-constexpr std::uint16_t noCopy       = 0x1403;
-constexpr std::uint16_t fileFailed   = 0x1404;
+constexpr std::uint16_t badArgument = 0x1401;
+constexpr std::uint16_t pastTheEnd = 0x1402;
+constexpr std::uint16_t noCopy = 0x1403;
+constexpr std::uint16_t fileFailed = 0x1404;
 constexpr std::uint16_t noSuchDevice = 0x1405;
-constexpr std::uint16_t noMemory     = 0x1406;
+constexpr std::uint16_t noMemory = 0x1406;
 
 /// A request as it came, and how it ended.
 struct request {
-    module        who;
+    module who;
     std::uint32_t device;
     std::uint32_t length = 0;
     std::uint32_t offset = 0;
     std::uint16_t reason = 0;
-    std::uint32_t cause  = 0; ///< `errno`, or the copy's size where the request passes its end
+    std::uint32_t cause = 0; ///< `errno`, or the copy's size where the request passes its end
 
     void fail(std::uint16_t because, std::uint64_t why = 0)
     {
         reason = because;
-        cause  = static_cast<std::uint32_t>(why);
+        cause = static_cast<std::uint32_t>(why);
     }
     [[nodiscard]] ErrlEntry* entry() const
     {
@@ -67,9 +67,9 @@ ErrlEntry* serve(request& asked, body_t body)
 void readRange(request& asked, const char* root, unsigned char** data, unsigned int* length)
 {
     std::vector<std::uint8_t> part;
-    std::uint64_t             sizeBytes = 0;
-    const std::size_t         most      = asked.length == 0 ? largestCopyBytes : asked.length;
-    const int                 error     = readCopyPart(asked.device, asked.offset, most, part, sizeBytes, root);
+    std::uint64_t sizeBytes = 0;
+    const std::size_t most = asked.length == 0 ? largestCopyBytes : asked.length;
+    const int error = readCopyPart(asked.device, asked.offset, most, part, sizeBytes, root);
     if (error == ENOENT || error == ENOTDIR) {
         *length = 0;
     } else if (error != 0) {
@@ -92,12 +92,14 @@ ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, con
 {
     request asked{.who = moduleRead, .device = device, .length = length != nullptr ? *length : 0, .offset = offset};
     return serve(asked, [&] {
-        if (data != nullptr)
+        if (data != nullptr) {
             *data = nullptr;
-        if (root == nullptr || name != nullptr || data == nullptr || length == nullptr)
+        }
+        if (root == nullptr || name != nullptr || data == nullptr || length == nullptr) {
             asked.fail(badArgument, EINVAL);
-        else
+        } else {
             readRange(asked, root, data, length);
+        }
     });
 }
 
@@ -109,14 +111,15 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
         if (root == nullptr || name != nullptr || length == nullptr || (data == nullptr && *length > 0)) {
             asked.fail(badArgument, EINVAL);
         } else {
-            std::uint64_t size  = 0;
-            const int     error = changeCopy(device, offset, std::span(data, *length), size, root);
-            if (error == ERANGE)
+            std::uint64_t size = 0;
+            const int error = changeCopy(device, offset, std::span(data, *length), size, root);
+            if (error == ERANGE) {
                 asked.fail(pastTheEnd, size);
-            else if (error == ENOENT || error == ENOTDIR)
+            } else if (error == ENOENT || error == ENOTDIR) {
                 asked.fail(noCopy);
-            else if (error != 0)
+            } else if (error != 0) {
                 asked.fail(error == EINVAL ? badArgument : fileFailed, static_cast<std::uint64_t>(error));
+            }
         }
     });
 }
@@ -124,11 +127,12 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
 ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, zelPosition position, bool)
 {
     request asked{.who = moduleLocation, .device = deviceAddress, .offset = position};
-    if (string != nullptr)
+    if (string != nullptr) {
         *string = nullptr;
+    }
     return serve(asked, [&] {
         const auto& devices = currentConfiguration().devices;
-        const auto  found   = std::ranges::find_if(devices, [&](const deviceEntry& device) {
+        const auto found = std::ranges::find_if(devices, [&](const deviceEntry& device) {
             return device.number == deviceAddress && device.position == position;
         });
         if (string == nullptr) {
@@ -137,10 +141,11 @@ ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, z
             asked.fail(noSuchDevice);
         } else {
             *string = static_cast<char*>(tavo_malloc(static_cast<unsigned int>(found->location.size() + 1)));
-            if (*string != nullptr)
+            if (*string != nullptr) {
                 std::memcpy(*string, found->location.data(), found->location.size());
-            else
+            } else {
                 asked.fail(noMemory);
+            }
         }
     });
 }

@@ -11,7 +11,7 @@
 #include <cstdint>
 
 enum errlSeverity : std::uint32_t {
-    ERRL_SEV_RECOVERED   = 0x10,
+    ERRL_SEV_RECOVERED = 0x10,
     ERRL_SEV_UNRECOVERED = 0x20,
 };
 
@@ -28,9 +28,9 @@ enum serviceCodes : std::uint32_t {
 };
 
 enum epubSubSystem : std::uint32_t {
-    EPUB_SUBSYSTEM_NONE       = 0,
+    EPUB_SUBSYSTEM_NONE = 0,
     EPUB_SUBSYSTEM_IIC_DEVICE = 0x55,
-    EPUB_SUBSYSTEM_SOFTWARE   = 0x81,
+    EPUB_SUBSYSTEM_SOFTWARE = 0x81,
 };
 
 enum srciPriority : std::uint32_t {
@@ -39,9 +39,9 @@ enum srciPriority : std::uint32_t {
 };
 
 enum epubProcedureID : std::uint32_t {
-    EPUB_PROCEDURE_NONE     = 0,
+    EPUB_PROCEDURE_NONE = 0,
     EPUB_PROCEDURE_SOFTWARE = 4, ///< the code, or the request it was given, is at fault
-    EPUB_PROCEDURE_IIC      = 6, ///< the IIC path to the device is at fault
+    EPUB_PROCEDURE_IIC = 6, ///< the IIC path to the device is at fault
 };
 
 enum srciTermState : std::uint32_t {
@@ -49,21 +49,21 @@ enum srciTermState : std::uint32_t {
 };
 
 /// Commit actions: what the log does with an entry beyond storing it.
-constexpr std::uint16_t ERRL_ACTION_REPORT           = 0x2000; ///< report to the operator
+constexpr std::uint16_t ERRL_ACTION_REPORT = 0x2000; ///< report to the operator
 constexpr std::uint16_t ERRL_ACTION_KEEP_FOR_SERVICE = 0x4000; ///< keep for service personnel only
 
 /// Root of everything the error log allocates.
 class ErrlBase
 {
 public:
-    ErrlBase()                           = default;
-    ErrlBase(const ErrlBase&)            = default;
+    ErrlBase() = default;
+    ErrlBase(const ErrlBase&) = default;
     ErrlBase& operator=(const ErrlBase&) = default;
     virtual ~ErrlBase();
 
     /// The log's own allocator; room for 16 entries is kept aside. @return null without memory: a `new` expression then yields null.
     static void* operator new(std::size_t bytes) noexcept;
-    static void  operator delete(void* object) noexcept;
+    static void operator delete(void* object) noexcept;
 };
 
 /// One system reference code of an entry. Made by the entry alone, and lives until the entry is deleted or assigned to. Calls that add to
@@ -81,7 +81,7 @@ public:
 
     struct State; ///< known to the platform alone
     explicit SrciSrc(State* state) noexcept : m_state(state) {}
-    SrciSrc(const SrciSrc&)            = delete;
+    SrciSrc(const SrciSrc&) = delete;
     SrciSrc& operator=(const SrciSrc&) = delete;
     ~SrciSrc();
 
@@ -139,13 +139,13 @@ public:
 
     /// @return the SRC at `index`, counted from 0 and owned by the entry; null when there is none.
     const SrciSrc* getSRC(unsigned short index) const;
-    std::uint16_t  creator() const;
+    std::uint16_t creator() const;
     /// @return the entry's log identifier: unique across processes and restarts, never 0. Every entry has one, also without memory.
     std::uint32_t plid() const;
     std::uint32_t getRC() const;
 
-    struct State;                                     ///< known to the platform alone
-    State*       state() noexcept { return m_state; } ///< for the platform's own tools
+    struct State; ///< known to the platform alone
+    State* state() noexcept { return m_state; } ///< for the platform's own tools
     const State* state() const noexcept { return m_state; }
 
 private:

@@ -120,13 +120,13 @@ public:
 };
 
 enum wobu_iic_cfg_t : std::uint32_t {
-    WOBU_IIC_SPEED        = 2,
-    WOBU_IIC_TARGET       = 3,
+    WOBU_IIC_SPEED = 2,
+    WOBU_IIC_TARGET = 3,
     WOBU_IIC_DETECT_STATE = 15,
-    WOBU_IIC_DMA_OPTION   = 16,
-    WOBU_IIC_LOCK         = 17,
-    WOBU_IIC_UNLOCK       = 18,
-    WOBU_IIC_BLOCK        = 19,
+    WOBU_IIC_DMA_OPTION = 16,
+    WOBU_IIC_LOCK = 17,
+    WOBU_IIC_UNLOCK = 18,
+    WOBU_IIC_BLOCK = 19,
 };
 
 /// Makes the layer ready in this process; further calls change nothing. @param options  0x80000000. @return 0

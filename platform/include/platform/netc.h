@@ -7,13 +7,13 @@ class NetcMessage
 {
 public:
     NetcMessage();
-    NetcMessage(const NetcMessage&)            = delete;
+    NetcMessage(const NetcMessage&) = delete;
     NetcMessage& operator=(const NetcMessage&) = delete;
     virtual ~NetcMessage();
 
     std::uint16_t identifier = 0; ///< given by the requester, copied into the reply
-    std::uint16_t type       = 0; ///< what is asked for
-    std::uint8_t  replyFlags = 0; ///< set by the service: 0x40 served, with 0x01 written or 0x02 data returned
+    std::uint16_t type = 0; ///< what is asked for
+    std::uint8_t replyFlags = 0; ///< set by the service: 0x40 served, with 0x01 written or 0x02 data returned
 
     /// @return the payload, owned by the message; null when there is none.
     virtual char* dataPointer() const;

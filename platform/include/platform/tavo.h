@@ -7,8 +7,8 @@ class ErrlEntry;
 
 /// A device as the VPD service names it. Passed by value; 260 bytes.
 struct tavo_deviceaddress {
-    std::uint32_t number;        ///< device number; 0 when only the location is known
-    char          location[256]; ///< device text, NUL-terminated unless it fills the field
+    std::uint32_t number; ///< device number; 0 when only the location is known
+    char location[256]; ///< device text, NUL-terminated unless it fills the field
 };
 static_assert(sizeof(tavo_deviceaddress) == 260);
 
