@@ -1,4 +1,5 @@
-/// Bus economy of the IIC layer, in simulated bus time: what a whole read and a long write take, against what the wires need at least.
+/// Bus economy of the IIC layer, in simulated bus time: what a whole read and a long write take, against what the wires
+/// need at least.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -18,10 +19,13 @@ namespace
 
 constexpr std::uint32_t speedKhz = 400;
 constexpr double bitNs = 1e6 / speedKhz;
-constexpr double bitsOfByte = 9; // eight and the acknowledge
+// eight and the acknowledge
+constexpr double bitsOfByte = 9;
 constexpr double writeCycleNs = 3.5e6;
-constexpr std::size_t readBytes = 65536; // a whole 24C512
-constexpr std::size_t writtenBytes = 4096; // to a 24C256
+// a whole 24C512
+constexpr std::size_t readBytes = 65536;
+// to a 24C256
+constexpr std::size_t writtenBytes = 4096;
 constexpr std::size_t pageBytes = 64;
 
 /// A machine folder with a kest.toml that this process uses, removed at the end.
@@ -94,8 +98,8 @@ double readRatio(const scratchMachine& machine)
     return taken / ((1 + bitsOfByte * (1 + 2 + readBytes)) * bitNs);
 }
 
-/// Bus time of a long write against each page's bits and its true write cycle. The write is over with the last page's STOP: that page's
-/// cycle is in neither.
+/// Bus time of a long write against each page's bits and its true write cycle. The write is over with the last page's
+/// STOP: that page's cycle is in neither.
 double writeRatio(const scratchMachine& machine)
 {
     mern_t handle = openChip("sim:planar", 0xA2, pageBytes);
@@ -108,7 +112,8 @@ double writeRatio(const scratchMachine& machine)
         throw std::runtime_error("the write failed");
     }
     constexpr double pages = static_cast<double>(writtenBytes) / pageBytes;
-    constexpr double pageBits = 1 + bitsOfByte * (1 + 2 + pageBytes) + 1; // START, address, offset, data, STOP
+    // START, address, offset, data, STOP
+    constexpr double pageBits = 1 + bitsOfByte * (1 + 2 + pageBytes) + 1;
     return taken / (pages * pageBits * bitNs + (pages - 1) * writeCycleNs);
 }
 

@@ -1,4 +1,5 @@
-/// Commits of error log entries a second, against SQLite alone: one insert and commit of the same bytes with the same settings.
+/// Commits of error log entries a second, against SQLite alone: one insert and commit of the same bytes with the same
+/// settings.
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -20,7 +21,8 @@ namespace
 
 constexpr int rounds = 20;
 constexpr int entriesPerRound = 100;
-constexpr int roundsThatCount = 18; // the fastest: a disk now and then takes milliseconds for whoever asks then
+// the fastest: a disk now and then takes milliseconds for whoever asks then
+constexpr int roundsThatCount = 18;
 
 using entries = std::vector<std::unique_ptr<ErrlEntry>>;
 
@@ -124,7 +126,8 @@ void measure(const std::filesystem::path& folder, std::vector<double>& oursSecon
         for (const std::string& body : bodies) {
             bare.add(body);
         }
-        if (round > 0) { // the first one makes the files
+        // the first one makes the files
+        if (round > 0) {
             oursSeconds.push_back(seconds(middle - begin));
             bareSeconds.push_back(seconds(std::chrono::steady_clock::now() - bareBegin));
         }

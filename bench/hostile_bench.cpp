@@ -1,7 +1,9 @@
-/// What hostile clients cost the honest ones: 20 honest clients and the service on one processor, the load on another. The load is a
-/// pure processor burner, then 180 hostile clients of every kind that docs/testing.md lists. One JSON object on standard output.
+/// What hostile clients cost the honest ones: 20 honest clients and the service on one processor, the load on another.
+/// The load is a pure processor burner, then 180 hostile clients of every kind that docs/testing.md lists. One JSON
+/// object on standard output.
 ///
-/// hostile_bench [--each]: also each kind by itself, 180 of it; on standard error. The environment variable KESTD names another kestd.
+/// hostile_bench [--each]: also each kind by itself, 180 of it; on standard error. The environment variable KESTD names
+/// another kestd.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -39,14 +41,18 @@ using stopwatch = std::chrono::steady_clock;
 
 constexpr int honestClients = 20;
 constexpr int hostileClients = 180;
-constexpr auto honestPause = 10ms; // between an honest client's requests
-constexpr auto settling = 1s; // until the load is what it is going to be
+// between an honest client's requests
+constexpr auto honestPause = 10ms;
+// until the load is what it is going to be
+constexpr auto settling = 1s;
 constexpr auto measuring = 4s;
 constexpr std::uint32_t honestBytes = 256;
-constexpr int servicePlace = 0; // processors
+// processors
+constexpr int servicePlace = 0;
 constexpr int loadPlace = 1;
 constexpr uid_t nobody = 65534;
-constexpr const char* location = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
+// never opened: file mode reads the copy
+constexpr const char* location = "sim:planar,L,2C0256,A0";
 
 [[noreturn]] void fail(const std::string& what)
 {
@@ -88,7 +94,8 @@ public:
         for (count = std::min(count, bytes.size()); m_open && at < count;) {
             const ssize_t sent = ::send(m_descriptor, bytes.data() + at, count - at, MSG_NOSIGNAL | flags);
             if (sent < 0 && errno == EAGAIN) {
-                return false; // and the connection stays
+                // and the connection stays
+                return false;
             }
             m_open = sent > 0;
             at += sent > 0 ? static_cast<std::size_t>(sent) : 0;
@@ -118,7 +125,8 @@ private:
 
 std::vector<std::uint8_t> transfer(std::uint16_t type, std::uint32_t length, const std::string& text = location)
 {
-    const std::uint32_t words[] = {0, 0, length}; // host byte order
+    // host byte order
+    const std::uint32_t words[] = {0, 0, length};
     frame request{1, type, 0, 0, 0, std::vector<std::uint8_t>(sizeof words)};
     std::memcpy(request.payload.data(), words, sizeof words);
     request.payload.insert(request.payload.end(), text.begin(), text.end());
@@ -292,7 +300,8 @@ std::filesystem::path makeState(const std::string& service)
         fail("no temporary folder");
     }
     const std::filesystem::path path = folder;
-    std::filesystem::permissions(path, std::filesystem::perms(0755)); // another user connects, too
+    // another user connects, too
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
     std::filesystem::create_directories(path / "qorn/P3_Root");
     std::ofstream(path / "qorn/P3_Root/0") << std::string(maximumDataBytes, 'k');
     std::ofstream(path / "kest.toml") << "state = \".\"\n[registry]\n\"tavo/ReadMode\" = \"FileMode\"\n"
@@ -308,7 +317,8 @@ std::filesystem::path makeState(const std::string& service)
     const std::string config = folder / "kest.toml", program = given != nullptr ? given : KEST_BIN_DIR "/kestd";
     pinTo(servicePlace);
     dup2(open((folder / "errors").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), STDERR_FILENO);
-    dup2(STDERR_FILENO, STDOUT_FILENO); // standard output is for the figures
+    // standard output is for the figures
+    dup2(STDERR_FILENO, STDOUT_FILENO);
     execl(program.c_str(), "kestd", "--config", config.c_str(), nullptr);
     _exit(127);
 }
@@ -318,10 +328,12 @@ std::filesystem::path makeState(const std::string& service)
 struct figures {
     double p50Us = 0, p99Us = 0, worstUs = 0;
     long requests = 0, failures = 0;
-    long threads = 0, descriptors = 0, residentKib = 0; // of the service, the most that was seen
+    // of the service, the most that was seen
+    long threads = 0, descriptors = 0, residentKib = 0;
 };
 
-/// One honest client: a request, a pause, and what each request took. A connection that was lost is made again; that counts, too.
+/// One honest client: a request, a pause, and what each request took. A connection that was lost is made again; that
+/// counts, too.
 void beHonest(const std::string& socket, stopwatch::time_point begin, stopwatch::time_point end,
               std::vector<double>& tripsUs, std::atomic<long>& failures)
 {
@@ -358,7 +370,8 @@ figures measure(const std::filesystem::path& folder, const Process& service)
         result.residentKib = std::max(result.residentKib, service.status("VmRSS"));
         std::this_thread::sleep_for(100ms);
     }
-    threads.clear(); // joins
+    // joins
+    threads.clear();
     std::vector<double> all;
     for (const std::vector<double>& mine : trips) {
         all.insert(all.end(), mine.begin(), mine.end());
@@ -405,9 +418,11 @@ figures scenario(const std::string& name, const std::string& limits, int kind, b
 int main(int argc, char** argv)
 {
     signal(SIGPIPE, SIG_IGN);
-    pinTo(loadPlace); // there must be one
+    // there must be one
+    pinTo(loadPlace);
     pinTo(servicePlace);
-    const std::string roomForAll = "max_clients_per_user = 256"; // so that one user's 180 are all let in
+    // so that one user's 180 are all let in
+    const std::string roomForAll = "max_clients_per_user = 256";
     const std::string reader = "read_users = [65534]";
     const bool root = geteuid() == 0;
     const figures calm = scenario("a processor burner", roomForAll, -2, false);

@@ -1,5 +1,5 @@
-/// A platform that answers from memory: one device of zeros on each path, a registry that says hardware, no persisted copies. It does what
-/// the interface asks of each function and no more, so that what is measured on it is the library.
+/// A platform that answers from memory: one device of zeros on each path, a registry that says hardware, no persisted
+/// copies. It does what the interface asks of each function and no more, so that what is measured on it is the library.
 #include <array>
 #include <atomic>
 #include <cerrno>

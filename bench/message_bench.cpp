@@ -1,5 +1,5 @@
-/// What the message service costs: reads of 256 bytes in file mode beside an echo server that speaks the same frames. One JSON object on
-/// standard output.
+/// What the message service costs: reads of 256 bytes in file mode beside an echo server that speaks the same frames.
+/// One JSON object on standard output.
 #include <algorithm>
 #include <array>
 #include <asio/io_context.hpp>
@@ -29,9 +29,11 @@ using namespace kest::client;
 using stopwatch = std::chrono::steady_clock;
 
 constexpr std::uint32_t readBytes = 256;
-constexpr int rounds = 60; // short ones: the machine may have other work. For ratios the best counts
+// short ones: the machine may have other work. For ratios the best counts
+constexpr int rounds = 60;
 constexpr int perRound = 1600;
-constexpr const char* location = "sim:planar,L,2C0256,A0"; // never opened: file mode reads the copy
+// never opened: file mode reads the copy
+constexpr const char* location = "sim:planar,L,2C0256,A0";
 
 [[noreturn]] void fail(const std::string& what)
 {
@@ -219,7 +221,8 @@ load measure(const std::string& socket, int clients, const Request& request)
             }
         });
     }
-    threads.clear(); // joins
+    // joins
+    threads.clear();
     load result;
     const auto begin = std::ranges::min(runs, {}, &clientRun::begin).begin;
     const auto end = std::ranges::max(runs, {}, &clientRun::end).end;
@@ -244,13 +247,15 @@ int main()
     const std::filesystem::path folder = makeState();
     const std::string echoSocket = folder / "echo.socket", socket = folder / "kestd.socket";
     double ratio[2] = {}, best[2][2] = {}, residentMib = 0;
-    std::vector<double> p99Us; // of each round with one client
+    // of each round with one client
+    std::vector<double> p99Us;
     constexpr int clients[2] = {1, 16};
     {
         const Process echoServer([&] { runEcho(echoSocket); });
         const Process service([&] {
             const std::string config = folder / "kest.toml";
-            dup2(STDERR_FILENO, STDOUT_FILENO); // standard output is for the figures
+            // standard output is for the figures
+            dup2(STDERR_FILENO, STDOUT_FILENO);
             execl(KEST_BIN_DIR "/kestd", "kestd", "--config", config.c_str(), nullptr);
         });
         awaitServer(echoSocket);
@@ -266,7 +271,8 @@ int main()
                 }
             }
         }
-        residentMib = service.residentMib(); // idle again, after the load
+        // idle again, after the load
+        residentMib = service.residentMib();
     }
     for (const int index : {0, 1}) {
         ratio[index] = best[index][1] / best[index][0];

@@ -1,5 +1,6 @@
-/// What the library adds to a hardware read of 256 bytes: the whole call beside the bare sequence of platform calls it stands for, on a
-/// platform that answers from memory, and the allocations it makes besides the caller's buffer. One JSON object on standard output.
+/// What the library adds to a hardware read of 256 bytes: the whole call beside the bare sequence of platform calls it
+/// stands for, on a platform that answers from memory, and the allocations it makes besides the caller's buffer. One
+/// JSON object on standard output.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -15,7 +16,8 @@ namespace
 {
 
 constexpr int reads = 20'000;
-constexpr int rounds = 25; // the best of them counts: the machine may have other work
+// the best of them counts: the machine may have other work
+constexpr int rounds = 25;
 constexpr unsigned int bytes = 256;
 constexpr unsigned int offset = 0x100;
 constexpr char device[] = "sim:planar,L,2C0256,A0";
@@ -34,7 +36,8 @@ double usPerCall(stopwatch::duration taken) { return std::chrono::duration<doubl
 
 void readByLibrary(const tavo_deviceaddress& address)
 {
-    const kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 4, 2, 1}; // 4: hardware
+    // 4: hardware
+    const kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 4, 2, 1};
     unsigned int length = bytes;
     unsigned char* data = nullptr;
     if (KEST_seepromRead(address, nullptr, offset, &length, &data, attributes) != nullptr || length != bytes) {

@@ -1,4 +1,5 @@
-/// What a trace costs: one write, two threads at once, and a plain snprintf of the same beside it. One JSON object on standard output.
+/// What a trace costs: one write, two threads at once, and a plain snprintf of the same beside it. One JSON object on
+/// standard output.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -14,7 +15,8 @@ namespace
 {
 
 constexpr int writes = 50'000;
-constexpr int rounds = 200; // short ones, of which the best counts: the machine may have other work
+// short ones, of which the best counts: the machine may have other work
+constexpr int rounds = 200;
 
 using stopwatch = std::chrono::steady_clock;
 
@@ -42,7 +44,8 @@ double measureSnprintf()
     const auto begin = stopwatch::now();
     for (int index = 0; index < writes; ++index) {
         std::snprintf(text.data(), text.size(), " %s,%d,%d", "kest_wobuClose", 1, index);
-        asm volatile("" : : "r"(text.data()) : "memory"); // the text is wanted
+        // the text is wanted
+        asm volatile("" : : "r"(text.data()) : "memory");
     }
     return nsPerCall(stopwatch::now() - begin);
 }
@@ -72,7 +75,8 @@ double measureThreads(int count)
             ends[static_cast<std::size_t>(thread)] = stopwatch::now();
         });
     }
-    threads.clear(); // joins
+    // joins
+    threads.clear();
     return nsPerCall(*std::ranges::max_element(ends) - *std::ranges::min_element(begins));
 }
 

@@ -1,5 +1,5 @@
-/// Frames from hostile peers: however the bytes are cut, the same frames come out, never more than a frame's worth is held, and a frame
-/// written again has the bytes that it was read from.
+/// Frames from hostile peers: however the bytes are cut, the same frames come out, never more than a frame's worth is
+/// held, and a frame written again has the bytes that it was read from.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

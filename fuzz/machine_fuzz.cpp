@@ -1,6 +1,6 @@
-// Machine files, and transactions on a machine. The first byte chooses: even, the rest is a machine file; odd, the rest are transactions
-// on a fixed machine (address and direction, length, bytes; length 0 with an odd address byte resets the bus). The machine is opened once
-// and keeps its memory contents; registers are new for each input.
+// Machine files, and transactions on a machine. The first byte chooses: even, the rest is a machine file; odd, the rest
+// are transactions on a fixed machine (address and direction, length, bytes; length 0 with an odd address byte resets
+// the bus). The machine is opened once and keeps its memory contents; registers are new for each input.
 #include <stdexcept>
 #include <string>
 #include <string_view>

@@ -1,5 +1,6 @@
-/// Requests from anybody, through the library and the host platform down to a simulated machine. The first byte chooses: 0 to 3, the rest is
-/// a payload of that message type; 4, of a type made of the next two bytes; above, it chooses a function that takes a device text, which is the rest.
+/// Requests from anybody, through the library and the host platform down to a simulated machine. The first byte
+/// chooses: 0 to 3, the rest is a payload of that message type; 4, of a type made of the next two bytes; above, it
+/// chooses a function that takes a device text, which is the rest.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -24,13 +25,14 @@ namespace
 using kest::fuzz::require;
 
 constexpr std::uint16_t firstType = 0x8001, typeRead = 0x8001, typeWrite = 0x8002, typeLocation = 0x8004;
-constexpr std::uint32_t longest = 65536; // the service refuses more before the library sees it
+// the service refuses more before the library sees it
+constexpr std::uint32_t longest = 65536;
 constexpr std::uint8_t writeServed = 0x41, dataServed = 0x42;
 /// A write cycle of 0 ms, and a clock at which a silent chip has had its time after a few questions.
 constexpr kest_attributeValue hasty[KEST_ATTR_COUNT] = {1, 1, 0, 4, 2, 1};
 
-/// Most inputs end in error entries, which collect the trace, and formatting it took most of the time. So the table of rings is full
-/// before the library and the IIC layer ask for theirs; trace_fuzz is the target for rings.
+/// Most inputs end in error entries, which collect the trace, and formatting it took most of the time. So the table of
+/// rings is full before the library and the IIC layer ask for theirs; trace_fuzz is the target for rings.
 [[gnu::constructor(101)]] void leaveNoRoomForRings()
 {
     int made = 0;
@@ -117,7 +119,8 @@ void copySeeprom(const std::string& text)
 {
     tavo_deviceaddress address{};
     text.copy(static_cast<char*>(address.location),
-              sizeof address.location); // without terminator when it fills the field
+              // without terminator when it fills the field
+              sizeof address.location);
     unsigned int length = 5;
     unsigned char* data = nullptr;
     const bool fetched = good(KEST_seepromRead(address, nullptr, 3, &length, &data, hasty));

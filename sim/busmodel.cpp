@@ -39,7 +39,8 @@ bool beginsAsWaveform(int file)
     return std::ranges::any_of(keyWords, [text](std::string_view word) { return text.starts_with(word); });
 }
 
-// Opens or makes the file of a recording, and leaves its content alone. -1 with EEXIST for one that holds something else.
+// Opens or makes the file of a recording, and leaves its content alone. -1 with EEXIST for one that holds something
+// else.
 int openWaveFile(const std::string& path)
 {
     struct stat found {
@@ -57,8 +58,8 @@ int openWaveFile(const std::string& path)
     return file;
 }
 
-// Makes `text` the whole content of a file. What needs new space is written first, behind the old content: when there is
-// none, the file is left as it was, with false and `errno`.
+// Makes `text` the whole content of a file. What needs new space is written first, behind the old content: when there
+// is none, the file is left as it was, with false and `errno`.
 bool replaceBy(int file, const std::string& text)
 {
     const std::span<const std::uint8_t> bytes{reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
@@ -219,7 +220,8 @@ bool busModel::load()
         damaged = true;
         return false;
     }
-    chips.driveResetLines(state.faults); // the machine file may pull them otherwise by now
+    // the machine file may pull them otherwise by now
+    chips.driveResetLines(state.faults);
     return writePage();
 }
 
@@ -427,9 +429,11 @@ void busModel::idle(std::uint64_t nanoseconds)
     };
     if (clock != nullptr) {
         use(0);
-        clock->sleepUntil(clock->nowNs() + std::min(nanoseconds, latestTime)); // others may use the bus meanwhile
+        // others may use the bus meanwhile
+        clock->sleepUntil(clock->nowNs() + std::min(nanoseconds, latestTime));
     }
-    use(clock != nullptr ? 0 : nanoseconds); // in real time the clock has done it
+    // in real time the clock has done it
+    use(clock != nullptr ? 0 : nanoseconds);
 }
 
 void busModel::registers(std::vector<machine::registerValue>& into)
@@ -571,7 +575,8 @@ void busModel::appendWave(const std::string& text)
     }
     state.waveBytes += good ? moved : 0;
     if (wave >= 0) {
-        good = ftruncate(wave, static_cast<off_t>(state.waveBytes)) == 0 && good; // the rest of a killed process's text
+        // the rest of a killed process's text
+        good = ftruncate(wave, static_cast<off_t>(state.waveBytes)) == 0 && good;
         close(wave);
     }
     state.recording = good;

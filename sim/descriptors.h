@@ -17,7 +17,8 @@ namespace kest::sim
 /// and whatever is printed goes into it: an entry's text onto a bus. So all that is opened here or in the host platform
 /// passes through this function.
 /// @param opened  what open() and its like have just returned; owned by the function
-/// @return a descriptor of the same open file, 3 or above and close-on-exec; -1 with `errno` when `opened` is -1, EMFILE when
+/// @return a descriptor of the same open file, 3 or above and close-on-exec; -1 with `errno` when `opened` is -1,
+/// EMFILE when
 ///         no further descriptor is to be had. A signal handler may call it.
 inline int ownDescriptor(int opened)
 {
@@ -26,7 +27,8 @@ inline int ownDescriptor(int opened)
         return opened;
     }
     const int moved = fcntl(opened, F_DUPFD_CLOEXEC, firstOwn);
-    const int error = errno == EINVAL ? EMFILE : errno; // EINVAL: no number from 3 on is allowed
+    // EINVAL: no number from 3 on is allowed
+    const int error = errno == EINVAL ? EMFILE : errno;
     close(opened);
     errno = error;
     return moved;

@@ -12,7 +12,8 @@ constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
 
 bool eeprom::start(direction, busClock& clock, chipFaults&)
 {
-    deselect(); // a START takes any chip out of what it was doing
+    // a START takes any chip out of what it was doing
+    deselect();
     return clock.now >= writeDoneAt;
 }
 
@@ -33,7 +34,8 @@ bool eeprom::take(std::uint8_t byte, busClock&)
 void eeprom::latchByte(std::uint8_t byte)
 {
     const std::uint32_t column =
-        counter % type.pageBytes; // only the column counts up: a long write wraps inside its page
+        // only the column counts up: a long write wraps inside its page
+        counter % type.pageBytes;
     latch[column] = byte;
     latched.set(column);
     counter = counter - column + (column + 1) % type.pageBytes;

@@ -7,7 +7,8 @@ namespace kest::sim
 
 namespace
 {
-constexpr std::uint64_t subBusBitNs = 2500; // 400 kHz whatever the main bus's clock
+// 400 kHz whatever the main bus's clock
+constexpr std::uint64_t subBusBitNs = 2500;
 constexpr std::uint64_t longestAskingNs = 30'000'000;
 constexpr std::uint8_t nothingDriven = 0xFF;
 
@@ -16,7 +17,8 @@ void spend(busClock& clock, std::uint64_t bits) { clock.now += bits * clock.bitL
 
 bool hub922::start(direction way, busClock& clock, chipFaults& faults)
 {
-    const bool inTransaction = writing || answering != answer::nothing; // never silent from there to the STOP
+    // never silent from there to the STOP
+    const bool inTransaction = writing || answering != answer::nothing;
     const bool answers = !heldInReset && (inTransaction || !busy(clock.now));
     const bool header = writing && receivedBytes != 0;
     if (!answers) {
@@ -50,7 +52,8 @@ bool hub922::take(std::uint8_t byte, busClock&)
         received[receivedBytes] = byte;
     }
     ++receivedBytes;
-    return true; // a transfer that is too long is told by its status
+    // a transfer that is too long is told by its status
+    return true;
 }
 
 std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
@@ -60,7 +63,8 @@ std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
         busClock subBus{clock.now, subBusBitNs};
         spend(subBus, bitsOfByte);
         byte = fetching->give(subBus, faults);
-        clock.now = subBus.now; // SCL is held until the byte is there
+        // SCL is held until the byte is there
+        clock.now = subBus.now;
     } else if (!statusGiven && answering == answer::plainStatus) {
         byte = static_cast<std::uint8_t>(status);
         status = hubStatus::done;
@@ -112,7 +116,8 @@ void hub922::runCommand(chipFaults& faults)
         faults.subBusWasReset();
         resetHolds();
     } else if (!known || received[1] !=
-                             tellErrorStatus) { // that one changes nothing: the next plain read tells the status anyway
+                             // that one changes nothing: the next plain read tells the status anyway
+                             tellErrorStatus) {
         note(hubStatus::malformedCommand);
     }
     receivedBytes = 0;

@@ -79,7 +79,8 @@ private:
         commandBytes = 2,
         headerBytes = 2, // port and device address
     };
-    static constexpr std::size_t longestWrite = 256; // bytes after the hub's address
+    // bytes after the hub's address
+    static constexpr std::size_t longestWrite = 256;
 
     [[nodiscard]] bool busy(std::uint64_t now) const { return now < busyUntil; }
     [[nodiscard]] bool isCommand() const { return received[0] == command; }

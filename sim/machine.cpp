@@ -24,9 +24,11 @@ namespace
 
 constexpr auto machineFileName = "machine.toml";
 constexpr auto stateFileName = "machine.state";
-constexpr auto ownFiles = "machine."; // what the names of a machine's own files begin with
+// what the names of a machine's own files begin with
+constexpr auto ownFiles = "machine.";
 
-constexpr off_t longestTextBytes = 1 << 20; // of a machine file
+// of a machine file
+constexpr off_t longestTextBytes = 1 << 20;
 
 /// The system's monotonic clock.
 class systemClock final : public realClock
@@ -361,9 +363,11 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realCl
         throw std::system_error{error, folder.string()};
     }
     const std::string text = readText(place / machineFileName);
-    const std::scoped_lock lock{openingMutex()}; // also no fork happens while the map is made
+    // also no fork happens while the map is made
+    const std::scoped_lock lock{openingMutex()};
     static auto* const opened =
-        new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>; // outlives static objects
+        // outlives static objects
+        new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;
     auto& known = (*opened)[{place.string(), clock}];
     auto model = known.lock();
     if (model == nullptr || !model->stillStandsFor(text)) {
@@ -377,7 +381,8 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realCl
 
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime)
 {
-    static auto* const system = new systemClock; // outlives static objects
+    // outlives static objects
+    static auto* const system = new systemClock;
     return openMachine(folder, realTime ? system : nullptr);
 }
 

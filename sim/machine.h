@@ -1,7 +1,7 @@
 /// The simulated machine: a folder of buses and chips that any number of processes use at the same time.
 ///
-/// The folder holds machine.toml (buses and chips), one raw image file for each chip with memory, and a mapped state file for the
-/// volatile registers, bus times and faults. Each bus transaction holds its bus, across processes.
+/// The folder holds machine.toml (buses and chips), one raw image file for each chip with memory, and a mapped state
+/// file for the volatile registers, bus times and faults. Each bus transaction holds its bus, across processes.
 #pragma once
 
 #include <cstdint>
@@ -19,8 +19,8 @@ enum class direction : std::uint8_t {
     read
 };
 
-/// Part of a transaction. A segment whose address and direction are those of the one before it and that has `joined` set goes on
-/// without a repeated START.
+/// Part of a transaction. A segment whose address and direction are those of the one before it and that has `joined`
+/// set goes on without a repeated START.
 struct segment {
     std::uint8_t address = 0; ///< 8-bit form, even
     direction way = direction::write;

@@ -18,7 +18,8 @@ namespace kest::sim
 namespace
 {
 
-constexpr std::int64_t lowestAddress = 0x10, highestAddress = 0xEE; // the others are reserved on every bus
+// the others are reserved on every bus
+constexpr std::int64_t lowestAddress = 0x10, highestAddress = 0xEE;
 
 /// Where in the file and what is wrong.
 class reader

@@ -6,7 +6,8 @@ namespace kest::sim
 namespace
 {
 constexpr std::uint8_t autoIncrement = 0x10;
-constexpr std::uint8_t noRegister = 0xFF; // what a register number without a register reads as
+// what a register number without a register reads as
+constexpr std::uint8_t noRegister = 0xFF;
 } // namespace
 
 bool pca955x::start(direction, busClock&, chipFaults&)
@@ -21,7 +22,8 @@ bool pca955x::take(std::uint8_t byte, busClock&)
         pointer = byte;
         commandNext = false;
     } else {
-        if (current() >= portCount() && current() < type.registers) { // input registers take and ignore
+        // input registers take and ignore
+        if (current() >= portCount() && current() < type.registers) {
             registers[current()] = byte;
         }
         movePointer();
@@ -73,7 +75,8 @@ bool pca955x::level(unsigned pin, std::uint64_t now) const
     if (type.leds) {
         const selector chosen = selectorOf(pin);
         if (chosen == low || (chosen >= blink0 && blinkLow(chosen - blink0, now))) {
-            high = false; // open drain: pulls down or lets go
+            // open drain: pulls down or lets go
+            high = false;
         }
     } else if (expanderOutput(pin)) {
         high = (registers[portCount() + pin / 8] >> pin % 8 & 1) != 0;
@@ -123,10 +126,12 @@ void pca955x::powerUp()
             set(type.prescaler0 + 2 * which, 1, 0xFF);
             set(type.prescaler0 + 2 * which + 1, 1, 0x80);
         }
-        set(type.prescaler0 + 4U, 2U * portCount(), 0x55); // all LEDs off
+        // all LEDs off
+        set(type.prescaler0 + 4U, 2U * portCount(), 0x55);
     } else {
         set(portCount(), portCount(), 0xFF);
-        set(3U * portCount(), portCount(), 0xFF); // all pins inputs
+        // all pins inputs
+        set(3U * portCount(), portCount(), 0xFF);
     }
 }
 

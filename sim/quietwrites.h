@@ -8,8 +8,8 @@
 namespace kest::sim
 {
 
-/// While it lives, this thread's writes past a limit on file sizes fail with EFBIG, and do no more: the SIGXFSZ that comes with each is
-/// blocked and taken back. What the program itself does about the signal stays as it is.
+/// While it lives, this thread's writes past a limit on file sizes fail with EFBIG, and do no more: the SIGXFSZ that
+/// comes with each is blocked and taken back. What the program itself does about the signal stays as it is.
 class quietWrites
 {
 public:

@@ -14,7 +14,8 @@ enum registerNumber : std::uint8_t {
     hysteresis,
     overtemperature, // LM75's TOS, LM92's T_CRIT
     lowest, // LM92 alone
-    highest // LM92 alone
+    // LM92 alone
+    highest
 };
 enum alarmFlag : std::uint8_t {
     overTos = 1, // LM75
@@ -115,7 +116,8 @@ void sensor::state(stateFields& fields)
                      "bits of a sensor's register that never change");
     }
     pointer &= type.pointerMask;
-    compare(); // the machine file may give another temperature by now
+    // the machine file may give another temperature by now
+    compare();
 }
 
 void sensor::powerUp()

@@ -23,7 +23,8 @@ namespace
 
 constexpr std::size_t headerBytes = 4096;
 constexpr std::size_t blockHeaderBytes = 2048;
-constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 2}; // the last is the version
+// the last is the version
+constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 2};
 
 struct header {
     std::array<std::uint8_t, 8> mark{};
@@ -61,13 +62,15 @@ void writeHeader(std::uint8_t* mapped, header& written)
 // A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The
 // mutexes are taken over the fork, so that no transaction is under way then.
 struct forkRegistry {
-    std::mutex opening; // taken ahead of the other
+    // taken ahead of the other
+    std::mutex opening;
     std::mutex mutex;
     std::vector<stateFile*> files;
 
     static forkRegistry& instance()
     {
-        static auto* const registry = new forkRegistry; // never destroyed: forks happen in exit handlers, too
+        // never destroyed: forks happen in exit handlers, too
+        static auto* const registry = new forkRegistry;
         return *registry;
     }
     static void prepare()
@@ -282,7 +285,8 @@ void stateFile::renew(std::uint64_t layoutMark)
         fail(path, "state file");
     }
     if (const int trouble = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeBytes));
-        trouble != 0) { // a full disk shows now; the next process meets no file with holes in it
+        // a full disk shows now; the next process meets no file with holes in it
+        trouble != 0) {
         static_cast<void>(ftruncate(descriptor, 0));
         errno = trouble;
         fail(path, "state file");

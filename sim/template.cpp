@@ -156,7 +156,8 @@ void writeDemoMachine(const std::filesystem::path& folder,
         }
     }
     writeNew(machineFile, demoMachineText,
-             std::string_view{demoMachineText}.size()); // last: a folder without it is no machine
+             // last: a folder without it is no machine
+             std::string_view{demoMachineText}.size());
 }
 
 } // namespace kest::sim

@@ -34,7 +34,8 @@ std::optional<found> checkHeader(std::string_view line)
 std::optional<found> checkLine(std::string_view line)
 {
     std::optional<found> trouble = checkHeader(line);
-    char quote = 0; // of the string we are in
+    // of the string we are in
+    char quote = 0;
     for (std::size_t i = 0; !trouble && i < line.size() && (quote != 0 || line[i] != '#'); ++i) {
         const char c = line[i];
         if (static_cast<unsigned char>(c) >= 0x80) {

@@ -104,7 +104,8 @@ bool transaction::addressStruck(const segment& part)
     bool struck = holdLine(part, 0);
     if (!struck && faults.strikes(faultKind::arbitration, part, 0) != nullptr) {
         lines.start();
-        lines.byte(0, false); // the other one's
+        // the other one's
+        lines.byte(0, false);
         struck = !fail(outcome::arbitrationLost, ending::dropped);
     }
     return struck;
@@ -187,7 +188,8 @@ bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
         const bool hub = chips.findHub(part.address) != nullptr;
         const auto* corrupt = safe ? nullptr : faults.strikes(faultKind::corrupt, part, byteNumber);
         const auto changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
-        if (changed != 0 || !hub || byteNumber != 0) { // a hub's trouble is never told as status 0
+        // a hub's trouble is never told as status 0
+        if (changed != 0 || !hub || byteNumber != 0) {
             byte = changed;
         }
         lines.byte(byte, more);

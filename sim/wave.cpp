@@ -5,7 +5,8 @@ namespace kest::sim
 
 namespace
 {
-constexpr char signs[2] = {'!', '"'}; // SCL, SDA
+// SCL, SDA
+constexpr char signs[2] = {'!', '"'};
 
 std::string value(bool level, int line) { return std::string{level ? '1' : '0'} + signs[line] + '\n'; }
 } // namespace

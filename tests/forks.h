@@ -1,4 +1,5 @@
-/// Forks beside another thread that uses something for the first time in its process: what it was making must not stay half made in the child.
+/// Forks beside another thread that uses something for the first time in its process: what it was making must not stay
+/// half made in the child.
 #pragma once
 
 #include <chrono>
@@ -12,9 +13,11 @@
 namespace kest::test
 {
 
-constexpr unsigned int hangSeconds = 20; // ends a child that waits for what nobody gives back
+// ends a child that waits for what nobody gives back
+constexpr unsigned int hangSeconds = 20;
 
-/// A process in which a thread does `work` while another forks after `delay`. Ends with 0 when the child of that fork can do the same.
+/// A process in which a thread does `work` while another forks after `delay`. Ends with 0 when the child of that fork
+/// can do the same.
 [[noreturn]] inline void forkDuringFirstUse(const std::function<bool()>& work, std::chrono::microseconds delay)
 {
     std::thread first([&work] { work(); });
@@ -24,7 +27,8 @@ constexpr unsigned int hangSeconds = 20; // ends a child that waits for what nob
     const pid_t child = fork();
     if (child == 0) {
         alarm(hangSeconds);
-        if (work()) { // Then it ends abruptly: the thread sanitizer would miss the other thread in it.
+        // Then it ends abruptly: the thread sanitizer would miss the other thread in it.
+        if (work()) {
             raise(SIGKILL);
         }
         _exit(1);
@@ -35,13 +39,15 @@ constexpr unsigned int hangSeconds = 20; // ends a child that waits for what nob
     _exit(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL ? 0 : 1);
 }
 
-/// Does so in one fresh process after another, from the thread's start to some milliseconds later. The caller must not have used it before.
+/// Does so in one fresh process after another, from the thread's start to some milliseconds later. The caller must not
+/// have used it before.
 /// @return how many of the children could not do the work
 inline int failedBesideFirstUse(const std::function<bool()>& work)
 {
     constexpr int rounds = 60;
     int failed = 0;
-    // What the C++ library does once in a process that has threads is not what is looked at: the thread sanitizer's pthread_once() knows no forks.
+    // What the C++ library does once in a process that has threads is not what is looked at: the thread sanitizer's
+    // pthread_once() knows no forks.
     std::thread([] { std::locale(); }).join();
     for (int round = 0; round < rounds && failed == 0; ++round) {
         const pid_t fresh = fork();

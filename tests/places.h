@@ -1,4 +1,5 @@
-/// Where the build is. Defined in places.cpp, the only file that is compiled with paths: compiler caches serve every clone.
+/// Where the build is. Defined in places.cpp, the only file that is compiled with paths: compiler caches serve every
+/// clone.
 #pragma once
 
 namespace kest::tests

@@ -24,9 +24,9 @@ constexpr bool underSanitizer = false;
 
 } // namespace kest::test
 
-/// Skips a test that forks while another thread allocates. The C library's allocator and the thread sanitizer's are ready for that; the
-/// address sanitizer's (GCC 12, LLVM 14) leaves a mutex locked in the child when the other thread was refilling its stock of blocks, and
-/// the child's next allocation waits for it for ever.
+/// Skips a test that forks while another thread allocates. The C library's allocator and the thread sanitizer's are
+/// ready for that; the address sanitizer's (GCC 12, LLVM 14) leaves a mutex locked in the child when the other thread
+/// was refilling its stock of blocks, and the child's next allocation waits for it for ever.
 #ifdef KEST_ADDRESS_SANITIZER
 #define KEST_SKIP_FORK_OF_BUSY_THREADS()                                                                               \
     GTEST_SKIP() << "the address sanitizer's allocator can stay locked in the child"

@@ -57,7 +57,8 @@ constexpr int KEST_ATTR_COUNT = 6;
 /// Appends one node, allocated with `new`, to the list at `*list` (null: an empty list). A null `list` is ignored.
 void KEST_addDevAddress(unsigned char address, kest_deviceType type, unsigned char port, kest_deviceAddress** list);
 
-/// Removes and deletes the last node, or with `all` every node; an emptied `*list` becomes null. Null or empty is ignored.
+/// Removes and deletes the last node, or with `all` every node; an emptied `*list` becomes null. Null or empty is
+/// ignored.
 void KEST_deleteDevAddress(kest_deviceAddress** list, bool all);
 
 /// Copies a list into one array whose elements link to one another.
@@ -73,8 +74,9 @@ kest_deviceAddress* KEST_unflattenAddressList(const kest_deviceAddress* flat);
 void KEST_reflattenAddressList(kest_deviceAddress* flat);
 
 /// Checks a chain: at most three nodes, hubs first, exactly one end device, last.
-/// @return 0 when valid; 0xAC0001 no list, 0xAC0002 more than three nodes, 0xAC0003 unknown type, 0xAC0004 end device ahead of a
-/// hub, 0xAC0005 end device ahead of an end device, 0xAC0006 forbidden hub behind a hub, 0xAC0007 chain ends in a hub.
+/// @return 0 when valid; 0xAC0001 no list, 0xAC0002 more than three nodes, 0xAC0003 unknown type, 0xAC0004 end device
+/// ahead of a hub, 0xAC0005 end device ahead of an end device, 0xAC0006 forbidden hub behind a hub, 0xAC0007 chain ends
+/// in a hub.
 std::uint32_t kest_checkAddressList(const kest_deviceAddress* list);
 
 /// Sets one attribute; the value 0 restores its default.

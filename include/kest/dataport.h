@@ -20,8 +20,8 @@ enum kest_dpConfig : std::uint32_t {
     KEST_DP_CONFIG_POLARITY1 = 7,
 };
 
-/// The change applied to the selected pins. On an LED driver it sets a pin's two selector bits; on an expander, where only the
-/// low bit exists, 0 and 3 drive the output to 0, 1 and 4 to 1.
+/// The change applied to the selected pins. On an LED driver it sets a pin's two selector bits; on an expander, where
+/// only the low bit exists, 0 and 3 drive the output to 0, 1 and 4 to 1.
 enum kest_dpOperation : std::uint32_t {
     KEST_DP_SELECT_00 = 0, ///< LED on (output low)
     KEST_DP_SELECT_01 = 1, ///< LED off (output high impedance)
@@ -30,14 +30,16 @@ enum kest_dpOperation : std::uint32_t {
     KEST_DP_SELECT_11 = 4, ///< LED blinks at rate 1
 };
 
-/// Configures a device: pin directions (config 0 and 1, `value` = pin bits) or one raw register (2 to 7, `value` = its low byte).
+/// Configures a device: pin directions (config 0 and 1, `value` = pin bits) or one raw register (2 to 7, `value` = its
+/// low byte).
 /// @param address     device text
 /// @param attributes  six values; null takes the defaults
 /// @return null on success (also for a device type that is not served), else an entry that the caller owns.
 ErrlEntry* KEST_dpConfig(const char* address, kest_dpConfig config, unsigned int value,
                          const kest_attributeValue* attributes);
 
-/// Changes outputs: reads the output or selector registers, applies `operation` to the pins, writes them back, under the device's lock.
+/// Changes outputs: reads the output or selector registers, applies `operation` to the pins, writes them back, under
+/// the device's lock.
 /// @param bits    pins, bit 0 = pin 0 (for KEST_DP_COPY: the levels)
 /// @param mask    for KEST_DP_COPY: which pins take their level from `bits`
 /// @param unused  accepted, not used

@@ -43,7 +43,8 @@ constexpr routine generalConfigRoutine{"GeneralConfig", 35};
 constexpr routine rawConfigRoutine{"RawConfig", 36};
 constexpr routine hubResetRoutine{"Write_922Hub_Reset", 37};
 
-/// The registers that hold one function's bits, lowest pins first. 0x10 in a register byte lets the chip step through them.
+/// The registers that hold one function's bits, lowest pins first. 0x10 in a register byte lets the chip step through
+/// them.
 struct registerRange {
     kest_deviceType type;
     std::uint8_t first;
@@ -82,7 +83,8 @@ std::uint8_t rawRegister(kest_deviceType type, kest_dpConfig config)
 
 constexpr bool isLedDriver(kest_deviceType type) { return type == KEST_DEV_9551 || type == KEST_DEV_9552; }
 
-/// Output state of up to 16 pins. An LED driver has a selector of two bits a pin, here apart; an expander only the low one.
+/// Output state of up to 16 pins. An LED driver has a selector of two bits a pin, here apart; an expander only the low
+/// one.
 struct pinMasks {
     std::uint32_t low;
     std::uint32_t high;
@@ -115,7 +117,8 @@ std::uint32_t setOrClear(std::uint32_t value, std::uint32_t bits, bool set)
 
 pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask)
 {
-    switch (operation) { // what the enumeration does not know changes nothing
+    // what the enumeration does not know changes nothing
+    switch (operation) {
     case KEST_DP_COPY:
         pins.low = (pins.low & ~mask) | (bits & mask);
         break;
@@ -173,7 +176,8 @@ bool refuseMissing(portRun& run, const void* pointer, int line = __builtin_LINE(
     return false;
 }
 
-/// @return the registers of the request's type. An unlisted type is reported, and served with register 0 and no data, on purpose.
+/// @return the registers of the request's type. An unlisted type is reported, and served with register 0 and no data,
+/// on purpose.
 registerRange findRegisters(portRun& run, std::span<const registerRange> ranges)
 {
     const auto found = std::ranges::find(ranges, run.request.deviceType, &registerRange::type);
@@ -409,7 +413,8 @@ ErrlEntry* Write_922Hub_Reset(const Dp955xRequest* request, kest_dpOperation ope
     if (linkDevice(run) && sendBlock(run)) {
         changeOutputs(run, operation, bits, mask);
     }
-    return cleanUp(run); // neither opened nor locked here: frees what this call made, and logs
+    // neither opened nor locked here: frees what this call made, and logs
+    return cleanUp(run);
 }
 
 } // namespace kest

@@ -1,7 +1,9 @@
-/// One data port request on a register device: outputs, inputs, pin directions, raw registers, and the pulse on a hub's reset pin.
+/// One data port request on a register device: outputs, inputs, pin directions, raw registers, and the pulse on a hub's
+/// reset pin.
 ///
-/// The routines answer null on success, else an entry that the caller owns. They release the device's lock and close it whatever
-/// happens; the first failure is the one returned, later ones of the clean-up are committed with action 0x4000.
+/// The routines answer null on success, else an entry that the caller owns. They release the device's lock and close it
+/// whatever happens; the first failure is the one returned, later ones of the clean-up are committed with action
+/// 0x4000.
 ///
 /// A step goes by the entry alone. One that failed with EDEADLK, which is committed at once with action 0x2000, and one
 /// that the error log had no memory for have left none: the routine goes on as if it had succeeded. A register that
@@ -57,8 +59,8 @@ struct Dp955xRequest {
 ErrlEntry* Write(const Dp955xRequest* request, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask);
 
 /// Reads the input registers.
-/// @param[out] value  the levels under `mask`, pin 0 in bit 0; for the 16-bit input devices the first byte read in the high half.
-/// Left alone when the first register was not read.
+/// @param[out] value  the levels under `mask`, pin 0 in bit 0; for the 16-bit input devices the first byte read in the
+/// high half. Left alone when the first register was not read.
 ErrlEntry* Read(const Dp955xRequest* request, std::uint32_t mask, std::uint32_t* value);
 
 /// Sets pin directions. The LED drivers have none: nothing is done.
@@ -68,7 +70,8 @@ ErrlEntry* GeneralConfig(const Dp955xRequest* request, kest_dpConfig config, std
 /// Writes the low byte of `value` to a prescaler, duty-cycle or polarity register.
 ErrlEntry* RawConfig(const Dp955xRequest* request, kest_dpConfig config, std::uint32_t value);
 
-/// Write() on a device that is open already, without taking its lock: the caller holds that of the hub behind the reset pin.
+/// Write() on a device that is open already, without taking its lock: the caller holds that of the hub behind the reset
+/// pin.
 ErrlEntry* Write_922Hub_Reset(const Dp955xRequest* request, kest_dpOperation operation, std::uint32_t bits,
                               std::uint32_t mask, mern_t* handle);
 

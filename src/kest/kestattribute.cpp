@@ -39,7 +39,8 @@ constexpr std::array<seepromType, 6> seepromTypes{{
     {KEST_DEV_SEEPROM_2K, 8},
 }};
 static_assert(std::ranges::all_of(seepromTypes, [](const seepromType& row) {
-    return row.pageSize != 0 && (row.pageSize & (row.pageSize - 1)) == 0; // what the layer takes for a page
+    // what the layer takes for a page
+    return row.pageSize != 0 && (row.pageSize & (row.pageSize - 1)) == 0;
 }));
 
 constexpr std::array otherEndDevices{KEST_DEV_9551, KEST_DEV_9552, KEST_DEV_9554, KEST_DEV_9555,
@@ -113,7 +114,8 @@ void KEST_addDevAddress(unsigned char address, kest_deviceType type, unsigned ch
     if (list != nullptr) {
         auto* const node = new (std::nothrow) kest_deviceAddress;
         if (node != nullptr) {
-            std::memset(static_cast<void*>(node), 0, sizeof *node); // padding, too, which an initialiser may leave out
+            // padding, too, which an initialiser may leave out
+            std::memset(static_cast<void*>(node), 0, sizeof *node);
             node->address = address;
             node->type = type;
             node->port = port;
@@ -131,7 +133,8 @@ void KEST_deleteDevAddress(kest_deviceAddress** list, bool all)
         while (!all && (*list)->next != nullptr) {
             list = &(*list)->next;
         }
-        while (*list != nullptr) { // the last node, or from the first on: long lists need not be walked once a node
+        // the last node, or from the first on: long lists need not be walked once a node
+        while (*list != nullptr) {
             kest_deviceAddress* const node = *list;
             *list = node->next;
             delete node;
@@ -146,7 +149,8 @@ kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsi
     kest_deviceAddress* flat = length == 0 ? nullptr : new (std::nothrow) kest_deviceAddress[length];
     if (flat != nullptr) {
         std::memset(static_cast<void*>(flat), 0,
-                    bytes); // padding, too: messages and error logs take the array as it is
+                    // padding, too: messages and error logs take the array as it is
+                    bytes);
     }
     for (std::size_t i = 0; flat != nullptr && i < length; ++i, list = list->next) {
         flat[i].address = list->address;
@@ -171,7 +175,8 @@ kest_deviceAddress* KEST_unflattenAddressList(const kest_deviceAddress* flat)
         end = made ? &(*end)->next : end;
     }
     if (!made) {
-        KEST_deleteDevAddress(&list, true); // no memory: a chain with a node left out would lead to another device
+        // no memory: a chain with a node left out would lead to another device
+        KEST_deleteDevAddress(&list, true);
     }
     return list;
 }
@@ -203,7 +208,8 @@ ErrlEntry* KEST_setAttribute(kest_attribute id, kest_attributeValue value, kest_
     const traceScope scope(name);
     kest_errorDetails details{};
     ErrlEntry* entry = nullptr;
-    const auto index = static_cast<std::uint32_t>(id); // a negative one becomes too big
+    // a negative one becomes too big
+    const auto index = static_cast<std::uint32_t>(id);
     if (record == nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("no attribute record"), " %s", __LINE__, 0, name);
         kest_describeFailure(details, setModule, 0x132B);

@@ -31,7 +31,8 @@ struct portFunction {
 };
 constexpr portFunction readFunction{"KEST_dpRead", 2, inputTypes, false};
 constexpr portFunction writeFunction{"KEST_dpWrite", 3, outputTypes, false};
-constexpr portFunction configFunction{"KEST_dpConfig", 4, outputTypes, true}; // unlike the others, on purpose
+// unlike the others, on purpose
+constexpr portFunction configFunction{"KEST_dpConfig", 4, outputTypes, true};
 constexpr portFunction hubResetFunction{"kest_dp_922HUB_reset", 34, {}, true};
 
 /// One call: the device that the text names and what is known of its failure.
@@ -45,7 +46,8 @@ struct portCall {
 
 bool parseAddress(portCall& call)
 {
-    const bool given = call.address != nullptr; // else it is read like an empty text
+    // else it is read like an empty text
+    const bool given = call.address != nullptr;
     const std::unique_ptr<char[]> rest{kest_miscConvertTokensToAddress(&call.info, given ? call.address : "")};
     if (rest) {
         trace_wobu_write_all(kest_trace, traceHash("device text not understood"), " %s,%s", __LINE__, 0, call.self.name,

@@ -107,7 +107,8 @@ void reportAbsent(detection& run)
     kest_requestSrc(run.details, detectModule, 0x130A, EPUB_SUBSYSTEM_IIC_DEVICE, stateAbsent);
     attachText(run);
     kest_addCallout(run.details);
-    kest_setReturnCode(run.details, 0x80001311); // not that of the reason, on purpose
+    // not that of the reason, on purpose
+    kest_setReturnCode(run.details, 0x80001311);
 }
 
 void reportDoubtful(detection& run, std::uint32_t state)
@@ -130,7 +131,8 @@ void reportDoubtful(detection& run, std::uint32_t state)
 
 void probe(detection& run)
 {
-    std::uint32_t state = stateAbsent; // a failure that was committed below must not read as present
+    // a failure that was committed below must not read as present
+    std::uint32_t state = stateAbsent;
     kest_wobuConfig(run.handle, run.entry, kest_configRead, WOBU_IIC_DETECT_STATE, &state, sizeof state);
     if (passed(run, 333, 338) && state != statePresent) {
         if (state == stateAbsent) {

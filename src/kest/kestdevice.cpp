@@ -195,7 +195,8 @@ void reportUnknownNode(const kest_deviceAddress& node)
     trace_wobu_write_all(kest_trace, traceHash("no device object for this type"), " %s", __LINE__, 0,
                          "buildDeviceLink");
     kest_describeFailure(details, linkModule, 0x132E, __LINE__, node.type);
-    kest_setReturnCode(details, 0x800013FF); // not made from the reason, on purpose
+    // not made from the reason, on purpose
+    kest_setReturnCode(details, 0x800013FF);
     details.commitEntry = 1;
     details.commitAction = ERRL_ACTION_REPORT;
     kest_logError(entry, &details, sourceId);
@@ -215,7 +216,8 @@ void buildDeviceLink(const kest_deviceAddress* node, EdalDevice** device, EdalDe
             deepest = deepest->next;
         }
         if (std::ranges::count(registerDevices, deepest->type) != 0) {
-            delete *device; // only the device nearest the bus master is kept
+            // only the device nearest the bus master is kept
+            delete *device;
             *device = new (std::nothrow) GenericEdalDevice(deepest->address);
         } else if (std::ranges::count(hubs, deepest->type) == 0) {
             reportUnknownNode(*deepest);

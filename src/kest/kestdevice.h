@@ -1,8 +1,8 @@
 /// Register devices at the end of an IIC path, and the operations that are run on them.
 ///
-/// One call's use: buildDeviceLink(), open, lockDevice(), for each operation setOperation(), doOperation(), setOperation(null), then
-/// unlockDevice(), close, deleteDeviceLink(). Every function that answers an `ErrlEntry*` answers null on success, else an entry
-/// that the caller owns.
+/// One call's use: buildDeviceLink(), open, lockDevice(), for each operation setOperation(), doOperation(),
+/// setOperation(null), then unlockDevice(), close, deleteDeviceLink(). Every function that answers an `ErrlEntry*`
+/// answers null on success, else an entry that the caller owns.
 #pragma once
 
 #include <cstdint>
@@ -89,8 +89,8 @@ public:
     virtual ErrlEntry* readOperation(mern_t handle);
 };
 
-/// Makes the device object of a chain: that of its end device nearest the bus master. A node that is neither a hub nor a register device
-/// is reported in an entry of its own, committed with action 0x2000.
+/// Makes the device object of a chain: that of its end device nearest the bus master. A node that is neither a hub nor
+/// a register device is reported in an entry of its own, committed with action 0x2000.
 /// @param[out] device  to free with deleteDeviceLink(); null when the chain has no such device or there is no memory
 /// @param[out] second  null
 void buildDeviceLink(const kest_deviceAddress* node, EdalDevice** device, EdalDevice** second);

@@ -20,7 +20,8 @@ namespace
 
 constexpr char traceName[] = "kest";
 constexpr char driverName[] = "IIC"; ///< the IIC driver's own buffer
-constexpr unsigned int traceBytes = 8092; // not 8192
+// not 8192
+constexpr unsigned int traceBytes = 8092;
 constexpr unsigned int collectedBytes = 500; ///< of each trace buffer, for each SRC
 constexpr unsigned int collectedAtEnd = 250; ///< for a secondary failure
 constexpr std::uint8_t detailsVersion = 1;
@@ -53,7 +54,8 @@ void addSrc(ErrlEntry*& entry, const kest_errorDetails& details, const char* sou
                       low16(details.reasonCode), details.userData1, details.userData2, details.userData3,
                       details.userData4, details.subsystem);
     }
-    if (entry != nullptr) { // null: the log has no memory for it
+    // null: the log has no memory for it
+    if (entry != nullptr) {
         entry->CollectTrace(traceName, collectedBytes);
         if (sourceId != nullptr) {
             entry->addUsrDtls(sourceId, static_cast<unsigned short>(std::strlen(sourceId)), kest_component,

@@ -1,7 +1,7 @@
 /// The error-details record, and the one way from a failure to an error log entry.
 ///
-/// The pattern of every function that can fail: an empty record at entry; at the point of failure a trace and the description of what
-/// failed; at the single exit kest_logError(), which does nothing for a record without flags.
+/// The pattern of every function that can fail: an empty record at entry; at the point of failure a trace and the
+/// description of what failed; at the single exit kest_logError(), which does nothing for a record without flags.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,8 @@ namespace kest
 
 constexpr std::uint16_t kest_component = 0x1300; ///< who logs, on every call of the error log
 
-/// What a failing function knows. Value-initialise it: every flag starts cleared. kest_logError() clears each flag once its item is added.
+/// What a failing function knows. Value-initialise it: every flag starts cleared. kest_logError() clears each flag once
+/// its item is added.
 struct kest_errorDetails {
     std::uint8_t logSrc; ///< create the entry, or add an SRC, from the next eight fields
     std::uint8_t commitEntry; ///< after all else commit the entry with `commitAction` and delete it
@@ -54,8 +55,9 @@ struct kest_errorDetails {
     srciPriority fruCalloutPriority;
 };
 
-/// Turns the record into calls on the error log: creates the entry or extends it, adds the items whose flags are set, and commits and
-/// deletes it when asked to. Without an entry and without `logSrc` nothing else of the record is looked at.
+/// Turns the record into calls on the error log: creates the entry or extends it, adds the items whose flags are set,
+/// and commits and deletes it when asked to. Without an entry and without `logSrc` nothing else of the record is looked
+/// at.
 /// @param[in,out] entry  the request's entry, null while nothing has failed
 /// @param sourceId       the source unit's identification, added to each SRC; null adds none
 void kest_logError(ErrlEntry*& entry, kest_errorDetails* details, const char* sourceId);
@@ -95,19 +97,21 @@ constexpr std::uint8_t kest_dtlsDevicePath = 5;
 constexpr std::uint8_t kest_dtlsFfdc = 6; ///< the IIC layer's first-failure data
 constexpr std::uint8_t kest_dtlsDeviceText = 7;
 
-/// errno values of argument and software faults: EINTR, EBADF, EFAULT, ENODEV, EINVAL, ENOSYS. They are blamed on software (0x81)
-/// and carry the class bit 0x80000000 in the return code; any other is the device's (0x55), without a class bit.
+/// errno values of argument and software faults: EINTR, EBADF, EFAULT, ENODEV, EINVAL, ENOSYS. They are blamed on
+/// software (0x81) and carry the class bit 0x80000000 in the return code; any other is the device's (0x55), without a
+/// class bit.
 bool kest_isSoftwareErrno(int error);
 
-/// @return the user data word 1 of the entry's first SRC (the word at index 4 of its hex data), which is the `errno` of a failed
-/// transfer; nothing when the entry is null, has no SRC, or the SRC has fewer than five words.
+/// @return the user data word 1 of the entry's first SRC (the word at index 4 of its hex data), which is the `errno` of
+/// a failed transfer; nothing when the entry is null, has no SRC, or the SRC has fewer than five words.
 std::optional<std::uint32_t> kest_failedErrno(const ErrlEntry* entry);
 
-/// Disposes of a failure that must not reach the caller: collects 250 bytes of the trace buffer "kest" into the entry, commits it
-/// with action 0x4000, deletes it and sets it to null. Null is ignored.
+/// Disposes of a failure that must not reach the caller: collects 250 bytes of the trace buffer "kest" into the entry,
+/// commits it with action 0x4000, deletes it and sets it to null. Null is ignored.
 void kest_commitSecondary(ErrlEntry*& entry);
 
-/// Moves an entry into a new one and deletes the old one. Without memory for a new one the old one itself is handed over.
+/// Moves an entry into a new one and deletes the old one. Without memory for a new one the old one itself is handed
+/// over.
 /// @param[in,out] from  not null; null afterwards
 /// @return the entry, the caller's
 ErrlEntry* kest_takeOver(ErrlEntry*& from);

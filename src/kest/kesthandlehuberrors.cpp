@@ -110,7 +110,8 @@ void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
                                  status);
             kest_requestSrc(details, resetModule, 0x1321, EPUB_SUBSYSTEM_IIC_DEVICE, status);
             kest_addCallout(details);
-            kest_setReturnCode(details, 0x0000131F); // neither a prefix nor the reason's number, on purpose
+            // neither a prefix nor the reason's number, on purpose
+            kest_setReturnCode(details, 0x0000131F);
         }
     }
     kest_logError(errl, &details, sourceId);
@@ -128,7 +129,8 @@ struct statusRule {
     epubSubSystem subsystem;
     std::uint32_t returnCode;
 };
-// The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is `afterRepeat`.
+// The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is
+// `afterRepeat`.
 constexpr std::array<statusRule, 6> statusRules{{
     {1, 0xC73070B1, 180, 0x1319, EPUB_SUBSYSTEM_SOFTWARE, 0x00101319},
     {2, 0xAE369C6A, 212, 0x131A, EPUB_SUBSYSTEM_IIC_DEVICE, 0x4000131A},

@@ -165,7 +165,8 @@ bool passed(hubTransfer& transfer, std::uint32_t line)
 bool allocateBuffer(hubTransfer& transfer, unsigned int extra)
 {
     const unsigned int bytes = transfer.size + extra;
-    if (bytes >= extra) { // else the sum has wrapped
+    // else the sum has wrapped
+    if (bytes >= extra) {
         transfer.buffer.reset(new (std::nothrow) std::uint8_t[bytes]());
     }
     if (!transfer.buffer) {
@@ -231,7 +232,8 @@ void checkHub(hubTransfer& transfer, int direction, ErrlEntry*& errl)
     kest_checkAndHandle922HubErr(transfer.handle, errl, &transfer.size, direction, &transfer.subBusReset, transfer.path,
                                  transfer.hub()->address, &transfer.block, transfer.buffer.get(), transfer.position);
     if (errl == nullptr) {
-        transfer.size = std::min(transfer.size, size); // whatever a failure that was committed below left there
+        // whatever a failure that was committed below left there
+        transfer.size = std::min(transfer.size, size);
     }
 }
 
@@ -252,8 +254,8 @@ void writeThroughHub(hubTransfer& transfer, const void* data)
     }
 }
 
-/// A hub that does not answer is reset. One that answered with an error of its own may have recovered, and the read been repeated with
-/// success: its data stay in the transfer's buffer.
+/// A hub that does not answer is reset. One that answered with an error of its own may have recovered, and the read
+/// been repeated with success: its data stay in the transfer's buffer.
 void handleFailedRead(hubTransfer& transfer, unsigned int asked)
 {
     trace_wobu_write_all(kest_trace, traceHash("read through a hub failed"), " %s", 392, 0, "kest_922HubSupport");
@@ -359,7 +361,8 @@ void kest_922HubQueryErrStatus(mern_t handle, unsigned int hubAddress, ErrlEntry
         kest_wobuRead(handle, errl, &length, &status, 0);
         kest_resetSilentHub(errl, path, handle, hubAddress);
     }
-    if (status != 0) { // 15: the hub has just come out of reset
+    // 15: the hub has just come out of reset
+    if (status != 0) {
         kest_setReturnCode(details,
                            (status == 15 ? 0x00100000U : 0x10000000U) | (errl != nullptr ? errl->getRC() : 0U));
     }
@@ -444,7 +447,8 @@ void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary,
         delete secondary;
         secondary = nullptr;
     } else if (subBusReset != 0) {
-        delete primary; // the repeat after the sub-bus reset worked
+        // the repeat after the sub-bus reset worked
+        delete primary;
         primary = nullptr;
     } else {
         trace_wobu_write_all(kest_trace, traceHash("hub without further error"), " %s", 1125, 0, name);
@@ -454,7 +458,8 @@ void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary,
 namespace
 {
 
-/// Copies the next token and a comma, and moves both pointers behind them. @return whether there was one; an empty one does not count
+/// Copies the next token and a comma, and moves both pointers behind them. @return whether there was one; an empty one
+/// does not count
 bool copyToken(const char*& path, char*& out)
 {
     path += std::strspn(path, ",");
@@ -486,7 +491,8 @@ void kest_build922HubResetPath(const char* path, char* out, unsigned char hubAdd
     if (copyToken(path, out) && copyToken(path, out)) {
         out = std::ranges::copy(expanderOf(hubAddress), out).out;
     }
-    *out = '\0'; // the text of a short path ends behind the zeroed bytes
+    // the text of a short path ends behind the zeroed bytes
+    *out = '\0';
 }
 
 } // namespace kest

@@ -30,14 +30,16 @@ void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* a
 
 /// @param device          its chain is valid and begins with the hub
 /// @param operation       1 writes, 0 reads; any other does nothing
-/// @param[in,out] length  bytes to move; bytes moved. A read that succeeds only on its repeat can say one more than asked.
+/// @param[in,out] length  bytes to move; bytes moved. A read that succeeds only on its repeat can say one more than
+/// asked.
 /// @param data            the caller's buffer, of at least `*length` bytes
 /// @param path            the device text, for logging and the hub's reset
 void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int operation, void** data, unsigned int offset,
                         const kest_attributeValue* attributes, ErrlEntry*& errl, const char* path);
 void kest_922HubQueryErrStatus(mern_t handle, unsigned int hubAddress, ErrlEntry*& errl, const char* path);
 void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, unsigned int hubAddress);
-/// Resets the hub when the entry says that it did not acknowledge its address (ENXIO); else, or without an entry, does nothing.
+/// Resets the hub when the entry says that it did not acknowledge its address (ENXIO); else, or without an entry, does
+/// nothing.
 void kest_resetSilentHub(ErrlEntry*& errl, const char* path, mern_t handle, unsigned int hubAddress);
 void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary, unsigned char subBusReset);
 /// Bytes that a reset path takes beyond `strlen(path)`, at most: a token without its comma gets one, then come

@@ -66,7 +66,8 @@ public:
     {
         m_end = m_copy.get();
         if (!m_copy) {
-            m_copy.reset(copyText("")); // a failure needs a copy to tell it
+            // a failure needs a copy to tell it
+            m_copy.reset(copyText(""));
         }
     }
 
@@ -139,7 +140,8 @@ bool takeLink(tokenScanner& tokens, const char* token, kest_deviceAddress** end)
     if (taken) {
         KEST_addDevAddress(address, type, port, end);
     }
-    return taken && *end != nullptr; // a link left out for want of memory would name another device
+    // a link left out for want of memory would name another device
+    return taken && *end != nullptr;
 }
 
 bool takeLinks(tokenScanner& tokens, kest_deviceAddress** list)
@@ -249,7 +251,8 @@ void kest_miscExtractFFDCAndUnlock(ErrlEntry*& entry, mern_t& handle)
         kest_attachSoftwareError(details, unlockEnd, captureModule, siteUnlockFailed);
         kest_logError(entry, &details, sourceId);
     }
-    if (size != 0 && entry != nullptr) { // without an entry the layer's data stay where they are, deliberately
+    // without an entry the layer's data stay where they are, deliberately
+    if (size != 0 && entry != nullptr) {
         attachFfdc(details, data, size);
     }
     kest_logError(entry, &details, sourceId);

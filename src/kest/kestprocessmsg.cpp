@@ -103,7 +103,8 @@ ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char**
     return entry;
 }
 
-/// Traces and describes a payload that ends too early. The size it should have had may need more than the 32 bits reported.
+/// Traces and describes a payload that ends too early. The size it should have had may need more than the 32 bits
+/// reported.
 void reportShort(const NetcMessage& request, std::uint32_t reason, std::uint64_t bytesNeeded,
                  kest_errorDetails& details)
 {
@@ -154,7 +155,8 @@ ErrlEntry* serveSeeprom(NetcMessage& reply, seepromRequest& record, kest_errorDe
     ErrlEntry* entry = nullptr;
     if (reply.type == typeWrite) {
         entry = KEST_seepromWrite(record.device, nullptr, record.offset, &record.length, record.data, nullptr);
-        reply.replyFlags = flagServed | flagWritten; // also for a write that failed
+        // also for a write that failed
+        reply.replyFlags = flagServed | flagWritten;
     } else {
         entry = KEST_seepromRead(record.device, nullptr, record.offset, &record.length, &record.data, nullptr);
         if (entry == nullptr) {
@@ -167,7 +169,8 @@ ErrlEntry* serveSeeprom(NetcMessage& reply, seepromRequest& record, kest_errorDe
 /// Whether the type is served and the payload holds the type's fixed head.
 bool checkHead(const NetcMessage& request, kest_errorDetails& details)
 {
-    const unsigned int index = unsigned{request.type} - typeRead; // types below wrap to large values
+    // types below wrap to large values
+    const unsigned int index = unsigned{request.type} - typeRead;
     const unsigned int size = request.dataSize();
     bool good = false;
     if (index >= typeCount) {

@@ -99,7 +99,8 @@ ErrlEntry* readInMode(const tavo_deviceaddress& address, unsigned int offset, un
         entry = readCopy(address.number, offset, length, data, mode, details);
     }
     if (entry == nullptr && (mode == kest_modeHardware || (mode == kest_modeMixed && *length == 0))) {
-        if (*data != nullptr) { // the copy's reader left an empty buffer
+        // the copy's reader left an empty buffer
+        if (*data != nullptr) {
             freeBuffer(*data);
             *data = nullptr;
         }

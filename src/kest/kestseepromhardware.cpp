@@ -58,7 +58,8 @@ public:
     const char* text() const { return m_text; }
 
 private:
-    char m_copy[sizeof(tavo_deviceaddress::location) + 1]; // left unset unless it is needed
+    // left unset unless it is needed
+    char m_copy[sizeof(tavo_deviceaddress::location) + 1];
     const char* m_text;
 };
 
@@ -222,7 +223,8 @@ void writeDevice(seepromTransfer& transfer, void* data)
         kest_wobuWrite(transfer.handle, transfer.error, &transfer.lengthMoved, data);
         retryTimeout(transfer, data);
         if (transfer.error == nullptr) {
-            usleep(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000); // the last page's write cycle, ms to us
+            // the last page's write cycle, ms to us
+            usleep(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000);
         }
     }
 }
@@ -282,7 +284,8 @@ void closeDevice(seepromTransfer& transfer)
     }
 }
 
-/// Adds what the caller of a failed transfer wants to know, and logs. An entry that is made only here carries its own description.
+/// Adds what the caller of a failed transfer wants to know, and logs. An entry that is made only here carries its own
+/// description.
 void finish(seepromTransfer& transfer, unsigned int lengthWanted, unsigned int lengthMoved)
 {
     if (transfer.error != nullptr) {
@@ -295,7 +298,8 @@ void finish(seepromTransfer& transfer, unsigned int lengthWanted, unsigned int l
     kest_miscReleaseDeviceInfo(transfer.device);
     kest_logError(transfer.error, &transfer.details, sourceId);
     if (transfer.details.usrDtlsInUse != 0 && transfer.details.usrDtlsOwned != 0) {
-        delete[] transfer.details.usrDtlsData; // no memory for an entry that would have taken it
+        // no memory for an entry that would have taken it
+        delete[] transfer.details.usrDtlsData;
     }
 }
 
@@ -382,7 +386,8 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
         trace_wobu_write_all(kest_trace, traceHash("not rescued"), " %s,%x", __LINE__, 0, retryName,
                              retryError->getRC());
         delete retryError;
-    } else if (!reset) { // and no memory for an entry that says so: the transfer was not repeated all the same
+    } else if (!reset) {
+        // and no memory for an entry that says so: the transfer was not repeated all the same
         kest_attachSoftwareError(details, 0x80000000 | resetReason, retryModule, retrySite);
     } else {
         error->setSev(ERRL_SEV_RECOVERED);
@@ -407,7 +412,8 @@ void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, uns
             readDevice(transfer, *data);
         }
     }
-    *length = lengthToTell(transfer); // 0 when a check failed
+    // 0 when a check failed
+    *length = lengthToTell(transfer);
     closeDevice(transfer);
     finish(transfer, transfer.lengthWanted, *length);
 }

@@ -1,7 +1,8 @@
 /// Tracing into the library's own buffer, "kest".
 ///
-/// Every text record carries a hash of its message, a format that begins with " %s", the source line, and the tracing function's
-/// name as first argument. The same message has the same hash wherever it is traced; scripts/check-traces finds two messages that share one.
+/// Every text record carries a hash of its message, a format that begins with " %s", the source line, and the tracing
+/// function's name as first argument. The same message has the same hash wherever it is traced; scripts/check-traces
+/// finds two messages that share one.
 #pragma once
 
 #include <cstdint>

@@ -129,7 +129,8 @@ void addDetectState(mern_t handle, ErrlEntry*& entry)
 {
     kest_errorDetails details{};
     ErrlEntry* statusEntry = nullptr;
-    std::uint32_t status = statusPresent; // stands when the item's failure was committed below: nothing to add
+    // stands when the item's failure was committed below: nothing to add
+    std::uint32_t status = statusPresent;
     kest_wobuConfig(handle, statusEntry, kest_configRead, WOBU_IIC_DETECT_STATE, &status, sizeof status);
     if (statusEntry != nullptr) {
         trace_wobu_write_all(kest_trace, 0x3E40FC77, " %s", __LINE__, 0, readCall.name);
@@ -146,7 +147,8 @@ void addDetectState(mern_t handle, ErrlEntry*& entry)
 
 constexpr char openName[] = "kest_wobuOpen";
 constexpr std::uint32_t openModule = 11;
-constexpr int openFlags = 0x1002; // read, write, synchronous
+// read, write, synchronous
+constexpr int openFlags = 0x1002;
 constexpr std::uint32_t hashNodeAbsent = 0x05B69EAF;
 
 void describeOpen(kest_errorDetails& details, int error, const char* devicePath)
@@ -157,7 +159,8 @@ void describeOpen(kest_errorDetails& details, int error, const char* devicePath)
         describe(details, openModule, 0x130B, errnoRules[classSoftware], error);
     } else if (error == ENOENT) {
         trace_wobu_write_all(kest_trace, 0x3AD3D156, " %s,%d", __LINE__, 0, openName, error);
-        kest_addCallout(details); // a missing device path calls out twice, deliberately
+        // a missing device path calls out twice, deliberately
+        kest_addCallout(details);
         describe(details, openModule, reasonAbsent, errnoRules[classAbsent], error);
     } else {
         describe(details, openModule, 0x130C, ruleOf(error), error);
@@ -336,7 +339,8 @@ void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, con
     const int error = errno;
     const auto lengthMoved = static_cast<unsigned int>(result);
     if (result < 0 || lengthMoved != *length) {
-        *length = lengthMoved; // the length asked for is gone: every user data word of a write carries the count
+        // the length asked for is gone: every user data word of a write carries the count
+        *length = lengthMoved;
         reportFailure(writeCall, error, {lengthMoved, lengthMoved, lengthMoved}, entry, handle);
     }
 }
@@ -358,7 +362,8 @@ void kest_wobuBuildConfig(const kest_deviceAddress* chain, unsigned int length, 
     const headRule& rule = ruleOfHead(chain->type);
     const auto cycle = static_cast<std::uint16_t>(attributes[KEST_ATTR_WRITE_CYCLE]);
     *block = {};
-    block->speedKhz = 400; // the caller's speed goes to the layer as an item of its own
+    // the caller's speed goes to the layer as an item of its own
+    block->speedKhz = 400;
     block->address = chain->address;
     block->offsetLength = isHub ? hubOffsetLength(hubOption) : rule.offsetLength;
     block->timeoutMs = rule.fixedTimeout ? fixedTimeoutMs : kest_timeoutCalc(chain, length, read, attributes);

@@ -1,7 +1,7 @@
 /// The wrapper over the IIC layer: every bus access of the library, with one way to report its failures.
 ///
-/// No wrapper returns a result: a non-null `entry` after the call is the failure, and the caller's. A failure with EDEADLK is
-/// committed here and leaves `entry` null. `errno` is read right after the layer's call.
+/// No wrapper returns a result: a non-null `entry` after the call is the failure, and the caller's. A failure with
+/// EDEADLK is committed here and leaves `entry` null. `errno` is read right after the layer's call.
 #pragma once
 
 #include <cstdint>
@@ -59,7 +59,8 @@ void kest_wobuClose(mern_t& handle, ErrlEntry*& entry);
 void kest_wobuBuildConfig(const kest_deviceAddress* chain, unsigned int length, bool read, kest_iicConfigBlock* block,
                           const kest_attributeValue* attributes, int hubOption);
 
-/// @param[out] data  the layer's first-failure data, to free with tavo_util_free(). @return 0, or the failure's return code
+/// @param[out] data  the layer's first-failure data, to free with tavo_util_free(). @return 0, or the failure's return
+/// code
 std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data, unsigned int* size);
 /// @param trace  non-zero: trace the call. @return 0, or the failure's return code
 std::uint32_t kest_wobuFFDCUnlock(mern_t handle, ErrlEntry*& entry, int trace);

@@ -1,7 +1,8 @@
 /// confine [--kill] UNIT SETS UID GID GROUP PROGRAM [ARGUMENT...]
 ///
-/// Runs a program as the service manager runs it under the unit: as a user without rights, and under the same filters of system calls.
-/// With --kill a call that the unit's SystemCallFilter refuses ends the program (SIGSYS), so that none is missed.
+/// Runs a program as the service manager runs it under the unit: as a user without rights, and under the same filters
+/// of system calls. With --kill a call that the unit's SystemCallFilter refuses ends the program (SIGSYS), so that none
+/// is missed.
 /// UNIT   the unit's file. A line of [Service] that is not known here is an error: this program must not lag behind the unit
 /// SETS   the sets of system calls, as `systemd-analyze syscall-filter` prints them
 /// GROUP  its supplementary group
@@ -150,7 +151,8 @@ void restrictNamespaces()
         calls.refuse("clone", {has(0, static_cast<std::uint64_t>(kind))});
     }
     calls.refuse("setns");
-    calls.add(SCMP_ACT_ERRNO(ENOSYS), "clone3"); // its flags can't be seen
+    // its flags can't be seen
+    calls.add(SCMP_ACT_ERRNO(ENOSYS), "clone3");
     calls.load();
 }
 
@@ -233,7 +235,8 @@ void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, cons
             }
         }
     }
-    filter calls(SCMP_ACT_ERRNO(ENOSYS)); // for calls that the service manager has never heard of
+    // for calls that the service manager has never heard of
+    filter calls(SCMP_ACT_ERRNO(ENOSYS));
     for (const std::string& call : allowed) {
         calls.add(SCMP_ACT_ALLOW, call);
     }
@@ -314,7 +317,8 @@ void applyFilters(const std::vector<setting>& settings, const std::map<std::stri
             fail("not known here: " + key);
         }
     }
-    allowOnly(sets, lines, refusal); // the last: it refuses further filters
+    // the last: it refuses further filters
+    allowOnly(sets, lines, refusal);
 }
 
 void dropRights(uid_t user, gid_t group, gid_t supplementary)
@@ -327,7 +331,8 @@ void dropRights(uid_t user, gid_t group, gid_t supplementary)
     require(setrlimit(RLIMIT_CORE, &none) == 0, "setrlimit");
     require(setgroups(1, &supplementary) == 0, "setgroups");
     require(setresgid(group, group, group) == 0, "setresgid");
-    require(setresuid(user, user, user) == 0, "setresuid"); // takes all capabilities with it
+    // takes all capabilities with it
+    require(setresuid(user, user, user) == 0, "setresuid");
     require(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "no_new_privs");
 }
 

@@ -94,14 +94,16 @@ TEST_F(LinuxBus, ReadsAWholeChipInOneCallOfLongestMessages)
 
 TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallGoesOnWithItsOffset)
 {
-    kernel.adapterHz = 100'000'000; // no bus is as fast: the messages of a call are the limit
+    // no bus is as fast: the messages of a call are the limit
+    kernel.adapterHz = 100'000'000;
     OpenDevice device("/dev/i2c-7");
     block fast = eeprom();
     fast.speedKhz = 0;
     device.set(fast);
     const bytes data = device.readAll(41 * 8192 + 1);
     ASSERT_EQ(2U, kernel.log.size());
-    EXPECT_EQ("50W 2000 50R 1", kernel.log[1]); // 335,872 less five times the range of two bytes
+    // 335,872 less five times the range of two bytes
+    EXPECT_EQ("50W 2000 50R 1", kernel.log[1]);
     EXPECT_EQ(chip().memory[8192], data.back());
 }
 
@@ -125,7 +127,8 @@ TEST_F(LinuxBus, AsksABusyChipUntilItAnswersAndSendsThePageThen)
     EXPECT_EQ("50W 66", kernel.log.front());
     EXPECT_EQ("50R 1", kernel.log.back());
     EXPECT_GE(kernel.clockNs, 1'000'000'000 + 2 * 3'500'000U);
-    EXPECT_LE(kernel.clockNs, 1'000'000'000 + 2 * 3'500'000U + 2'000'000U); // and doesn't dawdle
+    // and doesn't dawdle
+    EXPECT_LE(kernel.clockNs, 1'000'000'000 + 2 * 3'500'000U + 2'000'000U);
     EXPECT_EQ(pattern(128, 3), bytes(chip().memory.begin(), chip().memory.begin() + 128));
 }
 
@@ -203,7 +206,8 @@ TEST_P(LinuxBusErrno, IsMappedForReadAndWrite)
     bytes data(4);
     EXPECT_EQ((answer{0, GetParam().expected}), device.read(data));
     EXPECT_EQ((answer{0, GetParam().expected}), device.write(data));
-    kernel.lastingFailure = 0; // and the handle is as usable as before
+    // and the handle is as usable as before
+    kernel.lastingFailure = 0;
     EXPECT_EQ(bytes(chip().memory.begin(), chip().memory.begin() + 4), device.readAll(4));
 }
 INSTANTIATE_TEST_SUITE_P(All, LinuxBusErrno,
@@ -237,7 +241,8 @@ TEST_F(LinuxBus, TransferTimeOutIsWatchedBetweenMessages)
     chip().writeCycleNs = 4'000'000;
     device.set(values);
     EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640)));
-    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7")); // the adapter's own time-out is left alone
+    // the adapter's own time-out is left alone
+    EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7"));
 }
 
 TEST_F(LinuxBus, AdapterTimeOutIsSetAndPutBackWhenConfigured)
@@ -332,7 +337,8 @@ TEST_F(LinuxBus, ResetOpensTheAdapterAnewAndAsksForASignOfLife)
     EXPECT_THAT(kernel.log, ElementsAre("50R 1"));
     EXPECT_EQ(1, kernel.openNodes);
 
-    kernel.chips.clear(); // nothing there: the bus itself is alive
+    // nothing there: the bus itself is alive
+    kernel.chips.clear();
     EXPECT_EQ((answer{0, 0}), device.reset());
     kernel.lastingFailure = ETIMEDOUT;
     EXPECT_EQ((answer{-1, ETIME}), device.reset());
@@ -368,7 +374,8 @@ TEST_F(LinuxBus, DetectState)
     OpenDevice device("/dev/i2c-7@A0");
     EXPECT_EQ(3U, device.number(15));
     chip().busyUntilNs = kernel.clockNs + 20'000'000;
-    EXPECT_EQ(3U, device.number(15)); // busy is not absent
+    // busy is not absent
+    EXPECT_EQ(3U, device.number(15));
     chip().busyUntilNs = kernel.clockNs + 2'000'000'000;
     EXPECT_EQ(0U, device.number(15));
     kernel.lastingFailure = ETIMEDOUT;
@@ -393,7 +400,8 @@ TEST_F(LinuxBus, ScanAsksByTheSafeWayForEachRangeAndLeavesDriversAlone)
                                                        : host::iic::presence::absent;
         EXPECT_EQ(expected, result.state) << unsigned{result.address};
     }
-    ASSERT_EQ(111U, kernel.log.size()); // one question each, and none to the driver's
+    // one question each, and none to the driver's
+    ASSERT_EQ(111U, kernel.log.size());
     EXPECT_EQ("08W ", kernel.log[0]);
     EXPECT_EQ("2FW ", kernel.log[0x2F - 8]);
     EXPECT_EQ("30R 1", kernel.log[0x30 - 8]);
@@ -489,13 +497,15 @@ TEST_F(LinuxBus, NodesArePathPrefixesAndMeetAtTheSameLock)
     OpenDevice local("/dev/i2c-7@A0");
     OpenDevice remote("/dev/i2c-7@A0", 2);
     EXPECT_THAT(kernel.calls, ElementsAre("open /dev/i2c-7", "open /nodes/two/dev/i2c-7"));
-    EXPECT_EQ(ENODEV, OpenDevice("/dev/i2c-7@A0", 3).error()); // mapped, but to a simulated node
+    // mapped, but to a simulated node
+    EXPECT_EQ(ENODEV, OpenDevice("/dev/i2c-7@A0", 3).error());
     EXPECT_EQ(ENODEV, OpenDevice("/dev/i2c-7@A0", 4).error());
     EXPECT_EQ(ENODEV, OpenDevice("sim:planar", 2).error());
 
     bytes record = registerLock(0xC0, 0);
     EXPECT_EQ((answer{0, 0}), local.config(2, 17, record.data(), 8));
-    EXPECT_EQ((answer{-1, EBUSY}), remote.config(2, 17, record.data(), 8)); // one device number, one bus
+    // one device number, one bus
+    EXPECT_EQ((answer{-1, EBUSY}), remote.config(2, 17, record.data(), 8));
     kernel.minorNumber = 8;
     OpenDevice other("/dev/i2c-7@A0");
     EXPECT_EQ((answer{0, 0}), other.config(2, 17, record.data(), 8));

@@ -37,7 +37,8 @@ protected:
     /// Result of a read: "entry RC", or the bytes in hexadecimal.
     std::string read(unsigned int device, unsigned int wanted, unsigned int offset, const char* from = root)
     {
-        auto* data = reinterpret_cast<unsigned char*>(&length); // to be replaced in any case
+        // to be replaced in any case
+        auto* data = reinterpret_cast<unsigned char*>(&length);
         length = wanted;
         const std::unique_ptr<ErrlEntry> entry(
             tavo_read_data_persistancy(from, device, nullptr, &data, &length, offset));
@@ -191,15 +192,18 @@ TEST_F(Copies, RootsThatLeadElsewhereAreRefused)
 TEST_F(Copies, FilesThatCannotBeReadAreErrors)
 {
     std::filesystem::create_directory(folder.state("qorn/P3_Root/20"));
-    EXPECT_EQ("80001404: 20 1 0 21", read(20, 1, 0)); // EISDIR
+    // EISDIR
+    EXPECT_EQ("80001404: 20 1 0 21", read(20, 1, 0));
     EXPECT_EQ("80001404: 20 1 0 21", write(20, {1}, 0));
     std::filesystem::resize_file(folder.write("state/qorn/P3_Root/21", ""), 0);
     EXPECT_EQ("80001402: 21 1 0 0", read(21, 1, 0)) << "an empty file has no byte to give";
     ASSERT_EQ(0, mkfifo(folder.state("qorn/P3_Root/23").c_str(), 0600));
-    EXPECT_EQ("80001404: 23 1 0 29", read(23, 1, 0)); // ESPIPE
+    // ESPIPE
+    EXPECT_EQ("80001404: 23 1 0 29", read(23, 1, 0));
     EXPECT_EQ("80001404: 23 1 0 29", write(23, {1}, 0));
     std::filesystem::resize_file(folder.write("state/qorn/P3_Root/22", ""), (16 << 20) + 1);
-    EXPECT_EQ("80001404: 22 1 0 27", read(22, 1, 0)); // EFBIG
+    // EFBIG
+    EXPECT_EQ("80001404: 22 1 0 27", read(22, 1, 0));
 }
 
 TEST_F(Copies, AreListedMadeAndRemoved)
@@ -214,7 +218,8 @@ TEST_F(Copies, AreListedMadeAndRemoved)
     ASSERT_EQ(3U, copies.size());
     EXPECT_EQ(7U, copies[0].number);
     EXPECT_EQ(10U, copies[0].sizeBytes);
-    EXPECT_LT(1577836800000, copies[0].modifiedMs); // 2020
+    // 2020
+    EXPECT_LT(1577836800000, copies[0].modifiedMs);
     EXPECT_EQ(8U, copies[1].number);
     EXPECT_EQ(4294967295U, copies[2].number);
     EXPECT_EQ(1000U, copies[2].sizeBytes);
@@ -239,7 +244,8 @@ TEST_F(Copies, AFullDiskLeavesTheOldCopy)
                   const rlimit limit{10000, 10000};
                   setrlimit(RLIMIT_FSIZE, &limit);
                   const std::string told = write(7, {2, 2, 2}, 5);
-                  return told == "80001404: 7 3 5 27" ? 0 : 1; // EFBIG
+                  // EFBIG
+                  return told == "80001404: 7 3 5 27" ? 0 : 1;
               }));
     EXPECT_EQ(bytes(20000, 1), contentsOf(7));
     EXPECT_FALSE(std::filesystem::exists(folder.state("qorn/P3_Root/.7.new")));
@@ -306,7 +312,8 @@ TEST_F(Copies, AreReadWithoutPermissionToWrite)
     chmod((folder.state("qorn/P3_Root/7")).c_str(), 0444);
     EXPECT_EQ(0, inChild([&] { return dropRights() && read(7, 2, 0) == "01" && !HasFailure() ? 0 : 1; }));
     EXPECT_EQ(0, inChild([&] {
-                  return dropRights() && write(7, {1}, 0) == "80001404: 7 1 0 13" && !HasFailure() ? 0 : 1; // EACCES
+                  // EACCES
+                  return dropRights() && write(7, {1}, 0) == "80001404: 7 1 0 13" && !HasFailure() ? 0 : 1;
               }));
 }
 

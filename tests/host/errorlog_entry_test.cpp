@@ -196,12 +196,14 @@ TEST_F(ErrorEntry, AChildHasIdentifiersOfItsOwn)
     const std::uint32_t before = make()->plid();
     EXPECT_EQ(0, inChild([&] {
                   const std::uint32_t child = make()->plid();
-                  return child > before + 8 ? 0 : 1; // past the parent's block
+                  // past the parent's block
+                  return child > before + 8 ? 0 : 1;
               }));
     EXPECT_EQ(before + 1, make()->plid());
 }
 
-/// Every operation once, the texts hostile. Each number differs from the others, so that none can stand in another's place.
+/// Every operation once, the texts hostile. Each number differs from the others, so that none can stand in another's
+/// place.
 TEST_F(ErrorEntry, JsonFormHoldsEveryItem)
 {
     trace_wobu_descriptor ring = nullptr;
@@ -223,7 +225,8 @@ TEST_F(ErrorEntry, JsonFormHoldsEveryItem)
     entry->addSwErr(0x1304, 0x80001306, 16, 165, 9);
 
     host::loggedEntry facts = host::describeEntry(*entry);
-    EXPECT_LT(1577836800000, facts.createdMs); // 2020
+    // 2020
+    EXPECT_LT(1577836800000, facts.createdMs);
     EXPECT_EQ(0, facts.committedMs);
     EXPECT_EQ(getpid(), facts.processId);
     EXPECT_EQ(program_invocation_short_name, facts.process);
@@ -286,12 +289,18 @@ TEST_F(ErrorEntry, TextsAreMadeHarmless)
     EXPECT_EQ("a\tb\nc", host::cleanText("a\tb\nc"));
     EXPECT_EQ("\\x1B[2J\\x7F\\x00", host::cleanText(std::string_view("\x1b[2J\x7f\0", 6)));
     EXPECT_EQ("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", host::cleanText("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"));
-    EXPECT_EQ("\\xC0\\x80", host::cleanText("\xC0\x80")); // overlong
-    EXPECT_EQ("\\xE0\\x9F\\xBF", host::cleanText("\xE0\x9F\xBF")); // overlong
-    EXPECT_EQ("\\xED\\xA0\\x80", host::cleanText("\xED\xA0\x80")); // surrogate
-    EXPECT_EQ("\\xF0\\x8F\\xBF\\xBF", host::cleanText("\xF0\x8F\xBF\xBF")); // overlong
-    EXPECT_EQ("\\xF4\\x90\\x80\\x80", host::cleanText("\xF4\x90\x80\x80")); // beyond the last character
-    EXPECT_EQ("\\xE2\\x82", host::cleanText("\xE2\x82")); // cut off
+    // overlong
+    EXPECT_EQ("\\xC0\\x80", host::cleanText("\xC0\x80"));
+    // overlong
+    EXPECT_EQ("\\xE0\\x9F\\xBF", host::cleanText("\xE0\x9F\xBF"));
+    // surrogate
+    EXPECT_EQ("\\xED\\xA0\\x80", host::cleanText("\xED\xA0\x80"));
+    // overlong
+    EXPECT_EQ("\\xF0\\x8F\\xBF\\xBF", host::cleanText("\xF0\x8F\xBF\xBF"));
+    // beyond the last character
+    EXPECT_EQ("\\xF4\\x90\\x80\\x80", host::cleanText("\xF4\x90\x80\x80"));
+    // cut off
+    EXPECT_EQ("\\xE2\\x82", host::cleanText("\xE2\x82"));
     EXPECT_EQ("\\xC3a", host::cleanText("\xC3"
                                         "a"));
 }

@@ -72,8 +72,8 @@ protected:
         entry.addUsrDtls("details", 7, 0x1300, 1, 2);
         fill(entry);
     }
-    /// Commits in a process that has not opened the log yet. @return whether the entry is in the log once, else in what was told; and says
-    /// so when it is not whole
+    /// Commits in a process that has not opened the log yet. @return whether the entry is in the log once, else in what
+    /// was told; and says so when it is not whole
     static bool commitsWithoutMemory(ErrlEntry& entry)
     {
         const toldError told;
@@ -115,7 +115,8 @@ TEST_F(ErrorLogMemory, ACommittedEntryIsStoredOrTold)
     commitEntry(0);
     EXPECT_EQ("", withoutMemory([&] {
                   const bool kept = commitsWithoutMemory(*ready);
-                  host::clearEntries(); // the next one finds the same log
+                  // the next one finds the same log
+                  host::clearEntries();
                   return kept;
               }));
 }
@@ -132,7 +133,8 @@ TEST_F(ErrorLogMemory, TheVeryFirstEntryIsStoredOrTold)
                       unlink(file.c_str());
                   }
                   const bool kept = commitsWithoutMemory(*ready);
-                  std::filesystem::remove_all(folder.path() / "spool"); // the same identifier comes again
+                  // the same identifier comes again
+                  std::filesystem::remove_all(folder.path() / "spool");
                   return kept;
               }));
 }
@@ -155,7 +157,8 @@ TEST_F(ErrorLogMemory, AWaitingSpoolLosesNothing)
                   giveMemoryBack();
                   const auto ids = idsInLog();
                   host::clearEntries();
-                  folder.write("state/errors.spool", spooled); // the next one finds the same log
+                  // the next one finds the same log
+                  folder.write("state/errors.spool", spooled);
                   return ids.count(1001) == 1 && ids.count(1002) == 1 && ids.count(1003) == 1;
               }));
 }

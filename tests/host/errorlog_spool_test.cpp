@@ -108,7 +108,8 @@ TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
         file.seekp(100);
         file << std::string(static_cast<std::size_t>(size) - 100, 'y');
     }
-    folder.configure(""); // as in a new process, which has no page of it in memory
+    // as in a new process, which has no page of it in memory
+    folder.configure("");
     commitTold(2, "errors.db");
     commitTold(3, "errors.db");
     std::vector<std::uint32_t> listed;
@@ -454,7 +455,8 @@ TEST_F(Spool, KilledAtAnyMomentItHoldsWhatWasCommitted)
         const std::string before = spoolText();
         const auto told = killAfter(1, [&](std::uint32_t number) { return commitEntry(number); });
         expected.insert(told.begin(), told.end());
-        folder.write("state/errors.spool", before); // as if killed just ahead of the removal
+        // as if killed just ahead of the removal
+        folder.write("state/errors.spool", before);
     }
     commitEntry(0);
     const auto found = idsInLog();

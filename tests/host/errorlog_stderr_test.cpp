@@ -36,7 +36,8 @@ protected:
         folder.configure("");
     }
 
-    /// In a child: has standard error be a pipe or socket, full or without reader, and commits. @return how the child ended
+    /// In a child: has standard error be a pipe or socket, full or without reader, and commits. @return how the child
+    /// ended
     static int commitsInto(bool isSocket, bool isFull, const std::function<bool()>& check)
     {
         return inChild([&] {
@@ -97,7 +98,8 @@ TEST_F(ErrorLogTells, OthersCommitWhileStandardErrorIsFull)
     EXPECT_EQ(0, commitsInto(false, true, [] {
                   duringPause = [] {
                       duringPause = [] {};
-                      std::thread([] { host::listEntries(); }).join(); // it would wait for ever for the log's mutex
+                      // it would wait for ever for the log's mutex
+                      std::thread([] { host::listEntries(); }).join();
                   };
                   commitEntry(2);
                   return host::listEntries().entries.size() >= 2;

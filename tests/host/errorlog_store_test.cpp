@@ -111,7 +111,8 @@ TEST_F(ErrorLog, DropsTheOldestInformationalOnesFirst)
 TEST_F(ErrorLog, KeepsWithinItsSize)
 {
     folder.configure("errorlog.max_size = 1048576");
-    for (std::uint32_t number = 1; number <= 20; ++number) { // each is 120,000 bytes of JSON and some
+    // each is 120,000 bytes of JSON and some
+    for (std::uint32_t number = 1; number <= 20; ++number) {
         commitEntry(number, number == 18 ? ERRL_SEV_RECOVERED : ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
     }
     const words kept = wordsInLog();
@@ -175,7 +176,8 @@ TEST_F(ErrorLog, ForksBesideCommitsAndReadsLoseNothing)
         }
     });
     for (std::uint32_t number = 0; number < 20; ++number) {
-        // The child ends abruptly, as one that executes another program: the thread sanitizer would miss the writer's thread in it.
+        // The child ends abruptly, as one that executes another program: the thread sanitizer would miss the writer's
+        // thread in it.
         EXPECT_EQ(256 + SIGKILL, inChild([number] {
                       alarm(hangSeconds);
                       commitEntry(1000 + number);

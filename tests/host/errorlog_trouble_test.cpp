@@ -181,7 +181,8 @@ void replaceSystemCall(const char* name, call_t call)
 TEST_F(ErrorLogTrouble, WithoutLocksACommitTakesFiveSecondsAtMost)
 {
     commitEntry(0);
-    folder.configure(""); // as in a new process
+    // as in a new process
+    folder.configure("");
     const DrivenClock clock;
     replaceSystemCall("fcntl", fcntlWithoutLocks);
     commitTold(1);
@@ -258,7 +259,8 @@ TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsNotRun)
     commitEntry(1);
     const int result = inChild([&] {
         alarm(hangSeconds);
-        commitEntry(2); // the log is open
+        // the log is open
+        commitEntry(2);
         OtherConnection(database()).run(endlessTrigger);
         commitEntry(3);
         return wordsInLog() == words{3, 2, 1} ? 0 : 1;
@@ -269,7 +271,8 @@ TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsNotRun)
 TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsCleared)
 {
     EXPECT_TRUE(comesBack([this] {
-        commitEntry(1); // the log is open
+        // the log is open
+        commitEntry(1);
         OtherConnection(database()).run(endlessTrigger);
         return host::clearEntries().empty() && wordsInLog().empty();
     }));
@@ -339,7 +342,8 @@ TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEv
     OtherConnection reader(database());
     reader.run("BEGIN; SELECT count(*) FROM entries");
     testing::internal::CaptureStderr();
-    for (std::uint32_t number = 1; number <= 90; ++number) { // each is 120,000 bytes of JSON and some
+    // each is 120,000 bytes of JSON and some
+    for (std::uint32_t number = 1; number <= 90; ++number) {
         commitEntry(number, ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
     }
     const std::string told = testing::internal::GetCapturedStderr();
@@ -377,7 +381,8 @@ TEST_F(ErrorLogTrouble, ARolledBackTransactionLeavesRoomForTheNextOne)
     OtherConnection other(database());
     other.run("PRAGMA schema_version = 1000");
     EXPECT_FALSE(opened.value->add({&stored, 1}, false, wide, host::patience())) << "the layout has been touched";
-    other.run("PRAGMA schema_version = 7"); // the write lock was given back
+    // the write lock was given back
+    other.run("PRAGMA schema_version = 7");
     EXPECT_TRUE(opened.value->add({&stored, 1}, false, wide, host::patience())) << opened.value->problem();
     std::vector<host::loggedEntry> entries;
     std::string problem;

@@ -1,4 +1,5 @@
-/// Stands in for the kernel under a Linux bus: adapters with chips, a log of what went over the wires, a clock, failures to order.
+/// Stands in for the kernel under a Linux bus: adapters with chips, a log of what went over the wires, a clock,
+/// failures to order.
 #pragma once
 
 #include <algorithm>
@@ -144,7 +145,8 @@ private:
                 return message.len > ((message.flags & I2C_M_RD) != 0 ? longestRead : longestWrite) ||
                        message.len < shortestMessage;
             })) {
-            return fail(EOPNOTSUPP, 0); // the kernel's check of an adapter's quirks
+            // the kernel's check of an adapter's quirks
+            return fail(EOPNOTSUPP, 0);
         }
         clockNs += messageNs;
         if (beforeTransfer) {

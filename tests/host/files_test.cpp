@@ -90,7 +90,8 @@ bool nothingStandsForStreams()
     return nothing;
 }
 
-/// Runs `work` in a process without standard input, output and error. @return 0 when it went well and all that stays open has other numbers
+/// Runs `work` in a process without standard input, output and error. @return 0 when it went well and all that stays
+/// open has other numbers
 int withoutStreams(const std::function<bool()>& work)
 {
     return inChild([&] {
@@ -107,7 +108,8 @@ TEST(Descriptors, OfThePlatformNeverStandForTheStandardStreams)
     EXPECT_EQ(0, withoutStreams([] {
                   trace_wobu_descriptor made = nullptr;
                   const bool rings = trace_wobu_init_buffer(&made, "STREAMS", 4096) == 0;
-                  return host::reloadConfiguration().empty() && rings; // which gives the ring its file
+                  // which gives the ring its file
+                  return host::reloadConfiguration().empty() && rings;
               }));
     EXPECT_EQ(0, withoutStreams([&] {
                   const host::fileLock lock(folder.path() / "lock");

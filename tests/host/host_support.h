@@ -140,13 +140,15 @@ inline bool hasDatabase(const HostFolder& folder)
     return found;
 }
 
-/// Runs a child that calls `step(0)`, `step(1)`, ... and tells what each answered; kills it once `answers` came, somewhere in a later step.
-/// On a busy machine the death can come late: the child waits when it is a few steps ahead of what was heard of it.
+/// Runs a child that calls `step(0)`, `step(1)`, ... and tells what each answered; kills it once `answers` came,
+/// somewhere in a later step. On a busy machine the death can come late: the child waits when it is a few steps ahead
+/// of what was heard of it.
 /// @return all answers that it told
 inline std::vector<std::uint32_t> killAfter(std::size_t answers,
                                             const std::function<std::uint32_t(std::uint32_t)>& step)
 {
-    constexpr std::array<char, 8> steps{}; // that it may be ahead
+    // that it may be ahead
+    constexpr std::array<char, 8> steps{};
     std::array<int, 2> ends{};
     std::array<int, 2> permits{};
     EXPECT_EQ(0, pipe(ends.data()));

@@ -64,7 +64,8 @@ TEST_F(SmallAdapter, PageThatMayStillBeBeingWrittenDoesNotCountWhenTheAdapterTak
     device.set(eeprom());
     device.seek(56);
     EXPECT_EQ((answer{0, ETIME}),
-              device.write(pattern(30, 9))); // 8 bytes up to the page's end, then 22 that are too many
+              // 8 bytes up to the page's end, then 22 that are too many
+              device.write(pattern(30, 9)));
     EXPECT_EQ("50W 0038171E252C333A4148", kernel.log.front());
 }
 
@@ -78,7 +79,8 @@ TEST_F(SmallAdapter, PagesAreWrittenInSmallerMessagesWithTheirOffsets)
     EXPECT_EQ(data, slice(chip().memory, 0, 40));
     kernel.log.clear();
     EXPECT_EQ((answer{8, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ("50W 00280102030405060708", kernel.log.front()); // what it takes is known by now
+    // what it takes is known by now
+    EXPECT_EQ("50W 00280102030405060708", kernel.log.front());
 }
 
 TEST_F(SmallAdapter, PlainTransferThatTheAdapterRefusesIsNotSplit)
@@ -88,10 +90,12 @@ TEST_F(SmallAdapter, PlainTransferThatTheAdapterRefusesIsNotSplit)
     bytes data(20, 0x33);
     EXPECT_EQ((answer{0, EINVAL}), device.write(data));
     EXPECT_EQ((answer{0, EINVAL}), device.read(data));
-    EXPECT_EQ((answer{0, EINVAL}), device.read(data)); // again, with what was learnt
+    // again, with what was learnt
+    EXPECT_EQ((answer{0, EINVAL}), device.read(data));
     EXPECT_THAT(kernel.log, IsEmpty());
     data.resize(16);
-    EXPECT_EQ((answer{16, 0}), device.read(data)); // the most that it takes
+    // the most that it takes
+    EXPECT_EQ((answer{16, 0}), device.read(data));
     EXPECT_THAT(kernel.log, ElementsAre("50R 16"));
 }
 
@@ -175,7 +179,8 @@ INSTANTIATE_TEST_SUITE_P(All, LongRead,
 
 TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 {
-    kernel.adapterHz = 1000; // 250 bits: 24 bytes behind an offset of one
+    // 250 bits: 24 bytes behind an offset of one
+    kernel.adapterHz = 1000;
     chip() = {.memory = pattern(256), .offsetBytes = 1};
     const bytes memory = chip().memory;
     OpenDevice device("/dev/i2c-7");
@@ -189,7 +194,8 @@ TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 
 TEST_F(SmallAdapter, PiecesOfALongReadThroughAHubHaveAStatusEach)
 {
-    kernel.adapterHz = 1000; // 22 bytes behind an offset of three
+    // 22 bytes behind an offset of three
+    kernel.adapterHz = 1000;
     const bytes memory = pattern(65536);
     hub(3).memory = memory;
     OpenDevice device("/dev/i2c-7");
@@ -204,7 +210,8 @@ TEST_F(SmallAdapter, PiecesOfALongReadThroughAHubHaveAStatusEach)
 
 TEST_F(SmallAdapter, PagesAndPlainMessagesAreNotSplitForTheirTime)
 {
-    kernel.adapterHz = 100; // not even an offset and a byte
+    // not even an offset and a byte
+    kernel.adapterHz = 100;
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     EXPECT_EQ((answer{64, 0}), device.write(pattern(64)));
@@ -215,7 +222,8 @@ TEST_F(SmallAdapter, PagesAndPlainMessagesAreNotSplitForTheirTime)
     device.set(eeprom());
     device.seek(0x20);
     device.readAll(2);
-    EXPECT_THAT(kernel.log, ElementsAre("50W 0020 50R 1", "50W 0021 50R 1")); // a byte each at least
+    // a byte each at least
+    EXPECT_THAT(kernel.log, ElementsAre("50W 0020 50R 1", "50W 0021 50R 1"));
 }
 
 TEST(AdapterClock, IsTheDeviceTreesNumber)
@@ -260,10 +268,12 @@ TEST_P(HubThatCannotBeAsked, IsGivenItsWholeTime)
     const std::uint64_t beginning = kernel.clockNs;
     EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
     EXPECT_THAT(kernel.log, ElementsAre("40W 03A0FC01020304"));
-    EXPECT_EQ(60'100'000U, kernel.clockNs - beginning); // a message, and four write cycles
+    // a message, and four write cycles
+    EXPECT_EQ(60'100'000U, kernel.clockNs - beginning);
     bytes data(1);
     device.seek(0x03A0FC);
-    EXPECT_EQ((answer{1, 0}), device.read(data)); // it is there again
+    // it is there again
+    EXPECT_EQ((answer{1, 0}), device.read(data));
 }
 
 TEST_P(HubThatCannotBeAsked, IsNotCalledDoneBeforeTheTimeOutOfTheTransfer)
@@ -303,7 +313,8 @@ TEST_F(SmallAdapter, TargetThatAnswersTheLastQuestionIsReadAndWritten)
     const bytes data{1, 2, 3, 4};
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
-    chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000; // the last question begins after 50 ms
+    // the last question begins after 50 ms
+    chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000;
     EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
     chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000;
     EXPECT_EQ((answer{4, 0}), device.write(data));
@@ -349,13 +360,16 @@ TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
     device.set(eeprom());
     bytes data(4);
     EXPECT_EQ((answer{0, ENXIO}), device.read(data));
-    ASSERT_EQ(57U, askedAtNs.size()); // a message takes 0.1 ms
+    // a message takes 0.1 ms
+    ASSERT_EQ(57U, askedAtNs.size());
     EXPECT_EQ(200'000U, askedAtNs[1]);
     EXPECT_EQ(500'000U, askedAtNs[2]);
     EXPECT_EQ(10'100'000U, askedAtNs[34]);
-    EXPECT_EQ(11'031'250U, askedAtNs[35]); // a sixteenth of the silence longer
+    // a sixteenth of the silence longer
+    EXPECT_EQ(11'031'250U, askedAtNs[35]);
     EXPECT_EQ(12'020'703U, askedAtNs[36]);
-    EXPECT_EQ(50'100'000U, askedAtNs[56]); // at the window's end
+    // at the window's end
+    EXPECT_EQ(50'100'000U, askedAtNs[56]);
 }
 
 class ShortOfMemory : public SmallAdapter, public testing::WithParamInterface<int>
@@ -438,7 +452,8 @@ TEST_F(ForkedSmbus, ChildOpensTheNodeAnewBeforeItsFirstUseOfIt)
                   return read && kernel.calls == std::vector<std::string>{"open /dev/i2c-7"} && kernel.openNodes == 1;
               }));
     device.readAll(1);
-    EXPECT_THAT(kernel.calls, IsEmpty()); // the parent keeps its own
+    // the parent keeps its own
+    EXPECT_THAT(kernel.calls, IsEmpty());
 }
 
 TEST_F(ForkedSmbus, ChildThatCannotOpenTheNodeSendsNothing)

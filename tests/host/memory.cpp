@@ -82,7 +82,8 @@ int attempt(const std::function<bool()>& work, int failing, bool lasts)
         int ended = thrown;
         try {
             ended = !work() ? broken : memory.met ? kept : enough;
-        } catch (...) { // a child never goes on with the other tests
+        } catch (...) {
+            // a child never goes on with the other tests
         }
         giveMemoryBack();
         return ended;

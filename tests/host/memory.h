@@ -7,9 +7,10 @@
 namespace kest::test
 {
 
-/// Does `work` in children of this process. The first child has no memory for its first allocation, the next one for its second, and so
-/// on, until a child gets by with fewer; first with memory for all further allocations, then without any. Counted are new, malloc() and
-/// calloc() of the thread that does the work, of our own code and of the C++ library.
+/// Does `work` in children of this process. The first child has no memory for its first allocation, the next one for
+/// its second, and so on, until a child gets by with fewer; first with memory for all further allocations, then without
+/// any. Counted are new, malloc() and calloc() of the thread that does the work, of our own code and of the C++
+/// library.
 /// @param work  answers whether all that is promised without memory has been kept
 /// @return what was not: the first allocation that led to another answer, or to a signal; empty when there was none
 std::string withoutMemory(const std::function<bool()>& work);

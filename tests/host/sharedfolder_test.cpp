@@ -34,7 +34,8 @@ namespace
 class SharedFolder : public testing::Test
 {
 protected:
-    SharedFolder() { umask(0077); } // a careful user's, who is the first on the bus
+    // a careful user's, who is the first on the bus
+    SharedFolder() { umask(0077); }
     ~SharedFolder() override { umask(m_umask); }
 
     [[nodiscard]] mode_t modeOf(const std::string& name) const
@@ -67,7 +68,8 @@ protected:
         EXPECT_EQ(0, chown(path.c_str(), owner, group));
         EXPECT_EQ(0, chmod(path.c_str(), mode));
     }
-    /// The errno of a lock in `name` that a user without rights asks for, who is in `group`; -1 when something else went wrong.
+    /// The errno of a lock in `name` that a user without rights asks for, who is in `group`; -1 when something else
+    /// went wrong.
     [[nodiscard]] int lockOfAStranger(const std::string& name, gid_t group) const
     {
         EXPECT_EQ(0, chmod(settings.folder().c_str(), 0755));
@@ -175,7 +177,8 @@ TEST_F(SharedFolder, RootMendsTheFilesOfANodeThatChanged)
         EXPECT_EQ(anotherLab, about(name).st_gid) << name;
         EXPECT_EQ(S_IFREG | mode_t{0666}, modeOf(name)) << name;
     }
-    EXPECT_EQ(S_IFREG | mode_t{0600}, modeOf("locks/i2c-89-70.A0.ffdc")); // another bus's
+    // another bus's
+    EXPECT_EQ(S_IFREG | mode_t{0600}, modeOf("locks/i2c-89-70.A0.ffdc"));
     EXPECT_EQ(0, lockOfAStranger("locks", anotherLab));
 }
 
@@ -200,7 +203,8 @@ TEST_F(SharedFolder, FolderOfAnotherUserIsRefusedWithTheCommandThatMakesItRight)
     EXPECT_EQ("'" + path + "' belongs to user 65534, who could exchange the locks in it; as root: chown 0:4242 '" +
                   path + "'",
               trouble());
-    EXPECT_EQ(0, lockOfAStranger("locks", stranger)); // it is its own
+    // it is its own
+    EXPECT_EQ(0, lockOfAStranger("locks", stranger));
     EXPECT_EQ(0, chown(path.c_str(), 0, lab));
     EXPECT_EQ("", trouble());
 }

@@ -1,4 +1,5 @@
-/// Which lines of a ring an error entry takes. The records' times and thread numbers are the tests' own, so that lines are known to the byte.
+/// Which lines of a ring an error entry takes. The records' times and thread numbers are the tests' own, so that lines
+/// are known to the byte.
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -15,7 +16,8 @@ namespace
 
 using namespace host::trace;
 
-constexpr std::uint64_t firstTimeNs = 1'700'000'000'123'456'000u; // 22:13:20.123456
+// 22:13:20.123456
+constexpr std::uint64_t firstTimeNs = 1'700'000'000'123'456'000u;
 
 class TraceCollect : public ::testing::Test
 {
@@ -46,7 +48,8 @@ protected:
         lane(thread).append(words, recordBytes(used) / sizeof(std::uint32_t), m_ring->laneUnits, m_ring->seed);
     }
 
-    /// As a writer leaves it that has its place in the lane and has not stored its words yet: what lay there before stays.
+    /// As a writer leaves it that has its place in the lane and has not stored its words yet: what lay there before
+    /// stays.
     void reserve(std::uint32_t units, std::uint32_t thread = 1)
     {
         auto* position = reinterpret_cast<std::uint32_t*>(&lane(thread));

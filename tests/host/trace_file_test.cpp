@@ -91,7 +91,8 @@ TEST(TraceFile, ReadableWhileAliveAndAfterAKill)
         EXPECT_EQ(0x12345678u, read.records.back().hash);
         EXPECT_EQ(12u, read.records.back().line);
         const auto now = static_cast<std::uint64_t>(time(nullptr)) * 1'000'000'000u;
-        EXPECT_LT(now - read.records.back().timeNs + 2'000'000'000u, 120'000'000'000u); // a minute, or so
+        // a minute, or so
+        EXPECT_LT(now - read.records.back().timeNs + 2'000'000'000u, 120'000'000'000u);
         child.end();
     }
 }
@@ -205,7 +206,8 @@ TEST(TraceFile, FolderThatCannotBeHadLeavesTheRingInMemory)
               }));
 }
 
-/// A disk that fills up later would end a writer: the room is taken beforehand, and a file that cannot have it is not used.
+/// A disk that fills up later would end a writer: the room is taken beforehand, and a file that cannot have it is not
+/// used.
 TEST(TraceFile, RoomIsReservedOnTheDisk)
 {
     ScratchFolder folder;
@@ -222,7 +224,8 @@ TEST(TraceFile, RoomIsReservedOnTheDisk)
 
 constexpr uid_t somebody = 65534;
 
-/// What a ring says in a child that is told to use the folder: the path and the errno that it stays in memory for; nothing when it has a file.
+/// What a ring says in a child that is told to use the folder: the path and the errno that it stays in memory for;
+/// nothing when it has a file.
 std::string whyInMemory(const std::filesystem::path& folder)
 {
     std::array<int, 2> ends{};
@@ -255,7 +258,8 @@ TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
     std::filesystem::remove_all(folder.path() / "elsewhere");
     std::filesystem::create_directories(folder.path() / "elsewhere");
     ASSERT_EQ(0, lchown(link.c_str(), somebody, somebody));
-    EXPECT_EQ(" useTraceFolder," + link.string() + ",40", whyInMemory(link)); // ELOOP
+    // ELOOP
+    EXPECT_EQ(" useTraceFolder," + link.string() + ",40", whyInMemory(link));
     ASSERT_EQ(0, lchown(link.c_str(), 0, 0));
     ASSERT_EQ(0, chown((folder.path() / "state").c_str(), somebody, somebody));
     EXPECT_EQ(" useTraceFolder," + link.string() + ",40", whyInMemory(link))
@@ -272,7 +276,8 @@ TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
     const auto trace = folder.path() / "state" / "trace";
     std::filesystem::create_directories(trace);
     ASSERT_EQ(0, chown(trace.c_str(), somebody, somebody));
-    EXPECT_EQ(" useTraceFolder," + trace.string() + ",1", whyInMemory(trace)); // EPERM
+    // EPERM
+    EXPECT_EQ(" useTraceFolder," + trace.string() + ",1", whyInMemory(trace));
     ASSERT_EQ(0, chown((folder.path() / "state").c_str(), somebody, somebody));
     EXPECT_EQ("", whyInMemory(trace));
     struct stat ring {
@@ -298,7 +303,8 @@ TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
                   giveMemoryBack();
                   const auto texts = textsOf(recordsOf("short"));
                   for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-                      std::filesystem::remove(entry.path()); // or the next child's tidying up would need more
+                      // or the next child's tidying up would need more
+                      std::filesystem::remove(entry.path());
                   }
                   return made == (ring != nullptr) && made && madeLater == (later != nullptr) && madeLater &&
                          texts.front() == "before" && texts.back() == "behind";
@@ -317,7 +323,8 @@ TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
     }
     std::ofstream(folder.path() / "other.txt") << "not ours";
     for (const auto& entry :
-         std::filesystem::directory_iterator(folder.path())) { // the living one is the oldest, and stays
+         // the living one is the oldest, and stays
+         std::filesystem::directory_iterator(folder.path())) {
         if (entry.path().filename().string().starts_with("living")) {
             std::filesystem::last_write_time(entry.path(), now - std::chrono::hours(1000));
         }
@@ -390,10 +397,14 @@ TEST(TraceFile, FilesOfEitherByteOrder)
                          image.begin() + static_cast<std::ptrdiff_t>(at + 4));
         }
     };
-    swap(8, 56); // header's words
-    swap(128, 132); // position
-    swap(256, 256 + 32); // record's head
-    std::reverse(image.begin() + 256 + 32 + 21, image.begin() + 256 + 32 + 25); // the number 2
+    // header's words
+    swap(8, 56);
+    // position
+    swap(128, 132);
+    // record's head
+    swap(256, 256 + 32);
+    // the number 2
+    std::reverse(image.begin() + 256 + 32 + 21, image.begin() + 256 + 32 + 25);
     host::ringContents read = host::readRingImage(image);
     EXPECT_EQ("", read.error);
     EXPECT_EQ(0u, read.records.size()) << "the check word was made for other words";
@@ -429,14 +440,16 @@ TEST(TraceFile, EveryByteChanged)
 
 TEST(TraceFile, SizesThatWrap)
 {
-    for (const std::size_t field : {16u, 20u, 24u, 28u}) { // header bytes, lanes, stride, units
+    // header bytes, lanes, stride, units
+    for (const std::size_t field : {16u, 20u, 24u, 28u}) {
         for (const char* value : {"00000000", "00000001", "7fffffff", "80000000", "fffffff8", "ffffffff"}) {
             std::vector<std::uint8_t> image = exampleImage();
             const auto bytes = fromHex(value);
             std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<std::ptrdiff_t>(field));
             const host::ringContents read = host::readRingImage(image);
             const bool smaller =
-                (field == 20 || field == 28) && bytes.back() == 1; // one lane, or lanes of one unit: possible
+                // one lane, or lanes of one unit: possible
+                (field == 20 || field == 28) && bytes.back() == 1;
             EXPECT_EQ(!smaller, !read.error.empty()) << field << " " << value;
             EXPECT_EQ(field == 20 && smaller ? 1u : 0u, read.records.size());
         }
@@ -537,17 +550,20 @@ TEST(TraceFile, AFolderThatIsNoneIsToldAndAMissingOneIsNot)
 
 TEST(TraceFile, ALaneWhosePositionIsDamagedCostsItsRecordsAlone)
 {
-    std::vector<std::uint8_t> image = exampleImage(); // a second lane, the same as the first
+    // a second lane, the same as the first
+    std::vector<std::uint8_t> image = exampleImage();
     image.insert(image.end(), image.begin() + 128, image.end());
     image[23] = 2;
     EXPECT_EQ(2U, host::readRingImage(image).records.size());
-    image[128 + 3] = 0x10; // one past the last unit
+    // one past the last unit
+    image[128 + 3] = 0x10;
     EXPECT_EQ(1U, host::readRingImage(image).records.size());
     EXPECT_EQ("", host::readRingImage(image).error);
 }
 
-/// What a client sends is traced as data. Bytes that look like a record, seen when the record around them has been overwritten in part,
-/// must not become a line: their check word would have to be made with a number that the client does not know.
+/// What a client sends is traced as data. Bytes that look like a record, seen when the record around them has been
+/// overwritten in part, must not become a line: their check word would have to be made with a number that the client
+/// does not know.
 TEST(TraceFile, TracedBytesCannotPassForARecord)
 {
     trace_wobu_descriptor ring = newRing("forged", 2048);

@@ -81,7 +81,8 @@ TEST_F(TraceRender, TextsFromOutsideAreEscaped)
 TEST_F(TraceRender, NullTextIsNamed)
 {
     const char* nothing = nullptr;
-    asm volatile("" : "+r"(nothing)); // hidden from the compiler, which checks formats
+    // hidden from the compiler, which checks formats
+    asm volatile("" : "+r"(nothing));
     EXPECT_TRACED(" f,(null)", " %s,%s", 1, 0, "f", nothing);
 }
 
@@ -107,7 +108,8 @@ TEST_F(TraceRender, WhatDoesNotFitARecordIsMarked)
     const auto record = recordsOf("render").back();
     EXPECT_TRUE(record.cut);
     EXPECT_EQ(std::string(3 * 255, 'b') + "%s%s",
-              record.text); // 992 bytes of payload hold three of 256 beside the format
+              // 992 bytes of payload hold three of 256 beside the format
+              record.text);
 }
 
 /// A caller whose format the compiler cannot check.
@@ -129,7 +131,8 @@ TEST_F(TraceRender, WhatCannotBeFormattedStandsAsItIs)
     writeUnchecked(ring, "%d %ls", 3);
     EXPECT_EQ("3 %ls", latest());
     writeUnchecked(ring, "%300d|", 3);
-    EXPECT_EQ(std::string(254, ' ') + "3|", latest()); // no wider than 255
+    // no wider than 255
+    EXPECT_EQ(std::string(254, ' ') + "3|", latest());
 }
 
 TEST_F(TraceRender, LineHasTimeThreadHashAndSourceLine)
@@ -171,7 +174,8 @@ TEST_F(TraceRender, BinaryRecordsWithoutAnythingOrWithTooMuch)
 {
     trace_wobu_write2(ring, 0, 0, nullptr, 0, nullptr);
     EXPECT_EQ(0u, recordsOf("render").back().dataSize);
-    trace_wobu_write2(ring, 0, 12, nullptr, 12, nullptr); // no pointers, so no bytes
+    // no pointers, so no bytes
+    trace_wobu_write2(ring, 0, 12, nullptr, 12, nullptr);
     EXPECT_EQ(0u, recordsOf("render").back().data.size());
     const std::vector<std::uint8_t> much(5000, 0x5A);
     trace_wobu_write2(ring, 0, 2, much.data(), 5000, much.data());
@@ -192,7 +196,8 @@ TEST_F(TraceRender, CollectGivesTheLatestWholeLinesThatFit)
     const std::string line = "22:13:20.123456 T 11223344 7 function,59\n";
     EXPECT_LE(text.size(), 500u);
     EXPECT_GT(text.size() + line.size(),
-              500u); // one more would not have fitted, unless this thread's number is very long
+              // one more would not have fitted, unless this thread's number is very long
+              500u);
     EXPECT_EQ('\n', text.back());
     std::size_t at = 0;
     for (int number = 60 - static_cast<int>(std::ranges::count(text, '\n')); number < 60; ++number) {

@@ -66,7 +66,8 @@ TEST(TraceRing, SizeIsItsCapacityForRecords)
 {
     trace_wobu_descriptor ring = newRing("capacity", 8092);
     for (int number = 0; number < 1000; ++number) {
-        trace_wobu_write_all(ring, 1, " %s,%d", 1, 0, "eighteen_letters__", number); // 32 + 7 + 19 + 4, rounded up
+        // 32 + 7 + 19 + 4, rounded up
+        trace_wobu_write_all(ring, 1, " %s,%d", 1, 0, "eighteen_letters__", number);
     }
     const auto records = recordsOf("capacity");
     ASSERT_EQ(126u, records.size());
@@ -93,7 +94,8 @@ TEST(TraceRing, WrapsRoundWithRecordsOfEverySize)
 TEST(TraceRing, LapNumbersWrapRound)
 {
     trace_wobu_descriptor ring = newRing("laps", 2048);
-    for (int number = 0; number < 140'000; ++number) { // 992 bytes of payload: two records a lap, so 70,000 laps
+    // 992 bytes of payload: two records a lap, so 70,000 laps
+    for (int number = 0; number < 140'000; ++number) {
         trace_wobu_write2(ring, 0, 0, nullptr, 984, std::string(984, 'x').data());
     }
     trace_wobu_write_all(ring, 1, "last", 1, 0);
@@ -165,14 +167,17 @@ TEST(TraceRing, ManyThreadsAndAReader)
     }
     const auto records = recordsOf("hammer");
     expectSound(records);
-    EXPECT_GE(records.size(), 8u * 2048 / 128); // all lanes full: the longest of these lines takes 96 bytes
+    // all lanes full: the longest of these lines takes 96 bytes
+    EXPECT_GE(records.size(), 8u * 2048 / 128);
 }
 
 /// Moves while four threads write. Each thread's last lines are still there, without a gap.
 TEST(TraceRing, MovingIntoAFileLosesNoLine)
 {
-    const int moves = underSanitizer || kest::tests::isEmulated() ? 3 : 10; // they are slow there
-    constexpr int lines = 400; // of at most 96 bytes: all fit
+    // they are slow there
+    const int moves = underSanitizer || kest::tests::isEmulated() ? 3 : 10;
+    // of at most 96 bytes: all fit
+    constexpr int lines = 400;
     trace_wobu_descriptor ring = newRing("moving", 100'000);
     ScratchFolder folder;
     std::atomic<int> begun{0};
@@ -202,7 +207,8 @@ TEST(TraceRing, MovingIntoAFileLosesNoLine)
     EXPECT_EQ(4u * lines, records.size());
 }
 
-/// From here on the kernel kills the thread's process at any system call but exit. (Strict mode would take the clock's counter away, too.)
+/// From here on the kernel kills the thread's process at any system call but exit. (Strict mode would take the clock's
+/// counter away, too.)
 void forbidSystemCalls()
 {
     sock_filter rules[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -247,7 +253,8 @@ TEST(TraceRing, WriteTakesNoSystemCall)
                       if (inFile) {
                           host::useTraceFolder(folder.path());
                       }
-                      std::thread writer([memory] { // a thread that has never traced
+                      // a thread that has never traced
+                      std::thread writer([memory] {
                           forbidSystemCalls();
                           for (int number = 0; number < 1000; ++number) {
                               trace_wobu_write_all(memory, 1, " %s,%d,%ld,%s", 1, 0, "strict", number, 5L, "text");
@@ -265,8 +272,8 @@ TEST(TraceRing, WriteTakesNoSystemCall)
     }
 }
 
-/// glibc sets up a cache of its own at a thread's first allocation or release: that shows in the heap's use, also when the block itself
-/// has been given back.
+/// glibc sets up a cache of its own at a thread's first allocation or release: that shows in the heap's use, also when
+/// the block itself has been given back.
 TEST(TraceRing, WriteAllocatesNothing)
 {
     if (underSanitizer) {

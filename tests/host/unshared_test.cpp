@@ -124,7 +124,8 @@ TEST(UnsharedFile, ForkBesideAnUnlockClosesNoFileOfAnotherThread)
                 forked.tell();
             });
             pollfd word{forked.ends[0], POLLIN, 0};
-            poll(&word, 1, 300); // a fork that is kept waiting comes later
+            // a fork that is kept waiting comes later
+            poll(&word, 1, 300);
         };
     }
     forking.join();
@@ -139,7 +140,8 @@ TEST(FileLock, OfAKilledOwnerIsFreeThoughAChildOfItLives)
     const HostFolder folder;
     const std::string file = folder.path() / "lock";
     Pipe ready;
-    Pipe life; // the grandchild ends with it
+    // the grandchild ends with it
+    Pipe life;
     const pid_t owner = fork();
     if (owner == 0) {
         const host::fileLock held(file);

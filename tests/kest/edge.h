@@ -22,7 +22,8 @@ public:
         m_pages = static_cast<char*>(pages);
         EXPECT_EQ(0, mprotect(m_pages + m_page, m_page, PROT_NONE));
         m_bytes = m_pages + m_page - size;
-        if (size != 0) { // else there need not be any bytes
+        // else there need not be any bytes
+        if (size != 0) {
             std::memcpy(m_bytes, bytes, size);
         }
     }

@@ -1,4 +1,5 @@
-/// Building blocks of expected log texts. Everything here is written from what the library promises, never asked of the library.
+/// Building blocks of expected log texts. Everything here is written from what the library promises, never asked of the
+/// library.
 #pragma once
 
 #include <cstdarg>

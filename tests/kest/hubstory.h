@@ -15,7 +15,8 @@ namespace hubstory
 using namespace scripted;
 using namespace expected;
 
-/// errno values of the failing steps: not acknowledged (6), no data (61), timed out (62), and two others of either class.
+/// errno values of the failing steps: not acknowledged (6), no data (61), timed out (62), and two others of either
+/// class.
 constexpr int stepErrors[] = {6, 61, 62, 5, 22};
 
 enum class Operation {
@@ -100,7 +101,8 @@ inline std::vector<Call> statusRead(const Block& block, std::uint8_t status)
     return {readBlock(block), setBlock(plain), readCall({status})};
 }
 
-/// Traces of the hub's own functions, without those of entry and exit: the hash and the source line are shown where they are fixed.
+/// Traces of the hub's own functions, without those of entry and exit: the hash and the source line are shown where
+/// they are fixed.
 std::string hubTraces(const Platform& platform);
 
 /// Scripts and expects at once.

@@ -77,7 +77,8 @@ protected:
     kest_deviceAddress node{0xC0, KEST_DEV_9552, 0, nullptr};
     kest_deviceInfo info{nodeName, devicePath, &node};
     Dp955xRequest request{};
-    mern_t hubHandle = platform.openHandle(); // h1, as the hub's reset has it
+    // h1, as the hub's reset has it
+    mern_t hubHandle = platform.openHandle();
 };
 
 // --- the frame -------------------------------------------------------------------------------------------------------------------
@@ -213,7 +214,8 @@ TEST_F(Registers, OutputRegistersByType)
         std::uint32_t type;
         const char* state;
         const char* select;
-        const char* written; // operation 3 on pin 0: selector 10, or output 0
+        // operation 3 on pin 0: selector 10, or output 0
+        const char* written;
     } rows[] = {{0x9551, "55 55", "15", "15 56 55"},
                 {0x9552, "55 55 55 55", "16", "16 56 55 55 55"},
                 {0x9554, "FF", "01", "01 FE"},
@@ -237,7 +239,8 @@ TEST_F(Registers, InputRegistersByType)
         std::uint32_t type;
         std::vector<Bytes> inputs;
         std::vector<Bytes> selected;
-        std::uint32_t value, masked; // under 0xFFFF and 0x0FF0
+        // under 0xFFFF and 0x0FF0
+        std::uint32_t value, masked;
     } rows[] = {
         {0x9551, {hex("A5")}, {hex("00")}, 0x00A5, 0x00A0},
         {0x9552, {hex("A5"), hex("3C")}, {hex("00"), hex("01")}, 0x3CA5, 0x0CA0},
@@ -304,7 +307,8 @@ TEST_F(Registers, RawRegistersByTypeAndConfig)
     constexpr int none = 0xFF;
     const struct {
         std::uint32_t type;
-        std::array<int, 8> registers; // by config
+        // by config
+        std::array<int, 8> registers;
     } rows[] = {{0x9551, {none, none, 0x01, 0x02, 0x03, 0x04, none, none}},
                 {0x9552, {none, none, 0x02, 0x03, 0x04, 0x05, none, none}},
                 {0x9554, {none, none, none, none, none, none, 0x02, none}},
@@ -337,7 +341,8 @@ TEST_F(Registers, RawRegistersByTypeAndConfig)
             EXPECT_EQ(0x8000132DU, record.returnCode);
             EXPECT_TRUE(record.callouts.empty());
             EXPECT_EQ((std::vector<Bytes>{text("kest955x")}), record.details(2));
-            EXPECT_EQ(3, tracesNaming("RawConfig")); // entry, failure, exit
+            // entry, failure, exit
+            EXPECT_EQ(3, tracesNaming("RawConfig"));
             // Locked, unlocked and closed all the same.
             EXPECT_EQ(0, platform.openHandles());
             EXPECT_EQ(18U, platform.configs().at(platform.configs().size() - 1).item);
@@ -382,7 +387,8 @@ TEST_F(Registers, UnlistedTypesAreReportedAndServedWithRegister0AndNoData)
                   record.srcs[0]);
         EXPECT_EQ(0x8000132CU, record.returnCode);
         EXPECT_EQ((std::vector<Bytes>{text("kest955x")}), record.details(2));
-        EXPECT_EQ(3, tracesNaming(row.name)) << row.name; // entry, failure, exit
+        // entry, failure, exit
+        EXPECT_EQ(3, tracesNaming(row.name)) << row.name;
         EXPECT_EQ(row.written, platform.written());
         EXPECT_NE(std::string::npos,
                   platform.layerCalls().find("mern_iic_read(h" + std::string(row.module == 37 ? "1" : "2") + ", 0)"));
@@ -759,7 +765,8 @@ delete entry3
 )",
               calls.substr(0, calls.find("entry4")));
     EXPECT_EQ(entry.get() == nullptr ? 0 : 2, platform.entry(entry.get()).number);
-    EXPECT_EQ(41, platform.entry(4).srcs.at(0).module); // the device, still locked at its end
+    // the device, still locked at its end
+    EXPECT_EQ(41, platform.entry(4).srcs.at(0).module);
 }
 
 TEST_F(Registers, FailureIsNotedAfterTheDeviceIsGone)
@@ -777,9 +784,11 @@ TEST_F(Registers, FailuresAreTracedUnderTheRoutinesName)
     for (const Routine& routine : framedRoutines()) {
         restart();
         become(0x9552);
-        platform.healthy().failCall(3, EIO); // the speed
+        // the speed
+        platform.healthy().failCall(3, EIO);
         EXPECT_TRUE(failed(routine.call(&request)));
-        EXPECT_EQ(3, tracesNaming(routine.name)) << routine.name; // entry, failure, exit
+        // entry, failure, exit
+        EXPECT_EQ(3, tracesNaming(routine.name)) << routine.name;
     }
 }
 
@@ -808,11 +817,13 @@ TEST_F(Registers, HubResetFailingAtAnyStepLeavesTheHandleOpen)
 TEST_F(Registers, ReadThatFailsLeavesOrHalvesTheValue)
 {
     std::uint32_t value = 0xCAFE0000;
-    platform.healthy().failCall(7, EIO); // the first read
+    // the first read
+    platform.healthy().failCall(7, EIO);
     EXPECT_TRUE(failed(Read(&request, 0xFFFF, &value)));
     EXPECT_EQ(0xCAFE0000U, value);
     restart();
-    platform.healthy().failCall(10, EIO); // the second
+    // the second
+    platform.healthy().failCall(10, EIO);
     EXPECT_TRUE(failed(Read(&request, 0, &value)));
     EXPECT_EQ(0x5AU, value);
 }
@@ -842,7 +853,8 @@ TEST_F(Registers, TheByteBehindTheDataIsNoPartOfTheValue)
         platform.healthy();
         platform.readHandler = [bytes = bytes](std::uint8_t* buffer, unsigned size) {
             EXPECT_EQ(bytes, size);
-            std::fill_n(buffer, size + 1, std::uint8_t{0xFF}); // the buffer has room for the register byte, too
+            // the buffer has room for the register byte, too
+            std::fill_n(buffer, size + 1, std::uint8_t{0xFF});
             return static_cast<int>(size);
         };
         std::uint32_t value = 0;
@@ -887,7 +899,8 @@ TEST_F(Registers, WithoutADeviceInfoNothingIsTouched)
 
 TEST_F(Registers, ChainWithoutARegisterDeviceIsRefused)
 {
-    node.type = KEST_DEV_SEEPROM_2K; // the request still says 9552
+    // the request still says 9552
+    node.type = KEST_DEV_SEEPROM_2K;
     const std::unique_ptr<ErrlEntry> entry{Write_922Hub_Reset(&request, operationOf(0), 0, 0, &hubHandle)};
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ("\n", platform.layerCalls());
@@ -918,7 +931,8 @@ TEST_F(Registers, WithoutMemoryNothingMoreIsTransferred)
         // the device, and each operation with its buffer
         EXPECT_EQ(routine.module == 36 ? 3 : 5, refused) << routine.name;
     }
-    restart(); // no allocation is to fail any more
+    // no allocation is to fail any more
+    restart();
 }
 
 } // namespace

@@ -135,7 +135,8 @@ TEST_F(KestAddressList, ANodeHoldsZerosBetweenItsFields)
                                    {offsetof(kest_deviceAddress, type), sizeof list->type},
                                    {offsetof(kest_deviceAddress, port), sizeof list->port},
                                    {offsetof(kest_deviceAddress, next), sizeof list->next}}) {
-        std::fill_n(bytes + at, size, std::uint8_t{0}); // its fields apart, nothing is left
+        // its fields apart, nothing is left
+        std::fill_n(bytes + at, size, std::uint8_t{0});
     }
     EXPECT_EQ(std::vector<unsigned char>(sizeof *list), std::vector<unsigned char>(bytes, bytes + sizeof *list));
     KEST_deleteDevAddress(&list, true);
@@ -199,7 +200,8 @@ TEST_F(KestAddressList, FlattensIntoAnArrayThatLinksToItself)
     EXPECT_EQ(&flat[2], flat[1].next);
     EXPECT_EQ(nullptr, flat[2].next);
     KEST_deleteDevAddress(&list, true);
-    EXPECT_EQ(0x80, flat[1].address); // a copy
+    // a copy
+    EXPECT_EQ(0x80, flat[1].address);
 }
 
 TEST_F(KestAddressList, FlatArraysCarryNoStrayBytes)
@@ -259,7 +261,8 @@ TEST_F(KestAddressList, ACopiedArrayLinksIntoTheCopyOnceReflattened)
 TEST_F(KestAddressList, ReflatteningStopsAtTheFirstElementWithoutALink)
 {
     kest_deviceAddress flat[3]{};
-    flat[0].next = flat; // valid or not: it is rewritten
+    // valid or not: it is rewritten
+    flat[0].next = flat;
     flat[2].next = flat;
     KEST_reflattenAddressList(flat);
     EXPECT_EQ(&flat[1], flat[0].next);
@@ -293,7 +296,8 @@ TEST_F(KestAddressList, ChecksTheLength)
 {
     EXPECT_EQ(0xAC0001U, kest_checkAddressList(nullptr));
     EXPECT_EQ(0xAC0002U, check({0xF0, 0xF0, 0x922, 0x75}));
-    EXPECT_EQ(0xAC0002U, check({0x123, 0x123, 0x123, 0x123})); // before any type is looked at
+    // before any type is looked at
+    EXPECT_EQ(0xAC0002U, check({0x123, 0x123, 0x123, 0x123}));
     EXPECT_EQ(0xAC0002U, check({0xF0, 0x922, 0x75, 0x75, 0x75}));
 }
 
@@ -316,7 +320,8 @@ TEST_F(KestAddressList, RefusesUnknownTypes)
     for (const std::uint32_t type : strange) {
         EXPECT_EQ(0xAC0003U, check({type})) << std::hex << type;
         EXPECT_EQ(0xAC0003U, check({0x922, type})) << std::hex << type;
-        EXPECT_EQ(0xAC0003U, check({0x75, type})) << std::hex << type; // seen while the first node is checked
+        // seen while the first node is checked
+        EXPECT_EQ(0xAC0003U, check({0x75, type})) << std::hex << type;
         EXPECT_EQ(0xAC0003U, check({type, type})) << std::hex << type;
         EXPECT_EQ(0xAC0003U, check({0xF0, 0x922, type})) << std::hex << type;
     }

@@ -1,4 +1,5 @@
-/// The numbers of error entries: those of the document, those that kestctl has words for, and those that the library really gives.
+/// The numbers of error entries: those of the document, those that kestctl has words for, and those that the library
+/// really gives.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -54,7 +55,8 @@ std::string document()
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The document's rows: each a number and a meaning, in a table of the heading. `kind` is the first cell of tables that have such a one.
+/// The document's rows: each a number and a meaning, in a table of the heading. `kind` is the first cell of tables that
+/// have such a one.
 Rows documented(const std::string& heading, const std::string& kind = "")
 {
     std::istringstream text(document());
@@ -181,14 +183,16 @@ protected:
         for (int number = 1; number <= platform.entryCount(); ++number) {
             collect(platform.entry(number));
         }
-        platform.forget(); // faults at every place leave first-failure data and locks behind
+        // faults at every place leave first-failure data and locks behind
+        platform.forget();
     }
 
     void collect(const EntryRecord& record)
     {
         severities.insert(record.severity);
         for (const Src& src : record.srcs) {
-            if (src.component == 0x1300) { // else the platform's
+            // else the platform's
+            if (src.component == 0x1300) {
                 reasons.insert(src.reason);
                 modules.insert(src.module);
                 subsystems.insert(src.subsystem);
@@ -294,7 +298,8 @@ void LibrarysCodes::seeproms()
     for (const bool write_ : {false, true}) {
         const auto act = [=](std::uint32_t mode) { return write_ ? write(direct, mode) : read(direct, mode); };
         platform.failsCopyRead();
-        once([=] { return act(3); }); // file mode
+        // file mode
+        once([=] { return act(3); });
         platform.readsCopy({});
         once([=] { return act(3); });
         failingEverywhere([=] { return act(4); });
@@ -317,13 +322,16 @@ void LibrarysCodes::seeproms()
 void LibrarysCodes::hubs()
 {
     for (unsigned status = 0; status < 256; ++status) {
-        hubAnswers({0, static_cast<std::uint8_t>(status), 0, 1}); // after a sub-bus error: its reset, the repeat
+        // after a sub-bus error: its reset, the repeat
+        hubAnswers({0, static_cast<std::uint8_t>(status), 0, 1});
         once([] { return read(behindHub); });
-        hubAnswers({0, static_cast<std::uint8_t>(status), 5}); // the reset itself ends badly
+        // the reset itself ends badly
+        hubAnswers({0, static_cast<std::uint8_t>(status), 5});
         once([] { return write(behindHub); });
     }
     failingEverywhere([] { return read(behindHub); }, {0, 4});
-    failingEverywhere([] { return write("p,L,922,84,3,1C0002,A0"); }); // no expander resets that hub
+    // no expander resets that hub
+    failingEverywhere([] { return write("p,L,922,84,3,1C0002,A0"); });
     failingEverywhere([this] {
         ErrlEntry* entry = nullptr;
         unsigned int status = 0;
@@ -349,7 +357,8 @@ void LibrarysCodes::ports()
     const kest_attributeValue attributes[6] = {400, 1, 15, 1, 2, 1};
     const Dp955xRequest request{&info, KEST_DEV_D10, attributes};
     platform.healthy();
-    once([&] { return Write(&request, KEST_DP_SELECT_00, 1, 0); }); // no such outputs
+    // no such outputs
+    once([&] { return Write(&request, KEST_DP_SELECT_00, 1, 0); });
 }
 
 void LibrarysCodes::devices()
@@ -383,7 +392,8 @@ void LibrarysCodes::messages()
     once([] { return serve(0x8001, {}); });
     once([] { return serve(0x8001, Bytes(13, 'x')); });
     Bytes shortWrite(13);
-    shortWrite[8] = shortWrite[11] = 1; // the length, in either byte order
+    // the length, in either byte order
+    shortWrite[8] = shortWrite[11] = 1;
     once([=] { return serve(0x8002, shortWrite); });
     platform.failsLocation();
     once([] { return serve(0x8004, Bytes(8)); });
@@ -405,7 +415,8 @@ void LibrarysCodes::others()
     once([] { return KEST_setAttribute(KEST_ATTR_BUS_SPEED, 0, nullptr); });
     kest_attributeValue record[6];
     once([&] { return KEST_setAttribute(static_cast<kest_attribute>(6), 0, record); });
-    once([] { return KEST_detectDevice("p,8", nullptr); }); // no such node
+    // no such node
+    once([] { return KEST_detectDevice("p,8", nullptr); });
     once([] {
         ErrlEntry* entry = nullptr;
         mern_t handle{};

@@ -82,15 +82,18 @@ protected:
     }
 
     unsigned value = 0xCAFE;
-    mern_t hubHandle = platform.openHandle(); // h1
+    // h1
+    mern_t hubHandle = platform.openHandle();
 };
 
 TEST_F(DataPort, EachFunctionServesItsTypesAndIsSilentOnOthers)
 {
     const struct {
         const char* type;
-        const char* direction; // first register byte of config 0; null when the bus is not touched
-        bool read, write, config; // config 6, which no LED driver has
+        // first register byte of config 0; null when the bus is not touched
+        const char* direction;
+        // config 6, which no LED driver has
+        bool read, write, config;
     } rows[] = {
         {"75", nullptr, true, false, false},      {"92", nullptr, true, false, false},
         {"9551", nullptr, true, true, true},      {"9552", nullptr, true, true, true},
@@ -155,7 +158,8 @@ TEST_F(DataPort, ConfigGoesToDirectionsUpTo1AndToRawRegistersAbove)
 
 TEST_F(DataPort, WriteHandsOperationBitsAndMaskOn)
 {
-    platform.healthy(); // the outputs read 5A 5A
+    // the outputs read 5A 5A
+    platform.healthy();
     EXPECT_FALSE(failed(KEST_dpWrite("/dev/i2c-1,L,9555,40", KEST_DP_COPY, 0x1234, 0xFF00, nullptr, 1)));
     EXPECT_EQ((std::vector<Bytes>{hex("02"), hex("02 5A 12")}), platform.written());
 }
@@ -224,7 +228,8 @@ TEST_F(DataPort, TextThatCannotBeConvertedIsReportedWithTheTextAttached)
         const auto traces = failureTraces(function.name);
         ASSERT_EQ(1U, traces.size());
         EXPECT_EQ(" %s,%s", traces[0].format);
-        EXPECT_EQ("\"a,b,123\"", traces[0].arguments.at(1)); // up to the last token read
+        // up to the last token read
+        EXPECT_EQ("\"a,b,123\"", traces[0].arguments.at(1));
     }
 }
 
@@ -272,7 +277,8 @@ TEST_F(DataPort, ReadAndWriteLeaveADeviceAloneWhoseChainIsNotValid)
     const struct {
         const char* text;
         std::uint32_t code;
-        const char* list; // as the log shows it
+        // as the log shows it
+        const char* list;
     } rows[] = {
         {"/dev/i2c-1,L,9551,C0,9552,C2", 0xAC0005, "list 0xC0/0x9551/0 0xC2/0x9552/0"},
         {"/dev/i2c-1,L,9551,C0,922,80,1,9552,C2", 0xAC0004, "list 0xC0/0x9551/0 0x80/0x922/1 0xC2/0x9552/0"},
@@ -428,14 +434,16 @@ TEST_F(DataPort, EveryAllocationFailingOnceIsReportedOrHarmless)
                 << function.name << " allocation " << n;
         }
     }
-    restart(); // no allocation is to fail any more
+    // no allocation is to fail any more
+    restart();
 }
 
 // --- the reset pin of a hub ------------------------------------------------------------------------------------------------------
 
 TEST_F(DataPort, ResetPinIsDrivenOnTheOpenHandle)
 {
-    platform.healthy(); // the selectors read 5A 5A 5A 5A
+    // the selectors read 5A 5A 5A 5A
+    platform.healthy();
     EXPECT_FALSE(failed(kest_dp_922HUB_reset("/dev/i2c-1,L,9552,0xC2", hubHandle, KEST_DP_SELECT_01, 0x8000, 0)));
     EXPECT_EQ(R"(
 mern_iic_config(h1, 2, 19, block: speed 400, address 0xC2, offset bytes 0, timeout 20000, write cycle 0, page 0, flags 0xFFFF0001, busy wait 1000)
@@ -450,7 +458,8 @@ mern_iic_write(h1, 5 bytes: 16 5a 5a 5a 5a)
 
 TEST_F(DataPort, ResetPinIsA9552sWhateverTheChainHolds)
 {
-    for (const char* text : {"/dev/i2c-1,L,9554,C0", "/dev/i2c-1,L,9551,C0,9555,C2"}) { // the second is not even valid
+    // the second is not even valid
+    for (const char* text : {"/dev/i2c-1,L,9554,C0", "/dev/i2c-1,L,9551,C0,9555,C2"}) {
         restart();
         platform.healthy();
         EXPECT_FALSE(failed(resetPin(text)));
@@ -468,7 +477,8 @@ TEST_F(DataPort, ResetPinsFailureIsNotedWithModule17)
     ASSERT_EQ(1U, record.srcs.size());
     EXPECT_EQ(0x1311, record.srcs[0].reason);
     EXPECT_EQ(0x40001311U, record.returnCode);
-    ASSERT_EQ(3U, record.softwareErrors.size()); // the operation's, the routine's, the entry point's
+    // the operation's, the routine's, the entry point's
+    ASSERT_EQ(3U, record.softwareErrors.size());
     EXPECT_EQ(38, record.softwareErrors[0].word1);
     EXPECT_EQ(37, record.softwareErrors[1].word1);
     EXPECT_EQ((SoftwareError{.returnCode = 0x40001311, .word1 = 17, .word2 = 0}), record.softwareErrors[2]);

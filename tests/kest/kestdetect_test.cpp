@@ -151,7 +151,8 @@ TEST_F(Detect, TextWithoutTwoFieldsIsRefusedWithTheTextAttached)
 {
     const struct {
         const char* text;
-        const char* rest; // up to the last token, as traced
+        // up to the last token, as traced
+        const char* rest;
     } rows[] = {{"/dev/i2c-1", "\"/dev/i2c-1\""},
                 {",", "\",\""},
                 {"a", "\"a\""},
@@ -186,7 +187,8 @@ void failStep(Platform& platform, int step, int error)
 TEST_F(Detect, EachFailingStepIsMarkedInTheLayersEntry)
 {
     const struct {
-        int step; // open, block, speed, state
+        // open, block, speed, state
+        int step;
         Src src;
         std::uint32_t returnCode;
         std::uint16_t site;
@@ -256,7 +258,8 @@ TEST_F(Detect, FailedCloseNeverReachesTheCaller)
 
 TEST_F(Detect, FailedCloseBesideAnotherFailureIsCommitted)
 {
-    for (int step = 1; step <= 4; ++step) { // the fourth: the device is absent
+    // the fourth: the device is absent
+    for (int step = 1; step <= 4; ++step) {
         restart();
         if (step < 4) {
             failStep(platform, step, EIO);
@@ -282,12 +285,14 @@ TEST_F(Detect, SwallowedFailureOfTheStateNeverReadsAsPresent)
     const EntryRecord record = detect();
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ(0x130A, record.srcs.at(0).reason);
-    EXPECT_EQ(1, platform.commits()); // the layer's own
+    // the layer's own
+    EXPECT_EQ(1, platform.commits());
 }
 
 TEST_F(Detect, SwallowedFailureAheadOfTheStateDoesNotEndIt)
 {
-    for (int step = 1; step <= 2; ++step) { // block, speed
+    // block, speed
+    for (int step = 1; step <= 2; ++step) {
         restart();
         failStep(platform, step, EDEADLK);
         platform.configures(2 - step).configuresReading(word(3)).closes();
@@ -327,7 +332,8 @@ TEST_F(Detect, EveryLayerCallFailingOnceClosesTheDevice)
             detect();
             if (!platform.faultWasMet()) {
                 EXPECT_EQ(nullptr, entry);
-                EXPECT_EQ(6, failing); // open, block, speed, state, close
+                // open, block, speed, state, close
+                EXPECT_EQ(6, failing);
                 break;
             }
             EXPECT_TRUE(entry || platform.commits() > 0) << platform.failedCall();

@@ -32,7 +32,8 @@ protected:
         for (const kest_deviceAddress& node : nodes) {
             KEST_addDevAddress(node.address, node.type, node.port, &chain);
         }
-        EdalDevice* second = reinterpret_cast<EdalDevice*>(this); // whatever it was, it becomes null
+        // whatever it was, it becomes null
+        EdalDevice* second = reinterpret_cast<EdalDevice*>(this);
         buildDeviceLink(chain, &built, &second);
         EXPECT_EQ(nullptr, second);
     }
@@ -48,7 +49,8 @@ protected:
         return lines;
     }
 
-    /// The only SRC of the entry, without its source line, which is checked to be that of the failure, as its trace's is.
+    /// The only SRC of the entry, without its source line, which is checked to be that of the failure, as its trace's
+    /// is.
     Src srcWithoutLine(const EntryRecord& record) const
     {
         const std::vector<int> lines = failureLines();
@@ -303,7 +305,8 @@ TEST_F(DeviceLock, TakenTwiceFailsWithoutTouchingTheBus)
     ASSERT_EQ(1U, traces.size());
     EXPECT_NE(std::string::npos, traces[0].find("\"lockDevice\"")) << traces[0];
 
-    platform.configures(); // the first lock is still held
+    // the first lock is still held
+    platform.configures();
     EXPECT_EQ(nullptr, unlock());
 }
 
@@ -334,7 +337,8 @@ TEST_F(DeviceLock, WhoseReleaseFailedIsStillHeld)
     EXPECT_EQ(nullptr, lock());
     const std::unique_ptr<ErrlEntry> entry{unlock()};
     EXPECT_NE(nullptr, entry);
-    EXPECT_EQ(nullptr, unlock()); // the bus is asked again
+    // the bus is asked again
+    EXPECT_EQ(nullptr, unlock());
     EXPECT_EQ(3U, platform.configs().size());
     destroy();
     EXPECT_EQ(1, platform.entryCount());
@@ -397,7 +401,8 @@ TEST_F(DeviceOperation, KeepsRegisterAndLengths) { EXPECT_EQ(hex("02 77 01"), An
 
 TEST_F(DeviceOperation, HasABufferOfMallocAndFreesItSo)
 {
-    AnyOperation operation(2); // the platform checks each release
+    // the platform checks each release
+    AnyOperation operation(2);
     operation.takeBuffer();
 }
 
@@ -410,14 +415,16 @@ TEST_F(DeviceOperation, WithoutMemoryHasNoBuffer)
 
 TEST_F(DeviceOperation, DirectionsAndLengthsOfBothKinds)
 {
-    for (unsigned dataLength = 0; dataLength <= 255; ++dataLength) { // some fill a block of the heap to its last byte
+    // some fill a block of the heap to its last byte
+    for (unsigned dataLength = 0; dataLength <= 255; ++dataLength) {
         Dp955xOps::ReadRegister read(0x16, static_cast<std::uint8_t>(dataLength));
         Dp955xOps::WriteRegister write(0x16, static_cast<std::uint8_t>(dataLength));
         EXPECT_EQ(3U, read.getDirection());
         EXPECT_EQ(2U, write.getDirection());
         EXPECT_EQ(dataLength, read.getLength(1));
         EXPECT_EQ(0U, write.getLength(1));
-        for (const std::uint32_t phase : {0U, 2U, 3U, 0x80000001U}) { // all but the read phase
+        // all but the read phase
+        for (const std::uint32_t phase : {0U, 2U, 3U, 0x80000001U}) {
             EXPECT_EQ(1U, read.getLength(phase));
             EXPECT_EQ(dataLength + 1, write.getLength(phase));
         }
@@ -518,18 +525,21 @@ TEST_F(DeviceOperation, WithNoneSetIsRefused)
 TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
 {
     const struct {
-        int failing; // n-th layer call of the operation
+        // n-th layer call of the operation
+        int failing;
         std::uint8_t module;
         std::uint16_t reason;
         std::uint32_t returnCode;
-        const char* calls; // of the operation itself, first-failure capture apart
+        // of the operation itself, first-failure capture apart
+        const char* calls;
     } rows[] = {
         {1, 12, 0x130E, 0x0000130E, "mern_iic_config(h1, 2, 3, 0xC0)\n"},
         {2, 18, 0x1314, 0x00001314, "mern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 1 byte: 00)\n"},
         {3, 13, 0x1312, 0x00001312,
          "mern_iic_config(h1, 2, 3, 0xC0)\nmern_iic_write(h1, 1 byte: 00)\nmern_iic_read(h1, 2)\n"},
     };
-    std::set<int> sites; // a line for each phase
+    // a line for each phase
+    std::set<int> sites;
     for (const auto& row : rows) {
         platform.reset();
         handle = platform.openHandle();
@@ -547,7 +557,8 @@ TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
         EXPECT_EQ(row.returnCode, record.softwareErrors[0].returnCode);
         EXPECT_EQ(38, record.softwareErrors[0].word1);
         const auto& traces = platform.traceRecords();
-        const TraceRecord& last = traces.at(traces.size() - 2); // ahead of the exit
+        // ahead of the exit
+        const TraceRecord& last = traces.at(traces.size() - 2);
         EXPECT_EQ((std::vector<std::string>{"\"doOperation\""}), last.arguments);
         EXPECT_LT(traces.front().line, last.line) << "behind the entry";
         EXPECT_EQ(last.line, record.softwareErrors[0].word2);

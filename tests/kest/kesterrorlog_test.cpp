@@ -241,7 +241,8 @@ TEST_F(KestErrorLog, DeletesAnOwnedBlockOnceItIsAdded)
     kest_errorDetails details{};
     auto* const block = new std::uint8_t[3]{1, 2, 3};
     kest_attachUserDetails(details, block, 3, 6, true);
-    kest_logError(entry, &details, "unit"); // the sanitizer build sees whether the block is deleted, and how
+    // the sanitizer build sees whether the block is deleted, and how
+    kest_logError(entry, &details, "unit");
     EXPECT_EQ(nullptr, details.usrDtlsData);
     EXPECT_EQ(0, details.usrDtlsInUse);
     EXPECT_EQ(1, details.usrDtlsOwned);

@@ -231,7 +231,8 @@ software error 0x8000130F 16 180
 TEST_F(KestFfdc, AFailedUnlockWithoutAnEntryLetsTheDataInto)
 {
     platform.extractsFfdc(hex("aa")).failsFfdcUnlock(5);
-    kest_miscExtractFFDCAndUnlock(entry, handle); // the unlock's failure made an entry: the data have a place
+    // the unlock's failure made an entry: the data have a place
+    kest_miscExtractFFDCAndUnlock(entry, handle);
     EXPECT_EQ((std::vector<Bytes>{{0xAA}}), platform.entry(1).details(6));
 }
 

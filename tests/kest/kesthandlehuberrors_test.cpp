@@ -130,7 +130,8 @@ TEST_F(HubErrors, AStatusReadThatEndsInADeadlockIsNoSuccess)
     unsigned int answer = 77;
     kest_read922HubPrevCmdStatus(handle, &answer, errl);
     EXPECT_EQ(story.text, platform.calls());
-    EXPECT_EQ(nullptr, errl); // committed below
+    // committed below
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(255U, answer);
 }
 
@@ -273,7 +274,8 @@ TEST_F(HubErrors, EveryStatusThatEndsTheTransfer)
             }
         }
     }
-    EXPECT_EQ(2 * (256 - 5), seen); // all but 0 and 3 to 6
+    // all but 0 and 3 to 6
+    EXPECT_EQ(2 * (256 - 5), seen);
 }
 
 TEST_F(HubErrors, AStatusThatCannotBeRead)

@@ -243,7 +243,8 @@ TEST_F(HubSupport, AQueryThatCannotConfigure)
     for (const int error : stepErrors) {
         again();
         Story story{platform};
-        story.fails(setBlock(queryBlock), error); // not even one that says silence resets the hub here
+        // not even one that says silence resets the hub here
+        story.fails(setBlock(queryBlock), error);
         story.says(addedSrc(1, querySrc())).says(callout(1)).notes(1, 33, 1283);
         kest_922HubQueryErrStatus(handle, 0x80, errl, devicePath);
         EXPECT_EQ(story.text, platform.calls()) << error;
@@ -393,7 +394,8 @@ delete entry2
 TEST_F(HubSupport, AResetWithoutAnExpanderFails)
 {
     errl = platform.makeEntry({.srcs = {{.word1 = 6}}});
-    kest_handle_hub_reset(errl, devicePath, handle, 0x84); // "...,9552," names no address
+    // "...,9552," names no address
+    kest_handle_hub_reset(errl, devicePath, handle, 0x84);
     EXPECT_EQ("\n", platform.layerCalls());
     EXPECT_EQ(0x1315, platform.entry(1).srcs.at(1).reason);
     EXPECT_EQ(0x80001315U, platform.entry(1).returnCode);

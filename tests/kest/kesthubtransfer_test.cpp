@@ -134,7 +134,8 @@ TEST_F(HubTransfer, ARead)
     EXPECT_EQ("\n", hubTraces(platform));
     EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(4U, length);
-    EXPECT_EQ(0, std::memcmp("\xB1\xB2\xB3\xB4\5\6\7\x8", buffer, 8)); // the status went nowhere
+    // the status went nowhere
+    EXPECT_EQ(0, std::memcmp("\xB1\xB2\xB3\xB4\5\6\7\x8", buffer, 8));
 }
 
 TEST_F(HubTransfer, AnyOtherOperationDoesNothing)
@@ -400,7 +401,8 @@ TEST_F(HubTransfer, AWriteThatFails)
     for (const int error : stepErrors) {
         again();
         Story story{platform};
-        prepares(story, 1).fails(dataCall(1), error); // silence does not reset the hub here, and nothing is waited for
+        // silence does not reset the hub here, and nothing is waited for
+        prepares(story, 1).fails(dataCall(1), error);
         ends(story).notes(1, 20, 690);
         transfer(1);
         EXPECT_EQ(story.text, platform.calls()) << error;
@@ -527,7 +529,8 @@ TEST_F(HubReadWithoutData, IsForgottenWhenTheRepeatWorks)
         EXPECT_EQ(story.text, platform.calls()) << status;
         EXPECT_EQ(nullptr, errl);
         EXPECT_EQ(5U, length);
-        EXPECT_EQ(0, std::memcmp("\1\2\3\4\5", buffer, 5)); // what the repeat read does not reach the caller
+        // what the repeat read does not reach the caller
+        EXPECT_EQ(0, std::memcmp("\1\2\3\4\5", buffer, 5));
     }
 }
 
@@ -584,7 +587,8 @@ TEST_F(HubReadWithoutData, TakesOverThatTheStatusCannotBeRead)
 
 TEST_F(HubReadWithoutData, EndsWithEitherAnEntryOrTheRepeatWhateverFails)
 {
-    const StandardError dmaLines; // told each time the option fails
+    // told each time the option fails
+    const StandardError dmaLines;
     // every layer call behind the failed read fails once
     for (const int error : stepErrors) {
         int failing = 1;
@@ -798,7 +802,8 @@ TEST_F(HubTransfer, WithoutMemoryForTheBufferNothingIsTransferred)
         EXPECT_EQ((std::vector<Callout>{{1, 4}}), platform.entry(1).callouts);
         EXPECT_TRUE(platform.written().empty());
         EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_read(h1, 5)"));
-        EXPECT_EQ(operation == 1, platform.layerCalls() == "\n"); // a write takes its buffer ahead of the device
+        // a write takes its buffer ahead of the device
+        EXPECT_EQ(operation == 1, platform.layerCalls() == "\n");
     }
 }
 
@@ -859,11 +864,13 @@ TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
             // it, which says: sub-bus error
             std::memset(bytes, ++reads == 3 ? 3 : 0, size);
             errno = 35;
-            return reads > 3 && size > 1 ? -1 : static_cast<int>(size); // the repeat
+            // the repeat
+            return reads > 3 && size > 1 ? -1 : static_cast<int>(size);
         };
         int writes = 0;
         platform.writeHandler = [&](const std::uint8_t*, unsigned size) {
-            reads += ++writes == 1 && size == 4 ? 1 : 0; // in the place of the read transfer
+            // in the place of the read transfer
+            reads += ++writes == 1 && size == 4 ? 1 : 0;
             errno = 35;
             return size == 4 && writes > 1 ? -1 : static_cast<int>(size);
         };
@@ -891,7 +898,8 @@ TEST_F(HubTransfer, ARepeatMovesNoMoreThanTheBufferHolds)
 
 TEST_F(HubTransfer, EndsCleanWhateverFails)
 {
-    const StandardError dmaLines; // told each time the option fails
+    // told each time the option fails
+    const StandardError dmaLines;
     for (const int operation : {0, 1}) {
         for (const int error : stepErrors) {
             int failing = 1;
@@ -902,7 +910,8 @@ TEST_F(HubTransfer, EndsCleanWhateverFails)
                     std::memset(bytes, 0, size);
                     return static_cast<int>(size);
                 };
-                platform.failCall(failing, error, true); // and everything after it
+                // and everything after it
+                platform.failCall(failing, error, true);
                 transfer(operation);
                 met = platform.faultWasMet();
                 EXPECT_TRUE(!met || errl != nullptr || platform.commits() > 0 ||

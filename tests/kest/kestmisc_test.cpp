@@ -123,7 +123,8 @@ TEST(KestMiscDump, OfTwoLinesReadsTheSecondWhole)
     EXPECT_STREQ("00000000  74686520 66697273 74206c69 6e652e2e  <the first line..>\n"
                  "00000010  74686520 326e6400 00000000 00000000  <the 2nd.........>\n",
                  dump.get());
-    EXPECT_EQ(132U, std::strlen(dump.get())); // a block of 133
+    // a block of 133
+    EXPECT_EQ(132U, std::strlen(dump.get()));
 }
 
 TEST(KestMiscDump, OfMoreThanTheAddressSpaceHoldsIsNone)
@@ -131,7 +132,8 @@ TEST(KestMiscDump, OfMoreThanTheAddressSpaceHoldsIsNone)
     if (sizeof(std::size_t) > 4) {
         GTEST_SKIP() << "the lines of 4 GiB fit into this address space";
     }
-    EXPECT_EQ(nullptr, KEST_miscFmtAndDump("", 0xFFFFFFFF)); // 66 characters for each 16 bytes
+    // 66 characters for each 16 bytes
+    EXPECT_EQ(nullptr, KEST_miscFmtAndDump("", 0xFFFFFFFF));
 }
 
 TEST(KestMiscDump, OfNothingIsOneCharacter)
@@ -217,10 +219,12 @@ TEST_F(DeviceTexts, ValuesKeepTheirLowByte)
     convert("p,0,922,180,ff07,75,-1");
     EXPECT_EQ((std::vector<Node>{{0x80, 0x922, 7}, {0xFF, 0x75, 0}}), links());
     kest_miscReleaseDeviceInfo(info);
-    convert("p,0,75,123456789012345678901234567890A0"); // more than a long holds: the greatest
+    // more than a long holds: the greatest
+    convert("p,0,75,123456789012345678901234567890A0");
     EXPECT_EQ((std::vector<Node>{{0xFF, 0x75, 0}}), links());
     kest_miscReleaseDeviceInfo(info);
-    convert("p,0,75,1234567A0"); // more than 32 bits: the same on every target
+    // more than 32 bits: the same on every target
+    convert("p,0,75,1234567A0");
     EXPECT_EQ((std::vector<Node>{{0xFF, 0x75, 0}}), links());
 }
 
@@ -347,7 +351,8 @@ TEST_F(DeviceTexts, WithoutMemoryTheyFailAndKeepNoHalfChain)
         }
         kest_miscReleaseDeviceInfo(info);
     } while (failed);
-    EXPECT_EQ(6, failing); // working copy, two texts, two links
+    // working copy, two texts, two links
+    EXPECT_EQ(6, failing);
 }
 
 TEST_F(DeviceTexts, AnyBytesAreTakenOrRefused)
@@ -366,7 +371,8 @@ TEST_F(DeviceTexts, AnyBytesAreTakenOrRefused)
         EXPECT_TRUE(!failed || text.starts_with(workingCopy)) << text << " gave " << workingCopy;
         kest_miscReleaseDeviceInfo(info);
     }
-    EXPECT_GT(taken, 100); // of both kinds there were enough
+    // of both kinds there were enough
+    EXPECT_GT(taken, 100);
 }
 
 TEST_F(DeviceTexts, SplitForDetectionFillsOnlyTheTexts)

@@ -55,7 +55,8 @@ TEST_F(KestMode, TakesAnUnknownValueForHardware)
         EXPECT_EQ((std::vector<Callout>{{1, 4}}), entry.callouts);
         Bytes whole = text(value);
         whole.resize(16);
-        EXPECT_EQ(std::vector<Bytes>{whole}, entry.details(3)); // all 16 bytes, the unset ones 0
+        // all 16 bytes, the unset ones 0
+        EXPECT_EQ(std::vector<Bytes>{whole}, entry.details(3));
         EXPECT_EQ((std::vector<Commit>{{0x1300, 0x2000}}), entry.commits);
         EXPECT_TRUE(entry.deleted);
         ASSERT_EQ(1u, platform.traceRecords().size() - platform.lines(kindScope).size());
@@ -126,7 +127,8 @@ TEST_F(KestMode, KeepsHardwareAfterAFailureUntilToldToAskAgain)
 
 TEST_F(KestMode, NeverAnswersUnknownWhileOthersAskAgain)
 {
-    platform.healthy(); // the registry says HWareMode
+    // the registry says HWareMode
+    platform.healthy();
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (kest_attributeValue value : {1u, 2u, 1u, 2u}) {

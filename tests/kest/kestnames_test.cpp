@@ -1,4 +1,5 @@
-/// Every exported name has two spellings, in namespace kest and without; both are one thing. One header brings them all.
+/// Every exported name has two spellings, in namespace kest and without; both are one thing. One header brings them
+/// all.
 #include "kest/kest.h"
 
 #include <type_traits>
@@ -93,7 +94,8 @@ TEST(KestNames, DataPortNumbersHaveBothSpellings)
                                            {::KEST_DP_CONFIG_DUTY1, kest::KEST_DP_CONFIG_DUTY1},
                                            {::KEST_DP_CONFIG_POLARITY0, kest::KEST_DP_CONFIG_POLARITY0},
                                            {::KEST_DP_CONFIG_POLARITY1, kest::KEST_DP_CONFIG_POLARITY1}};
-    for (unsigned number = 0; number < configs.size(); ++number) { // in the order of their numbers, from 0
+    // in the order of their numbers, from 0
+    for (unsigned number = 0; number < configs.size(); ++number) {
         EXPECT_EQ(number, configs[number].first);
         EXPECT_EQ(number, configs[number].second);
     }

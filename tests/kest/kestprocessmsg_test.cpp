@@ -169,7 +169,8 @@ TEST_F(KestProcessMsg, FreesTheBufferOfAFailedRead)
     platform.registryAnswers(text("HWareMode")).opens().configures(3).failsRead(6).capturesFfdc().closes();
     process(readType, join({head(0, 4), terminated("sim:planar,L,2C0256,A0")}));
     EXPECT_EQ(0x40001311u, platform.entry(1).returnCode);
-    EXPECT_TRUE(platform.entry(1).fruCallouts.empty()); // messages name no device number
+    // messages name no device number
+    EXPECT_TRUE(platform.entry(1).fruCallouts.empty());
     EXPECT_EQ("\ntavo_malloc(4)\ntavo_util_free(memory1)\n", platform.log(kindMemory));
     EXPECT_EQ("\n", platform.log(kindMessage));
     EXPECT_EQ(0, reply.replyFlags);
@@ -318,7 +319,8 @@ TEST_F(KestProcessMsg, NeedsAllTheDataOfAWrite)
                 line("\" %%s,%%d,%%d\", \"kestProcessMsg\", %u, %u)", length + 15, length + 16));
         again();
         inFileMode().readsCopy({0}).writesCopy();
-        process(writeType, join({whole, counting(5)})); // more than enough
+        // more than enough
+        process(writeType, join({whole, counting(5)}));
         EXPECT_EQ(nullptr, entry);
         EXPECT_NE(std::string::npos, platform.calls().find(line("null, %u byte", length)));
     }
@@ -444,7 +446,8 @@ TEST_F(KestProcessMsg, TracesTheHeadsOfRequestAndReply)
         EXPECT_EQ(headerOf(static_cast<std::uint16_t>(traced), static_cast<std::uint32_t>(binary[0].line)),
                   binary[0].header);
         EXPECT_TRUE(binary[1].data.empty());
-        EXPECT_NE(binary[0].line, binary[1].line); // each trace point has its own
+        // each trace point has its own
+        EXPECT_NE(binary[0].line, binary[1].line);
     }
 }
 

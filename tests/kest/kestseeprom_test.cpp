@@ -92,7 +92,8 @@ TEST_F(KestSeeprom, TheAttributeSelectsTheMode)
         for (const auto& row : rows) {
             SCOPED_TRACE(row.attribute);
             again();
-            platform.healthy(); // registry HWareMode, no persisted copies
+            // registry HWareMode, no persisted copies
+            platform.healthy();
             writing ? write(row.attribute) : read(row.attribute);
             EXPECT_EQ(row.asksRegistry ? 1u : 0u, platform.lines(kindRegistry).size());
             EXPECT_EQ(row.readsCopy ? 1u : 0u, platform.lines(kindService).size());
@@ -147,7 +148,8 @@ TEST_F(KestSeeprom, ReadsACopyInFileMode)
 
 TEST_F(KestSeeprom, ReadsACopyInMixedModeWithoutTheHardware)
 {
-    platform.readsCopy(counting(3)); // the copy ends before the eight bytes asked for
+    // the copy ends before the eight bytes asked for
+    platform.readsCopy(counting(3));
     read(mixedMode);
     EXPECT_EQ("\n" + std::string(copyRead), platform.calls());
     EXPECT_EQ(nullptr, entry);
@@ -186,7 +188,8 @@ TEST_F(KestSeeprom, ReadsTheWholeDeviceInMixedModeWithoutACopy)
     read(mixedMode);
     EXPECT_EQ("\n" + std::string(copyRead), platform.log(kindService));
     EXPECT_EQ(nullptr, entry);
-    EXPECT_EQ(32768u, length); // the copy's length 0 was handed on
+    // the copy's length 0 was handed on
+    EXPECT_EQ(32768u, length);
     EXPECT_EQ(counting(32768), bytesRead());
 }
 
@@ -205,7 +208,8 @@ TEST_F(KestSeeprom, FreesWhatAnEmptyCopyLeftBehind)
 
 TEST_F(KestSeeprom, GivesNoFreedBufferAway)
 {
-    address.location[0] = '\0'; // the hardware read ends before it takes a buffer of its own
+    // the hardware read ends before it takes a buffer of its own
+    address.location[0] = '\0';
     platform.readsEmptyCopy();
     read(mixedMode);
     EXPECT_EQ("\ntavo_util_free(copy1)\n", platform.log(kindMemory));

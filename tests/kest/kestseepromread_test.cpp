@@ -135,7 +135,8 @@ TEST_F(KestSeepromHardwareRead, EndsAsASuccessWhenTheDmaOptionIsRefused)
             EXPECT_EQ(openedLines + std::string("mern_iic_close(h1)\n"), platform.calls());
             EXPECT_EQ("\n", platform.traces());
             EXPECT_EQ(nullptr, error);
-            EXPECT_EQ(Bytes(8), bytesRead()); // the length asked for, and nothing filled in
+            // the length asked for, and nothing filled in
+            EXPECT_EQ(Bytes(8), bytesRead());
         }
     }
 }
@@ -156,7 +157,8 @@ TEST_F(KestSeepromHardwareRead, ATimeOutIsRescuedByAReset)
                   failureLines(1, failure({13, 0x130D, 0x1312, true, 8, 5, 8}, 62)) +
                   "mern_iic_config(h1, 1, 15, 4 bytes)\n"
                   "mern_iic_reset(h1, 1)\n"
-                  "mern_iic_read(h1, 8)\n" // the length asked for, not the five that came
+                  // the length asked for, not the five that came
+                  "mern_iic_read(h1, 8)\n"
                   "entry1.setSev(0x10)\n"
                   "entry1.commit(0x1300, 0x4000)\n"
                   "delete entry1\n"
@@ -225,7 +227,8 @@ TEST_F(KestSeepromHardwareRead, AResetThatFailsIsToldInTheFirstEntry)
 TEST_F(KestSeepromHardwareRead, AResetThatFailsWithoutMemoryForItsEntryIsNoSuccess)
 {
     opened().failsRead(62).capturesFfdc().configuresReading(word(3)).failsReset(5).capturesFfdc().closes();
-    platform.failEntryAllocation(2); // the first is that of the failed read
+    // the first is that of the failed read
+    platform.failEntryAllocation(2);
     readStart();
     EXPECT_NE(nullptr, error);
     EXPECT_EQ(0x00001312u, platform.entry(1).returnCode);
@@ -297,14 +300,16 @@ TEST_F(KestSeepromHardwareRead, WithoutMemoryTouchesNothing)
     EXPECT_EQ(nullptr, data);
     EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%x\", \"kest_seepromHardwareRead\", 0x8)"));
     again();
-    transfer("sim:planar,L,2C0256,A0", 0, 0xFFFFFFFF); // more than there is
+    // more than there is
+    transfer("sim:planar,L,2C0256,A0", 0, 0xFFFFFFFF);
     EXPECT_EQ((Src{.module = 15, .reason = 0x132B, .word1 = 0xFFFFFFFF, .subsystem = 0x81}),
               platform.entry(1).srcs.at(0));
 }
 
 TEST_F(KestSeepromHardwareRead, WithoutMemoryForTheChainRefusesTheText)
 {
-    for (int block = 1; block <= 4; ++block) { // working copy, path, node, link
+    // working copy, path, node, link
+    for (int block = 1; block <= 4; ++block) {
         again();
         platform.failAllocation(block);
         readStart();
@@ -328,7 +333,8 @@ TEST_F(KestSeepromHardwareRead, WithoutMemoryForTheFlatChainTracesThat)
     EXPECT_EQ("\n" + newEntry(1, {15, 0x1302, 0xAC0007, 0, 0, 0, 0x81, "kestseeprom"}) + returnCode(1, 0x80001302) +
                   callout(1),
               platform.calls());
-    EXPECT_EQ(2u, platform.lines(kindTrace).size()); // the chain is invalid; there is no flat one
+    // the chain is invalid; there is no flat one
+    EXPECT_EQ(2u, platform.lines(kindTrace).size());
 }
 
 // --- through a hub ----------------------------------------------------------------------------------------------------------------
@@ -370,9 +376,12 @@ TEST_F(KestSeepromHardwareRead, NeverAnswersMoreThanTheBufferHolds)
 {
     // a hub's read that succeeds only when it is repeated counts the status byte, too
     platform.healthy();
-    platform.reads(hex("00")); // the hub's status before the transfer
-    platform.failsRead(61).capturesFfdc(); // the transfer
-    platform.reads(hex("04")).reads(hex("00")); // its status: a stuck sub-bus; that of the sub-bus reset
+    // the hub's status before the transfer
+    platform.reads(hex("00"));
+    // the transfer
+    platform.failsRead(61).capturesFfdc();
+    // its status: a stuck sub-bus; that of the sub-bus reset
+    platform.reads(hex("04")).reads(hex("00"));
     platform.reads(counting(9)).reads(hex("00"));
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);
     EXPECT_EQ(nullptr, error);

@@ -174,7 +174,8 @@ TEST_F(KestSeepromHardwareWrite, AResetThatFailsIsToldInTheFirstEntry)
                   "delete entry2\n" +
                   softwareError(1, 0x80001328, 31, 1641) + "mern_iic_close(h1)\n" + finishLines(0x00001314, 1435),
               platform.calls());
-    EXPECT_EQ(4u, length); // what was asked for: it had been restored for the retry
+    // what was asked for: it had been restored for the retry
+    EXPECT_EQ(4u, length);
 }
 
 // --- refusals and close -----------------------------------------------------------------------------------------------------------
@@ -212,7 +213,8 @@ TEST_F(KestSeepromHardwareWrite, LeavesAHubsTransferToTheHubSupport)
     EXPECT_EQ(calls.find("mern_iic_open"), calls.rfind("mern_iic_open"));
     EXPECT_EQ(calls.find("mern_iic_close"), calls.rfind("mern_iic_close"));
     EXPECT_EQ((std::vector<Bytes>{counting(4)}), platform.written());
-    EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps()); // the hub support's own, and no second one
+    // the hub support's own, and no second one
+    EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps());
 }
 
 TEST_F(KestSeepromHardwareWrite, MarksAFailureOfTheHubSupport)

@@ -65,7 +65,8 @@ TEST_F(Thermal, ReadingOfEveryBitPattern)
 
 TEST_F(Thermal, ReadingOfADeviceThatIsNoInputIsZeroAndValid)
 {
-    readSensor("/dev/i2c-1,L,D10,90"); // the data port serves no such device and says nothing
+    // the data port serves no such device and says nothing
+    readSensor("/dev/i2c-1,L,D10,90");
     EXPECT_EQ(nullptr, entry);
     EXPECT_EQ("\n", platform.layerCalls());
     EXPECT_EQ(0, info.temperature);
@@ -105,7 +106,8 @@ TEST_F(Thermal, FailedReadIsMarkedInvalidAndHasNoCalloutOfItsOwn)
     EXPECT_EQ((Src{.module = 13, .reason = 0x1311, .word1 = 6, .word2 = 2, .subsystem = 0x55}), record.srcs[0]);
     EXPECT_EQ((Src{.module = 32, .reason = 0x1329, .word1 = 0, .word2 = 0xAA}), record.srcs[1]);
     EXPECT_EQ(0x80001329U, record.returnCode);
-    EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts); // the read's
+    // the read's
+    EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
     const TraceRecord* own = nullptr;
     for (const TraceRecord& trace : platform.traceRecords()) {
         own = trace.line == 118 ? &trace : own;
@@ -144,7 +146,8 @@ TEST_F(Thermal, NullRecordOrPathIsRefusedAndTheRecordLeftAlone)
         EXPECT_EQ((std::vector<Bytes>{text("kestthermal")}), record.details(2));
         EXPECT_EQ(0x1234, untouched.temperature);
         EXPECT_EQ(0x77, untouched.status);
-        ASSERT_EQ(3U, platform.traceRecords().size()); // entry, refusal, exit
+        // entry, refusal, exit
+        ASSERT_EQ(3U, platform.traceRecords().size());
         EXPECT_EQ(74, platform.traceRecords()[1].line);
         EXPECT_EQ(" %s", platform.traceRecords()[1].format);
         EXPECT_EQ("\n", platform.layerCalls());
@@ -160,7 +163,8 @@ TEST_F(Thermal, EveryLayerCallFailingOnceNeverReadsAsValid)
             platform.healthy().failCall(failing, EIO, persistent);
             readSensor("/dev/i2c-1,L,92,90");
             if (!platform.faultWasMet()) {
-                EXPECT_EQ(10, failing); // open, block, speed, lock, target, write, read, unlock, close
+                // open, block, speed, lock, target, write, read, unlock, close
+                EXPECT_EQ(10, failing);
                 EXPECT_EQ(0x55, info.status);
                 break;
             }

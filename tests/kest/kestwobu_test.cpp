@@ -20,7 +20,8 @@ namespace
 
 const kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
-/// One wrapper that works on an open handle, described from the outside. Each call moves or says what `layerLine` shows.
+/// One wrapper that works on an open handle, described from the outside. Each call moves or says what `layerLine`
+/// shows.
 struct Wrapper {
     const char* name;
     unsigned module;
@@ -136,7 +137,8 @@ TEST_F(KestWobu, EveryWrapperIsSilentOnSuccess)
         EXPECT_EQ(nullptr, entry);
         EXPECT_EQ("\n" + wrapper.layerLine, platform.calls());
         EXPECT_EQ("\n", platform.traces());
-        ASSERT_EQ(2u, platform.lines(kindScope).size()) << wrapper.name; // entry and exit, under its own name
+        // entry and exit, under its own name
+        ASSERT_EQ(2u, platform.lines(kindScope).size()) << wrapper.name;
         for (const std::string& scope : platform.lines(kindScope)) {
             EXPECT_NE(std::string::npos, scope.find("\" %s\", \"" + std::string(wrapper.name) + "\"")) << scope;
         }

@@ -49,7 +49,8 @@ TEST_F(ScriptedPlatform, FailsAtAResetOnWhatIsLeftAndForgetsIt)
 {
     platform.seeks(2);
     EXPECT_NONFATAL_FAILURE(it().reset(), "2 scripted answer(s) of mern_iic_seek were not asked for");
-    platform.reset(); // nothing left to complain of
+    // nothing left to complain of
+    platform.reset();
     static_cast<void>(platform.makeBuffer(counting(3)));
     platform.forget();
     platform.verify();
@@ -104,7 +105,8 @@ TEST_F(ScriptedPlatform, FailsOnFirstFailureDataLeftUnlessExpected)
     platform.expectUnreleasedFfdc();
     platform.verify();
     tavo_util_free(&buffer);
-    EXPECT_NONFATAL_FAILURE(it().verify(), "stay unreleased"); // expected, and not met
+    // expected, and not met
+    EXPECT_NONFATAL_FAILURE(it().verify(), "stay unreleased");
 }
 
 TEST_F(ScriptedPlatform, FailsOnAnEntryThatIsNotDeleted)
@@ -124,7 +126,8 @@ TEST_F(ScriptedPlatform, FailsOnTheWrongDeletionAndOnNone)
     void* const block = ::operator new(4, std::nothrow);
     EXPECT_EQ(1, platform.liveAllocations());
     EXPECT_NONFATAL_FAILURE(it().verify(), "blocks that the library allocated are not deleted");
-    void (*volatile wrongly)(void*) = ::operator delete[]; // the compiler would see it
+    // the compiler would see it
+    void (*volatile wrongly)(void*) = ::operator delete[];
     wrongly(block);
     EXPECT_NONFATAL_FAILURE(it().verify(), "delete[] of what came from new");
     platform.verify();
@@ -195,7 +198,8 @@ TEST_F(ScriptedPlatform, CountsLocks)
     std::uint16_t lock[4] = {0, 0x80, 0, 0};
     mern_iic_config(open, 2, WOBU_IIC_LOCK, lock, 8);
     EXPECT_EQ(1, platform.heldLocks());
-    lock[2] = 1; // the time-out says nothing about which lock it is
+    // the time-out says nothing about which lock it is
+    lock[2] = 1;
     mern_iic_config(open, 2, WOBU_IIC_UNLOCK, lock, 8);
     EXPECT_EQ(0, platform.heldLocks());
     mern_iic_config(open, 2, WOBU_IIC_LOCK, lock, 8);

@@ -1,4 +1,5 @@
-/// What reading and writing SEEPROM hardware have in common: verbs for the tests, and the expectations that hold for both.
+/// What reading and writing SEEPROM hardware have in common: verbs for the tests, and the expectations that hold for
+/// both.
 #pragma once
 
 #include <functional>
@@ -375,7 +376,8 @@ protected:
                   platform.layerCalls());
         EXPECT_NE(std::string::npos, platform.traces().find("\"" + path + ",L,2C0256,A0\", 0x11, 0x4, 0x4, 0x0)"));
         again();
-        const std::string cut(256, 'y'); // no comma: not a device text
+        // no comma: not a device text
+        const std::string cut(256, 'y');
         transfer(cut, 0, 4);
         EXPECT_EQ(std::vector<Bytes>{text(cut)}, platform.entry(1).details(7));
     }

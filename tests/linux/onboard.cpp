@@ -5,8 +5,9 @@
 ///   MISSING  what this board's adapter makes of an address that nobody answers: ENXIO or ETIME
 ///   STATE    detect state of such an address: 0 or 4
 ///
-/// 24C256 at 0xA0 (the layer's alone) and 0xA8 (also the kernel's at24 driver's), PCA9552 at 0xC0, TMP105 at 0x90 and 0x92 (also the
-/// kernel's lm75 driver's). Each check is a line "KEST ok NAME" or "KEST FAIL NAME: why"; the last is "KEST done PASSED FAILED".
+/// 24C256 at 0xA0 (the layer's alone) and 0xA8 (also the kernel's at24 driver's), PCA9552 at 0xC0, TMP105 at 0x90 and
+/// 0x92 (also the kernel's lm75 driver's). Each check is a line "KEST ok NAME" or "KEST FAIL NAME: why"; the last is
+/// "KEST done PASSED FAILED".
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -171,13 +172,15 @@ void checkLedDriver(const std::string& bus)
 {
     device plain(bus, 0xC0, 0, 0);
     device registers(bus, 0xC0, 1, 0);
-    const answer wrote = plain.write(0, {0x02, 0x4B}); // a prescaler
+    // a prescaler
+    const answer wrote = plain.write(0, {0x02, 0x4B});
     check("pca9552: plain write", wrote.result == 2, wrote.text());
     const answer pointed = plain.write(0, {0x02});
     check("pca9552: register, then a plain read", pointed.result == 1 && plain.readAll(0, 1) == bytes{0x4B},
           pointed.text());
     check("pca9552: register and data in one transaction", registers.readAll(2, 1) == bytes{0x4B});
-    const answer selectors = plain.write(0, {0x16, 0x11, 0x22, 0x33, 0x44}); // with auto-increment
+    // with auto-increment
+    const answer selectors = plain.write(0, {0x16, 0x11, 0x22, 0x33, 0x44});
     check("pca9552: four selectors at once",
           selectors.result == 5 && registers.readAll(0x16, 4) == bytes{0x11, 0x22, 0x33, 0x44}, selectors.text());
 }

@@ -74,7 +74,8 @@ void ErrlBase::operator delete(void* object) noexcept
     found->second = false;
 #ifdef KEST_ADDRESS_SANITIZER
     platform.entryMemory.erase(found);
-    ::operator delete(object); // elsewhere the block is kept, so that a second deletion meets it
+    // elsewhere the block is kept, so that a second deletion meets it
+    ::operator delete(object);
 #endif
 }
 

@@ -42,7 +42,8 @@ std::optional<Answer> callOn(const mern_t& handle, Operation operation, const st
     platform.write(kindLayer, call);
     const std::uint32_t number = numberOf(handle);
     const int failed =
-        operation == opRead || operation == opWrite ? 0 : -1; // the layer never answers -1 for a transfer
+        // the layer never answers -1 for a transfer
+        operation == opRead || operation == opWrite ? 0 : -1;
     result = failed;
     if (number == 0 || platform.handles[number].closed) {
         ADD_FAILURE() << call << (number == 0 ? ": not a handle that was given out" : ": after its close");
@@ -140,7 +141,8 @@ void followLocks(Handle& handle, const ConfigCall& call, bool succeeded)
     const Bytes key(call.value.begin(), call.value.begin() + 4);
     if (call.item == WOBU_IIC_LOCK && succeeded) {
         handle.locks.push_back(key);
-    } else if (call.item == WOBU_IIC_UNLOCK) { // a failed unlock was asked for: the library can do no more
+    } else if (call.item == WOBU_IIC_UNLOCK) {
+        // a failed unlock was asked for: the library can do no more
         const auto held = std::ranges::find(handle.locks, key);
         if (held != handle.locks.end()) {
             handle.locks.erase(held);
@@ -173,7 +175,8 @@ mern_t mern_iic_open(MernNode node, const char* path, int flags)
                              hexText(static_cast<std::uint32_t>(flags)) + ")";
     platform.write(kindLayer, call);
     mern_t invalid = MERN_INVALID;
-    invalid.words[5] = 0x12345678; // nothing is promised about it
+    // nothing is promised about it
+    invalid.words[5] = 0x12345678;
     if (const std::optional<int> error = platform.struck(kindLayer, call)) {
         errno = *error;
         return invalid;
@@ -192,7 +195,8 @@ int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* va
 {
     Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    const bool set = direction == 2 && value != nullptr; // what is to be read may be unset yet
+    // what is to be read may be unset yet
+    const bool set = direction == 2 && value != nullptr;
     const ConfigCall details{direction, item, set ? Bytes(bytesOf(value), bytesOf(value) + size) : Bytes(size)};
     platform.configs.push_back(details);
     const std::string call = "mern_iic_config(" + nameOf(handle) + ", " + std::to_string(direction) + ", " +
@@ -238,7 +242,8 @@ int mern_iic_read(mern_t& handle, void* buffer, unsigned int size)
     if (!answer) {
         return result;
     }
-    if (!answer->result) { // nothing scripted
+    // nothing scripted
+    if (!answer->result) {
         auto* const bytes = static_cast<std::uint8_t*>(buffer);
         const auto& fill = Platform::instance().readHandler;
         return fill ? fill(bytes, size) : static_cast<int>(std::fill_n(bytes, size, std::uint8_t{0x5A}) - bytes);
@@ -422,7 +427,8 @@ void* tavo_malloc(unsigned int size)
     if (platform.mallocFault.strikes() || platform.struck(kindMemory, call)) {
         return nullptr;
     }
-    if (size > 0x10000000) { // what no machine of this kind has: spare the test machine
+    // what no machine of this kind has: spare the test machine
+    if (size > 0x10000000) {
         return nullptr;
     }
     return platform.newBuffer("memory", size, nullptr).bytes.get();
@@ -447,7 +453,8 @@ void tavo_util_free(void** buffer)
     }
     platform.write(kindMemory, "tavo_util_free(" + (*found)->name + ")");
     (*found)->live = false;
-    std::fill_n((*found)->bytes.get(), (*found)->size, std::uint8_t{0xDD}); // a late reader shall notice
+    // a late reader shall notice
+    std::fill_n((*found)->bytes.get(), (*found)->size, std::uint8_t{0xDD});
 #ifdef KEST_ADDRESS_SANITIZER
     (*found)->bytes.reset();
 #endif

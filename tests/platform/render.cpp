@@ -114,7 +114,8 @@ void PrintTo(const Src& src, std::ostream* stream) { *stream << srcText(src); }
 
 std::string detailsText(const Bytes& data, std::uint8_t subsection)
 {
-    struct Node { // as the library's address list has them
+    // as the library's address list has them
+    struct Node {
         std::uint8_t address;
         std::uint32_t type;
         std::uint8_t port;

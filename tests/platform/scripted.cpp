@@ -76,7 +76,8 @@ Buffer& Platform::Impl::newBuffer(const std::string& family, std::size_t size, c
 
 Platform& Platform::instance()
 {
-    static Platform* const platform = new Platform; // never destroyed: exit handlers may still trace
+    // never destroyed: exit handlers may still trace
+    static Platform* const platform = new Platform;
     return *platform;
 }
 
@@ -350,7 +351,8 @@ void Platform::forget()
     m_impl->bufferNumbers.clear();
     m_impl->entries.clear();
     for (auto block = m_impl->entryMemory.begin(); block != m_impl->entryMemory.end();) {
-        if (block->second) { // still in use: whoever holds it may yet delete it
+        // still in use: whoever holds it may yet delete it
+        if (block->second) {
             ++block;
         } else {
             ::operator delete(block->first);

@@ -1,7 +1,8 @@
 /// The scripted platform: every function and class of the platform interface, for tests of the library.
 ///
-/// It keeps one ordered log of all that it is asked, answers from a script, and fails the test on what the script does not expect, on
-/// answers left over, and on whatever was given out and not released exactly once. README.md shows how a test uses it.
+/// It keeps one ordered log of all that it is asked, answers from a script, and fails the test on what the script does
+/// not expect, on answers left over, and on whatever was given out and not released exactly once. README.md shows how a
+/// test uses it.
 #pragma once
 
 #include <cstddef>
@@ -117,12 +118,13 @@ struct EntryRecord {
 
     /// User details of one subsection, in order.
     std::vector<Bytes> details(std::uint8_t subsection) const;
-    /// The contents, a line for each: "SRC ...", "rc ...", "callout ...", "details ...", "software error ...", "FRU ...", "commit ...".
-    /// Begins with a newline, for comparison with a raw string.
+    /// The contents, a line for each: "SRC ...", "rc ...", "callout ...", "details ...", "software error ...", "FRU
+    /// ...", "commit ...". Begins with a newline, for comparison with a raw string.
     std::string text() const;
 };
 
-/// An entry that the platform itself makes: for answers of the registry and the VPD service, or for a test to hand over.
+/// An entry that the platform itself makes: for answers of the registry and the VPD service, or for a test to hand
+/// over.
 struct EntryShape {
     std::uint32_t returnCode = 0x80004711;
     std::vector<Src> srcs = {{.module = 200, .reason = 0x4711, .word1 = 2, .component = 0x4700}};
@@ -191,18 +193,21 @@ public:
     Platform& failsLocation(const EntryShape& entry = {});
 
     // --- behaviour without a script ------------------------------------------------------------------------------------------------
-    /// From now on a call without a scripted answer succeeds: reads give the bytes of readHandler (else 0x5A), item 15 gives 3, other items
-    /// 0, no first-failure data, registry "HWareMode", no persisted copies, location "healthy". Scripted answers still come first.
+    /// From now on a call without a scripted answer succeeds: reads give the bytes of readHandler (else 0x5A), item 15
+    /// gives 3, other items 0, no first-failure data, registry "HWareMode", no persisted copies, location "healthy".
+    /// Scripted answers still come first.
     Platform& healthy();
-    /// Fills the buffer of each unscripted read; answers the bytes moved (all of `size` for success; fewer: sets errno itself).
+    /// Fills the buffer of each unscripted read; answers the bytes moved (all of `size` for success; fewer: sets errno
+    /// itself).
     std::function<int(std::uint8_t* buffer, unsigned size)> readHandler;
     /// Sees each unscripted write; answers the bytes moved.
     std::function<int(const std::uint8_t* data, unsigned size)> writeHandler;
     /// What extraction answers without a script.
     Bytes healthyFfdc;
 
-    /// Lets the n-th layer call from now (1: the next) fail with `error`, whatever the script says; `persistent`: and each one after it.
-    /// Calls of other kinds are counted, too, when `kinds` says so: service and registry calls then answer an entry, tavo_malloc null.
+    /// Lets the n-th layer call from now (1: the next) fail with `error`, whatever the script says; `persistent`: and
+    /// each one after it. Calls of other kinds are counted, too, when `kinds` says so: service and registry calls then
+    /// answer an entry, tavo_malloc null.
     Platform& failCall(int n, int error, bool persistent = false, unsigned kinds = kindLayer);
     bool faultWasMet() const;
     const std::string& failedCall() const; ///< log line of the (first) call that was made to fail
@@ -271,7 +276,8 @@ private:
     Impl* m_impl;
 };
 
-/// Fixture: a fresh platform before, the verification after each test, also after the members of a derived fixture are gone.
+/// Fixture: a fresh platform before, the verification after each test, also after the members of a derived fixture are
+/// gone.
 class PlatformTest : public ::testing::Test
 {
 protected:

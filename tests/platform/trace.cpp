@@ -9,7 +9,8 @@
 using namespace scripted;
 
 extern "C" {
-// The linker gives the library's and the tests' calls of the ABI function to the first, and that of the first to the ABI's.
+// The linker gives the library's and the tests' calls of the ABI function to the first, and that of the first to the
+// ABI's.
 int __wrap___cxa_atexit(void (*function)(void*), void* argument, void* library) noexcept; // NOLINT: the linker's name
 int __real___cxa_atexit(void (*function)(void*), void* argument, void* library) noexcept; // NOLINT: the linker's name
 }
@@ -27,7 +28,8 @@ namespace
 
 constexpr std::uint32_t entryHash = 0xCAC3D793, exitHash = 0xCDED1A85; ///< of the messages "entry" and "exit"
 
-/// A buffer was just made: the next exit handler, if it takes no argument (as an object's destructor does), belongs to it.
+/// A buffer was just made: the next exit handler, if it takes no argument (as an object's destructor does), belongs to
+/// it.
 constinit bool bufferIsNew = false;
 
 /// One conversion's argument as text. `at` stands behind the '%' and is moved behind the conversion.
@@ -88,7 +90,8 @@ Value headerField(const Bytes& header, std::size_t at)
 
 int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char* name, unsigned int size)
 {
-    static auto* const buffers = new std::map<std::string, trace_wobu_buffer>; // as the platform: never destroyed
+    // as the platform: never destroyed
+    static auto* const buffers = new std::map<std::string, trace_wobu_buffer>;
     *descriptor = &buffers->try_emplace(name, trace_wobu_buffer{name}).first->second;
     state().write(kindBuffer, "trace_wobu_init_buffer(" + quoted(name) + ", " + std::to_string(size) + ")");
     bufferIsNew = true;

@@ -79,7 +79,8 @@ TEST_F(Eeprom, SilentFromStopUntilTheWriteCycleEnds)
     EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).end, outcome::addressNotAcknowledged);
     EXPECT_EQ(on->write(0xA0, {0, 2}).end, outcome::addressNotAcknowledged);
-    on->planar->idle(1'800'000); // the three attempts took 82.5 us of bus time
+    // the three attempts took 82.5 us of bus time
+    on->planar->idle(1'800'000);
     EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
     on->planar->idle(100'000);
     EXPECT_EQ(on->probe(0xA0), outcome::done);
@@ -93,7 +94,8 @@ TEST_F(Eeprom, WriteCycleDefaultsTo3500Microseconds)
     ASSERT_TRUE(on->asksUntilAnswered(0xA0, 200));
     const std::uint64_t ready = on->planar->busTimeNs();
     EXPECT_GE(ready - written, 3'500'000U);
-    EXPECT_LE(ready - written, 3'500'000U + 2 * 27'500); // polls of 11 bits
+    // polls of 11 bits
+    EXPECT_LE(ready - written, 3'500'000U + 2 * 27'500);
 }
 
 TEST_F(Eeprom, OffsetAloneWritesNothingAndIsNotBusy)
@@ -107,7 +109,8 @@ TEST_F(Eeprom, OffsetAloneWritesNothingAndIsNotBusy)
 TEST_F(Eeprom, NoWriteWithoutAStop)
 {
     power24c("24C02");
-    EXPECT_EQ(on->readAt(0xA0, {0x10, 0xAB}, 1).data, bytes{0xFF}); // data, then a repeated START
+    // data, then a repeated START
+    EXPECT_EQ(on->readAt(0xA0, {0x10, 0xAB}, 1).data, bytes{0xFF});
     EXPECT_EQ(on->probe(0xA0), outcome::done);
     EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
 }
@@ -119,7 +122,8 @@ TEST_F(Eeprom, StopInTheMiddleOfAByteWritesNothing)
     const answer cut = on->write(0xA0, {0x10, 1, 2, 3, 4});
     EXPECT_EQ(cut.end, outcome::shortTransfer);
     EXPECT_EQ(cut.bytesMoved, 3U);
-    EXPECT_EQ(on->probe(0xA0), outcome::done); // no write cycle
+    // no write cycle
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
     EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
 }
 
@@ -190,7 +194,8 @@ TEST_F(Eeprom, SilentProtectionAcknowledgesAndWritesNothing)
 {
     power24c("24C02", "protect = \"silent\"");
     EXPECT_EQ(on->write(0xA0, {0, 1, 2}).end, outcome::done);
-    EXPECT_EQ(on->probe(0xA0), outcome::done); // no write cycle either
+    // no write cycle either
+    EXPECT_EQ(on->probe(0xA0), outcome::done);
     EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
 }
 
@@ -219,7 +224,8 @@ TEST_F(Eeprom, ReadCutOffMayHoldSdaPastNineClocksButNotPastAStop)
 
 TEST_F(Eeprom, ReadCutOffAtAHighBitLeavesTheBusFree)
 {
-    power24c("24C02", "hold_sda_after_cut = true"); // erased: every bit high
+    // erased: every bit high
+    power24c("24C02", "hold_sda_after_cut = true");
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, outcome::shortTransfer);
     EXPECT_EQ(on->planar->lines(), outcome::done);
@@ -232,8 +238,10 @@ TEST_F(Eeprom, NineClocksFreeWhenTheBitAfterThemIsHigh)
     on->store(0xA0, {0x00, 0x00, 0x00, 0xFF});
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     on->readAt(0xA0, {0}, 3);
-    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld); // in byte 1, which is 0
-    EXPECT_EQ(on->planar->clocks(9), outcome::done); // the same bit of byte 2, which is FF
+    // in byte 1, which is 0
+    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld);
+    // the same bit of byte 2, which is FF
+    EXPECT_EQ(on->planar->clocks(9), outcome::done);
 }
 
 TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)
@@ -261,7 +269,8 @@ TEST_F(Eeprom, LostImageIsAGoneAdapterUntilItIsBack)
     EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).end, outcome::gone);
     EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
     std::filesystem::rename(home.path / "kept", home.path / "a.bin");
-    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x11, 0x12})); // a failed write changed nothing
+    // a failed write changed nothing
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x11, 0x12}));
     EXPECT_EQ(on->store(0xA0, {0x10, 0x42}), outcome::done);
     EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x42, 0x12}));
 }

@@ -73,7 +73,8 @@ TEST_F(Fault, RefusedDataByteTellsWhich)
     EXPECT_EQ(got.end, outcome::dataNotAcknowledged);
     EXPECT_EQ(got.segment, 0U);
     EXPECT_EQ(got.bytesMoved, 2U);
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF)); // what was not acknowledged as a whole is not written
+    // what was not acknowledged as a whole is not written
+    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
 }
 
 TEST_F(Fault, HeldLineStaysUntilAReset)
@@ -83,7 +84,8 @@ TEST_F(Fault, HeldLineStaysUntilAReset)
         fault({.kind = kind, .count = 1});
         EXPECT_EQ(on->planar->lines(), done);
         EXPECT_EQ(probes(2), (std::vector{held, held}));
-        EXPECT_EQ(on->write(0xA4, {0, 1}).end, held); // nobody else gets through
+        // nobody else gets through
+        EXPECT_EQ(on->write(0xA4, {0, 1}).end, held);
         EXPECT_EQ(on->planar->lines(), held);
         EXPECT_EQ(on->planar->clocks(9), held);
         EXPECT_EQ(on->planar->reset(), done);
@@ -221,7 +223,8 @@ TEST_F(Fault, StuckWriteCycleIsForgottenAfterAPowerCycle)
     EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "ready");
     on->write(0xA0, {0, 2});
     EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "write cycle");
-    EXPECT_TRUE(machine->clearFault(number)); // must not end the cycle of another write
+    // must not end the cycle of another write
+    EXPECT_TRUE(machine->clearFault(number));
     EXPECT_EQ(on->probe(0xA0), nack);
     on->idleMs(4);
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{2});
@@ -323,7 +326,8 @@ TEST_F(Fault, OtherProcessesMeetIt)
     on->probe(0xA0);
     on.reset();
     machine.reset();
-    open(); // as another process would
+    // as another process would
+    open();
     EXPECT_EQ(probes(2), (std::vector{nack, done}));
     EXPECT_EQ(struck(), 1U);
 }
@@ -337,10 +341,12 @@ TEST_F(Fault, OfTheMachineFile)
     EXPECT_EQ(probes(3), (std::vector{done, nack, done}));
     on.reset();
     machine.reset();
-    open(); // the same file: it has struck already
+    // the same file: it has struck already
+    open();
     EXPECT_EQ(probes(3), (std::vector{done, done, done}));
     fault({.kind = "nack", .nth = 100});
-    power(chips + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\n"); // another one in its place; the other stays
+    // another one in its place; the other stays
+    power(chips + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\n");
     EXPECT_EQ(machine->faults().size(), 2U);
     EXPECT_EQ(on->probe(0xA0), nack);
 }
@@ -386,11 +392,13 @@ TEST_F(Fault, FileAndProgramHaveRoomForAllTheirFaults)
     }
     power(chips + inFile + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\ncount = 1\n");
     EXPECT_EQ(machine->faults().size(), 128U);
-    EXPECT_EQ(on->probe(0xA0), nack); // the last of the file
+    // the last of the file
+    EXPECT_EQ(on->probe(0xA0), nack);
     EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
     on.reset();
     machine.reset();
-    open(); // all are in the state
+    // all are in the state
+    open();
     EXPECT_EQ(machine->faults().size(), 128U);
 }
 
@@ -411,7 +419,8 @@ TEST_F(Fault, WithANodeAloneIsOfThatNodesBuses)
     home.put("machine.toml", buses + "[[fault]]\nkind = \"gone\"\nnode = \"second\"\n");
     open();
     user a{machine->findBus("a", "second")}, b{machine->findBus("b", "second")};
-    EXPECT_EQ(on->probe(0xC0), nack); // nobody there, but the adapter is
+    // nobody there, but the adapter is
+    EXPECT_EQ(on->probe(0xC0), nack);
     EXPECT_EQ(a.probe(0xC0), outcome::gone);
     EXPECT_EQ(b.probe(0xC0), outcome::gone);
     ASSERT_EQ(machine->faults().size(), 1U);

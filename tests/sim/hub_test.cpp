@@ -61,9 +61,11 @@ TEST_F(Hub, AnswersNoAddressWhileItPassesAWriteOn)
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     EXPECT_EQ(on->read(0x80, 1).end, outcome::addressNotAcknowledged);
     EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->probe(0xC0), outcome::done); // the main bus is free
+    // the main bus is free
+    EXPECT_EQ(on->probe(0xC0), outcome::done);
     on->idleMs(3);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged); // write cycle of 3.5 ms
+    // write cycle of 3.5 ms
+    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     on->idleMs(1);
     EXPECT_EQ(on->probe(0x80), outcome::done);
     EXPECT_EQ(status(), 0);
@@ -93,7 +95,8 @@ TEST_F(Hub, DeviceThatIsNotThereIsStatus2)
     EXPECT_EQ(write({3, 0xA6, 0, 0, 1}), outcome::done);
     EXPECT_EQ(status(), 2);
     EXPECT_EQ(status(), 0);
-    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 3).data, (bytes{2, 0xFF, 0xFF})); // another port
+    // another port
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 3).data, (bytes{2, 0xFF, 0xFF}));
     EXPECT_EQ(status(), 2);
 }
 
@@ -122,7 +125,8 @@ TEST_F(Hub, Port20HexIsACommandAndAMalformedOne)
         EXPECT_EQ(status(), 1);
     }
     EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data, (bytes{1, 0xFF}));
-    EXPECT_EQ(status(), 1); // not cleared by the byte ahead of data
+    // not cleared by the byte ahead of data
+    EXPECT_EQ(status(), 1);
 }
 
 TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
@@ -132,16 +136,19 @@ TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
         EXPECT_EQ(status(), 1);
     }
     EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0}, 2).data, (bytes{1, 0xFF}));
-    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0, 0, 0}, 2).data, (bytes{1, 0xFF})); // not cleared by the byte ahead of data
+    // not cleared by the byte ahead of data
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0, 0, 0}, 2).data, (bytes{1, 0xFF}));
 }
 
 TEST_F(Hub, MoreThan256BytesAfterTheAddressIsStatus8)
 {
     EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(252, 0x55)), outcome::done);
     EXPECT_EQ(status(), 0);
-    EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(253, 0x66)), outcome::done); // takes them all
+    // takes them all
+    EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(253, 0x66)), outcome::done);
     EXPECT_EQ(status(), 8);
-    EXPECT_EQ(home.content("riser.bin")[0], 0x55); // and passed nothing on
+    // and passed nothing on
+    EXPECT_EQ(home.content("riser.bin")[0], 0x55);
 }
 
 TEST_F(Hub, DeviceThatStaysBusyIsStatus6After30Milliseconds)
@@ -159,10 +166,13 @@ TEST_F(Hub, DeviceThatStaysBusyIsStatus6After30Milliseconds)
 TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
 {
     write({3, 0xA6, 0, 0, 1});
-    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done); // taken and dropped
+    // taken and dropped
+    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
     EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2); // not cleared ahead of data
-    on->probe(0x80); // an address alone leaves it
+    // not cleared ahead of data
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2);
+    // an address alone leaves it
+    on->probe(0x80);
     on->read(0x80, 0);
     EXPECT_EQ(status(), 2);
     EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
@@ -214,9 +224,11 @@ TEST_F(Hub, HeldSubBusIsStatus3Or4UntilItsReset)
         fault({.kind = kind, .count = 1});
         write(riserAt10 + deadbeef);
         EXPECT_EQ(status(), expected);
-        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{expected, 0xFF})); // a plain read does not free it
+        // a plain read does not free it
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{expected, 0xFF}));
         EXPECT_EQ(status(), expected);
-        EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF})); // the other sub-buses work
+        // the other sub-buses work
+        EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
         on->write(0x80, {0x20, 0x06});
         EXPECT_EQ(status(), 0);
         EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
@@ -269,7 +281,8 @@ TEST_F(Hub, EachPortsHoldOutlastsItsOwnResets)
     write({1, 0xA4, 0, 1});
     EXPECT_EQ(status(), 4);
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(status(), 3); // port 3 is held yet, port 1 is free
+    // port 3 is held yet, port 1 is free
+    EXPECT_EQ(status(), 3);
     EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
     on->write(0x80, {0x20, 0x06});
     EXPECT_EQ(status(), 3);
@@ -280,7 +293,8 @@ TEST_F(Hub, EachPortsHoldOutlastsItsOwnResets)
 TEST_F(Hub, StuckWriteCycleStrikesADeviceBehindIt)
 {
     fault({.kind = "stuck-write-cycle", .address = 0xA2, .count = 1});
-    write({1, 0xA4, 0, 1}); // another device
+    // another device
+    write({1, 0xA4, 0, 1});
     EXPECT_EQ(status(), 0);
     write(riserAt10 + deadbeef);
     EXPECT_EQ(status(), 6);
@@ -400,7 +414,8 @@ TEST_F(Hub, FaultsStrikeTheDataOfAFailedRead)
 TEST_F(Hub, CorruptionNeverMakesAStatus0)
 {
     fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 2});
-    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 1).data, bytes{2}); // 2 ^ 2 would be 0
+    // 2 ^ 2 would be 0
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 1).data, bytes{2});
     machine->clearFaults();
     status();
     fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 4});
@@ -426,12 +441,14 @@ TEST_F(Hub, RepeatedStartToItForgetsTheWrite)
 
 TEST_F(Hub, ResetLineLowHoldsItSilentAndReleaseGivesStatus15)
 {
-    write({3, 0xA6, 0, 0, 1}); // status 2
+    // status 2
+    write({3, 0xA6, 0, 0, 1});
     resetLine(true);
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset");
     resetLine(false);
-    EXPECT_EQ(on->probe(0x80), outcome::done); // at once
+    // at once
+    EXPECT_EQ(on->probe(0x80), outcome::done);
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{15, 0xFF}));
     EXPECT_EQ(status(), 15);
     EXPECT_EQ(status(), 0);
@@ -454,12 +471,14 @@ TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
     resetLine(true);
     resetLine(false);
     EXPECT_EQ(status(), 15);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF})); // not held any more
+    // not held any more
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
     on->write(0x80, riserAt10 + deadbeef);
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     resetLine(true);
     resetLine(false);
-    EXPECT_EQ(on->probe(0x80), outcome::done); // not busy any more
+    // not busy any more
+    EXPECT_EQ(on->probe(0x80), outcome::done);
     EXPECT_EQ(status(), 15);
     on->idleMs(4);
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xDE}));
@@ -467,20 +486,23 @@ TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
 
 TEST_F(Hub, OtherPinsDoNotResetIt)
 {
-    on->write(0xC0, {0x16, 0x00, 0x00, 0x00, 0x40}); // pins 0-14 low
+    // pins 0-14 low
+    on->write(0xC0, {0x16, 0x00, 0x00, 0x00, 0x40});
     EXPECT_EQ(on->probe(0x80), outcome::done);
     EXPECT_EQ(status(), 0);
 }
 
 TEST_F(Hub, BlinkingLowHoldsItInReset)
 {
-    on->write(0xC0, {0x09, 0x95}); // pin 15: blink 0
+    // pin 15: blink 0
+    on->write(0xC0, {0x09, 0x95});
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
 }
 
 TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
 {
-    on->write(0xC0, {0x09, 0x95}); // pin 15: blink 0
+    // pin 15: blink 0
+    on->write(0xC0, {0x09, 0x95});
     for (const std::uint8_t duty : bytes{0x00, 0x80, 0xFF}) {
         on->write(0xC0, {0x03, duty});
         EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged) << +duty;
@@ -493,11 +515,13 @@ TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)
 {
     const std::string hub = chip("HUB922", "0x80");
     power(hub + chip("PCA9552", "0xC0", "inputs = 0x7FFF"));
-    EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset"); // in a machine just made
+    // in a machine just made
+    EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset");
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     machine->powerCycle();
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
-    resetLine(false); // the output lets go, the other side does not
+    // the output lets go, the other side does not
+    resetLine(false);
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     power(hub + chip("PCA9552", "0xC0"));
     EXPECT_EQ(status(), 15);
@@ -507,15 +531,19 @@ TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)
 
 TEST_F(Hub, CommandAtARepeatedStart)
 {
-    write({3, 0xA6, 0, 0, 1}); // status 2
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (bytes{0, 0xFF})); // done, and the read is a plain one
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, bytes{1}); // unknown, and told by the plain read
+    // status 2
+    write({3, 0xA6, 0, 0, 1});
+    // done, and the read is a plain one
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (bytes{0, 0xFF}));
+    // unknown, and told by the plain read
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, bytes{1});
     EXPECT_EQ(status(), 0);
     write({3, 0xA6, 0, 0, 1});
     bytes command{0x20, 0x06}, none{};
     segment parts[2] = {{0x80, direction::write, command, false}, {0x80, direction::write, none, false}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
-    EXPECT_EQ(status(), 2); // forgotten
+    // forgotten
+    EXPECT_EQ(status(), 2);
 }
 
 TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)

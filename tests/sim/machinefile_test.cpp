@@ -14,7 +14,8 @@ namespace kest::sim::test
 namespace
 {
 
-const std::string bus = "[[bus]]\nname = \"planar\"\n"; // two lines
+// two lines
+const std::string bus = "[[bus]]\nname = \"planar\"\n";
 
 std::string troubleOf(const std::string& text)
 {
@@ -29,7 +30,8 @@ std::string troubleOf(const std::string& text)
 
 std::string eepromAt(const std::string& more)
 {
-    return "[[chip]]\nbus = \"planar\"\ntype = \"24C02\"\n" + more; // three lines
+    // three lines
+    return "[[chip]]\nbus = \"planar\"\ntype = \"24C02\"\n" + more;
 }
 
 TEST(MachineFile, SaysWhereAndWhatIsWrong)
@@ -310,7 +312,8 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
                               chip("LM92", "0x96") + chip("HUB922", "0x80");
     power(chips);
     on->write(0xA0, {0, 1});
-    fault({.kind = "nack", .nth = 5, .count = 7}); // an even number of uses with the write: the first record is current
+    // an even number of uses with the write: the first record is current
+    fault({.kind = "nack", .nth = 5, .count = 7});
     on->planar->idle(1'000'000);
     on->planar->idle(1'000'000);
     constexpr std::size_t record = 4096 + 2048, faults = record + 198, eeprom = record + busStateBytes,

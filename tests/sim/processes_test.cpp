@@ -160,7 +160,8 @@ TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
         writer.wait();
         while (::read(told[0], &page, sizeof page) == static_cast<ssize_t>(sizeof page)) {}
         close(told[0]);
-        EXPECT_EQ(on->readAt(0xA0, {0, 0}, 1).data, bytes{id}); // also does again what the state still holds
+        // also does again what the state still holds
+        EXPECT_EQ(on->readAt(0xA0, {0, 0}, 1).data, bytes{id});
         const bytes image = home.content("a.bin");
         for (std::size_t i = 0; i < 512; ++i) {
             const bytes content(image.begin() + static_cast<std::ptrdiff_t>(i * 128),
@@ -174,20 +175,23 @@ TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
 // The moment between the state and the image, made by hand: the page is still in the state.
 TEST_F(Processes, PageLeftInTheStateReachesItsImage)
 {
-    on->write(0xC0, {0x12, 1}); // an even number of turns: the first record is current
+    // an even number of turns: the first record is current
+    on->write(0xC0, {0x12, 1});
     on->write(0xC0, {0x12, 2});
     const std::string text = home.text("machine.state");
     std::string left = text;
     constexpr std::size_t block = 4096, record = block + 2048;
     const std::size_t at = record + (left[block] == 0 ? 0 : busStateBytes + 3 * chipStateBytes);
-    const bytes head{1, 0, 0, 0, 0, 0x80, 0x01, 0, 0, 128, 0, 0, 0}; // pending, chip 0, offset 0x180, 128 bytes
+    // pending, chip 0, offset 0x180, 128 bytes
+    const bytes head{1, 0, 0, 0, 0, 0x80, 0x01, 0, 0, 128, 0, 0, 0};
     std::copy(head.begin(), head.end(), left.begin() + static_cast<std::ptrdiff_t>(at));
     std::fill_n(left.begin() + static_cast<std::ptrdiff_t>(at + head.size()), 128, '\x5C');
     {
         std::fstream state{home.path / "machine.state", std::ios::in | std::ios::out | std::ios::binary};
         state << left;
     }
-    EXPECT_EQ(on->probe(0x40), outcome::done); // any use of the bus
+    // any use of the bus
+    EXPECT_EQ(on->probe(0x40), outcome::done);
     const bytes image = home.content("a.bin");
     EXPECT_EQ(bytes(image.begin() + 0x180, image.begin() + 0x200), bytes(128, 0x5C));
     EXPECT_EQ(image[0x17F], 0xFF);

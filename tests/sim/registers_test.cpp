@@ -40,9 +40,12 @@ TEST_F(LedDriver, WithoutTheFlagTheRegisterStays)
 TEST_F(LedDriver, AutoIncrementRollsOverFromTheLastRegister)
 {
     power(chip("PCA9552", "0xC0") + chip("PCA9551", "0xC4"));
-    EXPECT_EQ(on->readAt(0xC0, {0x19}, 4).data, (bytes{0x55, 0xFF, 0xFF, 0xFF})); // LS3, INPUT0, INPUT1, PSC0
-    on->write(0xC4, {0x16, 0x51, 0xEE, 0x07}); // LS1, INPUT (ignored), PSC0
-    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (bytes{0x51, 0xDF, 0x07})); // pin 5 low: LED on
+    // LS3, INPUT0, INPUT1, PSC0
+    EXPECT_EQ(on->readAt(0xC0, {0x19}, 4).data, (bytes{0x55, 0xFF, 0xFF, 0xFF}));
+    // LS1, INPUT (ignored), PSC0
+    on->write(0xC4, {0x16, 0x51, 0xEE, 0x07});
+    // pin 5 low: LED on
+    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (bytes{0x51, 0xDF, 0x07}));
 }
 
 TEST_F(LedDriver, PointerOutlivesTheTransaction)
@@ -57,8 +60,10 @@ TEST_F(LedDriver, PointerOutlivesTheTransaction)
 // Selector 00 pulls low, 01 lets go: the input registers see it.
 TEST_F(LedDriver, InputsFollowTheOutputs)
 {
-    power(chip("PCA9552", "0xC0", "inputs = 0x7FFE")); // pins 0 and 15 pulled low from outside
-    on->write(0xC0, {0x16, 0x51, 0x55, 0x55, 0x54}); // pin 1 and pin 12 LED on
+    // pins 0 and 15 pulled low from outside
+    power(chip("PCA9552", "0xC0", "inputs = 0x7FFE"));
+    // pin 1 and pin 12 LED on
+    on->write(0xC0, {0x16, 0x51, 0x55, 0x55, 0x54});
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFC});
     EXPECT_EQ(on->readAt(0xC0, {0x01}, 1).data, bytes{0x6F});
 }
@@ -68,13 +73,15 @@ TEST_F(LedDriver, BlinkingOutputsChangeWithBusTime)
 {
     power(chip("PCA9552", "0xC0"));
     on->write(0xC0, {0x12, 43, 0x80});
-    on->write(0xC0, {0x06, 0x56}); // pin 0: blink 0
+    // pin 0: blink 0
+    on->write(0xC0, {0x06, 0x56});
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFE});
     on->idleMs(600);
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFF});
     on->idleMs(500);
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFE});
-    on->write(0xC0, {0x03, 0}); // duty cycle 0: always off
+    // duty cycle 0: always off
+    on->write(0xC0, {0x03, 0});
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFF});
 }
 
@@ -136,9 +143,11 @@ TEST_F(Expander, Pca9555PowersUpAsInputs)
 TEST_F(Expander, Pca9555StaysInItsRegisterPair)
 {
     power(chip("PCA9555", "0x40"));
-    on->write(0x40, {0x02, 1, 2, 3}); // output 0, 1, 0
+    // output 0, 1, 0
+    on->write(0x40, {0x02, 1, 2, 3});
     EXPECT_EQ(on->readAt(0x40, {0x02}, 4).data, (bytes{3, 2, 3, 2}));
-    on->write(0x40, {0x07, 0x70, 0x60}); // direction 1, 0
+    // direction 1, 0
+    on->write(0x40, {0x07, 0x70, 0x60});
     EXPECT_EQ(on->readAt(0x40, {0x06}, 2).data, (bytes{0x60, 0x70}));
     EXPECT_EQ(on->readAt(0x40, {0x04}, 2).data, (bytes{0, 0}));
 }
@@ -154,10 +163,12 @@ TEST_F(Expander, Pca9554StaysInItsRegister)
 
 TEST_F(Expander, OutputsAreReadBackAsInputs)
 {
-    power(chip("PCA9554", "0x42", "inputs = [0, 0, 1, 1]")); // pins 4-7 pulled up
+    // pins 4-7 pulled up
+    power(chip("PCA9554", "0x42", "inputs = [0, 0, 1, 1]"));
     on->write(0x42, {0x01, 0x05});
     EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xFC});
-    on->write(0x42, {0x03, 0xF0}); // pins 0-3 outputs
+    // pins 0-3 outputs
+    on->write(0x42, {0x03, 0xF0});
     EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xF5});
 }
 
@@ -257,12 +268,16 @@ TEST_F(Sensor, Lm75AlarmEndsBelowTheHysteresis)
 {
     power(chip("LM75", "0x90", "celsius = 30"));
     EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C");
-    on->write(0x90, {0x02, 0x19, 0x00}); // THYST 25
-    on->write(0x90, {0x03, 0x1D, 0x00}); // TOS 29
+    // THYST 25
+    on->write(0x90, {0x02, 0x19, 0x00});
+    // TOS 29
+    on->write(0x90, {0x03, 0x1D, 0x00});
     EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C, O.S. active");
-    on->write(0x90, {0x03, 0x28, 0x00}); // TOS 40
+    // TOS 40
+    on->write(0x90, {0x03, 0x28, 0x00});
     EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C, O.S. active");
-    on->write(0x90, {0x02, 0x1F, 0x00}); // THYST 31
+    // THYST 31
+    on->write(0x90, {0x02, 0x1F, 0x00});
     EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C");
 }
 
@@ -272,7 +287,8 @@ TEST_F(Sensor, Lm92HasThirteenBits)
           chip("LM92", "0x92", "celsius = 85"));
     EXPECT_EQ(on->read(0x96, 2).data, (bytes{0x18, 0x20}));
     EXPECT_EQ(on->read(0x94, 2).data, (bytes{0x0A, 0x08}));
-    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0x2A, 0x86})); // above T_HIGH 64 and T_CRIT 80
+    // above T_HIGH 64 and T_CRIT 80
+    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0x2A, 0x86}));
 }
 
 TEST_F(Sensor, Lm92BelowZeroIsLow)
@@ -284,10 +300,14 @@ TEST_F(Sensor, Lm92BelowZeroIsLow)
 TEST_F(Sensor, Lm92PowersUpWithItsLimits)
 {
     power(chip("LM92", "0x96"));
-    EXPECT_EQ(on->readAt(0x96, {0x02}, 2).data, (bytes{0x01, 0x00})); // 2 degrees
-    EXPECT_EQ(on->readAt(0x96, {0x03}, 2).data, (bytes{0x28, 0x00})); // 80
-    EXPECT_EQ(on->readAt(0x96, {0x04}, 2).data, (bytes{0x05, 0x00})); // 10
-    EXPECT_EQ(on->readAt(0x96, {0x05}, 2).data, (bytes{0x20, 0x00})); // 64
+    // 2 degrees
+    EXPECT_EQ(on->readAt(0x96, {0x02}, 2).data, (bytes{0x01, 0x00}));
+    // 80
+    EXPECT_EQ(on->readAt(0x96, {0x03}, 2).data, (bytes{0x28, 0x00}));
+    // 10
+    EXPECT_EQ(on->readAt(0x96, {0x04}, 2).data, (bytes{0x05, 0x00}));
+    // 64
+    EXPECT_EQ(on->readAt(0x96, {0x05}, 2).data, (bytes{0x20, 0x00}));
     EXPECT_EQ(on->readAt(0x96, {0x07}, 2).data, (bytes{0x80, 0x01}));
 }
 

@@ -25,13 +25,17 @@ protected:
 TEST_F(BusTime, IsABitForEachConditionAndNineForEachByte)
 {
     EXPECT_EQ(on->planar->busTimeNs(), 0U);
-    on->probe(0xA0); // START, address, STOP
+    // START, address, STOP
+    on->probe(0xA0);
     EXPECT_EQ(on->planar->busTimeNs(), 11U * 10'000);
-    on->readAt(0xA0, {0}, 5); // START, address, offset, START, address, 5 bytes, STOP
+    // START, address, offset, START, address, 5 bytes, STOP
+    on->readAt(0xA0, {0}, 5);
     EXPECT_EQ(on->planar->busTimeNs(), (11U + 1 + 18 + 1 + 9 + 45 + 1) * 10'000);
-    on->probe(0xB0); // nobody: the same bits
+    // nobody: the same bits
+    on->probe(0xB0);
     EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11) * 10'000);
-    on->planar->reset(); // nine clocks and a STOP
+    // nine clocks and a STOP
+    on->planar->reset();
     EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11 + 10) * 10'000);
     on->planar->idle(123);
     EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11 + 10) * 10'000 + 123);
@@ -42,7 +46,8 @@ TEST_F(BusTime, SpeedIsTheBussUnlessTheTransactionSaysOtherwise)
     EXPECT_EQ(on->planar->defaultSpeedKhz(), 100U);
     EXPECT_EQ(on->planar->probe(0xA0, 400).busTimeNs, 11U * 2'500);
     EXPECT_EQ(on->planar->probe(0xA0, 0).busTimeNs, 11U * 2'500 + 11U * 10'000);
-    EXPECT_EQ(on->planar->probe(0xA0, 5000).busTimeNs, 11U * 2'500 + 11U * 10'000 + 11U * 1'000); // not beyond 1000 kHz
+    // not beyond 1000 kHz
+    EXPECT_EQ(on->planar->probe(0xA0, 5000).busTimeNs, 11U * 2'500 + 11U * 10'000 + 11U * 1'000);
 }
 
 TEST_F(BusTime, WholeLargeChipInOneTransaction)
@@ -53,7 +58,8 @@ TEST_F(BusTime, WholeLargeChipInOneTransaction)
 
 TEST_F(BusTime, FastModeOnlyCounts)
 {
-    on->planar->idle(3'600'000'000'000); // an hour
+    // an hour
+    on->planar->idle(3'600'000'000'000);
     EXPECT_EQ(on->planar->busTimeNs(), 3'600'000'000'000U);
 }
 
@@ -85,7 +91,8 @@ TEST_F(BusTime, RealTimeWaits)
     drivenClock clock;
     const auto real = openMachine(home.path, clock);
     user slow{real->findBus("planar", "")};
-    EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done); // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
+    // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
+    EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done);
     EXPECT_EQ(clock.now, 5'018'300'000U);
     slow.idleMs(4);
     EXPECT_EQ(clock.now, 5'022'300'000U);
@@ -227,7 +234,8 @@ TEST_F(Wave, EepromDecoderReadsPagesAndOffsets)
           "Current address read: FF"}) {
         EXPECT_NE(decoded.find(line), std::string::npos) << line << " is not in\n" << decoded;
     }
-    EXPECT_EQ(decoded.find("!"), std::string::npos) << decoded; // warnings
+    // warnings
+    EXPECT_EQ(decoded.find("!"), std::string::npos) << decoded;
 }
 
 TEST_F(Wave, EepromDecoderWarnsOfAPageTooLong)
@@ -336,7 +344,8 @@ TEST_F(Wave, LineIsFreedAtTheTimeOfIt)
 {
     machine->addFault({.kind = "hold-scl", .count = 1});
     on->planar->idle(1'000'000);
-    EXPECT_EQ(on->probe(0xA0), outcome::sclHeld); // takes a bit of 2.5 us
+    // takes a bit of 2.5 us
+    EXPECT_EQ(on->probe(0xA0), outcome::sclHeld);
     on->planar->idle(1'000'000);
     machine->clearFaults();
     on->planar->idle(1'000'000);
@@ -420,7 +429,8 @@ TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
 TEST_F(Wave, TicksAreBusTime)
 {
     on->planar->idle(1'000'000);
-    on->probe(0xA0); // START: SDA falls half a bit, 1.25 us, after 1 ms
+    // START: SDA falls half a bit, 1.25 us, after 1 ms
+    on->probe(0xA0);
     EXPECT_NE(home.text("planar.vcd").find("\n#10012\n0\"\n"), std::string::npos) << home.text("planar.vcd");
 }
 
@@ -469,7 +479,8 @@ TEST_F(Wave, NothingButAWaveformIsOverwritten)
     home.put("note", "dear diary");
     home.put("other", "$date of another program $end\n");
     home.put("empty", "");
-    home.put("a.bin", "$date" + std::string(251, '\xFF')); // an image stays one whatever is in it
+    // an image stays one whatever is in it
+    home.put("a.bin", "$date" + std::string(251, '\xFF'));
     std::filesystem::create_directory(home.path / "folder");
     ASSERT_EQ(mkfifo((home.path / "pipe").c_str(), 0600), 0);
     std::filesystem::create_symlink("other", home.path / "link");
@@ -487,7 +498,8 @@ TEST_F(Wave, NothingButAWaveformIsOverwritten)
         EXPECT_EQ(errno, EEXIST) << name;
     }
     on->probe(0xA0);
-    EXPECT_EQ(seen(), "S W50 A P"); // went on
+    // went on
+    EXPECT_EQ(seen(), "S W50 A P");
     for (const char* name : {"other", "empty", "planar.vcd"}) {
         EXPECT_TRUE(machine->startWave("planar", home.path / name)) << name;
         EXPECT_TRUE(home.text(name).starts_with("$comment IIC bus planar $end\n"));
@@ -512,7 +524,8 @@ TEST_F(Wave, PathHasUpTo1900Bytes)
     EXPECT_TRUE(machine->stopWave("planar"));
     std::ifstream in{ofLength(1900)};
     const std::string text{std::istreambuf_iterator<char>{in}, {}};
-    EXPECT_TRUE(text.ends_with("\n#275\n")) << text; // 11 bits of 2.5 us
+    // 11 bits of 2.5 us
+    EXPECT_TRUE(text.ends_with("\n#275\n")) << text;
 }
 
 } // namespace

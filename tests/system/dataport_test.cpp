@@ -87,11 +87,13 @@ TEST_F(DataPort, LedSelectorsFollowEveryOperation)
     std::mt19937 random(1);
     selectorModel wide;
     selectorModel narrow;
-    wide.pins.fill(1); // as after power-up: off
+    // as after power-up: off
+    wide.pins.fill(1);
     narrow.pins.fill(1);
     for (int round = 0; round < 200; ++round) {
         const auto operation = static_cast<kest_dpOperation>(random() % 5);
-        const unsigned bits = random() & 0x7FFF; // pin 15 resets the hubs
+        // pin 15 resets the hubs
+        const unsigned bits = random() & 0x7FFF;
         const unsigned mask = random() & 0x7FFF;
         ASSERT_EQ(0U, writePins(leds16, operation, bits, mask));
         ASSERT_EQ(0U, writePins(leds8, operation, bits & 0xFF, mask & 0xFF));
@@ -104,8 +106,10 @@ TEST_F(DataPort, LedSelectorsFollowEveryOperation)
 
 TEST_F(DataPort, LedInputsShowWhatTheLedsDo)
 {
-    ASSERT_EQ(0U, writePins(leds16, KEST_DP_SELECT_00, 0x0007)); // driven low
-    ASSERT_EQ(0U, writePins(leds16, KEST_DP_SELECT_01, 0x7FF8)); // released
+    // driven low
+    ASSERT_EQ(0U, writePins(leds16, KEST_DP_SELECT_00, 0x0007));
+    // released
+    ASSERT_EQ(0U, writePins(leds16, KEST_DP_SELECT_01, 0x7FF8));
     EXPECT_EQ(0x7FF8U, pinsOf(leds16, 0x7FFF));
     EXPECT_EQ(0x00F8U, pinsOf(leds16, 0x00FF));
     ASSERT_EQ(0U, writePins(leds8, KEST_DP_SELECT_00, 0x81));
@@ -238,7 +242,8 @@ TEST_F(DataPort, Detection)
     EXPECT_EQ(0x80001311U, detect("sim:planar@B0,L"));
     EXPECT_EQ(0x80001315U, detect("sim:planar@A0"));
     EXPECT_EQ(0x40001311U, detect("sim:nowhere@A0,L"));
-    EXPECT_NE(0U, detect("sim:planar,L")); // no address: nothing is probed
+    // no address: nothing is probed
+    EXPECT_NE(0U, detect("sim:planar,L"));
     machine->addFault({.kind = "hold-sda", .bus = "planar", .address = 0xA0, .count = 1});
     EXPECT_EQ(0x80001309U, detect("sim:planar@A0,L"));
 }

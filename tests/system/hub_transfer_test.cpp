@@ -51,7 +51,8 @@ TEST_F(HubTransfer, FromOneByteToTheWholeDevice)
         EXPECT_TRUE(got.good()) << got;
         EXPECT_EQ(part(before, 0, length), got.data) << length;
     }
-    EXPECT_EQ(before, read(hubText(0x80, 7), 0, 0).data); // length 0: the whole device
+    // length 0: the whole device
+    EXPECT_EQ(before, read(hubText(0x80, 7), 0, 0).data);
     bytes now = before;
     for (const unsigned int length : {1U, 252U, 253U, 1000U, 16384U}) {
         const bytes fresh = pattern(length, length);
@@ -158,7 +159,8 @@ protected:
         ending written;
         std::size_t pages; ///< that reached the device
     };
-    /// @param nth  the transaction that is the first not to be answered: a page, or one that asks whether the hub is ready again
+    /// @param nth  the transaction that is the first not to be answered: a page, or one that asks whether the hub is
+    /// ready again
     result silentFrom(std::uint64_t nth)
     {
         const bytes before = part(image(file), 0, length);
@@ -173,7 +175,8 @@ protected:
         EXPECT_EQ(with(before, 0, part(fresh, 0, got.pages * pageBytes)), now);
         EXPECT_EQ(silent, !got.written.good());
         EXPECT_TRUE(unlocked(0x80));
-        if (silent) { // A write leaves the silent hub to the next transfer, which resets it.
+        // A write leaves the silent hub to the next transfer, which resets it.
+        if (silent) {
             EXPECT_EQ(hubWasReset, read(hubText(0x80, 7), 0, 64).returnCode);
         }
         EXPECT_EQ(part(now, 0, 64), read(hubText(0x80, 7), 0, 64).data);
@@ -183,7 +186,8 @@ protected:
     /// The first transaction after a page, counted from 1.
     std::uint64_t after(std::size_t page)
     {
-        std::uint64_t low = 1, high = page * 1000; // a page takes the hub a few milliseconds, a question some 20 us
+        // a page takes the hub a few milliseconds, a question some 20 us
+        std::uint64_t low = 1, high = page * 1000;
         while (high - low > 1) {
             const std::uint64_t middle = (low + high) / 2;
             (silentFrom(middle).pages >= page ? high : low) = middle;
@@ -201,7 +205,8 @@ TEST_F(SilentInAWrite, IsReportedAtEachPageAndAfterIt)
     for (std::size_t page = 1; page <= 10; ++page) {
         SCOPED_TRACE(page);
         const std::uint64_t next = after(page);
-        const result asked = silentFrom(next); // the hub is waited for, in vain
+        // the hub is waited for, in vain
+        const result asked = silentFrom(next);
         EXPECT_EQ(page, asked.pages);
         EXPECT_EQ(0x00001314U, asked.written.returnCode);
         EXPECT_EQ(62U, asked.written.word4);
@@ -225,7 +230,8 @@ TEST_F(HubTransfer, FirstByteThatIsNoStatusFailsTheRead)
             machine->clearFaults();
             EXPECT_EQ(0x00001312U, got.returnCode) << first;
             EXPECT_EQ(61U, got.word4);
-            EXPECT_EQ(length + 1, got.length); // what was asked of the hub: the status counts, too
+            // what was asked of the hub: the status counts, too
+            EXPECT_EQ(length + 1, got.length);
             EXPECT_EQ(bytes{}, got.data);
             EXPECT_TRUE(unlocked(0x80));
             EXPECT_EQ(part(image("riser128-7.bin"), 0, length), read(hubText(0x80, 7), 0, length).data);
@@ -352,7 +358,8 @@ struct neighbour {
     }
 };
 
-constexpr auto patience = std::chrono::seconds(200); // a busy machine can be slow, too
+// a busy machine can be slow, too
+constexpr auto patience = std::chrono::seconds(200);
 
 TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
 {
@@ -371,7 +378,8 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
     while ((resets < enough || other->failed < enough || other->good < 5 * enough) &&
            std::chrono::steady_clock::now() < latest) {
         machine->addFault({.kind = "hub-silent", .bus = "planar", .address = 0x80, .untilReset = true});
-        const ending got = read(hubText(0x80, 7), 0, 64); // the neighbour's own reset can wake this hub
+        // the neighbour's own reset can wake this hub
+        const ending got = read(hubText(0x80, 7), 0, 64);
         resets += got.returnCode == hubWasReset ? 1 : 0;
         if (got.good()) {
             EXPECT_EQ(mine, got.data);

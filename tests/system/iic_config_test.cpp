@@ -26,7 +26,8 @@ TEST_F(IicConfig, ItemsTakeTheirSizeAndDirectionsOnly)
                 const bool allowed = row != std::end(items) && row->size == size &&
                                      ((direction == 1 && row->readable) || (direction == 2 && row->settable));
                 if (size == 4) {
-                    value[0] = value[3] = 0xA0; // an address in either byte order
+                    // an address in either byte order
+                    value[0] = value[3] = 0xA0;
                     value[std::endian::native == std::endian::little ? 3 : 0] = 0;
                 }
                 const answer result = device.config(direction, item, value.data(), size);
@@ -50,7 +51,8 @@ TEST_F(IicConfig, BlockIsGivenBackAsItWasSet)
     OpenDevice device("sim:planar");
     bytes raw = block{.speedKhz = 100, .address = 0xA0, .offsetLength = 2, .timeoutMs = 77, .pageSize = 64}.raw();
     for (const std::size_t unlisted : {6U, 7U, 8U, 11U, 16U, 19U, 22U, 23U, 28U, 31U, 32U, 35U, 36U, 39U}) {
-        raw[unlisted] = static_cast<std::uint8_t>(0x80 + unlisted); // ignored and kept
+        // ignored and kept
+        raw[unlisted] = static_cast<std::uint8_t>(0x80 + unlisted);
     }
     EXPECT_EQ((answer{0, 0}), device.config(2, 19, raw.data(), 44));
     bytes back(44);
@@ -85,14 +87,16 @@ TEST_F(IicConfig, SpeedOfItemTwoOutlastsLaterBlocks)
     OpenDevice device("sim:planar");
     EXPECT_EQ(0U, device.number(2));
     device.set({.speedKhz = 400, .address = 0xA0});
-    EXPECT_EQ(400U, device.number(2)); // the block's, until item 2 is set
+    // the block's, until item 2 is set
+    EXPECT_EQ(400U, device.number(2));
     EXPECT_EQ((answer{0, 0}), device.setNumber(2, 100));
     device.set({.speedKhz = 400, .address = 0xA0});
     EXPECT_EQ(100U, device.number(2));
     for (const std::uint32_t any : {0U, 1U, 123456U, 0xFFFFFFFFU}) {
         EXPECT_EQ((answer{0, 0}), device.setNumber(2, any));
         EXPECT_EQ(any, device.number(2));
-        device.readAll(1); // accepted on every bus, and never in the way
+        // accepted on every bus, and never in the way
+        device.readAll(1);
     }
 }
 
@@ -109,16 +113,19 @@ TEST_F(IicConfig, SpeedIsTheClockOfTheBus)
 TEST_F(IicConfig, TargetAddress)
 {
     OpenDevice device("sim:planar@90");
-    EXPECT_EQ((answer{0, 0}), device.setNumber(3, 0xC0)); // no block in force
+    // no block in force
+    EXPECT_EQ((answer{0, 0}), device.setNumber(3, 0xC0));
     EXPECT_EQ(0xC0U, device.number(3));
     EXPECT_EQ((answer{-1, EINVAL}), device.setNumber(3, 0xC1));
     EXPECT_EQ((answer{-1, EINVAL}), device.setNumber(3, 0x100));
     EXPECT_EQ((answer{-1, EINVAL}), device.setNumber(3, 0xFFFFFFC0U));
     device.set({.address = 0});
-    EXPECT_EQ(0xC0U, device.number(3)); // a block without an address replaces none
+    // a block without an address replaces none
+    EXPECT_EQ(0xC0U, device.number(3));
     device.set({.address = 0x80});
     EXPECT_EQ(0x80U, device.number(3));
-    EXPECT_EQ((answer{-1, ENOSYS}), device.setNumber(3, 0xC0)); // behind a hub
+    // behind a hub
+    EXPECT_EQ((answer{-1, ENOSYS}), device.setNumber(3, 0xC0));
     EXPECT_EQ((answer{0, 0}), device.setNumber(3, 0x80));
     EXPECT_EQ(0x80U, device.number(3));
     device.set({.address = 0});
@@ -134,7 +141,8 @@ TEST_F(IicConfig, WithoutATargetTransfersAndDetectionAreInvalid)
     EXPECT_EQ((answer{0, EINVAL}), device.read(data));
     EXPECT_EQ((answer{0, EINVAL}), device.write(data));
     EXPECT_EQ((answer{-1, EINVAL}), device.config(1, 15, &state, 4));
-    EXPECT_EQ(before, wires->busTimeNs()); // nothing ever goes to address 0
+    // nothing ever goes to address 0
+    EXPECT_EQ(before, wires->busTimeNs());
 }
 
 TEST_F(IicConfig, DmaOptionIsRemembered)
@@ -167,13 +175,15 @@ TEST_F(IicConfig, DetectStates)
 TEST_F(IicConfig, DetectionWaitsForABusyChipAsLongAsByteFortyAndFiftyMillisecondsAllow)
 {
     OpenDevice device("sim:planar@A0");
-    const auto writesOnePage = [this] { // with nobody waiting for the end of its cycle
+    // with nobody waiting for the end of its cycle
+    const auto writesOnePage = [this] {
         bytes page{0, 0, 0x55};
         sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
         ASSERT_EQ(sim::outcome::done, wires->transfer({&whole, 1}, 0).end);
     };
     writesOnePage();
-    EXPECT_EQ(3U, device.number(15)); // 3.5 ms
+    // 3.5 ms
+    EXPECT_EQ(3U, device.number(15));
     writesOnePage();
     device.set({.busyWaitMs = 2});
     EXPECT_EQ(0U, device.number(15));

@@ -65,19 +65,23 @@ const faultRow faultRows[] = {
 class IicFaults : public IicMachine
 {
 protected:
-    IicFaults() : IicMachine(0.15) {} // short write cycles: few questions between two pages
+    // short write cycles: few questions between two pages
+    IicFaults() : IicMachine(0.15) {}
 
-    static constexpr std::size_t firstPiece = 8192; // of a long read through a hub, with its status
+    // of a long read through a hub, with its status
+    static constexpr std::size_t firstPiece = 8192;
 
     static answer readInto(OpenDevice& device, bytes& data) { return device.read(data); }
     static answer writeFrom(OpenDevice& device, bytes& data) { return device.write(data); }
     static void use(OpenDevice& device, block settings, long position)
     {
-        settings.busyWaitMs = 4; // what is refused for good is given up soon
+        // what is refused for good is given up soon
+        settings.busyWaitMs = 4;
         ASSERT_EQ((answer{0, 0}), device.set(settings));
         ASSERT_EQ((answer{0, 0}), device.seek(position));
     }
-    static block inShortPages() // a hub passes them on sooner, and is asked less often
+    // a hub passes them on sooner, and is asked less often
+    static block inShortPages()
     {
         block settings = hub128();
         settings.pageSize = 16;
@@ -119,7 +123,8 @@ protected:
         const auto moved = static_cast<std::size_t>(result.result);
         const std::size_t all = what.data.size();
         const std::size_t room = what.page - (what.offset + moved) % what.page;
-        const std::size_t last = (what.offset + all - 1) % what.page + 1; // the last page's bytes
+        // the last page's bytes
+        const std::size_t last = (what.offset + all - 1) % what.page + 1;
         const bytes now = image(what.image);
         const bool whole = now == with(before, what.offset, what.data);
         EXPECT_TRUE(moved == 0 || moved == all || (what.offset + moved) % what.page == 0) << moved;
@@ -136,7 +141,8 @@ protected:
     static std::size_t deliveredBytes(const operation& what, std::uint64_t nth, std::uint64_t byte)
     {
         const bool direct = std::string(what.name) == "read";
-        return direct ? (byte == 20 ? 20 : 0) : nth > 1 ? firstPiece : 0; // 0 and 1 are bytes of the offset
+        // 0 and 1 are bytes of the offset
+        return direct ? (byte == 20 ? 20 : 0) : nth > 1 ? firstPiece : 0;
     }
 
     /// One run with the fault at its `nth` transaction. @return whether the fault struck
@@ -149,7 +155,8 @@ protected:
         bytes data = what.reads() ? bytes(what.data.size(), 0x5A) : what.data;
         const answer result = what.run(device, data);
         const bool struck = machine->faults().front().struck != 0;
-        const bool begun = what.writes() && nth > 1; // only a write leaves a chip busy that may be silent then
+        // only a write leaves a chip busy that may be silent then
+        const bool begun = what.writes() && nth > 1;
         const int error = !struck ? 0 : begun ? row.later : row.first;
         EXPECT_EQ(error, result.error);
         EXPECT_EQ(error == 0, result.result == static_cast<int>(what.data.size()));
@@ -164,7 +171,8 @@ protected:
             EXPECT_EQ(static_cast<int>(moved), result.result);
             EXPECT_EQ(part(what.data, 0, moved), part(data, 0, moved));
         }
-        if (error != 0) { // the handle stays usable, and the same call again does the same in the same place
+        // the handle stays usable, and the same call again does the same in the same place
+        if (error != 0) {
             EXPECT_EQ((answer{0, 0}), device.reset());
             settle();
             EXPECT_EQ((answer{static_cast<int>(data.size()), 0}), what.run(device, data));
@@ -269,11 +277,13 @@ TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
         EXPECT_EQ(expected, device.readAll(300)) << each.way << each.byte;
         EXPECT_EQ(1U, struck());
         EXPECT_EQ("", device.firstFailure());
-        EXPECT_EQ(part(all, 340, 10), device.readAll(10)); // it moved the position on like any other
+        // it moved the position on like any other
+        EXPECT_EQ(part(all, 340, 10), device.readAll(10));
     }
     OpenDevice plain("sim:planar@90");
     corruptOnce("read", 1, 0);
-    EXPECT_EQ((bytes{0x18}), plain.readAll(1)); // 25 degrees, but for a bit
+    // 25 degrees, but for a bit
+    EXPECT_EQ((bytes{0x18}), plain.readAll(1));
     EXPECT_EQ((bytes{0x19}), plain.readAll(1));
 }
 
@@ -317,7 +327,8 @@ TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
     }
     OpenDevice device("sim:planar");
     use(device, hub128(), onRiser + 8);
-    corruptOnce("read", 1, 20); // behind a status of 0 a read through a hub is safe
+    // behind a status of 0 a read through a hub is safe
+    corruptOnce("read", 1, 20);
     EXPECT_EQ(part(all, 8, 9000), part(device.readAll(9001), 1, 9000));
     EXPECT_EQ(0U, struck());
 }
@@ -341,7 +352,8 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
         const bytes data = pattern(each.hub ? 30 : 140, 9);
         const auto pages = each.hub ? pagesOf(10, data, 16) : pagesOf(40, data, 64);
         ASSERT_EQ(3U, pages.size());
-        std::vector<bytes> outcomes; // the image when the first, second, third page is struck
+        // the image when the first, second, third page is struck
+        std::vector<bytes> outcomes;
         for (std::size_t page = 0; page < pages.size(); ++page) {
             std::vector<sentPage> sent = pages;
             sent[page].start ^= each.away;
@@ -364,7 +376,8 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
             going = struck() != 0;
             const bytes now = image(name);
             while (going && page + 1 < pages.size() && now != outcomes[page]) {
-                ++page; // the questions after a page have no byte to change: then it is the next page's
+                // the questions after a page have no byte to change: then it is the next page's
+                ++page;
             }
             EXPECT_EQ(going ? outcomes[page] : stored(before, pages), now);
             if (each.hub) {
@@ -423,7 +436,8 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
                       {"hub-hold-sda", true, 3, false, false},
                       {"hub-hold-scl", true, 3, false, false},
                       {"hub-bad-first-byte", true, 3, false, false}};
-    const bytes write[] = {{0, 0, 0x55}, {3, 0xA2, 0, 0, 0x55}}; // of another process: the device is busy afterwards
+    // of another process: the device is busy afterwards
+    const bytes write[] = {{0, 0, 0x55}, {3, 0xA2, 0, 0, 0x55}};
     for (const auto& row : rows) {
         for (const bool hub : {false, true}) {
             int met = 0;
@@ -456,7 +470,8 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
                     return;
                 }
             }
-            EXPECT_EQ(hub ? row.ofHub : row.ofOthers, met >= 5) << row.kind << met; // questions to a busy device
+            // questions to a busy device
+            EXPECT_EQ(hub ? row.ofHub : row.ofOthers, met >= 5) << row.kind << met;
         }
     }
 }
@@ -469,7 +484,8 @@ TEST_F(IicFaults, ResetOfTheBusMeetsNoFaultButTheOnesThatHoldIt)
         OpenDevice device("sim:planar");
         use(device, main256(), 40);
         machine->addFault({.kind = kind, .bus = "planar", .value = 1});
-        EXPECT_EQ((answer{0, 0}), device.reset()) << kind; // it is no transaction
+        // it is no transaction
+        EXPECT_EQ((answer{0, 0}), device.reset()) << kind;
         EXPECT_EQ(0U, struck());
         machine->clearFaults();
         EXPECT_EQ(part(pattern(32768, 1), 40, 9), device.readAll(9));
@@ -510,7 +526,8 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
         for (const int error : row.resets) {
             EXPECT_EQ((answer{error == 0 ? 0 : -1, error}), device.reset());
         }
-        device.seek(40); // what was corrupted moved it on
+        // what was corrupted moved it on
+        device.seek(40);
         EXPECT_EQ(row.then, device.read(data));
         machine->clearFaults();
         device.reset();
@@ -543,7 +560,8 @@ TEST_F(IicFaults, RefusedReadAddressInTheMiddleOfARead)
     bytes data(10);
     device.set(main256());
     machine->addFault({.kind = "nack", .bus = "planar", .way = "read", .count = 1});
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data)); // it answered a moment ago: that is no write cycle
+    // it answered a moment ago: that is no write cycle
+    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
     EXPECT_EQ((answer{10, 0}), device.read(data));
 }
 
@@ -573,7 +591,8 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
             if (piece != 1) {
                 EXPECT_EQ(part(all, 0, moved - 1), part(data, 1, moved - 1));
             }
-            const std::size_t kept = piece == 1 ? 1 : moved; // nothing behind it is data
+            // nothing behind it is data
+            const std::size_t kept = piece == 1 ? 1 : moved;
             EXPECT_EQ(bytes(data.size() - kept, 0x5A), part(data, kept, data.size() - kept));
 
             if (each.stays) {
@@ -633,7 +652,8 @@ TEST_F(IicFaults, ResetTellsWhoStillHoldsTheBus)
     OpenDevice device("sim:planar");
     bytes data(5);
     device.set(main256());
-    machine->addFault({.kind = "hold-sda", .bus = "planar", .count = 1, .value = 1}); // outlasts one reset
+    // outlasts one reset
+    machine->addFault({.kind = "hold-sda", .bus = "planar", .count = 1, .value = 1});
     EXPECT_EQ((answer{0, ETIME}), device.read(data));
     EXPECT_EQ((answer{-1, ETIME}), device.reset());
     EXPECT_EQ((answer{0, 0}), device.reset());

@@ -107,7 +107,8 @@ TEST_F(IicFirstFailure, TheFirstIsKeptUntilItIsUnlocked)
     failRead(device, "short", EIO);
     failRead(device, "hold-scl", ETIME);
     EXPECT_EQ("EIO", recordOf(device)["error"]);
-    EXPECT_EQ("EIO", recordOf(device)["error"]); // reading it takes nothing away
+    // reading it takes nothing away
+    EXPECT_EQ("EIO", recordOf(device)["error"]);
     EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
     EXPECT_EQ("", device.firstFailure());
     failRead(device, "hold-scl", ETIME);
@@ -129,7 +130,8 @@ TEST_F(IicFirstFailure, IsKeptAcrossProcesses)
     OpenDevice device("sim:planar@AE");
     device.setNumber(2, 100);
     bytes data(4);
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data)); // later, and not the first
+    // later, and not the first
+    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
     EXPECT_EQ(child, recordOf(device)["process"]);
     EXPECT_EQ("absent", recordOf(device)["silence"]);
 }
@@ -159,7 +161,8 @@ TEST_F(IicFirstFailure, SilenceAfterAPageIsBusyAndBeforeOneAbsent)
     EXPECT_EQ((answer{0, ENXIO}), absent.read(data));
     const auto record = recordOf(absent);
     EXPECT_EQ("absent", record["silence"]);
-    ASSERT_EQ(1U, record["transactions"].size()); // many alike are one line
+    // many alike are one line
+    ASSERT_EQ(1U, record["transactions"].size());
     EXPECT_GT(record["transactions"][0]["times"], 100);
 }
 

@@ -101,7 +101,8 @@ TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
     OpenDevice waiting("sim:planar");
     bytes record = registerLock(0xC0, 0);
     EXPECT_EQ((answer{0, 0}), holder.config(2, 17, record.data(), 8));
-    const Busy busy([&waiting] { // in a call nearly always
+    // in a call nearly always
+    const Busy busy([&waiting] {
         bytes patient = registerLock(0xC0, 50);
         waiting.config(2, 17, patient.data(), 8);
     });
@@ -132,7 +133,8 @@ TEST_F(IicFork, HandleAtRestIsTheChildsToo)
 
 TEST_F(IicFork, HandleOfTheChildIsForeignToTheParent)
 {
-    static_cast<void>(OpenDevice("sim:planar")); // the process has given out tickets before
+    // the process has given out tickets before
+    static_cast<void>(OpenDevice("sim:planar"));
     int ends[2];
     ASSERT_EQ(0, pipe(ends));
     EXPECT_EQ(0, inChild([&ends] {
@@ -141,7 +143,8 @@ TEST_F(IicFork, HandleOfTheChildIsForeignToTheParent)
               }));
     mern_t foreign{};
     ASSERT_EQ(static_cast<ssize_t>(sizeof foreign), read(ends[0], &foreign, sizeof foreign));
-    OpenDevice sameTurn("sim:planar@A0"); // in the place and turn that the child's was in
+    // in the place and turn that the child's was in
+    OpenDevice sameTurn("sim:planar@A0");
     errno = 0;
     EXPECT_EQ(-1, mern_iic_seek(foreign, 0, 0));
     EXPECT_EQ(EBADF, errno);

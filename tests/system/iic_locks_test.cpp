@@ -39,7 +39,8 @@ public:
         close(m_ready[0]);
         close(m_ready[1]);
     }
-    void awaitWord() const // from the child
+    // from the child
+    void awaitWord() const
     {
         char word = 0;
         EXPECT_EQ(1, read(m_ready[0], &word, 1));
@@ -90,7 +91,8 @@ TEST_F(IicLocks, ExcludeTheHandlesOfOneProcessWhateverTheKind)
     EXPECT_EQ((answer{0, 0}), lock(one, registerLock(0xC0, 0)));
     EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
     EXPECT_EQ((answer{-1, EBUSY}), lock(other, hubLock(0xC0, 0)));
-    EXPECT_EQ((answer{0, 0}), lock(other, hubLock(0xC2, 0))); // another address
+    // another address
+    EXPECT_EQ((answer{0, 0}), lock(other, hubLock(0xC2, 0)));
     EXPECT_EQ((answer{-1, EINVAL}), unlock(other, registerLock(0xC0, 0)));
     EXPECT_EQ((answer{0, 0}), unlock(one, hubLock(0xC0, 0)));
     EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
@@ -102,7 +104,8 @@ TEST_F(IicLocks, ALockHeldAlreadyIsADeadlockAndNothingElseIs)
     EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
     EXPECT_EQ((answer{-1, EDEADLK}), lock(device, registerLock(0xC0, 1000)));
     EXPECT_EQ((answer{-1, EDEADLK}), lock(device, hubLock(0xC0, 1000)));
-    EXPECT_EQ((answer{1, 0}), device.write({0})); // advisory: transfers are not locked out
+    // advisory: transfers are not locked out
+    EXPECT_EQ((answer{1, 0}), device.write({0}));
     EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
     EXPECT_EQ((answer{-1, EINVAL}), unlock(device, registerLock(0xC0, 0)));
 }
@@ -205,7 +208,8 @@ TEST_F(IicLocks, ExitOfTheHolderReleases)
 {
     OpenDevice waiter("sim:planar");
     Child holder([](const auto& tell) {
-        auto* device = new OpenDevice("sim:planar"); // never closed
+        // never closed
+        auto* device = new OpenDevice("sim:planar");
         const bool held = lock(*device, registerLock(0xC0, 0)) == answer{0, 0};
         tell();
         return held;
@@ -219,9 +223,11 @@ TEST_F(IicLocks, ForkedChildDoesNotKeepTheParentsLock)
 {
     auto holder = std::make_unique<OpenDevice>("sim:planar");
     EXPECT_EQ((answer{0, 0}), lock(*holder, registerLock(0xC0, 0)));
-    Child child([&holder](const auto& tell) { // has a copy of everything, and stays
+    // has a copy of everything, and stays
+    Child child([&holder](const auto& tell) {
         const bool released =
-            unlock(*holder, registerLock(0xC0, 0)) == answer{-1, EINVAL}; // it is the parent's, not the child's
+            // it is the parent's, not the child's
+            unlock(*holder, registerLock(0xC0, 0)) == answer{-1, EINVAL};
         const bool excluded = lock(*holder, registerLock(0xC0, 0)) == answer{-1, EBUSY};
         tell();
         pause();
@@ -335,7 +341,8 @@ TEST_F(IicLocks, KilledWhileItCountsLosesNothingOfTheOthers)
         });
         victim.awaitWord();
         victim.end(SIGKILL);
-        EXPECT_TRUE(countUp(device)); // neither bus nor lock is stuck
+        // neither bus nor lock is stuck
+        EXPECT_TRUE(countUp(device));
     }
 }
 

@@ -1,4 +1,5 @@
-/// A simulated machine for the tests of the IIC layer: SEEPROMs of several sizes, one protected, others behind a hub, a second node.
+/// A simulated machine for the tests of the IIC layer: SEEPROMs of several sizes, one protected, others behind a hub, a
+/// second node.
 #pragma once
 
 #include "tests/system/machine_images.h"

@@ -121,14 +121,16 @@ TEST_F(IicPaths, WithoutAMachineThereIsNoSimulatedBus)
     EXPECT_EQ(ENOENT, OpenDevice("sim:planar").error());
     settings.use("state = \"state\"\n[machine]\nfolder = \"nowhere\"\n");
     EXPECT_EQ(ENOENT, OpenDevice("sim:planar").error());
-    settings.use("state = \"state\"\n[machine]\nfolder = \"state\"\n"); // a folder, but no machine
+    // a folder, but no machine
+    settings.use("state = \"state\"\n[machine]\nfolder = \"state\"\n");
     EXPECT_EQ(ENODEV, OpenDevice("sim:planar").error());
 }
 
 TEST_F(IicPaths, BusThatAnotherNodeDoesNotHaveIsNotThere)
 {
     EXPECT_EQ(ENOENT, OpenDevice("sim:nosuch@A0", 3).error());
-    EXPECT_EQ(ENOENT, OpenDevice("sim:three@A0", 3).error()); // the node's name is none of its buses'
+    // the node's name is none of its buses'
+    EXPECT_EQ(ENOENT, OpenDevice("sim:three@A0", 3).error());
 }
 
 /// Opens with ever more descriptors to be had: what is in the way until it works is want of memory.
@@ -141,7 +143,8 @@ TEST_F(IicPaths, WithoutADescriptorLeftThereIsNoMemory)
     rlimit usual{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
     wires.reset();
-    machine.reset(); // what it has open is part of an open
+    // what it has open is part of an open
+    machine.reset();
     const int free = dup(0);
     ASSERT_LE(0, free);
     close(free);
@@ -171,7 +174,8 @@ TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)
     EXPECT_EQ(part(pattern(32768, 1), 100, 4), device.readAll(4));
     bytes data(4);
     EXPECT_EQ(4, mern_iic_read(copy, data.data(), 4));
-    EXPECT_EQ(part(pattern(32768, 1), 104, 4), data); // the position is the device's, not the copy's
+    // the position is the device's, not the copy's
+    EXPECT_EQ(part(pattern(32768, 1), 104, 4), data);
 }
 
 /// Every function on a handle that is none. @return the errno each answered
@@ -208,7 +212,8 @@ TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
     mern_t copy = handle;
     EXPECT_EQ(0, mern_iic_close(handle));
     EXPECT_EQ(all, errnosOf(copy));
-    mern_t next = mern_iic_open(local, "sim:planar@A0", 0x1002); // takes the place, not the ticket
+    // takes the place, not the ticket
+    mern_t next = mern_iic_open(local, "sim:planar@A0", 0x1002);
     EXPECT_EQ(all, errnosOf(copy));
     EXPECT_EQ(0, mern_iic_close(next));
 }
@@ -235,7 +240,8 @@ TEST(IicOfAFreshProcess, DISABLED_LeavesATicket)
 TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
 {
     std::vector<std::unique_ptr<OpenDevice>> devices;
-    do { // until a place is used for the first time: another process gets the same one
+    // until a place is used for the first time: another process gets the same one
+    do {
         devices.push_back(std::make_unique<OpenDevice>("sim:planar@A0"));
         ASSERT_EQ(0, devices.back()->error());
     } while (devices.back()->handle().words[2] != 1);
@@ -326,7 +332,8 @@ TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
     const struct {
         block settings;
         long start;
-        std::size_t statusBytes; // ahead of what is read through a hub
+        // ahead of what is read through a hub
+        std::size_t statusBytes;
         const char* image;
     } chips[] = {{main256(), 1024, 0, "main.bin"},
                  {{.address = 0xA4, .offsetLength = 2, .pageSize = 128}, 1024, 0, "large.bin"},
@@ -371,8 +378,10 @@ TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
         expected.insert(textOf(part(pattern(32768, 1), at, 16)));
     }
     EXPECT_EQ(200U, expected.size());
-    EXPECT_EQ(expected, pieces); // each call got 16 bytes that follow one another
-    EXPECT_EQ(part(pattern(32768, 1), 3200, 4), device.readAll(4)); // and moved the position once
+    // each call got 16 bytes that follow one another
+    EXPECT_EQ(expected, pieces);
+    // and moved the position once
+    EXPECT_EQ(part(pattern(32768, 1), 3200, 4), device.readAll(4));
 }
 
 TEST_F(IicPaths, EveryCallOfEveryThreadOnAHandleEndsWithAResultOrABadDescriptorOnceItIsClosed)
@@ -396,7 +405,8 @@ TEST_F(IicPaths, EveryCallOfEveryThreadOnAHandleEndsWithAResultOrABadDescriptorO
         [handle = shared]() mutable { return mern_iic_reset(handle, 1) == 0 ? 1 : 0; },
         [handle = shared]() mutable { return mern_iic_ffdc_unlock(handle, 0) == 0 ? 1 : 0; },
     };
-    std::atomic<int> done{0}; // calls before the close
+    // calls before the close
+    std::atomic<int> done{0};
     std::atomic<int> closed{0};
     together(static_cast<int>(calls.size()) + 1, [&](int number) {
         if (number == static_cast<int>(calls.size())) {

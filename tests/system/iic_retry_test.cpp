@@ -1,5 +1,6 @@
-/// A time-out in each page of a write and each piece of a read, then the library's reset and retry: image and buffer are exact. The retry
-/// neither seeks nor configures, so this holds only because the layer's position and block stay what they were.
+/// A time-out in each page of a write and each piece of a read, then the library's reset and retry: image and buffer
+/// are exact. The retry neither seeks nor configures, so this holds only because the layer's position and block stay
+/// what they were.
 #include "kestseeprom.h"
 #include "kestwobu.h"
 #include "tests/system/iic_machine.h"
@@ -43,7 +44,8 @@ protected:
         const bool struck = machine->faults().front().struck != 0;
         EXPECT_EQ(struck, entry != nullptr);
         if (entry != nullptr) {
-            EXPECT_EQ(62U, errnoWord(*entry)); // ETIME: worth a reset
+            // ETIME: worth a reset
+            EXPECT_EQ(62U, errnoWord(*entry));
             length = static_cast<unsigned int>(data.size());
             kest_wobuResetRetry(device.handle(), entry, &length, data.data(), read ? 0 : 1);
         }
@@ -66,7 +68,8 @@ struct retryCase {
 };
 const block direct{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
 const block hub{.address = 0x80, .offsetLength = 4, .pageSize = 64};
-const block hubInShortPages{.address = 0x80, .offsetLength = 4, .pageSize = 32}; // it is busy for less time
+// it is busy for less time
+const block hubInShortPages{.address = 0x80, .offsetLength = 4, .pageSize = 32};
 
 TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
 {
@@ -90,7 +93,8 @@ TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
                     return;
                 }
             }
-            EXPECT_GT(nth, 5U) << each.name; // at least each of five pages was met
+            // at least each of five pages was met
+            EXPECT_GT(nth, 5U) << each.name;
         }
     }
 }
@@ -121,7 +125,8 @@ TEST_F(IicRetry, TimeOutAtEachPieceOfARead)
                 }
             }
         }
-        EXPECT_EQ(4, met) << each.name; // there are two pieces
+        // there are two pieces
+        EXPECT_EQ(4, met) << each.name;
     }
 }
 

@@ -80,7 +80,8 @@ TEST_F(IicTrace, EachCallThatSucceedsIsALine)
 
 TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
 {
-    EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error()); // the buffer is made for the first line
+    // the buffer is made for the first line
+    EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error());
     news();
     EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error());
     EXPECT_EQ((traced{{openHash, " open sim:nowhere: errno 2"}}), news());
@@ -129,7 +130,8 @@ TEST_F(IicTrace, OtherCallsThatFailAndHubsAndArgumentsAreTold)
     device.set(hub128());
     device.seek(0x07A20010);
     news();
-    EXPECT_EQ((answer{0, ENODATA}), device.read(data)); // no such device behind the hub
+    // no such device behind the hub
+    EXPECT_EQ((answer{0, ENODATA}), device.read(data));
     EXPECT_EQ(" read sim:planar failed: target 80 position 7a20010 moved 0 of 9 errno 61 ENODATA ", failure());
     mern_iic_seek(device.handle(), 0, 1);
     EXPECT_EQ(" seek sim:planar failed: target 80 position 7a20010 moved 0 of 0 errno 22 EINVAL ", failure());

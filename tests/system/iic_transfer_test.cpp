@@ -14,7 +14,8 @@ TEST_F(IicTransfer, PositionStartsAtZeroAndMovesOnByWholeTransfers)
     device.set(main256());
     EXPECT_EQ(part(pattern(32768, 1), 0, 10), device.readAll(10));
     EXPECT_EQ(part(pattern(32768, 1), 10, 10), device.readAll(10));
-    EXPECT_EQ((answer{0, 0}), device.seek(5000)); // never the position
+    // never the position
+    EXPECT_EQ((answer{0, 0}), device.seek(5000));
     EXPECT_EQ((answer{3, 0}), device.write({1, 2, 3}));
     EXPECT_EQ(part(pattern(32768, 1), 5003, 5), device.readAll(5));
 }
@@ -42,7 +43,8 @@ TEST_F(IicTransfer, SeekTakesTheLowThirtyTwoBitsAndWhenceZero)
 {
     OpenDevice device("sim:planar");
     device.set(hub128());
-    EXPECT_EQ((answer{0, 0}), device.seek(static_cast<long>(0x83A20010U))); // the top bit is no sign
+    // the top bit is no sign
+    EXPECT_EQ((answer{0, 0}), device.seek(static_cast<long>(0x83A20010U)));
     EXPECT_EQ((answer{0, 0}), device.seek(-1));
     for (const int whence : {1, 2, -1, 3}) {
         errno = 0;
@@ -58,7 +60,8 @@ TEST_F(IicTransfer, SeekTakesTheLowThirtyTwoBitsAndWhenceZero)
 
 TEST_F(IicTransfer, LengthZeroAnswersZeroAndTouchesNothing)
 {
-    OpenDevice device("sim:planar"); // not even a target
+    // not even a target
+    OpenDevice device("sim:planar");
     const auto before = wires->busTimeNs();
     errno = 7;
     EXPECT_EQ(0, mern_iic_read(device.handle(), nullptr, 0));
@@ -159,7 +162,8 @@ TEST_F(IicTransfer, ReadsRollOverAsTheChipDoes)
     expected.insert(expected.end(), all.begin(), all.begin() + 14);
     EXPECT_EQ(expected, device.readAll(20));
     bytes data(1);
-    EXPECT_EQ((answer{0, EINVAL}), device.write(data)); // the position is past the end: no write at the start
+    // the position is past the end: no write at the start
+    EXPECT_EQ((answer{0, EINVAL}), device.write(data));
 }
 
 TEST_F(IicTransfer, WritesAreSplitAtPages)
@@ -193,7 +197,8 @@ TEST_F(IicTransfer, WithoutAPageSizeAWriteIsOneMessage)
 TEST_F(IicTransfer, PlainTransfers)
 {
     OpenDevice device("sim:planar@C0");
-    EXPECT_EQ((answer{2, 0}), device.write({0x02, 0x4B})); // a prescaler
+    // a prescaler
+    EXPECT_EQ((answer{2, 0}), device.write({0x02, 0x4B}));
     EXPECT_EQ((answer{1, 0}), device.write({0x02}));
     EXPECT_EQ((bytes{0x4B}), device.readAll(1));
     bytes tooLong(8193);
@@ -217,7 +222,8 @@ TEST_F(IicTransfer, BusyIsNotAbsent)
     sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
     OpenDevice device("sim:planar");
     device.set(main256());
-    wires->transfer({&whole, 1}, 0); // another process's write, whose cycle begins now
+    // another process's write, whose cycle begins now
+    wires->transfer({&whole, 1}, 0);
     EXPECT_EQ((bytes{0x55}), device.readAll(1));
     wires->transfer({&whole, 1}, 0);
     EXPECT_EQ((answer{1, 0}), device.write({0x66}));
@@ -256,7 +262,8 @@ TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFifty
         device.set(values);
         const auto fault = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = 2, .count = 1});
         const double before = busMs();
-        EXPECT_EQ((answer{64, ETIME}), device.write(pattern(192, 9))); // the second page's
+        // the second page's
+        EXPECT_EQ((answer{64, ETIME}), device.write(pattern(192, 9)));
         EXPECT_NEAR(each.waitedMs + 6.5, busMs() - before, each.waitedMs / 10);
         EXPECT_EQ((answer{0, ENXIO}), device.write({1}));
         machine->clearFault(fault);
@@ -269,10 +276,12 @@ TEST_F(IicTransfer, TimeOutOfTheTransferIsBusTime)
     block values = main256();
     values.timeoutMs = 12;
     device.set(values);
-    EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 9))); // two pages of 5 ms are done, a third is sent
+    // two pages of 5 ms are done, a third is sent
+    EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 9)));
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 9), 0, 192)), image("main.bin"));
     settle();
-    EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 8))); // the same bytes in the same place again
+    // the same bytes in the same place again
+    EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 8)));
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 8), 0, 192)), image("main.bin"));
 }
 
@@ -293,7 +302,8 @@ TEST_F(IicTransfer, ArbitrationIsTriedAgainWithinByteForty)
     machine->addFault({.kind = "arbitration", .bus = "planar", .count = 5});
     EXPECT_EQ((answer{4, 0}), device.read(data));
     machine->addFault({.kind = "arbitration", .bus = "planar", .way = "write", .count = 3, .byte = 5});
-    EXPECT_EQ((answer{70, 0}), device.write(pattern(70, 9))); // lost in the middle of a page
+    // lost in the middle of a page
+    EXPECT_EQ((answer{70, 0}), device.write(pattern(70, 9)));
     EXPECT_EQ(with(pattern(32768, 1), 4, pattern(70, 9)), image("main.bin"));
     const auto lasting = machine->addFault({.kind = "arbitration", .bus = "planar"});
     block values = main256();
@@ -312,7 +322,8 @@ TEST_F(IicTransfer, HubReadDeliversOneStatusByteAndTheData)
     OpenDevice device("sim:planar");
     device.set(hub128());
     device.seek(onRiser + 100);
-    const bytes data = device.readAll(1 + 12000); // two pieces
+    // two pieces
+    const bytes data = device.readAll(1 + 12000);
     EXPECT_EQ(0, data[0]);
     EXPECT_EQ(part(pattern(16384, 5), 100, 12000), part(data, 1, 12000));
     device.set(hub02());
@@ -336,7 +347,8 @@ TEST_F(IicTransfer, HubReadCountsOnlyItsOffsetUp)
     const bytes all = pattern(256, 6);
     bytes expected = part(all, 0xF0, 16);
     expected.insert(expected.end(), all.begin(), all.begin() + 16);
-    EXPECT_EQ(expected, part(device.readAll(33), 1, 32)); // rolls over in the chip, not into the device's address
+    // rolls over in the chip, not into the device's address
+    EXPECT_EQ(expected, part(device.readAll(33), 1, 32));
 }
 
 TEST_F(IicTransfer, HubWriteIsSplitAtPagesWithTheFullOffset)
@@ -352,7 +364,8 @@ TEST_F(IicTransfer, HubWriteIsSplitAtPagesWithTheFullOffset)
     EXPECT_EQ((answer{256, 0}), device.write(pattern(256, 8)));
     EXPECT_EQ(pattern(256, 8), image("card.bin"));
     device.set({.address = 0x80});
-    EXPECT_EQ((bytes{0}), device.readAll(1)); // the hub's status after all that
+    // the hub's status after all that
+    EXPECT_EQ((bytes{0}), device.readAll(1));
 }
 
 TEST_F(IicTransfer, HubTakesNoMoreThanItsBufferAtOnce)
@@ -364,22 +377,26 @@ TEST_F(IicTransfer, HubTakesNoMoreThanItsBufferAtOnce)
     device.seek(onRiser);
     EXPECT_EQ((answer{1000, 0}), device.write(bytes(1000, 0xEE)));
     device.set({.address = 0x80});
-    EXPECT_EQ((bytes{0}), device.readAll(1)); // not 8: too long
+    // not 8: too long
+    EXPECT_EQ((bytes{0}), device.readAll(1));
 }
 
 TEST_F(IicTransfer, FirstByteOtherThanZeroFromAHubIsNoData)
 {
     OpenDevice device("sim:planar");
     device.set(hub128());
-    device.seek(0x07A20000L); // nothing on port 7's bus answers there
+    // nothing on port 7's bus answers there
+    device.seek(0x07A20000L);
     bytes data(17, 0x11);
     EXPECT_EQ((answer{0, ENODATA}), device.read(data));
-    EXPECT_EQ(2, data[0]); // the device didn't answer
+    // the device didn't answer
+    EXPECT_EQ(2, data[0]);
     device.set({.address = 0x80});
     EXPECT_EQ((bytes{2}), device.readAll(1));
     device.set(hub128());
     device.seek(onRiser);
-    EXPECT_EQ(part(pattern(16384, 5), 0, 16), part(device.readAll(17), 1, 16)); // and the handle is as usable as before
+    // and the handle is as usable as before
+    EXPECT_EQ(part(pattern(16384, 5), 0, 16), part(device.readAll(17), 1, 16));
 }
 
 TEST_F(IicTransfer, BusyHubIsWaitedFor)
@@ -388,7 +405,8 @@ TEST_F(IicTransfer, BusyHubIsWaitedFor)
     device.set(hub128());
     device.seek(onRiser);
     EXPECT_EQ((answer{8, 0}), device.write(pattern(8, 9)));
-    device.set({.address = 0x80, .busyWaitMs = 0}); // no asking again: it must answer now
+    // no asking again: it must answer now
+    device.set({.address = 0x80, .busyWaitMs = 0});
     EXPECT_EQ((bytes{0}), device.readAll(1));
 }
 

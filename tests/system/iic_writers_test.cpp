@@ -136,7 +136,8 @@ TEST_F(IicWriters, SilenceBesideAnotherWriterIsBusyAndNotAbsent)
     ASSERT_TRUE(other->beginWrite(0xAE, std::chrono::milliseconds(0)));
     const double before = busMs();
     EXPECT_EQ((answer{0, ETIME}), device.read(data));
-    EXPECT_NEAR(300.0, busMs() - before, 30.0); // bus time, which the test's own questions make
+    // bus time, which the test's own questions make
+    EXPECT_NEAR(300.0, busMs() - before, 30.0);
     EXPECT_EQ((answer{0, ETIME}), device.write({1}));
     EXPECT_EQ(4U, device.number(15));
     other->endWrite();
@@ -160,7 +161,8 @@ TEST_F(IicWritersOfASlowChip, ReadWaitsOnWhileAnotherWritesAPage)
     OpenDevice writer("sim:planar@A0");
     OpenDevice reader("sim:planar");
     reader.set(impatient(main256(), 1000));
-    writer.set({.address = 0xA0, .writeCycleMs = 0}); // sends a page and does not wait
+    // sends a page and does not wait
+    writer.set({.address = 0xA0, .writeCycleMs = 0});
     EXPECT_EQ((answer{3, 0}), writer.write({0, 0, 0x5A}));
     ASSERT_TRUE(other->beginWrite(0xA0, std::chrono::milliseconds(0)));
     bytes data(2);

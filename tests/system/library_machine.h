@@ -1,4 +1,5 @@
-/// The library on a simulated machine of the test's own: SEEPROMs on the bus and behind four hubs, expanders, LED drivers, sensors.
+/// The library on a simulated machine of the test's own: SEEPROMs on the bus and behind four hubs, expanders, LED
+/// drivers, sensors.
 #pragma once
 
 #include <array>

@@ -55,7 +55,8 @@ protected:
     /// The image as it was, with `data` at `offset`.
     [[nodiscard]] static bytes with(bytes before, std::size_t offset, const bytes& data)
     {
-        before.resize(std::max(before.size(), offset + data.size())); // an image that is too short equals none
+        // an image that is too short equals none
+        before.resize(std::max(before.size(), offset + data.size()));
         std::ranges::copy(data, before.begin() + static_cast<std::ptrdiff_t>(offset));
         return before;
     }

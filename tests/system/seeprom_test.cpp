@@ -99,7 +99,8 @@ bool longSpdIsSound(const bytes& data) { return spdIsSound(data) && littleEndian
 bool newestSpdIsSound(const bytes& data) { return littleEndianCrc16(data, 0, 510, 510); }
 bool tlvIsSound(const bytes& data)
 {
-    const std::size_t end = 11 + static_cast<std::size_t>(data.at(9) << 8 | data.at(10)); // header, then so many bytes
+    // header, then so many bytes
+    const std::size_t end = 11 + static_cast<std::size_t>(data.at(9) << 8 | data.at(10));
     const std::uint32_t told = static_cast<std::uint32_t>(data.at(end - 4)) << 24 |
                                static_cast<std::uint32_t>(data.at(end - 3)) << 16 |
                                static_cast<std::uint32_t>(data.at(end - 2)) << 8 | data.at(end - 1);
@@ -109,7 +110,8 @@ bool moduleIsSound(const bytes& data)
 {
     return sumOf(data, 0, 63) == data.at(63) && sumOf(data, 64, 31) == data.at(95);
 }
-constexpr std::size_t fruHeader = 8; // of an inventory record; its areas are counted in so many bytes, too
+// of an inventory record; its areas are counted in so many bytes, too
+constexpr std::size_t fruHeader = 8;
 
 /// Header and board area agree with their sums, and the board's fields end within it.
 bool fruIsSound(const bytes& data)
@@ -118,7 +120,8 @@ bool fruIsSound(const bytes& data)
     const bool header = sumOf(data, 0, fruHeader) == 0 && board + 1 < data.size();
     const std::size_t length = header ? fruHeader * data.at(board + 1) : 0;
     const bool whole = length != 0 && board + length <= data.size() && sumOf(data, board, length) == 0;
-    std::size_t field = board + 6; // behind version, length, language and date of manufacture
+    // behind version, length, language and date of manufacture
+    std::size_t field = board + 6;
     while (whole && field < board + length && data.at(field) != 0xC1) {
         field += 1U + (data.at(field) & 0x3FU);
     }
@@ -133,15 +136,20 @@ void closeWithSum(bytes& data, std::size_t from)
 /// An inventory record whose board area is so many times eight bytes long: 2, which has room for little, to 255.
 bytes fruRecord(std::size_t eights)
 {
-    constexpr std::size_t fields = 5; // manufacturer, product, serial, part number, file: then more
-    bytes data{1, 0, 0, 1, 0, 0, 0}; // the board area alone
-    std::size_t room = fruHeader * eights - 6 - 2; // for fields: less what is ahead of them, end mark and sum
+    // manufacturer, product, serial, part number, file: then more
+    constexpr std::size_t fields = 5;
+    // the board area alone
+    bytes data{1, 0, 0, 1, 0, 0, 0};
+    // for fields: less what is ahead of them, end mark and sum
+    std::size_t room = fruHeader * eights - 6 - 2;
     closeWithSum(data, 0);
     data.insert(data.end(), {1, static_cast<std::uint8_t>(eights), 25, 0x40, 0xE2, 0x01});
     for (std::size_t number = 0; number < fields || room > 1; ++number) {
-        const std::size_t after = number < fields ? fields - 1 - number : 0; // length bytes of those that must follow
+        // length bytes of those that must follow
+        const std::size_t after = number < fields ? fields - 1 - number : 0;
         std::size_t length = std::min<std::size_t>(room - 1 - after, 63);
-        length = length == 1 ? 0 : length; // a single character is how the end is marked
+        // a single character is how the end is marked
+        length = length == 1 ? 0 : length;
         data.push_back(static_cast<std::uint8_t>(0xC0 | length));
         for (std::size_t at = 0; at < length; ++at) {
             data.push_back(static_cast<std::uint8_t>(' ' + (at * 7 + number * 13 + eights) % 95));
@@ -256,18 +264,21 @@ TEST_F(Seeprom, FileModeServesTheCopyAlone)
     ASSERT_EQ(0, host::replaceCopy(7, tlv));
     EXPECT_TRUE(tlvIsSound(readAs(fileMode, 7, 0, 4096).data));
     EXPECT_EQ(part(tlv, 100, 50), readAs(fileMode, 7, 100, 50).data);
-    EXPECT_EQ(part(tlv, 4000, 96), readAs(fileMode, 7, 4000, 1000).data); // crosses the end
+    // crosses the end
+    EXPECT_EQ(part(tlv, 4000, 96), readAs(fileMode, 7, 4000, 1000).data);
     EXPECT_EQ(tlv, readAs(fileMode, 7, 0, 0).data);
     EXPECT_EQ(0x80001305U, readAs(fileMode, 7, 4096, 1).returnCode);
     EXPECT_TRUE(writeAs(fileMode, 7, 10, {9, 8, 7}).good());
     EXPECT_EQ((bytes{9, 8, 7}), readAs(fileMode, 7, 10, 3).data);
     EXPECT_EQ(0x80001308U, writeAs(fileMode, 7, 4094, {1, 2, 3}).returnCode);
-    EXPECT_EQ(pattern(32768, 1), image("main.bin")); // the device saw nothing of it
+    // the device saw nothing of it
+    EXPECT_EQ(pattern(32768, 1), image("main.bin"));
 }
 
 TEST_F(Seeprom, MixedModePrefersTheCopy)
 {
-    EXPECT_EQ(pattern(32768, 1), readAs(mixedMode, 9, 0, 16).data); // without a copy the whole device
+    // without a copy the whole device
+    EXPECT_EQ(pattern(32768, 1), readAs(mixedMode, 9, 0, 16).data);
     ASSERT_TRUE(writeAs(mixedMode, 9, 0, {5, 5}).good());
     settle();
     EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2));
@@ -275,7 +286,8 @@ TEST_F(Seeprom, MixedModePrefersTheCopy)
     EXPECT_EQ(bytes(16, 0x11), readAs(mixedMode, 9, 0, 16).data);
     ASSERT_TRUE(writeAs(mixedMode, 9, 0, {6, 6}).good());
     settle();
-    EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2)); // the copy took the write
+    // the copy took the write
+    EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2));
     EXPECT_EQ((bytes{6, 6}), readAs(mixedMode, 9, 0, 2).data);
 }
 
@@ -295,7 +307,8 @@ TEST_F(Seeprom, TimeOutOnceIsRescuedAndLogged)
     const auto logged = host::listEntries({});
     ASSERT_EQ(4U, logged.entries.size());
     for (const auto& entry : logged.entries) {
-        EXPECT_EQ(0x10U, entry.severity); // recovered
+        // recovered
+        EXPECT_EQ(0x10U, entry.severity);
         EXPECT_EQ(0x4000, entry.commitAction);
     }
 }

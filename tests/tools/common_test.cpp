@@ -191,10 +191,13 @@ TEST(DriversAddresses, AreRefusedUnlessForced)
     EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", true));
     EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A2", false));
     EXPECT_EQ("3 a driver of the kernel has 80 = 0x40", complained("/dev/i2c-7,L,922,80,3,2C0128,A0", false));
-    EXPECT_EQ("", complained("/dev/i2c-7,L,922,88,3,2C0128,A0", false)); // the hub's own bus knows no drivers
-    EXPECT_TRUE(kernel.log.empty()); // nothing went over the wires
+    // the hub's own bus knows no drivers
+    EXPECT_EQ("", complained("/dev/i2c-7,L,922,88,3,2C0128,A0", false));
+    // nothing went over the wires
+    EXPECT_TRUE(kernel.log.empty());
     kernel.openError = EACCES;
-    EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", false)); // the write will tell
+    // the write will tell
+    EXPECT_EQ("", complained("/dev/i2c-7,L,2C0256,A0", false));
 }
 
 TEST(Numbers, DecimalOrAfter0x)
@@ -261,14 +264,19 @@ TEST(Escape, NothingReachesATerminalThatIsNotPrintable)
     EXPECT_EQ("\\\\x41", escaped("\\x41"));
     EXPECT_EQ("Gehäuselüfter ✓ 温", escaped("Gehäuselüfter ✓ 温"));
     EXPECT_EQ("\\xC2\\x9B31m", escaped("\xC2\x9B"
-                                       "31m")); // C1 control sequence introducer
+                                       // C1 control sequence introducer
+                                       "31m"));
     EXPECT_EQ("a\\xE2\\x80\\xAEb", escaped("a\u202Eb"));
     EXPECT_EQ("a\\xE2\\x80\\x8Bb", escaped("a\u200Bb"));
     EXPECT_EQ("\\xFF\\xC3", escaped("\xFF\xC3"));
-    EXPECT_EQ("\\xC0\\xAF", escaped("\xC0\xAF")); // over-long
-    EXPECT_EQ("\\xE0\\x80\\xAF", escaped("\xE0\x80\xAF")); // over-long
-    EXPECT_EQ("\\xED\\xA0\\x80", escaped("\xED\xA0\x80")); // surrogate
-    EXPECT_EQ("\\xF0\\x9F\\x92\\xA9", escaped("\xF0\x9F\x92\xA9")); // beyond what is let through
+    // over-long
+    EXPECT_EQ("\\xC0\\xAF", escaped("\xC0\xAF"));
+    // over-long
+    EXPECT_EQ("\\xE0\\x80\\xAF", escaped("\xE0\x80\xAF"));
+    // surrogate
+    EXPECT_EQ("\\xED\\xA0\\x80", escaped("\xED\xA0\x80"));
+    // beyond what is let through
+    EXPECT_EQ("\\xF0\\x9F\\x92\\xA9", escaped("\xF0\x9F\x92\xA9"));
     EXPECT_EQ(std::string("\\x00") + "x", escaped(std::string_view("\0x", 2)));
 }
 
@@ -322,7 +330,8 @@ TEST(Failures, HintsNameTheBusAndItsNode)
               adviceFor(ENOENT, {"/dev/i2c-9", "L"}).tryThis);
     EXPECT_EQ("'kestctl topology' shows the buses there are", adviceFor(ENODEV, {"/dev/i2c-9", "L"}).tryThis);
     EXPECT_EQ("check the node map in kest.toml", adviceFor(ENODEV, {"/dev/i2c-9", "1"}).tryThis);
-    EXPECT_EQ("", adviceFor(ENODATA, {"/dev/i2c-9", "L"}).tryThis); // the caller names the entry
+    // the caller names the entry
+    EXPECT_EQ("", adviceFor(ENODATA, {"/dev/i2c-9", "L"}).tryThis);
 }
 
 /// Some adapters end the transfer to a missing chip by a time-out.
@@ -344,7 +353,8 @@ TEST(Failures, ErrnoOfAnEntryIsThatOfItsFirstFailedLayerCall)
 {
     using host::describeEntry;
     EXPECT_EQ(ENXIO, errnoOf(describeEntry(*makeEntry(0x1311, ENXIO))));
-    EXPECT_EQ(0, errnoOf(describeEntry(*makeEntry(0x130A, ENXIO)))); // a detect state, no errno
+    // a detect state, no errno
+    EXPECT_EQ(0, errnoOf(describeEntry(*makeEntry(0x130A, ENXIO))));
     const auto entry = makeEntry(0x1329, 0);
     entry->addSRC(0x1300, SRCI_TYPE_SERVICE_PROCESSOR, 0, 12, SERVICE_CODE_KEST, 0x130E, EBUSY, 0, 0, 0,
                   EPUB_SUBSYSTEM_SOFTWARE);

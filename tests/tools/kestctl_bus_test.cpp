@@ -154,10 +154,12 @@ TEST_F(KestctlDevices, ABadRowIsToldAndTheOthersListed)
 TEST_F(KestctlDetect, FindsWhatIsThere)
 {
     EXPECT_EQ("planar-vpd: 24C256 at A0 = 0x50: present\n", says({"detect", "planar-vpd"}));
-    EXPECT_EQ("planar-vpd: 24C256 at A0 = 0x50: present\n", says({"detect", "0xD001"})); // by number
+    // by number
+    EXPECT_EQ("planar-vpd: 24C256 at A0 = 0x50: present\n", says({"detect", "0xD001"}));
     EXPECT_EQ("sim:planar,L,9552,C0: PCA9552 at C0 = 0x60: present\n", says({"detect", "sim:planar,L,9552,C0"}));
     EXPECT_EQ("riser-vpd: 24C128 at A2 = 0x51: present\n",
-              says({"detect", "riser-vpd"})); // behind the hub, by a byte of it
+              // behind the hub, by a byte of it
+              says({"detect", "riser-vpd"}));
 }
 
 TEST_F(KestctlDetect, WithoutDeviceAsksTheWholeTable)

@@ -50,7 +50,8 @@ TEST_F(KestctlBusy, AHubThatIsHeld)
     EXPECT_THAT(complaint({"seeprom", "read", "riser-vpd", "--length", "16"}),
                 MatchesRegex("kestctl: riser-vpd: read: somebody else holds it; try again in a moment "
                              "\\[log 0x[0-9A-F]+\\]\n"));
-    EXPECT_EQ(0, kestctl({"seeprom", "read", "planar-vpd", "--length", "16"}).exit); // the bus is free
+    // the bus is free
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "planar-vpd", "--length", "16"}).exit);
     ASSERT_EQ((answer{0, 0}), other.config(2, 18, record.data(), 8));
     EXPECT_EQ(0, kestctl({"seeprom", "read", "riser-vpd", "--length", "16"}).exit);
 }

@@ -131,7 +131,8 @@ TEST_F(KestctlDump, IsReadStrictly)
 
 TEST_F(KestctlDump, LayoutDoesNotCount)
 {
-    const std::string squeezed = json::parse(readFile(dumped())).dump(); // one line, keys in another order
+    // one line, keys in another order
+    const std::string squeezed = json::parse(readFile(dumped())).dump();
     says({"seeprom", "restore", file("squeezed.json", squeezed), "--yes"});
 }
 
@@ -202,7 +203,8 @@ TEST_F(KestctlDump, OfACopyGoesBackToTheCopy)
     EXPECT_EQ(copy, says({"copy", "export", "panel-vpd", "-"}));
     EXPECT_EQ(chip, image("panel"));
     EXPECT_EQ(3,
-              kestctl({"seeprom", "restore", dump, "--mode", "hardware"}).exit); // into the chip when told, and asked
+              // into the chip when told, and asked
+              kestctl({"seeprom", "restore", dump, "--mode", "hardware"}).exit);
     says({"seeprom", "restore", dump, "--mode", "hardware", "--yes"});
     EXPECT_EQ(copy, image("panel"));
 }
@@ -223,7 +225,8 @@ TEST_F(KestctlDump, TheCopyOfANumberIsThatOfItsFirstPosition)
     EXPECT_EQ(why, complaint(2, {"copy", "remove", "panel-b", "--yes"}));
     EXPECT_EQ(why, complaint(2, {"seeprom", "read", "panel-b", "--mode", "file"}));
     EXPECT_EQ(image("power").substr(0, 4),
-              says({"seeprom", "read", "panel-b", "--mode", "mixed", "--length", "4", "-o", "-"})); // it has none
+              // it has none
+              says({"seeprom", "read", "panel-b", "--mode", "mixed", "--length", "4", "-o", "-"}));
     EXPECT_EQ(copy, says({"copy", "export", "panel-vpd", "-"}));
     EXPECT_EQ(copy, says({"copy", "export", "0xD002", "-"}));
 }

@@ -128,7 +128,8 @@ TEST_F(KestctlFiles, AFileThatMayNotBeWrittenIsRefused)
     }
     const std::string target = file("out", "older");
     ASSERT_EQ(0, chmod(target.c_str(), 0444));
-    ASSERT_EQ(0, chmod(folder().c_str(), 0777)); // the name could be replaced
+    // the name could be replaced
+    ASSERT_EQ(0, chmod(folder().c_str(), 0777));
     writeFile(machine() / "kest.toml", readFile(machine() / "kest.toml") + "\n");
     const runResult made = kestctl({"sim", "new", (folder() / "own").string()}, {.stranger = true});
     ASSERT_EQ(0, made.exit) << made.errors;

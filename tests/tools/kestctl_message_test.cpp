@@ -67,7 +67,8 @@ TEST_F(KestctlMessage, Reads)
     const std::string target = (folder() / "out.bin").string();
     EXPECT_EQ("", says({"message", "read", "planar-vpd", "-o", target}));
     EXPECT_EQ(image("system"), readFile(target));
-    EXPECT_EQ(65536U, says({"message", "read", "firmware", "-o", "-"}).size()); // the most that one message moves
+    // the most that one message moves
+    EXPECT_EQ(65536U, says({"message", "read", "firmware", "-o", "-"}).size());
     writeFile(machine() / "panel.bin", "Hello, kest!\x01\x7F\xFF" + std::string(241, 'x'));
     EXPECT_EQ("0000000c  01 7f ff 78                                       |...x|\n",
               says({"message", "read", "panel-vpd", "--offset", "0xC", "--length", "4"}));
@@ -133,7 +134,8 @@ TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
     EXPECT_EQ(warning, read.errors);
     const std::string target = (folder() / "out.bin").string();
     const runResult cut = message({"read", "planar-vpd", "--length", "20", "-o", target});
-    EXPECT_EQ(1, cut.exit); // fewer bytes than asked for are a failure
+    // fewer bytes than asked for are a failure
+    EXPECT_EQ(1, cut.exit);
     EXPECT_EQ(std::string(warning) +
                   "kestctl: planar-vpd: read by message: 10 of 20 bytes came from offset 0; --length "
                   "10 reads what there is\n",
@@ -152,7 +154,8 @@ TEST_F(KestctlMessage, WholeDeviceOfMixedModeIsCut)
     constexpr const char* warning =
         "kestctl: the read mode is MixedMode: messages are served from copy 0, whatever device they name\n";
     serve("MixedMode");
-    const runResult read = message({"read", "planar-vpd", "--length", "16", "-o", "-"}); // 32768 bytes come
+    // 32768 bytes come
+    const runResult read = message({"read", "planar-vpd", "--length", "16", "-o", "-"});
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ(image("system").substr(0, 16), read.output);
     EXPECT_EQ(warning, read.errors);
@@ -290,7 +293,8 @@ TEST_F(KestctlMessage, AServiceThatSaysNothingIsWaitedForNoLongerThanTold)
 {
     FakeService fake([](RawClient& service) {
         EXPECT_TRUE(service.receive());
-        EXPECT_FALSE(service.receive()); // it hangs up
+        // it hangs up
+        EXPECT_FALSE(service.receive());
     });
     EXPECT_THAT(complaint(1, {"read", "panel-vpd", "--timeout", "0.1", "--socket", fake.path().string()}),
                 HasSubstr("no reply in time"));

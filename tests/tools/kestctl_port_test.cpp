@@ -76,7 +76,8 @@ TEST_F(KestctlPort, AHubsResetLineAsksFirst)
     const runResult refused = kestctl({"port", "write", "panel-leds", "low", "--pins", "14,15"});
     EXPECT_EQ(3, refused.exit);
     EXPECT_EQ(std::string("kestctl: ") + question + " not confirmed; --yes confirms it\n", refused.errors);
-    EXPECT_EQ(3, kestctl({"port", "write", "panel-leds", "copy", "0xFFFF"}).exit); // pin 15 is in the mask
+    // pin 15 is in the mask
+    EXPECT_EQ(3, kestctl({"port", "write", "panel-leds", "copy", "0xFFFF"}).exit);
     EXPECT_EQ(0, kestctl({"port", "write", "panel-leds", "copy", "0xFFFF", "--mask", "0x7FFF"}).exit);
     EXPECT_EQ(0xFFFF, json::parse(says({"port", "read", "panel-leds", "--json"})).at("value"));
 
@@ -84,7 +85,8 @@ TEST_F(KestctlPort, AHubsResetLineAsksFirst)
     says({"port", "write", "panel-leds", "low", "--pins", "15", "--yes"});
     EXPECT_NE(std::string::npos, says({"scan", "sim:planar", "--json"}).find("\"address\": 160"));
     EXPECT_EQ(std::string::npos,
-              says({"scan", "sim:planar", "--json"}).find("\"address\": 128")); // the hub is in reset
+              // the hub is in reset
+              says({"scan", "sim:planar", "--json"}).find("\"address\": 128"));
     says({"port", "write", "panel-leds", "high", "--pins", "15", "--yes"});
     EXPECT_NE(std::string::npos, says({"scan", "sim:planar", "--json"}).find("\"address\": 128"));
 }

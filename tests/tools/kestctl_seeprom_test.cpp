@@ -125,7 +125,8 @@ TEST_F(KestctlSeeprom, WriteAsksKeepsAnUndoFileAndVerifies)
     const json written = json::parse(
         says({"--json", "seeprom", "write", "panel-vpd", "--hex", "01 02 03 04", "--offset", "6", "--yes"}));
     EXPECT_EQ(4, written["bytes_written"]);
-    EXPECT_EQ(2, written["pages_written"]); // bytes 6-7 and 8-9
+    // bytes 6-7 and 8-9
+    EXPECT_EQ(2, written["pages_written"]);
     EXPECT_EQ(true, written["verified"]);
     std::string after = before;
     after.replace(6, 4, "\x01\x02\x03\x04");
@@ -257,7 +258,8 @@ TEST_F(KestctlSeeprom, VerifyAndDiff)
     const json rows = json::parse(kestctl({"--json", "seeprom", "diff", "panel-vpd", other}).output);
     EXPECT_EQ(2, rows["differing"]);
     EXPECT_EQ(20, rows["differences"][0]["offset"]);
-    EXPECT_EQ(0, kestctl({"seeprom", "diff", "panel-vpd", "panel-vpd"}).exit); // two devices
+    // two devices
+    EXPECT_EQ(0, kestctl({"seeprom", "diff", "panel-vpd", "panel-vpd"}).exit);
 }
 
 TEST_F(KestctlSeeprom, ADumpGoesToADeviceOfItsTypeAlone)
@@ -333,8 +335,8 @@ TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
     }
 }
 
-/// Faults that strike at every first attempt, and at no repeat: each read recovers and hands back zeros, always the same. Nothing is
-/// shown, saved or compared then.
+/// Faults that strike at every first attempt, and at no repeat: each read recovers and hands back zeros, always the
+/// same. Nothing is shown, saved or compared then.
 TEST_F(KestctlSeeprom, NothingIsDoneWithReadsThroughAHubThatDoNotSettle)
 {
     const std::string before = image("riser");
@@ -379,7 +381,8 @@ TEST_F(KestctlSeeprom, CopiesAreCapturedServedExportedAndRemoved)
     EXPECT_THAT(complaint(3, {"copy", "capture", "panel-vpd"}), HasSubstr("replace it? not confirmed"));
     says({"seeprom", "write", "panel-vpd", "--mode", "file", "--hex", "ff00ff"});
     EXPECT_EQ("\xFF" + std::string(1, '\0') + "\xFF", says({"copy", "export", "0xD002", "-"}).substr(0, 3));
-    says({"copy", "import", "5", file("five", "12345")}); // no device has this number: any size will do
+    // no device has this number: any size will do
+    says({"copy", "import", "5", file("five", "12345")});
     const json list = json::parse(says({"--json", "copy", "list"}));
     ASSERT_EQ(2U, list["copies"].size());
     EXPECT_EQ(5, list["copies"][0]["number"]);
@@ -400,7 +403,8 @@ TEST_F(KestctlSeeprom, ModesChooseBetweenDeviceAndCopy)
     const auto read = [this](const char* mode) {
         return says({"seeprom", "read", "panel-vpd", "--mode", mode, "--length", "4", "-o", "-"});
     };
-    EXPECT_EQ("dddd", read("mixed")); // no copy: the device is read
+    // no copy: the device is read
+    EXPECT_EQ("dddd", read("mixed"));
     EXPECT_EQ("dddd", read("registry"));
     says({"seeprom", "write", "panel-vpd", "--mode", "mixed", "--hex", "4D", "--yes"});
     EXPECT_EQ("M" + device.substr(1), image("panel"));
@@ -421,7 +425,8 @@ TEST_F(KestctlSeeprom, ModesChooseBetweenDeviceAndCopy)
     writeFile(machine() / "kest.toml", text.replace(at, 9, "FileMode"));
     EXPECT_EQ("Nccc", read("registry"));
     EXPECT_EQ("Mddd",
-              says({"seeprom", "read", "panel-vpd", "--length", "4", "-o", "-"})); // hardware unless told otherwise
+              // hardware unless told otherwise
+              says({"seeprom", "read", "panel-vpd", "--length", "4", "-o", "-"}));
 }
 
 /// A device of this type takes no offset: a transfer begins where the chip stands, which is 0 at first.

@@ -107,7 +107,8 @@ TEST_F(KestctlSim, NewNeedsNoUsableConfiguration)
 
 TEST_F(KestctlSim, EverythingStaysInTheFolder)
 {
-    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit); // leaves an error entry
+    // leaves an error entry
+    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
     EXPECT_TRUE(std::filesystem::exists(machine() / "state/errors.db") ||
                 !std::filesystem::is_empty(machine() / "state"));
 }
@@ -239,7 +240,8 @@ TEST_F(KestctlSim, AMachineThatTheUserMayNotUseEndsWith3)
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can become another user";
     }
-    says({"sim", "show"}); // makes the state file
+    // makes the state file
+    says({"sim", "show"});
     std::filesystem::permissions(folder(), std::filesystem::perms(0755));
     std::filesystem::permissions(machine(), std::filesystem::perms(0777));
     std::filesystem::permissions(machine() / "machine.state", std::filesystem::perms(0600));
@@ -383,10 +385,14 @@ TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
 
 TEST_F(KestctlErrors, TheListNamesDevicesWithinEightyColumns)
 {
-    EXPECT_EQ(4, kestctl({"port", "read", "sim:planar,L,9552,C6"}).exit); // first-failure data
-    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit); // device text
-    EXPECT_EQ(4, kestctl({"detect", "sim:nosuch,L,2C0256,AA"}).exit); // device path
-    EXPECT_EQ(4, kestctl({"seeprom", "read", "--mode", "file", "planar-vpd"}).exit); // none of these
+    // first-failure data
+    EXPECT_EQ(4, kestctl({"port", "read", "sim:planar,L,9552,C6"}).exit);
+    // device text
+    EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
+    // device path
+    EXPECT_EQ(4, kestctl({"detect", "sim:nosuch,L,2C0256,AA"}).exit);
+    // none of these
+    EXPECT_EQ(4, kestctl({"seeprom", "read", "--mode", "file", "planar-vpd"}).exit);
     const std::string longest = "sim:" + std::string(60, 'n') + ",L,2C0256,AA";
     EXPECT_EQ(4, kestctl({"detect", longest}).exit);
 
@@ -401,7 +407,8 @@ TEST_F(KestctlErrors, TheListNamesDevicesWithinEightyColumns)
     EXPECT_EQ(devices.front(), json::parse(says({"errors", "show", "last", "--json"})).at("device"));
 
     std::istringstream lines(says({"errors", "list"}));
-    std::vector<std::string> ends; // from the column of devices on; of second lines, from that of reasons on
+    // from the column of devices on; of second lines, from that of reasons on
+    std::vector<std::string> ends;
     for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(line.size(), 80U) << line;
         ends.push_back(line.starts_with("           ") ? line.substr(11) : line.substr(42));
@@ -445,7 +452,8 @@ TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
         ids.push_back(json::parse(line).at("id"));
     }
     ASSERT_EQ(3U, ids.size());
-    EXPECT_EQ(ids.back(), json::parse(says({"errors", "show", "last", "--json"})).at("id")); // oldest first
+    // oldest first
+    EXPECT_EQ(ids.back(), json::parse(says({"errors", "show", "last", "--json"})).at("id"));
 
     const runResult unwritable = kestctl({"errors", "export", (folder() / "none/file").string()});
     EXPECT_EQ(1, unwritable.exit);

@@ -247,7 +247,8 @@ TEST_F(Kestctl, AReaderThatGoesAwayIsNoFailure)
              {0, {"seeprom", "read", "planar-vpd", "-o", "-"}},
              {0, {"devices", "--json"}},
              {0, {"thermal", "read", "inlet-temp", "--watch", "0.01"}},
-             {5, {"seeprom", "verify", "panel-vpd", other}}}) { // what it found out still counts
+             // what it found out still counts
+             {5, {"seeprom", "verify", "panel-vpd", other}}}) {
         const runResult result = kestctl(command, {.closeOutput = true});
         EXPECT_EQ(exit, result.exit) << testing::PrintToString(command);
         EXPECT_EQ(0, result.signal) << testing::PrintToString(command);

@@ -95,7 +95,8 @@ TEST(KestdClient, EveryByteOfAReplyChanged)
                 return bytes;
             });
             if (got.what == outcome::done) {
-                EXPECT_GE(at, 20u); // the data is anybody's
+                // the data is anybody's
+                EXPECT_GE(at, 20u);
             }
         }
     }

@@ -1,4 +1,5 @@
-/// Who may do what, and what becomes of the requests of those who may not: with made-up peers, so that any user can run it.
+/// Who may do what, and what becomes of the requests of those who may not: with made-up peers, so that any user can run
+/// it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -13,7 +14,8 @@ namespace
 
 using client::frame;
 
-constexpr uid_t stranger = 4'000'000'001; // nobody's
+// nobody's
+constexpr uid_t stranger = 4'000'000'001;
 constexpr gid_t club = 4'000'000'002;
 
 Peer peerOfUser(uid_t uid, std::vector<gid_t> groups = {}) { return {uid, 4711, std::move(groups)}; }
@@ -31,7 +33,8 @@ TEST(KestdPermission, RootAndOwnerMayDoEverythingOthersNothing)
     EXPECT_EQ("rw", rights({}, peerOfUser(0)));
     EXPECT_EQ("rw", rights({}, peerOfUser(geteuid())));
     EXPECT_EQ("--", rights({}, peerOfUser(stranger, {club})));
-    EXPECT_EQ("--", rights({}, Peer{})); // nobody vouched for it
+    // nobody vouched for it
+    EXPECT_EQ("--", rights({}, Peer{}));
 }
 
 TEST(KestdPermission, ByUserAndByGroup)
@@ -50,7 +53,8 @@ TEST(KestdPermission, ByUserAndByGroup)
     settings.readGroups = {group};
     EXPECT_EQ("r-", rights(settings, peer));
     EXPECT_EQ("--", rights(settings, peerOfUser(stranger, {5})));
-    EXPECT_EQ("--", rights(settings, peerOfUser(club))); // a user of that number
+    // a user of that number
+    EXPECT_EQ("--", rights(settings, peerOfUser(club)));
     settings = {};
     settings.writeGroups = {group};
     EXPECT_EQ("-w", rights(settings, peer));
@@ -157,7 +161,8 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
     int entries = 0;
     for (int number = 0; number < 30; ++number) {
         const frame reply = answerTo(transfer(0x8001, 1), {});
-        EXPECT_EQ(0x80001601U, reply.returnCode); // refused all the same
+        // refused all the same
+        EXPECT_EQ(0x80001601U, reply.returnCode);
         entries += reply.logId != 0 ? 1 : 0;
     }
     EXPECT_EQ(20, entries);
@@ -167,14 +172,16 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
 // --------------------------------------------------------------------------------------- devices that may be named
 
 constexpr Permission everything{.read = true, .write = true};
-constexpr std::uint32_t noSuchDevice = 0x80001601; // refused before any device is opened
+// refused before any device is opened
+constexpr std::uint32_t noSuchDevice = 0x80001601;
 
 TEST_F(KestdDispatch, DeviceOutsideTheTableIsRefusedToEverybody)
 {
     addDevice("sim:nowhere,L,9552,C0", 2);
     for (const uid_t user : {uid_t{0}, geteuid(), uid_t{stranger}}) {
         for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8002}) {
-            // the address of the LED driver, but another type; a port, an address and a bus that the table does not have; no text at all
+            // the address of the LED driver, but another type; a port, an address and a bus that the table does not
+            // have; no text at all
             for (const char* text : {"sim:nowhere,L,2C0256,C0", "sim:nowhere,L,1C0002,A0", "sim:nowhere,L,2C0256,A2",
                                      "sim:other,L,2C0256,A0", "sim:nowhere,L,922,80,3,2C0256,A0",
                                      "sim:nowhere,0,2C0256,A0", "nonsense", ""}) {
@@ -218,7 +225,8 @@ TEST_F(KestdDispatch, RawRightAdmitsAnyText)
     constexpr Permission raw{.read = true, .write = false, .raw = true};
     EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
     EXPECT_EQ(noSuchDevice,
-              answerTo(transfer(0x8002, 1, "sim:other,L,2C0256,C0"), raw).returnCode); // it is no right to write
+              // it is no right to write
+              answerTo(transfer(0x8002, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
     host::serviceSettings service;
     service.rawUsers = {std::to_string(stranger)};
     EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger)).raw);
@@ -257,14 +265,18 @@ TEST_F(KestdDispatch, TransferPastTheEndIsRefused)
         EXPECT_TRUE(isRefused(type, 250, 7));
         EXPECT_TRUE(isRefused(type, 250, 16));
         EXPECT_TRUE(isRefused(type, 256, 1));
-        EXPECT_TRUE(isRefused(type, 0xFFFFFFFF, 16)); // the sum has no room in 32 bits
+        // the sum has no room in 32 bits
+        EXPECT_TRUE(isRefused(type, 0xFFFFFFFF, 16));
         EXPECT_TRUE(isRefused(type, 0, 257));
     }
-    EXPECT_FALSE(isRefused(0x8001, 0, 0)); // all of it
-    EXPECT_TRUE(isRefused(0x8001, 16, 0)); // as many bytes, and not from the beginning
+    // all of it
+    EXPECT_FALSE(isRefused(0x8001, 0, 0));
+    // as many bytes, and not from the beginning
+    EXPECT_TRUE(isRefused(0x8001, 16, 0));
     EXPECT_EQ("it passes the end of the device, which has 256 bytes",
               textOf(answerTo(transfer(0x8001, 7, "sim:nowhere,L,1C0002,A4", 250), everything)));
-    settings.registry["tavo/ReadMode"] = "FileMode"; // a copy's length is its own
+    // a copy's length is its own
+    settings.registry["tavo/ReadMode"] = "FileMode";
     addDevice("sim:elsewhere,L,2C0256,A0", 0);
     EXPECT_FALSE(isRefused(0x8001, 250, 16));
 }

@@ -1,4 +1,5 @@
-/// What the message service's tests share: a service in file mode with a state folder of its own, and raw connections to it.
+/// What the message service's tests share: a service in file mode with a state folder of its own, and raw connections
+/// to it.
 #pragma once
 
 #include <algorithm>
@@ -34,7 +35,8 @@
 namespace kest::test
 {
 
-constexpr auto patience = 30s; // for what has to happen; far more than it takes
+// for what has to happen; far more than it takes
+constexpr auto patience = 30s;
 
 /// Fits nothing that exists: file mode reads the copy and opens no device.
 constexpr const char* someLocation = "sim:planar,L,2C0256,A0";
@@ -198,7 +200,8 @@ public:
     {
         const auto notifyPath = folder / ("notify" + std::to_string(++m_count));
         m_notify = boundSocket(notifyPath, SOCK_DGRAM);
-        std::filesystem::permissions(notifyPath, std::filesystem::perms(0777)); // it may run as another user
+        // it may run as another user
+        std::filesystem::permissions(notifyPath, std::filesystem::perms(0777));
         std::vector<std::string> words = runner;
         std::istringstream emulator(kest::tests::emulator);
         for (std::string word; std::getline(emulator, word, ';');) {
@@ -212,7 +215,8 @@ public:
         }
         pointers.push_back(nullptr);
         environment.emplace("NOTIFY_SOCKET", notifyPath);
-        std::array<char, 32> listener{}; // the child knows its number
+        // the child knows its number
+        std::array<char, 32> listener{};
         if (handed >= 0) {
             environment.emplace("LISTEN_FDS", "1");
         }
@@ -335,7 +339,8 @@ private:
     /// @return the kernel's letter: 'R' runs or wants to
     [[nodiscard]] char mainThreadState() const
     {
-        const std::string status = readFile("/proc/" + std::to_string(m_pid) + "/stat"); // "PID (NAME) STATE ..."
+        // "PID (NAME) STATE ..."
+        const std::string status = readFile("/proc/" + std::to_string(m_pid) + "/stat");
         const std::size_t name = status.rfind(") ");
         return name == std::string::npos || name + 2 >= status.size() ? '?' : status[name + 2];
     }
@@ -352,7 +357,8 @@ class KestdTest : public ::testing::Test
 protected:
     KestdTest()
     {
-        std::filesystem::permissions(folder(), std::filesystem::perms(0755)); // other users connect, too
+        // other users connect, too
+        std::filesystem::permissions(folder(), std::filesystem::perms(0755));
         std::filesystem::create_directories(folder() / "state/qorn/P3_Root");
         for (std::size_t at = 0; at < 65536; ++at) {
             contents.push_back(static_cast<std::uint8_t>(at * 7 + at / 256));

@@ -39,7 +39,8 @@ TEST_F(KestdTest, ReadsTheCopy)
         EXPECT_EQ(0u, got.logId);
     }
     EXPECT_EQ(part(1000, 300), connection.readSeeprom(someLocation, 1000, 300).data);
-    EXPECT_EQ(part(65530, 6), connection.readSeeprom(someLocation, 65530, 100).data); // to the copy's end
+    // to the copy's end
+    EXPECT_EQ(part(65530, 6), connection.readSeeprom(someLocation, 65530, 100).data);
     EXPECT_EQ(0, daemon().stop());
 }
 
@@ -145,12 +146,14 @@ TEST_F(KestdMachine, ReadOfAnLedDriverIsRefusedAndLeavesItsPins)
     serveMachine();
     const std::string before = leds();
     EXPECT_NE(std::string::npos, before.find("0xFFFF")) << before;
-    const answer got = connect().readSeeprom("sim:planar,L,2C0256,C0", 0x0600, 1); // drives pins 0 to 3 low
+    // drives pins 0 to 3 low
+    const answer got = connect().readSeeprom("sim:planar,L,2C0256,C0", 0x0600, 1);
     EXPECT_EQ(0x80001601u, got.returnCode);
     EXPECT_NE(0u, got.logId);
     EXPECT_EQ(before, leds());
     EXPECT_EQ("sim:planar,L,9552,C0", [&] {
-        const answer text = connect().location(1, 0); // the table is told as it is
+        // the table is told as it is
+        const answer text = connect().location(1, 0);
         return std::string(text.data.begin(), text.data.end());
     }());
 }
@@ -199,7 +202,8 @@ TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
         const auto bytes = client::encodeFrame(seepromRequest(0x8001, number * 100u, 8, number));
         stream.insert(stream.end(), bytes.begin(), bytes.end());
     }
-    const std::size_t step = 7; // every offset within a frame is a cut at some time
+    // every offset within a frame is a cut at some time
+    const std::size_t step = 7;
     for (std::size_t first = 1; first < 60; ++first) {
         RawClient client(socketPath());
         ASSERT_TRUE(client.connected());
@@ -247,7 +251,8 @@ TEST_F(KestdTest, PayloadOverTheLimitIsTurnedAway)
     EXPECT_EQ(2, reply->identifier);
     EXPECT_EQ(0x80001603u, reply->returnCode);
     EXPECT_TRUE(client.isHungUp());
-    RawClient huge(socketPath()); // the size alone is enough
+    // the size alone is enough
+    RawClient huge(socketPath());
     EXPECT_TRUE(huge.send({0xFF, 0xFF, 0xFF, 0xFF, 0, 1, 0x80, 1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(0x80001603u, huge.receive()->returnCode);
 }
@@ -274,7 +279,8 @@ TEST_F(KestdTest, ReplyOfMoreThan65536BytesIsReplaced)
 {
     writeFile(copyFile(), std::string(70000, 'k'));
     start();
-    const answer got = connect().readSeeprom(someLocation, 0, 0); // all there is
+    // all there is
+    const answer got = connect().readSeeprom(someLocation, 0, 0);
     EXPECT_EQ(outcome::refused, got.what);
     EXPECT_EQ(0x80001606u, got.returnCode);
 }
@@ -328,7 +334,8 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
             EXPECT_EQ(0x80001606u, reply->returnCode);
         }
     }
-    if (!underSanitizer && !kest::tests::isEmulated()) { // their own memory is many times as much
+    // their own memory is many times as much
+    if (!underSanitizer && !kest::tests::isEmulated()) {
         // idle 10 MiB; each client three buffers of 64 KiB, 3 MiB in all. A single copy loaded whole would pass it
         EXPECT_LT(daemon().statusKib("VmHWM"), (10 + 3 + 2) * 1024);
     }
@@ -367,8 +374,9 @@ int asNobody(const std::function<int()>& body, const std::vector<gid_t>& groups 
 
 using pauseFunction = std::function<bool()>; ///< waits for the other process; returns whether that has done its part
 
-/// Runs `body` as nobody. Where it calls the pause that it is given, it waits until `meanwhile` has run in this process. There is no second
-/// thread: a child of a process with threads could wait for ever for the allocator's lock that one of them held. @return its exit code
+/// Runs `body` as nobody. Where it calls the pause that it is given, it waits until `meanwhile` has run in this
+/// process. There is no second thread: a child of a process with threads could wait for ever for the allocator's lock
+/// that one of them held. @return its exit code
 int asNobody(const std::function<int(const pauseFunction&)>& body, const std::function<void()>& meanwhile)
 {
     int toChild[2];
@@ -405,7 +413,8 @@ protected:
         }
     }
 
-    /// What becomes of the user nobody's read and write: bit 0 read done, bit 1 write done; 8 and more is neither done nor refused
+    /// What becomes of the user nobody's read and write: bit 0 read done, bit 1 write done; 8 and more is neither done
+    /// nor refused
     [[nodiscard]] int rightsOfNobody() const
     {
         return asNobody([this] {
@@ -548,16 +557,19 @@ TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
     EXPECT_EQ(0, asNobody(takePlaces, readAsRoot));
 }
 
-/// The groups count that the process has, not those that the user database gives its user: it may have given them up, or got more.
+/// The groups count that the process has, not those that the user database gives its user: it may have given them up,
+/// or got more.
 TEST_F(KestdPermissions, GroupsAreThoseOfTheConnectingProcess)
 {
-    constexpr gid_t club = 4'000'000'002; // no database has it
+    // no database has it
+    constexpr gid_t club = 4'000'000'002;
     configure("read_groups = [" + std::to_string(club) + "]");
     start();
     const auto mayRead = [this] { return connect().readSeeprom(someLocation, 0, 4) ? 1 : 0; };
     EXPECT_EQ(0, asNobody(mayRead));
     EXPECT_EQ(1, asNobody(mayRead, {5, club}));
-    std::vector<gid_t> many; // more than anybody has room for at first
+    // more than anybody has room for at first
+    std::vector<gid_t> many;
     for (gid_t group = 1; group <= 300; ++group) {
         many.push_back(100'000 + group);
     }
@@ -572,7 +584,8 @@ TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
     start();
     const std::size_t before = daemon().descriptors();
     const auto count = [&] {
-        EXPECT_LT(daemon().descriptors(), before + 20); // two places, and what the service opens at its first client
+        // two places, and what the service opens at its first client
+        EXPECT_LT(daemon().descriptors(), before + 20);
     };
     const auto crowd = [&](const pauseFunction& pause) {
         std::vector<std::unique_ptr<RawClient>> clients;
@@ -606,7 +619,8 @@ TEST_F(KestdTest, TooManyClients)
         EXPECT_TRUE(fourth.isHungUp());
         EXPECT_EQ(0x80001605u, connect().readSeeprom(someLocation, 0, 4).returnCode);
     }
-    std::optional<answer> got; // places become free as the service notices
+    // places become free as the service notices
+    std::optional<answer> got;
     const auto until = std::chrono::steady_clock::now() + patience;
     while ((!got || !*got) && std::chrono::steady_clock::now() < until) {
         got = connect().readSeeprom(someLocation, 0, 4);
@@ -624,14 +638,16 @@ TEST_F(KestdTest, SilentClientsAreDropped)
     EXPECT_TRUE(halfway.send({0, 0, 0, 9, 0, 1}));
     EXPECT_TRUE(silent.isHungUp());
     EXPECT_TRUE(halfway.isHungUp());
-    RawClient deaf(socketPath()); // asks, and never reads
+    // asks, and never reads
+    RawClient deaf(socketPath());
     bool taken = true;
     for (int number = 0; number < 1000 && taken; ++number) {
         taken = deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
     }
     EXPECT_FALSE(taken) << "the service reads on, though its replies are not taken";
     const auto until = std::chrono::steady_clock::now() + patience;
-    while (deaf.send(std::vector<std::uint8_t>{0}, MSG_DONTWAIT) || errno == EAGAIN) { // EPIPE in the end
+    // EPIPE in the end
+    while (deaf.send(std::vector<std::uint8_t>{0}, MSG_DONTWAIT) || errno == EAGAIN) {
         ASSERT_LT(std::chrono::steady_clock::now(), until);
         std::this_thread::yield();
     }
@@ -653,12 +669,14 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
         case 0:
             client.send(std::vector<std::uint8_t>(whole.begin(),
                                                   whole.begin() + static_cast<std::ptrdiff_t>(number % whole.size())));
-            break; // half sent
+            // half sent
+            break;
         case 1:
             client.send({0xFF, 0xFF, 0xFF, 0xFF, 0, 1, 0x80, 1, 0, 1, 0, 0});
-            break; // huge length, unfinished
-        case 2: // announces 60,000 bytes and sends all but one of them
-        {
+            // huge length, unfinished
+            break;
+        // announces 60,000 bytes and sends all but one of them
+        case 2: {
             frame request = seepromRequest(0x8002, 0, 59000);
             request.payload.resize(60000);
             auto bytes = client::encodeFrame(request);
@@ -666,12 +684,14 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
             client.send(bytes, MSG_DONTWAIT);
             break;
         }
-        case 3: // never reads
+        // never reads
+        case 3:
             for (int more = 0; more < 100; ++more) {
                 client.send(whole, MSG_DONTWAIT);
             }
             break;
-        default: // closes at any byte
+        // closes at any byte
+        default:
             client.send(std::vector<std::uint8_t>(whole.begin(),
                                                   whole.begin() + static_cast<std::ptrdiff_t>(number % whole.size())));
             client.hangUp();
@@ -695,7 +715,8 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     }
     EXPECT_EQ(2000, good);
     if (!underSanitizer && !kest::tests::isEmulated()) {
-        // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those here
+        // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those
+        // here
         EXPECT_LT(daemon().statusKib("VmRSS"), 10240 + 8192);
     }
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
@@ -716,7 +737,8 @@ TEST_F(KestdTest, WorkOfClientsThatHaveGoneIsNotBegun)
     }
     daemon().signal(SIGCONT);
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
-    EXPECT_EQ(0, daemon().stop()); // with nothing left to be done
+    // with nothing left to be done
+    EXPECT_EQ(0, daemon().stop());
     EXPECT_EQ(std::string(contents.begin(), contents.begin() + 4), readFile(copyFile()).substr(0, 4));
 }
 
@@ -741,7 +763,8 @@ TEST_F(KestdTest, ClientThatHasFinishedSendingIsAnswered)
 TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
 {
     start();
-    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4)); // what the service opens once is open
+    // what the service opens once is open
+    EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     const rlim_t before = daemon().limit(RLIMIT_NOFILE, 3);
     RawClient client(socketPath());
     EXPECT_TRUE(client.send(seepromRequest(0x8001, 0, 4)));
@@ -776,7 +799,8 @@ TEST_F(KestdTest, WithoutMemoryARequestFailsAndTheServiceStays)
         RawClient greedy(socketPath());
         frame request = seepromRequest(0x8001, 0, 4);
         request.payload.resize(8 << 20);
-        const bool sent = greedy.send(request); // perhaps only a part, when the service hangs up
+        // perhaps only a part, when the service hangs up
+        const bool sent = greedy.send(request);
         const auto reply = greedy.receive();
         failed += !sent || !reply || reply->returnCode != 0 ? 1 : 0;
     }
@@ -866,7 +890,8 @@ TEST_F(KestdTest, EndDoesNotWaitForTheDeaf)
     daemon().signal(SIGTERM);
     EXPECT_TRUE(silent.isHungUp());
     EXPECT_TRUE(halfway.isHungUp());
-    EXPECT_EQ(0, daemon().end()); // deaf has a few seconds
+    // deaf has a few seconds
+    EXPECT_EQ(0, daemon().end());
 }
 
 /// A service that ends has given up socket and lock before its last clients are done.
@@ -905,7 +930,8 @@ TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
 }
 
-/// From now on the kernel has no lock of an open file left for this process and its children. @return whether that could be done
+/// From now on the kernel has no lock of an open file left for this process and its children. @return whether that
+/// could be done
 bool exhaustLocks()
 {
 #ifdef SYS_fcntl64
@@ -972,7 +998,8 @@ TEST_F(KestdTest, SocketGivenAtTheCommandLine)
 TEST_F(KestdTest, SocketHandedOver)
 {
     const int listening = boundSocket(folder() / "handed.socket", SOCK_STREAM);
-    RawClient early(folder() / "handed.socket"); // before there is a service
+    // before there is a service
+    RawClient early(folder() / "handed.socket");
     EXPECT_TRUE(early.send(seepromRequest(0x8001, 0, 4)));
     start(listening);
     close(listening);
@@ -980,7 +1007,8 @@ TEST_F(KestdTest, SocketHandedOver)
     client::Connection connection(folder() / "handed.socket");
     EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
     EXPECT_EQ(0, daemon().stop());
-    EXPECT_TRUE(std::filesystem::exists(folder() / "handed.socket")); // it belongs to whoever made it
+    // it belongs to whoever made it
+    EXPECT_TRUE(std::filesystem::exists(folder() / "handed.socket"));
     EXPECT_FALSE(std::filesystem::exists(socketPath()));
 }
 
@@ -1036,7 +1064,8 @@ TEST_F(KestdTest, ReloadChangesTheReadMode)
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     configure("", "HWareMode");
     EXPECT_TRUE(daemon().reload());
-    EXPECT_EQ(outcome::failed, connect().readSeeprom(someLocation, 0, 4).what); // there is no such device
+    // there is no such device
+    EXPECT_EQ(outcome::failed, connect().readSeeprom(someLocation, 0, 4).what);
     configure("");
     EXPECT_TRUE(daemon().reload());
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));

@@ -92,7 +92,8 @@ TEST_F(KestdWorkers, OneOwnersSlowJobsLeaveRoomForOthers)
         submit(alice, [this] {
             submit(alice, [this] { EXPECT_TRUE(awaits('b')); });
             submit(bob, [this] { note('b'); });
-            EXPECT_TRUE(awaits('b')); // as a slow device would
+            // as a slow device would
+            EXPECT_TRUE(awaits('b'));
         });
     });
     EXPECT_TRUE(awaits('b'));
@@ -124,7 +125,8 @@ TEST_F(KestdWorkers, EventsComeBetweenJobsThatNeverEnd)
             submit(alice, again);
         }
     };
-    start(1000, 1000, [&] { // so many that there is always one to begin
+    // so many that there is always one to begin
+    start(1000, 1000, [&] {
         for (int number = 0; number < 2000; ++number) {
             submit(alice, again);
         }
@@ -145,7 +147,8 @@ TEST_F(KestdWorkers, JobThatThrowsEndsItselfAlone)
     EXPECT_TRUE(awaits('b'));
     asio::post(context(), [this] {
         asio::post(context(), [this] { submit(alice, [this] { note('c'); }); });
-        throw std::bad_alloc(); // an event's handler can run out of memory, too
+        // an event's handler can run out of memory, too
+        throw std::bad_alloc();
     });
     EXPECT_TRUE(awaits('c'));
     finish();

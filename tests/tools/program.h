@@ -1,4 +1,5 @@
-/// Runs the built programs and catches what they say: standard output, standard error, exit code; on pipes, files or a terminal.
+/// Runs the built programs and catches what they say: standard output, standard error, exit code; on pipes, files or a
+/// terminal.
 #pragma once
 
 #include "tests/places.h"
@@ -66,8 +67,8 @@ private:
     std::filesystem::path m_path;
 };
 
-/// This process's environment and `added` on top of it, as exec() takes it. Made before a fork: the child of a process with threads must not
-/// allocate.
+/// This process's environment and `added` on top of it, as exec() takes it. Made before a fork: the child of a process
+/// with threads must not allocate.
 class Environment
 {
 public:
@@ -76,7 +77,8 @@ public:
     {
         for (char** variable = environ; *variable != nullptr; ++variable) {
             const std::string text = *variable;
-            added.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1)); // unless it is set anew
+            // unless it is set anew
+            added.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1));
         }
         for (const auto& [name, value] : added) {
             m_texts.push_back(name + "=" + value);
@@ -281,7 +283,8 @@ private:
     {
         if (m_options.largestFile != 0) {
             const rlimit bound{m_options.largestFile, m_options.largestFile};
-            std::signal(SIGXFSZ, SIG_IGN); // the write fails instead, as on a full disk
+            // the write fails instead, as on a full disk
+            std::signal(SIGXFSZ, SIG_IGN);
             setrlimit(RLIMIT_FSIZE, &bound);
         }
         constexpr unsigned nobody = 65534;
@@ -314,7 +317,8 @@ private:
             const ssize_t written = write(m_input, m_options.input.data(), m_options.input.size());
             if (written > 0) {
                 m_options.input.erase(0, static_cast<std::size_t>(written));
-            } else if (errno != EAGAIN) { // it does not want more
+            } else if (errno != EAGAIN) {
+                // it does not want more
                 m_options.input.clear();
                 closeEnd(m_input);
             }
@@ -331,7 +335,8 @@ private:
         const ssize_t got = read(descriptor, block.data(), block.size());
         if (got > 0) {
             into.append(block.data(), static_cast<std::size_t>(got));
-        } else if (got == 0 || errno != EINTR) { // a terminal whose program ended answers EIO
+        } else if (got == 0 || errno != EINTR) {
+            // a terminal whose program ended answers EIO
             closeEnd(descriptor);
         }
     }

@@ -9,7 +9,8 @@
 namespace kest::test
 {
 
-/// Areas "seeprom" and "copy" on the demo machine: planar-vpd is a 24C256 at A0, panel-vpd a 24C02 at A4, riser-vpd a 24C128 behind the hub.
+/// Areas "seeprom" and "copy" on the demo machine: planar-vpd is a 24C256 at A0, panel-vpd a 24C02 at A4, riser-vpd a
+/// 24C128 behind the hub.
 class SeepromTest : public MachineTest
 {
 protected:

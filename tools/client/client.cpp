@@ -17,8 +17,10 @@ namespace
 {
 
 constexpr std::size_t locationBytesMax = 255;
-constexpr std::size_t refusalBytesMax = 512; // of a refusal's text that is shown
-constexpr std::uint32_t replyBytesMax = maximumDataBytes + 512; // data, or a text
+// of a refusal's text that is shown
+constexpr std::size_t refusalBytesMax = 512;
+// data, or a text
+constexpr std::uint32_t replyBytesMax = maximumDataBytes + 512;
 constexpr std::size_t receiveBytesAtOnce = 16384;
 
 /// The payload of a read or write, with room for data behind the text. Words are in host byte order.
@@ -132,7 +134,8 @@ Connection::~Connection()
 
 answer Connection::fail(outcome what, std::string message)
 {
-    if (m_descriptor >= 0) { // what follows on it could not be told apart from this request's reply
+    // what follows on it could not be told apart from this request's reply
+    if (m_descriptor >= 0) {
         close(m_descriptor);
     }
     m_descriptor = -1;
@@ -168,7 +171,8 @@ bool Connection::send(std::span<const std::uint8_t> bytes, deadline until, answe
                 return false;
             }
         } else if (errno == EPIPE || errno == ECONNRESET) {
-            return true; // it may have told why before it hung up
+            // it may have told why before it hung up
+            return true;
         } else if (errno != EINTR) {
             result = fail(outcome::closed, m_socket + ": " + std::strerror(errno));
             return false;
@@ -267,7 +271,8 @@ answer Connection::writeSeeprom(const std::string& location, std::uint32_t offse
 
 answer Connection::location(std::uint32_t number, std::uint32_t position)
 {
-    const std::uint32_t words[] = {number, position}; // host byte order
+    // host byte order
+    const std::uint32_t words[] = {number, position};
     std::vector<std::uint8_t> payload(sizeof words);
     std::memcpy(payload.data(), words, sizeof words);
     answer result = request(typeLocation, std::move(payload));

@@ -37,8 +37,8 @@ struct answer {
     [[nodiscard]] explicit operator bool() const { return what == outcome::done; }
 };
 
-/// A connection. One request at a time; not for several threads at once. After `timedOut`, `closed` and `malformed` it is closed, and
-/// every further request is `unreachable`.
+/// A connection. One request at a time; not for several threads at once. After `timedOut`, `closed` and `malformed` it
+/// is closed, and every further request is `unreachable`.
 class Connection
 {
 public:
@@ -55,7 +55,8 @@ public:
     [[nodiscard]] bool connected() const { return m_descriptor >= 0; }
     [[nodiscard]] const std::string& error() const { return m_error; } ///< why not
 
-    /// Reads up to `length` bytes of the device that the text names. In mixed mode the service may answer more than was asked.
+    /// Reads up to `length` bytes of the device that the text names. In mixed mode the service may answer more than was
+    /// asked.
     [[nodiscard]] answer readSeeprom(const std::string& location, std::uint32_t offset, std::uint32_t length);
     [[nodiscard]] answer writeSeeprom(const std::string& location, std::uint32_t offset,
                                       std::span<const std::uint8_t> data);

@@ -52,8 +52,8 @@ struct frame {
 /// The bytes that go over the socket.
 [[nodiscard]] std::vector<std::uint8_t> encodeFrame(const frame& message);
 
-/// Puts frames together from bytes as they come, in pieces of any size. Holds one frame's payload at most, and of a payload no more than
-/// has come.
+/// Puts frames together from bytes as they come, in pieces of any size. Holds one frame's payload at most, and of a
+/// payload no more than has come.
 class FrameAssembler
 {
 public:

@@ -13,7 +13,8 @@ attributeRecord hardwareAttributes(std::uint32_t speedKhz)
     attributeRecord record{};
     for (int id = 0; id < KEST_ATTR_COUNT; ++id) {
         delete KEST_setAttribute(static_cast<kest_attribute>(id), 0,
-                                 record.data()); // 0 puts the default there, and can't fail
+                                 // 0 puts the default there, and can't fail
+                                 record.data());
     }
     record[KEST_ATTR_READ_MODE] = readModeHardware;
     if (speedKhz != 0) {

@@ -15,7 +15,8 @@ namespace
 failure busFailure(int error, const busName& bus, const std::string& step)
 {
     errnoAdvice advice = adviceFor(error, bus);
-    if (error == ENXIO || error == ETIME) { // here they speak of the bus, and its reset has been tried
+    // here they speak of the bus, and its reset has been tried
+    if (error == ENXIO || error == ETIME) {
         advice.what = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";
     }

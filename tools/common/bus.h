@@ -15,15 +15,18 @@ namespace kest::tools
 /// Opens a bus. Throws a `failure`.
 [[nodiscard]] std::unique_ptr<host::iic::toolBus> openBus(const busName& bus);
 
-/// Whether something acknowledges an address right now. Makes no error entry; a bus that can't be opened answers nothing.
+/// Whether something acknowledges an address right now. Makes no error entry; a bus that can't be opened answers
+/// nothing.
 [[nodiscard]] bool answersAt(const busName& bus, std::uint8_t address);
 
-/// What a transfer to an address would end with, as far as one probe of it can tell. @return an errno; 0 when it ends well, or can't be told
+/// What a transfer to an address would end with, as far as one probe of it can tell. @return an errno; 0 when it ends
+/// well, or can't be told
 [[nodiscard]] int errnoAt(const busName& bus, std::uint8_t address);
 
-/// Refuses to write to a device of which something is not as it should be, unless forced. Throws a `failure`:
-/// 2 when the device table has a device of another type there; 3 when a driver of the kernel has its address, or the one of the hub ahead of
-/// it, since the driver does not hear of the change. A bus that can't be opened is left to the write itself.
+/// Refuses to write to a device of which something is not as it should be, unless forced. Throws a `failure`: 2 when
+/// the device table has a device of another type there; 3 when a driver of the kernel has its address, or the one of
+/// the hub ahead of it, since the driver does not hear of the change. A bus that can't be opened is left to the write
+/// itself.
 void refuseDoubtfulWrite(const device& which, bool force);
 
 /// Nine clocks and a STOP, or what the adapter has for it. Throws a `failure`.

@@ -308,7 +308,8 @@ std::optional<device> otherTypeAt(const device& which)
                 other.label = entry.name.empty() ? fmt::format("device 0x{:X}", entry.number) : entry.name;
                 return other;
             }
-        } catch (const failure&) { // 'kestctl devices' tells of rows that are no devices
+        } catch (const failure&) {
+            // 'kestctl devices' tells of rows that are no devices
         }
     }
     return std::nullopt;
@@ -402,7 +403,8 @@ std::string wrongFormHint(const device& which)
     }
     const unsigned address = which.head().address;
     const busName bus{which.bus, which.node};
-    if (answersAt(bus, which.head().address)) { // a hub that is there: what is missing is behind it
+    // a hub that is there: what is missing is behind it
+    if (answersAt(bus, which.head().address)) {
         return {};
     }
     const auto [first, last] = usualAddresses(*which.head().type);

@@ -259,7 +259,8 @@ std::string saveUndo(const dumpContents& contents)
 {
     const std::filesystem::path folder = host::currentConfiguration().stateFolder / "undo";
     const int error = host::makeFolders(folder);
-    const host::fileDescriptor place = host::openFolder(folder); // root's in another user's folder stay there
+    // root's in another user's folder stay there
+    const host::fileDescriptor place = host::openFolder(folder);
     if (!place.valid()) {
         throwUnsaved(error != 0 ? error : errno, "save the undo file in", folder.string(), contents);
     }

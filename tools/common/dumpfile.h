@@ -28,12 +28,12 @@ struct dumpContents {
 /// @return the file's text
 [[nodiscard]] std::string dumpText(const dumpContents& contents);
 
-/// Reads a dump file of this format or the one before it, strictly: a key that is missing, unknown or there twice, a value of another kind,
-/// and a sum that does not match are failures (exit code 2) that say what is wrong.
+/// Reads a dump file of this format or the one before it, strictly: a key that is missing, unknown or there twice, a
+/// value of another kind, and a sum that does not match are failures (exit code 2) that say what is wrong.
 [[nodiscard]] dumpContents parseDump(const std::string& fileName, const std::string& text);
 
-/// Saves old bytes in a new file of the state folder, synced before this returns. @return its path. Throws a `failure` whose entry is in the
-/// error log.
+/// Saves old bytes in a new file of the state folder, synced before this returns. @return its path. Throws a `failure`
+/// whose entry is in the error log.
 [[nodiscard]] std::string saveUndo(const dumpContents& contents);
 
 /// CRC-32 (polynomial 0x04C11DB7, reflected, as in zip files).

@@ -88,7 +88,8 @@ std::string shellWord(std::string_view word)
     std::string quoted = "'";
     for (const char letter : word) {
         quoted +=
-            letter == '\'' ? std::string("'\"'\"'") : std::string(1, letter); // no backslash: escaped() doubles it
+            // no backslash: escaped() doubles it
+            letter == '\'' ? std::string("'\"'\"'") : std::string(1, letter);
     }
     return quoted + "'";
 }

@@ -66,7 +66,8 @@ const std::array adviceRows{
     adviceRow{ENOSYS, exitFailed, "the adapter or the chain of devices can't do that", ""},
 };
 
-// Reason codes under which the library reports a failed call of the IIC layer, and those that say by themselves what is wrong.
+// Reason codes under which the library reports a failed call of the IIC layer, and those that say by themselves what is
+// wrong.
 constexpr std::array<std::uint32_t, 10> layerReasons{0x130B, 0x130C, 0x130D, 0x130E, 0x1311,
                                                      0x1312, 0x1313, 0x1314, 0x1316, 0x1317};
 
@@ -140,7 +141,8 @@ std::string busWords(const busName& bus)
 
 void replaceBus(std::string& text, const busName& bus)
 {
-    constexpr std::string_view placeholder = " BUS'"; // of a command
+    // of a command
+    constexpr std::string_view placeholder = " BUS'";
     const std::string words = " " + busWords(bus) + "'";
     for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += words.size()) {
         text.replace(at, placeholder.size(), words);
@@ -157,8 +159,8 @@ std::string linuxBusHint(const busName& bus)
                        shellWord(prefix + "/dev/"));
 }
 
-/// Says what a detect state that is neither present nor absent means. Asks the device once more where the state tells nothing: the entry
-/// does not know more.
+/// Says what a detect state that is neither present nor absent means. Asks the device once more where the state tells
+/// nothing: the entry does not know more.
 void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
 {
     const auto src = std::ranges::find_if(
@@ -182,7 +184,8 @@ void tell(const std::string& program, bool json, const failure& why)
     }
     try {
         standardOutput().json({{"error", errorJson(why)}});
-    } catch (const failure&) { // the line on standard error has said it all
+    } catch (const failure&) {
+        // the line on standard error has said it all
     }
 }
 
@@ -221,7 +224,8 @@ errnoAdvice adviceFor(int error, const busName& bus)
     if (error == ENOENT && bus.path.starts_with("/dev/")) {
         advice.tryThis = linuxBusHint(bus);
     }
-    if (error == ENODEV && (bus.node == "L" || bus.node == "l")) { // which needs no row in the node map
+    // which needs no row in the node map
+    if (error == ENODEV && (bus.node == "L" || bus.node == "l")) {
         advice = {advice.code, "the bus is gone",
                   bus.path.starts_with("sim:") ? "'kestctl sim fault list' shows whether a fault holds it"
                                                : "'kestctl topology' shows the buses there are"};
@@ -312,7 +316,8 @@ void logFailure(failure& why, const toolEntry& what)
         new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
                       moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
                       what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
-    if (entry == nullptr) { // no memory: the failure is reported all the same
+    // no memory: the failure is reported all the same
+    if (entry == nullptr) {
         return;
     }
     constexpr std::uint32_t usualFailure = 0x80000000;
@@ -366,7 +371,8 @@ nlohmann::ordered_json errorJson(const failure& why)
 
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)
 {
-    standardOutput(); // from now on a closed pipe ends nothing
+    // from now on a closed pipe ends nothing
+    standardOutput();
     const int code = guarded(program, json, action);
     const int arrived = standardOutput().broken() ? exitDone : guarded(program, json, [] {
         standardOutput().flush();

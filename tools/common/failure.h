@@ -32,7 +32,8 @@ enum exitCode : int {
     exitBusy = 6, ///< somebody else holds it
 };
 
-/// Why a command ends early; thrown, and told by runGuarded(). Texts may come from devices and clients: they are escaped when shown.
+/// Why a command ends early; thrown, and told by runGuarded(). Texts may come from devices and clients: they are
+/// escaped when shown.
 struct failure {
     exitCode code = exitFailed;
     std::string what; ///< what happened
@@ -61,8 +62,8 @@ struct errnoAdvice {
 /// The failure for a system call.
 [[nodiscard]] failure systemFailure(int error, const std::string& step, const std::string& object);
 
-/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means. Where nothing answers it probes
-/// for an address in the wrong form.
+/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means. Where
+/// nothing answers it probes for an address in the wrong form.
 /// @param entry  not null; gone afterwards
 [[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step);
 
@@ -72,8 +73,9 @@ void throwEntry(ErrlEntry* entry, const device& which, const std::string& step);
 /// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
 [[nodiscard]] int errnoOf(const host::loggedEntry& entry);
 
-/// Fills in exit code, what happened and what to try, as an entry tells it: what the return code says is the whole transfer's verdict;
-/// else the failed call of the IIC layer is the cause, else the first reason known. Leaves `why` as it is when nothing is known.
+/// Fills in exit code, what happened and what to try, as an entry tells it: what the return code says is the whole
+/// transfer's verdict; else the failed call of the IIC layer is the cause, else the first reason known. Leaves `why` as
+/// it is when nothing is known.
 void describeEntry(const host::loggedEntry& entry, const device& which, failure& why);
 
 /// The same by the return code alone, for those who do not have the entry. @return false when it tells nothing
@@ -94,7 +96,8 @@ struct toolEntry {
 /// Commits an entry and puts its log id and return code into `why`.
 void logFailure(failure& why, const toolEntry& what);
 
-/// Puts a hint in the place of what to try when nothing answers there and the address looks like one in the wrong form. Probes.
+/// Puts a hint in the place of what to try when nothing answers there and the address looks like one in the wrong form.
+/// Probes.
 void hintAtWrongForm(failure& why, const device& which);
 
 /// "PROGRAM: DEVICE: STEP: WHAT; TRY [log ID]", one line, escaped, without its end.
@@ -103,8 +106,8 @@ void hintAtWrongForm(failure& why, const device& which);
 /// The value of an "error" field.
 [[nodiscard]] nlohmann::ordered_json errorJson(const failure& why);
 
-/// Runs `action` and turns what it throws into one line on standard error (and with `json` also an "error" object on standard
-/// output) and an exit code. Also makes sure that everything written to standard output arrived.
+/// Runs `action` and turns what it throws into one line on standard error (and with `json` also an "error" object on
+/// standard output) and an exit code. Also makes sure that everything written to standard output arrived.
 /// @param json  asked after the action, since only parsing the command line tells
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action);
 

@@ -67,7 +67,8 @@ std::optional<failure> simulatedBusTrouble(const std::string& path, const std::s
         const bool local = node == "L" || node == "l";
         const std::string simNode =
             local ? "" : host::currentConfiguration().nodes.at(static_cast<std::size_t>(node.front() - '0')).simNode;
-        if (!local && simNode.empty()) { // not mapped
+        // not mapped
+        if (!local && simNode.empty()) {
             return {};
         }
         std::string known;

@@ -11,15 +11,15 @@
 namespace kest::tools
 {
 
-/// Opens it. Throws a `failure`: exit code 2 when none is configured or its folder is not usable, 3 when the user may not
-/// use it, 1 when the disk is full or memory is short.
+/// Opens it. Throws a `failure`: exit code 2 when none is configured or its folder is not usable, 3 when the user may
+/// not use it, 1 when the disk is full or memory is short.
 [[nodiscard]] std::shared_ptr<sim::machine> openConfiguredMachine();
 
 /// Throws as openConfiguredMachine() does when one is configured.
 void checkConfiguredMachine();
 
-/// Why a `sim:` path names no bus: what is wrong and the exit code, 4 unless the machine itself can't be had; none when it
-/// does, or is no such path.
+/// Why a `sim:` path names no bus: what is wrong and the exit code, 4 unless the machine itself can't be had; none when
+/// it does, or is no such path.
 /// @param node  "L", or "0" to "7"
 [[nodiscard]] std::optional<failure> simulatedBusTrouble(const std::string& path, const std::string& node);
 

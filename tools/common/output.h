@@ -18,8 +18,9 @@ enum class colour {
     faint
 };
 
-/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written: a full disk. When nobody reads any more, as
-/// behind `| head`, that is no failure: what else is written goes nowhere, and the command ends as it would have.
+/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written: a full disk. When
+/// nobody reads any more, as behind `| head`, that is no failure: what else is written goes nowhere, and the command
+/// ends as it would have.
 class output
 {
 public:
@@ -31,7 +32,8 @@ public:
     void flush();
 
     [[nodiscard]] bool terminal() const;
-    /// `what` in a colour, or as it is when standard output is no terminal or the user wants none ($NO_COLOR, TERM=dumb).
+    /// `what` in a colour, or as it is when standard output is no terminal or the user wants none ($NO_COLOR,
+    /// TERM=dumb).
     [[nodiscard]] std::string paint(colour shade, std::string_view what) const;
     /// Nothing more arrives: nobody reads, or a write failed.
     [[nodiscard]] bool broken() const { return m_broken; }
@@ -41,7 +43,8 @@ private:
     bool m_broken = false;
 };
 
-/// The process's standard output. The first call makes writes to closed pipes answer EPIPE instead of ending the process.
+/// The process's standard output. The first call makes writes to closed pipes answer EPIPE instead of ending the
+/// process.
 output& standardOutput();
 
 /// Whether $TERM is a terminal that acts on escape sequences.

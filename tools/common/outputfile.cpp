@@ -14,7 +14,8 @@ namespace kest::tools
 namespace
 {
 
-constexpr int mostLinks = 40; // as the kernel follows
+// as the kernel follows
+constexpr int mostLinks = 40;
 
 /// Follows the links that a name's last part is, to a name that is none; the file need not be there.
 /// @return empty for a link of /proc, which stands for an open descriptor, and for links without end
@@ -29,7 +30,8 @@ std::filesystem::path behindLinks(std::filesystem::path name)
         if (name.native().starts_with("/proc/") || name.native().starts_with("/dev/fd/")) {
             return {};
         }
-        name = name.parent_path() / link; // an absolute link stands for itself
+        // an absolute link stands for itself
+        name = name.parent_path() / link;
     }
     return {};
 }
@@ -59,7 +61,8 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
         openInPlace();
         return;
     }
-    if (there && access(name.c_str(), W_OK) != 0) { // a rename would not mind
+    // a rename would not mind
+    if (there && access(name.c_str(), W_OK) != 0) {
         fail(errno);
     }
     openBeside();
@@ -71,7 +74,8 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
         } else {
             check(fchmod(m_descriptor, everybody & ~currentUmask()));
         }
-    } catch (const failure&) { // no destructor runs for what has not been made
+    } catch (const failure&) {
+        // no destructor runs for what has not been made
         close(m_descriptor);
         unlink(m_beside.c_str());
         throw;
@@ -111,7 +115,8 @@ void outputFile::keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode)
     if (made.st_uid != owner || made.st_gid != group) {
         check(fchown(m_descriptor, owner, group));
     }
-    check(fchmod(m_descriptor, mode)); // last: a change of the owner takes bits away
+    // last: a change of the owner takes bits away
+    check(fchmod(m_descriptor, mode));
 }
 
 void outputFile::write(std::span<const unsigned char> bytes)
@@ -129,14 +134,16 @@ void outputFile::finish()
     }
     const int descriptor = m_descriptor;
     m_descriptor = -1;
-    check(close(descriptor)); // some file systems tell only now that there was no room
+    // some file systems tell only now that there was no room
+    check(close(descriptor));
     if (!beside) {
         return;
     }
     check(rename(m_beside.c_str(), m_target.c_str()));
     m_beside.clear();
     const int error = host::syncFolder(m_target.has_parent_path() ? m_target.parent_path() : ".");
-    if (error != 0 && error != EACCES) { // a folder that may be written and not read
+    // a folder that may be written and not read
+    if (error != 0 && error != EACCES) {
         fail(error);
     }
 }

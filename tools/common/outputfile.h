@@ -10,10 +10,10 @@
 namespace kest::tools
 {
 
-/// A file being written. A new name, or one that names a regular file, gets its contents beside it and by a rename at the end: until then,
-/// and after a failure, what was there stays as it was. Mode and owner of a file that is replaced are kept, a symbolic link goes on leading
-/// to it. Devices, pipes and open descriptors (/dev/stdout) are written in place.
-/// Every call throws a `failure` with the file's name.
+/// A file being written. A new name, or one that names a regular file, gets its contents beside it and by a rename at
+/// the end: until then, and after a failure, what was there stays as it was. Mode and owner of a file that is replaced
+/// are kept, a symbolic link goes on leading to it. Devices, pipes and open descriptors (/dev/stdout) are written in
+/// place. Every call throws a `failure` with the file's name.
 class outputFile
 {
 public:

@@ -34,8 +34,8 @@ constexpr std::uint32_t pageBytesUnknown = 16;
 
 constexpr int mostHubReads = 5;
 
-/// Tells whether the library's trace of a hub read shows a recovery: data of a read that succeeds only on its repeat are not
-/// handed over, and the buffer then holds zeros that no chip ever sent.
+/// Tells whether the library's trace of a hub read shows a recovery: data of a read that succeeds only on its repeat
+/// are not handed over, and the buffer then holds zeros that no chip ever sent.
 class recoveryWatch
 {
 public:
@@ -80,7 +80,8 @@ accessMode registryMode()
     return row == modes.end() ? accessMode::registry : row->mode;
 }
 
-/// Whether there is a copy that the device can be served from. One that can't be looked at is the library's to complain of.
+/// Whether there is a copy that the device can be served from. One that can't be looked at is the library's to complain
+/// of.
 bool hasCopy(const device& which)
 {
     std::vector<std::uint8_t> none;
@@ -228,7 +229,8 @@ byteVector seeprom::readAgreed(const byteRange& range, const std::string& step)
         return readOnce(range, step);
     }
     byteVector bytes;
-    while (bytes.size() < range.length) { // piece by piece: each stays within what the trace buffer can witness
+    // piece by piece: each stays within what the trace buffer can witness
+    while (bytes.size() < range.length) {
         const auto done = static_cast<std::uint32_t>(bytes.size());
         const byteRange piece{range.offset + done, std::min(pieceBytes, range.length - done)};
         std::optional<byteVector> last;

@@ -27,9 +27,9 @@ enum class accessMode : kest_attributeValue {
 [[nodiscard]] accessMode parseMode(const std::string& word);
 [[nodiscard]] const char* modeWord(accessMode mode);
 
-/// Who serves a device in a mode: hardware, or file for its persisted copy. A registry that holds no known mode is left to the library, which
-/// reports it and takes the hardware: registry then.
-/// Throws a `failure` (exit code 2) when the copy to serve is that of another device.
+/// Who serves a device in a mode: hardware, or file for its persisted copy. A registry that holds no known mode is left
+/// to the library, which reports it and takes the hardware: registry then. Throws a `failure` (exit code 2) when the
+/// copy to serve is that of another device.
 [[nodiscard]] accessMode settledMode(const device& which, accessMode mode);
 
 struct accessOptions {
@@ -52,15 +52,15 @@ struct byteRange {
 class seeprom
 {
 public:
-    /// Settles who serves, once for all that is done with it. Throws (exit code 2) for a device that is no SEEPROM, or a chain that no transfer
-    /// can serve.
+    /// Settles who serves, once for all that is done with it. Throws (exit code 2) for a device that is no SEEPROM, or
+    /// a chain that no transfer can serve.
     seeprom(device which, const accessOptions& options);
 
     /// checkedRange(), and (exit code 2) no offset other than 0 for hardware that none goes out to.
     [[nodiscard]] byteRange range(std::uint64_t offset, std::optional<std::uint64_t> length) const;
 
-    /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority. Offsets at which the votes
-    /// differed are told on standard error.
+    /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority. Offsets
+    /// at which the votes differed are told on standard error.
     /// @param step  what is being done, for messages and progress: "read"
     [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
     /// Offsets at which the reads of a vote differed, so far.
@@ -112,9 +112,9 @@ struct writeReport {
     bool verified = false;
 };
 
-/// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads back and compares.
-/// A persisted copy is written without a question.
-/// Throws a `failure`: 3 not confirmed, or a driver of the kernel has the device; 5 what was read back differs.
+/// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads
+/// back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, or a driver
+/// of the kernel has the device; 5 what was read back differs.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

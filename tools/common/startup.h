@@ -4,12 +4,12 @@
 namespace kest::tools
 {
 
-/// Opens /dev/null in place of standard input, output and error where the program was started without them: the next file that is opened
-/// would get the number, and with it what is printed. Ignores SIGXFSZ: past a limit on file sizes a write fails with EFBIG, and does not
-/// end the process without a word.
+/// Opens /dev/null in place of standard input, output and error where the program was started without them: the next
+/// file that is opened would get the number, and with it what is printed. Ignores SIGXFSZ: past a limit on file sizes a
+/// write fails with EFBIG, and does not end the process without a word.
 ///
-/// Initialisers open files, too, those of shared libraries first of all. So a program has it called by the loader, ahead of them:
-/// KEST_STARTS_FIRST in its main file.
+/// Initialisers open files, too, those of shared libraries first of all. So a program has it called by the loader,
+/// ahead of them: KEST_STARTS_FIRST in its main file.
 void prepareProcess();
 
 } // namespace kest::tools

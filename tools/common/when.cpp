@@ -43,7 +43,8 @@ bool parseDate(const std::string& text, std::int64_t& ms)
         if (end != nullptr && *end == 0) {
             const std::tm written = parts;
             ms = static_cast<std::int64_t>(timegm(&parts)) * msPerSecond;
-            return written.tm_mday == parts.tm_mday && written.tm_sec == parts.tm_sec; // not so on February 30
+            // not so on February 30
+            return written.tm_mday == parts.tm_mday && written.tm_sec == parts.tm_sec;
         }
     }
     return false;

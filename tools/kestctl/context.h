@@ -1,6 +1,7 @@
 /// kestctl: what its areas share, and how to add one.
 ///
-/// An area ("seeprom", "port", ...) is a header and a source: `port.h` declares a plain struct of options for each verb and
+/// An area ("seeprom", "port", ...) is a header and a source: `port.h` declares a plain struct of options for each verb
+/// and
 ///     int runPortRead(const context&, const portReadOptions&);
 /// `port.cpp` defines it. It knows nothing of the command-line library. It prints through standardOutput(), text or JSON by
 /// `context.json`, returns an exit code, and throws a `failure` (tools/common/failure.h) when it ends early; entries of the library go

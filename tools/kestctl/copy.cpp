@@ -50,7 +50,8 @@ std::uint32_t numberOf(const std::string& which)
         return static_cast<std::uint32_t>(parseNumber(which, "device number", 0xFFFFFFFF));
     }
     const device found = findDevice(which);
-    if (which.find(',') != std::string::npos) { // a text; a row of the table may have any number, also 0
+    // a text; a row of the table may have any number, also 0
+    if (which.find(',') != std::string::npos) {
         throw failure{.code = exitWrongUse,
                       .what = "a copy belongs to a device number, and this device has none",
                       .tryThis = "give it a row in the device table, or name the copy by its number",

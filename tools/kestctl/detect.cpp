@@ -33,7 +33,8 @@ void checkMachineOf(const std::vector<std::string>& names)
     const auto isSimulated = [](const std::string& name) {
         try {
             return findDevice(name).bus.starts_with("sim:");
-        } catch (const failure&) { // which its own line says
+        } catch (const failure&) {
+            // which its own line says
             return false;
         }
     };

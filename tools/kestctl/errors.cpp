@@ -181,8 +181,8 @@ ordered_json entryJson(const host::loggedEntry& entry)
     return result;
 }
 
-/// A text for people, escaped, that takes at most so many bytes: what is too long loses its middle, since both ends of a device text tell
-/// devices apart.
+/// A text for people, escaped, that takes at most so many bytes: what is too long loses its middle, since both ends of
+/// a device text tell devices apart.
 std::string shortened(const std::string& text, std::size_t most)
 {
     constexpr std::string_view gap = "...";
@@ -343,7 +343,8 @@ int runErrorsList(const context& shared, const errorsListOptions& options)
     } else if (entries.empty()) {
         const errorsFilter& filter = options.filter;
         const bool all = filter.since.empty() && !filter.severity && !filter.component;
-        if (code == exitDone) { // else nobody knows
+        // else nobody knows
+        if (code == exitDone) {
             standardOutput().text(all ? "no error entries\n" : "no error entries match\n");
         }
     } else {

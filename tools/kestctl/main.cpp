@@ -54,7 +54,8 @@ public:
     narrowFormatter()
     {
         column_width(nameColumns);
-        label("REQUIRED", ""); // the usage line has the others in brackets
+        // the usage line has the others in brackets
+        label("REQUIRED", "");
     }
     std::string make_option_desc(const CLI::Option* option) const override
     {
@@ -120,7 +121,8 @@ std::string complaint(const CLI::App& app, const CLI::ParseError& why)
     return why.what();
 }
 
-/// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is told at the end.
+/// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is told at the
+/// end.
 void tellSpooledEntry(const std::string& problem)
 {
     std::fputs((failureLine("kestctl", {.what = "the error log can't be used: " + problem,

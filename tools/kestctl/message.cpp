@@ -23,8 +23,8 @@ namespace
 
 constexpr const char* readStep = "read by message";
 
-/// Tells what a failure of the library means: as its entry has it, where the service's error log is this user's, too; else as far as the
-/// return code goes.
+/// Tells what a failure of the library means: as its entry has it, where the service's error log is this user's, too;
+/// else as far as the return code goes.
 void describeAnswer(const client::answer& answer, const device& which, failure& why)
 {
     const auto entries = host::listEntries({.plid = answer.logId}).entries;
@@ -93,8 +93,8 @@ void throwAnswer(const client::answer& answer, const device& which, const std::s
     throw why;
 }
 
-/// Through a hub the service can hand out bytes that were never read. Only whoever sees the library's trace can tell, and two reads
-/// that agree are no proof.
+/// Through a hub the service can hand out bytes that were never read. Only whoever sees the library's trace can tell,
+/// and two reads that agree are no proof.
 void guardHubRead(const device& which, bool force)
 {
     if (!which.behindHub()) {

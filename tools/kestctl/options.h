@@ -32,7 +32,8 @@ CLI::Option* addNumber(CLI::App* verb, const std::string& name, Number& target, 
         ->type_name("N");
 }
 
-/// The option --speed. Faster modes of the bus than fast-mode plus begin with a byte of their own, which nothing here sends.
+/// The option --speed. Faster modes of the bus than fast-mode plus begin with a byte of their own, which nothing here
+/// sends.
 inline CLI::Option* addSpeed(CLI::App* verb, std::uint32_t& target, const std::string& otherwise)
 {
     const auto read = [&target](const std::string& text) {

@@ -77,7 +77,8 @@ byteVector inputBytes(const std::string& file, const seeprom& chip, const seepro
         if (bytes.size() < *length) {
             throw wrongUse(fmt::format("{} holds {} bytes, fewer than the length {}", file, bytes.size(), *length));
         }
-        bytes.resize(static_cast<std::size_t>(*length)); // fits: no more than were read
+        // fits: no more than were read
+        bytes.resize(static_cast<std::size_t>(*length));
     }
     if (bytes.empty()) {
         throw wrongUse(fmt::format("{} is empty", file));
@@ -297,7 +298,8 @@ int runSeepromDump(const context& shared, const seepromDumpOptions& options)
     const byteVector bytes = chip.read(range, "dump");
     const std::string text = dumpText(dumpOf(chip, range.offset, bytes));
     writeOutput(options.output, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()), true);
-    if (shared.json && options.output != "-") { // the dump itself is JSON, too
+    // the dump itself is JSON, too
+    if (shared.json && options.output != "-") {
         auto result = rangeJson(chip, range);
         result["output"] = options.output;
         result["wavered"] = chip.wavered();

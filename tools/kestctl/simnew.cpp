@@ -63,7 +63,8 @@ void writeNew(const std::filesystem::path& path, std::span<const unsigned char> 
     }
 }
 
-/// A folder with a private name, removed with all that is left in it: a machine that can't be finished leaves nothing behind.
+/// A folder with a private name, removed with all that is left in it: a machine that can't be finished leaves nothing
+/// behind.
 class privateFolder
 {
 public:

@@ -78,7 +78,8 @@ int watchedSample(const context& shared, const device& which)
     try {
         show(shared, which, readSample(which), true);
     } catch (const failure& why) {
-        if (standardOutput().broken()) { // a full disk: no sample after this one arrives
+        // a full disk: no sample after this one arrives
+        if (standardOutput().broken()) {
             throw;
         }
         std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
@@ -107,8 +108,8 @@ int watch(const context& shared, const device& which, const thermalReadOptions& 
 
 double celsius(kest_deviceType type, std::uint16_t raw)
 {
-    // Two's complement at the top of the word: 13 bits of 1/16 degree, alarms below; or 11 bits of 1/8 degree, of which a part with
-    // 9 bits leaves the last two 0.
+    // Two's complement at the top of the word: 13 bits of 1/16 degree, alarms below; or 11 bits of 1/8 degree, of which
+    // a part with 9 bits leaves the last two 0.
     const auto word = static_cast<std::int16_t>(raw);
     return type == KEST_DEV_92 ? (word >> 3) / 16.0 : (word >> 5) / 8.0;
 }

@@ -16,7 +16,8 @@ struct thermalReadOptions {
     std::optional<std::uint64_t> intervalNs; ///< --watch
     std::uint64_t count = 0; ///< of samples with --watch; 0 until stopped
 };
-/// Prints the sensor's raw word and degrees; with an interval until SIGINT or SIGTERM, one line (of JSON) for each sample.
+/// Prints the sensor's raw word and degrees; with an interval until SIGINT or SIGTERM, one line (of JSON) for each
+/// sample.
 int runThermalRead(const context& shared, const thermalReadOptions& options);
 
 /// Degrees Celsius of a sensor's raw word: an LM75's has 9 or 11 bits at the top, an LM92's 13 with alarms below.

@@ -34,7 +34,8 @@ bool sameBus(const busName& one, const busName& other) { return one.path == othe
 const char* answer(const inventoryItem& item, const std::string& text)
 {
     try {
-        if (text.empty()) { // no device text: a hub, or a chip of the machine on the bus itself
+        // no device text: a hub, or a chip of the machine on the bus itself
+        if (text.empty()) {
             return item.hubs.empty() ? (answersAt(item.bus, item.address) ? "present" : "absent") : "";
         }
         checkPresence(parseDeviceText(text));

@@ -20,14 +20,16 @@ namespace
 using nlohmann::ordered_json;
 
 constexpr std::int64_t nsPerMs = 1'000'000;
-constexpr std::size_t bytesOfBinary = 32; // shown of a binary record
+// shown of a binary record
+constexpr std::size_t bytesOfBinary = 32;
 
 struct shownRecord {
     host::ringInfo ring;
     host::traceRecord record;
 };
 
-/// Tells what could not be read. The rest is shown all the same, and the command ends with the exit code of the first such file.
+/// Tells what could not be read. The rest is shown all the same, and the command ends with the exit code of the first
+/// such file.
 void tell(const host::ringContents& ring, int& code)
 {
     failure why = systemFailure(ring.errorNumber, "trace", ring.info.file.string());

@@ -41,7 +41,8 @@ std::optional<NamedDevice> Devices::understand(const std::string& text) const
 {
     tools::device device;
     host::iic::devicePath path;
-    host::nodeMapping node; // the local one: nothing is put ahead of a path, and buses are the machine's own
+    // the local one: nothing is put ahead of a path, and buses are the machine's own
+    host::nodeMapping node;
     try {
         device = tools::parseDeviceText(text);
     } catch (const tools::failure&) {

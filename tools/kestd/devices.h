@@ -36,7 +36,8 @@ public:
         std::string text; ///< as the table has it
         std::uint32_t bytes = 0;
     };
-    /// @return the row of the table that has the device of `text` with the same types all along the chain; null when none has
+    /// @return the row of the table that has the device of `text` with the same types all along the chain; null when
+    /// none has
     [[nodiscard]] const Row* find(const std::string& text) const;
     /// @return nothing when the text is none of a device, or of a node that is not mapped
     [[nodiscard]] std::optional<NamedDevice> understand(const std::string& text) const;

@@ -26,13 +26,17 @@ namespace
 
 using client::frame;
 
-constexpr std::uint16_t component = 0x1600; // of the service's own entries
+// of the service's own entries
+constexpr std::uint16_t component = 0x1600;
 constexpr std::uint8_t module = 1;
 constexpr std::uint16_t libraryComponent = 0x1300;
 constexpr std::uint8_t detailsVersion = 1;
-constexpr std::uint8_t detailsRefusal = 8; // user details: the text of the refusal
-constexpr std::size_t lengthAt = 8; // of the length word in the payload of a read or write
-constexpr std::size_t locationAt = 12; // of the device text
+// user details: the text of the refusal
+constexpr std::uint8_t detailsRefusal = 8;
+// of the length word in the payload of a read or write
+constexpr std::size_t lengthAt = 8;
+// of the device text
+constexpr std::size_t locationAt = 12;
 constexpr std::size_t longestLocation = 256;
 constexpr unsigned refusalsAMinute = 20;
 constexpr std::int64_t minuteMs = 60'000;
@@ -45,13 +49,14 @@ std::uint32_t wantedLength(const frame& request)
 {
     std::uint32_t length = 0;
     if (isTransfer(request) && request.payload.size() >= lengthAt + sizeof length) {
-        std::memcpy(&length, request.payload.data() + lengthAt, sizeof length); // host byte order
+        // host byte order
+        std::memcpy(&length, request.payload.data() + lengthAt, sizeof length);
     }
     return length;
 }
 
-/// The device text of a read or write; nothing when the payload ends before it does, which the library refuses. A text that fills the
-/// field stands there without its NUL.
+/// The device text of a read or write; nothing when the payload ends before it does, which the library refuses. A text
+/// that fills the field stands there without its NUL.
 std::optional<std::string> locationOf(const frame& request)
 {
     if (!isTransfer(request) || request.payload.size() < locationAt) {
@@ -80,22 +85,24 @@ bool isUnbounded(const frame& request, Source source)
            wantedLength(request) == 0 && source != Source::hardware;
 }
 
-/// The read of one byte more than a reply holds: that is enough to tell that it does not fit, and all that is ever loaded. Without a
-/// copy a device is read whole, whatever the length.
+/// The read of one byte more than a reply holds: that is enough to tell that it does not fit, and all that is ever
+/// loaded. Without a copy a device is read whole, whatever the length.
 frame bounded(const frame& request)
 {
     constexpr std::uint32_t oneTooMany = client::maximumDataBytes + 1;
     frame read = request;
-    std::memcpy(read.payload.data() + lengthAt, &oneTooMany, sizeof oneTooMany); // host byte order
+    // host byte order
+    std::memcpy(read.payload.data() + lengthAt, &oneTooMany, sizeof oneTooMany);
     return read;
 }
 
-/// Whether a transfer passes the end of a device of `bytes` bytes, where the chip would go on at its beginning. A copy has an end of its
-/// own, and its length is not the device's.
+/// Whether a transfer passes the end of a device of `bytes` bytes, where the chip would go on at its beginning. A copy
+/// has an end of its own, and its length is not the device's.
 bool passesTheEnd(const frame& request, std::uint32_t bytes, Source source)
 {
     std::uint32_t offset = 0;
-    std::memcpy(&offset, request.payload.data(), sizeof offset); // host byte order
+    // host byte order
+    std::memcpy(&offset, request.payload.data(), sizeof offset);
     const std::uint32_t length = wantedLength(request);
     const std::uint32_t wanted = length == 0 && request.type == client::typeRead ? bytes : length;
     return source != Source::copy && bytes != 0 && (wanted > bytes || offset > bytes - wanted);
@@ -157,7 +164,8 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, Source source, co
     const std::uint32_t wanted = wantedLength(request);
     if (source == Source::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
         reply.payload.size() > wanted) {
-        reply.payload.resize(wanted); // without a copy the device was read on, past its end to where the read began
+        // without a copy the device was read on, past its end to where the read began
+        reply.payload.resize(wanted);
     }
     return reply;
 }
@@ -239,7 +247,8 @@ frame dispatch(const frame& request, const Peer& peer, Permission permission, co
             refusals);
     }
     const std::optional<std::string> location = locationOf(request);
-    if (!location) { // not about a device, or too short to be served
+    // not about a device, or too short to be served
+    if (!location) {
         return serve(request);
     }
     if (!permission.raw) {
@@ -249,7 +258,8 @@ frame dispatch(const frame& request, const Peer& peer, Permission permission, co
     return serveTransfer(request, named ? named->bytes : 0, devices.source(), peer, refusals);
 }
 
-/// The library does so on behalf of a read that asks for it. This one gets no further than the copy, or the empty device text.
+/// The library does so on behalf of a read that asks for it. This one gets no further than the copy, or the empty
+/// device text.
 void adoptReadMode()
 {
     constexpr kest_attributeValue readAgain = 2;

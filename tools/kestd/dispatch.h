@@ -12,7 +12,8 @@
 namespace kest::service
 {
 
-/// Error entries about requests that were refused. One user can make only so many, so that nobody can push out the log's other entries.
+/// Error entries about requests that were refused. One user can make only so many, so that nobody can push out the
+/// log's other entries.
 class RefusalLog
 {
 public:

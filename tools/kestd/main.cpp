@@ -59,7 +59,8 @@ int serve(const options& wanted)
     std::string error = service.listen(handed.descriptor, path);
     if (error.empty()) {
         fmt::print("kestd: serving at {}\n", handed.descriptor >= 0 ? "the socket handed over" : path);
-        std::fflush(stdout); // whoever started it may wait for the line
+        // whoever started it may wait for the line
+        std::fflush(stdout);
         error = service.run();
     }
     return error.empty() ? 0 : fail(exitFailed, error);

@@ -14,10 +14,12 @@ namespace kest::service
 namespace
 {
 
-constexpr std::size_t firstRecordBytes = 4096; // of the user database; doubled until a record fits
+// of the user database; doubled until a record fits
+constexpr std::size_t firstRecordBytes = 4096;
 constexpr std::size_t lastRecordBytes = 1 << 20;
 
-/// Calls one of the database's reentrant look-ups with a buffer that is large enough. @return whether there was a record
+/// Calls one of the database's reentrant look-ups with a buffer that is large enough. @return whether there was a
+/// record
 template <typename Record, typename Lookup>
 bool lookUp(Record& record, std::vector<char>& buffer, const Lookup& lookup)
 {
@@ -61,14 +63,16 @@ std::optional<gid_t> groupOf(const std::string& name)
     return number;
 }
 
-/// The groups that the peer's process had when it connected: what the user database says of its user, it may have given up.
+/// The groups that the peer's process had when it connected: what the user database says of its user, it may have given
+/// up.
 std::vector<gid_t> groupsOf(int descriptor, gid_t group)
 {
     constexpr std::size_t usualGroups = 64;
     std::vector<gid_t> groups(usualGroups);
     auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
     int result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
-    if (result != 0 && errno == ERANGE) { // `size` is what it takes
+    // `size` is what it takes
+    if (result != 0 && errno == ERANGE) {
         groups.resize(size / sizeof(gid_t));
         result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
     }

@@ -28,7 +28,8 @@ struct Permission {
     [[nodiscard]] bool any() const { return read || write; }
 };
 
-/// The permissions of a configuration. Root and the user that the service runs as may read and write the devices of the device table.
+/// The permissions of a configuration. Root and the user that the service runs as may read and write the devices of the
+/// device table.
 class Permissions
 {
 public:

@@ -8,8 +8,10 @@ namespace kest::service
 namespace
 {
 
-constexpr std::uint64_t strangers = std::uint64_t{1} << 32; // no user has this number
-constexpr std::size_t strangersPerSlot = 8; // one place in so many may go to them
+// no user has this number
+constexpr std::uint64_t strangers = std::uint64_t{1} << 32;
+// one place in so many may go to them
+constexpr std::size_t strangersPerSlot = 8;
 
 } // namespace
 

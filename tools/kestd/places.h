@@ -40,8 +40,8 @@ private:
     std::shared_ptr<Share> m_share;
 };
 
-/// Who has a share: each user that is permitted something, by the user id of the connecting process, root and the service's own user
-/// like any other. All users that are permitted nothing have one together. Any thread.
+/// Who has a share: each user that is permitted something, by the user id of the connecting process, root and the
+/// service's own user like any other. All users that are permitted nothing have one together. Any thread.
 class Places
 {
 public:

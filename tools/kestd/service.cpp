@@ -29,11 +29,15 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr int backlog = 256;
-constexpr int acceptsAtOnce = 2; // before requests have their turn
+// before requests have their turn
+constexpr int acceptsAtOnce = 2;
 constexpr auto tidyInterval = 1s;
-constexpr auto acceptPause = 100ms; // when there are no descriptors left
-constexpr auto memoryPause = 10ms; // when there is no memory left
-constexpr std::int64_t lastReplyMs = 5000; // for a client to take its last replies once the service is to end
+// when there are no descriptors left
+constexpr auto acceptPause = 100ms;
+// when there is no memory left
+constexpr auto memoryPause = 10ms;
+// for a client to take its last replies once the service is to end
+constexpr std::int64_t lastReplyMs = 5000;
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
 
@@ -255,7 +259,8 @@ int Service::acceptOne()
 {
     const int descriptor = accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor < 0) {
-        return errno == ECONNABORTED || errno == EINTR ? 0 : errno; // of one that has gone again, or of nobody
+        // of one that has gone again, or of nobody
+        return errno == ECONNABORTED || errno == EINTR ? 0 : errno;
     }
     Protocol::socket socket(m_context);
     bool taken = false;
@@ -263,7 +268,8 @@ int Service::acceptOne()
         socket.assign(Protocol(), descriptor);
         taken = true;
         admit(std::move(socket));
-    } catch (const std::exception&) { // no memory for this client; a socket that took the descriptor closes it
+    } catch (const std::exception&) {
+        // no memory for this client; a socket that took the descriptor closes it
         if (!taken) {
             close(descriptor);
         }
@@ -308,7 +314,8 @@ void Service::add(const std::shared_ptr<Session>& session)
 
 void Service::remove(Session& session)
 {
-    std::shared_ptr<Session> removed; // its connection is closed after the lock
+    // its connection is closed after the lock
+    std::shared_ptr<Session> removed;
     const std::lock_guard guard(m_lock);
     const auto found = m_clients.find(&session);
     if (found != m_clients.end()) {
@@ -333,7 +340,8 @@ void Service::tidy()
             notify("WATCHDOG=1");
         }
     }
-    if (more) { // without the lock: whoever gives memory back needs it
+    // without the lock: whoever gives memory back needs it
+    if (more) {
         insist([this] {
             m_tidyTimer.expires_after(tidyInterval);
             m_tidyTimer.async_wait([this](const asio::error_code&) { tidy(); });
@@ -357,8 +365,8 @@ void Service::awaitSignal()
     });
 }
 
-/// Once nothing is left to do the context runs out of work, and the threads end. A successor can begin at once: socket and lock are
-/// given up together, before the last requests are answered.
+/// Once nothing is left to do the context runs out of work, and the threads end. A successor can begin at once: socket
+/// and lock are given up together, before the last requests are answered.
 void Service::stop()
 {
     std::unique_lock listening(m_listening);
@@ -367,7 +375,8 @@ void Service::stop()
         unlink(m_ownPath.c_str());
         close(m_ownLock);
         m_ownLock = -1;
-        // Who has connected, and perhaps asked, already, is taken in. Of a socket that was handed over, whoever is next takes them
+        // Who has connected, and perhaps asked, already, is taken in. Of a socket that was handed over, whoever is next
+        // takes them
         for (int error = 0; error == 0;) {
             error = acceptOne();
         }

@@ -18,8 +18,10 @@ namespace
 {
 
 constexpr std::size_t receiveBytes = 8192;
-constexpr unsigned receiptsATurn = 16; // a whole request of the usual limit, if it does not come in crumbs
-constexpr std::size_t keptBytes = 4096; // buffers that grew larger are released while the client is silent
+// a whole request of the usual limit, if it does not come in crumbs
+constexpr unsigned receiptsATurn = 16;
+// buffers that grew larger are released while the client is silent
+constexpr std::size_t keptBytes = 4096;
 
 } // namespace
 
@@ -43,7 +45,8 @@ void Session::refresh()
 
 void Session::run()
 {
-    Turn turn = Turn::ended; // also when there is no memory to go on with
+    // also when there is no memory to go on with
+    Turn turn = Turn::ended;
     try {
         turn = goOn();
     } catch (const std::exception&) {
@@ -115,7 +118,8 @@ Session::Turn Session::consume()
     return turn;
 }
 
-/// Whether the client has closed its connection: nobody waits for a reply. One that has only finished sending still does.
+/// Whether the client has closed its connection: nobody waits for a reply. One that has only finished sending still
+/// does.
 bool Session::hasHungUp()
 {
     pollfd state{m_socket.native_handle(), 0, 0};
@@ -200,7 +204,8 @@ void Session::endWhenLate(std::int64_t now, std::int64_t readingMs, std::int64_t
     const std::int64_t since = m_waitsSinceMs.load(std::memory_order_relaxed);
     const std::int64_t limit = m_writing.load(std::memory_order_relaxed) ? writingMs : readingMs;
     if (since != 0 && limit != 0 && now - since >= limit) {
-        shutdown(m_socket.native_handle(), SHUT_RDWR); // wakes the session, which finds it closed
+        // wakes the session, which finds it closed
+        shutdown(m_socket.native_handle(), SHUT_RDWR);
     }
 }
 

@@ -23,7 +23,8 @@ namespace
 constexpr int firstHandedDescriptor = 3;
 
 #ifndef KEST_HAVE_SYSTEMD
-// The few calls of libsystemd that the service needs, for builds without it: the same environment variables, the same meaning.
+// The few calls of libsystemd that the service needs, for builds without it: the same environment variables, the same
+// meaning.
 
 /// A variable's number; -1 when it is unset or none.
 std::int64_t numberFrom(const char* variable)
@@ -67,7 +68,8 @@ void sd_notify(int /*unsetEnvironment*/, const char* state)
         return;
     }
     std::memcpy(address.sun_path, path, std::strlen(path));
-    if (path[0] == '@') { // an abstract socket
+    // an abstract socket
+    if (path[0] == '@') {
         address.sun_path[0] = '\0';
     }
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));

@@ -11,12 +11,18 @@ namespace kest::service
 namespace
 {
 
-constexpr unsigned spareThreads = 8; // sleeping ones that are kept for the next burst
-constexpr std::size_t stackBytes = 1024 * 1024; // reserved; only what is used counts
-constexpr unsigned extraThreads = 3; // beside those in work: one for events, and for the service's own jobs
-constexpr unsigned jobsAtOnce = 4; // begun before somebody looks for events again
-constexpr unsigned eventsAtOnce = 32; // handled before somebody looks for jobs again
-// A run counts for no more: one that lost its processor, or waited for a disk, would put its owner far behind all others.
+// sleeping ones that are kept for the next burst
+constexpr unsigned spareThreads = 8;
+// reserved; only what is used counts
+constexpr std::size_t stackBytes = 1024 * 1024;
+// beside those in work: one for events, and for the service's own jobs
+constexpr unsigned extraThreads = 3;
+// begun before somebody looks for events again
+constexpr unsigned jobsAtOnce = 4;
+// handled before somebody looks for jobs again
+constexpr unsigned eventsAtOnce = 32;
+// A run counts for no more: one that lost its processor, or waited for a disk, would put its owner far behind all
+// others.
 constexpr std::int64_t mostChargedNs = 2'000'000;
 // Beside the processors': while one thread waits for the disk another has its processor.
 constexpr unsigned threadsInWaiting = 1;
@@ -109,7 +115,8 @@ void Workers::submit(std::shared_ptr<Job> job) noexcept
     node.key() = std::max(used, share.m_reachedNs);
     node.mapped() = std::move(job);
     share.m_waiting.insert(std::move(node));
-    queueForTurn(share); // the thread that submits is awake and looks here next
+    // the thread that submits is awake and looks here next
+    queueForTurn(share);
 }
 
 /// Counts the time of a job's last run, once that is known: when the job is submitted again, or has been done.
@@ -139,10 +146,12 @@ void Workers::queueForTurn(Share& share)
 
 bool Workers::hasJob() const { return !m_own->m_waiting.empty() || (m_firstTurn != nullptr && m_working < m_most); }
 
-/// Takes the owner out of the turns who has used the least time, and of several the one that has waited the longest. There must be one.
+/// Takes the owner out of the turns who has used the least time, and of several the one that has waited the longest.
+/// There must be one.
 Share& Workers::takeTurn()
 {
-    Share* ahead = nullptr; // of the one that is taken
+    // of the one that is taken
+    Share* ahead = nullptr;
     for (Share* share = m_firstTurn; share->m_nextTurn != nullptr; share = share->m_nextTurn) {
         const Share* const least = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
         ahead = share->m_nextTurn->m_usedNs < least->m_usedNs ? share : ahead;
@@ -155,7 +164,8 @@ Share& Workers::takeTurn()
     return *taken;
 }
 
-/// Takes the job that has used the least time of the owner whose turn it is; that owner goes to the end of the line. There must be one.
+/// Takes the job that has used the least time of the owner whose turn it is; that owner goes to the end of the line.
+/// There must be one.
 std::shared_ptr<Job> Workers::takeJob()
 {
     Share* share = m_own.get();
@@ -244,7 +254,8 @@ void Workers::perform(Lock& lock)
     ++m_unpolled;
     const std::uint64_t run = job->m_runs;
     if (hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
-        enlist(); // shares the work; nobody is made for that
+        // shares the work; nobody is made for that
+        enlist();
     }
     if (m_atEase) {
         m_atEase = false;
@@ -257,12 +268,14 @@ void Workers::perform(Lock& lock)
         // nobody else suffers for it: the job has been told what running out of memory means
     }
     lock.lock();
-    if (job->m_runs == run) { // else it has begun again, and was charged then
+    // else it has begun again, and was charged then
+    if (job->m_runs == run) {
         charge(*job);
     }
     release(*share);
     lock.unlock();
-    job.reset(); // its end may be a connection's
+    // its end may be a connection's
+    job.reset();
     lock.lock();
 }
 
@@ -292,8 +305,8 @@ void Workers::lead(Lock& lock, bool mayWait)
     }
 }
 
-/// Watches while there is something going on, and provides a substitute when nobody has looked for events for a while: those who would
-/// are blocked, or busy.
+/// Watches while there is something going on, and provides a substitute when nobody has looked for events for a while:
+/// those who would are blocked, or busy.
 void Workers::supervise()
 {
     Lock lock(m_lock);

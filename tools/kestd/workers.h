@@ -14,17 +14,19 @@ namespace kest::service
 
 class Job;
 
-/// The jobs of one owner: all connections of a user, for instance. The owner's job begins next who has used the least time, whatever each
-/// of them has waiting; with equal times they take turns. Of one owner's jobs only so many are in work at the same time.
+/// The jobs of one owner: all connections of a user, for instance. The owner's job begins next who has used the least
+/// time, whatever each of them has waiting; with equal times they take turns. Of one owner's jobs only so many are in
+/// work at the same time.
 ///
-/// Of an owner's jobs the one begins next that has used the least time. Each counts from where the owner's jobs have got to, so time in
-/// which it asked for nothing gives it no advantage later. All first runs together count as one job: a new connection for each request
-/// gains nothing.
+/// Of an owner's jobs the one begins next that has used the least time. Each counts from where the owner's jobs have
+/// got to, so time in which it asked for nothing gives it no advantage later. All first runs together count as one job:
+/// a new connection for each request gains nothing.
 class Share
 {
 private:
     friend class Job;
-    friend class Workers; // which reads and changes all of it under its lock
+    // which reads and changes all of it under its lock
+    friend class Workers;
     /// By the time used. Each job brings its own node along: submitting it takes no memory.
     using Waiting = std::multimap<std::int64_t, std::shared_ptr<Job>>;
     Waiting m_waiting;
@@ -57,13 +59,15 @@ private:
     bool m_charged = true; ///< for its last run
 };
 
-/// A crew of threads. One of them at a time waits for events, and then does what they call for itself: a request that is served at once
-/// costs no switch between threads. One more of them is at work than there are processors: it goes on while another waits for the disk.
-/// With many more, those that were begun and then wait for a processor would hold up short jobs for many milliseconds. The others sleep
-/// until there are several jobs, or until nobody has looked for events for a while: then all who are in a job are taken for blocked and no
-/// longer count, and the crew grows when none is left. So a slow device holds up nobody but those who asked for it.
+/// A crew of threads. One of them at a time waits for events, and then does what they call for itself: a request that
+/// is served at once costs no switch between threads. One more of them is at work than there are processors: it goes on
+/// while another waits for the disk. With many more, those that were begun and then wait for a processor would hold up
+/// short jobs for many milliseconds. The others sleep until there are several jobs, or until nobody has looked for
+/// events for a while: then all who are in a job are taken for blocked and no longer count, and the crew grows when
+/// none is left. So a slow device holds up nobody but those who asked for it.
 ///
-/// Owners of jobs take turns, and while there are always jobs, events still come in between: who has much to do holds up nobody else.
+/// Owners of jobs take turns, and while there are always jobs, events still come in between: who has much to do holds
+/// up nobody else.
 ///
 /// The event handlers themselves must not block: they submit jobs.
 class Workers
@@ -88,8 +92,8 @@ public:
 
     /// @return false when not even the first threads could be had
     bool start();
-    /// Waits until the context has run out of work and all threads have ended. A job, and whoever submits one, keeps work in the
-    /// context until it is done.
+    /// Waits until the context has run out of work and all threads have ended. A job, and whoever submits one, keeps
+    /// work in the context until it is done.
     void join();
 
     /// Has a job done, by an event handler's thread or from within another job.

@@ -1,4 +1,5 @@
-// Apart from the entries' own code: seen together, the compiler takes the class's pair of operators for a mismatched one.
+// Apart from the entries' own code: seen together, the compiler takes the class's pair of operators for a mismatched
+// one.
 #include <array>
 #include <atomic>
 #include <cstddef>

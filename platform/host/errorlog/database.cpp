@@ -37,8 +37,8 @@ struct layoutObject {
     const char* text;
 };
 
-// The totals are kept by the database itself, so that they stay true whoever deletes entries. Only informational entries cost an index:
-// the others go in the order of their ids.
+// The totals are kept by the database itself, so that they stay true whoever deletes entries. Only informational
+// entries cost an index: the others go in the order of their ids.
 constexpr std::array layout{
     layoutObject{"table", "entries",
                  "CREATE TABLE entries(id INTEGER PRIMARY KEY, plid INTEGER NOT NULL, committed_ms INTEGER NOT NULL,\n"
@@ -80,7 +80,8 @@ int sleepWithinPatience(sqlite3_vfs*, int microseconds)
     return microseconds;
 }
 
-/// @return the name of SQLite's own file functions with sleepWithinPatience(); null, which is SQLite's own, without memory
+/// @return the name of SQLite's own file functions with sleepWithinPatience(); null, which is SQLite's own, without
+/// memory
 const char* patientFiles()
 {
     constexpr const char* name = "kest";
@@ -233,7 +234,8 @@ private:
     std::int64_t m_layoutNumber = 0; ///< moves with each change of the layout
     struct stat m_opened {
     };
-    connectionOwner m_connection; // ahead of its statements
+    // ahead of its statements
+    connectionOwner m_connection;
     statementOwner m_begin, m_commit, m_rollback, m_changeNumber, m_insert, m_known, m_totals, m_trim;
 };
 
@@ -249,7 +251,8 @@ bool sqliteDatabase::failed(const char* why) noexcept
     try {
         m_problem = fmt::format("{}: {}", m_file.string(), why);
     } catch (const std::exception&) {
-        m_problem.clear(); // no memory
+        // no memory
+        m_problem.clear();
     }
     return false;
 }
@@ -311,8 +314,9 @@ bool sqliteDatabase::prepareAll()
     return done;
 }
 
-/// Connects to a file. WAL: one sync a commit, and readers don't hold writers up. FULL: a commit is on the disk when it returns. The WAL
-/// files stay after the last connection has closed, because readers who may not write could not make them.
+/// Connects to a file. WAL: one sync a commit, and readers don't hold writers up. FULL: a commit is on the disk when it
+/// returns. The WAL files stay after the last connection has closed, because readers who may not write could not make
+/// them.
 bool sqliteDatabase::connectTo(const std::filesystem::path& file)
 {
     m_connection = connect(file, SQLITE_OPEN_READWRITE, m_problem);
@@ -323,13 +327,15 @@ bool sqliteDatabase::connectTo(const std::filesystem::path& file)
     sqlite3_file_control(m_connection.get(), "main", SQLITE_FCNTL_PERSIST_WAL, &keep);
     sqlite3_db_config(m_connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_db_config(m_connection.get(), SQLITE_DBCONFIG_ENABLE_TRIGGER, 0,
-                      nullptr); // until they are known to be kest's
+                      // until they are known to be kest's
+                      nullptr);
     sqlite3_db_config(m_connection.get(), SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     return run("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL") &&
            run(fmt::format("PRAGMA journal_size_limit = {}", keptWalBytes).c_str());
 }
 
-/// Makes a database, and moves it to its place once it is whole, behind its working files: a name in place is never without them.
+/// Makes a database, and moves it to its place once it is whole, behind its working files: a name in place is never
+/// without them.
 bool sqliteDatabase::make()
 {
     const std::filesystem::path fresh = m_file.string() + ".new";
@@ -563,8 +569,10 @@ bool sqliteDatabase::clear(const patience& wait)
     currentPatience = wait;
     const bool done = transaction([&] { return run("DELETE FROM entries"); });
     if (done) {
-        run("VACUUM; PRAGMA wal_checkpoint(TRUNCATE)"); // fails while others read; the room is then used again instead
-        number(m_changeNumber, m_layoutNumber); // which VACUUM moves
+        // fails while others read; the room is then used again instead
+        run("VACUUM; PRAGMA wal_checkpoint(TRUNCATE)");
+        // which VACUUM moves
+        number(m_changeNumber, m_layoutNumber);
     }
     return done;
 }
@@ -612,7 +620,8 @@ readTransaction::readTransaction(const std::filesystem::path& file, std::string&
     currentPatience = patience(readersPatience);
     if (access(file.c_str(), F_OK) != 0) {
         empty = errno == ENOENT || errno == ENOTDIR;
-        if (!empty) { // SQLite would not say why
+        // SQLite would not say why
+        if (!empty) {
             problem = fmt::format("{}: {}", file.string(), std::strerror(errno));
         }
         return;
@@ -715,7 +724,8 @@ int setDatabaseAside(const std::filesystem::path& file)
         const std::string from = file.string() + suffix;
         const std::string to = file.string() + ".damaged" + suffix;
         if (error == 0 && rename(from.c_str(), to.c_str()) != 0) {
-            error = errno != ENOENT || (unlink(to.c_str()) != 0 && errno != ENOENT) ? errno : 0; // an older one's
+            // an older one's
+            error = errno != ENOENT || (unlink(to.c_str()) != 0 && errno != ENOENT) ? errno : 0;
         }
     }
     return error;

@@ -38,9 +38,10 @@ struct openedDatabase {
 class database
 {
 public:
-    /// Opens the database and makes it when there is none. It is made beside its place and moved there whole: one that is killed leaves
-    /// nothing that readers would trip over. A layout that is not kest's is never run: its entries are kept where their table is kest's, else
-    /// the file is set aside. Others that open one at the same time are kept away by the caller.
+    /// Opens the database and makes it when there is none. It is made beside its place and moved there whole: one that
+    /// is killed leaves nothing that readers would trip over. A layout that is not kest's is never run: its entries are
+    /// kept where their table is kest's, else the file is set aside. Others that open one at the same time are kept
+    /// away by the caller.
     static openedDatabase open(const std::filesystem::path& file, const patience& wait);
 
     database() = default;
@@ -48,7 +49,8 @@ public:
     database& operator=(const database&) = delete;
     virtual ~database() = default;
 
-    /// Adds entries and drops what passes the limits, some entries at a time, all in one transaction that is durable on return.
+    /// Adds entries and drops what passes the limits, some entries at a time, all in one transaction that is durable on
+    /// return.
     /// @param skipKnown  leaves out entries that are there already, byte for byte
     virtual bool add(std::span<const storedEntry> entries, bool skipKnown, const logLimits& limits,
                      const patience& wait) = 0;
@@ -67,7 +69,8 @@ public:
 void readDatabase(const std::filesystem::path& file, const entryFilter& filter, std::vector<loggedEntry>& entries,
                   std::string& problem);
 
-/// @param[out] highest  the highest entry identifier not above `limit`, 0 when there is none. @return whether the file could be read
+/// @param[out] highest  the highest entry identifier not above `limit`, 0 when there is none. @return whether the file
+/// could be read
 bool highestStoredId(const std::filesystem::path& file, std::uint32_t limit, std::uint32_t& highest);
 
 /// Reads the whole file. @return what is wrong, empty when nothing is. @param[out] damaged  its contents are, and not just the way to them

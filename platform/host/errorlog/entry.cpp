@@ -23,7 +23,8 @@ std::int64_t nowMs()
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-/// Does `change` to an entry's state. Callers know no exceptions: what there is no memory for is left out, and the entry says so.
+/// Does `change` to an entry's state. Callers know no exceptions: what there is no memory for is left out, and the
+/// entry says so.
 template <typename change_t>
 void alter(ErrlEntry::State& state, change_t change) noexcept
 {
@@ -72,7 +73,8 @@ const std::uint32_t* SrciSrc::getHexData(unsigned int& count) const
     return m_state->src.words.data();
 }
 
-SrciSrc::~SrciSrc() = default; // its words lie beside it
+// its words lie beside it
+SrciSrc::~SrciSrc() = default;
 
 ErrlEntry::ErrlEntry(unsigned short component, errlSeverity severity, errlEventType eventType, srciType type,
                      unsigned int srcFlags, unsigned char module, serviceCodes serviceCode, unsigned short reason,

@@ -12,7 +12,8 @@ struct SrciSrc::State {
     kest::host::loggedSrc src;
 };
 
-/// Lies in the entry's own room. The first SRC and the numbers of `facts` need no further memory; everything else is had when it is added.
+/// Lies in the entry's own room. The first SRC and the numbers of `facts` need no further memory; everything else is
+/// had when it is added.
 struct ErrlEntry::State {
     /// An SRC and what callers hold on to.
     struct heldSrc {
@@ -35,7 +36,8 @@ struct ErrlEntry::State {
 namespace kest::host
 {
 
-/// An entry of one of the host's services: unrecovered, software to blame, procedure callout 4, return code 0x80000000 with the reason.
+/// An entry of one of the host's services: unrecovered, software to blame, procedure callout 4, return code 0x80000000
+/// with the reason.
 /// @param words  user data 1-4. @return an entry that the caller owns; null when there is no memory
 ErrlEntry* newHostEntry(std::uint16_t component, std::uint8_t module, std::uint16_t reason,
                         const std::array<std::uint32_t, 4>& words);

@@ -61,8 +61,8 @@ std::uint32_t readCounter(const std::filesystem::path& file)
     return number;
 }
 
-/// Puts a number into a counter file, in place: a few bytes of one sector, which no crash tears and no full disk refuses. Nothing stays
-/// behind it: a file of another length is a lost counter.
+/// Puts a number into a counter file, in place: a few bytes of one sector, which no crash tears and no full disk
+/// refuses. Nothing stays behind it: a file of another length is a lost counter.
 bool writeCounter(const logFiles& files, std::uint32_t number)
 {
     const bool fresh = access(files.nextId.c_str(), F_OK) != 0;
@@ -78,8 +78,8 @@ bool writeCounter(const logFiles& files, std::uint32_t number)
 std::uint32_t setAside(const configuration& settings, std::uint32_t count)
 {
     const logFiles files(settings);
-    // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which an opener of the database takes
-    // while holding what this takes.
+    // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which an opener of the
+    // database takes while holding what this takes.
     std::uint32_t behind = 0;
     if (readCounter(files.nextId) == 0) {
         behind = highestKnownId(settings).value_or(UINT32_MAX) + 1;
@@ -90,7 +90,8 @@ std::uint32_t setAside(const configuration& settings, std::uint32_t count)
         const std::uint32_t counted = readCounter(files.nextId);
         std::uint32_t next = counted != 0 ? counted : behind;
         if (next > lastCountedId - count) {
-            next = 1; // used up: from the start again, whose entries are long gone
+            // used up: from the start again, whose entries are long gone
+            next = 1;
         }
         if (lock.error() == 0 && next != 0 && writeCounter(files, next + count)) {
             first = next;
@@ -99,7 +100,8 @@ std::uint32_t setAside(const configuration& settings, std::uint32_t count)
     return first;
 }
 
-/// Without a state folder nothing can be set aside: each process then counts from a point of its own in the upper half of the numbers.
+/// Without a state folder nothing can be set aside: each process then counts from a point of its own in the upper half
+/// of the numbers.
 std::uint32_t guess(processLog& log, std::uint32_t count)
 {
     if (log.guessedId == 0 && getentropy(&log.guessedId, sizeof log.guessedId) != 0) {
@@ -107,7 +109,8 @@ std::uint32_t guess(processLog& log, std::uint32_t count)
                                                                                       << 12;
     }
     log.guessedId |= guessedBit;
-    if (log.guessedId > UINT32_MAX - 2 * count) { // a block must not pass the very end
+    // a block must not pass the very end
+    if (log.guessedId > UINT32_MAX - 2 * count) {
         log.guessedId = guessedBit;
     }
     const std::uint32_t first = log.guessedId;
@@ -132,7 +135,8 @@ std::uint32_t nextEntryId() noexcept
             first = setAside(settings, log.blockSize);
         }
     } catch (const std::exception&) {
-        log.blockSize = std::max(log.blockSize, firstBlock); // no memory
+        // no memory
+        log.blockSize = std::max(log.blockSize, firstBlock);
     }
     if (log.nextId == log.endId) {
         log.nextId = first != 0 ? first : guess(log, log.blockSize);

@@ -181,7 +181,8 @@ std::string quotedText(std::string_view text)
     return quoted += '"';
 }
 
-// Written out by hand, not by the JSON library: its values need memory even to be destroyed, and end a process that has none.
+// Written out by hand, not by the JSON library: its values need memory even to be destroyed, and end a process that has
+// none.
 std::string toLine(const loggedEntry& entry)
 {
     std::string text = "{\"callouts\":";
@@ -266,8 +267,8 @@ std::string deviceOfRecord(std::string_view record)
 std::optional<lineFacts> factsOfLine(std::string_view line)
 {
     lineFacts facts;
-    // A quote inside of a text has a backslash ahead of it: so a name with its quotes is no part of one. SRCs, which have a creator, too,
-    // come behind the entry's own.
+    // A quote inside of a text has a backslash ahead of it: so a name with its quotes is no part of one. SRCs, which
+    // have a creator, too, come behind the entry's own.
     const bool found = line.starts_with('{') && nlohmann::json::accept(line) && numberOf(line, "plid", facts.plid) &&
                        numberOf(line, "committedMs", facts.committedMs) && numberOf(line, "severity", facts.severity) &&
                        numberOf(line, "creator", facts.creator);

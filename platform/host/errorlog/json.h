@@ -1,4 +1,5 @@
-/// The JSON form of an error log entry: that of the database, the spool file, standard error and the tools. Its field names stay.
+/// The JSON form of an error log entry: that of the database, the spool file, standard error and the tools. Its field
+/// names stay.
 #pragma once
 
 #include <array>
@@ -15,8 +16,8 @@ namespace kest::host
 /// @return the JSON form as ASCII text of one line, without line end
 std::string toLine(const loggedEntry& entry);
 
-/// @param record  first-failure data of the IIC layer, or what passes for it. @return bus and address of the failed transfer: "BUS@HH";
-/// empty when the record is not whole or names none
+/// @param record  first-failure data of the IIC layer, or what passes for it. @return bus and address of the failed
+/// transfer: "BUS@HH"; empty when the record is not whole or names none
 std::string deviceOfRecord(std::string_view record);
 
 /// Room for a reduced line.
@@ -36,8 +37,8 @@ struct lineFacts {
     std::uint16_t creator = 0;
 };
 
-/// @return the facts of a line that toLine() made, or nothing when the text is no such line. Without memory it throws std::bad_alloc, where
-/// fromLine() would end the process: values of the JSON library need memory to be destroyed.
+/// @return the facts of a line that toLine() made, or nothing when the text is no such line. Without memory it throws
+/// std::bad_alloc, where fromLine() would end the process: values of the JSON library need memory to be destroyed.
 std::optional<lineFacts> factsOfLine(std::string_view line);
 
 /// @return `text` as the JSON form has it, with its quotes: ASCII, U+FFFD for what is no UTF-8

@@ -13,7 +13,8 @@ namespace kest::host
 namespace
 {
 
-constexpr int privatePlaces = 8; // others can make a folder of that name first: then the next is tried
+// others can make a folder of that name first: then the next is tried
+constexpr int privatePlaces = 8;
 
 /// FNV-1a of 64 bits: names the spool of a state folder elsewhere.
 std::uint64_t hashOf(const std::string& text)
@@ -63,7 +64,8 @@ int preparePrivateFolder(const std::filesystem::path& folder, bool make)
         } else if (errno != EEXIST) {
             error = errno;
         }
-        error = error == EACCES && access(folder.c_str(), F_OK) == 0 ? 0 : error; // around it nobody may read
+        // around it nobody may read
+        error = error == EACCES && access(folder.c_str(), F_OK) == 0 ? 0 : error;
     }
     if (error == 0 && lstat(folder.c_str(), &facts) != 0) {
         error = errno;

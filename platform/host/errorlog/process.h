@@ -37,12 +37,13 @@ struct spoolPlace {
 /// @return the state folder's place, then those for when it can't be written, in the order in which they are tried
 std::vector<spoolPlace> spoolPlaces(const configuration& settings);
 
-/// Looks at a place outside the state folder, and makes its folder when asked to. It may be among everybody's, as in /var/tmp: one that is
-/// not this user's alone is not used. @return 0 or an `errno` value
+/// Looks at a place outside the state folder, and makes its folder when asked to. It may be among everybody's, as in
+/// /var/tmp: one that is not this user's alone is not used. @return 0 or an `errno` value
 int preparePrivateFolder(const std::filesystem::path& folder, bool make);
 
-/// Never destroyed, so that entries can be committed as late as static destructors run. A child of fork() begins without open files and
-/// identifiers of its own; the connection is closed ahead of a fork, since SQLite's must not reach a child.
+/// Never destroyed, so that entries can be committed as late as static destructors run. A child of fork() begins
+/// without open files and identifiers of its own; the connection is closed ahead of a fork, since SQLite's must not
+/// reach a child.
 struct processLog {
     static processLog& instance();
 
@@ -62,7 +63,8 @@ struct processLog {
     std::unique_ptr<database> writer;
     std::vector<spoolPlace> places;
 
-    /// After a database that was busy for as long as a commit waits, commits go to the spool at once unless the database is free.
+    /// After a database that was busy for as long as a commit waits, commits go to the spool at once unless the
+    /// database is free.
     std::chrono::steady_clock::time_point waitsAgainAt{};
     std::chrono::milliseconds lastPause{0}; ///< 0: the database was not busy the last time
 

@@ -16,11 +16,15 @@ namespace
 {
 
 constexpr std::uint64_t reservedBytes = 1 << 20;
-constexpr std::uint64_t leastSpareBytes = 64 << 10; // below this more is set aside
-constexpr std::size_t pieceBytes = 8 << 10; // on the stack
-constexpr std::size_t linesAtOnce = 256; // handed over
+// below this more is set aside
+constexpr std::uint64_t leastSpareBytes = 64 << 10;
+// on the stack
+constexpr std::size_t pieceBytes = 8 << 10;
+// handed over
+constexpr std::size_t linesAtOnce = 256;
 constexpr std::size_t bytesAtOnce = 1 << 20;
-constexpr char takenMark = '#'; // in place of a line's first character
+// in place of a line's first character
+constexpr char takenMark = '#';
 
 using piece = std::array<char, pieceBytes>;
 
@@ -173,9 +177,11 @@ int spool::append(std::string_view line, const logLimits& limits, const patience
     }
     if (error == 0 && (bytes > limits.bytes || lines > limits.entries)) {
         try {
-            trim(limits); // its failure loses nothing: the next line tries again
+            // its failure loses nothing: the next line tries again
+            trim(limits);
         } catch (const std::exception&) {
-            m_known = {}; // no memory
+            // no memory
+            m_known = {};
         }
     }
     return error;
@@ -203,14 +209,15 @@ int spool::appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64
         if (error == 0 && fdatasync(descriptor.number()) != 0) {
             error = errno;
         }
-        if (error != 0) // a line is there whole or not at all
-            [[maybe_unused]] {
+        // a line is there whole or not at all
+        if (error != 0) [[maybe_unused]] {
             const int ignored = ftruncate(descriptor.number(), before.st_size);
         }
     }
     if (error == 0) [[maybe_unused]] {
         const int ignored =
-            countLines(descriptor.number(), bytes, lines); // the line is there, whatever comes of counting
+            // the line is there, whatever comes of counting
+            countLines(descriptor.number(), bytes, lines);
     }
     return error;
 }

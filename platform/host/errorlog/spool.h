@@ -1,5 +1,5 @@
-/// The error log's spool: a file of entries, one JSON text a line. It takes what the database can't, until the database can; where the host
-/// platform is built without a database it is the store.
+/// The error log's spool: a file of entries, one JSON text a line. It takes what the database can't, until the database
+/// can; where the host platform is built without a database it is the store.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@
 namespace kest::host
 {
 
-/// Functions return 0 or an `errno` value. Any number of processes use one spool; each change is made under a lock, for which they wait as
-/// long as they are told to.
+/// Functions return 0 or an `errno` value. Any number of processes use one spool; each change is made under a lock, for
+/// which they wait as long as they are told to.
 class spool
 {
 public:
@@ -34,8 +34,8 @@ public:
     int read(std::vector<std::string>& lines) const;
     /// @return whether there may be lines
     [[nodiscard]] bool pending() const;
-    /// Hands the lines over, some at a time, and removes those for which `consumer` returned true; it goes on until `consumer` returns false
-    /// or `until` is over. Nobody adds lines meanwhile. Never waits.
+    /// Hands the lines over, some at a time, and removes those for which `consumer` returned true; it goes on until
+    /// `consumer` returns false or `until` is over. Nobody adds lines meanwhile. Never waits.
     int take(const std::function<bool(std::span<const std::string>)>& consumer, const patience& until);
     /// Removes all lines.
     int clear(const patience& wait = defaultPatience());

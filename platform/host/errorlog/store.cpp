@@ -25,13 +25,15 @@ namespace
 #ifdef KEST_HAVE_SQLITE
 constexpr bool hasDatabase = true;
 #else
-constexpr bool hasDatabase = false; // the spool file is the store
+// the spool file is the store
+constexpr bool hasDatabase = false;
 #endif
 
 logLimits limitsOf(const configuration& settings) { return {settings.errorLogMaxEntries, settings.errorLogMaxBytes}; }
 
 constexpr std::chrono::milliseconds commitPatience{5000};
-constexpr std::chrono::milliseconds spoolShare{500}; // of it for each of two spools
+// of it for each of two spools
+constexpr std::chrono::milliseconds spoolShare{500};
 constexpr std::chrono::milliseconds firstPause{5000};
 constexpr std::chrono::milliseconds longestPause{60000};
 
@@ -40,7 +42,8 @@ processLog& currentLog(const configuration& settings)
 {
     processLog& log = theLog();
     if (log.settings != &settings) {
-        log.settings = nullptr; // until all is there
+        // until all is there
+        log.settings = nullptr;
         log.writer.reset();
         log.waitsAgainAt = {};
         log.lastPause = std::chrono::milliseconds(0);
@@ -92,7 +95,8 @@ bool openWriter(processLog& log, const patience& wait, openedDatabase& opened)
         }
         log.writer = std::move(opened.value);
         if (log.writer != nullptr) {
-            log.places.front().lines.reserve(); // now, while the disk has room
+            // now, while the disk has room
+            log.places.front().lines.reserve();
         }
     }
     return log.writer != nullptr;
@@ -123,8 +127,8 @@ bool takeLines(processLog& log, std::span<const std::string> lines, const logLim
     return done && (!hasDatabase || log.writer->add(entries, true, limits, patience()));
 }
 
-/// Moves what waits in the spools into the store, without waiting for anybody. Killed in between, an entry is in both, and is not taken
-/// twice. What can't be taken now is taken by a later commit.
+/// Moves what waits in the spools into the store, without waiting for anybody. Killed in between, an entry is in both,
+/// and is not taken twice. What can't be taken now is taken by a later commit.
 void takeIn(processLog& log, const logLimits& limits, commit& now) noexcept
 {
     try {
@@ -136,7 +140,8 @@ void takeIn(processLog& log, const logLimits& limits, commit& now) noexcept
             }
         }
     } catch (const std::exception&) {
-        log.writer.reset(); // no memory; a transaction may be open
+        // no memory; a transaction may be open
+        log.writer.reset();
     }
 }
 
@@ -191,7 +196,8 @@ void addToSpool(processLog& log, const configuration& settings, const logLimits&
     }
     if (error == 0) {
         now.isDurable = true;
-        now.isTold = hasDatabase; // else it is the store
+        // else it is the store
+        now.isTold = hasDatabase;
         if (!hasDatabase) {
             takeIn(log, limits, now);
         }
@@ -229,7 +235,8 @@ bool tellPeople(const commit& now) noexcept
 void tellEntry(const commit& now) noexcept
 {
     try {
-        std::string told(now.stored.line.substr(0, now.stored.line.size() - 1)); // more fields follow
+        // more fields follow
+        std::string told(now.stored.line.substr(0, now.stored.line.size() - 1));
         told += ",\"storeError\":" + quotedText(cleanText(now.problem));
         if (!now.isDurable) {
             told += ",\"spoolError\":" + quotedText(std::strerror(now.spoolError));
@@ -281,13 +288,15 @@ std::string clearDatabase(processLog& log)
 {
     const std::filesystem::path& file = log.files->database;
     openedDatabase opened;
-    if (access(file.c_str(), F_OK) != 0) { // who may not look does not know that there is none
+    // who may not look does not know that there is none
+    if (access(file.c_str(), F_OK) != 0) {
         return errno == ENOENT || errno == ENOTDIR ? std::string()
                                                    : fmt::format("{}: {}", file.string(), std::strerror(errno));
     }
     const patience wait(commitPatience);
     bool done = openWriter(log, wait, opened) && log.writer->clear(wait);
-    if (!done && log.writer != nullptr && log.writer->replaced()) { // its layout was changed since it was opened
+    // its layout was changed since it was opened
+    if (!done && log.writer != nullptr && log.writer->replaced()) {
         done = openWriter(log, wait, opened) && log.writer->clear(wait);
     }
     if (!done && log.writer != nullptr) {
@@ -339,7 +348,8 @@ entryList listEntries(const entryFilter& filter)
     processLog& log = currentLog(settings);
     entryList list;
     std::vector<std::string>
-        lines; // read first: an entry that moves into the database meanwhile is then seen twice, not never
+        // read first: an entry that moves into the database meanwhile is then seen twice, not never
+        lines;
     for (const spoolPlace& place : log.places) {
         const bool reads = &place == &log.places.front() || holdsEntries(log, place);
         const int error = reads ? place.lines.read(lines) : 0;
@@ -389,9 +399,11 @@ std::string clearEntries()
 
 std::string deviceOf(const loggedEntry& entry)
 {
-    constexpr std::array components{std::uint16_t{0x1300}, std::uint16_t{0x1700}}; // library, tools
+    // library, tools
+    constexpr std::array components{std::uint16_t{0x1300}, std::uint16_t{0x1700}};
     constexpr std::uint8_t firstFailureData = 6;
-    constexpr std::array kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData}; // device text, device path
+    // device text, device path
+    constexpr std::array kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData};
     std::string device;
     for (const std::uint8_t kind : kinds) {
         const auto found = std::ranges::find_if(entry.userDetails, [&](const loggedDetails& details) {

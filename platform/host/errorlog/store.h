@@ -1,8 +1,9 @@
 /// The host's error log as its tools see it: entries as plain records, found, shown and cleared.
 ///
-/// The store is the database `errors.db` in the state folder; entries that it could not take wait in a spool file and are listed with it.
-/// docs/host-services.md describes both. Functions that read need no permission to write. Texts come from devices and clients: they are
-/// valid UTF-8 without control characters other than line ends and tabs when kest stored them, but whoever shows them escapes them.
+/// The store is the database `errors.db` in the state folder; entries that it could not take wait in a spool file and
+/// are listed with it. docs/host-services.md describes both. Functions that read need no permission to write. Texts
+/// come from devices and clients: they are valid UTF-8 without control characters other than line ends and tabs when
+/// kest stored them, but whoever shows them escapes them.
 #pragma once
 
 #include <array>
@@ -92,17 +93,20 @@ struct entryList {
 /// Finds entries. No log at all is an empty list without an error. An entry committed twice is there twice.
 entryList listEntries(const entryFilter& filter = {});
 
-/// Is told why the store took no entry, in the place of the entry's JSON on standard error, whenever the spool has it. What neither store nor
-/// spool took goes to standard error all the same. For programs that speak to people; null, as at first, for all others. It makes no entries.
+/// Is told why the store took no entry, in the place of the entry's JSON on standard error, whenever the spool has it.
+/// What neither store nor spool took goes to standard error all the same. For programs that speak to people; null, as
+/// at first, for all others. It makes no entries.
 void tellSpooled(void (*teller)(const std::string& problem));
 
-/// Deletes every entry. A damaged database is set aside as `errors.db.damaged`, and a new one begins. @return why it failed, empty when done
+/// Deletes every entry. A damaged database is set aside as `errors.db.damaged`, and a new one begins. @return why it
+/// failed, empty when done
 std::string clearEntries();
 
 /// Reads the whole database and looks for damage. @return what is wrong, empty when nothing is
 std::string checkStore();
 
-/// @return the device of an entry by its user details: device text, else device path, else "BUS@HH" of the first-failure data; empty without these
+/// @return the device of an entry by its user details: device text, else device path, else "BUS@HH" of the
+/// first-failure data; empty without these
 std::string deviceOf(const loggedEntry& entry);
 
 /// @return what the entry holds so far; commit items are 0

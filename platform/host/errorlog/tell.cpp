@@ -36,8 +36,8 @@ private:
     fileDescriptor m_again; ///< a pipe or a terminal, opened a second time
 };
 
-/// Opened again, a full pipe or a stopped terminal fails with EAGAIN, and what other processes share stays as it is. A file opened again would
-/// be written from its beginning.
+/// Opened again, a full pipe or a stopped terminal fails with EAGAIN, and what other processes share stays as it is. A
+/// file opened again would be written from its beginning.
 unblockedError::unblockedError()
 {
     struct stat facts {
@@ -62,7 +62,8 @@ ssize_t unblockedError::writeOnce(std::string_view text) const
             pollfd room{STDERR_FILENO, POLLOUT, 0};
             const bool ready = poll(&room, 1, 0) > 0;
             errno = EAGAIN;
-            if (ready) { // a pipe that has room at all takes so many bytes
+            // a pipe that has room at all takes so many bytes
+            if (ready) {
                 moved = write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
             }
         }

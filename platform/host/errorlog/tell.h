@@ -7,7 +7,8 @@
 namespace kest::host
 {
 
-/// While it lives, what this thread writes ends nobody: SIGPIPE and SIGXFSZ that its writes cause are taken back, and the writes fail.
+/// While it lives, what this thread writes ends nobody: SIGPIPE and SIGXFSZ that its writes cause are taken back, and
+/// the writes fail.
 class quietWrites
 {
 public:
@@ -21,8 +22,8 @@ private:
     sigset_t m_pendingBefore{};
 };
 
-/// Tells standard error a text, a second at most: what a full pipe doesn't take until then is given up. Allocates nothing. Any thread;
-/// hold no lock that others wait for.
+/// Tells standard error a text, a second at most: what a full pipe doesn't take until then is given up. Allocates
+/// nothing. Any thread; hold no lock that others wait for.
 void tellStandardError(std::string_view text) noexcept;
 
 } // namespace kest::host

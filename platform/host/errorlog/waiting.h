@@ -15,7 +15,8 @@ struct waitingClock {
     void (*pause)(std::chrono::microseconds length);
 };
 
-/// Has everything in the error log wait by another clock; null gives it the system's back. For tests, while nothing waits.
+/// Has everything in the error log wait by another clock; null gives it the system's back. For tests, while nothing
+/// waits.
 void useWaitingClock(const waitingClock* clock);
 
 std::chrono::steady_clock::time_point waitingNow();
@@ -43,7 +44,8 @@ class patientLock
 {
 public:
     patientLock(const std::filesystem::path& file, const patience& wait);
-    /// @return 0 when the lock is held, ETIMEDOUT when another held it all the time, else why its file could not be opened
+    /// @return 0 when the lock is held, ETIMEDOUT when another held it all the time, else why its file could not be
+    /// opened
     [[nodiscard]] int error() const { return m_lock->error(); }
 
 private:

@@ -36,8 +36,8 @@ std::filesystem::path folderOf(const std::filesystem::path& file)
     return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
 }
 
-/// Makes the name of what is open at `inside` durable in the folder. One that may be written but not read can't be opened to be synced:
-/// then the whole file system is.
+/// Makes the name of what is open at `inside` durable in the folder. One that may be written but not read can't be
+/// opened to be synced: then the whole file system is.
 int syncName(int inside, const std::filesystem::path& folder)
 {
     const int error = syncFolder(folder);
@@ -66,7 +66,8 @@ int findFolder(const std::filesystem::path& folder)
     };
     int error = stat(folder.c_str(), &found) == 0 ? 0 : errno;
     if (error == ENOENT || (error == 0 && !S_ISDIR(found.st_mode))) {
-        error = ENOTDIR; // a dangling link, or something else of that name
+        // a dangling link, or something else of that name
+        error = ENOTDIR;
     }
     return error;
 }
@@ -161,7 +162,8 @@ fileLock::~fileLock()
 {
     if (m_error == 0 && m_file.valid()) {
         flock(m_file.number(),
-              LOCK_UN); // closing is not enough: a child shares the lock until it runs for the first time
+              // closing is not enough: a child shares the lock until it runs for the first time
+              LOCK_UN);
     }
 }
 
@@ -169,7 +171,8 @@ int makeFolders(const std::filesystem::path& folder) noexcept
 {
     try {
         return makeMissingFolders(folder);
-    } catch (const std::exception&) { // a path's parts are paths of their own
+    } catch (const std::exception&) {
+        // a path's parts are paths of their own
         return ENOMEM;
     }
 }
@@ -192,7 +195,8 @@ fileDescriptor openFolder(const std::filesystem::path& folder)
     fileDescriptor at(ownDescriptor(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)));
     bool good = at.valid() && fstat(at.number(), &around) == 0;
     for (auto part = folder.begin(); good && part != folder.end(); ++part) {
-        if (!part->empty()) { // behind a slash at the end
+        // behind a slash at the end
+        if (!part->empty()) {
             last = around;
             at = openStep(at.number(), part->c_str(), around);
             good = at.valid();
@@ -221,12 +225,14 @@ fileDescriptor createFileIn(int folder, const char* name, int flags, mode_t mode
 fileDescriptor openFile(const std::filesystem::path& file, int flags)
 {
     const std::filesystem::path around = folderOf(file);
-    int common = flags | O_CLOEXEC | O_NONBLOCK; // O_NONBLOCK: a FIFO in the way holds nobody up
+    // O_NONBLOCK: a FIFO in the way holds nobody up
+    int common = flags | O_CLOEXEC | O_NONBLOCK;
     int number = -1;
     if ((flags & O_ACCMODE) != O_RDONLY) {
         common |= O_NOFOLLOW;
     }
-    if ((flags & O_CREAT) != 0) { // made by this very call, or there already
+    // made by this very call, or there already
+    if ((flags & O_CREAT) != 0) {
         number = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common | O_EXCL, fileMode)); });
         if (number >= 0) {
             giveToFoldersOwner(number, around);
@@ -271,7 +277,8 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
         if (moved > 0) {
             filled += static_cast<std::size_t>(moved);
         } else if (moved == 0) {
-            bytes.resize(filled); // cut shorter meanwhile
+            // cut shorter meanwhile
+            bytes.resize(filled);
         } else {
             error = errno;
         }
@@ -310,7 +317,8 @@ int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t>
 {
     try {
         return replaceWhole(file, folderOf(file), bytes);
-    } catch (const std::exception&) { // ahead of any change
+    } catch (const std::exception&) {
+        // ahead of any change
         return ENOMEM;
     }
 }

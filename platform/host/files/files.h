@@ -1,7 +1,8 @@
 /// Small file operations that the host's services share: owned descriptors, locks, durable replacement.
 ///
-/// Functions answer 0 or an `errno` value. Files are made with mode 0640 and folders with 0750 (less the umask); made by root they get
-/// the owner and group of the folder they are in, so that root's tools never lock the service out of its own state.
+/// Functions answer 0 or an `errno` value. Files are made with mode 0640 and folders with 0750 (less the umask); made
+/// by root they get the owner and group of the folder they are in, so that root's tools never lock the service out of
+/// its own state.
 #pragma once
 
 #include <chrono>
@@ -44,8 +45,8 @@ private:
     int m_number = -1;
 };
 
-/// Excludes every other holder of a lock on the same file, in this process and others. Ends with its owner or its process, whatever
-/// children that has.
+/// Excludes every other holder of a lock on the same file, in this process and others. Ends with its owner or its
+/// process, whatever children that has.
 class fileLock
 {
 public:
@@ -56,7 +57,8 @@ public:
     fileLock& operator=(const fileLock&) = delete;
     ~fileLock();
 
-    /// @return 0 when the lock is held, ETIMEDOUT when another held it all the time, else why its file could not be opened
+    /// @return 0 when the lock is held, ETIMEDOUT when another held it all the time, else why its file could not be
+    /// opened
     [[nodiscard]] int error() const { return m_error; }
 
 private:
@@ -64,16 +66,19 @@ private:
     int m_error = 0;
 };
 
-/// Makes a folder and those above it that are missing; what it made is durable on return. ENOTDIR when something else has the name, else
-/// what the system answers: ELOOP for links in a circle, EACCES below a folder that may not be searched. Never throws.
+/// Makes a folder and those above it that are missing; what it made is durable on return. ENOTDIR when something else
+/// has the name, else what the system answers: ELOOP for links in a circle, EACCES below a folder that may not be
+/// searched. Never throws.
 int makeFolders(const std::filesystem::path& folder) noexcept;
 
-/// Gives what was just made in `folder` to the folder's owner and group when root made it. Nothing is lost where that fails.
+/// Gives what was just made in `folder` to the folder's owner and group when root made it. Nothing is lost where that
+/// fails.
 void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder);
 
-/// Opens a folder to make and remove files in; the descriptor is for openat() and its like alone. Of links on the way only those are
-/// followed that nobody but root and the caller could have put there: root's files in another user's folders stay in them. ELOOP for
-/// another link; EPERM for a folder whose owner is neither root, nor the caller, nor that of the folder around it.
+/// Opens a folder to make and remove files in; the descriptor is for openat() and its like alone. Of links on the way
+/// only those are followed that nobody but root and the caller could have put there: root's files in another user's
+/// folders stay in them. ELOOP for another link; EPERM for a folder whose owner is neither root, nor the caller, nor
+/// that of the folder around it.
 /// @return an invalid descriptor with `errno` when it can't be had
 fileDescriptor openFolder(const std::filesystem::path& folder);
 
@@ -100,8 +105,8 @@ int writeAll(int descriptor, const std::string& text);
 /// Makes the names in a folder durable.
 int syncFolder(const std::filesystem::path& folder);
 
-/// Gives a file new contents: whoever reads it, at whatever moment the writer dies, finds the old ones or the new ones whole. Durable on return.
-/// The caller keeps other writers away. Never throws; without memory nothing changes.
+/// Gives a file new contents: whoever reads it, at whatever moment the writer dies, finds the old ones or the new ones
+/// whole. Durable on return. The caller keeps other writers away. Never throws; without memory nothing changes.
 int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) noexcept;
 
 } // namespace kest::host

@@ -15,7 +15,8 @@ class unsharedFiles
 public:
     static unsharedFiles& instance()
     {
-        static auto* files = new unsharedFiles; // lives as long as the process: files may be closed during its end
+        // lives as long as the process: files may be closed during its end
+        static auto* files = new unsharedFiles;
         return *files;
     }
     void add(unsharedFile& file)

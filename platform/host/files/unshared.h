@@ -4,8 +4,8 @@
 namespace kest::host
 {
 
-/// An open file that ends with its owner and with this process: a child of fork() closes its copy before it does anything else. A lock on
-/// the file would otherwise outlive a killed owner for as long as a child of it lives.
+/// An open file that ends with its owner and with this process: a child of fork() closes its copy before it does
+/// anything else. A lock on the file would otherwise outlive a killed owner for as long as a child of it lives.
 class unsharedFile
 {
 public:
@@ -14,8 +14,10 @@ public:
     unsharedFile& operator=(const unsharedFile&) = delete;
     ~unsharedFile() { close(); }
 
-    /// Closes what was open and opens anew. No fork happens meanwhile, so that no child has a descriptor that nobody knows of.
-    /// @param opener  returns a descriptor that ends with exec, or -1 with `errno`. It must not lock what forks are watched for.
+    /// Closes what was open and opens anew. No fork happens meanwhile, so that no child has a descriptor that nobody
+    /// knows of.
+    /// @param opener  returns a descriptor that ends with exec, or -1 with `errno`. It must not lock what forks are
+    /// watched for.
     /// @return whether a file is open now; `errno` is the opener's
     template <typename Opener>
     bool open(Opener opener)
@@ -47,8 +49,8 @@ private:
     unsharedFile* m_previous = nullptr;
 };
 
-/// Has the open files closed in children of forks from now on. What else watches forks is registered later, and so is locked before
-/// these files are: it may be held while one is opened.
+/// Has the open files closed in children of forks from now on. What else watches forks is registered later, and so is
+/// locked before these files are: it may be held while one is opened.
 void watchUnsharedFiles();
 
 } // namespace kest::host

@@ -36,7 +36,8 @@ int systemCalls::control(int descriptor, unsigned long request, std::uintptr_t a
 
 std::string systemCalls::adapterName(unsigned int number)
 {
-    constexpr std::size_t longest = 1 << 16; // what the kernel says of such a file's size is a page
+    // what the kernel says of such a file's size is a page
+    constexpr std::size_t longest = 1 << 16;
     std::vector<std::uint8_t> bytes;
     static_cast<void>(readFile(m_sysfs / "class/i2c-dev" / ("i2c-" + std::to_string(number)) / "name", longest, bytes));
     return {bytes.begin(), std::ranges::find(bytes, '\n')};
@@ -45,7 +46,8 @@ std::string systemCalls::adapterName(unsigned int number)
 std::uint32_t systemCalls::adapterClockHz(unsigned int number)
 {
     constexpr std::size_t longest = 1 << 16;
-    constexpr std::size_t cellBytes = 4; // of a device tree, big-endian
+    // of a device tree, big-endian
+    constexpr std::size_t cellBytes = 4;
     std::vector<std::uint8_t> bytes;
     std::uint32_t hertz = 0;
     static_cast<void>(readFile(
@@ -71,14 +73,19 @@ void systemCalls::pause(std::uint64_t nanoseconds)
 namespace
 {
 
-constexpr std::size_t longestMessage = 8192; // the kernel refuses longer ones
+// the kernel refuses longer ones
+constexpr std::size_t longestMessage = 8192;
 constexpr std::size_t mostMessages = I2C_RDWR_IOCTL_MAX_MSGS;
-constexpr std::uint64_t pauseNs = 200'000; // leaves the bus to others between two questions to a busy device
+// leaves the bus to others between two questions to a busy device
+constexpr std::uint64_t pauseNs = 200'000;
 constexpr unsigned long timeoutUnitMs = 10;
-constexpr unsigned long usualTimeout = 100; // the kernel's, for adapters that set none; it cannot be asked for
+// the kernel's, for adapters that set none; it cannot be asked for
+constexpr unsigned long usualTimeout = 100;
 constexpr std::uint8_t lastBlockLength = I2C_SMBUS_BLOCK_MAX;
-constexpr unsigned int adapterMajor = 89; // the kernel's nodes of adapters; the minor is the adapter's number
-constexpr std::uint64_t usualClockHz = 100'000; // what every device on a bus can do, where the adapter's is not known
+// the kernel's nodes of adapters; the minor is the adapter's number
+constexpr unsigned int adapterMajor = 89;
+// what every device on a bus can do, where the adapter's is not known
+constexpr std::uint64_t usualClockHz = 100'000;
 
 systemCalls kernel;
 std::atomic<systemCalls*> chosen{&kernel};
@@ -235,7 +242,8 @@ int linuxBus::examine(adapterNode& node)
         return errno;
     }
     if (!S_ISCHR(node.about.st_mode)) {
-        return ENOENT; // something else stands where the bus should
+        // something else stands where the bus should
+        return ENOENT;
     }
     if (control(node, I2C_FUNCS, &node.functions) != 0) {
         return errno;
@@ -316,7 +324,8 @@ transferResult linuxBus::transferMessages(std::span<const segment> segments)
     const int moved = control(m_node, I2C_RDWR, &request);
     if (moved < 0) {
         const outcome end =
-            endOf(errno); // an adapter that takes less than the kernel passes on refuses before it sends anything
+            // an adapter that takes less than the kernel passes on refuses before it sends anything
+            endOf(errno);
         return {.end = end == outcome::notSupported ? outcome::tooLong : end};
     }
     return {.end = static_cast<std::size_t>(moved) == count ? outcome::done : outcome::shortTransfer};
@@ -346,7 +355,8 @@ transferResult linuxBus::transferSmbus(std::span<const segment> segments)
         data.byte = sent[1];
         result = smbus(first.address, false, command, I2C_SMBUS_BYTE_DATA, &data);
     } else if (writes && sent.size() == 3 && can(I2C_FUNC_SMBUS_WRITE_WORD_DATA)) {
-        data.word = static_cast<std::uint16_t>(sent[1] | sent[2] << 8); // the low byte goes first
+        // the low byte goes first
+        data.word = static_cast<std::uint16_t>(sent[1] | sent[2] << 8);
         result = smbus(first.address, false, command, I2C_SMBUS_WORD_DATA, &data);
     } else if (writes && sent.size() >= 2 && sent.size() <= lastBlockLength + 1U &&
                can(I2C_FUNC_SMBUS_WRITE_I2C_BLOCK)) {
@@ -401,7 +411,8 @@ transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const t
                            .bytes = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
     transferResult result = transfer({&question, 1}, pace);
     if (result.end == outcome::notAcknowledged) {
-        result.end = outcome::addressNotAcknowledged; // nothing but the address was asked
+        // nothing but the address was asked
+        result.end = outcome::addressNotAcknowledged;
     } else if (result.end == outcome::tooLong) {
         // Some adapters refuse an address alone only when it is sent.
         result.end = outcome::notSupported;

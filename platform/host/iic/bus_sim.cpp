@@ -1,4 +1,5 @@
-/// A bus of the simulated machine. It is as able as a good adapter of the kernel's, so that both kinds of bus see the same pieces.
+/// A bus of the simulated machine. It is as able as a good adapter of the kernel's, so that both kinds of bus see the
+/// same pieces.
 #include "platform/host/iic/bus.h"
 
 #include <algorithm>
@@ -110,7 +111,8 @@ public:
     bool heldByDriver(std::uint8_t /*address*/) override { return false; }
     std::uint64_t nowNs() override { return m_wires->busTimeNs(); }
     void pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
-    [[nodiscard]] std::uint64_t questionPauseNs() const override { return 0; } // its questions take all the bus time
+    // its questions take all the bus time
+    [[nodiscard]] std::uint64_t questionPauseNs() const override { return 0; }
 
 private:
     std::shared_ptr<sim::machine> m_machine;
@@ -126,7 +128,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
     struct stat folder {
     };
     if (machineFolder.empty()) {
-        return ENOENT; // no machine is configured: there is no such bus
+        // no machine is configured: there is no such bus
+        return ENOENT;
     }
     if (stat(machineFolder.c_str(), &folder) != 0) {
         return isShortage(errno) ? ENOMEM : errno == EACCES ? EACCES : ENOENT;
@@ -154,7 +157,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
         }
         return isShortage(error) ? ENOMEM : ENODEV;
     } catch (const std::runtime_error&) {
-        return ENODEV; // the folder is there, but no machine can be made of it
+        // the folder is there, but no machine can be made of it
+        return ENODEV;
     }
     return 0;
 }

@@ -19,8 +19,10 @@ constexpr int setsItem = 2;
 constexpr std::uint16_t longestOffset = 4;
 constexpr std::uint32_t usualBusyWaitMs = 1000;
 constexpr std::size_t lockRecordBytes = 8;
-constexpr std::uint32_t lockKindHub = 0; // host byte order
-constexpr std::uint32_t lockKindRegisters = 2; // big-endian
+// host byte order
+constexpr std::uint32_t lockKindHub = 0;
+// big-endian
+constexpr std::uint32_t lockKindRegisters = 2;
 
 callResult failedWith(int error) { return {.value = -1, .error = error}; }
 
@@ -166,7 +168,8 @@ callResult device::setTarget(std::uint32_t address)
         return failedWith(EINVAL);
     }
     if (m_block.address() != 0 && address != m_block.address()) {
-        return failedWith(ENOSYS); // behind the hub of the block: register transfers don't reach it
+        // behind the hub of the block: register transfers don't reach it
+        return failedWith(ENOSYS);
     }
     m_target = static_cast<std::uint8_t>(address);
     return {};
@@ -222,7 +225,8 @@ int checkBuffer(const void* buffer, unsigned int size, std::uint8_t target)
     if (buffer == nullptr) {
         return EFAULT;
     }
-    const bool countable = size <= static_cast<unsigned int>(std::numeric_limits<int>::max()); // the result is an int
+    // the result is an int
+    const bool countable = size <= static_cast<unsigned int>(std::numeric_limits<int>::max());
     return target == 0 || !countable ? EINVAL : 0;
 }
 
@@ -261,7 +265,8 @@ callResult device::write(const std::uint8_t* buffer, unsigned int size)
 callResult device::reset(int kind)
 {
     const int error = kind == 1 ? errnoOf(m_wires->reset(m_target)) : EINVAL;
-    m_adapterTakes = m_wires->limits(); // a reopened adapter may be another
+    // a reopened adapter may be another
+    m_adapterTakes = m_wires->limits();
     return error == 0 ? callResult{} : failedWith(error);
 }
 

@@ -61,7 +61,8 @@ namespace
 {
 
 constexpr std::size_t longestRecord = 4096;
-constexpr std::size_t longestText = 200; // of a name within it
+// of a name within it
+constexpr std::size_t longestText = 200;
 
 constexpr int recordAttempts = 3;
 constexpr int recordLockAttempts = 50;
@@ -130,7 +131,8 @@ std::string recordText(bus& where, const failureReport& report, const transactio
     do {
         record["transactions"] = notes;
         text =
-            record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace); // names may be of any bytes
+            // names may be of any bytes
+            record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
         if (!notes.empty()) {
             notes.erase(notes.begin());
         }
@@ -155,7 +157,8 @@ public:
     void keep(const std::string& key, const std::string& text)
     {
         const std::lock_guard hold(m_mutex);
-        m_texts.emplace(key, text); // the first stays
+        // the first stays
+        m_texts.emplace(key, text);
     }
     [[nodiscard]] std::string find(const std::string& key)
     {
@@ -213,7 +216,8 @@ bool isNone(int error)
 /// What has a record's name and can't be one: links, pipes, sockets.
 bool canBeNoRecord(int error) { return error == ELOOP || error == ENXIO; }
 
-/// Excludes the others who record a failure. Whoever holds it is about to be done. @return false when it is not had soon
+/// Excludes the others who record a failure. Whoever holds it is about to be done. @return false when it is not had
+/// soon
 bool lockRecord(int descriptor)
 {
     struct flock request {
@@ -228,8 +232,8 @@ bool lockRecord(int descriptor)
     return had;
 }
 
-/// Writes in place: what is there may be another user's, whom a new file would not take the place of in every folder. A text so short gets
-/// there whole or, when the system ends first, as none.
+/// Writes in place: what is there may be another user's, whom a new file would not take the place of in every folder. A
+/// text so short gets there whole or, when the system ends first, as none.
 bool putRecord(int descriptor, const std::filesystem::path& folder, const std::string& text)
 {
     const sim::quietWrites quiet;
@@ -237,7 +241,8 @@ bool putRecord(int descriptor, const std::filesystem::path& folder, const std::s
                          pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
                          fsync(descriptor) == 0 && syncFolder(folder) == 0;
     if (!written) {
-        static_cast<void>(!ftruncate(descriptor, 0)); // part of a record is none: the next failure is welcome
+        // part of a record is none: the next failure is welcome
+        static_cast<void>(!ftruncate(descriptor, 0));
     }
     return written;
 }
@@ -262,7 +267,8 @@ bool writeRecord(const busIdentity& identity, const std::string& name, const std
             return !contentsOf(file.number()).empty() || putRecord(file.number(), identity.folder, text);
         }
     }
-    return false; // dropped again and again while this one was about to be written
+    // dropped again and again while this one was about to be written
+    return false;
 }
 
 } // namespace
@@ -281,7 +287,8 @@ void keepFirstFailure(bus& where, const failureReport& report, const transaction
         if (!writeRecord(identity, recordName(identity, report.target), text)) {
             ownRecords::instance().keep(ownKey(identity, report.target), text);
         }
-    } catch (const std::exception&) { // no memory for it: the failure itself is what the caller must hear of
+    } catch (const std::exception&) {
+        // no memory for it: the failure itself is what the caller must hear of
     }
 }
 
@@ -298,12 +305,14 @@ int dropFirstFailure(const busIdentity& identity, std::uint8_t target)
 {
     const std::string name = recordName(identity, target);
     int error = removeSharedFile(identity, name);
-    if (error == EPERM || error == EACCES) { // another's file, in a folder where only its owner may remove it
+    // another's file, in a folder where only its owner may remove it
+    if (error == EPERM || error == EACCES) {
         const fileDescriptor file(openSharedFile(identity, name, sharedUse::create));
         error = file.valid() && ftruncate(file.number(), 0) == 0 ? 0 : errno;
     }
     const bool own =
-        ownRecords::instance().drop(ownKey(identity, target)); // which it is where the folder can't be used
+        // which it is where the folder can't be used
+        ownRecords::instance().drop(ownKey(identity, target));
     const bool none = own || error == ENOENT || error == ENOTDIR;
     return none ? 0 : errnoOfFolder(error);
 }

@@ -1,4 +1,5 @@
-/// First-failure data: what the layer remembers of a device's last bus transactions, and the record of the first failure.
+/// First-failure data: what the layer remembers of a device's last bus transactions, and the record of the first
+/// failure.
 #pragma once
 
 #include <array>
@@ -52,7 +53,8 @@ struct failureReport {
 /// Name of an errno that the layer answers, "E?" for another.
 const char* errnoName(int error);
 
-/// Keeps the report when the bus and address have none yet. Never fails: what can't be kept in a file is kept in this process.
+/// Keeps the report when the bus and address have none yet. Never fails: what can't be kept in a file is kept in this
+/// process.
 void keepFirstFailure(bus& where, const failureReport& report, const transactionHistory& history);
 /// @param[out] text  whole JSON text of at most 4 KiB, empty when there is none
 /// @return 0, or the errno of what stands in the way of finding out

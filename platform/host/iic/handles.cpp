@@ -14,8 +14,10 @@ namespace kest::host::iic
 namespace
 {
 
-constexpr std::uint32_t ticketMark = 0x4949431; // no open handle is all zeros, nor MERN_INVALID
-constexpr std::size_t generation = 2; // word of a ticket
+// no open handle is all zeros, nor MERN_INVALID
+constexpr std::uint32_t ticketMark = 0x4949431;
+// word of a ticket
+constexpr std::size_t generation = 2;
 
 [[maybe_unused]] const handleTable& madeAtLoad = handleTable::instance();
 
@@ -26,7 +28,8 @@ std::span<const std::uint32_t> telling(const mern_t& handle) { return std::span(
 
 handleTable& handleTable::instance()
 {
-    static auto* table = new handleTable; // lives as long as the process: static destructors may still close devices
+    // lives as long as the process: static destructors may still close devices
+    static auto* table = new handleTable;
     return *table;
 }
 
@@ -35,7 +38,8 @@ handleTable::handleTable() { watchForks<handleTable>(); }
 mern_t handleTable::add(std::shared_ptr<device> opened)
 {
     const std::lock_guard hold(m_mutex);
-    if (m_places.empty()) { // not while the program is loaded, which a source that fails would end
+    // not while the program is loaded, which a source that fails would end
+    if (m_places.empty()) {
         std::random_device source;
         m_process[0] = source();
         m_process[1] = source();
@@ -88,11 +92,13 @@ void handleTable::afterFork(bool inChild)
             each.occupant->mutex.unlock();
         } else if (inChild && each.occupant != nullptr) {
             ++each.ticket.words
-                  [generation]; // nobody has this ticket, and the place stays taken: the device can't even be destroyed
+                  // nobody has this ticket, and the place stays taken: the device can't even be destroyed
+                  [generation];
         }
         each.heldForFork = false;
     }
-    if (inChild) { // the parent must not take the child's tickets for its own
+    // the parent must not take the child's tickets for its own
+    if (inChild) {
         m_process[0] = m_process[0] * 31 + static_cast<std::uint32_t>(getpid());
     }
     m_mutex.unlock();

@@ -80,7 +80,8 @@ void keepAccount(device& opened, const char* operation, bool recorded, const cal
             opened.keepFailure(operation, result);
         }
         traceFailure(operation, opened, result);
-    } catch (const std::exception&) { // there is no memory to keep it in
+    } catch (const std::exception&) {
+        // there is no memory to keep it in
     }
 }
 
@@ -194,7 +195,8 @@ int mern_iic_close(mern_t& handle)
         return -1;
     }
     {
-        const std::lock_guard hold(opened->mutex); // waits for a call of another thread
+        // waits for a call of another thread
+        const std::lock_guard hold(opened->mutex);
         opened->close();
         traceDone("close", *opened, {});
     }

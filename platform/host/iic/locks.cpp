@@ -28,8 +28,9 @@ namespace
 
 constexpr std::chrono::microseconds pollInterval{100};
 
-// The bytes of a lock file: one for each address, their turnstiles, one for each address that is being written, their turnstiles.
-constexpr off_t turnstiles = 256; // behind the bytes that they are for
+// The bytes of a lock file: one for each address, their turnstiles, one for each address that is being written, their
+// turnstiles. behind the bytes that they are for
+constexpr off_t turnstiles = 256;
 constexpr off_t writes = 512;
 
 lockClock systemClock;
@@ -96,13 +97,15 @@ int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds
     const std::string name = lockFileName(m_identity);
     const auto deadline = chosen.load()->now() + timeout;
     int error = 0;
-    bool met = false; // whether others will meet the lock
+    // whether others will meet the lock
+    bool met = false;
     while (error == 0 && !met) {
         const bool opened = file.open([&] { return openSharedFile(m_identity, name, sharedUse::create); });
         error = opened ? takeInTurn(file.number(), byte, deadline) : errnoOfFolder(errno);
         met = error == 0 && isSharedFile(m_identity, name, file.number());
         if (error == 0 && !met && chosen.load()->now() >= deadline) {
-            error = EBUSY; // exchanged meanwhile, and no time is left for the new one
+            // exchanged meanwhile, and no time is left for the new one
+            error = EBUSY;
         }
     }
     if (error != 0) {
@@ -122,7 +125,8 @@ int addressLocks::unlock(std::uint8_t address)
     const auto held = m_held.find(address);
     int error = EINVAL;
     if (held != m_held.end() && held->second.valid()) {
-        error = setLock(held->second.number(), F_UNLCK, address); // a stray copy of the descriptor must not keep it
+        // a stray copy of the descriptor must not keep it
+        error = setLock(held->second.number(), F_UNLCK, address);
         held->second.close();
     }
     return error;
@@ -133,7 +137,8 @@ bool addressLocks::beginWrite(std::uint8_t address, std::chrono::milliseconds ti
     m_writingByte = writes + address;
     try {
         return take(m_writing, m_writingByte, timeout) != EBUSY;
-    } catch (const std::exception&) { // no memory: no file can be had
+    } catch (const std::exception&) {
+        // no memory: no file can be had
         return true;
     }
 }
@@ -153,9 +158,11 @@ bool addressLocks::isWrittenByAnother(std::uint8_t address) const
     }
     try {
         const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
-        struct flock request = byteLock(F_RDLCK, writes + address); // what a writer's lock excludes
+        // what a writer's lock excludes
+        struct flock request = byteLock(F_RDLCK, writes + address);
         return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
-    } catch (const std::exception&) { // no memory: nobody can be asked, and the transfer's own end counts
+    } catch (const std::exception&) {
+        // no memory: nobody can be asked, and the transfer's own end counts
         return false;
     }
 }

@@ -27,9 +27,10 @@ void useLockClock(lockClock* clock);
 
 /// The locks that one handle holds. They end with it, and with the process.
 ///
-/// One file for each bus, one byte for each address, locked through an open file description for each lock: the kernel lets go of it when
-/// its holder dies. A second byte for each address is a turnstile: each waiter for an address holds its turnstile, so one who has just let
-/// go must queue behind. The layer's own locks on addresses that are being written have bytes and turnstiles of the same kind behind those.
+/// One file for each bus, one byte for each address, locked through an open file description for each lock: the kernel
+/// lets go of it when its holder dies. A second byte for each address is a turnstile: each waiter for an address holds
+/// its turnstile, so one who has just let go must queue behind. The layer's own locks on addresses that are being
+/// written have bytes and turnstiles of the same kind behind those.
 class addressLocks
 {
 public:
@@ -39,12 +40,14 @@ public:
     ~addressLocks() { releaseAll(); }
 
     /// Takes an advisory lock.
-    /// @return 0; EBUSY when not had within `timeout`; EDEADLK when held already; EACCES, ENOMEM or EIO when the file can't be had
+    /// @return 0; EBUSY when not had within `timeout`; EDEADLK when held already; EACCES, ENOMEM or EIO when the file
+    /// can't be had
     int lock(std::uint8_t address, std::chrono::milliseconds timeout);
     /// @return 0; EINVAL when not held; EIO when the file refuses
     int unlock(std::uint8_t address);
 
-    /// Keeps other writers away from an address until endWrite(). Where no file or memory can be had it is written without.
+    /// Keeps other writers away from an address until endWrite(). Where no file or memory can be had it is written
+    /// without.
     /// @return whether it may be written; false when another wrote to it for all of `timeout`
     bool beginWrite(std::uint8_t address, std::chrono::milliseconds timeout);
     void endWrite();

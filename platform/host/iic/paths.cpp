@@ -11,7 +11,8 @@ namespace
 constexpr std::string_view linuxPrefix = "/dev/i2c-";
 constexpr std::string_view simulatedPrefix = "sim:";
 constexpr std::size_t longestPath = 255;
-constexpr unsigned int highestNumber = (1U << 20) - 1; // as many as the kernel's minor numbers
+// as many as the kernel's minor numbers
+constexpr unsigned int highestNumber = (1U << 20) - 1;
 
 /// The whole text as an unsigned number without sign, blanks or leading zeros.
 bool parseNumber(std::string_view text, int base, unsigned int& number)
@@ -54,7 +55,8 @@ int parseDevicePath(std::string_view text, devicePath& path)
 
 int openBusOf(const devicePath& path, NodeType node, const configuration& settings, std::shared_ptr<bus>& opened)
 {
-    nodeMapping where; // of the local node: nothing is put ahead of a path, and buses are the machine's own
+    // of the local node: nothing is put ahead of a path, and buses are the machine's own
+    nodeMapping where;
     if (node != -1) {
         if (node < 0 || node >= static_cast<NodeType>(settings.nodes.size())) {
             return ENODEV;

@@ -29,24 +29,27 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
     struct stat about {
     };
     if (fstat(descriptor, &about) != 0 || (!root && about.st_uid != geteuid()) ||
-        (S_ISREG(about.st_mode) && about.st_nlink != 1)) { // a second name may be one of another's file
+        // a second name may be one of another's file
+        (S_ISREG(about.st_mode) && about.st_nlink != 1)) {
         return false;
     }
     const bool strange = root && (about.st_gid != identity.group || (about.st_uid == 0 && identity.owner != 0));
-    if (strange) { // root's own become the owner's, those of others stay theirs
+    // root's own become the owner's, those of others stay theirs
+    if (strange) {
         const uid_t owner = about.st_uid == 0 ? identity.owner : static_cast<uid_t>(-1);
         about.st_gid = fchown(descriptor, owner, identity.group) == 0 ? identity.group : about.st_gid;
     }
     const mode_t wanted = about.st_gid == identity.group ? mode : withoutGroup(mode);
     const bool other = (about.st_mode & permissionBits) != wanted;
     if (other && fchmod(descriptor, wanted) != 0) {
-        static_cast<void>(fchmod(descriptor, wanted & ~mode_t{S_ISGID})); // that bit may not be given everywhere
+        // that bit may not be given everywhere
+        static_cast<void>(fchmod(descriptor, wanted & ~mode_t{S_ISGID}));
     }
     return other || strange;
 }
 
-/// Who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may write, everybody's files
-/// are safe from the others.
+/// Who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may write,
+/// everybody's files are safe from the others.
 mode_t folderMode(mode_t files)
 {
     const mode_t writers = files & 0222U;
@@ -102,8 +105,8 @@ int openFolder(const busIdentity& identity, fileDescriptor& folder)
     return isTrusted(link.st_uid, identity) && isTrusted(about.st_uid, identity) && !canBeExchanged(about) ? 0 : EPERM;
 }
 
-/// Opens the folder, and makes it when it is missing. It then belongs to those who may use the bus; those above it that are missing are the
-/// maker's, and everybody may pass through them.
+/// Opens the folder, and makes it when it is missing. It then belongs to those who may use the bus; those above it that
+/// are missing are the maker's, and everybody may pass through them.
 int makeSharedFolder(const busIdentity& identity, fileDescriptor& folder)
 {
     int error = openFolder(identity, folder);
@@ -142,9 +145,11 @@ int openIn(const fileDescriptor& folder, const busIdentity& identity, const std:
     if (descriptor < 0 && errno == ENOENT && use == sharedUse::create) {
         descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual | O_CREAT | O_EXCL, identity.mode));
         if (descriptor >= 0) {
-            static_cast<void>(share(descriptor, identity, identity.mode)); // whatever the umask
+            // whatever the umask
+            static_cast<void>(share(descriptor, identity, identity.mode));
         } else if (errno == EEXIST) {
-            descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual)); // another process was faster
+            // another process was faster
+            descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual));
         }
     }
     return descriptor;

@@ -1,10 +1,11 @@
 /// The folder in which the users of a bus meet: lock files and first-failure data.
 ///
-/// Who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID bit, its group. Only root gives
-/// files to another group or owner; nobody else asks for that, since a service may be ended for asking.
+/// Who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID bit, its
+/// group. Only root gives files to another group or owner; nobody else asks for that, since a service may be ended for
+/// asking.
 ///
-/// A folder is used when it belongs to root, to the process's own user or to `busIdentity::owner`, and when not everybody may exchange what
-/// others have in it. Elsewhere every file is refused with EPERM.
+/// A folder is used when it belongs to root, to the process's own user or to `busIdentity::owner`, and when not
+/// everybody may exchange what others have in it. Elsewhere every file is refused with EPERM.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +16,8 @@
 namespace kest::host::iic
 {
 
-/// What the layer reports for an errno that stands in the way of the folder or a file of it: the system's own may mean something else to
-/// the layer's callers. @return 0, EACCES, ENOMEM or EIO
+/// What the layer reports for an errno that stands in the way of the folder or a file of it: the system's own may mean
+/// something else to the layer's callers. @return 0, EACCES, ENOMEM or EIO
 int errnoOfFolder(int error);
 
 enum class sharedUse : std::uint8_t {
@@ -24,8 +25,8 @@ enum class sharedUse : std::uint8_t {
     create, ///< for reading and writing; made with the bus's permissions when missing, as is the folder
 };
 
-/// Opens a regular file of the folder, close-on-exec, never through a symbolic link. Root mends the permissions of the bus's files when they
-/// are not the node's any more.
+/// Opens a regular file of the folder, close-on-exec, never through a symbolic link. Root mends the permissions of the
+/// bus's files when they are not the node's any more.
 /// @return a descriptor, or -1 with `errno`: ENXIO when something else than a file has the name
 int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use);
 

@@ -87,7 +87,8 @@ void listSimulated(const configuration& settings, const std::string& node, std::
              sim::openMachine(settings.machineFolder, settings.machineRealTime)->busNames(node)) {
             paths.push_back("sim:" + name);
         }
-    } catch (const std::runtime_error&) { // opening one of its buses will say what is wrong
+    } catch (const std::runtime_error&) {
+        // opening one of its buses will say what is wrong
     }
 }
 

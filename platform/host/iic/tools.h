@@ -42,7 +42,8 @@ public:
     static std::unique_ptr<toolBus> open(const std::string& path, NodeType node, int& error);
     ~toolBus();
 
-    /// Asks every address from firstScanned to lastScanned once, by the way that is safe for it; doesn't wait for a busy device.
+    /// Asks every address from firstScanned to lastScanned once, by the way that is safe for it; doesn't wait for a
+    /// busy device.
     std::vector<scanResult> scan();
     /// Asks one address, likewise. @param address  8-bit form, even, not 0
     scanResult probe(std::uint8_t address);
@@ -59,7 +60,8 @@ private:
     std::shared_ptr<bus> m_wires;
 };
 
-/// Why the locks of a bus are refused to everybody, and the command that makes it right; empty when they are not, or there is no such bus.
+/// Why the locks of a bus are refused to everybody, and the command that makes it right; empty when they are not, or
+/// there is no such bus.
 std::string lockFolderTrouble(const std::string& path, NodeType node);
 
 /// Paths of the buses of a node: those of the simulated machine, and the `/dev/i2c-N` that exist. Sorted.

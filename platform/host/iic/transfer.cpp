@@ -17,22 +17,31 @@ namespace
 
 constexpr std::uint64_t nsPerMs = 1'000'000;
 constexpr std::uint64_t msPerSecond = 1000;
-constexpr std::uint64_t shortestCycleMs = 50; // a device may be waited for that long whatever its block promises
-constexpr std::uint64_t cyclesToWait = 4; // of what the block promises
-constexpr std::uint32_t longestForeignWriteMs = 10'000; // by far more than the pages of the largest chip take
-constexpr std::uint64_t longestStartMs = 50; // for a target that does not answer at the start
-constexpr std::size_t hubBytes = 256; // what a hub takes after its address
+// a device may be waited for that long whatever its block promises
+constexpr std::uint64_t shortestCycleMs = 50;
+// of what the block promises
+constexpr std::uint64_t cyclesToWait = 4;
+// by far more than the pages of the largest chip take
+constexpr std::uint32_t longestForeignWriteMs = 10'000;
+// for a target that does not answer at the start
+constexpr std::uint64_t longestStartMs = 50;
+// what a hub takes after its address
+constexpr std::size_t hubBytes = 256;
 constexpr std::size_t mostOffsetBytes = 4;
 constexpr std::uint64_t closelyAskedNs = 10 * nsPerMs;
 constexpr std::uint64_t shortestBusyPauseNs =
-    nsPerMs / 20; // before a lost arbitration is tried again; doubles each time
+    // before a lost arbitration is tried again; doubles each time
+    nsPerMs / 20;
 constexpr std::uint64_t longestBusyPauseNs = 10 * nsPerMs;
-constexpr unsigned int doubtfulSends = 3; // transactions refused although the address alone is answered
+// transactions refused although the address alone is answered
+constexpr unsigned int doubtfulSends = 3;
 // Controllers' drivers give up a transfer after a time of their own, often 1 s, and the bus is held meanwhile.
 constexpr std::uint64_t longestTransactionMs = 250;
-constexpr std::uint64_t bitsOfStart = 1; // a repeated one, too
+// a repeated one, too
+constexpr std::uint64_t bitsOfStart = 1;
 constexpr std::uint64_t bitsOfStop = 1;
-constexpr std::uint64_t bitsOfByte = 9; // with its acknowledge
+// with its acknowledge
+constexpr std::uint64_t bitsOfByte = 9;
 
 bool throughHub(const transferSettings& settings) { return settings.offsetLength >= 3; }
 
@@ -179,7 +188,8 @@ outcome conversation::withinBusyWait(Act act)
     return end;
 }
 
-/// Want of memory in the middle of a transfer is its end like any other: the caller gets the count of what was moved before.
+/// Want of memory in the middle of a transfer is its end like any other: the caller gets the count of what was moved
+/// before.
 template <typename Act>
 transferResult conversation::attempt(Act act)
 {
@@ -232,9 +242,9 @@ outcome conversation::ask()
     });
 }
 
-/// At the end of a window for an answer. While another handle writes pages the target is silent for a good reason: it gets a window more,
-/// and one after that. It gets one also when that handle was done only after the last question. Without a time-out of the transfer's own
-/// there is an end to it, too.
+/// At the end of a window for an answer. While another handle writes pages the target is silent for a good reason: it
+/// gets a window more, and one after that. It gets one also when that handle was done only after the last question.
+/// Without a time-out of the transfer's own there is an end to it, too.
 bool conversation::opensAgain(std::uint64_t& startedNs, std::uint64_t& windowNs)
 {
     const bool wasBusy = m_busyWithAnother;
@@ -259,7 +269,8 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
 {
     std::uint64_t startedNs = m_nowNs;
     const bool writes = segments.front().way == direction::write;
-    unsigned int refused = 1; // sent although the target answers
+    // sent although the target answers
+    unsigned int refused = 1;
     transferResult result = send(segments);
     if (isSilence(result.end)) {
         noteOtherWriter();
@@ -275,7 +286,8 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
         } else if (expired()) {
             break;
         } else if (answer == outcome::done) {
-            result = send(segments); // also when the window has passed meanwhile
+            // also when the window has passed meanwhile
+            result = send(segments);
         } else if (answer != outcome::notSupported && !isSilence(answer)) {
             result.end = answer;
         } else if (m_nowNs - startedNs >= windowNs && !opensAgain(startedNs, windowNs)) {
@@ -346,7 +358,8 @@ bool takeLess(transferLimits& takes, const transferSettings& settings, std::span
 /// Whether a transfer can be made as asked, before anything is sent. @return 0, EINVAL or ENOSYS
 int checkTransfer(const transferSettings& settings, const transferLimits& limits, bool read, std::size_t length)
 {
-    const std::size_t fits = read ? limits.readBytes : limits.writeBytes; // into one message
+    // into one message
+    const std::size_t fits = read ? limits.readBytes : limits.writeBytes;
     const std::uint32_t start = settings.position & countingMask(settings);
     if (settings.offsetLength == 0) {
         return length > fits ? EINVAL : 0;
@@ -370,7 +383,8 @@ std::size_t bytesInTime(std::uint64_t clockHz, const transferSettings& settings,
 {
     const std::uint64_t mostBits = clockHz * longestTransactionMs / msPerSecond;
     const std::uint64_t offsetBits = bitsOfStart + bitsOfByte * (1U + settings.offsetLength) + bitsOfStop;
-    const std::uint64_t headBits = bitsOfStart + bitsOfByte; // of each read message: repeated START and address
+    // of each read message: repeated START and address
+    const std::uint64_t headBits = bitsOfStart + bitsOfByte;
     const std::uint64_t messageBits = headBits + bitsOfByte * messageBytes;
     const std::uint64_t dataBits = mostBits - std::min(mostBits, offsetBits);
     const std::uint64_t lastBits = dataBits % messageBits;
@@ -501,7 +515,8 @@ int reading::readHubPiece()
         m_data[0] = wanted[0];
     }
     if (received != 0 && wanted[0] != 0) {
-        return ENODATA; // what follows a status is no data then
+        // what follows a status is no data then
+        return ENODATA;
     }
     if (received > dropped) {
         std::ranges::copy(wanted.first(received).subspan(dropped),
@@ -647,10 +662,12 @@ std::uint32_t positionAfter(const transferSettings& settings, bool read, std::si
 {
     std::uint32_t position = settings.position;
     if (throughHub(settings)) {
-        position = positionPlus(settings, read ? length - 1 : length); // a status byte is none of the device's
+        // a status byte is none of the device's
+        position = positionPlus(settings, read ? length - 1 : length);
     } else if (settings.offsetLength != 0) {
         position += static_cast<std::uint32_t>(
-            length); // past the end it stays there: wrapped, the next write would overwrite the start
+            // past the end it stays there: wrapped, the next write would overwrite the start
+            length);
     }
     return position;
 }

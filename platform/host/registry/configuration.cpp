@@ -31,9 +31,11 @@ constexpr const char* systemFile = "/etc/kest/kest.toml";
 constexpr const char* systemState = "/var/lib/kest";
 constexpr const char* systemSocket = "/run/kest/kestd.socket";
 constexpr std::size_t longestFileBytes = 1 << 20;
-constexpr std::size_t longestFoundBytes = 60; // of a wrong value that is shown
+// of a wrong value that is shown
+constexpr std::size_t longestFoundBytes = 60;
 constexpr std::size_t longestPathBytes = 4095;
-constexpr std::size_t longestSocketBytes = 107; // what a socket address holds
+// what a socket address holds
+constexpr std::size_t longestSocketBytes = 107;
 constexpr std::size_t longestLocation = 255;
 constexpr std::size_t longestNameBytes = 63;
 constexpr std::size_t longestRegistryText = 4096;
@@ -429,14 +431,16 @@ void fileReader::read(std::string_view source)
     }
 }
 
-/// @return the value of an environment variable, null when it is unset or empty or the process may not trust its environment
+/// @return the value of an environment variable, null when it is unset or empty or the process may not trust its
+/// environment
 const char* environment(const char* name)
 {
     const char* value = secure_getenv(name);
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
-/// Where state lives when nothing is configured: the system's folder for root and for whoever has been given it, else the user's own.
+/// Where state lives when nothing is configured: the system's folder for root and for whoever has been given it, else
+/// the user's own.
 std::filesystem::path defaultStateFolder()
 {
     const char* state = environment("XDG_STATE_HOME");
@@ -545,7 +549,8 @@ const reading& currentReading()
             }
         }
         if (first) {
-            useTraceFolder(found->value.traceFolder); // without the lock: it takes another
+            // without the lock: it takes another
+            useTraceFolder(found->value.traceFolder);
         }
     }
     return *found;
@@ -619,7 +624,8 @@ std::string reloadConfiguration() noexcept
     try {
         return reload();
     } catch (const std::exception&) {
-        return "no memory"; // short enough to need none
+        // short enough to need none
+        return "no memory";
     }
 }
 

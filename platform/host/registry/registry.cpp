@@ -42,7 +42,8 @@ finding find(const char* key, const void* buffer, unsigned int room)
         return {badArgument, value};
     }
     if (!fileError.empty()) {
-        return {fileNotUsable, value, &fileError}; // a default in place of a value that was meant would go unnoticed
+        // a default in place of a value that was meant would go unnoticed
+        return {fileNotUsable, value, &fileError};
     }
     if (value == nullptr) {
         return {keyUnknown};
@@ -63,7 +64,8 @@ ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool
     finding found{noMemory};
     try {
         found = find(key, buffer, size);
-    } catch (const std::exception&) { // it stays at that
+    } catch (const std::exception&) {
+        // it stays at that
     }
     const auto bytes = found.value != nullptr ? static_cast<unsigned int>(found.value->size()) : 0;
     if (found.reason == none) {

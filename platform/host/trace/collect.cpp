@@ -11,7 +11,8 @@ namespace kest::host
 
 std::string collectTrace(const char* name, unsigned bytes)
 {
-    constexpr std::size_t dataBytes = 16; // of a binary record: entries have little room
+    // of a binary record: entries have little room
+    constexpr std::size_t dataBytes = 16;
     std::vector<std::string> lines;
     std::size_t used = 0;
     readLatest(copyRing(name), [&](const traceRecord& record) {

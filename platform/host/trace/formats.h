@@ -1,4 +1,5 @@
-/// The printf conversions that trace formats may use: one parser for the writer, which stores arguments, and the reader, which formats them.
+/// The printf conversions that trace formats may use: one parser for the writer, which stores arguments, and the
+/// reader, which formats them.
 #pragma once
 
 namespace kest::host::trace

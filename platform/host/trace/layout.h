@@ -1,7 +1,7 @@
 /// How a trace ring lies in memory and in its file. docs/trace-format.md describes the same bytes for readers.
 ///
-/// All words are 32 bits wide in the byte order of the machine that wrote them; the header's order word tells which. Shared words are
-/// accessed as 32-bit atomics, which are lock-free everywhere.
+/// All words are 32 bits wide in the byte order of the machine that wrote them; the header's order word tells which.
+/// Shared words are accessed as 32-bit atomics, which are lock-free everywhere.
 #pragma once
 
 #include <cstddef>

@@ -59,8 +59,8 @@ laneRecords findRecords(laneBytes lane, std::uint32_t position, std::uint32_t se
     if (positionIndex(position) >= lane.units) {
         return result;
     }
-    // The oldest bytes are those just ahead of the position, one lap ago. Their first record is overwritten in part as a rule; in the
-    // first lap there is nothing there.
+    // The oldest bytes are those just ahead of the position, one lap ago. Their first record is overwritten in part as
+    // a rule; in the first lap there is nothing there.
     const std::uint32_t index = positionIndex(position);
     bool inStep = false;
     std::uint32_t skipped = 0;

@@ -133,7 +133,8 @@ std::string printfConversion(const conversion& wanted, const char* letters)
 template <typename Value>
 std::string printed(const std::string& format, Value value)
 {
-    std::array<char, 2 * maximumWidth + 64> buffer{}; // wider than any width or precision with its digits
+    // wider than any width or precision with its digits
+    std::array<char, 2 * maximumWidth + 64> buffer{};
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int length = std::snprintf(buffer.data(), buffer.size(), format.c_str(), value);
@@ -486,7 +487,8 @@ std::vector<ringInfo> listRings(const std::filesystem::path& folder)
 
 void waitForRings()
 {
-    constexpr int ms = 50; // a ring takes less than one to make
+    // a ring takes less than one to make
+    constexpr int ms = 50;
     poll(nullptr, 0, ms);
 }
 

@@ -50,7 +50,8 @@ ringContents readRing(const std::filesystem::path& file);
 /// Reads a ring's bytes. @param image  as in a file
 ringContents readRingImage(std::span<const std::uint8_t> image);
 
-/// Reads a ring's bytes from the latest record backwards. A record is formatted when its turn has come, so that those nobody wants cost
+/// Reads a ring's bytes from the latest record backwards. A record is formatted when its turn has come, so that those
+/// nobody wants cost
 /// little. None when the bytes are no ring. @param image  as in a file. @param wanted  takes a record; returns whether it wants another
 void readLatest(std::span<const std::uint8_t> image, const std::function<bool(const traceRecord&)>& wanted);
 
@@ -66,8 +67,9 @@ struct ringList {
 /// Waits a moment.
 void waitForRings();
 
-/// Lists the rings of a folder, and what there is beside them. A file that is being made looks damaged for a moment: what can't be read is
-/// looked at again after `pause`. Files that go meanwhile, and a folder that is not there, are nobody's mistake and not in the list.
+/// Lists the rings of a folder, and what there is beside them. A file that is being made looks damaged for a moment:
+/// what can't be read is looked at again after `pause`. Files that go meanwhile, and a folder that is not there, are
+/// nobody's mistake and not in the list.
 ringList listRingsAndOthers(const std::filesystem::path& folder, const std::function<void()>& pause = waitForRings);
 
 /// All that one process traced into a folder, over all its buffers, oldest first.
@@ -76,7 +78,8 @@ std::vector<traceRecord> readProcess(const std::filesystem::path& folder, std::u
 /// Records whose texts this process has made, for tests that hold how much work a reading is. Counts modulo 2^32.
 std::uint32_t recordsFormatted();
 
-/// One line without its end: time of day (UTC), thread, hash, source line, text; " name size: bytes in hex" for binary data.
+/// One line without its end: time of day (UTC), thread, hash, source line, text; " name size: bytes in hex" for binary
+/// data.
 /// @param dataBytes  so many bytes of binary data at most; what is left out is marked by "..."
 std::string renderRecord(const traceRecord& record, std::size_t dataBytes = SIZE_MAX);
 

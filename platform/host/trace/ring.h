@@ -12,8 +12,8 @@
 namespace kest::host::trace
 {
 
-/// One lane: a position word and `laneUnits` units of records. Any number of threads may append and read at the same time; a thread that
-/// is stopped halfway costs its own record and those it tears, which their check words show.
+/// One lane: a position word and `laneUnits` units of records. Any number of threads may append and read at the same
+/// time; a thread that is stopped halfway costs its own record and those it tears, which their check words show.
 class ringLane
 {
 public:
@@ -27,7 +27,8 @@ public:
         const auto units = static_cast<std::uint32_t>(count * sizeof *record / unitBytes);
         std::uint32_t at = position().load(std::memory_order_relaxed);
         do {
-            if (positionIndex(at) >= laneUnits) { // frozen; or scribbled over, and no write may follow that
+            // frozen; or scribbled over, and no write may follow that
+            if (positionIndex(at) >= laneUnits) {
                 return false;
             }
         } while (!position().compare_exchange_weak(at, advanced(at, units, laneUnits), std::memory_order_acq_rel,

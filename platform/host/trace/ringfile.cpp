@@ -28,7 +28,8 @@ namespace kest::host::trace
 namespace
 {
 
-/// A lock of the open file, not of the process: gone at once when the process dies, and not shared by its children, who close the file.
+/// A lock of the open file, not of the process: gone at once when the process dies, and not shared by its children, who
+/// close the file.
 struct flock wholeFile(short type)
 {
     struct flock lock {
@@ -80,7 +81,8 @@ std::vector<agedFile> ringFilesIn(int folder)
     for (const dirent* entry = nullptr; listing != nullptr && (entry = readdir(listing.get())) != nullptr;) {
         struct stat facts {
         };
-        if (std::string_view(entry->d_name).ends_with(ringFileSuffix) && // another process may be tidying up, too
+        // another process may be tidying up, too
+        if (std::string_view(entry->d_name).ends_with(ringFileSuffix) &&
             fstatat(folder, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) == 0) {
             files.push_back(
                 {facts.st_mtim.tv_sec * std::int64_t{1'000'000'000} + facts.st_mtim.tv_nsec, entry->d_name});
@@ -108,7 +110,8 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         return file;
     }
     const fileDescriptor place = openFolder(folder);
-    if (place.valid()) { // root's get the folder's owner: the service tidies up what root's tools leave there
+    // root's get the folder's owner: the service tidies up what root's tools leave there
+    if (place.valid()) {
         file.descriptor = createFileIn(place.number(), nameIn(file.path), O_RDWR, 0640).release();
     }
     if (file.descriptor >= 0 && !prepare(file, bytes)) {
@@ -135,7 +138,8 @@ void removeRingFile(ringFileHandle& file) noexcept
         try {
             const fileDescriptor place = openFolder(std::filesystem::path(file.path).parent_path());
             unlinkat(place.number(), nameIn(file.path), 0);
-        } catch (const std::exception&) { // then it lies there as a dead process's
+        } catch (const std::exception&) {
+            // then it lies there as a dead process's
         }
     }
     closeRingFile(file);

@@ -58,7 +58,8 @@ bool isUsableName(const char* name)
     constexpr char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
     const std::size_t length = name == nullptr ? 0 : std::strlen(name);
     return length > 0 && length <= maximumNameBytes &&
-           std::strspn(name, letters) == length; // it becomes part of a file name
+           // it becomes part of a file name
+           std::strspn(name, letters) == length;
 }
 
 std::uint64_t clockNow(clockid_t clock)
@@ -127,8 +128,8 @@ std::vector<std::uint8_t> imageOf(storage& source, const trace_wobu_buffer& ring
     return image;
 }
 
-/// Copies the lines that reached `from` too late to be in `earlier`, an image of it. Waits a moment for writers that had reserved
-/// their place there before it was frozen.
+/// Copies the lines that reached `from` too late to be in `earlier`, an image of it. Waits a moment for writers that
+/// had reserved their place there before it was frozen.
 void copyLatecomers(storage& to, storage& from, const std::uint32_t (&ends)[laneCount],
                     const std::vector<std::uint8_t>& earlier, const trace_wobu_buffer& ring)
 {
@@ -159,7 +160,8 @@ void copyLatecomers(storage& to, storage& from, const std::uint32_t (&ends)[lane
 void moveRing(trace_wobu_buffer& ring, storage& to)
 {
     storage* const place = ring.place.load(std::memory_order_acquire);
-    if (place == nullptr) { // there was no memory for it after a fork
+    // there was no memory for it after a fork
+    if (place == nullptr) {
         ring.place.store(&to, std::memory_order_release);
         return;
     }
@@ -184,7 +186,8 @@ void moveRing(trace_wobu_buffer& ring, storage& to)
 int tryFile(trace_wobu_buffer& ring, ringFileHandle& file)
 {
     try {
-        (void)makeFolders(everything.folder); // what matters is whether files can be made in it
+        // what matters is whether files can be made in it
+        (void)makeFolders(everything.folder);
         file = createRingFile(everything.folder, ring.name, storageBytes(ring));
         if (file.memory == nullptr) {
             return errno;
@@ -193,7 +196,8 @@ int tryFile(trace_wobu_buffer& ring, ringFileHandle& file)
         fillHeader(to->header, ring);
         moveRing(ring, *to);
         return 0;
-    } catch (const std::exception&) { // no memory, and nothing has moved yet
+    } catch (const std::exception&) {
+        // no memory, and nothing has moved yet
         return ENOMEM;
     }
 }
@@ -203,7 +207,8 @@ void moveToFile(trace_wobu_buffer& ring) noexcept
     ringFileHandle file;
     const int error = tryFile(ring, file);
     if (error == 0) {
-        std::swap(ring.file, file); // the one in an earlier folder goes; its lines are in the new one
+        // the one in an earlier folder goes; its lines are in the new one
+        std::swap(ring.file, file);
     } else {
         trace_wobu_write_all(&ring, messageHash("no file for the ring"), " %s,%s,%d", __LINE__, 0, "useTraceFolder",
                              everything.folder, error);
@@ -215,7 +220,8 @@ void tidyUp(const std::filesystem::path& folder) noexcept
 {
     try {
         removeOldRings(folder);
-    } catch (const std::exception&) { // the next process has memory for it
+    } catch (const std::exception&) {
+        // the next process has memory for it
     }
 }
 

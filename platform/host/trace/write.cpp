@@ -1,4 +1,5 @@
-/// The two write functions. They run everywhere, at any time: no lock, no allocation, no system call, `errno` untouched.
+/// The two write functions. They run everywhere, at any time: no lock, no allocation, no system call, `errno`
+/// untouched.
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -195,7 +196,8 @@ void putArguments(draft& record, const char* format, std::va_list& arguments)
     }
 }
 
-/// A binary record's header often begins as the library's own: size, tag "FD", hash and line, which then find the record as for texts.
+/// A binary record's header often begins as the library's own: size, tag "FD", hash and line, which then find the
+/// record as for texts.
 struct binaryHead {
     std::uint16_t size, tag;
     std::uint32_t hash, line;

@@ -19,7 +19,8 @@ namespace
 
 constexpr const char* lockName = ".lock";
 
-/// A root is names of letters, digits, '_' and '-', parted by single slashes: nothing of it leads out of the state folder.
+/// A root is names of letters, digits, '_' and '-', parted by single slashes: nothing of it leads out of the state
+/// folder.
 bool wellFormed(std::string_view root)
 {
     constexpr std::size_t longestRoot = 255;
@@ -35,7 +36,8 @@ std::filesystem::path folderOf(std::string_view root) { return currentConfigurat
 
 std::filesystem::path fileOf(std::string_view root, std::uint32_t number)
 {
-    std::string file = currentConfiguration().stateFolder.native(); // a path is taken apart only once
+    // a path is taken apart only once
+    std::string file = currentConfiguration().stateFolder.native();
     file += '/';
     file += root;
     file += '/';
@@ -124,7 +126,8 @@ int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::
     sizeBytes = 0;
     int error = wellFormed(root) ? 0 : EINVAL;
     if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0) {
-        error = errno; // ahead of the lock: no copy makes no folder
+        // ahead of the lock: no copy makes no folder
+        error = errno;
     }
     if (error == 0) {
         error = exclusively(root, [&] {

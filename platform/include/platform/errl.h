@@ -1,10 +1,10 @@
 /// The platform's error log: entries, their system reference codes (SRCs) and how they are committed.
 ///
-/// An entry is created by the first failure of a request, travels up as an `ErrlEntry*`, and is owned by whoever holds it:
-/// pass it on, commit and delete it, or delete it. Entries are not shared between threads.
+/// An entry is created by the first failure of a request, travels up as an `ErrlEntry*`, and is owned by whoever holds
+/// it: pass it on, commit and delete it, or delete it. Entries are not shared between threads.
 ///
-/// Nothing here throws. An entry that exists always has its identifier, its first SRC, its severity and its return code. What else there
-/// is no memory for is left out, and the entry that is stored says that it is incomplete.
+/// Nothing here throws. An entry that exists always has its identifier, its first SRC, its severity and its return
+/// code. What else there is no memory for is left out, and the entry that is stored says that it is incomplete.
 #pragma once
 
 #include <cstddef>
@@ -61,13 +61,14 @@ public:
     ErrlBase& operator=(const ErrlBase&) = default;
     virtual ~ErrlBase();
 
-    /// The log's own allocator; room for 16 entries is kept aside. @return null without memory: a `new` expression then yields null.
+    /// The log's own allocator; room for 16 entries is kept aside. @return null without memory: a `new` expression then
+    /// yields null.
     static void* operator new(std::size_t bytes) noexcept;
     static void operator delete(void* object) noexcept;
 };
 
-/// One system reference code of an entry. Made by the entry alone, and lives until the entry is deleted or assigned to. Calls that add to
-/// the entry leave it where it is.
+/// One system reference code of an entry. Made by the entry alone, and lives until the entry is deleted or assigned to.
+/// Calls that add to the entry leave it where it is.
 class SrciSrc
 {
 public:
@@ -108,8 +109,8 @@ public:
               unsigned int word1, unsigned int word2, unsigned int word3, unsigned int word4, epubSubSystem subsystem,
               srciTermState termState);
     ErrlEntry(const ErrlEntry&) = delete;
-    /// Takes over a copy of everything the other entry holds, its `plid` included. Without memory for that it takes over what every entry
-    /// has, and nothing stays of what it held before.
+    /// Takes over a copy of everything the other entry holds, its `plid` included. Without memory for that it takes
+    /// over what every entry has, and nothing stays of what it held before.
     ErrlEntry& operator=(const ErrlEntry& other);
     ~ErrlEntry() override;
 
@@ -119,7 +120,8 @@ public:
                 unsigned int word3, unsigned int word4, epubSubSystem subsystem);
     /// Adds a copy of an SRC of another entry. @param creator  the component that made it. Left out without memory.
     void addSRC(unsigned short creator, const SrciSrc& src);
-    /// Copies the latest `bytes` bytes of a named trace buffer into the entry; a buffer that does not exist adds nothing.
+    /// Copies the latest `bytes` bytes of a named trace buffer into the entry; a buffer that does not exist adds
+    /// nothing.
     void CollectTrace(const char* bufferName, unsigned int bytes);
     /// Copies a block of user details into the entry. @param subsection  what the block is.
     void addUsrDtls(const void* data, unsigned short length, unsigned short component, unsigned char version,
@@ -132,15 +134,16 @@ public:
     /// Notes that a call failed: its return code and two words that say which one.
     void addSwErr(unsigned short component, unsigned int returnCode, unsigned short word1, unsigned short word2,
                   unsigned int reserved);
-    /// Stores the entry durably; on return it is safe, or told to standard error when nothing could take it. The caller still deletes the
-    /// object. Waits at most five seconds for other users of the log.
+    /// Stores the entry durably; on return it is safe, or told to standard error when nothing could take it. The caller
+    /// still deletes the object. Waits at most five seconds for other users of the log.
     /// @param action  `ERRL_ACTION_REPORT` or `ERRL_ACTION_KEEP_FOR_SERVICE`
     void commit(unsigned short component, unsigned short action);
 
     /// @return the SRC at `index`, counted from 0 and owned by the entry; null when there is none.
     const SrciSrc* getSRC(unsigned short index) const;
     std::uint16_t creator() const;
-    /// @return the entry's log identifier: unique across processes and restarts, never 0. Every entry has one, also without memory.
+    /// @return the entry's log identifier: unique across processes and restarts, never 0. Every entry has one, also
+    /// without memory.
     std::uint32_t plid() const;
     std::uint32_t getRC() const;
 

@@ -1,10 +1,11 @@
 /// The platform's IIC resource access layer: open devices on IIC buses, configured, positioned, read and written.
 ///
-/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL. Address 0 is never sent to nor
-/// asked: while no target is set, transfers and item 15 are EINVAL.
+/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL. Address 0 is never
+/// sent to nor asked: while no target is set, transfers and item 15 are EINVAL.
 ///
-/// Nodes: -1 is the local one. What 0-7 are is the configuration's matter: each is a path prefix put ahead of `/dev/i2c-N`, or the name
-/// of a node of the simulated machine. A path on a node that is not mapped, or to the other kind of bus, is ENODEV.
+/// Nodes: -1 is the local one. What 0-7 are is the configuration's matter: each is a path prefix put ahead of
+/// `/dev/i2c-N`, or the name of a node of the simulated machine. A path on a node that is not mapped, or to the other
+/// kind of bus, is ENODEV.
 ///
 /// A handle is a ticket: target, position, block, locks and first-failure data live in the layer, and every copy of a
 /// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised. A child
@@ -82,16 +83,18 @@
 /// 40 says. The time-out of a transfer (byte 12) ends all of these. A target that answers the last question is still
 /// served. Time is bus time on a simulated bus.
 ///
-/// Two writers of one chip. A write with n > 0 and a page size keeps other such writes to its target away, those of other processes too;
-/// through a hub the target is the hub. It waits for them as long as the transfer's time-out says, 10 s without one, then it is ETIME with
-/// nothing sent; its own time begins after that. Any other transfer, and item 15, waits on while a silent target is being written so, up to
-/// its time-out or for 10 s: it is ETIME then, and detect state 4, never ENXIO. Where the lock's file can't be had there is no such lock.
+/// Two writers of one chip. A write with n > 0 and a page size keeps other such writes to its target away, those of
+/// other processes too; through a hub the target is the hub. It waits for them as long as the transfer's time-out says,
+/// 10 s without one, then it is ETIME with nothing sent; its own time begins after that. Any other transfer, and item
+/// 15, waits on while a silent target is being written so, up to its time-out or for 10 s: it is ETIME then, and detect
+/// state 4, never ENXIO. Where the lock's file can't be had there is no such lock.
 ///
-/// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later failures, of
-/// whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are operation, target, position,
-/// offset length, bytes asked for and moved, `errno`, adapter, process and time, and the handle's last bus transactions with their
-/// times. It is on the disk when the failed call returns. What stands in its place and is no record is replaced by the next failure.
-/// Where the folder can't be written the record is the process's own. Reading needs no permission to write.
+/// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later
+/// failures, of whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are
+/// operation, target, position, offset length, bytes asked for and moved, `errno`, adapter, process and time, and the
+/// handle's last bus transactions with their times. It is on the disk when the failed call returns. What stands in its
+/// place and is no record is replaced by the next failure. Where the folder can't be written the record is the
+/// process's own. Reading needs no permission to write.
 #pragma once
 
 #include <cstdint>
@@ -132,8 +135,8 @@ enum wobu_iic_cfg_t : std::uint32_t {
 /// Makes the layer ready in this process; further calls change nothing. @param options  0x80000000. @return 0
 int MernInitialize(std::uint32_t options);
 
-/// Opens the device at `path`: `/dev/i2c-N`, or `sim:BUS` on the configured simulated machine, either with `@HH` to name the
-/// device's address. Position 0; the target is the path's address, or none.
+/// Opens the device at `path`: `/dev/i2c-N`, or `sim:BUS` on the configured simulated machine, either with `@HH` to
+/// name the device's address. Position 0; the target is the path's address, or none.
 /// @param flags  0x1002: read, write, synchronous
 /// @return the handle, or MERN_INVALID with `errno`.
 mern_t mern_iic_open(MernNode node, const char* path, int flags);
@@ -146,7 +149,8 @@ int mern_iic_seek(mern_t& handle, long offset, int whence);
 
 /// Reads `size` bytes from the position; with offset length 0 it is a plain read.
 /// The position moves on only by a transfer with n > 0 that moved all it was asked to.
-/// @return the number of bytes moved, never negative. Fewer than `size` is a failure with `errno` set. Size 0 touches nothing.
+/// @return the number of bytes moved, never negative. Fewer than `size` is a failure with `errno` set. Size 0 touches
+/// nothing.
 int mern_iic_read(mern_t& handle, void* buffer, unsigned int size);
 
 /// Writes `size` bytes at the position, page by page, and waits for the end of each page's write cycle.
@@ -168,5 +172,6 @@ int mern_iic_close(mern_t& handle);
 /// @return its size in bytes, 0 when there is none, -1 with `errno`.
 int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data);
 
-/// Drops the device's first-failure data and lets the next failure be recorded. @param reserved  0. @return 0, or -1 with `errno`.
+/// Drops the device's first-failure data and lets the next failure be recorded.
+/// @param reserved  0. @return 0, or -1 with `errno`.
 int mern_iic_ffdc_unlock(mern_t& handle, int reserved);

@@ -7,8 +7,10 @@ class UtilReg
 {
 public:
     /// Reads the value of `key`.
-    /// @param[out] buffer   takes the value's bytes, without terminator; bytes beyond it are left alone, and all after a failure
-    /// @param[in,out] size  in: bytes that `buffer` holds; out: bytes of the value, after a failure as it was. A value that does not fit is
+    /// @param[out] buffer   takes the value's bytes, without terminator; bytes beyond it are left alone, and all after
+    /// a failure
+    /// @param[in,out] size  in: bytes that `buffer` holds; out: bytes of the value, after a failure as it was. A value
+    /// that does not fit is
     ///                      an error.
     /// @param reserved      false
     /// @param entry         null

@@ -1,4 +1,5 @@
-/// The platform's vital product data (VPD) service: persisted copies of SEEPROM contents, device numbers, shared buffers.
+/// The platform's vital product data (VPD) service: persisted copies of SEEPROM contents, device numbers, shared
+/// buffers.
 #pragma once
 
 #include <cstdint>
@@ -21,17 +22,18 @@ enum zelPosition : std::uint32_t {
 /// @param device       device number
 /// @param name         null
 /// @param[out] data    what was found, to free with tavo_util_free(); null when nothing was, and after a failure
-/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`: fewer when the copy ends before, 0 when there
+/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`: fewer when the copy ends
+/// before, 0 when there
 ///                     is no copy; after a failure still what was wanted
 /// @param offset       first byte, counted from 0. At or past the copy's end is an error.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,
                                       unsigned int* length, unsigned int offset);
 
-/// Changes bytes of a device's persisted copy: those bytes alone, all of them or none.
-/// A write that would pass the copy's end, or that meets no copy, is refused and changes nothing.
-/// Parameters as for reading; `*length` is the number of bytes at `data`, and stays so: after a success they are all written. After a
-/// failure of the disk alone (it is in the entry) it is not certain which bytes the copy has: the old ones or the new ones, whole.
+/// Changes bytes of a device's persisted copy: those bytes alone, all of them or none. A write that would pass the
+/// copy's end, or that meets no copy, is refused and changes nothing. Parameters as for reading; `*length` is the
+/// number of bytes at `data`, and stays so: after a success they are all written. After a failure of the disk alone (it
+/// is in the entry) it is not certain which bytes the copy has: the old ones or the new ones, whole.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, const char* name,
                                        const unsigned char* data, unsigned int* length, unsigned int offset);
@@ -42,8 +44,10 @@ ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, co
 /// @return null on success, else an entry that the caller owns; `*string` is then null.
 ErrlEntry* TAVO_get_dev_addr_string(unsigned int deviceAddress, char** string, zelPosition position, bool reserved);
 
-/// @return `size` zeroed bytes (a distinct pointer also for size 0), to free with tavo_util_free(); null when there is no memory.
+/// @return `size` zeroed bytes (a distinct pointer also for size 0), to free with tavo_util_free(); null when there is
+/// no memory.
 void* tavo_malloc(unsigned int size);
 
-/// Frees a buffer of the VPD service or the IIC layer and sets the pointer to null. Null, or a pointer to null, is ignored.
+/// Frees a buffer of the VPD service or the IIC layer and sets the pointer to null. Null, or a pointer to null, is
+/// ignored.
 void tavo_util_free(void** buffer);
