@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/mern.h"
 #include "sim/machine.h"
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "platform/errl.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/json.h"
-#include "platform/host/registry/configuration.h"
 #include "platform/trace.h"
 
 namespace

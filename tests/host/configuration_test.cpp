@@ -1,4 +1,4 @@
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 
 #include <filesystem>
 

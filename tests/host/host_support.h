@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "platform/errl.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
-#include "platform/host/registry/configuration.h"
 #include "tests/host/trace_support.h"
 
 namespace kest::test

@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/mern.h"
 #include "platform/tavo.h"
 

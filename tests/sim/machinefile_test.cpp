@@ -1,6 +1,6 @@
 #include "sim/busstate.h"
+#include "sim/demo.h"
 #include "sim/machinefile.h"
-#include "sim/template.h"
 #include "tests/sim/machinetest.h"
 
 #include <algorithm>

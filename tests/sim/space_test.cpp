@@ -1,5 +1,5 @@
 /// A machine on a full disk.
-#include "sim/template.h"
+#include "sim/demo.h"
 #include "tests/sim/machinetest.h"
 
 #include <csignal>

@@ -1,7 +1,7 @@
 /// Devices that somebody else holds: the test takes their locks through the IIC layer, as another program would.
 #include <gmock/gmock.h>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tests/host/iic_support.h"
 #include "tests/tools/program.h"
 

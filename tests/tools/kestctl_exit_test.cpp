@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tests/host/fakekernel.h"
 #include "tests/host/iic_support.h"
 #include "tests/tools/kestd_support.h"

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <fmt/format.h>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 

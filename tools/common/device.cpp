@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <string_view>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/bus.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"

@@ -13,8 +13,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/files/files.h"
-#include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
 

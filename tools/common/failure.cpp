@@ -9,9 +9,9 @@
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
 #include "platform/host/iic/tools.h"
-#include "platform/host/registry/configuration.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"

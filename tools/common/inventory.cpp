@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <tuple>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/machine.h"
 

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "kest/seeprom.h"
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/trace/collect.h"
 #include "platform/host/vpd/copies.h"
 #include "platform/trace.h"

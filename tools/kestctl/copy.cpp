@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/vpd/copies.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"

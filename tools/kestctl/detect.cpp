@@ -5,7 +5,7 @@
 
 #include "kest/detect.h"
 #include "kest/seeprom.h"
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/attributes.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"

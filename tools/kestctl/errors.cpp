@@ -12,8 +12,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
-#include "platform/host/registry/configuration.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"

@@ -7,8 +7,8 @@
 #include <sstream>
 #include <string>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
-#include "platform/host/registry/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
 #include "tools/common/startup.h"

@@ -5,8 +5,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
-#include "platform/host/registry/configuration.h"
 #include "tools/client/client.h"
 #include "tools/common/bus.h"
 #include "tools/common/escape.h"

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <vector>
 
-#include "sim/template.h"
+#include "sim/demo.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"

@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/bus.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"

@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/trace/reader.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 
 namespace kest::service
 {

@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <malloc.h>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/startup.h"
 #include "tools/kestd/service.h"
 #include "tools/kestd/systemd.h"

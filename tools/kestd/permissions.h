@@ -6,7 +6,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "platform/host/registry/configuration.h"
+#include "platform/host/configuration/configuration.h"
 
 namespace kest::service
 {

@@ -8,9 +8,9 @@
 #include <optional>
 #include <vector>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/database.h"
 #include "platform/host/errorlog/spool.h"
-#include "platform/host/registry/configuration.h"
 
 namespace kest::host
 {

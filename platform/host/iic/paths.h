@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/iic/bus.h"
-#include "platform/host/registry/configuration.h"
 #include "platform/mern.h"
 
 namespace kest::host::iic

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/iic/bus.h"
 #include "platform/host/iic/paths.h"
 #include "platform/host/iic/sharedfolder.h"
-#include "platform/host/registry/configuration.h"
 #include "sim/machine.h"
 
 namespace kest::host::iic

@@ -8,8 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/files/files.h"
-#include "platform/host/registry/configuration.h"
 
 namespace kest::host
 {

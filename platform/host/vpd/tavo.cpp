@@ -7,8 +7,8 @@
 #include <exception>
 #include <span>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
-#include "platform/host/registry/configuration.h"
 #include "platform/host/vpd/copies.h"
 
 namespace

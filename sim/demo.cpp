@@ -1,4 +1,4 @@
-#include "sim/template.h"
+#include "sim/demo.h"
 
 #include "sim/descriptors.h"
 #include "sim/machinefile.h"

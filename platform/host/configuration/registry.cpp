@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
-#include "platform/host/registry/configuration.h"
 
 namespace
 {
