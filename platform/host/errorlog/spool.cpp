@@ -42,8 +42,8 @@ void reserveBehind(int descriptor)
     struct stat facts {
     };
     if (fstat(descriptor, &facts) == 0 &&
-        static_cast<std::uint64_t>(facts.st_blocks) * 512 < sizeOf(facts) + leastSpareBytes) [[maybe_unused]] {
-        const int ignored =
+        static_cast<std::uint64_t>(facts.st_blocks) * 512 < sizeOf(facts) + leastSpareBytes) {
+        [[maybe_unused]] const int ignored =
             fallocate(descriptor, FALLOC_FL_KEEP_SIZE, facts.st_size, static_cast<off_t>(reservedBytes));
     }
 }
@@ -210,12 +210,12 @@ int spool::appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64
             error = errno;
         }
         // a line is there whole or not at all
-        if (error != 0) [[maybe_unused]] {
-            const int ignored = ftruncate(descriptor.number(), before.st_size);
+        if (error != 0) {
+            [[maybe_unused]] const int ignored = ftruncate(descriptor.number(), before.st_size);
         }
     }
-    if (error == 0) [[maybe_unused]] {
-        const int ignored =
+    if (error == 0) {
+        [[maybe_unused]] const int ignored =
             // the line is there, whatever comes of counting
             countLines(descriptor.number(), bytes, lines);
     }

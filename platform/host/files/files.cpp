@@ -181,8 +181,8 @@ void giveToFoldersOwner(int descriptor, const std::filesystem::path& folder)
 {
     struct stat around {
     };
-    if (geteuid() == 0 && stat(folder.c_str(), &around) == 0) [[maybe_unused]] {
-        const int ignored = fchown(descriptor, around.st_uid, around.st_gid);
+    if (geteuid() == 0 && stat(folder.c_str(), &around) == 0) {
+        [[maybe_unused]] const int ignored = fchown(descriptor, around.st_uid, around.st_gid);
     }
 }
 
@@ -216,8 +216,8 @@ fileDescriptor createFileIn(int folder, const char* name, int flags, mode_t mode
     fileDescriptor made(uninterrupted([&] { return ownDescriptor(openat(folder, name, flags | own, mode)); }));
     struct stat around {
     };
-    if (made.valid() && geteuid() == 0 && fstat(folder, &around) == 0) [[maybe_unused]] {
-        const int ignored = fchown(made.number(), around.st_uid, around.st_gid);
+    if (made.valid() && geteuid() == 0 && fstat(folder, &around) == 0) {
+        [[maybe_unused]] const int ignored = fchown(made.number(), around.st_uid, around.st_gid);
     }
     return made;
 }
