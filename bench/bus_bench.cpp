@@ -65,19 +65,16 @@ private:
 mern_t openChip(const char* path, std::uint16_t address, std::uint32_t page)
 {
     const MernNode local;
-    mern_t handle = mern_iic_open(local, path, 0x1002);
-    std::uint8_t block[44]{};
-    const std::uint16_t offsetLength = 2;
-    const std::uint16_t promisedMs = 15;
-    const std::uint32_t busyWaitMs = 1000;
+    mern_t handle = mern_iic_open(local, path, MERN_OPEN_READ_WRITE_SYNC);
+    mern_iic_block block{};
+    block.address = address;
+    block.offsetLength = 2;
+    block.writeCycleMs = 15;
+    block.pageSize = page;
+    block.busyWaitMs = 1000;
     std::uint32_t speed = speedKhz;
-    std::memcpy(block + 2, &address, sizeof address);
-    std::memcpy(block + 4, &offsetLength, sizeof offsetLength);
-    std::memcpy(block + 20, &promisedMs, sizeof promisedMs);
-    std::memcpy(block + 24, &page, sizeof page);
-    std::memcpy(block + 40, &busyWaitMs, sizeof busyWaitMs);
-    if (mern_iic_config(handle, 2, WOBU_IIC_BLOCK, block, sizeof block) != 0 ||
-        mern_iic_config(handle, 2, WOBU_IIC_SPEED, &speed, sizeof speed) != 0) {
+    if (mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_BLOCK, &block, sizeof block) != 0 ||
+        mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_SPEED, &speed, sizeof speed) != 0) {
         throw std::runtime_error("the chip can't be configured");
     }
     return handle;

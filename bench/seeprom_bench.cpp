@@ -50,15 +50,15 @@ void readByLibrary(const tavo_deviceaddress& address)
 /// The same calls of the platform, traces left out, with everything known beforehand.
 void readBare()
 {
-    std::uint32_t block[11] = {};
+    mern_iic_block block{};
     std::uint32_t speed = 400, dma = 2;
     void* buffer = tavo_malloc(bytes);
-    MernInitialize(0x80000000);
+    MernInitialize(MERN_INITIALIZE_OPTIONS);
     MernNode node;
-    mern_t handle = mern_iic_open(node, "sim:planar", 0x1002);
-    mern_iic_config(handle, 2, WOBU_IIC_BLOCK, block, sizeof block);
-    mern_iic_config(handle, 2, WOBU_IIC_SPEED, &speed, sizeof speed);
-    mern_iic_config(handle, 2, WOBU_IIC_DMA_OPTION, &dma, sizeof dma);
+    mern_t handle = mern_iic_open(node, "sim:planar", MERN_OPEN_READ_WRITE_SYNC);
+    mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_BLOCK, &block, sizeof block);
+    mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_SPEED, &speed, sizeof speed);
+    mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_DMA_OPTION, &dma, sizeof dma);
     mern_iic_seek(handle, offset, 0);
     if (mern_iic_read(handle, buffer, bytes) != static_cast<int>(bytes)) {
         fail("the bare read failed");
