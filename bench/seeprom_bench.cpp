@@ -1,6 +1,6 @@
-/// What the library adds to a hardware read of 256 bytes: the whole call beside the bare sequence of platform calls it
-/// stands for, on a platform that answers from memory, and the allocations it makes besides the caller's buffer. One
-/// JSON object on standard output.
+/// What the library adds to a hardware read of 256 bytes: the time of the whole call against that of the bare platform
+/// calls that it makes, and its allocations besides the caller's buffer. The platform serves everything from memory.
+/// Prints one JSON object.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -16,7 +16,7 @@ namespace
 {
 
 constexpr int reads = 20'000;
-// the best of them counts: the machine may have other work
+// the best round counts: the machine may have other work
 constexpr int rounds = 25;
 constexpr unsigned int bytes = 256;
 constexpr unsigned int offset = 0x100;
@@ -47,7 +47,7 @@ void readByLibrary(const tavo_deviceaddress& address)
     tavo_util_free(&buffer);
 }
 
-/// The same calls of the platform, traces left out, with everything known beforehand.
+/// The same platform calls without the traces, with all arguments known beforehand.
 void readBare()
 {
     mern_iic_block block{};
