@@ -1,5 +1,5 @@
-/// Bus economy of the IIC layer, in simulated bus time: what a whole read and a long write take, against what the wires
-/// need at least.
+/// How well the IIC layer uses a bus, in simulated bus time: what a whole read and a long write take, against the least
+/// that the wires need.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,16 +19,16 @@ namespace
 
 constexpr std::uint32_t speedKhz = 400;
 constexpr double bitNs = 1e6 / speedKhz;
-// eight and the acknowledge
+// eight bits and the acknowledge
 constexpr double bitsOfByte = 9;
 constexpr double writeCycleNs = 3.5e6;
-// a whole 24C512
+// all of a 24C512
 constexpr std::size_t readBytes = 65536;
-// to a 24C256
+// written to a 24C256
 constexpr std::size_t writtenBytes = 4096;
 constexpr std::size_t pageBytes = 64;
 
-/// A machine folder with a kest.toml that this process uses, removed at the end.
+/// A machine folder with a kest.toml, which this process uses. The destructor removes the folder.
 class scratchMachine
 {
 public:
@@ -65,25 +65,22 @@ private:
 mern_t openChip(const char* path, std::uint16_t address, std::uint32_t page)
 {
     const MernNode local;
-    mern_t handle = mern_iic_open(local, path, 0x1002);
-    std::uint8_t block[44]{};
-    const std::uint16_t offsetLength = 2;
-    const std::uint16_t promisedMs = 15;
-    const std::uint32_t busyWaitMs = 1000;
+    mern_t handle = mern_iic_open(local, path, MERN_OPEN_READ_WRITE_SYNC);
+    mern_iic_block block{};
+    block.address = address;
+    block.offsetLength = 2;
+    block.writeCycleMs = 15;
+    block.pageSize = page;
+    block.busyWaitMs = 1000;
     std::uint32_t speed = speedKhz;
-    std::memcpy(block + 2, &address, sizeof address);
-    std::memcpy(block + 4, &offsetLength, sizeof offsetLength);
-    std::memcpy(block + 20, &promisedMs, sizeof promisedMs);
-    std::memcpy(block + 24, &page, sizeof page);
-    std::memcpy(block + 40, &busyWaitMs, sizeof busyWaitMs);
-    if (mern_iic_config(handle, 2, WOBU_IIC_BLOCK, block, sizeof block) != 0 ||
-        mern_iic_config(handle, 2, WOBU_IIC_SPEED, &speed, sizeof speed) != 0) {
+    if (mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_BLOCK, &block, sizeof block) != 0 ||
+        mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_SPEED, &speed, sizeof speed) != 0) {
         throw std::runtime_error("the chip can't be configured");
     }
     return handle;
 }
 
-/// Bus time of a whole read against a START, an address, an offset and the data.
+/// @return bus time of a whole read, divided by that of a START, an address, an offset and the data
 double readRatio(const scratchMachine& machine)
 {
     mern_t handle = openChip("sim:planar", 0xA0, 128);
@@ -98,8 +95,8 @@ double readRatio(const scratchMachine& machine)
     return taken / ((1 + bitsOfByte * (1 + 2 + readBytes)) * bitNs);
 }
 
-/// Bus time of a long write against each page's bits and its true write cycle. The write is over with the last page's
-/// STOP: that page's cycle is in neither.
+/// @return bus time of a long write, divided by that of each page's bits and its true write cycle. The write ends with
+/// the STOP of the last page, so neither side counts that page's write cycle.
 double writeRatio(const scratchMachine& machine)
 {
     mern_t handle = openChip("sim:planar", 0xA2, pageBytes);

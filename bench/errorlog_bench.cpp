@@ -1,4 +1,4 @@
-/// Commits of error log entries a second, against SQLite alone: one insert and commit of the same bytes with the same
+/// Commits of error entries a second, against SQLite alone, which inserts and commits the same bytes with the same
 /// settings.
 #include <algorithm>
 #include <chrono>
@@ -21,7 +21,7 @@ namespace
 
 constexpr int rounds = 20;
 constexpr int entriesPerRound = 100;
-// the fastest: a disk now and then takes milliseconds for whoever asks then
+// only the fastest rounds count: now and then a disk takes milliseconds for one request
 constexpr int roundsThatCount = 18;
 
 using entries = std::vector<std::unique_ptr<ErrlEntry>>;
@@ -36,7 +36,7 @@ void require(bool good, const std::string& what)
     }
 }
 
-/// An entry as a failed read makes it: two SRCs, callouts, the texts of its device, traces.
+/// @return an entry like that of a failed read: two SRCs, callouts, the texts of its device, traces
 std::unique_ptr<ErrlEntry> typicalEntry()
 {
     std::unique_ptr<ErrlEntry> entry(new ErrlEntry(0x1300, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE,
@@ -68,7 +68,7 @@ void fillTraces()
     }
 }
 
-/// SQLite by itself, set as the error log sets it.
+/// SQLite by itself, with the settings of the error log.
 class BareStore
 {
 public:
@@ -104,7 +104,7 @@ private:
     sqlite3_stmt* m_insert = nullptr;
 };
 
-/// Both stores take the same entries, in turns, so that whatever else the disk does meets both.
+/// Both stores take the same entries, in turns, so that other work of the disk slows both.
 void measure(const std::filesystem::path& folder, std::vector<double>& oursSeconds, std::vector<double>& bareSeconds)
 {
     BareStore bare(folder / "bare.db");
@@ -126,7 +126,7 @@ void measure(const std::filesystem::path& folder, std::vector<double>& oursSecon
         for (const std::string& body : bodies) {
             bare.add(body);
         }
-        // the first one makes the files
+        // the first round makes the files and does not count
         if (round > 0) {
             oursSeconds.push_back(seconds(middle - begin));
             bareSeconds.push_back(seconds(std::chrono::steady_clock::now() - bareBegin));

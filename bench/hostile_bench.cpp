@@ -1,9 +1,9 @@
-/// What hostile clients cost the honest ones: 20 honest clients and the service on one processor, the load on another.
-/// The load is a pure processor burner, then 180 hostile clients of every kind that docs/testing.md lists. One JSON
-/// object on standard output.
+/// How much hostile clients slow down honest ones. 20 honest clients and the service have one processor, the load has
+/// another. The load is first a program that only computes, then 180 hostile clients of every kind that docs/testing.md
+/// lists. Prints one JSON object.
 ///
-/// hostile_bench [--each]: also each kind by itself, 180 of it; on standard error. The environment variable KESTD names
-/// another kestd.
+/// hostile_bench [--each]: with --each it also measures 180 clients of each kind and prints that on standard error. The
+/// environment variable KESTD names another kestd to measure.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -43,11 +43,11 @@ constexpr int honestClients = 20;
 constexpr int hostileClients = 180;
 // between an honest client's requests
 constexpr auto honestPause = 10ms;
-// until the load is what it is going to be
+// until the load is steady
 constexpr auto settling = 1s;
 constexpr auto measuring = 4s;
 constexpr std::uint32_t honestBytes = 256;
-// processors
+// numbers of processors
 constexpr int servicePlace = 0;
 constexpr int loadPlace = 1;
 constexpr uid_t nobody = 65534;
@@ -72,7 +72,7 @@ void pinTo(int processor)
 
 // ------------------------------------------------------------------------------------------------------------- hostile
 
-/// A connection without manners. Its calls answer whether they got through.
+/// A connection without manners. Its calls return whether they succeeded.
 class RudeConnection
 {
 public:
@@ -94,7 +94,7 @@ public:
         for (count = std::min(count, bytes.size()); m_open && at < count;) {
             const ssize_t sent = ::send(m_descriptor, bytes.data() + at, count - at, MSG_NOSIGNAL | flags);
             if (sent < 0 && errno == EAGAIN) {
-                // and the connection stays
+                // the socket is full, but the connection stays
                 return false;
             }
             m_open = sent > 0;
@@ -102,7 +102,7 @@ public:
         }
         return m_open;
     }
-    /// Takes what comes, and waits for some.
+    /// Waits for bytes and drops them.
     bool take()
     {
         std::array<char, 65536> bytes{};
@@ -153,7 +153,7 @@ constexpr const char* kinds[] = {"idle",      "half a header",  "huge length",  
                                  "pipelines", "largest reads",  "hangs up",         "half-closes",    "connects only",
                                  "in crumbs", "other protocol", "failing requests", "no such device", "writes"};
 
-/// One connection's life of a kind.
+/// The life of one connection of a kind.
 void misbehave(std::size_t kind, const std::string& path)
 {
     RudeConnection client(path);
@@ -220,7 +220,7 @@ void misbehave(std::size_t kind, const std::string& path)
     }
 }
 
-/// @param kind  one for all; -1: all kinds
+/// @param kind  that of all clients; -1: a mixture of all kinds
 [[noreturn]] void runHostile(const std::string& path, int kind, bool asNobody)
 {
     pinTo(loadPlace);
@@ -248,7 +248,7 @@ void misbehave(std::size_t kind, const std::string& path)
     }
 }
 
-// ------------------------------------------------------------------------------------------------------------ processes
+// ----------------------------------------------------------------------------------------------------------- processes
 
 class Process
 {
@@ -270,7 +270,7 @@ public:
         kill(m_pid, SIGKILL);
         waitpid(m_pid, nullptr, 0);
     }
-    /// A number of its /proc status.
+    /// @return a number from the process's /proc status
     [[nodiscard]] long status(const std::string& name) const
     {
         std::ifstream file("/proc/" + std::to_string(m_pid) + "/status");
@@ -300,7 +300,7 @@ std::filesystem::path makeState(const std::string& service)
         fail("no temporary folder");
     }
     const std::filesystem::path path = folder;
-    // another user connects, too
+    // clients of another user connect, too
     std::filesystem::permissions(path, std::filesystem::perms(0755));
     std::filesystem::create_directories(path / "qorn/P3_Root");
     std::ofstream(path / "qorn/P3_Root/0") << std::string(maximumDataBytes, 'k');
@@ -323,17 +323,17 @@ std::filesystem::path makeState(const std::string& service)
     _exit(127);
 }
 
-// ------------------------------------------------------------------------------------------------------------ measuring
+// ----------------------------------------------------------------------------------------------------------- measuring
 
 struct figures {
     double p50Us = 0, p99Us = 0, worstUs = 0;
     long requests = 0, failures = 0;
-    // of the service, the most that was seen
+    // the highest values of the service that were seen
     long threads = 0, descriptors = 0, residentKib = 0;
 };
 
-/// One honest client: a request, a pause, and what each request took. A connection that was lost is made again; that
-/// counts, too.
+/// One honest client: it sends a request, notes how long the reply took, and pauses. It makes a lost connection anew,
+/// and the request that met the loss counts as failed.
 void beHonest(const std::string& socket, stopwatch::time_point begin, stopwatch::time_point end,
               std::vector<double>& tripsUs, std::atomic<long>& failures)
 {
@@ -370,7 +370,7 @@ figures measure(const std::filesystem::path& folder, const Process& service)
         result.residentKib = std::max(result.residentKib, service.status("VmRSS"));
         std::this_thread::sleep_for(100ms);
     }
-    // joins
+    // joins the threads
     threads.clear();
     std::vector<double> all;
     for (const std::vector<double>& mine : trips) {
@@ -387,7 +387,7 @@ figures measure(const std::filesystem::path& folder, const Process& service)
     return result;
 }
 
-/// @param kind  of the hostile clients: -1 all kinds, -2 a burner instead of them
+/// @param kind  that of the hostile clients; -1: all kinds; -2: a program that only computes, instead of them
 figures scenario(const std::string& name, const std::string& limits, int kind, bool asNobody)
 {
     const std::filesystem::path folder = makeState(limits);
@@ -418,10 +418,10 @@ figures scenario(const std::string& name, const std::string& limits, int kind, b
 int main(int argc, char** argv)
 {
     signal(SIGPIPE, SIG_IGN);
-    // there must be one
+    // fails at once where there is no second processor
     pinTo(loadPlace);
     pinTo(servicePlace);
-    // so that one user's 180 are all let in
+    // so that all 180 clients of one user get a place
     const std::string roomForAll = "max_clients_per_user = 256";
     const std::string reader = "read_users = [65534]";
     const bool root = geteuid() == 0;

@@ -1,5 +1,6 @@
-/// A platform that answers from memory: one device of zeros on each path, a registry that says hardware, no persisted
-/// copies. It does what the interface asks of each function and no more, so that what is measured on it is the library.
+/// A platform that serves everything from memory: one device of zeros on each path, a registry that says hardware, no
+/// persisted copies. It does what the interface asks of each function and no more, so that a benchmark on it measures
+/// the library.
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,7 +16,7 @@
 #include "platform/tavo.h"
 #include "platform/trace.h"
 
-// --- error log: entries of one SRC; nothing is stored -----------------------------------------------------------------------------
+// --- error log: entries of one SRC; nothing is stored ---------------------------------------------------------------
 
 struct SrciSrc::State {
     std::array<std::uint32_t, 8> words;
@@ -76,7 +77,7 @@ std::uint16_t ErrlEntry::creator() const { return static_cast<std::uint16_t>(m_s
 std::uint32_t ErrlEntry::plid() const { return 1; }
 std::uint32_t ErrlEntry::getRC() const { return m_state->returnCode; }
 
-// --- trace: a record's fixed part into a ring, so that a trace is not free --------------------------------------------------------
+// --- trace: a record's fixed part goes into a ring, so that a trace is not free --------------------------------------
 
 struct trace_wobu_buffer {
     struct Record {
@@ -103,7 +104,7 @@ void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, 
 
 void trace_wobu_write2(trace_wobu_descriptor, int, unsigned int, const void*, unsigned int, const void*) {}
 
-// --- IIC layer: every device is there and holds zeros -----------------------------------------------------------------------------
+// --- IIC layer: every device is there and holds zeros ---------------------------------------------------------------
 
 const mern_t MERN_INVALID{{~0U, ~0U, ~0U, ~0U, ~0U, ~0U}};
 
@@ -140,7 +141,7 @@ int mern_iic_close(mern_t&) { return 0; }
 int mern_iic_ffdc_extract(mern_t&, int, void**) { return 0; }
 int mern_iic_ffdc_unlock(mern_t&, int) { return 0; }
 
-// --- registry, VPD service, messages ----------------------------------------------------------------------------------------------
+// --- registry, VPD service, messages --------------------------------------------------------------------------------
 
 ErrlEntry* UtilReg::read(const char*, void* buffer, unsigned int& size, bool, ErrlEntry*)
 {

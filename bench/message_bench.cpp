@@ -1,5 +1,5 @@
-/// What the message service costs: reads of 256 bytes in file mode beside an echo server that speaks the same frames.
-/// One JSON object on standard output.
+/// What the message service costs: reads of 256 bytes in file mode, against an echo server that uses the same frames.
+/// Prints one JSON object.
 #include <algorithm>
 #include <array>
 #include <asio/io_context.hpp>
@@ -29,7 +29,7 @@ using namespace kest::client;
 using stopwatch = std::chrono::steady_clock;
 
 constexpr std::uint32_t readBytes = 256;
-// short ones: the machine may have other work. For ratios the best counts
+// short rounds, of which the best counts for a ratio: the machine may have other work
 constexpr int rounds = 60;
 constexpr int perRound = 1600;
 // never opened: file mode reads the copy
@@ -41,7 +41,7 @@ constexpr const char* location = "sim:planar,L,2C0256,A0";
     std::exit(1);
 }
 
-// ---------------------------------------------------------------------------------------------------------- echo server
+// --------------------------------------------------------------------------------------------------------- echo server
 
 /// One client of the echo server.
 class Echo : public std::enable_shared_from_this<Echo>
@@ -98,7 +98,7 @@ void acceptEcho(Echo::Protocol::acceptor& acceptor)
     });
 }
 
-/// Any number of clients, like the service, on the event loop that the service uses, and nothing else.
+/// Serves any number of clients, as the service does, on the same kind of event loop, and does nothing else.
 void runEcho(const std::string& path)
 {
     asio::io_context context(1);
@@ -107,7 +107,7 @@ void runEcho(const std::string& path)
     context.run();
 }
 
-// -------------------------------------------------------------------------------------------------------------- servers
+// ------------------------------------------------------------------------------------------------------------- servers
 
 class Process
 {
@@ -155,7 +155,7 @@ void awaitServer(const std::string& socket)
     }
 }
 
-/// State of a service in file mode: the copy that messages address holds 32 KiB.
+/// Makes the state folder of a service in file mode, where copy 0, which serves messages, holds 32 KiB.
 std::filesystem::path makeState()
 {
     std::string folder = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
@@ -172,7 +172,7 @@ std::filesystem::path makeState()
     return path;
 }
 
-// -------------------------------------------------------------------------------------------------------------- clients
+// ------------------------------------------------------------------------------------------------------------- clients
 
 void readOnce(Connection& connection)
 {
@@ -221,7 +221,7 @@ load measure(const std::string& socket, int clients, const Request& request)
             }
         });
     }
-    // joins
+    // joins the threads
     threads.clear();
     load result;
     const auto begin = std::ranges::min(runs, {}, &clientRun::begin).begin;
@@ -247,7 +247,7 @@ int main()
     const std::filesystem::path folder = makeState();
     const std::string echoSocket = folder / "echo.socket", socket = folder / "kestd.socket";
     double ratio[2] = {}, best[2][2] = {}, residentMib = 0;
-    // of each round with one client
+    // 99th percentile of each round with one client
     std::vector<double> p99Us;
     constexpr int clients[2] = {1, 16};
     {
@@ -271,7 +271,7 @@ int main()
                 }
             }
         }
-        // idle again, after the load
+        // the service is idle again, after the load
         residentMib = service.residentMib();
     }
     for (const int index : {0, 1}) {

@@ -1,5 +1,5 @@
-/// What a trace costs: one write, two threads at once, and a plain snprintf of the same beside it. One JSON object on
-/// standard output.
+/// What a trace costs: one write, writes of two threads at once, and for comparison a plain snprintf of the same line.
+/// Prints one JSON object.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr int writes = 50'000;
-// short ones, of which the best counts: the machine may have other work
+// short rounds, of which the best counts: the machine may have other work
 constexpr int rounds = 200;
 
 using stopwatch = std::chrono::steady_clock;
@@ -44,13 +44,13 @@ double measureSnprintf()
     const auto begin = stopwatch::now();
     for (int index = 0; index < writes; ++index) {
         std::snprintf(text.data(), text.size(), " %s,%d,%d", "kest_wobuClose", 1, index);
-        // the text is wanted
+        // keeps the compiler from dropping the text
         asm volatile("" : : "r"(text.data()) : "memory");
     }
     return nsPerCall(stopwatch::now() - begin);
 }
 
-/// Keeps a thread on a processor of its own: else the scheduler may leave both on one for as long as a round lasts.
+/// Binds a thread to a processor of its own. Otherwise the scheduler may leave both on one processor for a whole round.
 void stayOn(int processor)
 {
     cpu_set_t set;
@@ -59,7 +59,7 @@ void stayOn(int processor)
     sched_setaffinity(0, sizeof set, &set);
 }
 
-/// @return ns in which each of `count` threads made one write, from when the last of them is awake
+/// Runs `count` threads that begin to write when the last of them is awake. @return ns of a thread's write, on average
 double measureThreads(int count)
 {
     std::atomic<int> awake{0};
@@ -75,7 +75,7 @@ double measureThreads(int count)
             ends[static_cast<std::size_t>(thread)] = stopwatch::now();
         });
     }
-    // joins
+    // joins the threads
     threads.clear();
     return nsPerCall(*std::ranges::max_element(ends) - *std::ranges::min_element(begins));
 }

@@ -1,5 +1,5 @@
-/// Frames from hostile peers: however the bytes are cut, the same frames come out, never more than a frame's worth is
-/// held, and a frame written again has the bytes that it was read from.
+/// Frames from hostile peers. However the bytes are cut, the same frames come out, and never more than one frame is
+/// held. A frame that is encoded again has the bytes that it was read from.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -23,7 +23,7 @@ void require(bool holds)
     }
 }
 
-/// The frames of a stream, written again one after another; ends at one that is refused.
+/// Reads the frames of a stream, up to the first one that is refused. @return the frames, encoded again
 std::vector<std::uint8_t> reassemble(std::span<const std::uint8_t> stream, std::size_t pieceBytes)
 {
     FrameAssembler assembler(payloadLimit);

@@ -1,6 +1,7 @@
-// Machine files, and transactions on a machine. The first byte chooses: even, the rest is a machine file; odd, the rest
-// are transactions on a fixed machine (address and direction, length, bytes; length 0 with an odd address byte resets
-// the bus). The machine is opened once and keeps its memory contents; registers are new for each input.
+/// Machine files, and transactions on a machine. When the first byte is even, the rest is a machine file. When it is
+/// odd, the rest are transactions on a fixed machine: address and direction, length, bytes. Length 0 with an odd
+/// address byte resets the bus. The machine is opened once and keeps its memory contents; each input gets new
+/// registers.
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -26,7 +27,8 @@ void parse(std::string_view text)
     }
 }
 
-constexpr int mostTransactions = 12; ///< of one input: more find nothing new, and take their time
+// of one input: more would take longer and find nothing new
+constexpr int mostTransactions = 12;
 
 void transact(std::string_view script)
 {

@@ -1,4 +1,4 @@
-/// What the fuzz targets that need a simulated machine share.
+/// Helpers of the fuzz targets that need a simulated machine.
 #pragma once
 
 #include <cstdlib>
@@ -9,7 +9,7 @@
 namespace kest::fuzz
 {
 
-/// Ends the run as a finding when something does not hold.
+/// Ends the run, as a finding, when a condition does not hold.
 inline void require(bool holds)
 {
     if (!holds) {
@@ -17,8 +17,8 @@ inline void require(bool holds)
     }
 }
 
-/// A machine of one bus "b" with chips of many kinds, in a folder that goes with the process; to be called once. Write
-/// cycles end after a few bytes of bus time: nothing waits for them.
+/// Makes a machine with one bus "b" and chips of many kinds. Its folder is removed when the process ends. Call it once.
+/// Write cycles end after a few bytes of bus time, so nothing waits for them.
 inline std::filesystem::path makeMachineFolder()
 {
     std::string name = (std::filesystem::temp_directory_path() / "kest-fuzz-XXXXXX").string();

@@ -1,6 +1,6 @@
 /// Requests from anybody, through the library and the host platform down to a simulated machine. The first byte
-/// chooses: 0 to 3, the rest is a payload of that message type; 4, of a type made of the next two bytes; above, it
-/// chooses a function that takes a device text, which is the rest.
+/// chooses. 0 to 3: the rest is a payload of that message type. 4: the next two bytes are the type, and the rest is the
+/// payload. Above 4: it chooses a function that takes a device text, and the rest is that text.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -25,14 +25,14 @@ namespace
 using kest::fuzz::require;
 
 constexpr std::uint16_t firstType = 0x8001, typeRead = 0x8001, typeWrite = 0x8002, typeLocation = 0x8004;
-// the service refuses more before the library sees it
+// bytes of one read or write: the service refuses more before the library sees the request
 constexpr std::uint32_t longest = 65536;
 constexpr std::uint8_t writeServed = 0x41, dataServed = 0x42;
-/// A write cycle of 0 ms, and a clock at which a silent chip has had its time after a few questions.
+/// A write cycle of 0 ms, and a clock so slow that a silent chip exhausts its time after a few polls.
 constexpr kest_attributeValue hasty[KEST_ATTR_COUNT] = {1, 1, 0, 4, 2, 1};
 
-/// Most inputs end in error entries, which collect the trace, and formatting it took most of the time. So the table of
-/// rings is full before the library and the IIC layer ask for theirs; trace_fuzz is the target for rings.
+/// Fills the table of rings before the library and the IIC layer ask for theirs. Most inputs end in error entries,
+/// which collect the trace, and formatting the trace took most of the time. trace_fuzz is the target for rings.
 [[gnu::constructor(101)]] void leaveNoRoomForRings()
 {
     int made = 0;
@@ -55,7 +55,7 @@ number = 0xD001
 location = "sim:b,L,1C0002,A0"
 )";
 
-/// A machine and its configuration in a folder of this process.
+/// Makes a machine and its configuration in a folder of this process.
 std::shared_ptr<kest::sim::machine> prepare()
 {
     const std::filesystem::path folder = kest::fuzz::makeMachineFolder();
@@ -85,7 +85,7 @@ void serve(std::uint16_t type, std::string_view payload)
     request.identifier = 0x1234;
     request.type = type;
     reply.replyFlags = 0xFF;
-    // a copy of just the payload's size: whoever reads beyond it is caught
+    // a copy of exactly the payload's size, so that a read beyond it is caught
     require(request.setData(payload.data(), static_cast<unsigned int>(payload.size())));
     const std::unique_ptr<ErrlEntry> entry{kestProcessMsg(nullptr, &request, &reply)};
     require(reply.identifier == 0x1234 && reply.type == type);
@@ -100,7 +100,7 @@ void serve(std::uint16_t type, std::string_view payload)
     }
 }
 
-/// @param entry  a failure or null. @return whether it was good
+/// @param entry  a failure or null; deleted here. @return whether it was null
 bool good(ErrlEntry* entry)
 {
     const std::unique_ptr<ErrlEntry> owned{entry};
@@ -119,7 +119,7 @@ void copySeeprom(const std::string& text)
 {
     tavo_deviceaddress address{};
     text.copy(static_cast<char*>(address.location),
-              // without terminator when it fills the field
+              // a text that fills the field has no terminator
               sizeof address.location);
     unsigned int length = 5;
     unsigned char* data = nullptr;
@@ -131,7 +131,8 @@ void copySeeprom(const std::string& text)
     tavo_util_free(reinterpret_cast<void**>(&data));
 }
 
-/// @param function  which of those that take a device text
+/// Calls one of the functions that take a device text.
+/// @param function  its number, modulo 6
 void name(const std::string& text, unsigned function)
 {
     unsigned int levels = 0;

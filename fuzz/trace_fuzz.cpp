@@ -1,5 +1,5 @@
-/// Ring files from anybody. The input is read twice: as a ring's bytes, and as the payload of a record that is
-/// otherwise in order, since no fuzzer finds check words.
+/// Ring files from anybody. Each input is read twice: as the bytes of a ring, and as the payload of a record that is
+/// otherwise correct, because no fuzzer guesses check words.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

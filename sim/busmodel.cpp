@@ -1,6 +1,7 @@
 #include "sim/busmodel.h"
 
-#include "sim/descriptors.h"
+#include "base/descriptor.h"
+#include "base/quietwrites.h"
 #include "sim/speed.h"
 
 #include <cerrno>
@@ -70,12 +71,12 @@ bool replaceBy(int file, const std::string& text)
     }
     const std::size_t kept =
         std::cmp_less(old.st_size, bytes.size()) ? static_cast<std::size_t>(old.st_size) : bytes.size();
-    if (!writeAll(file, bytes.subspan(kept), static_cast<off_t>(kept))) {
+    if (writeAllAt(file, bytes.subspan(kept), static_cast<off_t>(kept)) != 0) {
         const int error = errno;
         errno = ftruncate(file, old.st_size) == 0 ? error : errno;
         return false;
     }
-    return writeAll(file, bytes.first(kept), 0) && ftruncate(file, static_cast<off_t>(bytes.size())) == 0;
+    return writeAllAt(file, bytes.first(kept), 0) == 0 && ftruncate(file, static_cast<off_t>(bytes.size())) == 0;
 }
 
 } // namespace

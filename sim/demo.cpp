@@ -1,6 +1,6 @@
 #include "sim/demo.h"
 
-#include "sim/descriptors.h"
+#include "base/descriptor.h"
 #include "sim/machinefile.h"
 
 #include <cerrno>
@@ -113,7 +113,7 @@ namespace
 void writeNew(const std::filesystem::path& file, const char* bytes, std::size_t length)
 {
     const int out = ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    const bool good = out >= 0 && writeAll(out, {reinterpret_cast<const std::uint8_t*>(bytes), length}, 0);
+    const bool good = out >= 0 && writeAllAt(out, {reinterpret_cast<const std::uint8_t*>(bytes), length}, 0) == 0;
     const int why = errno;
     if ((out >= 0 && close(out) != 0) || !good) {
         throw std::system_error{good ? errno : why, std::generic_category(), file.string() + ": cannot be written"};

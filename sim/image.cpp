@@ -1,6 +1,6 @@
 #include "sim/image.h"
 
-#include "sim/descriptors.h"
+#include "base/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,7 +23,7 @@ bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
     const std::string early = (path.parent_path() / "machine.image.new").string();
     unlink(early.c_str());
     const int made = ownDescriptor(open(early.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    bool good = made >= 0 && writeAll(made, erased, 0);
+    bool good = made >= 0 && writeAllAt(made, erased, 0) == 0;
     if (made >= 0) {
         good = ::close(made) == 0 && good;
     }
@@ -126,7 +126,7 @@ bool image::store(const pageWrite& written)
 {
     windowStart = noWindow;
     return holds(written) && open() &&
-           writeAll(descriptor, {written.bytes.data(), written.length}, static_cast<off_t>(written.offset));
+           writeAllAt(descriptor, {written.bytes.data(), written.length}, static_cast<off_t>(written.offset)) == 0;
 }
 
 bool image::holds(const pageWrite& some) const

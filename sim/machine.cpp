@@ -1,7 +1,8 @@
 #include "sim/machine.h"
 
+#include "base/clock.h"
+#include "base/descriptor.h"
 #include "sim/busmodel.h"
-#include "sim/descriptors.h"
 
 #include <algorithm>
 #include <array>
@@ -34,12 +35,7 @@ constexpr off_t longestTextBytes = 1 << 20;
 class systemClock final : public realClock
 {
 public:
-    std::uint64_t nowNs() override
-    {
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
-    }
+    std::uint64_t nowNs() override { return clockNs(CLOCK_MONOTONIC); }
     void sleepUntil(std::uint64_t nanoseconds) override
     {
         timespec until{};
@@ -47,9 +43,6 @@ public:
         until.tv_nsec = static_cast<long>(nanoseconds % nsPerSecond);
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
     }
-
-private:
-    static constexpr std::uint64_t nsPerSecond = 1'000'000'000;
 };
 
 /// The folder may be another user's: neither a FIFO nor a file without end holds anybody up.

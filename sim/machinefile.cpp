@@ -1,7 +1,9 @@
 #include "sim/machinefile.h"
 
+#include "base/hash.h"
+#include "base/hex.h"
+#include "base/tomltext.h"
 #include "sim/speed.h"
-#include "sim/tomltext.h"
 
 #include <bit>
 #include <initializer_list>
@@ -390,22 +392,13 @@ void reader::read(const toml::table& root)
     tables(root, "fault", &reader::fault);
 }
 
-// FNV-1a.
-std::uint64_t mark(const std::string& text)
-{
-    std::uint64_t hash = 0xCBF29CE484222325;
-    for (const char c : text) {
-        hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
-    }
-    return hash;
-}
-
 } // namespace
 
 std::string addressText(std::uint8_t address)
 {
-    constexpr std::string_view digits{"0123456789ABCDEF"};
-    return {'0', 'x', digits[address >> 4], digits[address & 15]};
+    std::string text{"0x"};
+    appendHexByte(text, address, upperHexDigits);
+    return text;
 }
 
 std::string fullName(const busDescription& bus) { return bus.node.empty() ? bus.name : bus.node + ":" + bus.name; }
@@ -436,7 +429,7 @@ std::uint64_t machineDescription::layoutMark() const
         text << chip.bus << ' ' << chip.typeName << ' ' << +chip.address << ' ' << chip.behindHub << ' ' << +chip.hub
              << ' ' << +chip.port << ' ' << chip.image << '\n';
     }
-    return mark(text.str());
+    return fnvHash64(text.str());
 }
 
 std::uint64_t machineDescription::faultMark() const
@@ -447,7 +440,7 @@ std::uint64_t machineDescription::faultMark() const
              << what.nth << ' ' << std::bit_cast<std::uint64_t>(what.probability) << ' ' << what.seed << ' '
              << what.count << ' ' << what.value << ' ' << what.byte << ' ' << what.untilReset << '\n';
     }
-    return mark(text.str());
+    return fnvHash64(text.str());
 }
 
 machineDescription parseMachine(std::string_view text, const std::string& fileName)

@@ -1,6 +1,7 @@
 #include "sim/statefile.h"
 
-#include "sim/descriptors.h"
+#include "base/descriptor.h"
+#include "base/quietwrites.h"
 
 #include <algorithm>
 #include <atomic>
@@ -265,7 +266,7 @@ std::filesystem::path stateFile::setAside() const
     ssize_t got = 1;
     for (std::array<std::uint8_t, headerBytes> piece{}; good && got > 0; at += got) {
         got = pread(descriptor, piece.data(), piece.size(), at);
-        good = got >= 0 && writeAll(copy, std::span{piece}.first(static_cast<std::size_t>(got)), at);
+        good = got >= 0 && writeAllAt(copy, std::span{piece}.first(static_cast<std::size_t>(got)), at) == 0;
     }
     const int error = errno;
     if (copy >= 0) {

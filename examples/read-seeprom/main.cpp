@@ -18,7 +18,7 @@ int main(int count, char** arguments)
     std::strcpy(address.location, arguments[1]);
 
     kest_attributeValue attributes[KEST_ATTR_COUNT] = {400, 1, 15, 1, 2, 1};
-    // hardware, whatever the registry says
+    // 4: hardware, whatever the registry says
     delete KEST_setAttribute(KEST_ATTR_READ_MODE, 4, attributes);
 
     unsigned int length = count > 2 ? static_cast<unsigned int>(std::strtoul(arguments[2], nullptr, 0)) : 64;
@@ -29,7 +29,7 @@ int main(int count, char** arguments)
         error->commit(0x1300, ERRL_ACTION_REPORT);
         std::fprintf(stderr, "read-seeprom: failed with 0x%08X, log id 0x%08X\n", error->getRC(), error->plid());
     } else if (length != 0 && length % 16 == 0) {
-        // a dump shows whole lines
+        // the library dumps whole lines only
         const std::unique_ptr<char[]> dump(KEST_miscFmtAndDump(reinterpret_cast<const char*>(data), length));
         std::fputs(dump ? dump.get() : "", stdout);
     } else {

@@ -1,20 +1,42 @@
 /// The request entry point for message dispatchers.
 #pragma once
 
+#include <cstdint>
+
 class ErrlEntry;
 class NetcMessage;
 
+namespace kest
+{
+
+/// What a request asks for. All words of a payload are 32-bit, in host byte order (big-endian on a service processor).
+enum kest_messageType : std::uint16_t {
+    /// Offset, a reserved word, length, NUL-terminated device text of which 256 bytes at most are looked at.
+    KEST_MSG_SEEPROM_READ = 0x8001,
+    /// The same, then the data.
+    KEST_MSG_SEEPROM_WRITE = 0x8002,
+    /// Always refused.
+    KEST_MSG_REFUSED = 0x8003,
+    /// Device number, position. The reply has the device's location text.
+    KEST_MSG_LOCATION = 0x8004,
+};
+
+/// Bits of a reply's flags.
+enum kest_replyFlag : std::uint8_t {
+    KEST_REPLY_WRITTEN = 0x01,
+    KEST_REPLY_DATA = 0x02, ///< the reply has a payload
+    KEST_REPLY_SERVED = 0x40, ///< with one of the two above
+};
+
+} // namespace kest
+
 extern "C" {
 
-/// Serves one request message and fills the reply. May be entered by any thread.
-///
-/// Types: 0x8001 read a SEEPROM, 0x8002 write one, 0x8003 always refused, 0x8004 device number to location text. All
-/// words of a payload are 32-bit, in host byte order (big-endian on a service processor). Read and write: offset, a
-/// reserved word, length, NUL-terminated device text (256 bytes at most are looked at), then for a write the data.
-/// Location: device number, position.
+/// Serves one request message and fills the reply. Any thread may call it.
 /// @param context  not used
-/// @return null when all went well, else an entry that the caller owns. Return code 0x8000132B with module 0xFF: there
-/// is no memory for the data of a write, which is then not begun, or for those of the reply, whose flags are then 0.
+/// @return null when all went well, else an entry that the caller owns. Return code 0x8000132B with module 0xFF means
+/// that there is no memory: for the data of a write, which is then not begun, or for those of the reply, whose flags are
+/// then 0.
 ErrlEntry* kestProcessMsg(void* context, NetcMessage* request, NetcMessage* reply);
 }
 
@@ -22,3 +44,8 @@ namespace kest
 {
 using ::kestProcessMsg;
 }
+
+using enum kest::kest_messageType;
+using enum kest::kest_replyFlag;
+using kest::kest_messageType;
+using kest::kest_replyFlag;

@@ -1,4 +1,4 @@
-# Sourced by the scripts: installs what is missing on a Debian 12 machine, and says what.
+# The other scripts source this one. It installs missing packages on a Debian 12 machine, and names them.
 
 packages_build="ca-certificates g++ cmake ninja-build pkg-config libcli11-dev libfmt-dev libtomlplusplus-dev nlohmann-json3-dev
   libsqlite3-dev libasio-dev libsystemd-dev scdoc"
@@ -9,7 +9,7 @@ packages_bare="mmdebstrap git"
 packages_checks="ccache clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git g++-powerpc-linux-gnu
   qemu-user-static"
 
-# need PACKAGE...: installs those that are not there yet.
+# need PACKAGE...: installs those that are not installed yet.
 need()
 {
     local missing="" package
@@ -35,5 +35,5 @@ need()
     fi
 }
 
-# step TEXT: announces a step.
+# step TEXT: prints the heading of a step.
 step() { printf '\n== %s\n' "$*"; }

@@ -12,13 +12,7 @@
 namespace kest
 {
 
-/// The layer's lock record (items 17 and 18), host byte order.
-struct kest_922AddressLock {
-    std::uint16_t kind; ///< 0
-    std::uint16_t address; ///< the hub's, 8-bit form
-    std::uint32_t timeoutMs;
-};
-static_assert(sizeof(kest_922AddressLock) == 8);
+using kest_922AddressLock = mern_iic_lock;
 
 void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address, unsigned int length, bool isRead,
                                kest_922AddressLock* lock, const kest_attributeValue* attributes, ErrlEntry*& errl);

@@ -15,27 +15,10 @@ namespace kest
 {
 
 /// Directions of kest_wobuConfig().
-constexpr int kest_configRead = 1;
-constexpr int kest_configSet = 2;
+constexpr int kest_configRead = MERN_CONFIG_READ;
+constexpr int kest_configSet = MERN_CONFIG_SET;
 
-/// The layer's configuration block (item 19), host byte order.
-struct kest_iicConfigBlock {
-    std::uint16_t speedKhz;
-    std::uint16_t address; ///< 8-bit form
-    std::uint16_t offsetLength; ///< bytes of the position ahead of the data
-    std::uint16_t reserved6;
-    std::uint32_t reserved8;
-    std::uint32_t timeoutMs;
-    std::uint32_t reserved16;
-    std::uint16_t writeCycleMs;
-    std::uint16_t reserved22;
-    std::uint32_t pageSize;
-    std::uint32_t reserved28;
-    std::uint32_t flags;
-    std::uint32_t reserved36;
-    std::uint32_t busyWaitMs;
-};
-static_assert(sizeof(kest_iicConfigBlock) == 44);
+using kest_iicConfigBlock = mern_iic_block;
 
 /// Whether no device is open: the first five words are those of MERN_INVALID.
 bool kest_isInvalidHandle(const mern_t& handle);

@@ -2,8 +2,11 @@
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
 
+#include "base/descriptor.h"
+#include "base/filelock.h"
+#include "base/files.h"
+#include "base/folders.h"
 #include "platform/host/errorlog/spool.h"
-#include "platform/host/files/files.h"
 #include "platform/host/iic/bus_linux.h"
 #include "tests/host/host_support.h"
 #include "tests/host/linux_bus.h"
@@ -71,9 +74,9 @@ TEST_F(DurableRecord, OfAFirstFailureIsOnTheDiskWithItsName)
 
 TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)
 {
-    EXPECT_EQ(0, host::makeFolders(path("a/b/c")));
+    EXPECT_EQ(0, makeFolders(path("a/b/c")));
     EXPECT_THAT(syncedSince(), ElementsAre(path(), path("a"), path("a/b")));
-    EXPECT_EQ(0, host::makeFolders(path("a/b/c")));
+    EXPECT_EQ(0, makeFolders(path("a/b/c")));
     EXPECT_THAT(syncedSince(), IsEmpty()) << "nothing was made";
 }
 
@@ -112,8 +115,8 @@ TEST(Descriptors, OfThePlatformNeverStandForTheStandardStreams)
                   return host::reloadConfiguration().empty() && rings;
               }));
     EXPECT_EQ(0, withoutStreams([&] {
-                  const host::fileLock lock(folder.path() / "lock");
-                  const host::fileDescriptor file = host::openFile(folder.path() / "kest.toml", O_RDONLY);
+                  const fileLock lock(folder.path() / "lock");
+                  const fileDescriptor file = openFile(folder.path() / "kest.toml", O_RDONLY);
                   return lock.error() == 0 && file.number() > 2 && nothingStandsForStreams();
               }));
     EXPECT_EQ(0, withoutStreams([] { return commitEntry(1) != 0; }));
@@ -123,14 +126,14 @@ TEST(Descriptors, OfThePlatformNeverStandForTheStandardStreams)
 TEST(Descriptors, AreClosedInProgramsThatAreStarted)
 {
     EXPECT_EQ(0, withoutStreams([] {
-                  const int own = host::ownDescriptor(open("/dev/null", O_RDWR));
+                  const int own = ownDescriptor(open("/dev/null", O_RDWR));
                   return own > 2 && fcntl(own, F_GETFD) == FD_CLOEXEC;
               }));
     EXPECT_EQ(EMFILE, inChild([] {
                   rlimit none{3, 3};
                   setrlimit(RLIMIT_NOFILE, &none);
                   close(1);
-                  const int own = host::ownDescriptor(open("/dev/null", O_RDWR));
+                  const int own = ownDescriptor(open("/dev/null", O_RDWR));
                   const int error = errno;
                   return own == -1 && fcntl(1, F_GETFD) < 0 ? error : 0;
               }));
@@ -141,8 +144,8 @@ TEST(Folders, LinksInACircleAreAnError)
     const HostFolder folder;
     std::filesystem::create_symlink("there", folder.path() / "here");
     std::filesystem::create_symlink("here", folder.path() / "there");
-    EXPECT_EQ(ELOOP, host::makeFolders(folder.path() / "here"));
-    EXPECT_EQ(ELOOP, host::makeFolders(folder.path() / "here" / "below"));
+    EXPECT_EQ(ELOOP, makeFolders(folder.path() / "here"));
+    EXPECT_EQ(ELOOP, makeFolders(folder.path() / "here" / "below"));
 }
 
 TEST(Folders, LinkIntoAFolderThatMayNotBeSearchedIsAnError)
@@ -152,8 +155,8 @@ TEST(Folders, LinkIntoAFolderThatMayNotBeSearchedIsAnError)
     std::filesystem::create_symlink("closed/inside", folder.path() / "link");
     std::filesystem::permissions(folder.path(), std::filesystem::perms{0711});
     std::filesystem::permissions(folder.path() / "closed", std::filesystem::perms::none);
-    EXPECT_EQ(EACCES, inChild([&] { return dropRights() ? host::makeFolders(folder.path() / "link") : -1; }));
-    EXPECT_EQ(EACCES, inChild([&] { return dropRights() ? host::makeFolders(folder.path() / "link" / "below") : -1; }));
+    EXPECT_EQ(EACCES, inChild([&] { return dropRights() ? makeFolders(folder.path() / "link") : -1; }));
+    EXPECT_EQ(EACCES, inChild([&] { return dropRights() ? makeFolders(folder.path() / "link" / "below") : -1; }));
     std::filesystem::permissions(folder.path() / "closed", std::filesystem::perms::owner_all);
 }
 
@@ -161,8 +164,8 @@ TEST(Folders, FileOrDanglingLinkIsNoFolder)
 {
     const HostFolder folder;
     std::filesystem::create_symlink("nowhere", folder.path() / "link");
-    EXPECT_EQ(ENOTDIR, host::makeFolders(folder.write("file", "")));
-    EXPECT_EQ(ENOTDIR, host::makeFolders(folder.path() / "link"));
+    EXPECT_EQ(ENOTDIR, makeFolders(folder.write("file", "")));
+    EXPECT_EQ(ENOTDIR, makeFolders(folder.path() / "link"));
 }
 
 TEST(Files, PastALimitOnTheirSizeAWriteFailsAndTheProcessGoesOn)
@@ -171,8 +174,8 @@ TEST(Files, PastALimitOnTheirSizeAWriteFailsAndTheProcessGoesOn)
     EXPECT_EQ(EFBIG, inChild([&] {
                   const rlimit limit{4096, 4096};
                   setrlimit(RLIMIT_FSIZE, &limit);
-                  const auto file = host::openFile(folder.path() / "file", O_WRONLY | O_CREAT);
-                  const int error = host::writeAll(file.number(), std::string(8192, 'x'));
+                  const auto file = openFile(folder.path() / "file", O_WRONLY | O_CREAT);
+                  const int error = writeAll(file.number(), std::string(8192, 'x'));
                   sigset_t pending;
                   return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 0 ? error : 1;
               }));
@@ -188,8 +191,8 @@ TEST(Files, AreReplacedInAFolderThatMayNotBeRead)
                   const std::string text = "new";
                   return !dropRights() || mkdir(closed.c_str(), 0300) != 0
                              ? -1
-                             : host::replaceFile(closed / "file",
-                                                 {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+                             : replaceFile(closed / "file",
+                                           {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
               }));
     std::filesystem::permissions(folder.path() / "closed", std::filesystem::perms::owner_all);
     EXPECT_EQ("new", folder.read("closed/file"));

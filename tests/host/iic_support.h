@@ -31,7 +31,7 @@ inline bytes pattern(std::size_t length, unsigned int seed = 1)
     return data;
 }
 
-/// The fields of item 19, at their places.
+/// The fields of the configuration block that tests set.
 struct block {
     std::uint16_t speedKhz = 400;
     std::uint16_t address = 0;
@@ -43,22 +43,17 @@ struct block {
 
     [[nodiscard]] bytes raw() const
     {
-        bytes data(44);
-        put(data, 0, speedKhz);
-        put(data, 2, address);
-        put(data, 4, offsetLength);
-        put(data, 12, timeoutMs);
-        put(data, 20, writeCycleMs);
-        put(data, 24, pageSize);
-        put(data, 40, busyWaitMs);
+        mern_iic_block fields{};
+        fields.speedKhz = speedKhz;
+        fields.address = address;
+        fields.offsetLength = offsetLength;
+        fields.timeoutMs = timeoutMs;
+        fields.writeCycleMs = writeCycleMs;
+        fields.pageSize = pageSize;
+        fields.busyWaitMs = busyWaitMs;
+        bytes data(sizeof fields);
+        std::memcpy(data.data(), &fields, sizeof fields);
         return data;
-    }
-
-private:
-    template <typename Value>
-    static void put(bytes& data, std::size_t offset, Value value)
-    {
-        std::memcpy(data.data() + offset, &value, sizeof value);
     }
 };
 
@@ -113,7 +108,7 @@ public:
         MernNode where;
         where.number = node;
         errno = 0;
-        m_handle = mern_iic_open(where, path.c_str(), 0x1002);
+        m_handle = mern_iic_open(where, path.c_str(), MERN_OPEN_READ_WRITE_SYNC);
         m_error = errno;
         m_open = std::memcmp(&m_handle, &MERN_INVALID, 20) != 0;
     }

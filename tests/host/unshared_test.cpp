@@ -6,7 +6,8 @@
 #include <sys/syscall.h>
 #include <thread>
 
-#include "platform/host/files/files.h"
+#include "base/filelock.h"
+#include "base/unshared.h"
 #include "tests/host/fakekernel.h"
 #include "tests/host/host_support.h"
 #include "tests/host/iic_support.h"
@@ -66,10 +67,10 @@ struct Pipe {
 
 TEST(UnsharedFile, IsClosedInAChild)
 {
-    host::unsharedFile one;
-    host::unsharedFile two;
-    host::unsharedFile three;
-    for (host::unsharedFile* file : {&one, &two, &three}) {
+    unsharedFile one;
+    unsharedFile two;
+    unsharedFile three;
+    for (unsharedFile* file : {&one, &two, &three}) {
         EXPECT_TRUE(file->open([] { return open("/dev/null", O_RDWR | O_CLOEXEC); }));
     }
     const int numbers[] = {one.number(), three.number()};
@@ -90,7 +91,7 @@ TEST(UnsharedFile, IsClosedInAChild)
 
 TEST(UnsharedFile, ThatCanNotBeOpenedIsNone)
 {
-    host::unsharedFile file;
+    unsharedFile file;
     errno = 0;
     EXPECT_FALSE(file.open([] { return open("/nowhere/at/all", O_RDONLY); }));
     EXPECT_EQ(ENOENT, errno);
@@ -144,7 +145,7 @@ TEST(FileLock, OfAKilledOwnerIsFreeThoughAChildOfItLives)
     Pipe life;
     const pid_t owner = fork();
     if (owner == 0) {
-        const host::fileLock held(file);
+        const fileLock held(file);
         if (held.error() == 0 && fork() == 0) {
             life.closeEnd(1);
             ready.tell();
@@ -154,10 +155,10 @@ TEST(FileLock, OfAKilledOwnerIsFreeThoughAChildOfItLives)
         pause();
     }
     ASSERT_TRUE(ready.hear());
-    EXPECT_EQ(ETIMEDOUT, host::fileLock(file, std::chrono::milliseconds(0)).error());
+    EXPECT_EQ(ETIMEDOUT, fileLock(file, std::chrono::milliseconds(0)).error());
     EXPECT_EQ(0, kill(owner, SIGKILL));
     waitpid(owner, nullptr, 0);
-    EXPECT_EQ(0, host::fileLock(file, std::chrono::milliseconds(0)).error());
+    EXPECT_EQ(0, fileLock(file, std::chrono::milliseconds(0)).error());
 }
 
 } // namespace

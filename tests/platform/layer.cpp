@@ -64,70 +64,67 @@ std::optional<Answer> callOn(const mern_t& handle, Operation operation, const st
 }
 
 template <class Value>
-Value field(const Bytes& bytes, std::size_t at)
+Value valueOf(const Bytes& bytes)
 {
     Value value{};
-    std::memcpy(&value, bytes.data() + at, sizeof value);
+    std::memcpy(&value, bytes.data(), sizeof value);
     return value;
 }
 
-std::string blockText(Bytes block)
+/// The block's fields; then each byte that belongs to none of them and is not 0.
+std::string blockText(const mern_iic_block& block)
 {
-    const auto take16 = [&block](std::size_t at) {
-        const auto value = field<std::uint16_t>(block, at);
-        std::fill_n(block.begin() + static_cast<std::ptrdiff_t>(at), 2, std::uint8_t{0});
-        return value;
-    };
-    const auto take32 = [&block](std::size_t at) {
-        const auto value = field<std::uint32_t>(block, at);
-        std::fill_n(block.begin() + static_cast<std::ptrdiff_t>(at), 4, std::uint8_t{0});
-        return value;
-    };
-    std::string out = "block: speed " + std::to_string(take16(0));
-    out += ", address " + hexText(take16(2));
-    out += ", offset bytes " + std::to_string(take16(4));
-    out += ", timeout " + std::to_string(take32(12));
-    out += ", write cycle " + std::to_string(take16(20));
-    out += ", page " + std::to_string(take32(24));
-    out += ", flags " + hexText(take32(32));
-    out += ", busy wait " + std::to_string(take32(40));
-    for (std::size_t i = 0; i < block.size(); ++i) {
-        if (block[i] != 0) {
-            out += ", byte " + std::to_string(i) + " " + hexText(block[i]);
+    std::string out = "block: speed " + std::to_string(block.speedKhz);
+    out += ", address " + hexText(block.address);
+    out += ", offset bytes " + std::to_string(block.offsetLength);
+    out += ", timeout " + std::to_string(block.timeoutMs);
+    out += ", write cycle " + std::to_string(block.writeCycleMs);
+    out += ", page " + std::to_string(block.pageSize);
+    out += ", flags " + hexText(block.flags);
+    out += ", busy wait " + std::to_string(block.busyWaitMs);
+    mern_iic_block rest = block;
+    rest.speedKhz = rest.address = rest.offsetLength = rest.writeCycleMs = 0;
+    rest.timeoutMs = rest.pageSize = rest.flags = rest.busyWaitMs = 0;
+    Bytes bytes(sizeof rest);
+    std::memcpy(bytes.data(), &rest, sizeof rest);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (bytes[i] != 0) {
+            out += ", byte " + std::to_string(i) + " " + hexText(bytes[i]);
         }
     }
     return out;
 }
 
-std::string lockText(const Bytes& lock)
+std::string lockText(const Bytes& bytes)
 {
-    if (field<std::uint16_t>(lock, 0) == 0) {
-        return "kind 0, address " + hexText(field<std::uint16_t>(lock, 2)) + ", timeout " +
-               std::to_string(field<std::uint32_t>(lock, 4));
+    const auto lock = valueOf<mern_iic_lock>(bytes);
+    if (lock.kind == MERN_LOCK_HUB) {
+        return "kind 0, address " + hexText(lock.address) + ", timeout " + std::to_string(lock.timeoutMs);
     }
-    if (lock[0] == 0 && lock[1] == 2) {
-        return "kind 2, address " + hexText(lock[2] * 256U + lock[3]) + ", timeout " +
-               std::to_string((((lock[4] * 256U + lock[5]) * 256U + lock[6]) * 256U) + lock[7]) + ", big-endian";
+    if (bytes[0] == 0 && bytes[1] == MERN_LOCK_REGISTER_DEVICE) {
+        return "kind 2, address " + hexText(bytes[2] * 256U + bytes[3]) + ", timeout " +
+               std::to_string((((bytes[4] * 256U + bytes[5]) * 256U + bytes[6]) * 256U) + bytes[7]) + ", big-endian";
     }
-    return bytesText(lock.data(), lock.size());
+    return bytesText(bytes.data(), bytes.size());
 }
 
 std::string configText(const ConfigCall& call)
 {
     const auto size = call.value.size();
-    if (call.direction != 2) {
+    if (call.direction != MERN_CONFIG_SET) {
         return std::to_string(size) + " bytes";
     }
     switch (call.item) {
     case WOBU_IIC_SPEED:
     case WOBU_IIC_TARGET:
     case WOBU_IIC_DMA_OPTION:
-        return size == 4 ? hexText(field<std::uint32_t>(call.value, 0)) : bytesText(call.value.data(), size);
+        return size == 4 ? hexText(valueOf<std::uint32_t>(call.value)) : bytesText(call.value.data(), size);
     case WOBU_IIC_LOCK:
     case WOBU_IIC_UNLOCK:
-        return size == 8 ? lockText(call.value) : bytesText(call.value.data(), size);
+        return size == sizeof(mern_iic_lock) ? lockText(call.value) : bytesText(call.value.data(), size);
     case WOBU_IIC_BLOCK:
-        return size == 44 ? blockText(call.value) : bytesText(call.value.data(), size);
+        return size == sizeof(mern_iic_block) ? blockText(valueOf<mern_iic_block>(call.value))
+                                              : bytesText(call.value.data(), size);
     default:
         return bytesText(call.value.data(), size);
     }
@@ -135,7 +132,7 @@ std::string configText(const ConfigCall& call)
 
 void followLocks(Handle& handle, const ConfigCall& call, bool succeeded)
 {
-    if (call.direction != 2 || call.value.size() != 8) {
+    if (call.direction != MERN_CONFIG_SET || call.value.size() != sizeof(mern_iic_lock)) {
         return;
     }
     const Bytes key(call.value.begin(), call.value.begin() + 4);
@@ -196,7 +193,7 @@ int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* va
     Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
     // what is to be read may be unset yet
-    const bool set = direction == 2 && value != nullptr;
+    const bool set = direction == MERN_CONFIG_SET && value != nullptr;
     const ConfigCall details{direction, item, set ? Bytes(bytesOf(value), bytesOf(value) + size) : Bytes(size)};
     platform.configs.push_back(details);
     const std::string call = "mern_iic_config(" + nameOf(handle) + ", " + std::to_string(direction) + ", " +
@@ -205,11 +202,12 @@ int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* va
     const auto answer = callOn(handle, opConfig, call, result);
     if (answer) {
         result = answer->result.value_or(0);
-        if (direction == 1 && result == 0) {
+        if (direction == MERN_CONFIG_READ && result == 0) {
             const bool healthyItem = platform.healthy && answer->data.empty();
             Bytes data = answer->data;
             if (healthyItem) {
-                data = size == 4 && item == WOBU_IIC_DETECT_STATE ? word(3) : Bytes(size, std::uint8_t{0});
+                data = size == 4 && item == WOBU_IIC_DETECT_STATE ? word(MERN_DETECT_PRESENT)
+                                                                  : Bytes(size, std::uint8_t{0});
             }
             EXPECT_EQ(size, data.size()) << call << ": size of the scripted item";
             std::copy_n(data.begin(), std::min<std::size_t>(size, data.size()), static_cast<std::uint8_t*>(value));

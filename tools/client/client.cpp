@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "sim/descriptors.h"
+#include "base/descriptor.h"
 
 namespace kest::client
 {
@@ -102,7 +102,7 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
     // Blocking until connected, so that a service with many callers is waited for; bounded by the send time-out
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const timeval bound{seconds.count(), static_cast<suseconds_t>((timeout - seconds).count() * 1000 + 1)};
-    m_descriptor = sim::ownDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    m_descriptor = ownDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     int result = m_descriptor < 0 ? -1 : setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
     if (result == 0) {
         do {

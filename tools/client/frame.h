@@ -7,6 +7,8 @@
 #include <span>
 #include <vector>
 
+#include "kest/message.h"
+
 namespace kest::client
 {
 
@@ -14,14 +16,14 @@ constexpr std::size_t frameHeaderBytes = 20;
 constexpr std::uint8_t protocolVersion = 1;
 
 /// Requests that the service serves.
-constexpr std::uint16_t typeRead = 0x8001;
-constexpr std::uint16_t typeWrite = 0x8002;
-constexpr std::uint16_t typeLocation = 0x8004;
+constexpr std::uint16_t typeRead = KEST_MSG_SEEPROM_READ;
+constexpr std::uint16_t typeWrite = KEST_MSG_SEEPROM_WRITE;
+constexpr std::uint16_t typeLocation = KEST_MSG_LOCATION;
 
 /// Bits of a reply's flags.
-constexpr std::uint8_t flagServed = 0x40; ///< the library served it, with one of the next two
-constexpr std::uint8_t flagWritten = 0x01;
-constexpr std::uint8_t flagData = 0x02; ///< the payload is data
+constexpr std::uint8_t flagServed = KEST_REPLY_SERVED; ///< the library served it, with one of the next two
+constexpr std::uint8_t flagWritten = KEST_REPLY_WRITTEN;
+constexpr std::uint8_t flagData = KEST_REPLY_DATA; ///< the payload is data
 constexpr std::uint8_t flagText = 0x80; ///< the service itself refused; the payload is a text that says why
 
 /// More is neither read nor written by one request.

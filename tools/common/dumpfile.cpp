@@ -13,8 +13,9 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "base/descriptor.h"
+#include "base/folders.h"
 #include "platform/host/configuration/configuration.h"
-#include "platform/host/files/files.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
 
@@ -177,7 +178,7 @@ int createUndo(int place, const std::filesystem::path& folder, const std::string
         const std::string again = number == 0 ? "" : fmt::format("-{}", number);
         const std::string name = fmt::format("{}-{:%Y%m%dT%H%M%SZ}{}.json", fileNameOf(label), fmt::gmtime(now), again);
         path = folder / name;
-        file = host::createFileIn(place, name.c_str(), O_WRONLY, 0600).release();
+        file = createFileIn(place, name.c_str(), O_WRONLY, 0600).release();
         if (file < 0 && errno != EEXIST) {
             return -1;
         }
@@ -258,9 +259,9 @@ dumpContents parseDump(const std::string& fileName, const std::string& text)
 std::string saveUndo(const dumpContents& contents)
 {
     const std::filesystem::path folder = host::currentConfiguration().stateFolder / "undo";
-    const int error = host::makeFolders(folder);
+    const int error = makeFolders(folder);
     // root's in another user's folder stay there
-    const host::fileDescriptor place = host::openFolder(folder);
+    const fileDescriptor place = openFolder(folder);
     if (!place.valid()) {
         throwUnsaved(error != 0 ? error : errno, "save the undo file in", folder.string(), contents);
     }
@@ -269,12 +270,12 @@ std::string saveUndo(const dumpContents& contents)
     if (file < 0) {
         throwUnsaved(errno, "save the undo file", path, contents);
     }
-    int why = host::writeAll(file, dumpText(contents));
+    int why = writeAll(file, dumpText(contents));
     if (why == 0 && fsync(file) != 0) {
         why = errno;
     }
     if (why == 0) {
-        why = host::syncFolder(folder);
+        why = syncFolder(folder);
     }
     close(file);
     if (why != 0) {

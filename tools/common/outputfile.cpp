@@ -6,7 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/host/files/files.h"
+#include "base/descriptor.h"
+#include "base/folders.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -121,7 +122,7 @@ void outputFile::keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode)
 
 void outputFile::write(std::span<const unsigned char> bytes)
 {
-    if (const int error = host::writeAll(m_descriptor, bytes); error != 0) {
+    if (const int error = writeAll(m_descriptor, bytes); error != 0) {
         fail(error);
     }
 }
@@ -141,7 +142,7 @@ void outputFile::finish()
     }
     check(rename(m_beside.c_str(), m_target.c_str()));
     m_beside.clear();
-    const int error = host::syncFolder(m_target.has_parent_path() ? m_target.parent_path() : ".");
+    const int error = syncFolder(m_target.has_parent_path() ? m_target.parent_path() : ".");
     // a folder that may be written and not read
     if (error != 0 && error != EACCES) {
         fail(error);

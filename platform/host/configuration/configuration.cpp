@@ -16,10 +16,10 @@
 #include <toml++/toml.h>
 #include <unistd.h>
 
-#include "platform/host/files/files.h"
-#include "platform/host/files/fork.h"
+#include "base/files.h"
+#include "base/fork.h"
+#include "base/tomltext.h"
 #include "platform/host/trace/rings.h"
-#include "sim/tomltext.h"
 
 namespace kest::host
 {
@@ -415,7 +415,7 @@ void fileReader::read(std::string_view source)
                              {"raw_users", accounts(target.service.rawUsers)},
                              {"raw_groups", accounts(target.service.rawGroups)}})},
     };
-    if (const auto trouble = sim::findTextTrouble(source)) {
+    if (const auto trouble = findTextTrouble(source)) {
         const toml::source_position at{static_cast<toml::source_index>(trouble->line),
                                        static_cast<toml::source_index>(trouble->column)};
         fail(at, keyOfLine(source, at.line), "plain TOML", std::string(trouble->what));

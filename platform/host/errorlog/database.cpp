@@ -13,8 +13,9 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/files.h"
+#include "base/folders.h"
 #include "platform/host/errorlog/json.h"
-#include "platform/host/files/files.h"
 
 namespace kest::host
 {

@@ -6,11 +6,14 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "base/descriptor.h"
+#include "base/files.h"
+#include "base/folders.h"
+#include "base/quietwrites.h"
 #include "platform/host/errorlog/commit.h"
 #include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/process.h"
 #include "platform/host/errorlog/tell.h"
-#include "platform/host/files/files.h"
 
 namespace kest::host
 {

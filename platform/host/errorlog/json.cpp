@@ -9,80 +9,26 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "base/hex.h"
+#include "base/utf8.h"
+
 namespace kest::host
 {
 
 namespace
 {
 
-constexpr std::string_view digits = "0123456789abcdef";
-
-std::string toHex(const std::vector<std::uint8_t>& bytes)
-{
-    std::string text;
-    text.reserve(2 * bytes.size());
-    for (const std::uint8_t byte : bytes) {
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
-    }
-    return text;
-}
-
-/// Throws what the JSON library throws when the text is not as toHex() makes it.
+/// Throws what the JSON library throws when the text is not as hexDigits() makes it.
 std::vector<std::uint8_t> fromHex(const std::string& text)
 {
-    const auto value = [](char digit) {
-        const auto found = digits.find(digit);
-        if (found == digits.npos) {
-            throw nlohmann::json::other_error::create(500, "not a hexadecimal digit", nullptr);
-        }
-        return found;
-    };
-    if (text.size() % 2 != 0) {
-        throw nlohmann::json::other_error::create(500, "half a byte", nullptr);
+    auto bytes = bytesOfHexDigits(text);
+    if (!bytes) {
+        throw nlohmann::json::other_error::create(500, "not bytes in hexadecimal digits", nullptr);
     }
-    std::vector<std::uint8_t> bytes(text.size() / 2);
-    for (std::size_t index = 0; index < bytes.size(); ++index) {
-        bytes[index] = static_cast<std::uint8_t>(value(text[2 * index]) << 4 | value(text[2 * index + 1]));
-    }
-    return bytes;
-}
-
-/// Bytes of the UTF-8 sequence at the start of `text`; 0 when there is no valid one.
-std::size_t sequenceLength(std::string_view text)
-{
-    const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const auto first = byte(0);
-    std::size_t length = first < 0x80                    ? 1
-                         : first >= 0xC2 && first < 0xE0 ? 2
-                         : first >= 0xE0 && first < 0xF0 ? 3
-                         : first >= 0xF0 && first < 0xF5 ? 4
-                                                         : 0;
-    if (length > text.size()) {
-        length = 0;
-    }
-    for (std::size_t index = 1; index < length; ++index) {
-        if ((byte(index) & 0xC0) != 0x80) {
-            length = 0;
-        }
-    }
-    const bool overlongOrBeyond =
-        length > 2 && ((first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) > 0x9F) ||
-                       (first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) > 0x8F));
-    return overlongOrBeyond ? 0 : length;
+    return std::move(*bytes);
 }
 
 constexpr std::uint32_t replacementCharacter = 0xFFFD;
-
-/// @return the character that a valid UTF-8 sequence of 2 to 4 bytes stands for
-std::uint32_t codePoint(std::string_view sequence)
-{
-    std::uint32_t point = static_cast<unsigned char>(sequence.front()) & (0x7FU >> sequence.size());
-    for (const char byte : sequence.substr(1)) {
-        point = point << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
-    }
-    return point;
-}
 
 /// Adds a character beyond ASCII as one or two units of UTF-16.
 void addUnits(std::string& text, std::uint32_t point)
@@ -152,7 +98,7 @@ void to_json(nlohmann::json& json, const loggedDetails& item)
     json = {{"component", item.component},
             {"version", item.version},
             {"subsection", item.subsection},
-            {"data", toHex(item.bytes)}};
+            {"data", hexDigits(item.bytes)}};
 }
 void from_json(const nlohmann::json& json, loggedDetails& item)
 {
@@ -170,7 +116,7 @@ std::string quotedText(std::string_view text)
 {
     std::string quoted = "\"";
     while (!text.empty()) {
-        const std::size_t length = sequenceLength(text);
+        const std::size_t length = utf8Length(text);
         if (length == 1) {
             addPlain(quoted, text.front());
         } else {
@@ -214,8 +160,8 @@ std::string toLine(const loggedEntry& entry)
     });
     text += ",\"userDetails\":";
     addList(text, entry.userDetails, [&](const loggedDetails& item) {
-        add(text, R"({{"component":{},"data":"{}","subsection":{},"version":{}}})", item.component, toHex(item.bytes),
-            item.subsection, item.version);
+        add(text, R"({{"component":{},"data":"{}","subsection":{},"version":{}}})", item.component,
+            hexDigits(item.bytes), item.subsection, item.version);
     });
     return text += '}';
 }
@@ -282,7 +228,7 @@ std::string cleanText(std::string_view text)
     while (!text.empty()) {
         const auto first = static_cast<unsigned char>(text.front());
         const bool isKept = (first >= 0x20 && first != 0x7F) || first == '\n' || first == '\t';
-        std::size_t length = isKept ? sequenceLength(text) : 0;
+        std::size_t length = isKept ? utf8Length(text) : 0;
         if (length > 0) {
             clean += text.substr(0, length);
         } else {

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/host/files/fork.h"
+#include "base/folders.h"
+#include "base/fork.h"
+#include "base/hash.h"
 
 namespace kest::host
 {
@@ -16,16 +18,6 @@ namespace
 // others can make a folder of that name first: then the next is tried
 constexpr int privatePlaces = 8;
 
-/// FNV-1a of 64 bits: names the spool of a state folder elsewhere.
-std::uint64_t hashOf(const std::string& text)
-{
-    std::uint64_t hash = 0xCBF29CE484222325ULL;
-    for (const char character : text) {
-        hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3ULL;
-    }
-    return hash;
-}
-
 [[maybe_unused]] const processLog& madeAtLoad = processLog::instance();
 
 } // namespace
@@ -33,7 +25,7 @@ std::uint64_t hashOf(const std::string& text)
 logFiles::logFiles(const configuration& settings)
     : folder(settings.stateFolder), database(folder / "errors.db"), lock(folder / "errors.lock"),
       nextId(folder / "errors.next"), spool(folder / "errors.spool"),
-      otherName(fmt::format("errors-{:016x}", hashOf(folder.string())))
+      otherName(fmt::format("errors-{:016x}", fnvHash64(folder.string())))
 {
 }
 

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/files.h"
+#include "base/folders.h"
 #include "platform/host/errorlog/json.h"
 
 namespace kest::host
@@ -28,10 +30,6 @@ constexpr char takenMark = '#';
 
 using piece = std::array<char, pieceBytes>;
 
-std::span<const std::uint8_t> bytesOf(std::string_view text)
-{
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
 constexpr std::size_t largestBytes = std::size_t{1} << 30;
 
 std::uint64_t sizeOf(const struct stat& facts) { return static_cast<std::uint64_t>(facts.st_size); }
@@ -202,9 +200,9 @@ int spool::appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64
     }
     if (error == 0) {
         reserveBehind(descriptor.number());
-        error = writeAll(descriptor.number(), bytesOf(line));
+        error = writeAll(descriptor.number(), line);
         if (error == 0) {
-            error = writeAll(descriptor.number(), bytesOf("\n"));
+            error = writeAll(descriptor.number(), "\n");
         }
         if (error == 0 && fdatasync(descriptor.number()) != 0) {
             error = errno;

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "platform/host/errorlog/limits.h"
 #include "platform/host/errorlog/waiting.h"
-#include "platform/host/files/files.h"
 
 namespace kest::host
 {

@@ -9,12 +9,13 @@
 #include <set>
 #include <unistd.h>
 
+#include "base/folders.h"
+#include "base/quietwrites.h"
 #include "platform/host/errorlog/commit.h"
 #include "platform/host/errorlog/entry.h"
 #include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/process.h"
 #include "platform/host/errorlog/tell.h"
-#include "platform/host/files/files.h"
 
 namespace kest::host
 {

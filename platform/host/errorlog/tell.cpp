@@ -1,16 +1,16 @@
 #include "platform/host/errorlog/tell.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
-#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/descriptor.h"
+#include "base/quietwrites.h"
 #include "platform/host/errorlog/waiting.h"
 
 namespace kest::host
@@ -21,7 +21,6 @@ namespace
 
 constexpr std::chrono::milliseconds patienceForReaders{1000};
 constexpr int pollMs = 20;
-constexpr std::array quieted{SIGPIPE, SIGXFSZ};
 
 /// Standard error, written without waiting as far as that can be had.
 class unblockedError
@@ -72,35 +71,6 @@ ssize_t unblockedError::writeOnce(std::string_view text) const
 }
 
 } // namespace
-
-quietWrites::quietWrites()
-{
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    for (const int signal : quieted) {
-        sigaddset(&blocked, signal);
-    }
-    sigpending(&m_pendingBefore);
-    pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
-}
-
-quietWrites::~quietWrites()
-{
-    const int error = errno;
-    sigset_t caused;
-    sigpending(&caused);
-    for (const int signal : quieted) {
-        if (sigismember(&caused, signal) == 1 && sigismember(&m_pendingBefore, signal) == 0) {
-            sigset_t one;
-            sigemptyset(&one);
-            sigaddset(&one, signal);
-            constexpr timespec now{};
-            sigtimedwait(&one, nullptr, &now);
-        }
-    }
-    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    errno = error;
-}
 
 void tellStandardError(std::string_view text) noexcept
 {

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "platform/host/files/files.h"
+#include "base/filelock.h"
 
 namespace kest::host
 {

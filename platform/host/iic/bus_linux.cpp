@@ -18,7 +18,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "platform/host/files/files.h"
+#include "base/descriptor.h"
+#include "base/files.h"
 
 namespace kest::host::iic
 {

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/hex.h"
 #include "sim/machine.h"
 #include "sim/speed.h"
 
@@ -54,14 +55,14 @@ transferResult fromSimulated(const sim::transferResult& result)
 /// Letters, digits, '-' and '_' stay; everything else becomes %XX.
 std::string fileNameSafe(const std::string& text)
 {
-    constexpr std::string_view digits = "0123456789ABCDEF";
     std::string safe;
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         if (std::isalnum(byte) != 0 || character == '-' || character == '_') {
             safe += character;
         } else {
-            safe += {'%', digits[byte >> 4], digits[byte & 15]};
+            safe += '%';
+            appendHexByte(safe, byte, upperHexDigits);
         }
     }
     return safe;

@@ -14,15 +14,7 @@ namespace kest::host::iic
 namespace
 {
 
-constexpr int readsItem = 1;
-constexpr int setsItem = 2;
-constexpr std::uint16_t longestOffset = 4;
 constexpr std::uint32_t usualBusyWaitMs = 1000;
-constexpr std::size_t lockRecordBytes = 8;
-// host byte order
-constexpr std::uint32_t lockKindHub = 0;
-// big-endian
-constexpr std::uint32_t lockKindRegisters = 2;
 
 callResult failedWith(int error) { return {.value = -1, .error = error}; }
 
@@ -43,21 +35,22 @@ Value hostOrder(const std::uint8_t* bytes)
     return value;
 }
 
-struct lockRecord {
-    std::uint32_t kind = 0;
-    std::uint32_t address = 0;
-    std::uint32_t timeoutMs = 0;
-};
-
 /// A record says by its first two bytes which order it is in: 00 02 is the register device's, whatever the host's.
-lockRecord readLockRecord(const std::uint8_t* bytes)
+mern_iic_lock readLockRecord(const std::uint8_t* bytes)
 {
-    if (bigEndian(bytes, 2) == lockKindRegisters) {
-        return {.kind = lockKindRegisters, .address = bigEndian(bytes + 2, 2), .timeoutMs = bigEndian(bytes + 4, 4)};
+    if (bigEndian(bytes, 2) == MERN_LOCK_REGISTER_DEVICE) {
+        return {.kind = MERN_LOCK_REGISTER_DEVICE,
+                .address = static_cast<std::uint16_t>(bigEndian(bytes + 2, 2)),
+                .timeoutMs = bigEndian(bytes + 4, 4)};
     }
-    return {.kind = hostOrder<std::uint16_t>(bytes),
-            .address = hostOrder<std::uint16_t>(bytes + 2),
-            .timeoutMs = hostOrder<std::uint32_t>(bytes + 4)};
+    return hostOrder<mern_iic_lock>(bytes);
+}
+
+/// Whether every field of a block has a meaning.
+bool isSensible(const mern_iic_block& block)
+{
+    return (block.address == 0 || isDeviceAddress(block.address)) && block.offsetLength <= MERN_OFFSET_LENGTH_MAX &&
+           (block.pageSize == 0 || std::has_single_bit(block.pageSize));
 }
 
 /// The items and what may be done with them.
@@ -72,51 +65,29 @@ constexpr std::array items{
     itemRow{WOBU_IIC_TARGET, 4, true, true},
     itemRow{WOBU_IIC_DETECT_STATE, 4, true, false},
     itemRow{WOBU_IIC_DMA_OPTION, 4, true, true},
-    itemRow{WOBU_IIC_LOCK, lockRecordBytes, false, true},
-    itemRow{WOBU_IIC_UNLOCK, lockRecordBytes, false, true},
-    itemRow{WOBU_IIC_BLOCK, configurationBlock::bytes, true, true},
+    itemRow{WOBU_IIC_LOCK, sizeof(mern_iic_lock), false, true},
+    itemRow{WOBU_IIC_UNLOCK, sizeof(mern_iic_lock), false, true},
+    itemRow{WOBU_IIC_BLOCK, sizeof(mern_iic_block), true, true},
 };
 
 bool isItem(int direction, std::uint32_t item, unsigned int size)
 {
     const auto* row = std::ranges::find(items, item, &itemRow::item);
     return row != items.end() && row->size == size &&
-           ((direction == readsItem && row->readable) || (direction == setsItem && row->settable));
+           ((direction == MERN_CONFIG_READ && row->readable) || (direction == MERN_CONFIG_SET && row->settable));
 }
 
 } // namespace
 
-configurationBlock::configurationBlock() { std::memcpy(&m_bytes[40], &usualBusyWaitMs, sizeof usualBusyWaitMs); }
-
-template <typename Value>
-Value configurationBlock::field(std::size_t offset) const
-{
-    return hostOrder<Value>(m_bytes.data() + offset);
-}
-
-bool configurationBlock::set(const std::uint8_t* block)
-{
-    configurationBlock wanted;
-    std::copy_n(block, bytes, wanted.m_bytes.begin());
-    const bool sensible = (wanted.address() == 0 || isDeviceAddress(wanted.address())) &&
-                          wanted.offsetLength() <= longestOffset &&
-                          (wanted.pageSize() == 0 || std::has_single_bit(wanted.pageSize()));
-    if (sensible) {
-        *this = wanted;
-    }
-    return sensible;
-}
-
-void configurationBlock::get(std::uint8_t* block) const { std::ranges::copy(m_bytes, block); }
-
 device::device(std::shared_ptr<bus> wires, std::uint8_t target)
     : m_wires(std::move(wires)), m_adapterTakes(m_wires->limits()), m_target(target), m_locks(m_wires->identity())
 {
+    m_block.busyWaitMs = usualBusyWaitMs;
 }
 
 callResult device::configure(int direction, std::uint32_t item, std::uint8_t* value, unsigned int size)
 {
-    const bool sets = direction == setsItem;
+    const bool sets = direction == MERN_CONFIG_SET;
     std::uint32_t number = 0;
     callResult result;
     if (!isItem(direction, item, size)) {
@@ -139,7 +110,7 @@ callResult device::configure(int direction, std::uint32_t item, std::uint8_t* va
         break;
     case WOBU_IIC_DETECT_STATE:
         result = m_target == 0 ? failedWith(EINVAL) : callResult{};
-        number = m_target == 0 ? detectUncertain : detectDevice(*m_wires, settings(), m_history);
+        number = m_target == 0 ? MERN_DETECT_UNCERTAIN : detectDevice(*m_wires, settings(), m_history);
         break;
     case WOBU_IIC_DMA_OPTION:
         m_dmaOption = sets ? number : m_dmaOption;
@@ -149,7 +120,7 @@ callResult device::configure(int direction, std::uint32_t item, std::uint8_t* va
         if (sets) {
             result = setBlock(value);
         } else {
-            m_block.get(value);
+            std::memcpy(value, &m_block, sizeof m_block);
         }
         break;
     default:
@@ -167,7 +138,7 @@ callResult device::setTarget(std::uint32_t address)
     if (!isDeviceAddress(address)) {
         return failedWith(EINVAL);
     }
-    if (m_block.address() != 0 && address != m_block.address()) {
+    if (m_block.address != 0 && address != m_block.address) {
         // behind the hub of the block: register transfers don't reach it
         return failedWith(ENOSYS);
     }
@@ -177,19 +148,22 @@ callResult device::setTarget(std::uint32_t address)
 
 callResult device::setBlock(const std::uint8_t* block)
 {
-    if (!m_block.set(block)) {
+    const auto wanted = hostOrder<mern_iic_block>(block);
+    if (!isSensible(wanted)) {
         return failedWith(EINVAL);
     }
-    if (m_block.address() != 0) {
-        m_target = static_cast<std::uint8_t>(m_block.address());
+    m_block = wanted;
+    if (m_block.address != 0) {
+        m_target = static_cast<std::uint8_t>(m_block.address);
     }
     return {};
 }
 
 callResult device::lock(const std::uint8_t* bytes, bool take)
 {
-    const lockRecord record = readLockRecord(bytes);
-    if ((record.kind != lockKindHub && record.kind != lockKindRegisters) || !isDeviceAddress(record.address)) {
+    const mern_iic_lock record = readLockRecord(bytes);
+    if ((record.kind != MERN_LOCK_HUB && record.kind != MERN_LOCK_REGISTER_DEVICE) ||
+        !isDeviceAddress(record.address)) {
         return failedWith(EINVAL);
     }
     const auto address = static_cast<std::uint8_t>(record.address);
@@ -211,11 +185,11 @@ transferSettings device::settings()
 {
     return {.target = m_target,
             .position = m_position,
-            .offsetLength = m_block.offsetLength(),
-            .pageSize = m_block.pageSize(),
-            .writeCycleMs = m_block.writeCycleMs(),
-            .busyWaitMs = m_block.busyWaitMs(),
-            .pace = {.speedKhz = m_speedKhz.value_or(m_block.speedKhz()), .timeoutMs = m_block.timeoutMs()},
+            .offsetLength = m_block.offsetLength,
+            .pageSize = m_block.pageSize,
+            .writeCycleMs = m_block.writeCycleMs,
+            .busyWaitMs = m_block.busyWaitMs,
+            .pace = {.speedKhz = m_speedKhz.value_or(m_block.speedKhz), .timeoutMs = m_block.timeoutMs},
             .locks = &m_locks};
 }
 
@@ -264,7 +238,7 @@ callResult device::write(const std::uint8_t* buffer, unsigned int size)
 
 callResult device::reset(int kind)
 {
-    const int error = kind == 1 ? errnoOf(m_wires->reset(m_target)) : EINVAL;
+    const int error = kind == MERN_RESET_BUS ? errnoOf(m_wires->reset(m_target)) : EINVAL;
     // a reopened adapter may be another
     m_adapterTakes = m_wires->limits();
     return error == 0 ? callResult{} : failedWith(error);
@@ -316,7 +290,7 @@ void device::keepFailure(const char* operation, const callResult& result)
                       .length = result.length,
                       .moved = static_cast<std::uint32_t>(std::max(result.value, 0)),
                       .error = result.error,
-                      .offsetLength = m_block.offsetLength(),
+                      .offsetLength = m_block.offsetLength,
                       .silence = result.silence},
                      m_history);
 }

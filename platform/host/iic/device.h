@@ -1,7 +1,6 @@
 /// An open device: the state behind a handle.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -17,33 +16,6 @@
 
 namespace kest::host::iic
 {
-
-/// The configuration block, item 19: host byte order.
-class configurationBlock
-{
-public:
-    static constexpr std::size_t bytes = 44;
-
-    /// The state at open: nothing set but a wait for a busy bus.
-    configurationBlock();
-    /// @return false, and nothing is changed, when a field has no meaning
-    bool set(const std::uint8_t* block);
-    void get(std::uint8_t* block) const;
-
-    [[nodiscard]] std::uint16_t speedKhz() const { return field<std::uint16_t>(0); }
-    [[nodiscard]] std::uint16_t address() const { return field<std::uint16_t>(2); }
-    [[nodiscard]] std::uint16_t offsetLength() const { return field<std::uint16_t>(4); }
-    [[nodiscard]] std::uint32_t timeoutMs() const { return field<std::uint32_t>(12); }
-    [[nodiscard]] std::uint16_t writeCycleMs() const { return field<std::uint16_t>(20); }
-    [[nodiscard]] std::uint32_t pageSize() const { return field<std::uint32_t>(24); }
-    [[nodiscard]] std::uint32_t busyWaitMs() const { return field<std::uint32_t>(40); }
-
-private:
-    template <typename Value>
-    [[nodiscard]] Value field(std::size_t offset) const;
-
-    std::array<std::uint8_t, bytes> m_bytes{};
-};
 
 /// What a call answers: its result and, for a failed one, its errno.
 struct callResult {
@@ -89,7 +61,7 @@ private:
 
     std::shared_ptr<bus> m_wires;
     transferLimits m_adapterTakes; ///< at once, as far as transfers have shown
-    configurationBlock m_block;
+    mern_iic_block m_block{}; ///< as it was set; at open nothing but a wait for a busy bus
     std::optional<std::uint32_t> m_speedKhz; ///< item 2, once set
     std::uint32_t m_dmaOption = 0;
     std::uint8_t m_target;

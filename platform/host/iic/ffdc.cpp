@@ -11,10 +11,13 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
-#include "platform/host/files/files.h"
-#include "platform/host/files/fork.h"
+#include "base/descriptor.h"
+#include "base/folders.h"
+#include "base/fork.h"
+#include "base/hex.h"
+#include "base/quietwrites.h"
+#include "base/unshared.h"
 #include "platform/host/iic/sharedfolder.h"
-#include "sim/quietwrites.h"
 
 #ifndef F_OFD_SETLK
 #define F_OFD_SETLK 37
@@ -82,8 +85,9 @@ constexpr std::array errnoTexts{
 
 std::string hexByte(std::uint8_t byte)
 {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    return {digits[byte >> 4], digits[byte & 15]};
+    std::string digits;
+    appendHexByte(digits, byte, upperHexDigits);
+    return digits;
 }
 
 nlohmann::ordered_json noteAsJson(const transactionNote& note)
@@ -236,7 +240,7 @@ bool lockRecord(int descriptor)
 /// text so short gets there whole or, when the system ends first, as none.
 bool putRecord(int descriptor, const std::filesystem::path& folder, const std::string& text)
 {
-    const sim::quietWrites quiet;
+    const quietWrites quiet;
     const bool written = ftruncate(descriptor, 0) == 0 &&
                          pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
                          fsync(descriptor) == 0 && syncFolder(folder) == 0;

@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "platform/host/files/fork.h"
+#include "base/fork.h"
 
 namespace kest::host::iic
 {

@@ -24,7 +24,6 @@ namespace
 {
 
 constexpr unsigned int traceBytes = 16384;
-constexpr int flagsReadWrite = 0x1002;
 
 /// The buffer "IIC", made at first use. Threads that are first at once get the same; none waits for another, which a
 /// fork might leave behind.
@@ -111,7 +110,7 @@ int openDevice(NodeType node, const char* path, int flags, mern_t& handle)
     int error = 0;
     if (path == nullptr) {
         error = EFAULT;
-    } else if (flags != flagsReadWrite) {
+    } else if (flags != MERN_OPEN_READ_WRITE_SYNC) {
         error = EINVAL;
     } else {
         error = parseDevicePath(path, where);

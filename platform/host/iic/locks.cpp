@@ -8,7 +8,8 @@
 
 #include <fcntl.h>
 
-#include "platform/host/files/files.h"
+#include "base/descriptor.h"
+#include "base/unshared.h"
 #include "platform/host/iic/sharedfolder.h"
 
 #ifndef F_OFD_SETLK

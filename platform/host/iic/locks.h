@@ -7,7 +7,7 @@
 
 #include <sys/types.h>
 
-#include "platform/host/files/unshared.h"
+#include "base/unshared.h"
 #include "platform/host/iic/bus.h"
 
 namespace kest::host::iic

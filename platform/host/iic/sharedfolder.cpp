@@ -9,7 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/host/files/files.h"
+#include "base/descriptor.h"
+#include "base/folders.h"
 
 namespace kest::host::iic
 {

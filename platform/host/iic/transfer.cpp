@@ -640,22 +640,22 @@ transferReport writeDevice(bus& wires, const transferSettings& settings, std::sp
     return writing(wires, settings, data, history, learnt).run();
 }
 
-std::uint32_t detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history)
+mern_detect_state detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history)
 {
     struct stateRow {
         outcome end;
-        std::uint32_t state;
+        mern_detect_state state;
     };
     constexpr std::array states{
-        stateRow{outcome::done, detectPresent},
-        stateRow{outcome::addressNotAcknowledged, detectAbsent},
-        stateRow{outcome::sclHeld, detectSclHeld},
-        stateRow{outcome::sdaHeld, detectSdaHeld},
+        stateRow{outcome::done, MERN_DETECT_PRESENT},
+        stateRow{outcome::addressNotAcknowledged, MERN_DETECT_ABSENT},
+        stateRow{outcome::sclHeld, MERN_DETECT_SCL_HELD},
+        stateRow{outcome::sdaHeld, MERN_DETECT_SDA_HELD},
     };
     conversation talk(wires, settings, history);
     const outcome end = talk.askUntilAnswered(talk.startWindowNs());
     const auto* row = std::ranges::find(states, end, &stateRow::end);
-    return row == states.end() ? detectUncertain : row->state;
+    return row == states.end() ? MERN_DETECT_UNCERTAIN : row->state;
 }
 
 std::uint32_t positionAfter(const transferSettings& settings, bool read, std::size_t length)

@@ -7,6 +7,7 @@
 
 #include "platform/host/iic/bus.h"
 #include "platform/host/iic/ffdc.h"
+#include "platform/mern.h"
 
 namespace kest::host::iic
 {
@@ -32,13 +33,6 @@ struct transferReport {
     const char* silence = "";
 };
 
-/// States of a device, as detection tells them.
-constexpr std::uint32_t detectAbsent = 0;
-constexpr std::uint32_t detectSclHeld = 1;
-constexpr std::uint32_t detectSdaHeld = 2;
-constexpr std::uint32_t detectPresent = 3;
-constexpr std::uint32_t detectUncertain = 4;
-
 /// Reads from the position: an offset and the data in one transaction, as far as the adapter takes it
 /// and 250 ms of wire time allow.
 /// @param[in,out] learnt  what the adapter takes at once: the bus's limits at first, less after it refused something as
@@ -50,8 +44,8 @@ transferReport readDevice(bus& wires, const transferSettings& settings, std::spa
 /// @param[in,out] learnt  as for readDevice()
 transferReport writeDevice(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
                            transactionHistory& history, transferLimits& learnt);
-/// Asks the target whether it is there, and waits for a busy one. @return a detect state
-std::uint32_t detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history);
+/// Asks the target whether it is there, and waits for a busy one.
+mern_detect_state detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history);
 
 /// Where the position stands after a whole transfer of `length` bytes.
 std::uint32_t positionAfter(const transferSettings& settings, bool read, std::size_t length);

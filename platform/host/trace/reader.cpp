@@ -14,12 +14,12 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform/host/files/files.h"
+#include "base/descriptor.h"
+#include "base/hex.h"
 #include "platform/host/trace/formats.h"
 #include "platform/host/trace/layout.h"
 #include "platform/host/trace/parser.h"
 #include "platform/host/trace/ringfile.h"
-#include "sim/descriptors.h"
 
 namespace kest::host
 {
@@ -30,13 +30,13 @@ using namespace trace;
 
 void appendEscaped(std::string& to, std::string_view text)
 {
-    constexpr char digits[] = "0123456789abcdef";
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
             to += character;
         } else {
-            to += {'\\', 'x', digits[byte >> 4], digits[byte & 0xF]};
+            to += "\\x";
+            appendHexByte(to, byte, lowerHexDigits);
         }
     }
 }
@@ -382,8 +382,7 @@ fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
     fileBytes file;
     struct stat status {
     };
-    const fileDescriptor descriptor(
-        sim::ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)));
+    const fileDescriptor descriptor(ownDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)));
     if (!descriptor.valid() || fstat(descriptor.number(), &status) != 0) {
         file.errorNumber = errno;
         file.error = std::strerror(file.errorNumber);
@@ -408,12 +407,11 @@ fileBytes loadFile(const std::filesystem::path& path, std::size_t most)
 
 void appendHex(std::string& to, std::span<const std::uint8_t> bytes)
 {
-    constexpr char digits[] = "0123456789abcdef";
     for (std::size_t index = 0; index < bytes.size(); ++index) {
         if (index % 4 == 0) {
             to += ' ';
         }
-        to += {digits[bytes[index] >> 4], digits[bytes[index] & 0xF]};
+        appendHexByte(to, bytes[index], lowerHexDigits);
     }
 }
 

@@ -19,9 +19,11 @@
 #include <unistd.h>
 #include <vector>
 
-#include "platform/host/files/files.h"
+#include "base/clock.h"
+#include "base/descriptor.h"
+#include "base/folders.h"
+#include "base/quietwrites.h"
 #include "platform/host/trace/rings.h"
-#include "sim/quietwrites.h"
 
 namespace kest::host::trace
 {
@@ -42,7 +44,7 @@ struct flock wholeFile(short type)
 /// Bytes of a file that is open, with room reserved and a lock. @return whether all that could be had
 bool prepare(ringFileHandle& file, std::size_t bytes)
 {
-    const sim::quietWrites quiet;
+    const quietWrites quiet;
     struct flock lock = wholeFile(F_WRLCK);
     const int error = fcntl(file.descriptor, F_OFD_SETLK, &lock) != 0
                           ? errno
@@ -98,12 +100,8 @@ const char* nameIn(const char* path) { return std::strrchr(path, '/') + 1; }
 ringFileHandle createRingFile(const char* folder, const char* bufferName, std::size_t bytes)
 {
     ringFileHandle file;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const int length = std::snprintf(
-        file.path, sizeof file.path, "%s/%s-%ld-%" PRIx64 "%s", folder, bufferName, static_cast<long>(getpid()),
-        static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec),
-        ringFileSuffix);
+    const int length = std::snprintf(file.path, sizeof file.path, "%s/%s-%ld-%" PRIx64 "%s", folder, bufferName,
+                                     static_cast<long>(getpid()), clockNs(CLOCK_REALTIME), ringFileSuffix);
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof file.path) {
         file.path[0] = '\0';
         errno = ENAMETOOLONG;

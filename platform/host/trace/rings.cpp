@@ -18,7 +18,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform/host/files/files.h"
+#include "base/clock.h"
+#include "base/folders.h"
 #include "platform/host/trace/hash.h"
 #include "platform/host/trace/parser.h"
 #include "platform/host/trace/ring.h"
@@ -62,13 +63,6 @@ bool isUsableName(const char* name)
            std::strspn(name, letters) == length;
 }
 
-std::uint64_t clockNow(clockid_t clock)
-{
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec);
-}
-
 void putWide(std::uint32_t (&words)[2], std::uint64_t value)
 {
     words[0] = static_cast<std::uint32_t>(value >> 32);
@@ -87,7 +81,7 @@ void fillHeader(ringHeader& header, const trace_wobu_buffer& ring)
     header.seed = ring.seed;
     header.pid = static_cast<std::uint32_t>(getpid());
     putWide(header.clockOffset, everything.clockOffset);
-    putWide(header.created, clockNow(CLOCK_REALTIME));
+    putWide(header.created, clockNs(CLOCK_REALTIME));
     std::memcpy(header.bufferName, ring.name, sizeof ring.name);
     std::snprintf(header.processName, sizeof header.processName, "%s", program_invocation_short_name);
 }
@@ -259,7 +253,7 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
         return nullptr;
     }
     if (everything.used == 0) {
-        everything.clockOffset = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
+        everything.clockOffset = clockNs(CLOCK_REALTIME) - clockNs(CLOCK_MONOTONIC);
     }
     trace_wobu_buffer& ring = everything.rings[everything.used];
     std::snprintf(ring.name, sizeof ring.name, "%s", name);
@@ -267,7 +261,7 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
     ring.laneStride = roundedUp(laneHeadBytes + ring.laneUnits * unitBytes, laneHeadBytes);
     // Not guessable from a client's side, so that no traced payload can pass for a record
     ring.seed =
-        static_cast<std::uint32_t>((clockNow(CLOCK_REALTIME) ^ reinterpret_cast<std::uintptr_t>(&ring)) * 0x9E3779B1u);
+        static_cast<std::uint32_t>((clockNs(CLOCK_REALTIME) ^ reinterpret_cast<std::uintptr_t>(&ring)) * 0x9E3779B1u);
     storage* made = memoryStorage(ring);
     if (made == nullptr) {
         return nullptr;
@@ -291,7 +285,7 @@ void useTraceFolder(const std::filesystem::path& folder) noexcept
     if (!path.empty() && path.size() < sizeof everything.folder) {
         path.copy(everything.folder, path.size());
         everything.folder[path.size()] = '\0';
-        everything.clockOffset = clockNow(CLOCK_REALTIME) - clockNow(CLOCK_MONOTONIC);
+        everything.clockOffset = clockNs(CLOCK_REALTIME) - clockNs(CLOCK_MONOTONIC);
         for (trace_wobu_buffer& ring : rings()) {
             if (another || ring.file.memory == nullptr) {
                 moveToFile(ring);

@@ -5,9 +5,9 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <sys/types.h>
 
+#include "base/clock.h"
 #include "platform/host/trace/formats.h"
 #include "platform/host/trace/ring.h"
 #include "platform/trace.h"
@@ -72,10 +72,7 @@ public:
 
     void writeTo(trace_wobu_buffer& ring, std::uint32_t kind, std::uint32_t hash, std::uint32_t line)
     {
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        const std::uint64_t time =
-            static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec);
+        const std::uint64_t time = kest::clockNs(CLOCK_MONOTONIC);
         const std::uint32_t thread = numberOfThread();
         const std::size_t bytes = recordBytes(static_cast<std::uint32_t>(m_used));
         std::memset(payload() + m_used, 0, bytes - recordHeadBytes - m_used);

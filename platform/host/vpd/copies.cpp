@@ -8,8 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/filelock.h"
+#include "base/files.h"
+#include "base/folders.h"
 #include "platform/host/configuration/configuration.h"
-#include "platform/host/files/files.h"
 
 namespace kest::host
 {
@@ -32,7 +34,7 @@ bool wellFormed(std::string_view root)
            root.back() != '/' && root.find("//") == root.npos;
 }
 
-std::filesystem::path folderOf(std::string_view root) { return currentConfiguration().stateFolder / root; }
+std::filesystem::path rootFolder(std::string_view root) { return currentConfiguration().stateFolder / root; }
 
 std::filesystem::path fileOf(std::string_view root, std::uint32_t number)
 {
@@ -56,7 +58,7 @@ bool parseNumber(const std::string& name, std::uint32_t& number)
 template <typename change_t>
 int exclusively(std::string_view root, change_t change)
 {
-    const fileLock lock(folderOf(root) / lockName);
+    const fileLock lock(rootFolder(root) / lockName);
     return lock.error() == 0 ? change() : lock.error();
 }
 
@@ -68,7 +70,7 @@ int listCopies(std::vector<copyInfo>& copies, std::string_view root)
     std::error_code error;
     int result = wellFormed(root) ? 0 : EINVAL;
     if (result == 0) {
-        std::filesystem::directory_iterator entry(folderOf(root), error);
+        std::filesystem::directory_iterator entry(rootFolder(root), error);
         for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
             copyInfo copy;
             struct stat facts {
@@ -112,7 +114,7 @@ int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::
         error = EFBIG;
     }
     if (error == 0) {
-        error = makeFolders(folderOf(root));
+        error = makeFolders(rootFolder(root));
     }
     if (error == 0) {
         error = exclusively(root, [&] { return replaceFile(fileOf(root, number), bytes); });
@@ -156,7 +158,7 @@ int removeCopy(std::uint32_t number, std::string_view root)
     if (error == 0) {
         error = exclusively(root, [&] {
             const int result = unlink(fileOf(root, number).c_str()) == 0 ? 0 : errno;
-            return result == 0 ? syncFolder(folderOf(root)) : result;
+            return result == 0 ? syncFolder(rootFolder(root)) : result;
         });
     }
     return error;

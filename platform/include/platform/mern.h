@@ -1,22 +1,22 @@
 /// The platform's IIC resource access layer: open devices on IIC buses, configured, positioned, read and written.
 ///
-/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL. Address 0 is never
-/// sent to nor asked: while no target is set, transfers and item 15 are EINVAL.
+/// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL. Nothing is ever
+/// sent to address 0: while no target is set, transfers and the detect state are EINVAL.
 ///
-/// Nodes: -1 is the local one. What 0-7 are is the configuration's matter: each is a path prefix put ahead of
-/// `/dev/i2c-N`, or the name of a node of the simulated machine. A path on a node that is not mapped, or to the other
-/// kind of bus, is ENODEV.
+/// Nodes: -1 is the local one. The configuration says what 0-7 are: each is a path prefix put before `/dev/i2c-N`, or
+/// the name of a node of the simulated machine. A path on a node that is not mapped, or to the other kind of bus, is
+/// ENODEV.
 ///
 /// A handle is a ticket: target, position, block, locks and first-failure data live in the layer, and every copy of a
 /// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised. A child
 /// of fork() has its parent's open devices as its own, without their locks; where an adapter makes SMBus calls alone it
-/// opens the node anew before its first use, which can fail as an open does. One that another thread was using during
+/// opens the node anew before its first use, which can fail as an open can. One that another thread was using during
 /// the fork is closed to it (EBADF). What the child opens is foreign to the parent.
 ///
 /// Every function that fails sets `errno`, always:
 /// ENXIO    the address was not acknowledged
-/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, the system failed without a cause
-///          that has a row here
+/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, or the system failed for
+///          a cause that has no row here
 /// ETIME    SCL or SDA held, bus busy too long, a write cycle that does not end, the transfer's time-out
 /// ENODATA  the first byte of a read with offset length 3 or 4 (a hub's status) is not 0
 /// ENODEV   bus or node gone, or the node is not mapped
@@ -25,75 +25,70 @@
 /// EINVAL   bad argument, no target set, a transfer with n = 0 that is more than the adapter takes in one message
 /// EFAULT   null buffer
 /// EBUSY    lock not had within its time-out
-/// EACCES   not permitted to open; the folder of a bus's locks and first-failure data can't be made or used, or is refused: it belongs to
-///          another user than root, one's own and, for a simulated bus, the machine folder's, or everybody may exchange files in it
+/// EACCES   not permitted to open; the folder of a bus's locks and first-failure data cannot be made or used, or is
+///          refused. It is refused when everybody may exchange files in it, and when it belongs to another user than
+///          root, oneself or, for a simulated bus, the owner of the machine folder
 /// ENOMEM   no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
 /// ENOSYS   the adapter or the chain cannot do it
 /// EDEADLK  this handle holds that lock already: given for this alone
 ///
-/// `mern_iic_config` items (direction 1 reads, 2 sets; a wrong size, direction or item is EINVAL):
-/// item   bytes  meaning
-/// 2      4      bus speed in kHz, 0 the bus's own default. Once set it outlasts later blocks. A simulated bus runs at
-///               it, up to 1000. On a kernel bus it is accepted and read back, but changes nothing on the wires: the
-///               adapter's driver alone sets their clock. There it only serves to reckon the length of transactions.
-/// 3      4      target address. One other than the non-zero address of the block in force is ENOSYS: that device sits
-///               behind a hub, where no register transfer reaches it.
-/// 15     4      read only: detect state of the target. 3 present, 0 nothing answers, 1 SCL held low, 2 SDA held low, 4 anything else.
-/// 16     4      DMA option: accepted, remembered, without effect
-/// 17,18  8      lock, unlock a device address: 16-bit kind, 16-bit address, 32-bit time-out in ms. Kind 0 (hub): host byte order;
-///               kind 2 (register device): big-endian. Locks are advisory, exclude each other on a bus and address whatever the kind,
-///               and end with unlock, close, exit or death of the holder.
-///               The bus itself is the key (device number, or machine folder, node and bus name): every path and node that leads to
-///               it meets at the same locks, as long as the lock folder is the same.
-/// 19     44     configuration block, host byte order, bytes not listed are kept without meaning:
-///               byte  width
-///               0     16     bus speed in kHz
-///               2     16     device address
-///               4     16     offset length n, 0-4: how many bytes of the position go out ahead of the data
-///               12    32     time-out of one transfer, ms; 0 the adapter's default
-///               20    16     longest write cycle of one page, ms
-///               24    32     page size in bytes, a power of two, or 0 for none
-///               32    32     option mask and flags: remembered, without effect
-///               36    32     0
-///               40    32     longest wait for a busy bus, ms
+/// On the wire. S is a START, R a repeated START, P a STOP, a an acknowledge, n its absence; d0, d1, ... are data. The
+/// upper line shows what the layer sends, the lower one what the device sends.
+///
+/// A read of three bytes at position 0x1234, with n = 2, target 0xA0:
+///
+///     S A0   12   34   R A1      a    a    n P
+///          a    a    a      a d0   d1   d2
+///
+/// A write of two bytes there. Then the target is asked until its write cycle is over:
+///
+///     S A0   12   34   d0   d1   P    S A0   P    S A0   P
+///          a    a    a    a    a           n           a
+///
+/// A read of two bytes through the hub at 0x80, with n = 4. The position 0x03A21234 is port 3, the device's address
+/// 0xA2 and 0x1234 as the position in the device; `st` is the hub's status. The read asks for three bytes:
+///
+///     S 80   03   A2   12   34   R 81      a    a    n P
+///          a    a    a    a    a      a st   d0   d1
 ///
 /// Reads. With n > 0 the n low bytes of the position go out, most significant first, and the data come after a repeated
-/// start. What is more than an adapter takes at once, or than a transaction may bring, is read in pieces, n = 1 or 2:
-/// further messages of the same transaction go without the offset, a further transaction begins with its own, the
+/// start. A longer read than an adapter takes at once, or than a transaction may bring, is made in pieces. With n = 1
+/// or 2 further messages of the same transaction go without the offset; a further transaction begins with its own, the
 /// position modulo 256 or 65536. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and
-/// its first byte is the hub's status; only the first piece's is delivered, a later one must be 0 and is dropped. For n
+/// its first byte is the hub's status; only the first piece's is delivered; a later one must be 0 and is dropped. For n
 /// = 3 only the low 8 bits of the position count up, for n = 4 the low 16. Reads past the end of the offset range go on
-/// where the chip goes on. With n = 0, what does not fit into one message is EINVAL with nothing sent. An adapter that
-/// refuses a longer message is given half as much, down to one byte of data, and is ENOSYS when it refuses that.
+/// where the chip goes on. With n = 0, a read that does not fit into one message is EINVAL with nothing sent. An
+/// adapter that refuses a message as too long is given half as much, down to one byte of data; it is ENOSYS when it
+/// refuses that.
 ///
 /// Length of a transaction. Drivers of real controllers time a whole transaction, often with 1 s, and the bus is held
 /// meanwhile. So a transaction of a read with n > 0 takes at most 250 ms of wire time, but brings at least one byte: 1
 /// bit for a START, a repeated START or a STOP, 9 for each byte of address, offset and data, and no clock stretching.
-/// The clock is on a simulated bus its speed; on a kernel bus the lower of the speed set (item 2, else byte 0 of the
-/// block) and the clock that the device tree gives the adapter, 100 kHz when it gives none. With n = 2 these are 2773
+/// The clock is on a simulated bus its speed; on a kernel bus the lower of the speed set (`WOBU_IIC_SPEED`, else the
+/// block's) and the clock that the device tree gives the adapter, 100 kHz when it gives none. With n = 2 these are 2773
 /// bytes at 100 kHz and 11105 at 400 kHz. One message with n = 0, and one page of a write, are never split for it.
 ///
-/// Waiting. A target that does not answer at the start of a transfer, or to item 15, is asked again for 50 ms, or byte
-/// 40 when less, before it is ENXIO: it may be in a write cycle that another process began. After each page of a write,
-/// the last included, the target is asked until it answers, for four of its write cycles but at least 50 ms; then it is
-/// ETIME. A write with n = 0 and write cycle 0 is not waited for. On a kernel bus a target at 0x60 to 0x6E or 0xA0 to
-/// 0xBE is asked by reading a byte from it, which moves its own pointer on; a plain read is asked for by the read
-/// itself. A hub is asked by its address alone; on an adapter that cannot send one it is given the whole time that it
-/// could have been asked. Where arbitration is lost or the bus is busy the transaction is repeated for as long as byte
-/// 40 says. The time-out of a transfer (byte 12) ends all of these. A target that answers the last question is still
-/// served. Time is bus time on a simulated bus.
+/// Waiting. A target that does not acknowledge at the start of a transfer, or when its state is asked for, is asked
+/// again for 50 ms, or `busyWaitMs` when that is less, before it is ENXIO: it may be in a write cycle that another
+/// process began. After each page of a write, the last included, the target is asked until it acknowledges, for four of
+/// its write cycles but at least 50 ms; then it is ETIME. A write with n = 0 and write cycle 0 is not waited for. On a
+/// kernel bus a target at 0x60 to 0x6E or 0xA0 to 0xBE is asked by reading a byte from it, which moves its own pointer
+/// on; a plain read is asked for by the read itself. A hub is asked by its address alone; on an adapter that cannot
+/// send one it is given the whole time that it could have been asked. Where arbitration is lost or the bus is busy the
+/// transaction is repeated for `busyWaitMs`. The time-out of a transfer ends all of these. A target that acknowledges
+/// the last time it is asked is still served. Time is bus time on a simulated bus.
 ///
 /// Two writers of one chip. A write with n > 0 and a page size keeps other such writes to its target away, those of
 /// other processes too; through a hub the target is the hub. It waits for them as long as the transfer's time-out says,
-/// 10 s without one, then it is ETIME with nothing sent; its own time begins after that. Any other transfer, and item
-/// 15, waits on while a silent target is being written so, up to its time-out or for 10 s: it is ETIME then, and detect
-/// state 4, never ENXIO. Where the lock's file can't be had there is no such lock.
+/// 10 s without one, then it is ETIME with nothing sent; its own time begins after that. Any other transfer, and a read
+/// of the detect state, waits on while another writes a silent target like this, up to its time-out or for 10 s: then
+/// it is ETIME, or `MERN_DETECT_UNCERTAIN`, never ENXIO. Where the lock's file cannot be opened there is no such lock.
 ///
 /// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later
-/// failures, of whatever process, change nothing. The key is the bus itself, as for locks, and the target. Recorded are
-/// operation, target, position, offset length, bytes asked for and moved, `errno`, adapter, process and time, and the
-/// handle's last bus transactions with their times. It is on the disk when the failed call returns. What stands in its
-/// place and is no record is replaced by the next failure. Where the folder can't be written the record is the
+/// failures, of whatever process, change nothing. The key is the bus itself, as for locks, and the target. The record
+/// has operation, target, position, offset length, bytes asked for and moved, `errno`, adapter, process and time, and
+/// the handle's last bus transactions with their times. It is on the disk when the failed call returns. A file in its
+/// place that is no record is replaced by the next failure. Where the folder cannot be written the record is the
 /// process's own. Reading needs no permission to write.
 #pragma once
 
@@ -104,11 +99,12 @@ struct mern_t {
     std::uint32_t words[6];
 };
 
-/// What a failed open answers; no open device has these words.
+/// What a failed open returns; no open device has these words.
 extern const mern_t MERN_INVALID;
 
-/// Number of a node: -1 the local one, else 0-7.
+/// Number of a node: `MERN_NODE_LOCAL`, else 0-7.
 using NodeType = std::int32_t;
+constexpr NodeType MERN_NODE_LOCAL = -1;
 
 /// Selects the node whose buses a path names.
 class MernNode
@@ -119,48 +115,133 @@ public:
     MernNode& operator=(const MernNode&) = delete;
     ~MernNode();
 
-    NodeType number = -1;
+    NodeType number = MERN_NODE_LOCAL;
 };
 
+/// What MernInitialize() takes.
+constexpr std::uint32_t MERN_INITIALIZE_OPTIONS = 0x80000000;
+
+/// What mern_iic_open() takes.
+enum mern_open_flags : std::int32_t {
+    MERN_OPEN_READ_WRITE_SYNC = 0x1002, ///< read, write, synchronous
+};
+
+/// What mern_iic_reset() takes.
+enum mern_reset_kind : std::int32_t {
+    MERN_RESET_BUS = 1,
+};
+
+/// Directions of a configuration call.
+enum mern_direction : std::int32_t {
+    MERN_CONFIG_READ = 1,
+    MERN_CONFIG_SET = 2,
+};
+
+/// Configuration items. A call with another item, size or direction is EINVAL.
 enum wobu_iic_cfg_t : std::uint32_t {
+    /// 4 bytes: bus speed in kHz, 0 the bus's own default. Once set it outlasts later blocks. A simulated bus runs at
+    /// it, up to 1000. On a kernel bus it is accepted and read back, but changes nothing on the wires: the adapter's
+    /// driver alone sets their clock. There it only serves to reckon the length of transactions.
     WOBU_IIC_SPEED = 2,
+    /// 4 bytes: target address. One other than the non-zero address of the block in force is ENOSYS: that device sits
+    /// behind a hub, where no register transfer reaches it.
     WOBU_IIC_TARGET = 3,
+    /// 4 bytes, read only: state of the target, a `mern_detect_state`.
     WOBU_IIC_DETECT_STATE = 15,
+    /// 4 bytes: DMA option. Accepted, remembered, without effect.
     WOBU_IIC_DMA_OPTION = 16,
+    /// `mern_iic_lock`, set only: take the lock of a device address.
     WOBU_IIC_LOCK = 17,
+    /// `mern_iic_lock`, set only: let the lock of a device address go.
     WOBU_IIC_UNLOCK = 18,
+    /// `mern_iic_block`.
     WOBU_IIC_BLOCK = 19,
 };
 
-/// Makes the layer ready in this process; further calls change nothing. @param options  0x80000000. @return 0
+/// What the layer finds at the target's address.
+enum mern_detect_state : std::uint32_t {
+    MERN_DETECT_ABSENT = 0, ///< nothing acknowledges the address
+    MERN_DETECT_SCL_HELD = 1, ///< on simulated buses only, as is the next
+    MERN_DETECT_SDA_HELD = 2,
+    MERN_DETECT_PRESENT = 3,
+    MERN_DETECT_UNCERTAIN = 4, ///< anything else
+};
+
+/// Who takes a lock, and in which byte order.
+enum mern_lock_kind : std::uint16_t {
+    MERN_LOCK_HUB = 0, ///< host byte order
+    MERN_LOCK_REGISTER_DEVICE = 2, ///< big-endian, all fields: the record's first two bytes are 00 02 on every host
+};
+
+/// A lock of a device address. Locks are advisory and exclude each other on a bus and address, whatever the kind. They
+/// end with unlock, close, exit or death of the holder. The bus itself is the key (device number, or machine folder,
+/// node and bus name): every path and node that leads to it meets at the same locks, as long as the lock folder is the
+/// same.
+struct mern_iic_lock {
+    std::uint16_t kind; ///< a `mern_lock_kind`
+    std::uint16_t address; ///< 8-bit form
+    std::uint32_t timeoutMs;
+};
+static_assert(sizeof(mern_iic_lock) == 8);
+
+/// The longest offset, in bytes, that a block can ask for.
+constexpr std::uint16_t MERN_OFFSET_LENGTH_MAX = 4;
+
+/// The configuration block, host byte order. Reserved fields are kept without meaning.
+struct mern_iic_block {
+    std::uint16_t speedKhz; ///< bus speed
+    std::uint16_t address; ///< of the device, 8-bit form; 0 leaves the target as it is
+    std::uint16_t offsetLength; ///< n, 0-4: bytes of the position that go out before the data; more is EINVAL
+    std::uint16_t reserved6;
+    std::uint32_t reserved8;
+    std::uint32_t timeoutMs; ///< of one transfer; 0 the adapter's default
+    std::uint32_t reserved16;
+    std::uint16_t writeCycleMs; ///< the longest write cycle of one page
+    std::uint16_t reserved22;
+    std::uint32_t pageSize; ///< bytes: a power of two, or 0 for none; any other is EINVAL
+    std::uint32_t reserved28;
+    std::uint32_t flags; ///< option mask and flags: remembered, without effect
+    std::uint32_t reserved36; ///< 0
+    std::uint32_t busyWaitMs; ///< the longest wait for a busy bus
+};
+static_assert(sizeof(mern_iic_block) == 44);
+
+/// Makes the layer ready in this process; further calls change nothing.
+/// @param options  `MERN_INITIALIZE_OPTIONS`
+/// @return 0
 int MernInitialize(std::uint32_t options);
 
 /// Opens the device at `path`: `/dev/i2c-N`, or `sim:BUS` on the configured simulated machine, either with `@HH` to
 /// name the device's address. Position 0; the target is the path's address, or none.
-/// @param flags  0x1002: read, write, synchronous
+/// @param flags  `MERN_OPEN_READ_WRITE_SYNC`
 /// @return the handle, or MERN_INVALID with `errno`.
 mern_t mern_iic_open(MernNode node, const char* path, int flags);
 
-/// Reads (direction 1) or sets (2) a configuration item, see above. @return 0, or -1 with `errno`.
+/// Reads or sets a configuration item.
+/// @param direction  a `mern_direction`
+/// @param value      what the item holds; null is EFAULT
+/// @param size       bytes of the item
+/// @return 0, or -1 with `errno`.
 int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* value, unsigned int size);
 
 /// Sets the position to the low 32 bits of `offset`. @param whence  0. @return 0, never the position; -1 with `errno`.
 int mern_iic_seek(mern_t& handle, long offset, int whence);
 
 /// Reads `size` bytes from the position; with offset length 0 it is a plain read.
-/// The position moves on only by a transfer with n > 0 that moved all it was asked to.
+/// Only a transfer with n > 0 that moved all bytes moves the position on.
 /// @return the number of bytes moved, never negative. Fewer than `size` is a failure with `errno` set. Size 0 touches
 /// nothing.
 int mern_iic_read(mern_t& handle, void* buffer, unsigned int size);
 
 /// Writes `size` bytes at the position, page by page, and waits for the end of each page's write cycle.
-/// A position or an end beyond what n = 1 or 2 bytes can say is EINVAL with nothing sent. Result as for reading.
+/// A position or an end that n = 1 or 2 bytes cannot express is EINVAL with nothing sent. Result as for reading.
 int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size);
 
 /// Frees a held bus: nine clocks and a STOP where the bus can, else a reopened adapter. One that can't be reopened
 /// stays open as it was. Leaves position, target, block and locks alone, so that repeating a call repeats the same
 /// bytes in the same place.
-/// @param kind  1. @return 0, or -1 with `errno`.
+/// @param kind  `MERN_RESET_BUS`
+/// @return 0, or -1 with `errno`.
 int mern_iic_reset(mern_t& handle, int kind);
 
 /// Closes the device and ends its locks. @return 0, or -1 with `errno`.

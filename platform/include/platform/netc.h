@@ -13,7 +13,7 @@ public:
 
     std::uint16_t identifier = 0; ///< given by the requester, copied into the reply
     std::uint16_t type = 0; ///< what is asked for
-    std::uint8_t replyFlags = 0; ///< set by the service: 0x40 served, with 0x01 written or 0x02 data returned
+    std::uint8_t replyFlags = 0; ///< set by the service that fills the reply
 
     /// @return the payload, owned by the message; null when there is none.
     virtual char* dataPointer() const;

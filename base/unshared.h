@@ -1,7 +1,7 @@
 /// Open files that a forked child does not share.
 #pragma once
 
-namespace kest::host
+namespace kest
 {
 
 /// An open file that ends with its owner and with this process: a child of fork() closes its copy before it does
@@ -14,10 +14,10 @@ public:
     unsharedFile& operator=(const unsharedFile&) = delete;
     ~unsharedFile() { close(); }
 
-    /// Closes what was open and opens anew. No fork happens meanwhile, so that no child has a descriptor that nobody
-    /// knows of.
-    /// @param opener  returns a descriptor that ends with exec, or -1 with `errno`. It must not lock what forks are
-    /// watched for.
+    /// Closes what was open and opens anew. No fork happens meanwhile, so no child gets a descriptor that is not in the
+    /// list.
+    /// @param opener  returns a descriptor that ends with exec, or -1 with `errno`. It must not lock an object that
+    /// watchForks() locks.
     /// @return whether a file is open now; `errno` is the opener's
     template <typename Opener>
     bool open(Opener opener)
@@ -26,7 +26,7 @@ public:
         const forkPause paused;
         return adopt(opener());
     }
-    /// No fork happens between the close and its being known: the number may be another file's at once.
+    /// No fork happens between the close and the removal from the list: the number may at once be another file's.
     void close();
 
     [[nodiscard]] bool valid() const { return m_number >= 0; } ///< false in a child
@@ -49,8 +49,8 @@ private:
     unsharedFile* m_previous = nullptr;
 };
 
-/// Has the open files closed in children of forks from now on. What else watches forks is registered later, and so is
-/// locked before these files are: it may be held while one is opened.
+/// From now on children of forks close their copies of the open files. Everything else that watches forks is registered
+/// later and so is locked earlier: its locks may be held while a file is opened.
 void watchUnsharedFiles();
 
-} // namespace kest::host
+} // namespace kest

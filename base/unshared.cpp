@@ -1,4 +1,4 @@
-#include "platform/host/files/unshared.h"
+#include "base/unshared.h"
 
 #include <cerrno>
 #include <mutex>
@@ -6,7 +6,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
-namespace kest::host
+namespace kest
 {
 
 /// All open ones of the process.
@@ -89,4 +89,4 @@ void unsharedFile::close()
 
 void watchUnsharedFiles() { unsharedFiles::instance(); }
 
-} // namespace kest::host
+} // namespace kest

@@ -1,0 +1,33 @@
+#include "base/hex.h"
+
+namespace kest
+{
+
+std::string hexDigits(std::span<const std::uint8_t> bytes)
+{
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        appendHexByte(text, byte, lowerHexDigits);
+    }
+    return text;
+}
+
+std::optional<std::vector<std::uint8_t>> bytesOfHexDigits(std::string_view digits)
+{
+    if (digits.size() % 2 != 0) {
+        return std::nullopt;
+    }
+    std::vector<std::uint8_t> bytes(digits.size() / 2);
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
+        const std::size_t high = lowerHexDigits.find(digits[2 * index]);
+        const std::size_t low = lowerHexDigits.find(digits[2 * index + 1]);
+        if (high == std::string_view::npos || low == std::string_view::npos) {
+            return std::nullopt;
+        }
+        bytes[index] = static_cast<std::uint8_t>(high << 4 | low);
+    }
+    return bytes;
+}
+
+} // namespace kest

@@ -1,0 +1,17 @@
+/// UTF-8 texts.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace kest
+{
+
+/// @param text  not empty
+/// @return the bytes of the character at the start of `text`; 0 when those are no valid UTF-8
+std::size_t utf8Length(std::string_view text);
+
+/// @param character  all bytes of one valid character. @return its code point
+char32_t codePoint(std::string_view character);
+
+} // namespace kest
