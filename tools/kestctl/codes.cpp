@@ -122,7 +122,7 @@ constexpr std::array libraryModules{
     codeRow{30, "hub error status"},
     codeRow{31, "reset and retry"},
     codeRow{32, "thermal sensor"},
-    codeRow{33, "hub status ahead of a transfer"},
+    codeRow{33, "hub status before a transfer"},
     codeRow{34, "hub reset line"},
     codeRow{35, "955x pin directions"},
     codeRow{36, "955x raw register"},
