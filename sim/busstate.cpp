@@ -1,9 +1,11 @@
 #include "sim/busstate.h"
 
+#include <algorithm>
+
 namespace kest::sim
 {
 
-void busState::state(stateFields& fields)
+void busState::exchange(stateFields& fields)
 {
     fields.flag(page.pending);
     fields.numbers(page.chip, page.offset, page.length);
@@ -26,7 +28,7 @@ void busState::state(stateFields& fields)
     fields.check(count <= 2 * mostFaults, "the number of faults");
     faults.resize(std::min<std::size_t>(count, 2 * mostFaults));
     for (auto& record : faults) {
-        record.state(fields);
+        record.exchange(fields);
     }
 }
 

@@ -1,20 +1,17 @@
 /// What a bus keeps in the state file besides its chips' registers.
 #pragma once
 
-#include "sim/faults.h"
+#include "sim/faultrecord.h"
+#include "sim/pagewrite.h"
+#include "sim/statefields.h"
 #include "sim/wave.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace kest::sim
 {
-
-/// A page on its way into an image: part of the state until it is there, so that a killed process loses neither half.
-struct pageWrite {
-    bool pending = false;
-    std::uint32_t chip = 0; ///< index among the bus's chips
-    std::uint32_t offset = 0;
-    std::uint32_t length = 0;
-    std::array<std::uint8_t, longestPage> bytes{};
-};
 
 struct busState {
     pageWrite page; ///< first: its mark is the record's first byte
@@ -29,7 +26,8 @@ struct busState {
     waveEnd waveAt; ///< how far the waveform has come
     std::vector<faultRecord> faults;
 
-    void state(stateFields& fields);
+    /// Loads it from the state file, or stores it there.
+    void exchange(stateFields& fields);
 };
 
 constexpr std::size_t busStateBytes = 256 + 2 * mostFaults * faultBytes;

@@ -1,27 +1,20 @@
 /// A chip as its data sheet sees the world: STARTs with its address, bytes, a STOP. Knows neither bus nor file.
 #pragma once
 
-#include "sim/machine.h"
+#include "sim/faultkinds.h"
+#include "sim/signals.h"
 #include "sim/statefields.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace kest::sim
 {
-
-/// A bus's time, in nanoseconds. A chip that stretches SCL moves it on.
-struct busClock {
-    std::uint64_t now = 0;
-    std::uint64_t bitLasting = 2500;
-};
-
-/// Bits of a START, a STOP, and a byte with its acknowledge.
-constexpr std::uint64_t bitsOfCondition = 1, bitsOfByte = 9;
 
 /// How far ahead of bus time anything is that a chip waits for: an hour of a write cycle that a fault draws out, and
 /// what a hub needs before it begins.
@@ -44,17 +37,14 @@ struct chipFaults {
         std::uint32_t value;
     };
     virtual ~chipFaults() = default;
-    virtual std::optional<strike> hubStatus() = 0;
-    virtual std::optional<strike> hubHoldsSda() = 0;
-    virtual std::optional<strike> hubHoldsScl() = 0;
-    virtual std::optional<strike> hubBadFirstByte() = 0;
-    virtual std::optional<strike> writeCycleStuck() = 0;
+    /// Whether a fault of that kind strikes the chip now; it counts as struck then.
+    virtual std::optional<strike> meets(faultKind kind) = 0;
     virtual void subBusWasReset() = 0; ///< ends the faults that last until then
     /// The address on a sub-bus of the chip that acts from now on; 0: the hub itself again.
     virtual void behindHub(std::uint8_t address) = 0;
 };
 
-/// Whether the fault of a number is no more.
+/// Whether there is no fault of that number any more.
 using faultEnded = std::function<bool(std::uint32_t number)>;
 
 /// One line of a register listing.
@@ -90,10 +80,10 @@ public:
     /// Whether a fault must keep off: between a status byte of 0 and the last data byte of a hub's read.
     [[nodiscard]] virtual bool guarded() const { return false; }
 
-    /// Volatile state to or from the state file.
-    virtual void state(stateFields& fields) = 0;
+    /// Loads its volatile state from the state file, or stores it there.
+    virtual void exchange(stateFields& fields) = 0;
     virtual void powerUp() = 0;
-    /// As it stands in a machine that has just been made.
+    /// As it is in a machine that has just been made.
     virtual void asNew() { powerUp(); }
     /// Ends what faults did that are no more.
     virtual void endEffects(const faultEnded&) {}

@@ -1,5 +1,7 @@
 #include "sim/eeprom.h"
 
+#include "base/clock.h"
+
 #include <limits>
 
 namespace kest::sim
@@ -8,147 +10,148 @@ namespace kest::sim
 namespace
 {
 constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
-}
+} // namespace
 
 bool eeprom::start(direction, busClock& clock, chipFaults&)
 {
-    // a START takes any chip out of what it was doing
+    // a START ends whatever the chip was doing
     deselect();
-    return clock.now >= writeDoneAt;
+    return clock.now >= m_writeDoneAt;
 }
 
 bool eeprom::take(std::uint8_t byte, busClock&)
 {
-    bool acknowledged = true;
-    if (offsetBytesSeen < type.offsetBytes) {
-        counter = wrap(offsetBytesSeen == 0 ? byte : counter << 8 | byte);
-        ++offsetBytesSeen;
-    } else if (settings.protect == protection::nak) {
-        acknowledged = false;
-    } else {
-        latchByte(byte);
+    if (m_offsetBytesSeen < m_type.offsetBytes) {
+        m_counter = wrap(m_offsetBytesSeen == 0 ? byte : m_counter << 8 | byte);
+        ++m_offsetBytesSeen;
+        return true;
     }
-    return acknowledged;
+    if (m_settings.protect == protection::nak) {
+        return false;
+    }
+    latchByte(byte);
+    return true;
 }
 
+// Only the column counts up: a long write wraps inside its page.
 void eeprom::latchByte(std::uint8_t byte)
 {
-    const std::uint32_t column =
-        // only the column counts up: a long write wraps inside its page
-        counter % type.pageBytes;
-    latch[column] = byte;
-    latched.set(column);
-    counter = counter - column + (column + 1) % type.pageBytes;
+    const std::uint32_t column = m_counter % m_type.pageBytes;
+    m_latch[column] = byte;
+    m_latched.set(column);
+    m_counter = m_counter - column + (column + 1) % m_type.pageBytes;
 }
 
 std::uint8_t eeprom::give(busClock&, chipFaults&)
 {
-    const std::uint8_t byte = cell(counter);
-    counter = wrap(counter + 1);
+    const std::uint8_t byte = cell(m_counter);
+    m_counter = wrap(m_counter + 1);
     return byte;
 }
 
 void eeprom::stop(busClock& clock, chipFaults& faults)
 {
-    if (latched.any() && settings.protect == protection::none) {
-        const auto stuck = faults.writeCycleStuck();
-        if (!stuck || stuck->value != 0) {
-            program();
-        }
-        if (!stuck) {
-            writeDoneAt = clock.now + settings.writeCycleNs;
-        } else if (stuck->value != 0) {
-            writeDoneAt = clock.now + std::uint64_t{stuck->value} * 1'000'000;
-        } else {
-            writeDoneAt = never;
-            stuckBy = stuck->number;
-        }
+    if (m_latched.any() && m_settings.protect == protection::none) {
+        beginWriteCycle(clock.now, faults);
     }
     deselect();
+}
+
+// A fault without a time loses the page and keeps the cycle from ending; one with a time only draws the cycle out.
+void eeprom::beginWriteCycle(std::uint64_t now, chipFaults& faults)
+{
+    const auto stuck = faults.meets(faultKind::stuckWriteCycle);
+    if (stuck && stuck->value == 0) {
+        m_writeDoneAt = never;
+        m_stuckBy = stuck->number;
+        return;
+    }
+    program();
+    m_writeDoneAt = now + (stuck ? std::uint64_t{stuck->value} * nsPerMs : m_settings.writeCycleNs);
 }
 
 void eeprom::program()
 {
     std::array<std::uint8_t, longestPage> page{};
-    const std::span cells{page.data(), type.pageBytes};
-    const std::uint32_t pageStart = counter - counter % type.pageBytes;
-    storage.read(pageStart, cells);
+    const std::span cells{page.data(), m_type.pageBytes};
+    const std::uint32_t pageStart = m_counter - m_counter % m_type.pageBytes;
+    m_storage.read(pageStart, cells);
     for (std::size_t column = 0; column < cells.size(); ++column) {
-        if (latched.test(column)) {
-            cells[column] = latch[column];
+        if (m_latched.test(column)) {
+            cells[column] = m_latch[column];
         }
     }
-    storage.program(pageStart, cells);
+    m_storage.program(pageStart, cells);
 }
 
 void eeprom::deselect()
 {
-    latched.reset();
-    offsetBytesSeen = 0;
-    cutBit = notCut;
+    m_latched.reset();
+    m_offsetBytesSeen = 0;
+    m_cutBit = notCut;
 }
 
 // The controller left after the fourth bit of the byte at the counter.
 void eeprom::cut()
 {
     deselect();
-    if (settings.holdSdaAfterCut) {
-        cutBit = 4;
+    if (m_settings.holdSdaAfterCut) {
+        m_cutBit = 4;
     }
 }
 
 void eeprom::clockPulse()
 {
-    if (cutBit == acknowledgeSlot) {
-        counter = wrap(counter + 1);
-        cutBit = 0;
-    } else if (cutBit != notCut) {
-        ++cutBit;
+    if (m_cutBit == acknowledgeSlot) {
+        m_counter = wrap(m_counter + 1);
+        m_cutBit = 0;
+    } else if (m_cutBit != notCut) {
+        ++m_cutBit;
     }
 }
 
-bool eeprom::holdsSda() const { return cutBit < acknowledgeSlot && (cell(counter) >> (7 - cutBit) & 1) == 0; }
+bool eeprom::holdsSda() const { return m_cutBit < acknowledgeSlot && (cell(m_counter) >> (7 - m_cutBit) & 1) == 0; }
 
 std::uint8_t eeprom::cell(std::uint32_t offset) const
 {
     std::uint8_t byte = 0xFF;
-    storage.read(offset, {&byte, 1});
+    m_storage.read(offset, {&byte, 1});
     return byte;
 }
 
-void eeprom::state(stateFields& fields)
+void eeprom::exchange(stateFields& fields)
 {
-    fields.numbers(counter, writeDoneAt, stuckBy, cutBit);
-    fields.check(counter < type.sizeBytes, "an EEPROM's address counter");
-    fields.check(stuckBy != 0 ? writeDoneAt == never : writeDoneAt <= fields.busTime() + longestWaitNs,
+    fields.numbers(m_counter, m_writeDoneAt, m_stuckBy, m_cutBit);
+    fields.check(m_counter < m_type.sizeBytes, "an EEPROM's address counter");
+    fields.check(m_stuckBy != 0 ? m_writeDoneAt == never : m_writeDoneAt <= fields.busTime() + longestWaitNs,
                  "the end of a write cycle");
-    fields.check(cutBit <= acknowledgeSlot || cutBit == notCut, "an EEPROM's bit");
+    fields.check(m_cutBit <= acknowledgeSlot || m_cutBit == notCut, "an EEPROM's bit");
 }
 
 void eeprom::powerUp()
 {
     deselect();
-    counter = 0;
-    writeDoneAt = 0;
-    stuckBy = 0;
+    m_counter = 0;
+    m_writeDoneAt = 0;
+    m_stuckBy = 0;
 }
 
 void eeprom::endEffects(const faultEnded& ended)
 {
-    if (stuckBy != 0 && ended(stuckBy)) {
-        stuckBy = 0;
-        writeDoneAt = 0;
+    if (m_stuckBy != 0 && ended(m_stuckBy)) {
+        m_stuckBy = 0;
+        m_writeDoneAt = 0;
     }
 }
 
 std::vector<listedRegister> eeprom::list(std::uint64_t now)
 {
-    const bool busy = now < writeDoneAt;
-    return {{"counter", counter, "next byte that a read without an offset gives"},
+    const bool busy = now < m_writeDoneAt;
+    return {{"counter", m_counter, "next byte that a read without an offset gives"},
             {"busy", busy ? 1U : 0U,
-             stuckBy != 0 ? "write cycle that does not end"
-             : busy       ? "write cycle"
-                          : "ready"}};
+             m_stuckBy != 0 ? "write cycle that does not end"
+             : busy         ? "write cycle"
+                            : "ready"}};
 }
 
 } // namespace kest::sim

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <bitset>
 #include <string_view>
 
@@ -20,8 +21,12 @@ struct eepromType {
 };
 
 inline constexpr std::array eepromTypes{
-    eepromType{"24C02", 256, 8, 1},     eepromType{"24C32", 4096, 32, 2},   eepromType{"24C64", 8192, 32, 2},
-    eepromType{"24C128", 16384, 64, 2}, eepromType{"24C256", 32768, 64, 2}, eepromType{"24C512", 65536, 128, 2},
+    eepromType{.name = "24C02", .sizeBytes = 256, .pageBytes = 8, .offsetBytes = 1},
+    eepromType{.name = "24C32", .sizeBytes = 4096, .pageBytes = 32, .offsetBytes = 2},
+    eepromType{.name = "24C64", .sizeBytes = 8192, .pageBytes = 32, .offsetBytes = 2},
+    eepromType{.name = "24C128", .sizeBytes = 16384, .pageBytes = 64, .offsetBytes = 2},
+    eepromType{.name = "24C256", .sizeBytes = 32768, .pageBytes = 64, .offsetBytes = 2},
+    eepromType{.name = "24C512", .sizeBytes = 65536, .pageBytes = 128, .offsetBytes = 2},
 };
 static_assert(std::ranges::all_of(eepromTypes, [](const eepromType& type) {
     return std::ranges::count(eepromTypes, type.name, &eepromType::name) == 1 && std::has_single_bit(type.sizeBytes) &&
@@ -39,15 +44,15 @@ enum class protection : std::uint8_t {
 struct eepromSettings {
     std::uint64_t writeCycleNs = 3'500'000;
     protection protect = protection::none;
-    bool holdSdaAfterCut =
-        false; ///< a read cut off in the middle of a byte leaves SDA as the bit is, even past nine clocks
+    /// A read that is cut off in the middle of a byte leaves SDA as the bit is, even past nine clocks.
+    bool holdSdaAfterCut = false;
 };
 
 class eeprom final : public chip
 {
 public:
     eeprom(const eepromType& chipType, const eepromSettings& options, memory& cells)
-        : type{chipType}, settings{options}, storage{cells}
+        : m_type{chipType}, m_settings{options}, m_storage{cells}
     {
     }
 
@@ -59,29 +64,30 @@ public:
     void cut() override;
     void clockPulse() override;
     [[nodiscard]] bool holdsSda() const override;
-    void state(stateFields& fields) override;
+    void exchange(stateFields& fields) override;
     void powerUp() override;
     void endEffects(const faultEnded& ended) override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
-    [[nodiscard]] std::uint32_t wrap(std::uint32_t offset) const { return offset & (type.sizeBytes - 1); }
+    [[nodiscard]] std::uint32_t wrap(std::uint32_t offset) const { return offset & (m_type.sizeBytes - 1); }
     [[nodiscard]] std::uint8_t cell(std::uint32_t offset) const;
     void latchByte(std::uint8_t byte);
+    void beginWriteCycle(std::uint64_t now, chipFaults& faults);
     void program();
 
-    const eepromType& type;
-    const eepromSettings settings;
-    memory& storage;
+    const eepromType& m_type;
+    const eepromSettings m_settings;
+    memory& m_storage;
 
-    std::uint32_t counter = 0; ///< address counter: where the next byte is read or latched
-    std::uint64_t writeDoneAt = 0;
-    std::uint32_t stuckBy = 0; ///< number of the fault that keeps the write cycle from ending, 0 none
-    std::uint8_t cutBit = notCut;
-    std::uint32_t offsetBytesSeen = 0; ///< of the write under way
+    std::uint32_t m_counter = 0; ///< address counter: where the next byte is read or latched
+    std::uint64_t m_writeDoneAt = 0;
+    std::uint32_t m_stuckBy = 0; ///< number of the fault that keeps the write cycle from ending, 0 none
+    std::uint8_t m_cutBit = notCut;
+    std::uint32_t m_offsetBytesSeen = 0; ///< of the write under way
 
-    std::array<std::uint8_t, longestPage> latch{};
-    std::bitset<longestPage> latched;
+    std::array<std::uint8_t, longestPage> m_latch{};
+    std::bitset<longestPage> m_latched;
 
     static constexpr std::uint8_t notCut = 0xFF, acknowledgeSlot = 8;
 };

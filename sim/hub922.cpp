@@ -13,73 +13,114 @@ constexpr std::uint64_t longestAskingNs = 30'000'000;
 constexpr std::uint8_t nothingDriven = 0xFF;
 
 void spend(busClock& clock, std::uint64_t bits) { clock.now += bits * clock.bitLasting; }
+
+struct statusText {
+    hubStatus status;
+    const char* text;
+};
+constexpr std::array statusTexts{
+    statusText{hubStatus::done, "done"},
+    statusText{hubStatus::malformedCommand, "malformed command"},
+    statusText{hubStatus::noAnswer, "device did not answer"},
+    statusText{hubStatus::subBusSdaHeld, "sub-bus SDA held"},
+    statusText{hubStatus::subBusSclHeld, "sub-bus SCL held"},
+    statusText{hubStatus::arbitrationLost, "arbitration lost"},
+    statusText{hubStatus::subBusTimeout, "sub-bus time-out"},
+    statusText{hubStatus::noSuchPort, "no such port"},
+    statusText{hubStatus::tooLong, "transfer too long"},
+    statusText{hubStatus::outOfReset, "out of reset"},
+};
+// the hub's own faults come after the last status of a transfer, and end before this one
+constexpr hubStatus firstUnknown{12};
+
+const char* textOf(hubStatus status)
+{
+    const auto* const found = std::ranges::find(statusTexts, status, &statusText::status);
+    if (found != statusTexts.end()) {
+        return found->text;
+    }
+    return status < firstUnknown ? "hub hardware fault" : "unknown";
+}
 } // namespace
 
 bool hub922::start(direction way, busClock& clock, chipFaults& faults)
 {
     // never silent from there to the STOP
-    const bool inTransaction = writing || answering != answer::nothing;
-    const bool answers = !heldInReset && (inTransaction || !busy(clock.now));
-    const bool header = writing && receivedBytes != 0;
-    if (!answers) {
+    const bool inTransaction = m_writing || m_answering != answer::nothing;
+    if (m_heldInReset || (!inTransaction && busy(clock.now))) {
         deselect();
-    } else if (way == direction::write) {
+        return false;
+    }
+    if (way == direction::write) {
         endFetch(clock, faults);
         deselect();
-        writing = true;
-    } else if (header && !(isCommand() && receivedBytes == commandBytes)) {
-        const hubStatus outcome = isCommand() ? refuseRead() : fetch(clock, faults);
-        const auto bad = outcome == hubStatus::done ? faults.hubBadFirstByte() : std::nullopt;
-        firstByte = bad ? static_cast<std::uint8_t>(bad->value) : static_cast<std::uint8_t>(outcome);
-        answering = firstByte == 0 ? answer::data : answer::failure;
-        note(outcome);
+        m_writing = true;
+        return true;
+    }
+    const bool header = m_writing && m_receivedBytes != 0;
+    if (header && !(isCommand() && m_receivedBytes == commandBytes)) {
+        startRead(clock, faults);
     } else {
         if (header) {
             runCommand(faults);
         }
         endFetch(clock, faults);
-        answering = answer::plainStatus;
+        m_answering = answer::plainStatus;
     }
-    if (answers && way == direction::read) {
-        writing = statusGiven = false;
-    }
-    return answers;
+    m_writing = m_statusGiven = false;
+    return true;
+}
+
+// A read behind a header: its first byte is the status.
+void hub922::startRead(busClock& clock, chipFaults& faults)
+{
+    const hubStatus outcome = isCommand() ? refuseRead() : fetch(clock, faults);
+    const auto bad = outcome == hubStatus::done ? faults.meets(faultKind::hubBadFirstByte) : std::nullopt;
+    m_firstByte = bad ? static_cast<std::uint8_t>(bad->value) : static_cast<std::uint8_t>(outcome);
+    m_answering = m_firstByte == 0 ? answer::data : answer::failure;
+    note(outcome);
 }
 
 bool hub922::take(std::uint8_t byte, busClock&)
 {
-    if (receivedBytes < received.size()) {
-        received[receivedBytes] = byte;
+    if (m_receivedBytes < m_received.size()) {
+        m_received[m_receivedBytes] = byte;
     }
-    ++receivedBytes;
-    // a transfer that is too long is told by its status
+    ++m_receivedBytes;
+    // a transfer that is too long shows in its status
     return true;
 }
 
 std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
 {
-    std::uint8_t byte = nothingDriven;
-    if (statusGiven && answering == answer::data && fetching != nullptr) {
-        busClock subBus{clock.now, subBusBitNs};
-        spend(subBus, bitsOfByte);
-        byte = fetching->give(subBus, faults);
-        // SCL is held until the byte is there
-        clock.now = subBus.now;
-    } else if (!statusGiven && answering == answer::plainStatus) {
-        byte = static_cast<std::uint8_t>(status);
-        status = hubStatus::done;
-    } else if (!statusGiven) {
-        byte = firstByte;
+    if (!m_statusGiven) {
+        m_statusGiven = true;
+        return m_answering == answer::plainStatus ? giveStatus() : m_firstByte;
     }
-    statusGiven = true;
+    if (m_answering != answer::data || m_fetching == nullptr) {
+        return nothingDriven;
+    }
+    busClock subBus{clock.now, subBusBitNs};
+    spend(subBus, bitsOfByte);
+    const std::uint8_t byte = m_fetching->give(subBus, faults);
+    // SCL is held until the byte is there
+    clock.now = subBus.now;
+    return byte;
+}
+
+// Reading the status clears it.
+std::uint8_t hub922::giveStatus()
+{
+    const auto byte = static_cast<std::uint8_t>(m_status);
+    m_status = hubStatus::done;
     return byte;
 }
 
 void hub922::stop(busClock& clock, chipFaults& faults)
 {
-    if (writing && receivedBytes != 0 && isCommand()) {
+    if (m_writing && m_receivedBytes != 0 && isCommand()) {
         runCommand(faults);
-    } else if (writing && receivedBytes != 0 && status == hubStatus::done) {
+    } else if (m_writing && m_receivedBytes != 0 && m_status == hubStatus::done) {
         note(passOn(clock, faults));
     }
     endFetch(clock, faults);
@@ -88,45 +129,47 @@ void hub922::stop(busClock& clock, chipFaults& faults)
 
 void hub922::deselect()
 {
-    if (fetching != nullptr) {
-        fetching->deselect();
+    if (m_fetching != nullptr) {
+        m_fetching->deselect();
     }
-    fetching = nullptr;
-    writing = false;
-    receivedBytes = 0;
-    answering = answer::nothing;
-    statusGiven = false;
+    m_fetching = nullptr;
+    m_writing = false;
+    m_receivedBytes = 0;
+    m_answering = answer::nothing;
+    m_statusGiven = false;
 }
 
-// The first trouble stays until it is told.
+// The first trouble stays until it has been read.
 void hub922::note(hubStatus outcome)
 {
-    if (status == hubStatus::done) {
-        status = outcome;
+    if (m_status == hubStatus::done) {
+        m_status = outcome;
     }
 }
 
 void hub922::runCommand(chipFaults& faults)
 {
-    const bool known = receivedBytes == commandBytes;
-    if (known && received[1] == resetSubBuses) {
-        for (auto& [place, attached] : devices) {
-            attached.model->deselect();
-        }
-        faults.subBusWasReset();
-        resetHolds();
-    } else if (!known || received[1] !=
-                             // that one changes nothing: the next plain read tells the status anyway
-                             tellErrorStatus) {
-        note(hubStatus::malformedCommand);
+    const bool whole = m_receivedBytes == commandBytes;
+    m_receivedBytes = 0;
+    // that command changes nothing: the next plain read gives the status anyway
+    if (whole && m_received[1] == tellErrorStatus) {
+        return;
     }
-    receivedBytes = 0;
+    if (!whole || m_received[1] != resetSubBuses) {
+        note(hubStatus::malformedCommand);
+        return;
+    }
+    for (auto& [place, attached] : m_devices) {
+        attached.model->deselect();
+    }
+    faults.subBusWasReset();
+    resetHolds();
 }
 
 // A hold that outlasts this reset shows as the status after it.
 void hub922::resetHolds()
 {
-    for (auto& hold : holds) {
+    for (auto& hold : m_holds) {
         if (hold.resetsToGo == 0) {
             hold = {};
         } else {
@@ -134,57 +177,59 @@ void hub922::resetHolds()
         }
     }
     if (anyHeld(heldLine::sda)) {
-        status = hubStatus::subBusSdaHeld;
+        m_status = hubStatus::subBusSdaHeld;
     } else {
-        status = anyHeld(heldLine::scl) ? hubStatus::subBusSclHeld : hubStatus::done;
+        m_status = anyHeld(heldLine::scl) ? hubStatus::subBusSclHeld : hubStatus::done;
     }
 }
 
-bool hub922::anyHeld(heldLine line) const { return std::ranges::find(holds, line, &portHold::line) != holds.end(); }
+bool hub922::anyHeld(heldLine line) const { return std::ranges::find(m_holds, line, &portHold::line) != m_holds.end(); }
 
 hub922::device hub922::target() const
 {
-    const auto found = devices.find({received[0], received[1]});
-    return found == devices.end() ? device{} : found->second;
+    const auto found = m_devices.find({m_received[0], m_received[1]});
+    return found == m_devices.end() ? device{} : found->second;
 }
 
 // Everything that ends a transfer before its first bit on a sub-bus.
 hubStatus hub922::check(chipFaults& faults)
 {
-    hubStatus outcome = hubStatus::done;
-    if (status != hubStatus::done) {
-        outcome = status;
-    } else if (received[0] >= ports) {
-        outcome = hubStatus::noSuchPort;
-    } else if (receivedBytes > longestWrite) {
-        outcome = hubStatus::tooLong;
-    } else if (receivedBytes <= headerBytes || (received[1] & 1) != 0) {
-        outcome = hubStatus::malformedCommand;
-    } else {
-        outcome = checkSubBus(received[0], faults);
+    if (m_status != hubStatus::done) {
+        return m_status;
     }
-    return outcome;
+    if (m_received[0] >= ports) {
+        return hubStatus::noSuchPort;
+    }
+    if (m_receivedBytes > longestWrite) {
+        return hubStatus::tooLong;
+    }
+    if (m_receivedBytes <= headerBytes || (m_received[1] & 1) != 0) {
+        return hubStatus::malformedCommand;
+    }
+    return checkSubBus(m_holds.at(m_received[0]), faults);
 }
 
-hubStatus hub922::checkSubBus(std::uint8_t port, chipFaults& faults)
+hubStatus hub922::checkSubBus(portHold& hold, chipFaults& faults)
 {
-    portHold& hold = holds.at(port);
-    hubStatus outcome = hubStatus::done;
     if (hold.line == heldLine::none) {
-        if (const auto told = faults.hubStatus()) {
-            outcome = static_cast<hubStatus>(told->value);
-        } else if (const auto sda = faults.hubHoldsSda()) {
+        if (const auto given = faults.meets(faultKind::hubStatus)) {
+            return static_cast<hubStatus>(given->value);
+        }
+        if (const auto sda = faults.meets(faultKind::hubHoldSda)) {
             hold = {heldLine::sda, sda->number, sda->value};
-        } else if (const auto scl = faults.hubHoldsScl()) {
+        } else if (const auto scl = faults.meets(faultKind::hubHoldScl)) {
             hold = {heldLine::scl, scl->number, scl->value};
         }
     }
-    if (hold.line == heldLine::sda) {
-        outcome = hubStatus::subBusSdaHeld;
-    } else if (hold.line == heldLine::scl) {
-        outcome = hubStatus::subBusSclHeld;
+    switch (hold.line) {
+    case heldLine::sda:
+        return hubStatus::subBusSdaHeld;
+    case heldLine::scl:
+        return hubStatus::subBusSclHeld;
+    case heldLine::none:
+        break;
     }
-    return outcome;
+    return hubStatus::done;
 }
 
 // START, address, and the received bytes after the header.
@@ -194,36 +239,48 @@ bool hub922::sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults
     bool acknowledged = model.start(direction::write, subBus, faults);
     for (std::size_t i = headerBytes; acknowledged && i < headerBytes + bytes; ++i) {
         spend(subBus, bitsOfByte);
-        acknowledged = model.take(received[i], subBus);
+        acknowledged = model.take(m_received[i], subBus);
     }
     return acknowledged;
 }
 
-// After the STOP of a write: the main bus is free meanwhile, the hub silent.
+// After the STOP of a write: the main bus is free meanwhile, and the hub does not acknowledge.
 hubStatus hub922::passOn(busClock& clock, chipFaults& faults)
 {
     busClock subBus{clock.now, subBusBitNs};
-    const device to = target();
-    hubStatus outcome = check(faults);
-    if (outcome == hubStatus::done && to.model == nullptr) {
-        spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
-        outcome = hubStatus::noAnswer;
-    } else if (outcome == hubStatus::done && receivedBytes < headerBytes + to.offsetBytes) {
-        outcome = hubStatus::malformedCommand;
-    } else if (outcome == hubStatus::done) {
-        const bool acknowledged = sendTo(*to.model, receivedBytes - headerBytes, subBus, faults);
-        spend(subBus, bitsOfCondition);
-        faults.behindHub(received[1]);
-        if (acknowledged) {
-            to.model->stop(subBus, faults);
-        } else {
-            to.model->deselect();
-        }
-        faults.behindHub(0);
-        outcome = acknowledged ? waitForDevice(*to.model, subBus, faults) : hubStatus::noAnswer;
-    }
-    busyUntil = subBus.now;
+    const hubStatus outcome = passOn(target(), subBus, faults);
+    m_busyUntil = subBus.now;
     return outcome;
+}
+
+hubStatus hub922::passOn(const device& to, busClock& subBus, chipFaults& faults)
+{
+    if (const hubStatus outcome = check(faults); outcome != hubStatus::done) {
+        return outcome;
+    }
+    if (to.model == nullptr) {
+        return askNobody(subBus);
+    }
+    if (m_receivedBytes < headerBytes + to.offsetBytes) {
+        return hubStatus::malformedCommand;
+    }
+    const bool acknowledged = sendTo(*to.model, m_receivedBytes - headerBytes, subBus, faults);
+    spend(subBus, bitsOfCondition);
+    if (!acknowledged) {
+        to.model->deselect();
+        return hubStatus::noAnswer;
+    }
+    faults.behindHub(m_received[1]);
+    to.model->stop(subBus, faults);
+    faults.behindHub(0);
+    return waitForDevice(*to.model, subBus, faults);
+}
+
+// START, an address that nobody has, STOP.
+hubStatus hub922::askNobody(busClock& subBus)
+{
+    spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
+    return hubStatus::noAnswer;
 }
 
 // Asks until the device acknowledges again.
@@ -241,73 +298,78 @@ hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faul
 }
 
 // Port 0x20 makes a command of a read's header, and no known one; as with every refused read the status stays.
-hubStatus hub922::refuseRead() const { return status == hubStatus::done ? hubStatus::malformedCommand : status; }
+hubStatus hub922::refuseRead() const { return m_status == hubStatus::done ? hubStatus::malformedCommand : m_status; }
 
 // Repeated START after a header: SCL is held until the first byte could be fetched.
 hubStatus hub922::fetch(busClock& clock, chipFaults& faults)
 {
     busClock subBus{clock.now, subBusBitNs};
-    const device from = target();
-    hubStatus outcome = check(faults);
-    if (outcome == hubStatus::done && from.model == nullptr) {
-        spend(subBus, bitsOfCondition + bitsOfByte + bitsOfCondition);
-        outcome = hubStatus::noAnswer;
-    } else if (outcome == hubStatus::done && receivedBytes != headerBytes + from.offsetBytes) {
-        outcome = hubStatus::malformedCommand;
-    } else if (outcome == hubStatus::done) {
-        bool acknowledged = sendTo(*from.model, from.offsetBytes, subBus, faults);
-        if (acknowledged) {
-            spend(subBus, bitsOfCondition + bitsOfByte);
-            acknowledged = from.model->start(direction::read, subBus, faults);
-        }
-        if (acknowledged) {
-            fetching = from.model;
-        } else {
-            from.model->deselect();
-        }
-        outcome = acknowledged ? hubStatus::done : hubStatus::noAnswer;
-    }
+    const hubStatus outcome = fetch(target(), subBus, faults);
     clock.now = subBus.now;
     return outcome;
+}
+
+hubStatus hub922::fetch(const device& from, busClock& subBus, chipFaults& faults)
+{
+    if (const hubStatus outcome = check(faults); outcome != hubStatus::done) {
+        return outcome;
+    }
+    if (from.model == nullptr) {
+        return askNobody(subBus);
+    }
+    if (m_receivedBytes != headerBytes + from.offsetBytes) {
+        return hubStatus::malformedCommand;
+    }
+    bool acknowledged = sendTo(*from.model, from.offsetBytes, subBus, faults);
+    if (acknowledged) {
+        spend(subBus, bitsOfCondition + bitsOfByte);
+        acknowledged = from.model->start(direction::read, subBus, faults);
+    }
+    if (!acknowledged) {
+        from.model->deselect();
+        return hubStatus::noAnswer;
+    }
+    m_fetching = from.model;
+    return hubStatus::done;
 }
 
 void hub922::endFetch(busClock& clock, chipFaults& faults)
 {
     busClock subBus{clock.now, subBusBitNs};
-    if (fetching != nullptr) {
-        fetching->stop(subBus, faults);
+    if (m_fetching != nullptr) {
+        m_fetching->stop(subBus, faults);
     }
-    fetching = nullptr;
+    m_fetching = nullptr;
 }
 
 void hub922::resetLine(bool low)
 {
-    if (heldInReset && !low) {
-        status = hubStatus::outOfReset;
+    if (m_heldInReset && !low) {
+        m_status = hubStatus::outOfReset;
     }
     if (low) {
         deselect();
-        status = hubStatus::done;
-        busyUntil = 0;
-        holds.fill({});
+        m_status = hubStatus::done;
+        m_busyUntil = 0;
+        m_holds.fill({});
     }
-    heldInReset = low;
+    m_heldInReset = low;
 }
 
-void hub922::state(stateFields& fields)
+void hub922::exchange(stateFields& fields)
 {
-    auto number = static_cast<std::uint8_t>(status);
-    fields.numbers(number, busyUntil);
-    fields.flag(heldInReset);
-    fields.check(busyUntil <= fields.busTime() + longestWaitNs, "the end of a hub's work");
-    for (auto& hold : holds) {
+    auto number = static_cast<std::uint8_t>(m_status);
+    fields.numbers(number, m_busyUntil);
+    fields.flag(m_heldInReset);
+    fields.check(m_busyUntil <= fields.busTime() + longestWaitNs, "the end of a hub's work");
+    for (auto& hold : m_holds) {
         auto line = static_cast<std::uint8_t>(hold.line);
         fields.numbers(line, hold.by, hold.resetsToGo);
         fields.check(line <= static_cast<std::uint8_t>(heldLine::scl) && (line == 0) == (hold.by == 0),
                      "a held sub-bus");
         hold.line = static_cast<heldLine>(line);
     }
-    status = static_cast<hubStatus>(number);
+    m_status = static_cast<hubStatus>(number);
 }
 
 void hub922::powerUp()
@@ -320,12 +382,12 @@ void hub922::powerUp()
 void hub922::asNew()
 {
     powerUp();
-    status = hubStatus::done;
+    m_status = hubStatus::done;
 }
 
 void hub922::endEffects(const faultEnded& ended)
 {
-    for (auto& hold : holds) {
+    for (auto& hold : m_holds) {
         if (hold.by != 0 && ended(hold.by)) {
             hold = {};
         }
@@ -338,7 +400,7 @@ listedRegister hub922::listHeld(const char* name, heldLine line) const
     std::uint32_t bits = 0;
     std::string text;
     for (unsigned port = 0; port < ports; ++port) {
-        if (holds[port].line == line) {
+        if (m_holds[port].line == line) {
             bits |= 1U << port;
             text += (text.empty() ? "ports " : ", ") + std::to_string(port);
         }
@@ -348,24 +410,8 @@ listedRegister hub922::listHeld(const char* name, heldLine line) const
 
 std::vector<listedRegister> hub922::list(std::uint64_t now)
 {
-    const auto meaning = [this] {
-        static constexpr std::pair<hubStatus, const char*> texts[]{{hubStatus::done, "done"},
-                                                                   {hubStatus::malformedCommand, "malformed command"},
-                                                                   {hubStatus::noAnswer, "device did not answer"},
-                                                                   {hubStatus::subBusSdaHeld, "sub-bus SDA held"},
-                                                                   {hubStatus::subBusSclHeld, "sub-bus SCL held"},
-                                                                   {hubStatus::arbitrationLost, "arbitration lost"},
-                                                                   {hubStatus::subBusTimeout, "sub-bus time-out"},
-                                                                   {hubStatus::noSuchPort, "no such port"},
-                                                                   {hubStatus::tooLong, "transfer too long"},
-                                                                   {hubStatus::outOfReset, "out of reset"}};
-        const auto found = std::ranges::find(texts, status, &std::pair<hubStatus, const char*>::first);
-        return found != std::end(texts) ? found->second
-               : status < hubStatus{12} ? std::string{"hub hardware fault"}
-                                        : std::string{"unknown"};
-    };
-    return {{"STATUS", static_cast<std::uint32_t>(status), meaning()},
-            {"reset", heldInReset ? 1U : 0U, heldInReset ? "held in reset" : "running"},
+    return {{"STATUS", static_cast<std::uint32_t>(m_status), textOf(m_status)},
+            {"reset", m_heldInReset ? 1U : 0U, m_heldInReset ? "held in reset" : "running"},
             {"busy", busy(now) ? 1U : 0U, busy(now) ? "passing a write on" : "ready"},
             listHeld("SDA held", heldLine::sda),
             listHeld("SCL held", heldLine::scl)};

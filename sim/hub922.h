@@ -6,6 +6,7 @@
 
 #include <array>
 #include <map>
+#include <utility>
 
 namespace kest::sim
 {
@@ -32,19 +33,19 @@ public:
     /// A chip on a sub-bus; `offsetBytes` go out ahead of a read's data. The chip outlives the hub.
     void attach(std::uint8_t port, std::uint8_t address, chip& device, std::uint32_t offsetBytes)
     {
-        devices[{port, address}] = {&device, offsetBytes};
+        m_devices[{port, address}] = {&device, offsetBytes};
     }
     /// The reset line. Low holds the hub in reset; letting it go starts it with cleared faults and status 15.
     void resetLine(bool low);
-    [[nodiscard]] bool inReset() const { return heldInReset; }
+    [[nodiscard]] bool inReset() const { return m_heldInReset; }
 
     bool start(direction way, busClock& clock, chipFaults& faults) override;
     bool take(std::uint8_t byte, busClock& clock) override;
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock& clock, chipFaults& faults) override;
     void deselect() override;
-    [[nodiscard]] bool guarded() const override { return answering == answer::data && statusGiven; }
-    void state(stateFields& fields) override;
+    [[nodiscard]] bool guarded() const override { return m_answering == answer::data && m_statusGiven; }
+    void exchange(stateFields& fields) override;
     void powerUp() override;
     void asNew() override;
     void endEffects(const faultEnded& ended) override;
@@ -82,38 +83,43 @@ private:
     // bytes after the hub's address
     static constexpr std::size_t longestWrite = 256;
 
-    [[nodiscard]] bool busy(std::uint64_t now) const { return now < busyUntil; }
-    [[nodiscard]] bool isCommand() const { return received[0] == command; }
+    [[nodiscard]] bool busy(std::uint64_t now) const { return now < m_busyUntil; }
+    [[nodiscard]] bool isCommand() const { return m_received[0] == command; }
+    void startRead(busClock& clock, chipFaults& faults);
+    [[nodiscard]] std::uint8_t giveStatus();
     void note(hubStatus outcome);
     void runCommand(chipFaults& faults);
     void resetHolds();
     [[nodiscard]] bool anyHeld(heldLine line) const;
     [[nodiscard]] listedRegister listHeld(const char* name, heldLine line) const;
     [[nodiscard]] hubStatus check(chipFaults& faults);
-    [[nodiscard]] hubStatus checkSubBus(std::uint8_t port, chipFaults& faults);
+    [[nodiscard]] static hubStatus checkSubBus(portHold& hold, chipFaults& faults);
+    [[nodiscard]] static hubStatus askNobody(busClock& subBus);
     [[nodiscard]] device target() const;
     [[nodiscard]] hubStatus passOn(busClock& clock, chipFaults& faults);
+    [[nodiscard]] hubStatus passOn(const device& to, busClock& subBus, chipFaults& faults);
     [[nodiscard]] hubStatus waitForDevice(chip& device, busClock& subBus, chipFaults& faults);
     [[nodiscard]] hubStatus refuseRead() const;
     [[nodiscard]] hubStatus fetch(busClock& clock, chipFaults& faults);
+    [[nodiscard]] hubStatus fetch(const device& from, busClock& subBus, chipFaults& faults);
     [[nodiscard]] bool sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults);
     void endFetch(busClock& clock, chipFaults& faults);
 
-    std::map<std::pair<std::uint8_t, std::uint8_t>, device> devices;
+    std::map<std::pair<std::uint8_t, std::uint8_t>, device> m_devices;
 
-    hubStatus status = hubStatus::done;
-    bool heldInReset = false;
-    std::uint64_t busyUntil = 0;
-    std::array<portHold, ports> holds{};
+    hubStatus m_status = hubStatus::done;
+    bool m_heldInReset = false;
+    std::uint64_t m_busyUntil = 0;
+    std::array<portHold, ports> m_holds{};
 
     // Of the transaction under way: nothing of it outlives a STOP.
-    std::array<std::uint8_t, longestWrite> received{};
-    std::size_t receivedBytes = 0; ///< all that came, kept or not
-    bool writing = false;
-    answer answering = answer::nothing;
-    bool statusGiven = false;
-    std::uint8_t firstByte = 0;
-    chip* fetching = nullptr;
+    std::array<std::uint8_t, longestWrite> m_received{};
+    std::size_t m_receivedBytes = 0; ///< all that came, kept or not
+    bool m_writing = false;
+    answer m_answering = answer::nothing;
+    bool m_statusGiven = false;
+    std::uint8_t m_firstByte = 0;
+    chip* m_fetching = nullptr;
 };
 
 } // namespace kest::sim

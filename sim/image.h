@@ -1,10 +1,15 @@
 /// The raw image file of a memory chip.
 #pragma once
 
-#include "sim/busstate.h"
 #include "sim/chip.h"
+#include "sim/pagewrite.h"
 
+#include <array>
+#include <cstdint>
 #include <filesystem>
+#include <span>
+#include <string>
+#include <utility>
 
 namespace kest::sim
 {
@@ -12,7 +17,7 @@ namespace kest::sim
 class image final : public memory
 {
 public:
-    image(std::filesystem::path file, std::uint32_t chipBytes) : path{std::move(file)}, sizeBytes{chipBytes} {}
+    image(std::filesystem::path file, std::uint32_t chipBytes) : m_path{std::move(file)}, m_sizeBytes{chipBytes} {}
     ~image() override { close(); }
     image(const image&) = delete;
     image& operator=(const image&) = delete;
@@ -32,11 +37,11 @@ public:
     /// @return false when the file would not take it
     bool store(const pageWrite& page);
     /// Whether it could not be read, or had another size, since begin().
-    [[nodiscard]] bool isLost() const { return lost; }
+    [[nodiscard]] bool isLost() const { return m_lost; }
     /// Whether a page is of this image.
     [[nodiscard]] bool holds(const pageWrite& page) const;
 
-    [[nodiscard]] const std::filesystem::path& file() const { return path; }
+    [[nodiscard]] const std::filesystem::path& file() const { return m_path; }
 
 private:
     static constexpr std::uint32_t windowBytes = 4096;
@@ -44,14 +49,14 @@ private:
     bool open();
     void fill(std::uint32_t start);
 
-    const std::filesystem::path path;
-    const std::uint32_t sizeBytes;
-    int descriptor = -1;
-    std::array<std::uint8_t, windowBytes> window{};
-    std::uint32_t windowStart = noWindow;
-    bool lost = false;
-    std::uint32_t chip = 0;
-    pageWrite* page = nullptr;
+    const std::filesystem::path m_path;
+    const std::uint32_t m_sizeBytes;
+    int m_descriptor = -1;
+    std::array<std::uint8_t, windowBytes> m_window{};
+    std::uint32_t m_windowStart = noWindow;
+    bool m_lost = false;
+    std::uint32_t m_chip = 0;
+    pageWrite* m_page = nullptr;
 
     static constexpr std::uint32_t noWindow = 0xFFFFFFFF;
 };

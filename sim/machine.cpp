@@ -2,7 +2,11 @@
 
 #include "base/clock.h"
 #include "base/descriptor.h"
+#include "sim/busadministration.h"
 #include "sim/busmodel.h"
+#include "sim/machinefile.h"
+#include "sim/sharedbus.h"
+#include "sim/statefile.h"
 
 #include <algorithm>
 #include <array>
@@ -45,32 +49,50 @@ public:
     }
 };
 
-/// The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
+[[noreturn]] void failToRead(const std::filesystem::path& file)
+{
+    throw std::system_error{errno, std::generic_category(), file.string() + ": cannot be read"};
+}
+
+// The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
 std::string readText(const std::filesystem::path& file)
 {
-    const int in = ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const fileDescriptor in{ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))};
+    if (!in.valid()) {
+        failToRead(file);
+    }
     struct stat found {
     };
-    if (in >= 0 && fstat(in, &found) == 0 && (!S_ISREG(found.st_mode) || found.st_size > longestTextBytes)) {
-        close(in);
-        throw std::runtime_error{file.string() +
-                                 (S_ISREG(found.st_mode) ? ": is too large" : ": is not a regular file")};
+    if (fstat(in.number(), &found) == 0 && !S_ISREG(found.st_mode)) {
+        throw std::runtime_error{file.string() + ": is not a regular file"};
+    }
+    if (found.st_size > longestTextBytes) {
+        throw std::runtime_error{file.string() + ": is too large"};
     }
     std::string text;
-    ssize_t got = in < 0 ? -1 : 1;
-    for (std::array<char, 4096> piece{}; got > 0 || (got < 0 && in >= 0 && errno == EINTR);) {
-        got = ::read(in, piece.data(), piece.size());
-        text.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    std::array<char, 4096> piece{};
+    for (;;) {
+        const ssize_t got = uninterrupted([&] { return ::read(in.number(), piece.data(), piece.size()); });
+        if (got < 0) {
+            failToRead(file);
+        }
+        if (got == 0) {
+            return text;
+        }
+        text.append(piece.data(), static_cast<std::size_t>(got));
     }
-    const int error = errno;
-    if (in >= 0) {
-        close(in);
-    }
-    if (got < 0) {
-        throw std::system_error{error, std::generic_category(), file.string() + ": cannot be read"};
-    }
-    return text;
 }
+
+/// A bus: what is shared, and the two ways to use it.
+struct machineBus {
+    machineBus(const machineDescription& all, std::size_t index, const std::filesystem::path& folder, realClock* clock)
+        : shared{all, index, folder, clock}
+    {
+    }
+    sharedBus shared;
+    busModel wires{shared};
+    busAdministration administration{shared};
+};
 
 class machineModel final : public machine, public std::enable_shared_from_this<machineModel>
 {
@@ -80,7 +102,7 @@ public:
     std::shared_ptr<bus> findBus(const std::string& name, const std::string& node) override;
     [[nodiscard]] std::vector<std::string> busNames(const std::string& node) const override;
     [[nodiscard]] std::vector<chipInfo> chips() const override;
-    [[nodiscard]] const std::filesystem::path& folder() const override { return place; }
+    [[nodiscard]] const std::filesystem::path& folder() const override { return m_folder; }
     std::vector<registerValue> registers() override;
     void powerCycle() override;
     std::uint32_t addFault(const fault& what) override;
@@ -96,110 +118,123 @@ public:
 private:
     void openState(const std::string& machineFile);
     bool setDamagedStateAside();
-    bool isOwnFile(const std::filesystem::path& file) const;
+    [[nodiscard]] std::string damage();
+    [[nodiscard]] bool isOwnFile(const std::filesystem::path& file) const;
     void takeFileFaults();
-    busModel* find(const std::string& name);
+    std::uint32_t takeFaultNumber();
+    bool giveFault(const fault& what, const faultRecord& record);
+    machineBus* find(const std::string& name);
 
-    const std::filesystem::path place;
-    const std::string text;
-    machineDescription about;
-    std::unique_ptr<stateFile> states;
-    std::vector<std::unique_ptr<busModel>> buses;
+    const std::filesystem::path m_folder;
+    const std::string m_text;
+    machineDescription m_about;
+    std::unique_ptr<stateFile> m_states;
+    std::vector<std::unique_ptr<machineBus>> m_buses;
 };
 
-machineModel::machineModel(std::filesystem::path folder, std::string machineText, realClock* clock)
-    : place{std::move(folder)}, text{std::move(machineText)}
+machineModel::machineModel(std::filesystem::path folder, std::string text, realClock* clock)
+    : m_folder{std::move(folder)}, m_text{std::move(text)}
 {
-    const std::string machineFile = (place / machineFileName).string();
-    about = parseMachine(text, machineFile);
-    for (std::size_t i = 0; i < about.buses.size(); ++i) {
-        buses.push_back(std::make_unique<busModel>(about, i, place, clock));
+    const std::string machineFile = (m_folder / machineFileName).string();
+    m_about = parseMachine(m_text, machineFile);
+    for (std::size_t i = 0; i < m_about.buses.size(); ++i) {
+        m_buses.push_back(std::make_unique<machineBus>(m_about, i, m_folder, clock));
     }
     openState(machineFile);
 }
 
 void machineModel::openState(const std::string& machineFile)
 {
+    const std::uint64_t layout = m_about.layoutMark();
     std::vector<std::size_t> records;
-    for (const auto& bus : buses) {
-        records.push_back(bus->recordBytes());
+    for (const auto& bus : m_buses) {
+        records.push_back(bus->shared.recordBytes());
     }
-    states = std::make_unique<stateFile>(place / stateFileName, records);
-    for (auto& bus : buses) {
-        bus->attach(*states, about.layoutMark());
+    m_states = std::make_unique<stateFile>(m_folder / stateFileName, records);
+    for (auto& bus : m_buses) {
+        bus->shared.attach(*m_states, layout);
     }
 
-    const stateFile::hold all{*states};
+    const stateFile::hold all{*m_states};
     if (!all.held()) {
-        throw std::runtime_error{(place / stateFileName).string() + ": cannot be locked"};
+        throw std::runtime_error{(m_folder / stateFileName).string() + ": cannot be locked"};
     }
-    for (auto& bus : buses) {
-        bus->prepareImages(machineFile);
+    for (auto& bus : m_buses) {
+        bus->shared.chips().prepareImages(machineFile);
     }
-    if (setDamagedStateAside() || !states->usable(about.layoutMark())) {
-        states->renew(about.layoutMark());
-        for (auto& bus : buses) {
-            bus->makeNew();
+    if (setDamagedStateAside() || !m_states->usable(layout)) {
+        m_states->renew(layout);
+        for (auto& bus : m_buses) {
+            bus->administration.makeNew();
         }
-        states->seal();
+        m_states->seal();
     }
-    if (states->faultMark() != about.faultMark()) {
+    if (m_states->faultMark() != m_about.faultMark()) {
         takeFileFaults();
     }
 }
 
-// A user can have it looked into; nobody waits for what a damaged field promises.
-bool machineModel::setDamagedStateAside()
+// What is damaged in the state file; empty: nothing.
+std::string machineModel::damage()
 {
-    std::string damage;
-    if (!states->usable(about.layoutMark())) {
-        damage = states->damage(about.layoutMark());
-    } else {
-        for (auto bus = buses.begin(); damage.empty() && bus != buses.end(); ++bus) {
-            damage = (*bus)->damage();
+    if (!m_states->usable(m_about.layoutMark())) {
+        return m_states->damage(m_about.layoutMark());
+    }
+    for (auto& bus : m_buses) {
+        if (std::string what = bus->shared.damage(); !what.empty()) {
+            return what;
         }
     }
-    if (damage.empty()) {
+    return {};
+}
+
+// A user can have the damaged file looked into. The machine does not go on with it: nobody waits for what a damaged
+// field promises.
+bool machineModel::setDamagedStateAside()
+{
+    const std::string what = damage();
+    if (what.empty()) {
         return false;
     }
-    const std::string kept = states->setAside().filename().string();
+    const std::string kept = m_states->setAside().filename().string();
     std::fprintf(stderr, "kest: %s: damaged: %s; it is kept as %s, and the machine starts anew\n",
-                 (place / stateFileName).c_str(), damage.c_str(), kept.c_str());
+                 (m_folder / stateFileName).c_str(), what.c_str(), kept.c_str());
     return true;
 }
 
 void machineModel::takeFileFaults()
 {
     std::vector<faultRecord> records;
-    for (const auto& what : about.faults) {
-        records.push_back(makeFaultRecord(what, states->nextFaultNumber()));
+    for (const auto& what : m_about.faults) {
+        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber()));
         records.back().fromFile = true;
     }
-    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
+    for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
         std::vector<faultRecord> own;
         for (std::size_t i = 0; i < records.size(); ++i) {
-            if (about.concerns(about.faults[i], bus)) {
+            if (m_about.concerns(m_about.faults[i], bus)) {
                 own.push_back(records[i]);
             }
         }
-        buses[bus]->replaceFileFaults(own);
+        m_buses[bus]->administration.replaceFileFaults(own);
     }
-    states->setFaultMark(about.faultMark());
+    m_states->setFaultMark(m_about.faultMark());
 }
 
 bool machineModel::stillStandsFor(const std::string& machineText)
 {
-    const stateFile::hold one{*states, 0};
-    return one.held() && machineText == text && states->usable(about.layoutMark()) &&
-           std::ranges::none_of(buses, [](const auto& bus) { return bus->metDamage(); });
+    const stateFile::hold one{*m_states, 0};
+    return one.held() && machineText == m_text && m_states->usable(m_about.layoutMark()) &&
+           std::ranges::none_of(m_buses, [](const auto& bus) { return bus->shared.metDamage(); });
 }
 
 // The bus lives as long as its machine, and the other way round.
 std::shared_ptr<bus> machineModel::findBus(const std::string& name, const std::string& node)
 {
-    for (auto& bus : buses) {
-        if (bus->description().name == name && bus->description().node == node) {
-            return {shared_from_this(), bus.get()};
+    for (auto& bus : m_buses) {
+        const busDescription& about = bus->shared.description();
+        if (about.name == name && about.node == node) {
+            return {shared_from_this(), &bus->wires};
         }
     }
     return nullptr;
@@ -208,7 +243,7 @@ std::shared_ptr<bus> machineModel::findBus(const std::string& name, const std::s
 std::vector<std::string> machineModel::busNames(const std::string& node) const
 {
     std::vector<std::string> names;
-    for (const auto& bus : about.buses) {
+    for (const auto& bus : m_about.buses) {
         if (bus.node == node) {
             names.push_back(bus.name);
         }
@@ -219,34 +254,46 @@ std::vector<std::string> machineModel::busNames(const std::string& node) const
 std::vector<chipInfo> machineModel::chips() const
 {
     std::vector<chipInfo> list;
-    for (const auto& chip : about.chips) {
-        const auto& bus = about.buses[chip.bus];
-        list.push_back({bus.name, bus.node, chip.typeName, chip.address, chip.behindHub, chip.hub, chip.port,
-                        chip.image.empty() ? std::filesystem::path{} : place / chip.image});
+    for (const auto& chip : m_about.chips) {
+        const auto& bus = m_about.buses[chip.bus];
+        list.push_back({.bus = bus.name,
+                        .node = bus.node,
+                        .type = chip.typeName,
+                        .address = chip.address,
+                        .behindHub = chip.behindHub,
+                        .hubAddress = chip.hub,
+                        .port = chip.port,
+                        .image = chip.image.empty() ? std::filesystem::path{} : m_folder / chip.image});
     }
     return list;
 }
 
 std::vector<machine::registerValue> machineModel::registers()
 {
+    std::vector<chipListing> chips;
+    for (auto& bus : m_buses) {
+        bus->administration.listRegisters(chips);
+    }
     std::vector<registerValue> list;
-    for (auto& bus : buses) {
-        bus->registers(list);
+    for (const auto& chip : chips) {
+        for (const auto& line : chip.registers) {
+            list.push_back({chip.chip, line.name, line.value, line.meaning});
+        }
     }
     return list;
 }
 
 void machineModel::powerCycle()
 {
-    for (auto& bus : buses) {
-        bus->powerCycle();
+    for (auto& bus : m_buses) {
+        bus->administration.powerCycle();
     }
 }
 
-busModel* machineModel::find(const std::string& name)
+machineBus* machineModel::find(const std::string& name)
 {
-    const auto found = about.findBus(name);
-    return found ? buses[*found].get() : nullptr;
+    const auto found = m_about.findBus(name);
+    return found ? m_buses[*found].get() : nullptr;
 }
 
 std::uint32_t machineModel::addFault(const fault& what)
@@ -257,51 +304,59 @@ std::uint32_t machineModel::addFault(const fault& what)
     if (!what.bus.empty() && find(what.bus) == nullptr) {
         throw std::invalid_argument{"no bus '" + what.bus + "'"};
     }
-    if (!what.node.empty() && !about.hasNode(what.node)) {
+    if (!what.node.empty() && !m_about.hasNode(what.node)) {
         throw std::invalid_argument{"no bus on node '" + what.node + "'"};
     }
-    std::uint32_t number = 0;
-    {
-        const stateFile::hold all{*states};
-        if (all.held() && states->usable(about.layoutMark())) {
-            number = states->nextFaultNumber();
-        }
+    const std::uint32_t number = takeFaultNumber();
+    if (number == 0) {
+        throw std::runtime_error{"the machine is gone"};
     }
-    const auto record = makeFaultRecord(what, number);
-    bool good = number != 0;
-    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
-        if (good && about.concerns(what, bus)) {
-            good = buses[bus]->addFault(record);
-        }
-    }
-    if (!good) {
+    if (!giveFault(what, makeFaultRecord(what, number))) {
         clearFault(number);
-        throw std::runtime_error{number == 0 ? "the machine is gone" : "no room for more faults"};
+        throw std::runtime_error{"no room for more faults"};
     }
     return number;
+}
+
+// @return 0 when the machine is gone
+std::uint32_t machineModel::takeFaultNumber()
+{
+    const stateFile::hold all{*m_states};
+    return all.held() && m_states->usable(m_about.layoutMark()) ? m_states->nextFaultNumber() : 0;
+}
+
+// @return false when one of the buses has no room for it
+bool machineModel::giveFault(const fault& what, const faultRecord& record)
+{
+    for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
+        if (m_about.concerns(what, bus) && !m_buses[bus]->administration.addFault(record)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool machineModel::clearFault(std::uint32_t number)
 {
     bool cleared = false;
-    for (auto& bus : buses) {
-        cleared = bus->clearFaults(number) || cleared;
+    for (auto& bus : m_buses) {
+        cleared = bus->administration.clearFaults(number) || cleared;
     }
     return cleared;
 }
 
 void machineModel::clearFaults()
 {
-    for (auto& bus : buses) {
-        bus->clearFaults(std::nullopt);
+    for (auto& bus : m_buses) {
+        bus->administration.clearFaults(std::nullopt);
     }
 }
 
 std::vector<machine::listedFault> machineModel::faults()
 {
     std::vector<listedFault> list;
-    for (auto& bus : buses) {
-        bus->listFaults(list);
+    for (auto& bus : m_buses) {
+        bus->administration.listFaults(list);
     }
     return list;
 }
@@ -311,15 +366,17 @@ bool machineModel::isOwnFile(const std::filesystem::path& file) const
 {
     std::error_code error;
     const std::filesystem::path real = std::filesystem::weakly_canonical(file, error);
+    if (error || real.parent_path() != m_folder) {
+        return false;
+    }
     const std::string name = real.filename().string();
-    return !error && (real.parent_path() == place &&
-                      (name.starts_with(ownFiles) ||
-                       std::ranges::find(about.chips, name, &chipDescription::image) != about.chips.end()));
+    return name.starts_with(ownFiles) ||
+           std::ranges::find(m_about.chips, name, &chipDescription::image) != m_about.chips.end();
 }
 
 bool machineModel::startWave(const std::string& busName, const std::filesystem::path& file)
 {
-    busModel* const bus = find(busName);
+    machineBus* const bus = find(busName);
     std::error_code error;
     const std::filesystem::path absolute = std::filesystem::absolute(file, error);
     if (bus == nullptr || file.empty()) {
@@ -330,16 +387,17 @@ bool machineModel::startWave(const std::string& busName, const std::filesystem::
         errno = EEXIST;
         return false;
     }
-    return bus->startWave(absolute.string());
+    return bus->administration.startWave(absolute.string());
 }
 
 bool machineModel::stopWave(const std::string& busName)
 {
-    busModel* const bus = find(busName);
+    machineBus* const bus = find(busName);
     if (bus == nullptr) {
         errno = ENODEV;
+        return false;
     }
-    return bus != nullptr && bus->stopWave();
+    return bus->administration.stopWave();
 }
 
 } // namespace
@@ -358,9 +416,8 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realCl
     const std::string text = readText(place / machineFileName);
     // also no fork happens while the map is made
     const std::scoped_lock lock{openingMutex()};
-    static auto* const opened =
-        // outlives static objects
-        new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;
+    // outlives static objects
+    static auto* const opened = new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;
     auto& known = (*opened)[{place.string(), clock}];
     auto model = known.lock();
     if (model == nullptr || !model->stillStandsFor(text)) {

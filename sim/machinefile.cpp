@@ -3,8 +3,10 @@
 #include "base/hash.h"
 #include "base/hex.h"
 #include "base/tomltext.h"
-#include "sim/speed.h"
+#include "sim/bus.h"
+#include "sim/faultrecord.h"
 
+#include <algorithm>
 #include <bit>
 #include <initializer_list>
 #include <set>
@@ -326,7 +328,7 @@ void reader::fault(const toml::table& table)
     const auto size = [&](std::string_view key, std::int64_t highest, std::int64_t otherwise) {
         return static_cast<std::uint64_t>(number(table, key, 0, highest, otherwise));
     };
-    machine::fault what;
+    faultDescription what;
     what.kind = text(table, "kind", nullptr);
     what.address = address(table, "address", false);
     what.way = text(table, "way", "");
@@ -414,7 +416,7 @@ bool machineDescription::hasNode(std::string_view node) const
     return std::ranges::find(buses, node, &busDescription::node) != buses.end();
 }
 
-bool machineDescription::concerns(const machine::fault& what, std::size_t bus) const
+bool machineDescription::concerns(const faultDescription& what, std::size_t bus) const
 {
     return what.bus.empty() ? what.node.empty() || what.node == buses[bus].node : what.bus == fullName(buses[bus]);
 }

@@ -2,12 +2,16 @@
 #pragma once
 
 #include "sim/eeprom.h"
-#include "sim/faults.h"
+#include "sim/fault.h"
 #include "sim/pca955x.h"
 #include "sim/sensor.h"
 
-#include <filesystem>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace kest::sim
 {
@@ -46,7 +50,7 @@ struct chipDescription {
 struct machineDescription {
     std::vector<busDescription> buses;
     std::vector<chipDescription> chips;
-    std::vector<machine::fault> faults;
+    std::vector<faultDescription> faults;
 
     /// A number that changes with anything that the state file's layout depends on.
     [[nodiscard]] std::uint64_t layoutMark() const;
@@ -55,7 +59,7 @@ struct machineDescription {
     [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
     [[nodiscard]] bool hasNode(std::string_view node) const;
     /// Whether a fault is one of that bus's.
-    [[nodiscard]] bool concerns(const machine::fault& what, std::size_t bus) const;
+    [[nodiscard]] bool concerns(const faultDescription& what, std::size_t bus) const;
 };
 
 /// Name of a bus for people and faults: "BUS" on the local node, else "NODE:BUS".

@@ -18,16 +18,16 @@ bool pca955x::start(direction, busClock&, chipFaults&)
 
 bool pca955x::take(std::uint8_t byte, busClock&)
 {
-    if (commandNext) {
-        pointer = byte;
-        commandNext = false;
-    } else {
-        // input registers take and ignore
-        if (current() >= portCount() && current() < type.registers) {
-            registers[current()] = byte;
-        }
-        movePointer();
+    if (m_commandNext) {
+        m_pointer = byte;
+        m_commandNext = false;
+        return true;
     }
+    // an input register acknowledges its byte and ignores it
+    if (current() >= portCount() && current() < m_type.registers) {
+        m_registers[current()] = byte;
+    }
+    movePointer();
     return true;
 }
 
@@ -40,23 +40,20 @@ std::uint8_t pca955x::give(busClock& clock, chipFaults&)
 
 void pca955x::movePointer()
 {
-    const auto keep = static_cast<std::uint8_t>(pointer & ~type.pointerMask);
-    if (type.step == pointerStep::pairs) {
-        pointer ^= 1;
-    } else if (type.step == pointerStep::byFlag && (pointer & autoIncrement) != 0) {
-        pointer = static_cast<std::uint8_t>(keep | (current() + 1 >= type.registers ? 0 : current() + 1));
+    const auto keep = static_cast<std::uint8_t>(m_pointer & ~m_type.pointerMask);
+    if (m_type.step == pointerStep::pairs) {
+        m_pointer ^= 1;
+    } else if (m_type.step == pointerStep::byFlag && (m_pointer & autoIncrement) != 0) {
+        m_pointer = static_cast<std::uint8_t>(keep | (current() + 1 >= m_type.registers ? 0 : current() + 1));
     }
 }
 
 std::uint8_t pca955x::value(unsigned registerNumber, std::uint64_t now) const
 {
-    std::uint8_t byte = noRegister;
     if (registerNumber < portCount()) {
-        byte = inputs(registerNumber, now);
-    } else if (registerNumber < type.registers) {
-        byte = registers[registerNumber];
+        return inputs(registerNumber, now);
     }
-    return byte;
+    return registerNumber < m_type.registers ? m_registers[registerNumber] : noRegister;
 }
 
 std::uint8_t pca955x::inputs(unsigned port, std::uint64_t now) const
@@ -65,50 +62,50 @@ std::uint8_t pca955x::inputs(unsigned port, std::uint64_t now) const
     for (unsigned bit = 0; bit < 8; ++bit) {
         levels |= static_cast<unsigned>(level(8 * port + bit, now)) << bit;
     }
-    const unsigned inverted = type.leds ? 0U : registers[2U * portCount() + port];
+    const unsigned inverted = m_type.leds ? 0U : m_registers[2U * portCount() + port];
     return static_cast<std::uint8_t>(levels ^ inverted);
 }
 
 bool pca955x::level(unsigned pin, std::uint64_t now) const
 {
-    bool high = (outside >> pin & 1) != 0;
-    if (type.leds) {
-        const selector chosen = selectorOf(pin);
-        if (chosen == low || (chosen >= blink0 && blinkLow(chosen - blink0, now))) {
-            // open drain: pulls down or lets go
-            high = false;
-        }
-    } else if (expanderOutput(pin)) {
-        high = (registers[portCount() + pin / 8] >> pin % 8 & 1) != 0;
+    const bool fromOutside = (m_outside >> pin & 1) != 0;
+    if (!m_type.leds) {
+        return expanderOutput(pin) ? (m_registers[portCount() + pin / 8] >> pin % 8 & 1) != 0 : fromOutside;
     }
-    return high;
+    const selector chosen = selectorOf(pin);
+    const bool pullsDown = chosen == low || (chosen >= blink0 && blinkLow(chosen - blink0, now));
+    // open drain: it pulls down or lets go
+    return !pullsDown && fromOutside;
 }
 
-bool pca955x::expanderOutput(unsigned pin) const { return (registers[3U * portCount() + pin / 8] >> pin % 8 & 1) == 0; }
+bool pca955x::expanderOutput(unsigned pin) const
+{
+    return (m_registers[3U * portCount() + pin / 8] >> pin % 8 & 1) == 0;
+}
 
 pca955x::selector pca955x::selectorOf(unsigned pin) const
 {
-    return static_cast<selector>(registers[type.prescaler0 + 4U + pin / 4] >> 2 * (pin % 4) & 3);
+    return static_cast<selector>(m_registers[m_type.prescaler0 + 4U + pin / 4] >> 2 * (pin % 4) & 3);
 }
 
 // A period of (prescaler + 1) / clock seconds, low for duty / 256 of it, counted from bus time 0.
 bool pca955x::blinkLow(unsigned which, std::uint64_t now) const
 {
     const std::uint64_t periodNs =
-        (registers[type.prescaler0 + 2 * which] + std::uint64_t{1}) * 1'000'000'000 / type.blinkClockHz;
-    const std::uint64_t duty = registers[type.prescaler0 + 2 * which + 1];
+        (m_registers[m_type.prescaler0 + 2 * which] + std::uint64_t{1}) * 1'000'000'000 / m_type.blinkClockHz;
+    const std::uint64_t duty = m_registers[m_type.prescaler0 + 2 * which + 1];
     return now % periodNs * 256 / periodNs < duty;
 }
 
 // A blinking output is low for a part of each period, whatever its duty cycle.
-bool pca955x::isPulledLow(unsigned pin) const { return (outside >> pin & 1) == 0 || selectorOf(pin) != released; }
+bool pca955x::isPulledLow(unsigned pin) const { return (m_outside >> pin & 1) == 0 || selectorOf(pin) != released; }
 
-void pca955x::state(stateFields& fields)
+void pca955x::exchange(stateFields& fields)
 {
-    fields.number(pointer);
-    fields.bytes(registers);
-    for (unsigned number = 0; number < registers.size(); ++number) {
-        fields.check((number >= portCount() && number < type.registers) || registers[number] == 0,
+    fields.number(m_pointer);
+    fields.bytes(m_registers);
+    for (unsigned number = 0; number < m_registers.size(); ++number) {
+        fields.check((number >= portCount() && number < m_type.registers) || m_registers[number] == 0,
                      "a register that a PCA955x does not have");
     }
 }
@@ -116,18 +113,18 @@ void pca955x::state(stateFields& fields)
 void pca955x::powerUp()
 {
     deselect();
-    pointer = 0;
-    registers.fill(0);
+    m_pointer = 0;
+    m_registers.fill(0);
     const auto set = [this](unsigned first, unsigned count, std::uint8_t byte) {
-        std::fill_n(registers.begin() + first, count, byte);
+        std::fill_n(m_registers.begin() + first, count, byte);
     };
-    if (type.leds) {
+    if (m_type.leds) {
         for (const unsigned which : {0U, 1U}) {
-            set(type.prescaler0 + 2 * which, 1, 0xFF);
-            set(type.prescaler0 + 2 * which + 1, 1, 0x80);
+            set(m_type.prescaler0 + 2 * which, 1, 0xFF);
+            set(m_type.prescaler0 + 2 * which + 1, 1, 0x80);
         }
         // all LEDs off
-        set(type.prescaler0 + 4U, 2U * portCount(), 0x55);
+        set(m_type.prescaler0 + 4U, 2U * portCount(), 0x55);
     } else {
         set(portCount(), portCount(), 0xFF);
         // all pins inputs
@@ -140,30 +137,27 @@ std::string pca955x::registerName(unsigned registerNumber) const
     const unsigned ports = portCount();
     constexpr std::array blinking{"PSC0", "PWM0", "PSC1", "PWM1"};
     constexpr std::array functions{"INPUT", "OUTPUT", "POLARITY", "CONFIG"};
-    const bool numbered = ports > 1;
-    std::string name;
-    if (type.leds && registerNumber >= type.prescaler0 + 4U) {
-        name = "LS" + std::to_string(registerNumber - type.prescaler0 - 4);
-    } else if (type.leds && registerNumber >= type.prescaler0) {
-        name = blinking.at(registerNumber - type.prescaler0);
-    } else {
-        name =
-            functions.at(registerNumber / ports) + (numbered ? std::to_string(registerNumber % ports) : std::string{});
+    if (m_type.leds && registerNumber >= m_type.prescaler0 + 4U) {
+        return "LS" + std::to_string(registerNumber - m_type.prescaler0 - 4);
     }
-    return name;
+    if (m_type.leds && registerNumber >= m_type.prescaler0) {
+        return blinking.at(registerNumber - m_type.prescaler0);
+    }
+    const std::string number = ports > 1 ? std::to_string(registerNumber % ports) : std::string{};
+    return functions.at(registerNumber / ports) + number;
 }
 
 // What the pins of that register do; empty for registers that belong to no pin.
 std::string pca955x::pinText(unsigned registerNumber, std::uint64_t now) const
 {
     constexpr std::array selectors{"low", "off", "blink0", "blink1"};
-    const unsigned firstSelector = type.prescaler0 + 4U;
+    const unsigned firstSelector = m_type.prescaler0 + 4U;
     std::string text;
     const auto pin = [&text](unsigned number, std::string_view what) {
         text += (text.empty() ? "pin " : ", ") + std::to_string(number) + " ";
         text += what;
     };
-    if (type.leds && registerNumber >= firstSelector) {
+    if (m_type.leds && registerNumber >= firstSelector) {
         for (unsigned i = 4 * (registerNumber - firstSelector), end = i + 4; i < end; ++i) {
             pin(i, selectors.at(selectorOf(i)));
         }
@@ -171,7 +165,7 @@ std::string pca955x::pinText(unsigned registerNumber, std::uint64_t now) const
         for (unsigned i = 8 * registerNumber, end = i + 8; i < end; ++i) {
             pin(i, level(i, now) ? "1" : "0");
         }
-    } else if (!type.leds && registerNumber / portCount() == 3) {
+    } else if (!m_type.leds && registerNumber / portCount() == 3) {
         for (unsigned i = 8 * (registerNumber % portCount()), end = i + 8; i < end; ++i) {
             pin(i, !expanderOutput(i) ? "input" : level(i, now) ? "output 1" : "output 0");
         }
@@ -182,7 +176,7 @@ std::string pca955x::pinText(unsigned registerNumber, std::uint64_t now) const
 std::vector<listedRegister> pca955x::list(std::uint64_t now)
 {
     std::vector<listedRegister> lines;
-    for (unsigned number = 0; number < type.registers; ++number) {
+    for (unsigned number = 0; number < m_type.registers; ++number) {
         lines.push_back({registerName(number), value(number, now), pinText(number, now)});
     }
     return lines;

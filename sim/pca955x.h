@@ -30,10 +30,38 @@ struct pca955xType {
 };
 
 inline constexpr std::array pca955xTypes{
-    pca955xType{"PCA9551", true, 8, 7, 0x07, pointerStep::byFlag, 1, 38},
-    pca955xType{"PCA9552", true, 16, 10, 0x0F, pointerStep::byFlag, 2, 44},
-    pca955xType{"PCA9554", false, 8, 4, 0x03, pointerStep::stays, 0, 0},
-    pca955xType{"PCA9555", false, 16, 8, 0x07, pointerStep::pairs, 0, 0},
+    pca955xType{.name = "PCA9551",
+                .leds = true,
+                .pins = 8,
+                .registers = 7,
+                .pointerMask = 0x07,
+                .step = pointerStep::byFlag,
+                .prescaler0 = 1,
+                .blinkClockHz = 38},
+    pca955xType{.name = "PCA9552",
+                .leds = true,
+                .pins = 16,
+                .registers = 10,
+                .pointerMask = 0x0F,
+                .step = pointerStep::byFlag,
+                .prescaler0 = 2,
+                .blinkClockHz = 44},
+    pca955xType{.name = "PCA9554",
+                .leds = false,
+                .pins = 8,
+                .registers = 4,
+                .pointerMask = 0x03,
+                .step = pointerStep::stays,
+                .prescaler0 = 0,
+                .blinkClockHz = 0},
+    pca955xType{.name = "PCA9555",
+                .leds = false,
+                .pins = 16,
+                .registers = 8,
+                .pointerMask = 0x07,
+                .step = pointerStep::pairs,
+                .prescaler0 = 0,
+                .blinkClockHz = 0},
 };
 static_assert(std::ranges::all_of(pca955xTypes, [](const pca955xType& type) {
     const int ports = type.pins / 8;
@@ -47,7 +75,7 @@ class pca955x final : public chip
 {
 public:
     /// @param levelsOutside  what drives the pins from outside, bit 0 pin 0; a pin that nothing drives is pulled up
-    pca955x(const pca955xType& chipType, std::uint16_t levelsOutside) : type{chipType}, outside{levelsOutside}
+    pca955x(const pca955xType& chipType, std::uint16_t levelsOutside) : m_type{chipType}, m_outside{levelsOutside}
     {
         powerUp();
     }
@@ -56,8 +84,8 @@ public:
     bool take(std::uint8_t byte, busClock& clock) override;
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock&, chipFaults&) override { deselect(); }
-    void deselect() override { commandNext = true; }
-    void state(stateFields& fields) override;
+    void deselect() override { m_commandNext = true; }
+    void exchange(stateFields& fields) override;
     void powerUp() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
@@ -71,23 +99,23 @@ private:
         blink0,
         blink1
     };
-    [[nodiscard]] std::uint8_t portCount() const { return static_cast<std::uint8_t>(type.pins / 8); }
+    [[nodiscard]] std::uint8_t portCount() const { return static_cast<std::uint8_t>(m_type.pins / 8); }
     [[nodiscard]] selector selectorOf(unsigned pin) const;
     [[nodiscard]] bool expanderOutput(unsigned pin) const;
     [[nodiscard]] bool level(unsigned pin, std::uint64_t now) const;
     [[nodiscard]] std::uint8_t inputs(unsigned port, std::uint64_t now) const;
     [[nodiscard]] bool blinkLow(unsigned which, std::uint64_t now) const;
     [[nodiscard]] std::uint8_t value(unsigned registerNumber, std::uint64_t now) const;
-    [[nodiscard]] unsigned current() const { return pointer & type.pointerMask; }
+    [[nodiscard]] unsigned current() const { return m_pointer & m_type.pointerMask; }
     [[nodiscard]] std::string registerName(unsigned registerNumber) const;
     [[nodiscard]] std::string pinText(unsigned registerNumber, std::uint64_t now) const;
     void movePointer();
 
-    const pca955xType& type;
-    const std::uint16_t outside;
-    std::uint8_t pointer = 0; ///< command byte as it stands
-    std::array<std::uint8_t, 16> registers{}; ///< input registers are not kept: they are what the pins are
-    bool commandNext = true; ///< the next byte of a write is the command byte
+    const pca955xType& m_type;
+    const std::uint16_t m_outside;
+    std::uint8_t m_pointer = 0; ///< command byte as it stands
+    std::array<std::uint8_t, 16> m_registers{}; ///< input registers are not kept: they are what the pins are
+    bool m_commandNext = true; ///< the next byte of a write is the command byte
 };
 
 } // namespace kest::sim

@@ -1,7 +1,9 @@
 #include "sim/sensor.h"
 
+#include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace kest::sim
 {
@@ -13,8 +15,7 @@ enum registerNumber : std::uint8_t {
     conf,
     hysteresis,
     overtemperature, // LM75's TOS, LM92's T_CRIT
-    lowest, // LM92 alone
-    // LM92 alone
+    lowest, // this one and the next: LM92 alone
     highest
 };
 enum alarmFlag : std::uint8_t {
@@ -41,81 +42,79 @@ bool sensor::start(direction, busClock&, chipFaults&)
 
 bool sensor::take(std::uint8_t byte, busClock&)
 {
-    if (bytesTaken == 0) {
-        pointer = byte & type.pointerMask;
+    if (m_bytesTaken == 0) {
+        m_pointer = byte & m_type.pointerMask;
     } else if (chosen().writable && chosen().bytes == 1) {
-        registers[pointer] = byte & chosen().kept;
-    } else if (chosen().writable && bytesTaken % 2 == 1) {
-        firstByte = byte;
+        m_registers[m_pointer] = byte & chosen().kept;
+    } else if (chosen().writable && m_bytesTaken % 2 == 1) {
+        m_firstByte = byte;
     } else if (chosen().writable) {
-        registers[pointer] = static_cast<std::uint16_t>((firstByte << 8 | byte) & chosen().kept);
+        m_registers[m_pointer] = static_cast<std::uint16_t>((m_firstByte << 8 | byte) & chosen().kept);
     }
-    ++bytesTaken;
+    ++m_bytesTaken;
     compare();
     return true;
 }
 
 std::uint8_t sensor::give(busClock&, chipFaults&)
 {
-    const unsigned index = bytesGiven++;
-    const std::uint16_t word = value(pointer);
-    std::uint8_t byte = noRegister;
-    if (chosen().bytes == 1 || (chosen().bytes == 2 && index % 2 == 1)) {
-        byte = static_cast<std::uint8_t>(word);
-    } else if (chosen().bytes == 2) {
-        byte = static_cast<std::uint8_t>(word >> 8);
+    const unsigned index = m_bytesGiven++;
+    const std::uint16_t word = value(m_pointer);
+    if (chosen().bytes == 0) {
+        return noRegister;
     }
-    return byte;
+    const bool low = chosen().bytes == 1 || index % 2 == 1;
+    return static_cast<std::uint8_t>(low ? word : word >> 8);
 }
 
-std::uint16_t sensor::value(unsigned number) const { return number == temp ? temperature() : registers[number]; }
+std::uint16_t sensor::value(unsigned number) const { return number == temp ? temperature() : m_registers[number]; }
 
 // Two's complement, left-justified; 1 degree is 0x0100 for an LM75, 0x0080 for an LM92 with its sign in bit 15.
 std::uint16_t sensor::temperature() const
 {
-    const bool lm92 = bits == 13;
-    const double steps = celsius * (lm92 ? 16 : bits == 11 ? 8 : 2);
-    const auto word = static_cast<std::uint16_t>(static_cast<int>(std::lround(steps)) * (1 << (16 - bits)));
-    return static_cast<std::uint16_t>(word | (lm92 ? alarms : 0));
+    const bool lm92 = m_bits == 13;
+    const double steps = m_celsius * (lm92 ? 16 : m_bits == 11 ? 8 : 2);
+    const auto word = static_cast<std::uint16_t>(static_cast<int>(std::lround(steps)) * (1 << (16 - m_bits)));
+    return static_cast<std::uint16_t>(word | (lm92 ? m_alarms : 0));
 }
 
 double sensor::limit(unsigned number) const
 {
-    return static_cast<std::int16_t>(registers[number]) / (bits == 13 ? 128.0 : 256.0);
+    return static_cast<std::int16_t>(m_registers[number]) / (m_bits == 13 ? 128.0 : 256.0);
 }
 
 void sensor::alarm(std::uint8_t flag, bool reached, bool left)
 {
-    const bool stays = (alarms & flag) != 0 && !left;
-    alarms = static_cast<std::uint8_t>(reached || stays ? alarms | flag : alarms & ~flag);
+    const bool stays = (m_alarms & flag) != 0 && !left;
+    m_alarms = static_cast<std::uint8_t>(reached || stays ? m_alarms | flag : m_alarms & ~flag);
 }
 
 // Comparator mode: an alarm ends when the temperature is back by the hysteresis.
 void sensor::compare()
 {
-    if (bits != 13) {
-        alarm(overTos, celsius > limit(overtemperature), celsius < limit(hysteresis));
+    if (m_bits != 13) {
+        alarm(overTos, m_celsius > limit(overtemperature), m_celsius < limit(hysteresis));
     } else {
         const double back = limit(hysteresis);
-        alarm(critical, celsius > limit(overtemperature), celsius < limit(overtemperature) - back);
-        alarm(aboveHigh, celsius > limit(highest), celsius < limit(highest) - back);
-        alarm(belowLow, celsius<limit(lowest), celsius> limit(lowest) + back);
+        alarm(critical, m_celsius > limit(overtemperature), m_celsius < limit(overtemperature) - back);
+        alarm(aboveHigh, m_celsius > limit(highest), m_celsius < limit(highest) - back);
+        alarm(belowLow, m_celsius<limit(lowest), m_celsius> limit(lowest) + back);
     }
 }
 
-void sensor::state(stateFields& fields)
+void sensor::exchange(stateFields& fields)
 {
-    fields.numbers(pointer, alarms);
-    for (auto& word : registers) {
+    fields.numbers(m_pointer, m_alarms);
+    for (auto& word : m_registers) {
         fields.number(word);
     }
-    fields.check(pointer <= type.pointerMask && alarms <= (critical | aboveHigh | belowLow),
+    fields.check(m_pointer <= m_type.pointerMask && m_alarms <= (critical | aboveHigh | belowLow),
                  "a sensor's pointer or alarms");
-    for (std::size_t i = 0; i < registers.size(); ++i) {
-        fields.check(((registers[i] ^ type.registers[i].atPowerUp) & ~unsigned{type.registers[i].kept}) == 0,
+    for (std::size_t i = 0; i < m_registers.size(); ++i) {
+        fields.check(((m_registers[i] ^ m_type.registers[i].atPowerUp) & ~unsigned{m_type.registers[i].kept}) == 0,
                      "bits of a sensor's register that never change");
     }
-    pointer &= type.pointerMask;
+    m_pointer &= m_type.pointerMask;
     // the machine file may give another temperature by now
     compare();
 }
@@ -123,10 +122,10 @@ void sensor::state(stateFields& fields)
 void sensor::powerUp()
 {
     deselect();
-    pointer = 0;
-    alarms = 0;
-    for (std::size_t i = 0; i < registers.size(); ++i) {
-        registers[i] = type.registers[i].atPowerUp;
+    m_pointer = 0;
+    m_alarms = 0;
+    for (std::size_t i = 0; i < m_registers.size(); ++i) {
+        m_registers[i] = m_type.registers[i].atPowerUp;
     }
     compare();
 }
@@ -134,15 +133,15 @@ void sensor::powerUp()
 std::vector<listedRegister> sensor::list(std::uint64_t)
 {
     std::vector<listedRegister> lines;
-    for (unsigned number = 0; number < type.registers.size(); ++number) {
-        const sensorRegister& row = type.registers[number];
+    for (unsigned number = 0; number < m_type.registers.size(); ++number) {
+        const sensorRegister& row = m_type.registers[number];
         std::string text = number == conf || number == 7 ? "" : degreeText(limit(number));
         if (number == temp) {
-            text = degreeText(celsius) + (alarms != 0 && bits != 13 ? ", O.S. active" : "");
+            text = degreeText(m_celsius) + (m_alarms != 0 && m_bits != 13 ? ", O.S. active" : "");
         }
-        if (number == temp && bits == 13) {
+        if (number == temp && m_bits == 13) {
             for (const auto& [flag, name] : {std::pair{critical, "critical"}, {aboveHigh, "high"}, {belowLow, "low"}}) {
-                text += (alarms & flag) != 0 ? std::string{", "} + name : std::string{};
+                text += (m_alarms & flag) != 0 ? std::string{", "} + name : std::string{};
             }
         }
         if (!row.name.empty()) {

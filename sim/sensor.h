@@ -53,7 +53,7 @@ class sensor final : public chip
 public:
     /// @param temperatureBits  9 or 11 for an LM75, 13 for an LM92
     sensor(const sensorType& chipType, double degreesCelsius, unsigned temperatureBits)
-        : type{chipType}, celsius{degreesCelsius}, bits{temperatureBits}
+        : m_type{chipType}, m_celsius{degreesCelsius}, m_bits{temperatureBits}
     {
         powerUp();
     }
@@ -62,27 +62,27 @@ public:
     bool take(std::uint8_t byte, busClock& clock) override;
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock&, chipFaults&) override { deselect(); }
-    void deselect() override { bytesTaken = bytesGiven = 0; }
-    void state(stateFields& fields) override;
+    void deselect() override { m_bytesTaken = m_bytesGiven = 0; }
+    void exchange(stateFields& fields) override;
     void powerUp() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
-    [[nodiscard]] const sensorRegister& chosen() const { return type.registers[pointer]; }
+    [[nodiscard]] const sensorRegister& chosen() const { return m_type.registers[m_pointer]; }
     [[nodiscard]] std::uint16_t temperature() const;
     [[nodiscard]] std::uint16_t value(unsigned number) const;
     [[nodiscard]] double limit(unsigned number) const;
     void compare();
     void alarm(std::uint8_t flag, bool reached, bool left);
 
-    const sensorType& type;
-    const double celsius;
-    const unsigned bits;
-    std::uint8_t pointer = 0;
-    std::array<std::uint16_t, 8> registers{};
-    std::uint8_t alarms = 0; ///< LM75: bit 0 O.S. active; LM92: as in bits 2-0 of its temperature register
-    unsigned bytesTaken = 0, bytesGiven = 0;
-    std::uint8_t firstByte = 0; ///< of a two-byte register: it changes with the second
+    const sensorType& m_type;
+    const double m_celsius;
+    const unsigned m_bits;
+    std::uint8_t m_pointer = 0;
+    std::array<std::uint16_t, 8> m_registers{};
+    std::uint8_t m_alarms = 0; ///< LM75: bit 0 O.S. active; LM92: as in bits 2-0 of its temperature register
+    unsigned m_bytesTaken = 0, m_bytesGiven = 0;
+    std::uint8_t m_firstByte = 0; ///< of a two-byte register: it changes with the second
 };
 
 } // namespace kest::sim

@@ -20,7 +20,7 @@ public:
     };
     /// @param busTime  of the record's bus, ns
     stateFields(std::span<std::uint8_t> bytes, way which, std::uint64_t busTime = 0)
-        : record{bytes}, now{busTime}, loads{which == way::load}
+        : m_record{bytes}, m_now{busTime}, m_loads{which == way::load}
     {
     }
 
@@ -30,13 +30,13 @@ public:
         const auto field = next(sizeof(Number));
         Number loaded = 0;
         for (std::size_t i = 0; i < field.size(); ++i) {
-            if (loads) {
+            if (m_loads) {
                 loaded = static_cast<Number>(loaded | static_cast<Number>(Number{field[i]} << (8 * i)));
             } else {
                 field[i] = static_cast<std::uint8_t>(value >> (8 * i));
             }
         }
-        if (loads) {
+        if (m_loads) {
             value = loaded;
         }
     }
@@ -55,7 +55,7 @@ public:
     void bytes(std::span<std::uint8_t> values)
     {
         const auto field = next(values.size());
-        if (loads) {
+        if (m_loads) {
             std::ranges::fill(std::ranges::copy(field, values.begin()).out, values.end(), std::uint8_t{0});
         } else {
             std::ranges::copy(values.first(field.size()), field.begin());
@@ -64,28 +64,28 @@ public:
     /// Notes the first field that does not hold. @param what  names the field
     void check(bool holds, const char* what)
     {
-        if (loads && !holds && damage == nullptr) {
-            damage = what;
+        if (m_loads && !holds && m_damage == nullptr) {
+            m_damage = what;
         }
     }
     /// The first field that is damaged; null: none.
-    [[nodiscard]] const char* damaged() const { return damage; }
-    [[nodiscard]] std::uint64_t busTime() const { return now; }
+    [[nodiscard]] const char* damaged() const { return m_damage; }
+    [[nodiscard]] std::uint64_t busTime() const { return m_now; }
 
 private:
     /// The next bytes, fewer at the record's end.
     std::span<std::uint8_t> next(std::size_t size)
     {
-        const std::size_t from = std::min(at, record.size());
-        at += size;
-        return record.subspan(from, std::min(size, record.size() - from));
+        const std::size_t from = std::min(m_at, m_record.size());
+        m_at += size;
+        return m_record.subspan(from, std::min(size, m_record.size() - from));
     }
 
-    std::span<std::uint8_t> record;
-    std::size_t at = 0;
-    std::uint64_t now;
-    const char* damage = nullptr;
-    bool loads;
+    std::span<std::uint8_t> m_record;
+    std::size_t m_at = 0;
+    std::uint64_t m_now;
+    const char* m_damage = nullptr;
+    bool m_loads;
 };
 
 } // namespace kest::sim

@@ -2,8 +2,10 @@
 
 #include "base/descriptor.h"
 #include "base/quietwrites.h"
+#include "sim/statefields.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <stdexcept>
@@ -32,7 +34,7 @@ struct header {
     std::uint64_t layout = 0, size = 0, faults = 0;
     std::uint32_t faultNumbers = 0;
 
-    void state(stateFields& fields)
+    void exchange(stateFields& fields)
     {
         fields.bytes(mark);
         fields.numbers(layout, size, faults, faultNumbers);
@@ -43,14 +45,14 @@ header readHeader(std::span<std::uint8_t> bytes)
 {
     header read;
     stateFields fields{bytes, stateFields::way::load};
-    read.state(fields);
+    read.exchange(fields);
     return read;
 }
 
 void writeHeader(std::uint8_t* mapped, header& written)
 {
     stateFields fields{{mapped, headerBytes}, stateFields::way::store};
-    written.state(fields);
+    written.exchange(fields);
 }
 
 [[noreturn]] void fail(const std::filesystem::path& file, const char* what)
@@ -63,7 +65,7 @@ void writeHeader(std::uint8_t* mapped, header& written)
 // A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The
 // mutexes are taken over the fork, so that no transaction is under way then.
 struct forkRegistry {
-    // taken ahead of the other
+    // taken before the other
     std::mutex opening;
     std::mutex mutex;
     std::vector<stateFile*> files;
@@ -94,14 +96,14 @@ struct forkRegistry {
     }
     forkRegistry() { pthread_atfork(prepare, parent, child); }
 };
-// Ahead of every thread: one that was being made would stay so in a child forked meanwhile.
+// Before every thread: a registry that was being made would stay so in a child forked meanwhile.
 [[maybe_unused]] static const forkRegistry& madeAtLoad = forkRegistry::instance();
 
 std::mutex& openingMutex() { return forkRegistry::instance().opening; }
 
 void stateFile::beforeFork()
 {
-    for (auto& mutex : mutexes) {
+    for (auto& mutex : m_mutexes) {
         mutex->lock();
     }
 }
@@ -110,39 +112,39 @@ void stateFile::beforeFork()
 void stateFile::afterFork(bool child)
 {
     if (child) {
-        const int own = ownDescriptor(open(reopenPath.c_str(), O_RDWR | O_CLOEXEC));
-        if (own < 0 || dup3(own, descriptor, O_CLOEXEC) < 0) {
-            mapped = nullptr;
+        const int own = ownDescriptor(open(m_reopenPath.c_str(), O_RDWR | O_CLOEXEC));
+        if (own < 0 || dup3(own, m_descriptor, O_CLOEXEC) < 0) {
+            m_mapped = nullptr;
         }
         if (own >= 0) {
             close(own);
         }
     }
-    for (auto& mutex : mutexes) {
+    for (auto& mutex : m_mutexes) {
         mutex->unlock();
     }
 }
 
-stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> recordBytes) : path{std::move(file)}
+stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> recordBytes) : m_path{std::move(file)}
 {
-    sizeBytes = headerBytes;
+    m_sizeBytes = headerBytes;
     for (const std::size_t bytes : recordBytes) {
-        blocks.push_back({sizeBytes, bytes});
-        sizeBytes += blockHeaderBytes + 2 * bytes;
-        mutexes.push_back(std::make_unique<std::mutex>());
+        m_blocks.push_back({m_sizeBytes, bytes});
+        m_sizeBytes += blockHeaderBytes + 2 * bytes;
+        m_mutexes.push_back(std::make_unique<std::mutex>());
     }
-    descriptor = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
-    if (descriptor < 0) {
-        fail(path, "state file");
+    m_descriptor = ownDescriptor(open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
+    if (m_descriptor < 0) {
+        fail(m_path, "state file");
     }
-    reopenPath = "/proc/self/fd/" + std::to_string(descriptor);
+    m_reopenPath = "/proc/self/fd/" + std::to_string(m_descriptor);
     reserveHoles();
-    void* const at = mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    void* const at = mmap(nullptr, m_sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, m_descriptor, 0);
     if (at == MAP_FAILED) {
-        close(descriptor);
-        fail(path, "state file");
+        close(m_descriptor);
+        fail(m_path, "state file");
     }
-    mapped = static_cast<std::uint8_t*>(at);
+    m_mapped = static_cast<std::uint8_t*>(at);
     const std::scoped_lock lock{forkRegistry::instance().mutex};
     forkRegistry::instance().files.push_back(this);
 }
@@ -152,12 +154,12 @@ void stateFile::reserveHoles()
 {
     struct stat found {
     };
-    if (fstat(descriptor, &found) == 0 && std::cmp_equal(found.st_size, sizeBytes) &&
-        fallocate(descriptor, 0, 0, static_cast<off_t>(sizeBytes)) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
+    if (fstat(m_descriptor, &found) == 0 && std::cmp_equal(found.st_size, m_sizeBytes) &&
+        fallocate(m_descriptor, 0, 0, static_cast<off_t>(m_sizeBytes)) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
         const int error = errno;
-        close(descriptor);
+        close(m_descriptor);
         errno = error;
-        fail(path, "state file");
+        fail(m_path, "state file");
     }
 }
 
@@ -167,10 +169,10 @@ stateFile::~stateFile()
         const std::scoped_lock lock{forkRegistry::instance().mutex};
         std::erase(forkRegistry::instance().files, this);
     }
-    if (mapped != nullptr) {
-        munmap(mapped, sizeBytes);
+    if (m_mapped != nullptr) {
+        munmap(m_mapped, m_sizeBytes);
     }
-    close(descriptor);
+    close(m_descriptor);
 }
 
 bool stateFile::lockFile(std::size_t first, std::size_t count, bool lock) const
@@ -183,37 +185,37 @@ bool stateFile::lockFile(std::size_t first, std::size_t count, bool lock) const
     range.l_len = static_cast<off_t>(count);
     int result = 0;
     do {
-        result = fcntl(descriptor, F_OFD_SETLKW, &range);
+        result = fcntl(m_descriptor, F_OFD_SETLKW, &range);
     } while (result < 0 && errno == EINTR);
     return result == 0;
 }
 
-stateFile::hold::hold(stateFile& of, std::size_t bus) : file{of}, first{bus}, count{1}
+stateFile::hold::hold(stateFile& of, std::size_t bus) : m_file{of}, m_first{bus}, m_count{1}
 {
-    file.mutexes[bus]->lock();
-    locked = file.mapped != nullptr && file.lockFile(first, count, true);
+    m_file.m_mutexes[bus]->lock();
+    m_locked = m_file.m_mapped != nullptr && m_file.lockFile(m_first, m_count, true);
 }
 
 // The range to the end of all files, so that layouts with more buses are held, too.
-stateFile::hold::hold(stateFile& of) : file{of}, first{0}, count{0}
+stateFile::hold::hold(stateFile& of) : m_file{of}, m_first{0}, m_count{0}
 {
-    for (auto& mutex : file.mutexes) {
+    for (auto& mutex : m_file.m_mutexes) {
         mutex->lock();
     }
-    locked = file.mapped != nullptr && file.lockFile(first, count, true);
+    m_locked = m_file.m_mapped != nullptr && m_file.lockFile(m_first, m_count, true);
 }
 
 stateFile::hold::~hold()
 {
-    if (locked) {
-        file.lockFile(first, count, false);
+    if (m_locked) {
+        m_file.lockFile(m_first, m_count, false);
     }
-    if (count == 0) {
-        for (auto& mutex : file.mutexes) {
+    if (m_count == 0) {
+        for (auto& mutex : m_file.m_mutexes) {
             mutex->unlock();
         }
     } else {
-        file.mutexes[first]->unlock();
+        m_file.m_mutexes[m_first]->unlock();
     }
 }
 
@@ -221,13 +223,12 @@ bool stateFile::usable(std::uint64_t layoutMark) const
 {
     struct stat now {
     };
-    bool good = mapped != nullptr && fstat(descriptor, &now) == 0 && now.st_nlink != 0 &&
-                std::cmp_equal(now.st_size, sizeBytes);
-    if (good) {
-        const header read = readHeader({mapped, headerBytes});
-        good = read.mark == magic && read.layout == layoutMark && read.size == sizeBytes;
+    if (m_mapped == nullptr || fstat(m_descriptor, &now) != 0 || now.st_nlink == 0 ||
+        std::cmp_not_equal(now.st_size, m_sizeBytes)) {
+        return false;
     }
-    return good;
+    const header read = readHeader({m_mapped, headerBytes});
+    return read.mark == magic && read.layout == layoutMark && read.size == m_sizeBytes;
 }
 
 std::string stateFile::damage(std::uint64_t layoutMark) const
@@ -235,10 +236,10 @@ std::string stateFile::damage(std::uint64_t layoutMark) const
     struct stat now {
     };
     std::array<std::uint8_t, 64> begin{};
-    if (fstat(descriptor, &now) != 0 || now.st_size == 0) {
+    if (fstat(m_descriptor, &now) != 0 || now.st_size == 0) {
         return {};
     }
-    if (pread(descriptor, begin.data(), begin.size(), 0) < 0) {
+    if (pread(m_descriptor, begin.data(), begin.size(), 0) < 0) {
         return "cannot be read";
     }
     const header read = readHeader(begin);
@@ -250,7 +251,7 @@ std::string stateFile::damage(std::uint64_t layoutMark) const
     if (!ours) {
         return "is no state file";
     }
-    if (std::cmp_not_equal(now.st_size, read.size) || (read.layout == layoutMark && read.size != sizeBytes)) {
+    if (std::cmp_not_equal(now.st_size, read.size) || (read.layout == layoutMark && read.size != m_sizeBytes)) {
         return "has another size than it should";
     }
     return {};
@@ -258,14 +259,14 @@ std::string stateFile::damage(std::uint64_t layoutMark) const
 
 std::filesystem::path stateFile::setAside() const
 {
-    std::filesystem::path kept = path.string() + ".damaged";
+    std::filesystem::path kept = m_path.string() + ".damaged";
     unlink(kept.c_str());
     const int copy = ownDescriptor(open(kept.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     bool good = copy >= 0;
     off_t at = 0;
     ssize_t got = 1;
     for (std::array<std::uint8_t, headerBytes> piece{}; good && got > 0; at += got) {
-        got = pread(descriptor, piece.data(), piece.size(), at);
+        got = pread(m_descriptor, piece.data(), piece.size(), at);
         good = got >= 0 && writeAllAt(copy, std::span{piece}.first(static_cast<std::size_t>(got)), at) == 0;
     }
     const int error = errno;
@@ -274,7 +275,7 @@ std::filesystem::path stateFile::setAside() const
     }
     if (!good) {
         throw std::system_error{error, std::generic_category(),
-                                path.string() + ": is damaged and cannot be kept as " + kept.string()};
+                                m_path.string() + ": is damaged and cannot be kept as " + kept.string()};
     }
     return kept;
 }
@@ -282,33 +283,33 @@ std::filesystem::path stateFile::setAside() const
 void stateFile::renew(std::uint64_t layoutMark)
 {
     const quietWrites quiet;
-    if (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(sizeBytes)) != 0) {
-        fail(path, "state file");
+    if (ftruncate(m_descriptor, 0) != 0 || ftruncate(m_descriptor, static_cast<off_t>(m_sizeBytes)) != 0) {
+        fail(m_path, "state file");
     }
-    if (const int trouble = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeBytes));
-        // a full disk shows now; the next process meets no file with holes in it
-        trouble != 0) {
-        static_cast<void>(ftruncate(descriptor, 0));
+    // a full disk shows now; the next process meets no file with holes in it
+    const int trouble = posix_fallocate(m_descriptor, 0, static_cast<off_t>(m_sizeBytes));
+    if (trouble != 0) {
+        static_cast<void>(ftruncate(m_descriptor, 0));
         errno = trouble;
-        fail(path, "state file");
+        fail(m_path, "state file");
     }
     header made;
     made.layout = layoutMark;
-    made.size = sizeBytes;
-    writeHeader(mapped, made);
+    made.size = m_sizeBytes;
+    writeHeader(m_mapped, made);
 }
 
 // The mark comes last: a file without it is made anew.
 void stateFile::seal()
 {
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    std::ranges::copy(magic, mapped);
+    std::ranges::copy(magic, m_mapped);
 }
 
 std::span<std::uint8_t> stateFile::record(std::size_t bus, unsigned which) const
 {
-    const block& of = blocks[bus];
-    return {mapped + of.at + blockHeaderBytes + which * of.recordBytes, of.recordBytes};
+    const block& of = m_blocks[bus];
+    return {m_mapped + of.at + blockHeaderBytes + which * of.recordBytes, of.recordBytes};
 }
 
 void stateFile::turn(std::size_t bus)
@@ -316,33 +317,33 @@ void stateFile::turn(std::size_t bus)
     std::atomic_ref{active(bus)}.store(active(bus) ^ 1U, std::memory_order_release);
 }
 
-std::uint64_t stateFile::faultMark() const { return readHeader({mapped, headerBytes}).faults; }
+std::uint64_t stateFile::faultMark() const { return readHeader({m_mapped, headerBytes}).faults; }
 
 void stateFile::setFaultMark(std::uint64_t mark)
 {
-    header changed = readHeader({mapped, headerBytes});
+    header changed = readHeader({m_mapped, headerBytes});
     changed.faults = mark;
-    writeHeader(mapped, changed);
+    writeHeader(m_mapped, changed);
 }
 
 std::uint32_t stateFile::nextFaultNumber()
 {
-    header changed = readHeader({mapped, headerBytes});
+    header changed = readHeader({m_mapped, headerBytes});
     changed.faultNumbers = std::max(changed.faultNumbers + 1, 1U);
-    writeHeader(mapped, changed);
+    writeHeader(m_mapped, changed);
     return changed.faultNumbers;
 }
 
 std::string stateFile::wavePath(std::size_t bus) const
 {
-    const std::uint8_t* const at = mapped + blocks[bus].at + 1;
+    const std::uint8_t* const at = m_mapped + m_blocks[bus].at + 1;
     const std::size_t length = std::min(at[0] | std::size_t{at[1]} << 8, longestPath);
     return {reinterpret_cast<const char*>(at + 2), length};
 }
 
 void stateFile::setWavePath(std::size_t bus, const std::string& text)
 {
-    std::uint8_t* const at = mapped + blocks[bus].at + 1;
+    std::uint8_t* const at = m_mapped + m_blocks[bus].at + 1;
     const std::size_t size = std::min(text.size(), longestPath);
     at[0] = static_cast<std::uint8_t>(size);
     at[1] = static_cast<std::uint8_t>(size >> 8);

@@ -5,11 +5,14 @@
 /// it. Numbers are little-endian.
 #pragma once
 
-#include "sim/chip.h"
-
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <span>
+#include <string>
+#include <vector>
 
 namespace kest::sim
 {
@@ -37,12 +40,12 @@ public:
         hold(const hold&) = delete;
         hold& operator=(const hold&) = delete;
         /// Whether the lock was had.
-        [[nodiscard]] bool held() const { return locked; }
+        [[nodiscard]] bool held() const { return m_locked; }
 
     private:
-        stateFile& file;
-        std::size_t first, count;
-        bool locked;
+        stateFile& m_file;
+        std::size_t m_first, m_count;
+        bool m_locked;
     };
 
     /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
@@ -80,17 +83,17 @@ private:
     void afterFork(bool child);
     static void forkHandlers();
     bool lockFile(std::size_t first, std::size_t count, bool lock) const;
-    [[nodiscard]] std::uint8_t& active(std::size_t bus) const { return mapped[blocks[bus].at]; }
+    [[nodiscard]] std::uint8_t& active(std::size_t bus) const { return m_mapped[m_blocks[bus].at]; }
     void reserveHoles();
     [[nodiscard]] std::span<std::uint8_t> record(std::size_t bus, unsigned which) const;
 
-    std::filesystem::path path;
-    std::vector<block> blocks;
-    std::size_t sizeBytes = 0;
-    int descriptor = -1;
-    std::string reopenPath; ///< names `descriptor` for a forked child
-    std::uint8_t* mapped = nullptr;
-    std::vector<std::unique_ptr<std::mutex>> mutexes;
+    std::filesystem::path m_path;
+    std::vector<block> m_blocks;
+    std::size_t m_sizeBytes = 0;
+    int m_descriptor = -1;
+    std::string m_reopenPath; ///< names `descriptor` for a forked child
+    std::uint8_t* m_mapped = nullptr;
+    std::vector<std::unique_ptr<std::mutex>> m_mutexes;
     friend struct forkRegistry;
 };
 

@@ -1,231 +1,238 @@
 #include "sim/transaction.h"
 
+#include <algorithm>
+
 namespace kest::sim
 {
 
 namespace
 {
-constexpr unsigned resetPin = 15; ///< of the LED driver
-}
 
-void busChips::driveResetLines(std::vector<faultRecord>& faults) const
+// Whether a segment goes on without a repeated START.
+bool joins(std::span<const segment> segments, std::size_t index)
 {
-    for (const auto& line : resetLines) {
-        const bool low = line.driver->isPulledLow(resetPin);
-        if (low && !line.hub->inReset()) {
-            endHubFaults(faults, line.hubAddress, true);
-        }
-        if (low != line.hub->inReset()) {
-            line.hub->resetLine(low);
-        }
-    }
+    return index != 0 && index < segments.size() && segments[index].joined &&
+           segments[index].address == segments[index - 1].address && segments[index].way == segments[index - 1].way;
 }
 
-transaction::transaction(const busChips& on, busState& of, wire& over, std::span<segment> parts)
-    : chips{on}, state{of}, lines{over}, segments{parts}, faults{state.faults, parts, [this](std::uint8_t address) {
-                                                                     return chips.findHub(address) != nullptr;
-                                                                 }}
+} // namespace
+
+transaction::transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments)
+    : m_chips{chips}, m_state{state}, m_lines{lines}, m_segments{segments},
+      m_faults{state.faults, segments, [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }}
 {
 }
 
 transferResult transaction::run()
 {
-    const auto gone = [this](const segment& part) { return faults.strikesAddress(faultKind::gone, part) != nullptr; };
-    if (std::ranges::any_of(segments, gone)) {
-        result.end = outcome::gone;
-    } else {
-        bool good = true;
-        for (std::size_t i = 0; good && i < segments.size(); ++i) {
-            good = runSegment(i);
-        }
-        finish();
+    const auto gone = [this](const segment& part) { return m_faults.strikesAddress(faultKind::gone, part) != nullptr; };
+    if (std::ranges::any_of(m_segments, gone)) {
+        m_result.end = outcome::gone;
+        return m_result;
     }
-    return result;
+    for (std::size_t i = 0; i < m_segments.size(); ++i) {
+        if (!runSegment(i)) {
+            break;
+        }
+    }
+    finish();
+    return m_result;
 }
 
 bool transaction::runSegment(std::size_t index)
 {
-    segment& part = segments[index];
-    const bool joins =
-        index != 0 && part.joined && part.address == segments[index - 1].address && part.way == segments[index - 1].way;
-    result.segment = index;
-    result.bytesMoved = 0;
-    faults.ask(part.address, part.way);
-    return (joins || sendAddress(part)) && moveBytes(part);
+    segment& part = m_segments[index];
+    m_result.segment = index;
+    m_result.bytesMoved = 0;
+    m_faults.ask(part.address, part.way);
+    return (joins(m_segments, index) || sendAddress(part)) && moveBytes(part);
+}
+
+// The chip answers in the ninth bit of a byte, and may hold SCL after it.
+busClock transaction::clockOfAcknowledge() const
+{
+    return {m_lines.clock.now + bitsOfByte * m_lines.clock.bitLasting, m_lines.clock.bitLasting};
 }
 
 bool transaction::sendAddress(const segment& part)
 {
-    chip* const addressed = chips.find(part.address);
+    if (isStruckAtAddress(part)) {
+        return false;
+    }
+    chip* const addressed = m_chips.find(part.address);
     const auto byte = static_cast<std::uint8_t>(part.address | (part.way == direction::read ? 1 : 0));
-    bool good = !addressStruck(part);
-    if (good) {
-        lines.start();
-        if (selected != nullptr && selected != addressed) {
-            selected->deselect();
-        }
-        const bool refused = addressRefused(part);
-        selected = nullptr;
-        // The chip answers in the ninth bit, and may hold SCL after it.
-        busClock answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
-        const std::uint64_t before = answering.now;
-        const bool acknowledged = !refused && addressed != nullptr && addressed->start(part.way, answering, faults);
-        lines.byte(byte, acknowledged);
-        lines.clock.now += answering.now - before;
-        if (acknowledged) {
-            selected = addressed;
-        } else if (addressed != nullptr) {
+    m_lines.start();
+    if (m_selected != nullptr && m_selected != addressed) {
+        m_selected->deselect();
+    }
+    const bool refused = isRefused(part);
+    m_selected = nullptr;
+    busClock answering = clockOfAcknowledge();
+    const std::uint64_t before = answering.now;
+    const bool acknowledged = !refused && addressed != nullptr && addressed->start(part.way, answering, m_faults);
+    m_lines.byte(byte, acknowledged);
+    m_lines.clock.now += answering.now - before;
+    m_byteNumber = 0;
+    if (!acknowledged) {
+        if (addressed != nullptr) {
             addressed->deselect();
         }
-        answered[part.address >> 1] = answered[part.address >> 1] || acknowledged;
-        byteNumber = 0;
-        good = acknowledged || fail(outcome::addressNotAcknowledged, ending::stop);
+        return fail(outcome::addressNotAcknowledged, ending::stop);
     }
-    return good;
+    m_selected = addressed;
+    m_answered[part.address >> 1] = true;
+    return true;
 }
 
-bool transaction::addressRefused(const segment& part)
+bool transaction::isRefused(const segment& part)
 {
-    const faultRecord* fault = nullptr;
-    if (chips.findHub(part.address) == nullptr) {
-        fault = faults.strikesAddress(faultKind::nack, part);
-    } else if (!answered[part.address >> 1]) {
-        fault = faults.strikesHub(faultKind::hubSilent, part.address);
-        if (fault == nullptr) {
-            fault = faults.strikesHub(faultKind::nack, part.address);
-        }
+    if (m_chips.findHub(part.address) == nullptr) {
+        return m_faults.strikesAddress(faultKind::nack, part) != nullptr;
     }
-    return fault != nullptr;
+    if (m_answered[part.address >> 1]) {
+        return false;
+    }
+    return m_faults.strikesHub(faultKind::hubSilent, part.address) != nullptr ||
+           m_faults.strikesHub(faultKind::nack, part.address) != nullptr;
 }
 
 // Faults at the address: before its START, lines held; in it, another controller.
-bool transaction::addressStruck(const segment& part)
+bool transaction::isStruckAtAddress(const segment& part)
 {
-    bool struck = holdLine(part, 0);
-    if (!struck && faults.strikes(faultKind::arbitration, part, 0) != nullptr) {
-        lines.start();
-        // the other one's
-        lines.byte(0, false);
-        struck = !fail(outcome::arbitrationLost, ending::dropped);
+    if (isHeldAt(part, 0)) {
+        return true;
     }
-    return struck;
+    if (m_faults.strikes(faultKind::arbitration, part, 0) == nullptr) {
+        return false;
+    }
+    m_lines.start();
+    // the other controller's
+    m_lines.byte(0, false);
+    fail(outcome::arbitrationLost, ending::dropped);
+    return true;
 }
 
-bool transaction::holdLine(const segment& part, std::uint64_t byte)
+bool transaction::isHeldAt(const segment& part, std::uint64_t byte)
 {
-    const auto* sda = faults.strikes(faultKind::holdSda, part, byte);
-    const auto* scl = sda == nullptr ? faults.strikes(faultKind::holdScl, part, byte) : nullptr;
-    const auto* hold = sda != nullptr ? sda : scl;
-    if (hold != nullptr) {
-        state.sdaHeld = sda != nullptr;
-        state.sclHeld = scl != nullptr;
-        state.heldBy = hold->number;
-        state.resetsToGo = hold->value;
-        fail(sda != nullptr ? outcome::sdaHeld : outcome::sclHeld, ending::held);
+    const auto* const sda = m_faults.strikes(faultKind::holdSda, part, byte);
+    const auto* const hold = sda != nullptr ? sda : m_faults.strikes(faultKind::holdScl, part, byte);
+    if (hold == nullptr) {
+        return false;
     }
-    return hold != nullptr;
+    m_state.sdaHeld = sda != nullptr;
+    m_state.sclHeld = sda == nullptr;
+    m_state.heldBy = hold->number;
+    m_state.resetsToGo = hold->value;
+    fail(sda != nullptr ? outcome::sdaHeld : outcome::sclHeld, ending::held);
+    return true;
 }
 
 bool transaction::moveBytes(segment& part)
 {
-    const std::size_t index = result.segment;
-    const bool joined = index + 1 < segments.size() && segments[index + 1].joined &&
-                        segments[index + 1].address == part.address && segments[index + 1].way == part.way;
-    bool good = true;
-    for (std::size_t i = 0; good && i < part.bytes.size(); ++i) {
-        good = part.way == direction::write ? sendByte(part, part.bytes[i])
-                                            : readByte(part, part.bytes[i], joined || i + 1 < part.bytes.size());
-        if (good) {
-            ++result.bytesMoved;
-            ++byteNumber;
+    const bool goesOn = joins(m_segments, m_result.segment + 1);
+    for (std::size_t i = 0; i < part.bytes.size(); ++i) {
+        const bool more = goesOn || i + 1 < part.bytes.size();
+        const bool moved =
+            part.way == direction::write ? sendByte(part, part.bytes[i]) : readByte(part, part.bytes[i], more);
+        if (!moved) {
+            return false;
         }
+        ++m_result.bytesMoved;
+        ++m_byteNumber;
     }
-    return good;
+    return true;
 }
 
-bool transaction::hubStays(const segment& part) const { return part.way == direction::read && selected->guarded(); }
+// A hub that has given status 0 is safe from faults until the end of its read.
+bool transaction::isGuarded(const segment& part) const { return part.way == direction::read && m_selected->guarded(); }
 
-// Faults ahead of a data byte. A hub that has told status 0 is safe until the end of its read.
-bool transaction::struckByByte(const segment& part, std::uint8_t byte)
+// Faults before a data byte.
+bool transaction::isStruckAtByte(const segment& part, std::uint8_t byte)
 {
-    bool struck = false;
-    if (!hubStays(part)) {
-        struck = byteNumber != 0 && holdLine(part, byteNumber);
-        if (!struck && byteNumber != 0 && faults.strikes(faultKind::arbitration, part, byteNumber) != nullptr) {
-            lines.byte(0, false);
-            struck = !fail(outcome::arbitrationLost, ending::dropped);
+    if (isGuarded(part)) {
+        return false;
+    }
+    // at byte 0 these two struck before the address
+    if (m_byteNumber != 0) {
+        if (isHeldAt(part, m_byteNumber)) {
+            return true;
         }
-        if (!struck && faults.strikes(faultKind::shortTransfer, part, byteNumber) != nullptr) {
-            lines.cutByte(byte, 4);
-            struck = !fail(outcome::shortTransfer, part.way == direction::read ? ending::cut : ending::dropped);
+        if (m_faults.strikes(faultKind::arbitration, part, m_byteNumber) != nullptr) {
+            m_lines.byte(0, false);
+            fail(outcome::arbitrationLost, ending::dropped);
+            return true;
         }
     }
-    return struck;
+    if (m_faults.strikes(faultKind::shortTransfer, part, m_byteNumber) == nullptr) {
+        return false;
+    }
+    m_lines.cutByte(byte, 4);
+    fail(outcome::shortTransfer, part.way == direction::read ? ending::cut : ending::dropped);
+    return true;
 }
 
 bool transaction::sendByte(const segment& part, std::uint8_t byte)
 {
-    bool good = !struckByByte(part, byte);
-    if (good) {
-        const auto* corrupt = faults.strikes(faultKind::corrupt, part, byteNumber);
-        const auto sent = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
-        const bool refused = faults.strikes(faultKind::nackData, part, byteNumber) != nullptr;
-        busClock answering{lines.clock.now + bitsOfByte * lines.clock.bitLasting, lines.clock.bitLasting};
-        const bool acknowledged = !refused && selected->take(sent, answering);
-        lines.byte(sent, acknowledged);
-        chips.driveResetLines(state.faults);
-        good = acknowledged || fail(outcome::dataNotAcknowledged, ending::dropped);
+    if (isStruckAtByte(part, byte)) {
+        return false;
     }
-    return good;
+    const auto* const corrupt = m_faults.strikes(faultKind::corrupt, part, m_byteNumber);
+    const auto sent = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
+    const bool refused = m_faults.strikes(faultKind::nackData, part, m_byteNumber) != nullptr;
+    busClock answering = clockOfAcknowledge();
+    const bool acknowledged = !refused && m_selected->take(sent, answering);
+    m_lines.byte(sent, acknowledged);
+    m_chips.driveResetLines(m_state.faults);
+    return acknowledged || fail(outcome::dataNotAcknowledged, ending::dropped);
 }
 
 bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
 {
-    const bool safe = hubStays(part);
-    bool good = !struckByByte(part, 0);
-    if (good) {
-        byte = selected->give(lines.clock, faults);
-        const bool hub = chips.findHub(part.address) != nullptr;
-        const auto* corrupt = safe ? nullptr : faults.strikes(faultKind::corrupt, part, byteNumber);
-        const auto changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
-        // a hub's trouble is never told as status 0
-        if (changed != 0 || !hub || byteNumber != 0) {
-            byte = changed;
-        }
-        lines.byte(byte, more);
+    const bool safe = isGuarded(part);
+    if (isStruckAtByte(part, 0)) {
+        return false;
     }
-    return good;
+    byte = m_selected->give(m_lines.clock, m_faults);
+    const auto* const corrupt = safe ? nullptr : m_faults.strikes(faultKind::corrupt, part, m_byteNumber);
+    const auto changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
+    // a hub's trouble never reads as status 0
+    const bool isStatus = m_chips.findHub(part.address) != nullptr && m_byteNumber == 0;
+    if (changed != 0 || !isStatus) {
+        byte = changed;
+    }
+    m_lines.byte(byte, more);
+    return true;
 }
 
-// @return false, for the caller's `good`
+// @return false, for the caller to return
 bool transaction::fail(outcome how, ending with)
 {
-    result.end = how;
-    end = with;
+    m_result.end = how;
+    m_end = with;
     return false;
 }
 
 void transaction::finish()
 {
-    const bool drop = end != ending::stop;
-    if (end == ending::cut && selected != nullptr) {
-        selected->cut();
-        end = selected->holdsSda() ? ending::held : ending::stop;
-    } else if (drop && selected != nullptr) {
-        selected->deselect();
+    const bool drop = m_end != ending::stop;
+    if (m_end == ending::cut && m_selected != nullptr) {
+        m_selected->cut();
+        m_end = m_selected->holdsSda() ? ending::held : ending::stop;
+    } else if (drop && m_selected != nullptr) {
+        m_selected->deselect();
     }
-    if (end == ending::held) {
-        lines.leave(!state.sclHeld, state.sclHeld);
+    if (m_end == ending::held) {
+        m_lines.leave(!m_state.sclHeld, m_state.sclHeld);
     } else {
-        lines.stop();
-        if (!drop && selected != nullptr) {
-            selected->stop(lines.clock, faults);
+        m_lines.stop();
+        if (!drop && m_selected != nullptr) {
+            m_selected->stop(m_lines.clock, m_faults);
         }
     }
-    if (result.end == outcome::done) {
-        result.segment = result.bytesMoved = 0;
+    if (m_result.end == outcome::done) {
+        m_result.segment = m_result.bytesMoved = 0;
     }
-    chips.driveResetLines(state.faults);
+    m_chips.driveResetLines(m_state.faults);
 }
 
 } // namespace kest::sim

@@ -1,31 +1,19 @@
 /// One transaction on a bus: the segments as STARTs, bytes and a STOP, with the faults that strike in between.
 #pragma once
 
+#include "sim/bus.h"
+#include "sim/buschips.h"
 #include "sim/busstate.h"
-#include "sim/hub922.h"
-#include "sim/pca955x.h"
+#include "sim/faultplan.h"
 #include "sim/wire.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 
 namespace kest::sim
 {
-
-/// The chips that answer on a bus itself, by their address.
-struct busChips {
-    struct resetLine {
-        std::uint8_t hubAddress;
-        hub922* hub;
-        const pca955x* driver;
-    };
-    std::array<chip*, 128> at{}; ///< null: nobody there
-    std::array<hub922*, 128> hubAt{};
-    std::vector<resetLine> resetLines;
-
-    /// Brings hubs into reset or out of it, as their lines are. Ends the faults that last until then.
-    void driveResetLines(std::vector<faultRecord>& faults) const;
-
-    [[nodiscard]] chip* find(std::uint8_t address) const { return at[address >> 1]; }
-    [[nodiscard]] hub922* findHub(std::uint8_t address) const { return hubAt[address >> 1]; }
-};
 
 class transaction
 {
@@ -42,27 +30,28 @@ private:
     };
     bool runSegment(std::size_t index);
     bool sendAddress(const segment& part);
-    bool addressStruck(const segment& part);
-    bool addressRefused(const segment& part);
+    [[nodiscard]] bool isStruckAtAddress(const segment& part);
+    [[nodiscard]] bool isRefused(const segment& part);
     bool moveBytes(segment& part);
     bool sendByte(const segment& part, std::uint8_t byte);
     bool readByte(const segment& part, std::uint8_t& byte, bool more);
-    bool struckByByte(const segment& part, std::uint8_t byte);
-    bool holdLine(const segment& part, std::uint64_t byte);
+    [[nodiscard]] bool isStruckAtByte(const segment& part, std::uint8_t byte);
+    [[nodiscard]] bool isHeldAt(const segment& part, std::uint64_t byte);
     bool fail(outcome how, ending with);
     void finish();
-    [[nodiscard]] bool hubStays(const segment& part) const;
+    [[nodiscard]] bool isGuarded(const segment& part) const;
+    [[nodiscard]] busClock clockOfAcknowledge() const;
 
-    const busChips& chips;
-    busState& state;
-    wire& lines;
-    std::span<segment> segments;
-    faultPlan faults;
-    transferResult result;
-    ending end = ending::stop;
-    chip* selected = nullptr;
-    std::uint64_t byteNumber = 0; ///< data bytes since the START
-    std::array<bool, 128> answered{}; ///< addresses that have acknowledged
+    const busChips& m_chips;
+    busState& m_state;
+    wire& m_lines;
+    std::span<segment> m_segments;
+    faultPlan m_faults;
+    transferResult m_result;
+    ending m_end = ending::stop;
+    chip* m_selected = nullptr;
+    std::uint64_t m_byteNumber = 0; ///< data bytes since the START
+    std::array<bool, 128> m_answered{}; ///< addresses that have acknowledged
 };
 
 } // namespace kest::sim

@@ -1,5 +1,7 @@
 #include "sim/wave.h"
 
+#include <utility>
+
 namespace kest::sim
 {
 
@@ -20,26 +22,27 @@ std::string waveText::header(const std::string& bus, bool scl, bool sda)
 
 void waveText::stamp(std::uint64_t now)
 {
-    const std::uint64_t tick = (now - originNs) / tickNs;
-    if (tick != lastTick) {
-        text += '#' + std::to_string(tick) + '\n';
-        lastTick = tick;
+    const std::uint64_t tick = (now - m_originNs) / tickNs;
+    if (tick != m_lastTick) {
+        m_text += '#' + std::to_string(tick) + '\n';
+        m_lastTick = tick;
     }
 }
 
 void waveText::change(std::uint64_t now, int line, bool level)
 {
-    if (levels[line] != level) {
-        stamp(now);
-        text += value(level, line);
-        levels[line] = level;
+    if (m_levels[line] == level) {
+        return;
     }
+    stamp(now);
+    m_text += value(level, line);
+    m_levels[line] = level;
 }
 
 std::string waveText::take(std::uint64_t now)
 {
     stamp(now);
-    return std::move(text);
+    return std::move(m_text);
 }
 
 } // namespace kest::sim

@@ -22,7 +22,7 @@ public:
     /// @param origin  bus time of tick 0, ns
     /// @param before  what the file shows so far: a line that was let go since then rises in this text
     waveText(std::uint64_t origin, const waveEnd& before)
-        : originNs{origin}, lastTick{before.tick}, levels{before.scl, before.sda}
+        : m_originNs{origin}, m_lastTick{before.tick}, m_levels{before.scl, before.sda}
     {
     }
 
@@ -30,7 +30,7 @@ public:
     void sda(std::uint64_t now, bool level) { change(now, 1, level); }
     /// Ends the text with the time reached, so that a reader sees the last levels last.
     std::string take(std::uint64_t now);
-    [[nodiscard]] waveEnd end() const { return {levels[0], levels[1], lastTick}; }
+    [[nodiscard]] waveEnd end() const { return {m_levels[0], m_levels[1], m_lastTick}; }
 
     static std::string header(const std::string& bus, bool scl, bool sda);
 
@@ -38,10 +38,10 @@ private:
     void change(std::uint64_t now, int line, bool level);
     void stamp(std::uint64_t now);
 
-    std::uint64_t originNs;
-    std::uint64_t lastTick;
-    bool levels[2];
-    std::string text;
+    std::uint64_t m_originNs;
+    std::uint64_t m_lastTick;
+    bool m_levels[2];
+    std::string m_text;
 };
 
 } // namespace kest::sim

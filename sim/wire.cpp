@@ -5,21 +5,21 @@ namespace kest::sim
 
 void wire::scl(std::uint64_t now, bool level)
 {
-    if (wave != nullptr) {
-        wave->scl(now, level);
+    if (m_wave != nullptr) {
+        m_wave->scl(now, level);
     }
 }
 
 void wire::sda(std::uint64_t now, bool level)
 {
-    if (wave != nullptr) {
-        wave->sda(now, level);
+    if (m_wave != nullptr) {
+        m_wave->sda(now, level);
     }
 }
 
 void wire::start()
 {
-    if (busTaken) {
+    if (m_busTaken) {
         sda(quarter(1), true);
         scl(quarter(2), true);
         sda(quarter(3), false);
@@ -31,7 +31,7 @@ void wire::start()
     }
     scl(quarter(4), false);
     pass();
-    busTaken = true;
+    m_busTaken = true;
 }
 
 void wire::stop()
@@ -41,7 +41,7 @@ void wire::stop()
     scl(quarter(2), true);
     sda(quarter(3), true);
     pass();
-    busTaken = false;
+    m_busTaken = false;
 }
 
 void wire::bit(bool level)

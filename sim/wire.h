@@ -1,8 +1,10 @@
 /// The two lines of a bus: bit times, and the waveform when one is recorded.
 #pragma once
 
-#include "sim/chip.h"
+#include "sim/signals.h"
 #include "sim/wave.h"
+
+#include <cstdint>
 
 namespace kest::sim
 {
@@ -14,7 +16,7 @@ class wire
 {
 public:
     /// @param recorded  null: nobody looks
-    wire(std::uint64_t now, std::uint64_t bitNs, waveText* recorded) : clock{now, bitNs}, wave{recorded} {}
+    wire(std::uint64_t now, std::uint64_t bitNs, waveText* recorded) : clock{now, bitNs}, m_wave{recorded} {}
 
     busClock clock;
 
@@ -35,8 +37,8 @@ private:
     void sda(std::uint64_t now, bool level);
     void pass() { clock.now += clock.bitLasting; }
 
-    waveText* wave;
-    bool busTaken = false; ///< between a START and a STOP: SCL is low
+    waveText* m_wave;
+    bool m_busTaken = false; ///< between a START and a STOP: SCL is low
 };
 
 } // namespace kest::sim

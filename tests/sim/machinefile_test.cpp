@@ -1,4 +1,5 @@
 #include "sim/busstate.h"
+#include "sim/chip.h"
 #include "sim/demo.h"
 #include "sim/machinefile.h"
 #include "tests/sim/machinetest.h"

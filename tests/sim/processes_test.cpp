@@ -1,4 +1,5 @@
 #include "sim/busstate.h"
+#include "sim/chip.h"
 #include "sim/statefile.h"
 #include "tests/sanitizers.h"
 #include "tests/sim/machinetest.h"

@@ -14,7 +14,6 @@
 
 #include "base/hex.h"
 #include "sim/machine.h"
-#include "sim/speed.h"
 
 namespace kest::host::iic
 {

@@ -1,0 +1,194 @@
+#include "sim/busadministration.h"
+
+#include "base/quietwrites.h"
+#include "sim/wavefile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <unistd.h>
+
+namespace kest::sim
+{
+
+void busAdministration::listRegisters(std::vector<chipListing>& into)
+{
+    const busUse use{m_shared};
+    if (!use.usable()) {
+        return;
+    }
+    for (auto& listing : m_shared.chips().list(m_shared.state().now)) {
+        into.push_back(std::move(listing));
+    }
+}
+
+// Commits a change that may have let go of a line between transactions. A recording shows that at once; a second line
+// waits for the next START, because two never change in one tick.
+// @param commit  gets what the recording shows; null: there is none
+template <typename Commit>
+void busAdministration::withFreedLines(Commit commit)
+{
+    const busState& state = m_shared.state();
+    waveText wave = m_shared.beginWaveText();
+    if (!state.sclHeld && !state.waveAt.scl) {
+        wave.scl(state.now, true);
+    } else if (m_shared.heldLine() != outcome::sdaHeld) {
+        wave.sda(state.now, true);
+    }
+    commit(state.recording ? &wave : nullptr);
+}
+
+void busAdministration::powerCycle()
+{
+    busUse use{m_shared};
+    if (!use.usable()) {
+        return;
+    }
+    busState& state = m_shared.state();
+    m_shared.chips().powerUp();
+    for (auto& record : state.faults) {
+        record.ended = record.ended || record.untilReset;
+    }
+    m_shared.chips().driveResetLines(state.faults);
+    m_shared.letLinesGo();
+    withFreedLines([&use](waveText* wave) { use.commit(wave); });
+}
+
+void busAdministration::makeNew()
+{
+    m_shared.state() = busState{};
+    m_shared.chips().asNew();
+    m_shared.chips().driveResetLines(m_shared.state().faults);
+    m_shared.store();
+}
+
+void busAdministration::replaceFileFaults(std::vector<faultRecord> fromFile)
+{
+    if (!m_shared.load()) {
+        return;
+    }
+    std::vector<faultRecord>& faults = m_shared.state().faults;
+    for (const auto& record : faults) {
+        if (!record.fromFile) {
+            fromFile.push_back(record);
+        }
+    }
+    faults = std::move(fromFile);
+    endEffects();
+    withFreedLines([this](waveText* wave) { m_shared.commit(wave); });
+}
+
+bool busAdministration::addFault(const faultRecord& record)
+{
+    busUse use{m_shared};
+    std::vector<faultRecord>& faults = m_shared.state().faults;
+    if (!use.usable() ||
+        std::cmp_greater_equal(std::ranges::count(faults, false, &faultRecord::fromFile), mostFaults)) {
+        return false;
+    }
+    faults.push_back(record);
+    use.commit();
+    return true;
+}
+
+// What a fault did and still lasts ends with it.
+void busAdministration::endEffects()
+{
+    const faultEnded ended = [this](std::uint32_t number) {
+        const std::vector<faultRecord>& faults = m_shared.state().faults;
+        return std::ranges::find(faults, number, &faultRecord::number) == faults.end();
+    };
+    if (ended(m_shared.state().heldBy)) {
+        m_shared.letLinesGo();
+    }
+    m_shared.chips().endEffects(ended);
+}
+
+bool busAdministration::clearFaults(std::optional<std::uint32_t> number)
+{
+    busUse use{m_shared};
+    if (!use.usable()) {
+        return false;
+    }
+    const auto cleared = std::erase_if(m_shared.state().faults,
+                                       [&](const faultRecord& record) { return !number || record.number == *number; });
+    endEffects();
+    withFreedLines([&use](waveText* wave) { use.commit(wave); });
+    return cleared != 0;
+}
+
+void busAdministration::listFaults(std::vector<listedFault>& into)
+{
+    const busUse use{m_shared};
+    if (!use.usable()) {
+        return;
+    }
+    const busDescription& about = m_shared.description();
+    for (const auto& record : m_shared.state().faults) {
+        const auto known = std::ranges::find(into, record.number, &listedFault::number);
+        if (known != into.end()) {
+            known->struck += record.struck;
+        } else {
+            into.push_back({record.number, describeFault(record, fullName(about), about.node), record.struck});
+        }
+    }
+}
+
+bool busAdministration::startWave(const std::string& path)
+{
+    const quietWrites quiet;
+    busUse use{m_shared};
+    if (!use.usable() || path.size() > stateFile::longestPath) {
+        errno = use.usable() ? ENAMETOOLONG : ENODEV;
+        return false;
+    }
+    const int wave = openWaveFile(path);
+    if (wave < 0) {
+        return false;
+    }
+    const bool good = beginWave(wave, path);
+    const int error = errno;
+    close(wave);
+    if (good) {
+        use.commit();
+    }
+    errno = error;
+    return good;
+}
+
+// The recording under way goes on when this one fails: what is done to it here is lost unless committed.
+bool busAdministration::beginWave(int file, const std::string& path)
+{
+    busState& state = m_shared.state();
+    if (state.recording) {
+        m_shared.appendWave(m_shared.beginWaveText().take(state.now));
+    }
+    const waveEnd begin{!state.sclHeld, m_shared.heldLine() != outcome::sdaHeld, 0};
+    const std::string head = waveText::header(m_shared.description().name, begin.scl, begin.sda);
+    if (!replaceWave(file, head)) {
+        return false;
+    }
+    m_shared.setWavePath(path);
+    state.recording = true;
+    state.waveOrigin = state.now;
+    state.waveBytes = head.size();
+    state.waveAt = begin;
+    return true;
+}
+
+bool busAdministration::stopWave()
+{
+    busUse use{m_shared};
+    busState& state = m_shared.state();
+    if (!use.usable() || !state.recording) {
+        errno = use.usable() ? ENOENT : ENODEV;
+        return false;
+    }
+    m_shared.appendWave(m_shared.beginWaveText().take(state.now));
+    state.recording = false;
+    use.commit();
+    return true;
+}
+
+} // namespace kest::sim

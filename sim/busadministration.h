@@ -1,0 +1,53 @@
+/// What the keeper of a machine does with one of its buses: faults, power, recordings, listings.
+#pragma once
+
+#include "sim/buschips.h"
+#include "sim/fault.h"
+#include "sim/faultrecord.h"
+#include "sim/sharedbus.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kest::sim
+{
+
+class busAdministration
+{
+public:
+    /// @param shared  outlives the administration
+    explicit busAdministration(sharedBus& shared) : m_shared{shared} {}
+
+    /// Adds the registers of the bus's chips to a list.
+    void listRegisters(std::vector<chipListing>& into);
+    void powerCycle();
+
+    /// State of a new machine. Under the lock of all.
+    void makeNew();
+    /// Faults of the machine file instead of those it had before. Under the lock of all.
+    void replaceFileFaults(std::vector<faultRecord> fromFile);
+
+    /// @return false when there is no room for more
+    bool addFault(const faultRecord& record);
+    /// @param number  none: all faults. @return whether there was one
+    bool clearFaults(std::optional<std::uint32_t> number);
+    /// Adds the bus's faults to a list. One that is in the list already gets this bus's strikes, too.
+    void listFaults(std::vector<listedFault>& into);
+
+    /// @param path  absolute. @return false with `errno`
+    bool startWave(const std::string& path);
+    /// @return false with `errno`
+    bool stopWave();
+
+private:
+    void endEffects();
+    template <typename Commit>
+    void withFreedLines(Commit commit);
+    bool beginWave(int file, const std::string& path);
+
+    sharedBus& m_shared;
+};
+
+} // namespace kest::sim

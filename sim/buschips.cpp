@@ -1,0 +1,245 @@
+#include "sim/buschips.h"
+
+#include "sim/eeprom.h"
+#include "sim/sensor.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace kest::sim
+{
+
+namespace
+{
+
+// Pin 15 of an LED driver is the reset line of two hubs.
+constexpr std::string_view resetDriverType = "PCA9552";
+constexpr unsigned resetPin = 15;
+struct resetDriverRow {
+    std::uint8_t hub;
+    std::uint8_t driver;
+};
+constexpr std::array resetDrivers{
+    resetDriverRow{.hub = 0x80, .driver = 0xC0},
+    resetDriverRow{.hub = 0x88, .driver = 0xC0},
+    resetDriverRow{.hub = 0x82, .driver = 0xC2},
+    resetDriverRow{.hub = 0x8A, .driver = 0xC2},
+};
+
+std::string labelOf(const busDescription& bus, const chipDescription& chip)
+{
+    const std::string behind =
+        chip.behindHub ? addressText(chip.hub) + " port " + std::to_string(chip.port) + " " : std::string{};
+    return fullName(bus) + " " + behind + addressText(chip.address) + " " + chip.typeName;
+}
+
+std::unique_ptr<chip> makeChip(const chipDescription& about, image* cells)
+{
+    switch (about.kind) {
+    case chipKind::eeprom:
+        return std::make_unique<eeprom>(eepromTypes.at(about.type), about.memory, *cells);
+    case chipKind::pca955x:
+        return std::make_unique<pca955x>(pca955xTypes.at(about.type), about.inputs);
+    case chipKind::sensor:
+        return std::make_unique<sensor>(sensorTypes.at(about.type), about.celsius, about.temperatureBits);
+    case chipKind::hub:
+        break;
+    }
+    return std::make_unique<hub922>();
+}
+
+} // namespace
+
+busChips::busChips(const machineDescription& all, std::size_t bus, const std::filesystem::path& folder)
+{
+    for (const auto& chip : all.chips) {
+        if (chip.bus == bus) {
+            add(all.buses[bus], chip, folder);
+        }
+    }
+    for (const auto& member : m_members) {
+        if (!member.about->behindHub) {
+            connectToBus(member);
+        }
+    }
+    for (const auto& member : m_members) {
+        if (member.about->behindHub) {
+            connectToHub(member);
+        } else if (member.about->typeName == resetDriverType) {
+            connectResetLines(member);
+        }
+    }
+}
+
+void busChips::add(const busDescription& bus, const chipDescription& chip, const std::filesystem::path& folder)
+{
+    member added{&chip, nullptr, nullptr, labelOf(bus, chip)};
+    if (chip.kind == chipKind::eeprom) {
+        added.cells = std::make_unique<image>(folder / chip.image, eepromTypes.at(chip.type).sizeBytes);
+    }
+    added.model = makeChip(chip, added.cells.get());
+    m_members.push_back(std::move(added));
+}
+
+void busChips::connectToBus(const member& added)
+{
+    const std::size_t place = added.about->address >> 1;
+    m_at.at(place) = added.model.get();
+    if (added.about->kind == chipKind::hub) {
+        m_hubAt.at(place) = static_cast<hub922*>(added.model.get());
+    }
+}
+
+void busChips::connectToHub(const member& added)
+{
+    const chipDescription& about = *added.about;
+    const std::uint32_t offsetBytes = about.kind == chipKind::eeprom ? eepromTypes.at(about.type).offsetBytes : 1;
+    findHub(about.hub)->attach(about.port, about.address, *added.model, offsetBytes);
+}
+
+void busChips::connectResetLines(const member& driver)
+{
+    for (const auto& row : resetDrivers) {
+        if (row.driver == driver.about->address && findHub(row.hub) != nullptr) {
+            m_resetLines.push_back({row.hub, findHub(row.hub), static_cast<const pca955x*>(driver.model.get())});
+        }
+    }
+}
+
+void busChips::driveResetLines(std::vector<faultRecord>& faults) const
+{
+    for (const auto& line : m_resetLines) {
+        const bool low = line.driver->isPulledLow(resetPin);
+        if (low == line.hub->inReset()) {
+            continue;
+        }
+        if (low) {
+            endHubFaults(faults, line.hubAddress, true);
+        }
+        line.hub->resetLine(low);
+    }
+}
+
+const char* busChips::load(std::span<std::uint8_t> record, std::uint64_t busTime, pageWrite& page)
+{
+    for (std::size_t i = 0; i < m_members.size(); ++i) {
+        const member& each = m_members[i];
+        stateFields fields{record.subspan(i * chipStateBytes, chipStateBytes), stateFields::way::load, busTime};
+        if (each.cells) {
+            each.cells->begin(static_cast<std::uint32_t>(i), page);
+        }
+        each.model->deselect();
+        each.model->exchange(fields);
+        if (fields.damaged() != nullptr) {
+            return fields.damaged();
+        }
+    }
+    return nullptr;
+}
+
+void busChips::store(std::span<std::uint8_t> record) const
+{
+    for (std::size_t i = 0; i < m_members.size(); ++i) {
+        stateFields fields{record.subspan(i * chipStateBytes, chipStateBytes), stateFields::way::store};
+        m_members[i].model->exchange(fields);
+    }
+}
+
+void busChips::endUse()
+{
+    for (auto& member : m_members) {
+        if (member.cells) {
+            member.cells->close();
+        }
+    }
+}
+
+void busChips::prepareImages(const std::string& machineFile)
+{
+    for (auto& member : m_members) {
+        if (!member.cells) {
+            continue;
+        }
+        int error = 0;
+        const std::string trouble = member.cells->prepare(error);
+        std::string where = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
+        if (error != 0) {
+            throw std::system_error{error, std::generic_category(), where};
+        }
+        if (!trouble.empty()) {
+            throw std::runtime_error{where.append(": ").append(trouble)};
+        }
+    }
+}
+
+bool busChips::holds(const pageWrite& page) const
+{
+    return page.chip < m_members.size() && m_members[page.chip].cells && m_members[page.chip].cells->holds(page);
+}
+
+bool busChips::store(const pageWrite& page) { return m_members[page.chip].cells->store(page); }
+
+bool busChips::imageLost() const
+{
+    return std::ranges::any_of(m_members, [](const member& each) { return each.cells && each.cells->isLost(); });
+}
+
+template <typename Act>
+void busChips::forEachOnBus(Act act)
+{
+    for (auto& member : m_members) {
+        if (!member.about->behindHub) {
+            act(*member.model);
+        }
+    }
+}
+
+bool busChips::holdSda() const
+{
+    return std::ranges::any_of(m_members,
+                               [](const member& each) { return !each.about->behindHub && each.model->holdsSda(); });
+}
+
+void busChips::clockPulse()
+{
+    forEachOnBus([](chip& model) { model.clockPulse(); });
+}
+
+void busChips::deselect()
+{
+    forEachOnBus([](chip& model) { model.deselect(); });
+}
+
+void busChips::powerUp()
+{
+    for (auto& member : m_members) {
+        member.model->powerUp();
+    }
+}
+
+void busChips::asNew()
+{
+    for (auto& member : m_members) {
+        member.model->asNew();
+    }
+}
+
+void busChips::endEffects(const faultEnded& ended)
+{
+    for (auto& member : m_members) {
+        member.model->endEffects(ended);
+    }
+}
+
+std::vector<chipListing> busChips::list(std::uint64_t now) const
+{
+    std::vector<chipListing> listings;
+    for (const auto& member : m_members) {
+        listings.push_back({member.label, member.model->list(now)});
+    }
+    return listings;
+}
+
+} // namespace kest::sim

@@ -1,0 +1,99 @@
+/// The chips of one bus: those on the bus itself, and those behind its hubs.
+#pragma once
+
+#include "sim/chip.h"
+#include "sim/faultrecord.h"
+#include "sim/hub922.h"
+#include "sim/image.h"
+#include "sim/machinefile.h"
+#include "sim/pagewrite.h"
+#include "sim/pca955x.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kest::sim
+{
+
+/// The registers of one chip, for people.
+struct chipListing {
+    std::string chip;
+    std::vector<listedRegister> registers;
+};
+
+class busChips
+{
+public:
+    /// @param all  outlives the chips
+    busChips(const machineDescription& all, std::size_t bus, const std::filesystem::path& folder);
+
+    /// The chip that answers an address on the bus itself; null: nobody does.
+    [[nodiscard]] chip* find(std::uint8_t address) const { return m_at[address >> 1]; }
+    [[nodiscard]] hub922* findHub(std::uint8_t address) const { return m_hubAt[address >> 1]; }
+
+    /// Brings hubs into reset or out of it, as their lines are. Ends the faults that last until then.
+    void driveResetLines(std::vector<faultRecord>& faults) const;
+
+    /// Bytes of the state file that they have together.
+    [[nodiscard]] std::size_t stateBytes() const { return m_members.size() * chipStateBytes; }
+    /// Begins a use of the bus with the chips as a record of the state file has them.
+    /// @param page  gets what memory chips program, until endUse()
+    /// @return what is damaged in the record; null: nothing
+    const char* load(std::span<std::uint8_t> record, std::uint64_t busTime, pageWrite& page);
+    void store(std::span<std::uint8_t> record) const;
+    void endUse();
+
+    /// Missing images are made. Throws std::runtime_error.
+    void prepareImages(const std::string& machineFile);
+    /// Whether a page is of one of their images.
+    [[nodiscard]] bool holds(const pageWrite& page) const;
+    /// @return false when the image would not take the page
+    bool store(const pageWrite& page);
+    /// Whether an image could not be read since load().
+    [[nodiscard]] bool imageLost() const;
+
+    /// Whether a chip on the bus itself holds SDA.
+    [[nodiscard]] bool holdSda() const;
+    /// One clock pulse for the chips on the bus itself.
+    void clockPulse();
+    /// The end of a reset for the chips on the bus itself.
+    void deselect();
+
+    void powerUp();
+    void asNew();
+    void endEffects(const faultEnded& ended);
+    [[nodiscard]] std::vector<chipListing> list(std::uint64_t now) const;
+
+private:
+    struct member {
+        const chipDescription* about;
+        std::unique_ptr<image> cells; ///< null for chips without memory
+        std::unique_ptr<chip> model;
+        std::string label;
+    };
+    struct resetLine {
+        std::uint8_t hubAddress;
+        hub922* hub;
+        const pca955x* driver;
+    };
+
+    void add(const busDescription& bus, const chipDescription& chip, const std::filesystem::path& folder);
+    void connectToBus(const member& added);
+    void connectToHub(const member& added);
+    void connectResetLines(const member& driver);
+    template <typename Act>
+    void forEachOnBus(Act act);
+
+    std::vector<member> m_members;
+    std::array<chip*, 128> m_at{};
+    std::array<hub922*, 128> m_hubAt{};
+    std::vector<resetLine> m_resetLines;
+};
+
+} // namespace kest::sim

@@ -1,0 +1,99 @@
+#include "sim/faultplan.h"
+
+#include <algorithm>
+
+namespace kest::sim
+{
+
+namespace
+{
+// Even spread over [0, 1): Steele, Lea, Flood, "Fast splittable pseudorandom number generators".
+double spread(std::uint64_t seed, std::uint64_t index)
+{
+    std::uint64_t mixed = seed + index * 0x9E3779B97F4A7C15;
+    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
+    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
+    return static_cast<double>((mixed ^ mixed >> 31) >> 11) / 9007199254740992.0;
+}
+
+} // namespace
+
+faultPlan::faultPlan(std::vector<faultRecord>& all, std::span<const segment> segments,
+                     const std::function<bool(std::uint8_t)>& isHub)
+    : m_faults{all}
+{
+    for (auto& record : m_faults) {
+        const faultKindRow& row = rowOf(record.kind);
+        record.planned = false;
+        if (!row.countsInChip && std::ranges::any_of(segments, [&](const segment& part) {
+                return record.matches(part.address, part.way) && (!row.ofHub || isHub(part.address));
+            })) {
+            count(record);
+        }
+    }
+}
+
+void faultPlan::count(faultRecord& record)
+{
+    ++record.matched;
+    record.planned =
+        record.usable() && record.matched >= record.nth && spread(record.seed, record.matched) < record.probability;
+}
+
+template <typename Matches>
+const faultRecord* faultPlan::strike(faultKind kind, const Matches& matches)
+{
+    const auto found = std::ranges::find_if(
+        m_faults, [&](const faultRecord& record) { return record.planned && record.kind == kind && matches(record); });
+    if (found == m_faults.end()) {
+        return nullptr;
+    }
+    found->planned = false;
+    ++found->struck;
+    return &*found;
+}
+
+const faultRecord* faultPlan::strikes(faultKind kind, const segment& part, std::uint64_t byte)
+{
+    return strike(
+        kind, [&](const faultRecord& record) { return record.byte == byte && record.matches(part.address, part.way); });
+}
+
+const faultRecord* faultPlan::strikesAddress(faultKind kind, const segment& part)
+{
+    return strike(kind, [&](const faultRecord& record) { return record.matches(part.address, part.way); });
+}
+
+const faultRecord* faultPlan::strikesHub(faultKind kind, std::uint8_t address)
+{
+    return strike(kind, [&](const faultRecord& record) { return record.address == 0 || record.address == address; });
+}
+
+void faultPlan::ask(std::uint8_t address, direction way)
+{
+    m_askedBy = address;
+    m_askedBehind = 0;
+    m_askedWay = way;
+}
+
+// Every fault that matches is counted, also when another one strikes.
+std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
+{
+    std::optional<chipFaults::strike> met;
+    for (auto& record : m_faults) {
+        const bool matches =
+            record.matches(m_askedBy, m_askedWay) || (m_askedBehind != 0 && record.matches(m_askedBehind, m_askedWay));
+        if (record.kind != kind || !matches) {
+            continue;
+        }
+        count(record);
+        if (record.planned && !met) {
+            ++record.struck;
+            met = chipFaults::strike{record.number, record.value};
+        }
+        record.planned = false;
+    }
+    return met;
+}
+
+} // namespace kest::sim

@@ -1,0 +1,65 @@
+/// Faults as a bus keeps them.
+#pragma once
+
+#include "sim/fault.h"
+#include "sim/faultkinds.h"
+#include "sim/signals.h"
+#include "sim/statefields.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kest::sim
+{
+
+/// What is wrong with a fault apart from its bus; empty: nothing.
+std::string faultTrouble(const faultDescription& what);
+
+enum class faultWay : std::uint8_t {
+    any,
+    read,
+    write
+};
+
+/// One fault as a bus keeps it.
+struct faultRecord {
+    std::uint32_t number = 0;
+    faultKind kind = faultKind::nack;
+    faultWay way = faultWay::any;
+    std::uint8_t address = 0;
+    bool fromFile = false; ///< of machine.toml
+    bool ofEveryBus = false; ///< was asked for without a bus
+    bool ofNode = false; ///< was asked for with a node alone
+    bool untilReset = false;
+    bool ended = false; ///< by a reset
+    std::uint64_t nth = 0;
+    double probability = 1.0;
+    std::uint64_t seed = 1;
+    std::uint64_t count = 0;
+    std::uint64_t byte = 0;
+    std::uint32_t value = 0;
+    std::uint64_t matched = 0;
+    std::uint64_t struck = 0;
+
+    bool planned = false; ///< may strike in the transaction under way
+
+    /// Loads it from the state file, or stores it there.
+    void exchange(stateFields& fields);
+    [[nodiscard]] bool usable() const { return !ended && (count == 0 || struck < count); }
+    [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
+};
+
+/// Faults of a bus: so many from the machine file and so many by program, so that neither push the others out.
+constexpr std::size_t faultBytes = 80, mostFaults = 64;
+
+faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number);
+/// @param bus   the full name of a bus that has it
+/// @param node  that bus's node
+faultDescription describeFault(const faultRecord& record, const std::string& bus, const std::string& node);
+
+/// Ends those hub faults that last until a reset. @param ownLine  the hub itself was reset
+void endHubFaults(std::vector<faultRecord>& faults, std::uint8_t hub, bool ownLine);
+
+} // namespace kest::sim

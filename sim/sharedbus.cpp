@@ -1,0 +1,150 @@
+#include "sim/sharedbus.h"
+
+#include "sim/wavefile.h"
+
+#include <algorithm>
+
+namespace kest::sim
+{
+
+sharedBus::sharedBus(const machineDescription& all, std::size_t index, const std::filesystem::path& folder,
+                     realClock* clock)
+    : m_about{all.buses[index]}, m_index{index}, m_clock{clock}, m_chips{all, index, folder}
+{
+}
+
+void sharedBus::attach(stateFile& states, std::uint64_t layoutMark)
+{
+    m_file = &states;
+    m_mark = layoutMark;
+}
+
+bool sharedBus::load()
+{
+    if (!m_file->usable(m_mark)) {
+        return false;
+    }
+    if (readRecord() != nullptr) {
+        m_damaged = true;
+        return false;
+    }
+    // the machine file may pull them otherwise by now
+    m_chips.driveResetLines(m_state.faults);
+    return writePage();
+}
+
+/// @return what is damaged; null: nothing
+const char* sharedBus::readRecord()
+{
+    const auto record = m_file->current(m_index);
+    stateFields fields{record.first(busStateBytes), stateFields::way::load};
+    m_state = busState{};
+    m_state.exchange(fields);
+    if (fields.damaged() != nullptr) {
+        return fields.damaged();
+    }
+    if (const char* const damage = m_chips.load(record.subspan(busStateBytes), m_state.now, m_state.page)) {
+        return damage;
+    }
+    return m_state.page.pending && !m_chips.holds(m_state.page) ? "the page on its way into an image" : nullptr;
+}
+
+std::string sharedBus::damage()
+{
+    const char* const what = readRecord();
+    return what == nullptr ? std::string{} : "bus '" + fullName(m_about) + "': " + what + " cannot be";
+}
+
+void sharedBus::store()
+{
+    const auto record = m_file->spare(m_index);
+    stateFields fields{record.first(busStateBytes), stateFields::way::store};
+    m_state.exchange(fields);
+    m_chips.store(record.subspan(busStateBytes));
+    m_file->turn(m_index);
+}
+
+// Waveform, state, image: what comes after the state can be done again from it, what comes before is lost without it.
+bool sharedBus::commit(waveText* wave)
+{
+    if (wave != nullptr) {
+        appendWave(wave->take(m_state.now));
+        m_state.waveAt = wave->end();
+    }
+    store();
+    return writePage();
+}
+
+bool sharedBus::writePage()
+{
+    if (!m_state.page.pending) {
+        return true;
+    }
+    if (!m_chips.store(m_state.page)) {
+        return false;
+    }
+    m_state.page.pending = false;
+    // the page's mark is the record's first byte
+    m_file->current(m_index)[0] = 0;
+    return true;
+}
+
+outcome sharedBus::heldLine() const
+{
+    if (m_state.sclHeld) {
+        return outcome::sclHeld;
+    }
+    return m_state.sdaHeld || m_chips.holdSda() ? outcome::sdaHeld : outcome::done;
+}
+
+void sharedBus::letLinesGo()
+{
+    m_state.sdaHeld = m_state.sclHeld = false;
+    m_state.heldBy = m_state.resetsToGo = 0;
+}
+
+void sharedBus::appendWave(const std::string& text)
+{
+    m_state.recording = appendToWaveFile(m_file->wavePath(m_index), m_state.waveBytes, text);
+}
+
+busUse::busUse(sharedBus& bus) : m_bus{bus}, m_held{*bus.m_file, bus.m_index}, m_loaded{m_held.held() && bus.load()}
+{
+    catchUp();
+}
+
+// In real time the bus's clock goes on between transactions, too.
+void busUse::catchUp()
+{
+    if (!m_loaded || m_bus.clock() == nullptr) {
+        return;
+    }
+    busState& state = m_bus.state();
+    m_startedAt = m_bus.clock()->nowNs();
+    if (state.clockStamp != 0 && m_startedAt > state.clockStamp) {
+        state.now = std::min(state.now + std::min(m_startedAt - state.clockStamp, latestTime), latestTime);
+    }
+    m_timeAtStart = state.now;
+}
+
+bool busUse::commit(waveText* wave)
+{
+    if (!m_loaded) {
+        return false;
+    }
+    waitForBusTime();
+    return m_bus.commit(wave);
+}
+
+void busUse::waitForBusTime()
+{
+    if (m_bus.clock() == nullptr) {
+        return;
+    }
+    busState& state = m_bus.state();
+    const std::uint64_t end = m_startedAt + (state.now - std::min(m_timeAtStart, state.now));
+    m_bus.clock()->sleepUntil(end);
+    state.clockStamp = std::max(end, m_startedAt);
+}
+
+} // namespace kest::sim

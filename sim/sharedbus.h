@@ -1,0 +1,110 @@
+/// One bus as all its users share it: its chips in this process, and its record in the machine's state file.
+#pragma once
+
+#include "sim/bus.h"
+#include "sim/buschips.h"
+#include "sim/busstate.h"
+#include "sim/machinefile.h"
+#include "sim/realclock.h"
+#include "sim/statefile.h"
+#include "sim/wave.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+namespace kest::sim
+{
+
+class sharedBus
+{
+public:
+    /// @param all    the machine, of which this is bus number `index`; outlives the bus
+    /// @param clock  whose real time transactions take; null: they only count
+    sharedBus(const machineDescription& all, std::size_t index, const std::filesystem::path& folder, realClock* clock);
+    sharedBus(const sharedBus&) = delete;
+    sharedBus& operator=(const sharedBus&) = delete;
+
+    [[nodiscard]] std::size_t recordBytes() const { return busStateBytes + m_chips.stateBytes(); }
+    /// Before any other use. The file outlives the bus.
+    void attach(stateFile& states, std::uint64_t layoutMark);
+
+    [[nodiscard]] const busDescription& description() const { return m_about; }
+    [[nodiscard]] realClock* clock() const { return m_clock; }
+    [[nodiscard]] busChips& chips() { return m_chips; }
+    /// Valid between load() and commit().
+    [[nodiscard]] busState& state() { return m_state; }
+
+    /// All of these under the bus's lock.
+    ///
+    /// Loads chips and state, and writes a page that a killed process did not get to.
+    /// @return false when the file is gone or another's, when the record is damaged, or when the page can't be written
+    bool load();
+    /// What is damaged in the record; empty: nothing.
+    std::string damage();
+    /// Makes the chips and state the current record of the file.
+    void store();
+    /// The same after what was recorded, and before the page that was programmed, have gone to their files.
+    /// @param wave  null: nothing was recorded
+    bool commit(waveText* wave);
+    /// Ends the use of the chips that load() began.
+    void endUse() { m_chips.endUse(); }
+
+    /// Whether a load met a damaged record. Any thread.
+    [[nodiscard]] bool metDamage() const { return m_damaged; }
+
+    /// Who holds the bus: done, sclHeld or sdaHeld.
+    [[nodiscard]] outcome heldLine() const;
+    /// Lets go of the lines that faults hold.
+    void letLinesGo();
+
+    /// A text for what goes over the bus from now on.
+    [[nodiscard]] waveText beginWaveText() const { return {m_state.waveOrigin, m_state.waveAt}; }
+    /// Appends to the file of the recording under way. A file that is gone, cut or full ends it; the bus goes on.
+    void appendWave(const std::string& text);
+    /// Where the recording under way is kept. @param path  at most stateFile::longestPath bytes
+    void setWavePath(const std::string& path) { m_file->setWavePath(m_index, path); }
+
+private:
+    friend class busUse;
+    const char* readRecord();
+    bool writePage();
+
+    const busDescription m_about;
+    const std::size_t m_index;
+    realClock* const m_clock;
+    busChips m_chips;
+    stateFile* m_file = nullptr;
+    std::uint64_t m_mark = 0;
+    busState m_state;
+    std::atomic<bool> m_damaged = false;
+};
+
+/// A use of the bus by one thread of one process. The state is loaded at its begin, and lost at its end unless it was
+/// committed.
+class busUse
+{
+public:
+    explicit busUse(sharedBus& bus);
+    ~busUse() { m_bus.endUse(); }
+    busUse(const busUse&) = delete;
+    busUse& operator=(const busUse&) = delete;
+
+    [[nodiscard]] bool usable() const { return m_loaded; }
+    /// In real time it waits for the bus time that was used. @param wave  null: nothing was recorded
+    bool commit(waveText* wave = nullptr);
+
+private:
+    void catchUp();
+    void waitForBusTime();
+
+    sharedBus& m_bus;
+    stateFile::hold m_held;
+    bool m_loaded;
+    std::uint64_t m_startedAt = 0;
+    std::uint64_t m_timeAtStart = 0;
+};
+
+} // namespace kest::sim

@@ -1,0 +1,24 @@
+/// The file of a recording.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kest::sim
+{
+
+/// Opens or makes the file of a recording, and leaves its content alone.
+/// @return a descriptor, or -1 with `errno`: EEXIST when the file holds anything but a waveform
+int openWaveFile(const std::string& path);
+
+/// Makes `text` the whole content of a file. What needs new space is written first, behind the old content: when there
+/// is none, the file is left as it was.
+/// @return false with `errno`
+bool replaceWave(int file, const std::string& text);
+
+/// Appends a text to a file that is there, regular, and as long as it was left.
+/// @param[in,out] length  bytes of the recording; what the file holds behind them is the rest of a killed process's text
+/// @return false when the file would not take it, or is gone or cut
+bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text);
+
+} // namespace kest::sim
