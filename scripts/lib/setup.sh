@@ -4,7 +4,7 @@ packages_build="ca-certificates g++ cmake ninja-build pkg-config libcli11-dev li
   libsqlite3-dev libasio-dev libsystemd-dev scdoc"
 packages_demo="xxd"
 packages_test="libgtest-dev libgmock-dev googletest python3 sigrok-cli sqlite3 libseccomp-dev"
-packages_bench="libbenchmark-dev python3"
+packages_bench="python3"
 packages_bare="mmdebstrap git"
 packages_checks="ccache clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git g++-powerpc-linux-gnu
   qemu-user-static"
