@@ -7,9 +7,13 @@
 
 #include "platform/host/errorlog/store.h"
 #include "tests/host/fakekernel.h"
+#include "tools/common/advice.h"
 #include "tools/common/attributes.h"
 #include "tools/common/bus.h"
+#include "tools/common/carefulwrite.h"
 #include "tools/common/device.h"
+#include "tools/common/devicetext.h"
+#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"

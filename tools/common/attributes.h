@@ -5,7 +5,7 @@
 
 #include "kest/address.h"
 #include "platform/tavo.h"
-#include "tools/common/device.h"
+#include "tools/common/devicetext.h"
 
 namespace kest::tools
 {

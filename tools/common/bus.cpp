@@ -1,9 +1,11 @@
 #include "tools/common/bus.h"
 
 #include <cerrno>
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "platform/host/configuration/configuration.h"
+#include "tools/common/advice.h"
+#include "tools/common/device.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 
@@ -23,12 +25,30 @@ failure busFailure(int error, const busName& bus, const std::string& step)
     return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
 }
 
-} // namespace
+struct addressRange {
+    std::uint8_t first;
+    std::uint8_t last;
+};
 
-std::int32_t nodeNumber(const std::string& node)
+/// Where devices of a type are found, in the 8-bit form; everywhere, when the type says nothing.
+addressRange usualAddresses(const deviceTypeInfo& type)
 {
-    return node.empty() || node == "L" || node == "l" ? -1 : node.front() - '0';
+    switch (type.kind) {
+    case deviceKind::hub:
+        return {0x80, 0x8E};
+    case deviceKind::seeprom:
+        return {0xA0, 0xAE};
+    case deviceKind::sensor:
+        return {0x90, 0x9E};
+    case deviceKind::registers:
+        return type.type == KEST_DEV_9551 || type.type == KEST_DEV_9552 ? addressRange{0xC0, 0xCE}
+                                                                        : addressRange{0x40, 0x4E};
+    default:
+        return {0x10, 0xEE};
+    }
 }
+
+} // namespace
 
 std::string busText(const busName& bus) { return bus.node == "L" ? bus.path : bus.path + " on node " + bus.node; }
 
@@ -58,6 +78,28 @@ int errnoAt(const busName& bus, std::uint8_t address)
     }
     const host::iic::scanResult now = opened->probe(address);
     return now.state == host::iic::presence::absent ? ENXIO : now.error;
+}
+
+std::string wrongFormHint(const device& which)
+{
+    if (which.links.empty()) {
+        return {};
+    }
+    const unsigned address = which.head().address;
+    const busName bus{which.bus, which.node};
+    // a hub that is there: what is missing is behind it
+    if (answersAt(bus, which.head().address)) {
+        return {};
+    }
+    const auto [first, last] = usualAddresses(*which.head().type);
+    for (const unsigned candidate : {address * 2, address / 2}) {
+        if (candidate >= first && candidate <= last && candidate % 2 == 0 &&
+            answersAt(bus, static_cast<std::uint8_t>(candidate))) {
+            return fmt::format("a device answers at {}: write {:02X}, addresses are in the 8-bit form",
+                               addressText(static_cast<std::uint8_t>(candidate)), candidate);
+        }
+    }
+    return {};
 }
 
 void refuseDoubtfulWrite(const device& which, bool force)

@@ -23,6 +23,10 @@ namespace kest::tools
 /// well, or can't be told
 [[nodiscard]] int errnoAt(const busName& bus, std::uint8_t address);
 
+/// When the address looks like one given in the wrong form, because a device answers at its double or half: what to
+/// write instead. Probes those of the two where a device of this type can be. Empty when nothing answers there, too.
+[[nodiscard]] std::string wrongFormHint(const device& which);
+
 /// Refuses to write to a device of which something is not as it should be, unless forced. Throws a `failure`: 2 when
 /// the device table has a device of another type there; 3 when a driver of the kernel has its address, or the one of
 /// the hub ahead of it, since the driver does not hear of the change. A bus that can't be opened is left to the write
@@ -34,9 +38,6 @@ void resetBus(const busName& bus);
 
 /// "sim:planar", "sim:planar on node 3".
 [[nodiscard]] std::string busText(const busName& bus);
-
-/// "L" is -1, "0" to "7" are themselves.
-[[nodiscard]] std::int32_t nodeNumber(const std::string& node);
 
 /// Every bus there is: of the local node and of the mapped ones.
 [[nodiscard]] std::vector<busName> allBuses();

@@ -1,8 +1,8 @@
-/// Dump and undo files: bytes of a device with the device they belong to, as JSON that people can read and compare.
+/// Dump and undo files: bytes with the device they belong to, as JSON that people can read and compare.
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
+#include <span>
 #include <string>
 
 #include "tools/common/seeprom.h"
@@ -31,10 +31,6 @@ struct dumpContents {
 /// Reads a dump file of this format or the one before it, strictly: a key that is missing, unknown or there twice, a
 /// value of another kind, and a sum that does not match are failures (exit code 2) that say what is wrong.
 [[nodiscard]] dumpContents parseDump(const std::string& fileName, const std::string& text);
-
-/// Saves old bytes in a new file of the state folder, synced before this returns. @return its path. Throws a `failure`
-/// whose entry is in the error log.
-[[nodiscard]] std::string saveUndo(const dumpContents& contents);
 
 /// CRC-32 (polynomial 0x04C11DB7, reflected, as in zip files).
 [[nodiscard]] std::uint32_t crc32(std::span<const unsigned char> bytes);

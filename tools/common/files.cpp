@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <memory>
 
 #include "tools/common/failure.h"
@@ -88,17 +88,6 @@ std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes)
         text += fmt::format("{:08x} {:49}  |{}|\n", offset + start, digits, letters);
     }
     return text;
-}
-
-std::string hexDigits(std::span<const unsigned char> bytes)
-{
-    std::string digits;
-    digits.reserve(2 * bytes.size());
-    for (const unsigned char byte : bytes) {
-        digits += "0123456789abcdef"[byte >> 4];
-        digits += "0123456789abcdef"[byte & 0xF];
-    }
-    return digits;
 }
 
 std::vector<unsigned char> parseHex(const std::string& digits, const std::string& what)

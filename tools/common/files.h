@@ -18,9 +18,6 @@ void writeOutput(const std::string& name, std::span<const unsigned char> bytes, 
 /// Lines of offset, hexadecimal digits and text, for people: at most 79 columns.
 [[nodiscard]] std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes);
 
-/// Hexadecimal digits without blanks.
-[[nodiscard]] std::string hexDigits(std::span<const unsigned char> bytes);
-
 /// Bytes of hexadecimal digits, blanks and line ends allowed between bytes. Throws a `failure` (exit code 2).
 [[nodiscard]] std::vector<unsigned char> parseHex(const std::string& digits, const std::string& what);
 

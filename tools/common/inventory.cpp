@@ -1,7 +1,7 @@
 #include "tools/common/inventory.h"
 
 #include <algorithm>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <tuple>
 
 #include "platform/host/configuration/configuration.h"

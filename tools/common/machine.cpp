@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <stdexcept>
 #include <system_error>
 

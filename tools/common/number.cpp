@@ -2,7 +2,7 @@
 
 #include <charconv>
 #include <cmath>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <string_view>
 
 #include "tools/common/failure.h"

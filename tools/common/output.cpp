@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include "tools/common/escape.h"
@@ -52,10 +51,7 @@ void output::bytes(std::span<const unsigned char> what)
     }
 }
 
-void output::json(const nlohmann::ordered_json& value, int indent)
-{
-    text(value.dump(indent, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n");
-}
+void output::json(const jsonValue& value, int indent) { text(value.dump(indent) + "\n"); }
 
 void output::flush()
 {

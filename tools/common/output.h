@@ -1,10 +1,11 @@
 /// Standard output of the programs: text or JSON, colour on a terminal only, and no byte lost without a word.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "tools/common/json.h"
 
 namespace kest::tools
 {
@@ -26,9 +27,9 @@ class output
 public:
     void text(std::string_view what);
     void bytes(std::span<const unsigned char> what);
-    /// One JSON value and a line end. Text that is not UTF-8 shows replacement characters.
+    /// One JSON value and a line end.
     /// @param indent  columns for each level; -1 for one line
-    void json(const nlohmann::ordered_json& value, int indent = 2);
+    void json(const jsonValue& value, int indent = 2);
     void flush();
 
     [[nodiscard]] bool terminal() const;
@@ -43,8 +44,8 @@ private:
     bool m_broken = false;
 };
 
-/// The process's standard output. The first call makes writes to closed pipes answer EPIPE instead of ending the
-/// process.
+/// The process's standard output. The first call makes writes to closed pipes fail with EPIPE instead of ending
+/// the process.
 output& standardOutput();
 
 /// Whether $TERM is a terminal that acts on escape sequences.

@@ -4,7 +4,8 @@
 #include "kest/seeprom.h"
 #include "tools/common/attributes.h"
 #include "tools/common/buffer.h"
-#include "tools/common/failure.h"
+#include "tools/common/device.h"
+#include "tools/common/entryfailure.h"
 
 namespace kest::tools
 {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "tools/common/device.h"
+#include "tools/common/devicetext.h"
 
 namespace kest::tools
 {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include "tools/common/escape.h"

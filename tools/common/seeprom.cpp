@@ -1,24 +1,20 @@
 #include "tools/common/seeprom.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <map>
 #include <string_view>
 
 #include "kest/seeprom.h"
-#include "platform/host/configuration/configuration.h"
 #include "platform/host/trace/collect.h"
-#include "platform/host/vpd/copies.h"
 #include "platform/trace.h"
 #include "tools/common/buffer.h"
-#include "tools/common/bus.h"
-#include "tools/common/dumpfile.h"
+#include "tools/common/device.h"
+#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
-#include "tools/common/output.h"
 #include "tools/common/progress.h"
 
 namespace kest::tools
@@ -58,37 +54,7 @@ private:
     static inline int number = 0;
 };
 
-struct modeRow {
-    const char* word;
-    accessMode mode;
-    std::string_view registry; ///< what the registry's value begins with; empty: it has none
-};
-constexpr std::array modes{
-    modeRow{"hardware", accessMode::hardware, "HWareMode"}, modeRow{"file", accessMode::file, "FileMode"},
-    modeRow{"mixed", accessMode::mixed, "MixedMode"}, modeRow{"registry", accessMode::registry, ""}};
-
 constexpr std::size_t mostOffsetsTold = 16;
-
-/// @return registry when the value is none of the library's modes
-accessMode registryMode()
-{
-    const auto& registry = host::currentConfiguration().registry;
-    const auto value = registry.find("tavo/ReadMode");
-    const std::string text = value == registry.end() ? "" : value->second;
-    const auto* row = std::ranges::find_if(
-        modes, [&text](const modeRow& mode) { return !mode.registry.empty() && text.starts_with(mode.registry); });
-    return row == modes.end() ? accessMode::registry : row->mode;
-}
-
-/// Whether there is a copy that the device can be served from. One that can't be looked at is the library's to complain
-/// of.
-bool hasCopy(const device& which)
-{
-    std::vector<std::uint8_t> none;
-    std::uint64_t sizeBytes = 0;
-    const int error = host::readCopyPart(which.number, 0, 0, none, sizeBytes);
-    return copyIsItsOwn(which) && (error == 0 ? sizeBytes != 0 : error != ENOENT);
-}
 
 /// Offsets from `first` on at which byte strings of one length differ.
 std::vector<std::uint32_t> differing(std::uint32_t first, const byteVector& one, const byteVector& other)
@@ -102,40 +68,26 @@ std::vector<std::uint32_t> differing(std::uint32_t first, const byteVector& one,
     return offsets;
 }
 
-std::uint32_t lastByteOfPage(std::uint32_t at, std::uint32_t pageBytes)
-{
-    return at / pageBytes * pageBytes + pageBytes;
-}
+/// The first byte behind the piece of an offset. Pieces end where pages do.
+std::uint32_t endOfPiece(std::uint32_t at) { return at / pieceBytes * pieceBytes + pieceBytes; }
 
-std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
+/// What several reads say about one byte.
+struct verdict {
+    unsigned char byte;
+    bool unanimous;
+    bool majority; ///< more than half of the reads have this byte
+};
+verdict vote(const std::vector<byteVector>& reads, std::uint32_t at)
 {
-    return range.length == 0 ? 0 : (range.offset + range.length - 1) / pageBytes - range.offset / pageBytes + 1;
+    std::map<unsigned char, unsigned> votes;
+    for (const byteVector& one : reads) {
+        ++votes[one[at]];
+    }
+    const auto winner = std::ranges::max_element(votes, {}, [](const auto& each) { return each.second; });
+    return {winner->first, votes.size() == 1, winner->second * 2 > reads.size()};
 }
 
 } // namespace
-
-accessMode parseMode(const std::string& word)
-{
-    const auto* found = std::ranges::find_if(modes, [&](const modeRow& row) { return word == row.word; });
-    if (found == modes.end()) {
-        throw wrongUse(fmt::format("mode '{}': expected hardware, file, mixed or registry", word));
-    }
-    return found->mode;
-}
-
-const char* modeWord(accessMode mode) { return std::ranges::find(modes, mode, &modeRow::mode)->word; }
-
-accessMode settledMode(const device& which, accessMode mode)
-{
-    const accessMode asked = mode == accessMode::registry ? registryMode() : mode;
-    if (asked == accessMode::file) {
-        refuseForeignCopy(which);
-    }
-    if (asked == accessMode::mixed) {
-        return hasCopy(which) ? accessMode::file : accessMode::hardware;
-    }
-    return asked;
-}
 
 byteRange checkedRange(const device& which, std::uint64_t offset, std::optional<std::uint64_t> length)
 {
@@ -223,6 +175,28 @@ byteVector seeprom::readOnce(const byteRange& range, const std::string& step)
     return bytes;
 }
 
+byteVector seeprom::readPieceAgreed(const byteRange& piece, const std::string& step)
+{
+    std::optional<byteVector> last;
+    for (int count = 0; count < mostHubReads; ++count) {
+        const recoveryWatch watch;
+        byteVector now = readOnce(piece, step);
+        if (watch.recovered()) {
+            last.reset();
+            continue;
+        }
+        if (last == now) {
+            return now;
+        }
+        last = std::move(now);
+    }
+    throw failure{.what =
+                      fmt::format("{} reads through the hub at offset {} did not settle", mostHubReads, piece.offset),
+                  .tryThis = "'kestctl trace' shows what the hub reported",
+                  .device = m_device.label,
+                  .step = step};
+}
+
 byteVector seeprom::readAgreed(const byteRange& range, const std::string& step)
 {
     if (!m_device.behindHub() || !touchesHardware()) {
@@ -232,27 +206,9 @@ byteVector seeprom::readAgreed(const byteRange& range, const std::string& step)
     // piece by piece: each stays within what the trace buffer can witness
     while (bytes.size() < range.length) {
         const auto done = static_cast<std::uint32_t>(bytes.size());
-        const byteRange piece{range.offset + done, std::min(pieceBytes, range.length - done)};
-        std::optional<byteVector> last;
-        bool agreed = false;
-        for (int count = 0; count < mostHubReads && !agreed; ++count) {
-            const recoveryWatch watch;
-            byteVector now = readOnce(piece, step);
-            if (watch.recovered()) {
-                last.reset();
-                continue;
-            }
-            agreed = last == now;
-            last = std::move(now);
-        }
-        if (!agreed) {
-            throw failure{
-                .what = fmt::format("{} reads through the hub at offset {} did not settle", mostHubReads, piece.offset),
-                .tryThis = "'kestctl trace' shows what the hub reported",
-                .device = m_device.label,
-                .step = step};
-        }
-        bytes.insert(bytes.end(), last->begin(), last->end());
+        const byteVector piece =
+            readPieceAgreed({range.offset + done, std::min(pieceBytes, range.length - done)}, step);
+        bytes.insert(bytes.end(), piece.begin(), piece.end());
     }
     return bytes;
 }
@@ -265,25 +221,21 @@ byteVector seeprom::readVoted(const byteRange& range, const std::string& step)
     }
     byteVector bytes(range.length);
     std::vector<std::uint32_t> wavered;
-    std::optional<std::uint32_t> open; ///< the first offset without a majority
+    std::optional<std::uint32_t> firstOpen;
     for (std::uint32_t at = 0; at < range.length; ++at) {
-        std::map<unsigned char, unsigned> votes;
-        for (const byteVector& one : reads) {
-            ++votes[one[at]];
-        }
-        const auto winner = std::ranges::max_element(votes, {}, [](const auto& vote) { return vote.second; });
-        if (votes.size() > 1) {
+        const verdict found = vote(reads, at);
+        bytes[at] = found.byte;
+        if (!found.unanimous) {
             wavered.push_back(range.offset + at);
         }
-        if (winner->second * 2 <= m_options.votes && !open) {
-            open = range.offset + at;
+        if (!found.majority && !firstOpen) {
+            firstOpen = range.offset + at;
         }
-        bytes[at] = winner->first;
     }
     tellWavered(wavered);
-    if (open) {
-        throw failure{.what =
-                          fmt::format("no majority at offset {} (0x{:X}) in {} reads", *open, *open, m_options.votes),
+    if (firstOpen) {
+        throw failure{.what = fmt::format("no majority at offset {} (0x{:X}) in {} reads", *firstOpen, *firstOpen,
+                                          m_options.votes),
                       .tryThis = "more reads by --voted, or a lower --speed",
                       .device = m_device.label,
                       .step = step};
@@ -337,126 +289,12 @@ void seeprom::write(std::uint32_t offset, std::span<const unsigned char> bytes)
     progress shown("write " + m_device.label, total);
     std::uint32_t done = 0;
     while (done < total) {
-        // pieces end where pages do
-        const std::uint32_t end = std::min(offset + total, lastByteOfPage(offset + done, pieceBytes));
+        const std::uint32_t end = std::min(offset + total, endOfPiece(offset + done));
         const byteRange piece = {offset + done, end - (offset + done)};
         writePiece(piece, bytes.data() + done);
         done += piece.length;
         shown.update(done);
     }
-}
-
-std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
-                                      std::span<const unsigned char> present, std::uint32_t pageBytes, bool all)
-{
-    std::vector<byteRange> ranges;
-    const std::uint32_t end = range.offset + range.length;
-    for (std::uint32_t at = range.offset; at < end;) {
-        const std::uint32_t next = std::min(end, lastByteOfPage(at, pageBytes));
-        const auto first = at - range.offset;
-        const auto count = next - at;
-        if (all || !std::ranges::equal(wanted.subspan(first, count), present.subspan(first, count))) {
-            if (!ranges.empty() && ranges.back().offset + ranges.back().length == at) {
-                ranges.back().length += count;
-            } else {
-                ranges.push_back({at, count});
-            }
-        }
-        at = next;
-    }
-    return ranges;
-}
-
-namespace
-{
-
-/// What is certain after a write that failed, by reading back: never what the failed write itself reported.
-std::string whatIsCertain(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
-{
-    try {
-        const byteVector now = chip.read(range, "read back");
-        const auto equal = std::ranges::mismatch(wanted, now).in1 - wanted.begin();
-        return fmt::format("the first {} of {} bytes are certain (read back)", equal, range.length);
-    } catch (const failure&) {
-        return "how many bytes arrived is not known: reading back failed, too";
-    }
-}
-
-/// Reads back and compares. A read that differs is not believed alone: it may be the read that went wrong.
-void verifyWritten(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
-{
-    const byteVector first = chip.read(range, "verify");
-    if (std::ranges::equal(wanted, first)) {
-        return;
-    }
-    const byteVector now = chip.read(range, "verify");
-    chip.noteWavering(range.offset, first, now);
-    const auto equal = static_cast<std::uint32_t>(std::ranges::mismatch(wanted, now).in1 - wanted.begin());
-    if (equal == range.length) {
-        return;
-    }
-    const std::uint32_t at = range.offset + equal;
-    failure why{.code = exitVerifyFailed,
-                .what = fmt::format("what was read back differs from offset {} (0x{:X}) on: wrote {:02x}, read {:02x}",
-                                    at, at, wanted[equal], now[equal]),
-                .tryThis = first == now ? "the chip may be write-protected"
-                                        : "two reads differ, too: try --voted 5, or a lower --speed",
-                .device = chip.target().label,
-                .step = "verify"};
-    logFailure(why,
-               {.reason = reasonVerifyDiffers, .words = {at, wanted[equal], now[equal]}, .text = chip.target().text});
-    throw why;
-}
-
-void writeRanges(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes,
-                 const std::vector<byteRange>& ranges, const std::string& undoFile)
-{
-    try {
-        for (const byteRange& range : ranges) {
-            chip.write(range.offset, bytes.subspan(range.offset - whole.offset, range.length));
-        }
-    } catch (failure& why) {
-        why.what += "; " + whatIsCertain(chip, whole, bytes);
-        if (!undoFile.empty()) {
-            why.tryThis = fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
-        }
-        throw;
-    }
-}
-
-} // namespace
-
-writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
-                           const carefulWriteOptions& options)
-{
-    const byteRange whole{offset, static_cast<std::uint32_t>(bytes.size())};
-    const std::uint32_t pageBytes = chip.pageBytes();
-    const byteVector old = chip.read(whole, "read the old bytes");
-    const auto ranges = differingPages(whole, bytes, old, pageBytes, options.allPages);
-    const device& target = chip.target();
-    writeReport report;
-    for (const byteRange& range : ranges) {
-        report.bytesWritten += range.length;
-        report.pagesWritten += pagesIn(range, pageBytes);
-    }
-    report.pagesSkipped = pagesIn(whole, pageBytes) - report.pagesWritten;
-    if (options.dryRun || ranges.empty()) {
-        report.verified = ranges.empty();
-        return report;
-    }
-    if (chip.touchesHardware()) {
-        refuseDoubtfulWrite(target, options.force);
-        confirm(fmt::format("{}: write {} ({}) at {}?", target.label, countText(report.bytesWritten, "byte"),
-                            countText(report.pagesWritten, "page"), addressText(target.end().address)),
-                options.yes);
-    }
-    report.undoFile = saveUndo(dumpOf(chip, offset, old));
-    writeRanges(chip, whole, bytes, ranges, report.undoFile);
-    if (options.verify) {
-        verifyWritten(chip, whole, bytes);
-        report.verified = true;
-    }
-    return report;
 }
 
 } // namespace kest::tools

@@ -1,13 +1,13 @@
-/// SEEPROMs as the tools read and write them: checked ranges, reads that can be relied on, careful writes.
+/// SEEPROMs as the tools read and write them: checked ranges, and reads that can be relied on.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "tools/common/accessmode.h"
 #include "tools/common/attributes.h"
 #include "tools/common/device.h"
 
@@ -15,22 +15,6 @@ namespace kest::tools
 {
 
 using byteVector = std::vector<unsigned char>;
-
-/// Where the bytes come from and go to.
-enum class accessMode : kest_attributeValue {
-    hardware = readModeHardware,
-    file = 3, ///< the persisted copy
-    mixed = 5, ///< the persisted copy when there is one, else the hardware
-    registry = 1, ///< what the registry says
-};
-/// Throws a `failure` (exit code 2) for a word that is no mode.
-[[nodiscard]] accessMode parseMode(const std::string& word);
-[[nodiscard]] const char* modeWord(accessMode mode);
-
-/// Who serves a device in a mode: hardware, or file for its persisted copy. A registry that holds no known mode is left
-/// to the library, which reports it and takes the hardware: registry then. Throws a `failure` (exit code 2) when the
-/// copy to serve is that of another device.
-[[nodiscard]] accessMode settledMode(const device& which, accessMode mode);
 
 struct accessOptions {
     accessMode mode = accessMode::hardware;
@@ -60,7 +44,7 @@ public:
     [[nodiscard]] byteRange range(std::uint64_t offset, std::optional<std::uint64_t> length) const;
 
     /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority. Offsets
-    /// at which the votes differed are told on standard error.
+    /// at which the votes differed are reported on standard error.
     /// @param step  what is being done, for messages and progress: "read"
     [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
     /// Offsets at which the reads of a vote differed, so far.
@@ -74,11 +58,13 @@ public:
     [[nodiscard]] std::uint32_t pageBytes() const;
     /// Whether the hardware serves it; else its persisted copy does.
     [[nodiscard]] bool touchesHardware() const { return m_options.mode != accessMode::file; }
-    /// Tells on standard error, and remembers, where two reads of the same bytes differed. @param offset  of their first byte
+    /// Reports on standard error, and remembers, where two reads of the same bytes differed.
+    /// @param offset  of their first byte
     void noteWavering(std::uint32_t offset, const byteVector& one, const byteVector& other);
 
 private:
     [[nodiscard]] byteVector readOnce(const byteRange& range, const std::string& step);
+    [[nodiscard]] byteVector readPieceAgreed(const byteRange& piece, const std::string& step);
     [[nodiscard]] byteVector readAgreed(const byteRange& range, const std::string& step);
     [[nodiscard]] byteVector readVoted(const byteRange& range, const std::string& step);
     void tellWavered(const std::vector<std::uint32_t>& offsets);
@@ -90,32 +76,5 @@ private:
     attributeRecord m_attributes;
     std::vector<std::uint32_t> m_wavered;
 };
-
-/// Pages of `range` in which `wanted` and `present` differ, joined where they touch. @param all  take every page
-[[nodiscard]] std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
-                                                    std::span<const unsigned char> present, std::uint32_t pageBytes,
-                                                    bool all);
-
-struct carefulWriteOptions {
-    bool yes = false;
-    bool dryRun = false;
-    bool allPages = false; ///< also pages that hold the data already
-    bool force = false; ///< also where a driver of the kernel has the device
-    bool verify = true;
-};
-
-struct writeReport {
-    std::uint32_t bytesWritten = 0;
-    std::uint32_t pagesWritten = 0;
-    std::uint32_t pagesSkipped = 0; ///< they held the data already
-    std::string undoFile; ///< empty when nothing was written
-    bool verified = false;
-};
-
-/// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads
-/// back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, or a driver
-/// of the kernel has the device; 5 what was read back differs.
-writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
-                           const carefulWriteOptions& options);
 
 } // namespace kest::tools

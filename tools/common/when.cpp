@@ -4,7 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <ctime>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <string_view>
 
 #include "tools/common/failure.h"

@@ -2,23 +2,40 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
 #include <optional>
 
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/vpd/copies.h"
+#include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
+#include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/seeprom.h"
 #include "tools/common/when.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
+
+struct copyOptions {
+    std::string which; ///< name or number of the device table, or any device number
+    std::string file; ///< for import and export; "-" is standard input or output
+    bool yes = false; ///< an existing copy may be replaced or removed
+    bool force = false; ///< raw bytes even to a terminal; a copy of another size than its device
+};
+
+struct captureOptions {
+    std::string device;
+    std::uint32_t speedKhz = 0;
+    std::uint32_t votes = 1;
+    bool yes = false;
+};
 
 /// The device whose copy a number's is; nothing when the table has none that can be understood.
 std::optional<device> ownerOf(std::uint32_t number)
@@ -103,7 +120,7 @@ int replace(const context& shared, std::uint32_t number, const byteVector& bytes
     throwCopy(host::replaceCopy(number, bytes), number, "write");
     if (shared.json) {
         standardOutput().json(
-            {{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}, {"wavered", wavered}});
+            {{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}, {"wavered", jsonNumbers(wavered)}});
     } else {
         standardOutput().text(
             fmt::format("{}: holds {} now\n", escaped(labelOf(number)), countText(bytes.size(), "byte")));
@@ -124,15 +141,13 @@ void requireSize(std::uint32_t number, std::size_t bytes, const std::string& fil
     }
 }
 
-} // namespace
-
-int runCopyList(const context& shared, const copyListOptions& /*options*/)
+int runCopyList(const context& shared)
 {
     std::vector<host::copyInfo> copies;
     if (const int error = host::listCopies(copies); error != 0) {
         throw systemFailure(error, "list", "persisted copies");
     }
-    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+    jsonList rows;
     std::string text;
     for (const host::copyInfo& copy : copies) {
         rows.push_back({{"number", copy.number},
@@ -152,6 +167,7 @@ int runCopyList(const context& shared, const copyListOptions& /*options*/)
     return exitDone;
 }
 
+/// Makes a copy from a file's bytes: as many as the device holds, where the table has one of that number.
 int runCopyImport(const context& shared, const copyOptions& options)
 {
     const std::uint32_t number = numberOf(options.which);
@@ -190,13 +206,54 @@ int runCopyRemove(const context& shared, const copyOptions& options)
     return exitDone;
 }
 
-int runCopyCapture(const context& shared, const copyCaptureOptions& options)
+/// Makes a copy from the hardware, of bytes that were read beyond doubt.
+int runCopyCapture(const context& shared, const captureOptions& options)
 {
-    const std::uint32_t number = numberOf(options.from.device);
-    seeprom chip(findDevice(options.from.device),
-                 {.speedKhz = options.from.speedKhz, .votes = std::max(options.from.votes, 1U)});
+    const std::uint32_t number = numberOf(options.device);
+    seeprom chip(findDevice(options.device), {.speedKhz = options.speedKhz, .votes = std::max(options.votes, 1U)});
     const byteVector bytes = chip.read(chip.range(0, std::nullopt), "capture");
     return replace(shared, number, bytes, options.yes, chip.wavered());
+}
+
+void addCopyVerb(command area, context& shared, const char* name, const char* help, const char* fileHelp,
+                 const char* forceHelp, int (*run)(const context&, const copyOptions&))
+{
+    const auto options = std::make_shared<copyOptions>();
+    command verb = addVerb(area, name, help);
+    verb.text("COPY", options->which, "device number, or name of the device table").required();
+    if (fileHelp != nullptr) {
+        verb.text("FILE", options->file, fileHelp).required();
+    }
+    verb.flag("-y,--yes", options->yes, "do not ask before a copy is replaced or removed");
+    if (forceHelp != nullptr) {
+        verb.flag("--force", options->force, forceHelp);
+    }
+    runs(verb, shared, options, run);
+}
+
+void addCapture(command area, context& shared)
+{
+    const auto options = std::make_shared<captureOptions>();
+    command verb = addVerb(area, "capture", "make a copy from the device's hardware");
+    verb.text("DEVICE", options->device, "name or number of the device table").required();
+    addSpeed(verb, options->speedKhz, usualSpeed);
+    addVotes(verb, options->votes);
+    verb.flag("-y,--yes", options->yes, "do not ask before a copy is replaced");
+    runs(verb, shared, options, runCopyCapture);
+}
+
+} // namespace
+
+void addCopy(command program, context& shared)
+{
+    const command area = addArea(program, "copy", "persisted copies of SEEPROMs, which file and mixed mode serve");
+    runs(addVerb(area, "list", "show the copies"), shared, runCopyList);
+    addCapture(area, shared);
+    addCopyVerb(area, shared, "import", "make a copy from a file", "file, - for standard input",
+                "also when the file is larger or smaller than the device", runCopyImport);
+    addCopyVerb(area, shared, "export", "save a copy in a file", "file, - for standard output",
+                "raw bytes even to a terminal", runCopyExport);
+    addCopyVerb(area, shared, "remove", "remove a copy", nullptr, nullptr, runCopyRemove);
 }
 
 } // namespace kest::tools

@@ -1,25 +1,29 @@
-#include <algorithm>
-#include <array>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include "tools/kestctl/detect.h"
 
-#include "kest/detect.h"
-#include "kest/seeprom.h"
+#include <algorithm>
+#include <fmt/core.h>
+
 #include "platform/host/configuration/configuration.h"
-#include "tools/common/attributes.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/guard.h"
+#include "tools/common/json.h"
 #include "tools/common/machine.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/presence.h"
-#include "tools/kestctl/busareas.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
+
+struct detectOptions {
+    std::vector<std::string> devices; ///< empty: those of the device table
+    std::uint32_t speedKhz = 0;
+};
 
 /// What was found out about one device.
 struct finding {
@@ -57,16 +61,15 @@ finding look(const std::string& name, std::uint32_t speedKhz)
     return result;
 }
 
-nlohmann::ordered_json asJson(const finding& found)
+jsonValue asJson(const finding& found)
 {
-    nlohmann::ordered_json row{
-        {"device", found.which.label}, {"text", found.which.text}, {"present", found.why.code == exitDone}};
+    jsonValue row{{"device", found.which.label}, {"text", found.which.text}, {"present", found.why.code == exitDone}};
     if (!found.which.links.empty()) {
-        row["type"] = found.which.end().type->chip;
-        row["address"] = found.which.end().address;
+        row.add("type", found.which.end().type->chip);
+        row.add("address", found.which.end().address);
     }
     if (found.why.code != exitDone) {
-        row["error"] = errorJson(found.why);
+        row.add("error", errorJson(found.why));
     }
     return row;
 }
@@ -83,12 +86,11 @@ std::vector<std::string> allDevices()
     return names;
 }
 
-} // namespace
-
+/// Reports for each device whether it is there; the exit code is that of the first one that is not.
 int runDetect(const context& shared, const detectOptions& options)
 {
     int code = exitDone;
-    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+    jsonList rows;
     const std::vector<std::string> names = options.devices.empty() ? allDevices() : options.devices;
     checkMachineOf(names);
     for (const std::string& name : names) {
@@ -107,6 +109,20 @@ int runDetect(const context& shared, const detectOptions& options)
         standardOutput().json({{"devices", rows}});
     }
     return code;
+}
+
+} // namespace
+
+void addDetect(command program, context& shared)
+{
+    const auto options = std::make_shared<detectOptions>();
+    command verb = addVerb(program, "detect", "tell whether devices are there",
+                           "A SEEPROM behind a hub is detected by reading one byte of it. The exit code is 0\n"
+                           "when all devices are there, else that of the first one that is not: 4 when\n"
+                           "nothing answers.");
+    verb.texts("DEVICE", options->devices, "names, numbers or device texts; none: the whole device table", "");
+    addSpeed(verb, options->speedKhz, "the bus's own otherwise");
+    runs(verb, shared, options, runDetect);
 }
 
 } // namespace kest::tools

@@ -1,19 +1,28 @@
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <array>
 #include <cstdio>
-#include <memory>
-#include <sstream>
 #include <string>
 
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
+#include "tools/common/commandline.h"
 #include "tools/common/failure.h"
+#include "tools/common/guard.h"
 #include "tools/common/output.h"
 #include "tools/common/startup.h"
-#include "tools/kestctl/commands.h"
 #include "tools/kestctl/context.h"
+#include "tools/kestctl/copy.h"
+#include "tools/kestctl/detect.h"
+#include "tools/kestctl/devices.h"
+#include "tools/kestctl/errors.h"
+#include "tools/kestctl/message.h"
+#include "tools/kestctl/port.h"
+#include "tools/kestctl/reset.h"
+#include "tools/kestctl/scan.h"
+#include "tools/kestctl/seeprom.h"
+#include "tools/kestctl/sim.h"
+#include "tools/kestctl/thermal.h"
+#include "tools/kestctl/topology.h"
+#include "tools/kestctl/trace.h"
 
 namespace
 {
@@ -47,78 +56,21 @@ Try it without hardware:
 Exit codes: 0 done, 1 failed, 2 wrong use, 3 refused (not permitted or not
 confirmed), 4 device absent, 5 verify failed, 6 busy.)";
 
-/// Breaks descriptions between words, so that help fits a terminal.
-class narrowFormatter : public CLI::Formatter
+void setUp(commandLine& line, context& shared)
 {
-public:
-    narrowFormatter()
-    {
-        column_width(nameColumns);
-        // the usage line has the others in brackets
-        label("REQUIRED", "");
-    }
-    std::string make_option_desc(const CLI::Option* option) const override
-    {
-        return wrapped(Formatter::make_option_desc(option));
-    }
-    std::string make_subcommand(const CLI::App* verb) const override
-    {
-        std::ostringstream text;
-        CLI::detail::format_help(text, verb->get_name(), wrapped(verb->get_description()), nameColumns);
-        return text.str();
-    }
-
-private:
-    static constexpr std::size_t nameColumns = 22;
-    static constexpr std::size_t textColumns = 80 - nameColumns;
-
-    static std::string wrapped(const std::string& text)
-    {
-        std::istringstream words(text);
-        std::string result;
-        std::size_t column = 0;
-        for (std::string word; words >> word;) {
-            const bool fits = column + 1 + word.size() <= textColumns;
-            result += (column == 0 ? "" : fits ? " " : "\n") + word;
-            column = word.size() + (fits && column != 0 ? column + 1 : 0);
-        }
-        return result;
-    }
-};
-
-void setUp(CLI::App& app, context& shared)
-{
-    app.formatter(std::make_shared<narrowFormatter>());
-    app.require_subcommand(1);
-    app.fallthrough();
-    app.footer(footer);
-    app.set_version_flag("--version", "kestctl " KEST_VERSION, "show the version and end");
-    app.add_flag("--json", shared.json, "JSON on standard output instead of text");
-    app.add_option_function<std::string>(
-           "--config", [](const std::string& file) { kest::host::useConfigurationFile(file); },
-           "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml")
-        ->type_name("FILE");
+    line.useNarrowHelp();
+    command program = line.root();
+    program.requireSubcommand();
+    program.fallThrough();
+    program.footer(footer);
+    program.versionFlag("kestctl " KEST_VERSION);
+    program.flag("--json", shared.json, "JSON on standard output instead of text");
+    program.read(
+        "--config", [](const std::string& file) { kest::host::useConfigurationFile(file); },
+        "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml", "FILE");
     for (const auto& add : areas) {
-        add(app, shared);
+        add(program, shared);
     }
-}
-
-/// The subcommand that the wrong use was about, for the hint: "kestctl port write".
-std::string deepestCommand(const CLI::App& app)
-{
-    const auto chosen = app.get_subcommands();
-    return chosen.empty() ? app.get_name() : app.get_name() + " " + deepestCommand(*chosen.front());
-}
-
-/// What the parser complains about. Where it misses a subcommand, a word that is none says more.
-std::string complaint(const CLI::App& app, const CLI::ParseError& why)
-{
-    for (const std::string& word : app.remaining(true)) {
-        if (!word.starts_with('-') && std::string(why.what()).find("subcommand") != std::string::npos) {
-            return "there is no '" + word + "'";
-        }
-    }
-    return why.what();
 }
 
 /// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is told at the
@@ -134,17 +86,14 @@ void tellSpooledEntry(const std::string& problem)
 
 int parseAndRun(int count, char** words, context& shared)
 {
-    CLI::App app(about, "kestctl");
-    setUp(app, shared);
-    try {
-        app.parse(count, words);
-    } catch (const CLI::ParseError& end) {
-        if (end.get_exit_code() != 0) {
-            throw wrongUse(complaint(app, end), "'" + deepestCommand(app) + " --help' shows how");
-        }
-        std::ostringstream text;
-        app.exit(end, text, text);
-        standardOutput().text(text.str());
+    commandLine line(about, "kestctl");
+    setUp(line, shared);
+    const commandLine::outcome parsed = line.parse(count, words);
+    if (parsed.wrong) {
+        throw wrongUse(parsed.complaint, "'" + parsed.command + " --help' shows how");
+    }
+    if (parsed.help) {
+        standardOutput().text(*parsed.help);
         return exitDone;
     }
     if (shared.needsConfiguration && !kest::host::configurationError().empty()) {

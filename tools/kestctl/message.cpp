@@ -2,24 +2,42 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
 
+#include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/store.h"
 #include "tools/client/client.h"
 #include "tools/common/bus.h"
+#include "tools/common/device.h"
+#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
+#include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/seeprom.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
+
+struct messageOptions {
+    std::string device;
+    std::string offset; ///< empty: 0
+    std::string length; ///< empty: up to the end, at most what one message moves
+    std::string socket; ///< empty: that of the configuration
+    std::string timeout = "60"; ///< seconds
+    std::string output; ///< of a read: file or "-"; empty: lines for people
+    std::string input; ///< of a write: file or "-"; empty: `hex` is given
+    std::string hex;
+    bool force = false; ///< raw bytes even to a terminal, bytes through a hub; writing where a driver has the device
+    bool yes = false;
+    std::uint32_t position = 0; ///< of a location
+};
 
 constexpr const char* readStep = "read by message";
 
@@ -168,8 +186,7 @@ void requireWhole(const client::answer& answer, const device& which, const byteR
                   .step = readStep};
 }
 
-} // namespace
-
+/// Through a hub only when forced: bytes may come that were never read (exit code 3).
 int runMessageRead(const context& shared, const messageOptions& options)
 {
     const seeprom chip = seepromNamed(options.device);
@@ -187,15 +204,15 @@ int runMessageRead(const context& shared, const messageOptions& options)
         writeOutput(options.output, answer.data, options.force);
     }
     if (shared.json && options.output != "-") {
-        nlohmann::ordered_json result{{"device", which.label},
-                                      {"text", which.text},
-                                      {"offset", range.offset},
-                                      {"length", answer.data.size()},
-                                      {"flags", answer.flags}};
+        jsonValue result{{"device", which.label},
+                         {"text", which.text},
+                         {"offset", range.offset},
+                         {"length", answer.data.size()},
+                         {"flags", answer.flags}};
         if (options.output.empty()) {
-            result["data"] = hexDigits(answer.data);
+            result.add("data", hexDigits(answer.data));
         } else {
-            result["output"] = options.output;
+            result.add("output", options.output);
         }
         standardOutput().json(result);
     } else if (options.output.empty()) {
@@ -204,6 +221,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
     return exitDone;
 }
 
+/// Asks before it writes. The service has no undo file and does not read back.
 int runMessageWrite(const context& shared, const messageOptions& options)
 {
     const seeprom chip = seepromNamed(options.device);
@@ -235,6 +253,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     return exitDone;
 }
 
+/// Shows the device text of a device number.
 int runMessageLocation(const context& shared, const messageOptions& options)
 {
     const auto number = static_cast<std::uint32_t>(parseNumber(options.device, "device number", 0xFFFFFFFF));
@@ -250,6 +269,59 @@ int runMessageLocation(const context& shared, const messageOptions& options)
         standardOutput().text(escaped(text) + "\n");
     }
     return exitDone;
+}
+
+command addMessageVerb(command area, context& shared, const char* name, const char* help,
+                       const std::shared_ptr<messageOptions>& options,
+                       int (*run)(const context&, const messageOptions&))
+{
+    command verb = addVerb(area, name, help);
+    verb.text("--socket", options->socket, "the service's socket (default: that of the configuration)", "PATH");
+    verb.text("--timeout", options->timeout, "longest wait for the reply, in seconds (default 60)", "S");
+    runs(verb, shared, options, run);
+    return verb;
+}
+
+void addRead(command area, context& shared)
+{
+    const auto options = std::make_shared<messageOptions>();
+    command verb = addMessageVerb(area, shared, "read", "read a SEEPROM by message", options, runMessageRead);
+    verb.text("DEVICE", options->device, "name, number or device text").required();
+    verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
+    verb.text("--length", options->length, "how many bytes (default: up to the end, at most 65536)", "N");
+    verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
+    verb.flag("--force", options->force, "raw bytes even to a terminal; also through a hub");
+}
+
+void addWrite(command area, context& shared)
+{
+    const auto options = std::make_shared<messageOptions>();
+    command verb = addMessageVerb(area, shared, "write", "write a SEEPROM by message", options, runMessageWrite);
+    verb.text("DEVICE", options->device, "name, number or device text").required();
+    verb.text("-i,--input", options->input, "bytes to write from FILE, - for standard input", "FILE");
+    verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
+    verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
+    verb.flag("-y,--yes", options->yes, "do not ask; needed without a terminal");
+    verb.flag("--force", options->force, "write also where a driver of the kernel has the device");
+}
+
+void addLocation(command area, context& shared)
+{
+    const auto options = std::make_shared<messageOptions>();
+    command verb = addMessageVerb(area, shared, "location", "show the device text of a device number", options,
+                                  runMessageLocation);
+    verb.text("NUMBER", options->device, "device number").required();
+    verb.number("--position", options->position, "which of the places the number can have (default 0)");
+}
+
+} // namespace
+
+void addMessage(command program, context& shared)
+{
+    const command area = addArea(program, "message", "requests through the message service, kestd");
+    addRead(area, shared);
+    addWrite(area, shared);
+    addLocation(area, shared);
 }
 
 } // namespace kest::tools

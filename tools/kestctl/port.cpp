@@ -2,22 +2,52 @@
 
 #include <algorithm>
 #include <array>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
 
 #include "kest/dataport.h"
 #include "tools/common/attributes.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
+#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
+
+constexpr std::uint32_t allBits = 0xFFFF;
+
+struct portReadOptions {
+    std::string device;
+    std::uint32_t mask = allBits;
+    std::uint32_t speedKhz = 0;
+};
+
+struct portWriteOptions {
+    std::string device;
+    std::string operation; ///< on, off, blink0, blink1, low, high, copy
+    std::string bits; ///< number; empty: `pins` is given
+    std::string pins; ///< "0,3-5"
+    std::string mask; ///< number, for copy; empty: all pins
+    std::uint32_t speedKhz = 0;
+    bool yes = false; ///< a hub's reset line may be driven
+    bool force = false; ///< also where a driver of the kernel has the device
+};
+
+struct portConfigOptions {
+    std::string device;
+    std::string function; ///< input, output, prescaler0, duty0, prescaler1, duty1, polarity0, polarity1
+    std::string value; ///< number; empty: `pins` is given
+    std::string pins;
+    std::uint32_t speedKhz = 0;
+    bool force = false; ///< also where a driver of the kernel has the device
+};
 
 /// Which devices know a word of the command line.
 enum class family : std::uint8_t {
@@ -133,12 +163,10 @@ void guardResetLine(const device& which, std::uint32_t pins, bool yes)
     }
 }
 
-nlohmann::ordered_json head(const device& which)
+jsonValue head(const device& which)
 {
     return {{"device", which.label}, {"text", which.text}, {"type", which.end().type->chip}};
 }
-
-} // namespace
 
 int runPortRead(const context& shared, const portReadOptions& options)
 {
@@ -147,9 +175,9 @@ int runPortRead(const context& shared, const portReadOptions& options)
     std::uint32_t value = 0;
     throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
     if (shared.json) {
-        nlohmann::ordered_json result = head(which);
-        result["mask"] = options.mask;
-        result["value"] = value;
+        jsonValue result = head(which);
+        result.add("mask", options.mask);
+        result.add("value", value);
         standardOutput().json(result);
         return exitDone;
     }
@@ -162,6 +190,7 @@ int runPortRead(const context& shared, const portReadOptions& options)
     return exitDone;
 }
 
+/// Changes the chosen pins and no others. Asks before it drives a hub's reset line.
 int runPortWrite(const context& shared, const portWriteOptions& options)
 {
     const device which = portDevice(options.device, "port write", false);
@@ -180,10 +209,10 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
     throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
                "port write");
     if (shared.json) {
-        nlohmann::ordered_json result = head(which);
-        result["operation"] = operation.word;
-        result["bits"] = bits;
-        result["mask"] = copies ? mask : bits;
+        jsonValue result = head(which);
+        result.add("operation", operation.word);
+        result.add("bits", bits);
+        result.add("mask", copies ? mask : bits);
         standardOutput().json(result);
     } else if (copies) {
         standardOutput().text(
@@ -213,9 +242,9 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
     throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
     if (shared.json) {
-        nlohmann::ordered_json result = head(which);
-        result["function"] = function.word;
-        result["value"] = value;
+        jsonValue result = head(which);
+        result.add("function", function.word);
+        result.add("value", value);
         standardOutput().json(result);
     } else {
         standardOutput().text(
@@ -223,6 +252,64 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
                             : fmt::format("{}: {} is 0x{:02X}\n", escaped(which.label), function.word, value));
     }
     return exitDone;
+}
+
+void addRead(command area, context& shared)
+{
+    const auto reading = std::make_shared<portReadOptions>();
+    command read = addVerb(area, "read", "read the levels of the pins");
+    addDevice(read, reading->device);
+    read.number("--mask", reading->mask, "the pins that are wanted, as bits", 0, allBits);
+    addSpeed(read, reading->speedKhz, usualSpeed);
+    runs(read, shared, reading, runPortRead);
+}
+
+void addWrite(command area, context& shared)
+{
+    const auto writing = std::make_shared<portWriteOptions>();
+    command write = addVerb(area, "write", "change outputs; pins that are not chosen stay as they are",
+                            "Operations: low, high; on (low), off (let go), blink0, blink1 for LED drivers;\n"
+                            "copy sets the pins of --mask to the levels in BITS. A pin of an I/O expander\n"
+                            "must be an output to show it. Pin 15 of a PCA9552 at C0 or C2 is the reset line\n"
+                            "of two hubs: driving it asks first.\n"
+                            "  kestctl port write panel-leds on --pins 0,3-5\n"
+                            "  kestctl port write panel-leds copy 0x0A --mask 0x0F");
+    addDevice(write, writing->device);
+    write.text("OPERATION", writing->operation, "low, high, on, off, blink0, blink1 or copy", "").required();
+    write.text("BITS", writing->bits, "pins as bits, pin 0 in bit 0; for copy their levels", "");
+    write.text("--pins", writing->pins, "pins as a list instead: 0,3-5", "LIST");
+    write.text("--mask", writing->mask, "for copy: the pins to change, as bits; all otherwise", "N");
+    write.flag("--yes", writing->yes, "drive a hub's reset line without asking");
+    write.flag("--force", writing->force, "write also where a driver of the kernel has the device");
+    addSpeed(write, writing->speedKhz, usualSpeed);
+    runs(write, shared, writing, runPortWrite);
+}
+
+void addConfig(command area, context& shared)
+{
+    const auto configuring = std::make_shared<portConfigOptions>();
+    command config = addVerb(area, "config", "set pin directions, blink rates or polarity",
+                             "Functions: input, output (pins) and polarity0, polarity1 (a byte) of I/O\n"
+                             "expanders; prescaler0, duty0, prescaler1, duty1 (a byte) of LED drivers.\n"
+                             "  kestctl port config straps output --pins 4-7\n"
+                             "  kestctl port config panel-leds prescaler0 43");
+    addDevice(config, configuring->device);
+    config.text("FUNCTION", configuring->function, "what to set", "").required();
+    config.text("VALUE", configuring->value, "pins as bits, or the register's byte", "");
+    config.text("--pins", configuring->pins, "pins as a list instead: 0,3-5", "LIST");
+    config.flag("--force", configuring->force, "write also where a driver of the kernel has the device");
+    addSpeed(config, configuring->speedKhz, usualSpeed);
+    runs(config, shared, configuring, runPortConfig);
+}
+
+} // namespace
+
+void addPort(command program, context& shared)
+{
+    const command area = addArea(program, "port", "pins of LED drivers and I/O expanders (PCA9551, 9552, 9554, 9555)");
+    addRead(area, shared);
+    addWrite(area, shared);
+    addConfig(area, shared);
 }
 
 } // namespace kest::tools

@@ -1,26 +1,31 @@
+#include "tools/kestctl/scan.h"
+
 #include <algorithm>
 #include <array>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
 
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/inventory.h"
+#include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
-#include "tools/kestctl/busareas.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
 
+struct scanOptions {
+    std::string bus; ///< path, or a device on it
+    std::string node;
+};
+
 using host::iic::presence;
 using host::iic::scanResult;
-using nlohmann::ordered_json;
-
 constexpr unsigned addresses7 = 128;
 constexpr unsigned columns = 16;
 
@@ -117,39 +122,28 @@ void showList(const inventory& all, const busName& bus, const std::vector<scanRe
     }
 }
 
-ordered_json rowJson(const inventory& all, const busName& bus, const scanResult& result)
+jsonValue rowJson(const inventory& all, const busName& bus, const scanResult& result)
 {
     const inventoryItem* item = all.find(bus, result.address);
-    ordered_json row{
-        {"address", result.address}, {"address7", result.address >> 1U}, {"state", stateText(result.state)}};
+    jsonValue row{{"address", result.address}, {"address7", result.address >> 1U}, {"state", stateText(result.state)}};
     if (result.state == presence::uncertain) {
-        row["reason"] = result.reason;
+        row.add("reason", result.reason);
     }
     if (item != nullptr) {
-        row["type"] = item->chip;
-        row["name"] = item->name;
+        row.add("type", item->chip);
+        row.add("name", item->name);
     }
     return row;
 }
 
-busName chosenBus(const std::string& name, const std::string& node)
-{
-    busName bus = findBus(name);
-    if (!node.empty()) {
-        bus.node = node;
-    }
-    return bus;
-}
-
-} // namespace
-
+/// Probes every address of a bus that can be probed without harm, and shows a grid.
 int runScan(const context& shared, const scanOptions& options)
 {
-    const busName bus = chosenBus(options.bus, options.node);
+    const busName bus = findBus(options.bus, options.node);
     const std::vector<scanResult> results = openBus(bus)->scan();
     const inventory all;
     if (shared.json) {
-        ordered_json rows = ordered_json::array();
+        jsonList rows;
         for (const scanResult& result : results) {
             if (result.state != presence::absent) {
                 rows.push_back(rowJson(all, bus, result));
@@ -163,16 +157,18 @@ int runScan(const context& shared, const scanOptions& options)
     return exitDone;
 }
 
-int runReset(const context& shared, const resetOptions& options)
+} // namespace
+
+void addScan(command program, context& shared)
 {
-    const busName bus = chosenBus(options.bus, options.node);
-    resetBus(bus);
-    if (shared.json) {
-        standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"reset", true}});
-    } else {
-        standardOutput().text(escaped(busText(bus)) + ": reset, the bus is free\n");
-    }
-    return exitDone;
+    const auto options = std::make_shared<scanOptions>();
+    command verb = addVerb(program, "scan", "show what answers on a bus, as a grid",
+                           "The grid has 7-bit addresses, as other tools show them; the list below it has\n"
+                           "both forms. Marks: a number, something answers; --, nothing does; UU, a driver\n"
+                           "of the kernel has it and it was not asked; ??, it can't be told. Nothing is\n"
+                           "written to any device.");
+    addBus(verb, options->bus, options->node);
+    runs(verb, shared, options, runScan);
 }
 
 } // namespace kest::tools

@@ -1,13 +1,16 @@
+#include "tools/kestctl/simnew.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <span>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -15,13 +18,17 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
+#include "tools/kestctl/area.h"
 #include "tools/kestctl/embedded.h"
-#include "tools/kestctl/sim.h"
 
 namespace kest::tools
 {
 namespace
 {
+
+struct simNewOptions {
+    std::string folder;
+};
 
 /// What an image of the demo machine begins with.
 struct demoContent {
@@ -146,8 +153,7 @@ void makeMachine(const std::filesystem::path& folder)
     }
 }
 
-} // namespace
-
+/// Refuses a folder that has anything in it.
 int runSimNew(const context& shared, const simNewOptions& options)
 {
     const std::filesystem::path folder = options.folder;
@@ -165,6 +171,19 @@ int runSimNew(const context& shared, const simNewOptions& options)
                         escaped(shellWord(configuration))));
     }
     return exitDone;
+}
+
+} // namespace
+
+void addSimNew(command area, context& shared)
+{
+    const auto options = std::make_shared<simNewOptions>();
+    command verb = addVerb(area, "new", "write a demo machine and its configuration into a new folder");
+    verb.text("DIR", options->folder, "folder to make", "").required();
+    verb.whenGiven([&shared, options] {
+        shared.needsConfiguration = false;
+        shared.action = [&shared, options] { return runSimNew(shared, *options); };
+    });
 }
 
 } // namespace kest::tools

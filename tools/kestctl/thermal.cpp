@@ -1,23 +1,32 @@
 #include "tools/kestctl/thermal.h"
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
+#include <optional>
 
 #include "kest/thermal.h"
 #include "tools/common/device.h"
+#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/guard.h"
+#include "tools/common/json.h"
 #include "tools/common/output.h"
 #include "tools/common/when.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
+
+struct thermalReadOptions {
+    std::string device;
+    std::optional<std::uint64_t> intervalNs; ///< --watch
+    std::uint64_t count = 0; ///< of samples with --watch; 0 until stopped
+};
 
 constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
 
@@ -53,6 +62,15 @@ std::uint16_t readSample(const device& which)
             .code = exitFailed, .what = "the reading is not valid", .device = which.label, .step = "thermal read"};
     }
     return info.temperature;
+}
+
+/// Degrees Celsius of a sensor's raw word: an LM75's has 9 or 11 bits at the top, an LM92's 13 with alarms below.
+double celsius(kest_deviceType type, std::uint16_t raw)
+{
+    // Two's complement at the top of the word: 13 bits of 1/16 degree, alarms below; or 11 bits of 1/8 degree, of which
+    // a part with 9 bits leaves the last two 0.
+    const auto word = static_cast<std::int16_t>(raw);
+    return type == KEST_DEV_92 ? (word >> 3) / 16.0 : (word >> 5) / 8.0;
 }
 
 void show(const context& shared, const device& which, std::uint16_t raw, bool oneLine)
@@ -104,16 +122,8 @@ int watch(const context& shared, const device& which, const thermalReadOptions& 
     return code;
 }
 
-} // namespace
-
-double celsius(kest_deviceType type, std::uint16_t raw)
-{
-    // Two's complement at the top of the word: 13 bits of 1/16 degree, alarms below; or 11 bits of 1/8 degree, of which
-    // a part with 9 bits leaves the last two 0.
-    const auto word = static_cast<std::int16_t>(raw);
-    return type == KEST_DEV_92 ? (word >> 3) / 16.0 : (word >> 5) / 8.0;
-}
-
+/// Prints the sensor's raw word and degrees; with an interval until SIGINT or SIGTERM, one line (of JSON) for each
+/// sample.
 int runThermalRead(const context& shared, const thermalReadOptions& options)
 {
     const device which = findDevice(options.device);
@@ -124,6 +134,21 @@ int runThermalRead(const context& shared, const thermalReadOptions& options)
     }
     show(shared, which, readSample(which), false);
     return exitDone;
+}
+
+} // namespace
+
+void addThermal(command program, context& shared)
+{
+    const command area = addArea(program, "thermal", "temperature sensors (LM75, LM92)");
+    const auto options = std::make_shared<thermalReadOptions>();
+    command read = addVerb(area, "read", "read a sensor: degrees Celsius and its raw word");
+    addDevice(read, options->device);
+    const option watch = read.read(
+        "--watch", [options](const std::string& text) { options->intervalNs = parseSeconds(text, "--watch"); },
+        "read again every so many seconds until interrupted, one line each", "SECONDS");
+    read.number("--count", options->count, "end after N readings", 1).needs(watch);
+    runs(read, shared, options, runThermalRead);
 }
 
 } // namespace kest::tools

@@ -1,28 +1,33 @@
-#include <algorithm>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include "tools/kestctl/topology.h"
 
-#include "platform/host/configuration/configuration.h"
+#include <algorithm>
+#include <fmt/core.h>
+
 #include "tools/common/bus.h"
+#include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/inventory.h"
+#include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/presence.h"
-#include "tools/kestctl/busareas.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
 
-using nlohmann::ordered_json;
+struct topologyOptions {
+    bool probe = false; ///< ask each device whether it is there
+};
 
 /// A bus, a device, or a port of a hub; what hangs on it.
 struct branch {
     std::string label;
-    ordered_json row;
+    jsonValue row;
+    bool isDevice = false;
     std::vector<branch> branches;
 };
 
@@ -98,9 +103,10 @@ private:
         if (!state.empty()) {
             label =
                 trimmed(label) + "  " + standardOutput().paint(state == "present" ? colour::green : colour::red, state);
-            result.row["state"] = state;
+            result.row.add("state", state);
         }
         result.label = trimmed(label);
+        result.isDevice = true;
         addPorts(item, result);
         return result;
     }
@@ -132,27 +138,26 @@ void show(const branch& what, const std::string& indent)
     }
 }
 
-ordered_json asJson(const branch& what)
+jsonValue asJson(const branch& what)
 {
-    ordered_json row = what.row;
-    ordered_json below = ordered_json::array();
+    jsonValue row = what.row;
+    jsonList below;
     for (const branch& next : what.branches) {
         below.push_back(asJson(next));
     }
-    if (!row.contains("address")) {
-        row["devices"] = below;
+    if (!what.isDevice) {
+        row.add("devices", below);
     } else if (!below.empty()) {
-        row["ports"] = below;
+        row.add("ports", below);
     }
     return row;
 }
 
-} // namespace
-
+/// Shows buses, hubs with their ports, and devices: those of the device table and of the simulated machine.
 int runTopology(const context& shared, const topologyOptions& options)
 {
     const treeBuilder builder(options.probe);
-    ordered_json rows = ordered_json::array();
+    jsonList rows;
     for (const busName& name : builder.buses()) {
         const branch bus = builder.bus(name);
         rows.push_back(asJson(bus));
@@ -170,39 +175,15 @@ int runTopology(const context& shared, const topologyOptions& options)
     return builder.trouble().empty() ? exitDone : exitWrongUse;
 }
 
-int runDevices(const context& shared, const devicesOptions&)
+} // namespace
+
+void addTopology(command program, context& shared)
 {
-    const auto& table = host::currentConfiguration().devices;
-    ordered_json rows = ordered_json::array();
-    int code = exitDone;
-    for (const host::deviceEntry& entry : table) {
-        std::string chip = "?";
-        try {
-            const device which = parseDeviceText(entry.location);
-            chip = which.end().type->chip;
-            if (const std::optional<device> other = otherTypeAt(which)) {
-                throw wrongUse(fmt::format("'{}': the device table has {}, {}, there, too", entry.location,
-                                           aChip(*other->end().type), other->label));
-            }
-        } catch (const failure& why) {
-            std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
-            code = exitWrongUse;
-        }
-        rows.push_back({{"number", entry.number},
-                        {"position", entry.position},
-                        {"name", entry.name},
-                        {"type", chip},
-                        {"text", entry.location}});
-        if (!shared.json) {
-            standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}\n", entry.number,
-                                              entry.position == 0 ? "" : fmt::format("/{}", entry.position),
-                                              escaped(entry.name), chip, escaped(entry.location)));
-        }
-    }
-    if (shared.json) {
-        standardOutput().json({{"devices", rows}});
-    }
-    return code;
+    const auto options = std::make_shared<topologyOptions>();
+    command verb = addVerb(program, "topology", "show buses, hubs with their ports, and devices as a tree",
+                           "Devices come from the device table and the simulated machine.");
+    verb.flag("--probe", options->probe, "ask each device whether it is there");
+    runs(verb, shared, options, runTopology);
 }
 
 } // namespace kest::tools

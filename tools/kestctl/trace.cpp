@@ -1,23 +1,33 @@
+#include "tools/kestctl/trace.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
+#include <optional>
 
+#include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/trace/reader.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/json.h"
 #include "tools/common/output.h"
 #include "tools/common/when.h"
-#include "tools/kestctl/records.h"
+#include "tools/kestctl/area.h"
 
 namespace kest::tools
 {
 namespace
 {
 
-using nlohmann::ordered_json;
+struct traceOptions {
+    std::optional<std::uint32_t> pid; ///< one process
+    std::string buffer; ///< one buffer: "kest", "IIC"; empty all
+    std::uint32_t last = 0; ///< the latest so many records; 0 all
+    bool list = false; ///< the rings, not their records
+    std::string folder; ///< of rings to read instead of the configured one
+};
 
 constexpr std::int64_t nsPerMs = 1'000'000;
 // shown of a binary record
@@ -56,7 +66,7 @@ std::vector<host::ringInfo> ringsOf(const traceOptions& options, int& code)
     return rings;
 }
 
-ordered_json ringJson(const host::ringInfo& ring)
+jsonValue ringJson(const host::ringInfo& ring)
 {
     return {{"process_id", ring.pid},
             {"process", ring.processName},
@@ -66,32 +76,23 @@ ordered_json ringJson(const host::ringInfo& ring)
             {"file", ring.file.string()}};
 }
 
-ordered_json bytesJson(const std::vector<std::uint8_t>& bytes)
-{
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        text += fmt::format("{:02x}", byte);
-    }
-    return text;
-}
-
-ordered_json recordJson(const shownRecord& shown)
+jsonValue recordJson(const shownRecord& shown)
 {
     const host::traceRecord& record = shown.record;
-    ordered_json row{{"time_ns", record.timeNs},
-                     {"process_id", shown.ring.pid},
-                     {"process", shown.ring.processName},
-                     {"buffer", shown.ring.buffer},
-                     {"thread", record.thread},
-                     {"hash", record.hash},
-                     {"line", record.line},
-                     {"cut", record.cut}};
+    jsonValue row{{"time_ns", record.timeNs},
+                  {"process_id", shown.ring.pid},
+                  {"process", shown.ring.processName},
+                  {"buffer", shown.ring.buffer},
+                  {"thread", record.thread},
+                  {"hash", record.hash},
+                  {"line", record.line},
+                  {"cut", record.cut}};
     if (record.binary) {
-        row["header"] = bytesJson(record.header);
-        row["data"] = bytesJson(record.data);
-        row["data_size"] = record.dataSize;
+        row.add("header", hexDigits(record.header));
+        row.add("data", hexDigits(record.data));
+        row.add("data_size", record.dataSize);
     } else {
-        row["text"] = record.text;
+        row.add("text", record.text);
     }
     return row;
 }
@@ -99,7 +100,7 @@ ordered_json recordJson(const shownRecord& shown)
 void showRings(const context& shared, const std::vector<host::ringInfo>& rings)
 {
     if (shared.json) {
-        ordered_json rows = ordered_json::array();
+        jsonList rows;
         for (const host::ringInfo& ring : rings) {
             rows.push_back(ringJson(ring));
         }
@@ -131,8 +132,6 @@ std::vector<shownRecord> recordsOf(const std::vector<host::ringInfo>& rings, int
     return records;
 }
 
-} // namespace
-
 int runTrace(const context& shared, const traceOptions& options)
 {
     int code = exitDone;
@@ -155,6 +154,26 @@ int runTrace(const context& shared, const traceOptions& options)
         }
     }
     return code;
+}
+
+} // namespace
+
+void addTrace(command program, context& shared)
+{
+    const auto options = std::make_shared<traceOptions>();
+    command verb = addVerb(program, "trace", "show what processes traced, also ended ones, oldest first");
+    verb.read(
+        "--pid",
+        [options](const std::string& text) {
+            options->pid =
+                static_cast<std::uint32_t>(parseNumber(text, "--pid", std::numeric_limits<std::uint32_t>::max()));
+        },
+        "of one process", "N");
+    verb.text("--buffer", options->buffer, "of one buffer: kest, IIC", "NAME");
+    verb.number("--last", options->last, "the latest N records", 1);
+    verb.flag("--list", options->list, "list processes and buffers instead");
+    verb.text("--folder", options->folder, "read this folder's rings", "DIR");
+    runs(verb, shared, options, runTrace);
 }
 
 } // namespace kest::tools

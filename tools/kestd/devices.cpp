@@ -1,10 +1,10 @@
 #include "tools/kestd/devices.h"
 
 #include <algorithm>
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "platform/host/iic/paths.h"
-#include "tools/common/device.h"
+#include "tools/common/devicetext.h"
 #include "tools/common/failure.h"
 
 namespace kest::service

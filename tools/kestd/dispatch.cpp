@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <memory>
 #include <new>
 #include <optional>

@@ -1,12 +1,13 @@
 /// kestd: serves SEEPROM requests of other processes over a Unix-domain socket.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
+#include <cstdio>
 #include <exception>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <malloc.h>
+#include <optional>
+#include <string>
 
 #include "platform/host/configuration/configuration.h"
+#include "tools/common/commandline.h"
 #include "tools/common/startup.h"
 #include "tools/kestd/service.h"
 #include "tools/kestd/systemd.h"
@@ -73,17 +74,16 @@ int main(int argc, char** argv)
     // A heap for each thread would keep what its busiest moment took
     mallopt(M_ARENA_MAX, 2);
     options wanted;
-    CLI::App app("Serves requests to read and write SEEPROMs over a Unix-domain socket.");
-    app.footer(footer);
-    app.set_version_flag("--version", "kestd " KEST_VERSION, "show the version and end");
-    app.add_option("--config", wanted.config, "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml")
-        ->type_name("FILE");
-    app.add_option("--socket", wanted.socket, "listen here instead of at the configured path")->type_name("PATH");
+    kest::tools::commandLine line("Serves requests to read and write SEEPROMs over a Unix-domain socket.");
+    kest::tools::command program = line.root();
+    program.footer(footer);
+    program.versionFlag("kestd " KEST_VERSION);
+    program.text("--config", wanted.config, "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml",
+                 "FILE");
+    program.text("--socket", wanted.socket, "listen here instead of at the configured path", "PATH");
     try {
-        app.parse(argc, argv);
-        return serve(wanted);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : exitWrongUse;
+        const std::optional<int> end = line.parseOrExit(argc, argv, exitWrongUse);
+        return end ? *end : serve(wanted);
     } catch (const std::exception& error) {
         return fail(exitFailed, error.what());
     }

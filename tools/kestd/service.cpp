@@ -6,7 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <new>
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -1,0 +1,76 @@
+#include "tools/common/accessmode.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fmt/core.h>
+#include <string_view>
+#include <vector>
+
+#include "platform/host/configuration/configuration.h"
+#include "platform/host/vpd/copies.h"
+#include "tools/common/device.h"
+#include "tools/common/failure.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+struct modeRow {
+    const char* word;
+    accessMode mode;
+    std::string_view registry; ///< what the registry's value begins with; empty: it has none
+};
+
+constexpr std::array modes{
+    modeRow{"hardware", accessMode::hardware, "HWareMode"}, modeRow{"file", accessMode::file, "FileMode"},
+    modeRow{"mixed", accessMode::mixed, "MixedMode"}, modeRow{"registry", accessMode::registry, ""}};
+
+/// @return registry when the value is none of the library's modes
+accessMode registryMode()
+{
+    const auto& registry = host::currentConfiguration().registry;
+    const auto value = registry.find("tavo/ReadMode");
+    const std::string text = value == registry.end() ? "" : value->second;
+    const auto* row = std::ranges::find_if(
+        modes, [&text](const modeRow& mode) { return !mode.registry.empty() && text.starts_with(mode.registry); });
+    return row == modes.end() ? accessMode::registry : row->mode;
+}
+
+/// Whether there is a copy that the device can be served from. One that can't be looked at is the library's to complain
+/// of.
+bool hasCopy(const device& which)
+{
+    std::vector<std::uint8_t> none;
+    std::uint64_t sizeBytes = 0;
+    const int error = host::readCopyPart(which.number, 0, 0, none, sizeBytes);
+    return copyIsItsOwn(which) && (error == 0 ? sizeBytes != 0 : error != ENOENT);
+}
+
+} // namespace
+
+accessMode parseMode(const std::string& word)
+{
+    const auto* found = std::ranges::find_if(modes, [&](const modeRow& row) { return word == row.word; });
+    if (found == modes.end()) {
+        throw wrongUse(fmt::format("mode '{}': expected hardware, file, mixed or registry", word));
+    }
+    return found->mode;
+}
+
+const char* modeWord(accessMode mode) { return std::ranges::find(modes, mode, &modeRow::mode)->word; }
+
+accessMode settledMode(const device& which, accessMode mode)
+{
+    const accessMode asked = mode == accessMode::registry ? registryMode() : mode;
+    if (asked == accessMode::file) {
+        refuseForeignCopy(which);
+    }
+    if (asked == accessMode::mixed) {
+        return hasCopy(which) ? accessMode::file : accessMode::hardware;
+    }
+    return asked;
+}
+
+} // namespace kest::tools

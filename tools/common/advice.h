@@ -1,0 +1,23 @@
+/// What an `errno` of the IIC layer or the system means to the user of a program.
+#pragma once
+
+#include <string>
+
+#include "tools/common/devicetext.h"
+#include "tools/common/failure.h"
+
+namespace kest::tools
+{
+
+struct errnoAdvice {
+    exitCode code;
+    std::string what;
+    std::string tryThis;
+};
+/// @param bus  on which it happened: hints name it, and a simulated one is looked up for what is wrong with it
+[[nodiscard]] errnoAdvice adviceFor(int error, const busName& bus);
+
+/// Puts the bus in the place of the word BUS at the end of commands: "'kestctl scan BUS' shows ...".
+void nameBus(std::string& advice, const busName& bus);
+
+} // namespace kest::tools

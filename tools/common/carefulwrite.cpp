@@ -1,0 +1,137 @@
+#include "tools/common/carefulwrite.h"
+
+#include <algorithm>
+#include <fmt/core.h>
+
+#include "tools/common/bus.h"
+#include "tools/common/entryfailure.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+#include "tools/common/undofile.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+/// The first byte behind the page of an offset.
+std::uint32_t endOfPage(std::uint32_t at, std::uint32_t pageBytes) { return at / pageBytes * pageBytes + pageBytes; }
+
+std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
+{
+    return range.length == 0 ? 0 : (range.offset + range.length - 1) / pageBytes - range.offset / pageBytes + 1;
+}
+
+/// What is certain after a write that failed, by reading back: never what the failed write itself reported.
+std::string whatIsCertain(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
+{
+    try {
+        const byteVector now = chip.read(range, "read back");
+        const auto equal = std::ranges::mismatch(wanted, now).in1 - wanted.begin();
+        return fmt::format("the first {} of {} bytes are certain (read back)", equal, range.length);
+    } catch (const failure&) {
+        return "how many bytes arrived is not known: reading back failed, too";
+    }
+}
+
+/// Reads back and compares. A read that differs is not believed alone: it may be the read that went wrong.
+void verifyWritten(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
+{
+    const byteVector first = chip.read(range, "verify");
+    if (std::ranges::equal(wanted, first)) {
+        return;
+    }
+    const byteVector now = chip.read(range, "verify");
+    chip.noteWavering(range.offset, first, now);
+    const auto equal = static_cast<std::uint32_t>(std::ranges::mismatch(wanted, now).in1 - wanted.begin());
+    if (equal == range.length) {
+        return;
+    }
+    const std::uint32_t at = range.offset + equal;
+    failure why{.code = exitVerifyFailed,
+                .what = fmt::format("what was read back differs from offset {} (0x{:X}) on: wrote {:02x}, read {:02x}",
+                                    at, at, wanted[equal], now[equal]),
+                .tryThis = first == now ? "the chip may be write-protected"
+                                        : "two reads differ, too: try --voted 5, or a lower --speed",
+                .device = chip.target().label,
+                .step = "verify"};
+    logFailure(why,
+               {.reason = reasonVerifyDiffers, .words = {at, wanted[equal], now[equal]}, .text = chip.target().text});
+    throw why;
+}
+
+void writeRanges(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes,
+                 const std::vector<byteRange>& ranges, const std::string& undoFile)
+{
+    try {
+        for (const byteRange& range : ranges) {
+            chip.write(range.offset, bytes.subspan(range.offset - whole.offset, range.length));
+        }
+    } catch (failure& why) {
+        why.what += "; " + whatIsCertain(chip, whole, bytes);
+        if (!undoFile.empty()) {
+            why.tryThis = fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
+        }
+        throw;
+    }
+}
+
+} // namespace
+
+std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
+                                      std::span<const unsigned char> present, std::uint32_t pageBytes, bool all)
+{
+    std::vector<byteRange> ranges;
+    const std::uint32_t end = range.offset + range.length;
+    for (std::uint32_t at = range.offset; at < end;) {
+        const std::uint32_t next = std::min(end, endOfPage(at, pageBytes));
+        const auto first = at - range.offset;
+        const auto count = next - at;
+        if (all || !std::ranges::equal(wanted.subspan(first, count), present.subspan(first, count))) {
+            if (!ranges.empty() && ranges.back().offset + ranges.back().length == at) {
+                ranges.back().length += count;
+            } else {
+                ranges.push_back({at, count});
+            }
+        }
+        at = next;
+    }
+    return ranges;
+}
+
+writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
+                           const carefulWriteOptions& options)
+{
+    const byteRange whole{offset, static_cast<std::uint32_t>(bytes.size())};
+    const std::uint32_t pageBytes = chip.pageBytes();
+    const byteVector old = chip.read(whole, "read the old bytes");
+    const auto ranges = differingPages(whole, bytes, old, pageBytes, options.allPages);
+    const device& target = chip.target();
+    writeReport report;
+    for (const byteRange& range : ranges) {
+        report.bytesWritten += range.length;
+        report.pagesWritten += pagesIn(range, pageBytes);
+    }
+    report.pagesSkipped = pagesIn(whole, pageBytes) - report.pagesWritten;
+    if (options.dryRun || ranges.empty()) {
+        report.verified = ranges.empty();
+        return report;
+    }
+    if (chip.touchesHardware()) {
+        refuseDoubtfulWrite(target, options.force);
+        confirm(fmt::format("{}: write {} ({}) at {}?", target.label, countText(report.bytesWritten, "byte"),
+                            countText(report.pagesWritten, "page"), addressText(target.end().address)),
+                options.yes);
+    }
+    report.undoFile = saveUndo(dumpOf(chip, offset, old));
+    writeRanges(chip, whole, bytes, ranges, report.undoFile);
+    if (options.verify) {
+        verifyWritten(chip, whole, bytes);
+        report.verified = true;
+    }
+    return report;
+}
+
+} // namespace kest::tools

@@ -1,0 +1,124 @@
+/// Command lines of the programs: subcommands and options, their help and their complaints. The option parser itself
+/// takes long to compile; it is included by the source of this header and nowhere else.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/common/number.h"
+
+namespace CLI
+{
+class App;
+class Option;
+} // namespace CLI
+
+namespace kest::tools
+{
+
+/// An option or argument that a command has.
+class option
+{
+public:
+    explicit option(CLI::Option& made) : m_made(&made) {}
+
+    /// The command needs it.
+    option& required();
+    /// It goes with the other one alone.
+    option& needs(const option& other);
+
+private:
+    CLI::Option* m_made;
+};
+
+/// Reads the text of an option. Throws a `failure` (exit code 2) when it does not like it.
+using textReader = std::function<void(const std::string& text)>;
+
+/// A program, or a subcommand of it. Targets of options must live until the command line has been parsed. An option's
+/// names are "--output" or "-o,--output", an argument's one word.
+class command
+{
+public:
+    explicit command(CLI::App& made) : m_made(&made) {}
+
+    /// A subcommand.
+    command add(const std::string& name, const std::string& help);
+    /// Shown below the options.
+    void footer(const std::string& text);
+    /// One subcommand must be given.
+    void requireSubcommand();
+    /// Options that the command does not know are looked up in the command above it.
+    void fallThrough();
+    /// Called when the command line names this subcommand, once all of it has been read.
+    void whenGiven(std::function<void()> action);
+
+    /// @param valueName  what stands for the value in the help; empty for an argument whose name says enough
+    option text(const std::string& names, std::string& target, const std::string& help,
+                const std::string& valueName = "TEXT");
+    /// An argument that can be given several times.
+    option texts(const std::string& names, std::vector<std::string>& target, const std::string& help,
+                 const std::string& valueName);
+    option real(const std::string& names, double& target, const std::string& help, const std::string& valueName);
+    option read(const std::string& names, textReader reader, const std::string& help, const std::string& valueName);
+    /// @param complaint  returns what is wrong with a text, empty when nothing is
+    option checked(const std::string& names, std::string& target, const std::string& help, const std::string& valueName,
+                   std::function<std::string(const std::string& text)> complaint);
+    option flag(const std::string& names, bool& target, const std::string& help);
+    /// A flag that clears its target.
+    option clearingFlag(const std::string& names, bool& target, const std::string& help);
+    void versionFlag(const std::string& text);
+
+    /// A number, decimal or hexadecimal after 0x.
+    template <typename Number>
+    option number(const std::string& name, Number& target, const std::string& help, std::uint64_t minimum = 0,
+                  std::uint64_t maximum = std::numeric_limits<Number>::max())
+    {
+        return read(
+            name,
+            [&target, name, minimum, maximum](const std::string& text) {
+                target = static_cast<Number>(parseNumber(text, name, maximum, minimum));
+            },
+            help, "N");
+    }
+
+private:
+    CLI::App* m_made;
+};
+
+/// A program's command line.
+class commandLine
+{
+public:
+    /// @param name  of the program in its help; empty: as it was called
+    explicit commandLine(const std::string& about, const std::string& name = {});
+    commandLine(const commandLine&) = delete;
+    commandLine& operator=(const commandLine&) = delete;
+    ~commandLine();
+
+    [[nodiscard]] command root() { return command(*m_app); }
+    /// Help for 80 columns, with the names in a narrow column.
+    void useNarrowHelp();
+
+    /// What parsing a command line came to.
+    struct outcome {
+        bool wrong = false;
+        std::string complaint; ///< what is wrong; without a line end
+        std::string command; ///< the subcommand that it is about: "kestctl port write"
+        std::optional<std::string> help; ///< what was asked for instead of a run: help or version
+    };
+    /// Fills in the targets of the options. What readers throw comes through.
+    [[nodiscard]] outcome parse(int count, char** words);
+    /// The same for a program without subcommands, in the words of the option parser.
+    /// @return the exit code to end with, after what there is to say was printed; nothing when the program goes on
+    [[nodiscard]] std::optional<int> parseOrExit(int count, char** words, int wrongUseCode);
+
+private:
+    std::unique_ptr<CLI::App> m_app;
+};
+
+} // namespace kest::tools

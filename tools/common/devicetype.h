@@ -1,0 +1,37 @@
+/// The device types of device texts.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "kest/address.h"
+
+namespace kest::tools
+{
+
+enum class deviceKind : std::uint8_t {
+    hub,
+    seeprom,
+    registers, ///< LED drivers and I/O expanders
+    sensor,
+    other
+};
+
+/// One device type of the device texts.
+struct deviceTypeInfo {
+    kest_deviceType type;
+    const char* code; ///< as a device text has it
+    const char* chip; ///< for people
+    deviceKind kind;
+    std::uint32_t bytes; ///< capacity, as far as it is read like a SEEPROM
+    std::uint32_t pageBytes; ///< of a SEEPROM
+    unsigned pins; ///< of a register device or sensor
+};
+[[nodiscard]] std::span<const deviceTypeInfo> deviceTypes();
+/// @return null for an unknown type
+[[nodiscard]] const deviceTypeInfo* findType(std::uint32_t type);
+/// @return the chip with its article: "an LM75"
+[[nodiscard]] std::string aChip(const deviceTypeInfo& type);
+
+} // namespace kest::tools

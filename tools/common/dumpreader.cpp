@@ -1,0 +1,167 @@
+#include "tools/common/dumpreader.h"
+
+#include <fmt/core.h>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "tools/common/files.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+using nlohmann::json;
+using kind = dumpReader::value::kind;
+
+/// Takes the events of the JSON parser. Values of keys inside of other values do not matter: no key has such a value.
+class eventTaker
+{
+public:
+    using values = std::map<std::string, dumpReader::value>;
+
+    /// @param reader  for complaints
+    eventTaker(const dumpReader& reader, values& taken) : m_reader(reader), m_taken(taken) {}
+
+    [[nodiscard]] bool rootIsObject() const { return m_rootIsObject; }
+
+    // The names are the parser's.
+    bool null() { return takeOther(); }
+    bool boolean(bool /*truth*/) { return takeOther(); }
+    bool number_integer(json::number_integer_t /*number*/) { return takeOther(); }
+    bool number_float(json::number_float_t /*number*/, const std::string& /*digits*/) { return takeOther(); }
+    bool binary(json::binary_t& /*bytes*/) { return takeOther(); }
+    bool number_unsigned(json::number_unsigned_t number)
+    {
+        if (!isFieldsValue()) {
+            return takeOther();
+        }
+        *m_current = {.what = kind::wholeNumber, .texts = {}, .number = number};
+        return true;
+    }
+    bool string(std::string& text)
+    {
+        if (isFieldsValue()) {
+            *m_current = {.what = kind::text, .texts = {text}};
+        } else if (m_depth == 2 && m_current != nullptr && m_current->what == kind::listOfTexts) {
+            m_current->texts.push_back(text);
+        }
+        return true;
+    }
+    bool start_object(std::size_t /*size*/)
+    {
+        takeOther();
+        m_rootIsObject = m_rootIsObject || m_depth == 0;
+        ++m_depth;
+        return true;
+    }
+    bool start_array(std::size_t /*size*/)
+    {
+        takeOther();
+        if (isFieldsValue()) {
+            *m_current = {.what = kind::listOfTexts, .texts = {}};
+        }
+        ++m_depth;
+        return true;
+    }
+    bool key(std::string& name)
+    {
+        if (m_depth == 1) {
+            const auto [place, isNew] = m_taken.try_emplace(name);
+            if (!isNew) {
+                throw m_reader.wrong(name, "is there twice");
+            }
+            m_current = &place->second;
+        }
+        return true;
+    }
+    bool end_object() { return close(); }
+    bool end_array() { return close(); }
+    static bool parse_error(std::size_t /*at*/, const std::string& /*token*/, const json::exception& /*why*/)
+    {
+        return false;
+    }
+
+private:
+    /// Whether the value at hand is that of a key. Elements of a list that is the whole file are not.
+    [[nodiscard]] bool isFieldsValue() const { return m_depth == 1 && m_current != nullptr; }
+
+    /// A value that is neither text nor whole number: of a key, or within its list.
+    bool takeOther()
+    {
+        if (m_current != nullptr) {
+            m_current->what = kind::other;
+        }
+        return true;
+    }
+    bool close()
+    {
+        --m_depth;
+        return true;
+    }
+
+    const dumpReader& m_reader;
+    values& m_taken;
+    dumpReader::value* m_current = nullptr; ///< of the key that was met last
+    int m_depth = 0;
+    bool m_rootIsObject = false;
+};
+
+} // namespace
+
+dumpReader::dumpReader(const std::string& fileName, const std::string& text) : m_fileName(fileName)
+{
+    eventTaker events(*this, m_values);
+    if (!json::sax_parse(text, &events) || !events.rootIsObject()) {
+        throw wrongUse(m_fileName + ": not a dump file (no JSON object)", "'kestctl seeprom dump' makes one");
+    }
+}
+
+std::string dumpReader::text(const std::string& key, const std::string& expected)
+{
+    return take(key, kind::text, expected).texts.front();
+}
+
+std::uint32_t dumpReader::number(const std::string& key)
+{
+    const std::string expected = "a whole number of 32 bits";
+    const std::uint64_t number = take(key, kind::wholeNumber, expected).number;
+    if (number > std::numeric_limits<std::uint32_t>::max()) {
+        throw wrong(key, "expected " + expected);
+    }
+    return static_cast<std::uint32_t>(number);
+}
+
+std::vector<unsigned char> dumpReader::data()
+{
+    std::vector<unsigned char> bytes;
+    for (const std::string& line : take("data", kind::listOfTexts, "texts of hexadecimal digits").texts) {
+        const auto more = parseHex(line, m_fileName + ": key \"data\"");
+        bytes.insert(bytes.end(), more.begin(), more.end());
+    }
+    return bytes;
+}
+
+void dumpReader::end() const
+{
+    if (!m_values.empty()) {
+        throw wrong(m_values.begin()->first, "is not known");
+    }
+}
+
+failure dumpReader::wrong(const std::string& key, const std::string& complaint) const
+{
+    return wrongUse(fmt::format("{}: key \"{}\": {}", m_fileName, key, complaint));
+}
+
+dumpReader::value dumpReader::take(const std::string& key, value::kind wanted, const std::string& expected)
+{
+    const auto found = m_values.find(key);
+    if (found == m_values.end() || found->second.what != wanted) {
+        throw wrong(key, "expected " + expected);
+    }
+    return std::move(m_values.extract(found).mapped());
+}
+
+} // namespace kest::tools

@@ -1,0 +1,217 @@
+#include "tools/common/entryfailure.h"
+
+#include <algorithm>
+#include <array>
+#include <fmt/core.h>
+
+#include "platform/host/errorlog/store.h"
+#include "tools/common/advice.h"
+#include "tools/common/bus.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+constexpr std::uint16_t componentKest = 0x1300;
+
+// SRC words: 1 component and module, 2 reason code, 4 the errno of a failed call of the IIC layer.
+constexpr unsigned wordReason = 2;
+constexpr unsigned wordErrno = 4;
+
+constexpr std::uint16_t componentTools = 0x1700;
+constexpr std::uint8_t moduleTools = 0;
+constexpr std::uint8_t dtlsDeviceText = 7;
+/// Of each buffer, for an entry of the tools' own.
+constexpr unsigned traceBytes = 1024;
+
+/// Reason code of a detect state that is neither present nor absent, and the states it tells of.
+constexpr std::uint32_t reasonDetectState = 0x1309;
+constexpr std::uint32_t stateSclHeld = 1;
+constexpr std::uint32_t stateSdaHeld = 2;
+
+/// Return code of a transfer through a silent hub, which was then reset.
+constexpr std::uint32_t codeHubWasReset = 0x41000000;
+
+constexpr std::uint32_t reasonBits = 0xFFFF;
+
+// Reason codes under which the library reports a failed call of the IIC layer, and those that say by themselves what is
+// wrong.
+constexpr std::array<std::uint32_t, 10> layerReasons{0x130B, 0x130C, 0x130D, 0x130E, 0x1311,
+                                                     0x1312, 0x1313, 0x1314, 0x1316, 0x1317};
+
+struct reasonRow {
+    std::uint32_t reason;
+    exitCode code;
+    const char* what;
+    const char* tryThis;
+    bool errnoTellsMore = false; ///< so this is what holds when it is not known
+};
+
+constexpr std::array reasonRows{
+    reasonRow{0x1306, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
+    reasonRow{0x130A, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
+    reasonRow{reasonDetectState, exitFailed, "the bus is held, or answers oddly",
+              "'kestctl reset BUS' frees a held bus"},
+    reasonRow{0x1319, exitFailed, "the hub calls the command malformed", ""},
+    reasonRow{0x131A, exitAbsent, "the device behind the hub does not answer", "check port and address"},
+    reasonRow{0x131B, exitFailed, "a bus behind the hub stays held", "power-cycle what holds it"},
+    reasonRow{0x131C, exitWrongUse, "the hub has no such port", "a 922 hub has ports 0 to 7"},
+    reasonRow{0x131D, exitFailed, "the transfer is too long for the hub", ""},
+    reasonRow{0x131E, exitFailed, "the hub reports a hardware fault", ""},
+    reasonRow{0x131F, exitFailed, "the hub reports a status that is not known", ""},
+    reasonRow{0x132A, exitFailed, "the hub's status can't be read", "try again"},
+    reasonRow{0x1315, exitWrongUse, "the device text is malformed", "see 'kestctl --help' for device texts"},
+    reasonRow{0x1302, exitWrongUse, "the chain of devices is not valid", "see 'kestctl --help' for device texts"},
+    reasonRow{0x1318, exitWrongUse, "there is no such node", "L is the local node, others are 0 to 7"},
+    reasonRow{0x1327, exitAbsent, "there is no device text for this number and position",
+              "the device table of the service has none"},
+    reasonRow{0x132D, exitWrongUse, "this device has no such register", ""},
+    reasonRow{0x1330, exitWrongUse, "the device is no SEEPROM", ""},
+    reasonRow{0x130B, exitAbsent, "the bus or its node is gone", "check the node map in kest.toml", true},
+    reasonRow{0x1311, exitAbsent, "nothing answers, or there is no such bus", "check bus, address and power", true},
+};
+
+/// @return the row of a reason code, null for one that says nothing by itself
+const reasonRow* rowOf(std::uint32_t reason)
+{
+    const auto* row = std::ranges::find(reasonRows, reason, &reasonRow::reason);
+    return row == reasonRows.end() ? nullptr : row;
+}
+
+/// Copies what a reason code says by itself. @return false when there is no row
+bool describeReason(const reasonRow* row, failure& why)
+{
+    if (row == nullptr) {
+        return false;
+    }
+    why.code = row->code;
+    why.what = row->what;
+    why.tryThis = row->tryThis;
+    return true;
+}
+
+void describeErrno(int error, const device& which, failure& why)
+{
+    const errnoAdvice advice = adviceFor(error, {which.bus, which.node});
+    why.code = advice.code;
+    why.what = advice.what;
+    why.tryThis = advice.tryThis;
+}
+
+/// Says what a detect state that is neither present nor absent means. Asks the device once more where the state tells
+/// nothing: the entry does not know more.
+void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
+{
+    const auto src = std::ranges::find_if(
+        entry.srcs, [](const host::loggedSrc& each) { return each.words[wordReason] == reasonDetectState; });
+    const std::uint32_t state = src == entry.srcs.end() ? 0 : src->words[wordErrno];
+    if (state == stateSclHeld || state == stateSdaHeld) {
+        why.what = state == stateSclHeld ? "the bus is held: SCL stays low" : "the bus is held: SDA stays low";
+        return;
+    }
+    const int error = errnoAt({which.bus, which.node}, which.end().address);
+    if (error != 0) {
+        describeErrno(error, which, why);
+    }
+}
+
+} // namespace
+
+int errnoOf(const host::loggedEntry& entry)
+{
+    const auto* const last = layerReasons.end();
+    const auto found = std::ranges::find_if(entry.srcs, [last](const host::loggedSrc& src) {
+        return src.words[wordErrno] != 0 && std::ranges::find(layerReasons, src.words[wordReason]) != last;
+    });
+    return found == entry.srcs.end() ? 0 : static_cast<int>(found->words[wordErrno]);
+}
+
+bool describeReturnCode(std::uint32_t returnCode, failure& why)
+{
+    if (returnCode == codeHubWasReset) {
+        why.code = exitAbsent;
+        why.what = "the hub did not answer and was reset";
+        why.tryThis = "try again: the next transfer can work";
+        return true;
+    }
+    return describeReason(rowOf(returnCode & reasonBits), why);
+}
+
+void describeEntry(const host::loggedEntry& entry, const device& which, failure& why)
+{
+    const reasonRow* const row = rowOf(entry.returnCode & reasonBits);
+    const bool isVerdict = entry.returnCode == codeHubWasReset || (row != nullptr && !row->errnoTellsMore);
+    const int error = isVerdict ? 0 : errnoOf(entry);
+    const auto isTold = [&why](const host::loggedSrc& src) {
+        const reasonRow* const said = rowOf(src.words[wordReason]);
+        return said != nullptr && !said->errnoTellsMore && describeReason(said, why);
+    };
+    if (error != 0) {
+        describeErrno(error, which, why);
+    } else if (isVerdict || std::ranges::none_of(entry.srcs, isTold)) {
+        describeReturnCode(entry.returnCode, why);
+    }
+    if (error == 0 && (entry.returnCode & reasonBits) == reasonDetectState && !which.links.empty()) {
+        describeDetectState(entry, which, why);
+    }
+    nameBus(why.tryThis, {which.bus, which.node});
+}
+
+failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step)
+{
+    failure why{.code = exitFailed, .what = "", .device = which.label, .step = step};
+    why.returnCode = entry->getRC();
+    describeEntry(host::describeEntry(*entry), which, why);
+    if (why.what.empty()) {
+        why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
+    }
+    entry->commit(componentKest, ERRL_ACTION_REPORT);
+    why.logId = entry->plid();
+    hintAtWrongForm(why, which);
+    if (why.tryThis.empty()) {
+        why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
+    }
+    return why;
+}
+
+void hintAtWrongForm(failure& why, const device& which)
+{
+    const std::string hint = why.code == exitAbsent ? wrongFormHint(which) : "";
+    if (!hint.empty()) {
+        why.tryThis = hint;
+    }
+}
+
+void logFailure(failure& why, const toolEntry& what)
+{
+    const bool verify = what.reason == reasonVerifyDiffers;
+    const auto entry = std::unique_ptr<ErrlEntry>(
+        new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
+                      moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
+                      what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
+    // no memory: the failure is reported all the same
+    if (entry == nullptr) {
+        return;
+    }
+    constexpr std::uint32_t usualFailure = 0x80000000;
+    why.returnCode = usualFailure | what.reason;
+    entry->setRC(why.returnCode);
+    entry->addProcedureCallout(SRCI_PRIORITY_HIGH, verify ? EPUB_PROCEDURE_IIC : EPUB_PROCEDURE_SOFTWARE);
+    entry->addUsrDtls(what.text.data(), static_cast<unsigned short>(what.text.size()), componentTools, 1,
+                      dtlsDeviceText);
+    for (const char* buffer : {"kest", "IIC"}) {
+        entry->CollectTrace(buffer, traceBytes);
+    }
+    entry->commit(componentTools, ERRL_ACTION_REPORT);
+    why.logId = entry->plid();
+}
+
+void throwEntry(ErrlEntry* entry, const device& which, const std::string& step)
+{
+    if (entry != nullptr) {
+        throw entryFailure(std::unique_ptr<ErrlEntry>(entry), which, step);
+    }
+}
+
+} // namespace kest::tools

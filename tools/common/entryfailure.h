@@ -1,0 +1,59 @@
+/// What entries of the error log mean to the user of a program, and entries for failures of the tools' own.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/errl.h"
+#include "tools/common/devicetext.h"
+#include "tools/common/failure.h"
+
+namespace kest::host
+{
+struct loggedEntry;
+}
+
+namespace kest::tools
+{
+
+/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means. Where
+/// nothing answers it probes for an address in the wrong form.
+/// @param entry  not null; gone afterwards
+[[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step);
+
+/// Throws entryFailure() when there is an entry.
+void throwEntry(ErrlEntry* entry, const device& which, const std::string& step);
+
+/// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
+[[nodiscard]] int errnoOf(const host::loggedEntry& entry);
+
+/// Fills in exit code, what happened and what to try, as an entry tells it: what the return code says is the whole
+/// transfer's verdict; else the failed call of the IIC layer is the cause, else the first reason known. Leaves `why` as
+/// it is when nothing is known.
+void describeEntry(const host::loggedEntry& entry, const device& which, failure& why);
+
+/// The same by the return code alone, for those who do not have the entry. @return false when it tells nothing
+bool describeReturnCode(std::uint32_t returnCode, failure& why);
+
+/// Reason codes of the tools' own failures.
+enum toolReason : std::uint16_t {
+    reasonVerifyDiffers = 0x1701, ///< words: offset, byte written, byte read
+    reasonUndoUnsaved = 0x1702, ///< words: errno
+};
+
+/// What the error log keeps of a failure that no function of the library made an entry for.
+struct toolEntry {
+    toolReason reason;
+    std::array<std::uint32_t, 4> words = {}; ///< user data 1 to 4
+    std::string text = {}; ///< device text
+};
+/// Commits an entry and puts its log id and return code into `why`.
+void logFailure(failure& why, const toolEntry& what);
+
+/// Puts a hint in the place of what to try when nothing answers there and the address looks like one in the wrong form.
+/// Probes.
+void hintAtWrongForm(failure& why, const device& which);
+
+} // namespace kest::tools

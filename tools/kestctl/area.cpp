@@ -1,0 +1,72 @@
+#include "tools/kestctl/area.h"
+
+#include <fmt/core.h>
+
+#include "tools/common/failure.h"
+
+namespace kest::tools
+{
+
+command addArea(command program, const std::string& name, const std::string& help)
+{
+    command area = program.add(name, help);
+    area.requireSubcommand();
+    area.fallThrough();
+    return area;
+}
+
+command addVerb(command area, const std::string& name, const std::string& help, const std::string& more)
+{
+    command verb = area.add(name, help);
+    verb.fallThrough();
+    verb.footer(more + (more.empty() ? "" : "\n") + "--json and --config FILE work here, too.");
+    return verb;
+}
+
+void runs(command verb, context& shared, int (*run)(const context&))
+{
+    verb.whenGiven([&shared, run] { shared.action = [&shared, run] { return run(shared); }; });
+}
+
+void addDevice(command verb, std::string& device)
+{
+    verb.text("DEVICE", device, "name, number or device text", "").required();
+}
+
+void addBus(command verb, std::string& bus, std::string& node)
+{
+    verb.text("BUS", bus, "/dev/i2c-N, sim:NAME, or a device on the bus", "").required();
+    verb.checked("--node", node, "node of the bus: L (local) or 0 to 7", "NODE", [](const std::string& text) {
+        return text == "L" || (text.size() == 1 && text[0] >= '0' && text[0] <= '7') ? "" : "expected L or 0 to 7";
+    });
+}
+
+/// Faster modes of the bus than fast-mode plus begin with a byte of their own, which nothing here sends.
+void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwise)
+{
+    const auto read = [&speedKhz](const std::string& text) {
+        constexpr std::uint64_t fastestKhz = 1000;
+        const std::uint64_t khz = parseNumber(text, "--speed", std::numeric_limits<std::uint32_t>::max());
+        if (khz == 0 || khz > fastestKhz) {
+            throw wrongUse(fmt::format("--speed {}: expected 1 to {} kHz; faster modes of the bus are not served", text,
+                                       fastestKhz));
+        }
+        speedKhz = static_cast<std::uint32_t>(khz);
+    };
+    verb.read("--speed", read, "bus speed in kHz; " + otherwise, "N");
+}
+
+void addVotes(command verb, std::uint32_t& votes)
+{
+    const auto read = [&votes](const std::string& text) {
+        constexpr std::uint64_t mostReads = 99;
+        const std::uint64_t reads = parseNumber(text, "--voted", mostReads, 1);
+        if (reads == 2) {
+            throw wrongUse("--voted 2: two reads that differ have no majority; take 3 or more");
+        }
+        votes = static_cast<std::uint32_t>(reads);
+    };
+    verb.read("--voted", read, "read N times and take the majority of each byte", "N");
+}
+
+} // namespace kest::tools

@@ -1,0 +1,45 @@
+/// Helpers of the areas for what they add to the command line.
+#pragma once
+
+#include <memory>
+
+#include "tools/common/commandline.h"
+#include "tools/kestctl/context.h"
+
+namespace kest::tools
+{
+
+/// An area with verbs.
+[[nodiscard]] command addArea(command program, const std::string& name, const std::string& help);
+
+/// A verb, or an area without verbs of its own. @param more  shown below the options
+[[nodiscard]] command addVerb(command area, const std::string& name, const std::string& help,
+                              const std::string& more = {});
+
+/// What the verb runs, with its options.
+template <typename Options>
+void runs(command verb, context& shared, const std::shared_ptr<Options>& options,
+          int (*run)(const context&, const Options&))
+{
+    verb.whenGiven(
+        [&shared, options, run] { shared.action = [&shared, options, run] { return run(shared, *options); }; });
+}
+
+/// What a verb without options runs.
+void runs(command verb, context& shared, int (*run)(const context&));
+
+/// The argument DEVICE.
+void addDevice(command verb, std::string& device);
+
+/// The argument BUS and the option --node.
+void addBus(command verb, std::string& bus, std::string& node);
+
+/// The option --speed. @param otherwise  the speed without it, for the help
+void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwise);
+
+/// The option --voted.
+void addVotes(command verb, std::uint32_t& votes);
+
+constexpr const char* usualSpeed = "400 otherwise";
+
+} // namespace kest::tools

@@ -1,0 +1,62 @@
+#include "tools/kestctl/devices.h"
+
+#include <cstdio>
+#include <fmt/core.h>
+#include <optional>
+
+#include "platform/host/configuration/configuration.h"
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/json.h"
+#include "tools/common/output.h"
+#include "tools/kestctl/area.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+int runDevices(const context& shared)
+{
+    const auto& table = host::currentConfiguration().devices;
+    jsonList rows;
+    int code = exitDone;
+    for (const host::deviceEntry& entry : table) {
+        std::string chip = "?";
+        try {
+            const device which = parseDeviceText(entry.location);
+            chip = which.end().type->chip;
+            if (const std::optional<device> other = otherTypeAt(which)) {
+                throw wrongUse(fmt::format("'{}': the device table has {}, {}, there, too", entry.location,
+                                           aChip(*other->end().type), other->label));
+            }
+        } catch (const failure& why) {
+            std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
+            code = exitWrongUse;
+        }
+        rows.push_back({{"number", entry.number},
+                        {"position", entry.position},
+                        {"name", entry.name},
+                        {"type", chip},
+                        {"text", entry.location}});
+        if (!shared.json) {
+            standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}\n", entry.number,
+                                              entry.position == 0 ? "" : fmt::format("/{}", entry.position),
+                                              escaped(entry.name), chip, escaped(entry.location)));
+        }
+    }
+    if (shared.json) {
+        standardOutput().json({{"devices", rows}});
+    }
+    return code;
+}
+
+} // namespace
+
+void addDevices(command program, context& shared)
+{
+    runs(addVerb(program, "devices", "list the device table: number, name, type, device text"), shared, runDevices);
+}
+
+} // namespace kest::tools

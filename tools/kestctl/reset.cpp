@@ -1,0 +1,42 @@
+#include "tools/kestctl/reset.h"
+
+#include "tools/common/bus.h"
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/output.h"
+#include "tools/kestctl/area.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+struct resetOptions {
+    std::string bus;
+    std::string node;
+};
+
+int runReset(const context& shared, const resetOptions& options)
+{
+    const busName bus = findBus(options.bus, options.node);
+    resetBus(bus);
+    if (shared.json) {
+        standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"reset", true}});
+    } else {
+        standardOutput().text(escaped(busText(bus)) + ": reset, the bus is free\n");
+    }
+    return exitDone;
+}
+
+} // namespace
+
+void addReset(command program, context& shared)
+{
+    const auto options = std::make_shared<resetOptions>();
+    command verb = addVerb(program, "reset", "free a held bus: nine clocks and a STOP, where the adapter can");
+    addBus(verb, options->bus, options->node);
+    runs(verb, shared, options, runReset);
+}
+
+} // namespace kest::tools

@@ -1,0 +1,47 @@
+/// What the verbs of area "seeprom" share: which device, which of its bytes, and how they are read and written.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/common/json.h"
+#include "tools/common/seeprom.h"
+
+namespace kest::tools
+{
+
+class command;
+
+/// What every verb takes.
+struct seepromOptions {
+    std::string device;
+    std::string mode; ///< empty: hardware; of a restore, where the bytes came from
+    std::string offset; ///< empty: 0
+    std::string length; ///< empty: up to the end
+    std::uint32_t speedKhz = 0;
+    std::uint32_t writeCycleMs = 0;
+    std::uint32_t votes = 1;
+};
+
+/// Adds the options of a verb but the device.
+/// @param withRange  offset and length among them; without, the bytes go where they were saved from
+void addChoice(command verb, seepromOptions& options, bool withRange = true);
+
+[[nodiscard]] accessOptions accessOf(const seepromOptions& options, accessMode mode);
+[[nodiscard]] seeprom openSeeprom(const std::string& name, const seepromOptions& options);
+[[nodiscard]] std::uint64_t offsetOf(const seepromOptions& options);
+/// Nothing when no length was given.
+[[nodiscard]] std::optional<std::uint64_t> lengthOf(const seepromOptions& options);
+[[nodiscard]] byteRange rangeOf(const seeprom& chip, const seepromOptions& options);
+
+/// The fields that every verb's JSON begins with.
+[[nodiscard]] jsonValue rangeJson(const seeprom& chip, const byteRange& range);
+
+/// The first `length` bytes of a file; all of it when no length was given.
+[[nodiscard]] byteVector inputBytes(const std::string& file, const seeprom& chip, const seepromOptions& options);
+
+/// More than any dump file has, and any input that is cut to a length.
+constexpr std::size_t mostInputBytes = 16UL << 20;
+
+} // namespace kest::tools

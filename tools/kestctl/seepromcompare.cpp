@@ -1,0 +1,169 @@
+#include "tools/kestctl/seepromcompare.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/core.h>
+#include <span>
+#include <vector>
+
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/files.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+#include "tools/kestctl/area.h"
+#include "tools/kestctl/seepromchoice.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+struct compareOptions {
+    seepromOptions with;
+    std::string other; ///< file or "-"; for diff also a device
+};
+
+/// Offsets at which two byte strings of the same length differ.
+std::vector<std::uint32_t> differences(const byteVector& one, const byteVector& other)
+{
+    std::vector<std::uint32_t> offsets;
+    for (std::size_t at = 0; at < one.size(); ++at) {
+        if (one[at] != other[at]) {
+            offsets.push_back(static_cast<std::uint32_t>(at));
+        }
+    }
+    return offsets;
+}
+
+/// What the device is compared with: bytes, and the name they go by.
+struct comparison {
+    byteRange range;
+    byteVector present;
+    byteVector other;
+};
+
+bool namesDevice(const std::string& other)
+{
+    std::error_code none;
+    if (other.find(',') != std::string::npos) {
+        if (!other.starts_with("sim:") && std::filesystem::exists(other, none)) {
+            throw wrongUse(fmt::format("'{}': a name with a comma is taken as a device text, not as a file's", other),
+                           fmt::format("give the file by '- < {}'", shellWord(other)));
+        }
+        return true;
+    }
+    try {
+        return !findDevice(other).text.empty();
+    } catch (const failure&) {
+        return false;
+    }
+}
+
+comparison compare(seeprom& chip, const compareOptions& options, bool devicesToo)
+{
+    comparison both;
+    if (devicesToo && options.other != "-" && namesDevice(options.other)) {
+        seeprom second = openSeeprom(options.other, options.with);
+        both.range = rangeOf(chip, options.with);
+        both.range.length = std::min(both.range.length, second.range(both.range.offset, std::nullopt).length);
+        both.other = second.read(both.range, "read");
+    } else {
+        both.other = inputBytes(options.other, chip, options.with);
+        both.range = chip.range(offsetOf(options.with), both.other.size());
+    }
+    both.present = chip.read(both.range, "read");
+    return both;
+}
+
+int tellComparison(const context& shared, const seeprom& chip, const comparison& both,
+                   const std::vector<std::uint32_t>& offsets)
+{
+    if (shared.json) {
+        auto result = rangeJson(chip, both.range);
+        jsonList rows;
+        for (const std::uint32_t at : offsets) {
+            rows.push_back(
+                {{"offset", both.range.offset + at}, {"device", both.present[at]}, {"other", both.other[at]}});
+        }
+        result.add({{"equal", offsets.empty()},
+                    {"differing", offsets.size()},
+                    {"differences", rows},
+                    {"wavered", jsonNumbers(chip.wavered())}});
+        standardOutput().json(result);
+    }
+    return offsets.empty() ? exitDone : exitVerifyFailed;
+}
+
+/// Lines of 16 bytes that differ, the device's marked "-", the other's "+".
+std::string diffLines(const comparison& both, const std::vector<std::uint32_t>& offsets)
+{
+    constexpr std::uint32_t width = 16;
+    std::string text;
+    std::uint32_t next = 0;
+    for (const std::uint32_t at : offsets) {
+        if (at < next) {
+            continue;
+        }
+        const std::uint32_t start = at / width * width;
+        const std::size_t count = std::min<std::size_t>(width, both.present.size() - start);
+        text += "- " + hexLines(both.range.offset + start, std::span(both.present).subspan(start, count));
+        text += "+ " + hexLines(both.range.offset + start, std::span(both.other).subspan(start, count));
+        next = start + width;
+    }
+    return text;
+}
+
+int runSeepromVerify(const context& shared, const compareOptions& options)
+{
+    seeprom chip = openSeeprom(options.with.device, options.with);
+    const comparison both = compare(chip, options, false);
+    const auto offsets = differences(both.present, both.other);
+    if (!shared.json) {
+        const std::string name = escaped(chip.target().label);
+        if (offsets.empty()) {
+            standardOutput().text(fmt::format("{}: equal, {}\n", name, countText(both.range.length, "byte")));
+        } else {
+            standardOutput().text(fmt::format("{}: {} of {} bytes differ, the first at offset {} (0x{:X})\n", name,
+                                              offsets.size(), both.range.length, both.range.offset + offsets.front(),
+                                              both.range.offset + offsets.front()));
+        }
+    }
+    return tellComparison(shared, chip, both, offsets);
+}
+
+/// Shows the lines that differ.
+int runSeepromDiff(const context& shared, const compareOptions& options)
+{
+    seeprom chip = openSeeprom(options.with.device, options.with);
+    const comparison both = compare(chip, options, true);
+    const auto offsets = differences(both.present, both.other);
+    if (!shared.json) {
+        standardOutput().text(diffLines(both, offsets));
+    }
+    return tellComparison(shared, chip, both, offsets);
+}
+
+void addCompare(command area, context& shared, const char* name, const char* help, const char* otherHelp,
+                int (*run)(const context&, const compareOptions&))
+{
+    const auto options = std::make_shared<compareOptions>();
+    command verb = addVerb(area, name, help);
+    verb.text("DEVICE", options->with.device, "name, number or device text").required();
+    verb.text("OTHER", options->other, otherHelp).required();
+    addChoice(verb, options->with);
+    runs(verb, shared, options, run);
+}
+
+} // namespace
+
+void addSeepromCompare(command area, context& shared)
+{
+    addCompare(area, shared, "verify", "compare with a file; exit code 5 when they differ",
+               "file, - for standard input", runSeepromVerify);
+    addCompare(area, shared, "diff", "show what differs from a file or another device; exit code 5 when anything does",
+               "file, - for standard input, or a device", runSeepromDiff);
+}
+
+} // namespace kest::tools

@@ -1,0 +1,167 @@
+#include "tools/kestctl/seepromwrite.h"
+
+#include <cstdio>
+#include <fmt/core.h>
+
+#include "tools/common/carefulwrite.h"
+#include "tools/common/device.h"
+#include "tools/common/dumpfile.h"
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/files.h"
+#include "tools/common/number.h"
+#include "tools/common/output.h"
+#include "tools/kestctl/area.h"
+#include "tools/kestctl/seepromchoice.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+struct writeOptions {
+    seepromOptions to;
+    std::string input; ///< file or "-"; empty: `hex` is given
+    std::string hex;
+    carefulWriteOptions care;
+};
+
+struct restoreOptions {
+    std::string file;
+    seepromOptions to; ///< device: empty for the one that the file names
+    carefulWriteOptions care;
+};
+
+/// Where a dump came from, unless the options name another device or mode.
+seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
+{
+    device which = options.device.empty() ? parseDeviceText(contents.text) : findDevice(options.device);
+    if (options.device.empty()) {
+        which.number = contents.number;
+    }
+    return {which, accessOf(options, contents.mode)};
+}
+
+/// The bytes given by --hex: all of them, so that a length beside them must be theirs.
+byteVector hexBytes(const writeOptions& options)
+{
+    byteVector bytes = parseHex(options.hex, "--hex");
+    const auto length = lengthOf(options.to);
+    if (length && *length != bytes.size()) {
+        throw wrongUse(fmt::format("--length {}: --hex gives {}", *length, countText(bytes.size(), "byte")));
+    }
+    return bytes;
+}
+
+int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, std::size_t length,
+              const writeReport& report, const carefulWriteOptions& care)
+{
+    if (shared.json) {
+        auto result = rangeJson(chip, {offset, static_cast<std::uint32_t>(length)});
+        result.add({{"dry_run", care.dryRun},
+                    {"bytes_written", report.bytesWritten},
+                    {"pages_written", report.pagesWritten},
+                    {"pages_skipped", report.pagesSkipped},
+                    {"verified", report.verified},
+                    {"mode", modeWord(chip.touchesHardware() ? accessMode::hardware : accessMode::file)},
+                    {"undo_file", report.undoFile},
+                    {"wavered", jsonNumbers(chip.wavered())}});
+        standardOutput().json(result);
+        return exitDone;
+    }
+    const std::string name = escaped(chip.target().label) + (chip.touchesHardware() ? "" : " (persisted copy)");
+    if (report.pagesWritten == 0) {
+        standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,
+                                          length == 1 ? "this byte" : fmt::format("these {} bytes", length)));
+    } else if (care.dryRun) {
+        standardOutput().text(
+            fmt::format("{}: would write {} in {}; unchanged: {}\n", name, countText(report.bytesWritten, "byte"),
+                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page")));
+    } else {
+        standardOutput().text(
+            fmt::format("{}: wrote {} in {}; unchanged: {}; {}\n", name, countText(report.bytesWritten, "byte"),
+                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
+                        report.verified ? "read back and compared" : "not verified"));
+        if (!report.undoFile.empty()) {
+            standardOutput().text(
+                fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
+        }
+    }
+    return exitDone;
+}
+
+int runSeepromWrite(const context& shared, const writeOptions& options)
+{
+    seeprom chip = openSeeprom(options.to.device, options.to);
+    const std::uint64_t offset = offsetOf(options.to);
+    if (options.input.empty() == options.hex.empty()) {
+        throw wrongUse("give what to write: a file by --input, or bytes by --hex");
+    }
+    const byteVector bytes = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
+    const byteRange range = chip.range(offset, bytes.size());
+    const writeReport report = writeCarefully(chip, range.offset, bytes, options.care);
+    return tellWrite(shared, chip, range.offset, bytes.size(), report, options.care);
+}
+
+int runSeepromRestore(const context& shared, const restoreOptions& options)
+{
+    const auto raw = readInput(options.file, mostInputBytes);
+    const dumpContents contents =
+        parseDump(options.file, std::string(reinterpret_cast<const char*>(raw.data()), raw.size()));
+    if (!contents.proved) {
+        std::fputs(fmt::format("kestctl: {}: an older dump: its sum covers the data alone, device and offset are not "
+                               "proved\n",
+                               escaped(options.file))
+                       .c_str(),
+                   stderr);
+    }
+    seeprom chip = openDumped(contents, options.to);
+    if (const device saved = parseDeviceText(contents.text); saved.end().type != chip.target().end().type) {
+        throw failure{.code = exitWrongUse,
+                      .what = fmt::format("{} was saved from a {}, this is a {}", options.file, saved.end().type->chip,
+                                          chip.target().end().type->chip),
+                      .device = chip.target().label};
+    }
+    const byteRange range = chip.range(contents.offset, contents.bytes.size());
+    const writeReport report = writeCarefully(chip, range.offset, contents.bytes, options.care);
+    return tellWrite(shared, chip, range.offset, contents.bytes.size(), report, options.care);
+}
+
+void addCare(command verb, carefulWriteOptions& care)
+{
+    verb.flag("-y,--yes", care.yes, "do not ask; needed without a terminal");
+    verb.flag("--dry-run", care.dryRun, "only tell what would be written");
+    verb.flag("--force", care.force, "write also where a driver of the kernel has the device");
+    verb.flag("--all-pages", care.allPages, "also write pages that hold the data already");
+    verb.clearingFlag("--no-verify", care.verify, "do not read back and compare");
+}
+
+} // namespace
+
+void addSeepromWrite(command area, context& shared)
+{
+    const auto options = std::make_shared<writeOptions>();
+    command verb = addVerb(area, "write", "write bytes: asks, keeps the old ones in an undo file, reads back",
+                           "Pages that hold the data already are left out. A write that fails tells how many\n"
+                           "bytes are certain.");
+    verb.text("DEVICE", options->to.device, "name, number or device text").required();
+    verb.text("-i,--input", options->input, "bytes to write from FILE, - for standard input", "FILE");
+    verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
+    addChoice(verb, options->to);
+    verb.number("--write-cycle", options->to.writeCycleMs, "longest write cycle of a page in ms (default 15)", 1, 1000);
+    addCare(verb, options->care);
+    runs(verb, shared, options, runSeepromWrite);
+}
+
+void addSeepromRestore(command area, context& shared)
+{
+    const auto options = std::make_shared<restoreOptions>();
+    command verb = addVerb(area, "restore", "write a dump or undo file back");
+    verb.text("FILE", options->file, "dump or undo file, - for standard input").required();
+    verb.text("--device", options->to.device, "another device of the same type than the one the file names", "DEVICE");
+    addChoice(verb, options->to, false);
+    addCare(verb, options->care);
+    runs(verb, shared, options, runSeepromRestore);
+}
+
+} // namespace kest::tools

@@ -1,0 +1,83 @@
+#include "tools/kestctl/simwave.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <fmt/core.h>
+#include <string>
+
+#include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/machine.h"
+#include "tools/kestctl/area.h"
+#include "tools/kestctl/simbus.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+struct waveOptions {
+    std::string bus;
+    std::string file; ///< to start
+};
+
+int runWaveStart(const context& shared, const waveOptions& options)
+{
+    if (options.file.empty()) {
+        throw wrongUse("the recording's file has no name", "name the VCD file to write");
+    }
+    const auto machine = openConfiguredMachine();
+    const auto bus = simBusName(options.bus);
+    requireBus(*machine, bus);
+    const std::filesystem::path file = std::filesystem::absolute(options.file);
+    if (!machine->startWave(bus, file)) {
+        if (errno == EEXIST) {
+            throw failure{.code = exitRefused,
+                          .what = "what is there is no waveform, and is not overwritten",
+                          .tryThis = "name a new file",
+                          .device = file.string(),
+                          .step = "record"};
+        }
+        throw systemFailure(errno, "record", file.string());
+    }
+    reportDone(shared, {{"bus", bus}, {"file", file.string()}},
+               fmt::format("recording sim:{} into {} until 'kestctl sim wave stop {}'", escaped(bus),
+                           escaped(file.string()), escaped(bus)));
+    return exitDone;
+}
+
+int runWaveStop(const context& shared, const waveOptions& options)
+{
+    const auto machine = openConfiguredMachine();
+    const auto bus = simBusName(options.bus);
+    requireBus(*machine, bus);
+    if (!machine->stopWave(bus)) {
+        if (errno == ENOENT) {
+            throw failure{.what = "nothing is being recorded", .device = "sim:" + bus, .step = "sim wave stop"};
+        }
+        throw systemFailure(errno, "sim wave stop", "sim:" + bus);
+    }
+    reportDone(shared, {{"bus", bus}, {"stopped", true}}, "sim:" + escaped(bus) + ": recording ended");
+    return exitDone;
+}
+
+} // namespace
+
+void addSimWave(command area, context& shared)
+{
+    command wave = addVerb(area, "wave", "record a bus's waveform as a VCD file (SCL, SDA)");
+    wave.requireSubcommand();
+
+    const auto starting = std::make_shared<waveOptions>();
+    command start = addVerb(wave, "start", "record what all processes send until stopped");
+    start.text("BUS", starting->bus, "name of the bus", "").required();
+    start.text("FILE", starting->file, "VCD file to write", "").required();
+    runs(start, shared, starting, runWaveStart);
+
+    const auto stopping = std::make_shared<waveOptions>();
+    command stop = addVerb(wave, "stop", "end the recording");
+    stop.text("BUS", stopping->bus, "name of the bus", "").required();
+    runs(stop, shared, stopping, runWaveStop);
+}
+
+} // namespace kest::tools

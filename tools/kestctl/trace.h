@@ -1,0 +1,13 @@
+/// Area "trace": what processes traced.
+#pragma once
+
+#include "tools/kestctl/context.h"
+
+namespace kest::tools
+{
+
+class command;
+
+void addTrace(command program, context& shared);
+
+} // namespace kest::tools
