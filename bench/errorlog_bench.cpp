@@ -7,6 +7,8 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <numeric>
 #include <sqlite3.h>
 #include <string>
 #include <vector>
@@ -69,10 +71,10 @@ void fillTraces()
 }
 
 /// SQLite by itself, with the settings of the error log.
-class BareStore
+class bareStore
 {
 public:
-    explicit BareStore(const std::filesystem::path& file)
+    explicit bareStore(const std::filesystem::path& file)
     {
         require(sqlite3_open(file.c_str(), &m_connection) == SQLITE_OK, "SQLite does not open");
         run("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; CREATE TABLE bare(id INTEGER PRIMARY KEY, body TEXT "
@@ -81,9 +83,9 @@ public:
                     SQLITE_OK,
                 "no statement");
     }
-    BareStore(const BareStore&) = delete;
-    BareStore& operator=(const BareStore&) = delete;
-    ~BareStore()
+    bareStore(const bareStore&) = delete;
+    bareStore& operator=(const bareStore&) = delete;
+    ~bareStore()
     {
         sqlite3_finalize(m_insert);
         sqlite3_close(m_connection);
@@ -107,7 +109,7 @@ private:
 /// Both stores take the same entries, in turns, so that other work of the disk slows both.
 void measure(const std::filesystem::path& folder, std::vector<double>& oursSeconds, std::vector<double>& bareSeconds)
 {
-    BareStore bare(folder / "bare.db");
+    bareStore bare(folder / "bare.db");
     for (int round = 0; round <= rounds; ++round) {
         entries ours;
         for (int number = 0; number < entriesPerRound; ++number) {

@@ -73,10 +73,10 @@ void pinTo(int processor)
 // ------------------------------------------------------------------------------------------------------------- hostile
 
 /// A connection without manners. Its calls return whether they succeeded.
-class RudeConnection
+class rudeConnection
 {
 public:
-    explicit RudeConnection(const std::string& path)
+    explicit rudeConnection(const std::string& path)
     {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -84,9 +84,9 @@ public:
         m_descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         m_open = connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
-    RudeConnection(const RudeConnection&) = delete;
-    RudeConnection& operator=(const RudeConnection&) = delete;
-    ~RudeConnection() { close(m_descriptor); }
+    rudeConnection(const rudeConnection&) = delete;
+    rudeConnection& operator=(const rudeConnection&) = delete;
+    ~rudeConnection() { close(m_descriptor); }
 
     bool send(const std::vector<std::uint8_t>& bytes, std::size_t count = SIZE_MAX, int flags = 0)
     {
@@ -144,7 +144,7 @@ std::vector<std::uint8_t> many(int count)
     return bytes;
 }
 
-void askAndTake(RudeConnection& client, const std::vector<std::uint8_t>& request)
+void askAndTake(rudeConnection& client, const std::vector<std::uint8_t>& request)
 {
     while (client.send(request) && client.take()) {}
 }
@@ -156,7 +156,7 @@ constexpr const char* kinds[] = {"idle",      "half a header",  "huge length",  
 /// The life of one connection of a kind.
 void misbehave(std::size_t kind, const std::string& path)
 {
-    RudeConnection client(path);
+    rudeConnection client(path);
     switch (kind) {
     case 0:
         client.hold();
@@ -250,11 +250,11 @@ void misbehave(std::size_t kind, const std::string& path)
 
 // ----------------------------------------------------------------------------------------------------------- processes
 
-class Process
+class process
 {
 public:
     template <typename Body>
-    explicit Process(const Body& body)
+    explicit process(const Body& body)
     {
         m_pid = fork();
         if (m_pid == 0) {
@@ -263,9 +263,9 @@ public:
             _exit(127);
         }
     }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-    ~Process()
+    process(const process&) = delete;
+    process& operator=(const process&) = delete;
+    ~process()
     {
         kill(m_pid, SIGKILL);
         waitpid(m_pid, nullptr, 0);
@@ -354,7 +354,7 @@ void beHonest(const std::string& socket, stopwatch::time_point begin, stopwatch:
     }
 }
 
-figures measure(const std::filesystem::path& folder, const Process& service)
+figures measure(const std::filesystem::path& folder, const process& service)
 {
     const auto begin = stopwatch::now() + settling, end = begin + measuring;
     std::vector<std::vector<double>> trips(honestClients);
@@ -393,7 +393,7 @@ figures scenario(const std::string& name, const std::string& limits, int kind, b
     const std::filesystem::path folder = makeState(limits);
     figures result;
     {
-        const Process service([&] { runService(folder); });
+        const process service([&] { runService(folder); });
         const auto until = stopwatch::now() + 20s;
         while (!Connection(folder / "kestd.socket").connected()) {
             if (stopwatch::now() > until) {
@@ -401,7 +401,7 @@ figures scenario(const std::string& name, const std::string& limits, int kind, b
             }
             std::this_thread::sleep_for(5ms);
         }
-        const Process load([&] { kind == -2 ? burn() : runHostile(folder / "kestd.socket", kind, asNobody); });
+        const process load([&] { kind == -2 ? burn() : runHostile(folder / "kestd.socket", kind, asNobody); });
         result = measure(folder, service);
     }
     std::filesystem::remove_all(folder);

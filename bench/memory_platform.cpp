@@ -80,13 +80,13 @@ std::uint32_t ErrlEntry::getRC() const { return m_state->returnCode; }
 // --- trace: a record's fixed part goes into a ring, so that a trace is not free --------------------------------------
 
 struct trace_wobu_buffer {
-    struct Record {
+    struct record {
         std::uint32_t hash;
         int line;
         const char* format;
     };
     std::atomic<unsigned> next;
-    std::array<Record, 512> records;
+    std::array<record, 512> records;
 };
 
 int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char*, unsigned int)

@@ -44,12 +44,12 @@ constexpr const char* location = "sim:planar,L,2C0256,A0";
 // --------------------------------------------------------------------------------------------------------- echo server
 
 /// One client of the echo server.
-class Echo : public std::enable_shared_from_this<Echo>
+class echo : public std::enable_shared_from_this<echo>
 {
 public:
-    using Protocol = asio::local::stream_protocol;
+    using protocol = asio::local::stream_protocol;
 
-    explicit Echo(Protocol::socket socket) : m_socket(std::move(socket)) {}
+    explicit echo(Protocol::socket socket) : m_socket(std::move(socket)) {}
 
     void read()
     {
@@ -88,11 +88,11 @@ private:
     std::vector<std::uint8_t> m_output;
 };
 
-void acceptEcho(Echo::Protocol::acceptor& acceptor)
+void acceptEcho(echo::Protocol::acceptor& acceptor)
 {
-    acceptor.async_accept([&acceptor](const asio::error_code& error, Echo::Protocol::socket socket) {
+    acceptor.async_accept([&acceptor](const asio::error_code& error, echo::Protocol::socket socket) {
         if (!error) {
-            std::make_shared<Echo>(std::move(socket))->read();
+            std::make_shared<echo>(std::move(socket))->read();
         }
         acceptEcho(acceptor);
     });
@@ -102,18 +102,18 @@ void acceptEcho(Echo::Protocol::acceptor& acceptor)
 void runEcho(const std::string& path)
 {
     asio::io_context context(1);
-    Echo::Protocol::acceptor acceptor(context, Echo::Protocol::endpoint(path));
+    echo::Protocol::acceptor acceptor(context, echo::Protocol::endpoint(path));
     acceptEcho(acceptor);
     context.run();
 }
 
 // ------------------------------------------------------------------------------------------------------------- servers
 
-class Process
+class process
 {
 public:
     template <typename Body>
-    explicit Process(const Body& body)
+    explicit process(const Body& body)
     {
         m_pid = fork();
         if (m_pid == 0) {
@@ -121,9 +121,9 @@ public:
             _exit(127);
         }
     }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-    ~Process()
+    process(const process&) = delete;
+    process& operator=(const process&) = delete;
+    ~process()
     {
         kill(m_pid, SIGTERM);
         waitpid(m_pid, nullptr, 0);
@@ -251,8 +251,8 @@ int main()
     std::vector<double> p99Us;
     constexpr int clients[2] = {1, 16};
     {
-        const Process echoServer([&] { runEcho(echoSocket); });
-        const Process service([&] {
+        const process echoServer([&] { runEcho(echoSocket); });
+        const process service([&] {
             const std::string config = folder / "kest.toml";
             // standard output is for the figures
             dup2(STDERR_FILENO, STDOUT_FILENO);

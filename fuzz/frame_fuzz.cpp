@@ -12,7 +12,7 @@ namespace
 {
 
 using namespace kest::client;
-using State = FrameAssembler::State;
+using state = FrameAssembler::State;
 
 constexpr std::uint32_t payloadLimit = 600;
 

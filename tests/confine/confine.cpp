@@ -37,8 +37,8 @@
 namespace
 {
 
-using setting = std::pair<std::string, std::string>;
-using names = std::set<std::string>;
+using Setting = std::pair<std::string, std::string>;
+using Names = std::set<std::string>;
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
 
@@ -49,10 +49,10 @@ void require(bool good, const char* what)
     }
 }
 
-std::vector<setting> settingsOf(const std::string& unit)
+std::vector<Setting> settingsOf(const std::string& unit)
 {
     std::ifstream file(unit);
-    std::vector<setting> settings;
+    std::vector<Setting> settings;
     bool inService = false;
     for (std::string line; std::getline(file, line);) {
         const std::size_t equals = line.find('=');
@@ -85,9 +85,9 @@ std::map<std::string, std::vector<std::string>> readSets(const std::string& path
 }
 
 /// The system calls of a set and the sets in it, or of a call the call.
-names callsOf(const std::map<std::string, std::vector<std::string>>& sets, const std::string& name)
+Names callsOf(const std::map<std::string, std::vector<std::string>>& sets, const std::string& name)
 {
-    names calls;
+    Names calls;
     if (!name.starts_with('@')) {
         calls.insert(name);
     } else if (!sets.contains(name)) {
@@ -101,16 +101,16 @@ names callsOf(const std::map<std::string, std::vector<std::string>>& sets, const
 }
 
 /// One filter; the kernel asks all that are loaded and takes the strictest answer.
-class filter
+class Filter
 {
 public:
-    explicit filter(std::uint32_t otherwise) : m_context(seccomp_init(otherwise))
+    explicit Filter(std::uint32_t otherwise) : m_context(seccomp_init(otherwise))
     {
         require(m_context != nullptr, "seccomp_init");
     }
-    filter(const filter&) = delete;
-    filter& operator=(const filter&) = delete;
-    ~filter() { seccomp_release(m_context); }
+    Filter(const Filter&) = delete;
+    Filter& operator=(const Filter&) = delete;
+    ~Filter() { seccomp_release(m_context); }
 
     /// Calls that this architecture doesn't have are left out.
     void add(std::uint32_t action, const std::string& call, const std::vector<scmp_arg_cmp>& conditions = {})
@@ -144,7 +144,7 @@ scmp_arg_cmp has(unsigned int argument, std::uint64_t bits) { return {argument, 
 
 void restrictNamespaces()
 {
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     for (const int kind :
          {CLONE_NEWNS, CLONE_NEWUTS, CLONE_NEWIPC, CLONE_NEWUSER, CLONE_NEWPID, CLONE_NEWNET, CLONE_NEWCGROUP}) {
         calls.refuse("unshare", {has(0, static_cast<std::uint64_t>(kind))});
@@ -161,7 +161,7 @@ void restrictAddressFamilies(const std::string& families)
     if (families != "AF_UNIX") {
         fail("only AF_UNIX is known here: " + families);
     }
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     calls.add(SCMP_ACT_ERRNO(EAFNOSUPPORT), "socket", {equal(0, AF_UNSPEC)});
     calls.add(SCMP_ACT_ERRNO(EAFNOSUPPORT), "socket", {above(0, AF_UNIX)});
     calls.load();
@@ -169,7 +169,7 @@ void restrictAddressFamilies(const std::string& families)
 
 void denyWriteExecute()
 {
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     calls.refuse("mmap", {has(2, PROT_EXEC | PROT_WRITE)});
     calls.refuse("mprotect", {has(2, PROT_EXEC)});
     calls.refuse("pkey_mprotect", {has(2, PROT_EXEC)});
@@ -179,7 +179,7 @@ void denyWriteExecute()
 
 void restrictRealtime()
 {
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     for (const int policy : {SCHED_FIFO, SCHED_RR, 4}) {
         calls.refuse("sched_setscheduler", {equal(1, static_cast<std::uint64_t>(policy))});
     }
@@ -189,7 +189,7 @@ void restrictRealtime()
 
 void restrictSetIds()
 {
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     for (const std::uint64_t bit : {std::uint64_t{S_ISUID}, std::uint64_t{S_ISGID}}) {
         for (const char* call : {"chmod", "fchmod", "mkdir", "mknod", "creat"}) {
             calls.refuse(call, {has(1, bit)});
@@ -206,15 +206,15 @@ void restrictSetIds()
 
 void lockPersonality()
 {
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     const auto now = static_cast<std::uint64_t>(personality(0xFFFFFFFF));
     calls.refuse("personality", {{0, SCMP_CMP_NE, now, 0}});
     calls.load();
 }
 
-void refuseAll(const names& refused)
+void refuseAll(const Names& refused)
 {
-    filter calls(SCMP_ACT_ALLOW);
+    Filter calls(SCMP_ACT_ALLOW);
     for (const std::string& call : refused) {
         calls.refuse(call);
     }
@@ -225,7 +225,7 @@ void refuseAll(const names& refused)
 void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, const std::vector<std::string>& lines,
                std::uint32_t refusal)
 {
-    names allowed = callsOf(sets, "@default");
+    Names allowed = callsOf(sets, "@default");
     for (const std::string& line : lines) {
         const bool removes = line.starts_with('~');
         std::istringstream words(line.substr(removes ? 1 : 0));
@@ -236,7 +236,7 @@ void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, cons
         }
     }
     // for calls that the service manager has never heard of
-    filter calls(SCMP_ACT_ERRNO(ENOSYS));
+    Filter calls(SCMP_ACT_ERRNO(ENOSYS));
     for (const std::string& call : allowed) {
         calls.add(SCMP_ACT_ALLOW, call);
     }
@@ -249,7 +249,7 @@ void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, cons
 }
 
 /// Lines that filter no system calls, or that are not made here.
-const names otherLines{"Type",
+const Names otherLines{"Type",
                        "ExecStart",
                        "ExecReload",
                        "Restart",
@@ -275,7 +275,7 @@ const names otherLines{"Type",
                        "MemoryMax",
                        "TasksMax"};
 
-void applyFilters(const std::vector<setting>& settings, const std::map<std::string, std::vector<std::string>>& sets,
+void applyFilters(const std::vector<Setting>& settings, const std::map<std::string, std::vector<std::string>>& sets,
                   bool kills)
 {
     std::vector<std::string> lines;

@@ -36,13 +36,13 @@ protected:
         EXPECT_EQ("", result.error);
         return result.value;
     }
-    struct wrongFile {
+    struct WrongFile {
         const char* text;
         const char* message;
     };
-    void expectMessages(const std::vector<wrongFile>& files)
+    void expectMessages(const std::vector<WrongFile>& files)
     {
-        for (const wrongFile& file : files) {
+        for (const WrongFile& file : files) {
             EXPECT_EQ(file.message, errorOf(file.text)) << file.text;
         }
     }

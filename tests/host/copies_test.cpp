@@ -14,13 +14,13 @@ namespace kest::test
 namespace
 {
 
-using bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<std::uint8_t>;
 
 constexpr const char* root = "qorn/P3_Root";
 
-bytes contentsOf(std::uint32_t number)
+Bytes contentsOf(std::uint32_t number)
 {
-    bytes contents;
+    Bytes contents;
     EXPECT_EQ(0, host::readCopy(number, contents));
     return contents;
 }
@@ -28,10 +28,10 @@ bytes contentsOf(std::uint32_t number)
 class Copies : public testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_EQ(0, host::replaceCopy(7, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9})); }
+    void SetUp() override { ASSERT_EQ(0, host::replaceCopy(7, Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9})); }
     void TearDown() override
     {
-        EXPECT_EQ((bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), contentsOf(8)) << "not asked for, not touched";
+        EXPECT_EQ((Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), contentsOf(8)) << "not asked for, not touched";
     }
 
     /// Result of a read: "entry RC", or the bytes in hexadecimal.
@@ -54,7 +54,7 @@ protected:
         EXPECT_EQ(nullptr, data);
         return result;
     }
-    std::string write(unsigned int device, const bytes& data, unsigned int offset, const char* to = root)
+    std::string write(unsigned int device, const Bytes& data, unsigned int offset, const char* to = root)
     {
         length = static_cast<unsigned int>(data.size());
         const std::unique_ptr<ErrlEntry> entry(
@@ -75,7 +75,7 @@ protected:
     }
 
     HostFolder folder;
-    const int other = host::replaceCopy(8, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+    const int other = host::replaceCopy(8, Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
     unsigned int length = 0;
 };
 
@@ -101,10 +101,10 @@ TEST_F(Copies, ReadsAtOrPastTheEndAreErrors)
 
 TEST_F(Copies, APartIsReadWithoutTheRest)
 {
-    bytes part;
+    Bytes part;
     std::uint64_t sizeBytes = 0;
     EXPECT_EQ(0, host::readCopyPart(8, 7, 2, part, sizeBytes));
-    EXPECT_EQ((bytes{7, 8}), part);
+    EXPECT_EQ((Bytes{7, 8}), part);
     EXPECT_EQ(10U, sizeBytes);
     EXPECT_EQ(0, host::readCopyPart(8, 11, 2, part, sizeBytes));
     EXPECT_TRUE(part.empty());
@@ -125,20 +125,20 @@ TEST_F(Copies, NoCopyIsNoDataAndNoError)
 
 TEST_F(Copies, DeviceNumberZeroHasACopyLikeAnyOther)
 {
-    EXPECT_EQ(0, host::replaceCopy(0, bytes{5}));
+    EXPECT_EQ(0, host::replaceCopy(0, Bytes{5}));
     EXPECT_EQ("5", read(0, 1, 0));
     EXPECT_EQ("", write(0, {6}, 0));
-    EXPECT_EQ((bytes{6}), contentsOf(0));
+    EXPECT_EQ((Bytes{6}), contentsOf(0));
 }
 
 TEST_F(Copies, WritesChangeJustTheirBytes)
 {
     EXPECT_EQ("", write(7, {0xA, 0xB}, 3));
-    EXPECT_EQ((bytes{0, 1, 2, 0xA, 0xB, 5, 6, 7, 8, 9}), contentsOf(7));
+    EXPECT_EQ((Bytes{0, 1, 2, 0xA, 0xB, 5, 6, 7, 8, 9}), contentsOf(7));
     EXPECT_EQ("", write(7, {0xC}, 9));
-    EXPECT_EQ((bytes{0, 1, 2, 0xA, 0xB, 5, 6, 7, 8, 0xC}), contentsOf(7));
+    EXPECT_EQ((Bytes{0, 1, 2, 0xA, 0xB, 5, 6, 7, 8, 0xC}), contentsOf(7));
     EXPECT_EQ("", write(7, {}, 10));
-    EXPECT_EQ((bytes{0, 1, 2, 0xA, 0xB, 5, 6, 7, 8, 0xC}), contentsOf(7));
+    EXPECT_EQ((Bytes{0, 1, 2, 0xA, 0xB, 5, 6, 7, 8, 0xC}), contentsOf(7));
 }
 
 TEST_F(Copies, WritesPastTheEndAreRefusedAndChangeNothing)
@@ -147,7 +147,7 @@ TEST_F(Copies, WritesPastTheEndAreRefusedAndChangeNothing)
     EXPECT_EQ("80001402: 7 1 10 10", write(7, {1}, 10));
     EXPECT_EQ("80001402: 7 2 4294967295 10", write(7, {1, 2}, 4294967295));
     EXPECT_EQ("80001402: 7 0 11 10", write(7, {}, 11));
-    EXPECT_EQ((bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), contentsOf(7));
+    EXPECT_EQ((Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), contentsOf(7));
 }
 
 TEST_F(Copies, WritesWithoutACopyAreRefusedAndMakeNone)
@@ -184,7 +184,7 @@ TEST_F(Copies, RootsThatLeadElsewhereAreRefused)
                                      std::string("qorn/"), std::string("q\nr"), std::string(256, 'a')}) {
         EXPECT_EQ("80001401: 7 1 0 22", read(7, 1, 0, wrong.c_str())) << wrong;
         EXPECT_EQ("80001401: 7 1 0 22", write(7, {1}, 0, wrong.c_str())) << wrong;
-        EXPECT_EQ(EINVAL, host::replaceCopy(7, bytes{1}, wrong));
+        EXPECT_EQ(EINVAL, host::replaceCopy(7, Bytes{1}, wrong));
         EXPECT_EQ(EINVAL, host::removeCopy(7, wrong));
     }
 }
@@ -209,7 +209,7 @@ TEST_F(Copies, FilesThatCannotBeReadAreErrors)
 TEST_F(Copies, AreListedMadeAndRemoved)
 {
     EXPECT_EQ(0, other);
-    EXPECT_EQ(0, host::replaceCopy(4294967295, bytes(1000, 1)));
+    EXPECT_EQ(0, host::replaceCopy(4294967295, Bytes(1000, 1)));
     for (const char* name : {"07", "x", "4294967296", "-1", "7x", ".8.new"}) {
         folder.write(std::string("state/qorn/P3_Root/") + name, "not a copy");
     }
@@ -226,12 +226,12 @@ TEST_F(Copies, AreListedMadeAndRemoved)
 
     EXPECT_EQ(0, host::removeCopy(7));
     EXPECT_EQ(ENOENT, host::removeCopy(7));
-    bytes none;
+    Bytes none;
     EXPECT_EQ(ENOENT, host::readCopy(7, none));
     EXPECT_EQ("", read(7, 1, 0));
-    EXPECT_EQ(EINVAL, host::replaceCopy(7, bytes{}));
-    EXPECT_EQ(EFBIG, host::replaceCopy(7, bytes((16 << 20) + 1)));
-    EXPECT_EQ(0, host::replaceCopy(7, bytes(16 << 20)));
+    EXPECT_EQ(EINVAL, host::replaceCopy(7, Bytes{}));
+    EXPECT_EQ(EFBIG, host::replaceCopy(7, Bytes((16 << 20) + 1)));
+    EXPECT_EQ(0, host::replaceCopy(7, Bytes(16 << 20)));
     EXPECT_EQ(0, host::listCopies(copies, "nothing/here"));
     EXPECT_TRUE(copies.empty());
     EXPECT_FALSE(std::filesystem::exists(folder.state("nothing")));
@@ -239,7 +239,7 @@ TEST_F(Copies, AreListedMadeAndRemoved)
 
 TEST_F(Copies, AFullDiskLeavesTheOldCopy)
 {
-    EXPECT_EQ(0, host::replaceCopy(7, bytes(20000, 1)));
+    EXPECT_EQ(0, host::replaceCopy(7, Bytes(20000, 1)));
     EXPECT_EQ(0, inChild([&] {
                   const rlimit limit{10000, 10000};
                   setrlimit(RLIMIT_FSIZE, &limit);
@@ -247,27 +247,27 @@ TEST_F(Copies, AFullDiskLeavesTheOldCopy)
                   // EFBIG
                   return told == "80001404: 7 3 5 27" ? 0 : 1;
               }));
-    EXPECT_EQ(bytes(20000, 1), contentsOf(7));
+    EXPECT_EQ(Bytes(20000, 1), contentsOf(7));
     EXPECT_FALSE(std::filesystem::exists(folder.state("qorn/P3_Root/.7.new")));
 }
 
 TEST_F(Copies, KilledAtAnyMomentTheCopyIsTheOldOneOrTheNewOne)
 {
     constexpr std::size_t size = 100000;
-    EXPECT_EQ(0, host::replaceCopy(7, bytes(size, 0)));
+    EXPECT_EQ(0, host::replaceCopy(7, Bytes(size, 0)));
     for (std::size_t round = 0; round < 30; ++round) {
         const bool whole = round % 2 == 0;
         const auto told = killAfter(1 + round % 7, [&](std::uint32_t number) {
-            const bytes fresh(size, static_cast<std::uint8_t>(number + 1));
+            const Bytes fresh(size, static_cast<std::uint8_t>(number + 1));
             unsigned int count = size;
             const bool done = whole ? host::replaceCopy(7, fresh) == 0
                                     : tavo_write_data_persistancy(root, 7, nullptr, fresh.data(), &count, 0) == nullptr;
             return done ? number + 1 : 0;
         });
         EXPECT_EQ(told.size(), told.back()) << "no write failed";
-        const bytes found = contentsOf(7);
+        const Bytes found = contentsOf(7);
         ASSERT_EQ(size, found.size());
-        EXPECT_EQ(bytes(size, found[0]), found);
+        EXPECT_EQ(Bytes(size, found[0]), found);
         EXPECT_TRUE(found[0] == told.back() || found[0] == told.back() + 1) << "the last one told, or the next";
         std::vector<host::copyInfo> copies;
         EXPECT_EQ(0, host::listCopies(copies));
@@ -278,7 +278,7 @@ TEST_F(Copies, KilledAtAnyMomentTheCopyIsTheOldOneOrTheNewOne)
 
 TEST_F(Copies, WritersOfTwoProcessesKeepEachOthersBytes)
 {
-    EXPECT_EQ(0, host::replaceCopy(7, bytes(400, 0)));
+    EXPECT_EQ(0, host::replaceCopy(7, Bytes(400, 0)));
     const auto fill = [](std::uint8_t byte, unsigned int first) {
         int failures = 0;
         for (unsigned int offset = first; offset < 400; offset += 2) {
@@ -297,7 +297,7 @@ TEST_F(Copies, WritersOfTwoProcessesKeepEachOthersBytes)
     int status = -1;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    bytes expected;
+    Bytes expected;
     for (int pair = 0; pair < 200; ++pair) {
         expected.insert(expected.end(), {1, 2});
     }
@@ -350,7 +350,7 @@ TEST_F(Copies, WithoutMemoryAWriteIsDoneOrAnEntryAndNothing)
                       tavo_write_data_persistancy(root, 7, nullptr, data.data(), &length, 4));
                   giveMemoryBack();
                   const std::string now = read(7, 0, 0);
-                  host::replaceCopy(7, bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+                  host::replaceCopy(7, Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
                   return length == 2 && now == (entry == nullptr ? "0123ab6789" : "0123456789");
               }));
 }
@@ -419,8 +419,8 @@ TEST(SharedBuffers, AreZeroFilledAndDistinct)
     void* buffers[3] = {tavo_malloc(0), tavo_malloc(0), tavo_malloc(1000)};
     EXPECT_NE(nullptr, buffers[0]);
     EXPECT_NE(buffers[0], buffers[1]);
-    EXPECT_EQ(bytes(1000, 0),
-              bytes(static_cast<std::uint8_t*>(buffers[2]), static_cast<std::uint8_t*>(buffers[2]) + 1000));
+    EXPECT_EQ(Bytes(1000, 0),
+              Bytes(static_cast<std::uint8_t*>(buffers[2]), static_cast<std::uint8_t*>(buffers[2]) + 1000));
     for (void*& buffer : buffers) {
         tavo_util_free(&buffer);
         EXPECT_EQ(nullptr, buffer);

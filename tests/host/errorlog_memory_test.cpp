@@ -13,7 +13,7 @@ namespace kest::test
 namespace
 {
 
-using words = std::vector<std::uint32_t>;
+using Words = std::vector<std::uint32_t>;
 
 ErrlEntry* newEntry(unsigned int word)
 {
@@ -21,7 +21,7 @@ ErrlEntry* newEntry(unsigned int word)
                          SERVICE_CODE_KEST, 0x1312, word, 2, 3, 4, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
 }
 
-words wordsOf(const SrciSrc* src)
+Words wordsOf(const SrciSrc* src)
 {
     unsigned int count = 0;
     const std::uint32_t* first = src != nullptr ? src->getHexData(count) : nullptr;
@@ -29,10 +29,10 @@ words wordsOf(const SrciSrc* src)
 }
 
 /// What the process tells standard error from now on. Allocates nothing before it is read.
-class toldError
+class ToldError
 {
 public:
-    toldError()
+    ToldError()
     {
         if (pipe2(m_ends.data(), O_NONBLOCK) == 0) {
             dup2(m_ends[1], STDERR_FILENO);
@@ -58,7 +58,7 @@ protected:
     /// Whether an entry of newEntry(62) that fill() has filled has all that an entry always has.
     static bool hasItsFacts(const ErrlEntry& entry)
     {
-        return wordsOf(entry.getSRC(0)) == words{0x00B143FF, 0x1300000D, 0x1312, 0x55, 62, 2, 3, 4} &&
+        return wordsOf(entry.getSRC(0)) == Words{0x00B143FF, 0x1300000D, 0x1312, 0x55, 62, 2, 3, 4} &&
                entry.getRC() == 0x80001312 && entry.creator() == 0x1300 && entry.plid() != 0 &&
                entry.plid() != UINT32_MAX;
     }
@@ -76,7 +76,7 @@ protected:
     /// was told; and says so when it is not whole
     static bool commitsWithoutMemory(ErrlEntry& entry)
     {
-        const toldError told;
+        const ToldError told;
         entry.commit(0x1300, ERRL_ACTION_REPORT);
         giveMemoryBack();
         const std::string text = told.read();
@@ -152,7 +152,7 @@ TEST_F(ErrorLogMemory, AWaitingSpoolLosesNothing)
     }
     folder.write("state/errors.spool", spooled);
     EXPECT_EQ("", withoutMemory([&] {
-                  const toldError told;
+                  const ToldError told;
                   ready->commit(0x1300, ERRL_ACTION_REPORT);
                   giveMemoryBack();
                   const auto ids = idsInLog();

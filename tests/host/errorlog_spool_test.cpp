@@ -14,7 +14,7 @@ namespace kest::test
 namespace
 {
 
-using words = std::vector<std::uint32_t>;
+using Words = std::vector<std::uint32_t>;
 
 class Spool : public testing::Test
 {
@@ -78,7 +78,7 @@ TEST_F(Spool, TakesWhatADamagedDatabaseCannotAndGivesItBackLater)
 
     std::filesystem::remove(folder.state("errors.db"));
     commitEntry(3);
-    EXPECT_EQ((words{3, 2, 1}), wordsInLog());
+    EXPECT_EQ((Words{3, 2, 1}), wordsInLog());
     EXPECT_EQ("", spoolText());
     EXPECT_EQ("", host::checkStore());
 }
@@ -93,7 +93,7 @@ TEST_F(Spool, ADamagedDatabaseIsSetAsideWhenTheLogIsCleared)
     EXPECT_EQ("", host::clearEntries());
     EXPECT_EQ(std::string(8192, 'x'), folder.read("state/errors.db.damaged"));
     commitEntry(2);
-    EXPECT_EQ((words{2}), wordsInLog());
+    EXPECT_EQ((Words{2}), wordsInLog());
 }
 
 TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
@@ -116,11 +116,11 @@ TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
     for (const host::loggedEntry& entry : host::listEntries().entries) {
         listed.push_back(entry.srcs.at(0).words[4]);
     }
-    EXPECT_EQ((words{3, 2}), listed);
+    EXPECT_EQ((Words{3, 2}), listed);
     EXPECT_EQ("", host::clearEntries());
     EXPECT_TRUE(std::filesystem::exists(folder.state("errors.db.damaged")));
     commitEntry(4);
-    EXPECT_EQ((words{4}), wordsInLog());
+    EXPECT_EQ((Words{4}), wordsInLog());
 }
 
 TEST_F(Spool, AFullDiskLosesNothing)
@@ -213,7 +213,7 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsNone)
 
     std::filesystem::remove(folder.path() / "state");
     commitEntry(2);
-    EXPECT_EQ((words{2, 1}), wordsInLog());
+    EXPECT_EQ((Words{2, 1}), wordsInLog());
     EXPECT_EQ("", otherSpoolText());
 }
 
@@ -230,7 +230,7 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderMayNotBeWritten)
                       return 2;
                   }
                   commitTold(1, "");
-                  return otherSpoolText().empty() || wordsInLog() != words{1} || HasFailure() ? 1 : 0;
+                  return otherSpoolText().empty() || wordsInLog() != Words{1} || HasFailure() ? 1 : 0;
               }));
 
     chmod((folder.path() / "state").c_str(), 0777);
@@ -242,7 +242,7 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderMayNotBeWritten)
                       return 2;
                   }
                   commitEntry(2);
-                  EXPECT_EQ((words{2, 1}), wordsInLog());
+                  EXPECT_EQ((Words{2, 1}), wordsInLog());
                   EXPECT_EQ("", otherSpoolText()) << "the entry has moved into the store";
                   EXPECT_EQ("", host::checkStore());
                   return HasFailure() ? 1 : 0;
@@ -258,7 +258,7 @@ TEST_F(Spool, IsNotTakenFromAFolderThatOthersMayWrite)
     std::filesystem::remove(folder.path() / "state");
     chmod((folder.path() / "spool").c_str(), 0777);
     commitEntry(2);
-    EXPECT_EQ((words{2}), wordsInLog());
+    EXPECT_EQ((Words{2}), wordsInLog());
     EXPECT_NE("", otherSpoolText());
 }
 
@@ -282,10 +282,10 @@ TEST_F(Spool, HasAnotherPlaceWhenSomebodyElseTookTheFirst)
     commitEntry(1);
     const std::string told = testing::internal::GetCapturedStderr();
     EXPECT_NE(std::string::npos, told.find(R"("spoolFolder":")" + (folder.path() / "spool.1").string() + "\"")) << told;
-    EXPECT_EQ((words{1}), wordsInLog());
+    EXPECT_EQ((Words{1}), wordsInLog());
     std::filesystem::remove(folder.path() / "state");
     commitEntry(2);
-    EXPECT_EQ((words{2, 1}), wordsInLog());
+    EXPECT_EQ((Words{2, 1}), wordsInLog());
 }
 
 TEST_F(Spool, IsNotClearedInAFolderThatOthersMayWrite)
@@ -350,9 +350,9 @@ TEST_F(Spool, AnEntryThatIsInBothIsThereOnce)
     commitEntry(1);
     const std::string line = host::toLine(host::listEntries().entries.at(0));
     folder.write("state/errors.spool", line + "\n" + line + "\n");
-    EXPECT_EQ((words{1}), wordsInLog());
+    EXPECT_EQ((Words{1}), wordsInLog());
     commitEntry(2);
-    EXPECT_EQ((words{2, 1}), wordsInLog());
+    EXPECT_EQ((Words{2, 1}), wordsInLog());
     EXPECT_EQ("", spoolText());
 }
 
@@ -369,7 +369,7 @@ TEST_F(Spool, DamagedLinesAreTold)
         commitEntry(2);
         EXPECT_EQ("kest: a damaged line of the error log's spool: \"\\\\x1B[2J{\"\n",
                   testing::internal::GetCapturedStderr());
-        EXPECT_EQ((words{2, 1}), wordsInLog());
+        EXPECT_EQ((Words{2, 1}), wordsInLog());
     }
 }
 

@@ -12,7 +12,7 @@ namespace kest::test
 namespace
 {
 
-using words = std::vector<std::uint32_t>;
+using Words = std::vector<std::uint32_t>;
 
 class ErrorLog : public testing::Test
 {
@@ -22,7 +22,7 @@ protected:
 
 TEST_F(ErrorLog, IsEmptyAndMakesNothingBeforeTheFirstEntry)
 {
-    EXPECT_EQ(words{}, wordsInLog());
+    EXPECT_EQ(Words{}, wordsInLog());
     EXPECT_EQ("", host::checkStore());
     EXPECT_EQ("", host::clearEntries());
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "state"));
@@ -33,8 +33,8 @@ TEST_F(ErrorLog, HoldsWhatIsCommittedTheLatestFirst)
     for (std::uint32_t number = 1; number <= 3; ++number) {
         commitEntry(number);
     }
-    EXPECT_EQ((words{3, 2, 1}), wordsInLog());
-    EXPECT_EQ((words{3, 2}), wordsInLog({.limit = 2}));
+    EXPECT_EQ((Words{3, 2, 1}), wordsInLog());
+    EXPECT_EQ((Words{3, 2}), wordsInLog({.limit = 2}));
     EXPECT_EQ("", host::checkStore());
 }
 
@@ -64,15 +64,15 @@ TEST_F(ErrorLog, Filters)
     commitEntry(1, ERRL_SEV_RECOVERED);
     const std::uint32_t second = commitEntry(2);
     commitEntry(3, ERRL_SEV_UNRECOVERED, "", 0x1400);
-    EXPECT_EQ((words{1}), wordsInLog({.severity = 0x10}));
-    EXPECT_EQ((words{3, 2}), wordsInLog({.severity = 0x20}));
-    EXPECT_EQ((words{3}), wordsInLog({.component = 0x1400}));
-    EXPECT_EQ((words{2}), wordsInLog({.severity = 0x20, .component = 0x1300}));
-    EXPECT_EQ((words{2}), wordsInLog({.plid = second}));
-    EXPECT_EQ((words{}), wordsInLog({.plid = second + 1000}));
+    EXPECT_EQ((Words{1}), wordsInLog({.severity = 0x10}));
+    EXPECT_EQ((Words{3, 2}), wordsInLog({.severity = 0x20}));
+    EXPECT_EQ((Words{3}), wordsInLog({.component = 0x1400}));
+    EXPECT_EQ((Words{2}), wordsInLog({.severity = 0x20, .component = 0x1300}));
+    EXPECT_EQ((Words{2}), wordsInLog({.plid = second}));
+    EXPECT_EQ((Words{}), wordsInLog({.plid = second + 1000}));
     const auto time = host::listEntries({.plid = second}).entries.at(0).committedMs;
     EXPECT_EQ(3U, wordsInLog({.sinceMs = time - 60000}).size());
-    EXPECT_EQ((words{}), wordsInLog({.sinceMs = time + 60000}));
+    EXPECT_EQ((Words{}), wordsInLog({.sinceMs = time + 60000}));
 }
 
 TEST_F(ErrorLog, AnEntryCommittedTwiceIsThereTwice)
@@ -82,7 +82,7 @@ TEST_F(ErrorLog, AnEntryCommittedTwiceIsThereTwice)
     entry.commit(0x1300, ERRL_ACTION_REPORT);
     entry.setRC(0x1301);
     entry.commit(0x1300, ERRL_ACTION_KEEP_FOR_SERVICE);
-    EXPECT_EQ((words{5, 5}), wordsInLog({.plid = entry.plid()}));
+    EXPECT_EQ((Words{5, 5}), wordsInLog({.plid = entry.plid()}));
 }
 
 TEST_F(ErrorLog, DropsTheOldestInformationalOnesFirst)
@@ -93,18 +93,18 @@ TEST_F(ErrorLog, DropsTheOldestInformationalOnesFirst)
     commitEntry(2, ERRL_SEV_RECOVERED);
     commitEntry(3);
     commitEntry(4, ERRL_SEV_RECOVERED);
-    EXPECT_EQ((words{4, 3, 2, 1}), wordsInLog());
+    EXPECT_EQ((Words{4, 3, 2, 1}), wordsInLog());
     commitEntry(5);
-    EXPECT_EQ((words{5, 4, 3, 1}), wordsInLog());
+    EXPECT_EQ((Words{5, 4, 3, 1}), wordsInLog());
     commitEntry(6);
-    EXPECT_EQ((words{6, 5, 3, 1}), wordsInLog());
+    EXPECT_EQ((Words{6, 5, 3, 1}), wordsInLog());
     commitEntry(7);
-    EXPECT_EQ((words{7, 6, 5, 3}), wordsInLog());
+    EXPECT_EQ((Words{7, 6, 5, 3}), wordsInLog());
     commitEntry(8, ERRL_SEV_RECOVERED);
-    EXPECT_EQ((words{8, 7, 6, 5}), wordsInLog()) << "the entry that passes the bound is not dropped for it";
+    EXPECT_EQ((Words{8, 7, 6, 5}), wordsInLog()) << "the entry that passes the bound is not dropped for it";
     folder.configure("errorlog.max_entries = 1");
     commitEntry(9);
-    EXPECT_EQ((words{9}), wordsInLog());
+    EXPECT_EQ((Words{9}), wordsInLog());
     EXPECT_TRUE(!exact || host::checkStore().empty());
 }
 
@@ -115,7 +115,7 @@ TEST_F(ErrorLog, KeepsWithinItsSize)
     for (std::uint32_t number = 1; number <= 20; ++number) {
         commitEntry(number, number == 18 ? ERRL_SEV_RECOVERED : ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
     }
-    const words kept = wordsInLog();
+    const Words kept = wordsInLog();
     ASSERT_LE(5U, kept.size());
     EXPECT_GE(8U, kept.size());
     EXPECT_EQ(20U, kept[0]);
@@ -128,9 +128,9 @@ TEST_F(ErrorLog, IsCleared)
     commitEntry(1);
     const std::uint32_t before = commitEntry(2);
     EXPECT_EQ("", host::clearEntries());
-    EXPECT_EQ(words{}, wordsInLog());
+    EXPECT_EQ(Words{}, wordsInLog());
     EXPECT_LT(before, commitEntry(3)) << "identifiers go on";
-    EXPECT_EQ((words{3}), wordsInLog());
+    EXPECT_EQ((Words{3}), wordsInLog());
 }
 
 TEST_F(ErrorLog, ThreadsOfOneProcessCommitTogether)
@@ -163,7 +163,7 @@ TEST_F(ErrorLog, AForkedChildGoesOnByItself)
                   });
               }));
     commitEntry(4);
-    EXPECT_EQ((words{4, 3, 2, 1}), wordsInLog());
+    EXPECT_EQ((Words{4, 3, 2, 1}), wordsInLog());
     EXPECT_EQ("", host::checkStore());
 }
 
@@ -195,7 +195,7 @@ TEST_F(ErrorLog, ARemovedStoreBeginsAnew)
     commitEntry(1);
     std::filesystem::remove_all(folder.path() / "state");
     commitEntry(2);
-    EXPECT_EQ((words{2}), wordsInLog());
+    EXPECT_EQ((Words{2}), wordsInLog());
 }
 
 TEST_F(ErrorLog, IsReadWithoutPermissionToWrite)

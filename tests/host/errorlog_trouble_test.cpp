@@ -21,7 +21,7 @@ namespace kest::test
 namespace
 {
 
-using words = std::vector<std::uint32_t>;
+using Words = std::vector<std::uint32_t>;
 using std::chrono::milliseconds;
 
 /// The error log's clock while it lives: only pauses move it.
@@ -120,7 +120,7 @@ TEST_F(ErrorLogTrouble, AHeldDatabaseCostsOneCommitFiveSecondsAndTheNextOnesNoth
     other.run("ROLLBACK");
     commitEntry(4);
     EXPECT_EQ(after, DrivenClock::passed());
-    EXPECT_EQ((words{4, 3, 2, 1, 0, 9}), wordsInLog());
+    EXPECT_EQ((Words{4, 3, 2, 1, 0, 9}), wordsInLog());
     EXPECT_EQ("", folder.read("state/errors.spool"));
 }
 
@@ -171,8 +171,8 @@ int fcntlWithoutLocks(int descriptor, int command, ...) // NOLINT(cert-dcl50-cpp
     return fcntl(descriptor, command, argument);
 }
 
-template <typename call_t>
-void replaceSystemCall(const char* name, call_t call)
+template <typename Call>
+void replaceSystemCall(const char* name, Call call)
 {
     sqlite3_vfs* const files = sqlite3_vfs_find("unix");
     EXPECT_EQ(SQLITE_OK, files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(call)));
@@ -190,7 +190,7 @@ TEST_F(ErrorLogTrouble, WithoutLocksACommitTakesFiveSecondsAtMost)
     EXPECT_GE(milliseconds(5000), DrivenClock::passed());
     EXPECT_NE("", folder.read("state/errors.spool"));
     commitEntry(2);
-    EXPECT_EQ((words{2, 1, 0}), wordsInLog());
+    EXPECT_EQ((Words{2, 1, 0}), wordsInLog());
 }
 
 /// Ends the process at the n-th change of a file.
@@ -246,7 +246,7 @@ TEST_F(ErrorLogTrouble, AChangedLayoutIsMendedAndNeverRun)
             }
             EXPECT_TRUE(!seen || comesBack([] {
                 commitEntry(2);
-                return wordsInLog() == words{2, 1} && host::checkStore().empty();
+                return wordsInLog() == Words{2, 1} && host::checkStore().empty();
             })) << change
                 << isOpen;
             EXPECT_TRUE(comesBack([] { return host::clearEntries().empty() && wordsInLog().empty(); })) << change;
@@ -263,7 +263,7 @@ TEST_F(ErrorLogTrouble, ALayoutChangedUnderAnOpenLogIsNotRun)
         commitEntry(2);
         OtherConnection(database()).run(endlessTrigger);
         commitEntry(3);
-        return wordsInLog() == words{3, 2, 1} ? 0 : 1;
+        return wordsInLog() == Words{3, 2, 1} ? 0 : 1;
     });
     EXPECT_EQ(0, result);
 }
@@ -293,7 +293,7 @@ TEST_F(ErrorLogTrouble, AFileThatIsNoErrorLogIsSetAside)
         const std::string told = commitTold(2);
         return told ==
                    "kest: " + database().string() + " is not an error log; it was set aside as errors.db.damaged\n" &&
-               wordsInLog() == words{2};
+               wordsInLog() == Words{2};
     }));
     EXPECT_TRUE(std::filesystem::exists(folder.state("errors.db.damaged")));
 }
@@ -307,7 +307,7 @@ TEST_F(ErrorLogTrouble, AnotherUsersFileIsSetAside)
     ASSERT_EQ(0, chown(database().c_str(), 12345, 12345));
     folder.configure("");
     EXPECT_NE(std::string::npos, commitTold(2).find("belongs to another user"));
-    EXPECT_EQ((words{2}), wordsInLog());
+    EXPECT_EQ((Words{2}), wordsInLog());
 }
 
 TEST_F(ErrorLogTrouble, ANewerLayoutIsLeftAloneUntilTheLogIsCleared)
@@ -318,7 +318,7 @@ TEST_F(ErrorLogTrouble, ANewerLayoutIsLeftAloneUntilTheLogIsCleared)
     EXPECT_NE(std::string::npos, commitTold(2).find("made by a newer version"));
     EXPECT_EQ("", host::clearEntries());
     commitEntry(3);
-    EXPECT_EQ((words{3}), wordsInLog());
+    EXPECT_EQ((Words{3}), wordsInLog());
 }
 
 TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
@@ -333,7 +333,7 @@ TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
     EXPECT_EQ(74U, wordsInLog().size());
     commitEntry(202);
     commitEntry(203);
-    EXPECT_EQ((words{203, 202, 201, 200, 199, 198, 197, 196, 195, 194}), wordsInLog());
+    EXPECT_EQ((Words{203, 202, 201, 200, 199, 198, 197, 196, 195, 194}), wordsInLog());
 }
 
 TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEver)
@@ -364,8 +364,8 @@ TEST_F(ErrorLogTrouble, ALimitShowsTheLatestEntriesAlsoAfterASpoolWasTakenIn)
     older.srcs.at(0).words[4] = 9;
     folder.write("state/errors.spool", host::toLine(older) + "\n");
     commitEntry(2);
-    EXPECT_EQ((words{2, 1}), wordsInLog({.limit = 2}));
-    EXPECT_EQ((words{2, 1, 9}), wordsInLog());
+    EXPECT_EQ((Words{2, 1}), wordsInLog({.limit = 2}));
+    EXPECT_EQ((Words{2, 1, 9}), wordsInLog());
 }
 
 TEST_F(ErrorLogTrouble, ARolledBackTransactionLeavesRoomForTheNextOne)

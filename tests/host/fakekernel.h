@@ -73,12 +73,12 @@ public:
         calls.push_back(std::string("open ") + path);
         openFlags = flags;
         openNodes += openError == 0 ? 1 : 0;
-        return fail(openError, nextDescriptor++);
+        return fail(openError, m_nextDescriptor++);
     }
     int closeNode(int descriptor) override
     {
         --openNodes;
-        slaves.erase(descriptor);
+        m_slaves.erase(descriptor);
         return 0;
     }
     int statNode(int /*descriptor*/, struct stat& about) override
@@ -101,12 +101,12 @@ public:
         case I2C_SLAVE:
             return fail(held.contains(static_cast<std::uint8_t>(argument)) ? EBUSY : 0, 0);
         case I2C_SLAVE_FORCE:
-            slaves[descriptor] = static_cast<std::uint8_t>(argument);
+            m_slaves[descriptor] = static_cast<std::uint8_t>(argument);
             return 0;
         case I2C_RDWR:
             return messages(*reinterpret_cast<i2c_rdwr_ioctl_data*>(argument));
         case I2C_SMBUS:
-            return smbus(slaves[descriptor], *reinterpret_cast<i2c_smbus_ioctl_data*>(argument));
+            return smbus(m_slaves[descriptor], *reinterpret_cast<i2c_smbus_ioctl_data*>(argument));
         default:
             return fail(ENOTTY, 0);
         }
@@ -242,8 +242,8 @@ private:
         return fail(ordered(), 0);
     }
 
-    std::map<int, std::uint8_t> slaves; ///< of each open file, the address that SMBus calls go to
-    int nextDescriptor = 1000;
+    std::map<int, std::uint8_t> m_slaves; ///< of each open file, the address that SMBus calls go to
+    int m_nextDescriptor = 1000;
 };
 
 } // namespace kest::test

@@ -63,10 +63,10 @@ TEST_F(DurableRecord, OfAFirstFailureIsOnTheDiskWithItsName)
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     kernel.lastingFailure = EIO;
-    bytes data(4);
+    Bytes data(4);
     std::vector<std::string> paths;
     synced = &paths;
-    EXPECT_EQ((answer{0, EIO}), device.read(data));
+    EXPECT_EQ((Answer{0, EIO}), device.read(data));
     synced = nullptr;
     ASSERT_EQ(2u, paths.size());
     EXPECT_EQ(paths[1], std::filesystem::path(paths[0]).parent_path()) << paths[0];

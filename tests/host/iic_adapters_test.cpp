@@ -29,7 +29,7 @@ protected:
     /// A hub at 0x80 in front of a chip of 64 KiB.
     FakeChip& hub(std::size_t offsetBytes)
     {
-        kernel.chips[0x40] = {.memory = bytes(65536), .offsetBytes = offsetBytes, .hubStatus = {0}};
+        kernel.chips[0x40] = {.memory = Bytes(65536), .offsetBytes = offsetBytes, .hubStatus = {0}};
         return kernel.chips[0x40];
     }
     /// Ends a transfer that would go on for ever.
@@ -37,7 +37,7 @@ protected:
     {
         kernel.beforeTransfer = [this, most] { kernel.lastingFailure = kernel.log.size() >= most ? EIO : 0; };
     }
-    static bytes slice(const bytes& all, std::size_t offset, std::size_t length)
+    static Bytes slice(const Bytes& all, std::size_t offset, std::size_t length)
     {
         return {all.begin() + static_cast<std::ptrdiff_t>(offset),
                 all.begin() + static_cast<std::ptrdiff_t>(offset + length)};
@@ -63,7 +63,7 @@ TEST_F(SmallAdapter, PageThatMayStillBeBeingWrittenDoesNotCountWhenTheAdapterTak
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     device.seek(56);
-    EXPECT_EQ((answer{0, ETIME}),
+    EXPECT_EQ((Answer{0, ETIME}),
               // 8 bytes up to the page's end, then 22 that are too many
               device.write(pattern(30, 9)));
     EXPECT_EQ("50W 0038171E252C333A4148", kernel.log.front());
@@ -74,11 +74,11 @@ TEST_F(SmallAdapter, PagesAreWrittenInSmallerMessagesWithTheirOffsets)
     kernel.longestWrite = 16;
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
-    const bytes data = pattern(40, 9);
-    EXPECT_EQ((answer{40, 0}), device.write(data));
+    const Bytes data = pattern(40, 9);
+    EXPECT_EQ((Answer{40, 0}), device.write(data));
     EXPECT_EQ(data, slice(chip().memory, 0, 40));
     kernel.log.clear();
-    EXPECT_EQ((answer{8, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ((Answer{8, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8}));
     // what it takes is known by now
     EXPECT_EQ("50W 00280102030405060708", kernel.log.front());
 }
@@ -87,15 +87,15 @@ TEST_F(SmallAdapter, PlainTransferThatTheAdapterRefusesIsNotSplit)
 {
     kernel.longestWrite = kernel.longestRead = 16;
     OpenDevice device("/dev/i2c-7@A0");
-    bytes data(20, 0x33);
-    EXPECT_EQ((answer{0, EINVAL}), device.write(data));
-    EXPECT_EQ((answer{0, EINVAL}), device.read(data));
+    Bytes data(20, 0x33);
+    EXPECT_EQ((Answer{0, EINVAL}), device.write(data));
+    EXPECT_EQ((Answer{0, EINVAL}), device.read(data));
     // again, with what was learnt
-    EXPECT_EQ((answer{0, EINVAL}), device.read(data));
+    EXPECT_EQ((Answer{0, EINVAL}), device.read(data));
     EXPECT_THAT(kernel.log, IsEmpty());
     data.resize(16);
     // the most that it takes
-    EXPECT_EQ((answer{16, 0}), device.read(data));
+    EXPECT_EQ((Answer{16, 0}), device.read(data));
     EXPECT_THAT(kernel.log, ElementsAre("50R 16"));
 }
 
@@ -107,86 +107,86 @@ TEST_F(SmallAdapter, HubWriteNeedsRoomForOneByteBehindItsOffset)
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
     device.seek(0x03A20000);
-    EXPECT_EQ((answer{5, 0}), device.write({1, 2, 3, 4, 5}));
+    EXPECT_EQ((Answer{5, 0}), device.write({1, 2, 3, 4, 5}));
     EXPECT_THAT(kernel.log, ElementsAre("40W 03A2000001", "40W 03A2000102", "40W 03A2000203", "40W 03A2000304",
                                         "40W 03A2000405", "40W "));
     kernel.log.clear();
     kernel.longestWrite = 4;
-    EXPECT_EQ((answer{0, ENOSYS}), device.write({1, 2, 3, 4, 5}));
+    EXPECT_EQ((Answer{0, ENOSYS}), device.write({1, 2, 3, 4, 5}));
     EXPECT_THAT(kernel.log, IsEmpty());
 }
 
 TEST_F(SmallAdapter, HubReadNeedsRoomForOneByteBehindItsStatus)
 {
-    const bytes memory = pattern(65536);
+    const Bytes memory = pattern(65536);
     hub(4).memory = memory;
     kernel.longestRead = 2;
     boundTransactions(20);
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 4, .pageSize = 64});
     device.seek(0x03A20000);
-    bytes data(4);
-    EXPECT_EQ((answer{4, 0}), device.read(data));
+    Bytes data(4);
+    EXPECT_EQ((Answer{4, 0}), device.read(data));
     EXPECT_EQ(slice(memory, 0, 3), slice(data, 1, 3));
     EXPECT_THAT(kernel.log, ElementsAre("40W 03A20000 40R 2", "40W 03A20001 40R 2", "40W 03A20002 40R 2"));
     kernel.log.clear();
     kernel.longestRead = 1;
-    EXPECT_EQ((answer{0, ENOSYS}), device.read(data));
+    EXPECT_EQ((Answer{0, ENOSYS}), device.read(data));
     EXPECT_THAT(kernel.log, IsEmpty());
 }
 
 /// What a kernel bus reckons with: the lower of the speed set and the adapter's clock, and how
 /// many bytes go into 250 ms of it.
-struct clockCase {
+struct ClockCase {
     std::uint32_t adapterHz;
     std::uint16_t speedKhz;
     std::vector<std::string> transactions; ///< of a read of 12,000 bytes
 };
-std::ostream& operator<<(std::ostream& stream, const clockCase& each)
+std::ostream& operator<<(std::ostream& stream, const ClockCase& each)
 {
     return stream << each.adapterHz << " Hz, " << each.speedKhz << " kHz set";
 }
-class LongRead : public SmallAdapter, public testing::WithParamInterface<clockCase>
+class LongRead : public SmallAdapter, public testing::WithParamInterface<ClockCase>
 {
 };
 TEST_P(LongRead, IsMadeOfTransactionsOfAQuarterOfASecond)
 {
     kernel.adapterHz = GetParam().adapterHz;
     OpenDevice device("/dev/i2c-7");
-    block values = eeprom();
+    Block values = eeprom();
     values.speedKhz = GetParam().speedKhz;
     device.set(values);
     EXPECT_EQ(slice(chip().memory, 0, 12000), device.readAll(12000));
     EXPECT_EQ(GetParam().transactions, kernel.log);
 }
 INSTANTIATE_TEST_SUITE_P(All, LongRead,
-                         testing::Values(clockCase{0,
+                         testing::Values(ClockCase{0,
                                                    0,
                                                    {"50W 0000 50R 2773", "50W 0AD5 50R 2773", "50W 15AA 50R 2773",
                                                     "50W 207F 50R 2773", "50W 2B54 50R 908"}},
-                                         clockCase{0,
+                                         ClockCase{0,
                                                    400,
                                                    {"50W 0000 50R 2773", "50W 0AD5 50R 2773", "50W 15AA 50R 2773",
                                                     "50W 207F 50R 2773", "50W 2B54 50R 908"}},
-                                         clockCase{400'000,
+                                         ClockCase{400'000,
                                                    100,
                                                    {"50W 0000 50R 2773", "50W 0AD5 50R 2773", "50W 15AA 50R 2773",
                                                     "50W 207F 50R 2773", "50W 2B54 50R 908"}},
-                                         clockCase{400'000, 0, {"50W 0000 50R 8192 50R 2913", "50W 2B61 50R 895"}},
-                                         clockCase{400'000, 1000, {"50W 0000 50R 8192 50R 2913", "50W 2B61 50R 895"}},
-                                         clockCase{250'000, 400, {"50W 0000 50R 6940", "50W 1B1C 50R 5060"}},
-                                         clockCase{1'000'000, 0, {"50W 0000 50R 8192 50R 3808"}}));
+                                         ClockCase{400'000, 0, {"50W 0000 50R 8192 50R 2913", "50W 2B61 50R 895"}},
+                                         ClockCase{400'000, 1000, {"50W 0000 50R 8192 50R 2913", "50W 2B61 50R 895"}},
+                                         ClockCase{250'000, 400, {"50W 0000 50R 6940", "50W 1B1C 50R 5060"}},
+                                         ClockCase{1'000'000, 0, {"50W 0000 50R 8192 50R 3808"}}));
 
 TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 {
     // 250 bits: 24 bytes behind an offset of one
     kernel.adapterHz = 1000;
     chip() = {.memory = pattern(256), .offsetBytes = 1};
-    const bytes memory = chip().memory;
+    const Bytes memory = chip().memory;
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0xA0, .offsetLength = 1});
     device.seek(0xE0);
-    const bytes data = device.readAll(60);
+    const Bytes data = device.readAll(60);
     EXPECT_THAT(kernel.log, ElementsAre("50W E0 50R 24", "50W F8 50R 24", "50W 10 50R 12"));
     EXPECT_EQ(slice(memory, 0xE0, 32), slice(data, 0, 32));
     EXPECT_EQ(slice(memory, 0, 28), slice(data, 32, 28));
@@ -196,12 +196,12 @@ TEST_F(SmallAdapter, PiecesOfALongReadThroughAHubHaveAStatusEach)
 {
     // 22 bytes behind an offset of three
     kernel.adapterHz = 1000;
-    const bytes memory = pattern(65536);
+    const Bytes memory = pattern(65536);
     hub(3).memory = memory;
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 3});
     device.seek(0x03A0F8);
-    const bytes data = device.readAll(40);
+    const Bytes data = device.readAll(40);
     EXPECT_THAT(kernel.log, ElementsAre("40W 03A0F8 40R 22", "40W 03A00D 40R 19"));
     EXPECT_EQ(0, data[0]);
     EXPECT_EQ(slice(memory, 0xA0F8, 21), slice(data, 1, 21));
@@ -214,7 +214,7 @@ TEST_F(SmallAdapter, PagesAndPlainMessagesAreNotSplitForTheirTime)
     kernel.adapterHz = 100;
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
-    EXPECT_EQ((answer{64, 0}), device.write(pattern(64)));
+    EXPECT_EQ((Answer{64, 0}), device.write(pattern(64)));
     device.set({.address = 0xA0, .writeCycleMs = 0});
     device.readAll(300);
     EXPECT_THAT(kernel.log, ElementsAre("50W 66", "50R 1", "50R 300"));
@@ -266,14 +266,14 @@ TEST_P(HubThatCannotBeAsked, IsGivenItsWholeTime)
     device.set({.address = 0x80, .offsetLength = 3, .writeCycleMs = 15, .pageSize = 8});
     device.seek(0x03A0FC);
     const std::uint64_t beginning = kernel.clockNs;
-    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{4, 0}), device.write({1, 2, 3, 4}));
     EXPECT_THAT(kernel.log, ElementsAre("40W 03A0FC01020304"));
     // a message, and four write cycles
     EXPECT_EQ(60'100'000U, kernel.clockNs - beginning);
-    bytes data(1);
+    Bytes data(1);
     device.seek(0x03A0FC);
     // it is there again
-    EXPECT_EQ((answer{1, 0}), device.read(data));
+    EXPECT_EQ((Answer{1, 0}), device.read(data));
 }
 
 TEST_P(HubThatCannotBeAsked, IsNotCalledDoneBeforeTheTimeOutOfTheTransfer)
@@ -282,7 +282,7 @@ TEST_P(HubThatCannotBeAsked, IsNotCalledDoneBeforeTheTimeOutOfTheTransfer)
     device.set({.address = 0x80, .offsetLength = 3, .timeoutMs = 30, .writeCycleMs = 15, .pageSize = 8});
     device.seek(0x03A0F8);
     const std::uint64_t beginning = kernel.clockNs;
-    EXPECT_EQ((answer{0, ETIME}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{0, ETIME}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(30'000'000U, kernel.clockNs - beginning);
 }
 
@@ -291,13 +291,13 @@ TEST_P(HubThatCannotBeAsked, HasItsNextPageSentAgainUntilItTakesIt)
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x80, .offsetLength = 3, .writeCycleMs = 15, .pageSize = 8});
     device.seek(0x03A0F0);
-    EXPECT_EQ((answer{10, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    EXPECT_EQ((Answer{10, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     EXPECT_EQ("40W 03A0F00102030405060708", kernel.log.front());
     ASSERT_LT(10U, kernel.log.size());
     for (std::size_t index = 1; index < kernel.log.size(); ++index) {
         EXPECT_EQ("40W 03A0F8090A", kernel.log[index]);
     }
-    EXPECT_EQ((bytes{8, 9, 10}), slice(kernel.chips[0x40].memory, 0xA0F7, 3));
+    EXPECT_EQ((Bytes{8, 9, 10}), slice(kernel.chips[0x40].memory, 0xA0F7, 3));
 }
 
 TEST_F(SmallAdapter, PlainReadOfABusyChipIsAskedForAgainAndMissesNoByte)
@@ -310,20 +310,20 @@ TEST_F(SmallAdapter, PlainReadOfABusyChipIsAskedForAgainAndMissesNoByte)
 
 TEST_F(SmallAdapter, TargetThatAnswersTheLastQuestionIsReadAndWritten)
 {
-    const bytes data{1, 2, 3, 4};
+    const Bytes data{1, 2, 3, 4};
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     // the last question begins after 50 ms
     chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000;
     EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
     chip().busyUntilNs = kernel.clockNs + 50 * nsPerMs + 50'000;
-    EXPECT_EQ((answer{4, 0}), device.write(data));
+    EXPECT_EQ((Answer{4, 0}), device.write(data));
 }
 
 TEST_F(SmallAdapter, ChipWhoseOtherWriterIsDoneAfterTheLastQuestionIsRead)
 {
     const OtherWriter other(settings.folder() / "locks");
-    bytes data(2);
+    Bytes data(2);
     const std::uint64_t windowEndNs = kernel.clockNs + 50 * nsPerMs;
     chip().busyUntilNs = foreverNs;
     kernel.beforeTransfer = [&] {
@@ -334,8 +334,8 @@ TEST_F(SmallAdapter, ChipWhoseOtherWriterIsDoneAfterTheLastQuestionIsRead)
     };
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
-    EXPECT_EQ((answer{2, 0}), device.read(data));
-    EXPECT_EQ((bytes{pattern(2)}), data);
+    EXPECT_EQ((Answer{2, 0}), device.read(data));
+    EXPECT_EQ((Bytes{pattern(2)}), data);
 }
 
 TEST_F(SmallAdapter, WithoutMemoryNobodyElseWritesAndItIsWrittenAllTheSame)
@@ -358,8 +358,8 @@ TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
     kernel.beforeTransfer = [&] { askedAtNs.push_back(kernel.clockNs - beginning); };
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
-    bytes data(4);
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+    Bytes data(4);
+    EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
     // a message takes 0.1 ms
     ASSERT_EQ(57U, askedAtNs.size());
     EXPECT_EQ(200'000U, askedAtNs[1]);
@@ -380,9 +380,9 @@ TEST_P(ShortOfMemory, OfTheKernelIsToldAsWantOfMemory)
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     kernel.lastingFailure = GetParam();
-    bytes data(4);
-    EXPECT_EQ((answer{0, ENOMEM}), device.read(data));
-    EXPECT_EQ((answer{0, ENOMEM}), device.write(data));
+    Bytes data(4);
+    EXPECT_EQ((Answer{0, ENOMEM}), device.read(data));
+    EXPECT_EQ((Answer{0, ENOMEM}), device.write(data));
     kernel.lastingFailure = 0;
     EXPECT_EQ(slice(chip().memory, 0, 4), device.readAll(4));
 }
@@ -397,7 +397,7 @@ TEST_F(ShortOfMemory, InTheMiddleOfAWriteTellsWhatWentOutAndIsRecorded)
             throw std::bad_alloc();
         }
     };
-    EXPECT_EQ((answer{128, ENOMEM}), device.write(pattern(300)));
+    EXPECT_EQ((Answer{128, ENOMEM}), device.write(pattern(300)));
     EXPECT_THAT(device.firstFailure(), HasSubstr("\"operation\":\"write\""));
     EXPECT_THAT(device.firstFailure(), HasSubstr("\"moved\":128"));
     EXPECT_THAT(device.firstFailure(), HasSubstr("ENOMEM"));
@@ -414,9 +414,9 @@ TEST_F(ShortOfMemory, InTheMiddleOfAReadTellsWhatCameIn)
             throw std::bad_alloc();
         }
     };
-    bytes data(60);
-    const answer result = device.read(data);
-    EXPECT_EQ((answer{30, ENOMEM}), result);
+    Bytes data(60);
+    const Answer result = device.read(data);
+    EXPECT_EQ((Answer{30, ENOMEM}), result);
     EXPECT_EQ(slice(chip().memory, 0, 30), slice(data, 0, 30));
     EXPECT_THAT(device.firstFailure(), HasSubstr("\"moved\":30"));
 }
@@ -447,8 +447,8 @@ TEST_F(ForkedSmbus, ChildOpensTheNodeAnewBeforeItsFirstUseOfIt)
     device.readAll(1);
     kernel.calls.clear();
     EXPECT_EQ(0, inChild([&] {
-                  bytes data(1);
-                  const bool read = device.read(data) == answer{1, 0} && device.read(data) == answer{1, 0};
+                  Bytes data(1);
+                  const bool read = device.read(data) == Answer{1, 0} && device.read(data) == Answer{1, 0};
                   return read && kernel.calls == std::vector<std::string>{"open /dev/i2c-7"} && kernel.openNodes == 1;
               }));
     device.readAll(1);
@@ -461,11 +461,11 @@ TEST_F(ForkedSmbus, ChildThatCannotOpenTheNodeSendsNothing)
     OpenDevice device("/dev/i2c-7");
     device.set({.address = 0x90, .offsetLength = 1});
     EXPECT_EQ(0, inChild([&] {
-                  bytes data(1);
+                  Bytes data(1);
                   kernel.openError = EACCES;
-                  const bool refused = device.read(data) == answer{0, EACCES} && kernel.log.empty();
+                  const bool refused = device.read(data) == Answer{0, EACCES} && kernel.log.empty();
                   kernel.openError = 0;
-                  return refused && device.read(data) == answer{1, 0};
+                  return refused && device.read(data) == Answer{1, 0};
               }));
 }
 

@@ -19,12 +19,12 @@
 namespace kest::test
 {
 
-using bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<std::uint8_t>;
 
 /// Bytes that differ from their neighbours and from the same place in other pages.
-inline bytes pattern(std::size_t length, unsigned int seed = 1)
+inline Bytes pattern(std::size_t length, unsigned int seed = 1)
 {
-    bytes data(length);
+    Bytes data(length);
     for (std::size_t index = 0; index < length; ++index) {
         data[index] = static_cast<std::uint8_t>(index * 7 + (index >> 8) * 13 + seed * 31);
     }
@@ -32,7 +32,7 @@ inline bytes pattern(std::size_t length, unsigned int seed = 1)
 }
 
 /// The fields of the configuration block that tests set.
-struct block {
+struct Block {
     std::uint16_t speedKhz = 400;
     std::uint16_t address = 0;
     std::uint16_t offsetLength = 0;
@@ -41,7 +41,7 @@ struct block {
     std::uint32_t pageSize = 0;
     std::uint32_t busyWaitMs = 1000;
 
-    [[nodiscard]] bytes raw() const
+    [[nodiscard]] Bytes raw() const
     {
         mern_iic_block fields{};
         fields.speedKhz = speedKhz;
@@ -51,7 +51,7 @@ struct block {
         fields.writeCycleMs = writeCycleMs;
         fields.pageSize = pageSize;
         fields.busyWaitMs = busyWaitMs;
-        bytes data(sizeof fields);
+        Bytes data(sizeof fields);
         std::memcpy(data.data(), &fields, sizeof fields);
         return data;
     }
@@ -89,12 +89,12 @@ private:
 };
 
 /// Result and errno of a call.
-struct answer {
+struct Answer {
     int result = 0;
     int error = 0; ///< 0 when the call succeeded
-    bool operator==(const answer&) const = default;
+    bool operator==(const Answer&) const = default;
 };
-inline std::ostream& operator<<(std::ostream& out, const answer& value)
+inline std::ostream& operator<<(std::ostream& out, const Answer& value)
 {
     return out << value.result << " errno " << value.error << " (" << std::strerror(value.error) << ")";
 }
@@ -123,51 +123,51 @@ public:
     [[nodiscard]] int error() const { return m_error; } ///< of the open
     mern_t& handle() { return m_handle; }
 
-    answer set(const block& values)
+    Answer set(const Block& values)
     {
-        bytes raw = values.raw();
+        Bytes raw = values.raw();
         return config(2, 19, raw.data(), 44);
     }
-    answer config(int direction, unsigned int item, void* value, unsigned int size)
+    Answer config(int direction, unsigned int item, void* value, unsigned int size)
     {
         errno = 0;
         const int result = mern_iic_config(m_handle, direction, static_cast<wobu_iic_cfg_t>(item), value, size);
         return {result, result == 0 ? 0 : errno};
     }
-    answer setNumber(unsigned int item, std::uint32_t value) { return config(2, item, &value, 4); }
+    Answer setNumber(unsigned int item, std::uint32_t value) { return config(2, item, &value, 4); }
     /// @return an item's value; the call must succeed
     std::uint32_t number(unsigned int item)
     {
         std::uint32_t value = 0xDEADBEEF;
-        EXPECT_EQ((answer{0, 0}), config(1, item, &value, 4));
+        EXPECT_EQ((Answer{0, 0}), config(1, item, &value, 4));
         return value;
     }
-    answer seek(long offset)
+    Answer seek(long offset)
     {
         errno = 0;
         const int result = mern_iic_seek(m_handle, offset, 0);
         return {result, result == 0 ? 0 : errno};
     }
-    answer read(bytes& data)
+    Answer read(Bytes& data)
     {
         errno = 0;
         const int result = mern_iic_read(m_handle, data.data(), static_cast<unsigned int>(data.size()));
         return {result, result == static_cast<int>(data.size()) ? 0 : errno};
     }
-    answer write(const bytes& data)
+    Answer write(const Bytes& data)
     {
         errno = 0;
         const int result = mern_iic_write(m_handle, data.data(), static_cast<unsigned int>(data.size()));
         return {result, result == static_cast<int>(data.size()) ? 0 : errno};
     }
     /// @return what was read; the read must succeed
-    bytes readAll(std::size_t length)
+    Bytes readAll(std::size_t length)
     {
-        bytes data(length);
-        EXPECT_EQ((answer{static_cast<int>(length), 0}), read(data));
+        Bytes data(length);
+        EXPECT_EQ((Answer{static_cast<int>(length), 0}), read(data));
         return data;
     }
-    answer reset()
+    Answer reset()
     {
         errno = 0;
         const int result = mern_iic_reset(m_handle, 1);
@@ -191,7 +191,7 @@ private:
 };
 
 /// A lock record, item 17 and 18: kind 2 is big-endian on every host.
-inline bytes registerLock(std::uint8_t address, std::uint32_t timeoutMs)
+inline Bytes registerLock(std::uint8_t address, std::uint32_t timeoutMs)
 {
     return {0,
             2,
@@ -203,9 +203,9 @@ inline bytes registerLock(std::uint8_t address, std::uint32_t timeoutMs)
             static_cast<std::uint8_t>(timeoutMs)};
 }
 /// Kind 0, in the host's byte order.
-inline bytes hubLock(std::uint16_t address, std::uint32_t timeoutMs)
+inline Bytes hubLock(std::uint16_t address, std::uint32_t timeoutMs)
 {
-    bytes record(8);
+    Bytes record(8);
     std::memcpy(record.data() + 2, &address, 2);
     std::memcpy(record.data() + 4, &timeoutMs, 4);
     return record;

@@ -14,7 +14,7 @@ class LinuxBus : public testing::Test
 protected:
     LinuxBus() { kernel.chips[0x50] = {.memory = pattern(32768)}; }
 
-    static block eeprom() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
+    static Block eeprom() { return {.address = 0xA0, .offsetLength = 2, .pageSize = 64}; }
     FakeChip& chip() { return kernel.chips[0x50]; }
 
     OwnConfiguration settings;

@@ -12,12 +12,12 @@
 namespace
 {
 
-struct shortage {
+struct Shortage {
     int ahead = 0; ///< allocations until the one that fails, with it; 0: none fails
     bool lasts = false;
     bool met = false;
 };
-constinit thread_local shortage memory;
+constinit thread_local Shortage memory;
 
 bool refused()
 {
@@ -68,7 +68,7 @@ namespace kest::test
 namespace
 {
 
-enum outcome {
+enum Outcome {
     kept,
     broken,
     thrown,

@@ -50,7 +50,7 @@ protected:
     {
         settings.use("state = \"state\"\n[linux]\nlock_folder = \"" + name + "\"\n");
         OpenDevice device("/dev/i2c-7@A0");
-        bytes record = registerLock(0xC0, 0);
+        Bytes record = registerLock(0xC0, 0);
         return device.config(2, 17, record.data(), 8).error;
     }
 
@@ -281,15 +281,15 @@ TEST_F(SharedFolder, NoDescriptorLeftIsNoMemory)
     }
     settings.use("state = \"state\"\n[linux]\nlock_folder = \"locks\"\n");
     OpenDevice device("/dev/i2c-7@A0");
-    bytes record = registerLock(0xC0, 0);
+    Bytes record = registerLock(0xC0, 0);
     struct rlimit before {
     };
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const rlimit nothing{0, before.rlim_max};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &nothing));
-    const answer result = device.config(2, 17, record.data(), 8);
+    const Answer result = device.config(2, 17, record.data(), 8);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
-    EXPECT_EQ((answer{-1, ENOMEM}), result);
+    EXPECT_EQ((Answer{-1, ENOMEM}), result);
 }
 
 } // namespace

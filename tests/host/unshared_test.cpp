@@ -112,8 +112,8 @@ TEST(UnsharedFile, ForkBesideAnUnlockClosesNoFileOfAnotherThread)
     int status = -1;
     {
         OpenDevice device("/dev/i2c-7@A0");
-        bytes record = registerLock(0xC0, 0);
-        EXPECT_EQ((answer{0, 0}), device.config(2, 17, record.data(), 8));
+        Bytes record = registerLock(0xC0, 0);
+        EXPECT_EQ((Answer{0, 0}), device.config(2, 17, record.data(), 8));
         afterClose = [&](int number) {
             another = dup2(null, number);
             forking = std::thread([&] {

@@ -295,8 +295,8 @@ void LibrarysCodes::seeproms()
         once([=] { return read(location); });
         once([=] { return write(location); });
     }
-    for (const bool write_ : {false, true}) {
-        const auto act = [=](std::uint32_t mode) { return write_ ? write(direct, mode) : read(direct, mode); };
+    for (const bool writes : {false, true}) {
+        const auto act = [=](std::uint32_t mode) { return writes ? write(direct, mode) : read(direct, mode); };
         platform.failsCopyRead();
         // file mode
         once([=] { return act(3); });

@@ -21,14 +21,14 @@ protected:
 TEST_F(Eeprom, ImageIsMadeErased)
 {
     power24c("24C02");
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Eeprom, WrittenBytesAreReadAndInTheImage)
 {
     power24c("24C256");
     EXPECT_EQ(on->store(0xA0, {0x01, 0x20, 0xDE, 0xAD}), outcome::done);
-    EXPECT_EQ(on->readAt(0xA0, {0x01, 0x20}, 3).data, (bytes{0xDE, 0xAD, 0xFF}));
+    EXPECT_EQ(on->readAt(0xA0, {0x01, 0x20}, 3).data, (Bytes{0xDE, 0xAD, 0xFF}));
     EXPECT_EQ(home.content("a.bin")[0x120], 0xDE);
     EXPECT_EQ(home.content("a.bin")[0x121], 0xAD);
 }
@@ -37,15 +37,15 @@ TEST_F(Eeprom, WrittenBytesAreReadAndInTheImage)
 TEST_F(Eeprom, FortyEightBytesToAPageOf32LeaveTheLast16AtItsStart)
 {
     power24c("24C32");
-    EXPECT_EQ(on->store(0xA0, bytes{0x00, 0x40} + counting(48)), outcome::done);
-    EXPECT_EQ(on->readAt(0xA0, {0x00, 0x40}, 34).data, counting(16, 32) + counting(16, 16) + bytes(2, 0xFF));
+    EXPECT_EQ(on->store(0xA0, Bytes{0x00, 0x40} + counting(48)), outcome::done);
+    EXPECT_EQ(on->readAt(0xA0, {0x00, 0x40}, 34).data, counting(16, 32) + counting(16, 16) + Bytes(2, 0xFF));
 }
 
 TEST_F(Eeprom, WriteFromTheMiddleOfAPageWrapsToItsStart)
 {
     power24c("24C02");
     EXPECT_EQ(on->store(0xA0, {0x0E, 1, 2, 3, 4}), outcome::done);
-    const bytes image = home.content("a.bin");
+    const Bytes image = home.content("a.bin");
     EXPECT_EQ(image[0x0E], 1);
     EXPECT_EQ(image[0x0F], 2);
     EXPECT_EQ(image[0x08], 3);
@@ -55,20 +55,20 @@ TEST_F(Eeprom, WriteFromTheMiddleOfAPageWrapsToItsStart)
 
 TEST_F(Eeprom, SizesPagesAndOffsets)
 {
-    struct row {
+    struct Row {
         const char* type;
         std::size_t size, page, offsetBytes;
     };
-    for (const row& type : {row{"24C02", 256, 8, 1}, row{"24C32", 4096, 32, 2}, row{"24C64", 8192, 32, 2},
-                            row{"24C128", 16384, 64, 2}, row{"24C256", 32768, 64, 2}, row{"24C512", 65536, 128, 2}}) {
+    for (const Row& type : {Row{"24C02", 256, 8, 1}, Row{"24C32", 4096, 32, 2}, Row{"24C64", 8192, 32, 2},
+                            Row{"24C128", 16384, 64, 2}, Row{"24C256", 32768, 64, 2}, Row{"24C512", 65536, 128, 2}}) {
         SCOPED_TRACE(type.type);
         std::filesystem::remove(home.path / "a.bin");
         power24c(type.type);
         EXPECT_EQ(home.content("a.bin").size(), type.size);
         // One byte more than a page: it comes back at the page's start.
-        EXPECT_EQ(on->store(0xA0, bytes(type.offsetBytes, 0) + bytes(type.page, 0x11) + bytes{0x22}), outcome::done);
-        EXPECT_EQ(on->readAt(0xA0, bytes(type.offsetBytes, 0), type.page + 1).data,
-                  bytes{0x22} + bytes(type.page - 1, 0x11) + bytes{0xFF});
+        EXPECT_EQ(on->store(0xA0, Bytes(type.offsetBytes, 0) + Bytes(type.page, 0x11) + Bytes{0x22}), outcome::done);
+        EXPECT_EQ(on->readAt(0xA0, Bytes(type.offsetBytes, 0), type.page + 1).data,
+                  Bytes{0x22} + Bytes(type.page - 1, 0x11) + Bytes{0xFF});
     }
 }
 
@@ -84,7 +84,7 @@ TEST_F(Eeprom, SilentFromStopUntilTheWriteCycleEnds)
     EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
     on->planar->idle(100'000);
     EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{1});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{1});
 }
 
 TEST_F(Eeprom, WriteCycleDefaultsTo3500Microseconds)
@@ -103,16 +103,16 @@ TEST_F(Eeprom, OffsetAloneWritesNothingAndIsNotBusy)
     power24c("24C256");
     EXPECT_EQ(on->write(0xA0, {0, 5}).end, outcome::done);
     EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(home.content("a.bin"), bytes(32768, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(32768, 0xFF));
 }
 
 TEST_F(Eeprom, NoWriteWithoutAStop)
 {
     power24c("24C02");
     // data, then a repeated START
-    EXPECT_EQ(on->readAt(0xA0, {0x10, 0xAB}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0xA0, {0x10, 0xAB}, 1).data, Bytes{0xFF});
     EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Eeprom, StopInTheMiddleOfAByteWritesNothing)
@@ -124,7 +124,7 @@ TEST_F(Eeprom, StopInTheMiddleOfAByteWritesNothing)
     EXPECT_EQ(cut.bytesMoved, 3U);
     // no write cycle
     EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Eeprom, SequentialReadRollsOverAtTheEnd)
@@ -132,7 +132,7 @@ TEST_F(Eeprom, SequentialReadRollsOverAtTheEnd)
     power24c("24C32");
     on->store(0xA0, {0x0F, 0xFF, 0x77});
     on->store(0xA0, {0x00, 0x00, 0x11, 0x22});
-    EXPECT_EQ(on->readAt(0xA0, {0x0F, 0xFF}, 3).data, (bytes{0x77, 0x11, 0x22}));
+    EXPECT_EQ(on->readAt(0xA0, {0x0F, 0xFF}, 3).data, (Bytes{0x77, 0x11, 0x22}));
 }
 
 TEST_F(Eeprom, OffsetBitsBeyondTheChipAreIgnored)
@@ -147,8 +147,8 @@ TEST_F(Eeprom, CurrentAddressReadGoesOnWhereTheLastOneEnded)
     power24c("24C02");
     on->store(0xA0, {0x20, 1, 2, 3, 4, 5});
     on->readAt(0xA0, {0x20}, 2);
-    EXPECT_EQ(on->read(0xA0, 1).data, bytes{3});
-    EXPECT_EQ(on->read(0xA0, 2).data, (bytes{4, 5}));
+    EXPECT_EQ(on->read(0xA0, 1).data, Bytes{3});
+    EXPECT_EQ(on->read(0xA0, 2).data, (Bytes{4, 5}));
 }
 
 TEST_F(Eeprom, CurrentAddressAfterAWriteIsBehindItsLastByte)
@@ -156,7 +156,7 @@ TEST_F(Eeprom, CurrentAddressAfterAWriteIsBehindItsLastByte)
     power24c("24C02");
     on->store(0xA0, {0x22, 9});
     on->store(0xA0, {0x20, 7, 8});
-    EXPECT_EQ(on->read(0xA0, 1).data, bytes{9});
+    EXPECT_EQ(on->read(0xA0, 1).data, Bytes{9});
 }
 
 TEST_F(Eeprom, CurrentAddressAfterAPowerCycleIs0)
@@ -165,25 +165,25 @@ TEST_F(Eeprom, CurrentAddressAfterAPowerCycleIs0)
     on->store(0xA0, {0x00, 0x5A});
     on->readAt(0xA0, {0x20}, 2);
     machine->powerCycle();
-    EXPECT_EQ(on->read(0xA0, 1).data, bytes{0x5A});
+    EXPECT_EQ(on->read(0xA0, 1).data, Bytes{0x5A});
 }
 
 TEST_F(Eeprom, JoinedSegmentsAreOneRead)
 {
     power24c("24C02");
     on->store(0xA0, {0x30, 1, 2, 3, 4});
-    bytes offset{0x30}, first(2), second(2);
+    Bytes offset{0x30}, first(2), second(2);
     segment parts[3] = {{0xA0, direction::write, offset, false},
                         {0xA0, direction::read, first, false},
                         {0xA0, direction::read, second, true}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
-    EXPECT_EQ(first + second, (bytes{1, 2, 3, 4}));
+    EXPECT_EQ(first + second, (Bytes{1, 2, 3, 4}));
 }
 
 TEST_F(Eeprom, JoinedSegmentsAreOneWrite)
 {
     power24c("24C02");
-    bytes offset{0x38}, data{5, 6};
+    Bytes offset{0x38}, data{5, 6};
     segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::write, data, true}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
     EXPECT_EQ(home.content("a.bin")[0x38], 5);
@@ -196,7 +196,7 @@ TEST_F(Eeprom, SilentProtectionAcknowledgesAndWritesNothing)
     EXPECT_EQ(on->write(0xA0, {0, 1, 2}).end, outcome::done);
     // no write cycle either
     EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Eeprom, NakProtectionRefusesDataBytes)
@@ -206,7 +206,7 @@ TEST_F(Eeprom, NakProtectionRefusesDataBytes)
     EXPECT_EQ(refused.end, outcome::dataNotAcknowledged);
     EXPECT_EQ(refused.bytesMoved, 2U);
     EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(home.content("a.bin"), bytes(32768, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(32768, 0xFF));
 }
 
 TEST_F(Eeprom, ReadCutOffMayHoldSdaPastNineClocksButNotPastAStop)
@@ -219,7 +219,7 @@ TEST_F(Eeprom, ReadCutOffMayHoldSdaPastNineClocksButNotPastAStop)
     EXPECT_EQ(on->probe(0xA0), outcome::sdaHeld);
     EXPECT_EQ(on->planar->clocks(9), outcome::sdaHeld);
     EXPECT_EQ(on->planar->reset(), outcome::done);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0});
 }
 
 TEST_F(Eeprom, ReadCutOffAtAHighBitLeavesTheBusFree)
@@ -229,7 +229,7 @@ TEST_F(Eeprom, ReadCutOffAtAHighBitLeavesTheBusFree)
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, outcome::shortTransfer);
     EXPECT_EQ(on->planar->lines(), outcome::done);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0xFF});
 }
 
 TEST_F(Eeprom, NineClocksFreeWhenTheBitAfterThemIsHigh)
@@ -249,7 +249,7 @@ TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)
     power24c("24C02");
     on->write(0xA0, {0, 0x5A});
     machine->powerCycle();
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0x5A});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0x5A});
 }
 
 TEST_F(Eeprom, ImagePutInPlaceIsReadByTheNextTransaction)
@@ -258,7 +258,7 @@ TEST_F(Eeprom, ImagePutInPlaceIsReadByTheNextTransaction)
     on->store(0xA0, {0, 1});
     home.put("other", std::string(256, '\x33'));
     std::filesystem::rename(home.path / "other", home.path / "a.bin");
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{0x33});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0x33});
 }
 
 TEST_F(Eeprom, LostImageIsAGoneAdapterUntilItIsBack)
@@ -270,9 +270,9 @@ TEST_F(Eeprom, LostImageIsAGoneAdapterUntilItIsBack)
     EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
     std::filesystem::rename(home.path / "kept", home.path / "a.bin");
     // a failed write changed nothing
-    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x11, 0x12}));
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (Bytes{0x11, 0x12}));
     EXPECT_EQ(on->store(0xA0, {0x10, 0x42}), outcome::done);
-    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (bytes{0x42, 0x12}));
+    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (Bytes{0x42, 0x12}));
 }
 
 TEST_F(Eeprom, ImageCutShortIsAGoneAdapter)
@@ -288,8 +288,8 @@ TEST_F(Eeprom, MakingAnImageLeavesAllOtherImagesAlone)
 {
     home.put("a.bin.new", std::string(256, '\x33'));
     power(chip("24C02", "0xA2", "image = \"a.bin.new\"") + chip("24C02", "0xA0", "image = \"a.bin\""));
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
-    EXPECT_EQ(home.content("a.bin.new"), bytes(256, 0x33));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin.new"), Bytes(256, 0x33));
 }
 
 // Any writes and reads, against an array and a few lines of arithmetic.
@@ -301,14 +301,14 @@ TEST_P(EepromModel, AgreesWithAnArray)
 {
     power24c("24C32");
     std::mt19937 random{GetParam()};
-    bytes expected(4096, 0xFF);
+    Bytes expected(4096, 0xFF);
     std::size_t current = 0;
     const auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
     for (int step = 0; step < 200; ++step) {
         const std::size_t offset = below(4096);
-        const bytes address{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
+        const Bytes address{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
         if (below(2) == 0) {
-            const bytes data = counting(below(80), static_cast<std::uint8_t>(random()));
+            const Bytes data = counting(below(80), static_cast<std::uint8_t>(random()));
             ASSERT_EQ(on->store(0xA0, address + data), outcome::done);
             for (std::size_t i = 0; i < data.size(); ++i) {
                 expected[offset / 32 * 32 + (offset % 32 + i) % 32] = data[i];
@@ -319,7 +319,7 @@ TEST_P(EepromModel, AgreesWithAnArray)
             const std::size_t length = 1 + below(300);
             const answer got = here ? on->read(0xA0, length) : on->readAt(0xA0, address, length);
             const std::size_t from = here ? current : offset;
-            bytes wanted;
+            Bytes wanted;
             for (std::size_t i = 0; i < length; ++i) {
                 wanted.push_back(expected[(from + i) % 4096]);
             }

@@ -74,7 +74,7 @@ TEST_F(Fault, RefusedDataByteTellsWhich)
     EXPECT_EQ(got.segment, 0U);
     EXPECT_EQ(got.bytesMoved, 2U);
     // what was not acknowledged as a whole is not written
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Fault, HeldLineStaysUntilAReset)
@@ -102,7 +102,7 @@ TEST_F(Fault, HeldInTheMiddleOfAPageWritesNothing)
     EXPECT_EQ(got.end, outcome::sclHeld);
     EXPECT_EQ(got.bytesMoved, 3U);
     on->planar->reset();
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Fault, HoldCanOutlastResets)
@@ -147,7 +147,7 @@ TEST_F(Fault, ShortReadTellsWhatCame)
     EXPECT_EQ(got.end, outcome::shortTransfer);
     EXPECT_EQ(got.segment, 1U);
     EXPECT_EQ(got.bytesMoved, 2U);
-    EXPECT_EQ(got.data, (bytes{1, 2, 0, 0}));
+    EXPECT_EQ(got.data, (Bytes{1, 2, 0, 0}));
     EXPECT_EQ(on->planar->lines(), done);
 }
 
@@ -167,15 +167,15 @@ TEST_F(Fault, ArbitrationIsLostAtTheAddressOrAByte)
     EXPECT_EQ(got.end, outcome::arbitrationLost);
     EXPECT_EQ(got.bytesMoved, 1U);
     EXPECT_EQ(on->probe(0xA0), done);
-    EXPECT_EQ(home.content("a.bin"), bytes(256, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
 TEST_F(Fault, CorruptChangesAByteOnItsWay)
 {
     on->store(0xA0, {0, 0x11, 0x22});
     fault({.kind = "corrupt", .way = "read", .count = 1, .value = 0x0F, .byte = 1});
-    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (bytes{0x11, 0x2D}));
-    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (bytes{0x11, 0x22}));
+    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (Bytes{0x11, 0x2D}));
+    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (Bytes{0x11, 0x22}));
     fault({.kind = "corrupt", .way = "write", .count = 1, .byte = 1});
     on->store(0xA0, {0, 0x11});
     EXPECT_EQ(home.content("a.bin")[0], 0xEE);
@@ -203,7 +203,7 @@ TEST_F(Fault, StuckWriteCycleMayEndLate)
     on->idleMs(199);
     EXPECT_EQ(on->probe(0xA0), nack);
     on->idleMs(2);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{1});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{1});
 }
 
 TEST_F(Fault, StuckWriteCycleEndsWithAPowerCycle)
@@ -227,7 +227,7 @@ TEST_F(Fault, StuckWriteCycleIsForgottenAfterAPowerCycle)
     EXPECT_TRUE(machine->clearFault(number));
     EXPECT_EQ(on->probe(0xA0), nack);
     on->idleMs(4);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, bytes{2});
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{2});
 }
 
 TEST_F(Fault, GoneAdapterIsGoneForEverything)
@@ -373,10 +373,10 @@ TEST_F(Fault, HubsHoldEndsWhenItIsTakenOutOfTheMachineFile)
 {
     const std::string chips = chip("HUB922", "0x80") + chip("24C02", "0xA4", "hub = 0x80\nport = 1\nimage = \"f\"");
     power(chips + "[[fault]]\nkind = \"hub-hold-sda\"\ncount = 1\n");
-    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 1).data, bytes{3});
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 1).data, Bytes{3});
     on->read(0x80, 1);
     power(chips);
-    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 1).data, bytes{0});
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 1).data, Bytes{0});
 }
 
 TEST_F(Fault, FileAndProgramHaveRoomForAllTheirFaults)
@@ -418,7 +418,7 @@ TEST_F(Fault, WithANodeAloneIsOfThatNodesBuses)
                               "[[bus]]\nname = \"b\"\nnode = \"second\"\n";
     home.put("machine.toml", buses + "[[fault]]\nkind = \"gone\"\nnode = \"second\"\n");
     open();
-    user a{machine->findBus("a", "second")}, b{machine->findBus("b", "second")};
+    User a{machine->findBus("a", "second")}, b{machine->findBus("b", "second")};
     // nobody there, but the adapter is
     EXPECT_EQ(on->probe(0xC0), nack);
     EXPECT_EQ(a.probe(0xC0), outcome::gone);
@@ -435,7 +435,7 @@ TEST_F(Fault, WithoutABusCountsOnEachBusForItself)
     home.put("machine.toml", "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"other\"\n" + chip("PCA9552", "0xC0") +
                                  "[[chip]]\nbus = \"other\"\ntype = \"PCA9552\"\naddress = 0xC0\n");
     open();
-    user second{machine->findBus("other", "")};
+    User second{machine->findBus("other", "")};
     fault({.kind = "nack", .nth = 2, .count = 1});
     EXPECT_EQ(on->probe(0xC0), done);
     EXPECT_EQ(second.probe(0xC0), done);

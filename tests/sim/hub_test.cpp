@@ -19,7 +19,7 @@ protected:
     }
     std::uint8_t status() { return on->read(0x80, 1).data.at(0); }
     void resetLine(bool low) { on->write(0xC0, {0x09, static_cast<std::uint8_t>(low ? 0x15 : 0x55)}); }
-    outcome write(bytes sent)
+    outcome write(Bytes sent)
     {
         const outcome end = on->write(0x80, std::move(sent)).end;
         on->idleMs(50);
@@ -27,8 +27,8 @@ protected:
     }
 };
 
-const bytes deadbeef{0xDE, 0xAD, 0xBE, 0xEF};
-const bytes riserAt10{3, 0xA2, 0x00, 0x10};
+const Bytes deadbeef{0xDE, 0xAD, 0xBE, 0xEF};
+const Bytes riserAt10{3, 0xA2, 0x00, 0x10};
 
 TEST_F(Hub, StartsQuietInANewMachine) { EXPECT_EQ(status(), 0); }
 
@@ -36,24 +36,24 @@ TEST_F(Hub, PassesAWriteOnToTheDevice)
 {
     EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
     EXPECT_EQ(status(), 0);
-    const bytes image = home.content("riser.bin");
-    EXPECT_EQ(bytes(image.begin() + 0x0F, image.begin() + 0x15), (bytes{0xFF, 0xDE, 0xAD, 0xBE, 0xEF, 0xFF}));
+    const Bytes image = home.content("riser.bin");
+    EXPECT_EQ(Bytes(image.begin() + 0x0F, image.begin() + 0x15), (Bytes{0xFF, 0xDE, 0xAD, 0xBE, 0xEF, 0xFF}));
 }
 
 TEST_F(Hub, ReadsStatusThenData)
 {
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, bytes{0} + deadbeef);
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, Bytes{0} + deadbeef);
 }
 
 TEST_F(Hub, DeviceWithOneOffsetByte)
 {
     write({1, 0xA4, 0x20, 5, 6, 7});
     EXPECT_EQ(home.content("fan.bin")[0x21], 6);
-    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0x20}, 4).data, (bytes{0, 5, 6, 7}));
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0x20}, 4).data, (Bytes{0, 5, 6, 7}));
 }
 
-TEST_F(Hub, SensorBehindIt) { EXPECT_EQ(on->readAt(0x80, {7, 0x90, 0x00}, 3).data, (bytes{0, 21, 0})); }
+TEST_F(Hub, SensorBehindIt) { EXPECT_EQ(on->readAt(0x80, {7, 0x90, 0x00}, 3).data, (Bytes{0, 21, 0})); }
 
 TEST_F(Hub, AnswersNoAddressWhileItPassesAWriteOn)
 {
@@ -96,7 +96,7 @@ TEST_F(Hub, DeviceThatIsNotThereIsStatus2)
     EXPECT_EQ(status(), 2);
     EXPECT_EQ(status(), 0);
     // another port
-    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 3).data, (bytes{2, 0xFF, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 3).data, (Bytes{2, 0xFF, 0xFF}));
     EXPECT_EQ(status(), 2);
 }
 
@@ -105,47 +105,47 @@ TEST_F(Hub, DeviceThatRefusesDataIsStatus2)
     power(chip("HUB922", "0x82") + chip("24C02", "0xA4", "hub = 0x82\nport = 0\nimage = \"p.bin\"\nprotect = \"nak\""));
     on->write(0x82, {0, 0xA4, 0, 1});
     on->idleMs(5);
-    EXPECT_EQ(on->read(0x82, 1).data, bytes{2});
+    EXPECT_EQ(on->read(0x82, 1).data, Bytes{2});
 }
 
 TEST_F(Hub, PortsAbove7AreStatus7)
 {
-    for (const std::uint8_t port : bytes{8, 9, 0x1F, 0x21, 0xFF}) {
+    for (const std::uint8_t port : Bytes{8, 9, 0x1F, 0x21, 0xFF}) {
         write({port, 0xA2, 0, 0, 1});
         EXPECT_EQ(status(), 7) << +port;
-        EXPECT_EQ(on->readAt(0x80, {port, 0xA2, 0, 0}, 2).data, (bytes{7, 0xFF})) << +port;
+        EXPECT_EQ(on->readAt(0x80, {port, 0xA2, 0, 0}, 2).data, (Bytes{7, 0xFF})) << +port;
         EXPECT_EQ(status(), 7) << +port;
     }
 }
 
 TEST_F(Hub, Port20HexIsACommandAndAMalformedOne)
 {
-    for (const bytes& sent : {bytes{0x20}, bytes{0x20, 0xA2, 0, 0, 1}, bytes{0x20, 0x08}, bytes{0x20, 0x06, 0x00}}) {
+    for (const Bytes& sent : {Bytes{0x20}, Bytes{0x20, 0xA2, 0, 0, 1}, Bytes{0x20, 0x08}, Bytes{0x20, 0x06, 0x00}}) {
         write(sent);
         EXPECT_EQ(status(), 1);
     }
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data, (bytes{1, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data, (Bytes{1, 0xFF}));
     // not cleared by the byte ahead of data
     EXPECT_EQ(status(), 1);
 }
 
 TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
 {
-    for (const bytes& sent : {bytes{3}, bytes{3, 0xA2}, bytes{3, 0xA2, 0}, bytes{3, 0xA3, 0, 0}}) {
+    for (const Bytes& sent : {Bytes{3}, Bytes{3, 0xA2}, Bytes{3, 0xA2, 0}, Bytes{3, 0xA3, 0, 0}}) {
         write(sent);
         EXPECT_EQ(status(), 1);
     }
-    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0}, 2).data, (bytes{1, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0}, 2).data, (Bytes{1, 0xFF}));
     // not cleared by the byte ahead of data
-    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0, 0, 0}, 2).data, (bytes{1, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0, 0, 0}, 2).data, (Bytes{1, 0xFF}));
 }
 
 TEST_F(Hub, MoreThan256BytesAfterTheAddressIsStatus8)
 {
-    EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(252, 0x55)), outcome::done);
+    EXPECT_EQ(write(Bytes{3, 0xA2, 0, 0} + Bytes(252, 0x55)), outcome::done);
     EXPECT_EQ(status(), 0);
     // takes them all
-    EXPECT_EQ(write(bytes{3, 0xA2, 0, 0} + bytes(253, 0x66)), outcome::done);
+    EXPECT_EQ(write(Bytes{3, 0xA2, 0, 0} + Bytes(253, 0x66)), outcome::done);
     EXPECT_EQ(status(), 8);
     // and passed nothing on
     EXPECT_EQ(home.content("riser.bin")[0], 0x55);
@@ -168,14 +168,14 @@ TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
     write({3, 0xA6, 0, 0, 1});
     // taken and dropped
     EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (Bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
     // not cleared ahead of data
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2);
     // an address alone leaves it
     on->probe(0x80);
     on->read(0x80, 0);
     EXPECT_EQ(status(), 2);
-    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
     EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
     EXPECT_EQ(home.content("riser.bin")[0x10], 0xDE);
 }
@@ -199,13 +199,13 @@ TEST_F(Hub, CommandTellsTheErrorStatus)
     write({3, 0xA6, 0, 0, 1});
     on->write(0x80, {0x20, 0x07});
     EXPECT_EQ(status(), 2);
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0x07}, 1).data, bytes{0});
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x07}, 1).data, Bytes{0});
 }
 
 TEST_F(Hub, PlainReadOfMoreThanAByteIsTheStatusAndThenNothing)
 {
     write({9, 0xA2, 0, 0});
-    EXPECT_EQ(on->read(0x80, 3).data, (bytes{7, 0xFF, 0xFF}));
+    EXPECT_EQ(on->read(0x80, 3).data, (Bytes{7, 0xFF, 0xFF}));
     EXPECT_EQ(status(), 0);
 }
 
@@ -225,13 +225,13 @@ TEST_F(Hub, HeldSubBusIsStatus3Or4UntilItsReset)
         write(riserAt10 + deadbeef);
         EXPECT_EQ(status(), expected);
         // a plain read does not free it
-        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{expected, 0xFF}));
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{expected, 0xFF}));
         EXPECT_EQ(status(), expected);
         // the other sub-buses work
-        EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
+        EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
         on->write(0x80, {0x20, 0x06});
         EXPECT_EQ(status(), 0);
-        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
     }
 }
 
@@ -251,7 +251,7 @@ TEST_F(Hub, HoldEndsWithItsFault)
     write(riserAt10 + deadbeef);
     EXPECT_TRUE(machine->clearFault(number));
     status();
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, bytes{0});
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, Bytes{0});
 }
 
 TEST_F(Hub, ClearingTheFaultOfOnePortLeavesTheOtherHeld)
@@ -265,11 +265,11 @@ TEST_F(Hub, ClearingTheFaultOfOnePortLeavesTheOtherHeld)
     EXPECT_EQ(meaning("planar 0x80 HUB922", "SDA held"), "ports 3");
     EXPECT_EQ(meaning("planar 0x80 HUB922", "SCL held"), "ports 1");
     machine->clearFault(second);
-    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{3, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{3, 0xFF}));
     EXPECT_EQ(status(), 3);
     machine->clearFault(first);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
 }
 
 TEST_F(Hub, EachPortsHoldOutlastsItsOwnResets)
@@ -283,7 +283,7 @@ TEST_F(Hub, EachPortsHoldOutlastsItsOwnResets)
     on->write(0x80, {0x20, 0x06});
     // port 3 is held yet, port 1 is free
     EXPECT_EQ(status(), 3);
-    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
     on->write(0x80, {0x20, 0x06});
     EXPECT_EQ(status(), 3);
     on->write(0x80, {0x20, 0x06});
@@ -298,7 +298,7 @@ TEST_F(Hub, StuckWriteCycleStrikesADeviceBehindIt)
     EXPECT_EQ(status(), 0);
     write(riserAt10 + deadbeef);
     EXPECT_EQ(status(), 6);
-    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
     EXPECT_EQ(machine->faults().at(0).struck, 1U);
     machine->clearFaults();
     write(riserAt10 + deadbeef);
@@ -309,12 +309,12 @@ TEST_F(Hub, StuckWriteCycleStrikesADeviceBehindIt)
 TEST_F(Hub, StatusFaultStrikesATransferAndPassesNothingOn)
 {
     fault({.kind = "hub-status", .nth = 2, .count = 1, .value = 9});
-    write(riserAt10 + bytes{1});
+    write(riserAt10 + Bytes{1});
     EXPECT_EQ(status(), 0);
-    write(riserAt10 + bytes{2});
+    write(riserAt10 + Bytes{2});
     EXPECT_EQ(status(), 9);
     EXPECT_EQ(home.content("riser.bin")[0x10], 1);
-    write(riserAt10 + bytes{3});
+    write(riserAt10 + Bytes{3});
     EXPECT_EQ(status(), 0);
     EXPECT_EQ(home.content("riser.bin")[0x10], 3);
 }
@@ -323,20 +323,20 @@ TEST_F(Hub, StatusFaultUntilResetEndsWithASubBusReset)
 {
     fault({.kind = "hub-status", .value = 5, .untilReset = true});
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{5, 0xFF}));
+        EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{5, 0xFF}));
         EXPECT_EQ(status(), 5);
     }
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
 }
 
 TEST_F(Hub, BadFirstByteIsToldAloneAndForgotten)
 {
     write(riserAt10 + deadbeef);
     fault({.kind = "hub-bad-first-byte", .count = 1, .value = 0x42});
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (bytes{0x42, 0xFF, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (Bytes{0x42, 0xFF, 0xFF}));
     EXPECT_EQ(status(), 0);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (bytes{0, 0xDE, 0xAD}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (Bytes{0, 0xDE, 0xAD}));
 }
 
 TEST_F(Hub, SilentHubAnswersNothingUntilItsReset)
@@ -348,7 +348,7 @@ TEST_F(Hub, SilentHubAnswersNothingUntilItsReset)
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     resetLine(false);
     EXPECT_EQ(status(), 15);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
 }
 
 TEST_F(Hub, DeadHubStaysSilentWhateverIsReset)
@@ -387,7 +387,7 @@ TEST_F(Hub, NoFaultStrikesBetweenStatus0AndTheLastByte)
             SCOPED_TRACE(std::string{kind} + std::to_string(byte));
             machine->clearFaults();
             fault({.kind = kind, .address = 0x80, .way = "read", .byte = byte});
-            EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, bytes{0} + deadbeef);
+            EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, Bytes{0} + deadbeef);
         }
     }
     EXPECT_EQ(machine->faults().at(0).struck, 0U);
@@ -397,7 +397,7 @@ TEST_F(Hub, NoFaultStrikesInAJoinedSegmentAfterStatus0)
 {
     write(riserAt10 + deadbeef);
     fault({.kind = "short", .address = 0x80, .way = "read", .byte = 3});
-    bytes header = riserAt10, first(1), data(4);
+    Bytes header = riserAt10, first(1), data(4);
     segment parts[3] = {{0x80, direction::write, header, false},
                         {0x80, direction::read, first, false},
                         {0x80, direction::read, data, true}};
@@ -415,11 +415,11 @@ TEST_F(Hub, CorruptionNeverMakesAStatus0)
 {
     fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 2});
     // 2 ^ 2 would be 0
-    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 1).data, bytes{2});
+    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 1).data, Bytes{2});
     machine->clearFaults();
     status();
     fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 4});
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, bytes{4});
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 1).data, Bytes{4});
 }
 
 TEST_F(Hub, WriteCutOffIsNotPassedOn)
@@ -428,15 +428,15 @@ TEST_F(Hub, WriteCutOffIsNotPassedOn)
     EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::shortTransfer);
     EXPECT_EQ(on->probe(0x80), outcome::done);
     EXPECT_EQ(status(), 0);
-    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
 }
 
 TEST_F(Hub, RepeatedStartToItForgetsTheWrite)
 {
-    bytes sent = riserAt10 + deadbeef, again{};
+    Bytes sent = riserAt10 + deadbeef, again{};
     segment parts[2] = {{0x80, direction::write, sent, false}, {0x80, direction::write, again, false}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
-    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
 }
 
 TEST_F(Hub, ResetLineLowHoldsItSilentAndReleaseGivesStatus15)
@@ -449,7 +449,7 @@ TEST_F(Hub, ResetLineLowHoldsItSilentAndReleaseGivesStatus15)
     resetLine(false);
     // at once
     EXPECT_EQ(on->probe(0x80), outcome::done);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{15, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{15, 0xFF}));
     EXPECT_EQ(status(), 15);
     EXPECT_EQ(status(), 0);
 }
@@ -459,7 +459,7 @@ TEST_F(Hub, Status15StaysUntilAPlainReadLikeAnyOther)
     resetLine(true);
     resetLine(false);
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(home.content("riser.bin"), bytes(16384, 0xFF));
+    EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
     EXPECT_EQ(status(), 15);
 }
 
@@ -472,7 +472,7 @@ TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
     resetLine(false);
     EXPECT_EQ(status(), 15);
     // not held any more
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
     on->write(0x80, riserAt10 + deadbeef);
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
     resetLine(true);
@@ -481,7 +481,7 @@ TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
     EXPECT_EQ(on->probe(0x80), outcome::done);
     EXPECT_EQ(status(), 15);
     on->idleMs(4);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (bytes{0, 0xDE}));
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xDE}));
 }
 
 TEST_F(Hub, OtherPinsDoNotResetIt)
@@ -503,7 +503,7 @@ TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
 {
     // pin 15: blink 0
     on->write(0xC0, {0x09, 0x95});
-    for (const std::uint8_t duty : bytes{0x00, 0x80, 0xFF}) {
+    for (const std::uint8_t duty : Bytes{0x00, 0x80, 0xFF}) {
         on->write(0xC0, {0x03, duty});
         EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged) << +duty;
     }
@@ -534,12 +534,12 @@ TEST_F(Hub, CommandAtARepeatedStart)
     // status 2
     write({3, 0xA6, 0, 0, 1});
     // done, and the read is a plain one
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (bytes{0, 0xFF}));
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (Bytes{0, 0xFF}));
     // unknown, and told by the plain read
-    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, bytes{1});
+    EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, Bytes{1});
     EXPECT_EQ(status(), 0);
     write({3, 0xA6, 0, 0, 1});
-    bytes command{0x20, 0x06}, none{};
+    Bytes command{0x20, 0x06}, none{};
     segment parts[2] = {{0x80, direction::write, command, false}, {0x80, direction::write, none, false}};
     EXPECT_EQ(on->run(parts, {}).end, outcome::done);
     // forgotten
@@ -551,8 +551,8 @@ TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)
     power(chip("HUB922", "0x80") + chip("HUB922", "0x82") + chip("HUB922", "0x88") + chip("HUB922", "0x8A") +
           chip("PCA9552", "0xC0") + chip("PCA9552", "0xC2"));
     const auto answering = [this] {
-        bytes there;
-        for (const std::uint8_t hub : bytes{0x80, 0x82, 0x88, 0x8A}) {
+        Bytes there;
+        for (const std::uint8_t hub : Bytes{0x80, 0x82, 0x88, 0x8A}) {
             if (on->probe(hub) == outcome::done) {
                 there.push_back(hub);
             }
@@ -560,13 +560,13 @@ TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)
         return there;
     };
     on->write(0xC0, {0x09, 0x15});
-    EXPECT_EQ(answering(), (bytes{0x82, 0x8A}));
+    EXPECT_EQ(answering(), (Bytes{0x82, 0x8A}));
     on->write(0xC0, {0x09, 0x55});
     on->write(0xC2, {0x09, 0x15});
-    EXPECT_EQ(answering(), (bytes{0x80, 0x88}));
+    EXPECT_EQ(answering(), (Bytes{0x80, 0x88}));
     on->write(0xC2, {0x09, 0x55});
-    EXPECT_EQ(on->read(0x88, 1).data, bytes{15});
-    EXPECT_EQ(on->read(0x8A, 1).data, bytes{15});
+    EXPECT_EQ(on->read(0x88, 1).data, Bytes{15});
+    EXPECT_EQ(on->read(0x8A, 1).data, Bytes{15});
 }
 
 TEST_F(Hub, PowerCycleBringsItOutOfReset)

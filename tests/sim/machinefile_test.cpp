@@ -39,10 +39,10 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
 {
     const std::string hub = "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x80\n";
     const std::string a0 = eepromAt("address = 0xA0\nimage = \"a.bin\"\n");
-    struct row {
+    struct Row {
         std::string text, trouble;
     };
-    const row rows[] = {
+    const Row rows[] = {
         {"", "machine.toml:1:1: no [[bus]]"},
         {"[[bus]\n", "machine.toml:1:7: Error while parsing table header: expected ']', saw '\\n'"},
         {bus + "  [[\n", "machine.toml:3:3: expected plain TOML, found a '[' without the name of a table"},
@@ -230,7 +230,7 @@ TEST_F(MachineFolder, BusesOfNodes)
     EXPECT_EQ(machine->busNames("second"), (std::vector<std::string>{"planar", "front"}));
     EXPECT_EQ(machine->findBus("front", ""), nullptr);
     EXPECT_EQ(on->probe(0x40), outcome::addressNotAcknowledged);
-    user second{machine->findBus("planar", "second")};
+    User second{machine->findBus("planar", "second")};
     EXPECT_EQ(second.probe(0x40), outcome::done);
     EXPECT_EQ(machine->chips().at(0).node, "second");
     machine->addFault({.kind = "nack", .bus = "second:planar"});
@@ -243,7 +243,7 @@ TEST_F(MachineFolder, EditedMachineStartsAnewAndTheOldOneIsGone)
     on->write(0x40, {0x01, 0x12});
     auto old = std::move(on);
     power(chip("PCA9554", "0x40") + chip("PCA9554", "0x42"));
-    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, Bytes{0xFF});
     EXPECT_EQ(old->probe(0x40), outcome::gone);
     EXPECT_EQ(old->planar->lines(), outcome::gone);
     EXPECT_EQ(old->planar->reset(), outcome::gone);
@@ -254,8 +254,8 @@ TEST_F(MachineFolder, EditedSettingsKeepTheState)
     power(chip("PCA9554", "0x40"));
     on->write(0x40, {0x01, 0x12});
     power(chip("PCA9554", "0x40", "inputs = 0x0F"));
-    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, bytes{0x12});
-    EXPECT_EQ(on->readAt(0x40, {0x00}, 1).data, bytes{0x0F});
+    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, Bytes{0x12});
+    EXPECT_EQ(on->readAt(0x40, {0x00}, 1).data, Bytes{0x0F});
 }
 
 TEST_F(MachineFolder, DeletedStateIsANewMachine)
@@ -265,7 +265,7 @@ TEST_F(MachineFolder, DeletedStateIsANewMachine)
     std::filesystem::remove(home.path / "machine.state");
     EXPECT_EQ(on->probe(0x40), outcome::gone);
     open();
-    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, Bytes{0xFF});
 }
 
 TEST_F(MachineFolder, CutStateIsGoneAndThenANewMachine)
@@ -321,30 +321,30 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
                           leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes, hub = lm92 + chipStateBytes;
     const std::string good = home.text("machine.state");
     ASSERT_EQ(good[4096], 0);
-    struct row {
+    struct Row {
         std::size_t at;
-        bytes value;
+        Bytes value;
         const char* what;
     };
-    const row rows[] = {
+    const Row rows[] = {
         {record, {2}, "a flag"},
         {record, {1, 1}, "the page on its way into an image"}, // chip 1 has no image
         {record, {1, 0, 0, 0, 0, 0xFF, 0, 0, 0, 2}, "the page on its way into an image"},
         {record + 9, {129}, "the page on its way into an image"},
-        {record + 141, bytes(8, 0xFF), "bus time"},
+        {record + 141, Bytes(8, 0xFF), "bus time"},
         {record + 141, {0, 0, 0, 0, 0, 0, 0, 0x40}, "bus time"},
-        {record + 168, bytes(8, 0x01), "the waveform"},
-        {record + 186, bytes(8, 0x01), "the waveform"},
+        {record + 168, Bytes(8, 0x01), "the waveform"},
+        {record + 186, Bytes(8, 0x01), "the waveform"},
         {record + 194, {129}, "the number of faults"},
         {faults + 4, {14}, "the kind of a fault"},
         {faults + 5, {3}, "the kind of a fault"},
         {faults, {0}, "a fault's number, address or first time"},
         {faults + 6, {1}, "a fault's number, address or first time"},
-        {faults + 20, bytes(8, 0xFF), "the probability of a fault"},
+        {faults + 20, Bytes(8, 0xFF), "the probability of a fault"},
         {faults + 64, {9}, "how often a fault struck"},
         {eeprom, {0, 1}, "an EEPROM's address counter"},
-        {eeprom + 4, bytes(8, 0x0F), "the end of a write cycle"},
-        {eeprom + 4, bytes(8, 0xFF), "the end of a write cycle"},
+        {eeprom + 4, Bytes(8, 0x0F), "the end of a write cycle"},
+        {eeprom + 4, Bytes(8, 0xFF), "the end of a write cycle"},
         {eeprom + 12, {1}, "the end of a write cycle"},
         {eeprom + 16, {9}, "an EEPROM's bit"},
         {leds + 1, {1}, "a register that a PCA955x does not have"},
@@ -352,12 +352,12 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {lm92, {8}, "a sensor's pointer or alarms"},
         {lm92 + 1, {8}, "a sensor's pointer or alarms"},
         {lm92 + 16, {2}, "bits of a sensor's register that never change"},
-        {hub + 1, bytes(8, 0x0F), "the end of a hub's work"},
+        {hub + 1, Bytes(8, 0x0F), "the end of a hub's work"},
         {hub + 9, {2}, "a flag"},
         {hub + 10, {3, 1}, "a held sub-bus"},
         {hub + 10, {1, 0}, "a held sub-bus"},
     };
-    for (const row& damage : rows) {
+    for (const Row& damage : rows) {
         SCOPED_TRACE(std::to_string(damage.at - record) + " " + damage.what);
         on.reset();
         machine.reset();
@@ -425,7 +425,7 @@ TEST_F(MachineFolder, HostileStateFiles)
         on->planar->reset();
         machine->clearFaults();
         machine->powerCycle();
-        EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (bytes{0x55, 0x55, 0x55, 0x55}));
+        EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (Bytes{0x55, 0x55, 0x55, 0x55}));
         EXPECT_EQ(on->probe(0xA0), outcome::done);
     }
     EXPECT_EQ(home.content("a.bin").size(), 256U);
@@ -444,7 +444,7 @@ TEST_F(MachineFolder, DemoHasEveryTypeAndTheContentsGiven)
     writeDemoMachine(home.path / "demo", {{"panel.bin", {1, 2, 3}}, {"riser.bin", {9}}});
     const auto demo = openMachine(home.path / "demo", false);
     EXPECT_EQ(demo->busNames(""), std::vector<std::string>{"planar"});
-    user planar{demo->findBus("planar", "")};
+    User planar{demo->findBus("planar", "")};
     std::set<std::string> types;
     for (const auto& chip : demo->chips()) {
         types.insert(chip.type);
@@ -452,9 +452,9 @@ TEST_F(MachineFolder, DemoHasEveryTypeAndTheContentsGiven)
     }
     EXPECT_EQ(types, (std::set<std::string>{"24C02", "24C32", "24C128", "24C256", "24C512", "PCA9551", "PCA9552",
                                             "PCA9554", "PCA9555", "LM75", "LM92", "HUB922"}));
-    EXPECT_EQ(planar.readAt(0xA4, {0}, 4).data, (bytes{1, 2, 3, 0xFF}));
-    EXPECT_EQ(planar.readAt(0x80, {3, 0xA2, 0, 0}, 3).data, (bytes{0, 9, 0xFF}));
-    EXPECT_EQ(planar.read(0x90, 2).data, (bytes{0x19, 0x80}));
+    EXPECT_EQ(planar.readAt(0xA4, {0}, 4).data, (Bytes{1, 2, 3, 0xFF}));
+    EXPECT_EQ(planar.readAt(0x80, {3, 0xA2, 0, 0}, 3).data, (Bytes{0, 9, 0xFF}));
+    EXPECT_EQ(planar.read(0x90, 2).data, (Bytes{0x19, 0x80}));
 }
 
 TEST_F(MachineFolder, DemoDoesNotOverwrite)
@@ -463,7 +463,7 @@ TEST_F(MachineFolder, DemoDoesNotOverwrite)
     EXPECT_THROW(writeDemoMachine(home.path, {}), std::runtime_error);
     EXPECT_EQ(home.text("machine.toml"), bus);
     EXPECT_THROW(writeDemoMachine(home.path / "new", {{"other.bin", {1}}}), std::runtime_error);
-    EXPECT_THROW(writeDemoMachine(home.path / "new", {{"panel.bin", bytes(257)}}), std::runtime_error);
+    EXPECT_THROW(writeDemoMachine(home.path / "new", {{"panel.bin", Bytes(257)}}), std::runtime_error);
     EXPECT_FALSE(std::filesystem::exists(home.path / "new" / "machine.toml"));
 }
 

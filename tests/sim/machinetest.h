@@ -13,20 +13,20 @@
 namespace kest::sim::test
 {
 
-using bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<std::uint8_t>;
 
 /// How a transaction ended, and what was read.
 struct answer {
     outcome end = outcome::done;
-    bytes data;
+    Bytes data;
     std::size_t segment = 0, bytesMoved = 0;
     std::uint64_t busTimeNs = 0;
 };
 
-class folder
+class Folder
 {
 public:
-    folder()
+    Folder()
     {
         std::string name = (std::filesystem::temp_directory_path() / "kest-sim-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
@@ -34,9 +34,9 @@ public:
         }
         path = name;
     }
-    ~folder() { std::filesystem::remove_all(path); }
-    folder(const folder&) = delete;
-    folder& operator=(const folder&) = delete;
+    ~Folder() { std::filesystem::remove_all(path); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
 
     void put(const std::string& name, const std::string& text) const
     {
@@ -47,7 +47,7 @@ public:
         std::ifstream in{path / name, std::ios::binary};
         return {std::istreambuf_iterator<char>{in}, {}};
     }
-    [[nodiscard]] bytes content(const std::string& name) const
+    [[nodiscard]] Bytes content(const std::string& name) const
     {
         const std::string all = text(name);
         return {all.begin(), all.end()};
@@ -57,34 +57,34 @@ public:
 };
 
 /// Verbs on one bus.
-class user
+class User
 {
 public:
-    explicit user(std::shared_ptr<bus> on) : planar{std::move(on)} {}
+    explicit User(std::shared_ptr<bus> on) : planar{std::move(on)} {}
 
-    answer write(std::uint8_t address, bytes sent)
+    answer write(std::uint8_t address, Bytes sent)
     {
         segment part{address, direction::write, sent, false};
         return run({&part, 1}, {});
     }
     answer read(std::uint8_t address, std::size_t length)
     {
-        bytes data(length);
+        Bytes data(length);
         segment part{address, direction::read, data, false};
         answer got = run({&part, 1}, {});
         got.data = data;
         return got;
     }
     /// Write, repeated START, read: one transaction.
-    answer readAt(std::uint8_t address, bytes sent, std::size_t length)
+    answer readAt(std::uint8_t address, Bytes sent, std::size_t length)
     {
-        bytes data(length);
+        Bytes data(length);
         segment parts[2] = {{address, direction::write, sent, false}, {address, direction::read, data, false}};
         answer got = run(parts, {});
         got.data = data;
         return got;
     }
-    answer run(std::span<segment> parts, bytes data)
+    answer run(std::span<segment> parts, Bytes data)
     {
         const transferResult result = planar->transfer(parts, 0);
         return {result.end, std::move(data), result.segment, result.bytesMoved, result.busTimeNs};
@@ -101,7 +101,7 @@ public:
     }
     void idleMs(std::uint64_t milliseconds) { planar->idle(milliseconds * 1'000'000); }
     /// A write and the time that its cycle takes.
-    outcome store(std::uint8_t address, bytes sent)
+    outcome store(std::uint8_t address, Bytes sent)
     {
         const outcome end = write(address, std::move(sent)).end;
         idleMs(40);
@@ -123,7 +123,7 @@ protected:
     void open()
     {
         machine = openMachine(home.path, false);
-        on = std::make_unique<user>(machine->findBus("planar", ""));
+        on = std::make_unique<User>(machine->findBus("planar", ""));
     }
     static std::string chip(const std::string& type, const std::string& address, const std::string& more = {})
     {
@@ -150,22 +150,22 @@ protected:
     }
     std::uint32_t fault(machine::fault what) { return machine->addFault(what); }
 
-    folder home;
+    Folder home;
     std::shared_ptr<sim::machine> machine;
-    std::unique_ptr<user> on;
+    std::unique_ptr<User> on;
 };
 
 /// `count` bytes counting up from `first`.
-inline bytes counting(std::size_t count, std::uint8_t first = 0)
+inline Bytes counting(std::size_t count, std::uint8_t first = 0)
 {
-    bytes all;
+    Bytes all;
     for (std::size_t i = 0; i < count; ++i) {
         all.push_back(static_cast<std::uint8_t>(first + i));
     }
     return all;
 }
 
-inline bytes operator+(bytes left, const bytes& right)
+inline Bytes operator+(Bytes left, const Bytes& right)
 {
     left.insert(left.end(), right.begin(), right.end());
     return left;

@@ -21,25 +21,25 @@ namespace
 {
 
 /// A child process that runs a function and ends; 0 when it answered true.
-class child
+class Child
 {
 public:
-    explicit child(const std::function<bool()>& body) : number{fork()}
+    explicit Child(const std::function<bool()>& body) : m_number{fork()}
     {
-        if (number == 0) {
+        if (m_number == 0) {
             _exit(body() ? 0 : 1);
         }
     }
     int wait() const
     {
         int status = -1;
-        waitpid(number, &status, 0);
+        waitpid(m_number, &status, 0);
         return status;
     }
-    void kill() const { ::kill(number, SIGKILL); }
+    void kill() const { ::kill(m_number, SIGKILL); }
 
 private:
-    pid_t number;
+    pid_t m_number;
 };
 
 class Processes : public MachineTest
@@ -50,24 +50,24 @@ protected:
         power(chip("24C512", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 0") + chip("PCA9552", "0xC0") +
               chip("PCA9554", "0x40"));
     }
-    std::unique_ptr<user> reopened()
+    std::unique_ptr<User> reopened()
     {
         machine = openMachine(home.path, false);
-        return std::make_unique<user>(machine->findBus("planar", ""));
+        return std::make_unique<User>(machine->findBus("planar", ""));
     }
 };
 
 // Each transaction holds the bus: a joined pair of bytes is never torn by another process.
 TEST_F(Processes, TransactionsFollowOneAnother)
 {
-    std::vector<child> children;
+    std::vector<Child> children;
     for (std::uint8_t id = 1; id <= 4; ++id) {
         children.emplace_back([this, id] {
             bool whole = true;
             for (int i = 0; whole && i < 500; ++i) {
                 on->write(0xC0, {0x12, id, id, id, id});
-                const bytes read = on->readAt(0xC0, {0x12}, 4).data;
-                whole = read == bytes(4, read.at(0)) && read.at(0) >= 1 && read.at(0) <= 4;
+                const Bytes read = on->readAt(0xC0, {0x12}, 4).data;
+                whole = read == Bytes(4, read.at(0)) && read.at(0) >= 1 && read.at(0) <= 4;
             }
             return whole;
         });
@@ -79,7 +79,7 @@ TEST_F(Processes, TransactionsFollowOneAnother)
 
 TEST_F(Processes, BusTimeIsOfAllUsers)
 {
-    std::vector<child> children;
+    std::vector<Child> children;
     for (int id = 0; id < 4; ++id) {
         children.emplace_back([this] {
             for (int i = 0; i < 250; ++i) {
@@ -100,11 +100,11 @@ TEST_F(Processes, ThreadsShareTheBus)
     std::vector<std::jthread> threads;
     for (std::uint8_t id = 1; id <= 4; ++id) {
         threads.emplace_back([this, id, &torn] {
-            user own{machine->findBus("planar", "")};
+            User own{machine->findBus("planar", "")};
             for (int i = 0; i < 300; ++i) {
                 own.write(0xC0, {0x12, id, id, id, id});
-                const bytes read = own.readAt(0xC0, {0x12}, 4).data;
-                torn += read != bytes(4, read.at(0));
+                const Bytes read = own.readAt(0xC0, {0x12}, 4).data;
+                torn += read != Bytes(4, read.at(0));
             }
         });
     }
@@ -118,7 +118,7 @@ TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
     machine.reset();
     std::filesystem::remove(home.path / "machine.state");
     std::filesystem::remove(home.path / "a.bin");
-    std::vector<child> children;
+    std::vector<Child> children;
     for (int id = 0; id < 8; ++id) {
         children.emplace_back([this] { return reopened()->probe(0x40) == outcome::done; });
     }
@@ -126,7 +126,7 @@ TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
         EXPECT_EQ(one.wait(), 0);
     }
     EXPECT_EQ(reopened()->planar->busTimeNs(), 8U * 11 * 2500);
-    EXPECT_EQ(home.content("a.bin"), bytes(65536, 0xFF));
+    EXPECT_EQ(home.content("a.bin"), Bytes(65536, 0xFF));
 }
 
 // A writer tells each page that was acknowledged over a pipe and is killed at some point: every page told is in the
@@ -137,12 +137,12 @@ TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
         int told[2];
         ASSERT_EQ(pipe(told), 0);
         const auto id = static_cast<std::uint8_t>(round + 1);
-        const child writer{[this, id, &told] {
+        const Child writer{[this, id, &told] {
             for (unsigned page = 0; page < 512; ++page) {
-                const bytes offset{static_cast<std::uint8_t>(page >> 1), static_cast<std::uint8_t>(page << 7)};
+                const Bytes offset{static_cast<std::uint8_t>(page >> 1), static_cast<std::uint8_t>(page << 7)};
                 // the write cycle takes no time, so a page is refused once at most
-                if (on->write(0xA0, offset + bytes(128, id)).end != outcome::done &&
-                    on->write(0xA0, offset + bytes(128, id)).end != outcome::done) {
+                if (on->write(0xA0, offset + Bytes(128, id)).end != outcome::done &&
+                    on->write(0xA0, offset + Bytes(128, id)).end != outcome::done) {
                     return false;
                 }
                 const auto number = static_cast<std::uint16_t>(page);
@@ -162,12 +162,12 @@ TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
         while (::read(told[0], &page, sizeof page) == static_cast<ssize_t>(sizeof page)) {}
         close(told[0]);
         // also does again what the state still holds
-        EXPECT_EQ(on->readAt(0xA0, {0, 0}, 1).data, bytes{id});
-        const bytes image = home.content("a.bin");
+        EXPECT_EQ(on->readAt(0xA0, {0, 0}, 1).data, Bytes{id});
+        const Bytes image = home.content("a.bin");
         for (std::size_t i = 0; i < 512; ++i) {
-            const bytes content(image.begin() + static_cast<std::ptrdiff_t>(i * 128),
+            const Bytes content(image.begin() + static_cast<std::ptrdiff_t>(i * 128),
                                 image.begin() + static_cast<std::ptrdiff_t>(i * 128 + 128));
-            ASSERT_EQ(content, bytes(128, content[0])) << "page " << i;
+            ASSERT_EQ(content, Bytes(128, content[0])) << "page " << i;
             ASSERT_TRUE(i > page || content[0] == id) << "page " << i;
         }
     }
@@ -184,7 +184,7 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
     constexpr std::size_t block = 4096, record = block + 2048;
     const std::size_t at = record + (left[block] == 0 ? 0 : busStateBytes + 3 * chipStateBytes);
     // pending, chip 0, offset 0x180, 128 bytes
-    const bytes head{1, 0, 0, 0, 0, 0x80, 0x01, 0, 0, 128, 0, 0, 0};
+    const Bytes head{1, 0, 0, 0, 0, 0x80, 0x01, 0, 0, 128, 0, 0, 0};
     std::copy(head.begin(), head.end(), left.begin() + static_cast<std::ptrdiff_t>(at));
     std::fill_n(left.begin() + static_cast<std::ptrdiff_t>(at + head.size()), 128, '\x5C');
     {
@@ -193,8 +193,8 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
     }
     // any use of the bus
     EXPECT_EQ(on->probe(0x40), outcome::done);
-    const bytes image = home.content("a.bin");
-    EXPECT_EQ(bytes(image.begin() + 0x180, image.begin() + 0x200), bytes(128, 0x5C));
+    const Bytes image = home.content("a.bin");
+    EXPECT_EQ(Bytes(image.begin() + 0x180, image.begin() + 0x200), Bytes(128, 0x5C));
     EXPECT_EQ(image[0x17F], 0xFF);
     EXPECT_EQ(image[0x200], 0xFF);
 }
@@ -235,7 +235,7 @@ bool endsWithinAFork(const std::function<void()>& action)
         endedWithin = ended;
     };
     inTheFork = &body;
-    const child one{[] { return true; }};
+    const Child one{[] { return true; }};
     inTheFork = nullptr;
     EXPECT_EQ(one.wait(), 0);
     EXPECT_TRUE(begun);
@@ -259,13 +259,13 @@ TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     std::atomic<bool> stop = false;
     std::jthread busy{[this, &stop] {
-        user own{machine->findBus("planar", "")};
+        User own{machine->findBus("planar", "")};
         while (!stop) {
             own.probe(0x40);
         }
     }};
     for (int i = 0; i < 20; ++i) {
-        const child one{[this] { return on->probe(0x40) == outcome::done; }};
+        const Child one{[this] { return on->probe(0x40) == outcome::done; }};
         EXPECT_EQ(one.wait(), 0);
     }
     stop = true;
@@ -274,19 +274,19 @@ TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
 // A child has the parent's descriptors: it must not share the parent's lock, nor keep it.
 TEST_F(Processes, ChildAndParentExcludeEachOther)
 {
-    const child other{[this] {
+    const Child other{[this] {
         bool whole = true;
         for (int i = 0; whole && i < 1000; ++i) {
             on->write(0xC0, {0x12, 7, 7, 7, 7});
-            const bytes read = on->readAt(0xC0, {0x12}, 4).data;
-            whole = read == bytes(4, read.at(0));
+            const Bytes read = on->readAt(0xC0, {0x12}, 4).data;
+            whole = read == Bytes(4, read.at(0));
         }
         return whole;
     }};
     for (int i = 0; i < 1000; ++i) {
         on->write(0xC0, {0x12, 9, 9, 9, 9});
-        const bytes read = on->readAt(0xC0, {0x12}, 4).data;
-        ASSERT_EQ(read, bytes(4, read.at(0)));
+        const Bytes read = on->readAt(0xC0, {0x12}, 4).data;
+        ASSERT_EQ(read, Bytes(4, read.at(0)));
     }
     EXPECT_EQ(other.wait(), 0);
 }

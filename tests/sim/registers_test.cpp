@@ -13,39 +13,39 @@ class LedDriver : public MachineTest
 TEST_F(LedDriver, Pca9552PowersUpWithItsLedsOff)
 {
     power(chip("PCA9552", "0xC0"));
-    EXPECT_EQ(on->readAt(0xC0, {0x10}, 10).data, (bytes{0xFF, 0xFF, 0xFF, 0x80, 0xFF, 0x80, 0x55, 0x55, 0x55, 0x55}));
+    EXPECT_EQ(on->readAt(0xC0, {0x10}, 10).data, (Bytes{0xFF, 0xFF, 0xFF, 0x80, 0xFF, 0x80, 0x55, 0x55, 0x55, 0x55}));
 }
 
 TEST_F(LedDriver, Pca9551PowersUpWithItsLedsOff)
 {
     power(chip("PCA9551", "0xC4"));
-    EXPECT_EQ(on->readAt(0xC4, {0x10}, 7).data, (bytes{0xFF, 0xFF, 0x80, 0xFF, 0x80, 0x55, 0x55}));
+    EXPECT_EQ(on->readAt(0xC4, {0x10}, 7).data, (Bytes{0xFF, 0xFF, 0x80, 0xFF, 0x80, 0x55, 0x55}));
 }
 
 TEST_F(LedDriver, AutoIncrementWritesRegisterAfterRegister)
 {
     power(chip("PCA9552", "0xC0"));
     on->write(0xC0, {0x16, 0x01, 0x02, 0x03, 0x04});
-    EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (bytes{0x01, 0x02, 0x03, 0x04}));
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (Bytes{0x01, 0x02, 0x03, 0x04}));
 }
 
 TEST_F(LedDriver, WithoutTheFlagTheRegisterStays)
 {
     power(chip("PCA9552", "0xC0"));
     on->write(0xC0, {0x06, 0x01, 0x02, 0x03});
-    EXPECT_EQ(on->readAt(0xC0, {0x06}, 3).data, (bytes{0x03, 0x03, 0x03}));
-    EXPECT_EQ(on->readAt(0xC0, {0x07}, 1).data, bytes{0x55});
+    EXPECT_EQ(on->readAt(0xC0, {0x06}, 3).data, (Bytes{0x03, 0x03, 0x03}));
+    EXPECT_EQ(on->readAt(0xC0, {0x07}, 1).data, Bytes{0x55});
 }
 
 TEST_F(LedDriver, AutoIncrementRollsOverFromTheLastRegister)
 {
     power(chip("PCA9552", "0xC0") + chip("PCA9551", "0xC4"));
     // LS3, INPUT0, INPUT1, PSC0
-    EXPECT_EQ(on->readAt(0xC0, {0x19}, 4).data, (bytes{0x55, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(on->readAt(0xC0, {0x19}, 4).data, (Bytes{0x55, 0xFF, 0xFF, 0xFF}));
     // LS1, INPUT (ignored), PSC0
     on->write(0xC4, {0x16, 0x51, 0xEE, 0x07});
     // pin 5 low: LED on
-    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (bytes{0x51, 0xDF, 0x07}));
+    EXPECT_EQ(on->readAt(0xC4, {0x16}, 3).data, (Bytes{0x51, 0xDF, 0x07}));
 }
 
 TEST_F(LedDriver, PointerOutlivesTheTransaction)
@@ -53,8 +53,8 @@ TEST_F(LedDriver, PointerOutlivesTheTransaction)
     power(chip("PCA9552", "0xC0"));
     on->write(0xC0, {0x16, 0x0A, 0x0B});
     on->write(0xC0, {0x16});
-    EXPECT_EQ(on->read(0xC0, 1).data, bytes{0x0A});
-    EXPECT_EQ(on->read(0xC0, 1).data, bytes{0x0B});
+    EXPECT_EQ(on->read(0xC0, 1).data, Bytes{0x0A});
+    EXPECT_EQ(on->read(0xC0, 1).data, Bytes{0x0B});
 }
 
 // Selector 00 pulls low, 01 lets go: the input registers see it.
@@ -64,8 +64,8 @@ TEST_F(LedDriver, InputsFollowTheOutputs)
     power(chip("PCA9552", "0xC0", "inputs = 0x7FFE"));
     // pin 1 and pin 12 LED on
     on->write(0xC0, {0x16, 0x51, 0x55, 0x55, 0x54});
-    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFC});
-    EXPECT_EQ(on->readAt(0xC0, {0x01}, 1).data, bytes{0x6F});
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFC});
+    EXPECT_EQ(on->readAt(0xC0, {0x01}, 1).data, Bytes{0x6F});
 }
 
 // PSC 43 on a PCA9552: (43 + 1) / 44 s, half of it low.
@@ -75,21 +75,21 @@ TEST_F(LedDriver, BlinkingOutputsChangeWithBusTime)
     on->write(0xC0, {0x12, 43, 0x80});
     // pin 0: blink 0
     on->write(0xC0, {0x06, 0x56});
-    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFE});
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFE});
     on->idleMs(600);
-    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFF});
     on->idleMs(500);
-    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFE});
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFE});
     // duty cycle 0: always off
     on->write(0xC0, {0x03, 0});
-    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFF});
 }
 
 TEST_F(LedDriver, NumbersWithoutARegisterReadFf)
 {
     power(chip("PCA9552", "0xC0"));
     on->write(0xC0, {0x0C, 0x00});
-    EXPECT_EQ(on->readAt(0xC0, {0x0C}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0xC0, {0x0C}, 1).data, Bytes{0xFF});
 }
 
 TEST_F(LedDriver, ListingSaysWhatThePinsDo)
@@ -108,9 +108,9 @@ TEST_F(LedDriver, RegistersOutliveTheProcessButNotAPowerCycle)
     on.reset();
     machine.reset();
     open();
-    EXPECT_EQ(on->readAt(0xC0, {0x16}, 1).data, bytes{0xAA});
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 1).data, Bytes{0xAA});
     machine->powerCycle();
-    EXPECT_EQ(on->readAt(0xC0, {0x16}, 1).data, bytes{0x55});
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 1).data, Bytes{0x55});
 }
 
 TEST_F(LedDriver, BytesTakenBeforeARefusedOneCount)
@@ -118,7 +118,7 @@ TEST_F(LedDriver, BytesTakenBeforeARefusedOneCount)
     power(chip("PCA9552", "0xC0"));
     fault({.kind = "nack-data", .count = 1, .byte = 2});
     EXPECT_EQ(on->write(0xC0, {0x16, 0x11, 0x22}).end, outcome::dataNotAcknowledged);
-    EXPECT_EQ(on->readAt(0xC0, {0x16}, 2).data, (bytes{0x11, 0x55}));
+    EXPECT_EQ(on->readAt(0xC0, {0x16}, 2).data, (Bytes{0x11, 0x55}));
 }
 
 class Expander : public MachineTest
@@ -136,7 +136,7 @@ TEST_F(Expander, Pca9555PowersUpAsInputs)
                                             {5, 0},
                                             {6, 0xFF},
                                             {7, 0xFF}}) {
-        EXPECT_EQ(on->readAt(0x40, {command}, 1).data, bytes{expected}) << +command;
+        EXPECT_EQ(on->readAt(0x40, {command}, 1).data, Bytes{expected}) << +command;
     }
 }
 
@@ -145,20 +145,20 @@ TEST_F(Expander, Pca9555StaysInItsRegisterPair)
     power(chip("PCA9555", "0x40"));
     // output 0, 1, 0
     on->write(0x40, {0x02, 1, 2, 3});
-    EXPECT_EQ(on->readAt(0x40, {0x02}, 4).data, (bytes{3, 2, 3, 2}));
+    EXPECT_EQ(on->readAt(0x40, {0x02}, 4).data, (Bytes{3, 2, 3, 2}));
     // direction 1, 0
     on->write(0x40, {0x07, 0x70, 0x60});
-    EXPECT_EQ(on->readAt(0x40, {0x06}, 2).data, (bytes{0x60, 0x70}));
-    EXPECT_EQ(on->readAt(0x40, {0x04}, 2).data, (bytes{0, 0}));
+    EXPECT_EQ(on->readAt(0x40, {0x06}, 2).data, (Bytes{0x60, 0x70}));
+    EXPECT_EQ(on->readAt(0x40, {0x04}, 2).data, (Bytes{0, 0}));
 }
 
 TEST_F(Expander, Pca9554StaysInItsRegister)
 {
     power(chip("PCA9554", "0x42"));
     on->write(0x42, {0x01, 1, 2, 3});
-    EXPECT_EQ(on->readAt(0x42, {0x01}, 2).data, (bytes{3, 3}));
-    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xFF});
-    EXPECT_EQ(on->readAt(0x42, {0x03}, 1).data, bytes{0xFF});
+    EXPECT_EQ(on->readAt(0x42, {0x01}, 2).data, (Bytes{3, 3}));
+    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, Bytes{0xFF});
+    EXPECT_EQ(on->readAt(0x42, {0x03}, 1).data, Bytes{0xFF});
 }
 
 TEST_F(Expander, OutputsAreReadBackAsInputs)
@@ -166,24 +166,24 @@ TEST_F(Expander, OutputsAreReadBackAsInputs)
     // pins 4-7 pulled up
     power(chip("PCA9554", "0x42", "inputs = [0, 0, 1, 1]"));
     on->write(0x42, {0x01, 0x05});
-    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xFC});
+    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, Bytes{0xFC});
     // pins 0-3 outputs
     on->write(0x42, {0x03, 0xF0});
-    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, bytes{0xF5});
+    EXPECT_EQ(on->readAt(0x42, {0x00}, 1).data, Bytes{0xF5});
 }
 
 TEST_F(Expander, PolarityInvertsWhatIsRead)
 {
     power(chip("PCA9555", "0x40", "inputs = 0x1234"));
     on->write(0x40, {0x04, 0xFF, 0x0F});
-    EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (bytes{0xCB, 0x1D}));
+    EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (Bytes{0xCB, 0x1D}));
 }
 
 TEST_F(Expander, InputRegistersTakeNothing)
 {
     power(chip("PCA9555", "0x40", "inputs = 0x1234"));
     EXPECT_EQ(on->write(0x40, {0x00, 0x00, 0x00}).end, outcome::done);
-    EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (bytes{0x34, 0x12}));
+    EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (Bytes{0x34, 0x12}));
 }
 
 TEST_F(Expander, ListingSaysWhatThePinsDo)
@@ -205,63 +205,63 @@ TEST_F(Sensor, Lm75HasNineBits)
 {
     power(chip("LM75", "0x90", "celsius = 25.5") + chip("LM75", "0x92", "celsius = -25.0") +
           chip("LM75", "0x94", "celsius = 25.125"));
-    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x19, 0x80}));
-    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0xE7, 0x00}));
-    EXPECT_EQ(on->read(0x94, 2).data, (bytes{0x19, 0x00}));
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x19, 0x80}));
+    EXPECT_EQ(on->read(0x92, 2).data, (Bytes{0xE7, 0x00}));
+    EXPECT_EQ(on->read(0x94, 2).data, (Bytes{0x19, 0x00}));
 }
 
 TEST_F(Sensor, Lm75MayHaveElevenBits)
 {
     power(chip("LM75", "0x90", "celsius = 25.125\nbits = 11") + chip("LM75", "0x92", "celsius = -54.875\nbits = 11"));
-    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x19, 0x20}));
-    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0xC9, 0x20}));
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x19, 0x20}));
+    EXPECT_EQ(on->read(0x92, 2).data, (Bytes{0xC9, 0x20}));
 }
 
 TEST_F(Sensor, Lm75PowersUpWithItsThresholds)
 {
     power(chip("LM75", "0x90"));
-    EXPECT_EQ(on->readAt(0x90, {0x01}, 1).data, bytes{0x00});
-    EXPECT_EQ(on->readAt(0x90, {0x02}, 2).data, (bytes{0x4B, 0x00}));
-    EXPECT_EQ(on->readAt(0x90, {0x03}, 2).data, (bytes{0x50, 0x00}));
+    EXPECT_EQ(on->readAt(0x90, {0x01}, 1).data, Bytes{0x00});
+    EXPECT_EQ(on->readAt(0x90, {0x02}, 2).data, (Bytes{0x4B, 0x00}));
+    EXPECT_EQ(on->readAt(0x90, {0x03}, 2).data, (Bytes{0x50, 0x00}));
 }
 
 TEST_F(Sensor, PointerStaysUntilItIsWrittenAgain)
 {
     power(chip("LM75", "0x90", "celsius = 1"));
     on->write(0x90, {0x03});
-    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x50, 0x00}));
-    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x50, 0x00}));
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x50, 0x00}));
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x50, 0x00}));
     on->write(0x90, {0x00});
-    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x01, 0x00}));
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x01, 0x00}));
 }
 
 TEST_F(Sensor, ThresholdsKeepNineBits)
 {
     power(chip("LM75", "0x90"));
     on->write(0x90, {0x03, 0x1E, 0xFF});
-    EXPECT_EQ(on->readAt(0x90, {0x03}, 2).data, (bytes{0x1E, 0x80}));
+    EXPECT_EQ(on->readAt(0x90, {0x03}, 2).data, (Bytes{0x1E, 0x80}));
 }
 
 TEST_F(Sensor, HalfAThresholdChangesNothing)
 {
     power(chip("LM75", "0x90"));
     on->write(0x90, {0x02, 0x10});
-    EXPECT_EQ(on->readAt(0x90, {0x02}, 2).data, (bytes{0x4B, 0x00}));
+    EXPECT_EQ(on->readAt(0x90, {0x02}, 2).data, (Bytes{0x4B, 0x00}));
 }
 
 TEST_F(Sensor, TemperatureTakesNothing)
 {
     power(chip("LM75", "0x90", "celsius = 20"));
     EXPECT_EQ(on->write(0x90, {0x00, 0x11, 0x22}).end, outcome::done);
-    EXPECT_EQ(on->read(0x90, 2).data, (bytes{0x14, 0x00}));
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x14, 0x00}));
 }
 
 TEST_F(Sensor, LongReadsRepeatTheRegister)
 {
     power(chip("LM75", "0x90", "celsius = 25.5"));
-    EXPECT_EQ(on->read(0x90, 5).data, (bytes{0x19, 0x80, 0x19, 0x80, 0x19}));
+    EXPECT_EQ(on->read(0x90, 5).data, (Bytes{0x19, 0x80, 0x19, 0x80, 0x19}));
     on->write(0x90, {0x01, 0x12});
-    EXPECT_EQ(on->readAt(0x90, {0x01}, 3).data, (bytes{0x12, 0x12, 0x12}));
+    EXPECT_EQ(on->readAt(0x90, {0x01}, 3).data, (Bytes{0x12, 0x12, 0x12}));
 }
 
 TEST_F(Sensor, Lm75AlarmEndsBelowTheHysteresis)
@@ -285,30 +285,30 @@ TEST_F(Sensor, Lm92HasThirteenBits)
 {
     power(chip("LM92", "0x96", "celsius = 48.25") + chip("LM92", "0x94", "celsius = 20.0625") +
           chip("LM92", "0x92", "celsius = 85"));
-    EXPECT_EQ(on->read(0x96, 2).data, (bytes{0x18, 0x20}));
-    EXPECT_EQ(on->read(0x94, 2).data, (bytes{0x0A, 0x08}));
+    EXPECT_EQ(on->read(0x96, 2).data, (Bytes{0x18, 0x20}));
+    EXPECT_EQ(on->read(0x94, 2).data, (Bytes{0x0A, 0x08}));
     // above T_HIGH 64 and T_CRIT 80
-    EXPECT_EQ(on->read(0x92, 2).data, (bytes{0x2A, 0x86}));
+    EXPECT_EQ(on->read(0x92, 2).data, (Bytes{0x2A, 0x86}));
 }
 
 TEST_F(Sensor, Lm92BelowZeroIsLow)
 {
     power(chip("LM92", "0x96", "celsius = -1"));
-    EXPECT_EQ(on->read(0x96, 2).data, (bytes{0xFF, 0x81}));
+    EXPECT_EQ(on->read(0x96, 2).data, (Bytes{0xFF, 0x81}));
 }
 
 TEST_F(Sensor, Lm92PowersUpWithItsLimits)
 {
     power(chip("LM92", "0x96"));
     // 2 degrees
-    EXPECT_EQ(on->readAt(0x96, {0x02}, 2).data, (bytes{0x01, 0x00}));
+    EXPECT_EQ(on->readAt(0x96, {0x02}, 2).data, (Bytes{0x01, 0x00}));
     // 80
-    EXPECT_EQ(on->readAt(0x96, {0x03}, 2).data, (bytes{0x28, 0x00}));
+    EXPECT_EQ(on->readAt(0x96, {0x03}, 2).data, (Bytes{0x28, 0x00}));
     // 10
-    EXPECT_EQ(on->readAt(0x96, {0x04}, 2).data, (bytes{0x05, 0x00}));
+    EXPECT_EQ(on->readAt(0x96, {0x04}, 2).data, (Bytes{0x05, 0x00}));
     // 64
-    EXPECT_EQ(on->readAt(0x96, {0x05}, 2).data, (bytes{0x20, 0x00}));
-    EXPECT_EQ(on->readAt(0x96, {0x07}, 2).data, (bytes{0x80, 0x01}));
+    EXPECT_EQ(on->readAt(0x96, {0x05}, 2).data, (Bytes{0x20, 0x00}));
+    EXPECT_EQ(on->readAt(0x96, {0x07}, 2).data, (Bytes{0x80, 0x01}));
 }
 
 } // namespace

@@ -15,7 +15,7 @@ namespace kest::sim::test
 namespace
 {
 
-enum outcomeOfChild {
+enum OutcomeOfChild {
     fine,
     opened,
     notAllowed,
@@ -23,8 +23,8 @@ enum outcomeOfChild {
 };
 
 /// @return the child's answer, or 256 and the signal that ended it
-template <typename body_t>
-int inChild(body_t body)
+template <typename Body>
+int inChild(Body body)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -51,7 +51,7 @@ constexpr const char* oneExpander =
 
 TEST(FullDisk, ANewMachineIsAnErrorEveryTimeItIsOpened)
 {
-    const folder home;
+    const Folder home;
     const int result = inChild([&] {
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount("tmpfs", home.path.c_str(), "tmpfs", 0, "size=1m") != 0) {
@@ -77,7 +77,7 @@ TEST(FullDisk, ANewMachineIsAnErrorEveryTimeItIsOpened)
 
 TEST(FullDisk, ANewDemoMachineSaysWhyItCannotBeWritten)
 {
-    const folder home;
+    const Folder home;
     EXPECT_EQ(fine, inChild([&] {
                   const rlimit limit{1024, 1024};
                   setrlimit(RLIMIT_FSIZE, &limit);
@@ -93,7 +93,7 @@ TEST(FullDisk, ANewDemoMachineSaysWhyItCannotBeWritten)
 
 TEST(FullDisk, ALimitOnFileSizesIsAnErrorAndNoSignal)
 {
-    const folder home;
+    const Folder home;
     home.put("machine.toml", oneExpander);
     EXPECT_EQ(fine, inChild([&] {
                   const rlimit limit{1024, 1024};

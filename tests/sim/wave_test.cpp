@@ -77,7 +77,7 @@ TEST_F(BusTime, EndsInAnErrorAndDoesNotWrap)
 }
 
 /// A clock that nobody waits for: it is put forward to where its user would sleep until.
-class drivenClock final : public realClock
+class DrivenClock final : public realClock
 {
 public:
     std::uint64_t nowNs() override { return now; }
@@ -88,9 +88,9 @@ public:
 
 TEST_F(BusTime, RealTimeWaits)
 {
-    drivenClock clock;
+    DrivenClock clock;
     const auto real = openMachine(home.path, clock);
-    user slow{real->findBus("planar", "")};
+    User slow{real->findBus("planar", "")};
     // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
     EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done);
     EXPECT_EQ(clock.now, 5'018'300'000U);
@@ -103,9 +103,9 @@ TEST_F(BusTime, RealTimeWaits)
 TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
     power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000"));
-    drivenClock clock;
+    DrivenClock clock;
     const auto real = openMachine(home.path, clock);
-    user slow{real->findBus("planar", "")};
+    User slow{real->findBus("planar", "")};
     EXPECT_EQ(slow.write(0xA0, {0, 1}).end, outcome::done);
     clock.now += 999'000'000;
     EXPECT_EQ(slow.probe(0xA0), outcome::addressNotAcknowledged);
@@ -116,7 +116,7 @@ TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 TEST_F(BusTime, ASystemsClockIsWaitedFor)
 {
     const auto real = openMachine(home.path, true);
-    user slow{real->findBus("planar", "")};
+    User slow{real->findBus("planar", "")};
     const auto before = std::chrono::steady_clock::now();
     slow.idleMs(4);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds{4});
@@ -222,7 +222,7 @@ TEST_F(Wave, AcknowledgePollingIsInIt)
 
 TEST_F(Wave, EepromDecoderReadsPagesAndOffsets)
 {
-    on->store(0xA0, bytes{0x08} + counting(8, 0x30));
+    on->store(0xA0, Bytes{0x08} + counting(8, 0x30));
     on->store(0xA0, {0x20, 0x77});
     on->readAt(0xA0, {0x08}, 4);
     on->readAt(0xA0, {0x20}, 1);
@@ -240,7 +240,7 @@ TEST_F(Wave, EepromDecoderReadsPagesAndOffsets)
 
 TEST_F(Wave, EepromDecoderWarnsOfAPageTooLong)
 {
-    on->store(0xA0, bytes{0x00} + counting(9));
+    on->store(0xA0, Bytes{0x00} + counting(9));
     EXPECT_NE(eeprom(0x50).find("Wrote 9 bytes but page size is only 8 bytes!"), std::string::npos);
 }
 
@@ -308,13 +308,13 @@ TEST_F(Wave, HeldLinesAndTheirRecovery)
 // The START after it is a falling edge again, and none of the bits before it are taken for data.
 TEST_F(Wave, LineThatIsFreedBetweenTransactionsRises)
 {
-    struct row {
+    struct Row {
         const char* kind;
         std::uint64_t byte;
         const char* decoded;
     };
-    for (const row& hold : {row{"hold-scl", 0, "S W50 A 33 A P"}, row{"hold-scl", 1, "S W50 A 10 A Sr W50 A 33 A P"},
-                            row{"hold-sda", 1, "S W50 A 10 A P S W50 A 33 A P"}}) {
+    for (const Row& hold : {Row{"hold-scl", 0, "S W50 A 33 A P"}, Row{"hold-scl", 1, "S W50 A 10 A Sr W50 A 33 A P"},
+                            Row{"hold-sda", 1, "S W50 A 10 A P S W50 A 33 A P"}}) {
         for (const bool cycled : {false, true}) {
             SCOPED_TRACE(std::string{hold.kind} + (cycled ? ", power cycle" : ", fault cleared"));
             EXPECT_TRUE(machine->startWave("planar", file()));
@@ -399,7 +399,7 @@ TEST_F(Wave, LostFileEndsTheRecordingAlone)
 TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
 {
     for (const unsigned speed : {1U, 7U, 100U, 333U, 400U, 1000U}) {
-        bytes offset{0x10}, data(3);
+        Bytes offset{0x10}, data(3);
         segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::read, data, false}};
         on->planar->transfer(parts, speed);
     }

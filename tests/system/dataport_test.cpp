@@ -34,10 +34,10 @@ protected:
         return value;
     }
     /// Registers as the chip has them, read over the bus without the library.
-    [[nodiscard]] bytes registersAt(std::uint8_t chipAddress, std::uint8_t first, std::size_t count) const
+    [[nodiscard]] Bytes registersAt(std::uint8_t chipAddress, std::uint8_t first, std::size_t count) const
     {
-        bytes pointer{first};
-        bytes data(count);
+        Bytes pointer{first};
+        Bytes data(count);
         std::array<sim::segment, 2> segments{{{.address = chipAddress, .way = sim::direction::write, .bytes = pointer},
                                               {.address = chipAddress, .way = sim::direction::read, .bytes = data}}};
         EXPECT_EQ(sim::outcome::done, wires->transfer(segments, 0).end);
@@ -51,7 +51,7 @@ protected:
 };
 
 /// Selectors of sixteen pins, two bits each, as a list; worked out pin by pin.
-struct selectorModel {
+struct SelectorModel {
     std::array<unsigned, 16> pins{};
 
     void apply(kest_dpOperation operation, unsigned bits, unsigned mask)
@@ -72,9 +72,9 @@ struct selectorModel {
             }
         }
     }
-    [[nodiscard]] bytes registers(std::size_t count) const
+    [[nodiscard]] Bytes registers(std::size_t count) const
     {
-        bytes values(count);
+        Bytes values(count);
         for (std::size_t pin = 0; pin < 4 * count; ++pin) {
             values.at(pin / 4) = static_cast<std::uint8_t>(values.at(pin / 4) | pins.at(pin) << (2 * (pin % 4)));
         }
@@ -85,8 +85,8 @@ struct selectorModel {
 TEST_F(DataPort, LedSelectorsFollowEveryOperation)
 {
     std::mt19937 random(1);
-    selectorModel wide;
-    selectorModel narrow;
+    SelectorModel wide;
+    SelectorModel narrow;
     // as after power-up: off
     wide.pins.fill(1);
     narrow.pins.fill(1);
@@ -119,32 +119,32 @@ TEST_F(DataPort, LedInputsShowWhatTheLedsDo)
 TEST_F(DataPort, ExpanderOutputsAndDirections)
 {
     ASSERT_EQ(0U, configure(expander16, KEST_DP_CONFIG_OUTPUT, 0x0F0F));
-    EXPECT_EQ((bytes{0xF0, 0xF0}), registersAt(0x40, 6, 2));
+    EXPECT_EQ((Bytes{0xF0, 0xF0}), registersAt(0x40, 6, 2));
     ASSERT_EQ(0U, writePins(expander16, KEST_DP_SELECT_00, 0x0105));
-    EXPECT_EQ((bytes{0xFA, 0xFE}), registersAt(0x40, 2, 2));
+    EXPECT_EQ((Bytes{0xFA, 0xFE}), registersAt(0x40, 2, 2));
     EXPECT_EQ(0x0E0AU, pinsOf(expander16, 0x0F0F));
     ASSERT_EQ(0U, writePins(expander16, KEST_DP_SELECT_11, 0x0001));
     ASSERT_EQ(0U, writePins(expander16, KEST_DP_COPY, 0x0200, 0x0300));
-    EXPECT_EQ((bytes{0xFB, 0xFE}), registersAt(0x40, 2, 2));
+    EXPECT_EQ((Bytes{0xFB, 0xFE}), registersAt(0x40, 2, 2));
     ASSERT_EQ(0U, configure(expander16, KEST_DP_CONFIG_INPUT, 0x0F0F));
-    EXPECT_EQ((bytes{0xFF, 0xFF}), registersAt(0x40, 6, 2));
+    EXPECT_EQ((Bytes{0xFF, 0xFF}), registersAt(0x40, 6, 2));
 
     ASSERT_EQ(0U, configure(expander8, KEST_DP_CONFIG_OUTPUT, 0x3C));
-    EXPECT_EQ((bytes{0xC3}), registersAt(0x42, 3, 1));
+    EXPECT_EQ((Bytes{0xC3}), registersAt(0x42, 3, 1));
     ASSERT_EQ(0U, writePins(expander8, KEST_DP_SELECT_10, 0x08));
-    EXPECT_EQ((bytes{0xF7}), registersAt(0x42, 1, 1));
+    EXPECT_EQ((Bytes{0xF7}), registersAt(0x42, 1, 1));
     EXPECT_EQ(0x34U, pinsOf(expander8, 0x3C));
 }
 
 TEST_F(DataPort, RawRegisters)
 {
-    struct row {
+    struct Row {
         std::string text;
         std::uint8_t address;
         kest_dpConfig config;
         std::uint8_t number;
     };
-    const std::vector<row> rows{
+    const std::vector<Row> rows{
         {leds8, 0xC4, KEST_DP_CONFIG_PRESCALER0, 1},    {leds8, 0xC4, KEST_DP_CONFIG_DUTY0, 2},
         {leds8, 0xC4, KEST_DP_CONFIG_PRESCALER1, 3},    {leds8, 0xC4, KEST_DP_CONFIG_DUTY1, 4},
         {leds16, 0xC0, KEST_DP_CONFIG_PRESCALER0, 2},   {leds16, 0xC0, KEST_DP_CONFIG_DUTY0, 3},
@@ -152,9 +152,9 @@ TEST_F(DataPort, RawRegisters)
         {expander8, 0x42, KEST_DP_CONFIG_POLARITY0, 2}, {expander16, 0x40, KEST_DP_CONFIG_POLARITY0, 4},
         {expander16, 0x40, KEST_DP_CONFIG_POLARITY1, 5}};
     std::uint8_t value = 0x21;
-    for (const row& one : rows) {
+    for (const Row& one : rows) {
         EXPECT_EQ(0U, configure(one.text, one.config, value)) << one.text << one.config;
-        EXPECT_EQ(bytes{value}, registersAt(one.address, one.number, 1)) << one.text << one.config;
+        EXPECT_EQ(Bytes{value}, registersAt(one.address, one.number, 1)) << one.text << one.config;
         ++value;
     }
     EXPECT_EQ(0x8000132DU, configure(leds8, KEST_DP_CONFIG_POLARITY0, 1));
@@ -216,14 +216,14 @@ TEST_F(DataPort, ThreadsAndProcessesChangingDifferentPinsLoseNoChange)
         EXPECT_EQ(0, status);
     }
     // pins 0-11: on, off, on, off, ...; 12-15 as after power-up
-    EXPECT_EQ((bytes{0x44, 0x44, 0x44, 0x55}), registersAt(0xC0, 0x16, 4));
+    EXPECT_EQ((Bytes{0x44, 0x44, 0x44, 0x55}), registersAt(0xC0, 0x16, 4));
 }
 
 TEST_F(DataPort, ThermalWords)
 {
     KEST_thermal_sensor_info sensor{.devicePath = "sim:planar,L,75,90", .temperature = 1, .status = 0};
     EXPECT_EQ(0U, codeOf(KEST_thermal_sensor_read_temperature_data(&sensor)));
-    const bytes word = registersAt(0x90, 0, 2);
+    const Bytes word = registersAt(0x90, 0, 2);
     EXPECT_EQ(word.at(0) << 8 | word.at(1), sensor.temperature);
     EXPECT_EQ(0x55, sensor.status);
     sensor.devicePath = "sim:planar,L,92,9A";

@@ -27,12 +27,12 @@ TEST_F(HubTransfer, EveryHubAndPortInBothOffsetFormats)
             for (const bool small : {false, true}) {
                 const std::string name =
                     (small ? "card" : "riser") + std::to_string(hub) + "-" + std::to_string(port) + ".bin";
-                const bytes before = image(name);
-                const ending got = read(hubText(hub, port, small), 5, 100);
+                const Bytes before = image(name);
+                const Ending got = read(hubText(hub, port, small), 5, 100);
                 EXPECT_TRUE(got.good()) << got << name;
                 EXPECT_EQ(part(before, 5, 100), got.data) << name;
-                const bytes fresh = pattern(77, 200);
-                const ending written = write(hubText(hub, port, small), 13, fresh);
+                const Bytes fresh = pattern(77, 200);
+                const Ending written = write(hubText(hub, port, small), 13, fresh);
                 EXPECT_TRUE(written.good()) << written << name;
                 EXPECT_EQ(77U, written.length);
                 settle();
@@ -45,17 +45,17 @@ TEST_F(HubTransfer, EveryHubAndPortInBothOffsetFormats)
 
 TEST_F(HubTransfer, FromOneByteToTheWholeDevice)
 {
-    const bytes before = image("riser128-7.bin");
+    const Bytes before = image("riser128-7.bin");
     for (const unsigned int length : {1U, 2U, 63U, 64U, 65U, 255U, 256U, 257U, 4095U, 8191U, 8192U, 8193U, 16384U}) {
-        const ending got = read(hubText(0x80, 7), 0, length);
+        const Ending got = read(hubText(0x80, 7), 0, length);
         EXPECT_TRUE(got.good()) << got;
         EXPECT_EQ(part(before, 0, length), got.data) << length;
     }
     // length 0: the whole device
     EXPECT_EQ(before, read(hubText(0x80, 7), 0, 0).data);
-    bytes now = before;
+    Bytes now = before;
     for (const unsigned int length : {1U, 252U, 253U, 1000U, 16384U}) {
-        const bytes fresh = pattern(length, length);
+        const Bytes fresh = pattern(length, length);
         EXPECT_TRUE(write(hubText(0x80, 7), 0, fresh).good()) << length;
         settle();
         now = with(now, 0, fresh);
@@ -66,7 +66,7 @@ TEST_F(HubTransfer, FromOneByteToTheWholeDevice)
 
 TEST_F(HubTransfer, PortsThatAreNotThere)
 {
-    const bytes before = image("riser128-7.bin");
+    const Bytes before = image("riser128-7.bin");
     for (const int port : {8, 0xFF}) {
         EXPECT_EQ(0x0010131CU, read(hubText(0x80, port), 0, 4).returnCode) << port;
         EXPECT_EQ(0x0010131CU, write(hubText(0x80, port), 0, {1, 2, 3}).returnCode) << port;
@@ -91,11 +91,11 @@ TEST_F(HubTransfer, HeldSubBusIsResetAndTheWriteRepeated)
 {
     for (const char* const kind : {"hub-hold-sda", "hub-hold-scl"}) {
         for (std::size_t page = 1; page <= 10; ++page) {
-            const bytes before = image("riser128-7.bin");
-            const bytes fresh = pattern(640, static_cast<unsigned>(page));
+            const Bytes before = image("riser128-7.bin");
+            const Bytes fresh = pattern(640, static_cast<unsigned>(page));
             const auto fault = machine->addFault(
                 {.kind = kind, .bus = "planar", .address = 0x80, .way = "write", .nth = page, .count = 1});
-            const ending written = write(hubText(0x80, 7), 0x100, fresh);
+            const Ending written = write(hubText(0x80, 7), 0x100, fresh);
             EXPECT_EQ(1U, struck(fault)) << kind << page;
             machine->clearFaults();
             settle();
@@ -111,10 +111,10 @@ TEST_F(HubTransfer, ReadThatRecoversHandsBackZerosNeverStaleMemory)
 {
     const auto fault =
         machine->addFault({.kind = "hub-hold-sda", .bus = "planar", .address = 0x80, .way = "read", .count = 1});
-    const ending got = read(hubText(0x80, 7), 0, 64);
+    const Ending got = read(hubText(0x80, 7), 0, 64);
     EXPECT_EQ(1U, struck(fault));
     EXPECT_TRUE(got.good()) << got;
-    EXPECT_EQ(bytes(64, 0), got.data);
+    EXPECT_EQ(Bytes(64, 0), got.data);
     machine->clearFaults();
     EXPECT_EQ(part(image("riser128-7.bin"), 0, 64), read(hubText(0x80, 7), 0, 64).data);
 }
@@ -128,8 +128,8 @@ TEST_F(HubTransfer, StatusAtEachPageOfALongWriteIsRecoveredOrReported)
     for (const auto& [status, returnCode] : returnCodes) {
         for (std::size_t page = 1; page <= 10; ++page) {
             SCOPED_TRACE(std::to_string(status) + " at page " + std::to_string(page));
-            const bytes before = part(image("riser128-7.bin"), 0, 640);
-            const bytes fresh = pattern(640, status + static_cast<unsigned>(page));
+            const Bytes before = part(image("riser128-7.bin"), 0, 640);
+            const Bytes fresh = pattern(640, status + static_cast<unsigned>(page));
             const auto fault = machine->addFault({.kind = "hub-status",
                                                   .bus = "planar",
                                                   .address = 0x80,
@@ -137,7 +137,7 @@ TEST_F(HubTransfer, StatusAtEachPageOfALongWriteIsRecoveredOrReported)
                                                   .nth = page,
                                                   .count = 1,
                                                   .value = status});
-            const ending written = write(hubText(0x80, 7), 0, fresh);
+            const Ending written = write(hubText(0x80, 7), 0, fresh);
             EXPECT_EQ(1U, struck(fault));
             machine->clearFaults();
             settle();
@@ -155,22 +155,22 @@ TEST_F(HubTransfer, StatusAtEachPageOfALongWriteIsRecoveredOrReported)
 class SilentInAWrite : public LibraryMachine
 {
 protected:
-    struct result {
-        ending written;
+    struct Result {
+        Ending written;
         std::size_t pages; ///< that reached the device
     };
     /// @param nth  the transaction that is the first not to be answered: a page, or one that asks whether the hub is
     /// ready again
-    result silentFrom(std::uint64_t nth)
+    Result silentFrom(std::uint64_t nth)
     {
-        const bytes before = part(image(file), 0, length);
-        const bytes fresh = pattern(length, ++seed);
+        const Bytes before = part(image(file), 0, length);
+        const Bytes fresh = pattern(length, ++seed);
         const auto fault = machine->addFault(
             {.kind = "hub-silent", .bus = "planar", .address = 0x80, .way = "write", .nth = nth, .untilReset = true});
-        result got{.written = write(hubText(0x80, 7), 0, fresh), .pages = 0};
+        Result got{.written = write(hubText(0x80, 7), 0, fresh), .pages = 0};
         const bool silent = struck(fault) != 0;
         settle();
-        const bytes now = part(image(file), 0, length);
+        const Bytes now = part(image(file), 0, length);
         got.pages = static_cast<std::size_t>(std::ranges::mismatch(now, fresh).in1 - now.begin()) / pageBytes;
         EXPECT_EQ(with(before, 0, part(fresh, 0, got.pages * pageBytes)), now);
         EXPECT_EQ(silent, !got.written.good());
@@ -206,12 +206,12 @@ TEST_F(SilentInAWrite, IsReportedAtEachPageAndAfterIt)
         SCOPED_TRACE(page);
         const std::uint64_t next = after(page);
         // the hub is waited for, in vain
-        const result asked = silentFrom(next);
+        const Result asked = silentFrom(next);
         EXPECT_EQ(page, asked.pages);
         EXPECT_EQ(0x00001314U, asked.written.returnCode);
         EXPECT_EQ(62U, asked.written.word4);
         // The page itself. Silence after a page before looks like that one's write cycle.
-        const result sent = silentFrom(next - 1);
+        const Result sent = silentFrom(next - 1);
         EXPECT_EQ(page - 1, sent.pages);
         EXPECT_EQ(page == 1 ? 0x40001311U : 0x00001314U, sent.written.returnCode);
         EXPECT_EQ(page == 1 ? 6U : 62U, sent.written.word4);
@@ -225,14 +225,14 @@ TEST_F(HubTransfer, FirstByteThatIsNoStatusFailsTheRead)
         for (const unsigned int length : {1U, 64U, 16384U}) {
             const auto fault = machine->addFault(
                 {.kind = "hub-bad-first-byte", .bus = "planar", .address = 0x80, .count = 1, .value = first});
-            const ending got = read(hubText(0x80, 7), 0, length);
+            const Ending got = read(hubText(0x80, 7), 0, length);
             EXPECT_EQ(1U, struck(fault));
             machine->clearFaults();
             EXPECT_EQ(0x00001312U, got.returnCode) << first;
             EXPECT_EQ(61U, got.word4);
             // what was asked of the hub: the status counts, too
             EXPECT_EQ(length + 1, got.length);
-            EXPECT_EQ(bytes{}, got.data);
+            EXPECT_EQ(Bytes{}, got.data);
             EXPECT_TRUE(unlocked(0x80));
             EXPECT_EQ(part(image("riser128-7.bin"), 0, length), read(hubText(0x80, 7), 0, length).data);
         }
@@ -244,11 +244,11 @@ TEST_F(HubTransfer, SilentHubIsResetThroughItsExpanderAndTheNextTransferWorks)
     for (const int hub : {0x80, 0x82, 0x88, 0x8A}) {
         machine->addFault(
             {.kind = "hub-silent", .bus = "planar", .address = static_cast<std::uint8_t>(hub), .untilReset = true});
-        const ending failed = read(hubText(hub, 0), 0, 16);
+        const Ending failed = read(hubText(hub, 0), 0, 16);
         EXPECT_EQ(hubWasReset, failed.returnCode) << hub;
         EXPECT_EQ(6U, failed.word4);
         EXPECT_TRUE(unlocked(static_cast<std::uint16_t>(hub)));
-        const ending next = read(hubText(hub, 0), 0, 16);
+        const Ending next = read(hubText(hub, 0), 0, 16);
         EXPECT_TRUE(next.good()) << hub << next;
         EXPECT_EQ(part(image("riser" + std::to_string(hub) + "-0.bin"), 0, 16), next.data);
     }
@@ -257,7 +257,7 @@ TEST_F(HubTransfer, SilentHubIsResetThroughItsExpanderAndTheNextTransferWorks)
 TEST_F(HubTransfer, HubThatStaysDeadFailsEachTimeAndNothingElseDoes)
 {
     machine->addFault({.kind = "hub-silent", .bus = "planar", .address = 0x82});
-    const bytes before = image("riser130-0.bin");
+    const Bytes before = image("riser130-0.bin");
     for (int time = 0; time < 3; ++time) {
         EXPECT_EQ(hubWasReset, read(hubText(0x82, 0), 0, 16).returnCode);
         EXPECT_EQ(hubWasReset, write(hubText(0x82, 0), 0, {1, 2, 3}).returnCode);
@@ -275,7 +275,7 @@ TEST_F(HubTransfer, HeldMainBusIsFreedByADirectTransfersRetryNeverByAHub)
     EXPECT_EQ(sim::outcome::sdaHeld, wires->lines());
     EXPECT_FALSE(read(hubText(0x82, 0), 0, 16).good());
     EXPECT_EQ(sim::outcome::sdaHeld, wires->lines());
-    const ending direct = read("sim:planar,L,2C0256,A0", 100, 16);
+    const Ending direct = read("sim:planar,L,2C0256,A0", 100, 16);
     EXPECT_TRUE(direct.good()) << direct;
     EXPECT_EQ(part(pattern(32768, 1), 100, 16), direct.data);
     EXPECT_EQ(sim::outcome::done, wires->lines());
@@ -284,15 +284,15 @@ TEST_F(HubTransfer, HeldMainBusIsFreedByADirectTransfersRetryNeverByAHub)
 
 /// Reads and writes its own part of one chip again and again, and checks every byte. @return 0 when all was right
 int hammer(const std::string& text, unsigned int offset, int rounds,
-           ending (*readIt)(const std::string&, unsigned int, unsigned int),
-           ending (*writeIt)(const std::string&, unsigned int, const bytes&))
+           Ending (*readIt)(const std::string&, unsigned int, unsigned int),
+           Ending (*writeIt)(const std::string&, unsigned int, const Bytes&))
 {
     for (int round = 0; round < rounds; ++round) {
-        const bytes fresh = pattern(150, offset + static_cast<unsigned>(round));
+        const Bytes fresh = pattern(150, offset + static_cast<unsigned>(round));
         if (!writeIt(text, offset, fresh).good()) {
             return 1;
         }
-        const ending got = readIt(text, offset, 150);
+        const Ending got = readIt(text, offset, 150);
         if (!got.good()) {
             return 2;
         }
@@ -305,14 +305,14 @@ int hammer(const std::string& text, unsigned int offset, int rounds,
 
 TEST_F(HubTransfer, ProcessesOnTwoHubsMixNothing)
 {
-    struct worker {
+    struct Worker {
         std::string text;
         unsigned int offset;
     };
-    const std::vector<worker> workers{
+    const std::vector<Worker> workers{
         {hubText(0x80, 0), 0}, {hubText(0x80, 0), 1000}, {hubText(0x80, 7), 3}, {hubText(0x88, 7), 77}};
     std::vector<pid_t> children;
-    for (const worker& job : workers) {
+    for (const Worker& job : workers) {
         const pid_t child = fork();
         if (child == 0) {
             _exit(hammer(job.text, job.offset, 8, &HubTransfer::read, &HubTransfer::write));
@@ -331,18 +331,18 @@ TEST_F(HubTransfer, ProcessesOnTwoHubsMixNothing)
 }
 
 /// What happened to the user of one hub while the other one on the same expander was reset.
-struct neighbour {
+struct Neighbour {
     std::atomic<bool> enough;
     std::atomic<int> good, failed, wrong;
 
     /// Writes, reads back, and judges each byte by what it can be: a write that failed leaves old and new ones.
-    void work(const std::string& text, ending (*readIt)(const std::string&, unsigned int, unsigned int),
-              ending (*writeIt)(const std::string&, unsigned int, const bytes&), bytes before)
+    void work(const std::string& text, Ending (*readIt)(const std::string&, unsigned int, unsigned int),
+              Ending (*writeIt)(const std::string&, unsigned int, const Bytes&), Bytes before)
     {
         for (unsigned int round = 0; !enough; ++round) {
-            const bytes fresh = pattern(before.size(), round);
-            const ending written = writeIt(text, 0, fresh);
-            ending got = readIt(text, 0, static_cast<unsigned int>(fresh.size()));
+            const Bytes fresh = pattern(before.size(), round);
+            const Ending written = writeIt(text, 0, fresh);
+            Ending got = readIt(text, 0, static_cast<unsigned int>(fresh.size()));
             for (; !got.good() && !enough; got = readIt(text, 0, static_cast<unsigned int>(fresh.size()))) {
                 ++failed;
             }
@@ -363,23 +363,23 @@ constexpr auto patience = std::chrono::seconds(200);
 
 TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
 {
-    void* const shared = mmap(nullptr, sizeof(neighbour), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* const shared = mmap(nullptr, sizeof(Neighbour), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(MAP_FAILED, shared);
-    auto* const other = new (shared) neighbour{};
+    auto* const other = new (shared) Neighbour{};
     const pid_t child = fork();
     if (child == 0) {
         other->work(hubText(0x88, 7), &HubTransfer::read, &HubTransfer::write, part(image("riser136-7.bin"), 0, 640));
         _exit(0);
     }
     const int enough = kest::tests::isEmulated() ? 8 : 20;
-    const bytes mine = part(image("riser128-7.bin"), 0, 64);
+    const Bytes mine = part(image("riser128-7.bin"), 0, 64);
     int resets = 0;
     const auto latest = std::chrono::steady_clock::now() + patience;
     while ((resets < enough || other->failed < enough || other->good < 5 * enough) &&
            std::chrono::steady_clock::now() < latest) {
         machine->addFault({.kind = "hub-silent", .bus = "planar", .address = 0x80, .untilReset = true});
         // the neighbour's own reset can wake this hub
-        const ending got = read(hubText(0x80, 7), 0, 64);
+        const Ending got = read(hubText(0x80, 7), 0, 64);
         resets += got.returnCode == hubWasReset ? 1 : 0;
         if (got.good()) {
             EXPECT_EQ(mine, got.data);
@@ -403,7 +403,7 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
     }
     settle();
     EXPECT_EQ(part(image("riser136-7.bin"), 0, 640), read(hubText(0x88, 7), 0, 640).data);
-    munmap(shared, sizeof(neighbour));
+    munmap(shared, sizeof(Neighbour));
 }
 
 class KilledWriter : public LibraryMachine
@@ -448,7 +448,7 @@ TEST_F(KilledWriter, CausesNoResetOfABusyHub)
     for (unsigned int round = 1; busyRounds < 5 && std::chrono::steady_clock::now() < latest; ++round) {
         killAfter(1'000'000U * (round % 40 + 1));
         busyRounds += hubIsBusy() ? 1 : 0;
-        const ending next = read(hubText(0x80, 7), 0, 16);
+        const Ending next = read(hubText(0x80, 7), 0, 16);
         EXPECT_TRUE(next.good()) << next;
         EXPECT_EQ(part(image("riser128-7.bin"), 0, 16), next.data);
         EXPECT_TRUE(unlocked(0x80));

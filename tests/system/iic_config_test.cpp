@@ -22,7 +22,7 @@ TEST_F(IicConfig, ItemsTakeTheirSizeAndDirectionsOnly)
         const auto* row = std::ranges::find_if(items, [item](const auto& each) { return each.item == item; });
         for (const int direction : {-1, 0, 1, 2, 3}) {
             for (const unsigned int size : {0U, 1U, 2U, 3U, 4U, 5U, 7U, 8U, 9U, 43U, 44U, 45U, 100U, 0xFFFFFFFFU}) {
-                bytes value = size == 8 ? registerLock(0xC0, 0) : size == 44 ? block{}.raw() : bytes(100);
+                Bytes value = size == 8 ? registerLock(0xC0, 0) : size == 44 ? Block{}.raw() : Bytes(100);
                 const bool allowed = row != std::end(items) && row->size == size &&
                                      ((direction == 1 && row->readable) || (direction == 2 && row->settable));
                 if (size == 4) {
@@ -30,8 +30,8 @@ TEST_F(IicConfig, ItemsTakeTheirSizeAndDirectionsOnly)
                     value[0] = value[3] = 0xA0;
                     value[std::endian::native == std::endian::little ? 3 : 0] = 0;
                 }
-                const answer result = device.config(direction, item, value.data(), size);
-                EXPECT_EQ(allowed ? (answer{0, 0}) : (answer{-1, EINVAL}), result)
+                const Answer result = device.config(direction, item, value.data(), size);
+                EXPECT_EQ(allowed ? (Answer{0, 0}) : (Answer{-1, EINVAL}), result)
                     << "item " << item << " direction " << direction << " size " << size;
             }
         }
@@ -41,22 +41,22 @@ TEST_F(IicConfig, ItemsTakeTheirSizeAndDirectionsOnly)
 TEST_F(IicConfig, NullValueIsAFault)
 {
     OpenDevice device("sim:planar@A0");
-    EXPECT_EQ((answer{-1, EFAULT}), device.config(1, 2, nullptr, 4));
-    EXPECT_EQ((answer{-1, EFAULT}), device.config(2, 19, nullptr, 44));
-    EXPECT_EQ((answer{-1, EFAULT}), device.config(2, 17, nullptr, 8));
+    EXPECT_EQ((Answer{-1, EFAULT}), device.config(1, 2, nullptr, 4));
+    EXPECT_EQ((Answer{-1, EFAULT}), device.config(2, 19, nullptr, 44));
+    EXPECT_EQ((Answer{-1, EFAULT}), device.config(2, 17, nullptr, 8));
 }
 
 TEST_F(IicConfig, BlockIsGivenBackAsItWasSet)
 {
     OpenDevice device("sim:planar");
-    bytes raw = block{.speedKhz = 100, .address = 0xA0, .offsetLength = 2, .timeoutMs = 77, .pageSize = 64}.raw();
+    Bytes raw = Block{.speedKhz = 100, .address = 0xA0, .offsetLength = 2, .timeoutMs = 77, .pageSize = 64}.raw();
     for (const std::size_t unlisted : {6U, 7U, 8U, 11U, 16U, 19U, 22U, 23U, 28U, 31U, 32U, 35U, 36U, 39U}) {
         // ignored and kept
         raw[unlisted] = static_cast<std::uint8_t>(0x80 + unlisted);
     }
-    EXPECT_EQ((answer{0, 0}), device.config(2, 19, raw.data(), 44));
-    bytes back(44);
-    EXPECT_EQ((answer{0, 0}), device.config(1, 19, back.data(), 44));
+    EXPECT_EQ((Answer{0, 0}), device.config(2, 19, raw.data(), 44));
+    Bytes back(44);
+    EXPECT_EQ((Answer{0, 0}), device.config(1, 19, back.data(), 44));
     EXPECT_EQ(raw, back);
     EXPECT_EQ(0xA0U, device.number(3));
 }
@@ -64,21 +64,21 @@ TEST_F(IicConfig, BlockIsGivenBackAsItWasSet)
 TEST_F(IicConfig, BlockWithAFieldOutOfItsRangeChangesNothing)
 {
     OpenDevice device("sim:planar");
-    const block good{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
+    const Block good{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
     device.set(good);
-    const block wrong[] = {{.address = 0xA1},   {.address = 0x100},   {.address = 0x1A0},
+    const Block wrong[] = {{.address = 0xA1},   {.address = 0x100},   {.address = 0x1A0},
                            {.address = 0xFFFF}, {.offsetLength = 5},  {.offsetLength = 0xFFFF},
                            {.pageSize = 3},     {.pageSize = 48},     {.pageSize = 0xFFFFFFFFU},
                            {.pageSize = 65},    {.offsetLength = 256}};
-    for (const block& each : wrong) {
-        EXPECT_EQ((answer{-1, EINVAL}), device.set(each))
+    for (const Block& each : wrong) {
+        EXPECT_EQ((Answer{-1, EINVAL}), device.set(each))
             << each.address << " " << each.offsetLength << " " << each.pageSize;
-        bytes back(44);
+        Bytes back(44);
         device.config(1, 19, back.data(), 44);
         EXPECT_EQ(good.raw(), back);
     }
     for (const std::uint32_t page : {0U, 1U, 2U, 8U, 0x80000000U}) {
-        EXPECT_EQ((answer{0, 0}), device.set({.pageSize = page})) << page;
+        EXPECT_EQ((Answer{0, 0}), device.set({.pageSize = page})) << page;
     }
 }
 
@@ -89,11 +89,11 @@ TEST_F(IicConfig, SpeedOfItemTwoOutlastsLaterBlocks)
     device.set({.speedKhz = 400, .address = 0xA0});
     // the block's, until item 2 is set
     EXPECT_EQ(400U, device.number(2));
-    EXPECT_EQ((answer{0, 0}), device.setNumber(2, 100));
+    EXPECT_EQ((Answer{0, 0}), device.setNumber(2, 100));
     device.set({.speedKhz = 400, .address = 0xA0});
     EXPECT_EQ(100U, device.number(2));
     for (const std::uint32_t any : {0U, 1U, 123456U, 0xFFFFFFFFU}) {
-        EXPECT_EQ((answer{0, 0}), device.setNumber(2, any));
+        EXPECT_EQ((Answer{0, 0}), device.setNumber(2, any));
         EXPECT_EQ(any, device.number(2));
         // accepted on every bus, and never in the way
         device.readAll(1);
@@ -114,33 +114,33 @@ TEST_F(IicConfig, TargetAddress)
 {
     OpenDevice device("sim:planar@90");
     // no block in force
-    EXPECT_EQ((answer{0, 0}), device.setNumber(3, 0xC0));
+    EXPECT_EQ((Answer{0, 0}), device.setNumber(3, 0xC0));
     EXPECT_EQ(0xC0U, device.number(3));
-    EXPECT_EQ((answer{-1, EINVAL}), device.setNumber(3, 0xC1));
-    EXPECT_EQ((answer{-1, EINVAL}), device.setNumber(3, 0x100));
-    EXPECT_EQ((answer{-1, EINVAL}), device.setNumber(3, 0xFFFFFFC0U));
+    EXPECT_EQ((Answer{-1, EINVAL}), device.setNumber(3, 0xC1));
+    EXPECT_EQ((Answer{-1, EINVAL}), device.setNumber(3, 0x100));
+    EXPECT_EQ((Answer{-1, EINVAL}), device.setNumber(3, 0xFFFFFFC0U));
     device.set({.address = 0});
     // a block without an address replaces none
     EXPECT_EQ(0xC0U, device.number(3));
     device.set({.address = 0x80});
     EXPECT_EQ(0x80U, device.number(3));
     // behind a hub
-    EXPECT_EQ((answer{-1, ENOSYS}), device.setNumber(3, 0xC0));
-    EXPECT_EQ((answer{0, 0}), device.setNumber(3, 0x80));
+    EXPECT_EQ((Answer{-1, ENOSYS}), device.setNumber(3, 0xC0));
+    EXPECT_EQ((Answer{0, 0}), device.setNumber(3, 0x80));
     EXPECT_EQ(0x80U, device.number(3));
     device.set({.address = 0});
-    EXPECT_EQ((answer{0, 0}), device.setNumber(3, 0xC0));
+    EXPECT_EQ((Answer{0, 0}), device.setNumber(3, 0xC0));
 }
 
 TEST_F(IicConfig, WithoutATargetTransfersAndDetectionAreInvalid)
 {
     OpenDevice device("sim:planar");
-    bytes data(4);
+    Bytes data(4);
     std::uint32_t state = 0;
     const auto before = wires->busTimeNs();
-    EXPECT_EQ((answer{0, EINVAL}), device.read(data));
-    EXPECT_EQ((answer{0, EINVAL}), device.write(data));
-    EXPECT_EQ((answer{-1, EINVAL}), device.config(1, 15, &state, 4));
+    EXPECT_EQ((Answer{0, EINVAL}), device.read(data));
+    EXPECT_EQ((Answer{0, EINVAL}), device.write(data));
+    EXPECT_EQ((Answer{-1, EINVAL}), device.config(1, 15, &state, 4));
     // nothing ever goes to address 0
     EXPECT_EQ(before, wires->busTimeNs());
 }
@@ -177,7 +177,7 @@ TEST_F(IicConfig, DetectionWaitsForABusyChipAsLongAsByteFortyAndFiftyMillisecond
     OpenDevice device("sim:planar@A0");
     // with nobody waiting for the end of its cycle
     const auto writesOnePage = [this] {
-        bytes page{0, 0, 0x55};
+        Bytes page{0, 0, 0x55};
         sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
         ASSERT_EQ(sim::outcome::done, wires->transfer({&whole, 1}, 0).end);
     };
@@ -203,7 +203,7 @@ TEST_F(IicConfig, ResetAndConfigurationLeavePositionAndTargetAlone)
     device.set(main256());
     device.setNumber(2, 400);
     device.setNumber(16, 2);
-    EXPECT_EQ((answer{0, 0}), device.reset());
+    EXPECT_EQ((Answer{0, 0}), device.reset());
     EXPECT_EQ(0xA0U, device.number(3));
     EXPECT_EQ(part(pattern(32768, 1), 1000, 4), device.readAll(4));
 }

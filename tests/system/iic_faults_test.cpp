@@ -9,11 +9,11 @@ namespace
 {
 
 /// What an operation does with an open device, and what must be true once it has succeeded.
-struct operation {
+struct Operation {
     const char* name;
     std::function<void(OpenDevice&)> prepare; ///< block and position
-    std::function<answer(OpenDevice&, bytes&)> run;
-    bytes data; ///< to write, or what a read must deliver
+    std::function<Answer(OpenDevice&, Bytes&)> run;
+    Bytes data; ///< to write, or what a read must deliver
     const char* image; ///< that it writes; empty: none
     std::size_t offset;
     std::size_t page;
@@ -26,7 +26,7 @@ struct operation {
 };
 
 /// What a fault of the bus does to an operation.
-struct faultRow {
+struct FaultRow {
     const char* kind;
     bool lasts;
     std::vector<std::uint64_t> bytes; ///< at which it strikes
@@ -34,7 +34,7 @@ struct faultRow {
     int later; ///< when it strikes after a page has been sent
     [[nodiscard]] bool silence() const { return first == ENXIO; }
     /// Whether any transaction of an operation has what it strikes at: an address, or such a byte.
-    [[nodiscard]] bool strikes(const operation& what, std::uint64_t byte) const
+    [[nodiscard]] bool strikes(const Operation& what, std::uint64_t byte) const
     {
         const std::string name = kind;
         const bool hub = std::string(what.name).find("hub") != std::string::npos;
@@ -43,7 +43,7 @@ struct faultRow {
         return (name != "hub-silent" || hub) && (!atBytes || byte < bytesOf);
     }
 };
-const faultRow faultRows[] = {
+const FaultRow faultRows[] = {
     {"nack", false, {0}, 0, 0},
     {"nack", true, {0}, ENXIO, ETIME},
     {"nack-data", false, {0, 1, 20}, EIO, EIO},
@@ -71,26 +71,26 @@ protected:
     // of a long read through a hub, with its status
     static constexpr std::size_t firstPiece = 8192;
 
-    static answer readInto(OpenDevice& device, bytes& data) { return device.read(data); }
-    static answer writeFrom(OpenDevice& device, bytes& data) { return device.write(data); }
-    static void use(OpenDevice& device, block settings, long position)
+    static Answer readInto(OpenDevice& device, Bytes& data) { return device.read(data); }
+    static Answer writeFrom(OpenDevice& device, Bytes& data) { return device.write(data); }
+    static void use(OpenDevice& device, Block settings, long position)
     {
         // what is refused for good is given up soon
         settings.busyWaitMs = 4;
-        ASSERT_EQ((answer{0, 0}), device.set(settings));
-        ASSERT_EQ((answer{0, 0}), device.seek(position));
+        ASSERT_EQ((Answer{0, 0}), device.set(settings));
+        ASSERT_EQ((Answer{0, 0}), device.seek(position));
     }
     // a hub passes them on sooner, and is asked less often
-    static block inShortPages()
+    static Block inShortPages()
     {
-        block settings = hub128();
+        Block settings = hub128();
         settings.pageSize = 16;
         return settings;
     }
     /// A hub's status 0, and data.
-    static bytes behindStatus(const bytes& data) { return with(bytes(1 + data.size()), 1, data); }
+    static Bytes behindStatus(const Bytes& data) { return with(Bytes(1 + data.size()), 1, data); }
 
-    static std::vector<operation> operations()
+    static std::vector<Operation> operations()
     {
         return {
             {"read", [](OpenDevice& d) { use(d, main256(), 40); }, readInto, part(pattern(32768, 1), 40, 300), "", 40,
@@ -99,10 +99,10 @@ protected:
              66, 0},
             {"write of one page", [](OpenDevice& d) { use(d, small02(), 8); }, writeFrom, pattern(8, 9), "small.bin", 8,
              8, 5, 9, 0},
-            {"plain read", [](OpenDevice& d) { use(d, {.address = 0x90}, 0); }, readInto, bytes{0x19}, "", 0, 0, 1, 0,
+            {"plain read", [](OpenDevice& d) { use(d, {.address = 0x90}, 0); }, readInto, Bytes{0x19}, "", 0, 0, 1, 0,
              1},
             {"plain write", [](OpenDevice& d) { use(d, {.address = 0xC0, .writeCycleMs = 0}, 0); }, writeFrom,
-             bytes{2, 0x44}, "", 0, 0, 1, 2, 0},
+             Bytes{2, 0x44}, "", 0, 0, 1, 2, 0},
             {"hub read", [](OpenDevice& d) { use(d, hub128(), onRiser + 8); }, readInto,
              behindStatus(part(pattern(16384, 5), 8, 9000)), "", 8, 0, 2, 4, 1},
             {"short hub read", [](OpenDevice& d) { use(d, hub02(), onCard + 8); }, readInto,
@@ -117,7 +117,7 @@ protected:
     /// The image holds what was acknowledged: the pages that count as moved. A page whose write cycle is not known to
     /// have ended does not count, but it is there: the one after which the device fell silent, and the last one when
     /// the question after it failed.
-    void imageHoldsWhatWasAcknowledged(const operation& what, const bytes& before, const answer& result,
+    void imageHoldsWhatWasAcknowledged(const Operation& what, const Bytes& before, const Answer& result,
                                        bool fellSilent) const
     {
         const auto moved = static_cast<std::size_t>(result.result);
@@ -125,7 +125,7 @@ protected:
         const std::size_t room = what.page - (what.offset + moved) % what.page;
         // the last page's bytes
         const std::size_t last = (what.offset + all - 1) % what.page + 1;
-        const bytes now = image(what.image);
+        const Bytes now = image(what.image);
         const bool whole = now == with(before, what.offset, what.data);
         EXPECT_TRUE(moved == 0 || moved == all || (what.offset + moved) % what.page == 0) << moved;
         if (fellSilent) {
@@ -138,7 +138,7 @@ protected:
     }
 
     /// Bytes that a read delivers when the fault ends it.
-    static std::size_t deliveredBytes(const operation& what, std::uint64_t nth, std::uint64_t byte)
+    static std::size_t deliveredBytes(const Operation& what, std::uint64_t nth, std::uint64_t byte)
     {
         const bool direct = std::string(what.name) == "read";
         // 0 and 1 are bytes of the offset
@@ -146,14 +146,14 @@ protected:
     }
 
     /// One run with the fault at its `nth` transaction. @return whether the fault struck
-    bool runWith(const operation& what, const faultRow& row, std::uint64_t nth, std::uint64_t byte)
+    bool runWith(const Operation& what, const FaultRow& row, std::uint64_t nth, std::uint64_t byte)
     {
-        const bytes before = what.writes() ? image(what.image) : bytes{};
+        const Bytes before = what.writes() ? image(what.image) : Bytes{};
         OpenDevice device("sim:planar");
         what.prepare(device);
         machine->addFault({.kind = row.kind, .bus = "planar", .nth = nth, .count = row.lasts ? 0U : 1U, .byte = byte});
-        bytes data = what.reads() ? bytes(what.data.size(), 0x5A) : what.data;
-        const answer result = what.run(device, data);
+        Bytes data = what.reads() ? Bytes(what.data.size(), 0x5A) : what.data;
+        const Answer result = what.run(device, data);
         const bool struck = machine->faults().front().struck != 0;
         // only a write leaves a chip busy that may be silent then
         const bool begun = what.writes() && nth > 1;
@@ -173,9 +173,9 @@ protected:
         }
         // the handle stays usable, and the same call again does the same in the same place
         if (error != 0) {
-            EXPECT_EQ((answer{0, 0}), device.reset());
+            EXPECT_EQ((Answer{0, 0}), device.reset());
             settle();
-            EXPECT_EQ((answer{static_cast<int>(data.size()), 0}), what.run(device, data));
+            EXPECT_EQ((Answer{static_cast<int>(data.size()), 0}), what.run(device, data));
             EXPECT_EQ(what.data, data);
         }
         if (what.writes()) {
@@ -187,33 +187,33 @@ protected:
     }
 
     /// A page of a write. A chip with pages of 64 bytes stores it from its start on, going on at the page's beginning.
-    struct sentPage {
+    struct SentPage {
         std::size_t start;
-        bytes data;
+        Bytes data;
     };
-    static std::vector<sentPage> pagesOf(std::size_t offset, const bytes& data, std::size_t page)
+    static std::vector<SentPage> pagesOf(std::size_t offset, const Bytes& data, std::size_t page)
     {
-        std::vector<sentPage> pages;
+        std::vector<SentPage> pages;
         for (std::size_t done = 0; done < data.size(); done += pages.back().data.size()) {
             const std::size_t room = std::min(page - (offset + done) % page, data.size() - done);
             pages.push_back({offset + done, part(data, done, room)});
         }
         return pages;
     }
-    static bytes stored(bytes cells, const std::vector<sentPage>& pages)
+    static Bytes stored(Bytes cells, const std::vector<SentPage>& pages)
     {
-        for (const sentPage& page : pages) {
+        for (const SentPage& page : pages) {
             for (std::size_t at = 0; at < page.data.size(); ++at) {
                 cells.at((page.start & ~std::size_t{63}) | ((page.start + at) & 63)) = page.data[at];
             }
         }
         return cells;
     }
-    void resetSubBuses(OpenDevice& device, const block& afterwards) const
+    void resetSubBuses(OpenDevice& device, const Block& afterwards) const
     {
         device.set({.address = 0x80});
-        EXPECT_EQ((answer{2, 0}), device.write({0x20, 0x06}));
-        EXPECT_EQ((bytes{0}), device.readAll(1));
+        EXPECT_EQ((Answer{2, 0}), device.write({0x20, 0x06}));
+        EXPECT_EQ((Bytes{0}), device.readAll(1));
         device.set(afterwards);
     }
     /// The next fault changes the lowest bit of a byte, which neither chip nor layer can see.
@@ -229,8 +229,8 @@ protected:
 TEST_F(IicFaults, EachKindAtEachTransactionOfEachOperation)
 {
 
-    for (const operation& what : operations()) {
-        for (const faultRow& row : faultRows) {
+    for (const Operation& what : operations()) {
+        for (const FaultRow& row : faultRows) {
             for (const std::uint64_t byte : row.bytes) {
                 const std::string name = std::string(what.name) + ", " + row.kind + (row.lasts ? " for good" : " once");
                 int met = 0;
@@ -255,7 +255,7 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfEachOperation)
 
 TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
 {
-    const bytes all = pattern(32768, 1);
+    const Bytes all = pattern(32768, 1);
     struct {
         const char* way;
         std::uint64_t byte;
@@ -268,7 +268,7 @@ TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
                        {"read", 299, 40, 299}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        bytes expected = part(all, each.from, 300);
+        Bytes expected = part(all, each.from, 300);
         use(device, main256(), 40);
         if (each.changed < 300) {
             expected[each.changed] ^= 1;
@@ -283,13 +283,13 @@ TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
     OpenDevice plain("sim:planar@90");
     corruptOnce("read", 1, 0);
     // 25 degrees, but for a bit
-    EXPECT_EQ((bytes{0x18}), plain.readAll(1));
-    EXPECT_EQ((bytes{0x19}), plain.readAll(1));
+    EXPECT_EQ((Bytes{0x18}), plain.readAll(1));
+    EXPECT_EQ((Bytes{0x19}), plain.readAll(1));
 }
 
 TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
 {
-    const bytes all = pattern(16384, 5);
+    const Bytes all = pattern(16384, 5);
     struct {
         const char* way;
         std::uint64_t byte;
@@ -305,20 +305,20 @@ TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
             SCOPED_TRACE(std::string(each.way) + " byte " + std::to_string(each.byte) + " of piece " +
                          std::to_string(nth));
             OpenDevice device("sim:planar");
-            bytes data(9001, 0x5A);
+            Bytes data(9001, 0x5A);
             use(device, hub128(), onRiser + 8);
             corruptOnce(each.way, nth, each.byte);
-            const answer result = device.read(data);
+            const Answer result = device.read(data);
             EXPECT_EQ(1U, struck());
             if (each.status == 0) {
-                EXPECT_EQ((answer{9001, 0}), result);
+                EXPECT_EQ((Answer{9001, 0}), result);
                 EXPECT_EQ(part(all, nth == 1 ? each.from[0] : 8, 8191), part(data, 1, 8191));
                 EXPECT_EQ(part(all, nth == 2 ? each.from[1] : 8199, 809), part(data, 8192, 809));
             } else {
-                EXPECT_EQ((answer{nth == 1 ? 0 : 8192, ENODATA}), result);
+                EXPECT_EQ((Answer{nth == 1 ? 0 : 8192, ENODATA}), result);
                 EXPECT_EQ(nth == 1 ? each.status : 0, data[0]);
                 device.set({.address = 0x80});
-                EXPECT_EQ((bytes{each.way[0] == 'w' ? each.status : std::uint8_t{0}}), device.readAll(1));
+                EXPECT_EQ((Bytes{each.way[0] == 'w' ? each.status : std::uint8_t{0}}), device.readAll(1));
                 use(device, hub128(), onRiser + 8);
                 EXPECT_EQ(part(all, 8, 9000), part(device.readAll(9001), 1, 9000));
             }
@@ -348,14 +348,14 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
                        {true, 4, 0, 0, 0},           {true, 9, 0, 0, 5}};
     for (const auto& each : cases) {
         const char* const name = each.hub ? "riser.bin" : "main.bin";
-        const bytes before = image(name);
-        const bytes data = pattern(each.hub ? 30 : 140, 9);
+        const Bytes before = image(name);
+        const Bytes data = pattern(each.hub ? 30 : 140, 9);
         const auto pages = each.hub ? pagesOf(10, data, 16) : pagesOf(40, data, 64);
         ASSERT_EQ(3U, pages.size());
         // the image when the first, second, third page is struck
-        std::vector<bytes> outcomes;
+        std::vector<Bytes> outcomes;
         for (std::size_t page = 0; page < pages.size(); ++page) {
-            std::vector<sentPage> sent = pages;
+            std::vector<SentPage> sent = pages;
             sent[page].start ^= each.away;
             if (each.changed != SIZE_MAX) {
                 sent[page].data.at(each.changed) ^= 1;
@@ -371,10 +371,10 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
             OpenDevice device("sim:planar");
             use(device, each.hub ? inShortPages() : main256(), each.hub ? onRiser + 10 : 40);
             corruptOnce("write", nth, each.byte);
-            EXPECT_EQ((answer{static_cast<int>(data.size()), 0}), device.write(data));
+            EXPECT_EQ((Answer{static_cast<int>(data.size()), 0}), device.write(data));
             EXPECT_EQ("", device.firstFailure());
             going = struck() != 0;
-            const bytes now = image(name);
+            const Bytes now = image(name);
             while (going && page + 1 < pages.size() && now != outcomes[page]) {
                 // the questions after a page have no byte to change: then it is the next page's
                 ++page;
@@ -382,7 +382,7 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
             EXPECT_EQ(going ? outcomes[page] : stored(before, pages), now);
             if (each.hub) {
                 device.set({.address = 0x80});
-                EXPECT_EQ((bytes{going ? each.status : std::uint8_t{0}}), device.readAll(1));
+                EXPECT_EQ((Bytes{going ? each.status : std::uint8_t{0}}), device.readAll(1));
             }
             fill(name, before);
             if (HasFailure()) {
@@ -397,17 +397,17 @@ TEST_F(IicFaults, CorruptedByteOfAPlainWriteGoesWhereItSays)
 {
     OpenDevice device("sim:planar@C0");
     const auto registerOf = [&device](std::uint8_t number) {
-        EXPECT_EQ((answer{1, 0}), device.write({number}));
+        EXPECT_EQ((Answer{1, 0}), device.write({number}));
         return device.readAll(1);
     };
-    const bytes prescaler = registerOf(2);
+    const Bytes prescaler = registerOf(2);
     corruptOnce("write", 1, 0);
-    EXPECT_EQ((answer{2, 0}), device.write({2, 0x44}));
-    EXPECT_EQ((bytes{0x44}), registerOf(3));
+    EXPECT_EQ((Answer{2, 0}), device.write({2, 0x44}));
+    EXPECT_EQ((Bytes{0x44}), registerOf(3));
     EXPECT_EQ(prescaler, registerOf(2));
     corruptOnce("write", 1, 1);
-    EXPECT_EQ((answer{2, 0}), device.write({2, 0x44}));
-    EXPECT_EQ((bytes{0x45}), registerOf(2));
+    EXPECT_EQ((Answer{2, 0}), device.write({2, 0x44}));
+    EXPECT_EQ((Bytes{0x45}), registerOf(2));
 }
 
 TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
@@ -437,7 +437,7 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
                       {"hub-hold-scl", true, 3, false, false},
                       {"hub-bad-first-byte", true, 3, false, false}};
     // of another process: the device is busy afterwards
-    const bytes write[] = {{0, 0, 0x55}, {3, 0xA2, 0, 0, 0x55}};
+    const Bytes write[] = {{0, 0, 0x55}, {3, 0xA2, 0, 0, 0x55}};
     for (const auto& row : rows) {
         for (const bool hub : {false, true}) {
             int met = 0;
@@ -445,7 +445,7 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
             for (std::uint64_t nth = 1; strike; ++nth) {
                 SCOPED_TRACE(std::string(row.kind) + (row.lasts ? " for good" : " once") + (hub ? ", hub" : "") +
                              " at transaction " + std::to_string(nth));
-                bytes page = write[hub ? 1 : 0];
+                Bytes page = write[hub ? 1 : 0];
                 sim::segment whole{.address = static_cast<std::uint8_t>(hub ? 0x80 : 0xA0),
                                    .way = sim::direction::write,
                                    .bytes = page};
@@ -463,7 +463,7 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
                 EXPECT_EQ(strike ? row.state : 3U, state);
                 EXPECT_EQ("", device.firstFailure());
                 machine->clearFaults();
-                EXPECT_EQ((answer{0, 0}), device.reset());
+                EXPECT_EQ((Answer{0, 0}), device.reset());
                 settle();
                 EXPECT_EQ(3U, device.number(15));
                 if (HasFailure()) {
@@ -485,7 +485,7 @@ TEST_F(IicFaults, ResetOfTheBusMeetsNoFaultButTheOnesThatHoldIt)
         use(device, main256(), 40);
         machine->addFault({.kind = kind, .bus = "planar", .value = 1});
         // it is no transaction
-        EXPECT_EQ((answer{0, 0}), device.reset()) << kind;
+        EXPECT_EQ((Answer{0, 0}), device.reset()) << kind;
         EXPECT_EQ(0U, struck());
         machine->clearFaults();
         EXPECT_EQ(part(pattern(32768, 1), 40, 9), device.readAll(9));
@@ -499,7 +499,7 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
         std::uint64_t count;
         std::uint32_t value; ///< resets that a held line outlasts
         std::vector<int> resets; ///< errno of each
-        answer then; ///< of the read after them
+        Answer then; ///< of the read after them
     } const rows[] = {
         {"nack", 0, 0, {0}, {0, ENXIO}},
         {"nack-data", 1, 0, {0}, {9, 0}},
@@ -514,17 +514,17 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
         {"gone", 1, 0, {0}, {9, 0}},
         {"gone", 0, 0, {ENODEV, ENODEV}, {0, ENODEV}},
     };
-    const bytes expected = part(pattern(32768, 1), 40, 9);
+    const Bytes expected = part(pattern(32768, 1), 40, 9);
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.kind) + " outlasts " + std::to_string(row.value));
         OpenDevice device("sim:planar");
-        bytes data(9);
+        Bytes data(9);
         use(device, main256(), 40);
         machine->addFault({.kind = row.kind, .bus = "planar", .count = row.count, .value = row.value});
         device.read(data);
         EXPECT_NE(0U, struck());
         for (const int error : row.resets) {
-            EXPECT_EQ((answer{error == 0 ? 0 : -1, error}), device.reset());
+            EXPECT_EQ((Answer{error == 0 ? 0 : -1, error}), device.reset());
         }
         // what was corrupted moved it on
         device.seek(40);
@@ -538,17 +538,17 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
 
 TEST_F(IicFaults, WriteCycleThatDoesNotEndAtEachPage)
 {
-    const bytes before = image("main.bin");
-    const bytes data = pattern(300, 9);
+    const Bytes before = image("main.bin");
+    const Bytes data = pattern(300, 9);
     for (std::uint64_t page = 1; page <= 5; ++page) {
         OpenDevice device("sim:planar");
         device.set(main256());
         const auto fault = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = page, .count = 1});
         const int moved = static_cast<int>(64 * (page - 1));
-        EXPECT_EQ((answer{moved, ETIME}), device.write(data));
+        EXPECT_EQ((Answer{moved, ETIME}), device.write(data));
         EXPECT_EQ(with(before, 0, part(data, 0, static_cast<std::size_t>(moved))), image("main.bin"));
         machine->clearFault(fault);
-        EXPECT_EQ((answer{300, 0}), device.write(data));
+        EXPECT_EQ((Answer{300, 0}), device.write(data));
         EXPECT_EQ(with(before, 0, data), image("main.bin"));
         fill("main.bin", before);
     }
@@ -557,17 +557,17 @@ TEST_F(IicFaults, WriteCycleThatDoesNotEndAtEachPage)
 TEST_F(IicFaults, RefusedReadAddressInTheMiddleOfARead)
 {
     OpenDevice device("sim:planar");
-    bytes data(10);
+    Bytes data(10);
     device.set(main256());
     machine->addFault({.kind = "nack", .bus = "planar", .way = "read", .count = 1});
     // it answered a moment ago: that is no write cycle
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
-    EXPECT_EQ((answer{10, 0}), device.read(data));
+    EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
+    EXPECT_EQ((Answer{10, 0}), device.read(data));
 }
 
 TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
 {
-    const bytes all = pattern(16384, 5);
+    const Bytes all = pattern(16384, 5);
     struct {
         const char* kind;
         std::uint32_t value;
@@ -582,21 +582,21 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
         for (std::uint64_t piece = 1; piece <= 3; ++piece) {
             SCOPED_TRACE(std::string(each.kind) + " at piece " + std::to_string(piece));
             OpenDevice device("sim:planar");
-            bytes data(1 + 16384, 0x5A);
+            Bytes data(1 + 16384, 0x5A);
             use(device, hub128(), onRiser);
             machine->addFault({.kind = each.kind, .bus = "planar", .nth = piece, .count = 1, .value = each.value});
             const std::size_t moved = std::size_t{8192} + (piece == 3 ? 8191 : 0);
-            EXPECT_EQ((answer{piece == 1 ? 0 : static_cast<int>(moved), ENODATA}), device.read(data));
+            EXPECT_EQ((Answer{piece == 1 ? 0 : static_cast<int>(moved), ENODATA}), device.read(data));
             EXPECT_EQ(piece == 1 ? each.status : 0, data[0]);
             if (piece != 1) {
                 EXPECT_EQ(part(all, 0, moved - 1), part(data, 1, moved - 1));
             }
             // nothing behind it is data
             const std::size_t kept = piece == 1 ? 1 : moved;
-            EXPECT_EQ(bytes(data.size() - kept, 0x5A), part(data, kept, data.size() - kept));
+            EXPECT_EQ(Bytes(data.size() - kept, 0x5A), part(data, kept, data.size() - kept));
 
             if (each.stays) {
-                EXPECT_EQ((answer{0, ENODATA}), device.read(data));
+                EXPECT_EQ((Answer{0, ENODATA}), device.read(data));
                 EXPECT_EQ(each.status, data[0]);
                 resetSubBuses(device, hub128());
             }
@@ -608,8 +608,8 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
 
 TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreToldAtItsEnd)
 {
-    const bytes before = image("riser.bin");
-    const bytes data = pattern(640, 9);
+    const Bytes before = image("riser.bin");
+    const Bytes data = pattern(640, 9);
     struct {
         const char* kind;
         std::uint32_t value;
@@ -623,10 +623,10 @@ TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreToldAtItsEnd)
             device.set(hub128());
             device.seek(onRiser);
             machine->addFault({.kind = each.kind, .bus = "planar", .nth = page, .count = 1, .value = each.value});
-            EXPECT_EQ((answer{640, 0}), device.write(data));
+            EXPECT_EQ((Answer{640, 0}), device.write(data));
             machine->clearFaults();
             device.set({.address = 0x80});
-            EXPECT_EQ((bytes{each.status}), device.readAll(1));
+            EXPECT_EQ((Bytes{each.status}), device.readAll(1));
             // Neither the page that failed nor one after it is stored.
             EXPECT_EQ(with(before, 0, part(data, 0, static_cast<std::size_t>(page - 1) * 64)), image("riser.bin"));
             fill("riser.bin", before);
@@ -638,26 +638,26 @@ TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreToldAtItsEnd)
 TEST_F(IicFaults, GoneBusComesBack)
 {
     OpenDevice device("sim:planar");
-    bytes data(5);
+    Bytes data(5);
     device.set(main256());
     machine->addFault({.kind = "gone", .bus = "planar"});
-    EXPECT_EQ((answer{0, ENODEV}), device.read(data));
-    EXPECT_EQ((answer{-1, ENODEV}), device.reset());
+    EXPECT_EQ((Answer{0, ENODEV}), device.read(data));
+    EXPECT_EQ((Answer{-1, ENODEV}), device.reset());
     machine->clearFaults();
-    EXPECT_EQ((answer{5, 0}), device.read(data));
+    EXPECT_EQ((Answer{5, 0}), device.read(data));
 }
 
 TEST_F(IicFaults, ResetTellsWhoStillHoldsTheBus)
 {
     OpenDevice device("sim:planar");
-    bytes data(5);
+    Bytes data(5);
     device.set(main256());
     // outlasts one reset
     machine->addFault({.kind = "hold-sda", .bus = "planar", .count = 1, .value = 1});
-    EXPECT_EQ((answer{0, ETIME}), device.read(data));
-    EXPECT_EQ((answer{-1, ETIME}), device.reset());
-    EXPECT_EQ((answer{0, 0}), device.reset());
-    EXPECT_EQ((answer{5, 0}), device.read(data));
+    EXPECT_EQ((Answer{0, ETIME}), device.read(data));
+    EXPECT_EQ((Answer{-1, ETIME}), device.reset());
+    EXPECT_EQ((Answer{0, 0}), device.reset());
+    EXPECT_EQ((Answer{5, 0}), device.read(data));
     errno = 0;
     EXPECT_EQ(-1, mern_iic_reset(device.handle(), 0));
     EXPECT_EQ(EINVAL, errno);

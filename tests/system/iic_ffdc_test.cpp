@@ -44,7 +44,7 @@ protected:
     void failRead(OpenDevice& device, const char* kind, int error, std::size_t length = 4)
     {
         const auto fault = machine->addFault({.kind = kind, .bus = "planar", .count = 1});
-        bytes data(length);
+        Bytes data(length);
         EXPECT_EQ(error, device.read(data).error);
         machine->clearFault(fault);
         wires->reset();
@@ -120,7 +120,7 @@ TEST_F(IicFirstFailure, IsKeptAcrossProcesses)
     const pid_t child = fork();
     if (child == 0) {
         OpenDevice device("sim:planar");
-        bytes data(4);
+        Bytes data(4);
         device.set({.address = 0xAE, .busyWaitMs = 0});
         _exit(device.read(data).error == ENXIO ? 0 : 1);
     }
@@ -129,9 +129,9 @@ TEST_F(IicFirstFailure, IsKeptAcrossProcesses)
     EXPECT_EQ(0, status);
     OpenDevice device("sim:planar@AE");
     device.setNumber(2, 100);
-    bytes data(4);
+    Bytes data(4);
     // later, and not the first
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+    EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
     EXPECT_EQ(child, recordOf(device)["process"]);
     EXPECT_EQ("absent", recordOf(device)["silence"]);
 }
@@ -153,12 +153,12 @@ TEST_F(IicFirstFailure, SilenceAfterAPageIsBusyAndBeforeOneAbsent)
     OpenDevice device("sim:planar");
     device.set(main256());
     machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .count = 1});
-    EXPECT_EQ((answer{0, ETIME}), device.write({1}));
+    EXPECT_EQ((Answer{0, ETIME}), device.write({1}));
     EXPECT_EQ("busy", recordOf(device)["silence"]);
     EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
     OpenDevice absent("sim:planar@AE");
-    bytes data(1);
-    EXPECT_EQ((answer{0, ENXIO}), absent.read(data));
+    Bytes data(1);
+    EXPECT_EQ((Answer{0, ENXIO}), absent.read(data));
     const auto record = recordOf(absent);
     EXPECT_EQ("absent", record["silence"]);
     // many alike are one line
@@ -250,7 +250,7 @@ TEST_F(IicFirstFailure, WithoutADescriptorItIsAFailureAndNotNone)
     const int result = mern_iic_ffdc_extract(device.handle(), 0, &data);
     const int error = errno;
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
-    EXPECT_EQ((answer{-1, ENOMEM}), (answer{result, error}));
+    EXPECT_EQ((Answer{-1, ENOMEM}), (Answer{result, error}));
     EXPECT_EQ(nullptr, data);
     EXPECT_EQ("EIO", recordOf(device)["error"]);
 }

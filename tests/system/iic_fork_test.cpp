@@ -55,8 +55,8 @@ protected:
     static bool ownHandleWorks()
     {
         OpenDevice device("sim:planar@A0");
-        bytes data(4);
-        return device.error() == 0 && device.set(main256()).error == 0 && device.read(data) == answer{4, 0} &&
+        Bytes data(4);
+        return device.error() == 0 && device.set(main256()).error == 0 && device.read(data) == Answer{4, 0} &&
                device.firstFailure().empty() && mern_iic_ffdc_unlock(device.handle(), 0) == 0;
     }
 };
@@ -99,11 +99,11 @@ TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
     KEST_SKIP_FORK_OF_BUSY_THREADS();
     OpenDevice holder("sim:planar");
     OpenDevice waiting("sim:planar");
-    bytes record = registerLock(0xC0, 0);
-    EXPECT_EQ((answer{0, 0}), holder.config(2, 17, record.data(), 8));
+    Bytes record = registerLock(0xC0, 0);
+    EXPECT_EQ((Answer{0, 0}), holder.config(2, 17, record.data(), 8));
     // in a call nearly always
     const Busy busy([&waiting] {
-        bytes patient = registerLock(0xC0, 50);
+        Bytes patient = registerLock(0xC0, 50);
         waiting.config(2, 17, patient.data(), 8);
     });
     int closed = 0;
@@ -121,11 +121,11 @@ TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
 TEST_F(IicFork, HandleAtRestIsTheChildsToo)
 {
     OpenDevice device("sim:planar@A0");
-    EXPECT_EQ((answer{0, 0}), device.set(main256()));
-    EXPECT_EQ((answer{0, 0}), device.seek(16));
+    EXPECT_EQ((Answer{0, 0}), device.set(main256()));
+    EXPECT_EQ((Answer{0, 0}), device.seek(16));
     EXPECT_EQ(0, inChild([&device] {
-                  bytes data(4);
-                  return device.read(data) == answer{4, 0} && data == part(pattern(32768, 1), 16, 4) &&
+                  Bytes data(4);
+                  return device.read(data) == Answer{4, 0} && data == part(pattern(32768, 1), 16, 4) &&
                          mern_iic_close(device.handle()) == 0;
               }));
     EXPECT_EQ(part(pattern(32768, 1), 16, 4), device.readAll(4));

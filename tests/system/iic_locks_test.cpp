@@ -13,8 +13,8 @@ namespace kest::test
 namespace
 {
 
-answer lock(OpenDevice& device, bytes record) { return device.config(2, 17, record.data(), 8); }
-answer unlock(OpenDevice& device, bytes record) { return device.config(2, 18, record.data(), 8); }
+Answer lock(OpenDevice& device, Bytes record) { return device.config(2, 17, record.data(), 8); }
+Answer unlock(OpenDevice& device, Bytes record) { return device.config(2, 18, record.data(), 8); }
 
 /// A process of its own that runs `work` and says how it went; killed when it is not waited for.
 class Child
@@ -69,45 +69,45 @@ using IicLocks = IicMachine;
 TEST_F(IicLocks, RecordsOfBothKindsAndTheirByteOrder)
 {
     OpenDevice device("sim:planar");
-    EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 500)));
-    EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 500)));
-    EXPECT_EQ((answer{0, 0}), lock(device, hubLock(0x80, 500)));
-    EXPECT_EQ((answer{0, 0}), unlock(device, hubLock(0x80, 500)));
-    const bytes wrong[] = {{0, 1, 0, 0xC0, 0, 0, 0, 0}, {0, 3, 0, 0xC0, 0, 0, 0, 0},      {2, 0, 0, 0xC0, 0, 0, 0, 0},
+    EXPECT_EQ((Answer{0, 0}), lock(device, registerLock(0xC0, 500)));
+    EXPECT_EQ((Answer{0, 0}), unlock(device, registerLock(0xC0, 500)));
+    EXPECT_EQ((Answer{0, 0}), lock(device, hubLock(0x80, 500)));
+    EXPECT_EQ((Answer{0, 0}), unlock(device, hubLock(0x80, 500)));
+    const Bytes wrong[] = {{0, 1, 0, 0xC0, 0, 0, 0, 0}, {0, 3, 0, 0xC0, 0, 0, 0, 0},      {2, 0, 0, 0xC0, 0, 0, 0, 0},
                            {0, 2, 1, 0xC0, 0, 0, 0, 0}, {0, 2, 0, 0xC1, 0, 0, 0, 0},      {0, 2, 0, 0, 0, 0, 0, 0},
                            {0, 2, 0xC0, 0, 0, 0, 0, 0}, {0xFF, 0xFF, 0, 0xC0, 0, 0, 0, 0}};
-    for (const bytes& record : wrong) {
-        EXPECT_EQ((answer{-1, EINVAL}), lock(device, record)) << testing::PrintToString(record);
-        EXPECT_EQ((answer{-1, EINVAL}), unlock(device, record));
+    for (const Bytes& record : wrong) {
+        EXPECT_EQ((Answer{-1, EINVAL}), lock(device, record)) << testing::PrintToString(record);
+        EXPECT_EQ((Answer{-1, EINVAL}), unlock(device, record));
     }
-    EXPECT_EQ((answer{-1, EINVAL}), lock(device, hubLock(0x81, 0)));
-    EXPECT_EQ((answer{-1, EINVAL}), lock(device, hubLock(0x180, 0)));
+    EXPECT_EQ((Answer{-1, EINVAL}), lock(device, hubLock(0x81, 0)));
+    EXPECT_EQ((Answer{-1, EINVAL}), lock(device, hubLock(0x180, 0)));
 }
 
 TEST_F(IicLocks, ExcludeTheHandlesOfOneProcessWhateverTheKind)
 {
     OpenDevice one("sim:planar@C0");
     OpenDevice other("sim:planar@C0");
-    EXPECT_EQ((answer{0, 0}), lock(one, registerLock(0xC0, 0)));
-    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
-    EXPECT_EQ((answer{-1, EBUSY}), lock(other, hubLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(one, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(other, hubLock(0xC0, 0)));
     // another address
-    EXPECT_EQ((answer{0, 0}), lock(other, hubLock(0xC2, 0)));
-    EXPECT_EQ((answer{-1, EINVAL}), unlock(other, registerLock(0xC0, 0)));
-    EXPECT_EQ((answer{0, 0}), unlock(one, hubLock(0xC0, 0)));
-    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(other, hubLock(0xC2, 0)));
+    EXPECT_EQ((Answer{-1, EINVAL}), unlock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), unlock(one, hubLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(other, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, ALockHeldAlreadyIsADeadlockAndNothingElseIs)
 {
     OpenDevice device("sim:planar@C0");
-    EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
-    EXPECT_EQ((answer{-1, EDEADLK}), lock(device, registerLock(0xC0, 1000)));
-    EXPECT_EQ((answer{-1, EDEADLK}), lock(device, hubLock(0xC0, 1000)));
+    EXPECT_EQ((Answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
+    EXPECT_EQ((Answer{-1, EDEADLK}), lock(device, registerLock(0xC0, 1000)));
+    EXPECT_EQ((Answer{-1, EDEADLK}), lock(device, hubLock(0xC0, 1000)));
     // advisory: transfers are not locked out
-    EXPECT_EQ((answer{1, 0}), device.write({0}));
-    EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
-    EXPECT_EQ((answer{-1, EINVAL}), unlock(device, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{1, 0}), device.write({0}));
+    EXPECT_EQ((Answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{-1, EINVAL}), unlock(device, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, TransfersOfOthersGoOn)
@@ -115,15 +115,15 @@ TEST_F(IicLocks, TransfersOfOthersGoOn)
     OpenDevice one("sim:planar@C0");
     OpenDevice other("sim:planar@C0");
     lock(one, registerLock(0xC0, 0));
-    EXPECT_EQ((answer{2, 0}), other.write({2, 0x12}));
+    EXPECT_EQ((Answer{2, 0}), other.write({2, 0x12}));
 }
 
 TEST_F(IicLocks, BusesAndNodesHaveLocksOfTheirOwn)
 {
     OpenDevice near("sim:planar@A0");
     OpenDevice far("sim:planar@A0", 3);
-    EXPECT_EQ((answer{0, 0}), lock(near, hubLock(0xA0, 0)));
-    EXPECT_EQ((answer{0, 0}), lock(far, hubLock(0xA0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(near, hubLock(0xA0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(far, hubLock(0xA0, 0)));
 }
 
 TEST_F(IicLocks, EndWithClose)
@@ -132,9 +132,9 @@ TEST_F(IicLocks, EndWithClose)
     {
         OpenDevice one("sim:planar");
         lock(one, registerLock(0xC0, 0));
-        EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+        EXPECT_EQ((Answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
     }
-    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(other, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, WaiterIsBusyAtItsTimeOut)
@@ -143,12 +143,12 @@ TEST_F(IicLocks, WaiterIsBusyAtItsTimeOut)
     OpenDevice other("sim:planar");
     lock(one, registerLock(0xC0, 0));
     DrivenClock clock;
-    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
     EXPECT_EQ(0, clock.pauses);
-    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 30)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(other, registerLock(0xC0, 30)));
     EXPECT_EQ(300, clock.pauses);
     EXPECT_EQ(std::chrono::milliseconds(30) + std::chrono::nanoseconds(1), clock.now());
-    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 110)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(other, registerLock(0xC0, 110)));
     EXPECT_EQ(1400, clock.pauses);
     EXPECT_EQ(std::chrono::milliseconds(140) + std::chrono::nanoseconds(1), clock.now());
 }
@@ -161,19 +161,19 @@ TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
     DrivenClock clock;
     clock.inPause = [&one](int pauses) {
         if (pauses == 3) {
-            EXPECT_EQ((answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
+            EXPECT_EQ((Answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
         }
     };
-    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 20'000)));
+    EXPECT_EQ((Answer{0, 0}), lock(other, registerLock(0xC0, 20'000)));
     EXPECT_EQ(3, clock.pauses);
-    EXPECT_EQ((answer{-1, EBUSY}), lock(one, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(one, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, KilledHolderReleasesAtOnce)
 {
     Child holder([](const auto& tell) {
         OpenDevice device("sim:planar");
-        const bool held = lock(device, registerLock(0xC0, 0)) == answer{0, 0};
+        const bool held = lock(device, registerLock(0xC0, 0)) == Answer{0, 0};
         tell();
         pause();
         return held;
@@ -183,7 +183,7 @@ TEST_F(IicLocks, KilledHolderReleasesAtOnce)
     DrivenClock clock;
     int status = 0;
     clock.inPause = [&](int pauses) { status = pauses == 2 ? holder.end(SIGKILL) : status; };
-    EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
+    EXPECT_EQ((Answer{0, 0}), lock(waiter, registerLock(0xC0, 20'000)));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     EXPECT_EQ(2, clock.pauses);
 }
@@ -197,10 +197,10 @@ TEST_F(IicLocks, WaiterForAFileThatIsExchangedMeetsTheOthersAtTheNewOne)
     DrivenClock clock;
     clock.inPause = [&](int /*pauses*/) {
         EXPECT_TRUE(std::filesystem::remove(folder() / "iic.planar.lock"));
-        EXPECT_EQ((answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
+        EXPECT_EQ((Answer{0, 0}), unlock(one, registerLock(0xC0, 0)));
     };
-    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 20'000)));
-    EXPECT_EQ((answer{-1, EBUSY}), lock(third, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(other, registerLock(0xC0, 20'000)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(third, registerLock(0xC0, 0)));
     EXPECT_EQ(1, clock.pauses);
 }
 
@@ -210,44 +210,44 @@ TEST_F(IicLocks, ExitOfTheHolderReleases)
     Child holder([](const auto& tell) {
         // never closed
         auto* device = new OpenDevice("sim:planar");
-        const bool held = lock(*device, registerLock(0xC0, 0)) == answer{0, 0};
+        const bool held = lock(*device, registerLock(0xC0, 0)) == Answer{0, 0};
         tell();
         return held;
     });
     holder.awaitWord();
     EXPECT_EQ(0, holder.end());
-    EXPECT_EQ((answer{0, 0}), lock(waiter, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(waiter, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, ForkedChildDoesNotKeepTheParentsLock)
 {
     auto holder = std::make_unique<OpenDevice>("sim:planar");
-    EXPECT_EQ((answer{0, 0}), lock(*holder, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(*holder, registerLock(0xC0, 0)));
     // has a copy of everything, and stays
     Child child([&holder](const auto& tell) {
         const bool released =
             // it is the parent's, not the child's
-            unlock(*holder, registerLock(0xC0, 0)) == answer{-1, EINVAL};
-        const bool excluded = lock(*holder, registerLock(0xC0, 0)) == answer{-1, EBUSY};
+            unlock(*holder, registerLock(0xC0, 0)) == Answer{-1, EINVAL};
+        const bool excluded = lock(*holder, registerLock(0xC0, 0)) == Answer{-1, EBUSY};
         tell();
         pause();
         return released && excluded;
     });
     child.awaitWord();
     OpenDevice other("sim:planar");
-    EXPECT_EQ((answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{-1, EBUSY}), lock(other, registerLock(0xC0, 0)));
     holder.reset();
-    EXPECT_EQ((answer{0, 0}), lock(other, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(other, registerLock(0xC0, 0)));
 }
 
 TEST_F(IicLocks, ChildSeesItsParentsLocksAsAnothers)
 {
     OpenDevice device("sim:planar");
-    EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 0)));
+    EXPECT_EQ((Answer{0, 0}), lock(device, registerLock(0xC0, 0)));
     Child child([&device](const auto&) {
-        return unlock(device, registerLock(0xC0, 0)) == answer{-1, EINVAL} &&
-               lock(device, registerLock(0xC0, 0)) == answer{-1, EBUSY} &&
-               lock(device, registerLock(0xC2, 0)) == answer{0, 0};
+        return unlock(device, registerLock(0xC0, 0)) == Answer{-1, EINVAL} &&
+               lock(device, registerLock(0xC0, 0)) == Answer{-1, EBUSY} &&
+               lock(device, registerLock(0xC2, 0)) == Answer{0, 0};
     });
     EXPECT_EQ(0, child.end());
 }
@@ -267,23 +267,23 @@ TEST_F(IicLocks, WhoeverTakesItAgainAndAgainLetsWaitersIn)
     greedy.awaitWord();
     OpenDevice device("sim:planar");
     for (int turn = 0; turn < 20; ++turn) {
-        EXPECT_EQ((answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
-        EXPECT_EQ((answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
+        EXPECT_EQ((Answer{0, 0}), lock(device, registerLock(0xC0, 1000)));
+        EXPECT_EQ((Answer{0, 0}), unlock(device, registerLock(0xC0, 0)));
     }
 }
 
 /// One count on the four bytes of the chip's prescalers and duty cycles, under its lock.
 bool countUp(OpenDevice& device)
 {
-    bytes value(4);
-    const bool read = lock(device, registerLock(0xC0, 30'000)) == answer{0, 0} &&
-                      device.write({0x12}) == answer{1, 0} && device.read(value) == answer{4, 0};
+    Bytes value(4);
+    const bool read = lock(device, registerLock(0xC0, 30'000)) == Answer{0, 0} &&
+                      device.write({0x12}) == Answer{1, 0} && device.read(value) == Answer{4, 0};
     std::uint32_t count =
         1U + (value[0] | static_cast<std::uint32_t>(value[1]) << 8 | static_cast<std::uint32_t>(value[2]) << 16 |
               static_cast<std::uint32_t>(value[3]) << 24);
-    const bytes message{0x12, static_cast<std::uint8_t>(count), static_cast<std::uint8_t>(count >> 8),
+    const Bytes message{0x12, static_cast<std::uint8_t>(count), static_cast<std::uint8_t>(count >> 8),
                         static_cast<std::uint8_t>(count >> 16), static_cast<std::uint8_t>(count >> 24)};
-    return read && device.write(message) == answer{5, 0} && unlock(device, registerLock(0xC0, 0)) == answer{0, 0};
+    return read && device.write(message) == Answer{5, 0} && unlock(device, registerLock(0xC0, 0)) == Answer{0, 0};
 }
 
 /// Of each process. Under a sanitizer or the emulator fewer, unless KEST_LONG_TESTS is set.
@@ -297,13 +297,13 @@ TEST_F(IicLocks, FourProcessesLoseNoUpdate)
 {
     const int rounds = manyRounds();
     OpenDevice device("sim:planar@C0");
-    EXPECT_EQ((answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
+    EXPECT_EQ((Answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
     {
         std::vector<std::unique_ptr<Child>> workers;
         for (int number = 0; number < 4; ++number) {
             workers.push_back(std::make_unique<Child>([rounds](const auto&) {
                 OpenDevice own("sim:planar@C0");
-                block values;
+                Block values;
                 values.writeCycleMs = 0;
                 own.set(values);
                 bool good = true;
@@ -318,7 +318,7 @@ TEST_F(IicLocks, FourProcessesLoseNoUpdate)
         }
     }
     device.write({0x12});
-    const bytes value = device.readAll(4);
+    const Bytes value = device.readAll(4);
     const std::uint32_t count =
         value[0] | static_cast<std::uint32_t>(value[1]) << 8 | static_cast<std::uint32_t>(value[2]) << 16;
     EXPECT_EQ(4U * static_cast<std::uint32_t>(rounds), count);
@@ -327,7 +327,7 @@ TEST_F(IicLocks, FourProcessesLoseNoUpdate)
 TEST_F(IicLocks, KilledWhileItCountsLosesNothingOfTheOthers)
 {
     OpenDevice device("sim:planar@C0");
-    EXPECT_EQ((answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
+    EXPECT_EQ((Answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
     for (int turn = 0; turn < 5; ++turn) {
         Child victim([](const auto& tell) {
             OpenDevice own("sim:planar@C0");

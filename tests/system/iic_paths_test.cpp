@@ -172,7 +172,7 @@ TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)
     device.set(main256());
     EXPECT_EQ(0, mern_iic_seek(copy, 100, 0));
     EXPECT_EQ(part(pattern(32768, 1), 100, 4), device.readAll(4));
-    bytes data(4);
+    Bytes data(4);
     EXPECT_EQ(4, mern_iic_read(copy, data.data(), 4));
     // the position is the device's, not the copy's
     EXPECT_EQ(part(pattern(32768, 1), 104, 4), data);
@@ -330,7 +330,7 @@ TEST_F(IicPaths, ManyThreadsOpenUseAndClose)
 TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
 {
     const struct {
-        block settings;
+        Block settings;
         long start;
         // ahead of what is read through a hub
         std::size_t statusBytes;
@@ -343,12 +343,12 @@ TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
         const auto& chip = chips[number];
         OpenDevice device("sim:planar");
         for (unsigned int round = 0; round < 10; ++round) {
-            const bytes fresh = pattern(100, 50 + round + 10 * static_cast<unsigned int>(number));
-            EXPECT_EQ((answer{0, 0}), device.set(chip.settings));
-            EXPECT_EQ((answer{0, 0}), device.seek(chip.start));
-            EXPECT_EQ((answer{100, 0}), device.write(fresh));
-            EXPECT_EQ((answer{0, 0}), device.seek(chip.start));
-            bytes expected(chip.statusBytes);
+            const Bytes fresh = pattern(100, 50 + round + 10 * static_cast<unsigned int>(number));
+            EXPECT_EQ((Answer{0, 0}), device.set(chip.settings));
+            EXPECT_EQ((Answer{0, 0}), device.seek(chip.start));
+            EXPECT_EQ((Answer{100, 0}), device.write(fresh));
+            EXPECT_EQ((Answer{0, 0}), device.seek(chip.start));
+            Bytes expected(chip.statusBytes);
             expected.insert(expected.end(), fresh.begin(), fresh.end());
             EXPECT_EQ(expected, device.readAll(expected.size())) << chip.image;
         }
@@ -363,12 +363,12 @@ TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
 {
     OpenDevice device("sim:planar");
     device.set(main256());
-    const auto textOf = [](const bytes& data) { return std::string(data.begin(), data.end()); };
+    const auto textOf = [](const Bytes& data) { return std::string(data.begin(), data.end()); };
     std::mutex guard;
     std::set<std::string> pieces;
     together(4, [&](int) {
         for (int round = 0; round < 50; ++round) {
-            const bytes data = device.readAll(16);
+            const Bytes data = device.readAll(16);
             const std::lock_guard hold(guard);
             EXPECT_TRUE(pieces.insert(textOf(data)).second);
         }
@@ -395,11 +395,11 @@ TEST_F(IicPaths, EveryCallOfEveryThreadOnAHandleEndsWithAResultOrABadDescriptorO
         },
         [handle = shared]() mutable { return mern_iic_seek(handle, 0x100, 0) == 0 ? 1 : 0; },
         [handle = shared]() mutable {
-            bytes data(8);
+            Bytes data(8);
             return mern_iic_read(handle, data.data(), 8) == 8 ? 1 : 0;
         },
         [handle = shared]() mutable {
-            bytes raw = main256().raw();
+            Bytes raw = main256().raw();
             return mern_iic_config(handle, 2, WOBU_IIC_BLOCK, raw.data(), 44) == 0 ? 1 : 0;
         },
         [handle = shared]() mutable { return mern_iic_reset(handle, 1) == 0 ? 1 : 0; },

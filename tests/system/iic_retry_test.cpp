@@ -25,7 +25,7 @@ protected:
 
     /// Opens, configures, seeks when the position is not 0, transfers; after a time-out resets and retries.
     /// @return whether the fault struck
-    bool transfer(const block& settings, std::uint32_t position, bytes& data, bool read, std::uint64_t nth,
+    bool transfer(const Block& settings, std::uint32_t position, Bytes& data, bool read, std::uint64_t nth,
                   std::uint64_t byte)
     {
         OpenDevice device("sim:planar");
@@ -57,35 +57,35 @@ protected:
     }
 };
 
-struct retryCase {
+struct RetryCase {
     const char* name;
-    block settings;
+    Block settings;
     std::uint32_t position;
     std::size_t length;
     const char* image;
     unsigned int seed; ///< of the image's pattern
     std::size_t offset; ///< in the image
 };
-const block direct{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
-const block hub{.address = 0x80, .offsetLength = 4, .pageSize = 64};
+const Block direct{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
+const Block hub{.address = 0x80, .offsetLength = 4, .pageSize = 64};
 // it is busy for less time
-const block hubInShortPages{.address = 0x80, .offsetLength = 4, .pageSize = 32};
+const Block hubInShortPages{.address = 0x80, .offsetLength = 4, .pageSize = 32};
 
 TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
 {
-    const retryCase cases[] = {{"direct", direct, 0, 300, "main.bin", 1, 0},
+    const RetryCase cases[] = {{"direct", direct, 0, 300, "main.bin", 1, 0},
                                {"direct, not from 0", direct, 100, 300, "main.bin", 1, 100},
                                {"hub", hubInShortPages, 0x03A20000, 150, "riser.bin", 5, 0},
                                {"hub, not from 0", hubInShortPages, 0x03A20064, 150, "riser.bin", 5, 100}};
-    for (const retryCase& each : cases) {
-        const bytes before = image(each.image);
+    for (const RetryCase& each : cases) {
+        const Bytes before = image(each.image);
         for (const std::uint64_t byte : {0U, 20U}) {
             std::uint64_t nth = 1;
             bool struck = true;
             for (; struck; ++nth) {
                 SCOPED_TRACE(std::string(each.name) + ", transaction " + std::to_string(nth) + ", byte " +
                              std::to_string(byte));
-                bytes data = pattern(each.length, 9);
+                Bytes data = pattern(each.length, 9);
                 struck = transfer(each.settings, each.position, data, false, nth, byte);
                 EXPECT_EQ(with(before, each.offset, data), image(each.image));
                 fill(each.image, before);
@@ -101,20 +101,20 @@ TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
 
 TEST_F(IicRetry, TimeOutAtEachPieceOfARead)
 {
-    const retryCase cases[] = {{"direct", direct, 0, 20000, "", 1, 0},
+    const RetryCase cases[] = {{"direct", direct, 0, 20000, "", 1, 0},
                                {"direct, not from 0", direct, 100, 20000, "", 1, 100},
                                {"hub", hub, 0x03A20000, 16001, "", 5, 0},
                                {"hub, not from 0", hub, 0x03A20064, 16001, "", 5, 100}};
-    for (const retryCase& each : cases) {
+    for (const RetryCase& each : cases) {
         const bool throughHub = each.settings.offsetLength == 4;
-        const bytes all = pattern(throughHub ? 16384 : 32768, each.seed);
+        const Bytes all = pattern(throughHub ? 16384 : 32768, each.seed);
         int met = 0;
         bool struck = true;
         for (std::uint64_t nth = 1; struck; ++nth) {
             for (const std::uint64_t byte : {0U, 1U}) {
                 SCOPED_TRACE(std::string(each.name) + ", transaction " + std::to_string(nth) + ", byte " +
                              std::to_string(byte));
-                bytes data(each.length, 0x5A);
+                Bytes data(each.length, 0x5A);
                 struck = transfer(each.settings, each.position, data, true, nth, byte);
                 met += struck ? 1 : 0;
                 const std::size_t status = throughHub ? 1 : 0;

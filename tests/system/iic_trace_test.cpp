@@ -18,24 +18,24 @@ class IicTrace : public IicMachine
 {
 protected:
     /// Lines since the last call, as "hash text".
-    using traced = std::vector<std::pair<std::uint32_t, std::string>>;
-    traced news()
+    using Traced = std::vector<std::pair<std::uint32_t, std::string>>;
+    Traced news()
     {
         const auto records = recordsOf("IIC");
-        traced lines;
+        Traced lines;
         for (const host::traceRecord& record : records) {
-            if (record.timeNs > m_seenNs) {
+            if (record.timeNs > mSeenNs) {
                 lines.emplace_back(record.hash, record.text);
                 EXPECT_FALSE(record.cut) << record.text;
             }
         }
-        m_seenNs = records.empty() ? m_seenNs : records.back().timeNs;
+        mSeenNs = records.empty() ? mSeenNs : records.back().timeNs;
         return lines;
     }
     /// The line about the one call that was traced since, which failed.
     std::string failure()
     {
-        const traced lines = news();
+        const Traced lines = news();
         EXPECT_EQ(1U, lines.size());
         EXPECT_EQ(failedHash, lines.empty() ? 0 : lines.back().first);
         return lines.empty() ? "" : lines.back().second;
@@ -47,8 +47,8 @@ protected:
         machine->addFault({.kind = kind, .bus = "planar", .way = way, .byte = byte});
     }
 
-    bytes data = bytes(9);
-    std::uint64_t m_seenNs = 0;
+    Bytes data = Bytes(9);
+    std::uint64_t mSeenNs = 0;
 };
 
 TEST_F(IicTrace, EachCallThatSucceedsIsALine)
@@ -57,13 +57,13 @@ TEST_F(IicTrace, EachCallThatSucceedsIsALine)
     news();
     {
         OpenDevice device("sim:planar@A0");
-        EXPECT_EQ((traced{{openHash, " open sim:planar@A0: errno 0"}}), news());
+        EXPECT_EQ((Traced{{openHash, " open sim:planar@A0: errno 0"}}), news());
         device.set(main256());
         device.seek(0x1234);
         device.readAll(9);
         device.write({1, 2});
         device.reset();
-        EXPECT_EQ((traced{{doneHash, " config sim:planar: target A0 position 0 result 0"},
+        EXPECT_EQ((Traced{{doneHash, " config sim:planar: target A0 position 0 result 0"},
                           {doneHash, " seek sim:planar: target A0 position 1234 result 0"},
                           {doneHash, " read sim:planar: target A0 position 123d result 9"},
                           {doneHash, " write sim:planar: target A0 position 123f result 2"},
@@ -71,11 +71,11 @@ TEST_F(IicTrace, EachCallThatSucceedsIsALine)
                   news());
         EXPECT_EQ("", device.firstFailure());
         mern_iic_ffdc_unlock(device.handle(), 0);
-        EXPECT_EQ((traced{{doneHash, " ffdc extract sim:planar: target A0 position 123f result 0"},
+        EXPECT_EQ((Traced{{doneHash, " ffdc extract sim:planar: target A0 position 123f result 0"},
                           {doneHash, " ffdc unlock sim:planar: target A0 position 123f result 0"}}),
                   news());
     }
-    EXPECT_EQ((traced{{doneHash, " close sim:planar: target A0 position 123f result 0"}}), news());
+    EXPECT_EQ((Traced{{doneHash, " close sim:planar: target A0 position 123f result 0"}}), news());
 }
 
 TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
@@ -84,9 +84,9 @@ TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
     EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error());
     news();
     EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error());
-    EXPECT_EQ((traced{{openHash, " open sim:nowhere: errno 2"}}), news());
+    EXPECT_EQ((Traced{{openHash, " open sim:nowhere: errno 2"}}), news());
     mern_iic_open(MernNode(), nullptr, 0x1002);
-    EXPECT_EQ((traced{{openHash, " open (null): errno 14"}}), news());
+    EXPECT_EQ((Traced{{openHash, " open (null): errno 14"}}), news());
 }
 
 TEST_F(IicTrace, AReadThatFailsTellsOperationBusTargetPositionMovedErrnoAndSilence)
@@ -120,7 +120,7 @@ TEST_F(IicTrace, AWriteThatFailsTellsHowFarItCame)
     device.seek(0x40);
     machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = 2, .count = 1});
     news();
-    EXPECT_EQ((answer{64, ETIME}), device.write(pattern(150)));
+    EXPECT_EQ((Answer{64, ETIME}), device.write(pattern(150)));
     EXPECT_EQ(" write sim:planar failed: target A0 position 40 moved 64 of 150 errno 62 ETIME busy", failure());
 }
 
@@ -131,7 +131,7 @@ TEST_F(IicTrace, OtherCallsThatFailAndHubsAndArgumentsAreTold)
     device.seek(0x07A20010);
     news();
     // no such device behind the hub
-    EXPECT_EQ((answer{0, ENODATA}), device.read(data));
+    EXPECT_EQ((Answer{0, ENODATA}), device.read(data));
     EXPECT_EQ(" read sim:planar failed: target 80 position 7a20010 moved 0 of 9 errno 61 ENODATA ", failure());
     mern_iic_seek(device.handle(), 0, 1);
     EXPECT_EQ(" seek sim:planar failed: target 80 position 7a20010 moved 0 of 0 errno 22 EINVAL ", failure());
@@ -179,7 +179,7 @@ protected:
         tavo_util_free(reinterpret_cast<void**>(&data));
         return entry;
     }
-    static std::unique_ptr<ErrlEntry> writeEntry(const std::string& text, unsigned int offset, const bytes& data)
+    static std::unique_ptr<ErrlEntry> writeEntry(const std::string& text, unsigned int offset, const Bytes& data)
     {
         auto length = static_cast<unsigned int>(data.size());
         return std::unique_ptr<ErrlEntry>(

@@ -15,26 +15,26 @@ TEST_F(IicTransfer, PositionStartsAtZeroAndMovesOnByWholeTransfers)
     EXPECT_EQ(part(pattern(32768, 1), 0, 10), device.readAll(10));
     EXPECT_EQ(part(pattern(32768, 1), 10, 10), device.readAll(10));
     // never the position
-    EXPECT_EQ((answer{0, 0}), device.seek(5000));
-    EXPECT_EQ((answer{3, 0}), device.write({1, 2, 3}));
+    EXPECT_EQ((Answer{0, 0}), device.seek(5000));
+    EXPECT_EQ((Answer{3, 0}), device.write({1, 2, 3}));
     EXPECT_EQ(part(pattern(32768, 1), 5003, 5), device.readAll(5));
 }
 
 TEST_F(IicTransfer, FailedShortAndPlainTransfersLeaveThePosition)
 {
     OpenDevice device("sim:planar");
-    bytes data(100);
+    Bytes data(100);
     device.set(main256());
     device.seek(300);
     machine->addFault({.kind = "short", .bus = "planar", .way = "read", .count = 1, .byte = 40});
-    EXPECT_EQ((answer{40, EIO}), device.read(data));
+    EXPECT_EQ((Answer{40, EIO}), device.read(data));
     machine->addFault({.kind = "hold-scl", .bus = "planar", .count = 1});
-    EXPECT_EQ((answer{0, ETIME}), device.read(data));
-    EXPECT_EQ((answer{0, 0}), device.reset());
-    block plain = main256();
+    EXPECT_EQ((Answer{0, ETIME}), device.read(data));
+    EXPECT_EQ((Answer{0, 0}), device.reset());
+    Block plain = main256();
     plain.offsetLength = 0;
     device.set(plain);
-    EXPECT_EQ((answer{100, 0}), device.read(data));
+    EXPECT_EQ((Answer{100, 0}), device.read(data));
     device.set(main256());
     EXPECT_EQ(part(pattern(32768, 1), 300, 100), device.readAll(100));
 }
@@ -44,15 +44,15 @@ TEST_F(IicTransfer, SeekTakesTheLowThirtyTwoBitsAndWhenceZero)
     OpenDevice device("sim:planar");
     device.set(hub128());
     // the top bit is no sign
-    EXPECT_EQ((answer{0, 0}), device.seek(static_cast<long>(0x83A20010U)));
-    EXPECT_EQ((answer{0, 0}), device.seek(-1));
+    EXPECT_EQ((Answer{0, 0}), device.seek(static_cast<long>(0x83A20010U)));
+    EXPECT_EQ((Answer{0, 0}), device.seek(-1));
     for (const int whence : {1, 2, -1, 3}) {
         errno = 0;
         EXPECT_EQ(-1, mern_iic_seek(device.handle(), 0, whence));
         EXPECT_EQ(EINVAL, errno);
     }
     if (sizeof(long) > 4) {
-        EXPECT_EQ((answer{0, 0}), device.seek(static_cast<long>(0x1200000064ULL)));
+        EXPECT_EQ((Answer{0, 0}), device.seek(static_cast<long>(0x1200000064ULL)));
         device.set(main256());
         EXPECT_EQ(part(pattern(32768, 1), 0x64, 4), device.readAll(4));
     }
@@ -114,14 +114,14 @@ TEST_F(IicTransfer, TransactionOfALongReadTakesAQuarterOfASecondAtTheSpeedOfTheB
     } const cases[] = {{100, 2773, 249.96}, {0, 11105, 249.985}, {400, 11105, 249.985}, {5000, 27770, 249.999}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        bytes data(60000);
+        Bytes data(60000);
         device.set({.speedKhz = each.speedKhz, .address = 0xA4, .offsetLength = 2, .pageSize = 128});
         machine->addFault({.kind = "gone", .bus = "planar", .nth = 2, .count = 1});
         const double before = busMs();
-        EXPECT_EQ((answer{each.firstPiece, ENODEV}), device.read(data)) << each.speedKhz;
+        EXPECT_EQ((Answer{each.firstPiece, ENODEV}), device.read(data)) << each.speedKhz;
         EXPECT_NEAR(each.milliseconds, busMs() - before, 0.0001) << each.speedKhz;
         machine->clearFaults();
-        EXPECT_EQ((answer{60000, 0}), device.read(data));
+        EXPECT_EQ((Answer{60000, 0}), device.read(data));
         EXPECT_EQ(part(pattern(65536, 3), 0, 60000), data);
     }
 }
@@ -129,7 +129,7 @@ TEST_F(IicTransfer, TransactionOfALongReadTakesAQuarterOfASecondAtTheSpeedOfTheB
 TEST_F(IicTransfer, PositionOrEndBeyondTheOffsetIsInvalidWithNothingSent)
 {
     struct {
-        block settings;
+        Block settings;
         long position;
         std::size_t length;
         bool readToo; ///< whether a read is refused, too
@@ -142,11 +142,11 @@ TEST_F(IicTransfer, PositionOrEndBeyondTheOffsetIsInvalidWithNothingSent)
         device.set(each.settings);
         device.seek(each.position);
         const auto before = wires->busTimeNs();
-        bytes data(each.length);
-        EXPECT_EQ((answer{0, EINVAL}), device.write(data)) << each.position;
+        Bytes data(each.length);
+        EXPECT_EQ((Answer{0, EINVAL}), device.write(data)) << each.position;
         EXPECT_EQ(before, wires->busTimeNs());
         if (each.readToo) {
-            EXPECT_EQ((answer{0, EINVAL}), device.read(data)) << each.position;
+            EXPECT_EQ((Answer{0, EINVAL}), device.read(data)) << each.position;
             EXPECT_EQ(before, wires->busTimeNs());
         }
     }
@@ -157,38 +157,38 @@ TEST_F(IicTransfer, ReadsRollOverAsTheChipDoes)
     OpenDevice device("sim:planar");
     device.set(small02());
     device.seek(250);
-    const bytes all = pattern(256, 2);
-    bytes expected = part(all, 250, 6);
+    const Bytes all = pattern(256, 2);
+    Bytes expected = part(all, 250, 6);
     expected.insert(expected.end(), all.begin(), all.begin() + 14);
     EXPECT_EQ(expected, device.readAll(20));
-    bytes data(1);
+    Bytes data(1);
     // the position is past the end: no write at the start
-    EXPECT_EQ((answer{0, EINVAL}), device.write(data));
+    EXPECT_EQ((Answer{0, EINVAL}), device.write(data));
 }
 
 TEST_F(IicTransfer, WritesAreSplitAtPages)
 {
     OpenDevice device("sim:planar");
-    const bytes data = pattern(1000, 9);
+    const Bytes data = pattern(1000, 9);
     device.set(main256());
     device.seek(61);
-    EXPECT_EQ((answer{1000, 0}), device.write(data));
+    EXPECT_EQ((Answer{1000, 0}), device.write(data));
     EXPECT_EQ(with(pattern(32768, 1), 61, data), image("main.bin"));
     OpenDevice small("sim:planar");
     small.set(small02());
-    EXPECT_EQ((answer{256, 0}), small.write(pattern(256, 8)));
+    EXPECT_EQ((Answer{256, 0}), small.write(pattern(256, 8)));
     EXPECT_EQ(pattern(256, 8), image("small.bin"));
 }
 
 TEST_F(IicTransfer, WithoutAPageSizeAWriteIsOneMessage)
 {
     OpenDevice device("sim:planar");
-    block values = main256();
+    Block values = main256();
     values.pageSize = 0;
     device.set(values);
-    EXPECT_EQ((answer{80, 0}), device.write(pattern(80, 9)));
+    EXPECT_EQ((Answer{80, 0}), device.write(pattern(80, 9)));
     // The chip's own page of 64 wrapped round: that is what a wrong page size does.
-    const bytes data = pattern(80, 9);
+    const Bytes data = pattern(80, 9);
     EXPECT_EQ(part(data, 64, 16), part(image("main.bin"), 0, 16));
     EXPECT_EQ(part(data, 16, 48), part(image("main.bin"), 16, 48));
     EXPECT_EQ(part(pattern(32768, 1), 64, 64), part(image("main.bin"), 64, 64));
@@ -198,13 +198,13 @@ TEST_F(IicTransfer, PlainTransfers)
 {
     OpenDevice device("sim:planar@C0");
     // a prescaler
-    EXPECT_EQ((answer{2, 0}), device.write({0x02, 0x4B}));
-    EXPECT_EQ((answer{1, 0}), device.write({0x02}));
-    EXPECT_EQ((bytes{0x4B}), device.readAll(1));
-    bytes tooLong(8193);
+    EXPECT_EQ((Answer{2, 0}), device.write({0x02, 0x4B}));
+    EXPECT_EQ((Answer{1, 0}), device.write({0x02}));
+    EXPECT_EQ((Bytes{0x4B}), device.readAll(1));
+    Bytes tooLong(8193);
     const auto before = wires->busTimeNs();
-    EXPECT_EQ((answer{0, EINVAL}), device.read(tooLong));
-    EXPECT_EQ((answer{0, EINVAL}), device.write(tooLong));
+    EXPECT_EQ((Answer{0, EINVAL}), device.read(tooLong));
+    EXPECT_EQ((Answer{0, EINVAL}), device.write(tooLong));
     EXPECT_EQ(before, wires->busTimeNs());
 }
 
@@ -212,21 +212,21 @@ TEST_F(IicTransfer, WriteCycleIsOverWhenAWriteIsDone)
 {
     OpenDevice device("sim:planar");
     device.set(main256());
-    EXPECT_EQ((answer{10, 0}), device.write(pattern(10)));
+    EXPECT_EQ((Answer{10, 0}), device.write(pattern(10)));
     EXPECT_EQ(sim::outcome::done, wires->probe(0xA0, 0).end);
 }
 
 TEST_F(IicTransfer, BusyIsNotAbsent)
 {
-    bytes page{0, 0, 0x55};
+    Bytes page{0, 0, 0x55};
     sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
     OpenDevice device("sim:planar");
     device.set(main256());
     // another process's write, whose cycle begins now
     wires->transfer({&whole, 1}, 0);
-    EXPECT_EQ((bytes{0x55}), device.readAll(1));
+    EXPECT_EQ((Bytes{0x55}), device.readAll(1));
     wires->transfer({&whole, 1}, 0);
-    EXPECT_EQ((answer{1, 0}), device.write({0x66}));
+    EXPECT_EQ((Answer{1, 0}), device.write({0x66}));
     EXPECT_EQ(0x66, image("main.bin")[1]);
 }
 
@@ -238,13 +238,13 @@ TEST_F(IicTransfer, AbsentIsToldAfterFiftyMillisecondsOfBusTimeOrByteForty)
     } const cases[] = {{1000, 50}, {50, 50}, {20, 20}, {0, 0}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        bytes data(4);
+        Bytes data(4);
         device.set({.address = 0xAE, .offsetLength = 2, .busyWaitMs = each.busyWaitMs});
         double before = busMs();
-        EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+        EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
         EXPECT_NEAR(each.waitedMs, busMs() - before, 0.1 + each.waitedMs / 10);
         before = busMs();
-        EXPECT_EQ((answer{0, ENXIO}), device.write(data));
+        EXPECT_EQ((Answer{0, ENXIO}), device.write(data));
         EXPECT_NEAR(each.waitedMs, busMs() - before, 0.1 + each.waitedMs / 10);
     }
 }
@@ -257,15 +257,15 @@ TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFifty
     } const cases[] = {{0, 50}, {5, 50}, {13, 52}, {25, 100}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
-        block values = main256();
+        Block values = main256();
         values.writeCycleMs = each.promisedMs;
         device.set(values);
         const auto fault = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = 2, .count = 1});
         const double before = busMs();
         // the second page's
-        EXPECT_EQ((answer{64, ETIME}), device.write(pattern(192, 9)));
+        EXPECT_EQ((Answer{64, ETIME}), device.write(pattern(192, 9)));
         EXPECT_NEAR(each.waitedMs + 6.5, busMs() - before, each.waitedMs / 10);
-        EXPECT_EQ((answer{0, ENXIO}), device.write({1}));
+        EXPECT_EQ((Answer{0, ENXIO}), device.write({1}));
         machine->clearFault(fault);
     }
 }
@@ -273,15 +273,15 @@ TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFifty
 TEST_F(IicTransfer, TimeOutOfTheTransferIsBusTime)
 {
     OpenDevice device("sim:planar");
-    block values = main256();
+    Block values = main256();
     values.timeoutMs = 12;
     device.set(values);
     // two pages of 5 ms are done, a third is sent
-    EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 9)));
+    EXPECT_EQ((Answer{192, ETIME}), device.write(pattern(640, 9)));
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 9), 0, 192)), image("main.bin"));
     settle();
     // the same bytes in the same place again
-    EXPECT_EQ((answer{192, ETIME}), device.write(pattern(640, 8)));
+    EXPECT_EQ((Answer{192, ETIME}), device.write(pattern(640, 8)));
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 8), 0, 192)), image("main.bin"));
 }
 
@@ -289,7 +289,7 @@ TEST_F(IicTransfer, ProtectedChipsRefusedDataIsAnError)
 {
     OpenDevice device("sim:planar");
     device.set({.address = 0xAA, .offsetLength = 2, .pageSize = 32});
-    EXPECT_EQ((answer{0, EIO}), device.write({1, 2, 3}));
+    EXPECT_EQ((Answer{0, EIO}), device.write({1, 2, 3}));
     EXPECT_EQ(pattern(4096, 4), image("protected.bin"));
     EXPECT_EQ(pattern(16, 4), device.readAll(16));
 }
@@ -297,20 +297,20 @@ TEST_F(IicTransfer, ProtectedChipsRefusedDataIsAnError)
 TEST_F(IicTransfer, ArbitrationIsTriedAgainWithinByteForty)
 {
     OpenDevice device("sim:planar");
-    bytes data(4);
+    Bytes data(4);
     device.set(main256());
     machine->addFault({.kind = "arbitration", .bus = "planar", .count = 5});
-    EXPECT_EQ((answer{4, 0}), device.read(data));
+    EXPECT_EQ((Answer{4, 0}), device.read(data));
     machine->addFault({.kind = "arbitration", .bus = "planar", .way = "write", .count = 3, .byte = 5});
     // lost in the middle of a page
-    EXPECT_EQ((answer{70, 0}), device.write(pattern(70, 9)));
+    EXPECT_EQ((Answer{70, 0}), device.write(pattern(70, 9)));
     EXPECT_EQ(with(pattern(32768, 1), 4, pattern(70, 9)), image("main.bin"));
     const auto lasting = machine->addFault({.kind = "arbitration", .bus = "planar"});
-    block values = main256();
+    Block values = main256();
     values.busyWaitMs = 30;
     device.set(values);
     const double before = busMs();
-    EXPECT_EQ((answer{0, EIO}), device.read(data));
+    EXPECT_EQ((Answer{0, EIO}), device.read(data));
     EXPECT_NEAR(30.0, busMs() - before, 11.0);
     machine->clearFault(lasting);
 }
@@ -323,7 +323,7 @@ TEST_F(IicTransfer, HubReadDeliversOneStatusByteAndTheData)
     device.set(hub128());
     device.seek(onRiser + 100);
     // two pieces
-    const bytes data = device.readAll(1 + 12000);
+    const Bytes data = device.readAll(1 + 12000);
     EXPECT_EQ(0, data[0]);
     EXPECT_EQ(part(pattern(16384, 5), 100, 12000), part(data, 1, 12000));
     device.set(hub02());
@@ -336,7 +336,7 @@ TEST_F(IicTransfer, HubReadOfTheStatusAlone)
     OpenDevice device("sim:planar");
     device.set(hub128());
     device.seek(onRiser);
-    EXPECT_EQ((bytes{0}), device.readAll(1));
+    EXPECT_EQ((Bytes{0}), device.readAll(1));
 }
 
 TEST_F(IicTransfer, HubReadCountsOnlyItsOffsetUp)
@@ -344,8 +344,8 @@ TEST_F(IicTransfer, HubReadCountsOnlyItsOffsetUp)
     OpenDevice device("sim:planar");
     device.set(hub02());
     device.seek(onCard + 0xF0);
-    const bytes all = pattern(256, 6);
-    bytes expected = part(all, 0xF0, 16);
+    const Bytes all = pattern(256, 6);
+    Bytes expected = part(all, 0xF0, 16);
     expected.insert(expected.end(), all.begin(), all.begin() + 16);
     // rolls over in the chip, not into the device's address
     EXPECT_EQ(expected, part(device.readAll(33), 1, 32));
@@ -354,31 +354,31 @@ TEST_F(IicTransfer, HubReadCountsOnlyItsOffsetUp)
 TEST_F(IicTransfer, HubWriteIsSplitAtPagesWithTheFullOffset)
 {
     OpenDevice device("sim:planar");
-    const bytes data = pattern(500, 9);
+    const Bytes data = pattern(500, 9);
     device.set(hub128());
     device.seek(onRiser + 0x7E);
-    EXPECT_EQ((answer{500, 0}), device.write(data));
+    EXPECT_EQ((Answer{500, 0}), device.write(data));
     EXPECT_EQ(with(pattern(16384, 5), 0x7E, data), image("riser.bin"));
     device.set(hub02());
     device.seek(onCard);
-    EXPECT_EQ((answer{256, 0}), device.write(pattern(256, 8)));
+    EXPECT_EQ((Answer{256, 0}), device.write(pattern(256, 8)));
     EXPECT_EQ(pattern(256, 8), image("card.bin"));
     device.set({.address = 0x80});
     // the hub's status after all that
-    EXPECT_EQ((bytes{0}), device.readAll(1));
+    EXPECT_EQ((Bytes{0}), device.readAll(1));
 }
 
 TEST_F(IicTransfer, HubTakesNoMoreThanItsBufferAtOnce)
 {
     OpenDevice device("sim:planar");
-    block values = hub128();
+    Block values = hub128();
     values.pageSize = 0;
     device.set(values);
     device.seek(onRiser);
-    EXPECT_EQ((answer{1000, 0}), device.write(bytes(1000, 0xEE)));
+    EXPECT_EQ((Answer{1000, 0}), device.write(Bytes(1000, 0xEE)));
     device.set({.address = 0x80});
     // not 8: too long
-    EXPECT_EQ((bytes{0}), device.readAll(1));
+    EXPECT_EQ((Bytes{0}), device.readAll(1));
 }
 
 TEST_F(IicTransfer, FirstByteOtherThanZeroFromAHubIsNoData)
@@ -387,12 +387,12 @@ TEST_F(IicTransfer, FirstByteOtherThanZeroFromAHubIsNoData)
     device.set(hub128());
     // nothing on port 7's bus answers there
     device.seek(0x07A20000L);
-    bytes data(17, 0x11);
-    EXPECT_EQ((answer{0, ENODATA}), device.read(data));
+    Bytes data(17, 0x11);
+    EXPECT_EQ((Answer{0, ENODATA}), device.read(data));
     // the device didn't answer
     EXPECT_EQ(2, data[0]);
     device.set({.address = 0x80});
-    EXPECT_EQ((bytes{2}), device.readAll(1));
+    EXPECT_EQ((Bytes{2}), device.readAll(1));
     device.set(hub128());
     device.seek(onRiser);
     // and the handle is as usable as before
@@ -404,10 +404,10 @@ TEST_F(IicTransfer, BusyHubIsWaitedFor)
     OpenDevice device("sim:planar");
     device.set(hub128());
     device.seek(onRiser);
-    EXPECT_EQ((answer{8, 0}), device.write(pattern(8, 9)));
+    EXPECT_EQ((Answer{8, 0}), device.write(pattern(8, 9)));
     // no asking again: it must answer now
     device.set({.address = 0x80, .busyWaitMs = 0});
-    EXPECT_EQ((bytes{0}), device.readAll(1));
+    EXPECT_EQ((Bytes{0}), device.readAll(1));
 }
 
 } // namespace

@@ -18,7 +18,7 @@ protected:
         EXPECT_EQ(0, host::iic::openSimulatedBus(folder(), false, "planar", "", m_bus));
         other = std::make_unique<host::iic::addressLocks>(m_bus->identity());
     }
-    static block impatient(block values, std::uint32_t timeoutMs)
+    static Block impatient(Block values, std::uint32_t timeoutMs)
     {
         values.timeoutMs = timeoutMs;
         return values;
@@ -44,7 +44,7 @@ TEST_F(IicWriters, WriteWaitsForItsTimeOutAndSendsNothing)
     ASSERT_TRUE(other->beginWrite(0xA0, std::chrono::milliseconds(0)));
     const auto busTime = wires->busTimeNs();
     DrivenClock clock;
-    EXPECT_EQ((answer{0, ETIME}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{0, ETIME}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(300, clock.pauses);
     EXPECT_EQ(busTime, wires->busTimeNs());
     EXPECT_EQ(pattern(32768, 1), image("main.bin"));
@@ -61,7 +61,7 @@ TEST_F(IicWriters, WriteGoesOnWhenTheOtherIsDone)
             other->endWrite();
         }
     };
-    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{4, 0}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(3, clock.pauses);
     settle();
     EXPECT_EQ(with(pattern(32768, 1), 0, {1, 2, 3, 4}), image("main.bin"));
@@ -72,12 +72,12 @@ TEST_F(IicWriters, WritersToOtherChipsAndHoldersOfAdvisoryLocksAreNotInTheWay)
 {
     OpenDevice device("sim:planar");
     OpenDevice holder("sim:planar");
-    bytes record = registerLock(0xA0, 0);
+    Bytes record = registerLock(0xA0, 0);
     const DrivenClock clock;
     device.set(main256());
     ASSERT_TRUE(other->beginWrite(0xA8, std::chrono::milliseconds(0)));
-    EXPECT_EQ((answer{0, 0}), holder.config(2, 17, record.data(), 8));
-    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{0, 0}), holder.config(2, 17, record.data(), 8));
+    EXPECT_EQ((Answer{4, 0}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(0, clock.pauses);
 }
 
@@ -85,11 +85,11 @@ TEST_F(IicWriters, ReadsAndWritesWithoutPagesAskNobody)
 {
     OpenDevice device("sim:planar");
     const DrivenClock clock;
-    block noPages = main256();
+    Block noPages = main256();
     noPages.pageSize = 0;
     device.set(noPages);
     ASSERT_TRUE(other->beginWrite(0xA0, std::chrono::milliseconds(0)));
-    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{4, 0}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(4U, device.readAll(4).size());
     EXPECT_EQ(0, clock.pauses);
 }
@@ -101,7 +101,7 @@ TEST_F(IicWriters, HubIsTheTargetOfWhatIsBehindIt)
     device.seek(onRiser);
     ASSERT_TRUE(other->beginWrite(0x80, std::chrono::milliseconds(0)));
     const DrivenClock clock;
-    EXPECT_EQ((answer{0, ETIME}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{0, ETIME}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(pattern(16384, 5), image("riser.bin"));
 }
 
@@ -110,7 +110,7 @@ TEST_F(IicWriters, WithoutALockFileItIsWrittenWithout)
     OpenDevice device("sim:planar");
     device.set(main256());
     std::filesystem::create_directory(folder() / "iic.planar.lock");
-    EXPECT_EQ((answer{4, 0}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{4, 0}), device.write({1, 2, 3, 4}));
 }
 
 TEST_F(IicWriters, MalformedWriteIsToldAtOnce)
@@ -120,7 +120,7 @@ TEST_F(IicWriters, MalformedWriteIsToldAtOnce)
     device.seek(254);
     ASSERT_TRUE(other->beginWrite(0xA8, std::chrono::milliseconds(0)));
     const DrivenClock clock;
-    EXPECT_EQ((answer{0, EINVAL}), device.write({1, 2, 3, 4}));
+    EXPECT_EQ((Answer{0, EINVAL}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(0, clock.pauses);
 }
 
@@ -128,31 +128,31 @@ TEST_F(IicWriters, MalformedWriteIsToldAtOnce)
 TEST_F(IicWriters, SilenceBesideAnotherWriterIsBusyAndNotAbsent)
 {
     OpenDevice device("sim:planar@AE");
-    bytes data(4);
-    block values{.address = 0xAE, .offsetLength = 2, .timeoutMs = 300, .busyWaitMs = 0};
+    Bytes data(4);
+    Block values{.address = 0xAE, .offsetLength = 2, .timeoutMs = 300, .busyWaitMs = 0};
     device.set(values);
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+    EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
     EXPECT_EQ(0U, device.number(15));
     ASSERT_TRUE(other->beginWrite(0xAE, std::chrono::milliseconds(0)));
     const double before = busMs();
-    EXPECT_EQ((answer{0, ETIME}), device.read(data));
+    EXPECT_EQ((Answer{0, ETIME}), device.read(data));
     // bus time, which the test's own questions make
     EXPECT_NEAR(300.0, busMs() - before, 30.0);
-    EXPECT_EQ((answer{0, ETIME}), device.write({1}));
+    EXPECT_EQ((Answer{0, ETIME}), device.write({1}));
     EXPECT_EQ(4U, device.number(15));
     other->endWrite();
-    EXPECT_EQ((answer{0, ENXIO}), device.read(data));
+    EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
     EXPECT_EQ(0U, device.number(15));
 }
 
 TEST_F(IicWriters, AnotherThatNeverEndsIsNotWaitedForWithoutEnd)
 {
     OpenDevice device("sim:planar@AE");
-    bytes data(4);
+    Bytes data(4);
     device.set({.address = 0xAE, .offsetLength = 2});
     ASSERT_TRUE(other->beginWrite(0xAE, std::chrono::milliseconds(0)));
     const double before = busMs();
-    EXPECT_EQ((answer{0, ETIME}), device.read(data));
+    EXPECT_EQ((Answer{0, ETIME}), device.read(data));
     EXPECT_NEAR(10'000.0, busMs() - before, 100.0);
 }
 
@@ -163,11 +163,11 @@ TEST_F(IicWritersOfASlowChip, ReadWaitsOnWhileAnotherWritesAPage)
     reader.set(impatient(main256(), 1000));
     // sends a page and does not wait
     writer.set({.address = 0xA0, .writeCycleMs = 0});
-    EXPECT_EQ((answer{3, 0}), writer.write({0, 0, 0x5A}));
+    EXPECT_EQ((Answer{3, 0}), writer.write({0, 0, 0x5A}));
     ASSERT_TRUE(other->beginWrite(0xA0, std::chrono::milliseconds(0)));
-    bytes data(2);
-    EXPECT_EQ((answer{2, 0}), reader.read(data));
-    EXPECT_EQ((bytes{0x5A, pattern(32768, 1)[1]}), data);
+    Bytes data(2);
+    EXPECT_EQ((Answer{2, 0}), reader.read(data));
+    EXPECT_EQ((Bytes{0x5A, pattern(32768, 1)[1]}), data);
 }
 
 } // namespace

@@ -15,15 +15,15 @@ namespace kest::test
 {
 
 /// What a call of the library ended with.
-struct ending {
+struct Ending {
     std::uint32_t returnCode = 0; ///< 0: no entry
     unsigned int length = 0;
-    bytes data;
+    Bytes data;
     std::uint32_t word4 = 0; ///< user data 1 of the entry's first SRC
 
     [[nodiscard]] bool good() const { return returnCode == 0; }
 };
-inline std::ostream& operator<<(std::ostream& out, const ending& value)
+inline std::ostream& operator<<(std::ostream& out, const Ending& value)
 {
     return out << std::hex << "return code " << value.returnCode << " word " << value.word4 << std::dec << ", "
                << value.length << " bytes";
@@ -70,7 +70,7 @@ protected:
     /// Hardware mode, and a short write cycle: the simulated chips' is 3.5 ms of bus time.
     static constexpr std::array<kest_attributeValue, KEST_ATTR_COUNT> hardware{400, 1, 1, 4, 2, 1};
 
-    static ending conclude(ErrlEntry* entry, ending result)
+    static Ending conclude(ErrlEntry* entry, Ending result)
     {
         const std::unique_ptr<ErrlEntry> owned(entry);
         if (owned) {
@@ -82,19 +82,19 @@ protected:
         }
         return result;
     }
-    static ending read(const std::string& text, unsigned int offset, unsigned int length)
+    static Ending read(const std::string& text, unsigned int offset, unsigned int length)
     {
         unsigned int moved = length;
         unsigned char* data = nullptr;
         ErrlEntry* const entry = KEST_seepromRead(address(text), nullptr, offset, &moved, &data, hardware.data());
-        ending result{.length = moved, .data = {}};
+        Ending result{.length = moved, .data = {}};
         if (entry == nullptr && data != nullptr) {
             result.data.assign(data, data + moved);
         }
         tavo_util_free(reinterpret_cast<void**>(&data));
         return conclude(entry, std::move(result));
     }
-    static ending write(const std::string& text, unsigned int offset, const bytes& data)
+    static Ending write(const std::string& text, unsigned int offset, const Bytes& data)
     {
         auto moved = static_cast<unsigned int>(data.size());
         ErrlEntry* const entry =
@@ -117,7 +117,7 @@ protected:
         const std::uint32_t timeoutMs = 1;
         std::memcpy(record.data() + 2, &deviceAddress, 2);
         std::memcpy(record.data() + 4, &timeoutMs, 4);
-        return other.config(2, 17, record.data(), record.size()) == answer{0, 0};
+        return other.config(2, 17, record.data(), record.size()) == Answer{0, 0};
     }
     /// How often a fault of this machine has struck.
     [[nodiscard]] std::uint64_t struck(std::uint32_t fault) const

@@ -42,25 +42,25 @@ protected:
     }
 
     [[nodiscard]] std::filesystem::path folder() const { return settings.folder() / "machine"; }
-    void fill(const std::string& image, const bytes& data) const
+    void fill(const std::string& image, const Bytes& data) const
     {
         std::ofstream(folder() / image, std::ios::binary)
             .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
     }
-    [[nodiscard]] bytes image(const std::string& name) const
+    [[nodiscard]] Bytes image(const std::string& name) const
     {
         std::ifstream file(folder() / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
     /// The image as it was, with `data` at `offset`.
-    [[nodiscard]] static bytes with(bytes before, std::size_t offset, const bytes& data)
+    [[nodiscard]] static Bytes with(Bytes before, std::size_t offset, const Bytes& data)
     {
         // an image that is too short equals none
         before.resize(std::max(before.size(), offset + data.size()));
         std::ranges::copy(data, before.begin() + static_cast<std::ptrdiff_t>(offset));
         return before;
     }
-    [[nodiscard]] static bytes part(const bytes& all, std::size_t offset, std::size_t length)
+    [[nodiscard]] static Bytes part(const Bytes& all, std::size_t offset, std::size_t length)
     {
         return {all.begin() + static_cast<std::ptrdiff_t>(offset),
                 all.begin() + static_cast<std::ptrdiff_t>(offset + length)};

@@ -14,12 +14,12 @@ namespace
 class Seeprom : public LibraryMachine
 {
 protected:
-    static bytes contents(const std::string& name)
+    static Bytes contents(const std::string& name)
     {
         std::ifstream file(std::string(kest::tests::sourceFolder) + "/examples/images/" + name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
-    static ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,
+    static Ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,
                          const std::string& text = "sim:planar,L,2C0256,A0")
     {
         auto attributes = hardware;
@@ -28,14 +28,14 @@ protected:
         unsigned char* data = nullptr;
         ErrlEntry* const entry =
             KEST_seepromRead(address(text, number), nullptr, offset, &moved, &data, attributes.data());
-        ending result{.length = moved, .data = {}};
+        Ending result{.length = moved, .data = {}};
         if (data != nullptr) {
             result.data.assign(data, data + moved);
         }
         tavo_util_free(reinterpret_cast<void**>(&data));
         return conclude(entry, std::move(result));
     }
-    static ending writeAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, const bytes& data)
+    static Ending writeAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, const Bytes& data)
     {
         auto attributes = hardware;
         attributes[KEST_ATTR_READ_MODE] = mode;
@@ -48,7 +48,7 @@ protected:
 constexpr kest_attributeValue fileMode = 3;
 constexpr kest_attributeValue mixedMode = 5;
 
-unsigned sumOf(const bytes& data, std::size_t from, std::size_t count)
+unsigned sumOf(const Bytes& data, std::size_t from, std::size_t count)
 {
     unsigned sum = 0;
     for (std::size_t at = from; at < from + count; ++at) {
@@ -58,7 +58,7 @@ unsigned sumOf(const bytes& data, std::size_t from, std::size_t count)
 }
 
 /// CRC-16, polynomial 0x1021, as memory modules carry it.
-unsigned crc16(const bytes& data, std::size_t from, std::size_t count)
+unsigned crc16(const Bytes& data, std::size_t from, std::size_t count)
 {
     unsigned sum = 0;
     for (std::size_t at = from; at < from + count; ++at) {
@@ -70,7 +70,7 @@ unsigned crc16(const bytes& data, std::size_t from, std::size_t count)
     return sum;
 }
 
-std::uint32_t crc32(const bytes& data, std::size_t count)
+std::uint32_t crc32(const Bytes& data, std::size_t count)
 {
     std::uint32_t sum = 0xFFFFFFFF;
     for (std::size_t at = 0; at < count; ++at) {
@@ -82,7 +82,7 @@ std::uint32_t crc32(const bytes& data, std::size_t count)
     return ~sum;
 }
 
-bool edidIsSound(const bytes& data)
+bool edidIsSound(const Bytes& data)
 {
     bool sound = !data.empty() && data.size() % 128 == 0;
     for (std::size_t at = 0; sound && at < data.size(); at += 128) {
@@ -90,14 +90,14 @@ bool edidIsSound(const bytes& data)
     }
     return sound;
 }
-bool littleEndianCrc16(const bytes& data, std::size_t from, std::size_t count, std::size_t at)
+bool littleEndianCrc16(const Bytes& data, std::size_t from, std::size_t count, std::size_t at)
 {
     return crc16(data, from, count) == (data.at(at) | static_cast<unsigned>(data.at(at + 1)) << 8);
 }
-bool spdIsSound(const bytes& data) { return littleEndianCrc16(data, 0, (data.at(0) & 0x80) != 0 ? 117 : 126, 126); }
-bool longSpdIsSound(const bytes& data) { return spdIsSound(data) && littleEndianCrc16(data, 128, 126, 254); }
-bool newestSpdIsSound(const bytes& data) { return littleEndianCrc16(data, 0, 510, 510); }
-bool tlvIsSound(const bytes& data)
+bool spdIsSound(const Bytes& data) { return littleEndianCrc16(data, 0, (data.at(0) & 0x80) != 0 ? 117 : 126, 126); }
+bool longSpdIsSound(const Bytes& data) { return spdIsSound(data) && littleEndianCrc16(data, 128, 126, 254); }
+bool newestSpdIsSound(const Bytes& data) { return littleEndianCrc16(data, 0, 510, 510); }
+bool tlvIsSound(const Bytes& data)
 {
     // header, then so many bytes
     const std::size_t end = 11 + static_cast<std::size_t>(data.at(9) << 8 | data.at(10));
@@ -106,7 +106,7 @@ bool tlvIsSound(const bytes& data)
                                static_cast<std::uint32_t>(data.at(end - 2)) << 8 | data.at(end - 1);
     return crc32(data, end - 4) == told;
 }
-bool moduleIsSound(const bytes& data)
+bool moduleIsSound(const Bytes& data)
 {
     return sumOf(data, 0, 63) == data.at(63) && sumOf(data, 64, 31) == data.at(95);
 }
@@ -114,7 +114,7 @@ bool moduleIsSound(const bytes& data)
 constexpr std::size_t fruHeader = 8;
 
 /// Header and board area agree with their sums, and the board's fields end within it.
-bool fruIsSound(const bytes& data)
+bool fruIsSound(const Bytes& data)
 {
     const std::size_t board = fruHeader * data.at(3);
     const bool header = sumOf(data, 0, fruHeader) == 0 && board + 1 < data.size();
@@ -128,18 +128,18 @@ bool fruIsSound(const bytes& data)
     return whole && field < board + length;
 }
 
-void closeWithSum(bytes& data, std::size_t from)
+void closeWithSum(Bytes& data, std::size_t from)
 {
     data.push_back(static_cast<std::uint8_t>(0x100 - sumOf(data, from, data.size() - from)));
 }
 
 /// An inventory record whose board area is so many times eight bytes long: 2, which has room for little, to 255.
-bytes fruRecord(std::size_t eights)
+Bytes fruRecord(std::size_t eights)
 {
     // manufacturer, product, serial, part number, file: then more
     constexpr std::size_t fields = 5;
     // the board area alone
-    bytes data{1, 0, 0, 1, 0, 0, 0};
+    Bytes data{1, 0, 0, 1, 0, 0, 0};
     // for fields: less what is ahead of them, end mark and sum
     std::size_t room = fruHeader * eights - 6 - 2;
     closeWithSum(data, 0);
@@ -162,22 +162,22 @@ bytes fruRecord(std::size_t eights)
     return data;
 }
 
-struct sample {
+struct Sample {
     const char* name;
-    bool (*sound)(const bytes&);
+    bool (*sound)(const Bytes&);
 };
 
 TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
 {
-    const std::vector<sample> samples{
+    const std::vector<Sample> samples{
         {"edid-128-dell-e178wfp-vga.bin", edidIsSound},    {"edid-128-syncmaster245b-from-bus.bin", edidIsSound},
         {"edid-384-acer-xv273k-dp.bin", edidIsSound},      {"spd-256-ddr3-soldered.bin", spdIsSound},
         {"spd-512-ddr4-M471A1G44AB0.bin", longSpdIsSound}, {"spd-1024-ddr5-M425R1GB4BB0.bin", newestSpdIsSound},
         {"tlvinfo-4096-switch.bin", tlvIsSound},           {"sff-512-FS-DWDM-SFP10G-80.bin", moduleIsSound}};
-    for (const sample& one : samples) {
-        const bytes original = contents(one.name);
+    for (const Sample& one : samples) {
+        const Bytes original = contents(one.name);
         ASSERT_TRUE(one.sound(original)) << one.name;
-        bytes broken = original;
+        Bytes broken = original;
         std::swap(broken.at(5), broken.at(40) == broken.at(5) ? broken.at(41) : broken.at(40));
         broken.at(20) = static_cast<std::uint8_t>(broken.at(20) + 1);
         EXPECT_FALSE(one.sound(broken)) << one.name << ": the check finds nothing";
@@ -185,16 +185,16 @@ TEST_F(Seeprom, RealContentsSurviveAWriteAndARead)
             for (const char* const text :
                  {"sim:planar,L,2C0256,A0", "sim:planar,L,2C0512,A6", "sim:planar,L,922,80,7,2C0128,A2"}) {
                 ASSERT_TRUE(write(text, offset, original).good()) << one.name << text;
-                const ending back = read(text, offset, static_cast<unsigned int>(original.size()));
+                const Ending back = read(text, offset, static_cast<unsigned int>(original.size()));
                 ASSERT_TRUE(back.good()) << back << text;
                 EXPECT_TRUE(one.sound(back.data)) << one.name << text << offset;
             }
         }
     }
     for (const char* const name : {"edid-128-dell-e178wfp-vga.bin", "spd-256-ddr3-soldered.bin"}) {
-        const bytes original = contents(name);
+        const Bytes original = contents(name);
         ASSERT_TRUE(write("sim:planar,L,1C0002,A4", 0, original).good());
-        const bytes back = read("sim:planar,L,1C0002,A4", 0, static_cast<unsigned int>(original.size())).data;
+        const Bytes back = read("sim:planar,L,1C0002,A4", 0, static_cast<unsigned int>(original.size())).data;
         EXPECT_TRUE(original.size() == 128 ? edidIsSound(back) : spdIsSound(back)) << name;
     }
 }
@@ -212,17 +212,17 @@ TEST_F(Seeprom, InventoryRecordsOfEveryLengthSurviveAWriteAndARead)
     for (const auto& place : places) {
         for (std::size_t eights = 2; eights <= place.longest; eights += eights < 32 || eights > 250 ? 1 : 16) {
             SCOPED_TRACE(std::string(place.text) + " " + std::to_string(eights));
-            const bytes original = fruRecord(eights);
+            const Bytes original = fruRecord(eights);
             ASSERT_EQ(8 + 8 * eights, original.size());
             ASSERT_TRUE(fruIsSound(original));
             for (const std::size_t at : {std::size_t{3}, std::size_t{9}, original.size() / 2, original.size() - 1}) {
-                bytes broken = original;
+                Bytes broken = original;
                 broken.at(at) ^= 0x04;
                 EXPECT_FALSE(fruIsSound(broken)) << "the check finds nothing at " << at;
             }
-            const ending written = write(place.text, place.offset, original);
+            const Ending written = write(place.text, place.offset, original);
             ASSERT_TRUE(written.good()) << written;
-            const ending back = read(place.text, place.offset, static_cast<unsigned int>(original.size()));
+            const Ending back = read(place.text, place.offset, static_cast<unsigned int>(original.size()));
             ASSERT_TRUE(back.good()) << back;
             ASSERT_EQ(original.size(), back.data.size());
             EXPECT_TRUE(fruIsSound(back.data));
@@ -238,11 +238,11 @@ TEST_F(Seeprom, WholeDevicesOfEveryType)
         {"sim:planar,L,2C0064,AC", "eight.bin"}, {"sim:planar,L,2C0128,AE", "sixteen.bin"},
         {"sim:planar,L,2C0256,A0", "main.bin"},  {"sim:planar,L,2C0512,A6", "large.bin"}};
     for (const auto& [text, file] : chips) {
-        const bytes before = image(file);
+        const Bytes before = image(file);
         EXPECT_EQ(before, read(text, 0, 0).data) << text;
-        bytes fresh = before;
+        Bytes fresh = before;
         std::ranges::reverse(fresh);
-        const ending written = write(text, 0, fresh);
+        const Ending written = write(text, 0, fresh);
         EXPECT_TRUE(written.good()) << written << text;
         settle();
         EXPECT_EQ(fresh, image(file)) << text;
@@ -253,14 +253,14 @@ TEST_F(Seeprom, PowerCycleKeepsWhatWasWritten)
 {
     ASSERT_TRUE(write("sim:planar,L,2C0256,A0", 123, {1, 2, 3, 4}).good());
     machine->powerCycle();
-    EXPECT_EQ((bytes{1, 2, 3, 4}), read("sim:planar,L,2C0256,A0", 123, 4).data);
+    EXPECT_EQ((Bytes{1, 2, 3, 4}), read("sim:planar,L,2C0256,A0", 123, 4).data);
 }
 
 TEST_F(Seeprom, FileModeServesTheCopyAlone)
 {
     EXPECT_EQ(0x40001306U, readAs(fileMode, 7, 0, 16).returnCode);
     EXPECT_EQ(0x40001306U, writeAs(fileMode, 7, 0, {1}).returnCode);
-    const bytes tlv = contents("tlvinfo-4096-switch.bin");
+    const Bytes tlv = contents("tlvinfo-4096-switch.bin");
     ASSERT_EQ(0, host::replaceCopy(7, tlv));
     EXPECT_TRUE(tlvIsSound(readAs(fileMode, 7, 0, 4096).data));
     EXPECT_EQ(part(tlv, 100, 50), readAs(fileMode, 7, 100, 50).data);
@@ -269,7 +269,7 @@ TEST_F(Seeprom, FileModeServesTheCopyAlone)
     EXPECT_EQ(tlv, readAs(fileMode, 7, 0, 0).data);
     EXPECT_EQ(0x80001305U, readAs(fileMode, 7, 4096, 1).returnCode);
     EXPECT_TRUE(writeAs(fileMode, 7, 10, {9, 8, 7}).good());
-    EXPECT_EQ((bytes{9, 8, 7}), readAs(fileMode, 7, 10, 3).data);
+    EXPECT_EQ((Bytes{9, 8, 7}), readAs(fileMode, 7, 10, 3).data);
     EXPECT_EQ(0x80001308U, writeAs(fileMode, 7, 4094, {1, 2, 3}).returnCode);
     // the device saw nothing of it
     EXPECT_EQ(pattern(32768, 1), image("main.bin"));
@@ -281,25 +281,25 @@ TEST_F(Seeprom, MixedModePrefersTheCopy)
     EXPECT_EQ(pattern(32768, 1), readAs(mixedMode, 9, 0, 16).data);
     ASSERT_TRUE(writeAs(mixedMode, 9, 0, {5, 5}).good());
     settle();
-    EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2));
-    ASSERT_EQ(0, host::replaceCopy(9, bytes(64, 0x11)));
-    EXPECT_EQ(bytes(16, 0x11), readAs(mixedMode, 9, 0, 16).data);
+    EXPECT_EQ((Bytes{5, 5}), part(image("main.bin"), 0, 2));
+    ASSERT_EQ(0, host::replaceCopy(9, Bytes(64, 0x11)));
+    EXPECT_EQ(Bytes(16, 0x11), readAs(mixedMode, 9, 0, 16).data);
     ASSERT_TRUE(writeAs(mixedMode, 9, 0, {6, 6}).good());
     settle();
     // the copy took the write
-    EXPECT_EQ((bytes{5, 5}), part(image("main.bin"), 0, 2));
-    EXPECT_EQ((bytes{6, 6}), readAs(mixedMode, 9, 0, 2).data);
+    EXPECT_EQ((Bytes{5, 5}), part(image("main.bin"), 0, 2));
+    EXPECT_EQ((Bytes{6, 6}), readAs(mixedMode, 9, 0, 2).data);
 }
 
 TEST_F(Seeprom, TimeOutOnceIsRescuedAndLogged)
 {
     for (const char* const kind : {"hold-sda", "hold-scl"}) {
         machine->addFault({.kind = kind, .bus = "planar", .address = 0xA0, .nth = 1, .count = 1});
-        const ending got = read("sim:planar,L,2C0256,A0", 500, 40);
+        const Ending got = read("sim:planar,L,2C0256,A0", 500, 40);
         EXPECT_TRUE(got.good()) << kind << got;
         EXPECT_EQ(part(pattern(32768, 1), 500, 40), got.data);
         machine->addFault({.kind = kind, .bus = "planar", .address = 0xA0, .nth = 2, .count = 1});
-        const bytes fresh = pattern(300, 77);
+        const Bytes fresh = pattern(300, 77);
         EXPECT_TRUE(write("sim:planar,L,2C0256,A0", 4000, fresh).good()) << kind;
         settle();
         EXPECT_EQ(fresh, part(image("main.bin"), 4000, 300)) << kind;
@@ -316,7 +316,7 @@ TEST_F(Seeprom, TimeOutOnceIsRescuedAndLogged)
 TEST_F(Seeprom, TimeOutThatStaysIsReportedWithBothAttempts)
 {
     machine->addFault({.kind = "hold-sda", .bus = "planar", .address = 0xA0});
-    const ending got = read("sim:planar,L,2C0256,A0", 0, 16);
+    const Ending got = read("sim:planar,L,2C0256,A0", 0, 16);
     EXPECT_EQ(0x00001312U, got.returnCode & 0xFFFF);
     EXPECT_EQ(62U, got.word4);
 }

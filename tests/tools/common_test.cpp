@@ -146,15 +146,15 @@ TEST(DeviceText, UnservedChainsAreRefused)
 
 TEST(DeviceTypes, EachHasItsCapacityPagesAndPins)
 {
-    struct row {
+    struct Row {
         std::uint32_t type, bytes, page;
         unsigned pins;
     };
-    for (const row& expected : {row{0xF0, 0, 0, 0}, row{0x922, 0, 0, 0}, row{0x1C0002, 256, 8, 0},
-                                row{0x2C0032, 4096, 32, 0}, row{0x2C0064, 8192, 32, 0}, row{0x2C0128, 16384, 64, 0},
-                                row{0x2C0256, 32768, 64, 0}, row{0x2C0512, 65536, 128, 0}, row{0x9551, 0, 0, 8},
-                                row{0x9552, 0, 0, 16}, row{0x9554, 0, 0, 8}, row{0x9555, 0, 0, 16}, row{0xD10, 0, 0, 0},
-                                row{0x75, 0, 0, 16}, row{0x92, 0, 0, 16}, row{0x172, 22016, 0, 0}}) {
+    for (const Row& expected : {Row{0xF0, 0, 0, 0}, Row{0x922, 0, 0, 0}, Row{0x1C0002, 256, 8, 0},
+                                Row{0x2C0032, 4096, 32, 0}, Row{0x2C0064, 8192, 32, 0}, Row{0x2C0128, 16384, 64, 0},
+                                Row{0x2C0256, 32768, 64, 0}, Row{0x2C0512, 65536, 128, 0}, Row{0x9551, 0, 0, 8},
+                                Row{0x9552, 0, 0, 16}, Row{0x9554, 0, 0, 8}, Row{0x9555, 0, 0, 16}, Row{0xD10, 0, 0, 0},
+                                Row{0x75, 0, 0, 16}, Row{0x92, 0, 0, 16}, Row{0x172, 22016, 0, 0}}) {
         const deviceTypeInfo* type = findType(expected.type);
         ASSERT_NE(nullptr, type) << std::hex << expected.type;
         EXPECT_EQ(expected.bytes, type->bytes) << std::hex << expected.type;
@@ -368,16 +368,16 @@ TEST(Failures, ErrnoOfAnEntryIsThatOfItsFirstFailedLayerCall)
 /// What the tools make of a return code alone, as a client of the service has it.
 TEST(Failures, ReturnCodeDecidesTheExitCode)
 {
-    struct row {
+    struct Row {
         std::uint32_t returnCode;
         int exit; ///< -1: it tells nothing
     };
-    for (const row& expected :
-         {row{0x40001306, 4},  row{0x4000130A, 4},  row{0x10001309, 1}, row{0x00101319, 1}, row{0x4000131A, 4},
-          row{0x1000131B, 1},  row{0x0010131C, 2},  row{0x0010131D, 1}, row{0x1000131E, 1}, row{0x1000131F, 1},
-          row{0x8000132A, 1},  row{0x80001315, 2},  row{0x80001302, 2}, row{0x80001318, 2}, row{0x80001327, 4},
-          row{0x8000132D, 2},  row{0x80001330, 2},  row{0x8000130B, 4}, row{0x80001311, 4}, row{0x41000000, 4},
-          row{0x80001312, -1}, row{0x8000130E, -1}, row{0, -1}}) {
+    for (const Row& expected :
+         {Row{0x40001306, 4},  Row{0x4000130A, 4},  Row{0x10001309, 1}, Row{0x00101319, 1}, Row{0x4000131A, 4},
+          Row{0x1000131B, 1},  Row{0x0010131C, 2},  Row{0x0010131D, 1}, Row{0x1000131E, 1}, Row{0x1000131F, 1},
+          Row{0x8000132A, 1},  Row{0x80001315, 2},  Row{0x80001302, 2}, Row{0x80001318, 2}, Row{0x80001327, 4},
+          Row{0x8000132D, 2},  Row{0x80001330, 2},  Row{0x8000130B, 4}, Row{0x80001311, 4}, Row{0x41000000, 4},
+          Row{0x80001312, -1}, Row{0x8000130E, -1}, Row{0, -1}}) {
         failure why;
         const bool told = describeReturnCode(expected.returnCode, why);
         EXPECT_EQ(expected.exit, told ? why.code : -1) << std::hex << expected.returnCode;

@@ -65,7 +65,7 @@ TEST_F(KestctlScan, GivesJson)
 TEST_F(KestctlScan, AHeldBusIsUncertain)
 {
     says({"sim", "fault", "add", "hold-sda", "--bus", "planar", "--count", "1"});
-    const runResult result = kestctl({"scan", "sim:planar"});
+    const RunResult result = kestctl({"scan", "sim:planar"});
     EXPECT_THAT(result.output, HasSubstr("00:                         ?? ?? ??"));
     EXPECT_THAT(result.output, HasSubstr("\n10 = 0x08 to 3E = 0x1f  uncertain: "));
     EXPECT_THAT(result.output, HasSubstr("\n40 = 0x20  PCA9555  card-presence  uncertain: "));
@@ -104,7 +104,7 @@ TEST_F(KestctlTopology, IsATree)
 TEST_F(KestctlTopology, ProbesWhatItIsAskedTo)
 {
     says({"sim", "fault", "add", "nack", "--address", "0xA6"});
-    const runResult result = kestctl({"topology", "--probe"});
+    const RunResult result = kestctl({"topology", "--probe"});
     EXPECT_EQ(0, result.exit);
     EXPECT_THAT(result.output, HasSubstr("A6 = 0x53  24C512   firmware  absent\n"));
     EXPECT_THAT(result.output, HasSubstr("A2 = 0x51  24C128   riser-vpd  present\n"));
@@ -144,7 +144,7 @@ TEST_F(KestctlDevices, ABadRowIsToldAndTheOthersListed)
     writeFile(file,
               "state = \"state\"\n[[device]]\nnumber = 1\nlocation = \"sim:p,L,9553,C0\"\n[[device]]\nnumber = 2\n"
               "name = \"good\"\nlocation = \"sim:p,L,9552,C0\"\n");
-    const runResult result = run("kestctl", {"--config", file.string(), "devices"});
+    const RunResult result = run("kestctl", {"--config", file.string(), "devices"});
     EXPECT_EQ(2, result.exit);
     EXPECT_THAT(result.output, HasSubstr("0x0002     good               PCA9552  sim:p,L,9552,C0\n"));
     EXPECT_THAT(result.errors,
@@ -179,7 +179,7 @@ TEST_F(KestctlDetect, ProbesTheAddressOfTheDeviceNotThatOfThePath)
 
 TEST_F(KestctlDetect, TellsWhatIsMissing)
 {
-    const runResult result = kestctl({"detect", "sim:planar,L,2C0256,AA", "planar-vpd"});
+    const RunResult result = kestctl({"detect", "sim:planar,L,2C0256,AA", "planar-vpd"});
     EXPECT_EQ(4, result.exit);
     EXPECT_EQ("planar-vpd: 24C256 at A0 = 0x50: present\n", result.output);
     EXPECT_THAT(result.errors,
@@ -194,7 +194,7 @@ TEST_F(KestctlDetect, TellsWhatIsMissing)
 
 TEST_F(KestctlDetect, MissingBehindTheHub)
 {
-    const runResult result = kestctl({"detect", "sim:planar,L,922,80,3,2C0128,A8"});
+    const RunResult result = kestctl({"detect", "sim:planar,L,922,80,3,2C0128,A8"});
     EXPECT_EQ(4, result.exit);
     // the hub itself answers: no word of its address, though a device answers at half of it
     EXPECT_THAT(result.errors, HasSubstr("the device behind the hub does not answer; check port and address [log 0x"));
@@ -225,7 +225,7 @@ TEST_F(KestctlDetect, NoAddressIsNamedWhereThatTypeIsNeverFound)
 TEST_F(KestctlDetect, AHeldBusIsNoAbsence)
 {
     says({"sim", "fault", "add", "hold-scl", "--count", "1"});
-    const runResult result = kestctl({"detect", "planar-vpd"});
+    const RunResult result = kestctl({"detect", "planar-vpd"});
     EXPECT_EQ(1, result.exit);
     EXPECT_THAT(result.errors, HasSubstr("'kestctl reset sim:planar' frees a held bus"));
 }
@@ -233,7 +233,7 @@ TEST_F(KestctlDetect, AHeldBusIsNoAbsence)
 TEST_F(KestctlDetect, AnAdapterThatIsGoneIsNoHeldBus)
 {
     says({"sim", "fault", "add", "gone"});
-    const runResult result = kestctl({"detect", "planar-vpd"});
+    const RunResult result = kestctl({"detect", "planar-vpd"});
     EXPECT_EQ(4, result.exit);
     EXPECT_THAT(result.errors,
                 StartsWith("kestctl: planar-vpd: detect: the bus is gone; 'kestctl sim fault list' shows "
@@ -245,7 +245,7 @@ TEST_F(KestctlDetect, ABadMachineIsToRepairForEveryCommand)
     writeFile(machine() / "machine.toml", "[[bus]]\nname = 7\n");
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"detect", "planar-vpd"}, {"seeprom", "read", "planar-vpd"}}) {
-        const runResult result = kestctl(command);
+        const RunResult result = kestctl(command);
         EXPECT_EQ(2, result.exit);
         EXPECT_THAT(result.errors, HasSubstr("; repair the machine's folder")) << command.front();
     }
@@ -254,7 +254,7 @@ TEST_F(KestctlDetect, ABadMachineIsToRepairForEveryCommand)
 TEST_F(KestctlDetect, AHeldBusIsToldWithItsLine)
 {
     says({"sim", "fault", "add", "hold-sda", "--bus", "planar", "--count", "1"});
-    const runResult result = kestctl({"detect", "planar-vpd"});
+    const RunResult result = kestctl({"detect", "planar-vpd"});
     EXPECT_EQ(1, result.exit);
     EXPECT_THAT(result.errors, StartsWith("kestctl: planar-vpd: detect: the bus is held: SDA stays low; 'kestctl reset "
                                           "sim:planar' frees a held bus [log 0x"));

@@ -143,7 +143,7 @@ TEST_F(KestctlDump, OfTheFormatBeforeIsTakenAndCalledUnproved)
         "data": ["303132333435363738393a3b3c3d3e3f404142434445464748494a4b4c4d4e4f", "5051525354555657"]})";
     const std::string name = file("old.json", old);
     writeFile(machine() / "panel.bin", std::string(256, 'x'));
-    const runResult restored = kestctl({"seeprom", "restore", name, "--yes"});
+    const RunResult restored = kestctl({"seeprom", "restore", name, "--yes"});
     EXPECT_EQ(0, restored.exit);
     EXPECT_EQ("kestctl: " + name + ": an older dump: its sum covers the data alone, device and offset are not proved\n",
               restored.errors);

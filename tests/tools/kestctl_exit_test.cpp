@@ -20,12 +20,12 @@ namespace
 class KestctlExitCodes : public SeepromTest
 {
 protected:
-    using cases = std::map<std::string, std::function<int()>>; ///< by the words of the document
+    using Cases = std::map<std::string, std::function<int()>>; ///< by the words of the document
 
     KestctlExitCodes() { use((machine() / "kest.toml").string()); }
     ~KestctlExitCodes() override { use(m_before); }
 
-    int exitOf(std::vector<std::string> words, runOptions options = {}) const
+    int exitOf(std::vector<std::string> words, RunOptions options = {}) const
     {
         return kestctl(std::move(words), std::move(options)).exit;
     }
@@ -59,13 +59,13 @@ protected:
         writeFile(machine() / name, before);
         return code;
     }
-    [[nodiscard]] cases done() const;
-    [[nodiscard]] cases failed() const;
-    [[nodiscard]] cases wrongUse() const;
-    [[nodiscard]] cases refused() const;
-    [[nodiscard]] cases absent() const;
-    [[nodiscard]] cases verifyFailed() const;
-    [[nodiscard]] cases busy() const;
+    [[nodiscard]] Cases done() const;
+    [[nodiscard]] Cases failed() const;
+    [[nodiscard]] Cases wrongUse() const;
+    [[nodiscard]] Cases refused() const;
+    [[nodiscard]] Cases absent() const;
+    [[nodiscard]] Cases verifyFailed() const;
+    [[nodiscard]] Cases busy() const;
 
 private:
     static void use(const std::string& file)
@@ -316,14 +316,14 @@ KestctlExitCodes::cases KestctlExitCodes::busy() const
         {"somebody else holds the hub or device",
          [this] {
              OpenDevice other("sim:planar");
-             bytes hub = hubLock(0x80, 500);
-             bytes device = registerLock(0xC0, 500);
-             EXPECT_EQ((answer{0, 0}), other.config(2, 17, hub.data(), 8));
-             EXPECT_EQ((answer{0, 0}), other.config(2, 17, device.data(), 8));
+             Bytes hub = hubLock(0x80, 500);
+             Bytes device = registerLock(0xC0, 500);
+             EXPECT_EQ((Answer{0, 0}), other.config(2, 17, hub.data(), 8));
+             EXPECT_EQ((Answer{0, 0}), other.config(2, 17, device.data(), 8));
              const int code =
                  exitOfAll({{"seeprom", "read", "riser-vpd", "--length", "16"}, {"port", "read", "panel-leds"}});
-             EXPECT_EQ((answer{0, 0}), other.config(2, 18, hub.data(), 8));
-             EXPECT_EQ((answer{0, 0}), other.config(2, 18, device.data(), 8));
+             EXPECT_EQ((Answer{0, 0}), other.config(2, 18, hub.data(), 8));
+             EXPECT_EQ((Answer{0, 0}), other.config(2, 18, device.data(), 8));
              return code;
          }},
         {"the service has as many clients as it takes", [this] {

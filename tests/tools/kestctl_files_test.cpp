@@ -131,9 +131,9 @@ TEST_F(KestctlFiles, AFileThatMayNotBeWrittenIsRefused)
     // the name could be replaced
     ASSERT_EQ(0, chmod(folder().c_str(), 0777));
     writeFile(machine() / "kest.toml", readFile(machine() / "kest.toml") + "\n");
-    const runResult made = kestctl({"sim", "new", (folder() / "own").string()}, {.stranger = true});
+    const RunResult made = kestctl({"sim", "new", (folder() / "own").string()}, {.stranger = true});
     ASSERT_EQ(0, made.exit) << made.errors;
-    const runResult refused = run(
+    const RunResult refused = run(
         "kestctl", {"--config", (folder() / "own/kest.toml").string(), "seeprom", "read", "panel-vpd", "-o", target},
         {.stranger = true});
     EXPECT_EQ(3, refused.exit);
@@ -149,7 +149,7 @@ TEST_F(KestctlFiles, AStateFolderThatCannotBeUsedIsToldInALine)
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "kest.toml", text.replace(at, 15, "state = \"taken\""));
     writeFile(machine() / "taken", "a file");
-    const runResult failed = kestctl({"detect", "sim:planar,L,2C0256,AA"});
+    const RunResult failed = kestctl({"detect", "sim:planar,L,2C0256,AA"});
     EXPECT_EQ(4, failed.exit);
     const std::string taken = (machine() / "taken").string();
     EXPECT_THAT(failed.errors, testing::StartsWith("kestctl: the error log can't be used: " + taken +

@@ -41,7 +41,7 @@ protected:
         writeFile(folder() / name, content);
         return (folder() / name).string();
     }
-    [[nodiscard]] runResult message(std::vector<std::string> words, runOptions options = {}) const
+    [[nodiscard]] RunResult message(std::vector<std::string> words, RunOptions options = {}) const
     {
         words.insert(words.begin(), "message");
         return kestctl(std::move(words), std::move(options));
@@ -49,7 +49,7 @@ protected:
     /// The one line that a failing command says, after "kestctl: ".
     std::string complaint(int exit, const std::vector<std::string>& words) const
     {
-        const runResult result = message(words);
+        const RunResult result = message(words);
         EXPECT_EQ(exit, result.exit) << testing::PrintToString(words) << result.errors;
         EXPECT_EQ("", result.output) << testing::PrintToString(words);
         EXPECT_THAT(result.errors, StartsWith("kestctl: "));
@@ -123,17 +123,17 @@ TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
     constexpr const char* warning =
         "kestctl: the read mode is FileMode: messages are served from copy 0, whatever device they name\n";
     serve("FileMode");
-    const runResult none = message({"read", "planar-vpd", "--length", "4"});
+    const RunResult none = message({"read", "planar-vpd", "--length", "4"});
     EXPECT_EQ(4, none.exit);
     EXPECT_THAT(none.errors, StartsWith(std::string(warning) + "kestctl: planar-vpd: read by message: there is no "
                                                                "persisted copy; "));
     says({"copy", "import", "0", file("zero", "0123456789"), "--force"});
-    const runResult read = message({"read", "planar-vpd", "--offset", "2", "--length", "4", "-o", "-"});
+    const RunResult read = message({"read", "planar-vpd", "--offset", "2", "--length", "4", "-o", "-"});
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ("2345", read.output);
     EXPECT_EQ(warning, read.errors);
     const std::string target = (folder() / "out.bin").string();
-    const runResult cut = message({"read", "planar-vpd", "--length", "20", "-o", target});
+    const RunResult cut = message({"read", "planar-vpd", "--length", "20", "-o", target});
     // fewer bytes than asked for are a failure
     EXPECT_EQ(1, cut.exit);
     EXPECT_EQ(std::string(warning) +
@@ -142,7 +142,7 @@ TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
               cut.errors);
     EXPECT_FALSE(std::filesystem::exists(target));
     const std::string before = image("system");
-    const runResult written = message({"write", "planar-vpd", "--hex", "5858", "--yes"});
+    const RunResult written = message({"write", "planar-vpd", "--hex", "5858", "--yes"});
     EXPECT_EQ(0, written.exit);
     EXPECT_EQ(warning, written.errors);
     EXPECT_EQ("XX23456789", says({"copy", "export", "0", "-"}));
@@ -155,7 +155,7 @@ TEST_F(KestctlMessage, WholeDeviceOfMixedModeIsCut)
         "kestctl: the read mode is MixedMode: messages are served from copy 0, whatever device they name\n";
     serve("MixedMode");
     // 32768 bytes come
-    const runResult read = message({"read", "planar-vpd", "--length", "16", "-o", "-"});
+    const RunResult read = message({"read", "planar-vpd", "--length", "16", "-o", "-"});
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ(image("system").substr(0, 16), read.output);
     EXPECT_EQ(warning, read.errors);
@@ -175,7 +175,7 @@ TEST_F(KestctlMessage, ReadThroughAHubIsRefusedUnlessForced)
         "'kestctl seeprom read riser-vpd' reads until it can be relied on, --force takes what comes",
         complaint(3, {"read", "riser-vpd", "--length", "64", "-o", target}));
     EXPECT_FALSE(std::filesystem::exists(target));
-    const runResult forced = message({"read", "riser-vpd", "--length", "64", "-o", target, "--force"});
+    const RunResult forced = message({"read", "riser-vpd", "--length", "64", "-o", target, "--force"});
     EXPECT_EQ(0, forced.exit);
     EXPECT_EQ("kestctl: riser-vpd: read through a hub: the bytes can be ones that were never read\n", forced.errors);
     EXPECT_EQ(std::string(64, '\0'), readFile(target));
@@ -238,7 +238,7 @@ TEST_F(KestctlMessage, AReplyWithoutBytesFails)
         ASSERT_TRUE(request);
         service.send(frame{request->identifier, request->type, 0x42, 0, 0, {}});
     });
-    const runResult none = message({"read", "panel-vpd", "--length", "4", "--socket", fake.path().string()});
+    const RunResult none = message({"read", "panel-vpd", "--length", "4", "--socket", fake.path().string()});
     EXPECT_EQ(1, none.exit);
     EXPECT_EQ("", none.output);
     EXPECT_EQ("kestctl: panel-vpd: read by message: 0 of 4 bytes came from offset 0\n", none.errors);
@@ -252,7 +252,7 @@ TEST_F(KestctlMessage, ASocketThatMayNotBeUsedIsRefused)
     const std::string path = (folder() / "socket").string();
     const int socket = boundSocket(path, SOCK_STREAM);
     ASSERT_EQ(0, chmod(path.c_str(), 0));
-    const runResult refused = message({"read", "panel-vpd", "--socket", path}, {.stranger = true});
+    const RunResult refused = message({"read", "panel-vpd", "--socket", path}, {.stranger = true});
     close(socket);
     EXPECT_EQ(3, refused.exit);
     EXPECT_THAT(refused.errors, HasSubstr(": Permission denied; run it as a user who may use the service's socket\n"));
@@ -280,7 +280,7 @@ TEST_F(KestctlMessage, FailureInJson)
         ASSERT_TRUE(request);
         service.send(frame{request->identifier, request->type, 0, 0x80001312, 0x5000001A, {}});
     });
-    const runResult failed = message({"read", "panel-vpd", "--json", "--socket", fake.path().string()});
+    const RunResult failed = message({"read", "panel-vpd", "--json", "--socket", fake.path().string()});
     EXPECT_EQ(1, failed.exit);
     const json error = json::parse(failed.output).at("error");
     EXPECT_EQ("panel-vpd", error.at("device"));

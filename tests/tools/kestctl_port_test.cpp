@@ -73,7 +73,7 @@ TEST_F(KestctlPort, AnswersInJson)
 TEST_F(KestctlPort, AHubsResetLineAsksFirst)
 {
     constexpr const char* question = "Pin 15 of panel-leds is the reset line of the hubs at 80 and 88.";
-    const runResult refused = kestctl({"port", "write", "panel-leds", "low", "--pins", "14,15"});
+    const RunResult refused = kestctl({"port", "write", "panel-leds", "low", "--pins", "14,15"});
     EXPECT_EQ(3, refused.exit);
     EXPECT_EQ(std::string("kestctl: ") + question + " not confirmed; --yes confirms it\n", refused.errors);
     // pin 15 is in the mask
@@ -93,7 +93,7 @@ TEST_F(KestctlPort, AHubsResetLineAsksFirst)
 
 TEST_F(KestctlPort, TheQuestionIsAnsweredOnATerminal)
 {
-    const runResult no =
+    const RunResult no =
         kestctl({"port", "write", "panel-leds", "low", "--pins", "15"}, {.input = "n\n", .terminal = true});
     EXPECT_EQ(3, no.exit);
     EXPECT_THAT(no.output, HasSubstr("reset line of the hubs at 80 and 88. Go on? [y/N] "));
@@ -106,7 +106,7 @@ TEST_F(KestctlPort, TheQuestionIsAnsweredOnATerminal)
 
 TEST_F(KestctlPort, AMissingDeviceIsAbsent)
 {
-    const runResult result = kestctl({"port", "read", "sim:planar,L,9552,C6"});
+    const RunResult result = kestctl({"port", "read", "sim:planar,L,9552,C6"});
     EXPECT_EQ(4, result.exit);
     EXPECT_THAT(result.errors, HasSubstr("kestctl: sim:planar,L,9552,C6: port read: nothing answers; "));
 }
@@ -144,7 +144,7 @@ TEST_F(KestctlThermal, WatchesUntilInterrupted)
             EXPECT_EQ(0x1980, json::parse(*line).at("raw")) << *line;
         }
         watch.sendSignal(signal);
-        const runResult result = watch.finish();
+        const RunResult result = watch.finish();
         EXPECT_EQ(0, result.exit);
         EXPECT_EQ("", result.errors);
         EXPECT_EQ('\n', result.output.back());
@@ -154,7 +154,7 @@ TEST_F(KestctlThermal, WatchesUntilInterrupted)
 TEST_F(KestctlThermal, CountEndsAWatchAndAFailedSampleDoesNot)
 {
     says({"sim", "fault", "add", "nack", "--address", "0x90", "--nth", "2", "--until-reset"});
-    const runResult result = kestctl({"thermal", "read", "inlet-temp", "--watch", "0", "--count", "3", "--json"});
+    const RunResult result = kestctl({"thermal", "read", "inlet-temp", "--watch", "0", "--count", "3", "--json"});
     EXPECT_EQ(4, result.exit);
     std::vector<json> samples;
     std::istringstream lines(result.output);
@@ -169,7 +169,7 @@ TEST_F(KestctlPort, LockFolderThatIsRefusedIsToldWithTheCommandThatMakesItRight)
 {
     const std::string folder = std::filesystem::canonical(machine()).string();
     std::filesystem::permissions(machine(), std::filesystem::perms(0777));
-    const runResult refused = kestctl({"port", "write", "panel-leds", "on", "--pins", "0"});
+    const RunResult refused = kestctl({"port", "write", "panel-leds", "on", "--pins", "0"});
     EXPECT_EQ(3, refused.exit);
     EXPECT_NE(std::string::npos, refused.errors.find("everybody could exchange the locks in '" + folder +
                                                      "'; as its owner: chmod +t '" + folder + "'"))

@@ -46,7 +46,7 @@ TEST_F(KestctlSeeprom, ReadSavesRawBytes)
 
 TEST_F(KestctlSeeprom, RawBytesReachATerminalOnlyWhenForced)
 {
-    const runResult refused = kestctl({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
+    const RunResult refused = kestctl({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
     EXPECT_EQ(3, refused.exit);
     EXPECT_THAT(refused.output, HasSubstr("kestctl: raw bytes are not written to a terminal; name a file by -o"));
     EXPECT_EQ(0, kestctl({"seeprom", "read", "panel-vpd", "-o", "-", "--force"}, {.terminal = true}).exit);
@@ -195,7 +195,7 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
     writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "2", "--count", "1", "--byte",
            "1"});
-    const runResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
+    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(0, written.exit);
     EXPECT_EQ("kestctl: panel-vpd: the reads differed at offsets 0x1\n", written.errors);
     EXPECT_THAT(written.output, HasSubstr("read back and compared"));
@@ -210,7 +210,7 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
            "1"});
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "3", "--count", "1", "--byte",
            "2"});
-    const runResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
+    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(5, written.exit);
     EXPECT_THAT(written.errors, HasSubstr("the reads differed at offsets 0x1 0x2\n"));
     EXPECT_THAT(written.errors, HasSubstr("two reads differ, too: try --voted 5, or a lower --speed [log 0x"));
@@ -247,10 +247,10 @@ TEST_F(KestctlSeeprom, VerifyAndDiff)
     bytes[20] = 'Z';
     bytes[21] = 'Z';
     const std::string other = file("other", bytes);
-    const runResult checked = kestctl({"seeprom", "verify", "panel-vpd", other});
+    const RunResult checked = kestctl({"seeprom", "verify", "panel-vpd", other});
     EXPECT_EQ(5, checked.exit);
     EXPECT_EQ("panel-vpd: 2 of 256 bytes differ, the first at offset 20 (0x14)\n", checked.output);
-    const runResult shown = kestctl({"seeprom", "diff", "panel-vpd", other});
+    const RunResult shown = kestctl({"seeprom", "diff", "panel-vpd", other});
     EXPECT_EQ(5, shown.exit);
     EXPECT_EQ("- 00000010  73 7a 81 88 8f 96 9d a4  ab b2 b9 c0 c7 ce d5 dc  |sz..............|\n"
               "+ 00000010  73 7a 81 88 5a 5a 9d a4  ab b2 b9 c0 c7 ce d5 dc  |sz..ZZ..........|\n",
@@ -275,7 +275,7 @@ TEST_F(KestctlSeeprom, VotesNameTheOffsetsThatWavered)
     writeFile(machine() / "panel.bin", pattern(256, 3));
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "2", "--count", "1", "--byte",
            "6"});
-    const runResult voted = kestctl({"seeprom", "read", "panel-vpd", "--length", "32", "--voted", "3", "-o", "-"});
+    const RunResult voted = kestctl({"seeprom", "read", "panel-vpd", "--length", "32", "--voted", "3", "-o", "-"});
     EXPECT_EQ(0, voted.exit);
     EXPECT_EQ(pattern(256, 3).substr(0, 32), voted.output);
     EXPECT_EQ("kestctl: panel-vpd: the reads differed at offsets 0x6\n", voted.errors);
@@ -299,7 +299,7 @@ TEST_F(KestctlSeeprom, EveryCommandThatVotesNamesTheOffsetsThatWavered)
                "--byte", "6"});
         std::vector<std::string> voting = command;
         voting.insert(voting.end(), {"--voted", "3"});
-        const runResult result = kestctl(voting);
+        const RunResult result = kestctl(voting);
         clearFaults();
         EXPECT_EQ(0, result.exit) << testing::PrintToString(command);
         EXPECT_EQ("kestctl: panel-vpd: the reads differed at offsets 0x6\n", result.errors)
@@ -358,7 +358,7 @@ TEST_F(KestctlSeeprom, NothingIsDoneWithReadsThroughAHubThatDoNotSettle)
                 fault(
                     {kind, "--bus", "planar", "--address", "0x80", "--way", "read", "--nth", attempt, "--count", "1"});
             }
-            const runResult failed = kestctl(command);
+            const RunResult failed = kestctl(command);
             clearFaults();
             EXPECT_EQ(1, failed.exit) << testing::PrintToString(command);
             EXPECT_EQ("", failed.output) << testing::PrintToString(command);
@@ -459,7 +459,7 @@ TEST_F(KestctlSeeprom, NothingIsWrittenToADeviceThatTheTableHasWithAnotherType)
               readFile(toml) + "\n[[device]]\nnumber = 7\nname = \"twin\"\nlocation = \"sim:planar,L,2C0032,A4\"\n");
     EXPECT_EQ("panel-vpd: write: the device table has a 24C32, twin, at A4 = 0x52; --force writes all the same",
               complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}));
-    const runResult listed = kestctl({"devices"});
+    const RunResult listed = kestctl({"devices"});
     EXPECT_EQ(2, listed.exit);
     EXPECT_EQ("kestctl: 'sim:planar,L,1C0002,A4': the device table has a 24C32, twin, there, too\n"
               "kestctl: 'sim:planar,L,2C0032,A4': the device table has a 24C02, panel-vpd, there, too\n",

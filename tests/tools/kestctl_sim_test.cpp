@@ -45,7 +45,7 @@ TEST_F(KestctlSim, AFullDiskIsAFailureAndNoWrongUse)
         {"sim", "show"}, {"detect", "planar-vpd"}, {"scan", "sim:planar"}, {"seeprom", "read", "planar-vpd"}};
     for (const auto& command : commands) {
         std::filesystem::remove(machine() / "machine.state");
-        const runResult result = kestctl(command, {.largestFile = 1024});
+        const RunResult result = kestctl(command, {.largestFile = 1024});
         EXPECT_EQ(1, result.exit) << command.front();
         EXPECT_THAT(result.errors, HasSubstr("machine.state: state file: File too large")) << command.front();
     }
@@ -54,7 +54,7 @@ TEST_F(KestctlSim, AFullDiskIsAFailureAndNoWrongUse)
 TEST_F(KestctlSim, NewRefusesAFolderThatIsInUse)
 {
     const std::string before = readFile(machine() / "kest.toml");
-    const runResult result = run("kestctl", {"sim", "new", machine().string()});
+    const RunResult result = run("kestctl", {"sim", "new", machine().string()});
     EXPECT_EQ(3, result.exit);
     EXPECT_EQ("kestctl: " + machine().string() +
                   ": sim new: there is something in it already, which is not overwritten; name a new folder\n",
@@ -71,7 +71,7 @@ TEST_F(KestctlSim, NewThatFailsLeavesNothingBehindAndCanBeRepeated)
     const auto empty = folder() / "home/empty";
     std::filesystem::create_directories(empty);
     for (const auto& target : {fresh, empty}) {
-        const runResult failed = run("kestctl", {"sim", "new", target.string()}, {.largestFile = 1024});
+        const RunResult failed = run("kestctl", {"sim", "new", target.string()}, {.largestFile = 1024});
         EXPECT_EQ(1, failed.exit);
         EXPECT_EQ("kestctl: " + target.string() + ": make machine: File too large\n", failed.errors);
         EXPECT_FALSE(std::filesystem::exists(fresh));
@@ -79,7 +79,7 @@ TEST_F(KestctlSim, NewThatFailsLeavesNothingBehindAndCanBeRepeated)
     }
     EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(folder() / "home"), {}));
     for (const auto& target : {fresh, empty}) {
-        const runResult made = run("kestctl", {"sim", "new", target.string()});
+        const RunResult made = run("kestctl", {"sim", "new", target.string()});
         EXPECT_EQ(0, made.exit) << made.errors;
         EXPECT_EQ(8, std::distance(std::filesystem::directory_iterator(target), {}));
     }
@@ -99,7 +99,7 @@ TEST_F(KestctlSim, NewTakesAnEmptyFolderThroughALink)
 
 TEST_F(KestctlSim, NewNeedsNoUsableConfiguration)
 {
-    const runResult result = run("kestctl", {"sim", "new", (folder() / "second").string(), "--json"},
+    const RunResult result = run("kestctl", {"sim", "new", (folder() / "second").string(), "--json"},
                                  {.environment = {{"KEST_CONFIG", "/nowhere/kest.toml"}}});
     EXPECT_EQ(0, result.exit) << result.errors;
     EXPECT_EQ((folder() / "second/kest.toml").string(), json::parse(result.output).at("config"));
@@ -160,7 +160,7 @@ TEST_F(KestctlSim, PowerCycleBringsRegistersBackAndLeavesImages)
 TEST_F(KestctlSim, WithoutAMachineItSaysHowToMakeOne)
 {
     writeFile(folder() / "kest.toml", "state = \"state\"\n");
-    const runResult result = run("kestctl", {"--config", (folder() / "kest.toml").string(), "sim", "show"});
+    const RunResult result = run("kestctl", {"--config", (folder() / "kest.toml").string(), "sim", "show"});
     EXPECT_EQ(2, result.exit);
     EXPECT_EQ("kestctl: no simulated machine is configured; 'kestctl sim new DIR' makes one; then set "
               "KEST_CONFIG=DIR/kest.toml\n",
@@ -171,7 +171,7 @@ TEST_F(KestctlSim, ABadMachineFileIsNamed)
 {
     writeFile(machine() / "machine.toml",
               "[[bus]]\nname = \"planar\"\n[[chip]]\nbus = \"planar\"\ntype = \"24C03\"\naddress = 0xA0\n");
-    const runResult result = kestctl({"sim", "show"});
+    const RunResult result = kestctl({"sim", "show"});
     EXPECT_EQ(2, result.exit);
     EXPECT_THAT(result.errors, HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
     EXPECT_THAT(kestctl({"scan", "sim:planar"}).errors,
@@ -208,7 +208,7 @@ TEST_F(KestctlSim, ABadMachineFileOrImageEndsWith2)
                                                              {"sim", "wave", "start", "planar", copy},
                                                              {"sim", "power-cycle"}}) {
             SCOPED_TRACE(command.front() + " " + command.back());
-            const runResult result = kestctl(command);
+            const RunResult result = kestctl(command);
             EXPECT_EQ(2, result.exit);
             EXPECT_THAT(result.errors, HasSubstr(trouble));
             EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;
@@ -226,7 +226,7 @@ int exitAsNobody(const std::filesystem::path& configuration, const std::vector<s
             setuid(nobody->pw_uid) != 0) {
             _exit(99);
         }
-        const runResult result = run("kestctl", arguments, {.environment = {{"KEST_CONFIG", configuration.string()}}});
+        const RunResult result = run("kestctl", arguments, {.environment = {{"KEST_CONFIG", configuration.string()}}});
         std::fputs(result.errors.c_str(), stderr);
         _exit(result.exit);
     }
@@ -259,14 +259,14 @@ TEST_F(KestctlSim, AMachineThatTheUserMayNotUseEndsWith3)
 
 TEST_F(KestctlSim, AFaultOfNoBusOrAddress0IsRefused)
 {
-    struct row {
+    struct Row {
         const char *option, *value, *why;
     };
-    for (const row& wrong :
-         {row{"--address", "0", "kestctl: no chip has address 0; leave --address out for every address\n"},
-          row{"--bus", "", "kestctl: --bus names no bus; leave it out for every bus\n"},
-          row{"--bus", "sim:", "kestctl: --bus names no bus; leave it out for every bus\n"}}) {
-        const runResult result = kestctl({"sim", "fault", "add", "nack", wrong.option, wrong.value});
+    for (const Row& wrong :
+         {Row{"--address", "0", "kestctl: no chip has address 0; leave --address out for every address\n"},
+          Row{"--bus", "", "kestctl: --bus names no bus; leave it out for every bus\n"},
+          Row{"--bus", "sim:", "kestctl: --bus names no bus; leave it out for every bus\n"}}) {
+        const RunResult result = kestctl({"sim", "fault", "add", "nack", wrong.option, wrong.value});
         EXPECT_EQ(2, result.exit) << wrong.option;
         EXPECT_EQ(wrong.why, result.errors);
     }
@@ -288,7 +288,7 @@ TEST_F(KestctlSim, BusesOfOtherNodesAreNamedWithTheNode)
     says({"sim", "wave", "start", "second:riser", file});
     says({"sim", "wave", "stop", "second:riser"});
     for (const char* absent : {"riser", "second:planar", "third:riser", ":planar"}) {
-        const runResult result = kestctl({"sim", "wave", "start", absent, file});
+        const RunResult result = kestctl({"sim", "wave", "start", absent, file});
         EXPECT_EQ(4, result.exit) << absent;
         EXPECT_THAT(result.errors, HasSubstr("the simulated machine has no such bus; it has planar"));
     }
@@ -324,10 +324,10 @@ TEST_F(KestctlSim, WaveformIsDecodedByOthers)
 
 TEST_F(KestctlSim, ARecordingThatCannotBeWrittenFails)
 {
-    const runResult result = kestctl({"sim", "wave", "start", "planar", (folder() / "none/wave.vcd").string()});
+    const RunResult result = kestctl({"sim", "wave", "start", "planar", (folder() / "none/wave.vcd").string()});
     EXPECT_EQ(1, result.exit);
     EXPECT_THAT(result.errors, HasSubstr("wave.vcd: record: No such file or directory"));
-    const runResult stop = kestctl({"sim", "wave", "stop", "planar"});
+    const RunResult stop = kestctl({"sim", "wave", "stop", "planar"});
     EXPECT_EQ(1, stop.exit);
     EXPECT_THAT(stop.errors, HasSubstr("sim:planar: sim wave stop: nothing is being recorded"));
 }
@@ -336,14 +336,14 @@ TEST_F(KestctlSim, ARecordingOverwritesWaveformsAlone)
 {
     const std::string image = readFile(machine() / "system.bin");
     for (const std::filesystem::path& file : {machine() / "system.bin", machine() / "machine.toml", folder()}) {
-        const runResult result = kestctl({"sim", "wave", "start", "planar", file.string()});
+        const RunResult result = kestctl({"sim", "wave", "start", "planar", file.string()});
         EXPECT_EQ(3, result.exit) << file;
         EXPECT_EQ("kestctl: " + file.string() +
                       ": record: what is there is no waveform, and is not overwritten; name a new file\n",
                   result.errors);
     }
     EXPECT_EQ(image, readFile(machine() / "system.bin"));
-    const runResult nameless = kestctl({"sim", "wave", "start", "planar", ""});
+    const RunResult nameless = kestctl({"sim", "wave", "start", "planar", ""});
     EXPECT_EQ(2, nameless.exit);
     EXPECT_EQ("kestctl: the recording's file has no name; name the VCD file to write\n", nameless.errors);
 }
@@ -455,7 +455,7 @@ TEST_F(KestctlErrors, AreFilteredExportedAndCleared)
     // oldest first
     EXPECT_EQ(ids.back(), json::parse(says({"errors", "show", "last", "--json"})).at("id"));
 
-    const runResult unwritable = kestctl({"errors", "export", (folder() / "none/file").string()});
+    const RunResult unwritable = kestctl({"errors", "export", (folder() / "none/file").string()});
     EXPECT_EQ(1, unwritable.exit);
     EXPECT_THAT(unwritable.errors, HasSubstr("none/file: export: No such file or directory"));
     EXPECT_EQ(1, kestctl({"errors", "export", "/dev/full"}).exit);
@@ -495,7 +495,7 @@ TEST_F(KestctlTrace, TellsWhatItLeavesOutAndGoesOn)
     writeFile(traces / "cut.ring", "KESTRING");
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"trace", "--buffer", "kest"}, {"trace", "--list"}}) {
-        const runResult result = kestctl(command);
+        const RunResult result = kestctl(command);
         EXPECT_EQ(1, result.exit);
         EXPECT_THAT(result.errors, HasSubstr("kestctl: " + (traces / "zeroed.ring").string() +
                                              ": trace: its header is zeroed, or was never written; left out\n"));

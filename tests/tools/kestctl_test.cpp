@@ -15,13 +15,13 @@ using testing::StartsWith;
 
 using Kestctl = MachineTest;
 
-struct complaint {
+struct Complaint {
     std::vector<std::string> arguments;
     int exit;
     std::string line; ///< the whole of standard error, without "kestctl: " and the line end
 };
 
-void expectComplaint(const runResult& result, const complaint& expected)
+void expectComplaint(const RunResult& result, const Complaint& expected)
 {
     const std::string command = testing::PrintToString(expected.arguments);
     EXPECT_EQ(expected.exit, result.exit) << command;
@@ -31,7 +31,7 @@ void expectComplaint(const runResult& result, const complaint& expected)
 
 TEST(KestctlHelp, TellsANewUserHowToBegin)
 {
-    const runResult help = run("kestctl", {"--help"});
+    const RunResult help = run("kestctl", {"--help"});
     EXPECT_EQ(0, help.exit);
     EXPECT_EQ("", help.errors);
     for (const char* part :
@@ -46,16 +46,16 @@ TEST(KestctlHelp, TellsANewUserHowToBegin)
 }
 
 /// The lines of a command's help, and the commands that it lists below "Subcommands:".
-struct helpPage {
+struct HelpPage {
     std::vector<std::string> lines, commands;
 };
 
-helpPage helpOf(std::vector<std::string> words)
+HelpPage helpOf(std::vector<std::string> words)
 {
     words.emplace_back("--help");
-    const runResult help = run("kestctl", words);
+    const RunResult help = run("kestctl", words);
     EXPECT_EQ(0, help.exit) << testing::PrintToString(words);
-    helpPage page;
+    HelpPage page;
     std::istringstream text(help.output);
     bool listing = false;
     for (std::string line; std::getline(text, line);) {
@@ -71,7 +71,7 @@ helpPage helpOf(std::vector<std::string> words)
 /// @return how many pages there are below, the one of `words` included
 int checkColumns(const std::vector<std::string>& words)
 {
-    const helpPage page = helpOf(words);
+    const HelpPage page = helpOf(words);
     int pages = 1;
     for (const std::string& line : page.lines) {
         EXPECT_LE(line.size(), 80U) << testing::PrintToString(words) << ": " << line;
@@ -88,7 +88,7 @@ TEST(KestctlHelp, EveryPageFitsEightyColumns) { EXPECT_EQ(46, checkColumns({}));
 
 TEST(KestctlHelp, VersionIsOneLine)
 {
-    const runResult version = run("kestctl", {"--version"});
+    const RunResult version = run("kestctl", {"--version"});
     EXPECT_EQ(0, version.exit);
     EXPECT_THAT(version.output, testing::MatchesRegex("kestctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
     EXPECT_EQ("", version.errors);
@@ -96,7 +96,7 @@ TEST(KestctlHelp, VersionIsOneLine)
 
 TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
 {
-    for (const complaint& expected : std::vector<complaint>{
+    for (const Complaint& expected : std::vector<Complaint>{
              {{}, 2, "A subcommand is required; 'kestctl --help' shows how"},
              {{"port"}, 2, "A subcommand is required; 'kestctl port --help' shows how"},
              {{"scan"}, 2, "BUS is required; 'kestctl scan --help' shows how"},
@@ -207,7 +207,7 @@ TEST_F(Kestctl, AnOddAddressIsExplained)
 
 TEST_F(Kestctl, FailuresAreJsonToo)
 {
-    const runResult result = kestctl({"port", "read", "nosuch", "--json"});
+    const RunResult result = kestctl({"port", "read", "nosuch", "--json"});
     EXPECT_EQ(4, result.exit);
     const json error = json::parse(result.output).at("error");
     EXPECT_EQ("no such device in the device table", error.at("message"));
@@ -219,20 +219,20 @@ TEST_F(Kestctl, FailuresAreJsonToo)
 
 TEST_F(Kestctl, TextsOfStrangersAreEscaped)
 {
-    const runResult result = kestctl({"detect", "sim:\x1b[31mred\n\xff,L,75,90"});
+    const RunResult result = kestctl({"detect", "sim:\x1b[31mred\n\xff,L,75,90"});
     EXPECT_NE(0, result.exit);
     EXPECT_THAT(result.errors, HasSubstr("\\x1B[31mred\\x0A\\xFF"));
     EXPECT_THAT(result.errors, Not(HasSubstr("\x1b")));
     EXPECT_EQ(1, std::count(result.errors.begin(), result.errors.end(), '\n')) << result.errors;
 
-    const runResult asJson = kestctl({"detect", "--json", "sim:\x1b[31mred\n\xff,L,75,90"});
+    const RunResult asJson = kestctl({"detect", "--json", "sim:\x1b[31mred\n\xff,L,75,90"});
     EXPECT_THAT(asJson.output, Not(HasSubstr("\x1b")));
     EXPECT_FALSE(json::parse(asJson.output).at("devices").at(0).at("present").get<bool>());
 }
 
 TEST_F(Kestctl, AFullDiskIsTold)
 {
-    const runResult result = kestctl({"devices"}, {.outputTo = "/dev/full"});
+    const RunResult result = kestctl({"devices"}, {.outputTo = "/dev/full"});
     EXPECT_EQ(1, result.exit);
     EXPECT_EQ("kestctl: standard output: write: No space left on device\n", result.errors);
 }
@@ -249,7 +249,7 @@ TEST_F(Kestctl, AReaderThatGoesAwayIsNoFailure)
              {0, {"thermal", "read", "inlet-temp", "--watch", "0.01"}},
              // what it found out still counts
              {5, {"seeprom", "verify", "panel-vpd", other}}}) {
-        const runResult result = kestctl(command, {.closeOutput = true});
+        const RunResult result = kestctl(command, {.closeOutput = true});
         EXPECT_EQ(exit, result.exit) << testing::PrintToString(command);
         EXPECT_EQ(0, result.signal) << testing::PrintToString(command);
         EXPECT_EQ("", result.errors) << testing::PrintToString(command);
@@ -273,7 +273,7 @@ TEST_F(Kestctl, AnUnusableConfigurationIsTold)
 {
     const std::filesystem::path file = folder() / "bad.toml";
     writeFile(file, "state = \"s\"\nnonsense = 1\n");
-    const runResult result = run("kestctl", {"--config", file.string(), "devices"});
+    const RunResult result = run("kestctl", {"--config", file.string(), "devices"});
     EXPECT_EQ(2, result.exit);
     EXPECT_THAT(result.errors, StartsWith("kestctl: " + file.string() + ":2:1: key 'nonsense'"));
     const std::string missing = (folder() / "none.toml").string();
@@ -283,7 +283,7 @@ TEST_F(Kestctl, AnUnusableConfigurationIsTold)
 
 TEST_F(Kestctl, ConfigurationByOptionBeatsTheEnvironment)
 {
-    const runResult result = run("kestctl", {"--config", (machine() / "kest.toml").string(), "devices"},
+    const RunResult result = run("kestctl", {"--config", (machine() / "kest.toml").string(), "devices"},
                                  {.environment = {{"KEST_CONFIG", "/nowhere/kest.toml"}}});
     EXPECT_EQ(0, result.exit) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("planar-vpd"));

@@ -15,12 +15,12 @@ using client::outcome;
 constexpr const char* direct = "sim:planar,L,2C0256,A0";
 constexpr const char* behindHub = "sim:planar,L,922,80,3,2C0128,A2";
 
-struct faultRow {
+struct FaultRow {
     std::vector<std::string> words; ///< behind `sim fault add`
     const char* device;
     bool reads;
 };
-const faultRow faults[] = {
+const FaultRow faults[] = {
     {{"nack", "--address", "0xA0"}, direct, true},
     {{"nack", "--address", "0xA0"}, direct, false},
     {{"nack-data", "--address", "0xA0", "--byte", "3"}, direct, false},
@@ -85,9 +85,9 @@ protected:
               std::to_string(service), std::to_string(service), std::to_string(users)}) {
             runner.push_back(word);
         }
-        m_daemon.emplace(folder(), std::vector<std::string>{"--config", (machine() / "kest.toml").string()}, -1,
-                         std::map<std::string, std::string>{}, runner);
-        ASSERT_TRUE(m_daemon->isReady()) << m_daemon->errors();
+        mDaemon.emplace(folder(), std::vector<std::string>{"--config", (machine() / "kest.toml").string()}, -1,
+                        std::map<std::string, std::string>{}, runner);
+        ASSERT_TRUE(mDaemon->isReady()) << mDaemon->errors();
     }
     [[nodiscard]] client::Connection connect() const
     {
@@ -105,7 +105,7 @@ protected:
     {
         client::Connection connection = connect();
         const std::vector<std::uint8_t> data(8, 0x5A);
-        for (const faultRow& fault : faults) {
+        for (const FaultRow& fault : faults) {
             std::vector<std::string> words{"sim", "fault", "add"};
             words.insert(words.end(), fault.words.begin(), fault.words.end());
             says(words);
@@ -136,7 +136,7 @@ protected:
     static constexpr uid_t service = 61234;
     static constexpr gid_t users = 61300;
 
-    std::optional<Daemon> m_daemon;
+    std::optional<Daemon> mDaemon;
 };
 
 TEST_F(KestdUnderItsUnit, ReadsWritesAndFails)
@@ -144,9 +144,9 @@ TEST_F(KestdUnderItsUnit, ReadsWritesAndFails)
     start(false);
     readAndWrite();
     failEveryWay();
-    EXPECT_TRUE(m_daemon->reload());
+    EXPECT_TRUE(mDaemon->reload());
     readAndWrite();
-    EXPECT_EQ(0, m_daemon->stop()) << m_daemon->errors();
+    EXPECT_EQ(0, mDaemon->stop()) << mDaemon->errors();
 }
 
 TEST_F(KestdUnderItsUnit, CallsNothingThatIsRefused)
@@ -154,9 +154,9 @@ TEST_F(KestdUnderItsUnit, CallsNothingThatIsRefused)
     start(true);
     readAndWrite();
     failEveryWay();
-    EXPECT_TRUE(m_daemon->reload());
+    EXPECT_TRUE(mDaemon->reload());
     readAndWrite();
-    EXPECT_EQ(0, m_daemon->stop()) << m_daemon->errors();
+    EXPECT_EQ(0, mDaemon->stop()) << mDaemon->errors();
 }
 
 TEST_F(KestdUnderItsUnit, ItsSharedFilesAreOpenToAllUsersOfTheBus)
@@ -165,7 +165,7 @@ TEST_F(KestdUnderItsUnit, ItsSharedFilesAreOpenToAllUsersOfTheBus)
     readAndWrite();
     says({"sim", "fault", "add", "nack", "--address", "0xA0"});
     EXPECT_EQ(outcome::failed, connect().readSeeprom(direct, 0, 8).what);
-    EXPECT_EQ(0, m_daemon->stop());
+    EXPECT_EQ(0, mDaemon->stop());
     EXPECT_EQ(service, about("iic.planar.lock").st_uid);
     EXPECT_EQ(users, about("iic.planar.lock").st_gid);
     EXPECT_EQ(S_IFREG | mode_t{0660}, about("iic.planar.lock").st_mode);

@@ -111,7 +111,7 @@ TEST_F(KestdTest, EntriesAreInTheLog)
     start();
     const answer got = connect().request(0x8003, {});
     EXPECT_EQ(0, daemon().stop());
-    const runResult shown = run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "list"});
+    const RunResult shown = run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "list"});
     std::array<char, 16> hex{};
     std::snprintf(hex.data(), hex.size(), "%08X", got.logId);
     EXPECT_NE(std::string::npos, shown.output.find(hex.data())) << shown.output << shown.errors;
@@ -126,7 +126,7 @@ protected:
     /// @param service  lines of the section [service]
     void serveMachine(const std::string& service = "", const std::string& mode = "HWareMode")
     {
-        const runResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
+        const RunResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
         ASSERT_EQ(0, made.exit) << made.errors;
         configure(service, mode,
                   "[machine]\nfolder = \"machine\"\n"
@@ -302,7 +302,7 @@ TEST_F(KestdTest, LengthZeroReadsTheRestOfTheCopy)
 
 TEST_F(KestdTest, LengthZeroReadsTheWholeDeviceWhereThereIsNoCopy)
 {
-    const runResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
+    const RunResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
     ASSERT_EQ(0, made.exit) << made.errors;
     std::filesystem::remove(copyFile());
     const std::string image = readFile(folder() / "machine/system.bin");
@@ -372,7 +372,7 @@ int asNobody(const std::function<int()>& body, const std::vector<gid_t>& groups 
     return exitOf(startAsNobody(body, groups));
 }
 
-using pauseFunction = std::function<bool()>; ///< waits for the other process; returns whether that has done its part
+using PauseFunction = std::function<bool()>; ///< waits for the other process; returns whether that has done its part
 
 /// Runs `body` as nobody. Where it calls the pause that it is given, it waits until `meanwhile` has run in this
 /// process. There is no second thread: a child of a process with threads could wait for ever for the allocator's lock
@@ -459,7 +459,7 @@ TEST_F(KestdPermissions, RefusalIsClearAndHasAnEntry)
     EXPECT_EQ(0, daemon().stop());
     std::array<char, 16> hex{};
     std::snprintf(hex.data(), hex.size(), "0x%08X", logId);
-    const runResult shown =
+    const RunResult shown =
         run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "show", hex.data()});
     EXPECT_NE(std::string::npos, shown.output.find("80001601")) << shown.output << shown.errors;
     EXPECT_NE(std::string::npos, shown.output.find("user 65534 is not permitted to write"))
@@ -815,7 +815,7 @@ TEST_F(KestdTest, WithoutMemoryARequestFailsAndTheServiceStays)
 /// Requests that wait for devices: the bus is busy with other clients' writes all the while.
 TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
 {
-    const runResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
+    const RunResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
     ASSERT_EQ(0, made.exit) << made.errors;
     configure("", "HWareMode",
               "[machine]\nfolder = \"machine\"\ntime = \"real\"\n[[device]]\nnumber = 17\nlocation = "
@@ -924,7 +924,7 @@ TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)
     EXPECT_TRUE(std::filesystem::exists(socketPath()));
     start();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
-    const runResult second = run("kestd", {"--config", (folder() / "kest.toml").string()});
+    const RunResult second = run("kestd", {"--config", (folder() / "kest.toml").string()});
     EXPECT_EQ(1, second.exit);
     EXPECT_NE(std::string::npos, second.errors.find("another service listens there")) << second.errors;
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
@@ -964,7 +964,7 @@ TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
         if (!exhaustLocks()) {
             _exit(notAllowed);
         }
-        const runResult result =
+        const RunResult result =
             run("kestd", {"--config", (folder() / "kest.toml").string(), "--socket", socketPath()});
         writeFile(folder() / "said", result.errors);
         _exit(result.exit);
@@ -1035,7 +1035,7 @@ TEST_F(KestdTest, WatchdogIsFed)
 TEST_F(KestdTest, WrongConfigurationAtStartAndAtReload)
 {
     writeFile(folder() / "wrong.toml", "state = 5\n");
-    const runResult refused = run("kestd", {"--config", (folder() / "wrong.toml").string()});
+    const RunResult refused = run("kestd", {"--config", (folder() / "wrong.toml").string()});
     EXPECT_EQ(2, refused.exit);
     EXPECT_NE(std::string::npos, refused.errors.find("wrong.toml:1:9: key 'state'")) << refused.errors;
     start();
@@ -1073,7 +1073,7 @@ TEST_F(KestdTest, ReloadChangesTheReadMode)
 
 TEST(KestdOptions, HelpVersionAndWrongUse)
 {
-    const runResult help = run("kestd", {"--help"});
+    const RunResult help = run("kestd", {"--help"});
     EXPECT_EQ(0, help.exit);
     for (const char* text : {"--config", "--socket", "--version", "SIGTERM", "SIGHUP"}) {
         EXPECT_NE(std::string::npos, help.output.find(text)) << text;
@@ -1089,11 +1089,11 @@ TEST(KestdOptions, SocketThatCannotBe)
 {
     TemporaryFolder folder;
     writeFile(folder.path() / "kest.toml", "state = \"state\"\n");
-    const runResult tooLong =
+    const RunResult tooLong =
         run("kestd", {"--config", (folder.path() / "kest.toml").string(), "--socket", std::string(200, 'x')});
     EXPECT_EQ(1, tooLong.exit);
     EXPECT_NE(std::string::npos, tooLong.errors.find("107 bytes"));
-    const runResult nowhere =
+    const RunResult nowhere =
         run("kestd", {"--config", (folder.path() / "kest.toml").string(), "--socket", "/proc/none/kestd.socket"});
     EXPECT_EQ(1, nowhere.exit);
     EXPECT_NE(std::string::npos, nowhere.errors.find("/proc/none/kestd.socket"));

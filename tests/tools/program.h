@@ -98,7 +98,7 @@ private:
     std::vector<char*> m_pointers;
 };
 
-struct runOptions {
+struct RunOptions {
     std::string input = {}; ///< given to standard input, then its end
     std::map<std::string, std::string> environment = {}; ///< set on top of this process's own
     std::filesystem::path folder = {}; ///< working folder
@@ -111,7 +111,7 @@ struct runOptions {
     std::chrono::milliseconds limit = 60'000ms; ///< the program is killed after this, and `signal` says so
 };
 
-struct runResult {
+struct RunResult {
     int exit = -1; ///< exit code; -1 when a signal ended it
     int signal = 0;
     std::string output;
@@ -123,7 +123,7 @@ class Program
 {
 public:
     /// @param name  of a program of the build; run by the emulator when there is one
-    Program(const std::string& name, std::vector<std::string> arguments, runOptions options = {})
+    Program(const std::string& name, std::vector<std::string> arguments, RunOptions options = {})
         : m_options(std::move(options)), m_deadline(std::chrono::steady_clock::now() + m_options.limit)
     {
         std::vector<std::string> command = emulator();
@@ -174,7 +174,7 @@ public:
     }
 
     /// Takes all the output there is and waits for the end.
-    runResult finish()
+    RunResult finish()
     {
         m_finishing = true;
         while (pump()) {
@@ -341,9 +341,9 @@ private:
         }
     }
 
-    runOptions m_options;
+    RunOptions m_options;
     std::chrono::steady_clock::time_point m_deadline;
-    runResult m_result;
+    RunResult m_result;
     std::size_t m_lineStart = 0;
     bool m_finishing = false;
     pid_t m_pid = -1;
@@ -353,7 +353,7 @@ private:
 };
 
 /// Runs a program to its end.
-inline runResult run(const std::string& name, std::vector<std::string> arguments, runOptions options = {})
+inline RunResult run(const std::string& name, std::vector<std::string> arguments, RunOptions options = {})
 {
     return Program(name, std::move(arguments), std::move(options)).finish();
 }
@@ -364,7 +364,7 @@ class MachineTest : public ::testing::Test
 protected:
     MachineTest()
     {
-        const runResult made = run("kestctl", {"sim", "new", machine().string()});
+        const RunResult made = run("kestctl", {"sim", "new", machine().string()});
         EXPECT_EQ(0, made.exit) << made.output << made.errors;
     }
 
@@ -372,12 +372,12 @@ protected:
     [[nodiscard]] std::filesystem::path folder() const { return m_folder.path(); }
 
     /// Options with the machine configured.
-    [[nodiscard]] runOptions configured(runOptions options = {}) const
+    [[nodiscard]] RunOptions configured(RunOptions options = {}) const
     {
         options.environment.emplace("KEST_CONFIG", (machine() / "kest.toml").string());
         return options;
     }
-    [[nodiscard]] runResult kestctl(std::vector<std::string> arguments, runOptions options = {}) const
+    [[nodiscard]] RunResult kestctl(std::vector<std::string> arguments, RunOptions options = {}) const
     {
         return run("kestctl", std::move(arguments), configured(std::move(options)));
     }
@@ -394,9 +394,9 @@ protected:
         return run("kestctl", {"--version"}, {.stranger = true}).exit == 0;
     }
     /// kestctl's standard output; the test fails when it does not end with exit code 0 and nothing on standard error.
-    std::string says(std::vector<std::string> arguments, runOptions options = {}) const
+    std::string says(std::vector<std::string> arguments, RunOptions options = {}) const
     {
-        const runResult result = kestctl(std::move(arguments), std::move(options));
+        const RunResult result = kestctl(std::move(arguments), std::move(options));
         EXPECT_EQ(0, result.exit) << result.errors;
         EXPECT_EQ("", result.errors);
         return result.output;

@@ -21,10 +21,10 @@ protected:
         return (folder() / name).string();
     }
     /// The one line that a failing command says, after "kestctl: ".
-    std::string complaint(int exit, std::vector<std::string> arguments, runOptions options = {}) const
+    std::string complaint(int exit, std::vector<std::string> arguments, RunOptions options = {}) const
     {
         const std::string command = testing::PrintToString(arguments);
-        const runResult result = kestctl(std::move(arguments), std::move(options));
+        const RunResult result = kestctl(std::move(arguments), std::move(options));
         EXPECT_EQ(exit, result.exit) << command << result.errors;
         EXPECT_THAT(result.errors, testing::StartsWith("kestctl: ")) << command;
         EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;

@@ -47,7 +47,7 @@ TEST_F(ClosedStreams, KestctlPrintsIntoNoFileOfItsOwn)
 
 TEST_F(ClosedStreams, KestctlReadsNoFileOfItsOwn)
 {
-    const runResult result =
+    const RunResult result =
         kestctl({"seeprom", "write", "planar-vpd", "--input", "-", "--yes"}, {.input = "bytes", .closed = {0}});
     EXPECT_EQ(2, result.exit) << "standard input has ended: there is nothing to write; " << result.errors;
 }
@@ -76,7 +76,7 @@ TEST(Startup, IsAheadOfInitialisers)
         EXPECT_TRUE(openAtLoad);
     } else {
         for (const std::vector<int>& closed : ways) {
-            const runResult again = run("../tests/tools_tests", {"--gtest_filter=Startup.IsAheadOfInitialisers"},
+            const RunResult again = run("../tests/tools_tests", {"--gtest_filter=Startup.IsAheadOfInitialisers"},
                                         {.environment = {{"KEST_STARTED_WITHOUT_STREAMS", "yes"}}, .closed = closed});
             EXPECT_EQ(0, again.exit) << testing::PrintToString(closed) << again.output << again.errors;
         }
