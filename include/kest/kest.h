@@ -5,6 +5,7 @@
 #include "kest/dataport.h"
 #include "kest/detect.h"
 #include "kest/message.h"
+#include "kest/reasons.h"
 #include "kest/seeprom.h"
 #include "kest/text.h"
 #include "kest/thermal.h"

@@ -1,15 +1,13 @@
 #include "kest955x.h"
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <memory>
 #include <new>
-#include <span>
 
-#include "kesterrorlog.h"
+#include "kestdevicetypes.h"
+#include "kestfailure.h"
+#include "kestsession.h"
 #include "kesttrace.h"
-#include "kestwobu.h"
 
 namespace kest
 {
@@ -31,57 +29,11 @@ namespace
 {
 
 constexpr char sourceId[] = "kest955x";
-
-/// A routine of this unit, as its failures name it.
-struct routine {
-    const char* name;
-    std::uint32_t module;
-};
-constexpr routine readRoutine{"Read", 24};
-constexpr routine writeRoutine{"Write", 25};
-constexpr routine generalConfigRoutine{"GeneralConfig", 35};
-constexpr routine rawConfigRoutine{"RawConfig", 36};
-constexpr routine hubResetRoutine{"Write_922Hub_Reset", 37};
-
-/// The registers that hold one function's bits, lowest pins first. 0x10 in a register byte lets the chip step through
-/// them.
-struct registerRange {
-    kest_deviceType type;
-    std::uint8_t first;
-    std::uint8_t bytes;
-};
-constexpr std::array<registerRange, 4> outputRegisters{
-    {{KEST_DEV_9551, 0x15, 2}, {KEST_DEV_9552, 0x16, 4}, {KEST_DEV_9554, 0x01, 1}, {KEST_DEV_9555, 0x02, 2}}};
-// The 9552's two input registers are read one by one.
-constexpr std::array<registerRange, 6> inputRegisters{{{KEST_DEV_9551, 0x00, 1},
-                                                       {KEST_DEV_9552, 0x00, 1},
-                                                       {KEST_DEV_9554, 0x00, 1},
-                                                       {KEST_DEV_9555, 0x00, 2},
-                                                       {KEST_DEV_75, 0x00, 2},
-                                                       {KEST_DEV_92, 0x00, 2}}};
-constexpr std::array<registerRange, 2> directionRegisters{{{KEST_DEV_9554, 0x03, 1}, {KEST_DEV_9555, 0x06, 2}}};
-
-constexpr std::uint8_t noRegister = 0xFF;
-
-/// A device's registers by raw configuration, 0 to 7.
-struct rawRegisterRow {
-    kest_deviceType type;
-    std::array<std::uint8_t, 8> registers;
-};
-constexpr std::array<rawRegisterRow, 4> rawRegisters{{
-    {KEST_DEV_9551, {0xFF, 0xFF, 0x01, 0x02, 0x03, 0x04, 0xFF, 0xFF}},
-    {KEST_DEV_9552, {0xFF, 0xFF, 0x02, 0x03, 0x04, 0x05, 0xFF, 0xFF}},
-    {KEST_DEV_9554, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x02, 0xFF}},
-    {KEST_DEV_9555, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x04, 0x05}},
-}};
-
-std::uint8_t rawRegister(kest_deviceType type, kest_dpConfig config)
-{
-    const auto* const row = std::ranges::find(rawRegisters, type, &rawRegisterRow::type);
-    return row != rawRegisters.end() && config < row->registers.size() ? row->registers[config] : noRegister;
-}
-
-constexpr bool isLedDriver(kest_deviceType type) { return type == KEST_DEV_9551 || type == KEST_DEV_9552; }
+constexpr routine readRoutine{"Read", KEST_MODULE_PORT_READ, sourceId};
+constexpr routine writeRoutine{"Write", KEST_MODULE_PORT_WRITE, sourceId};
+constexpr routine generalConfigRoutine{"GeneralConfig", KEST_MODULE_PORT_DIRECTIONS, sourceId};
+constexpr routine rawConfigRoutine{"RawConfig", KEST_MODULE_PORT_RAW, sourceId};
+constexpr routine hubResetRoutine{"Write_922Hub_Reset", KEST_MODULE_PORT_HUB_RESET, sourceId};
 
 /// Output state of up to 16 pins. An LED driver has a selector of two bits a pin, here apart; an expander only the low
 /// one.
@@ -137,98 +89,80 @@ pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t
 struct portRun {
     const Dp955xRequest& request;
     const routine& self;
+    const deviceType& type = kest_typeOf(request.deviceType);
     ErrlEntry* entry = nullptr;
+    failureReport report{self, entry};
+    iicSession session{entry};
     EdalDevice* device = nullptr;
-    mern_t handle = MERN_INVALID;
-    bool opened = false;
     bool locked = false;
     std::unique_ptr<EdalDeviceOperation> operation{};
-    kest_errorDetails details{};
 };
 
-/// Ends a step: traces a failure and notes its site.
-bool passed(portRun& run, int line = __builtin_LINE())
+bool passed(portRun& run, std::uint32_t line = __builtin_LINE())
 {
-    if (run.entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("step of a data port routine failed"), " %s", line, 0,
-                             run.self.name);
-        kest_attachSoftwareError(run.details, run.entry->getRC(), run.self.module, static_cast<std::uint32_t>(line));
-    }
-    return run.entry == nullptr;
+    return run.report.passed(traceHash("step of a data port routine failed"), line);
 }
 
 /// Asks for an SRC without a callout that says what about the request cannot be done.
-void refuse(portRun& run, std::uint32_t reason, std::uint32_t userData3 = 0, int line = __builtin_LINE())
+void refuse(portRun& run, kest_reason reason, std::uint32_t userData3 = 0, int line = __builtin_LINE())
 {
     trace_wobu_write_all(kest_trace, traceHash("data port request not possible on this type"), " %s", line, 0,
                          run.self.name);
-    kest_requestSrc(run.details, run.self.module, reason, EPUB_SUBSYSTEM_SOFTWARE, static_cast<std::uint32_t>(line),
-                    run.request.deviceType, userData3);
-    kest_setReturnCode(run.details, 0x80000000 | reason);
+    kest_requestSrc(run.report.details, run.self.module, reason, EPUB_SUBSYSTEM_SOFTWARE,
+                    static_cast<std::uint32_t>(line), run.request.deviceType, userData3);
+    kest_setReturnCode(run.report.details, kest_classFailure | reason);
 }
 
 /// Refuses what is missing. @param pointer  for user data word 2
 bool refuseMissing(portRun& run, const void* pointer, int line = __builtin_LINE())
 {
-    trace_wobu_write_all(kest_trace, traceHash("no device for a data port request"), " %s", line, 0, run.self.name);
-    kest_describeFailure(run.details, run.self.module, 0x132B, static_cast<std::uint32_t>(line),
-                         static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer)));
-    return false;
+    return run.report.fail(traceHash("no device for a data port request"), KEST_REASON_MISSING,
+                           static_cast<std::uint32_t>(line),
+                           static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer)), line);
 }
 
-/// @return the registers of the request's type. An unlisted type is reported, and served with register 0 and no data,
-/// on purpose.
-registerRange findRegisters(portRun& run, std::span<const registerRange> ranges)
+/// Reports a type without such registers. It is served with register 0 and no data all the same, on purpose.
+void checkRegisters(portRun& run, const registerRange& range)
 {
-    const auto found = std::ranges::find(ranges, run.request.deviceType, &registerRange::type);
-    registerRange range{run.request.deviceType, 0, 0};
-    if (found != ranges.end()) {
-        range = *found;
-    } else {
-        refuse(run, 0x132C);
+    if (range.bytes == 0) {
+        refuse(run, KEST_REASON_DEVICE_TYPE);
     }
-    return range;
-}
-
-void dropOperation(portRun& run)
-{
-    run.device->setOperation(nullptr);
-    run.operation.reset();
 }
 
 bool runOperation(portRun& run)
 {
     run.device->setOperation(run.operation.get());
-    run.entry = run.device->doOperation(run.handle);
+    run.entry = run.device->doOperation(run.session.handle);
     return passed(run);
 }
 
 /// Makes the next operation, in place of the one before.
 template <typename Operation>
-bool makeOperation(portRun& run, std::uint8_t registerByte, std::uint8_t bytes)
+bool makeOperation(portRun& run, const registerRange& range)
 {
-    dropOperation(run);
-    run.operation.reset(new (std::nothrow) Operation(registerByte, bytes));
+    run.device->setOperation(nullptr);
+    run.operation.reset();
+    run.operation.reset(new (std::nothrow) Operation(range.first, range.bytes));
     return (run.operation && run.operation->getBuffer() != nullptr) || refuseMissing(run, run.operation.get());
 }
 
 /// Reads registers. @param[out] value  the first byte read is the least significant; left alone on a failure
 bool readRegisters(portRun& run, const registerRange& range, std::uint32_t& value)
 {
-    const bool done = makeOperation<Dp955xOps::ReadRegister>(run, range.first, range.bytes) && runOperation(run);
-    if (done) {
-        value = 0;
-        for (unsigned int byte = 0; byte < range.bytes; ++byte) {
-            value |= std::uint32_t{run.operation->getBuffer()[byte]} << (8 * byte);
-        }
+    if (!makeOperation<Dp955xOps::ReadRegister>(run, range) || !runOperation(run)) {
+        return false;
     }
-    return done;
+    value = 0;
+    for (unsigned int byte = 0; byte < range.bytes; ++byte) {
+        value |= std::uint32_t{run.operation->getBuffer()[byte]} << (8 * byte);
+    }
+    return true;
 }
 
 /// The last step of a routine: a failure is in the run's entry.
 void writeRegisters(portRun& run, const registerRange& range, std::uint32_t value)
 {
-    if (makeOperation<Dp955xOps::WriteRegister>(run, range.first, range.bytes)) {
+    if (makeOperation<Dp955xOps::WriteRegister>(run, range)) {
         for (unsigned int byte = 0; byte < range.bytes; ++byte) {
             run.operation->getBuffer()[1 + byte] = static_cast<std::uint8_t>(value >> (8 * byte));
         }
@@ -252,29 +186,27 @@ bool linkDevice(portRun& run)
 
 bool openDevice(portRun& run)
 {
-    kest_wobuOpen(run.handle, run.entry, run.request.deviceInfo->devicePath, run.request.deviceInfo->nodeName);
-    run.opened = run.entry == nullptr;
+    run.session.open(*run.request.deviceInfo);
     return passed(run);
 }
 
 bool sendBlock(portRun& run)
 {
-    kest_iicConfigBlock block{};
+    mern_iic_block block{};
     kest_wobuBuildConfig(run.request.deviceInfo->addressList, 5, true, &block, run.request.attributes, 0);
-    kest_wobuConfig(run.handle, run.entry, kest_configSet, WOBU_IIC_BLOCK, &block, sizeof block);
+    run.session.setBlock(block);
     return passed(run);
 }
 
 bool sendSpeed(portRun& run)
 {
-    kest_attributeValue speedKhz = run.request.attributes[KEST_ATTR_BUS_SPEED];
-    kest_wobuConfig(run.handle, run.entry, kest_configSet, WOBU_IIC_SPEED, &speedKhz, sizeof speedKhz);
+    run.session.setSpeed(run.request.attributes[KEST_ATTR_BUS_SPEED]);
     return passed(run);
 }
 
 bool lockDevice(portRun& run)
 {
-    run.entry = run.device->lockDevice(run.handle);
+    run.entry = run.device->lockDevice(run.session.handle);
     run.locked = run.entry == nullptr;
     return passed(run);
 }
@@ -282,32 +214,28 @@ bool lockDevice(portRun& run)
 /// A clean-up step's failure is the result when nothing failed before, else it is committed by itself.
 void settleLate(portRun& run, ErrlEntry* late)
 {
-    if (late != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("clean-up of a data port routine failed"), " %s", __LINE__, 0,
-                             run.self.name);
-        if (run.entry == nullptr) {
-            run.entry = kest_takeOver(late);
-        } else {
-            late->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
-            delete late;
-        }
+    if (late == nullptr) {
+        return;
+    }
+    trace_wobu_write_all(kest_trace, traceHash("clean-up of a data port routine failed"), " %s", __LINE__, 0,
+                         run.self.name);
+    if (run.entry == nullptr) {
+        run.entry = kest_takeOver(late);
+    } else {
+        late->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
+        delete late;
     }
 }
 
 ErrlEntry* cleanUp(portRun& run)
 {
     if (run.locked) {
-        settleLate(run, run.device->unlockDevice(run.handle));
+        settleLate(run, run.device->unlockDevice(run.session.handle));
     }
-    if (run.opened) {
-        ErrlEntry* late = nullptr;
-        kest_wobuClose(run.handle, late);
-        settleLate(run, late);
-    }
+    settleLate(run, run.session.close());
     deleteDeviceLink(run.device);
     run.operation.reset();
-    kest_logError(run.entry, &run.details, sourceId);
-    return run.entry;
+    return run.report.finish();
 }
 
 /// The frame around a routine's body: device object, open, configuration, lock, body, clean-up.
@@ -324,53 +252,54 @@ ErrlEntry* runOnDevice(const Dp955xRequest* request, const routine& self, Body b
 
 void changeOutputs(portRun& run, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask)
 {
-    const bool ledDriver = isLedDriver(run.request.deviceType);
-    const registerRange range = findRegisters(run, outputRegisters);
+    checkRegisters(run, run.type.outputs);
     std::uint32_t value = 0;
-    if (readRegisters(run, range, value)) {
-        const pinMasks pins = ledDriver ? splitSelectors(value) : pinMasks{value, 0};
+    if (readRegisters(run, run.type.outputs, value)) {
+        const pinMasks pins = run.type.ledDriver ? splitSelectors(value) : pinMasks{value, 0};
         const pinMasks changed = applyOperation(pins, operation, bits, mask);
-        writeRegisters(run, range, ledDriver ? joinSelectors(changed) : changed.low);
+        writeRegisters(run, run.type.outputs, run.type.ledDriver ? joinSelectors(changed) : changed.low);
     }
 }
 
 void readInputs(portRun& run, std::uint32_t mask, std::uint32_t& value)
 {
-    const kest_deviceType type = run.request.deviceType;
-    const registerRange range = findRegisters(run, inputRegisters);
-    bool done = readRegisters(run, range, value);
-    if (done && type == KEST_DEV_9552) {
-        std::uint32_t upper = 0;
-        done = readRegisters(run, {type, 0x01, 1}, upper);
-        value |= upper << 8;
+    checkRegisters(run, run.type.inputs);
+    if (!readRegisters(run, run.type.inputs, value)) {
+        return;
     }
-    if (done) {
-        value &= mask;
-        if (type == KEST_DEV_75 || type == KEST_DEV_92) {
-            value = ((value >> 8) | (value << 8)) & 0xFFFF;
+    if (run.type.upperInputs.bytes != 0) {
+        std::uint32_t upper = 0;
+        const bool done = readRegisters(run, run.type.upperInputs, upper);
+        value |= upper << 8;
+        if (!done) {
+            return;
         }
+    }
+    value &= mask;
+    if (run.type.highByteFirst) {
+        value = ((value >> 8) | (value << 8)) & 0xFFFF;
     }
 }
 
 void changeDirections(portRun& run, kest_dpConfig config, std::uint32_t bits)
 {
-    const registerRange range = findRegisters(run, directionRegisters);
+    checkRegisters(run, run.type.directions);
     std::uint32_t value = 0;
-    if (readRegisters(run, range, value)) {
+    if (readRegisters(run, run.type.directions, value)) {
         if (config == KEST_DP_CONFIG_INPUT || config == KEST_DP_CONFIG_OUTPUT) {
             value = setOrClear(value, bits, config == KEST_DP_CONFIG_INPUT);
         }
-        writeRegisters(run, range, value);
+        writeRegisters(run, run.type.directions, value);
     }
 }
 
 void writeRaw(portRun& run, kest_dpConfig config, std::uint32_t value)
 {
-    const std::uint8_t registerByte = rawRegister(run.request.deviceType, config);
+    const std::uint8_t registerByte = config < run.type.raw.size() ? run.type.raw[config] : noRegister;
     if (registerByte == noRegister) {
-        refuse(run, 0x132D, config);
+        refuse(run, KEST_REASON_NO_REGISTER, config);
     } else {
-        writeRegisters(run, {run.request.deviceType, registerByte, 1}, value);
+        writeRegisters(run, {registerByte, 1}, value);
     }
 }
 
@@ -388,15 +317,13 @@ ErrlEntry* Read(const Dp955xRequest* request, std::uint32_t mask, std::uint32_t*
 
 ErrlEntry* GeneralConfig(const Dp955xRequest* request, kest_dpConfig config, std::uint32_t bits)
 {
-    ErrlEntry* entry = nullptr;
-    if (request->deviceInfo != nullptr && isLedDriver(request->deviceType)) {
+    if (request->deviceInfo != nullptr && kest_typeOf(request->deviceType).ledDriver) {
         const traceScope scope{generalConfigRoutine.name};
         trace_wobu_write_all(kest_trace, traceHash("device without pin directions"), " %s,%x", __LINE__, 0,
                              generalConfigRoutine.name, static_cast<unsigned int>(request->deviceType));
-    } else {
-        entry = runOnDevice(request, generalConfigRoutine, [=](portRun& run) { changeDirections(run, config, bits); });
+        return nullptr;
     }
-    return entry;
+    return runOnDevice(request, generalConfigRoutine, [=](portRun& run) { changeDirections(run, config, bits); });
 }
 
 ErrlEntry* RawConfig(const Dp955xRequest* request, kest_dpConfig config, std::uint32_t value)
@@ -409,7 +336,7 @@ ErrlEntry* Write_922Hub_Reset(const Dp955xRequest* request, kest_dpOperation ope
 {
     const traceScope scope{hubResetRoutine.name};
     portRun run{.request = *request, .self = hubResetRoutine};
-    run.handle = *handle;
+    run.session.handle = *handle;
     if (linkDevice(run) && sendBlock(run)) {
         changeOutputs(run, operation, bits, mask);
     }

@@ -1,4 +1,4 @@
-/// Device type tables and attribute defaults that the units share.
+/// Questions about device types and chains, and the attribute defaults.
 #pragma once
 
 #include <array>
@@ -20,6 +20,9 @@ std::uint32_t kest_pageSize(kest_deviceType type);
 
 /// @return whether the type is one of the six SEEPROMs.
 bool kest_isSeeprom(kest_deviceType type);
+
+/// @return whether the type is one of the two hubs.
+bool kest_isHub(kest_deviceType type);
 
 /// @return whether the type is one that a device text may name.
 bool kest_isKnownType(kest_deviceType type);

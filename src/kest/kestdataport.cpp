@@ -1,14 +1,12 @@
 #include "kestdataport.h"
 
-#include <algorithm>
-#include <array>
 #include <cstring>
 #include <memory>
-#include <span>
 
 #include "kest955x.h"
 #include "kestattribute.h"
-#include "kesterrorlog.h"
+#include "kestdevicetypes.h"
+#include "kestfailure.h"
 #include "kestmisc.h"
 #include "kesttrace.h"
 
@@ -19,29 +17,31 @@ namespace
 
 constexpr char sourceId[] = "kestdataport";
 
-constexpr std::array outputTypes{KEST_DEV_9551, KEST_DEV_9552, KEST_DEV_9554, KEST_DEV_9555};
-constexpr std::array inputTypes{KEST_DEV_75, KEST_DEV_92, KEST_DEV_9551, KEST_DEV_9552, KEST_DEV_9554, KEST_DEV_9555};
-
 /// A function of the data port.
 struct portFunction {
-    const char* name;
-    std::uint32_t module;
-    std::span<const kest_deviceType> types; ///< of end devices that it serves
+    routine self;
+    registerRange deviceType::*registers; ///< it serves the types that have these
     bool servesUnsound; ///< also a chain that failed its check
 };
-constexpr portFunction readFunction{"KEST_dpRead", 2, inputTypes, false};
-constexpr portFunction writeFunction{"KEST_dpWrite", 3, outputTypes, false};
+constexpr portFunction readFunction{
+    .self = {"KEST_dpRead", KEST_MODULE_DP_READ, sourceId}, .registers = &deviceType::inputs, .servesUnsound = false};
+constexpr portFunction writeFunction{.self = {"KEST_dpWrite", KEST_MODULE_DP_WRITE, sourceId},
+                                     .registers = &deviceType::outputs,
+                                     .servesUnsound = false};
 // unlike the others, on purpose
-constexpr portFunction configFunction{"KEST_dpConfig", 4, outputTypes, true};
-constexpr portFunction hubResetFunction{"kest_dp_922HUB_reset", 34, {}, true};
+constexpr portFunction configFunction{.self = {"KEST_dpConfig", KEST_MODULE_DP_CONFIG, sourceId},
+                                      .registers = &deviceType::outputs,
+                                      .servesUnsound = true};
+constexpr routine hubResetRoutine{"kest_dp_922HUB_reset", KEST_MODULE_HUB_RESET_LINE, sourceId};
 
 /// One call: the device that the text names and what is known of its failure.
 struct portCall {
-    const portFunction& self;
+    const routine& self;
     const char* address;
+    ErrlEntry* entry = nullptr;
+    failureReport report{self, entry};
     kest_deviceInfo info{};
     std::unique_ptr<kest_deviceAddress[]> flatList{}; ///< attached to the details, freed after they are logged
-    kest_errorDetails details{};
 };
 
 bool parseAddress(portCall& call)
@@ -52,10 +52,10 @@ bool parseAddress(portCall& call)
     if (rest) {
         trace_wobu_write_all(kest_trace, traceHash("device text not understood"), " %s,%s", __LINE__, 0, call.self.name,
                              rest.get());
-        kest_describeFailure(call.details, call.self.module, 0x1315);
+        call.report.describe(KEST_REASON_TEXT_MALFORMED);
         if (given) {
-            kest_attachUserDetails(call.details, call.address, static_cast<std::uint32_t>(std::strlen(call.address)),
-                                   kest_dtlsDeviceText);
+            kest_attachUserDetails(call.report.details, call.address,
+                                   static_cast<std::uint32_t>(std::strlen(call.address)), kest_dtlsDeviceText);
         }
     }
     return !rest;
@@ -66,11 +66,11 @@ bool checkChain(portCall& call)
     const std::uint32_t code = kest_checkAddressList(call.info.addressList);
     if (code != 0) {
         trace_wobu_write_all(kest_trace, traceHash("chain not valid"), " %s", __LINE__, 0, call.self.name);
-        kest_describeFailure(call.details, call.self.module, 0x1302, code);
+        call.report.describe(KEST_REASON_CHAIN_INVALID, code);
         unsigned int size = 0;
         call.flatList.reset(KEST_flattenAddressList(call.info.addressList, &size));
         if (call.flatList) {
-            kest_attachUserDetails(call.details, call.flatList.get(), size, kest_dtlsAddressList);
+            kest_attachUserDetails(call.report.details, call.flatList.get(), size, kest_dtlsAddressList);
         } else {
             trace_wobu_write_all(kest_trace, traceHash("chain not flattened"), " %s", __LINE__, 0, call.self.name);
         }
@@ -78,32 +78,31 @@ bool checkChain(portCall& call)
     return code == 0;
 }
 
-void traceRoutineFailure(const portCall& call, const ErrlEntry* entry)
+void traceRoutineFailure(const portCall& call)
 {
-    if (entry != nullptr) {
+    if (call.entry != nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("data port routine failed"), " %s,%s", __LINE__, 0, call.self.name,
                              call.address);
     }
 }
 
-/// The one way of the exported functions. @param routine  takes the request of a chain that is served
+/// The one way of the exported functions. @param portRoutine  takes the request of a chain that is served
 template <typename Routine>
-ErrlEntry* serve(const portFunction& self, const char* address, const kest_attributeValue* attributes, Routine routine)
+ErrlEntry* serve(const portFunction& function, const char* address, const kest_attributeValue* attributes,
+                 Routine portRoutine)
 {
-    const traceScope scope{self.name};
-    portCall call{.self = self, .address = address};
-    ErrlEntry* entry = nullptr;
-    if (parseAddress(call) && (checkChain(call) || self.servesUnsound)) {
+    const traceScope scope{function.self.name};
+    portCall call{.self = function.self, .address = address};
+    if (parseAddress(call) && (checkChain(call) || function.servesUnsound)) {
         const kest_deviceAddress* const last = kest_lastNode(call.info.addressList);
-        if (last != nullptr && std::ranges::count(self.types, last->type) != 0) {
+        if (last != nullptr && (kest_typeOf(last->type).*function.registers).bytes != 0) {
             const Dp955xRequest request{&call.info, last->type, kest_attributesOrDefaults(attributes)};
-            entry = routine(request);
-            traceRoutineFailure(call, entry);
+            call.entry = portRoutine(request);
+            traceRoutineFailure(call);
         }
     }
     kest_miscReleaseDeviceInfo(call.info);
-    kest_logError(entry, &call.details, sourceId);
-    return entry;
+    return call.report.finish();
 }
 
 } // namespace
@@ -134,20 +133,18 @@ ErrlEntry* KEST_dpRead(const char* address, unsigned int mask, unsigned int* val
 ErrlEntry* kest_dp_922HUB_reset(const char* address, mern_t handle, kest_dpOperation operation, unsigned int bits,
                                 unsigned int mask)
 {
-    const traceScope scope{hubResetFunction.name};
-    portCall call{.self = hubResetFunction, .address = address};
-    ErrlEntry* entry = nullptr;
+    const traceScope scope{hubResetRoutine.name};
+    portCall call{.self = hubResetRoutine, .address = address};
     if (parseAddress(call)) {
         const Dp955xRequest request{&call.info, KEST_DEV_9552, kest_attributesOrDefaults(nullptr)};
-        entry = Write_922Hub_Reset(&request, operation, bits, mask, &handle);
-        traceRoutineFailure(call, entry);
+        call.entry = Write_922Hub_Reset(&request, operation, bits, mask, &handle);
+        traceRoutineFailure(call);
     }
     kest_miscReleaseDeviceInfo(call.info);
-    if (entry != nullptr) {
-        kest_attachSoftwareError(call.details, entry->getRC(), 17, 0);
+    if (call.entry != nullptr) {
+        kest_attachSoftwareError(call.report.details, call.entry->getRC(), KEST_MODULE_RESET_LINE_STEP, 0);
     }
-    kest_logError(entry, &call.details, sourceId);
-    return entry;
+    return call.report.finish();
 }
 
 } // namespace kest

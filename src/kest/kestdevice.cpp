@@ -1,12 +1,12 @@
 #include "kestdevice.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "kesterrorlog.h"
+#include "kestdevicetypes.h"
+#include "kestfailure.h"
 #include "kesttrace.h"
 #include "kestwobu.h"
 
@@ -16,31 +16,44 @@ namespace
 {
 
 constexpr char sourceId[] = "kestdevice";
+constexpr routine unsupportedOperation{"doOperation", KEST_MODULE_NO_OPERATION, sourceId};
+constexpr routine unsupportedLock{"lockDevice", KEST_MODULE_NO_LOCK, sourceId};
+constexpr routine unsupportedUnlock{"unlockDevice", KEST_MODULE_NO_UNLOCK, sourceId};
+constexpr routine operationRoutine{"doOperation", KEST_MODULE_OPERATION, sourceId};
+constexpr routine lockRoutine{"lockDevice", KEST_MODULE_DEVICE_LOCK, sourceId};
+constexpr routine endRoutine{"GenericEdalDevice", KEST_MODULE_DEVICE_END, sourceId};
+constexpr routine linkRoutine{"buildDeviceLink", KEST_MODULE_DEVICE_LINK, sourceId};
 
-constexpr std::uint32_t unsupportedOperationModule = 26;
-constexpr std::uint32_t operationModule = 38;
-constexpr std::uint32_t unsupportedLockModule = 39;
-constexpr std::uint32_t lockModule = 40;
-constexpr std::uint32_t destructorModule = 41;
-constexpr std::uint32_t linkModule = 42;
-constexpr std::uint32_t unsupportedUnlockModule = 43;
-
-ErrlEntry* reportUnsupported(const char* function, std::uint32_t module, int line)
+ErrlEntry* reportUnsupported(const routine& self, int line = __builtin_LINE())
 {
-    const traceScope scope{function, line};
+    const traceScope scope{self.name, line};
     ErrlEntry* entry = nullptr;
-    kest_errorDetails details{};
-    trace_wobu_write_all(kest_trace, traceHash("device does not support this"), " %s", line, 0, function);
-    kest_describeFailure(details, module, 0x13FF, static_cast<std::uint32_t>(line));
-    kest_logError(entry, &details, sourceId);
-    return entry;
+    failureReport report{self, entry};
+    report.fail(traceHash("device does not support this"), KEST_REASON_UNSUPPORTED, static_cast<std::uint32_t>(line), 0,
+                line);
+    return report.finish();
 }
 
-/// The layer's lock value of a register device: kind 2, address, 500 ms. Its byte order does not depend on the host.
-std::array<std::uint8_t, 8> lockValue(std::uint32_t address)
+/// Commits a failure that nobody is there to take.
+void commitOwn(failureReport& report, std::uint16_t action)
 {
-    return {0x00, 0x02, static_cast<std::uint8_t>(address >> 8), static_cast<std::uint8_t>(address), 0x00, 0x00,
-            0x01, 0xF4};
+    report.details.commitEntry = 1;
+    report.details.commitAction = action;
+    report.finish();
+}
+
+/// The layer's lock record of a register device, as bytes: its order does not depend on the host.
+std::array<std::uint8_t, sizeof(mern_iic_lock)> lockValue(std::uint32_t address)
+{
+    constexpr std::uint16_t timeoutMs = 500;
+    return {0,
+            MERN_LOCK_REGISTER_DEVICE,
+            static_cast<std::uint8_t>(address >> 8),
+            static_cast<std::uint8_t>(address),
+            0,
+            0,
+            timeoutMs >> 8,
+            timeoutMs & 0xFF};
 }
 
 } // namespace
@@ -70,32 +83,17 @@ void EdalDevice::setOperation(EdalDeviceOperation* /*operation*/) {}
 EdalDeviceOperation* EdalDevice::getOperation() { return m_operation; }
 std::uint32_t EdalDevice::getAddress() { return m_address; }
 
-ErrlEntry* EdalDevice::doOperation(mern_t /*handle*/)
-{
-    return reportUnsupported("doOperation", unsupportedOperationModule, __LINE__);
-}
-
-ErrlEntry* EdalDevice::lockDevice(mern_t /*handle*/)
-{
-    return reportUnsupported("lockDevice", unsupportedLockModule, __LINE__);
-}
-
-ErrlEntry* EdalDevice::unlockDevice(mern_t /*handle*/)
-{
-    return reportUnsupported("unlockDevice", unsupportedUnlockModule, __LINE__);
-}
+ErrlEntry* EdalDevice::doOperation(mern_t /*handle*/) { return reportUnsupported(unsupportedOperation); }
+ErrlEntry* EdalDevice::lockDevice(mern_t /*handle*/) { return reportUnsupported(unsupportedLock); }
+ErrlEntry* EdalDevice::unlockDevice(mern_t /*handle*/) { return reportUnsupported(unsupportedUnlock); }
 
 GenericEdalDevice::~GenericEdalDevice()
 {
     if (m_locked != 0) {
         ErrlEntry* entry = nullptr;
-        kest_errorDetails details{};
-        trace_wobu_write_all(kest_trace, traceHash("device destroyed while locked"), " %s", __LINE__, 0,
-                             "GenericEdalDevice");
-        kest_describeFailure(details, destructorModule, 0x132F, __LINE__, m_address);
-        details.commitEntry = 1;
-        details.commitAction = ERRL_ACTION_KEEP_FOR_SERVICE;
-        kest_logError(entry, &details, sourceId);
+        failureReport report{endRoutine, entry};
+        report.fail(traceHash("device destroyed while locked"), KEST_REASON_LOCKED, __LINE__, m_address);
+        commitOwn(report, ERRL_ACTION_KEEP_FOR_SERVICE);
     }
 }
 
@@ -103,19 +101,17 @@ void GenericEdalDevice::setOperation(EdalDeviceOperation* operation) { m_operati
 
 ErrlEntry* GenericEdalDevice::lockDevice(mern_t handle)
 {
-    const traceScope scope{"lockDevice"};
+    const traceScope scope{lockRoutine.name};
     ErrlEntry* entry = nullptr;
-    kest_errorDetails details{};
+    failureReport report{lockRoutine, entry};
     if (m_locked != 0) {
-        trace_wobu_write_all(kest_trace, traceHash("device locked already"), " %s", __LINE__, 0, "lockDevice");
-        kest_describeFailure(details, lockModule, 0x132F, __LINE__, m_address);
+        report.fail(traceHash("device locked already"), KEST_REASON_LOCKED, __LINE__, m_address);
     } else {
         auto value = lockValue(m_address);
         kest_wobuConfig(handle, entry, kest_configSet, WOBU_IIC_LOCK, value.data(), value.size());
         m_locked = entry == nullptr;
     }
-    kest_logError(entry, &details, sourceId);
-    return entry;
+    return report.finish();
 }
 
 ErrlEntry* GenericEdalDevice::unlockDevice(mern_t handle)
@@ -132,37 +128,28 @@ ErrlEntry* GenericEdalDevice::unlockDevice(mern_t handle)
 
 ErrlEntry* GenericEdalDevice::doOperation(mern_t handle)
 {
-    const traceScope scope{"doOperation"};
+    constexpr std::uint32_t phaseFailed = traceHash("phase of a device operation failed");
+    const traceScope scope{operationRoutine.name};
     ErrlEntry* entry = nullptr;
-    kest_errorDetails details{};
-    const auto passed = [&](int line) {
-        if (entry != nullptr) {
-            trace_wobu_write_all(kest_trace, traceHash("phase of a device operation failed"), " %s", line, 0,
-                                 "doOperation");
-            kest_attachSoftwareError(details, entry->getRC(), operationModule, static_cast<std::uint32_t>(line));
-        }
-        return entry == nullptr;
-    };
-
-    if (EdalDeviceOperation* const operation = getOperation(); operation == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("device has no operation"), " %s", __LINE__, 0, "doOperation");
-        kest_describeFailure(details, operationModule, 0x132B);
-    } else {
-        const std::uint32_t direction = operation->getDirection();
-        std::uint32_t target = m_address;
-        kest_wobuConfig(handle, entry, kest_configSet, WOBU_IIC_TARGET, &target, sizeof target);
-        bool good = passed(__LINE__);
-        if (good && (direction & kest_phaseWrite) != 0) {
-            entry = writeOperation(handle);
-            good = passed(__LINE__);
-        }
-        if (good && (direction & kest_phaseRead) != 0) {
-            entry = readOperation(handle);
-            passed(__LINE__);
-        }
+    failureReport report{operationRoutine, entry};
+    EdalDeviceOperation* const operation = getOperation();
+    if (operation == nullptr) {
+        report.fail(traceHash("device has no operation"), KEST_REASON_MISSING);
+        return report.finish();
     }
-    kest_logError(entry, &details, sourceId);
-    return entry;
+    const std::uint32_t direction = operation->getDirection();
+    std::uint32_t target = m_address;
+    kest_wobuConfig(handle, entry, kest_configSet, WOBU_IIC_TARGET, &target, sizeof target);
+    bool good = report.passed(phaseFailed, __LINE__);
+    if (good && (direction & kest_phaseWrite) != 0) {
+        entry = writeOperation(handle);
+        good = report.passed(phaseFailed, __LINE__);
+    }
+    if (good && (direction & kest_phaseRead) != 0) {
+        entry = readOperation(handle);
+        report.passed(phaseFailed, __LINE__);
+    }
+    return report.finish();
 }
 
 ErrlEntry* GenericEdalDevice::writeOperation(mern_t handle)
@@ -184,29 +171,21 @@ ErrlEntry* GenericEdalDevice::readOperation(mern_t handle)
 namespace
 {
 
-constexpr std::array registerDevices{KEST_DEV_D10,  KEST_DEV_9551, KEST_DEV_9552, KEST_DEV_9554,
-                                     KEST_DEV_9555, KEST_DEV_92,   KEST_DEV_75};
-constexpr std::array hubs{KEST_DEV_HUB_F0, KEST_DEV_922HUB};
-
 void reportUnknownNode(const kest_deviceAddress& node)
 {
     ErrlEntry* entry = nullptr;
-    kest_errorDetails details{};
-    trace_wobu_write_all(kest_trace, traceHash("no device object for this type"), " %s", __LINE__, 0,
-                         "buildDeviceLink");
-    kest_describeFailure(details, linkModule, 0x132E, __LINE__, node.type);
+    failureReport report{linkRoutine, entry};
+    report.fail(traceHash("no device object for this type"), KEST_REASON_NO_OBJECT, __LINE__, node.type);
     // not made from the reason, on purpose
-    kest_setReturnCode(details, 0x800013FF);
-    details.commitEntry = 1;
-    details.commitAction = ERRL_ACTION_REPORT;
-    kest_logError(entry, &details, sourceId);
+    kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_UNSUPPORTED);
+    commitOwn(report, ERRL_ACTION_REPORT);
 }
 
 } // namespace
 
 void buildDeviceLink(const kest_deviceAddress* node, EdalDevice** device, EdalDevice** second)
 {
-    const traceScope scope{"buildDeviceLink"};
+    const traceScope scope{linkRoutine.name};
     *device = nullptr;
     *second = nullptr;
     // Deepest node first, and without recursion: a device text can name a chain of any length.
@@ -215,11 +194,12 @@ void buildDeviceLink(const kest_deviceAddress* node, EdalDevice** device, EdalDe
         while (deepest->next != done) {
             deepest = deepest->next;
         }
-        if (std::ranges::count(registerDevices, deepest->type) != 0) {
+        const deviceKind kind = kest_typeOf(deepest->type).kind;
+        if (kind == deviceKind::registerDevice) {
             // only the device nearest the bus master is kept
             delete *device;
             *device = new (std::nothrow) GenericEdalDevice(deepest->address);
-        } else if (std::ranges::count(hubs, deepest->type) == 0) {
+        } else if (kind != deviceKind::hub) {
             reportUnknownNode(*deepest);
         }
         done = deepest;

@@ -7,13 +7,12 @@
 #include <cstdint>
 #include <optional>
 
+#include "kest/reasons.h"
 #include "platform/errl.h"
 #include "platform/mern.h"
 
 namespace kest
 {
-
-constexpr std::uint16_t kest_component = 0x1300; ///< who logs, on every call of the error log
 
 /// What a failing function knows. Value-initialise it: every flag starts cleared. kest_logError() clears each flag once
 /// its item is added.
@@ -88,14 +87,6 @@ void kest_attachFruCallout(kest_errorDetails& details, std::uint32_t fruId);
 void kest_describeFailure(kest_errorDetails& details, std::uint32_t moduleId, std::uint32_t reasonCode,
                           std::uint32_t userData1 = 0, std::uint32_t userData2 = 0, std::uint32_t userData3 = 0,
                           std::uint32_t userData4 = 0);
-
-/// Subsections of user details.
-constexpr std::uint8_t kest_dtlsAddressList = 1; ///< a flat address list
-constexpr std::uint8_t kest_dtlsSourceId = 2;
-constexpr std::uint8_t kest_dtlsRegistry = 3; ///< a registry key or value
-constexpr std::uint8_t kest_dtlsDevicePath = 5;
-constexpr std::uint8_t kest_dtlsFfdc = 6; ///< the IIC layer's first-failure data
-constexpr std::uint8_t kest_dtlsDeviceText = 7;
 
 /// errno values of argument and software faults: EINTR, EBADF, EFAULT, ENODEV, EINVAL, ENOSYS. They are blamed on
 /// software (0x81) and carry the class bit 0x80000000 in the return code; any other is the device's (0x55), without a

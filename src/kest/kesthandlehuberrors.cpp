@@ -5,8 +5,9 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "kesterrorlog.h"
-#include "kesthubsupport.h"
+#include "kestfailure.h"
+#include "kesthubreset.h"
+#include "kestsession.h"
 #include "kesttrace.h"
 #include "kestwobu.h"
 
@@ -17,10 +18,10 @@ namespace
 
 constexpr char sourceId[] = "kesthandlehuberrors";
 
-constexpr std::uint32_t checkModule = 27;
-constexpr std::uint32_t resetModule = 28;
-constexpr std::uint32_t statusModule = 29;
-constexpr std::uint32_t errorModule = 30;
+constexpr routine checkRoutine{"kest_checkAndHandle922HubErr", KEST_MODULE_HUB_VERDICT, sourceId};
+constexpr routine resetRoutine{"kest_reset922HubSubBus", KEST_MODULE_HUB_BUS_RESET, sourceId};
+constexpr routine statusRoutine{"kest_read922HubPrevCmdStatus", KEST_MODULE_HUB_COMMAND_STATUS, sourceId};
+constexpr routine errorRoutine{"kest_read922HubErrStatus", KEST_MODULE_HUB_ERROR_STATUS, sourceId};
 
 constexpr std::uint8_t selectErrorStatus = 0x07;
 constexpr std::uint8_t selectBusReset = 0x06;
@@ -35,148 +36,174 @@ void sendCommand(mern_t& handle, ErrlEntry*& errl, std::uint8_t command)
     kest_wobuWrite(handle, errl, &length, bytes.data());
 }
 
-/// Traces a failed step and notes its site in the details.
-bool passed(const ErrlEntry* errl, kest_errorDetails& details, const char* function, std::uint32_t module,
-            std::uint32_t line)
+/// Reads one byte: what the hub says. @param[in,out] status  taken over whatever comes of the read
+void readStatus(mern_t& handle, ErrlEntry*& errl, std::uint8_t& status)
 {
-    if (errl != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("hub command failed"), " %s", static_cast<int>(line), 0, function);
-        kest_attachSoftwareError(details, errl->getRC(), module, line);
-    }
-    return errl == nullptr;
+    unsigned int length = 1;
+    kest_wobuRead(handle, errl, &length, &status, 0);
 }
+
+bool passed(failureReport& report, std::uint32_t site) { return report.passed(traceHash("hub command failed"), site); }
 
 } // namespace
 
 void kest_read922HubErrStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
 {
-    constexpr char name[] = "kest_read922HubErrStatus";
-    const traceScope scope{name};
-    kest_errorDetails details{};
+    const traceScope scope{errorRoutine.name};
+    failureReport report{errorRoutine, errl};
     sendCommand(handle, errl, selectErrorStatus);
-    if (passed(errl, details, name, errorModule, 910)) {
+    if (passed(report, 910)) {
         std::uint8_t answer = 0;
-        unsigned int length = 1;
-        kest_wobuRead(handle, errl, &length, &answer, 0);
-        passed(errl, details, name, errorModule, 926);
+        readStatus(handle, errl, answer);
+        passed(report, 926);
         *status = answer;
     }
-    kest_logError(errl, &details, sourceId);
+    report.finish();
 }
 
 void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
 {
-    constexpr char name[] = "kest_read922HubPrevCmdStatus";
-    const traceScope scope{name};
-    kest_errorDetails details{};
-    kest_iicConfigBlock block{};
-    const auto stepPassed = [&](std::uint32_t line) {
-        if (!passed(errl, details, name, statusModule, line)) {
-            kest_setReturnCode(details, errl->getRC() | 0x00100000);
-        }
-        return errl == nullptr;
+    const traceScope scope{statusRoutine.name};
+    failureReport report{statusRoutine, errl};
+    iicSession session{.entry = errl, .handle = handle};
+    mern_iic_block block{};
+    std::uint8_t answer = unknownStatus;
+    const auto readBlock = [&] {
+        kest_wobuConfig(handle, errl, kest_configRead, WOBU_IIC_BLOCK, &block, sizeof block);
+        return passed(report, 786);
     };
-
-    kest_wobuConfig(handle, errl, kest_configRead, WOBU_IIC_BLOCK, &block, sizeof block);
-    if (stepPassed(786)) {
-        // Without offset and pages the read is a plain one, which the hub answers with its status.
+    // Without offset and pages the read is a plain one, which the hub answers with its status.
+    const auto makePlain = [&] {
         block.offsetLength = block.reserved6 = 0;
         block.writeCycleMs = block.reserved22 = 0;
         block.pageSize = 0;
-        kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_BLOCK, &block, sizeof block);
-        if (stepPassed(811)) {
-            std::uint8_t answer = unknownStatus;
-            unsigned int length = 1;
-            kest_wobuRead(handle, errl, &length, &answer, 0);
-            if (stepPassed(830)) {
-                *status = answer;
-            }
-        }
+        session.setBlock(block);
+        return passed(report, 811);
+    };
+    const auto readAnswer = [&] {
+        readStatus(handle, errl, answer);
+        return passed(report, 830);
+    };
+    if (readBlock() && makePlain() && readAnswer()) {
+        *status = answer;
+    } else {
+        kest_setReturnCode(report.details, errl->getRC() | kest_classHubRefused);
     }
-    kest_logError(errl, &details, sourceId);
+    report.finish();
 }
 
 void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
 {
-    constexpr char name[] = "kest_reset922HubSubBus";
-    const traceScope scope{name};
-    kest_errorDetails details{};
+    const traceScope scope{resetRoutine.name};
+    failureReport report{resetRoutine, errl};
     sendCommand(handle, errl, selectBusReset);
-    if (passed(errl, details, name, resetModule, 680)) {
+    if (passed(report, 680)) {
         unsigned int status = unknownStatus;
         kest_read922HubPrevCmdStatus(handle, &status, errl);
-        if (passed(errl, details, name, resetModule, 693) && status != 0) {
-            trace_wobu_write_all(kest_trace, traceHash("sub-bus reset ended with a status"), " %s,%x", 701, 0, name,
-                                 status);
-            kest_requestSrc(details, resetModule, 0x1321, EPUB_SUBSYSTEM_IIC_DEVICE, status);
-            kest_addCallout(details);
+        if (passed(report, 693) && status != 0) {
+            trace_wobu_write_all(kest_trace, traceHash("sub-bus reset ended with a status"), " %s,%x", 701, 0,
+                                 resetRoutine.name, status);
+            kest_requestSrc(report.details, resetRoutine.module, KEST_REASON_HUB_BUS_RESET, EPUB_SUBSYSTEM_IIC_DEVICE,
+                            status);
+            kest_addCallout(report.details);
             // neither a prefix nor the reason's number, on purpose
-            kest_setReturnCode(details, 0x0000131F);
+            kest_setReturnCode(report.details, KEST_REASON_HUB_STATUS);
         }
     }
-    kest_logError(errl, &details, sourceId);
+    report.finish();
 }
 
 namespace
 {
 
-/// How a status that ends the transfer is reported.
+/// How a status that ends the transfer is reported. Its trace's line is the failure site.
 struct statusRule {
     std::uint32_t last; ///< the highest status of the row, which begins after the row before
     std::uint32_t hash;
-    int line;
-    std::uint32_t reason;
+    std::uint32_t site;
+    kest_reason reason;
     epubSubSystem subsystem;
-    std::uint32_t returnCode;
+    std::uint32_t classBits;
 };
 // The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is
 // `afterRepeat`.
 constexpr std::array<statusRule, 6> statusRules{{
-    {1, 0xC73070B1, 180, 0x1319, EPUB_SUBSYSTEM_SOFTWARE, 0x00101319},
-    {2, 0xAE369C6A, 212, 0x131A, EPUB_SUBSYSTEM_IIC_DEVICE, 0x4000131A},
-    {7, 0x27E236C0, 457, 0x131C, EPUB_SUBSYSTEM_SOFTWARE, 0x0010131C},
-    {8, 0xFACF14B6, 491, 0x131D, EPUB_SUBSYSTEM_SOFTWARE, 0x0010131D},
-    {11, 0xE6AD6503, 529, 0x131E, EPUB_SUBSYSTEM_IIC_DEVICE, 0x1000131E},
-    {0xFFFFFFFF, 0x34B64FEC, 559, 0x131F, EPUB_SUBSYSTEM_SOFTWARE, 0x1000131F},
+    {.last = 1,
+     .hash = 0xC73070B1,
+     .site = 180,
+     .reason = KEST_REASON_HUB_COMMAND,
+     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
+     .classBits = kest_classHubRefused},
+    {.last = 2,
+     .hash = 0xAE369C6A,
+     .site = 212,
+     .reason = KEST_REASON_HUB_NO_ANSWER,
+     .subsystem = EPUB_SUBSYSTEM_IIC_DEVICE,
+     .classBits = kest_classInformational},
+    {.last = 7,
+     .hash = 0x27E236C0,
+     .site = 457,
+     .reason = KEST_REASON_HUB_PORT,
+     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
+     .classBits = kest_classHubRefused},
+    {.last = 8,
+     .hash = 0xFACF14B6,
+     .site = 491,
+     .reason = KEST_REASON_HUB_LENGTH,
+     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
+     .classBits = kest_classHubRefused},
+    {.last = 11,
+     .hash = 0xE6AD6503,
+     .site = 529,
+     .reason = KEST_REASON_HUB_HARDWARE,
+     .subsystem = EPUB_SUBSYSTEM_IIC_DEVICE,
+     .classBits = kest_classHubFailed},
+    {.last = 0xFFFFFFFF,
+     .hash = 0x34B64FEC,
+     .site = 559,
+     .reason = KEST_REASON_HUB_STATUS,
+     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
+     .classBits = kest_classHubFailed},
 }};
-constexpr statusRule afterRepeat{0xFFFFFFFF, 0x9E864549, 422, 0x131B, EPUB_SUBSYSTEM_IIC_DEVICE, 0x1000131B};
+constexpr statusRule afterRepeat{.last = 0xFFFFFFFF,
+                                 .hash = 0x9E864549,
+                                 .site = 422,
+                                 .reason = KEST_REASON_HUB_REPEAT,
+                                 .subsystem = EPUB_SUBSYSTEM_IIC_DEVICE,
+                                 .classBits = kest_classHubFailed};
 
 constexpr bool isSubBusError(unsigned int status) { return status >= 3 && status <= 6; }
 
-constexpr char checkName[] = "kest_checkAndHandle922HubErr";
-
 /// One check: the transfer it is about, and what has gone wrong so far.
 struct hubCheck {
-    mern_t& handle;
     ErrlEntry*& errl;
+    mern_t& handle;
     unsigned int* size;
     int direction;
-    void* configBlock;
+    mern_iic_block& block;
     void* buffer;
     unsigned int offset;
-    kest_errorDetails details{};
-    std::uint32_t failedLine = 0;
+    failureReport report{.self = checkRoutine, .entry = errl, .site = 0};
+    iicSession session{.entry = errl, .handle = handle};
 };
 
 void reportStatus(hubCheck& check, const statusRule& rule, unsigned int status, std::uint32_t userData2 = 0)
 {
-    trace_wobu_write_all(kest_trace, rule.hash, " %s,%x", rule.line, 0, checkName, status);
-    kest_requestSrc(check.details, checkModule, rule.reason, rule.subsystem, status, userData2);
-    kest_addCallout(check.details);
-    kest_setReturnCode(check.details, rule.returnCode);
-    check.failedLine = static_cast<std::uint32_t>(rule.line);
+    trace_wobu_write_all(kest_trace, rule.hash, " %s,%x", static_cast<int>(rule.site), 0, checkRoutine.name, status);
+    kest_requestSrc(check.report.details, checkRoutine.module, rule.reason, rule.subsystem, status, userData2);
+    kest_addCallout(check.report.details);
+    kest_setReturnCode(check.report.details, rule.classBits | rule.reason);
+    check.report.site = rule.site;
 }
 
-/// Notes a failed step of the recovery; a step without an entry has passed.
-bool recovered(hubCheck& check, std::uint32_t line)
+/// Ends a step of the recovery.
+bool recovered(hubCheck& check, std::uint32_t site)
 {
-    if (check.errl != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("step of a sub-bus recovery failed"), " %s", static_cast<int>(line),
-                             0, checkName);
-        kest_setReturnCode(check.details, check.errl->getRC() | 0x10000000);
-        check.failedLine = line;
+    const bool done = check.report.passed(traceHash("step of a sub-bus recovery failed"), site);
+    if (!done) {
+        kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
     }
-    return check.errl == nullptr;
+    return done;
 }
 
 bool resetSubBus(hubCheck& check)
@@ -188,14 +215,13 @@ bool resetSubBus(hubCheck& check)
 /// The status reads have cleared parts of the block.
 bool restoreBlock(hubCheck& check)
 {
-    kest_wobuConfig(check.handle, check.errl, kest_configSet, WOBU_IIC_BLOCK, check.configBlock,
-                    sizeof(kest_iicConfigBlock));
+    check.session.setBlock(check.block);
     return recovered(check, 292);
 }
 
 bool seekAgain(hubCheck& check)
 {
-    kest_wobuSeek(check.handle, check.errl, static_cast<long>(check.offset), 0);
+    check.session.seek(check.offset);
     return recovered(check, 319);
 }
 
@@ -209,10 +235,10 @@ bool repeatTransfer(hubCheck& check)
     }
     const bool done = check.errl == nullptr || kest_failedErrno(check.errl) == ENODATA;
     if (!done) {
-        trace_wobu_write_all(kest_trace, traceHash("repeated transfer failed"), " %s,%d", 362, 0, checkName,
+        trace_wobu_write_all(kest_trace, traceHash("repeated transfer failed"), " %s,%d", 362, 0, checkRoutine.name,
                              check.direction);
-        kest_setReturnCode(check.details, check.errl->getRC() | 0x10000000);
-        check.failedLine = 362;
+        kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
+        check.report.site = 362;
     }
     return done;
 }
@@ -239,7 +265,7 @@ void checkRepeat(hubCheck& check)
 void actOnStatus(hubCheck& check, unsigned int status, unsigned char* subBusReset)
 {
     if (isSubBusError(status)) {
-        trace_wobu_write_all(kest_trace, 0x3E54A1DF, " %s,%x", 260, 0, checkName, status);
+        trace_wobu_write_all(kest_trace, 0x3E54A1DF, " %s,%x", 260, 0, checkRoutine.name, status);
         *subBusReset = 1;
         if (resetSubBus(check) && restoreBlock(check) && seekAgain(check) && repeatTransfer(check)) {
             checkRepeat(check);
@@ -256,22 +282,16 @@ void kest_checkAndHandle922HubErr(mern_t handle, ErrlEntry*& errl, unsigned int*
                                   unsigned char* subBusReset, const char* path, unsigned int hubContext,
                                   void* configBlock, void* buffer, unsigned int offset)
 {
-    const traceScope scope{checkName};
-    hubCheck check{handle, errl, size, direction, configBlock, buffer, offset};
+    const traceScope scope{checkRoutine.name};
+    hubCheck check{errl, handle, size, direction, *static_cast<mern_iic_block*>(configBlock), buffer, offset};
     unsigned int status = unknownStatus;
     kest_read922HubPrevCmdStatus(handle, &status, errl);
-    if (errl == nullptr) {
+    if (check.report.passed(traceHash("hub did not tell its status"), 164)) {
         actOnStatus(check, status, subBusReset);
-    } else {
-        trace_wobu_write_all(kest_trace, traceHash("hub did not tell its status"), " %s", 164, 0, checkName);
-        check.failedLine = 164;
     }
     // Before the new SRC is logged: a status must not be taken for an errno.
     kest_resetSilentHub(errl, path, handle, hubContext);
-    if (errl != nullptr) {
-        kest_attachSoftwareError(check.details, errl->getRC(), checkModule, check.failedLine);
-    }
-    kest_logError(errl, &check.details, sourceId);
+    check.report.finish();
 }
 
 } // namespace kest

@@ -10,20 +10,11 @@
 #include <new>
 
 #include "kestattribute.h"
-#include "kesterrorlog.h"
-#include "kesttrace.h"
-#include "kestwobu.h"
-#include "platform/tavo.h"
 
 namespace kest
 {
 namespace
 {
-
-constexpr char sourceId[] = "kestmisc";
-constexpr std::uint32_t captureModule = 16;
-constexpr std::uint32_t siteExtractFailed = 165;
-constexpr std::uint32_t siteUnlockFailed = 180;
 
 constexpr std::size_t dumpBytesPerLine = 16;
 constexpr std::size_t dumpLineLength = 66;
@@ -133,10 +124,10 @@ bool takeValue(tokenScanner& tokens, std::uint8_t& value)
 bool takeLink(tokenScanner& tokens, const char* token, kest_deviceAddress** end)
 {
     const auto type = static_cast<kest_deviceType>(hexNumber(token));
-    const bool hub = type == KEST_DEV_HUB_F0 || type == KEST_DEV_922HUB;
     std::uint8_t address = 0;
     std::uint8_t port = 0;
-    const bool taken = kest_isKnownType(type) && takeValue(tokens, address) && (!hub || takeValue(tokens, port));
+    const bool taken =
+        kest_isKnownType(type) && takeValue(tokens, address) && (!kest_isHub(type) || takeValue(tokens, port));
     if (taken) {
         KEST_addDevAddress(address, type, port, end);
     }
@@ -163,19 +154,6 @@ bool takeTexts(tokenScanner& tokens, kest_deviceInfo* info)
     info->nodeName = nullptr;
     info->addressList = nullptr;
     return takeText(tokens, info->devicePath) && takeText(tokens, info->nodeName);
-}
-
-/// Attaches a copy of the layer's data to the entry and releases the layer's.
-void attachFfdc(kest_errorDetails& details, void* data, unsigned int size)
-{
-    auto* const copy = new (std::nothrow) std::uint8_t[size];
-    if (copy != nullptr) {
-        std::memcpy(copy, data, size);
-    }
-    tavo_util_free(&data);
-    if (copy != nullptr) {
-        kest_attachUserDetails(details, copy, size, kest_dtlsFfdc, true);
-    }
 }
 
 } // namespace
@@ -233,29 +211,6 @@ void kest_miscReleaseDeviceInfo(kest_deviceInfo& info)
     info.nodeName = nullptr;
     info.devicePath = nullptr;
     KEST_deleteDevAddress(&info.addressList, true);
-}
-
-void kest_miscExtractFFDCAndUnlock(ErrlEntry*& entry, mern_t& handle)
-{
-    const traceScope scope("kest_miscExtractFFDCAndUnlock");
-    kest_errorDetails details{};
-    void* data = nullptr;
-    unsigned int size = 0;
-    const std::uint32_t extractEnd = kest_wobuFFDCExtract(handle, entry, &data, &size);
-    if (extractEnd != 0) {
-        kest_attachSoftwareError(details, extractEnd, captureModule, siteExtractFailed);
-        kest_logError(entry, &details, sourceId);
-    }
-    const std::uint32_t unlockEnd = kest_wobuFFDCUnlock(handle, entry, 0);
-    if (unlockEnd != 0) {
-        kest_attachSoftwareError(details, unlockEnd, captureModule, siteUnlockFailed);
-        kest_logError(entry, &details, sourceId);
-    }
-    // without an entry the layer's data stay where they are, deliberately
-    if (size != 0 && entry != nullptr) {
-        attachFfdc(details, data, size);
-    }
-    kest_logError(entry, &details, sourceId);
 }
 
 } // namespace kest

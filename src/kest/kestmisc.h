@@ -1,10 +1,9 @@
-/// Device texts, and the capture of the IIC layer's first-failure data.
+/// Device texts.
 #pragma once
 
 #include "kest/address.h"
 #include "kest/text.h"
-#include "platform/errl.h"
-#include "platform/mern.h"
+#include "kestffdc.h"
 
 namespace kest
 {
@@ -31,9 +30,5 @@ char* kest_miscSplitDetectionTokens(kest_deviceInfo* info, const char* text);
 
 /// Releases the two texts and the chain and nulls the fields.
 void kest_miscReleaseDeviceInfo(kest_deviceInfo& info);
-
-/// Collects the layer's first-failure data into the entry and releases the layer's hold on it. A step that fails adds
-/// its own SRC and a software error (16, 165 or 180). Data met without an entry stay unreleased, deliberately.
-void kest_miscExtractFFDCAndUnlock(ErrlEntry*& entry, mern_t& handle);
 
 } // namespace kest

@@ -2,7 +2,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "kesterrorlog.h"
+#include "kestfailure.h"
 #include "kestseeprom.h"
 #include "kesttrace.h"
 #include "platform/registry.h"
@@ -12,11 +12,9 @@ namespace kest
 namespace
 {
 
-constexpr char sourceId[] = "kestmode";
-constexpr char name[] = "kest_detectMode";
+constexpr routine modeRoutine{"kest_detectMode", KEST_MODULE_READ_MODE, "kestmode"};
 constexpr char registryKey[] = "tavo/ReadMode";
 constexpr unsigned int valueBytes = 16;
-constexpr std::uint32_t moduleId = 5;
 
 struct modeText {
     const char* text; ///< only this much of the registry's value is compared
@@ -34,40 +32,41 @@ std::atomic<unsigned int> modeCache{kest_modeUnknown};
 
 unsigned int modeOf(const char* value)
 {
-    unsigned int mode = kest_modeUnknown;
     for (const modeText& row : modeTexts) {
-        if (mode == kest_modeUnknown && std::memcmp(value, row.text, row.length) == 0) {
-            mode = row.mode;
+        if (std::memcmp(value, row.text, row.length) == 0) {
+            return row.mode;
         }
     }
-    return mode;
+    return kest_modeUnknown;
 }
 
 /// Logs on the spot: the caller of the mode detection receives only the mode.
-void commitFailure(ErrlEntry* entry, std::uint32_t reason, const char* block, std::uint32_t blockBytes)
+void commitFailure(ErrlEntry* entry, kest_reason reason, const char* block, std::uint32_t blockBytes)
 {
-    kest_errorDetails details{};
-    kest_describeFailure(details, moduleId, reason);
-    kest_attachUserDetails(details, block, blockBytes, kest_dtlsRegistry);
-    details.commitEntry = 1;
-    details.commitAction = ERRL_ACTION_REPORT;
-    kest_logError(entry, &details, sourceId);
+    failureReport report{modeRoutine, entry};
+    report.describe(reason);
+    kest_attachUserDetails(report.details, block, blockBytes, kest_dtlsRegistry);
+    report.details.commitEntry = 1;
+    report.details.commitAction = ERRL_ACTION_REPORT;
+    report.finish();
 }
 
 unsigned int readRegistry()
 {
     std::array<char, valueBytes> value{};
     unsigned int size = valueBytes;
-    unsigned int mode = kest_modeHardware;
     ErrlEntry* const entry = UtilReg::read(registryKey, value.data(), size, false, nullptr);
     if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("read mode not had from the registry"), " %s,%s", __LINE__, 0, name,
-                             registryKey);
-        commitFailure(entry, 0x1303, registryKey, sizeof registryKey - 1);
-    } else if (mode = modeOf(value.data()); mode == kest_modeUnknown) {
-        mode = kest_modeHardware;
-        trace_wobu_write_all(kest_trace, traceHash("read mode unknown"), " %s", __LINE__, 0, name);
-        commitFailure(nullptr, 0x1304, value.data(), valueBytes);
+        trace_wobu_write_all(kest_trace, traceHash("read mode not had from the registry"), " %s,%s", __LINE__, 0,
+                             modeRoutine.name, registryKey);
+        commitFailure(entry, KEST_REASON_MODE_UNREAD, registryKey, sizeof registryKey - 1);
+        return kest_modeHardware;
+    }
+    const unsigned int mode = modeOf(value.data());
+    if (mode == kest_modeUnknown) {
+        trace_wobu_write_all(kest_trace, traceHash("read mode unknown"), " %s", __LINE__, 0, modeRoutine.name);
+        commitFailure(nullptr, KEST_REASON_MODE_UNKNOWN, value.data(), valueBytes);
+        return kest_modeHardware;
     }
     return mode;
 }
@@ -76,7 +75,7 @@ unsigned int readRegistry()
 
 unsigned int kest_detectMode(kest_attributeValue value)
 {
-    const traceScope scope(name);
+    const traceScope scope(modeRoutine.name);
     if (value == 2) {
         modeCache.store(kest_modeUnknown, std::memory_order_relaxed);
     }

@@ -4,7 +4,7 @@
 
 #include "kest/message.h"
 #include "kest/seeprom.h"
-#include "kesterrorlog.h"
+#include "kestfailure.h"
 #include "kesttrace.h"
 #include "platform/netc.h"
 #include "platform/tavo.h"
@@ -14,22 +14,10 @@ namespace kest
 namespace
 {
 
-constexpr char sourceId[] = "kestprocessmsg";
-constexpr char name[] = "kestProcessMsg";
-constexpr std::uint32_t moduleId = 0xFF;
+constexpr routine messageRoutine{"kestProcessMsg", KEST_MODULE_PROCESS_MSG, "kestprocessmsg"};
 
-constexpr std::uint16_t typeRead = 0x8001;
-constexpr std::uint16_t typeWrite = 0x8002;
-constexpr std::uint16_t typeRefused = 0x8003;
-constexpr std::uint16_t typeLocation = 0x8004;
-constexpr unsigned int typeCount = 4;
-
-/// Smallest payload of each type, from typeRead on.
-constexpr std::array<unsigned int, typeCount> fixedHeadBytes{13, 13, 0, 8};
-
-constexpr std::uint8_t flagServed = 0x40;
-constexpr std::uint8_t flagWritten = 0x01;
-constexpr std::uint8_t flagData = 0x02;
+/// Smallest payload of each type, from the first on.
+constexpr std::array<unsigned int, 4> fixedHeadBytes{13, 13, 0, 8};
 
 constexpr unsigned int locationAt = 12; ///< offset of the location text in a payload
 constexpr unsigned int locationBytesMax = sizeof(tavo_deviceaddress::location);
@@ -58,7 +46,8 @@ void traceMessage(const NetcMessage& message, std::uint32_t hash, int line)
     const unsigned int size = message.dataSize();
     const unsigned int bytes = std::min(size, tracedBytesMax);
     const binaryTraceHead head{static_cast<std::uint16_t>(bytes), 0x4644, 0x080C87FA, static_cast<std::uint32_t>(line)};
-    trace_wobu_write_all(kest_trace, hash, " %s,%4x,%4x,%d", line, 0, name, message.identifier, message.type, size);
+    trace_wobu_write_all(kest_trace, hash, " %s,%4x,%4x,%d", line, 0, messageRoutine.name, message.identifier,
+                         message.type, size);
     trace_wobu_write2(kest_trace, 0, sizeof head, &head, bytes, message.dataPointer());
 }
 
@@ -71,65 +60,69 @@ std::uint32_t wordAt(const char* payload, unsigned int index)
 
 void freeBuffer(void* buffer) { tavo_util_free(&buffer); }
 
-void reportNoMemory(kest_errorDetails& details, std::uint32_t bytes)
+/// @return false
+bool reportNoMemory(failureReport& report, std::uint32_t bytes)
 {
-    trace_wobu_write_all(kest_trace, traceHash("no memory"), " %s,%x", __LINE__, 0, name, bytes);
-    kest_describeFailure(details, moduleId, 0x132B, bytes);
+    trace_wobu_write_all(kest_trace, traceHash("no memory"), " %s,%x", __LINE__, 0, messageRoutine.name, bytes);
+    report.describe(KEST_REASON_MISSING, bytes);
+    return false;
 }
 
 /// Copies a buffer into the reply.
-void answerData(NetcMessage& reply, const char* bytes, unsigned int size, kest_errorDetails& details)
+void answerData(NetcMessage& reply, const char* bytes, unsigned int size, failureReport& report)
 {
     if (reply.setData(bytes, size)) {
-        reply.replyFlags = flagServed | flagData;
+        reply.replyFlags = KEST_REPLY_SERVED | KEST_REPLY_DATA;
     } else {
-        reportNoMemory(details, size);
+        reportNoMemory(report, size);
     }
 }
 
-ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char** location, kest_errorDetails& details)
+ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char** location, failureReport& report)
 {
     const char* const payload = request.dataPointer();
     const std::uint32_t device = wordAt(payload, 0);
     const std::uint32_t position = wordAt(payload, 1);
     ErrlEntry* const entry = TAVO_get_dev_addr_string(device, location, static_cast<zelPosition>(position), false);
     if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("device without location"), " %s,%X,%X", __LINE__, 0, name, device,
-                             position);
-        kest_describeFailure(details, moduleId, 0x1327, device, position);
+        trace_wobu_write_all(kest_trace, traceHash("device without location"), " %s,%X,%X", __LINE__, 0,
+                             messageRoutine.name, device, position);
+        report.describe(KEST_REASON_NO_LOCATION, device, position);
     } else {
-        answerData(reply, *location, static_cast<unsigned int>(std::strlen(*location)) + 1, details);
+        answerData(reply, *location, static_cast<unsigned int>(std::strlen(*location)) + 1, report);
     }
     return entry;
 }
 
 /// Traces and describes a payload that ends too early. The size it should have had may need more than the 32 bits
-/// reported.
-void reportShort(const NetcMessage& request, std::uint32_t reason, std::uint64_t bytesNeeded,
-                 kest_errorDetails& details)
+/// reported. @return false
+bool reportShort(const NetcMessage& request, kest_reason reason, std::uint64_t bytesNeeded, failureReport& report)
 {
     const unsigned int size = request.dataSize();
     const auto needed = static_cast<std::uint32_t>(bytesNeeded);
-    trace_wobu_write_all(kest_trace, traceHash("payload too short"), " %s,%d,%d", __LINE__, 0, name, size, needed);
-    kest_describeFailure(details, moduleId, reason, request.type, size, needed);
+    trace_wobu_write_all(kest_trace, traceHash("payload too short"), " %s,%d,%d", __LINE__, 0, messageRoutine.name,
+                         size, needed);
+    report.describe(reason, request.type, size, needed);
+    return false;
 }
 
 /// Takes a copy of the bytes to be written.
-bool takeWriteData(const NetcMessage& request, unsigned int dataAt, seepromRequest& record, kest_errorDetails& details)
+bool takeWriteData(const NetcMessage& request, unsigned int dataAt, seepromRequest& record, failureReport& report)
 {
     const std::uint64_t bytesNeeded = std::uint64_t{record.length} + dataAt;
     if (request.dataSize() < bytesNeeded) {
-        reportShort(request, 0x1326, bytesNeeded, details);
-    } else if (record.data = static_cast<unsigned char*>(tavo_malloc(record.length)); record.data == nullptr) {
-        reportNoMemory(details, record.length);
-    } else {
-        std::memcpy(record.data, request.dataPointer() + dataAt, record.length);
+        return reportShort(request, KEST_REASON_MESSAGE_DATA, bytesNeeded, report);
     }
-    return record.data != nullptr;
+    record.data = static_cast<unsigned char*>(tavo_malloc(record.length));
+    if (record.data == nullptr) {
+        return reportNoMemory(report, record.length);
+    }
+    std::memcpy(record.data, request.dataPointer() + dataAt, record.length);
+    return true;
 }
 
 /// Decodes a read or write request whose fixed head is there.
-bool takeRequest(const NetcMessage& request, seepromRequest& record, kest_errorDetails& details)
+bool takeRequest(const NetcMessage& request, seepromRequest& record, failureReport& report)
 {
     const char* const payload = request.dataPointer();
     const unsigned int bytesLeft = request.dataSize() - locationAt;
@@ -139,53 +132,52 @@ bool takeRequest(const NetcMessage& request, seepromRequest& record, kest_errorD
     const auto locationLength =
         static_cast<unsigned int>(strnlen(payload + locationAt, std::min(bytesLeft, locationBytesMax)));
     const unsigned int dataAt = locationAt + locationLength + 1;
-    bool taken = false;
     if (request.dataSize() < dataAt) {
-        reportShort(request, 0x1325, dataAt, details);
-    } else {
-        // a text that fills the field stands there without terminator
-        std::memcpy(record.device.location, payload + locationAt, std::min(locationLength + 1, locationBytesMax));
-        taken = request.type == typeRead || takeWriteData(request, dataAt, record, details);
+        return reportShort(request, KEST_REASON_MESSAGE_TEXT, dataAt, report);
     }
-    return taken;
+    // a text that fills the field stands there without terminator
+    std::memcpy(record.device.location, payload + locationAt, std::min(locationLength + 1, locationBytesMax));
+    return request.type == KEST_MSG_SEEPROM_READ || takeWriteData(request, dataAt, record, report);
 }
 
-ErrlEntry* serveSeeprom(NetcMessage& reply, seepromRequest& record, kest_errorDetails& details)
+ErrlEntry* serveSeeprom(NetcMessage& reply, seepromRequest& record, failureReport& report)
 {
     ErrlEntry* entry = nullptr;
-    if (reply.type == typeWrite) {
+    if (reply.type == KEST_MSG_SEEPROM_WRITE) {
         entry = KEST_seepromWrite(record.device, nullptr, record.offset, &record.length, record.data, nullptr);
         // also for a write that failed
-        reply.replyFlags = flagServed | flagWritten;
+        reply.replyFlags = KEST_REPLY_SERVED | KEST_REPLY_WRITTEN;
     } else {
         entry = KEST_seepromRead(record.device, nullptr, record.offset, &record.length, &record.data, nullptr);
         if (entry == nullptr) {
-            answerData(reply, reinterpret_cast<const char*>(record.data), record.length, details);
+            answerData(reply, reinterpret_cast<const char*>(record.data), record.length, report);
         }
     }
     return entry;
 }
 
 /// Whether the type is served and the payload holds the type's fixed head.
-bool checkHead(const NetcMessage& request, kest_errorDetails& details)
+bool checkHead(const NetcMessage& request, failureReport& report)
 {
     // types below wrap to large values
-    const unsigned int index = unsigned{request.type} - typeRead;
+    const unsigned int index = unsigned{request.type} - KEST_MSG_SEEPROM_READ;
     const unsigned int size = request.dataSize();
-    bool good = false;
-    if (index >= typeCount) {
-        trace_wobu_write_all(kest_trace, traceHash("message type unknown"), " %s,%4x", __LINE__, 0, name, request.type);
-        kest_describeFailure(details, moduleId, 0x1322, 204, request.type);
-    } else if (request.type == typeRefused) {
-        trace_wobu_write_all(kest_trace, traceHash("message type not served"), " %s", __LINE__, 0, name);
-        kest_describeFailure(details, moduleId, 0x13FF, 234);
-    } else if (size < fixedHeadBytes[index]) {
-        trace_wobu_write_all(kest_trace, traceHash("payload without its head"), " %s,%d", __LINE__, 0, name, size);
-        kest_describeFailure(details, moduleId, 0x1324, request.type, size);
-    } else {
-        good = true;
+    if (index >= fixedHeadBytes.size()) {
+        trace_wobu_write_all(kest_trace, traceHash("message type unknown"), " %s,%4x", __LINE__, 0, messageRoutine.name,
+                             request.type);
+        report.describe(KEST_REASON_MESSAGE_TYPE, 204, request.type);
+        return false;
     }
-    return good;
+    if (request.type == KEST_MSG_REFUSED) {
+        return report.fail(traceHash("message type not served"), KEST_REASON_UNSUPPORTED, 234);
+    }
+    if (size < fixedHeadBytes[index]) {
+        trace_wobu_write_all(kest_trace, traceHash("payload without its head"), " %s,%d", __LINE__, 0,
+                             messageRoutine.name, size);
+        report.describe(KEST_REASON_MESSAGE_HEAD, request.type, size);
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -194,28 +186,28 @@ bool checkHead(const NetcMessage& request, kest_errorDetails& details)
 ErrlEntry* kestProcessMsg(void* /*context*/, NetcMessage* request, NetcMessage* reply)
 {
     using namespace kest;
-    const traceScope scope(name);
+    const traceScope scope(messageRoutine.name);
     seepromRequest record{};
-    kest_errorDetails details{};
     char* location = nullptr;
     ErrlEntry* entry = nullptr;
+    failureReport report{messageRoutine, entry};
     record.reserved = 2;
     traceMessage(*request, traceHash("request"), __LINE__);
     reply->identifier = request->identifier;
     reply->type = request->type;
     reply->replyFlags = 0;
-    if (checkHead(*request, details)) {
-        if (request->type == typeLocation) {
-            entry = answerLocation(*request, *reply, &location, details);
-        } else if (takeRequest(*request, record, details)) {
-            entry = serveSeeprom(*reply, record, details);
+    if (checkHead(*request, report)) {
+        if (request->type == KEST_MSG_LOCATION) {
+            entry = answerLocation(*request, *reply, &location, report);
+        } else if (takeRequest(*request, record, report)) {
+            entry = serveSeeprom(*reply, record, report);
         }
     }
     if (record.data != nullptr) {
         freeBuffer(record.data);
         record.data = nullptr;
     }
-    kest_logError(entry, &details, sourceId);
+    report.finish();
     traceMessage(*reply, traceHash("reply"), __LINE__);
     freeBuffer(location);
     return entry;

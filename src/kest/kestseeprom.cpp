@@ -1,7 +1,7 @@
 #include "kestseeprom.h"
 
 #include "kestattribute.h"
-#include "kesterrorlog.h"
+#include "kestfailure.h"
 #include "kesttrace.h"
 
 namespace kest
@@ -10,59 +10,69 @@ namespace
 {
 
 constexpr char sourceId[] = "kestseeprom";
-constexpr char readName[] = "KEST_seepromRead";
-constexpr char writeName[] = "KEST_seepromWrite";
+constexpr routine readRoutine{"KEST_seepromRead", KEST_MODULE_SEEPROM_READ, sourceId};
+constexpr routine writeRoutine{"KEST_seepromWrite", KEST_MODULE_SEEPROM_WRITE, sourceId};
 constexpr char persistencyRoot[] = "qorn/P3_Root";
 
-constexpr std::uint32_t readModule = 6;
-constexpr std::uint32_t writeModule = 7;
-
-/// The software error of a hardware failure names module 6 in both directions.
-constexpr std::uint32_t hardwareModule = 6;
+/// The software error of a hardware failure names the read's module in both directions.
+constexpr std::uint32_t hardwareModule = KEST_MODULE_SEEPROM_READ;
 constexpr std::uint32_t hardwareReadSite = 369;
 constexpr std::uint32_t hardwareWriteSite = 1097;
 
+/// One call: how it goes, and what is known of its failure.
+struct seepromCall {
+    failureReport& report;
+    const tavo_deviceaddress& address;
+    unsigned int offset;
+    unsigned int* length;
+    const kest_attributeValue* attributes;
+    unsigned int mode;
+
+    ErrlEntry*& entry = report.entry;
+    std::uint32_t device = address.number;
+};
+
 unsigned int modeOf(kest_attributeValue selector)
 {
-    unsigned int mode = kest_modeHardware;
     switch (selector) {
     case 1:
     case 2:
-        mode = kest_detectMode(selector);
-        break;
+        return kest_detectMode(selector);
     case 3:
-        mode = kest_modeFile;
-        break;
+        return kest_modeFile;
     case 5:
-        mode = kest_modeMixed;
-        break;
+        return kest_modeMixed;
     default:
-        break;
+        return kest_modeHardware;
     }
-    return mode;
 }
 
-void describeCopyFailure(kest_errorDetails& details, std::uint32_t moduleId, std::uint32_t reason, std::uint32_t device,
-                         std::uint32_t userData2, std::uint32_t userData3, unsigned int mode)
+void describeCopyFailure(seepromCall& call, kest_reason reason, std::uint32_t userData2, std::uint32_t userData3)
 {
-    kest_requestSrc(details, moduleId, reason, EPUB_SUBSYSTEM_SOFTWARE, device, userData2, userData3, mode);
-    kest_setReturnCode(details, 0x80000000 | reason);
+    kest_requestSrc(call.report.details, call.report.self.module, reason, EPUB_SUBSYSTEM_SOFTWARE, call.device,
+                    userData2, userData3, call.mode);
+    kest_setReturnCode(call.report.details, kest_classFailure | reason);
 }
 
-/// A copy that is not there is nobody's fault: the code is informational.
-void describeMissingCopy(kest_errorDetails& details, std::uint32_t moduleId, std::uint32_t device)
+/// Reports a copy that is not there where nothing but the copy counts. It is nobody's fault: the code is informational.
+void checkCopy(seepromCall& call, unsigned int length)
 {
-    kest_requestSrc(details, moduleId, 0x1306, EPUB_SUBSYSTEM_SOFTWARE, device);
-    kest_setReturnCode(details, 0x40001306);
+    if (length == 0 && call.mode == kest_modeFile) {
+        trace_wobu_write_all(kest_trace, traceHash("no persisted copy"), " %s,%x", __LINE__, 0, call.report.self.name,
+                             call.device);
+        kest_requestSrc(call.report.details, call.report.self.module, KEST_REASON_COPY_ABSENT, EPUB_SUBSYSTEM_SOFTWARE,
+                        call.device);
+        kest_setReturnCode(call.report.details, kest_classInformational | KEST_REASON_COPY_ABSENT);
+    }
 }
 
-void describeHardwareFailure(kest_errorDetails& details, const ErrlEntry* entry, unsigned int mode,
-                             std::uint32_t device, std::uint32_t site)
+void describeHardwareFailure(seepromCall& call, std::uint32_t site)
 {
-    if (entry != nullptr) {
-        kest_attachSoftwareError(details, entry->getRC(), hardwareModule, site);
-        if (mode == kest_modeHardware && device != 0) {
-            kest_attachFruCallout(details, device);
+    if (call.entry != nullptr) {
+        kest_errorDetails& details = call.report.details;
+        kest_attachSoftwareError(details, call.entry->getRC(), hardwareModule, site);
+        if (call.mode == kest_modeHardware && call.device != 0) {
+            kest_attachFruCallout(details, call.device);
         }
         kest_addCallout(details, EPUB_PROCEDURE_SOFTWARE);
         kest_addCallout(details, EPUB_PROCEDURE_IIC);
@@ -76,90 +86,77 @@ std::uint32_t lowWordOf(const void* pointer)
 
 void freeBuffer(void* buffer) { tavo_util_free(&buffer); }
 
-ErrlEntry* readCopy(std::uint32_t device, unsigned int offset, unsigned int* length, unsigned char** data,
-                    unsigned int mode, kest_errorDetails& details)
+void readCopy(seepromCall& call, unsigned char** data)
 {
-    ErrlEntry* const entry = tavo_read_data_persistancy(persistencyRoot, device, nullptr, data, length, offset);
-    if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("persisted copy not read"), " %s,%x", __LINE__, 0, readName, device);
-        describeCopyFailure(details, readModule, 0x1305, device, *length, offset, mode);
-    } else if (*length == 0 && mode == kest_modeFile) {
-        trace_wobu_write_all(kest_trace, traceHash("no persisted copy"), " %s,%x", __LINE__, 0, readName, device);
-        describeMissingCopy(details, readModule, device);
+    call.entry = tavo_read_data_persistancy(persistencyRoot, call.device, nullptr, data, call.length, call.offset);
+    if (call.entry != nullptr) {
+        trace_wobu_write_all(kest_trace, traceHash("persisted copy not read"), " %s,%x", __LINE__, 0, readRoutine.name,
+                             call.device);
+        describeCopyFailure(call, KEST_REASON_COPY_UNREAD, *call.length, call.offset);
+    } else {
+        checkCopy(call, *call.length);
     }
-    return entry;
 }
 
-ErrlEntry* readInMode(const tavo_deviceaddress& address, unsigned int offset, unsigned int* length,
-                      unsigned char** data, const kest_attributeValue* attributes, kest_errorDetails& details)
+void readInMode(seepromCall call, unsigned char** data)
 {
-    ErrlEntry* entry = nullptr;
-    const unsigned int mode = modeOf(attributes[KEST_ATTR_READ_MODE]);
-    if (mode != kest_modeHardware) {
-        entry = readCopy(address.number, offset, length, data, mode, details);
-    }
-    if (entry == nullptr && (mode == kest_modeHardware || (mode == kest_modeMixed && *length == 0))) {
-        // the copy's reader left an empty buffer
-        if (*data != nullptr) {
-            freeBuffer(*data);
-            *data = nullptr;
+    if (call.mode != kest_modeHardware) {
+        readCopy(call, data);
+        if (call.entry != nullptr || call.mode != kest_modeMixed || *call.length != 0) {
+            return;
         }
-        kest_seepromHardwareRead(entry, address, offset, length, data, attributes);
-        describeHardwareFailure(details, entry, mode, address.number, hardwareReadSite);
     }
-    return entry;
+    // the copy's reader left an empty buffer
+    if (*data != nullptr) {
+        freeBuffer(*data);
+        *data = nullptr;
+    }
+    kest_seepromHardwareRead(call.entry, call.address, call.offset, call.length, data, call.attributes);
+    describeHardwareFailure(call, hardwareReadSite);
 }
 
-/// Asks for one byte of the persisted copy. @param[out] found  whether there is one
-ErrlEntry* probeCopy(std::uint32_t device, unsigned int mode, bool& found, kest_errorDetails& details)
+/// Asks for one byte of the persisted copy. @return whether there is one
+bool probeCopy(seepromCall& call)
 {
     unsigned int probeLength = 1;
     unsigned char* probe = nullptr;
-    ErrlEntry* const entry = tavo_read_data_persistancy(persistencyRoot, device, nullptr, &probe, &probeLength, 0);
-    if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("persisted copy not probed"), " %s,%x", __LINE__, 0, writeName,
-                             device);
-        describeCopyFailure(details, writeModule, 0x1305, device, 0, 0, mode);
-    } else if (probeLength == 0 && mode == kest_modeFile) {
-        trace_wobu_write_all(kest_trace, traceHash("no persisted copy"), " %s,%x", __LINE__, 0, writeName, device);
-        describeMissingCopy(details, writeModule, device);
+    call.entry = tavo_read_data_persistancy(persistencyRoot, call.device, nullptr, &probe, &probeLength, 0);
+    if (call.entry != nullptr) {
+        trace_wobu_write_all(kest_trace, traceHash("persisted copy not probed"), " %s,%x", __LINE__, 0,
+                             writeRoutine.name, call.device);
+        describeCopyFailure(call, KEST_REASON_COPY_UNREAD, 0, 0);
+    } else {
+        checkCopy(call, probeLength);
     }
     if (probe != nullptr) {
         freeBuffer(probe);
     }
-    found = probeLength != 0;
-    return entry;
+    return probeLength != 0;
 }
 
-ErrlEntry* writeCopy(std::uint32_t device, unsigned int offset, unsigned int* length, const unsigned char* data,
-                     unsigned int mode, kest_errorDetails& details)
+void writeCopy(seepromCall& call, const unsigned char* data)
 {
-    ErrlEntry* const entry = tavo_write_data_persistancy(persistencyRoot, device, nullptr, data, length, offset);
-    if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("persisted copy not written"), " %s,%x", __LINE__, 0, writeName,
-                             device);
-        describeCopyFailure(details, writeModule, 0x1308, device, *length, offset, mode);
+    call.entry = tavo_write_data_persistancy(persistencyRoot, call.device, nullptr, data, call.length, call.offset);
+    if (call.entry != nullptr) {
+        trace_wobu_write_all(kest_trace, traceHash("persisted copy not written"), " %s,%x", __LINE__, 0,
+                             writeRoutine.name, call.device);
+        describeCopyFailure(call, KEST_REASON_COPY_UNWRITTEN, *call.length, call.offset);
     }
-    return entry;
 }
 
-ErrlEntry* writeInMode(const tavo_deviceaddress& address, unsigned int offset, unsigned int* length,
-                       const unsigned char* data, const kest_attributeValue* attributes, kest_errorDetails& details)
+void writeInMode(seepromCall call, const unsigned char* data)
 {
-    ErrlEntry* entry = nullptr;
-    bool found = false;
-    const unsigned int mode = modeOf(attributes[KEST_ATTR_READ_MODE]);
-    if (mode != kest_modeHardware) {
-        entry = probeCopy(address.number, mode, found, details);
-        if (entry == nullptr && found) {
-            entry = writeCopy(address.number, offset, length, data, mode, details);
+    if (call.mode != kest_modeHardware) {
+        const bool found = probeCopy(call);
+        if (call.entry == nullptr && found) {
+            writeCopy(call, data);
+        }
+        if (call.entry != nullptr || call.mode != kest_modeMixed || found) {
+            return;
         }
     }
-    if (entry == nullptr && (mode == kest_modeHardware || (mode == kest_modeMixed && !found))) {
-        kest_seepromHardwareWrite(entry, address, offset, length, data, attributes);
-        describeHardwareFailure(details, entry, mode, address.number, hardwareWriteSite);
-    }
-    return entry;
+    kest_seepromHardwareWrite(call.entry, call.address, call.offset, call.length, data, call.attributes);
+    describeHardwareFailure(call, hardwareWriteSite);
 }
 
 } // namespace
@@ -167,38 +164,37 @@ ErrlEntry* writeInMode(const tavo_deviceaddress& address, unsigned int offset, u
 ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* /*spare*/, unsigned int offset,
                             unsigned int* length, unsigned char** data, const kest_attributeValue* attributes)
 {
-    const traceScope scope(readName);
-    kest_errorDetails details{};
+    const traceScope scope(readRoutine.name);
     ErrlEntry* entry = nullptr;
+    failureReport report{readRoutine, entry};
     if (data != nullptr && *data != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("buffer pointer in use"), " %s", __LINE__, 0, readName);
-        kest_describeFailure(details, readModule, 0x1307);
+        report.fail(traceHash("buffer pointer in use"), KEST_REASON_POINTER_IN_USE);
     } else if (length == nullptr || data == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, readName,
+        trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, readRoutine.name,
                              length == nullptr, data == nullptr);
-        kest_describeFailure(details, readModule, 0x132B);
+        report.describe(KEST_REASON_MISSING);
     } else {
-        entry = readInMode(address, offset, length, data, kest_attributesOrDefaults(attributes), details);
+        const kest_attributeValue* const values = kest_attributesOrDefaults(attributes);
+        readInMode({report, address, offset, length, values, modeOf(values[KEST_ATTR_READ_MODE])}, data);
     }
-    kest_logError(entry, &details, sourceId);
-    return entry;
+    return report.finish();
 }
 
 ErrlEntry* KEST_seepromWrite(tavo_deviceaddress address, const char* /*spare*/, unsigned int offset,
                              unsigned int* length, const unsigned char* data, const kest_attributeValue* attributes)
 {
-    const traceScope scope(writeName);
-    kest_errorDetails details{};
+    const traceScope scope(writeRoutine.name);
     ErrlEntry* entry = nullptr;
+    failureReport report{writeRoutine, entry};
     if (length == nullptr || data == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, writeName,
+        trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, writeRoutine.name,
                              length == nullptr, data == nullptr);
-        kest_describeFailure(details, writeModule, 0x132B, lowWordOf(length), lowWordOf(data));
+        report.describe(KEST_REASON_MISSING, lowWordOf(length), lowWordOf(data));
     } else {
-        entry = writeInMode(address, offset, length, data, kest_attributesOrDefaults(attributes), details);
+        const kest_attributeValue* const values = kest_attributesOrDefaults(attributes);
+        writeInMode({report, address, offset, length, values, modeOf(values[KEST_ATTR_READ_MODE])}, data);
     }
-    kest_logError(entry, &details, sourceId);
-    return entry;
+    return report.finish();
 }
 
 } // namespace kest

@@ -1,7 +1,7 @@
 #include "kest/thermal.h"
 
 #include "kest/dataport.h"
-#include "kesterrorlog.h"
+#include "kestfailure.h"
 #include "kesttrace.h"
 
 namespace kest
@@ -9,46 +9,41 @@ namespace kest
 namespace
 {
 
-constexpr char sourceId[] = "kestthermal";
-constexpr char name[] = "KEST_thermal_sensor_read_temperature_data";
+constexpr routine thermalRoutine{"KEST_thermal_sensor_read_temperature_data", KEST_MODULE_THERMAL, "kestthermal"};
 
-constexpr std::uint32_t thermalModule = 32;
-
-ErrlEntry* readSensor(KEST_thermal_sensor_info& info, kest_errorDetails& details)
+void readSensor(KEST_thermal_sensor_info& info, failureReport& report)
 {
     unsigned int word = 0;
     info.status = KEST_THERMAL_INVALID;
     info.temperature = 0;
-    ErrlEntry* entry = KEST_dpRead(info.devicePath, 0xFFFF, &word, nullptr, 0xF0);
-    if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("sensor not read"), " %s,%x,%x,%x,%s", 118, 0, name, word,
-                             static_cast<unsigned int>(info.temperature), static_cast<unsigned int>(info.status),
-                             info.devicePath);
-        // No callout: the entry from below has its own.
-        kest_requestSrc(details, thermalModule, 0x1329, EPUB_SUBSYSTEM_SOFTWARE, info.temperature, info.status);
-        kest_setReturnCode(details, 0x80001329);
-    } else {
+    report.entry = KEST_dpRead(info.devicePath, 0xFFFF, &word, nullptr, 0xF0);
+    if (report.entry == nullptr) {
         info.temperature = static_cast<std::uint16_t>(word);
         info.status = KEST_THERMAL_VALID;
+        return;
     }
-    return entry;
+    trace_wobu_write_all(kest_trace, traceHash("sensor not read"), " %s,%x,%x,%x,%s", 118, 0, thermalRoutine.name, word,
+                         static_cast<unsigned int>(info.temperature), static_cast<unsigned int>(info.status),
+                         info.devicePath);
+    // no callout: the entry from below has its own
+    kest_requestSrc(report.details, thermalRoutine.module, KEST_REASON_SENSOR, EPUB_SUBSYSTEM_SOFTWARE,
+                    info.temperature, info.status);
+    kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_SENSOR);
 }
 
 } // namespace
 
 ErrlEntry* KEST_thermal_sensor_read_temperature_data(KEST_thermal_sensor_info* info)
 {
-    const traceScope scope{name};
+    const traceScope scope{thermalRoutine.name};
     ErrlEntry* entry = nullptr;
-    kest_errorDetails details{};
+    failureReport report{thermalRoutine, entry};
     if (info != nullptr && info->devicePath != nullptr) {
-        entry = readSensor(*info, details);
+        readSensor(*info, report);
     } else {
-        trace_wobu_write_all(kest_trace, traceHash("no sensor to read"), " %s", 74, 0, name);
-        kest_describeFailure(details, thermalModule, 0x132B);
+        report.fail(traceHash("no sensor to read"), KEST_REASON_MISSING, 0, 0, 74);
     }
-    kest_logError(entry, &details, sourceId);
-    return entry;
+    return report.finish();
 }
 
 } // namespace kest

@@ -26,6 +26,9 @@ consteval std::uint32_t traceHash(std::string_view message)
     return hash;
 }
 
+/// The node is absent: traced wherever ENODEV is reported.
+constexpr std::uint32_t hashNodeAbsent = 0x05B69EAF;
+
 /// Traces a function's entry, and at the end of its scope its exit. Declare it first: it then speaks last.
 class traceScope
 {

@@ -8,6 +8,7 @@
 
 #include "kest/address.h"
 #include "kest/text.h"
+#include "kestffdc.h"
 #include "platform/errl.h"
 #include "platform/mern.h"
 
@@ -41,11 +42,5 @@ void kest_wobuClose(mern_t& handle, ErrlEntry*& entry);
 /// @param hubOption   offset format behind a 922 hub: 1 for one offset byte, 2 for two, else 0
 void kest_wobuBuildConfig(const kest_deviceAddress* chain, unsigned int length, bool read, kest_iicConfigBlock* block,
                           const kest_attributeValue* attributes, int hubOption);
-
-/// @param[out] data  the layer's first-failure data, to free with tavo_util_free(). @return 0, or the failure's return
-/// code
-std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data, unsigned int* size);
-/// @param trace  non-zero: trace the call. @return 0, or the failure's return code
-std::uint32_t kest_wobuFFDCUnlock(mern_t handle, ErrlEntry*& entry, int trace);
 
 } // namespace kest

@@ -1,0 +1,57 @@
+/// What the library knows of each device type, in one table. Everything else asks it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "kest/address.h"
+
+namespace kest
+{
+
+enum class deviceKind : std::uint8_t {
+    unknown, ///< no device text may name it
+    hub,
+    seeprom,
+    registerDevice, ///< driven through its registers
+    other,
+};
+
+/// Registers that hold one function's bits, lowest pins first. 0x10 in the register byte lets the chip step through
+/// them. Without bytes the device has none.
+struct registerRange {
+    std::uint8_t first = 0;
+    std::uint8_t bytes = 0;
+};
+
+constexpr std::uint8_t noRegister = 0xFF;
+
+/// A device type. What a row leaves out holds for most of them.
+struct deviceType {
+    kest_deviceType type{};
+    deviceKind kind = deviceKind::unknown;
+
+    // memory
+    std::uint32_t capacity = 0; ///< bytes; not 0 for what the SEEPROM functions serve
+    std::uint32_t pageSize = 0; ///< bytes
+    std::uint16_t offsetLength = 0; ///< bytes of a position, of a SEEPROM alone
+
+    // the configuration block of a chain that begins with it
+    bool fixedTimeout = false; ///< else the time-out is computed
+    bool writeCycle = false; ///< the write-cycle attribute applies
+    std::uint32_t flags = 0xFFFB0000;
+
+    // data port
+    bool ledDriver = false; ///< its outputs are selectors of two bits a pin, and it has no pin directions
+    bool highByteFirst = false; ///< its inputs
+    registerRange outputs{};
+    registerRange inputs{};
+    registerRange upperInputs{}; ///< read on their own
+    registerRange directions{};
+    std::array<std::uint8_t, 8> raw = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}; ///< by raw configuration
+};
+
+/// @return the type's row; for a type that is not known a row that says so.
+const deviceType& kest_typeOf(kest_deviceType type);
+
+} // namespace kest
