@@ -49,7 +49,7 @@ class echo : public std::enable_shared_from_this<echo>
 public:
     using protocol = asio::local::stream_protocol;
 
-    explicit echo(Protocol::socket socket) : m_socket(std::move(socket)) {}
+    explicit echo(protocol::socket socket) : m_socket(std::move(socket)) {}
 
     void read()
     {
@@ -82,15 +82,15 @@ private:
                           });
     }
 
-    Protocol::socket m_socket;
+    protocol::socket m_socket;
     FrameAssembler m_assembler{maximumDataBytes};
     std::array<std::uint8_t, 16384> m_input{};
     std::vector<std::uint8_t> m_output;
 };
 
-void acceptEcho(echo::Protocol::acceptor& acceptor)
+void acceptEcho(echo::protocol::acceptor& acceptor)
 {
-    acceptor.async_accept([&acceptor](const asio::error_code& error, echo::Protocol::socket socket) {
+    acceptor.async_accept([&acceptor](const asio::error_code& error, echo::protocol::socket socket) {
         if (!error) {
             std::make_shared<echo>(std::move(socket))->read();
         }
@@ -102,7 +102,7 @@ void acceptEcho(echo::Protocol::acceptor& acceptor)
 void runEcho(const std::string& path)
 {
     asio::io_context context(1);
-    echo::Protocol::acceptor acceptor(context, echo::Protocol::endpoint(path));
+    echo::protocol::acceptor acceptor(context, echo::protocol::endpoint(path));
     acceptEcho(acceptor);
     context.run();
 }

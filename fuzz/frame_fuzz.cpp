@@ -12,7 +12,7 @@ namespace
 {
 
 using namespace kest::client;
-using state = FrameAssembler::State;
+using state = FrameAssembler::state;
 
 constexpr std::uint32_t payloadLimit = 600;
 
@@ -28,11 +28,11 @@ std::vector<std::uint8_t> reassemble(std::span<const std::uint8_t> stream, std::
 {
     FrameAssembler assembler(payloadLimit);
     std::vector<std::uint8_t> written;
-    while (!stream.empty() && assembler.state() == State::incomplete) {
+    while (!stream.empty() && assembler.state() == state::incomplete) {
         const std::size_t used = assembler.feed(stream.first(std::min(pieceBytes, stream.size())));
         require(used > 0);
         stream = stream.subspan(used);
-        if (assembler.state() == State::complete) {
+        if (assembler.state() == state::complete) {
             const frame message = assembler.take();
             require(message.payload.size() <= payloadLimit);
             const std::vector<std::uint8_t> bytes = encodeFrame(message);
