@@ -12,7 +12,7 @@ namespace
 {
 
 using namespace kest::client;
-using state = FrameAssembler::state;
+using state = FrameAssembler::State;
 
 constexpr std::uint32_t payloadLimit = 600;
 
