@@ -18,7 +18,7 @@
 #include <sys/sysmacros.h>
 #include <vector>
 
-#include "platform/host/iic/bus_linux.h"
+#include "platform/host/iic/systemcalls.h"
 
 namespace kest::test
 {

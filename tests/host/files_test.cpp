@@ -7,7 +7,7 @@
 #include "base/files.h"
 #include "base/folders.h"
 #include "platform/host/errorlog/spool.h"
-#include "platform/host/iic/bus_linux.h"
+#include "platform/host/iic/systemcalls.h"
 #include "tests/host/host_support.h"
 #include "tests/host/linux_bus.h"
 

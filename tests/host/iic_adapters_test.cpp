@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/host/iic/bus_linux.h"
 #include "platform/host/iic/locks.h"
 #include "tests/host/linux_bus.h"
 #include "tests/host/memory.h"

@@ -5,6 +5,7 @@
 #include <sys/uio.h>
 #include <sys/wait.h>
 
+#include "platform/host/iic/bus_sim.h"
 #include "platform/host/iic/ffdc.h"
 #include "tests/sanitizers.h"
 #include "tests/system/iic_machine.h"

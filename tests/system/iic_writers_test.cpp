@@ -1,6 +1,7 @@
 /// Several handles that write pages to one chip, and what others make of its silence meanwhile.
 #include <functional>
 
+#include "platform/host/iic/bus_sim.h"
 #include "platform/host/iic/locks.h"
 #include "tests/system/iic_clock.h"
 #include "tests/system/iic_machine.h"

@@ -1,8 +1,7 @@
 /// One IIC bus, as the layer sees it: transactions, a probe, a reset, and what the adapter is able to do.
 ///
-/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of
-/// transfers are written once, above it.
-/// Addresses are in the 8-bit form, even. Implementations: bus_linux.cpp, bus_sim.cpp.
+/// A bus never repeats anything by itself: pages, polling, repeats and time-outs of transfers are written once, above
+/// it. Addresses are in the 8-bit form, even. Implementations: bus_linux.cpp, bus_sim.cpp.
 #pragma once
 
 #include <cstddef>
@@ -35,7 +34,7 @@ enum class outcome : std::uint8_t {
     done,
     addressNotAcknowledged,
     dataNotAcknowledged,
-    notAcknowledged, ///< the adapter doesn't tell whether address or data
+    notAcknowledged, ///< the adapter does not say whether address or data
     arbitrationLost,
     interrupted, ///< by a signal; may be repeated
     sclHeld,
@@ -51,7 +50,12 @@ enum class outcome : std::uint8_t {
     failed,
 };
 
-/// @return the errno that a failed call answers; 0 for `done`
+/// Whether nobody acknowledged.
+constexpr bool isSilence(outcome end)
+{
+    return end == outcome::addressNotAcknowledged || end == outcome::notAcknowledged;
+}
+/// @return the errno of a call that ends so; 0 for `done`
 int errnoOf(outcome end);
 /// For traces and first-failure data.
 const char* nameOf(outcome end);
@@ -93,8 +97,8 @@ struct busIdentity {
     mode_t mode; ///< permissions of the shared files: who may use the bus may lock it
     gid_t group; ///< of the shared files
     std::string text; ///< for people: the path without the device's address
-    uid_t owner =
-        0; ///< of the shared files that root makes, and of the folder: trusted beside root and the process's own user
+    /// Of the shared files that root makes, and of the folder: trusted beside root and the process's own user.
+    uid_t owner = 0;
 };
 
 class bus
@@ -105,8 +109,8 @@ public:
     virtual transferResult transfer(std::span<const segment> segments, const transferPace& pace) = 0;
     /// @return done when something acknowledged, addressNotAcknowledged when nothing did
     virtual transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) = 0;
-    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0:
-    /// nothing) for a sign of life.
+    /// Frees a held bus where the bus can; else starts the adapter afresh and asks `address` (0: nothing) for a sign of
+    /// life.
     virtual outcome reset(std::uint8_t address) = 0;
     /// What the kind of adapter takes. One that takes less ends a transaction with `tooLong`.
     [[nodiscard]] virtual transferLimits limits() const = 0;
@@ -125,17 +129,5 @@ public:
     /// How long to leave the bus alone between two questions to a busy device, ns; 0 not at all.
     [[nodiscard]] virtual std::uint64_t questionPauseNs() const = 0;
 };
-
-/// @param node   node of the simulated machine, "" for the local one
-/// @return 0, or ENOENT, ENODEV, EACCES
-int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, const std::string& name,
-                     const std::string& node, std::shared_ptr<bus>& opened);
-
-/// @param pathPrefix         put ahead of /dev/i2c-N
-/// @param setAdapterTimeout  change the adapter's time-out for each transaction; 1 s after it, as the kernel does not
-///     tell the old one
-/// @return 0, or ENOENT, ENODEV, EACCES, ENOSYS, ENOMEM, ETIME, EIO
-int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
-                 bool setAdapterTimeout, std::shared_ptr<bus>& opened);
 
 } // namespace kest::host::iic

@@ -1,75 +1,21 @@
-/// A bus of the kernel's, over /dev/i2c-N.
 #include "platform/host/iic/bus_linux.h"
-
-#include "platform/host/iic/bus.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <optional>
-#include <thread>
 
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
-#include <sys/ioctl.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "base/descriptor.h"
-#include "base/files.h"
+#include "platform/host/iic/smbus.h"
+#include "platform/host/iic/systemcalls.h"
 
 namespace kest::host::iic
 {
-
-int systemCalls::openNode(const char* path, int flags) { return ownDescriptor(::open(path, flags)); }
-
-int systemCalls::closeNode(int descriptor) { return ::close(descriptor); }
-
-int systemCalls::statNode(int descriptor, struct stat& about) { return ::fstat(descriptor, &about); }
-
-int systemCalls::control(int descriptor, unsigned long request, std::uintptr_t argument)
-{
-    return ::ioctl(descriptor, request, argument);
-}
-
-std::string systemCalls::adapterName(unsigned int number)
-{
-    // what the kernel says of such a file's size is a page
-    constexpr std::size_t longest = 1 << 16;
-    std::vector<std::uint8_t> bytes;
-    static_cast<void>(readFile(m_sysfs / "class/i2c-dev" / ("i2c-" + std::to_string(number)) / "name", longest, bytes));
-    return {bytes.begin(), std::ranges::find(bytes, '\n')};
-}
-
-std::uint32_t systemCalls::adapterClockHz(unsigned int number)
-{
-    constexpr std::size_t longest = 1 << 16;
-    // of a device tree, big-endian
-    constexpr std::size_t cellBytes = 4;
-    std::vector<std::uint8_t> bytes;
-    std::uint32_t hertz = 0;
-    static_cast<void>(readFile(
-        m_sysfs / "bus/i2c/devices" / ("i2c-" + std::to_string(number)) / "of_node/clock-frequency", longest, bytes));
-    for (const std::uint8_t byte : bytes) {
-        hertz = hertz << 8 | byte;
-    }
-    return bytes.size() == cellBytes ? hertz : 0;
-}
-
-std::uint64_t systemCalls::nowNs()
-{
-    return static_cast<std::uint64_t>(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-            .count());
-}
-
-void systemCalls::pause(std::uint64_t nanoseconds)
-{
-    std::this_thread::sleep_for(std::chrono::nanoseconds(nanoseconds));
-}
 
 namespace
 {
@@ -82,39 +28,35 @@ constexpr std::uint64_t pauseNs = 200'000;
 constexpr unsigned long timeoutUnitMs = 10;
 // the kernel's, for adapters that set none; it cannot be asked for
 constexpr unsigned long usualTimeout = 100;
-constexpr std::uint8_t lastBlockLength = I2C_SMBUS_BLOCK_MAX;
 // the kernel's nodes of adapters; the minor is the adapter's number
 constexpr unsigned int adapterMajor = 89;
 // what every device on a bus can do, where the adapter's is not known
 constexpr std::uint64_t usualClockHz = 100'000;
-
-systemCalls kernel;
-std::atomic<systemCalls*> chosen{&kernel};
 
 struct errnoRow {
     int error;
     outcome end;
 };
 constexpr std::array errnoRows{
-    errnoRow{ENXIO, outcome::notAcknowledged},
-    errnoRow{EREMOTEIO, outcome::notAcknowledged},
-    errnoRow{ETIMEDOUT, outcome::timedOut},
-    errnoRow{ETIME, outcome::timedOut},
-    errnoRow{EBUSY, outcome::busBusy},
-    errnoRow{EAGAIN, outcome::arbitrationLost},
-    errnoRow{EINTR, outcome::interrupted},
-    errnoRow{ENODEV, outcome::gone},
-    errnoRow{ESHUTDOWN, outcome::gone},
-    errnoRow{ENOENT, outcome::gone},
-    errnoRow{EBADF, outcome::gone},
-    errnoRow{EOPNOTSUPP, outcome::notSupported},
-    errnoRow{ENOTTY, outcome::notSupported},
-    errnoRow{ENOSYS, outcome::notSupported},
-    errnoRow{EACCES, outcome::notPermitted},
-    errnoRow{EPERM, outcome::notPermitted},
-    errnoRow{ENOMEM, outcome::noMemory},
-    errnoRow{EMFILE, outcome::noMemory},
-    errnoRow{ENFILE, outcome::noMemory},
+    errnoRow{.error = ENXIO, .end = outcome::notAcknowledged},
+    errnoRow{.error = EREMOTEIO, .end = outcome::notAcknowledged},
+    errnoRow{.error = ETIMEDOUT, .end = outcome::timedOut},
+    errnoRow{.error = ETIME, .end = outcome::timedOut},
+    errnoRow{.error = EBUSY, .end = outcome::busBusy},
+    errnoRow{.error = EAGAIN, .end = outcome::arbitrationLost},
+    errnoRow{.error = EINTR, .end = outcome::interrupted},
+    errnoRow{.error = ENODEV, .end = outcome::gone},
+    errnoRow{.error = ESHUTDOWN, .end = outcome::gone},
+    errnoRow{.error = ENOENT, .end = outcome::gone},
+    errnoRow{.error = EBADF, .end = outcome::gone},
+    errnoRow{.error = EOPNOTSUPP, .end = outcome::notSupported},
+    errnoRow{.error = ENOTTY, .end = outcome::notSupported},
+    errnoRow{.error = ENOSYS, .end = outcome::notSupported},
+    errnoRow{.error = EACCES, .end = outcome::notPermitted},
+    errnoRow{.error = EPERM, .end = outcome::notPermitted},
+    errnoRow{.error = ENOMEM, .end = outcome::noMemory},
+    errnoRow{.error = EMFILE, .end = outcome::noMemory},
+    errnoRow{.error = ENFILE, .end = outcome::noMemory},
 };
 
 outcome endOf(int error)
@@ -123,8 +65,8 @@ outcome endOf(int error)
     return row == errnoRows.end() ? outcome::failed : row->end;
 }
 
-/// How an open ends a transaction that needs it. ENXIO says there that the node has no
-/// adapter, and nothing about a device.
+/// How a transaction ends that could not open the node. ENXIO then says that the node has no adapter, and nothing about
+/// a device.
 outcome endOfOpen(int error) { return error == ENXIO ? outcome::gone : endOf(error); }
 
 struct functionRow {
@@ -132,22 +74,22 @@ struct functionRow {
     const char* name;
 };
 constexpr std::array functionNames{
-    functionRow{I2C_FUNC_I2C, "I2C messages"},
-    functionRow{I2C_FUNC_10BIT_ADDR, "10-bit addresses"},
-    functionRow{I2C_FUNC_NOSTART, "joined messages"},
-    functionRow{I2C_FUNC_SMBUS_QUICK, "SMBus quick command"},
-    functionRow{I2C_FUNC_SMBUS_WRITE_BYTE, "SMBus send byte"},
-    functionRow{I2C_FUNC_SMBUS_READ_BYTE, "SMBus receive byte"},
-    functionRow{I2C_FUNC_SMBUS_WRITE_BYTE_DATA, "SMBus write byte"},
-    functionRow{I2C_FUNC_SMBUS_READ_BYTE_DATA, "SMBus read byte"},
-    functionRow{I2C_FUNC_SMBUS_WRITE_WORD_DATA, "SMBus write word"},
-    functionRow{I2C_FUNC_SMBUS_READ_WORD_DATA, "SMBus read word"},
-    functionRow{I2C_FUNC_SMBUS_WRITE_I2C_BLOCK, "I2C block write"},
-    functionRow{I2C_FUNC_SMBUS_READ_I2C_BLOCK, "I2C block read"},
+    functionRow{.mask = I2C_FUNC_I2C, .name = "I2C messages"},
+    functionRow{.mask = I2C_FUNC_10BIT_ADDR, .name = "10-bit addresses"},
+    functionRow{.mask = I2C_FUNC_NOSTART, .name = "joined messages"},
+    functionRow{.mask = I2C_FUNC_SMBUS_QUICK, .name = "SMBus quick command"},
+    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_BYTE, .name = "SMBus send byte"},
+    functionRow{.mask = I2C_FUNC_SMBUS_READ_BYTE, .name = "SMBus receive byte"},
+    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_BYTE_DATA, .name = "SMBus write byte"},
+    functionRow{.mask = I2C_FUNC_SMBUS_READ_BYTE_DATA, .name = "SMBus read byte"},
+    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_WORD_DATA, .name = "SMBus write word"},
+    functionRow{.mask = I2C_FUNC_SMBUS_READ_WORD_DATA, .name = "SMBus read word"},
+    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_I2C_BLOCK, .name = "I2C block write"},
+    functionRow{.mask = I2C_FUNC_SMBUS_READ_I2C_BLOCK, .name = "I2C block read"},
 };
 
-/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an
-/// EEPROM), a byte is read instead.
+/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an EEPROM), a byte is
+/// read instead.
 bool mindsAddressAlone(std::uint8_t address)
 {
     const unsigned int address7 = address >> 1;
@@ -212,8 +154,7 @@ private:
     int makeOwn();
     transferResult transferMessages(std::span<const segment> segments);
     transferResult transferSmbus(std::span<const segment> segments);
-    transferResult smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
-                         i2c_smbus_data* data);
+    transferResult runSmbus(smbusCall& call);
 
     systemCalls& m_calls;
     std::string m_path;
@@ -324,81 +265,36 @@ transferResult linuxBus::transferMessages(std::span<const segment> segments)
     i2c_rdwr_ioctl_data request{.msgs = messages.data(), .nmsgs = static_cast<std::uint32_t>(count)};
     const int moved = control(m_node, I2C_RDWR, &request);
     if (moved < 0) {
-        const outcome end =
-            // an adapter that takes less than the kernel passes on refuses before it sends anything
-            endOf(errno);
+        const outcome end = endOf(errno);
+        // an adapter that takes less than the kernel passes on refuses before it sends anything
         return {.end = end == outcome::notSupported ? outcome::tooLong : end};
     }
     return {.end = static_cast<std::size_t>(moved) == count ? outcome::done : outcome::shortTransfer};
 }
 
-/// The transactions that an SMBus call makes byte for byte; all others are not supported.
 transferResult linuxBus::transferSmbus(std::span<const segment> segments)
 {
-    const segment& first = segments.front();
-    const std::span<std::uint8_t> sent = first.way == direction::write ? first.bytes : std::span<std::uint8_t>{};
-    const bool writes = segments.size() == 1 && first.way == direction::write;
-    const bool reads = segments.size() == 1 && first.way == direction::read;
-    const bool registers = segments.size() == 2 && first.way == direction::write && sent.size() == 1 &&
-                           segments[1].way == direction::read && segments[1].address == first.address;
-    const std::span<std::uint8_t> wanted = reads       ? first.bytes
-                                           : registers ? segments[1].bytes
-                                                       : std::span<std::uint8_t>{};
-    const std::uint8_t command = sent.empty() ? std::uint8_t{0} : sent[0];
-    i2c_smbus_data data{};
-    transferResult result{.end = outcome::notSupported};
-
-    if (writes && sent.empty() && can(I2C_FUNC_SMBUS_QUICK)) {
-        result = smbus(first.address, false, 0, I2C_SMBUS_QUICK, nullptr);
-    } else if (writes && sent.size() == 1 && can(I2C_FUNC_SMBUS_WRITE_BYTE)) {
-        result = smbus(first.address, false, command, I2C_SMBUS_BYTE, nullptr);
-    } else if (writes && sent.size() == 2 && can(I2C_FUNC_SMBUS_WRITE_BYTE_DATA)) {
-        data.byte = sent[1];
-        result = smbus(first.address, false, command, I2C_SMBUS_BYTE_DATA, &data);
-    } else if (writes && sent.size() == 3 && can(I2C_FUNC_SMBUS_WRITE_WORD_DATA)) {
-        // the low byte goes first
-        data.word = static_cast<std::uint16_t>(sent[1] | sent[2] << 8);
-        result = smbus(first.address, false, command, I2C_SMBUS_WORD_DATA, &data);
-    } else if (writes && sent.size() >= 2 && sent.size() <= lastBlockLength + 1U &&
-               can(I2C_FUNC_SMBUS_WRITE_I2C_BLOCK)) {
-        data.block[0] = static_cast<std::uint8_t>(sent.size() - 1);
-        std::ranges::copy(sent.subspan(1), &data.block[1]);
-        result = smbus(first.address, false, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
-    } else if (reads && wanted.size() == 1 && can(I2C_FUNC_SMBUS_READ_BYTE)) {
-        result = smbus(first.address, true, 0, I2C_SMBUS_BYTE, &data);
-        wanted[0] = data.byte;
-    } else if (registers && wanted.size() == 1 && can(I2C_FUNC_SMBUS_READ_BYTE_DATA)) {
-        result = smbus(first.address, true, command, I2C_SMBUS_BYTE_DATA, &data);
-        wanted[0] = data.byte;
-    } else if (registers && wanted.size() == 2 && can(I2C_FUNC_SMBUS_READ_WORD_DATA)) {
-        result = smbus(first.address, true, command, I2C_SMBUS_WORD_DATA, &data);
-        wanted[0] = static_cast<std::uint8_t>(data.word);
-        wanted[1] = static_cast<std::uint8_t>(data.word >> 8);
-    } else if (registers && !wanted.empty() && wanted.size() <= lastBlockLength && can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)) {
-        data.block[0] = static_cast<std::uint8_t>(wanted.size());
-        result = smbus(first.address, true, command, I2C_SMBUS_I2C_BLOCK_DATA, &data);
-        if (result.end == outcome::done && data.block[0] != wanted.size()) {
-            result.end = outcome::shortTransfer;
-        }
-        std::copy_n(&data.block[1], wanted.size(), wanted.begin());
+    std::optional<smbusCall> call = smbusCallFor(segments, m_node.functions);
+    if (!call) {
+        return {.end = outcome::notSupported};
     }
-    return result;
+    const transferResult result = runSmbus(*call);
+    const bool whole = takeData(*call, segments.back());
+    return result.end == outcome::done && !whole ? transferResult{.end = outcome::shortTransfer} : result;
 }
 
-/// One SMBus call. A driver of the kernel's that holds the address does not stand in the
-/// way, as it doesn't for messages.
-transferResult linuxBus::smbus(std::uint8_t address, bool read, std::uint8_t command, std::uint32_t kind,
-                               i2c_smbus_data* data)
+/// A driver of the kernel's that holds the address does not stand in the way, as it doesn't for messages.
+transferResult linuxBus::runSmbus(smbusCall& call)
 {
-    i2c_smbus_ioctl_data request{.read_write = static_cast<std::uint8_t>(read ? I2C_SMBUS_READ : I2C_SMBUS_WRITE),
-                                 .command = command,
-                                 .size = kind,
-                                 .data = data};
-    const int error = makeOwn();
-    if (error != 0) {
+    i2c_smbus_ioctl_data request{
+        .read_write = static_cast<std::uint8_t>(call.way == direction::read ? I2C_SMBUS_READ : I2C_SMBUS_WRITE),
+        .command = call.command,
+        .size = call.kind,
+        .data = call.hasData ? &call.data : nullptr};
+    if (const int error = makeOwn()) {
         return {.end = endOfOpen(error)};
     }
-    const bool done = m_calls.control(m_node.descriptor, I2C_SLAVE_FORCE, address >> 1U) == 0 &&
+    const bool done = m_calls.control(m_node.descriptor, I2C_SLAVE_FORCE, call.address >> 1U) == 0 &&
                       control(m_node, I2C_SMBUS, &request) >= 0;
     return {.end = done ? outcome::done : endOf(errno)};
 }
@@ -425,31 +321,22 @@ transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const t
 /// frees a held bus, if it can, when the next message finds it held.
 outcome linuxBus::reset(std::uint8_t address)
 {
-    const int error = open();
-    outcome end = error == 0 ? outcome::done : endOfOpen(error);
-    if (end == outcome::done && address != 0) {
-        const outcome answer = probe(address, probeMethod::safe, {}).end;
-        const bool alive = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
-        end = alive ? outcome::done : answer;
+    if (const int error = open()) {
+        return endOfOpen(error);
     }
-    return end;
+    if (address == 0) {
+        return outcome::done;
+    }
+    const outcome answer = probe(address, probeMethod::safe, {}).end;
+    const bool alive = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
+    return alive ? outcome::done : answer;
 }
 
 transferLimits linuxBus::limits() const
 {
-    if (can(I2C_FUNC_I2C)) {
-        return {.writeBytes = longestMessage, .readBytes = longestMessage, .segments = mostMessages};
-    }
-    transferLimits limits{.segments = 2};
-    limits.writeBytes = can(I2C_FUNC_SMBUS_WRITE_I2C_BLOCK)   ? lastBlockLength + 1U
-                        : can(I2C_FUNC_SMBUS_WRITE_WORD_DATA) ? 3
-                        : can(I2C_FUNC_SMBUS_WRITE_BYTE_DATA) ? 2
-                        : can(I2C_FUNC_SMBUS_WRITE_BYTE)      ? 1
-                                                              : 0;
-    limits.readBytes = can(I2C_FUNC_SMBUS_READ_I2C_BLOCK)   ? lastBlockLength
-                       : can(I2C_FUNC_SMBUS_READ_WORD_DATA) ? 2
-                                                            : 1;
-    return limits;
+    return can(I2C_FUNC_I2C)
+               ? transferLimits{.writeBytes = longestMessage, .readBytes = longestMessage, .segments = mostMessages}
+               : smbusLimits(m_node.functions);
 }
 
 std::vector<std::string> linuxBus::capabilities() const
@@ -468,7 +355,8 @@ bool linuxBus::heldByDriver(std::uint8_t address)
     return makeOwn() == 0 && m_calls.control(m_node.descriptor, I2C_SLAVE, address >> 1U) != 0 && errno == EBUSY;
 }
 
-/// The errno of an open; where it is no matter of the node's, the one of a transaction that ends like that.
+/// The errno of a failed open: ENOENT when there is no such node, else that of a transaction that ends so.
+/// @param error  not 0
 int openErrno(int error)
 {
     switch (error) {
@@ -478,25 +366,23 @@ int openErrno(int error)
     case ENAMETOOLONG:
         return ENOENT;
     default:
-        return error == 0 ? 0 : errnoOf(endOfOpen(error));
+        return errnoOf(endOfOpen(error));
     }
 }
 
 } // namespace
 
-void useSystemCalls(systemCalls* calls) { chosen = calls != nullptr ? calls : &kernel; }
-
 int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
                  bool setAdapterTimeout, std::shared_ptr<bus>& opened)
 {
-    auto made = std::make_shared<linuxBus>(*chosen.load(), pathPrefix + "/dev/i2c-" + std::to_string(number),
+    auto made = std::make_shared<linuxBus>(chosenSystemCalls(), pathPrefix + "/dev/i2c-" + std::to_string(number),
                                            setAdapterTimeout);
-    const int error = made->open();
-    if (error == 0) {
-        made->identify(lockFolder);
-        opened = std::move(made);
+    if (const int error = made->open()) {
+        return openErrno(error);
     }
-    return openErrno(error);
+    made->identify(lockFolder);
+    opened = std::move(made);
+    return 0;
 }
 
 } // namespace kest::host::iic

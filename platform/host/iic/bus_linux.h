@@ -1,40 +1,20 @@
-/// The system calls under a Linux bus, so that tests can stand in for the kernel.
+/// A bus of the kernel's, over /dev/i2c-N.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
-#include <utility>
 
-#include <sys/stat.h>
+#include "platform/host/iic/bus.h"
 
 namespace kest::host::iic
 {
 
-/// All return -1 with `errno` on failure, as the calls they stand for.
-class systemCalls
-{
-public:
-    /// @param sysfs  where the kernel shows its devices
-    explicit systemCalls(std::filesystem::path sysfs = "/sys") : m_sysfs(std::move(sysfs)) {}
-    virtual ~systemCalls() = default;
-    virtual int openNode(const char* path, int flags);
-    virtual int closeNode(int descriptor);
-    virtual int statNode(int descriptor, struct stat& about);
-    /// @param argument  a number or an address, as the request takes it
-    virtual int control(int descriptor, unsigned long request, std::uintptr_t argument);
-    /// The kernel's name of adapter `number`; empty when it is not known.
-    virtual std::string adapterName(unsigned int number);
-    /// The clock of adapter `number` as the device tree has it, Hz; 0 when it has none.
-    virtual std::uint32_t adapterClockHz(unsigned int number);
-    virtual std::uint64_t nowNs(); ///< CLOCK_MONOTONIC
-    virtual void pause(std::uint64_t nanoseconds);
-
-private:
-    std::filesystem::path m_sysfs;
-};
-
-/// The ones that buses opened from now on use. @param calls  null: the kernel's. Owned by the caller; outlives those buses.
-void useSystemCalls(systemCalls* calls);
+/// @param pathPrefix         put before /dev/i2c-N
+/// @param setAdapterTimeout  change the adapter's time-out for each transaction; 1 s after it, because the kernel does
+///     not tell the old one
+/// @return 0, or ENOENT, ENODEV, EACCES, ENOSYS, ENOMEM, ETIME, EIO
+int openLinuxBus(const std::string& pathPrefix, unsigned int number, const std::filesystem::path& lockFolder,
+                 bool setAdapterTimeout, std::shared_ptr<bus>& opened);
 
 } // namespace kest::host::iic

@@ -1,6 +1,4 @@
-/// A bus of the simulated machine. It is as able as a good adapter of the kernel's, so that both kinds of bus see the
-/// same pieces.
-#include "platform/host/iic/bus.h"
+#include "platform/host/iic/bus_sim.h"
 
 #include <algorithm>
 #include <array>
@@ -20,6 +18,7 @@ namespace kest::host::iic
 namespace
 {
 
+// It is as able as a good adapter of the kernel's, so that both kinds of bus see the same pieces.
 constexpr transferLimits simulatedLimits{.writeBytes = 8192, .readBytes = 8192, .segments = 42};
 
 struct endRow {
@@ -27,14 +26,14 @@ struct endRow {
     outcome end;
 };
 constexpr std::array ends{
-    endRow{sim::outcome::done, outcome::done},
-    endRow{sim::outcome::addressNotAcknowledged, outcome::addressNotAcknowledged},
-    endRow{sim::outcome::dataNotAcknowledged, outcome::dataNotAcknowledged},
-    endRow{sim::outcome::arbitrationLost, outcome::arbitrationLost},
-    endRow{sim::outcome::sclHeld, outcome::sclHeld},
-    endRow{sim::outcome::sdaHeld, outcome::sdaHeld},
-    endRow{sim::outcome::shortTransfer, outcome::shortTransfer},
-    endRow{sim::outcome::gone, outcome::gone},
+    endRow{.simulated = sim::outcome::done, .end = outcome::done},
+    endRow{.simulated = sim::outcome::addressNotAcknowledged, .end = outcome::addressNotAcknowledged},
+    endRow{.simulated = sim::outcome::dataNotAcknowledged, .end = outcome::dataNotAcknowledged},
+    endRow{.simulated = sim::outcome::arbitrationLost, .end = outcome::arbitrationLost},
+    endRow{.simulated = sim::outcome::sclHeld, .end = outcome::sclHeld},
+    endRow{.simulated = sim::outcome::sdaHeld, .end = outcome::sdaHeld},
+    endRow{.simulated = sim::outcome::shortTransfer, .end = outcome::shortTransfer},
+    endRow{.simulated = sim::outcome::gone, .end = outcome::gone},
 };
 
 outcome endOf(sim::outcome simulated)
@@ -161,6 +160,19 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
         return ENODEV;
     }
     return 0;
+}
+
+std::vector<std::string> simulatedBusNames(const std::filesystem::path& machineFolder, bool realTime,
+                                           const std::string& node)
+{
+    if (machineFolder.empty()) {
+        return {};
+    }
+    try {
+        return sim::openMachine(machineFolder, realTime)->busNames(node);
+    } catch (const std::runtime_error&) {
+        return {};
+    }
 }
 
 } // namespace kest::host::iic

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/host/iic/detection.h"
 #include "platform/host/iic/paths.h"
+#include "platform/host/iic/reads.h"
+#include "platform/host/iic/writes.h"
 #include "platform/tavo.h"
 
 namespace kest::host::iic
@@ -61,20 +64,31 @@ struct itemRow {
     bool settable;
 };
 constexpr std::array items{
-    itemRow{WOBU_IIC_SPEED, 4, true, true},
-    itemRow{WOBU_IIC_TARGET, 4, true, true},
-    itemRow{WOBU_IIC_DETECT_STATE, 4, true, false},
-    itemRow{WOBU_IIC_DMA_OPTION, 4, true, true},
-    itemRow{WOBU_IIC_LOCK, sizeof(mern_iic_lock), false, true},
-    itemRow{WOBU_IIC_UNLOCK, sizeof(mern_iic_lock), false, true},
-    itemRow{WOBU_IIC_BLOCK, sizeof(mern_iic_block), true, true},
+    itemRow{.item = WOBU_IIC_SPEED, .size = 4, .readable = true, .settable = true},
+    itemRow{.item = WOBU_IIC_TARGET, .size = 4, .readable = true, .settable = true},
+    itemRow{.item = WOBU_IIC_DETECT_STATE, .size = 4, .readable = true, .settable = false},
+    itemRow{.item = WOBU_IIC_DMA_OPTION, .size = 4, .readable = true, .settable = true},
+    itemRow{.item = WOBU_IIC_LOCK, .size = sizeof(mern_iic_lock), .readable = false, .settable = true},
+    itemRow{.item = WOBU_IIC_UNLOCK, .size = sizeof(mern_iic_lock), .readable = false, .settable = true},
+    itemRow{.item = WOBU_IIC_BLOCK, .size = sizeof(mern_iic_block), .readable = true, .settable = true},
 };
 
-bool isItem(int direction, std::uint32_t item, unsigned int size)
+bool isItem(int way, std::uint32_t item, unsigned int size)
 {
-    const auto* row = std::ranges::find(items, item, &itemRow::item);
+    const auto* const row = std::ranges::find(items, item, &itemRow::item);
     return row != items.end() && row->size == size &&
-           ((direction == MERN_CONFIG_READ && row->readable) || (direction == MERN_CONFIG_SET && row->settable));
+           ((way == MERN_CONFIG_READ && row->readable) || (way == MERN_CONFIG_SET && row->settable));
+}
+
+/// Why a transfer can't begin. @return 0 or an errno
+int checkBuffer(const void* buffer, unsigned int size, std::uint8_t target)
+{
+    if (buffer == nullptr) {
+        return EFAULT;
+    }
+    // the result is an int
+    const bool countable = size <= static_cast<unsigned int>(std::numeric_limits<int>::max());
+    return target == 0 || !countable ? EINVAL : 0;
 }
 
 } // namespace
@@ -85,52 +99,67 @@ device::device(std::shared_ptr<bus> wires, std::uint8_t target)
     m_block.busyWaitMs = usualBusyWaitMs;
 }
 
-callResult device::configure(int direction, std::uint32_t item, std::uint8_t* value, unsigned int size)
+callResult device::configure(int way, std::uint32_t item, std::uint8_t* value, unsigned int size)
 {
-    const bool sets = direction == MERN_CONFIG_SET;
-    std::uint32_t number = 0;
-    callResult result;
-    if (!isItem(direction, item, size)) {
+    if (!isItem(way, item, size)) {
         return failedWith(EINVAL);
     }
     if (value == nullptr) {
         return failedWith(EFAULT);
     }
-    if (sets && size == sizeof number) {
-        number = hostOrder<std::uint32_t>(value);
-    }
+    const bool sets = way == MERN_CONFIG_SET;
     switch (item) {
-    case WOBU_IIC_SPEED:
-        m_speedKhz = sets ? std::optional(number) : m_speedKhz;
-        number = settings().pace.speedKhz;
-        break;
-    case WOBU_IIC_TARGET:
-        result = sets ? setTarget(number) : callResult{};
-        number = m_target;
-        break;
-    case WOBU_IIC_DETECT_STATE:
-        result = m_target == 0 ? failedWith(EINVAL) : callResult{};
-        number = m_target == 0 ? MERN_DETECT_UNCERTAIN : detectDevice(*m_wires, settings(), m_history);
-        break;
-    case WOBU_IIC_DMA_OPTION:
-        m_dmaOption = sets ? number : m_dmaOption;
-        number = m_dmaOption;
-        break;
+    case WOBU_IIC_LOCK:
+        return lock(value, true);
+    case WOBU_IIC_UNLOCK:
+        return lock(value, false);
     case WOBU_IIC_BLOCK:
         if (sets) {
-            result = setBlock(value);
-        } else {
-            std::memcpy(value, &m_block, sizeof m_block);
+            return setBlock(value);
         }
-        break;
+        std::memcpy(value, &m_block, sizeof m_block);
+        return {};
+    case WOBU_IIC_DETECT_STATE:
+        return detect(value);
     default:
-        result = lock(value, item == WOBU_IIC_LOCK);
-        break;
+        return sets ? setNumber(item, hostOrder<std::uint32_t>(value)) : getNumber(item, value);
     }
-    if (!sets && size == sizeof number && result.error == 0) {
-        std::memcpy(value, &number, sizeof number);
+}
+
+callResult device::setNumber(std::uint32_t item, std::uint32_t number)
+{
+    switch (item) {
+    case WOBU_IIC_SPEED:
+        m_speedKhz = number;
+        return {};
+    case WOBU_IIC_TARGET:
+        return setTarget(number);
+    default:
+        m_dmaOption = number;
+        return {};
     }
-    return result;
+}
+
+callResult device::getNumber(std::uint32_t item, std::uint8_t* value)
+{
+    std::uint32_t number = m_dmaOption;
+    if (item == WOBU_IIC_SPEED) {
+        number = settings().pace.speedKhz;
+    } else if (item == WOBU_IIC_TARGET) {
+        number = m_target;
+    }
+    std::memcpy(value, &number, sizeof number);
+    return {};
+}
+
+callResult device::detect(std::uint8_t* value)
+{
+    if (m_target == 0) {
+        return failedWith(EINVAL);
+    }
+    const std::uint32_t state = detectDevice(*m_wires, settings(), m_history);
+    std::memcpy(value, &state, sizeof state);
+    return {};
 }
 
 callResult device::setTarget(std::uint32_t address)
@@ -193,21 +222,10 @@ transferSettings device::settings()
             .locks = &m_locks};
 }
 
-/// Why a transfer can't begin. @return 0 or an errno
-int checkBuffer(const void* buffer, unsigned int size, std::uint8_t target)
-{
-    if (buffer == nullptr) {
-        return EFAULT;
-    }
-    // the result is an int
-    const bool countable = size <= static_cast<unsigned int>(std::numeric_limits<int>::max());
-    return target == 0 || !countable ? EINVAL : 0;
-}
-
-callResult device::finishTransfer(const transferReport& report, bool read, unsigned int size)
+callResult device::finishTransfer(const transferReport& report, direction way, unsigned int size)
 {
     if (report.error == 0) {
-        m_position = positionAfter(settings(), read, size);
+        m_position = positionAfter(settings(), way, size);
     }
     return {.value = static_cast<int>(report.moved), .error = report.error, .length = size, .silence = report.silence};
 }
@@ -217,11 +235,11 @@ callResult device::read(std::uint8_t* buffer, unsigned int size)
     if (size == 0) {
         return {};
     }
-    transferReport report{.error = checkBuffer(buffer, size, m_target)};
-    if (report.error == 0) {
-        report = readDevice(*m_wires, settings(), {buffer, size}, m_history, m_adapterTakes);
+    if (const int error = checkBuffer(buffer, size, m_target)) {
+        return finishTransfer({.error = error}, direction::read, size);
     }
-    return finishTransfer(report, true, size);
+    const transferReport report = readDevice(*m_wires, settings(), {buffer, size}, m_history, m_adapterTakes);
+    return finishTransfer(report, direction::read, size);
 }
 
 callResult device::write(const std::uint8_t* buffer, unsigned int size)
@@ -229,11 +247,11 @@ callResult device::write(const std::uint8_t* buffer, unsigned int size)
     if (size == 0) {
         return {};
     }
-    transferReport report{.error = checkBuffer(buffer, size, m_target)};
-    if (report.error == 0) {
-        report = writeDevice(*m_wires, settings(), {buffer, size}, m_history, m_adapterTakes);
+    if (const int error = checkBuffer(buffer, size, m_target)) {
+        return finishTransfer({.error = error}, direction::write, size);
     }
-    return finishTransfer(report, false, size);
+    const transferReport report = writeDevice(*m_wires, settings(), {buffer, size}, m_history, m_adapterTakes);
+    return finishTransfer(report, direction::write, size);
 }
 
 callResult device::reset(int kind)

@@ -17,21 +17,21 @@
 namespace kest::host::iic
 {
 
-/// What a call answers: its result and, for a failed one, its errno.
+/// What a call returns, and what is known about its failure.
 struct callResult {
     int value = 0;
-    int error = 0;
+    int error = 0; ///< errno; 0 when it did not fail
     std::uint32_t length = 0; ///< bytes asked for, of a transfer
-    const char* silence = "";
+    const char* silence = silenceNone;
 };
 
-/// Not for use by two threads at once: whoever works with it holds `mutex`.
+/// Not for use by two threads at once: a thread that works with it holds `mutex`.
 class device
 {
 public:
     device(std::shared_ptr<bus> wires, std::uint8_t target);
 
-    callResult configure(int direction, std::uint32_t item, std::uint8_t* value, unsigned int size);
+    callResult configure(int way, std::uint32_t item, std::uint8_t* value, unsigned int size);
     callResult seek(long offset, int whence);
     callResult read(std::uint8_t* buffer, unsigned int size);
     callResult write(const std::uint8_t* buffer, unsigned int size);
@@ -53,11 +53,14 @@ public:
     std::mutex mutex;
 
 private:
+    callResult setNumber(std::uint32_t item, std::uint32_t number);
+    callResult getNumber(std::uint32_t item, std::uint8_t* value);
+    callResult detect(std::uint8_t* value);
     callResult lock(const std::uint8_t* record, bool take);
     [[nodiscard]] callResult setTarget(std::uint32_t address);
     [[nodiscard]] callResult setBlock(const std::uint8_t* block);
     [[nodiscard]] transferSettings settings();
-    callResult finishTransfer(const transferReport& report, bool read, unsigned int size);
+    callResult finishTransfer(const transferReport& report, direction way, unsigned int size);
 
     std::shared_ptr<bus> m_wires;
     transferLimits m_adapterTakes; ///< at once, as far as transfers have shown

@@ -26,6 +26,12 @@
 namespace kest::host::iic
 {
 
+static bool areAlike(const transactionNote& first, const transactionNote& second)
+{
+    return first.address == second.address && first.end == second.end && first.written == second.written &&
+           first.read == second.read && first.head == second.head;
+}
+
 void transactionHistory::note(std::uint64_t atNs, std::span<const segment> segments, outcome end)
 {
     transactionNote latest{.atNs = atNs, .address = segments.front().address, .end = end};
@@ -40,15 +46,13 @@ void transactionHistory::note(std::uint64_t atNs, std::span<const segment> segme
             latest.written += length;
         }
     }
-    transactionNote* before = m_count == 0 ? nullptr : &m_notes.at((m_count - 1) % kept);
-    const bool again = before != nullptr && before->address == latest.address && before->end == latest.end &&
-                       before->written == latest.written && before->read == latest.read && before->head == latest.head;
-    if (again) {
+    transactionNote* const before = m_count == 0 ? nullptr : &m_notes.at((m_count - 1) % kept);
+    if (before != nullptr && areAlike(*before, latest)) {
         before->atNs = atNs;
         ++before->times;
-    } else {
-        m_notes.at(m_count++ % kept) = latest;
+        return;
     }
+    m_notes.at(m_count++ % kept) = latest;
 }
 
 std::vector<transactionNote> transactionHistory::latest() const
@@ -76,11 +80,13 @@ struct errnoText {
     const char* name;
 };
 constexpr std::array errnoTexts{
-    errnoText{ENXIO, "ENXIO"},     errnoText{EIO, "EIO"},       errnoText{ETIME, "ETIME"},
-    errnoText{ENODATA, "ENODATA"}, errnoText{ENODEV, "ENODEV"}, errnoText{ENOENT, "ENOENT"},
-    errnoText{EBADF, "EBADF"},     errnoText{EINVAL, "EINVAL"}, errnoText{EFAULT, "EFAULT"},
-    errnoText{EBUSY, "EBUSY"},     errnoText{EACCES, "EACCES"}, errnoText{ENOSYS, "ENOSYS"},
-    errnoText{EDEADLK, "EDEADLK"}, errnoText{ENOMEM, "ENOMEM"},
+    errnoText{.error = ENXIO, .name = "ENXIO"},     errnoText{.error = EIO, .name = "EIO"},
+    errnoText{.error = ETIME, .name = "ETIME"},     errnoText{.error = ENODATA, .name = "ENODATA"},
+    errnoText{.error = ENODEV, .name = "ENODEV"},   errnoText{.error = ENOENT, .name = "ENOENT"},
+    errnoText{.error = EBADF, .name = "EBADF"},     errnoText{.error = EINVAL, .name = "EINVAL"},
+    errnoText{.error = EFAULT, .name = "EFAULT"},   errnoText{.error = EBUSY, .name = "EBUSY"},
+    errnoText{.error = EACCES, .name = "EACCES"},   errnoText{.error = ENOSYS, .name = "ENOSYS"},
+    errnoText{.error = EDEADLK, .name = "EDEADLK"}, errnoText{.error = ENOMEM, .name = "ENOMEM"},
 };
 
 std::string hexByte(std::uint8_t byte)
@@ -131,17 +137,15 @@ std::string recordText(bus& where, const failureReport& report, const transactio
     for (const transactionNote& note : history.latest()) {
         notes.push_back(noteAsJson(note));
     }
-    std::string text;
-    do {
+    for (;;) {
         record["transactions"] = notes;
-        text =
-            // names may be of any bytes
-            record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
-        if (!notes.empty()) {
-            notes.erase(notes.begin());
+        // names may be of any bytes
+        std::string text = record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
+        if (text.size() <= longestRecord || notes.empty()) {
+            return text;
         }
-    } while (text.size() > longestRecord);
-    return text;
+        notes.erase(notes.begin());
+    }
 }
 
 std::string recordName(const busIdentity& identity, std::uint8_t target)
@@ -170,7 +174,8 @@ public:
         const auto found = m_texts.find(key);
         return found == m_texts.end() ? std::string{} : found->second;
     }
-    bool drop(const std::string& key) ///< @return whether there was one
+    /// @return whether there was one
+    bool drop(const std::string& key)
     {
         const std::lock_guard hold(m_mutex);
         return m_texts.erase(key) != 0;
@@ -220,24 +225,24 @@ bool isNone(int error)
 /// What has a record's name and can't be one: links, pipes, sockets.
 bool canBeNoRecord(int error) { return error == ELOOP || error == ENXIO; }
 
-/// Excludes the others who record a failure. Whoever holds it is about to be done. @return false when it is not had
-/// soon
+/// Excludes the others who record a failure. Its holder is about to be done. @return false when it is not had soon
 bool lockRecord(int descriptor)
 {
     struct flock request {
     };
     request.l_type = F_WRLCK;
     request.l_whence = SEEK_SET;
-    bool had = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
-    for (int attempt = 1; !had && attempt < recordLockAttempts; ++attempt) {
+    for (int attempt = 1; fcntl(descriptor, F_OFD_SETLK, &request) != 0; ++attempt) {
+        if (attempt == recordLockAttempts) {
+            return false;
+        }
         std::this_thread::sleep_for(recordLockPause);
-        had = fcntl(descriptor, F_OFD_SETLK, &request) == 0;
     }
-    return had;
+    return true;
 }
 
-/// Writes in place: what is there may be another user's, whom a new file would not take the place of in every folder. A
-/// text so short gets there whole or, when the system ends first, as none.
+/// Writes in place: the file may be another user's, and not every folder lets a new file take its place. So short a text
+/// gets there whole or, when the system ends first, not at all.
 bool putRecord(int descriptor, const std::filesystem::path& folder, const std::string& text)
 {
     const quietWrites quiet;
@@ -314,9 +319,8 @@ int dropFirstFailure(const busIdentity& identity, std::uint8_t target)
         const fileDescriptor file(openSharedFile(identity, name, sharedUse::create));
         error = file.valid() && ftruncate(file.number(), 0) == 0 ? 0 : errno;
     }
-    const bool own =
-        // which it is where the folder can't be used
-        ownRecords::instance().drop(ownKey(identity, target));
+    // the record is the process's own where the folder can't be used
+    const bool own = ownRecords::instance().drop(ownKey(identity, target));
     const bool none = own || error == ENOENT || error == ENOTDIR;
     return none ? 0 : errnoOfFolder(error);
 }

@@ -47,14 +47,14 @@ struct failureReport {
     std::uint32_t moved = 0;
     int error = 0;
     std::uint16_t offsetLength = 0;
-    const char* silence = ""; ///< "busy" or "absent" when the device did not answer, else empty
+    const char* silence = ""; ///< "busy" or "absent" when the device did not acknowledge, else empty
 };
 
-/// Name of an errno that the layer answers, "E?" for another.
+/// Name of an errno that the layer returns, "E?" for another.
 const char* errnoName(int error);
 
-/// Keeps the report when the bus and address have none yet. Never fails: what can't be kept in a file is kept in this
-/// process.
+/// Keeps the report when the bus and address have none yet. Never fails: a report that can't be kept in a file is kept in
+/// this process.
 void keepFirstFailure(bus& where, const failureReport& report, const transactionHistory& history);
 /// @param[out] text  whole JSON text of at most 4 KiB, empty when there is none
 /// @return 0, or the errno of what stands in the way of finding out

@@ -91,9 +91,8 @@ void handleTable::afterFork(bool inChild)
         if (each.heldForFork) {
             each.occupant->mutex.unlock();
         } else if (inChild && each.occupant != nullptr) {
-            ++each.ticket.words
-                  // nobody has this ticket, and the place stays taken: the device can't even be destroyed
-                  [generation];
+            // nobody has this ticket, and the place stays taken: the device can't even be destroyed
+            ++each.ticket.words[generation];
         }
         each.heldForFork = false;
     }

@@ -67,7 +67,7 @@ callResult answerOf(device& opened, Call call)
     }
 }
 
-/// Records and traces a call. Want of memory for that changes nothing of what the call returns.
+/// Records and traces a call. When there is no memory for that, the call still returns what it returned.
 void keepAccount(device& opened, const char* operation, bool recorded, const callResult& result)
 {
     try {
@@ -103,24 +103,30 @@ int onDevice(const mern_t& handle, const char* operation, bool recorded, Call ca
     return result.value;
 }
 
+/// @return 0 or an errno
 int openDevice(NodeType node, const char* path, int flags, mern_t& handle)
 {
-    devicePath where;
-    std::shared_ptr<bus> wires;
-    int error = 0;
     if (path == nullptr) {
-        error = EFAULT;
-    } else if (flags != MERN_OPEN_READ_WRITE_SYNC) {
-        error = EINVAL;
-    } else {
-        error = parseDevicePath(path, where);
+        return EFAULT;
     }
-    if (error == 0) {
-        error = openBusOf(where, node, currentConfiguration(), wires);
+    if (flags != MERN_OPEN_READ_WRITE_SYNC) {
+        return EINVAL;
     }
-    if (error == 0) {
-        handle = handleTable::instance().add(std::make_shared<device>(std::move(wires), where.address));
+    devicePath where;
+    if (const int error = parseDevicePath(path, where)) {
+        return error;
     }
+    std::shared_ptr<bus> wires;
+    if (const int error = openBusOf(where, node, currentConfiguration(), wires)) {
+        return error;
+    }
+    handle = handleTable::instance().add(std::make_shared<device>(std::move(wires), where.address));
+    return 0;
+}
+
+int openTraced(NodeType node, const char* path, int flags, mern_t& handle)
+{
+    const int error = openDevice(node, path, flags, handle);
     trace_wobu_write_all(traceBuffer(), messageHash("open"), " open %s: errno %d", __LINE__, 0,
                          path == nullptr ? "(null)" : path, error);
     return error;
@@ -143,7 +149,7 @@ mern_t mern_iic_open(MernNode node, const char* path, int flags)
     mern_t handle = MERN_INVALID;
     int error = 0;
     try {
-        error = openDevice(node.number, path, flags, handle);
+        error = openTraced(node.number, path, flags, handle);
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     } catch (const std::exception&) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <exception>
+#include <string>
 #include <thread>
 
 #include <fcntl.h>
@@ -30,7 +31,7 @@ namespace
 constexpr std::chrono::microseconds pollInterval{100};
 
 // The bytes of a lock file: one for each address, their turnstiles, one for each address that is being written, their
-// turnstiles. behind the bytes that they are for
+// turnstiles. Turnstiles are that far behind the bytes that they are for.
 constexpr off_t turnstiles = 256;
 constexpr off_t writes = 512;
 
@@ -78,11 +79,11 @@ int takeByte(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 /// Takes a byte behind those who wait for it already. @return as takeByte()
 int takeInTurn(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 {
-    int error = takeByte(descriptor, byte + turnstiles, deadline);
-    if (error == 0) {
-        error = takeByte(descriptor, byte, deadline);
-        setLock(descriptor, F_UNLCK, byte + turnstiles);
+    if (const int error = takeByte(descriptor, byte + turnstiles, deadline)) {
+        return error;
     }
+    const int error = takeByte(descriptor, byte, deadline);
+    setLock(descriptor, F_UNLCK, byte + turnstiles);
     return error;
 }
 
@@ -95,24 +96,31 @@ void useLockClock(lockClock* clock) { chosen = clock != nullptr ? clock : &syste
 /// Opens the bus's lock file and takes a byte of it. @return 0, EBUSY, or what stands in the way of the file
 int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const
 {
-    const std::string name = lockFileName(m_identity);
-    const auto deadline = chosen.load()->now() + timeout;
-    int error = 0;
-    // whether others will meet the lock
-    bool met = false;
-    while (error == 0 && !met) {
-        const bool opened = file.open([&] { return openSharedFile(m_identity, name, sharedUse::create); });
-        error = opened ? takeInTurn(file.number(), byte, deadline) : errnoOfFolder(errno);
-        met = error == 0 && isSharedFile(m_identity, name, file.number());
-        if (error == 0 && !met && chosen.load()->now() >= deadline) {
-            // exchanged meanwhile, and no time is left for the new one
-            error = EBUSY;
-        }
-    }
+    const int error = takeInSharedFile(file, byte, chosen.load()->now() + timeout);
     if (error != 0) {
         file.close();
     }
     return error;
+}
+
+int addressLocks::takeInSharedFile(unsharedFile& file, off_t byte, std::chrono::nanoseconds deadline) const
+{
+    const std::string name = lockFileName(m_identity);
+    for (;;) {
+        if (!file.open([&] { return openSharedFile(m_identity, name, sharedUse::create); })) {
+            return errnoOfFolder(errno);
+        }
+        if (const int error = takeInTurn(file.number(), byte, deadline)) {
+            return error;
+        }
+        if (isSharedFile(m_identity, name, file.number())) {
+            return 0;
+        }
+        // another file has taken its place: nobody will meet this lock
+        if (chosen.load()->now() >= deadline) {
+            return EBUSY;
+        }
+    }
 }
 
 int addressLocks::lock(std::uint8_t address, std::chrono::milliseconds timeout)
@@ -124,12 +132,12 @@ int addressLocks::lock(std::uint8_t address, std::chrono::milliseconds timeout)
 int addressLocks::unlock(std::uint8_t address)
 {
     const auto held = m_held.find(address);
-    int error = EINVAL;
-    if (held != m_held.end() && held->second.valid()) {
-        // a stray copy of the descriptor must not keep it
-        error = setLock(held->second.number(), F_UNLCK, address);
-        held->second.close();
+    if (held == m_held.end() || !held->second.valid()) {
+        return EINVAL;
     }
+    // a stray copy of the descriptor must not keep it
+    const int error = setLock(held->second.number(), F_UNLCK, address);
+    held->second.close();
     return error;
 }
 

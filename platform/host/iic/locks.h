@@ -18,7 +18,7 @@ class lockClock
 {
 public:
     virtual ~lockClock() = default;
-    virtual std::chrono::nanoseconds now(); ///< since whenever
+    virtual std::chrono::nanoseconds now(); ///< since any moment
     virtual void pause(std::chrono::nanoseconds time);
 };
 
@@ -29,7 +29,7 @@ void useLockClock(lockClock* clock);
 ///
 /// One file for each bus, one byte for each address, locked through an open file description for each lock: the kernel
 /// lets go of it when its holder dies. A second byte for each address is a turnstile: each waiter for an address holds
-/// its turnstile, so one who has just let go must queue behind. The layer's own locks on addresses that are being
+/// its turnstile, so a handle that has just let go must queue behind. The layer's own locks on addresses that are being
 /// written have bytes and turnstiles of the same kind behind those.
 class addressLocks
 {
@@ -46,18 +46,19 @@ public:
     /// @return 0; EINVAL when not held; EIO when the file refuses
     int unlock(std::uint8_t address);
 
-    /// Keeps other writers away from an address until endWrite(). Where no file or memory can be had it is written
-    /// without.
+    /// Keeps other writers away from an address until endWrite(). Without a file or memory for that it may be written
+    /// all the same.
     /// @return whether it may be written; false when another wrote to it for all of `timeout`
     bool beginWrite(std::uint8_t address, std::chrono::milliseconds timeout);
     void endWrite();
-    /// Whether another handle, of whatever process, is between the two; false while this one is.
+    /// Whether another handle, of any process, is between beginWrite() and endWrite(); false while this one is.
     [[nodiscard]] bool isWrittenByAnother(std::uint8_t address) const;
 
     void releaseAll();
 
 private:
     int take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const;
+    int takeInSharedFile(unsharedFile& file, off_t byte, std::chrono::nanoseconds deadline) const;
 
     busIdentity m_identity;
     std::map<std::uint8_t, unsharedFile> m_held; ///< a child of a fork finds them closed

@@ -3,6 +3,9 @@
 #include <cerrno>
 #include <charconv>
 
+#include "platform/host/iic/bus_linux.h"
+#include "platform/host/iic/bus_sim.h"
+
 namespace kest::host::iic
 {
 namespace
@@ -57,7 +60,7 @@ int openBusOf(const devicePath& path, NodeType node, const configuration& settin
 {
     // of the local node: nothing is put ahead of a path, and buses are the machine's own
     nodeMapping where;
-    if (node != -1) {
+    if (node != MERN_NODE_LOCAL) {
         if (node < 0 || node >= static_cast<NodeType>(settings.nodes.size())) {
             return ENODEV;
         }

@@ -110,14 +110,13 @@ int openFolder(const busIdentity& identity, fileDescriptor& folder)
 /// are missing are the maker's, and everybody may pass through them.
 int makeSharedFolder(const busIdentity& identity, fileDescriptor& folder)
 {
-    int error = openFolder(identity, folder);
-    if (error == ENOENT) {
-        error = makeFolder(identity.folder, [&identity](int descriptor) {
-            static_cast<void>(share(descriptor, identity, folderMode(identity.mode)));
-        });
-        error = error == 0 || error == EEXIST ? openFolder(identity, folder) : error;
+    if (const int error = openFolder(identity, folder); error != ENOENT) {
+        return error;
     }
-    return error;
+    const int error = makeFolder(identity.folder, [&identity](int descriptor) {
+        static_cast<void>(share(descriptor, identity, folderMode(identity.mode)));
+    });
+    return error == 0 || error == EEXIST ? openFolder(identity, folder) : error;
 }
 
 /// Mends the other files of a bus whose node has changed.
@@ -142,41 +141,41 @@ void shareAll(const busIdentity& identity)
 int openIn(const fileDescriptor& folder, const busIdentity& identity, const std::string& name, sharedUse use)
 {
     const int usual = (use == sharedUse::read ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    int descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual));
-    if (descriptor < 0 && errno == ENOENT && use == sharedUse::create) {
-        descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual | O_CREAT | O_EXCL, identity.mode));
-        if (descriptor >= 0) {
-            // whatever the umask
-            static_cast<void>(share(descriptor, identity, identity.mode));
-        } else if (errno == EEXIST) {
-            // another process was faster
-            descriptor = ownDescriptor(openat(folder.number(), name.c_str(), usual));
-        }
+    const int present = ownDescriptor(openat(folder.number(), name.c_str(), usual));
+    if (present >= 0 || errno != ENOENT || use != sharedUse::create) {
+        return present;
     }
-    return descriptor;
+    const int made = ownDescriptor(openat(folder.number(), name.c_str(), usual | O_CREAT | O_EXCL, identity.mode));
+    if (made >= 0) {
+        // whatever the umask
+        static_cast<void>(share(made, identity, identity.mode));
+        return made;
+    }
+    // another process was faster
+    return errno == EEXIST ? ownDescriptor(openat(folder.number(), name.c_str(), usual)) : -1;
 }
 
 struct errnoRow {
     int error;
-    int answered;
+    int reported;
 };
 constexpr std::array errnoRows{
-    errnoRow{0, 0},
-    errnoRow{EACCES, EACCES},
-    errnoRow{EPERM, EACCES},
-    errnoRow{EROFS, EACCES},
-    errnoRow{ELOOP, EACCES},
-    errnoRow{ENOENT, EACCES}, // what was asked for can't be made there
-    errnoRow{ENOTDIR, EACCES},
-    errnoRow{EISDIR, EACCES},
-    errnoRow{ENXIO, EACCES},
-    errnoRow{ENAMETOOLONG, EACCES},
-    errnoRow{ENOMEM, ENOMEM},
-    errnoRow{EMFILE, ENOMEM},
-    errnoRow{ENFILE, ENOMEM},
-    errnoRow{ENOSPC, ENOMEM},
-    errnoRow{EDQUOT, ENOMEM},
-    errnoRow{ENOLCK, ENOMEM},
+    errnoRow{.error = 0, .reported = 0},
+    errnoRow{.error = EACCES, .reported = EACCES},
+    errnoRow{.error = EPERM, .reported = EACCES},
+    errnoRow{.error = EROFS, .reported = EACCES},
+    errnoRow{.error = ELOOP, .reported = EACCES},
+    errnoRow{.error = ENOENT, .reported = EACCES}, // what was asked for can't be made there
+    errnoRow{.error = ENOTDIR, .reported = EACCES},
+    errnoRow{.error = EISDIR, .reported = EACCES},
+    errnoRow{.error = ENXIO, .reported = EACCES},
+    errnoRow{.error = ENAMETOOLONG, .reported = EACCES},
+    errnoRow{.error = ENOMEM, .reported = ENOMEM},
+    errnoRow{.error = EMFILE, .reported = ENOMEM},
+    errnoRow{.error = ENFILE, .reported = ENOMEM},
+    errnoRow{.error = ENOSPC, .reported = ENOMEM},
+    errnoRow{.error = EDQUOT, .reported = ENOMEM},
+    errnoRow{.error = ENOLCK, .reported = ENOMEM},
 };
 
 } // namespace
@@ -184,7 +183,7 @@ constexpr std::array errnoRows{
 int errnoOfFolder(int error)
 {
     const auto* row = std::ranges::find(errnoRows, error, &errnoRow::error);
-    return row == errnoRows.end() ? EIO : row->answered;
+    return row == errnoRows.end() ? EIO : row->reported;
 }
 
 int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use)
@@ -233,18 +232,18 @@ std::string sharedFolderTrouble(const busIdentity& identity)
     const std::string place = "'" + identity.folder.string() + "'";
     struct stat about {
     };
-    std::string trouble;
     if (stat(identity.folder.c_str(), &about) != 0) {
-        return trouble;
+        return {};
     }
     if (!isTrusted(about.st_uid, identity)) {
-        trouble = place + " belongs to user " + std::to_string(about.st_uid) +
-                  ", who could exchange the locks in it; as root: chown " + std::to_string(identity.owner) + ":" +
-                  std::to_string(identity.group) + " " + place;
-    } else if (canBeExchanged(about)) {
-        trouble = "everybody could exchange the locks in " + place + "; as its owner: chmod +t " + place;
+        return place + " belongs to user " + std::to_string(about.st_uid) +
+               ", who could exchange the locks in it; as root: chown " + std::to_string(identity.owner) + ":" +
+               std::to_string(identity.group) + " " + place;
     }
-    return trouble;
+    if (canBeExchanged(about)) {
+        return "everybody could exchange the locks in " + place + "; as its owner: chmod +t " + place;
+    }
+    return {};
 }
 
 } // namespace kest::host::iic

@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <stdexcept>
 
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/iic/bus.h"
+#include "platform/host/iic/bus_sim.h"
 #include "platform/host/iic/paths.h"
 #include "platform/host/iic/sharedfolder.h"
-#include "sim/machine.h"
 
 namespace kest::host::iic
 {
@@ -18,14 +17,25 @@ toolBus::toolBus(std::shared_ptr<bus> wires) : m_wires(std::move(wires)) {}
 
 toolBus::~toolBus() = default;
 
-std::unique_ptr<toolBus> toolBus::open(const std::string& path, NodeType node, int& error)
+namespace
+{
+
+/// @return 0 or an errno
+int openBusAt(const std::string& path, NodeType node, std::shared_ptr<bus>& opened)
 {
     devicePath where;
-    std::shared_ptr<bus> wires;
-    error = parseDevicePath(path, where);
-    if (error == 0) {
-        error = openBusOf(where, node, currentConfiguration(), wires);
+    if (const int error = parseDevicePath(path, where)) {
+        return error;
     }
+    return openBusOf(where, node, currentConfiguration(), opened);
+}
+
+} // namespace
+
+std::unique_ptr<toolBus> toolBus::open(const std::string& path, NodeType node, int& error)
+{
+    std::shared_ptr<bus> wires;
+    error = openBusAt(path, node, wires);
     return error == 0 ? std::unique_ptr<toolBus>(new toolBus(std::move(wires))) : nullptr;
 }
 
@@ -47,13 +57,14 @@ scanResult toolBus::probe(std::uint8_t address)
         return {.address = address, .state = presence::heldByDriver, .reason = {}};
     }
     const outcome end = m_wires->probe(address, probeMethod::safe, {}).end;
-    scanResult result{.address = address, .state = presence::uncertain, .reason = nameOf(end), .error = errnoOf(end)};
-    if (end == outcome::done) {
-        result = {.address = address, .state = presence::present, .reason = {}};
-    } else if (end == outcome::addressNotAcknowledged) {
-        result = {.address = address, .state = presence::absent, .reason = {}};
+    switch (end) {
+    case outcome::done:
+        return {.address = address, .state = presence::present, .reason = {}};
+    case outcome::addressNotAcknowledged:
+        return {.address = address, .state = presence::absent, .reason = {}};
+    default:
+        return {.address = address, .state = presence::uncertain, .reason = nameOf(end), .error = errnoOf(end)};
     }
-    return result;
 }
 
 bool toolBus::heldByDriver(std::uint8_t address) { return m_wires->heldByDriver(address); }
@@ -68,10 +79,8 @@ std::string toolBus::path() const { return m_wires->identity().text; }
 
 std::string lockFolderTrouble(const std::string& path, NodeType node)
 {
-    devicePath where;
     std::shared_ptr<bus> wires;
-    const bool opened = parseDevicePath(path, where) == 0 && openBusOf(where, node, currentConfiguration(), wires) == 0;
-    return opened ? sharedFolderTrouble(wires->identity()) : "";
+    return openBusAt(path, node, wires) == 0 ? sharedFolderTrouble(wires->identity()) : "";
 }
 
 namespace
@@ -79,16 +88,8 @@ namespace
 
 void listSimulated(const configuration& settings, const std::string& node, std::vector<std::string>& paths)
 {
-    if (settings.machineFolder.empty()) {
-        return;
-    }
-    try {
-        for (const std::string& name :
-             sim::openMachine(settings.machineFolder, settings.machineRealTime)->busNames(node)) {
-            paths.push_back("sim:" + name);
-        }
-    } catch (const std::runtime_error&) {
-        // opening one of its buses will say what is wrong
+    for (const std::string& name : simulatedBusNames(settings.machineFolder, settings.machineRealTime, node)) {
+        paths.push_back("sim:" + name);
     }
 }
 
@@ -111,13 +112,15 @@ std::vector<std::string> listBuses(NodeType node)
 {
     const configuration& settings = currentConfiguration();
     std::vector<std::string> paths;
-    const bool local = node == -1;
-    if (local || (node >= 0 && node < static_cast<NodeType>(settings.nodes.size()))) {
-        const nodeMapping where = local ? nodeMapping{} : settings.nodes.at(static_cast<std::size_t>(node));
-        if (local || !where.simNode.empty()) {
+    if (node == MERN_NODE_LOCAL) {
+        listSimulated(settings, "", paths);
+        listLinux("", paths);
+    } else if (node >= 0 && node < static_cast<NodeType>(settings.nodes.size())) {
+        const nodeMapping& where = settings.nodes.at(static_cast<std::size_t>(node));
+        if (!where.simNode.empty()) {
             listSimulated(settings, where.simNode, paths);
         }
-        if (local || !where.pathPrefix.empty()) {
+        if (!where.pathPrefix.empty()) {
             listLinux(where.pathPrefix, paths);
         }
     }

@@ -1,12 +1,12 @@
-/// Transfers with a device: offsets, pieces, pages, busy devices, time-outs.
+/// What transfers with a device have in common: settings, reports, positions, and what fits into a message.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 #include "platform/host/iic/bus.h"
-#include "platform/host/iic/ffdc.h"
 #include "platform/mern.h"
 
 namespace kest::host::iic
@@ -26,28 +26,50 @@ struct transferSettings {
     addressLocks* locks = nullptr; ///< of the handle; null: other writers are not known
 };
 
+constexpr bool throughHub(const transferSettings& settings) { return settings.offsetLength >= 3; }
+
+/// Why a device did not acknowledge, for first-failure data: after a page was written to it, or before that.
+constexpr const char* silenceNone = "";
+constexpr const char* silenceBusy = "busy";
+constexpr const char* silenceAbsent = "absent";
+
 struct transferReport {
     std::size_t moved = 0;
     int error = 0; ///< errno; 0 when all was moved
-    /// For first-failure data: "busy" after a write, "absent" before one, when nothing answered.
-    const char* silence = "";
+    const char* silence = silenceNone;
 };
 
-/// Reads from the position: an offset and the data in one transaction, as far as the adapter takes it
-/// and 250 ms of wire time allow.
-/// @param[in,out] learnt  what the adapter takes at once: the bus's limits at first, less after it refused something as
-///     too long
-transferReport readDevice(bus& wires, const transferSettings& settings, std::span<std::uint8_t> data,
-                          transactionHistory& history, transferLimits& learnt);
-/// Writes at the position page by page; each page has been taken in, and its write cycle is
-/// over, when it counts as moved.
-/// @param[in,out] learnt  as for readDevice()
-transferReport writeDevice(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
-                           transactionHistory& history, transferLimits& learnt);
-/// Asks the target whether it is there, and waits for a busy one.
-mern_detect_state detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history);
+/// How long a transfer waits while another handle writes pages, ms.
+std::uint32_t patienceMs(const transferSettings& settings);
 
-/// Where the position stands after a whole transfer of `length` bytes.
-std::uint32_t positionAfter(const transferSettings& settings, bool read, std::size_t length);
+/// Where the position is behind `moved` bytes. Only the low 8 bits count up for offset lengths 1 and 3, the low 16 for
+/// 2 and 4; the rest names port and device of a hub.
+std::uint32_t positionPlus(const transferSettings& settings, std::size_t moved);
+
+/// Where the position is after a whole transfer of `length` bytes.
+std::uint32_t positionAfter(const transferSettings& settings, direction way, std::size_t length);
+
+/// The bytes of an offset, most significant first.
+class offsetBytes
+{
+public:
+    offsetBytes(std::uint32_t position, std::size_t count);
+    std::span<std::uint8_t> span() { return std::span(m_bytes).first(m_count); }
+
+private:
+    std::array<std::uint8_t, MERN_OFFSET_LENGTH_MAX> m_bytes{};
+    std::size_t m_count;
+};
+
+/// What a message holds at least: a byte of data behind an offset, or behind a hub's status. A plain message is never
+/// cut.
+std::size_t leastBytes(const transferSettings& settings, direction way);
+
+/// Cuts down what is sent at once, after an adapter refused `refused` as too long.
+/// @return false when there is nothing left to cut
+bool takeLess(transferLimits& takes, const transferSettings& settings, std::span<const segment> refused);
+
+/// Whether a transfer can be made as asked, before anything is sent. @return 0, EINVAL or ENOSYS
+int checkTransfer(const transferSettings& settings, const transferLimits& limits, direction way, std::size_t length);
 
 } // namespace kest::host::iic

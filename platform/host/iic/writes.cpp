@@ -1,0 +1,167 @@
+#include "platform/host/iic/writes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <vector>
+
+#include "platform/host/iic/conversation.h"
+#include "platform/host/iic/locks.h"
+
+namespace kest::host::iic
+{
+namespace
+{
+
+// what a hub takes after its address
+constexpr std::size_t hubBytes = 256;
+
+/// Keeps other writers of pages away from the target for the time of one write.
+class pageClaim
+{
+public:
+    explicit pageClaim(const transferSettings& settings)
+        : m_locks(settings.offsetLength != 0 && settings.pageSize != 0 ? settings.locks : nullptr),
+          m_had(m_locks == nullptr ||
+                m_locks->beginWrite(settings.target, std::chrono::milliseconds(patienceMs(settings))))
+    {
+    }
+    pageClaim(const pageClaim&) = delete;
+    pageClaim& operator=(const pageClaim&) = delete;
+    ~pageClaim()
+    {
+        if (m_locks != nullptr) {
+            m_locks->endWrite();
+        }
+    }
+    /// @return false when another wrote for too long
+    [[nodiscard]] bool had() const { return m_had; }
+
+private:
+    addressLocks* m_locks;
+    bool m_had;
+};
+
+/// A write, page by page. The memory that it needs it has before anything is sent.
+class writing
+{
+public:
+    writing(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
+            transactionHistory& history, transferLimits& learnt);
+    transferReport run();
+
+private:
+    [[nodiscard]] std::size_t lengthOfPage() const;
+    void makePage(std::size_t length);
+    transferReport sendPages();
+
+    conversation m_talk;
+    const transferSettings& m_settings;
+    std::span<const std::uint8_t> m_data;
+    transferLimits& m_learnt; ///< what the adapter is known to take
+    transferLimits m_takes; ///< what is tried
+    transferLimits m_limits; ///< of the kind of adapter
+    std::vector<std::uint8_t> m_page; ///< the message under way: an offset and data
+    std::size_t m_sent = 0; ///< bytes acknowledged
+};
+
+writing::writing(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
+                 transactionHistory& history, transferLimits& learnt)
+    : m_talk(wires, settings, history), m_settings(settings), m_data(data), m_learnt(learnt), m_takes(learnt),
+      m_limits(wires.limits())
+{
+    m_page.reserve(std::min(m_limits.writeBytes, settings.offsetLength + data.size()));
+}
+
+/// Data bytes of the next message: up to the end of its page.
+std::size_t writing::lengthOfPage() const
+{
+    const std::size_t left = m_data.size() - m_sent;
+    if (m_settings.offsetLength == 0) {
+        return left;
+    }
+    const std::size_t takes = std::max(m_takes.writeBytes, leastBytes(m_settings, direction::write));
+    const std::size_t most = throughHub(m_settings) ? std::min(takes, hubBytes) : takes;
+    const std::size_t length = std::min(left, most - m_settings.offsetLength);
+    if (m_settings.pageSize == 0) {
+        return length;
+    }
+    const std::size_t inPage = (m_settings.position + m_sent) % m_settings.pageSize;
+    return std::min(length, m_settings.pageSize - inPage);
+}
+
+/// Makes the next message: an offset and data.
+void writing::makePage(std::size_t length)
+{
+    offsetBytes offset(positionPlus(m_settings, m_sent), m_settings.offsetLength);
+    const auto data = m_data.subspan(m_sent, length);
+    m_page.assign(offset.span().begin(), offset.span().end());
+    m_page.insert(m_page.end(), data.begin(), data.end());
+}
+
+/// A page is certain when its target has taken the next one in: its write cycle is over then.
+transferReport writing::sendPages()
+{
+    std::size_t certain = 0;
+    while (m_sent < m_data.size()) {
+        const std::size_t length = lengthOfPage();
+        makePage(length);
+        const segment page{.address = m_settings.target, .way = direction::write, .bytes = m_page};
+        const std::uint64_t windowNs = m_sent == 0 ? m_talk.startWindowNs() : m_talk.cycleWindowNs();
+        const outcome end = m_talk.sendWhenReady({&page, 1}, windowNs).end;
+        if (end == outcome::tooLong && takeLess(m_takes, m_settings, {&page, 1})) {
+            continue;
+        }
+        if (isSilence(end) && m_sent != 0) {
+            // The page before is being written. It is doubtful only after it has had all its time.
+            return {.moved = m_talk.expired() ? m_sent : certain, .error = ETIME, .silence = silenceBusy};
+        }
+        if (end != outcome::done) {
+            const int error = m_talk.errorOf(end, length);
+            return {.moved = m_sent, .error = error, .silence = error == ENXIO ? silenceAbsent : silenceNone};
+        }
+        m_learnt = m_takes;
+        certain = m_sent;
+        m_sent += length;
+        if (m_sent < m_data.size() && m_talk.expired()) {
+            return {.moved = m_sent, .error = ETIME};
+        }
+    }
+    return {.moved = certain};
+}
+
+transferReport writing::run()
+{
+    if (const int error = checkTransfer(m_settings, m_limits, direction::write, m_data.size())) {
+        return {.error = error};
+    }
+    const pageClaim claim(m_settings);
+    if (!claim.had()) {
+        return {.error = ETIME, .silence = silenceBusy};
+    }
+    m_talk.restart();
+    const transferReport sent = sendPages();
+    if (sent.error != 0) {
+        return sent;
+    }
+    const bool hasCycle = m_settings.offsetLength != 0 || m_settings.writeCycleMs != 0;
+    const outcome end = hasCycle ? m_talk.awaitCycleEnd() : outcome::done;
+    if (isSilence(end)) {
+        return {.moved = sent.moved, .error = ETIME, .silence = silenceBusy};
+    }
+    if (end != outcome::done) {
+        return {.moved = sent.moved, .error = errnoOf(end)};
+    }
+    return {.moved = m_data.size()};
+}
+
+} // namespace
+
+transferReport writeDevice(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
+                           transactionHistory& history, transferLimits& learnt)
+{
+    return writing(wires, settings, data, history, learnt).run();
+}
+
+} // namespace kest::host::iic
