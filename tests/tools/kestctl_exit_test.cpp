@@ -81,13 +81,13 @@ private:
     std::string m_before = getenv("KEST_CONFIG") != nullptr ? getenv("KEST_CONFIG") : "";
 };
 
-KestctlExitCodes::cases KestctlExitCodes::done() const
+KestctlExitCodes::Cases KestctlExitCodes::done() const
 {
     return {{"the command did what it was asked to", [this] { return exitOf({"devices"}); }},
             {"nobody reads the output to its end", [this] { return exitOf({"devices"}, {.closeOutput = true}); }}};
 }
 
-KestctlExitCodes::cases KestctlExitCodes::failed() const
+KestctlExitCodes::Cases KestctlExitCodes::failed() const
 {
     return {{"a transfer failed: a byte was not acknowledged, the bus is held, the chip stayed busy",
              [this] {
@@ -136,7 +136,7 @@ KestctlExitCodes::cases KestctlExitCodes::failed() const
              }}};
 }
 
-KestctlExitCodes::cases KestctlExitCodes::wrongUse() const
+KestctlExitCodes::Cases KestctlExitCodes::wrongUse() const
 {
     return {{"an option, a number or a combination of options that is not understood",
              [this] {
@@ -195,7 +195,7 @@ KestctlExitCodes::cases KestctlExitCodes::wrongUse() const
              }}};
 }
 
-KestctlExitCodes::cases KestctlExitCodes::refused() const
+KestctlExitCodes::Cases KestctlExitCodes::refused() const
 {
     const auto strange = [this](const std::filesystem::path& path, mode_t mode, std::vector<std::string> words) {
         EXPECT_TRUE(letStrangersIn()) << "a user without rights can't start the programs here";
@@ -260,7 +260,7 @@ KestctlExitCodes::cases KestctlExitCodes::refused() const
              }}};
 }
 
-KestctlExitCodes::cases KestctlExitCodes::absent() const
+KestctlExitCodes::Cases KestctlExitCodes::absent() const
 {
     return {{"nothing answers at the device's address",
              [this] {
@@ -295,7 +295,7 @@ KestctlExitCodes::cases KestctlExitCodes::absent() const
              }}};
 }
 
-KestctlExitCodes::cases KestctlExitCodes::verifyFailed() const
+KestctlExitCodes::Cases KestctlExitCodes::verifyFailed() const
 {
     return {{"what is read back after a write differs from what was written",
              [this] {
@@ -310,7 +310,7 @@ KestctlExitCodes::cases KestctlExitCodes::verifyFailed() const
              }}};
 }
 
-KestctlExitCodes::cases KestctlExitCodes::busy() const
+KestctlExitCodes::Cases KestctlExitCodes::busy() const
 {
     return {
         {"somebody else holds the hub or device",
@@ -357,15 +357,15 @@ std::vector<std::pair<int, std::string>> documentedCases()
 
 TEST_F(KestctlExitCodes, AreThoseOfTheDocumentInEveryCase)
 {
-    const std::vector<cases> byCode{done(), failed(), wrongUse(), refused(), absent(), verifyFailed(), busy()};
+    const std::vector<Cases> byCode{done(), failed(), wrongUse(), refused(), absent(), verifyFailed(), busy()};
     std::size_t known = 0;
-    for (const cases& some : byCode) {
+    for (const Cases& some : byCode) {
         known += some.size();
     }
     const auto rows = documentedCases();
     EXPECT_EQ(known, rows.size());
     for (const auto& [code, text] : rows) {
-        const cases& some = byCode.at(static_cast<std::size_t>(code));
+        const Cases& some = byCode.at(static_cast<std::size_t>(code));
         const auto found = some.find(text);
         if (found == some.end()) {
             ADD_FAILURE() << "nothing brings about " << code << ", " << text;

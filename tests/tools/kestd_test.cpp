@@ -377,7 +377,7 @@ using PauseFunction = std::function<bool()>; ///< waits for the other process; r
 /// Runs `body` as nobody. Where it calls the pause that it is given, it waits until `meanwhile` has run in this
 /// process. There is no second thread: a child of a process with threads could wait for ever for the allocator's lock
 /// that one of them held. @return its exit code
-int asNobody(const std::function<int(const pauseFunction&)>& body, const std::function<void()>& meanwhile)
+int asNobody(const std::function<int(const PauseFunction&)>& body, const std::function<void()>& meanwhile)
 {
     int toChild[2];
     int toParent[2];
@@ -496,7 +496,7 @@ TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
         configure("read_users = [\"nobody\"]");
         EXPECT_TRUE(daemon().reload());
     };
-    const auto client = [&](const pauseFunction& pause) {
+    const auto client = [&](const PauseFunction& pause) {
         client::Connection connection = connect();
         const bool refused = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
         return refused && pause() && connection.readSeeprom(someLocation, 0, 4) ? 0 : 1;
@@ -543,7 +543,7 @@ TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
             EXPECT_EQ(part(0, 4), got.data) << got.message;
         }
     };
-    const auto takePlaces = [&](const pauseFunction& pause) {
+    const auto takePlaces = [&](const PauseFunction& pause) {
         std::vector<std::unique_ptr<RawClient>> idle;
         int served = 0;
         for (int number = 0; number < 40; ++number) {
@@ -587,7 +587,7 @@ TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
         // two places, and what the service opens at its first client
         EXPECT_LT(daemon().descriptors(), before + 20);
     };
-    const auto crowd = [&](const pauseFunction& pause) {
+    const auto crowd = [&](const PauseFunction& pause) {
         std::vector<std::unique_ptr<RawClient>> clients;
         for (int number = 0; number < 500; ++number) {
             clients.push_back(std::make_unique<RawClient>(socketPath()));
