@@ -13,8 +13,8 @@ namespace
 constexpr unsigned recoveryClocks = 9;
 } // namespace
 
-// Lets something drive the bus's lines, and commits what came of it.
-// @param act  gets the lines; what came of a false one is lost
+// Lets `act` drive the bus's lines, and commits the new state.
+// @param act  gets the lines. @return whether to commit
 template <typename Act>
 bool busModel::drive(busUse& use, std::uint32_t speedKhz, Act act)
 {
@@ -28,8 +28,8 @@ bool busModel::drive(busUse& use, std::uint32_t speedKhz, Act act)
     return good && use.commit(recorded ? &wave : nullptr);
 }
 
-// What came from a lost image is nothing, and a page made with it would destroy what it holds when it is back: the
-// transaction has not been.
+// Bytes from a lost image mean nothing, and a page made with them would destroy what the image holds when it is back. So
+// a transaction that met a lost image has not been.
 transferResult busModel::transfer(std::span<segment> segments, std::uint32_t speedKhz)
 {
     busUse use{m_shared};

@@ -31,7 +31,7 @@ struct busState {
 };
 
 constexpr std::size_t busStateBytes = 256 + 2 * mostFaults * faultBytes;
-/// Bus time stops there instead of wrapping, and every use of the bus fails.
+/// Bus time stops there and does not wrap; every use of the bus fails then.
 constexpr std::uint64_t latestTime = std::uint64_t{1} << 62;
 
 } // namespace kest::sim

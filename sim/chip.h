@@ -16,8 +16,8 @@
 namespace kest::sim
 {
 
-/// How far ahead of bus time anything is that a chip waits for: an hour of a write cycle that a fault draws out, and
-/// what a hub needs before it begins.
+/// The longest time that a chip waits for anything: an hour of a write cycle that a fault draws out, and what a hub
+/// needs before the cycle begins.
 constexpr std::uint64_t longestWaitNs = 4'000'000'000'000;
 
 /// Longest page of the modelled memories, bytes.
@@ -44,7 +44,7 @@ struct chipFaults {
     virtual void behindHub(std::uint8_t address) = 0;
 };
 
-/// Whether there is no fault of that number any more.
+/// Whether the fault of a number has ended.
 using faultEnded = std::function<bool(std::uint32_t number)>;
 
 /// One line of a register listing.
@@ -68,16 +68,16 @@ public:
     virtual bool take(std::uint8_t byte, busClock& clock) = 0;
     /// The next byte it sends.
     virtual std::uint8_t give(busClock& clock, chipFaults& faults) = 0;
-    /// A STOP, while it was the addressed one.
+    /// A STOP, when it is the addressed chip.
     virtual void stop(busClock& clock, chipFaults& faults) = 0;
-    /// The transaction goes on elsewhere, or ended in the middle of a byte: what it had taken is forgotten.
+    /// Forgets what it has taken: the transaction goes on elsewhere, or ended in the middle of a byte.
     virtual void deselect() = 0;
     /// The controller went away in the middle of the read of a byte, without a STOP.
     virtual void cut() { deselect(); }
     /// One clock pulse with SDA released, outside a transaction.
     virtual void clockPulse() {}
     [[nodiscard]] virtual bool holdsSda() const { return false; }
-    /// Whether a fault must keep off: between a status byte of 0 and the last data byte of a hub's read.
+    /// Whether no fault may strike now: between a status byte of 0 and the last data byte of a hub's read.
     [[nodiscard]] virtual bool guarded() const { return false; }
 
     /// Loads its volatile state from the state file, or stores it there.
@@ -85,7 +85,7 @@ public:
     virtual void powerUp() = 0;
     /// As it is in a machine that has just been made.
     virtual void asNew() { powerUp(); }
-    /// Ends what faults did that are no more.
+    /// Ends the effects of faults that have ended.
     virtual void endEffects(const faultEnded&) {}
     virtual std::vector<listedRegister> list(std::uint64_t now) = 0;
 };

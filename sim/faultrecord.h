@@ -51,7 +51,7 @@ struct faultRecord {
     [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
 };
 
-/// Faults of a bus: so many from the machine file and so many by program, so that neither push the others out.
+/// A bus has room for that many faults of the machine file and as many by program, so that neither push the others out.
 constexpr std::size_t faultBytes = 80, mostFaults = 64;
 
 faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number);

@@ -45,7 +45,7 @@ const char* textOf(hubStatus status)
 
 bool hub922::start(direction way, busClock& clock, chipFaults& faults)
 {
-    // never silent from there to the STOP
+    // once it has acknowledged, it is not silent before the STOP
     const bool inTransaction = m_writing || m_answering != answer::nothing;
     if (m_heldInReset || (!inTransaction && busy(clock.now))) {
         deselect();
@@ -297,7 +297,7 @@ hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faul
     return ready ? hubStatus::done : hubStatus::subBusTimeout;
 }
 
-// Port 0x20 makes a command of a read's header, and no known one; as with every refused read the status stays.
+// A header whose port is 0x20 is a command, but there is none that reads. As with every refused read, the status stays.
 hubStatus hub922::refuseRead() const { return m_status == hubStatus::done ? hubStatus::malformedCommand : m_status; }
 
 // Repeated START after a header: SCL is held until the first byte could be fetched.

@@ -30,7 +30,7 @@ class hub922 final : public chip
 public:
     static constexpr unsigned ports = 8;
 
-    /// A chip on a sub-bus; `offsetBytes` go out ahead of a read's data. The chip outlives the hub.
+    /// Puts a chip on a sub-bus. @param device  outlives the hub. @param offsetBytes  sent before the data of a read
     void attach(std::uint8_t port, std::uint8_t address, chip& device, std::uint32_t offsetBytes)
     {
         m_devices[{port, address}] = {&device, offsetBytes};
@@ -114,7 +114,7 @@ private:
 
     // Of the transaction under way: nothing of it outlives a STOP.
     std::array<std::uint8_t, longestWrite> m_received{};
-    std::size_t m_receivedBytes = 0; ///< all that came, kept or not
+    std::size_t m_receivedBytes = 0; ///< kept or not
     bool m_writing = false;
     answer m_answering = answer::nothing;
     bool m_statusGiven = false;

@@ -22,11 +22,13 @@ public:
     image(const image&) = delete;
     image& operator=(const image&) = delete;
 
-    /// Makes the file, all 0xFF, when there is none. @return what is wrong with it; empty: nothing
-    /// @param[out] error  the system's number for that; 0: it is the image's own fault
+    /// Makes the file, all 0xFF, when there is none.
+    /// @param[out] error  the system's number for what is wrong; 0: the file itself is wrong
+    /// @return what is wrong; empty: nothing
     std::string prepare(int& error);
 
-    /// For one transaction: the file is opened at first use, so that a file put in its place is met by the next one.
+    /// Begins a transaction. The file is opened when it is first used, so that the next transaction finds a file that was
+    /// put in its place.
     void begin(std::uint32_t chipIndex, pageWrite& pending);
     void close();
 

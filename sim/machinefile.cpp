@@ -1,5 +1,6 @@
 #include "sim/machinefile.h"
 
+#include "base/clock.h"
 #include "base/hash.h"
 #include "base/hex.h"
 #include "base/tomltext.h"
@@ -7,12 +8,14 @@
 #include "sim/faultrecord.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <initializer_list>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <tuple>
+#include <utility>
 
 #include <toml++/toml.h>
 
@@ -22,14 +25,14 @@ namespace kest::sim
 namespace
 {
 
-// the others are reserved on every bus
+// the other addresses are reserved on every bus
 constexpr std::int64_t lowestAddress = 0x10, highestAddress = 0xEE;
 
-/// Where in the file and what is wrong.
+/// Reads a machine file, and fails with the place in the file and what is wrong there.
 class reader
 {
 public:
-    reader(const std::string& file, machineDescription& into) : fileName{file}, machine{into} {}
+    reader(const std::string& file, machineDescription& into) : m_fileName{file}, m_machine{into} {}
     void read(const toml::table& root);
 
 private:
@@ -56,18 +59,23 @@ private:
     void chip(const toml::table& table);
     void chipType(const toml::table& table, chipDescription& chip) const;
     void chipOptions(const toml::table& table, chipDescription& chip) const;
+    void eepromOptions(const toml::table& table, chipDescription& chip) const;
+    void sensorOptions(const toml::table& table, chipDescription& chip) const;
     void fault(const toml::table& table);
     void checkChips() const;
     void checkPlace(const chipDescription& chip) const;
 
-    const std::string& fileName;
-    machineDescription& machine;
+    const std::string& m_fileName;
+    machineDescription& m_machine;
 };
 
 std::string placeOf(const toml::source_region& region)
 {
     return std::to_string(region.begin.line) + ":" + std::to_string(region.begin.column);
 }
+
+// Whose keys they are, for error texts.
+std::string keysOf(const chipDescription& chip) { return "[[chip]] of type " + chip.typeName; }
 
 bool isWord(std::string_view text)
 {
@@ -77,10 +85,10 @@ bool isWord(std::string_view text)
 
 void reader::fail(const toml::source_region& place, const std::string& what) const
 {
-    throw std::runtime_error{fileName + ":" + placeOf(place) + ": " + what};
+    throw std::runtime_error{m_fileName + ":" + placeOf(place) + ": " + what};
 }
 
-// A missing key is told at its table.
+// A missing key is reported at its table.
 void reader::failKey(const toml::table& table, std::string_view key, const std::string& what) const
 {
     const auto* node = table.get(key);
@@ -98,27 +106,31 @@ void reader::onlyKeys(const toml::table& table, const std::string& where, keys a
 
 void reader::tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&))
 {
-    const auto* node = root.get(key);
-    if (node != nullptr && !node->is_array_of_tables()) {
+    const auto* const node = root.get(key);
+    if (node == nullptr) {
+        return;
+    }
+    if (!node->is_array_of_tables()) {
         failKey(root, key, "expected tables, written [[" + std::string{key} + "]]");
     }
-    if (node != nullptr) {
-        for (const auto& entry : *node->as_array()) {
-            (this->*each)(*entry.as_table());
-        }
+    for (const auto& entry : *node->as_array()) {
+        (this->*each)(*entry.as_table());
     }
 }
 
 std::string reader::text(const toml::table& table, std::string_view key, const char* otherwise) const
 {
-    const auto* node = table.get(key);
-    if (node == nullptr && otherwise == nullptr) {
-        failKey(table, key, "missing");
+    const auto* const node = table.get(key);
+    if (node == nullptr) {
+        if (otherwise == nullptr) {
+            failKey(table, key, "missing");
+        }
+        return otherwise;
     }
-    if (node != nullptr && !node->is_string()) {
+    if (!node->is_string()) {
         failKey(table, key, "expected a text");
     }
-    return node != nullptr ? node->as_string()->get() : otherwise;
+    return node->as_string()->get();
 }
 
 std::string reader::word(const toml::table& table, std::string_view key, const char* otherwise) const
@@ -133,15 +145,18 @@ std::string reader::word(const toml::table& table, std::string_view key, const c
 std::int64_t reader::number(const toml::table& table, std::string_view key, std::int64_t lowest, std::int64_t highest,
                             std::optional<std::int64_t> otherwise) const
 {
-    const auto* node = table.get(key);
-    if (node == nullptr && !otherwise) {
-        failKey(table, key, "missing");
+    const auto* const node = table.get(key);
+    if (node == nullptr) {
+        if (!otherwise) {
+            failKey(table, key, "missing");
+        }
+        return *otherwise;
     }
-    if (node != nullptr && !node->is_integer()) {
+    if (!node->is_integer()) {
         failKey(table, key, "expected a whole number");
     }
-    const std::int64_t value = node != nullptr ? node->as_integer()->get() : *otherwise;
-    if (node != nullptr && (value < lowest || value > highest)) {
+    const std::int64_t value = node->as_integer()->get();
+    if (value < lowest || value > highest) {
         failKey(table, key, "must be from " + std::to_string(lowest) + " to " + std::to_string(highest));
     }
     return value;
@@ -187,21 +202,21 @@ std::uint8_t reader::address(const toml::table& table, std::string_view key, boo
 // A number, bit 0 pin 0, or a list of levels from pin 0 on.
 std::uint16_t reader::levels(const toml::table& table, unsigned pins) const
 {
-    const auto* list = table.get_as<toml::array>("inputs");
-    unsigned result = 0xFFFF;
+    const auto* const list = table.get_as<toml::array>("inputs");
     if (list == nullptr) {
-        result = static_cast<unsigned>(number(table, "inputs", 0, (std::int64_t{1} << pins) - 1, 0xFFFF));
-    } else if (list->size() > pins) {
+        return static_cast<std::uint16_t>(number(table, "inputs", 0, (std::int64_t{1} << pins) - 1, 0xFFFF));
+    }
+    if (list->size() > pins) {
         failKey(table, "inputs", "more levels than the chip's " + std::to_string(pins) + " pins");
-    } else {
-        for (std::size_t pin = 0; pin < list->size(); ++pin) {
-            const auto level = (*list)[pin].value<std::int64_t>();
-            if (!level || *level < 0 || *level > 1) {
-                fail((*list)[pin].source(), "key 'inputs': a level is 0 or 1");
-            }
-            if (*level == 0) {
-                result &= ~(1U << pin);
-            }
+    }
+    unsigned result = 0xFFFF;
+    for (std::size_t pin = 0; pin < list->size(); ++pin) {
+        const auto level = (*list)[pin].value<std::int64_t>();
+        if (!level || *level < 0 || *level > 1) {
+            fail((*list)[pin].source(), "key 'inputs': a level is 0 or 1");
+        }
+        if (*level == 0) {
+            result &= ~(1U << pin);
         }
     }
     return static_cast<std::uint16_t>(result);
@@ -212,11 +227,11 @@ std::size_t reader::busOf(const toml::table& table) const
     const std::string name = text(table, "bus", nullptr);
     const std::string node = word(table, "node", "");
     const auto found = std::ranges::find_if(
-        machine.buses, [&](const busDescription& bus) { return bus.name == name && bus.node == node; });
-    if (found == machine.buses.end()) {
+        m_machine.buses, [&](const busDescription& bus) { return bus.name == name && bus.node == node; });
+    if (found == m_machine.buses.end()) {
         failKey(table, "bus", "no bus '" + name + "'" + (node.empty() ? "" : " on node '" + node + "'"));
     }
-    return static_cast<std::size_t>(found - machine.buses.begin());
+    return static_cast<std::size_t>(found - m_machine.buses.begin());
 }
 
 std::string reader::imageOf(const toml::table& table) const
@@ -235,12 +250,12 @@ void reader::bus(const toml::table& table)
     bus.name = word(table, "name", nullptr);
     bus.node = word(table, "node", "");
     bus.speedKhz = static_cast<std::uint32_t>(number(table, "speed_khz", 1, fastestKhz, 400));
-    for (const auto& other : machine.buses) {
+    for (const auto& other : m_machine.buses) {
         if (other.name == bus.name && other.node == bus.node) {
             failKey(table, "name", "a second bus '" + bus.name + "'");
         }
     }
-    machine.buses.push_back(bus);
+    m_machine.buses.push_back(bus);
 }
 
 // Finds the type's row, and checks that no key of another kind of chip is there.
@@ -248,14 +263,13 @@ void reader::chipType(const toml::table& table, chipDescription& chip) const
 {
     chip.typeName = text(table, "type", nullptr);
     const auto find = [&](const auto& types, chipKind kind) {
-        for (std::size_t i = 0; i < types.size(); ++i) {
-            if (types[i].name == chip.typeName) {
-                chip.kind = kind;
-                chip.type = i;
-                return true;
-            }
+        const auto* const found = std::ranges::find(types, chip.typeName, [](const auto& type) { return type.name; });
+        if (found == types.end()) {
+            return false;
         }
-        return false;
+        chip.kind = kind;
+        chip.type = static_cast<std::size_t>(found - types.begin());
+        return true;
     };
     if (chip.typeName == "HUB922") {
         chip.kind = chipKind::hub;
@@ -267,35 +281,56 @@ void reader::chipType(const toml::table& table, chipDescription& chip) const
 
 void reader::chipOptions(const toml::table& table, chipDescription& chip) const
 {
-    const std::string where = "[[chip]] of type " + chip.typeName;
-    if (chip.kind == chipKind::eeprom) {
-        onlyKeys(table, where,
-                 {"bus", "node", "hub", "port", "type", "address", "image", "write_cycle_ms", "protect",
-                  "hold_sda_after_cut"});
-        const std::string protect = text(table, "protect", "no");
-        if (protect != "no" && protect != "silent" && protect != "nak") {
-            failKey(table, "protect", "expected 'no', 'silent' or 'nak'");
-        }
-        chip.image = imageOf(table);
-        chip.memory.protect = protect == "no"    ? protection::none
-                              : protect == "nak" ? protection::nak
-                                                 : protection::silent;
-        chip.memory.writeCycleNs = static_cast<std::uint64_t>(real(table, "write_cycle_ms", 0, 1000, 3.5) * 1e6);
-        chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
-    } else if (chip.kind == chipKind::pca955x) {
-        onlyKeys(table, where, {"bus", "node", "hub", "port", "type", "address", "inputs"});
+    switch (chip.kind) {
+    case chipKind::eeprom:
+        eepromOptions(table, chip);
+        break;
+    case chipKind::pca955x:
+        onlyKeys(table, keysOf(chip), {"bus", "node", "hub", "port", "type", "address", "inputs"});
         chip.inputs = levels(table, pca955xTypes.at(chip.type).pins);
-    } else if (chip.kind == chipKind::sensor) {
-        const sensorType& type = sensorTypes.at(chip.type);
-        const bool lm75 = type.name == "LM75";
-        onlyKeys(table, where, {"bus", "node", "hub", "port", "type", "address", "celsius", lm75 ? "bits" : "celsius"});
-        chip.celsius = real(table, "celsius", type.lowestCelsius, type.highestCelsius, 25.0);
-        chip.temperatureBits = lm75 ? static_cast<unsigned>(number(table, "bits", 9, 11, 9)) : 13;
-        if (chip.temperatureBits == 10) {
-            failKey(table, "bits", "an LM75 has 9 or 11");
-        }
-    } else {
-        onlyKeys(table, where, {"bus", "node", "type", "address"});
+        break;
+    case chipKind::sensor:
+        sensorOptions(table, chip);
+        break;
+    case chipKind::hub:
+        onlyKeys(table, keysOf(chip), {"bus", "node", "type", "address"});
+        break;
+    }
+}
+
+void reader::eepromOptions(const toml::table& table, chipDescription& chip) const
+{
+    onlyKeys(
+        table, keysOf(chip),
+        {"bus", "node", "hub", "port", "type", "address", "image", "write_cycle_ms", "protect", "hold_sda_after_cut"});
+    constexpr std::array protections{
+        std::pair{std::string_view{"no"}, protection::none},
+        std::pair{std::string_view{"silent"}, protection::silent},
+        std::pair{std::string_view{"nak"}, protection::nak},
+    };
+    const std::string protect = text(table, "protect", "no");
+    const auto* const found =
+        std::ranges::find(protections, std::string_view{protect}, [](const auto& row) { return row.first; });
+    if (found == protections.end()) {
+        failKey(table, "protect", "expected 'no', 'silent' or 'nak'");
+    }
+    chip.image = imageOf(table);
+    chip.memory.protect = found->second;
+    chip.memory.writeCycleNs =
+        static_cast<std::uint64_t>(real(table, "write_cycle_ms", 0, 1000, 3.5) * static_cast<double>(nsPerMs));
+    chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
+}
+
+void reader::sensorOptions(const toml::table& table, chipDescription& chip) const
+{
+    const sensorType& type = sensorTypes.at(chip.type);
+    const bool lm75 = type.name == "LM75";
+    onlyKeys(table, keysOf(chip),
+             {"bus", "node", "hub", "port", "type", "address", "celsius", lm75 ? "bits" : "celsius"});
+    chip.celsius = real(table, "celsius", type.lowestCelsius, type.highestCelsius, 25.0);
+    chip.temperatureBits = lm75 ? static_cast<unsigned>(number(table, "bits", 9, 11, 9)) : 13;
+    if (chip.temperatureBits == 10) {
+        failKey(table, "bits", "an LM75 has 9 or 11");
     }
 }
 
@@ -316,7 +351,7 @@ void reader::chip(const toml::table& table)
     if (chip.kind == chipKind::hub && (chip.address & ~0x0A) != 0x80) {
         failKey(table, "address", "a HUB922 is at 0x80, 0x82, 0x88 or 0x8A");
     }
-    machine.chips.push_back(chip);
+    m_machine.chips.push_back(chip);
 }
 
 void reader::fault(const toml::table& table)
@@ -343,24 +378,24 @@ void reader::fault(const toml::table& table)
         fail(table.source(), trouble);
     }
     if (table.contains("bus")) {
-        what.bus = fullName(machine.buses.at(busOf(table)));
-    } else if (what.node = word(table, "node", ""); table.contains("node") && !machine.hasNode(what.node)) {
+        what.bus = fullName(m_machine.buses.at(busOf(table)));
+    } else if (what.node = word(table, "node", ""); table.contains("node") && !m_machine.hasNode(what.node)) {
         failKey(table, "node", "no bus on node '" + what.node + "'");
     }
-    machine.faults.push_back(what);
-    if (machine.faults.size() > mostFaults) {
+    m_machine.faults.push_back(what);
+    if (m_machine.faults.size() > mostFaults) {
         fail(table.source(), "more than " + std::to_string(mostFaults) + " faults");
     }
 }
 
 void reader::checkPlace(const chipDescription& chip) const
 {
-    const auto hub = std::ranges::find_if(machine.chips, [&](const chipDescription& other) {
+    const auto hub = std::ranges::find_if(m_machine.chips, [&](const chipDescription& other) {
         return other.kind == chipKind::hub && other.bus == chip.bus && other.address == chip.hub;
     });
-    if (chip.behindHub && hub == machine.chips.end()) {
-        throw std::runtime_error{fileName + ":" + chip.place + ": key 'hub': no HUB922 at " + addressText(chip.hub) +
-                                 " on bus '" + machine.buses[chip.bus].name + "'"};
+    if (chip.behindHub && hub == m_machine.chips.end()) {
+        throw std::runtime_error{m_fileName + ":" + chip.place + ": key 'hub': no HUB922 at " + addressText(chip.hub) +
+                                 " on bus '" + m_machine.buses[chip.bus].name + "'"};
     }
 }
 
@@ -368,10 +403,10 @@ void reader::checkChips() const
 {
     std::set<std::tuple<std::size_t, bool, unsigned, unsigned, unsigned>> places;
     std::set<std::string> images;
-    for (const auto& chip : machine.chips) {
+    for (const auto& chip : m_machine.chips) {
         checkPlace(chip);
         const auto fail = [&](const std::string& what) {
-            throw std::runtime_error{fileName + ":" + chip.place + ": " + what};
+            throw std::runtime_error{m_fileName + ":" + chip.place + ": " + what};
         };
         if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, chip.address).second) {
             fail("a second chip at " + addressText(chip.address));
@@ -386,7 +421,7 @@ void reader::read(const toml::table& root)
 {
     onlyKeys(root, "a machine file", {"bus", "chip", "fault"});
     tables(root, "bus", &reader::bus);
-    if (machine.buses.empty()) {
+    if (m_machine.buses.empty()) {
         fail(root.source(), "no [[bus]]");
     }
     tables(root, "chip", &reader::chip);

@@ -69,7 +69,7 @@ std::string fullName(const busDescription& bus);
 std::string addressText(std::uint8_t address);
 
 /// Reads the text of a machine file. Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong".
-/// @param fileName  for error texts alone
+/// @param fileName  appears in error texts only
 machineDescription parseMachine(std::string_view text, const std::string& fileName);
 
 } // namespace kest::sim

@@ -28,7 +28,7 @@ bool sharedBus::load()
         m_damaged = true;
         return false;
     }
-    // the machine file may pull them otherwise by now
+    // the machine file may pull other lines low by now
     m_chips.driveResetLines(m_state.faults);
     return writePage();
 }
@@ -64,7 +64,8 @@ void sharedBus::store()
     m_file->turn(m_index);
 }
 
-// Waveform, state, image: what comes after the state can be done again from it, what comes before is lost without it.
+// First the waveform, then the state, then the image: the image can be written again from the state, and a waveform
+// without its state does not count.
 bool sharedBus::commit(waveText* wave)
 {
     if (wave != nullptr) {

@@ -1,4 +1,4 @@
-/// What a bus is made of for everybody on it: directions, clock, and the bits of its conditions and bytes.
+/// What everybody on a bus shares: directions, the clock, and the bits of conditions and bytes.
 #pragma once
 
 #include <cstdint>

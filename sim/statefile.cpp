@@ -63,7 +63,7 @@ void writeHeader(std::uint8_t* mapped, header& written)
 } // namespace
 
 // A forked child has the parent's open file description, and with it the parent's locks: it needs one of its own. The
-// mutexes are taken over the fork, so that no transaction is under way then.
+// mutexes are held during the fork, so that no transaction is under way then.
 struct forkRegistry {
     // taken before the other
     std::mutex opening;
@@ -108,7 +108,7 @@ void stateFile::beforeFork()
     }
 }
 
-// In the child only calls that a signal handler may make.
+// The child makes only calls that a signal handler may make.
 void stateFile::afterFork(bool child)
 {
     if (child) {
@@ -149,7 +149,7 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
     forkRegistry::instance().files.push_back(this);
 }
 
-// A file with holes, a sparse copy for instance: touched on a full disk they would end the process.
+// A sparse copy of the file has holes. On a full disk, a write to one of them would end the process.
 void stateFile::reserveHoles()
 {
     struct stat found {
@@ -196,7 +196,7 @@ stateFile::hold::hold(stateFile& of, std::size_t bus) : m_file{of}, m_first{bus}
     m_locked = m_file.m_mapped != nullptr && m_file.lockFile(m_first, m_count, true);
 }
 
-// The range to the end of all files, so that layouts with more buses are held, too.
+// The range has no end, so that layouts with more buses are held, too.
 stateFile::hold::hold(stateFile& of) : m_file{of}, m_first{0}, m_count{0}
 {
     for (auto& mutex : m_file.m_mutexes) {

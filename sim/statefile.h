@@ -1,8 +1,8 @@
 /// The mapped state file of a machine, and the locks on it.
 ///
-/// For each bus it holds two records, of which one byte says the current one: a transaction writes the other and then
-/// turns the byte, so that a process killed at any instruction leaves the state from before or after
-/// it. Numbers are little-endian.
+/// It holds two records for each bus, and a byte that says which one is current. A transaction writes the other record
+/// and then turns the byte, so that a process killed at any instruction leaves the state from before or after the
+/// transaction. Numbers are little-endian.
 #pragma once
 
 #include <cstddef>
@@ -39,7 +39,7 @@ public:
         ~hold();
         hold(const hold&) = delete;
         hold& operator=(const hold&) = delete;
-        /// Whether the lock was had.
+        /// Whether it has the lock.
         [[nodiscard]] bool held() const { return m_locked; }
 
     private:
@@ -55,8 +55,7 @@ public:
     [[nodiscard]] std::string damage(std::uint64_t layoutMark) const;
     /// Keeps a copy of the file. @return its name. Throws std::runtime_error.
     [[nodiscard]] std::filesystem::path setAside() const;
-    /// Makes the file anew, all zero, for a layout; it is usable when seal() has been called,
-    /// too. Both under the lock of all.
+    /// Makes the file anew, all zero, for a layout. It is usable once seal() has been called. Both under the lock of all.
     void renew(std::uint64_t layoutMark);
     void seal();
 

@@ -15,7 +15,7 @@ namespace kest::sim
 class wire
 {
 public:
-    /// @param recorded  null: nobody looks
+    /// @param recorded  null: nothing is recorded
     wire(std::uint64_t now, std::uint64_t bitNs, waveText* recorded) : clock{now, bitNs}, m_wave{recorded} {}
 
     busClock clock;
@@ -23,11 +23,11 @@ public:
     void start();
     void stop();
     void byte(std::uint8_t value, bool acknowledged);
-    /// The first bits of a byte, and the clock of the next.
+    /// The first `bits` bits of a byte.
     void cutByte(std::uint8_t value, unsigned bits);
-    /// One pulse with SDA as the chips leave it.
+    /// One clock pulse with SDA as the chips leave it.
     void pulse(bool sda);
-    /// Lines left as somebody holds them: the controller has let go.
+    /// The controller lets go, and leaves the lines as others hold them.
     void leave(bool scl, bool sda);
 
 private:

@@ -59,7 +59,7 @@ constexpr bool isSilence(outcome end)
 int errnoOf(outcome end);
 /// For traces and first-failure data.
 const char* nameOf(outcome end);
-/// Whether an errno of the system's says that memory or descriptors have run out.
+/// Whether an errno of the system means that memory or descriptors have run out.
 bool isShortage(int error);
 
 struct transferResult {
@@ -86,15 +86,15 @@ struct transferPace {
 
 /// How to ask whether a device is there.
 enum class probeMethod : std::uint8_t {
-    safe, ///< by the address's range: some devices mind an address alone, others a read
+    safe, ///< by the range of the address: an address alone upsets some devices, a read others
     addressOnly, ///< the address in write direction and nothing else: a hub must not be asked by a read
 };
 
-/// What a bus is to every process and configuration: where its shared files live, and what their names begin with.
+/// What identifies a bus to every process and configuration: where its shared files are, and how their names begin.
 struct busIdentity {
     std::filesystem::path folder;
     std::string name; ///< file-name safe
-    mode_t mode; ///< permissions of the shared files: who may use the bus may lock it
+    mode_t mode; ///< permissions of the shared files: anyone who may use the bus may lock it
     gid_t group; ///< of the shared files
     std::string text; ///< for people: the path without the device's address
     /// Of the shared files that root makes, and of the folder: trusted beside root and the process's own user.

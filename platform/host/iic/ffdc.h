@@ -57,7 +57,7 @@ const char* errnoName(int error);
 /// this process.
 void keepFirstFailure(bus& where, const failureReport& report, const transactionHistory& history);
 /// @param[out] text  whole JSON text of at most 4 KiB, empty when there is none
-/// @return 0, or the errno of what stands in the way of finding out
+/// @return 0, or an errno when nobody can find out
 int firstFailure(const busIdentity& identity, std::uint8_t target, std::string& text);
 /// Lets the next failure be recorded. @return 0 or an errno
 int dropFirstFailure(const busIdentity& identity, std::uint8_t target);

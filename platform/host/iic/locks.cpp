@@ -49,7 +49,7 @@ struct flock byteLock(short kind, off_t byte)
     return request;
 }
 
-/// @return 0, EAGAIN when somebody else has the byte, or what stands in the way of the file
+/// @return 0, EAGAIN when another has the byte, or why the file cannot be used
 int setLock(int descriptor, short kind, off_t byte)
 {
     struct flock request = byteLock(kind, byte);
@@ -60,7 +60,7 @@ int setLock(int descriptor, short kind, off_t byte)
     return error == EACCES || error == EAGAIN ? EAGAIN : errnoOfFolder(error);
 }
 
-/// Tries until the byte is had or the time is up. @return 0, EBUSY, or what stands in the way of the file
+/// Tries until it has the byte or the time is up. @return 0, EBUSY, or why the file cannot be used
 int takeByte(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 {
     lockClock& clock = *chosen.load();
@@ -93,7 +93,7 @@ std::string lockFileName(const busIdentity& identity) { return identity.name + "
 
 void useLockClock(lockClock* clock) { chosen = clock != nullptr ? clock : &systemClock; }
 
-/// Opens the bus's lock file and takes a byte of it. @return 0, EBUSY, or what stands in the way of the file
+/// Opens the bus's lock file and takes a byte of it. @return 0, EBUSY, or why the file cannot be used
 int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const
 {
     const int error = takeInSharedFile(file, byte, chosen.load()->now() + timeout);

@@ -58,7 +58,7 @@ int parseDevicePath(std::string_view text, devicePath& path)
 
 int openBusOf(const devicePath& path, NodeType node, const configuration& settings, std::shared_ptr<bus>& opened)
 {
-    // of the local node: nothing is put ahead of a path, and buses are the machine's own
+    // the local node: nothing is put before a path, and buses are the machine's own
     nodeMapping where;
     if (node != MERN_NODE_LOCAL) {
         if (node < 0 || node >= static_cast<NodeType>(settings.nodes.size())) {

@@ -29,7 +29,7 @@ int parseDevicePath(std::string_view text, devicePath& path);
 constexpr bool isDeviceAddress(std::uint32_t address) { return address != 0 && address <= 0xFE && address % 2 == 0; }
 
 /// Opens the bus that `path` names on a node.
-/// @return 0; ENODEV for a node that is not mapped; what opening the bus answers
+/// @return 0; ENODEV for a node that is not mapped; else the errno of opening the bus
 int openBusOf(const devicePath& path, NodeType node, const configuration& settings, std::shared_ptr<bus>& opened);
 
 } // namespace kest::host::iic

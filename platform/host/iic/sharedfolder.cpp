@@ -19,11 +19,11 @@ namespace
 
 constexpr mode_t permissionBits = 07777;
 
-/// Another group than the bus's is not meant by the mode: its members get what everybody gets.
+/// The mode is meant for the bus's group. The members of another group get what everybody gets.
 mode_t withoutGroup(mode_t mode) { return (mode & ~mode_t{070}) | (mode & 07U) << 3U; }
 
-/// Lets the users of the bus at a file or folder. What is not permitted is left as it is.
-/// @return whether something was not as it is to be
+/// Gives the users of the bus access to a file or folder, as far as this process may.
+/// @return whether owner, group or mode was not as it should be
 bool share(int descriptor, const busIdentity& identity, mode_t mode)
 {
     const bool root = geteuid() == 0;
@@ -49,7 +49,7 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
     return other || strange;
 }
 
-/// Who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may write,
+/// Anyone who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may write,
 /// everybody's files are safe from the others.
 mode_t folderMode(mode_t files)
 {

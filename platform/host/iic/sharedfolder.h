@@ -1,6 +1,6 @@
 /// The folder in which the users of a bus meet: lock files and first-failure data.
 ///
-/// Who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID bit, its
+/// Anyone who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID bit, its
 /// group. Only root gives files to another group or owner; nobody else asks for that, since a service may be ended for
 /// asking.
 ///
@@ -16,8 +16,8 @@
 namespace kest::host::iic
 {
 
-/// What the layer reports for an errno that stands in the way of the folder or a file of it: the system's own may mean
-/// something else to the layer's callers. @return 0, EACCES, ENOMEM or EIO
+/// The errno that the layer reports when the folder or a file in it cannot be used: the system's own may mean something
+/// else to the layer's callers. @return 0, EACCES, ENOMEM or EIO
 int errnoOfFolder(int error);
 
 enum class sharedUse : std::uint8_t {

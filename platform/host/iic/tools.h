@@ -17,7 +17,7 @@ enum class presence : std::uint8_t {
     present,
     absent,
     heldByDriver, ///< a driver of the kernel has the address; it was not asked
-    uncertain, ///< neither answer was to be had
+    uncertain, ///< nobody can find out
 };
 
 struct scanResult {
@@ -37,12 +37,12 @@ class toolBus
 public:
     /// @param path    `/dev/i2c-N` or `sim:BUS`, with or without `@HH`
     /// @param node    -1 the local one, else 0-7
-    /// @param[out] error  an errno as mern_iic_open() answers it
+    /// @param[out] error  the errno that mern_iic_open() would set
     /// @return null on failure
     static std::unique_ptr<toolBus> open(const std::string& path, NodeType node, int& error);
     ~toolBus();
 
-    /// Asks every address from firstScanned to lastScanned once, by the way that is safe for it; doesn't wait for a
+    /// Asks every address from firstScanned to lastScanned once, in the way that is safe for it. It does not wait for a
     /// busy device.
     std::vector<scanResult> scan();
     /// Asks one address, likewise. @param address  8-bit form, even, not 0
