@@ -1,6 +1,8 @@
 #include <memory>
 
+#include "platform/host/errorlog/deviceof.h"
 #include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/text.h"
 #include "platform/trace.h"
 #include "tests/host/host_support.h"
 
@@ -246,6 +248,22 @@ TEST_F(ErrorEntry, JsonFormHoldsEveryItem)
     facts.commitAction = 0x2000;
     facts.traces[0].text = "line\xC3\xA9\n";
     const std::string line =
+        R"({"id":11,"committed_ms":1700000000013,"created_ms":12,"severity":16,"event_type":0,"creator":4864,)"
+        R"("return_code":2147488517,"commit_component":15,"action":8192,"process_id":14,"process":"p\"\n","incomplete":false,)"
+        R"("srcs":[{"words":[11617279,318767117,4882,85,62,2,3,4294967295],"creator":4864,"flags":0,"terminating_state":0},)"
+        R"({"words":[11617279,318767117,4882,85,62,2,3,4294967295],"creator":5121,"flags":0,"terminating_state":0}],)"
+        R"("callouts":[{"priority":1,"procedure":4},{"priority":1,"procedure":6}],"fru_callouts":[{"priority":1,"fru":4660}],)"
+        R"("software_errors":[{"component":4868,"return_code":2147488518,"module":16,"site":165,"reserved":9}],)"
+        R"("user_details":[{"component":4866,"version":1,"subsection":6,"hex":"007fff"},)"
+        R"({"component":4867,"version":2,"subsection":7,"hex":""}],)"
+        R"("traces":[{"buffer":"entrytest","text":"line\u00e9\n"}]})";
+    EXPECT_EQ(line, host::toLine(facts));
+    const auto back = host::fromLine(line);
+    ASSERT_TRUE(back.has_value());
+    EXPECT_EQ(line, host::toLine(*back));
+
+    // up to layout 2
+    const std::string former =
         R"({"callouts":[{"priority":1,"procedure":4},{"priority":1,"procedure":6}],"commitAction":8192,"commitComponent":15,)"
         R"("committedMs":1700000000013,"createdMs":12,"creator":4864,"eventType":0,"fruCallouts":[{"fru":4660,"priority":1}],)"
         R"("incomplete":false,"plid":11,"process":"p\"\n","processId":14,"returnCode":2147488517,"severity":16,)"
@@ -255,10 +273,17 @@ TEST_F(ErrorEntry, JsonFormHoldsEveryItem)
         R"("traces":[{"buffer":"entrytest","text":"line\u00e9\n"}],)"
         R"("userDetails":[{"component":4866,"data":"007fff","subsection":6,"version":1},)"
         R"({"component":4867,"data":"","subsection":7,"version":2}]})";
-    EXPECT_EQ(line, host::toLine(facts));
-    const auto back = host::fromLine(line);
-    ASSERT_TRUE(back.has_value());
-    EXPECT_EQ(line, host::toLine(*back));
+    const auto same = host::fromLine(former);
+    ASSERT_TRUE(same.has_value());
+    EXPECT_EQ(line, host::toLine(*same));
+    for (const std::string& each : {line, former}) {
+        const auto keys = host::keysOfLine(each);
+        ASSERT_TRUE(keys.has_value());
+        EXPECT_EQ(11U, keys->plid);
+        EXPECT_EQ(1'700'000'000'013, keys->committedMs);
+        EXPECT_EQ(16U, keys->severity);
+        EXPECT_EQ(4864, keys->creator);
+    }
 }
 
 TEST_F(ErrorEntry, TextsThatAreNoEntriesAreRefused)
@@ -271,13 +296,13 @@ TEST_F(ErrorEntry, TextsThatAreNoEntriesAreRefused)
         return text.replace(text.find(from), from.size(), to);
     };
     const auto withDetails = [&](const std::string& data) {
-        return changed(R"("userDetails":[])",
-                       R"("userDetails":[{"component":1,"data":")" + data + R"(","subsection":1,"version":1}])");
+        return changed(R"("user_details":[])",
+                       R"("user_details":[{"component":1,"version":1,"subsection":1,"hex":")" + data + R"("}])");
     };
     EXPECT_TRUE(host::fromLine(withDetails("0a")).has_value());
     for (const std::string& bad :
          {std::string(), std::string("[]"), std::string("{}"), good.substr(0, good.size() - 1), good + "x",
-          changed("\"plid\"", "\"plod\""), changed("\"severity\":32", "\"severity\":\"x\""),
+          changed("\"id\"", "\"io\""), changed("\"severity\":32", "\"severity\":\"x\""),
           changed("\"srcs\":[", "\"srcs\":[3,"), withDetails("0"), withDetails("0g"), withDetails("0A"),
           changed("\"process\":\"", "\"process\":\"\xFF"), std::string(100000, '[')}) {
         EXPECT_FALSE(host::fromLine(bad).has_value()) << bad.substr(0, 200);

@@ -31,8 +31,8 @@ protected:
         const auto entry = host::fromLine(told);
         EXPECT_TRUE(entry && entry->plid == id && entry->srcs.at(0).words[4] == word) << told;
         const auto json = nlohmann::json::parse(told, nullptr, false);
-        EXPECT_NE(std::string::npos, json.value("storeError", "").find(problem)) << told;
-        EXPECT_EQ("", json.value("spoolError", ""));
+        EXPECT_NE(std::string::npos, json.value("store_error", "").find(problem)) << told;
+        EXPECT_EQ("", json.value("spool_error", ""));
         return id;
     }
     [[nodiscard]] std::string spoolText() const { return folder.read("state/errors.spool"); }
@@ -281,7 +281,8 @@ TEST_F(Spool, HasAnotherPlaceWhenSomebodyElseTookTheFirst)
     testing::internal::CaptureStderr();
     commitEntry(1);
     const std::string told = testing::internal::GetCapturedStderr();
-    EXPECT_NE(std::string::npos, told.find(R"("spoolFolder":")" + (folder.path() / "spool.1").string() + "\"")) << told;
+    EXPECT_NE(std::string::npos, told.find(R"("spool_folder":")" + (folder.path() / "spool.1").string() + "\""))
+        << told;
     EXPECT_EQ((Words{1}), wordsInLog());
     std::filesystem::remove(folder.path() / "state");
     commitEntry(2);
@@ -312,7 +313,7 @@ TEST(SpoolFile, TakenLinesStayTakenWhenTheRestHasToWait)
     const auto file = folder.write("lines", text);
     host::spool spool(file, folder.path() / "lock");
     std::size_t taken = 0;
-    const auto take = [&](std::span<const std::string> lines) {
+    const auto take = [&](std::span<const std::string_view> lines) {
         taken += lines.size();
         return true;
     };
@@ -339,7 +340,7 @@ TEST_F(Spool, StandardErrorTakesWhatNoSpoolCan)
     const std::string told = testing::internal::GetCapturedStderr();
     const auto entry = host::fromLine(told);
     EXPECT_TRUE(entry && entry->plid == id) << told;
-    EXPECT_NE(std::string::npos, told.find(R"("spoolError":"Operation not permitted")")) << told;
+    EXPECT_NE(std::string::npos, told.find(R"("spool_error":"Operation not permitted")")) << told;
 }
 
 TEST_F(Spool, AnEntryThatIsInBothIsThereOnce)

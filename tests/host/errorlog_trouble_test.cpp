@@ -9,8 +9,9 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "platform/host/errorlog/database.h"
 #include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/sqlite/database.h"
+#include "platform/host/errorlog/sqlite/reader.h"
 #include "platform/host/errorlog/waiting.h"
 #include "tests/forks.h"
 #include "tests/host/host_support.h"
@@ -69,6 +70,15 @@ public:
         char* message = nullptr;
         EXPECT_EQ(SQLITE_OK, sqlite3_exec(m_connection, text.c_str(), nullptr, nullptr, &message)) << text << message;
         sqlite3_free(message);
+    }
+    int number(const std::string& query)
+    {
+        sqlite3_stmt* statement = nullptr;
+        EXPECT_EQ(SQLITE_OK, sqlite3_prepare_v2(m_connection, query.c_str(), -1, &statement, nullptr)) << query;
+        EXPECT_EQ(SQLITE_ROW, sqlite3_step(statement)) << query;
+        const int value = sqlite3_column_int(statement, 0);
+        sqlite3_finalize(statement);
+        return value;
     }
 
 private:
@@ -321,6 +331,32 @@ TEST_F(ErrorLogTrouble, ANewerLayoutIsLeftAloneUntilTheLogIsCleared)
     EXPECT_EQ((Words{3}), wordsInLog());
 }
 
+TEST_F(ErrorLogTrouble, EntriesOfTheFormerFormAreKeptAndRead)
+{
+    constexpr const char* former =
+        R"({"callouts":[],"commitAction":8192,"commitComponent":15,"committedMs":12,"createdMs":11,"creator":4864,)"
+        R"("eventType":0,"fruCallouts":[],"incomplete":false,"plid":7,"process":"p","processId":14,"returnCode":5,)"
+        R"("severity":32,"softwareErrors":[{"component":1,"reserved":2,"returnCode":3,"word1":4,"word2":5}],)"
+        R"("srcs":[{"creator":1,"flags":2,"terminatingState":3,"words":[1,2,3,4,77,6,7,8]}],"traces":[],)"
+        R"("userDetails":[{"component":1,"data":"00ff","subsection":2,"version":3}]})";
+    commitEntry(1);
+    OtherConnection(database())
+        .run("PRAGMA user_version = 2; INSERT INTO entries(plid, committed_ms, severity, component, body)"
+             " VALUES(7, 12, 32, 4864, '" +
+             std::string(former) + "')");
+    folder.configure("");
+    EXPECT_EQ((Words{1, 77}), wordsInLog());
+    commitEntry(2);
+    EXPECT_EQ((Words{2, 1, 77}), wordsInLog());
+    const auto entries = host::listEntries({.plid = 7}).entries;
+    ASSERT_EQ(1U, entries.size());
+    EXPECT_EQ(4, entries[0].softwareErrors.at(0).word1);
+    EXPECT_EQ((std::vector<std::uint8_t>{0, 0xFF}), entries[0].userDetails.at(0).bytes);
+    EXPECT_EQ(14, entries[0].processId);
+    // an older version no longer writes to it
+    EXPECT_EQ(3, OtherConnection(database()).number("PRAGMA user_version"));
+}
+
 TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
 {
     for (std::uint32_t number = 0; number < 200; ++number) {
@@ -376,14 +412,14 @@ TEST_F(ErrorLogTrouble, ARolledBackTransactionLeavesRoomForTheNextOne)
     ErrlEntry entry(0x1300, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 13,
                     SERVICE_CODE_KEST, 0x1312, 5, 0, 0, 0, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
     const std::string line = host::toLine(host::describeEntry(entry));
-    const host::storedEntry stored{entry.plid(), 1, 0x20, 0x1300, line};
+    const host::entryRow row{{entry.plid(), 1, 0x20, 0x1300}, line};
     constexpr host::logLimits wide{1000, 1 << 20};
     OtherConnection other(database());
     other.run("PRAGMA schema_version = 1000");
-    EXPECT_FALSE(opened.value->add({&stored, 1}, false, wide, host::patience())) << "the layout has been touched";
+    EXPECT_FALSE(opened.value->add({&row, 1}, false, wide, host::patience())) << "the layout has been touched";
     // the write lock was given back
     other.run("PRAGMA schema_version = 7");
-    EXPECT_TRUE(opened.value->add({&stored, 1}, false, wide, host::patience())) << opened.value->problem();
+    EXPECT_TRUE(opened.value->add({&row, 1}, false, wide, host::patience())) << opened.value->problem();
     std::vector<host::loggedEntry> entries;
     std::string problem;
     host::readDatabase(database(), {}, entries, problem);

@@ -20,6 +20,7 @@
 
 #include "platform/errl.h"
 #include "platform/host/configuration/configuration.h"
+#include "platform/host/errorlog/entry.h"
 #include "platform/host/errorlog/store.h"
 #include "tests/host/trace_support.h"
 

@@ -8,6 +8,7 @@
 
 #include "kest/kest.h"
 #include "platform/errl.h"
+#include "platform/host/errorlog/entry.h"
 #include "platform/host/errorlog/store.h"
 #include "tests/system/machine_images.h"
 

@@ -5,7 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/host/errorlog/store.h"
+#include "platform/host/errorlog/entry.h"
 #include "tests/host/fakekernel.h"
 #include "tools/common/advice.h"
 #include "tools/common/attributes.h"

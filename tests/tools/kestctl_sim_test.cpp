@@ -348,6 +348,37 @@ TEST_F(KestctlSim, ARecordingOverwritesWaveformsAlone)
     EXPECT_EQ("kestctl: the recording's file has no name; name the VCD file to write\n", nameless.errors);
 }
 
+/// Every field of `stored` is in `shown` with the same value; `shown` may have more.
+void expectContains(const json& shown, const json& stored, const std::string& where)
+{
+    if (stored.is_array()) {
+        ASSERT_EQ(stored.size(), shown.size()) << where;
+        for (std::size_t index = 0; index < stored.size(); ++index) {
+            expectContains(shown.at(index), stored.at(index), where + "/" + std::to_string(index));
+        }
+    } else if (stored.is_object()) {
+        for (const auto& [name, value] : stored.items()) {
+            ASSERT_TRUE(shown.contains(name)) << where << "/" << name;
+            expectContains(shown.at(name), value, where + "/" + name);
+        }
+    } else {
+        EXPECT_EQ(stored, shown) << where;
+    }
+}
+
+TEST_F(KestctlErrors, ShowsEveryStoredFieldUnderItsName)
+{
+    // no database: the entry stays in the spool
+    std::filesystem::create_directories(machine() / "state/errors.db");
+    EXPECT_NE(0, kestctl({"seeprom", "read", "sim:planar,L,2C0256,AA", "--length", "4"}).exit);
+    const std::string line = readFile(machine() / "state/errors.spool");
+    const json stored = json::parse(line.substr(0, line.find('\n')));
+    EXPECT_LT(0U, stored.at("srcs").size() * stored.at("user_details").size() * stored.at("software_errors").size());
+    expectContains(
+        json::parse(kestctl({"errors", "show", std::to_string(stored.at("id").get<std::uint32_t>()), "--json"}).output),
+        stored, "");
+}
+
 TEST_F(KestctlErrors, AFailureIsFoundByItsNumber)
 {
     EXPECT_EQ("no error entries\n", says({"errors", "list"}));

@@ -4,7 +4,7 @@
 #include <array>
 #include <fmt/core.h>
 
-#include "platform/host/errorlog/store.h"
+#include "platform/host/errorlog/entry.h"
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/hex.h"
+#include "platform/host/errorlog/deviceof.h"
 #include "tools/common/files.h"
 #include "tools/common/when.h"
 #include "tools/kestctl/codes.h"
@@ -33,6 +34,8 @@ jsonValue srcJson(const host::loggedSrc& src)
     const std::uint32_t module = moduleOf(src);
     return {{"words", jsonNumbers(src.words)},
             {"creator", src.creator},
+            {"flags", src.flags},
+            {"terminating_state", src.terminatingState},
             {"module", module},
             {"module_name", moduleText(componentOf(src), module)},
             {"reason", src.words[wordReason]},
@@ -57,7 +60,8 @@ jsonValue softwareErrorJson(const host::loggedSoftwareError& error)
     return {{"component", error.component},
             {"return_code", error.returnCode},
             {"module", error.word1},
-            {"site", error.word2}};
+            {"site", error.word2},
+            {"reserved", error.reserved}};
 }
 
 jsonValue detailsJson(const host::loggedDetails& details)
@@ -81,14 +85,19 @@ jsonValue headJson(const host::loggedEntry& entry)
 {
     const std::string device = host::deviceOf(entry);
     return {{"id", entry.plid},
+            {"committed_ms", entry.committedMs},
             {"committed", timeText(entry.committedMs)},
+            {"created_ms", entry.createdMs},
             {"created", timeText(entry.createdMs)},
             {"severity", entry.severity},
+            {"event_type", entry.eventType},
             {"return_code", entry.returnCode},
             {"creator", entry.creator},
             {"process", entry.process},
             {"process_id", entry.processId},
+            {"commit_component", entry.commitComponent},
             {"action", entry.commitAction},
+            {"incomplete", entry.incomplete},
             {"device", device.empty() ? jsonValue() : jsonValue(device)},
             {"reason", reasonOf(entry)},
             {"reason_text", entry.srcs.empty() ? "" : reasonText(reasonOf(entry))}};
@@ -97,9 +106,7 @@ jsonValue headJson(const host::loggedEntry& entry)
 jsonValue entryJson(const host::loggedEntry& entry)
 {
     jsonValue result = headJson(entry);
-    result.add({{"event_type", entry.eventType},
-                {"incomplete", entry.incomplete},
-                {"srcs", listJson(entry.srcs, srcJson)},
+    result.add({{"srcs", listJson(entry.srcs, srcJson)},
                 {"callouts", listJson(entry.callouts, calloutJson)},
                 {"fru_callouts", listJson(entry.fruCallouts, fruJson)},
                 {"software_errors", listJson(entry.softwareErrors, softwareErrorJson)},

@@ -1,4 +1,5 @@
-/// Entries of the error log as JSON.
+/// Entries of the error log as JSON: the fields of their stored form (platform/host/errorlog/json.h), with the same names
+/// and values, and fields that explain them.
 #pragma once
 
 #include "platform/host/errorlog/store.h"

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/errorlog/deviceof.h"
 #include "tools/common/escape.h"
 #include "tools/common/output.h"
 #include "tools/common/when.h"

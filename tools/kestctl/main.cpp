@@ -3,7 +3,7 @@
 #include <string>
 
 #include "platform/host/configuration/configuration.h"
-#include "platform/host/errorlog/store.h"
+#include "platform/host/errorlog/commit.h"
 #include "tools/common/commandline.h"
 #include "tools/common/failure.h"
 #include "tools/common/guard.h"

@@ -9,7 +9,8 @@
 #include <unistd.h>
 
 #include "platform/host/errorlog/commit.h"
-#include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/identifiers.h"
+#include "platform/host/errorlog/text.h"
 #include "platform/host/trace/collect.h"
 
 namespace
@@ -192,16 +193,26 @@ void ErrlEntry::commit(unsigned short component, unsigned short action)
     m_state->facts.commitComponent = component;
     m_state->facts.commitAction = action;
     m_state->facts.committedMs = nowMs();
-    storeEntry(*this);
+    const loggedSrc& first = m_state->first.words.src;
+    std::vector<const loggedSrc*> srcs;
+    try {
+        srcs.push_back(&first);
+        for (const State::heldSrc& held : m_state->further) {
+            srcs.push_back(&held.words.src);
+        }
+    } catch (const std::exception&) {
+        storeReducedEntry(m_state->facts, first);
+        return;
+    }
+    storeEntry(m_state->facts, srcs);
 }
 
 const SrciSrc* ErrlEntry::getSRC(unsigned short index) const
 {
-    const SrciSrc* found = index == 0 ? &m_state->first.handle : nullptr;
-    if (index > 0 && index <= m_state->further.size()) {
-        found = &std::next(m_state->further.begin(), index - 1)->handle;
+    if (index == 0) {
+        return &m_state->first.handle;
     }
-    return found;
+    return index <= m_state->further.size() ? &std::next(m_state->further.begin(), index - 1)->handle : nullptr;
 }
 
 std::uint16_t ErrlEntry::creator() const { return m_state->facts.creator; }
@@ -230,10 +241,12 @@ ErrlEntry* newHostEntry(std::uint16_t component, std::uint8_t module, std::uint1
     auto* entry = new ErrlEntry(component, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
                                 module, SERVICE_CODE_KEST, reason, words[0], words[1], words[2], words[3],
                                 EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
-    if (entry != nullptr) {
-        entry->setRC(0x80000000U | reason);
-        entry->addProcedureCallout(SRCI_PRIORITY_HIGH, EPUB_PROCEDURE_SOFTWARE);
+    if (entry == nullptr) {
+        return nullptr;
     }
+    constexpr std::uint32_t softwareClass = 0x80000000;
+    entry->setRC(softwareClass | reason);
+    entry->addProcedureCallout(SRCI_PRIORITY_HIGH, EPUB_PROCEDURE_SOFTWARE);
     return entry;
 }
 

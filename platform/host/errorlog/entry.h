@@ -6,14 +6,14 @@
 #include <list>
 
 #include "platform/errl.h"
-#include "platform/host/errorlog/store.h"
+#include "platform/host/errorlog/record.h"
 
 struct SrciSrc::State {
     kest::host::loggedSrc src;
 };
 
 /// Lies in the entry's own room. The first SRC and the numbers of `facts` need no further memory; everything else is
-/// had when it is added.
+/// allocated when it is added.
 struct ErrlEntry::State {
     /// An SRC and what callers hold on to.
     struct heldSrc {
@@ -35,6 +35,9 @@ struct ErrlEntry::State {
 
 namespace kest::host
 {
+
+/// @return what the entry holds so far; commit items are 0
+loggedEntry describeEntry(const ErrlEntry& entry);
 
 /// An entry of one of the host's services: unrecovered, software to blame, procedure callout 4, return code 0x80000000
 /// with the reason.

@@ -1,3 +1,5 @@
+#include "platform/host/errorlog/identifiers.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -10,10 +12,7 @@
 #include "base/files.h"
 #include "base/folders.h"
 #include "base/quietwrites.h"
-#include "platform/host/errorlog/commit.h"
-#include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/process.h"
-#include "platform/host/errorlog/tell.h"
 
 namespace kest::host
 {
@@ -27,41 +26,34 @@ constexpr std::uint32_t lastCountedId = 0x7FFFFFFF;
 constexpr std::uint32_t guessedBit = 0x80000000;
 constexpr std::size_t counterDigits = 10;
 
-constexpr std::chrono::milliseconds patienceForCounter{2000};
-
-/// @return the highest counted identifier of any entry stored, or nothing when that can't be found out
+/// @return the highest counted identifier of any entry kept, or nothing when that can't be found out
 std::optional<std::uint32_t> highestKnownId(const configuration& settings)
 {
-    const logFiles files(settings);
     const std::scoped_lock lock(theLog().guard);
+    const logStorage& storage = theLog().storageOf(settings);
     std::uint32_t highest = 0;
-    bool readable = highestStoredId(files.database, lastCountedId, highest);
-    std::vector<std::string> lines;
-    for (const spoolPlace& place : spoolPlaces(settings)) {
-        const bool own = place.folder == files.folder || preparePrivateFolder(place.folder, false) == 0;
-        readable = readable && (!own || place.lines.read(lines) == 0);
+    if (!storage.store->highestId(lastCountedId, highest)) {
+        return std::nullopt;
     }
-    for (const std::string& line : lines) {
-        const auto facts = factsOfLine(line);
-        if (facts && facts->plid <= lastCountedId) {
-            highest = std::max(highest, facts->plid);
+    std::vector<std::string> lines;
+    for (const spoolPlace& place : storage.spools) {
+        if (isTrustedPlace(place) && place.lines.read(lines) != 0) {
+            return std::nullopt;
         }
     }
-    return readable ? std::optional(highest) : std::nullopt;
+    return std::max(highest, highestIdOf(lines, lastCountedId));
 }
 
 /// @return the number that a counter file holds, 0 when it holds none
 std::uint32_t readCounter(const std::filesystem::path& file)
 {
     std::vector<std::uint8_t> bytes;
-    std::uint32_t number = 0;
-    if (readFile(file, counterDigits + 1, bytes) == 0 && bytes.size() == counterDigits + 1) {
-        const auto* begin = reinterpret_cast<const char*>(bytes.data());
-        if (std::from_chars(begin, begin + counterDigits, number).ptr != begin + counterDigits) {
-            number = 0;
-        }
+    if (readFile(file, counterDigits + 1, bytes) != 0 || bytes.size() != counterDigits + 1) {
+        return 0;
     }
-    return number;
+    const auto* begin = reinterpret_cast<const char*>(bytes.data());
+    std::uint32_t number = 0;
+    return std::from_chars(begin, begin + counterDigits, number).ptr == begin + counterDigits ? number : 0;
 }
 
 /// Puts a number into a counter file, in place: a few bytes of one sector, which no crash tears and no full disk
@@ -81,26 +73,23 @@ bool writeCounter(const logFiles& files, std::uint32_t number)
 std::uint32_t setAside(const configuration& settings, std::uint32_t count)
 {
     const logFiles files(settings);
-    // A lost counter goes on behind every entry still known. Found out ahead of the file lock, which an opener of the
-    // database takes while holding what this takes.
+    // A lost counter goes on behind every entry still known. That is found out before the file lock is taken: an opener
+    // of the database takes that lock while it holds the guard, which this takes.
     std::uint32_t behind = 0;
     if (readCounter(files.nextId) == 0) {
         behind = highestKnownId(settings).value_or(UINT32_MAX) + 1;
     }
-    std::uint32_t first = 0;
-    if (makeFolders(files.folder) == 0) {
-        const patientLock lock(files.lock, patience(patienceForCounter));
-        const std::uint32_t counted = readCounter(files.nextId);
-        std::uint32_t next = counted != 0 ? counted : behind;
-        if (next > lastCountedId - count) {
-            // used up: from the start again, whose entries are long gone
-            next = 1;
-        }
-        if (lock.error() == 0 && next != 0 && writeCounter(files, next + count)) {
-            first = next;
-        }
+    if (makeFolders(files.folder) != 0) {
+        return 0;
     }
-    return first;
+    const patientLock lock(files.lock, patience(patienceForCounter));
+    const std::uint32_t counted = readCounter(files.nextId);
+    std::uint32_t next = counted != 0 ? counted : behind;
+    if (next > lastCountedId - count) {
+        // used up: from the start again, whose entries are long gone
+        next = 1;
+    }
+    return lock.error() == 0 && next != 0 && writeCounter(files, next + count) ? next : 0;
 }
 
 /// Without a state folder nothing can be set aside: each process then counts from a point of its own in the upper half

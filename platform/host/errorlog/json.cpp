@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "base/hex.h"
-#include "base/utf8.h"
+#include "platform/host/errorlog/text.h"
 
 namespace kest::host
 {
@@ -18,41 +18,63 @@ namespace kest::host
 namespace
 {
 
-/// Throws what the JSON library throws when the text is not as hexDigits() makes it.
-std::vector<std::uint8_t> fromHex(const std::string& text)
+/// A field that was called otherwise up to layout 2.
+struct renamedField {
+    const char* before;
+    const char* now;
+};
+
+constexpr std::array entryRenames{
+    renamedField{"plid", "id"},
+    renamedField{"committedMs", "committed_ms"},
+    renamedField{"createdMs", "created_ms"},
+    renamedField{"eventType", "event_type"},
+    renamedField{"returnCode", "return_code"},
+    renamedField{"commitComponent", "commit_component"},
+    renamedField{"commitAction", "action"},
+    renamedField{"processId", "process_id"},
+    renamedField{"fruCallouts", "fru_callouts"},
+    renamedField{"softwareErrors", "software_errors"},
+    renamedField{"userDetails", "user_details"},
+};
+constexpr std::array itemRenames{
+    renamedField{"terminatingState", "terminating_state"},
+    renamedField{"returnCode", "return_code"},
+    renamedField{"word1", "module"},
+    renamedField{"word2", "site"},
+    renamedField{"data", "hex"},
+};
+
+/// Up to layout 2 the fields stood in the order of their names.
+bool hasFormerForm(std::string_view line) { return line.starts_with("{\"callouts\""); }
+
+template <std::size_t count>
+void rename(nlohmann::json& object, const std::array<renamedField, count>& fields)
 {
-    auto bytes = bytesOfHexDigits(text);
-    if (!bytes) {
-        throw nlohmann::json::other_error::create(500, "not bytes in hexadecimal digits", nullptr);
+    for (const renamedField& field : fields) {
+        if (const auto found = object.find(field.before); found != object.end()) {
+            object[field.now] = std::move(*found);
+        }
     }
-    return std::move(*bytes);
 }
 
-constexpr std::uint32_t replacementCharacter = 0xFFFD;
-
-/// Adds a character beyond ASCII as one or two units of UTF-16.
-void addUnits(std::string& text, std::uint32_t point)
+/// Brings an entry of the former form to today's names.
+void renameFields(nlohmann::json& entry)
 {
-    constexpr std::uint32_t firstOfPairs = 0x10000;
-    if (point >= firstOfPairs) {
-        fmt::format_to(std::back_inserter(text), "\\u{:04x}\\u{:04x}", 0xD800 + ((point - firstOfPairs) >> 10),
-                       0xDC00 + ((point - firstOfPairs) & 0x3FF));
-    } else {
-        fmt::format_to(std::back_inserter(text), "\\u{:04x}", point);
+    if (!entry.is_object()) {
+        return;
     }
-}
-
-void addPlain(std::string& text, char character)
-{
-    constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
-    constexpr std::string_view letters = "\"\\bfnrt";
-    const std::size_t found = escaped.find(character);
-    if (found != escaped.npos) {
-        text.append(1, '\\').append(1, letters[found]);
-    } else if (static_cast<unsigned char>(character) < 0x20) {
-        addUnits(text, static_cast<unsigned char>(character));
-    } else {
-        text += character;
+    rename(entry, entryRenames);
+    for (const char* list : {"srcs", "software_errors", "user_details"}) {
+        const auto items = entry.find(list);
+        if (items == entry.end() || !items->is_array()) {
+            continue;
+        }
+        for (nlohmann::json& item : *items) {
+            if (item.is_object()) {
+                rename(item, itemRenames);
+            }
+        }
     }
 }
 
@@ -62,17 +84,26 @@ void add(std::string& text, fmt::format_string<Values...> format, Values&&... va
     fmt::format_to(std::back_inserter(text), format, std::forward<Values>(values)...);
 }
 
+/// Adds `"name":[...]` and a comma. @param addItem  adds one item
 template <typename Items, typename Add>
-void addList(std::string& text, const Items& items, Add addItem)
+void addList(std::string& text, std::string_view name, const Items& items, Add addItem)
 {
-    text += '[';
+    add(text, "\"{}\":[", name);
     for (const auto& item : items) {
         if (text.back() != '[') {
             text += ',';
         }
         addItem(item);
     }
-    text += ']';
+    text += "],";
+}
+
+void addSrc(std::string& text, const loggedSrc& src)
+{
+    const auto& words = src.words;
+    add(text, R"({{"words":[{},{},{},{},{},{},{},{}],"creator":{},"flags":{},"terminating_state":{}}})", words[0],
+        words[1], words[2], words[3], words[4], words[5], words[6], words[7], src.creator, src.flags,
+        src.terminatingState);
 }
 
 /// Reads the number behind a name. @return whether there is one
@@ -80,90 +111,123 @@ template <typename Number>
 bool numberOf(std::string_view line, std::string_view name, Number& number)
 {
     const std::size_t found = line.find(fmt::format("\"{}\":", name));
-    const char* begin = found != line.npos ? line.data() + found + name.size() + 3 : line.data();
-    return found != line.npos && std::from_chars(begin, line.data() + line.size(), number).ec == std::errc();
+    if (found == line.npos) {
+        return false;
+    }
+    const char* begin = line.data() + found + name.size() + 3;
+    return std::from_chars(begin, line.data() + line.size(), number).ec == std::errc();
 }
 
 } // namespace
 
 // The JSON library finds these conversions by the records' types.
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(loggedSrc, creator, words, flags, terminatingState)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(loggedCallout, priority, procedure)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(loggedFruCallout, priority, fru)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(loggedSoftwareError, component, returnCode, word1, word2, reserved)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(loggedTrace, buffer, text)
 
-void to_json(nlohmann::json& json, const loggedDetails& item)
+void from_json(const nlohmann::json& json, loggedSrc& item)
 {
-    json = {{"component", item.component},
-            {"version", item.version},
-            {"subsection", item.subsection},
-            {"data", hexDigits(item.bytes)}};
+    json.at("words").get_to(item.words);
+    json.at("creator").get_to(item.creator);
+    json.at("flags").get_to(item.flags);
+    json.at("terminating_state").get_to(item.terminatingState);
 }
+
+void from_json(const nlohmann::json& json, loggedCallout& item)
+{
+    json.at("priority").get_to(item.priority);
+    json.at("procedure").get_to(item.procedure);
+}
+
+void from_json(const nlohmann::json& json, loggedFruCallout& item)
+{
+    json.at("priority").get_to(item.priority);
+    json.at("fru").get_to(item.fru);
+}
+
+void from_json(const nlohmann::json& json, loggedSoftwareError& item)
+{
+    json.at("component").get_to(item.component);
+    json.at("return_code").get_to(item.returnCode);
+    json.at("module").get_to(item.word1);
+    json.at("site").get_to(item.word2);
+    json.at("reserved").get_to(item.reserved);
+}
+
 void from_json(const nlohmann::json& json, loggedDetails& item)
 {
     json.at("component").get_to(item.component);
     json.at("version").get_to(item.version);
     json.at("subsection").get_to(item.subsection);
-    item.bytes = fromHex(json.at("data").get_ref<const std::string&>());
+    auto bytes = bytesOfHexDigits(json.at("hex").get_ref<const std::string&>());
+    if (!bytes) {
+        throw nlohmann::json::other_error::create(500, "not bytes in hexadecimal digits", nullptr);
+    }
+    item.bytes = std::move(*bytes);
 }
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(loggedEntry, plid, createdMs, committedMs, severity, eventType, creator, returnCode,
-                                   commitComponent, commitAction, processId, process, incomplete, srcs, callouts,
-                                   fruCallouts, softwareErrors, userDetails, traces)
-
-std::string quotedText(std::string_view text)
+void from_json(const nlohmann::json& json, loggedTrace& item)
 {
-    std::string quoted = "\"";
-    while (!text.empty()) {
-        const std::size_t length = utf8Length(text);
-        if (length == 1) {
-            addPlain(quoted, text.front());
-        } else {
-            addUnits(quoted, length == 0 ? replacementCharacter : codePoint(text.substr(0, length)));
-        }
-        text.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-    return quoted += '"';
+    json.at("buffer").get_to(item.buffer);
+    json.at("text").get_to(item.text);
+}
+
+void from_json(const nlohmann::json& json, loggedEntry& entry)
+{
+    json.at("id").get_to(entry.plid);
+    json.at("committed_ms").get_to(entry.committedMs);
+    json.at("created_ms").get_to(entry.createdMs);
+    json.at("severity").get_to(entry.severity);
+    json.at("event_type").get_to(entry.eventType);
+    json.at("creator").get_to(entry.creator);
+    json.at("return_code").get_to(entry.returnCode);
+    json.at("commit_component").get_to(entry.commitComponent);
+    json.at("action").get_to(entry.commitAction);
+    json.at("process_id").get_to(entry.processId);
+    json.at("process").get_to(entry.process);
+    json.at("incomplete").get_to(entry.incomplete);
+    json.at("srcs").get_to(entry.srcs);
+    json.at("callouts").get_to(entry.callouts);
+    json.at("fru_callouts").get_to(entry.fruCallouts);
+    json.at("software_errors").get_to(entry.softwareErrors);
+    json.at("user_details").get_to(entry.userDetails);
+    json.at("traces").get_to(entry.traces);
+}
+
+std::string toLine(const loggedEntry& entry)
+{
+    std::vector<const loggedSrc*> srcs;
+    srcs.reserve(entry.srcs.size());
+    std::ranges::transform(entry.srcs, std::back_inserter(srcs), [](const loggedSrc& src) { return &src; });
+    return toLine(entry, srcs);
 }
 
 // Written out by hand, not by the JSON library: its values need memory even to be destroyed, and end a process that has
 // none.
-std::string toLine(const loggedEntry& entry)
+std::string toLine(const loggedEntry& entry, std::span<const loggedSrc* const> srcs)
 {
-    std::string text = "{\"callouts\":";
-    addList(text, entry.callouts, [&](const loggedCallout& item) {
+    std::string text;
+    add(text, R"({{"id":{},"committed_ms":{},"created_ms":{},"severity":{},"event_type":{},"creator":{},)", entry.plid,
+        entry.committedMs, entry.createdMs, entry.severity, entry.eventType, entry.creator);
+    add(text, R"("return_code":{},"commit_component":{},"action":{},"process_id":{},"process":{},"incomplete":{},)",
+        entry.returnCode, entry.commitComponent, entry.commitAction, entry.processId, quotedText(entry.process),
+        entry.incomplete);
+    addList(text, "srcs", srcs, [&](const loggedSrc* src) { addSrc(text, *src); });
+    addList(text, "callouts", entry.callouts, [&](const loggedCallout& item) {
         add(text, R"({{"priority":{},"procedure":{}}})", item.priority, item.procedure);
     });
-    add(text, R"(,"commitAction":{},"commitComponent":{},"committedMs":{},"createdMs":{},"creator":{},"eventType":{})",
-        entry.commitAction, entry.commitComponent, entry.committedMs, entry.createdMs, entry.creator, entry.eventType);
-    text += ",\"fruCallouts\":";
-    addList(text, entry.fruCallouts,
-            [&](const loggedFruCallout& item) { add(text, R"({{"fru":{},"priority":{}}})", item.fru, item.priority); });
-    add(text, R"(,"incomplete":{},"plid":{},"process":{},"processId":{},"returnCode":{},"severity":{})",
-        entry.incomplete, entry.plid, quotedText(entry.process), entry.processId, entry.returnCode, entry.severity);
-    text += ",\"softwareErrors\":";
-    addList(text, entry.softwareErrors, [&](const loggedSoftwareError& item) {
-        add(text, R"({{"component":{},"reserved":{},"returnCode":{},"word1":{},"word2":{}}})", item.component,
-            item.reserved, item.returnCode, item.word1, item.word2);
+    addList(text, "fru_callouts", entry.fruCallouts,
+            [&](const loggedFruCallout& item) { add(text, R"({{"priority":{},"fru":{}}})", item.priority, item.fru); });
+    addList(text, "software_errors", entry.softwareErrors, [&](const loggedSoftwareError& item) {
+        add(text, R"({{"component":{},"return_code":{},"module":{},"site":{},"reserved":{}}})", item.component,
+            item.returnCode, item.word1, item.word2, item.reserved);
     });
-    text += ",\"srcs\":";
-    addList(text, entry.srcs, [&](const loggedSrc& item) {
-        add(text, R"({{"creator":{},"flags":{},"terminatingState":{},"words":)", item.creator, item.flags,
-            item.terminatingState);
-        addList(text, item.words, [&](std::uint32_t word) { add(text, "{}", word); });
-        text += '}';
+    addList(text, "user_details", entry.userDetails, [&](const loggedDetails& item) {
+        add(text, R"({{"component":{},"version":{},"subsection":{},"hex":"{}"}})", item.component, item.version,
+            item.subsection, hexDigits(item.bytes));
     });
-    text += ",\"traces\":";
-    addList(text, entry.traces, [&](const loggedTrace& item) {
+    addList(text, "traces", entry.traces, [&](const loggedTrace& item) {
         add(text, R"({{"buffer":{},"text":{}}})", quotedText(item.buffer), quotedText(item.text));
     });
-    text += ",\"userDetails\":";
-    addList(text, entry.userDetails, [&](const loggedDetails& item) {
-        add(text, R"({{"component":{},"data":"{}","subsection":{},"version":{}}})", item.component,
-            hexDigits(item.bytes), item.subsection, item.version);
-    });
-    return text += '}';
+    text.back() = '}';
+    return text;
 }
 
 std::string_view toReducedLine(const loggedEntry& entry, const loggedSrc& first, reducedLine& room) noexcept
@@ -171,73 +235,47 @@ std::string_view toReducedLine(const loggedEntry& entry, const loggedSrc& first,
     const auto& words = first.words;
     const int length = std::snprintf(
         room.data(), room.size(),
-        R"({"callouts":[],"commitAction":%)" PRIu16 R"(,"commitComponent":%)" PRIu16 R"(,"committedMs":%)" PRId64
-        R"(,"createdMs":%)" PRId64 R"(,"creator":%)" PRIu16 R"(,"eventType":%)" PRIu32
-        R"(,"fruCallouts":[],"incomplete":true,"plid":%)" PRIu32 R"(,"process":"","processId":%)" PRId32
-        R"(,"returnCode":%)" PRIu32 R"(,"severity":%)" PRIu32 R"(,"softwareErrors":[],"srcs":[{"creator":%)" PRIu16
-        R"(,"flags":%)" PRIu32 R"(,"terminatingState":%)" PRIu32 R"(,"words":[%)" PRIu32 ",%" PRIu32 ",%" PRIu32
-        ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 R"(]}],"traces":[],"userDetails":[]})",
-        entry.commitAction, entry.commitComponent, entry.committedMs, entry.createdMs, entry.creator, entry.eventType,
-        entry.plid, entry.processId, entry.returnCode, entry.severity, first.creator, first.flags,
-        first.terminatingState, words[0], words[1], words[2], words[3], words[4], words[5], words[6], words[7]);
+        R"({"id":%)" PRIu32 R"(,"committed_ms":%)" PRId64 R"(,"created_ms":%)" PRId64 R"(,"severity":%)" PRIu32
+        R"(,"event_type":%)" PRIu32 R"(,"creator":%)" PRIu16 R"(,"return_code":%)" PRIu32
+        R"(,"commit_component":%)" PRIu16 R"(,"action":%)" PRIu16 R"(,"process_id":%)" PRId32
+        R"(,"process":"","incomplete":true,"srcs":[{"words":[%)" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 ",%" PRIu32
+        ",%" PRIu32 ",%" PRIu32 ",%" PRIu32 R"(],"creator":%)" PRIu16 R"(,"flags":%)" PRIu32
+        R"(,"terminating_state":%)" PRIu32
+        R"(}],"callouts":[],"fru_callouts":[],"software_errors":[],"user_details":[],"traces":[]})",
+        entry.plid, entry.committedMs, entry.createdMs, entry.severity, entry.eventType, entry.creator,
+        entry.returnCode, entry.commitComponent, entry.commitAction, entry.processId, words[0], words[1], words[2],
+        words[3], words[4], words[5], words[6], words[7], first.creator, first.flags, first.terminatingState);
     return {room.data(), std::min(static_cast<std::size_t>(std::max(length, 0)), room.size() - 1)};
 }
 
 std::optional<loggedEntry> fromLine(std::string_view line)
 {
-    std::optional<loggedEntry> entry;
     try {
-        entry = nlohmann::json::parse(line).get<loggedEntry>();
-    } catch (const nlohmann::json::exception&) {
-        entry.reset();
-    }
-    return entry;
-}
-
-std::string deviceOfRecord(std::string_view record)
-{
-    constexpr std::string_view noTarget = "00";
-    const auto json = nlohmann::json::parse(record, nullptr, false);
-    const auto textOf = [&json](const char* name) {
-        const auto found = json.find(name);
-        return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
-    };
-    std::string bus, target;
-    if (json.is_object()) {
-        bus = textOf("bus");
-        target = textOf("target");
-    }
-    return bus.empty() || target.empty() || target == noTarget ? bus : bus + "@" + target;
-}
-
-std::optional<lineFacts> factsOfLine(std::string_view line)
-{
-    lineFacts facts;
-    // A quote inside of a text has a backslash ahead of it: so a name with its quotes is no part of one. SRCs, which
-    // have a creator, too, come behind the entry's own.
-    const bool found = line.starts_with('{') && nlohmann::json::accept(line) && numberOf(line, "plid", facts.plid) &&
-                       numberOf(line, "committedMs", facts.committedMs) && numberOf(line, "severity", facts.severity) &&
-                       numberOf(line, "creator", facts.creator);
-    return found ? std::optional(facts) : std::nullopt;
-}
-
-std::string cleanText(std::string_view text)
-{
-    std::string clean;
-    clean.reserve(text.size());
-    while (!text.empty()) {
-        const auto first = static_cast<unsigned char>(text.front());
-        const bool isKept = (first >= 0x20 && first != 0x7F) || first == '\n' || first == '\t';
-        std::size_t length = isKept ? utf8Length(text) : 0;
-        if (length > 0) {
-            clean += text.substr(0, length);
-        } else {
-            clean += fmt::format("\\x{:02X}", first);
-            length = 1;
+        auto json = nlohmann::json::parse(line);
+        if (hasFormerForm(line)) {
+            renameFields(json);
         }
-        text.remove_prefix(length);
+        return json.get<loggedEntry>();
+    } catch (const nlohmann::json::exception&) {
+        return std::nullopt;
     }
-    return clean;
+}
+
+std::optional<entryKeys> keysOfLine(std::string_view line)
+{
+    if (!line.starts_with('{') || !nlohmann::json::accept(line)) {
+        return std::nullopt;
+    }
+    // A quote inside of a text has a backslash before it, so a name with its quotes is no part of a text. The fields of
+    // an entry come before those of its SRCs, which have a creator, too.
+    const bool former = hasFormerForm(line);
+    entryKeys keys;
+    if (!numberOf(line, former ? "plid" : "id", keys.plid) ||
+        !numberOf(line, former ? "committedMs" : "committed_ms", keys.committedMs) ||
+        !numberOf(line, "severity", keys.severity) || !numberOf(line, "creator", keys.creator)) {
+        return std::nullopt;
+    }
+    return keys;
 }
 
 } // namespace kest::host

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,20 +19,12 @@ namespace kest::host
 namespace
 {
 
-constexpr std::uint64_t reservedBytes = 1 << 20;
-// below this more is set aside
-constexpr std::uint64_t leastSpareBytes = 64 << 10;
 // on the stack
 constexpr std::size_t pieceBytes = 8 << 10;
-// handed over
-constexpr std::size_t linesAtOnce = 256;
-constexpr std::size_t bytesAtOnce = 1 << 20;
 // in place of a line's first character
 constexpr char takenMark = '#';
 
 using piece = std::array<char, pieceBytes>;
-
-constexpr std::size_t largestBytes = std::size_t{1} << 30;
 
 std::uint64_t sizeOf(const struct stat& facts) { return static_cast<std::uint64_t>(facts.st_size); }
 
@@ -46,32 +40,31 @@ void reserveBehind(int descriptor)
     }
 }
 
-/// Cuts off whatever follows the last line end: the rest of a line whose writer was killed.
+/// Cuts off what follows the last line end: the rest of a line whose writer was killed.
 int dropUnfinished(int descriptor)
 {
     struct stat facts {
     };
-    int error = fstat(descriptor, &facts) == 0 ? 0 : errno;
-    std::uint64_t end = error == 0 ? sizeOf(facts) : 0;
+    if (fstat(descriptor, &facts) != 0) {
+        return errno;
+    }
+    std::uint64_t end = sizeOf(facts);
     piece room;
-    bool found = end == 0;
-    while (error == 0 && !found && end > 0) {
+    while (end > 0) {
         const std::uint64_t from = end - std::min<std::uint64_t>(end, pieceBytes);
-        const auto moved =
-            pread(descriptor, room.data(), static_cast<std::size_t>(end - from), static_cast<off_t>(from));
-        if (moved != static_cast<ssize_t>(end - from)) {
-            error = moved < 0 ? errno : EIO;
-        } else {
-            const std::string_view text(room.data(), static_cast<std::size_t>(moved));
-            const std::size_t lineEnd = text.rfind('\n');
-            found = lineEnd != text.npos;
-            end = found ? from + lineEnd + 1 : from;
+        const auto length = static_cast<std::size_t>(end - from);
+        const ssize_t moved = pread(descriptor, room.data(), length, static_cast<off_t>(from));
+        if (moved != static_cast<ssize_t>(length)) {
+            return moved < 0 ? errno : EIO;
         }
+        const std::size_t lineEnd = std::string_view(room.data(), length).rfind('\n');
+        if (lineEnd != std::string_view::npos) {
+            end = from + lineEnd + 1;
+            break;
+        }
+        end = from;
     }
-    if (error == 0 && end != sizeOf(facts) && ftruncate(descriptor, static_cast<off_t>(end)) != 0) {
-        error = errno;
-    }
-    return error;
+    return end == sizeOf(facts) || ftruncate(descriptor, static_cast<off_t>(end)) == 0 ? 0 : errno;
 }
 
 /// A whole line of a spool, without its end, that has not been taken.
@@ -95,28 +88,48 @@ std::vector<textLine> linesOf(const std::vector<std::uint8_t>& bytes)
     return lines;
 }
 
-/// Has lines be taken for good: one byte of each changes, so that no crash leaves a line half taken.
+/// Marks lines as taken, for good: one byte of each changes, so that no crash leaves a line half taken.
 int markTaken(int descriptor, std::span<const textLine> lines)
 {
-    int error = 0;
     for (const textLine& line : lines) {
-        if (error == 0 && pwrite(descriptor, &takenMark, 1, static_cast<off_t>(line.offset)) != 1) {
-            error = errno;
+        if (pwrite(descriptor, &takenMark, 1, static_cast<off_t>(line.offset)) != 1) {
+            return errno;
         }
     }
-    if (error == 0 && !lines.empty() && fdatasync(descriptor) != 0) {
-        error = errno;
-    }
-    return error;
+    return lines.empty() || fdatasync(descriptor) == 0 ? 0 : errno;
 }
 
 int emptyFile(int descriptor)
 {
-    const int error = ftruncate(descriptor, 0) == 0 && fdatasync(descriptor) == 0 ? 0 : errno;
-    if (error == 0) {
-        reserveBehind(descriptor);
+    if (ftruncate(descriptor, 0) != 0 || fdatasync(descriptor) != 0) {
+        return errno;
     }
-    return error;
+    reserveBehind(descriptor);
+    return 0;
+}
+
+/// Writes a line with its end, durable on return.
+int writeLine(int descriptor, std::string_view line)
+{
+    if (const int error = writeAll(descriptor, line); error != 0) {
+        return error;
+    }
+    if (const int error = writeAll(descriptor, "\n"); error != 0) {
+        return error;
+    }
+    return fdatasync(descriptor) == 0 ? 0 : errno;
+}
+
+/// @return the lines that are handed over at once, from the first of `lines` on
+std::vector<std::string_view> someOf(std::span<const textLine> lines)
+{
+    std::vector<std::string_view> some;
+    std::size_t bytes = 0;
+    while (some.size() < lines.size() && some.size() < linesAtOnce && bytes < bytesAtOnce) {
+        some.push_back(lines[some.size()].text);
+        bytes += some.back().size();
+    }
+    return some;
 }
 
 } // namespace
@@ -126,54 +139,49 @@ spool::spool(std::filesystem::path file, std::filesystem::path lock) : m_file(st
 }
 
 /// Counts the bytes and lines of the open spool, reading only what came since it was last counted.
-int spool::countLines(int descriptor, std::uint64_t& bytes, std::uint64_t& lines)
+int spool::countLines(int descriptor)
 {
     struct stat facts {
     };
-    int error = fstat(descriptor, &facts) == 0 ? 0 : errno;
-    const bool same = m_known.device == facts.st_dev && m_known.inode == facts.st_ino && m_known.bytes <= sizeOf(facts);
-    if (error == 0 && !same) {
+    if (fstat(descriptor, &facts) != 0) {
+        return errno;
+    }
+    if (m_known.device != facts.st_dev || m_known.inode != facts.st_ino || m_known.bytes > sizeOf(facts)) {
         m_known = {facts.st_dev, facts.st_ino, 0, 0};
     }
     piece room;
-    while (error == 0 && m_known.bytes < sizeOf(facts)) {
-        const auto moved = pread(descriptor, room.data(), room.size(), static_cast<off_t>(m_known.bytes));
-        if (moved > 0) {
-            m_known.lines += static_cast<std::uint64_t>(std::count(room.begin(), room.begin() + moved, '\n'));
-            m_known.bytes += static_cast<std::uint64_t>(moved);
-        } else {
-            error = moved == 0 ? EIO : errno;
+    while (m_known.bytes < sizeOf(facts)) {
+        const ssize_t moved = pread(descriptor, room.data(), room.size(), static_cast<off_t>(m_known.bytes));
+        if (moved <= 0) {
+            return moved == 0 ? EIO : errno;
         }
+        m_known.lines += static_cast<std::uint64_t>(std::count(room.begin(), room.begin() + moved, '\n'));
+        m_known.bytes += static_cast<std::uint64_t>(moved);
     }
-    bytes = m_known.bytes;
-    lines = m_known.lines;
-    return error;
+    return 0;
 }
 
-/// Opens the file, which is there for good from then on.
+/// Opens the file, whose name is durable from then on.
 int spool::openMade(int flags, fileDescriptor& descriptor) const
 {
     const bool fresh = access(m_file.c_str(), F_OK) != 0;
     descriptor = openFile(m_file, flags | O_RDWR | O_CREAT);
-    int error = descriptor.valid() ? 0 : errno;
-    if (error == 0 && fresh) {
-        error = syncFolder(m_file.parent_path());
+    if (!descriptor.valid()) {
+        return errno;
     }
-    return error;
+    return fresh ? syncFolder(m_file.parent_path()) : 0;
 }
-
-patience spool::defaultPatience() { return patience(std::chrono::seconds(5)); }
 
 int spool::append(std::string_view line, const logLimits& limits, const patience& wait)
 {
     const patientLock lock(m_lock, wait);
-    int error = lock.error();
-    std::uint64_t bytes = 0;
-    std::uint64_t lines = 0;
-    if (error == 0) {
-        error = appendLocked(line, bytes, lines);
+    if (lock.error() != 0) {
+        return lock.error();
     }
-    if (error == 0 && (bytes > limits.bytes || lines > limits.entries)) {
+    if (const int error = appendLocked(line); error != 0) {
+        return error;
+    }
+    if (m_known.bytes > limits.bytes || m_known.lines > limits.entries) {
         try {
             // its failure loses nothing: the next line tries again
             trim(limits);
@@ -182,49 +190,43 @@ int spool::append(std::string_view line, const logLimits& limits, const patience
             m_known = {};
         }
     }
-    return error;
+    return 0;
 }
 
-/// @param[out] bytes,lines  what the spool then holds
-int spool::appendLocked(std::string_view line, std::uint64_t& bytes, std::uint64_t& lines)
+/// Adds a line and counts what the spool then holds.
+int spool::appendLocked(std::string_view line)
 {
     fileDescriptor descriptor;
     struct stat before {
     };
-    int error = openMade(O_APPEND, descriptor);
-    if (error == 0) {
-        error = dropUnfinished(descriptor.number());
+    if (const int error = openMade(O_APPEND, descriptor); error != 0) {
+        return error;
     }
-    if (error == 0 && fstat(descriptor.number(), &before) != 0) {
-        error = errno;
+    if (const int error = dropUnfinished(descriptor.number()); error != 0) {
+        return error;
     }
-    if (error == 0) {
-        reserveBehind(descriptor.number());
-        error = writeAll(descriptor.number(), line);
-        if (error == 0) {
-            error = writeAll(descriptor.number(), "\n");
-        }
-        if (error == 0 && fdatasync(descriptor.number()) != 0) {
-            error = errno;
-        }
+    if (fstat(descriptor.number(), &before) != 0) {
+        return errno;
+    }
+    reserveBehind(descriptor.number());
+    if (const int error = writeLine(descriptor.number(), line); error != 0) {
         // a line is there whole or not at all
-        if (error != 0) {
-            [[maybe_unused]] const int ignored = ftruncate(descriptor.number(), before.st_size);
-        }
+        [[maybe_unused]] const int ignored = ftruncate(descriptor.number(), before.st_size);
+        return error;
     }
-    if (error == 0) {
-        [[maybe_unused]] const int ignored =
-            // the line is there, whatever comes of counting
-            countLines(descriptor.number(), bytes, lines);
-    }
-    return error;
+    // The line is there even when it can't be counted.
+    countLines(descriptor.number());
+    return 0;
 }
 
-/// Brings the spool an eighth below its limits, so that it is not written anew for each further line.
+/// Brings the spool below its limits: the oldest informational entries go first, then the oldest of the others.
 int spool::trim(const logLimits& limits)
 {
     std::vector<std::string> lines;
-    int error = read(lines);
+    if (const int error = read(lines); error != 0) {
+        return error;
+    }
+    const logLimits wanted = trimmed(limits);
     std::uint64_t entries = lines.size();
     std::uint64_t bytes = 0;
     for (const std::string& line : lines) {
@@ -232,14 +234,15 @@ int spool::trim(const logLimits& limits)
     }
     for (const bool informational : {true, false}) {
         for (std::size_t index = 0; index + 1 < lines.size(); ++index) {
-            const bool over = entries > limits.entries - limits.entries / 8 || bytes > limits.bytes - limits.bytes / 8;
-            if (over && !lines[index].empty()) {
-                const auto facts = factsOfLine(lines[index]);
-                if (!informational || (facts && facts->severity == informationalSeverity)) {
-                    bytes -= lines[index].size() + 1;
-                    --entries;
-                    lines[index].clear();
-                }
+            std::string& line = lines[index];
+            if ((entries <= wanted.entries && bytes <= wanted.bytes) || line.empty()) {
+                continue;
+            }
+            const auto keys = informational ? keysOfLine(line) : std::nullopt;
+            if (!informational || (keys && keys->severity == informationalSeverity)) {
+                bytes -= line.size() + 1;
+                --entries;
+                line.clear();
             }
         }
     }
@@ -250,37 +253,31 @@ int spool::trim(const logLimits& limits)
             kept.push_back('\n');
         }
     }
-    if (error == 0) {
-        error = replaceFile(m_file, kept);
-    }
-    return error;
+    return replaceFile(m_file, kept);
 }
 
 int spool::reserve()
 {
     const patientLock lock(m_lock, patience());
-    int error = lock.error();
-    if (error == 0) {
-        fileDescriptor descriptor;
-        error = openMade(0, descriptor);
-        if (error == 0) {
-            reserveBehind(descriptor.number());
-        }
+    if (lock.error() != 0) {
+        return lock.error();
     }
-    return error;
+    fileDescriptor descriptor;
+    if (const int error = openMade(0, descriptor); error != 0) {
+        return error;
+    }
+    reserveBehind(descriptor.number());
+    return 0;
 }
 
 int spool::read(std::vector<std::string>& lines) const
 {
     std::vector<std::uint8_t> bytes;
-    int error = readFile(m_file, largestBytes, bytes);
-    if (error == ENOENT || error == ENOTDIR) {
-        error = 0;
-    }
+    const int error = readFile(m_file, largestSpoolBytes, bytes);
     for (const textLine& line : linesOf(bytes)) {
         lines.emplace_back(line.text);
     }
-    return error;
+    return error == ENOENT || error == ENOTDIR ? 0 : error;
 }
 
 bool spool::pending() const
@@ -290,49 +287,81 @@ bool spool::pending() const
     return stat(m_file.c_str(), &facts) == 0 && facts.st_size > 0;
 }
 
-int spool::take(const std::function<bool(std::span<const std::string>)>& consumer, const patience& until)
+int spool::take(const std::function<bool(std::span<const std::string_view>)>& consumer, const patience& until)
 {
     const patientLock lock(m_lock, patience());
-    std::vector<std::uint8_t> bytes;
-    int error = lock.error();
-    if (error == 0) {
-        error = readFile(m_file, largestBytes, bytes);
+    if (lock.error() != 0) {
+        return lock.error();
     }
-    const fileDescriptor descriptor = error == 0 ? openFile(m_file, O_RDWR) : fileDescriptor();
-    if (error == 0 && !descriptor.valid()) {
-        error = errno;
+    std::vector<std::uint8_t> bytes;
+    if (const int error = readFile(m_file, largestSpoolBytes, bytes); error != 0) {
+        return error;
+    }
+    const fileDescriptor descriptor = openFile(m_file, O_RDWR);
+    if (!descriptor.valid()) {
+        return errno;
     }
     const std::vector<textLine> lines = linesOf(bytes);
-    std::size_t taken = 0;
-    bool goesOn = error == 0;
-    while (goesOn && taken < lines.size()) {
-        std::vector<std::string> some;
-        for (std::size_t size = 0;
-             taken + some.size() < lines.size() && some.size() < linesAtOnce && size < bytesAtOnce;
-             size += some.back().size()) {
-            some.emplace_back(lines[taken + some.size()].text);
+    std::span<const textLine> rest(lines);
+    while (!rest.empty()) {
+        const std::vector<std::string_view> some = someOf(rest);
+        if (!consumer(some)) {
+            break;
         }
-        goesOn = consumer(some);
-        taken += goesOn ? some.size() : 0;
-        goesOn = goesOn && !until.over();
+        rest = rest.subspan(some.size());
+        if (until.over()) {
+            break;
+        }
     }
-    if (error == 0 && taken == lines.size()) {
-        error = emptyFile(descriptor.number());
-    } else if (error == 0) {
-        error = markTaken(descriptor.number(), std::span(lines).first(taken));
-    }
-    return error;
+    return rest.empty() ? emptyFile(descriptor.number())
+                        : markTaken(descriptor.number(), std::span(lines).first(lines.size() - rest.size()));
 }
 
 int spool::clear(const patience& wait)
 {
     const patientLock lock(m_lock, wait);
-    const fileDescriptor descriptor = lock.error() == 0 ? openFile(m_file, O_RDWR) : fileDescriptor();
-    int error = lock.error();
-    if (error == 0) {
-        error = descriptor.valid() ? emptyFile(descriptor.number()) : errno;
+    if (lock.error() != 0) {
+        return lock.error() == ENOENT ? 0 : lock.error();
     }
-    return error == ENOENT ? 0 : error;
+    const fileDescriptor descriptor = openFile(m_file, O_RDWR);
+    if (!descriptor.valid()) {
+        return errno == ENOENT ? 0 : errno;
+    }
+    return emptyFile(descriptor.number());
+}
+
+std::uint64_t entriesOf(std::span<const std::string> lines, const entryFilter& filter,
+                        std::vector<loggedEntry>& entries)
+{
+    std::uint64_t damaged = 0;
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        auto entry = fromLine(*line);
+        if (!entry) {
+            ++damaged;
+        } else if (matches(*entry, filter)) {
+            entries.push_back(std::move(*entry));
+        }
+    }
+    return damaged;
+}
+
+std::uint32_t highestIdOf(std::span<const std::string> lines, std::uint32_t limit)
+{
+    std::uint32_t highest = 0;
+    for (const std::string& line : lines) {
+        const auto keys = keysOfLine(line);
+        if (keys && keys->plid <= limit) {
+            highest = std::max(highest, keys->plid);
+        }
+    }
+    return highest;
+}
+
+std::string spoolProblem(int error) { return fmt::format("the error log's spool: {}", std::strerror(error)); }
+
+std::string damagedLines(std::uint64_t count)
+{
+    return fmt::format("the error log's spool: {} lines are damaged", count);
 }
 
 } // namespace kest::host

@@ -1,89 +1,18 @@
-/// The host's error log as its tools see it: entries as plain records, found, shown and cleared.
+/// The host's error log as its tools see it: entries are listed, checked and cleared.
 ///
 /// The store is the database `errors.db` in the state folder; entries that it could not take wait in a spool file and
-/// are listed with it. docs/host-services.md describes both. Functions that read need no permission to write. Texts
-/// come from devices and clients: they are valid UTF-8 without control characters other than line ends and tabs when
-/// kest stored them, but whoever shows them escapes them.
+/// are listed with it. docs/host-services.md describes both. Reading needs no permission to write. Texts come from
+/// devices and clients: when kest stored them they were valid UTF-8 without control characters other than line ends and
+/// tabs, but a program that shows them escapes them all the same.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
-class ErrlEntry;
+#include "platform/host/errorlog/record.h"
 
 namespace kest::host
 {
-
-struct loggedSrc {
-    std::uint16_t creator = 0; ///< component that made it
-    std::array<std::uint32_t, 8> words{}; ///< as SrciSrc::getHexData() gives them
-    std::uint32_t flags = 0;
-    std::uint32_t terminatingState = 0;
-};
-
-struct loggedCallout {
-    std::uint32_t priority = 0;
-    std::uint32_t procedure = 0;
-};
-
-struct loggedFruCallout {
-    std::uint32_t priority = 0;
-    std::uint16_t fru = 0;
-};
-
-struct loggedSoftwareError {
-    std::uint16_t component = 0;
-    std::uint32_t returnCode = 0;
-    std::uint16_t word1 = 0;
-    std::uint16_t word2 = 0;
-    std::uint32_t reserved = 0;
-};
-
-struct loggedDetails {
-    std::uint16_t component = 0;
-    std::uint8_t version = 0;
-    std::uint8_t subsection = 0;
-    std::vector<std::uint8_t> bytes;
-};
-
-struct loggedTrace {
-    std::string buffer;
-    std::string text; ///< whole lines
-};
-
-/// One entry. Each list is in the order in which its items were added.
-struct loggedEntry {
-    std::uint32_t plid = 0;
-    std::int64_t createdMs = 0; ///< wall clock, ms since 1970 UTC
-    std::int64_t committedMs = 0; ///< 0: not committed yet
-    std::uint32_t severity = 0;
-    std::uint32_t eventType = 0;
-    std::uint16_t creator = 0; ///< component that created the entry
-    std::uint32_t returnCode = 0; ///< 0: none was set
-    std::uint16_t commitComponent = 0;
-    std::uint16_t commitAction = 0;
-    std::int32_t processId = 0;
-    std::string process; ///< its name
-    bool incomplete = false; ///< an item is missing for lack of memory
-    std::vector<loggedSrc> srcs;
-    std::vector<loggedCallout> callouts;
-    std::vector<loggedFruCallout> fruCallouts;
-    std::vector<loggedSoftwareError> softwareErrors;
-    std::vector<loggedDetails> userDetails;
-    std::vector<loggedTrace> traces;
-};
-
-/// Which entries are wanted: those that agree with every item given.
-struct entryFilter {
-    std::optional<std::int64_t> sinceMs = std::nullopt; ///< committed at this time or later
-    std::optional<std::uint32_t> severity = std::nullopt;
-    std::optional<std::uint16_t> component = std::nullopt; ///< the entry's creator
-    std::optional<std::uint32_t> plid = std::nullopt;
-    std::size_t limit = 0; ///< at most so many, the latest; 0 all
-};
 
 struct entryList {
     std::vector<loggedEntry> entries; ///< latest first
@@ -93,23 +22,11 @@ struct entryList {
 /// Finds entries. No log at all is an empty list without an error. An entry committed twice is there twice.
 entryList listEntries(const entryFilter& filter = {});
 
-/// Is told why the store took no entry, in the place of the entry's JSON on standard error, whenever the spool has it.
-/// What neither store nor spool took goes to standard error all the same. For programs that speak to people; null, as
-/// at first, for all others. It makes no entries.
-void tellSpooled(void (*teller)(const std::string& problem));
-
-/// Deletes every entry. A damaged database is set aside as `errors.db.damaged`, and a new one begins. @return why it
-/// failed, empty when done
+/// Deletes every entry. A damaged database is set aside as `errors.db.damaged`, and a new one begins.
+/// @return why it failed; empty when it is done
 std::string clearEntries();
 
-/// Reads the whole database and looks for damage. @return what is wrong, empty when nothing is
+/// Reads the whole store and looks for damage. @return what is wrong; empty when nothing is
 std::string checkStore();
-
-/// @return the device of an entry by its user details: device text, else device path, else "BUS@HH" of the
-/// first-failure data; empty without these
-std::string deviceOf(const loggedEntry& entry);
-
-/// @return what the entry holds so far; commit items are 0
-loggedEntry describeEntry(const ErrlEntry& entry);
 
 } // namespace kest::host

@@ -1,0 +1,51 @@
+#include "platform/host/errorlog/deviceof.h"
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+#include "platform/host/errorlog/text.h"
+
+namespace kest::host
+{
+
+std::string deviceOf(const loggedEntry& entry)
+{
+    // library, tools
+    constexpr std::array components{std::uint16_t{0x1300}, std::uint16_t{0x1700}};
+    constexpr std::uint8_t firstFailureData = 6;
+    // device text, device path
+    constexpr std::array kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData};
+    for (const std::uint8_t kind : kinds) {
+        const auto found = std::ranges::find_if(entry.userDetails, [&](const loggedDetails& details) {
+            return std::ranges::find(components, details.component) != components.end() && details.subsection == kind;
+        });
+        if (found == entry.userDetails.end()) {
+            continue;
+        }
+        const std::string text(found->bytes.begin(), found->bytes.end());
+        const std::string device = kind == firstFailureData ? deviceOfRecord(text) : text.substr(0, text.find('\0'));
+        if (!device.empty()) {
+            return cleanText(device);
+        }
+    }
+    return {};
+}
+
+std::string deviceOfRecord(std::string_view record)
+{
+    constexpr std::string_view noTarget = "00";
+    const auto json = nlohmann::json::parse(record, nullptr, false);
+    if (!json.is_object()) {
+        return {};
+    }
+    const auto textOf = [&json](const char* name) {
+        const auto found = json.find(name);
+        return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+    };
+    const std::string bus = textOf("bus");
+    const std::string target = textOf("target");
+    return bus.empty() || target.empty() || target == noTarget ? bus : bus + "@" + target;
+}
+
+} // namespace kest::host

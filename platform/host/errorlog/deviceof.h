@@ -1,0 +1,20 @@
+/// Which device an error log entry is about.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/host/errorlog/record.h"
+
+namespace kest::host
+{
+
+/// @return the device of an entry by its user details: device text, else device path, else "BUS@HH" of the
+/// first-failure data; empty without these
+std::string deviceOf(const loggedEntry& entry);
+
+/// @param record  first-failure data of the IIC layer, or other bytes in their place
+/// @return bus and address of the failed transfer: "BUS@HH"; empty when the record is not whole or names none
+std::string deviceOfRecord(std::string_view record);
+
+} // namespace kest::host
