@@ -89,18 +89,19 @@ pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t
 struct portRun {
     const Dp955xRequest& request;
     const routine& self;
-    const deviceType& type = kest_typeOf(request.deviceType);
-    ErrlEntry* entry = nullptr;
-    failureReport report{self, entry};
+    const portRegisters& port = kest_typeOf(request.deviceType).port;
+    reportedCall report{self};
+    ErrlEntry*& entry = report.entry;
     iicSession session{entry};
     EdalDevice* device = nullptr;
     bool locked = false;
     std::unique_ptr<EdalDeviceOperation> operation{};
 };
 
-bool passed(portRun& run, std::uint32_t line = __builtin_LINE())
+/// Ends a step. @param done  whether it left no entry
+bool passed(portRun& run, bool done, std::uint32_t line = __builtin_LINE())
 {
-    return run.report.passed(traceHash("step of a data port routine failed"), line);
+    return done || run.report.passed(traceHash("step of a data port routine failed"), line);
 }
 
 /// Asks for an SRC without a callout that says what about the request cannot be done.
@@ -133,7 +134,7 @@ bool runOperation(portRun& run)
 {
     run.device->setOperation(run.operation.get());
     run.entry = run.device->doOperation(run.session.handle);
-    return passed(run);
+    return passed(run, run.entry == nullptr);
 }
 
 /// Makes the next operation, in place of the one before.
@@ -184,31 +185,18 @@ bool linkDevice(portRun& run)
     return run.device != nullptr || refuseMissing(run, info);
 }
 
-bool openDevice(portRun& run)
+bool setBlock(portRun& run)
 {
-    run.session.open(*run.request.deviceInfo);
-    return passed(run);
-}
-
-bool sendBlock(portRun& run)
-{
-    mern_iic_block block{};
+    mern_iic_block block;
     kest_wobuBuildConfig(run.request.deviceInfo->addressList, 5, true, &block, run.request.attributes, 0);
-    run.session.setBlock(block);
-    return passed(run);
-}
-
-bool sendSpeed(portRun& run)
-{
-    run.session.setSpeed(run.request.attributes[KEST_ATTR_BUS_SPEED]);
-    return passed(run);
+    return run.session.setBlock(block);
 }
 
 bool lockDevice(portRun& run)
 {
     run.entry = run.device->lockDevice(run.session.handle);
     run.locked = run.entry == nullptr;
-    return passed(run);
+    return run.locked;
 }
 
 /// A clean-up step's failure is the result when nothing failed before, else it is committed by itself.
@@ -242,9 +230,9 @@ ErrlEntry* cleanUp(portRun& run)
 template <typename Body>
 ErrlEntry* runOnDevice(const Dp955xRequest* request, const routine& self, Body body)
 {
-    const traceScope scope{self.name};
     portRun run{.request = *request, .self = self};
-    if (linkDevice(run) && openDevice(run) && sendBlock(run) && sendSpeed(run) && lockDevice(run)) {
+    if (linkDevice(run) && passed(run, run.session.open(*request->deviceInfo)) && passed(run, setBlock(run)) &&
+        passed(run, run.session.setSpeed(request->attributes[KEST_ATTR_BUS_SPEED])) && passed(run, lockDevice(run))) {
         body(run);
     }
     return cleanUp(run);
@@ -252,55 +240,56 @@ ErrlEntry* runOnDevice(const Dp955xRequest* request, const routine& self, Body b
 
 void changeOutputs(portRun& run, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask)
 {
-    checkRegisters(run, run.type.outputs);
+    checkRegisters(run, run.port.outputs);
     std::uint32_t value = 0;
-    if (readRegisters(run, run.type.outputs, value)) {
-        const pinMasks pins = run.type.ledDriver ? splitSelectors(value) : pinMasks{value, 0};
+    if (readRegisters(run, run.port.outputs, value)) {
+        const pinMasks pins = run.port.ledDriver ? splitSelectors(value) : pinMasks{value, 0};
         const pinMasks changed = applyOperation(pins, operation, bits, mask);
-        writeRegisters(run, run.type.outputs, run.type.ledDriver ? joinSelectors(changed) : changed.low);
+        writeRegisters(run, run.port.outputs, run.port.ledDriver ? joinSelectors(changed) : changed.low);
     }
 }
 
 void readInputs(portRun& run, std::uint32_t mask, std::uint32_t& value)
 {
-    checkRegisters(run, run.type.inputs);
-    if (!readRegisters(run, run.type.inputs, value)) {
+    checkRegisters(run, run.port.inputs);
+    if (!readRegisters(run, run.port.inputs, value)) {
         return;
     }
-    if (run.type.upperInputs.bytes != 0) {
+    if (run.port.upperInputs.bytes != 0) {
         std::uint32_t upper = 0;
-        const bool done = readRegisters(run, run.type.upperInputs, upper);
+        const bool done = readRegisters(run, run.port.upperInputs, upper);
         value |= upper << 8;
         if (!done) {
             return;
         }
     }
     value &= mask;
-    if (run.type.highByteFirst) {
+    if (run.port.highByteFirst) {
         value = ((value >> 8) | (value << 8)) & 0xFFFF;
     }
 }
 
 void changeDirections(portRun& run, kest_dpConfig config, std::uint32_t bits)
 {
-    checkRegisters(run, run.type.directions);
+    checkRegisters(run, run.port.directions);
     std::uint32_t value = 0;
-    if (readRegisters(run, run.type.directions, value)) {
+    if (readRegisters(run, run.port.directions, value)) {
         if (config == KEST_DP_CONFIG_INPUT || config == KEST_DP_CONFIG_OUTPUT) {
             value = setOrClear(value, bits, config == KEST_DP_CONFIG_INPUT);
         }
-        writeRegisters(run, run.type.directions, value);
+        writeRegisters(run, run.port.directions, value);
     }
 }
 
 void writeRaw(portRun& run, kest_dpConfig config, std::uint32_t value)
 {
-    const std::uint8_t registerByte = config < run.type.raw.size() ? run.type.raw[config] : noRegister;
-    if (registerByte == noRegister) {
+    const rawRange& raw = run.port.raw;
+    if (config < raw.config || config >= raw.config + raw.count) {
         refuse(run, KEST_REASON_NO_REGISTER, config);
-    } else {
-        writeRegisters(run, {registerByte, 1}, value);
+        return;
     }
+    const auto registerByte = static_cast<std::uint8_t>(raw.first + (config - raw.config));
+    writeRegisters(run, {registerByte, 1}, value);
 }
 
 } // namespace
@@ -317,7 +306,7 @@ ErrlEntry* Read(const Dp955xRequest* request, std::uint32_t mask, std::uint32_t*
 
 ErrlEntry* GeneralConfig(const Dp955xRequest* request, kest_dpConfig config, std::uint32_t bits)
 {
-    if (request->deviceInfo != nullptr && kest_typeOf(request->deviceType).ledDriver) {
+    if (request->deviceInfo != nullptr && kest_typeOf(request->deviceType).port.ledDriver) {
         const traceScope scope{generalConfigRoutine.name};
         trace_wobu_write_all(kest_trace, traceHash("device without pin directions"), " %s,%x", __LINE__, 0,
                              generalConfigRoutine.name, static_cast<unsigned int>(request->deviceType));
@@ -334,10 +323,9 @@ ErrlEntry* RawConfig(const Dp955xRequest* request, kest_dpConfig config, std::ui
 ErrlEntry* Write_922Hub_Reset(const Dp955xRequest* request, kest_dpOperation operation, std::uint32_t bits,
                               std::uint32_t mask, mern_t* handle)
 {
-    const traceScope scope{hubResetRoutine.name};
     portRun run{.request = *request, .self = hubResetRoutine};
     run.session.handle = *handle;
-    if (linkDevice(run) && sendBlock(run)) {
+    if (linkDevice(run) && passed(run, setBlock(run))) {
         changeOutputs(run, operation, bits, mask);
     }
     // neither opened nor locked here: frees what this call made, and logs

@@ -168,9 +168,7 @@ std::uint32_t kest_checkAddressList(const kest_deviceAddress* list)
 
 ErrlEntry* KEST_setAttribute(kest_attribute id, kest_attributeValue value, kest_attributeValue* record)
 {
-    const traceScope scope(setRoutine.name);
-    ErrlEntry* entry = nullptr;
-    failureReport report{setRoutine, entry};
+    reportedCall report{setRoutine};
     // a negative one becomes too big
     const auto index = static_cast<std::uint32_t>(id);
     if (record == nullptr) {

@@ -20,17 +20,18 @@ constexpr char sourceId[] = "kestdataport";
 /// A function of the data port.
 struct portFunction {
     routine self;
-    registerRange deviceType::*registers; ///< it serves the types that have these
+    registerRange portRegisters::*registers; ///< it serves the types that have these
     bool servesUnsound; ///< also a chain that failed its check
 };
-constexpr portFunction readFunction{
-    .self = {"KEST_dpRead", KEST_MODULE_DP_READ, sourceId}, .registers = &deviceType::inputs, .servesUnsound = false};
+constexpr portFunction readFunction{.self = {"KEST_dpRead", KEST_MODULE_DP_READ, sourceId},
+                                    .registers = &portRegisters::inputs,
+                                    .servesUnsound = false};
 constexpr portFunction writeFunction{.self = {"KEST_dpWrite", KEST_MODULE_DP_WRITE, sourceId},
-                                     .registers = &deviceType::outputs,
+                                     .registers = &portRegisters::outputs,
                                      .servesUnsound = false};
 // unlike the others, on purpose
 constexpr portFunction configFunction{.self = {"KEST_dpConfig", KEST_MODULE_DP_CONFIG, sourceId},
-                                      .registers = &deviceType::outputs,
+                                      .registers = &portRegisters::outputs,
                                       .servesUnsound = true};
 constexpr routine hubResetRoutine{"kest_dp_922HUB_reset", KEST_MODULE_HUB_RESET_LINE, sourceId};
 
@@ -38,8 +39,8 @@ constexpr routine hubResetRoutine{"kest_dp_922HUB_reset", KEST_MODULE_HUB_RESET_
 struct portCall {
     const routine& self;
     const char* address;
-    ErrlEntry* entry = nullptr;
-    failureReport report{self, entry};
+    reportedCall report{self};
+    ErrlEntry*& entry = report.entry;
     kest_deviceInfo info{};
     std::unique_ptr<kest_deviceAddress[]> flatList{}; ///< attached to the details, freed after they are logged
 };
@@ -91,11 +92,10 @@ template <typename Routine>
 ErrlEntry* serve(const portFunction& function, const char* address, const kest_attributeValue* attributes,
                  Routine portRoutine)
 {
-    const traceScope scope{function.self.name};
     portCall call{.self = function.self, .address = address};
     if (parseAddress(call) && (checkChain(call) || function.servesUnsound)) {
         const kest_deviceAddress* const last = kest_lastNode(call.info.addressList);
-        if (last != nullptr && (kest_typeOf(last->type).*function.registers).bytes != 0) {
+        if (last != nullptr && (kest_typeOf(last->type).port.*function.registers).bytes != 0) {
             const Dp955xRequest request{&call.info, last->type, kest_attributesOrDefaults(attributes)};
             call.entry = portRoutine(request);
             traceRoutineFailure(call);
@@ -133,7 +133,6 @@ ErrlEntry* KEST_dpRead(const char* address, unsigned int mask, unsigned int* val
 ErrlEntry* kest_dp_922HUB_reset(const char* address, mern_t handle, kest_dpOperation operation, unsigned int bits,
                                 unsigned int mask)
 {
-    const traceScope scope{hubResetRoutine.name};
     portCall call{.self = hubResetRoutine, .address = address};
     if (parseAddress(call)) {
         const Dp955xRequest request{&call.info, KEST_DEV_9552, kest_attributesOrDefaults(nullptr)};

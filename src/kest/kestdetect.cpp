@@ -20,8 +20,8 @@ constexpr routine detectRoutine{"KEST_detectDevice", KEST_MODULE_DETECT, "kestde
 struct detection {
     const char* address;
     const kest_attributeValue* attributes;
-    ErrlEntry* entry = nullptr;
-    failureReport report{detectRoutine, entry};
+    reportedCall report{detectRoutine};
+    ErrlEntry*& entry = report.entry;
     iicSession session{entry};
     kest_deviceInfo info{};
 
@@ -57,37 +57,26 @@ bool understandText(detection& run)
     return !rest;
 }
 
-/// Ends a step on the bus. The entry has its SRC from below. The failure site goes into it before the device is closed.
-bool passed(detection& run, int line, unsigned short site)
+/// Ends a step on the bus. @param done  whether it left no entry. The entry has its SRC from below. The failure site goes into it before the device is closed.
+bool passed(detection& run, bool done, int line, unsigned short site)
 {
-    if (run.entry != nullptr) {
+    if (!done) {
         traceLine(traceHash("step of a detection failed"), line);
         run.entry->addSwErr(kest_component, run.entry->getRC(), detectRoutine.module, site, 0);
     }
-    return run.entry == nullptr;
+    return done;
 }
 
-bool openDevice(detection& run)
-{
-    run.session.open(run.info);
-    return passed(run, 264, 269);
-}
-
-bool sendBlock(detection& run)
+/// Sends the block and the speed.
+bool configure(detection& run)
 {
     mern_iic_block block{};
     block.speedKhz = 400;
     block.timeoutMs = 5000;
     block.flags = 0xFFFF0001;
     block.busyWaitMs = 20;
-    run.session.setBlock(block);
-    return passed(run, 291, 296);
-}
-
-bool sendSpeed(detection& run)
-{
-    run.session.setSpeed(run.attributes != nullptr ? run.attributes[KEST_ATTR_BUS_SPEED] : 0);
-    return passed(run, 314, 319);
+    const std::uint32_t speedKhz = run.attributes != nullptr ? run.attributes[KEST_ATTR_BUS_SPEED] : 0;
+    return passed(run, run.session.setBlock(block), 291, 296) && passed(run, run.session.setSpeed(speedKhz), 314, 319);
 }
 
 void reportState(detection& run, kest_reason reason, std::uint32_t state)
@@ -126,7 +115,7 @@ void probe(detection& run)
     // a failure that was committed below must not read as present
     std::uint32_t state = MERN_DETECT_ABSENT;
     kest_wobuConfig(run.session.handle, run.entry, kest_configRead, WOBU_IIC_DETECT_STATE, &state, sizeof state);
-    if (!passed(run, 333, 338) || state == MERN_DETECT_PRESENT) {
+    if (!passed(run, run.entry == nullptr, 333, 338) || state == MERN_DETECT_PRESENT) {
         return;
     }
     if (state == MERN_DETECT_ABSENT) {
@@ -150,10 +139,9 @@ void closeDevice(detection& run)
 
 ErrlEntry* KEST_detectDevice(const char* address, const kest_attributeValue* attributes)
 {
-    const traceScope scope{detectRoutine.name};
     detection run{address, attributes};
-    if (understandText(run) && openDevice(run)) {
-        if (sendBlock(run) && sendSpeed(run)) {
+    if (understandText(run)) {
+        if (passed(run, run.session.open(run.info), 264, 269) && configure(run)) {
             probe(run);
         }
         closeDevice(run);

@@ -26,20 +26,10 @@ constexpr routine linkRoutine{"buildDeviceLink", KEST_MODULE_DEVICE_LINK, source
 
 ErrlEntry* reportUnsupported(const routine& self, int line = __builtin_LINE())
 {
-    const traceScope scope{self.name, line};
-    ErrlEntry* entry = nullptr;
-    failureReport report{self, entry};
+    reportedCall report{self, line};
     report.fail(traceHash("device does not support this"), KEST_REASON_UNSUPPORTED, static_cast<std::uint32_t>(line), 0,
                 line);
     return report.finish();
-}
-
-/// Commits a failure that nobody is there to take.
-void commitOwn(failureReport& report, std::uint16_t action)
-{
-    report.details.commitEntry = 1;
-    report.details.commitAction = action;
-    report.finish();
 }
 
 /// The layer's lock record of a register device, as bytes: its order does not depend on the host.
@@ -93,7 +83,7 @@ GenericEdalDevice::~GenericEdalDevice()
         ErrlEntry* entry = nullptr;
         failureReport report{endRoutine, entry};
         report.fail(traceHash("device destroyed while locked"), KEST_REASON_LOCKED, __LINE__, m_address);
-        commitOwn(report, ERRL_ACTION_KEEP_FOR_SERVICE);
+        report.commit(ERRL_ACTION_KEEP_FOR_SERVICE);
     }
 }
 
@@ -101,9 +91,8 @@ void GenericEdalDevice::setOperation(EdalDeviceOperation* operation) { m_operati
 
 ErrlEntry* GenericEdalDevice::lockDevice(mern_t handle)
 {
-    const traceScope scope{lockRoutine.name};
-    ErrlEntry* entry = nullptr;
-    failureReport report{lockRoutine, entry};
+    reportedCall report{lockRoutine};
+    ErrlEntry*& entry = report.entry;
     if (m_locked != 0) {
         report.fail(traceHash("device locked already"), KEST_REASON_LOCKED, __LINE__, m_address);
     } else {
@@ -129,9 +118,8 @@ ErrlEntry* GenericEdalDevice::unlockDevice(mern_t handle)
 ErrlEntry* GenericEdalDevice::doOperation(mern_t handle)
 {
     constexpr std::uint32_t phaseFailed = traceHash("phase of a device operation failed");
-    const traceScope scope{operationRoutine.name};
-    ErrlEntry* entry = nullptr;
-    failureReport report{operationRoutine, entry};
+    reportedCall report{operationRoutine};
+    ErrlEntry*& entry = report.entry;
     EdalDeviceOperation* const operation = getOperation();
     if (operation == nullptr) {
         report.fail(traceHash("device has no operation"), KEST_REASON_MISSING);
@@ -178,7 +166,7 @@ void reportUnknownNode(const kest_deviceAddress& node)
     report.fail(traceHash("no device object for this type"), KEST_REASON_NO_OBJECT, __LINE__, node.type);
     // not made from the reason, on purpose
     kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_UNSUPPORTED);
-    commitOwn(report, ERRL_ACTION_REPORT);
+    report.commit(ERRL_ACTION_REPORT);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "kestdevicetypes.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 
 namespace kest
@@ -19,7 +20,16 @@ constexpr deviceType seeprom(kest_deviceType type, std::uint32_t capacity, std::
             .writeCycle = true};
 }
 
-constexpr std::uint32_t registerFlags = 0xFFFF0000;
+constexpr deviceType registerDevice(kest_deviceType type, const portRegisters& port)
+{
+    return {.type = type, .kind = deviceKind::registerDevice, .fixedTimeout = true, .flags = 0xFFFF0000, .port = port};
+}
+
+/// A sensor is a register device, but its transfers go by the usual rules.
+constexpr deviceType sensor(kest_deviceType type)
+{
+    return {.type = type, .kind = deviceKind::registerDevice, .port = {.highByteFirst = true, .inputs = {0x00, 2}}};
+}
 
 constexpr std::array<deviceType, 16> deviceTypes{{
     {.type = KEST_DEV_HUB_F0, .kind = deviceKind::hub},
@@ -31,42 +41,17 @@ constexpr std::array<deviceType, 16> deviceTypes{{
     seeprom(KEST_DEV_SEEPROM_128K, 16384, 64, 2),
     seeprom(KEST_DEV_SEEPROM_256K, 32768, 64, 2),
     seeprom(KEST_DEV_SEEPROM_512K, 65536, 128, 2),
-    {.type = KEST_DEV_9551,
-     .kind = deviceKind::registerDevice,
-     .fixedTimeout = true,
-     .flags = registerFlags,
-     .ledDriver = true,
-     .outputs = {0x15, 2},
-     .inputs = {0x00, 1},
-     .raw = {0xFF, 0xFF, 0x01, 0x02, 0x03, 0x04, 0xFF, 0xFF}},
-    {.type = KEST_DEV_9552,
-     .kind = deviceKind::registerDevice,
-     .fixedTimeout = true,
-     .flags = registerFlags,
-     .ledDriver = true,
-     .outputs = {0x16, 4},
-     .inputs = {0x00, 1},
-     .upperInputs = {0x01, 1},
-     .raw = {0xFF, 0xFF, 0x02, 0x03, 0x04, 0x05, 0xFF, 0xFF}},
-    {.type = KEST_DEV_9554,
-     .kind = deviceKind::registerDevice,
-     .fixedTimeout = true,
-     .flags = registerFlags,
-     .outputs = {0x01, 1},
-     .inputs = {0x00, 1},
-     .directions = {0x03, 1},
-     .raw = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x02, 0xFF}},
-    {.type = KEST_DEV_9555,
-     .kind = deviceKind::registerDevice,
-     .fixedTimeout = true,
-     .flags = registerFlags,
-     .outputs = {0x02, 2},
-     .inputs = {0x00, 2},
-     .directions = {0x06, 2},
-     .raw = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x04, 0x05}},
-    {.type = KEST_DEV_D10, .kind = deviceKind::registerDevice, .fixedTimeout = true, .flags = registerFlags},
-    {.type = KEST_DEV_75, .kind = deviceKind::registerDevice, .highByteFirst = true, .inputs = {0x00, 2}},
-    {.type = KEST_DEV_92, .kind = deviceKind::registerDevice, .highByteFirst = true, .inputs = {0x00, 2}},
+    registerDevice(KEST_DEV_9551, {.ledDriver = true, .outputs = {0x15, 2}, .inputs = {0x00, 1}, .raw = {2, 0x01, 4}}),
+    registerDevice(
+        KEST_DEV_9552,
+        {.ledDriver = true, .outputs = {0x16, 4}, .inputs = {0x00, 1}, .upperInputs = {0x01, 1}, .raw = {2, 0x02, 4}}),
+    registerDevice(KEST_DEV_9554,
+                   {.outputs = {0x01, 1}, .inputs = {0x00, 1}, .directions = {0x03, 1}, .raw = {6, 0x02, 1}}),
+    registerDevice(KEST_DEV_9555,
+                   {.outputs = {0x02, 2}, .inputs = {0x00, 2}, .directions = {0x06, 2}, .raw = {6, 0x04, 2}}),
+    registerDevice(KEST_DEV_D10, {}),
+    sensor(KEST_DEV_75),
+    sensor(KEST_DEV_92),
     {.type = KEST_DEV_172, .kind = deviceKind::other, .capacity = 22016},
 }};
 
@@ -93,7 +78,7 @@ static_assert(std::ranges::all_of(deviceTypes, [](const deviceType& row) {
     return row.capacity == 0 || row.capacity == capacityInName(row.type);
 }));
 static_assert(std::ranges::all_of(deviceTypes, [](const deviceType& row) {
-    return row.outputs.bytes == 0 || row.ledDriver == (row.directions.bytes == 0);
+    return row.port.outputs.bytes == 0 || row.port.ledDriver == (row.port.directions.bytes == 0);
 }));
 
 } // namespace

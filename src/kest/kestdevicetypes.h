@@ -1,7 +1,6 @@
 /// What the library knows of each device type, in one table. Everything else asks it.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 #include "kest/address.h"
@@ -24,31 +23,35 @@ struct registerRange {
     std::uint8_t bytes = 0;
 };
 
-constexpr std::uint8_t noRegister = 0xFF;
+/// Registers of raw configurations, which follow each other as the configurations do.
+struct rawRange {
+    std::uint8_t config = 0; ///< the first
+    std::uint8_t first = 0; ///< its register
+    std::uint8_t count = 0;
+};
 
-/// A device type. What a row leaves out holds for most of them.
-struct deviceType {
-    kest_deviceType type{};
-    deviceKind kind = deviceKind::unknown;
-
-    // memory
-    std::uint32_t capacity = 0; ///< bytes; not 0 for what the SEEPROM functions serve
-    std::uint32_t pageSize = 0; ///< bytes
-    std::uint16_t offsetLength = 0; ///< bytes of a position, of a SEEPROM alone
-
-    // the configuration block of a chain that begins with it
-    bool fixedTimeout = false; ///< else the time-out is computed
-    bool writeCycle = false; ///< the write-cycle attribute applies
-    std::uint32_t flags = 0xFFFB0000;
-
-    // data port
+/// What the data port knows of a device.
+struct portRegisters {
     bool ledDriver = false; ///< its outputs are selectors of two bits a pin, and it has no pin directions
     bool highByteFirst = false; ///< its inputs
     registerRange outputs{};
     registerRange inputs{};
     registerRange upperInputs{}; ///< read on their own
     registerRange directions{};
-    std::array<std::uint8_t, 8> raw = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}; ///< by raw configuration
+    rawRange raw{};
+};
+
+/// A device type. What a row leaves out holds for most of them.
+struct deviceType {
+    kest_deviceType type{};
+    deviceKind kind = deviceKind::unknown;
+    std::uint32_t capacity = 0; ///< bytes; not 0 for what the SEEPROM functions serve
+    std::uint32_t pageSize = 0; ///< bytes
+    std::uint16_t offsetLength = 0; ///< bytes of a position, of a SEEPROM alone
+    bool fixedTimeout = false; ///< of a chain that begins with it; else the time-out is computed
+    bool writeCycle = false; ///< the write-cycle attribute applies to such a chain
+    std::uint32_t flags = 0xFFFB0000; ///< of such a chain's configuration block
+    portRegisters port{};
 };
 
 /// @return the type's row; for a type that is not known a row that says so.

@@ -21,13 +21,21 @@ bool failureReport::noted(std::uint32_t atSite)
     return entry == nullptr;
 }
 
-void failureReport::describe(std::uint32_t reason, std::uint32_t userData1, std::uint32_t userData2,
+void failureReport::describe(kest_reason reason, const blame& who, std::uint32_t userData1, std::uint32_t userData2,
                              std::uint32_t userData3)
 {
-    kest_describeFailure(details, self.module, reason, userData1, userData2, userData3);
+    kest_requestSrc(details, self.module, reason, who.subsystem, userData1, userData2, userData3);
+    kest_addCallout(details);
+    kest_setReturnCode(details, who.classBits | reason);
 }
 
-bool failureReport::fail(std::uint32_t hash, std::uint32_t reason, std::uint32_t userData1, std::uint32_t userData2,
+void failureReport::describe(kest_reason reason, std::uint32_t userData1, std::uint32_t userData2,
+                             std::uint32_t userData3)
+{
+    describe(reason, blamesSoftware, userData1, userData2, userData3);
+}
+
+bool failureReport::fail(std::uint32_t hash, kest_reason reason, std::uint32_t userData1, std::uint32_t userData2,
                          int line)
 {
     trace_wobu_write_all(kest_trace, hash, " %s", line, 0, self.name);
@@ -44,14 +52,13 @@ ErrlEntry* failureReport::finish()
     return entry;
 }
 
-const errnoRule& kest_ruleOfErrno(int error) { return kest_isSoftwareErrno(error) ? softwareRule : deviceRule; }
-
-void kest_describeErrno(kest_errorDetails& details, std::uint32_t module, std::uint32_t reason, const errnoRule& rule,
-                        int error, std::uint32_t userData2, std::uint32_t userData3)
+void failureReport::commit(std::uint16_t action)
 {
-    kest_requestSrc(details, module, reason, rule.subsystem, static_cast<std::uint32_t>(error), userData2, userData3);
-    kest_addCallout(details);
-    kest_setReturnCode(details, rule.classBits | reason);
+    details.commitEntry = 1;
+    details.commitAction = action;
+    finish();
 }
+
+const blame& kest_blameOf(int error) { return kest_isSoftwareErrno(error) ? blamesSoftware : blamesDevice; }
 
 } // namespace kest

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "kesterrorlog.h"
+#include "kesttrace.h"
 #include "platform/errl.h"
 
 namespace kest
@@ -15,6 +16,18 @@ struct routine {
     std::uint32_t module;
     const char* sourceId; ///< of its source unit
 };
+
+/// Who is blamed for a failure, and the class of its return code.
+struct blame {
+    epubSubSystem subsystem;
+    std::uint32_t classBits;
+};
+constexpr blame blamesSoftware{EPUB_SUBSYSTEM_SOFTWARE, kest_classFailure};
+constexpr blame blamesAbsence{EPUB_SUBSYSTEM_IIC_DEVICE, kest_classInformational};
+constexpr blame blamesDevice{EPUB_SUBSYSTEM_IIC_DEVICE, 0};
+
+/// @return who is blamed for an errno of the IIC layer that says nothing special
+const blame& kest_blameOf(int error);
 
 /// What one call of a routine knows of its failures. The entry alone says whether a step failed: one whose failure was
 /// committed below, or for whose entry there was no memory, has passed.
@@ -35,31 +48,41 @@ struct failureReport {
     /// Notes a failed step that has a trace of its own. @return whether there is no entry
     bool noted(std::uint32_t atSite);
 
-    /// Describes a failure of the routine itself, after its trace: the usual one, see kest_describeFailure().
-    void describe(std::uint32_t reason, std::uint32_t userData1 = 0, std::uint32_t userData2 = 0,
+    /// Describes a failure of the routine itself, after its trace: an SRC, one procedure callout, and the return code.
+    void describe(kest_reason reason, const blame& who, std::uint32_t userData1, std::uint32_t userData2 = 0,
+                  std::uint32_t userData3 = 0);
+    /// The usual failure: see kest_describeFailure().
+    void describe(kest_reason reason, std::uint32_t userData1 = 0, std::uint32_t userData2 = 0,
                   std::uint32_t userData3 = 0);
     /// The same, with the trace. @return false
-    bool fail(std::uint32_t hash, std::uint32_t reason, std::uint32_t userData1 = 0, std::uint32_t userData2 = 0,
+    bool fail(std::uint32_t hash, kest_reason reason, std::uint32_t userData1 = 0, std::uint32_t userData2 = 0,
               int line = __builtin_LINE());
 
     /// Adds the site of the step that failed and logs. @return the entry
     ErrlEntry* finish();
+    /// The same, for an entry that no caller gets: commits and deletes it.
+    void commit(std::uint16_t action);
 };
 
-/// Who is blamed for an errno of the IIC layer, and the class of the return code.
-struct errnoRule {
-    epubSubSystem subsystem;
-    std::uint32_t classBits;
+/// The report of a whole call, which traces the routine's entry and exit, too. Declare it first: it then speaks last.
+class reportedCall : private traceScope, public failureReport
+{
+public:
+    /// @param callersEntry  takes the failure
+    /// @param firstSite     what an entry names in which no step of this call has failed; noSite: nothing
+    reportedCall(const routine& function, ErrlEntry*& callersEntry, std::uint32_t firstSite = noSite,
+                 int line = __builtin_LINE())
+        : traceScope(function.name, line), failureReport{function, callersEntry, firstSite}
+    {
+    }
+    /// A call that makes an entry of its own.
+    explicit reportedCall(const routine& function, int line = __builtin_LINE())
+        : traceScope(function.name, line), failureReport{function, m_own}
+    {
+    }
+
+private:
+    ErrlEntry* m_own = nullptr;
 };
-constexpr errnoRule softwareRule{EPUB_SUBSYSTEM_SOFTWARE, kest_classFailure};
-constexpr errnoRule absentRule{EPUB_SUBSYSTEM_IIC_DEVICE, kest_classInformational};
-constexpr errnoRule deviceRule{EPUB_SUBSYSTEM_IIC_DEVICE, 0};
-
-/// @return the rule of an errno that says nothing special: software's or the device's
-const errnoRule& kest_ruleOfErrno(int error);
-
-/// Describes a failed call of the IIC layer.
-void kest_describeErrno(kest_errorDetails& details, std::uint32_t module, std::uint32_t reason, const errnoRule& rule,
-                        int error, std::uint32_t userData2 = 0, std::uint32_t userData3 = 0);
 
 } // namespace kest

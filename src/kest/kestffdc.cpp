@@ -26,8 +26,7 @@ std::uint32_t describeFfdc(failureReport& report, kest_reason reason, std::uint3
     if (error == ENODEV) {
         trace_wobu_write_all(kest_trace, hashNodeAbsent, " %s", __LINE__, 0, report.self.name);
     }
-    kest_describeErrno(report.details, report.self.module, reason, kest_ruleOfErrno(error), error,
-                       static_cast<std::uint32_t>(result));
+    report.describe(reason, kest_blameOf(error), static_cast<std::uint32_t>(error), static_cast<std::uint32_t>(result));
     return report.details.returnCode;
 }
 
@@ -58,8 +57,7 @@ void addFfdc(ErrlEntry*& entry, void* data, unsigned int size)
 
 std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data, unsigned int* size)
 {
-    const traceScope scope(extractRoutine.name);
-    failureReport report{extractRoutine, entry};
+    reportedCall report{extractRoutine, entry};
     std::uint32_t returnCode = 0;
     const int result = mern_iic_ffdc_extract(handle, 0, data);
     const int error = errno;

@@ -36,7 +36,7 @@ void sendCommand(mern_t& handle, ErrlEntry*& errl, std::uint8_t command)
     kest_wobuWrite(handle, errl, &length, bytes.data());
 }
 
-/// Reads one byte: what the hub says. @param[in,out] status  taken over whatever comes of the read
+/// Reads one byte: what the hub says.
 void readStatus(mern_t& handle, ErrlEntry*& errl, std::uint8_t& status)
 {
     unsigned int length = 1;
@@ -49,8 +49,7 @@ bool passed(failureReport& report, std::uint32_t site) { return report.passed(tr
 
 void kest_read922HubErrStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
 {
-    const traceScope scope{errorRoutine.name};
-    failureReport report{errorRoutine, errl};
+    reportedCall report{errorRoutine, errl};
     sendCommand(handle, errl, selectErrorStatus);
     if (passed(report, 910)) {
         std::uint8_t answer = 0;
@@ -63,28 +62,25 @@ void kest_read922HubErrStatus(mern_t handle, unsigned int* status, ErrlEntry*& e
 
 void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
 {
-    const traceScope scope{statusRoutine.name};
-    failureReport report{statusRoutine, errl};
+    reportedCall report{statusRoutine, errl};
     iicSession session{.entry = errl, .handle = handle};
     mern_iic_block block{};
     std::uint8_t answer = unknownStatus;
-    const auto readBlock = [&] {
-        kest_wobuConfig(handle, errl, kest_configRead, WOBU_IIC_BLOCK, &block, sizeof block);
-        return passed(report, 786);
-    };
-    // Without offset and pages the read is a plain one, which the hub answers with its status.
-    const auto makePlain = [&] {
+    kest_wobuConfig(handle, errl, kest_configRead, WOBU_IIC_BLOCK, &block, sizeof block);
+    bool good = passed(report, 786);
+    if (good) {
+        // Without offset and pages the read is a plain one, which the hub answers with its status.
         block.offsetLength = block.reserved6 = 0;
         block.writeCycleMs = block.reserved22 = 0;
         block.pageSize = 0;
         session.setBlock(block);
-        return passed(report, 811);
-    };
-    const auto readAnswer = [&] {
+        good = passed(report, 811);
+    }
+    if (good) {
         readStatus(handle, errl, answer);
-        return passed(report, 830);
-    };
-    if (readBlock() && makePlain() && readAnswer()) {
+        good = passed(report, 830);
+    }
+    if (good) {
         *status = answer;
     } else {
         kest_setReturnCode(report.details, errl->getRC() | kest_classHubRefused);
@@ -94,8 +90,7 @@ void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry
 
 void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
 {
-    const traceScope scope{resetRoutine.name};
-    failureReport report{resetRoutine, errl};
+    reportedCall report{resetRoutine, errl};
     sendCommand(handle, errl, selectBusReset);
     if (passed(report, 680)) {
         unsigned int status = unknownStatus;
@@ -103,9 +98,7 @@ void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
         if (passed(report, 693) && status != 0) {
             trace_wobu_write_all(kest_trace, traceHash("sub-bus reset ended with a status"), " %s,%x", 701, 0,
                                  resetRoutine.name, status);
-            kest_requestSrc(report.details, resetRoutine.module, KEST_REASON_HUB_BUS_RESET, EPUB_SUBSYSTEM_IIC_DEVICE,
-                            status);
-            kest_addCallout(report.details);
+            report.describe(KEST_REASON_HUB_BUS_RESET, blamesDevice, status);
             // neither a prefix nor the reason's number, on purpose
             kest_setReturnCode(report.details, KEST_REASON_HUB_STATUS);
         }
@@ -116,61 +109,30 @@ void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
 namespace
 {
 
+constexpr blame hubRefused{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubRefused};
+constexpr blame hubFailed{EPUB_SUBSYSTEM_IIC_DEVICE, kest_classHubFailed};
+constexpr blame hubOdd{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubFailed};
+
 /// How a status that ends the transfer is reported. Its trace's line is the failure site.
 struct statusRule {
     std::uint32_t last; ///< the highest status of the row, which begins after the row before
     std::uint32_t hash;
     std::uint32_t site;
     kest_reason reason;
-    epubSubSystem subsystem;
-    std::uint32_t classBits;
+    const blame& who;
 };
 // The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is
 // `afterRepeat`.
 constexpr std::array<statusRule, 6> statusRules{{
-    {.last = 1,
-     .hash = 0xC73070B1,
-     .site = 180,
-     .reason = KEST_REASON_HUB_COMMAND,
-     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
-     .classBits = kest_classHubRefused},
-    {.last = 2,
-     .hash = 0xAE369C6A,
-     .site = 212,
-     .reason = KEST_REASON_HUB_NO_ANSWER,
-     .subsystem = EPUB_SUBSYSTEM_IIC_DEVICE,
-     .classBits = kest_classInformational},
-    {.last = 7,
-     .hash = 0x27E236C0,
-     .site = 457,
-     .reason = KEST_REASON_HUB_PORT,
-     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
-     .classBits = kest_classHubRefused},
-    {.last = 8,
-     .hash = 0xFACF14B6,
-     .site = 491,
-     .reason = KEST_REASON_HUB_LENGTH,
-     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
-     .classBits = kest_classHubRefused},
-    {.last = 11,
-     .hash = 0xE6AD6503,
-     .site = 529,
-     .reason = KEST_REASON_HUB_HARDWARE,
-     .subsystem = EPUB_SUBSYSTEM_IIC_DEVICE,
-     .classBits = kest_classHubFailed},
-    {.last = 0xFFFFFFFF,
-     .hash = 0x34B64FEC,
-     .site = 559,
-     .reason = KEST_REASON_HUB_STATUS,
-     .subsystem = EPUB_SUBSYSTEM_SOFTWARE,
-     .classBits = kest_classHubFailed},
+    {.last = 1, .hash = 0xC73070B1, .site = 180, .reason = KEST_REASON_HUB_COMMAND, .who = hubRefused},
+    {.last = 2, .hash = 0xAE369C6A, .site = 212, .reason = KEST_REASON_HUB_NO_ANSWER, .who = blamesAbsence},
+    {.last = 7, .hash = 0x27E236C0, .site = 457, .reason = KEST_REASON_HUB_PORT, .who = hubRefused},
+    {.last = 8, .hash = 0xFACF14B6, .site = 491, .reason = KEST_REASON_HUB_LENGTH, .who = hubRefused},
+    {.last = 11, .hash = 0xE6AD6503, .site = 529, .reason = KEST_REASON_HUB_HARDWARE, .who = hubFailed},
+    {.last = 0xFFFFFFFF, .hash = 0x34B64FEC, .site = 559, .reason = KEST_REASON_HUB_STATUS, .who = hubOdd},
 }};
-constexpr statusRule afterRepeat{.last = 0xFFFFFFFF,
-                                 .hash = 0x9E864549,
-                                 .site = 422,
-                                 .reason = KEST_REASON_HUB_REPEAT,
-                                 .subsystem = EPUB_SUBSYSTEM_IIC_DEVICE,
-                                 .classBits = kest_classHubFailed};
+constexpr statusRule afterRepeat{
+    .last = 0xFFFFFFFF, .hash = 0x9E864549, .site = 422, .reason = KEST_REASON_HUB_REPEAT, .who = hubFailed};
 
 constexpr bool isSubBusError(unsigned int status) { return status >= 3 && status <= 6; }
 
@@ -183,17 +145,22 @@ struct hubCheck {
     mern_iic_block& block;
     void* buffer;
     unsigned int offset;
-    failureReport report{.self = checkRoutine, .entry = errl, .site = 0};
+    reportedCall report{checkRoutine, errl, 0};
     iicSession session{.entry = errl, .handle = handle};
 };
 
 void reportStatus(hubCheck& check, const statusRule& rule, unsigned int status, std::uint32_t userData2 = 0)
 {
     trace_wobu_write_all(kest_trace, rule.hash, " %s,%x", static_cast<int>(rule.site), 0, checkRoutine.name, status);
-    kest_requestSrc(check.report.details, checkRoutine.module, rule.reason, rule.subsystem, status, userData2);
-    kest_addCallout(check.report.details);
-    kest_setReturnCode(check.report.details, rule.classBits | rule.reason);
+    check.report.describe(rule.reason, rule.who, status, userData2);
     check.report.site = rule.site;
+}
+
+/// Notes a failed step of the recovery, after its trace.
+void noteFailure(hubCheck& check, std::uint32_t site)
+{
+    kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
+    check.report.site = site;
 }
 
 /// Ends a step of the recovery.
@@ -201,26 +168,23 @@ bool recovered(hubCheck& check, std::uint32_t site)
 {
     const bool done = check.report.passed(traceHash("step of a sub-bus recovery failed"), site);
     if (!done) {
-        kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
+        noteFailure(check, site);
     }
     return done;
 }
 
-bool resetSubBus(hubCheck& check)
+/// Resets the sub-bus and makes the layer ready for a repeat of the transfer.
+bool recover(hubCheck& check)
 {
     kest_reset922HubSubBus(check.handle, check.errl);
-    return recovered(check, 272);
-}
-
-/// The status reads have cleared parts of the block.
-bool restoreBlock(hubCheck& check)
-{
+    if (!recovered(check, 272)) {
+        return false;
+    }
+    // the status reads have cleared parts of the block
     check.session.setBlock(check.block);
-    return recovered(check, 292);
-}
-
-bool seekAgain(hubCheck& check)
-{
+    if (!recovered(check, 292)) {
+        return false;
+    }
     check.session.seek(check.offset);
     return recovered(check, 319);
 }
@@ -237,8 +201,7 @@ bool repeatTransfer(hubCheck& check)
     if (!done) {
         trace_wobu_write_all(kest_trace, traceHash("repeated transfer failed"), " %s,%d", 362, 0, checkRoutine.name,
                              check.direction);
-        kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
-        check.report.site = 362;
+        noteFailure(check, 362);
     }
     return done;
 }
@@ -267,7 +230,7 @@ void actOnStatus(hubCheck& check, unsigned int status, unsigned char* subBusRese
     if (isSubBusError(status)) {
         trace_wobu_write_all(kest_trace, 0x3E54A1DF, " %s,%x", 260, 0, checkRoutine.name, status);
         *subBusReset = 1;
-        if (resetSubBus(check) && restoreBlock(check) && seekAgain(check) && repeatTransfer(check)) {
+        if (recover(check) && repeatTransfer(check)) {
             checkRepeat(check);
         }
     } else if (status != 0) {
@@ -282,7 +245,6 @@ void kest_checkAndHandle922HubErr(mern_t handle, ErrlEntry*& errl, unsigned int*
                                   unsigned char* subBusReset, const char* path, unsigned int hubContext,
                                   void* configBlock, void* buffer, unsigned int offset)
 {
-    const traceScope scope{checkRoutine.name};
     hubCheck check{errl, handle, size, direction, *static_cast<mern_iic_block*>(configBlock), buffer, offset};
     unsigned int status = unknownStatus;
     kest_read922HubPrevCmdStatus(handle, &status, errl);

@@ -91,8 +91,7 @@ void kest_resetSilentHub(ErrlEntry*& errl, const char* path, mern_t handle, unsi
 
 void kest_handle_hub_reset(ErrlEntry*& errl, const char* path, mern_t handle, unsigned int hubAddress)
 {
-    const traceScope scope{resetRoutine.name};
-    failureReport report{resetRoutine, errl};
+    reportedCall report{resetRoutine, errl};
     const std::size_t bytes = std::strlen(path) + kest_hubResetPathExtra;
     const std::unique_ptr<char[]> resetPath{new (std::nothrow) char[bytes]};
     if (resetPath) {

@@ -36,8 +36,7 @@ constexpr int writeTransfer = 1;
 void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address, unsigned int length, bool isRead,
                                kest_922AddressLock* lock, const kest_attributeValue* attributes, ErrlEntry*& errl)
 {
-    const traceScope scope{lockRoutine.name};
-    failureReport report{lockRoutine, errl};
+    reportedCall report{lockRoutine, errl};
     *lock = {.kind = MERN_LOCK_HUB,
              .address = address->address,
              .timeoutMs = kest_timeoutCalc(address, length, isRead, attributes)};
@@ -49,8 +48,7 @@ void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address,
 void kest_922setHubConfig(mern_t handle, const kest_deviceAddress* address, unsigned int length, void* configBlock,
                           const kest_attributeValue* attributes, bool isRead, ErrlEntry*& errl, int deviceMode)
 {
-    const traceScope scope{configRoutine.name};
-    failureReport report{configRoutine, errl};
+    reportedCall report{configRoutine, errl};
     iicSession session{.entry = errl, .handle = handle};
     auto* const block = static_cast<mern_iic_block*>(configBlock);
     kest_wobuBuildConfig(address, length, isRead, block, attributes, deviceMode);
@@ -68,8 +66,7 @@ void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* a
                                       kest_922AddressLock* lock, const kest_attributeValue* /*attributes*/,
                                       ErrlEntry*& errl)
 {
-    const traceScope scope{releaseRoutine.name};
-    failureReport report{releaseRoutine, errl};
+    reportedCall report{releaseRoutine, errl};
     lock->address = address->address;
     kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_UNLOCK, lock, sizeof *lock);
     report.passed(0x4389D153, 1052, 1051);
@@ -94,7 +91,7 @@ struct hubTransfer {
     ErrlEntry*& errl;
     unsigned int size; ///< bytes to move, then bytes moved
 
-    failureReport report{.self = transferRoutine, .entry = errl, .site = 0};
+    reportedCall report{transferRoutine, errl, 0};
     iicSession session{errl};
     const kest_deviceAddress& hub = *device.addressList;
     std::uint32_t position = 0; ///< port, device address and offset in one seek value
@@ -116,10 +113,12 @@ void setPosition(hubTransfer& transfer, unsigned int offset)
     }
 }
 
-bool passed(hubTransfer& transfer, std::uint32_t site)
+/// Ends a step. @param done  whether it left no entry
+bool passed(hubTransfer& transfer, bool done, std::uint32_t site)
 {
-    return transfer.report.passed(traceHash("step of a hub transfer failed"), site);
+    return done || transfer.report.passed(traceHash("step of a hub transfer failed"), site);
 }
+bool passed(hubTransfer& transfer, std::uint32_t site) { return passed(transfer, transfer.errl == nullptr, site); }
 
 /// Makes the zeroed transfer buffer, of the transfer's size and `extra` bytes.
 bool allocateBuffer(hubTransfer& transfer, unsigned int extra)
@@ -146,39 +145,29 @@ bool openDevice(hubTransfer& transfer, std::uint32_t site)
     return transfer.report.noted(site);
 }
 
-bool lockHub(hubTransfer& transfer, bool isRead, std::uint32_t site)
-{
-    kest_922lockDeviceAddress(transfer.session.handle, &transfer.hub, transfer.size, isRead, &transfer.lock,
-                              transfer.attributes, transfer.errl);
-    transfer.locked = passed(transfer, site);
-    return transfer.locked;
-}
-
-bool queryHub(hubTransfer& transfer, std::uint32_t site)
-{
-    kest_922HubQueryErrStatus(transfer.session.handle, transfer.hub.address, transfer.errl, transfer.path);
-    return passed(transfer, site);
-}
-
-bool configureHub(hubTransfer& transfer, bool isRead, std::uint32_t site)
-{
-    kest_922setHubConfig(transfer.session.handle, &transfer.hub, transfer.size, &transfer.block, transfer.attributes,
-                         isRead, transfer.errl, transfer.deviceMode);
-    return passed(transfer, site);
-}
-
-bool seekDevice(hubTransfer& transfer, std::uint32_t site)
-{
-    transfer.session.seek(transfer.position);
-    return passed(transfer, site);
-}
-
 /// All that comes before the data: the device is open, the hub reserved, error-free and configured, the position set.
-bool prepare(hubTransfer& transfer, bool isRead, const stepSites& sites)
+bool prepare(hubTransfer& transfer, bool isRead, const stepSites& at)
 {
-    return openDevice(transfer, sites.open) && lockHub(transfer, isRead, sites.lock) &&
-           queryHub(transfer, sites.query) && configureHub(transfer, isRead, sites.config) &&
-           seekDevice(transfer, sites.seek);
+    const mern_t& handle = transfer.session.handle;
+    ErrlEntry*& errl = transfer.errl;
+    if (!openDevice(transfer, at.open)) {
+        return false;
+    }
+    kest_922lockDeviceAddress(handle, &transfer.hub, transfer.size, isRead, &transfer.lock, transfer.attributes, errl);
+    transfer.locked = passed(transfer, at.lock);
+    if (!transfer.locked) {
+        return false;
+    }
+    kest_922HubQueryErrStatus(handle, transfer.hub.address, errl, transfer.path);
+    if (!passed(transfer, at.query)) {
+        return false;
+    }
+    kest_922setHubConfig(handle, &transfer.hub, transfer.size, &transfer.block, transfer.attributes, isRead, errl,
+                         transfer.deviceMode);
+    if (!passed(transfer, at.config)) {
+        return false;
+    }
+    return passed(transfer, transfer.session.seek(transfer.position), at.seek);
 }
 
 /// Asks the hub how the transfer ended; its verdict comes back in `errl`. For that the transfer can be repeated, with
@@ -281,7 +270,6 @@ void releaseAndClose(hubTransfer& transfer)
 void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int operation, void** data, unsigned int offset,
                         const kest_attributeValue* attributes, ErrlEntry*& errl, const char* path)
 {
-    const traceScope scope{transferRoutine.name};
     hubTransfer transfer{.device = *device, .attributes = attributes, .path = path, .errl = errl, .size = *length};
     setPosition(transfer, offset);
     if (operation == writeTransfer) {
@@ -296,8 +284,7 @@ void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int opera
 
 void kest_922HubQueryErrStatus(mern_t handle, unsigned int hubAddress, ErrlEntry*& errl, const char* path)
 {
-    const traceScope scope{queryRoutine.name};
-    failureReport report{queryRoutine, errl};
+    reportedCall report{queryRoutine, errl};
     iicSession session{.entry = errl, .handle = handle};
     std::uint8_t status = 0;
     mern_iic_block block{};

@@ -46,9 +46,7 @@ void commitFailure(ErrlEntry* entry, kest_reason reason, const char* block, std:
     failureReport report{modeRoutine, entry};
     report.describe(reason);
     kest_attachUserDetails(report.details, block, blockBytes, kest_dtlsRegistry);
-    report.details.commitEntry = 1;
-    report.details.commitAction = ERRL_ACTION_REPORT;
-    report.finish();
+    report.commit(ERRL_ACTION_REPORT);
 }
 
 unsigned int readRegistry()

@@ -164,9 +164,7 @@ void writeInMode(seepromCall call, const unsigned char* data)
 ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* /*spare*/, unsigned int offset,
                             unsigned int* length, unsigned char** data, const kest_attributeValue* attributes)
 {
-    const traceScope scope(readRoutine.name);
-    ErrlEntry* entry = nullptr;
-    failureReport report{readRoutine, entry};
+    reportedCall report{readRoutine};
     if (data != nullptr && *data != nullptr) {
         report.fail(traceHash("buffer pointer in use"), KEST_REASON_POINTER_IN_USE);
     } else if (length == nullptr || data == nullptr) {
@@ -183,9 +181,7 @@ ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* /*spare*/, u
 ErrlEntry* KEST_seepromWrite(tavo_deviceaddress address, const char* /*spare*/, unsigned int offset,
                              unsigned int* length, const unsigned char* data, const kest_attributeValue* attributes)
 {
-    const traceScope scope(writeRoutine.name);
-    ErrlEntry* entry = nullptr;
-    failureReport report{writeRoutine, entry};
+    reportedCall report{writeRoutine};
     if (length == nullptr || data == nullptr) {
         trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, writeRoutine.name,
                              length == nullptr, data == nullptr);

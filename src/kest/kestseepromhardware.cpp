@@ -21,42 +21,38 @@ namespace
 
 constexpr char sourceId[] = "kestseeprom";
 
-/// One direction of transfer: who reports its failures, and the site of each step.
+/// Failure sites of a transfer's steps.
+struct stepSites {
+    std::uint32_t hub, open, block, speed, seek, retry, transfer, close;
+};
+
+/// One direction of transfer.
 struct direction {
     routine self;
     bool read;
     int operation; ///< of the hub support and the retry
-    std::uint32_t hubSite;
-    std::uint32_t openSite;
-    std::uint32_t blockSite;
-    std::uint32_t speedSite;
-    std::uint32_t seekSite;
-    std::uint32_t retrySite;
-    std::uint32_t transferSite;
-    std::uint32_t closeSite;
+    stepSites at;
 };
-constexpr direction reading{.self = {"kest_seepromHardwareRead", KEST_MODULE_HARDWARE_READ, sourceId},
-                            .read = true,
-                            .operation = 0,
-                            .hubSite = 609,
-                            .openSite = 633,
-                            .blockSite = 652,
-                            .speedSite = 670,
-                            .seekSite = 708,
-                            .retrySite = 744,
-                            .transferSite = 751,
-                            .closeSite = 770};
-constexpr direction writing{.self = {"kest_seepromHardwareWrite", KEST_MODULE_HARDWARE_WRITE, sourceId},
-                            .read = false,
-                            .operation = 1,
-                            .hubSite = 1327,
-                            .openSite = 1348,
-                            .blockSite = 1367,
-                            .speedSite = 1385,
-                            .seekSite = 1400,
-                            .retrySite = 1435,
-                            .transferSite = 1441,
-                            .closeSite = 1470};
+constexpr direction reading{
+    .self = {"kest_seepromHardwareRead", KEST_MODULE_HARDWARE_READ, sourceId},
+    .read = true,
+    .operation = 0,
+    .at =
+        {.hub = 609, .open = 633, .block = 652, .speed = 670, .seek = 708, .retry = 744, .transfer = 751, .close = 770},
+};
+constexpr direction writing{
+    .self = {"kest_seepromHardwareWrite", KEST_MODULE_HARDWARE_WRITE, sourceId},
+    .read = false,
+    .operation = 1,
+    .at = {.hub = 1327,
+           .open = 1348,
+           .block = 1367,
+           .speed = 1385,
+           .seek = 1400,
+           .retry = 1435,
+           .transfer = 1441,
+           .close = 1470},
+};
 
 /// Text of a location field, which has no terminator when it fills the field.
 class locationText
@@ -89,7 +85,7 @@ struct seepromTransfer {
     unsigned int offset;
     const kest_attributeValue* attributes;
     locationText location{address};
-    failureReport report{.self = way.self, .entry = error, .site = 0};
+    reportedCall report{way.self, error, 0};
     iicSession session{error};
     kest_deviceInfo device{};
     unsigned int lengthWanted = 0;
@@ -156,91 +152,75 @@ bool understandDevice(seepromTransfer& transfer)
 }
 
 /// Ends a step: traces a failure with its site and notes it.
-bool passed(seepromTransfer& transfer, std::uint32_t site)
+/// @param done  whether the step left no entry
+bool passed(seepromTransfer& transfer, bool done, std::uint32_t site)
 {
-    if (transfer.error != nullptr) {
+    if (!done) {
         trace_wobu_write_all(kest_trace, traceHash("transfer step failed"), " %s,%d", __LINE__, 0,
                              transfer.way.self.name, site);
+        transfer.report.site = site;
     }
-    return transfer.report.noted(site);
+    return done;
 }
+bool passed(seepromTransfer& transfer, std::uint32_t site) { return passed(transfer, transfer.error == nullptr, site); }
 
-bool openDevice(seepromTransfer& transfer)
-{
-    transfer.session.open(transfer.device);
-    return passed(transfer, transfer.way.openSite);
-}
-
-bool configureBlock(seepromTransfer& transfer)
+bool setBlock(seepromTransfer& transfer)
 {
     mern_iic_block block;
     kest_wobuBuildConfig(transfer.device.addressList, transfer.lengthWanted, transfer.way.read, &block,
                          transfer.attributes, 0);
-    transfer.session.setBlock(block);
-    return passed(transfer, transfer.way.blockSite);
+    return transfer.session.setBlock(block);
 }
 
-bool configureSpeed(seepromTransfer& transfer)
+/// Opens and configures the device and sets the position. A layer that refuses the DMA option ends a read as a success.
+bool prepare(seepromTransfer& transfer)
 {
-    transfer.session.setSpeed(transfer.attributes[KEST_ATTR_BUS_SPEED]);
-    return passed(transfer, transfer.way.speedSite);
-}
-
-bool seek(seepromTransfer& transfer)
-{
-    if (transfer.offset != 0) {
-        transfer.session.seek(transfer.offset);
-    }
-    return passed(transfer, transfer.way.seekSite);
+    const direction& way = transfer.way;
+    iicSession& session = transfer.session;
+    return passed(transfer, session.open(transfer.device), way.at.open) &&
+           passed(transfer, setBlock(transfer), way.at.block) &&
+           passed(transfer, session.setSpeed(transfer.attributes[KEST_ATTR_BUS_SPEED]), way.at.speed) &&
+           (!way.read || session.setDmaOption()) &&
+           passed(transfer, transfer.offset == 0 || session.seek(transfer.offset), way.at.seek);
 }
 
 /// What follows the one transfer: a time-out, and nothing else, is worth a bus reset and a second attempt.
 void retryTimeout(seepromTransfer& transfer, void* buffer)
 {
     if (kest_failedErrno(transfer.error) != static_cast<std::uint32_t>(ETIME)) {
-        passed(transfer, transfer.way.transferSite);
+        passed(transfer, transfer.way.at.transfer);
         return;
     }
     trace_wobu_write_all(kest_trace, traceHash("transfer timed out"), " %s,%d", __LINE__, 0, transfer.way.self.name,
                          ETIME);
     transfer.lengthMoved = transfer.lengthWanted;
     kest_wobuResetRetry(transfer.session.handle, transfer.error, &transfer.lengthMoved, buffer, transfer.way.operation);
-    passed(transfer, transfer.way.retrySite);
-}
-
-void readDevice(seepromTransfer& transfer, unsigned char* buffer)
-{
-    // a layer that refuses the DMA option ends the read as a success
-    if (openDevice(transfer) && configureBlock(transfer) && configureSpeed(transfer) &&
-        transfer.session.setDmaOption() && seek(transfer)) {
-        kest_wobuRead(transfer.session.handle, transfer.error, &transfer.lengthMoved, buffer, 1);
-        retryTimeout(transfer, buffer);
-    }
-}
-
-void writeDevice(seepromTransfer& transfer, void* data)
-{
-    if (openDevice(transfer) && configureBlock(transfer) && configureSpeed(transfer) && seek(transfer)) {
-        kest_wobuWrite(transfer.session.handle, transfer.error, &transfer.lengthMoved, data);
-        retryTimeout(transfer, data);
-        if (transfer.error == nullptr) {
-            // the last page's write cycle, ms to us
-            usleep(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000);
-        }
-    }
+    passed(transfer, transfer.way.at.retry);
 }
 
 /// Reads or writes, through the hub when the chain begins with one.
 void moveData(seepromTransfer& transfer, void* buffer)
 {
+    const direction& way = transfer.way;
+    mern_t& handle = transfer.session.handle;
     if (transfer.device.addressList->type == KEST_DEV_922HUB) {
-        kest_922HubSupport(&transfer.device, &transfer.lengthMoved, transfer.way.operation, &buffer, transfer.offset,
+        kest_922HubSupport(&transfer.device, &transfer.lengthMoved, way.operation, &buffer, transfer.offset,
                            transfer.attributes, transfer.error, transfer.location.text());
-        passed(transfer, transfer.way.hubSite);
-    } else if (transfer.way.read) {
-        readDevice(transfer, static_cast<unsigned char*>(buffer));
+        passed(transfer, way.at.hub);
+        return;
+    }
+    if (!prepare(transfer)) {
+        return;
+    }
+    if (way.read) {
+        kest_wobuRead(handle, transfer.error, &transfer.lengthMoved, buffer, 1);
     } else {
-        writeDevice(transfer, buffer);
+        kest_wobuWrite(handle, transfer.error, &transfer.lengthMoved, buffer);
+    }
+    retryTimeout(transfer, buffer);
+    if (!way.read && transfer.error == nullptr) {
+        // the last page's write cycle, ms to us
+        usleep(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000);
     }
 }
 
@@ -270,7 +250,7 @@ void closeDevice(seepromTransfer& transfer)
 {
     ErrlEntry* closeError = transfer.session.close();
     if (closeError != nullptr) {
-        transfer.report.site = transfer.way.closeSite;
+        transfer.report.site = transfer.way.at.close;
         trace_wobu_write_all(kest_trace, traceHash("close failed"), " %s,%x", __LINE__, 0, transfer.way.self.name,
                              closeError->getRC());
         kest_commitSecondary(closeError);
@@ -395,7 +375,6 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
 void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
                               unsigned char** data, const kest_attributeValue* attributes)
 {
-    const traceScope scope(reading.self.name);
     seepromTransfer transfer{reading, error, address, offset, attributes};
     if (understandDevice(transfer) && takeBuffer(transfer, *length, data)) {
         moveData(transfer, *data);
@@ -406,7 +385,6 @@ void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, uns
 void kest_seepromHardwareWrite(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
                                const unsigned char* data, const kest_attributeValue* attributes)
 {
-    const traceScope scope(writing.self.name);
     seepromTransfer transfer{writing, error, address, offset, attributes};
     transfer.lengthWanted = transfer.lengthMoved = *length;
     if (understandDevice(transfer)) {

@@ -35,9 +35,7 @@ void readSensor(KEST_thermal_sensor_info& info, failureReport& report)
 
 ErrlEntry* KEST_thermal_sensor_read_temperature_data(KEST_thermal_sensor_info* info)
 {
-    const traceScope scope{thermalRoutine.name};
-    ErrlEntry* entry = nullptr;
-    failureReport report{thermalRoutine, entry};
+    reportedCall report{thermalRoutine};
     if (info != nullptr && info->devicePath != nullptr) {
         readSensor(*info, report);
     } else {

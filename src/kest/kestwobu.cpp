@@ -18,38 +18,30 @@ namespace
 
 constexpr char sourceId[] = "kestwobu";
 
-constexpr std::uint32_t returnCodeOfDeadlock = kest_classFailure | KEST_REASON_DEADLOCK; ///< of every operation
-
 /// An operation on an open device: how its failures are told apart. The entry of a deadlock is committed at once.
 struct wobuCall {
-    const char* name;
-    std::uint32_t module;
-    kest_reason otherReason;
-    std::uint32_t otherHash;
+    routine self;
+    kest_reason reason;
+    std::uint32_t hash;
     std::uint32_t absentHash = 0; ///< 0: ENXIO is like any other errno
     kest_reason deadlockReason = KEST_REASON_DEADLOCK;
 };
 
-constexpr wobuCall configCall{.name = "kest_wobuConfig",
-                              .module = KEST_MODULE_CONFIG,
-                              .otherReason = KEST_REASON_CONFIG,
-                              .otherHash = 0x0647B45B};
-constexpr wobuCall readCall{.name = "kest_wobuRead",
-                            .module = KEST_MODULE_READ,
-                            .otherReason = KEST_REASON_READ,
-                            .otherHash = 0x8F0A53F7,
+constexpr wobuCall configCall{
+    .self = {"kest_wobuConfig", KEST_MODULE_CONFIG, sourceId}, .reason = KEST_REASON_CONFIG, .hash = 0x0647B45B};
+constexpr wobuCall readCall{.self = {"kest_wobuRead", KEST_MODULE_READ, sourceId},
+                            .reason = KEST_REASON_READ,
+                            .hash = 0x8F0A53F7,
                             .absentHash = 0x46CE7181};
 constexpr wobuCall seekCall{
-    .name = "kest_wobuSeek", .module = KEST_MODULE_SEEK, .otherReason = KEST_REASON_SEEK, .otherHash = 0x6CBCBF08};
-constexpr wobuCall writeCall{.name = "kest_wobuWrite",
-                             .module = KEST_MODULE_WRITE,
-                             .otherReason = KEST_REASON_WRITE,
-                             .otherHash = 0x52F84B38,
+    .self = {"kest_wobuSeek", KEST_MODULE_SEEK, sourceId}, .reason = KEST_REASON_SEEK, .hash = 0x6CBCBF08};
+constexpr wobuCall writeCall{.self = {"kest_wobuWrite", KEST_MODULE_WRITE, sourceId},
+                             .reason = KEST_REASON_WRITE,
+                             .hash = 0x52F84B38,
                              .absentHash = 0xC7AD4A12};
-constexpr wobuCall closeCall{.name = "kest_wobuClose",
-                             .module = KEST_MODULE_CLOSE,
-                             .otherReason = KEST_REASON_CLOSE,
-                             .otherHash = 0x266E6775,
+constexpr wobuCall closeCall{.self = {"kest_wobuClose", KEST_MODULE_CLOSE, sourceId},
+                             .reason = KEST_REASON_CLOSE,
+                             .hash = 0x266E6775,
                              .deadlockReason = KEST_REASON_CLOSE_DEADLOCK};
 
 /// User data of a failure behind the errno.
@@ -59,76 +51,76 @@ struct failureWords {
     std::uint32_t other3;
 };
 
-void describeCall(kest_errorDetails& details, const wobuCall& call, int error, const failureWords& words)
+void describeCall(failureReport& report, const wobuCall& call, int error, const failureWords& words)
 {
+    const auto word1 = static_cast<std::uint32_t>(error);
     if (error == EDEADLK) {
-        trace_wobu_write_all(kest_trace, 0x77E7226A, " %s", __LINE__, 0, call.name);
-        kest_describeErrno(details, call.module, call.deadlockReason, softwareRule, error, words.special2);
-        kest_setReturnCode(details, returnCodeOfDeadlock);
+        trace_wobu_write_all(kest_trace, 0x77E7226A, " %s", __LINE__, 0, call.self.name);
+        report.describe(call.deadlockReason, blamesSoftware, word1, words.special2);
+        // of every operation, whatever its reason
+        kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_DEADLOCK);
     } else if (error == ENXIO && call.absentHash != 0) {
-        trace_wobu_write_all(kest_trace, call.absentHash, " %s", __LINE__, 0, call.name);
-        kest_describeErrno(details, call.module, KEST_REASON_NO_ANSWER, absentRule, error, words.special2);
+        trace_wobu_write_all(kest_trace, call.absentHash, " %s", __LINE__, 0, call.self.name);
+        report.describe(KEST_REASON_NO_ANSWER, blamesAbsence, word1, words.special2);
     } else {
-        trace_wobu_write_all(kest_trace, call.otherHash, " %s,%d", __LINE__, 0, call.name, error);
-        kest_describeErrno(details, call.module, call.otherReason, kest_ruleOfErrno(error), error, words.other2,
-                           words.other3);
+        trace_wobu_write_all(kest_trace, call.hash, " %s,%d", __LINE__, 0, call.self.name, error);
+        report.describe(call.reason, kest_blameOf(error), word1, words.other2, words.other3);
     }
 }
 
 /// Logs a failed operation and captures the driver's first-failure data. After a deadlock `entry` is null.
 void reportFailure(const wobuCall& call, int error, const failureWords& words, ErrlEntry*& entry, mern_t& handle)
 {
-    kest_errorDetails details{};
-    describeCall(details, call, error, words);
-    kest_logError(entry, &details, sourceId);
+    failureReport report{call.self, entry};
+    describeCall(report, call, error, words);
+    report.finish();
     kest_miscExtractFFDCAndUnlock(entry, handle);
     if (error == EDEADLK) {
-        details.commitEntry = 1;
-        details.commitAction = ERRL_ACTION_REPORT;
-        kest_logError(entry, &details, sourceId);
+        report.commit(ERRL_ACTION_REPORT);
     }
 }
 
 /// After a failed read: what the layer sees at the device's address goes into `entry`.
 void addDetectState(mern_t handle, ErrlEntry*& entry)
 {
-    kest_errorDetails details{};
+    failureReport report{readCall.self, entry};
     ErrlEntry* statusEntry = nullptr;
     // stands when the item's failure was committed below: nothing to add
     std::uint32_t status = MERN_DETECT_PRESENT;
     kest_wobuConfig(handle, statusEntry, kest_configRead, WOBU_IIC_DETECT_STATE, &status, sizeof status);
     if (statusEntry != nullptr) {
-        trace_wobu_write_all(kest_trace, 0x3E40FC77, " %s", __LINE__, 0, readCall.name);
+        trace_wobu_write_all(kest_trace, 0x3E40FC77, " %s", __LINE__, 0, readCall.self.name);
         kest_mergeFirstSrc(*entry, *statusEntry);
         delete statusEntry;
     } else if (status == MERN_DETECT_ABSENT) {
-        kest_setReturnCode(details, entry->getRC() | kest_classInformational);
+        kest_setReturnCode(report.details, entry->getRC() | kest_classInformational);
     } else if (status != MERN_DETECT_PRESENT) {
-        trace_wobu_write_all(kest_trace, 0x2F339125, " %s,%x", __LINE__, 0, readCall.name, status);
-        kest_requestSrc(details, readCall.module, KEST_REASON_DETECT_STATE, EPUB_SUBSYSTEM_IIC_DEVICE, status);
+        trace_wobu_write_all(kest_trace, 0x2F339125, " %s,%x", __LINE__, 0, readCall.self.name, status);
+        kest_requestSrc(report.details, readCall.self.module, KEST_REASON_DETECT_STATE, EPUB_SUBSYSTEM_IIC_DEVICE,
+                        status);
     }
-    kest_logError(entry, &details, sourceId);
+    report.finish();
 }
 
 constexpr routine openRoutine{"kest_wobuOpen", KEST_MODULE_OPEN, sourceId};
 constexpr routine nodeRoutine{"KEST_convert_str_to_MernNodeId", KEST_MODULE_NODE_NAME, sourceId};
 
-void describeOpen(kest_errorDetails& details, int error, const char* devicePath)
+void describeOpen(failureReport& report, int error, const char* devicePath)
 {
-    const char* const name = openRoutine.name;
-    trace_wobu_write_all(kest_trace, 0x314864B7, " %s,%d", __LINE__, 0, name, error);
+    const auto word1 = static_cast<std::uint32_t>(error);
+    trace_wobu_write_all(kest_trace, 0x314864B7, " %s,%d", __LINE__, 0, openRoutine.name, error);
     if (error == ENODEV) {
-        trace_wobu_write_all(kest_trace, hashNodeAbsent, " %s", __LINE__, 0, name);
-        kest_describeErrno(details, openRoutine.module, KEST_REASON_OPEN_GONE, softwareRule, error);
+        trace_wobu_write_all(kest_trace, hashNodeAbsent, " %s", __LINE__, 0, openRoutine.name);
+        report.describe(KEST_REASON_OPEN_GONE, blamesSoftware, word1);
     } else if (error == ENOENT) {
-        trace_wobu_write_all(kest_trace, 0x3AD3D156, " %s,%d", __LINE__, 0, name, error);
+        trace_wobu_write_all(kest_trace, 0x3AD3D156, " %s,%d", __LINE__, 0, openRoutine.name, error);
         // a missing device path calls out twice, deliberately
-        kest_addCallout(details);
-        kest_describeErrno(details, openRoutine.module, KEST_REASON_NO_ANSWER, absentRule, error);
+        kest_addCallout(report.details);
+        report.describe(KEST_REASON_NO_ANSWER, blamesAbsence, word1);
     } else {
-        kest_describeErrno(details, openRoutine.module, KEST_REASON_OPEN, kest_ruleOfErrno(error), error);
+        report.describe(KEST_REASON_OPEN, kest_blameOf(error), word1);
     }
-    kest_attachUserDetails(details, devicePath, static_cast<std::uint32_t>(std::strlen(devicePath)),
+    kest_attachUserDetails(report.details, devicePath, static_cast<std::uint32_t>(std::strlen(devicePath)),
                            kest_dtlsDevicePath);
 }
 
@@ -164,8 +156,7 @@ bool kest_isInvalidHandle(const mern_t& handle)
 
 void KEST_convert_str_to_MernNodeId(const char* name, NodeType* node, ErrlEntry*& entry)
 {
-    const traceScope scope(nodeRoutine.name);
-    failureReport report{nodeRoutine, entry};
+    reportedCall report{nodeRoutine, entry};
     const auto* const found = std::ranges::find_if(
         nodeNames, [name](const nodeRow& row) { return name != nullptr && std::strcmp(name, row.name) == 0; });
     if (found != nodeNames.end()) {
@@ -178,10 +169,9 @@ void KEST_convert_str_to_MernNodeId(const char* name, NodeType* node, ErrlEntry*
 
 void kest_wobuOpen(mern_t& handle, ErrlEntry*& entry, const char* devicePath, const char* nodeName)
 {
-    const traceScope scope(openRoutine.name);
+    reportedCall report{openRoutine, entry};
     MernNode node;
     NodeType number = MERN_NODE_LOCAL;
-    failureReport report{openRoutine, entry};
     MernInitialize(MERN_INITIALIZE_OPTIONS);
     if (devicePath == nullptr) {
         report.fail(0xBB9783DD, KEST_REASON_MISSING);
@@ -193,7 +183,7 @@ void kest_wobuOpen(mern_t& handle, ErrlEntry*& entry, const char* devicePath, co
         // one expression: the node's copy is destroyed at its end and may change errno
         const int error = (handle = mern_iic_open(node, devicePath, MERN_OPEN_READ_WRITE_SYNC), errno);
         if (kest_isInvalidHandle(handle)) {
-            describeOpen(report.details, error, devicePath);
+            describeOpen(report, error, devicePath);
         }
     }
     report.finish();
@@ -202,7 +192,7 @@ void kest_wobuOpen(mern_t& handle, ErrlEntry*& entry, const char* devicePath, co
 void kest_wobuConfig(mern_t handle, ErrlEntry*& entry, int operation, wobu_iic_cfg_t item, void* value,
                      unsigned int size)
 {
-    const traceScope scope(configCall.name);
+    const traceScope scope(configCall.self.name);
     const int result = mern_iic_config(handle, operation, item, value, size);
     const int error = errno;
     if (result < 0) {
@@ -214,7 +204,7 @@ void kest_wobuConfig(mern_t handle, ErrlEntry*& entry, int operation, wobu_iic_c
 
 void kest_wobuSeek(mern_t& handle, ErrlEntry*& entry, long offset, int whence)
 {
-    const traceScope scope(seekCall.name);
+    const traceScope scope(seekCall.self.name);
     const int result = mern_iic_seek(handle, offset, whence);
     const int error = errno;
     if (result < 0) {
@@ -225,7 +215,7 @@ void kest_wobuSeek(mern_t& handle, ErrlEntry*& entry, long offset, int whence)
 
 void kest_wobuRead(mern_t& handle, ErrlEntry*& entry, unsigned int* length, void* buffer, int checkStatus)
 {
-    const traceScope scope(readCall.name);
+    const traceScope scope(readCall.self.name);
     const unsigned int lengthWanted = *length;
     const int result = mern_iic_read(handle, buffer, lengthWanted);
     const int error = errno;
@@ -241,7 +231,7 @@ void kest_wobuRead(mern_t& handle, ErrlEntry*& entry, unsigned int* length, void
 
 void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, const void* data)
 {
-    const traceScope scope(writeCall.name);
+    const traceScope scope(writeCall.self.name);
     const int result = mern_iic_write(handle, data, *length);
     const int error = errno;
     const auto lengthMoved = static_cast<unsigned int>(result);
@@ -254,7 +244,7 @@ void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, con
 
 void kest_wobuClose(mern_t& handle, ErrlEntry*& entry)
 {
-    const traceScope scope(closeCall.name);
+    const traceScope scope(closeCall.self.name);
     const int result = mern_iic_close(handle);
     const int error = errno;
     if (result < 0) {
