@@ -107,8 +107,7 @@ bool passed(portRun& run, bool done, std::uint32_t line = __builtin_LINE())
 /// Asks for an SRC without a callout that says what about the request cannot be done.
 void refuse(portRun& run, kest_reason reason, std::uint32_t userData3 = 0, int line = __builtin_LINE())
 {
-    trace_wobu_write_all(kest_trace, traceHash("data port request not possible on this type"), " %s", line, 0,
-                         run.self.name);
+    KEST_TRACE_AT(line, traceHash("data port request not possible on this type"), "", run.self.name);
     kest_requestSrc(run.report.details, run.self.module, reason, EPUB_SUBSYSTEM_SOFTWARE,
                     static_cast<std::uint32_t>(line), run.request.deviceType, userData3);
     kest_setReturnCode(run.report.details, kest_classFailure | reason);
@@ -205,8 +204,7 @@ void settleLate(portRun& run, ErrlEntry* late)
     if (late == nullptr) {
         return;
     }
-    trace_wobu_write_all(kest_trace, traceHash("clean-up of a data port routine failed"), " %s", __LINE__, 0,
-                         run.self.name);
+    KEST_TRACE(traceHash("clean-up of a data port routine failed"), "", run.self.name);
     if (run.entry == nullptr) {
         run.entry = kest_takeOver(late);
     } else {
@@ -308,8 +306,8 @@ ErrlEntry* GeneralConfig(const Dp955xRequest* request, kest_dpConfig config, std
 {
     if (request->deviceInfo != nullptr && kest_typeOf(request->deviceType).port.ledDriver) {
         const traceScope scope{generalConfigRoutine.name};
-        trace_wobu_write_all(kest_trace, traceHash("device without pin directions"), " %s,%x", __LINE__, 0,
-                             generalConfigRoutine.name, static_cast<unsigned int>(request->deviceType));
+        KEST_TRACE(traceHash("device without pin directions"), ",%x", generalConfigRoutine.name,
+                   static_cast<unsigned int>(request->deviceType));
         return nullptr;
     }
     return runOnDevice(request, generalConfigRoutine, [=](portRun& run) { changeDirections(run, config, bits); });

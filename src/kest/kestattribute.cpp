@@ -174,7 +174,7 @@ ErrlEntry* KEST_setAttribute(kest_attribute id, kest_attributeValue value, kest_
     if (record == nullptr) {
         report.fail(traceHash("no attribute record"), KEST_REASON_MISSING);
     } else if (index >= KEST_ATTR_COUNT) {
-        trace_wobu_write_all(kest_trace, traceHash("no such attribute"), " %s,%d", __LINE__, 0, setRoutine.name, id);
+        KEST_TRACE(traceHash("no such attribute"), ",%d", setRoutine.name, id);
         report.describe(KEST_REASON_NO_ATTRIBUTE, index);
     } else {
         record[index] = value == 0 ? kest_attributeDefaults[index] : value;

@@ -51,12 +51,10 @@ bool parseAddress(portCall& call)
     const bool given = call.address != nullptr;
     const std::unique_ptr<char[]> rest{kest_miscConvertTokensToAddress(&call.info, given ? call.address : "")};
     if (rest) {
-        trace_wobu_write_all(kest_trace, traceHash("device text not understood"), " %s,%s", __LINE__, 0, call.self.name,
-                             rest.get());
+        KEST_TRACE(traceHash("device text not understood"), ",%s", call.self.name, rest.get());
         call.report.describe(KEST_REASON_TEXT_MALFORMED);
         if (given) {
-            kest_attachUserDetails(call.report.details, call.address,
-                                   static_cast<std::uint32_t>(std::strlen(call.address)), kest_dtlsDeviceText);
+            kest_attachText(call.report.details, call.address, kest_dtlsDeviceText);
         }
     }
     return !rest;
@@ -66,14 +64,14 @@ bool checkChain(portCall& call)
 {
     const std::uint32_t code = kest_checkAddressList(call.info.addressList);
     if (code != 0) {
-        trace_wobu_write_all(kest_trace, traceHash("chain not valid"), " %s", __LINE__, 0, call.self.name);
+        KEST_TRACE(traceHash("chain not valid"), "", call.self.name);
         call.report.describe(KEST_REASON_CHAIN_INVALID, code);
         unsigned int size = 0;
         call.flatList.reset(KEST_flattenAddressList(call.info.addressList, &size));
         if (call.flatList) {
             kest_attachUserDetails(call.report.details, call.flatList.get(), size, kest_dtlsAddressList);
         } else {
-            trace_wobu_write_all(kest_trace, traceHash("chain not flattened"), " %s", __LINE__, 0, call.self.name);
+            KEST_TRACE(traceHash("chain not flattened"), "", call.self.name);
         }
     }
     return code == 0;
@@ -82,8 +80,7 @@ bool checkChain(portCall& call)
 void traceRoutineFailure(const portCall& call)
 {
     if (call.entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("data port routine failed"), " %s,%s", __LINE__, 0, call.self.name,
-                             call.address);
+        KEST_TRACE(traceHash("data port routine failed"), ",%s", call.self.name, call.address);
     }
 }
 

@@ -1,7 +1,6 @@
 #include "kest/detect.h"
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
 
 #include "kestfailure.h"
@@ -31,16 +30,7 @@ struct detection {
     ~detection() { kest_miscReleaseDeviceInfo(info); }
 };
 
-void traceLine(std::uint32_t hash, int line)
-{
-    trace_wobu_write_all(kest_trace, hash, " %s", line, 0, detectRoutine.name);
-}
-
-void attachText(detection& run)
-{
-    kest_attachUserDetails(run.report.details, run.address, static_cast<std::uint32_t>(std::strlen(run.address)),
-                           kest_dtlsDeviceText);
-}
+void traceLine(std::uint32_t hash, int line) { KEST_TRACE_AT(line, hash, "", detectRoutine.name); }
 
 bool understandText(detection& run)
 {
@@ -49,15 +39,15 @@ bool understandText(detection& run)
     }
     const std::unique_ptr<char[]> rest{kest_miscSplitDetectionTokens(&run.info, run.address)};
     if (rest) {
-        trace_wobu_write_all(kest_trace, traceHash("device text to detect not understood"), " %s,%s", 222, 0,
-                             detectRoutine.name, rest.get());
+        KEST_TRACE_AT(222, traceHash("device text to detect not understood"), ",%s", detectRoutine.name, rest.get());
         run.report.describe(KEST_REASON_TEXT_MALFORMED);
-        attachText(run);
+        kest_attachText(run.report.details, run.address, kest_dtlsDeviceText);
     }
     return !rest;
 }
 
-/// Ends a step on the bus. @param done  whether it left no entry. The entry has its SRC from below. The failure site goes into it before the device is closed.
+/// Ends a step on the bus. The entry has its SRC from below; the failure site goes into it before the device is closed.
+/// @param done  whether the step left no entry
 bool passed(detection& run, bool done, int line, unsigned short site)
 {
     if (!done) {
@@ -82,7 +72,7 @@ bool configure(detection& run)
 void reportState(detection& run, kest_reason reason, std::uint32_t state)
 {
     kest_requestSrc(run.report.details, detectRoutine.module, reason, EPUB_SUBSYSTEM_IIC_DEVICE, state);
-    attachText(run);
+    kest_attachText(run.report.details, run.address, kest_dtlsDeviceText);
     kest_addCallout(run.report.details);
 }
 
@@ -106,8 +96,7 @@ void reportDoubtful(detection& run, std::uint32_t state)
     reportState(run, KEST_REASON_DETECT_STATE, state);
     kest_addCallout(run.report.details, EPUB_PROCEDURE_IIC);
     kest_setReturnCode(run.report.details, kest_classFailure | KEST_REASON_DETECT_STATE);
-    trace_wobu_write_all(kest_trace, traceHash("device neither present nor absent"), " %s,%s", 458, 0,
-                         detectRoutine.name, run.address);
+    KEST_TRACE_AT(458, traceHash("device neither present nor absent"), ",%s", detectRoutine.name, run.address);
 }
 
 void probe(detection& run)
@@ -129,8 +118,7 @@ void closeDevice(detection& run)
 {
     ErrlEntry* late = run.session.close();
     if (late != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("detected device not closed"), " %s,%x", 474, 0, detectRoutine.name,
-                             late->plid());
+        KEST_TRACE_AT(474, traceHash("detected device not closed"), ",%x", detectRoutine.name, late->plid());
         kest_commitSecondary(late);
     }
 }
@@ -147,7 +135,7 @@ ErrlEntry* KEST_detectDevice(const char* address, const kest_attributeValue* att
         closeDevice(run);
     }
     if (run.entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("detection failed"), " %s,%s", 493, 0, detectRoutine.name, address);
+        KEST_TRACE_AT(493, traceHash("detection failed"), ",%s", detectRoutine.name, address);
     }
     return run.report.finish();
 }

@@ -46,6 +46,16 @@ std::array<std::uint8_t, sizeof(mern_iic_lock)> lockValue(std::uint32_t address)
             timeoutMs & 0xFF};
 }
 
+void reportUnknownNode(const kest_deviceAddress& node)
+{
+    ErrlEntry* entry = nullptr;
+    failureReport report{linkRoutine, entry};
+    report.fail(traceHash("no device object for this type"), KEST_REASON_NO_OBJECT, __LINE__, node.type);
+    // not made from the reason, on purpose
+    kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_UNSUPPORTED);
+    report.commit(ERRL_ACTION_REPORT);
+}
+
 } // namespace
 
 EdalDeviceOperation::EdalDeviceOperation(std::uint8_t registerByte, std::uint8_t dataLength)
@@ -155,21 +165,6 @@ ErrlEntry* GenericEdalDevice::readOperation(mern_t handle)
     kest_wobuRead(handle, entry, &length, m_operation->getBuffer(), 1);
     return entry;
 }
-
-namespace
-{
-
-void reportUnknownNode(const kest_deviceAddress& node)
-{
-    ErrlEntry* entry = nullptr;
-    failureReport report{linkRoutine, entry};
-    report.fail(traceHash("no device object for this type"), KEST_REASON_NO_OBJECT, __LINE__, node.type);
-    // not made from the reason, on purpose
-    kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_UNSUPPORTED);
-    report.commit(ERRL_ACTION_REPORT);
-}
-
-} // namespace
 
 void buildDeviceLink(const kest_deviceAddress* node, EdalDevice** device, EdalDevice** second)
 {

@@ -174,6 +174,11 @@ void kest_attachUserDetails(kest_errorDetails& details, const void* data, std::u
     details.usrDtlsSubsection = subsection;
 }
 
+void kest_attachText(kest_errorDetails& details, const char* text, std::uint8_t subsection, bool owned)
+{
+    kest_attachUserDetails(details, text, static_cast<std::uint32_t>(std::strlen(text)), subsection, owned);
+}
+
 void kest_attachSoftwareError(kest_errorDetails& details, std::uint32_t returnCode, std::uint32_t moduleId,
                               std::uint32_t site)
 {

@@ -76,6 +76,9 @@ void kest_setReturnCode(kest_errorDetails& details, std::uint32_t returnCode);
 void kest_attachUserDetails(kest_errorDetails& details, const void* data, std::uint32_t size, std::uint8_t subsection,
                             bool owned = false);
 
+/// Asks for user details that are a text, without its terminator.
+void kest_attachText(kest_errorDetails& details, const char* text, std::uint8_t subsection, bool owned = false);
+
 /// Asks for a software-error section: the failing call's return code, the module and the failure site.
 void kest_attachSoftwareError(kest_errorDetails& details, std::uint32_t returnCode, std::uint32_t moduleId,
                               std::uint32_t site);

@@ -8,7 +8,7 @@ namespace kest
 bool failureReport::passed(std::uint32_t hash, std::uint32_t atSite, std::uint32_t line)
 {
     if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, hash, " %s", static_cast<int>(line), 0, self.name);
+        KEST_TRACE_AT(static_cast<int>(line), hash, "", self.name);
     }
     return noted(atSite);
 }
@@ -38,7 +38,7 @@ void failureReport::describe(kest_reason reason, std::uint32_t userData1, std::u
 bool failureReport::fail(std::uint32_t hash, kest_reason reason, std::uint32_t userData1, std::uint32_t userData2,
                          int line)
 {
-    trace_wobu_write_all(kest_trace, hash, " %s", line, 0, self.name);
+    KEST_TRACE_AT(line, hash, "", self.name);
     describe(reason, userData1, userData2);
     return false;
 }

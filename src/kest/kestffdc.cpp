@@ -22,9 +22,9 @@ constexpr std::uint32_t siteUnlockFailed = 180;
 /// @return the failure's return code
 std::uint32_t describeFfdc(failureReport& report, kest_reason reason, std::uint32_t hash, int error, int result)
 {
-    trace_wobu_write_all(kest_trace, hash, " %s,%d", __LINE__, 0, report.self.name, error);
+    KEST_TRACE(hash, ",%d", report.self.name, error);
     if (error == ENODEV) {
-        trace_wobu_write_all(kest_trace, hashNodeAbsent, " %s", __LINE__, 0, report.self.name);
+        KEST_TRACE(hashNodeAbsent, "", report.self.name);
     }
     report.describe(reason, kest_blameOf(error), static_cast<std::uint32_t>(error), static_cast<std::uint32_t>(result));
     return report.details.returnCode;
@@ -64,10 +64,10 @@ std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data
     if (result == -1) {
         returnCode = describeFfdc(report, KEST_REASON_FFDC_EXTRACT, 0x3A07606D, error, result);
     } else if (result > 0) {
-        trace_wobu_write_all(kest_trace, 0x225681C0, " %s,%d", __LINE__, 0, extractRoutine.name, result);
+        KEST_TRACE(0x225681C0, ",%d", extractRoutine.name, result);
         *size = static_cast<unsigned int>(result);
     } else if (result == 0) {
-        trace_wobu_write_all(kest_trace, 0x3242D04A, " %s", __LINE__, 0, extractRoutine.name);
+        KEST_TRACE(0x3242D04A, "", extractRoutine.name);
     }
     report.finish();
     return returnCode;
@@ -77,7 +77,7 @@ std::uint32_t kest_wobuFFDCUnlock(mern_t handle, ErrlEntry*& entry, int trace)
 {
     failureReport report{unlockRoutine, entry};
     if (trace != 0) {
-        trace_wobu_write_all(kest_trace, 0x0D21BD6B, " %s", __LINE__, 0, unlockRoutine.name);
+        KEST_TRACE(0x0D21BD6B, "", unlockRoutine.name);
     }
     const int result = mern_iic_ffdc_unlock(handle, 0);
     const int error = errno;

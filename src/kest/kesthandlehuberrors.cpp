@@ -45,6 +45,135 @@ void readStatus(mern_t& handle, ErrlEntry*& errl, std::uint8_t& status)
 
 bool passed(failureReport& report, std::uint32_t site) { return report.passed(traceHash("hub command failed"), site); }
 
+constexpr blame hubRefused{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubRefused};
+constexpr blame hubFailed{EPUB_SUBSYSTEM_IIC_DEVICE, kest_classHubFailed};
+constexpr blame hubOdd{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubFailed};
+
+/// How a status that ends the transfer is reported. Its trace's line is the failure site.
+struct statusRule {
+    std::uint32_t last; ///< the highest status of the row, which begins after the row before
+    std::uint32_t hash;
+    std::uint32_t site;
+    kest_reason reason;
+    const blame& who;
+};
+// The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is
+// `afterRepeat`.
+constexpr std::array<statusRule, 6> statusRules{{
+    {.last = 1, .hash = 0xC73070B1, .site = 180, .reason = KEST_REASON_HUB_COMMAND, .who = hubRefused},
+    {.last = 2, .hash = 0xAE369C6A, .site = 212, .reason = KEST_REASON_HUB_NO_ANSWER, .who = blamesAbsence},
+    {.last = 7, .hash = 0x27E236C0, .site = 457, .reason = KEST_REASON_HUB_PORT, .who = hubRefused},
+    {.last = 8, .hash = 0xFACF14B6, .site = 491, .reason = KEST_REASON_HUB_LENGTH, .who = hubRefused},
+    {.last = 11, .hash = 0xE6AD6503, .site = 529, .reason = KEST_REASON_HUB_HARDWARE, .who = hubFailed},
+    {.last = 0xFFFFFFFF, .hash = 0x34B64FEC, .site = 559, .reason = KEST_REASON_HUB_STATUS, .who = hubOdd},
+}};
+constexpr statusRule afterRepeat{
+    .last = 0xFFFFFFFF, .hash = 0x9E864549, .site = 422, .reason = KEST_REASON_HUB_REPEAT, .who = hubFailed};
+
+constexpr bool isSubBusError(unsigned int status) { return status >= 3 && status <= 6; }
+
+/// One check: the transfer it is about, and what has gone wrong so far.
+struct hubCheck {
+    ErrlEntry*& errl;
+    mern_t& handle;
+    unsigned int* size;
+    int direction;
+    mern_iic_block& block;
+    void* buffer;
+    unsigned int offset;
+    reportedCall report{checkRoutine, errl, 0};
+    iicSession session{.entry = errl, .handle = handle};
+};
+
+void reportStatus(hubCheck& check, const statusRule& rule, unsigned int status, std::uint32_t userData2 = 0)
+{
+    KEST_TRACE_AT(static_cast<int>(rule.site), rule.hash, ",%x", checkRoutine.name, status);
+    check.report.describe(rule.reason, rule.who, status, userData2);
+    check.report.site = rule.site;
+}
+
+/// Notes a failed step of the recovery, after its trace.
+void noteFailure(hubCheck& check, std::uint32_t site)
+{
+    kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
+    check.report.site = site;
+}
+
+/// Ends a step of the recovery.
+bool recovered(hubCheck& check, std::uint32_t site)
+{
+    const bool done = check.report.passed(traceHash("step of a sub-bus recovery failed"), site);
+    if (!done) {
+        noteFailure(check, site);
+    }
+    return done;
+}
+
+/// Resets the sub-bus and makes the layer ready for a repeat of the transfer.
+bool recover(hubCheck& check)
+{
+    kest_reset922HubSubBus(check.handle, check.errl);
+    if (!recovered(check, 272)) {
+        return false;
+    }
+    // the status reads have cleared parts of the block
+    check.session.setBlock(check.block);
+    if (!recovered(check, 292)) {
+        return false;
+    }
+    check.session.seek(check.offset);
+    return recovered(check, 319);
+}
+
+/// A repeat that ends with ENODATA, a status of the hub's own, counts as done: the hub is asked what it meant.
+bool repeatTransfer(hubCheck& check)
+{
+    if (check.direction == 1) {
+        kest_wobuWrite(check.handle, check.errl, check.size, check.buffer);
+    } else {
+        kest_wobuRead(check.handle, check.errl, check.size, check.buffer, 0);
+    }
+    const bool done = check.errl == nullptr || kest_failedErrno(check.errl) == ENODATA;
+    if (!done) {
+        KEST_TRACE_AT(362, traceHash("repeated transfer failed"), ",%d", checkRoutine.name, check.direction);
+        noteFailure(check, 362);
+    }
+    return done;
+}
+
+void checkRepeat(hubCheck& check)
+{
+    ErrlEntry* second = nullptr;
+    unsigned int status = unknownStatus;
+    kest_read922HubPrevCmdStatus(check.handle, &status, second);
+    if (second != nullptr) {
+        if (check.errl == nullptr) {
+            check.errl = kest_takeOver(second);
+        } else {
+            kest_mergeFirstSrc(*check.errl, *second);
+            check.errl->setRC(second->getRC());
+            delete second;
+        }
+        recovered(check, 384);
+    } else if (status != 0) {
+        reportStatus(check, afterRepeat, status, static_cast<std::uint32_t>(check.direction));
+    }
+}
+
+void actOnStatus(hubCheck& check, unsigned int status, unsigned char* subBusReset)
+{
+    if (isSubBusError(status)) {
+        KEST_TRACE_AT(260, 0x3E54A1DF, ",%x", checkRoutine.name, status);
+        *subBusReset = 1;
+        if (recover(check) && repeatTransfer(check)) {
+            checkRepeat(check);
+        }
+    } else if (status != 0) {
+        reportStatus(check, *std::ranges::find_if(statusRules, [=](auto& rule) { return status <= rule.last; }),
+                     status);
+    }
+}
+
 } // namespace
 
 void kest_read922HubErrStatus(mern_t handle, unsigned int* status, ErrlEntry*& errl)
@@ -96,8 +225,7 @@ void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
         unsigned int status = unknownStatus;
         kest_read922HubPrevCmdStatus(handle, &status, errl);
         if (passed(report, 693) && status != 0) {
-            trace_wobu_write_all(kest_trace, traceHash("sub-bus reset ended with a status"), " %s,%x", 701, 0,
-                                 resetRoutine.name, status);
+            KEST_TRACE_AT(701, traceHash("sub-bus reset ended with a status"), ",%x", resetRoutine.name, status);
             report.describe(KEST_REASON_HUB_BUS_RESET, blamesDevice, status);
             // neither a prefix nor the reason's number, on purpose
             kest_setReturnCode(report.details, KEST_REASON_HUB_STATUS);
@@ -105,141 +233,6 @@ void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
     }
     report.finish();
 }
-
-namespace
-{
-
-constexpr blame hubRefused{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubRefused};
-constexpr blame hubFailed{EPUB_SUBSYSTEM_IIC_DEVICE, kest_classHubFailed};
-constexpr blame hubOdd{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubFailed};
-
-/// How a status that ends the transfer is reported. Its trace's line is the failure site.
-struct statusRule {
-    std::uint32_t last; ///< the highest status of the row, which begins after the row before
-    std::uint32_t hash;
-    std::uint32_t site;
-    kest_reason reason;
-    const blame& who;
-};
-// The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is
-// `afterRepeat`.
-constexpr std::array<statusRule, 6> statusRules{{
-    {.last = 1, .hash = 0xC73070B1, .site = 180, .reason = KEST_REASON_HUB_COMMAND, .who = hubRefused},
-    {.last = 2, .hash = 0xAE369C6A, .site = 212, .reason = KEST_REASON_HUB_NO_ANSWER, .who = blamesAbsence},
-    {.last = 7, .hash = 0x27E236C0, .site = 457, .reason = KEST_REASON_HUB_PORT, .who = hubRefused},
-    {.last = 8, .hash = 0xFACF14B6, .site = 491, .reason = KEST_REASON_HUB_LENGTH, .who = hubRefused},
-    {.last = 11, .hash = 0xE6AD6503, .site = 529, .reason = KEST_REASON_HUB_HARDWARE, .who = hubFailed},
-    {.last = 0xFFFFFFFF, .hash = 0x34B64FEC, .site = 559, .reason = KEST_REASON_HUB_STATUS, .who = hubOdd},
-}};
-constexpr statusRule afterRepeat{
-    .last = 0xFFFFFFFF, .hash = 0x9E864549, .site = 422, .reason = KEST_REASON_HUB_REPEAT, .who = hubFailed};
-
-constexpr bool isSubBusError(unsigned int status) { return status >= 3 && status <= 6; }
-
-/// One check: the transfer it is about, and what has gone wrong so far.
-struct hubCheck {
-    ErrlEntry*& errl;
-    mern_t& handle;
-    unsigned int* size;
-    int direction;
-    mern_iic_block& block;
-    void* buffer;
-    unsigned int offset;
-    reportedCall report{checkRoutine, errl, 0};
-    iicSession session{.entry = errl, .handle = handle};
-};
-
-void reportStatus(hubCheck& check, const statusRule& rule, unsigned int status, std::uint32_t userData2 = 0)
-{
-    trace_wobu_write_all(kest_trace, rule.hash, " %s,%x", static_cast<int>(rule.site), 0, checkRoutine.name, status);
-    check.report.describe(rule.reason, rule.who, status, userData2);
-    check.report.site = rule.site;
-}
-
-/// Notes a failed step of the recovery, after its trace.
-void noteFailure(hubCheck& check, std::uint32_t site)
-{
-    kest_setReturnCode(check.report.details, check.errl->getRC() | kest_classHubFailed);
-    check.report.site = site;
-}
-
-/// Ends a step of the recovery.
-bool recovered(hubCheck& check, std::uint32_t site)
-{
-    const bool done = check.report.passed(traceHash("step of a sub-bus recovery failed"), site);
-    if (!done) {
-        noteFailure(check, site);
-    }
-    return done;
-}
-
-/// Resets the sub-bus and makes the layer ready for a repeat of the transfer.
-bool recover(hubCheck& check)
-{
-    kest_reset922HubSubBus(check.handle, check.errl);
-    if (!recovered(check, 272)) {
-        return false;
-    }
-    // the status reads have cleared parts of the block
-    check.session.setBlock(check.block);
-    if (!recovered(check, 292)) {
-        return false;
-    }
-    check.session.seek(check.offset);
-    return recovered(check, 319);
-}
-
-/// A repeat that ends with ENODATA, a status of the hub's own, counts as done: the hub is asked what it meant.
-bool repeatTransfer(hubCheck& check)
-{
-    if (check.direction == 1) {
-        kest_wobuWrite(check.handle, check.errl, check.size, check.buffer);
-    } else {
-        kest_wobuRead(check.handle, check.errl, check.size, check.buffer, 0);
-    }
-    const bool done = check.errl == nullptr || kest_failedErrno(check.errl) == ENODATA;
-    if (!done) {
-        trace_wobu_write_all(kest_trace, traceHash("repeated transfer failed"), " %s,%d", 362, 0, checkRoutine.name,
-                             check.direction);
-        noteFailure(check, 362);
-    }
-    return done;
-}
-
-void checkRepeat(hubCheck& check)
-{
-    ErrlEntry* second = nullptr;
-    unsigned int status = unknownStatus;
-    kest_read922HubPrevCmdStatus(check.handle, &status, second);
-    if (second != nullptr) {
-        if (check.errl == nullptr) {
-            check.errl = kest_takeOver(second);
-        } else {
-            kest_mergeFirstSrc(*check.errl, *second);
-            check.errl->setRC(second->getRC());
-            delete second;
-        }
-        recovered(check, 384);
-    } else if (status != 0) {
-        reportStatus(check, afterRepeat, status, static_cast<std::uint32_t>(check.direction));
-    }
-}
-
-void actOnStatus(hubCheck& check, unsigned int status, unsigned char* subBusReset)
-{
-    if (isSubBusError(status)) {
-        trace_wobu_write_all(kest_trace, 0x3E54A1DF, " %s,%x", 260, 0, checkRoutine.name, status);
-        *subBusReset = 1;
-        if (recover(check) && repeatTransfer(check)) {
-            checkRepeat(check);
-        }
-    } else if (status != 0) {
-        reportStatus(check, *std::ranges::find_if(statusRules, [=](auto& rule) { return status <= rule.last; }),
-                     status);
-    }
-}
-
-} // namespace
 
 void kest_checkAndHandle922HubErr(mern_t handle, ErrlEntry*& errl, unsigned int* size, int direction,
                                   unsigned char* subBusReset, const char* path, unsigned int hubContext,

@@ -37,11 +37,9 @@ void resetHub(ErrlEntry& errl, const char* path, const char* resetPath, mern_t h
     int failedCall = 0;
     const std::unique_ptr<ErrlEntry> failure{pulseResetPin(resetPath, handle, failedCall)};
     if (failure) {
-        trace_wobu_write_all(kest_trace, traceHash("hub not reset"), " %s,%d,%s,%s", __LINE__, 0, resetRoutine.name,
-                             failedCall, path, resetPath);
+        KEST_TRACE(traceHash("hub not reset"), ",%d,%s,%s", resetRoutine.name, failedCall, path, resetPath);
     } else {
-        trace_wobu_write_all(kest_trace, traceHash("hub reset"), " %s,%s,%s", __LINE__, 0, resetRoutine.name, path,
-                             resetPath);
+        KEST_TRACE(traceHash("hub reset"), ",%s,%s", resetRoutine.name, path, resetPath);
     }
     errl.CollectTrace("kest", 250);
     if (failure) {

@@ -31,51 +31,6 @@ constexpr routine queryRoutine{"kest_922HubQueryErrStatus", KEST_MODULE_HUB_QUER
 constexpr int readTransfer = 0;
 constexpr int writeTransfer = 1;
 
-} // namespace
-
-void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address, unsigned int length, bool isRead,
-                               kest_922AddressLock* lock, const kest_attributeValue* attributes, ErrlEntry*& errl)
-{
-    reportedCall report{lockRoutine, errl};
-    *lock = {.kind = MERN_LOCK_HUB,
-             .address = address->address,
-             .timeoutMs = kest_timeoutCalc(address, length, isRead, attributes)};
-    kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_LOCK, lock, sizeof *lock);
-    report.passed(0x9C262F5A, 986, 985);
-    report.finish();
-}
-
-void kest_922setHubConfig(mern_t handle, const kest_deviceAddress* address, unsigned int length, void* configBlock,
-                          const kest_attributeValue* attributes, bool isRead, ErrlEntry*& errl, int deviceMode)
-{
-    reportedCall report{configRoutine, errl};
-    iicSession session{.entry = errl, .handle = handle};
-    auto* const block = static_cast<mern_iic_block*>(configBlock);
-    kest_wobuBuildConfig(address, length, isRead, block, attributes, deviceMode);
-    session.setBlock(*block);
-    if (report.passed(0x30DD11C9, 864, 863)) {
-        session.setSpeed(attributes[KEST_ATTR_BUS_SPEED]);
-        if (report.passed(0x0B8F87C3, 882, 881) && isRead) {
-            session.setDmaOption();
-        }
-    }
-    report.finish();
-}
-
-void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* address, unsigned int /*length*/,
-                                      kest_922AddressLock* lock, const kest_attributeValue* /*attributes*/,
-                                      ErrlEntry*& errl)
-{
-    reportedCall report{releaseRoutine, errl};
-    lock->address = address->address;
-    kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_UNLOCK, lock, sizeof *lock);
-    report.passed(0x4389D153, 1052, 1051);
-    report.finish();
-}
-
-namespace
-{
-
 /// Failure sites of the steps that both directions take.
 struct stepSites {
     std::uint32_t open, lock, query, config, seek;
@@ -129,8 +84,7 @@ bool allocateBuffer(hubTransfer& transfer, unsigned int extra)
         transfer.buffer.reset(new (std::nothrow) std::uint8_t[bytes]());
     }
     if (!transfer.buffer) {
-        trace_wobu_write_all(kest_trace, traceHash("no buffer for a hub transfer"), " %s,%x", __LINE__, 0,
-                             transferRoutine.name, transfer.size);
+        KEST_TRACE(traceHash("no buffer for a hub transfer"), ",%x", transferRoutine.name, transfer.size);
         transfer.report.describe(KEST_REASON_MISSING, transfer.size);
     }
     return transfer.buffer != nullptr;
@@ -139,8 +93,8 @@ bool allocateBuffer(hubTransfer& transfer, unsigned int extra)
 bool openDevice(hubTransfer& transfer, std::uint32_t site)
 {
     if (!transfer.session.open(transfer.device)) {
-        trace_wobu_write_all(kest_trace, traceHash("device of a hub transfer not opened"), " %s,%s",
-                             static_cast<int>(site), 0, transferRoutine.name, transfer.path);
+        KEST_TRACE_AT(static_cast<int>(site), traceHash("device of a hub transfer not opened"), ",%s",
+                      transferRoutine.name, transfer.path);
     }
     return transfer.report.noted(site);
 }
@@ -205,7 +159,7 @@ void writeThroughHub(hubTransfer& transfer, const void* data)
 /// been repeated with success: its data stay in the transfer's buffer.
 void handleFailedRead(hubTransfer& transfer, unsigned int asked)
 {
-    trace_wobu_write_all(kest_trace, traceHash("read through a hub failed"), " %s", 392, 0, transferRoutine.name);
+    KEST_TRACE_AT(392, traceHash("read through a hub failed"), "", transferRoutine.name);
     const auto error = kest_failedErrno(transfer.errl);
     kest_resetSilentHub(transfer.errl, transfer.path, transfer.session.handle, transfer.hub.address);
     if (error != ENODATA) {
@@ -248,8 +202,7 @@ void readThroughHub(hubTransfer& transfer, void* data)
 void commitLate(ErrlEntry* secondary)
 {
     if (secondary != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("release or close of a hub failed"), " %s,%x", __LINE__, 0,
-                             transferRoutine.name, secondary->plid());
+        KEST_TRACE(traceHash("release or close of a hub failed"), ",%x", transferRoutine.name, secondary->plid());
         kest_commitSecondary(secondary);
     }
 }
@@ -266,6 +219,46 @@ void releaseAndClose(hubTransfer& transfer)
 }
 
 } // namespace
+
+void kest_922lockDeviceAddress(mern_t handle, const kest_deviceAddress* address, unsigned int length, bool isRead,
+                               kest_922AddressLock* lock, const kest_attributeValue* attributes, ErrlEntry*& errl)
+{
+    reportedCall report{lockRoutine, errl};
+    *lock = {.kind = MERN_LOCK_HUB,
+             .address = address->address,
+             .timeoutMs = kest_timeoutCalc(address, length, isRead, attributes)};
+    kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_LOCK, lock, sizeof *lock);
+    report.passed(0x9C262F5A, 986, 985);
+    report.finish();
+}
+
+void kest_922setHubConfig(mern_t handle, const kest_deviceAddress* address, unsigned int length, void* configBlock,
+                          const kest_attributeValue* attributes, bool isRead, ErrlEntry*& errl, int deviceMode)
+{
+    reportedCall report{configRoutine, errl};
+    iicSession session{.entry = errl, .handle = handle};
+    auto* const block = static_cast<mern_iic_block*>(configBlock);
+    kest_wobuBuildConfig(address, length, isRead, block, attributes, deviceMode);
+    session.setBlock(*block);
+    if (report.passed(0x30DD11C9, 864, 863)) {
+        session.setSpeed(attributes[KEST_ATTR_BUS_SPEED]);
+        if (report.passed(0x0B8F87C3, 882, 881) && isRead) {
+            session.setDmaOption();
+        }
+    }
+    report.finish();
+}
+
+void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* address, unsigned int /*length*/,
+                                      kest_922AddressLock* lock, const kest_attributeValue* /*attributes*/,
+                                      ErrlEntry*& errl)
+{
+    reportedCall report{releaseRoutine, errl};
+    lock->address = address->address;
+    kest_wobuConfig(handle, errl, kest_configSet, WOBU_IIC_UNLOCK, lock, sizeof *lock);
+    report.passed(0x4389D153, 1052, 1051);
+    report.finish();
+}
 
 void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int operation, void** data, unsigned int offset,
                         const kest_attributeValue* attributes, ErrlEntry*& errl, const char* path)
@@ -327,7 +320,7 @@ void kest_922HubHandlePrimSecErrLogs(ErrlEntry*& primary, ErrlEntry*& secondary,
         delete primary;
         primary = nullptr;
     } else {
-        trace_wobu_write_all(kest_trace, traceHash("hub without further error"), " %s", 1125, 0, name);
+        KEST_TRACE_AT(1125, traceHash("hub without further error"), "", name);
     }
 }
 

@@ -55,14 +55,13 @@ unsigned int readRegistry()
     unsigned int size = valueBytes;
     ErrlEntry* const entry = UtilReg::read(registryKey, value.data(), size, false, nullptr);
     if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("read mode not had from the registry"), " %s,%s", __LINE__, 0,
-                             modeRoutine.name, registryKey);
+        KEST_TRACE(traceHash("read mode not had from the registry"), ",%s", modeRoutine.name, registryKey);
         commitFailure(entry, KEST_REASON_MODE_UNREAD, registryKey, sizeof registryKey - 1);
         return kest_modeHardware;
     }
     const unsigned int mode = modeOf(value.data());
     if (mode == kest_modeUnknown) {
-        trace_wobu_write_all(kest_trace, traceHash("read mode unknown"), " %s", __LINE__, 0, modeRoutine.name);
+        KEST_TRACE(traceHash("read mode unknown"), "", modeRoutine.name);
         commitFailure(nullptr, KEST_REASON_MODE_UNKNOWN, value.data(), valueBytes);
         return kest_modeHardware;
     }

@@ -46,8 +46,7 @@ void traceMessage(const NetcMessage& message, std::uint32_t hash, int line)
     const unsigned int size = message.dataSize();
     const unsigned int bytes = std::min(size, tracedBytesMax);
     const binaryTraceHead head{static_cast<std::uint16_t>(bytes), 0x4644, 0x080C87FA, static_cast<std::uint32_t>(line)};
-    trace_wobu_write_all(kest_trace, hash, " %s,%4x,%4x,%d", line, 0, messageRoutine.name, message.identifier,
-                         message.type, size);
+    KEST_TRACE_AT(line, hash, ",%4x,%4x,%d", messageRoutine.name, message.identifier, message.type, size);
     trace_wobu_write2(kest_trace, 0, sizeof head, &head, bytes, message.dataPointer());
 }
 
@@ -63,7 +62,7 @@ void freeBuffer(void* buffer) { tavo_util_free(&buffer); }
 /// @return false
 bool reportNoMemory(failureReport& report, std::uint32_t bytes)
 {
-    trace_wobu_write_all(kest_trace, traceHash("no memory"), " %s,%x", __LINE__, 0, messageRoutine.name, bytes);
+    KEST_TRACE(traceHash("no memory"), ",%x", messageRoutine.name, bytes);
     report.describe(KEST_REASON_MISSING, bytes);
     return false;
 }
@@ -85,8 +84,7 @@ ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char**
     const std::uint32_t position = wordAt(payload, 1);
     ErrlEntry* const entry = TAVO_get_dev_addr_string(device, location, static_cast<zelPosition>(position), false);
     if (entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("device without location"), " %s,%X,%X", __LINE__, 0,
-                             messageRoutine.name, device, position);
+        KEST_TRACE(traceHash("device without location"), ",%X,%X", messageRoutine.name, device, position);
         report.describe(KEST_REASON_NO_LOCATION, device, position);
     } else {
         answerData(reply, *location, static_cast<unsigned int>(std::strlen(*location)) + 1, report);
@@ -100,8 +98,7 @@ bool reportShort(const NetcMessage& request, kest_reason reason, std::uint64_t b
 {
     const unsigned int size = request.dataSize();
     const auto needed = static_cast<std::uint32_t>(bytesNeeded);
-    trace_wobu_write_all(kest_trace, traceHash("payload too short"), " %s,%d,%d", __LINE__, 0, messageRoutine.name,
-                         size, needed);
+    KEST_TRACE(traceHash("payload too short"), ",%d,%d", messageRoutine.name, size, needed);
     report.describe(reason, request.type, size, needed);
     return false;
 }
@@ -163,8 +160,7 @@ bool checkHead(const NetcMessage& request, failureReport& report)
     const unsigned int index = unsigned{request.type} - KEST_MSG_SEEPROM_READ;
     const unsigned int size = request.dataSize();
     if (index >= fixedHeadBytes.size()) {
-        trace_wobu_write_all(kest_trace, traceHash("message type unknown"), " %s,%4x", __LINE__, 0, messageRoutine.name,
-                             request.type);
+        KEST_TRACE(traceHash("message type unknown"), ",%4x", messageRoutine.name, request.type);
         report.describe(KEST_REASON_MESSAGE_TYPE, 204, request.type);
         return false;
     }
@@ -172,8 +168,7 @@ bool checkHead(const NetcMessage& request, failureReport& report)
         return report.fail(traceHash("message type not served"), KEST_REASON_UNSUPPORTED, 234);
     }
     if (size < fixedHeadBytes[index]) {
-        trace_wobu_write_all(kest_trace, traceHash("payload without its head"), " %s,%d", __LINE__, 0,
-                             messageRoutine.name, size);
+        KEST_TRACE(traceHash("payload without its head"), ",%d", messageRoutine.name, size);
         report.describe(KEST_REASON_MESSAGE_HEAD, request.type, size);
         return false;
     }

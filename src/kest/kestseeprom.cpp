@@ -58,8 +58,7 @@ void describeCopyFailure(seepromCall& call, kest_reason reason, std::uint32_t us
 void checkCopy(seepromCall& call, unsigned int length)
 {
     if (length == 0 && call.mode == kest_modeFile) {
-        trace_wobu_write_all(kest_trace, traceHash("no persisted copy"), " %s,%x", __LINE__, 0, call.report.self.name,
-                             call.device);
+        KEST_TRACE(traceHash("no persisted copy"), ",%x", call.report.self.name, call.device);
         kest_requestSrc(call.report.details, call.report.self.module, KEST_REASON_COPY_ABSENT, EPUB_SUBSYSTEM_SOFTWARE,
                         call.device);
         kest_setReturnCode(call.report.details, kest_classInformational | KEST_REASON_COPY_ABSENT);
@@ -90,8 +89,7 @@ void readCopy(seepromCall& call, unsigned char** data)
 {
     call.entry = tavo_read_data_persistancy(persistencyRoot, call.device, nullptr, data, call.length, call.offset);
     if (call.entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("persisted copy not read"), " %s,%x", __LINE__, 0, readRoutine.name,
-                             call.device);
+        KEST_TRACE(traceHash("persisted copy not read"), ",%x", readRoutine.name, call.device);
         describeCopyFailure(call, KEST_REASON_COPY_UNREAD, *call.length, call.offset);
     } else {
         checkCopy(call, *call.length);
@@ -122,8 +120,7 @@ bool probeCopy(seepromCall& call)
     unsigned char* probe = nullptr;
     call.entry = tavo_read_data_persistancy(persistencyRoot, call.device, nullptr, &probe, &probeLength, 0);
     if (call.entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("persisted copy not probed"), " %s,%x", __LINE__, 0,
-                             writeRoutine.name, call.device);
+        KEST_TRACE(traceHash("persisted copy not probed"), ",%x", writeRoutine.name, call.device);
         describeCopyFailure(call, KEST_REASON_COPY_UNREAD, 0, 0);
     } else {
         checkCopy(call, probeLength);
@@ -138,8 +135,7 @@ void writeCopy(seepromCall& call, const unsigned char* data)
 {
     call.entry = tavo_write_data_persistancy(persistencyRoot, call.device, nullptr, data, call.length, call.offset);
     if (call.entry != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("persisted copy not written"), " %s,%x", __LINE__, 0,
-                             writeRoutine.name, call.device);
+        KEST_TRACE(traceHash("persisted copy not written"), ",%x", writeRoutine.name, call.device);
         describeCopyFailure(call, KEST_REASON_COPY_UNWRITTEN, *call.length, call.offset);
     }
 }
@@ -168,8 +164,7 @@ ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* /*spare*/, u
     if (data != nullptr && *data != nullptr) {
         report.fail(traceHash("buffer pointer in use"), KEST_REASON_POINTER_IN_USE);
     } else if (length == nullptr || data == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, readRoutine.name,
-                             length == nullptr, data == nullptr);
+        KEST_TRACE(traceHash("null argument"), ",%d,%d", readRoutine.name, length == nullptr, data == nullptr);
         report.describe(KEST_REASON_MISSING);
     } else {
         const kest_attributeValue* const values = kest_attributesOrDefaults(attributes);
@@ -183,8 +178,7 @@ ErrlEntry* KEST_seepromWrite(tavo_deviceaddress address, const char* /*spare*/, 
 {
     reportedCall report{writeRoutine};
     if (length == nullptr || data == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("null argument"), " %s,%d,%d", __LINE__, 0, writeRoutine.name,
-                             length == nullptr, data == nullptr);
+        KEST_TRACE(traceHash("null argument"), ",%d,%d", writeRoutine.name, length == nullptr, data == nullptr);
         report.describe(KEST_REASON_MISSING, lowWordOf(length), lowWordOf(data));
     } else {
         const kest_attributeValue* const values = kest_attributesOrDefaults(attributes);

@@ -106,7 +106,7 @@ void attachChain(seepromTransfer& transfer)
     if (transfer.flatList != nullptr) {
         kest_attachUserDetails(transfer.report.details, transfer.flatList.get(), bytes, kest_dtlsAddressList, false);
     } else {
-        trace_wobu_write_all(kest_trace, traceHash("no flat address list"), " %s", __LINE__, 0, transfer.way.self.name);
+        KEST_TRACE(traceHash("no flat address list"), "", transfer.way.self.name);
     }
 }
 
@@ -114,11 +114,9 @@ bool understandLocation(seepromTransfer& transfer)
 {
     char* const wrong = kest_miscConvertTokensToAddress(&transfer.device, transfer.location.text());
     if (wrong != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("location not understood"), " %s,%s", __LINE__, 0,
-                             transfer.way.self.name, wrong);
+        KEST_TRACE(traceHash("location not understood"), ",%s", transfer.way.self.name, wrong);
         transfer.report.describe(KEST_REASON_TEXT_MALFORMED);
-        kest_attachUserDetails(transfer.report.details, wrong, static_cast<std::uint32_t>(std::strlen(wrong)),
-                               kest_dtlsDeviceText, true);
+        kest_attachText(transfer.report.details, wrong, kest_dtlsDeviceText, true);
     }
     return wrong == nullptr;
 }
@@ -127,8 +125,7 @@ bool checkChain(seepromTransfer& transfer)
 {
     const std::uint32_t code = kest_checkAddressList(transfer.device.addressList);
     if (code != 0) {
-        trace_wobu_write_all(kest_trace, traceHash("chain invalid"), " %s,%x", __LINE__, 0, transfer.way.self.name,
-                             code);
+        KEST_TRACE(traceHash("chain invalid"), ",%x", transfer.way.self.name, code);
         transfer.report.describe(KEST_REASON_CHAIN_INVALID, code);
         attachChain(transfer);
     }
@@ -139,8 +136,7 @@ bool checkType(seepromTransfer& transfer)
 {
     const deviceType& type = targetType(transfer);
     if (type.capacity == 0) {
-        trace_wobu_write_all(kest_trace, traceHash("not a SEEPROM"), " %s,%x", __LINE__, 0, transfer.way.self.name,
-                             static_cast<std::uint32_t>(type.type));
+        KEST_TRACE(traceHash("not a SEEPROM"), ",%x", transfer.way.self.name, static_cast<std::uint32_t>(type.type));
         transfer.report.describe(KEST_REASON_NO_SEEPROM, type.type);
     }
     return type.capacity != 0;
@@ -156,8 +152,7 @@ bool understandDevice(seepromTransfer& transfer)
 bool passed(seepromTransfer& transfer, bool done, std::uint32_t site)
 {
     if (!done) {
-        trace_wobu_write_all(kest_trace, traceHash("transfer step failed"), " %s,%d", __LINE__, 0,
-                             transfer.way.self.name, site);
+        KEST_TRACE(traceHash("transfer step failed"), ",%d", transfer.way.self.name, site);
         transfer.report.site = site;
     }
     return done;
@@ -191,8 +186,7 @@ void retryTimeout(seepromTransfer& transfer, void* buffer)
         passed(transfer, transfer.way.at.transfer);
         return;
     }
-    trace_wobu_write_all(kest_trace, traceHash("transfer timed out"), " %s,%d", __LINE__, 0, transfer.way.self.name,
-                         ETIME);
+    KEST_TRACE(traceHash("transfer timed out"), ",%d", transfer.way.self.name, ETIME);
     transfer.lengthMoved = transfer.lengthWanted;
     kest_wobuResetRetry(transfer.session.handle, transfer.error, &transfer.lengthMoved, buffer, transfer.way.operation);
     passed(transfer, transfer.way.at.retry);
@@ -237,7 +231,7 @@ bool takeBuffer(seepromTransfer& transfer, unsigned int length, unsigned char** 
     const unsigned int wanted = length != 0 ? length : targetType(transfer).capacity;
     *data = static_cast<unsigned char*>(tavo_malloc(wanted));
     if (*data == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("no memory"), " %s,%x", __LINE__, 0, transfer.way.self.name, wanted);
+        KEST_TRACE(traceHash("no memory"), ",%x", transfer.way.self.name, wanted);
         transfer.report.describe(KEST_REASON_MISSING, wanted);
         return false;
     }
@@ -251,8 +245,7 @@ void closeDevice(seepromTransfer& transfer)
     ErrlEntry* closeError = transfer.session.close();
     if (closeError != nullptr) {
         transfer.report.site = transfer.way.at.close;
-        trace_wobu_write_all(kest_trace, traceHash("close failed"), " %s,%x", __LINE__, 0, transfer.way.self.name,
-                             closeError->getRC());
+        KEST_TRACE(traceHash("close failed"), ",%x", transfer.way.self.name, closeError->getRC());
         kest_commitSecondary(closeError);
     }
 }
@@ -266,9 +259,8 @@ void finish(seepromTransfer& transfer, unsigned int* length)
     closeDevice(transfer);
     if (transfer.error != nullptr) {
         attachChain(transfer);
-        trace_wobu_write_all(kest_trace, traceHash("transfer failed"), " %s,%s,%x,%x,%x,%x", __LINE__, 0,
-                             transfer.way.self.name, transfer.location.text(), transfer.address.number,
-                             transfer.lengthWanted, *length, transfer.offset);
+        KEST_TRACE(traceHash("transfer failed"), ",%s,%x,%x,%x,%x", transfer.way.self.name, transfer.location.text(),
+                   transfer.address.number, transfer.lengthWanted, *length, transfer.offset);
     }
     kest_miscReleaseDeviceInfo(transfer.device);
     transfer.report.finish();
@@ -289,8 +281,7 @@ bool resetBus(mern_t& handle, ErrlEntry*& error)
     const int reason = errno;
     if (result < 0) {
         failureReport report{retryRoutine, error};
-        trace_wobu_write_all(kest_trace, traceHash("bus reset failed"), " %s,%d", __LINE__, 0, retryRoutine.name,
-                             reason);
+        KEST_TRACE(traceHash("bus reset failed"), ",%d", retryRoutine.name, reason);
         report.describe(KEST_REASON_BUS_RESET, static_cast<std::uint32_t>(reason));
         report.finish();
         kest_miscExtractFFDCAndUnlock(error, handle);
@@ -307,8 +298,7 @@ void repeatTransfer(mern_t handle, ErrlEntry*& error, unsigned int* length, void
         kest_wobuWrite(handle, error, &count, buffer);
     }
     if (error != nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("retry failed"), " %s,%d", __LINE__, 0, retryRoutine.name,
-                             operation);
+        KEST_TRACE(traceHash("retry failed"), ",%d", retryRoutine.name, operation);
     }
     *length = count;
 }
@@ -322,7 +312,7 @@ std::uint32_t kest_timeoutCalc(const kest_deviceAddress* chain, unsigned int len
     const std::uint32_t factor = attributes[KEST_ATTR_TIMEOUT_FACTOR];
     const std::uint32_t blockTime = speed == 400 ? 16 : 64;
     if (chain == nullptr) {
-        trace_wobu_write_all(kest_trace, traceHash("time-out of no chain"), " %s", __LINE__, 0, "kest_timeoutCalc");
+        KEST_TRACE(traceHash("time-out of no chain"), "", "kest_timeoutCalc");
         return blockTime;
     }
     if (chain->next != nullptr) {
@@ -355,8 +345,7 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
     if (retryError != nullptr) {
         kest_attachSoftwareError(details, retryError->getRC(), retryRoutine.module, retrySite);
         kest_mergeFirstSrc(*error, *retryError);
-        trace_wobu_write_all(kest_trace, traceHash("not rescued"), " %s,%x", __LINE__, 0, retryRoutine.name,
-                             retryError->getRC());
+        KEST_TRACE(traceHash("not rescued"), ",%x", retryRoutine.name, retryError->getRC());
         delete retryError;
     } else if (!reset) {
         // and no memory for an entry that says so: the transfer was not repeated all the same
@@ -364,8 +353,7 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
     } else {
         error->setSev(ERRL_SEV_RECOVERED);
         error->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
-        trace_wobu_write_all(kest_trace, traceHash("rescued by a bus reset"), " %s,%x", __LINE__, 0, retryRoutine.name,
-                             error->getRC());
+        KEST_TRACE(traceHash("rescued by a bus reset"), ",%x", retryRoutine.name, error->getRC());
         delete error;
         error = nullptr;
     }

@@ -22,9 +22,8 @@ void readSensor(KEST_thermal_sensor_info& info, failureReport& report)
         info.status = KEST_THERMAL_VALID;
         return;
     }
-    trace_wobu_write_all(kest_trace, traceHash("sensor not read"), " %s,%x,%x,%x,%s", 118, 0, thermalRoutine.name, word,
-                         static_cast<unsigned int>(info.temperature), static_cast<unsigned int>(info.status),
-                         info.devicePath);
+    KEST_TRACE_AT(118, traceHash("sensor not read"), ",%x,%x,%x,%s", thermalRoutine.name, word,
+                  static_cast<unsigned int>(info.temperature), static_cast<unsigned int>(info.status), info.devicePath);
     // no callout: the entry from below has its own
     kest_requestSrc(report.details, thermalRoutine.module, KEST_REASON_SENSOR, EPUB_SUBSYSTEM_SOFTWARE,
                     info.temperature, info.status);

@@ -29,17 +29,23 @@ consteval std::uint32_t traceHash(std::string_view message)
 /// The node is absent: traced wherever ENODEV is reported.
 constexpr std::uint32_t hashNodeAbsent = 0x05B69EAF;
 
+/// Traces a message of the function `name`. @param format  literal, of the arguments behind the name
+#define KEST_TRACE_AT(line, hash, format, name, ...)                                                                   \
+    trace_wobu_write_all(kest_trace, hash, " %s" format, line, 0, name __VA_OPT__(, ) __VA_ARGS__)
+/// The same, with the source line.
+#define KEST_TRACE(hash, format, ...) KEST_TRACE_AT(__LINE__, hash, format, __VA_ARGS__)
+
 /// Traces a function's entry, and at the end of its scope its exit. Declare it first: it then speaks last.
 class traceScope
 {
 public:
     explicit traceScope(const char* function, int line = __builtin_LINE()) : m_function(function), m_line(line)
     {
-        trace_wobu_write_all(kest_trace, traceHash("entry"), " %s", m_line, 0, m_function);
+        KEST_TRACE_AT(m_line, traceHash("entry"), "", m_function);
     }
     traceScope(const traceScope&) = delete;
     traceScope& operator=(const traceScope&) = delete;
-    ~traceScope() { trace_wobu_write_all(kest_trace, traceHash("exit"), " %s", m_line, 0, m_function); }
+    ~traceScope() { KEST_TRACE_AT(m_line, traceHash("exit"), "", m_function); }
 
 private:
     const char* m_function;

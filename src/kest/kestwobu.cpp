@@ -55,15 +55,15 @@ void describeCall(failureReport& report, const wobuCall& call, int error, const 
 {
     const auto word1 = static_cast<std::uint32_t>(error);
     if (error == EDEADLK) {
-        trace_wobu_write_all(kest_trace, 0x77E7226A, " %s", __LINE__, 0, call.self.name);
+        KEST_TRACE(0x77E7226A, "", call.self.name);
         report.describe(call.deadlockReason, blamesSoftware, word1, words.special2);
         // of every operation, whatever its reason
         kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_DEADLOCK);
     } else if (error == ENXIO && call.absentHash != 0) {
-        trace_wobu_write_all(kest_trace, call.absentHash, " %s", __LINE__, 0, call.self.name);
+        KEST_TRACE(call.absentHash, "", call.self.name);
         report.describe(KEST_REASON_NO_ANSWER, blamesAbsence, word1, words.special2);
     } else {
-        trace_wobu_write_all(kest_trace, call.hash, " %s,%d", __LINE__, 0, call.self.name, error);
+        KEST_TRACE(call.hash, ",%d", call.self.name, error);
         report.describe(call.reason, kest_blameOf(error), word1, words.other2, words.other3);
     }
 }
@@ -89,13 +89,13 @@ void addDetectState(mern_t handle, ErrlEntry*& entry)
     std::uint32_t status = MERN_DETECT_PRESENT;
     kest_wobuConfig(handle, statusEntry, kest_configRead, WOBU_IIC_DETECT_STATE, &status, sizeof status);
     if (statusEntry != nullptr) {
-        trace_wobu_write_all(kest_trace, 0x3E40FC77, " %s", __LINE__, 0, readCall.self.name);
+        KEST_TRACE(0x3E40FC77, "", readCall.self.name);
         kest_mergeFirstSrc(*entry, *statusEntry);
         delete statusEntry;
     } else if (status == MERN_DETECT_ABSENT) {
         kest_setReturnCode(report.details, entry->getRC() | kest_classInformational);
     } else if (status != MERN_DETECT_PRESENT) {
-        trace_wobu_write_all(kest_trace, 0x2F339125, " %s,%x", __LINE__, 0, readCall.self.name, status);
+        KEST_TRACE(0x2F339125, ",%x", readCall.self.name, status);
         kest_requestSrc(report.details, readCall.self.module, KEST_REASON_DETECT_STATE, EPUB_SUBSYSTEM_IIC_DEVICE,
                         status);
     }
@@ -108,20 +108,19 @@ constexpr routine nodeRoutine{"KEST_convert_str_to_MernNodeId", KEST_MODULE_NODE
 void describeOpen(failureReport& report, int error, const char* devicePath)
 {
     const auto word1 = static_cast<std::uint32_t>(error);
-    trace_wobu_write_all(kest_trace, 0x314864B7, " %s,%d", __LINE__, 0, openRoutine.name, error);
+    KEST_TRACE(0x314864B7, ",%d", openRoutine.name, error);
     if (error == ENODEV) {
-        trace_wobu_write_all(kest_trace, hashNodeAbsent, " %s", __LINE__, 0, openRoutine.name);
+        KEST_TRACE(hashNodeAbsent, "", openRoutine.name);
         report.describe(KEST_REASON_OPEN_GONE, blamesSoftware, word1);
     } else if (error == ENOENT) {
-        trace_wobu_write_all(kest_trace, 0x3AD3D156, " %s,%d", __LINE__, 0, openRoutine.name, error);
+        KEST_TRACE(0x3AD3D156, ",%d", openRoutine.name, error);
         // a missing device path calls out twice, deliberately
         kest_addCallout(report.details);
         report.describe(KEST_REASON_NO_ANSWER, blamesAbsence, word1);
     } else {
         report.describe(KEST_REASON_OPEN, kest_blameOf(error), word1);
     }
-    kest_attachUserDetails(report.details, devicePath, static_cast<std::uint32_t>(std::strlen(devicePath)),
-                           kest_dtlsDevicePath);
+    kest_attachText(report.details, devicePath, kest_dtlsDevicePath);
 }
 
 struct nodeRow {
@@ -176,8 +175,7 @@ void kest_wobuOpen(mern_t& handle, ErrlEntry*& entry, const char* devicePath, co
     if (devicePath == nullptr) {
         report.fail(0xBB9783DD, KEST_REASON_MISSING);
     } else if (KEST_convert_str_to_MernNodeId(nodeName, &number, entry); entry != nullptr) {
-        trace_wobu_write_all(kest_trace, 0x0528C5DF, " %s,%s", __LINE__, 0, openRoutine.name,
-                             nodeName != nullptr ? nodeName : "");
+        KEST_TRACE(0x0528C5DF, ",%s", openRoutine.name, nodeName != nullptr ? nodeName : "");
     } else {
         node.number = number;
         // one expression: the node's copy is destroyed at its end and may change errno
