@@ -31,6 +31,12 @@ class CheckTraces(unittest.TestCase):
         self.assertEqual(0, code, printed)
         self.assertIn("3 trace calls, 2 messages", printed)
 
+    def test_reads_the_macros(self):
+        short = 'KEST_TRACE(traceHash("harmless"), ",%d", name, 5);\nKEST_TRACE_AT(7, 0x11223344, "", name);\n'
+        self.assertEqual((0, "2 trace calls, 1 messages, 1 constants: no clash\n"), check(short))
+        self.assert_refused("0x11223344 is traced with different formats", short + 'KEST_TRACE(0x11223344, ",%x", name, 5);\n')
+        self.assert_refused("cannot be checked", "KEST_TRACE(made(), \"\", name);\n")
+
     def test_finds_two_texts_with_one_hash(self):
         costarring = HARMLESS.replace("harmless", "costarring")
         liquid = HARMLESS.replace("harmless", "liquid")  # both 0x5E4DAA9D
