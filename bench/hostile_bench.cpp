@@ -337,7 +337,7 @@ struct figures {
 void beHonest(const std::string& socket, stopwatch::time_point begin, stopwatch::time_point end,
               std::vector<double>& tripsUs, std::atomic<long>& failures)
 {
-    Connection connection(socket);
+    serviceConnection connection(socket);
     while (stopwatch::now() < end) {
         const auto asked = stopwatch::now();
         const answer got = connection.readSeeprom(location, 512, honestBytes);
@@ -395,7 +395,7 @@ figures scenario(const std::string& name, const std::string& limits, int kind, b
     {
         const process service([&] { runService(folder); });
         const auto until = stopwatch::now() + 20s;
-        while (!Connection(folder / "kestd.socket").connected()) {
+        while (!serviceConnection(folder / "kestd.socket").connected()) {
             if (stopwatch::now() > until) {
                 fail("no service at " + folder.string());
             }

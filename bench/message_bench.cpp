@@ -67,7 +67,7 @@ private:
         m_output.clear();
         while (!bytes.empty()) {
             bytes = bytes.subspan(m_assembler.feed(bytes));
-            if (m_assembler.state() == FrameAssembler::State::complete) {
+            if (m_assembler.state() == frameAssembler::stage::complete) {
                 frame reply = m_assembler.take();
                 reply.flags = flagServed | flagData;
                 const auto encoded = encodeFrame(reply);
@@ -83,7 +83,7 @@ private:
     }
 
     protocol::socket m_socket;
-    FrameAssembler m_assembler{maximumDataBytes};
+    frameAssembler m_assembler{maximumDataBytes};
     std::array<std::uint8_t, 16384> m_input{};
     std::vector<std::uint8_t> m_output;
 };
@@ -147,7 +147,7 @@ private:
 void awaitServer(const std::string& socket)
 {
     const auto until = stopwatch::now() + std::chrono::seconds(20);
-    while (!Connection(socket).connected()) {
+    while (!serviceConnection(socket).connected()) {
         if (stopwatch::now() > until) {
             fail("no server at " + socket);
         }
@@ -174,7 +174,7 @@ std::filesystem::path makeState()
 
 // ------------------------------------------------------------------------------------------------------------- clients
 
-void readOnce(Connection& connection)
+void readOnce(serviceConnection& connection)
 {
     const answer got = connection.readSeeprom(location, 512, readBytes);
     if (!got || got.data.size() != readBytes) {
@@ -182,7 +182,7 @@ void readOnce(Connection& connection)
     }
 }
 
-void echoOnce(Connection& connection)
+void echoOnce(serviceConnection& connection)
 {
     const answer got = connection.request(typeRead, std::vector<std::uint8_t>(readBytes, 'k'));
     if (!got || got.data.size() != readBytes) {
@@ -208,7 +208,7 @@ load measure(const std::string& socket, int clients, const Request& request)
     std::vector<std::jthread> threads;
     for (clientRun& mine : runs) {
         threads.emplace_back([&ready, &mine, &request, &socket, clients] {
-            Connection connection(socket);
+            serviceConnection connection(socket);
             mine.tripsUs.reserve(static_cast<std::size_t>(perRound / clients));
             request(connection);
             ready.arrive_and_wait();

@@ -12,7 +12,7 @@ namespace
 {
 
 using namespace kest::client;
-using state = FrameAssembler::State;
+using stage = frameAssembler::stage;
 
 constexpr std::uint32_t payloadLimit = 600;
 
@@ -26,13 +26,13 @@ void require(bool holds)
 /// Reads the frames of a stream, up to the first one that is refused. @return the frames, encoded again
 std::vector<std::uint8_t> reassemble(std::span<const std::uint8_t> stream, std::size_t pieceBytes)
 {
-    FrameAssembler assembler(payloadLimit);
+    frameAssembler assembler(payloadLimit);
     std::vector<std::uint8_t> written;
-    while (!stream.empty() && assembler.state() == state::incomplete) {
+    while (!stream.empty() && assembler.state() == stage::incomplete) {
         const std::size_t used = assembler.feed(stream.first(std::min(pieceBytes, stream.size())));
         require(used > 0);
         stream = stream.subspan(used);
-        if (assembler.state() == state::complete) {
+        if (assembler.state() == stage::complete) {
             const frame message = assembler.take();
             require(message.payload.size() <= payloadLimit);
             const std::vector<std::uint8_t> bytes = encodeFrame(message);

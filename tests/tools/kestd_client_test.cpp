@@ -21,7 +21,7 @@ answer answerTo(const std::function<std::vector<std::uint8_t>(frame)>& reply,
         ASSERT_TRUE(request);
         service.send(reply(*request));
     });
-    client::Connection connection(fake.path(), timeout);
+    client::serviceConnection connection(fake.path(), timeout);
     EXPECT_TRUE(connection.connected()) << connection.error();
     const answer got = connection.readSeeprom(someLocation, 0, 4);
     EXPECT_EQ(got.what == outcome::done || got.what == outcome::failed || got.what == outcome::refused,
@@ -131,7 +131,7 @@ TEST(KestdClient, SilentService)
         EXPECT_TRUE(service.receive());
         EXPECT_FALSE(service.receive());
     });
-    client::Connection connection(fake.path(), 50ms);
+    client::serviceConnection connection(fake.path(), 50ms);
     EXPECT_EQ(outcome::timedOut, connection.readSeeprom(someLocation, 0, 4).what);
     EXPECT_FALSE(connection.connected());
     EXPECT_EQ(outcome::unreachable, connection.readSeeprom(someLocation, 0, 4).what);
@@ -141,7 +141,7 @@ TEST(KestdClient, ServiceThatDoesNotRead)
 {
     TemporaryFolder folder;
     const int listening = boundSocket(folder.path() / "deaf", SOCK_STREAM);
-    client::Connection connection(folder.path() / "deaf", 50ms);
+    client::serviceConnection connection(folder.path() / "deaf", 50ms);
     std::vector<std::uint8_t> much(4 << 20);
     EXPECT_EQ(outcome::timedOut, connection.request(0x8001, std::move(much)).what);
     close(listening);
@@ -150,14 +150,14 @@ TEST(KestdClient, ServiceThatDoesNotRead)
 TEST(KestdClient, NobodyThere)
 {
     TemporaryFolder folder;
-    client::Connection none(folder.path() / "none");
+    client::serviceConnection none(folder.path() / "none");
     EXPECT_FALSE(none.connected());
     EXPECT_NE(std::string::npos, none.error().find("none: No such file"));
     const answer got = none.location(1, 0);
     EXPECT_EQ(outcome::unreachable, got.what);
     EXPECT_EQ(none.error(), got.message);
-    EXPECT_FALSE(client::Connection(folder.path() / std::string(200, 'x')).connected());
-    EXPECT_FALSE(client::Connection("").connected());
+    EXPECT_FALSE(client::serviceConnection(folder.path() / std::string(200, 'x')).connected());
+    EXPECT_FALSE(client::serviceConnection("").connected());
 }
 
 TEST(KestdClient, WithoutADescriptorSaysSo)
@@ -166,7 +166,7 @@ TEST(KestdClient, WithoutADescriptorSaysSo)
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const rlimit none{3, before.rlim_max};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    const client::Connection refused("/somewhere/socket", patience);
+    const client::serviceConnection refused("/somewhere/socket", patience);
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_FALSE(refused.connected());
     EXPECT_EQ("/somewhere/socket: Too many open files", refused.error());
@@ -175,7 +175,7 @@ TEST(KestdClient, WithoutADescriptorSaysSo)
 TEST(KestdClient, WhatCannotBeAsked)
 {
     FakeService fake([](RawClient& service) { EXPECT_FALSE(service.receive()); });
-    client::Connection connection(fake.path());
+    client::serviceConnection connection(fake.path());
     EXPECT_EQ(outcome::wrongUse, connection.readSeeprom(std::string(256, 'a'), 0, 4).what);
     EXPECT_EQ(outcome::wrongUse, connection.readSeeprom(std::string("a\0b", 3), 0, 4).what);
     EXPECT_EQ(outcome::wrongUse, connection.readSeeprom(someLocation, 0, 65537).what);
@@ -191,7 +191,7 @@ TEST(KestdClient, LocationWithoutItsEnd)
             ASSERT_TRUE(request);
             service.send(frame{request->identifier, request->type, 0x42, 0, 0, text});
         });
-        client::Connection connection(fake.path());
+        client::serviceConnection connection(fake.path());
         EXPECT_EQ(outcome::malformed, connection.location(1, 0).what);
     }
 }

@@ -18,12 +18,12 @@ using client::frame;
 constexpr uid_t stranger = 4'000'000'001;
 constexpr gid_t club = 4'000'000'002;
 
-Peer peerOfUser(uid_t uid, std::vector<gid_t> groups = {}) { return {uid, 4711, std::move(groups)}; }
+peerProcess peerOfUser(uid_t uid, std::vector<gid_t> groups = {}) { return {uid, 4711, std::move(groups)}; }
 
 /// "rw", "r-": what a peer may do.
-std::string rights(const host::serviceSettings& settings, const Peer& peer)
+std::string rights(const host::serviceSettings& settings, const peerProcess& peer)
 {
-    const Permission permission = Permissions(settings).of(peer);
+    const permissionSet permission = permissionTable(settings).of(peer);
     EXPECT_EQ(permission.read || permission.write, permission.any());
     return std::string(permission.read ? "r" : "-") + (permission.write ? "w" : "-");
 }
@@ -34,14 +34,14 @@ TEST(KestdPermission, RootAndOwnerMayDoEverythingOthersNothing)
     EXPECT_EQ("rw", rights({}, peerOfUser(geteuid())));
     EXPECT_EQ("--", rights({}, peerOfUser(stranger, {club})));
     // nobody vouched for it
-    EXPECT_EQ("--", rights({}, Peer{}));
+    EXPECT_EQ("--", rights({}, peerProcess{}));
 }
 
 TEST(KestdPermission, ByUserAndByGroup)
 {
     const std::string user = std::to_string(stranger);
     const std::string group = std::to_string(club);
-    const Peer peer = peerOfUser(stranger, {5, club});
+    const peerProcess peer = peerOfUser(stranger, {5, club});
     host::serviceSettings settings;
     settings.readUsers = {"1", user};
     EXPECT_EQ("r-", rights(settings, peer));
@@ -65,7 +65,7 @@ TEST(KestdPermission, NamesAreLookedUpAndThoseUnknownTold)
     host::serviceSettings settings;
     settings.readUsers = {"root", "no-such-user"};
     settings.writeGroups = {"root", "no-such-group"};
-    const Permissions permissions(settings);
+    const permissionTable permissions(settings);
     EXPECT_EQ((std::vector<std::string>{"user 'no-such-user'", "group 'no-such-group'"}), permissions.unknown());
     EXPECT_TRUE(permissions.of(peerOfUser(stranger, {0})).write);
     EXPECT_FALSE(permissions.of(peerOfUser(stranger, {0})).read);
@@ -89,9 +89,9 @@ class KestdDispatch : public testing::Test
 {
 protected:
     KestdDispatch() { addDevice("sim:nowhere,L,2C0256,A0"); }
-    [[nodiscard]] frame answerTo(const frame& request, Permission permission, uid_t user = stranger)
+    [[nodiscard]] frame answerTo(const frame& request, permissionSet permission, uid_t user = stranger)
     {
-        return dispatch(request, peerOfUser(user), permission, Devices(settings), m_refusals);
+        return dispatch(request, peerOfUser(user), permission, deviceDirectory(settings), m_refusals);
     }
     /// Adds a row to the device table.
     void addDevice(const std::string& text, std::uint32_t number = 1)
@@ -105,7 +105,7 @@ protected:
 
 private:
     test::OwnConfiguration m_configuration;
-    RefusalLog m_refusals;
+    refusalLog m_refusals;
 };
 
 TEST_F(KestdDispatch, RefusalNamesTheUserAndIsLogged)
@@ -132,9 +132,9 @@ TEST_F(KestdDispatch, RefusalNamesTheUserAndIsLogged)
 
 TEST_F(KestdDispatch, EachTypeNeedsItsRight)
 {
-    const Permission reader{.read = true, .write = false};
-    const Permission writer{.read = false, .write = true};
-    const auto isForbidden = [this](std::uint16_t type, Permission permission) {
+    const permissionSet reader{.read = true, .write = false};
+    const permissionSet writer{.read = false, .write = true};
+    const auto isForbidden = [this](std::uint16_t type, permissionSet permission) {
         return answerTo(transfer(type, 1), permission).returnCode == 0x80001601;
     };
     for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x8001, 0x8003, 0x8004, 0x7FFF}) {
@@ -171,7 +171,7 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
 
 // --------------------------------------------------------------------------------------- devices that may be named
 
-constexpr Permission everything{.read = true, .write = true};
+constexpr permissionSet everything{.read = true, .write = true};
 // refused before any device is opened
 constexpr std::uint32_t noSuchDevice = 0x80001601;
 
@@ -222,19 +222,19 @@ TEST_F(KestdDispatch, PathOfANodeIsItsOwnBus)
 
 TEST_F(KestdDispatch, RawRightAdmitsAnyText)
 {
-    constexpr Permission raw{.read = true, .write = false, .raw = true};
+    constexpr permissionSet raw{.read = true, .write = false, .raw = true};
     EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
     EXPECT_EQ(noSuchDevice,
               // it is no right to write
               answerTo(transfer(0x8002, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
     host::serviceSettings service;
     service.rawUsers = {std::to_string(stranger)};
-    EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger)).raw);
-    EXPECT_FALSE(Permissions(service).of(peerOfUser(stranger)).any());
-    EXPECT_FALSE(Permissions(service).of(peerOfUser(0)).raw);
+    EXPECT_TRUE(permissionTable(service).of(peerOfUser(stranger)).raw);
+    EXPECT_FALSE(permissionTable(service).of(peerOfUser(stranger)).any());
+    EXPECT_FALSE(permissionTable(service).of(peerOfUser(0)).raw);
     service = {};
     service.rawGroups = {std::to_string(club)};
-    EXPECT_TRUE(Permissions(service).of(peerOfUser(stranger, {club})).raw);
+    EXPECT_TRUE(permissionTable(service).of(peerOfUser(stranger, {club})).raw);
 }
 
 TEST_F(KestdDispatch, CopiesAndEmptyTextsNeedADeviceWithNumberZero)

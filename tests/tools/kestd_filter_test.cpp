@@ -89,9 +89,9 @@ protected:
                         std::map<std::string, std::string>{}, runner);
         ASSERT_TRUE(mDaemon->isReady()) << mDaemon->errors();
     }
-    [[nodiscard]] client::Connection connect() const
+    [[nodiscard]] client::serviceConnection connect() const
     {
-        return client::Connection(machine() / "state/kestd.socket", patience);
+        return client::serviceConnection(machine() / "state/kestd.socket", patience);
     }
     [[nodiscard]] struct stat about(const std::string& name) const
     {
@@ -103,7 +103,7 @@ protected:
     /// Every kind of failure, each with its entry in the log; afterwards the service reads as before.
     void failEveryWay()
     {
-        client::Connection connection = connect();
+        client::serviceConnection connection = connect();
         const std::vector<std::uint8_t> data(8, 0x5A);
         for (const FaultRow& fault : faults) {
             std::vector<std::string> words{"sim", "fault", "add"};
@@ -122,7 +122,7 @@ protected:
     void readAndWrite() const
     {
         const std::vector<std::uint8_t> data{0xC0, 0xFF, 0xEE, 0x00, 0x01};
-        client::Connection connection = connect();
+        client::serviceConnection connection = connect();
         for (const char* device : {direct, behindHub}) {
             EXPECT_EQ(outcome::done, connection.writeSeeprom(device, 0x100, data).what) << device;
             EXPECT_EQ(data, connection.readSeeprom(device, 0x100, 5).data) << device;

@@ -7,8 +7,8 @@ namespace
 {
 
 using client::frame;
-using client::FrameAssembler;
-using State = FrameAssembler::State;
+using client::frameAssembler;
+using stage = frameAssembler::stage;
 
 std::vector<std::uint8_t> fromHex(const std::string& text)
 {
@@ -29,11 +29,11 @@ constexpr const char* exampleReply = "00000004 002a8001 42010000 00000000 000000
 
 TEST(KestdFrame, ExamplesOfTheDocumentation)
 {
-    FrameAssembler assembler(1000);
+    frameAssembler assembler(1000);
     const auto bytes = fromHex(exampleRequest);
     EXPECT_EQ(20u + 35, bytes.size());
     EXPECT_EQ(bytes.size(), assembler.feed(bytes));
-    ASSERT_EQ(State::complete, assembler.state());
+    ASSERT_EQ(stage::complete, assembler.state());
     const frame request = assembler.take();
     EXPECT_EQ(42, request.identifier);
     EXPECT_EQ(0x8001, request.type);
@@ -63,11 +63,11 @@ TEST(KestdFrame, CutAtEveryPairOfBytes)
     const auto bytes = fromHex(exampleReply);
     for (std::size_t first = 0; first <= bytes.size(); ++first) {
         for (std::size_t second = first; second <= bytes.size(); ++second) {
-            FrameAssembler assembler(4);
+            frameAssembler assembler(4);
             EXPECT_EQ(first, assembler.feed({bytes.data(), first}));
             EXPECT_EQ(second - first, assembler.feed({bytes.data() + first, second - first}));
             EXPECT_EQ(bytes.size() - second, assembler.feed({bytes.data() + second, bytes.size() - second}));
-            ASSERT_EQ(State::complete, assembler.state());
+            ASSERT_EQ(stage::complete, assembler.state());
             EXPECT_EQ(bytes, client::encodeFrame(assembler.take()));
         }
     }
@@ -77,32 +77,32 @@ TEST(KestdFrame, TakesNothingOfTheNextFrame)
 {
     auto bytes = fromHex(exampleReply);
     bytes.insert(bytes.end(), bytes.begin(), bytes.end());
-    FrameAssembler assembler(4);
+    frameAssembler assembler(4);
     EXPECT_EQ(24u, assembler.feed(bytes));
     EXPECT_EQ(0u, assembler.feed({bytes.data() + 24, 24}));
     (void)assembler.take();
     EXPECT_FALSE(assembler.begun());
     EXPECT_EQ(24u, assembler.feed({bytes.data() + 24, 24}));
-    EXPECT_EQ(State::complete, assembler.state());
+    EXPECT_EQ(stage::complete, assembler.state());
 }
 
 TEST(KestdFrame, WithoutPayload)
 {
-    FrameAssembler assembler(0);
+    frameAssembler assembler(0);
     EXPECT_EQ(19u, assembler.feed(fromHex("00000000 00018004 00010000 00000000 000000")));
-    EXPECT_EQ(State::incomplete, assembler.state());
+    EXPECT_EQ(stage::incomplete, assembler.state());
     EXPECT_TRUE(assembler.begun());
     EXPECT_EQ(1u, assembler.feed(fromHex("00")));
-    EXPECT_EQ(State::complete, assembler.state());
+    EXPECT_EQ(stage::complete, assembler.state());
     EXPECT_TRUE(assembler.take().payload.empty());
 }
 
 TEST(KestdFrame, OverTheLimitIsKnownFromTheHeaderAlone)
 {
     for (const char* size : {"00000005", "7fffffff", "80000000", "ffffffff"}) {
-        FrameAssembler assembler(4);
+        frameAssembler assembler(4);
         EXPECT_EQ(20u, assembler.feed(fromHex(size + std::string("00078001 00010000 00000000 00000000 4b455354 4b"))));
-        EXPECT_EQ(State::tooLong, assembler.state()) << size;
+        EXPECT_EQ(stage::tooLong, assembler.state()) << size;
         const frame head = assembler.take();
         EXPECT_EQ(7, head.identifier);
         EXPECT_TRUE(head.payload.empty());
@@ -115,9 +115,9 @@ TEST(KestdFrame, OtherProtocols)
          {"47455420 2f204854 54502f31 2e310d0a 486f7374", // "GET / HTTP/1.1"
           "00000004 00018001 00000000 00000000 00000000", "00000004 00018001 00020000 00000000 00000000",
           "00000004 00018001 00010100 00000000 00000000", "00000004 00018001 00010001 00000000 00000000"}) {
-        FrameAssembler assembler(1000);
+        frameAssembler assembler(1000);
         (void)assembler.feed(fromHex(bytes));
-        EXPECT_EQ(State::foreign, assembler.state()) << bytes;
+        EXPECT_EQ(stage::foreign, assembler.state()) << bytes;
     }
 }
 

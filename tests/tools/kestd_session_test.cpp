@@ -20,8 +20,8 @@ protected:
         EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
         client = ends[0];
         asio::local::stream_protocol::socket socket(m_context, asio::local::stream_protocol(), ends[1]);
-        session = std::make_shared<Session>(m_service, std::move(socket), Peer{geteuid(), getpid(), {}},
-                                            m_places.take(geteuid(), false, {1, 1}));
+        session = std::make_shared<clientSession>(m_service, std::move(socket), peerProcess{geteuid(), getpid(), {}},
+                                                  m_places.take(geteuid(), false, {1, 1}));
     }
     ~KestdSession() override { close(client); }
 
@@ -34,13 +34,13 @@ protected:
 
 private:
     test::OwnConfiguration m_configuration;
-    Places m_places;
-    Service m_service;
+    clientPlaces m_places;
+    messageService m_service;
     asio::io_context m_context;
 
 protected:
     int client = -1;
-    std::shared_ptr<Session> session;
+    std::shared_ptr<clientSession> session;
 };
 
 constexpr std::int64_t limitMs = 300'000;

@@ -101,9 +101,9 @@ public:
     /// The next frame; nothing when the service hung up, or time is up.
     std::optional<client::frame> receive()
     {
-        using State = client::FrameAssembler::State;
+        using stage = client::frameAssembler::stage;
         const auto until = std::chrono::steady_clock::now() + patience;
-        while (m_assembler.state() == State::incomplete) {
+        while (m_assembler.state() == stage::incomplete) {
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();
             pollfd wait{m_descriptor, POLLIN, 0};
@@ -120,7 +120,7 @@ public:
             }
             m_at += m_assembler.feed(std::span(m_input).subspan(m_at));
         }
-        EXPECT_EQ(State::complete, m_assembler.state());
+        EXPECT_EQ(stage::complete, m_assembler.state());
         return m_assembler.take();
     }
 
@@ -136,7 +136,7 @@ public:
 private:
     int m_descriptor = -1;
     bool m_connected = false;
-    client::FrameAssembler m_assembler{1 << 20};
+    client::frameAssembler m_assembler{1 << 20};
     std::vector<std::uint8_t> m_input;
     std::size_t m_at = 0;
 };
@@ -391,9 +391,9 @@ protected:
     }
     Daemon& daemon() { return *m_daemon; }
 
-    [[nodiscard]] client::Connection connect(std::chrono::milliseconds timeout = patience) const
+    [[nodiscard]] client::serviceConnection connect(std::chrono::milliseconds timeout = patience) const
     {
-        return client::Connection(socketPath(), timeout);
+        return client::serviceConnection(socketPath(), timeout);
     }
 
     [[nodiscard]] std::vector<std::uint8_t> part(std::size_t offset, std::size_t length) const

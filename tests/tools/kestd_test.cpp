@@ -30,7 +30,7 @@ using client::outcome;
 TEST_F(KestdTest, ReadsTheCopy)
 {
     start();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     for (const std::size_t length : {1u, 2u, 255u, 256u, 4096u, 65535u, 65536u}) {
         const answer got = connection.readSeeprom(someLocation, 0, static_cast<std::uint32_t>(length));
         ASSERT_EQ(outcome::done, got.what) << got.message;
@@ -47,7 +47,7 @@ TEST_F(KestdTest, ReadsTheCopy)
 TEST_F(KestdTest, WritesTheCopy)
 {
     start();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     const answer got = connection.writeSeeprom(someLocation, 7, std::vector<std::uint8_t>{0xAA, 0xBB, 0xCC});
     EXPECT_EQ(outcome::done, got.what) << got.message;
     EXPECT_EQ(0x41, got.flags);
@@ -61,7 +61,7 @@ TEST_F(KestdTest, WritesTheCopy)
 TEST_F(KestdTest, FailedWriteHasItsFlagsAndItsEntry)
 {
     start();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     const answer got = connection.writeSeeprom(someLocation, 65530, std::vector<std::uint8_t>(7));
     EXPECT_EQ(outcome::failed, got.what);
     EXPECT_EQ(0x41, got.flags);
@@ -75,7 +75,7 @@ TEST_F(KestdTest, LocationOfADeviceNumber)
     configure("", "FileMode",
               "[[device]]\nnumber = 17\nposition = 2\nlocation = \"sim:planar,L,2C0256,A0\"\nname = \"vpd\"\n");
     start();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     const answer got = connection.location(17, 2);
     ASSERT_EQ(outcome::done, got.what) << got.message;
     EXPECT_EQ("sim:planar,L,2C0256,A0", std::string(got.data.begin(), got.data.end()));
@@ -88,7 +88,7 @@ TEST_F(KestdTest, LocationOfADeviceNumber)
 TEST_F(KestdTest, WhatTheLibraryRefusesComesBackWithItsEntry)
 {
     start();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     for (const std::uint16_t type : std::initializer_list<std::uint16_t>{0x0000, 0x7FFF, 0x8000, 0x8005, 0xFFFF}) {
         const answer got = connection.request(type, {});
         EXPECT_EQ(outcome::failed, got.what);
@@ -169,7 +169,7 @@ TEST_F(KestdMachine, RawUsersNameAnyDevice)
 TEST_F(KestdMachine, ReadPastTheEndOfADeviceIsRefused)
 {
     serveMachine();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     const answer got = connection.readSeeprom("sim:planar,L,1C0002,A4", 250, 16);
     EXPECT_EQ(outcome::refused, got.what);
     EXPECT_EQ(0x80001607u, got.returnCode);
@@ -289,7 +289,7 @@ TEST_F(KestdTest, ReplyOfMoreThan65536BytesIsReplaced)
 TEST_F(KestdTest, LengthZeroReadsTheRestOfTheCopy)
 {
     start();
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     EXPECT_EQ(contents, connection.readSeeprom(someLocation, 0, 0).data);
     EXPECT_EQ(part(65530, 6), connection.readSeeprom(someLocation, 65530, 0).data);
     EXPECT_EQ(0x80001305u, connection.readSeeprom(someLocation, 65536, 0).returnCode);
@@ -418,7 +418,7 @@ protected:
     [[nodiscard]] int rightsOfNobody() const
     {
         return asNobody([this] {
-            client::Connection connection = connect();
+            client::serviceConnection connection = connect();
             const answer read = connection.readSeeprom(someLocation, 0, 4);
             const answer write = connection.writeSeeprom(someLocation, 0, std::vector<std::uint8_t>{1});
             const auto verdict = [](const answer& got) {
@@ -497,7 +497,7 @@ TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
         EXPECT_TRUE(daemon().reload());
     };
     const auto client = [&](const PauseFunction& pause) {
-        client::Connection connection = connect();
+        client::serviceConnection connection = connect();
         const bool refused = connection.readSeeprom(someLocation, 0, 4).what == outcome::refused;
         return refused && pause() && connection.readSeeprom(someLocation, 0, 4) ? 0 : 1;
     };
@@ -510,7 +510,7 @@ TEST_F(KestdPermissions, StrangersHaveASmallShare)
     configure("max_clients = 16");
     start();
     EXPECT_EQ(0, asNobody([&] {
-                  client::Connection connection = connect();
+                  client::serviceConnection connection = connect();
                   int entries = 0;
                   for (int number = 0; number < 100; ++number) {
                       entries += connection.readSeeprom(someLocation, 0, 4).logId != 0 ? 1 : 0;
@@ -522,7 +522,7 @@ TEST_F(KestdPermissions, StrangersHaveASmallShare)
                   bool both = false;
                   bool more = true;
                   for (int attempt = 0; attempt < 1000 && (!both || more); ++attempt) {
-                      client::Connection first = connect(), second = connect(), third = connect();
+                      client::serviceConnection first = connect(), second = connect(), third = connect();
                       both = first.location(1, 0).returnCode == 0x80001601 &&
                              second.location(1, 0).returnCode == 0x80001601;
                       more = third.location(1, 0).returnCode != 0x80001605;
@@ -702,7 +702,7 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     std::vector<std::thread> threads;
     for (int number = 0; number < 100; ++number) {
         threads.emplace_back([this, &good, number] {
-            client::Connection connection = connect();
+            client::serviceConnection connection = connect();
             for (std::uint32_t round = 0; round < 20; ++round) {
                 const std::uint32_t offset = static_cast<std::uint32_t>(number) * 17 + round;
                 const answer got = connection.readSeeprom(someLocation, offset, 256);
@@ -826,7 +826,7 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
     std::vector<std::thread> slow;
     for (int number = 0; number < 12; ++number) {
         slow.emplace_back([&, number] {
-            client::Connection connection = connect();
+            client::serviceConnection connection = connect();
             while (!stop) {
                 // done or not: the chip is busy with the others' write cycles most of the time
                 static_cast<void>(connection.writeSeeprom("sim:planar,L,2C0512,A6",
@@ -839,7 +839,7 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
     while (writing < 3) {
         std::this_thread::yield();
     }
-    client::Connection connection = connect();
+    client::serviceConnection connection = connect();
     const int before = writing;
     for (int number = 0; number < 200; ++number) {
         ASSERT_TRUE(connection.location(17, 0));
@@ -986,7 +986,7 @@ TEST_F(KestdTest, SocketGivenAtTheCommandLine)
     Daemon daemon(folder(), {"--config", (folder() / "kest.toml").string(), "--socket",
                              (folder() / "deep/er/other.socket").string()});
     ASSERT_TRUE(daemon.isReady());
-    client::Connection connection(folder() / "deep/er/other.socket");
+    client::serviceConnection connection(folder() / "deep/er/other.socket");
     EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
     struct stat status {
     };
@@ -1004,7 +1004,7 @@ TEST_F(KestdTest, SocketHandedOver)
     start(listening);
     close(listening);
     EXPECT_EQ(part(0, 4), early.receive()->payload);
-    client::Connection connection(folder() / "handed.socket");
+    client::serviceConnection connection(folder() / "handed.socket");
     EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
     EXPECT_EQ(0, daemon().stop());
     // it belongs to whoever made it

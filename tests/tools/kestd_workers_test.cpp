@@ -12,6 +12,7 @@
 
 #include "tests/tools/kestd_support.h"
 #include "tools/kestd/places.h"
+#include "tools/kestd/workers.h"
 
 namespace kest::service
 {
@@ -23,10 +24,11 @@ using test::patience;
 class KestdWorkers : public testing::Test
 {
 protected:
-    class Task : public Job
+    class Task : public serviceJob
     {
     public:
-        Task(std::shared_ptr<Share> share, std::function<void()> body) : Job(std::move(share)), m_body(std::move(body))
+        Task(std::shared_ptr<jobShare> share, std::function<void()> body)
+            : serviceJob(std::move(share)), m_body(std::move(body))
         {
         }
         void run() override { m_body(); }
@@ -35,9 +37,9 @@ protected:
         std::function<void()> m_body;
     };
 
-    explicit KestdWorkers(const Workers::Options& options = {}) : m_workers(m_context, options) {}
+    explicit KestdWorkers(const workerPool::tuning& options = {}) : m_workers(m_context, options) {}
 
-    void submit(const std::shared_ptr<Share>& owner, std::function<void()> body)
+    void submit(const std::shared_ptr<jobShare>& owner, std::function<void()> body)
     {
         m_workers.submit(std::make_shared<Task>(owner, std::move(body)));
     }
@@ -72,15 +74,15 @@ protected:
         return m_done;
     }
 
-    const std::shared_ptr<Share> alice = std::make_shared<Share>();
-    const std::shared_ptr<Share> bob = std::make_shared<Share>();
-    Workers& workers() { return m_workers; }
+    const std::shared_ptr<jobShare> alice = std::make_shared<jobShare>();
+    const std::shared_ptr<jobShare> bob = std::make_shared<jobShare>();
+    workerPool& workers() { return m_workers; }
     asio::io_context& context() { return m_context; }
 
 private:
     asio::io_context m_context;
     asio::executor_work_guard<asio::io_context::executor_type> m_work = asio::make_work_guard(m_context);
-    Workers m_workers;
+    workerPool m_workers;
     std::mutex m_lock;
     std::condition_variable m_noted;
     std::string m_done;
@@ -164,11 +166,11 @@ protected:
     }
 
     /// A connection whose requests take so long each, and that has another one as long as it is told to go on.
-    class Connection : public Job, public std::enable_shared_from_this<Connection>
+    class Connection : public serviceJob, public std::enable_shared_from_this<Connection>
     {
     public:
         Connection(KestdShares& test, char name, std::int64_t costNs, std::function<bool()> goesOn)
-            : Job(test.alice), m_test(test), m_name(name), m_costNs(costNs), m_goesOn(std::move(goesOn))
+            : serviceJob(test.alice), m_test(test), m_name(name), m_costNs(costNs), m_goesOn(std::move(goesOn))
         {
         }
         void run() override
@@ -335,35 +337,35 @@ TEST_F(KestdShares, NoMoreJobsAreInWorkThanThreadsAreAllowed)
 
 TEST(KestdPlaces, EachUserHasAShare)
 {
-    constexpr Places::Limits limits{.all = 5, .eachOwner = 2};
-    Places places;
-    const Place first = places.take(1000, false, limits);
-    const Place second = places.take(1000, false, limits);
+    constexpr clientPlaces::placeLimits limits{.all = 5, .eachOwner = 2};
+    clientPlaces places;
+    const clientPlace first = places.take(1000, false, limits);
+    const clientPlace second = places.take(1000, false, limits);
     EXPECT_TRUE(first && second);
     EXPECT_EQ(first.share(), second.share());
     EXPECT_FALSE(places.take(1000, false, limits));
-    const Place root = places.take(0, false, limits);
+    const clientPlace root = places.take(0, false, limits);
     EXPECT_TRUE(root);
     EXPECT_NE(first.share(), root.share());
 }
 
 TEST(KestdPlaces, NobodyHasOneWhenAllAreTaken)
 {
-    constexpr Places::Limits limits{.all = 2, .eachOwner = 2};
-    Places places;
-    const Place first = places.take(1, false, limits);
-    const Place second = places.take(2, false, limits);
+    constexpr clientPlaces::placeLimits limits{.all = 2, .eachOwner = 2};
+    clientPlaces places;
+    const clientPlace first = places.take(1, false, limits);
+    const clientPlace second = places.take(2, false, limits);
     EXPECT_TRUE(first && second);
     EXPECT_FALSE(places.take(3, false, limits));
 }
 
 TEST(KestdPlaces, PlaceIsGivenBack)
 {
-    constexpr Places::Limits limits{.all = 1, .eachOwner = 1};
-    Places places;
+    constexpr clientPlaces::placeLimits limits{.all = 1, .eachOwner = 1};
+    clientPlaces places;
     {
-        Place first = places.take(1, false, limits);
-        const Place moved(std::move(first));
+        clientPlace first = places.take(1, false, limits);
+        const clientPlace moved(std::move(first));
         EXPECT_TRUE(moved);
         EXPECT_FALSE(places.take(1, false, limits));
     }
@@ -373,10 +375,10 @@ TEST(KestdPlaces, PlaceIsGivenBack)
 
 TEST(KestdPlaces, AllStrangersTogetherHaveOnePlaceInEight)
 {
-    constexpr Places::Limits limits{.all = 16, .eachOwner = 8};
-    Places places;
-    const Place first = places.take(1, true, limits);
-    const Place second = places.take(2, true, limits);
+    constexpr clientPlaces::placeLimits limits{.all = 16, .eachOwner = 8};
+    clientPlaces places;
+    const clientPlace first = places.take(1, true, limits);
+    const clientPlace second = places.take(2, true, limits);
     EXPECT_TRUE(first && second);
     EXPECT_EQ(first.share(), second.share());
     EXPECT_FALSE(places.take(3, true, limits));

@@ -89,7 +89,7 @@ answer understand(frame reply, std::uint16_t type)
 
 } // namespace
 
-Connection::Connection(const std::filesystem::path& socket, std::chrono::milliseconds timeout)
+serviceConnection::serviceConnection(const std::filesystem::path& socket, std::chrono::milliseconds timeout)
     : m_timeout(timeout), m_socket(socket.string())
 {
     sockaddr_un address{};
@@ -119,20 +119,20 @@ Connection::Connection(const std::filesystem::path& socket, std::chrono::millise
     }
 }
 
-Connection::Connection(Connection&& other) noexcept
+serviceConnection::serviceConnection(serviceConnection&& other) noexcept
     : m_descriptor(std::exchange(other.m_descriptor, -1)), m_identifier(other.m_identifier), m_timeout(other.m_timeout),
       m_socket(std::move(other.m_socket)), m_error(std::move(other.m_error)), m_systemError(other.m_systemError)
 {
 }
 
-Connection::~Connection()
+serviceConnection::~serviceConnection()
 {
     if (m_descriptor >= 0) {
         close(m_descriptor);
     }
 }
 
-answer Connection::fail(outcome what, std::string message)
+answer serviceConnection::fail(outcome what, std::string message)
 {
     // what follows on it could not be told apart from this request's reply
     if (m_descriptor >= 0) {
@@ -146,7 +146,7 @@ answer Connection::fail(outcome what, std::string message)
     return result;
 }
 
-bool Connection::wait(short events, deadline until)
+bool serviceConnection::wait(short events, deadline until)
 {
     for (;;) {
         const auto left =
@@ -159,7 +159,7 @@ bool Connection::wait(short events, deadline until)
     }
 }
 
-bool Connection::send(std::span<const std::uint8_t> bytes, deadline until, answer& result)
+bool serviceConnection::send(std::span<const std::uint8_t> bytes, deadline until, answer& result)
 {
     while (!bytes.empty()) {
         const ssize_t sent = ::send(m_descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -181,15 +181,15 @@ bool Connection::send(std::span<const std::uint8_t> bytes, deadline until, answe
     return true;
 }
 
-bool Connection::receive(frame& reply, deadline until, answer& result)
+bool serviceConnection::receive(frame& reply, deadline until, answer& result)
 {
-    FrameAssembler assembler(replyBytesMax);
+    frameAssembler assembler(replyBytesMax);
     std::uint8_t buffer[receiveBytesAtOnce];
-    while (assembler.state() == FrameAssembler::State::incomplete) {
+    while (assembler.state() == frameAssembler::stage::incomplete) {
         const ssize_t got = recv(m_descriptor, buffer, sizeof buffer, MSG_DONTWAIT);
         if (got > 0) {
             const std::span<const std::uint8_t> bytes(buffer, static_cast<std::size_t>(got));
-            if (assembler.feed(bytes) != bytes.size() && assembler.state() == FrameAssembler::State::complete) {
+            if (assembler.feed(bytes) != bytes.size() && assembler.state() == frameAssembler::stage::complete) {
                 result = fail(outcome::malformed, m_socket + ": more came than a reply");
                 return false;
             }
@@ -207,7 +207,7 @@ bool Connection::receive(frame& reply, deadline until, answer& result)
             return false;
         }
     }
-    const bool whole = assembler.state() == FrameAssembler::State::complete;
+    const bool whole = assembler.state() == frameAssembler::stage::complete;
     reply = assembler.take();
     if (!whole) {
         result = fail(outcome::malformed, m_socket + ": what came is no reply");
@@ -215,7 +215,7 @@ bool Connection::receive(frame& reply, deadline until, answer& result)
     return whole;
 }
 
-answer Connection::request(std::uint16_t type, std::vector<std::uint8_t> payload)
+answer serviceConnection::request(std::uint16_t type, std::vector<std::uint8_t> payload)
 {
     answer result;
     if (!connected()) {
@@ -242,7 +242,7 @@ answer Connection::request(std::uint16_t type, std::vector<std::uint8_t> payload
     return result;
 }
 
-answer Connection::readSeeprom(const std::string& location, std::uint32_t offset, std::uint32_t length)
+answer serviceConnection::readSeeprom(const std::string& location, std::uint32_t offset, std::uint32_t length)
 {
     answer result;
     if (!isLocation(location) || length > maximumDataBytes) {
@@ -254,7 +254,8 @@ answer Connection::readSeeprom(const std::string& location, std::uint32_t offset
     return result;
 }
 
-answer Connection::writeSeeprom(const std::string& location, std::uint32_t offset, std::span<const std::uint8_t> data)
+answer serviceConnection::writeSeeprom(const std::string& location, std::uint32_t offset,
+                                       std::span<const std::uint8_t> data)
 {
     answer result;
     if (!isLocation(location) || data.size() > maximumDataBytes) {
@@ -269,7 +270,7 @@ answer Connection::writeSeeprom(const std::string& location, std::uint32_t offse
     return result;
 }
 
-answer Connection::location(std::uint32_t number, std::uint32_t position)
+answer serviceConnection::location(std::uint32_t number, std::uint32_t position)
 {
     // host byte order
     const std::uint32_t words[] = {number, position};

@@ -39,18 +39,18 @@ struct answer {
 
 /// A connection. One request at a time; not for several threads at once. After `timedOut`, `closed` and `malformed` it
 /// is closed, and every further request is `unreachable`.
-class Connection
+class serviceConnection
 {
 public:
     /// Connects; a failure shows in connected() and in every request.
     /// @param timeout  longest wait for the connection and for each whole reply
-    explicit Connection(const std::filesystem::path& socket,
-                        std::chrono::milliseconds timeout = std::chrono::seconds(60));
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-    Connection(Connection&& other) noexcept;
-    Connection& operator=(Connection&&) = delete;
-    ~Connection();
+    explicit serviceConnection(const std::filesystem::path& socket,
+                               std::chrono::milliseconds timeout = std::chrono::seconds(60));
+    serviceConnection(const serviceConnection&) = delete;
+    serviceConnection& operator=(const serviceConnection&) = delete;
+    serviceConnection(serviceConnection&& other) noexcept;
+    serviceConnection& operator=(serviceConnection&&) = delete;
+    ~serviceConnection();
 
     [[nodiscard]] bool connected() const { return m_descriptor >= 0; }
     [[nodiscard]] const std::string& error() const { return m_error; } ///< why not

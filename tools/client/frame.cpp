@@ -46,10 +46,10 @@ std::vector<std::uint8_t> encodeFrame(const frame& message)
     return bytes;
 }
 
-std::size_t FrameAssembler::feed(std::span<const std::uint8_t> bytes)
+std::size_t frameAssembler::feed(std::span<const std::uint8_t> bytes)
 {
     std::size_t used = 0;
-    if (m_state == State::incomplete && m_headerBytes < m_header.size()) {
+    if (m_state == stage::incomplete && m_headerBytes < m_header.size()) {
         used = std::min(bytes.size(), m_header.size() - m_headerBytes);
         std::copy_n(bytes.begin(), used, m_header.begin() + static_cast<std::ptrdiff_t>(m_headerBytes));
         m_headerBytes += used;
@@ -57,16 +57,16 @@ std::size_t FrameAssembler::feed(std::span<const std::uint8_t> bytes)
             parseHeader();
         }
     }
-    if (m_state == State::incomplete && m_headerBytes == m_header.size()) {
+    if (m_state == stage::incomplete && m_headerBytes == m_header.size()) {
         const auto piece = bytes.subspan(used, std::min(bytes.size() - used, m_payloadBytes - m_frame.payload.size()));
         m_frame.payload.insert(m_frame.payload.end(), piece.begin(), piece.end());
         used += piece.size();
-        m_state = m_frame.payload.size() == m_payloadBytes ? State::complete : State::incomplete;
+        m_state = m_frame.payload.size() == m_payloadBytes ? stage::complete : stage::incomplete;
     }
     return used;
 }
 
-void FrameAssembler::parseHeader()
+void frameAssembler::parseHeader()
 {
     m_payloadBytes = get(&m_header[sizeAt], 4);
     m_frame.identifier = static_cast<std::uint16_t>(get(&m_header[identifierAt], 2));
@@ -75,16 +75,16 @@ void FrameAssembler::parseHeader()
     m_frame.returnCode = get(&m_header[returnCodeAt], 4);
     m_frame.logId = get(&m_header[logIdAt], 4);
     if (m_header[versionAt] != protocolVersion || get(&m_header[reservedAt], 2) != 0) {
-        m_state = State::foreign;
+        m_state = stage::foreign;
     } else if (m_payloadBytes > m_limit) {
-        m_state = State::tooLong;
+        m_state = stage::tooLong;
     }
 }
 
-frame FrameAssembler::take()
+frame frameAssembler::take()
 {
     frame taken = std::exchange(m_frame, {});
-    m_state = State::incomplete;
+    m_state = stage::incomplete;
     m_headerBytes = 0;
     return taken;
 }

@@ -56,24 +56,24 @@ struct frame {
 
 /// Puts frames together from bytes as they come, in pieces of any size. Holds one frame's payload at most, and of a
 /// payload no more than has come.
-class FrameAssembler
+class frameAssembler
 {
 public:
-    enum class State : std::uint8_t {
+    enum class stage : std::uint8_t {
         incomplete,
         complete, ///< take it
         foreign, ///< not this protocol
         tooLong, ///< its payload passes the limit
     };
 
-    explicit FrameAssembler(std::uint32_t payloadLimit) : m_limit(payloadLimit) {}
+    explicit frameAssembler(std::uint32_t payloadLimit) : m_limit(payloadLimit) {}
 
     void setLimit(std::uint32_t payloadLimit) { m_limit = payloadLimit; }
 
     /// Takes bytes up to the end of the frame. @return how many; none unless the state is `incomplete`
     std::size_t feed(std::span<const std::uint8_t> bytes);
 
-    [[nodiscard]] State state() const { return m_state; }
+    [[nodiscard]] stage state() const { return m_state; }
     /// Whether some bytes of a frame are there.
     [[nodiscard]] bool begun() const { return m_headerBytes > 0; }
     /// The frame; its head alone when the state is `foreign` or `tooLong`. Begins anew.
@@ -83,7 +83,7 @@ private:
     void parseHeader();
 
     std::uint32_t m_limit;
-    State m_state = State::incomplete;
+    stage m_state = stage::incomplete;
     std::size_t m_headerBytes = 0;
     std::array<std::uint8_t, frameHeaderBytes> m_header{};
     std::uint32_t m_payloadBytes = 0;

@@ -133,12 +133,12 @@ void guardHubRead(const device& which, bool force)
                stderr);
 }
 
-client::Connection connect(const messageOptions& options)
+client::serviceConnection connect(const messageOptions& options)
 {
     const auto seconds = parseSeconds(options.timeout, "timeout");
-    return client::Connection(options.socket.empty() ? host::currentConfiguration().service.socket
-                                                     : std::filesystem::path(options.socket),
-                              std::chrono::milliseconds(seconds / 1000000));
+    return client::serviceConnection(options.socket.empty() ? host::currentConfiguration().service.socket
+                                                            : std::filesystem::path(options.socket),
+                                     std::chrono::milliseconds(seconds / 1000000));
 }
 
 /// Requests name no device number: copy 0 serves all of them, which surprises whoever expects the device's own.
@@ -194,7 +194,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
     const byteRange range = rangeOf(chip, options);
     guardHubRead(which, options.force);
     warnUnlessHardware();
-    client::Connection service = connect(options);
+    client::serviceConnection service = connect(options);
     client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
     throwAnswer(answer, which, readStep);
     requireWhole(answer, which, range);
@@ -237,7 +237,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);
-    client::Connection service = connect(options);
+    client::serviceConnection service = connect(options);
     const client::answer answer = service.writeSeeprom(which.text, range.offset, bytes);
     throwAnswer(answer, which, "write by message");
     if (shared.json) {
@@ -257,7 +257,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
 int runMessageLocation(const context& shared, const messageOptions& options)
 {
     const auto number = static_cast<std::uint32_t>(parseNumber(options.device, "device number", 0xFFFFFFFF));
-    client::Connection service = connect(options);
+    client::serviceConnection service = connect(options);
     const client::answer answer = service.location(number, options.position);
     device asked;
     asked.label = options.device;

@@ -13,31 +13,31 @@ namespace
 {
 
 /// The library settles its read mode by the same words.
-Source sourceOf(const host::configuration& settings)
+byteSource sourceOf(const host::configuration& settings)
 {
     const auto mode = settings.registry.find("tavo/ReadMode");
     if (mode == settings.registry.end()) {
-        return Source::hardware;
+        return byteSource::hardware;
     }
-    return mode->second.starts_with("FileMode")    ? Source::copy
-           : mode->second.starts_with("MixedMode") ? Source::mixed
-                                                   : Source::hardware;
+    return mode->second.starts_with("FileMode")    ? byteSource::copy
+           : mode->second.starts_with("MixedMode") ? byteSource::mixed
+                                                   : byteSource::hardware;
 }
 
 } // namespace
 
-Devices::Devices(const host::configuration& settings)
+deviceDirectory::deviceDirectory(const host::configuration& settings)
     : m_nodes(settings.nodes), m_source(sourceOf(settings)),
       m_hasNumberZero(std::ranges::find(settings.devices, 0U, &host::deviceEntry::number) != settings.devices.end())
 {
     for (const host::deviceEntry& device : settings.devices) {
         if (auto named = understand(device.location)) {
-            m_rows.try_emplace(std::move(named->place), Row{device.location, named->bytes});
+            m_rows.try_emplace(std::move(named->place), tableRow{device.location, named->bytes});
         }
     }
 }
 
-std::optional<NamedDevice> Devices::understand(const std::string& text) const
+std::optional<namedDevice> deviceDirectory::understand(const std::string& text) const
 {
     tools::device device;
     host::iic::devicePath path;
@@ -57,7 +57,7 @@ std::optional<NamedDevice> Devices::understand(const std::string& text) const
             return std::nullopt;
         }
     }
-    NamedDevice named;
+    namedDevice named;
     named.place = path.simulated ? fmt::format("sim\n{}\n{}", node.simNode, path.busName)
                                  : fmt::format("{}/dev/i2c-{}", node.pathPrefix, path.number);
     for (const tools::deviceLink& link : device.links) {
@@ -68,7 +68,7 @@ std::optional<NamedDevice> Devices::understand(const std::string& text) const
     return named;
 }
 
-const Devices::Row* Devices::find(const std::string& text) const
+const deviceDirectory::tableRow* deviceDirectory::find(const std::string& text) const
 {
     const auto named = understand(text);
     const auto found = named ? m_rows.find(named->place) : m_rows.end();

@@ -13,42 +13,42 @@ namespace kest::service
 {
 
 /// Where the library serves requests from.
-enum class Source : std::uint8_t {
+enum class byteSource : std::uint8_t {
     hardware,
     mixed, ///< copy 0 if there is one, else the hardware
     copy
 };
 
 /// A device that a text names, understood as far as it matters here.
-struct NamedDevice {
+struct namedDevice {
     std::string
         place; ///< bus after node mapping, types, addresses and ports: two texts of one device have it in common
     std::uint32_t bytes = 0; ///< as many as the type holds; 0 for types that are not read like a SEEPROM
 };
 
 /// The device table and read mode of a configuration. Not changed once it is made.
-class Devices
+class deviceDirectory
 {
 public:
-    explicit Devices(const host::configuration& settings);
+    explicit deviceDirectory(const host::configuration& settings);
 
-    struct Row {
+    struct tableRow {
         std::string text; ///< as the table has it
         std::uint32_t bytes = 0;
     };
     /// @return the row of the table that has the device of `text` with the same types all along the chain; null when
     /// none has
-    [[nodiscard]] const Row* find(const std::string& text) const;
+    [[nodiscard]] const tableRow* find(const std::string& text) const;
     /// @return nothing when the text is none of a device, or of a node that is not mapped
-    [[nodiscard]] std::optional<NamedDevice> understand(const std::string& text) const;
+    [[nodiscard]] std::optional<namedDevice> understand(const std::string& text) const;
 
     [[nodiscard]] bool hasNumberZero() const { return m_hasNumberZero; }
-    [[nodiscard]] Source source() const { return m_source; }
+    [[nodiscard]] byteSource source() const { return m_source; }
 
 private:
     std::array<host::nodeMapping, 8> m_nodes;
-    std::map<std::string, Row> m_rows; ///< by place
-    Source m_source = Source::hardware;
+    std::map<std::string, tableRow> m_rows; ///< by place
+    byteSource m_source = byteSource::hardware;
     bool m_hasNumberZero = false;
 };
 

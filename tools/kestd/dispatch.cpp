@@ -79,10 +79,10 @@ frame withLocation(const frame& request, std::size_t replaced, const std::string
 }
 
 /// Whether a request is a read of all there is, which of a copy may be far more than a reply holds.
-bool isUnbounded(const frame& request, Source source)
+bool isUnbounded(const frame& request, byteSource source)
 {
     return request.type == client::typeRead && request.payload.size() >= lengthAt + sizeof(std::uint32_t) &&
-           wantedLength(request) == 0 && source != Source::hardware;
+           wantedLength(request) == 0 && source != byteSource::hardware;
 }
 
 /// The read of one byte more than a reply holds: that is enough to tell that it does not fit, and all that is ever
@@ -98,23 +98,23 @@ frame bounded(const frame& request)
 
 /// Whether a transfer passes the end of a device of `bytes` bytes, where the chip would go on at its beginning. A copy
 /// has an end of its own, and its length is not the device's.
-bool passesTheEnd(const frame& request, std::uint32_t bytes, Source source)
+bool passesTheEnd(const frame& request, std::uint32_t bytes, byteSource source)
 {
     std::uint32_t offset = 0;
     // host byte order
     std::memcpy(&offset, request.payload.data(), sizeof offset);
     const std::uint32_t length = wantedLength(request);
     const std::uint32_t wanted = length == 0 && request.type == client::typeRead ? bytes : length;
-    return source != Source::copy && bytes != 0 && (wanted > bytes || offset > bytes - wanted);
+    return source != byteSource::copy && bytes != 0 && (wanted > bytes || offset > bytes - wanted);
 }
 
-bool isPermitted(const frame& request, Permission permission)
+bool isPermitted(const frame& request, permissionSet permission)
 {
     return request.type == client::typeWrite ? permission.write : permission.read;
 }
 
-frame refuseAndLog(const frame& request, std::uint32_t code, const Peer& peer, const std::string& text,
-                   RefusalLog& refusals)
+frame refuseAndLog(const frame& request, std::uint32_t code, const peerProcess& peer, const std::string& text,
+                   refusalLog& refusals)
 {
     return refusal(request, code, refusals.add(code, peer, request.type, wantedLength(request), text), text);
 }
@@ -151,7 +151,8 @@ frame serve(const frame& request)
 
 /// Serves a read or write whose device may be named.
 /// @param bytes  of the device, 0 when that is not known
-frame serveTransfer(const frame& request, std::uint32_t bytes, Source source, const Peer& peer, RefusalLog& refusals)
+frame serveTransfer(const frame& request, std::uint32_t bytes, byteSource source, const peerProcess& peer,
+                    refusalLog& refusals)
 {
     if (passesTheEnd(request, bytes, source)) {
         return refuseAndLog(request, client::codePastTheEnd, peer,
@@ -162,7 +163,7 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, Source source, co
     }
     frame reply = serve(request);
     const std::uint32_t wanted = wantedLength(request);
-    if (source == Source::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
+    if (source == byteSource::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
         reply.payload.size() > wanted) {
         // without a copy the device was read on, past its end to where the read began
         reply.payload.resize(wanted);
@@ -171,17 +172,17 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, Source source, co
 }
 
 /// Serves a read or write of a device that the table has, with the table's own text; refuses all others.
-frame serveTableDevice(const frame& request, const std::string& location, const Devices& devices, const Peer& peer,
-                       RefusalLog& refusals)
+frame serveTableDevice(const frame& request, const std::string& location, const deviceDirectory& devices,
+                       const peerProcess& peer, refusalLog& refusals)
 {
     const auto refuse = [&](const std::string& why) {
         return refuseAndLog(request, client::codeForbidden, peer, why, refusals);
     };
-    const Devices::Row* const row = location.empty() ? nullptr : devices.find(location);
+    const deviceDirectory::tableRow* const row = location.empty() ? nullptr : devices.find(location);
     if (row == nullptr && !location.empty()) {
         return refuse(fmt::format("'{}' is no device of the device table", tools::escaped(location)));
     }
-    if ((row == nullptr || devices.source() != Source::hardware) && !devices.hasNumberZero()) {
+    if ((row == nullptr || devices.source() != byteSource::hardware) && !devices.hasNumberZero()) {
         return refuse(row == nullptr ? "the request names no device, and the device table has none with number 0"
                                      : "the read mode has messages served from copy 0, and the device table has no "
                                        "device with number 0");
@@ -194,7 +195,7 @@ frame serveTableDevice(const frame& request, const std::string& location, const 
 
 } // namespace
 
-std::uint32_t RefusalLog::add(std::uint32_t code, const Peer& peer, std::uint16_t type, std::uint32_t length,
+std::uint32_t refusalLog::add(std::uint32_t code, const peerProcess& peer, std::uint16_t type, std::uint32_t length,
                               const std::string& text)
 {
     std::uint32_t logId = 0;
@@ -212,14 +213,14 @@ std::uint32_t RefusalLog::add(std::uint32_t code, const Peer& peer, std::uint16_
     return logId;
 }
 
-bool RefusalLog::takesShare(uid_t user)
+bool refusalLog::takesShare(uid_t user)
 {
     const std::int64_t now = nowMs();
     const std::lock_guard guard(m_lock);
     if (m_shares.size() >= mostUsersRemembered) {
         std::erase_if(m_shares, [now](const auto& share) { return now - share.second.sinceMs >= minuteMs; });
     }
-    Share& share = m_shares[user];
+    userShare& share = m_shares[user];
     if (share.used == 0 || now - share.sinceMs >= minuteMs) {
         share = {now, 0};
     }
@@ -231,8 +232,8 @@ frame refusal(const frame& request, std::uint32_t code, std::uint32_t logId, con
     return {request.identifier, request.type, client::flagText, code, logId, {text.begin(), text.end()}};
 }
 
-frame dispatch(const frame& request, const Peer& peer, Permission permission, const Devices& devices,
-               RefusalLog& refusals)
+frame dispatch(const frame& request, const peerProcess& peer, permissionSet permission, const deviceDirectory& devices,
+               refusalLog& refusals)
 {
     if (!isPermitted(request, permission)) {
         return refuseAndLog(request, client::codeForbidden, peer,
@@ -254,7 +255,7 @@ frame dispatch(const frame& request, const Peer& peer, Permission permission, co
     if (!permission.raw) {
         return serveTableDevice(request, *location, devices, peer, refusals);
     }
-    const std::optional<NamedDevice> named = devices.understand(*location);
+    const std::optional<namedDevice> named = devices.understand(*location);
     return serveTransfer(request, named ? named->bytes : 0, devices.source(), peer, refusals);
 }
 

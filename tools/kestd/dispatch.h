@@ -14,30 +14,30 @@ namespace kest::service
 
 /// Error entries about requests that were refused. One user can make only so many, so that nobody can push out the
 /// log's other entries.
-class RefusalLog
+class refusalLog
 {
 public:
     /// Makes and commits an entry. @return its log id; 0 when this user has had his share for now
-    std::uint32_t add(std::uint32_t code, const Peer& peer, std::uint16_t type, std::uint32_t length,
+    std::uint32_t add(std::uint32_t code, const peerProcess& peer, std::uint16_t type, std::uint32_t length,
                       const std::string& text);
 
 private:
     bool takesShare(uid_t user);
 
-    struct Share {
+    struct userShare {
         std::int64_t sinceMs = 0;
         unsigned used = 0;
     };
     std::mutex m_lock;
-    std::unordered_map<uid_t, Share> m_shares;
+    std::unordered_map<uid_t, userShare> m_shares;
 };
 
 /// A frame that refuses a request.
 client::frame refusal(const client::frame& request, std::uint32_t code, std::uint32_t logId, const std::string& text);
 
 /// May block for as long as the devices take. Any thread.
-client::frame dispatch(const client::frame& request, const Peer& peer, Permission permission, const Devices& devices,
-                       RefusalLog& refusals);
+client::frame dispatch(const client::frame& request, const peerProcess& peer, permissionSet permission,
+                       const deviceDirectory& devices, refusalLog& refusals);
 
 /// Has the library look up the read mode again, which it otherwise does once: after a reload.
 void adoptReadMode();

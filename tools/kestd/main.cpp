@@ -56,7 +56,7 @@ int serve(const options& wanted)
         return fail(exitFailed, handed.error);
     }
     const std::string path = wanted.socket.empty() ? current.service.socket.string() : wanted.socket;
-    kest::service::Service service;
+    kest::service::messageService service;
     std::string error = service.listen(handed.descriptor, path);
     if (error.empty()) {
         fmt::print("kestd: serving at {}\n", handed.descriptor >= 0 ? "the socket handed over" : path);

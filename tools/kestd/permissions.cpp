@@ -83,9 +83,9 @@ std::vector<gid_t> groupsOf(int descriptor, gid_t group)
 
 } // namespace
 
-Peer peerOf(int descriptor)
+peerProcess peerOf(int descriptor)
 {
-    Peer peer;
+    peerProcess peer;
     ucred credentials{};
     socklen_t size = sizeof credentials;
     if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
@@ -96,29 +96,29 @@ Peer peerOf(int descriptor)
     return peer;
 }
 
-Permissions::Permissions(const host::serviceSettings& settings)
+permissionTable::permissionTable(const host::serviceSettings& settings)
     : m_owner(geteuid()), m_read(accountsOf(settings.readUsers, settings.readGroups)),
       m_write(accountsOf(settings.writeUsers, settings.writeGroups)),
       m_raw(accountsOf(settings.rawUsers, settings.rawGroups))
 {
 }
 
-Permission Permissions::of(const Peer& peer) const
+permissionSet permissionTable::of(const peerProcess& peer) const
 {
     const bool all = peer.uid == 0 || peer.uid == m_owner;
     return {all || m_read.has(peer), all || m_write.has(peer), m_raw.has(peer)};
 }
 
-bool Permissions::Accounts::has(const Peer& peer) const
+bool permissionTable::accountList::has(const peerProcess& peer) const
 {
     const auto isListed = [this](gid_t group) { return std::ranges::find(groups, group) != groups.end(); };
     return std::ranges::find(users, peer.uid) != users.end() || std::ranges::any_of(peer.groups, isListed);
 }
 
-Permissions::Accounts Permissions::accountsOf(const std::vector<std::string>& users,
-                                              const std::vector<std::string>& groups)
+permissionTable::accountList permissionTable::accountsOf(const std::vector<std::string>& users,
+                                                         const std::vector<std::string>& groups)
 {
-    Accounts accounts;
+    accountList accounts;
     const auto add = [this](auto& list, const auto& number, const std::string& name, const char* what) {
         if (number) {
             list.push_back(*number);

@@ -15,19 +15,19 @@ constexpr std::size_t strangersPerSlot = 8;
 
 } // namespace
 
-Place::Place(Place&& other) noexcept
+clientPlace::clientPlace(clientPlace&& other) noexcept
     : m_places(std::exchange(other.m_places, nullptr)), m_owner(other.m_owner), m_share(std::move(other.m_share))
 {
 }
 
-Place::~Place()
+clientPlace::~clientPlace()
 {
     if (m_places != nullptr) {
         m_places->giveBack(m_owner);
     }
 }
 
-Place Places::take(uid_t user, bool stranger, Limits limits)
+clientPlace clientPlaces::take(uid_t user, bool stranger, placeLimits limits)
 {
     const std::uint64_t owner = stranger ? strangers : user;
     const std::size_t few = std::max<std::size_t>(limits.all / strangersPerSlot, 1);
@@ -37,16 +37,16 @@ Place Places::take(uid_t user, bool stranger, Limits limits)
     if (m_taken >= limits.all || (found != m_owners.end() ? found->second.places : 0) >= most) {
         return {};
     }
-    Owner& mine = found != m_owners.end() ? found->second : m_owners[owner];
+    placeOwner& mine = found != m_owners.end() ? found->second : m_owners[owner];
     if (mine.share == nullptr) {
-        mine.share = std::make_shared<Share>();
+        mine.share = std::make_shared<jobShare>();
     }
     ++mine.places;
     ++m_taken;
     return {*this, owner, mine.share};
 }
 
-void Places::giveBack(std::uint64_t owner)
+void clientPlaces::giveBack(std::uint64_t owner)
 {
     const std::lock_guard guard(m_lock);
     const auto found = m_owners.find(owner);

@@ -8,61 +8,61 @@
 #include <mutex>
 #include <sys/types.h>
 
-#include "tools/kestd/workers.h"
+#include "tools/kestd/jobs.h"
 
 namespace kest::service
 {
 
-class Places;
+class clientPlaces;
 
 /// A connection's place. It is given back when this goes.
-class Place
+class clientPlace
 {
 public:
-    Place() = default; ///< none
-    Place(Places& places, std::uint64_t owner, std::shared_ptr<Share> share)
+    clientPlace() = default; ///< none
+    clientPlace(clientPlaces& places, std::uint64_t owner, std::shared_ptr<jobShare> share)
         : m_places(&places), m_owner(owner), m_share(std::move(share))
     {
     }
-    Place(Place&& other) noexcept;
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
-    Place& operator=(Place&&) = delete;
-    ~Place();
+    clientPlace(clientPlace&& other) noexcept;
+    clientPlace(const clientPlace&) = delete;
+    clientPlace& operator=(const clientPlace&) = delete;
+    clientPlace& operator=(clientPlace&&) = delete;
+    ~clientPlace();
 
     [[nodiscard]] explicit operator bool() const { return m_places != nullptr; }
     /// The owner's, which all his connections have in common.
-    [[nodiscard]] const std::shared_ptr<Share>& share() const { return m_share; }
+    [[nodiscard]] const std::shared_ptr<jobShare>& share() const { return m_share; }
 
 private:
-    Places* m_places = nullptr;
+    clientPlaces* m_places = nullptr;
     std::uint64_t m_owner = 0;
-    std::shared_ptr<Share> m_share;
+    std::shared_ptr<jobShare> m_share;
 };
 
 /// Who has a share: each user that is permitted something, by the user id of the connecting process, root and the
 /// service's own user like any other. All users that are permitted nothing have one together. Any thread.
-class Places
+class clientPlaces
 {
 public:
-    struct Limits {
+    struct placeLimits {
         std::size_t all;
         std::size_t eachOwner;
     };
 
     /// @return a place; none when all are taken, or this owner has had his
-    [[nodiscard]] Place take(uid_t user, bool stranger, Limits limits);
+    [[nodiscard]] clientPlace take(uid_t user, bool stranger, placeLimits limits);
 
 private:
-    friend class Place;
+    friend class clientPlace;
     void giveBack(std::uint64_t owner);
 
-    struct Owner {
-        std::shared_ptr<Share> share;
+    struct placeOwner {
+        std::shared_ptr<jobShare> share;
         std::size_t places = 0;
     };
     std::mutex m_lock;
-    std::map<std::uint64_t, Owner> m_owners; ///< those with a place
+    std::map<std::uint64_t, placeOwner> m_owners; ///< those with a place
     std::size_t m_taken = 0;
 };
 

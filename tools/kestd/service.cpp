@@ -5,12 +5,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <fmt/core.h>
 #include <new>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -28,25 +25,24 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr int backlog = 256;
-// before requests have their turn
+/// Before requests have their turn.
 constexpr int acceptsAtOnce = 2;
 constexpr auto tidyInterval = 1s;
-// when there are no descriptors left
+/// When there are no descriptors left.
 constexpr auto acceptPause = 100ms;
-// when there is no memory left
+/// When there is no memory left.
 constexpr auto memoryPause = 10ms;
-// for a client to take its last replies once the service is to end
+/// For a client to take its last replies once the service is to end
 constexpr std::int64_t lastReplyMs = 5000;
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
 
 /// Something to do, without which the service does not end.
-class Task : public Job
+class serviceTask : public serviceJob
 {
 public:
-    Task(asio::io_context& context, std::shared_ptr<Share> share, std::function<void()> body)
-        : Job(std::move(share)), m_work(context.get_executor()), m_body(std::move(body))
+    serviceTask(asio::io_context& context, std::shared_ptr<jobShare> share, std::function<void()> body)
+        : serviceJob(std::move(share)), m_work(context.get_executor()), m_body(std::move(body))
     {
     }
     void run() override { m_body(); }
@@ -56,15 +52,18 @@ private:
     std::function<void()> m_body;
 };
 
-/// Takes in those who have connected.
-class Listener : public Job
+/// Accepts the clients that have connected.
+class acceptJob : public serviceJob
 {
 public:
-    Listener(Service& service, std::shared_ptr<Share> share) : Job(std::move(share)), m_service(service) {}
+    acceptJob(messageService& service, std::shared_ptr<jobShare> share)
+        : serviceJob(std::move(share)), m_service(service)
+    {
+    }
     void run() override { m_service.acceptSome(); }
 
 private:
-    Service& m_service;
+    messageService& m_service;
 };
 
 /// Does what the service can't go on without, as soon as there is memory for it.
@@ -81,7 +80,7 @@ void insist(const Body& body)
     }
 }
 
-/// Tells a client that there is no room for it. One that does not listen to that is not waited for.
+/// Tells a client that there is no room for it. Does not wait for one that does not read that.
 void turnAway(int descriptor)
 {
     const client::frame reply = refusal({}, client::codeTooManyClients, 0,
@@ -94,51 +93,44 @@ std::string because(const std::string& what) { return what + ": " + std::strerro
 
 } // namespace
 
-void Service::doLater(std::function<void()> body)
+void messageService::doLater(std::function<void()> body)
 {
-    m_workers.submit(std::make_shared<Task>(m_context, m_workers.own(), std::move(body)));
+    m_workers.submit(std::make_shared<serviceTask>(m_context, m_workers.own(), std::move(body)));
 }
 
-Service::Service()
+messageService::messageService()
     : m_workers(m_context), m_acceptor(m_context), m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
       m_acceptTimer(m_context), m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval()),
-      m_listener(std::make_shared<Listener>(*this, m_workers.own()))
+      m_listener(std::make_shared<acceptJob>(*this, m_workers.own()))
 {
-    useSettings();
-}
-
-Service::~Service()
-{
-    if (m_ownLock >= 0) {
-        close(m_ownLock);
-    }
+    useConfiguration();
 }
 
 // ------------------------------------------------------------------------------------------------------------- settings
 
 /// Works out the current configuration. Sessions take it over at their next request.
-void Service::useSettings()
+void messageService::useConfiguration()
 {
     const auto& current = host::currentConfiguration();
     const auto& limits = current.service;
-    auto settings = std::make_shared<const Settings>(
-        Settings{limits, Permissions(limits), Devices(current), m_generation.load() + 1});
+    auto rules = std::make_shared<const serviceRules>(
+        serviceRules{limits, permissionTable(limits), deviceDirectory(current), m_generation.load() + 1});
     m_workers.setLimits(limits.maxWorking, limits.maxWorkingPerUser);
-    for (const std::string& name : settings->permissions.unknown()) {
+    for (const std::string& name : rules->permissions.unknown()) {
         note("the configuration permits " + name + ", which this machine does not know");
     }
     const std::lock_guard guard(m_lock);
-    m_generation.store(settings->generation, std::memory_order_release);
-    m_settings = std::move(settings);
+    m_generation.store(rules->generation, std::memory_order_release);
+    m_rules = std::move(rules);
 }
 
-std::shared_ptr<const Settings> Service::settings() const
+std::shared_ptr<const serviceRules> messageService::rules() const
 {
     const std::lock_guard guard(m_lock);
-    return m_settings;
+    return m_rules;
 }
 
-void Service::reload()
+void messageService::reload()
 {
     const std::lock_guard guard(m_reloading);
     const auto micros =
@@ -147,7 +139,7 @@ void Service::reload()
     notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", micros).c_str());
     const std::string error = host::reloadConfiguration();
     if (error.empty()) {
-        useSettings();
+        useConfiguration();
         adoptReadMode();
         note("configuration read again");
     } else {
@@ -158,76 +150,32 @@ void Service::reload()
 
 // ----------------------------------------------------------------------------------------------------- listening socket
 
-std::string Service::listen(int handedDescriptor, const std::string& path)
+std::string messageService::listen(int handedDescriptor, const std::string& path)
 {
-    std::string error;
     if (handedDescriptor >= 0) {
         fcntl(handedDescriptor, F_SETFL, fcntl(handedDescriptor, F_GETFL) | O_NONBLOCK);
-        m_acceptor.assign(Protocol(), handedDescriptor);
-    } else {
-        error = makeSocket(path);
+        m_acceptor.assign(unixStream(), handedDescriptor);
+        return {};
+    }
+    std::string error = m_ownSocket.make(path);
+    if (error.empty()) {
+        m_acceptor.assign(unixStream(), m_ownSocket.descriptor());
     }
     return error;
 }
 
-/// A lock beside the socket tells a service that runs from a socket that one has left behind.
-std::string Service::makeSocket(const std::string& path)
-{
-    sockaddr_un address{};
-    struct flock lock {
-    };
-    struct stat status {
-    };
-    std::error_code ignored;
-    lock.l_type = F_WRLCK;
-    if (path.empty() || path.size() >= sizeof address.sun_path) {
-        return "'" + path + "' cannot be a socket: its path has more than 107 bytes, or none";
-    }
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    if (!folder.empty()) {
-        std::filesystem::create_directories(folder, ignored);
-    }
-    m_ownLock = open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (m_ownLock < 0) {
-        return because(path + ".lock");
-    }
-    if (fcntl(m_ownLock, F_OFD_SETLK, &lock) != 0) {
-        const bool held = errno == EAGAIN || errno == EACCES;
-        return held ? path + ": another service listens there" : because(path + ".lock");
-    }
-    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
-        unlink(path.c_str());
-    }
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (descriptor < 0) {
-        return because(path);
-    }
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
-    // Everybody may connect: who may do what is decided by request, with an answer for those who may not
-    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        chmod(path.c_str(), 0666) != 0 || ::listen(descriptor, backlog) != 0) {
-        std::string error = because(path);
-        close(descriptor);
-        return error;
-    }
-    m_ownPath = path;
-    m_acceptor.assign(Protocol(), descriptor);
-    return {};
-}
-
 // -------------------------------------------------------------------------------------------------------------- clients
 
-/// Accepting takes turns with the requests, so that who connects and connects holds up nobody.
-void Service::awaitClients()
+/// Accepting takes turns with the requests, so that a client that connects again and again holds up nobody.
+void messageService::awaitClients()
 {
     insist([this] {
-        m_acceptor.async_wait(Protocol::acceptor::wait_read,
+        m_acceptor.async_wait(unixStream::acceptor::wait_read,
                               [this](const asio::error_code&) { m_workers.submit(m_listener); });
     });
 }
 
-void Service::acceptSome()
+void messageService::acceptSome()
 {
     const std::lock_guard guard(m_listening);
     int error = 0;
@@ -244,8 +192,8 @@ void Service::acceptSome()
     }
 }
 
-/// Without descriptors or memory those who connect wait until there are some again.
-void Service::pauseAccepting(int error)
+/// Without descriptors or memory, clients that connect wait until there are some again.
+void messageService::pauseAccepting(int error)
 {
     trace_wobu_write_all(serviceTrace(), host::messageHash("no client could be accepted"), " %s,%d", __LINE__, 0,
                          "acceptSome", error);
@@ -255,17 +203,17 @@ void Service::pauseAccepting(int error)
     });
 }
 
-int Service::acceptOne()
+int messageService::acceptOne()
 {
     const int descriptor = accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor < 0) {
         // of one that has gone again, or of nobody
         return errno == ECONNABORTED || errno == EINTR ? 0 : errno;
     }
-    Protocol::socket socket(m_context);
+    unixStream::socket socket(m_context);
     bool taken = false;
     try {
-        socket.assign(Protocol(), descriptor);
+        socket.assign(unixStream(), descriptor);
         taken = true;
         admit(std::move(socket));
     } catch (const std::exception&) {
@@ -280,22 +228,22 @@ int Service::acceptOne()
 }
 
 /// Admits a client or turns it away, at once: nobody waits in between, holding a descriptor.
-void Service::admit(Protocol::socket socket)
+void messageService::admit(unixStream::socket socket)
 {
-    const auto settings = this->settings();
-    Peer peer = peerOf(socket.native_handle());
-    const bool stranger = !settings->permissions.of(peer).any();
+    const auto rules = this->rules();
+    peerProcess peer = peerOf(socket.native_handle());
+    const bool stranger = !rules->permissions.of(peer).any();
     trace_wobu_write_all(serviceTrace(), host::messageHash("client connected"), " %s,%d,%d", __LINE__, 0, "admit",
                          static_cast<int>(peer.uid), static_cast<int>(peer.pid));
-    Place place = m_places.take(peer.uid, stranger, {settings->limits.maxClients, settings->limits.maxClientsPerUser});
+    clientPlace place = m_places.take(peer.uid, stranger, {rules->limits.maxClients, rules->limits.maxClientsPerUser});
     if (place) {
-        add(std::make_shared<Session>(*this, std::move(socket), std::move(peer), std::move(place)));
+        add(std::make_shared<clientSession>(*this, std::move(socket), std::move(peer), std::move(place)));
     } else {
         turnAway(socket.native_handle());
     }
 }
 
-void Service::add(const std::shared_ptr<Session>& session)
+void messageService::add(const std::shared_ptr<clientSession>& session)
 {
     bool first = false;
     {
@@ -312,10 +260,10 @@ void Service::add(const std::shared_ptr<Session>& session)
     }
 }
 
-void Service::remove(Session& session)
+void messageService::remove(clientSession& session)
 {
     // its connection is closed after the lock
-    std::shared_ptr<Session> removed;
+    std::shared_ptr<clientSession> removed;
     const std::lock_guard guard(m_lock);
     const auto found = m_clients.find(&session);
     if (found != m_clients.end()) {
@@ -325,13 +273,13 @@ void Service::remove(Session& session)
 }
 
 /// Looks after clients that keep the service waiting, as long as there are any.
-void Service::tidy()
+void messageService::tidy()
 {
     bool more = false;
     {
         const std::int64_t now = nowMs();
         const std::lock_guard guard(m_lock);
-        const std::int64_t idleMs = std::int64_t{m_settings->limits.idleSeconds} * 1000;
+        const std::int64_t idleMs = std::int64_t{m_rules->limits.idleSeconds} * 1000;
         for (const auto& [key, client] : m_clients) {
             client->endWhenLate(now, idleMs, m_stopping ? lastReplyMs : idleMs);
         }
@@ -340,7 +288,7 @@ void Service::tidy()
             notify("WATCHDOG=1");
         }
     }
-    // without the lock: whoever gives memory back needs it
+    // without the lock, which is needed to give memory back
     if (more) {
         insist([this] {
             m_tidyTimer.expires_after(tidyInterval);
@@ -351,7 +299,7 @@ void Service::tidy()
 
 // ---------------------------------------------------------------------------------------------------------- life and end
 
-void Service::awaitSignal()
+void messageService::awaitSignal()
 {
     insist([this] {
         m_signals.async_wait([this](const asio::error_code& error, int number) {
@@ -367,16 +315,14 @@ void Service::awaitSignal()
 
 /// Once nothing is left to do the context runs out of work, and the threads end. A successor can begin at once: socket
 /// and lock are given up together, before the last requests are answered.
-void Service::stop()
+void messageService::stop()
 {
     std::unique_lock listening(m_listening);
     notify("STOPPING=1");
-    if (!m_ownPath.empty()) {
-        unlink(m_ownPath.c_str());
-        close(m_ownLock);
-        m_ownLock = -1;
-        // Who has connected, and perhaps asked, already, is taken in. Of a socket that was handed over, whoever is next
-        // takes them
+    if (m_ownSocket.isOurs()) {
+        m_ownSocket.giveUpName();
+        // Clients that have connected already, and perhaps asked, are taken in. Those of a socket that was handed over
+        // are its next owner's.
         for (int error = 0; error == 0;) {
             error = acceptOne();
         }
@@ -392,7 +338,7 @@ void Service::stop()
     }
 }
 
-void Service::feedWatchdog()
+void messageService::feedWatchdog()
 {
     if (m_watchdog && m_acceptor.is_open()) {
         notify("WATCHDOG=1");
@@ -403,7 +349,7 @@ void Service::feedWatchdog()
     }
 }
 
-std::string Service::run()
+std::string messageService::run()
 {
     awaitSignal();
     awaitClients();

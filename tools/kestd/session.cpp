@@ -9,7 +9,6 @@
 #include "platform/host/trace/hash.h"
 #include "platform/trace.h"
 #include "tools/kestd/clock.h"
-#include "tools/kestd/service.h"
 #include "tools/kestd/trace.h"
 
 namespace kest::service
@@ -18,70 +17,70 @@ namespace
 {
 
 constexpr std::size_t receiveBytes = 8192;
-// a whole request of the usual limit, if it does not come in crumbs
+/// A whole request of the usual limit, if it does not come in crumbs.
 constexpr unsigned receiptsATurn = 16;
-// buffers that grew larger are released while the client is silent
+/// Buffers that grew larger are released while the client is silent.
 constexpr std::size_t keptBytes = 4096;
 
 } // namespace
 
-Session::Session(Service& service, Socket socket, Peer peer, Place place)
-    : Job(place.share()), m_service(service), m_place(std::move(place)), m_socket(std::move(socket)),
+clientSession::clientSession(sessionHost& service, clientSocket socket, peerProcess peer, clientPlace place)
+    : serviceJob(place.share()), m_service(service), m_place(std::move(place)), m_socket(std::move(socket)),
       m_work(m_socket.get_executor()), m_peer(std::move(peer)), m_assembler(0)
 {
     refresh();
     m_requestSinceMs = nowMs();
 }
 
-/// Takes over new settings after a reload.
-void Session::refresh()
+/// Takes over new rules after a reload.
+void clientSession::refresh()
 {
-    if (m_settings == nullptr || m_settings->generation != m_service.generation()) {
-        m_settings = m_service.settings();
-        m_permission = m_settings->permissions.of(m_peer);
-        m_assembler.setLimit(m_settings->limits.maxPayloadBytes);
+    if (m_rules == nullptr || m_rules->generation != m_service.generation()) {
+        m_rules = m_service.rules();
+        m_permission = m_rules->permissions.of(m_peer);
+        m_assembler.setLimit(m_rules->limits.maxPayloadBytes);
     }
 }
 
-void Session::run()
+void clientSession::run()
 {
     // also when there is no memory to go on with
-    Turn turn = Turn::ended;
+    turnEnd turn = turnEnd::ended;
     try {
         turn = goOn();
     } catch (const std::exception&) {
         trace_wobu_write_all(serviceTrace(), host::messageHash("no memory for a client"), " %s,%d", __LINE__, 0, "run",
                              static_cast<int>(m_peer.uid));
     }
-    if (turn == Turn::ended) {
+    if (turn == turnEnd::ended) {
         m_service.remove(*this);
     }
 }
 
-Session::Turn Session::goOn()
+clientSession::turnEnd clientSession::goOn()
 {
-    Turn turn = Turn::proceed;
+    turnEnd turn = turnEnd::proceed;
     m_waitsSinceMs.store(0, std::memory_order_relaxed);
     m_hadTurn = false;
     m_receipts = 0;
-    while (turn == Turn::proceed) {
+    while (turn == turnEnd::proceed) {
         if (!m_output.empty()) {
             turn = flush();
         } else if (m_closing) {
-            turn = Turn::ended;
+            return turnEnd::ended;
         } else if (m_inputAt < m_input.size() && !m_hadTurn) {
             turn = consume();
         } else if (m_inputAt == m_input.size() && m_receipts < receiptsATurn) {
             turn = receive();
         } else {
-            turn = Turn::waiting;
             m_service.workers().submit(shared_from_this());
+            return turnEnd::waiting;
         }
     }
     return turn;
 }
 
-Session::Turn Session::receive()
+clientSession::turnEnd clientSession::receive()
 {
     std::uint8_t bytes[receiveBytes];
     ++m_receipts;
@@ -91,27 +90,27 @@ Session::Turn Session::receive()
         m_inputAt = 0;
     }
     if (got > 0 || (got < 0 && errno == EINTR)) {
-        return Turn::proceed;
+        return turnEnd::proceed;
     }
-    return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? waitFor(Socket::wait_read) : Turn::ended;
+    return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? waitFor(clientSocket::wait_read) : turnEnd::ended;
 }
 
-Session::Turn Session::consume()
+clientSession::turnEnd clientSession::consume()
 {
-    using State = client::FrameAssembler::State;
-    Turn turn = Turn::proceed;
+    using stage = client::frameAssembler::stage;
+    turnEnd turn = turnEnd::proceed;
     refresh();
     m_inputAt += m_assembler.feed(std::span(m_input).subspan(m_inputAt));
     switch (m_assembler.state()) {
-    case State::incomplete:
+    case stage::incomplete:
         break;
-    case State::complete:
+    case stage::complete:
         turn = answerRequest();
         break;
-    case State::foreign:
+    case stage::foreign:
         hangUp(client::codeNoFrame, "this is no frame of the kest message protocol");
         break;
-    case State::tooLong:
+    case stage::tooLong:
         hangUp(client::codePayloadTooLarge, "the payload is longer than this service takes");
         break;
     }
@@ -120,28 +119,28 @@ Session::Turn Session::consume()
 
 /// Whether the client has closed its connection: nobody waits for a reply. One that has only finished sending still
 /// does.
-bool Session::hasHungUp()
+bool clientSession::hasHungUp()
 {
     pollfd state{m_socket.native_handle(), 0, 0};
     return poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-Session::Turn Session::answerRequest()
+clientSession::turnEnd clientSession::answerRequest()
 {
     m_hadTurn = true;
     if (hasHungUp()) {
-        return Turn::ended;
+        return turnEnd::ended;
     }
     serve(m_assembler.take());
-    return Turn::proceed;
+    return turnEnd::proceed;
 }
 
 /// When memory runs out, what the request held of it is enough to say so.
-void Session::serve(client::frame request)
+void clientSession::serve(client::frame request)
 {
     client::frame reply;
     try {
-        reply = dispatch(request, m_peer, m_permission, m_settings->devices, m_service.refusals());
+        reply = dispatch(request, m_peer, m_permission, m_rules->devices, m_service.refusals());
     } catch (const std::bad_alloc&) {
         std::vector<std::uint8_t>().swap(request.payload);
         reply = refusal(request, client::codeNoMemory, 0, "the service has no memory for this request");
@@ -149,40 +148,40 @@ void Session::serve(client::frame request)
     send(reply);
 }
 
-void Session::hangUp(std::uint32_t code, const std::string& text)
+void clientSession::hangUp(std::uint32_t code, const std::string& text)
 {
     send(refusal(m_assembler.take(), code, 0, text));
     m_closing = true;
 }
 
-void Session::send(const client::frame& reply)
+void clientSession::send(const client::frame& reply)
 {
     m_output = client::encodeFrame(reply);
     m_outputAt = 0;
     m_requestSinceMs = nowMs();
 }
 
-Session::Turn Session::flush()
+clientSession::turnEnd clientSession::flush()
 {
     const ssize_t sent = ::send(m_socket.native_handle(), m_output.data() + m_outputAt, m_output.size() - m_outputAt,
                                 MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-        return waitFor(Socket::wait_write);
+        return waitFor(clientSocket::wait_write);
     }
     if (sent < 0 && errno != EINTR) {
-        return Turn::ended;
+        return turnEnd::ended;
     }
     m_outputAt += sent > 0 ? static_cast<std::size_t>(sent) : 0;
     if (m_outputAt == m_output.size()) {
         m_output.clear();
         m_requestSinceMs = nowMs();
     }
-    return Turn::proceed;
+    return turnEnd::proceed;
 }
 
-Session::Turn Session::waitFor(Socket::wait_type what)
+clientSession::turnEnd clientSession::waitFor(clientSocket::wait_type what)
 {
-    const bool writing = what == Socket::wait_write;
+    const bool writing = what == clientSocket::wait_write;
     if (!writing) {
         m_input.clear();
         m_inputAt = 0;
@@ -196,10 +195,10 @@ Session::Turn Session::waitFor(Socket::wait_type what)
     m_waitsSinceMs.store(m_requestSinceMs, std::memory_order_relaxed);
     m_socket.async_wait(
         what, [self = shared_from_this()](const asio::error_code&) { self->m_service.workers().submit(self); });
-    return Turn::waiting;
+    return turnEnd::waiting;
 }
 
-void Session::endWhenLate(std::int64_t now, std::int64_t readingMs, std::int64_t writingMs)
+void clientSession::endWhenLate(std::int64_t now, std::int64_t readingMs, std::int64_t writingMs)
 {
     const std::int64_t since = m_waitsSinceMs.load(std::memory_order_relaxed);
     const std::int64_t limit = m_writing.load(std::memory_order_relaxed) ? writingMs : readingMs;
@@ -209,6 +208,6 @@ void Session::endWhenLate(std::int64_t now, std::int64_t readingMs, std::int64_t
     }
 }
 
-void Session::finish() { shutdown(m_socket.native_handle(), SHUT_RD); }
+void clientSession::finish() { shutdown(m_socket.native_handle(), SHUT_RD); }
 
 } // namespace kest::service

@@ -10,15 +10,32 @@
 #include <vector>
 
 #include "tools/client/frame.h"
+#include "tools/kestd/dispatch.h"
 #include "tools/kestd/permissions.h"
 #include "tools/kestd/places.h"
+#include "tools/kestd/rules.h"
 #include "tools/kestd/workers.h"
 
 namespace kest::service
 {
 
-class Service;
-struct Settings;
+class clientSession;
+
+/// What sessions need of the service that they belong to. Any thread.
+class sessionHost
+{
+public:
+    virtual workerPool& workers() = 0;
+    virtual refusalLog& refusals() = 0;
+    /// Of the current rules.
+    [[nodiscard]] virtual std::uint64_t generation() const = 0;
+    [[nodiscard]] virtual std::shared_ptr<const serviceRules> rules() const = 0;
+    /// The session has ended.
+    virtual void remove(clientSession& session) = 0;
+
+protected:
+    ~sessionHost() = default;
+};
 
 /// Takes one request at a time from the socket, answers it, and only then looks at the next: what a client sends ahead
 /// stays in the kernel, and one that does not read its replies is not read from. So a client costs one request and one
@@ -26,12 +43,12 @@ struct Settings;
 /// there for is not begun.
 ///
 /// Exactly one thread is in a session at any time, or none while it waits for its socket.
-class Session : public Job, public std::enable_shared_from_this<Session>
+class clientSession : public serviceJob, public std::enable_shared_from_this<clientSession>
 {
 public:
-    using Socket = asio::local::stream_protocol::socket;
+    using clientSocket = asio::local::stream_protocol::socket;
 
-    Session(Service& service, Socket socket, Peer peer, Place place);
+    clientSession(sessionHost& service, clientSocket socket, peerProcess peer, clientPlace place);
 
     /// Goes on until it has to wait for the client, or the others have their turn.
     void run() override;
@@ -41,35 +58,35 @@ public:
     /// Takes no further bytes from the client; what has come is served, and then the session ends. Any thread.
     void finish();
 
-    [[nodiscard]] const Peer& peer() const { return m_peer; }
+    [[nodiscard]] const peerProcess& peer() const { return m_peer; }
 
 private:
-    enum class Turn : std::uint8_t {
+    enum class turnEnd : std::uint8_t {
         proceed,
         waiting,
         ended
     };
 
-    Turn goOn();
-    Turn receive();
-    Turn consume();
-    Turn flush();
-    Turn waitFor(Socket::wait_type what);
-    Turn answerRequest();
+    turnEnd goOn();
+    turnEnd receive();
+    turnEnd consume();
+    turnEnd flush();
+    turnEnd waitFor(clientSocket::wait_type what);
+    turnEnd answerRequest();
     void serve(client::frame request);
     void hangUp(std::uint32_t code, const std::string& text);
     void send(const client::frame& reply);
     void refresh();
     bool hasHungUp();
 
-    Service& m_service;
-    Place m_place;
-    Socket m_socket;
-    asio::executor_work_guard<Socket::executor_type> m_work; ///< the service lasts as long as this
-    Peer m_peer;
-    std::shared_ptr<const Settings> m_settings; ///< as of the last request
-    Permission m_permission; ///< by these settings
-    client::FrameAssembler m_assembler;
+    sessionHost& m_service;
+    clientPlace m_place;
+    clientSocket m_socket;
+    asio::executor_work_guard<clientSocket::executor_type> m_work; ///< the service lasts as long as this
+    peerProcess m_peer;
+    std::shared_ptr<const serviceRules> m_rules; ///< as of the last request
+    permissionSet m_permission; ///< by these rules
+    client::frameAssembler m_assembler;
 
     std::vector<std::uint8_t> m_input; ///< received, not yet consumed from m_inputAt on
     std::size_t m_inputAt = 0;

@@ -11,20 +11,17 @@ namespace kest::service
 namespace
 {
 
-// sleeping ones that are kept for the next burst
+/// Sleeping ones that are kept for the next burst
 constexpr unsigned spareThreads = 8;
-// reserved; only what is used counts
+/// Reserved; only what is used counts
 constexpr std::size_t stackBytes = 1024 * 1024;
-// beside those in work: one for events, and for the service's own jobs
+/// Beside those in work: one for events, and for the service's own jobs
 constexpr unsigned extraThreads = 3;
-// begun before somebody looks for events again
+/// Begun before somebody looks for events again
 constexpr unsigned jobsAtOnce = 4;
-// handled before somebody looks for jobs again
+/// Handled before somebody looks for jobs again
 constexpr unsigned eventsAtOnce = 32;
-// A run counts for no more: one that lost its processor, or waited for a disk, would put its owner far behind all
-// others.
-constexpr std::int64_t mostChargedNs = 2'000'000;
-// Beside the processors': while one thread waits for the disk another has its processor.
+/// Beside the processors': while one thread waits for the disk another has its processor.
 constexpr unsigned threadsInWaiting = 1;
 
 /// Those that this process may use.
@@ -37,28 +34,22 @@ unsigned processorsHad()
 
 } // namespace
 
-Job::Job(std::shared_ptr<Share> share) : m_share(std::move(share))
-{
-    Share::Waiting maker;
-    maker.emplace(0, nullptr);
-    m_node = maker.extract(maker.begin());
-}
-
-Workers::Workers(asio::io_context& context, Options options)
+workerPool::workerPool(asio::io_context& context, tuning options)
     : m_context(context), m_options(options),
-      m_mostAbreast(options.abreast != 0 ? options.abreast : std::max(1U, processorsHad()) + threadsInWaiting)
+      m_mostAbreast(options.abreast != 0 ? options.abreast : std::max(1U, processorsHad()) + threadsInWaiting),
+      m_jobs(options.clock)
 {
 }
 
-std::int64_t Workers::steadyNs()
+std::int64_t workerPool::steadyNs()
 {
     using namespace std::chrono;
     return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-bool Workers::start()
+bool workerPool::start()
 {
-    const Lock lock(m_lock);
+    const poolLock lock(m_lock);
     m_supervised = spawn(superviseMain);
     for (const bool more : {true, m_supervised}) {
         m_threads += more && spawn(workMain) ? 1 : 0;
@@ -68,25 +59,25 @@ bool Workers::start()
     return m_threads > 0 && m_supervised;
 }
 
-void Workers::join()
+void workerPool::join()
 {
-    Lock lock(m_lock);
+    poolLock lock(m_lock);
     m_gone.wait(lock, [this] { return m_threads == 0 && !m_supervised; });
 }
 
-void* Workers::workMain(void* workers)
+void* workerPool::workMain(void* workers)
 {
-    static_cast<Workers*>(workers)->work();
+    static_cast<workerPool*>(workers)->work();
     return nullptr;
 }
 
-void* Workers::superviseMain(void* workers)
+void* workerPool::superviseMain(void* workers)
 {
-    static_cast<Workers*>(workers)->supervise();
+    static_cast<workerPool*>(workers)->supervise();
     return nullptr;
 }
 
-bool Workers::spawn(void* (*main)(void*))
+bool workerPool::spawn(void* (*main)(void*))
 {
     pthread_attr_t attributes;
     pthread_t thread{};
@@ -98,118 +89,32 @@ bool Workers::spawn(void* (*main)(void*))
     return made;
 }
 
-void Workers::setLimits(unsigned most, unsigned mostEach)
+void workerPool::setLimits(unsigned most, unsigned mostEach)
 {
-    const Lock lock(m_lock);
-    m_most = most;
-    m_mostEach = mostEach;
+    const poolLock lock(m_lock);
+    m_jobs.setLimits(most, mostEach);
 }
 
-void Workers::submit(std::shared_ptr<Job> job) noexcept
+void workerPool::submit(std::shared_ptr<serviceJob> job) noexcept
 {
-    const Lock lock(m_lock);
-    Share& share = *job->m_share;
-    charge(*job);
-    const std::int64_t used = job->m_runs == 0 ? share.m_firstRunsNs : job->m_usedNs;
-    auto node = std::move(job->m_node);
-    node.key() = std::max(used, share.m_reachedNs);
-    node.mapped() = std::move(job);
-    share.m_waiting.insert(std::move(node));
+    const poolLock lock(m_lock);
     // the thread that submits is awake and looks here next
-    queueForTurn(share);
-}
-
-/// Counts the time of a job's last run, once that is known: when the job is submitted again, or has been done.
-void Workers::charge(Job& job)
-{
-    if (!job.m_charged) {
-        const std::int64_t took = std::min(m_options.clock() - job.m_begunNs, mostChargedNs);
-        job.m_usedNs += took;
-        job.m_share->m_usedNs += took;
-        job.m_share->m_firstRunsNs += job.m_runs == 1 ? took : 0;
-        job.m_charged = true;
-    }
-}
-
-/// Lets an owner take part in the turns, if it is not there yet and may begin a job.
-void Workers::queueForTurn(Share& share)
-{
-    if (&share == m_own.get() || share.m_inTurn || share.m_waiting.empty() || share.m_working >= m_mostEach) {
-        return;
-    }
-    share.m_usedNs = std::max(share.m_usedNs, m_reachedNs);
-    share.m_inTurn = true;
-    share.m_nextTurn = nullptr;
-    (m_lastTurn != nullptr ? m_lastTurn->m_nextTurn : m_firstTurn) = &share;
-    m_lastTurn = &share;
-}
-
-bool Workers::hasJob() const { return !m_own->m_waiting.empty() || (m_firstTurn != nullptr && m_working < m_most); }
-
-/// Takes the owner out of the turns who has used the least time, and of several the one that has waited the longest.
-/// There must be one.
-Share& Workers::takeTurn()
-{
-    // of the one that is taken
-    Share* ahead = nullptr;
-    for (Share* share = m_firstTurn; share->m_nextTurn != nullptr; share = share->m_nextTurn) {
-        const Share* const least = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
-        ahead = share->m_nextTurn->m_usedNs < least->m_usedNs ? share : ahead;
-    }
-    Share* const taken = ahead != nullptr ? ahead->m_nextTurn : m_firstTurn;
-    (ahead != nullptr ? ahead->m_nextTurn : m_firstTurn) = taken->m_nextTurn;
-    m_lastTurn = m_lastTurn == taken ? ahead : m_lastTurn;
-    m_reachedNs = std::max(m_reachedNs, taken->m_usedNs);
-    taken->m_inTurn = false;
-    return *taken;
-}
-
-/// Takes the job that has used the least time of the owner whose turn it is; that owner goes to the end of the line.
-/// There must be one.
-std::shared_ptr<Job> Workers::takeJob()
-{
-    Share* share = m_own.get();
-    if (share->m_waiting.empty()) {
-        share = &takeTurn();
-        ++share->m_working;
-        ++m_working;
-    }
-    auto node = share->m_waiting.extract(share->m_waiting.begin());
-    std::shared_ptr<Job> job = std::move(node.mapped());
-    share->m_reachedNs = std::max(share->m_reachedNs, node.key());
-    share->m_firstRunsNs = std::max(share->m_firstRunsNs, share->m_reachedNs);
-    job->m_usedNs = node.key();
-    job->m_begunNs = m_options.clock();
-    job->m_charged = false;
-    ++job->m_runs;
-    job->m_node = std::move(node);
-    queueForTurn(*share);
-    return job;
-}
-
-/// A job of the owner has been done.
-void Workers::release(Share& share)
-{
-    if (&share != m_own.get()) {
-        --share.m_working;
-        --m_working;
-        queueForTurn(share);
-    }
+    m_jobs.add(std::move(job));
 }
 
 /// Wakes a sleeping worker, or makes one.
-void Workers::enlist()
+void workerPool::enlist()
 {
     if (m_sleeping > m_called) {
         ++m_called;
         m_wanted.notify_one();
-    } else if (m_threads < m_most + extraThreads) {
+    } else if (m_threads < m_jobs.most() + extraThreads) {
         m_threads += spawn(workMain) ? 1 : 0;
     }
 }
 
 /// Whether a worker may go on; if it does not belong to the current watch, it joins while there is room for one more.
-bool Workers::joins(std::uint64_t& watch)
+bool workerPool::joins(std::uint64_t& watch)
 {
     if (watch != m_watch && m_abreast < m_mostAbreast) {
         watch = m_watch;
@@ -218,18 +123,18 @@ bool Workers::joins(std::uint64_t& watch)
     return watch == m_watch || m_ended;
 }
 
-void Workers::work()
+void workerPool::work()
 {
-    Lock lock(m_lock);
+    poolLock lock(m_lock);
     bool surplus = false;
     std::uint64_t watch = 0;
-    while (!surplus && !(m_ended && !hasJob())) {
+    while (!surplus && !(m_ended && !m_jobs.hasJob())) {
         const bool joined = joins(watch);
         const bool eventsFirst = !m_led && !m_ended && (m_eventsDue || m_unpolled >= jobsAtOnce);
-        if (joined && hasJob() && !eventsFirst) {
+        if (joined && m_jobs.hasJob() && !eventsFirst) {
             perform(lock);
         } else if (joined && !m_led) {
-            lead(lock, !hasJob());
+            lead(lock, !m_jobs.hasJob());
         } else if (m_sleeping >= spareThreads) {
             surplus = true;
         } else {
@@ -246,14 +151,12 @@ void Workers::work()
     m_gone.notify_all();
 }
 
-void Workers::perform(Lock& lock)
+void workerPool::perform(poolLock& lock)
 {
-    std::shared_ptr<Job> job = takeJob();
-    const std::shared_ptr<Share> share = job->m_share;
+    jobQueue::begunJob begun = m_jobs.take();
     ++m_steps;
     ++m_unpolled;
-    const std::uint64_t run = job->m_runs;
-    if (hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
+    if (m_jobs.hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
         // shares the work; nobody is made for that
         enlist();
     }
@@ -263,24 +166,20 @@ void Workers::perform(Lock& lock)
     }
     lock.unlock();
     try {
-        job->run();
+        begun.job->run();
     } catch (const std::exception&) {
         // nobody else suffers for it: the job has been told what running out of memory means
     }
     lock.lock();
-    // else it has begun again, and was charged then
-    if (job->m_runs == run) {
-        charge(*job);
-    }
-    release(*share);
+    m_jobs.finish(begun);
     lock.unlock();
     // its end may be a connection's
-    job.reset();
+    begun.job.reset();
     lock.lock();
 }
 
 /// @param mayWait  for an event; else only what has come is handled
-void Workers::lead(Lock& lock, bool mayWait)
+void workerPool::lead(poolLock& lock, bool mayWait)
 {
     m_led = true;
     m_unpolled = 0;
@@ -307,9 +206,9 @@ void Workers::lead(Lock& lock, bool mayWait)
 
 /// Watches while there is something going on, and provides a substitute when nobody has looked for events for a while:
 /// those who would are blocked, or busy.
-void Workers::supervise()
+void workerPool::supervise()
 {
-    Lock lock(m_lock);
+    poolLock lock(m_lock);
     std::uint64_t stepsSeen = 0;
     std::uint64_t looksSeen = 0;
     while (!m_ended) {

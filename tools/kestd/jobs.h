@@ -1,0 +1,104 @@
+/// What the service has to do, and in which order.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+
+namespace kest::service
+{
+
+class serviceJob;
+
+/// The jobs of one owner: all connections of a user, for instance. The owner's job begins next who has used the least
+/// time, whatever each of them has waiting; with equal times they take turns. Of one owner's jobs only so many are in
+/// work at the same time.
+///
+/// Of an owner's jobs the one begins next that has used the least time. Each counts from where the owner's jobs have
+/// got to, so time in which it asked for nothing gives it no advantage later. All first runs together count as one job:
+/// a new connection for each request gains nothing.
+class jobShare
+{
+private:
+    friend class serviceJob;
+    friend class jobQueue;
+    /// By the time used. Each job brings its own node along: submitting it takes no memory.
+    using waitingJobs = std::multimap<std::int64_t, std::shared_ptr<serviceJob>>;
+    waitingJobs m_waiting;
+    std::int64_t m_reachedNs = 0; ///< time used by the job that began last
+    std::int64_t m_firstRunsNs = 0; ///< time used by first runs
+    std::int64_t m_usedNs = 0; ///< by all its jobs
+    unsigned m_working = 0;
+    jobShare* m_nextTurn = nullptr; ///< of those that wait for their turn
+    bool m_inTurn = false;
+};
+
+/// Something to do that may take long, once or again and again. It waits in its owner's list; submitting can't fail.
+class serviceJob
+{
+public:
+    explicit serviceJob(std::shared_ptr<jobShare> share);
+    serviceJob(const serviceJob&) = delete;
+    serviceJob& operator=(const serviceJob&) = delete;
+    virtual ~serviceJob() = default;
+    /// What it throws ends this job and nothing else. It may submit itself again, as the last thing it does.
+    virtual void run() = 0;
+
+private:
+    friend class jobQueue;
+    std::shared_ptr<jobShare> m_share;
+    jobShare::waitingJobs::node_type m_node; ///< empty while the job waits
+    std::int64_t m_usedNs = 0;
+    std::int64_t m_begunNs = 0;
+    std::uint64_t m_runs = 0;
+    bool m_charged = true; ///< for its last run
+};
+
+/// The jobs that wait, owner by owner. Owners take turns. Not for several threads at once.
+class jobQueue
+{
+public:
+    /// @param clock  steady, in nanoseconds
+    explicit jobQueue(std::int64_t (*clock)()) : m_clock(clock) {}
+    jobQueue(const jobQueue&) = delete;
+    jobQueue& operator=(const jobQueue&) = delete;
+
+    /// @param most      as many jobs are in work at the same time, at least 1
+    /// @param mostEach  as many of one owner
+    void setLimits(unsigned most, unsigned mostEach);
+    [[nodiscard]] unsigned most() const { return m_most; }
+
+    /// The owner of the service's own jobs. They come first, and the limits don't apply to them.
+    [[nodiscard]] const std::shared_ptr<jobShare>& own() const { return m_own; }
+
+    void add(std::shared_ptr<serviceJob> job) noexcept;
+
+    /// Whether there is a job that may begin.
+    [[nodiscard]] bool hasJob() const;
+
+    struct begunJob {
+        std::shared_ptr<serviceJob> job;
+        std::uint64_t run; ///< which of the job's runs it is
+    };
+    /// Takes the job that is next; its run begins. There must be one.
+    [[nodiscard]] begunJob take();
+    /// The run has ended. The job may wait again, or have begun again, by now.
+    void finish(const begunJob& begun);
+
+private:
+    void queueForTurn(jobShare& share);
+    jobShare& takeTurn();
+    void charge(serviceJob& job);
+    void release(jobShare& share);
+
+    std::int64_t (*const m_clock)();
+    const std::shared_ptr<jobShare> m_own = std::make_shared<jobShare>();
+    unsigned m_most = 2; ///< jobs in work, but for the service's own
+    unsigned m_mostEach = 1;
+    unsigned m_working = 0; ///< jobs, but for the service's own
+    jobShare* m_firstTurn = nullptr; ///< owners with jobs that may begin; kept alive by those jobs
+    jobShare* m_lastTurn = nullptr;
+    std::int64_t m_reachedNs = 0; ///< time used by the owner whose job began last
+};
+
+} // namespace kest::service
