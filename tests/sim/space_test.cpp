@@ -22,7 +22,7 @@ enum OutcomeOfChild {
     threwLater,
 };
 
-/// @return the child's answer, or 256 and the signal that ended it
+/// @return the child's exit status, or 256 and the signal that ended it
 template <typename Body>
 int inChild(Body body)
 {

@@ -63,7 +63,7 @@ TEST_F(BusTime, FastModeOnlyCounts)
     EXPECT_EQ(on->planar->busTimeNs(), 3'600'000'000'000U);
 }
 
-// It ends in an error, so that nobody waits for time that does not pass any more; a machine opened then starts anew.
+// It ends in an error, so that nobody waits for time that no longer passes. A machine that is opened then starts anew.
 TEST_F(BusTime, EndsInAnErrorAndDoesNotWrap)
 {
     on->planar->idle((std::uint64_t{1} << 62) - 1);
@@ -76,7 +76,7 @@ TEST_F(BusTime, EndsInAnErrorAndDoesNotWrap)
     EXPECT_EQ(on->planar->busTimeNs(), 110'000U);
 }
 
-/// A clock that nobody waits for: it is put forward to where its user would sleep until.
+/// A clock that nobody waits for: instead of sleeping, it goes forward to the end of the sleep.
 class DrivenClock final : public realClock
 {
 public:
@@ -99,7 +99,7 @@ TEST_F(BusTime, RealTimeWaits)
     EXPECT_EQ(slow.planar->busTimeNs(), 22'300'000U);
 }
 
-// In real time the clock ends a write cycle, whoever lets it pass.
+// In real time the clock ends a write cycle, whether or not the bus is used meanwhile.
 TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
     power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000"));
@@ -257,7 +257,7 @@ TEST_F(Wave, HubTrafficIsThatOfTheMainBus)
     EXPECT_EQ(seen(), "S W40 A 02 A A4 A 10 A 5A A P S W40 A 02 A A4 A 10 A Sr R40 A 00 A 5A N P");
 }
 
-// One file, whichever process and machine object a transaction comes from.
+// One file for the transactions of all processes and machine objects.
 TEST_F(Wave, IsAppendedByEveryProcess)
 {
     on->probe(0xA0);

@@ -33,7 +33,7 @@ struct FaultRow {
     int first; ///< errno when it strikes in the first transaction; 0: the layer gets over it
     int later; ///< when it strikes after a page has been sent
     [[nodiscard]] bool silence() const { return first == ENXIO; }
-    /// Whether any transaction of an operation has what it strikes at: an address, or such a byte.
+    /// Whether the fault can strike at all: at an address, or at a byte that a transaction of the operation has.
     [[nodiscard]] bool strikes(const Operation& what, std::uint64_t byte) const
     {
         const std::string name = kind;
@@ -75,7 +75,7 @@ protected:
     static Answer writeFrom(OpenDevice& device, Bytes& data) { return device.write(data); }
     static void use(OpenDevice& device, Block settings, long position)
     {
-        // what is refused for good is given up soon
+        // a target that never acknowledges is given up soon
         settings.busyWaitMs = 4;
         ASSERT_EQ((Answer{0, 0}), device.set(settings));
         ASSERT_EQ((Answer{0, 0}), device.seek(position));

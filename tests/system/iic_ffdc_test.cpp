@@ -17,7 +17,7 @@ bool killsAtNextWrite = false;
 
 } // namespace
 
-/// Stands in front of the C library's.
+/// Takes the place of the C library's.
 extern "C" ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset)
 {
     if (killsAtNextWrite) {

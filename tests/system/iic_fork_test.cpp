@@ -39,7 +39,7 @@ private:
 class IicFork : public IicMachine
 {
 protected:
-    /// @return status of a child that answers what `work` does
+    /// Runs `work` in a child. @return the child's status: 0 when `work` returned true
     static int inChild(const std::function<bool()>& work)
     {
         const pid_t child = fork();
@@ -80,7 +80,7 @@ TEST_F(IicFork, ChildHasALayerThatWorksBesideTheFirstUseOfAThread)
     EXPECT_EQ(0, failedBesideFirstUse(ownHandleWorks));
 }
 
-// Where no file can be kept the records are the process's own.
+// Where no file can be written, the records are the process's own.
 TEST_F(IicFork, ChildCanAskForFirstFailuresThatThreadsAreBusyWith)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
@@ -93,7 +93,7 @@ TEST_F(IicFork, ChildCanAskForFirstFailuresThatThreadsAreBusyWith)
     }
 }
 
-// What its user was in the middle of is no state to go on from.
+// The child cannot go on from what a thread was in the middle of.
 TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();

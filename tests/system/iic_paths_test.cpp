@@ -133,7 +133,7 @@ TEST_F(IicPaths, BusThatAnotherNodeDoesNotHaveIsNotThere)
     EXPECT_EQ(ENOENT, OpenDevice("sim:three@A0", 3).error());
 }
 
-/// Opens with ever more descriptors to be had: what is in the way until it works is want of memory.
+/// Opens with ever more descriptors to spare. Until it works, every failure is a lack of memory.
 TEST_F(IicPaths, WithoutADescriptorLeftThereIsNoMemory)
 {
     if (underSanitizer) {
@@ -178,7 +178,7 @@ TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)
     EXPECT_EQ(part(pattern(32768, 1), 104, 4), data);
 }
 
-/// Every function on a handle that is none. @return the errno each answered
+/// Calls every function with a handle that is none. @return the errno of each
 std::vector<int> errnosOf(mern_t handle)
 {
     std::vector<int> seen;
@@ -220,7 +220,7 @@ TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
 
 constexpr const char* ticketVariable = "KEST_TEST_TICKET";
 
-/// Runs in a process of its own. Leaves the ticket of the place that it is asked for in a file.
+/// Runs in a process of its own, and writes the ticket of a place into a file.
 TEST(IicOfAFreshProcess, DISABLED_LeavesATicket)
 {
     const char* const named = std::getenv(ticketVariable);
@@ -296,7 +296,7 @@ TEST_F(IicPaths, ErrnoIsLeftAloneBySuccess)
     EXPECT_EQ(1234, errno);
 }
 
-/// Runs `work(number)` in so many threads, which begin together.
+/// Runs `work(number)` in several threads, which begin together.
 void together(int count, const std::function<void(int)>& work)
 {
     std::latch begun(count);
@@ -332,7 +332,7 @@ TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
     const struct {
         Block settings;
         long start;
-        // ahead of what is read through a hub
+        // before what is read through a hub
         std::size_t statusBytes;
         const char* image;
     } chips[] = {{main256(), 1024, 0, "main.bin"},

@@ -20,7 +20,7 @@ namespace kest::sim::test
 namespace
 {
 
-/// A child process that runs a function and ends; 0 when it answered true.
+/// A child process that runs a function and ends. Its exit status is 0 when the function returned true.
 class Child
 {
 public:
@@ -129,8 +129,8 @@ TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
     EXPECT_EQ(home.content("a.bin"), Bytes(65536, 0xFF));
 }
 
-// A writer tells each page that was acknowledged over a pipe and is killed at some point: every page told is in the
-// image, no page is torn, and the bus is free.
+// A writer reports each acknowledged page over a pipe, and is killed at some point. Every reported page is in the image,
+// no page is torn, and the bus is free.
 TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
 {
     for (unsigned round = 0; round < 30; ++round) {
@@ -199,7 +199,7 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
     EXPECT_EQ(image[0x200], 0xFF);
 }
 
-/// Called in every fork when the machine is ready for it: of what threads prepare the latest registered goes first.
+/// Called in every fork, after the machine has prepared for it: handlers that are registered later run earlier.
 std::atomic<const std::function<void()>*> inTheFork = nullptr;
 
 void callInTheFork()
@@ -211,7 +211,7 @@ void callInTheFork()
 
 [[gnu::constructor(101)]] void registerBeforeTheMachine() { pthread_atfork(callInTheFork, nullptr, nullptr); }
 
-/// Starts `action` in another thread in the middle of a fork. @return whether it came to its end within the fork
+/// Starts `action` in another thread in the middle of a fork. @return whether it ended within the fork
 bool endsWithinAFork(const std::function<void()>& action)
 {
     constexpr int turnsToBegin = 10'000'000, turnsToEnd = 20'000;

@@ -125,7 +125,7 @@ TEST_F(Hub, Port20HexIsACommandAndAMalformedOne)
         EXPECT_EQ(status(), 1);
     }
     EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data, (Bytes{1, 0xFF}));
-    // not cleared by the byte ahead of data
+    // not cleared by the byte before data
     EXPECT_EQ(status(), 1);
 }
 
@@ -136,7 +136,7 @@ TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
         EXPECT_EQ(status(), 1);
     }
     EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0}, 2).data, (Bytes{1, 0xFF}));
-    // not cleared by the byte ahead of data
+    // not cleared by the byte before data
     EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0, 0, 0}, 2).data, (Bytes{1, 0xFF}));
 }
 
@@ -169,7 +169,7 @@ TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
     // taken and dropped
     EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
     EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (Bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
-    // not cleared ahead of data
+    // not cleared before data
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2);
     // an address alone leaves it
     on->probe(0x80);
@@ -359,7 +359,7 @@ TEST_F(Hub, DeadHubStaysSilentWhateverIsReset)
     EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
 }
 
-// Whatever the trigger, a transaction that the hub has answered goes through.
+// A transaction that the hub has acknowledged goes through, whatever triggers the fault.
 TEST_F(Hub, IsNeverSilentInsideATransaction)
 {
     for (const char* kind : {"nack", "hub-silent"}) {
@@ -535,7 +535,7 @@ TEST_F(Hub, CommandAtARepeatedStart)
     write({3, 0xA6, 0, 0, 1});
     // done, and the read is a plain one
     EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (Bytes{0, 0xFF}));
-    // unknown, and told by the plain read
+    // unknown, and the plain read gives it
     EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, Bytes{1});
     EXPECT_EQ(status(), 0);
     write({3, 0xA6, 0, 0, 1});
