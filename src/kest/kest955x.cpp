@@ -255,11 +255,10 @@ void readInputs(portRun& run, std::uint32_t mask, std::uint32_t& value)
     }
     if (run.port.upperInputs.bytes != 0) {
         std::uint32_t upper = 0;
-        const bool done = readRegisters(run, run.port.upperInputs, upper);
-        value |= upper << 8;
-        if (!done) {
+        if (!readRegisters(run, run.port.upperInputs, upper)) {
             return;
         }
+        value |= upper << 8;
     }
     value &= mask;
     if (run.port.highByteFirst) {
@@ -284,10 +283,9 @@ void writeRaw(portRun& run, kest_dpConfig config, std::uint32_t value)
     const rawRange& raw = run.port.raw;
     if (config < raw.config || config >= raw.config + raw.count) {
         refuse(run, KEST_REASON_NO_REGISTER, config);
-        return;
+    } else {
+        writeRegisters(run, {static_cast<std::uint8_t>(raw.first + (config - raw.config)), 1}, value);
     }
-    const auto registerByte = static_cast<std::uint8_t>(raw.first + (config - raw.config));
-    writeRegisters(run, {registerByte, 1}, value);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "kestdataport.h"
 
-#include <cstring>
 #include <memory>
 
 #include "kest955x.h"
@@ -19,20 +18,18 @@ constexpr char sourceId[] = "kestdataport";
 
 /// A function of the data port.
 struct portFunction {
-    routine self;
+    const routine& self;
     registerRange portRegisters::*registers; ///< it serves the types that have these
-    bool servesUnsound; ///< also a chain that failed its check
+    bool servesUnsound = false; ///< also a chain that failed its check
 };
-constexpr portFunction readFunction{.self = {"KEST_dpRead", KEST_MODULE_DP_READ, sourceId},
-                                    .registers = &portRegisters::inputs,
-                                    .servesUnsound = false};
-constexpr portFunction writeFunction{.self = {"KEST_dpWrite", KEST_MODULE_DP_WRITE, sourceId},
-                                     .registers = &portRegisters::outputs,
-                                     .servesUnsound = false};
+constexpr routine readRoutine{"KEST_dpRead", KEST_MODULE_DP_READ, sourceId};
+constexpr routine writeRoutine{"KEST_dpWrite", KEST_MODULE_DP_WRITE, sourceId};
+constexpr routine configRoutine{"KEST_dpConfig", KEST_MODULE_DP_CONFIG, sourceId};
+constexpr portFunction readFunction{.self = readRoutine, .registers = &portRegisters::inputs};
+constexpr portFunction writeFunction{.self = writeRoutine, .registers = &portRegisters::outputs};
 // unlike the others, on purpose
-constexpr portFunction configFunction{.self = {"KEST_dpConfig", KEST_MODULE_DP_CONFIG, sourceId},
-                                      .registers = &portRegisters::outputs,
-                                      .servesUnsound = true};
+constexpr portFunction configFunction{
+    .self = configRoutine, .registers = &portRegisters::outputs, .servesUnsound = true};
 constexpr routine hubResetRoutine{"kest_dp_922HUB_reset", KEST_MODULE_HUB_RESET_LINE, sourceId};
 
 /// One call: the device that the text names and what is known of its failure.

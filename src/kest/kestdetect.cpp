@@ -30,8 +30,6 @@ struct detection {
     ~detection() { kest_miscReleaseDeviceInfo(info); }
 };
 
-void traceLine(std::uint32_t hash, int line) { KEST_TRACE_AT(line, hash, "", detectRoutine.name); }
-
 bool understandText(detection& run)
 {
     if (run.address == nullptr) {
@@ -51,7 +49,7 @@ bool understandText(detection& run)
 bool passed(detection& run, bool done, int line, unsigned short site)
 {
     if (!done) {
-        traceLine(traceHash("step of a detection failed"), line);
+        KEST_TRACE_AT(line, traceHash("step of a detection failed"), "", detectRoutine.name);
         run.entry->addSwErr(kest_component, run.entry->getRC(), detectRoutine.module, site, 0);
     }
     return done;
@@ -78,7 +76,7 @@ void reportState(detection& run, kest_reason reason, std::uint32_t state)
 
 void reportAbsent(detection& run)
 {
-    traceLine(traceHash("device absent"), 353);
+    KEST_TRACE_AT(353, traceHash("device absent"), "", detectRoutine.name);
     reportState(run, KEST_REASON_DEVICE_ABSENT, MERN_DETECT_ABSENT);
     // not that of the reason, on purpose
     kest_setReturnCode(run.report.details, kest_classFailure | KEST_REASON_NO_ANSWER);
@@ -87,11 +85,11 @@ void reportAbsent(detection& run)
 void reportDoubtful(detection& run, std::uint32_t state)
 {
     if (state == MERN_DETECT_SCL_HELD) {
-        traceLine(traceHash("clock line held"), 396);
+        KEST_TRACE_AT(396, traceHash("clock line held"), "", detectRoutine.name);
     } else if (state == MERN_DETECT_SDA_HELD) {
-        traceLine(traceHash("data line held"), 400);
+        KEST_TRACE_AT(400, traceHash("data line held"), "", detectRoutine.name);
     } else {
-        traceLine(traceHash("unknown detect state"), 404);
+        KEST_TRACE_AT(404, traceHash("unknown detect state"), "", detectRoutine.name);
     }
     reportState(run, KEST_REASON_DETECT_STATE, state);
     kest_addCallout(run.report.details, EPUB_PROCEDURE_IIC);

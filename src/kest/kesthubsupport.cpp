@@ -118,10 +118,7 @@ bool prepare(hubTransfer& transfer, bool isRead, const stepSites& at)
     }
     kest_922setHubConfig(handle, &transfer.hub, transfer.size, &transfer.block, transfer.attributes, isRead, errl,
                          transfer.deviceMode);
-    if (!passed(transfer, at.config)) {
-        return false;
-    }
-    return passed(transfer, transfer.session.seek(transfer.position), at.seek);
+    return passed(transfer, at.config) && passed(transfer, transfer.session.seek(transfer.position), at.seek);
 }
 
 /// Asks the hub how the transfer ended; its verdict comes back in `errl`. For that the transfer can be repeated, with

@@ -77,19 +77,18 @@ void answerData(NetcMessage& reply, const char* bytes, unsigned int size, failur
     }
 }
 
-ErrlEntry* answerLocation(const NetcMessage& request, NetcMessage& reply, char** location, failureReport& report)
+void answerLocation(const NetcMessage& request, NetcMessage& reply, char** location, failureReport& report)
 {
     const char* const payload = request.dataPointer();
     const std::uint32_t device = wordAt(payload, 0);
     const std::uint32_t position = wordAt(payload, 1);
-    ErrlEntry* const entry = TAVO_get_dev_addr_string(device, location, static_cast<zelPosition>(position), false);
-    if (entry != nullptr) {
+    report.entry = TAVO_get_dev_addr_string(device, location, static_cast<zelPosition>(position), false);
+    if (report.entry != nullptr) {
         KEST_TRACE(traceHash("device without location"), ",%X,%X", messageRoutine.name, device, position);
         report.describe(KEST_REASON_NO_LOCATION, device, position);
     } else {
         answerData(reply, *location, static_cast<unsigned int>(std::strlen(*location)) + 1, report);
     }
-    return entry;
 }
 
 /// Traces and describes a payload that ends too early. The size it should have had may need more than the 32 bits
@@ -137,20 +136,18 @@ bool takeRequest(const NetcMessage& request, seepromRequest& record, failureRepo
     return request.type == KEST_MSG_SEEPROM_READ || takeWriteData(request, dataAt, record, report);
 }
 
-ErrlEntry* serveSeeprom(NetcMessage& reply, seepromRequest& record, failureReport& report)
+void serveSeeprom(NetcMessage& reply, seepromRequest& record, failureReport& report)
 {
-    ErrlEntry* entry = nullptr;
     if (reply.type == KEST_MSG_SEEPROM_WRITE) {
-        entry = KEST_seepromWrite(record.device, nullptr, record.offset, &record.length, record.data, nullptr);
+        report.entry = KEST_seepromWrite(record.device, nullptr, record.offset, &record.length, record.data, nullptr);
         // also for a write that failed
         reply.replyFlags = KEST_REPLY_SERVED | KEST_REPLY_WRITTEN;
-    } else {
-        entry = KEST_seepromRead(record.device, nullptr, record.offset, &record.length, &record.data, nullptr);
-        if (entry == nullptr) {
-            answerData(reply, reinterpret_cast<const char*>(record.data), record.length, report);
-        }
+        return;
     }
-    return entry;
+    report.entry = KEST_seepromRead(record.device, nullptr, record.offset, &record.length, &record.data, nullptr);
+    if (report.entry == nullptr) {
+        answerData(reply, reinterpret_cast<const char*>(record.data), record.length, report);
+    }
 }
 
 /// Whether the type is served and the payload holds the type's fixed head.
@@ -181,11 +178,9 @@ bool checkHead(const NetcMessage& request, failureReport& report)
 ErrlEntry* kestProcessMsg(void* /*context*/, NetcMessage* request, NetcMessage* reply)
 {
     using namespace kest;
-    const traceScope scope(messageRoutine.name);
+    reportedCall report{messageRoutine};
     seepromRequest record{};
     char* location = nullptr;
-    ErrlEntry* entry = nullptr;
-    failureReport report{messageRoutine, entry};
     record.reserved = 2;
     traceMessage(*request, traceHash("request"), __LINE__);
     reply->identifier = request->identifier;
@@ -193,17 +188,16 @@ ErrlEntry* kestProcessMsg(void* /*context*/, NetcMessage* request, NetcMessage* 
     reply->replyFlags = 0;
     if (checkHead(*request, report)) {
         if (request->type == KEST_MSG_LOCATION) {
-            entry = answerLocation(*request, *reply, &location, report);
+            answerLocation(*request, *reply, &location, report);
         } else if (takeRequest(*request, record, report)) {
-            entry = serveSeeprom(*reply, record, report);
+            serveSeeprom(*reply, record, report);
         }
     }
     if (record.data != nullptr) {
         freeBuffer(record.data);
-        record.data = nullptr;
     }
     report.finish();
     traceMessage(*reply, traceHash("reply"), __LINE__);
     freeBuffer(location);
-    return entry;
+    return report.entry;
 }

@@ -23,36 +23,30 @@ constexpr char sourceId[] = "kestseeprom";
 
 /// Failure sites of a transfer's steps.
 struct stepSites {
-    std::uint32_t hub, open, block, speed, seek, retry, transfer, close;
+    std::uint32_t hub, open, block, speed, seek;
 };
+constexpr stepSites readSites{.hub = 609, .open = 633, .block = 652, .speed = 670, .seek = 708};
+constexpr stepSites writeSites{.hub = 1327, .open = 1348, .block = 1367, .speed = 1385, .seek = 1400};
+
+/// Failure sites of what follows them.
+struct endSites {
+    std::uint32_t transfer, retry, close;
+};
+constexpr endSites readEnds{.transfer = 751, .retry = 744, .close = 770};
+constexpr endSites writeEnds{.transfer = 1441, .retry = 1435, .close = 1470};
 
 /// One direction of transfer.
 struct direction {
     routine self;
     bool read;
     int operation; ///< of the hub support and the retry
-    stepSites at;
+    const stepSites& at;
+    const endSites& end;
 };
-constexpr direction reading{
-    .self = {"kest_seepromHardwareRead", KEST_MODULE_HARDWARE_READ, sourceId},
-    .read = true,
-    .operation = 0,
-    .at =
-        {.hub = 609, .open = 633, .block = 652, .speed = 670, .seek = 708, .retry = 744, .transfer = 751, .close = 770},
-};
-constexpr direction writing{
-    .self = {"kest_seepromHardwareWrite", KEST_MODULE_HARDWARE_WRITE, sourceId},
-    .read = false,
-    .operation = 1,
-    .at = {.hub = 1327,
-           .open = 1348,
-           .block = 1367,
-           .speed = 1385,
-           .seek = 1400,
-           .retry = 1435,
-           .transfer = 1441,
-           .close = 1470},
-};
+constexpr routine readRoutine{"kest_seepromHardwareRead", KEST_MODULE_HARDWARE_READ, sourceId};
+constexpr routine writeRoutine{"kest_seepromHardwareWrite", KEST_MODULE_HARDWARE_WRITE, sourceId};
+constexpr direction reading{.self = readRoutine, .read = true, .operation = 0, .at = readSites, .end = readEnds};
+constexpr direction writing{.self = writeRoutine, .read = false, .operation = 1, .at = writeSites, .end = writeEnds};
 
 /// Text of a location field, which has no terminator when it fills the field.
 class locationText
@@ -183,13 +177,13 @@ bool prepare(seepromTransfer& transfer)
 void retryTimeout(seepromTransfer& transfer, void* buffer)
 {
     if (kest_failedErrno(transfer.error) != static_cast<std::uint32_t>(ETIME)) {
-        passed(transfer, transfer.way.at.transfer);
+        passed(transfer, transfer.way.end.transfer);
         return;
     }
     KEST_TRACE(traceHash("transfer timed out"), ",%d", transfer.way.self.name, ETIME);
     transfer.lengthMoved = transfer.lengthWanted;
     kest_wobuResetRetry(transfer.session.handle, transfer.error, &transfer.lengthMoved, buffer, transfer.way.operation);
-    passed(transfer, transfer.way.at.retry);
+    passed(transfer, transfer.way.end.retry);
 }
 
 /// Reads or writes, through the hub when the chain begins with one.
@@ -218,14 +212,6 @@ void moveData(seepromTransfer& transfer, void* buffer)
     }
 }
 
-/// What the caller gets. Beside an entry it is the layer's own count, whatever that is. Without one the caller goes
-/// by it, and it stays within the buffer: a failure that was committed below leaves any count, and
-/// a hub's can be one too high.
-unsigned int lengthToReport(const seepromTransfer& transfer)
-{
-    return transfer.error == nullptr ? std::min(transfer.lengthMoved, transfer.lengthWanted) : transfer.lengthMoved;
-}
-
 bool takeBuffer(seepromTransfer& transfer, unsigned int length, unsigned char** data)
 {
     const unsigned int wanted = length != 0 ? length : targetType(transfer).capacity;
@@ -244,7 +230,7 @@ void closeDevice(seepromTransfer& transfer)
 {
     ErrlEntry* closeError = transfer.session.close();
     if (closeError != nullptr) {
-        transfer.report.site = transfer.way.at.close;
+        transfer.report.site = transfer.way.end.close;
         KEST_TRACE(traceHash("close failed"), ",%x", transfer.way.self.name, closeError->getRC());
         kest_commitSecondary(closeError);
     }
@@ -254,8 +240,9 @@ void closeDevice(seepromTransfer& transfer)
 /// and logs. An entry that is made only here carries its own description.
 void finish(seepromTransfer& transfer, unsigned int* length)
 {
-    // 0 when a check failed
-    *length = lengthToReport(transfer);
+    // 0 when a check failed. With an entry it is the layer's own count, whatever that is. Without one the caller goes by
+    // it, and it stays within the buffer: a failure that was committed below leaves any count, a hub one too high
+    *length = transfer.error == nullptr ? std::min(transfer.lengthMoved, transfer.lengthWanted) : transfer.lengthMoved;
     closeDevice(transfer);
     if (transfer.error != nullptr) {
         attachChain(transfer);
@@ -335,21 +322,21 @@ std::uint32_t kest_timeoutCalc(const kest_deviceAddress* chain, unsigned int len
 
 void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length, void* buffer, int operation)
 {
-    const traceScope scope(retryRoutine.name);
-    kest_errorDetails details{};
+    reportedCall report{retryRoutine, error};
     ErrlEntry* retryError = nullptr;
     const bool reset = resetBus(handle, retryError);
     if (reset) {
         repeatTransfer(handle, retryError, length, buffer, operation);
     }
     if (retryError != nullptr) {
-        kest_attachSoftwareError(details, retryError->getRC(), retryRoutine.module, retrySite);
+        kest_attachSoftwareError(report.details, retryError->getRC(), retryRoutine.module, retrySite);
         kest_mergeFirstSrc(*error, *retryError);
         KEST_TRACE(traceHash("not rescued"), ",%x", retryRoutine.name, retryError->getRC());
         delete retryError;
     } else if (!reset) {
         // and no memory for an entry that says so: the transfer was not repeated all the same
-        kest_attachSoftwareError(details, kest_classFailure | KEST_REASON_BUS_RESET, retryRoutine.module, retrySite);
+        kest_attachSoftwareError(report.details, kest_classFailure | KEST_REASON_BUS_RESET, retryRoutine.module,
+                                 retrySite);
     } else {
         error->setSev(ERRL_SEV_RECOVERED);
         error->commit(kest_component, ERRL_ACTION_KEEP_FOR_SERVICE);
@@ -357,7 +344,7 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
         delete error;
         error = nullptr;
     }
-    kest_logError(error, &details, sourceId);
+    report.finish();
 }
 
 void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
