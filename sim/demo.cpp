@@ -3,8 +3,10 @@
 #include "base/descriptor.h"
 #include "sim/machinefile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
@@ -110,13 +112,16 @@ write_cycle_ms = 3.5
 namespace
 {
 
-void writeNew(const std::filesystem::path& file, const char* bytes, std::size_t length)
+[[noreturn]] void failToWrite(const std::filesystem::path& file)
 {
-    const int out = ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    const bool good = out >= 0 && writeAllAt(out, {reinterpret_cast<const std::uint8_t*>(bytes), length}, 0) == 0;
-    const int why = errno;
-    if ((out >= 0 && close(out) != 0) || !good) {
-        throw std::system_error{good ? errno : why, std::generic_category(), file.string() + ": cannot be written"};
+    throw std::system_error{errno, std::generic_category(), file.string() + ": cannot be written"};
+}
+
+void writeNew(const std::filesystem::path& file, std::string_view text)
+{
+    fileDescriptor out{ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))};
+    if (!out.valid() || writeAll(out.number(), text) != 0 || close(out.release()) != 0) {
+        failToWrite(file);
     }
 }
 
@@ -152,12 +157,11 @@ void writeDemoMachine(const std::filesystem::path& folder,
             std::ranges::copy(given->second, image.begin());
         }
         if (!std::filesystem::exists(folder / name)) {
-            writeNew(folder / name, image.data(), image.size());
+            writeNew(folder / name, image);
         }
     }
-    writeNew(machineFile, demoMachineText,
-             // last: a folder without it is no machine
-             std::string_view{demoMachineText}.size());
+    // last: a folder without it is no machine
+    writeNew(machineFile, demoMachineText);
 }
 
 } // namespace kest::sim

@@ -260,24 +260,35 @@ std::string stateFile::damage(std::uint64_t layoutMark) const
 std::filesystem::path stateFile::setAside() const
 {
     std::filesystem::path kept = m_path.string() + ".damaged";
-    unlink(kept.c_str());
-    const int copy = ownDescriptor(open(kept.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    bool good = copy >= 0;
-    off_t at = 0;
-    ssize_t got = 1;
-    for (std::array<std::uint8_t, headerBytes> piece{}; good && got > 0; at += got) {
-        got = pread(m_descriptor, piece.data(), piece.size(), at);
-        good = got >= 0 && writeAllAt(copy, std::span{piece}.first(static_cast<std::size_t>(got)), at) == 0;
-    }
-    const int error = errno;
-    if (copy >= 0) {
-        good = close(copy) == 0 && good;
-    }
-    if (!good) {
-        throw std::system_error{error, std::generic_category(),
+    if (!copyTo(kept)) {
+        throw std::system_error{errno, std::generic_category(),
                                 m_path.string() + ": is damaged and cannot be kept as " + kept.string()};
     }
     return kept;
+}
+
+// @return false with `errno`
+bool stateFile::copyTo(const std::filesystem::path& file) const
+{
+    unlink(file.c_str());
+    fileDescriptor copy{ownDescriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))};
+    if (!copy.valid()) {
+        return false;
+    }
+    std::array<std::uint8_t, headerBytes> piece{};
+    for (off_t at = 0;;) {
+        const ssize_t got = pread(m_descriptor, piece.data(), piece.size(), at);
+        if (got < 0) {
+            return false;
+        }
+        if (got == 0) {
+            return close(copy.release()) == 0;
+        }
+        if (writeAllAt(copy.number(), std::span{piece}.first(static_cast<std::size_t>(got)), at) != 0) {
+            return false;
+        }
+        at += got;
+    }
 }
 
 void stateFile::renew(std::uint64_t layoutMark)

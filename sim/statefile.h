@@ -84,6 +84,7 @@ private:
     bool lockFile(std::size_t first, std::size_t count, bool lock) const;
     [[nodiscard]] std::uint8_t& active(std::size_t bus) const { return m_mapped[m_blocks[bus].at]; }
     void reserveHoles();
+    [[nodiscard]] bool copyTo(const std::filesystem::path& file) const;
     [[nodiscard]] std::span<std::uint8_t> record(std::size_t bus, unsigned which) const;
 
     std::filesystem::path m_path;

@@ -119,6 +119,28 @@ private:
     busIdentity m_identity;
 };
 
+/// @param[out] about  of the folder. @return 0, or why no machine can be opened there
+int checkFolder(const std::filesystem::path& folder, struct stat& about)
+{
+    // empty: no machine is configured, so there is no such bus
+    if (folder.empty()) {
+        return ENOENT;
+    }
+    if (stat(folder.c_str(), &about) != 0) {
+        return isShortage(errno) ? ENOMEM : errno == EACCES ? EACCES : ENOENT;
+    }
+    return access(folder.c_str(), R_OK | W_OK | X_OK) == 0 ? 0 : EACCES;
+}
+
+/// The errno of a machine that the system did not let open.
+int errnoOfMachine(int error)
+{
+    if (error == EACCES || error == EPERM || error == EROFS) {
+        return EACCES;
+    }
+    return isShortage(error) ? ENOMEM : ENODEV;
+}
+
 } // namespace
 
 int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, const std::string& name,
@@ -126,15 +148,8 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
 {
     struct stat folder {
     };
-    if (machineFolder.empty()) {
-        // no machine is configured: there is no such bus
-        return ENOENT;
-    }
-    if (stat(machineFolder.c_str(), &folder) != 0) {
-        return isShortage(errno) ? ENOMEM : errno == EACCES ? EACCES : ENOENT;
-    }
-    if (access(machineFolder.c_str(), R_OK | W_OK | X_OK) != 0) {
-        return EACCES;
+    if (const int error = checkFolder(machineFolder, folder)) {
+        return error;
     }
     try {
         std::shared_ptr<sim::machine> machine = sim::openMachine(machineFolder, realTime);
@@ -149,17 +164,13 @@ int openSimulatedBus(const std::filesystem::path& machineFolder, bool realTime, 
                              .text = "sim:" + name,
                              .owner = folder.st_uid};
         opened = std::make_shared<simulatedBus>(std::move(machine), std::move(wires), std::move(identity));
+        return 0;
     } catch (const std::system_error& failure) {
-        const int error = failure.code().value();
-        if (error == EACCES || error == EPERM || error == EROFS) {
-            return EACCES;
-        }
-        return isShortage(error) ? ENOMEM : ENODEV;
+        return errnoOfMachine(failure.code().value());
     } catch (const std::runtime_error&) {
         // the folder is there, but no machine can be made of it
         return ENODEV;
     }
-    return 0;
 }
 
 std::vector<std::string> simulatedBusNames(const std::filesystem::path& machineFolder, bool realTime,
