@@ -5,8 +5,9 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/host/trace/image.h"
 #include "platform/host/trace/layout.h"
-#include "platform/host/trace/reader.h"
+#include "platform/host/trace/render.h"
 
 namespace
 {

@@ -11,7 +11,9 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/host/trace/image.h"
 #include "platform/host/trace/reader.h"
+#include "platform/host/trace/render.h"
 #include "platform/host/trace/rings.h"
 #include "platform/trace.h"
 #include "tests/sanitizers.h"

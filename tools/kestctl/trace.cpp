@@ -9,6 +9,7 @@
 #include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/trace/reader.h"
+#include "platform/host/trace/render.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/json.h"

@@ -3,7 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/trace/reader.h"
+#include "platform/host/trace/image.h"
+#include "platform/host/trace/render.h"
 #include "platform/host/trace/rings.h"
 
 namespace kest::host

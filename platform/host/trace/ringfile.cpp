@@ -23,15 +23,14 @@
 #include "base/descriptor.h"
 #include "base/folders.h"
 #include "base/quietwrites.h"
-#include "platform/host/trace/rings.h"
 
 namespace kest::host::trace
 {
 namespace
 {
 
-/// A lock of the open file, not of the process: gone at once when the process dies, and not shared by its children, who
-/// close the file.
+/// A lock of the open file, not of the process. It is gone at once when the process dies, and the process's children do
+/// not share it, since they close the file.
 struct flock wholeFile(short type)
 {
     struct flock lock {
@@ -41,7 +40,7 @@ struct flock wholeFile(short type)
     return lock;
 }
 
-/// Bytes of a file that is open, with room reserved and a lock. @return whether all that could be had
+/// Locks an open file, reserves its room and maps it. @return whether all of that was possible
 bool prepare(ringFileHandle& file, std::size_t bytes)
 {
     const quietWrites quiet;
@@ -87,7 +86,7 @@ std::vector<agedFile> ringFilesIn(int folder)
         if (std::string_view(entry->d_name).ends_with(ringFileSuffix) &&
             fstatat(folder, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) == 0) {
             files.push_back(
-                {facts.st_mtim.tv_sec * std::int64_t{1'000'000'000} + facts.st_mtim.tv_nsec, entry->d_name});
+                {facts.st_mtim.tv_sec * static_cast<std::int64_t>(nsPerSecond) + facts.st_mtim.tv_nsec, entry->d_name});
         }
     }
     return files;
@@ -108,7 +107,7 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         return file;
     }
     const fileDescriptor place = openFolder(folder);
-    // root's get the folder's owner: the service tidies up what root's tools leave there
+    // root's files get the folder's owner: the service removes old ones that root's tools left there
     if (place.valid()) {
         file.descriptor = createFileIn(place.number(), nameIn(file.path), O_RDWR, 0640).release();
     }
@@ -137,7 +136,7 @@ void removeRingFile(ringFileHandle& file) noexcept
             const fileDescriptor place = openFolder(std::filesystem::path(file.path).parent_path());
             unlinkat(place.number(), nameIn(file.path), 0);
         } catch (const std::exception&) {
-            // then it lies there as a dead process's
+            // then it stays there as a dead process's
         }
     }
     closeRingFile(file);
@@ -153,12 +152,13 @@ void removeOldRings(const std::filesystem::path& folder)
 {
     const fileDescriptor place = openFolder(folder);
     std::vector<agedFile> files = ringFilesIn(place.number());
-    if (files.size() > maximumDeadRings) {
-        std::erase_if(files, [&](const agedFile& file) { return !isDead(place.number(), file.name.c_str()); });
-        std::ranges::sort(files, {}, [](const agedFile& file) { return std::tie(file.changedNs, file.name); });
-        for (std::size_t index = 0; index + maximumDeadRings < files.size(); ++index) {
-            unlinkat(place.number(), files[index].name.c_str(), 0);
-        }
+    if (files.size() <= maximumDeadRings) {
+        return;
+    }
+    std::erase_if(files, [&](const agedFile& file) { return !isDead(place.number(), file.name.c_str()); });
+    std::ranges::sort(files, {}, [](const agedFile& file) { return std::tie(file.changedNs, file.name); });
+    for (std::size_t index = 0; index + maximumDeadRings < files.size(); ++index) {
+        unlinkat(place.number(), files[index].name.c_str(), 0);
     }
 }
 

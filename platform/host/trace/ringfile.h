@@ -9,7 +9,10 @@ namespace kest::host::trace
 
 constexpr const char* ringFileSuffix = ".ring";
 
-/// A mapped ring file. The open descriptor holds a lock that tells readers that the process is alive.
+/// Files of dead processes that a trace folder keeps, the latest ones. When a process adds its own, more are removed.
+constexpr std::size_t maximumDeadRings = 64;
+
+/// A mapped ring file. The open descriptor holds a lock, by which readers see that the process is alive.
 struct ringFileHandle {
     void* memory = nullptr; ///< never unmapped: writers may hold its address
     int descriptor = -1;

@@ -1,12 +1,12 @@
 /// The process's trace rings: where they are kept.
 ///
-/// A ring is born in memory; nothing is read or opened for it, so it can be made while the process is still being
-/// loaded. Once the configuration has been read, by whatever first needs it, the rings move into files and stay
-/// readable after a crash.
+/// A ring is made in memory. Nothing is read or opened for it, so it can be made while the process is still being
+/// loaded. When the configuration is read for the first time, the rings move into files and stay readable after a
+/// crash.
 ///
-/// fork: the child stops sharing. It goes on with a copy of its parent's rings in memory, and gets files of its own
-/// when it reads its configuration anew or calls useTraceFolder(). (A child that only runs another program never needs
-/// any.)
+/// A child of a fork does not share them. It goes on with a copy of its parent's rings in memory, and gets files of its
+/// own when it reads its configuration anew or calls useTraceFolder(). (A child that only runs another program never
+/// needs any.)
 #pragma once
 
 #include <cstddef>
@@ -17,12 +17,9 @@
 namespace kest::host
 {
 
-/// Files of dead processes that a trace folder keeps, the latest ones; more are removed when a process adds its own.
-constexpr std::size_t maximumDeadRings = 64;
-
 /// Moves all rings, present and future, into files of this folder, which is made for the first of them. No line is
 /// lost, also of threads that trace meanwhile. Never fails: a ring whose file cannot be had stays where it is, and a
-/// line in it tells why. For the folder in use already only rings without a file are tried again. Takes system calls;
+/// line in it says why. For the folder in use already only rings without a file are tried again. Takes system calls;
 /// any thread. Without memory rings stay where they are; should it run out in the middle of a move, lines that were
 /// being written then may be missing.
 void useTraceFolder(const std::filesystem::path& folder) noexcept;
