@@ -135,8 +135,8 @@ private:
     std::optional<std::uint64_t> number(const std::string& key, const toml::node& node, std::uint64_t least,
                                         std::uint64_t most);
     keyReader path(std::filesystem::path& target, std::size_t longest = longestPathBytes);
-    template <typename number_t>
-    keyReader integer(number_t& target, std::uint64_t least, std::uint64_t most);
+    template <typename Number>
+    keyReader integer(Number& target, std::uint64_t least, std::uint64_t most);
     keyReader truth(bool& target);
     keyReader accounts(std::vector<std::string>& target);
     keyReader tableOf(std::vector<keyRow> rows);
@@ -226,12 +226,12 @@ fileReader::keyReader fileReader::path(std::filesystem::path& target, std::size_
     };
 }
 
-template <typename number_t>
-fileReader::keyReader fileReader::integer(number_t& target, std::uint64_t least, std::uint64_t most)
+template <typename Number>
+fileReader::keyReader fileReader::integer(Number& target, std::uint64_t least, std::uint64_t most)
 {
     return [this, &target, least, most](const std::string& key, const toml::node& node) {
         if (const auto value = number(key, node, least, most)) {
-            target = static_cast<number_t>(*value);
+            target = static_cast<Number>(*value);
         }
     };
 }

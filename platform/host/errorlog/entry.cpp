@@ -26,8 +26,8 @@ std::int64_t nowMs()
 
 /// Does `change` to an entry's state. Callers know no exceptions: what there is no memory for is left out, and the
 /// entry says so.
-template <typename change_t>
-void alter(ErrlEntry::State& state, change_t change) noexcept
+template <typename Change>
+void alter(ErrlEntry::State& state, Change change) noexcept
 {
     try {
         change(state);

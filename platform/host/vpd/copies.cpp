@@ -55,8 +55,8 @@ bool parseNumber(const std::string& name, std::uint32_t& number)
 }
 
 /// Does `change` while no one else changes a copy under the root.
-template <typename change_t>
-int exclusively(std::string_view root, change_t change)
+template <typename Change>
+int exclusively(std::string_view root, Change change)
 {
     const fileLock lock(rootFolder(root) / lockName);
     return lock.error() == 0 ? change() : lock.error();

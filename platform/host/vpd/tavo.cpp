@@ -53,8 +53,8 @@ struct request {
 };
 
 /// Does what a request asks for. Callers know no exceptions: where memory is short the request fails.
-template <typename body_t>
-ErrlEntry* serve(request& asked, body_t body)
+template <typename Body>
+ErrlEntry* serve(request& asked, Body body)
 {
     try {
         body();
