@@ -30,7 +30,7 @@ enum kest_deviceType : std::uint32_t {
     KEST_DEV_172 = 0x172, ///< end device that the SEEPROM functions serve, too
 };
 
-/// One device of a chain; the first node is the one nearest the bus master. The chain is owned by whoever built it.
+/// One device of a chain; the first node is the one nearest the bus master. The chain belongs to the code that built it.
 struct kest_deviceAddress {
     std::uint8_t address; ///< IIC address, 8-bit form
     kest_deviceType type;
@@ -75,7 +75,7 @@ void KEST_reflattenAddressList(kest_deviceAddress* flat);
 
 /// Checks a chain: at most three nodes, hubs first, exactly one end device, last.
 /// @return 0 when valid; 0xAC0001 no list, 0xAC0002 more than three nodes, 0xAC0003 unknown type, 0xAC0004 end device
-/// ahead of a hub, 0xAC0005 end device ahead of an end device, 0xAC0006 forbidden hub behind a hub, 0xAC0007 chain ends
+/// before a hub, 0xAC0005 end device before an end device, 0xAC0006 forbidden hub behind a hub, 0xAC0007 chain ends
 /// in a hub.
 std::uint32_t kest_checkAddressList(const kest_deviceAddress* list);
 

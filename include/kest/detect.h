@@ -8,12 +8,12 @@ class ErrlEntry;
 namespace kest
 {
 
-/// Tells whether a device answers. Only the first two fields of the text are used: the probed address is that of the
-/// device path's `@HH` form.
+/// Finds out whether a device is there. Only the first two fields of the text are used: the address asked is that of
+/// the device path's `@HH` form.
 ///
-/// A detect state that could not be read because of EDEADLK (the failure is committed at once, action 0x2000) counts as
-/// absent; the same failure of a step ahead of it does not end the detection. Null is also the result when the error
-/// log has no memory for an entry: it then says "present" of whatever was found.
+/// A detect state that could not be read because of EDEADLK counts as absent; that failure is committed at once, action
+/// 0x2000. The same failure of an earlier step does not end the detection. When the error log has no memory for an
+/// entry, the result is null, too: every device then counts as present.
 /// @param address     device text
 /// @param attributes  six values, of which the bus speed is used; null leaves the bus's own speed
 /// @return null when the device is present, else an entry that the caller owns: return code 0x80001311 nothing answers,

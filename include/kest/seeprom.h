@@ -15,8 +15,8 @@ namespace kest
 /// @param spare           not used
 /// @param offset          first byte, counted from 0
 /// @param[in,out] length  in: bytes wanted; 0 on hardware means the whole device's capacity. out: on success bytes in
-/// `*data`. After a failure it is the bus layer's own count, whatever that is: (unsigned)-1 is possible, and it says
-/// nothing of `*data`.
+/// `*data`. After a failure it is the bus layer's own count, which can be any number, (unsigned)-1 too, and says
+/// nothing about `*data`.
 /// @param[out] data       null on entry; afterwards, when not null, a buffer to free with tavo_util_free(), also after
 /// a failure.
 /// @param attributes      six values indexed by `kest_attribute`; null takes the defaults.

@@ -69,7 +69,7 @@ std::uint32_t setOrClear(std::uint32_t value, std::uint32_t bits, bool set)
 
 pinMasks applyOperation(pinMasks pins, kest_dpOperation operation, std::uint32_t bits, std::uint32_t mask)
 {
-    // what the enumeration does not know changes nothing
+    // an unknown operation changes nothing
     switch (operation) {
     case KEST_DP_COPY:
         pins.low = (pins.low & ~mask) | (bits & mask);

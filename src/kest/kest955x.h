@@ -5,11 +5,11 @@
 /// whatever happens; the first failure is the one returned, later ones of the clean-up are committed with action
 /// 0x4000.
 ///
-/// A step goes by the entry alone. One that failed with EDEADLK, which is committed at once with action 0x2000, and one
-/// that the error log had no memory for have left none: the routine goes on as if it had succeeded. A register that
-/// could not be read then has the value of the operation's buffer, which is the register byte and zeros, or what had
-/// arrived; Write() and GeneralConfig() write back what they make of it. A type that a routine does not serve is
-/// reported with 0x132C, and register 0 is used without data all the same.
+/// A step has failed when it left an entry. A failure with EDEADLK leaves none, since it is committed at once with
+/// action 0x2000; nor does one that the error log has no memory for. The routine then goes on as if the step had
+/// succeeded. A register that could not be read has the value of the operation's buffer, which is the register byte and
+/// zeros, or the bytes that had arrived; Write() and GeneralConfig() write back what they make of it. A type that a
+/// routine does not serve is reported with 0x132C, and register 0 is used without data all the same.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,8 @@
 /// Register devices at the end of an IIC path, and the operations that are run on them.
 ///
 /// One call's use: buildDeviceLink(), open, lockDevice(), for each operation setOperation(), doOperation(),
-/// setOperation(null), then unlockDevice(), close, deleteDeviceLink(). Every function that answers an `ErrlEntry*`
-/// answers null on success, else an entry that the caller owns.
+/// setOperation(null), then unlockDevice(), close, deleteDeviceLink(). Every function that returns an `ErrlEntry*`
+/// returns null on success, else an entry that the caller owns.
 #pragma once
 
 #include <cstdint>
@@ -83,7 +83,7 @@ public:
     ErrlEntry* doOperation(mern_t handle) override;
     /// Takes the device's lock, waiting at most 500 ms. A second lock of this object fails without touching the bus.
     ErrlEntry* lockDevice(mern_t handle) override;
-    /// Lets the lock go. A device that is not locked is no failure; one whose unlock failed stays marked locked.
+    /// Releases the lock. A device that is not locked is no failure; one whose unlock failed stays marked locked.
     ErrlEntry* unlockDevice(mern_t handle) override;
     virtual ErrlEntry* writeOperation(mern_t handle);
     virtual ErrlEntry* readOperation(mern_t handle);

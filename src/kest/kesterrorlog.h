@@ -39,8 +39,7 @@ struct kest_errorDetails {
     std::uint8_t setReturnCode;
     std::uint32_t returnCode;
     std::uint8_t usrDtlsInUse;
-    std::uint8_t
-        usrDtlsOwned; ///< the block came from array new and is deleted once added; stays set: set it with every block
+    std::uint8_t usrDtlsOwned; ///< the block came from array new, and is deleted once added; to be set with each block
     const std::uint8_t* usrDtlsData;
     std::uint32_t usrDtlsSize; ///< bytes; its low 16 bits are logged
     std::uint8_t usrDtlsVersion;

@@ -64,12 +64,12 @@ struct failureReport {
     void commit(std::uint16_t action);
 };
 
-/// The report of a whole call, which traces the routine's entry and exit, too. Declare it first: it then speaks last.
+/// The report of a whole call, which traces the routine's entry and exit, too. Declare it first, so that it ends last.
 class reportedCall : private traceScope, public failureReport
 {
 public:
     /// @param callersEntry  takes the failure
-    /// @param firstSite     what an entry names in which no step of this call has failed; noSite: nothing
+    /// @param firstSite     the site to note when an entry is there but no step has failed; noSite: none
     reportedCall(const routine& function, ErrlEntry*& callersEntry, std::uint32_t firstSite = noSite,
                  int line = __builtin_LINE())
         : traceScope(function.name, line), failureReport{function, callersEntry, firstSite}

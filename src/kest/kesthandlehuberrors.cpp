@@ -26,7 +26,7 @@ constexpr routine errorRoutine{"kest_read922HubErrStatus", KEST_MODULE_HUB_ERROR
 constexpr std::uint8_t selectErrorStatus = 0x07;
 constexpr std::uint8_t selectBusReset = 0x06;
 
-/// What a byte or a status holds before the hub has said anything: no status that means success.
+/// The status before the hub has reported one: not one that means success.
 constexpr std::uint8_t unknownStatus = 255;
 
 void sendCommand(mern_t& handle, ErrlEntry*& errl, std::uint8_t command)

@@ -170,7 +170,7 @@ void handleFailedRead(hubTransfer& transfer, unsigned int asked)
     passed(transfer, 446);
 }
 
-/// The caller gets the data; then the hub says whether they stand.
+/// The caller gets the data; then the hub says whether they are valid.
 void takeData(hubTransfer& transfer, unsigned int asked, void* data)
 {
     // At least 1 and at most what was asked for, unless a failure that was committed below left something else there.

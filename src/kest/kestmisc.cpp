@@ -57,7 +57,7 @@ public:
     {
         m_end = m_copy.get();
         if (!m_copy) {
-            // a failure needs a copy to tell it
+            // a failure is reported by handing over a copy
             m_copy.reset(copyText(""));
         }
     }

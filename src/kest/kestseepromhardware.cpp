@@ -334,7 +334,7 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
         KEST_TRACE(traceHash("not rescued"), ",%x", retryRoutine.name, retryError->getRC());
         delete retryError;
     } else if (!reset) {
-        // and no memory for an entry that says so: the transfer was not repeated all the same
+        // the reset failed, and there was no memory for an entry that says so: the transfer was not repeated
         kest_attachSoftwareError(report.details, kest_classFailure | KEST_REASON_BUS_RESET, retryRoutine.module,
                                  retrySite);
     } else {

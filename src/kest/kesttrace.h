@@ -29,13 +29,13 @@ consteval std::uint32_t traceHash(std::string_view message)
 /// The node is absent: traced wherever ENODEV is reported.
 constexpr std::uint32_t hashNodeAbsent = 0x05B69EAF;
 
-/// Traces a message of the function `name`. @param format  literal, of the arguments behind the name
+/// Traces a message of the function `name`. @param format  literal, of the arguments after the name
 #define KEST_TRACE_AT(line, hash, format, name, ...)                                                                   \
     trace_wobu_write_all(kest_trace, hash, " %s" format, line, 0, name __VA_OPT__(, ) __VA_ARGS__)
 /// The same, with the source line.
 #define KEST_TRACE(hash, format, ...) KEST_TRACE_AT(__LINE__, hash, format, __VA_ARGS__)
 
-/// Traces a function's entry, and at the end of its scope its exit. Declare it first: it then speaks last.
+/// Traces a function's entry, and at the end of its scope its exit. Declare it first, so that it ends last.
 class traceScope
 {
 public:

@@ -85,7 +85,7 @@ void addDetectState(mern_t handle, ErrlEntry*& entry)
 {
     failureReport report{readCall.self, entry};
     ErrlEntry* statusEntry = nullptr;
-    // stands when the item's failure was committed below: nothing to add
+    // keeps this value when the item's failure was committed below: there is nothing to add then
     std::uint32_t status = MERN_DETECT_PRESENT;
     kest_wobuConfig(handle, statusEntry, kest_configRead, WOBU_IIC_DETECT_STATE, &status, sizeof status);
     if (statusEntry != nullptr) {

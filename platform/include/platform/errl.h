@@ -4,7 +4,7 @@
 /// it: pass it on, commit and delete it, or delete it. Entries are not shared between threads.
 ///
 /// Nothing here throws. An entry that exists always has its identifier, its first SRC, its severity and its return
-/// code. What else there is no memory for is left out, and the entry that is stored says that it is incomplete.
+/// code. Everything else is left out when there is no memory for it; the stored entry then says that it is incomplete.
 #pragma once
 
 #include <cstddef>
@@ -61,7 +61,7 @@ public:
     ErrlBase& operator=(const ErrlBase&) = default;
     virtual ~ErrlBase();
 
-    /// The log's own allocator; room for 16 entries is kept aside. @return null without memory: a `new` expression then
+    /// The log's own allocator, which keeps room for 16 entries aside. @return null without memory: a `new` expression then
     /// yields null.
     static void* operator new(std::size_t bytes) noexcept;
     static void operator delete(void* object) noexcept;
@@ -134,7 +134,7 @@ public:
     /// Notes that a call failed: its return code and two words that say which one.
     void addSwErr(unsigned short component, unsigned int returnCode, unsigned short word1, unsigned short word2,
                   unsigned int reserved);
-    /// Stores the entry durably; on return it is safe, or told to standard error when nothing could take it. The caller
+    /// Stores the entry durably; on return it is safe, or printed to standard error when nothing could store it. The caller
     /// still deletes the object. Waits at most five seconds for other users of the log.
     /// @param action  `ERRL_ACTION_REPORT` or `ERRL_ACTION_KEEP_FOR_SERVICE`
     void commit(unsigned short component, unsigned short action);

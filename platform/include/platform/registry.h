@@ -10,8 +10,7 @@ public:
     /// @param[out] buffer   takes the value's bytes, without terminator; bytes beyond it are left alone, and all after
     /// a failure
     /// @param[in,out] size  in: bytes that `buffer` holds; out: bytes of the value, after a failure as it was. A value
-    /// that does not fit is
-    ///                      an error.
+    /// that does not fit is an error.
     /// @param reserved      false
     /// @param entry         null
     /// @return null on success, else an entry that the caller owns.

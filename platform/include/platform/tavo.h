@@ -22,9 +22,8 @@ enum zelPosition : std::uint32_t {
 /// @param device       device number
 /// @param name         null
 /// @param[out] data    what was found, to free with tavo_util_free(); null when nothing was, and after a failure
-/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`: fewer when the copy ends
-/// before, 0 when there
-///                     is no copy; after a failure still what was wanted
+/// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`, fewer when the copy ends
+/// before, 0 when there is no copy; after a failure as it was
 /// @param offset       first byte, counted from 0. At or past the copy's end is an error.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,

@@ -24,8 +24,7 @@ int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char* name, 
 /// @param descriptor  null drops the record
 /// @param hash        identifies the trace point's message
 /// @param format      printf format; must outlive the process's use of the buffer (a string literal). Conversions: d i
-/// u x X c s p
-///                    with flags, width and the length modifiers h, l, ll, z.
+/// u x X c s p, with flags, width and the length modifiers h, l, ll, z.
 /// @param line        source line of the trace point
 /// @param type        0
 /// `errno` is left as it was.
