@@ -171,7 +171,7 @@ bool serviceConnection::send(std::span<const std::uint8_t> bytes, deadline until
                 return false;
             }
         } else if (errno == EPIPE || errno == ECONNRESET) {
-            // it may have told why before it hung up
+            // it may have said why before it hung up
             return true;
         } else if (errno != EINTR) {
             result = fail(outcome::closed, m_socket + ": " + std::strerror(errno));

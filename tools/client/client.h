@@ -15,11 +15,11 @@ namespace kest::client
 
 enum class outcome : std::uint8_t {
     done,
-    failed, ///< the library could not do it: return code and log id tell why
-    refused, ///< the service refused it: `message` tells why
+    failed, ///< the library could not do it: return code and log id say why
+    refused, ///< the service refused it: `message` says why
     unreachable, ///< nobody listens at the socket, or it may not be used
     timedOut, ///< no whole reply in time. Of a write it is not known whether it was done
-    closed, ///< the service hung up ahead of its reply
+    closed, ///< the service hung up before it had replied
     malformed, ///< what came is no reply to the request
     wrongUse, ///< the request cannot be expressed: a text or data too long
 };
@@ -55,8 +55,8 @@ public:
     [[nodiscard]] bool connected() const { return m_descriptor >= 0; }
     [[nodiscard]] const std::string& error() const { return m_error; } ///< why not
 
-    /// Reads up to `length` bytes of the device that the text names. In mixed mode the service may answer more than was
-    /// asked.
+    /// Reads up to `length` bytes of the device that the text names. In mixed mode the service may return more than was
+    /// asked for.
     [[nodiscard]] answer readSeeprom(const std::string& location, std::uint32_t offset, std::uint32_t length);
     [[nodiscard]] answer writeSeeprom(const std::string& location, std::uint32_t offset,
                                       std::span<const std::uint8_t> data);

@@ -47,7 +47,7 @@ struct frame {
     std::uint16_t type = 0;
     std::uint8_t flags = 0;
     std::uint32_t returnCode = 0; ///< 0: done
-    std::uint32_t logId = 0; ///< of the error entry that tells more; 0 none
+    std::uint32_t logId = 0; ///< of the error entry about it; 0 when there is none
     std::vector<std::uint8_t> payload;
 };
 

@@ -17,7 +17,7 @@ namespace
 failure busFailure(int error, const busName& bus, const std::string& step)
 {
     errnoAdvice advice = adviceFor(error, bus);
-    // here they speak of the bus, and its reset has been tried
+    // here they mean the bus, whose reset has been tried
     if (error == ENXIO || error == ETIME) {
         advice.what = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";

@@ -114,7 +114,7 @@ public:
     /// Fills in the targets of the options. What readers throw comes through.
     [[nodiscard]] outcome parse(int count, char** words);
     /// The same for a program without subcommands, in the words of the option parser.
-    /// @return the exit code to end with, after what there is to say was printed; nothing when the program goes on
+    /// @return the exit code to end with, once help or complaint has been printed; nothing when the program shall run
     [[nodiscard]] std::optional<int> parseOrExit(int count, char** words, int wrongUseCode);
 
 private:

@@ -115,7 +115,7 @@ std::optional<device> otherTypeAt(const device& which)
                 return other;
             }
         } catch (const failure&) {
-            // 'kestctl devices' tells of rows that are no devices
+            // 'kestctl devices' reports rows that are no devices
         }
     }
     return std::nullopt;

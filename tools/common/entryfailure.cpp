@@ -25,7 +25,7 @@ constexpr std::uint8_t dtlsDeviceText = 7;
 /// Of each buffer, for an entry of the tools' own.
 constexpr unsigned traceBytes = 1024;
 
-/// Reason code of a detect state that is neither present nor absent, and the states it tells of.
+/// Reason code of a detect state that is neither present nor absent, and the states that it reports.
 constexpr std::uint32_t reasonDetectState = 0x1309;
 constexpr std::uint32_t stateSclHeld = 1;
 constexpr std::uint32_t stateSdaHeld = 2;
@@ -99,8 +99,8 @@ void describeErrno(int error, const device& which, failure& why)
     why.tryThis = advice.tryThis;
 }
 
-/// Says what a detect state that is neither present nor absent means. Asks the device once more where the state tells
-/// nothing: the entry does not know more.
+/// Says what a detect state that is neither present nor absent means. When the state says
+/// nothing, asks the device once more: the entry has no more to say.
 void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
 {
     const auto src = std::ranges::find_if(

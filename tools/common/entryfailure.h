@@ -18,8 +18,8 @@ struct loggedEntry;
 namespace kest::tools
 {
 
-/// Commits an entry that the library returned, so that it can be looked up later, and tells what it means. Where
-/// nothing answers it probes for an address in the wrong form.
+/// Commits an entry that the library returned, so that it can be looked up later, and describes what it means. When
+/// nothing answers, it probes for an address in the wrong form.
 /// @param entry  not null; gone afterwards
 [[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step);
 
@@ -29,12 +29,12 @@ void throwEntry(ErrlEntry* entry, const device& which, const std::string& step);
 /// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
 [[nodiscard]] int errnoOf(const host::loggedEntry& entry);
 
-/// Fills in exit code, what happened and what to try, as an entry tells it: what the return code says is the whole
-/// transfer's verdict; else the failed call of the IIC layer is the cause, else the first reason known. Leaves `why` as
-/// it is when nothing is known.
+/// Fills in the exit code, what happened and what to try. The cause is what the return code says of the whole transfer;
+/// else the failed call of the IIC layer; else the first reason that is known. Leaves `why` as it is when none is
+/// known.
 void describeEntry(const host::loggedEntry& entry, const device& which, failure& why);
 
-/// The same by the return code alone, for those who do not have the entry. @return false when it tells nothing
+/// The same by the return code alone, for callers without the entry. @return false when the code is not known
 bool describeReturnCode(std::uint32_t returnCode, failure& why);
 
 /// Reason codes of the tools' own failures.

@@ -15,7 +15,7 @@ namespace kest::tools
 
 /// Runs `action` and turns what it throws into one line on standard error (and with `json` also an "error" object on
 /// standard output) and an exit code. Also makes sure that everything written to standard output arrived.
-/// @param json  asked after the action, since only parsing the command line tells
+/// @param json  read after the action, since the command line is parsed within it
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action);
 
 } // namespace kest::tools

@@ -10,14 +10,14 @@
 namespace kest::tools
 {
 
-/// A hub on the way to a device, and the port through which it goes on.
+/// A hub on the way to a device, and the port that leads on.
 struct hubStep {
     std::uint8_t address = 0;
     std::uint8_t port = 0;
     bool operator==(const hubStep&) const = default;
 };
 
-/// A device of the table, a hub ahead of one, or a chip of the machine that the table doesn't have.
+/// A device of the table, a hub before one, or a chip of the machine that the table doesn't have.
 struct inventoryItem {
     busName bus;
     std::vector<hubStep> hubs;

@@ -135,7 +135,7 @@ void outputFile::finish()
     }
     const int descriptor = m_descriptor;
     m_descriptor = -1;
-    // some file systems tell only now that there was no room
+    // some file systems report only now that there was no room
     check(close(descriptor));
     if (!beside) {
         return;

@@ -12,7 +12,7 @@ namespace kest::tools
 
 /// A file being written. A new name, or one that names a regular file, gets its contents beside it and by a rename at
 /// the end: until then, and after a failure, what was there stays as it was. Mode and owner of a file that is replaced
-/// are kept, a symbolic link goes on leading to it. Devices, pipes and open descriptors (/dev/stdout) are written in
+/// are kept, a symbolic link still leads to it. Devices, pipes and open descriptors (/dev/stdout) are written in
 /// place. Every call throws a `failure` with the file's name.
 class outputFile
 {
@@ -21,7 +21,7 @@ public:
     explicit outputFile(const std::string& name, std::string step = "write");
     outputFile(const outputFile&) = delete;
     outputFile& operator=(const outputFile&) = delete;
-    /// Without finish() ahead of it nothing has happened to the file of that name.
+    /// Unless finish() was called before, the file of that name is as it was.
     ~outputFile();
 
     void write(std::span<const unsigned char> bytes);

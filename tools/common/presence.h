@@ -10,7 +10,7 @@ namespace kest::tools
 
 /// Asks for a device: by detection at the address of its own, or, behind a hub, by reading one byte of it. Returns when
 /// it is there. Throws a `failure` when it isn't (exit code 4, with a hint when the address looks like one in the wrong
-/// form) or when it can't be told.
+/// form) or when that can't be found out.
 /// @param speedKhz  0 for the bus's own
 void checkPresence(const device& which, std::uint32_t speedKhz = 0);
 

@@ -14,7 +14,7 @@ class progress
 public:
     /// @param what   "read planar-vpd"
     /// @param total  bytes to do; 0 shows nothing
-    /// @param quiet  nothing is shown ahead of this
+    /// @param quiet  nothing is shown before this has passed
     progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet = std::chrono::milliseconds(500));
     progress(const progress&) = delete;
     progress& operator=(const progress&) = delete;
@@ -31,7 +31,7 @@ private:
     bool m_shown = false;
 };
 
-/// "12.0 KiB of 64.0 KiB, 3.1 KiB/s, 17 s left". Time left is "-" while it can't be told.
+/// "12.0 KiB of 64.0 KiB, 3.1 KiB/s, 17 s left". Time left is "-" while it is not known.
 [[nodiscard]] std::string progressText(std::uint64_t done, std::uint64_t total, std::chrono::duration<double> elapsed);
 
 } // namespace kest::tools

@@ -30,8 +30,8 @@ constexpr std::uint32_t pageBytesUnknown = 16;
 
 constexpr int mostHubReads = 5;
 
-/// Tells whether the library's trace of a hub read shows a recovery: data of a read that succeeds only on its repeat
-/// are not handed over, and the buffer then holds zeros that no chip ever sent.
+/// Finds out whether the library's trace of a hub read shows a recovery. A read that succeeds only on its repeat does
+/// not hand over its data: the buffer then holds zeros that no chip ever sent.
 class recoveryWatch
 {
 public:

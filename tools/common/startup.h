@@ -1,4 +1,4 @@
-/// What a program does ahead of everything else.
+/// What a program does before everything else.
 #pragma once
 
 namespace kest::tools
@@ -8,8 +8,8 @@ namespace kest::tools
 /// file that is opened would get the number, and with it what is printed. Ignores SIGXFSZ: past a limit on file sizes a
 /// write fails with EFBIG, and does not end the process without a word.
 ///
-/// Initialisers open files, too, those of shared libraries first of all. So a program has it called by the loader,
-/// ahead of them: KEST_STARTS_FIRST in its main file.
+/// Initialisers open files, too, and those of shared libraries run first. So a program has the loader call it before
+/// them: KEST_STARTS_FIRST in its main file.
 void prepareProcess();
 
 } // namespace kest::tools

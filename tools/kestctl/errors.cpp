@@ -68,7 +68,7 @@ host::entryFilter storeFilter(const errorsFilter& wanted)
     return filter;
 }
 
-/// Whether this user may read the log's files. One that is not there hinders nobody.
+/// Whether this user may read the log's files. A file that is not there may be read.
 bool mayReadLog()
 {
     const std::filesystem::path& folder = host::currentConfiguration().stateFolder;
@@ -77,7 +77,7 @@ bool mayReadLog()
     });
 }
 
-/// The log's entries; what is missing is told and spoils the exit code, but not the rest. Throws a `failure` when this
+/// The log's entries; what is missing is reported and changes the exit code; the rest is shown. Throws a `failure` when this
 /// user may read none of them.
 std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& code)
 {

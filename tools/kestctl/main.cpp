@@ -73,8 +73,8 @@ void setUp(commandLine& line, context& shared)
     }
 }
 
-/// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is told at the
-/// end.
+/// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is
+/// reported at the end.
 void tellSpooledEntry(const std::string& problem)
 {
     std::fputs((failureLine("kestctl", {.what = "the error log can't be used: " + problem,

@@ -41,8 +41,8 @@ struct messageOptions {
 
 constexpr const char* readStep = "read by message";
 
-/// Tells what a failure of the library means: as its entry has it, where the service's error log is this user's, too;
-/// else as far as the return code goes.
+/// Describes a failure of the library: by its entry, when this user can read the service's error log; else by the
+/// return code alone.
 void describeAnswer(const client::answer& answer, const device& which, failure& why)
 {
     const auto entries = host::listEntries({.plid = answer.logId}).entries;
@@ -80,7 +80,7 @@ void describeUnreachable(const client::answer& answer, failure& why)
                                            : "start kestd, or name its socket by --socket";
 }
 
-/// Throws for an answer that is none.
+/// Throws for an answer that is not the one asked for.
 void throwAnswer(const client::answer& answer, const device& which, const std::string& step)
 {
     if (answer) {
@@ -111,8 +111,8 @@ void throwAnswer(const client::answer& answer, const device& which, const std::s
     throw why;
 }
 
-/// Through a hub the service can hand out bytes that were never read. Only whoever sees the library's trace can tell,
-/// and two reads that agree are no proof.
+/// Through a hub the service can hand out bytes that were never read. Only the library's trace shows it, and two reads
+/// that agree are no proof.
 void guardHubRead(const device& which, bool force)
 {
     if (!which.behindHub()) {
@@ -141,7 +141,7 @@ client::serviceConnection connect(const messageOptions& options)
                                      std::chrono::milliseconds(seconds / 1000000));
 }
 
-/// Requests name no device number: copy 0 serves all of them, which surprises whoever expects the device's own.
+/// Requests name no device number: copy 0 serves all of them, which surprises anyone who expects the device's own.
 void warnUnlessHardware()
 {
     const auto& registry = host::currentConfiguration().registry;
@@ -173,7 +173,7 @@ byteRange rangeOf(const seeprom& chip, const messageOptions& options)
 /// The device, looked at as one whose hardware is served.
 seeprom seepromNamed(const std::string& name) { return {findDevice(name), accessOptions{}}; }
 
-/// Throws unless all came that was asked for: a copy can end ahead of its device.
+/// Throws unless all came that was asked for: a copy can be shorter than its device.
 void requireWhole(const client::answer& answer, const device& which, const byteRange& range)
 {
     const std::size_t came = answer.data.size();
@@ -198,7 +198,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
     client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
     throwAnswer(answer, which, readStep);
     requireWhole(answer, which, range);
-    // mixed mode without a copy answers the whole device
+    // in mixed mode without a copy the whole device is returned
     answer.data.resize(range.length);
     if (!options.output.empty()) {
         writeOutput(options.output, answer.data, options.force);

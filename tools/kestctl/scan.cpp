@@ -87,7 +87,7 @@ std::string known(const inventory& all, const busName& bus, std::uint8_t address
 
 std::string trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
 
-/// How many results from `first` on a list need not tell apart: uncertain for one reason, and nothing known of them.
+/// How many results from `first` on fit into one line: uncertain for the same reason, and nothing is known of them.
 std::size_t alike(const inventory& all, const busName& bus, const std::vector<scanResult>& results, std::size_t first)
 {
     std::size_t end = first;

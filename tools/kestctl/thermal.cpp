@@ -90,7 +90,7 @@ void show(const context& shared, const device& which, std::uint16_t raw, bool on
     standardOutput().flush();
 }
 
-/// One sample of many: a failed one is told, and the next one is taken all the same.
+/// One sample of many. When it fails, that is reported, and the next one is taken all the same.
 int watchedSample(const context& shared, const device& which)
 {
     try {

@@ -39,7 +39,7 @@ struct shownRecord {
     host::traceRecord record;
 };
 
-/// Tells what could not be read. The rest is shown all the same, and the command ends with the exit code of the first
+/// Reports what could not be read. The rest is shown all the same, and the command ends with the exit code of the first
 /// such file.
 void tell(const host::ringContents& ring, int& code)
 {

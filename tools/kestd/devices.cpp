@@ -41,7 +41,7 @@ std::optional<namedDevice> deviceDirectory::understand(const std::string& text) 
 {
     tools::device device;
     host::iic::devicePath path;
-    // the local one: nothing is put ahead of a path, and buses are the machine's own
+    // the local one: nothing is put before a path, and buses are the machine's own
     host::nodeMapping node;
     try {
         device = tools::parseDeviceText(text);

@@ -60,7 +60,7 @@ int serve(const options& wanted)
     std::string error = service.listen(handed.descriptor, path);
     if (error.empty()) {
         fmt::print("kestd: serving at {}\n", handed.descriptor >= 0 ? "the socket handed over" : path);
-        // whoever started it may wait for the line
+        // the process that started it may wait for the line
         std::fflush(stdout);
         error = service.run();
     }

@@ -91,6 +91,13 @@ void turnAway(int descriptor)
 
 std::string because(const std::string& what) { return what + ": " + std::strerror(errno); }
 
+/// What the service does when an event comes. One type for all of them, since each takes long to compile.
+struct nextStep {
+    messageService& service;
+    void (messageService::*step)();
+    void operator()(const asio::error_code& /*error*/) const { (service.*step)(); }
+};
+
 } // namespace
 
 void messageService::doLater(std::function<void()> body)
@@ -170,8 +177,18 @@ std::string messageService::listen(int handedDescriptor, const std::string& path
 void messageService::awaitClients()
 {
     insist([this] {
-        m_acceptor.async_wait(unixStream::acceptor::wait_read,
-                              [this](const asio::error_code&) { m_workers.submit(m_listener); });
+        m_acceptor.async_wait(unixStream::acceptor::wait_read, nextStep{*this, &messageService::takeClients});
+    });
+}
+
+void messageService::takeClients() { m_workers.submit(m_listener); }
+
+void messageService::after(asio::steady_timer& timer, std::chrono::steady_clock::duration pause,
+                           void (messageService::*step)())
+{
+    insist([&] {
+        timer.expires_after(pause);
+        timer.async_wait(nextStep{*this, step});
     });
 }
 
@@ -197,10 +214,7 @@ void messageService::pauseAccepting(int error)
 {
     trace_wobu_write_all(serviceTrace(), host::messageHash("no client could be accepted"), " %s,%d", __LINE__, 0,
                          "acceptSome", error);
-    insist([this] {
-        m_acceptTimer.expires_after(acceptPause);
-        m_acceptTimer.async_wait([this](const asio::error_code&) { m_workers.submit(m_listener); });
-    });
+    after(m_acceptTimer, acceptPause, &messageService::takeClients);
 }
 
 int messageService::acceptOne()
@@ -290,10 +304,7 @@ void messageService::tidy()
     }
     // without the lock, which is needed to give memory back
     if (more) {
-        insist([this] {
-            m_tidyTimer.expires_after(tidyInterval);
-            m_tidyTimer.async_wait([this](const asio::error_code&) { tidy(); });
-        });
+        after(m_tidyTimer, tidyInterval, &messageService::tidy);
     }
 }
 
@@ -342,10 +353,7 @@ void messageService::feedWatchdog()
 {
     if (m_watchdog && m_acceptor.is_open()) {
         notify("WATCHDOG=1");
-        insist([this] {
-            m_watchdogTimer.expires_after(*m_watchdog / 2);
-            m_watchdogTimer.async_wait([this](const asio::error_code&) { feedWatchdog(); });
-        });
+        after(m_watchdogTimer, *m_watchdog / 2, &messageService::feedWatchdog);
     }
 }
 

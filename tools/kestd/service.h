@@ -52,6 +52,9 @@ private:
 
     void useConfiguration();
     void awaitClients();
+    void takeClients();
+    /// Calls `step` once the time has passed, on the thread that waits for events.
+    void after(asio::steady_timer& timer, std::chrono::steady_clock::duration pause, void (messageService::*step)());
     void pauseAccepting(int error);
     /// @return 0, or why none was
     int acceptOne();

@@ -37,7 +37,7 @@ protected:
     ~sessionHost() = default;
 };
 
-/// Takes one request at a time from the socket, answers it, and only then looks at the next: what a client sends ahead
+/// Takes one request at a time from the socket, answers it, and only then looks at the next: what a client sends early
 /// stays in the kernel, and one that does not read its replies is not read from. So a client costs one request and one
 /// reply of memory at most. After each request the others have their turn. What a client asked for and is no longer
 /// there for is not begun.

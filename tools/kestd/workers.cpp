@@ -168,7 +168,7 @@ void workerPool::perform(poolLock& lock)
     try {
         begun.job->run();
     } catch (const std::exception&) {
-        // nobody else suffers for it: the job has been told what running out of memory means
+        // it ends this job alone, which has reported that memory ran out
     }
     lock.lock();
     m_jobs.finish(begun);
@@ -191,7 +191,7 @@ void workerPool::lead(poolLock& lock, bool mayWait)
             handled = m_context.poll_one();
         }
     } catch (const std::exception&) {
-        // the handlers make good what they can; the context goes on
+        // the handlers have repaired what they can; the context goes on
     }
     lock.lock();
     m_led = false;

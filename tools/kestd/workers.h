@@ -46,7 +46,7 @@ public:
 
     /// @return false when not even the first threads could be had
     bool start();
-    /// Waits until the context has run out of work and all threads have ended. A job, and whoever submits one, keeps
+    /// Waits until the context has run out of work and all threads have ended. A job, and the one that submits it, keeps
     /// work in the context until it is done.
     void join();
 
