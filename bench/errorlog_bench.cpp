@@ -16,6 +16,7 @@
 #include "platform/errl.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
+#include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/store.h"
 #include "platform/trace.h"
 
