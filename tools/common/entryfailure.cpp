@@ -4,7 +4,9 @@
 #include <array>
 #include <fmt/core.h>
 
+#include "kest/reasons.h"
 #include "platform/host/errorlog/entry.h"
+#include "platform/mern.h"
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
 
@@ -13,9 +15,7 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::uint16_t componentKest = 0x1300;
-
-// SRC words: 1 component and module, 2 reason code, 4 the errno of a failed call of the IIC layer.
+/// Positions of SRC words: the reason code, and the errno of a failed call of the IIC layer.
 constexpr unsigned wordReason = 2;
 constexpr unsigned wordErrno = 4;
 
@@ -25,51 +25,53 @@ constexpr std::uint8_t dtlsDeviceText = 7;
 /// Of each buffer, for an entry of the tools' own.
 constexpr unsigned traceBytes = 1024;
 
-/// Reason code of a detect state that is neither present nor absent, and the states that it reports.
-constexpr std::uint32_t reasonDetectState = 0x1309;
-constexpr std::uint32_t stateSclHeld = 1;
-constexpr std::uint32_t stateSdaHeld = 2;
-
 /// Return code of a transfer through a silent hub, which was then reset.
 constexpr std::uint32_t codeHubWasReset = 0x41000000;
 
 constexpr std::uint32_t reasonBits = 0xFFFF;
 
-// Reason codes under which the library reports a failed call of the IIC layer, and those that say by themselves what is
-// wrong.
-constexpr std::array<std::uint32_t, 10> layerReasons{0x130B, 0x130C, 0x130D, 0x130E, 0x1311,
-                                                     0x1312, 0x1313, 0x1314, 0x1316, 0x1317};
+/// Reasons under which the library reports a failed call of the IIC layer.
+constexpr std::array<std::uint32_t, 10> layerReasons{
+    KEST_REASON_OPEN_GONE, KEST_REASON_OPEN, KEST_REASON_DEADLOCK, KEST_REASON_CONFIG,         KEST_REASON_NO_ANSWER,
+    KEST_REASON_READ,      KEST_REASON_SEEK, KEST_REASON_WRITE,    KEST_REASON_CLOSE_DEADLOCK, KEST_REASON_CLOSE};
 
+/// What a reason says by itself.
 struct reasonRow {
     std::uint32_t reason;
     exitCode code;
     const char* what;
     const char* tryThis;
-    bool errnoTellsMore = false; ///< so this is what holds when it is not known
+    bool errnoTellsMore = false; ///< the row holds when the errno is not known
 };
 
 constexpr std::array reasonRows{
-    reasonRow{0x1306, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
-    reasonRow{0x130A, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
-    reasonRow{reasonDetectState, exitFailed, "the bus is held, or answers oddly",
+    reasonRow{KEST_REASON_COPY_ABSENT, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
+    reasonRow{KEST_REASON_DEVICE_ABSENT, exitAbsent, "nothing answers",
+              "check address and power; 'kestctl scan BUS' shows what does"},
+    reasonRow{KEST_REASON_DETECT_STATE, exitFailed, "the bus is held, or answers oddly",
               "'kestctl reset BUS' frees a held bus"},
-    reasonRow{0x1319, exitFailed, "the hub calls the command malformed", ""},
-    reasonRow{0x131A, exitAbsent, "the device behind the hub does not answer", "check port and address"},
-    reasonRow{0x131B, exitFailed, "a bus behind the hub stays held", "power-cycle what holds it"},
-    reasonRow{0x131C, exitWrongUse, "the hub has no such port", "a 922 hub has ports 0 to 7"},
-    reasonRow{0x131D, exitFailed, "the transfer is too long for the hub", ""},
-    reasonRow{0x131E, exitFailed, "the hub reports a hardware fault", ""},
-    reasonRow{0x131F, exitFailed, "the hub reports a status that is not known", ""},
-    reasonRow{0x132A, exitFailed, "the hub's status can't be read", "try again"},
-    reasonRow{0x1315, exitWrongUse, "the device text is malformed", "see 'kestctl --help' for device texts"},
-    reasonRow{0x1302, exitWrongUse, "the chain of devices is not valid", "see 'kestctl --help' for device texts"},
-    reasonRow{0x1318, exitWrongUse, "there is no such node", "L is the local node, others are 0 to 7"},
-    reasonRow{0x1327, exitAbsent, "there is no device text for this number and position",
+    reasonRow{KEST_REASON_HUB_COMMAND, exitFailed, "the hub calls the command malformed", ""},
+    reasonRow{KEST_REASON_HUB_NO_ANSWER, exitAbsent, "the device behind the hub does not answer",
+              "check port and address"},
+    reasonRow{KEST_REASON_HUB_REPEAT, exitFailed, "a bus behind the hub stays held", "power-cycle what holds it"},
+    reasonRow{KEST_REASON_HUB_PORT, exitWrongUse, "the hub has no such port", "a 922 hub has ports 0 to 7"},
+    reasonRow{KEST_REASON_HUB_LENGTH, exitFailed, "the transfer is too long for the hub", ""},
+    reasonRow{KEST_REASON_HUB_HARDWARE, exitFailed, "the hub reports a hardware fault", ""},
+    reasonRow{KEST_REASON_HUB_STATUS, exitFailed, "the hub reports a status that is not known", ""},
+    reasonRow{KEST_REASON_HUB_QUERY, exitFailed, "the hub's status can't be read", "try again"},
+    reasonRow{KEST_REASON_TEXT_MALFORMED, exitWrongUse, "the device text is malformed",
+              "see 'kestctl --help' for device texts"},
+    reasonRow{KEST_REASON_CHAIN_INVALID, exitWrongUse, "the chain of devices is not valid",
+              "see 'kestctl --help' for device texts"},
+    reasonRow{KEST_REASON_NO_NODE, exitWrongUse, "there is no such node", "L is the local node, others are 0 to 7"},
+    reasonRow{KEST_REASON_NO_LOCATION, exitAbsent, "there is no device text for this number and position",
               "the device table of the service has none"},
-    reasonRow{0x132D, exitWrongUse, "this device has no such register", ""},
-    reasonRow{0x1330, exitWrongUse, "the device is no SEEPROM", ""},
-    reasonRow{0x130B, exitAbsent, "the bus or its node is gone", "check the node map in kest.toml", true},
-    reasonRow{0x1311, exitAbsent, "nothing answers, or there is no such bus", "check bus, address and power", true},
+    reasonRow{KEST_REASON_NO_REGISTER, exitWrongUse, "this device has no such register", ""},
+    reasonRow{KEST_REASON_NO_SEEPROM, exitWrongUse, "the device is no SEEPROM", ""},
+    reasonRow{KEST_REASON_OPEN_GONE, exitAbsent, "the bus or its node is gone", "check the node map in kest.toml",
+              true},
+    reasonRow{KEST_REASON_NO_ANSWER, exitAbsent, "nothing answers, or there is no such bus",
+              "check bus, address and power", true},
 };
 
 /// @return the row of a reason code, null for one that says nothing by itself
@@ -104,10 +106,10 @@ void describeErrno(int error, const device& which, failure& why)
 void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
 {
     const auto src = std::ranges::find_if(
-        entry.srcs, [](const host::loggedSrc& each) { return each.words[wordReason] == reasonDetectState; });
+        entry.srcs, [](const host::loggedSrc& each) { return each.words[wordReason] == KEST_REASON_DETECT_STATE; });
     const std::uint32_t state = src == entry.srcs.end() ? 0 : src->words[wordErrno];
-    if (state == stateSclHeld || state == stateSdaHeld) {
-        why.what = state == stateSclHeld ? "the bus is held: SCL stays low" : "the bus is held: SDA stays low";
+    if (state == MERN_DETECT_SCL_HELD || state == MERN_DETECT_SDA_HELD) {
+        why.what = state == MERN_DETECT_SCL_HELD ? "the bus is held: SCL stays low" : "the bus is held: SDA stays low";
         return;
     }
     const int error = errnoAt({which.bus, which.node}, which.end().address);
@@ -152,7 +154,7 @@ void describeEntry(const host::loggedEntry& entry, const device& which, failure&
     } else if (isVerdict || std::ranges::none_of(entry.srcs, isTold)) {
         describeReturnCode(entry.returnCode, why);
     }
-    if (error == 0 && (entry.returnCode & reasonBits) == reasonDetectState && !which.links.empty()) {
+    if (error == 0 && (entry.returnCode & reasonBits) == KEST_REASON_DETECT_STATE && !which.links.empty()) {
         describeDetectState(entry, which, why);
     }
     nameBus(why.tryThis, {which.bus, which.node});
@@ -166,7 +168,7 @@ failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, cons
     if (why.what.empty()) {
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
     }
-    entry->commit(componentKest, ERRL_ACTION_REPORT);
+    entry->commit(kest_component, ERRL_ACTION_REPORT);
     why.logId = entry->plid();
     hintAtWrongForm(why, which);
     if (why.tryThis.empty()) {

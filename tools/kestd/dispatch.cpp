@@ -10,6 +10,7 @@
 
 #include "kest/address.h"
 #include "kest/message.h"
+#include "kest/reasons.h"
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/entry.h"
@@ -29,7 +30,6 @@ using client::frame;
 // of the service's own entries
 constexpr std::uint16_t component = 0x1600;
 constexpr std::uint8_t module = 1;
-constexpr std::uint16_t libraryComponent = 0x1300;
 constexpr std::uint8_t detailsVersion = 1;
 // user details: the text of the refusal
 constexpr std::uint8_t detailsRefusal = 8;
@@ -134,7 +134,7 @@ frame serve(const frame& request)
     const std::unique_ptr<ErrlEntry> entry(kestProcessMsg(nullptr, &asked, &answered));
     reply.flags = answered.replyFlags;
     if (entry != nullptr) {
-        entry->commit(libraryComponent, ERRL_ACTION_REPORT);
+        entry->commit(kest_component, ERRL_ACTION_REPORT);
         reply.returnCode = entry->getRC();
         reply.logId = entry->plid();
     }
