@@ -92,7 +92,7 @@ bool busAdministration::addFault(const faultRecord& record)
     return true;
 }
 
-// What a fault did and still lasts ends with it.
+// The effects of a fault end with it.
 void busAdministration::endEffects()
 {
     const faultEnded ended = [this](std::uint32_t number) {
@@ -157,7 +157,7 @@ bool busAdministration::startWave(const std::string& path)
     return good;
 }
 
-// The recording under way goes on when this one fails: what is done to it here is lost unless committed.
+// When this recording cannot begin, the one under way goes on: what is done to it here counts only once committed.
 bool busAdministration::beginWave(int file, const std::string& path)
 {
     busState& state = m_shared.state();

@@ -33,7 +33,7 @@ public:
     bool addFault(const faultRecord& record);
     /// @param number  none: all faults. @return whether there was one
     bool clearFaults(std::optional<std::uint32_t> number);
-    /// Adds the bus's faults to a list. One that is in the list already gets this bus's strikes, too.
+    /// Adds the bus's faults to a list. The strikes of a fault that is in the list already are added up.
     void listFaults(std::vector<listedFault>& into);
 
     /// @param path  absolute. @return false with `errno`

@@ -28,8 +28,8 @@ bool busModel::drive(busUse& use, std::uint32_t speedKhz, Act act)
     return good && use.commit(recorded ? &wave : nullptr);
 }
 
-// Bytes from a lost image mean nothing, and a page made with them would destroy what the image holds when it is back. So
-// a transaction that met a lost image has not been.
+// Bytes from a lost image mean nothing, and a page made with them would destroy what the image holds when it is back.
+// So a transaction that met a lost image has not been.
 transferResult busModel::transfer(std::span<segment> segments, std::uint32_t speedKhz)
 {
     busUse use{m_shared};

@@ -85,7 +85,7 @@ public:
     virtual void powerUp() = 0;
     /// As it is in a machine that has just been made.
     virtual void asNew() { powerUp(); }
-    /// Ends the effects of faults that have ended.
+    /// Undoes the effects of faults that have ended.
     virtual void endEffects(const faultEnded&) {}
     virtual std::vector<listedRegister> list(std::uint64_t now) = 0;
 };

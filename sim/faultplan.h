@@ -26,8 +26,8 @@ public:
     const faultRecord* strikes(faultKind kind, const segment& part, std::uint64_t byte);
     /// The same at an address, whatever the fault's byte.
     const faultRecord* strikesAddress(faultKind kind, const segment& part);
-    /// The same at a hub's first address in the transaction, whatever the direction: a hub is silent for all of it or
-    /// not at all.
+    /// The same at a hub's first address in the transaction, in either direction: a hub is silent for all of it or not
+    /// at all.
     const faultRecord* strikesHub(faultKind kind, std::uint8_t address);
 
     /// The chip that asks from now on.

@@ -17,7 +17,7 @@ namespace kest::sim
 namespace
 {
 
-// It gets a name at first that no image can have, so that a killed process leaves no short image.
+// The file begins under a name that no image can have, so that a killed process leaves no short image.
 bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
 {
     const std::vector<std::uint8_t> erased(sizeBytes, 0xFF);

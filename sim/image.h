@@ -27,8 +27,8 @@ public:
     /// @return what is wrong; empty: nothing
     std::string prepare(int& error);
 
-    /// Begins a transaction. The file is opened when it is first used, so that the next transaction finds a file that was
-    /// put in its place.
+    /// Begins a transaction. The file is opened when it is first used, so that the next transaction finds a file that
+    /// was put in its place.
     void begin(std::uint32_t chipIndex, pageWrite& pending);
     void close();
 

@@ -83,7 +83,7 @@ std::string readText(const std::filesystem::path& file)
     }
 }
 
-/// A bus: what is shared, and the two ways to use it.
+/// A bus: what its users share, and the two ways to use it.
 struct machineBus {
     machineBus(const machineDescription& all, std::size_t index, const std::filesystem::path& folder, realClock* clock)
         : shared{all, index, folder, clock}
@@ -188,8 +188,8 @@ std::string machineModel::damage()
     return {};
 }
 
-// A user can have the damaged file looked into. The machine does not go on with it: nobody waits for what a damaged
-// field promises.
+// The copy lets a user find out what happened. The machine starts anew, so that nobody waits for what a damaged field
+// promises.
 bool machineModel::setDamagedStateAside()
 {
     const std::string what = damage();
@@ -414,7 +414,7 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realCl
         throw std::system_error{error, folder.string()};
     }
     const std::string text = readText(place / machineFileName);
-    // also no fork happens while the map is made
+    // no fork happens while the map is made, either
     const std::scoped_lock lock{openingMutex()};
     // outlives static objects
     static auto* const opened = new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;

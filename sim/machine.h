@@ -65,11 +65,11 @@ public:
     virtual bool stopWave(const std::string& busName) = 0;
 };
 
+/// Opens the machine in a folder. A damaged state file is kept as machine.state.damaged: a line on standard error says
+/// so, and the machine starts anew.
 /// @param realTime  transactions also take their bus time
-/// A damaged state file is kept as machine.state.damaged, which a line on standard error says,
-/// and the machine starts anew.
-/// Throws std::runtime_error with "FILE:LINE: what" for an unusable folder, among them std::system_error with the code
-/// of what the system refused.
+/// Throws std::runtime_error with "FILE:LINE: what" for an unusable folder, and std::system_error with the system's code
+/// where the system refused something.
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime);
 
 /// A machine in the real time of a clock. @param clock  outlives the machine and all its buses

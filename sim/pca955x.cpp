@@ -97,7 +97,7 @@ bool pca955x::blinkLow(unsigned which, std::uint64_t now) const
     return now % periodNs * 256 / periodNs < duty;
 }
 
-// A blinking output is low for a part of each period, whatever its duty cycle.
+// A blinking output counts as low at any duty cycle: it is low for a part of each period.
 bool pca955x::isPulledLow(unsigned pin) const { return (m_outside >> pin & 1) == 0 || selectorOf(pin) != released; }
 
 void pca955x::exchange(stateFields& fields)

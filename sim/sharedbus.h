@@ -34,11 +34,11 @@ public:
     [[nodiscard]] const busDescription& description() const { return m_about; }
     [[nodiscard]] realClock* clock() const { return m_clock; }
     [[nodiscard]] busChips& chips() { return m_chips; }
-    /// Valid between load() and commit().
+    /// Valid after load(), under the bus's lock.
     [[nodiscard]] busState& state() { return m_state; }
 
-    /// All of these under the bus's lock.
-    ///
+    // The next five need the bus's lock.
+
     /// Loads chips and state, and writes a page that a killed process did not get to.
     /// @return false when the file is gone or another's, when the record is damaged, or when the page can't be written
     bool load();
@@ -46,8 +46,9 @@ public:
     std::string damage();
     /// Makes the chips and state the current record of the file.
     void store();
-    /// The same after what was recorded, and before the page that was programmed, have gone to their files.
+    /// Ends a transaction: writes what was recorded, stores, and writes the page that was programmed, in this order.
     /// @param wave  null: nothing was recorded
+    /// @return false when the image would not take the page
     bool commit(waveText* wave);
     /// Ends the use of the chips that load() began.
     void endUse() { m_chips.endUse(); }
@@ -93,7 +94,7 @@ public:
     busUse& operator=(const busUse&) = delete;
 
     [[nodiscard]] bool usable() const { return m_loaded; }
-    /// In real time it waits for the bus time that was used. @param wave  null: nothing was recorded
+    /// In real time, waits for the bus time that was used. @param wave  null: nothing was recorded
     bool commit(waveText* wave = nullptr);
 
 private:

@@ -55,7 +55,8 @@ public:
     [[nodiscard]] std::string damage(std::uint64_t layoutMark) const;
     /// Keeps a copy of the file. @return its name. Throws std::runtime_error.
     [[nodiscard]] std::filesystem::path setAside() const;
-    /// Makes the file anew, all zero, for a layout. It is usable once seal() has been called. Both under the lock of all.
+    /// Makes the file anew, all zero, for a layout. It is usable once seal() has been called. Both under the lock of
+    /// all.
     void renew(std::uint64_t layoutMark);
     void seal();
 
@@ -91,7 +92,7 @@ private:
     std::vector<block> m_blocks;
     std::size_t m_sizeBytes = 0;
     int m_descriptor = -1;
-    std::string m_reopenPath; ///< names `descriptor` for a forked child
+    std::string m_reopenPath; ///< names `m_descriptor` for a forked child
     std::uint8_t* m_mapped = nullptr;
     std::vector<std::unique_ptr<std::mutex>> m_mutexes;
     friend struct forkRegistry;

@@ -16,8 +16,9 @@ int openWaveFile(const std::string& path);
 /// @return false with `errno`
 bool replaceWave(int file, const std::string& text);
 
-/// Appends a text to a file that is there, regular, and as long as it was left.
-/// @param[in,out] length  bytes of the recording; what the file holds behind them is the rest of a killed process's text
+/// Appends a text to the file of a recording, which must be regular and not shorter than the recording.
+/// @param[in,out] length  bytes of the recording; what the file holds behind them is the rest of a killed process's
+/// text
 /// @return false when the file would not take it, or is gone or cut
 bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text);
 

@@ -24,7 +24,7 @@ void wire::start()
         scl(quarter(2), true);
         sda(quarter(3), false);
     } else {
-        // held when the recording last saw the lines
+        // it was held when the recording last saw the lines
         scl(clock.now + clock.bitLasting / 8, true);
         sda(quarter(1), true);
         sda(quarter(2), false);

@@ -26,11 +26,11 @@ constexpr std::size_t mostMessages = I2C_RDWR_IOCTL_MAX_MSGS;
 // leaves the bus to others between two questions to a busy device
 constexpr std::uint64_t pauseNs = 200'000;
 constexpr unsigned long timeoutUnitMs = 10;
-// the kernel's, for adapters that set none; it cannot be asked for
+// the kernel's own, for adapters that set none; the kernel does not tell it
 constexpr unsigned long usualTimeout = 100;
 // the kernel's nodes of adapters; the minor is the adapter's number
 constexpr unsigned int adapterMajor = 89;
-// what every device on a bus can do, where the adapter's is not known
+// where the adapter's own is not known: every device on a bus can do it
 constexpr std::uint64_t usualClockHz = 100'000;
 
 struct errnoRow {
@@ -123,7 +123,7 @@ public:
     ~linuxBus() override { close(m_node); }
 
     /// Opens the node anew, and keeps the open one, if any, when that fails.
-    /// @return 0, or the errno of what is in the way
+    /// @return 0 or an errno
     int open();
     void identify(const std::filesystem::path& lockFolder);
 
@@ -283,7 +283,7 @@ transferResult linuxBus::transferSmbus(std::span<const segment> segments)
     return result.end == outcome::done && !whole ? transferResult{.end = outcome::shortTransfer} : result;
 }
 
-/// A driver of the kernel's that holds the address does not stand in the way, as it doesn't for messages.
+/// As for messages, an address that a driver of the kernel holds may be used all the same.
 transferResult linuxBus::runSmbus(smbusCall& call)
 {
     i2c_smbus_ioctl_data request{

@@ -110,7 +110,7 @@ public:
     bool heldByDriver(std::uint8_t /*address*/) override { return false; }
     std::uint64_t nowNs() override { return m_wires->busTimeNs(); }
     void pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
-    // its questions take all the bus time
+    // asking takes bus time itself
     [[nodiscard]] std::uint64_t questionPauseNs() const override { return 0; }
 
 private:

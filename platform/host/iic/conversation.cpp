@@ -13,9 +13,9 @@ namespace kest::host::iic
 namespace
 {
 
-// a write cycle is waited for that long whatever the block promises
+// a write cycle is waited for at least that long, however short the block says it is
 constexpr std::uint64_t shortestCycleMs = 50;
-// of what the block promises
+// times the longest write cycle that the block gives
 constexpr std::uint64_t cyclesToWait = 4;
 // for a target that does not acknowledge at the start
 constexpr std::uint64_t longestStartMs = 50;
@@ -86,8 +86,8 @@ outcome conversation::withinBusyWait(Act act)
     return end;
 }
 
-/// No memory left in the middle of a transfer is its end like any other: the caller gets the count of what was moved
-/// before.
+/// When memory runs out in the middle of a transfer, that ends it like any other failure: the caller gets the count of
+/// what was moved before.
 template <typename Act>
 transferResult conversation::attempt(Act act)
 {
@@ -140,9 +140,9 @@ void conversation::pauseWithin(const answerWindow& window)
     pause(std::min(m_wires.questionPauseNs() + rareNs, window.lengthNs - std::min(silentNs, window.lengthNs)));
 }
 
-/// At the end of a window for an answer. While another handle writes pages the target is silent for a good reason: it
-/// gets a window more, and one after that. It gets one also when that handle was done only after the last question.
-/// Without a time-out of the transfer's own there is an end to it, too.
+/// At the end of a window: whether the target gets another one. While another handle writes pages the target is silent
+/// for a good reason. It gets one also when that handle was done only after the last question. There is an end to this
+/// even when the transfer has no time-out.
 bool conversation::opensAgain(answerWindow& window)
 {
     const bool wasBusy = m_busyWithAnother;

@@ -38,7 +38,7 @@ Value hostOrder(const std::uint8_t* bytes)
     return value;
 }
 
-/// A record says by its first two bytes which order it is in: 00 02 is the register device's, whatever the host's.
+/// The first two bytes of a record say which byte order it is in: 00 02 is a register device's, on every host.
 mern_iic_lock readLockRecord(const std::uint8_t* bytes)
 {
     if (bigEndian(bytes, 2) == MERN_LOCK_REGISTER_DEVICE) {
@@ -168,7 +168,7 @@ callResult device::setTarget(std::uint32_t address)
         return failedWith(EINVAL);
     }
     if (m_block.address != 0 && address != m_block.address) {
-        // behind the hub of the block: register transfers don't reach it
+        // it sits behind the block's hub, where register transfers do not reach it
         return failedWith(ENOSYS);
     }
     m_target = static_cast<std::uint8_t>(address);

@@ -216,7 +216,7 @@ int readRecord(const busIdentity& identity, const std::string& name, std::string
     return error;
 }
 
-/// @return whether there was no record under the name, and nothing to read one from
+/// Whether an errno says that there is no record under the name.
 bool isNone(int error)
 {
     return error == ENOENT || error == ENOTDIR || error == EISDIR || error == ELOOP || error == ENXIO;
@@ -225,7 +225,7 @@ bool isNone(int error)
 /// What has a record's name and can't be one: links, pipes, sockets.
 bool canBeNoRecord(int error) { return error == ELOOP || error == ENXIO; }
 
-/// Excludes the others who record a failure. Its holder is about to be done. @return false when it is not had soon
+/// Excludes others that record a failure. They hold the lock only briefly. @return false when it cannot be had soon
 bool lockRecord(int descriptor)
 {
     struct flock request {
@@ -241,8 +241,8 @@ bool lockRecord(int descriptor)
     return true;
 }
 
-/// Writes in place: the file may be another user's, and not every folder lets a new file take its place. So short a text
-/// gets there whole or, when the system ends first, not at all.
+/// Writes in place: the file may be another user's, and not every folder lets a new file take its place. So short a
+/// text gets there whole or, when the system ends first, not at all.
 bool putRecord(int descriptor, const std::filesystem::path& folder, const std::string& text)
 {
     const quietWrites quiet;
@@ -250,7 +250,7 @@ bool putRecord(int descriptor, const std::filesystem::path& folder, const std::s
                          pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
                          fsync(descriptor) == 0 && syncFolder(folder) == 0;
     if (!written) {
-        // part of a record is none: the next failure is welcome
+        // part of a record is none: the next failure may be recorded
         static_cast<void>(!ftruncate(descriptor, 0));
     }
     return written;
@@ -276,7 +276,7 @@ bool writeRecord(const busIdentity& identity, const std::string& name, const std
             return !contentsOf(file.number()).empty() || putRecord(file.number(), identity.folder, text);
         }
     }
-    // dropped again and again while this one was about to be written
+    // others removed the file again and again
     return false;
 }
 
@@ -297,7 +297,7 @@ void keepFirstFailure(bus& where, const failureReport& report, const transaction
             ownRecords::instance().keep(ownKey(identity, report.target), text);
         }
     } catch (const std::exception&) {
-        // no memory for it: the failure itself is what the caller must hear of
+        // no memory for the record: the caller must still hear of the failure itself
     }
 }
 

@@ -53,8 +53,8 @@ struct failureReport {
 /// Name of an errno that the layer returns, "E?" for another.
 const char* errnoName(int error);
 
-/// Keeps the report when the bus and address have none yet. Never fails: a report that can't be kept in a file is kept in
-/// this process.
+/// Keeps the report when the bus and address have none yet. Never fails: a report that can't be kept in a file is kept
+/// in this process.
 void keepFirstFailure(bus& where, const failureReport& report, const transactionHistory& history);
 /// @param[out] text  whole JSON text of at most 4 KiB, empty when there is none
 /// @return 0, or an errno when nobody can find out

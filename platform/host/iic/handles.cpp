@@ -38,7 +38,7 @@ handleTable::handleTable() { watchForks<handleTable>(); }
 mern_t handleTable::add(std::shared_ptr<device> opened)
 {
     const std::lock_guard hold(m_mutex);
-    // not while the program is loaded, which a source that fails would end
+    // not while the program is being loaded: a source that fails would end it
     if (m_places.empty()) {
         std::random_device source;
         m_process[0] = source();

@@ -24,8 +24,8 @@ public:
 
     /// Waits for no call that is under way: a lock may be waited for as long as its caller likes.
     void beforeFork();
-    /// The child keeps the parent's handles, but not those that another thread was using: nobody would ever unlock their
-    /// devices.
+    /// The child keeps the parent's handles, but not those that another thread was using: nobody would ever unlock
+    /// their devices.
     void afterFork(bool inChild);
 
 private:

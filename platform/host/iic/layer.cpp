@@ -25,8 +25,8 @@ namespace
 
 constexpr unsigned int traceBytes = 16384;
 
-/// The buffer "IIC", made at first use. Threads that are first at once get the same; none waits for another, which a
-/// fork might leave behind.
+/// The buffer "IIC", made at its first use. Threads that use it first at the same time get the same one. None waits for
+/// another, which a fork might leave behind.
 trace_wobu_descriptor traceBuffer()
 {
     static constinit std::atomic<trace_wobu_descriptor> made{nullptr};
@@ -54,7 +54,7 @@ void traceDone(const char* operation, const device& opened, const callResult& re
                          result.value);
 }
 
-/// The result of a call, also of one that ran out of memory.
+/// The result of a call, even of one that ran out of memory.
 template <typename Call>
 callResult answerOf(device& opened, Call call)
 {

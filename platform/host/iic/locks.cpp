@@ -147,7 +147,7 @@ bool addressLocks::beginWrite(std::uint8_t address, std::chrono::milliseconds ti
     try {
         return take(m_writing, m_writingByte, timeout) != EBUSY;
     } catch (const std::exception&) {
-        // no memory: no file can be had
+        // no memory, so no file
         return true;
     }
 }
@@ -171,7 +171,7 @@ bool addressLocks::isWrittenByAnother(std::uint8_t address) const
         struct flock request = byteLock(F_RDLCK, writes + address);
         return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
     } catch (const std::exception&) {
-        // no memory: nobody can be asked, and the transfer's own end counts
+        // no memory to find out: the transfer ends as it would by itself
         return false;
     }
 }

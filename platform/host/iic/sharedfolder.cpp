@@ -30,7 +30,7 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
     struct stat about {
     };
     if (fstat(descriptor, &about) != 0 || (!root && about.st_uid != geteuid()) ||
-        // a second name may be one of another's file
+        // the file may be another's, under a second name
         (S_ISREG(about.st_mode) && about.st_nlink != 1)) {
         return false;
     }
@@ -49,8 +49,8 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
     return other || strange;
 }
 
-/// Anyone who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may write,
-/// everybody's files are safe from the others.
+/// Anyone who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may
+/// write, everybody's files are safe from the others.
 mode_t folderMode(mode_t files)
 {
     const mode_t writers = files & 0222U;
@@ -68,7 +68,7 @@ int makeFolder(const std::filesystem::path& folder, const std::function<void(int
     int error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
     if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
         error = makeFolder(folder.parent_path(), letPass);
-        // Once more, and not by way of the parent again: some places take no folders.
+        // Once more, but without making the parent again: some places take no folders.
         if (error == 0 || error == EEXIST) {
             error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
         }

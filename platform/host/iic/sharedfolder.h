@@ -1,8 +1,8 @@
 /// The folder in which the users of a bus meet: lock files and first-failure data.
 ///
-/// Anyone who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID bit, its
-/// group. Only root gives files to another group or owner; nobody else asks for that, since a service may be ended for
-/// asking.
+/// Anyone who may use the bus may use its files: they have the node's permissions and, by the folder's set-group-ID
+/// bit, its group. Only root gives files to another group or owner; nobody else asks for that, since a service may be
+/// ended for asking.
 ///
 /// A folder is used when it belongs to root, to the process's own user or to `busIdentity::owner`, and when not
 /// everybody may exchange what others have in it. Elsewhere every file is refused with EPERM.

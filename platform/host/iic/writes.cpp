@@ -114,7 +114,7 @@ transferReport writing::sendPages()
             continue;
         }
         if (isSilence(end) && m_sent != 0) {
-            // The page before is being written. It is doubtful only after it has had all its time.
+            // The page before is being written. It counts unless it has had all its time and is still not done.
             return {.moved = m_talk.expired() ? m_sent : certain, .error = ETIME, .silence = silenceBusy};
         }
         if (end != outcome::done) {
