@@ -1,4 +1,5 @@
 #include "platform/host/configuration/configuration.h"
+#include "platform/host/configuration/configurationfile.h"
 
 #include <filesystem>
 

@@ -1,0 +1,71 @@
+/// What the host platform can be configured to do.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kest::host
+{
+
+/// One row of the VPD service's device table.
+struct deviceEntry {
+    std::uint32_t number = 0; ///< of 0, messages in file and mixed mode: they carry no number
+    std::uint32_t position = 0; ///< number and position together are unique
+    std::string location; ///< device text, at most 255 bytes
+    std::string name; ///< for people; unique
+};
+
+/// What a node number stands for. Unmapped nodes have both empty.
+struct nodeMapping {
+    std::string pathPrefix; ///< put before a `/dev/i2c-N` path
+    std::string simNode; ///< node of the simulated machine whose buses `sim:` paths name
+    [[nodiscard]] bool mapped() const { return !pathPrefix.empty() || !simNode.empty(); }
+};
+
+/// Limits and permissions of the message service.
+struct serviceSettings {
+    /// Default: /run/kest/kestd.socket beside /var/lib/kest, else stateFolder / "kestd.socket".
+    std::filesystem::path socket;
+    std::uint32_t maxClients = 256;
+    std::uint32_t maxClientsPerUser = 64;
+    std::uint32_t maxWorking = 64; ///< requests in work at the same time
+    std::uint32_t maxWorkingPerUser = 16;
+    std::uint32_t maxPayloadBytes = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
+    std::uint32_t idleSeconds = 300; ///< a silent client is dropped after this; 0 never
+    std::vector<std::string> readUsers; ///< user names or numbers that may read besides the owner and root
+    std::vector<std::string> readGroups;
+    std::vector<std::string> writeUsers;
+    std::vector<std::string> writeGroups;
+    std::vector<std::string> rawUsers; ///< may name any device, not only those of the device table
+    std::vector<std::string> rawGroups;
+};
+
+struct configuration {
+    std::filesystem::path file; ///< empty: built-in defaults
+    std::filesystem::path stateFolder; ///< error log, persisted copies, undo files
+    std::filesystem::path traceFolder; ///< default: stateFolder / "trace"
+    std::filesystem::path lockFolder; ///< of Linux buses: /run/lock/kest
+    std::filesystem::path machineFolder; ///< of the simulated machine; empty: none
+    bool machineRealTime = false;
+    bool setAdapterTimeout = false; ///< change the adapter-wide I2C_TIMEOUT for a transfer, and set it to 1 s after it
+    std::uint32_t errorLogMaxEntries = 10000;
+    std::uint64_t errorLogMaxBytes = 64ull << 20;
+    std::filesystem::path errorLogSpoolFolder; ///< takes entries when stateFolder can't: /var/tmp/kest-UID
+    std::map<std::string, std::string> registry; ///< key to value; always has "tavo/ReadMode"
+    std::array<nodeMapping, 8> nodes;
+    std::vector<deviceEntry> devices;
+    serviceSettings service;
+};
+
+/// Fills in the settings that the file left open and that depend on others.
+void complete(configuration& value);
+
+/// @return the value of an environment variable; null when it is unset or empty, or when the process may not trust its
+/// environment
+const char* environment(const char* name);
+
+} // namespace kest::host
