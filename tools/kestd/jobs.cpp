@@ -8,8 +8,8 @@ namespace kest::service
 namespace
 {
 
-/// A run counts for no more: one that lost its processor, or waited for a disk, would put its owner far behind all
-/// others.
+/// No run counts for more than this. A run that lost its processor, or waited for a disk, would put its owner far
+/// behind all others.
 constexpr std::int64_t mostChargedNs = 2'000'000;
 
 } // namespace
@@ -67,7 +67,7 @@ void jobQueue::queueForTurn(jobShare& share)
 
 bool jobQueue::hasJob() const { return !m_own->m_waiting.empty() || (m_firstTurn != nullptr && m_working < m_most); }
 
-/// Takes the owner out of the turns who has used the least time, and of several the one that has waited the longest.
+/// Takes the owner that has used the least time out of the turns; of several such, the one that has waited the longest.
 /// There must be one.
 jobShare& jobQueue::takeTurn()
 {
@@ -85,7 +85,8 @@ jobShare& jobQueue::takeTurn()
     return *taken;
 }
 
-/// Takes the job that has used the least time of the owner whose turn it is; that owner goes to the end of the line.
+/// Takes the owner whose turn it is, and of its jobs the one that has used the least time. That owner goes to the end
+/// of the line.
 jobQueue::begunJob jobQueue::take()
 {
     jobShare* share = m_own.get();

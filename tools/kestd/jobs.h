@@ -10,19 +10,19 @@ namespace kest::service
 
 class serviceJob;
 
-/// The jobs of one owner: all connections of a user, for instance. The owner's job begins next who has used the least
-/// time, whatever each of them has waiting; with equal times they take turns. Of one owner's jobs only so many are in
-/// work at the same time.
+/// The jobs of one owner: all connections of a user, for instance. The owner that has used the least time begins a job
+/// next, however many jobs each owner has waiting; owners with equal times take turns. Only a limited number of one
+/// owner's jobs are in work at the same time.
 ///
-/// Of an owner's jobs the one begins next that has used the least time. Each counts from where the owner's jobs have
-/// got to, so time in which it asked for nothing gives it no advantage later. All first runs together count as one job:
-/// a new connection for each request gains nothing.
+/// Within an owner, the job that has used the least time begins next. A job's time counts from where the owner's jobs
+/// have got to, so a job that asked for nothing for a while has no advantage later. All first runs together count as
+/// one job: opening a connection for each request gains nothing.
 class jobShare
 {
 private:
     friend class serviceJob;
     friend class jobQueue;
-    /// By the time used. Each job brings its own node along: submitting it takes no memory.
+    /// By the time used. Each job brings its own node: submitting it takes no memory.
     using waitingJobs = std::multimap<std::int64_t, std::shared_ptr<serviceJob>>;
     waitingJobs m_waiting;
     std::int64_t m_reachedNs = 0; ///< time used by the job that began last
@@ -93,9 +93,9 @@ private:
 
     std::int64_t (*const m_clock)();
     const std::shared_ptr<jobShare> m_own = std::make_shared<jobShare>();
-    unsigned m_most = 2; ///< jobs in work, but for the service's own
+    unsigned m_most = 2; ///< jobs in work other than the service's own
     unsigned m_mostEach = 1;
-    unsigned m_working = 0; ///< jobs, but for the service's own
+    unsigned m_working = 0; ///< jobs other than the service's own
     jobShare* m_firstTurn = nullptr; ///< owners with jobs that may begin; kept alive by those jobs
     jobShare* m_lastTurn = nullptr;
     std::int64_t m_reachedNs = 0; ///< time used by the owner whose job began last

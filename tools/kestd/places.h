@@ -40,8 +40,8 @@ private:
     std::shared_ptr<jobShare> m_share;
 };
 
-/// Who has a share: each user that is permitted something, by the user id of the connecting process, root and the
-/// service's own user like any other. All users that are permitted nothing have one together. Any thread.
+/// Each user that is permitted something has a share, by the user id of the connecting process; root and the service's
+/// own user are like any other. All users that are permitted nothing have one share together. Any thread.
 class clientPlaces
 {
 public:

@@ -32,7 +32,7 @@ constexpr auto tidyInterval = 1s;
 constexpr auto acceptPause = 100ms;
 /// When there is no memory left.
 constexpr auto memoryPause = 10ms;
-/// For a client to take its last replies once the service is to end
+/// For a client to take its last replies once the service is to end.
 constexpr std::int64_t lastReplyMs = 5000;
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
@@ -66,14 +66,14 @@ private:
     messageService& m_service;
 };
 
-/// Does what the service can't go on without, as soon as there is memory for it.
+/// Does what the service can't run without, as soon as there is memory for it.
 template <typename Body>
 void insist(const Body& body)
 {
-    for (bool done = false; !done;) {
+    for (;;) {
         try {
             body();
-            done = true;
+            return;
         } catch (const std::bad_alloc&) {
             std::this_thread::sleep_for(memoryPause);
         }
@@ -221,7 +221,7 @@ int messageService::acceptOne()
 {
     const int descriptor = accept4(m_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor < 0) {
-        // of one that has gone again, or of nobody
+        // the client has gone again, or there is none
         return errno == ECONNABORTED || errno == EINTR ? 0 : errno;
     }
     unixStream::socket socket(m_context);
@@ -241,7 +241,7 @@ int messageService::acceptOne()
     return 0;
 }
 
-/// Admits a client or turns it away, at once: nobody waits in between, holding a descriptor.
+/// Admits a client or turns it away, at once: no client waits in between with a descriptor.
 void messageService::admit(unixStream::socket socket)
 {
     const auto rules = this->rules();
@@ -286,7 +286,7 @@ void messageService::remove(clientSession& session)
     }
 }
 
-/// Looks after clients that keep the service waiting, as long as there are any.
+/// Ends clients that keep the service waiting too long. Calls itself again as long as there are clients.
 void messageService::tidy()
 {
     bool more = false;

@@ -39,8 +39,8 @@ protected:
 
 /// Takes one request at a time from the socket, answers it, and only then looks at the next: what a client sends early
 /// stays in the kernel, and one that does not read its replies is not read from. So a client costs one request and one
-/// reply of memory at most. After each request the others have their turn. What a client asked for and is no longer
-/// there for is not begun.
+/// reply of memory at most. After each request the others have their turn. A request of a client that has
+/// hung up is not begun.
 ///
 /// Exactly one thread is in a session at any time, or none while it waits for its socket.
 class clientSession : public serviceJob, public std::enable_shared_from_this<clientSession>

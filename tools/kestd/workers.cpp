@@ -11,20 +11,20 @@ namespace kest::service
 namespace
 {
 
-/// Sleeping ones that are kept for the next burst
+/// Sleeping threads that are kept for the next burst.
 constexpr unsigned spareThreads = 8;
-/// Reserved; only what is used counts
+/// Reserved; only what is used counts.
 constexpr std::size_t stackBytes = 1024 * 1024;
-/// Beside those in work: one for events, and for the service's own jobs
+/// Beside those in work: one for events, and some for the service's own jobs.
 constexpr unsigned extraThreads = 3;
-/// Begun before somebody looks for events again
+/// Begun before a thread looks for events again.
 constexpr unsigned jobsAtOnce = 4;
-/// Handled before somebody looks for jobs again
+/// Handled before a thread looks for jobs again.
 constexpr unsigned eventsAtOnce = 32;
-/// Beside the processors': while one thread waits for the disk another has its processor.
+/// Beyond the number of processors: while one thread waits for the disk, another has its processor.
 constexpr unsigned threadsInWaiting = 1;
 
-/// Those that this process may use.
+/// Processors that this process may use.
 unsigned processorsHad()
 {
     cpu_set_t places;
@@ -157,7 +157,7 @@ void workerPool::perform(poolLock& lock)
     ++m_steps;
     ++m_unpolled;
     if (m_jobs.hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
-        // shares the work; nobody is made for that
+        // one that sleeps shares the work; no thread is made for that
         enlist();
     }
     if (m_atEase) {
@@ -204,8 +204,8 @@ void workerPool::lead(poolLock& lock, bool mayWait)
     }
 }
 
-/// Watches while there is something going on, and provides a substitute when nobody has looked for events for a while:
-/// those who would are blocked, or busy.
+/// Watches while there is something to do, and provides a substitute when no thread has looked for events for a while:
+/// all are blocked, or busy.
 void workerPool::supervise()
 {
     poolLock lock(m_lock);

@@ -13,15 +13,15 @@
 namespace kest::service
 {
 
-/// A crew of threads. One of them at a time waits for events, and then does what they call for itself: a request that
-/// is served at once costs no switch between threads. One more of them is at work than there are processors: it goes on
-/// while another waits for the disk. With many more, those that were begun and then wait for a processor would hold up
-/// short jobs for many milliseconds. The others sleep until there are several jobs, or until nobody has looked for
-/// events for a while: then all who are in a job are taken for blocked and no longer count, and the crew grows when
-/// none is left. So a slow device holds up nobody but those who asked for it.
+/// A crew of threads. One thread at a time waits for events, and does itself what they call for: a request that is
+/// served at once costs no switch between threads. One thread more than there are processors is at work, and runs while
+/// another waits for the disk. With many more, jobs that were begun and then wait for a processor would hold up short
+/// ones for many milliseconds. The other threads sleep until there are several jobs, or until no thread has looked for
+/// events for a while. Then all threads in a job are taken for blocked and no longer count, and the crew grows when none
+/// is left. So a slow device holds up only those who asked for it.
 ///
-/// Owners of jobs take turns, and while there are always jobs, events still come in between: who has much to do holds
-/// up nobody else.
+/// Owners of jobs take turns, and events are handled between jobs even when there are always jobs: an owner with much
+/// to do holds up nobody else.
 ///
 /// The event handlers themselves must not block: they submit jobs.
 class workerPool
@@ -31,7 +31,7 @@ public:
         std::int64_t (*clock)() = steadyNs; ///< steady, in nanoseconds
         unsigned abreast = 0; ///< threads at work; 0: one more than the processors this process may use
         std::chrono::milliseconds watch{
-            1}; ///< so long nobody may look for events before those in jobs are taken for blocked
+            1}; ///< the longest time without a look for events before threads in jobs are taken for blocked
     };
 
     explicit workerPool(asio::io_context& context) : workerPool(context, tuning()) {}
@@ -77,21 +77,21 @@ private:
     const unsigned m_mostAbreast;
     std::mutex m_lock; ///< of all that follows
     jobQueue m_jobs;
-    std::condition_variable m_wanted; ///< a sleeping worker is
-    std::condition_variable m_stirred; ///< the supervisor is
+    std::condition_variable m_wanted; ///< wakes a sleeping worker
+    std::condition_variable m_stirred; ///< wakes the supervisor
     std::condition_variable m_gone;
-    unsigned m_unpolled = 0; ///< jobs begun since somebody last looked for events
+    unsigned m_unpolled = 0; ///< jobs begun since a thread last looked for events
     unsigned m_threads = 0; ///< workers
     unsigned m_abreast = 0; ///< workers of the current watch, which take jobs and look for events
     std::uint64_t m_watch = 1; ///< a new one begins when those of the old are blocked, or busy
     unsigned m_sleeping = 0;
-    unsigned m_called = 0; ///< of the sleeping, on their way up
-    bool m_led = false; ///< one waits for events
+    unsigned m_called = 0; ///< of the sleeping: woken, and not yet awake
+    bool m_led = false; ///< a thread waits for events
     bool m_ended = false;
     bool m_supervised = false;
     bool m_atEase = false; ///< the supervisor sleeps until it is stirred
-    bool m_eventsDue = false; ///< nobody has looked for events for a while
-    std::uint64_t m_steps = 0; ///< taken by anybody; standing still means blocked
+    bool m_eventsDue = false; ///< no thread has looked for events for a while
+    std::uint64_t m_steps = 0; ///< by any thread; when they stand still, all are blocked
     std::uint64_t m_looks = 0; ///< for events
 };
 
