@@ -48,8 +48,8 @@ constexpr std::array itemRenames{
 /// Up to layout 2 the fields stood in the order of their names.
 bool hasFormerForm(std::string_view line) { return line.starts_with("{\"callouts\""); }
 
-template <std::size_t count>
-void rename(nlohmann::json& object, const std::array<renamedField, count>& fields)
+template <std::size_t Count>
+void rename(nlohmann::json& object, const std::array<renamedField, Count>& fields)
 {
     for (const renamedField& field : fields) {
         if (const auto found = object.find(field.before); found != object.end()) {
