@@ -118,7 +118,7 @@ mern_t mern_iic_open(MernNode, const char*, int) { return {{1, 0, 0, 0, 0, 0}}; 
 int mern_iic_config(mern_t&, int direction, wobu_iic_cfg_t item, void* value, unsigned int size)
 {
     if (direction == 1) {
-        const std::uint32_t present = 3;
+        const std::uint32_t present = MERN_DETECT_PRESENT;
         std::memset(value, 0, size);
         if (item == WOBU_IIC_DETECT_STATE && size == sizeof present) {
             std::memcpy(value, &present, sizeof present);

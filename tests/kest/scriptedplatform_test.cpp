@@ -59,7 +59,7 @@ TEST_F(ScriptedPlatform, FailsAtAResetOnWhatIsLeftAndForgetsIt)
 TEST_F(ScriptedPlatform, FailsOnAHandleThatIsNotClosed)
 {
     platform.opens();
-    mern_iic_open(MernNode(), "p", 0x1002);
+    mern_iic_open(MernNode(), "p", MERN_OPEN_READ_WRITE_SYNC);
     EXPECT_EQ(1, platform.openHandles());
     EXPECT_NONFATAL_FAILURE(it().verify(), "h1 was not closed");
 }
@@ -67,7 +67,7 @@ TEST_F(ScriptedPlatform, FailsOnAHandleThatIsNotClosed)
 TEST_F(ScriptedPlatform, FailsOnTheUseOfAClosedHandle)
 {
     platform.opens().closes();
-    handle = mern_iic_open(MernNode(), "p", 0x1002);
+    handle = mern_iic_open(MernNode(), "p", MERN_OPEN_READ_WRITE_SYNC);
     mern_iic_close(handle);
     EXPECT_NONFATAL_FAILURE(mern_iic_reset(handle, 1), "mern_iic_reset(h1, 1): after its close");
     platform.verify();
@@ -194,7 +194,7 @@ TEST_F(ScriptedPlatform, FailsTheNthCall)
 TEST_F(ScriptedPlatform, CountsLocks)
 {
     platform.opens().configures(3).closes();
-    mern_t open = mern_iic_open(MernNode(), "p", 0x1002);
+    mern_t open = mern_iic_open(MernNode(), "p", MERN_OPEN_READ_WRITE_SYNC);
     std::uint16_t lock[4] = {0, 0x80, 0, 0};
     mern_iic_config(open, 2, WOBU_IIC_LOCK, lock, 8);
     EXPECT_EQ(1, platform.heldLocks());

@@ -107,7 +107,7 @@ TEST_F(IicPaths, NullPathAndOtherFlagsAreRefused)
 {
     const MernNode local;
     errno = 0;
-    mern_t handle = mern_iic_open(local, nullptr, 0x1002);
+    mern_t handle = mern_iic_open(local, nullptr, MERN_OPEN_READ_WRITE_SYNC);
     EXPECT_EQ(EFAULT, errno);
     EXPECT_EQ(0, std::memcmp(&handle, &MERN_INVALID, sizeof handle));
     errno = 0;
@@ -203,7 +203,7 @@ TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
     const MernNode local;
     EXPECT_EQ(all, errnosOf(MERN_INVALID));
     EXPECT_EQ(all, errnosOf(mern_t{}));
-    mern_t handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
+    mern_t handle = mern_iic_open(local, "sim:planar@A0", MERN_OPEN_READ_WRITE_SYNC);
     for (int word = 0; word < 5; ++word) {
         mern_t other = handle;
         other.words[word] ^= 1;
@@ -213,7 +213,7 @@ TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
     EXPECT_EQ(0, mern_iic_close(handle));
     EXPECT_EQ(all, errnosOf(copy));
     // takes the place, not the ticket
-    mern_t next = mern_iic_open(local, "sim:planar@A0", 0x1002);
+    mern_t next = mern_iic_open(local, "sim:planar@A0", MERN_OPEN_READ_WRITE_SYNC);
     EXPECT_EQ(all, errnosOf(copy));
     EXPECT_EQ(0, mern_iic_close(next));
 }
@@ -272,7 +272,7 @@ TEST_F(IicPaths, HandleOpenedByAForkedChildIsForeign)
     const pid_t child = fork();
     if (child == 0) {
         const MernNode local;
-        mern_t handle = mern_iic_open(local, "sim:planar@A0", 0x1002);
+        mern_t handle = mern_iic_open(local, "sim:planar@A0", MERN_OPEN_READ_WRITE_SYNC);
         const bool sent = write(pipes[1], &handle, sizeof handle) == static_cast<ssize_t>(sizeof handle);
         _exit(sent ? 0 : 1);
     }
@@ -387,7 +387,7 @@ TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
 TEST_F(IicPaths, EveryCallOfEveryThreadOnAHandleEndsWithAResultOrABadDescriptorOnceItIsClosed)
 {
     const MernNode local;
-    const mern_t shared = mern_iic_open(local, "sim:planar@A0", 0x1002);
+    const mern_t shared = mern_iic_open(local, "sim:planar@A0", MERN_OPEN_READ_WRITE_SYNC);
     const std::vector<std::function<int()>> calls{
         [handle = shared]() mutable {
             std::uint32_t value = 0;

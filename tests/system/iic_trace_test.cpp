@@ -85,7 +85,7 @@ TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
     news();
     EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error());
     EXPECT_EQ((Traced{{openHash, " open sim:nowhere: errno 2"}}), news());
-    mern_iic_open(MernNode(), nullptr, 0x1002);
+    mern_iic_open(MernNode(), nullptr, MERN_OPEN_READ_WRITE_SYNC);
     EXPECT_EQ((Traced{{openHash, " open (null): errno 14"}}), news());
 }
 

@@ -26,7 +26,7 @@ constexpr std::uint8_t dtlsDeviceText = 7;
 constexpr unsigned traceBytes = 1024;
 
 /// Return code of a transfer through a silent hub, which was then reset.
-constexpr std::uint32_t codeHubWasReset = 0x41000000;
+constexpr std::uint32_t codeHubWasReset = kest_codeHubWasReset;
 
 constexpr std::uint32_t reasonBits = 0xFFFF;
 
