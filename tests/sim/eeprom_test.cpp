@@ -119,7 +119,7 @@ TEST_F(Eeprom, StopInTheMiddleOfAByteWritesNothing)
 {
     power24c("24C02");
     fault({.kind = "short", .count = 1, .byte = 3});
-    const answer cut = on->write(0xA0, {0x10, 1, 2, 3, 4});
+    const Answer cut = on->write(0xA0, {0x10, 1, 2, 3, 4});
     EXPECT_EQ(cut.end, outcome::shortTransfer);
     EXPECT_EQ(cut.bytesMoved, 3U);
     // no write cycle
@@ -202,7 +202,7 @@ TEST_F(Eeprom, SilentProtectionAcknowledgesAndWritesNothing)
 TEST_F(Eeprom, NakProtectionRefusesDataBytes)
 {
     power24c("24C256", "protect = \"nak\"");
-    const answer refused = on->write(0xA0, {0, 0, 1, 2});
+    const Answer refused = on->write(0xA0, {0, 0, 1, 2});
     EXPECT_EQ(refused.end, outcome::dataNotAcknowledged);
     EXPECT_EQ(refused.bytesMoved, 2U);
     EXPECT_EQ(on->probe(0xA0), outcome::done);
@@ -317,7 +317,7 @@ TEST_P(EepromModel, AgreesWithAnArray)
         } else {
             const bool here = below(4) == 0;
             const std::size_t length = 1 + below(300);
-            const answer got = here ? on->read(0xA0, length) : on->readAt(0xA0, address, length);
+            const Answer got = here ? on->read(0xA0, length) : on->readAt(0xA0, address, length);
             const std::size_t from = here ? current : offset;
             Bytes wanted;
             for (std::size_t i = 0; i < length; ++i) {

@@ -54,7 +54,7 @@ TEST_F(Fault, MatchesByDirection)
     fault({.kind = "nack", .way = "read"});
     EXPECT_EQ(on->write(0xA0, {0}).end, done);
     EXPECT_EQ(on->read(0xA0, 1).end, nack);
-    const answer got = on->readAt(0xA0, {0}, 1);
+    const Answer got = on->readAt(0xA0, {0}, 1);
     EXPECT_EQ(got.end, nack);
     EXPECT_EQ(got.segment, 1U);
 }
@@ -69,7 +69,7 @@ TEST_F(Fault, CountsOnlyMatchingTransactions)
 TEST_F(Fault, RefusedDataByteTellsWhich)
 {
     fault({.kind = "nack-data", .byte = 2});
-    const answer got = on->write(0xA0, {0, 1, 2, 3});
+    const Answer got = on->write(0xA0, {0, 1, 2, 3});
     EXPECT_EQ(got.end, outcome::dataNotAcknowledged);
     EXPECT_EQ(got.segment, 0U);
     EXPECT_EQ(got.bytesMoved, 2U);
@@ -98,7 +98,7 @@ TEST_F(Fault, HeldLineStaysUntilAReset)
 TEST_F(Fault, HeldInTheMiddleOfAPageWritesNothing)
 {
     fault({.kind = "hold-scl", .count = 1, .byte = 3});
-    const answer got = on->write(0xA0, {0, 1, 2, 3});
+    const Answer got = on->write(0xA0, {0, 1, 2, 3});
     EXPECT_EQ(got.end, outcome::sclHeld);
     EXPECT_EQ(got.bytesMoved, 3U);
     on->planar->reset();
@@ -143,7 +143,7 @@ TEST_F(Fault, ShortReadTellsWhatCame)
 {
     on->store(0xA0, {0, 1, 2, 3, 4});
     fault({.kind = "short", .way = "read", .count = 1, .byte = 2});
-    const answer got = on->readAt(0xA0, {0}, 4);
+    const Answer got = on->readAt(0xA0, {0}, 4);
     EXPECT_EQ(got.end, outcome::shortTransfer);
     EXPECT_EQ(got.segment, 1U);
     EXPECT_EQ(got.bytesMoved, 2U);
@@ -163,7 +163,7 @@ TEST_F(Fault, ArbitrationIsLostAtTheAddressOrAByte)
     fault({.kind = "arbitration", .count = 1});
     EXPECT_EQ(on->write(0xA0, {0, 1}).end, outcome::arbitrationLost);
     fault({.kind = "arbitration", .count = 1, .byte = 1});
-    const answer got = on->write(0xA0, {0, 1});
+    const Answer got = on->write(0xA0, {0, 1});
     EXPECT_EQ(got.end, outcome::arbitrationLost);
     EXPECT_EQ(got.bytesMoved, 1U);
     EXPECT_EQ(on->probe(0xA0), done);

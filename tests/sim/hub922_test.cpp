@@ -369,7 +369,7 @@ TEST_F(Hub, IsNeverSilentInsideATransaction)
                 machine->clearFaults();
                 fault({.kind = kind, .address = 0x80, .way = way, .nth = nth, .count = 1});
                 for (int i = 0; i < 4; ++i) {
-                    const answer got = on->readAt(0x80, riserAt10, 2);
+                    const Answer got = on->readAt(0x80, riserAt10, 2);
                     EXPECT_TRUE(got.end == outcome::done ||
                                 (got.end == outcome::addressNotAcknowledged && got.segment == 0));
                     EXPECT_EQ(got.end == outcome::done, std::cmp_not_equal(i + 1, nth));

@@ -16,7 +16,7 @@ namespace kest::sim::test
 using Bytes = std::vector<std::uint8_t>;
 
 /// How a transaction ended, and what was read.
-struct answer {
+struct Answer {
     outcome end = outcome::done;
     Bytes data;
     std::size_t segment = 0, bytesMoved = 0;
@@ -62,29 +62,29 @@ class User
 public:
     explicit User(std::shared_ptr<bus> on) : planar{std::move(on)} {}
 
-    answer write(std::uint8_t address, Bytes sent)
+    Answer write(std::uint8_t address, Bytes sent)
     {
         segment part{address, direction::write, sent, false};
         return run({&part, 1}, {});
     }
-    answer read(std::uint8_t address, std::size_t length)
+    Answer read(std::uint8_t address, std::size_t length)
     {
         Bytes data(length);
         segment part{address, direction::read, data, false};
-        answer got = run({&part, 1}, {});
+        Answer got = run({&part, 1}, {});
         got.data = data;
         return got;
     }
     /// Write, repeated START, read: one transaction.
-    answer readAt(std::uint8_t address, Bytes sent, std::size_t length)
+    Answer readAt(std::uint8_t address, Bytes sent, std::size_t length)
     {
         Bytes data(length);
         segment parts[2] = {{address, direction::write, sent, false}, {address, direction::read, data, false}};
-        answer got = run(parts, {});
+        Answer got = run(parts, {});
         got.data = data;
         return got;
     }
-    answer run(std::span<segment> parts, Bytes data)
+    Answer run(std::span<segment> parts, Bytes data)
     {
         const transferResult result = planar->transfer(parts, 0);
         return {result.end, std::move(data), result.segment, result.bytesMoved, result.busTimeNs};
