@@ -8,7 +8,7 @@ namespace
 
 using client::frame;
 using client::frameAssembler;
-using stage = frameAssembler::stage;
+using Stage = frameAssembler::stage;
 
 std::vector<std::uint8_t> fromHex(const std::string& text)
 {
@@ -33,7 +33,7 @@ TEST(KestdFrame, ExamplesOfTheDocumentation)
     const auto bytes = fromHex(exampleRequest);
     EXPECT_EQ(20u + 35, bytes.size());
     EXPECT_EQ(bytes.size(), assembler.feed(bytes));
-    ASSERT_EQ(stage::complete, assembler.state());
+    ASSERT_EQ(Stage::complete, assembler.state());
     const frame request = assembler.take();
     EXPECT_EQ(42, request.identifier);
     EXPECT_EQ(0x8001, request.type);
@@ -67,7 +67,7 @@ TEST(KestdFrame, CutAtEveryPairOfBytes)
             EXPECT_EQ(first, assembler.feed({bytes.data(), first}));
             EXPECT_EQ(second - first, assembler.feed({bytes.data() + first, second - first}));
             EXPECT_EQ(bytes.size() - second, assembler.feed({bytes.data() + second, bytes.size() - second}));
-            ASSERT_EQ(stage::complete, assembler.state());
+            ASSERT_EQ(Stage::complete, assembler.state());
             EXPECT_EQ(bytes, client::encodeFrame(assembler.take()));
         }
     }
@@ -83,17 +83,17 @@ TEST(KestdFrame, TakesNothingOfTheNextFrame)
     (void)assembler.take();
     EXPECT_FALSE(assembler.begun());
     EXPECT_EQ(24u, assembler.feed({bytes.data() + 24, 24}));
-    EXPECT_EQ(stage::complete, assembler.state());
+    EXPECT_EQ(Stage::complete, assembler.state());
 }
 
 TEST(KestdFrame, WithoutPayload)
 {
     frameAssembler assembler(0);
     EXPECT_EQ(19u, assembler.feed(fromHex("00000000 00018004 00010000 00000000 000000")));
-    EXPECT_EQ(stage::incomplete, assembler.state());
+    EXPECT_EQ(Stage::incomplete, assembler.state());
     EXPECT_TRUE(assembler.begun());
     EXPECT_EQ(1u, assembler.feed(fromHex("00")));
-    EXPECT_EQ(stage::complete, assembler.state());
+    EXPECT_EQ(Stage::complete, assembler.state());
     EXPECT_TRUE(assembler.take().payload.empty());
 }
 
@@ -102,7 +102,7 @@ TEST(KestdFrame, OverTheLimitIsKnownFromTheHeaderAlone)
     for (const char* size : {"00000005", "7fffffff", "80000000", "ffffffff"}) {
         frameAssembler assembler(4);
         EXPECT_EQ(20u, assembler.feed(fromHex(size + std::string("00078001 00010000 00000000 00000000 4b455354 4b"))));
-        EXPECT_EQ(stage::tooLong, assembler.state()) << size;
+        EXPECT_EQ(Stage::tooLong, assembler.state()) << size;
         const frame head = assembler.take();
         EXPECT_EQ(7, head.identifier);
         EXPECT_TRUE(head.payload.empty());
@@ -117,7 +117,7 @@ TEST(KestdFrame, OtherProtocols)
           "00000004 00018001 00010100 00000000 00000000", "00000004 00018001 00010001 00000000 00000000"}) {
         frameAssembler assembler(1000);
         (void)assembler.feed(fromHex(bytes));
-        EXPECT_EQ(stage::foreign, assembler.state()) << bytes;
+        EXPECT_EQ(Stage::foreign, assembler.state()) << bytes;
     }
 }
 

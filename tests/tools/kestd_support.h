@@ -101,9 +101,9 @@ public:
     /// The next frame; nothing when the service hung up, or time is up.
     std::optional<client::frame> receive()
     {
-        using stage = client::frameAssembler::stage;
+        using Stage = client::frameAssembler::stage;
         const auto until = std::chrono::steady_clock::now() + patience;
-        while (m_assembler.state() == stage::incomplete) {
+        while (m_assembler.state() == Stage::incomplete) {
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();
             pollfd wait{m_descriptor, POLLIN, 0};
@@ -120,7 +120,7 @@ public:
             }
             m_at += m_assembler.feed(std::span(m_input).subspan(m_at));
         }
-        EXPECT_EQ(stage::complete, m_assembler.state());
+        EXPECT_EQ(Stage::complete, m_assembler.state());
         return m_assembler.take();
     }
 
