@@ -19,7 +19,7 @@ unsigned int NetcMessage::dataSize() const { return m_state != nullptr ? m_state
 
 bool NetcMessage::setData(const char* data, unsigned int size)
 {
-    // The copy is made ahead of the release: the bytes may be this very payload's.
+    // The copy is made before the release: the bytes may be this very payload's.
     std::unique_ptr<char[]> copy;
     if (m_state != nullptr && data != nullptr && size > 0) {
         copy.reset(new (std::nothrow) char[size]);

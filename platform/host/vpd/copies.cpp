@@ -21,7 +21,7 @@ namespace
 
 constexpr const char* lockName = ".lock";
 
-/// A root is names of letters, digits, '_' and '-', parted by single slashes: nothing of it leads out of the state
+/// A root is names of letters, digits, '_' and '-' with single slashes between them: it never leads out of the state
 /// folder.
 bool wellFormed(std::string_view root)
 {
@@ -62,30 +62,38 @@ int exclusively(std::string_view root, Change change)
     return lock.error() == 0 ? change() : lock.error();
 }
 
+/// Asked before the lock is taken, so that a copy that is not there makes no folder. @return 0 or an `errno` value
+int findCopy(std::uint32_t number, std::string_view root)
+{
+    if (!wellFormed(root)) {
+        return EINVAL;
+    }
+    return access(fileOf(root, number).c_str(), F_OK) == 0 ? 0 : errno;
+}
+
 } // namespace
 
 int listCopies(std::vector<copyInfo>& copies, std::string_view root)
 {
     copies.clear();
-    std::error_code error;
-    int result = wellFormed(root) ? 0 : EINVAL;
-    if (result == 0) {
-        std::filesystem::directory_iterator entry(rootFolder(root), error);
-        for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-            copyInfo copy;
-            struct stat facts {
-            };
-            if (parseNumber(entry->path().filename().string(), copy.number) &&
-                stat(entry->path().c_str(), &facts) == 0 && S_ISREG(facts.st_mode)) {
-                copy.sizeBytes = static_cast<std::uint64_t>(facts.st_size);
-                copy.modifiedMs = std::int64_t{facts.st_mtim.tv_sec} * 1000 + facts.st_mtim.tv_nsec / 1'000'000;
-                copies.push_back(copy);
-            }
-        }
-        std::ranges::sort(copies, {}, &copyInfo::number);
-        result = error == std::errc::no_such_file_or_directory ? 0 : error.value();
+    if (!wellFormed(root)) {
+        return EINVAL;
     }
-    return result;
+    std::error_code error;
+    std::filesystem::directory_iterator entry(rootFolder(root), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        copyInfo copy;
+        struct stat facts {
+        };
+        if (parseNumber(entry->path().filename().string(), copy.number) && stat(entry->path().c_str(), &facts) == 0 &&
+            S_ISREG(facts.st_mode)) {
+            copy.sizeBytes = static_cast<std::uint64_t>(facts.st_size);
+            copy.modifiedMs = std::int64_t{facts.st_mtim.tv_sec} * 1000 + facts.st_mtim.tv_nsec / 1'000'000;
+            copies.push_back(copy);
+        }
+    }
+    std::ranges::sort(copies, {}, &copyInfo::number);
+    return error == std::errc::no_such_file_or_directory ? 0 : error.value();
 }
 
 int readCopy(std::uint32_t number, std::vector<std::uint8_t>& bytes, std::string_view root)
@@ -107,61 +115,54 @@ int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, s
 
 int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root)
 {
-    int error = 0;
     if (!wellFormed(root) || bytes.empty()) {
-        error = EINVAL;
-    } else if (bytes.size() > largestCopyBytes) {
-        error = EFBIG;
+        return EINVAL;
     }
-    if (error == 0) {
-        error = makeFolders(rootFolder(root));
+    if (bytes.size() > largestCopyBytes) {
+        return EFBIG;
     }
-    if (error == 0) {
-        error = exclusively(root, [&] { return replaceFile(fileOf(root, number), bytes); });
+    if (const int error = makeFolders(rootFolder(root)); error != 0) {
+        return error;
     }
-    return error;
+    return exclusively(root, [&] { return replaceFile(fileOf(root, number), bytes); });
 }
 
 int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::uint8_t> bytes,
                std::uint64_t& sizeBytes, std::string_view root)
 {
     sizeBytes = 0;
-    int error = wellFormed(root) ? 0 : EINVAL;
-    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0) {
-        // ahead of the lock: no copy makes no folder
-        error = errno;
+    if (const int error = findCopy(number, root); error != 0) {
+        return error;
     }
-    if (error == 0) {
-        error = exclusively(root, [&] {
-            std::vector<std::uint8_t> copy;
-            int result = readCopy(number, copy, root);
-            sizeBytes = copy.size();
-            if (result == 0 && (offset > copy.size() || bytes.size() > copy.size() - offset)) {
-                result = ERANGE;
-            }
-            if (result == 0 && !bytes.empty()) {
-                std::ranges::copy(bytes, copy.begin() + offset);
-                result = replaceFile(fileOf(root, number), copy);
-            }
-            return result;
-        });
-    }
-    return error;
+    return exclusively(root, [&] {
+        std::vector<std::uint8_t> copy;
+        const int error = readCopy(number, copy, root);
+        sizeBytes = copy.size();
+        if (error != 0) {
+            return error;
+        }
+        if (offset > copy.size() || bytes.size() > copy.size() - offset) {
+            return ERANGE;
+        }
+        if (bytes.empty()) {
+            return 0;
+        }
+        std::ranges::copy(bytes, copy.begin() + offset);
+        return replaceFile(fileOf(root, number), copy);
+    });
 }
 
 int removeCopy(std::uint32_t number, std::string_view root)
 {
-    int error = wellFormed(root) ? 0 : EINVAL;
-    if (error == 0 && access(fileOf(root, number).c_str(), F_OK) != 0) {
-        error = errno;
+    if (const int error = findCopy(number, root); error != 0) {
+        return error;
     }
-    if (error == 0) {
-        error = exclusively(root, [&] {
-            const int result = unlink(fileOf(root, number).c_str()) == 0 ? 0 : errno;
-            return result == 0 ? syncFolder(rootFolder(root)) : result;
-        });
-    }
-    return error;
+    return exclusively(root, [&] {
+        if (unlink(fileOf(root, number).c_str()) != 0) {
+            return errno;
+        }
+        return syncFolder(rootFolder(root));
+    });
 }
 
 } // namespace kest::host

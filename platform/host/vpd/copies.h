@@ -2,7 +2,7 @@
 /// files.
 ///
 /// A copy is one file, `ROOT/NUMBER` in the state folder: the raw bytes of the device with that number. Functions
-/// answer 0 or an `errno` value: ENOENT no such copy, EINVAL a malformed root or an empty copy, EFBIG more than
+/// return 0 or an `errno` value: ENOENT no such copy, EINVAL a malformed root or an empty copy, EFBIG more than
 /// `largestCopyBytes`, EISDIR or ESPIPE no regular file.
 #pragma once
 
@@ -33,12 +33,11 @@ int readCopy(std::uint32_t number, std::vector<std::uint8_t>& bytes, std::string
 int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, std::vector<std::uint8_t>& bytes,
                  std::uint64_t& sizeBytes, std::string_view root = copyRoot);
 
-/// Makes a copy or gives one new contents, durably and as a whole: whoever reads it finds the old bytes or the new
-/// ones.
+/// Makes a copy or gives one new contents, durably and as a whole: every reader finds the old bytes or the new ones.
 int replaceCopy(std::uint32_t number, std::span<const std::uint8_t> bytes, std::string_view root = copyRoot);
 
-/// Changes bytes within a copy, as durably and as a whole. ENOENT without a copy, ERANGE when they would pass its end:
-/// nothing changes then.
+/// Changes bytes within a copy, durably and as a whole. ENOENT when there is no copy, ERANGE when the bytes would pass
+/// its end; nothing changes then.
 /// @param[out] sizeBytes  size of the copy, 0 when there is none
 int changeCopy(std::uint32_t number, std::uint32_t offset, std::span<const std::uint8_t> bytes,
                std::uint64_t& sizeBytes, std::string_view root = copyRoot);
