@@ -60,7 +60,7 @@ std::string deepestCommand(const CLI::App& app)
 /// What the parser complains about. Where it misses a subcommand, a word that is none says more.
 std::string complaintOf(const CLI::App& app, const CLI::ParseError& why)
 {
-    const std::string said = why.what();
+    std::string said = why.what();
     if (said.find("subcommand") == std::string::npos) {
         return said;
     }
