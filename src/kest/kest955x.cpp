@@ -224,13 +224,30 @@ ErrlEntry* cleanUp(portRun& run)
     return run.report.finish();
 }
 
+/// Makes the device object, opens, configures and locks the device. A failed step's line is its site: no two share one.
+bool prepareDevice(portRun& run)
+{
+    if (!linkDevice(run)) {
+        return false;
+    }
+    if (!passed(run, run.session.open(*run.request.deviceInfo))) {
+        return false;
+    }
+    if (!passed(run, setBlock(run))) {
+        return false;
+    }
+    if (!passed(run, run.session.setSpeed(run.request.attributes[KEST_ATTR_BUS_SPEED]))) {
+        return false;
+    }
+    return passed(run, lockDevice(run));
+}
+
 /// The frame around a routine's body: device object, open, configuration, lock, body, clean-up.
 template <typename Body>
 ErrlEntry* runOnDevice(const Dp955xRequest* request, const routine& self, Body body)
 {
     portRun run{.request = *request, .self = self};
-    if (linkDevice(run) && passed(run, run.session.open(*request->deviceInfo)) && passed(run, setBlock(run)) &&
-        passed(run, run.session.setSpeed(request->attributes[KEST_ATTR_BUS_SPEED])) && passed(run, lockDevice(run))) {
+    if (prepareDevice(run)) {
         body(run);
     }
     return cleanUp(run);

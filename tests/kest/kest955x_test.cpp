@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -734,6 +735,22 @@ TEST_F(Registers, FirstFailureComesBackAndLaterOnesAreCommitted)
             EXPECT_EQ(0, platform.entryCount());
         }
     }
+}
+
+/// Open, block, speed and lock: the site says which of them it was.
+TEST_F(Registers, EachStepBeforeTheOperationHasASiteOfItsOwn)
+{
+    std::set<unsigned int> sites;
+    for (std::size_t step = 0; step < 4; ++step) {
+        restart();
+        become(0x9552);
+        const FailingRun run{framedRoutines().at(0), step, false, false};
+        run.script(platform);
+        const std::unique_ptr<ErrlEntry> entry{run.routine.call(&request)};
+        ASSERT_NE(nullptr, entry) << step;
+        sites.insert(platform.entry(entry.get()).softwareErrors.back().word2);
+    }
+    EXPECT_EQ(4U, sites.size());
 }
 
 TEST_F(Registers, EntryOfAFailedCleanUpIsTakenOverByANewOne)
