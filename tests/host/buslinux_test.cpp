@@ -1,5 +1,6 @@
 /// The IIC layer over a Linux bus, on a stand-in for the kernel.
 #include <algorithm>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <ostream>
 

@@ -1,7 +1,11 @@
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/configuration/configurationfile.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
 
 #include "tests/host/host_support.h"
 #include "tests/places.h"

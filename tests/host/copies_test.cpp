@@ -1,7 +1,12 @@
 #include "platform/host/vpd/copies.h"
 
+#include <array>
+#include <cerrno>
+#include <gtest/gtest.h>
 #include <memory>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include "platform/tavo.h"
 #include "tests/host/host_support.h"

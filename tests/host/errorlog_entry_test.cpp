@@ -1,3 +1,4 @@
+#include <gtest/gtest.h>
 #include <memory>
 
 #include "platform/host/errorlog/deviceof.h"

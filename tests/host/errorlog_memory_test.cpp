@@ -1,5 +1,7 @@
 /// The error log without memory: what can't be had is left out, and an entry is still told apart, and stored or told.
+#include <array>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <memory>
 
 #include "platform/host/errorlog/json.h"

@@ -1,7 +1,12 @@
 /// What becomes of entries that the store cannot take.
+#include <array>
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "platform/host/errorlog/json.h"

@@ -1,6 +1,9 @@
 /// What the error log tells standard error, when nobody listens there.
+#include <array>
 #include <chrono>
+#include <csignal>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <thread>
 

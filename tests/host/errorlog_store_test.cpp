@@ -1,5 +1,9 @@
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 
 #include "tests/forks.h"

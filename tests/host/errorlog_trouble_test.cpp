@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <thread>

@@ -1,5 +1,9 @@
 /// What must be on the disk when a call returns.
+#include <array>
+#include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 
 #include "base/descriptor.h"

@@ -1,4 +1,7 @@
 /// Forks of a process whose threads are busy with the host's services, or use them for the first time.
+#include <gtest/gtest.h>
+#include <thread>
+
 #include "tests/forks.h"
 #include "tests/host/host_support.h"
 #include "tests/sanitizers.h"

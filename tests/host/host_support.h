@@ -1,20 +1,12 @@
 /// What the tests of the host's services share: a folder with a kest.toml of its own, and children to be killed.
 #pragma once
 
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
+#include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <gtest/gtest.h>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <string>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -31,49 +23,15 @@ namespace kest::test
 class HostFolder
 {
 public:
-    explicit HostFolder(const std::string& more = "")
-    {
-        // In memory where that can be had: no test depends on what a disk does, but each waits for it.
-        const std::string folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
-        std::string name = folder + "/kest-host-XXXXXX";
-        EXPECT_NE(nullptr, mkdtemp(name.data()));
-        m_path = name;
-        if (const char* before = std::getenv("KEST_CONFIG")) {
-            m_before = before;
-        }
-        configure(more);
-    }
+    explicit HostFolder(const std::string& more = "");
     HostFolder(const HostFolder&) = delete;
     HostFolder& operator=(const HostFolder&) = delete;
-    ~HostFolder()
-    {
-        if (m_before) {
-            setenv("KEST_CONFIG", m_before->c_str(), 1);
-        } else {
-            unsetenv("KEST_CONFIG");
-        }
-        host::reloadConfiguration();
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
+    ~HostFolder();
 
     /// Writes kest.toml anew and makes it the process's. `more` names keys of the error log by their whole names.
-    void configure(const std::string& more)
-    {
-        write("kest.toml", "state = \"state\"\nerrorlog.spool = \"spool\"\n" + more);
-        setenv("KEST_CONFIG", (m_path / "kest.toml").c_str(), 1);
-        EXPECT_EQ("", host::reloadConfiguration());
-    }
-    std::filesystem::path write(const std::string& name, const std::string& text) const
-    {
-        std::ofstream(m_path / name, std::ios::binary) << text;
-        return m_path / name;
-    }
-    [[nodiscard]] std::string read(const std::string& name) const
-    {
-        std::ifstream file(m_path / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    void configure(const std::string& more);
+    std::filesystem::path write(const std::string& name, const std::string& text) const;
+    [[nodiscard]] std::string read(const std::string& name) const;
     [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
     [[nodiscard]] std::filesystem::path state(const std::string& name) const { return m_path / "state" / name; }
 
@@ -83,109 +41,26 @@ private:
 };
 
 /// In a child of root: goes on as a user without rights. @return whether the process now has none
-inline bool dropRights()
-{
-    constexpr uid_t nobody = 65534;
-    return geteuid() != 0 || (setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0);
-}
+bool dropRights();
 
 /// An entry as the library makes them, told apart by its first user data word.
-inline void fill(ErrlEntry& entry)
-{
-    entry.setRC(0x80001312);
-    entry.addProcedureCallout(SRCI_PRIORITY_HIGH, EPUB_PROCEDURE_IIC);
-}
+void fill(ErrlEntry& entry);
 
-inline std::uint32_t commitEntry(std::uint32_t word, errlSeverity severity = ERRL_SEV_UNRECOVERED,
-                                 const std::string& details = "", unsigned short component = 0x1300)
-{
-    ErrlEntry entry(component, severity, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 13, SERVICE_CODE_KEST, 0x1312,
-                    word, 0, 0, 0, EPUB_SUBSYSTEM_IIC_DEVICE, SRCI_TERM_NONE);
-    fill(entry);
-    if (!details.empty()) {
-        entry.addUsrDtls(details.data(), static_cast<unsigned short>(details.size()), component, 1, 2);
-    }
-    entry.commit(component, ERRL_ACTION_REPORT);
-    return entry.plid();
-}
+std::uint32_t commitEntry(std::uint32_t word, errlSeverity severity = ERRL_SEV_UNRECOVERED,
+                          const std::string& details = "", unsigned short component = 0x1300);
 
 /// First user data words of the entries in the log, the latest first.
-inline std::vector<std::uint32_t> wordsInLog(const host::entryFilter& filter = {})
-{
-    std::vector<std::uint32_t> words;
-    const host::entryList list = host::listEntries(filter);
-    EXPECT_EQ("", list.error);
-    for (const host::loggedEntry& entry : list.entries) {
-        words.push_back(entry.srcs.at(0).words[4]);
-    }
-    return words;
-}
+std::vector<std::uint32_t> wordsInLog(const host::entryFilter& filter = {});
 
-inline std::multiset<std::uint32_t> idsInLog()
-{
-    std::multiset<std::uint32_t> ids;
-    const host::entryList list = host::listEntries();
-    EXPECT_EQ("", list.error);
-    for (const host::loggedEntry& entry : list.entries) {
-        ids.insert(entry.plid);
-    }
-    return ids;
-}
+std::multiset<std::uint32_t> idsInLog();
 
 /// Whether this build's log is a database; without one the spool file is the store.
-inline bool hasDatabase(const HostFolder& folder)
-{
-    commitEntry(0);
-    const bool found = std::filesystem::exists(folder.state("errors.db"));
-    EXPECT_EQ("", host::clearEntries());
-    return found;
-}
+bool hasDatabase(const HostFolder& folder);
 
 /// Runs a child that calls `step(0)`, `step(1)`, ... and tells what each answered; kills it once `answers` came,
 /// somewhere in a later step. On a busy machine the death can come late: the child waits when it is a few steps ahead
 /// of what was heard of it.
 /// @return all answers that it told
-inline std::vector<std::uint32_t> killAfter(std::size_t answers,
-                                            const std::function<std::uint32_t(std::uint32_t)>& step)
-{
-    // that it may be ahead
-    constexpr std::array<char, 8> steps{};
-    std::array<int, 2> ends{};
-    std::array<int, 2> permits{};
-    EXPECT_EQ(0, pipe(ends.data()));
-    EXPECT_EQ(0, pipe(permits.data()));
-    EXPECT_EQ(ssize_t{steps.size()}, write(permits[1], steps.data(), steps.size()));
-    const pid_t child = fork();
-    if (child == 0) {
-        char permit = 0;
-        close(ends[0]);
-        close(permits[1]);
-        for (std::uint32_t number = 0; read(permits[0], &permit, 1) == 1; ++number) {
-            const std::uint32_t answer = step(number);
-            if (write(ends[1], &answer, sizeof answer) != sizeof answer) {
-                break;
-            }
-        }
-        _exit(1);
-    }
-    close(ends[1]);
-    std::vector<std::uint32_t> told;
-    std::uint32_t answer = 0;
-    while (read(ends[0], &answer, sizeof answer) == sizeof answer) {
-        told.push_back(answer);
-        if (told.size() < answers) {
-            EXPECT_EQ(1, write(permits[1], steps.data(), 1));
-        } else if (told.size() == answers) {
-            kill(child, SIGKILL);
-        }
-    }
-    for (const int end : {ends[0], permits[0], permits[1]}) {
-        close(end);
-    }
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    return told;
-}
+std::vector<std::uint32_t> killAfter(std::size_t answers, const std::function<std::uint32_t(std::uint32_t)>& step);
 
 } // namespace kest::test

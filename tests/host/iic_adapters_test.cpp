@@ -1,5 +1,6 @@
 /// Transfers of the IIC layer on adapters that take little at once, that can't ask an address
 /// alone, or that run out of memory.
+#include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <new>

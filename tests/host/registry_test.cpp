@@ -1,7 +1,9 @@
 #include "platform/registry.h"
 
 #include <array>
+#include <cstdlib>
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <memory>
 
 #include "tests/host/host_support.h"

@@ -1,8 +1,12 @@
 /// The folder in which the users of a bus meet.
+#include <fcntl.h>
+#include <fstream>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include "platform/host/iic/ffdc.h"
 #include "platform/host/iic/sharedfolder.h"

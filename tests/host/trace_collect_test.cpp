@@ -2,6 +2,7 @@
 /// are known to the byte.
 #include <atomic>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <string_view>
 

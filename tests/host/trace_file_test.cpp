@@ -1,9 +1,12 @@
 /// Rings in files: after a crash, beside the living, across fork, and files that others have tampered with.
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <sys/resource.h>

@@ -3,6 +3,7 @@
 #include <array>
 #include <climits>
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "platform/host/trace/collect.h"

@@ -1,7 +1,9 @@
 /// Rings in memory: making them, wrapping round, many threads, and what a write may not do.
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <malloc.h>

@@ -1,6 +1,7 @@
 #include "tests/kest/hubstory.h"
 
 #include <cstring>
+#include <set>
 
 namespace hubstory
 {
@@ -150,6 +151,59 @@ Story& Story::resetsHub(int entry, unsigned expander)
     pulsesPin(expander);
     says(line("entry%d.CollectTrace(\"kest\", 250)\n", entry));
     return setsReturnCode(entry, 0x41000000);
+}
+
+LayerCall configTold(std::uint32_t item, std::uint32_t direction)
+{
+    return {12, 0x130D, 0x130E, false, item, direction, item};
+}
+
+Call readCall(const Bytes& data)
+{
+    const auto size = static_cast<std::uint32_t>(data.size());
+    return {Operation::read, line("mern_iic_read(h1, %u)\n", size), {13, 0x130D, 0x1312, true, size, 0, size}, data};
+}
+
+Call writeCall(const Bytes& data)
+{
+    std::string bytes;
+    for (const std::uint8_t byte : data) {
+        bytes += line(" %02x", byte);
+    }
+    return {Operation::write,
+            line("mern_iic_write(h1, %zu byte%s:", data.size(), data.size() == 1 ? "" : "s") + bytes + ")\n",
+            {18, 0x130D, 0x1314, true, 0, 0, 0}};
+}
+
+Call seekCall(std::uint32_t position)
+{
+    // the layer takes the low 32 bits; a long of 32 bits shows the high half as negative
+    const long shown = static_cast<long>(position);
+    return {Operation::seek,
+            line("mern_iic_seek(h1, %ld, 0)\n", shown),
+            {14, 0x130D, 0x1313, false, position, position, 0}};
+}
+
+Call setBlock(const Block& block)
+{
+    return {
+        Operation::config,
+        line("mern_iic_config(h1, 2, 19, block: speed 400, address 0x%X, offset bytes %u, timeout %u, write cycle %u, "
+             "page %u, flags 0x%X, busy wait 1000)\n",
+             block.address, block.offsetBytes, block.timeout, block.writeCycle, block.page, block.flags),
+        configTold(19)};
+}
+
+Call readBlock(const Block& block)
+{
+    return {Operation::readBlock, "mern_iic_config(h1, 1, 19, 44 bytes)\n", configTold(19, 1), blockBytes(block)};
+}
+
+std::vector<Call> statusRead(const Block& block, std::uint8_t status)
+{
+    Block plain = block;
+    plain.offsetBytes = plain.writeCycle = plain.page = 0;
+    return {readBlock(block), setBlock(plain), readCall({status})};
 }
 
 } // namespace hubstory

@@ -1,8 +1,8 @@
 /// Stories of a 922 hub: each step scripts the platform and writes down what the log must then say.
 #pragma once
 
+#include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -37,36 +37,13 @@ struct Call {
     Bytes data{}; ///< of reads
 };
 
-inline LayerCall configTold(std::uint32_t item, std::uint32_t direction = 2)
-{
-    return {12, 0x130D, 0x130E, false, item, direction, item};
-}
+LayerCall configTold(std::uint32_t item, std::uint32_t direction = 2);
 
-inline Call readCall(const Bytes& data)
-{
-    const auto size = static_cast<std::uint32_t>(data.size());
-    return {Operation::read, line("mern_iic_read(h1, %u)\n", size), {13, 0x130D, 0x1312, true, size, 0, size}, data};
-}
+Call readCall(const Bytes& data);
 
-inline Call writeCall(const Bytes& data)
-{
-    std::string bytes;
-    for (const std::uint8_t byte : data) {
-        bytes += line(" %02x", byte);
-    }
-    return {Operation::write,
-            line("mern_iic_write(h1, %zu byte%s:", data.size(), data.size() == 1 ? "" : "s") + bytes + ")\n",
-            {18, 0x130D, 0x1314, true, 0, 0, 0}};
-}
+Call writeCall(const Bytes& data);
 
-inline Call seekCall(std::uint32_t position)
-{
-    // the layer takes the low 32 bits; a long of 32 bits shows the high half as negative
-    const long shown = static_cast<long>(position);
-    return {Operation::seek,
-            line("mern_iic_seek(h1, %ld, 0)\n", shown),
-            {14, 0x130D, 0x1313, false, position, position, 0}};
-}
+Call seekCall(std::uint32_t position);
 
 inline Call closeCall() { return {Operation::close, "mern_iic_close(h1)\n", {19, 0x1316, 0x1317, false, 0, 0, 0}}; }
 
@@ -75,31 +52,15 @@ struct Block {
     unsigned address = 0x80, offsetBytes = 4, timeout = 1200, writeCycle = 15, page = 64, flags = 0xFFFD0001;
 };
 
-inline Call setBlock(const Block& block)
-{
-    return {
-        Operation::config,
-        line("mern_iic_config(h1, 2, 19, block: speed 400, address 0x%X, offset bytes %u, timeout %u, write cycle %u, "
-             "page %u, flags 0x%X, busy wait 1000)\n",
-             block.address, block.offsetBytes, block.timeout, block.writeCycle, block.page, block.flags),
-        configTold(19)};
-}
+Call setBlock(const Block& block);
 
 /// The block's 44 bytes as the layer gives them back.
 Bytes blockBytes(const Block& block);
 
-inline Call readBlock(const Block& block)
-{
-    return {Operation::readBlock, "mern_iic_config(h1, 1, 19, 44 bytes)\n", configTold(19, 1), blockBytes(block)};
-}
+Call readBlock(const Block& block);
 
 /// The three calls of a status read.
-inline std::vector<Call> statusRead(const Block& block, std::uint8_t status)
-{
-    Block plain = block;
-    plain.offsetBytes = plain.writeCycle = plain.page = 0;
-    return {readBlock(block), setBlock(plain), readCall({status})};
-}
+std::vector<Call> statusRead(const Block& block, std::uint8_t status);
 
 /// Traces of the hub's own functions, without those of entry and exit: the hash and the source line are shown where
 /// they are fixed.

@@ -3,6 +3,7 @@
 #include "tests/sim/machinetest.h"
 
 #include <algorithm>
+#include <fstream>
 
 #include <sys/stat.h>
 

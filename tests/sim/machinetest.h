@@ -1,14 +1,16 @@
 /// A machine in a folder of its own, and a few verbs on its bus.
 #pragma once
 
-#include "sim/machine.h"
-
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <string>
-
+#include <cstdint>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sim/machine.h"
 
 namespace kest::sim::test
 {
@@ -26,27 +28,13 @@ struct Answer {
 class Folder
 {
 public:
-    Folder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "kest-sim-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error{"no temporary folder"};
-        }
-        path = name;
-    }
+    Folder();
     ~Folder() { std::filesystem::remove_all(path); }
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
 
-    void put(const std::string& name, const std::string& text) const
-    {
-        std::ofstream{path / name, std::ios::binary} << text;
-    }
-    [[nodiscard]] std::string text(const std::string& name) const
-    {
-        std::ifstream in{path / name, std::ios::binary};
-        return {std::istreambuf_iterator<char>{in}, {}};
-    }
+    void put(const std::string& name, const std::string& text) const;
+    [[nodiscard]] std::string text(const std::string& name) const;
     [[nodiscard]] Bytes content(const std::string& name) const
     {
         const std::string all = text(name);
@@ -129,25 +117,8 @@ protected:
     {
         return "[[chip]]\nbus = \"planar\"\ntype = \"" + type + "\"\naddress = " + address + "\n" + more + "\n";
     }
-    std::uint32_t value(const std::string& chipLabel, const std::string& name)
-    {
-        for (const auto& line : machine->registers()) {
-            if (line.chip == chipLabel && line.name == name) {
-                return line.value;
-            }
-        }
-        ADD_FAILURE() << "no register " << name << " of " << chipLabel;
-        return 0xDEADBEEF;
-    }
-    std::string meaning(const std::string& chipLabel, const std::string& name)
-    {
-        for (const auto& line : machine->registers()) {
-            if (line.chip == chipLabel && line.name == name) {
-                return line.meaning;
-            }
-        }
-        return "no such register";
-    }
+    std::uint32_t value(const std::string& chipLabel, const std::string& name);
+    std::string meaning(const std::string& chipLabel, const std::string& name);
     std::uint32_t fault(machine::fault what) { return machine->addFault(what); }
 
     Folder home;
@@ -156,19 +127,8 @@ protected:
 };
 
 /// `count` bytes counting up from `first`.
-inline Bytes counting(std::size_t count, std::uint8_t first = 0)
-{
-    Bytes all;
-    for (std::size_t i = 0; i < count; ++i) {
-        all.push_back(static_cast<std::uint8_t>(first + i));
-    }
-    return all;
-}
+Bytes counting(std::size_t count, std::uint8_t first = 0);
 
-inline Bytes operator+(Bytes left, const Bytes& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
+Bytes operator+(Bytes left, const Bytes& right);
 
 } // namespace kest::sim::test

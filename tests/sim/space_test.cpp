@@ -3,6 +3,7 @@
 #include "tests/sim/machinetest.h"
 
 #include <csignal>
+#include <fstream>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <fstream>
 #include <functional>
 #include <thread>
 

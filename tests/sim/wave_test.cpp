@@ -2,6 +2,9 @@
 #include "tests/sim/machinetest.h"
 
 #include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 

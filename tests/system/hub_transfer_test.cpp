@@ -1,4 +1,5 @@
 /// SEEPROMs behind 922 hubs, from the exported functions down to the chips.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>

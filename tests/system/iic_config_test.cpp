@@ -1,4 +1,6 @@
 /// Configuration items and the configuration block.
+#include <algorithm>
+
 #include "tests/system/iic_machine.h"
 
 namespace kest::test

@@ -1,4 +1,5 @@
 /// Every kind of fault at every transaction of every operation: its errno, the images, and the handle afterwards.
+#include <algorithm>
 #include <functional>
 
 #include "tests/system/iic_machine.h"

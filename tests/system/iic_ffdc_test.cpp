@@ -1,5 +1,6 @@
 /// First-failure data.
 #include <csignal>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
 #include <sys/uio.h>

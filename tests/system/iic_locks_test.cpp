@@ -1,5 +1,6 @@
 /// Address locks between handles and processes.
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/wait.h>
 

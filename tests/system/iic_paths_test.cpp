@@ -1,7 +1,11 @@
 /// Device paths, nodes, handles.
 #include <atomic>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <functional>
+#include <gmock/gmock.h>
 #include <latch>
 #include <mutex>
 #include <set>

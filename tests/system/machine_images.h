@@ -1,11 +1,8 @@
 /// A simulated machine of the test's own, as the configured one: its folder, its images, its bus "planar".
 #pragma once
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <gmock/gmock.h>
-#include <iterator>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 
@@ -23,12 +20,7 @@ protected:
         std::filesystem::create_directory(folder());
     }
     /// @param text  machine.toml; the images are there already
-    void power(const std::string& text)
-    {
-        std::ofstream(folder() / "machine.toml") << text;
-        machine = sim::openMachine(folder(), false);
-        wires = machine->findBus("planar", "");
-    }
+    void power(const std::string& text);
 
     static std::string chip(const std::string& type, int address, const std::string& more = "")
     {
@@ -42,24 +34,10 @@ protected:
     }
 
     [[nodiscard]] std::filesystem::path folder() const { return settings.folder() / "machine"; }
-    void fill(const std::string& image, const Bytes& data) const
-    {
-        std::ofstream(folder() / image, std::ios::binary)
-            .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-    }
-    [[nodiscard]] Bytes image(const std::string& name) const
-    {
-        std::ifstream file(folder() / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
+    void fill(const std::string& image, const Bytes& data) const;
+    [[nodiscard]] Bytes image(const std::string& name) const;
     /// The image as it was, with `data` at `offset`.
-    [[nodiscard]] static Bytes with(Bytes before, std::size_t offset, const Bytes& data)
-    {
-        // an image that is too short equals none
-        before.resize(std::max(before.size(), offset + data.size()));
-        std::ranges::copy(data, before.begin() + static_cast<std::ptrdiff_t>(offset));
-        return before;
-    }
+    [[nodiscard]] static Bytes with(Bytes before, std::size_t offset, const Bytes& data);
     [[nodiscard]] static Bytes part(const Bytes& all, std::size_t offset, std::size_t length)
     {
         return {all.begin() + static_cast<std::ptrdiff_t>(offset),

@@ -1,6 +1,9 @@
 /// SEEPROMs in all read modes, with real contents whose own check sums find a dropped, repeated or swapped byte.
+#include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <functional>
+#include <iterator>
 
 #include "platform/host/vpd/copies.h"
 #include "tests/places.h"

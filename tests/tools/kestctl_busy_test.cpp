@@ -1,4 +1,5 @@
 /// Devices that somebody else holds: the test takes their locks through the IIC layer, as another program would.
+#include <cstdlib>
 #include <gmock/gmock.h>
 
 #include "platform/host/configuration/configuration.h"

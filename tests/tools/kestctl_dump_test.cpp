@@ -1,4 +1,6 @@
 /// Dump and undo files: what they hold, what is refused, and where `restore` brings the bytes.
+#include <algorithm>
+#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include "tests/tools/seeprom_support.h"

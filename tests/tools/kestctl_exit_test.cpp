@@ -1,5 +1,7 @@
 /// The exit codes of kestctl: each case of the table in docs/kestctl.md is brought about.
+#include <cstdlib>
 #include <functional>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,4 +1,8 @@
 /// The files that kestctl makes: there whole, or as they were.
+#include <algorithm>
+#include <array>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "tests/tools/seeprom_support.h"

@@ -1,5 +1,7 @@
+#include <csignal>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/tools/program.h"
 

@@ -1,7 +1,11 @@
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <iterator>
 #include <pwd.h>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/tools/program.h"
 

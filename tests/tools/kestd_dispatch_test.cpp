@@ -1,5 +1,6 @@
 /// Who may do what, and what becomes of the requests of those who may not: with made-up peers, so that any user can run
 /// it.
+#include <cstring>
 #include <gtest/gtest.h>
 #include <unistd.h>
 

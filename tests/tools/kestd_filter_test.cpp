@@ -1,5 +1,6 @@
 /// The message service under the filters of its unit, as a user without rights.
 #include <cstdio>
+#include <cstdlib>
 #include <sys/stat.h>
 
 #include "tests/tools/kestd_support.h"

@@ -1,4 +1,6 @@
 /// Frames: their bytes, and putting them together from pieces.
+#include <sstream>
+
 #include "tests/tools/kestd_support.h"
 
 namespace kest::test

@@ -1,8 +1,10 @@
 /// The message service: requests, limits, permissions, its life.
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/filter.h>
@@ -11,6 +13,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 
 #include "tests/places.h"

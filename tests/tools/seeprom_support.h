@@ -1,8 +1,8 @@
 /// What the tests of kestctl's areas "seeprom" and "copy" share.
 #pragma once
 
-#include <algorithm>
-#include <gmock/gmock.h>
+#include <string>
+#include <vector>
 
 #include "tests/tools/program.h"
 
@@ -21,15 +21,7 @@ protected:
         return (folder() / name).string();
     }
     /// The one line that a failing command says, after "kestctl: ".
-    std::string complaint(int exit, std::vector<std::string> arguments, RunOptions options = {}) const
-    {
-        const std::string command = testing::PrintToString(arguments);
-        const RunResult result = kestctl(std::move(arguments), std::move(options));
-        EXPECT_EQ(exit, result.exit) << command << result.errors;
-        EXPECT_THAT(result.errors, testing::StartsWith("kestctl: ")) << command;
-        EXPECT_EQ(1, std::ranges::count(result.errors, '\n')) << result.errors;
-        return result.errors.size() < 10 ? "" : result.errors.substr(9, result.errors.size() - 10);
-    }
+    std::string complaint(int exit, std::vector<std::string> arguments, RunOptions options = {}) const;
     void fault(std::vector<std::string> words) const
     {
         std::vector<std::string> command{"sim", "fault", "add"};

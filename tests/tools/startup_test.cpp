@@ -1,4 +1,6 @@
 /// Programs that are started without standard input, output or error.
+#include <cstdlib>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 
 #include "platform/host/trace/reader.h"
