@@ -11,12 +11,17 @@ SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "check-struct
 
 
 def check(files):
-    """Runs the script on a tree. @param files path: the headers that it includes. @return its exit code and what it printed."""
+    """Runs the script on a tree.
+    @param files path: the headers that it includes, or its text
+    @return its exit code and what it printed
+    """
     with tempfile.TemporaryDirectory() as folder:
         for name, includes in files.items():
             path = pathlib.Path(folder, name)
             path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_text("#include <vector>\n" + "".join(f'#include "{header}"\n' for header in includes), encoding="utf-8")
+            if not isinstance(includes, str):
+                includes = "#include <vector>\n" + "".join(f'#include "{header}"\n' for header in includes)
+            path.write_text(includes, encoding="utf-8")
         done = subprocess.run([sys.executable, str(SCRIPT), folder], capture_output=True, text=True, check=False)
         return done.returncode, done.stdout + done.stderr
 
@@ -81,6 +86,22 @@ class CheckStructure(unittest.TestCase):
         code, printed = check({"base/text.h": ['base/text.h"\n#include <sim/machine.h>\n#include "base/text.h'], "sim/machine.h": []})
         self.assertEqual(1, code, printed)
         self.assertIn('base/text.h includes "sim/machine.h"', printed)
+
+    def header(self, lines):
+        body = "{\n" + "    call();\n" * lines + "}\n"
+        member = "    " + body.replace("\n", "\n    ").rstrip() + "\n"
+        fields = "    int field;\n" * 20
+        return (f"namespace kest::test\n{{\n\ninline void free()\n{body}\nclass Fixture\n{{\n    void member()\n{member}"
+                f"{fields}}};\n\n}} // namespace kest::test\n")
+
+    def test_refuses_long_functions_in_headers_of_tests(self):
+        files = {"base/text.h": [], "tests/host/support.h": self.header(11)}
+        self.assert_refused("tests/host/support.h:5: a function of 11 lines belongs into a source", files)
+        self.assert_refused("tests/host/support.h:22: a function of 11 lines belongs into a source", files)
+
+    def test_accepts_short_functions_in_headers_and_long_ones_in_sources(self):
+        code, printed = check({"base/text.h": [], "tests/host/support.h": self.header(10), "tests/host/support.cpp": self.header(11)})
+        self.assertEqual(0, code, printed)
 
     def test_refuses_a_folder_without_sources(self):
         self.assert_refused("no sources", {})
