@@ -28,6 +28,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "tools/client/client.h"
@@ -127,11 +128,10 @@ std::vector<std::uint8_t> transfer(std::uint16_t type, std::uint32_t length, con
 {
     // host byte order
     const std::uint32_t words[] = {0, 0, length};
-    frame request{1, type, 0, 0, 0, std::vector<std::uint8_t>(sizeof words)};
-    std::memcpy(request.payload.data(), words, sizeof words);
-    request.payload.insert(request.payload.end(), text.begin(), text.end());
-    request.payload.resize(request.payload.size() + 1 + (type == typeWrite ? length : 0), 0);
-    return encodeFrame(request);
+    std::vector<std::uint8_t> payload(sizeof words + text.size() + 1 + (type == typeWrite ? length : 0));
+    std::memcpy(payload.data(), words, sizeof words);
+    std::memcpy(payload.data() + sizeof words, text.data(), text.size());
+    return encodeFrame({1, type, 0, 0, 0, std::move(payload)});
 }
 
 /// The same request many times.
