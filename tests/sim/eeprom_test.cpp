@@ -27,30 +27,30 @@ TEST_F(Eeprom, ImageIsMadeErased)
 TEST_F(Eeprom, WrittenBytesAreReadAndInTheImage)
 {
     power24c("24C256");
-    EXPECT_EQ(on->store(0xA0, {0x01, 0x20, 0xDE, 0xAD}), outcome::done);
+    EXPECT_EQ(outcome::done, on->store(0xA0, {0x01, 0x20, 0xDE, 0xAD}));
     EXPECT_EQ(on->readAt(0xA0, {0x01, 0x20}, 3).data, (Bytes{0xDE, 0xAD, 0xFF}));
-    EXPECT_EQ(home.content("a.bin")[0x120], 0xDE);
-    EXPECT_EQ(home.content("a.bin")[0x121], 0xAD);
+    EXPECT_EQ(0xDE, home.content("a.bin")[0x120]);
+    EXPECT_EQ(0xAD, home.content("a.bin")[0x121]);
 }
 
 // Long writes stay in their page; what comes last stays.
 TEST_F(Eeprom, FortyEightBytesToAPageOf32LeaveTheLast16AtItsStart)
 {
     power24c("24C32");
-    EXPECT_EQ(on->store(0xA0, Bytes{0x00, 0x40} + counting(48)), outcome::done);
+    EXPECT_EQ(outcome::done, on->store(0xA0, Bytes{0x00, 0x40} + counting(48)));
     EXPECT_EQ(on->readAt(0xA0, {0x00, 0x40}, 34).data, counting(16, 32) + counting(16, 16) + Bytes(2, 0xFF));
 }
 
 TEST_F(Eeprom, WriteFromTheMiddleOfAPageWrapsToItsStart)
 {
     power24c("24C02");
-    EXPECT_EQ(on->store(0xA0, {0x0E, 1, 2, 3, 4}), outcome::done);
+    EXPECT_EQ(outcome::done, on->store(0xA0, {0x0E, 1, 2, 3, 4}));
     const Bytes image = home.content("a.bin");
-    EXPECT_EQ(image[0x0E], 1);
-    EXPECT_EQ(image[0x0F], 2);
-    EXPECT_EQ(image[0x08], 3);
-    EXPECT_EQ(image[0x09], 4);
-    EXPECT_EQ(image[0x10], 0xFF);
+    EXPECT_EQ(1, image[0x0E]);
+    EXPECT_EQ(2, image[0x0F]);
+    EXPECT_EQ(3, image[0x08]);
+    EXPECT_EQ(4, image[0x09]);
+    EXPECT_EQ(0xFF, image[0x10]);
 }
 
 TEST_F(Eeprom, SizesPagesAndOffsets)
@@ -66,7 +66,7 @@ TEST_F(Eeprom, SizesPagesAndOffsets)
         power24c(type.type);
         EXPECT_EQ(home.content("a.bin").size(), type.size);
         // One byte more than a page: it comes back at the page's start.
-        EXPECT_EQ(on->store(0xA0, Bytes(type.offsetBytes, 0) + Bytes(type.page, 0x11) + Bytes{0x22}), outcome::done);
+        EXPECT_EQ(outcome::done, on->store(0xA0, Bytes(type.offsetBytes, 0) + Bytes(type.page, 0x11) + Bytes{0x22}));
         EXPECT_EQ(on->readAt(0xA0, Bytes(type.offsetBytes, 0), type.page + 1).data,
                   Bytes{0x22} + Bytes(type.page - 1, 0x11) + Bytes{0xFF});
     }
@@ -76,14 +76,14 @@ TEST_F(Eeprom, SilentFromStopUntilTheWriteCycleEnds)
 {
     power24c("24C02", "write_cycle_ms = 2");
     on->write(0xA0, {0, 1});
-    EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 1).end, outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->write(0xA0, {0, 2}).end, outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->readAt(0xA0, {0}, 1).end);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->write(0xA0, {0, 2}).end);
     // the three attempts took 82.5 us of bus time
     on->planar->idle(1'800'000);
-    EXPECT_EQ(on->probe(0xA0), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
     on->planar->idle(100'000);
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{1});
 }
 
@@ -101,8 +101,8 @@ TEST_F(Eeprom, WriteCycleDefaultsTo3500Microseconds)
 TEST_F(Eeprom, OffsetAloneWritesNothingAndIsNotBusy)
 {
     power24c("24C256");
-    EXPECT_EQ(on->write(0xA0, {0, 5}).end, outcome::done);
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->write(0xA0, {0, 5}).end);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(home.content("a.bin"), Bytes(32768, 0xFF));
 }
 
@@ -111,7 +111,7 @@ TEST_F(Eeprom, NoWriteWithoutAStop)
     power24c("24C02");
     // data, then a repeated START
     EXPECT_EQ(on->readAt(0xA0, {0x10, 0xAB}, 1).data, Bytes{0xFF});
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
@@ -120,10 +120,10 @@ TEST_F(Eeprom, StopInTheMiddleOfAByteWritesNothing)
     power24c("24C02");
     fault({.kind = "short", .count = 1, .byte = 3});
     const Answer cut = on->write(0xA0, {0x10, 1, 2, 3, 4});
-    EXPECT_EQ(cut.end, outcome::shortTransfer);
-    EXPECT_EQ(cut.bytesMoved, 3U);
+    EXPECT_EQ(outcome::shortTransfer, cut.end);
+    EXPECT_EQ(3U, cut.bytesMoved);
     // no write cycle
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
@@ -139,7 +139,7 @@ TEST_F(Eeprom, OffsetBitsBeyondTheChipAreIgnored)
 {
     power24c("24C32");
     on->store(0xA0, {0xF0, 0x05, 0x42});
-    EXPECT_EQ(home.content("a.bin")[5], 0x42);
+    EXPECT_EQ(0x42, home.content("a.bin")[5]);
 }
 
 TEST_F(Eeprom, CurrentAddressReadGoesOnWhereTheLastOneEnded)
@@ -176,7 +176,7 @@ TEST_F(Eeprom, JoinedSegmentsAreOneRead)
     segment parts[3] = {{0xA0, direction::write, offset, false},
                         {0xA0, direction::read, first, false},
                         {0xA0, direction::read, second, true}};
-    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
     EXPECT_EQ(first + second, (Bytes{1, 2, 3, 4}));
 }
 
@@ -185,17 +185,17 @@ TEST_F(Eeprom, JoinedSegmentsAreOneWrite)
     power24c("24C02");
     Bytes offset{0x38}, data{5, 6};
     segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::write, data, true}};
-    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
-    EXPECT_EQ(home.content("a.bin")[0x38], 5);
-    EXPECT_EQ(home.content("a.bin")[0x39], 6);
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
+    EXPECT_EQ(5, home.content("a.bin")[0x38]);
+    EXPECT_EQ(6, home.content("a.bin")[0x39]);
 }
 
 TEST_F(Eeprom, SilentProtectionAcknowledgesAndWritesNothing)
 {
     power24c("24C02", "protect = \"silent\"");
-    EXPECT_EQ(on->write(0xA0, {0, 1, 2}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->write(0xA0, {0, 1, 2}).end);
     // no write cycle either
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
 
@@ -203,9 +203,9 @@ TEST_F(Eeprom, NakProtectionRefusesDataBytes)
 {
     power24c("24C256", "protect = \"nak\"");
     const Answer refused = on->write(0xA0, {0, 0, 1, 2});
-    EXPECT_EQ(refused.end, outcome::dataNotAcknowledged);
-    EXPECT_EQ(refused.bytesMoved, 2U);
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::dataNotAcknowledged, refused.end);
+    EXPECT_EQ(2U, refused.bytesMoved);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(home.content("a.bin"), Bytes(32768, 0xFF));
 }
 
@@ -214,11 +214,11 @@ TEST_F(Eeprom, ReadCutOffMayHoldSdaPastNineClocksButNotPastAStop)
     power24c("24C02", "hold_sda_after_cut = true");
     on->store(0xA0, {0x00, 0x00, 0x00, 0x00, 0x00});
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
-    EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, outcome::shortTransfer);
-    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld);
-    EXPECT_EQ(on->probe(0xA0), outcome::sdaHeld);
-    EXPECT_EQ(on->planar->clocks(9), outcome::sdaHeld);
-    EXPECT_EQ(on->planar->reset(), outcome::done);
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0}, 3).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0xA0));
+    EXPECT_EQ(outcome::sdaHeld, on->planar->clocks(9));
+    EXPECT_EQ(outcome::done, on->planar->reset());
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0});
 }
 
@@ -227,8 +227,8 @@ TEST_F(Eeprom, ReadCutOffAtAHighBitLeavesTheBusFree)
     // erased: every bit high
     power24c("24C02", "hold_sda_after_cut = true");
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
-    EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, outcome::shortTransfer);
-    EXPECT_EQ(on->planar->lines(), outcome::done);
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0}, 3).end);
+    EXPECT_EQ(outcome::done, on->planar->lines());
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0xFF});
 }
 
@@ -239,9 +239,9 @@ TEST_F(Eeprom, NineClocksFreeWhenTheBitAfterThemIsHigh)
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     on->readAt(0xA0, {0}, 3);
     // in byte 1, which is 0
-    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
     // the same bit of byte 2, which is FF
-    EXPECT_EQ(on->planar->clocks(9), outcome::done);
+    EXPECT_EQ(outcome::done, on->planar->clocks(9));
 }
 
 TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)
@@ -266,12 +266,12 @@ TEST_F(Eeprom, LostImageIsAGoneAdapterUntilItIsBack)
     power24c("24C02");
     on->store(0xA0, {0x10, 0x11, 0x12});
     std::filesystem::rename(home.path / "a.bin", home.path / "kept");
-    EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).end, outcome::gone);
-    EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
+    EXPECT_EQ(outcome::gone, on->readAt(0xA0, {0x10}, 2).end);
+    EXPECT_EQ(outcome::gone, on->write(0xA0, {0x10, 0x42}).end);
     std::filesystem::rename(home.path / "kept", home.path / "a.bin");
     // a failed write changed nothing
     EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (Bytes{0x11, 0x12}));
-    EXPECT_EQ(on->store(0xA0, {0x10, 0x42}), outcome::done);
+    EXPECT_EQ(outcome::done, on->store(0xA0, {0x10, 0x42}));
     EXPECT_EQ(on->readAt(0xA0, {0x10}, 2).data, (Bytes{0x42, 0x12}));
 }
 
@@ -279,9 +279,9 @@ TEST_F(Eeprom, ImageCutShortIsAGoneAdapter)
 {
     power24c("24C02");
     std::filesystem::resize_file(home.path / "a.bin", 200);
-    EXPECT_EQ(on->readAt(0xA0, {0x10}, 1).end, outcome::gone);
-    EXPECT_EQ(on->write(0xA0, {0x10, 0x42}).end, outcome::gone);
-    EXPECT_EQ(home.content("a.bin").size(), 200U);
+    EXPECT_EQ(outcome::gone, on->readAt(0xA0, {0x10}, 1).end);
+    EXPECT_EQ(outcome::gone, on->write(0xA0, {0x10, 0x42}).end);
+    EXPECT_EQ(200U, home.content("a.bin").size());
 }
 
 TEST_F(Eeprom, MakingAnImageLeavesAllOtherImagesAlone)
@@ -309,7 +309,7 @@ TEST_P(EepromModel, AgreesWithAnArray)
         const Bytes address{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
         if (below(2) == 0) {
             const Bytes data = counting(below(80), static_cast<std::uint8_t>(random()));
-            ASSERT_EQ(on->store(0xA0, address + data), outcome::done);
+            ASSERT_EQ(outcome::done, on->store(0xA0, address + data));
             for (std::size_t i = 0; i < data.size(); ++i) {
                 expected[offset / 32 * 32 + (offset % 32 + i) % 32] = data[i];
             }

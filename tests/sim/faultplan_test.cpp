@@ -32,14 +32,14 @@ TEST_F(Fault, NackRefusesTheAddress)
 {
     fault({.kind = "nack"});
     EXPECT_EQ(probes(3), (std::vector{nack, nack, nack}));
-    EXPECT_EQ(struck(), 3U);
+    EXPECT_EQ(3U, struck());
 }
 
 TEST_F(Fault, StrikesFromTheNthOnAsOftenAsAsked)
 {
     fault({.kind = "nack", .nth = 3, .count = 2});
     EXPECT_EQ(probes(6), (std::vector{done, done, nack, nack, done, done}));
-    EXPECT_EQ(struck(), 2U);
+    EXPECT_EQ(2U, struck());
 }
 
 TEST_F(Fault, MatchesByAddress)
@@ -56,7 +56,7 @@ TEST_F(Fault, MatchesByDirection)
     EXPECT_EQ(on->read(0xA0, 1).end, nack);
     const Answer got = on->readAt(0xA0, {0}, 1);
     EXPECT_EQ(got.end, nack);
-    EXPECT_EQ(got.segment, 1U);
+    EXPECT_EQ(1U, got.segment);
 }
 
 TEST_F(Fault, CountsOnlyMatchingTransactions)
@@ -70,9 +70,9 @@ TEST_F(Fault, RefusedDataByteTellsWhich)
 {
     fault({.kind = "nack-data", .byte = 2});
     const Answer got = on->write(0xA0, {0, 1, 2, 3});
-    EXPECT_EQ(got.end, outcome::dataNotAcknowledged);
-    EXPECT_EQ(got.segment, 0U);
-    EXPECT_EQ(got.bytesMoved, 2U);
+    EXPECT_EQ(outcome::dataNotAcknowledged, got.end);
+    EXPECT_EQ(0U, got.segment);
+    EXPECT_EQ(2U, got.bytesMoved);
     // what was not acknowledged as a whole is not written
     EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
@@ -99,8 +99,8 @@ TEST_F(Fault, HeldInTheMiddleOfAPageWritesNothing)
 {
     fault({.kind = "hold-scl", .count = 1, .byte = 3});
     const Answer got = on->write(0xA0, {0, 1, 2, 3});
-    EXPECT_EQ(got.end, outcome::sclHeld);
-    EXPECT_EQ(got.bytesMoved, 3U);
+    EXPECT_EQ(outcome::sclHeld, got.end);
+    EXPECT_EQ(3U, got.bytesMoved);
     on->planar->reset();
     EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
@@ -109,8 +109,8 @@ TEST_F(Fault, HoldCanOutlastResets)
 {
     fault({.kind = "hold-sda", .count = 1, .value = 2});
     on->probe(0xA0);
-    EXPECT_EQ(on->planar->reset(), outcome::sdaHeld);
-    EXPECT_EQ(on->planar->reset(), outcome::sdaHeld);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->reset());
+    EXPECT_EQ(outcome::sdaHeld, on->planar->reset());
     EXPECT_EQ(on->planar->reset(), done);
 }
 
@@ -144,9 +144,9 @@ TEST_F(Fault, ShortReadTellsWhatCame)
     on->store(0xA0, {0, 1, 2, 3, 4});
     fault({.kind = "short", .way = "read", .count = 1, .byte = 2});
     const Answer got = on->readAt(0xA0, {0}, 4);
-    EXPECT_EQ(got.end, outcome::shortTransfer);
-    EXPECT_EQ(got.segment, 1U);
-    EXPECT_EQ(got.bytesMoved, 2U);
+    EXPECT_EQ(outcome::shortTransfer, got.end);
+    EXPECT_EQ(1U, got.segment);
+    EXPECT_EQ(2U, got.bytesMoved);
     EXPECT_EQ(got.data, (Bytes{1, 2, 0, 0}));
     EXPECT_EQ(on->planar->lines(), done);
 }
@@ -155,17 +155,17 @@ TEST_F(Fault, FaultAtAByteThatNeverComesWaits)
 {
     fault({.kind = "short", .count = 1, .byte = 3});
     EXPECT_EQ(on->readAt(0xA0, {0}, 3).end, done);
-    EXPECT_EQ(on->readAt(0xA0, {0}, 4).end, outcome::shortTransfer);
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0}, 4).end);
 }
 
 TEST_F(Fault, ArbitrationIsLostAtTheAddressOrAByte)
 {
     fault({.kind = "arbitration", .count = 1});
-    EXPECT_EQ(on->write(0xA0, {0, 1}).end, outcome::arbitrationLost);
+    EXPECT_EQ(outcome::arbitrationLost, on->write(0xA0, {0, 1}).end);
     fault({.kind = "arbitration", .count = 1, .byte = 1});
     const Answer got = on->write(0xA0, {0, 1});
-    EXPECT_EQ(got.end, outcome::arbitrationLost);
-    EXPECT_EQ(got.bytesMoved, 1U);
+    EXPECT_EQ(outcome::arbitrationLost, got.end);
+    EXPECT_EQ(1U, got.bytesMoved);
     EXPECT_EQ(on->probe(0xA0), done);
     EXPECT_EQ(home.content("a.bin"), Bytes(256, 0xFF));
 }
@@ -178,7 +178,7 @@ TEST_F(Fault, CorruptChangesAByteOnItsWay)
     EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (Bytes{0x11, 0x22}));
     fault({.kind = "corrupt", .way = "write", .count = 1, .byte = 1});
     on->store(0xA0, {0, 0x11});
-    EXPECT_EQ(home.content("a.bin")[0], 0xEE);
+    EXPECT_EQ(0xEE, home.content("a.bin")[0]);
 }
 
 TEST_F(Fault, StuckWriteCycleLosesThePageAndStaysSilent)
@@ -190,8 +190,8 @@ TEST_F(Fault, StuckWriteCycleLosesThePageAndStaysSilent)
     on->idleMs(100'000);
     EXPECT_EQ(on->probe(0xA0), nack);
     EXPECT_EQ(on->probe(0xA4), done);
-    EXPECT_EQ(home.content("a.bin")[0], 1);
-    EXPECT_EQ(home.content("a.bin")[8], 0xFF);
+    EXPECT_EQ(1, home.content("a.bin")[0]);
+    EXPECT_EQ(0xFF, home.content("a.bin")[8]);
     EXPECT_TRUE(machine->clearFault(number));
     EXPECT_EQ(on->probe(0xA0), done);
 }
@@ -218,11 +218,11 @@ TEST_F(Fault, StuckWriteCycleIsForgottenAfterAPowerCycle)
 {
     const auto number = fault({.kind = "stuck-write-cycle", .count = 1});
     on->write(0xA0, {0, 1});
-    EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "write cycle that does not end");
+    EXPECT_EQ("write cycle that does not end", meaning("planar 0xA0 24C02", "busy"));
     machine->powerCycle();
-    EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "ready");
+    EXPECT_EQ("ready", meaning("planar 0xA0 24C02", "busy"));
     on->write(0xA0, {0, 2});
-    EXPECT_EQ(meaning("planar 0xA0 24C02", "busy"), "write cycle");
+    EXPECT_EQ("write cycle", meaning("planar 0xA0 24C02", "busy"));
     // must not end the cycle of another write
     EXPECT_TRUE(machine->clearFault(number));
     EXPECT_EQ(on->probe(0xA0), nack);
@@ -234,8 +234,8 @@ TEST_F(Fault, GoneAdapterIsGoneForEverything)
 {
     const auto number = fault({.kind = "gone", .nth = 2});
     EXPECT_EQ(probes(3), (std::vector{done, outcome::gone, outcome::gone}));
-    EXPECT_EQ(on->planar->lines(), outcome::gone);
-    EXPECT_EQ(on->planar->reset(), outcome::gone);
+    EXPECT_EQ(outcome::gone, on->planar->lines());
+    EXPECT_EQ(outcome::gone, on->planar->reset());
     machine->clearFault(number);
     EXPECT_EQ(on->probe(0xA0), done);
 }
@@ -276,17 +276,17 @@ TEST_F(Fault, ListedAsGiven)
                                .value = 9,
                                .untilReset = true});
     const auto all = machine->faults();
-    ASSERT_EQ(all.size(), 1U);
+    ASSERT_EQ(1U, all.size());
     EXPECT_EQ(all[0].number, number);
-    EXPECT_EQ(all[0].what.kind, "hub-status");
-    EXPECT_EQ(all[0].what.bus, "planar");
-    EXPECT_EQ(all[0].what.address, 0x80);
-    EXPECT_EQ(all[0].what.way, "write");
-    EXPECT_EQ(all[0].what.nth, 4U);
+    EXPECT_EQ("hub-status", all[0].what.kind);
+    EXPECT_EQ("planar", all[0].what.bus);
+    EXPECT_EQ(0x80, all[0].what.address);
+    EXPECT_EQ("write", all[0].what.way);
+    EXPECT_EQ(4U, all[0].what.nth);
     EXPECT_EQ(all[0].what.probability, 0.1);
-    EXPECT_EQ(all[0].what.seed, 99U);
-    EXPECT_EQ(all[0].what.count, 3U);
-    EXPECT_EQ(all[0].what.value, 9U);
+    EXPECT_EQ(99U, all[0].what.seed);
+    EXPECT_EQ(3U, all[0].what.count);
+    EXPECT_EQ(9U, all[0].what.value);
     EXPECT_TRUE(all[0].what.untilReset);
 }
 
@@ -295,7 +295,7 @@ TEST_F(Fault, NumbersAreNeverUsedTwice)
     const auto first = fault({.kind = "nack"});
     machine->clearFaults();
     EXPECT_NE(fault({.kind = "nack"}), first);
-    EXPECT_EQ(machine->faults().size(), 1U);
+    EXPECT_EQ(1U, machine->faults().size());
 }
 
 TEST_F(Fault, NonsenseIsRefused)
@@ -317,7 +317,7 @@ TEST_F(Fault, TableFullIsToldAndLeavesNothing)
         fault({.kind = "nack", .nth = 1'000'000});
     }
     EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
-    EXPECT_EQ(machine->faults().size(), 64U);
+    EXPECT_EQ(64U, machine->faults().size());
 }
 
 TEST_F(Fault, OtherProcessesMeetIt)
@@ -329,7 +329,7 @@ TEST_F(Fault, OtherProcessesMeetIt)
     // as another process would
     open();
     EXPECT_EQ(probes(2), (std::vector{nack, done}));
-    EXPECT_EQ(struck(), 1U);
+    EXPECT_EQ(1U, struck());
 }
 
 TEST_F(Fault, OfTheMachineFile)
@@ -347,7 +347,7 @@ TEST_F(Fault, OfTheMachineFile)
     fault({.kind = "nack", .nth = 100});
     // another one in its place; the other stays
     power(chips + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\n");
-    EXPECT_EQ(machine->faults().size(), 2U);
+    EXPECT_EQ(2U, machine->faults().size());
     EXPECT_EQ(on->probe(0xA0), nack);
 }
 
@@ -363,7 +363,7 @@ TEST_F(Fault, WhatItDidEndsWhenItIsTakenOutOfTheMachineFile)
     EXPECT_TRUE(machine->faults().empty());
 
     power(chips + "[[fault]]\nkind = \"hold-sda\"\naddress = 0xC0\ncount = 1\n");
-    EXPECT_EQ(on->probe(0xC0), outcome::sdaHeld);
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0xC0));
     power(chips);
     EXPECT_EQ(on->planar->lines(), done);
     EXPECT_EQ(on->probe(0xC0), done);
@@ -391,7 +391,7 @@ TEST_F(Fault, FileAndProgramHaveRoomForAllTheirFaults)
         inFile += "[[fault]]\nkind = \"nack\"\nnth = 1000000\n";
     }
     power(chips + inFile + "[[fault]]\nkind = \"nack\"\naddress = 0xA0\ncount = 1\n");
-    EXPECT_EQ(machine->faults().size(), 128U);
+    EXPECT_EQ(128U, machine->faults().size());
     // the last of the file
     EXPECT_EQ(on->probe(0xA0), nack);
     EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
@@ -399,7 +399,7 @@ TEST_F(Fault, FileAndProgramHaveRoomForAllTheirFaults)
     machine.reset();
     // all are in the state
     open();
-    EXPECT_EQ(machine->faults().size(), 128U);
+    EXPECT_EQ(128U, machine->faults().size());
 }
 
 TEST_F(Fault, ProbabilitysSeventhDigitIsAChange)
@@ -421,11 +421,11 @@ TEST_F(Fault, WithANodeAloneIsOfThatNodesBuses)
     User a{machine->findBus("a", "second")}, b{machine->findBus("b", "second")};
     // nobody there, but the adapter is
     EXPECT_EQ(on->probe(0xC0), nack);
-    EXPECT_EQ(a.probe(0xC0), outcome::gone);
-    EXPECT_EQ(b.probe(0xC0), outcome::gone);
-    ASSERT_EQ(machine->faults().size(), 1U);
-    EXPECT_EQ(machine->faults().at(0).what.node, "second");
-    EXPECT_EQ(machine->faults().at(0).what.bus, "");
+    EXPECT_EQ(outcome::gone, a.probe(0xC0));
+    EXPECT_EQ(outcome::gone, b.probe(0xC0));
+    ASSERT_EQ(1U, machine->faults().size());
+    EXPECT_EQ("second", machine->faults().at(0).what.node);
+    EXPECT_EQ("", machine->faults().at(0).what.bus);
     EXPECT_THROW(fault({.kind = "gone", .node = "third"}), std::invalid_argument);
     EXPECT_THROW(fault({.kind = "gone", .bus = "second:a", .node = "second"}), std::invalid_argument);
 }
@@ -441,8 +441,8 @@ TEST_F(Fault, WithoutABusCountsOnEachBusForItself)
     EXPECT_EQ(second.probe(0xC0), done);
     EXPECT_EQ(on->probe(0xC0), nack);
     EXPECT_EQ(second.probe(0xC0), nack);
-    ASSERT_EQ(machine->faults().size(), 1U);
-    EXPECT_EQ(struck(), 2U);
+    ASSERT_EQ(1U, machine->faults().size());
+    EXPECT_EQ(2U, struck());
     machine->clearFaults();
     EXPECT_TRUE(machine->faults().empty());
 }

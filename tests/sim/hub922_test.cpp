@@ -30,12 +30,12 @@ protected:
 const Bytes deadbeef{0xDE, 0xAD, 0xBE, 0xEF};
 const Bytes riserAt10{3, 0xA2, 0x00, 0x10};
 
-TEST_F(Hub, StartsQuietInANewMachine) { EXPECT_EQ(status(), 0); }
+TEST_F(Hub, StartsQuietInANewMachine) { EXPECT_EQ(0, status()); }
 
 TEST_F(Hub, PassesAWriteOnToTheDevice)
 {
-    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(outcome::done, write(riserAt10 + deadbeef));
+    EXPECT_EQ(0, status());
     const Bytes image = home.content("riser.bin");
     EXPECT_EQ(Bytes(image.begin() + 0x0F, image.begin() + 0x15), (Bytes{0xFF, 0xDE, 0xAD, 0xBE, 0xEF, 0xFF}));
 }
@@ -49,7 +49,7 @@ TEST_F(Hub, ReadsStatusThenData)
 TEST_F(Hub, DeviceWithOneOffsetByte)
 {
     write({1, 0xA4, 0x20, 5, 6, 7});
-    EXPECT_EQ(home.content("fan.bin")[0x21], 6);
+    EXPECT_EQ(6, home.content("fan.bin")[0x21]);
     EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0x20}, 4).data, (Bytes{0, 5, 6, 7}));
 }
 
@@ -57,18 +57,18 @@ TEST_F(Hub, SensorBehindIt) { EXPECT_EQ(on->readAt(0x80, {7, 0x90, 0x00}, 3).dat
 
 TEST_F(Hub, AnswersNoAddressWhileItPassesAWriteOn)
 {
-    EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::done);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->read(0x80, 1).end, outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::done, on->write(0x80, riserAt10 + deadbeef).end);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->read(0x80, 1).end);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->write(0x80, riserAt10 + deadbeef).end);
     // the main bus is free
-    EXPECT_EQ(on->probe(0xC0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xC0));
     on->idleMs(3);
     // write cycle of 3.5 ms
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
     on->idleMs(1);
-    EXPECT_EQ(on->probe(0x80), outcome::done);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, IsBusyAsLongAsPassingOnAndTheWriteCycleTake)
@@ -85,19 +85,19 @@ TEST_F(Hub, IsBusyAsLongAsPassingOnAndTheWriteCycleTake)
 TEST_F(Hub, NeedsNoTimeForAReadOrACommand)
 {
     on->readAt(0x80, riserAt10, 5);
-    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
 }
 
 TEST_F(Hub, DeviceThatIsNotThereIsStatus2)
 {
-    EXPECT_EQ(write({3, 0xA6, 0, 0, 1}), outcome::done);
-    EXPECT_EQ(status(), 2);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(outcome::done, write({3, 0xA6, 0, 0, 1}));
+    EXPECT_EQ(2, status());
+    EXPECT_EQ(0, status());
     // another port
     EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 3).data, (Bytes{2, 0xFF, 0xFF}));
-    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(2, status());
 }
 
 TEST_F(Hub, DeviceThatRefusesDataIsStatus2)
@@ -112,9 +112,9 @@ TEST_F(Hub, PortsAbove7AreStatus7)
 {
     for (const std::uint8_t port : Bytes{8, 9, 0x1F, 0x21, 0xFF}) {
         write({port, 0xA2, 0, 0, 1});
-        EXPECT_EQ(status(), 7) << +port;
+        EXPECT_EQ(7, status()) << +port;
         EXPECT_EQ(on->readAt(0x80, {port, 0xA2, 0, 0}, 2).data, (Bytes{7, 0xFF})) << +port;
-        EXPECT_EQ(status(), 7) << +port;
+        EXPECT_EQ(7, status()) << +port;
     }
 }
 
@@ -122,18 +122,18 @@ TEST_F(Hub, Port20HexIsACommandAndAMalformedOne)
 {
     for (const Bytes& sent : {Bytes{0x20}, Bytes{0x20, 0xA2, 0, 0, 1}, Bytes{0x20, 0x08}, Bytes{0x20, 0x06, 0x00}}) {
         write(sent);
-        EXPECT_EQ(status(), 1);
+        EXPECT_EQ(1, status());
     }
     EXPECT_EQ(on->readAt(0x80, {0x20, 0xA2, 0, 0}, 2).data, (Bytes{1, 0xFF}));
     // not cleared by the byte before data
-    EXPECT_EQ(status(), 1);
+    EXPECT_EQ(1, status());
 }
 
 TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
 {
     for (const Bytes& sent : {Bytes{3}, Bytes{3, 0xA2}, Bytes{3, 0xA2, 0}, Bytes{3, 0xA3, 0, 0}}) {
         write(sent);
-        EXPECT_EQ(status(), 1);
+        EXPECT_EQ(1, status());
     }
     EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0}, 2).data, (Bytes{1, 0xFF}));
     // not cleared by the byte before data
@@ -142,13 +142,13 @@ TEST_F(Hub, HeaderWithoutAnOffsetIsMalformed)
 
 TEST_F(Hub, MoreThan256BytesAfterTheAddressIsStatus8)
 {
-    EXPECT_EQ(write(Bytes{3, 0xA2, 0, 0} + Bytes(252, 0x55)), outcome::done);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(outcome::done, write(Bytes{3, 0xA2, 0, 0} + Bytes(252, 0x55)));
+    EXPECT_EQ(0, status());
     // takes them all
-    EXPECT_EQ(write(Bytes{3, 0xA2, 0, 0} + Bytes(253, 0x66)), outcome::done);
-    EXPECT_EQ(status(), 8);
+    EXPECT_EQ(outcome::done, write(Bytes{3, 0xA2, 0, 0} + Bytes(253, 0x66)));
+    EXPECT_EQ(8, status());
     // and passed nothing on
-    EXPECT_EQ(home.content("riser.bin")[0], 0x55);
+    EXPECT_EQ(0x55, home.content("riser.bin")[0]);
 }
 
 TEST_F(Hub, DeviceThatStaysBusyIsStatus6After30Milliseconds)
@@ -160,45 +160,45 @@ TEST_F(Hub, DeviceThatStaysBusyIsStatus6After30Milliseconds)
     const std::uint64_t took = on->planar->busTimeNs() - stop;
     EXPECT_GE(took, 30'000'000U);
     EXPECT_LE(took, 30'300'000U);
-    EXPECT_EQ(status(), 6);
+    EXPECT_EQ(6, status());
 }
 
 TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
 {
     write({3, 0xA6, 0, 0, 1});
     // taken and dropped
-    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
+    EXPECT_EQ(outcome::done, write(riserAt10 + deadbeef));
     EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (Bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
     // not cleared before data
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data.at(0), 2);
+    EXPECT_EQ(2, on->readAt(0x80, riserAt10, 2).data.at(0));
     // an address alone leaves it
     on->probe(0x80);
     on->read(0x80, 0);
-    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(2, status());
     EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
-    EXPECT_EQ(write(riserAt10 + deadbeef), outcome::done);
-    EXPECT_EQ(home.content("riser.bin")[0x10], 0xDE);
+    EXPECT_EQ(outcome::done, write(riserAt10 + deadbeef));
+    EXPECT_EQ(0xDE, home.content("riser.bin")[0x10]);
 }
 
 TEST_F(Hub, DroppedWriteLeavesTheHubReady)
 {
     write({3, 0xA6, 0, 0, 1});
     on->write(0x80, riserAt10 + deadbeef);
-    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
 }
 
 TEST_F(Hub, MalformedCommandDoesNotHideAnEarlierStatus)
 {
     write({3, 0xA6, 0, 0, 1});
     write({0x20, 0x55});
-    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(2, status());
 }
 
 TEST_F(Hub, CommandTellsTheErrorStatus)
 {
     write({3, 0xA6, 0, 0, 1});
     on->write(0x80, {0x20, 0x07});
-    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(2, status());
     EXPECT_EQ(on->readAt(0x80, {0x20, 0x07}, 1).data, Bytes{0});
 }
 
@@ -206,14 +206,14 @@ TEST_F(Hub, PlainReadOfMoreThanAByteIsTheStatusAndThenNothing)
 {
     write({9, 0xA2, 0, 0});
     EXPECT_EQ(on->read(0x80, 3).data, (Bytes{7, 0xFF, 0xFF}));
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, SubBusResetClearsTheStatus)
 {
     write({3, 0xA6, 0, 0, 1});
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, HeldSubBusIsStatus3Or4UntilItsReset)
@@ -230,7 +230,7 @@ TEST_F(Hub, HeldSubBusIsStatus3Or4UntilItsReset)
         // the other sub-buses work
         EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
         on->write(0x80, {0x20, 0x06});
-        EXPECT_EQ(status(), 0);
+        EXPECT_EQ(0, status());
         EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
     }
 }
@@ -240,9 +240,9 @@ TEST_F(Hub, HoldCanOutlastResets)
     fault({.kind = "hub-hold-sda", .count = 1, .value = 1});
     write(riserAt10 + deadbeef);
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(status(), 3);
+    EXPECT_EQ(3, status());
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, HoldEndsWithItsFault)
@@ -258,16 +258,16 @@ TEST_F(Hub, ClearingTheFaultOfOnePortLeavesTheOtherHeld)
 {
     const auto first = fault({.kind = "hub-hold-sda", .count = 1});
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(status(), 3);
+    EXPECT_EQ(3, status());
     const auto second = fault({.kind = "hub-hold-scl", .count = 1});
     write({1, 0xA4, 0, 1});
-    EXPECT_EQ(status(), 4);
-    EXPECT_EQ(meaning("planar 0x80 HUB922", "SDA held"), "ports 3");
-    EXPECT_EQ(meaning("planar 0x80 HUB922", "SCL held"), "ports 1");
+    EXPECT_EQ(4, status());
+    EXPECT_EQ("ports 3", meaning("planar 0x80 HUB922", "SDA held"));
+    EXPECT_EQ("ports 1", meaning("planar 0x80 HUB922", "SCL held"));
     machine->clearFault(second);
     EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{3, 0xFF}));
-    EXPECT_EQ(status(), 3);
+    EXPECT_EQ(3, status());
     machine->clearFault(first);
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
 }
@@ -276,18 +276,18 @@ TEST_F(Hub, EachPortsHoldOutlastsItsOwnResets)
 {
     fault({.kind = "hub-hold-sda", .count = 1, .value = 2});
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(status(), 3);
+    EXPECT_EQ(3, status());
     fault({.kind = "hub-hold-scl", .count = 1});
     write({1, 0xA4, 0, 1});
-    EXPECT_EQ(status(), 4);
+    EXPECT_EQ(4, status());
     on->write(0x80, {0x20, 0x06});
     // port 3 is held yet, port 1 is free
-    EXPECT_EQ(status(), 3);
+    EXPECT_EQ(3, status());
     EXPECT_EQ(on->readAt(0x80, {1, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(status(), 3);
+    EXPECT_EQ(3, status());
     on->write(0x80, {0x20, 0x06});
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, StuckWriteCycleStrikesADeviceBehindIt)
@@ -295,28 +295,28 @@ TEST_F(Hub, StuckWriteCycleStrikesADeviceBehindIt)
     fault({.kind = "stuck-write-cycle", .address = 0xA2, .count = 1});
     // another device
     write({1, 0xA4, 0, 1});
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(status(), 6);
+    EXPECT_EQ(6, status());
     EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
-    EXPECT_EQ(machine->faults().at(0).struck, 1U);
+    EXPECT_EQ(1U, machine->faults().at(0).struck);
     machine->clearFaults();
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(status(), 0);
-    EXPECT_EQ(home.content("riser.bin")[0x10], 0xDE);
+    EXPECT_EQ(0, status());
+    EXPECT_EQ(0xDE, home.content("riser.bin")[0x10]);
 }
 
 TEST_F(Hub, StatusFaultStrikesATransferAndPassesNothingOn)
 {
     fault({.kind = "hub-status", .nth = 2, .count = 1, .value = 9});
     write(riserAt10 + Bytes{1});
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
     write(riserAt10 + Bytes{2});
-    EXPECT_EQ(status(), 9);
-    EXPECT_EQ(home.content("riser.bin")[0x10], 1);
+    EXPECT_EQ(9, status());
+    EXPECT_EQ(1, home.content("riser.bin")[0x10]);
     write(riserAt10 + Bytes{3});
-    EXPECT_EQ(status(), 0);
-    EXPECT_EQ(home.content("riser.bin")[0x10], 3);
+    EXPECT_EQ(0, status());
+    EXPECT_EQ(3, home.content("riser.bin")[0x10]);
 }
 
 TEST_F(Hub, StatusFaultUntilResetEndsWithASubBusReset)
@@ -324,7 +324,7 @@ TEST_F(Hub, StatusFaultUntilResetEndsWithASubBusReset)
     fault({.kind = "hub-status", .value = 5, .untilReset = true});
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{5, 0xFF}));
-        EXPECT_EQ(status(), 5);
+        EXPECT_EQ(5, status());
     }
     on->write(0x80, {0x20, 0x06});
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
@@ -335,19 +335,19 @@ TEST_F(Hub, BadFirstByteIsToldAloneAndForgotten)
     write(riserAt10 + deadbeef);
     fault({.kind = "hub-bad-first-byte", .count = 1, .value = 0x42});
     EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (Bytes{0x42, 0xFF, 0xFF}));
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
     EXPECT_EQ(on->readAt(0x80, riserAt10, 3).data, (Bytes{0, 0xDE, 0xAD}));
 }
 
 TEST_F(Hub, SilentHubAnswersNothingUntilItsReset)
 {
     fault({.kind = "hub-silent", .address = 0x80, .untilReset = true});
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->readAt(0x80, riserAt10, 3).end, outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->readAt(0x80, riserAt10, 3).end);
     resetLine(true);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
     resetLine(false);
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(15, status());
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
 }
 
@@ -356,7 +356,7 @@ TEST_F(Hub, DeadHubStaysSilentWhateverIsReset)
     fault({.kind = "hub-silent", .address = 0x80});
     resetLine(true);
     resetLine(false);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
 }
 
 // A transaction that the hub has acknowledged goes through, whatever triggers the fault.
@@ -390,7 +390,7 @@ TEST_F(Hub, NoFaultStrikesBetweenStatus0AndTheLastByte)
             EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, Bytes{0} + deadbeef);
         }
     }
-    EXPECT_EQ(machine->faults().at(0).struck, 0U);
+    EXPECT_EQ(0U, machine->faults().at(0).struck);
 }
 
 TEST_F(Hub, NoFaultStrikesInAJoinedSegmentAfterStatus0)
@@ -401,14 +401,14 @@ TEST_F(Hub, NoFaultStrikesInAJoinedSegmentAfterStatus0)
     segment parts[3] = {{0x80, direction::write, header, false},
                         {0x80, direction::read, first, false},
                         {0x80, direction::read, data, true}};
-    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
     EXPECT_EQ(data, deadbeef);
 }
 
 TEST_F(Hub, FaultsStrikeTheDataOfAFailedRead)
 {
     fault({.kind = "short", .address = 0x80, .way = "read", .byte = 2});
-    EXPECT_EQ(on->readAt(0x80, {2, 0xA2, 0, 0}, 5).end, outcome::shortTransfer);
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0x80, {2, 0xA2, 0, 0}, 5).end);
 }
 
 TEST_F(Hub, CorruptionNeverMakesAStatus0)
@@ -425,9 +425,9 @@ TEST_F(Hub, CorruptionNeverMakesAStatus0)
 TEST_F(Hub, WriteCutOffIsNotPassedOn)
 {
     fault({.kind = "short", .address = 0x80, .count = 1, .byte = 6});
-    EXPECT_EQ(on->write(0x80, riserAt10 + deadbeef).end, outcome::shortTransfer);
-    EXPECT_EQ(on->probe(0x80), outcome::done);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(outcome::shortTransfer, on->write(0x80, riserAt10 + deadbeef).end);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
+    EXPECT_EQ(0, status());
     EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
 }
 
@@ -435,7 +435,7 @@ TEST_F(Hub, RepeatedStartToItForgetsTheWrite)
 {
     Bytes sent = riserAt10 + deadbeef, again{};
     segment parts[2] = {{0x80, direction::write, sent, false}, {0x80, direction::write, again, false}};
-    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
     EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
 }
 
@@ -444,14 +444,14 @@ TEST_F(Hub, ResetLineLowHoldsItSilentAndReleaseGivesStatus15)
     // status 2
     write({3, 0xA6, 0, 0, 1});
     resetLine(true);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
-    EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset");
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
+    EXPECT_EQ("held in reset", meaning("planar 0x80 HUB922", "reset"));
     resetLine(false);
     // at once
-    EXPECT_EQ(on->probe(0x80), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{15, 0xFF}));
-    EXPECT_EQ(status(), 15);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(15, status());
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, Status15StaysUntilAPlainReadLikeAnyOther)
@@ -460,26 +460,26 @@ TEST_F(Hub, Status15StaysUntilAPlainReadLikeAnyOther)
     resetLine(false);
     write(riserAt10 + deadbeef);
     EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(15, status());
 }
 
 TEST_F(Hub, ResetLineEndsHeldSubBusesAndBusyness)
 {
     fault({.kind = "hub-hold-scl", .count = 1, .value = 100});
     write(riserAt10 + deadbeef);
-    EXPECT_EQ(status(), 4);
+    EXPECT_EQ(4, status());
     resetLine(true);
     resetLine(false);
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(15, status());
     // not held any more
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xFF}));
     on->write(0x80, riserAt10 + deadbeef);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
     resetLine(true);
     resetLine(false);
     // not busy any more
-    EXPECT_EQ(on->probe(0x80), outcome::done);
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
+    EXPECT_EQ(15, status());
     on->idleMs(4);
     EXPECT_EQ(on->readAt(0x80, riserAt10, 2).data, (Bytes{0, 0xDE}));
 }
@@ -488,15 +488,15 @@ TEST_F(Hub, OtherPinsDoNotResetIt)
 {
     // pins 0-14 low
     on->write(0xC0, {0x16, 0x00, 0x00, 0x00, 0x40});
-    EXPECT_EQ(on->probe(0x80), outcome::done);
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(outcome::done, on->probe(0x80));
+    EXPECT_EQ(0, status());
 }
 
 TEST_F(Hub, BlinkingLowHoldsItInReset)
 {
     // pin 15: blink 0
     on->write(0xC0, {0x09, 0x95});
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
 }
 
 TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
@@ -505,10 +505,10 @@ TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
     on->write(0xC0, {0x09, 0x95});
     for (const std::uint8_t duty : Bytes{0x00, 0x80, 0xFF}) {
         on->write(0xC0, {0x03, duty});
-        EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged) << +duty;
+        EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80)) << +duty;
     }
     resetLine(false);
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(15, status());
 }
 
 TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)
@@ -516,17 +516,17 @@ TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)
     const std::string hub = chip("HUB922", "0x80");
     power(hub + chip("PCA9552", "0xC0", "inputs = 0x7FFF"));
     // in a machine just made
-    EXPECT_EQ(meaning("planar 0x80 HUB922", "reset"), "held in reset");
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ("held in reset", meaning("planar 0x80 HUB922", "reset"));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
     machine->powerCycle();
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
     // the output lets go, the other side does not
     resetLine(false);
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
     power(hub + chip("PCA9552", "0xC0"));
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(15, status());
     power(hub + chip("PCA9552", "0xC0", "inputs = 0x7FFF"));
-    EXPECT_EQ(on->probe(0x80), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
 }
 
 TEST_F(Hub, CommandAtARepeatedStart)
@@ -537,13 +537,13 @@ TEST_F(Hub, CommandAtARepeatedStart)
     EXPECT_EQ(on->readAt(0x80, {0x20, 0x06}, 2).data, (Bytes{0, 0xFF}));
     // unknown, and the plain read gives it
     EXPECT_EQ(on->readAt(0x80, {0x20, 0x08}, 1).data, Bytes{1});
-    EXPECT_EQ(status(), 0);
+    EXPECT_EQ(0, status());
     write({3, 0xA6, 0, 0, 1});
     Bytes command{0x20, 0x06}, none{};
     segment parts[2] = {{0x80, direction::write, command, false}, {0x80, direction::write, none, false}};
-    EXPECT_EQ(on->run(parts, {}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
     // forgotten
-    EXPECT_EQ(status(), 2);
+    EXPECT_EQ(2, status());
 }
 
 TEST_F(Hub, ExpandersDriveTheirOwnTwoHubs)
@@ -573,7 +573,7 @@ TEST_F(Hub, PowerCycleBringsItOutOfReset)
 {
     resetLine(true);
     machine->powerCycle();
-    EXPECT_EQ(status(), 15);
+    EXPECT_EQ(15, status());
 }
 
 TEST_F(Hub, HoldsSclWhileItFetches)
@@ -591,23 +591,23 @@ TEST_F(Hub, StateOutlivesTheProcess)
     on.reset();
     machine.reset();
     open();
-    EXPECT_EQ(status(), 7);
+    EXPECT_EQ(7, status());
 }
 
 TEST_F(Hub, ListedWithItsStatusAndTheChipsBehindIt)
 {
     write({9, 0xA2, 0, 0});
-    EXPECT_EQ(value("planar 0x80 HUB922", "STATUS"), 7U);
-    EXPECT_EQ(meaning("planar 0x80 HUB922", "STATUS"), "no such port");
-    EXPECT_EQ(meaning("planar 0x80 port 7 0x90 LM75", "TEMP"), "21.0000 C");
+    EXPECT_EQ(7U, value("planar 0x80 HUB922", "STATUS"));
+    EXPECT_EQ("no such port", meaning("planar 0x80 HUB922", "STATUS"));
+    EXPECT_EQ("21.0000 C", meaning("planar 0x80 port 7 0x90 LM75", "TEMP"));
     int behind = 0;
     for (const auto& chip : machine->chips()) {
         if (chip.behindHub) {
-            EXPECT_EQ(chip.hubAddress, 0x80);
+            EXPECT_EQ(0x80, chip.hubAddress);
             ++behind;
         }
     }
-    EXPECT_EQ(behind, 3);
+    EXPECT_EQ(3, behind);
 }
 
 } // namespace

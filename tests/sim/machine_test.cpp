@@ -95,13 +95,13 @@ TEST_F(MachineFolder, BusesOfNodes)
     open();
     EXPECT_EQ(machine->busNames(""), (std::vector<std::string>{"planar"}));
     EXPECT_EQ(machine->busNames("second"), (std::vector<std::string>{"planar", "front"}));
-    EXPECT_EQ(machine->findBus("front", ""), nullptr);
-    EXPECT_EQ(on->probe(0x40), outcome::addressNotAcknowledged);
+    EXPECT_EQ(nullptr, machine->findBus("front", ""));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x40));
     User second{machine->findBus("planar", "second")};
-    EXPECT_EQ(second.probe(0x40), outcome::done);
-    EXPECT_EQ(machine->chips().at(0).node, "second");
+    EXPECT_EQ(outcome::done, second.probe(0x40));
+    EXPECT_EQ("second", machine->chips().at(0).node);
     machine->addFault({.kind = "nack", .bus = "second:planar"});
-    EXPECT_EQ(second.probe(0x40), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, second.probe(0x40));
 }
 
 TEST_F(MachineFolder, EditedMachineStartsAnewAndTheOldOneIsGone)
@@ -111,9 +111,9 @@ TEST_F(MachineFolder, EditedMachineStartsAnewAndTheOldOneIsGone)
     auto old = std::move(on);
     power(chip("PCA9554", "0x40") + chip("PCA9554", "0x42"));
     EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, Bytes{0xFF});
-    EXPECT_EQ(old->probe(0x40), outcome::gone);
-    EXPECT_EQ(old->planar->lines(), outcome::gone);
-    EXPECT_EQ(old->planar->reset(), outcome::gone);
+    EXPECT_EQ(outcome::gone, old->probe(0x40));
+    EXPECT_EQ(outcome::gone, old->planar->lines());
+    EXPECT_EQ(outcome::gone, old->planar->reset());
 }
 
 TEST_F(MachineFolder, EditedSettingsKeepTheState)
@@ -130,7 +130,7 @@ TEST_F(MachineFolder, DeletedStateIsANewMachine)
     power(chip("PCA9554", "0x40"));
     on->write(0x40, {0x01, 0x12});
     std::filesystem::remove(home.path / "machine.state");
-    EXPECT_EQ(on->probe(0x40), outcome::gone);
+    EXPECT_EQ(outcome::gone, on->probe(0x40));
     open();
     EXPECT_EQ(on->readAt(0x40, {0x01}, 1).data, Bytes{0xFF});
 }
@@ -139,11 +139,11 @@ TEST_F(MachineFolder, CutStateIsGoneAndThenANewMachine)
 {
     power(chip("PCA9554", "0x40"));
     std::filesystem::resize_file(home.path / "machine.state", 100);
-    EXPECT_EQ(on->probe(0x40), outcome::gone);
+    EXPECT_EQ(outcome::gone, on->probe(0x40));
     EXPECT_TRUE(machine->registers().empty());
     EXPECT_EQ(openAndHear(), said("has another size than it should"));
-    EXPECT_EQ(on->probe(0x40), outcome::done);
-    EXPECT_EQ(home.text("machine.state.damaged").size(), 100U);
+    EXPECT_EQ(outcome::done, on->probe(0x40));
+    EXPECT_EQ(100U, home.text("machine.state.damaged").size());
 }
 
 TEST_F(MachineFolder, FileThatIsNoStateIsSetAside)
@@ -151,7 +151,7 @@ TEST_F(MachineFolder, FileThatIsNoStateIsSetAside)
     power(chip("PCA9554", "0x40"));
     home.put("machine.state", "something else");
     EXPECT_EQ(openAndHear(), said("is no state file"));
-    EXPECT_EQ(home.text("machine.state.damaged"), "something else");
+    EXPECT_EQ("something else", home.text("machine.state.damaged"));
 }
 
 TEST_F(MachineFolder, NewUnfinishedOlderAndOtherStatesAreMadeAnewInSilence)
@@ -165,11 +165,11 @@ TEST_F(MachineFolder, NewUnfinishedOlderAndOtherStatesAreMadeAnewInSilence)
         on.reset();
         machine.reset();
         home.put("machine.state", state);
-        EXPECT_EQ(openAndHear(), "");
-        EXPECT_EQ(on->probe(0x40), outcome::done);
+        EXPECT_EQ("", openAndHear());
+        EXPECT_EQ(outcome::done, on->probe(0x40));
     }
     home.put("machine.toml", bus + chip("PCA9554", "0x40") + chip("PCA9554", "0x42"));
-    EXPECT_EQ(openAndHear(), "");
+    EXPECT_EQ("", openAndHear());
     EXPECT_FALSE(std::filesystem::exists(home.path / "machine.state.damaged"));
 }
 
@@ -187,7 +187,7 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
     constexpr std::size_t record = 4096 + 2048, faults = record + 198, eeprom = record + busStateBytes,
                           leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes, hub = lm92 + chipStateBytes;
     const std::string good = home.text("machine.state");
-    ASSERT_EQ(good[4096], 0);
+    ASSERT_EQ(0, good[4096]);
     struct Row {
         std::size_t at;
         Bytes value;
@@ -233,14 +233,14 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         home.put("machine.state", bad);
         EXPECT_EQ(openAndHear(), said("bus 'planar': " + std::string{damage.what} + " cannot be"));
         EXPECT_EQ(home.text("machine.state.damaged"), bad);
-        EXPECT_EQ(on->write(0xA0, {0, 1}).end, outcome::done);
+        EXPECT_EQ(outcome::done, on->write(0xA0, {0, 1}).end);
         EXPECT_TRUE(on->asksUntilAnswered(0xA0, 200));
     }
     on.reset();
     machine.reset();
     home.put("machine.state", good);
-    EXPECT_EQ(openAndHear(), "");
-    EXPECT_EQ(machine->faults().at(0).what.count, 7U);
+    EXPECT_EQ("", openAndHear());
+    EXPECT_EQ(7U, machine->faults().at(0).what.count);
 }
 
 TEST_F(MachineFolder, StateDamagedUnderARunningProcessIsGoneUntilOpenedAgain)
@@ -252,10 +252,10 @@ TEST_F(MachineFolder, StateDamagedUnderARunningProcessIsGoneUntilOpenedAgain)
         state.seekp(static_cast<std::streamoff>(4096 + 2048 + busStateBytes + chipStateBytes + 141))
             << std::string(8, '\xFF');
     }
-    EXPECT_EQ(on->probe(0x40), outcome::gone);
-    EXPECT_EQ(on->planar->reset(), outcome::gone);
+    EXPECT_EQ(outcome::gone, on->probe(0x40));
+    EXPECT_EQ(outcome::gone, on->planar->reset());
     EXPECT_EQ(openAndHear(), said("bus 'planar': bus time cannot be"));
-    EXPECT_EQ(on->probe(0x40), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0x40));
 }
 
 // Whatever is in the state file: no crash, and a power cycle with all faults cleared mends it.
@@ -293,17 +293,17 @@ TEST_F(MachineFolder, HostileStateFiles)
         machine->clearFaults();
         machine->powerCycle();
         EXPECT_EQ(on->readAt(0xC0, {0x16}, 4).data, (Bytes{0x55, 0x55, 0x55, 0x55}));
-        EXPECT_EQ(on->probe(0xA0), outcome::done);
+        EXPECT_EQ(outcome::done, on->probe(0xA0));
     }
-    EXPECT_EQ(home.content("a.bin").size(), 256U);
-    EXPECT_EQ(home.content("b.bin").size(), 4096U);
+    EXPECT_EQ(256U, home.content("a.bin").size());
+    EXPECT_EQ(4096U, home.content("b.bin").size());
 }
 
 TEST_F(MachineFolder, OddAddressIsNobody)
 {
     power(chip("PCA9554", "0x40"));
-    EXPECT_EQ(on->probe(0x41), outcome::addressNotAcknowledged);
-    EXPECT_EQ(on->planar->busTimeNs(), 0U);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x41));
+    EXPECT_EQ(0U, on->planar->busTimeNs());
 }
 
 } // namespace

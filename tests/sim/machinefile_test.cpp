@@ -126,7 +126,7 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
 
 TEST(MachineFile, CommentsMayHaveAnyLetters)
 {
-    EXPECT_EQ(troubleOf("# K\xC3\xA4se [[ \"\"\"\n" + bus + "speed_khz = 100 # \xE2\x82\xAC\n"), "");
+    EXPECT_EQ("", troubleOf("# K\xC3\xA4se [[ \"\"\"\n" + bus + "speed_khz = 100 # \xE2\x82\xAC\n"));
 }
 
 TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)
@@ -136,11 +136,10 @@ TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)
     const auto at = [](const std::string& image, const std::string& place) {
         return "[[chip]]\ntype = \"24C02\"\naddress = 0xA0\nimage = \"" + image + "\"\n" + place;
     };
-    EXPECT_EQ(troubleOf(bus + "[[bus]]\nname = \"other\"\n" + hubs + at("1", "bus = \"planar\"\n") +
-                        at("2", "bus = \"other\"\n") + at("3", "bus = \"planar\"\nhub = 0x80\nport = 0\n") +
-                        at("4", "bus = \"planar\"\nhub = 0x80\nport = 1\n") +
-                        at("5", "bus = \"planar\"\nhub = 0x82\nport = 1\n")),
-              "");
+    EXPECT_EQ("", troubleOf(bus + "[[bus]]\nname = \"other\"\n" + hubs + at("1", "bus = \"planar\"\n") +
+                            at("2", "bus = \"other\"\n") + at("3", "bus = \"planar\"\nhub = 0x80\nport = 0\n") +
+                            at("4", "bus = \"planar\"\nhub = 0x80\nport = 1\n") +
+                            at("5", "bus = \"planar\"\nhub = 0x82\nport = 1\n")));
 }
 
 } // namespace

@@ -96,9 +96,9 @@ TEST_F(LedDriver, ListingSaysWhatThePinsDo)
 {
     power(chip("PCA9552", "0xC0"));
     on->write(0xC0, {0x16, 0xE4});
-    EXPECT_EQ(value("planar 0xC0 PCA9552", "LS0"), 0xE4U);
-    EXPECT_EQ(meaning("planar 0xC0 PCA9552", "LS0"), "pin 0 low, 1 off, 2 blink0, 3 blink1");
-    EXPECT_EQ(meaning("planar 0xC0 PCA9552", "LS3"), "pin 12 off, 13 off, 14 off, 15 off");
+    EXPECT_EQ(0xE4U, value("planar 0xC0 PCA9552", "LS0"));
+    EXPECT_EQ("pin 0 low, 1 off, 2 blink0, 3 blink1", meaning("planar 0xC0 PCA9552", "LS0"));
+    EXPECT_EQ("pin 12 off, 13 off, 14 off, 15 off", meaning("planar 0xC0 PCA9552", "LS3"));
 }
 
 TEST_F(LedDriver, RegistersOutliveTheProcessButNotAPowerCycle)
@@ -117,7 +117,7 @@ TEST_F(LedDriver, BytesTakenBeforeARefusedOneCount)
 {
     power(chip("PCA9552", "0xC0"));
     fault({.kind = "nack-data", .count = 1, .byte = 2});
-    EXPECT_EQ(on->write(0xC0, {0x16, 0x11, 0x22}).end, outcome::dataNotAcknowledged);
+    EXPECT_EQ(outcome::dataNotAcknowledged, on->write(0xC0, {0x16, 0x11, 0x22}).end);
     EXPECT_EQ(on->readAt(0xC0, {0x16}, 2).data, (Bytes{0x11, 0x55}));
 }
 
@@ -182,7 +182,7 @@ TEST_F(Expander, PolarityInvertsWhatIsRead)
 TEST_F(Expander, InputRegistersTakeNothing)
 {
     power(chip("PCA9555", "0x40", "inputs = 0x1234"));
-    EXPECT_EQ(on->write(0x40, {0x00, 0x00, 0x00}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->write(0x40, {0x00, 0x00, 0x00}).end);
     EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (Bytes{0x34, 0x12}));
 }
 
@@ -191,10 +191,10 @@ TEST_F(Expander, ListingSaysWhatThePinsDo)
     power(chip("PCA9554", "0x42", "inputs = 0x00"));
     on->write(0x42, {0x01, 0x02});
     on->write(0x42, {0x03, 0xFC});
-    EXPECT_EQ(meaning("planar 0x42 PCA9554", "CONFIG"),
-              "pin 0 output 0, 1 output 1, 2 input, 3 input, 4 input, 5 input, 6 input, 7 input");
-    EXPECT_EQ(meaning("planar 0x42 PCA9554", "INPUT"), "pin 0 0, 1 1, 2 0, 3 0, 4 0, 5 0, 6 0, 7 0");
-    EXPECT_EQ(value("planar 0x42 PCA9554", "OUTPUT"), 2U);
+    EXPECT_EQ("pin 0 output 0, 1 output 1, 2 input, 3 input, 4 input, 5 input, 6 input, 7 input",
+              meaning("planar 0x42 PCA9554", "CONFIG"));
+    EXPECT_EQ("pin 0 0, 1 1, 2 0, 3 0, 4 0, 5 0, 6 0, 7 0", meaning("planar 0x42 PCA9554", "INPUT"));
+    EXPECT_EQ(2U, value("planar 0x42 PCA9554", "OUTPUT"));
 }
 
 } // namespace

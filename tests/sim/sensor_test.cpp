@@ -61,7 +61,7 @@ TEST_F(Sensor, HalfAThresholdChangesNothing)
 TEST_F(Sensor, TemperatureTakesNothing)
 {
     power(chip("LM75", "0x90", "celsius = 20"));
-    EXPECT_EQ(on->write(0x90, {0x00, 0x11, 0x22}).end, outcome::done);
+    EXPECT_EQ(outcome::done, on->write(0x90, {0x00, 0x11, 0x22}).end);
     EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x14, 0x00}));
 }
 
@@ -76,18 +76,18 @@ TEST_F(Sensor, LongReadsRepeatTheRegister)
 TEST_F(Sensor, Lm75AlarmEndsBelowTheHysteresis)
 {
     power(chip("LM75", "0x90", "celsius = 30"));
-    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C");
+    EXPECT_EQ("30.0000 C", meaning("planar 0x90 LM75", "TEMP"));
     // THYST 25
     on->write(0x90, {0x02, 0x19, 0x00});
     // TOS 29
     on->write(0x90, {0x03, 0x1D, 0x00});
-    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C, O.S. active");
+    EXPECT_EQ("30.0000 C, O.S. active", meaning("planar 0x90 LM75", "TEMP"));
     // TOS 40
     on->write(0x90, {0x03, 0x28, 0x00});
-    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C, O.S. active");
+    EXPECT_EQ("30.0000 C, O.S. active", meaning("planar 0x90 LM75", "TEMP"));
     // THYST 31
     on->write(0x90, {0x02, 0x1F, 0x00});
-    EXPECT_EQ(meaning("planar 0x90 LM75", "TEMP"), "30.0000 C");
+    EXPECT_EQ("30.0000 C", meaning("planar 0x90 LM75", "TEMP"));
 }
 
 TEST_F(Sensor, Lm92HasThirteenBits)

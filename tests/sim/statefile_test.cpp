@@ -74,7 +74,7 @@ TEST_F(Processes, TransactionsFollowOneAnother)
         });
     }
     for (const auto& one : children) {
-        EXPECT_EQ(one.wait(), 0);
+        EXPECT_EQ(0, one.wait());
     }
 }
 
@@ -90,7 +90,7 @@ TEST_F(Processes, BusTimeIsOfAllUsers)
         });
     }
     for (const auto& one : children) {
-        EXPECT_EQ(one.wait(), 0);
+        EXPECT_EQ(0, one.wait());
     }
     EXPECT_EQ(on->planar->busTimeNs(), 1000U * 11 * 2500);
 }
@@ -110,7 +110,7 @@ TEST_F(Processes, ThreadsShareTheBus)
         });
     }
     threads.clear();
-    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(0, torn);
 }
 
 TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
@@ -124,7 +124,7 @@ TEST_F(Processes, OpenedAtTheSameTimeForTheFirstTime)
         children.emplace_back([this] { return reopened()->probe(0x40) == outcome::done; });
     }
     for (const auto& one : children) {
-        EXPECT_EQ(one.wait(), 0);
+        EXPECT_EQ(0, one.wait());
     }
     EXPECT_EQ(reopened()->planar->busTimeNs(), 8U * 11 * 2500);
     EXPECT_EQ(home.content("a.bin"), Bytes(65536, 0xFF));
@@ -136,7 +136,7 @@ TEST_F(Processes, WhatWasAcknowledgedSurvivesAKill)
 {
     for (unsigned round = 0; round < 30; ++round) {
         int told[2];
-        ASSERT_EQ(pipe(told), 0);
+        ASSERT_EQ(0, pipe(told));
         const auto id = static_cast<std::uint8_t>(round + 1);
         const Child writer{[this, id, &told] {
             for (unsigned page = 0; page < 512; ++page) {
@@ -193,11 +193,11 @@ TEST_F(Processes, PageLeftInTheStateReachesItsImage)
         state << left;
     }
     // any use of the bus
-    EXPECT_EQ(on->probe(0x40), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0x40));
     const Bytes image = home.content("a.bin");
     EXPECT_EQ(Bytes(image.begin() + 0x180, image.begin() + 0x200), Bytes(128, 0x5C));
-    EXPECT_EQ(image[0x17F], 0xFF);
-    EXPECT_EQ(image[0x200], 0xFF);
+    EXPECT_EQ(0xFF, image[0x17F]);
+    EXPECT_EQ(0xFF, image[0x200]);
 }
 
 /// Called in every fork, after the machine has prepared for it: handlers that are registered later run earlier.
@@ -238,7 +238,7 @@ bool endsWithinAFork(const std::function<void()>& action)
     inTheFork = &body;
     const Child one{[] { return true; }};
     inTheFork = nullptr;
-    EXPECT_EQ(one.wait(), 0);
+    EXPECT_EQ(0, one.wait());
     EXPECT_TRUE(begun);
     return endedWithin;
 }
@@ -251,7 +251,7 @@ TEST_F(Processes, StateFilesAreNotMadeOrDroppedWithinAFork)
     EXPECT_FALSE(endsWithinAFork([&] { file = std::make_unique<stateFile>(home.path / "other", recordBytes); }));
     EXPECT_NE(file, nullptr);
     EXPECT_FALSE(endsWithinAFork([&] { file.reset(); }));
-    EXPECT_EQ(file, nullptr);
+    EXPECT_EQ(nullptr, file);
     EXPECT_FALSE(endsWithinAFork([&] { openMachine(home.path, false); }));
 }
 
@@ -267,7 +267,7 @@ TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
     }};
     for (int i = 0; i < 20; ++i) {
         const Child one{[this] { return on->probe(0x40) == outcome::done; }};
-        EXPECT_EQ(one.wait(), 0);
+        EXPECT_EQ(0, one.wait());
     }
     stop = true;
 }
@@ -289,7 +289,7 @@ TEST_F(Processes, ChildAndParentExcludeEachOther)
         const Bytes read = on->readAt(0xC0, {0x12}, 4).data;
         ASSERT_EQ(read, Bytes(4, read.at(0)));
     }
-    EXPECT_EQ(other.wait(), 0);
+    EXPECT_EQ(0, other.wait());
 }
 
 } // namespace

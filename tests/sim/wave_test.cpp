@@ -27,7 +27,7 @@ protected:
 
 TEST_F(BusTime, IsABitForEachConditionAndNineForEachByte)
 {
-    EXPECT_EQ(on->planar->busTimeNs(), 0U);
+    EXPECT_EQ(0U, on->planar->busTimeNs());
     // START, address, STOP
     on->probe(0xA0);
     EXPECT_EQ(on->planar->busTimeNs(), 11U * 10'000);
@@ -46,7 +46,7 @@ TEST_F(BusTime, IsABitForEachConditionAndNineForEachByte)
 
 TEST_F(BusTime, SpeedIsTheBussUnlessTheTransactionSaysOtherwise)
 {
-    EXPECT_EQ(on->planar->defaultSpeedKhz(), 100U);
+    EXPECT_EQ(100U, on->planar->defaultSpeedKhz());
     EXPECT_EQ(on->planar->probe(0xA0, 400).busTimeNs, 11U * 2'500);
     EXPECT_EQ(on->planar->probe(0xA0, 0).busTimeNs, 11U * 2'500 + 11U * 10'000);
     // not beyond 1000 kHz
@@ -63,20 +63,20 @@ TEST_F(BusTime, FastModeOnlyCounts)
 {
     // an hour
     on->planar->idle(3'600'000'000'000);
-    EXPECT_EQ(on->planar->busTimeNs(), 3'600'000'000'000U);
+    EXPECT_EQ(3'600'000'000'000U, on->planar->busTimeNs());
 }
 
 // It ends in an error, so that nobody waits for time that no longer passes. A machine that is opened then starts anew.
 TEST_F(BusTime, EndsInAnErrorAndDoesNotWrap)
 {
     on->planar->idle((std::uint64_t{1} << 62) - 1);
-    EXPECT_EQ(on->planar->busTimeNs(), 4'611'686'018'427'387'903U);
+    EXPECT_EQ(4'611'686'018'427'387'903U, on->planar->busTimeNs());
     on->planar->idle(~std::uint64_t{0});
-    EXPECT_EQ(on->probe(0xA0), outcome::gone);
-    EXPECT_EQ(on->planar->reset(), outcome::gone);
+    EXPECT_EQ(outcome::gone, on->probe(0xA0));
+    EXPECT_EQ(outcome::gone, on->planar->reset());
     open();
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
-    EXPECT_EQ(on->planar->busTimeNs(), 110'000U);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_EQ(110'000U, on->planar->busTimeNs());
 }
 
 /// A clock that nobody waits for: instead of sleeping, it goes forward to the end of the sleep.
@@ -95,11 +95,11 @@ TEST_F(BusTime, RealTimeWaits)
     const auto real = openMachine(home.path, clock);
     User slow{real->findBus("planar", "")};
     // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
-    EXPECT_EQ(slow.readAt(0xA0, {0}, 200).end, outcome::done);
-    EXPECT_EQ(clock.now, 5'018'300'000U);
+    EXPECT_EQ(outcome::done, slow.readAt(0xA0, {0}, 200).end);
+    EXPECT_EQ(5'018'300'000U, clock.now);
     slow.idleMs(4);
-    EXPECT_EQ(clock.now, 5'022'300'000U);
-    EXPECT_EQ(slow.planar->busTimeNs(), 22'300'000U);
+    EXPECT_EQ(5'022'300'000U, clock.now);
+    EXPECT_EQ(22'300'000U, slow.planar->busTimeNs());
 }
 
 // In real time the clock ends a write cycle, whether or not the bus is used meanwhile.
@@ -109,11 +109,11 @@ TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
     DrivenClock clock;
     const auto real = openMachine(home.path, clock);
     User slow{real->findBus("planar", "")};
-    EXPECT_EQ(slow.write(0xA0, {0, 1}).end, outcome::done);
+    EXPECT_EQ(outcome::done, slow.write(0xA0, {0, 1}).end);
     clock.now += 999'000'000;
-    EXPECT_EQ(slow.probe(0xA0), outcome::addressNotAcknowledged);
+    EXPECT_EQ(outcome::addressNotAcknowledged, slow.probe(0xA0));
     clock.now += 1'000'000;
-    EXPECT_EQ(slow.probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, slow.probe(0xA0));
 }
 
 TEST_F(BusTime, ASystemsClockIsWaitedFor)
@@ -161,7 +161,7 @@ protected:
         int status = -1;
         const std::string text =
             outputOf("sigrok-cli -I vcd -i " + file().string() + " -P i2c:scl=SCL:sda=SDA" + options + " 2>&1", status);
-        EXPECT_EQ(status, 0);
+        EXPECT_EQ(0, status);
         return text;
     }
     /// What the i2c decoder saw, one token for each event: S, Sr, P, W50, R50, A, N, and bytes in hexadecimal.
@@ -210,7 +210,7 @@ TEST_F(Wave, IsWhatWentOverTheBus)
     on->readAt(0xA0, {0x10}, 3);
     on->probe(0x70);
     on->write(0x90, {0x00});
-    EXPECT_EQ(seen(), "S W50 A 10 A AB A CD A P S W50 A 10 A Sr R50 A AB A CD A FF N P S W38 N P S W48 A 00 A P");
+    EXPECT_EQ("S W50 A 10 A AB A CD A P S W50 A 10 A Sr R50 A AB A CD A FF N P S W38 N P S W48 A 00 A P", seen());
 }
 
 TEST_F(Wave, AcknowledgePollingIsInIt)
@@ -219,7 +219,7 @@ TEST_F(Wave, AcknowledgePollingIsInIt)
     on->probe(0xA0);
     on->idleMs(4);
     on->probe(0xA0);
-    EXPECT_EQ(seen(), "S W50 A 10 A AB A P S W50 N P S W50 A P");
+    EXPECT_EQ("S W50 A 10 A AB A P S W50 N P S W50 A P", seen());
     EXPECT_NE(eeprom(0x50).find("No reply from slave!"), std::string::npos);
 }
 
@@ -257,7 +257,7 @@ TEST_F(Wave, HubTrafficIsThatOfTheMainBus)
 {
     on->store(0x80, {2, 0xA4, 0x10, 0x5A});
     on->readAt(0x80, {2, 0xA4, 0x10}, 2);
-    EXPECT_EQ(seen(), "S W40 A 02 A A4 A 10 A 5A A P S W40 A 02 A A4 A 10 A Sr R40 A 00 A 5A N P");
+    EXPECT_EQ("S W40 A 02 A A4 A 10 A 5A A P S W40 A 02 A A4 A 10 A Sr R40 A 00 A 5A N P", seen());
 }
 
 // One file for the transactions of all processes and machine objects.
@@ -270,16 +270,16 @@ TEST_F(Wave, IsAppendedByEveryProcess)
     }
     int status = -1;
     waitpid(other, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(0, status);
     on->probe(0x90);
-    EXPECT_EQ(seen(), "S W50 A P S W51 A P S W48 A P");
+    EXPECT_EQ("S W50 A P S W51 A P S W48 A P", seen());
 }
 
 TEST_F(Wave, FailedTransactionsLeaveTheRestReadable)
 {
     machine->addFault({.kind = "nack-data", .count = 1, .byte = 1});
     on->write(0xA0, {0x10, 0x20});
-    EXPECT_EQ(seen(), "S W50 A 10 A 20 N P");
+    EXPECT_EQ("S W50 A 10 A 20 N P", seen());
     for (const char* kind : {"nack", "arbitration", "short"}) {
         machine->addFault({.kind = kind, .count = 1});
         on->write(0xA2, {0x10, 0x20});
@@ -297,7 +297,7 @@ TEST_F(Wave, HeldLinesAndTheirRecovery)
         for (const std::uint64_t byte : {0U, 1U}) {
             machine->addFault({.kind = kind, .count = 1, .byte = byte});
             on->write(0xA0, {0x10, 0x20});
-            EXPECT_EQ(on->planar->reset(), outcome::done);
+            EXPECT_EQ(outcome::done, on->planar->reset());
         }
     }
     on->probe(0xA0);
@@ -327,7 +327,7 @@ TEST_F(Wave, LineThatIsFreedBetweenTransactionsRises)
                 machine->powerCycle();
             }
             machine->clearFaults();
-            EXPECT_EQ(on->write(0xA0, {0x33}).end, outcome::done);
+            EXPECT_EQ(outcome::done, on->write(0xA0, {0x33}).end);
             EXPECT_EQ(seen(), hold.decoded);
         }
     }
@@ -336,7 +336,7 @@ TEST_F(Wave, LineThatIsFreedBetweenTransactionsRises)
 TEST_F(Wave, SdaHeldBeforeAStartFallsAndRisesAndFallsForTheNext)
 {
     machine->addFault({.kind = "hold-sda", .count = 1});
-    EXPECT_EQ(on->probe(0xA0), outcome::sdaHeld);
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0xA0));
     machine->clearFaults();
     on->probe(0xA0);
     const std::string text = home.text("planar.vcd");
@@ -348,7 +348,7 @@ TEST_F(Wave, LineIsFreedAtTheTimeOfIt)
     machine->addFault({.kind = "hold-scl", .count = 1});
     on->planar->idle(1'000'000);
     // takes a bit of 2.5 us
-    EXPECT_EQ(on->probe(0xA0), outcome::sclHeld);
+    EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
     on->planar->idle(1'000'000);
     machine->clearFaults();
     on->planar->idle(1'000'000);
@@ -362,7 +362,7 @@ TEST_F(Wave, ChipThatHeldSdaLetsGoInThePowerCycle)
     on->store(0xA0, {0x00, 0x00, 0x00});
     machine->addFault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     on->readAt(0xA0, {0}, 3);
-    EXPECT_EQ(on->planar->lines(), outcome::sdaHeld);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
     machine->powerCycle();
     on->probe(0x90);
     const std::string all = seen();
@@ -374,10 +374,10 @@ TEST_F(Wave, StopsAndStartsAnew)
     on->probe(0xA0);
     EXPECT_TRUE(machine->stopWave("planar"));
     on->probe(0x90);
-    EXPECT_EQ(seen(), "S W50 A P");
+    EXPECT_EQ("S W50 A P", seen());
     EXPECT_TRUE(machine->startWave("planar", file()));
     on->probe(0xA2);
-    EXPECT_EQ(seen(), "S W51 A P");
+    EXPECT_EQ("S W51 A P", seen());
 }
 
 TEST_F(Wave, TextAKilledProcessLeftIsOverwritten)
@@ -388,15 +388,15 @@ TEST_F(Wave, TextAKilledProcessLeftIsOverwritten)
     }
     on->probe(0xA2);
     on->probe(0x90);
-    EXPECT_EQ(seen(), "S W50 A P S W51 A P S W48 A P");
+    EXPECT_EQ("S W50 A P S W51 A P S W48 A P", seen());
 }
 
 TEST_F(Wave, LostFileEndsTheRecordingAlone)
 {
     std::filesystem::remove(file());
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_FALSE(std::filesystem::exists(file()));
-    EXPECT_EQ(on->probe(0xA0), outcome::done);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
 }
 
 TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
@@ -442,19 +442,19 @@ TEST_F(Wave, WhatCannotBeIsToldAndTheRecordingGoesOn)
     on->probe(0xA0);
     errno = 0;
     EXPECT_FALSE(machine->startWave("other", file()));
-    EXPECT_EQ(errno, ENODEV);
+    EXPECT_EQ(ENODEV, errno);
     EXPECT_FALSE(machine->startWave("planar", home.path / "no" / "where.vcd"));
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(ENOENT, errno);
     EXPECT_FALSE(machine->startWave("planar", ""));
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(ENOENT, errno);
     errno = 0;
     EXPECT_FALSE(machine->stopWave("other"));
-    EXPECT_EQ(errno, ENODEV);
+    EXPECT_EQ(ENODEV, errno);
     on->probe(0x90);
-    EXPECT_EQ(seen(), "S W50 A P S W48 A P");
+    EXPECT_EQ("S W50 A P S W48 A P", seen());
     EXPECT_TRUE(machine->stopWave("planar"));
     EXPECT_FALSE(machine->stopWave("planar"));
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(ENOENT, errno);
 }
 
 // 100 bytes: not enough for the begin of a recording.
@@ -474,7 +474,7 @@ TEST_F(Wave, OneThatFindsNoSpaceLeavesTheOldOneAndTheRunningOne)
     EXPECT_EQ(EFBIG, error);
     EXPECT_EQ("$date of another program $end\n", home.text("old.vcd"));
     on->probe(0x90);
-    EXPECT_EQ(seen(), "S W50 A P S W48 A P");
+    EXPECT_EQ("S W50 A P S W48 A P", seen());
 }
 
 TEST_F(Wave, NothingButAWaveformIsOverwritten)
@@ -485,24 +485,24 @@ TEST_F(Wave, NothingButAWaveformIsOverwritten)
     // an image stays one whatever is in it
     home.put("a.bin", "$date" + std::string(251, '\xFF'));
     std::filesystem::create_directory(home.path / "folder");
-    ASSERT_EQ(mkfifo((home.path / "pipe").c_str(), 0600), 0);
+    ASSERT_EQ(0, mkfifo((home.path / "pipe").c_str(), 0600));
     std::filesystem::create_symlink("other", home.path / "link");
     for (const char* name : {"note", "a.bin", "b.bin", "machine.toml", "machine.state", "link"}) {
         SCOPED_TRACE(name);
         const std::string before = home.text(name);
         errno = 0;
         EXPECT_FALSE(machine->startWave("planar", home.path / name));
-        EXPECT_EQ(errno, EEXIST);
+        EXPECT_EQ(EEXIST, errno);
         EXPECT_EQ(home.text(name), before);
     }
     for (const char* name : {"folder", "pipe"}) {
         errno = 0;
         EXPECT_FALSE(machine->startWave("planar", home.path / name));
-        EXPECT_EQ(errno, EEXIST) << name;
+        EXPECT_EQ(EEXIST, errno) << name;
     }
     on->probe(0xA0);
     // went on
-    EXPECT_EQ(seen(), "S W50 A P");
+    EXPECT_EQ("S W50 A P", seen());
     for (const char* name : {"other", "empty", "planar.vcd"}) {
         EXPECT_TRUE(machine->startWave("planar", home.path / name)) << name;
         EXPECT_TRUE(home.text(name).starts_with("$comment IIC bus planar $end\n"));
@@ -520,7 +520,7 @@ TEST_F(Wave, PathHasUpTo1900Bytes)
         return folder + "/" + std::string(length - folder.size() - 1, 'w');
     };
     EXPECT_FALSE(machine->startWave("planar", ofLength(1901)));
-    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(ENAMETOOLONG, errno);
     EXPECT_FALSE(std::filesystem::exists(ofLength(1901)));
     EXPECT_TRUE(machine->startWave("planar", ofLength(1900)));
     on->probe(0xA0);
