@@ -56,7 +56,7 @@ busChips::busChips(const machineDescription& all, std::size_t bus, const std::fi
 {
     for (const auto& chip : all.chips) {
         if (chip.bus == bus) {
-            add(all.buses[bus], chip, folder);
+            add(all, chip, folder);
         }
     }
     for (const auto& member : m_members) {
@@ -73,13 +73,14 @@ busChips::busChips(const machineDescription& all, std::size_t bus, const std::fi
     }
 }
 
-void busChips::add(const busDescription& bus, const chipDescription& chip, const std::filesystem::path& folder)
+void busChips::add(const machineDescription& all, const chipDescription& chip, const std::filesystem::path& folder)
 {
-    member added{&chip, nullptr, nullptr, labelOf(bus, chip)};
+    member added{&chip, nullptr, nullptr, labelOf(all.buses[chip.bus], chip)};
     if (chip.kind == chipKind::eeprom) {
         added.cells = std::make_unique<image>(folder / chip.image, eepromTypes.at(chip.type).sizeBytes);
     }
     added.model = makeChip(chip, added.cells.get());
+    added.model->chooseFrom(all.choicesOf(chip));
     m_members.push_back(std::move(added));
 }
 
@@ -132,6 +133,7 @@ const char* busChips::load(std::span<std::uint8_t> record, std::uint64_t busTime
         }
         each.model->deselect();
         each.model->exchange(fields);
+        each.model->exchangeChoices(fields);
         if (fields.damaged() != nullptr) {
             return fields.damaged();
         }
@@ -144,6 +146,7 @@ void busChips::store(std::span<std::uint8_t> record) const
     for (std::size_t i = 0; i < m_members.size(); ++i) {
         stateFields fields{record.subspan(i * chipStateBytes, chipStateBytes), stateFields::way::store};
         m_members[i].model->exchange(fields);
+        m_members[i].model->exchangeChoices(fields);
     }
 }
 
@@ -222,6 +225,7 @@ void busChips::powerUp()
 void busChips::asNew()
 {
     for (auto& member : m_members) {
+        member.model->forgetChoices();
         member.model->asNew();
     }
 }

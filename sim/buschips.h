@@ -83,7 +83,7 @@ private:
         const pca955x* driver;
     };
 
-    void add(const busDescription& bus, const chipDescription& chip, const std::filesystem::path& folder);
+    void add(const machineDescription& all, const chipDescription& chip, const std::filesystem::path& folder);
     void connectToBus(const member& added);
     void connectToHub(const member& added);
     void connectResetLines(const member& driver);

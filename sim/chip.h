@@ -1,6 +1,7 @@
 /// A chip as its data sheet sees the world: STARTs with its address, bytes, a STOP. Knows neither bus nor file.
 #pragma once
 
+#include "sim/chance.h"
 #include "sim/faultkinds.h"
 #include "sim/signals.h"
 #include "sim/statefields.h"
@@ -88,6 +89,21 @@ public:
     /// Undoes the effects of faults that have ended.
     virtual void endEffects(const faultEnded&) {}
     virtual std::vector<listedRegister> list(std::uint64_t now) = 0;
+
+    /// Where its random choices come from; before any use.
+    void chooseFrom(const chance& choices) { m_choices = choices; }
+    /// Loads the number of choices it has made, or stores it; with each exchange(). In a new machine it is 0.
+    void exchangeChoices(stateFields& fields) { fields.number(m_choicesMade); }
+    void forgetChoices() { m_choicesMade = 0; }
+
+protected:
+    /// The next random choice, as a source of its own: one choice may need several numbers. Power does not touch the
+    /// count, so no two choices of a chip are the same.
+    chance nextChoice() { return m_choices.of(m_choicesMade++); }
+
+private:
+    chance m_choices;
+    std::uint64_t m_choicesMade = 0;
 };
 
 } // namespace kest::sim

@@ -31,7 +31,7 @@ struct faultDescription {
     /// Strikes first at the n-th matching transaction from now on, counted from 1; 0: at once.
     std::uint64_t nth = 0;
     double probability = 1.0;
-    std::uint64_t seed = 1;
+    std::uint64_t seed = 0; ///< of the probability; 0: the machine's, with choices of this fault's own
     std::uint64_t count = 0; ///< how many times it strikes; 0 until cleared
     std::uint32_t value = 0; ///< hub status, XOR mask of a corrupted byte, ...
     std::uint64_t byte = 0; ///< data byte it strikes at, counted from 0 after the START

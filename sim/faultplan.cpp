@@ -5,19 +5,6 @@
 namespace kest::sim
 {
 
-namespace
-{
-// Even spread over [0, 1): Steele, Lea, Flood, "Fast splittable pseudorandom number generators".
-double spread(std::uint64_t seed, std::uint64_t index)
-{
-    std::uint64_t mixed = seed + index * 0x9E3779B97F4A7C15;
-    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
-    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
-    return static_cast<double>((mixed ^ mixed >> 31) >> 11) / 9007199254740992.0;
-}
-
-} // namespace
-
 faultPlan::faultPlan(std::vector<faultRecord>& all, std::span<const segment> segments,
                      const std::function<bool(std::uint8_t)>& isHub)
     : m_faults{all}
@@ -36,8 +23,8 @@ faultPlan::faultPlan(std::vector<faultRecord>& all, std::span<const segment> seg
 void faultPlan::count(faultRecord& record)
 {
     ++record.matched;
-    record.planned =
-        record.usable() && record.matched >= record.nth && spread(record.seed, record.matched) < record.probability;
+    record.planned = record.usable() && record.matched >= record.nth &&
+                     record.choices().fraction(record.matched) < record.probability;
 }
 
 template <typename Matches>

@@ -39,7 +39,7 @@ std::string faultTrouble(const faultDescription& what)
     return {};
 }
 
-faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number)
+faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, std::uint64_t machineSeed)
 {
     const faultKindRow& row = *findFaultKind(what.kind);
     faultRecord record;
@@ -52,7 +52,8 @@ faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number)
     record.untilReset = what.untilReset;
     record.nth = std::max<std::uint64_t>(what.nth, 1);
     record.probability = what.probability;
-    record.seed = what.seed;
+    record.ownSeed = what.seed != 0;
+    record.seed = record.ownSeed ? what.seed : machineSeed;
     record.count = what.count;
     record.byte = what.byte;
     record.value = what.value == 0 ? row.valueFor0 : what.value;
@@ -87,6 +88,7 @@ void faultRecord::exchange(stateFields& fields)
         fields.flag(*flag);
     }
     fields.numbers(nth, odds, seed, count, byte, value, matched, struck);
+    fields.flag(ownSeed);
     if (kindNumber >= faultKinds.size() || wayNumber >= ways.size()) {
         fields.check(false, "the kind of a fault");
         kindNumber = wayNumber = 0;

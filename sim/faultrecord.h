@@ -1,6 +1,7 @@
 /// Faults as a bus keeps them.
 #pragma once
 
+#include "sim/chance.h"
 #include "sim/fault.h"
 #include "sim/faultkinds.h"
 #include "sim/signals.h"
@@ -36,7 +37,8 @@ struct faultRecord {
     bool ended = false; ///< by a reset
     std::uint64_t nth = 0;
     double probability = 1.0;
-    std::uint64_t seed = 1;
+    std::uint64_t seed = chance::defaultSeed; ///< its own, or the machine's
+    bool ownSeed = false;
     std::uint64_t count = 0;
     std::uint64_t byte = 0;
     std::uint32_t value = 0;
@@ -48,13 +50,16 @@ struct faultRecord {
     /// Loads it from the state file, or stores it there.
     void exchange(stateFields& fields);
     [[nodiscard]] bool usable() const { return !ended && (count == 0 || struck < count); }
+    /// With the machine's seed, every fault has choices of its own. An event is a matching transaction.
+    [[nodiscard]] chance choices() const { return ownSeed ? chance{seed} : chance{seed}.of(number); }
     [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
 };
 
 /// A bus has room for that many faults of the machine file and as many by program, so that neither push the others out.
 constexpr std::size_t faultBytes = 80, mostFaults = 64;
 
-faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number);
+/// @param machineSeed  for a fault without a seed
+faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, std::uint64_t machineSeed);
 /// @param bus   the full name of a bus that has it
 /// @param node  that bus's node
 faultDescription describeFault(const faultRecord& record, const std::string& bus, const std::string& node);

@@ -206,7 +206,7 @@ void machineModel::takeFileFaults()
 {
     std::vector<faultRecord> records;
     for (const auto& what : m_about.faults) {
-        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber()));
+        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber(), m_about.seed));
         records.back().fromFile = true;
     }
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
@@ -311,7 +311,7 @@ std::uint32_t machineModel::addFault(const fault& what)
     if (number == 0) {
         throw std::runtime_error{"the machine is gone"};
     }
-    if (!giveFault(what, makeFaultRecord(what, number))) {
+    if (!giveFault(what, makeFaultRecord(what, number, m_about.seed))) {
         clearFault(number);
         throw std::runtime_error{"no room for more faults"};
     }

@@ -369,7 +369,7 @@ void reader::fault(const toml::table& table)
     what.way = text(table, "way", "");
     what.nth = size("nth", most, 0);
     what.probability = real(table, "probability", 0, 1, 1);
-    what.seed = size("seed", most, 1);
+    what.seed = size("seed", most, 0);
     what.count = size("count", most, 0);
     what.value = static_cast<std::uint32_t>(size("value", 0xFFFFFFFF, 0));
     what.byte = size("byte", most, 0);
@@ -419,7 +419,9 @@ void reader::checkChips() const
 
 void reader::read(const toml::table& root)
 {
-    onlyKeys(root, "a machine file", {"bus", "chip", "fault"});
+    onlyKeys(root, "a machine file", {"seed", "bus", "chip", "fault"});
+    m_machine.seed = static_cast<std::uint64_t>(
+        number(root, "seed", 0, std::numeric_limits<std::int64_t>::max(), std::int64_t{chance::defaultSeed}));
     tables(root, "bus", &reader::bus);
     if (m_machine.buses.empty()) {
         fail(root.source(), "no [[bus]]");
@@ -456,6 +458,14 @@ bool machineDescription::concerns(const faultDescription& what, std::size_t bus)
     return what.bus.empty() ? what.node.empty() || what.node == buses[bus].node : what.bus == fullName(buses[bus]);
 }
 
+chance machineDescription::choicesOf(const busDescription& bus) const { return chance{seed}.of(fullName(bus)); }
+
+chance machineDescription::choicesOf(const chipDescription& chip) const
+{
+    const std::string behind = chip.behindHub ? addressText(chip.hub) + " " + std::to_string(chip.port) + " " : "";
+    return choicesOf(buses[chip.bus]).of(behind + addressText(chip.address));
+}
+
 std::uint64_t machineDescription::layoutMark() const
 {
     std::ostringstream text;
@@ -472,6 +482,7 @@ std::uint64_t machineDescription::layoutMark() const
 std::uint64_t machineDescription::faultMark() const
 {
     std::ostringstream text;
+    text << seed << '\n';
     for (const auto& what : faults) {
         text << what.kind << ' ' << what.bus << ' ' << what.node << ' ' << +what.address << ' ' << what.way << ' '
              << what.nth << ' ' << std::bit_cast<std::uint64_t>(what.probability) << ' ' << what.seed << ' '

@@ -1,6 +1,7 @@
 /// machine.toml: the buses, chips and faults of a simulated machine.
 #pragma once
 
+#include "sim/chance.h"
 #include "sim/eeprom.h"
 #include "sim/fault.h"
 #include "sim/pca955x.h"
@@ -51,6 +52,7 @@ struct machineDescription {
     std::vector<busDescription> buses;
     std::vector<chipDescription> chips;
     std::vector<faultDescription> faults;
+    std::uint64_t seed = chance::defaultSeed; ///< of all random choices
 
     /// A number that changes with anything that the state file's layout depends on.
     [[nodiscard]] std::uint64_t layoutMark() const;
@@ -58,6 +60,9 @@ struct machineDescription {
     /// @param name  "BUS" or "NODE:BUS"
     [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
     [[nodiscard]] bool hasNode(std::string_view node) const;
+    /// Random choices of a chip, by its place alone, and of a bus.
+    [[nodiscard]] chance choicesOf(const chipDescription& chip) const;
+    [[nodiscard]] chance choicesOf(const busDescription& bus) const;
     /// Whether a fault is one of that bus's.
     [[nodiscard]] bool concerns(const faultDescription& what, std::size_t bus) const;
 };

@@ -255,6 +255,27 @@ TEST_F(Fault, SameSeedSameFaults)
     EXPECT_LT(struckTimes, 85);
 }
 
+TEST_F(Fault, WithoutASeedOfItsOwnTheMachinesSeedAndTheFaultsNumberDecide)
+{
+    const auto pattern = [this](const std::string& seed, std::uint64_t own) {
+        on.reset();
+        machine.reset();
+        std::filesystem::remove(home.path / "machine.state");
+        home.put("machine.toml", seed + "[[bus]]\nname = \"planar\"\n" + chip("PCA9552", "0xC0"));
+        open();
+        fault({.kind = "nack", .probability = 0.5, .seed = own});
+        std::string text;
+        for (const outcome end : probes(24, 0xC0)) {
+            text += end == nack ? 'x' : '.';
+        }
+        return text;
+    };
+    EXPECT_EQ("x.x.x..xxx..x..x..xx.x..", pattern("", 0));
+    EXPECT_EQ("x.x.x..xxx..x..x..xx.x..", pattern("seed = 1\n", 0));
+    EXPECT_EQ(".x..x.....xx...x....x...", pattern("seed = 5\n", 0));
+    EXPECT_EQ("x.xxxx..x.xx.x...xxxx.x.", pattern("seed = 9\n", 5));
+}
+
 TEST_F(Fault, ProbabilityEndsAreExact)
 {
     fault({.kind = "nack", .probability = 0.0});

@@ -49,6 +49,8 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
          "machine.toml:4:18: expected plain TOML, found a character beyond ASCII outside a comment"},
         {bus + "x = \"\"\"\n\"\"\"\n", "machine.toml:3:5: expected plain TOML, found a string of several lines"},
         {"[bus]\nname = \"planar\"\n", "machine.toml:1:1: key 'bus': expected tables, written [[bus]]"},
+        {"seed = -1\n" + bus, "machine.toml:1:8: key 'seed': must be from 0 to 9223372036854775807"},
+        {"seed = \"x\"\n" + bus, "machine.toml:1:8: key 'seed': expected a whole number"},
         {"bus = 3\n", "machine.toml:1:7: key 'bus': expected tables, written [[bus]]"},
         {bus + "speed = 3\n", "machine.toml:3:1: unknown key 'speed' in [[bus]]"},
         {bus + "[machine]\n", "machine.toml:3:2: unknown key 'machine' in a machine file"},

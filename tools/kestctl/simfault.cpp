@@ -126,7 +126,7 @@ void addFaultAdd(command fault, context& shared)
     add.number("--nth", what.nth, "strike first at the Nth matching transaction", 1);
     add.number("--count", what.count, "strike N times", 1);
     add.real("--probability", what.probability, "strike so often, 0 to 1", "P");
-    add.number("--seed", what.seed, "of the probability's random numbers");
+    add.number("--seed", what.seed, "of the probability's random numbers; 0: the machine's");
     add.number("--value", what.value, "see the kinds");
     add.number("--byte", what.byte, "data byte it strikes at, from 0");
     add.flag("--until-reset", what.untilReset, "ends for good with a reset of the bus or hub");
