@@ -1,6 +1,7 @@
 /// One bus of a simulated machine, as its users see it.
 #pragma once
 
+#include "sim/adapter.h"
 #include "sim/signals.h"
 
 #include <algorithm>
@@ -31,6 +32,8 @@ enum class outcome : std::uint8_t {
     sdaHeld,
     shortTransfer, ///< STOP came before the last byte
     gone, ///< the adapter is gone
+    timedOut, ///< the adapter gave it up, or hides so that nobody acknowledged
+    refused, ///< the adapter does not take it; nothing was sent
 };
 
 struct transferResult {
@@ -72,6 +75,8 @@ public:
     virtual void idle(std::uint64_t nanoseconds) = 0;
     [[nodiscard]] virtual std::uint32_t defaultSpeedKhz() const = 0;
     [[nodiscard]] virtual const std::string& name() const = 0;
+    /// The kind of adapter, which limits transfers and probes.
+    [[nodiscard]] virtual const adapterKind& adapter() const = 0;
 };
 
 } // namespace kest::sim

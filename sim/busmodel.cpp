@@ -1,7 +1,7 @@
 #include "sim/busmodel.h"
 
 #include "base/clock.h"
-#include "sim/transaction.h"
+#include "sim/controller.h"
 
 #include <algorithm>
 
@@ -42,9 +42,11 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
     if (odd != segments.end()) {
         result.end = outcome::addressNotAcknowledged;
         result.segment = static_cast<std::size_t>(odd - segments.begin());
+    } else if (!takes(adapter(), segments)) {
+        result.end = outcome::refused;
     } else if (result.end = m_shared.heldLine(); result.end == outcome::done && !segments.empty()) {
         const bool good = drive(use, speedKhz, [&](wire& lines) {
-            result = transaction{m_shared.chips(), state, lines, segments}.run();
+            result = runTransaction(adapter(), m_shared.chips(), state, lines, segments);
             return !m_shared.chips().imageLost();
         });
         result.end = good ? result.end : outcome::gone;

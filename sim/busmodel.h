@@ -27,6 +27,7 @@ public:
     void idle(std::uint64_t nanoseconds) override;
     [[nodiscard]] std::uint32_t defaultSpeedKhz() const override { return m_shared.description().speedKhz; }
     [[nodiscard]] const std::string& name() const override { return m_shared.description().name; }
+    [[nodiscard]] const adapterKind& adapter() const override { return m_shared.description().adapter; }
 
 private:
     template <typename Act>

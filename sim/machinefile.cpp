@@ -55,6 +55,8 @@ private:
     [[nodiscard]] std::size_t busOf(const toml::table& table) const;
     [[nodiscard]] std::string imageOf(const toml::table& table) const;
 
+    [[nodiscard]] adapterKind adapter(const toml::table& bus) const;
+    [[nodiscard]] smbusCalls smbus(const toml::table& adapter) const;
     void bus(const toml::table& table);
     void chip(const toml::table& table);
     void chipType(const toml::table& table, chipDescription& chip) const;
@@ -243,13 +245,60 @@ std::string reader::imageOf(const toml::table& table) const
     return image;
 }
 
+// What SMBus calls carry leaves no room for limits of plain messages.
+smbusCalls reader::smbus(const toml::table& adapter) const
+{
+    const std::string calls = text(adapter, "smbus", "");
+    if (!adapter.contains("smbus")) {
+        return smbusCalls::none;
+    }
+    if (calls != "words" && calls != "blocks") {
+        failKey(adapter, "smbus", "expected 'words' or 'blocks'");
+    }
+    for (const std::string_view key : {"message_bytes", "messages", "stop_between"}) {
+        if (adapter.contains(key)) {
+            failKey(adapter, key, "not together with 'smbus'");
+        }
+    }
+    return calls == "words" ? smbusCalls::words : smbusCalls::blocks;
+}
+
+adapterKind reader::adapter(const toml::table& bus) const
+{
+    const auto* const node = bus.get("adapter");
+    if (node == nullptr) {
+        return {};
+    }
+    if (!node->is_table()) {
+        failKey(bus, "adapter", "expected a table, written { KEY = VALUE, ... }");
+    }
+    const toml::table& table = *node->as_table();
+    onlyKeys(table, "'adapter'",
+             {"message_bytes", "messages", "smbus", "timeout_ms", "absent", "no_empty_messages", "stop_between"});
+    const auto limit = [&](std::string_view key, std::int64_t highest) {
+        return table.contains(key) ? static_cast<std::uint32_t>(number(table, key, 1, highest, std::nullopt)) : 0U;
+    };
+    const std::string absent = text(table, "absent", "nack");
+    if (absent != "nack" && absent != "timeout") {
+        failKey(table, "absent", "expected 'nack' or 'timeout'");
+    }
+    return {.messageBytes = limit("message_bytes", mostMessageBytes),
+            .messages = limit("messages", mostMessages),
+            .smbus = smbus(table),
+            .timeoutMs = limit("timeout_ms", longestAdapterTimeoutMs),
+            .absentTimesOut = absent == "timeout",
+            .noEmptyMessages = truth(table, "no_empty_messages"),
+            .stopBetween = truth(table, "stop_between")};
+}
+
 void reader::bus(const toml::table& table)
 {
-    onlyKeys(table, "[[bus]]", {"name", "node", "speed_khz"});
+    onlyKeys(table, "[[bus]]", {"name", "node", "speed_khz", "adapter"});
     busDescription bus;
     bus.name = word(table, "name", nullptr);
     bus.node = word(table, "node", "");
     bus.speedKhz = static_cast<std::uint32_t>(number(table, "speed_khz", 1, fastestKhz, 400));
+    bus.adapter = adapter(table);
     for (const auto& other : m_machine.buses) {
         if (other.name == bus.name && other.node == bus.node) {
             failKey(table, "name", "a second bus '" + bus.name + "'");

@@ -1,6 +1,7 @@
 /// machine.toml: the buses, chips and faults of a simulated machine.
 #pragma once
 
+#include "sim/adapter.h"
 #include "sim/chance.h"
 #include "sim/eeprom.h"
 #include "sim/fault.h"
@@ -28,6 +29,7 @@ struct busDescription {
     std::string name;
     std::string node;
     std::uint32_t speedKhz = 400;
+    adapterKind adapter;
 };
 
 struct chipDescription {

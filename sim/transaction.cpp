@@ -5,20 +5,15 @@
 namespace kest::sim
 {
 
-namespace
-{
-
-// Whether a segment goes on without a repeated START.
 bool joins(std::span<const segment> segments, std::size_t index)
 {
     return index != 0 && index < segments.size() && segments[index].joined &&
            segments[index].address == segments[index - 1].address && segments[index].way == segments[index - 1].way;
 }
 
-} // namespace
-
-transaction::transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments)
-    : m_chips{chips}, m_state{state}, m_lines{lines}, m_segments{segments},
+transaction::transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments,
+                         std::uint64_t deadline)
+    : m_chips{chips}, m_state{state}, m_lines{lines}, m_deadline{deadline}, m_segments{segments},
       m_faults{state.faults, segments, [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }}
 {
 }
@@ -139,8 +134,17 @@ bool transaction::moveBytes(segment& part)
         }
         ++m_result.bytesMoved;
         ++m_byteNumber;
+        if (m_lines.clock.now > m_deadline) {
+            return fail(outcome::timedOut, ending::stop);
+        }
     }
     return true;
+}
+
+// Whether the controller's time is over when the byte that comes now is.
+bool transaction::isLastInTime() const
+{
+    return m_lines.clock.now + bitsOfByte * m_lines.clock.bitLasting > m_deadline;
 }
 
 // A hub that has given status 0 is safe from faults until the end of its read.
@@ -200,7 +204,7 @@ bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
     if (changed != 0 || !isStatus) {
         byte = changed;
     }
-    m_lines.byte(byte, more);
+    m_lines.byte(byte, more && !isLastInTime());
     return true;
 }
 

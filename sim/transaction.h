@@ -15,10 +15,15 @@
 namespace kest::sim
 {
 
+/// Whether a segment goes on without a repeated START, in the message of the one before it.
+bool joins(std::span<const segment> segments, std::size_t index);
+
 class transaction
 {
 public:
-    transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments);
+    /// @param deadline  on the bus's clock: a data byte that ends later is the last one
+    transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments,
+                std::uint64_t deadline = latestTime);
     transferResult run();
 
 private:
@@ -41,10 +46,12 @@ private:
     void finish();
     [[nodiscard]] bool isGuarded(const segment& part) const;
     [[nodiscard]] busClock clockOfAcknowledge() const;
+    [[nodiscard]] bool isLastInTime() const;
 
     const busChips& m_chips;
     busState& m_state;
     wire& m_lines;
+    std::uint64_t m_deadline;
     std::span<segment> m_segments;
     faultPlan m_faults;
     transferResult m_result;

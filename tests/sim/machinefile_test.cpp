@@ -62,6 +62,18 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
          "machine.toml:2:8: key 'name': expected a name of at most 63 letters, digits, '_', '.' and '-'"},
         {bus + "speed_khz = 0\n", "machine.toml:3:13: key 'speed_khz': must be from 1 to 1000"},
         {bus + "speed_khz = 1.5\n", "machine.toml:3:13: key 'speed_khz': expected a whole number"},
+        {bus + "adapter = \"smbus\"\n",
+         "machine.toml:3:11: key 'adapter': expected a table, written { KEY = VALUE, ... }"},
+        {bus + "adapter = { messages = 0 }\n", "machine.toml:3:24: key 'messages': must be from 1 to 42"},
+        {bus + "adapter = { message_bytes = 8193 }\n",
+         "machine.toml:3:29: key 'message_bytes': must be from 1 to 8192"},
+        {bus + "adapter = { timeout_ms = 60001 }\n", "machine.toml:3:26: key 'timeout_ms': must be from 1 to 60000"},
+        {bus + "adapter = { smbus = \"bytes\" }\n", "machine.toml:3:21: key 'smbus': expected 'words' or 'blocks'"},
+        {bus + "adapter = { smbus = \"words\", messages = 2 }\n",
+         "machine.toml:3:41: key 'messages': not together with 'smbus'"},
+        {bus + "adapter = { absent = \"silence\" }\n", "machine.toml:3:22: key 'absent': expected 'nack' or 'timeout'"},
+        {bus + "adapter = { stop_between = 1 }\n", "machine.toml:3:28: key 'stop_between': expected true or false"},
+        {bus + "adapter = { bytes = 3 }\n", "machine.toml:3:13: unknown key 'bytes' in 'adapter'"},
         {bus + bus, "machine.toml:4:8: key 'name': a second bus 'planar'"},
         {bus + "[[chip]]\ntype = \"24C02\"\n", "machine.toml:3:1: key 'image': missing"},
         {bus + "[[chip]]\nbus = \"planar\"\n", "machine.toml:3:1: key 'type': missing"},
@@ -129,6 +141,22 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
 TEST(MachineFile, CommentsMayHaveAnyLetters)
 {
     EXPECT_EQ("", troubleOf("# K\xC3\xA4se [[ \"\"\"\n" + bus + "speed_khz = 100 # \xE2\x82\xAC\n"));
+}
+
+TEST(MachineFile, TakesTheLimitsOfAnAdapter)
+{
+    const std::string limits = "adapter = { message_bytes = 32, messages = 2, timeout_ms = 25, absent = \"timeout\", "
+                               "no_empty_messages = true, stop_between = true }\n";
+    EXPECT_EQ((adapterKind{.messageBytes = 32,
+                           .messages = 2,
+                           .timeoutMs = 25,
+                           .absentTimesOut = true,
+                           .noEmptyMessages = true,
+                           .stopBetween = true}),
+              parseMachine(bus + limits, "machine.toml").buses.front().adapter);
+    EXPECT_EQ((adapterKind{.smbus = smbusCalls::blocks}),
+              parseMachine(bus + "[bus.adapter]\nsmbus = \"blocks\"\n", "machine.toml").buses.front().adapter);
+    EXPECT_EQ(adapterKind{}, parseMachine(bus, "machine.toml").buses.front().adapter);
 }
 
 TEST(MachineFile, SameAddressOnAnotherBusPortOrHubIsFine)

@@ -34,6 +34,8 @@ constexpr std::array ends{
     endRow{.simulated = sim::outcome::sdaHeld, .end = outcome::sdaHeld},
     endRow{.simulated = sim::outcome::shortTransfer, .end = outcome::shortTransfer},
     endRow{.simulated = sim::outcome::gone, .end = outcome::gone},
+    endRow{.simulated = sim::outcome::timedOut, .end = outcome::timedOut},
+    endRow{.simulated = sim::outcome::refused, .end = outcome::tooLong},
 };
 
 outcome endOf(sim::outcome simulated)

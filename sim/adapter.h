@@ -1,0 +1,42 @@
+/// What the controller of a bus and its driver take, and how they report what went wrong. It limits transactions; the
+/// bus itself is the same behind every one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kest::sim
+{
+
+/// The bytes that the longest SMBus calls carry behind their command.
+enum class smbusCalls : std::uint8_t {
+    none, ///< no such limit: it takes plain messages
+    words, ///< 2
+    blocks, ///< 32, without a count on the wire
+};
+
+constexpr std::size_t smbusWordBytes = 2, smbusBlockBytes = 32;
+
+/// Highest values of a machine file.
+constexpr std::size_t mostMessageBytes = 8192, mostMessages = 42;
+constexpr std::uint32_t longestAdapterTimeoutMs = 60'000;
+
+/// One that takes everything, unless a field says otherwise.
+struct adapterKind {
+    std::size_t messageBytes = 0; ///< of the longest message; 0: any
+    std::size_t messages = 0; ///< of one transaction; 0: any
+    smbusCalls smbus = smbusCalls::none;
+    std::uint32_t timeoutMs = 0; ///< it ends a transaction that takes longer; 0: never
+    bool absentTimesOut = false; ///< it reports a time-out where nobody acknowledges an address
+    bool noEmptyMessages = false; ///< it sends no address without data
+    bool stopBetween = false; ///< it sends a STOP and a START where a repeated START belongs
+
+    bool operator==(const adapterKind&) const = default;
+};
+
+/// What an adapter lacks, one short text each, for people. Empty: nothing.
+std::vector<std::string> adapterLimits(const adapterKind& kind);
+
+} // namespace kest::sim
