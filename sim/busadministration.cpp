@@ -50,7 +50,7 @@ void busAdministration::powerCycle()
     for (auto& record : state.faults) {
         record.ended = record.ended || record.untilReset;
     }
-    m_shared.chips().driveResetLines(state.faults);
+    m_shared.chips().driveResetLines(state.faults, state.now);
     m_shared.letLinesGo();
     withFreedLines([&use](waveText* wave) { use.commit(wave); });
 }
@@ -59,7 +59,7 @@ void busAdministration::makeNew()
 {
     m_shared.state() = busState{};
     m_shared.chips().asNew();
-    m_shared.chips().driveResetLines(m_shared.state().faults);
+    m_shared.chips().driveResetLines(m_shared.state().faults, m_shared.state().now);
     m_shared.store();
 }
 

@@ -104,22 +104,26 @@ void busChips::connectResetLines(const member& driver)
 {
     for (const auto& row : resetDrivers) {
         if (row.driver == driver.about->address && findHub(row.hub) != nullptr) {
-            m_resetLines.push_back({row.hub, findHub(row.hub), static_cast<const pca955x*>(driver.model.get())});
+            m_resetLines.push_back({row.hub, findHub(row.hub), static_cast<pca955x*>(driver.model.get())});
         }
     }
 }
 
-void busChips::driveResetLines(std::vector<faultRecord>& faults) const
+// A line that blinks may have been low and high again with nobody looking: then the hub has been through a reset.
+void busChips::driveResetLines(std::vector<faultRecord>& faults, std::uint64_t now) const
 {
     for (const auto& line : m_resetLines) {
-        const bool low = line.driver->isPulledLow(resetPin);
-        if (low == line.hub->inReset()) {
-            continue;
-        }
-        if (low) {
+        if (!line.hub->inReset() && line.driver->hasBeenLow(resetPin, now)) {
             endHubFaults(faults, line.hubAddress, true);
+            line.hub->resetLine(true);
         }
-        line.hub->resetLine(low);
+        if (line.hub->inReset() && !line.driver->isLow(resetPin, now)) {
+            line.hub->resetLine(false);
+        }
+    }
+    // two hubs may have one driver
+    for (const auto& line : m_resetLines) {
+        line.driver->watched(now);
     }
 }
 

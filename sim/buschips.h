@@ -37,8 +37,10 @@ public:
     [[nodiscard]] chip* find(std::uint8_t address) const { return m_at[address >> 1]; }
     [[nodiscard]] hub922* findHub(std::uint8_t address) const { return m_hubAt[address >> 1]; }
 
-    /// Brings hubs into reset or out of it, as their lines are. Ends the faults that last until then.
-    void driveResetLines(std::vector<faultRecord>& faults) const;
+    /// Brings hubs into reset or out of it, as their lines are and have been since the last call. Ends the faults that
+    /// last until then.
+    /// @param now  bus time, ns
+    void driveResetLines(std::vector<faultRecord>& faults, std::uint64_t now) const;
 
     /// Bytes of the state file that they have together.
     [[nodiscard]] std::size_t stateBytes() const { return m_members.size() * chipStateBytes; }
@@ -80,7 +82,7 @@ private:
     struct resetLine {
         std::uint8_t hubAddress;
         hub922* hub;
-        const pca955x* driver;
+        pca955x* driver;
     };
 
     void add(const machineDescription& all, const chipDescription& chip, const std::filesystem::path& folder);

@@ -1,5 +1,7 @@
 #include "sim/pca955x.h"
 
+#include "base/clock.h"
+
 namespace kest::sim
 {
 
@@ -8,6 +10,8 @@ namespace
 constexpr std::uint8_t autoIncrement = 0x10;
 // what a register number without a register reads as
 constexpr std::uint8_t noRegister = 0xFF;
+// steps of a blink period
+constexpr std::uint64_t blinkSteps = 256;
 } // namespace
 
 bool pca955x::start(direction, busClock&, chipFaults&)
@@ -88,22 +92,43 @@ pca955x::selector pca955x::selectorOf(unsigned pin) const
     return static_cast<selector>(m_registers[m_type.prescaler0 + 4U + pin / 4] >> 2 * (pin % 4) & 3);
 }
 
-// A period of (prescaler + 1) / clock seconds, low for duty / 256 of it, counted from bus time 0.
-bool pca955x::blinkLow(unsigned which, std::uint64_t now) const
+// (prescaler + 1) / clock seconds
+std::uint64_t pca955x::blinkPeriodNs(unsigned which) const
 {
-    const std::uint64_t periodNs =
-        (m_registers[m_type.prescaler0 + 2 * which] + std::uint64_t{1}) * 1'000'000'000 / m_type.blinkClockHz;
-    const std::uint64_t duty = m_registers[m_type.prescaler0 + 2 * which + 1];
-    return now % periodNs * 256 / periodNs < duty;
+    return (m_registers[m_type.prescaler0 + 2 * which] + std::uint64_t{1}) * nsPerSecond / m_type.blinkClockHz;
 }
 
-// A blinking output counts as low at any duty cycle: it is low for a part of each period.
+// Low for (256 - PWM) / 256 of each period: PWM 0 is low all the time, and no PWM is high all the time. The chip's
+// oscillator runs freely; here the periods count from bus time 0, each with its low part first.
+bool pca955x::blinkLow(unsigned which, std::uint64_t now) const
+{
+    const std::uint64_t periodNs = blinkPeriodNs(which);
+    const std::uint64_t pwm = m_registers[m_type.prescaler0 + 2 * which + 1];
+    return now % periodNs * blinkSteps / periodNs < blinkSteps - pwm;
+}
+
+bool pca955x::hasBeenLow(unsigned pin, std::uint64_t now) const
+{
+    if (!isPulledLow(pin)) {
+        return false;
+    }
+    if (isLow(pin, now) || isLow(pin, m_watchedAt)) {
+        return true;
+    }
+    // it blinks: a period that has begun since then began low
+    const std::uint64_t periodNs = blinkPeriodNs(selectorOf(pin) - blink0);
+    return now / periodNs != m_watchedAt / periodNs;
+}
+
+// Blinking pulls low, too: at any PWM it is low for a part of each period.
 bool pca955x::isPulledLow(unsigned pin) const { return (m_outside >> pin & 1) == 0 || selectorOf(pin) != released; }
 
 void pca955x::exchange(stateFields& fields)
 {
     fields.number(m_pointer);
     fields.bytes(m_registers);
+    fields.number(m_watchedAt);
+    fields.check(m_watchedAt <= fields.busTime(), "the time at which a pin was seen");
     for (unsigned number = 0; number < m_registers.size(); ++number) {
         fields.check((number >= portCount() && number < m_type.registers) || m_registers[number] == 0,
                      "a register that a PCA955x does not have");
@@ -114,6 +139,7 @@ void pca955x::powerUp()
 {
     deselect();
     m_pointer = 0;
+    m_watchedAt = 0;
     m_registers.fill(0);
     const auto set = [this](unsigned first, unsigned count, std::uint8_t byte) {
         std::fill_n(m_registers.begin() + first, count, byte);

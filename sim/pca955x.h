@@ -91,6 +91,13 @@ public:
 
     /// Whether a LED driver's pin is pulled low, by its output all the time or blinking, or from outside.
     [[nodiscard]] bool isPulledLow(unsigned pin) const;
+    /// Whether a pin is low at a bus time, ns.
+    [[nodiscard]] bool isLow(unsigned pin, std::uint64_t now) const { return !level(pin, now); }
+    /// Whether a LED driver's pin is low at a bus time, or was since watched(): a part of a blink period that passed
+    /// with the bus idle is not lost.
+    [[nodiscard]] bool hasBeenLow(unsigned pin, std::uint64_t now) const;
+    /// Whoever watches a pin has seen it up to that bus time.
+    void watched(std::uint64_t now) { m_watchedAt = now; }
 
 private:
     enum selector : std::uint8_t {
@@ -104,6 +111,7 @@ private:
     [[nodiscard]] bool expanderOutput(unsigned pin) const;
     [[nodiscard]] bool level(unsigned pin, std::uint64_t now) const;
     [[nodiscard]] std::uint8_t inputs(unsigned port, std::uint64_t now) const;
+    [[nodiscard]] std::uint64_t blinkPeriodNs(unsigned which) const;
     [[nodiscard]] bool blinkLow(unsigned which, std::uint64_t now) const;
     [[nodiscard]] std::uint8_t value(unsigned registerNumber, std::uint64_t now) const;
     [[nodiscard]] unsigned current() const { return m_pointer & m_type.pointerMask; }
@@ -115,6 +123,7 @@ private:
     const std::uint16_t m_outside;
     std::uint8_t m_pointer = 0; ///< command byte as it stands
     std::array<std::uint8_t, 16> m_registers{}; ///< input registers are not kept: they are what the pins are
+    std::uint64_t m_watchedAt = 0; ///< bus time, ns
     bool m_commandNext = true; ///< the next byte of a write is the command byte
 };
 

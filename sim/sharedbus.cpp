@@ -29,7 +29,7 @@ bool sharedBus::load()
         return false;
     }
     // the machine file may pull other lines low by now
-    m_chips.driveResetLines(m_state.faults);
+    m_chips.driveResetLines(m_state.faults, m_state.now);
     return writePage();
 }
 
@@ -124,6 +124,7 @@ void busUse::catchUp()
     m_startedAt = m_bus.clock()->nowNs();
     if (state.clockStamp != 0 && m_startedAt > state.clockStamp) {
         state.now = std::min(state.now + std::min(m_startedAt - state.clockStamp, latestTime), latestTime);
+        m_bus.chips().driveResetLines(state.faults, state.now);
     }
     m_timeAtStart = state.now;
 }

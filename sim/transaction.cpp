@@ -186,7 +186,7 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
     busClock answering = clockOfAcknowledge();
     const bool acknowledged = !refused && m_selected->take(sent, answering);
     m_lines.byte(sent, acknowledged);
-    m_chips.driveResetLines(m_state.faults);
+    m_chips.driveResetLines(m_state.faults, m_state.now);
     return acknowledged || fail(outcome::dataNotAcknowledged, ending::dropped);
 }
 
@@ -236,7 +236,7 @@ void transaction::finish()
     if (m_result.end == outcome::done) {
         m_result.segment = m_result.bytesMoved = 0;
     }
-    m_chips.driveResetLines(m_state.faults);
+    m_chips.driveResetLines(m_state.faults, m_state.now);
 }
 
 } // namespace kest::sim

@@ -499,7 +499,8 @@ TEST_F(Hub, BlinkingLowHoldsItInReset)
     EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
 }
 
-TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
+// Each period begins with the pin low.
+TEST_F(Hub, BlinkingHoldsItInResetAsAPeriodBeginsAtEveryDutyCycle)
 {
     // pin 15: blink 0
     on->write(0xC0, {0x09, 0x95});
@@ -509,6 +510,47 @@ TEST_F(Hub, BlinkingHoldsItInResetAtEveryDutyCycle)
     }
     resetLine(false);
     EXPECT_EQ(15, status());
+}
+
+TEST_F(Hub, BlinkingWithPwm0HoldsItInResetAllTheTime)
+{
+    // PSC 43: 1 s; pin 15: blink 0
+    on->write(0xC0, {0x12, 43, 0, 0, 0, 0x55, 0x55, 0x55, 0x95});
+    for (int tenth = 0; tenth < 10; ++tenth) {
+        EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80)) << tenth;
+        on->idleMs(100);
+    }
+    EXPECT_EQ("held in reset", meaning("planar 0x80 HUB922", "reset"));
+}
+
+TEST_F(Hub, EachLowPartOfABlinkPeriodResetsIt)
+{
+    // 1 s, low for the first quarter; pin 15: blink 0
+    on->write(0xC0, {0x12, 43, 0xC0, 0, 0, 0x55, 0x55, 0x55, 0x95});
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
+    on->idleMs(300);
+    EXPECT_EQ(15, status());
+    EXPECT_EQ(0, status());
+    on->idleMs(600);
+    EXPECT_EQ(0, status());
+    on->idleMs(150);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
+    on->idleMs(250);
+    EXPECT_EQ(15, status());
+}
+
+TEST_F(Hub, ALowPartThatPassesWhileTheBusIsIdleResetsItToo)
+{
+    power(chip("HUB922", "0x80") + chip("HUB922", "0x88") + chip("PCA9552", "0xC0"));
+    on->write(0xC0, {0x12, 43, 0xC0, 0, 0, 0x55, 0x55, 0x55, 0x95});
+    on->idleMs(300);
+    EXPECT_EQ((Bytes{15}), on->read(0x80, 1).data);
+    EXPECT_EQ((Bytes{15}), on->read(0x88, 1).data);
+    on->idleMs(1000);
+    EXPECT_EQ((Bytes{15}), on->read(0x80, 1).data);
+    EXPECT_EQ((Bytes{15}), on->read(0x88, 1).data);
+    on->idleMs(100);
+    EXPECT_EQ((Bytes{0}), on->read(0x80, 1).data);
 }
 
 TEST_F(Hub, Pin15PulledLowFromOutsideHoldsItInReset)

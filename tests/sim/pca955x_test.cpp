@@ -80,9 +80,46 @@ TEST_F(LedDriver, BlinkingOutputsChangeWithBusTime)
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFF});
     on->idleMs(500);
     EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFE});
-    // duty cycle 0: always off
-    on->write(0xC0, {0x03, 0});
-    EXPECT_EQ(on->readAt(0xC0, {0x00}, 1).data, Bytes{0xFF});
+}
+
+// PSC 43: periods of 1 s that count from bus time 0. Low for (256 - PWM) / 256 of each.
+TEST_F(LedDriver, OnePeriodIsLowForWhatPwmLeaves)
+{
+    struct duty {
+        std::uint8_t pwm;
+        std::uint64_t lowMs; ///< of 1000
+    };
+    for (const duty& each : {duty{0x40, 750}, duty{0x80, 500}, duty{0xC0, 250}}) {
+        // a new machine, whose bus time is 0
+        on.reset();
+        machine.reset();
+        std::filesystem::remove(home.path / "machine.state");
+        power(chip("PCA9552", "0xC0"));
+        // pin 3: blink 1
+        on->write(0xC0, {0x14, 43, each.pwm, 0xD5});
+        on->idleMs(each.lowMs - 5);
+        EXPECT_EQ((Bytes{0xF7}), on->readAt(0xC0, {0x00}, 1).data) << +each.pwm;
+        on->idleMs(10);
+        EXPECT_EQ((Bytes{0xFF}), on->readAt(0xC0, {0x00}, 1).data) << +each.pwm;
+        on->idleMs(990 - each.lowMs);
+        EXPECT_EQ((Bytes{0xFF}), on->readAt(0xC0, {0x00}, 1).data) << +each.pwm;
+        on->idleMs(10);
+        EXPECT_EQ((Bytes{0xF7}), on->readAt(0xC0, {0x00}, 1).data) << +each.pwm;
+    }
+}
+
+TEST_F(LedDriver, Pwm0IsLowAllTheTimeAndPwm255AlmostNever)
+{
+    power(chip("PCA9551", "0xC4"));
+    // PSC 37 on a PCA9551: 38 / 38 s; pin 0 blinks with PWM 0, pin 1 with PWM 255
+    on->write(0xC4, {0x11, 37, 0, 37, 0xFF, 0x5E});
+    for (int tenth = 0; tenth < 10; ++tenth) {
+        // out of the first 1/256 s of each period
+        on->idleMs(tenth == 0 ? 10 : 100);
+        EXPECT_EQ((Bytes{0xFE}), on->readAt(0xC4, {0x00}, 1).data) << tenth;
+    }
+    on->idleMs(91);
+    EXPECT_EQ((Bytes{0xFC}), on->readAt(0xC4, {0x00}, 1).data);
 }
 
 TEST_F(LedDriver, NumbersWithoutARegisterReadFf)

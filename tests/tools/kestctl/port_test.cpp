@@ -47,6 +47,18 @@ TEST_F(KestctlPort, BlinkingShowsInTheMachine)
     EXPECT_THAT(shown, HasSubstr("LS0       0x59  pin 0 off, 1 blink0, 2 off, 3 off\n"));
 }
 
+TEST_F(KestctlPort, BlinkingWithDuty0IsLowAndHoldsHubsInReset)
+{
+    says({"port", "config", "fan-leds", "duty1", "0"});
+    says({"port", "write", "fan-leds", "blink1", "--pins", "2"});
+    EXPECT_EQ("fan-leds: 0xFB\n", says({"port", "read", "fan-leds"}).substr(0, 15));
+    EXPECT_EQ(0, kestctl({"detect", "riser-vpd"}).exit);
+    says({"port", "config", "panel-leds", "duty0", "0"});
+    says({"port", "write", "panel-leds", "blink0", "--pins", "15", "--yes"});
+    EXPECT_THAT(says({"sim", "show"}), HasSubstr("reset     0x01  held in reset\n"));
+    EXPECT_EQ(4, kestctl({"detect", "riser-vpd"}).exit);
+}
+
 TEST_F(KestctlPort, ExpanderPinsBecomeOutputsAndShowTheirLevel)
 {
     EXPECT_EQ("card-presence: 0xFFF5\n", says({"port", "read", "card-presence"}).substr(0, 22));
