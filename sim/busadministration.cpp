@@ -52,6 +52,7 @@ void busAdministration::powerCycle()
     }
     m_shared.chips().driveResetLines(state.faults, state.now);
     m_shared.letLinesGo();
+    state.driven.letGo();
     withFreedLines([&use](waveText* wave) { use.commit(wave); });
 }
 

@@ -193,32 +193,6 @@ bool busChips::imageLost() const
     return std::ranges::any_of(m_members, [](const member& each) { return each.cells && each.cells->isLost(); });
 }
 
-template <typename Act>
-void busChips::forEachOnBus(Act act)
-{
-    for (auto& member : m_members) {
-        if (!member.about->behindHub) {
-            act(*member.model);
-        }
-    }
-}
-
-bool busChips::holdSda() const
-{
-    return std::ranges::any_of(m_members,
-                               [](const member& each) { return !each.about->behindHub && each.model->holdsSda(); });
-}
-
-void busChips::clockPulse()
-{
-    forEachOnBus([](chip& model) { model.clockPulse(); });
-}
-
-void busChips::deselect()
-{
-    forEachOnBus([](chip& model) { model.deselect(); });
-}
-
 void busChips::powerUp()
 {
     for (auto& member : m_members) {

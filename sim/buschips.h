@@ -60,13 +60,6 @@ public:
     /// Whether an image could not be read since load().
     [[nodiscard]] bool imageLost() const;
 
-    /// Whether a chip on the bus itself holds SDA.
-    [[nodiscard]] bool holdSda() const;
-    /// One clock pulse for the chips on the bus itself.
-    void clockPulse();
-    /// The end of a reset for the chips on the bus itself.
-    void deselect();
-
     void powerUp();
     void asNew();
     void endEffects(const faultEnded& ended);
@@ -89,8 +82,6 @@ private:
     void connectToBus(const member& added);
     void connectToHub(const member& added);
     void connectResetLines(const member& driver);
-    template <typename Act>
-    void forEachOnBus(Act act);
 
     std::vector<member> m_members;
     std::array<chip*, 128> m_at{};

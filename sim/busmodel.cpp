@@ -87,7 +87,7 @@ outcome busModel::recover(Act act)
 void busModel::pulse(wire& lines, unsigned count)
 {
     for (unsigned i = 0; i < count; ++i) {
-        m_shared.chips().clockPulse();
+        m_shared.state().driven.clockPulse();
         lines.pulse(m_shared.heldLine() != outcome::sdaHeld);
     }
 }
@@ -111,7 +111,7 @@ outcome busModel::reset()
 void busModel::endReset()
 {
     busState& state = m_shared.state();
-    m_shared.chips().deselect();
+    state.driven.letGo();
     if (state.resetsToGo != 0) {
         --state.resetsToGo;
     }

@@ -14,6 +14,7 @@ void busState::exchange(stateFields& fields)
     fields.flag(sdaHeld);
     fields.flag(sclHeld);
     fields.numbers(heldBy, resetsToGo);
+    driven.exchange(fields);
     fields.flag(recording);
     fields.numbers(waveOrigin, waveBytes);
     fields.flag(waveAt.scl);

@@ -1,6 +1,7 @@
 /// What a bus keeps in the state file besides its chips' registers.
 #pragma once
 
+#include "sim/cutread.h"
 #include "sim/faultrecord.h"
 #include "sim/pagewrite.h"
 #include "sim/statefields.h"
@@ -20,6 +21,7 @@ struct busState {
     bool sdaHeld = false, sclHeld = false;
     std::uint32_t heldBy = 0; ///< number of the fault that holds them
     std::uint32_t resetsToGo = 0; ///< resets that the hold outlasts
+    cutRead driven; ///< by a chip whose read was cut off
     bool recording = false;
     std::uint64_t waveOrigin = 0; ///< bus time of the waveform's tick 0
     std::uint64_t waveBytes = 0; ///< length of the waveform file

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/chance.h"
+#include "sim/cutread.h"
 #include "sim/faultkinds.h"
 #include "sim/signals.h"
 #include "sim/statefields.h"
@@ -73,11 +74,10 @@ public:
     virtual void stop(busClock& clock, chipFaults& faults) = 0;
     /// Forgets what it has taken: the transaction goes on elsewhere, or ended in the middle of a byte.
     virtual void deselect() = 0;
-    /// The controller went away in the middle of the read of a byte, without a STOP.
+    /// The controller went away in the middle of the byte that give() gave last. The bus drives the rest of it.
     virtual void cut() { deselect(); }
-    /// One clock pulse with SDA released, outside a transaction.
-    virtual void clockPulse() {}
-    [[nodiscard]] virtual bool holdsSda() const { return false; }
+    /// What it goes on driving after a read whose last byte the controller did not acknowledge. Asked before the STOP.
+    [[nodiscard]] virtual cutRead drivesOn() const { return {}; }
     /// Whether no fault may strike now: between a status byte of 0 and the last data byte of a hub's read.
     [[nodiscard]] virtual bool guarded() const { return false; }
 

@@ -88,29 +88,14 @@ void eeprom::deselect()
 {
     m_latched.reset();
     m_offsetBytesSeen = 0;
-    m_cutBit = notCut;
 }
 
-// The controller left after the fourth bit of the byte at the counter.
+// The byte was not sent to its end, so it does not count.
 void eeprom::cut()
 {
     deselect();
-    if (m_settings.holdSdaAfterCut) {
-        m_cutBit = 4;
-    }
+    m_counter = wrap(m_counter - 1);
 }
-
-void eeprom::clockPulse()
-{
-    if (m_cutBit == acknowledgeSlot) {
-        m_counter = wrap(m_counter + 1);
-        m_cutBit = 0;
-    } else if (m_cutBit != notCut) {
-        ++m_cutBit;
-    }
-}
-
-bool eeprom::holdsSda() const { return m_cutBit < acknowledgeSlot && (cell(m_counter) >> (7 - m_cutBit) & 1) == 0; }
 
 std::uint8_t eeprom::cell(std::uint32_t offset) const
 {
@@ -121,11 +106,10 @@ std::uint8_t eeprom::cell(std::uint32_t offset) const
 
 void eeprom::exchange(stateFields& fields)
 {
-    fields.numbers(m_counter, m_writeDoneAt, m_stuckBy, m_cutBit);
+    fields.numbers(m_counter, m_writeDoneAt, m_stuckBy);
     fields.check(m_counter < m_type.sizeBytes, "an EEPROM's address counter");
     fields.check(m_stuckBy != 0 ? m_writeDoneAt == never : m_writeDoneAt <= fields.busTime() + longestWaitNs,
                  "the end of a write cycle");
-    fields.check(m_cutBit <= acknowledgeSlot || m_cutBit == notCut, "an EEPROM's bit");
 }
 
 void eeprom::powerUp()

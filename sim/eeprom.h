@@ -44,7 +44,7 @@ enum class protection : std::uint8_t {
 struct eepromSettings {
     std::uint64_t writeCycleNs = 3'500'000;
     protection protect = protection::none;
-    /// A read that is cut off in the middle of a byte leaves SDA as the bit is, even past nine clocks.
+    /// Without effect: every read that is cut off leaves SDA as the next bit is.
     bool holdSdaAfterCut = false;
 };
 
@@ -62,8 +62,6 @@ public:
     void stop(busClock& clock, chipFaults& faults) override;
     void deselect() override;
     void cut() override;
-    void clockPulse() override;
-    [[nodiscard]] bool holdsSda() const override;
     void exchange(stateFields& fields) override;
     void powerUp() override;
     void endEffects(const faultEnded& ended) override;
@@ -83,13 +81,10 @@ private:
     std::uint32_t m_counter = 0; ///< address counter: where the next byte is read or latched
     std::uint64_t m_writeDoneAt = 0;
     std::uint32_t m_stuckBy = 0; ///< number of the fault that keeps the write cycle from ending, 0 none
-    std::uint8_t m_cutBit = notCut;
     std::uint32_t m_offsetBytesSeen = 0; ///< of the write under way
 
     std::array<std::uint8_t, longestPage> m_latch{};
     std::bitset<longestPage> m_latched;
-
-    static constexpr std::uint8_t notCut = 0xFF, acknowledgeSlot = 8;
 };
 
 } // namespace kest::sim

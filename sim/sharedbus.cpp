@@ -95,7 +95,7 @@ outcome sharedBus::heldLine() const
     if (m_state.sclHeld) {
         return outcome::sclHeld;
     }
-    return m_state.sdaHeld || m_chips.holdSda() ? outcome::sdaHeld : outcome::done;
+    return m_state.sdaHeld || m_state.driven.holdsSda() ? outcome::sdaHeld : outcome::done;
 }
 
 void sharedBus::letLinesGo()

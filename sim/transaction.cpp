@@ -5,6 +5,12 @@
 namespace kest::sim
 {
 
+namespace
+{
+// where a short transfer ends
+constexpr unsigned bitsOfCutByte = 4;
+} // namespace
+
 bool joins(std::span<const segment> segments, std::size_t index)
 {
     return index != 0 && index < segments.size() && segments[index].joined &&
@@ -25,6 +31,8 @@ transferResult transaction::run()
         m_result.end = outcome::gone;
         return m_result;
     }
+    // a chip whose read was cut off sees the START
+    m_state.driven.letGo();
     for (std::size_t i = 0; i < m_segments.size(); ++i) {
         if (!runSegment(i)) {
             break;
@@ -170,9 +178,20 @@ bool transaction::isStruckAtByte(const segment& part, std::uint8_t byte)
     if (m_faults.strikes(faultKind::shortTransfer, part, m_byteNumber) == nullptr) {
         return false;
     }
-    m_lines.cutByte(byte, 4);
-    fail(outcome::shortTransfer, part.way == direction::read ? ending::cut : ending::dropped);
+    cutShort(part, byte);
     return true;
+}
+
+// The controller goes away in the middle of a byte.
+void transaction::cutShort(const segment& part, std::uint8_t byte)
+{
+    if (part.way == direction::read) {
+        byte = m_selected->give(m_lines.clock, m_faults);
+        m_selected->cut();
+        m_state.driven = {byte, bitsOfCutByte};
+    }
+    m_lines.cutByte(byte, bitsOfCutByte);
+    fail(outcome::shortTransfer, ending::dropped);
 }
 
 bool transaction::sendByte(const segment& part, std::uint8_t byte)
@@ -219,15 +238,15 @@ bool transaction::fail(outcome how, ending with)
 void transaction::finish()
 {
     const bool drop = m_end != ending::stop;
-    if (m_end == ending::cut && m_selected != nullptr) {
-        m_selected->cut();
-        m_end = m_selected->holdsSda() ? ending::held : ending::stop;
-    } else if (drop && m_selected != nullptr) {
+    if (drop && m_selected != nullptr) {
         m_selected->deselect();
+    } else if (m_selected != nullptr && !m_segments.empty() && m_segments.back().way == direction::read) {
+        m_state.driven = m_selected->drivesOn();
     }
-    if (m_end == ending::held) {
+    if (m_end == ending::held || m_state.driven.holdsSda()) {
         m_lines.leave(!m_state.sclHeld, m_state.sclHeld);
     } else {
+        m_state.driven.letGo();
         m_lines.stop();
         if (!drop && m_selected != nullptr) {
             m_selected->stop(m_lines.clock, m_faults);

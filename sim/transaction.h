@@ -30,7 +30,6 @@ private:
     enum class ending : std::uint8_t {
         stop, ///< with a STOP that all see
         dropped, ///< a STOP after which nothing of the latest write counts
-        cut, ///< nothing more from this controller
         held ///< lines held
     };
     bool runSegment(std::size_t index);
@@ -42,6 +41,7 @@ private:
     bool readByte(const segment& part, std::uint8_t& byte, bool more);
     [[nodiscard]] bool isStruckAtByte(const segment& part, std::uint8_t byte);
     [[nodiscard]] bool isHeldAt(const segment& part, std::uint64_t byte);
+    void cutShort(const segment& part, std::uint8_t byte);
     bool fail(outcome how, ending with);
     void finish();
     [[nodiscard]] bool isGuarded(const segment& part) const;

@@ -209,15 +209,55 @@ TEST_F(Eeprom, NakProtectionRefusesDataBytes)
     EXPECT_EQ(home.content("a.bin"), Bytes(32768, 0xFF));
 }
 
-TEST_F(Eeprom, ReadCutOffMayHoldSdaPastNineClocksButNotPastAStop)
+TEST_F(Eeprom, ReadCutOffHoldsSdaUntilTheAcknowledgeSlotOfTheByte)
 {
-    power24c("24C02", "hold_sda_after_cut = true");
-    on->store(0xA0, {0x00, 0x00, 0x00, 0x00, 0x00});
+    power24c("24C02");
+    // the fifth bit of 0x77 is the first that is 0 after the cut
+    on->store(0xA0, {0x00, 0x00, 0x77, 0x00});
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0}, 3).end);
     EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
     EXPECT_EQ(outcome::sdaHeld, on->probe(0xA0));
-    EXPECT_EQ(outcome::sdaHeld, on->planar->clocks(9));
+    // its last three bits are high
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+    EXPECT_EQ(outcome::done, on->planar->clocks(3));
+    // the next byte is 0, but nobody drives it
+    EXPECT_EQ(outcome::done, on->planar->clocks(9));
+    EXPECT_EQ(on->readAt(0xA0, {0}, 2).data, (Bytes{0, 0x77}));
+}
+
+TEST_F(Eeprom, NineClocksFreeAReadThatWasCutOffEvenAmongZeros)
+{
+    power24c("24C02");
+    on->store(0xA0, Bytes(9, 0x00));
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->clocks(3));
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+    EXPECT_EQ(outcome::done, on->planar->clocks(5));
+    EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0});
+}
+
+TEST_F(Eeprom, StartFreesAReadThatWasCutOffAtAHighBit)
+{
+    power24c("24C02");
+    // after the cut: low, high, low, low
+    on->store(0xA0, {0x00, 0x00, 0x04});
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+}
+
+TEST_F(Eeprom, ResetFreesAReadThatWasCutOff)
+{
+    power24c("24C02", "hold_sda_after_cut = false");
+    on->store(0xA0, Bytes(9, 0x00));
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
     EXPECT_EQ(outcome::done, on->planar->reset());
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0});
 }
@@ -227,21 +267,31 @@ TEST_F(Eeprom, ReadCutOffAtAHighBitLeavesTheBusFree)
     // erased: every bit high
     power24c("24C02", "hold_sda_after_cut = true");
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
-    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0}, 3).end);
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0x40}, 3).end);
     EXPECT_EQ(outcome::done, on->planar->lines());
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0xFF});
 }
 
-TEST_F(Eeprom, NineClocksFreeWhenTheBitAfterThemIsHigh)
+TEST_F(Eeprom, ByteThatWasCutOffDoesNotCount)
 {
-    power24c("24C02", "hold_sda_after_cut = true");
-    on->store(0xA0, {0x00, 0x00, 0x00, 0xFF});
+    power24c("24C02");
+    on->store(0xA0, {0x10, 0xF0, 0xFA, 0xFB});
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0x10}, 3).end);
+    EXPECT_EQ(on->read(0xA0, 2).data, (Bytes{0xFA, 0xFB}));
+}
+
+TEST_F(Eeprom, HeldSdaOutlivesTheProcess)
+{
+    power24c("24C02");
+    on->store(0xA0, Bytes(9, 0x00));
     fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
     on->readAt(0xA0, {0}, 3);
-    // in byte 1, which is 0
+    on.reset();
+    machine.reset();
+    open();
     EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
-    // the same bit of byte 2, which is FF
-    EXPECT_EQ(outcome::done, on->planar->clocks(9));
+    EXPECT_EQ(outcome::done, on->planar->clocks(5));
 }
 
 TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)

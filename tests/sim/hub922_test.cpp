@@ -411,6 +411,16 @@ TEST_F(Hub, FaultsStrikeTheDataOfAFailedRead)
     EXPECT_EQ(outcome::shortTransfer, on->readAt(0x80, {2, 0xA2, 0, 0}, 5).end);
 }
 
+TEST_F(Hub, ReadCutOffInItsStatusHoldsSda)
+{
+    write(riserAt10 + deadbeef);
+    fault({.kind = "short", .address = 0x80, .way = "read", .count = 1});
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0x80, riserAt10, 5).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, Bytes{0} + deadbeef);
+}
+
 TEST_F(Hub, CorruptionNeverMakesAStatus0)
 {
     fault({.kind = "corrupt", .address = 0x80, .way = "read", .value = 2});

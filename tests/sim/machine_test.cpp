@@ -184,7 +184,7 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
     fault({.kind = "nack", .nth = 5, .count = 7});
     on->planar->idle(1'000'000);
     on->planar->idle(1'000'000);
-    constexpr std::size_t record = 4096 + 2048, faults = record + 198, eeprom = record + busStateBytes,
+    constexpr std::size_t record = 4096 + 2048, faults = record + 200, eeprom = record + busStateBytes,
                           leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes, hub = lm92 + chipStateBytes;
     const std::string good = home.text("machine.state");
     ASSERT_EQ(0, good[4096]);
@@ -200,9 +200,10 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {record + 9, {129}, "the page on its way into an image"},
         {record + 141, Bytes(8, 0xFF), "bus time"},
         {record + 141, {0, 0, 0, 0, 0, 0, 0, 0x40}, "bus time"},
-        {record + 168, Bytes(8, 0x01), "the waveform"},
-        {record + 186, Bytes(8, 0x01), "the waveform"},
-        {record + 194, {129}, "the number of faults"},
+        {record + 168, {10}, "the bit of a read that was cut off"},
+        {record + 170, Bytes(8, 0x01), "the waveform"},
+        {record + 188, Bytes(8, 0x01), "the waveform"},
+        {record + 196, {129}, "the number of faults"},
         {faults + 4, {14}, "the kind of a fault"},
         {faults + 5, {3}, "the kind of a fault"},
         {faults, {0}, "a fault's number, address or first time"},
@@ -213,7 +214,6 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {eeprom + 4, Bytes(8, 0x0F), "the end of a write cycle"},
         {eeprom + 4, Bytes(8, 0xFF), "the end of a write cycle"},
         {eeprom + 12, {1}, "the end of a write cycle"},
-        {eeprom + 16, {9}, "an EEPROM's bit"},
         {leds + 1, {1}, "a register that a PCA955x does not have"},
         {leds + 11, {1}, "a register that a PCA955x does not have"},
         {lm92, {8}, "a sensor's pointer or alarms"},
