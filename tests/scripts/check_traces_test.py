@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""scripts/check-traces finds what it is there for, and nothing else."""
+"""scripts/check-traces finds what it is meant to find, and nothing else."""
 
 import pathlib
 import subprocess
@@ -59,6 +59,16 @@ class CheckTraces(unittest.TestCase):
     def test_finds_a_literal_with_two_formats(self):
         one = 'trace_wobu_write_all(kest_trace, 0x11223344, " %s", 12, 0, name);\n'
         self.assert_refused("0x11223344 is traced with different formats", one, one.replace('" %s"', '" %s,%d"'))
+
+    def test_reads_what_a_failure_report_traces(self):
+        failing = 'report.fail(0x11223344, KEST_REASON_MISSING);\nrun.report.passed(0x11223344, 7, 6);\n'
+        self.assertEqual((0, "2 trace calls, 0 messages, 1 constants: no clash\n"), check(failing))
+        self.assert_refused("0x11223344 is traced with different formats", failing + 'KEST_TRACE(0x11223344, ",%d", name, 5);\n')
+        self.assert_refused("the hash made() cannot be checked", "report.fail(made(), 7);\n")
+
+    def test_takes_other_functions_for_no_traces(self):
+        self.assertEqual((0, "1 trace calls, 1 messages, 0 constants: no clash\n"),
+                         check(HARMLESS + "bool passed(run& which) { return passed(which, made(), 5); }\n"))
 
     def test_finds_a_hash_that_cannot_be_checked(self):
         self.assert_refused("cannot be checked", 'trace_wobu_write_all(kest_trace, 1 + row.hash, " %s", 12, 0, name);\n')
