@@ -2,14 +2,22 @@
 /// clone.
 #pragma once
 
-namespace kest::tests
+#include <string>
+#include <vector>
+
+namespace kest::test
 {
 
-extern const char* const sourceFolder; ///< top of the source tree, without a slash at the end
-extern const char* const programFolder; ///< where kestctl and kestd are built
-extern const char* const
-    emulator; ///< command that runs the target's programs, words parted by ';'; empty when none is needed
+// Top of the source tree, without a slash at the end.
+extern const char* const sourceFolder;
+// Where kestctl and kestd are built.
+extern const char* const programFolder;
+// Command that runs the target's programs, with ';' between its words; empty when none is needed.
+extern const char* const emulator;
 
 inline bool isEmulated() { return *emulator != '\0'; }
 
-} // namespace kest::tests
+/// The words that start a program of the build: the emulator's, if there is one, and the program's path.
+std::vector<std::string> commandOf(const std::string& program);
+
+} // namespace kest::test

@@ -37,7 +37,7 @@ constexpr bool underSanitizer = false;
 #else
 #define KEST_SKIP_FORK_OF_BUSY_THREADS()                                                                               \
     do {                                                                                                               \
-        if (kest::tests::isEmulated()) {                                                                               \
+        if (kest::test::isEmulated()) {                                                                                \
             GTEST_SKIP() << "the emulator can stay locked in the child";                                               \
         }                                                                                                              \
     } while (false)

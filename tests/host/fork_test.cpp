@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <thread>
 
+#include "platform/host/configuration/configuration.h"
 #include "tests/forks.h"
 #include "tests/host/host_support.h"
 #include "tests/sanitizers.h"

@@ -2,57 +2,38 @@
 
 #include <array>
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <sys/wait.h>
-#include <system_error>
+
+#include "platform/host/configuration/configuration.h"
 
 namespace kest::test
 {
 
-HostFolder::HostFolder(const std::string& more)
-{
-    // In memory where that can be had: no test depends on what a disk does, but each waits for it.
-    const std::string folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
-    std::string name = folder + "/kest-host-XXXXXX";
-    EXPECT_NE(nullptr, mkdtemp(name.data()));
-    m_path = name;
-    if (const char* before = std::getenv("KEST_CONFIG")) {
-        m_before = before;
-    }
-    configure(more);
-}
-
-HostFolder::~HostFolder()
-{
-    if (m_before) {
-        setenv("KEST_CONFIG", m_before->c_str(), 1);
-    } else {
-        unsetenv("KEST_CONFIG");
-    }
-    host::reloadConfiguration();
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
+HostFolder::HostFolder(const std::string& more) : m_used(writeConfiguration(more)) {}
 
 void HostFolder::configure(const std::string& more)
 {
-    write("kest.toml", "state = \"state\"\nerrorlog.spool = \"spool\"\n" + more);
-    setenv("KEST_CONFIG", (m_path / "kest.toml").c_str(), 1);
+    writeConfiguration(more);
     EXPECT_EQ("", host::reloadConfiguration());
+}
+
+std::filesystem::path HostFolder::writeConfiguration(const std::string& more) const
+{
+    return write("kest.toml", "state = \"state\"\nerrorlog.spool = \"spool\"\n" + more);
 }
 
 std::filesystem::path HostFolder::write(const std::string& name, const std::string& text) const
 {
-    std::ofstream(m_path / name, std::ios::binary) << text;
-    return m_path / name;
+    std::ofstream(path() / name, std::ios::binary) << text;
+    return path() / name;
 }
 
 std::string HostFolder::read(const std::string& name) const
 {
-    std::ifstream file(m_path / name, std::ios::binary);
+    std::ifstream file(path() / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

@@ -4,17 +4,16 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 #include "platform/errl.h"
-#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
 #include "platform/host/errorlog/store.h"
 #include "tests/host/trace_support.h"
+#include "tests/host/usedconfiguration.h"
 
 namespace kest::test
 {
@@ -24,20 +23,19 @@ class HostFolder
 {
 public:
     explicit HostFolder(const std::string& more = "");
-    HostFolder(const HostFolder&) = delete;
-    HostFolder& operator=(const HostFolder&) = delete;
-    ~HostFolder();
 
     /// Writes kest.toml anew and makes it the process's. `more` names keys of the error log by their whole names.
     void configure(const std::string& more);
     std::filesystem::path write(const std::string& name, const std::string& text) const;
     [[nodiscard]] std::string read(const std::string& name) const;
-    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-    [[nodiscard]] std::filesystem::path state(const std::string& name) const { return m_path / "state" / name; }
+    [[nodiscard]] const std::filesystem::path& path() const { return m_folder.path(); }
+    [[nodiscard]] std::filesystem::path state(const std::string& name) const { return path() / "state" / name; }
 
 private:
-    std::filesystem::path m_path;
-    std::optional<std::string> m_before;
+    std::filesystem::path writeConfiguration(const std::string& more) const;
+
+    TemporaryFolder m_folder{TemporaryFolder::inMemory};
+    UsedConfiguration m_used;
 };
 
 /// In a child of root: goes on as a user without rights. @return whether the process now has none

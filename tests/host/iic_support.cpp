@@ -1,9 +1,10 @@
 #include "tests/host/iic_support.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
+
+#include "platform/host/configuration/configuration.h"
 
 namespace kest::test
 {
@@ -33,22 +34,22 @@ Bytes Block::raw() const
 }
 
 OwnConfiguration::OwnConfiguration(const std::string& more)
+    : m_used(write("state = \"state\"\n[linux]\nlock_folder = \"locks\"\n" + more))
 {
-    // In memory where there is such a place: the error log waits for the disk at every entry.
-    const std::filesystem::path memory = "/dev/shm";
-    const bool usable = access(memory.c_str(), W_OK | X_OK) == 0;
-    std::string name = ((usable ? memory : std::filesystem::temp_directory_path()) / "kest-iic-XXXXXX").string();
-    EXPECT_NE(nullptr, mkdtemp(name.data()));
-    m_folder = name;
-    std::filesystem::create_directory(m_folder / "state");
-    use("state = \"state\"\n[linux]\nlock_folder = \"locks\"\n" + more);
+    std::filesystem::create_directory(folder() / "state");
 }
 
 void OwnConfiguration::use(const std::string& text) const
 {
-    std::ofstream(m_folder / "kest.toml") << text;
-    setenv("KEST_CONFIG", (m_folder / "kest.toml").c_str(), 1);
+    write(text);
     EXPECT_EQ("", host::reloadConfiguration());
+}
+
+std::filesystem::path OwnConfiguration::write(const std::string& text) const
+{
+    const std::filesystem::path file = folder() / "kest.toml";
+    std::ofstream(file) << text;
+    return file;
 }
 
 std::ostream& operator<<(std::ostream& out, const Answer& value)

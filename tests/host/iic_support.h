@@ -9,9 +9,10 @@
 #include <unistd.h>
 #include <vector>
 
-#include "platform/host/configuration/configuration.h"
 #include "platform/mern.h"
 #include "platform/tavo.h"
+#include "tests/host/usedconfiguration.h"
+#include "tests/temporaryfolder.h"
 
 namespace kest::test
 {
@@ -34,20 +35,20 @@ struct Block {
     [[nodiscard]] Bytes raw() const;
 };
 
-/// A folder with a kest.toml that this process uses until the next one.
+/// A folder with a kest.toml that this process uses while it lives.
 class OwnConfiguration
 {
 public:
     explicit OwnConfiguration(const std::string& more = "");
-    OwnConfiguration(const OwnConfiguration&) = delete;
-    OwnConfiguration& operator=(const OwnConfiguration&) = delete;
-    ~OwnConfiguration() { std::filesystem::remove_all(m_folder); }
 
     void use(const std::string& text) const;
-    [[nodiscard]] const std::filesystem::path& folder() const { return m_folder; }
+    [[nodiscard]] const std::filesystem::path& folder() const { return m_folder.path(); }
 
 private:
-    std::filesystem::path m_folder;
+    std::filesystem::path write(const std::string& text) const;
+
+    TemporaryFolder m_folder{TemporaryFolder::inMemory};
+    UsedConfiguration m_used;
 };
 
 /// Result and errno of a call.

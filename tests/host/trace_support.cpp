@@ -1,10 +1,8 @@
 #include "tests/host/trace_support.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kest::test
@@ -31,19 +29,6 @@ std::vector<std::string> textsOf(const std::vector<host::traceRecord>& records)
         texts.push_back(record.text);
     }
     return texts;
-}
-
-ScratchFolder::ScratchFolder()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "kest-trace-XXXXXX").string();
-    EXPECT_NE(nullptr, mkdtemp(name.data()));
-    m_path = name;
-}
-
-ScratchFolder::~ScratchFolder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
 }
 
 int inChild(const std::function<int()>& body)

@@ -1,7 +1,6 @@
 /// What the trace tests share.
 #pragma once
 
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "platform/host/trace/rings.h"
 #include "platform/trace.h"
 #include "tests/sanitizers.h"
+#include "tests/temporaryfolder.h"
 
 namespace kest::test
 {
@@ -22,20 +22,6 @@ trace_wobu_descriptor newRing(const char* name, unsigned size = 8092);
 std::vector<host::traceRecord> recordsOf(const char* name);
 
 std::vector<std::string> textsOf(const std::vector<host::traceRecord>& records);
-
-/// A folder that goes with the test.
-class ScratchFolder
-{
-public:
-    ScratchFolder();
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    ~ScratchFolder();
-    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
 
 /// Runs `body` in a child process. @return its exit code, or 256 and the signal that ended it
 int inChild(const std::function<int()>& body);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/kest/expected.h"
+#include "tests/kest/results.h"
 #include "tests/platform/scripted.h"
 
 namespace hubstory
@@ -14,6 +15,12 @@ namespace hubstory
 
 using namespace scripted;
 using namespace expected;
+using namespace results;
+
+constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
+
+/// The errno that makes a silent hub.
+constexpr int silent = 6;
 
 /// errno values of the failing steps: not acknowledged (6), no data (61), timed out (62), and two others of either
 /// class.
@@ -65,6 +72,19 @@ std::vector<Call> statusRead(const Block& block, std::uint8_t status);
 /// Traces of the hub's own functions, without those of entry and exit: the hash and the source line are shown where
 /// they are fixed.
 std::string hubTraces(const Platform& platform);
+
+/// A test with an open device of its own.
+class HubTest : public EntryTest
+{
+protected:
+    void again()
+    {
+        EntryTest::again();
+        handle = platform.openHandle();
+    }
+
+    mern_t handle = platform.openHandle();
+};
 
 /// Scripts and expects at once.
 class Story

@@ -5,19 +5,14 @@
 #include <vector>
 
 #include "kest/kest.h"
+#include "tests/kest/results.h"
 #include "tests/platform/scripted.h"
 
+using namespace results;
 using namespace scripted;
 
 namespace
 {
-
-struct Node {
-    unsigned char address;
-    std::uint32_t type;
-    unsigned char port;
-    bool operator==(const Node&) const = default;
-};
 
 kest_deviceAddress* listOf(const std::vector<Node>& nodes)
 {
@@ -26,15 +21,6 @@ kest_deviceAddress* listOf(const std::vector<Node>& nodes)
         KEST_addDevAddress(node.address, static_cast<kest_deviceType>(node.type), node.port, &list);
     }
     return list;
-}
-
-std::vector<Node> nodesOf(const kest_deviceAddress* list)
-{
-    std::vector<Node> nodes;
-    for (; list != nullptr; list = list->next) {
-        nodes.push_back({list->address, list->type, list->port});
-    }
-    return nodes;
 }
 
 std::uint32_t check(std::initializer_list<std::uint32_t> types)

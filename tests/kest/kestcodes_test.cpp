@@ -50,7 +50,7 @@ std::vector<std::string> cellsOf(const std::string& line)
 
 std::string document()
 {
-    std::ifstream file(std::string(tests::sourceFolder) + "/docs/error-codes.md");
+    std::ifstream file(std::string(test::sourceFolder) + "/docs/error-codes.md");
     EXPECT_TRUE(file.is_open());
     return {std::istreambuf_iterator<char>(file), {}};
 }

@@ -67,7 +67,7 @@ protected:
                 own.push_back(record);
             }
         }
-        EXPECT_GE(own.size(), 2U) << "entry and exit";
+        EXPECT_LE(2U, own.size()) << "entry and exit";
         if (own.size() < 2) {
             return {};
         }
@@ -266,7 +266,7 @@ TEST_F(DataPort, NullTextIsRefusedLikeOneThatCannotBeConverted)
 /// What every function says about `text`, whose chain fails its check.
 void expectChainReported(const EntryRecord& record, std::size_t index, std::uint8_t module, std::uint32_t code)
 {
-    ASSERT_GT(record.srcs.size(), index);
+    ASSERT_LT(index, record.srcs.size());
     EXPECT_EQ((Src{.module = module, .reason = 0x1302, .word1 = code}), record.srcs[index]);
     EXPECT_EQ(0x80001302U, record.returnCode);
     EXPECT_EQ(1U, record.details(1).size());
@@ -402,7 +402,7 @@ TEST_F(DataPort, EveryLayerCallFailingOnceReleasesEverything)
                 const std::unique_ptr<ErrlEntry> entry{function.call("/dev/i2c-1,L,9554,40")};
                 if (!platform.faultWasMet()) {
                     EXPECT_EQ(nullptr, entry);
-                    EXPECT_GT(failing, 4) << function.name;
+                    EXPECT_LT(4, failing) << function.name;
                     break;
                 }
                 EXPECT_NE(nullptr, entry) << function.name << ": " << platform.failedCall();

@@ -13,22 +13,13 @@ namespace
 
 constexpr const char* unit = "kesthandlehuberrors";
 const Block theBlock = {};
-constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
 
-/// The errno that makes a silent hub.
-constexpr int silent = 6;
-
-class HubErrors : public PlatformTest
+class HubErrors : public HubTest
 {
 protected:
-    ~HubErrors() override { delete errl; }
-
     void again()
     {
-        delete errl;
-        errl = nullptr;
-        platform.reset();
-        handle = platform.openHandle();
+        HubTest::again();
         size = 4;
         subBusReset = 0;
     }
@@ -64,8 +55,6 @@ protected:
         return calls;
     }
 
-    mern_t handle = platform.openHandle();
-    ErrlEntry* errl = nullptr;
     unsigned int size = 4;
     unsigned char subBusReset = 0;
     std::uint8_t buffer[16] = {1, 2, 3, 4};

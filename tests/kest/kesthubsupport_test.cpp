@@ -15,23 +15,12 @@ namespace
 {
 
 constexpr const char* unit = "kesthubsupport";
-constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
 /// A hub with one SEEPROM behind it, and the test's own open device.
-class HubSupport : public PlatformTest
+class HubSupport : public HubTest
 {
 protected:
-    ~HubSupport() override { delete errl; }
-
-    void again()
-    {
-        delete errl;
-        errl = nullptr;
-        platform.reset();
-        handle = platform.openHandle();
-    }
-
     static Call lockCall(unsigned item, unsigned timeout, unsigned address = 0x80)
     {
         return {Operation::config,
@@ -46,8 +35,6 @@ protected:
 
     kest_deviceAddress seeprom{0xA0, KEST_DEV_SEEPROM_256K, 0, nullptr};
     kest_deviceAddress hub{0x80, KEST_DEV_922HUB, 3, &seeprom};
-    mern_t handle = platform.openHandle();
-    ErrlEntry* errl = nullptr;
     kest_922AddressLock lock{0xFFFF, 0xFFFF, 0xFFFFFFFF};
     kest_iicConfigBlock block{};
 };

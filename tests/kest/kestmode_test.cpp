@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/kest/expected.h"
 #include "tests/platform/scripted.h"
 

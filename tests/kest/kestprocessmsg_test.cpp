@@ -4,13 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/kest/edge.h"
 #include "tests/kest/expected.h"
+#include "tests/kest/results.h"
 #include "tests/platform/scripted.h"
 
 using namespace scripted;
 using namespace expected;
+using namespace results;
 using namespace kest;
 
 namespace
@@ -42,22 +44,15 @@ std::string refusal(const ExpectedSrc& src)
     return newEntry(1, src) + returnCode(1, 0x80000000u | src.reason) + callout(1);
 }
 
-struct KestProcessMsg : PlatformTest {
+struct KestProcessMsg : EntryTest {
     Message reply{"reply", 0xFFFF, 0xFFFF};
-    ErrlEntry* entry = nullptr;
 
     KestProcessMsg() { kest_forgetMode(); }
-    ~KestProcessMsg() override
-    {
-        delete entry;
-        kest_forgetMode();
-    }
+    ~KestProcessMsg() override { kest_forgetMode(); }
 
     void again()
     {
-        delete entry;
-        entry = nullptr;
-        platform.reset();
+        EntryTest::again();
         kest_forgetMode();
         reply.payload.clear();
     }
@@ -66,7 +61,7 @@ struct KestProcessMsg : PlatformTest {
     {
         Message request("request", 0x1234, type, payload);
         reply.replyFlags = 0xFF;
-        entry = kestProcessMsg(nullptr, &request, &reply);
+        errl = kestProcessMsg(nullptr, &request, &reply);
         EXPECT_EQ(0x1234, reply.identifier);
         EXPECT_EQ(type, reply.type);
         EXPECT_EQ(payload, request.payload);
@@ -79,7 +74,7 @@ struct KestProcessMsg : PlatformTest {
         again();
         process(type, payload);
         EXPECT_EQ("\n" + refusal(src), platform.calls());
-        EXPECT_NE(nullptr, entry);
+        EXPECT_NE(nullptr, errl);
         EXPECT_EQ(0, reply.replyFlags);
         EXPECT_TRUE(reply.payload.empty());
         EXPECT_NE(std::string::npos, platform.traces().find(trace)) << platform.traces();
@@ -134,7 +129,7 @@ TEST_F(KestProcessMsg, AnswersARead)
     process(readType, join({head(0x100, 4), terminated("sim:planar,L,2C0256,A0")}));
     EXPECT_EQ(readsRegistry + persisted(4, 256) + "reply.setData(4 bytes: de ad 00 ef)\ntavo_util_free(copy1)\n",
               platform.calls());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(0x42, reply.replyFlags);
     EXPECT_EQ(hex("de ad 00 ef"), reply.payload);
 }
@@ -236,7 +231,7 @@ TEST_F(KestProcessMsg, ReadsAPayloadToItsEndAndNoFurther)
             platform.answersLocation("U1");
         }
         MessageAtTheEdge request(row.type, row.payload);
-        entry = kestProcessMsg(nullptr, &request, &reply);
+        errl = kestProcessMsg(nullptr, &request, &reply);
         EXPECT_EQ(row.type, reply.type);
     }
 }
@@ -279,7 +274,7 @@ TEST_F(KestProcessMsg, CountsTheDataOfALongLocationFromItsEnd)
     // behind 256 characters one byte is skipped as the terminator
     inFileMode().readsCopy({0}).writesCopy();
     process(writeType, join({head(0, 2), text(std::string(256, 'x')), hex("99 01 02")}));
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_NE(std::string::npos, platform.calls().find("2 bytes: 01 02, offset 0)"));
     refuses(writeType, join({head(0, 2), text(std::string(256, 'x')), hex("99 01")}),
             messageSrc(0x1326, writeType, 270, 271), "270, 271)");
@@ -296,7 +291,7 @@ TEST_F(KestProcessMsg, AnswersAWrite)
                   "tavo_write_data_persistancy(\"qorn/P3_Root\", 0, null, 3 bytes: 0a 0b 0c, offset 32)\n"
                   "tavo_util_free(memory1)\n",
               platform.calls());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(0x41, reply.replyFlags);
     EXPECT_TRUE(reply.payload.empty());
 }
@@ -321,7 +316,7 @@ TEST_F(KestProcessMsg, NeedsAllTheDataOfAWrite)
         inFileMode().readsCopy({0}).writesCopy();
         // more than enough
         process(writeType, join({whole, counting(5)}));
-        EXPECT_EQ(nullptr, entry);
+        EXPECT_EQ(nullptr, errl);
         EXPECT_NE(std::string::npos, platform.calls().find(line("null, %u byte", length)));
     }
 }
@@ -370,7 +365,7 @@ TEST_F(KestProcessMsg, AnswersALocation)
               "reply.setData(23 bytes: 73 69 6d 3a 70 6c 61 6e 61 72 2c 4c 2c 32 43 30 32 35 36 2c 41 30 00)\n"
               "tavo_util_free(location1)\n",
               platform.calls());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(0x42, reply.replyFlags);
     EXPECT_EQ(terminated("sim:planar,L,2C0256,A0"), reply.payload);
 }
@@ -389,7 +384,7 @@ TEST_F(KestProcessMsg, AddsToTheEntryOfADeviceWithoutLocation)
     EXPECT_EQ("\nTAVO_get_dev_addr_string(2882400001, position 2147483650, false)\n" +
                   addedSrc(1, messageSrc(0x1327, 0xABCDEF01, 0x80000002)) + returnCode(1, 0x80001327) + callout(1),
               platform.calls());
-    EXPECT_NE(nullptr, entry);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(0, reply.replyFlags);
     EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%X,%X\", \"kestProcessMsg\", 0xABCDEF01, 0x80000002)"));
 }
@@ -498,13 +493,13 @@ TEST_F(KestProcessMsg, ReleasesEverythingWhateverFails)
             platform.healthy().failCall(failing, 5, false, kindLayer | kindService | kindRegistry | kindMemory);
             StandardError quiet;
             process(type, payload);
-            const bool told = entry != nullptr || platform.commits() > 0 || !quiet.text().empty();
+            const bool told = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
             if (!platform.faultWasMet()) {
                 break;
             }
             EXPECT_TRUE(told) << platform.failedCall();
-            delete entry;
-            entry = nullptr;
+            delete errl;
+            errl = nullptr;
             EXPECT_EQ(0, platform.openHandles() + platform.liveBuffers() + platform.liveEntries())
                 << platform.failedCall();
         }

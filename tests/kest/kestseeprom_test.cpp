@@ -3,12 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/kest/expected.h"
+#include "tests/kest/results.h"
 #include "tests/platform/scripted.h"
 
 using namespace scripted;
 using namespace expected;
+using namespace results;
 using namespace kest;
 
 namespace
@@ -21,50 +23,34 @@ std::vector<kest_attributeValue> inMode(kest_attributeValue readMode) { return {
 
 constexpr kest_attributeValue fileMode = 3, mixedMode = 5, hardwareMode = 4;
 
-struct KestSeeprom : PlatformTest {
+struct KestSeeprom : BufferTest {
     tavo_deviceaddress address{17, {}};
-    ErrlEntry* entry = nullptr;
-    unsigned char* data = nullptr;
-    unsigned int length = 8;
     const Bytes bytes = counting(8, 0x10);
 
     KestSeeprom()
     {
         std::string(location).copy(address.location, sizeof address.location);
+        length = 8;
         kest_forgetMode();
     }
-    ~KestSeeprom() override
-    {
-        release();
-        kest_forgetMode();
-    }
-    void release()
-    {
-        delete entry;
-        entry = nullptr;
-        void* buffer = data;
-        tavo_util_free(&buffer);
-        data = nullptr;
-    }
+    ~KestSeeprom() override { kest_forgetMode(); }
     void again()
     {
-        release();
-        platform.reset();
+        BufferTest::again();
         kest_forgetMode();
         length = 8;
     }
 
     void read(kest_attributeValue mode, unsigned offset = 4)
     {
-        entry = KEST_seepromRead(address, nullptr, offset, &length, &data, inMode(mode).data());
+        errl = KEST_seepromRead(address, nullptr, offset, &length, &data, inMode(mode).data());
     }
     void write(kest_attributeValue mode, unsigned offset = 4)
     {
-        entry = KEST_seepromWrite(address, nullptr, offset, &length, bytes.data(), inMode(mode).data());
+        errl = KEST_seepromWrite(address, nullptr, offset, &length, bytes.data(), inMode(mode).data());
     }
     Platform& hardwareReads() { return platform.opens().configures(3).seeks().reads(bytes).closes(); }
     Platform& hardwareWrites() { return platform.opens().configures(2).seeks().writes().closes(); }
-    Bytes bytesRead() const { return data == nullptr ? Bytes{} : Bytes(data, data + length); }
     bool usedHardware() const { return platform.layerCalls().find("mern_iic_open") != std::string::npos; }
 };
 
@@ -105,8 +91,8 @@ TEST_F(KestSeeprom, TheAttributeSelectsTheMode)
 TEST_F(KestSeeprom, NoAttributesAreTheDefaults)
 {
     platform.registryAnswers(text("FileMode")).readsCopy(bytes);
-    entry = KEST_seepromRead(address, nullptr, 4, &length, &data, nullptr);
-    EXPECT_EQ(nullptr, entry);
+    errl = KEST_seepromRead(address, nullptr, 4, &length, &data, nullptr);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ("\nUtilReg::read(\"tavo/ReadMode\", 16, false, null)\n" + std::string(copyRead), platform.calls());
     EXPECT_EQ(bytes, bytesRead());
 }
@@ -115,8 +101,8 @@ TEST_F(KestSeeprom, NoAttributesWriteWithTheDefaults)
 {
     platform.registryAnswers(text("HWareMode"));
     hardwareWrites();
-    entry = KEST_seepromWrite(address, nullptr, 4, &length, bytes.data(), nullptr);
-    EXPECT_EQ(nullptr, entry);
+    errl = KEST_seepromWrite(address, nullptr, 4, &length, bytes.data(), nullptr);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps());
 }
 
@@ -142,7 +128,7 @@ TEST_F(KestSeeprom, ReadsACopyInFileMode)
     read(fileMode);
     EXPECT_EQ("\n" + std::string(copyRead), platform.calls());
     EXPECT_EQ("\n", platform.traces());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(bytes, bytesRead());
 }
 
@@ -152,7 +138,7 @@ TEST_F(KestSeeprom, ReadsACopyInMixedModeWithoutTheHardware)
     platform.readsCopy(counting(3));
     read(mixedMode);
     EXPECT_EQ("\n" + std::string(copyRead), platform.calls());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(counting(3), bytesRead());
 }
 
@@ -162,7 +148,7 @@ TEST_F(KestSeeprom, TellsAMissingCopyInFileMode)
     read(fileMode);
     EXPECT_EQ("\n" + std::string(copyRead) + newEntry(1, copySrc(6, 0x1306, 0, 0, 0)) + returnCode(1, 0x40001306),
               platform.calls());
-    EXPECT_NE(nullptr, entry);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(0u, length);
     EXPECT_EQ(1u, platform.lines(kindTrace).size());
 }
@@ -176,7 +162,7 @@ TEST_F(KestSeeprom, TellsAFailedCopyReadInBothModes)
         EXPECT_EQ("\n" + std::string(copyRead) + addedSrc(1, copySrc(6, 0x1305, 5, 4, mode == fileMode ? 1 : 2)) +
                       returnCode(1, 0x80001305),
                   platform.calls());
-        EXPECT_NE(nullptr, entry);
+        EXPECT_NE(nullptr, errl);
         EXPECT_FALSE(usedHardware());
         EXPECT_EQ(1u, platform.lines(kindTrace).size());
     }
@@ -187,7 +173,7 @@ TEST_F(KestSeeprom, ReadsTheWholeDeviceInMixedModeWithoutACopy)
     platform.readsCopy({}).opens().configures(3).seeks().reads(counting(32768)).closes();
     read(mixedMode);
     EXPECT_EQ("\n" + std::string(copyRead), platform.log(kindService));
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     // the copy's length 0 was handed on
     EXPECT_EQ(32768u, length);
     EXPECT_EQ(counting(32768), bytesRead());
@@ -241,7 +227,7 @@ TEST_F(KestSeeprom, ReadsTheHardware)
               "mern_iic_read(h1, 8)\n"
               "mern_iic_close(h1)\n",
               platform.calls());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(bytes, bytesRead());
 }
 
@@ -322,7 +308,7 @@ TEST_F(KestSeeprom, LooksAtTheBufferBeforeTheLength)
 {
     unsigned char taken = 0;
     unsigned char* used = &taken;
-    entry = KEST_seepromRead(address, nullptr, 0, nullptr, &used, nullptr);
+    errl = KEST_seepromRead(address, nullptr, 0, nullptr, &used, nullptr);
     EXPECT_EQ(0x80001307u, platform.entry(1).returnCode);
 }
 
@@ -335,7 +321,7 @@ TEST_F(KestSeeprom, RefusesAReadWithoutLengthOrBufferPointer)
     } rows[] = {{nullptr, &data, ", 1, 0)"}, {&length, nullptr, ", 0, 1)"}, {nullptr, nullptr, ", 1, 1)"}};
     for (const auto& row : rows) {
         again();
-        entry = KEST_seepromRead(address, nullptr, 0, row.length, row.data, inMode(hardwareMode).data());
+        errl = KEST_seepromRead(address, nullptr, 0, row.length, row.data, inMode(hardwareMode).data());
         EXPECT_EQ("\n" + newEntry(1, {6, 0x132B, 0, 0, 0, 0, 0x81, "kestseeprom"}) + returnCode(1, 0x8000132B) +
                       callout(1),
                   platform.calls());
@@ -352,7 +338,7 @@ TEST_F(KestSeeprom, WritesACopyThatIsThereAndNotTheDevice)
         platform.readsCopy(hex("ff")).writesCopy();
         write(mode);
         EXPECT_EQ("\n" + std::string(copyProbe) + "tavo_util_free(copy1)\n" + copyWrite, platform.calls());
-        EXPECT_EQ(nullptr, entry);
+        EXPECT_EQ(nullptr, errl);
         EXPECT_EQ("\n", platform.traces());
     }
 }
@@ -366,7 +352,7 @@ TEST_F(KestSeeprom, TellsAFailedCopyWriteAndLeavesTheDevice)
         EXPECT_EQ("\n" + std::string(copyProbe) + "tavo_util_free(copy1)\n" + copyWrite +
                       addedSrc(1, copySrc(7, 0x1308, 3, 4, mode == fileMode ? 1 : 2)) + returnCode(1, 0x80001308),
                   platform.calls());
-        EXPECT_NE(nullptr, entry);
+        EXPECT_NE(nullptr, errl);
         EXPECT_EQ(1u, platform.lines(kindTrace).size());
     }
 }
@@ -380,7 +366,7 @@ TEST_F(KestSeeprom, TellsAFailedProbe)
         EXPECT_EQ("\n" + std::string(copyProbe) + addedSrc(1, copySrc(7, 0x1305, 0, 0, mode == fileMode ? 1 : 2)) +
                       returnCode(1, 0x80001305),
                   platform.calls());
-        EXPECT_NE(nullptr, entry);
+        EXPECT_NE(nullptr, errl);
         EXPECT_EQ(1u, platform.lines(kindTrace).size());
     }
 }
@@ -391,7 +377,7 @@ TEST_F(KestSeeprom, WritesNothingInFileModeWithoutACopy)
     write(fileMode);
     EXPECT_EQ("\n" + std::string(copyProbe) + newEntry(1, copySrc(7, 0x1306, 0, 0, 0)) + returnCode(1, 0x40001306),
               platform.calls());
-    EXPECT_NE(nullptr, entry);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(1u, platform.lines(kindTrace).size());
     EXPECT_EQ(8u, length);
 }
@@ -403,7 +389,7 @@ TEST_F(KestSeeprom, WritesTheDeviceInMixedModeWithoutACopy)
     write(mixedMode);
     EXPECT_EQ("\n" + std::string(copyProbe), platform.log(kindService));
     EXPECT_EQ(std::vector<Bytes>{bytes}, platform.written());
-    EXPECT_EQ(nullptr, entry);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(8u, length);
 }
 
@@ -436,7 +422,7 @@ TEST_F(KestSeeprom, RefusesAWriteWithoutLengthOrData)
     } rows[] = {{nullptr, bytes.data(), ", 1, 0)"}, {&length, nullptr, ", 0, 1)"}, {nullptr, nullptr, ", 1, 1)"}};
     for (const auto& row : rows) {
         again();
-        entry = KEST_seepromWrite(address, nullptr, 0, row.length, row.data, inMode(hardwareMode).data());
+        errl = KEST_seepromWrite(address, nullptr, 0, row.length, row.data, inMode(hardwareMode).data());
         EXPECT_EQ("\n" + newEntry(1, {7, 0x132B, low(row.length), low(row.data), 0, 0, 0x81, "kestseeprom"}) +
                       returnCode(1, 0x8000132B) + callout(1),
                   platform.calls());
@@ -462,7 +448,7 @@ TEST_F(KestSeeprom, ReleasesEverythingWhateverFails)
                 platform.healthy().failCall(failing, 5, false, kindLayer | kindService | kindRegistry | kindMemory);
                 StandardError quiet;
                 writing ? write(mode) : read(mode);
-                const bool told = entry != nullptr || platform.commits() > 0 || !quiet.text().empty();
+                const bool told = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
                 if (!platform.faultWasMet()) {
                     break;
                 }

@@ -52,7 +52,7 @@ TEST_F(ReadThroughF0Hub, TakesTheDirectPath)
             platform.opens().configures(3).seeks().reads(counting(size)).closes();
             transfer(text, 256, size);
             EXPECT_EQ(lines(size, timeout), platform.calls());
-            EXPECT_EQ(nullptr, error);
+            EXPECT_EQ(nullptr, errl);
             EXPECT_EQ(counting(size), bytesRead());
         }
     }
@@ -92,7 +92,7 @@ TEST_F(WriteThroughF0Hub, TakesTheDirectPath)
         EXPECT_EQ(std::string("\n") + openLines + blockLine(1200) + speedLine + writeLines +
                       "usleep(15000)\nmern_iic_close(h1)\n",
                   platform.calls());
-        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(nullptr, errl);
         EXPECT_EQ(4U, length);
     }
 }

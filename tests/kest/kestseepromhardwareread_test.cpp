@@ -39,7 +39,7 @@ TEST_F(KestSeepromHardwareRead, GoesThroughItsSteps)
     transferSteps();
     EXPECT_EQ("\ntavo_malloc(32)\n" + stepLines() + "mern_iic_close(h1)\n", platform.calls());
     EXPECT_EQ("\n", platform.traces());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(counting(32), bytesRead());
 }
 
@@ -82,7 +82,7 @@ TEST_F(KestSeepromHardwareRead, LengthZeroIsTheWholeDevice)
         again();
         opened().reads(counting(row.bytes)).closes();
         transfer(line("sim:planar,L,%s,A0", row.type), 0, 0);
-        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(nullptr, errl);
         EXPECT_EQ(line("\ntavo_malloc(%u)\n", row.bytes), platform.log(kindMemory)) << row.type;
         EXPECT_EQ(counting(row.bytes), bytesRead());
     }
@@ -115,7 +115,7 @@ TEST_F(KestSeepromHardwareRead, ADeadlockNeverTellsMoreThanTheBufferHolds)
         return -1;
     };
     readStart();
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(1, platform.commits());
     EXPECT_EQ(8u, length);
     EXPECT_EQ(Bytes(8), bytesRead());
@@ -134,7 +134,7 @@ TEST_F(KestSeepromHardwareRead, EndsAsASuccessWhenTheDmaOptionIsRefused)
             EXPECT_EQ("DMA workaround error\n", caught.text());
             EXPECT_EQ(openedLines + std::string("mern_iic_close(h1)\n"), platform.calls());
             EXPECT_EQ("\n", platform.traces());
-            EXPECT_EQ(nullptr, error);
+            EXPECT_EQ(nullptr, errl);
             // the length asked for, and nothing filled in
             EXPECT_EQ(Bytes(8), bytesRead());
         }
@@ -164,7 +164,7 @@ TEST_F(KestSeepromHardwareRead, ATimeOutIsRescuedByAReset)
                   "delete entry1\n"
                   "mern_iic_close(h1)\n",
               platform.calls());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(counting(8, 90), bytesRead());
 }
 
@@ -180,7 +180,7 @@ TEST_F(KestSeepromHardwareRead, TheRetryNeitherSeeksNorConfigures)
                   "mern_iic_ffdc_extract(h1, 0)\nmern_iic_ffdc_unlock(h1, 0)\nmern_iic_config(h1, 1, 15, 4 bytes)\n"
                   "mern_iic_reset(h1, 1)\nmern_iic_read(h1, 32)\nmern_iic_close(h1)\n",
               platform.layerCalls());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
 }
 
 TEST_F(KestSeepromHardwareRead, ARetryThatFailsIsToldInTheFirstEntry)
@@ -195,7 +195,7 @@ TEST_F(KestSeepromHardwareRead, ARetryThatFailsIsToldInTheFirstEntry)
                   "delete entry2\n" +
                   softwareError(1, 0x00001312, 31, 1641) + "mern_iic_close(h1)\n" + finishLines(0x00001312, 744),
               platform.calls());
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(2u, length);
     EXPECT_EQ(0, platform.commits());
 }
@@ -205,7 +205,7 @@ TEST_F(KestSeepromHardwareRead, ATimeOutOfTheRetryIsNotRetried)
     opened().failsRead(62).capturesFfdc().configuresReading(word(3)).resets();
     platform.failsRead(62).capturesFfdc().configuresReading(word(3)).closes();
     readStart();
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ((std::vector<SoftwareError>{{.returnCode = 0x00001312, .word1 = 31, .word2 = 1641},
                                           {.returnCode = 0x00001312, .word1 = 15, .word2 = 744}}),
               platform.entry(1).softwareErrors);
@@ -230,7 +230,7 @@ TEST_F(KestSeepromHardwareRead, AResetThatFailsWithoutMemoryForItsEntryIsNoSucce
     // the first is that of the failed read
     platform.failEntryAllocation(2);
     readStart();
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(0x00001312u, platform.entry(1).returnCode);
     EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_reset(h1, 1)\nmern_iic_read"));
 }
@@ -245,7 +245,7 @@ TEST_F(KestSeepromHardwareRead, AFailureTellsTheLayersOwnCount)
             return -1;
         };
         readStart();
-        EXPECT_NE(nullptr, error);
+        EXPECT_NE(nullptr, errl);
         EXPECT_EQ(0xFFFFFFFFu, length) << errorNumber;
     }
 }
@@ -259,7 +259,7 @@ TEST_F(KestSeepromHardwareRead, AFailureThroughAHubTellsTheLayersOwnCount)
         return size == 1 ? 1 : -1;
     };
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(0xFFFFFFFFu, length);
 }
 
@@ -350,7 +350,7 @@ TEST_F(KestSeepromHardwareRead, LeavesAHubsTransferToTheHubSupport)
         return static_cast<int>(size);
     };
     transfer("sim:planar,L,922,80,3,2C0128,A2", 16, 8);
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(hex("77 00 00 00 00 00 00 00"), bytesRead());
     const std::string calls = platform.layerCalls();
     EXPECT_EQ(calls.find("mern_iic_open"), calls.rfind("mern_iic_open"));
@@ -367,7 +367,7 @@ TEST_F(KestSeepromHardwareRead, MarksAFailureOfTheHubSupport)
     EXPECT_EQ(8u, length);
     EXPECT_EQ("\ntavo_malloc(8)\n", platform.log(kindMemory));
     const std::vector<std::string> lines = platform.lines(kindEntry);
-    ASSERT_GE(lines.size(), 2u);
+    ASSERT_LE(2u, lines.size());
     EXPECT_EQ("entry1.addUsrDtls(list 0x80/0x922/3 0xA2/0x2C0128/0, 0x1300, 1, 1)", lines[lines.size() - 2]);
     EXPECT_EQ(0, platform.openHandles());
 }
@@ -384,7 +384,7 @@ TEST_F(KestSeepromHardwareRead, NeverAnswersMoreThanTheBufferHolds)
     platform.reads(hex("04")).reads(hex("00"));
     platform.reads(counting(9)).reads(hex("00"));
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(8u, length);
 }
 

@@ -1,7 +1,7 @@
 #include <memory>
 #include <string>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/kest/expected.h"
 #include "tests/platform/scripted.h"
 

@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/platform/scripted.h"
 
 using namespace scripted;

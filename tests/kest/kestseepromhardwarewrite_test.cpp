@@ -38,7 +38,7 @@ TEST_F(KestSeepromHardwareWrite, GoesThroughItsSteps)
     transferSteps();
     EXPECT_EQ("\n" + stepLines() + "usleep(15000)\nmern_iic_close(h1)\n", platform.calls());
     EXPECT_EQ("\n", platform.traces());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(32u, length);
 }
 
@@ -78,7 +78,7 @@ TEST_F(KestSeepromHardwareWrite, OfNothingIsPassedOn)
         EXPECT_NE(std::string::npos,
                   platform.calls().find("mern_iic_write(h1, 0 bytes)\nusleep(15000)\nmern_iic_close(h1)\n"))
             << platform.calls();
-        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(nullptr, errl);
         EXPECT_EQ(0u, length);
     }
 }
@@ -100,7 +100,7 @@ TEST_F(KestSeepromHardwareWrite, ADeadlockCountsAsDone)
 {
     opened().failsWrite(35).capturesFfdc().closes();
     writeStart();
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(0u, length);
     EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps());
 }
@@ -109,7 +109,7 @@ TEST_F(KestSeepromHardwareWrite, ADeadlockNeverTellsMoreThanWasAskedFor)
 {
     opened().writesShort(-1, 35).capturesFfdc().closes();
     writeStart();
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(1, platform.commits());
     EXPECT_EQ(4u, length);
 }
@@ -120,7 +120,7 @@ TEST_F(KestSeepromHardwareWrite, AFailureTellsTheLayersOwnCount)
         again();
         opened().writesShort(-1, errorNumber).capturesFfdc().closes();
         writeStart();
-        EXPECT_NE(nullptr, error);
+        EXPECT_NE(nullptr, errl);
         EXPECT_EQ(0xFFFFFFFFu, length) << errorNumber;
     }
 }
@@ -129,7 +129,7 @@ TEST_F(KestSeepromHardwareWrite, AFailureThroughAHubTellsTheLayersOwnCount)
 {
     platform.healthy().reads(hex("00")).writesShort(-1, 5).capturesFfdc();
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 4);
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(0xFFFFFFFFu, length);
 }
 
@@ -146,7 +146,7 @@ TEST_F(KestSeepromHardwareWrite, ATimeOutIsRescuedByAReset)
                   "usleep(15000)\n"
                   "mern_iic_close(h1)\n",
               platform.calls());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(4u, length);
 }
 
@@ -159,7 +159,7 @@ TEST_F(KestSeepromHardwareWrite, ARetryThatFailsIsToldInTheFirstEntry)
                   "delete entry2\n" +
                   softwareError(1, 0x40001311, 31, 1641) + "mern_iic_close(h1)\n" + finishLines(0x00001314, 1435),
               platform.calls());
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(1u, length);
     EXPECT_TRUE(platform.sleeps().empty());
 }
@@ -207,7 +207,7 @@ TEST_F(KestSeepromHardwareWrite, LeavesAHubsTransferToTheHubSupport)
         return static_cast<int>(size);
     };
     transfer("sim:planar,L,922,80,3,2C0128,A2", 16, 4);
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(4u, length);
     const std::string calls = platform.layerCalls();
     EXPECT_EQ(calls.find("mern_iic_open"), calls.rfind("mern_iic_open"));

@@ -1,4 +1,4 @@
-#include "src/kest/kestwobu.h"
+#include "kestwobu.h"
 
 #include <cstddef>
 #include <cstring>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/kest/expected.h"
 #include "tests/platform/scripted.h"
 

@@ -20,10 +20,10 @@ void SeepromEngine::transfer(const std::string& location, unsigned offset, unsig
     const tavo_deviceaddress address = deviceAt(location, 0x11);
     length = lengthWanted;
     if (reads) {
-        kest_seepromHardwareRead(error, address, offset, &length, &data, attributes);
+        kest_seepromHardwareRead(errl, address, offset, &length, &data, attributes);
     } else {
         written = counting(lengthWanted);
-        kest_seepromHardwareWrite(error, address, offset, &length, written.data(), attributes);
+        kest_seepromHardwareWrite(errl, address, offset, &length, written.data(), attributes);
     }
 }
 
@@ -131,7 +131,7 @@ void SeepromEngine::everyStepTellsEveryErrno()
             }
             transferSteps();
             EXPECT_EQ(expect, platform.calls());
-            EXPECT_EQ(goesOn, error == nullptr);
+            EXPECT_EQ(goesOn, errl == nullptr);
             EXPECT_EQ(isTransfer ? 0u : 32u, length);
             release();
             platform.verify();
@@ -151,7 +151,7 @@ void SeepromEngine::refuses(const std::string& location, unsigned reason, std::u
     EXPECT_EQ("\n" + newEntry(1, {facts.module, reason, word1, 0, 0, 0, 0x81, "kestseeprom"}) +
                   returnCode(1, 0x80000000u | reason) + callout(1) + details,
               platform.calls());
-    EXPECT_NE(nullptr, error);
+    EXPECT_NE(nullptr, errl);
     EXPECT_EQ(reads ? 0u : 8u, length);
     EXPECT_EQ(nullptr, data);
 }
@@ -175,7 +175,7 @@ void SeepromEngine::freesTheTextWithoutMemoryForTheEntry()
     platform.failEntryAllocation();
     transfer("nonsense", 0, 8);
     EXPECT_EQ("\nno memory for an entry\n", platform.calls());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(0, platform.liveAllocations());
 }
 
@@ -184,7 +184,7 @@ void SeepromEngine::freesTheChainWithoutMemoryForTheEntry()
     platform.failEntryAllocation();
     transfer("p,L,922,80,3", 0, 8);
     EXPECT_EQ("\nno memory for an entry\n", platform.calls());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(0, platform.liveAllocations());
 }
 
@@ -227,7 +227,7 @@ void SeepromEngine::closeFailuresStayBehind()
                       newEntry(1, {19, 0x1317, static_cast<std::uint32_t>(row.error), 0, 0, 0, row.subsystem}) +
                       returnCode(1, row.returnCode) + callout(1) + capture() + secondaryCommit(1),
                   platform.calls());
-        EXPECT_EQ(nullptr, error);
+        EXPECT_EQ(nullptr, errl);
         EXPECT_EQ(32u, length);
     }
 }
@@ -240,7 +240,7 @@ void SeepromEngine::deadlockOfTheCloseIsCommittedByItself()
     EXPECT_EQ("\n" + mallocLine(32) + stepLines() + (reads ? "" : "usleep(15000)\n") + "mern_iic_close(h1)\n" +
                   failureLines(1, failure({19, 0x1316, 0x1317, false, 0, 0, 0}, 35)),
               platform.calls());
-    EXPECT_EQ(nullptr, error);
+    EXPECT_EQ(nullptr, errl);
 }
 
 void SeepromEngine::closeFailuresTakeTheMark()
@@ -265,7 +265,7 @@ void SeepromEngine::closeFailuresTakeTheMark()
                           (close.committed ? "" : secondaryCommit(2)) +
                           finishLines(first.returnCode, close.committed ? all[failing].mark : facts.closeMark),
                       platform.calls());
-            EXPECT_NE(nullptr, error);
+            EXPECT_NE(nullptr, errl);
         }
     }
 }
@@ -327,9 +327,9 @@ void SeepromEngine::everyCallMayFail(const std::string& location, unsigned offse
                 };
                 StandardError quiet;
                 transfer(location, offset, 32);
-                const bool told = error != nullptr || platform.commits() > 0 || !quiet.text().empty();
+                const bool told = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
                 if (!platform.faultWasMet()) {
-                    ASSERT_GT(failing, 5);
+                    ASSERT_LT(5, failing);
                     EXPECT_FALSE(told);
                     break;
                 }

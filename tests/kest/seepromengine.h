@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "src/kest/kestseeprom.h"
+#include "kestseeprom.h"
 #include "tests/kest/expected.h"
+#include "tests/kest/results.h"
 #include "tests/platform/scripted.h"
 
 namespace seepromengine
@@ -16,6 +17,7 @@ namespace seepromengine
 
 using namespace scripted;
 using namespace expected;
+using namespace results;
 using namespace kest;
 
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
@@ -40,32 +42,14 @@ struct Step {
     LayerCall call = {};
 };
 
-class SeepromEngine : public PlatformTest
+class SeepromEngine : public BufferTest
 {
 protected:
     explicit SeepromEngine(bool read) : reads(read), facts(read ? readFacts : writeFacts) {}
-    ~SeepromEngine() override { release(); }
 
-    /// One transfer with the engine; the results are in `error`, `length` and `data`.
+    /// One transfer with the engine; the results are in `errl`, `length` and `data`.
     void transfer(const std::string& location, unsigned offset, unsigned lengthWanted,
                   const kest_attributeValue* attributes = defaults);
-
-    void release()
-    {
-        delete error;
-        error = nullptr;
-        void* buffer = data;
-        tavo_util_free(&buffer);
-        data = nullptr;
-    }
-
-    void again()
-    {
-        release();
-        platform.reset();
-    }
-
-    Bytes bytesRead() const { return data == nullptr ? Bytes{} : Bytes(data, data + length); }
 
     std::string mallocLine(unsigned bytes) const { return reads ? line("tavo_malloc(%u)\n", bytes) : ""; }
 
@@ -142,9 +126,6 @@ protected:
 
     const bool reads;
     const EngineFacts& facts;
-    ErrlEntry* error = nullptr;
-    unsigned char* data = nullptr;
-    unsigned int length = 0;
     Bytes written;
 };
 

@@ -142,7 +142,7 @@ void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, 
     EXPECT_TRUE(record.format.starts_with(" %s") && record.arguments.front() != "null")
         << call << ": no function's name";
     EXPECT_EQ(0, type) << call;
-    EXPECT_GT(line, 0) << call;
+    EXPECT_LT(0, line) << call;
     platform.write(hash == entryHash || hash == exitHash ? kindScope : kindTrace, call, line);
     platform.traceRecords.push_back(std::move(record));
     errno = before;

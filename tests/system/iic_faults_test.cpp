@@ -161,7 +161,7 @@ protected:
         const int error = !struck ? 0 : begun ? row.later : row.first;
         EXPECT_EQ(error, result.error);
         EXPECT_EQ(error == 0, result.result == static_cast<int>(what.data.size()));
-        EXPECT_GE(result.result, 0);
+        EXPECT_LE(0, result.result);
         EXPECT_EQ(error != 0, !device.firstFailure().empty());
         EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
         machine->clearFaults();
@@ -240,14 +240,14 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfEachOperation)
                     SCOPED_TRACE(name + " at transaction " + std::to_string(nth) + ", byte " + std::to_string(byte));
                     struck = runWith(what, row, nth, byte);
                     met += struck ? 1 : 0;
-                    ASSERT_LT(nth, 1000U);
+                    ASSERT_GT(1000U, nth);
                     if (HasFailure()) {
                         return;
                     }
                 }
                 EXPECT_EQ(row.strikes(what, byte), met != 0) << name << " at byte " << byte;
                 if (std::string(row.kind) == "hold-sda" && byte == 0) {
-                    EXPECT_GE(met, what.least) << name;
+                    EXPECT_LE(what.least, met) << name;
                 }
             }
         }

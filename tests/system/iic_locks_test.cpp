@@ -290,7 +290,7 @@ bool countUp(OpenDevice& device)
 /// Of each process. Under a sanitizer or the emulator fewer, unless KEST_LONG_TESTS is set.
 int manyRounds()
 {
-    const bool slow = underSanitizer || kest::tests::isEmulated();
+    const bool slow = underSanitizer || isEmulated();
     return slow && std::getenv("KEST_LONG_TESTS") == nullptr ? 500 : 5000;
 }
 

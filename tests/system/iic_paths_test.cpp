@@ -252,8 +252,7 @@ TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
     const mern_t own = devices.back()->handle();
     const auto ticket = settings.folder() / "ticket";
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    const std::string command = std::string(ticketVariable) + "=" + ticket.string() + " " + kest::tests::emulator +
-                                " " + program +
+    const std::string command = std::string(ticketVariable) + "=" + ticket.string() + " " + emulator + " " + program +
                                 " --gtest_also_run_disabled_tests --gtest_filter=IicOfAFreshProcess.DISABLED_* > " +
                                 (settings.folder() / "said").string();
     std::ofstream(ticket, std::ios::binary).write(reinterpret_cast<const char*>(&own), sizeof own);

@@ -47,7 +47,7 @@ LibraryMachine::LibraryMachine() : OwnMachine("[registry]\n\"tavo/ReadMode\" = \
 tavo_deviceaddress LibraryMachine::address(const std::string& text, std::uint32_t number)
 {
     tavo_deviceaddress result{.number = number, .location = {}};
-    EXPECT_LT(text.size(), sizeof result.location);
+    EXPECT_GT(sizeof result.location, text.size());
     std::ranges::copy(text, static_cast<char*>(result.location));
     return result;
 }

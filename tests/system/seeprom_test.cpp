@@ -19,7 +19,7 @@ class Seeprom : public LibraryMachine
 protected:
     static Bytes contents(const std::string& name)
     {
-        std::ifstream file(std::string(kest::tests::sourceFolder) + "/examples/images/" + name, std::ios::binary);
+        std::ifstream file(std::string(sourceFolder) + "/examples/images/" + name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
     static Ending readAs(kest_attributeValue mode, std::uint32_t number, unsigned int offset, unsigned int length,

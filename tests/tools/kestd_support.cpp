@@ -8,7 +8,6 @@
 #include <iterator>
 #include <poll.h>
 #include <span>
-#include <sstream>
 #include <sys/un.h>
 #include <sys/wait.h>
 
@@ -128,11 +127,8 @@ Daemon::Daemon(const std::filesystem::path& folder, std::vector<std::string> arg
     // it may run as another user
     std::filesystem::permissions(notifyPath, std::filesystem::perms(0777));
     std::vector<std::string> words = runner;
-    std::istringstream emulator(kest::tests::emulator);
-    for (std::string word; std::getline(emulator, word, ';');) {
-        words.push_back(word);
-    }
-    words.push_back(std::string(kest::tests::programFolder) + "/kestd");
+    const std::vector<std::string> command = commandOf("kestd");
+    words.insert(words.end(), command.begin(), command.end());
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
     for (std::string& word : words) {
@@ -250,10 +246,16 @@ KestdTest::KestdTest()
     configure("");
 }
 
+std::vector<std::string> KestdTest::configured(const std::vector<std::string>& more) const
+{
+    std::vector<std::string> arguments{"--config", (folder() / "kest.toml").string()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
 Daemon& KestdTest::start(int handed, std::map<std::string, std::string> environment)
 {
-    m_daemon.emplace(folder(), std::vector<std::string>{"--config", (folder() / "kest.toml").string()}, handed,
-                     std::move(environment));
+    m_daemon.emplace(folder(), configured(), handed, std::move(environment));
     EXPECT_TRUE(m_daemon->isReady()) << m_daemon->errors();
     return *m_daemon;
 }

@@ -167,6 +167,8 @@ protected:
 
     [[nodiscard]] std::filesystem::path folder() const { return m_folder.path(); }
     [[nodiscard]] std::filesystem::path socketPath() const { return folder() / "kestd.socket"; }
+    /// Arguments that have a program use the folder's kest.toml, with `more` behind them.
+    [[nodiscard]] std::vector<std::string> configured(const std::vector<std::string>& more = {}) const;
     [[nodiscard]] std::filesystem::path copyFile() const { return folder() / "state/qorn/P3_Root/0"; }
 
     /// The device table has `someLocation` with number 0.

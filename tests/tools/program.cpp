@@ -9,7 +9,6 @@
 #include <grp.h>
 #include <iterator>
 #include <pty.h>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -26,21 +25,6 @@ std::string readFile(const std::filesystem::path& path)
 void writeFile(const std::filesystem::path& path, const std::string& content)
 {
     std::ofstream(path, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
-}
-
-TemporaryFolder::TemporaryFolder()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "kest-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), name);
-    }
-    m_path = name;
-}
-
-TemporaryFolder::~TemporaryFolder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
 }
 
 Environment::Environment(std::map<std::string, std::string> added, char* last)
@@ -65,8 +49,7 @@ Environment::Environment(std::map<std::string, std::string> added, char* last)
 Program::Program(const std::string& name, std::vector<std::string> arguments, RunOptions options)
     : m_options(std::move(options)), m_deadline(std::chrono::steady_clock::now() + m_options.limit)
 {
-    std::vector<std::string> command = emulator();
-    command.push_back(std::string(kest::tests::programFolder) + "/" + name);
+    std::vector<std::string> command = commandOf(name);
     command.insert(command.end(), std::make_move_iterator(arguments.begin()), std::make_move_iterator(arguments.end()));
     start(command);
 }
@@ -127,18 +110,6 @@ RunResult Program::finish()
     closeEnd(m_output);
     closeEnd(m_errors);
     return m_result;
-}
-
-std::vector<std::string> Program::emulator()
-{
-    std::vector<std::string> words;
-    std::istringstream text(kest::tests::emulator);
-    for (std::string word; std::getline(text, word, ';');) {
-        if (!word.empty()) {
-            words.push_back(word);
-        }
-    }
-    return words;
 }
 
 void Program::closeEnd(int& descriptor)

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/places.h"
+#include "tests/temporaryfolder.h"
 
 namespace kest::test
 {
@@ -24,20 +25,6 @@ using namespace std::chrono_literals;
 /// Reads and writes whole files.
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
-
-/// A folder of its own, removed with all it holds.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder();
-    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
 
 /// This process's environment and `added` on top of it, as exec() takes it. Made before a fork: the child of a process
 /// with threads must not allocate.
@@ -99,8 +86,6 @@ public:
     RunResult finish();
 
 private:
-    static std::vector<std::string> emulator();
-
     static void closeEnd(int& descriptor);
 
     void start(const std::vector<std::string>& command);

@@ -10,6 +10,7 @@
 #include "base/filelock.h"
 #include "base/files.h"
 #include "base/folders.h"
+#include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/spool.h"
 #include "platform/host/iic/systemcalls.h"
 #include "tests/host/host_support.h"
@@ -73,7 +74,7 @@ TEST_F(DurableRecord, OfAFirstFailureIsOnTheDiskWithItsName)
     EXPECT_EQ((Answer{0, EIO}), device.read(data));
     synced = nullptr;
     ASSERT_EQ(2u, paths.size());
-    EXPECT_EQ(paths[1], std::filesystem::path(paths[0]).parent_path()) << paths[0];
+    EXPECT_EQ(std::filesystem::path(paths[0]).parent_path(), paths[1]) << paths[0];
 }
 
 TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)

@@ -428,7 +428,7 @@ TEST_F(Configuration, StateOfRootLiesWithTheSystem)
 
 TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
 {
-    std::ifstream page(std::string(kest::tests::sourceFolder) + "/docs/configuration.md");
+    std::ifstream page(std::string(sourceFolder) + "/docs/configuration.md");
     const std::string text((std::istreambuf_iterator<char>(page)), {});
     const auto begin = text.find("```toml\n") + 8;
     const std::string example = text.substr(begin, text.find("```", begin) - begin);

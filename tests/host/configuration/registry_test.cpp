@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 
+#include "platform/host/configuration/configuration.h"
 #include "tests/host/host_support.h"
 #include "tests/host/memory.h"
 #include "tests/places.h"
@@ -113,7 +114,7 @@ TEST(RegistryOfAFreshProcess, DISABLED_WithAFileInError)
 std::string inFreshProcess(const HostFolder& folder, const std::string& file, const std::string& test)
 {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    const std::string command = "KEST_CONFIG=" + file + " " + kest::tests::emulator + " " + program +
+    const std::string command = "KEST_CONFIG=" + file + " " + emulator + " " + program +
                                 " --gtest_also_run_disabled_tests --gtest_filter=" + test + " > " +
                                 (folder.path() / "said").string();
     EXPECT_EQ(0, std::system(command.c_str()));

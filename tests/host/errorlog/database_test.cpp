@@ -66,6 +66,8 @@ public:
     OtherConnection& operator=(const OtherConnection&) = delete;
     ~OtherConnection() { sqlite3_close(m_connection); }
 
+    /// Takes the database's write lock until a rollback.
+    void holdWrites() { run("BEGIN IMMEDIATE"); }
     void run(const std::string& text)
     {
         char* message = nullptr;
@@ -91,8 +93,17 @@ class ErrorLogTrouble : public testing::Test
 protected:
     [[nodiscard]] std::filesystem::path database() const { return folder.state("errors.db"); }
 
-    /// Commits what the database does not take. @return what standard error was told
-    static std::string commitTold(std::uint32_t word)
+    /// Leaves an entry in the spool that was committed a minute before the latest one. @param word  its first user data
+    void spoolOlderEntry(std::uint32_t word) const
+    {
+        host::loggedEntry older = host::listEntries().entries.at(0);
+        older.plid += 1000;
+        older.committedMs -= 60000;
+        older.srcs.at(0).words[4] = word;
+        folder.write("state/errors.spool", host::toLine(older) + "\n");
+    }
+    /// Commits while the database can't take the entry. @return what was written to standard error
+    static std::string commitReporting(std::uint32_t word)
     {
         testing::internal::CaptureStderr();
         commitEntry(word);
@@ -113,20 +124,16 @@ protected:
 TEST_F(ErrorLogTrouble, AHeldDatabaseCostsOneCommitFiveSecondsAndTheNextOnesNothing)
 {
     commitEntry(0);
-    host::loggedEntry waiting = host::listEntries().entries.at(0);
-    waiting.plid += 1000;
-    waiting.committedMs -= 60000;
-    waiting.srcs.at(0).words[4] = 9;
-    folder.write("state/errors.spool", host::toLine(waiting) + "\n");
+    spoolOlderEntry(9);
     const DrivenClock clock;
     OtherConnection other(database());
-    other.run("BEGIN IMMEDIATE");
-    EXPECT_NE(std::string::npos, commitTold(1).find("database is locked"));
+    other.holdWrites();
+    EXPECT_NE(std::string::npos, commitReporting(1).find("database is locked"));
     EXPECT_LT(milliseconds(0), DrivenClock::passed()) << "it waited";
     EXPECT_GE(milliseconds(5000), DrivenClock::passed());
     const auto after = DrivenClock::passed();
-    commitTold(2);
-    commitTold(3);
+    commitReporting(2);
+    commitReporting(3);
     EXPECT_EQ(after, DrivenClock::passed()) << "the database is known to be busy";
     other.run("ROLLBACK");
     commitEntry(4);
@@ -140,11 +147,11 @@ TEST_F(ErrorLogTrouble, AfterAWhileACommitWaitsForABusyDatabaseAgain)
     commitEntry(0);
     const DrivenClock clock;
     OtherConnection other(database());
-    other.run("BEGIN IMMEDIATE");
-    commitTold(1);
+    other.holdWrites();
+    commitReporting(1);
     DrivenClock::pass(milliseconds(5000));
     const auto before = DrivenClock::passed();
-    commitTold(2);
+    commitReporting(2);
     EXPECT_LT(before, DrivenClock::passed());
     EXPECT_GE(before + milliseconds(5000), DrivenClock::passed());
 }
@@ -154,7 +161,7 @@ TEST_F(ErrorLogTrouble, ThreadsDoNotWaitForAHeldDatabaseOneAfterTheOther)
     commitEntry(0);
     const DrivenClock clock;
     OtherConnection other(database());
-    other.run("BEGIN IMMEDIATE");
+    other.holdWrites();
     testing::internal::CaptureStderr();
     std::vector<std::thread> threads;
     for (std::uint32_t number = 1; number <= 6; ++number) {
@@ -196,7 +203,7 @@ TEST_F(ErrorLogTrouble, WithoutLocksACommitTakesFiveSecondsAtMost)
     folder.configure("");
     const DrivenClock clock;
     replaceSystemCall("fcntl", fcntlWithoutLocks);
-    commitTold(1);
+    commitReporting(1);
     replaceSystemCall<int (*)()>("fcntl", nullptr);
     EXPECT_GE(milliseconds(5000), DrivenClock::passed());
     EXPECT_NE("", folder.read("state/errors.spool"));
@@ -301,7 +308,7 @@ TEST_F(ErrorLogTrouble, AFileThatIsNoErrorLogIsSetAside)
         return host::listEntries().error == database().string() + ": not an error log" && !host::checkStore().empty();
     }));
     EXPECT_TRUE(comesBack([&] {
-        const std::string told = commitTold(2);
+        const std::string told = commitReporting(2);
         return told ==
                    "kest: " + database().string() + " is not an error log; it was set aside as errors.db.damaged\n" &&
                wordsInLog() == Words{2};
@@ -317,7 +324,7 @@ TEST_F(ErrorLogTrouble, AnotherUsersFileIsSetAside)
     commitEntry(1);
     ASSERT_EQ(0, chown(database().c_str(), 12345, 12345));
     folder.configure("");
-    EXPECT_NE(std::string::npos, commitTold(2).find("belongs to another user"));
+    EXPECT_NE(std::string::npos, commitReporting(2).find("belongs to another user"));
     EXPECT_EQ((Words{2}), wordsInLog());
 }
 
@@ -326,7 +333,7 @@ TEST_F(ErrorLogTrouble, ANewerLayoutIsLeftAloneUntilTheLogIsCleared)
     commitEntry(1);
     OtherConnection(database()).run("PRAGMA user_version = 99");
     folder.configure("");
-    EXPECT_NE(std::string::npos, commitTold(2).find("made by a newer version"));
+    EXPECT_NE(std::string::npos, commitReporting(2).find("made by a newer version"));
     EXPECT_EQ("", host::clearEntries());
     commitEntry(3);
     EXPECT_EQ((Words{3}), wordsInLog());
@@ -395,11 +402,7 @@ TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEv
 TEST_F(ErrorLogTrouble, ALimitShowsTheLatestEntriesAlsoAfterASpoolWasTakenIn)
 {
     commitEntry(1);
-    host::loggedEntry older = host::listEntries().entries.at(0);
-    older.plid += 1000;
-    older.committedMs -= 60000;
-    older.srcs.at(0).words[4] = 9;
-    folder.write("state/errors.spool", host::toLine(older) + "\n");
+    spoolOlderEntry(9);
     commitEntry(2);
     EXPECT_EQ((Words{2, 1}), wordsInLog({.limit = 2}));
     EXPECT_EQ((Words{2, 1, 9}), wordsInLog());

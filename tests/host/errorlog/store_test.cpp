@@ -266,7 +266,7 @@ TEST_F(ErrorLog, KilledAtAnyMomentItHoldsWhatWasCommitted)
 /// Of each process. Under the emulator fewer, unless KEST_LONG_TESTS is set.
 std::uint32_t manyEntries()
 {
-    const bool slow = kest::tests::isEmulated();
+    const bool slow = isEmulated();
     return slow && std::getenv("KEST_LONG_TESTS") == nullptr ? 1000 : 10000;
 }
 

@@ -81,7 +81,7 @@ host::ringInfo ringOf(const std::filesystem::path& folder, std::uint32_t pid, co
 
 TEST(TraceFile, ReadableWhileAliveAndAfterAKill)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     TracingChild child(folder.path(), "killed");
     for (const bool alive : {true, false}) {
         const host::ringInfo ring = ringOf(folder.path(), child.pid(), "killed");
@@ -95,14 +95,14 @@ TEST(TraceFile, ReadableWhileAliveAndAfterAKill)
         EXPECT_EQ(12u, read.records.back().line);
         const auto now = static_cast<std::uint64_t>(time(nullptr)) * 1'000'000'000u;
         // a minute, or so
-        EXPECT_LT(now - read.records.back().timeNs + 2'000'000'000u, 120'000'000'000u);
+        EXPECT_GT(120'000'000'000u, now - read.records.back().timeNs + 2'000'000'000u);
         child.end();
     }
 }
 
 TEST(TraceFile, ProcessIsReadOverAllItsBuffersInOrder)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     EXPECT_EQ(0, inChild([&] {
                   host::useTraceFolder(folder.path());
                   trace_wobu_descriptor one = newRing("orderOne"), two = newRing("orderTwo");
@@ -140,7 +140,7 @@ TEST(TraceFileOfAFreshProcess, IsReadableAfterItsSuddenEnd)
     const std::string config = folder.write("other.toml", "trace.folder = \"lines\"").string();
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     const std::string command =
-        "KEST_CONFIG=" + config + " exec " + kest::tests::emulator + " " + program +
+        "KEST_CONFIG=" + config + " exec " + emulator + " " + program +
         " --gtest_also_run_disabled_tests --gtest_filter=TraceFileOfAFreshProcess.DISABLED_* > " +
         (folder.path() / "said").string();
     const int status = std::system(command.c_str());
@@ -157,7 +157,7 @@ TEST(TraceFileOfAFreshProcess, IsReadableAfterItsSuddenEnd)
 
 TEST(TraceFile, ChildOfAForkStopsSharing)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     EXPECT_EQ(0, inChild([&] {
                   trace_wobu_descriptor ring = newRing("forked");
                   host::useTraceFolder(folder.path());
@@ -213,7 +213,7 @@ TEST(TraceFile, FolderThatCannotBeHadLeavesTheRingInMemory)
 /// used.
 TEST(TraceFile, RoomIsReservedOnTheDisk)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     EXPECT_EQ(0, inChild([&] {
                   rlimit limit{4096, 4096};
                   setrlimit(RLIMIT_FSIZE, &limit);
@@ -251,7 +251,7 @@ TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a link away";
     }
-    ScratchFolder folder;
+    TemporaryFolder folder;
     const auto link = folder.path() / "state" / "trace";
     std::filesystem::create_directories(folder.path() / "elsewhere");
     std::filesystem::create_directory(folder.path() / "state");
@@ -275,7 +275,7 @@ TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a folder away";
     }
-    ScratchFolder folder;
+    TemporaryFolder folder;
     const auto trace = folder.path() / "state" / "trace";
     std::filesystem::create_directories(trace);
     ASSERT_EQ(0, chown(trace.c_str(), somebody, somebody));
@@ -294,7 +294,7 @@ TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
 TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
 {
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
-    ScratchFolder folder;
+    TemporaryFolder folder;
     EXPECT_EQ("", withoutMemory([&] {
                   trace_wobu_descriptor ring = nullptr;
                   const bool made = trace_wobu_init_buffer(&ring, "short", 2048) == 0;
@@ -316,7 +316,7 @@ TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
 
 TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     TracingChild living(folder.path(), "living");
     const auto now = std::filesystem::file_time_type::clock::now();
     for (int number = 0; number < 100; ++number) {
@@ -461,7 +461,7 @@ TEST(TraceFile, SizesThatWrap)
 
 TEST(TraceFile, OtherThingsInTheFolder)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     std::filesystem::create_directory(folder.path() / "folder.ring");
     std::filesystem::create_symlink("/dev/zero", folder.path() / "link.ring");
     ASSERT_EQ(0, mkfifo((folder.path() / "pipe.ring").c_str(), 0600));
@@ -491,7 +491,7 @@ void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_
 
 TEST(TraceFile, EachFileThatIsLeftOutIsTold)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     std::vector<std::uint8_t> image = exampleImage();
     writeBytes(folder.path() / "whole.ring", image);
     writeBytes(folder.path() / "cut.ring", {image.begin(), image.begin() + 300});
@@ -527,7 +527,7 @@ TEST(TraceFile, EachFileThatIsLeftOutIsTold)
 
 TEST(TraceFile, ARingThatIsBeingMadeOrRemovedIsNotToldAsDamaged)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     writeBytes(folder.path() / "new.ring", {});
     writeBytes(folder.path() / "zeros.ring", std::vector<std::uint8_t>(384));
     writeBytes(folder.path() / "going.ring", {});
@@ -543,7 +543,7 @@ TEST(TraceFile, ARingThatIsBeingMadeOrRemovedIsNotToldAsDamaged)
 
 TEST(TraceFile, AFolderThatIsNoneIsToldAndAMissingOneIsNot)
 {
-    ScratchFolder folder;
+    TemporaryFolder folder;
     writeBytes(folder.path() / "file", {});
     const host::ringList list = host::listRingsAndOthers(folder.path() / "file", [] {});
     EXPECT_EQ((std::map<std::string, std::string>{{"file", "Not a directory"}}), troublesOf(list));

@@ -436,7 +436,7 @@ TEST(SharedBuffers, AreZeroFilledAndDistinct)
 
 TEST(SharedBuffers, AreNullWhenThereIsNoMemory)
 {
-    if (underSanitizer || kest::tests::isEmulated()) {
+    if (underSanitizer || isEmulated()) {
         GTEST_SKIP() << "the sanitizers and the emulator need an unbounded address space";
     }
     EXPECT_EQ(0, inChild([] {

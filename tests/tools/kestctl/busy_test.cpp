@@ -1,9 +1,8 @@
 /// Devices that somebody else holds: the test takes their locks through the IIC layer, as another program would.
-#include <cstdlib>
 #include <gmock/gmock.h>
 
-#include "platform/host/configuration/configuration.h"
 #include "tests/host/iic_support.h"
+#include "tests/host/usedconfiguration.h"
 #include "tests/tools/program.h"
 
 namespace kest::test
@@ -17,9 +16,6 @@ using testing::MatchesRegex;
 class KestctlBusy : public MachineTest
 {
 protected:
-    KestctlBusy() { use((machine() / "kest.toml").string()); }
-    ~KestctlBusy() override { use(m_before); }
-
     /// The one line of a command that is to end with exit code 6.
     std::string complaint(std::vector<std::string> arguments) const
     {
@@ -30,17 +26,7 @@ protected:
     }
 
 private:
-    static void use(const std::string& file)
-    {
-        if (file.empty()) {
-            unsetenv("KEST_CONFIG");
-        } else {
-            setenv("KEST_CONFIG", file.c_str(), 1);
-        }
-        host::reloadConfiguration();
-    }
-
-    std::string m_before = getenv("KEST_CONFIG") != nullptr ? getenv("KEST_CONFIG") : "";
+    UsedConfiguration m_used{machine() / "kest.toml"};
 };
 
 TEST_F(KestctlBusy, AHubThatIsHeld)

@@ -1,13 +1,12 @@
 /// The exit codes of kestctl: each case of the table in docs/kestctl.md is brought about.
-#include <cstdlib>
 #include <functional>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/host/configuration/configuration.h"
 #include "tests/host/fakekernel.h"
 #include "tests/host/iic_support.h"
+#include "tests/host/usedconfiguration.h"
 #include "tests/tools/kestd_support.h"
 #include "tests/tools/seeprom_support.h"
 #include "tools/common/bus.h"
@@ -23,9 +22,6 @@ class KestctlExitCodes : public SeepromTest
 {
 protected:
     using Cases = std::map<std::string, std::function<int()>>; ///< by the words of the document
-
-    KestctlExitCodes() { use((machine() / "kest.toml").string()); }
-    ~KestctlExitCodes() override { use(m_before); }
 
     int exitOf(std::vector<std::string> words, RunOptions options = {}) const
     {
@@ -70,17 +66,7 @@ protected:
     [[nodiscard]] Cases busy() const;
 
 private:
-    static void use(const std::string& file)
-    {
-        if (file.empty()) {
-            unsetenv("KEST_CONFIG");
-        } else {
-            setenv("KEST_CONFIG", file.c_str(), 1);
-        }
-        host::reloadConfiguration();
-    }
-
-    std::string m_before = getenv("KEST_CONFIG") != nullptr ? getenv("KEST_CONFIG") : "";
+    UsedConfiguration m_used{machine() / "kest.toml"};
 };
 
 KestctlExitCodes::Cases KestctlExitCodes::done() const
@@ -342,7 +328,7 @@ KestctlExitCodes::Cases KestctlExitCodes::busy() const
 /// The document's rows: exit code and case.
 std::vector<std::pair<int, std::string>> documentedCases()
 {
-    std::istringstream text(readFile(std::filesystem::path(kest::tests::sourceFolder) / "docs/kestctl.md"));
+    std::istringstream text(readFile(std::filesystem::path(sourceFolder) / "docs/kestctl.md"));
     std::vector<std::pair<int, std::string>> rows;
     bool within = false;
     for (std::string line; std::getline(text, line);) {

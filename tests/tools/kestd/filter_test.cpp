@@ -62,17 +62,14 @@ protected:
         std::filesystem::permissions(machine(), std::filesystem::perms(02770));
     }
 
-    static std::filesystem::path confine()
-    {
-        return std::filesystem::path(kest::tests::programFolder) / "../tests/confine";
-    }
+    static std::filesystem::path confine() { return std::filesystem::path(programFolder) / "../tests/confine"; }
     /// The sets of system calls of the service manager that is installed, else of the one that Debian 12 has.
     [[nodiscard]] std::filesystem::path sets() const
     {
         const std::filesystem::path own = folder() / "sets";
         const std::string command = "systemd-analyze syscall-filter >'" + own.string() + "' 2>/dev/null";
         const bool installed = std::system(command.c_str()) == 0;
-        return installed ? own : std::filesystem::path(kest::tests::sourceFolder) / "tests/confine/syscall-sets.txt";
+        return installed ? own : std::filesystem::path(sourceFolder) / "tests/confine/syscall-sets.txt";
     }
     /// @param kills  whether a call that the filter refuses ends the service
     void start(bool kills)
@@ -81,14 +78,13 @@ protected:
         if (kills) {
             runner.emplace_back("--kill");
         }
-        for (const std::string& word :
-             {std::string(kest::tests::sourceFolder) + "/packaging/kestd.service.in", sets().string(),
-              std::to_string(service), std::to_string(service), std::to_string(users)}) {
+        for (const std::string& word : {std::string(sourceFolder) + "/packaging/kestd.service.in", sets().string(),
+                                        std::to_string(service), std::to_string(service), std::to_string(users)}) {
             runner.push_back(word);
         }
-        mDaemon.emplace(folder(), std::vector<std::string>{"--config", (machine() / "kest.toml").string()}, -1,
-                        std::map<std::string, std::string>{}, runner);
-        ASSERT_TRUE(mDaemon->isReady()) << mDaemon->errors();
+        daemon.emplace(folder(), std::vector<std::string>{"--config", (machine() / "kest.toml").string()}, -1,
+                       std::map<std::string, std::string>{}, runner);
+        ASSERT_TRUE(daemon->isReady()) << daemon->errors();
     }
     [[nodiscard]] client::serviceConnection connect() const
     {
@@ -101,7 +97,7 @@ protected:
         EXPECT_EQ(0, lstat((machine() / name).c_str(), &facts)) << name;
         return facts;
     }
-    /// Every kind of failure, each with its entry in the log; afterwards the service reads as before.
+    /// Brings about every kind of failure. Each leaves its entry in the log, and afterwards the service reads as before.
     void failEveryWay()
     {
         client::serviceConnection connection = connect();
@@ -134,31 +130,26 @@ protected:
         }());
     }
 
+    /// The service's whole work, from its start to its end.
+    void serve(bool kills)
+    {
+        ASSERT_NO_FATAL_FAILURE(start(kills));
+        readAndWrite();
+        failEveryWay();
+        EXPECT_TRUE(daemon->reload());
+        readAndWrite();
+        EXPECT_EQ(0, daemon->stop()) << daemon->errors();
+    }
+
     static constexpr uid_t service = 61234;
     static constexpr gid_t users = 61300;
 
-    std::optional<Daemon> mDaemon;
+    std::optional<Daemon> daemon;
 };
 
-TEST_F(KestdUnderItsUnit, ReadsWritesAndFails)
-{
-    start(false);
-    readAndWrite();
-    failEveryWay();
-    EXPECT_TRUE(mDaemon->reload());
-    readAndWrite();
-    EXPECT_EQ(0, mDaemon->stop()) << mDaemon->errors();
-}
+TEST_F(KestdUnderItsUnit, ReadsWritesAndFails) { serve(false); }
 
-TEST_F(KestdUnderItsUnit, CallsNothingThatIsRefused)
-{
-    start(true);
-    readAndWrite();
-    failEveryWay();
-    EXPECT_TRUE(mDaemon->reload());
-    readAndWrite();
-    EXPECT_EQ(0, mDaemon->stop()) << mDaemon->errors();
-}
+TEST_F(KestdUnderItsUnit, CallsNothingThatIsRefused) { serve(true); }
 
 TEST_F(KestdUnderItsUnit, ItsSharedFilesAreOpenToAllUsersOfTheBus)
 {
@@ -166,7 +157,7 @@ TEST_F(KestdUnderItsUnit, ItsSharedFilesAreOpenToAllUsersOfTheBus)
     readAndWrite();
     says({"sim", "fault", "add", "nack", "--address", "0xA0"});
     EXPECT_EQ(outcome::failed, connect().readSeeprom(direct, 0, 8).what);
-    EXPECT_EQ(0, mDaemon->stop());
+    EXPECT_EQ(0, daemon->stop());
     EXPECT_EQ(service, about("iic.planar.lock").st_uid);
     EXPECT_EQ(users, about("iic.planar.lock").st_gid);
     EXPECT_EQ(S_IFREG | mode_t{0660}, about("iic.planar.lock").st_mode);

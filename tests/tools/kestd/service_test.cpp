@@ -114,7 +114,7 @@ TEST_F(KestdTest, EntriesAreInTheLog)
     start();
     const answer got = connect().request(0x8003, {});
     EXPECT_EQ(0, daemon().stop());
-    const RunResult shown = run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "list"});
+    const RunResult shown = run("kestctl", configured({"errors", "list"}));
     std::array<char, 16> hex{};
     std::snprintf(hex.data(), hex.size(), "%08X", got.logId);
     EXPECT_NE(std::string::npos, shown.output.find(hex.data())) << shown.output << shown.errors;
@@ -137,10 +137,7 @@ protected:
                   "[[device]]\nnumber = 2\nlocation = \"sim:planar,L,1C0002,A4\"\n");
         start();
     }
-    [[nodiscard]] std::string leds() const
-    {
-        return run("kestctl", {"--config", (folder() / "kest.toml").string(), "port", "read", "leds"}).output;
-    }
+    [[nodiscard]] std::string leds() const { return run("kestctl", configured({"port", "read", "leds"})).output; }
 };
 
 /// The offset bytes of a read are a write to a device without offsets.
@@ -338,9 +335,9 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
         }
     }
     // their own memory is many times as much
-    if (!underSanitizer && !kest::tests::isEmulated()) {
+    if (!underSanitizer && !isEmulated()) {
         // idle 10 MiB; each client three buffers of 64 KiB, 3 MiB in all. A single copy loaded whole would pass it
-        EXPECT_LT(daemon().statusKib("VmHWM"), (10 + 3 + 2) * 1024);
+        EXPECT_GT((10 + 3 + 2) * 1024, daemon().statusKib("VmHWM"));
     }
 }
 
@@ -462,8 +459,7 @@ TEST_F(KestdPermissions, RefusalIsClearAndHasAnEntry)
     EXPECT_EQ(0, daemon().stop());
     std::array<char, 16> hex{};
     std::snprintf(hex.data(), hex.size(), "0x%08X", logId);
-    const RunResult shown =
-        run("kestctl", {"--config", (folder() / "kest.toml").string(), "errors", "show", hex.data()});
+    const RunResult shown = run("kestctl", configured({"errors", "show", hex.data()}));
     EXPECT_NE(std::string::npos, shown.output.find("80001601")) << shown.output << shown.errors;
     EXPECT_NE(std::string::npos, shown.output.find("user 65534 is not permitted to write"))
         << shown.output << shown.errors;
@@ -588,7 +584,7 @@ TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
     const std::size_t before = daemon().descriptors();
     const auto count = [&] {
         // two places, and what the service opens at its first client
-        EXPECT_LT(daemon().descriptors(), before + 20);
+        EXPECT_GT(before + 20, daemon().descriptors());
     };
     const auto crowd = [&](const PauseFunction& pause) {
         std::vector<std::unique_ptr<RawClient>> clients;
@@ -651,7 +647,7 @@ TEST_F(KestdTest, SilentClientsAreDropped)
     const auto until = std::chrono::steady_clock::now() + patience;
     // EPIPE in the end
     while (deaf.send(std::vector<std::uint8_t>{0}, MSG_DONTWAIT) || errno == EAGAIN) {
-        ASSERT_LT(std::chrono::steady_clock::now(), until);
+        ASSERT_GT(until, std::chrono::steady_clock::now());
         std::this_thread::yield();
     }
     EXPECT_EQ(EPIPE, errno);
@@ -717,10 +713,10 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
         thread.join();
     }
     EXPECT_EQ(2000, good);
-    if (!underSanitizer && !kest::tests::isEmulated()) {
+    if (!underSanitizer && !isEmulated()) {
         // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those
         // here
-        EXPECT_LT(daemon().statusKib("VmRSS"), 10240 + 8192);
+        EXPECT_GT(10240 + 8192, daemon().statusKib("VmRSS"));
     }
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     hostile.clear();
@@ -771,12 +767,10 @@ TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
     const rlim_t before = daemon().limit(RLIMIT_NOFILE, 3);
     RawClient client(socketPath());
     EXPECT_TRUE(client.send(seepromRequest(0x8001, 0, 4)));
-    const auto trace = [this] {
-        return run("kestctl", {"--config", (folder() / "kest.toml").string(), "trace", "--buffer", "kestd"}).output;
-    };
+    const auto trace = [this] { return run("kestctl", configured({"trace", "--buffer", "kestd"})).output; };
     const auto until = std::chrono::steady_clock::now() + patience;
     while (trace().find("acceptSome," + std::to_string(EMFILE)) == std::string::npos) {
-        ASSERT_LT(std::chrono::steady_clock::now(), until) << trace();
+        ASSERT_GT(until, std::chrono::steady_clock::now()) << trace();
     }
     daemon().limit(RLIMIT_NOFILE, before);
     const auto reply = client.receive();
@@ -852,7 +846,7 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
     for (std::thread& thread : slow) {
         thread.join();
     }
-    EXPECT_LT(during, 200) << "requests without a device took as long as writes";
+    EXPECT_GT(200, during) << "requests without a device took as long as writes";
 }
 
 // ----------------------------------------------------------------------------------------------------------------- life
@@ -909,9 +903,9 @@ TEST_F(KestdTest, SuccessorStartsWhileTheLastRepliesAreBeingTaken)
     daemon().signal(SIGTERM);
     const auto until = std::chrono::steady_clock::now() + patience;
     while (std::filesystem::exists(socketPath())) {
-        ASSERT_LT(std::chrono::steady_clock::now(), until);
+        ASSERT_GT(until, std::chrono::steady_clock::now());
     }
-    Daemon successor(folder(), {"--config", (folder() / "kest.toml").string()});
+    Daemon successor(folder(), configured());
     EXPECT_TRUE(successor.isReady()) << successor.errors();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     EXPECT_EQ(0, daemon().end());
@@ -927,7 +921,7 @@ TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)
     EXPECT_TRUE(std::filesystem::exists(socketPath()));
     start();
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
-    const RunResult second = run("kestd", {"--config", (folder() / "kest.toml").string()});
+    const RunResult second = run("kestd", configured());
     EXPECT_EQ(1, second.exit);
     EXPECT_NE(std::string::npos, second.errors.find("another service listens there")) << second.errors;
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
@@ -957,7 +951,7 @@ bool exhaustLocks()
 
 TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
 {
-    if (tests::isEmulated()) {
+    if (isEmulated()) {
         GTEST_SKIP() << "the emulator's own calls would be filtered";
     }
     constexpr int notAllowed = 99;
@@ -967,8 +961,7 @@ TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
         if (!exhaustLocks()) {
             _exit(notAllowed);
         }
-        const RunResult result =
-            run("kestd", {"--config", (folder() / "kest.toml").string(), "--socket", socketPath()});
+        const RunResult result = run("kestd", configured({"--socket", socketPath()}));
         writeFile(folder() / "said", result.errors);
         _exit(result.exit);
     }
@@ -986,8 +979,7 @@ TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
 
 TEST_F(KestdTest, SocketGivenAtTheCommandLine)
 {
-    Daemon daemon(folder(), {"--config", (folder() / "kest.toml").string(), "--socket",
-                             (folder() / "deep/er/other.socket").string()});
+    Daemon daemon(folder(), configured({"--socket", (folder() / "deep/er/other.socket").string()}));
     ASSERT_TRUE(daemon.isReady());
     client::serviceConnection connection(folder() / "deep/er/other.socket");
     EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
@@ -1018,7 +1010,7 @@ TEST_F(KestdTest, SocketHandedOver)
 TEST_F(KestdTest, WhatIsHandedOverMustBeAListeningSocket)
 {
     const int datagrams = boundSocket(folder() / "datagrams.socket", SOCK_DGRAM);
-    Daemon daemon(folder(), {"--config", (folder() / "kest.toml").string()}, datagrams);
+    Daemon daemon(folder(), configured(), datagrams);
     EXPECT_EQ(1, daemon.end());
     EXPECT_NE(std::string::npos, daemon.errors().find("no listening Unix stream socket"));
     close(datagrams);

@@ -1,4 +1,4 @@
-/// The service's threads, by themselves: whose turn it is, and that nobody's failure or patience is the others'.
+/// The service's threads alone: whose turn it is, and that one owner's failing or slow jobs do not hold up another's.
 #include <algorithm>
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "tests/tools/kestd_support.h"
@@ -55,7 +56,7 @@ protected:
         m_work.reset();
         m_workers.join();
     }
-    /// Notes that something was done, in the order in which it was.
+    /// Notes that something was done; the notes keep their order.
     void note(char what)
     {
         const std::lock_guard guard(m_lock);
@@ -114,7 +115,7 @@ TEST_F(KestdWorkers, TheServicesOwnJobsNeedNoTurn)
     finish();
 }
 
-/// Jobs that submit themselves again whenever they are done, and an event that comes meanwhile.
+/// Jobs submit themselves again whenever they are done; an event comes meanwhile.
 TEST_F(KestdWorkers, EventsComeBetweenJobsThatNeverEnd)
 {
     std::atomic<int> runs{0};
@@ -127,7 +128,7 @@ TEST_F(KestdWorkers, EventsComeBetweenJobsThatNeverEnd)
             submit(alice, again);
         }
     };
-    // so many that there is always one to begin
+    // with so many there is always one to begin
     start(1000, 1000, [&] {
         for (int number = 0; number < 2000; ++number) {
             submit(alice, again);
@@ -149,7 +150,7 @@ TEST_F(KestdWorkers, JobThatThrowsEndsItselfAlone)
     EXPECT_TRUE(awaits('b'));
     asio::post(context(), [this] {
         asio::post(context(), [this] { submit(alice, [this] { note('c'); }); });
-        // an event's handler can run out of memory, too
+        // an event's handler, too, can run out of memory
         throw std::bad_alloc();
     });
     EXPECT_TRUE(awaits('c'));
@@ -165,7 +166,7 @@ protected:
         timeNs = 0;
     }
 
-    /// A connection whose requests take so long each, and that has another one as long as it is told to go on.
+    /// A connection whose requests take `costNs` each. It makes another request for as long as `goesOn` returns true.
     class Connection : public serviceJob, public std::enable_shared_from_this<Connection>
     {
     public:
@@ -197,6 +198,27 @@ protected:
     {
         return connection(name, costNs, [this] { return done().size() < enough; });
     }
+    /// Submits a job for each name; each takes so long.
+    void submitEach(const std::shared_ptr<jobShare>& owner, std::string_view names, std::int64_t costNs = 0)
+    {
+        for (const char name : names) {
+            submit(owner, [this, name, costNs] {
+                timeNs += costNs;
+                note(name);
+            });
+        }
+    }
+    /// Has one of alice's jobs submit all the others, and waits for those in `awaited`.
+    /// @return the names of what was done, in order
+    std::string orderOf(unsigned mostEach, std::string_view awaited, std::function<void()> submitAll)
+    {
+        start(1, mostEach, [this, &submitAll] { submit(alice, std::move(submitAll)); });
+        for (const char name : awaited) {
+            EXPECT_TRUE(awaits(name)) << name;
+        }
+        finish();
+        return done();
+    }
     /// Makes a connection for each request.
     void ask(char name, std::int64_t costNs)
     {
@@ -217,69 +239,34 @@ std::int64_t KestdShares::timeNs;
 
 TEST_F(KestdShares, OwnersTakeTurnsWhateverEachHasWaiting)
 {
-    start(1, 2, [this] {
-        submit(alice, [this] {
-            for (const char name : {'1', '2', '3', '4'}) {
-                submit(alice, [this, name] { note(name); });
-            }
-            for (const char name : {'a', 'b'}) {
-                submit(bob, [this, name] { note(name); });
-            }
-        });
-    });
-    EXPECT_TRUE(awaits('4'));
-    EXPECT_TRUE(awaits('b'));
-    finish();
-    EXPECT_EQ("1a2b34", done());
+    EXPECT_EQ("1a2b34", orderOf(2, "4b", [this] {
+                  submitEach(alice, "1234");
+                  submitEach(bob, "ab");
+              }));
 }
 
 TEST_F(KestdShares, OwnerWhoHasUsedLessTimeIsServedFirst)
 {
-    start(1, 2, [this] {
-        submit(alice, [this] {
-            workers().submit(connection('h', 5));
-            for (const char name : {'1', '2', '3', '4'}) {
-                submit(bob, [this, name] {
-                    timeNs += 2;
-                    note(name);
-                });
-            }
-        });
-    });
-    EXPECT_TRUE(awaits('4'));
-    finish();
-    EXPECT_EQ("h123h4hh", done());
+    EXPECT_EQ("h123h4hh", orderOf(2, "4", [this] {
+                  workers().submit(connection('h', 5));
+                  submitEach(bob, "1234", 2);
+              }));
 }
 
 TEST_F(KestdShares, RunThatWasHeldUpCountsForTwoMillisecondsAtMost)
 {
-    start(1, 2, [this] {
-        submit(alice, [this] {
-            workers().submit(connection('h', 9'000'000));
-            for (const char name : {'1', '2', '3', '4'}) {
-                submit(bob, [this, name] {
-                    timeNs += 1'500'000;
-                    note(name);
-                });
-            }
-        });
-    });
-    EXPECT_TRUE(awaits('4'));
-    finish();
-    EXPECT_EQ("h12h3h4h", done());
+    EXPECT_EQ("h12h3h4h", orderOf(2, "4", [this] {
+                  workers().submit(connection('h', 9'000'000));
+                  submitEach(bob, "1234", 1'500'000);
+              }));
 }
 
 TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
 {
-    start(1, 1, [this] {
-        submit(alice, [this] {
-            workers().submit(connection('h', 5));
-            workers().submit(connection('l', 2));
-        });
-    });
-    EXPECT_TRUE(awaits('l'));
-    finish();
-    EXPECT_EQ("hlllhllhl", done());
+    EXPECT_EQ("hlllhllhl", orderOf(1, "l", [this] {
+                  workers().submit(connection('h', 5));
+                  workers().submit(connection('l', 2));
+              }));
 }
 
 TEST_F(KestdShares, ConnectionThatAskedForNothingGoesOnWithTheOthers)
@@ -302,18 +289,13 @@ TEST_F(KestdShares, ConnectionThatAskedForNothingGoesOnWithTheOthers)
 
 TEST_F(KestdShares, ConnectionForEachRequestGainsNothing)
 {
-    start(1, 1, [this] {
-        submit(alice, [this] {
-            workers().submit(connection('e', 2));
-            ask('n', 2);
-        });
-    });
-    EXPECT_TRUE(awaits('n'));
-    finish();
-    EXPECT_EQ("enenenene", done());
+    EXPECT_EQ("enenenene", orderOf(1, "n", [this] {
+                  workers().submit(connection('e', 2));
+                  ask('n', 2);
+              }));
 }
 
-/// Nobody is taken for blocked here.
+/// No job takes so long here that its thread counts as blocked.
 TEST_F(KestdShares, NoMoreJobsAreInWorkThanThreadsAreAllowed)
 {
     std::atomic<int> inWork{0};
