@@ -1,7 +1,6 @@
 #include "sim/buschips.h"
 
 #include "sim/eeprom.h"
-#include "sim/sensor.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -107,6 +106,15 @@ void busChips::connectResetLines(const member& driver)
             m_resetLines.push_back({row.hub, findHub(row.hub), static_cast<pca955x*>(driver.model.get())});
         }
     }
+}
+
+sensor* busChips::findSensor(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+{
+    const auto found = std::ranges::find_if(m_members, [&](const member& each) {
+        return each.about->kind == chipKind::sensor && each.about->address == address &&
+               each.about->behindHub == (hub != 0) && each.about->hub == hub && each.about->port == port;
+    });
+    return found == m_members.end() ? nullptr : static_cast<sensor*>(found->model.get());
 }
 
 // A line that blinks may have been low and high again with nobody looking: then the hub has been through a reset.

@@ -8,6 +8,7 @@
 #include "sim/machinefile.h"
 #include "sim/pagewrite.h"
 #include "sim/pca955x.h"
+#include "sim/sensor.h"
 
 #include <array>
 #include <cstddef>
@@ -36,6 +37,10 @@ public:
     /// The chip that answers an address on the bus itself; null: nobody does.
     [[nodiscard]] chip* find(std::uint8_t address) const { return m_at[address >> 1]; }
     [[nodiscard]] hub922* findHub(std::uint8_t address) const { return m_hubAt[address >> 1]; }
+    /// The sensor at an address of the bus itself, or behind a hub of it; null: there is none.
+    /// @param hub   address of the hub, 0: on the bus itself
+    /// @param port  of the hub
+    [[nodiscard]] sensor* findSensor(std::uint8_t address, std::uint8_t hub = 0, std::uint8_t port = 0) const;
 
     /// Brings hubs into reset or out of it, as their lines are and have been since the last call. Ends the faults that
     /// last until then.

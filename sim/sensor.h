@@ -1,8 +1,10 @@
-/// Temperature sensors LM75 and LM92. Sources: National Semiconductor / TI LM75B, NXP LM75A (11 bits) and National
-/// Semiconductor LM92 data sheets, "Pointer register", "Temperature register", "Configuration register".
+/// Temperature sensors LM75 and LM92. Sources: National Semiconductor / TI LM75B, NXP LM75B (11 bits) and National
+/// Semiconductor LM92 data sheets, "Pointer register", "Temperature register", "Configuration register", "Shutdown mode".
 #pragma once
 
+#include "base/clock.h"
 #include "sim/chip.h"
+#include "sim/thermostat.h"
 
 #include <array>
 #include <string_view>
@@ -18,69 +20,128 @@ struct sensorRegister {
     std::uint16_t kept; ///< bits that a write sets
 };
 
+/// How long a conversion takes in parts that give a temperature of so many bits.
+struct sensorConversion {
+    unsigned bits;
+    std::uint64_t lastingNs;
+};
+
 struct sensorType {
     std::string_view name;
     std::uint8_t pointerMask;
     std::array<sensorRegister, 8> registers; ///< by pointer; number 0 is the temperature, 1 the configuration
     int lowestCelsius, highestCelsius;
+    std::array<sensorConversion, 2> conversions; ///< by bits; 0 bits: no such part
+    std::array<std::uint8_t, 4> faultQueue; ///< conversions in a row that change an alarm, by configuration bits 4-3
 };
+
+inline constexpr sensorRegister noSensorRegister{.name = {}, .bytes = 0, .writable = false, .atPowerUp = 0, .kept = 0};
 
 inline constexpr std::array sensorTypes{
-    sensorType{"LM75",
-               0x03,
-               {{{"TEMP", 2, false, 0, 0},
-                 {"CONF", 1, true, 0x00, 0x1F},
-                 {"THYST", 2, true, 0x4B00, 0xFF80},
-                 {"TOS", 2, true, 0x5000, 0xFF80}}},
-               -55,
-               125},
-    sensorType{"LM92",
-               0x07,
-               {{{"TEMP", 2, false, 0, 0},
-                 {"CONF", 1, true, 0x00, 0x1F},
-                 {"THYST", 2, true, 0x0100, 0xFFF8},
-                 {"TCRIT", 2, true, 0x2800, 0xFFF8},
-                 {"TLOW", 2, true, 0x0500, 0xFFF8},
-                 {"THIGH", 2, true, 0x2000, 0xFFF8},
-                 {},
-                 {"ID", 2, false, 0x8001, 0}}},
-               -55,
-               150},
+    sensorType{
+        .name = "LM75",
+        .pointerMask = 0x03,
+        .registers{{
+            {.name = "TEMP", .bytes = 2, .writable = false, .atPowerUp = 0, .kept = 0},
+            {.name = "CONF", .bytes = 1, .writable = true, .atPowerUp = 0x00, .kept = 0x1F},
+            {.name = "THYST", .bytes = 2, .writable = true, .atPowerUp = 0x4B00, .kept = 0xFF80},
+            {.name = "TOS", .bytes = 2, .writable = true, .atPowerUp = 0x5000, .kept = 0xFF80},
+            noSensorRegister,
+            noSensorRegister,
+            noSensorRegister,
+            noSensorRegister,
+        }},
+        .lowestCelsius = -55,
+        .highestCelsius = 125,
+        .conversions{{{.bits = 9, .lastingNs = 300 * nsPerMs}, {.bits = 11, .lastingNs = 100 * nsPerMs}}},
+        .faultQueue{1, 2, 4, 6},
+    },
+    sensorType{
+        .name = "LM92",
+        .pointerMask = 0x07,
+        .registers{{
+            {.name = "TEMP", .bytes = 2, .writable = false, .atPowerUp = 0, .kept = 0},
+            {.name = "CONF", .bytes = 1, .writable = true, .atPowerUp = 0x00, .kept = 0x1F},
+            {.name = "THYST", .bytes = 2, .writable = true, .atPowerUp = 0x0100, .kept = 0xFFF8},
+            {.name = "TCRIT", .bytes = 2, .writable = true, .atPowerUp = 0x2800, .kept = 0xFFF8},
+            {.name = "TLOW", .bytes = 2, .writable = true, .atPowerUp = 0x0500, .kept = 0xFFF8},
+            {.name = "THIGH", .bytes = 2, .writable = true, .atPowerUp = 0x2000, .kept = 0xFFF8},
+            noSensorRegister,
+            {.name = "ID", .bytes = 2, .writable = false, .atPowerUp = 0x8001, .kept = 0},
+        }},
+        .lowestCelsius = -55,
+        .highestCelsius = 150,
+        .conversions{{{.bits = 13, .lastingNs = nsPerSecond}, {.bits = 0, .lastingNs = 0}}},
+        // bit 3 is a polarity there
+        .faultQueue{1, 1, 4, 4},
+    },
 };
+static_assert(std::ranges::all_of(sensorTypes, [](const sensorType& type) {
+    return type.pointerMask < type.registers.size() && std::ranges::all_of(type.faultQueue, [](std::uint8_t queue) {
+               return queue != 0 && queue <= thermostat::longestQueue;
+           });
+}));
 
+/// The temperature around it is part of its state: the machine file gives the first one, setCelsius() each later one. A
+/// machine file that is edited to another temperature gives the first one anew, as if it had always been that.
 class sensor final : public chip
 {
 public:
+    /// @param degreesCelsius   temperature around it at first
     /// @param temperatureBits  9 or 11 for an LM75, 13 for an LM92
-    sensor(const sensorType& chipType, double degreesCelsius, unsigned temperatureBits)
-        : m_type{chipType}, m_celsius{degreesCelsius}, m_bits{temperatureBits}
-    {
-        powerUp();
-    }
+    sensor(const sensorType& chipType, double degreesCelsius, unsigned temperatureBits);
+
+    /// Changes the temperature around it. The next conversion that ends measures it.
+    /// @param degrees  what is out of the sensor's range becomes the range's end
+    /// @param now      bus time, ns; not before that of the latest use
+    void setCelsius(double degrees, std::uint64_t now);
+    /// The temperature around it, degrees Celsius.
+    [[nodiscard]] double celsius() const;
 
     bool start(direction way, busClock& clock, chipFaults& faults) override;
     bool take(std::uint8_t byte, busClock& clock) override;
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock&, chipFaults&) override { deselect(); }
+    [[nodiscard]] cutRead drivesOn() const override;
     void deselect() override { m_bytesTaken = m_bytesGiven = 0; }
     void exchange(stateFields& fields) override;
     void powerUp() override;
+    void asNew() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
     [[nodiscard]] const sensorRegister& chosen() const { return m_type.registers[m_pointer]; }
-    [[nodiscard]] std::uint16_t temperature() const;
+    [[nodiscard]] bool isLm92() const { return m_bits == 13; }
+    [[nodiscard]] bool configured(std::uint16_t bit) const;
+    [[nodiscard]] std::uint16_t wordOf(std::int32_t microCelsius) const;
     [[nodiscard]] std::uint16_t value(unsigned number) const;
-    [[nodiscard]] double limit(unsigned number) const;
-    void compare();
-    void alarm(std::uint8_t flag, bool reached, bool left);
+    [[nodiscard]] double degrees(std::uint16_t word) const;
+    [[nodiscard]] std::uint8_t queue() const;
+    void takeUp(std::uint64_t now);
+    void advance(std::uint64_t now);
+    void measure(std::uint64_t conversions);
+    void compare(std::uint64_t conversions);
+    void write(std::uint16_t word, std::uint64_t now);
+    [[nodiscard]] bool outputActive(std::uint8_t alarms) const;
+    [[nodiscard]] std::string meaningOf(unsigned number) const;
+    [[nodiscard]] std::string temperatureText() const;
+    [[nodiscard]] std::string configurationText() const;
 
     const sensorType& m_type;
-    const double m_celsius;
+    const std::int32_t m_firstMicroCelsius;
     const unsigned m_bits;
+    std::uint64_t m_conversionNs = 0;
+
     std::uint8_t m_pointer = 0;
     std::array<std::uint16_t, 8> m_registers{};
-    std::uint8_t m_alarms = 0; ///< LM75: bit 0 O.S. active; LM92: as in bits 2-0 of its temperature register
+    thermostat m_thermostat;
+    std::int32_t m_fileMicroCelsius = 0; ///< the machine file's temperature that the state began with
+    std::int32_t m_aroundMicroCelsius = 0;
+    std::int32_t m_measuredMicroCelsius = 0; ///< by the latest conversion that ended; 0 before the first
+    bool m_hasMeasured = false;
+    std::uint64_t m_conversionBegan = 0; ///< bus time, ns
+
+    // Of the transaction under way.
     unsigned m_bytesTaken = 0, m_bytesGiven = 0;
     std::uint8_t m_firstByte = 0; ///< of a two-byte register: it changes with the second
 };

@@ -71,6 +71,7 @@ public:
     /// The first field that is damaged; null: none.
     [[nodiscard]] const char* damaged() const { return m_damage; }
     [[nodiscard]] std::uint64_t busTime() const { return m_now; }
+    [[nodiscard]] bool loads() const { return m_loads; }
 
 private:
     /// The next bytes, fewer at the record's end.
