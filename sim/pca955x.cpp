@@ -38,6 +38,9 @@ bool pca955x::take(std::uint8_t byte, busClock&)
 std::uint8_t pca955x::give(busClock& clock, chipFaults&)
 {
     const std::uint8_t byte = value(current(), clock.now);
+    if (!m_type.leds && current() < portCount()) {
+        m_levelsRead.at(current()) = levels(current(), clock.now);
+    }
     movePointer();
     return byte;
 }
@@ -60,14 +63,37 @@ std::uint8_t pca955x::value(unsigned registerNumber, std::uint64_t now) const
     return registerNumber < m_type.registers ? m_registers[registerNumber] : noRegister;
 }
 
+std::uint8_t pca955x::levels(unsigned port, std::uint64_t now) const
+{
+    unsigned all = 0;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+        all |= static_cast<unsigned>(level(8 * port + bit, now)) << bit;
+    }
+    return static_cast<std::uint8_t>(all);
+}
+
 std::uint8_t pca955x::inputs(unsigned port, std::uint64_t now) const
 {
-    unsigned levels = 0;
-    for (unsigned bit = 0; bit < 8; ++bit) {
-        levels |= static_cast<unsigned>(level(8 * port + bit, now)) << bit;
-    }
     const unsigned inverted = m_type.leds ? 0U : m_registers[2U * portCount() + port];
-    return static_cast<std::uint8_t>(levels ^ inverted);
+    return static_cast<std::uint8_t>(levels(port, now) ^ inverted);
+}
+
+// Pins that are inputs and differ from their last read. An expander's levels do not depend on time.
+std::uint8_t pca955x::changedInputs(unsigned port) const
+{
+    return static_cast<std::uint8_t>((levels(port, 0) ^ m_levelsRead.at(port)) & m_registers[3U * portCount() + port]);
+}
+
+// Open drain: low while an input differs from its last read, so a read of its port and its return both let it go.
+listedRegister pca955x::listInterrupt() const
+{
+    std::string pins;
+    for (unsigned pin = 0; pin < m_type.pins; ++pin) {
+        if ((changedInputs(pin / 8) >> pin % 8 & 1) != 0) {
+            pins += (pins.empty() ? "active, changed: " : ", ") + std::to_string(pin);
+        }
+    }
+    return {"INT", pins.empty() ? 1U : 0U, pins.empty() ? "inactive" : pins};
 }
 
 bool pca955x::level(unsigned pin, std::uint64_t now) const
@@ -129,6 +155,9 @@ void pca955x::exchange(stateFields& fields)
     fields.bytes(m_registers);
     fields.number(m_watchedAt);
     fields.check(m_watchedAt <= fields.busTime(), "the time at which a pin was seen");
+    fields.bytes(m_levelsRead);
+    fields.check(!m_type.leds || m_levelsRead == decltype(m_levelsRead){}, "pins that a LED driver has not read");
+    fields.check(m_type.pins == 16 || m_levelsRead[1] == 0, "pins that a PCA955x does not have");
     for (unsigned number = 0; number < m_registers.size(); ++number) {
         fields.check((number >= portCount() && number < m_type.registers) || m_registers[number] == 0,
                      "a register that a PCA955x does not have");
@@ -141,6 +170,7 @@ void pca955x::powerUp()
     m_pointer = 0;
     m_watchedAt = 0;
     m_registers.fill(0);
+    m_levelsRead.fill(0);
     const auto set = [this](unsigned first, unsigned count, std::uint8_t byte) {
         std::fill_n(m_registers.begin() + first, count, byte);
     };
@@ -155,6 +185,7 @@ void pca955x::powerUp()
         set(portCount(), portCount(), 0xFF);
         // all pins inputs
         set(3U * portCount(), portCount(), 0xFF);
+        m_levelsRead = {levels(0, 0), portCount() == 2 ? levels(1, 0) : std::uint8_t{0}};
     }
 }
 
@@ -204,6 +235,9 @@ std::vector<listedRegister> pca955x::list(std::uint64_t now)
     std::vector<listedRegister> lines;
     for (unsigned number = 0; number < m_type.registers; ++number) {
         lines.push_back({registerName(number), value(number, now), pinText(number, now)});
+    }
+    if (!m_type.leds) {
+        lines.push_back(listInterrupt());
     }
     return lines;
 }

@@ -110,6 +110,9 @@ private:
     [[nodiscard]] selector selectorOf(unsigned pin) const;
     [[nodiscard]] bool expanderOutput(unsigned pin) const;
     [[nodiscard]] bool level(unsigned pin, std::uint64_t now) const;
+    [[nodiscard]] std::uint8_t levels(unsigned port, std::uint64_t now) const;
+    [[nodiscard]] std::uint8_t changedInputs(unsigned port) const;
+    [[nodiscard]] listedRegister listInterrupt() const;
     [[nodiscard]] std::uint8_t inputs(unsigned port, std::uint64_t now) const;
     [[nodiscard]] std::uint64_t blinkPeriodNs(unsigned which) const;
     [[nodiscard]] bool blinkLow(unsigned which, std::uint64_t now) const;
@@ -124,6 +127,7 @@ private:
     std::uint8_t m_pointer = 0; ///< command byte as it stands
     std::array<std::uint8_t, 16> m_registers{}; ///< input registers are not kept: they are what the pins are
     std::uint64_t m_watchedAt = 0; ///< bus time, ns
+    std::array<std::uint8_t, 2> m_levelsRead{}; ///< an expander's pins when each port was last read, or at power-up
     bool m_commandNext = true; ///< the next byte of a write is the command byte
 };
 

@@ -223,6 +223,92 @@ TEST_F(Expander, InputRegistersTakeNothing)
     EXPECT_EQ(on->readAt(0x40, {0x00}, 2).data, (Bytes{0x34, 0x12}));
 }
 
+class Interrupt : public MachineTest
+{
+protected:
+    void power9554(const char* inputs) { power(chip("PCA9554", "0x42", std::string{"inputs = "} + inputs)); }
+    void power9555(const char* inputs) { power(chip("PCA9555", "0x40", std::string{"inputs = "} + inputs)); }
+    std::uint32_t of9554() { return value("planar 0x42 PCA9554", "INT"); }
+    std::uint32_t of9555() { return value("planar 0x40 PCA9555", "INT"); }
+};
+
+TEST_F(Interrupt, InputThatChangesPullsItLowUntilItIsRead)
+{
+    power9554("0xFF");
+    EXPECT_EQ(1U, of9554());
+    EXPECT_EQ("inactive", meaning("planar 0x42 PCA9554", "INT"));
+    power9554("0xF5");
+    EXPECT_EQ(0U, of9554());
+    EXPECT_EQ("active, changed: 1, 3", meaning("planar 0x42 PCA9554", "INT"));
+    // other registers are not the input
+    on->readAt(0x42, {0x01}, 1);
+    on->readAt(0x42, {0x02}, 1);
+    on->readAt(0x42, {0x03}, 1);
+    EXPECT_EQ(0U, of9554());
+    EXPECT_EQ(Bytes{0xF5}, on->readAt(0x42, {0x00}, 1).data);
+    EXPECT_EQ(1U, of9554());
+    power9554("0xFF");
+    EXPECT_EQ(0U, of9554());
+}
+
+TEST_F(Interrupt, InputThatReturnsLetsItGo)
+{
+    power9554("0xFF");
+    power9554("0xF5");
+    EXPECT_EQ(0U, of9554());
+    power9554("0xFF");
+    EXPECT_EQ(1U, of9554());
+}
+
+TEST_F(Interrupt, EachPortIsReadByItself)
+{
+    power9555("0xFFFF");
+    power9555("0xFEFE");
+    EXPECT_EQ("active, changed: 0, 8", meaning("planar 0x40 PCA9555", "INT"));
+    on->readAt(0x40, {0x00}, 1);
+    EXPECT_EQ("active, changed: 8", meaning("planar 0x40 PCA9555", "INT"));
+    on->readAt(0x40, {0x01}, 1);
+    EXPECT_EQ(1U, of9555());
+    power9555("0xFFFF");
+    EXPECT_EQ(0U, of9555());
+    // the pair in one read
+    on->readAt(0x40, {0x00}, 2);
+    EXPECT_EQ(1U, of9555());
+}
+
+TEST_F(Interrupt, OutputsCauseNoneUntilTheyAreInputsThatDifferFromTheirLastRead)
+{
+    power9554("0xFF");
+    // pin 0: output 0
+    on->write(0x42, {0x01, 0xFE});
+    on->write(0x42, {0x03, 0xFE});
+    EXPECT_EQ(1U, of9554());
+    on->readAt(0x42, {0x00}, 1);
+    on->write(0x42, {0x03, 0xFF});
+    EXPECT_EQ("active, changed: 0", meaning("planar 0x42 PCA9554", "INT"));
+}
+
+TEST_F(Interrupt, PolarityIsNoChangeOfAPin)
+{
+    power9554("0xFF");
+    on->write(0x42, {0x02, 0xFF});
+    EXPECT_EQ(1U, of9554());
+    EXPECT_EQ(Bytes{0x00}, on->readAt(0x42, {0x00}, 1).data);
+    EXPECT_EQ(1U, of9554());
+}
+
+TEST_F(Interrupt, OutlivesTheProcessAndEndsWithThePower)
+{
+    power9555("0xFFFF");
+    power9555("0x7FFF");
+    on.reset();
+    machine.reset();
+    open();
+    EXPECT_EQ("active, changed: 15", meaning("planar 0x40 PCA9555", "INT"));
+    machine->powerCycle();
+    EXPECT_EQ(1U, of9555());
+}
+
 TEST_F(Expander, ListingSaysWhatThePinsDo)
 {
     power(chip("PCA9554", "0x42", "inputs = 0x00"));

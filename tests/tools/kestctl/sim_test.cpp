@@ -138,6 +138,26 @@ TEST_F(KestctlSim, ShowsChipsRegistersAndFaults)
     EXPECT_FALSE(result.at("registers").empty());
 }
 
+TEST_F(KestctlSim, ShowsTheLevelsOfOutputs)
+{
+    says({"sim", "show"});
+    const std::filesystem::path file = machine() / "machine.toml";
+    std::string text = readFile(file);
+    text.replace(text.find("inputs = 0xFFF5"), 15, "inputs = 0xFFF7");
+    text.replace(text.find("celsius = 25.5"), 14, "celsius = 85.0");
+    writeFile(file, text);
+    const std::string shown = says({"sim", "show"});
+    EXPECT_THAT(shown, HasSubstr("  INT       0x00  active, changed: 1\n"));
+    EXPECT_THAT(shown, HasSubstr("  O.S.      0x00  active\n"));
+    EXPECT_THAT(shown, HasSubstr("  T_CRIT_A  0x01  inactive\n"));
+    const json registers = json::parse(says({"sim", "show", "--json"})).at("registers");
+    const json interrupt{
+        {"chip", "planar 0x40 PCA9555"}, {"name", "INT"}, {"value", 0}, {"meaning", "active, changed: 1"}};
+    EXPECT_EQ(1, std::ranges::count(registers, interrupt));
+    says({"port", "read", "card-presence"});
+    EXPECT_THAT(says({"sim", "show"}), HasSubstr("  INT       0x01  inactive\n"));
+}
+
 TEST_F(KestctlSim, FaultsStrikeAndAreCleared)
 {
     EXPECT_EQ("fault 1\n", says({"sim", "fault", "add", "nack", "--address", "0xA0"}));
