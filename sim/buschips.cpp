@@ -189,6 +189,15 @@ void busChips::prepareImages(const std::string& machineFile)
     }
 }
 
+void busChips::expectImages()
+{
+    for (auto& member : m_members) {
+        if (member.cells) {
+            member.cells->makeWhenMissing();
+        }
+    }
+}
+
 bool busChips::holds(const pageWrite& page) const
 {
     return page.chip < m_members.size() && m_members[page.chip].cells && m_members[page.chip].cells->holds(page);

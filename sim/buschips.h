@@ -47,8 +47,8 @@ public:
     /// @param now  bus time, ns
     void driveResetLines(std::vector<faultRecord>& faults, std::uint64_t now) const;
 
-    /// Bytes of the state file that they have together.
-    [[nodiscard]] std::size_t stateBytes() const { return m_members.size() * chipStateBytes; }
+    /// Each has chipStateBytes of the state file.
+    [[nodiscard]] std::size_t count() const { return m_members.size(); }
     /// Begins a use of the bus with the chips as a record of the state file has them.
     /// @param page  gets what memory chips program, until endUse()
     /// @return what is damaged in the record; null: nothing
@@ -58,6 +58,8 @@ public:
 
     /// Missing images are made. Throws std::runtime_error.
     void prepareImages(const std::string& machineFile);
+    /// Images that are missing when they are first used from now on are made, too.
+    void expectImages();
     /// Whether a page is of one of their images.
     [[nodiscard]] bool holds(const pageWrite& page) const;
     /// @return false when the image would not take the page

@@ -21,7 +21,7 @@ namespace
 bool makeErased(const std::filesystem::path& path, std::uint32_t sizeBytes)
 {
     const std::vector<std::uint8_t> erased(sizeBytes, 0xFF);
-    const std::string early = (path.parent_path() / "machine.image.new").string();
+    const std::string early = (path.parent_path() / ("machine.new." + path.filename().string())).string();
     unlink(early.c_str());
     const int made = ownDescriptor(open(early.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (made < 0) {
@@ -66,7 +66,12 @@ bool image::open()
     if (m_descriptor >= 0) {
         return true;
     }
-    m_descriptor = ownDescriptor(::open(m_path.c_str(), O_RDWR | O_CLOEXEC));
+    const auto openFile = [this] { return ownDescriptor(::open(m_path.c_str(), O_RDWR | O_CLOEXEC)); };
+    m_descriptor = openFile();
+    if (m_descriptor < 0 && errno == ENOENT && m_makes && makeErased(m_path, m_sizeBytes)) {
+        m_descriptor = openFile();
+    }
+    m_makes = false;
     if (m_descriptor < 0) {
         return false;
     }

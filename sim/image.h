@@ -27,6 +27,9 @@ public:
     /// @return what is wrong; empty: nothing
     std::string prepare(int& error);
 
+    /// The next use makes the file when there is none.
+    void makeWhenMissing() { m_makes = true; }
+
     /// Begins a transaction. The file is opened when it is first used, so that the next transaction finds a file that
     /// was put in its place.
     void begin(std::uint32_t chipIndex, pageWrite& pending);
@@ -57,6 +60,7 @@ private:
     std::array<std::uint8_t, windowBytes> m_window{};
     std::uint32_t m_windowStart = noWindow;
     bool m_lost = false;
+    bool m_makes = false;
     std::uint32_t m_chip = 0;
     pageWrite* m_page = nullptr;
 

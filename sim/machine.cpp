@@ -1,25 +1,20 @@
 #include "sim/machine.h"
 
 #include "base/clock.h"
-#include "base/descriptor.h"
 #include "sim/busadministration.h"
 #include "sim/busmodel.h"
-#include "sim/machinefile.h"
+#include "sim/machinesource.h"
 #include "sim/sharedbus.h"
 #include "sim/statefile.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <map>
 #include <stdexcept>
 #include <system_error>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 namespace kest::sim
 {
@@ -27,13 +22,12 @@ namespace kest::sim
 namespace
 {
 
-constexpr auto machineFileName = "machine.toml";
 constexpr auto stateFileName = "machine.state";
 // what the names of a machine's own files begin with
 constexpr auto ownFiles = "machine.";
 
-// of a machine file
-constexpr off_t longestTextBytes = 1 << 20;
+// Machines that stay open without users: a program that opens one device after another parses the machine file once.
+constexpr std::size_t mostKept = 4;
 
 /// The system's monotonic clock.
 class systemClock final : public realClock
@@ -49,55 +43,25 @@ public:
     }
 };
 
-[[noreturn]] void failToRead(const std::filesystem::path& file)
-{
-    throw std::system_error{errno, std::generic_category(), file.string() + ": cannot be read"};
-}
-
-// The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
-std::string readText(const std::filesystem::path& file)
-{
-    const fileDescriptor in{ownDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))};
-    if (!in.valid()) {
-        failToRead(file);
-    }
-    struct stat found {
-    };
-    if (fstat(in.number(), &found) == 0 && !S_ISREG(found.st_mode)) {
-        throw std::runtime_error{file.string() + ": is not a regular file"};
-    }
-    if (found.st_size > longestTextBytes) {
-        throw std::runtime_error{file.string() + ": is too large"};
-    }
-    std::string text;
-    std::array<char, 4096> piece{};
-    for (;;) {
-        const ssize_t got = uninterrupted([&] { return ::read(in.number(), piece.data(), piece.size()); });
-        if (got < 0) {
-            failToRead(file);
-        }
-        if (got == 0) {
-            return text;
-        }
-        text.append(piece.data(), static_cast<std::size_t>(got));
-    }
-}
-
 /// A bus: what its users share, and the two ways to use it.
 struct machineBus {
-    machineBus(const machineDescription& all, std::size_t index, const std::filesystem::path& folder, realClock* clock)
-        : shared{all, index, folder, clock}
+    machineBus(std::shared_ptr<const machineDescription> all, std::size_t index, const std::filesystem::path& folder,
+               realClock* clock)
+        : about{std::move(all)}, shared{*about, index, folder, clock}
     {
     }
+    const std::shared_ptr<const machineDescription> about;
     sharedBus shared;
     busModel wires{shared};
     busAdministration administration{shared};
+    bool checked = false; ///< since the machine had its first user
 };
 
+/// Buses are made when they are first used: what nobody touches costs nothing.
 class machineModel final : public machine, public std::enable_shared_from_this<machineModel>
 {
 public:
-    machineModel(std::filesystem::path folder, std::string text, realClock* clock);
+    machineModel(const std::filesystem::path& folder, realClock* clock);
 
     std::shared_ptr<bus> findBus(const std::string& name, const std::string& node) override;
     [[nodiscard]] std::vector<std::string> busNames(const std::string& node) const override;
@@ -111,130 +75,195 @@ public:
     std::vector<listedFault> faults() override;
     bool startWave(const std::string& busName, const std::filesystem::path& file) override;
     bool stopWave(const std::string& busName) override;
+    void checkBuses() override { allBuses(); }
 
-    /// Whether this object still stands for what is in the folder.
-    bool stillStandsFor(const std::string& machineText);
+    /// Whether this object still stands for what is in the folder. Under the opening lock.
+    bool stillStandsFor();
+    /// Before the first user after a time without any. Under the opening lock.
+    void forgetChecks();
 
 private:
-    void openState(const std::string& machineFile);
-    bool setDamagedStateAside();
-    [[nodiscard]] std::string damage();
-    [[nodiscard]] bool isOwnFile(const std::filesystem::path& file) const;
+    // Under the opening lock.
+    void openState();
+    void startAnew();
+    machineBus& made(std::size_t index);
+    machineBus& readyBus(std::size_t index);
     void takeFileFaults();
+
+    void setDamagedStateAside(const std::string& what) const;
+    [[nodiscard]] bool isOwnFile(const std::filesystem::path& file) const;
+    [[nodiscard]] std::shared_ptr<const machineDescription> whole() const;
     std::uint32_t takeFaultNumber();
     bool giveFault(const fault& what, const faultRecord& record);
     machineBus* find(const std::string& name);
+    const std::vector<std::unique_ptr<machineBus>>& allBuses();
 
     const std::filesystem::path m_folder;
-    const std::string m_text;
-    machineDescription m_about;
+    realClock* const m_clock;
+    mutable machineSource m_source;
+    const machineDescription& m_about; ///< buses without their chips
     std::unique_ptr<stateFile> m_states;
-    std::vector<std::unique_ptr<machineBus>> m_buses;
+    std::vector<std::unique_ptr<machineBus>> m_buses; ///< null: not made yet
 };
 
-machineModel::machineModel(std::filesystem::path folder, std::string text, realClock* clock)
-    : m_folder{std::move(folder)}, m_text{std::move(text)}
+machineModel::machineModel(const std::filesystem::path& folder, realClock* clock)
+    : m_folder{folder}, m_clock{clock}, m_source{folder}, m_about{m_source.buses()}, m_buses(m_about.buses.size())
 {
-    const std::string machineFile = (m_folder / machineFileName).string();
-    m_about = parseMachine(m_text, machineFile);
-    for (std::size_t i = 0; i < m_about.buses.size(); ++i) {
-        m_buses.push_back(std::make_unique<machineBus>(m_about, i, m_folder, clock));
-    }
-    openState(machineFile);
+    openState();
 }
 
-void machineModel::openState(const std::string& machineFile)
+void machineModel::openState()
 {
-    const std::uint64_t layout = m_about.layoutMark();
     std::vector<std::size_t> records;
-    for (const auto& bus : m_buses) {
-        records.push_back(bus->shared.recordBytes());
+    for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
+        records.push_back(sharedBus::recordBytes(m_source.chipsOf(bus)));
     }
     m_states = std::make_unique<stateFile>(m_folder / stateFileName, records);
-    for (auto& bus : m_buses) {
-        bus->shared.attach(*m_states, layout);
-    }
-
     const stateFile::hold all{*m_states};
     if (!all.held()) {
         throw std::runtime_error{(m_folder / stateFileName).string() + ": cannot be locked"};
     }
-    for (auto& bus : m_buses) {
-        bus->shared.chips().prepareImages(machineFile);
-    }
-    if (setDamagedStateAside() || !m_states->usable(layout)) {
-        m_states->renew(layout);
-        for (auto& bus : m_buses) {
-            bus->administration.makeNew();
+    if (!m_states->usable(m_source.layoutMark())) {
+        if (const std::string what = m_states->damage(m_source.layoutMark()); !what.empty()) {
+            setDamagedStateAside(what);
         }
-        m_states->seal();
+        startAnew();
     }
-    if (m_states->faultMark() != m_about.faultMark()) {
+    if (m_states->faultMark() != m_source.faultMark()) {
         takeFileFaults();
     }
+    m_source.keepIndex();
 }
 
-// What is damaged in the state file; empty: nothing.
-std::string machineModel::damage()
+// Under the lock of all.
+void machineModel::startAnew()
 {
-    if (!m_states->usable(m_about.layoutMark())) {
-        return m_states->damage(m_about.layoutMark());
+    for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
+        made(bus).shared.chips().prepareImages(m_source.fileName());
     }
+    m_states->renew(m_source.layoutMark());
     for (auto& bus : m_buses) {
-        if (std::string what = bus->shared.damage(); !what.empty()) {
-            return what;
+        bus->administration.makeNew();
+    }
+    m_states->seal();
+}
+
+machineBus& machineModel::made(std::size_t index)
+{
+    auto& bus = m_buses[index];
+    if (bus == nullptr) {
+        auto fresh = std::make_unique<machineBus>(m_source.withChipsOf(index), index, m_folder, m_clock);
+        if (fresh->shared.chips().count() != m_source.chipsOf(index)) {
+            throw std::runtime_error{m_source.fileName() + ": its index is of another text"};
+        }
+        fresh->shared.attach(*m_states, m_source.layoutMark());
+        bus = std::move(fresh);
+    }
+    return *bus;
+}
+
+// A bus that somebody is going to use. Its first user prepares the images; each user who finds nobody else there checks
+// the state, and makes images that have gone missing.
+machineBus& machineModel::readyBus(std::size_t index)
+{
+    const bool isNew = m_buses[index] == nullptr;
+    machineBus& bus = made(index);
+    if (bus.checked) {
+        return bus;
+    }
+    std::string what;
+    {
+        const stateFile::hold one{*m_states, index};
+        if (isNew) {
+            try {
+                bus.shared.chips().prepareImages(m_source.fileName());
+            } catch (...) {
+                m_buses[index].reset();
+                throw;
+            }
+        }
+        bus.shared.chips().expectImages();
+        what = m_states->usable(m_source.layoutMark()) ? bus.shared.damage() : std::string{};
+    }
+    if (!what.empty()) {
+        const stateFile::hold all{*m_states};
+        // another process may have been faster
+        if (const std::string still = bus.shared.damage(); !still.empty()) {
+            setDamagedStateAside(still);
+            startAnew();
+            takeFileFaults();
         }
     }
-    return {};
+    bus.checked = true;
+    return bus;
+}
+
+void machineModel::forgetChecks()
+{
+    for (auto& bus : m_buses) {
+        if (bus != nullptr) {
+            bus->checked = false;
+        }
+    }
 }
 
 // The copy lets a user find out what happened. The machine starts anew, so that nobody waits for what a damaged field
 // promises.
-bool machineModel::setDamagedStateAside()
+void machineModel::setDamagedStateAside(const std::string& what) const
 {
-    const std::string what = damage();
-    if (what.empty()) {
-        return false;
-    }
     const std::string kept = m_states->setAside().filename().string();
     std::fprintf(stderr, "kest: %s: damaged: %s; it is kept as %s, and the machine starts anew\n",
                  (m_folder / stateFileName).c_str(), what.c_str(), kept.c_str());
-    return true;
 }
 
+// Under the lock of all.
 void machineModel::takeFileFaults()
 {
+    const auto about = m_source.whole();
     std::vector<faultRecord> records;
-    for (const auto& what : m_about.faults) {
-        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber(), m_about.seed));
+    for (const auto& what : about->faults) {
+        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber(), about->seed));
         records.back().fromFile = true;
     }
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
         std::vector<faultRecord> own;
         for (std::size_t i = 0; i < records.size(); ++i) {
-            if (m_about.concerns(m_about.faults[i], bus)) {
+            if (about->concerns(about->faults[i], bus)) {
                 own.push_back(records[i]);
             }
         }
-        m_buses[bus]->administration.replaceFileFaults(own);
+        made(bus).administration.replaceFileFaults(own);
     }
-    m_states->setFaultMark(m_about.faultMark());
+    m_states->setFaultMark(m_source.faultMark());
 }
 
-bool machineModel::stillStandsFor(const std::string& machineText)
+bool machineModel::stillStandsFor()
 {
     const stateFile::hold one{*m_states, 0};
-    return one.held() && machineText == m_text && m_states->usable(m_about.layoutMark()) &&
-           std::ranges::none_of(m_buses, [](const auto& bus) { return bus->shared.metDamage(); });
+    return one.held() && m_source.stillHolds() && m_states->usable(m_source.layoutMark()) &&
+           std::ranges::none_of(m_buses, [](const auto& bus) { return bus != nullptr && bus->shared.metDamage(); });
+}
+
+const std::vector<std::unique_ptr<machineBus>>& machineModel::allBuses()
+{
+    const std::scoped_lock lock{openingMutex()};
+    if (std::ranges::count_if(m_buses, [](const auto& bus) { return bus == nullptr; }) > 1) {
+        m_source.whole();
+    }
+    for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
+        readyBus(bus);
+    }
+    return m_buses;
 }
 
 // The bus lives as long as its machine, and the other way round.
 std::shared_ptr<bus> machineModel::findBus(const std::string& name, const std::string& node)
 {
-    for (auto& bus : m_buses) {
-        const busDescription& about = bus->shared.description();
+    for (std::size_t index = 0; index < m_buses.size(); ++index) {
+        const busDescription& about = m_about.buses[index];
         if (about.name == name && about.node == node) {
-            return {shared_from_this(), &bus->wires};
+            const std::scoped_lock lock{openingMutex()};
+            return {shared_from_this(), &readyBus(index).wires};
         }
     }
     return nullptr;
@@ -251,10 +280,17 @@ std::vector<std::string> machineModel::busNames(const std::string& node) const
     return names;
 }
 
+std::shared_ptr<const machineDescription> machineModel::whole() const
+{
+    const std::scoped_lock lock{openingMutex()};
+    return m_source.whole();
+}
+
 std::vector<chipInfo> machineModel::chips() const
 {
+    const auto about = whole();
     std::vector<chipInfo> list;
-    for (const auto& chip : m_about.chips) {
+    for (const auto& chip : about->chips) {
         const auto& bus = m_about.buses[chip.bus];
         list.push_back({.bus = bus.name,
                         .node = bus.node,
@@ -271,7 +307,7 @@ std::vector<chipInfo> machineModel::chips() const
 std::vector<machine::registerValue> machineModel::registers()
 {
     std::vector<chipListing> chips;
-    for (auto& bus : m_buses) {
+    for (const auto& bus : allBuses()) {
         bus->administration.listRegisters(chips);
     }
     std::vector<registerValue> list;
@@ -285,7 +321,7 @@ std::vector<machine::registerValue> machineModel::registers()
 
 void machineModel::powerCycle()
 {
-    for (auto& bus : m_buses) {
+    for (const auto& bus : allBuses()) {
         bus->administration.powerCycle();
     }
 }
@@ -293,7 +329,11 @@ void machineModel::powerCycle()
 machineBus* machineModel::find(const std::string& name)
 {
     const auto found = m_about.findBus(name);
-    return found ? m_buses[*found].get() : nullptr;
+    if (!found) {
+        return nullptr;
+    }
+    const std::scoped_lock lock{openingMutex()};
+    return &readyBus(*found);
 }
 
 std::uint32_t machineModel::addFault(const fault& what)
@@ -301,7 +341,7 @@ std::uint32_t machineModel::addFault(const fault& what)
     if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         throw std::invalid_argument{trouble};
     }
-    if (!what.bus.empty() && find(what.bus) == nullptr) {
+    if (!what.bus.empty() && !m_about.findBus(what.bus)) {
         throw std::invalid_argument{"no bus '" + what.bus + "'"};
     }
     if (!what.node.empty() && !m_about.hasNode(what.node)) {
@@ -322,14 +362,15 @@ std::uint32_t machineModel::addFault(const fault& what)
 std::uint32_t machineModel::takeFaultNumber()
 {
     const stateFile::hold all{*m_states};
-    return all.held() && m_states->usable(m_about.layoutMark()) ? m_states->nextFaultNumber() : 0;
+    return all.held() && m_states->usable(m_source.layoutMark()) ? m_states->nextFaultNumber() : 0;
 }
 
 // @return false when one of the buses has no room for it
 bool machineModel::giveFault(const fault& what, const faultRecord& record)
 {
-    for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
-        if (m_about.concerns(what, bus) && !m_buses[bus]->administration.addFault(record)) {
+    const auto& buses = allBuses();
+    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
+        if (m_about.concerns(what, bus) && !buses[bus]->administration.addFault(record)) {
             return false;
         }
     }
@@ -339,7 +380,7 @@ bool machineModel::giveFault(const fault& what, const faultRecord& record)
 bool machineModel::clearFault(std::uint32_t number)
 {
     bool cleared = false;
-    for (auto& bus : m_buses) {
+    for (const auto& bus : allBuses()) {
         cleared = bus->administration.clearFaults(number) || cleared;
     }
     return cleared;
@@ -347,7 +388,7 @@ bool machineModel::clearFault(std::uint32_t number)
 
 void machineModel::clearFaults()
 {
-    for (auto& bus : m_buses) {
+    for (const auto& bus : allBuses()) {
         bus->administration.clearFaults(std::nullopt);
     }
 }
@@ -355,7 +396,7 @@ void machineModel::clearFaults()
 std::vector<machine::listedFault> machineModel::faults()
 {
     std::vector<listedFault> list;
-    for (auto& bus : m_buses) {
+    for (const auto& bus : allBuses()) {
         bus->administration.listFaults(list);
     }
     return list;
@@ -370,8 +411,7 @@ bool machineModel::isOwnFile(const std::filesystem::path& file) const
         return false;
     }
     const std::string name = real.filename().string();
-    return name.starts_with(ownFiles) ||
-           std::ranges::find(m_about.chips, name, &chipDescription::image) != m_about.chips.end();
+    return name.starts_with(ownFiles) || std::ranges::count(whole()->chips, name, &chipDescription::image) != 0;
 }
 
 bool machineModel::startWave(const std::string& busName, const std::filesystem::path& file)
@@ -405,24 +445,46 @@ bool machineModel::stopWave(const std::string& busName)
 namespace
 {
 
+using openMachines = std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;
+
+/// Puts a machine first among those that stay open.
+void keepOpen(const std::shared_ptr<machineModel>& model)
+{
+    // outlives static objects
+    static auto* const kept = new std::vector<std::shared_ptr<machineModel>>;
+    const auto known = std::ranges::find(*kept, model);
+    if (known == kept->end()) {
+        kept->insert(kept->begin(), model);
+        kept->resize(std::min(kept->size(), mostKept));
+    } else {
+        std::rotate(kept->begin(), known, known + 1);
+    }
+}
+
 /// @param clock  null: time is only counted
-std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock* clock)
+/// @param keep   whether the machine stays open without users
+std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock* clock, bool keep)
 {
     std::error_code error;
     const std::filesystem::path place = std::filesystem::canonical(folder, error);
     if (error) {
         throw std::system_error{error, folder.string()};
     }
-    const std::string text = readText(place / machineFileName);
     // no fork happens while the map is made, either
     const std::scoped_lock lock{openingMutex()};
     // outlives static objects
-    static auto* const opened = new std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;
+    static auto* const opened = new openMachines;
     auto& known = (*opened)[{place.string(), clock}];
     auto model = known.lock();
-    if (model == nullptr || !model->stillStandsFor(text)) {
-        model = std::make_shared<machineModel>(place, text, clock);
+    const bool unused = model.use_count() == 2;
+    if (model == nullptr || !model->stillStandsFor()) {
+        model = std::make_shared<machineModel>(place, clock);
         known = model;
+    } else if (keep && unused) {
+        model->forgetChecks();
+    }
+    if (keep) {
+        keepOpen(model);
     }
     return model;
 }
@@ -433,12 +495,12 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool r
 {
     // outlives static objects
     static auto* const system = new systemClock;
-    return openMachine(folder, realTime ? system : nullptr);
+    return openMachine(folder, realTime ? system : nullptr, true);
 }
 
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realClock& clock)
 {
-    return openMachine(folder, &clock);
+    return openMachine(folder, &clock, false);
 }
 
 } // namespace kest::sim

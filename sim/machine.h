@@ -35,6 +35,7 @@ class machine
 public:
     virtual ~machine() = default;
     /// @param node  "" for the local node. @return null when there is no such bus
+    /// Throws as openMachine() when the bus cannot be made ready for use.
     virtual std::shared_ptr<bus> findBus(const std::string& name, const std::string& node) = 0;
     [[nodiscard]] virtual std::vector<std::string> busNames(const std::string& node) const = 0;
     [[nodiscard]] virtual std::vector<chipInfo> chips() const = 0;
@@ -63,9 +64,13 @@ public:
     virtual bool startWave(const std::string& busName, const std::filesystem::path& file) = 0;
     /// @return false with errno, ENOENT when nothing is being recorded, also because the file was lost
     virtual bool stopWave(const std::string& busName) = 0;
+
+    /// Makes every bus ready for use, with its images. Throws as openMachine().
+    virtual void checkBuses() = 0;
 };
 
-/// Opens the machine in a folder. A damaged state file is kept as machine.state.damaged: a line on standard error says
+/// Opens the machine in a folder. It costs nothing that grows with the buses and chips that nobody uses: a bus and its
+/// images are looked at when the bus is first used. A damaged state file is kept as machine.state.damaged: a line on standard error says
 /// so, and the machine starts anew.
 /// @param realTime  transactions also take their bus time
 /// Throws std::runtime_error with "FILE:LINE: what" for an unusable folder, and std::system_error with the system's code

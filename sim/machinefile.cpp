@@ -41,7 +41,8 @@ private:
     [[noreturn]] void fail(const toml::source_region& place, const std::string& what) const;
     [[noreturn]] void failKey(const toml::table& table, std::string_view key, const std::string& what) const;
     void onlyKeys(const toml::table& table, const std::string& where, keys allowed) const;
-    void tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&));
+    void tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&),
+                std::vector<tablePlace>& places);
 
     [[nodiscard]] std::string text(const toml::table& table, std::string_view key, const char* otherwise) const;
     [[nodiscard]] std::int64_t number(const toml::table& table, std::string_view key, std::int64_t lowest,
@@ -106,7 +107,8 @@ void reader::onlyKeys(const toml::table& table, const std::string& where, keys a
     }
 }
 
-void reader::tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&))
+void reader::tables(const toml::table& root, std::string_view key, void (reader::*each)(const toml::table&),
+                    std::vector<tablePlace>& places)
 {
     const auto* const node = root.get(key);
     if (node == nullptr) {
@@ -116,7 +118,10 @@ void reader::tables(const toml::table& root, std::string_view key, void (reader:
         failKey(root, key, "expected tables, written [[" + std::string{key} + "]]");
     }
     for (const auto& entry : *node->as_array()) {
-        (this->*each)(*entry.as_table());
+        const toml::table& table = *entry.as_table();
+        (this->*each)(table);
+        places.push_back({table.source().begin.line, table.source().begin.column});
+        m_machine.tablesApart = m_machine.tablesApart && !table.is_inline();
     }
 }
 
@@ -471,13 +476,13 @@ void reader::read(const toml::table& root)
     onlyKeys(root, "a machine file", {"seed", "bus", "chip", "fault"});
     m_machine.seed = static_cast<std::uint64_t>(
         number(root, "seed", 0, std::numeric_limits<std::int64_t>::max(), std::int64_t{chance::defaultSeed}));
-    tables(root, "bus", &reader::bus);
+    tables(root, "bus", &reader::bus, m_machine.places[0]);
     if (m_machine.buses.empty()) {
         fail(root.source(), "no [[bus]]");
     }
-    tables(root, "chip", &reader::chip);
+    tables(root, "chip", &reader::chip, m_machine.places[1]);
     checkChips();
-    tables(root, "fault", &reader::fault);
+    tables(root, "fault", &reader::fault, m_machine.places[2]);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "sim/pca955x.h"
 #include "sim/sensor.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -50,10 +51,18 @@ struct chipDescription {
     unsigned temperatureBits = 9;
 };
 
+/// Where a table begins in its file, from 1.
+struct tablePlace {
+    std::uint32_t line = 0, column = 0;
+};
+
 struct machineDescription {
     std::vector<busDescription> buses;
     std::vector<chipDescription> chips;
     std::vector<faultDescription> faults;
+    /// Of buses, chips and faults, each in the order of their lists.
+    std::array<std::vector<tablePlace>, 3> places;
+    bool tablesApart = true; ///< every table has lines of its own
     std::uint64_t seed = chance::defaultSeed; ///< of all random choices
 
     /// A number that changes with anything that the state file's layout depends on.

@@ -27,7 +27,8 @@ public:
     sharedBus(const sharedBus&) = delete;
     sharedBus& operator=(const sharedBus&) = delete;
 
-    [[nodiscard]] std::size_t recordBytes() const { return busStateBytes + m_chips.stateBytes(); }
+    /// Of a bus with so many chips.
+    static constexpr std::size_t recordBytes(std::size_t chips) { return busStateBytes + chips * chipStateBytes; }
     /// Before any other use. The file outlives the bus.
     void attach(stateFile& states, std::uint64_t layoutMark);
 

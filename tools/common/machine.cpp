@@ -32,7 +32,9 @@ std::shared_ptr<sim::machine> openConfiguredMachine()
                        "'kestctl sim new DIR' makes one; then set KEST_CONFIG=DIR/kest.toml");
     }
     try {
-        return sim::openMachine(settings.machineFolder, settings.machineRealTime);
+        auto machine = sim::openMachine(settings.machineFolder, settings.machineRealTime);
+        machine->checkBuses();
+        return machine;
     } catch (const std::system_error& why) {
         const int error = why.code().value();
         if (error == EACCES || error == EPERM || error == EROFS) {
