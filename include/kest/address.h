@@ -27,10 +27,10 @@ enum kest_deviceType : std::uint32_t {
     KEST_DEV_D10 = 0xD10, ///< other end device
     KEST_DEV_75 = 0x75, ///< 16-bit input device, LM75 class
     KEST_DEV_92 = 0x92, ///< 16-bit input device, LM92 class
-    KEST_DEV_172 = 0x172, ///< end device that the SEEPROM functions serve, too
+    KEST_DEV_172 = 0x172, ///< end device that the SEEPROM functions also serve
 };
 
-/// One device of a chain; the first node is the one nearest the bus master. The chain belongs to the code that built it.
+/// One device of a chain; the first is the one nearest the bus master. The chain belongs to the code that built it.
 struct kest_deviceAddress {
     std::uint8_t address; ///< IIC address, 8-bit form
     kest_deviceType type;

@@ -32,7 +32,7 @@ enum kest_dpOperation : std::uint32_t {
 
 /// Configures a device: pin directions (config 0 and 1, `value` = pin bits) or one raw register (2 to 7, `value` = its
 /// low byte).
-/// @param address     device text
+/// @param address  device text
 /// @param attributes  six values; null takes the defaults
 /// @return null on success (also for a device type that is not served), else an entry that the caller owns.
 ErrlEntry* KEST_dpConfig(const char* address, kest_dpConfig config, unsigned int value,
@@ -40,15 +40,15 @@ ErrlEntry* KEST_dpConfig(const char* address, kest_dpConfig config, unsigned int
 
 /// Changes outputs: reads the output or selector registers, applies `operation` to the pins, writes them back, under
 /// the device's lock.
-/// @param bits    pins, bit 0 = pin 0 (for KEST_DP_COPY: the levels)
-/// @param mask    for KEST_DP_COPY: which pins take their level from `bits`
+/// @param bits  pins, bit 0 = pin 0 (for KEST_DP_COPY: the levels)
+/// @param mask  for KEST_DP_COPY: which pins take their level from `bits`
 /// @param unused  accepted, not used
 /// @return as for KEST_dpConfig().
 ErrlEntry* KEST_dpWrite(const char* address, kest_dpOperation operation, unsigned int bits, unsigned int mask,
                         const kest_attributeValue* attributes, unsigned int unused);
 
 /// Reads the input registers.
-/// @param mask        which bits are wanted
+/// @param mask  which bits are wanted
 /// @param[out] value  the masked levels; left alone for a device type that is not served
 /// @return as for KEST_dpConfig().
 ErrlEntry* KEST_dpRead(const char* address, unsigned int mask, unsigned int* value,

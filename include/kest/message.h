@@ -11,7 +11,7 @@ namespace kest
 
 /// What a request asks for. All words of a payload are 32-bit, in host byte order (big-endian on a service processor).
 enum kest_messageType : std::uint16_t {
-    /// Offset, a reserved word, length, NUL-terminated device text of which 256 bytes at most are looked at.
+    /// Offset, a reserved word, length, NUL-terminated device text. At most 256 bytes of the text are used.
     KEST_MSG_SEEPROM_READ = 0x8001,
     /// The same, then the data.
     KEST_MSG_SEEPROM_WRITE = 0x8002,
@@ -35,8 +35,7 @@ extern "C" {
 /// Serves one request message and fills the reply. Any thread may call it.
 /// @param context  not used
 /// @return null when all went well, else an entry that the caller owns. Return code 0x8000132B with module 0xFF means
-/// that there is no memory: for the data of a write, which is then not begun, or for those of the reply, whose flags are
-/// then 0.
+/// no memory: for the data of a write, which is then not started, or for the reply's data; its flags are then 0.
 ErrlEntry* kestProcessMsg(void* context, NetcMessage* request, NetcMessage* reply);
 }
 

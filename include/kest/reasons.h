@@ -7,10 +7,10 @@
 namespace kest
 {
 
-/// Who logs: the component of every SRC, and the creator of every entry, of the library.
+/// The library's component number: in each of its SRCs, and as creator of each of its entries.
 constexpr std::uint16_t kest_component = 0x1300;
 
-/// What failed. A return code is a class, below, or-ed to one of these.
+/// What failed. A return code is one of these with the bits of a class (below).
 enum kest_reason : std::uint32_t {
     KEST_REASON_NO_ATTRIBUTE = 0x1301,
     KEST_REASON_CHAIN_INVALID = 0x1302,
@@ -61,8 +61,9 @@ enum kest_reason : std::uint32_t {
     KEST_REASON_UNSUPPORTED = 0x13FF,
 };
 
-/// Classes of return codes. The failure of a device or its bus has none of these bits.
-constexpr std::uint32_t kest_classFailure = 0x80000000; ///< the software, or what it was asked to do, is at fault
+/// Classes of return codes. A failure of a device or its bus that is not listed here has none of these bits.
+/// The software, or what it was asked to do, is at fault; also the class of a failed detection or sensor reading.
+constexpr std::uint32_t kest_classFailure = 0x80000000;
 constexpr std::uint32_t kest_classInformational = 0x40000000; ///< nothing answers, no such bus, no persisted copy
 constexpr std::uint32_t kest_classHubFailed = 0x10000000; ///< a hub or its sub-bus failed
 constexpr std::uint32_t kest_classHubRefused = 0x00100000; ///< a hub refused the command, or did not report its status

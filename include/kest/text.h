@@ -24,7 +24,7 @@ void KEST_miscPutText(char* out, unsigned int count, const char* in);
 char* KEST_miscFmtAndDump(const char* data, unsigned int length);
 
 /// Looks a node name up: "L" and "l" are the local node, -1; "0" to "7" are nodes 0 to 7.
-/// @param[out] node   the number; left alone when the name is unknown
+/// @param[out] node  the number; left alone when the name is unknown
 /// @param[in,out] entry  an unknown name is logged into it, return code 0x80001318
 void KEST_convert_str_to_MernNodeId(const char* name, NodeType* node, ErrlEntry*& entry);
 

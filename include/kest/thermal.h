@@ -21,8 +21,8 @@ struct KEST_thermal_sensor_info {
 /// Reads the raw temperature word of a sensor.
 ///
 /// Some failures leave no entry: a text whose last device has no inputs, EDEADLK (committed at once, action 0x2000),
-/// and any failure that the error log has no memory for. The reading then counts as valid, with the temperature 0 or
-/// the part of it that had arrived.
+/// and any failure that the error log has no memory for. The reading then counts as valid: 0, or the part that had
+/// arrived.
 /// @return null on success, else an entry that the caller owns: 0x8000132B null record or path (the record is left
 /// alone), 0x80001329 the read failed (temperature 0, status `KEST_THERMAL_INVALID`).
 ErrlEntry* KEST_thermal_sensor_read_temperature_data(KEST_thermal_sensor_info* info);

@@ -35,8 +35,8 @@ constexpr routine generalConfigRoutine{"GeneralConfig", KEST_MODULE_PORT_DIRECTI
 constexpr routine rawConfigRoutine{"RawConfig", KEST_MODULE_PORT_RAW, sourceId};
 constexpr routine hubResetRoutine{"Write_922Hub_Reset", KEST_MODULE_PORT_HUB_RESET, sourceId};
 
-/// Output state of up to 16 pins. An LED driver has a selector of two bits a pin, here apart; an expander only the low
-/// one.
+/// Output state of up to 16 pins. An LED driver has a selector of two bits a pin, which are kept apart here. An
+/// expander has only the low bit.
 struct pinMasks {
     std::uint32_t low;
     std::uint32_t high;
@@ -98,13 +98,13 @@ struct portRun {
     std::unique_ptr<EdalDeviceOperation> operation{};
 };
 
-/// Ends a step. @param done  whether it left no entry
+/// Ends a step. @param done  true when there is no entry
 bool passed(portRun& run, bool done, std::uint32_t line = __builtin_LINE())
 {
     return done || run.report.passed(traceHash("step of a data port routine failed"), line);
 }
 
-/// Asks for an SRC without a callout that says what about the request cannot be done.
+/// Asks for an SRC that says what cannot be done; it has no callout.
 void refuse(portRun& run, kest_reason reason, std::uint32_t userData3 = 0, int line = __builtin_LINE())
 {
     KEST_TRACE_AT(line, traceHash("data port request not possible on this type"), "", run.self.name);
@@ -121,7 +121,7 @@ bool refuseMissing(portRun& run, const void* pointer, int line = __builtin_LINE(
                            static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer)), line);
 }
 
-/// Reports a type without such registers. It is served with register 0 and no data all the same, on purpose.
+/// Reports a type without such registers. The request goes on all the same, with register 0 and no data, on purpose.
 void checkRegisters(portRun& run, const registerRange& range)
 {
     if (range.bytes == 0) {
@@ -170,7 +170,7 @@ void writeRegisters(portRun& run, const registerRange& range, std::uint32_t valu
     }
 }
 
-/// Makes the device object. Without one there is nothing to be driven.
+/// Makes the device object. Without one there is nothing to drive.
 bool linkDevice(portRun& run)
 {
     const kest_deviceInfo* const info = run.request.deviceInfo;
@@ -198,7 +198,7 @@ bool lockDevice(portRun& run)
     return run.locked;
 }
 
-/// A clean-up step's failure is the result when nothing failed before, else it is committed by itself.
+/// The failure of a clean-up step is the result when nothing failed before; else it is committed by itself.
 void settleLate(portRun& run, ErrlEntry* late)
 {
     if (late == nullptr) {
@@ -224,7 +224,7 @@ ErrlEntry* cleanUp(portRun& run)
     return run.report.finish();
 }
 
-/// Makes the device object, opens, configures and locks the device. A failed step's line is its site: no two share one.
+/// Makes the device object, opens, configures and locks the device. The site of a failed step is its source line.
 bool prepareDevice(portRun& run)
 {
     if (!linkDevice(run)) {
@@ -341,7 +341,7 @@ ErrlEntry* Write_922Hub_Reset(const Dp955xRequest* request, kest_dpOperation ope
     if (linkDevice(run) && passed(run, setBlock(run))) {
         changeOutputs(run, operation, bits, mask);
     }
-    // neither opened nor locked here: frees what this call made, and logs
+    // the device was neither opened nor locked here: this only frees and logs
     return cleanUp(run);
 }
 

@@ -1,15 +1,14 @@
 /// One data port request on a register device: outputs, inputs, pin directions, raw registers, and the pulse on a hub's
 /// reset pin.
 ///
-/// The routines answer null on success, else an entry that the caller owns. They release the device's lock and close it
-/// whatever happens; the first failure is the one returned, later ones of the clean-up are committed with action
-/// 0x4000.
+/// The routines return null on success, else an entry that the caller owns. They always release the device's lock and
+/// close it. The first failure is returned; later failures of the clean-up are committed with action 0x4000.
 ///
-/// A step has failed when it left an entry. A failure with EDEADLK leaves none, since it is committed at once with
+/// A step has failed only if it left an entry. A failure with EDEADLK leaves none, since it is committed at once with
 /// action 0x2000; nor does one that the error log has no memory for. The routine then goes on as if the step had
-/// succeeded. A register that could not be read has the value of the operation's buffer, which is the register byte and
-/// zeros, or the bytes that had arrived; Write() and GeneralConfig() write back what they make of it. A type that a
-/// routine does not serve is reported with 0x132C, and register 0 is used without data all the same.
+/// succeeded. A register that was not read has the value in the operation's buffer: the register byte and zeros, or the
+/// bytes that had arrived. Write() and GeneralConfig() write back what they make of it. A type that a routine does not
+/// serve is reported with 0x132C; register 0 is then used all the same, without data.
 #pragma once
 
 #include <cstdint>
@@ -48,7 +47,7 @@ public:
 
 } // namespace Dp955xOps
 
-/// A device and how it is to be driven; all of it the caller's.
+/// A device and how it is to be driven. The caller owns it all.
 struct Dp955xRequest {
     const kest_deviceInfo* deviceInfo; ///< null is refused with reason 0x132B
     kest_deviceType deviceType; ///< of the chain's last node

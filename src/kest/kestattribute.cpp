@@ -79,7 +79,7 @@ void KEST_addDevAddress(unsigned char address, kest_deviceType type, unsigned ch
     if (node == nullptr) {
         return;
     }
-    // padding, too, which an initialiser may leave out
+    // clears the padding, too, which an initialiser may leave out
     std::memset(static_cast<void*>(node), 0, sizeof *node);
     node->address = address;
     node->type = type;
@@ -98,7 +98,7 @@ void KEST_deleteDevAddress(kest_deviceAddress** list, bool all)
     while (!all && (*list)->next != nullptr) {
         list = &(*list)->next;
     }
-    // the last node, or from the first on: a long list need not be walked once for each node
+    // either the last node or all nodes, in one walk
     while (*list != nullptr) {
         kest_deviceAddress* const node = *list;
         *list = node->next;
@@ -117,7 +117,7 @@ kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsi
     if (flat == nullptr) {
         return nullptr;
     }
-    // padding, too: messages and error logs take the array as it is
+    // clears the padding, too: messages and error logs take the array as it is
     std::memset(static_cast<void*>(flat), 0, bytes);
     for (kest_deviceAddress* node = flat; list != nullptr; ++node, list = list->next) {
         node->address = list->address;
@@ -135,7 +135,7 @@ kest_deviceAddress* KEST_unflattenAddressList(const kest_deviceAddress* flat)
     for (; flat != nullptr; flat = flat->next) {
         KEST_addDevAddress(flat->address, flat->type, flat->port, end);
         if (*end == nullptr) {
-            // no memory: a chain with a node left out would lead to another device
+            // no memory: a chain without this node would lead to another device
             KEST_deleteDevAddress(&list, true);
             return nullptr;
         }
@@ -169,7 +169,7 @@ std::uint32_t kest_checkAddressList(const kest_deviceAddress* list)
 ErrlEntry* KEST_setAttribute(kest_attribute id, kest_attributeValue value, kest_attributeValue* record)
 {
     reportedCall report{setRoutine};
-    // a negative one becomes too big
+    // a negative id becomes too large
     const auto index = static_cast<std::uint32_t>(id);
     if (record == nullptr) {
         report.fail(traceHash("no attribute record"), KEST_REASON_MISSING);

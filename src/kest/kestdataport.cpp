@@ -20,7 +20,7 @@ constexpr char sourceId[] = "kestdataport";
 struct portFunction {
     const routine& self;
     registerRange portRegisters::*registers; ///< it serves the types that have these
-    bool servesUnsound = false; ///< also a chain that failed its check
+    bool servesUnsound = false; ///< serves also a chain that failed its check
 };
 constexpr routine readRoutine{"KEST_dpRead", KEST_MODULE_DP_READ, sourceId};
 constexpr routine writeRoutine{"KEST_dpWrite", KEST_MODULE_DP_WRITE, sourceId};
@@ -44,7 +44,7 @@ struct portCall {
 
 bool parseAddress(portCall& call)
 {
-    // else it is read like an empty text
+    // a null address is read as an empty text
     const bool given = call.address != nullptr;
     const std::unique_ptr<char[]> rest{kest_miscConvertTokensToAddress(&call.info, given ? call.address : "")};
     if (rest) {
@@ -81,7 +81,7 @@ void traceRoutineFailure(const portCall& call)
     }
 }
 
-/// The one way of the exported functions. @param portRoutine  takes the request of a chain that is served
+/// All that the exported functions do. @param portRoutine  takes the request for a device that is served
 template <typename Routine>
 ErrlEntry* serve(const portFunction& function, const char* address, const kest_attributeValue* attributes,
                  Routine portRoutine)

@@ -44,8 +44,8 @@ bool understandText(detection& run)
     return !rest;
 }
 
-/// Ends a step on the bus. The entry has its SRC from below; the failure site goes into it before the device is closed.
-/// @param done  whether the step left no entry
+/// Ends a step on the bus. The layer has already logged its SRC. The site is added before the close.
+/// @param done  true when there is no entry
 bool passed(detection& run, bool done, int line, unsigned short site)
 {
     if (!done) {
@@ -78,7 +78,7 @@ void reportAbsent(detection& run)
 {
     KEST_TRACE_AT(353, traceHash("device absent"), "", detectRoutine.name);
     reportState(run, KEST_REASON_DEVICE_ABSENT, MERN_DETECT_ABSENT);
-    // not that of the reason, on purpose
+    // not the number of the reason, on purpose
     kest_setReturnCode(run.report.details, kest_classFailure | KEST_REASON_NO_ANSWER);
 }
 
@@ -99,7 +99,7 @@ void reportDoubtful(detection& run, std::uint32_t state)
 
 void probe(detection& run)
 {
-    // a failure that was committed below must not read as present
+    // a failure that was committed must not count as present
     std::uint32_t state = MERN_DETECT_ABSENT;
     kest_wobuConfig(run.session.handle, run.entry, kest_configRead, WOBU_IIC_DETECT_STATE, &state, sizeof state);
     if (!passed(run, run.entry == nullptr, 333, 338) || state == MERN_DETECT_PRESENT) {

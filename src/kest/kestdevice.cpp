@@ -32,7 +32,7 @@ ErrlEntry* reportUnsupported(const routine& self, int line = __builtin_LINE())
     return report.finish();
 }
 
-/// The layer's lock record of a register device, as bytes: its order does not depend on the host.
+/// The layer's lock record of a register device, as bytes: their order does not depend on the host.
 std::array<std::uint8_t, sizeof(mern_iic_lock)> lockValue(std::uint32_t address)
 {
     constexpr std::uint16_t timeoutMs = 500;
@@ -51,7 +51,7 @@ void reportUnknownNode(const kest_deviceAddress& node)
     ErrlEntry* entry = nullptr;
     failureReport report{linkRoutine, entry};
     report.fail(traceHash("no device object for this type"), KEST_REASON_NO_OBJECT, __LINE__, node.type);
-    // not made from the reason, on purpose
+    // not the number of the reason, on purpose
     kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_UNSUPPORTED);
     report.commit(ERRL_ACTION_REPORT);
 }

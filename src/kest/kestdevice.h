@@ -43,7 +43,7 @@ protected:
     std::uint8_t m_dataLength;
 };
 
-/// A device of a link. The base class supports no access and says so.
+/// A device of a link. The base class supports no access and reports each attempt.
 class EdalDevice
 {
 public:
@@ -55,7 +55,7 @@ public:
 
     virtual void setNextDevice(EdalDevice* next); ///< does nothing: a link is one device long
     virtual EdalDevice* getNextDevice();
-    /// @param operation  stays its maker's, who sets null before deleting it. The base class does nothing.
+    /// @param operation  its maker keeps ownership, and sets null before deleting it. The base class does nothing.
     virtual void setOperation(EdalDeviceOperation* operation);
     virtual EdalDeviceOperation* getOperation();
     virtual ErrlEntry* doOperation(mern_t handle);
@@ -83,7 +83,8 @@ public:
     ErrlEntry* doOperation(mern_t handle) override;
     /// Takes the device's lock, waiting at most 500 ms. A second lock of this object fails without touching the bus.
     ErrlEntry* lockDevice(mern_t handle) override;
-    /// Releases the lock. A device that is not locked is no failure; one whose unlock failed stays marked locked.
+    /// Releases the lock. Unlocking an unlocked device succeeds. After a failed unlock the device stays marked as
+    /// locked.
     ErrlEntry* unlockDevice(mern_t handle) override;
     virtual ErrlEntry* writeOperation(mern_t handle);
     virtual ErrlEntry* readOperation(mern_t handle);

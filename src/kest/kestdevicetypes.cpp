@@ -25,7 +25,7 @@ constexpr deviceType registerDevice(kest_deviceType type, const portRegisters& p
     return {.type = type, .kind = deviceKind::registerDevice, .fixedTimeout = true, .flags = 0xFFFF0000, .port = port};
 }
 
-/// A sensor is a register device, but its transfers go by the usual rules.
+/// A sensor is a register device, but its transfers have a computed time-out and the usual flags.
 constexpr deviceType sensor(kest_deviceType type)
 {
     return {.type = type, .kind = deviceKind::registerDevice, .port = {.highByteFirst = true, .inputs = {0x00, 2}}};
@@ -57,7 +57,7 @@ constexpr std::array<deviceType, 16> deviceTypes{{
 
 constexpr deviceType unknownType{};
 
-/// The low 16 bits of a memory's type, read as four decimal digits, count kilobits.
+/// The low 16 bits of a memory's type, read as four decimal digits, are the kilobits.
 constexpr std::uint32_t capacityInName(kest_deviceType type)
 {
     std::uint32_t kilobits = 0;

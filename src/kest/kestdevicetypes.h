@@ -1,4 +1,4 @@
-/// What the library knows of each device type, in one table. Everything else asks it.
+/// What the library knows of each device type, in one table. All other units look types up here.
 #pragma once
 
 #include <cstdint>
@@ -17,15 +17,15 @@ enum class deviceKind : std::uint8_t {
 };
 
 /// Registers that hold one function's bits, lowest pins first. 0x10 in the register byte lets the chip step through
-/// them. Without bytes the device has none.
+/// them. 0 bytes: the device has no such registers.
 struct registerRange {
     std::uint8_t first = 0;
     std::uint8_t bytes = 0;
 };
 
-/// Registers of raw configurations, which follow each other as the configurations do.
+/// Consecutive registers for consecutive raw configurations.
 struct rawRange {
-    std::uint8_t config = 0; ///< the first
+    std::uint8_t config = 0; ///< the first one
     std::uint8_t first = 0; ///< its register
     std::uint8_t count = 0;
 };
@@ -41,20 +41,20 @@ struct portRegisters {
     rawRange raw{};
 };
 
-/// A device type. What a row leaves out holds for most of them.
+/// A device type. The defaults fit most types.
 struct deviceType {
     kest_deviceType type{};
     deviceKind kind = deviceKind::unknown;
     std::uint32_t capacity = 0; ///< bytes; not 0 for what the SEEPROM functions serve
     std::uint32_t pageSize = 0; ///< bytes
-    std::uint16_t offsetLength = 0; ///< bytes of a position, of a SEEPROM alone
+    std::uint16_t offsetLength = 0; ///< bytes of a position; SEEPROMs alone have one
     bool fixedTimeout = false; ///< of a chain that begins with it; else the time-out is computed
     bool writeCycle = false; ///< the write-cycle attribute applies to such a chain
     std::uint32_t flags = 0xFFFB0000; ///< of such a chain's configuration block
     portRegisters port{};
 };
 
-/// @return the type's row; for a type that is not known a row that says so.
+/// @return the type's row; an unknown type gets a row of kind `unknown`.
 const deviceType& kest_typeOf(kest_deviceType type);
 
 } // namespace kest

@@ -38,7 +38,7 @@ void keepTraceBuffer(void* /*argument*/) {}
 std::uint8_t low8(std::uint32_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
 std::uint16_t low16(std::uint32_t value) { return static_cast<std::uint16_t>(value & 0xFFFF); }
 
-/// Creates the entry or adds an SRC to it, with the traces of the moment and who says so.
+/// Creates the entry or adds an SRC to it, with the current traces and the source unit's name.
 void addSrc(ErrlEntry*& entry, const kest_errorDetails& details, const char* sourceId)
 {
     if (entry == nullptr) {
@@ -54,7 +54,7 @@ void addSrc(ErrlEntry*& entry, const kest_errorDetails& details, const char* sou
                       low16(details.reasonCode), details.userData1, details.userData2, details.userData3,
                       details.userData4, details.subsystem);
     }
-    // null: the log has no memory for it
+    // null when the log has no memory for it
     if (entry != nullptr) {
         entry->CollectTrace(traceName, collectedBytes);
         if (sourceId != nullptr) {
@@ -85,7 +85,7 @@ void addUserDetails(ErrlEntry& entry, kest_errorDetails& details)
     }
 }
 
-/// The items behind the SRC. The log shows them in this order.
+/// The items after the SRC. The log shows them in this order.
 void addItems(ErrlEntry& entry, kest_errorDetails& details)
 {
     if (details.setReturnCode != 0) {

@@ -1,7 +1,7 @@
 /// The error-details record, and the one way from a failure to an error log entry.
 ///
-/// The pattern of every function that can fail: an empty record at entry; at the point of failure a trace and the
-/// description of what failed; at the single exit kest_logError(), which does nothing for a record without flags.
+/// A function that can fail starts with an empty record. Where it fails, it traces and describes the failure. At its
+/// single exit it calls kest_logError(), which ignores a record without flags.
 #pragma once
 
 #include <cstdint>
@@ -54,10 +54,9 @@ struct kest_errorDetails {
 };
 
 /// Turns the record into calls on the error log: creates the entry or extends it, adds the items whose flags are set,
-/// and commits and deletes it when asked to. Without an entry and without `logSrc` nothing else of the record is looked
-/// at.
+/// and commits and deletes it when asked to. Without an entry and without `logSrc` the rest of the record is ignored.
 /// @param[in,out] entry  the request's entry, null while nothing has failed
-/// @param sourceId       the source unit's identification, added to each SRC; null adds none
+/// @param sourceId  the source unit's identification, added to each SRC; null adds none
 void kest_logError(ErrlEntry*& entry, kest_errorDetails* details, const char* sourceId);
 
 /// Asks for an SRC: sets `logSrc`, the site, and the four user data words.
@@ -103,8 +102,7 @@ std::optional<std::uint32_t> kest_failedErrno(const ErrlEntry* entry);
 /// commits it with action 0x4000, deletes it and sets it to null. Null is ignored.
 void kest_commitSecondary(ErrlEntry*& entry);
 
-/// Moves an entry into a new one and deletes the old one. Without memory for a new one the old one itself is handed
-/// over.
+/// Moves an entry into a new one and deletes the old one. Without memory for a new entry it returns the old one.
 /// @param[in,out] from  not null; null afterwards
 /// @return the entry, the caller's
 ErrlEntry* kest_takeOver(ErrlEntry*& from);

@@ -1,4 +1,4 @@
-/// How a function reports its failures: what it says of each, and the one way out of it.
+/// How a function describes and logs its failures.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 namespace kest
 {
 
-/// A function that reports failures, as traces, SRCs and software errors name it.
+/// A function's names in traces, SRCs and software errors.
 struct routine {
     const char* name;
     std::uint32_t module;
@@ -26,11 +26,11 @@ constexpr blame blamesSoftware{EPUB_SUBSYSTEM_SOFTWARE, kest_classFailure};
 constexpr blame blamesAbsence{EPUB_SUBSYSTEM_IIC_DEVICE, kest_classInformational};
 constexpr blame blamesDevice{EPUB_SUBSYSTEM_IIC_DEVICE, 0};
 
-/// @return who is blamed for an errno of the IIC layer that says nothing special
+/// @return who is blamed for an errno of the IIC layer that has no rule of its own
 const blame& kest_blameOf(int error);
 
-/// What one call of a routine knows of its failures. The entry alone says whether a step failed: one whose failure was
-/// committed below, or for whose entry there was no memory, has passed.
+/// What one call of a routine knows of its failures. A step failed only if there is an entry. A failure that was
+/// already committed, or one without memory for an entry, counts as passed.
 struct failureReport {
     static constexpr std::uint32_t noSite = 0xFFFFFFFF;
 
@@ -64,12 +64,13 @@ struct failureReport {
     void commit(std::uint16_t action);
 };
 
-/// The report of a whole call, which traces the routine's entry and exit, too. Declare it first, so that it ends last.
+/// The report of a whole call, which also traces the routine's entry and exit. Declare it first, so that its exit trace
+/// is the last.
 class reportedCall : private traceScope, public failureReport
 {
 public:
     /// @param callersEntry  takes the failure
-    /// @param firstSite     the site to note when an entry is there but no step has failed; noSite: none
+    /// @param firstSite  the site to log when there is an entry but no step of this call failed; noSite: none
     reportedCall(const routine& function, ErrlEntry*& callersEntry, std::uint32_t firstSite = noSite,
                  int line = __builtin_LINE())
         : traceScope(function.name, line), failureReport{function, callersEntry, firstSite}

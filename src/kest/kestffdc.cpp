@@ -40,7 +40,7 @@ void noteStep(ErrlEntry*& entry, std::uint32_t returnCode, std::uint32_t site)
     }
 }
 
-/// Adds a copy of the layer's data to the entry and releases the layer's.
+/// Adds a copy of the layer's data to the entry and frees the data.
 void addFfdc(ErrlEntry*& entry, void* data, unsigned int size)
 {
     kest_errorDetails details{};
@@ -94,7 +94,7 @@ void kest_miscExtractFFDCAndUnlock(ErrlEntry*& entry, mern_t& handle)
     unsigned int size = 0;
     noteStep(entry, kest_wobuFFDCExtract(handle, entry, &data, &size), siteExtractFailed);
     noteStep(entry, kest_wobuFFDCUnlock(handle, entry, 0), siteUnlockFailed);
-    // without an entry the layer's data stay where they are, deliberately
+    // without an entry the data are not freed, on purpose
     if (size != 0 && entry != nullptr) {
         addFfdc(entry, data, size);
     }

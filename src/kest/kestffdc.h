@@ -16,7 +16,7 @@ std::uint32_t kest_wobuFFDCExtract(mern_t handle, ErrlEntry*& entry, void** data
 std::uint32_t kest_wobuFFDCUnlock(mern_t handle, ErrlEntry*& entry, int trace);
 
 /// Collects the layer's first-failure data into the entry and releases the layer's hold on it. A step that fails adds
-/// its own SRC and a software error (16, 165 or 180). Data met without an entry stay unreleased, deliberately.
+/// its own SRC and a software error (16, 165 or 180). Data found without an entry are not freed, on purpose.
 void kest_miscExtractFFDCAndUnlock(ErrlEntry*& entry, mern_t& handle);
 
 } // namespace kest

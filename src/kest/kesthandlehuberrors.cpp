@@ -26,7 +26,7 @@ constexpr routine errorRoutine{"kest_read922HubErrStatus", KEST_MODULE_HUB_ERROR
 constexpr std::uint8_t selectErrorStatus = 0x07;
 constexpr std::uint8_t selectBusReset = 0x06;
 
-/// The status before the hub has reported one: not one that means success.
+/// The status before the hub has sent one: not a success.
 constexpr std::uint8_t unknownStatus = 255;
 
 void sendCommand(mern_t& handle, ErrlEntry*& errl, std::uint8_t command)
@@ -51,13 +51,13 @@ constexpr blame hubOdd{EPUB_SUBSYSTEM_SOFTWARE, kest_classHubFailed};
 
 /// How a status that ends the transfer is reported. Its trace's line is the failure site.
 struct statusRule {
-    std::uint32_t last; ///< the highest status of the row, which begins after the row before
+    std::uint32_t last; ///< the highest status of the row; it starts after the previous row's last
     std::uint32_t hash;
     std::uint32_t site;
     kest_reason reason;
     const blame& who;
 };
-// The statuses between 2 and 7 do not come here at first; after a repeated transfer every status but 0 is
+// Statuses 3 to 6 are handled before: the sub-bus is reset. After a repeated transfer every status but 0 is
 // `afterRepeat`.
 constexpr std::array<statusRule, 6> statusRules{{
     {.last = 1, .hash = 0xC73070B1, .site = 180, .reason = KEST_REASON_HUB_COMMAND, .who = hubRefused},
@@ -99,7 +99,7 @@ void noteFailure(hubCheck& check, std::uint32_t site)
     check.report.site = site;
 }
 
-/// Ends a step of the recovery. @param done  whether it left no entry
+/// Ends a step of the recovery. @param done  true when there is no entry
 bool recovered(hubCheck& check, bool done, std::uint32_t site)
 {
     if (!done) {
@@ -118,7 +118,7 @@ bool recover(hubCheck& check)
            recovered(check, check.session.seek(check.offset), 319);
 }
 
-/// A repeat that ends with ENODATA, a status of the hub's own, counts as done: the hub is asked what it meant.
+/// A repeat that ends with ENODATA (the hub's own status) counts as done: the hub is then asked for the cause.
 bool repeatTransfer(hubCheck& check)
 {
     if (check.direction == 1) {
@@ -191,7 +191,7 @@ void kest_read922HubPrevCmdStatus(mern_t handle, unsigned int* status, ErrlEntry
     kest_wobuConfig(handle, errl, kest_configRead, WOBU_IIC_BLOCK, &block, sizeof block);
     bool good = passed(report, 786);
     if (good) {
-        // Without offset and pages the read is a plain one, which the hub answers with its status.
+        // without offset and pages it is a plain read, which gets the hub's status
         block.offsetLength = block.reserved6 = 0;
         block.writeCycleMs = block.reserved22 = 0;
         block.pageSize = 0;
@@ -220,7 +220,7 @@ void kest_reset922HubSubBus(mern_t handle, ErrlEntry*& errl)
         if (passed(report, 693) && status != 0) {
             KEST_TRACE_AT(701, traceHash("sub-bus reset ended with a status"), ",%x", resetRoutine.name, status);
             report.describe(KEST_REASON_HUB_BUS_RESET, blamesDevice, status);
-            // neither a prefix nor the reason's number, on purpose
+            // without a class and not the reason's number, on purpose
             kest_setReturnCode(report.details, KEST_REASON_HUB_STATUS);
         }
     }
@@ -237,7 +237,7 @@ void kest_checkAndHandle922HubErr(mern_t handle, ErrlEntry*& errl, unsigned int*
     if (check.report.passed(traceHash("hub did not tell its status"), 164)) {
         actOnStatus(check, status, subBusReset);
     }
-    // Before the new SRC is logged: a status must not be taken for an errno.
+    // before the new SRC is logged: its status must not be taken for an errno
     kest_resetSilentHub(errl, path, handle, hubContext);
     check.report.finish();
 }

@@ -48,8 +48,8 @@ void resetHub(ErrlEntry& errl, const char* path, const char* resetPath, mern_t h
     errl.setRC(failure ? failure->getRC() : kest_codeHubWasReset);
 }
 
-/// Copies the next token and a comma, and moves both pointers behind them. @return whether there was one; an empty one
-/// does not count
+/// Copies the next token and a comma, and moves both pointers past them. @return whether there was a token; empty ones
+/// are skipped
 bool copyToken(const char*& path, char*& out)
 {
     path += std::strspn(path, ",");
@@ -108,7 +108,7 @@ void kest_build922HubResetPath(const char* path, char* out, unsigned char hubAdd
     if (copyToken(path, out) && copyToken(path, out)) {
         out = std::ranges::copy(expanderOf(hubAddress), out).out;
     }
-    // the text of a short path ends behind the zeroed bytes
+    // the text of a short path ends after the zeroed bytes
     *out = '\0';
 }
 

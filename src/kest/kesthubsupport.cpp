@@ -68,7 +68,7 @@ void setPosition(hubTransfer& transfer, unsigned int offset)
     }
 }
 
-/// Ends a step. @param done  whether it left no entry
+/// Ends a step. @param done  true when there is no entry
 bool passed(hubTransfer& transfer, bool done, std::uint32_t site)
 {
     return done || transfer.report.passed(traceHash("step of a hub transfer failed"), site);
@@ -79,7 +79,7 @@ bool passed(hubTransfer& transfer, std::uint32_t site) { return passed(transfer,
 bool allocateBuffer(hubTransfer& transfer, unsigned int extra)
 {
     const unsigned int bytes = transfer.size + extra;
-    // else the sum has wrapped
+    // smaller when the sum has wrapped
     if (bytes >= extra) {
         transfer.buffer.reset(new (std::nothrow) std::uint8_t[bytes]());
     }
@@ -99,7 +99,7 @@ bool openDevice(hubTransfer& transfer, std::uint32_t site)
     return transfer.report.noted(site);
 }
 
-/// All that comes before the data: the device is open, the hub reserved, error-free and configured, the position set.
+/// All steps before the data: open the device, lock the hub, query its status, configure it, seek.
 bool prepare(hubTransfer& transfer, bool isRead, const stepSites& at)
 {
     const mern_t& handle = transfer.session.handle;
@@ -121,8 +121,8 @@ bool prepare(hubTransfer& transfer, bool isRead, const stepSites& at)
     return passed(transfer, at.config) && passed(transfer, transfer.session.seek(transfer.position), at.seek);
 }
 
-/// Asks the hub how the transfer ended; its verdict comes back in `errl`. For that the transfer can be repeated, with
-/// the same size.
+/// Asks the hub how the transfer ended; its verdict comes back in `errl`. It may repeat the transfer with the same
+/// size.
 void checkHub(hubTransfer& transfer, int direction, ErrlEntry*& errl)
 {
     const unsigned int size = transfer.size;
@@ -130,7 +130,7 @@ void checkHub(hubTransfer& transfer, int direction, ErrlEntry*& errl)
                                  transfer.path, transfer.hub.address, &transfer.block, transfer.buffer.get(),
                                  transfer.position);
     if (errl == nullptr) {
-        // whatever a failure that was committed below left there
+        // a failure that was committed can leave any count here
         transfer.size = std::min(transfer.size, size);
     }
 }
@@ -144,7 +144,7 @@ void writeThroughHub(hubTransfer& transfer, const void* data)
     std::copy_n(static_cast<const std::uint8_t*>(data), asked, transfer.buffer.get());
     kest_wobuWrite(transfer.session.handle, transfer.errl, &transfer.size, transfer.buffer.get());
     if (passed(transfer, 690)) {
-        // a failure that was committed below leaves any count, and the hub's check repeats so many bytes of the buffer
+        // a failure that was committed can leave any count here, and the hub's check repeats that many bytes
         transfer.size = std::min(transfer.size, asked);
         usleep(static_cast<useconds_t>(transfer.attributes[KEST_ATTR_WRITE_CYCLE] * 1000));
         checkHub(transfer, writeTransfer, transfer.errl);
@@ -152,8 +152,8 @@ void writeThroughHub(hubTransfer& transfer, const void* data)
     }
 }
 
-/// A hub that does not answer is reset. One that answered with an error of its own may have recovered, and the read
-/// been repeated with success: its data stay in the transfer's buffer.
+/// A hub that does not answer is reset. A hub that answered with an error may recover, and the read is then repeated.
+/// The data of a successful repeat stay in the transfer's buffer.
 void handleFailedRead(hubTransfer& transfer, unsigned int asked)
 {
     KEST_TRACE_AT(392, traceHash("read through a hub failed"), "", transferRoutine.name);
@@ -170,10 +170,10 @@ void handleFailedRead(hubTransfer& transfer, unsigned int asked)
     passed(transfer, 446);
 }
 
-/// The caller gets the data; then the hub says whether they are valid.
+/// The caller gets the data. Then the hub reports whether they are valid.
 void takeData(hubTransfer& transfer, unsigned int asked, void* data)
 {
-    // At least 1 and at most what was asked for, unless a failure that was committed below left something else there.
+    // a failure that was committed can leave any count here
     transfer.size = std::clamp(transfer.size, 1U, asked + 1) - 1;
     std::copy_n(transfer.buffer.get() + 1, transfer.size, static_cast<std::uint8_t*>(data));
     checkHub(transfer, readTransfer, transfer.errl);

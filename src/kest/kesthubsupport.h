@@ -23,12 +23,12 @@ void kest_922releaseDeviceAddressLock(mern_t handle, const kest_deviceAddress* a
                                       kest_922AddressLock* lock, const kest_attributeValue* attributes,
                                       ErrlEntry*& errl);
 
-/// @param device          its chain is valid and begins with the hub
-/// @param operation       1 writes, 0 reads; any other does nothing
-/// @param[in,out] length  bytes to move; bytes moved. A read that succeeds only on its repeat can say one more than
-/// asked.
-/// @param data            the caller's buffer, of at least `*length` bytes
-/// @param path            the device text, for logging and the hub's reset
+/// @param device  its chain is valid and begins with the hub
+/// @param operation  1 writes, 0 reads; any other does nothing
+/// @param[in,out] length  bytes to move; bytes moved. A read that succeeds only when repeated can report one byte more
+/// than was asked for.
+/// @param data  the caller's buffer, of at least `*length` bytes
+/// @param path  the device text, for logging and the hub's reset
 void kest_922HubSupport(kest_deviceInfo* device, unsigned int* length, int operation, void** data, unsigned int offset,
                         const kest_attributeValue* attributes, ErrlEntry*& errl, const char* path);
 void kest_922HubQueryErrStatus(mern_t handle, unsigned int hubAddress, ErrlEntry*& errl, const char* path);

@@ -21,7 +21,7 @@ constexpr std::size_t dumpLineLength = 66;
 constexpr std::size_t dumpGroups = 4;
 constexpr std::size_t dumpBytesOfGroup = 4;
 
-/// One line of a dump: "oooooooo  dddddddd dddddddd dddddddd dddddddd  <tttttttttttttttt>\n". Blanks are there already.
+/// Fills one line, which has only blanks: "oooooooo  dddddddd dddddddd dddddddd dddddddd  <tttttttttttttttt>\n".
 void fillDumpLine(char* line, std::size_t offset, const char* data)
 {
     char digits[9];
@@ -49,7 +49,7 @@ char* copyText(const char* text)
     return copy;
 }
 
-/// A device text's tokens, taken from a working copy. It holds the text up to the last token taken.
+/// A device text's tokens, taken from a working copy, which then holds the text up to the last token taken.
 class tokenScanner
 {
 public:
@@ -57,7 +57,7 @@ public:
     {
         m_end = m_copy.get();
         if (!m_copy) {
-            // a failure is reported by handing over a copy
+            // a failure is reported by returning a copy
             m_copy.reset(copyText(""));
         }
     }
@@ -80,7 +80,7 @@ public:
         return token;
     }
 
-    /// Hands the working copy over: no further token.
+    /// Releases the working copy: there are no further tokens.
     char* release()
     {
         m_end = nullptr;
@@ -103,7 +103,7 @@ bool takeText(tokenScanner& tokens, char*& field)
     return token != nullptr && field != nullptr;
 }
 
-/// A hexadecimal number, of 32 bits on every target: a longer one is the greatest, as where long has 32 bits.
+/// A hexadecimal number. Values beyond 32 bits are clamped on every target, also where long has 64.
 std::int32_t hexNumber(const char* token)
 {
     using limits = std::numeric_limits<std::int32_t>;
@@ -131,7 +131,7 @@ bool takeLink(tokenScanner& tokens, const char* token, kest_deviceAddress** end)
     if (taken) {
         KEST_addDevAddress(address, type, port, end);
     }
-    // a link left out for want of memory would name another device
+    // a chain without this link, left out without memory, would name another device
     return taken && *end != nullptr;
 }
 

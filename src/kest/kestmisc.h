@@ -8,8 +8,8 @@
 namespace kest
 {
 
-/// A device made from a device text `path,node,type,value[,value]...`. Both texts are allocated with array new and
-/// owned by the record's user, as is the list. Open takes (devicePath, nodeName).
+/// A device made from a device text `path,node,type,value[,value]...`. Both texts are allocated with array new. They
+/// and the list belong to the record's user. Open takes (devicePath, nodeName).
 struct kest_deviceInfo {
     char* nodeName; ///< the text's second token
     char* devicePath; ///< the text's first token

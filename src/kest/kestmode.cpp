@@ -27,7 +27,7 @@ constexpr std::array<modeText, 3> modeTexts{{
     {"HWareMode", 9, kest_modeHardware},
 }};
 
-/// Threads that meet it empty may each read the registry: they find the same.
+/// Several threads may read the registry at first use; all get the same mode.
 std::atomic<unsigned int> modeCache{kest_modeUnknown};
 
 unsigned int modeOf(const char* value)
@@ -40,7 +40,7 @@ unsigned int modeOf(const char* value)
     return kest_modeUnknown;
 }
 
-/// Logs on the spot: the caller of the mode detection receives only the mode.
+/// Commits at once: the caller of the mode detection gets only the mode.
 void commitFailure(ErrlEntry* entry, kest_reason reason, const char* block, std::uint32_t blockBytes)
 {
     failureReport report{modeRoutine, entry};

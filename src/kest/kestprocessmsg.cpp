@@ -91,8 +91,8 @@ void answerLocation(const NetcMessage& request, NetcMessage& reply, char** locat
     }
 }
 
-/// Traces and describes a payload that ends too early. The size it should have had may need more than the 32 bits
-/// reported. @return false
+/// Traces and describes a payload that ends too early. Of the size it should have had, the low 32 bits are reported.
+/// @return false
 bool reportShort(const NetcMessage& request, kest_reason reason, std::uint64_t bytesNeeded, failureReport& report)
 {
     const unsigned int size = request.dataSize();
@@ -153,7 +153,7 @@ void serveSeeprom(NetcMessage& reply, seepromRequest& record, failureReport& rep
 /// Whether the type is served and the payload holds the type's fixed head.
 bool checkHead(const NetcMessage& request, failureReport& report)
 {
-    // types below wrap to large values
+    // smaller types wrap to large values
     const unsigned int index = unsigned{request.type} - KEST_MSG_SEEPROM_READ;
     const unsigned int size = request.dataSize();
     if (index >= fixedHeadBytes.size()) {

@@ -54,7 +54,7 @@ void describeCopyFailure(seepromCall& call, kest_reason reason, std::uint32_t us
     kest_setReturnCode(call.report.details, kest_classFailure | reason);
 }
 
-/// Reports a copy that is not there where nothing but the copy counts. It is nobody's fault: the code is informational.
+/// In file mode, reports a missing copy. The code is informational.
 void checkCopy(seepromCall& call, unsigned int length)
 {
     if (length == 0 && call.mode == kest_modeFile) {

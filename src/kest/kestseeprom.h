@@ -22,15 +22,15 @@ unsigned int kest_detectMode(kest_attributeValue value);
 /// Empties the mode cache, as at load. For tests.
 void kest_forgetMode();
 
-/// @param[in,out] error   null on entry
-/// @param[in,out] length  in: bytes wanted, 0 for the device's capacity; out: bytes read or asked for, with an entry
-/// the layer's own count
-/// @param[out] data       buffer to free with tavo_util_free(), also after a failure
-/// @param attributes      not null
+/// @param[in,out] error  null on entry
+/// @param[in,out] length  in: bytes wanted, 0 for the device's capacity; out: bytes read. With an entry: the layer's
+/// count, unchanged; when no transfer was made, the bytes wanted, or 0 when a check failed
+/// @param[out] data  buffer to free with tavo_util_free(), also after a failure
+/// @param attributes  not null
 void kest_seepromHardwareRead(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
                               unsigned char** data, const kest_attributeValue* attributes);
-/// @param[in,out] length  in: bytes to write; out: bytes that the IIC layer reports written, literally when there is an
-/// entry
+/// @param[in,out] length  in: bytes to write; out: bytes that the IIC layer reports written. With an entry: the layer's
+/// count, unchanged
 void kest_seepromHardwareWrite(ErrlEntry*& error, tavo_deviceaddress address, unsigned int offset, unsigned int* length,
                                const unsigned char* data, const kest_attributeValue* attributes);
 
@@ -39,7 +39,7 @@ std::uint32_t kest_timeoutCalc(const kest_deviceAddress* chain, unsigned int len
                                const kest_attributeValue* attributes);
 
 /// Resets the bus and repeats a timed-out transfer once. Success commits and clears `error`; otherwise it is kept and
-/// extended. A reset that failed is no success, also when there was no memory for an entry of it.
+/// extended. A failed reset is a failure even without memory for its entry.
 /// @param operation  0 repeats a read, 1 a write
 void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length, void* buffer, int operation);
 

@@ -67,7 +67,7 @@ public:
     const char* text() const { return m_text; }
 
 private:
-    // left unset unless it is needed
+    // set only when it is needed
     char m_copy[sizeof(tavo_deviceaddress::location) + 1];
     const char* m_text;
 };
@@ -142,7 +142,7 @@ bool understandDevice(seepromTransfer& transfer)
 }
 
 /// Ends a step: traces a failure with its site and notes it.
-/// @param done  whether the step left no entry
+/// @param done  true when there is no entry
 bool passed(seepromTransfer& transfer, bool done, std::uint32_t site)
 {
     if (!done) {
@@ -173,7 +173,7 @@ bool prepare(seepromTransfer& transfer)
            passed(transfer, transfer.offset == 0 || session.seek(transfer.offset), way.at.seek);
 }
 
-/// What follows the one transfer: a time-out, and nothing else, is worth a bus reset and a second attempt.
+/// After the transfer. Only a time-out is retried, once, after a bus reset.
 void retryTimeout(seepromTransfer& transfer, void* buffer)
 {
     if (kest_failedErrno(transfer.error) != static_cast<std::uint32_t>(ETIME)) {
@@ -236,12 +236,11 @@ void closeDevice(seepromTransfer& transfer)
     }
 }
 
-/// The end of both directions: says what was moved, closes, adds what the caller of a failed transfer wants to know,
-/// and logs. An entry that is made only here carries its own description.
+/// The end of both directions: sets the length, closes, adds the chain to the entry of a failed transfer, and logs.
 void finish(seepromTransfer& transfer, unsigned int* length)
 {
-    // 0 when a check failed. With an entry it is the layer's own count, whatever that is. Without one the caller goes by
-    // it, and it stays within the buffer: a failure that was committed below leaves any count, a hub one too high
+    // With an entry: the layer's count, unchanged. Without one: at most the buffer's size, since a failure that was
+    // committed can leave any count and a hub one that is too high
     *length = transfer.error == nullptr ? std::min(transfer.lengthMoved, transfer.lengthWanted) : transfer.lengthMoved;
     closeDevice(transfer);
     if (transfer.error != nullptr) {
@@ -253,7 +252,7 @@ void finish(seepromTransfer& transfer, unsigned int* length)
     transfer.report.finish();
     const kest_errorDetails& details = transfer.report.details;
     if (details.usrDtlsInUse != 0 && details.usrDtlsOwned != 0) {
-        // no memory for an entry that would have taken it
+        // without memory there is no entry that has taken it
         delete[] details.usrDtlsData;
     }
 }
@@ -334,7 +333,7 @@ void kest_wobuResetRetry(mern_t& handle, ErrlEntry*& error, unsigned int* length
         KEST_TRACE(traceHash("not rescued"), ",%x", retryRoutine.name, retryError->getRC());
         delete retryError;
     } else if (!reset) {
-        // the reset failed, and there was no memory for an entry that says so: the transfer was not repeated
+        // the reset failed, without memory for its entry: the transfer was not repeated
         kest_attachSoftwareError(report.details, kest_classFailure | KEST_REASON_BUS_RESET, retryRoutine.module,
                                  retrySite);
     } else {

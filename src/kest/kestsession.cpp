@@ -20,14 +20,14 @@ bool iicSession::set(wobu_iic_cfg_t item, void* value, unsigned int size)
 
 bool iicSession::seek(std::uint32_t position)
 {
-    // unsigned to long: a position with its top bit set is a large one
+    // the position is unsigned: a set top bit means a large position, not a negative one
     kest_wobuSeek(handle, entry, static_cast<long>(position), 0);
     return entry == nullptr;
 }
 
 bool iicSession::setDmaOption()
 {
-    // not through the wrapper, on purpose: a layer without the option must not fail the read
+    // not through the wrapper, on purpose: its failure would make an entry
     std::uint32_t option = 2;
     const bool taken = mern_iic_config(handle, MERN_CONFIG_SET, WOBU_IIC_DMA_OPTION, &option, sizeof option) == 0;
     if (!taken) {

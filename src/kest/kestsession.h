@@ -12,11 +12,11 @@
 namespace kest
 {
 
-/// Each step returns whether there is no entry after it.
+/// Each step returns true when there is no entry after it.
 struct iicSession {
     ErrlEntry*& entry;
     mern_t handle = MERN_INVALID;
-    bool opened = false; ///< here, so that it is to be closed here
+    bool opened = false; ///< by this session, which must then close it
 
     bool open(const kest_deviceInfo& device);
     /// Sets an item of the layer. @param value  of `size` bytes

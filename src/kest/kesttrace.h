@@ -35,7 +35,8 @@ constexpr std::uint32_t hashNodeAbsent = 0x05B69EAF;
 /// The same, with the source line.
 #define KEST_TRACE(hash, format, ...) KEST_TRACE_AT(__LINE__, hash, format, __VA_ARGS__)
 
-/// Traces a function's entry, and at the end of its scope its exit. Declare it first, so that it ends last.
+/// Traces a function's entry, and at the end of its scope its exit. Declare it first, so that its exit trace is the
+/// last.
 class traceScope
 {
 public:

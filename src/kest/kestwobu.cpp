@@ -18,7 +18,7 @@ namespace
 
 constexpr char sourceId[] = "kestwobu";
 
-/// An operation on an open device: how its failures are told apart. The entry of a deadlock is committed at once.
+/// How an operation on an open device reports its failures. The entry of a deadlock is committed at once.
 struct wobuCall {
     routine self;
     kest_reason reason;
@@ -44,7 +44,7 @@ constexpr wobuCall closeCall{.self = {"kest_wobuClose", KEST_MODULE_CLOSE, sourc
                              .hash = 0x266E6775,
                              .deadlockReason = KEST_REASON_CLOSE_DEADLOCK};
 
-/// User data of a failure behind the errno.
+/// User data of a failure, after the errno.
 struct failureWords {
     std::uint32_t special2; ///< word 2 of a deadlock or an absent device; words 3 and 4 are then 0
     std::uint32_t other2;
@@ -57,7 +57,7 @@ void describeCall(failureReport& report, const wobuCall& call, int error, const 
     if (error == EDEADLK) {
         KEST_TRACE(0x77E7226A, "", call.self.name);
         report.describe(call.deadlockReason, blamesSoftware, word1, words.special2);
-        // of every operation, whatever its reason
+        // the same for every operation, whatever its reason
         kest_setReturnCode(report.details, kest_classFailure | KEST_REASON_DEADLOCK);
     } else if (error == ENXIO && call.absentHash != 0) {
         KEST_TRACE(call.absentHash, "", call.self.name);
@@ -85,7 +85,7 @@ void addDetectState(mern_t handle, ErrlEntry*& entry)
 {
     failureReport report{readCall.self, entry};
     ErrlEntry* statusEntry = nullptr;
-    // keeps this value when the item's failure was committed below: there is nothing to add then
+    // keeps this value when the item's failure was committed: there is then nothing to add
     std::uint32_t status = MERN_DETECT_PRESENT;
     kest_wobuConfig(handle, statusEntry, kest_configRead, WOBU_IIC_DETECT_STATE, &status, sizeof status);
     if (statusEntry != nullptr) {
@@ -114,7 +114,7 @@ void describeOpen(failureReport& report, int error, const char* devicePath)
         report.describe(KEST_REASON_OPEN_GONE, blamesSoftware, word1);
     } else if (error == ENOENT) {
         KEST_TRACE(0x3AD3D156, ",%d", openRoutine.name, error);
-        // a missing device path calls out twice, deliberately
+        // ENOENT gets two callouts, on purpose
         kest_addCallout(report.details);
         report.describe(KEST_REASON_NO_ANSWER, blamesAbsence, word1);
     } else {
@@ -234,7 +234,7 @@ void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, con
     const int error = errno;
     const auto lengthMoved = static_cast<unsigned int>(result);
     if (result < 0 || lengthMoved != *length) {
-        // the length asked for is gone: every user data word of a write carries the count
+        // overwrites the length asked for: every user data word of a write has the count
         *length = lengthMoved;
         reportFailure(writeCall, error, {lengthMoved, lengthMoved, lengthMoved}, entry, handle);
     }

@@ -29,17 +29,17 @@ void kest_wobuConfig(mern_t handle, ErrlEntry*& entry, int operation, wobu_iic_c
                      unsigned int size);
 void kest_wobuSeek(mern_t& handle, ErrlEntry*& entry, long offset, int whence);
 /// @param[in,out] length  in: bytes wanted; out: bytes moved
-/// @param checkStatus     non-zero: after a failure ask for the device's detect state, too
+/// @param checkStatus  non-zero: after a failure also read the device's detect state
 void kest_wobuRead(mern_t& handle, ErrlEntry*& entry, unsigned int* length, void* buffer, int checkStatus);
 void kest_wobuWrite(mern_t& handle, ErrlEntry*& entry, unsigned int* length, const void* data);
 void kest_wobuClose(mern_t& handle, ErrlEntry*& entry);
 
 /// Fills the layer's configuration block for a transfer to the device at the end of `chain`.
-/// @param chain       not null
-/// @param length      bytes of the transfer, for the time-out
-/// @param read        direction of the transfer
+/// @param chain  not null
+/// @param length  bytes of the transfer, for the time-out
+/// @param read  direction of the transfer
 /// @param attributes  six values, not null
-/// @param hubOption   offset format behind a 922 hub: 1 for one offset byte, 2 for two, else 0
+/// @param hubOption  offset format behind a 922 hub: 1 for one offset byte, 2 for two, else 0
 void kest_wobuBuildConfig(const kest_deviceAddress* chain, unsigned int length, bool read, kest_iicConfigBlock* block,
                           const kest_attributeValue* attributes, int hubOption);
 

@@ -4,7 +4,7 @@
 /// it: pass it on, commit and delete it, or delete it. Entries are not shared between threads.
 ///
 /// Nothing here throws. An entry that exists always has its identifier, its first SRC, its severity and its return
-/// code. Everything else is left out when there is no memory for it; the stored entry then says that it is incomplete.
+/// code. Without memory, other items are left out; the stored entry then says that it is incomplete.
 #pragma once
 
 #include <cstddef>
@@ -61,8 +61,8 @@ public:
     ErrlBase& operator=(const ErrlBase&) = default;
     virtual ~ErrlBase();
 
-    /// The log's own allocator, which keeps room for 16 entries aside. @return null without memory: a `new` expression then
-    /// yields null.
+    /// The log's own allocator, which keeps room for 16 entries aside. @return null without memory: a `new` expression
+    /// then yields null.
     static void* operator new(std::size_t bytes) noexcept;
     static void operator delete(void* object) noexcept;
 };
@@ -109,8 +109,8 @@ public:
               unsigned int word1, unsigned int word2, unsigned int word3, unsigned int word4, epubSubSystem subsystem,
               srciTermState termState);
     ErrlEntry(const ErrlEntry&) = delete;
-    /// Takes over a copy of everything the other entry holds, its `plid` included. Without memory for that it takes
-    /// over what every entry has, and nothing stays of what it held before.
+    /// Copies everything that the other entry holds, its `plid` included. Without memory it copies only what every
+    /// entry has. Its own old contents are lost either way.
     ErrlEntry& operator=(const ErrlEntry& other);
     ~ErrlEntry() override;
 
@@ -134,8 +134,8 @@ public:
     /// Notes that a call failed: its return code and two words that say which one.
     void addSwErr(unsigned short component, unsigned int returnCode, unsigned short word1, unsigned short word2,
                   unsigned int reserved);
-    /// Stores the entry durably; on return it is safe, or printed to standard error when nothing could store it. The caller
-    /// still deletes the object. Waits at most five seconds for other users of the log.
+    /// Stores the entry durably. On return it is stored, or written to standard error when nothing could store it. The
+    /// caller still deletes the object. Waits at most five seconds for other users of the log.
     /// @param action  `ERRL_ACTION_REPORT` or `ERRL_ACTION_KEEP_FOR_SERVICE`
     void commit(unsigned short component, unsigned short action);
 

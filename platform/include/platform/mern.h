@@ -8,29 +8,32 @@
 /// ENODEV.
 ///
 /// A handle is a ticket: target, position, block, locks and first-failure data live in the layer, and every copy of a
-/// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised. A child
-/// of fork() has its parent's open devices as its own, without their locks; where an adapter makes SMBus calls alone it
-/// opens the node anew before its first use, which can fail as an open can. One that another thread was using during
-/// the fork is closed to it (EBADF). What the child opens is foreign to the parent.
+/// `mern_t` is the same open device. Handles may be used from any thread; calls on one handle are serialised.
+///
+/// A child of fork() inherits its parent's open devices without their locks. Where an adapter makes only SMBus calls,
+/// the child opens the node again at first use, which can fail like any open. A device that another thread was using
+/// during the fork is closed in the child (EBADF). What the child opens is foreign to the parent.
+///
+/// Below, n is the offset length of the block in force: so many bytes of the position go out before the data.
 ///
 /// Every function that fails sets `errno`, always:
 /// ENXIO    the address was not acknowledged
-/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, or the system failed for
-///          a cause that has no row here
+/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, or the system failed
+///          for a reason that is not listed here
 /// ETIME    SCL or SDA held, bus busy too long, a write cycle that does not end, the transfer's time-out
-/// ENODATA  the first byte of a read with offset length 3 or 4 (a hub's status) is not 0
+/// ENODATA  the first byte of a read with n = 3 or 4 (a hub's status) is not 0
 /// ENODEV   bus or node gone, or the node is not mapped
 /// ENOENT   no such bus, or a malformed path
 /// EBADF    closed or foreign handle
 /// EINVAL   bad argument, no target set, a transfer with n = 0 that is more than the adapter takes in one message
 /// EFAULT   null buffer
-/// EBUSY    lock not had within its time-out
+/// EBUSY    the lock was not free within its time-out
 /// EACCES   not permitted to open; the folder of a bus's locks and first-failure data cannot be made or used, or is
-///          refused. It is refused when everybody may exchange files in it, and when it belongs to another user than
-///          root, oneself or, for a simulated bus, the owner of the machine folder
+///          refused. It is refused when everybody may replace files in it, or when its owner is not root, the caller
+///          or, for a simulated bus, the owner of the machine folder
 /// ENOMEM   no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
 /// ENOSYS   the adapter or the chain cannot do it
-/// EDEADLK  this handle holds that lock already: given for this alone
+/// EDEADLK  this handle already holds that lock; nothing else gives EDEADLK
 ///
 /// On the wire. S is a START, R a repeated START, P a STOP, a an acknowledge, n its absence; d0, d1, ... are data. The
 /// upper line shows what the layer sends, the lower one what the device sends.
@@ -52,44 +55,45 @@
 ///          a    a    a    a    a      a st   d0   d1
 ///
 /// Reads. With n > 0 the n low bytes of the position go out, most significant first, and the data come after a repeated
-/// start. A longer read than an adapter takes at once, or than a transaction may bring, is made in pieces. With n = 1
-/// or 2 further messages of the same transaction go without the offset; a further transaction begins with its own, the
-/// position modulo 256 or 65536. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and
-/// its first byte is the hub's status; only the first piece's is delivered; a later one must be 0 and is dropped. For n
-/// = 3 only the low 8 bits of the position count up, for n = 4 the low 16. Reads past the end of the offset range go on
-/// where the chip goes on. With n = 0, a read that does not fit into one message is EINVAL with nothing sent. An
-/// adapter that refuses a message as too long is given half as much, down to one byte of data; it is ENOSYS when it
-/// refuses that.
+/// START. A read that is too long for one message or one transaction is split. With n = 1 or 2 further messages of the
+/// same transaction go without the offset; a further transaction begins with an offset of its own, the position modulo
+/// 256 or 65536. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and its first byte is
+/// the hub's status. The caller gets the first piece's status; a later one must be 0 and is dropped. For n = 3 only the
+/// low 8 bits of the position count up, for n = 4 the low 16. A read past the offset range continues wherever the chip
+/// does. With n = 0 a read that does not fit into one message is EINVAL with nothing sent. When an adapter refuses a
+/// message as too long, the layer halves it, down to one byte of data; if that is refused, too, it is ENOSYS.
 ///
-/// Length of a transaction. Drivers of real controllers time a whole transaction, often with 1 s, and the bus is held
-/// meanwhile. So a transaction of a read with n > 0 takes at most 250 ms of wire time, but brings at least one byte: 1
-/// bit for a START, a repeated START or a STOP, 9 for each byte of address, offset and data, and no clock stretching.
-/// The clock is on a simulated bus its speed; on a kernel bus the lower of the speed set (`WOBU_IIC_SPEED`, else the
-/// block's) and the clock that the device tree gives the adapter, 100 kHz when it gives none. With n = 2 these are 2773
-/// bytes at 100 kHz and 11105 at 400 kHz. One message with n = 0, and one page of a write, are never split for it.
+/// Length of a transaction. Drivers of real controllers limit the time of a whole transaction, often to 1 s, and the
+/// bus is held meanwhile. So a transaction of a read with n > 0 takes at most 250 ms of wire time, but brings at least
+/// one byte. Wire time is 1 bit for a START, a repeated START or a STOP, and 9 for each byte of address, offset and
+/// data; clock stretching does not count. On a simulated bus the clock is the bus's speed. On a kernel bus it is the
+/// lower of the speed set (`WOBU_IIC_SPEED`, else the block's) and the clock that the device tree gives the adapter,
+/// 100 kHz when it gives none. With n = 2 that is 2773 bytes at 100 kHz and 11105 at 400 kHz. A message with n = 0, and
+/// one page of a write, are never split for it.
 ///
-/// Waiting. A target that does not acknowledge at the start of a transfer, or when its state is asked for, is asked
-/// again for 50 ms, or `busyWaitMs` when that is less, before it is ENXIO: it may be in a write cycle that another
-/// process began. After each page of a write, the last included, the target is asked until it acknowledges, for four of
-/// its write cycles but at least 50 ms; then it is ETIME. A write with n = 0 and write cycle 0 is not waited for. On a
-/// kernel bus a target at 0x60 to 0x6E or 0xA0 to 0xBE is asked by reading a byte from it, which moves its own pointer
-/// on; a plain read is asked for by the read itself. A hub is asked by its address alone; on an adapter that cannot
-/// send one it is given the whole time that it could have been asked. Where arbitration is lost or the bus is busy the
-/// transaction is repeated for `busyWaitMs`. The time-out of a transfer ends all of these. A target that acknowledges
-/// the last time it is asked is still served. Time is bus time on a simulated bus.
+/// Waiting. A silent target may be in a write cycle that another process began. So a target that does not acknowledge
+/// at the start of a transfer, or when its state is asked for, is asked again for 50 ms, or `busyWaitMs` when that is
+/// less; then it is ENXIO. After each page of a write, the last included, the target is asked until it acknowledges,
+/// for four of its write cycles but at least 50 ms; then it is ETIME. A write with n = 0 and write cycle 0 is not
+/// waited for. On a kernel bus a target at 0x60 to 0x6E or 0xA0 to 0xBE is asked by reading a byte from it, which moves
+/// its own pointer on; a plain read is itself repeated until it is acknowledged. A hub is asked by its address alone;
+/// an adapter that cannot send an address alone waits the whole time instead. Where arbitration is lost or the bus is
+/// busy, the transaction is repeated for `busyWaitMs`. The time-out of a transfer ends all of these. A target that
+/// acknowledges the last time it is asked is still served. On a simulated bus these times are bus time.
 ///
-/// Two writers of one chip. A write with n > 0 and a page size keeps other such writes to its target away, those of
-/// other processes too; through a hub the target is the hub. It waits for them as long as the transfer's time-out says,
-/// 10 s without one, then it is ETIME with nothing sent; its own time begins after that. Any other transfer, and a read
-/// of the detect state, waits on while another writes a silent target like this, up to its time-out or for 10 s: then
-/// it is ETIME, or `MERN_DETECT_UNCERTAIN`, never ENXIO. Where the lock's file cannot be opened there is no such lock.
+/// Two writers of one chip. A write with n > 0 and a page size locks out other such writes to its target, also those of
+/// other processes; through a hub the target is the hub. It waits for them as long as the transfer's time-out, 10 s
+/// without one; then it is ETIME with nothing sent. Its own time-out starts after that. Any other transfer to a target
+/// that such a write keeps silent, and a read of its detect state, waits for the write, up to its own time-out or for
+/// 10 s; then it is ETIME, or `MERN_DETECT_UNCERTAIN`, never ENXIO. Where the lock's file cannot be opened there is no
+/// such lock.
 ///
-/// First-failure data. The first failed call of a bus and target is recorded, and stays until it is unlocked: later
-/// failures, of whatever process, change nothing. The key is the bus itself, as for locks, and the target. The record
-/// has operation, target, position, offset length, bytes asked for and moved, `errno`, adapter, process and time, and
-/// the handle's last bus transactions with their times. It is on the disk when the failed call returns. A file in its
-/// place that is no record is replaced by the next failure. Where the folder cannot be written the record is the
-/// process's own. Reading needs no permission to write.
+/// First-failure data. The first failed call of a bus and target is recorded. The record stays until it is unlocked;
+/// later failures in any process do not change it. Its key is the bus itself, as for locks, and the target. It has
+/// operation, target, position, offset length, bytes asked for and moved, `errno`, adapter, process and time, and the
+/// handle's last bus transactions with their times. It is on the disk when the failed call returns. A file in its place
+/// that is no record is replaced by the next failure. Where the folder cannot be written the process keeps the record
+/// for itself. Reading needs no permission to write.
 #pragma once
 
 #include <cstdint>
@@ -141,9 +145,9 @@ enum mern_direction : std::int32_t {
 enum wobu_iic_cfg_t : std::uint32_t {
     /// 4 bytes: bus speed in kHz, 0 the bus's own default. Once set it outlasts later blocks. A simulated bus runs at
     /// it, up to 1000. On a kernel bus it is accepted and read back, but changes nothing on the wires: the adapter's
-    /// driver alone sets their clock. There it only serves to reckon the length of transactions.
+    /// driver alone sets their clock. There it only serves to compute the length of transactions.
     WOBU_IIC_SPEED = 2,
-    /// 4 bytes: target address. One other than the non-zero address of the block in force is ENOSYS: that device sits
+    /// 4 bytes: target address. ENOSYS when it differs from a non-zero address in the block in force: that device sits
     /// behind a hub, where no register transfer reaches it.
     WOBU_IIC_TARGET = 3,
     /// 4 bytes, read only: state of the target, a `mern_detect_state`.
@@ -152,7 +156,7 @@ enum wobu_iic_cfg_t : std::uint32_t {
     WOBU_IIC_DMA_OPTION = 16,
     /// `mern_iic_lock`, set only: take the lock of a device address.
     WOBU_IIC_LOCK = 17,
-    /// `mern_iic_lock`, set only: let the lock of a device address go.
+    /// `mern_iic_lock`, set only: release the lock of a device address.
     WOBU_IIC_UNLOCK = 18,
     /// `mern_iic_block`.
     WOBU_IIC_BLOCK = 19,
@@ -175,7 +179,7 @@ enum mern_lock_kind : std::uint16_t {
 
 /// A lock of a device address. Locks are advisory and exclude each other on a bus and address, whatever the kind. They
 /// end with unlock, close, exit or death of the holder. The bus itself is the key (device number, or machine folder,
-/// node and bus name): every path and node that leads to it meets at the same locks, as long as the lock folder is the
+/// node and bus name): every path and node that leads to it shares the same locks, as long as the lock folder is the
 /// same.
 struct mern_iic_lock {
     std::uint16_t kind; ///< a `mern_lock_kind`
@@ -237,9 +241,9 @@ int mern_iic_read(mern_t& handle, void* buffer, unsigned int size);
 /// A position or an end that n = 1 or 2 bytes cannot express is EINVAL with nothing sent. Result as for reading.
 int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size);
 
-/// Frees a held bus: nine clocks and a STOP where the bus can, else a reopened adapter. One that can't be reopened
-/// stays open as it was. Leaves position, target, block and locks alone, so that repeating a call repeats the same
-/// bytes in the same place.
+/// Frees a held bus: nine clocks and a STOP where the bus can make them, else the adapter is reopened. One that can't
+/// be reopened stays open as it was. Leaves position, target, block and locks alone, so that repeating a call repeats
+/// the same bytes in the same place.
 /// @param kind  `MERN_RESET_BUS`
 /// @return 0, or -1 with `errno`.
 int mern_iic_reset(mern_t& handle, int kind);
@@ -253,6 +257,6 @@ int mern_iic_close(mern_t& handle);
 /// @return its size in bytes, 0 when there is none, -1 with `errno`.
 int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data);
 
-/// Drops the device's first-failure data and lets the next failure be recorded.
+/// Drops the device's first-failure data, so that the next failure is recorded.
 /// @param reserved  0. @return 0, or -1 with `errno`.
 int mern_iic_ffdc_unlock(mern_t& handle, int reserved);

@@ -19,7 +19,8 @@ public:
     virtual char* dataPointer() const;
     /// @return the payload's size in bytes
     virtual unsigned int dataSize() const;
-    /// Replaces the payload by a copy of `size` bytes, which may be a part of it; by none when `size` is 0.
+    /// Replaces the payload by a copy of `size` bytes, which may be part of the old payload. With `size` 0 there is no
+    /// payload afterwards.
     /// @return false when there is no memory for it, or `data` is null and `size` is not 0; the payload is then empty.
     virtual bool setData(const char* data, unsigned int size);
 

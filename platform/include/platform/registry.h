@@ -7,12 +7,12 @@ class UtilReg
 {
 public:
     /// Reads the value of `key`.
-    /// @param[out] buffer   takes the value's bytes, without terminator; bytes beyond it are left alone, and all after
-    /// a failure
-    /// @param[in,out] size  in: bytes that `buffer` holds; out: bytes of the value, after a failure as it was. A value
+    /// @param[out] buffer  takes the value's bytes, without terminator. The rest of the buffer is unchanged; after a
+    /// failure all of it is.
+    /// @param[in,out] size  in: bytes that `buffer` holds; out: bytes of the value; unchanged after a failure. A value
     /// that does not fit is an error.
-    /// @param reserved      false
-    /// @param entry         null
+    /// @param reserved  false
+    /// @param entry  null
     /// @return null on success, else an entry that the caller owns.
     static ErrlEntry* read(const char* key, void* buffer, unsigned int& size, bool reserved, ErrlEntry* entry);
 };

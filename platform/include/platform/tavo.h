@@ -13,26 +13,25 @@ struct tavo_deviceaddress {
 };
 static_assert(sizeof(tavo_deviceaddress) == 260);
 
-/// Which of the places that a device number can have.
+/// Selects one of the places that a device number can have.
 enum zelPosition : std::uint32_t {
 };
 
 /// Reads from a device's persisted copy.
-/// @param root         persistency root, "qorn/P3_Root"
-/// @param device       device number
-/// @param name         null
-/// @param[out] data    what was found, to free with tavo_util_free(); null when nothing was, and after a failure
+/// @param root  persistency root, "qorn/P3_Root"
+/// @param device  device number
+/// @param name  null
+/// @param[out] data  what was found, to free with tavo_util_free(); null when nothing was found, and after a failure
 /// @param[in,out] length  in: bytes wanted, 0 for all from `offset` on; out: bytes in `*data`, fewer when the copy ends
-/// before, 0 when there is no copy; after a failure as it was
-/// @param offset       first byte, counted from 0. At or past the copy's end is an error.
+/// sooner, 0 when there is no copy; unchanged after a failure
+/// @param offset  first byte, counted from 0. An offset at or past the copy's end is an error.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_read_data_persistancy(const char* root, unsigned int device, const char* name, unsigned char** data,
                                       unsigned int* length, unsigned int offset);
 
-/// Changes bytes of a device's persisted copy: those bytes alone, all of them or none. A write that would pass the
-/// copy's end, or that meets no copy, is refused and changes nothing. Parameters as for reading; `*length` is the
-/// number of bytes at `data`, and stays so: after a success they are all written. After a failure of the disk alone (it
-/// is in the entry) it is not certain which bytes the copy has: the old ones or the new ones, whole.
+/// Changes the given bytes of a device's persisted copy: all of them or none. A write past the copy's end, or without a
+/// copy, is refused and changes nothing. Parameters as for reading. `*length` is the number of bytes at `data` and is
+/// left alone. After a failure of the disk (the entry says so) the copy holds either all old or all new bytes.
 /// @return null on success, else an entry that the caller owns.
 ErrlEntry* tavo_write_data_persistancy(const char* root, unsigned int device, const char* name,
                                        const unsigned char* data, unsigned int* length, unsigned int offset);

@@ -9,31 +9,29 @@
 struct trace_wobu_buffer;
 using trace_wobu_descriptor = trace_wobu_buffer*;
 
-/// Creates the buffer `name`, or finds the one of that name that the process has already, whatever its size. A process
-/// has 32 at most.
-/// @param[out] descriptor  the buffer; null when it cannot be had, and traces to it are then dropped.
+/// Creates the buffer `name`, or returns the process's existing one of that name, whatever its size. A process can have
+/// 32.
+/// @param[out] descriptor  the buffer; null after a failure, and traces to it are then dropped
 /// @param name  1 to 31 letters, digits or '_'
-/// @param size  1 to 524,272 bytes of records that each of 8 groups of threads has to itself; less than 2,048 counts as
-/// 2,048
+/// @param size  bytes of records for each of 8 groups of threads, 1 to 524,272; less than 2,048 counts as 2,048
 /// @return 0, or -1 with `errno`: EINVAL for another name or size or a null `descriptor`, ENOSPC for a buffer too many,
 /// ENOMEM
 int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char* name, unsigned int size);
 
-/// Writes one text record. Nothing is formatted here: the arguments are stored and formatted when the buffer is read.
-/// Of the format and of each text argument 255 bytes are kept, of a record 992; a record that was cut says so.
+/// Writes one text record and leaves `errno` alone. Nothing is formatted here: the arguments are stored, and formatted
+/// when the buffer is read. At most 255 bytes of the format and of each text argument are kept, and 992 of the record;
+/// a record that was cut says so.
 /// @param descriptor  null drops the record
-/// @param hash        identifies the trace point's message
-/// @param format      printf format; must outlive the process's use of the buffer (a string literal). Conversions: d i
-/// u x X c s p, with flags, width and the length modifiers h, l, ll, z.
-/// @param line        source line of the trace point
-/// @param type        0
-/// `errno` is left as it was.
+/// @param hash  identifies the trace point's message
+/// @param format  printf format; must outlive the process's use of the buffer (a string literal). Conversions: d i u x
+/// X c s p, with flags, width and the length modifiers h, l, ll, z.
+/// @param line  source line of the trace point
+/// @param type  0
 void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, const char* format, int line, int type,
                           ...) __attribute__((format(printf, 3, 6)));
 
-/// Writes one binary record: a header and data, both copied. What is more than 984 bytes together is cut, and the
-/// record says so.
+/// Writes one binary record, a header and data, both copied, and leaves `errno` alone. Bytes beyond 984 in all are cut;
+/// the record then says so.
 /// @param type  0
-/// `errno` is left as it was.
 void trace_wobu_write2(trace_wobu_descriptor descriptor, int type, unsigned int headerSize, const void* header,
                        unsigned int dataSize, const void* data);
