@@ -19,11 +19,11 @@ constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 constexpr std::uint32_t position = 0x03A00123;
 
 /// Lines noted for the steps, in their order: lock, status, configuration, seek.
-struct Marks {
+struct Sites {
     unsigned open, lock, query, config, seek, transfer, check;
 };
-constexpr Marks writeMarks{519, 543, 567, 587, 604, 690, 726};
-constexpr Marks readMarks{280, 306, 330, 349, 369, 456, 495};
+constexpr Sites writeSites{519, 543, 567, 587, 604, 690, 726};
+constexpr Sites readSites{280, 306, 330, 349, 369, 456, 495};
 
 class HubTransfer : public EntryTest
 {
@@ -49,7 +49,7 @@ protected:
         EXPECT_EQ(0, platform.heldLocks());
     }
 
-    static const Marks& marks(int operation) { return operation == 1 ? writeMarks : readMarks; }
+    static const Sites& sitesOf(int operation) { return operation == 1 ? writeSites : readSites; }
 
     // the steps, as they stand in the log
     static Call openCall()
@@ -275,7 +275,7 @@ TEST_F(HubTransfer, ALockThatFailsIsNotReleased)
             again();
             Story story{platform};
             story.does(openCall()).fails(lockCall(), error).notes(1, 22, 986).does(closeCall());
-            story.notes(1, 20, marks(operation).lock);
+            story.notes(1, 20, sitesOf(operation).lock);
             transfer(operation);
             EXPECT_EQ(story.text, platform.calls()) << error;
             EXPECT_EQ("\n985 0x9C262F5A %s \"kest_922lockDeviceAddress\"\n %s \"kest_922HubSupport\"\n",
@@ -304,7 +304,7 @@ TEST_F(HubTransfer, AStatusQueryThatFails)
                     story.fails(queryCalls().at(0), error);
                 }
                 story.says(addedSrc(1, querySrc)).says(callout(1)).notes(1, 33, 1283);
-                ends(story).notes(1, 20, marks(operation).query);
+                ends(story).notes(1, 20, sitesOf(operation).query);
                 transfer(operation);
                 EXPECT_EQ(story.text, platform.calls()) << error;
                 EXPECT_EQ(2U, platform.entry(1).srcs.size());
@@ -346,7 +346,7 @@ TEST_F(HubTransfer, AConfigurationThatFails)
                     story.does(configCalls(operation).at(0));
                 }
                 story.fails(configCalls(operation).at(atSpeed ? 1 : 0), error).notes(1, 20, atSpeed ? 882 : 864);
-                ends(story).notes(1, 20, marks(operation).config);
+                ends(story).notes(1, 20, sitesOf(operation).config);
                 transfer(operation);
                 EXPECT_EQ(story.text, platform.calls()) << error;
                 EXPECT_EQ(4U, length);
@@ -378,7 +378,7 @@ TEST_F(HubTransfer, ASeekThatFails)
             Story story{platform};
             story.does({openCall(), lockCall()}).does(queryCalls()).does(configCalls(operation));
             story.fails(seekCall(position), error);
-            ends(story).notes(1, 20, marks(operation).seek);
+            ends(story).notes(1, 20, sitesOf(operation).seek);
             transfer(operation);
             EXPECT_EQ(story.text, platform.calls()) << error;
             EXPECT_EQ("\n %s \"kest_922HubSupport\"\n", hubTraces(platform));
@@ -635,7 +635,7 @@ TEST_F(HubTransfer, AStatusThatEndsTheTransfer)
                                        .sourceId = "kesthandlehuberrors"}))
                     .setsReturnCode(1, row.returnCode)
                     .says(callout(1));
-                ends(story).notes(1, 20, marks(operation).check);
+                ends(story).notes(1, 20, sitesOf(operation).check);
                 transfer(operation);
                 EXPECT_EQ(story.text, platform.calls()) << status;
                 EXPECT_EQ(
@@ -665,7 +665,7 @@ TEST_F(HubTransfer, AStatusThatCannotBeRead)
                     story.resetsHub(1);
                 }
                 story.notes(1, 27, 164);
-                ends(story).notes(1, 20, marks(operation).check);
+                ends(story).notes(1, 20, sitesOf(operation).check);
                 transfer(operation);
                 EXPECT_EQ(story.text, platform.calls()) << error << " at " << failing;
                 EXPECT_EQ(4U, length);
@@ -704,7 +704,7 @@ TEST_F(HubTransfer, ARepeatThatFailsTellsItsLength)
         story.fails(operation == 1 ? dataCall(1) : readCall({0, 9, 9, 9}), 5);
         const std::uint32_t failed = story.codes[1];
         story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, failed, 27, 362));
-        ends(story).notes(1, 20, marks(operation).check);
+        ends(story).notes(1, 20, sitesOf(operation).check);
         transfer(operation);
         EXPECT_EQ(story.text, platform.calls());
         EXPECT_EQ(0U, length);
@@ -741,7 +741,7 @@ TEST_F(HubTransfer, ALateFailureDoesNotReachTheCallersEntry)
         story.fails(seekCall(position), 5);
         story.fails(unlockCall(), 5, 2).notes(2, 23, 1052).commitsSecondary(2);
         story.fails(closeCall(), 5, 3).commitsSecondary(3);
-        story.notes(1, 20, marks(operation).seek);
+        story.notes(1, 20, sitesOf(operation).seek);
         transfer(operation);
         EXPECT_EQ(story.text, platform.calls());
         EXPECT_EQ(1U, platform.entry(1).srcs.size());

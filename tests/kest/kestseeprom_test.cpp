@@ -232,10 +232,10 @@ TEST_F(KestSeeprom, ReadsTheHardware)
 }
 
 /// The end of a failed hardware read of 8 bytes from offset 4, device absent.
-std::string absentRead(std::uint32_t module, std::uint32_t mark, std::uint32_t site)
+std::string absentRead(std::uint32_t module, std::uint32_t site, std::uint32_t siteAbove)
 {
-    return "entry1.addUsrDtls(list 0xA0/0x2C0256/0, 0x1300, 1, 1)\n" + softwareError(1, 0x40001311, module, mark) +
-           callout(1, 4) + callout(1, 6) + softwareError(1, 0x40001311, 6, site);
+    return "entry1.addUsrDtls(list 0xA0/0x2C0256/0, 0x1300, 1, 1)\n" + softwareError(1, 0x40001311, module, site) +
+           callout(1, 4) + callout(1, 6) + softwareError(1, 0x40001311, 6, siteAbove);
 }
 
 std::string lastLines(const std::string& text, const std::string& expect)

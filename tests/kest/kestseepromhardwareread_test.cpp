@@ -282,7 +282,7 @@ TEST_F(KestSeepromHardwareRead, RefusesInvalidChains) { refusesInvalidChains(); 
 TEST_F(KestSeepromHardwareRead, RefusesOtherDevices) { refusesOtherDevices(); }
 TEST_F(KestSeepromHardwareRead, CloseFailuresStayBehind) { closeFailuresStayBehind(); }
 TEST_F(KestSeepromHardwareRead, DeadlockOfTheCloseIsCommittedByItself) { deadlockOfTheCloseIsCommittedByItself(); }
-TEST_F(KestSeepromHardwareRead, CloseFailuresTakeTheMark) { closeFailuresTakeTheMark(); }
+TEST_F(KestSeepromHardwareRead, CloseFailuresTakeTheSite) { closeFailuresTakeTheSite(); }
 TEST_F(KestSeepromHardwareRead, UsesALocationThatFillsItsField) { usesALocationThatFillsItsField(); }
 TEST_F(KestSeepromHardwareRead, TracesAFailedTransfer) { tracesAFailedTransfer(); }
 TEST_F(KestSeepromHardwareRead, SeeksFarPositions) { seeksFarPositions(); }

@@ -187,7 +187,7 @@ TEST_F(KestSeepromHardwareWrite, RefusesInvalidChains) { refusesInvalidChains();
 TEST_F(KestSeepromHardwareWrite, RefusesOtherDevices) { refusesOtherDevices(); }
 TEST_F(KestSeepromHardwareWrite, CloseFailuresStayBehind) { closeFailuresStayBehind(); }
 TEST_F(KestSeepromHardwareWrite, DeadlockOfTheCloseIsCommittedByItself) { deadlockOfTheCloseIsCommittedByItself(); }
-TEST_F(KestSeepromHardwareWrite, CloseFailuresTakeTheMark) { closeFailuresTakeTheMark(); }
+TEST_F(KestSeepromHardwareWrite, CloseFailuresTakeTheSite) { closeFailuresTakeTheSite(); }
 TEST_F(KestSeepromHardwareWrite, UsesALocationThatFillsItsField) { usesALocationThatFillsItsField(); }
 TEST_F(KestSeepromHardwareWrite, TracesAFailedTransfer) { tracesAFailedTransfer(); }
 TEST_F(KestSeepromHardwareWrite, SeeksFarPositions) { seeksFarPositions(); }

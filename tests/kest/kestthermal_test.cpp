@@ -1,4 +1,4 @@
-/// Thermal sensor reading: the raw word, its mark, and the failures.
+/// Thermal sensor reading: the raw word, its status, and the failures.
 #include "kest/thermal.h"
 
 #include <cerrno>

@@ -31,19 +31,19 @@ std::vector<Step> SeepromEngine::steps() const
 {
     std::vector<Step> all;
     all.push_back({"MernInitialize(0x80000000)\nmern_iic_open(node -1, \"sim:planar\", 0x1002)\n",
-                   [](Platform& p) { p.opens(); }, [](Platform& p, int error) { p.failsOpen(error); }, facts.openMark});
+                   [](Platform& p) { p.opens(); }, [](Platform& p, int error) { p.failsOpen(error); }, facts.openSite});
     all.push_back({line("mern_iic_config(h1, 2, 19, block: speed 400, address 0xA0, offset bytes 2, timeout %d, "
                         "write cycle 15, "
                         "page 64, flags 0xFFFB0001, busy wait 1000)\n",
                         reads ? 2064 : 2124),
                    [](Platform& p) { p.configures(); },
                    [](Platform& p, int error) { p.failsConfig(error); },
-                   facts.blockMark,
+                   facts.blockSite,
                    {12, 0x130D, 0x130E, false, 19, 2, 19}});
     all.push_back({"mern_iic_config(h1, 2, 2, 0x190)\n",
                    [](Platform& p) { p.configures(); },
                    [](Platform& p, int error) { p.failsConfig(error); },
-                   facts.speedMark,
+                   facts.speedSite,
                    {12, 0x130D, 0x130E, false, 2, 2, 2}});
     if (reads) {
         all.push_back({"mern_iic_config(h1, 2, 16, 0x2)\n", [](Platform& p) { p.configures(); }, nullptr});
@@ -51,13 +51,13 @@ std::vector<Step> SeepromEngine::steps() const
     all.push_back({"mern_iic_seek(h1, 256, 0)\n",
                    [](Platform& p) { p.seeks(); },
                    [](Platform& p, int error) { p.failsSeek(error); },
-                   facts.seekMark,
+                   facts.seekSite,
                    {14, 0x130D, 0x1313, false, 256, 256, 0}});
     if (reads) {
         all.push_back({"mern_iic_read(h1, 32)\n",
                        [](Platform& p) { p.reads(counting(32)); },
                        [](Platform& p, int error) { p.failsRead(error); },
-                       facts.transferMark,
+                       facts.transferSite,
                        {13, 0x130D, 0x1312, true, 32, 0, 32}});
     } else {
         all.push_back(
@@ -65,7 +65,7 @@ std::vector<Step> SeepromEngine::steps() const
              "18 19 1a 1b 1c 1d 1e 1f)\n",
              [](Platform& p) { p.writes(); },
              [](Platform& p, int error) { p.failsWrite(error); },
-             facts.transferMark,
+             facts.transferSite,
              {18, 0x130D, 0x1314, true, 0, 0, 0}});
     }
     return all;
@@ -127,7 +127,7 @@ void SeepromEngine::everyStepTellsEveryErrno()
                 expect += "mern_iic_close(h1)\n";
             }
             if (!goesOn) {
-                expect += finishLines(isOpen ? openFailureCode(errorNumber) : failed.returnCode, all[failing].mark);
+                expect += finishLines(isOpen ? openFailureCode(errorNumber) : failed.returnCode, all[failing].site);
             }
             transferSteps();
             EXPECT_EQ(expect, platform.calls());
@@ -243,7 +243,7 @@ void SeepromEngine::deadlockOfTheCloseIsCommittedByItself()
     EXPECT_EQ(nullptr, errl);
 }
 
-void SeepromEngine::closeFailuresTakeTheMark()
+void SeepromEngine::closeFailuresTakeTheSite()
 {
     const std::vector<Step> all = steps();
     for (std::size_t failing = 1; failing < all.size(); ++failing) {
@@ -263,7 +263,7 @@ void SeepromEngine::closeFailuresTakeTheMark()
             transferSteps();
             EXPECT_EQ(expect + failureLines(1, first) + "mern_iic_close(h1)\n" + failureLines(2, close) +
                           (close.committed ? "" : secondaryCommit(2)) +
-                          finishLines(first.returnCode, close.committed ? all[failing].mark : facts.closeMark),
+                          finishLines(first.returnCode, close.committed ? all[failing].site : facts.closeSite),
                       platform.calls());
             EXPECT_NE(nullptr, errl);
         }

@@ -28,7 +28,7 @@ tavo_deviceaddress deviceAt(const std::string& location, std::uint32_t number = 
 struct EngineFacts {
     const char* name;
     unsigned module;
-    unsigned hubMark, openMark, blockMark, speedMark, seekMark, retryMark, transferMark, closeMark;
+    unsigned hubSite, openSite, blockSite, speedSite, seekSite, retrySite, transferSite, closeSite;
 };
 constexpr EngineFacts readFacts{"kest_seepromHardwareRead", 15, 609, 633, 652, 670, 708, 744, 751, 770};
 constexpr EngineFacts writeFacts{"kest_seepromHardwareWrite", 17, 1327, 1348, 1367, 1385, 1400, 1435, 1441, 1470};
@@ -38,7 +38,7 @@ struct Step {
     std::string line;
     std::function<void(Platform&)> succeeds;
     std::function<void(Platform&, int)> fails; ///< none: it cannot leave an entry
-    unsigned mark = 0;
+    unsigned site = 0;
     LayerCall call = {};
 };
 
@@ -60,9 +60,9 @@ protected:
     void transferSteps() { transfer("sim:planar,L,2C0256,A0", 256, 32); }
 
     /// What happens to an entry that is there at the end.
-    std::string finishLines(std::uint32_t code, unsigned mark, const char* chain = "0xA0/0x2C0256/0") const
+    std::string finishLines(std::uint32_t code, unsigned site, const char* chain = "0xA0/0x2C0256/0") const
     {
-        return line("entry1.addUsrDtls(list %s, 0x1300, 1, 1)\n", chain) + softwareError(1, code, facts.module, mark);
+        return line("entry1.addUsrDtls(list %s, 0x1300, 1, 1)\n", chain) + softwareError(1, code, facts.module, site);
     }
 
     std::string openFailureLines(int error) const;
@@ -110,8 +110,8 @@ protected:
 
     void deadlockOfTheCloseIsCommittedByItself();
 
-    /// Beside another failure, a failing close keeps its own entry and takes the mark.
-    void closeFailuresTakeTheMark();
+    /// Beside another failure, a failing close keeps its own entry and takes the site.
+    void closeFailuresTakeTheSite();
 
     /// A text without terminator is used to its last character, and no further.
     void usesALocationThatFillsItsField();
