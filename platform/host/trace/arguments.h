@@ -9,7 +9,7 @@
 namespace kest::host::trace
 {
 
-/// Takes a record's arguments one after another. Past the end everything is missing.
+/// Takes a record's arguments one after another. Past the end every argument is missing.
 class argumentReader
 {
 public:
@@ -22,7 +22,7 @@ public:
     std::uint64_t wide();
     /// Text up to its NUL.
     std::string_view text();
-    /// As many bytes as there are, `most` at most.
+    /// The bytes that are left, at most `most`.
     std::span<const std::uint8_t> bytes(std::size_t most);
 
 private:

@@ -12,7 +12,7 @@ namespace kest::host
 
 std::string collectTrace(const char* name, unsigned bytes)
 {
-    // of a binary record: entries have little room
+    // of a binary record, since entries have little room
     constexpr std::size_t dataBytes = 16;
     std::vector<std::string> lines;
     std::size_t used = 0;

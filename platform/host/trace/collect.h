@@ -1,4 +1,4 @@
-/// What error log entries take of this process's traces.
+/// The part of this process's traces that an error log entry takes.
 #pragma once
 
 #include <string>

@@ -7,11 +7,11 @@ namespace kest::host::trace
 
 /// How an argument travels in a record.
 enum class argumentKind : unsigned char {
-    none, ///< "%%"
+    none, ///< the conversion takes no argument: "%%"
     number, ///< 4 bytes
     wide, ///< 8 bytes, sign- or zero-extended, so that a file means the same on every machine
     text, ///< bytes and a NUL
-    unknown, ///< not supported: nothing that follows can be taken from the argument list
+    unknown, ///< not supported: no further argument can be taken from the list
 };
 
 enum class lengthModifier : unsigned char {
@@ -111,8 +111,9 @@ constexpr argumentKind kindOf(char letter, lengthModifier modifier)
     }
 }
 
-/// Parses the conversion whose '%' is just ahead of `at`.
-/// @return the character behind it; for an unknown one, where the parser gave up, never past the terminating NUL
+/// Parses the conversion whose '%' is just before `at`.
+/// @return the character after the conversion; for an unknown one, where the parser gave up, never past the terminating
+/// NUL
 constexpr const char* parseConversion(const char* at, conversion& found)
 {
     at = parseFlags(at, found);

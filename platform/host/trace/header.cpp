@@ -23,7 +23,8 @@ std::string cutShort(std::uint64_t bytes, std::uint64_t wanted)
     return "cut short: " + std::to_string(bytes) + " of " + std::to_string(wanted) + " bytes";
 }
 
-/// What keeps a ring of `bytes` bytes with this header, its words in this machine's order, from being read.
+/// Why a ring of `bytes` bytes with this header cannot be read; empty when it can. The header's words are in this
+/// machine's order.
 std::string headerTrouble(const ringHeader& header, std::uint64_t bytes)
 {
     const std::uint64_t wanted = header.headerBytes + std::uint64_t{header.lanes} * header.laneStride;

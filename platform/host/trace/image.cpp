@@ -17,7 +17,7 @@ using namespace trace;
 
 constinit std::atomic<std::uint32_t> formatted{0};
 
-/// A record that has its place in the order of time and no text yet.
+/// A record whose place in the order of time is known. It has no text yet.
 struct foundRecord {
     laneBytes lane;
     recordPlace place;

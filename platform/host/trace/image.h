@@ -1,4 +1,4 @@
-/// Reads a ring's bytes, which lie in memory or were read from a file. They are taken as hostile.
+/// Reads a ring's bytes, from memory or from a file. They may be hostile.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 /// How a trace ring lies in memory and in its file. docs/trace-format.md describes the same bytes for readers.
 ///
-/// All words are 32 bits wide in the byte order of the machine that wrote them; the header's order word tells which.
+/// All words are 32 bits wide in the byte order of the machine that wrote them; the header's order word shows which.
 /// Shared words are accessed as 32-bit atomics, which are lock-free everywhere.
 #pragma once
 
@@ -20,8 +20,8 @@ constexpr std::uint32_t laneHeadBytes = 128; ///< the lane's position word, alon
 constexpr std::uint32_t unitBytes = 8; ///< records begin and end at multiples of this
 
 constexpr std::size_t minimumRingBytes = 2048;
-constexpr std::size_t maximumRingBytes =
-    0xFFFE * std::size_t{unitBytes}; ///< a unit's index has 16 bits, all ones means frozen
+/// A unit's index has 16 bits. All ones means frozen.
+constexpr std::size_t maximumRingBytes = 0xFFFE * std::size_t{unitBytes};
 constexpr std::size_t maximumNameBytes = 31;
 
 /// First bytes of a ring.
@@ -78,7 +78,8 @@ constexpr std::uint32_t recordBytes(std::uint32_t payloadBytes)
     return roundedUp(static_cast<std::uint32_t>(recordHeadBytes) + payloadBytes, unitBytes);
 }
 
-/// A position: a lap number above, the index of the next free unit below. A frozen lane takes no more records.
+/// A position: the lap number in the high half, the index of the next free unit in the low half. A frozen lane takes no
+/// more records.
 constexpr std::uint32_t positionIndex(std::uint32_t position) { return position & 0xFFFF; }
 constexpr std::uint32_t positionLap(std::uint32_t position) { return position >> 16; }
 constexpr std::uint32_t frozenPosition = 0xFFFFFFFF;
@@ -90,7 +91,8 @@ constexpr std::uint32_t advanced(std::uint32_t position, std::uint32_t units, st
     return index < laneUnits ? position + units : ((positionLap(position) + 1) << 16 | (index - laneUnits));
 }
 
-/// Running check over a record's words. Both sums matter: a torn record may hold the right words in the wrong places.
+/// Running check over a record's words. The sum of sums finds a torn record that has the right words in
+/// the wrong places.
 class checkSum
 {
 public:

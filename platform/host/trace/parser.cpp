@@ -9,7 +9,7 @@ namespace
 
 constexpr std::uint32_t wordsPerUnit = unitBytes / sizeof(std::uint32_t);
 
-/// Bytes of word `index`, counted from unit `unit` round the end of the lane.
+/// Bytes of word `index`, counted from unit `unit`, wrapping at the end of the lane.
 const std::uint8_t* wordAt(laneBytes lane, std::uint32_t unit, std::uint32_t index)
 {
     const std::uint32_t word = (unit * wordsPerUnit + index) % (lane.units * wordsPerUnit);
@@ -59,8 +59,8 @@ laneRecords findRecords(laneBytes lane, std::uint32_t position, std::uint32_t se
     if (positionIndex(position) >= lane.units) {
         return result;
     }
-    // The oldest bytes are those just ahead of the position, one lap ago. Their first record is overwritten in part as
-    // a rule; in the first lap there is nothing there.
+    // The oldest bytes begin at the position; they were written one lap ago. Their first record is usually overwritten
+    // in part. In the first lap there is nothing.
     const std::uint32_t index = positionIndex(position);
     bool inStep = false;
     std::uint32_t skipped = 0;

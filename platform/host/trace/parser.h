@@ -1,4 +1,4 @@
-/// Finds the records in a lane's bytes, which anybody may have written.
+/// Finds the records in a lane's bytes, which may be hostile.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ struct laneBytes {
 std::uint32_t loadWord(const std::uint8_t* bytes, bool foreign);
 std::uint64_t loadWide(const std::uint8_t* bytes, bool foreign);
 
-/// One whole record, words as they lie in the lane.
+/// One whole record. Its words are as in the lane.
 struct recordBytesRead {
     std::uint32_t tag = 0;
     std::vector<std::uint32_t> words;
@@ -30,7 +30,7 @@ struct laneReading {
     bool whole = false; ///< nothing is missing between the first record and the end
 };
 
-/// Reads the records ahead of `position`.
+/// Reads the records before `position`.
 laneReading readLane(laneBytes lane, std::uint32_t position, std::uint32_t seed);
 
 /// Where a whole record lies.
@@ -44,7 +44,7 @@ struct laneRecords {
     bool whole = false; ///< nothing is missing between the first record and the end
 };
 
-/// Finds the records ahead of `position` and copies none.
+/// Finds the records before `position` without copying them.
 laneRecords findRecords(laneBytes lane, std::uint32_t position, std::uint32_t seed);
 
 /// Copies a record that findRecords() found in the same bytes.
@@ -53,7 +53,7 @@ recordBytesRead takeRecord(laneBytes lane, const recordPlace& place);
 /// The time of such a record, by its writer's clock.
 std::uint64_t timeOfRecord(laneBytes lane, const recordPlace& place);
 
-/// Whether the lane holds, whole and in its place, the record with this tag.
+/// Whether the lane has the record with this tag, whole and in its place.
 bool isRecordAt(laneBytes lane, std::uint32_t tag, std::uint32_t seed);
 
 } // namespace kest::host::trace

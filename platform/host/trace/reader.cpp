@@ -47,7 +47,7 @@ void fill(int descriptor, std::vector<std::uint8_t>& bytes)
     bytes.resize(done);
 }
 
-/// Reads instead of mapping: a file that is cut short meanwhile must not end this process.
+/// Reads the file instead of mapping it: one that is cut short meanwhile must not end this process.
 fileBytes loadFile(const std::filesystem::path& path)
 {
     fileBytes file;
@@ -69,7 +69,7 @@ fileBytes loadFile(const std::filesystem::path& path)
     return file;
 }
 
-/// Adds each file to the rings or to what is skipped; one that has gone, to neither.
+/// Adds each file to the rings or to what is skipped. A file that is gone is in neither.
 void look(const std::vector<std::filesystem::path>& files, ringList& list)
 {
     for (const std::filesystem::path& path : files) {
@@ -110,7 +110,7 @@ std::vector<ringInfo> listRings(const std::filesystem::path& folder)
 
 void waitForRings()
 {
-    // a ring takes less than one to make
+    // making a ring takes less
     constexpr int ms = 50;
     poll(nullptr, 0, ms);
 }

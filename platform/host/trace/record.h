@@ -20,7 +20,7 @@ struct traceRecord {
     bool cut = false; ///< the writer left something out
     std::vector<std::uint8_t> header; ///< of a binary record
     std::vector<std::uint8_t> data;
-    std::uint32_t dataSize = 0; ///< bytes there were before the writer cut them
+    std::uint32_t dataSize = 0; ///< bytes before the writer cut them
     std::string buffer; ///< name of the trace buffer
 };
 
@@ -38,7 +38,7 @@ struct ringContents {
     ringInfo info;
     std::vector<traceRecord> records; ///< oldest first
     std::string error; ///< why it could not be read; empty when it could
-    /// `errno` of the failed call; ENOENT: the file has gone. 0 when the bytes are wrong, or nothing is.
+    /// `errno` of the failed call; ENOENT: the file is gone. 0 when the bytes are wrong, or when all is well.
     int errorNumber = 0;
 };
 

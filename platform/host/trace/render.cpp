@@ -30,7 +30,7 @@ std::string renderRecord(const traceRecord& record, std::size_t dataBytes)
 {
     constexpr unsigned secondsPerDay = 86400;
     constexpr unsigned nsPerMicrosecond = 1000;
-    // The time of day without the C library's calendar, whose mutex a fork beside it would leave locked in the child
+    // without the C library's calendar: a fork meanwhile would leave its mutex locked in the child
     const auto seconds = static_cast<unsigned>(record.timeNs / nsPerSecond % secondsPerDay);
     const auto micros = static_cast<unsigned>(record.timeNs % nsPerSecond / nsPerMicrosecond);
     std::array<char, 64> head{};

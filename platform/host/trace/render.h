@@ -12,7 +12,7 @@ namespace kest::host
 
 /// One line without its end: time of day (UTC), thread, hash, source line, text; " name size: bytes in hex" for binary
 /// data.
-/// @param dataBytes  bytes of binary data to show at most; "..." marks that some are left out
+/// @param dataBytes  bytes of binary data to show at most; "..." shows that some are left out
 std::string renderRecord(const traceRecord& record, std::size_t dataBytes = SIZE_MAX);
 
 } // namespace kest::host

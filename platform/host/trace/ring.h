@@ -13,7 +13,7 @@ namespace kest::host::trace
 {
 
 /// One lane: a position word and `laneUnits` units of records. Any number of threads may append and read at the same
-/// time; a thread that is stopped halfway costs its own record and those it tears, which their check words show.
+/// time. A thread that is stopped halfway loses its own record and may tear others; their check words show it.
 class ringLane
 {
 public:
@@ -27,7 +27,7 @@ public:
         const auto units = static_cast<std::uint32_t>(count * sizeof *record / unitBytes);
         std::uint32_t at = position().load(std::memory_order_relaxed);
         do {
-            // frozen; or scribbled over, and no write may follow that
+            // frozen, or overwritten with nonsense: then nothing may be written
             if (positionIndex(at) >= laneUnits) {
                 return false;
             }
@@ -49,7 +49,7 @@ public:
         return true;
     }
 
-    /// Lets no further record in. @return the position until which records have been reserved
+    /// Refuses all further records. @return the position up to which records have been reserved
     std::uint32_t freeze() { return position().exchange(frozenPosition, std::memory_order_acq_rel); }
 
     /// Copies position and records as bytes to `bytes`. The position is taken last, so that no record lies beyond it.
@@ -64,7 +64,7 @@ public:
         std::memcpy(bytes, &end, sizeof end);
     }
 
-    /// Takes over another lane's position and records. Nobody else uses this lane yet.
+    /// Copies another lane's position and records. Nobody else uses this lane yet.
     void copyFrom(ringLane& other, std::uint32_t laneUnits)
     {
         for (std::size_t index = 0; index < laneUnits * std::size_t{wordsPerUnit}; ++index) {
@@ -106,7 +106,7 @@ struct storage {
 
 } // namespace kest::host::trace
 
-/// What a descriptor points to. All that guards memory is here, out of reach of whoever may write the file.
+/// What a descriptor points to. All that guards memory is here: a process that writes the file cannot change it.
 struct trace_wobu_buffer {
     std::atomic<kest::host::trace::storage*> place{nullptr};
     std::uint32_t laneUnits = 0;

@@ -29,8 +29,8 @@ namespace kest::host::trace
 namespace
 {
 
-/// A lock of the open file, not of the process. It is gone at once when the process dies, and the process's children do
-/// not share it, since they close the file.
+/// A lock of the open file, not of the process. It ends when the process dies. The process's children do not share it,
+/// since they close the file.
 struct flock wholeFile(short type)
 {
     struct flock lock {
@@ -40,7 +40,7 @@ struct flock wholeFile(short type)
     return lock;
 }
 
-/// Locks an open file, reserves its room and maps it. @return whether all of that was possible
+/// Locks an open file, reserves its room and maps it. @return whether all of it worked
 bool prepare(ringFileHandle& file, std::size_t bytes)
 {
     const quietWrites quiet;
@@ -70,7 +70,7 @@ struct agedFile {
     std::string name;
 };
 
-/// The ring files of a folder, whoever writes them.
+/// The ring files of a folder, of all processes.
 std::vector<agedFile> ringFilesIn(int folder)
 {
     std::vector<agedFile> files;
@@ -82,7 +82,7 @@ std::vector<agedFile> ringFilesIn(int folder)
     for (const dirent* entry = nullptr; listing != nullptr && (entry = readdir(listing.get())) != nullptr;) {
         struct stat facts {
         };
-        // another process may be tidying up, too
+        // another process may be removing old files, too
         if (std::string_view(entry->d_name).ends_with(ringFileSuffix) &&
             fstatat(folder, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) == 0) {
             files.push_back(
@@ -107,7 +107,7 @@ ringFileHandle createRingFile(const char* folder, const char* bufferName, std::s
         return file;
     }
     const fileDescriptor place = openFolder(folder);
-    // root's files get the folder's owner: the service removes old ones that root's tools left there
+    // files made by root get the folder's owner, so that the service can remove them later
     if (place.valid()) {
         file.descriptor = createFileIn(place.number(), nameIn(file.path), O_RDWR, 0640).release();
     }
@@ -136,7 +136,7 @@ void removeRingFile(ringFileHandle& file) noexcept
             const fileDescriptor place = openFolder(std::filesystem::path(file.path).parent_path());
             unlinkat(place.number(), nameIn(file.path), 0);
         } catch (const std::exception&) {
-            // then it stays there as a dead process's
+            // it stays, as the file of a dead process
         }
     }
     closeRingFile(file);

@@ -9,7 +9,8 @@ namespace kest::host::trace
 
 constexpr const char* ringFileSuffix = ".ring";
 
-/// Files of dead processes that a trace folder keeps, the latest ones. When a process adds its own, more are removed.
+/// A trace folder keeps so many files of dead processes, the latest ones. When a process adds its own, older ones are
+/// removed.
 constexpr std::size_t maximumDeadRings = 64;
 
 /// A mapped ring file. The open descriptor holds a lock, by which readers see that the process is alive.
@@ -20,13 +21,13 @@ struct ringFileHandle {
 };
 
 /// Makes a file of zeros, with its room on the disk reserved: a full disk must not stop a writer later.
-/// @param folder  which is there, see openFolder()
+/// @param folder  must exist, see openFolder()
 /// @return `memory` null with `errno`
 ringFileHandle createRingFile(const char* folder, const char* bufferName, std::size_t bytes);
 
-/// Lets go of the file, which remains. Takes no lock and no memory: called between fork and exec.
+/// Closes the file, which remains. Takes no lock and no memory: called between fork and exec.
 void closeRingFile(ringFileHandle& file);
-/// Lets go of the file and removes it.
+/// Closes the file and removes it.
 void removeRingFile(ringFileHandle& file) noexcept;
 
 /// Whether the process that writes the file open at `descriptor` is alive.

@@ -11,19 +11,17 @@
 #include <exception>
 #include <mutex>
 #include <pthread.h>
-#include <sched.h>
 #include <span>
 #include <string>
-#include <sys/mman.h>
 #include <unistd.h>
 #include <utility>
 
 #include "base/clock.h"
 #include "base/folders.h"
 #include "platform/host/trace/hash.h"
-#include "platform/host/trace/parser.h"
 #include "platform/host/trace/ring.h"
 #include "platform/host/trace/ringfile.h"
+#include "platform/host/trace/storage.h"
 #include "platform/trace.h"
 
 namespace kest::host
@@ -40,7 +38,7 @@ struct registry {
     std::mutex lock;
     std::array<trace_wobu_buffer, maximumRings> rings;
     std::size_t used = 0;
-    std::uint64_t clockOffset = 0; ///< one for all rings, or their lines would not sort
+    std::uint64_t clockOffset = 0; ///< one for all rings, so that their lines sort
     char folder[PATH_MAX] = {};
 };
 constinit registry everything;
@@ -63,131 +61,18 @@ bool isUsableName(const char* name)
            std::strspn(name, letters) == length;
 }
 
-void putWide(std::uint32_t (&words)[2], std::uint64_t value)
-{
-    words[0] = static_cast<std::uint32_t>(value >> 32);
-    words[1] = static_cast<std::uint32_t>(value);
-}
-
-void fillHeader(ringHeader& header, const trace_wobu_buffer& ring)
-{
-    std::memcpy(header.magic, ringMagic, sizeof header.magic);
-    header.order = orderMark;
-    header.version = layoutVersion;
-    header.headerBytes = sizeof(ringHeader);
-    header.lanes = laneCount;
-    header.laneStride = ring.laneStride;
-    header.laneUnits = ring.laneUnits;
-    header.seed = ring.seed;
-    header.pid = static_cast<std::uint32_t>(getpid());
-    putWide(header.clockOffset, everything.clockOffset);
-    putWide(header.created, clockNs(CLOCK_REALTIME));
-    std::memcpy(header.bufferName, ring.name, sizeof ring.name);
-    std::snprintf(header.processName, sizeof header.processName, "%s", program_invocation_short_name);
-}
-
-std::size_t storageBytes(const trace_wobu_buffer& ring)
-{
-    return sizeof(ringHeader) + std::size_t{ring.laneStride} * laneCount;
-}
-
-/// @return null with `errno`
-storage* memoryStorage(const trace_wobu_buffer& ring)
-{
-    void* memory = mmap(nullptr, storageBytes(ring), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) {
-        return nullptr;
-    }
-    auto* made = static_cast<storage*>(memory);
-    fillHeader(made->header, ring);
-    return made;
-}
-
-/// Copies word by word: writers may be at work in `from`.
-void copyLanes(storage& to, storage& from, const trace_wobu_buffer& ring)
-{
-    for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
-        to.lane(lane, ring.laneStride).copyFrom(from.lane(lane, ring.laneStride), ring.laneUnits);
-    }
-}
-
-std::vector<std::uint8_t> imageOf(storage& source, const trace_wobu_buffer& ring)
-{
-    std::vector<std::uint8_t> image(storageBytes(ring));
-    std::memcpy(image.data(), &source.header, sizeof(ringHeader));
-    for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
-        source.lane(lane, ring.laneStride)
-            .copyTo(image.data() + sizeof(ringHeader) + std::size_t{lane} * ring.laneStride, ring.laneUnits);
-    }
-    return image;
-}
-
-/// Copies the lines that reached `from` too late to be in `earlier`, an image of it. Waits a moment for writers that
-/// had reserved their place there before it was frozen.
-void copyLatecomers(storage& to, storage& from, const std::uint32_t (&ends)[laneCount],
-                    const std::vector<std::uint8_t>& earlier, const trace_wobu_buffer& ring)
-{
-    constexpr int patience = 1000;
-    for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
-        const std::size_t offset = sizeof(ringHeader) + std::size_t{lane} * ring.laneStride;
-        std::vector<std::uint8_t> now(ring.laneStride);
-        laneReading reading;
-        for (int attempt = 0; attempt < patience; ++attempt) {
-            from.lane(lane, ring.laneStride).copyTo(now.data(), ring.laneUnits);
-            reading = readLane({now.data() + laneHeadBytes, ring.laneUnits}, ends[lane], ring.seed);
-            if (reading.whole) {
-                break;
-            }
-            sched_yield();
-        }
-        const laneBytes before{earlier.data() + offset + laneHeadBytes, ring.laneUnits};
-        for (recordBytesRead& record : reading.records) {
-            if (!isRecordAt(before, record.tag, ring.seed)) {
-                to.lane(lane, ring.laneStride)
-                    .append(record.words.data(), record.words.size(), ring.laneUnits, ring.seed);
-            }
-        }
-    }
-}
-
-/// Makes `to` the ring's place. From here on no line can go to the old one any more.
-void moveRing(trace_wobu_buffer& ring, storage& to)
-{
-    storage* const place = ring.place.load(std::memory_order_acquire);
-    // there was no memory for it after a fork
-    if (place == nullptr) {
-        ring.place.store(&to, std::memory_order_release);
-        return;
-    }
-    storage& from = *place;
-    copyLanes(to, from, ring);
-    const std::vector<std::uint8_t> copied = imageOf(to, ring);
-    ring.place.store(&to, std::memory_order_release);
-    std::uint32_t ends[laneCount];
-    for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
-        ends[lane] = from.lane(lane, ring.laneStride).freeze();
-    }
-    try {
-        copyLatecomers(to, from, ends, copied, ring);
-    } catch (const std::exception&) {
-        trace_wobu_write_all(&ring, messageHash("no memory for late lines"), " %s,%s", __LINE__, 0, "useTraceFolder",
-                             "no memory: lines may be missing here");
-    }
-    // `from` stays mapped: a writer may still hold its address
-}
-
 /// @return 0, or why the ring stays where it is
 int tryFile(trace_wobu_buffer& ring, ringFileHandle& file)
 {
     try {
-        // what matters is whether files can be made in it
+        // without a check: what matters is whether the file can be made
         (void)makeFolders(everything.folder);
         file = createRingFile(everything.folder, ring.name, storageBytes(ring));
         if (file.memory == nullptr) {
             return errno;
         }
         auto* to = static_cast<storage*>(file.memory);
-        fillHeader(to->header, ring);
+        fillHeader(to->header, ring, everything.clockOffset);
         moveRing(ring, *to);
         return 0;
     } catch (const std::exception&) {
@@ -201,7 +86,7 @@ void moveToFile(trace_wobu_buffer& ring) noexcept
     ringFileHandle file;
     const int error = tryFile(ring, file);
     if (error == 0) {
-        // the one in an earlier folder goes; its lines are in the new one
+        // removes the file in an earlier folder: its lines are in the new one
         std::swap(ring.file, file);
     } else {
         trace_wobu_write_all(&ring, messageHash("no file for the ring"), " %s,%s,%d", __LINE__, 0, "useTraceFolder",
@@ -215,20 +100,20 @@ void tidyUp(const std::filesystem::path& folder) noexcept
     try {
         removeOldRings(folder);
     } catch (const std::exception&) {
-        // the next process has memory for it
+        // without memory the next process does it
     }
 }
 
 void beforeFork() { everything.lock.lock(); }
 void afterForkInParent() { everything.lock.unlock(); }
 
-/// The parent goes on writing into its files; the child gets a copy, so that neither's lines end up among the other's.
+/// The parent goes on writing into its files. The child gets a copy, so that their lines do not mix.
 void afterForkInChild()
 {
     for (trace_wobu_buffer& ring : rings()) {
         storage* shared = ring.place.load(std::memory_order_acquire);
         if (ring.file.memory != nullptr && shared != nullptr) {
-            storage* own = memoryStorage(ring);
+            storage* own = memoryStorage(ring, everything.clockOffset);
             if (own != nullptr) {
                 copyLanes(*own, *shared, ring);
             }
@@ -242,7 +127,7 @@ void afterForkInChild()
     everything.lock.unlock();
 }
 
-/// Ahead of every thread: a fork beside the one that makes the first ring waits for it, too.
+/// Registered before any thread runs: a fork during the making of the first ring waits for it, too.
 [[maybe_unused]] const int watchesForks = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
 
 /// @return null with `errno`
@@ -259,10 +144,10 @@ trace_wobu_buffer* makeRing(const char* name, std::size_t bytes)
     std::snprintf(ring.name, sizeof ring.name, "%s", name);
     ring.laneUnits = static_cast<std::uint32_t>(bytes / unitBytes);
     ring.laneStride = roundedUp(laneHeadBytes + ring.laneUnits * unitBytes, laneHeadBytes);
-    // Not guessable from a client's side, so that no traced payload can pass for a record
+    // clients cannot guess it, so that no traced payload can pass for a record
     ring.seed =
         static_cast<std::uint32_t>((clockNs(CLOCK_REALTIME) ^ reinterpret_cast<std::uintptr_t>(&ring)) * 0x9E3779B1u);
-    storage* made = memoryStorage(ring);
+    storage* made = memoryStorage(ring, everything.clockOffset);
     if (made == nullptr) {
         return nullptr;
     }

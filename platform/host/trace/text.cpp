@@ -39,7 +39,7 @@ std::uint64_t unsignedValue(std::uint32_t number, lengthModifier modifier)
     }
 }
 
-/// A conversion for printf, made anew from its parts: nothing of a file's own format text reaches printf.
+/// A conversion for printf, made from its parts: no byte of a file's own format reaches printf.
 std::string printfConversion(const conversion& wanted, const char* letters)
 {
     std::string made = "%";
@@ -63,7 +63,7 @@ std::string printfConversion(const conversion& wanted, const char* letters)
 template <typename Value>
 std::string printed(const std::string& format, Value value)
 {
-    // wider than any width or precision with its digits
+    // room for the widest width and precision, and the digits
     std::array<char, 2 * maximumWidth + 64> buffer{};
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

@@ -13,7 +13,8 @@ namespace kest::host::trace
 void appendEscaped(std::string& to, std::string_view text);
 
 /// @param arguments  the format with its NUL comes first
-/// @return the text, escaped; from the first conversion that cannot be formatted on, the rest of the format as it is
+/// @return the text, escaped. From the first conversion that cannot be formatted, the rest of the format follows as it
+/// is.
 std::string formatText(argumentReader& arguments);
 
 } // namespace kest::host::trace

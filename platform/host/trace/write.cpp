@@ -1,5 +1,5 @@
-/// The two write functions. They run everywhere, at any time: no lock, no allocation, no system call, `errno`
-/// untouched.
+/// The two write functions. They run anywhere, at any time: they take no lock, no memory and no system call, and leave
+/// `errno` alone.
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -32,7 +32,7 @@ std::uint32_t numberOfThread()
 class draft
 {
 public:
-    /// All of it or, with the cut noted, nothing.
+    /// Adds all bytes, or none: the record is then cut.
     bool put(const void* bytes, std::size_t count)
     {
         const bool fits = !m_cut && count <= maximumPayloadBytes - m_used;
@@ -43,14 +43,14 @@ public:
         m_cut = !fits;
         return fits;
     }
-    /// As many of them as fit.
+    /// Adds as many bytes as fit.
     void putSome(const void* bytes, std::size_t count)
     {
         const std::size_t room = maximumPayloadBytes - m_used;
         put(bytes, count < room ? count : room);
         m_cut = m_cut || count > room;
     }
-    /// Text up to its NUL, `most` bytes at most, and a NUL.
+    /// Adds a text up to its NUL, at most `most` bytes, and a NUL.
     void putText(const char* text, std::size_t most)
     {
         text = text == nullptr ? "(null)" : text;
@@ -64,7 +64,7 @@ public:
         }
         m_cut = m_cut || length >= room;
     }
-    /// Room for text that the caller puts there himself, and where it ended.
+    /// The caller writes text itself, from open() to the end that it gives to close().
     char* open() { return payload() + m_used; }
     void close(const char* end) { m_used = static_cast<std::size_t>(end - payload()); }
     void cut() { m_cut = true; }
@@ -83,7 +83,7 @@ public:
         m_words[wordThread] = thread;
         m_words[wordKind] = kind << 16 | static_cast<std::uint32_t>(m_used) | (m_cut ? kindCutFlag : 0);
         storage* place = ring.place.load(std::memory_order_acquire);
-        // A lane refuses when the ring has just moved: its new place is known by then
+        // a lane refuses when the ring has just moved: its new place is then known
         for (int attempt = 0; attempt < 3 && place != nullptr &&
                               !place->lane(thread % laneCount, ring.laneStride)
                                    .append(m_words, bytes / sizeof(std::uint32_t), ring.laneUnits, ring.seed);
@@ -121,7 +121,7 @@ std::uint64_t wideArgument(const conversion& wanted, std::va_list& arguments)
     }
 }
 
-/// Stores the arguments of one conversion. @return false when the list cannot be read any further
+/// Stores the arguments of one conversion. @return false when no further argument can be taken
 bool putArgument(draft& record, const conversion& wanted, std::va_list& arguments)
 {
     int precision = wanted.precisionGiven ? wanted.precision : -1;
@@ -151,7 +151,7 @@ bool putArgument(draft& record, const conversion& wanted, std::va_list& argument
     return !record.isCut();
 }
 
-/// Copies the format, so that whoever reads the file needs nothing else. @return the format as it stands in the record
+/// Copies the format, so that a reader needs only the file. @return the format in the record
 const char* putFormat(draft& record, const char* format)
 {
     char* at = record.open();
@@ -168,7 +168,7 @@ const char* putFormat(draft& record, const char* format)
     return own;
 }
 
-/// The commonest conversions, without modifiers, are told by one character.
+/// Whether the letter alone makes one of the most common conversions.
 bool isPlain(char letter) { return letter == 's' || letter == 'd' || letter == 'x' || letter == 'X'; }
 
 void putArguments(draft& record, const char* format, std::va_list& arguments)
@@ -193,8 +193,8 @@ void putArguments(draft& record, const char* format, std::va_list& arguments)
     }
 }
 
-/// A binary record's header often begins as the library's own: size, tag "FD", hash and line, which then find the
-/// record as for texts.
+/// The header of the library's own binary records: size, tag "FD", hash and line. A record that begins so gets this
+/// hash and line.
 struct binaryHead {
     std::uint16_t size, tag;
     std::uint32_t hash, line;
