@@ -1,7 +1,6 @@
 #include "platform/host/errorlog/spool.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -12,127 +11,10 @@
 #include "base/files.h"
 #include "base/folders.h"
 #include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/spoollines.h"
 
 namespace kest::host
 {
-
-namespace
-{
-
-// on the stack
-constexpr std::size_t pieceBytes = 8 << 10;
-// in place of a line's first character
-constexpr char takenMark = '#';
-
-using piece = std::array<char, pieceBytes>;
-
-std::uint64_t sizeOf(const struct stat& facts) { return static_cast<std::uint64_t>(facts.st_size); }
-
-/// Sets disk space aside behind the file's end. Not every file system can; nothing is lost then.
-void reserveBehind(int descriptor)
-{
-    struct stat facts {
-    };
-    if (fstat(descriptor, &facts) == 0 &&
-        static_cast<std::uint64_t>(facts.st_blocks) * 512 < sizeOf(facts) + leastSpareBytes) {
-        [[maybe_unused]] const int ignored =
-            fallocate(descriptor, FALLOC_FL_KEEP_SIZE, facts.st_size, static_cast<off_t>(reservedBytes));
-    }
-}
-
-/// Cuts off what follows the last line end: the rest of a line whose writer was killed.
-int dropUnfinished(int descriptor)
-{
-    struct stat facts {
-    };
-    if (fstat(descriptor, &facts) != 0) {
-        return errno;
-    }
-    std::uint64_t end = sizeOf(facts);
-    piece room;
-    while (end > 0) {
-        const std::uint64_t from = end - std::min<std::uint64_t>(end, pieceBytes);
-        const auto length = static_cast<std::size_t>(end - from);
-        const ssize_t moved = pread(descriptor, room.data(), length, static_cast<off_t>(from));
-        if (moved != static_cast<ssize_t>(length)) {
-            return moved < 0 ? errno : EIO;
-        }
-        const std::size_t lineEnd = std::string_view(room.data(), length).rfind('\n');
-        if (lineEnd != std::string_view::npos) {
-            end = from + lineEnd + 1;
-            break;
-        }
-        end = from;
-    }
-    return end == sizeOf(facts) || ftruncate(descriptor, static_cast<off_t>(end)) == 0 ? 0 : errno;
-}
-
-/// A whole line of a spool, without its end, that has not been taken.
-struct textLine {
-    std::string_view text;
-    std::uint64_t offset = 0; ///< in the file
-};
-
-/// Leaves out what follows the last line end.
-std::vector<textLine> linesOf(const std::vector<std::uint8_t>& bytes)
-{
-    const std::string_view whole(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    std::vector<textLine> lines;
-    std::size_t begin = 0;
-    for (std::size_t end = whole.find('\n'); end != whole.npos; end = whole.find('\n', begin)) {
-        if (whole[begin] != takenMark) {
-            lines.push_back({whole.substr(begin, end - begin), begin});
-        }
-        begin = end + 1;
-    }
-    return lines;
-}
-
-/// Marks lines as taken, for good: one byte of each changes, so that no crash leaves a line half taken.
-int markTaken(int descriptor, std::span<const textLine> lines)
-{
-    for (const textLine& line : lines) {
-        if (pwrite(descriptor, &takenMark, 1, static_cast<off_t>(line.offset)) != 1) {
-            return errno;
-        }
-    }
-    return lines.empty() || fdatasync(descriptor) == 0 ? 0 : errno;
-}
-
-int emptyFile(int descriptor)
-{
-    if (ftruncate(descriptor, 0) != 0 || fdatasync(descriptor) != 0) {
-        return errno;
-    }
-    reserveBehind(descriptor);
-    return 0;
-}
-
-/// Writes a line with its end, durable on return.
-int writeLine(int descriptor, std::string_view line)
-{
-    if (const int error = writeAll(descriptor, line); error != 0) {
-        return error;
-    }
-    if (const int error = writeAll(descriptor, "\n"); error != 0) {
-        return error;
-    }
-    return fdatasync(descriptor) == 0 ? 0 : errno;
-}
-
-/// @return the lines that are handed over at once, from the first of `lines` on
-std::vector<std::string_view> someOf(std::span<const textLine> lines)
-{
-    std::vector<std::string_view> some;
-    std::size_t bytes = 0;
-    while (some.size() < lines.size() && some.size() < linesAtOnce && bytes < bytesAtOnce) {
-        some.push_back(lines[some.size()].text);
-        bytes += some.back().size();
-    }
-    return some;
-}
-
-} // namespace
 
 spool::spool(std::filesystem::path file, std::filesystem::path lock) : m_file(std::move(file)), m_lock(std::move(lock))
 {
