@@ -6,13 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "base/component.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
 
 namespace
 {
 
-constexpr unsigned short component = 0x1500;
+using kest::componentRegistry;
 
 // Reasons: docs/host-services.md lists them.
 constexpr unsigned short badArgument = 0x1501;
@@ -54,7 +55,7 @@ finding find(const char* key, const void* buffer, unsigned int room)
 void addDetails(ErrlEntry& entry, std::string_view text, unsigned char subsection)
 {
     const auto length = static_cast<unsigned short>(std::min<std::size_t>(text.size(), 0xFFFF));
-    entry.addUsrDtls(text.data(), length, component, 1, subsection);
+    entry.addUsrDtls(text.data(), length, componentRegistry, 1, subsection);
 }
 
 } // namespace
@@ -65,7 +66,7 @@ ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool
     try {
         found = find(key, buffer, size);
     } catch (const std::exception&) {
-        // it stays at that
+        // the reason stays: no memory
     }
     const auto bytes = found.value != nullptr ? static_cast<unsigned int>(found.value->size()) : 0;
     if (found.reason == none) {
@@ -73,7 +74,7 @@ ErrlEntry* UtilReg::read(const char* key, void* buffer, unsigned int& size, bool
         size = bytes;
         return nullptr;
     }
-    ErrlEntry* const entry = kest::host::newHostEntry(component, moduleRead, found.reason, {size, bytes, 0, 0});
+    ErrlEntry* const entry = kest::host::newHostEntry(componentRegistry, moduleRead, found.reason, {size, bytes, 0, 0});
     if (entry != nullptr && key != nullptr) {
         addDetails(*entry, {key, strnlen(key, 0xFFFF)}, subsectionKey);
     }

@@ -4,6 +4,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "base/component.h"
 #include "platform/host/errorlog/text.h"
 
 namespace kest::host
@@ -11,8 +12,7 @@ namespace kest::host
 
 std::string deviceOf(const loggedEntry& entry)
 {
-    // library, tools
-    constexpr std::array components{std::uint16_t{0x1300}, std::uint16_t{0x1700}};
+    constexpr std::array components{componentLibrary, componentTools};
     constexpr std::uint8_t firstFailureData = 6;
     // device text, device path
     constexpr std::array kinds{std::uint8_t{7}, std::uint8_t{5}, firstFailureData};

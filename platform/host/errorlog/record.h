@@ -60,7 +60,7 @@ struct loggedEntry {
     std::uint16_t commitAction = 0;
     std::int32_t processId = 0;
     std::string process; ///< its name
-    bool incomplete = false; ///< an item is missing for lack of memory
+    bool incomplete = false; ///< an item is missing because there was no memory
     std::vector<loggedSrc> srcs;
     std::vector<loggedCallout> callouts;
     std::vector<loggedFruCallout> fruCallouts;

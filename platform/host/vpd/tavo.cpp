@@ -7,6 +7,7 @@
 #include <exception>
 #include <span>
 
+#include "base/component.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
 #include "platform/host/vpd/copies.h"
@@ -16,7 +17,7 @@ namespace
 
 using namespace kest::host;
 
-constexpr std::uint16_t component = 0x1400;
+using kest::componentVpd;
 
 enum module : std::uint8_t {
     moduleRead = 1,
@@ -48,7 +49,7 @@ struct request {
     }
     [[nodiscard]] ErrlEntry* entry() const
     {
-        return reason == 0 ? nullptr : newHostEntry(component, who, reason, {device, length, offset, cause});
+        return reason == 0 ? nullptr : newHostEntry(componentVpd, who, reason, {device, length, offset, cause});
     }
 };
 
