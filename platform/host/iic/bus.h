@@ -120,7 +120,7 @@ public:
     [[nodiscard]] virtual std::string adapterName() const = 0;
     /// What the adapter can do, one short text each.
     [[nodiscard]] virtual std::vector<std::string> capabilities() const = 0;
-    /// Whether a driver of the kernel has taken the address.
+    /// Whether a kernel driver has taken the address.
     virtual bool heldByDriver(std::uint8_t address) = 0;
     /// The bus's clock, ns: bus time of a simulated bus, else real time.
     virtual std::uint64_t nowNs() = 0;

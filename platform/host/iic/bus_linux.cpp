@@ -283,7 +283,7 @@ transferResult linuxBus::transferSmbus(std::span<const segment> segments)
     return result.end == outcome::done && !whole ? transferResult{.end = outcome::shortTransfer} : result;
 }
 
-/// As for messages, an address that a driver of the kernel holds may be used all the same.
+/// As for messages, an address that a kernel driver holds may be used all the same.
 transferResult linuxBus::runSmbus(smbusCall& call)
 {
     i2c_smbus_ioctl_data request{

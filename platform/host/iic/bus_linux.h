@@ -1,4 +1,4 @@
-/// A bus of the kernel's, over /dev/i2c-N.
+/// A kernel bus's, over /dev/i2c-N.
 #pragma once
 
 #include <filesystem>

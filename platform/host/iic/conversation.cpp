@@ -162,10 +162,18 @@ outcome conversation::silenceOr(outcome end) const
     return isSilence(end) && m_busyWithAnother ? outcome::timedOut : end;
 }
 
+/// Asks a target that has refused a transaction, where the answer shows something; notSupported elsewhere. Some
+/// adapters report refused data like a refused address. A question of the address alone shows which it was. A plain
+/// read has no data to refuse, and a question that reads a byte would take that byte from it, so the read itself is
+/// sent again.
+outcome conversation::askAfter(outcome refusal, direction way)
+{
+    return way == direction::write && refusal == outcome::notAcknowledged ? ask() : outcome::notSupported;
+}
+
 transferResult conversation::sendWhenReady(std::span<const segment> segments, std::uint64_t windowNs)
 {
     answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs};
-    const bool writes = segments.front().way == direction::write;
     // transactions that were refused although the target acknowledges its address
     unsigned int refused = 1;
     transferResult result = send(segments);
@@ -173,11 +181,7 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
         noteOtherWriter();
     }
     while (isSilence(result.end) && result.segment == 0) {
-        // Some adapters do not tell a refused address from refused data. There the address alone tells them apart: it
-        // must not be acknowledged. A plain read has no data to refuse, and a question that reads a byte would take
-        // that byte from it, so the read itself is sent again.
-        const bool asks = writes && result.end == outcome::notAcknowledged;
-        const outcome answer = asks ? ask() : outcome::notSupported;
+        const outcome answer = askAfter(result.end, segments.front().way);
         if (answer == outcome::done && ++refused > doubtfulSends) {
             result.end = outcome::dataNotAcknowledged;
             return result;

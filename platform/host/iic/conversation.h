@@ -50,6 +50,7 @@ private:
     transferResult attempt(Act act);
     transferResult send(std::span<const segment> segments);
     outcome ask();
+    outcome askAfter(outcome refusal, direction way);
     [[nodiscard]] bool isOver(const answerWindow& window) const
     {
         return m_nowNs - window.startedNs >= window.lengthNs;

@@ -61,23 +61,22 @@ mode_t folderMode(mode_t files)
 /// For the folders above the shared one, whatever the umask of the first user.
 void letPass(int descriptor) { static_cast<void>(fchmod(descriptor, 0755)); }
 
-/// Makes a folder, and those above it that are missing. @param finish  gets a descriptor of what was made
-/// @return 0, EEXIST when something was there already, or another errno
-int makeFolder(const std::filesystem::path& folder, const std::function<void(int)>& finish)
+/// Makes a folder, and those above it that are missing. @param finish  gets a descriptor of the folder
+/// @return 0, EEXIST when the name is in use, or another errno
+int makeFolderAndFinish(const std::filesystem::path& folder, const std::function<void(int)>& finish)
 {
-    int error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
+    constexpr mode_t mode = 0755;
+    fileDescriptor made;
+    int error = makeFolder(folder, mode, made);
     if (error == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
-        error = makeFolder(folder.parent_path(), letPass);
-        // Once more, but without making the parent again: some places take no folders.
+        error = makeFolderAndFinish(folder.parent_path(), letPass);
+        // once more, but without making the parent again: some places take no folders
         if (error == 0 || error == EEXIST) {
-            error = mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
+            error = makeFolder(folder, mode, made);
         }
     }
-    if (error == 0) {
-        const fileDescriptor made(ownDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
-        if (made.valid()) {
-            finish(made.number());
-        }
+    if (made.valid()) {
+        finish(made.number());
     }
     return error;
 }
@@ -113,7 +112,7 @@ int makeSharedFolder(const busIdentity& identity, fileDescriptor& folder)
     if (const int error = openFolder(identity, folder); error != ENOENT) {
         return error;
     }
-    const int error = makeFolder(identity.folder, [&identity](int descriptor) {
+    const int error = makeFolderAndFinish(identity.folder, [&identity](int descriptor) {
         static_cast<void>(share(descriptor, identity, folderMode(identity.mode)));
     });
     return error == 0 || error == EEXIST ? openFolder(identity, folder) : error;

@@ -16,7 +16,7 @@ class bus;
 enum class presence : std::uint8_t {
     present,
     absent,
-    heldByDriver, ///< a driver of the kernel has the address; it was not asked
+    heldByDriver, ///< a kernel driver has the address; it was not asked
     uncertain, ///< nobody can find out
 };
 
