@@ -17,13 +17,13 @@ namespace
 {
 
 constexpr std::size_t locationBytesMax = 255;
-// of a refusal's text that is shown
+// bytes of a refusal's text that are shown
 constexpr std::size_t refusalBytesMax = 512;
 // data, or a text
 constexpr std::uint32_t replyBytesMax = maximumDataBytes + 512;
 constexpr std::size_t receiveBytesAtOnce = 16384;
 
-/// The payload of a read or write, with room for data behind the text. Words are in host byte order.
+/// The payload of a read or write, with room for data after the text. Words are in host byte order.
 std::vector<std::uint8_t> seepromPayload(const std::string& location, std::uint32_t offset, std::uint32_t length,
                                          std::size_t dataBytes)
 {
@@ -99,7 +99,7 @@ serviceConnection::serviceConnection(const std::filesystem::path& socket, std::c
         return;
     }
     m_socket.copy(address.sun_path, m_socket.size());
-    // Blocking until connected, so that a service with many callers is waited for; bounded by the send time-out
+    // blocks until connected, so that a busy service is waited for; the send time-out limits it
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const timeval bound{seconds.count(), static_cast<suseconds_t>((timeout - seconds).count() * 1000 + 1)};
     m_descriptor = ownDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -134,7 +134,7 @@ serviceConnection::~serviceConnection()
 
 answer serviceConnection::fail(outcome what, std::string message)
 {
-    // what follows on it could not be told apart from this request's reply
+    // otherwise a later reply could be taken for this request's
     if (m_descriptor >= 0) {
         close(m_descriptor);
     }
@@ -167,11 +167,11 @@ bool serviceConnection::send(std::span<const std::uint8_t> bytes, deadline until
             bytes = bytes.subspan(static_cast<std::size_t>(sent));
         } else if (errno == EAGAIN) {
             if (!wait(POLLOUT, until)) {
-                result = fail(outcome::timedOut, m_socket + ": the service took no request in time");
+                result = fail(outcome::timedOut, m_socket + ": the service did not take the request in time");
                 return false;
             }
         } else if (errno == EPIPE || errno == ECONNRESET) {
-            // it may have said why before it hung up
+            // the service may have sent the reason before it hung up
             return true;
         } else if (errno != EINTR) {
             result = fail(outcome::closed, m_socket + ": " + std::strerror(errno));
@@ -190,12 +190,13 @@ bool serviceConnection::receive(frame& reply, deadline until, answer& result)
         if (got > 0) {
             const std::span<const std::uint8_t> bytes(buffer, static_cast<std::size_t>(got));
             if (assembler.feed(bytes) != bytes.size() && assembler.state() == frameAssembler::stage::complete) {
-                result = fail(outcome::malformed, m_socket + ": more came than a reply");
+                result = fail(outcome::malformed, m_socket + ": more than one reply came");
                 return false;
             }
         } else if (got == 0 || errno == ECONNRESET) {
-            result = fail(outcome::closed, m_socket + (assembler.begun() ? ": the service hung up within its reply"
-                                                                         : ": the service hung up without a reply"));
+            result =
+                fail(outcome::closed, m_socket + (assembler.begun() ? ": the service hung up in the middle of its reply"
+                                                                    : ": the service hung up without a reply"));
             return false;
         } else if (errno == EAGAIN) {
             if (!wait(POLLIN, until)) {
@@ -210,7 +211,7 @@ bool serviceConnection::receive(frame& reply, deadline until, answer& result)
     const bool whole = assembler.state() == frameAssembler::stage::complete;
     reply = assembler.take();
     if (!whole) {
-        result = fail(outcome::malformed, m_socket + ": what came is no reply");
+        result = fail(outcome::malformed, m_socket + ": the bytes that came are no reply");
     }
     return whole;
 }

@@ -15,16 +15,16 @@ namespace kest::client
 
 enum class outcome : std::uint8_t {
     done,
-    failed, ///< the library could not do it: return code and log id say why
+    failed, ///< the library failed: return code and log id say why
     refused, ///< the service refused it: `message` says why
     unreachable, ///< nobody listens at the socket, or it may not be used
-    timedOut, ///< no whole reply in time. Of a write it is not known whether it was done
-    closed, ///< the service hung up before it had replied
-    malformed, ///< what came is no reply to the request
+    timedOut, ///< no whole reply in time. A write may or may not have been done
+    closed, ///< the service hung up before its reply was whole
+    malformed, ///< the bytes that came are no reply to the request
     wrongUse, ///< the request cannot be expressed: a text or data too long
 };
 
-/// What became of a request.
+/// The result of a request.
 struct answer {
     outcome what = outcome::unreachable;
     std::uint32_t returnCode = 0;

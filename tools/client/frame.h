@@ -26,7 +26,7 @@ constexpr std::uint8_t flagWritten = KEST_REPLY_WRITTEN;
 constexpr std::uint8_t flagData = KEST_REPLY_DATA; ///< the payload is data
 constexpr std::uint8_t flagText = 0x80; ///< the service itself refused; the payload is a text that says why
 
-/// More is neither read nor written by one request.
+/// One request reads or writes at most this many bytes.
 constexpr std::uint32_t maximumDataBytes = 65536;
 
 /// Return codes of the service itself; all others are the library's.
@@ -54,14 +54,14 @@ struct frame {
 /// The bytes that go over the socket.
 [[nodiscard]] std::vector<std::uint8_t> encodeFrame(const frame& message);
 
-/// Puts frames together from bytes as they come, in pieces of any size. Holds one frame's payload at most, and of a
-/// payload no more than has come.
+/// Puts frames together from bytes that arrive in pieces of any size. Holds at most one frame, and only the bytes that
+/// have arrived.
 class frameAssembler
 {
 public:
     enum class stage : std::uint8_t {
         incomplete,
-        complete, ///< take it
+        complete, ///< ready for take()
         foreign, ///< not this protocol
         tooLong, ///< its payload passes the limit
     };
@@ -76,7 +76,7 @@ public:
     [[nodiscard]] stage state() const { return m_state; }
     /// Whether some bytes of a frame are there.
     [[nodiscard]] bool begun() const { return m_headerBytes > 0; }
-    /// The frame; its head alone when the state is `foreign` or `tooLong`. Begins anew.
+    /// The frame; only its head when the state is `foreign` or `tooLong`. Begins a new frame.
     [[nodiscard]] frame take();
 
 private:

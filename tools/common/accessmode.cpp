@@ -38,8 +38,7 @@ accessMode registryMode()
     return row == modes.end() ? accessMode::registry : row->mode;
 }
 
-/// Whether there is a copy that the device can be served from. One that can't be looked at is the library's to complain
-/// of.
+/// Whether there is a copy that can serve the device. A copy that can't be read counts: the library reports it.
 bool hasCopy(const device& which)
 {
     std::vector<std::uint8_t> none;

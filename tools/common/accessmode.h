@@ -1,4 +1,4 @@
-/// Where the bytes of a SEEPROM come from and go to.
+/// Where the bytes of a SEEPROM are read from and written to.
 #pragma once
 
 #include <string>
@@ -22,9 +22,9 @@ enum class accessMode : kest_attributeValue {
 /// The word that parseMode() reads as this mode.
 [[nodiscard]] const char* modeWord(accessMode mode);
 
-/// Who serves a device in a mode: hardware, or file for its persisted copy. A registry that holds no known mode is left
-/// to the library, which reports it and takes the hardware: registry then. Throws a `failure` (exit code 2) when the
-/// copy to serve is that of another device.
+/// Who serves a device in a mode: hardware, or file for its persisted copy. If the registry holds no known mode, the
+/// result is registry: the library reports that and takes the hardware. Throws a `failure` (exit code 2) when the copy
+/// that would serve belongs to another device.
 [[nodiscard]] accessMode settledMode(const device& which, accessMode mode);
 
 } // namespace kest::tools

@@ -28,11 +28,11 @@ const std::array adviceRows{
     adviceRow{ENXIO, exitAbsent, "nothing answers", "check address and power; 'kestctl scan BUS' shows what does"},
     adviceRow{EIO, exitFailed, "a byte was not acknowledged, or the transfer ended short",
               "try again; a write-protected chip refuses data bytes"},
-    adviceRow{ETIME, exitFailed, "no answer in time: the bus is held, the chip stayed busy, or none is there",
+    adviceRow{ETIME, exitFailed, "no answer in time: the bus is held, the chip stayed busy, or there is none",
               "'kestctl reset BUS' frees a held bus, 'kestctl scan BUS' shows what answers"},
     adviceRow{ENODATA, exitFailed, "the hub reports an error", ""},
     adviceRow{ENODEV, exitAbsent, "the bus is gone, or its node is not mapped", "check the node map in kest.toml"},
-    adviceRow{ENOENT, exitAbsent, "there is no such bus", "'kestctl topology' shows the buses there are"},
+    adviceRow{ENOENT, exitAbsent, "there is no such bus", "'kestctl topology' shows the buses"},
     adviceRow{EBUSY, exitBusy, "somebody else holds it", "try again in a moment"},
     adviceRow{EACCES, exitRefused, "not permitted", "run it as a user who may use the bus or file"},
     adviceRow{EPERM, exitRefused, "not permitted", "run it as a user who may use the bus or file"},
@@ -50,13 +50,13 @@ std::string busWords(const busName& bus)
     return shellWord(bus.path) + (isLocal(bus.node) ? "" : " --node " + bus.node);
 }
 
-/// What to do about a bus of the kernel that is not there: the commands of kestctl know no more than the folder /dev.
+/// What to do about a missing kernel bus. kestctl itself knows only the adapters in /dev.
 std::string linuxBusHint(const busName& bus)
 {
     const std::int32_t node = nodeNumber(bus.node);
     const std::string prefix =
         node < 0 ? "" : host::currentConfiguration().nodes.at(static_cast<std::size_t>(node)).pathPrefix;
-    return fmt::format("'ls {}i2c-*' shows the adapters there are; the kernel's module i2c-dev makes them",
+    return fmt::format("'ls {}i2c-*' shows the adapters; the kernel's module i2c-dev makes them",
                        shellWord(prefix + "/dev/"));
 }
 
@@ -92,7 +92,7 @@ errnoAdvice adviceFor(int error, const busName& bus)
     if (error == ENODEV && !bus.node.empty() && isLocal(bus.node)) {
         advice = {advice.code, "the bus is gone",
                   bus.path.starts_with("sim:") ? "'kestctl sim fault list' shows whether a fault holds it"
-                                               : "'kestctl topology' shows the buses there are"};
+                                               : "'kestctl topology' shows the buses"};
     }
     nameBus(advice.tryThis, bus);
     return advice;

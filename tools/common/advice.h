@@ -14,7 +14,7 @@ struct errnoAdvice {
     std::string what;
     std::string tryThis;
 };
-/// @param bus  on which it happened: hints name it, and a simulated one is looked up for what is wrong with it
+/// @param bus  on which it happened; hints name it. A simulated bus is examined for what is wrong with it
 [[nodiscard]] errnoAdvice adviceFor(int error, const busName& bus);
 
 /// Puts the bus in the place of the word BUS at the end of commands: "'kestctl scan BUS' shows ...".

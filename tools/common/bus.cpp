@@ -17,7 +17,7 @@ namespace
 failure busFailure(int error, const busName& bus, const std::string& step)
 {
     errnoAdvice advice = adviceFor(error, bus);
-    // here they mean the bus, whose reset has been tried
+    // after a reset these two mean that the bus is still held
     if (error == ENXIO || error == ETIME) {
         advice.what = "the bus stays held";
         advice.tryThis = "power-cycle what holds it";
@@ -30,7 +30,7 @@ struct addressRange {
     std::uint8_t last;
 };
 
-/// Where devices of a type are found, in the 8-bit form; everywhere, when the type says nothing.
+/// The addresses at which devices of a type can be, in the 8-bit form; all addresses when the type does not say.
 addressRange usualAddresses(const deviceTypeInfo& type)
 {
     switch (type.kind) {
@@ -87,7 +87,7 @@ std::string wrongFormHint(const device& which)
     }
     const unsigned address = which.head().address;
     const busName bus{which.bus, which.node};
-    // a hub that is there: what is missing is behind it
+    // the hub is present: the missing device is behind it
     if (answersAt(bus, which.head().address)) {
         return {};
     }
@@ -120,7 +120,7 @@ void refuseDoubtfulWrite(const device& which, bool force)
     const auto opened = host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);
     if (opened != nullptr && opened->heldByDriver(address)) {
         throw failure{.code = exitRefused,
-                      .what = "a driver of the kernel has " + addressText(address),
+                      .what = "a kernel driver has " + addressText(address),
                       .tryThis = "--force writes all the same",
                       .device = which.label,
                       .step = "write"};

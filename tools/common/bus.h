@@ -1,4 +1,4 @@
-/// Buses as the tools look at them, beside the library: opening, scanning, probing, resetting.
+/// What the tools do with buses without the library: open, scan, probe, reset.
 #pragma once
 
 #include <cstdint>
@@ -15,22 +15,20 @@ namespace kest::tools
 /// Opens a bus. Throws a `failure`.
 [[nodiscard]] std::unique_ptr<host::iic::toolBus> openBus(const busName& bus);
 
-/// Whether something acknowledges an address right now. Makes no error entry; on a bus that can't be opened there is
-/// nothing.
+/// Whether a device acknowledges an address right now. Makes no error entry. False for a bus that can't be opened.
 [[nodiscard]] bool answersAt(const busName& bus, std::uint8_t address);
 
-/// What a transfer to an address would end with, as far as one probe shows. @return an errno; 0 when the transfer would
+/// How a transfer to an address would end, as far as one probe shows. @return an errno; 0 when the transfer would
 /// succeed, or when the probe does not show it
 [[nodiscard]] int errnoAt(const busName& bus, std::uint8_t address);
 
-/// What to write instead of an address that looks like one in the wrong form: a device answers at its double or half.
-/// Probes those of the two at which a device of this type can be. Empty when nothing answers there either.
+/// A hint for an address that looks like one in the wrong form: a device answers at its double or half. Probes those of
+/// the two at which a device of this type can be. Empty when nothing answers there either.
 [[nodiscard]] std::string wrongFormHint(const device& which);
 
-/// Refuses to write to a device of which something is not as it should be, unless forced. Throws a `failure`: 2 when
-/// the device table has a device of another type there; 3 when a driver of the kernel has its address, or that of
-/// the hub before it, since the driver does not learn of the change. A bus that can't be opened is left to the write
-/// itself.
+/// Refuses a doubtful write, unless forced. Throws a `failure`: 2 when the device table has a device of another type
+/// there; 3 when a kernel driver has its address, or that of the hub before it, since the driver does not learn of the
+/// change. A bus that can't be opened is left to the write itself.
 void refuseDoubtfulWrite(const device& which, bool force);
 
 /// Nine clocks and a STOP, or what the adapter has for it. Throws a `failure`.

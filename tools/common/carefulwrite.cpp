@@ -16,7 +16,7 @@ namespace kest::tools
 namespace
 {
 
-/// The first byte behind the page of an offset.
+/// The first byte after the page of an offset.
 std::uint32_t endOfPage(std::uint32_t at, std::uint32_t pageBytes) { return at / pageBytes * pageBytes + pageBytes; }
 
 std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
@@ -24,7 +24,7 @@ std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
     return range.length == 0 ? 0 : (range.offset + range.length - 1) / pageBytes - range.offset / pageBytes + 1;
 }
 
-/// What is certain after a write that failed, by reading back: never what the failed write itself reported.
+/// What is certain after a failed write. Reads back: the count that the write reported proves nothing.
 std::string whatIsCertain(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
 {
     try {
@@ -36,7 +36,7 @@ std::string whatIsCertain(seeprom& chip, const byteRange& range, std::span<const
     }
 }
 
-/// Reads back and compares. A read that differs is not believed alone: it may be the read that went wrong.
+/// Reads back and compares. A read that differs is repeated: the read itself may be wrong.
 void verifyWritten(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
 {
     const byteVector first = chip.read(range, "verify");

@@ -1,4 +1,4 @@
-/// Writes that ask, keep the old bytes in an undo file, leave out what is there already, and read back.
+/// Writes that ask, save the old bytes in an undo file, skip pages that already hold the data, and read back.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 namespace kest::tools
 {
 
-/// Pages of `range` in which `wanted` and `present` differ, joined where they touch. @param all  take every page
+/// Pages of `range` in which `wanted` and `present` differ, joined where they touch. @param all  takes every page
 [[nodiscard]] std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
                                                     std::span<const unsigned char> present, std::uint32_t pageBytes,
                                                     bool all);
@@ -19,22 +19,22 @@ namespace kest::tools
 struct carefulWriteOptions {
     bool yes = false;
     bool dryRun = false;
-    bool allPages = false; ///< also pages that hold the data already
-    bool force = false; ///< also where a driver of the kernel has the device
+    bool allPages = false; ///< also pages that already hold the data
+    bool force = false; ///< even if a kernel driver has the device
     bool verify = true;
 };
 
 struct writeReport {
     std::uint32_t bytesWritten = 0;
     std::uint32_t pagesWritten = 0;
-    std::uint32_t pagesSkipped = 0; ///< they held the data already
+    std::uint32_t pagesSkipped = 0; ///< they already held the data
     std::string undoFile; ///< empty when nothing was written
     bool verified = false;
 };
 
-/// Writes with care: reads the old bytes, leaves out pages that hold the data, asks, saves an undo file, writes, reads
-/// back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, or a driver
-/// of the kernel has the device; 5 what was read back differs.
+/// Writes with care: reads the old bytes, skips pages that already hold the data, asks, saves an undo file, writes,
+/// reads back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, or a
+/// kernel driver has the device; 5 what was read back differs.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

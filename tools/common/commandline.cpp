@@ -57,7 +57,7 @@ std::string deepestCommand(const CLI::App& app)
     return chosen.empty() ? app.get_name() : app.get_name() + " " + deepestCommand(*chosen.front());
 }
 
-/// What the parser complains about. Where it misses a subcommand, a word that is none says more.
+/// The complaint of the parser. Where a subcommand is missing, a word that is none is a better complaint.
 std::string complaintOf(const CLI::App& app, const CLI::ParseError& why)
 {
     std::string said = why.what();
@@ -137,12 +137,13 @@ option command::clearingFlag(const std::string& names, bool& target, const std::
 
 void command::versionFlag(const std::string& text)
 {
-    m_made->set_version_flag("--version", text, "show the version and end");
+    m_made->set_version_flag("--version", text, "print the version and exit");
 }
 
 commandLine::commandLine(const std::string& about, const std::string& name)
     : m_app(std::make_unique<CLI::App>(about, name))
 {
+    m_app->set_help_flag("-h,--help", "print this help and exit");
 }
 
 commandLine::~commandLine() = default;

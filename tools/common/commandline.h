@@ -1,5 +1,5 @@
 /// Command lines of the programs: subcommands and options, their help and their complaints. The option parser itself
-/// takes long to compile; it is included by the source of this header and nowhere else.
+/// takes long to compile, so only this header's source includes it.
 #pragma once
 
 #include <cstdint>
@@ -27,20 +27,20 @@ class option
 public:
     explicit option(CLI::Option& made) : m_made(&made) {}
 
-    /// The command needs it.
+    /// The command requires it.
     option& required();
-    /// It goes with the other one alone.
+    /// It requires the other one.
     option& needs(const option& other);
 
 private:
     CLI::Option* m_made;
 };
 
-/// Reads the text of an option. Throws a `failure` (exit code 2) when it does not like it.
+/// Reads the text of an option. Throws a `failure` (exit code 2) when the text is wrong.
 using textReader = std::function<void(const std::string& text)>;
 
 /// A program, or a subcommand of it. Targets of options must live until the command line has been parsed. An option's
-/// names are "--output" or "-o,--output", an argument's one word.
+/// names are "--output" or "-o,--output"; an argument's name is one word.
 class command
 {
 public:
@@ -57,9 +57,9 @@ public:
     /// Called when the command line names this subcommand, once all of it has been read.
     void whenGiven(std::function<void()> action);
 
-    /// @param valueName  what stands for the value in the help; empty for an argument whose name says enough
+    /// @param valueName  the value in the help; empty for an argument, whose name says enough
     option text(const std::string& names, std::string& target, const std::string& help,
-                const std::string& valueName = "TEXT");
+                const std::string& valueName = {});
     /// An argument that can be given several times.
     option texts(const std::string& names, std::vector<std::string>& target, const std::string& help,
                  const std::string& valueName);
@@ -104,17 +104,17 @@ public:
     /// Help for 80 columns, with the names in a narrow column.
     void useNarrowHelp();
 
-    /// What parsing a command line came to.
+    /// The result of parsing a command line.
     struct outcome {
         bool wrong = false;
         std::string complaint; ///< what is wrong; without a line end
         std::string command; ///< the subcommand that it is about: "kestctl port write"
-        std::optional<std::string> help; ///< what was asked for instead of a run: help or version
+        std::optional<std::string> help; ///< help or version, when the user asked for that instead of a run
     };
-    /// Fills in the targets of the options. What readers throw comes through.
+    /// Fills in the targets of the options. Passes on what readers throw.
     [[nodiscard]] outcome parse(int count, char** words);
     /// The same for a program without subcommands, in the words of the option parser.
-    /// @return the exit code to end with, once help or complaint has been printed; nothing when the program shall run
+    /// @return the exit code to end with, once help or complaint has been printed; none when the program is to run
     [[nodiscard]] std::optional<int> parseOrExit(int count, char** words, int wrongUseCode);
 
 private:

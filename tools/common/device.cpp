@@ -14,7 +14,7 @@ namespace
 
 constexpr std::uint64_t highestNumber = 0xFFFFFFFF;
 
-/// The row of a number; of several the one at the lowest position. Null when there is none.
+/// The row of a number; of several rows the one with the lowest position. Null when there is none.
 const host::deviceEntry* findNumber(std::uint64_t number)
 {
     const host::deviceEntry* found = nullptr;
@@ -48,7 +48,7 @@ bool samePlace(const device& one, const device& other)
            std::ranges::equal(one.links, other.links, sameLink);
 }
 
-/// The area of kestctl that works on devices of a kind.
+/// The command of kestctl that works on devices of a kind.
 const char* insteadOf(deviceKind kind)
 {
     switch (kind) {
@@ -59,7 +59,7 @@ const char* insteadOf(deviceKind kind)
     case deviceKind::sensor:
         return "'kestctl thermal read' reads it";
     default:
-        return "'kestctl detect' tells whether it answers";
+        return "'kestctl detect' checks whether it answers";
     }
 }
 
@@ -115,7 +115,7 @@ std::optional<device> otherTypeAt(const device& which)
                 return other;
             }
         } catch (const failure&) {
-            // 'kestctl devices' reports rows that are no devices
+            // 'kestctl devices' reports rows that are not valid
         }
     }
     return std::nullopt;

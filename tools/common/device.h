@@ -14,18 +14,17 @@ namespace kest::tools
 /// Throws a `failure`: 2 for a malformed text, 4 for a name or number that the table does not have.
 [[nodiscard]] device findDevice(const std::string& nameOrText);
 
-/// Persisted copies are kept by device number alone: of rows of the table with one number, the copy is that of the
-/// lowest position.
+/// Persisted copies are kept by device number alone. When several rows of the table share a number, the copy belongs to
+/// the one with the lowest position.
 [[nodiscard]] bool copyIsItsOwn(const device& which);
-/// Throws a `failure` (exit code 2) when the copy under the device's number is another's.
+/// Throws a `failure` (exit code 2) when the copy under the device's number belongs to another device.
 void refuseForeignCopy(const device& which);
 
-/// A device of the device table that is of another type and yet at the same place: one of the two is wrong. Nothing when
-/// there is none.
+/// A device of the device table with another type at the same place, if there is one. One of the two is then wrong.
 [[nodiscard]] std::optional<device> otherTypeAt(const device& which);
 
 /// A bus named by its path, or by a device text or name on it. Throws as findDevice().
-/// @param node  the bus's, whatever the device's is; empty leaves it to the device
+/// @param node  of the bus, in place of the device's; empty keeps the device's
 [[nodiscard]] busName findBus(const std::string& pathOrDevice, const std::string& node = {});
 
 /// Throws a `failure` (exit code 2) for chains that no transfer can serve: anything behind a 0xF0 hub, a register

@@ -17,7 +17,7 @@ using enum deviceKind;
 constexpr std::size_t longestText = 255;
 constexpr std::size_t longestChain = 3;
 
-/// Splits a device text and remembers which field is which, so that every complaint names it.
+/// Splits a device text and counts the fields, so that every complaint names the field.
 class fields
 {
 public:

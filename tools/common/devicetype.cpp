@@ -30,7 +30,7 @@ constexpr std::array types{
     deviceTypeInfo{KEST_DEV_172, "172", "172 device", other, 22016, 0, 0},
 };
 
-/// Letters that chips' names begin with.
+/// First letters of chips' names that are spoken with a vowel: "an LM75".
 constexpr std::string_view spokenWithAVowel = "FL";
 
 } // namespace

@@ -24,7 +24,7 @@ struct deviceTypeInfo {
     const char* code; ///< as a device text has it
     const char* chip; ///< for people
     deviceKind kind;
-    std::uint32_t bytes; ///< capacity, as far as it is read like a SEEPROM
+    std::uint32_t bytes; ///< capacity; 0 for types that are not read like a SEEPROM
     std::uint32_t pageBytes; ///< of a SEEPROM
     unsigned pins; ///< of a register device or sensor
 };

@@ -15,11 +15,11 @@ namespace
 {
 
 constexpr const char* formatName = "kest-dump-2";
-/// Has neither number nor mode, and its sum covers the data alone.
+/// The previous format. It has neither number nor mode, and its sum covers only the data.
 constexpr const char* oldFormatName = "kest-dump-1";
 constexpr std::size_t bytesPerLine = 32;
 
-/// All of a dump but its sum.
+/// A dump without its sum.
 jsonValue withoutSum(const dumpContents& contents)
 {
     jsonList lines;
@@ -39,7 +39,7 @@ jsonValue withoutSum(const dumpContents& contents)
 
 std::string sumText(std::span<const unsigned char> bytes) { return fmt::format("{:08x}", crc32(bytes)); }
 
-/// Of the contents as one line of JSON: every value counts, and how a file is laid out does not.
+/// The sum of the contents as one line of JSON: every value counts, the layout of a file does not.
 std::string sumOf(const dumpContents& contents)
 {
     const std::string text = withoutSum(contents).dump(-1);

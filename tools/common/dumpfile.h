@@ -14,22 +14,22 @@ namespace kest::tools
 struct dumpContents {
     std::string text; ///< device text
     std::string name; ///< as the user named it
-    std::uint32_t number = 0; ///< of the device table, by which a persisted copy is found; 0 none
+    std::uint32_t number = 0; ///< device number, by which a persisted copy is found; 0 none
     /// Where the bytes came from and go to: hardware, or file for the persisted copy.
     accessMode mode = accessMode::hardware;
     std::uint32_t offset = 0;
     byteVector bytes;
-    bool proved = true; ///< read from a file whose sum covers all of it, not the data alone
+    bool proved = true; ///< its sum covers the whole file, not only the data
 };
 
-/// @return the contents for bytes read from a device, with the place that served them
+/// @return the contents of a dump of these bytes, with the mode that served them
 [[nodiscard]] dumpContents dumpOf(const seeprom& chip, std::uint32_t offset, const byteVector& bytes);
 
 /// @return the file's text
 [[nodiscard]] std::string dumpText(const dumpContents& contents);
 
-/// Reads a dump file of this format or the one before it, strictly: a key that is missing, unknown or there twice, a
-/// value of another kind, and a sum that does not match are failures (exit code 2) that say what is wrong.
+/// Reads a dump file of this format or the previous one, strictly. A missing, unknown or repeated key, a value of
+/// another kind, and a sum that does not match are failures (exit code 2) that say what is wrong.
 [[nodiscard]] dumpContents parseDump(const std::string& fileName, const std::string& text);
 
 /// CRC-32 (polynomial 0x04C11DB7, reflected, as in zip files).

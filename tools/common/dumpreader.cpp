@@ -15,7 +15,7 @@ namespace
 using nlohmann::json;
 using kind = dumpReader::value::kind;
 
-/// Takes the events of the JSON parser. Values of keys inside of other values do not matter: no key has such a value.
+/// Takes the events of the JSON parser. Keys inside other values are ignored: no key of a dump has such a value.
 class eventTaker
 {
 public:
@@ -84,10 +84,10 @@ public:
     }
 
 private:
-    /// Whether the value at hand is that of a key. Elements of a list that is the whole file are not.
+    /// Whether the current value belongs to a key. The elements of a list that is the whole file do not.
     [[nodiscard]] bool isFieldsValue() const { return m_depth == 1 && m_current != nullptr; }
 
-    /// A value that is neither text nor whole number: of a key, or within its list.
+    /// A value that is neither a text nor a whole number: of a key, or within its list.
     bool takeOther()
     {
         if (m_current != nullptr) {

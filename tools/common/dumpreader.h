@@ -21,14 +21,14 @@ public:
     /// @param expected  what the value is, for the complaint: "a device text"
     [[nodiscard]] std::string text(const std::string& key, const std::string& expected);
     [[nodiscard]] std::uint32_t number(const std::string& key);
-    /// The bytes of a list of texts of hexadecimal digits.
+    /// The bytes of the key "data", a list of texts of hexadecimal digits.
     [[nodiscard]] std::vector<unsigned char> data();
-    /// Throws when there is a key that was not taken.
+    /// Throws when a key was not taken.
     void end() const;
 
     [[nodiscard]] failure wrong(const std::string& key, const std::string& complaint) const;
 
-    /// What the value of a key can be.
+    /// The value of a key.
     struct value {
         enum class kind : std::uint8_t {
             text,
@@ -37,7 +37,7 @@ public:
             other
         };
         kind what = kind::other;
-        std::vector<std::string> texts; ///< one for a text, those of a list
+        std::vector<std::string> texts; ///< of a text one, of a list all
         std::uint64_t number = 0;
     };
 
@@ -45,7 +45,7 @@ private:
     value take(const std::string& key, value::kind wanted, const std::string& expected);
 
     std::string m_fileName;
-    std::map<std::string, value> m_values; ///< that nobody took
+    std::map<std::string, value> m_values; ///< not taken yet
 };
 
 } // namespace kest::tools

@@ -4,6 +4,7 @@
 #include <array>
 #include <fmt/core.h>
 
+#include "base/component.h"
 #include "kest/reasons.h"
 #include "platform/host/errorlog/entry.h"
 #include "platform/mern.h"
@@ -19,7 +20,6 @@ namespace
 constexpr unsigned wordReason = 2;
 constexpr unsigned wordErrno = 4;
 
-constexpr std::uint16_t componentTools = 0x1700;
 constexpr std::uint8_t moduleTools = 0;
 constexpr std::uint8_t dtlsDeviceText = 7;
 /// Of each buffer, for an entry of the tools' own.
@@ -35,13 +35,13 @@ constexpr std::array<std::uint32_t, 10> layerReasons{
     KEST_REASON_OPEN_GONE, KEST_REASON_OPEN, KEST_REASON_DEADLOCK, KEST_REASON_CONFIG,         KEST_REASON_NO_ANSWER,
     KEST_REASON_READ,      KEST_REASON_SEEK, KEST_REASON_WRITE,    KEST_REASON_CLOSE_DEADLOCK, KEST_REASON_CLOSE};
 
-/// What a reason says by itself.
+/// What a reason means by itself.
 struct reasonRow {
     std::uint32_t reason;
     exitCode code;
     const char* what;
     const char* tryThis;
-    bool errnoTellsMore = false; ///< the row holds when the errno is not known
+    bool errnoTellsMore = false; ///< use the row only when the errno is not known
 };
 
 constexpr std::array reasonRows{
@@ -50,7 +50,7 @@ constexpr std::array reasonRows{
               "check address and power; 'kestctl scan BUS' shows what does"},
     reasonRow{KEST_REASON_DETECT_STATE, exitFailed, "the bus is held, or answers oddly",
               "'kestctl reset BUS' frees a held bus"},
-    reasonRow{KEST_REASON_HUB_COMMAND, exitFailed, "the hub calls the command malformed", ""},
+    reasonRow{KEST_REASON_HUB_COMMAND, exitFailed, "the hub reports a malformed command", ""},
     reasonRow{KEST_REASON_HUB_NO_ANSWER, exitAbsent, "the device behind the hub does not answer",
               "check port and address"},
     reasonRow{KEST_REASON_HUB_REPEAT, exitFailed, "a bus behind the hub stays held", "power-cycle what holds it"},
@@ -74,14 +74,14 @@ constexpr std::array reasonRows{
               "check bus, address and power", true},
 };
 
-/// @return the row of a reason code, null for one that says nothing by itself
+/// @return the row of a reason code, null for one that means nothing by itself
 const reasonRow* rowOf(std::uint32_t reason)
 {
     const auto* row = std::ranges::find(reasonRows, reason, &reasonRow::reason);
     return row == reasonRows.end() ? nullptr : row;
 }
 
-/// Copies what a reason code says by itself. @return false when there is no row
+/// Copies what a reason code means by itself. @return false when there is no row
 bool describeReason(const reasonRow* row, failure& why)
 {
     if (row == nullptr) {
@@ -101,8 +101,8 @@ void describeErrno(int error, const device& which, failure& why)
     why.tryThis = advice.tryThis;
 }
 
-/// Says what a detect state that is neither present nor absent means. When the state says
-/// nothing, asks the device once more: the entry has no more to say.
+/// Describes a detect state that is neither present nor absent. When the state shows no cause, asks the device once
+/// more, since the entry has no more details.
 void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
 {
     const auto src = std::ranges::find_if(
@@ -192,7 +192,7 @@ void logFailure(failure& why, const toolEntry& what)
         new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
                       moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
                       what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
-    // no memory: the failure is reported all the same
+    // without memory for an entry the failure is reported all the same
     if (entry == nullptr) {
         return;
     }

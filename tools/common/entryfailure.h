@@ -19,7 +19,7 @@ namespace kest::tools
 {
 
 /// Commits an entry that the library returned, so that it can be looked up later, and describes what it means. When
-/// nothing answers, it probes for an address in the wrong form.
+/// nothing answers, it probes whether the address is in the wrong form.
 /// @param entry  not null; gone afterwards
 [[nodiscard]] failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, const std::string& step);
 
@@ -29,12 +29,12 @@ void throwEntry(ErrlEntry* entry, const device& which, const std::string& step);
 /// The `errno` that the IIC layer gave for the entry's first failed call; 0 when no SRC of the entry carries one.
 [[nodiscard]] int errnoOf(const host::loggedEntry& entry);
 
-/// Fills in the exit code, what happened and what to try. The cause is what the return code says of the whole transfer;
-/// else the failed call of the IIC layer; else the first reason that is known. Leaves `why` as it is when none is
+/// Fills in the exit code, what happened and what to try. The cause is what the return code says about the whole
+/// transfer; else the failed call of the IIC layer; else the first known reason. Leaves `why` as it is when none is
 /// known.
 void describeEntry(const host::loggedEntry& entry, const device& which, failure& why);
 
-/// The same by the return code alone, for callers without the entry. @return false when the code is not known
+/// The same from the return code alone, for callers without the entry. @return false when the code is not known
 bool describeReturnCode(std::uint32_t returnCode, failure& why);
 
 /// Reason codes of the tools' own failures.
@@ -43,7 +43,7 @@ enum toolReason : std::uint16_t {
     reasonUndoUnsaved = 0x1702, ///< words: errno
 };
 
-/// What the error log keeps of a failure that no function of the library made an entry for.
+/// An error entry for a failure for which the library made none.
 struct toolEntry {
     toolReason reason;
     std::array<std::uint32_t, 4> words = {}; ///< user data 1 to 4
@@ -52,8 +52,7 @@ struct toolEntry {
 /// Commits an entry and puts its log id and return code into `why`.
 void logFailure(failure& why, const toolEntry& what);
 
-/// Puts a hint in the place of what to try when nothing answers there and the address looks like one in the wrong form.
-/// Probes.
+/// When nothing answers at an address that looks like one in the wrong form, sets a hint as what to try. Probes.
 void hintAtWrongForm(failure& why, const device& which);
 
 } // namespace kest::tools

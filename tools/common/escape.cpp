@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdint>
+
+#include "base/utf8.h"
 
 namespace kest::tools
 {
@@ -27,35 +28,16 @@ constexpr std::array<range, 10> hidden{{{0x0000, 0x001F},
                                         {0xFE00, 0xFEFF},
                                         {0xFFF0, 0x10FFFF}}};
 
-/// Length of the well-formed UTF-8 character at the start of `text` that may be shown; 0 when there is none.
+/// Length of the UTF-8 character at the start of `text`, which is not empty; 0 when it is malformed or not to be shown.
 std::size_t shownCharacter(std::string_view text)
 {
-    const auto byteAt = [text](std::size_t index) {
-        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
-    };
-    const unsigned first = byteAt(0);
-    std::size_t length = 0;
-    char32_t value = 0;
-    if (first < 0x80) {
-        length = 1;
-        value = first;
-    } else if (first >= 0xC2 && first < 0xE0) {
-        length = 2;
-        value = first & 0x1FU;
-    } else if (first >= 0xE0 && first < 0xF0) {
-        length = 3;
-        value = first & 0x0FU;
+    const std::size_t length = utf8Length(text);
+    if (length == 0) {
+        return 0;
     }
-    for (std::size_t index = 1; index < length; ++index) {
-        if ((byteAt(index) & 0xC0U) != 0x80) {
-            return 0;
-        }
-        value = (value << 6U) | (byteAt(index) & 0x3FU);
-    }
-    const bool wellFormed = length != 0 && (length < 3 || (value >= 0x800 && (value < 0xD800 || value > 0xDFFF)));
-    const bool shown =
-        wellFormed && std::ranges::none_of(hidden, [value](range r) { return value >= r.first && value <= r.last; });
-    return shown ? length : 0;
+    const char32_t point = codePoint(text.substr(0, length));
+    const bool isHidden = std::ranges::any_of(hidden, [point](range r) { return point >= r.first && point <= r.last; });
+    return isHidden ? 0 : length;
 }
 
 } // namespace
@@ -88,7 +70,7 @@ std::string shellWord(std::string_view word)
     std::string quoted = "'";
     for (const char letter : word) {
         quoted +=
-            // no backslash: escaped() doubles it
+            // without a backslash, which escaped() would double
             letter == '\'' ? std::string("'\"'\"'") : std::string(1, letter);
     }
     return quoted + "'";

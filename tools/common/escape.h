@@ -1,5 +1,4 @@
-/// Texts that came from devices, clients or files are shown so that they can't do anything to a terminal or pass for
-/// others.
+/// Makes texts from devices, clients and files safe to show: they can't control a terminal or look like other texts.
 #pragma once
 
 #include <string>
@@ -8,12 +7,12 @@
 namespace kest::tools
 {
 
-/// Shows printable UTF-8 as it is; control characters, malformed UTF-8, invisible characters and those that turn the
-/// writing direction as "\xHH" for each byte, the backslash as "\\".
+/// Shows printable UTF-8 as it is. Control characters, malformed UTF-8, invisible characters and those that change the
+/// direction of writing become "\xHH" for each byte; a backslash becomes "\\".
 [[nodiscard]] std::string escaped(std::string_view text);
 
-/// A word as a shell takes it: as it is when nothing in it means anything to a shell, else in single quotes. For
-/// commands that are printed.
+/// A word as a shell takes it, for commands that are printed: in single quotes if a character in it has a meaning to a
+/// shell.
 [[nodiscard]] std::string shellWord(std::string_view word);
 
 } // namespace kest::tools

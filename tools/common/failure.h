@@ -30,7 +30,7 @@ struct failure {
     std::uint32_t returnCode = 0; ///< of that entry
 };
 
-/// A failure of the caller's own making, with the rest left to the caller to fill in.
+/// A wrong use: the failure with exit code 2. The caller may fill in the rest.
 [[nodiscard]] inline failure wrongUse(std::string what, std::string tryThis = {})
 {
     return {.code = exitWrongUse, .what = std::move(what), .tryThis = std::move(tryThis)};

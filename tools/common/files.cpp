@@ -63,7 +63,7 @@ void writeOutput(const std::string& name, std::span<const unsigned char> bytes, 
         if (standardOutput().terminal() && !force) {
             throw failure{.code = exitRefused,
                           .what = "raw bytes are not written to a terminal",
-                          .tryThis = "name a file by -o, or give --force"};
+                          .tryThis = "name a file with -o, or give --force"};
         }
         standardOutput().bytes(bytes);
         return;

@@ -9,7 +9,7 @@
 namespace kest::tools
 {
 
-/// Reads a whole file. @param maximum  more bytes are a failure (exit code 2)
+/// Reads a whole file. @param maximum  more bytes than this are a failure (exit code 2)
 [[nodiscard]] std::vector<unsigned char> readInput(const std::string& name, std::size_t maximum);
 
 /// Writes a whole file as an `outputFile` does, or standard output. Raw bytes go to a terminal only when forced.
@@ -18,7 +18,7 @@ void writeOutput(const std::string& name, std::span<const unsigned char> bytes, 
 /// Lines of offset, hexadecimal digits and text, for people: at most 79 columns.
 [[nodiscard]] std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes);
 
-/// Bytes of hexadecimal digits, blanks and line ends allowed between bytes. Throws a `failure` (exit code 2).
+/// Reads bytes from hexadecimal digits. Blanks and line ends may stand between bytes. Throws a `failure` (exit code 2).
 [[nodiscard]] std::vector<unsigned char> parseHex(const std::string& digits, const std::string& what);
 
 } // namespace kest::tools

@@ -20,11 +20,11 @@ void tell(const std::string& program, bool json, const failure& why)
     try {
         standardOutput().json({{"error", errorJson(why)}});
     } catch (const failure&) {
-        // the line on standard error has said it all
+        // the line on standard error is enough
     }
 }
 
-/// Runs a step and turns whatever it throws into a failure. @return its exit code, or the failure's
+/// Runs a step and turns every exception into a failure. @return its exit code, or the failure's
 int guarded(const std::string& program, const bool& json, const std::function<int()>& step)
 {
     try {

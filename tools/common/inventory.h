@@ -10,7 +10,7 @@
 namespace kest::tools
 {
 
-/// A hub on the way to a device, and the port that leads on.
+/// A hub on the way to a device, and the port that leads to the device.
 struct hubStep {
     std::uint8_t address = 0;
     std::uint8_t port = 0;
@@ -28,7 +28,7 @@ struct inventoryItem {
     std::string text; ///< of the device table, or empty
 };
 
-/// Of the current configuration.
+/// All that is known from the current configuration.
 class inventory
 {
 public:
@@ -37,8 +37,9 @@ public:
     /// The device at an address of the bus itself; null when none is known.
     [[nodiscard]] const inventoryItem* find(const busName& bus, std::uint8_t address) const;
 
-    [[nodiscard]] const std::vector<inventoryItem>& items() const { return m_items; } ///< by bus, way and address
-    /// Rows of the table that are no devices, and a machine that can't be opened: they are left out, this says why.
+    /// In the order of bus, way and address.
+    [[nodiscard]] const std::vector<inventoryItem>& items() const { return m_items; }
+    /// Why something is left out: rows of the table that are not valid, or a machine that can't be opened.
     [[nodiscard]] const std::vector<std::string>& trouble() const { return m_trouble; }
 
 private:

@@ -15,7 +15,7 @@ namespace kest::tools
 namespace
 {
 
-/// What no change of the machine's files cures.
+/// Errors that no change of the machine's files mends.
 bool isShortage(int error)
 {
     constexpr std::array shortages{ENOSPC, EDQUOT, EFBIG, ENOMEM, EMFILE, ENFILE};

@@ -18,8 +18,8 @@ namespace kest::tools
 /// Throws as openConfiguredMachine() does when one is configured.
 void checkConfiguredMachine();
 
-/// Why a `sim:` path names no bus: what is wrong and the exit code, 4 unless the machine itself can't be had; none when
-/// it does, or is no such path.
+/// Why a `sim:` path names no bus. The exit code is 4 unless the machine itself can't be opened. None when the path
+/// names a bus, or is not a `sim:` path.
 /// @param node  "L", or "0" to "7"
 [[nodiscard]] std::optional<failure> simulatedBusTrouble(const std::string& path, const std::string& node);
 

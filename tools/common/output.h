@@ -19,9 +19,9 @@ enum class colour {
     faint
 };
 
-/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written: a full disk. When
-/// nobody reads any more, as behind `| head`, that is no failure: what else is written goes nowhere, and the command
-/// ends as it would have.
+/// Standard output. Every call throws a `failure` (exit code 1) when the bytes can't be written, as on a full disk. It
+/// is no failure when nobody reads any more, as with `| head`: the rest is dropped, and the command ends as it would
+/// have.
 class output
 {
 public:
@@ -36,7 +36,7 @@ public:
     /// `what` in a colour, or as it is when standard output is no terminal or the user wants none ($NO_COLOR,
     /// TERM=dumb).
     [[nodiscard]] std::string paint(colour shade, std::string_view what) const;
-    /// Nothing more arrives: nobody reads, or a write failed.
+    /// Further output is lost: nobody reads, or a write failed.
     [[nodiscard]] bool broken() const { return m_broken; }
 
 private:
@@ -48,13 +48,13 @@ private:
 /// the process.
 output& standardOutput();
 
-/// Whether $TERM is a terminal that acts on escape sequences.
+/// Whether $TERM names a terminal that takes escape sequences.
 [[nodiscard]] bool takesSequences();
 
 /// Whether standard input and standard error are a terminal, so that a question can be asked.
 [[nodiscard]] bool canAsk();
 
-/// Asks before something that can do harm. @param yes  answered on the command line already
+/// Asks before something that can do harm. @param yes  already answered on the command line
 /// Throws a `failure` (exit code 3) when the answer is not yes, or there is nobody to ask.
 void confirm(const std::string& question, bool yes);
 

@@ -15,11 +15,11 @@ namespace kest::tools
 namespace
 {
 
-// as the kernel follows
+// as many as the kernel follows
 constexpr int mostLinks = 40;
 
-/// Follows the links that a name's last part is, to a name that is none; the file need not be there.
-/// @return empty for a link of /proc, which stands for an open descriptor, and for links without end
+/// Follows a name that is a symbolic link to the name behind all links. The file need not exist.
+/// @return empty for a link of /proc, which stands for an open descriptor, and for endless links
 std::filesystem::path behindLinks(std::filesystem::path name)
 {
     for (int count = 0; count < mostLinks; ++count) {
@@ -31,7 +31,7 @@ std::filesystem::path behindLinks(std::filesystem::path name)
         if (name.native().starts_with("/proc/") || name.native().starts_with("/dev/fd/")) {
             return {};
         }
-        // an absolute link stands for itself
+        // an absolute link replaces the parent path
         name = name.parent_path() / link;
     }
     return {};
@@ -62,7 +62,7 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
         openInPlace();
         return;
     }
-    // a rename would not mind
+    // a rename would ignore that the file is read-only
     if (there && access(name.c_str(), W_OK) != 0) {
         fail(errno);
     }
@@ -76,7 +76,7 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
             check(fchmod(m_descriptor, everybody & ~currentUmask()));
         }
     } catch (const failure&) {
-        // no destructor runs for what has not been made
+        // no destructor runs after a failed constructor
         close(m_descriptor);
         unlink(m_beside.c_str());
         throw;
@@ -116,7 +116,7 @@ void outputFile::keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode)
     if (made.st_uid != owner || made.st_gid != group) {
         check(fchown(m_descriptor, owner, group));
     }
-    // last: a change of the owner takes bits away
+    // after the owner: changing that clears mode bits
     check(fchmod(m_descriptor, mode));
 }
 
@@ -135,7 +135,7 @@ void outputFile::finish()
     }
     const int descriptor = m_descriptor;
     m_descriptor = -1;
-    // some file systems report only now that there was no room
+    // some file systems report a full disk only now
     check(close(descriptor));
     if (!beside) {
         return;
@@ -143,7 +143,7 @@ void outputFile::finish()
     check(rename(m_beside.c_str(), m_target.c_str()));
     m_beside.clear();
     const int error = syncFolder(m_target.has_parent_path() ? m_target.parent_path() : ".");
-    // a folder that may be written and not read
+    // a folder that may be written but not read
     if (error != 0 && error != EACCES) {
         fail(error);
     }

@@ -10,10 +10,10 @@
 namespace kest::tools
 {
 
-/// A file being written. A new name, or one that names a regular file, gets its contents beside it and by a rename at
-/// the end: until then, and after a failure, what was there stays as it was. Mode and owner of a file that is replaced
-/// are kept, a symbolic link still leads to it. Devices, pipes and open descriptors (/dev/stdout) are written in
-/// place. Every call throws a `failure` with the file's name.
+/// A file being written. For a new name or a regular file, the contents are written beside it and renamed at the end:
+/// until then, and after a failure, the old file stays as it was. The new file keeps the old one's mode and owner, and
+/// a symbolic link still leads to it. Devices, pipes and open descriptors (/dev/stdout) are written in place. Every
+/// call throws a `failure` with the file's name.
 class outputFile
 {
 public:
@@ -21,7 +21,7 @@ public:
     explicit outputFile(const std::string& name, std::string step = "write");
     outputFile(const outputFile&) = delete;
     outputFile& operator=(const outputFile&) = delete;
-    /// Unless finish() was called before, the file of that name is as it was.
+    /// Without finish() the file of that name stays as it was.
     ~outputFile();
 
     void write(std::span<const unsigned char> bytes);
@@ -33,7 +33,7 @@ private:
     void openBeside();
     void keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode);
     [[noreturn]] void fail(int error) const;
-    void check(int result) const; ///< of a system call: -1 with `errno` fails
+    void check(int result) const; ///< throws for a system call that returned -1
 
     std::string m_name; ///< as the user gave it
     std::string m_step;

@@ -1,4 +1,4 @@
-/// Whether a device is there.
+/// Whether a device is present.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 namespace kest::tools
 {
 
-/// Asks for a device: by detection at the address of its own, or, behind a hub, by reading one byte of it. Returns when
-/// it is there. Throws a `failure` when it isn't (exit code 4, with a hint when the address looks like one in the wrong
-/// form) or when that can't be found out.
+/// Checks whether a device is present: by detection at its own address or, behind a hub, by reading one byte of it.
+/// Returns when it is. Throws a `failure` when it is not (exit code 4, with a hint when the address looks like one in
+/// the wrong form), or when that is not certain.
 /// @param speedKhz  0 for the bus's own
 void checkPresence(const device& which, std::uint32_t speedKhz = 0);
 

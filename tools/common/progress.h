@@ -12,9 +12,9 @@ namespace kest::tools
 class progress
 {
 public:
-    /// @param what   "read planar-vpd"
+    /// @param what  "read planar-vpd"
     /// @param total  bytes to do; 0 shows nothing
-    /// @param quiet  nothing is shown before this has passed
+    /// @param quiet  nothing is shown before this time has passed
     progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet = std::chrono::milliseconds(500));
     progress(const progress&) = delete;
     progress& operator=(const progress&) = delete;

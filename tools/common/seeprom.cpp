@@ -22,16 +22,16 @@ namespace kest::tools
 namespace
 {
 
-/// Transfers are cut into pieces so that long ones show progress; a whole number of every type's pages.
+/// Transfers are cut into pieces of this many bytes, so that long ones show progress. A multiple of every page size.
 constexpr std::uint32_t pieceBytes = 4096;
 
-/// Page size to reckon with for a device whose type has none.
+/// Page size for a device whose type has none.
 constexpr std::uint32_t pageBytesUnknown = 16;
 
 constexpr int mostHubReads = 5;
 
-/// Finds out whether the library's trace of a hub read shows a recovery. A read that succeeds only on its repeat does
-/// not hand over its data: the buffer then holds zeros that no chip ever sent.
+/// Finds out whether the library's trace of a hub read shows a recovery. A read that succeeds only when repeated does
+/// not return its data: the buffer then holds zeros that no chip ever sent.
 class recoveryWatch
 {
 public:
@@ -68,10 +68,10 @@ std::vector<std::uint32_t> differing(std::uint32_t first, const byteVector& one,
     return offsets;
 }
 
-/// The first byte behind the piece of an offset. Pieces end where pages do.
+/// The first byte after the piece of an offset. Pieces end where pages do.
 std::uint32_t endOfPiece(std::uint32_t at) { return at / pieceBytes * pieceBytes + pieceBytes; }
 
-/// What several reads say about one byte.
+/// The result of several reads for one byte.
 struct verdict {
     unsigned char byte;
     bool unanimous;
@@ -203,7 +203,7 @@ byteVector seeprom::readAgreed(const byteRange& range, const std::string& step)
         return readOnce(range, step);
     }
     byteVector bytes;
-    // piece by piece: each stays within what the trace buffer can witness
+    // piece by piece: the trace buffer has room for the trace of one piece
     while (bytes.size() < range.length) {
         const auto done = static_cast<std::uint32_t>(bytes.size());
         const byteVector piece =
@@ -236,7 +236,7 @@ byteVector seeprom::readVoted(const byteRange& range, const std::string& step)
     if (firstOpen) {
         throw failure{.what = fmt::format("no majority at offset {} (0x{:X}) in {} reads", *firstOpen, *firstOpen,
                                           m_options.votes),
-                      .tryThis = "more reads by --voted, or a lower --speed",
+                      .tryThis = "more reads with --voted, or a lower --speed",
                       .device = m_device.label,
                       .step = step};
     }

@@ -1,4 +1,4 @@
-/// SEEPROMs as the tools read and write them: checked ranges, and reads that can be relied on.
+/// SEEPROMs as the tools read and write them: checked ranges, and reads whose bytes are certain.
 #pragma once
 
 #include <cstdint>
@@ -28,23 +28,23 @@ struct byteRange {
     std::uint32_t length = 0;
 };
 
-/// Checks offset and length against the capacity of the device's type. A length left out goes up to the end.
-/// Throws a `failure` (exit code 2) that says which of the two is wrong.
+/// Checks offset and length against the capacity of the device's type. Without a length the range ends at the end of
+/// the device. Throws a `failure` (exit code 2) that says which of the two is wrong.
 [[nodiscard]] byteRange checkedRange(const device& which, std::uint64_t offset, std::optional<std::uint64_t> length);
 
 /// One SEEPROM. Its functions throw a `failure`.
 class seeprom
 {
 public:
-    /// Settles who serves, once for all that is done with it. Throws (exit code 2) for a device that is no SEEPROM, or
+    /// Settles once whether the hardware or the copy serves. Throws (exit code 2) for a device that is no SEEPROM, or
     /// a chain that no transfer can serve.
     seeprom(device which, const accessOptions& options);
 
-    /// checkedRange(), and (exit code 2) no offset other than 0 for hardware that none goes out to.
+    /// As checkedRange(). Also throws (exit code 2) for an offset other than 0 on hardware that is sent no offset.
     [[nodiscard]] byteRange range(std::uint64_t offset, std::optional<std::uint64_t> length) const;
 
-    /// Reads bytes that can be relied on: behind a hub until two reads in a row agree, with votes by majority. Offsets
-    /// at which the votes differed are reported on standard error.
+    /// Reads bytes that are certain: behind a hub until two reads in a row agree, with votes by majority. Offsets at
+    /// which the votes differed are reported on standard error.
     /// @param step  what is being done, for messages and progress: "read"
     [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
     /// Offsets at which the reads of a vote differed, so far.
@@ -58,7 +58,7 @@ public:
     [[nodiscard]] std::uint32_t pageBytes() const;
     /// Whether the hardware serves it; else its persisted copy does.
     [[nodiscard]] bool touchesHardware() const { return m_options.mode != accessMode::file; }
-    /// Reports on standard error, and remembers, where two reads of the same bytes differed.
+    /// Reports on standard error where two reads of the same bytes differed, and remembers it.
     /// @param offset  of their first byte
     void noteWavering(std::uint32_t offset, const byteVector& one, const byteVector& other);
 

@@ -4,12 +4,12 @@
 namespace kest::tools
 {
 
-/// Opens /dev/null in place of standard input, output and error where the program was started without them: the next
-/// file that is opened would get the number, and with it what is printed. Ignores SIGXFSZ: past a limit on file sizes a
-/// write fails with EFBIG, and does not end the process without a word.
+/// Opens /dev/null in place of standard input, output and error where the program was started without them. Otherwise
+/// the next file that is opened would get their number, and the program's output. Ignores SIGXFSZ: past a limit on file
+/// sizes a write then fails with EFBIG instead of ending the process without a message.
 ///
-/// Initialisers open files, too, and those of shared libraries run first. So a program has the loader call it before
-/// them: KEST_STARTS_FIRST in its main file.
+/// Initialisers open files, too, and those of shared libraries run first. So a program has the loader call this
+/// function before them: KEST_STARTS_FIRST in its main file.
 void prepareProcess();
 
 } // namespace kest::tools

@@ -43,7 +43,7 @@ std::string nowText()
     return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &parts)};
 }
 
-/// Creates a file that nobody has yet in the folder that is open at `place`. @return its descriptor, -1 with errno
+/// Creates a file with a new name in the folder that is open at `place`. @return its descriptor, -1 with errno
 int createUndo(int place, const std::filesystem::path& folder, const std::string& label, std::string& path)
 {
     const std::string stem = fileNameOf(label) + "-" + nowText();
@@ -57,7 +57,7 @@ int createUndo(int place, const std::filesystem::path& folder, const std::string
     }
 }
 
-/// Nothing has been written then: the device is as it was.
+/// Throws that the undo file could not be saved. Nothing has been written: the device is as it was.
 [[noreturn]] void throwUnsaved(int error, const std::string& step, const std::string& path,
                                const dumpContents& contents)
 {
@@ -72,7 +72,7 @@ std::string saveUndo(const dumpContents& contents)
 {
     const std::filesystem::path folder = host::currentConfiguration().stateFolder / "undo";
     const int error = makeFolders(folder);
-    // root's in another user's folder stay there
+    // makes sure that root's files in another user's folder stay in it
     const fileDescriptor place = openFolder(folder);
     if (!place.valid()) {
         throwUnsaved(error != 0 ? error : errno, "save the undo file in", folder.string(), contents);

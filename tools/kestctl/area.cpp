@@ -41,7 +41,7 @@ void addBus(command verb, std::string& bus, std::string& node)
     });
 }
 
-/// Faster modes of the bus than fast-mode plus begin with a byte of their own, which nothing here sends.
+/// Bus modes above fast-mode plus begin with a byte of their own, which nothing here sends.
 void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwise)
 {
     const auto read = [&speedKhz](const std::string& text) {
@@ -53,7 +53,7 @@ void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwis
         }
         speedKhz = static_cast<std::uint32_t>(khz);
     };
-    verb.read("--speed", read, "bus speed in kHz; " + otherwise, "N");
+    verb.read("--speed", read, "bus speed in kHz (" + otherwise + ")", "N");
 }
 
 void addVotes(command verb, std::uint32_t& votes)

@@ -34,12 +34,12 @@ void addDevice(command verb, std::string& device);
 /// The argument BUS and the option --node.
 void addBus(command verb, std::string& bus, std::string& node);
 
-/// The option --speed. @param otherwise  the speed without it, for the help
+/// The option --speed. @param otherwise  the speed without it, for the help: "default 400"
 void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwise);
 
 /// The option --voted.
 void addVotes(command verb, std::uint32_t& votes);
 
-constexpr const char* usualSpeed = "400 otherwise";
+constexpr const char* usualSpeed = "default 400";
 
 } // namespace kest::tools

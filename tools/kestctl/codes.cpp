@@ -4,6 +4,7 @@
 #include <array>
 #include <span>
 
+#include "base/component.h"
 #include "kest/reasons.h"
 
 namespace kest::tools
@@ -56,6 +57,8 @@ constexpr std::array registrySubsections{codeRow{1, "key"}, codeRow{2, "message 
 constexpr std::array kestdSubsections{codeRow{8, "text of the refusal"}};
 constexpr std::array kestctlSubsections{codeRow{7, "device text"}};
 
+static_assert(componentLibrary == kest_component);
+
 /// The numbers that each component counts for itself.
 struct componentRow {
     std::uint32_t component;
@@ -64,10 +67,10 @@ struct componentRow {
 };
 constexpr std::array components{
     componentRow{kest_component, kest_moduleTexts, kest_detailsTexts},
-    componentRow{0x1400, vpdModules, {}},
-    componentRow{0x1500, registryModules, registrySubsections},
-    componentRow{0x1600, kestdModules, kestdSubsections},
-    componentRow{0x1700, {}, kestctlSubsections},
+    componentRow{componentVpd, vpdModules, {}},
+    componentRow{componentRegistry, registryModules, registrySubsections},
+    componentRow{componentService, kestdModules, kestdSubsections},
+    componentRow{componentTools, {}, kestctlSubsections},
 };
 
 const char* textOf(std::span<const codeRow> componentRow::*numbers, std::uint32_t component, std::uint32_t number)

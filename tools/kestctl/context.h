@@ -1,9 +1,9 @@
-/// kestctl: what holds for the whole command.
+/// kestctl: what all areas share.
 ///
 /// An area ("seeprom", "port", ...) is a header and a source. The header declares one function, which adds the area to
 /// the command line; the table in `main.cpp` names it:
 ///     void addPort(command program, context& shared);
-/// The source has the options of each verb as a plain struct, what the verb does, and how its options are spelled. A
+/// The source has the options of each verb as a plain struct, what the verb does, and the names of its options. A
 /// verb prints through standardOutput(), text or JSON by `context.json`, returns an exit code, and throws a `failure`
 /// (tools/common/failure.h) when it ends early; entries of the library go through throwEntry(), which commits them.
 /// Tests run the program: tests/tools/kestctl_AREA_test.cpp.

@@ -37,7 +37,7 @@ struct captureOptions {
     bool yes = false;
 };
 
-/// The device whose copy a number's is; nothing when the table has none that can be understood.
+/// The device that a number's copy belongs to; none when the table has no valid row for the number.
 std::optional<device> ownerOf(std::uint32_t number)
 {
     try {
@@ -60,14 +60,14 @@ std::string nameOf(std::uint32_t number)
     return found == devices.end() ? "" : found->name;
 }
 
-/// A copy needs no device: any number names one, and a name of the device table.
+/// A copy needs no device. It is named by any device number, or by a name of the device table.
 std::uint32_t numberOf(const std::string& which)
 {
     if (!which.empty() && which[0] >= '0' && which[0] <= '9') {
         return static_cast<std::uint32_t>(parseNumber(which, "device number", 0xFFFFFFFF));
     }
     const device found = findDevice(which);
-    // a text; a row of the table may have any number, also 0
+    // a device text has no number; a row of the table may have any number, even 0
     if (which.find(',') != std::string::npos) {
         throw failure{.code = exitWrongUse,
                       .what = "a copy belongs to a device number, and this device has none",
@@ -84,7 +84,7 @@ std::string labelOf(std::uint32_t number)
     return name.empty() ? fmt::format("copy {}", number) : fmt::format("copy {} ({})", number, name);
 }
 
-/// Throws for the `errno` that a function of the copies answered.
+/// Throws for the `errno` that a function of the copies returned.
 void throwCopy(int error, std::uint32_t number, const std::string& step)
 {
     if (error == 0) {
@@ -94,7 +94,7 @@ void throwCopy(int error, std::uint32_t number, const std::string& step)
     if (error == ENOENT) {
         why.code = exitAbsent;
         why.what = "there is no such copy";
-        why.tryThis = "'kestctl copy list' shows which there are";
+        why.tryThis = "'kestctl copy list' shows the copies";
     } else if (error == EFBIG) {
         why.what = fmt::format("more than {} bytes", host::largestCopyBytes);
     }
@@ -128,7 +128,7 @@ int replace(const context& shared, std::uint32_t number, const byteVector& bytes
     return exitDone;
 }
 
-/// A copy of another size than its device was made from something else, or cut.
+/// Refuses a copy of another size than its device: it was made from something else, or cut.
 void requireSize(std::uint32_t number, std::size_t bytes, const std::string& file)
 {
     const std::optional<device> owner = ownerOf(number);
@@ -167,7 +167,7 @@ int runCopyList(const context& shared)
     return exitDone;
 }
 
-/// Makes a copy from a file's bytes: as many as the device holds, where the table has one of that number.
+/// Makes a copy from a file's bytes. If the table has a device of that number, the sizes must match.
 int runCopyImport(const context& shared, const copyOptions& options)
 {
     const std::uint32_t number = numberOf(options.which);
@@ -206,7 +206,7 @@ int runCopyRemove(const context& shared, const copyOptions& options)
     return exitDone;
 }
 
-/// Makes a copy from the hardware, of bytes that were read beyond doubt.
+/// Makes a copy from the hardware, from bytes that are certain.
 int runCopyCapture(const context& shared, const captureOptions& options)
 {
     const std::uint32_t number = numberOf(options.device);
@@ -246,13 +246,13 @@ void addCapture(command area, context& shared)
 
 void addCopy(command program, context& shared)
 {
-    const command area = addArea(program, "copy", "persisted copies of SEEPROMs, which file and mixed mode serve");
+    const command area = addArea(program, "copy", "persisted copies of SEEPROMs, for file and mixed mode");
     runs(addVerb(area, "list", "show the copies"), shared, runCopyList);
     addCapture(area, shared);
     addCopyVerb(area, shared, "import", "make a copy from a file", "file, - for standard input",
-                "also when the file is larger or smaller than the device", runCopyImport);
+                "import even if the file is larger or smaller than the device", runCopyImport);
     addCopyVerb(area, shared, "export", "save a copy in a file", "file, - for standard output",
-                "raw bytes even to a terminal", runCopyExport);
+                "write raw bytes even to a terminal", runCopyExport);
     addCopyVerb(area, shared, "remove", "remove a copy", nullptr, nullptr, runCopyRemove);
 }
 

@@ -25,20 +25,20 @@ struct detectOptions {
     std::uint32_t speedKhz = 0;
 };
 
-/// What was found out about one device.
+/// The result for one device.
 struct finding {
     device which;
-    failure why; ///< exitDone: it is there
+    failure why; ///< exitDone: it is present
 };
 
-/// A machine that can't be opened fails all its devices alike: that is said once, as a `failure`.
+/// A machine that can't be opened makes all its devices fail. Reports that once, as a `failure`.
 void checkMachineOf(const std::vector<std::string>& names)
 {
     const auto isSimulated = [](const std::string& name) {
         try {
             return findDevice(name).bus.starts_with("sim:");
         } catch (const failure&) {
-            // which its own line says
+            // its own line reports it
             return false;
         }
     };
@@ -86,7 +86,7 @@ std::vector<std::string> allDevices()
     return names;
 }
 
-/// Reports for each device whether it is there; the exit code is that of the first one that is not.
+/// Reports for each device whether it is present. The exit code is that of the first one that is not.
 int runDetect(const context& shared, const detectOptions& options)
 {
     int code = exitDone;
@@ -116,12 +116,12 @@ int runDetect(const context& shared, const detectOptions& options)
 void addDetect(command program, context& shared)
 {
     const auto options = std::make_shared<detectOptions>();
-    command verb = addVerb(program, "detect", "tell whether devices are there",
-                           "A SEEPROM behind a hub is detected by reading one byte of it. The exit code is 0\n"
-                           "when all devices are there, else that of the first one that is not: 4 when\n"
+    command verb = addVerb(program, "detect", "check whether devices are present",
+                           "A SEEPROM behind a hub is detected by reading one of its bytes. The exit code is\n"
+                           "0 when all devices are present, else that of the first one that is not: 4 when\n"
                            "nothing answers.");
     verb.texts("DEVICE", options->devices, "names, numbers or device texts; none: the whole device table", "");
-    addSpeed(verb, options->speedKhz, "the bus's own otherwise");
+    addSpeed(verb, options->speedKhz, "default: the bus's own");
     runs(verb, shared, options, runDetect);
 }
 

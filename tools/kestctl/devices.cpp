@@ -28,7 +28,7 @@ int runDevices(const context& shared)
             const device which = parseDeviceText(entry.location);
             chip = which.end().type->chip;
             if (const std::optional<device> other = otherTypeAt(which)) {
-                throw wrongUse(fmt::format("'{}': the device table has {}, {}, there, too", entry.location,
+                throw wrongUse(fmt::format("'{}': the device table also has {}, {}, there", entry.location,
                                            aChip(*other->end().type), other->label));
             }
         } catch (const failure& why) {

@@ -29,7 +29,7 @@ namespace kest::tools
 namespace
 {
 
-/// Which entries are wanted.
+/// The entries to choose.
 struct errorsFilter {
     std::string since; ///< date, time or "2h"; empty: all
     std::optional<std::uint32_t> severity;
@@ -68,7 +68,7 @@ host::entryFilter storeFilter(const errorsFilter& wanted)
     return filter;
 }
 
-/// Whether this user may read the log's files. A file that is not there may be read.
+/// Whether this user may read the log's files. A missing file counts as readable.
 bool mayReadLog()
 {
     const std::filesystem::path& folder = host::currentConfiguration().stateFolder;
@@ -77,8 +77,8 @@ bool mayReadLog()
     });
 }
 
-/// The log's entries; what is missing is reported and changes the exit code; the rest is shown. Throws a `failure` when this
-/// user may read none of them.
+/// The log's entries. If some can't be read, that is reported, the exit code changes, and the rest is shown. Throws a
+/// `failure` when this user may read none of them.
 std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& code)
 {
     host::entryList list = host::listEntries(filter);
@@ -97,7 +97,7 @@ std::vector<host::loggedEntry> entriesOf(const host::entryFilter& filter, int& c
     return std::move(list.entries);
 }
 
-/// A file that is there whole or, for "-", standard output.
+/// A file that is written whole or not at all; for "-" standard output.
 class exportFile
 {
 public:
@@ -148,7 +148,7 @@ int runErrorsList(const context& shared, const errorsListOptions& options)
     } else if (entries.empty()) {
         const errorsFilter& filter = options.filter;
         const bool all = filter.since.empty() && !filter.severity && !filter.component;
-        // else nobody knows
+        // otherwise it is not known whether there are any
         if (code == exitDone) {
             standardOutput().text(all ? "no error entries\n" : "no error entries match\n");
         }
@@ -231,7 +231,7 @@ std::uint32_t severityOf(const std::string& text)
 void addFilter(command verb, errorsFilter& filter)
 {
     constexpr std::uint64_t highestComponent = 0xFFFF;
-    verb.text("--since", filter.since, "committed then or later: 2024-05-01, 2024-05-01T12:00:00Z, 15m, 2h, 7d",
+    verb.text("--since", filter.since, "committed at this time or later: 2024-05-01, 2024-05-01T12:00:00Z, 15m, 2h, 7d",
               "TIME");
     verb.read(
         "--severity", [&filter](const std::string& text) { filter.severity = severityOf(text); },
@@ -241,8 +241,8 @@ void addFilter(command verb, errorsFilter& filter)
         [&filter](const std::string& text) {
             filter.component = static_cast<std::uint32_t>(parseNumber(text, "--component", highestComponent));
         },
-        "made by this component; 0x1300 is this library", "N");
-    verb.number("--last", filter.limit, "the latest N alone", 1);
+        "made by this component; 0x1300 is the library", "N");
+    verb.number("--last", filter.limit, "only the latest N", 1);
 }
 
 } // namespace
@@ -262,14 +262,14 @@ void addErrors(command program, context& shared)
     runs(show, shared, showing, runErrorsShow);
 
     const auto exporting = std::make_shared<errorsExportOptions>();
-    command exported = addVerb(area, "export", "write whole entries as JSON, one a line, oldest first");
-    exported.text("FILE", exporting->file, "file to write; - or none for standard output", "");
+    command exported = addVerb(area, "export", "write whole entries as JSON, one per line, oldest first");
+    exported.text("FILE", exporting->file, "file to write; - or none: standard output", "");
     addFilter(exported, exporting->filter);
     runs(exported, shared, exporting, runErrorsExport);
 
     const auto clearing = std::make_shared<errorsClearOptions>();
     command clear = addVerb(area, "clear", "delete all entries; asks first");
-    clear.flag("--yes", clearing->yes, "don't ask");
+    clear.flag("--yes", clearing->yes, "do not ask");
     runs(clear, shared, clearing, runErrorsClear);
 }
 

@@ -23,8 +23,8 @@ std::string asText(const std::vector<std::uint8_t>& bytes) { return {bytes.begin
 /// A code with its name: "0x1311 nothing answers".
 std::string named(const std::string& number, const char* name) { return *name == 0 ? number : number + " " + name; }
 
-/// A text for people, escaped, that takes at most so many bytes: what is too long loses its middle, since both ends of
-/// a device text tell devices apart.
+/// A text for people, escaped and limited to so many bytes. A longer text loses its middle, since devices differ in
+/// both ends of their texts.
 std::string shortened(const std::string& text, std::size_t most)
 {
     constexpr std::string_view gap = "...";
@@ -138,7 +138,7 @@ void showEntry(const host::loggedEntry& entry)
         showLines(trace.text);
     }
     if (entry.incomplete) {
-        line("incomplete", "an item is missing for lack of memory");
+        line("incomplete", "an item is missing because there was no memory");
     }
 }
 

@@ -9,10 +9,10 @@
 namespace kest::tools
 {
 
-/// Whether bytes of user details are a text that can be shown.
+/// Whether bytes of user details can be shown as a text.
 [[nodiscard]] bool isText(const std::vector<std::uint8_t>& bytes);
 
-/// Prints a list's row: two lines of at most 80 columns, since reasons and device texts do not fit into one.
+/// Prints a list's row in two lines of at most 80 columns, since one has no room for both reason and device text.
 void showRow(const host::loggedEntry& entry);
 
 /// Prints all of an entry.

@@ -73,8 +73,7 @@ void setUp(commandLine& line, context& shared)
     }
 }
 
-/// One line that people can read, in the place of an entry's JSON. The failure itself, with its log id, is
-/// reported at the end.
+/// Prints one line for people in place of an entry's JSON. The failure itself, with its log id, is reported at the end.
 void tellSpooledEntry(const std::string& problem)
 {
     std::fputs((failureLine("kestctl", {.what = "the error log can't be used: " + problem,
@@ -97,7 +96,7 @@ int parseAndRun(int count, char** words, context& shared)
         return exitDone;
     }
     if (shared.needsConfiguration && !kest::host::configurationError().empty()) {
-        throw wrongUse(kest::host::configurationError(), "repair it, or name another file by --config");
+        throw wrongUse(kest::host::configurationError(), "repair it, or name another file with --config");
     }
     return shared.action();
 }

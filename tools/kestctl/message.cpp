@@ -1,16 +1,13 @@
 #include "tools/kestctl/message.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fmt/core.h>
 
 #include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
-#include "platform/host/errorlog/store.h"
 #include "tools/client/client.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
-#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
@@ -19,6 +16,7 @@
 #include "tools/common/output.h"
 #include "tools/common/seeprom.h"
 #include "tools/kestctl/area.h"
+#include "tools/kestctl/messagefailure.h"
 
 namespace kest::tools
 {
@@ -34,103 +32,34 @@ struct messageOptions {
     std::string output; ///< of a read: file or "-"; empty: lines for people
     std::string input; ///< of a write: file or "-"; empty: `hex` is given
     std::string hex;
-    bool force = false; ///< raw bytes even to a terminal, bytes through a hub; writing where a driver has the device
+    bool force = false; ///< read: raw bytes to a terminal, bytes through a hub; write: although a driver has the device
     bool yes = false;
     std::uint32_t position = 0; ///< of a location
 };
 
 constexpr const char* readStep = "read by message";
 
-/// Describes a failure of the library: by its entry, when this user can read the service's error log; else by the
-/// return code alone.
-void describeAnswer(const client::answer& answer, const device& which, failure& why)
-{
-    const auto entries = host::listEntries({.plid = answer.logId}).entries;
-    const auto logged = std::ranges::find(entries, answer.returnCode, &host::loggedEntry::returnCode);
-    if (answer.logId != 0 && logged != entries.end()) {
-        describeEntry(*logged, which, why);
-    } else {
-        describeReturnCode(answer.returnCode, why);
-    }
-    hintAtWrongForm(why, which);
-}
-
-exitCode codeOfRefusal(std::uint32_t returnCode)
-{
-    switch (returnCode) {
-    case client::codeForbidden:
-        return exitRefused;
-    case client::codeLengthTooLarge:
-    case client::codePastTheEnd:
-        return exitWrongUse;
-    case client::codeTooManyClients:
-        return exitBusy;
-    default:
-        return exitFailed;
-    }
-}
-
-/// Nobody listens there, or not to this user.
-void describeUnreachable(const client::answer& answer, failure& why)
-{
-    const bool forbidden = answer.error == EACCES || answer.error == EPERM;
-    why.code = forbidden ? exitRefused : answer.error == EAGAIN ? exitBusy : exitFailed;
-    why.tryThis = forbidden                ? "run it as a user who may use the service's socket"
-                  : answer.error == EAGAIN ? "try again in a moment"
-                                           : "start kestd, or name its socket by --socket";
-}
-
-/// Throws for an answer that is not the one asked for.
-void throwAnswer(const client::answer& answer, const device& which, const std::string& step)
-{
-    if (answer) {
-        return;
-    }
-    failure why{.what = answer.message, .device = which.label, .step = step};
-    why.logId = answer.logId;
-    why.returnCode = answer.returnCode;
-    switch (answer.what) {
-    case client::outcome::refused:
-        why.code = codeOfRefusal(answer.returnCode);
-        break;
-    case client::outcome::wrongUse:
-        why.code = exitWrongUse;
-        break;
-    case client::outcome::failed:
-        describeAnswer(answer, which, why);
-        break;
-    case client::outcome::unreachable:
-        describeUnreachable(answer, why);
-        break;
-    default:
-        break;
-    }
-    if (why.tryThis.empty() && why.logId != 0) {
-        why.tryThis = fmt::format("'kestctl errors show 0x{:08X}' has the details", why.logId);
-    }
-    throw why;
-}
-
-/// Through a hub the service can hand out bytes that were never read. Only the library's trace shows it, and two reads
-/// that agree are no proof.
+/// Through a hub the service can return bytes that were never read. Only the library's trace shows it, and two reads
+/// that agree prove nothing.
 void guardHubRead(const device& which, bool force)
 {
     if (!which.behindHub()) {
         return;
     }
     if (!force) {
-        throw failure{.code = exitRefused,
-                      .what = "through a hub bytes can come that were never read, and a message can't tell",
-                      .tryThis = fmt::format("'kestctl seeprom read {}' reads until it can be relied on, --force takes "
-                                             "what comes",
-                                             shellWord(which.label)),
-                      .device = which.label,
-                      .step = readStep};
+        throw failure{
+            .code = exitRefused,
+            .what = "a read through a hub can return bytes that were never read, and a message can't show that",
+            .tryThis = fmt::format("'kestctl seeprom read {}' reads until the bytes are certain; --force takes "
+                                   "what comes",
+                                   shellWord(which.label)),
+            .device = which.label,
+            .step = readStep};
     }
-    std::fputs(fmt::format("kestctl: {}: read through a hub: the bytes can be ones that were never read\n",
-                           escaped(which.label))
-                   .c_str(),
-               stderr);
+    std::fputs(
+        fmt::format("kestctl: {}: read through a hub: these may be bytes that were never read\n", escaped(which.label))
+            .c_str(),
+        stderr);
 }
 
 client::serviceConnection connect(const messageOptions& options)
@@ -170,10 +99,10 @@ byteRange rangeOf(const seeprom& chip, const messageOptions& options)
     return range;
 }
 
-/// The device, looked at as one whose hardware is served.
+/// The device, as one whose hardware is served.
 seeprom seepromNamed(const std::string& name) { return {findDevice(name), accessOptions{}}; }
 
-/// Throws unless all came that was asked for: a copy can be shorter than its device.
+/// Throws unless all bytes arrived: a copy can be shorter than its device.
 void requireWhole(const client::answer& answer, const device& which, const byteRange& range)
 {
     const std::size_t came = answer.data.size();
@@ -186,7 +115,7 @@ void requireWhole(const client::answer& answer, const device& which, const byteR
                   .step = readStep};
 }
 
-/// Through a hub only when forced: bytes may come that were never read (exit code 3).
+/// Refuses a device behind a hub unless forced, since the bytes may never have been read (exit code 3).
 int runMessageRead(const context& shared, const messageOptions& options)
 {
     const seeprom chip = seepromNamed(options.device);
@@ -196,7 +125,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
     warnUnlessHardware();
     client::serviceConnection service = connect(options);
     client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
-    throwAnswer(answer, which, readStep);
+    requireServed(answer, which, readStep);
     requireWhole(answer, which, range);
     // in mixed mode without a copy the whole device is returned
     answer.data.resize(range.length);
@@ -227,7 +156,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     const seeprom chip = seepromNamed(options.device);
     const device& which = chip.target();
     if (options.input.empty() == options.hex.empty()) {
-        throw wrongUse("give what to write: a file by --input, or bytes by --hex");
+        throw wrongUse("give what to write: a file with --input, or bytes with --hex");
     }
     const byteVector bytes =
         options.input.empty() ? parseHex(options.hex, "--hex") : readInput(options.input, client::maximumDataBytes);
@@ -239,7 +168,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
             options.yes);
     client::serviceConnection service = connect(options);
     const client::answer answer = service.writeSeeprom(which.text, range.offset, bytes);
-    throwAnswer(answer, which, "write by message");
+    requireServed(answer, which, "write by message");
     if (shared.json) {
         standardOutput().json({{"device", which.label},
                                {"text", which.text},
@@ -261,7 +190,7 @@ int runMessageLocation(const context& shared, const messageOptions& options)
     const client::answer answer = service.location(number, options.position);
     device asked;
     asked.label = options.device;
-    throwAnswer(answer, asked, "look up by message");
+    requireServed(answer, asked, "look up by message");
     const std::string text(answer.data.begin(), answer.data.end());
     if (shared.json) {
         standardOutput().json({{"number", number}, {"position", options.position}, {"text", text}});
@@ -276,7 +205,7 @@ command addMessageVerb(command area, context& shared, const char* name, const ch
                        int (*run)(const context&, const messageOptions&))
 {
     command verb = addVerb(area, name, help);
-    verb.text("--socket", options->socket, "the service's socket (default: that of the configuration)", "PATH");
+    verb.text("--socket", options->socket, "the service's socket (default: from the configuration)", "PATH");
     verb.text("--timeout", options->timeout, "longest wait for the reply, in seconds (default 60)", "S");
     runs(verb, shared, options, run);
     return verb;
@@ -290,7 +219,7 @@ void addRead(command area, context& shared)
     verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
     verb.text("--length", options->length, "how many bytes (default: up to the end, at most 65536)", "N");
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
-    verb.flag("--force", options->force, "raw bytes even to a terminal; also through a hub");
+    verb.flag("--force", options->force, "write raw bytes even to a terminal; read even through a hub");
 }
 
 void addWrite(command area, context& shared)
@@ -301,8 +230,8 @@ void addWrite(command area, context& shared)
     verb.text("-i,--input", options->input, "bytes to write from FILE, - for standard input", "FILE");
     verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
     verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
-    verb.flag("-y,--yes", options->yes, "do not ask; needed without a terminal");
-    verb.flag("--force", options->force, "write also where a driver of the kernel has the device");
+    verb.flag("-y,--yes", options->yes, "do not ask; required without a terminal");
+    verb.flag("--force", options->force, "write even if a kernel driver has the device");
 }
 
 void addLocation(command area, context& shared)
@@ -311,7 +240,7 @@ void addLocation(command area, context& shared)
     command verb = addMessageVerb(area, shared, "location", "show the device text of a device number", options,
                                   runMessageLocation);
     verb.text("NUMBER", options->device, "device number").required();
-    verb.number("--position", options->position, "which of the places the number can have (default 0)");
+    verb.number("--position", options->position, "which of the number's places (default 0)");
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
+#include "tools/kestctl/portwords.h"
 
 namespace kest::tools
 {
@@ -36,8 +37,8 @@ struct portWriteOptions {
     std::string pins; ///< "0,3-5"
     std::string mask; ///< number, for copy; empty: all pins
     std::uint32_t speedKhz = 0;
-    bool yes = false; ///< a hub's reset line may be driven
-    bool force = false; ///< also where a driver of the kernel has the device
+    bool yes = false; ///< drive a hub's reset line without asking
+    bool force = false; ///< also where a kernel driver has the device
 };
 
 struct portConfigOptions {
@@ -46,72 +47,8 @@ struct portConfigOptions {
     std::string value; ///< number; empty: `pins` is given
     std::string pins;
     std::uint32_t speedKhz = 0;
-    bool force = false; ///< also where a driver of the kernel has the device
+    bool force = false; ///< also where a kernel driver has the device
 };
-
-/// Which devices know a word of the command line.
-enum class family : std::uint8_t {
-    leds,
-    expanders,
-    all
-};
-
-struct operationRow {
-    const char* word;
-    kest_dpOperation operation;
-    family known;
-};
-
-constexpr std::array operations{
-    operationRow{"on", KEST_DP_SELECT_00, family::leds},     operationRow{"off", KEST_DP_SELECT_01, family::leds},
-    operationRow{"blink0", KEST_DP_SELECT_10, family::leds}, operationRow{"blink1", KEST_DP_SELECT_11, family::leds},
-    operationRow{"low", KEST_DP_SELECT_00, family::all},     operationRow{"high", KEST_DP_SELECT_01, family::all},
-    operationRow{"copy", KEST_DP_COPY, family::all},
-};
-
-struct functionRow {
-    const char* word;
-    kest_dpConfig config;
-    family known;
-    bool perPin; ///< takes pins; else one byte
-    unsigned pinsRequired; ///< of a chip that has it
-};
-
-constexpr std::array functions{
-    functionRow{"input", KEST_DP_CONFIG_INPUT, family::expanders, true, 0},
-    functionRow{"output", KEST_DP_CONFIG_OUTPUT, family::expanders, true, 0},
-    functionRow{"prescaler0", KEST_DP_CONFIG_PRESCALER0, family::leds, false, 0},
-    functionRow{"duty0", KEST_DP_CONFIG_DUTY0, family::leds, false, 0},
-    functionRow{"prescaler1", KEST_DP_CONFIG_PRESCALER1, family::leds, false, 0},
-    functionRow{"duty1", KEST_DP_CONFIG_DUTY1, family::leds, false, 0},
-    functionRow{"polarity0", KEST_DP_CONFIG_POLARITY0, family::expanders, false, 0},
-    functionRow{"polarity1", KEST_DP_CONFIG_POLARITY1, family::expanders, false, 16},
-};
-
-family familyOf(const device& which)
-{
-    const kest_deviceType type = which.end().type->type;
-    return type == KEST_DEV_9551 || type == KEST_DEV_9552 ? family::leds : family::expanders;
-}
-
-/// Finds a word that the device knows; complains with those it does.
-template <typename Rows>
-const auto& findWord(const Rows& rows, const std::string& word, const device& which, const std::string& what)
-{
-    const auto served = [&which](const auto& row) { return row.known == family::all || row.known == familyOf(which); };
-    const auto row =
-        std::ranges::find_if(rows, [&](const auto& candidate) { return word == candidate.word && served(candidate); });
-    if (row != rows.end()) {
-        return *row;
-    }
-    std::string known;
-    for (const auto& candidate : rows) {
-        if (served(candidate)) {
-            known += fmt::format("{}{}", known.empty() ? "" : ", ", candidate.word);
-        }
-    }
-    throw wrongUse(fmt::format("{} '{}': a {} knows {}", what, word, which.end().type->chip, known));
-}
 
 device portDevice(const std::string& name, const std::string& verb, bool sensors)
 {
@@ -125,7 +62,7 @@ device portDevice(const std::string& name, const std::string& verb, bool sensors
 
 std::uint32_t allPins(const device& which) { return (1U << which.end().type->pins) - 1; }
 
-/// The pins given by number or list; exactly one of the two is there.
+/// The pins, given as a number or as a list. Exactly one of the two must be given.
 std::uint32_t chosenPins(const std::string& bits, const std::string& pins, const device& which, const std::string& what)
 {
     if (bits.empty() == pins.empty()) {
@@ -190,11 +127,11 @@ int runPortRead(const context& shared, const portReadOptions& options)
     return exitDone;
 }
 
-/// Changes the chosen pins and no others. Asks before it drives a hub's reset line.
+/// Changes only the chosen pins. Asks before it drives a hub's reset line.
 int runPortWrite(const context& shared, const portWriteOptions& options)
 {
     const device which = portDevice(options.device, "port write", false);
-    const operationRow& operation = findWord(operations, options.operation, which, "operation");
+    const portOperation& operation = findOperation(options.operation, which);
     const bool copies = operation.operation == KEST_DP_COPY;
     const std::uint32_t bits = chosenPins(options.bits, options.pins, which, "BITS");
     if (!copies && !options.mask.empty()) {
@@ -227,7 +164,7 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
 {
     constexpr std::uint64_t highestByte = 0xFF;
     const device which = portDevice(options.device, "port config", false);
-    const functionRow& function = findWord(functions, options.function, which, "function");
+    const portFunction& function = findFunction(options.function, which);
     if (which.end().type->pins < function.pinsRequired) {
         throw wrongUse(fmt::format("function '{}': a {} has one port, and its function is polarity0", function.word,
                                    which.end().type->chip));
@@ -259,7 +196,7 @@ void addRead(command area, context& shared)
     const auto reading = std::make_shared<portReadOptions>();
     command read = addVerb(area, "read", "read the levels of the pins");
     addDevice(read, reading->device);
-    read.number("--mask", reading->mask, "the pins that are wanted, as bits", 0, allBits);
+    read.number("--mask", reading->mask, "the pins to read, as bits", 0, allBits);
     addSpeed(read, reading->speedKhz, usualSpeed);
     runs(read, shared, reading, runPortRead);
 }
@@ -268,19 +205,19 @@ void addWrite(command area, context& shared)
 {
     const auto writing = std::make_shared<portWriteOptions>();
     command write = addVerb(area, "write", "change outputs; pins that are not chosen stay as they are",
-                            "Operations: low, high; on (low), off (let go), blink0, blink1 for LED drivers;\n"
-                            "copy sets the pins of --mask to the levels in BITS. A pin of an I/O expander\n"
-                            "must be an output to show it. Pin 15 of a PCA9552 at C0 or C2 is the reset line\n"
-                            "of two hubs: driving it asks first.\n"
+                            "Operations: low, high; for LED drivers also on (low), off (released), blink0,\n"
+                            "blink1; copy sets the pins of --mask to the levels in BITS. On an I/O expander\n"
+                            "this takes effect only on pins that are outputs. Pin 15 of a PCA9552 at C0 or C2\n"
+                            "is the reset line of two hubs: a write to it asks first.\n"
                             "  kestctl port write panel-leds on --pins 0,3-5\n"
                             "  kestctl port write panel-leds copy 0x0A --mask 0x0F");
     addDevice(write, writing->device);
     write.text("OPERATION", writing->operation, "low, high, on, off, blink0, blink1 or copy", "").required();
     write.text("BITS", writing->bits, "pins as bits, pin 0 in bit 0; for copy their levels", "");
     write.text("--pins", writing->pins, "pins as a list instead: 0,3-5", "LIST");
-    write.text("--mask", writing->mask, "for copy: the pins to change, as bits; all otherwise", "N");
+    write.text("--mask", writing->mask, "for copy: the pins to change, as bits (default: all)", "N");
     write.flag("--yes", writing->yes, "drive a hub's reset line without asking");
-    write.flag("--force", writing->force, "write also where a driver of the kernel has the device");
+    write.flag("--force", writing->force, "write even if a kernel driver has the device");
     addSpeed(write, writing->speedKhz, usualSpeed);
     runs(write, shared, writing, runPortWrite);
 }
@@ -297,7 +234,7 @@ void addConfig(command area, context& shared)
     config.text("FUNCTION", configuring->function, "what to set", "").required();
     config.text("VALUE", configuring->value, "pins as bits, or the register's byte", "");
     config.text("--pins", configuring->pins, "pins as a list instead: 0,3-5", "LIST");
-    config.flag("--force", configuring->force, "write also where a driver of the kernel has the device");
+    config.flag("--force", configuring->force, "write even if a kernel driver has the device");
     addSpeed(config, configuring->speedKhz, usualSpeed);
     runs(config, shared, configuring, runPortConfig);
 }

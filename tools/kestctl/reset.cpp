@@ -34,7 +34,8 @@ int runReset(const context& shared, const resetOptions& options)
 void addReset(command program, context& shared)
 {
     const auto options = std::make_shared<resetOptions>();
-    command verb = addVerb(program, "reset", "free a held bus: nine clocks and a STOP, where the adapter can");
+    command verb =
+        addVerb(program, "reset", "free a held bus, by nine clocks and a STOP where the adapter can make them");
     addBus(verb, options->bus, options->node);
     runs(verb, shared, options, runReset);
 }

@@ -44,7 +44,7 @@ const char* stateText(presence state)
     return "uncertain";
 }
 
-/// What stands in the grid at an address.
+/// What the grid shows at an address.
 std::string mark(const scanResult& result)
 {
     switch (result.state) {
@@ -87,7 +87,7 @@ std::string known(const inventory& all, const busName& bus, std::uint8_t address
 
 std::string trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
 
-/// How many results from `first` on fit into one line: uncertain for the same reason, and nothing is known of them.
+/// How many results from `first` on share one line: uncertain for the same reason, at addresses without a known device.
 std::size_t alike(const inventory& all, const busName& bus, const std::vector<scanResult>& results, std::size_t first)
 {
     std::size_t end = first;
@@ -113,7 +113,7 @@ void showList(const inventory& all, const busName& bus, const std::vector<scanRe
             line += " to " + addressText(results[at - 1].address);
         }
         if (result.state == presence::heldByDriver) {
-            line += "  a driver of the kernel has it";
+            line += "  a kernel driver has it";
         }
         if (result.state == presence::uncertain) {
             line += "  uncertain: " + escaped(result.reason);
@@ -164,9 +164,9 @@ void addScan(command program, context& shared)
     const auto options = std::make_shared<scanOptions>();
     command verb = addVerb(program, "scan", "show what answers on a bus, as a grid",
                            "The grid has 7-bit addresses, as other tools show them; the list below it has\n"
-                           "both forms. Marks: a number, something answers; --, nothing does; UU, a driver\n"
-                           "of the kernel has it and it was not asked; ??, it can't be told. Nothing is\n"
-                           "written to any device.");
+                           "both forms. In the grid a number means that a device answers, -- that none does,\n"
+                           "UU that a kernel driver has the address, so that it was not probed, and ?? that\n"
+                           "the answer is not certain. Nothing is written to any device.");
     addBus(verb, options->bus, options->node);
     runs(verb, shared, options, runScan);
 }

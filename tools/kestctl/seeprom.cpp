@@ -75,7 +75,7 @@ void addRead(command area, context& shared)
     command verb = addVerb(area, "read", "read bytes, and show them or save them in a file");
     verb.text("DEVICE", options->from.device, "name, number or device text").required();
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
-    verb.flag("--force", options->force, "raw bytes even to a terminal");
+    verb.flag("--force", options->force, "write raw bytes even to a terminal");
     addChoice(verb, options->from);
     runs(verb, shared, options, runSeepromRead);
 }

@@ -23,12 +23,12 @@ void addChoice(command verb, seepromOptions& options, bool withRange)
 {
     if (withRange) {
         verb.text("--offset", options.offset, "first byte, counted from 0 (default 0)", "N");
-        verb.text("--length", options.length, "how many bytes (default: up to the end)", "N");
+        verb.text("--length", options.length, "how many bytes (default: all)", "N");
     }
     verb.text("--mode", options.mode,
-              "hardware, file: the persisted copy, mixed: the copy if there is one, registry: what the registry "
-              "says (default: " +
-                  std::string(withRange ? "hardware" : "where the bytes were saved from") + ")",
+              "hardware, file (the persisted copy), mixed (the copy if there is one) or registry (what the "
+              "registry says); default: " +
+                  std::string(withRange ? "hardware" : "where the bytes were saved from"),
               "MODE");
     addSpeed(verb, options.speedKhz, usualSpeed);
     addVotes(verb, options.votes);

@@ -37,7 +37,7 @@ std::vector<std::uint32_t> differences(const byteVector& one, const byteVector& 
     return offsets;
 }
 
-/// What the device is compared with: bytes, and the name they go by.
+/// The bytes of the device and those that it is compared with.
 struct comparison {
     byteRange range;
     byteVector present;
@@ -96,7 +96,7 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
     return offsets.empty() ? exitDone : exitVerifyFailed;
 }
 
-/// Lines of 16 bytes that differ, the device's marked "-", the other's "+".
+/// The lines of 16 bytes that differ: the device's begin with "-", the other's with "+".
 std::string diffLines(const comparison& both, const std::vector<std::uint32_t>& offsets)
 {
     constexpr std::uint32_t width = 16;
@@ -160,9 +160,9 @@ void addCompare(command area, context& shared, const char* name, const char* hel
 
 void addSeepromCompare(command area, context& shared)
 {
-    addCompare(area, shared, "verify", "compare with a file; exit code 5 when they differ",
-               "file, - for standard input", runSeepromVerify);
-    addCompare(area, shared, "diff", "show what differs from a file or another device; exit code 5 when anything does",
+    addCompare(area, shared, "verify", "compare with a file; exit code 5 if they differ", "file, - for standard input",
+               runSeepromVerify);
+    addCompare(area, shared, "diff", "show differences from a file or another device; exit code 5 if there are any",
                "file, - for standard input, or a device", runSeepromDiff);
 }
 

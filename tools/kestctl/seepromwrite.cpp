@@ -32,7 +32,7 @@ struct restoreOptions {
     carefulWriteOptions care;
 };
 
-/// Where a dump came from, unless the options name another device or mode.
+/// The device and mode that a dump came from, unless the options name others.
 seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
 {
     device which = options.device.empty() ? parseDeviceText(contents.text) : findDevice(options.device);
@@ -42,7 +42,7 @@ seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
     return {which, accessOf(options, contents.mode)};
 }
 
-/// The bytes given by --hex: all of them, so that a length beside them must be theirs.
+/// The bytes given with --hex. All of them are written, so a length given beside them must match.
 byteVector hexBytes(const writeOptions& options)
 {
     byteVector bytes = parseHex(options.hex, "--hex");
@@ -95,7 +95,7 @@ int runSeepromWrite(const context& shared, const writeOptions& options)
     seeprom chip = openSeeprom(options.to.device, options.to);
     const std::uint64_t offset = offsetOf(options.to);
     if (options.input.empty() == options.hex.empty()) {
-        throw wrongUse("give what to write: a file by --input, or bytes by --hex");
+        throw wrongUse("give what to write: a file with --input, or bytes with --hex");
     }
     const byteVector bytes = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
     const byteRange range = chip.range(offset, bytes.size());
@@ -129,10 +129,10 @@ int runSeepromRestore(const context& shared, const restoreOptions& options)
 
 void addCare(command verb, carefulWriteOptions& care)
 {
-    verb.flag("-y,--yes", care.yes, "do not ask; needed without a terminal");
-    verb.flag("--dry-run", care.dryRun, "only tell what would be written");
-    verb.flag("--force", care.force, "write also where a driver of the kernel has the device");
-    verb.flag("--all-pages", care.allPages, "also write pages that hold the data already");
+    verb.flag("-y,--yes", care.yes, "do not ask; required without a terminal");
+    verb.flag("--dry-run", care.dryRun, "only show what would be written");
+    verb.flag("--force", care.force, "write even if a kernel driver has the device");
+    verb.flag("--all-pages", care.allPages, "also write pages that already hold the data");
     verb.clearingFlag("--no-verify", care.verify, "do not read back and compare");
 }
 
@@ -142,7 +142,7 @@ void addSeepromWrite(command area, context& shared)
 {
     const auto options = std::make_shared<writeOptions>();
     command verb = addVerb(area, "write", "write bytes: asks, keeps the old ones in an undo file, reads back",
-                           "Pages that hold the data already are left out. A write that fails tells how many\n"
+                           "Pages that already hold the data are skipped. A failed write reports how many\n"
                            "bytes are certain.");
     verb.text("DEVICE", options->to.device, "name, number or device text").required();
     verb.text("-i,--input", options->input, "bytes to write from FILE, - for standard input", "FILE");
@@ -158,7 +158,8 @@ void addSeepromRestore(command area, context& shared)
     const auto options = std::make_shared<restoreOptions>();
     command verb = addVerb(area, "restore", "write a dump or undo file back");
     verb.text("FILE", options->file, "dump or undo file, - for standard input").required();
-    verb.text("--device", options->to.device, "another device of the same type than the one the file names", "DEVICE");
+    verb.text("--device", options->to.device, "write to this device of the same type, not to the one in the file",
+              "DEVICE");
     addChoice(verb, options->to, false);
     addCare(verb, options->care);
     runs(verb, shared, options, runSeepromRestore);

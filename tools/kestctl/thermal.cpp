@@ -30,7 +30,7 @@ struct thermalReadOptions {
 
 constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
 
-/// SIGINT and SIGTERM, kept back so that they end a pause between samples and never a sample.
+/// SIGINT and SIGTERM, blocked so that they end a pause between samples and never a sample.
 class stopSignals
 {
 public:
@@ -41,7 +41,7 @@ public:
         sigaddset(&m_set, SIGTERM);
         sigprocmask(SIG_BLOCK, &m_set, nullptr);
     }
-    /// Waits for one. @return false when the time passed without any
+    /// Waits for one. @return false when there was none in that time
     [[nodiscard]] bool within(std::uint64_t nanoseconds) const
     {
         const timespec pause{static_cast<time_t>(nanoseconds / nanosecondsPerSecond),
@@ -90,13 +90,13 @@ void show(const context& shared, const device& which, std::uint16_t raw, bool on
     standardOutput().flush();
 }
 
-/// One sample of many. When it fails, that is reported, and the next one is taken all the same.
+/// One sample of many. A failure is reported, and the next sample is taken all the same.
 int watchedSample(const context& shared, const device& which)
 {
     try {
         show(shared, which, readSample(which), true);
     } catch (const failure& why) {
-        // a full disk: no sample after this one arrives
+        // a full disk: no further sample could be written
         if (standardOutput().broken()) {
             throw;
         }
@@ -146,8 +146,8 @@ void addThermal(command program, context& shared)
     addDevice(read, options->device);
     const option watch = read.read(
         "--watch", [options](const std::string& text) { options->intervalNs = parseSeconds(text, "--watch"); },
-        "read again every so many seconds until interrupted, one line each", "SECONDS");
-    read.number("--count", options->count, "end after N readings", 1).needs(watch);
+        "read again every SECONDS seconds until interrupted, one line per reading", "SECONDS");
+    read.number("--count", options->count, "stop after N readings", 1).needs(watch);
     runs(read, shared, options, runThermalRead);
 }
 

@@ -20,10 +20,10 @@ namespace
 {
 
 struct topologyOptions {
-    bool probe = false; ///< ask each device whether it is there
+    bool probe = false; ///< check whether each device is present
 };
 
-/// A bus, a device, or a port of a hub; what hangs on it.
+/// A bus, a device, or a port of a hub, and what is connected to it.
 struct branch {
     std::string label;
     jsonValue row;
@@ -35,7 +35,7 @@ std::string trimmed(const std::string& text) { return text.substr(0, text.find_l
 
 bool sameBus(const busName& one, const busName& other) { return one.path == other.path && one.node == other.node; }
 
-/// What is said behind a device when it was asked whether it is there.
+/// The state shown after a device with --probe.
 const char* answer(const inventoryItem& item, const std::string& text)
 {
     try {
@@ -55,7 +55,7 @@ class treeBuilder
 public:
     explicit treeBuilder(bool probe) : m_probe(probe) {}
 
-    /// Devices that the way `hubs` leads to, on one bus.
+    /// The devices of one bus that are reached through `hubs`.
     [[nodiscard]] std::vector<branch> devices(const busName& bus, const std::vector<hubStep>& hubs) const
     {
         std::vector<branch> found;
@@ -75,7 +75,7 @@ public:
         return result;
     }
 
-    /// Buses that are there, and those that the device table speaks of.
+    /// Existing buses, and those that the device table names.
     [[nodiscard]] std::vector<busName> buses() const
     {
         std::vector<busName> found = allBuses();
@@ -182,7 +182,7 @@ void addTopology(command program, context& shared)
     const auto options = std::make_shared<topologyOptions>();
     command verb = addVerb(program, "topology", "show buses, hubs with their ports, and devices as a tree",
                            "Devices come from the device table and the simulated machine.");
-    verb.flag("--probe", options->probe, "ask each device whether it is there");
+    verb.flag("--probe", options->probe, "check whether each device is present");
     runs(verb, shared, options, runTopology);
 }
 

@@ -39,8 +39,8 @@ struct shownRecord {
     host::traceRecord record;
 };
 
-/// Reports what could not be read. The rest is shown all the same, and the command ends with the exit code of the first
-/// such file.
+/// Reports a file that could not be read. The rest is shown all the same, and the exit code is that of the first such
+/// file.
 void tell(const host::ringContents& ring, int& code)
 {
     failure why = systemFailure(ring.errorNumber, "trace", ring.info.file.string());
@@ -121,7 +121,7 @@ std::vector<shownRecord> recordsOf(const std::vector<host::ringInfo>& rings, int
     std::vector<shownRecord> records;
     for (const host::ringInfo& ring : rings) {
         host::ringContents contents = host::readRing(ring.file);
-        // A process that begins to trace tidies the folder up: a ring may be gone since it was listed
+        // a process that begins to trace removes old rings: this one may be gone since it was listed
         if (!contents.error.empty() && contents.errorNumber != ENOENT) {
             tell(contents, code);
         }
@@ -162,18 +162,18 @@ int runTrace(const context& shared, const traceOptions& options)
 void addTrace(command program, context& shared)
 {
     const auto options = std::make_shared<traceOptions>();
-    command verb = addVerb(program, "trace", "show what processes traced, also ended ones, oldest first");
+    command verb = addVerb(program, "trace", "show the traces of running and ended processes, oldest first");
     verb.read(
         "--pid",
         [options](const std::string& text) {
             options->pid =
                 static_cast<std::uint32_t>(parseNumber(text, "--pid", std::numeric_limits<std::uint32_t>::max()));
         },
-        "of one process", "N");
-    verb.text("--buffer", options->buffer, "of one buffer: kest, IIC", "NAME");
-    verb.number("--last", options->last, "the latest N records", 1);
+        "only this process", "N");
+    verb.text("--buffer", options->buffer, "only this buffer, such as kest or IIC", "NAME");
+    verb.number("--last", options->last, "only the latest N records", 1);
     verb.flag("--list", options->list, "list processes and buffers instead");
-    verb.text("--folder", options->folder, "read this folder's rings", "DIR");
+    verb.text("--folder", options->folder, "read the rings in this folder", "DIR");
     runs(verb, shared, options, runTrace);
 }
 

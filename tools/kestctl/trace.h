@@ -1,4 +1,4 @@
-/// Area "trace": what processes traced.
+/// Area "trace": the traces of processes.
 #pragma once
 
 #include "tools/kestctl/context.h"

@@ -41,7 +41,7 @@ std::optional<namedDevice> deviceDirectory::understand(const std::string& text) 
 {
     tools::device device;
     host::iic::devicePath path;
-    // the local one: nothing is put before a path, and buses are the machine's own
+    // the local node: no path prefix, and the machine's local buses
     host::nodeMapping node;
     try {
         device = tools::parseDeviceText(text);

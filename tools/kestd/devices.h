@@ -19,11 +19,11 @@ enum class byteSource : std::uint8_t {
     copy
 };
 
-/// A device that a text names, understood as far as it matters here.
+/// A device that a text names, as far as it matters here.
 struct namedDevice {
-    std::string
-        place; ///< bus after node mapping, types, addresses and ports: two texts of one device have it in common
-    std::uint32_t bytes = 0; ///< as many as the type holds; 0 for types that are not read like a SEEPROM
+    /// Bus after node mapping, types, addresses and ports: the same for all texts of one device.
+    std::string place;
+    std::uint32_t bytes = 0; ///< capacity of the type; 0 for types that are not read like a SEEPROM
 };
 
 /// The device table and read mode of a configuration. Not changed once it is made.
@@ -36,10 +36,10 @@ public:
         std::string text; ///< as the table has it
         std::uint32_t bytes = 0;
     };
-    /// @return the row of the table that has the device of `text` with the same types all along the chain; null when
-    /// none has
+    /// @return the row of the table for the device of `text`, with the same types all along the chain; null when there
+    /// is none
     [[nodiscard]] const tableRow* find(const std::string& text) const;
-    /// @return nothing when the text is none of a device, or of a node that is not mapped
+    /// @return nothing when the text names no device, or one on a node that is not mapped
     [[nodiscard]] std::optional<namedDevice> understand(const std::string& text) const;
 
     [[nodiscard]] bool hasNumberZero() const { return m_hasNumberZero; }

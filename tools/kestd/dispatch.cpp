@@ -8,6 +8,8 @@
 #include <new>
 #include <optional>
 
+#include "base/clock.h"
+#include "base/component.h"
 #include "kest/address.h"
 #include "kest/message.h"
 #include "kest/reasons.h"
@@ -18,7 +20,6 @@
 #include "platform/tavo.h"
 #include "tools/common/buffer.h"
 #include "tools/common/escape.h"
-#include "tools/kestd/clock.h"
 
 namespace kest::service
 {
@@ -28,7 +29,6 @@ namespace
 using client::frame;
 
 // of the service's own entries
-constexpr std::uint16_t component = 0x1600;
 constexpr std::uint8_t module = 1;
 constexpr std::uint8_t detailsVersion = 1;
 // user details: the text of the refusal
@@ -44,7 +44,7 @@ constexpr std::size_t mostUsersRemembered = 1024;
 
 bool isTransfer(const frame& request) { return request.type == client::typeRead || request.type == client::typeWrite; }
 
-/// The number of bytes that a read or write is about; 0 when the payload does not get as far.
+/// The number of bytes that a read or write asks for; 0 when the payload is too short to have it.
 std::uint32_t wantedLength(const frame& request)
 {
     std::uint32_t length = 0;
@@ -55,8 +55,8 @@ std::uint32_t wantedLength(const frame& request)
     return length;
 }
 
-/// The device text of a read or write; nothing when the payload ends before it does, which the library refuses. A text
-/// that fills the field stands there without its NUL.
+/// The device text of a read or write; nothing when the payload ends within the text, which the library refuses. A text
+/// that fills the field has no NUL.
 std::optional<std::string> locationOf(const frame& request)
 {
     if (!isTransfer(request) || request.payload.size() < locationAt) {
@@ -68,7 +68,7 @@ std::optional<std::string> locationOf(const frame& request)
     return size < left ? std::optional(std::string(text, size)) : std::nullopt;
 }
 
-/// The same request with the text that the device table has for its device, so that the library sees no other.
+/// The same request with the device table's text for its device, so that the library sees no other text.
 frame withLocation(const frame& request, std::size_t replaced, const std::string& text)
 {
     frame changed = request;
@@ -78,15 +78,15 @@ frame withLocation(const frame& request, std::size_t replaced, const std::string
     return changed;
 }
 
-/// Whether a request is a read of all there is, which of a copy may be far more than a reply holds.
+/// Whether a request reads all bytes. A copy may have far more than fit into a reply.
 bool isUnbounded(const frame& request, byteSource source)
 {
     return request.type == client::typeRead && request.payload.size() >= lengthAt + sizeof(std::uint32_t) &&
            wantedLength(request) == 0 && source != byteSource::hardware;
 }
 
-/// The read of one byte more than a reply holds: that is enough to tell that it does not fit, and all that is ever
-/// loaded. Without a copy a device is read whole, whatever the length.
+/// A read of one byte more than fits into a reply. That shows that the bytes do not fit, and no more are ever loaded.
+/// Without a copy the device is read whole, whatever the length.
 frame bounded(const frame& request)
 {
     constexpr std::uint32_t oneTooMany = client::maximumDataBytes + 1;
@@ -96,8 +96,8 @@ frame bounded(const frame& request)
     return read;
 }
 
-/// Whether a transfer passes the end of a device of `bytes` bytes, where the chip would go on at its beginning. A copy
-/// has an end of its own, and its length is not the device's.
+/// Whether a transfer passes the end of a device of `bytes` bytes; the chip would go on at its beginning. A copy has an
+/// end of its own: its length may differ from the device's.
 bool passesTheEnd(const frame& request, std::uint32_t bytes, byteSource source)
 {
     std::uint32_t offset = 0;
@@ -165,7 +165,7 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, byteSource source
     const std::uint32_t wanted = wantedLength(request);
     if (source == byteSource::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
         reply.payload.size() > wanted) {
-        // without a copy the device was read on, past its end to where the read began
+        // without a copy the read went past the end of the device, round to where it began
         reply.payload.resize(wanted);
     }
     return reply;
@@ -201,12 +201,12 @@ std::uint32_t refusalLog::add(std::uint32_t code, const peerProcess& peer, std::
     std::uint32_t logId = 0;
     if (takesShare(peer.uid)) {
         const std::unique_ptr<ErrlEntry> entry(
-            host::newHostEntry(component, module, static_cast<std::uint16_t>(code),
+            host::newHostEntry(componentService, module, static_cast<std::uint16_t>(code),
                                {peer.uid, static_cast<std::uint32_t>(peer.pid), type, length}));
         if (entry != nullptr) {
-            entry->addUsrDtls(text.data(), static_cast<std::uint16_t>(text.size()), component, detailsVersion,
+            entry->addUsrDtls(text.data(), static_cast<std::uint16_t>(text.size()), componentService, detailsVersion,
                               detailsRefusal);
-            entry->commit(component, ERRL_ACTION_REPORT);
+            entry->commit(componentService, ERRL_ACTION_REPORT);
             logId = entry->plid();
         }
     }
@@ -215,7 +215,7 @@ std::uint32_t refusalLog::add(std::uint32_t code, const peerProcess& peer, std::
 
 bool refusalLog::takesShare(uid_t user)
 {
-    const std::int64_t now = nowMs();
+    const std::int64_t now = steadyMs();
     const std::lock_guard guard(m_lock);
     if (m_shares.size() >= mostUsersRemembered) {
         std::erase_if(m_shares, [now](const auto& share) { return now - share.second.sinceMs >= minuteMs; });
@@ -259,8 +259,8 @@ frame dispatch(const frame& request, const peerProcess& peer, permissionSet perm
     return serveTransfer(request, named ? named->bytes : 0, devices.source(), peer, refusals);
 }
 
-/// The library does so on behalf of a read that asks for it. This one gets no further than the copy, or the empty
-/// device text.
+/// The library looks it up for a read that asks for it. This read goes no further than the copy, or the empty device
+/// text.
 void adoptReadMode()
 {
     constexpr kest_attributeValue readAgain = 2;

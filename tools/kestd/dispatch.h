@@ -17,7 +17,7 @@ namespace kest::service
 class refusalLog
 {
 public:
-    /// Makes and commits an entry. @return its log id; 0 when this user has had his share for now
+    /// Makes and commits an entry. @return its log id; 0 when this user has used up the current share
     std::uint32_t add(std::uint32_t code, const peerProcess& peer, std::uint16_t type, std::uint32_t length,
                       const std::string& text);
 
@@ -39,7 +39,7 @@ client::frame refusal(const client::frame& request, std::uint32_t code, std::uin
 client::frame dispatch(const client::frame& request, const peerProcess& peer, permissionSet permission,
                        const deviceDirectory& devices, refusalLog& refusals);
 
-/// Has the library look up the read mode again, which it otherwise does once: after a reload.
+/// After a reload: makes the library look up the read mode again, which it otherwise does only once.
 void adoptReadMode();
 
 } // namespace kest::service

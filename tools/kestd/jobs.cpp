@@ -8,8 +8,8 @@ namespace kest::service
 namespace
 {
 
-/// No run counts for more than this. A run that lost its processor, or waited for a disk, would put its owner far
-/// behind all others.
+/// No run counts for more than this. Otherwise a run that lost its processor, or waited for a disk, would put its owner
+/// far behind all others.
 constexpr std::int64_t mostChargedNs = 2'000'000;
 
 } // namespace
@@ -52,7 +52,7 @@ void jobQueue::charge(serviceJob& job)
     job.m_charged = true;
 }
 
-/// Lets an owner take part in the turns, if it is not there yet and may begin a job.
+/// Puts an owner in the line for turns, if it is not in it and may begin a job.
 void jobQueue::queueForTurn(jobShare& share)
 {
     if (&share == m_own.get() || share.m_inTurn || share.m_waiting.empty() || share.m_working >= m_mostEach) {
@@ -111,7 +111,7 @@ jobQueue::begunJob jobQueue::take()
 
 void jobQueue::finish(const begunJob& begun)
 {
-    // else it has begun again, and was charged then
+    // otherwise it has begun again, and was charged then
     if (begun.job->m_runs == begun.run) {
         charge(*begun.job);
     }

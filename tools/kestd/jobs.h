@@ -1,4 +1,4 @@
-/// What the service has to do, and in which order.
+/// The jobs of the service, and their order.
 #pragma once
 
 #include <cstdint>
@@ -14,22 +14,22 @@ class serviceJob;
 /// next, however many jobs each owner has waiting; owners with equal times take turns. Only a limited number of one
 /// owner's jobs are in work at the same time.
 ///
-/// Within an owner, the job that has used the least time begins next. A job's time counts from where the owner's jobs
-/// have got to, so a job that asked for nothing for a while has no advantage later. All first runs together count as
-/// one job: opening a connection for each request gains nothing.
+/// Within an owner, the job that has used the least time begins next. A job that comes back after a pause starts at the
+/// time that the owner's other jobs have reached, so it has no advantage. All first runs together count as one job:
+/// opening a connection for each request gains nothing.
 class jobShare
 {
 private:
     friend class serviceJob;
     friend class jobQueue;
-    /// By the time used. Each job brings its own node: submitting it takes no memory.
+    /// By the time used. Each job has its own map node, so submitting it takes no memory.
     using waitingJobs = std::multimap<std::int64_t, std::shared_ptr<serviceJob>>;
     waitingJobs m_waiting;
     std::int64_t m_reachedNs = 0; ///< time used by the job that began last
     std::int64_t m_firstRunsNs = 0; ///< time used by first runs
     std::int64_t m_usedNs = 0; ///< by all its jobs
     unsigned m_working = 0;
-    jobShare* m_nextTurn = nullptr; ///< of those that wait for their turn
+    jobShare* m_nextTurn = nullptr; ///< the next in line
     bool m_inTurn = false;
 };
 
@@ -41,7 +41,7 @@ public:
     serviceJob(const serviceJob&) = delete;
     serviceJob& operator=(const serviceJob&) = delete;
     virtual ~serviceJob() = default;
-    /// What it throws ends this job and nothing else. It may submit itself again, as the last thing it does.
+    /// An exception ends only this job. The job may submit itself again, as the last thing it does.
     virtual void run() = 0;
 
 private:
@@ -63,8 +63,8 @@ public:
     jobQueue(const jobQueue&) = delete;
     jobQueue& operator=(const jobQueue&) = delete;
 
-    /// @param most      as many jobs are in work at the same time, at least 1
-    /// @param mostEach  as many of one owner
+    /// @param most  jobs in work at the same time, at least 1
+    /// @param mostEach  jobs of one owner
     void setLimits(unsigned most, unsigned mostEach);
     [[nodiscard]] unsigned most() const { return m_most; }
 

@@ -16,7 +16,7 @@ namespace
 
 constexpr int backlog = 256;
 constexpr mode_t ownersAlone = 0600;
-/// Everybody may connect: who may do what is decided by request, with an answer for those who may not.
+/// Everybody may connect. Each request is checked, and a client that is not permitted gets a reply that says so.
 constexpr mode_t everybodys = 0666;
 
 std::string because(const std::string& what) { return what + ": " + std::strerror(errno); }
@@ -64,7 +64,7 @@ std::string listeningSocket::lock(const std::string& path)
     return isHeld ? path + ": another service listens there" : because(file);
 }
 
-/// The lock is held: a socket that is there has no service.
+/// The lock is held, so an existing socket has no service.
 std::string listeningSocket::listenAt(const std::string& path)
 {
     struct stat status {

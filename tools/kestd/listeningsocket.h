@@ -1,4 +1,4 @@
-/// The socket at which the service listens, when nobody has handed one over.
+/// The socket at which the service listens, unless one was handed over.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 namespace kest::service
 {
 
-/// A Unix stream socket with a name. A lock beside it tells a service that runs from a socket that one has left behind.
+/// A Unix stream socket with a name. A lock beside it shows whether a service still runs, or left the socket behind.
 class listeningSocket
 {
 public:
@@ -17,12 +17,12 @@ public:
 
     /// Makes the socket and its folder. @return what went wrong, empty when nothing did
     [[nodiscard]] std::string make(const std::string& path);
-    /// Of the socket that was made; the caller's from now on.
+    /// The descriptor of the socket that was made, owned by the caller from now on.
     [[nodiscard]] int descriptor() const { return m_descriptor; }
 
     /// Whether a socket was made and still has its name.
     [[nodiscard]] bool isOurs() const { return !m_path.empty(); }
-    /// Takes the name and the lock away, so that a successor can begin.
+    /// Removes the name and the lock, so that a successor can begin.
     void giveUpName();
 
 private:

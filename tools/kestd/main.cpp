@@ -21,14 +21,14 @@ constexpr int exitFailed = 1;
 constexpr int exitWrongUse = 2;
 
 constexpr const char* footer = R"(Clients are permitted by user and group (service.* in the configuration); root and
-the user that kestd runs as may read and write. All get the devices of the
-device table; service.raw_users and raw_groups admit any device text.
+the user that kestd runs as may read and write. They may name the devices of the
+device table; service.raw_users and raw_groups may name any device.
 
-SIGTERM  answers what has been accepted and ends
-SIGHUP   reads the configuration again
+SIGTERM  answer every request that has come whole, and exit
+SIGHUP   read the configuration again
 
-Says on standard output when it serves. Started by a service manager it takes
-the socket that is handed over, and tells when it is ready.
+kestd reports on standard output when it serves. It takes the socket that a
+service manager hands over, and reports to it when it is ready.
 Exit codes: 0 ended by a signal, 1 failed, 2 wrong use.)";
 
 struct options {
@@ -71,7 +71,7 @@ int serve(const options& wanted)
 
 int main(int argc, char** argv)
 {
-    // A heap for each thread would keep what its busiest moment took
+    // a heap for each thread would never give back what its busiest moment took
     mallopt(M_ARENA_MAX, 2);
     options wanted;
     kest::tools::commandLine line("Serves requests to read and write SEEPROMs over a Unix-domain socket.");

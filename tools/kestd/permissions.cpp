@@ -18,7 +18,7 @@ namespace
 constexpr std::size_t firstRecordBytes = 4096;
 constexpr std::size_t lastRecordBytes = 1 << 20;
 
-/// Calls one of the database's reentrant look-ups with a buffer that is large enough. @return whether there was a
+/// Calls one of the user database's reentrant look-ups with a buffer that is large enough. @return whether there was a
 /// record
 template <typename Record, typename Lookup>
 bool lookUp(Record& record, std::vector<char>& buffer, const Lookup& lookup)
@@ -63,8 +63,8 @@ std::optional<gid_t> groupOf(const std::string& name)
     return number;
 }
 
-/// The groups that the peer's process had when it connected: what the user database says of its user, it may have given
-/// up.
+/// The groups that the peer's process had when it connected. It may have given up groups that the user database has for
+/// its user.
 std::vector<gid_t> groupsOf(int descriptor, gid_t group)
 {
     constexpr std::size_t usualGroups = 64;

@@ -11,7 +11,7 @@
 namespace kest::service
 {
 
-/// The process at the other end of a connection, as the kernel vouches for it.
+/// The process at the other end of a connection, as the kernel reports it.
 struct peerProcess {
     uid_t uid = static_cast<uid_t>(-1);
     pid_t pid = 0;
@@ -24,7 +24,7 @@ peerProcess peerOf(int descriptor);
 struct permissionSet {
     bool read = false;
     bool write = false;
-    bool raw = false; ///< to name any device; else those of the device table. Nothing by itself
+    bool raw = false; ///< may name any device, not only those of the device table; permits nothing by itself
     [[nodiscard]] bool any() const { return read || write; }
 };
 
@@ -33,7 +33,7 @@ struct permissionSet {
 class permissionTable
 {
 public:
-    /// Asks the user database. A name that it does not know permits nobody and is noted in unknown().
+    /// Asks the user database. An unknown name permits nobody and is listed in unknown().
     explicit permissionTable(const host::serviceSettings& settings);
 
     [[nodiscard]] permissionSet of(const peerProcess& peer) const;

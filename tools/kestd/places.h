@@ -15,7 +15,7 @@ namespace kest::service
 
 class clientPlaces;
 
-/// A connection's place. It is given back when this goes.
+/// A connection's place. The destructor gives it back.
 class clientPlace
 {
 public:
@@ -31,7 +31,7 @@ public:
     ~clientPlace();
 
     [[nodiscard]] explicit operator bool() const { return m_places != nullptr; }
-    /// The owner's, which all his connections have in common.
+    /// The owner's jobs, shared by all its connections.
     [[nodiscard]] const std::shared_ptr<jobShare>& share() const { return m_share; }
 
 private:
@@ -50,7 +50,7 @@ public:
         std::size_t eachOwner;
     };
 
-    /// @return a place; none when all are taken, or this owner has had his
+    /// @return a place; none when all are taken, or all of this owner
     [[nodiscard]] clientPlace take(uid_t user, bool stranger, placeLimits limits);
 
 private:

@@ -11,7 +11,7 @@
 namespace kest::service
 {
 
-/// Worked out from a configuration, and not changed once it is in use.
+/// Made from a configuration. Never changed once it is in use.
 struct serviceRules {
     host::serviceSettings limits;
     permissionTable permissions;

@@ -12,9 +12,9 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/clock.h"
 #include "platform/host/trace/hash.h"
 #include "platform/trace.h"
-#include "tools/kestd/clock.h"
 #include "tools/kestd/systemd.h"
 #include "tools/kestd/trace.h"
 
@@ -291,7 +291,7 @@ void messageService::tidy()
 {
     bool more = false;
     {
-        const std::int64_t now = nowMs();
+        const std::int64_t now = steadyMs();
         const std::lock_guard guard(m_lock);
         const std::int64_t idleMs = std::int64_t{m_rules->limits.idleSeconds} * 1000;
         for (const auto& [key, client] : m_clients) {

@@ -6,9 +6,9 @@
 #include <span>
 #include <sys/socket.h>
 
+#include "base/clock.h"
 #include "platform/host/trace/hash.h"
 #include "platform/trace.h"
-#include "tools/kestd/clock.h"
 #include "tools/kestd/trace.h"
 
 namespace kest::service
@@ -17,7 +17,7 @@ namespace
 {
 
 constexpr std::size_t receiveBytes = 8192;
-/// A whole request of the usual limit, if it does not come in crumbs.
+/// Room for a whole request of the usual limit.
 constexpr unsigned receiptsATurn = 16;
 /// Buffers that grew larger are released while the client is silent.
 constexpr std::size_t keptBytes = 4096;
@@ -29,7 +29,7 @@ clientSession::clientSession(sessionHost& service, clientSocket socket, peerProc
       m_work(m_socket.get_executor()), m_peer(std::move(peer)), m_assembler(0)
 {
     refresh();
-    m_requestSinceMs = nowMs();
+    m_requestSinceMs = steadyMs();
 }
 
 /// Takes over new rules after a reload.
@@ -117,8 +117,8 @@ clientSession::turnEnd clientSession::consume()
     return turn;
 }
 
-/// Whether the client has closed its connection: nobody waits for a reply. One that has only finished sending still
-/// does.
+/// Whether the client has closed its connection, so that nobody waits for a reply. A client that has only finished
+/// sending still waits.
 bool clientSession::hasHungUp()
 {
     pollfd state{m_socket.native_handle(), 0, 0};
@@ -135,7 +135,7 @@ clientSession::turnEnd clientSession::answerRequest()
     return turnEnd::proceed;
 }
 
-/// When memory runs out, what the request held of it is enough to say so.
+/// When memory runs out, the memory of the request is enough to report that.
 void clientSession::serve(client::frame request)
 {
     client::frame reply;
@@ -158,7 +158,7 @@ void clientSession::send(const client::frame& reply)
 {
     m_output = client::encodeFrame(reply);
     m_outputAt = 0;
-    m_requestSinceMs = nowMs();
+    m_requestSinceMs = steadyMs();
 }
 
 clientSession::turnEnd clientSession::flush()
@@ -174,7 +174,7 @@ clientSession::turnEnd clientSession::flush()
     m_outputAt += sent > 0 ? static_cast<std::size_t>(sent) : 0;
     if (m_outputAt == m_output.size()) {
         m_output.clear();
-        m_requestSinceMs = nowMs();
+        m_requestSinceMs = steadyMs();
     }
     return turnEnd::proceed;
 }

@@ -37,10 +37,10 @@ protected:
     ~sessionHost() = default;
 };
 
-/// Takes one request at a time from the socket, answers it, and only then looks at the next: what a client sends early
-/// stays in the kernel, and one that does not read its replies is not read from. So a client costs one request and one
-/// reply of memory at most. After each request the others have their turn. A request of a client that has
-/// hung up is not begun.
+/// Takes one request at a time from the socket, answers it, and only then looks at the next. What a client sends early
+/// stays in the kernel, and a client that does not read its replies is not read from. So a client costs the memory of
+/// one request and one reply at most. After each request the other clients have their turn. A request of a client that
+/// has hung up is not begun.
 ///
 /// Exactly one thread is in a session at any time, or none while it waits for its socket.
 class clientSession : public serviceJob, public std::enable_shared_from_this<clientSession>
@@ -50,12 +50,12 @@ public:
 
     clientSession(sessionHost& service, clientSocket socket, peerProcess peer, clientPlace place);
 
-    /// Goes on until it has to wait for the client, or the others have their turn.
+    /// Continues until it has to wait for the client, or the other clients have their turn.
     void run() override;
 
     /// Ends a session that has been waiting for its client too long. Any thread.
     void endWhenLate(std::int64_t nowMs, std::int64_t readingMs, std::int64_t writingMs);
-    /// Takes no further bytes from the client; what has come is served, and then the session ends. Any thread.
+    /// Takes no further bytes from the client. What has arrived is served, and then the session ends. Any thread.
     void finish();
 
     [[nodiscard]] const peerProcess& peer() const { return m_peer; }
@@ -98,7 +98,7 @@ private:
 
     std::atomic<std::int64_t> m_waitsSinceMs{0}; ///< for the client; 0 while the service is at work
     std::atomic<bool> m_writing{false};
-    std::int64_t m_requestSinceMs = 0; ///< since when the request that is awaited is awaited
+    std::int64_t m_requestSinceMs = 0; ///< when the wait for the next request began
 };
 
 } // namespace kest::service

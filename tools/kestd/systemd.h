@@ -1,4 +1,4 @@
-/// What the service says to, and takes from, the service manager. Without one, nothing happens.
+/// Messages to and from the service manager. Without one, nothing happens.
 #pragma once
 
 #include <chrono>
@@ -17,7 +17,7 @@ handedSocket takeHandedSocket();
 /// Says "READY=1" and the like.
 void notify(const char* state);
 
-/// How often the manager wants to hear that the service lives; nothing when it does not care.
+/// How often the manager wants a sign of life; nothing when it wants none.
 std::optional<std::chrono::microseconds> watchdogInterval();
 
 } // namespace kest::service

@@ -13,7 +13,7 @@ namespace
 
 /// Sleeping threads that are kept for the next burst.
 constexpr unsigned spareThreads = 8;
-/// Reserved; only what is used counts.
+/// Stack of a thread. It is only reserved: unused pages take no memory.
 constexpr std::size_t stackBytes = 1024 * 1024;
 /// Beside those in work: one for events, and some for the service's own jobs.
 constexpr unsigned extraThreads = 3;
@@ -157,7 +157,7 @@ void workerPool::perform(poolLock& lock)
     ++m_steps;
     ++m_unpolled;
     if (m_jobs.hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
-        // one that sleeps shares the work; no thread is made for that
+        // a sleeping thread shares the work; no thread is made for it
         enlist();
     }
     if (m_atEase) {
@@ -168,12 +168,12 @@ void workerPool::perform(poolLock& lock)
     try {
         begun.job->run();
     } catch (const std::exception&) {
-        // it ends this job alone, which has reported that memory ran out
+        // it ends only this job, which has reported that memory ran out
     }
     lock.lock();
     m_jobs.finish(begun);
     lock.unlock();
-    // its end may be a connection's
+    // its destructor may close a connection
     begun.job.reset();
     lock.lock();
 }

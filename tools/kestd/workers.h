@@ -13,12 +13,12 @@
 namespace kest::service
 {
 
-/// A crew of threads. One thread at a time waits for events, and does itself what they call for: a request that is
-/// served at once costs no switch between threads. One thread more than there are processors is at work, and runs while
-/// another waits for the disk. With many more, jobs that were begun and then wait for a processor would hold up short
-/// ones for many milliseconds. The other threads sleep until there are several jobs, or until no thread has looked for
-/// events for a while. Then all threads in a job are taken for blocked and no longer count, and the crew grows when none
-/// is left. So a slow device holds up only those who asked for it.
+/// A crew of threads. One thread at a time waits for events and handles them itself: a request that is served at once
+/// costs no switch between threads. One thread more than there are processors is at work, and runs while another waits
+/// for the disk. With many more threads, jobs that were begun and then wait for a processor would hold up short ones
+/// for many milliseconds. The other threads sleep until there are several jobs, or until no thread has looked for
+/// events for a while. Then all threads in a job count as blocked, and the crew grows when none is left. So a slow
+/// device holds up only the clients that use it.
 ///
 /// Owners of jobs take turns, and events are handled between jobs even when there are always jobs: an owner with much
 /// to do holds up nobody else.
@@ -30,8 +30,8 @@ public:
     struct tuning {
         std::int64_t (*clock)() = steadyNs; ///< steady, in nanoseconds
         unsigned abreast = 0; ///< threads at work; 0: one more than the processors this process may use
-        std::chrono::milliseconds watch{
-            1}; ///< the longest time without a look for events before threads in jobs are taken for blocked
+        /// The longest time without a look for events before threads in jobs count as blocked.
+        std::chrono::milliseconds watch{1};
     };
 
     explicit workerPool(asio::io_context& context) : workerPool(context, tuning()) {}
@@ -40,17 +40,17 @@ public:
     workerPool& operator=(const workerPool&) = delete;
     ~workerPool() { join(); }
 
-    /// @param most      as many jobs are in work at the same time, at least 1; there are a few threads more
-    /// @param mostEach  as many of one owner
+    /// @param most  jobs in work at the same time, at least 1; there are a few threads more
+    /// @param mostEach  jobs of one owner
     void setLimits(unsigned most, unsigned mostEach);
 
-    /// @return false when not even the first threads could be had
+    /// @return false when not even the first threads could be made
     bool start();
-    /// Waits until the context has run out of work and all threads have ended. A job, and the one that submits it, keeps
-    /// work in the context until it is done.
+    /// Waits until the context has run out of work and all threads have ended. A job keeps work in the context until it
+    /// is done, and so does the code that submits it.
     void join();
 
-    /// Has a job done, by an event handler's thread or from within another job.
+    /// Hands over a job. Called by an event handler or from within another job.
     void submit(std::shared_ptr<serviceJob> job) noexcept;
 
     /// The owner of the service's own jobs, to which the limits don't apply.

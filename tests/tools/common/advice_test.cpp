@@ -32,9 +32,9 @@ TEST(Advice, HintsNameTheBusAndItsNode)
     EXPECT_EQ(
         "'kestctl reset /dev/i2c-9 --node 1' frees a held bus, 'kestctl scan /dev/i2c-9 --node 1' shows what answers",
         adviceFor(ETIME, {"/dev/i2c-9", "1"}).tryThis);
-    EXPECT_EQ("'ls /dev/i2c-*' shows the adapters there are; the kernel's module i2c-dev makes them",
+    EXPECT_EQ("'ls /dev/i2c-*' shows the adapters; the kernel's module i2c-dev makes them",
               adviceFor(ENOENT, {"/dev/i2c-9", "L"}).tryThis);
-    EXPECT_EQ("'kestctl topology' shows the buses there are", adviceFor(ENODEV, {"/dev/i2c-9", "L"}).tryThis);
+    EXPECT_EQ("'kestctl topology' shows the buses", adviceFor(ENODEV, {"/dev/i2c-9", "L"}).tryThis);
     EXPECT_EQ("check the node map in kest.toml", adviceFor(ENODEV, {"/dev/i2c-9", "1"}).tryThis);
     // the caller names the entry
     EXPECT_EQ("", adviceFor(ENODATA, {"/dev/i2c-9", "L"}).tryThis);
@@ -43,7 +43,7 @@ TEST(Advice, HintsNameTheBusAndItsNode)
 /// Some adapters end a transfer to a missing chip with a time-out.
 TEST(Advice, ATimeOutIsNotTakenForAHeldBusAlone)
 {
-    EXPECT_EQ("no answer in time: the bus is held, the chip stayed busy, or none is there",
+    EXPECT_EQ("no answer in time: the bus is held, the chip stayed busy, or there is none",
               adviceFor(ETIME, {"/dev/i2c-9", "L"}).what);
 }
 

@@ -21,10 +21,10 @@ TEST(DriversAddresses, AreRefusedUnlessForced)
     const auto refusal = [](const char* text, bool force) {
         return complaint([&] { refuseDoubtfulWrite(parseDeviceText(text), force); });
     };
-    EXPECT_EQ("3 a driver of the kernel has A0 = 0x50", refusal("/dev/i2c-7,L,2C0256,A0", false));
+    EXPECT_EQ("3 a kernel driver has A0 = 0x50", refusal("/dev/i2c-7,L,2C0256,A0", false));
     EXPECT_EQ("", refusal("/dev/i2c-7,L,2C0256,A0", true));
     EXPECT_EQ("", refusal("/dev/i2c-7,L,2C0256,A2", false));
-    EXPECT_EQ("3 a driver of the kernel has 80 = 0x40", refusal("/dev/i2c-7,L,922,80,3,2C0128,A0", false));
+    EXPECT_EQ("3 a kernel driver has 80 = 0x40", refusal("/dev/i2c-7,L,922,80,3,2C0128,A0", false));
     // A0 behind a hub is another address than A0 on the adapter's bus
     EXPECT_EQ("", refusal("/dev/i2c-7,L,922,88,3,2C0128,A0", false));
     // nothing went over the wires

@@ -224,7 +224,7 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
              [this] {
                  return exitOf({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
              }},
-            {"a device that a driver of the kernel has",
+            {"a device that a kernel driver has",
              [] {
                  FakeKernel kernel;
                  kernel.held = {0x50};

@@ -141,14 +141,14 @@ TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
               "planar-vpd: 'port read' does not serve a 24C256; 'kestctl seeprom' reads and writes it"},
              {{"port", "write", "straps", "blink0", "--pins", "0"},
               2,
-              "operation 'blink0': a PCA9554 knows low, high, copy"},
+              "operation 'blink0': a PCA9554 supports low, high, copy"},
              {{"port", "write", "panel-leds", "on"}, 2, "give either BITS or --pins"},
              {{"port", "write", "panel-leds", "on", "0x10000"}, 2, "BITS '0x10000': expected 0 to 65535 (0xFFFF)"},
              {{"port", "write", "straps", "low", "0x100"}, 2, "BITS '0x100': expected 0 to 255 (0xFF)"},
              {{"port", "write", "panel-leds", "on", "1", "--mask", "1"}, 2, "--mask goes with copy alone"},
              {{"port", "config", "panel-leds", "output", "1"},
               2,
-              "function 'output': a PCA9552 knows prescaler0, duty0, prescaler1, duty1"},
+              "function 'output': a PCA9552 supports prescaler0, duty0, prescaler1, duty1"},
              {{"port", "config", "straps", "polarity1", "0xF0"},
               2,
               "function 'polarity1': a PCA9554 has one port, and its function is polarity0"},
@@ -279,7 +279,7 @@ TEST_F(Kestctl, AnUnusableConfigurationIsTold)
     EXPECT_THAT(result.errors, StartsWith("kestctl: " + file.string() + ":2:1: key 'nonsense'"));
     const std::string missing = (folder() / "none.toml").string();
     expectComplaint(run("kestctl", {"devices", "--config", missing}),
-                    {{}, 2, missing + ": No such file or directory; repair it, or name another file by --config"});
+                    {{}, 2, missing + ": No such file or directory; repair it, or name another file with --config"});
 }
 
 TEST_F(Kestctl, ConfigurationByOptionBeatsTheEnvironment)

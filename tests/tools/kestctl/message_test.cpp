@@ -170,14 +170,14 @@ TEST_F(KestctlMessage, ReadThroughAHubIsRefusedUnlessForced)
     serve();
     says({"sim", "fault", "add", "hub-hold-sda", "--bus", "planar", "--address", "0x80", "--way", "read", "--count",
           "1"});
-    EXPECT_EQ(
-        "riser-vpd: read by message: through a hub bytes can come that were never read, and a message can't tell; "
-        "'kestctl seeprom read riser-vpd' reads until it can be relied on, --force takes what comes",
-        complaint(3, {"read", "riser-vpd", "--length", "64", "-o", target}));
+    EXPECT_EQ("riser-vpd: read by message: a read through a hub can return bytes that were never read, and a message "
+              "can't show that; "
+              "'kestctl seeprom read riser-vpd' reads until the bytes are certain; --force takes what comes",
+              complaint(3, {"read", "riser-vpd", "--length", "64", "-o", target}));
     EXPECT_FALSE(std::filesystem::exists(target));
     const RunResult forced = message({"read", "riser-vpd", "--length", "64", "-o", target, "--force"});
     EXPECT_EQ(0, forced.exit);
-    EXPECT_EQ("kestctl: riser-vpd: read through a hub: the bytes can be ones that were never read\n", forced.errors);
+    EXPECT_EQ("kestctl: riser-vpd: read through a hub: these may be bytes that were never read\n", forced.errors);
     EXPECT_EQ(std::string(64, '\0'), readFile(target));
     EXPECT_NE(std::string(64, '\0'), image("riser").substr(0, 64));
     EXPECT_EQ("", says({"seeprom", "read", "riser-vpd", "--length", "64", "-o", target}));
@@ -193,9 +193,9 @@ TEST_F(KestctlMessage, WrongUse)
     EXPECT_THAT(complaint(2, {"read", "panel-leds"}), HasSubstr("does not serve a PCA9552"));
     EXPECT_THAT(complaint(2, {"read", "sim:planar,L,F0,70,1,2C0128,A2"}), HasSubstr("F0"));
     EXPECT_THAT(complaint(4, {"read", "nosuchdevice"}), HasSubstr("nosuchdevice"));
-    EXPECT_EQ("give what to write: a file by --input, or bytes by --hex",
+    EXPECT_EQ("give what to write: a file with --input, or bytes with --hex",
               complaint(2, {"write", "panel-vpd", "--yes"}));
-    EXPECT_EQ("give what to write: a file by --input, or bytes by --hex",
+    EXPECT_EQ("give what to write: a file with --input, or bytes with --hex",
               complaint(2, {"write", "panel-vpd", "--hex", "00", "-i", file("new", "x"), "--yes"}));
     EXPECT_THAT(complaint(2, {"read", "panel-vpd", "--timeout", "soon"}), HasSubstr("timeout 'soon'"));
 }
@@ -205,7 +205,7 @@ TEST_F(KestctlMessage, NobodyServes)
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"read", "panel-vpd"}, {"write", "panel-vpd", "--hex", "00", "--yes"}, {"location", "0xD001"}}) {
         EXPECT_THAT(complaint(1, words), MatchesRegex(".*kestd.socket: No such file or directory; start kestd, or name "
-                                                      "its socket by --socket"));
+                                                      "its socket with --socket"));
     }
 }
 

@@ -264,7 +264,7 @@ TEST_F(KestctlDetect, AMissingKernelBusHasAHintThatHelps)
 {
     EXPECT_THAT(kestctl({"detect", "/dev/i2c-254,L,2C0256,A0"}).errors,
                 StartsWith("kestctl: /dev/i2c-254,L,2C0256,A0: detect: there is no such bus; 'ls /dev/i2c-*' shows the "
-                           "adapters there are; the kernel's module i2c-dev makes them [log 0x"));
+                           "adapters; the kernel's module i2c-dev makes them [log 0x"));
     EXPECT_THAT(kestctl({"scan", "/dev/i2c-254"}).errors,
                 StartsWith("kestctl: /dev/i2c-254: open: there is no such bus; 'ls /dev/i2c-*' shows the adapters"));
 }

@@ -49,7 +49,7 @@ TEST_F(KestctlSeeprom, RawBytesReachATerminalOnlyWhenForced)
 {
     const RunResult refused = kestctl({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
     EXPECT_EQ(3, refused.exit);
-    EXPECT_THAT(refused.output, HasSubstr("kestctl: raw bytes are not written to a terminal; name a file by -o"));
+    EXPECT_THAT(refused.output, HasSubstr("kestctl: raw bytes are not written to a terminal; name a file with -o"));
     EXPECT_EQ(0, kestctl({"seeprom", "read", "panel-vpd", "-o", "-", "--force"}, {.terminal = true}).exit);
 }
 
@@ -90,7 +90,7 @@ TEST_F(KestctlSeeprom, BadInputSaysWhatIsWrong)
     EXPECT_EQ(empty + " is empty", complaint(2, {"seeprom", "write", "panel-vpd", "-i", empty, "--yes"}));
     EXPECT_EQ("--hex: two hexadecimal digits expected at character 4",
               complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "12 3", "--yes"}));
-    EXPECT_EQ("give what to write: a file by --input, or bytes by --hex",
+    EXPECT_EQ("give what to write: a file with --input, or bytes with --hex",
               complaint(2, {"seeprom", "write", "panel-vpd", "--yes"}));
     EXPECT_EQ("--length 2: --hex gives 1 byte",
               complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "12", "--length", "2", "--yes"}));
@@ -314,7 +314,7 @@ TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
     const std::string target = (folder() / "out.bin").string();
     const std::string same = file("same", before);
     const std::string dump = (folder() / "dump.json").string();
-    // a sub-bus fault that strikes once: the read is repeated until it can be relied on
+    // a sub-bus fault that strikes once: the read is repeated until the bytes are certain
     for (const char* kind : {"hub-hold-sda", "hub-hold-scl"}) {
         const auto faulty = [&](std::vector<std::string> command) {
             fault({kind, "--bus", "planar", "--address", "0x80", "--way", "read", "--count", "1"});
@@ -462,8 +462,8 @@ TEST_F(KestctlSeeprom, NothingIsWrittenToADeviceThatTheTableHasWithAnotherType)
               complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}));
     const RunResult listed = kestctl({"devices"});
     EXPECT_EQ(2, listed.exit);
-    EXPECT_EQ("kestctl: 'sim:planar,L,1C0002,A4': the device table has a 24C32, twin, there, too\n"
-              "kestctl: 'sim:planar,L,2C0032,A4': the device table has a 24C02, panel-vpd, there, too\n",
+    EXPECT_EQ("kestctl: 'sim:planar,L,1C0002,A4': the device table also has a 24C32, twin, there\n"
+              "kestctl: 'sim:planar,L,2C0032,A4': the device table also has a 24C02, panel-vpd, there\n",
               listed.errors);
     says({"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes", "--force"});
     EXPECT_EQ('\x5A', image("panel")[0]);

@@ -1,9 +1,9 @@
 /// One session by itself, at a clock of the test's own.
 #include <gtest/gtest.h>
 
+#include "base/clock.h"
 #include "tests/host/iic_support.h"
 #include "tests/tools/kestd_support.h"
-#include "tools/kestd/clock.h"
 #include "tools/kestd/service.h"
 
 namespace kest::service
@@ -47,9 +47,9 @@ constexpr std::int64_t limitMs = 300'000;
 
 TEST_F(KestdSession, SilentClientIsDroppedWhenItsTimeIsUpAndNotBefore)
 {
-    const std::int64_t before = nowMs();
+    const std::int64_t before = steadyMs();
     session->run();
-    const std::int64_t after = nowMs();
+    const std::int64_t after = steadyMs();
     session->endWhenLate(before + limitMs - 1, limitMs, 0);
     EXPECT_FALSE(isEnded());
     session->endWhenLate(after + limitMs, limitMs, 0);
@@ -59,7 +59,7 @@ TEST_F(KestdSession, SilentClientIsDroppedWhenItsTimeIsUpAndNotBefore)
 TEST_F(KestdSession, HalfARequestDoesNotBuyTime)
 {
     session->run();
-    const std::int64_t after = nowMs();
+    const std::int64_t after = steadyMs();
     ASSERT_EQ(3, send(client, "\0\0\0", 3, 0));
     session->run();
     session->endWhenLate(after + limitMs, limitMs, 0);
@@ -69,7 +69,7 @@ TEST_F(KestdSession, HalfARequestDoesNotBuyTime)
 TEST_F(KestdSession, WithoutALimitASilentClientStays)
 {
     session->run();
-    session->endWhenLate(nowMs() + 1'000'000'000'000, 0, 0);
+    session->endWhenLate(steadyMs() + 1'000'000'000'000, 0, 0);
     EXPECT_FALSE(isEnded());
 }
 
