@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <system_error>
 
+#include "base/quietwrites.h"
+
 namespace kest::test
 {
 
@@ -212,6 +214,7 @@ bool Program::pump()
     take(waits[0], m_output, m_result.output);
     take(waits[1], m_errors, m_result.errors);
     if (waits[2].revents != 0) {
+        const quietWrites quiet;
         const ssize_t written = write(m_input, m_options.input.data(), m_options.input.size());
         if (written > 0) {
             m_options.input.erase(0, static_cast<std::size_t>(written));
