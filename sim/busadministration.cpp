@@ -1,6 +1,7 @@
 #include "sim/busadministration.h"
 
 #include "base/quietwrites.h"
+#include "sim/power.h"
 #include "sim/wavefile.h"
 
 #include <algorithm>
@@ -45,15 +46,11 @@ void busAdministration::powerCycle()
     if (!use.usable()) {
         return;
     }
-    busState& state = m_shared.state();
-    m_shared.chips().powerUp();
-    for (auto& record : state.faults) {
-        record.ended = record.ended || record.untilReset;
+    losePower(m_shared.chips(), m_shared.state());
+    // without its image a page would be torn into one that nobody wrote
+    if (!m_shared.chips().imageLost()) {
+        withFreedLines([&use](waveText* wave) { use.commit(wave); });
     }
-    m_shared.chips().driveResetLines(state.faults, state.now);
-    m_shared.letLinesGo();
-    state.driven.letGo();
-    withFreedLines([&use](waveText* wave) { use.commit(wave); });
 }
 
 void busAdministration::makeNew()

@@ -210,11 +210,17 @@ bool busChips::imageLost() const
     return std::ranges::any_of(m_members, [](const member& each) { return each.cells && each.cells->isLost(); });
 }
 
-void busChips::powerUp()
+void busChips::losePower(std::uint64_t now)
 {
     for (auto& member : m_members) {
+        member.model->losePower(now);
         member.model->powerUp();
     }
+}
+
+bool busChips::settle()
+{
+    return std::ranges::all_of(m_members, [](const member& each) { return each.model->settle(); });
 }
 
 void busChips::asNew()

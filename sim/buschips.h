@@ -67,7 +67,10 @@ public:
     /// Whether an image could not be read since load().
     [[nodiscard]] bool imageLost() const;
 
-    void powerUp();
+    /// A power cycle. Once the state has been stored, settle() brings torn pages into the images.
+    void losePower(std::uint64_t now);
+    /// @return false when an image would not take its page
+    bool settle();
     void asNew();
     void endEffects(const faultEnded& ended);
     [[nodiscard]] std::vector<chipListing> list(std::uint64_t now) const;

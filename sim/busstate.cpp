@@ -15,6 +15,7 @@ void busState::exchange(stateFields& fields)
     fields.flag(sclHeld);
     fields.numbers(heldBy, resetsToGo);
     driven.exchange(fields);
+    fields.flag(torn);
     fields.flag(recording);
     fields.numbers(waveOrigin, waveBytes);
     fields.flag(waveAt.scl);

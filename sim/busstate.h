@@ -22,6 +22,7 @@ struct busState {
     std::uint32_t heldBy = 0; ///< number of the fault that holds them
     std::uint32_t resetsToGo = 0; ///< resets that the hold outlasts
     cutRead driven; ///< by a chip whose read was cut off
+    bool torn = false; ///< a loss of power left pages that may not be in their images yet
     bool recording = false;
     std::uint64_t waveOrigin = 0; ///< bus time of the waveform's tick 0
     std::uint64_t waveBytes = 0; ///< length of the waveform file
@@ -32,7 +33,7 @@ struct busState {
     void exchange(stateFields& fields);
 };
 
-constexpr std::size_t busStateBytes = 256 + 2 * mostFaults * faultBytes;
+constexpr std::size_t busStateBytes = 512 + 2 * mostFaults * faultBytes;
 /// Bus time stops there and does not wrap; every use of the bus fails then.
 constexpr std::uint64_t latestTime = std::uint64_t{1} << 62;
 

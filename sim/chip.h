@@ -23,13 +23,16 @@ namespace kest::sim
 constexpr std::uint64_t longestWaitNs = 4'000'000'000'000;
 
 /// Longest page of the modelled memories, bytes.
-constexpr std::size_t longestPage = 128;
+constexpr std::size_t longestPage = 256;
 
-/// What a memory chip stores in.
+/// What a memory chip keeps its bytes in.
 struct memory {
     virtual ~memory() = default;
     virtual void read(std::uint32_t offset, std::span<std::uint8_t> bytes) = 0;
+    /// Part of the transaction: the bytes count when the state does.
     virtual void program(std::uint32_t offset, std::span<const std::uint8_t> bytes) = 0;
+    /// At once. @return false when they could not be written
+    virtual bool write(std::uint32_t offset, std::span<const std::uint8_t> bytes) = 0;
 };
 
 /// Faults that only a chip can let strike, because they come in the middle of what it does.
@@ -56,8 +59,8 @@ struct listedRegister {
     std::string meaning;
 };
 
-/// Bytes of the state file that each chip has.
-constexpr std::size_t chipStateBytes = 128;
+/// Bytes of the state file that each chip has: registers, and the page of a write cycle.
+constexpr std::size_t chipStateBytes = 128 + longestPage;
 
 class chip
 {
@@ -84,6 +87,10 @@ public:
     /// Loads its volatile state from the state file, or stores it there.
     virtual void exchange(stateFields& fields) = 0;
     virtual void powerUp() = 0;
+    /// The power goes. powerUp() comes next; settle() when the state has been stored.
+    virtual void losePower(std::uint64_t) {}
+    /// Brings what a loss of power left behind into the memory. @return false when the memory would not take it
+    virtual bool settle() { return true; }
     /// As it is in a machine that has just been made.
     virtual void asNew() { powerUp(); }
     /// Undoes the effects of faults that have ended.

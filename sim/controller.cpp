@@ -35,7 +35,7 @@ std::uint64_t deadlineOf(const adapterKind& kind, std::uint64_t now)
     return kind.timeoutMs == 0 ? latestTime : now + kind.timeoutMs * nsPerMs;
 }
 
-transferResult runOnWire(const adapterKind& kind, const busChips& chips, busState& state, wire& lines,
+transferResult runOnWire(const adapterKind& kind, busChips& chips, busState& state, wire& lines,
                          std::span<segment> segments, std::uint64_t deadline)
 {
     if (!kind.stopBetween) {
@@ -75,7 +75,7 @@ bool takes(const adapterKind& kind, std::span<const segment> segments)
     return true;
 }
 
-transferResult runTransaction(const adapterKind& kind, const busChips& chips, busState& state, wire& lines,
+transferResult runTransaction(const adapterKind& kind, busChips& chips, busState& state, wire& lines,
                               std::span<segment> segments)
 {
     const std::uint64_t deadline = deadlineOf(kind, lines.clock.now);

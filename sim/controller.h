@@ -18,7 +18,7 @@ bool takes(const adapterKind& kind, std::span<const segment> segments);
 
 /// Runs the segments on a bus whose lines are free, as the adapter does.
 /// @param segments  which the adapter takes
-transferResult runTransaction(const adapterKind& kind, const busChips& chips, busState& state, wire& lines,
+transferResult runTransaction(const adapterKind& kind, busChips& chips, busState& state, wire& lines,
                               std::span<segment> segments);
 
 } // namespace kest::sim

@@ -2,21 +2,14 @@
 
 #include "base/clock.h"
 
-#include <limits>
-
 namespace kest::sim
 {
-
-namespace
-{
-constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
-} // namespace
 
 bool eeprom::start(direction, busClock& clock, chipFaults&)
 {
     // a START ends whatever the chip was doing
     deselect();
-    return clock.now >= m_writeDoneAt;
+    return !m_cycle.isRunning(clock.now);
 }
 
 bool eeprom::take(std::uint8_t byte, busClock&)
@@ -62,20 +55,27 @@ void eeprom::beginWriteCycle(std::uint64_t now, chipFaults& faults)
 {
     const auto stuck = faults.meets(faultKind::stuckWriteCycle);
     if (stuck && stuck->value == 0) {
-        m_writeDoneAt = never;
-        m_stuckBy = stuck->number;
+        m_cycle.beginStuck(stuck->number);
         return;
     }
-    program();
-    m_writeDoneAt = now + (stuck ? std::uint64_t{stuck->value} * nsPerMs : m_settings.writeCycleNs);
+    program(now + (stuck ? std::uint64_t{stuck->value} * nsPerMs : cycleNs()));
 }
 
-void eeprom::program()
+std::uint64_t eeprom::cycleNs()
+{
+    const std::uint64_t shortest = std::min(m_settings.shortestWriteCycleNs, m_settings.writeCycleNs);
+    return shortest + nextChoice().below(0, static_cast<std::uint32_t>(m_settings.writeCycleNs - shortest) + 1);
+}
+
+void eeprom::program(std::uint64_t doneAt)
 {
     std::array<std::uint8_t, longestPage> page{};
     const std::span cells{page.data(), m_type.pageBytes};
     const std::uint32_t pageStart = m_counter - m_counter % m_type.pageBytes;
+    // on an adapter that sends a STOP between messages, power may have been lost in an earlier one
+    m_cycle.settle(m_storage);
     m_storage.read(pageStart, cells);
+    m_cycle.begin(doneAt, pageStart, cells);
     for (std::size_t column = 0; column < cells.size(); ++column) {
         if (m_latched.test(column)) {
             cells[column] = m_latch[column];
@@ -106,36 +106,32 @@ std::uint8_t eeprom::cell(std::uint32_t offset) const
 
 void eeprom::exchange(stateFields& fields)
 {
-    fields.numbers(m_counter, m_writeDoneAt, m_stuckBy);
+    fields.number(m_counter);
     fields.check(m_counter < m_type.sizeBytes, "an EEPROM's address counter");
-    fields.check(m_stuckBy != 0 ? m_writeDoneAt == never : m_writeDoneAt <= fields.busTime() + longestWaitNs,
-                 "the end of a write cycle");
+    m_cycle.exchange(fields, m_type.sizeBytes);
 }
 
+// Where the counter begins is not known; parts differ, and so does one part from time to time.
 void eeprom::powerUp()
 {
     deselect();
-    m_counter = 0;
-    m_writeDoneAt = 0;
-    m_stuckBy = 0;
+    m_counter = nextChoice().below(0, m_type.sizeBytes);
 }
 
-void eeprom::endEffects(const faultEnded& ended)
+void eeprom::asNew()
 {
-    if (m_stuckBy != 0 && ended(m_stuckBy)) {
-        m_stuckBy = 0;
-        m_writeDoneAt = 0;
-    }
+    m_cycle = {};
+    powerUp();
 }
 
 std::vector<listedRegister> eeprom::list(std::uint64_t now)
 {
-    const bool busy = now < m_writeDoneAt;
+    const bool busy = m_cycle.isRunning(now);
     return {{"counter", m_counter, "next byte that a read without an offset gives"},
             {"busy", busy ? 1U : 0U,
-             m_stuckBy != 0 ? "write cycle that does not end"
-             : busy         ? "write cycle"
-                            : "ready"}};
+             m_cycle.isStuck() ? "write cycle that does not end"
+             : busy            ? "write cycle"
+                               : "ready"}};
 }
 
 } // namespace kest::sim

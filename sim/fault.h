@@ -21,6 +21,7 @@ namespace kest::sim
 /// hub-bad-first-byte a read through the hub begins with a byte that is no status              that byte, 0 is 0xA5
 /// hub-hold-sda,      the sub-bus of the transfer's port is held until a sub-bus reset         resets outlasted
 /// hub-hold-scl
+/// power-cut          the chips of the bus lose power until the end of the transaction; counts bytes, addresses too
 struct faultDescription {
     std::string kind{};
     /// Empty: every bus, each counting for itself. "NODE:BUS" on a node that is not the local one.

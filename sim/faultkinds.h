@@ -25,13 +25,14 @@ enum class faultKind : std::uint8_t {
     hubBadFirstByte,
     hubHoldSda,
     hubHoldScl,
+    powerCut,
 };
 
 struct faultKindRow {
     faultKind kind;
     std::string_view name;
     bool ofHub = false; ///< matches transactions to hubs alone, and ends with a hub's resets
-    bool countsInChip = false; ///< the n-th time is counted where the chip asks, not by transactions
+    bool countsInChip = false; ///< the n-th time is counted where it may strike, not by transactions
     std::uint32_t lowestValue = 0;
     std::uint32_t highestValue = 0xFFFFFFFF;
     std::uint32_t valueFor0 = 0;
@@ -66,6 +67,7 @@ inline constexpr std::array faultKinds{
                  .valueFor0 = 0xA5},
     faultKindRow{.kind = faultKind::hubHoldSda, .name = "hub-hold-sda", .ofHub = true, .countsInChip = true},
     faultKindRow{.kind = faultKind::hubHoldScl, .name = "hub-hold-scl", .ofHub = true, .countsInChip = true},
+    faultKindRow{.kind = faultKind::powerCut, .name = "power-cut", .countsInChip = true},
 };
 static_assert(
     [] {

@@ -135,9 +135,15 @@ void image::program(std::uint32_t offset, std::span<const std::uint8_t> bytes)
 
 bool image::store(const pageWrite& written)
 {
+    return holds(written) && write(written.offset, {written.bytes.data(), written.length});
+}
+
+bool image::write(std::uint32_t offset, std::span<const std::uint8_t> bytes)
+{
     m_windowStart = noWindow;
-    return holds(written) && open() &&
-           writeAllAt(m_descriptor, {written.bytes.data(), written.length}, static_cast<off_t>(written.offset)) == 0;
+    const bool written = open() && writeAllAt(m_descriptor, bytes, static_cast<off_t>(offset)) == 0;
+    m_lost = m_lost || !written;
+    return written;
 }
 
 bool image::holds(const pageWrite& some) const

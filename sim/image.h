@@ -39,9 +39,10 @@ public:
     void read(std::uint32_t offset, std::span<std::uint8_t> bytes) override;
     /// Only notes the page; store() writes it when the state says so.
     void program(std::uint32_t offset, std::span<const std::uint8_t> bytes) override;
+    bool write(std::uint32_t offset, std::span<const std::uint8_t> bytes) override;
     /// @return false when the file would not take it
     bool store(const pageWrite& page);
-    /// Whether it could not be read, or had another size, since begin().
+    /// Whether it could not be read or written, or had another size, since begin().
     [[nodiscard]] bool isLost() const { return m_lost; }
     /// Whether a page is of this image.
     [[nodiscard]] bool holds(const pageWrite& page) const;

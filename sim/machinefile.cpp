@@ -28,6 +28,9 @@ namespace
 // the other addresses are reserved on every bus
 constexpr std::int64_t lowestAddress = 0x10, highestAddress = 0xEE;
 
+// Of the longest write cycle. Measured parts spread over a fifth to a quarter.
+constexpr double usualShortestCycle = 0.75;
+
 /// Reads a machine file, and fails with the place in the file and what is wrong there.
 class reader
 {
@@ -354,9 +357,9 @@ void reader::chipOptions(const toml::table& table, chipDescription& chip) const
 
 void reader::eepromOptions(const toml::table& table, chipDescription& chip) const
 {
-    onlyKeys(
-        table, keysOf(chip),
-        {"bus", "node", "hub", "port", "type", "address", "image", "write_cycle_ms", "protect", "hold_sda_after_cut"});
+    onlyKeys(table, keysOf(chip),
+             {"bus", "node", "hub", "port", "type", "address", "image", "write_cycle_ms", "write_cycle_min_ms",
+              "protect", "hold_sda_after_cut"});
     constexpr std::array protections{
         std::pair{std::string_view{"no"}, protection::none},
         std::pair{std::string_view{"silent"}, protection::silent},
@@ -370,8 +373,10 @@ void reader::eepromOptions(const toml::table& table, chipDescription& chip) cons
     }
     chip.image = imageOf(table);
     chip.memory.protect = found->second;
-    chip.memory.writeCycleNs =
-        static_cast<std::uint64_t>(real(table, "write_cycle_ms", 0, 1000, 3.5) * static_cast<double>(nsPerMs));
+    const double longest = real(table, "write_cycle_ms", 0, 1000, 3.5);
+    const double shortest = real(table, "write_cycle_min_ms", 0, longest, longest * usualShortestCycle);
+    chip.memory.writeCycleNs = static_cast<std::uint64_t>(longest * static_cast<double>(nsPerMs));
+    chip.memory.shortestWriteCycleNs = static_cast<std::uint64_t>(shortest * static_cast<double>(nsPerMs));
     chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
 }
 

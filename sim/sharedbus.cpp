@@ -30,7 +30,7 @@ bool sharedBus::load()
     }
     // the machine file may pull other lines low by now
     m_chips.driveResetLines(m_state.faults, m_state.now);
-    return writePage();
+    return writePage() && settle();
 }
 
 /// @return what is damaged; null: nothing
@@ -73,7 +73,22 @@ bool sharedBus::commit(waveText* wave)
         m_state.waveAt = wave->end();
     }
     store();
-    return writePage();
+    return writePage() && settle();
+}
+
+// Torn pages are in the state until they are in their images. The second record ends that, so that nothing is written
+// twice: a user may have put another image there meanwhile.
+bool sharedBus::settle()
+{
+    if (!m_state.torn) {
+        return true;
+    }
+    if (!m_chips.settle()) {
+        return false;
+    }
+    m_state.torn = false;
+    store();
+    return true;
 }
 
 bool sharedBus::writePage()

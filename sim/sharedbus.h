@@ -73,6 +73,7 @@ private:
     friend class busUse;
     const char* readRecord();
     bool writePage();
+    bool settle();
 
     const busDescription m_about;
     const std::size_t m_index;

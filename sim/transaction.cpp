@@ -1,5 +1,7 @@
 #include "sim/transaction.h"
 
+#include "sim/power.h"
+
 #include <algorithm>
 
 namespace kest::sim
@@ -9,6 +11,8 @@ namespace
 {
 // where a short transfer ends
 constexpr unsigned bitsOfCutByte = 4;
+// what a released SDA reads as
+constexpr std::uint8_t nothingDriven = 0xFF;
 } // namespace
 
 bool joins(std::span<const segment> segments, std::size_t index)
@@ -17,10 +21,11 @@ bool joins(std::span<const segment> segments, std::size_t index)
            segments[index].address == segments[index - 1].address && segments[index].way == segments[index - 1].way;
 }
 
-transaction::transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments,
+transaction::transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments,
                          std::uint64_t deadline)
     : m_chips{chips}, m_state{state}, m_lines{lines}, m_deadline{deadline}, m_segments{segments},
-      m_faults{state.faults, segments, [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }}
+      m_faults{state.faults, segments, [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }},
+      m_powerMayGo{std::ranges::find(state.faults, faultKind::powerCut, &faultRecord::kind) != state.faults.end()}
 {
 }
 
@@ -62,7 +67,7 @@ bool transaction::sendAddress(const segment& part)
     if (isStruckAtAddress(part)) {
         return false;
     }
-    chip* const addressed = m_chips.find(part.address);
+    chip* const addressed = isPowerLost(part) ? nullptr : m_chips.find(part.address);
     const auto byte = static_cast<std::uint8_t>(part.address | (part.way == direction::read ? 1 : 0));
     m_lines.start();
     if (m_selected != nullptr && m_selected != addressed) {
@@ -113,6 +118,19 @@ bool transaction::isStruckAtAddress(const segment& part)
     m_lines.byte(0, false);
     fail(outcome::arbitrationLost, ending::dropped);
     return true;
+}
+
+// Asked for each byte. The power comes back after the transaction, so that all of it meets dead chips.
+bool transaction::isPowerLost(const segment& part)
+{
+    const bool safe = m_selected != nullptr && isGuarded(part);
+    if (m_powerMayGo && !m_powerLost && !safe && m_faults.meets(faultKind::powerCut)) {
+        m_state.now = m_lines.clock.now;
+        losePower(m_chips, m_state);
+        m_powerLost = true;
+        m_selected = nullptr;
+    }
+    return m_powerLost;
 }
 
 bool transaction::isHeldAt(const segment& part, std::uint64_t byte)
@@ -196,6 +214,10 @@ void transaction::cutShort(const segment& part, std::uint8_t byte)
 
 bool transaction::sendByte(const segment& part, std::uint8_t byte)
 {
+    if (isPowerLost(part)) {
+        m_lines.byte(byte, false);
+        return fail(outcome::dataNotAcknowledged, ending::dropped);
+    }
     if (isStruckAtByte(part, byte)) {
         return false;
     }
@@ -211,6 +233,11 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
 
 bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
 {
+    if (isPowerLost(part)) {
+        byte = nothingDriven;
+        m_lines.byte(byte, more);
+        return true;
+    }
     const bool safe = isGuarded(part);
     if (isStruckAtByte(part, 0)) {
         return false;

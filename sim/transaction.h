@@ -22,7 +22,7 @@ class transaction
 {
 public:
     /// @param deadline  on the bus's clock: a data byte that ends later is the last one
-    transaction(const busChips& chips, busState& state, wire& lines, std::span<segment> segments,
+    transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments,
                 std::uint64_t deadline = latestTime);
     transferResult run();
 
@@ -40,6 +40,7 @@ private:
     bool sendByte(const segment& part, std::uint8_t byte);
     bool readByte(const segment& part, std::uint8_t& byte, bool more);
     [[nodiscard]] bool isStruckAtByte(const segment& part, std::uint8_t byte);
+    [[nodiscard]] bool isPowerLost(const segment& part);
     [[nodiscard]] bool isHeldAt(const segment& part, std::uint64_t byte);
     void cutShort(const segment& part, std::uint8_t byte);
     bool fail(outcome how, ending with);
@@ -48,12 +49,14 @@ private:
     [[nodiscard]] busClock clockOfAcknowledge() const;
     [[nodiscard]] bool isLastInTime() const;
 
-    const busChips& m_chips;
+    busChips& m_chips;
     busState& m_state;
     wire& m_lines;
     std::uint64_t m_deadline;
     std::span<segment> m_segments;
     faultPlan m_faults;
+    const bool m_powerMayGo; ///< whether the bus has such a fault
+    bool m_powerLost = false;
     transferResult m_result;
     ending m_end = ending::stop;
     chip* m_selected = nullptr;

@@ -74,7 +74,7 @@ TEST_F(Eeprom, SizesPagesAndOffsets)
 
 TEST_F(Eeprom, SilentFromStopUntilTheWriteCycleEnds)
 {
-    power24c("24C02", "write_cycle_ms = 2");
+    power24c("24C02", "write_cycle_ms = 2\nwrite_cycle_min_ms = 2");
     on->write(0xA0, {0, 1});
     EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
     EXPECT_EQ(outcome::addressNotAcknowledged, on->readAt(0xA0, {0}, 1).end);
@@ -85,17 +85,6 @@ TEST_F(Eeprom, SilentFromStopUntilTheWriteCycleEnds)
     on->planar->idle(100'000);
     EXPECT_EQ(outcome::done, on->probe(0xA0));
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{1});
-}
-
-TEST_F(Eeprom, WriteCycleDefaultsTo3500Microseconds)
-{
-    power24c("24C02");
-    const std::uint64_t written = on->write(0xA0, {0, 1}).busTimeNs;
-    ASSERT_TRUE(on->asksUntilAnswered(0xA0, 200));
-    const std::uint64_t ready = on->planar->busTimeNs();
-    EXPECT_GE(ready - written, 3'500'000U);
-    // polls of 11 bits
-    EXPECT_LE(ready - written, 3'500'000U + 2 * 27'500);
 }
 
 TEST_F(Eeprom, OffsetAloneWritesNothingAndIsNotBusy)
@@ -159,13 +148,16 @@ TEST_F(Eeprom, CurrentAddressAfterAWriteIsBehindItsLastByte)
     EXPECT_EQ(on->read(0xA0, 1).data, Bytes{9});
 }
 
-TEST_F(Eeprom, CurrentAddressAfterAPowerCycleIs0)
+// Where a chip begins to read after power-up is anybody's guess. The seed decides: 214 in the new machine, then 80.
+TEST_F(Eeprom, CurrentAddressAfterPowerUpIsNotKnown)
 {
+    home.put("a.bin", std::string(256, '\xFF').replace(214, 1, 1, '\xD6').replace(80, 1, 1, '\x50'));
     power24c("24C02");
-    on->store(0xA0, {0x00, 0x5A});
+    EXPECT_EQ(on->read(0xA0, 1).data, Bytes{0xD6});
     on->readAt(0xA0, {0x20}, 2);
     machine->powerCycle();
-    EXPECT_EQ(on->read(0xA0, 1).data, Bytes{0x5A});
+    EXPECT_EQ(80U, value("planar 0xA0 24C02", "counter"));
+    EXPECT_EQ(on->read(0xA0, 1).data, Bytes{0x50});
 }
 
 TEST_F(Eeprom, JoinedSegmentsAreOneRead)
@@ -294,10 +286,10 @@ TEST_F(Eeprom, HeldSdaOutlivesTheProcess)
     EXPECT_EQ(outcome::done, on->planar->clocks(5));
 }
 
-TEST_F(Eeprom, PowerCycleKeepsImagesAndEndsWriteCycles)
+TEST_F(Eeprom, PowerCycleKeepsImages)
 {
     power24c("24C02");
-    on->write(0xA0, {0, 0x5A});
+    on->store(0xA0, {0, 0x5A});
     machine->powerCycle();
     EXPECT_EQ(on->readAt(0xA0, {0}, 1).data, Bytes{0x5A});
 }
@@ -352,7 +344,7 @@ TEST_P(EepromModel, AgreesWithAnArray)
     power24c("24C32");
     std::mt19937 random{GetParam()};
     Bytes expected(4096, 0xFF);
-    std::size_t current = 0;
+    std::size_t current = value("planar 0xA0 24C32", "counter");
     const auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
     for (int step = 0; step < 200; ++step) {
         const std::size_t offset = below(4096);

@@ -13,7 +13,7 @@ protected:
     void SetUp() override
     {
         power(chip("HUB922", "0x80") + chip("PCA9552", "0xC0") +
-              chip("24C128", "0xA2", "hub = 0x80\nport = 3\nimage = \"riser.bin\"") +
+              chip("24C128", "0xA2", "hub = 0x80\nport = 3\nimage = \"riser.bin\"\nwrite_cycle_min_ms = 3.5") +
               chip("24C02", "0xA4", "hub = 0x80\nport = 1\nimage = \"fan.bin\"") +
               chip("LM75", "0x90", "hub = 0x80\nport = 7\ncelsius = 21"));
     }

@@ -184,7 +184,7 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
     fault({.kind = "nack", .nth = 5, .count = 7});
     on->planar->idle(1'000'000);
     on->planar->idle(1'000'000);
-    constexpr std::size_t record = 4096 + 2048, faults = record + 200, eeprom = record + busStateBytes,
+    constexpr std::size_t record = 4096 + 2048, faults = record + 329, eeprom = record + busStateBytes,
                           leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes, hub = lm92 + chipStateBytes;
     const std::string good = home.text("machine.state");
     ASSERT_EQ(0, good[4096]);
@@ -197,14 +197,14 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {record, {2}, "a flag"},
         {record, {1, 1}, "the page on its way into an image"}, // chip 1 has no image
         {record, {1, 0, 0, 0, 0, 0xFF, 0, 0, 0, 2}, "the page on its way into an image"},
-        {record + 9, {129}, "the page on its way into an image"},
-        {record + 141, Bytes(8, 0xFF), "bus time"},
-        {record + 141, {0, 0, 0, 0, 0, 0, 0, 0x40}, "bus time"},
-        {record + 168, {10}, "the bit of a read that was cut off"},
-        {record + 170, Bytes(8, 0x01), "the waveform"},
-        {record + 188, Bytes(8, 0x01), "the waveform"},
-        {record + 196, {129}, "the number of faults"},
-        {faults + 4, {14}, "the kind of a fault"},
+        {record + 9, {1, 1}, "the page on its way into an image"},
+        {record + 269, Bytes(8, 0xFF), "bus time"},
+        {record + 269, {0, 0, 0, 0, 0, 0, 0, 0x40}, "bus time"},
+        {record + 296, {10}, "the bit of a read that was cut off"},
+        {record + 299, Bytes(8, 0x01), "the waveform"},
+        {record + 317, Bytes(8, 0x01), "the waveform"},
+        {record + 325, {129}, "the number of faults"},
+        {faults + 4, {15}, "the kind of a fault"},
         {faults + 5, {3}, "the kind of a fault"},
         {faults, {0}, "a fault's number, address or first time"},
         {faults + 6, {1}, "a fault's number, address or first time"},
@@ -214,6 +214,10 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {eeprom + 4, Bytes(8, 0x0F), "the end of a write cycle"},
         {eeprom + 4, Bytes(8, 0xFF), "the end of a write cycle"},
         {eeprom + 12, {1}, "the end of a write cycle"},
+        {eeprom + 16, {3}, "the page of a write cycle"},
+        {eeprom + 16, {0}, "the page of a write cycle"},
+        {eeprom + 17, {0xFF, 0xFF, 0xFF, 0xFF}, "the page of a write cycle"},
+        {eeprom + 21, {0x01, 0x01}, "the page of a write cycle"},
         {leds + 1, {1}, "a register that a PCA955x does not have"},
         {leds + 11, {1}, "a register that a PCA955x does not have"},
         {lm92, {8}, "a sensor's pointer or alarms"},
@@ -248,8 +252,8 @@ TEST_F(MachineFolder, StateDamagedUnderARunningProcessIsGoneUntilOpenedAgain)
     power(chip("PCA9554", "0x40"));
     {
         std::fstream state{home.path / "machine.state", std::ios::in | std::ios::out | std::ios::binary};
-        state.seekp(4096 + 2048 + 141) << std::string(8, '\xFF');
-        state.seekp(static_cast<std::streamoff>(4096 + 2048 + busStateBytes + chipStateBytes + 141))
+        state.seekp(4096 + 2048 + 269) << std::string(8, '\xFF');
+        state.seekp(static_cast<std::streamoff>(4096 + 2048 + busStateBytes + chipStateBytes + 269))
             << std::string(8, '\xFF');
     }
     EXPECT_EQ(outcome::gone, on->probe(0x40));

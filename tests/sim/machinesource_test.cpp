@@ -146,7 +146,7 @@ TEST_F(TwoBuses, DamageCountsWhenItsBusIsUsed)
     powerBoth();
     on->store(0xA0, {0x10, 1});
     release();
-    constexpr std::size_t block = 2048 + 2 * (busStateBytes + chipStateBytes), time = 2048 + 141;
+    constexpr std::size_t block = 2048 + 2 * (busStateBytes + chipStateBytes), time = 2048 + 269;
     std::string bad = home.text("machine.state");
     for (const std::size_t record : {std::size_t{0}, busStateBytes + chipStateBytes}) {
         bad.replace(4096 + block + time + record, 8, std::string(8, '\xFF'));

@@ -105,7 +105,7 @@ TEST_F(BusTime, RealTimeWaits)
 // In real time the clock ends a write cycle, whether or not the bus is used meanwhile.
 TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
-    power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000"));
+    power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000\nwrite_cycle_min_ms = 1000"));
     DrivenClock clock;
     const auto real = openMachine(home.path, clock);
     User slow{real->findBus("planar", "")};

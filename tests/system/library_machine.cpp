@@ -28,7 +28,9 @@ LibraryMachine::LibraryMachine() : OwnMachine("[registry]\n\"tavo/ReadMode\" = \
         text += chip("HUB922", hub);
         for (const int port : {0, 7}) {
             const std::string name = std::to_string(hub) + "-" + std::to_string(port);
-            const std::string at = "hub = " + std::to_string(hub) + "\nport = " + std::to_string(port) + "\n";
+            // write cycles without a spread: repeated writes take as many transactions
+            const std::string at =
+                "write_cycle_min_ms = 3.5\nhub = " + std::to_string(hub) + "\nport = " + std::to_string(port) + "\n";
             text +=
                 eeprom("24C128", 0xA2, "riser" + name + ".bin", at) + eeprom("24C02", 0xA6, "card" + name + ".bin", at);
             fill("riser" + name + ".bin", pattern(16384, static_cast<unsigned>(hub + port)));
