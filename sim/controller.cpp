@@ -43,6 +43,10 @@ transferResult runOnWire(const adapterKind& kind, busChips& chips, busState& sta
     }
     transferResult result;
     for (std::size_t begin = 0, end = 0; begin < segments.size() && result.end == outcome::done; begin = end) {
+        if (state.driven.holdsSda()) {
+            // the STOP before this part did not take place
+            return {.end = outcome::sdaHeld, .segment = begin};
+        }
         for (end = begin + 1; joins(segments, end); ++end) {}
         result = transaction{chips, state, lines, segments.subspan(begin, end - begin), deadline}.run();
         result.segment += result.end == outcome::done ? 0 : begin;

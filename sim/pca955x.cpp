@@ -38,11 +38,21 @@ bool pca955x::take(std::uint8_t byte, busClock&)
 std::uint8_t pca955x::give(busClock& clock, chipFaults&)
 {
     const std::uint8_t byte = value(current(), clock.now);
+    m_pointerBefore = m_pointer;
+    m_levelsReadBefore = m_levelsRead;
     if (!m_type.leds && current() < portCount()) {
         m_levelsRead.at(current()) = levels(current(), clock.now);
     }
     movePointer();
     return byte;
+}
+
+// A byte counts as read in its acknowledge slot: the pointer and the interrupt output wait for that.
+void pca955x::cut()
+{
+    deselect();
+    m_pointer = m_pointerBefore;
+    m_levelsRead = m_levelsReadBefore;
 }
 
 void pca955x::movePointer()

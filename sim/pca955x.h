@@ -85,6 +85,7 @@ public:
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock&, chipFaults&) override { deselect(); }
     void deselect() override { m_commandNext = true; }
+    void cut() override;
     void exchange(stateFields& fields) override;
     void powerUp() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
@@ -129,6 +130,8 @@ private:
     std::uint64_t m_watchedAt = 0; ///< bus time, ns
     std::array<std::uint8_t, 2> m_levelsRead{}; ///< an expander's pins when each port was last read, or at power-up
     bool m_commandNext = true; ///< the next byte of a write is the command byte
+    std::uint8_t m_pointerBefore = 0; ///< this and the next: before the byte given last
+    std::array<std::uint8_t, 2> m_levelsReadBefore{};
 };
 
 } // namespace kest::sim

@@ -35,6 +35,9 @@ enum configurationBit : std::uint8_t {
 };
 constexpr unsigned faultQueueShift = 3, faultQueueMask = 3;
 constexpr std::uint8_t noRegister = 0xFF;
+constexpr std::uint16_t lastBitOfFirstByte = 0x0100;
+// what goes over SDA after it
+constexpr std::uint8_t oneBitLow = 0x7F;
 constexpr std::int32_t microPerDegree = 1'000'000;
 // the power has come since the state was loaded: the first conversion begins at the next use
 constexpr std::uint64_t atNextUse = std::numeric_limits<std::uint64_t>::max();
@@ -134,15 +137,14 @@ std::uint8_t sensor::give(busClock&, chipFaults&)
     return static_cast<std::uint8_t>(low ? word : word >> 8);
 }
 
-// A part that took one byte of two has its next bit on SDA already, and the controller's NACK comes too late for it: when
-// the bit is 0, SDA stays low for one more clock.
+// A part whose two bytes are not read to the end misses the NACK of the first, and keeps its last bit on SDA for one more
+// clock. Only a 0 holds the line.
 cutRead sensor::drivesOn() const
 {
-    if (chosen().bytes != 2 || m_bytesGiven % 2 == 0) {
+    if (chosen().bytes != 2 || m_bytesGiven % 2 == 0 || (value(m_pointer) & lastBitOfFirstByte) != 0) {
         return {};
     }
-    constexpr std::uint8_t afterIt = 0x7F;
-    return {static_cast<std::uint8_t>(value(m_pointer) | afterIt), 0};
+    return {oneBitLow, 0};
 }
 
 bool sensor::configured(std::uint16_t bit) const { return (m_registers[conf] & bit) != 0; }

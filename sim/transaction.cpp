@@ -62,9 +62,16 @@ busClock transaction::clockOfAcknowledge() const
     return {m_lines.clock.now + bitsOfByte * m_lines.clock.bitLasting, m_lines.clock.bitLasting};
 }
 
+// A chip that has not seen the end of a read keeps SDA low: no repeated START is possible.
+bool transaction::isStillDriven()
+{
+    m_state.driven = m_selected == nullptr ? cutRead{} : m_selected->drivesOn();
+    return m_state.driven.holdsSda() && !fail(outcome::sdaHeld, ending::held);
+}
+
 bool transaction::sendAddress(const segment& part)
 {
-    if (isStruckAtAddress(part)) {
+    if (isStillDriven() || isStruckAtAddress(part)) {
         return false;
     }
     chip* const addressed = isPowerLost(part) ? nullptr : m_chips.find(part.address);

@@ -34,6 +34,7 @@ private:
     };
     bool runSegment(std::size_t index);
     bool sendAddress(const segment& part);
+    [[nodiscard]] bool isStillDriven();
     [[nodiscard]] bool isStruckAtAddress(const segment& part);
     [[nodiscard]] bool isRefused(const segment& part);
     bool moveBytes(segment& part);

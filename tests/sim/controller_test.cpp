@@ -185,6 +185,20 @@ TEST_F(Controller, StopBetweenMessagesEndsTheTransactionForAFault)
     EXPECT_EQ(1U, got.segment);
 }
 
+TEST_F(Controller, StopBetweenMessagesThatHeldSdaKeepsFromTakingPlaceEndsTheTransaction)
+{
+    powerWith("stop_between = true");
+    Bytes one(1), two(2);
+    // TOS: one byte of 0x5000 ends on a 0
+    on->write(0x90, {0x03});
+    segment parts[2] = {{0x90, direction::read, one, false}, {0x90, direction::read, two, false}};
+    const Answer got = on->run(parts, {});
+    EXPECT_EQ(outcome::sdaHeld, got.end);
+    EXPECT_EQ(1U, got.segment);
+    EXPECT_EQ(Bytes{0x50}, one);
+    EXPECT_EQ(outcome::done, on->planar->reset());
+}
+
 } // namespace
 
 } // namespace kest::sim::test

@@ -288,6 +288,22 @@ TEST_F(Interrupt, OutputsCauseNoneUntilTheyAreInputsThatDifferFromTheirLastRead)
     EXPECT_EQ("active, changed: 0", meaning("planar 0x42 PCA9554", "INT"));
 }
 
+// It counts as read in the acknowledge slot.
+TEST_F(Interrupt, AReadThatIsCutOffKeepsItAndThePointer)
+{
+    power9555("0xFFFF");
+    power9555("0xF77F");
+    on->write(0x40, {0x00});
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    // of port 1, which is 0xF7: the bit after the cut is 0, the next one 1
+    EXPECT_EQ(outcome::shortTransfer, on->read(0x40, 2).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+    EXPECT_EQ("active, changed: 11", meaning("planar 0x40 PCA9555", "INT"));
+    EXPECT_EQ((Bytes{0xF7, 0x7F}), on->read(0x40, 2).data);
+    EXPECT_EQ(1U, of9555());
+}
+
 TEST_F(Interrupt, PolarityIsNoChangeOfAPin)
 {
     power9554("0xFF");

@@ -434,26 +434,40 @@ TEST_F(Sensor, Lm75AlarmEndsBelowTheHysteresis)
     EXPECT_EQ("30.0000 C", meaning("planar 0x90 LM75", "TEMP"));
 }
 
-// The second byte's first bit is on SDA when the NACK of the first comes.
-TEST_F(Sensor, OneByteOfTwoHoldsSdaForOneBitThatIs0)
+TEST_F(Sensor, OneByteOfTwoThatEndsOnA0HoldsSdaForOneMoreBit)
 {
-    power(chip("LM75", "0x90", "celsius = 25"));
+    power(chip("LM75", "0x90", "celsius = 24"));
     const Answer got = on->read(0x90, 1);
     EXPECT_EQ(outcome::done, got.end);
-    EXPECT_EQ(Bytes{0x19}, got.data);
+    EXPECT_EQ(Bytes{0x18}, got.data);
     EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
     EXPECT_EQ(outcome::sdaHeld, on->probe(0x90));
     EXPECT_EQ(outcome::done, on->planar->clocks(1));
     EXPECT_EQ(outcome::done, on->probe(0x90));
     on->read(0x90, 1);
     EXPECT_EQ(outcome::done, on->planar->reset());
-    EXPECT_EQ((Bytes{0x19, 0x00}), on->read(0x90, 2).data);
+    EXPECT_EQ((Bytes{0x18, 0x00}), on->read(0x90, 2).data);
     EXPECT_EQ(outcome::done, on->planar->lines());
 }
 
-TEST_F(Sensor, OneByteHoldsNothingWhenTheNextBitIs1OrNoByteFollows)
+TEST_F(Sensor, NoRepeatedStartWhileOneByteOfTwoHoldsSda)
 {
-    power(chip("LM75", "0x90", "celsius = 25.5"));
+    power(chip("LM75", "0x90", "celsius = 24"));
+    Bytes first(1), second(1);
+    segment parts[2] = {{0x90, direction::read, first, false}, {0x90, direction::read, second, true}};
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
+    parts[1].joined = false;
+    const Answer got = on->run(parts, {});
+    EXPECT_EQ(outcome::sdaHeld, got.end);
+    EXPECT_EQ(1U, got.segment);
+    EXPECT_EQ(Bytes{0x18}, first);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->clocks(9));
+}
+
+TEST_F(Sensor, OneByteHoldsNothingWhenItEndsOnA1OrNoByteFollows)
+{
+    power(chip("LM75", "0x90", "celsius = 25"));
     EXPECT_EQ(Bytes{0x19}, on->read(0x90, 1).data);
     EXPECT_EQ(outcome::done, on->planar->lines());
     EXPECT_EQ(Bytes{0x00}, on->readAt(0x90, {0x01}, 1).data);
