@@ -1,5 +1,7 @@
 #include "base/utf8.h"
 
+#include <algorithm>
+
 namespace kest
 {
 
@@ -27,6 +29,8 @@ bool overlongOrBeyond(unsigned char first, unsigned char second)
            (first == 0xF4 && second > 0x8F);
 }
 
+bool continues(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
+
 } // namespace
 
 std::size_t utf8Length(std::string_view text)
@@ -37,11 +41,21 @@ std::size_t utf8Length(std::string_view text)
         return 0;
     }
     for (std::size_t index = 1; index < length; ++index) {
-        if ((byte(index) & 0xC0) != 0x80) {
+        if (!continues(text[index])) {
             return 0;
         }
     }
     return length > 2 && overlongOrBeyond(byte(0), byte(1)) ? 0 : length;
+}
+
+std::size_t brokenUtf8Length(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text.front());
+    const std::size_t whole = std::min(lengthByFirstByte(first), text.size());
+    if (whole < 2 || !continues(text[1]) || overlongOrBeyond(first, static_cast<unsigned char>(text[1]))) {
+        return 1;
+    }
+    return whole > 2 && continues(text[2]) ? 3 : 2;
 }
 
 char32_t codePoint(std::string_view character)

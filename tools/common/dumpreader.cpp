@@ -2,9 +2,9 @@
 
 #include <fmt/core.h>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <utility>
 
+#include "platform/host/json/parser.h"
 #include "tools/common/files.h"
 
 namespace kest::tools
@@ -12,93 +12,77 @@ namespace kest::tools
 namespace
 {
 
-using nlohmann::json;
 using kind = dumpReader::value::kind;
 
-/// Takes the events of the JSON parser. Keys inside other values are ignored: no key of a dump has such a value.
-class eventTaker
+/// Takes the parts of a dump file. Keys inside other values are ignored: no key of a dump has such a value.
+class valueTaker final : public host::jsonEvents
 {
 public:
     using values = std::map<std::string, dumpReader::value>;
 
     /// @param reader  for complaints
-    eventTaker(const dumpReader& reader, values& taken) : m_reader(reader), m_taken(taken) {}
+    valueTaker(const dumpReader& reader, values& taken) : m_reader(reader), m_taken(taken) {}
 
     [[nodiscard]] bool rootIsObject() const { return m_rootIsObject; }
 
-    // The names are the parser's.
-    bool null() { return takeOther(); }
-    bool boolean(bool /*truth*/) { return takeOther(); }
-    bool number_integer(json::number_integer_t /*number*/) { return takeOther(); }
-    bool number_float(json::number_float_t /*number*/, const std::string& /*digits*/) { return takeOther(); }
-    bool binary(json::binary_t& /*bytes*/) { return takeOther(); }
-    bool number_unsigned(json::number_unsigned_t number)
-    {
-        if (!isFieldsValue()) {
-            return takeOther();
-        }
-        *m_current = {.what = kind::wholeNumber, .texts = {}, .number = number};
-        return true;
-    }
-    bool string(std::string& text)
+    void null() override { takeOther(); }
+    void truth(bool /*value*/) override { takeOther(); }
+    void negativeNumber(std::int64_t /*value*/) override { takeOther(); }
+    void realNumber(double /*value*/) override { takeOther(); }
+    void number(std::uint64_t value) override
     {
         if (isFieldsValue()) {
-            *m_current = {.what = kind::text, .texts = {text}};
-        } else if (m_depth == 2 && m_current != nullptr && m_current->what == kind::listOfTexts) {
-            m_current->texts.push_back(text);
+            *m_current = {.what = kind::wholeNumber, .texts = {}, .number = value};
+        } else {
+            takeOther();
         }
-        return true;
     }
-    bool start_object(std::size_t /*size*/)
+    void text(std::string value) override
+    {
+        if (isFieldsValue()) {
+            *m_current = {.what = kind::text, .texts = {std::move(value)}};
+        } else if (m_depth == 2 && m_current != nullptr && m_current->what == kind::listOfTexts) {
+            m_current->texts.push_back(std::move(value));
+        }
+    }
+    void beginObject() override
     {
         takeOther();
         m_rootIsObject = m_rootIsObject || m_depth == 0;
         ++m_depth;
-        return true;
     }
-    bool start_array(std::size_t /*size*/)
+    void beginList() override
     {
         takeOther();
         if (isFieldsValue()) {
             *m_current = {.what = kind::listOfTexts, .texts = {}};
         }
         ++m_depth;
-        return true;
     }
-    bool key(std::string& name)
+    void field(std::string name) override
     {
-        if (m_depth == 1) {
-            const auto [place, isNew] = m_taken.try_emplace(name);
-            if (!isNew) {
-                throw m_reader.wrong(name, "is there twice");
-            }
-            m_current = &place->second;
+        if (m_depth != 1) {
+            return;
         }
-        return true;
+        const auto [place, isNew] = m_taken.try_emplace(name);
+        if (!isNew) {
+            throw m_reader.wrong(name, "is there twice");
+        }
+        m_current = &place->second;
     }
-    bool end_object() { return close(); }
-    bool end_array() { return close(); }
-    static bool parse_error(std::size_t /*at*/, const std::string& /*token*/, const json::exception& /*why*/)
-    {
-        return false;
-    }
+    void endObject() override { --m_depth; }
+    void endList() override { --m_depth; }
 
 private:
     /// Whether the current value belongs to a key. The elements of a list that is the whole file do not.
     [[nodiscard]] bool isFieldsValue() const { return m_depth == 1 && m_current != nullptr; }
 
     /// A value that is neither a text nor a whole number: of a key, or within its list.
-    bool takeOther()
+    void takeOther()
     {
         if (m_current != nullptr) {
             m_current->what = kind::other;
         }
-        return true;
-    }
-    bool close()
-    {
-        --m_depth;
-        return true;
     }
 
     const dumpReader& m_reader;
@@ -112,8 +96,8 @@ private:
 
 dumpReader::dumpReader(const std::string& fileName, const std::string& text) : m_fileName(fileName)
 {
-    eventTaker events(*this, m_values);
-    if (!json::sax_parse(text, &events) || !events.rootIsObject()) {
+    valueTaker values(*this, m_values);
+    if (!host::readJson(text, values) || !values.rootIsObject()) {
         throw wrongUse(m_fileName + ": not a dump file (no JSON object)", "'kestctl seeprom dump' makes one");
     }
 }

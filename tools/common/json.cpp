@@ -1,29 +1,31 @@
 #include "tools/common/json.h"
 
-#include <algorithm>
-#include <nlohmann/json.hpp>
+#include <cmath>
+#include <fmt/core.h>
 #include <utility>
+
+#include "platform/host/json/quoted.h"
 
 namespace kest::tools
 {
 namespace
 {
 
-bool standsForItself(char letter) { return letter >= ' ' && letter <= '~' && letter != '"' && letter != '\\'; }
-
-std::string quoted(const std::string& text)
+/// The shortest text that reads as the same number again, always with a fraction or an exponent.
+std::string numberText(double number)
 {
-    if (std::ranges::all_of(text, standsForItself)) {
-        return '"' + text + '"';
+    if (!std::isfinite(number)) {
+        return "null";
     }
-    return nlohmann::json(text).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    const std::string text = fmt::format("{}", number);
+    return text.find_first_of(".e") == text.npos ? text + ".0" : text;
 }
 
 } // namespace
 
 jsonValue::jsonValue(std::nullptr_t /*nothing*/) : m_text("null") {}
 jsonValue::jsonValue(bool truth) : m_text(truth ? "true" : "false") {}
-jsonValue::jsonValue(double number) : m_text(nlohmann::json(number).dump()) {}
+jsonValue::jsonValue(double number) : m_text(numberText(number)) {}
 jsonValue::jsonValue(std::string text) : jsonValue(std::move(text), kind::text) {}
 jsonValue::jsonValue(std::string_view text) : jsonValue(std::string(text)) {}
 jsonValue::jsonValue(const char* text) : jsonValue(std::string(text)) {}
@@ -60,7 +62,7 @@ std::string jsonValue::dump(int indent) const
 void jsonValue::write(std::string& out, int indent, int depth) const
 {
     if (m_kind == kind::plain || m_kind == kind::text) {
-        out += m_kind == kind::text ? quoted(m_text) : m_text;
+        out += m_kind == kind::text ? host::quotedText(m_text) : m_text;
         return;
     }
     const auto newLine = [&out, indent](int level) {
@@ -74,7 +76,7 @@ void jsonValue::write(std::string& out, int indent, int depth) const
         out += index == 0 ? "" : ",";
         newLine(depth + 1);
         if (isObject) {
-            out += quoted(m_names[index]) + (indent >= 0 ? ": " : ":");
+            out += host::quotedText(m_names[index]) + (indent >= 0 ? ": " : ":");
         }
         m_items[index].write(out, indent, depth + 1);
     }

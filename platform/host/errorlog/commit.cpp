@@ -10,6 +10,7 @@
 #include "platform/host/errorlog/process.h"
 #include "platform/host/errorlog/tell.h"
 #include "platform/host/errorlog/text.h"
+#include "platform/host/json/quoted.h"
 
 namespace kest::host
 {

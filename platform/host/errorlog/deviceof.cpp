@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
 
 #include "base/component.h"
 #include "platform/host/errorlog/text.h"
+#include "platform/host/json/document.h"
 
 namespace kest::host
 {
@@ -35,13 +35,13 @@ std::string deviceOf(const loggedEntry& entry)
 std::string deviceOfRecord(std::string_view record)
 {
     constexpr std::string_view noTarget = "00";
-    const auto json = nlohmann::json::parse(record, nullptr, false);
-    if (!json.is_object()) {
+    const auto json = jsonDocument::read(record);
+    if (!json) {
         return {};
     }
-    const auto textOf = [&json](const char* name) {
-        const auto found = json.find(name);
-        return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+    const auto textOf = [&json](std::string_view name) {
+        const auto found = json->root().field(name);
+        return found && found->what() == jsonDocument::kind::text ? found->text() : std::string();
     };
     const std::string bus = textOf("bus");
     const std::string target = textOf("target");

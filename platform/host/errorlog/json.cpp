@@ -4,13 +4,16 @@
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
-#include <fmt/format.h>
+#include <exception>
+#include <fmt/core.h>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <utility>
+#include <vector>
 
 #include "base/hex.h"
-#include "platform/host/errorlog/text.h"
+#include "platform/host/json/document.h"
+#include "platform/host/json/parser.h"
+#include "platform/host/json/quoted.h"
 
 namespace kest::host
 {
@@ -20,68 +23,177 @@ namespace
 
 /// A field that was called otherwise up to layout 2.
 struct renamedField {
-    const char* before;
-    const char* now;
+    std::string_view before;
+    std::string_view now;
 };
 
-constexpr std::array entryRenames{
-    renamedField{"plid", "id"},
-    renamedField{"committedMs", "committed_ms"},
-    renamedField{"createdMs", "created_ms"},
-    renamedField{"eventType", "event_type"},
-    renamedField{"returnCode", "return_code"},
-    renamedField{"commitComponent", "commit_component"},
-    renamedField{"commitAction", "action"},
-    renamedField{"processId", "process_id"},
-    renamedField{"fruCallouts", "fru_callouts"},
-    renamedField{"softwareErrors", "software_errors"},
-    renamedField{"userDetails", "user_details"},
-};
-constexpr std::array itemRenames{
-    renamedField{"terminatingState", "terminating_state"},
-    renamedField{"returnCode", "return_code"},
-    renamedField{"word1", "module"},
-    renamedField{"word2", "site"},
-    renamedField{"data", "hex"},
+constexpr std::array renamedFields{
+    renamedField{.before = "plid", .now = "id"},
+    renamedField{.before = "committedMs", .now = "committed_ms"},
+    renamedField{.before = "createdMs", .now = "created_ms"},
+    renamedField{.before = "eventType", .now = "event_type"},
+    renamedField{.before = "returnCode", .now = "return_code"},
+    renamedField{.before = "commitComponent", .now = "commit_component"},
+    renamedField{.before = "commitAction", .now = "action"},
+    renamedField{.before = "processId", .now = "process_id"},
+    renamedField{.before = "fruCallouts", .now = "fru_callouts"},
+    renamedField{.before = "softwareErrors", .now = "software_errors"},
+    renamedField{.before = "userDetails", .now = "user_details"},
+    // of their items
+    renamedField{.before = "terminatingState", .now = "terminating_state"},
+    renamedField{.before = "word1", .now = "module"},
+    renamedField{.before = "word2", .now = "site"},
+    renamedField{.before = "data", .now = "hex"},
 };
 
 /// Up to layout 2 the fields stood in the order of their names.
 bool hasFormerForm(std::string_view line) { return line.starts_with("{\"callouts\""); }
 
-template <std::size_t Count>
-void rename(nlohmann::json& object, const std::array<renamedField, Count>& fields)
+/// A text is JSON, but not of an entry.
+class otherForm : public std::exception
 {
-    for (const renamedField& field : fields) {
-        if (const auto found = object.find(field.before); found != object.end()) {
-            object[field.now] = std::move(*found);
+};
+
+/// Reads an entry of either form. What it does not find there as it should be is an `otherForm`.
+class entryReader
+{
+public:
+    explicit entryReader(bool former) : m_former(former) {}
+
+    void read(const jsonDocument::value& from, loggedEntry& entry) const;
+
+private:
+    using value = jsonDocument::value;
+    using kind = jsonDocument::kind;
+
+    void read(const value& from, loggedSrc& item) const;
+    void read(const value& from, loggedCallout& item) const;
+    void read(const value& from, loggedFruCallout& item) const;
+    void read(const value& from, loggedSoftwareError& item) const;
+    void read(const value& from, loggedDetails& item) const;
+    void read(const value& from, loggedTrace& item) const;
+
+    [[nodiscard]] value field(const value& from, std::string_view name, kind wanted) const;
+    [[nodiscard]] static value checked(const std::optional<value>& found, kind wanted);
+
+    template <typename Number>
+    void readNumber(const value& from, std::string_view name, Number& target) const
+    {
+        target = static_cast<Number>(field(from, name, kind::number).number());
+    }
+    void readText(const value& from, std::string_view name, std::string& target) const
+    {
+        target = field(from, name, kind::text).text();
+    }
+    template <typename Item>
+    void readList(const value& from, std::string_view name, std::vector<Item>& target) const
+    {
+        for (const value& item : field(from, name, kind::list).items()) {
+            read(item, target.emplace_back());
         }
     }
+
+    bool m_former;
+};
+
+entryReader::value entryReader::checked(const std::optional<value>& found, kind wanted)
+{
+    if (!found || found->what() != wanted) {
+        throw otherForm();
+    }
+    return *found;
 }
 
-/// Brings an entry of the former form to today's names.
-void renameFields(nlohmann::json& entry)
+entryReader::value entryReader::field(const value& from, std::string_view name, kind wanted) const
 {
-    if (!entry.is_object()) {
-        return;
-    }
-    rename(entry, entryRenames);
-    for (const char* list : {"srcs", "software_errors", "user_details"}) {
-        const auto items = entry.find(list);
-        if (items == entry.end() || !items->is_array()) {
-            continue;
-        }
-        for (nlohmann::json& item : *items) {
-            if (item.is_object()) {
-                rename(item, itemRenames);
-            }
+    const auto* row = std::ranges::find(renamedFields, name, &renamedField::now);
+    if (m_former && row != renamedFields.end()) {
+        if (const auto found = from.field(row->before)) {
+            return checked(found, wanted);
         }
     }
+    return checked(from.field(name), wanted);
+}
+
+void entryReader::read(const value& from, loggedSrc& item) const
+{
+    const std::vector<value> words = field(from, "words", kind::list).items();
+    if (words.size() < item.words.size()) {
+        throw otherForm();
+    }
+    for (std::size_t index = 0; index < item.words.size(); ++index) {
+        item.words[index] = static_cast<std::uint32_t>(checked(words[index], kind::number).number());
+    }
+    readNumber(from, "creator", item.creator);
+    readNumber(from, "flags", item.flags);
+    readNumber(from, "terminating_state", item.terminatingState);
+}
+
+void entryReader::read(const value& from, loggedCallout& item) const
+{
+    readNumber(from, "priority", item.priority);
+    readNumber(from, "procedure", item.procedure);
+}
+
+void entryReader::read(const value& from, loggedFruCallout& item) const
+{
+    readNumber(from, "priority", item.priority);
+    readNumber(from, "fru", item.fru);
+}
+
+void entryReader::read(const value& from, loggedSoftwareError& item) const
+{
+    readNumber(from, "component", item.component);
+    readNumber(from, "return_code", item.returnCode);
+    readNumber(from, "module", item.word1);
+    readNumber(from, "site", item.word2);
+    readNumber(from, "reserved", item.reserved);
+}
+
+void entryReader::read(const value& from, loggedDetails& item) const
+{
+    readNumber(from, "component", item.component);
+    readNumber(from, "version", item.version);
+    readNumber(from, "subsection", item.subsection);
+    auto bytes = bytesOfHexDigits(field(from, "hex", kind::text).text());
+    if (!bytes) {
+        throw otherForm();
+    }
+    item.bytes = std::move(*bytes);
+}
+
+void entryReader::read(const value& from, loggedTrace& item) const
+{
+    readText(from, "buffer", item.buffer);
+    readText(from, "text", item.text);
+}
+
+void entryReader::read(const value& from, loggedEntry& entry) const
+{
+    readNumber(from, "id", entry.plid);
+    readNumber(from, "committed_ms", entry.committedMs);
+    readNumber(from, "created_ms", entry.createdMs);
+    readNumber(from, "severity", entry.severity);
+    readNumber(from, "event_type", entry.eventType);
+    readNumber(from, "creator", entry.creator);
+    readNumber(from, "return_code", entry.returnCode);
+    readNumber(from, "commit_component", entry.commitComponent);
+    readNumber(from, "action", entry.commitAction);
+    readNumber(from, "process_id", entry.processId);
+    readText(from, "process", entry.process);
+    entry.incomplete = field(from, "incomplete", kind::truth).truth();
+    readList(from, "srcs", entry.srcs);
+    readList(from, "callouts", entry.callouts);
+    readList(from, "fru_callouts", entry.fruCallouts);
+    readList(from, "software_errors", entry.softwareErrors);
+    readList(from, "user_details", entry.userDetails);
+    readList(from, "traces", entry.traces);
 }
 
 template <typename... Values>
 void add(std::string& text, fmt::format_string<Values...> format, Values&&... values)
 {
-    fmt::format_to(std::back_inserter(text), format, std::forward<Values>(values)...);
+    text += fmt::format(format, std::forward<Values>(values)...);
 }
 
 /// Adds `"name":[...]` and a comma. @param addItem  adds one item
@@ -120,77 +232,6 @@ bool numberOf(std::string_view line, std::string_view name, Number& number)
 
 } // namespace
 
-// The JSON library finds these conversions by the records' types.
-
-void from_json(const nlohmann::json& json, loggedSrc& item)
-{
-    json.at("words").get_to(item.words);
-    json.at("creator").get_to(item.creator);
-    json.at("flags").get_to(item.flags);
-    json.at("terminating_state").get_to(item.terminatingState);
-}
-
-void from_json(const nlohmann::json& json, loggedCallout& item)
-{
-    json.at("priority").get_to(item.priority);
-    json.at("procedure").get_to(item.procedure);
-}
-
-void from_json(const nlohmann::json& json, loggedFruCallout& item)
-{
-    json.at("priority").get_to(item.priority);
-    json.at("fru").get_to(item.fru);
-}
-
-void from_json(const nlohmann::json& json, loggedSoftwareError& item)
-{
-    json.at("component").get_to(item.component);
-    json.at("return_code").get_to(item.returnCode);
-    json.at("module").get_to(item.word1);
-    json.at("site").get_to(item.word2);
-    json.at("reserved").get_to(item.reserved);
-}
-
-void from_json(const nlohmann::json& json, loggedDetails& item)
-{
-    json.at("component").get_to(item.component);
-    json.at("version").get_to(item.version);
-    json.at("subsection").get_to(item.subsection);
-    auto bytes = bytesOfHexDigits(json.at("hex").get_ref<const std::string&>());
-    if (!bytes) {
-        throw nlohmann::json::other_error::create(500, "not bytes in hexadecimal digits", nullptr);
-    }
-    item.bytes = std::move(*bytes);
-}
-
-void from_json(const nlohmann::json& json, loggedTrace& item)
-{
-    json.at("buffer").get_to(item.buffer);
-    json.at("text").get_to(item.text);
-}
-
-void from_json(const nlohmann::json& json, loggedEntry& entry)
-{
-    json.at("id").get_to(entry.plid);
-    json.at("committed_ms").get_to(entry.committedMs);
-    json.at("created_ms").get_to(entry.createdMs);
-    json.at("severity").get_to(entry.severity);
-    json.at("event_type").get_to(entry.eventType);
-    json.at("creator").get_to(entry.creator);
-    json.at("return_code").get_to(entry.returnCode);
-    json.at("commit_component").get_to(entry.commitComponent);
-    json.at("action").get_to(entry.commitAction);
-    json.at("process_id").get_to(entry.processId);
-    json.at("process").get_to(entry.process);
-    json.at("incomplete").get_to(entry.incomplete);
-    json.at("srcs").get_to(entry.srcs);
-    json.at("callouts").get_to(entry.callouts);
-    json.at("fru_callouts").get_to(entry.fruCallouts);
-    json.at("software_errors").get_to(entry.softwareErrors);
-    json.at("user_details").get_to(entry.userDetails);
-    json.at("traces").get_to(entry.traces);
-}
-
 std::string toLine(const loggedEntry& entry)
 {
     std::vector<const loggedSrc*> srcs;
@@ -199,8 +240,7 @@ std::string toLine(const loggedEntry& entry)
     return toLine(entry, srcs);
 }
 
-// Written out by hand, not by the JSON library: its values need memory even to be destroyed, and end a process that has
-// none.
+// Written out by hand: an entry that reports a lack of memory shall need little of it.
 std::string toLine(const loggedEntry& entry, std::span<const loggedSrc* const> srcs)
 {
     std::string text;
@@ -250,20 +290,22 @@ std::string_view toReducedLine(const loggedEntry& entry, const loggedSrc& first,
 
 std::optional<loggedEntry> fromLine(std::string_view line)
 {
+    const auto json = jsonDocument::read(line);
+    if (!json) {
+        return std::nullopt;
+    }
     try {
-        auto json = nlohmann::json::parse(line);
-        if (hasFormerForm(line)) {
-            renameFields(json);
-        }
-        return json.get<loggedEntry>();
-    } catch (const nlohmann::json::exception&) {
+        loggedEntry entry;
+        entryReader(hasFormerForm(line)).read(json->root(), entry);
+        return entry;
+    } catch (const otherForm&) {
         return std::nullopt;
     }
 }
 
 std::optional<entryKeys> keysOfLine(std::string_view line)
 {
-    if (!line.starts_with('{') || !nlohmann::json::accept(line)) {
+    if (!line.starts_with('{') || !isJson(line)) {
         return std::nullopt;
     }
     // A quote inside of a text has a backslash before it, so a name with its quotes is no part of a text. The fields of

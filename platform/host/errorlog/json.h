@@ -29,8 +29,8 @@ std::string_view toReducedLine(const loggedEntry& entry, const loggedSrc& first,
 /// @return the entry, or nothing when the text is neither. Unknown fields are ignored.
 std::optional<loggedEntry> fromLine(std::string_view line);
 
-/// @return the keys of a line that fromLine() reads, or nothing when the text is no such line. Without memory it throws
-/// std::bad_alloc, where fromLine() would end the process: values of the JSON library need memory to be destroyed.
+/// @return the keys of a line that fromLine() reads, or nothing when the text is no such line. It needs less memory than
+/// fromLine().
 std::optional<entryKeys> keysOfLine(std::string_view line);
 
 } // namespace kest::host

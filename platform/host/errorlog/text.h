@@ -10,7 +10,4 @@ namespace kest::host
 /// @return `text` as valid UTF-8: other bytes, and control characters but line end and tab, become \xHH
 std::string cleanText(std::string_view text);
 
-/// @return `text` as a JSON string with its quotes: ASCII, with U+FFFD in place of each byte that is not UTF-8
-std::string quotedText(std::string_view text);
-
 } // namespace kest::host

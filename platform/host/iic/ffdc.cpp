@@ -6,9 +6,10 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include "base/descriptor.h"
@@ -18,6 +19,8 @@
 #include "base/quietwrites.h"
 #include "base/unshared.h"
 #include "platform/host/iic/sharedfolder.h"
+#include "platform/host/json/parser.h"
+#include "platform/host/json/quoted.h"
 
 #ifndef F_OFD_SETLK
 #define F_OFD_SETLK 37
@@ -96,18 +99,33 @@ std::string hexByte(std::uint8_t byte)
     return digits;
 }
 
-nlohmann::ordered_json noteAsJson(const transactionNote& note)
+std::string noteAsJson(const transactionNote& note)
 {
     std::string head;
     const std::size_t shown = std::min<std::size_t>(note.written, note.head.size());
     for (std::size_t index = 0; index < shown; ++index) {
         head += hexByte(note.head.at(index));
     }
-    nlohmann::ordered_json text{{"ns", note.atNs},         {"address", hexByte(note.address)},
-                                {"written", note.written}, {"head", head},
-                                {"read", note.read},       {"end", nameOf(note.end)}};
-    if (note.times > 1) {
-        text["times"] = note.times;
+    const std::string times = note.times > 1 ? fmt::format(R"(,"times":{})", note.times) : std::string();
+    return fmt::format(R"({{"ns":{},"address":"{}","written":{},"head":"{}","read":{},"end":"{}"{}}})", note.atNs,
+                       hexByte(note.address), note.written, head, note.read, nameOf(note.end), times);
+}
+
+/// All of a record before its transactions.
+std::string recordHead(bus& where, const failureReport& report)
+{
+    const auto unixMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch());
+    // names may be of any bytes
+    std::string text = fmt::format(
+        R"({{"operation":"{}","bus":{},"adapter":{},"target":"{}","position":{},"offsetLength":{},"length":{},"moved":{},)",
+        report.operation, quotedText(where.identity().text.substr(0, longestText)),
+        quotedText(where.adapterName().substr(0, longestText)), hexByte(report.target), report.position,
+        report.offsetLength, report.length, report.moved);
+    text += fmt::format(R"("errno":{},"error":"{}","process":{},"unixMs":{},"busNs":{},)", report.error,
+                        errnoName(report.error), getpid(), unixMs.count(), where.nowNs());
+    if (*report.silence != '\0') {
+        text += fmt::format(R"("silence":"{}",)", report.silence);
     }
     return text;
 }
@@ -115,37 +133,18 @@ nlohmann::ordered_json noteAsJson(const transactionNote& note)
 /// Whole JSON text that fits: the oldest transactions are left out first.
 std::string recordText(bus& where, const failureReport& report, const transactionHistory& history)
 {
-    const auto unixMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch());
-    nlohmann::ordered_json record{{"operation", report.operation},
-                                  {"bus", where.identity().text.substr(0, longestText)},
-                                  {"adapter", where.adapterName().substr(0, longestText)},
-                                  {"target", hexByte(report.target)},
-                                  {"position", report.position},
-                                  {"offsetLength", report.offsetLength},
-                                  {"length", report.length},
-                                  {"moved", report.moved},
-                                  {"errno", report.error},
-                                  {"error", errnoName(report.error)},
-                                  {"process", getpid()},
-                                  {"unixMs", unixMs.count()},
-                                  {"busNs", where.nowNs()}};
-    if (*report.silence != '\0') {
-        record["silence"] = report.silence;
-    }
-    std::vector<nlohmann::ordered_json> notes;
-    for (const transactionNote& note : history.latest()) {
-        notes.push_back(noteAsJson(note));
-    }
-    for (;;) {
-        record["transactions"] = notes;
-        // names may be of any bytes
-        std::string text = record.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
-        if (text.size() <= longestRecord || notes.empty()) {
-            return text;
+    const std::string head = recordHead(where, report) + R"("transactions":[)";
+    const std::string_view end = "]}";
+    std::string notes;
+    const std::vector<transactionNote> latest = history.latest();
+    for (auto note = latest.rbegin(); note != latest.rend(); ++note) {
+        std::string longer = noteAsJson(*note) + (notes.empty() ? "" : ",") + notes;
+        if (head.size() + longer.size() + end.size() > longestRecord) {
+            break;
         }
-        notes.erase(notes.begin());
+        notes = std::move(longer);
     }
+    return head + notes.append(end);
 }
 
 std::string recordName(const busIdentity& identity, std::uint8_t target)
@@ -196,7 +195,7 @@ std::string ownKey(const busIdentity& identity, std::uint8_t target)
     return identity.folder / recordName(identity, target);
 }
 
-bool isRecord(const std::string& text) { return !text.empty() && nlohmann::json::accept(text); }
+bool isRecord(const std::string& text) { return !text.empty() && isJson(text); }
 
 /// @return the text of an open record; empty when it is none
 std::string contentsOf(int descriptor)
