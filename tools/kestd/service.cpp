@@ -1,8 +1,8 @@
 #include "tools/kestd/service.h"
 
 #include <asio/executor_work_guard.hpp>
-#include <asio/post.hpp>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/core.h>
@@ -91,13 +91,6 @@ void turnAway(int descriptor)
 
 std::string because(const std::string& what) { return what + ": " + std::strerror(errno); }
 
-/// What the service does when an event comes. One type for all of them, since each takes long to compile.
-struct nextStep {
-    messageService& service;
-    void (messageService::*step)();
-    void operator()(const asio::error_code& /*error*/) const { (service.*step)(); }
-};
-
 } // namespace
 
 void messageService::doLater(std::function<void()> body)
@@ -106,12 +99,14 @@ void messageService::doLater(std::function<void()> body)
 }
 
 messageService::messageService()
-    : m_workers(m_context), m_acceptor(m_context), m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
-      m_acceptTimer(m_context), m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval()),
+    : m_workers(m_context), m_acceptor(m_context), m_signals(m_context), m_acceptTimer(m_context),
+      m_tidyTimer(m_context), m_watchdogTimer(m_context), m_watchdog(watchdogInterval()),
       m_listener(std::make_shared<acceptJob>(*this, m_workers.own()))
 {
     useConfiguration();
 }
+
+messageService::~messageService() = default;
 
 // ------------------------------------------------------------------------------------------------------------- settings
 
@@ -176,20 +171,15 @@ std::string messageService::listen(int handedDescriptor, const std::string& path
 /// Accepting takes turns with the requests, so that a client that connects again and again holds up nobody.
 void messageService::awaitClients()
 {
-    insist([this] {
-        m_acceptor.async_wait(unixStream::acceptor::wait_read, nextStep{*this, &messageService::takeClients});
-    });
+    insist(
+        [this] { m_acceptor.async_wait(unixAcceptor::wait_read, [this](const asio::error_code&) { takeClients(); }); });
 }
 
 void messageService::takeClients() { m_workers.submit(m_listener); }
 
-void messageService::after(asio::steady_timer& timer, std::chrono::steady_clock::duration pause,
-                           void (messageService::*step)())
+void messageService::after(eventTimer& timer, std::chrono::steady_clock::duration pause, void (messageService::*step)())
 {
-    insist([&] {
-        timer.expires_after(pause);
-        timer.async_wait(nextStep{*this, step});
-    });
+    insist([&] { timer.start(pause, [this, step] { (this->*step)(); }); });
 }
 
 void messageService::acceptSome()
@@ -224,7 +214,7 @@ int messageService::acceptOne()
         // the client has gone again, or there is none
         return errno == ECONNABORTED || errno == EINTR ? 0 : errno;
     }
-    unixStream::socket socket(m_context);
+    clientSession::clientSocket socket(m_context);
     bool taken = false;
     try {
         socket.assign(unixStream(), descriptor);
@@ -242,7 +232,7 @@ int messageService::acceptOne()
 }
 
 /// Admits a client or turns it away, at once: no client waits in between with a descriptor.
-void messageService::admit(unixStream::socket socket)
+void messageService::admit(clientSession::clientSocket socket)
 {
     const auto rules = this->rules();
     peerProcess peer = peerOf(socket.native_handle());
@@ -270,7 +260,7 @@ void messageService::add(const std::shared_ptr<clientSession>& session)
     }
     m_workers.submit(session);
     if (first) {
-        insist([this] { asio::post(m_context, [this] { tidy(); }); });
+        after(m_tidyTimer, 0s, &messageService::tidy);
     }
 }
 
@@ -313,11 +303,11 @@ void messageService::tidy()
 void messageService::awaitSignal()
 {
     insist([this] {
-        m_signals.async_wait([this](const asio::error_code& error, int number) {
-            if (!error && number == SIGHUP) {
+        m_signals.await([this](int number) {
+            if (number == SIGHUP) {
                 insist([this] { doLater([this] { reload(); }); });
                 awaitSignal();
-            } else if (!error) {
+            } else {
                 stop();
             }
         });

@@ -1,10 +1,9 @@
 /// The message service: it accepts clients, knows the rules, and ends cleanly.
 #pragma once
 
+#include <asio/basic_socket_acceptor.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
-#include <asio/signal_set.hpp>
-#include <asio/steady_timer.hpp>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -15,6 +14,7 @@
 #include <string>
 
 #include "tools/kestd/dispatch.h"
+#include "tools/kestd/events.h"
 #include "tools/kestd/listeningsocket.h"
 #include "tools/kestd/places.h"
 #include "tools/kestd/rules.h"
@@ -30,6 +30,7 @@ public:
     messageService();
     messageService(const messageService&) = delete;
     messageService& operator=(const messageService&) = delete;
+    ~messageService();
 
     /// Takes over a listening socket, or makes one at `path`. @return what went wrong, empty when nothing did
     std::string listen(int handedDescriptor, const std::string& path);
@@ -49,16 +50,17 @@ public:
 
 private:
     using unixStream = asio::local::stream_protocol;
+    using unixAcceptor = asio::basic_socket_acceptor<unixStream, asio::io_context::executor_type>;
 
     void useConfiguration();
     void awaitClients();
     void takeClients();
     /// Calls `step` once the time has passed, on the thread that waits for events.
-    void after(asio::steady_timer& timer, std::chrono::steady_clock::duration pause, void (messageService::*step)());
+    void after(eventTimer& timer, std::chrono::steady_clock::duration pause, void (messageService::*step)());
     void pauseAccepting(int error);
     /// @return 0, or why none was
     int acceptOne();
-    void admit(unixStream::socket socket);
+    void admit(clientSession::clientSocket socket);
     void add(const std::shared_ptr<clientSession>& session);
     void doLater(std::function<void()> body);
     void awaitSignal();
@@ -71,11 +73,11 @@ private:
     asio::io_context m_context;
     workerPool m_workers;
     refusalLog m_refusals;
-    unixStream::acceptor m_acceptor;
-    asio::signal_set m_signals;
-    asio::steady_timer m_acceptTimer;
-    asio::steady_timer m_tidyTimer;
-    asio::steady_timer m_watchdogTimer;
+    unixAcceptor m_acceptor;
+    eventSignals m_signals;
+    eventTimer m_acceptTimer;
+    eventTimer m_tidyTimer;
+    eventTimer m_watchdogTimer;
     std::optional<std::chrono::microseconds> m_watchdog;
     std::mutex m_reloading; ///< one at a time
     std::shared_ptr<serviceJob> m_listener;

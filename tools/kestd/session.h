@@ -1,7 +1,9 @@
 /// One client's connection.
 #pragma once
 
+#include <asio/basic_stream_socket.hpp>
 #include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <atomic>
 #include <cstdint>
@@ -46,7 +48,7 @@ protected:
 class clientSession : public serviceJob, public std::enable_shared_from_this<clientSession>
 {
 public:
-    using clientSocket = asio::local::stream_protocol::socket;
+    using clientSocket = asio::basic_stream_socket<asio::local::stream_protocol, asio::io_context::executor_type>;
 
     clientSession(sessionHost& service, clientSocket socket, peerProcess peer, clientPlace place);
 

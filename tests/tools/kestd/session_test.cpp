@@ -19,7 +19,7 @@ protected:
         int ends[2];
         EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
         client = ends[0];
-        asio::local::stream_protocol::socket socket(m_context, asio::local::stream_protocol(), ends[1]);
+        clientSession::clientSocket socket(m_context, asio::local::stream_protocol(), ends[1]);
         session = std::make_shared<clientSession>(m_service, std::move(socket), peerProcess{geteuid(), getpid(), {}},
                                                   m_places.take(geteuid(), false, {1, 1}));
     }
