@@ -127,11 +127,11 @@ void writeNew(const std::filesystem::path& file, std::string_view text)
 
 } // namespace
 
-void writeDemoMachine(const std::filesystem::path& folder,
-                      const std::map<std::string, std::vector<std::uint8_t>>& contents)
+void writeMachine(const std::filesystem::path& folder, const std::string& text,
+                  const std::map<std::string, std::vector<std::uint8_t>>& contents)
 {
     const auto machineFile = folder / "machine.toml";
-    const machineDescription machine = parseMachine(demoMachineText, machineFile.string());
+    const machineDescription machine = parseMachine(text, machineFile.string());
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error) {
@@ -148,7 +148,7 @@ void writeDemoMachine(const std::filesystem::path& folder,
     }
     for (const auto& [name, bytes] : contents) {
         if (!sizes.contains(name) || bytes.size() > sizes.at(name)) {
-            throw std::runtime_error{"demo contents for '" + name + "' fit no chip"};
+            throw std::runtime_error{"contents for '" + name + "' fit no chip"};
         }
     }
     for (const auto& [name, size] : sizes) {
@@ -161,7 +161,13 @@ void writeDemoMachine(const std::filesystem::path& folder,
         }
     }
     // last: a folder without it is no machine
-    writeNew(machineFile, demoMachineText);
+    writeNew(machineFile, text);
+}
+
+void writeDemoMachine(const std::filesystem::path& folder,
+                      const std::map<std::string, std::vector<std::uint8_t>>& contents)
+{
+    writeMachine(folder, demoMachineText, contents);
 }
 
 } // namespace kest::sim

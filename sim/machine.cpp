@@ -43,6 +43,11 @@ public:
     }
 };
 
+std::string nameOnNode(const std::string& bus, const std::string& node)
+{
+    return node.empty() ? bus : node + ":" + bus;
+}
+
 /// A bus: what its users share, and the two ways to use it.
 struct machineBus {
     machineBus(std::shared_ptr<const machineDescription> all, std::size_t index, const std::filesystem::path& folder,
@@ -73,9 +78,11 @@ public:
     bool clearFault(std::uint32_t number) override;
     void clearFaults() override;
     std::vector<listedFault> faults() override;
+    using machine::startWave, machine::stopWave;
     bool startWave(const std::string& busName, const std::filesystem::path& file) override;
     bool stopWave(const std::string& busName) override;
     void checkBuses() override { allBuses(); }
+    [[nodiscard]] std::vector<std::string> nodes() const override;
 
     /// Whether this object still stands for what is in the folder. Under the opening lock.
     bool stillStandsFor();
@@ -336,8 +343,24 @@ machineBus* machineModel::find(const std::string& name)
     return &readyBus(*found);
 }
 
-std::uint32_t machineModel::addFault(const fault& what)
+std::vector<std::string> machineModel::nodes() const
 {
+    std::vector<std::string> all;
+    for (const auto& bus : m_about.buses) {
+        if (std::ranges::find(all, bus.node) == all.end()) {
+            all.push_back(bus.node);
+        }
+    }
+    return all;
+}
+
+std::uint32_t machineModel::addFault(const fault& asked)
+{
+    fault what = asked;
+    if (!what.bus.empty() && !what.node.empty()) {
+        what.bus = nameOnNode(what.bus, what.node);
+        what.node.clear();
+    }
     if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         throw std::invalid_argument{trouble};
     }
@@ -490,6 +513,16 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realCl
 }
 
 } // namespace
+
+bool machine::startWave(const std::string& busName, const std::string& node, const std::filesystem::path& file)
+{
+    return startWave(nameOnNode(busName, node), file);
+}
+
+bool machine::stopWave(const std::string& busName, const std::string& node)
+{
+    return stopWave(nameOnNode(busName, node));
+}
 
 std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, bool realTime)
 {

@@ -54,19 +54,26 @@ public:
     using fault = faultDescription;
     using listedFault = sim::listedFault;
     /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus, node or value.
+    /// @param what  with `bus` and `node`: of that bus on that node
     virtual std::uint32_t addFault(const fault& what) = 0;
     virtual bool clearFault(std::uint32_t number) = 0;
     virtual void clearFaults() = 0;
     virtual std::vector<listedFault> faults() = 0;
 
     /// Records what goes over a bus, by all processes, as a VCD file (SCL, SDA) until stopped. Ends the recording under
-    /// way when it begins. @return false with errno: EEXIST when the file holds anything but a waveform
+    /// way when it begins. @param busName  "NODE:BUS" on a node that is not the local one
+    /// @return false with errno: EEXIST when the file holds anything but a waveform
     virtual bool startWave(const std::string& busName, const std::filesystem::path& file) = 0;
     /// @return false with errno, ENOENT when nothing is being recorded, also because the file was lost
     virtual bool stopWave(const std::string& busName) = 0;
 
     /// Makes every bus ready for use, with its images. Throws as openMachine().
     virtual void checkBuses() = 0;
+    /// The nodes that have buses; "" is the local one.
+    [[nodiscard]] virtual std::vector<std::string> nodes() const = 0;
+    /// startWave() and stopWave() for a bus of any node. @param node  "" the local one
+    bool startWave(const std::string& busName, const std::string& node, const std::filesystem::path& file);
+    bool stopWave(const std::string& busName, const std::string& node);
 };
 
 /// Opens the machine in a folder. It costs nothing that grows with the buses and chips that nobody uses: a bus and its

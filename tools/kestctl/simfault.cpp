@@ -21,6 +21,7 @@ namespace
 struct faultAddOptions {
     sim::machine::fault what;
     std::optional<std::string> bus; ///< "planar" or "sim:planar"; none: every bus
+    std::string node; ///< empty: every node without a bus, or as the bus says
     std::optional<std::string> address; ///< number; none: every address
 };
 
@@ -54,7 +55,10 @@ int runFaultAdd(const context& shared, const faultAddOptions& options)
     }
     const auto machine = openConfiguredMachine();
     if (options.bus) {
+        what.bus = busOnNode(*machine, what.bus, options.node);
         requireBus(*machine, what.bus);
+    } else if (!options.node.empty()) {
+        what.node = machineNode(*machine, options.node);
     }
     try {
         const std::uint32_t number = machine->addFault(what);
@@ -120,6 +124,7 @@ void addFaultAdd(command fault, context& shared)
     add.text("KIND", what.kind, "what happens, see below", "").required();
     add.read(
         "--bus", [adding](const std::string& name) { adding->bus = name; }, "on this bus alone", "NAME");
+    addMachineNode(add, adding->node, "on this node alone, or the bus's node");
     add.read(
         "--address", [adding](const std::string& number) { adding->address = number; },
         "at this address alone, 8-bit form", "N");

@@ -1,14 +1,10 @@
 #include "tools/kestctl/simnew.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/core.h>
-#include <map>
-#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -19,7 +15,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
-#include "tools/kestctl/embedded.h"
+#include "tools/kestctl/simtemplates.h"
 
 namespace kest::tools
 {
@@ -28,35 +24,11 @@ namespace
 
 struct simNewOptions {
     std::string folder;
+    std::string machine; ///< name of its template
 };
-
-/// What an image of the demo machine begins with.
-struct demoContent {
-    const char* image;
-    const char* file; ///< of examples/images
-};
-
-constexpr std::array demoContents{
-    demoContent{"system.bin", "tlvinfo-4096-switch.bin"},
-    demoContent{"panel.bin", "edid-128-dell-e178wfp-vga.bin"},
-    demoContent{"firmware.bin", "composite-65536-spd-records.bin"},
-    demoContent{"power.bin", "spd-1024-ddr5-M425R1GB4BB0.bin"},
-    demoContent{"riser.bin", "spd-512-ddr4-M471A1G44AB0.bin"},
-    demoContent{"fan.bin", "cal-256-scope-x24c02.bin"},
-};
-
-std::span<const unsigned char> embedded(std::string_view name)
-{
-    const auto files = embeddedFiles();
-    const auto found = std::ranges::find(files, name, &embeddedFile::name);
-    if (found == files.end()) {
-        throw failure{.code = exitFailed, .what = fmt::format("'{}' is not part of this program", name)};
-    }
-    return found->bytes;
-}
 
 /// Makes a file that must not be there yet.
-void writeNew(const std::filesystem::path& path, std::span<const unsigned char> bytes)
+void writeNew(const std::filesystem::path& path, std::string_view bytes)
 {
     std::FILE* file = std::fopen(path.c_str(), "wbx");
     bool good = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
@@ -119,26 +91,21 @@ bool isThere(const std::filesystem::path& folder)
     return true;
 }
 
-void writeMachine(const std::filesystem::path& folder)
+void writeMachine(const std::filesystem::path& folder, const sim::machineTemplate& which)
 {
-    std::map<std::string, std::vector<std::uint8_t>> contents;
-    for (const demoContent& content : demoContents) {
-        const auto bytes = embedded(content.file);
-        contents[content.image] = {bytes.begin(), bytes.end()};
-    }
-    sim::writeDemoMachine(folder, contents);
-    writeNew(folder / "kest.toml", embedded("kest.toml"));
+    sim::writeMachine(folder, which.text(), contentsOf(which));
+    writeNew(folder / "kest.toml", configurationOf(which));
 }
 
 /// Makes the machine elsewhere and moves it into place when it is whole.
-void makeMachine(const std::filesystem::path& folder)
+void makeMachine(const std::filesystem::path& folder, const sim::machineTemplate& which)
 {
     const bool there = isThere(folder);
     const privateFolder place(there ? folder : folder.has_parent_path() ? folder.parent_path() : ".");
     // One level down: the private folder is its owner's alone, the machine has the usual permissions
     const std::filesystem::path made = place.path() / "machine";
     std::filesystem::create_directory(made);
-    writeMachine(made);
+    writeMachine(made, which);
     if (!there) {
         std::filesystem::rename(made, folder);
         return;
@@ -157,18 +124,19 @@ void makeMachine(const std::filesystem::path& folder)
 int runSimNew(const context& shared, const simNewOptions& options)
 {
     const std::filesystem::path folder = options.folder;
+    const sim::machineTemplate& which = findTemplate(options.machine);
     try {
-        makeMachine(folder.has_filename() ? folder : folder.parent_path());
+        makeMachine(folder.has_filename() ? folder : folder.parent_path(), which);
     } catch (const std::system_error& why) {
         throw systemFailure(why.code().value(), "make machine", options.folder);
     }
     const std::string configuration = std::filesystem::absolute(folder / "kest.toml").lexically_normal().string();
     if (shared.json) {
-        standardOutput().json({{"folder", options.folder}, {"config", configuration}});
+        standardOutput().json(
+            {{"folder", options.folder}, {"config", configuration}, {"template", std::string(which.name)}});
     } else {
-        standardOutput().text(
-            fmt::format("made a demo machine; use it by\n  export KEST_CONFIG={}\n  kestctl topology\n",
-                        escaped(shellWord(configuration))));
+        standardOutput().text(fmt::format("made a {} machine; use it by\n  export KEST_CONFIG={}\n  kestctl topology\n",
+                                          which.name, escaped(shellWord(configuration))));
     }
     return exitDone;
 }
@@ -178,8 +146,10 @@ int runSimNew(const context& shared, const simNewOptions& options)
 void addSimNew(command area, context& shared)
 {
     const auto options = std::make_shared<simNewOptions>();
-    command verb = addVerb(area, "new", "write a demo machine and its configuration into a new folder");
+    options->machine = sim::machineTemplates().front().name;
+    command verb = addVerb(area, "new", "write a machine and its configuration into a new folder", templateHelp());
     verb.text("DIR", options->folder, "folder to make", "").required();
+    verb.text("--template", options->machine, "what machine: " + templateNames() + "; demo otherwise", "NAME");
     verb.whenGiven([&shared, options] {
         shared.needsConfiguration = false;
         shared.action = [&shared, options] { return runSimNew(shared, *options); };

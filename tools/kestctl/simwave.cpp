@@ -18,6 +18,7 @@ namespace
 
 struct waveOptions {
     std::string bus;
+    std::string node; ///< empty: `bus` says all
     std::string file; ///< to start
 };
 
@@ -27,7 +28,7 @@ int runWaveStart(const context& shared, const waveOptions& options)
         throw wrongUse("the recording's file has no name", "name the VCD file to write");
     }
     const auto machine = openConfiguredMachine();
-    const auto bus = simBusName(options.bus);
+    const auto bus = busOnNode(*machine, options.bus, options.node);
     requireBus(*machine, bus);
     const std::filesystem::path file = std::filesystem::absolute(options.file);
     if (!machine->startWave(bus, file)) {
@@ -49,7 +50,7 @@ int runWaveStart(const context& shared, const waveOptions& options)
 int runWaveStop(const context& shared, const waveOptions& options)
 {
     const auto machine = openConfiguredMachine();
-    const auto bus = simBusName(options.bus);
+    const auto bus = busOnNode(*machine, options.bus, options.node);
     requireBus(*machine, bus);
     if (!machine->stopWave(bus)) {
         if (errno == ENOENT) {
@@ -72,11 +73,13 @@ void addSimWave(command area, context& shared)
     command start = addVerb(wave, "start", "record what all processes send until stopped");
     start.text("BUS", starting->bus, "name of the bus", "").required();
     start.text("FILE", starting->file, "VCD file to write", "").required();
+    addMachineNode(start, starting->node, "the bus's node");
     runs(start, shared, starting, runWaveStart);
 
     const auto stopping = std::make_shared<waveOptions>();
     command stop = addVerb(wave, "stop", "end the recording");
     stop.text("BUS", stopping->bus, "name of the bus", "").required();
+    addMachineNode(stop, stopping->node, "the bus's node");
     runs(stop, shared, stopping, runWaveStop);
 }
 
