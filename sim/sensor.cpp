@@ -76,8 +76,8 @@ sensor::sensor(const sensorType& chipType, double degreesCelsius, unsigned tempe
 void sensor::setCelsius(double degrees, std::uint64_t now)
 {
     advance(now);
-    const double possible = std::clamp<double>(degrees, m_type.lowestCelsius, m_type.highestCelsius);
-    m_aroundMicroCelsius = toMicro(possible);
+    const bool cold = !(degrees >= m_type.lowestCelsius);
+    m_aroundMicroCelsius = toMicro(cold ? m_type.lowestCelsius : std::min<double>(degrees, m_type.highestCelsius));
 }
 
 double sensor::celsius() const { return static_cast<double>(m_aroundMicroCelsius) / microPerDegree; }

@@ -92,7 +92,7 @@ public:
     sensor(const sensorType& chipType, double degreesCelsius, unsigned temperatureBits);
 
     /// Changes the temperature around it. The next conversion that ends measures it.
-    /// @param degrees  what is out of the sensor's range becomes the range's end
+    /// @param degrees  what is out of the sensor's range becomes the range's end, and what is no number its lower end
     /// @param now      bus time, ns; not before that of the latest use
     void setCelsius(double degrees, std::uint64_t now);
     /// The temperature around it, degrees Celsius.

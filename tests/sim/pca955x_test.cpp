@@ -85,11 +85,11 @@ TEST_F(LedDriver, BlinkingOutputsChangeWithBusTime)
 // PSC 43: periods of 1 s that count from bus time 0. Low for (256 - PWM) / 256 of each.
 TEST_F(LedDriver, OnePeriodIsLowForWhatPwmLeaves)
 {
-    struct duty {
+    struct Duty {
         std::uint8_t pwm;
         std::uint64_t lowMs; ///< of 1000
     };
-    for (const duty& each : {duty{0x40, 750}, duty{0x80, 500}, duty{0xC0, 250}}) {
+    for (const Duty& each : {Duty{0x40, 750}, Duty{0x80, 500}, Duty{0xC0, 250}}) {
         // a new machine, whose bus time is 0
         on.reset();
         machine.reset();

@@ -1,6 +1,7 @@
 #include "sim/sensor.h"
 
 #include <array>
+#include <limits>
 
 #include "base/clock.h"
 #include "tests/sim/machinetest.h"
@@ -72,15 +73,15 @@ protected:
 
 TEST_F(LooseSensor, ReadGivesTheLatestConversionThatHasEnded)
 {
-    struct part {
+    struct Part {
         const char* type;
         unsigned bits;
         std::uint64_t conversionMs;
         Bytes at25, at30;
     };
-    for (const part& each :
-         {part{"LM75", 9, 300, {0x19, 0x00}, {0x1E, 0x00}}, part{"LM75", 11, 100, {0x19, 0x00}, {0x1E, 0x00}},
-          part{"LM92", 13, 1000, {0x0C, 0x80}, {0x0F, 0x00}}}) {
+    for (const Part& each :
+         {Part{"LM75", 9, 300, {0x19, 0x00}, {0x1E, 0x00}}, Part{"LM75", 11, 100, {0x19, 0x00}, {0x1E, 0x00}},
+          Part{"LM92", 13, 1000, {0x0C, 0x80}, {0x0F, 0x00}}}) {
         SCOPED_TRACE(each.type + std::to_string(each.bits));
         clock.now = 0;
         make(each.type, 25, each.bits);
@@ -148,6 +149,8 @@ TEST_F(LooseSensor, TemperatureStaysWithinWhatThePartMeasures)
     makeLm92(25);
     warm(151);
     EXPECT_EQ(150.0, under->celsius());
+    warm(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(-55.0, under->celsius());
 }
 
 TEST_F(LooseSensor, TemperatureAndConversionOutliveTheProcess)
@@ -207,11 +210,11 @@ TEST_F(LooseSensor, OsPolarityBitMakesItActiveHigh)
 
 TEST_F(LooseSensor, FaultQueueCountsConversions)
 {
-    struct row {
+    struct Row {
         std::uint8_t configuration;
         std::uint64_t conversions;
     };
-    for (const row& each : {row{0x00, 1}, row{0x08, 2}, row{0x10, 4}, row{0x18, 6}}) {
+    for (const Row& each : {Row{0x00, 1}, Row{0x08, 2}, Row{0x10, 4}, Row{0x18, 6}}) {
         SCOPED_TRACE(each.conversions);
         clock.now = 0;
         makeLm75(25);

@@ -148,6 +148,18 @@ TEST_F(KestctlThermal, BelowZeroAndElevenBits)
     EXPECT_DOUBLE_EQ(-0.0625, sample.at("celsius"));
 }
 
+// A read of 32 KiB at 400 kHz takes 0.74 s of bus time: a conversion of the LM75 takes 0.3 s, one of the LM92 1 s.
+TEST_F(KestctlThermal, PowerCycleBeginsWithAConversion)
+{
+    says({"sim", "power-cycle"});
+    EXPECT_EQ("inlet-temp: 0 C (0x0000)\n", says({"thermal", "read", "inlet-temp"}));
+    says({"seeprom", "read", "planar-vpd", "-o", (folder() / "planar.bin").string()});
+    EXPECT_EQ("inlet-temp: 25.5 C (0x1980)\n", says({"thermal", "read", "inlet-temp"}));
+    EXPECT_EQ("cpu-temp: 0 C (0x0000)\n", says({"thermal", "read", "cpu-temp"}));
+    says({"seeprom", "read", "planar-vpd", "-o", (folder() / "again.bin").string()});
+    EXPECT_EQ("cpu-temp: 48.25 C (0x1820)\n", says({"thermal", "read", "cpu-temp"}));
+}
+
 TEST_F(KestctlThermal, WatchesUntilInterrupted)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
