@@ -1,6 +1,7 @@
 #include "sim/buschips.h"
 
 #include "sim/eeprom.h"
+#include "sim/fram.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -38,6 +39,9 @@ std::unique_ptr<chip> makeChip(const chipDescription& about, image* cells)
 {
     switch (about.kind) {
     case chipKind::eeprom:
+        if (about.ferroelectric) {
+            return std::make_unique<fram>(eepromTypes.at(about.type), about.memory, *cells);
+        }
         return std::make_unique<eeprom>(eepromTypes.at(about.type), about.memory, *cells);
     case chipKind::pca955x:
         return std::make_unique<pca955x>(pca955xTypes.at(about.type), about.inputs);
@@ -64,6 +68,9 @@ busChips::busChips(const machineDescription& all, std::size_t bus, const std::fi
         }
     }
     for (const auto& member : m_members) {
+        if (member.about->protectChip != 0) {
+            connectWriteProtection(member);
+        }
         if (member.about->behindHub) {
             connectToHub(member);
         } else if (member.about->typeName == resetDriverType) {
@@ -85,10 +92,11 @@ void busChips::add(const machineDescription& all, const chipDescription& chip, c
 
 void busChips::connectToBus(const member& added)
 {
-    const std::size_t place = added.about->address >> 1;
-    m_at.at(place) = added.model.get();
+    for (const std::uint8_t address : added.about->answers()) {
+        m_at.at(address >> 1) = added.model.get();
+    }
     if (added.about->kind == chipKind::hub) {
-        m_hubAt.at(place) = static_cast<hub922*>(added.model.get());
+        m_hubAt.at(added.about->address >> 1) = static_cast<hub922*>(added.model.get());
     }
 }
 
@@ -96,7 +104,17 @@ void busChips::connectToHub(const member& added)
 {
     const chipDescription& about = *added.about;
     const std::uint32_t offsetBytes = about.kind == chipKind::eeprom ? eepromTypes.at(about.type).offsetBytes : 1;
-    findHub(about.hub)->attach(about.port, about.address, *added.model, offsetBytes);
+    for (const std::uint8_t address : about.answers()) {
+        findHub(about.hub)->attach(about.port, address, *added.model, offsetBytes);
+    }
+}
+
+void busChips::connectWriteProtection(const member& part)
+{
+    const auto expander = std::ranges::find_if(
+        m_members, [&](const member& other) { return other.about->drivesProtectionOf(*part.about); });
+    const auto* const pins = static_cast<const pca955x*>(expander->model.get());
+    part.model->followPin([pins, pin = part.about->protectPin](std::uint64_t now) { return !pins->isLow(pin, now); });
 }
 
 void busChips::connectResetLines(const member& driver)

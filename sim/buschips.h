@@ -92,6 +92,7 @@ private:
     void connectToBus(const member& added);
     void connectToHub(const member& added);
     void connectResetLines(const member& driver);
+    void connectWriteProtection(const member& part);
 
     std::vector<member> m_members;
     std::array<chip*, 128> m_at{};

@@ -67,6 +67,10 @@ class chip
 public:
     virtual ~chip() = default;
 
+    /// The address of the START that comes next; for chips that answer several.
+    virtual void addressedAs(std::uint8_t) {}
+    /// Makes its write protection follow a pin. @param isHigh  gets the bus time, ns
+    virtual void followPin(std::function<bool(std::uint64_t)>) {}
     /// A START or repeated START with this chip's address. @return whether it acknowledges
     virtual bool start(direction way, busClock& clock, chipFaults& faults) = 0;
     /// A byte sent to it. @return whether it acknowledges

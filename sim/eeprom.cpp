@@ -12,14 +12,13 @@ bool eeprom::start(direction, busClock& clock, chipFaults&)
     return !m_cycle.isRunning(clock.now);
 }
 
-bool eeprom::take(std::uint8_t byte, busClock&)
+bool eeprom::take(std::uint8_t byte, busClock& clock)
 {
-    if (m_offsetBytesSeen < m_type.offsetBytes) {
-        m_counter = wrap(m_offsetBytesSeen == 0 ? byte : m_counter << 8 | byte);
-        ++m_offsetBytesSeen;
+    if (m_counter.takesOffset()) {
+        m_counter.take(byte);
         return true;
     }
-    if (m_settings.protect == protection::nak) {
+    if (m_protection.refuses(m_counter.at(), clock.now)) {
         return false;
     }
     latchByte(byte);
@@ -29,22 +28,23 @@ bool eeprom::take(std::uint8_t byte, busClock&)
 // Only the column counts up: a long write wraps inside its page.
 void eeprom::latchByte(std::uint8_t byte)
 {
-    const std::uint32_t column = m_counter % m_type.pageBytes;
+    const std::uint32_t column = m_counter.at() % m_pageBytes;
     m_latch[column] = byte;
     m_latched.set(column);
-    m_counter = m_counter - column + (column + 1) % m_type.pageBytes;
+    m_counter.set(m_counter.at() - column + (column + 1) % m_pageBytes);
 }
 
 std::uint8_t eeprom::give(busClock&, chipFaults&)
 {
-    const std::uint8_t byte = cell(m_counter);
-    m_counter = wrap(m_counter + 1);
+    std::uint8_t byte = 0xFF;
+    m_storage.read(m_counter.at(), {&byte, 1});
+    m_counter.forward();
     return byte;
 }
 
 void eeprom::stop(busClock& clock, chipFaults& faults)
 {
-    if (m_latched.any() && m_settings.protect == protection::none) {
+    if (m_latched.any() && !m_protection.covers(m_counter.at(), clock.now)) {
         beginWriteCycle(clock.now, faults);
     }
     deselect();
@@ -70,8 +70,8 @@ std::uint64_t eeprom::cycleNs()
 void eeprom::program(std::uint64_t doneAt)
 {
     std::array<std::uint8_t, longestPage> page{};
-    const std::span cells{page.data(), m_type.pageBytes};
-    const std::uint32_t pageStart = m_counter - m_counter % m_type.pageBytes;
+    const std::span cells{page.data(), m_pageBytes};
+    const std::uint32_t pageStart = m_counter.at() - m_counter.at() % m_pageBytes;
     // on an adapter that sends a STOP between messages, power may have been lost in an earlier one
     m_cycle.settle(m_storage);
     m_storage.read(pageStart, cells);
@@ -87,27 +87,22 @@ void eeprom::program(std::uint64_t doneAt)
 void eeprom::deselect()
 {
     m_latched.reset();
-    m_offsetBytesSeen = 0;
+    m_counter.endOffset();
 }
 
 // The byte was not sent to its end, so it does not count.
 void eeprom::cut()
 {
     deselect();
-    m_counter = wrap(m_counter - 1);
-}
-
-std::uint8_t eeprom::cell(std::uint32_t offset) const
-{
-    std::uint8_t byte = 0xFF;
-    m_storage.read(offset, {&byte, 1});
-    return byte;
+    m_counter.back();
 }
 
 void eeprom::exchange(stateFields& fields)
 {
-    fields.number(m_counter);
-    fields.check(m_counter < m_type.sizeBytes, "an EEPROM's address counter");
+    std::uint32_t at = m_counter.at();
+    fields.number(at);
+    fields.check(at < m_type.sizeBytes, "an EEPROM's address counter");
+    m_counter.set(at);
     m_cycle.exchange(fields, m_type.sizeBytes);
 }
 
@@ -115,7 +110,7 @@ void eeprom::exchange(stateFields& fields)
 void eeprom::powerUp()
 {
     deselect();
-    m_counter = nextChoice().below(0, m_type.sizeBytes);
+    m_counter.set(nextChoice().below(0, m_type.sizeBytes));
 }
 
 void eeprom::asNew()
@@ -127,11 +122,15 @@ void eeprom::asNew()
 std::vector<listedRegister> eeprom::list(std::uint64_t now)
 {
     const bool busy = m_cycle.isRunning(now);
-    return {{"counter", m_counter, "next byte that a read without an offset gives"},
-            {"busy", busy ? 1U : 0U,
-             m_cycle.isStuck() ? "write cycle that does not end"
-             : busy            ? "write cycle"
-                               : "ready"}};
+    std::vector<listedRegister> lines{{"counter", m_counter.at(), "next byte that a read without an offset gives"},
+                                      {"busy", busy ? 1U : 0U,
+                                       m_cycle.isStuck() ? "write cycle that does not end"
+                                       : busy            ? "write cycle"
+                                                         : "ready"}};
+    if (m_protection.hasPin()) {
+        lines.push_back(m_protection.listed(now));
+    }
+    return lines;
 }
 
 } // namespace kest::sim

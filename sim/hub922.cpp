@@ -236,6 +236,7 @@ hubStatus hub922::checkSubBus(portHold& hold, chipFaults& faults)
 bool hub922::sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults)
 {
     spend(subBus, bitsOfCondition + bitsOfByte);
+    model.addressedAs(m_received[1]);
     bool acknowledged = model.start(direction::write, subBus, faults);
     for (std::size_t i = headerBytes; acknowledged && i < headerBytes + bytes; ++i) {
         spend(subBus, bitsOfByte);

@@ -65,11 +65,19 @@ private:
     void chip(const toml::table& table);
     void chipType(const toml::table& table, chipDescription& chip) const;
     void chipOptions(const toml::table& table, chipDescription& chip) const;
-    void eepromOptions(const toml::table& table, chipDescription& chip) const;
+    template <typename Value, std::size_t count>
+    using choices = std::array<std::pair<const char*, Value>, count>;
+    template <typename Value, std::size_t count>
+    Value choice(const toml::table& table, std::string_view key, const choices<Value, count>& values) const;
+    void memoryOptions(const toml::table& table, chipDescription& chip) const;
+    void writeOptions(const toml::table& table, chipDescription& chip) const;
+    void protectOptions(const toml::table& table, chipDescription& chip) const;
+    void memoryAddresses(const toml::table& table, chipDescription& chip) const;
     void sensorOptions(const toml::table& table, chipDescription& chip) const;
     void fault(const toml::table& table);
     void checkChips() const;
     void checkPlace(const chipDescription& chip) const;
+    void checkProtection(const chipDescription& chip) const;
 
     const std::string& m_fileName;
     machineDescription& m_machine;
@@ -340,7 +348,7 @@ void reader::chipOptions(const toml::table& table, chipDescription& chip) const
 {
     switch (chip.kind) {
     case chipKind::eeprom:
-        eepromOptions(table, chip);
+        memoryOptions(table, chip);
         break;
     case chipKind::pca955x:
         onlyKeys(table, keysOf(chip), {"bus", "node", "hub", "port", "type", "address", "inputs"});
@@ -355,29 +363,108 @@ void reader::chipOptions(const toml::table& table, chipDescription& chip) const
     }
 }
 
-void reader::eepromOptions(const toml::table& table, chipDescription& chip) const
+// The first of the values is the default.
+template <typename Value, std::size_t count>
+Value reader::choice(const toml::table& table, std::string_view key, const choices<Value, count>& values) const
 {
-    onlyKeys(table, keysOf(chip),
-             {"bus", "node", "hub", "port", "type", "address", "image", "write_cycle_ms", "write_cycle_min_ms",
-              "protect", "hold_sda_after_cut"});
-    constexpr std::array protections{
-        std::pair{std::string_view{"no"}, protection::none},
-        std::pair{std::string_view{"silent"}, protection::silent},
-        std::pair{std::string_view{"nak"}, protection::nak},
-    };
-    const std::string protect = text(table, "protect", "no");
-    const auto* const found =
-        std::ranges::find(protections, std::string_view{protect}, [](const auto& row) { return row.first; });
-    if (found == protections.end()) {
-        failKey(table, "protect", "expected 'no', 'silent' or 'nak'");
+    const std::string name = text(table, key, values.front().first);
+    std::string expected;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (name == values[i].first) {
+            return values[i].second;
+        }
+        expected += (i == 0 ? "expected '" : i + 1 == count ? " or '" : ", '") + std::string{values[i].first} + "'";
     }
+    failKey(table, key, expected);
+}
+
+void reader::memoryOptions(const toml::table& table, chipDescription& chip) const
+{
+    chip.ferroelectric = choice(table, "kind", choices<bool, 2>{{{"eeprom", false}, {"fram", true}}});
+    if (chip.ferroelectric) {
+        onlyKeys(table, keysOf(chip) + ", kind fram",
+                 {"bus", "node", "hub", "port", "type", "address", "addresses", "image", "kind", "half_offset",
+                  "protect", "protect_area", "protect_chip", "protect_pin", "hold_sda_after_cut"});
+    } else {
+        onlyKeys(table, keysOf(chip),
+                 {"bus", "node", "hub", "port", "type", "address", "addresses", "image", "kind", "half_offset",
+                  "protect", "protect_area", "protect_chip", "protect_pin", "hold_sda_after_cut", "page",
+                  "write_cycle_ms", "write_cycle_min_ms"});
+        writeOptions(table, chip);
+    }
+    protectOptions(table, chip);
     chip.image = imageOf(table);
-    chip.memory.protect = found->second;
+    chip.memory.half = choice(
+        table, "half_offset",
+        choices<halfOffset, 3>{{{"low", halfOffset::low}, {"high", halfOffset::high}, {"keep", halfOffset::keep}}});
+    if (table.contains("half_offset") && eepromTypes.at(chip.type).offsetBytes == 1) {
+        failKey(table, "half_offset", "a " + chip.typeName + " has one offset byte");
+    }
+    chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
+}
+
+void reader::writeOptions(const toml::table& table, chipDescription& chip) const
+{
+    const eepromType& type = eepromTypes.at(chip.type);
+    const auto page = static_cast<std::uint32_t>(number(table, "page", 4, longestPage, type.pageBytes));
+    if (!std::has_single_bit(page)) {
+        failKey(table, "page", "expected 4, 8, 16, 32, 64, 128 or 256");
+    }
     const double longest = real(table, "write_cycle_ms", 0, 1000, 3.5);
     const double shortest = real(table, "write_cycle_min_ms", 0, longest, longest * usualShortestCycle);
+    chip.memory.pageBytes = page;
     chip.memory.writeCycleNs = static_cast<std::uint64_t>(longest * static_cast<double>(nsPerMs));
     chip.memory.shortestWriteCycleNs = static_cast<std::uint64_t>(shortest * static_cast<double>(nsPerMs));
-    chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
+}
+
+void reader::protectOptions(const toml::table& table, chipDescription& chip) const
+{
+    const std::uint32_t sizeBytes = eepromTypes.at(chip.type).sizeBytes;
+    chip.memory.protect = choice(
+        table, "protect",
+        choices<protection, 3>{{{"no", protection::none}, {"silent", protection::silent}, {"nak", protection::nak}}});
+    chip.memory.area = choice(table, "protect_area",
+                              choices<protectedArea, 3>{{{"all", protectedArea::all},
+                                                         {"half", protectedArea::upperHalf},
+                                                         {"quarter", protectedArea::upperQuarter}}});
+    chip.protectChip = address(table, "protect_chip", false);
+    chip.protectPin = static_cast<std::uint8_t>(number(table, "protect_pin", 0, 15, 0));
+    for (const std::string_view key : {"protect_area", "protect_chip", "protect_pin"}) {
+        if (table.contains(key) && chip.memory.protect == protection::none) {
+            failKey(table, key, "needs 'protect', 'silent' or 'nak'");
+        }
+    }
+    if (table.contains("protect_chip") != table.contains("protect_pin")) {
+        failKey(table, table.contains("protect_pin") ? "protect_pin" : "protect_chip",
+                "'protect_chip' and 'protect_pin' need each other");
+    }
+    if (chip.memory.pageBytes > sizeBytes - firstProtected(chip.memory.area, sizeBytes)) {
+        failKey(table, "page", "is larger than what 'protect_area' covers");
+    }
+}
+
+// A part with block bits answers as many addresses as it has blocks.
+void reader::memoryAddresses(const toml::table& table, chipDescription& chip) const
+{
+    constexpr std::uint8_t allAddresses = 8, firstOfAll = 0xA0;
+    const std::uint32_t blocks = blocksOf(eepromTypes.at(chip.type));
+    const bool all = table.contains("addresses");
+    if (all && text(table, "addresses", nullptr) != "all") {
+        failKey(table, "addresses", "expected 'all'");
+    }
+    if (all && chip.typeName != "24C02") {
+        failKey(table, "addresses", "only a 24C02 may answer all addresses");
+    }
+    chip.addresses = all ? allAddresses : static_cast<std::uint8_t>(blocks);
+    chip.lowestAddress = static_cast<std::uint8_t>(chip.address - chip.address % (2 * chip.addresses));
+    if (all && chip.lowestAddress != firstOfAll) {
+        failKey(table, "address", "a chip that answers all addresses is at 0xA0 to 0xAE");
+    }
+    if (!all && chip.address != chip.lowestAddress) {
+        failKey(table, "address",
+                "a " + chip.typeName + " answers " + std::to_string(blocks) +
+                    " addresses: the first is a multiple of " + std::to_string(2 * blocks));
+    }
 }
 
 void reader::sensorOptions(const toml::table& table, chipDescription& chip) const
@@ -401,6 +488,10 @@ void reader::chip(const toml::table& table)
     chipOptions(table, chip);
     chip.bus = busOf(table);
     chip.address = address(table, "address", true);
+    chip.lowestAddress = chip.address;
+    if (chip.kind == chipKind::eeprom) {
+        memoryAddresses(table, chip);
+    }
     chip.behindHub = table.contains("hub");
     chip.hub = address(table, "hub", false);
     if (chip.behindHub != table.contains("port")) {
@@ -458,17 +549,36 @@ void reader::checkPlace(const chipDescription& chip) const
     }
 }
 
+void reader::checkProtection(const chipDescription& chip) const
+{
+    const auto expander = std::ranges::find_if(
+        m_machine.chips, [&](const chipDescription& other) { return other.drivesProtectionOf(chip); });
+    const std::string where = m_fileName + ":" + chip.place + ": key 'protect_chip': ";
+    if (expander == m_machine.chips.end()) {
+        throw std::runtime_error{where + "no PCA955x at " + addressText(chip.protectChip) + " on bus '" +
+                                 m_machine.buses[chip.bus].name + "'"};
+    }
+    if (chip.protectPin >= pca955xTypes.at(expander->type).pins) {
+        throw std::runtime_error{where + "a " + expander->typeName + " has no pin " + std::to_string(chip.protectPin)};
+    }
+}
+
 void reader::checkChips() const
 {
     std::set<std::tuple<std::size_t, bool, unsigned, unsigned, unsigned>> places;
     std::set<std::string> images;
     for (const auto& chip : m_machine.chips) {
         checkPlace(chip);
+        if (chip.protectChip != 0) {
+            checkProtection(chip);
+        }
         const auto fail = [&](const std::string& what) {
             throw std::runtime_error{m_fileName + ":" + chip.place + ": " + what};
         };
-        if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, chip.address).second) {
-            fail("a second chip at " + addressText(chip.address));
+        for (const std::uint8_t address : chip.answers()) {
+            if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, address).second) {
+                fail("a second chip at " + addressText(address));
+            }
         }
         if (!chip.image.empty() && !images.insert(chip.image).second) {
             fail("image '" + chip.image + "' belongs to another chip already");
@@ -507,6 +617,20 @@ std::optional<std::size_t> machineDescription::findBus(std::string_view name) co
     return found == buses.end() ? std::nullopt : std::optional{static_cast<std::size_t>(found - buses.begin())};
 }
 
+std::vector<std::uint8_t> chipDescription::answers() const
+{
+    std::vector<std::uint8_t> all(addresses);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        all[i] = static_cast<std::uint8_t>(lowestAddress + 2 * i);
+    }
+    return all;
+}
+
+bool chipDescription::drivesProtectionOf(const chipDescription& other) const
+{
+    return kind == chipKind::pca955x && !behindHub && bus == other.bus && address == other.protectChip;
+}
+
 bool machineDescription::hasNode(std::string_view node) const
 {
     return std::ranges::find(buses, node, &busDescription::node) != buses.end();
@@ -533,7 +657,7 @@ std::uint64_t machineDescription::layoutMark() const
     }
     for (const auto& chip : chips) {
         text << chip.bus << ' ' << chip.typeName << ' ' << +chip.address << ' ' << chip.behindHub << ' ' << +chip.hub
-             << ' ' << +chip.port << ' ' << chip.image << '\n';
+             << ' ' << +chip.port << ' ' << chip.ferroelectric << ' ' << chip.image << '\n';
     }
     return fnvHash64(text.str());
 }

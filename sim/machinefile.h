@@ -45,10 +45,21 @@ struct chipDescription {
     std::string image; ///< file name in the machine's folder
     std::string place; ///< "LINE:COLUMN" in the file
 
+    std::uint8_t lowestAddress = 0; ///< of those that it answers
+    std::uint8_t addresses = 1; ///< how many it answers
+
+    bool ferroelectric = false;
+    std::uint8_t protectChip = 0; ///< address of the chip whose pin protects it; 0: no pin
+    std::uint8_t protectPin = 0;
     eepromSettings memory;
     std::uint16_t inputs = 0xFFFF; ///< levels that drive the pins from outside
     double celsius = 25.0;
     unsigned temperatureBits = 9;
+
+    /// The addresses that it answers, 8-bit form.
+    [[nodiscard]] std::vector<std::uint8_t> answers() const;
+    /// Whether the other's write protection follows a pin of this chip.
+    [[nodiscard]] bool drivesProtectionOf(const chipDescription& other) const;
 };
 
 /// Where a table begins in its file, from 1.

@@ -82,6 +82,9 @@ bool transaction::sendAddress(const segment& part)
     }
     const bool refused = isRefused(part);
     m_selected = nullptr;
+    if (addressed != nullptr) {
+        addressed->addressedAs(part.address);
+    }
     busClock answering = clockOfAcknowledge();
     const std::uint64_t before = answering.now;
     const bool acknowledged = !refused && addressed != nullptr && addressed->start(part.way, answering, m_faults);

@@ -59,7 +59,8 @@ TEST_F(Eeprom, SizesPagesAndOffsets)
         const char* type;
         std::size_t size, page, offsetBytes;
     };
-    for (const Row& type : {Row{"24C02", 256, 8, 1}, Row{"24C32", 4096, 32, 2}, Row{"24C64", 8192, 32, 2},
+    for (const Row& type : {Row{"24C02", 256, 8, 1}, Row{"24C04", 512, 16, 1}, Row{"24C08", 1024, 16, 1},
+                            Row{"24C16", 2048, 16, 1}, Row{"24C32", 4096, 32, 2}, Row{"24C64", 8192, 32, 2},
                             Row{"24C128", 16384, 64, 2}, Row{"24C256", 32768, 64, 2}, Row{"24C512", 65536, 128, 2}}) {
         SCOPED_TRACE(type.type);
         std::filesystem::remove(home.path / "a.bin");
@@ -69,6 +70,18 @@ TEST_F(Eeprom, SizesPagesAndOffsets)
         EXPECT_EQ(outcome::done, on->store(0xA0, Bytes(type.offsetBytes, 0) + Bytes(type.page, 0x11) + Bytes{0x22}));
         EXPECT_EQ(on->readAt(0xA0, Bytes(type.offsetBytes, 0), type.page + 1).data,
                   Bytes{0x22} + Bytes(type.page - 1, 0x11) + Bytes{0xFF});
+    }
+}
+
+TEST_F(Eeprom, PageIsThePartsAndNotTheTypes)
+{
+    for (const std::size_t page : {4U, 8U, 16U, 32U, 64U, 128U, 256U}) {
+        SCOPED_TRACE(page);
+        std::filesystem::remove(home.path / "a.bin");
+        power24c("24C64", "page = " + std::to_string(page));
+        // one byte more than a page: it comes back at the page's start
+        EXPECT_EQ(outcome::done, on->store(0xA0, Bytes{0x01, 0x00} + Bytes(page, 0x11) + Bytes{0x22}));
+        EXPECT_EQ(on->readAt(0xA0, {0x01, 0x00}, page + 1).data, Bytes{0x22} + Bytes(page - 1, 0x11) + Bytes{0xFF});
     }
 }
 
