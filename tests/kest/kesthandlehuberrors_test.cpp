@@ -13,6 +13,8 @@ namespace
 
 constexpr const char* unit = "kesthandlehuberrors";
 const Block theBlock = {};
+// source lines of the steps of a status read
+constexpr unsigned statusLines[] = {786, 811, 830};
 
 class HubErrors : public HubTest
 {
@@ -31,11 +33,14 @@ protected:
                                      buffer, 0x03A00123);
     }
 
-    /// What a failed status read adds to the entry, at the line of its step.
-    static void tellFailedStatus(Story& story, int entry, unsigned site)
+    /// A status read that fails at one of its steps, and what it adds to entry `entry`.
+    static void failStatusRead(Story& story, std::size_t failing, int error, int entry = 1)
     {
+        const auto calls = statusRead(theBlock, 0);
+        story.does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
+            .fails(calls[failing], error, entry);
         const std::uint32_t failed = story.codes[entry];
-        story.setsReturnCode(entry, failed | 0x00100000).says(softwareError(entry, failed, 29, site));
+        story.setsReturnCode(entry, failed | 0x00100000).says(softwareError(entry, failed, 29, statusLines[failing]));
     }
 
     Call repeat(int direction) const
@@ -59,8 +64,6 @@ protected:
     unsigned char subBusReset = 0;
     std::uint8_t buffer[16] = {1, 2, 3, 4};
 };
-
-constexpr unsigned statusLines[] = {786, 811, 830};
 
 // --- the single commands ---
 
@@ -97,10 +100,7 @@ TEST_F(HubErrors, PreviousStatusFailingAtEachStep)
         for (std::size_t failing = 0; failing < 3; ++failing) {
             again();
             Story story{platform};
-            const auto calls = statusRead(theBlock, 0);
-            story.does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
-                .fails(calls[failing], error);
-            tellFailedStatus(story, 1, statusLines[failing]);
+            failStatusRead(story, failing, error);
             unsigned int answer = 77;
             kest_read922HubPrevCmdStatus(handle, &answer, errl);
             EXPECT_EQ(story.text, platform.calls()) << error << " at " << failing;
@@ -194,11 +194,8 @@ TEST_F(HubErrors, SubBusResetFailingAtEachStep)
         for (std::size_t failing = 0; failing < 3; ++failing) {
             again();
             Story story{platform};
-            const auto calls = statusRead(theBlock, 0);
-            story.does(writeCall({0x20, 0x06}))
-                .does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
-                .fails(calls[failing], error);
-            tellFailedStatus(story, 1, statusLines[failing]);
+            story.does(writeCall({0x20, 0x06}));
+            failStatusRead(story, failing, error);
             story.notes(1, 28, 693);
             kest_reset922HubSubBus(handle, errl);
             EXPECT_EQ(story.text, platform.calls()) << error << " at " << failing;
@@ -274,10 +271,7 @@ TEST_F(HubErrors, AStatusThatCannotBeRead)
             for (std::size_t failing = 0; failing < 3; ++failing) {
                 again();
                 Story story{platform};
-                const auto calls = statusRead(theBlock, 0);
-                story.does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
-                    .fails(calls[failing], error);
-                tellFailedStatus(story, 1, statusLines[failing]);
+                failStatusRead(story, failing, error);
                 if (error == silent) {
                     story.resetsHub(1);
                 }
@@ -349,7 +343,7 @@ TEST_F(HubErrors, ARepeatThatTheHubRefuses)
 
 TEST_F(HubErrors, ASubBusResetThatTheHubRefuses)
 {
-    // A status of 6 stands where an errno stands in other entries: the hub counts as silent.
+    // The status 6 is where other entries have an errno, so the hub counts as silent.
     for (unsigned status = 1; status <= 255; ++status) {
         again();
         Story story{platform};
@@ -380,19 +374,16 @@ TEST_F(HubErrors, ASubBusResetThatFailsAtEachStep)
             if (failing == 0) {
                 story.fails(writeCall({0x20, 0x06}), error).notes(1, 28, 680);
             } else {
-                const auto calls = statusRead(theBlock, 0);
-                story.does(writeCall({0x20, 0x06}))
-                    .does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing - 1)})
-                    .fails(calls[failing - 1], error);
-                tellFailedStatus(story, 1, statusLines[failing - 1]);
+                story.does(writeCall({0x20, 0x06}));
+                failStatusRead(story, failing - 1, error);
                 story.notes(1, 28, 693);
             }
             const std::uint32_t failed = story.codes[1];
             if (error == silent) {
                 story.resetsHub(1);
             }
-            const std::uint32_t told = story.codes[1];
-            story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, told, 27, 272));
+            const std::uint32_t code = story.codes[1];
+            story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, code, 27, 272));
             check(0);
             EXPECT_EQ(story.text, platform.calls()) << error << " at " << failing;
             EXPECT_EQ(1, subBusReset);
@@ -418,8 +409,8 @@ TEST_F(HubErrors, ARecoveryThatFailsAtTheBlockOrTheSeek)
                 if (error == silent) {
                     story.resetsHub(1);
                 }
-                const std::uint32_t told = story.codes[1];
-                story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, told, 27, atSeek ? 319 : 292));
+                const std::uint32_t code = story.codes[1];
+                story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, code, 27, atSeek ? 319 : 292));
                 check(direction);
                 EXPECT_EQ(story.text, platform.calls()) << error << (atSeek ? " seek" : " block");
                 EXPECT_EQ(1, subBusReset);
@@ -443,8 +434,8 @@ TEST_F(HubErrors, ARepeatThatFailsOtherwiseThanWithoutData)
             if (error == silent) {
                 story.resetsHub(1);
             }
-            const std::uint32_t told = story.codes[1];
-            story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, told, 27, 362));
+            const std::uint32_t code = story.codes[1];
+            story.setsReturnCode(1, failed | 0x10000000).says(softwareError(1, code, 27, 362));
             check(direction);
             EXPECT_EQ(story.text, platform.calls()) << error;
             EXPECT_EQ(line("\n260 0x3E54A1DF %%s,%%x \"kest_checkAndHandle922HubErr\" 0x6\n"
@@ -507,14 +498,9 @@ TEST_F(HubErrors, ARepeatWhoseStatusCannotBeRead)
                 again();
                 std::memcpy(buffer, "\1\2\3\4", 4);
                 Story story{platform};
-                const auto calls = statusRead(theBlock, 0);
-                story.does(statusRead(theBlock, 3))
-                    .does(recovery())
-                    .does(repeat(direction))
-                    .does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
-                    .fails(calls[failing], error);
-                tellFailedStatus(story, 1, statusLines[failing]);
-                // a new entry takes the contents over
+                story.does(statusRead(theBlock, 3)).does(recovery()).does(repeat(direction));
+                failStatusRead(story, failing, error);
+                // a new entry takes over the contents
                 story.says("entry2 = ErrlEntry(0x1300, 0x20, 0, 0xB1, 0, 0, 0x43FF, 0x0, 0x0, 0x0, 0x0, 0x0, 0x81, 0)\n"
                            "entry2 = copy of entry1\n"
                            "delete entry1\n");
@@ -522,8 +508,8 @@ TEST_F(HubErrors, ARepeatWhoseStatusCannotBeRead)
                 if (error == silent) {
                     story.resetsHub(2);
                 }
-                const std::uint32_t told = story.codes[2];
-                story.setsReturnCode(2, failed | 0x10000000).says(softwareError(2, told, 27, 384));
+                const std::uint32_t code = story.codes[2];
+                story.setsReturnCode(2, failed | 0x10000000).says(softwareError(2, code, 27, 384));
                 check(direction);
                 EXPECT_EQ(story.text, platform.calls()) << error << " at " << failing;
             }
@@ -538,15 +524,10 @@ TEST_F(HubErrors, ARepeatWithoutDataWhoseStatusCannotBeRead)
             for (std::size_t failing = 0; failing < 3; ++failing) {
                 again();
                 Story story{platform};
-                const auto calls = statusRead(theBlock, 0);
-                story.does(statusRead(theBlock, 3))
-                    .does(recovery())
-                    .fails(repeat(direction), 61)
-                    .does({calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(failing)})
-                    .fails(calls[failing], error, 2);
-                tellFailedStatus(story, 2, statusLines[failing]);
+                story.does(statusRead(theBlock, 3)).does(recovery()).fails(repeat(direction), 61);
+                failStatusRead(story, failing, error, 2);
                 const std::uint32_t merged = story.codes[2];
-                // the first SRC stays the one that tells of 61: no reset of the hub
+                // the first SRC is still the one with errno 61, so the hub is not reset
                 story.says("entry1.addSRC(0x1300, SRC 0 of entry2)\n")
                     .setsReturnCode(1, merged)
                     .says("delete entry2\n")
@@ -562,8 +543,7 @@ TEST_F(HubErrors, ARepeatWithoutDataWhoseStatusCannotBeRead)
 TEST_F(HubErrors, ThePathAndTheHubDecideWhichExpanderResetsIt)
 {
     Story story{platform};
-    story.fails(readBlock(theBlock), silent);
-    tellFailedStatus(story, 1, 786);
+    failStatusRead(story, 0, silent);
     story.resetsHub(1, 0xC2).notes(1, 27, 164);
     Bytes block = blockBytes(theBlock);
     kest_checkAndHandle922HubErr(handle, errl, &size, 1, &subBusReset, devicePath, 0x8A, block.data(), buffer, 0);

@@ -55,7 +55,7 @@ TEST_F(ErrorEntry, FurtherSrcsComeBehindAndLeaveThePointersAlone)
     EXPECT_EQ((std::vector<std::uint32_t>{0x00B143FF, 0x14000007, 0x1234, 0x81, 100, 0, 0, 0}),
               wordsOf(entry->getSRC(100)));
     EXPECT_EQ(nullptr, entry->getSRC(101));
-    EXPECT_EQ(0x1300, entry->creator()) << "who adds an SRC did not create the entry";
+    EXPECT_EQ(0x1300, entry->creator()) << "adding an SRC does not change the creator";
 }
 
 TEST_F(ErrorEntry, AnSrcOfAnotherEntryIsCopied)
@@ -86,7 +86,7 @@ TEST_F(ErrorEntry, AssignmentTakesOverEverything)
     EXPECT_EQ(62U, wordsOf(entry->getSRC(1))[4]);
     EXPECT_EQ(host::toLine(host::describeEntry(*other)), host::toLine(host::describeEntry(*entry)));
     other->addSRC(0x1400, *entry->getSRC(0));
-    EXPECT_EQ(nullptr, entry->getSRC(2)) << "a copy, not the same";
+    EXPECT_EQ(nullptr, entry->getSRC(2)) << "a copy, not the same object";
     const ErrlEntry& same = *entry;
     *entry = same;
     EXPECT_EQ(61U, wordsOf(entry->getSRC(0))[4]);
@@ -152,7 +152,7 @@ TEST_F(ErrorEntry, NamesItsDevice)
     EXPECT_EQ("sim:a,L,75,90", host::deviceOf(host::describeEntry(*tools)));
 }
 
-/// Most failures of a transfer have no device text: the record of the failed call tells bus and address.
+/// Most failures of a transfer have no device text: bus and address are in the record of the failed call.
 TEST_F(ErrorEntry, NamesItsDeviceByFirstFailureData)
 {
     const auto deviceIn = [](const std::string& record) {
@@ -199,14 +199,14 @@ TEST_F(ErrorEntry, AChildHasIdentifiersOfItsOwn)
     const std::uint32_t before = make()->plid();
     EXPECT_EQ(0, inChild([&] {
                   const std::uint32_t child = make()->plid();
-                  // past the parent's block
+                  // beyond the parent's block
                   return child > before + 8 ? 0 : 1;
               }));
     EXPECT_EQ(before + 1, make()->plid());
 }
 
-/// Every operation once, the texts hostile. Each number differs from the others, so that none can stand in another's
-/// place.
+/// Uses every operation once, with hostile texts. All numbers differ, so that none can take the place of another
+/// unnoticed.
 TEST_F(ErrorEntry, JsonFormHoldsEveryItem)
 {
     trace_wobu_descriptor ring = nullptr;

@@ -1,4 +1,5 @@
-/// The error log without memory: what can't be had is left out, and an entry is still told apart, and stored or told.
+/// The error log without memory: an entry lacks what needs memory, but it has its identifier, and it is stored or
+/// reported.
 #include <array>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -30,11 +31,11 @@ Words wordsOf(const SrciSrc* src)
     return {first, first + count};
 }
 
-/// What the process tells standard error from now on. Allocates nothing before it is read.
-class ToldError
+/// What the process writes to standard error from now on. Allocates nothing until it is read.
+class CapturedError
 {
 public:
-    ToldError()
+    CapturedError()
     {
         if (pipe2(m_ends.data(), O_NONBLOCK) == 0) {
             dup2(m_ends[1], STDERR_FILENO);
@@ -57,7 +58,7 @@ class ErrorLogMemory : public testing::Test
 protected:
     void SetUp() override { KEST_SKIP_UNLESS_MEMORY_CAN_FAIL(); }
 
-    /// Whether an entry of newEntry(62) that fill() has filled has all that an entry always has.
+    /// Whether an entry from newEntry(62), completed by fill(), has all that an entry always has.
     static bool hasItsFacts(const ErrlEntry& entry)
     {
         return wordsOf(entry.getSRC(0)) == Words{0x00B143FF, 0x1300000D, 0x1312, 0x55, 62, 2, 3, 4} &&
@@ -74,14 +75,14 @@ protected:
         entry.addUsrDtls("details", 7, 0x1300, 1, 2);
         fill(entry);
     }
-    /// Commits in a process that has not opened the log yet. @return whether the entry is in the log once, else in what
-    /// was told; and says so when it is not whole
+    /// Commits in a process that has not opened the log yet. @return whether the entry is in the log once, or else in
+    /// what was reported, with a remark when it is not whole
     static bool commitsWithoutMemory(ErrlEntry& entry)
     {
-        const ToldError told;
+        const CapturedError captured;
         entry.commit(0x1300, ERRL_ACTION_REPORT);
         giveMemoryBack();
-        const std::string text = told.read();
+        const std::string text = captured.read();
         const auto stored = host::listEntries({.plid = entry.plid()}).entries;
         const auto found = stored.empty() ? host::fromLine(text.substr(0, text.find('\n'))) : stored.front();
         return hasItsFacts(entry) && stored.size() <= 1 && found && found->plid == entry.plid() &&
@@ -111,7 +112,7 @@ TEST_F(ErrorLogMemory, AnEntryKeepsItsFactsAndSaysWhatItLacks)
               }));
 }
 
-TEST_F(ErrorLogMemory, ACommittedEntryIsStoredOrTold)
+TEST_F(ErrorLogMemory, ACommittedEntryIsStoredOrReported)
 {
     fillWhole(*ready);
     commitEntry(0);
@@ -123,7 +124,7 @@ TEST_F(ErrorLogMemory, ACommittedEntryIsStoredOrTold)
               }));
 }
 
-TEST_F(ErrorLogMemory, TheVeryFirstEntryIsStoredOrTold)
+TEST_F(ErrorLogMemory, TheVeryFirstEntryIsStoredOrReported)
 {
     fillWhole(*ready);
     std::vector<std::string> files;
@@ -154,7 +155,7 @@ TEST_F(ErrorLogMemory, AWaitingSpoolLosesNothing)
     }
     folder.write("state/errors.spool", spooled);
     EXPECT_EQ("", withoutMemory([&] {
-                  const ToldError told;
+                  const CapturedError captured;
                   ready->commit(0x1300, ERRL_ACTION_REPORT);
                   giveMemoryBack();
                   const auto ids = idsInLog();
@@ -165,7 +166,7 @@ TEST_F(ErrorLogMemory, AWaitingSpoolLosesNothing)
               }));
 }
 
-TEST_F(ErrorLogMemory, TwoEntriesAreToldApart)
+TEST_F(ErrorLogMemory, TwoEntriesCanBeToldApart)
 {
     EXPECT_EQ("", withoutMemory([] {
                   const std::unique_ptr<ErrlEntry> first(newEntry(1));

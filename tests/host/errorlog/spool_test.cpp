@@ -1,4 +1,4 @@
-/// What becomes of entries that the store cannot take.
+/// Where entries go that the store cannot take.
 #include <array>
 #include <csignal>
 #include <fstream>
@@ -26,17 +26,17 @@ class Spool : public testing::Test
 protected:
     void SetUp() override { database = hasDatabase(folder); }
 
-    /// Commits an entry that the store can't take, and looks at what standard error was told.
-    std::uint32_t commitTold(std::uint32_t word, const std::string& problem)
+    /// Commits an entry that the store can't take, and checks what was written to standard error.
+    std::uint32_t commitReported(std::uint32_t word, const std::string& problem)
     {
         testing::internal::CaptureStderr();
         const std::uint32_t id = commitEntry(word);
-        const std::string told = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(told.size() - 1, told.find('\n')) << "one line";
-        const auto entry = host::fromLine(told);
-        EXPECT_TRUE(entry && entry->plid == id && entry->srcs.at(0).words[4] == word) << told;
-        const auto json = nlohmann::json::parse(told, nullptr, false);
-        EXPECT_NE(std::string::npos, json.value("store_error", "").find(problem)) << told;
+        const std::string reported = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(reported.size() - 1, reported.find('\n')) << "one line";
+        const auto entry = host::fromLine(reported);
+        EXPECT_TRUE(entry && entry->plid == id && entry->srcs.at(0).words[4] == word) << reported;
+        const auto json = nlohmann::json::parse(reported, nullptr, false);
+        EXPECT_NE(std::string::npos, json.value("store_error", "").find(problem)) << reported;
         EXPECT_EQ("", json.value("spool_error", ""));
         return id;
     }
@@ -73,8 +73,8 @@ TEST_F(Spool, TakesWhatADamagedDatabaseCannotAndGivesItBackLater)
         GTEST_SKIP() << "built without a database";
     }
     damage();
-    commitTold(1, "file is not a database");
-    commitTold(2, "file is not a database");
+    commitReported(1, "file is not a database");
+    commitReported(2, "file is not a database");
     const host::entryList list = host::listEntries();
     EXPECT_NE(std::string::npos, list.error.find("file is not a database")) << list.error;
     ASSERT_EQ(2U, list.entries.size()) << "what is in the spool is listed";
@@ -94,7 +94,7 @@ TEST_F(Spool, ADamagedDatabaseIsSetAsideWhenTheLogIsCleared)
         GTEST_SKIP() << "built without a database";
     }
     damage();
-    commitTold(1, "file is not a database");
+    commitReported(1, "file is not a database");
     EXPECT_EQ("", host::clearEntries());
     EXPECT_EQ(std::string(8192, 'x'), folder.read("state/errors.db.damaged"));
     commitEntry(2);
@@ -113,10 +113,10 @@ TEST_F(Spool, TakesWhatADatabaseDamagedSinceCannot)
         file.seekp(100);
         file << std::string(static_cast<std::size_t>(size) - 100, 'y');
     }
-    // as in a new process, which has no page of it in memory
+    // as in a new process, which has none of its pages in memory
     folder.configure("");
-    commitTold(2, "errors.db");
-    commitTold(3, "errors.db");
+    commitReported(2, "errors.db");
+    commitReported(3, "errors.db");
     std::vector<std::uint32_t> listed;
     for (const host::loggedEntry& entry : host::listEntries().entries) {
         listed.push_back(entry.srcs.at(0).words[4]);
@@ -133,11 +133,11 @@ TEST_F(Spool, AFullDiskLosesNothing)
     if (!database) {
         GTEST_SKIP() << "built without a database";
     }
-    const auto told = [&] {
+    const auto reported = [&] {
         std::array<int, 2> ends{};
         EXPECT_EQ(0, pipe(ends.data()));
         EXPECT_EQ(0, inChild([&] {
-                      // No file may grow beyond this; what it is told on a full disk, a write is told here.
+                      // No file may grow beyond this: a write fails here as it does on a full disk.
                       const rlimit limit{200 << 10, 200 << 10};
                       signal(SIGXFSZ, SIG_IGN);
                       if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || freopen("/dev/null", "w", stderr) == nullptr) {
@@ -158,12 +158,12 @@ TEST_F(Spool, AFullDiskLosesNothing)
         close(ends[0]);
         return ids;
     }();
-    ASSERT_EQ(60U, told.size());
+    ASSERT_EQ(60U, reported.size());
     EXPECT_NE("", spoolText()) << "the limit was met";
     const auto before = idsInLog();
     commitEntry(1000);
     const auto after = idsInLog();
-    for (const std::uint32_t id : told) {
+    for (const std::uint32_t id : reported) {
         EXPECT_EQ(1U, before.count(id));
         EXPECT_EQ(1U, after.count(id));
     }
@@ -201,7 +201,7 @@ TEST_F(Spool, RoomIsSetAsideForAFullDisk)
                    : 4;
     });
     if (!database || result == 2) {
-        GTEST_SKIP() << "no database, or no right to mount";
+        GTEST_SKIP() << "no database, or no permission to mount";
     }
     EXPECT_EQ(0, result);
 }
@@ -211,7 +211,7 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsNone)
     std::filesystem::remove_all(folder.path() / "state");
     folder.write("state", "a file");
     folder.configure("");
-    const std::uint32_t id = commitTold(1, "Not a directory");
+    const std::uint32_t id = commitReported(1, "Not a directory");
     EXPECT_EQ(
         id, host::fromLine(otherSpoolText().substr(0, otherSpoolText().find('\n'))).value_or(host::loggedEntry()).plid);
     EXPECT_EQ(1U, host::listEntries().entries.size());
@@ -234,7 +234,7 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderMayNotBeWritten)
                   if (!dropRights()) {
                       return 2;
                   }
-                  commitTold(1, "");
+                  commitReported(1, "");
                   return otherSpoolText().empty() || wordsInLog() != Words{1} || HasFailure() ? 1 : 0;
               }));
 
@@ -259,7 +259,7 @@ TEST_F(Spool, IsNotTakenFromAFolderThatOthersMayWrite)
     std::filesystem::remove_all(folder.path() / "state");
     folder.write("state", "a file");
     folder.configure("");
-    commitTold(1, "Not a directory");
+    commitReported(1, "Not a directory");
     std::filesystem::remove(folder.path() / "state");
     chmod((folder.path() / "spool").c_str(), 0777);
     commitEntry(2);
@@ -272,11 +272,11 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsACircleOfLinks)
     std::filesystem::remove_all(folder.path() / "state");
     std::filesystem::create_symlink("state", folder.path() / "state");
     folder.configure("");
-    commitTold(1, "Too many levels of symbolic links");
+    commitReported(1, "Too many levels of symbolic links");
     EXPECT_NE("", otherSpoolText());
 }
 
-TEST_F(Spool, HasAnotherPlaceWhenSomebodyElseTookTheFirst)
+TEST_F(Spool, HasAnotherPlaceWhenAnotherUserTookTheFirst)
 {
     std::filesystem::remove_all(folder.path() / "state");
     std::filesystem::create_directory(folder.path() / "spool");
@@ -285,9 +285,9 @@ TEST_F(Spool, HasAnotherPlaceWhenSomebodyElseTookTheFirst)
     folder.configure("");
     testing::internal::CaptureStderr();
     commitEntry(1);
-    const std::string told = testing::internal::GetCapturedStderr();
-    EXPECT_NE(std::string::npos, told.find(R"("spool_folder":")" + (folder.path() / "spool.1").string() + "\""))
-        << told;
+    const std::string reported = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, reported.find(R"("spool_folder":")" + (folder.path() / "spool.1").string() + "\""))
+        << reported;
     EXPECT_EQ((Words{1}), wordsInLog());
     std::filesystem::remove(folder.path() / "state");
     commitEntry(2);
@@ -299,7 +299,7 @@ TEST_F(Spool, IsNotClearedInAFolderThatOthersMayWrite)
     std::filesystem::remove_all(folder.path() / "state");
     folder.write("state", "a file");
     folder.configure("");
-    commitTold(1, "Not a directory");
+    commitReported(1, "Not a directory");
     chmod((folder.path() / "spool").c_str(), 0777);
     EXPECT_EQ("", host::clearEntries());
     EXPECT_NE("", otherSpoolText());
@@ -342,10 +342,10 @@ TEST_F(Spool, StandardErrorTakesWhatNoSpoolCan)
     }
     testing::internal::CaptureStderr();
     const std::uint32_t id = commitEntry(1);
-    const std::string told = testing::internal::GetCapturedStderr();
-    const auto entry = host::fromLine(told);
-    EXPECT_TRUE(entry && entry->plid == id) << told;
-    EXPECT_NE(std::string::npos, told.find(R"("spool_error":"Operation not permitted")")) << told;
+    const std::string reported = testing::internal::GetCapturedStderr();
+    const auto entry = host::fromLine(reported);
+    EXPECT_TRUE(entry && entry->plid == id) << reported;
+    EXPECT_NE(std::string::npos, reported.find(R"("spool_error":"Operation not permitted")")) << reported;
 }
 
 TEST_F(Spool, AnEntryThatIsInBothIsThereOnce)
@@ -362,7 +362,7 @@ TEST_F(Spool, AnEntryThatIsInBothIsThereOnce)
     EXPECT_EQ("", spoolText());
 }
 
-TEST_F(Spool, DamagedLinesAreTold)
+TEST_F(Spool, DamagedLinesAreReported)
 {
     commitEntry(1);
     const std::string line = host::toLine(host::listEntries().entries.at(0));
@@ -443,9 +443,9 @@ TEST_F(Spool, KilledAtAnyMomentItHoldsWhatWasCommitted)
     std::multiset<std::uint32_t> expected;
     for (std::uint32_t round = 0; round < 15; ++round) {
         testing::internal::CaptureStderr();
-        const auto told = killAfter(1 + round * 5 % 20, [](std::uint32_t number) { return commitEntry(number); });
+        const auto reported = killAfter(1 + round * 5 % 20, [](std::uint32_t number) { return commitEntry(number); });
         testing::internal::GetCapturedStderr();
-        expected.insert(told.begin(), told.end());
+        expected.insert(reported.begin(), reported.end());
         const auto list = host::listEntries();
         std::multiset<std::uint32_t> found;
         for (const host::loggedEntry& entry : list.entries) {
@@ -456,12 +456,12 @@ TEST_F(Spool, KilledAtAnyMomentItHoldsWhatWasCommitted)
         }
     }
     std::filesystem::remove(folder.state("errors.db"));
-    // Killed while they are taken in.
+    // Killed while the spooled entries are taken in.
     for (std::uint32_t round = 0; round < 5; ++round) {
         const std::string before = spoolText();
-        const auto told = killAfter(1, [&](std::uint32_t number) { return commitEntry(number); });
-        expected.insert(told.begin(), told.end());
-        // as if killed just ahead of the removal
+        const auto reported = killAfter(1, [&](std::uint32_t number) { return commitEntry(number); });
+        expected.insert(reported.begin(), reported.end());
+        // as if killed just before the removal
         folder.write("state/errors.spool", before);
     }
     commitEntry(0);

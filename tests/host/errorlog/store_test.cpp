@@ -42,7 +42,7 @@ TEST_F(ErrorLog, HoldsWhatIsCommittedTheLatestFirst)
     EXPECT_EQ("", host::checkStore());
 }
 
-TEST_F(ErrorLog, AnEntryComesBackWhole)
+TEST_F(ErrorLog, AnEntryIsReadBackWhole)
 {
     const std::uint32_t id = commitEntry(7, ERRL_SEV_RECOVERED, std::string("\0\xFF", 2));
     const host::entryList list = host::listEntries({.plid = id});
@@ -105,7 +105,7 @@ TEST_F(ErrorLog, DropsTheOldestInformationalOnesFirst)
     commitEntry(7);
     EXPECT_EQ((Words{7, 6, 5, 3}), wordsInLog());
     commitEntry(8, ERRL_SEV_RECOVERED);
-    EXPECT_EQ((Words{8, 7, 6, 5}), wordsInLog()) << "the entry that passes the bound is not dropped for it";
+    EXPECT_EQ((Words{8, 7, 6, 5}), wordsInLog()) << "the entry that exceeds the bound is not dropped";
     folder.configure("errorlog.max_entries = 1");
     commitEntry(9);
     EXPECT_EQ((Words{9}), wordsInLog());
@@ -115,7 +115,7 @@ TEST_F(ErrorLog, DropsTheOldestInformationalOnesFirst)
 TEST_F(ErrorLog, KeepsWithinItsSize)
 {
     folder.configure("errorlog.max_size = 1048576");
-    // each is 120,000 bytes of JSON and some
+    // each takes a little more than 120,000 bytes of JSON
     for (std::uint32_t number = 1; number <= 20; ++number) {
         commitEntry(number, number == 18 ? ERRL_SEV_RECOVERED : ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
     }
@@ -133,7 +133,7 @@ TEST_F(ErrorLog, IsCleared)
     const std::uint32_t before = commitEntry(2);
     EXPECT_EQ("", host::clearEntries());
     EXPECT_EQ(Words{}, wordsInLog());
-    EXPECT_LT(before, commitEntry(3)) << "identifiers go on";
+    EXPECT_LT(before, commitEntry(3)) << "identifiers continue";
     EXPECT_EQ((Words{3}), wordsInLog());
 }
 
@@ -180,7 +180,7 @@ TEST_F(ErrorLog, ForksBesideCommitsAndReadsLoseNothing)
         }
     });
     for (std::uint32_t number = 0; number < 20; ++number) {
-        // The child ends abruptly, as one that executes another program: the thread sanitizer would miss the writer's
+        // The child ends abruptly, like one that executes another program: the thread sanitizer would miss the writer's
         // thread in it.
         EXPECT_EQ(256 + SIGKILL, inChild([number] {
                       alarm(hangSeconds);
@@ -206,7 +206,7 @@ TEST_F(ErrorLog, IsReadWithoutPermissionToWrite)
 {
     commitEntry(1);
     commitEntry(2);
-    // As after the last writer has gone: its log files stay.
+    // as after the last writer: the process has closed the database, whose log files remain
     folder.configure("");
     for (const char* name : {"", "state", "kest.toml"}) {
         chmod((folder.path() / name).c_str(), 0755);
@@ -248,22 +248,22 @@ TEST_F(ErrorLog, KilledAtAnyMomentItHoldsWhatWasCommitted)
 {
     std::size_t expected = 0;
     for (std::uint32_t round = 0; round < 25; ++round) {
-        const auto told = killAfter(1 + round * 7 % 40, [round](std::uint32_t number) {
+        const auto reported = killAfter(1 + round * 7 % 40, [round](std::uint32_t number) {
             return commitEntry(round * 1000 + number, number % 3 == 0 ? ERRL_SEV_RECOVERED : ERRL_SEV_UNRECOVERED,
                                std::string(number * 37 % 5000, 'x'));
         });
-        expected += told.size();
+        expected += reported.size();
         const auto ids = idsInLog();
-        for (const std::uint32_t id : told) {
+        for (const std::uint32_t id : reported) {
             EXPECT_EQ(1U, ids.count(id)) << "round " << round;
         }
         EXPECT_GE(expected + round + 1, ids.size())
-            << "at most one more a round: committed, and killed before it could tell";
+            << "at most one more a round: committed, and killed before it reported it";
         EXPECT_EQ("", host::checkStore());
     }
 }
 
-/// Of each process. Under the emulator fewer, unless KEST_LONG_TESTS is set.
+/// Entries of each process; fewer under the emulator, unless KEST_LONG_TESTS is set.
 std::uint32_t manyEntries()
 {
     const bool slow = isEmulated();

@@ -1,4 +1,4 @@
-/// What the error log tells standard error, when nobody listens there.
+/// What the error log writes to standard error, also when nobody reads it.
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -18,7 +18,7 @@ namespace kest::test
 namespace
 {
 
-/// A clock that only pauses move; each pause does something, too.
+/// A clock that only pauses move. Each pause also calls `duringPause`.
 std::chrono::steady_clock::time_point now{std::chrono::hours(1)};
 int pauses = 0;
 void (*duringPause)() = [] {};
@@ -30,16 +30,16 @@ constexpr host::waitingClock drivenClock{[] { return now; },
                                              duringPause();
                                          }};
 
-class ErrorLogTells : public testing::Test
+class ErrorLogOnStandardError : public testing::Test
 {
 protected:
     void SetUp() override
     {
-        folder.write("state", "a file where the folder should be: standard error is told of every entry");
+        folder.write("state", "a file where the folder should be: every entry goes to standard error");
         folder.configure("");
     }
 
-    /// In a child: has standard error be a pipe or socket, full or without reader, and commits. @return how the child
+    /// Commits in a child whose standard error is a pipe or socket, full or without a reader. @return how the child
     /// ended
     static int commitsInto(bool isSocket, bool isFull, const std::function<bool()>& check)
     {
@@ -68,7 +68,7 @@ protected:
     HostFolder folder;
 };
 
-TEST_F(ErrorLogTells, AFullPipeHoldsACommitUpForASecondAtMost)
+TEST_F(ErrorLogOnStandardError, AFullPipeHoldsACommitUpForASecondAtMost)
 {
     for (const bool isSocket : {false, true}) {
         EXPECT_EQ(0, commitsInto(isSocket, true,
@@ -82,7 +82,7 @@ TEST_F(ErrorLogTells, AFullPipeHoldsACommitUpForASecondAtMost)
     }
 }
 
-TEST_F(ErrorLogTells, AReaderThatHasGoneEndsNobody)
+TEST_F(ErrorLogOnStandardError, AReaderThatHasGoneEndsNoProcess)
 {
     for (const bool isSocket : {false, true}) {
         EXPECT_EQ(0, commitsInto(isSocket, false,
@@ -96,12 +96,12 @@ TEST_F(ErrorLogTells, AReaderThatHasGoneEndsNobody)
     }
 }
 
-TEST_F(ErrorLogTells, OthersCommitWhileStandardErrorIsFull)
+TEST_F(ErrorLogOnStandardError, OthersCommitWhileStandardErrorIsFull)
 {
     EXPECT_EQ(0, commitsInto(false, true, [] {
                   duringPause = [] {
                       duringPause = [] {};
-                      // it would wait for ever for the log's mutex
+                      // otherwise it would wait for the log's mutex for ever
                       std::thread([] { host::listEntries(); }).join();
                   };
                   commitEntry(2);
@@ -109,7 +109,7 @@ TEST_F(ErrorLogTells, OthersCommitWhileStandardErrorIsFull)
               }));
 }
 
-TEST_F(ErrorLogTells, AFileIsWrittenWhole)
+TEST_F(ErrorLogOnStandardError, AFileIsWrittenWhole)
 {
     const std::string long1(20000, 'a');
     EXPECT_EQ(0, inChild([&] {

@@ -1,4 +1,4 @@
-/// The error log's database in trouble: held, locked out, half made, and with a layout of somebody else's.
+/// The error log's database in trouble: held, without locks, half made, or with a layout that is not the log's own.
 #ifdef KEST_HAVE_SQLITE
 
 #include <atomic>
@@ -54,7 +54,7 @@ private:
                                               [](std::chrono::microseconds length) { passedUs += length.count(); }};
 };
 
-/// A connection to the log's database beside the log's own.
+/// A further connection to the log's database.
 class OtherConnection
 {
 public:
@@ -109,7 +109,7 @@ protected:
         commitEntry(word);
         return testing::internal::GetCapturedStderr();
     }
-    /// Whether `work` comes back in a child of its own; a hang ends it.
+    /// Whether `work` returns true in a child of its own, which an alarm ends if it hangs.
     static bool comesBack(const std::function<bool()>& work)
     {
         return inChild([&] {
@@ -175,7 +175,7 @@ TEST_F(ErrorLogTrouble, ThreadsDoNotWaitForAHeldDatabaseOneAfterTheOther)
     EXPECT_EQ(7U, wordsInLog().size());
 }
 
-/// The system's fcntl(), with no locks left.
+/// The system's fcntl() when no locks are left.
 int fcntlWithoutLocks(int descriptor, int command, ...) // NOLINT(cert-dcl50-cpp): as SQLite calls it
 {
     va_list arguments;
@@ -211,7 +211,7 @@ TEST_F(ErrorLogTrouble, WithoutLocksACommitTakesFiveSecondsAtMost)
     EXPECT_EQ((Words{2, 1, 0}), wordsInLog());
 }
 
-/// Ends the process at the n-th change of a file.
+/// Ends the process at its n-th write to a file.
 int changesBeforeTheEnd = -1;
 ssize_t pwriteToTheEnd(int descriptor, const void* bytes, size_t count, off_t offset)
 {
@@ -308,8 +308,8 @@ TEST_F(ErrorLogTrouble, AFileThatIsNoErrorLogIsSetAside)
         return host::listEntries().error == database().string() + ": not an error log" && !host::checkStore().empty();
     }));
     EXPECT_TRUE(comesBack([&] {
-        const std::string told = commitReporting(2);
-        return told ==
+        const std::string reported = commitReporting(2);
+        return reported ==
                    "kest: " + database().string() + " is not an error log; it was set aside as errors.db.damaged\n" &&
                wordsInLog() == Words{2};
     }));
@@ -361,7 +361,7 @@ TEST_F(ErrorLogTrouble, EntriesOfTheFormerFormAreKeptAndRead)
     EXPECT_EQ(4, entries[0].softwareErrors.at(0).word1);
     EXPECT_EQ((std::vector<std::uint8_t>{0, 0xFF}), entries[0].userDetails.at(0).bytes);
     EXPECT_EQ(14, entries[0].processId);
-    // an older version no longer writes to it
+    // so that an older version no longer writes to it
     EXPECT_EQ(3, OtherConnection(database()).number("PRAGMA user_version"));
 }
 
@@ -386,12 +386,12 @@ TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEv
     OtherConnection reader(database());
     reader.run("BEGIN; SELECT count(*) FROM entries");
     testing::internal::CaptureStderr();
-    // each is 120,000 bytes of JSON and some
+    // each takes a little more than 120,000 bytes of JSON
     for (std::uint32_t number = 1; number <= 90; ++number) {
         commitEntry(number, ERRL_SEV_UNRECOVERED, std::string(60000, 'x'));
     }
-    const std::string told = testing::internal::GetCapturedStderr();
-    EXPECT_NE(std::string::npos, told.find("a reader holds up the write-ahead log"));
+    const std::string reported = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, reported.find("a reader holds up the write-ahead log"));
     EXPECT_GE((9U << 20), std::filesystem::file_size(folder.state("errors.db-wal")));
     reader.run("COMMIT");
     commitEntry(91);
@@ -420,7 +420,7 @@ TEST_F(ErrorLogTrouble, ARolledBackTransactionLeavesRoomForTheNextOne)
     constexpr host::logLimits wide{1000, 1 << 20};
     OtherConnection other(database());
     other.run("PRAGMA schema_version = 1000");
-    EXPECT_FALSE(opened.value->add({&row, 1}, false, wide, host::patience())) << "the layout has been touched";
+    EXPECT_FALSE(opened.value->add({&row, 1}, false, wide, host::patience())) << "the layout has been changed";
     // the write lock was given back
     other.run("PRAGMA schema_version = 7");
     EXPECT_TRUE(opened.value->add({&row, 1}, false, wide, host::patience())) << opened.value->problem();
