@@ -40,7 +40,7 @@ int failedBesideFirstUse(const std::function<bool()>& work)
 {
     constexpr int rounds = 60;
     int failed = 0;
-    // What the C++ library does once in a process that has threads is not what is looked at: the thread sanitizer's
+    // What the C++ library itself does once in a process with threads is not under test: the thread sanitizer's
     // pthread_once() knows no forks.
     std::thread([] { std::locale(); }).join();
     for (int round = 0; round < rounds && failed == 0; ++round) {

@@ -1,5 +1,5 @@
-/// What nearly every test includes, compiled once for each test program in builds with KEST_PCH. Each test includes what
-/// it needs all the same.
+/// What nearly every test includes, compiled once for each test program in builds with KEST_PCH. Each test still
+/// includes what it needs.
 #pragma once
 
 #include <algorithm>

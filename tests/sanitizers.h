@@ -1,4 +1,4 @@
-/// What a test has to know of the sanitizer that it was built with.
+/// What a test needs to know about the sanitizer that it was built with.
 #pragma once
 
 #include "tests/places.h"
@@ -26,11 +26,10 @@ constexpr bool underSanitizer = false;
 
 } // namespace kest::test
 
-/// Skips a test that forks while other threads are at work where the child could hang for a reason that is not ours.
-/// The address sanitizer's allocator (GCC 12, LLVM 14) leaves a mutex locked in the child when another thread was
-/// refilling its stock of blocks. The user-mode emulator (QEMU 7.2) does so with a mutex of its own, all signals
-/// blocked, so that not even an alarm ends the child. The C library's allocator and the thread sanitizer's are ready
-/// for such forks.
+/// Skips a test that forks while other threads run, where the child could hang for a reason outside this project. The
+/// address sanitizer's allocator (GCC 12, LLVM 14) leaves a mutex locked in the child when another thread was refilling
+/// its stock of blocks. The user-mode emulator (QEMU 7.2) does so with a mutex of its own, all signals blocked, so that
+/// not even an alarm ends the child. The C library's allocator and the thread sanitizer's are ready for such forks.
 #ifdef KEST_ADDRESS_SANITIZER
 #define KEST_SKIP_FORK_OF_BUSY_THREADS()                                                                               \
     GTEST_SKIP() << "the address sanitizer's allocator can stay locked in the child"

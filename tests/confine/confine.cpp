@@ -1,12 +1,12 @@
 /// confine [--kill] UNIT SETS UID GID GROUP PROGRAM [ARGUMENT...]
 ///
 /// Runs a program as the service manager runs it under the unit: as a user without rights, and under the same filters
-/// of system calls. With --kill a call that the unit's SystemCallFilter refuses ends the program (SIGSYS), so that none
-/// is missed.
-/// UNIT   the unit's file. A line of [Service] that is not known here is an error: this program must not lag behind the unit
-/// SETS   the sets of system calls, as `systemd-analyze syscall-filter` prints them
-/// GROUP  its supplementary group
-/// Not made here: what the unit says of folders, devices, network and memory.
+/// of system calls. With --kill a call that the unit's SystemCallFilter refuses ends the program (SIGSYS), so that no
+/// such call is missed.
+///   UNIT   the unit's file. A line of [Service] that this program does not know is an error: it must not lag behind
+///   SETS   the sets of system calls, as `systemd-analyze syscall-filter` prints them
+///   GROUP  the supplementary group of the program
+/// What the unit says of folders, devices, network and memory is not applied here.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -84,7 +84,7 @@ std::map<std::string, std::vector<std::string>> readSets(const std::string& path
     return sets;
 }
 
-/// The system calls of a set and the sets in it, or of a call the call.
+/// The system calls of a set, with those of the sets in it; of a call, the call alone.
 Names callsOf(const std::map<std::string, std::vector<std::string>>& sets, const std::string& name)
 {
     Names calls;
@@ -100,7 +100,7 @@ Names callsOf(const std::map<std::string, std::vector<std::string>>& sets, const
     return calls;
 }
 
-/// One filter; the kernel asks all that are loaded and takes the strictest answer.
+/// One filter. The kernel asks every loaded filter and takes the strictest result.
 class Filter
 {
 public:
@@ -221,7 +221,7 @@ void refuseAll(const Names& refused)
     calls.load();
 }
 
-/// What SystemCallFilter says: the first line names what is allowed, later ones with ~ take from that.
+/// The value of SystemCallFilter: its first line names what is allowed, later ones that begin with ~ take from it.
 void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, const std::vector<std::string>& lines,
                std::uint32_t refusal)
 {
@@ -248,7 +248,7 @@ void allowOnly(const std::map<std::string, std::vector<std::string>>& sets, cons
     calls.load();
 }
 
-/// Lines that filter no system calls, or that are not made here.
+/// Lines that filter no system calls, or that this program does not apply.
 const Names otherLines{"Type",
                        "ExecStart",
                        "ExecReload",
@@ -270,7 +270,7 @@ const Names otherLines{"Type",
                        "NoNewPrivileges",
                        "CapabilityBoundingSet",
                        "AmbientCapabilities",
-                       "SystemCallArchitectures", // native: libseccomp's filters are for no other
+                       "SystemCallArchitectures", // native: libseccomp makes filters for no other
                        "LimitCORE",
                        "MemoryMax",
                        "TasksMax"};
@@ -317,7 +317,7 @@ void applyFilters(const std::vector<Setting>& settings, const std::map<std::stri
             fail("not known here: " + key);
         }
     }
-    // the last: it refuses further filters
+    // the last one: it refuses any further filter
     allowOnly(sets, lines, refusal);
 }
 

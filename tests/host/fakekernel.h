@@ -1,5 +1,5 @@
-/// Stands in for the kernel under a Linux bus: adapters with chips, a log of what went over the wires, a clock,
-/// failures to order.
+/// Stands in for the kernel under a Linux bus: adapters with chips, a log of what went over the wires, a clock, and
+/// failures on demand.
 #pragma once
 
 #include <cerrno>
@@ -30,7 +30,7 @@ struct FakeChip {
     std::uint64_t busyUntilNs = 0;
     std::size_t pointer = 0;
     bool refusesData = false;
-    std::deque<std::uint8_t> hubStatus{}; ///< not empty: each read begins with the next of them, the last stays
+    std::deque<std::uint8_t> hubStatus{}; ///< when set: each read begins with the next one; the last one is kept
 };
 
 class FakeKernel : public host::iic::systemCalls
@@ -63,7 +63,7 @@ public:
     std::vector<std::string> log; ///< transfers: "50W 0010 50R 32"
     std::vector<std::string> calls; ///< everything else: "open /dev/i2c-7", "timeout 30"
     std::string name = "fake adapter";
-    std::uint32_t adapterHz = 0; ///< what the device tree says; 0 nothing
+    std::uint32_t adapterHz = 0; ///< from the device tree; 0: it has none
     int openFlags = 0;
     int openNodes = 0;
 
@@ -108,7 +108,7 @@ private:
     bool take(FakeChip& chip, std::span<const std::uint8_t> sent);
     int smbus(std::uint8_t slave, const i2c_smbus_ioctl_data& request);
 
-    std::map<int, std::uint8_t> m_slaves; ///< of each open file, the address that SMBus calls go to
+    std::map<int, std::uint8_t> m_slaves; ///< by open file: the address that SMBus calls go to
     int m_nextDescriptor = 1000;
 };
 

@@ -92,9 +92,9 @@ bool hasDatabase(const HostFolder& folder)
     return found;
 }
 
-std::vector<std::uint32_t> killAfter(std::size_t answers, const std::function<std::uint32_t(std::uint32_t)>& step)
+std::vector<std::uint32_t> killAfter(std::size_t results, const std::function<std::uint32_t(std::uint32_t)>& step)
 {
-    // that it may be ahead
+    // the steps by which the child may be ahead
     constexpr std::array<char, 8> steps{};
     std::array<int, 2> ends{};
     std::array<int, 2> permits{};
@@ -107,21 +107,21 @@ std::vector<std::uint32_t> killAfter(std::size_t answers, const std::function<st
         close(ends[0]);
         close(permits[1]);
         for (std::uint32_t number = 0; read(permits[0], &permit, 1) == 1; ++number) {
-            const std::uint32_t answer = step(number);
-            if (write(ends[1], &answer, sizeof answer) != sizeof answer) {
+            const std::uint32_t result = step(number);
+            if (write(ends[1], &result, sizeof result) != sizeof result) {
                 break;
             }
         }
         _exit(1);
     }
     close(ends[1]);
-    std::vector<std::uint32_t> told;
-    std::uint32_t answer = 0;
-    while (read(ends[0], &answer, sizeof answer) == sizeof answer) {
-        told.push_back(answer);
-        if (told.size() < answers) {
+    std::vector<std::uint32_t> reported;
+    std::uint32_t result = 0;
+    while (read(ends[0], &result, sizeof result) == sizeof result) {
+        reported.push_back(result);
+        if (reported.size() < results) {
             EXPECT_EQ(1, write(permits[1], steps.data(), 1));
-        } else if (told.size() == answers) {
+        } else if (reported.size() == results) {
             kill(child, SIGKILL);
         }
     }
@@ -131,7 +131,7 @@ std::vector<std::uint32_t> killAfter(std::size_t answers, const std::function<st
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    return told;
+    return reported;
 }
 
 } // namespace kest::test

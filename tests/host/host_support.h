@@ -1,4 +1,4 @@
-/// What the tests of the host's services share: a folder with a kest.toml of its own, and children to be killed.
+/// What the tests of the host's services share: a folder with its own kest.toml, and children that are killed.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ class HostFolder
 public:
     explicit HostFolder(const std::string& more = "");
 
-    /// Writes kest.toml anew and makes it the process's. `more` names keys of the error log by their whole names.
+    /// Writes kest.toml again and has the process read it. `more` names keys of the error log by their whole names.
     void configure(const std::string& more);
     std::filesystem::path write(const std::string& name, const std::string& text) const;
     [[nodiscard]] std::string read(const std::string& name) const;
@@ -38,10 +38,10 @@ private:
     UsedConfiguration m_used;
 };
 
-/// In a child of root: goes on as a user without rights. @return whether the process now has none
+/// In a child of root: continues as a user without rights. @return whether the process now has none
 bool dropRights();
 
-/// An entry as the library makes them, told apart by its first user data word.
+/// Completes an entry as the library would. Its first user data word tells entries apart.
 void fill(ErrlEntry& entry);
 
 std::uint32_t commitEntry(std::uint32_t word, errlSeverity severity = ERRL_SEV_UNRECOVERED,
@@ -55,10 +55,9 @@ std::multiset<std::uint32_t> idsInLog();
 /// Whether this build's log is a database; without one the spool file is the store.
 bool hasDatabase(const HostFolder& folder);
 
-/// Runs a child that calls `step(0)`, `step(1)`, ... and tells what each answered; kills it once `answers` came,
-/// somewhere in a later step. On a busy machine the death can come late: the child waits when it is a few steps ahead
-/// of what was heard of it.
-/// @return all answers that it told
-std::vector<std::uint32_t> killAfter(std::size_t answers, const std::function<std::uint32_t(std::uint32_t)>& step);
+/// Runs a child that calls `step(0)`, `step(1)`, ... and reports each result. Kills it in a later step, once `results`
+/// have come. On a busy machine the kill can come late: the child waits when it is a few steps ahead of this process.
+/// @return all results that the child reported
+std::vector<std::uint32_t> killAfter(std::size_t results, const std::function<std::uint32_t(std::uint32_t)>& step);
 
 } // namespace kest::test

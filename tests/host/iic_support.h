@@ -1,4 +1,5 @@
-/// What the tests of the IIC layer share: configuration blocks, a configuration and folder of the test's own.
+/// What the tests of the IIC layer share: configuration blocks, open devices, and a test's own configuration in its own
+/// folder.
 #pragma once
 
 #include <cerrno>
@@ -19,7 +20,7 @@ namespace kest::test
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Bytes that differ from their neighbours and from the same place in other pages.
+/// Bytes that differ from their neighbours, and from those at the same place in other pages.
 Bytes pattern(std::size_t length, unsigned int seed = 1);
 
 /// The fields of the configuration block that tests set.
@@ -67,7 +68,7 @@ public:
     OpenDevice(const OpenDevice&) = delete;
     OpenDevice& operator=(const OpenDevice&) = delete;
     ~OpenDevice();
-    [[nodiscard]] int error() const { return m_error; } ///< of the open
+    [[nodiscard]] int error() const { return m_error; } ///< errno of the open
     mern_t& handle() { return m_handle; }
 
     Answer set(const Block& values)
@@ -119,9 +120,9 @@ private:
     bool m_open = false;
 };
 
-/// A lock record, item 17 and 18: kind 2 is big-endian on every host.
+/// A record of items 17 and 18, the locks. Kind 2, for registers, is big-endian on every host.
 Bytes registerLock(std::uint8_t address, std::uint32_t timeoutMs);
-/// Kind 0, in the host's byte order.
+/// Kind 0, for hubs, is in the host's byte order.
 Bytes hubLock(std::uint16_t address, std::uint32_t timeoutMs);
 
 } // namespace kest::test

@@ -13,7 +13,7 @@ namespace
 {
 
 struct Shortage {
-    int ahead = 0; ///< allocations until the one that fails, with it; 0: none fails
+    int ahead = 0; ///< allocations until one fails, that one included; 0: none fails
     bool lasts = false;
     bool met = false;
 };
@@ -72,7 +72,7 @@ enum Outcome {
     kept,
     broken,
     thrown,
-    enough, ///< there was memory for all that was asked for
+    enough, ///< every allocation had its memory
 };
 
 int attempt(const std::function<bool()>& work, int failing, bool lasts)
@@ -83,7 +83,7 @@ int attempt(const std::function<bool()>& work, int failing, bool lasts)
         try {
             ended = !work() ? broken : memory.met ? kept : enough;
         } catch (...) {
-            // a child never goes on with the other tests
+            // a child must never continue with the other tests
         }
         giveMemoryBack();
         return ended;

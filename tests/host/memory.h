@@ -8,14 +8,14 @@ namespace kest::test
 {
 
 /// Does `work` in children of this process. The first child has no memory for its first allocation, the next one for
-/// its second, and so on, until a child gets by with fewer; first with memory for all further allocations, then without
-/// any. Counted are new, malloc() and calloc() of the thread that does the work, of our own code and of the C++
+/// its second, and so on, until a child needs fewer. All of this happens twice: with memory for the later allocations,
+/// then without. New, malloc() and calloc() count, in the thread that does the work, from our own code and from the C++
 /// library.
-/// @param work  answers whether all that is promised without memory has been kept
-/// @return what was not: the first allocation that led to another answer, or to a signal; empty when there was none
+/// @param work  returns whether everything that is promised for a lack of memory was kept
+/// @return the first allocation whose failure broke a promise, or ended in a signal; empty when there is none
 std::string withoutMemory(const std::function<bool()>& work);
 
-/// Within `work`: memory is there again. For checks that need some.
+/// Within `work`: all further allocations succeed. For checks that need memory.
 void giveMemoryBack();
 
 /// Whether allocations can be made to fail in this build.
@@ -23,7 +23,7 @@ bool memoryCanFail();
 
 } // namespace kest::test
 
-/// The thread sanitizer has put its own operator new in the place of everybody's.
+/// The thread sanitizer replaces operator new itself.
 #define KEST_SKIP_UNLESS_MEMORY_CAN_FAIL()                                                                             \
     if (!kest::test::memoryCanFail())                                                                                  \
     GTEST_SKIP() << "the sanitizer's operator new can't be replaced"

@@ -1,4 +1,4 @@
-/// A configuration that this process uses for a time.
+/// A configuration for this process, as long as an object lives.
 #pragma once
 
 #include <filesystem>

@@ -13,7 +13,7 @@ BytesAtTheEdge::BytesAtTheEdge(const void* bytes, std::size_t size)
     m_pages = static_cast<char*>(pages);
     EXPECT_EQ(0, mprotect(m_pages + m_page, m_page, PROT_NONE));
     m_bytes = m_pages + m_page - size;
-    // else there need not be any bytes
+    // with size 0 there need not be any bytes
     if (size != 0) {
         std::memcpy(m_bytes, bytes, size);
     }

@@ -1,4 +1,4 @@
-/// Bytes behind which nothing can be read: one byte too many ends the test.
+/// Bytes at the end of readable memory: reading one byte too many ends the test.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-/// Building blocks of expected log texts. Everything here is written from what the library promises, never asked of the
-/// library.
+/// Building blocks of expected log texts. Everything here is written from what the library promises; nothing is taken
+/// from the library itself.
 #pragma once
 
 #include <cstdint>
@@ -20,10 +20,10 @@ struct ExpectedSrc {
     const char* sourceId = "kestwobu";
 };
 
-/// How one layer operation's failures are told.
+/// How the failures of one layer operation are reported.
 struct LayerCall {
     unsigned module, deadlockReason, otherReason;
-    bool knowsAbsent; ///< ENXIO is told apart
+    bool knowsAbsent; ///< ENXIO has its own reason
     std::uint32_t special2; ///< user data word 2 of EDEADLK and ENXIO
     std::uint32_t other2, other3;
 };
@@ -49,7 +49,7 @@ std::string callout(int entry, unsigned procedure = 4);
 std::string softwareError(int entry, std::uint32_t code, unsigned module, unsigned site);
 /// A failure that must not reach the caller.
 std::string secondaryCommit(int entry);
-/// Capture of first-failure data that finds none.
+/// A capture of first-failure data that finds none.
 std::string capture(const char* handle = "h1");
 
 /// The lines of a failed operation on an open handle, without first-failure data; a deadlock ends in its commit.

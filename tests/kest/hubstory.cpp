@@ -11,7 +11,7 @@ namespace
 /// Hashes that are fixed for the hub's functions.
 const std::set<std::uint32_t> fixedHashes{0x30DD11C9, 0x0B8F87C3, 0x9C262F5A, 0x4389D153, 0xC73070B1, 0xAE369C6A,
                                           0x9E864549, 0x27E236C0, 0xFACF14B6, 0xE6AD6503, 0x34B64FEC, 0x3E54A1DF};
-/// Source lines that are fixed, and are those of messages without a fixed hash.
+/// Fixed source lines of messages that have no fixed hash.
 const std::set<int> fixedLines{362, 392, 701, 1125, 1207};
 
 const std::set<std::string> hubFunctions{"\"kest_922lockDeviceAddress\"",        "\"kest_922setHubConfig\"",
@@ -127,9 +127,9 @@ Story& Story::fails(const Call& call, int error, int entry)
         break;
     }
     platform.capturesFfdc();
-    const Failure told = failure(call.told, error);
-    codes[entry] = told.returnCode;
-    text += call.line + failureLines(entry, told);
+    const Failure failed = failure(call.reported, error);
+    codes[entry] = failed.returnCode;
+    text += call.line + failureLines(entry, failed);
     return *this;
 }
 
@@ -137,8 +137,8 @@ Story& Story::pulsesPin(unsigned expander)
 {
     const Call block = setBlock(
         {.address = expander, .offsetBytes = 0, .timeout = 20000, .writeCycle = 0, .page = 0, .flags = 0xFFFF0001});
-    const Call target{Operation::config, line("mern_iic_config(h1, 2, 3, 0x%X)\n", expander), configTold(3)};
-    // selectors of the sixteen pins, two bits each: pin 15 goes to 00 (low), then to 01 (released)
+    const Call target{Operation::config, line("mern_iic_config(h1, 2, 3, 0x%X)\n", expander), configReported(3)};
+    // selectors of sixteen pins, two bits each: pin 15 goes to 00 (low), then to 01 (released)
     does({block, target, writeCall({0x16}), readCall({0x55, 0x55, 0x55, 0x55}), target,
           writeCall({0x16, 0x55, 0x55, 0x55, 0x15})});
     return does({block, target, writeCall({0x16}), readCall({0x55, 0x55, 0x55, 0x15}), target,
@@ -153,7 +153,7 @@ Story& Story::resetsHub(int entry, unsigned expander)
     return setsReturnCode(entry, 0x41000000);
 }
 
-LayerCall configTold(std::uint32_t item, std::uint32_t direction)
+LayerCall configReported(std::uint32_t item, std::uint32_t direction)
 {
     return {12, 0x130D, 0x130E, false, item, direction, item};
 }
@@ -191,12 +191,12 @@ Call setBlock(const Block& block)
         line("mern_iic_config(h1, 2, 19, block: speed 400, address 0x%X, offset bytes %u, timeout %u, write cycle %u, "
              "page %u, flags 0x%X, busy wait 1000)\n",
              block.address, block.offsetBytes, block.timeout, block.writeCycle, block.page, block.flags),
-        configTold(19)};
+        configReported(19)};
 }
 
 Call readBlock(const Block& block)
 {
-    return {Operation::readBlock, "mern_iic_config(h1, 1, 19, 44 bytes)\n", configTold(19, 1), blockBytes(block)};
+    return {Operation::readBlock, "mern_iic_config(h1, 1, 19, 44 bytes)\n", configReported(19, 1), blockBytes(block)};
 }
 
 std::vector<Call> statusRead(const Block& block, std::uint8_t status)

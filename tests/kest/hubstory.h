@@ -1,4 +1,4 @@
-/// Stories of a 922 hub: each step scripts the platform and writes down what the log must then say.
+/// Stories of a 922 hub: each step scripts the platform and notes the lines that the log must then have.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ using namespace results;
 
 constexpr const char* devicePath = "sim:planar,L,922,80,3,2c0256,a0";
 
-/// The errno that makes a silent hub.
+/// The errno of a hub that does not acknowledge.
 constexpr int silent = 6;
 
 /// errno values of the failing steps: not acknowledged (6), no data (61), timed out (62), and two others of either
@@ -36,15 +36,15 @@ enum class Operation {
     close
 };
 
-/// One layer call: its line, what it answers, and how its failure is told.
+/// One layer call: its line, the bytes that it reads, and how its failure is reported.
 struct Call {
     Operation operation;
     std::string line;
-    LayerCall told{};
+    LayerCall reported{};
     Bytes data{}; ///< of reads
 };
 
-LayerCall configTold(std::uint32_t item, std::uint32_t direction = 2);
+LayerCall configReported(std::uint32_t item, std::uint32_t direction = 2);
 
 Call readCall(const Bytes& data);
 
@@ -54,14 +54,14 @@ Call seekCall(std::uint32_t position);
 
 inline Call closeCall() { return {Operation::close, "mern_iic_close(h1)\n", {19, 0x1316, 0x1317, false, 0, 0, 0}}; }
 
-/// What a block shows in the log.
+/// The fields of a block as the log shows them.
 struct Block {
     unsigned address = 0x80, offsetBytes = 4, timeout = 1200, writeCycle = 15, page = 64, flags = 0xFFFD0001;
 };
 
 Call setBlock(const Block& block);
 
-/// The block's 44 bytes as the layer gives them back.
+/// The block's 44 bytes as the layer returns them.
 Bytes blockBytes(const Block& block);
 
 Call readBlock(const Block& block);
@@ -69,8 +69,8 @@ Call readBlock(const Block& block);
 /// The three calls of a status read.
 std::vector<Call> statusRead(const Block& block, std::uint8_t status);
 
-/// Traces of the hub's own functions, without those of entry and exit: the hash and the source line are shown where
-/// they are fixed.
+/// Traces of the hub's own functions except those of entry and exit. Hash and source line are shown where they are
+/// fixed.
 std::string hubTraces(const Platform& platform);
 
 /// A test with an open device of its own.
@@ -86,7 +86,7 @@ protected:
     mern_t handle = platform.openHandle();
 };
 
-/// Scripts and expects at once.
+/// Scripts the platform and collects the expected log.
 class Story
 {
 public:
@@ -111,7 +111,8 @@ public:
         return says(softwareError(entry, codes[entry], module, site));
     }
     Story& commitsSecondary(int entry) { return says(secondaryCommit(entry)); }
-    /// The hub is reset through its expander, pin 15 low and high again, because `entry` says that it is silent.
+    /// The hub is reset through its expander, pin 15 low and then released, because `entry` says that the hub is
+    /// silent.
     Story& resetsHub(int entry, unsigned expander = 0xC0);
     /// The two register changes alone.
     Story& pulsesPin(unsigned expander = 0xC0);

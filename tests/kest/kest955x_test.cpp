@@ -1,4 +1,4 @@
-/// Register routines: registers and lengths by type, masks, the frame around each routine and its clean-up.
+/// Register routines: registers and lengths by type, masks, and the calls around each routine with its clean-up.
 #include "kest955x.h"
 
 #include <algorithm>
@@ -38,14 +38,14 @@ protected:
         request = {.deviceInfo = &info, .deviceType = typeOf(type), .attributes = attributes.data()};
     }
 
-    /// Forgets what was; the script is empty again.
+    /// Forgets all calls so far and empties the script.
     void restart()
     {
         platform.reset();
         hubHandle = platform.openHandle();
     }
 
-    /// Lets every call succeed; reads give `inputs` one after the other.
+    /// Every call succeeds; reads return `inputs` in turn.
     void answering(std::vector<Bytes> inputs)
     {
         platform.healthy();
@@ -57,7 +57,7 @@ protected:
         };
     }
 
-    /// Traces of a routine that name it alone: entry, failures, exit.
+    /// Traces whose only argument is the routine's name: entry, failures, exit.
     std::ptrdiff_t tracesNaming(const std::string& routine) const
     {
         return std::ranges::count_if(platform.traceRecords(), [&](const TraceRecord& record) {
@@ -65,7 +65,7 @@ protected:
         });
     }
 
-    /// Frees the entry that a call answered, and says whether there was one.
+    /// Frees the entry that a call returned. @return whether there was one
     static bool failed(ErrlEntry* entry)
     {
         const std::unique_ptr<ErrlEntry> owned{entry};
@@ -78,11 +78,11 @@ protected:
     kest_deviceAddress node{0xC0, KEST_DEV_9552, 0, nullptr};
     kest_deviceInfo info{nodeName, devicePath, &node};
     Dp955xRequest request{};
-    // h1, as the hub's reset has it
+    // h1, the handle that a hub's reset uses
     mern_t hubHandle = platform.openHandle();
 };
 
-// --- the frame -------------------------------------------------------------------------------------------------------------------
+// --- calls around each routine ---
 
 TEST_F(Registers, WriteReadsChangesAndWritesBackUnderTheLock)
 {
@@ -207,7 +207,7 @@ TEST_F(Registers, EachRoutineTracesItsEntryAndExit)
     }
 }
 
-// --- registers and lengths by type -----------------------------------------------------------------------------------------------
+// --- registers and lengths by type ---
 
 TEST_F(Registers, OutputRegistersByType)
 {
@@ -344,7 +344,7 @@ TEST_F(Registers, RawRegistersByTypeAndConfig)
             EXPECT_EQ((std::vector<Bytes>{text("kest955x")}), record.details(2));
             // entry, failure, exit
             EXPECT_EQ(3, tracesNaming("RawConfig"));
-            // Locked, unlocked and closed all the same.
+            // The device is locked, unlocked and closed nevertheless.
             EXPECT_EQ(0, platform.openHandles());
             EXPECT_EQ(18U, platform.configs().at(platform.configs().size() - 1).item);
         }
@@ -397,7 +397,7 @@ TEST_F(Registers, UnlistedTypesAreReportedAndServedWithRegister0AndNoData)
     EXPECT_EQ(0U, value);
 }
 
-// --- masks -----------------------------------------------------------------------------------------------------------------------
+// --- masks ---
 
 TEST_F(Registers, OperationsOnSelectorsAndOutputs)
 {
@@ -442,12 +442,12 @@ TEST_F(Registers, OperationsOnSelectorsAndOutputs)
     }
 }
 
-/// One pin of a device as a model that knows no masks.
+/// A model of one pin of a device, without masks.
 struct Pin {
     bool low, high;
 };
 
-/// What an operation makes of one pin; `bit` and `selected` are the pin's own bits of the two arguments.
+/// The effect of an operation on one pin. `bit` and `selected` are the pin's bits in the two arguments.
 Pin modelled(Pin pin, std::uint32_t operation, bool bit, bool selected)
 {
     switch (operation) {
@@ -580,9 +580,9 @@ TEST_F(Registers, RandomInputsAgreeWithABitByBitModel)
     }
 }
 
-// --- failures --------------------------------------------------------------------------------------------------------------------
+// --- failures ---
 
-/// A routine, and what each of its steps on the bus is.
+/// A routine and its steps on the bus.
 struct Routine {
     const char* name;
     std::uint8_t module;
@@ -602,9 +602,9 @@ std::vector<Routine> framedRoutines()
              }}};
 }
 
-/// A step on the bus: what its failure with EIO is told as, and how its outcomes are scripted.
+/// A step on the bus: how its failure with EIO is reported, and how its outcomes are scripted.
 struct BusStep {
-    std::pair<int, int> told; ///< module and reason
+    std::pair<int, int> reported; ///< module and reason
     void (*succeeds)(Platform&, const Bytes& input);
     void (*fails)(Platform&);
 };
@@ -634,7 +634,7 @@ const BusStep& busStep(char step)
     return found == steps.end() ? configuration : found->second;
 }
 
-/// One run of a routine: the step that fails, and which of the clean-up behind it does.
+/// One run of a routine: the step that fails, and the steps of the clean-up that also fail.
 struct FailingRun {
     Routine routine;
     std::size_t step; ///< the number of steps: none fails
@@ -644,7 +644,7 @@ struct FailingRun {
     bool locked() const { return step > 3; }
     bool possible() const { return (locked() || !unlockFails) && (opened() || !closeFails); }
     bool inStep() const { return step < routine.steps.size(); }
-    std::string failures() const ///< in the order of their failing
+    std::string failures() const ///< in the order in which they fail
     {
         return (inStep() ? routine.steps.substr(step, 1) : "") + (unlockFails ? "u" : "") + (closeFails ? "c" : "");
     }
@@ -680,11 +680,11 @@ std::vector<FailingRun> failingRuns()
     return runs;
 }
 
-/// The entry that comes back. A step names itself in it; a clean-up step that is the only failure does not.
+/// The returned entry. It names the step that failed, but not a clean-up step that is the only failure.
 void expectFirst(const FailingRun& run, const EntryRecord& entry)
 {
     ASSERT_EQ(1U, entry.srcs.size());
-    EXPECT_EQ(busStep(run.failures()[0]).told, (std::pair<int, int>{entry.srcs[0].module, entry.srcs[0].reason}));
+    EXPECT_EQ(busStep(run.failures()[0]).reported, (std::pair<int, int>{entry.srcs[0].module, entry.srcs[0].reason}));
     EXPECT_TRUE(entry.commits.empty());
     const bool inOperation = run.inStep() && run.step > 3;
     ASSERT_EQ(run.inStep() ? (inOperation ? 2U : 1U) : 0U, entry.softwareErrors.size());
@@ -695,12 +695,12 @@ void expectFirst(const FailingRun& run, const EntryRecord& entry)
     }
 }
 
-/// What failed later is kept for service, in the order of its failing.
+/// Later failures are committed for service, in their order.
 void expectLater(const FailingRun& run, const Platform& platform)
 {
     std::vector<std::pair<int, int>> expected, committed;
     for (const char step : run.failures().substr(1)) {
-        expected.push_back(busStep(step).told);
+        expected.push_back(busStep(step).reported);
     }
     for (int number = 1; number <= platform.entryCount(); ++number) {
         const EntryRecord& record = platform.entry(number);
@@ -710,12 +710,12 @@ void expectLater(const FailingRun& run, const Platform& platform)
         }
     }
     EXPECT_EQ(expected, committed);
-    // A lock that could not be let go is told by the device's end, too.
+    // A lock that could not be released is reported again when the device is destroyed.
     EXPECT_EQ(static_cast<int>(expected.size()) + (run.unlockFails ? 1 : 0), platform.commits());
 }
 
-/// Every step failing, with and without failures of the unlock and the close behind it.
-TEST_F(Registers, FirstFailureComesBackAndLaterOnesAreCommitted)
+/// Every step fails, with and without failures of the unlock and the close after it.
+TEST_F(Registers, FirstFailureIsReturnedAndLaterOnesAreCommitted)
 {
     const std::vector<FailingRun> runs = failingRuns();
     EXPECT_EQ(116U, runs.size());
@@ -737,7 +737,7 @@ TEST_F(Registers, FirstFailureComesBackAndLaterOnesAreCommitted)
     }
 }
 
-/// Open, block, speed and lock: the site says which of them it was.
+/// Open, block, speed and lock: the site says which of them failed.
 TEST_F(Registers, EachStepBeforeTheOperationHasASiteOfItsOwn)
 {
     std::set<unsigned int> sites;
@@ -760,7 +760,7 @@ TEST_F(Registers, EntryOfAFailedCleanUpIsTakenOverByANewOne)
     const std::unique_ptr<ErrlEntry> entry{RawConfig(&request, configOf(2), 1)};
     ASSERT_NE(nullptr, entry);
     const std::string calls = platform.log(kindEntry);
-    // entry1 is the unlock's, entry2 the one that takes it over, entry3 the close's
+    // entry1 is from the unlock, entry2 takes it over, entry3 is from the close
     EXPECT_EQ(R"(
 entry1 = ErrlEntry(0x1300, 0x20, 0, 0xB1, 0, 12, 0x43FF, 0x130E, 0x5, 0x2, 0x12, 0x0, 0x55, 0)
 entry1.CollectTrace("IIC", 500)
@@ -782,7 +782,7 @@ delete entry3
 )",
               calls.substr(0, calls.find("entry4")));
     EXPECT_EQ(entry.get() == nullptr ? 0 : 2, platform.entry(entry.get()).number);
-    // the device, still locked at its end
+    // the device, still locked when it is destroyed
     EXPECT_EQ(41, platform.entry(4).srcs.at(0).module);
 }
 
@@ -791,7 +791,8 @@ TEST_F(Registers, FailureIsNotedAfterTheDeviceIsGone)
     platform.opens().configures(4).failsWrite(EIO).capturesFfdc().failsConfig(EIO).capturesFfdc().closes();
     const std::unique_ptr<ErrlEntry> entry{RawConfig(&request, configOf(2), 1)};
     ASSERT_NE(nullptr, entry);
-    // entry1 is the write's, entry2 the unlock's, entry3 that of the device, still locked at its end
+    // entry1 is from the write, entry2 from the unlock, entry3 from the device, which is still locked when it is
+    // destroyed
     const std::string calls = platform.log(kindEntry);
     EXPECT_NE(std::string::npos, calls.find("delete entry3\nentry1.addSwErr(0x1300, 0x1314, 36, ")) << calls;
 }
@@ -822,7 +823,7 @@ TEST_F(Registers, HubResetFailingAtAnyStepLeavesTheHandleOpen)
         const std::unique_ptr<ErrlEntry> entry{Write_922Hub_Reset(&request, operationOf(1), 0x8000, 0, &hubHandle)};
         ASSERT_NE(nullptr, entry) << failing;
         const EntryRecord& record = platform.entry(entry.get());
-        EXPECT_EQ(busStep(steps[failing]).told,
+        EXPECT_EQ(busStep(steps[failing]).reported,
                   (std::pair<int, int>{record.srcs.at(0).module, record.srcs.at(0).reason}));
         ASSERT_FALSE(record.softwareErrors.empty());
         EXPECT_EQ(37, record.softwareErrors.back().word1);
@@ -948,7 +949,7 @@ TEST_F(Registers, WithoutMemoryNothingMoreIsTransferred)
         // the device, and each operation with its buffer
         EXPECT_EQ(routine.module == 36 ? 3 : 5, refused) << routine.name;
     }
-    // no allocation is to fail any more
+    // from now on no allocation fails
     restart();
 }
 

@@ -1,5 +1,5 @@
-/// Every exported name has two spellings, in namespace kest and without; both are one thing. One header brings them
-/// all.
+/// Every exported name can be used with namespace kest and without, and means the same. One header declares all of
+/// them.
 #include "kest/kest.h"
 
 #include <type_traits>

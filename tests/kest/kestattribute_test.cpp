@@ -121,7 +121,7 @@ TEST_F(KestAddressList, ANodeHoldsZerosBetweenItsFields)
                                    {offsetof(kest_deviceAddress, type), sizeof list->type},
                                    {offsetof(kest_deviceAddress, port), sizeof list->port},
                                    {offsetof(kest_deviceAddress, next), sizeof list->next}}) {
-        // its fields apart, nothing is left
+        // with its fields cleared, only zeros are left
         std::fill_n(bytes + at, size, std::uint8_t{0});
     }
     EXPECT_EQ(std::vector<unsigned char>(sizeof *list), std::vector<unsigned char>(bytes, bytes + sizeof *list));
@@ -247,7 +247,7 @@ TEST_F(KestAddressList, ACopiedArrayLinksIntoTheCopyOnceReflattened)
 TEST_F(KestAddressList, ReflatteningStopsAtTheFirstElementWithoutALink)
 {
     kest_deviceAddress flat[3]{};
-    // valid or not: it is rewritten
+    // the list is rewritten whether it is valid or not
     flat[0].next = flat;
     flat[2].next = flat;
     KEST_reflattenAddressList(flat);
@@ -282,7 +282,7 @@ TEST_F(KestAddressList, ChecksTheLength)
 {
     EXPECT_EQ(0xAC0001U, kest_checkAddressList(nullptr));
     EXPECT_EQ(0xAC0002U, check({0xF0, 0xF0, 0x922, 0x75}));
-    // before any type is looked at
+    // before any type is checked
     EXPECT_EQ(0xAC0002U, check({0x123, 0x123, 0x123, 0x123}));
     EXPECT_EQ(0xAC0002U, check({0xF0, 0x922, 0x75, 0x75, 0x75}));
 }
@@ -404,7 +404,7 @@ details 2 "kestattribute"
 
 TEST_F(KestAttributes, NeedsARecord)
 {
-    // the record is looked at first
+    // the record is checked first
     const std::unique_ptr<ErrlEntry> entry{KEST_setAttribute(static_cast<kest_attribute>(99), 1, nullptr)};
     EXPECT_EQ(R"(
 SRC module 1 reason 0x132B words 0x0 0x0 0x0 0x0 subsystem 0x81

@@ -1,5 +1,4 @@
-/// The numbers of error entries: those of the document, those that kestctl has words for, and those that the library
-/// really gives.
+/// The numbers of error entries: in the document, in the texts of kestctl, and in the entries that the library makes.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -37,7 +36,7 @@ std::string trimmed(const std::string& text)
     return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-/// The cells of a table's line; none when the line is no row.
+/// The cells of a line of a table; empty when the line is no row.
 std::vector<std::string> cellsOf(const std::string& line)
 {
     std::vector<std::string> cells;
@@ -55,8 +54,8 @@ std::string document()
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The document's rows: each a number and a meaning, in a table of the heading. `kind` is the first cell of tables that
-/// have such a one.
+/// The document's rows below a heading, each with a number and a meaning. With `kind`, only rows that have it as their
+/// first cell.
 Rows documented(const std::string& heading, const std::string& kind = "")
 {
     std::istringstream text(document());
@@ -72,7 +71,7 @@ Rows documented(const std::string& heading, const std::string& kind = "")
         }
         if (cells.size() >= 2 && cells[0].find_first_of("0123456789") == 0) {
             const auto number = static_cast<std::uint32_t>(std::stoul(cells[0], nullptr, 0));
-            EXPECT_TRUE(rows.emplace(number, cells[1]).second) << cells[0] << " stands there twice";
+            EXPECT_TRUE(rows.emplace(number, cells[1]).second) << cells[0] << " is listed twice";
         }
     }
     return rows;
@@ -87,7 +86,7 @@ Set numbersOf(const Rows& rows)
     return numbers;
 }
 
-/// Codes of address chains stand in a sentence.
+/// The document lists the codes of address chains in a sentence.
 Set documentedChainCodes()
 {
     const std::string text = document();
@@ -98,7 +97,7 @@ Set documentedChainCodes()
     return codes;
 }
 
-/// Each number has the same words on both sides, or none on both. The document may go on behind them.
+/// Each number has the same words on both sides, or on neither. The document may add more.
 void expectSameWords(const Rows& rows, const std::function<const char*(std::uint32_t)>& textOf, std::uint32_t first,
                      std::uint32_t last)
 {
@@ -166,7 +165,7 @@ TEST(ErrorCodes, NumbersOfOneComponentHaveNoWordsOfAnothers)
     EXPECT_STREQ("", tools::subsectionText(0x1400, 7));
 }
 
-// --- what the library gives -------------------------------------------------------------------------------------------------------
+// --- what the library gives ---
 
 constexpr char direct[] = "p,L,2C0256,A0";
 constexpr char behindHub[] = "p,L,922,80,3,2C0256,A0";
@@ -177,13 +176,13 @@ class LibrarysCodes : public PlatformTest
 protected:
     LibrarysCodes() { kest_forgetMode(); }
 
-    /// Notes the entries since the last reset, and begins anew.
+    /// Notes the entries since the last reset, then resets the platform.
     void collect()
     {
         for (int number = 1; number <= platform.entryCount(); ++number) {
             collect(platform.entry(number));
         }
-        // faults at every place leave first-failure data and locks behind
+        // faults at every place leave first-failure data and locks
         platform.forget();
     }
 
@@ -191,7 +190,7 @@ protected:
     {
         severities.insert(record.severity);
         for (const Src& src : record.srcs) {
-            // else the platform's
+            // otherwise the platform frees it
             if (src.component == 0x1300) {
                 reasons.insert(src.reason);
                 modules.insert(src.module);
@@ -212,14 +211,14 @@ protected:
         }
     }
 
-    /// Runs it once with what the test has scripted.
+    /// Runs it once with the script that the test has made.
     void once(const std::function<ErrlEntry*()>& act)
     {
         const std::unique_ptr<ErrlEntry> entry{act()};
         collect();
     }
 
-    /// A hub or device whose one-byte reads answer the statuses one after the other, then 0.
+    /// A hub or device whose one-byte reads return the statuses in turn, then 0.
     void hubAnswers(std::vector<std::uint8_t> statuses)
     {
         platform.healthy();
@@ -230,7 +229,7 @@ protected:
         };
     }
 
-    /// Fails each layer call in turn, alone and with all that follow.
+    /// Fails each layer call in turn, once alone and once with all later ones.
     void failingEverywhere(const std::function<ErrlEntry*()>& act, const std::vector<std::uint8_t>& statuses = {})
     {
         const StandardError dmaLines;
@@ -325,7 +324,7 @@ void LibrarysCodes::hubs()
         // after a sub-bus error: its reset, the repeat
         hubAnswers({0, static_cast<std::uint8_t>(status), 0, 1});
         once([] { return read(behindHub); });
-        // the reset itself ends badly
+        // the reset itself ends with a status
         hubAnswers({0, static_cast<std::uint8_t>(status), 5});
         once([] { return write(behindHub); });
     }

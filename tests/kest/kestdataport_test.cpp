@@ -1,4 +1,4 @@
-/// The data port's functions: what they parse, check, serve, and hand on.
+/// The data port's functions: what they parse, check and serve, and what they pass on.
 #include "kestdataport.h"
 
 #include <algorithm>
@@ -58,7 +58,7 @@ protected:
                 {"kest_dp_922HUB_reset", 34, [this](const std::string& text) { return resetPin(text); }}};
     }
 
-    /// Traces of one function that are neither its entry nor its exit.
+    /// Traces of one function, without those of its entry and exit.
     std::vector<TraceRecord> failureTraces(const std::string& name) const
     {
         std::vector<TraceRecord> own;
@@ -90,7 +90,7 @@ TEST_F(DataPort, EachFunctionServesItsTypesAndIsSilentOnOthers)
 {
     const struct {
         const char* type;
-        // first register byte of config 0; null when the bus is not touched
+        // first register byte of config 0; null when the bus is not used
         const char* direction;
         // config 6, which no LED driver has
         bool read, write, config;
@@ -110,7 +110,7 @@ TEST_F(DataPort, EachFunctionServesItsTypesAndIsSilentOnOthers)
         platform.healthy();
         EXPECT_FALSE(failed(read(text)));
         EXPECT_EQ(row.read, platform.layerCalls() != "\n");
-        EXPECT_EQ(row.read, value != 0xCAFE) << "left alone when not served";
+        EXPECT_EQ(row.read, value != 0xCAFE) << "not changed when it is not served";
 
         restart();
         platform.healthy();
@@ -206,7 +206,7 @@ TEST_F(DataPort, TakesTheCallersAttributesOrTheDefaults)
     }
 }
 
-// --- texts that cannot be converted ----------------------------------------------------------------------------------------------
+// --- texts that cannot be converted ---
 
 TEST_F(DataPort, TextThatCannotBeConvertedIsReportedWithTheTextAttached)
 {
@@ -261,9 +261,9 @@ TEST_F(DataPort, NullTextIsRefusedLikeOneThatCannotBeConverted)
     EXPECT_EQ("\n", platform.layerCalls());
 }
 
-// --- chains that fail their check ------------------------------------------------------------------------------------------------
+// --- chains that fail their check ---
 
-/// What every function says about `text`, whose chain fails its check.
+/// What every function reports about `text`, whose chain fails its check.
 void expectChainReported(const EntryRecord& record, std::size_t index, std::uint8_t module, std::uint32_t code)
 {
     ASSERT_LT(index, record.srcs.size());
@@ -368,9 +368,9 @@ TEST_F(DataPort, ChainThatCannotBeFlattenedIsReportedWithoutIt)
     restart();
 }
 
-// --- failures of the routines ----------------------------------------------------------------------------------------------------
+// --- failures of the routines ---
 
-TEST_F(DataPort, RoutinesFailureComesBackUnchangedAndIsTracedWithTheText)
+TEST_F(DataPort, RoutinesFailureIsReturnedUnchangedAndTracedWithTheText)
 {
     for (const Function& function : functions()) {
         if (function.module == 34) {
@@ -434,11 +434,11 @@ TEST_F(DataPort, EveryAllocationFailingOnceIsReportedOrHarmless)
                 << function.name << " allocation " << n;
         }
     }
-    // no allocation is to fail any more
+    // from now on no allocation fails
     restart();
 }
 
-// --- the reset pin of a hub ------------------------------------------------------------------------------------------------------
+// --- the reset pin of a hub ---
 
 TEST_F(DataPort, ResetPinIsDrivenOnTheOpenHandle)
 {
@@ -477,7 +477,7 @@ TEST_F(DataPort, ResetPinsFailureIsNotedWithModule17)
     ASSERT_EQ(1U, record.srcs.size());
     EXPECT_EQ(0x1311, record.srcs[0].reason);
     EXPECT_EQ(0x40001311U, record.returnCode);
-    // the operation's, the routine's, the entry point's
+    // from the operation, the routine and the entry point
     ASSERT_EQ(3U, record.softwareErrors.size());
     EXPECT_EQ(38, record.softwareErrors[0].word1);
     EXPECT_EQ(37, record.softwareErrors[1].word1);

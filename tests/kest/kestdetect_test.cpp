@@ -1,4 +1,4 @@
-/// Device detection: its calls, what each detect state becomes, and what a failing step leaves.
+/// Device detection: its calls, the result of each detect state, and of each failing step.
 #include "kest/detect.h"
 
 #include <array>
@@ -20,7 +20,7 @@ constexpr char deviceText[] = "/dev/i2c-1@A0,L,2C0256,A0";
 class Detect : public PlatformTest
 {
 protected:
-    /// Keeps the entry of the detection and answers its record; an empty one when the device is present.
+    /// Keeps the entry of the detection. @return its record, which is empty when the device is present
     EntryRecord detect(const char* address = deviceText, const kest_attributeValue* attributes = nullptr)
     {
         entry.reset(KEST_detectDevice(address, attributes));
@@ -39,7 +39,7 @@ protected:
         return lines.size() < 2 ? std::vector<int>{} : std::vector<int>(lines.begin() + 1, lines.end() - 1);
     }
 
-    /// Arguments of the trace of a line, but for the function's name.
+    /// Arguments of the trace at a line, without the function's name.
     std::vector<std::string> traced(int line) const
     {
         for (const TraceRecord& record : platform.traceRecords()) {
@@ -60,7 +60,7 @@ protected:
     std::unique_ptr<ErrlEntry> entry;
 };
 
-TEST_F(Detect, PresentDeviceIsToldByNull)
+TEST_F(Detect, PresentDeviceIsReportedByNull)
 {
     const std::array<kest_attributeValue, 6> attributes{100, 1, 15, 1, 2, 1};
     platform.opens().configures(2).configuresReading(word(3)).closes();
@@ -151,7 +151,7 @@ TEST_F(Detect, TextWithoutTwoFieldsIsRefusedWithTheTextAttached)
 {
     const struct {
         const char* text;
-        // up to the last token, as traced
+        // up to the last token, which is what is traced
         const char* rest;
     } rows[] = {{"/dev/i2c-1", "\"/dev/i2c-1\""},
                 {",", "\",\""},
@@ -285,11 +285,11 @@ TEST_F(Detect, SwallowedFailureOfTheStateNeverReadsAsPresent)
     const EntryRecord record = detect();
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ(0x130A, record.srcs.at(0).reason);
-    // the layer's own
+    // made by the layer
     EXPECT_EQ(1, platform.commits());
 }
 
-TEST_F(Detect, SwallowedFailureAheadOfTheStateDoesNotEndIt)
+TEST_F(Detect, SwallowedFailureBeforeTheStateDoesNotEndIt)
 {
     // block, speed
     for (int step = 1; step <= 2; ++step) {

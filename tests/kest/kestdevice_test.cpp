@@ -1,4 +1,4 @@
-/// Device objects: what a chain yields, the device lock, operations and their phases.
+/// Device objects: the device of a chain, its lock, operations and their phases.
 #include "kestdevice.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ using namespace kest;
 namespace
 {
 
-/// Builds chains and devices, and names the entry a call answers.
+/// Builds chains and devices, and keeps the entry that a call returns.
 class Device : public PlatformTest
 {
 protected:
@@ -32,7 +32,7 @@ protected:
         for (const kest_deviceAddress& node : nodes) {
             KEST_addDevAddress(node.address, node.type, node.port, &chain);
         }
-        // whatever it was, it becomes null
+        // it becomes null, whatever it was
         EdalDevice* second = reinterpret_cast<EdalDevice*>(this);
         buildDeviceLink(chain, &built, &second);
         EXPECT_EQ(nullptr, second);
@@ -49,8 +49,8 @@ protected:
         return lines;
     }
 
-    /// The only SRC of the entry, without its source line, which is checked to be that of the failure, as its trace's
-    /// is.
+    /// The only SRC of the entry, without its source line. That line, like the one of its trace, must be the line of
+    /// the failure.
     Src srcWithoutLine(const EntryRecord& record) const
     {
         const std::vector<int> lines = failureLines();
@@ -99,7 +99,7 @@ TEST_F(BuildDeviceLink, MakesNothingOfHubs)
     EXPECT_EQ(0, platform.entryCount());
 }
 
-TEST_F(BuildDeviceLink, AnswersTheDeviceBehindAHub)
+TEST_F(BuildDeviceLink, ReturnsTheDeviceBehindAHub)
 {
     link({{0x80, KEST_DEV_922HUB, 3, nullptr}, {0xC2, KEST_DEV_9552, 0, nullptr}});
     ASSERT_NE(nullptr, built);
@@ -137,7 +137,7 @@ TEST_F(BuildDeviceLink, KeepsWhatADeeperNodeMade)
     EXPECT_EQ(1, platform.entryCount());
 }
 
-TEST_F(BuildDeviceLink, LetsTheNodeNearestTheMasterReplaceADeeperOne)
+TEST_F(BuildDeviceLink, NodeNearestTheMasterReplacesADeeperOne)
 {
     link({{0xC0, KEST_DEV_9551, 0, nullptr}, {0xC2, KEST_DEV_9552, 0, nullptr}, {0xC4, KEST_DEV_D10, 0, nullptr}});
     ASSERT_NE(nullptr, built);
@@ -152,7 +152,7 @@ TEST_F(BuildDeviceLink, TakesTheDeepestNodeFirst)
     EXPECT_EQ(0x172U, platform.entry(2).srcs.at(0).word2);
 }
 
-TEST_F(BuildDeviceLink, WithoutAChainOrMemoryAnswersNoDevice)
+TEST_F(BuildDeviceLink, ReturnsNoDeviceWithoutAChainOrMemory)
 {
     link({});
     EXPECT_EQ(nullptr, built);
@@ -176,7 +176,7 @@ TEST_F(BuildDeviceLink, WalksAChainOfAnyLength)
     EXPECT_EQ(0xC6U, built->getAddress());
 }
 
-/// Notes its deletion, and can have a next device.
+/// Notes its deletion. A next device can follow it.
 class LinkedDevice : public EdalDevice
 {
 public:
@@ -237,7 +237,7 @@ TEST_F(Device, BaseClassReportsWhatItDoesNotSupport)
     }
 }
 
-// --- lock ------------------------------------------------------------------------------------------------------------------------
+// --- lock ---
 
 class DeviceLock : public Device
 {
@@ -267,7 +267,7 @@ mern_iic_config(h1, 2, 18, kind 2, address 0xC0, timeout 500, big-endian)
     EXPECT_EQ(0, platform.entryCount());
 }
 
-TEST_F(DeviceLock, TracesEntryAndExitWhenTakenAndLetGo)
+TEST_F(DeviceLock, TracesEntryAndExitWhenTakenAndReleased)
 {
     platform.configures(2);
     EXPECT_EQ(nullptr, lock());
@@ -310,7 +310,7 @@ TEST_F(DeviceLock, TakenTwiceFailsWithoutTouchingTheBus)
     EXPECT_EQ(nullptr, unlock());
 }
 
-TEST_F(DeviceLock, NotHeldIsLetGoWithoutTouchingTheBus)
+TEST_F(DeviceLock, NotHeldIsReleasedWithoutTouchingTheBus)
 {
     EXPECT_EQ(nullptr, unlock());
     EXPECT_EQ("\n", platform.calls());
@@ -373,7 +373,7 @@ TEST_F(DeviceLock, StillHeldAtDestructionIsReportedAndNotReleased)
     EXPECT_NE(std::string::npos, traces[0].find("\"GenericEdalDevice\"")) << traces[0];
 }
 
-// --- operations ------------------------------------------------------------------------------------------------------------------
+// --- operations ---
 
 using DeviceOperation = DeviceLock;
 
@@ -386,7 +386,7 @@ public:
     std::uint32_t getDirection() override { return m_direction; }
     std::uint32_t getLength(std::uint32_t phase) override { return phase; }
     Bytes fields() const { return {m_bufferLength, m_register, m_dataLength}; }
-    /// As a derived class may: frees the buffer and gives it another.
+    /// Replaces its buffer, as a derived class may.
     void takeBuffer()
     {
         std::free(m_buffer);
@@ -415,7 +415,7 @@ TEST_F(DeviceOperation, WithoutMemoryHasNoBuffer)
 
 TEST_F(DeviceOperation, DirectionsAndLengthsOfBothKinds)
 {
-    // some fill a block of the heap to its last byte
+    // some lengths fill a heap block to its last byte
     for (unsigned dataLength = 0; dataLength <= 255; ++dataLength) {
         Dp955xOps::ReadRegister read(0x16, static_cast<std::uint8_t>(dataLength));
         Dp955xOps::WriteRegister write(0x16, static_cast<std::uint8_t>(dataLength));
@@ -530,7 +530,7 @@ TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
         std::uint8_t module;
         std::uint16_t reason;
         std::uint32_t returnCode;
-        // of the operation itself, first-failure capture apart
+        // of the operation itself, without first-failure capture
         const char* calls;
     } rows[] = {
         {1, 12, 0x130E, 0x0000130E, "mern_iic_config(h1, 2, 3, 0xC0)\n"},
@@ -557,10 +557,10 @@ TEST_F(DeviceOperation, EachFailingPhaseEndsItAndIsNoted)
         EXPECT_EQ(row.returnCode, record.softwareErrors[0].returnCode);
         EXPECT_EQ(38, record.softwareErrors[0].word1);
         const auto& traces = platform.traceRecords();
-        // ahead of the exit
+        // before the exit
         const TraceRecord& last = traces.at(traces.size() - 2);
         EXPECT_EQ((std::vector<std::string>{"\"doOperation\""}), last.arguments);
-        EXPECT_LT(traces.front().line, last.line) << "behind the entry";
+        EXPECT_LT(traces.front().line, last.line) << "after the entry";
         EXPECT_EQ(last.line, record.softwareErrors[0].word2);
         EXPECT_TRUE(sites.insert(last.line).second) << row.failing;
         std::string calls = platform.layerCalls().substr(1);

@@ -16,7 +16,7 @@ namespace
 
 using KestErrorLog = PlatformTest;
 
-/// Every item at once, each with contents of its own.
+/// A record with every item, each with a value of its own.
 kest_errorDetails everything()
 {
     static constexpr std::uint8_t block[] = {0xDE, 0xAD};
@@ -241,7 +241,7 @@ TEST_F(KestErrorLog, DeletesAnOwnedBlockOnceItIsAdded)
     kest_errorDetails details{};
     auto* const block = new std::uint8_t[3]{1, 2, 3};
     kest_attachUserDetails(details, block, 3, 6, true);
-    // the sanitizer build sees whether the block is deleted, and how
+    // builds with the address sanitizer check that the block is deleted, and how
     kest_logError(entry, &details, "unit");
     EXPECT_EQ(nullptr, details.usrDtlsData);
     EXPECT_EQ(0, details.usrDtlsInUse);
@@ -400,9 +400,9 @@ TEST_F(KestErrorLog, AttachesASoftwareErrorAndAFru)
     delete entry;
 }
 
-TEST(KestErrorRecord, FieldsStandInTheirOrder)
+TEST(KestErrorRecord, FieldsHaveTheirOrder)
 {
-    // the log's consumers dump the record; its order is an agreement
+    // consumers of the log read dumps of the record, so its order is fixed
     EXPECT_LT(offsetof(kest_errorDetails, logSrc), offsetof(kest_errorDetails, commitEntry));
     EXPECT_LT(offsetof(kest_errorDetails, commitEntry), offsetof(kest_errorDetails, moduleId));
     EXPECT_LT(offsetof(kest_errorDetails, moduleId), offsetof(kest_errorDetails, reasonCode));

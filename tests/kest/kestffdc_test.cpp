@@ -1,4 +1,4 @@
-/// First-failure data: extraction, unlocking, and their capture into an entry.
+/// First-failure data: extraction, unlocking, and the capture into an entry.
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -24,9 +24,9 @@ struct KestFfdc : PlatformTest {
     ~KestFfdc() override { delete entry; }
 };
 
-// --- the two steps ----------------------------------------------------------------------------------------------------------------
+// --- the two steps ---
 
-TEST_F(KestFfdc, EachStepTellsEveryErrno)
+TEST_F(KestFfdc, EachStepReportsEveryErrno)
 {
     for (const bool extract : {true, false}) {
         const char* const name = extract ? "kest_wobuFFDCExtract" : "kest_wobuFFDCUnlock";
@@ -128,7 +128,7 @@ TEST_F(KestFfdc, AnUnlockIsFailedByMinusOneAlone)
     EXPECT_EQ("\n", platform.traces());
 }
 
-// --- their capture ----------------------------------------------------------------------------------------------------------------
+// --- their capture ---
 
 TEST_F(KestFfdc, CapturesIntoTheEntry)
 {
@@ -145,7 +145,7 @@ entry1.addUsrDtls("{\"first\": 1}", 0x1300, 1, 6)
               platform.events());
 }
 
-TEST_F(KestFfdc, WithoutDataTheEntryGetsNothing)
+TEST_F(KestFfdc, WithoutDataNothingIsAdded)
 {
     platform.capturesFfdc();
     entry = platform.makeEntry();
@@ -188,7 +188,7 @@ mern_iic_ffdc_unlock(h1, 0)
               platform.calls());
 }
 
-TEST_F(KestFfdc, AFailedUnlockAddsItsSrcAndASoftwareErrorAheadOfTheData)
+TEST_F(KestFfdc, AFailedUnlockAddsItsSrcAndASoftwareErrorBeforeTheData)
 {
     platform.extractsFfdc(hex("01 02")).failsFfdcUnlock(22);
     entry = platform.makeEntry();
@@ -228,10 +228,10 @@ software error 0x8000130F 16 180
               platform.entry(1).text());
 }
 
-TEST_F(KestFfdc, AFailedUnlockWithoutAnEntryLetsTheDataInto)
+TEST_F(KestFfdc, AFailedUnlockMakesTheEntryThatTakesTheData)
 {
     platform.extractsFfdc(hex("aa")).failsFfdcUnlock(5);
-    // the unlock's failure made an entry: the data have a place
+    // the failed unlock makes an entry, which takes the data
     kest_miscExtractFFDCAndUnlock(entry, handle);
     EXPECT_EQ((std::vector<Bytes>{{0xAA}}), platform.entry(1).details(6));
 }
@@ -245,7 +245,7 @@ TEST_F(KestFfdc, LongDataAreCutTo16BitsOfLength)
     EXPECT_EQ((std::vector<Bytes>{Bytes(longData.begin(), longData.begin() + 4464)}), platform.entry(1).details(6));
 }
 
-TEST_F(KestFfdc, WithoutMemoryForTheCopyTheDataAreReleasedAllTheSame)
+TEST_F(KestFfdc, WithoutMemoryForTheCopyTheDataAreStillReleased)
 {
     platform.capturesFfdc(hex("01 02")).failAllocation();
     entry = platform.makeEntry();

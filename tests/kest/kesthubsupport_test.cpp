@@ -17,7 +17,7 @@ namespace
 constexpr const char* unit = "kesthubsupport";
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
-/// A hub with one SEEPROM behind it, and the test's own open device.
+/// A hub with one SEEPROM behind it.
 class HubSupport : public HubTest
 {
 protected:
@@ -25,11 +25,11 @@ protected:
     {
         return {Operation::config,
                 line("mern_iic_config(h1, 2, %u, kind 0, address 0x%X, timeout %u)\n", item, address, timeout),
-                configTold(item)};
+                configReported(item)};
     }
     static Call speedCall(unsigned speed = 0x190)
     {
-        return {Operation::config, line("mern_iic_config(h1, 2, 2, 0x%X)\n", speed), configTold(2)};
+        return {Operation::config, line("mern_iic_config(h1, 2, 2, 0x%X)\n", speed), configReported(2)};
     }
     static Call dmaCall() { return {Operation::config, "mern_iic_config(h1, 2, 16, 0x2)\n"}; }
 
@@ -153,7 +153,7 @@ TEST_F(HubSupport, ConfigurationTakesSpeedAndCycleFromTheAttributes)
     EXPECT_EQ(story.text, platform.calls());
 }
 
-TEST_F(HubSupport, AFailedDmaOptionIsOnlyTold)
+TEST_F(HubSupport, AFailedDmaOptionIsOnlyReported)
 {
     for (const int result : {-1, 1}) {
         for (const int error : stepErrors) {
@@ -230,7 +230,7 @@ TEST_F(HubSupport, AQueryThatCannotConfigure)
     for (const int error : stepErrors) {
         again();
         Story story{platform};
-        // not even one that says silence resets the hub here
+        // not even an entry of a silent hub resets the hub here
         story.fails(setBlock(queryBlock), error);
         story.says(addedSrc(1, querySrc())).says(callout(1)).notes(1, 33, 1283);
         kest_922HubQueryErrStatus(handle, 0x80, errl, devicePath);
@@ -302,7 +302,7 @@ TEST_F(HubSupport, ResetPathsNameTheExpander)
 
 TEST_F(HubSupport, AResetPathNeedsNoMoreRoomThanItsText)
 {
-    // the shortest links there are behind the two tokens
+    // the shortest links that can follow the two tokens
     for (const std::string path : {"a,b,922,1,1,75,1", "sim:planar,L,922,80,3,2c0256,a0"}) {
         std::string out(path.size() + 17, '#');
         kest_build922HubResetPath(path.c_str(), out.data(), 0x80);
@@ -321,7 +321,7 @@ TEST_F(HubSupport, ResetPathsOfShortTextsEndThere)
     EXPECT_EQ("a,b,9552,0xC0", resetPathOf(",a,,b", 0x80));
 }
 
-TEST_F(HubSupport, AResetPullsThePinLowAndLetsItGo)
+TEST_F(HubSupport, AResetPullsThePinLowAndReleasesIt)
 {
     for (const auto& [address, expander] : {std::pair{0x80U, 0xC0U}, {0x82U, 0xC2U}, {0x88U, 0xC0U}, {0x8AU, 0xC2U}}) {
         again();
@@ -362,7 +362,7 @@ TEST_F(HubSupport, AResetThatFailsJoinsTheEntry)
     }
 }
 
-TEST_F(HubSupport, AResetThatFailsTellsInThisOrder)
+TEST_F(HubSupport, AFailedResetReportsInThisOrder)
 {
     errl = platform.makeEntry({.srcs = {{.word1 = 6}}});
     platform.healthy().failCall(1, 5);

@@ -18,7 +18,7 @@ namespace
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 constexpr std::uint32_t position = 0x03A00123;
 
-/// Lines noted for the steps, in their order: lock, status, configuration, seek.
+/// The lines that the steps note, in the order of the steps.
 struct Sites {
     unsigned open, lock, query, config, seek, transfer, check;
 };
@@ -51,14 +51,15 @@ protected:
 
     static const Sites& sitesOf(int operation) { return operation == 1 ? writeSites : readSites; }
 
-    // the steps, as they stand in the log
+    // the steps as the log shows them
     static Call openCall()
     {
         return {Operation::open, "MernInitialize(0x80000000)\nmern_iic_open(node -1, \"sim:planar\", 0x1002)\n"};
     }
     static Call lockCall()
     {
-        return {Operation::config, "mern_iic_config(h1, 2, 17, kind 0, address 0x80, timeout 1200)\n", configTold(17)};
+        return {Operation::config, "mern_iic_config(h1, 2, 17, kind 0, address 0x80, timeout 1200)\n",
+                configReported(17)};
     }
     static std::vector<Call> queryCalls()
     {
@@ -67,7 +68,8 @@ protected:
     }
     static std::vector<Call> configCalls(int operation)
     {
-        std::vector<Call> calls{setBlock({}), {Operation::config, "mern_iic_config(h1, 2, 2, 0x190)\n", configTold(2)}};
+        std::vector<Call> calls{setBlock({}),
+                                {Operation::config, "mern_iic_config(h1, 2, 2, 0x190)\n", configReported(2)}};
         if (operation == 0) {
             calls.push_back({Operation::config, "mern_iic_config(h1, 2, 16, 0x2)\n"});
         }
@@ -75,7 +77,8 @@ protected:
     }
     static Call unlockCall()
     {
-        return {Operation::config, "mern_iic_config(h1, 2, 18, kind 0, address 0x80, timeout 1200)\n", configTold(18)};
+        return {Operation::config, "mern_iic_config(h1, 2, 18, kind 0, address 0x80, timeout 1200)\n",
+                configReported(18)};
     }
     /// Four bytes; a read begins with the hub's status.
     static Call dataCall(int operation)
@@ -91,7 +94,7 @@ protected:
             .does(configCalls(operation))
             .does(seekCall(position));
     }
-    /// And the transfer itself.
+    /// The same, and the transfer itself.
     Story& transfers(Story& story, int operation)
     {
         prepares(story, operation).does(dataCall(operation));
@@ -125,7 +128,7 @@ TEST_F(HubTransfer, ARead)
     EXPECT_EQ("\n", hubTraces(platform));
     EXPECT_EQ(nullptr, errl);
     EXPECT_EQ(4U, length);
-    // the status went nowhere
+    // the status is in no buffer of the caller
     EXPECT_EQ(0, std::memcmp("\xB1\xB2\xB3\xB4\5\6\7\x8", buffer, 8));
 }
 
@@ -230,7 +233,7 @@ TEST_F(HubTransfer, ThePositionGoesToTheRepeatToo)
 
 TEST_F(HubTransfer, AReadThatIsRepeatedTakesTheReducedSize)
 {
-    // the repeat asks for one byte less than the read did, and its data stay in the transfer's own buffer
+    // the repeat asks for one byte less than the read, and its data do not reach the caller
     Story story{platform};
     transfers(story, 0).does(statusRead({}, 3)).does(writeCall({0x20, 0x06})).does(statusRead({}, 0));
     story.does({setBlock({}), seekCall(position), readCall({0, 9, 9, 9})}).does(statusRead({}, 0));
@@ -314,7 +317,7 @@ TEST_F(HubTransfer, AStatusQueryThatFails)
     }
 }
 
-TEST_F(HubTransfer, AHubThatTellsAnErrorBeforehandIsUsedAllTheSame)
+TEST_F(HubTransfer, AHubThatReportsAnErrorBeforehandIsStillUsed)
 {
     for (const int operation : {0, 1}) {
         for (int status = 1; status < 256; ++status) {
@@ -392,7 +395,7 @@ TEST_F(HubTransfer, AWriteThatFails)
     for (const int error : stepErrors) {
         again();
         Story story{platform};
-        // silence does not reset the hub here, and nothing is waited for
+        // a silent hub is not reset here, and there is no wait
         prepares(story, 1).fails(dataCall(1), error);
         ends(story).notes(1, 20, 690);
         transfer(1);
@@ -402,7 +405,7 @@ TEST_F(HubTransfer, AWriteThatFails)
     }
 }
 
-TEST_F(HubTransfer, AWriteThatEndsShortTellsHowFarItCame)
+TEST_F(HubTransfer, AWriteThatEndsShortReturnsWhatItWrote)
 {
     Story story{platform};
     prepares(story, 1).says(dataCall(1).line);
@@ -449,14 +452,14 @@ TEST_F(HubTransfer, ReadingShortIsAFailure)
     EXPECT_EQ(0, std::memcmp("\1\2\3\4", buffer, 4));
 }
 
-// --- a read without data: the hub is asked why ---
+// --- a read without data, after which the hub is asked for the reason ---
 
 class HubReadWithoutData : public HubTransfer
 {
 protected:
     /// Up to the failed read; its entry is 1.
     Story& begins(Story& story) { return prepares(story, 0).fails(dataCall(0), 61); }
-    /// The recovery, with a repeat of the whole size.
+    /// The recovery with a repeat of the whole length.
     static Story& recovers(Story& story)
     {
         return story.does(writeCall({0x20, 0x06}))
@@ -476,7 +479,7 @@ TEST_F(HubReadWithoutData, IsKeptWhenTheHubKnowsNothing)
     EXPECT_NE(std::string::npos, hubTraces(platform).find("\n1125 %s \"kest_922HubHandlePrimSecErrLogs\"\n"));
 }
 
-TEST_F(HubReadWithoutData, TakesTheHubsStatusOver)
+TEST_F(HubReadWithoutData, TakesOverTheHubsStatus)
 {
     struct {
         unsigned first, last, reason, subsystem;
@@ -520,14 +523,14 @@ TEST_F(HubReadWithoutData, IsForgottenWhenTheRepeatWorks)
         EXPECT_EQ(story.text, platform.calls()) << status;
         EXPECT_EQ(nullptr, errl);
         EXPECT_EQ(5U, length);
-        // what the repeat read does not reach the caller
+        // the data of the repeat do not reach the caller
         EXPECT_EQ(0, std::memcmp("\1\2\3\4\5", buffer, 5));
     }
 }
 
 TEST_F(HubReadWithoutData, DropsWhatFailsAfterASubBusReset)
 {
-    // the repeat is refused: its entry is deleted, the first one stays
+    // the repeat is refused: its entry is deleted and the first one kept
     for (unsigned status = 1; status < 256; ++status) {
         again();
         Story story{platform};
@@ -578,9 +581,9 @@ TEST_F(HubReadWithoutData, TakesOverThatTheStatusCannotBeRead)
 
 TEST_F(HubReadWithoutData, EndsWithEitherAnEntryOrTheRepeatWhateverFails)
 {
-    // told each time the option fails
+    // reported each time the option fails
     const StandardError dmaLines;
-    // every layer call behind the failed read fails once
+    // every layer call after the failed read fails once
     for (const int error : stepErrors) {
         int failing = 1;
         for (bool met = true; met; ++failing) {
@@ -588,7 +591,7 @@ TEST_F(HubReadWithoutData, EndsWithEitherAnEntryOrTheRepeatWhateverFails)
             platform.healthy();
             int reads = 0;
             platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
-                // the query's status, the transfer, then the hub's statuses: 3, and 0 from then on
+                // the status of the query, the transfer, then the hub's statuses: first 3, then 0
                 ++reads;
                 std::memset(bytes, reads == 3 ? 3 : 0, size);
                 errno = 61;
@@ -694,7 +697,7 @@ TEST_F(HubTransfer, ASubBusErrorIsRecovered)
     }
 }
 
-TEST_F(HubTransfer, ARepeatThatFailsTellsItsLength)
+TEST_F(HubTransfer, AFailedRepeatReturnsItsLength)
 {
     for (const int operation : {0, 1}) {
         again();
@@ -753,7 +756,7 @@ TEST_F(HubTransfer, ALateFailureDoesNotReachTheCallersEntry)
 TEST_F(HubTransfer, AReadWhoseSizeWrapsIsRefused)
 {
     Story story{platform};
-    // the time-out of so long a transfer: 1,200 ms for each whole 256 bytes, in 32 bits
+    // the time-out of a transfer of this length: 1,200 ms for each whole 256 bytes, in 32 bits
     const unsigned timeout = 0xFFFFFFU * 1200U;
     Call lock = lockCall();
     lock.line = line("mern_iic_config(h1, 2, 17, kind 0, address 0x80, timeout %u)\n", timeout);
@@ -780,7 +783,7 @@ TEST_F(HubTransfer, WithoutMemoryForTheBufferNothingIsTransferred)
 {
     for (const int operation : {0, 1}) {
         again();
-        // the opening of a device allocates nothing: the first allocation is the buffer's
+        // opening a device allocates nothing, so the first allocation is the buffer
         platform.healthy().failAllocation();
         platform.readHandler = [](std::uint8_t* bytes, unsigned size) {
             std::memset(bytes, 0, size);
@@ -793,7 +796,7 @@ TEST_F(HubTransfer, WithoutMemoryForTheBufferNothingIsTransferred)
         EXPECT_EQ((std::vector<Callout>{{1, 4}}), platform.entry(1).callouts);
         EXPECT_TRUE(platform.written().empty());
         EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_read(h1, 5)"));
-        // a write takes its buffer ahead of the device
+        // a write allocates its buffer before it opens the device
         EXPECT_EQ(operation == 1, platform.layerCalls() == "\n");
     }
 }
@@ -822,7 +825,7 @@ TEST_F(HubTransfer, OneByteAndNone)
 
 TEST_F(HubTransfer, ACountLeftByACommittedFailureIsKeptWithinTheBuffer)
 {
-    // a deadlock is committed by the wrapper and leaves no entry, and the count is whatever the layer answered
+    // the wrapper commits a deadlock and leaves no entry; the count is what the layer returned
     for (const int operation : {0, 1}) {
         again();
         platform.healthy();
@@ -844,15 +847,14 @@ TEST_F(HubTransfer, ACountLeftByACommittedFailureIsKeptWithinTheBuffer)
     }
 }
 
-TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
+TEST_F(HubTransfer, ACountLeftByACommittedRepeatIsNotReturned)
 {
     for (const int operation : {0, 1}) {
         again();
         platform.healthy();
         int reads = 0;
         platform.readHandler = [&reads](std::uint8_t* bytes, unsigned size) {
-            // the status ahead of the transfer, the transfer of a read, and the status behind
-            // it, which says: sub-bus error
+            // the status before the transfer, the transfer of a read, and the status after it: a sub-bus error
             std::memset(bytes, ++reads == 3 ? 3 : 0, size);
             errno = 35;
             // the repeat
@@ -860,7 +862,7 @@ TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
         };
         int writes = 0;
         platform.writeHandler = [&](const std::uint8_t*, unsigned size) {
-            // in the place of the read transfer
+            // instead of the transfer of a read
             reads += ++writes == 1 && size == 4 ? 1 : 0;
             errno = 35;
             return size == 4 && writes > 1 ? -1 : static_cast<int>(size);
@@ -874,7 +876,8 @@ TEST_F(HubTransfer, ACountLeftByARepeatThatWasCommittedIsNotTold)
 
 TEST_F(HubTransfer, ARepeatMovesNoMoreThanTheBufferHolds)
 {
-    // the transfer itself ended in a deadlock, which is committed, and left a wild count; the hub asks for the repeat
+    // the transfer itself ended in a deadlock, which was committed, and left a wrong count; the hub's status asks for a
+    // repeat
     Story story{platform};
     prepares(story, 1);
     platform.writesShort(-1, 35).capturesFfdc();
@@ -889,7 +892,7 @@ TEST_F(HubTransfer, ARepeatMovesNoMoreThanTheBufferHolds)
 
 TEST_F(HubTransfer, EndsCleanWhateverFails)
 {
-    // told each time the option fails
+    // reported each time the option fails
     const StandardError dmaLines;
     for (const int operation : {0, 1}) {
         for (const int error : stepErrors) {
@@ -901,7 +904,7 @@ TEST_F(HubTransfer, EndsCleanWhateverFails)
                     std::memset(bytes, 0, size);
                     return static_cast<int>(size);
                 };
-                // and everything after it
+                // and every later call
                 platform.failCall(failing, error, true);
                 transfer(operation);
                 met = platform.faultWasMet();

@@ -17,7 +17,7 @@ using namespace scripted;
 namespace
 {
 
-/// What a device text became.
+/// The result of a conversion of a device text.
 class DeviceTexts : public PlatformTest
 {
 protected:
@@ -69,7 +69,7 @@ TEST(KestMiscUnpack, WritesTwoDigitsAByteAndNoTerminator)
     EXPECT_EQ("007f80ff#", out);
 }
 
-TEST(KestMiscUnpack, IsTurnedBackByReadingTheDigits)
+TEST(KestMiscUnpack, IsReversedByReadingTheDigits)
 {
     std::mt19937 random{922};
     for (int round = 0; round < 200; ++round) {
@@ -207,11 +207,11 @@ TEST_F(DeviceTexts, ValuesKeepTheirLowByte)
     convert("p,0,922,180,ff07,75,-1");
     EXPECT_EQ((std::vector<Node>{{0x80, 0x922, 7}, {0xFF, 0x75, 0}}), links());
     kest_miscReleaseDeviceInfo(info);
-    // more than a long holds: the greatest
+    // more than a long can hold gives its greatest value
     convert("p,0,75,123456789012345678901234567890A0");
     EXPECT_EQ((std::vector<Node>{{0xFF, 0x75, 0}}), links());
     kest_miscReleaseDeviceInfo(info);
-    // more than 32 bits: the same on every target
+    // more than 32 bits give the same on every target
     convert("p,0,75,1234567A0");
     EXPECT_EQ((std::vector<Node>{{0xFF, 0x75, 0}}), links());
 }
@@ -359,7 +359,7 @@ TEST_F(DeviceTexts, AnyBytesAreTakenOrRefused)
         EXPECT_TRUE(!failed || text.starts_with(workingCopy)) << text << " gave " << workingCopy;
         kest_miscReleaseDeviceInfo(info);
     }
-    // of both kinds there were enough
+    // the texts had enough of both kinds
     EXPECT_LT(100, taken);
 }
 

@@ -104,7 +104,7 @@ TEST_F(KestMode, AsksTheRegistryOnce)
     EXPECT_EQ(readsRegistry, platform.calls());
 }
 
-TEST_F(KestMode, AsksAgainWhenToldTo)
+TEST_F(KestMode, AsksAgainOnRequest)
 {
     platform.registryAnswers(text("MixedMode")).registryAnswers(text("FileMode")).registryAnswers(text("HWareMode"));
     EXPECT_EQ(2u, kest_detectMode(2));
@@ -114,7 +114,7 @@ TEST_F(KestMode, AsksAgainWhenToldTo)
     EXPECT_EQ(3u, platform.lines(kindRegistry).size());
 }
 
-TEST_F(KestMode, KeepsHardwareAfterAFailureUntilToldToAskAgain)
+TEST_F(KestMode, KeepsHardwareAfterAFailureUntilAskedAgain)
 {
     platform.failsRegistry().registryAnswers(text("nonsense")).registryAnswers(text("FileMode"));
     EXPECT_EQ(3u, kest_detectMode(1));
@@ -125,7 +125,7 @@ TEST_F(KestMode, KeepsHardwareAfterAFailureUntilToldToAskAgain)
     EXPECT_EQ(1u, kest_detectMode(1));
 }
 
-TEST_F(KestMode, NeverAnswersUnknownWhileOthersAskAgain)
+TEST_F(KestMode, NeverReturnsUnknownWhileOthersAskAgain)
 {
     // the registry says HWareMode
     platform.healthy();

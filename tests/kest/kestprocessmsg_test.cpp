@@ -67,7 +67,7 @@ struct KestProcessMsg : EntryTest {
         EXPECT_EQ(payload, request.payload);
     }
 
-    /// A request that ends in one refusal, without touching anything else.
+    /// A request that is refused without any other call.
     void refuses(std::uint16_t type, const Bytes& payload, const ExpectedSrc& src, const std::string& trace)
     {
         SCOPED_TRACE(line("type %X, %u bytes", type, static_cast<unsigned>(payload.size())));
@@ -90,7 +90,7 @@ std::string persisted(std::uint32_t length, std::uint32_t offset)
     return line("tavo_read_data_persistancy(\"qorn/P3_Root\", 0, null, null, length %u, offset %u)\n", length, offset);
 }
 
-// --- types and fixed heads --------------------------------------------------------------------------------------------------------
+// --- types and fixed heads ---
 
 TEST_F(KestProcessMsg, RefusesUnknownTypes)
 {
@@ -121,7 +121,7 @@ TEST_F(KestProcessMsg, RefusesPayloadsWithoutTheirFixedHead)
     }
 }
 
-// --- reading ----------------------------------------------------------------------------------------------------------------------
+// --- reading ---
 
 TEST_F(KestProcessMsg, AnswersARead)
 {
@@ -142,7 +142,7 @@ TEST_F(KestProcessMsg, AnswersAReadOfTheHardware)
     EXPECT_EQ("\ntavo_malloc(4)\ntavo_util_free(memory1)\n", platform.log(kindMemory));
 }
 
-TEST_F(KestProcessMsg, AnswersTheLengthThatWasRead)
+TEST_F(KestProcessMsg, RepliesWithTheLengthThatWasRead)
 {
     inFileMode().readsCopy(hex("01 02"));
     process(readType, join({head(0, 16), terminated("x")}));
@@ -164,7 +164,7 @@ TEST_F(KestProcessMsg, FreesTheBufferOfAFailedRead)
     platform.registryAnswers(text("HWareMode")).opens().configures(3).failsRead(6).capturesFfdc().closes();
     process(readType, join({head(0, 4), terminated("sim:planar,L,2C0256,A0")}));
     EXPECT_EQ(0x40001311u, platform.entry(1).returnCode);
-    // messages name no device number
+    // messages carry no device number
     EXPECT_TRUE(platform.entry(1).fruCallouts.empty());
     EXPECT_EQ("\ntavo_malloc(4)\ntavo_util_free(memory1)\n", platform.log(kindMemory));
     EXPECT_EQ("\n", platform.log(kindMessage));
@@ -180,7 +180,7 @@ TEST_F(KestProcessMsg, ReadsWithAnEmptyLocation)
     EXPECT_EQ(0x42, reply.replyFlags);
 }
 
-// --- location texts ---------------------------------------------------------------------------------------------------------------
+// --- location texts ---
 
 TEST_F(KestProcessMsg, NeedsTheLocationsTerminator)
 {
@@ -196,7 +196,7 @@ TEST_F(KestProcessMsg, NeedsTheLocationsTerminator)
     }
 }
 
-/// A message behind whose payload nothing can be read.
+/// A message whose payload ends at the end of readable memory.
 class MessageAtTheEdge : public Message
 {
 public:
@@ -256,7 +256,7 @@ TEST_F(KestProcessMsg, TakesALocationUpToItsTerminator)
 
 TEST_F(KestProcessMsg, LooksAt256CharactersOfALocation)
 {
-    // 256 characters fill the field; what follows them is a terminator in one, more text in the other
+    // 256 characters fill the field; a terminator follows in one request, more text in the other
     for (const char* tail : {"", "A"}) {
         again();
         const std::string path = "sim:" + std::string(240, 'x');
@@ -271,7 +271,7 @@ TEST_F(KestProcessMsg, LooksAt256CharactersOfALocation)
 
 TEST_F(KestProcessMsg, CountsTheDataOfALongLocationFromItsEnd)
 {
-    // behind 256 characters one byte is skipped as the terminator
+    // after 256 characters one byte is skipped as the terminator
     inFileMode().readsCopy({0}).writesCopy();
     process(writeType, join({head(0, 2), text(std::string(256, 'x')), hex("99 01 02")}));
     EXPECT_EQ(nullptr, errl);
@@ -280,7 +280,7 @@ TEST_F(KestProcessMsg, CountsTheDataOfALongLocationFromItsEnd)
             messageSrc(0x1326, writeType, 270, 271), "270, 271)");
 }
 
-// --- writing ----------------------------------------------------------------------------------------------------------------------
+// --- writing ---
 
 TEST_F(KestProcessMsg, AnswersAWrite)
 {
@@ -321,9 +321,9 @@ TEST_F(KestProcessMsg, NeedsAllTheDataOfAWrite)
     }
 }
 
-TEST_F(KestProcessMsg, IsNotFooledByLengthsThatWrap)
+TEST_F(KestProcessMsg, RefusesLengthsThatWrap)
 {
-    // location "loc": 16 bytes ahead of the data; what is reported are the low 32 bits
+    // with location "loc" 16 bytes precede the data; the low 32 bits are reported
     const struct {
         std::uint32_t length, reported;
     } rows[] = {{0xFFFFFFFF, 0x0000000F}, {0xFFFFFFF3, 0x00000003}, {0xFFFFFFF0, 0x00000000},
@@ -355,7 +355,7 @@ TEST_F(KestProcessMsg, WithoutMemoryWritesNothing)
     EXPECT_EQ(0, reply.replyFlags);
 }
 
-// --- location of a device ---------------------------------------------------------------------------------------------------------
+// --- location of a device ---
 
 TEST_F(KestProcessMsg, AnswersALocation)
 {
@@ -389,7 +389,7 @@ TEST_F(KestProcessMsg, AddsToTheEntryOfADeviceWithoutLocation)
     EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%X,%X\", \"kestProcessMsg\", 0xABCDEF01, 0x80000002)"));
 }
 
-TEST_F(KestProcessMsg, TellsAReplyThatCannotHoldTheData)
+TEST_F(KestProcessMsg, ReportsAReplyThatCannotHoldTheData)
 {
     reply.refusesData = true;
     inFileMode().readsCopy(counting(4));
@@ -404,7 +404,7 @@ TEST_F(KestProcessMsg, TellsAReplyThatCannotHoldTheData)
     EXPECT_EQ(0, reply.replyFlags);
 }
 
-// --- traces -----------------------------------------------------------------------------------------------------------------------
+// --- traces ---
 
 /// A binary record's header: count, tag, hash and line.
 Bytes headerOf(std::uint16_t count, std::uint32_t lineNumber)
@@ -441,7 +441,7 @@ TEST_F(KestProcessMsg, TracesTheHeadsOfRequestAndReply)
         EXPECT_EQ(headerOf(static_cast<std::uint16_t>(traced), static_cast<std::uint32_t>(binary[0].line)),
                   binary[0].header);
         EXPECT_TRUE(binary[1].data.empty());
-        // each trace point has its own
+        // each trace point has its own line
         EXPECT_NE(binary[0].line, binary[1].line);
     }
 }
@@ -493,11 +493,11 @@ TEST_F(KestProcessMsg, ReleasesEverythingWhateverFails)
             platform.healthy().failCall(failing, 5, false, kindLayer | kindService | kindRegistry | kindMemory);
             StandardError quiet;
             process(type, payload);
-            const bool told = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
+            const bool reported = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
             if (!platform.faultWasMet()) {
                 break;
             }
-            EXPECT_TRUE(told) << platform.failedCall();
+            EXPECT_TRUE(reported) << platform.failedCall();
             delete errl;
             errl = nullptr;
             EXPECT_EQ(0, platform.openHandles() + platform.liveBuffers() + platform.liveEntries())

@@ -64,7 +64,7 @@ ExpectedSrc copySrc(unsigned module, unsigned reason, std::uint32_t word2, std::
     return {module, reason, 17, word2, word3, mode, 0x81, "kestseeprom"};
 }
 
-// --- selection of the mode --------------------------------------------------------------------------------------------------------
+// --- selection of the mode ---
 
 TEST_F(KestSeeprom, TheAttributeSelectsTheMode)
 {
@@ -120,7 +120,7 @@ TEST_F(KestSeeprom, TheRegistryIsReadAgainWhenTheAttributeSaysSo)
     EXPECT_FALSE(usedHardware());
 }
 
-// --- reading ----------------------------------------------------------------------------------------------------------------------
+// --- reading ---
 
 TEST_F(KestSeeprom, ReadsACopyInFileMode)
 {
@@ -142,7 +142,7 @@ TEST_F(KestSeeprom, ReadsACopyInMixedModeWithoutTheHardware)
     EXPECT_EQ(counting(3), bytesRead());
 }
 
-TEST_F(KestSeeprom, TellsAMissingCopyInFileMode)
+TEST_F(KestSeeprom, ReportsAMissingCopyInFileMode)
 {
     platform.readsCopy({});
     read(fileMode);
@@ -153,7 +153,7 @@ TEST_F(KestSeeprom, TellsAMissingCopyInFileMode)
     EXPECT_EQ(1u, platform.lines(kindTrace).size());
 }
 
-TEST_F(KestSeeprom, TellsAFailedCopyReadInBothModes)
+TEST_F(KestSeeprom, ReportsAFailedCopyReadInBothModes)
 {
     for (const kest_attributeValue mode : {fileMode, mixedMode}) {
         again();
@@ -174,7 +174,7 @@ TEST_F(KestSeeprom, ReadsTheWholeDeviceInMixedModeWithoutACopy)
     read(mixedMode);
     EXPECT_EQ("\n" + std::string(copyRead), platform.log(kindService));
     EXPECT_EQ(nullptr, errl);
-    // the copy's length 0 was handed on
+    // the length 0 of the copy was passed on
     EXPECT_EQ(32768u, length);
     EXPECT_EQ(counting(32768), bytesRead());
 }
@@ -194,7 +194,7 @@ TEST_F(KestSeeprom, FreesWhatAnEmptyCopyLeftBehind)
 
 TEST_F(KestSeeprom, GivesNoFreedBufferAway)
 {
-    // the hardware read ends before it takes a buffer of its own
+    // the hardware read ends before it allocates a buffer
     address.location[0] = '\0';
     platform.readsEmptyCopy();
     read(mixedMode);
@@ -304,7 +304,7 @@ TEST_F(KestSeeprom, RefusesABufferInUse)
     data = nullptr;
 }
 
-TEST_F(KestSeeprom, LooksAtTheBufferBeforeTheLength)
+TEST_F(KestSeeprom, ChecksTheBufferBeforeTheLength)
 {
     unsigned char taken = 0;
     unsigned char* used = &taken;
@@ -329,7 +329,7 @@ TEST_F(KestSeeprom, RefusesAReadWithoutLengthOrBufferPointer)
     }
 }
 
-// --- writing ----------------------------------------------------------------------------------------------------------------------
+// --- writing ---
 
 TEST_F(KestSeeprom, WritesACopyThatIsThereAndNotTheDevice)
 {
@@ -343,7 +343,7 @@ TEST_F(KestSeeprom, WritesACopyThatIsThereAndNotTheDevice)
     }
 }
 
-TEST_F(KestSeeprom, TellsAFailedCopyWriteAndLeavesTheDevice)
+TEST_F(KestSeeprom, ReportsAFailedCopyWriteAndLeavesTheDevice)
 {
     for (const kest_attributeValue mode : {fileMode, mixedMode}) {
         again();
@@ -357,7 +357,7 @@ TEST_F(KestSeeprom, TellsAFailedCopyWriteAndLeavesTheDevice)
     }
 }
 
-TEST_F(KestSeeprom, TellsAFailedProbe)
+TEST_F(KestSeeprom, ReportsAFailedProbe)
 {
     for (const kest_attributeValue mode : {fileMode, mixedMode}) {
         again();
@@ -448,11 +448,11 @@ TEST_F(KestSeeprom, ReleasesEverythingWhateverFails)
                 platform.healthy().failCall(failing, 5, false, kindLayer | kindService | kindRegistry | kindMemory);
                 StandardError quiet;
                 writing ? write(mode) : read(mode);
-                const bool told = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
+                const bool reported = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
                 if (!platform.faultWasMet()) {
                     break;
                 }
-                EXPECT_TRUE(told) << platform.failedCall();
+                EXPECT_TRUE(reported) << platform.failedCall();
                 release();
                 EXPECT_EQ(0, platform.openHandles() + platform.liveBuffers() + platform.liveEntries())
                     << platform.failedCall();

@@ -1,4 +1,4 @@
-/// SEEPROMs in a chain that begins with an 0xF0 hub: the hub itself is transferred to, like a device without offsets.
+/// SEEPROMs in a chain that begins with an 0xF0 hub: the hub itself is the target, like a device without offsets.
 #include <utility>
 
 #include "tests/kest/seepromengine.h"
@@ -18,7 +18,7 @@ constexpr std::pair<const char*, const char*> chains[] = {
     {"sim:planar,L,F0,10,1,172,A0", "0x10/0xF0/1 0xA0/0x172/0"},
 };
 
-/// Neither offset nor pages, and a time-out that only the length has a say in.
+/// The calls have no offset and no pages, and their time-out depends on the length alone.
 std::string blockLine(unsigned timeout)
 {
     return line("mern_iic_config(h1, 2, 19, block: speed 400, address 0x10, offset bytes 0, timeout %u, "
@@ -66,7 +66,7 @@ TEST_F(ReadThroughF0Hub, LengthZeroIsTheWholeLastDevice)
     EXPECT_EQ(16384U, length);
 }
 
-TEST_F(ReadThroughF0Hub, TellsASilentHubWithTheWholeChain)
+TEST_F(ReadThroughF0Hub, ReportsASilentHubWithTheWholeChain)
 {
     for (const auto& [text, nodes] : chains) {
         SCOPED_TRACE(text);
@@ -97,7 +97,7 @@ TEST_F(WriteThroughF0Hub, TakesTheDirectPath)
     }
 }
 
-TEST_F(WriteThroughF0Hub, TellsASilentHubWithTheWholeChain)
+TEST_F(WriteThroughF0Hub, ReportsASilentHubWithTheWholeChain)
 {
     for (const auto& [text, nodes] : chains) {
         SCOPED_TRACE(text);

@@ -22,7 +22,7 @@ struct KestSeepromHardwareRead : SeepromEngine {
                                           "flags 0xFFFB0001, busy wait 1000)\n"
                                           "mern_iic_config(h1, 2, 2, 0x190)\n"
                                           "mern_iic_config(h1, 2, 16, 0x2)\n";
-    /// A read that timed out, without the entry's end.
+    /// The lines of a read that timed out, up to what completes the entry.
     static std::string timedOut()
     {
         return openedLines + std::string("mern_iic_read(h1, 8)\n") +
@@ -69,7 +69,7 @@ mern_iic_close(h1)
               platform.layerCalls());
 }
 
-TEST_F(KestSeepromHardwareRead, EveryStepTellsEveryErrno) { everyStepTellsEveryErrno(); }
+TEST_F(KestSeepromHardwareRead, EveryStepReportsEveryErrno) { everyStepReportsEveryErrno(); }
 
 TEST_F(KestSeepromHardwareRead, LengthZeroIsTheWholeDevice)
 {
@@ -88,7 +88,7 @@ TEST_F(KestSeepromHardwareRead, LengthZeroIsTheWholeDevice)
     }
 }
 
-TEST_F(KestSeepromHardwareRead, LengthZeroCountsFromTheOffsetAllTheSame)
+TEST_F(KestSeepromHardwareRead, LengthZeroStillCountsFromTheOffset)
 {
     opened().seeks().reads(counting(4096)).closes();
     transfer("sim:planar,L,2C0032,A0", 4000, 0);
@@ -107,7 +107,7 @@ TEST_F(KestSeepromHardwareRead, PassesAShortReadOn)
     EXPECT_NE(std::string::npos, platform.traces().find("0x11, 0x8, 0x3, 0x0)"));
 }
 
-TEST_F(KestSeepromHardwareRead, ADeadlockNeverTellsMoreThanTheBufferHolds)
+TEST_F(KestSeepromHardwareRead, ADeadlockNeverReturnsMoreThanTheBufferHolds)
 {
     platform.healthy();
     platform.readHandler = [](std::uint8_t* /*bytes*/, unsigned /*size*/) {
@@ -121,7 +121,7 @@ TEST_F(KestSeepromHardwareRead, ADeadlockNeverTellsMoreThanTheBufferHolds)
     EXPECT_EQ(Bytes(8), bytesRead());
 }
 
-// --- the DMA option ---------------------------------------------------------------------------------------------------------------
+// --- the DMA option ---
 
 TEST_F(KestSeepromHardwareRead, EndsAsASuccessWhenTheDmaOptionIsRefused)
 {
@@ -135,13 +135,13 @@ TEST_F(KestSeepromHardwareRead, EndsAsASuccessWhenTheDmaOptionIsRefused)
             EXPECT_EQ(openedLines + std::string("mern_iic_close(h1)\n"), platform.calls());
             EXPECT_EQ("\n", platform.traces());
             EXPECT_EQ(nullptr, errl);
-            // the length asked for, and nothing filled in
+            // the length is that asked for, and no byte was filled in
             EXPECT_EQ(Bytes(8), bytesRead());
         }
     }
 }
 
-// --- one reset and retry ----------------------------------------------------------------------------------------------------------
+// --- one reset and retry ---
 
 TEST_F(KestSeepromHardwareRead, ATimeOutIsRescuedByAReset)
 {
@@ -157,7 +157,7 @@ TEST_F(KestSeepromHardwareRead, ATimeOutIsRescuedByAReset)
                   failureLines(1, failure({13, 0x130D, 0x1312, true, 8, 5, 8}, 62)) +
                   "mern_iic_config(h1, 1, 15, 4 bytes)\n"
                   "mern_iic_reset(h1, 1)\n"
-                  // the length asked for, not the five that came
+                  // the length is that asked for, not the five bytes that came
                   "mern_iic_read(h1, 8)\n"
                   "entry1.setSev(0x10)\n"
                   "entry1.commit(0x1300, 0x4000)\n"
@@ -183,7 +183,7 @@ TEST_F(KestSeepromHardwareRead, TheRetryNeitherSeeksNorConfigures)
     EXPECT_EQ(nullptr, errl);
 }
 
-TEST_F(KestSeepromHardwareRead, ARetryThatFailsIsToldInTheFirstEntry)
+TEST_F(KestSeepromHardwareRead, AFailedRetryIsReportedInTheFirstEntry)
 {
     opened().failsRead(62).capturesFfdc().configuresReading(word(3)).resets();
     platform.readsShort(counting(2), 61).capturesFfdc().configuresReading(word(3)).closes();
@@ -211,7 +211,7 @@ TEST_F(KestSeepromHardwareRead, ATimeOutOfTheRetryIsNotRetried)
               platform.entry(1).softwareErrors);
 }
 
-TEST_F(KestSeepromHardwareRead, AResetThatFailsIsToldInTheFirstEntry)
+TEST_F(KestSeepromHardwareRead, AFailedResetIsReportedInTheFirstEntry)
 {
     opened().failsRead(62).capturesFfdc().configuresReading(word(3)).failsReset(19).capturesFfdc().closes();
     readStart();
@@ -227,7 +227,7 @@ TEST_F(KestSeepromHardwareRead, AResetThatFailsIsToldInTheFirstEntry)
 TEST_F(KestSeepromHardwareRead, AResetThatFailsWithoutMemoryForItsEntryIsNoSuccess)
 {
     opened().failsRead(62).capturesFfdc().configuresReading(word(3)).failsReset(5).capturesFfdc().closes();
-    // the first is that of the failed read
+    // the entry of the failed read, the first one, still has memory
     platform.failEntryAllocation(2);
     readStart();
     EXPECT_NE(nullptr, errl);
@@ -235,7 +235,7 @@ TEST_F(KestSeepromHardwareRead, AResetThatFailsWithoutMemoryForItsEntryIsNoSucce
     EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_reset(h1, 1)\nmern_iic_read"));
 }
 
-TEST_F(KestSeepromHardwareRead, AFailureTellsTheLayersOwnCount)
+TEST_F(KestSeepromHardwareRead, AFailureReturnsTheLayersOwnCount)
 {
     for (const int errorNumber : {5, 6, 22}) {
         again();
@@ -250,7 +250,7 @@ TEST_F(KestSeepromHardwareRead, AFailureTellsTheLayersOwnCount)
     }
 }
 
-TEST_F(KestSeepromHardwareRead, AFailureThroughAHubTellsTheLayersOwnCount)
+TEST_F(KestSeepromHardwareRead, AFailureThroughAHubReturnsTheLayersOwnCount)
 {
     platform.healthy();
     platform.readHandler = [](std::uint8_t* bytes, unsigned size) {
@@ -265,7 +265,7 @@ TEST_F(KestSeepromHardwareRead, AFailureThroughAHubTellsTheLayersOwnCount)
 
 TEST_F(KestSeepromHardwareRead, TheSrcDecidesAboutTheRetryNotALaterErrno)
 {
-    // the status read times out, too, but the transfer itself did not
+    // the status read timed out, the transfer itself did not
     opened().failsRead(5).capturesFfdc().failsConfig(62).capturesFfdc().closes();
     readStart();
     EXPECT_EQ(std::string::npos, platform.layerCalls().find("mern_iic_reset"));
@@ -273,14 +273,14 @@ TEST_F(KestSeepromHardwareRead, TheSrcDecidesAboutTheRetryNotALaterErrno)
               platform.entry(1).softwareErrors);
 }
 
-// --- refusals, close, memory ------------------------------------------------------------------------------------------------------
+// --- refusals, close, memory ---
 
 TEST_F(KestSeepromHardwareRead, RefusesTextsNotUnderstood) { refusesTextsNotUnderstood(); }
 TEST_F(KestSeepromHardwareRead, FreesTheTextWithoutMemoryForTheEntry) { freesTheTextWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareRead, FreesTheChainWithoutMemoryForTheEntry) { freesTheChainWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareRead, RefusesInvalidChains) { refusesInvalidChains(); }
 TEST_F(KestSeepromHardwareRead, RefusesOtherDevices) { refusesOtherDevices(); }
-TEST_F(KestSeepromHardwareRead, CloseFailuresStayBehind) { closeFailuresStayBehind(); }
+TEST_F(KestSeepromHardwareRead, CloseFailuresAreNotReturned) { closeFailuresAreNotReturned(); }
 TEST_F(KestSeepromHardwareRead, DeadlockOfTheCloseIsCommittedByItself) { deadlockOfTheCloseIsCommittedByItself(); }
 TEST_F(KestSeepromHardwareRead, CloseFailuresTakeTheSite) { closeFailuresTakeTheSite(); }
 TEST_F(KestSeepromHardwareRead, UsesALocationThatFillsItsField) { usesALocationThatFillsItsField(); }
@@ -300,7 +300,7 @@ TEST_F(KestSeepromHardwareRead, WithoutMemoryTouchesNothing)
     EXPECT_EQ(nullptr, data);
     EXPECT_NE(std::string::npos, platform.traces().find("\" %s,%x\", \"kest_seepromHardwareRead\", 0x8)"));
     again();
-    // more than there is
+    // more than is available
     transfer("sim:planar,L,2C0256,A0", 0, 0xFFFFFFFF);
     EXPECT_EQ((Src{.module = 15, .reason = 0x132B, .word1 = 0xFFFFFFFF, .subsystem = 0x81}),
               platform.entry(1).srcs.at(0));
@@ -337,7 +337,7 @@ TEST_F(KestSeepromHardwareRead, WithoutMemoryForTheFlatChainTracesThat)
     EXPECT_EQ(2u, platform.lines(kindTrace).size());
 }
 
-// --- through a hub ----------------------------------------------------------------------------------------------------------------
+// --- through a hub ---
 
 TEST_F(KestSeepromHardwareRead, LeavesAHubsTransferToTheHubSupport)
 {
@@ -372,7 +372,7 @@ TEST_F(KestSeepromHardwareRead, MarksAFailureOfTheHubSupport)
     EXPECT_EQ(0, platform.openHandles());
 }
 
-TEST_F(KestSeepromHardwareRead, NeverAnswersMoreThanTheBufferHolds)
+TEST_F(KestSeepromHardwareRead, NeverReturnsMoreThanTheBufferHolds)
 {
     // a hub's read that succeeds only when it is repeated counts the status byte, too
     platform.healthy();
@@ -380,7 +380,7 @@ TEST_F(KestSeepromHardwareRead, NeverAnswersMoreThanTheBufferHolds)
     platform.reads(hex("00"));
     // the transfer
     platform.failsRead(61).capturesFfdc();
-    // its status: a stuck sub-bus; that of the sub-bus reset
+    // its status, a stuck sub-bus, and that of the sub-bus reset
     platform.reads(hex("04")).reads(hex("00"));
     platform.reads(counting(9)).reads(hex("00"));
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 8);

@@ -127,7 +127,7 @@ TEST_F(KestResetRetry, AResetThatFailsJoinsTheFirstFailureWithoutATransfer)
                       "delete entry2\n" +
                       softwareError(1, 0x80001328, 31, 1641),
                   platform.calls());
-        // beside the capture's and the closing one
+        // beside those of the capture and of the end
         EXPECT_EQ(1u, platform.lines(kindTrace).size() - 2);
         EXPECT_NE(std::string::npos, platform.traces().find(line("\" %%s,%%d\", \"kest_wobuResetRetry\", %d)", error)));
         EXPECT_NE(nullptr, entry);
@@ -145,7 +145,7 @@ TEST_F(KestResetRetry, AResetThatFailsWithoutMemoryForItsEntryRescuesNothing)
         EXPECT_EQ("\nmern_iic_reset(h1, 1)\nno memory for an entry\n" + capture() +
                       softwareError(1, 0x80001328, 31, 1641),
                   platform.log(kindLayer | kindEntry));
-        // the first failure's
+        // the entry of the first failure
         ASSERT_NE(nullptr, entry);
         EXPECT_EQ(8u, length);
         EXPECT_EQ(0, platform.commits());
@@ -194,13 +194,13 @@ delete entry1
     }
 }
 
-TEST_F(KestResetRetry, TellsTheCreatorOfTheSrcItTakesOver)
+TEST_F(KestResetRetry, AFailedWriteRetryKeepsTheFirstReturnCode)
 {
     platform.resets().failsWrite(5).capturesFfdc();
     retry(1);
     ASSERT_EQ(2u, platform.entry(1).srcs.size());
     EXPECT_EQ((Src{.module = 18, .reason = 0x1314, .word1 = 5, .subsystem = 0x55}), platform.entry(1).srcs[1]);
-    // that of the first failure
+    // from the first failure
     EXPECT_EQ(0x00001312u, platform.entry(1).returnCode);
 }
 

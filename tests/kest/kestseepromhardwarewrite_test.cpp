@@ -83,9 +83,9 @@ TEST_F(KestSeepromHardwareWrite, OfNothingIsPassedOn)
     }
 }
 
-TEST_F(KestSeepromHardwareWrite, EveryStepTellsEveryErrno) { everyStepTellsEveryErrno(); }
+TEST_F(KestSeepromHardwareWrite, EveryStepReportsEveryErrno) { everyStepReportsEveryErrno(); }
 
-TEST_F(KestSeepromHardwareWrite, TellsWhatTheLayerReportsWritten)
+TEST_F(KestSeepromHardwareWrite, ReturnsTheCountThatTheLayerReports)
 {
     opened().writesShort(3, 5).capturesFfdc().closes();
     writeStart();
@@ -105,7 +105,7 @@ TEST_F(KestSeepromHardwareWrite, ADeadlockCountsAsDone)
     EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps());
 }
 
-TEST_F(KestSeepromHardwareWrite, ADeadlockNeverTellsMoreThanWasAskedFor)
+TEST_F(KestSeepromHardwareWrite, ADeadlockNeverReturnsMoreThanWasAskedFor)
 {
     opened().writesShort(-1, 35).capturesFfdc().closes();
     writeStart();
@@ -114,7 +114,7 @@ TEST_F(KestSeepromHardwareWrite, ADeadlockNeverTellsMoreThanWasAskedFor)
     EXPECT_EQ(4u, length);
 }
 
-TEST_F(KestSeepromHardwareWrite, AFailureTellsTheLayersOwnCount)
+TEST_F(KestSeepromHardwareWrite, AFailureReturnsTheLayersOwnCount)
 {
     for (const int errorNumber : {5, 6, 22}) {
         again();
@@ -125,7 +125,7 @@ TEST_F(KestSeepromHardwareWrite, AFailureTellsTheLayersOwnCount)
     }
 }
 
-TEST_F(KestSeepromHardwareWrite, AFailureThroughAHubTellsTheLayersOwnCount)
+TEST_F(KestSeepromHardwareWrite, AFailureThroughAHubReturnsTheLayersOwnCount)
 {
     platform.healthy().reads(hex("00")).writesShort(-1, 5).capturesFfdc();
     transfer("sim:planar,L,922,80,3,2C0128,A2", 0, 4);
@@ -133,7 +133,7 @@ TEST_F(KestSeepromHardwareWrite, AFailureThroughAHubTellsTheLayersOwnCount)
     EXPECT_EQ(0xFFFFFFFFu, length);
 }
 
-// --- one reset and retry ----------------------------------------------------------------------------------------------------------
+// --- one reset and retry ---
 
 TEST_F(KestSeepromHardwareWrite, ATimeOutIsRescuedByAReset)
 {
@@ -150,7 +150,7 @@ TEST_F(KestSeepromHardwareWrite, ATimeOutIsRescuedByAReset)
     EXPECT_EQ(4u, length);
 }
 
-TEST_F(KestSeepromHardwareWrite, ARetryThatFailsIsToldInTheFirstEntry)
+TEST_F(KestSeepromHardwareWrite, AFailedRetryIsReportedInTheFirstEntry)
 {
     opened().writesShort(3, 62).capturesFfdc().resets().writesShort(1, 6).capturesFfdc().closes();
     writeStart();
@@ -164,7 +164,7 @@ TEST_F(KestSeepromHardwareWrite, ARetryThatFailsIsToldInTheFirstEntry)
     EXPECT_TRUE(platform.sleeps().empty());
 }
 
-TEST_F(KestSeepromHardwareWrite, AResetThatFailsIsToldInTheFirstEntry)
+TEST_F(KestSeepromHardwareWrite, AFailedResetIsReportedInTheFirstEntry)
 {
     opened().writesShort(3, 62).capturesFfdc().failsReset(62).capturesFfdc().closes();
     writeStart();
@@ -174,18 +174,18 @@ TEST_F(KestSeepromHardwareWrite, AResetThatFailsIsToldInTheFirstEntry)
                   "delete entry2\n" +
                   softwareError(1, 0x80001328, 31, 1641) + "mern_iic_close(h1)\n" + finishLines(0x00001314, 1435),
               platform.calls());
-    // what was asked for: it had been restored for the retry
+    // the length asked for, which was restored for the retry
     EXPECT_EQ(4u, length);
 }
 
-// --- refusals and close -----------------------------------------------------------------------------------------------------------
+// --- refusals and close ---
 
 TEST_F(KestSeepromHardwareWrite, RefusesTextsNotUnderstood) { refusesTextsNotUnderstood(); }
 TEST_F(KestSeepromHardwareWrite, FreesTheTextWithoutMemoryForTheEntry) { freesTheTextWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareWrite, FreesTheChainWithoutMemoryForTheEntry) { freesTheChainWithoutMemoryForTheEntry(); }
 TEST_F(KestSeepromHardwareWrite, RefusesInvalidChains) { refusesInvalidChains(); }
 TEST_F(KestSeepromHardwareWrite, RefusesOtherDevices) { refusesOtherDevices(); }
-TEST_F(KestSeepromHardwareWrite, CloseFailuresStayBehind) { closeFailuresStayBehind(); }
+TEST_F(KestSeepromHardwareWrite, CloseFailuresAreNotReturned) { closeFailuresAreNotReturned(); }
 TEST_F(KestSeepromHardwareWrite, DeadlockOfTheCloseIsCommittedByItself) { deadlockOfTheCloseIsCommittedByItself(); }
 TEST_F(KestSeepromHardwareWrite, CloseFailuresTakeTheSite) { closeFailuresTakeTheSite(); }
 TEST_F(KestSeepromHardwareWrite, UsesALocationThatFillsItsField) { usesALocationThatFillsItsField(); }
@@ -197,7 +197,7 @@ TEST_F(KestSeepromHardwareWrite, EveryCallThroughAHubMayFail)
     everyCallMayFail("sim:planar,L,922,80,3,2C0128,A2", 0);
 }
 
-// --- through a hub ----------------------------------------------------------------------------------------------------------------
+// --- through a hub ---
 
 TEST_F(KestSeepromHardwareWrite, LeavesAHubsTransferToTheHubSupport)
 {
@@ -213,7 +213,7 @@ TEST_F(KestSeepromHardwareWrite, LeavesAHubsTransferToTheHubSupport)
     EXPECT_EQ(calls.find("mern_iic_open"), calls.rfind("mern_iic_open"));
     EXPECT_EQ(calls.find("mern_iic_close"), calls.rfind("mern_iic_close"));
     EXPECT_EQ((std::vector<Bytes>{counting(4)}), platform.written());
-    // the hub support's own, and no second one
+    // made by the hub support, and no second one
     EXPECT_EQ(std::vector<unsigned>{15000}, platform.sleeps());
 }
 

@@ -65,7 +65,7 @@ TEST_F(Thermal, ReadingOfEveryBitPattern)
 
 TEST_F(Thermal, ReadingOfADeviceThatIsNoInputIsZeroAndValid)
 {
-    // the data port serves no such device and says nothing
+    // the data port does not serve such a device and returns no entry
     readSensor("/dev/i2c-1,L,D10,90");
     EXPECT_EQ(nullptr, entry);
     EXPECT_EQ("\n", platform.layerCalls());
@@ -106,7 +106,7 @@ TEST_F(Thermal, FailedReadIsMarkedInvalidAndHasNoCalloutOfItsOwn)
     EXPECT_EQ((Src{.module = 13, .reason = 0x1311, .word1 = 6, .word2 = 2, .subsystem = 0x55}), record.srcs[0]);
     EXPECT_EQ((Src{.module = 32, .reason = 0x1329, .word1 = 0, .word2 = 0xAA}), record.srcs[1]);
     EXPECT_EQ(0x80001329U, record.returnCode);
-    // the read's
+    // from the read
     EXPECT_EQ((std::vector<Callout>{{1, 4}}), record.callouts);
     const TraceRecord* own = nullptr;
     for (const TraceRecord& trace : platform.traceRecords()) {

@@ -20,13 +20,12 @@ namespace
 
 const kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
-/// One wrapper that works on an open handle, described from the outside. Each call moves or says what `layerLine`
-/// shows.
+/// A wrapper that works on an open handle, as its callers see it. `layerLine` is the layer call that it makes.
 struct Wrapper {
     const char* name;
     unsigned module;
     unsigned deadlockReason;
-    bool knowsAbsent; ///< ENXIO is told apart
+    bool knowsAbsent; ///< ENXIO has its own reason
     unsigned absentHash;
     unsigned otherReason;
     unsigned otherHash;
@@ -80,7 +79,7 @@ std::vector<Wrapper> wrappers()
     return all;
 }
 
-/// What one wrapper makes of one errno.
+/// The result of one errno in one wrapper.
 Failure failureOf(const Wrapper& wrapper, int error)
 {
     return failure({wrapper.module, wrapper.deadlockReason, wrapper.otherReason, wrapper.knowsAbsent, wrapper.special2,
@@ -103,7 +102,7 @@ constexpr char noFfdcTrace[] = "trace(0x3242D04A, \" %s\", \"kest_wobuFFDCExtrac
 
 using KestWobu = PlatformTest;
 
-TEST_F(KestWobu, EveryWrapperTellsEveryErrno)
+TEST_F(KestWobu, EveryWrapperReportsEveryErrno)
 {
     for (const Wrapper& wrapper : wrappers()) {
         for (int error = 0; error <= 133; ++error) {
@@ -216,7 +215,7 @@ TEST_F(KestWobu, AFfdcStepThatFailsSpeaksInTheSameEntry)
     EXPECT_EQ(0x0000130Fu, platform.entry(1).returnCode);
 }
 
-// --- lengths of transfers ---------------------------------------------------------------------------------------------------------
+// --- lengths of transfers ---
 
 TEST_F(KestWobu, AReadThatMovedAllLeavesTheLength)
 {
@@ -263,7 +262,7 @@ TEST_F(KestWobu, ShortTransfersOfEveryLengthAreFailures)
             }
             const std::unique_ptr<ErrlEntry> owner{entry};
             EXPECT_EQ(moved, length);
-            // the read tells the length asked for, the write tells the count twice
+            // the read reports the length asked for, the write the count twice
             EXPECT_EQ(
                 (write
                      ? Src{.module = 18,
@@ -322,7 +321,7 @@ TEST_F(KestWobu, SeekPassesLargePositionsOn)
     EXPECT_EQ(0x83A20010u, platform.entry(1).srcs.at(0).word2);
 }
 
-// --- detect state after a failed read ---------------------------------------------------------------------------------------------
+// --- detect state after a failed read ---
 
 struct KestWobuStatus : PlatformTest {
     mern_t handle = platform.openHandle();
@@ -436,7 +435,7 @@ TEST_F(KestWobuStatus, ThatEndsInADeadlockAddsNothing)
               platform.calls());
 }
 
-// --- open -------------------------------------------------------------------------------------------------------------------------
+// --- open ---
 
 struct KestWobuOpen : PlatformTest {
     mern_t handle{};
@@ -455,7 +454,7 @@ TEST_F(KestWobuOpen, PassesNodePathAndFlags)
     kest_wobuClose(handle, entry);
 }
 
-TEST_F(KestWobuOpen, TellsEveryErrno)
+TEST_F(KestWobuOpen, ReportsEveryErrno)
 {
     for (int error = 0; error <= 133; ++error) {
         SCOPED_TRACE(error);
@@ -557,7 +556,7 @@ TEST_F(KestWobuOpen, KnowsNoOtherNodeName)
     }
 }
 
-// --- configuration block ----------------------------------------------------------------------------------------------------------
+// --- configuration block ---
 
 TEST(KestIicConfigBlock, HasItsFieldsWhereTheLayerLooksForThem)
 {
@@ -614,7 +613,7 @@ TEST_F(KestWobu, BlockFollowsTheTypeOfASingleDevice)
     for (const auto& row : rows) {
         const kest_deviceAddress device{0xA2, row.type, 0, nullptr};
         EXPECT_EQ(row.block, blockOf(device, 256, true, defaults, 0)) << std::hex << row.type;
-        // transfer mode 2 sets no flag, and takes the mere block time
+        // transfer mode 2 sets no flag, and its time-out is the block time alone
         const kest_attributeValue plain[6] = {400, 1, 15, 1, 1, 2};
         std::string unflagged{row.block};
         for (const auto& [from, to] : {std::pair{"2512", "128"}, std::pair{"0001 1000", "0000 1000"}}) {

@@ -1,4 +1,4 @@
-/// The scripted platform does fail tests: each of its checks, and how its lines look.
+/// The checks of the scripted platform do fail tests, and its log lines look as they should.
 #include <gtest/gtest-spi.h>
 
 #include <cerrno>
@@ -24,7 +24,7 @@ protected:
     Platform& platform = Platform::instance();
 };
 
-// The failure macros take statements that see no local names.
+// The statements that the failure macros take cannot use local names.
 Platform& it() { return Platform::instance(); }
 mern_t handle;
 void* buffer;
@@ -39,7 +39,7 @@ TEST_F(ScriptedPlatform, FailsOnACallThatIsNotExpected)
     EXPECT_NONFATAL_FAILURE(mern_iic_open(MernNode(), "p", 2), "mern_iic_open(node -1, \"p\", 0x2)");
 }
 
-TEST_F(ScriptedPlatform, FailsOnAnAnswerLeftOver)
+TEST_F(ScriptedPlatform, FailsOnAScriptedAnswerLeftOver)
 {
     platform.seeks(2);
     EXPECT_NONFATAL_FAILURE(it().verify(), "2 scripted answer(s) of mern_iic_seek were not asked for");
@@ -49,7 +49,7 @@ TEST_F(ScriptedPlatform, FailsAtAResetOnWhatIsLeftAndForgetsIt)
 {
     platform.seeks(2);
     EXPECT_NONFATAL_FAILURE(it().reset(), "2 scripted answer(s) of mern_iic_seek were not asked for");
-    // nothing left to complain of
+    // nothing is left to report
     platform.reset();
     static_cast<void>(platform.makeBuffer(counting(3)));
     platform.forget();
@@ -121,12 +121,12 @@ TEST_F(ScriptedPlatform, FailsOnAnEntryThatIsNotDeleted)
 TEST_F(ScriptedPlatform, FailsOnTheWrongDeletionAndOnNone)
 {
 #ifdef KEST_ADDRESS_SANITIZER
-    GTEST_SKIP() << "the address sanitizer does it";
+    GTEST_SKIP() << "the address sanitizer checks this";
 #else
     void* const block = ::operator new(4, std::nothrow);
     EXPECT_EQ(1, platform.liveAllocations());
     EXPECT_NONFATAL_FAILURE(it().verify(), "blocks that the library allocated are not deleted");
-    // the compiler would see it
+    // otherwise the compiler would see it
     void (*volatile wrongly)(void*) = ::operator delete[];
     wrongly(block);
     EXPECT_NONFATAL_FAILURE(it().verify(), "delete[] of what came from new");
@@ -137,7 +137,7 @@ TEST_F(ScriptedPlatform, FailsOnTheWrongDeletionAndOnNone)
 TEST_F(ScriptedPlatform, FailsOnATraceWithoutTheFunctionsName)
 {
     EXPECT_NONFATAL_FAILURE(trace_wobu_write_all(kest::kest_trace, 1, "%d", 1, 0, 5), "no function's name");
-    EXPECT_NONFATAL_FAILURE(trace_wobu_write_all(nullptr, 1, " %s", 1, 0, "f"), "another buffer");
+    EXPECT_NONFATAL_FAILURE(trace_wobu_write_all(nullptr, 1, " %s", 1, 0, "f"), "a buffer other than");
 }
 
 TEST_F(ScriptedPlatform, FailsOnAReadOfAnotherLength)
@@ -155,7 +155,7 @@ TEST_F(ScriptedPlatform, FailsOnAnEntryThatWasNotMade)
     EXPECT_NONFATAL_FAILURE(it().entry(1), "no entry1: 0 were made");
 }
 
-TEST_F(ScriptedPlatform, AnswersWithErrno)
+TEST_F(ScriptedPlatform, ReturnsWithErrno)
 {
     handle = platform.openHandle();
     errno = 0;
@@ -198,7 +198,7 @@ TEST_F(ScriptedPlatform, CountsLocks)
     std::uint16_t lock[4] = {0, 0x80, 0, 0};
     mern_iic_config(open, 2, WOBU_IIC_LOCK, lock, 8);
     EXPECT_EQ(1, platform.heldLocks());
-    // the time-out says nothing about which lock it is
+    // the time-out does not belong to a lock's identity
     lock[2] = 1;
     mern_iic_config(open, 2, WOBU_IIC_UNLOCK, lock, 8);
     EXPECT_EQ(0, platform.heldLocks());

@@ -87,7 +87,7 @@ std::string SeepromEngine::openFailureLines(int error) const
     return lines + "entry1.addUsrDtls(\"sim:planar\", 0x1300, 1, 5)\n";
 }
 
-void SeepromEngine::everyStepTellsEveryErrno()
+void SeepromEngine::everyStepReportsEveryErrno()
 {
     const std::vector<Step> all = steps();
     for (std::size_t failing = 0; failing < all.size(); ++failing) {
@@ -211,7 +211,7 @@ void SeepromEngine::refusesOtherDevices()
     }
 }
 
-void SeepromEngine::closeFailuresStayBehind()
+void SeepromEngine::closeFailuresAreNotReturned()
 {
     const struct {
         int error;
@@ -327,13 +327,13 @@ void SeepromEngine::everyCallMayFail(const std::string& location, unsigned offse
                 };
                 StandardError quiet;
                 transfer(location, offset, 32);
-                const bool told = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
+                const bool reported = errl != nullptr || platform.commits() > 0 || !quiet.text().empty();
                 if (!platform.faultWasMet()) {
                     ASSERT_LT(5, failing);
-                    EXPECT_FALSE(told);
+                    EXPECT_FALSE(reported);
                     break;
                 }
-                EXPECT_TRUE(told) << platform.failedCall();
+                EXPECT_TRUE(reported) << platform.failedCall();
                 EXPECT_EQ(0, platform.openHandles() + platform.heldLocks()) << platform.failedCall();
                 release();
                 EXPECT_EQ(0, platform.liveBuffers() + platform.liveEntries()) << platform.failedCall();

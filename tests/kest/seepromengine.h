@@ -1,5 +1,4 @@
-/// What reading and writing SEEPROM hardware have in common: verbs for the tests, and the expectations that hold for
-/// both.
+/// What the tests of reading and of writing SEEPROM hardware share: verbs, and the expectations that hold for both.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +21,7 @@ using namespace kest;
 
 constexpr kest_attributeValue defaults[6] = {400, 1, 15, 1, 2, 1};
 
-/// A device address. A text that fills the field stands there without terminator.
+/// A device address. A text that fills the field has no terminator in it.
 tavo_deviceaddress deviceAt(const std::string& location, std::uint32_t number = 0);
 
 struct EngineFacts {
@@ -33,7 +32,7 @@ struct EngineFacts {
 constexpr EngineFacts readFacts{"kest_seepromHardwareRead", 15, 609, 633, 652, 670, 708, 744, 751, 770};
 constexpr EngineFacts writeFacts{"kest_seepromHardwareWrite", 17, 1327, 1348, 1367, 1385, 1400, 1435, 1441, 1470};
 
-/// One step of the transfer: the line it leaves, how it is scripted, and how its failure is told.
+/// One step of the transfer: its line in the log, its script, and how its failure is reported.
 struct Step {
     std::string line;
     std::function<void(Platform&)> succeeds;
@@ -56,10 +55,10 @@ protected:
     /// The steps of a transfer of 32 bytes at offset 256 of a 24C256.
     std::vector<Step> steps() const;
 
-    /// The transfer that steps() tells of.
+    /// The transfer whose steps are steps().
     void transferSteps() { transfer("sim:planar,L,2C0256,A0", 256, 32); }
 
-    /// What happens to an entry that is there at the end.
+    /// The lines that complete an entry at the end.
     std::string finishLines(std::uint32_t code, unsigned site, const char* chain = "0xA0/0x2C0256/0") const
     {
         return line("entry1.addUsrDtls(list %s, 0x1300, 1, 1)\n", chain) + softwareError(1, code, facts.module, site);
@@ -71,8 +70,8 @@ protected:
         return error == 19 ? 0x8000130B : error == 2 ? 0x40001311 : blamesSoftware(error) ? 0x8000130C : 0x0000130C;
     }
 
-    /// Each step failing with each errno. Time-outs of the transfer itself are left to the tests of the retry.
-    void everyStepTellsEveryErrno();
+    /// Each step fails with each errno. The tests of the retry cover time-outs of the transfer itself.
+    void everyStepReportsEveryErrno();
 
     void scriptSteps()
     {
@@ -95,22 +94,22 @@ protected:
 
     void refusesTextsNotUnderstood();
 
-    /// There is nobody to hand the text to.
+    /// Without an entry the text has no owner, and is freed.
     void freesTheTextWithoutMemoryForTheEntry();
 
-    /// The flat chain that was attached to its details is freed once.
+    /// The flat chain, which is attached to the error details, is freed once.
     void freesTheChainWithoutMemoryForTheEntry();
 
     void refusesInvalidChains();
 
     void refusesOtherDevices();
 
-    /// A failing close makes an entry of its own, which never comes to the caller.
-    void closeFailuresStayBehind();
+    /// A failing close makes an entry of its own, which is not returned to the caller.
+    void closeFailuresAreNotReturned();
 
     void deadlockOfTheCloseIsCommittedByItself();
 
-    /// Beside another failure, a failing close keeps its own entry and takes the site.
+    /// After another failure, a failing close keeps its own entry, and the site is that of the close.
     void closeFailuresTakeTheSite();
 
     /// A text without terminator is used to its last character, and no further.
@@ -118,10 +117,11 @@ protected:
 
     void tracesAFailedTransfer();
 
-    /// A large position is passed on as what it is.
+    /// A large position is passed on unchanged.
     void seeksFarPositions();
 
-    /// Every platform call failing once, and from then on: told or committed, and nothing stays out.
+    /// Every platform call fails, alone and with all later ones: each failure is reported or committed, and nothing
+    /// leaks.
     void everyCallMayFail(const std::string& location, unsigned offset);
 
     const bool reads;

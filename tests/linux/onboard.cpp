@@ -1,8 +1,8 @@
-/// Runs on an emulated board, on a real kernel: the IIC layer against chips and drivers that are not ours.
+/// Runs on an emulated board with a real kernel: the IIC layer with chips and drivers that other people wrote.
 ///
 /// onboard BUS MISSING STATE
 ///   BUS      number of the adapter, /dev/i2c-BUS
-///   MISSING  what this board's adapter makes of an address that nobody answers: ENXIO or ETIME
+///   MISSING  errno of this board's adapter for an address without a device: ENXIO or ETIME
 ///   STATE    detect state of such an address: 0 or 4
 ///
 /// 24C256 at 0xA0 (the layer's alone) and 0xA8 (also the kernel's at24 driver's), PCA9552 at 0xC0, TMP105 at 0x90 and
@@ -41,7 +41,7 @@ void check(const char* name, bool good, const std::string& why = "")
     (good ? passed : failed) += 1;
 }
 
-/// The bytes that the host looks for in the image afterwards.
+/// The bytes that the host expects in the image afterwards.
 bytes pattern(std::size_t length, unsigned int seed)
 {
     bytes data(length);
@@ -148,7 +148,7 @@ void checkEeprom(const std::string& bus)
     check("eeprom: reads back", chip.readAll(0xFE, 200) == data);
 }
 
-/// The layer and the kernel's own driver on one chip.
+/// The layer and the kernel's driver use one chip.
 void checkAgainstDriver(const std::string& bus, const std::string& number)
 {
     const std::string driver = "/sys/bus/i2c/devices/" + number + "-0054/eeprom";
@@ -185,7 +185,7 @@ void checkLedDriver(const std::string& bus)
           selectors.result == 5 && registers.readAll(0x16, 4) == bytes{0x11, 0x22, 0x33, 0x44}, selectors.text());
 }
 
-/// The layer's reading of one sensor against the kernel's driver's of its twin.
+/// Compares the layer's reading of one sensor with the kernel driver's reading of another of the same type.
 void checkSensor(const std::string& bus, const std::string& number)
 {
     const std::string folder = "/sys/bus/i2c/devices/" + number + "-0049/hwmon";

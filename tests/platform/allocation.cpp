@@ -1,5 +1,5 @@
-/// Counts and fails the library's allocations, which are by new (std::nothrow) and malloc(). Fresh blocks hold no
-/// zeros, and what is written behind a block's end is found when the block is released.
+/// Counts the library's allocations, which use new (std::nothrow) and malloc(), and makes them fail. Fresh blocks do
+/// not hold zeros. Bytes written beyond the end of a block are found when the block is released.
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -11,7 +11,7 @@
 
 #include "tests/platform/state.h"
 
-// The linker leads the calls of malloc() and free() in what it links to these; shared libraries keep their own.
+// The linker redirects calls of malloc() and free() to these functions; shared libraries call the real ones.
 extern "C" {
 void* __real_malloc(std::size_t bytes) noexcept; // NOLINT: the linker's names
 void __real_free(void* block) noexcept; // NOLINT
@@ -33,7 +33,7 @@ enum class Source {
 constexpr const char* releaseNames[] = {"delete", "delete[]", "free()"};
 constexpr const char* sourceNames[] = {"new", "new[]", "malloc()"};
 
-constexpr int fill = 0xA5; ///< of a fresh block, and of the bytes behind its end
+constexpr int fill = 0xA5; ///< of a fresh block, and of the bytes beyond its end
 constexpr std::size_t guardBytes = 16;
 
 struct Block {
@@ -160,7 +160,7 @@ void* __wrap_malloc(std::size_t bytes) noexcept
 void __wrap_free(void* block) noexcept { __real_free(block); }
 #else
 void __wrap_free(void* block) noexcept { scripted::release(block, scripted::Source::plain); }
-// In a static program the standard library's operator new would pass through __wrap_malloc(), too.
+// In a static program the standard library's operator new would also call __wrap_malloc().
 void* operator new(std::size_t bytes)
 {
     void* const block = __real_malloc(std::max<std::size_t>(bytes, 1));
@@ -170,7 +170,7 @@ void* operator new(std::size_t bytes)
     return block;
 }
 void* operator new[](std::size_t bytes) { return ::operator new(bytes); }
-// All of them take their memory from malloc(): so free() fits every block.
+// All of them take their memory from malloc(), so free() releases every block.
 void operator delete(void* block) noexcept { scripted::release(block, scripted::Source::single); }
 void operator delete(void* block, std::size_t) noexcept { scripted::release(block, scripted::Source::single); }
 void operator delete[](void* block) noexcept { scripted::release(block, scripted::Source::array); }

@@ -22,7 +22,7 @@ struct ErrlEntry::State {
 namespace
 {
 
-/// Logs what an entry is asked. `errno` is lost over it: nobody may rely on it across a call of the error log.
+/// Logs a call on an entry. It changes `errno`, which no caller may expect to keep across a call of the error log.
 void note(const ErrlEntry::State& entry, const std::string& call, unsigned kind = kindEntry)
 {
     Platform::Impl& platform = scripted::state();
@@ -68,13 +68,13 @@ void ErrlBase::operator delete(void* object) noexcept
         return;
     }
     if (found == platform.entryMemory.end() || !found->second) {
-        ADD_FAILURE() << "an entry was deleted twice, or never made";
+        ADD_FAILURE() << "an entry was deleted that was never made or was deleted before";
         return;
     }
     found->second = false;
 #ifdef KEST_ADDRESS_SANITIZER
     platform.entryMemory.erase(found);
-    // elsewhere the block is kept, so that a second deletion meets it
+    // without the address sanitizer the block is kept, so that a second deletion is noticed
     ::operator delete(object);
 #endif
 }

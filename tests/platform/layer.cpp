@@ -35,18 +35,19 @@ std::string nameOf(const mern_t& handle)
     return number != 0 ? "h" + std::to_string(number) : same ? "invalid handle" : "unknown handle";
 }
 
-/// What a layer call on a handle has in common. Answers nothing when `result` and `errno` are settled already.
+/// What all layer calls on a handle do first. @return the scripted answer; nothing when `result` and `errno` are
+/// already set
 std::optional<Answer> callOn(const mern_t& handle, Operation operation, const std::string& call, int& result)
 {
     Platform::Impl& platform = state();
     platform.write(kindLayer, call);
     const std::uint32_t number = numberOf(handle);
     const int failed =
-        // the layer never answers -1 for a transfer
+        // the layer never returns -1 for a transfer
         operation == opRead || operation == opWrite ? 0 : -1;
     result = failed;
     if (number == 0 || platform.handles[number].closed) {
-        ADD_FAILURE() << call << (number == 0 ? ": not a handle that was given out" : ": after its close");
+        ADD_FAILURE() << call << (number == 0 ? ": not a handle that was handed out" : ": after its close");
         errno = EBADF;
         return std::nullopt;
     }
@@ -71,7 +72,7 @@ Value valueOf(const Bytes& bytes)
     return value;
 }
 
-/// The block's fields; then each byte that belongs to none of them and is not 0.
+/// The block's fields, then each other byte that is not 0.
 std::string blockText(const mern_iic_block& block)
 {
     std::string out = "block: speed " + std::to_string(block.speedKhz);
@@ -139,7 +140,7 @@ void followLocks(Handle& handle, const ConfigCall& call, bool succeeded)
     if (call.item == WOBU_IIC_LOCK && succeeded) {
         handle.locks.push_back(key);
     } else if (call.item == WOBU_IIC_UNLOCK) {
-        // a failed unlock was asked for: the library can do no more
+        // a failed unlock counts as one: the library can do no more
         const auto held = std::ranges::find(handle.locks, key);
         if (held != handle.locks.end()) {
             handle.locks.erase(held);
@@ -192,7 +193,7 @@ int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* va
 {
     Platform::Impl& platform = state();
     const std::scoped_lock lock{platform.mutex};
-    // what is to be read may be unset yet
+    // an item that is read need not be set before
     const bool set = direction == MERN_CONFIG_SET && value != nullptr;
     const ConfigCall details{direction, item, set ? Bytes(bytesOf(value), bytesOf(value) + size) : Bytes(size)};
     platform.configs.push_back(details);
@@ -425,7 +426,7 @@ void* tavo_malloc(unsigned int size)
     if (platform.mallocFault.strikes() || platform.struck(kindMemory, call)) {
         return nullptr;
     }
-    // what no machine of this kind has: spare the test machine
+    // no machine of this kind has so much memory, and the test machine shall not be filled
     if (size > 0x10000000) {
         return nullptr;
     }
@@ -451,7 +452,7 @@ void tavo_util_free(void** buffer)
     }
     platform.write(kindMemory, "tavo_util_free(" + (*found)->name + ")");
     (*found)->live = false;
-    // a late reader shall notice
+    // a reader that is too late shall notice it
     std::fill_n((*found)->bytes.get(), (*found)->size, std::uint8_t{0xDD});
 #ifdef KEST_ADDRESS_SANITIZER
     (*found)->bytes.reset();
@@ -459,7 +460,7 @@ void tavo_util_free(void** buffer)
     *buffer = nullptr;
 }
 
-/// In place of the system's: no test waits.
+/// Replaces the system's function: no test waits.
 int usleep(useconds_t microseconds)
 {
     Platform::Impl& platform = state();

@@ -1,4 +1,4 @@
-/// How arguments look in the log.
+/// The text of arguments in the log.
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -114,7 +114,7 @@ void PrintTo(const Src& src, std::ostream* stream) { *stream << srcText(src); }
 
 std::string detailsText(const Bytes& data, std::uint8_t subsection)
 {
-    // as the library's address list has them
+    // in the order of the library's address list
     struct Node {
         std::uint8_t address;
         std::uint32_t type;

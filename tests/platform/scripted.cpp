@@ -76,7 +76,7 @@ Buffer& Platform::Impl::newBuffer(const std::string& family, std::size_t size, c
 
 Platform& Platform::instance()
 {
-    // never destroyed: exit handlers may still trace
+    // never destroyed: exit handlers may trace later
     static Platform* const platform = new Platform;
     return *platform;
 }
@@ -255,7 +255,7 @@ const std::vector<ConfigCall>& Platform::configs() const { return m_impl->config
 const std::vector<Bytes>& Platform::written() const { return m_impl->written; }
 const std::vector<unsigned>& Platform::sleeps() const { return m_impl->sleeps; }
 
-// --- what is out ---
+// --- what was not released ---
 
 int Platform::openHandles() const
 {
@@ -351,7 +351,7 @@ void Platform::forget()
     m_impl->bufferNumbers.clear();
     m_impl->entries.clear();
     for (auto block = m_impl->entryMemory.begin(); block != m_impl->entryMemory.end();) {
-        // still in use: whoever holds it may yet delete it
+        // still in use: its holder may delete it later
         if (block->second) {
             ++block;
         } else {

@@ -1,7 +1,7 @@
 /// The scripted platform: every function and class of the platform interface, for tests of the library.
 ///
-/// It keeps one ordered log of all that it is asked, answers from a script, and fails the test on what the script does
-/// not expect, on answers left over, and on whatever was given out and not released exactly once. README.md shows how a
+/// It keeps one ordered log of all calls and answers them from a script. A test fails on calls that the script does not
+/// expect, on answers left over, and on anything handed out that was not released exactly once. README.md shows how a
 /// test uses it.
 #pragma once
 
@@ -30,20 +30,20 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// "01 a0 ff" as bytes; blanks are skipped.
 Bytes hex(std::string_view digits);
-/// A text's bytes, without terminator.
+/// The bytes of a text, without terminator.
 Bytes text(std::string_view text);
 /// A word in host byte order, as the layer's 4-byte items hold it.
 Bytes word(std::uint32_t value);
 /// `count` bytes that count up from `first`.
 Bytes counting(std::size_t count, std::uint8_t first = 0);
 
-/// What a log line is about; views of the log select by it.
+/// The kind of a log line, by which views of the log are selected.
 enum Kind : unsigned {
     kindLayer = 1U << 0, ///< MernInitialize, mern_iic_*
     kindService = 1U << 1, ///< VPD service: reads, writes, location texts
     kindRegistry = 1U << 2,
     kindEntry = 1U << 3, ///< construction, changes, commits and deletion of entries
-    kindQuery = 1U << 4, ///< what only looks: getSRC, getRC, plid, creator, tavo_util_free of null
+    kindQuery = 1U << 4, ///< calls that change nothing: getSRC, getRC, plid, creator, tavo_util_free of null
     kindMemory = 1U << 5, ///< tavo_malloc, tavo_util_free
     kindMessage = 1U << 6, ///< NetcMessage::setData
     kindSleep = 1U << 7, ///< usleep
@@ -96,7 +96,7 @@ struct Commit {
     bool operator==(const Commit&) const = default;
 };
 
-/// All that an entry holds; kept after its commit and deletion.
+/// Everything in an entry; kept after its commit and deletion.
 struct EntryRecord {
     int number = 0; ///< entry1, entry2, ... in order of construction
     bool byPlatform = false;
@@ -114,17 +114,16 @@ struct EntryRecord {
     std::vector<Callout> fruCallouts;
     std::vector<CollectedTrace> traces;
     std::vector<Commit> commits;
-    unsigned wordCount = 8; ///< what SrciSrc::getHexData() answers as count
+    unsigned wordCount = 8; ///< the count that SrciSrc::getHexData() returns
 
     /// User details of one subsection, in order.
     std::vector<Bytes> details(std::uint8_t subsection) const;
-    /// The contents, a line for each: "SRC ...", "rc ...", "callout ...", "details ...", "software error ...", "FRU
-    /// ...", "commit ...". Begins with a newline, for comparison with a raw string.
+    /// The contents, one line each: "SRC ...", "rc ...", "callout ...", "details ...", "software error ...", "FRU ...",
+    /// "commit ...". Begins with a newline, for comparison with a raw string.
     std::string text() const;
 };
 
-/// An entry that the platform itself makes: for answers of the registry and the VPD service, or for a test to hand
-/// over.
+/// An entry that the platform itself makes, for answers of the registry and the VPD service, or for a test to pass on.
 struct EntryShape {
     std::uint32_t returnCode = 0x80004711;
     std::vector<Src> srcs = {{.module = 200, .reason = 0x4711, .word1 = 2, .component = 0x4700}};
@@ -149,20 +148,20 @@ struct ConfigCall {
     Bytes value = {}; ///< as it was at the call
 };
 
-/// The platform. One object; the fixture makes it fresh before and verifies it after each test.
+/// The platform. There is one object; the fixture resets it before each test and verifies it afterwards.
 class Platform
 {
 public:
     static Platform& instance();
 
-    // --- script: what the next calls answer; each line queues one answer for its operation ---------------------------------------
+    // --- script: results of the next calls; each line queues one answer for its operation ---
     Platform& opens();
-    Platform& failsOpen(int error); ///< MERN_INVALID, but for its sixth word
+    Platform& failsOpen(int error); ///< MERN_INVALID except for its sixth word
     Platform& configures(int times = 1);
     Platform& configuresReading(const Bytes& value); ///< copies `value` out, see word()
     Platform& failsConfig(int error, int result = -1);
     Platform& seeks(int times = 1);
-    Platform& failsSeek(int error, int result = -1); ///< a result of 0 or more is none, whatever errno says
+    Platform& failsSeek(int error, int result = -1); ///< a result of 0 or more is no failure, whatever errno is
     Platform& reads(const Bytes& data); ///< fails the test when another length is asked for
     Platform& readsShort(const Bytes& data, int error); ///< moves fewer bytes than asked
     Platform& failsRead(int error) { return readsShort({}, error); } ///< moves none
@@ -178,53 +177,54 @@ public:
     Platform& failsFfdcExtract(int error);
     Platform& unlocksFfdc();
     Platform& failsFfdcUnlock(int error, int result = -1);
-    /// What follows each failed call of an open handle: extraction (no data by default) and unlock, both successful.
+    /// The calls after each failed call of an open handle: extraction (of no data by default) and unlock, both
+    /// successful.
     Platform& capturesFfdc(const Bytes& data = {}) { return extractsFfdc(data).unlocksFfdc(); }
 
     Platform& registryAnswers(const Bytes& value); ///< copies at most the caller's size
     Platform& failsRegistry(const EntryShape& entry = {});
     Platform& readsCopy(const Bytes& data); ///< empty: there is no copy, length 0 and null
-    Platform& readsEmptyCopy(); ///< length 0 all the same, but a buffer that is to be freed
-    /// @param length  what `*length` becomes; nothing leaves it alone
+    Platform& readsEmptyCopy(); ///< length 0, but with a buffer that must be freed
+    /// @param length  what `*length` becomes; without a value it is left unchanged
     Platform& failsCopyRead(const EntryShape& entry = {}, std::optional<unsigned> length = {});
     Platform& writesCopy();
     Platform& failsCopyWrite(const EntryShape& entry = {}, std::optional<unsigned> length = {});
     Platform& answersLocation(const std::string& location);
     Platform& failsLocation(const EntryShape& entry = {});
 
-    // --- behaviour without a script ------------------------------------------------------------------------------------------------
+    // --- behaviour without a script ---
     /// From now on a call without a scripted answer succeeds: reads give the bytes of readHandler (else 0x5A), item 15
     /// gives 3, other items 0, no first-failure data, registry "HWareMode", no persisted copies, location "healthy".
     /// Scripted answers still come first.
     Platform& healthy();
-    /// Fills the buffer of each unscripted read; answers the bytes moved (all of `size` for success; fewer: sets errno
-    /// itself).
+    /// Fills the buffer of each unscripted read and returns the bytes moved: all of `size` for success, or fewer after
+    /// it has set errno.
     std::function<int(std::uint8_t* buffer, unsigned size)> readHandler;
-    /// Sees each unscripted write; answers the bytes moved.
+    /// Receives each unscripted write and returns the bytes moved.
     std::function<int(const std::uint8_t* data, unsigned size)> writeHandler;
-    /// What extraction answers without a script.
+    /// The result of extraction without a script.
     Bytes healthyFfdc;
 
-    /// Lets the n-th layer call from now (1: the next) fail with `error`, whatever the script says; `persistent`: and
-    /// each one after it. Calls of other kinds are counted, too, when `kinds` says so: service and registry calls then
-    /// answer an entry, tavo_malloc null.
+    /// Makes the n-th layer call from now (1: the next) fail with `error`, whatever the script has; with `persistent`,
+    /// also each one after it. `kinds` can name other calls that count, too: service and registry calls then return an
+    /// entry, tavo_malloc null.
     Platform& failCall(int n, int error, bool persistent = false, unsigned kinds = kindLayer);
     bool faultWasMet() const;
     const std::string& failedCall() const; ///< log line of the (first) call that was made to fail
 
-    Platform& failMalloc(int n = 1); ///< the n-th tavo_malloc() from now answers null
-    Platform& failEntryAllocation(int n = 1); ///< the n-th operator new of an entry from now answers null
-    Platform& failAllocation(int n = 1); ///< the n-th new (std::nothrow) or malloc() from now answers null
+    Platform& failMalloc(int n = 1); ///< the n-th tavo_malloc() from now returns null
+    Platform& failEntryAllocation(int n = 1); ///< the n-th operator new of an entry from now returns null
+    Platform& failAllocation(int n = 1); ///< the n-th new (std::nothrow) or malloc() from now returns null
 
-    // --- what a test makes itself, unlogged ---------------------------------------------------------------------------------------
+    // --- what a test makes itself, unlogged ---
     mern_t openHandle(); ///< an open device that need not be closed
     ErrlEntry* makeEntry(const EntryShape& entry = {});
-    void* makeBuffer(const Bytes& data); ///< as the VPD service gives them: to be released with tavo_util_free()
+    void* makeBuffer(const Bytes& data); ///< like those of the VPD service: release it with tavo_util_free()
 
-    // --- the log --------------------------------------------------------------------------------------------------------------------
-    // As text: a newline, then each line with its newline; so that it compares with a raw string. Empty: "\n".
+    // --- the log ---
+    // As text: a newline, then each line with its newline, for comparison with a raw string. An empty log is "\n".
     std::string log(unsigned kinds = kindAll) const;
-    std::string calls() const { return log(kindAll & ~(kindTrace | kindScope | kindQuery)); } ///< all that acts
+    std::string calls() const { return log(kindAll & ~(kindTrace | kindScope | kindQuery)); } ///< all calls that act
     std::string layerCalls() const { return log(kindLayer); }
     std::string traces() const { return log(kindTrace); } ///< without entry and exit
     std::string events() const { return log(kindAll & ~(kindScope | kindQuery)); } ///< calls and traces
@@ -241,31 +241,31 @@ public:
     const std::vector<Bytes>& written() const; ///< data of each mern_iic_write()
     const std::vector<unsigned>& sleeps() const; ///< microseconds
 
-    // --- entries ---------------------------------------------------------------------------------------------------------------------
+    // --- entries ---
     int entryCount() const;
     const EntryRecord&
-    entry(int number) const; ///< 1 is the first; an unknown number fails the test and answers an empty record
+    entry(int number) const; ///< 1 is the first; an unknown number fails the test and gives an empty record
     const EntryRecord& entry(const ErrlEntry* entry) const;
     int commits() const; ///< of all entries
 
-    // --- what is out -------------------------------------------------------------------------------------------------------------------
-    int openHandles() const; ///< opened by the library and not asked to close
-    int heldLocks() const; ///< locked, and neither asked to unlock nor closed
-    int liveBuffers() const; ///< given out and not freed, first-failure data included
+    // --- what was not released ---
+    int openHandles() const; ///< opened by the library and not closed
+    int heldLocks() const; ///< locked, and neither unlocked nor closed
+    int liveBuffers() const; ///< handed out and not freed, first-failure data included
     int liveFfdc() const;
     int liveEntries() const;
     /// Blocks of new (std::nothrow) and malloc() that are not released. Counted without the address sanitizer, which
     /// finds leaks itself; with it, 0.
     int liveAllocations() const;
 
-    /// Deliberate: `count` buffers of first-failure data stay unreleased; fewer or more fail the test.
+    /// The test expects `count` buffers of first-failure data that are not released; fewer or more fail it.
     Platform& expectUnreleasedFfdc(int count = 1);
 
-    /// Fails the test on scripted answers left over and on whatever was not released; says which.
+    /// Fails the test on scripted answers left over and on anything not released, and names it.
     void verify();
-    /// A fresh platform within a test, between the rounds of a loop: verifies what was, then forgets it.
+    /// Verifies the platform, then forgets everything: for the rounds of a loop within a test.
     void reset();
-    /// Forgets everything, unverified, and releases what is still out.
+    /// Forgets everything without verification, and releases what was not released.
     void forget();
 
     struct Impl;
@@ -276,7 +276,7 @@ private:
     Impl* m_impl;
 };
 
-/// Fixture: a fresh platform before, the verification after each test, also after the members of a derived fixture are
+/// Fixture: resets the platform before each test and verifies it afterwards, when the members of derived fixtures are
 /// gone.
 class PlatformTest : public ::testing::Test
 {
@@ -297,7 +297,7 @@ public:
     bool setData(const char* data, unsigned int size) override;
 
     Bytes payload;
-    bool refusesData = false; ///< setData() answers false, as without memory
+    bool refusesData = false; ///< setData() returns false, as without memory
 
 private:
     std::string m_name;

@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "tests/platform/scripted.h"
-#include "tests/sanitizers.h" // the address one brings its own allocation functions, and finds leaks and wrong releases itself
+#include "tests/sanitizers.h"
 
 namespace scripted
 {
@@ -30,7 +30,7 @@ enum Operation : std::size_t {
     opCount
 };
 
-/// One scripted answer. `result` is the operation's own; nothing means all that was asked for.
+/// One scripted answer. `result` is the operation's result; without a value, all that was asked for.
 struct Answer {
     std::optional<int> result;
     std::optional<int> error;
@@ -97,9 +97,10 @@ struct Platform::Impl {
     int expectedFfdc = 0;
 
     void write(unsigned kind, const std::string& text, int sourceLine = 0);
-    /// Takes the operation's next answer; without one, and not in the healthy state, fails the test.
+    /// Takes the operation's next answer. Fails the test when there is none and the platform is not in the healthy
+    /// state.
     std::optional<Answer> next(Operation operation, const std::string& call);
-    /// Whether the call is to fail now: `errno` is to be what is answered.
+    /// The errno with which the call is to fail now; nothing when it is not.
     std::optional<int> struck(unsigned kind, const std::string& call);
     Buffer& newBuffer(const std::string& family, std::size_t size, const std::uint8_t* data);
     ErrlEntry* entryOf(const EntryShape& wanted);
@@ -108,7 +109,7 @@ struct Platform::Impl {
 /// The state, also during static initialisation and after main.
 inline Platform::Impl& state() { return Platform::instance().impl(); }
 
-/// A value no test expects: what is read from `errno` too late shows as this.
+/// A value that no test expects. Code that reads `errno` too late gets it.
 constexpr int staleErrno = 4000;
 
 std::string hexText(std::uint32_t value); ///< 0x1F
@@ -123,8 +124,8 @@ std::string detailsText(const Bytes& data, std::uint8_t subsection);
 int trackedAllocations();
 void forgetAllocations();
 void failAllocation(int n);
-/// Errors found so far when blocks were released (array new released by delete, bytes written beyond the
-/// end, ...); empties the list.
+/// Errors that were found when blocks were released: array new released by delete, bytes written beyond the end, and
+/// such. Empties the list.
 std::vector<std::string> allocationErrors();
 
 } // namespace scripted

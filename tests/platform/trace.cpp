@@ -9,8 +9,8 @@
 using namespace scripted;
 
 extern "C" {
-// The linker gives the library's and the tests' calls of the ABI function to the first, and that of the first to the
-// ABI's.
+// The linker directs the library's and the tests' calls of the ABI function to the first name, and calls of the second
+// name to the ABI's own.
 int __wrap___cxa_atexit(void (*function)(void*), void* argument, void* library) noexcept; // NOLINT: the linker's name
 int __real___cxa_atexit(void (*function)(void*), void* argument, void* library) noexcept; // NOLINT: the linker's name
 }
@@ -28,11 +28,12 @@ namespace
 
 constexpr std::uint32_t entryHash = 0xCAC3D793, exitHash = 0xCDED1A85; ///< of the messages "entry" and "exit"
 
-/// A buffer was just made: the next exit handler, if it takes no argument (as an object's destructor does), belongs to
-/// it.
+/// A buffer was just made. The next exit handler belongs to it, unless it takes an argument like the destructor of an
+/// object.
 constinit bool bufferIsNew = false;
 
-/// One conversion's argument as text. `at` stands behind the '%' and is moved behind the conversion.
+/// The argument of one conversion, as text. `at` is the position after the '%', and is moved to the end of the
+/// conversion.
 std::string argumentText(const char*& at, std::va_list& arguments)
 {
     while (*at != '\0' &&
@@ -90,7 +91,7 @@ Value headerField(const Bytes& header, std::size_t at)
 
 int trace_wobu_init_buffer(trace_wobu_descriptor* descriptor, const char* name, unsigned int size)
 {
-    // as the platform: never destroyed
+    // never destroyed, like the platform
     static auto* const buffers = new std::map<std::string, trace_wobu_buffer>;
     *descriptor = &buffers->try_emplace(name, trace_wobu_buffer{name}).first->second;
     state().write(kindBuffer, "trace_wobu_init_buffer(" + quoted(name) + ", " + std::to_string(size) + ")");
@@ -138,7 +139,7 @@ void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, 
     }
     call += ")";
     EXPECT_TRUE(descriptor != nullptr && descriptor->name == "kest")
-        << call << ": into another buffer than the library's";
+        << call << ": into a buffer other than the library's";
     EXPECT_TRUE(record.format.starts_with(" %s") && record.arguments.front() != "null")
         << call << ": no function's name";
     EXPECT_EQ(0, type) << call;
@@ -174,7 +175,7 @@ void trace_wobu_write2(trace_wobu_descriptor descriptor, int type, unsigned int 
     }
     call += ", " + bytesText(record.data.data(), record.data.size()) + ")";
     EXPECT_TRUE(descriptor != nullptr && descriptor->name == "kest")
-        << call << ": into another buffer than the library's";
+        << call << ": into a buffer other than the library's";
     EXPECT_EQ(0, type) << call;
     EXPECT_EQ(dataSize, record.data.size()) << call << ": data without a pointer";
     platform.write(kindTrace, call, record.line);

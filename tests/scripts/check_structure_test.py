@@ -72,7 +72,7 @@ class CheckStructure(unittest.TestCase):
         self.assert_refused("a circle of 3 units: sim/bus, sim/chip, sim/fault", files)
         self.assert_refused('    sim/fault.cpp includes "sim/bus.h"', files)
 
-    def test_tells_two_circles_apart(self):
+    def test_reports_two_circles(self):
         self.assert_refused("a circle of 2 units: sim/c, sim/d\n",
                             {"sim/a.h": ["sim/b.h"], "sim/b.h": ["sim/a.h", "sim/c.h"], "sim/c.h": ["sim/d.h"], "sim/d.h": ["sim/c.h"]})
 
@@ -82,7 +82,7 @@ class CheckStructure(unittest.TestCase):
     def test_ignores_includes_in_comments(self):
         self.assert_accepted({"base/text.h": ['base/text.h"\n// #include "sim/machine.h'], "sim/machine.h": []})
 
-    def test_looks_at_angle_brackets_too(self):
+    def test_reads_angle_brackets_too(self):
         code, printed = check({"base/text.h": ['base/text.h"\n#include <sim/machine.h>\n#include "base/text.h'], "sim/machine.h": []})
         self.assertEqual(1, code, printed)
         self.assertIn('base/text.h includes "sim/machine.h"', printed)

@@ -33,7 +33,7 @@ protected:
         EXPECT_EQ(0U, codeOf(KEST_dpRead(text.c_str(), mask, &value, nullptr, 0)));
         return value;
     }
-    /// Registers as the chip has them, read over the bus without the library.
+    /// Registers of the chip, read over the bus without the library.
     [[nodiscard]] Bytes registersAt(std::uint8_t chipAddress, std::uint8_t first, std::size_t count) const
     {
         Bytes pointer{first};
@@ -50,7 +50,7 @@ protected:
     const std::string expander16 = "sim:planar,L,9555,40";
 };
 
-/// Selectors of sixteen pins, two bits each, as a list; worked out pin by pin.
+/// Selectors of sixteen pins, two bits each, computed pin by pin.
 struct SelectorModel {
     std::array<unsigned, 16> pins{};
 
@@ -174,7 +174,7 @@ TEST_F(DataPort, MissingChipFailsAndLeavesNoLock)
 
 constexpr int changesEach = 60;
 
-/// Switches two pins of its own on and off, and leaves pin 2n on, 2n+1 off. @return failures met
+/// Switches its own two pins on and off; at the end pin 2n is on and pin 2n+1 off. @return how many calls failed
 int blinkOwnPins(unsigned worker)
 {
     const std::string text = "sim:planar,L,9552,C0";

@@ -152,16 +152,15 @@ TEST_F(HubTransfer, StatusAtEachPageOfALongWriteIsRecoveredOrReported)
     }
 }
 
-/// Writes of ten pages to a hub that falls silent in the middle of them, each other data.
+/// Writes of ten pages to a hub that falls silent during them; the data differ each time.
 class SilentInAWrite : public LibraryMachine
 {
 protected:
     struct Result {
         Ending written;
-        std::size_t pages; ///< that reached the device
+        std::size_t pages; ///< pages that reached the device
     };
-    /// @param nth  the transaction that is the first not to be answered: a page, or one that asks whether the hub is
-    /// ready again
+    /// @param nth  the first transaction that is not acknowledged: a page, or a probe whether the hub is ready again
     Result silentFrom(std::uint64_t nth)
     {
         const Bytes before = part(image(file), 0, length);
@@ -187,7 +186,7 @@ protected:
     /// The first transaction after a page, counted from 1.
     std::uint64_t after(std::size_t page)
     {
-        // a page takes the hub a few milliseconds, a question some 20 us
+        // a page takes the hub a few milliseconds, a probe some 20 us
         std::uint64_t low = 1, high = page * 1000;
         while (high - low > 1) {
             const std::uint64_t middle = (low + high) / 2;
@@ -206,12 +205,12 @@ TEST_F(SilentInAWrite, IsReportedAtEachPageAndAfterIt)
     for (std::size_t page = 1; page <= 10; ++page) {
         SCOPED_TRACE(page);
         const std::uint64_t next = after(page);
-        // the hub is waited for, in vain
+        // the wait for the hub is in vain
         const Result asked = silentFrom(next);
         EXPECT_EQ(page, asked.pages);
         EXPECT_EQ(0x00001314U, asked.written.returnCode);
         EXPECT_EQ(62U, asked.written.word4);
-        // The page itself. Silence after a page before looks like that one's write cycle.
+        // The page itself. Silence after an earlier page looks like the write cycle of that page.
         const Result sent = silentFrom(next - 1);
         EXPECT_EQ(page - 1, sent.pages);
         EXPECT_EQ(page == 1 ? 0x40001311U : 0x00001314U, sent.written.returnCode);
@@ -231,7 +230,7 @@ TEST_F(HubTransfer, FirstByteThatIsNoStatusFailsTheRead)
             machine->clearFaults();
             EXPECT_EQ(0x00001312U, got.returnCode) << first;
             EXPECT_EQ(61U, got.word4);
-            // what was asked of the hub: the status counts, too
+            // what was asked of the hub, status byte included
             EXPECT_EQ(length + 1, got.length);
             EXPECT_EQ(Bytes{}, got.data);
             EXPECT_TRUE(unlocked(0x80));
@@ -331,12 +330,12 @@ TEST_F(HubTransfer, ProcessesOnTwoHubsMixNothing)
     }
 }
 
-/// What happened to the user of one hub while the other one on the same expander was reset.
+/// What the user of one hub met while the other hub on the same expander was reset.
 struct Neighbour {
     std::atomic<bool> enough;
     std::atomic<int> good, failed, wrong;
 
-    /// Writes, reads back, and judges each byte by what it can be: a write that failed leaves old and new ones.
+    /// Writes, reads back, and checks that each byte has a possible value: a failed write leaves old and new bytes.
     void work(const std::string& text, Ending (*readIt)(const std::string&, unsigned int, unsigned int),
               Ending (*writeIt)(const std::string&, unsigned int, const Bytes&), Bytes before)
     {
@@ -359,7 +358,7 @@ struct Neighbour {
     }
 };
 
-// a busy machine can be slow, too
+// a busy machine can also be the reason
 constexpr auto patience = std::chrono::seconds(200);
 
 TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
@@ -398,7 +397,7 @@ TEST_F(HubTransfer, ResetOfAHubFailsItsNeighboursTransfersOrLetsThemBe)
     EXPECT_LE(enough, resets);
     EXPECT_LE(enough, other->failed) << "transfers that a reset struck";
     EXPECT_LE(5 * enough, other->good);
-    EXPECT_EQ(0, other->wrong) << "reads that were good and gave what nobody wrote";
+    EXPECT_EQ(0, other->wrong) << "successful reads with bytes that were never written";
     for (const auto hub : {std::uint16_t{0x80}, std::uint16_t{0x88}}) {
         EXPECT_TRUE(unlocked(hub));
     }
@@ -419,7 +418,7 @@ protected:
         EXPECT_NE(all.end(), busy);
         return busy != all.end() && busy->value == 1;
     }
-    /// Starts a writer, lets the bus time pass, and kills it.
+    /// Starts a writer and kills it after so much bus time.
     void killAfter(std::uint64_t busTimeNs)
     {
         const std::uint64_t from = wires->busTimeNs();
@@ -443,7 +442,7 @@ protected:
 
 TEST_F(KilledWriter, CausesNoResetOfABusyHub)
 {
-    // Where the writer is struck is up to chance; most of its time the hub is busy.
+    // Chance decides where the writer is killed; most of the time the hub is busy.
     int busyRounds = 0;
     const auto latest = std::chrono::steady_clock::now() + patience;
     for (unsigned int round = 1; busyRounds < 5 && std::chrono::steady_clock::now() < latest; ++round) {

@@ -1,4 +1,4 @@
-/// A time for those who wait for locks that passes in their pauses alone.
+/// A clock for waits for locks, which only their pauses move.
 #pragma once
 
 #include <chrono>
@@ -28,7 +28,7 @@ public:
     }
 
     int pauses = 0;
-    std::function<void(int)> inPause; ///< told how many there have been
+    std::function<void(int)> inPause; ///< called in each pause with the number of pauses so far
 
 private:
     std::chrono::nanoseconds m_now{1};

@@ -89,7 +89,7 @@ TEST_F(IicConfig, SpeedOfItemTwoOutlastsLaterBlocks)
     OpenDevice device("sim:planar");
     EXPECT_EQ(0U, device.number(2));
     device.set({.speedKhz = 400, .address = 0xA0});
-    // the block's, until item 2 is set
+    // the block's value, until item 2 is set
     EXPECT_EQ(400U, device.number(2));
     EXPECT_EQ((Answer{0, 0}), device.setNumber(2, 100));
     device.set({.speedKhz = 400, .address = 0xA0});
@@ -97,7 +97,7 @@ TEST_F(IicConfig, SpeedOfItemTwoOutlastsLaterBlocks)
     for (const std::uint32_t any : {0U, 1U, 123456U, 0xFFFFFFFFU}) {
         EXPECT_EQ((Answer{0, 0}), device.setNumber(2, any));
         EXPECT_EQ(any, device.number(2));
-        // accepted on every bus, and never in the way
+        // accepted on every bus, and without effect
         device.readAll(1);
     }
 }
@@ -177,7 +177,7 @@ TEST_F(IicConfig, DetectStates)
 TEST_F(IicConfig, DetectionWaitsForABusyChipAsLongAsByteFortyAndFiftyMillisecondsAllow)
 {
     OpenDevice device("sim:planar@A0");
-    // with nobody waiting for the end of its cycle
+    // without a wait for the end of its cycle
     const auto writesOnePage = [this] {
         Bytes page{0, 0, 0x55};
         sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};

@@ -15,10 +15,10 @@ struct Operation {
     std::function<void(OpenDevice&)> prepare; ///< block and position
     std::function<Answer(OpenDevice&, Bytes&)> run;
     Bytes data; ///< to write, or what a read must deliver
-    const char* image; ///< that it writes; empty: none
+    const char* image; ///< the image that it writes; empty: none
     std::size_t offset;
     std::size_t page;
-    int least; ///< transactions that a fault can strike, at least
+    int least; ///< the least number of transactions that a fault can strike
     std::uint64_t written; ///< bytes of its longest message
     std::uint64_t read; ///< bytes that a read can fail at
 
@@ -31,7 +31,7 @@ struct FaultRow {
     const char* kind;
     bool lasts;
     std::vector<std::uint64_t> bytes; ///< at which it strikes
-    int first; ///< errno when it strikes in the first transaction; 0: the layer gets over it
+    int first; ///< errno when it strikes in the first transaction; 0: the layer recovers
     int later; ///< when it strikes after a page has been sent
     [[nodiscard]] bool silence() const { return first == ENXIO; }
     /// Whether the fault can strike at all: at an address, or at a byte that a transaction of the operation has.
@@ -66,7 +66,7 @@ const FaultRow faultRows[] = {
 class IicFaults : public IicMachine
 {
 protected:
-    // short write cycles: few questions between two pages
+    // short write cycles: few probes between two pages
     IicFaults() : IicMachine(0.15) {}
 
     // of a long read through a hub, with its status
@@ -76,12 +76,12 @@ protected:
     static Answer writeFrom(OpenDevice& device, Bytes& data) { return device.write(data); }
     static void use(OpenDevice& device, Block settings, long position)
     {
-        // a target that never acknowledges is given up soon
+        // the layer soon gives up a target that never acknowledges
         settings.busyWaitMs = 4;
         ASSERT_EQ((Answer{0, 0}), device.set(settings));
         ASSERT_EQ((Answer{0, 0}), device.seek(position));
     }
-    // a hub passes them on sooner, and is asked less often
+    // a hub passes them on sooner, and is probed less often
     static Block inShortPages()
     {
         Block settings = hub128();
@@ -116,8 +116,8 @@ protected:
     }
 
     /// The image holds what was acknowledged: the pages that count as moved. A page whose write cycle is not known to
-    /// have ended does not count, but it is there: the one after which the device fell silent, and the last one when
-    /// the question after it failed.
+    /// have ended does not count, although it is stored: the page after which the device fell silent, and the last page
+    /// when the probe after it failed.
     void imageHoldsWhatWasAcknowledged(const Operation& what, const Bytes& before, const Answer& result,
                                        bool fellSilent) const
     {
@@ -138,7 +138,7 @@ protected:
         }
     }
 
-    /// Bytes that a read delivers when the fault ends it.
+    /// The bytes that a read delivers when the fault ends it.
     static std::size_t deliveredBytes(const Operation& what, std::uint64_t nth, std::uint64_t byte)
     {
         const bool direct = std::string(what.name) == "read";
@@ -156,7 +156,7 @@ protected:
         Bytes data = what.reads() ? Bytes(what.data.size(), 0x5A) : what.data;
         const Answer result = what.run(device, data);
         const bool struck = machine->faults().front().struck != 0;
-        // only a write leaves a chip busy that may be silent then
+        // only after a write may a chip be busy, and silent
         const bool begun = what.writes() && nth > 1;
         const int error = !struck ? 0 : begun ? row.later : row.first;
         EXPECT_EQ(error, result.error);
@@ -172,7 +172,7 @@ protected:
             EXPECT_EQ(static_cast<int>(moved), result.result);
             EXPECT_EQ(part(what.data, 0, moved), part(data, 0, moved));
         }
-        // the handle stays usable, and the same call again does the same in the same place
+        // the handle is still usable: the same call again does the same at the same position
         if (error != 0) {
             EXPECT_EQ((Answer{0, 0}), device.reset());
             settle();
@@ -187,7 +187,8 @@ protected:
         return struck;
     }
 
-    /// A page of a write. A chip with pages of 64 bytes stores it from its start on, going on at the page's beginning.
+    /// A page of a write. A chip with pages of 64 bytes stores it from its start, and wraps to the beginning of the
+    /// page.
     struct SentPage {
         std::size_t start;
         Bytes data;
@@ -217,7 +218,7 @@ protected:
         EXPECT_EQ((Bytes{0}), device.readAll(1));
         device.set(afterwards);
     }
-    /// The next fault changes the lowest bit of a byte, which neither chip nor layer can see.
+    /// The next fault changes the lowest bit of a byte. Neither chip nor layer can detect this.
     void corruptOnce(const char* way, std::uint64_t nth, std::uint64_t byte)
     {
         machine->clearFaults();
@@ -278,12 +279,12 @@ TEST_F(IicFaults, CorruptedByteOfAReadIsNotSeen)
         EXPECT_EQ(expected, device.readAll(300)) << each.way << each.byte;
         EXPECT_EQ(1U, struck());
         EXPECT_EQ("", device.firstFailure());
-        // it moved the position on like any other
+        // it moved the position like any other read
         EXPECT_EQ(part(all, 340, 10), device.readAll(10));
     }
     OpenDevice plain("sim:planar@90");
     corruptOnce("read", 1, 0);
-    // 25 degrees, but for a bit
+    // 25 degrees with one bit changed
     EXPECT_EQ((Bytes{0x18}), plain.readAll(1));
     EXPECT_EQ((Bytes{0x19}), plain.readAll(1));
 }
@@ -328,7 +329,7 @@ TEST_F(IicFaults, CorruptedByteOfAHubReadIsSeenOnlyWhereItMakesAStatus)
     }
     OpenDevice device("sim:planar");
     use(device, hub128(), onRiser + 8);
-    // behind a status of 0 a read through a hub is safe
+    // after a status of 0 a read through a hub is safe
     corruptOnce("read", 1, 20);
     EXPECT_EQ(part(all, 8, 9000), part(device.readAll(9001), 1, 9000));
     EXPECT_EQ(0U, struck());
@@ -339,7 +340,7 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
     struct {
         bool hub;
         std::uint64_t byte;
-        std::uint8_t status; ///< that the hub keeps; it passes nothing more on then
+        std::uint8_t status; ///< status that the hub keeps; it then passes nothing on
         std::size_t away; ///< XOR mask of the page's start
         std::size_t changed; ///< byte of the page's data; npos none
     } const cases[] = {{false, 0, 0, 256, SIZE_MAX}, {false, 1, 0, 1, SIZE_MAX},
@@ -377,7 +378,7 @@ TEST_F(IicFaults, CorruptedByteOfEachPageOfAWriteIsNotSeenAndTheImageHoldsWhatWa
             going = struck() != 0;
             const Bytes now = image(name);
             while (going && page + 1 < pages.size() && now != outcomes[page]) {
-                // the questions after a page have no byte to change: then it is the next page's
+                // the probes after a page have no byte to change, so the fault strikes the next page
                 ++page;
             }
             EXPECT_EQ(going ? outcomes[page] : stored(before, pages), now);
@@ -437,7 +438,7 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
                       {"hub-hold-sda", true, 3, false, false},
                       {"hub-hold-scl", true, 3, false, false},
                       {"hub-bad-first-byte", true, 3, false, false}};
-    // of another process: the device is busy afterwards
+    // from another process: the device is busy afterwards
     const Bytes write[] = {{0, 0, 0x55}, {3, 0xA2, 0, 0, 0x55}};
     for (const auto& row : rows) {
         for (const bool hub : {false, true}) {
@@ -471,7 +472,7 @@ TEST_F(IicFaults, EachKindAtEachTransactionOfADetection)
                     return;
                 }
             }
-            // questions to a busy device
+            // probes of a busy device
             EXPECT_EQ(hub ? row.ofHub : row.ofOthers, met >= 5) << row.kind << met;
         }
     }
@@ -485,7 +486,7 @@ TEST_F(IicFaults, ResetOfTheBusMeetsNoFaultButTheOnesThatHoldIt)
         OpenDevice device("sim:planar");
         use(device, main256(), 40);
         machine->addFault({.kind = kind, .bus = "planar", .value = 1});
-        // it is no transaction
+        // a reset is no transaction
         EXPECT_EQ((Answer{0, 0}), device.reset()) << kind;
         EXPECT_EQ(0U, struck());
         machine->clearFaults();
@@ -527,7 +528,7 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
         for (const int error : row.resets) {
             EXPECT_EQ((Answer{error == 0 ? 0 : -1, error}), device.reset());
         }
-        // what was corrupted moved it on
+        // the corrupted byte moved the position
         device.seek(40);
         EXPECT_EQ(row.then, device.read(data));
         machine->clearFaults();
@@ -561,12 +562,12 @@ TEST_F(IicFaults, RefusedReadAddressInTheMiddleOfARead)
     Bytes data(10);
     device.set(main256());
     machine->addFault({.kind = "nack", .bus = "planar", .way = "read", .count = 1});
-    // it answered a moment ago: that is no write cycle
+    // it acknowledged a moment ago, so this is no write cycle
     EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
     EXPECT_EQ((Answer{10, 0}), device.read(data));
 }
 
-TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
+TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreReportedInItsFirstByte)
 {
     const Bytes all = pattern(16384, 5);
     struct {
@@ -592,7 +593,7 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
             if (piece != 1) {
                 EXPECT_EQ(part(all, 0, moved - 1), part(data, 1, moved - 1));
             }
-            // nothing behind it is data
+            // no byte after it is data
             const std::size_t kept = piece == 1 ? 1 : moved;
             EXPECT_EQ(Bytes(data.size() - kept, 0x5A), part(data, kept, data.size() - kept));
 
@@ -607,7 +608,7 @@ TEST_F(IicFaults, HubFaultsAtEachPieceOfAReadAreToldByItsFirstByte)
     }
 }
 
-TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreToldAtItsEnd)
+TEST_F(IicFaults, HubFaultsAtEachPageOfAWriteAreReportedAtItsEnd)
 {
     const Bytes before = image("riser.bin");
     const Bytes data = pattern(640, 9);
@@ -648,12 +649,12 @@ TEST_F(IicFaults, GoneBusComesBack)
     EXPECT_EQ((Answer{5, 0}), device.read(data));
 }
 
-TEST_F(IicFaults, ResetTellsWhoStillHoldsTheBus)
+TEST_F(IicFaults, ResetFailsWhileTheBusIsStillHeld)
 {
     OpenDevice device("sim:planar");
     Bytes data(5);
     device.set(main256());
-    // outlasts one reset
+    // it outlasts one reset
     machine->addFault({.kind = "hold-sda", .bus = "planar", .count = 1, .value = 1});
     EXPECT_EQ((Answer{0, ETIME}), device.read(data));
     EXPECT_EQ((Answer{-1, ETIME}), device.reset());

@@ -18,7 +18,7 @@ bool killsAtNextWrite = false;
 
 } // namespace
 
-/// Takes the place of the C library's.
+/// Replaces the C library's function.
 extern "C" ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset)
 {
     if (killsAtNextWrite) {
@@ -52,7 +52,7 @@ protected:
         wires->reset();
     }
     [[nodiscard]] std::filesystem::path recordFile() const { return folder() / "iic.planar.A0.ffdc"; }
-    /// The error of the record in the machine's folder, where every process finds it; empty when there is none.
+    /// The error of the record in the machine's folder, which every process can read; empty when there is none.
     [[nodiscard]] std::string sharedError() const
     {
         std::ifstream file(recordFile());
@@ -61,7 +61,7 @@ protected:
     }
 };
 
-TEST_F(IicFirstFailure, TellsWhatFailedAndTheLastTransactions)
+TEST_F(IicFirstFailure, NamesWhatFailedAndTheLastTransactions)
 {
     OpenDevice device("sim:planar");
     device.set(main256());
@@ -109,7 +109,7 @@ TEST_F(IicFirstFailure, TheFirstIsKeptUntilItIsUnlocked)
     failRead(device, "short", EIO);
     failRead(device, "hold-scl", ETIME);
     EXPECT_EQ("EIO", recordOf(device)["error"]);
-    // reading it takes nothing away
+    // reading the record does not remove it
     EXPECT_EQ("EIO", recordOf(device)["error"]);
     EXPECT_EQ(0, mern_iic_ffdc_unlock(device.handle(), 0));
     EXPECT_EQ("", device.firstFailure());
@@ -132,7 +132,7 @@ TEST_F(IicFirstFailure, IsKeptAcrossProcesses)
     OpenDevice device("sim:planar@AE");
     device.setNumber(2, 100);
     Bytes data(4);
-    // later, and not the first
+    // a later failure, not the first
     EXPECT_EQ((Answer{0, ENXIO}), device.read(data));
     EXPECT_EQ(child, recordOf(device)["process"]);
     EXPECT_EQ("absent", recordOf(device)["silence"]);
@@ -163,7 +163,7 @@ TEST_F(IicFirstFailure, SilenceAfterAPageIsBusyAndBeforeOneAbsent)
     EXPECT_EQ((Answer{0, ENXIO}), absent.read(data));
     const auto record = recordOf(absent);
     EXPECT_EQ("absent", record["silence"]);
-    // many alike are one line
+    // equal transactions are one line
     ASSERT_EQ(1U, record["transactions"].size());
     EXPECT_LT(100, record["transactions"][0]["times"]);
 }

@@ -14,7 +14,7 @@ namespace kest::test
 namespace
 {
 
-/// A thread that does the same over and over.
+/// A thread that repeats one piece of work.
 class Busy
 {
 public:
@@ -51,7 +51,7 @@ protected:
         waitpid(child, &status, 0);
         return status;
     }
-    /// Whether a handle of the process's own does its work from opening to closing.
+    /// Whether the process can open a handle, use it and close it.
     static bool ownHandleWorks()
     {
         OpenDevice device("sim:planar@A0");
@@ -80,7 +80,7 @@ TEST_F(IicFork, ChildHasALayerThatWorksBesideTheFirstUseOfAThread)
     EXPECT_EQ(0, failedBesideFirstUse(ownHandleWorks));
 }
 
-// Where no file can be written, the records are the process's own.
+// Without a writable file, the records belong to the process alone.
 TEST_F(IicFork, ChildCanAskForFirstFailuresThatThreadsAreBusyWith)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
@@ -93,7 +93,7 @@ TEST_F(IicFork, ChildCanAskForFirstFailuresThatThreadsAreBusyWith)
     }
 }
 
-// The child cannot go on from what a thread was in the middle of.
+// The child cannot continue what another thread was doing.
 TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
@@ -101,7 +101,7 @@ TEST_F(IicFork, HandleThatAnotherThreadIsUsingIsClosedInTheChild)
     OpenDevice waiting("sim:planar");
     Bytes record = registerLock(0xC0, 0);
     EXPECT_EQ((Answer{0, 0}), holder.config(2, 17, record.data(), 8));
-    // in a call nearly always
+    // nearly always within a call
     const Busy busy([&waiting] {
         Bytes patient = registerLock(0xC0, 50);
         waiting.config(2, 17, patient.data(), 8);
@@ -143,7 +143,7 @@ TEST_F(IicFork, HandleOfTheChildIsForeignToTheParent)
               }));
     mern_t foreign{};
     ASSERT_EQ(static_cast<ssize_t>(sizeof foreign), read(ends[0], &foreign, sizeof foreign));
-    // in the place and turn that the child's was in
+    // in the place, and with the ticket, of the child's handle
     OpenDevice sameTurn("sim:planar@A0");
     errno = 0;
     EXPECT_EQ(-1, mern_iic_seek(foreign, 0, 0));

@@ -17,7 +17,7 @@ namespace
 Answer lock(OpenDevice& device, Bytes record) { return device.config(2, 17, record.data(), 8); }
 Answer unlock(OpenDevice& device, Bytes record) { return device.config(2, 18, record.data(), 8); }
 
-/// A process of its own that runs `work` and says how it went; killed when it is not waited for.
+/// A child that runs `work` and reports its result; killed at the end when the test has not waited for it.
 class Child
 {
 public:
@@ -27,7 +27,7 @@ public:
         EXPECT_EQ(0, pipe2(m_ready, O_CLOEXEC));
         m_process = fork();
         if (m_process == 0) {
-            _exit(work([this] { tell(); }) ? 0 : 1);
+            _exit(work([this] { announce(); }) ? 0 : 1);
         }
     }
     Child(const Child&) = delete;
@@ -59,7 +59,7 @@ public:
     }
 
 private:
-    void tell() const { static_cast<void>(!write(m_ready[1], "!", 1)); }
+    void announce() const { static_cast<void>(!write(m_ready[1], "!", 1)); }
 
     int m_ready[2]{};
     pid_t m_process = 0;
@@ -154,7 +154,7 @@ TEST_F(IicLocks, WaiterIsBusyAtItsTimeOut)
     EXPECT_EQ(std::chrono::milliseconds(140) + std::chrono::nanoseconds(1), clock.now());
 }
 
-TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
+TEST_F(IicLocks, WaiterHasTheLockWhenItIsFree)
 {
     OpenDevice one("sim:planar");
     OpenDevice other("sim:planar");
@@ -172,10 +172,10 @@ TEST_F(IicLocks, WaiterGetsItWhenItIsFree)
 
 TEST_F(IicLocks, KilledHolderReleasesAtOnce)
 {
-    Child holder([](const auto& tell) {
+    Child holder([](const auto& announce) {
         OpenDevice device("sim:planar");
         const bool held = lock(device, registerLock(0xC0, 0)) == Answer{0, 0};
-        tell();
+        announce();
         pause();
         return held;
     });
@@ -208,11 +208,11 @@ TEST_F(IicLocks, WaiterForAFileThatIsExchangedMeetsTheOthersAtTheNewOne)
 TEST_F(IicLocks, ExitOfTheHolderReleases)
 {
     OpenDevice waiter("sim:planar");
-    Child holder([](const auto& tell) {
+    Child holder([](const auto& announce) {
         // never closed
         auto* device = new OpenDevice("sim:planar");
         const bool held = lock(*device, registerLock(0xC0, 0)) == Answer{0, 0};
-        tell();
+        announce();
         return held;
     });
     holder.awaitWord();
@@ -224,13 +224,13 @@ TEST_F(IicLocks, ForkedChildDoesNotKeepTheParentsLock)
 {
     auto holder = std::make_unique<OpenDevice>("sim:planar");
     EXPECT_EQ((Answer{0, 0}), lock(*holder, registerLock(0xC0, 0)));
-    // has a copy of everything, and stays
-    Child child([&holder](const auto& tell) {
+    // it has a copy of everything and keeps running
+    Child child([&holder](const auto& announce) {
         const bool released =
-            // it is the parent's, not the child's
+            // the lock is the parent's, not the child's
             unlock(*holder, registerLock(0xC0, 0)) == Answer{-1, EINVAL};
         const bool excluded = lock(*holder, registerLock(0xC0, 0)) == Answer{-1, EBUSY};
-        tell();
+        announce();
         pause();
         return released && excluded;
     });
@@ -253,11 +253,11 @@ TEST_F(IicLocks, ChildSeesItsParentsLocksAsAnothers)
     EXPECT_EQ(0, child.end());
 }
 
-TEST_F(IicLocks, WhoeverTakesItAgainAndAgainLetsWaitersIn)
+TEST_F(IicLocks, HandleThatTakesItAgainAndAgainLetsWaitersIn)
 {
-    Child greedy([](const auto& tell) {
+    Child greedy([](const auto& announce) {
         OpenDevice device("sim:planar");
-        tell();
+        announce();
         for (;;) {
             lock(device, registerLock(0xC0, 10'000));
             device.setNumber(16, 1);
@@ -273,7 +273,7 @@ TEST_F(IicLocks, WhoeverTakesItAgainAndAgainLetsWaitersIn)
     }
 }
 
-/// One count on the four bytes of the chip's prescalers and duty cycles, under its lock.
+/// Increments a counter in the four bytes of the chip's prescalers and duty cycles, under the chip's lock.
 bool countUp(OpenDevice& device)
 {
     Bytes value(4);
@@ -287,7 +287,7 @@ bool countUp(OpenDevice& device)
     return read && device.write(message) == Answer{5, 0} && unlock(device, registerLock(0xC0, 0)) == Answer{0, 0};
 }
 
-/// Of each process. Under a sanitizer or the emulator fewer, unless KEST_LONG_TESTS is set.
+/// Rounds of each process; fewer under a sanitizer or the emulator, unless KEST_LONG_TESTS is set.
 int manyRounds()
 {
     const bool slow = underSanitizer || isEmulated();
@@ -330,19 +330,19 @@ TEST_F(IicLocks, KilledWhileItCountsLosesNothingOfTheOthers)
     OpenDevice device("sim:planar@C0");
     EXPECT_EQ((Answer{5, 0}), device.write({0x12, 0, 0, 0, 0}));
     for (int turn = 0; turn < 5; ++turn) {
-        Child victim([](const auto& tell) {
+        Child victim([](const auto& announce) {
             OpenDevice own("sim:planar@C0");
             for (int round = 0;; ++round) {
                 countUp(own);
                 if (round == 3) {
-                    tell();
+                    announce();
                 }
             }
             return true;
         });
         victim.awaitWord();
         victim.end(SIGKILL);
-        // neither bus nor lock is stuck
+        // bus and lock are free again
         EXPECT_TRUE(countUp(device));
     }
 }

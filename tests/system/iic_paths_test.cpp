@@ -133,21 +133,20 @@ TEST_F(IicPaths, WithoutAMachineThereIsNoSimulatedBus)
 TEST_F(IicPaths, BusThatAnotherNodeDoesNotHaveIsNotThere)
 {
     EXPECT_EQ(ENOENT, OpenDevice("sim:nosuch@A0", 3).error());
-    // the node's name is none of its buses'
+    // the node's name is not the name of one of its buses
     EXPECT_EQ(ENOENT, OpenDevice("sim:three@A0", 3).error());
 }
 
-/// Opens with ever more descriptors to spare. Until it works, every failure is a lack of memory.
+/// Opens with one more free descriptor each time. Until it succeeds, every failure is reported as a lack of memory.
 TEST_F(IicPaths, WithoutADescriptorLeftThereIsNoMemory)
 {
     if (underSanitizer) {
-        GTEST_SKIP()
-            << "the sanitizer finds out through a pipe whether an object is one; it takes the exception for none";
+        GTEST_SKIP() << "the sanitizer reads the exception through a pipe and does not recognise it as an object";
     }
     rlimit usual{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
     wires.reset();
-    // what it has open is part of an open
+    // opening a device opens several files
     machine.reset();
     const int free = dup(0);
     ASSERT_LE(0, free);
@@ -178,11 +177,11 @@ TEST_F(IicPaths, EveryCopyOfAHandleIsTheSameDevice)
     EXPECT_EQ(part(pattern(32768, 1), 100, 4), device.readAll(4));
     Bytes data(4);
     EXPECT_EQ(4, mern_iic_read(copy, data.data(), 4));
-    // the position is the device's, not the copy's
+    // the position belongs to the device, not to the copy of the handle
     EXPECT_EQ(part(pattern(32768, 1), 104, 4), data);
 }
 
-/// Calls every function with a handle that is none. @return the errno of each
+/// Calls every function with an invalid handle. @return the errno of each
 std::vector<int> errnosOf(mern_t handle)
 {
     std::vector<int> seen;
@@ -216,7 +215,7 @@ TEST_F(IicPaths, ClosedAndForeignHandlesAreBadDescriptors)
     mern_t copy = handle;
     EXPECT_EQ(0, mern_iic_close(handle));
     EXPECT_EQ(all, errnosOf(copy));
-    // takes the place, not the ticket
+    // it takes the same place, with another ticket
     mern_t next = mern_iic_open(local, "sim:planar@A0", MERN_OPEN_READ_WRITE_SYNC);
     EXPECT_EQ(all, errnosOf(copy));
     EXPECT_EQ(0, mern_iic_close(next));
@@ -244,7 +243,7 @@ TEST(IicOfAFreshProcess, DISABLED_LeavesATicket)
 TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
 {
     std::vector<std::unique_ptr<OpenDevice>> devices;
-    // until a place is used for the first time: another process gets the same one
+    // repeated until a new process uses the same place for the first time
     do {
         devices.push_back(std::make_unique<OpenDevice>("sim:planar@A0"));
         ASSERT_EQ(0, devices.back()->error());
@@ -260,14 +259,14 @@ TEST_F(IicPaths, HandleOfAnotherProcessIsForeign)
     mern_t foreign{};
     ASSERT_TRUE(std::ifstream(ticket, std::ios::binary).read(reinterpret_cast<char*>(&foreign), sizeof foreign));
     for (int word = 0; word < 3; ++word) {
-        EXPECT_EQ(own.words[word], foreign.words[word]) << "the same place, taken as often";
+        EXPECT_EQ(own.words[word], foreign.words[word]) << "the same place, taken the same number of times";
     }
     EXPECT_NE(0, std::memcmp(&own, &foreign, sizeof own));
     EXPECT_EQ(std::vector<int>(8, EBADF), errnosOf(foreign));
-    EXPECT_EQ(0xA0U, devices.back()->number(3)) << "the device in that place is as open as before";
+    EXPECT_EQ(0xA0U, devices.back()->number(3)) << "the device in that place is still open";
 }
 
-/// A handle's places are shared with a child, but what the child does with them is its own.
+/// A child inherits the places of handles, but what it does with them does not affect the parent.
 TEST_F(IicPaths, HandleOpenedByAForkedChildIsForeign)
 {
     int pipes[2];
@@ -299,7 +298,7 @@ TEST_F(IicPaths, ErrnoIsLeftAloneBySuccess)
     EXPECT_EQ(1234, errno);
 }
 
-/// Runs `work(number)` in several threads, which begin together.
+/// Runs `work(number)` in several threads that start together.
 void together(int count, const std::function<void(int)>& work)
 {
     std::latch begun(count);
@@ -329,13 +328,14 @@ TEST_F(IicPaths, ManyThreadsOpenUseAndClose)
     EXPECT_EQ(160, good);
 }
 
-// A chip for each: two that write to one without its lock may wait longer for each other than for a write cycle.
+// Each thread has its own chip: two that write to one without its lock may wait for each other longer than a write
+// cycle.
 TEST_F(IicPaths, ThreadsWithHandlesOfTheirOwnMixNothingOnOneBus)
 {
     const struct {
         Block settings;
         long start;
-        // before what is read through a hub
+        // precedes the data of a read through a hub
         std::size_t statusBytes;
         const char* image;
     } chips[] = {{main256(), 1024, 0, "main.bin"},
@@ -381,9 +381,9 @@ TEST_F(IicPaths, CallsOnOneHandleFollowOneAnother)
         expected.insert(textOf(part(pattern(32768, 1), at, 16)));
     }
     EXPECT_EQ(200U, expected.size());
-    // each call got 16 bytes that follow one another
+    // each call read 16 consecutive bytes
     EXPECT_EQ(expected, pieces);
-    // and moved the position once
+    // and moved the position once only
     EXPECT_EQ(part(pattern(32768, 1), 3200, 4), device.readAll(4));
 }
 

@@ -1,6 +1,6 @@
-/// A time-out in each page of a write and each piece of a read, then the library's reset and retry: image and buffer
-/// are exact. The retry neither seeks nor configures, so this holds only because the layer's position and block stay
-/// what they were.
+/// A time-out in each page of a write and each piece of a read, then the library's reset and retry. Image and buffer
+/// must be exact. The retry neither seeks nor configures: it relies on the layer's position and block, which the
+/// failure must not change.
 #include "kestseeprom.h"
 #include "kestwobu.h"
 #include "tests/system/iic_machine.h"
@@ -44,7 +44,7 @@ protected:
         const bool struck = machine->faults().front().struck != 0;
         EXPECT_EQ(struck, entry != nullptr);
         if (entry != nullptr) {
-            // ETIME: worth a reset
+            // ETIME, for which the library resets the bus
             EXPECT_EQ(62U, errnoWord(*entry));
             length = static_cast<unsigned int>(data.size());
             kest_wobuResetRetry(device.handle(), entry, &length, data.data(), read ? 0 : 1);
@@ -68,7 +68,7 @@ struct RetryCase {
 };
 const Block direct{.address = 0xA0, .offsetLength = 2, .pageSize = 64};
 const Block hub{.address = 0x80, .offsetLength = 4, .pageSize = 64};
-// it is busy for less time
+// with short pages the hub is busy for less time
 const Block hubInShortPages{.address = 0x80, .offsetLength = 4, .pageSize = 32};
 
 TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
@@ -93,7 +93,7 @@ TEST_F(IicRetry, TimeOutAtEachTransactionOfAWrite)
                     return;
                 }
             }
-            // at least each of five pages was met
+            // the fault struck at least in each of five pages
             EXPECT_LT(5U, nth) << each.name;
         }
     }

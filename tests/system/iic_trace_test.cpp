@@ -1,4 +1,4 @@
-/// The layer's trace buffer "IIC", and what an entry of the error log keeps of it.
+/// The layer's trace buffer "IIC", and the part of it in an entry of the error log.
 #include <algorithm>
 
 #include "tests/host/trace_support.h"
@@ -32,7 +32,7 @@ protected:
         mSeenNs = records.empty() ? mSeenNs : records.back().timeNs;
         return lines;
     }
-    /// The line about the one call that was traced since, which failed.
+    /// The line of the failed call, the only one traced since.
     std::string failure()
     {
         const Traced lines = news();
@@ -78,7 +78,7 @@ TEST_F(IicTrace, EachCallThatSucceedsIsALine)
     EXPECT_EQ((Traced{{doneHash, " close sim:planar: target A0 position 123f result 0"}}), news());
 }
 
-TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
+TEST_F(IicTrace, AFailedOpenIsTracedWithItsReason)
 {
     // the buffer is made for the first line
     EXPECT_EQ(ENOENT, OpenDevice("sim:nowhere").error());
@@ -89,7 +89,7 @@ TEST_F(IicTrace, AnOpenThatFailsTellsWhy)
     EXPECT_EQ((Traced{{openHash, " open (null): errno 14"}}), news());
 }
 
-TEST_F(IicTrace, AReadThatFailsTellsOperationBusTargetPositionMovedErrnoAndSilence)
+TEST_F(IicTrace, AFailedReadIsTracedWithOperationBusTargetPositionMovedErrnoAndSilence)
 {
     struct {
         const char* kind;
@@ -113,7 +113,7 @@ TEST_F(IicTrace, AReadThatFailsTellsOperationBusTargetPositionMovedErrnoAndSilen
     }
 }
 
-TEST_F(IicTrace, AWriteThatFailsTellsHowFarItCame)
+TEST_F(IicTrace, AFailedWriteIsTracedWithWhatItWrote)
 {
     OpenDevice device("sim:planar");
     device.set(main256());
@@ -124,7 +124,7 @@ TEST_F(IicTrace, AWriteThatFailsTellsHowFarItCame)
     EXPECT_EQ(" write sim:planar failed: target A0 position 40 moved 64 of 150 errno 62 ETIME busy", failure());
 }
 
-TEST_F(IicTrace, OtherCallsThatFailAndHubsAndArgumentsAreTold)
+TEST_F(IicTrace, OtherFailedCallsHubsAndArgumentsAreTraced)
 {
     OpenDevice device("sim:planar");
     device.set(hub128());
@@ -148,7 +148,7 @@ TEST_F(IicTrace, OtherCallsThatFailAndHubsAndArgumentsAreTold)
 class EntryOfAFailure : public LibraryMachine
 {
 protected:
-    /// The lines of "IIC" in the entry's only section of it.
+    /// The lines of "IIC" in the entry, which has one section of them.
     static std::vector<std::string> linesOf(const ErrlEntry& entry)
     {
         std::vector<std::string> lines;

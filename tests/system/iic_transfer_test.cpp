@@ -1,4 +1,4 @@
-/// Positions, pieces, pages, busy devices, hubs: transfers on a simulated bus.
+/// Transfers on a simulated bus: positions, pieces, pages, busy devices, hubs.
 #include "tests/system/iic_machine.h"
 
 namespace kest::test
@@ -14,7 +14,7 @@ TEST_F(IicTransfer, PositionStartsAtZeroAndMovesOnByWholeTransfers)
     device.set(main256());
     EXPECT_EQ(part(pattern(32768, 1), 0, 10), device.readAll(10));
     EXPECT_EQ(part(pattern(32768, 1), 10, 10), device.readAll(10));
-    // never the position
+    // the position is not changed
     EXPECT_EQ((Answer{0, 0}), device.seek(5000));
     EXPECT_EQ((Answer{3, 0}), device.write({1, 2, 3}));
     EXPECT_EQ(part(pattern(32768, 1), 5003, 5), device.readAll(5));
@@ -43,7 +43,7 @@ TEST_F(IicTransfer, SeekTakesTheLowThirtyTwoBitsAndWhenceZero)
 {
     OpenDevice device("sim:planar");
     device.set(hub128());
-    // the top bit is no sign
+    // the top bit is not a sign
     EXPECT_EQ((Answer{0, 0}), device.seek(static_cast<long>(0x83A20010U)));
     EXPECT_EQ((Answer{0, 0}), device.seek(-1));
     for (const int whence : {1, 2, -1, 3}) {
@@ -58,7 +58,7 @@ TEST_F(IicTransfer, SeekTakesTheLowThirtyTwoBitsAndWhenceZero)
     }
 }
 
-TEST_F(IicTransfer, LengthZeroAnswersZeroAndTouchesNothing)
+TEST_F(IicTransfer, LengthZeroReturnsZeroAndTouchesNothing)
 {
     // not even a target
     OpenDevice device("sim:planar");
@@ -81,7 +81,7 @@ TEST_F(IicTransfer, NullBufferIsAFault)
     EXPECT_EQ(EFAULT, errno);
 }
 
-TEST_F(IicTransfer, LengthThatNoResultCanTellIsInvalid)
+TEST_F(IicTransfer, LengthThatNoResultCanHoldIsInvalid)
 {
     OpenDevice device("sim:planar");
     std::uint8_t byte = 0;
@@ -187,7 +187,7 @@ TEST_F(IicTransfer, WithoutAPageSizeAWriteIsOneMessage)
     values.pageSize = 0;
     device.set(values);
     EXPECT_EQ((Answer{80, 0}), device.write(pattern(80, 9)));
-    // The chip's own page of 64 wrapped round: that is what a wrong page size does.
+    // The chip wrapped round in its page of 64: this is the effect of a wrong page size.
     const Bytes data = pattern(80, 9);
     EXPECT_EQ(part(data, 64, 16), part(image("main.bin"), 0, 16));
     EXPECT_EQ(part(data, 16, 48), part(image("main.bin"), 16, 48));
@@ -222,7 +222,7 @@ TEST_F(IicTransfer, BusyIsNotAbsent)
     sim::segment whole{.address = 0xA0, .way = sim::direction::write, .bytes = page};
     OpenDevice device("sim:planar");
     device.set(main256());
-    // another process's write, whose cycle begins now
+    // a write by another process, whose cycle begins now
     wires->transfer({&whole, 1}, 0);
     EXPECT_EQ((Bytes{0x55}), device.readAll(1));
     wires->transfer({&whole, 1}, 0);
@@ -230,7 +230,7 @@ TEST_F(IicTransfer, BusyIsNotAbsent)
     EXPECT_EQ(0x66, image("main.bin")[1]);
 }
 
-TEST_F(IicTransfer, AbsentIsToldAfterFiftyMillisecondsOfBusTimeOrByteForty)
+TEST_F(IicTransfer, AbsentIsReportedAfterFiftyMillisecondsOfBusTimeOrByteForty)
 {
     struct {
         std::uint32_t busyWaitMs;
@@ -249,7 +249,7 @@ TEST_F(IicTransfer, AbsentIsToldAfterFiftyMillisecondsOfBusTimeOrByteForty)
     }
 }
 
-TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFiftyMilliseconds)
+TEST_F(IicTransfer, EndlessWriteCycleIsReportedAfterFourOfThemButAtLeastFiftyMilliseconds)
 {
     struct {
         std::uint16_t promisedMs;
@@ -262,7 +262,7 @@ TEST_F(IicTransfer, WriteCycleThatDoesNotEndIsToldAfterFourOfThemButAtLeastFifty
         device.set(values);
         const auto fault = machine->addFault({.kind = "stuck-write-cycle", .bus = "planar", .nth = 2, .count = 1});
         const double before = busMs();
-        // the second page's
+        // of the second page
         EXPECT_EQ((Answer{64, ETIME}), device.write(pattern(192, 9)));
         EXPECT_NEAR(each.waitedMs + 6.5, busMs() - before, each.waitedMs / 10);
         EXPECT_EQ((Answer{0, ENXIO}), device.write({1}));
@@ -280,7 +280,7 @@ TEST_F(IicTransfer, TimeOutOfTheTransferIsBusTime)
     EXPECT_EQ((Answer{192, ETIME}), device.write(pattern(640, 9)));
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 9), 0, 192)), image("main.bin"));
     settle();
-    // the same bytes in the same place again
+    // the same bytes at the same position again
     EXPECT_EQ((Answer{192, ETIME}), device.write(pattern(640, 8)));
     EXPECT_EQ(with(pattern(32768, 1), 0, part(pattern(640, 8), 0, 192)), image("main.bin"));
 }
@@ -315,7 +315,7 @@ TEST_F(IicTransfer, ArbitrationIsTriedAgainWithinByteForty)
     machine->clearFault(lasting);
 }
 
-// Through a hub: port, device address and offset ahead of the data, a status byte ahead of what is read.
+// Through a hub: port, device address and offset precede the data, a status byte precedes what is read.
 
 TEST_F(IicTransfer, HubReadDeliversOneStatusByteAndTheData)
 {
@@ -347,7 +347,7 @@ TEST_F(IicTransfer, HubReadCountsOnlyItsOffsetUp)
     const Bytes all = pattern(256, 6);
     Bytes expected = part(all, 0xF0, 16);
     expected.insert(expected.end(), all.begin(), all.begin() + 16);
-    // rolls over in the chip, not into the device's address
+    // it rolls over in the chip, not into the device's address
     EXPECT_EQ(expected, part(device.readAll(33), 1, 32));
 }
 
@@ -364,7 +364,7 @@ TEST_F(IicTransfer, HubWriteIsSplitAtPagesWithTheFullOffset)
     EXPECT_EQ((Answer{256, 0}), device.write(pattern(256, 8)));
     EXPECT_EQ(pattern(256, 8), image("card.bin"));
     device.set({.address = 0x80});
-    // the hub's status after all that
+    // the hub's status after all this
     EXPECT_EQ((Bytes{0}), device.readAll(1));
 }
 
@@ -385,17 +385,17 @@ TEST_F(IicTransfer, FirstByteOtherThanZeroFromAHubIsNoData)
 {
     OpenDevice device("sim:planar");
     device.set(hub128());
-    // nothing on port 7's bus answers there
+    // no device at that address on the bus of port 7
     device.seek(0x07A20000L);
     Bytes data(17, 0x11);
     EXPECT_EQ((Answer{0, ENODATA}), device.read(data));
-    // the device didn't answer
+    // the device did not acknowledge
     EXPECT_EQ(2, data[0]);
     device.set({.address = 0x80});
     EXPECT_EQ((Bytes{2}), device.readAll(1));
     device.set(hub128());
     device.seek(onRiser);
-    // and the handle is as usable as before
+    // the handle is as usable as before
     EXPECT_EQ(part(pattern(16384, 5), 0, 16), part(device.readAll(17), 1, 16));
 }
 
@@ -405,7 +405,7 @@ TEST_F(IicTransfer, BusyHubIsWaitedFor)
     device.set(hub128());
     device.seek(onRiser);
     EXPECT_EQ((Answer{8, 0}), device.write(pattern(8, 9)));
-    // no asking again: it must answer now
+    // without probes: it must acknowledge now
     device.set({.address = 0x80, .busyWaitMs = 0});
     EXPECT_EQ((Bytes{0}), device.readAll(1));
 }

@@ -1,4 +1,4 @@
-/// Several handles that write pages to one chip, and what others make of its silence meanwhile.
+/// Several handles that write pages to one chip, and others that meet its silence meanwhile.
 #include <functional>
 
 #include "platform/host/iic/bus_sim.h"
@@ -25,7 +25,7 @@ protected:
         return values;
     }
 
-    /// Another handle in the middle of a write, once it has begun one.
+    /// Another handle, which can be stopped in the middle of a write.
     std::unique_ptr<host::iic::addressLocks> other;
 
 private:
@@ -82,7 +82,7 @@ TEST_F(IicWriters, WritersToOtherChipsAndHoldersOfAdvisoryLocksAreNotInTheWay)
     EXPECT_EQ(0, clock.pauses);
 }
 
-TEST_F(IicWriters, ReadsAndWritesWithoutPagesAskNobody)
+TEST_F(IicWriters, ReadsAndWritesWithoutPagesDoNotWait)
 {
     OpenDevice device("sim:planar");
     const DrivenClock clock;
@@ -114,7 +114,7 @@ TEST_F(IicWriters, WithoutALockFileItIsWrittenWithout)
     EXPECT_EQ((Answer{4, 0}), device.write({1, 2, 3, 4}));
 }
 
-TEST_F(IicWriters, MalformedWriteIsToldAtOnce)
+TEST_F(IicWriters, MalformedWriteFailsWithoutWaiting)
 {
     OpenDevice device("sim:planar");
     device.set(small02());
@@ -125,7 +125,7 @@ TEST_F(IicWriters, MalformedWriteIsToldAtOnce)
     EXPECT_EQ(0, clock.pauses);
 }
 
-// Nothing at AE, which a chip that writes a page for long can't be told from.
+// There is no chip at AE. The layer can't distinguish this from a chip with a long write cycle.
 TEST_F(IicWriters, SilenceBesideAnotherWriterIsBusyAndNotAbsent)
 {
     OpenDevice device("sim:planar@AE");
@@ -137,7 +137,7 @@ TEST_F(IicWriters, SilenceBesideAnotherWriterIsBusyAndNotAbsent)
     ASSERT_TRUE(other->beginWrite(0xAE, std::chrono::milliseconds(0)));
     const double before = busMs();
     EXPECT_EQ((Answer{0, ETIME}), device.read(data));
-    // bus time, which the test's own questions make
+    // bus time passes with the test's own probes
     EXPECT_NEAR(300.0, busMs() - before, 30.0);
     EXPECT_EQ((Answer{0, ETIME}), device.write({1}));
     EXPECT_EQ(4U, device.number(15));

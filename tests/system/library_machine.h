@@ -16,7 +16,7 @@
 namespace kest::test
 {
 
-/// What a call of the library ended with.
+/// The result of a call of the library.
 struct Ending {
     std::uint32_t returnCode = 0; ///< 0: no entry
     unsigned int length = 0;
@@ -33,7 +33,7 @@ protected:
     LibraryMachine();
 
     static tavo_deviceaddress address(const std::string& text, std::uint32_t number = 0);
-    /// Hardware mode, and a short write cycle: the simulated chips' is 3.5 ms of bus time.
+    /// Hardware mode, and a short write cycle: the simulated chips take 3.5 ms of bus time.
     static constexpr std::array<kest_attributeValue, KEST_ATTR_COUNT> hardware{400, 1, 1, 4, 2, 1};
 
     static Ending conclude(ErrlEntry* entry, Ending result);
@@ -47,7 +47,7 @@ protected:
     }
     static std::string hubText(int hub, int port, bool small = false);
 
-    /// Whether the device address is free: a lock on it is had at once.
+    /// Whether the device address is free: whether it can be locked at once.
     static bool unlocked(std::uint16_t deviceAddress);
     /// How often a fault of this machine has struck.
     [[nodiscard]] std::uint64_t struck(std::uint32_t fault) const

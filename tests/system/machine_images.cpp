@@ -28,7 +28,7 @@ Bytes OwnMachine::image(const std::string& name) const
 
 Bytes OwnMachine::with(Bytes before, std::size_t offset, const Bytes& data)
 {
-    // an image that is too short equals none
+    // the result then differs from an image that is too short
     before.resize(std::max(before.size(), offset + data.size()));
     std::ranges::copy(data, before.begin() + static_cast<std::ptrdiff_t>(offset));
     return before;

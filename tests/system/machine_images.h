@@ -1,4 +1,4 @@
-/// A simulated machine of the test's own, as the configured one: its folder, its images, its bus "planar".
+/// A simulated machine of the test's own, which is the configured one: folder, images, the bus "planar".
 #pragma once
 
 #include <filesystem>
@@ -43,7 +43,7 @@ protected:
         return {all.begin() + static_cast<std::ptrdiff_t>(offset),
                 all.begin() + static_cast<std::ptrdiff_t>(offset + length)};
     }
-    /// Lets every write cycle end, and a hub pass on what it took.
+    /// Waits until every write cycle has ended and every hub has passed on what it took.
     void settle() const { wires->idle(2'000'000'000); }
 
     OwnConfiguration settings;

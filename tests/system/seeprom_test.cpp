@@ -1,4 +1,4 @@
-/// SEEPROMs in all read modes, with real contents whose own check sums find a dropped, repeated or swapped byte.
+/// SEEPROMs in all read modes, with real contents. Their check sums find a dropped, repeated or swapped byte.
 #include <algorithm>
 #include <csignal>
 #include <fstream>
@@ -60,7 +60,7 @@ unsigned sumOf(const Bytes& data, std::size_t from, std::size_t count)
     return sum & 0xFF;
 }
 
-/// CRC-16, polynomial 0x1021, as memory modules carry it.
+/// CRC-16 with polynomial 0x1021, as in memory modules.
 unsigned crc16(const Bytes& data, std::size_t from, std::size_t count)
 {
     unsigned sum = 0;
@@ -102,28 +102,28 @@ bool longSpdIsSound(const Bytes& data) { return spdIsSound(data) && littleEndian
 bool newestSpdIsSound(const Bytes& data) { return littleEndianCrc16(data, 0, 510, 510); }
 bool tlvIsSound(const Bytes& data)
 {
-    // header, then so many bytes
+    // the header, then this many bytes
     const std::size_t end = 11 + static_cast<std::size_t>(data.at(9) << 8 | data.at(10));
-    const std::uint32_t told = static_cast<std::uint32_t>(data.at(end - 4)) << 24 |
-                               static_cast<std::uint32_t>(data.at(end - 3)) << 16 |
-                               static_cast<std::uint32_t>(data.at(end - 2)) << 8 | data.at(end - 1);
-    return crc32(data, end - 4) == told;
+    const std::uint32_t stored = static_cast<std::uint32_t>(data.at(end - 4)) << 24 |
+                                 static_cast<std::uint32_t>(data.at(end - 3)) << 16 |
+                                 static_cast<std::uint32_t>(data.at(end - 2)) << 8 | data.at(end - 1);
+    return crc32(data, end - 4) == stored;
 }
 bool moduleIsSound(const Bytes& data)
 {
     return sumOf(data, 0, 63) == data.at(63) && sumOf(data, 64, 31) == data.at(95);
 }
-// of an inventory record; its areas are counted in so many bytes, too
+// of the header of an inventory record; areas are multiples of it
 constexpr std::size_t fruHeader = 8;
 
-/// Header and board area agree with their sums, and the board's fields end within it.
+/// Whether header and board area match their sums, and the board's fields end within the area.
 bool fruIsSound(const Bytes& data)
 {
     const std::size_t board = fruHeader * data.at(3);
     const bool header = sumOf(data, 0, fruHeader) == 0 && board + 1 < data.size();
     const std::size_t length = header ? fruHeader * data.at(board + 1) : 0;
     const bool whole = length != 0 && board + length <= data.size() && sumOf(data, board, length) == 0;
-    // behind version, length, language and date of manufacture
+    // the fields follow version, length, language and date of manufacture
     std::size_t field = board + 6;
     while (whole && field < board + length && data.at(field) != 0xC1) {
         field += 1U + (data.at(field) & 0x3FU);
@@ -136,22 +136,22 @@ void closeWithSum(Bytes& data, std::size_t from)
     data.push_back(static_cast<std::uint8_t>(0x100 - sumOf(data, from, data.size() - from)));
 }
 
-/// An inventory record whose board area is so many times eight bytes long: 2, which has room for little, to 255.
+/// An inventory record whose board area is `eights` times eight bytes long: from 2, with little room, to 255.
 Bytes fruRecord(std::size_t eights)
 {
-    // manufacturer, product, serial, part number, file: then more
+    // manufacturer, product, serial number, part number, file, then more
     constexpr std::size_t fields = 5;
     // the board area alone
     Bytes data{1, 0, 0, 1, 0, 0, 0};
-    // for fields: less what is ahead of them, end mark and sum
+    // room for fields, without what precedes them, end mark and sum
     std::size_t room = fruHeader * eights - 6 - 2;
     closeWithSum(data, 0);
     data.insert(data.end(), {1, static_cast<std::uint8_t>(eights), 25, 0x40, 0xE2, 0x01});
     for (std::size_t number = 0; number < fields || room > 1; ++number) {
-        // length bytes of those that must follow
+        // length bytes of the fields that must follow
         const std::size_t after = number < fields ? fields - 1 - number : 0;
         std::size_t length = std::min<std::size_t>(room - 1 - after, 63);
-        // a single character is how the end is marked
+        // a single character would mark the end
         length = length == 1 ? 0 : length;
         data.push_back(static_cast<std::uint8_t>(0xC0 | length));
         for (std::size_t at = 0; at < length; ++at) {
@@ -267,20 +267,20 @@ TEST_F(Seeprom, FileModeServesTheCopyAlone)
     ASSERT_EQ(0, host::replaceCopy(7, tlv));
     EXPECT_TRUE(tlvIsSound(readAs(fileMode, 7, 0, 4096).data));
     EXPECT_EQ(part(tlv, 100, 50), readAs(fileMode, 7, 100, 50).data);
-    // crosses the end
+    // this crosses the end
     EXPECT_EQ(part(tlv, 4000, 96), readAs(fileMode, 7, 4000, 1000).data);
     EXPECT_EQ(tlv, readAs(fileMode, 7, 0, 0).data);
     EXPECT_EQ(0x80001305U, readAs(fileMode, 7, 4096, 1).returnCode);
     EXPECT_TRUE(writeAs(fileMode, 7, 10, {9, 8, 7}).good());
     EXPECT_EQ((Bytes{9, 8, 7}), readAs(fileMode, 7, 10, 3).data);
     EXPECT_EQ(0x80001308U, writeAs(fileMode, 7, 4094, {1, 2, 3}).returnCode);
-    // the device saw nothing of it
+    // the device was not written
     EXPECT_EQ(pattern(32768, 1), image("main.bin"));
 }
 
 TEST_F(Seeprom, MixedModePrefersTheCopy)
 {
-    // without a copy the whole device
+    // without a copy it reads the whole device
     EXPECT_EQ(pattern(32768, 1), readAs(mixedMode, 9, 0, 16).data);
     ASSERT_TRUE(writeAs(mixedMode, 9, 0, {5, 5}).good());
     settle();
@@ -316,7 +316,7 @@ TEST_F(Seeprom, TimeOutOnceIsRescuedAndLogged)
     }
 }
 
-TEST_F(Seeprom, TimeOutThatStaysIsReportedWithBothAttempts)
+TEST_F(Seeprom, RepeatedTimeOutIsReportedWithBothAttempts)
 {
     machine->addFault({.kind = "hold-sda", .bus = "planar", .address = 0xA0});
     const Ending got = read("sim:planar,L,2C0256,A0", 0, 16);

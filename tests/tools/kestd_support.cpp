@@ -136,7 +136,7 @@ Daemon::Daemon(const std::filesystem::path& folder, std::vector<std::string> arg
     }
     pointers.push_back(nullptr);
     environment.emplace("NOTIFY_SOCKET", notifyPath);
-    // the child knows its number
+    // the child fills in its process number
     std::array<char, 32> listener{};
     if (handed >= 0) {
         environment.emplace("LISTEN_FDS", "1");

@@ -26,16 +26,16 @@
 namespace kest::test
 {
 
-// for what has to happen; far more than it takes
+// the limit for what must happen; far more than it takes
 constexpr auto patience = 30s;
 
-/// Fits nothing that exists: file mode reads the copy and opens no device.
+/// There is no such device: file mode reads the copy and opens none.
 constexpr const char* someLocation = "sim:planar,L,2C0256,A0";
 
-/// A Unix socket at `path`, listening or of datagrams.
+/// A Unix socket at `path`: a listening one, or one for datagrams.
 int boundSocket(const std::filesystem::path& path, int type);
 
-/// A connection without any manners of its own.
+/// A connection that sends exactly what a test wants, valid or not.
 class RawClient
 {
 public:
@@ -46,15 +46,15 @@ public:
     ~RawClient() { hangUp(); }
 
     [[nodiscard]] bool connected() const { return m_connected; }
-    /// Sends no more, and goes on receiving.
+    /// Ends sending; receiving continues.
     void finishSending() const;
     void hangUp();
 
-    /// @return whether all of it was taken
+    /// @return whether all of it could be sent
     bool send(const std::vector<std::uint8_t>& bytes, int flags = 0) const;
     bool send(const client::frame& request) const { return send(client::encodeFrame(request)); }
 
-    /// The next frame; nothing when the service hung up, or time is up.
+    /// The next frame; nothing when the service hung up, or after `patience`.
     std::optional<client::frame> receive();
 
     /// Whether the service hangs up without another byte.
@@ -68,7 +68,7 @@ private:
     std::size_t m_at = 0;
 };
 
-/// A service that does as told with its first client.
+/// A service that does `behaviour` with its first client.
 class FakeService
 {
 public:
@@ -90,7 +90,7 @@ private:
     std::thread m_thread;
 };
 
-/// Words of a payload: host byte order.
+/// Appends a word in host byte order.
 void putWord(std::vector<std::uint8_t>& payload, std::uint32_t word);
 
 client::frame seepromRequest(std::uint16_t type, std::uint32_t offset, std::uint32_t length,
@@ -114,10 +114,10 @@ public:
     /// Waits until the service is ready for requests and signals.
     bool isReady();
 
-    /// Waits until the service has told the manager `text`.
+    /// Waits until the service has sent `text` to its manager.
     bool says(const std::string& text);
 
-    /// Has it read its configuration again. @return whether it says that it has
+    /// Has the service read its configuration again. @return whether it reports that it has
     bool reload()
     {
         signal(SIGHUP);
@@ -134,17 +134,17 @@ public:
 
     [[nodiscard]] std::string errors() const { return readFile(m_errors); }
 
-    /// Changes one of its limits. @return what the soft limit was
+    /// Changes one of its limits. @return the former soft limit
     rlim_t limit(__rlimit_resource what, rlim_t soft) const;
 
-    /// As many as it has open.
+    /// The number of its open descriptors.
     [[nodiscard]] std::size_t descriptors() const;
 
     /// A number of its /proc status, in KiB.
     [[nodiscard]] long statusKib(const std::string& name) const;
 
 private:
-    /// @return the kernel's letter: 'R' runs or wants to
+    /// @return the kernel's letter: 'R' means running or ready to run
     [[nodiscard]] char mainThreadState() const
     {
         // "PID (NAME) STATE ..."

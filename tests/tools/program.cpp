@@ -33,7 +33,7 @@ Environment::Environment(std::map<std::string, std::string> added, char* last)
 {
     for (char** variable = environ; *variable != nullptr; ++variable) {
         const std::string text = *variable;
-        // unless it is set anew
+        // without effect on variables in `added`
         added.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1));
     }
     for (const auto& [name, value] : added) {
@@ -219,7 +219,7 @@ bool Program::pump()
         if (written > 0) {
             m_options.input.erase(0, static_cast<std::size_t>(written));
         } else if (errno != EAGAIN) {
-            // it does not want more
+            // the program does not read any more
             m_options.input.clear();
             closeEnd(m_input);
         }
@@ -237,7 +237,7 @@ void Program::take(const pollfd& wait, int& descriptor, std::string& into)
     if (got > 0) {
         into.append(block.data(), static_cast<std::size_t>(got));
     } else if (got == 0 || errno != EINTR) {
-        // a terminal whose program ended answers EIO
+        // on a terminal whose program has ended read() fails with EIO
         closeEnd(descriptor);
     }
 }

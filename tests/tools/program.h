@@ -1,5 +1,4 @@
-/// Runs the built programs and catches what they say: standard output, standard error, exit code; on pipes, files or a
-/// terminal.
+/// Runs the built programs on pipes, files or a terminal, and collects standard output, standard error and exit code.
 #pragma once
 
 #include <chrono>
@@ -26,8 +25,8 @@ using namespace std::chrono_literals;
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
 
-/// This process's environment and `added` on top of it, as exec() takes it. Made before a fork: the child of a process
-/// with threads must not allocate.
+/// This process's environment and the variables of `added`, in the form that exec() takes. Make it before a fork: the
+/// child of a process with threads must not allocate.
 class Environment
 {
 public:
@@ -41,15 +40,15 @@ private:
 };
 
 struct RunOptions {
-    std::string input = {}; ///< given to standard input, then its end
+    std::string input = {}; ///< the whole of standard input
     std::map<std::string, std::string> environment = {}; ///< set on top of this process's own
     std::filesystem::path folder = {}; ///< working folder
     std::string outputTo = {}; ///< standard output goes to this file, "/dev/full" for instance
     bool closeOutput = false; ///< nobody reads standard output
-    std::vector<int> closed = {}; ///< of 0, 1 and 2: what it is started without
-    std::uint64_t largestFile = 0; ///< no file may grow beyond so many bytes; 0 any may
-    bool stranger = false; ///< run by root, it is a user without any rights
-    bool terminal = false; ///< all three streams are one terminal; `output` has what it shows
+    std::vector<int> closed = {}; ///< descriptors, of 0, 1 and 2, that it is started without
+    std::uint64_t largestFile = 0; ///< limit of a file's size in bytes; 0: none
+    bool stranger = false; ///< when root runs the test, the program runs as a user without rights
+    bool terminal = false; ///< all three streams are one terminal, whose contents are in `output`
     std::chrono::milliseconds limit = 60'000ms; ///< the program is killed after this, and `signal` says so
 };
 
@@ -73,16 +72,16 @@ public:
     [[nodiscard]] pid_t pid() const { return m_pid; }
     void sendSignal(int number) const;
 
-    /// The next whole line of standard output, without its end; nothing when the output ended or time is up first.
+    /// The next whole line of standard output, without its end; nothing when the output or the time ends first.
     std::optional<std::string> readLine();
 
-    /// Writes to standard input (a terminal's, too) while the program runs.
+    /// Writes to standard input or the terminal while the program runs.
     void type(const std::string& text) { m_options.input += text; }
 
-    /// Waits until the output holds `text`. @return false when the output ended or time is up first
+    /// Waits until the output holds `text`. @return false when the output or the time ends first
     bool waitFor(const std::string& text);
 
-    /// Takes all the output there is and waits for the end.
+    /// Reads all output and waits for the end of the program.
     RunResult finish();
 
 private:
@@ -90,10 +89,10 @@ private:
 
     void start(const std::vector<std::string>& command);
 
-    /// In the child: what it may not do.
+    /// In the child: sets the limits of the options.
     void limit() const;
 
-    /// Moves what can be moved, waiting for something. @return false when both outputs have ended, or time is up
+    /// Waits, then moves the input and output that it can. @return false when both outputs or the time have ended
     bool pump();
 
     static void take(const pollfd& wait, int& descriptor, std::string& into);
@@ -112,7 +111,7 @@ private:
 /// Runs a program to its end.
 RunResult run(const std::string& name, std::vector<std::string> arguments, RunOptions options = {});
 
-/// A test that has a demo machine of its own, which `kestctl sim new` wrote, as the configured one.
+/// A test with its own demo machine, written by `kestctl sim new`, which is the configured one.
 class MachineTest : public ::testing::Test
 {
 protected:
@@ -133,7 +132,7 @@ protected:
     }
     /// Lets users without any rights read what is in the folder. @return whether they can start the programs
     [[nodiscard]] bool letStrangersIn() const;
-    /// kestctl's standard output; the test fails when it does not end with exit code 0 and nothing on standard error.
+    /// kestctl's standard output. The test fails unless the exit code is 0 and standard error is empty.
     std::string says(std::vector<std::string> arguments, RunOptions options = {}) const;
 
 private:

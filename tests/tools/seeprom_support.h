@@ -20,7 +20,7 @@ protected:
         writeFile(folder() / name, content);
         return (folder() / name).string();
     }
-    /// The one line that a failing command says, after "kestctl: ".
+    /// The one line that a failing command prints, without "kestctl: ".
     std::string complaint(int exit, std::vector<std::string> arguments, RunOptions options = {}) const;
     void fault(std::vector<std::string> words) const
     {

@@ -19,11 +19,11 @@
 namespace
 {
 
-thread_local std::vector<std::string>* synced = nullptr; ///< when somebody wants to know: paths brought to the disk
+thread_local std::vector<std::string>* synced = nullptr; ///< paths brought to the disk; null: not recorded
 
 } // namespace
 
-/// Stands in front of the C library's.
+/// Replaces the C library's function.
 extern "C" int fsync(int descriptor)
 {
     if (synced != nullptr) {
@@ -77,7 +77,7 @@ TEST_F(DurableRecord, OfAFirstFailureIsOnTheDiskWithItsName)
     EXPECT_EQ(std::filesystem::path(paths[0]).parent_path(), paths[1]) << paths[0];
 }
 
-TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)
+TEST_F(Durable, EachNewFolderIsOnTheDiskInItsParent)
 {
     EXPECT_EQ(0, makeFolders(path("a/b/c")));
     EXPECT_THAT(syncedSince(), ElementsAre(path(), path("a"), path("a/b")));
@@ -85,7 +85,7 @@ TEST_F(Durable, EachFolderMadeIsInTheOneAroundIt)
     EXPECT_THAT(syncedSince(), IsEmpty()) << "nothing was made";
 }
 
-/// Whether nothing is open as standard input, output or error but /dev/null.
+/// Whether standard input, output and error are all /dev/null.
 bool nothingStandsForStreams()
 {
     bool nothing = true;
@@ -98,8 +98,8 @@ bool nothingStandsForStreams()
     return nothing;
 }
 
-/// Runs `work` in a process without standard input, output and error. @return 0 when it went well and all that stays
-/// open has other numbers
+/// Runs `work` in a process without standard input, output and error. @return 0 when `work` succeeded and no file that
+/// it leaves open has one of their numbers
 int withoutStreams(const std::function<bool()>& work)
 {
     return inChild([&] {
@@ -116,7 +116,7 @@ TEST(Descriptors, OfThePlatformNeverStandForTheStandardStreams)
     EXPECT_EQ(0, withoutStreams([] {
                   trace_wobu_descriptor made = nullptr;
                   const bool rings = trace_wobu_init_buffer(&made, "STREAMS", 4096) == 0;
-                  // which gives the ring its file
+                  // this opens the file of the ring
                   return host::reloadConfiguration().empty() && rings;
               }));
     EXPECT_EQ(0, withoutStreams([&] {
@@ -173,7 +173,7 @@ TEST(Folders, FileOrDanglingLinkIsNoFolder)
     EXPECT_EQ(ENOTDIR, makeFolders(folder.path() / "link"));
 }
 
-TEST(Files, PastALimitOnTheirSizeAWriteFailsAndTheProcessGoesOn)
+TEST(Files, WriteBeyondTheSizeLimitFailsAndTheProcessContinues)
 {
     const HostFolder folder;
     EXPECT_EQ(EFBIG, inChild([&] {
@@ -203,7 +203,7 @@ TEST(Files, AreReplacedInAFolderThatMayNotBeRead)
     EXPECT_EQ("new", folder.read("closed/file"));
 }
 
-TEST_F(Durable, SpoolsNameWhoeverMakesIt)
+TEST_F(Durable, SpoolsNameWhicheverProcessMakesIt)
 {
     host::spool reserved(path("reserved"), path("lock"));
     EXPECT_EQ(0, reserved.reserve());

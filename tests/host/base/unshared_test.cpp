@@ -1,4 +1,4 @@
-/// Locked files and the children of whoever holds them.
+/// Locked files, and the children of the processes that hold them.
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
@@ -18,12 +18,12 @@
 namespace
 {
 
-thread_local std::function<void(int)> afterClose; ///< told once which number was closed
+thread_local std::function<void(int)> afterClose; ///< called once, with the number that was closed
 
 } // namespace
 
 #ifndef KEST_THREAD_SANITIZER
-/// Stands in front of the C library's.
+/// Replaces the C library's function.
 extern "C" int close(int descriptor)
 {
     const int result = static_cast<int>(syscall(SYS_close, descriptor));
@@ -57,7 +57,7 @@ struct Pipe {
             close(std::exchange(ends[which], -1));
         }
     }
-    void tell() const { EXPECT_EQ(1, write(ends[1], "!", 1)); }
+    void announce() const { EXPECT_EQ(1, write(ends[1], "!", 1)); }
     [[nodiscard]] bool hear() const
     {
         char word = 0;
@@ -101,7 +101,7 @@ TEST(UnsharedFile, ThatCanNotBeOpenedIsNone)
 }
 
 #ifndef KEST_THREAD_SANITIZER
-// The number is free as soon as the lock's file is closed, and may be another file's before the next statement.
+// The number is free as soon as the lock's file is closed. Another file may have it before the next statement.
 TEST(UnsharedFile, ForkBesideAnUnlockClosesNoFileOfAnotherThread)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
@@ -124,10 +124,10 @@ TEST(UnsharedFile, ForkBesideAnUnlockClosesNoFileOfAnotherThread)
                     _exit(isOpen(another) ? 0 : 1);
                 }
                 waitpid(child, &status, 0);
-                forked.tell();
+                forked.announce();
             });
             pollfd word{forked.ends[0], POLLIN, 0};
-            // a fork that is kept waiting comes later
+            // if the lock makes the fork wait, it comes later
             poll(&word, 1, 300);
         };
     }
@@ -143,14 +143,14 @@ TEST(FileLock, OfAKilledOwnerIsFreeThoughAChildOfItLives)
     const HostFolder folder;
     const std::string file = folder.path() / "lock";
     Pipe ready;
-    // the grandchild ends with it
+    // this ends the grandchild
     Pipe life;
     const pid_t owner = fork();
     if (owner == 0) {
         const fileLock held(file);
         if (held.error() == 0 && fork() == 0) {
             life.closeEnd(1);
-            ready.tell();
+            ready.announce();
             static_cast<void>(life.hear());
             _exit(0);
         }

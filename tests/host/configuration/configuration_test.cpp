@@ -20,18 +20,18 @@ using host::configuration;
 using host::configurationResult;
 using host::readConfiguration;
 
-/// Read while the program's static objects were made: the library's trace buffer asks for the configuration that early.
+/// Read while the program's static objects are made: the library's trace buffer needs the configuration that early.
 const std::size_t stateFolderAtLoad = host::currentConfiguration().stateFolder.string().size();
 
 class Configuration : public testing::Test
 {
 protected:
-    /// The message about a file of this text, without the file's name.
+    /// The message about a file with this text, without the file's name.
     std::string errorOf(const std::string& text)
     {
         const std::filesystem::path file = folder.write("wrong.toml", text);
         const configurationResult result = readConfiguration(file);
-        EXPECT_TRUE(result.error.empty() || result.value.file.empty()) << "a file in error gives the defaults";
+        EXPECT_TRUE(result.error.empty() || result.value.file.empty()) << "a file with an error gives the defaults";
         const std::string name = file.string() + ":";
         return result.error.starts_with(name) ? result.error.substr(name.size()) : result.error;
     }
@@ -183,7 +183,7 @@ TEST_F(Configuration, OneDeviceMayStandInSeveralPlaces)
                 .devices.size());
 }
 
-TEST_F(Configuration, UnknownKeysAreTold)
+TEST_F(Configuration, UnknownKeysAreReported)
 {
     expectMessages(
         {{"stat = \"x\"",
@@ -209,7 +209,7 @@ TEST_F(Configuration, UnknownKeysAreTold)
           "machine, linux, service, found an unknown key"}});
 }
 
-TEST_F(Configuration, WrongTypesAreTold)
+TEST_F(Configuration, WrongTypesAreReported)
 {
     expectMessages(
         {{"state = 5",
@@ -275,7 +275,7 @@ TEST_F(Configuration, WrongTypesAreTold)
                                                 "bytes without control characters, found true"}});
 }
 
-TEST_F(Configuration, WrongValuesAreTold)
+TEST_F(Configuration, WrongValuesAreReported)
 {
     expectMessages(
         {{"state = \"\"",
@@ -326,7 +326,7 @@ TEST_F(Configuration, WrongValuesAreTold)
                                          "without control characters, found the string \"\""}});
 }
 
-TEST_F(Configuration, SyntaxIsToldAndTheFirstFaultOfSeveral)
+TEST_F(Configuration, SyntaxErrorsAndTheFirstFaultOfSeveralAreReported)
 {
     expectMessages(
         {{"[service]\n  max_clients = x\n",
@@ -335,12 +335,12 @@ TEST_F(Configuration, SyntaxIsToldAndTheFirstFaultOfSeveral)
           "1:6: key 'state': no TOML: error while parsing key-value pair: expected '=', saw the end of the line"},
          {"state = \"a\"\nstate = \"b\"\n", "2:9: key 'state': no TOML: error while parsing "
                                             "key-value pair: cannot redefine existing string 'state'"},
-         // The parser does the undefined with these.
+         // The behaviour of the parser is undefined for these.
          {"state = \"a\"\n[[\n", "2:1: key '[[': expected plain TOML, found a '[' without the name of a table"},
          {"state = \"\xC3\xBC\"\n",
           "1:10: key 'state': expected plain TOML, found a character beyond ASCII outside a comment"},
          {"state = \"\"\"\na\"\"\"\n", "1:9: key 'state': expected plain TOML, found a string of several lines"},
-         // The first of several faults is told, whatever the order in which keys are looked at.
+         // The first of several faults is reported, in whatever order the keys are read.
          {"machine.time = 1\nerrorlog.max_entries = 0\nzzz = 1",
           "1:16: key 'machine.time': expected \"fast\" or \"real\", found the integer 1"}});
 }
@@ -362,7 +362,7 @@ TEST_F(Configuration, OverlongTextsAreRefused)
     EXPECT_EQ("", errorOf("[[device]]\nnumber = 1\nlocation = \"" + std::string(255, 'a') + "\""));
 }
 
-TEST_F(Configuration, AnUnreadableFileIsToldAsAFile)
+TEST_F(Configuration, AnUnreadableFileIsReportedByItsPath)
 {
     const std::string missing = (folder.path() / "missing.toml").string();
     EXPECT_EQ(missing + ": No such file or directory", readConfiguration(missing).error);
@@ -390,12 +390,12 @@ TEST_F(Configuration, ABadFileNeverReplacesAGoodOne)
     EXPECT_EQ(&before, &host::currentConfiguration());
     EXPECT_EQ("", host::configurationError());
     folder.configure("registry.a = \"2\"");
-    EXPECT_EQ("1", before.registry.at("a")) << "what was handed out stays";
+    EXPECT_EQ("1", before.registry.at("a")) << "what was handed out is kept";
     EXPECT_EQ("2", host::currentConfiguration().registry.at("a"));
     EXPECT_FALSE(host::useConfigurationFile(folder.path() / "kest.toml")) << "too late";
 }
 
-/// The state folder of a user without rights, in an environment of these two variables.
+/// The state folder of a user without rights, with these two variables in the environment.
 int checkStateFolder(const char* stateHome, const char* home, const std::string& expected)
 {
     return inChild([&] {
@@ -406,10 +406,10 @@ int checkStateFolder(const char* stateHome, const char* home, const std::string&
     });
 }
 
-TEST_F(Configuration, StateOfAUserLiesWithTheUser)
+TEST_F(Configuration, StateOfAUserIsInTheUsersFolder)
 {
     if (access("/var/lib/kest", W_OK) == 0 && geteuid() != 0) {
-        GTEST_SKIP() << "this user has been given the system's state folder";
+        GTEST_SKIP() << "this user owns the system's state folder";
     }
     EXPECT_EQ(0, checkStateFolder("/x/state", "/home/u", "/x/state/kest"));
     EXPECT_EQ(0, checkStateFolder("relative", "/home/u", "/home/u/.local/state/kest"));
@@ -418,7 +418,7 @@ TEST_F(Configuration, StateOfAUserLiesWithTheUser)
     EXPECT_EQ(0, checkStateFolder(nullptr, nullptr, "/var/tmp/kest-" + user + "/state"));
 }
 
-TEST_F(Configuration, StateOfRootLiesWithTheSystem)
+TEST_F(Configuration, StateOfRootIsInTheSystemsFolder)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs root";

@@ -28,7 +28,7 @@ protected:
     }
     [[nodiscard]] std::string value() const { return {buffer.data(), size}; }
     /// Return code and the first two user data words.
-    static std::array<std::uint32_t, 3> told(const ErrlEntry& entry)
+    static std::array<std::uint32_t, 3> summaryOf(const ErrlEntry& entry)
     {
         unsigned int count = 0;
         const std::uint32_t* words = entry.getSRC(0)->getHexData(count);
@@ -40,7 +40,7 @@ protected:
     unsigned int size = 0;
 };
 
-/// Whether a failed read is told as one: by an entry, and the caller's buffer as it was.
+/// Whether a failed read is reported by an entry and leaves the caller's buffer as it was.
 bool isFailure(const ErrlEntry* entry, const std::array<char, 16>& buffer, unsigned int size)
 {
     return entry != nullptr && buffer.front() == '#' && size == 16;
@@ -66,7 +66,7 @@ TEST_F(Registry, AValueThatDoesNotFitIsAnErrorAndLeavesTheBuffer)
 {
     const auto entry = read("tavo/ReadMode", 8);
     ASSERT_NE(nullptr, entry);
-    EXPECT_EQ((std::array<std::uint32_t, 3>{0x80001503, 8, 9}), told(*entry));
+    EXPECT_EQ((std::array<std::uint32_t, 3>{0x80001503, 8, 9}), summaryOf(*entry));
     EXPECT_EQ('#', buffer[0]);
     EXPECT_EQ(8U, size);
 }
@@ -95,7 +95,7 @@ TEST_F(Registry, NullArgumentsAreRefused)
     EXPECT_EQ(0x80001501U, noBuffer->getRC());
 }
 
-/// Runs in a process of its own, whose configuration is in error from the start.
+/// Runs in a process of its own, whose configuration is wrong from the start.
 TEST(RegistryOfAFreshProcess, DISABLED_WithAFileInError)
 {
     EXPECT_EQ("HWareMode", host::currentConfiguration().registry.at("tavo/ReadMode"));
@@ -110,7 +110,7 @@ TEST(RegistryOfAFreshProcess, DISABLED_WithAFileInError)
     EXPECT_NE(std::string::npos, std::string(reason.begin(), reason.end()).find("wrong.toml:1:1: key 'stat'"));
 }
 
-/// Runs one disabled test in a process of its own. @return what it said
+/// Runs one disabled test in a process of its own. @return its output
 std::string inFreshProcess(const HostFolder& folder, const std::string& file, const std::string& test)
 {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
@@ -121,7 +121,7 @@ std::string inFreshProcess(const HostFolder& folder, const std::string& file, co
     return folder.read("said");
 }
 
-// A default in place of the value that was meant would send writes to the hardware that were meant for a copy.
+// With a default in place of the configured value, writes meant for a copy would go to the hardware.
 TEST(RegistryOfAFreshProcess, GivesNoDefaultsInPlaceOfAFileInError)
 {
     const HostFolder folder;
@@ -129,7 +129,7 @@ TEST(RegistryOfAFreshProcess, GivesNoDefaultsInPlaceOfAFileInError)
                 testing::HasSubstr("[  PASSED  ] 1 test."));
 }
 
-/// Runs in a process of its own, whose configuration nobody has read yet.
+/// Runs in a process of its own, which has not read its configuration yet.
 TEST(RegistryOfAFreshProcess, DISABLED_WithoutMemory)
 {
     EXPECT_EQ("", withoutMemory([] {

@@ -43,7 +43,7 @@ TEST_F(ErrorEntry, FirstSrcIsDescribedByTheConstructor)
     EXPECT_NE(0U, entry->plid());
 }
 
-TEST_F(ErrorEntry, FurtherSrcsComeBehindAndLeaveThePointersAlone)
+TEST_F(ErrorEntry, FurtherSrcsAreAppendedAndKeepPointersValid)
 {
     const auto entry = make();
     const SrciSrc* first = entry->getSRC(0);
@@ -115,7 +115,7 @@ TEST_F(ErrorEntry, IdentifiersDifferAndOutlastTheirProcess)
     EXPECT_LT(latest, make()->plid());
 }
 
-TEST_F(ErrorEntry, ALostCounterGoesOnBehindWhatIsStored)
+TEST_F(ErrorEntry, ALostCounterContinuesAfterTheStoredEntries)
 {
     std::uint32_t latest = 0;
     for (std::uint32_t number = 0; number < 40; ++number) {
@@ -183,7 +183,7 @@ TEST_F(ErrorEntry, UsedUpIdentifiersBeginAgain)
     EXPECT_EQ(1U, make()->plid());
 }
 
-TEST_F(ErrorEntry, WithoutAStateFolderIdentifiersAreStillThereAndDiffer)
+TEST_F(ErrorEntry, WithoutAStateFolderIdentifiersStillDiffer)
 {
     folder.write("state", "a file where the folder should be");
     std::set<std::uint32_t> ids;

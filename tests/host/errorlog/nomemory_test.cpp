@@ -177,7 +177,7 @@ TEST_F(ErrorLogMemory, TwoEntriesCanBeToldApart)
               }));
 }
 
-TEST_F(ErrorLogMemory, AnAssignedEntryIsTheOtherOneAtLeastInItsNumbers)
+TEST_F(ErrorLogMemory, AnAssignedEntryHasAtLeastTheNumbersOfTheOther)
 {
     const std::unique_ptr<ErrlEntry> other(newEntry(62));
     other->setSev(ERRL_SEV_RECOVERED);

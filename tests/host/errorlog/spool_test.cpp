@@ -206,7 +206,7 @@ TEST_F(Spool, RoomIsSetAsideForAFullDisk)
     EXPECT_EQ(0, result);
 }
 
-TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsNone)
+TEST_F(Spool, IsElsewhereWhenTheStateFolderIsNone)
 {
     std::filesystem::remove_all(folder.path() / "state");
     folder.write("state", "a file");
@@ -222,7 +222,7 @@ TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsNone)
     EXPECT_EQ("", otherSpoolText());
 }
 
-TEST_F(Spool, LiesElsewhereWhenTheStateFolderMayNotBeWritten)
+TEST_F(Spool, IsElsewhereWhenTheStateFolderMayNotBeWritten)
 {
     chmod(folder.path().c_str(), 0777);
     chmod((folder.path() / "kest.toml").c_str(), 0644);
@@ -267,7 +267,7 @@ TEST_F(Spool, IsNotTakenFromAFolderThatOthersMayWrite)
     EXPECT_NE("", otherSpoolText());
 }
 
-TEST_F(Spool, LiesElsewhereWhenTheStateFolderIsACircleOfLinks)
+TEST_F(Spool, IsElsewhereWhenTheStateFolderIsACircleOfLinks)
 {
     std::filesystem::remove_all(folder.path() / "state");
     std::filesystem::create_symlink("state", folder.path() / "state");
@@ -348,7 +348,7 @@ TEST_F(Spool, StandardErrorTakesWhatNoSpoolCan)
     EXPECT_NE(std::string::npos, reported.find(R"("spool_error":"Operation not permitted")")) << reported;
 }
 
-TEST_F(Spool, AnEntryThatIsInBothIsThereOnce)
+TEST_F(Spool, AnEntryInStoreAndSpoolIsListedOnce)
 {
     if (!database) {
         GTEST_SKIP() << "built without a database";

@@ -156,7 +156,7 @@ TEST_F(ErrorLog, ThreadsOfOneProcessCommitTogether)
     EXPECT_EQ(200U, distinct.size());
 }
 
-TEST_F(ErrorLog, AForkedChildGoesOnByItself)
+TEST_F(ErrorLog, AForkedChildContinuesByItself)
 {
     commitEntry(1);
     EXPECT_EQ(0, inChild([] {
@@ -194,7 +194,7 @@ TEST_F(ErrorLog, ForksBesideCommitsAndReadsLoseNothing)
     EXPECT_EQ("", host::checkStore());
 }
 
-TEST_F(ErrorLog, ARemovedStoreBeginsAnew)
+TEST_F(ErrorLog, ARemovedStoreIsMadeAgain)
 {
     commitEntry(1);
     std::filesystem::remove_all(folder.path() / "state");

@@ -1,4 +1,4 @@
-/// The IIC layer over a Linux bus, on a stand-in for the kernel.
+/// The IIC layer over a Linux bus, with a stand-in for the kernel.
 #include <algorithm>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -93,9 +93,9 @@ TEST_F(LinuxBus, ReadsAWholeChipInOneCallOfLongestMessages)
     EXPECT_THAT(kernel.log, ElementsAre("50W 0000 50R 8192 50R 8192 50R 8192 50R 8192"));
 }
 
-TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallGoesOnWithItsOffset)
+TEST_F(LinuxBus, ReadOfMoreThanFitsIntoACallContinuesWithItsOffset)
 {
-    // no bus is as fast: the messages of a call are the limit
+    // no real bus is as fast: here the messages of a call are the limit
     kernel.adapterHz = 100'000'000;
     OpenDevice device("/dev/i2c-7");
     Block fast = eeprom();
@@ -128,12 +128,12 @@ TEST_F(LinuxBus, AsksABusyChipUntilItAnswersAndSendsThePageThen)
     EXPECT_EQ("50W 66", kernel.log.front());
     EXPECT_EQ("50R 1", kernel.log.back());
     EXPECT_LE(1'000'000'000 + 2 * 3'500'000U, kernel.clockNs);
-    // and doesn't dawdle
+    // and no later than needed
     EXPECT_GE(1'000'000'000 + 2 * 3'500'000U + 2'000'000U, kernel.clockNs);
     EXPECT_EQ(pattern(128, 3), Bytes(chip().memory.begin(), chip().memory.begin() + 128));
 }
 
-TEST_F(LinuxBus, WriteCycleThatDoesNotEndIsToldAfterFourOfThemOrFiftyMilliseconds)
+TEST_F(LinuxBus, EndlessWriteCycleIsReportedAfterFourOfThemOrFiftyMilliseconds)
 {
     struct {
         std::uint16_t promisedMs;
@@ -175,7 +175,7 @@ TEST_F(LinuxBus, AbsentDeviceIsAskedForFiftyMillisecondsOrByteFortyWhenLess)
     EXPECT_THAT(device.firstFailure(), HasSubstr("\"silence\":\"absent\""));
 }
 
-TEST_F(LinuxBus, DeviceThatComesOutOfAnothersWriteCycleIsRead)
+TEST_F(LinuxBus, DeviceIsReadWhenAnothersWriteCycleEnds)
 {
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
@@ -183,7 +183,7 @@ TEST_F(LinuxBus, DeviceThatComesOutOfAnothersWriteCycleIsRead)
     EXPECT_EQ(Bytes(chip().memory.begin(), chip().memory.begin() + 8), device.readAll(8));
 }
 
-TEST_F(LinuxBus, RefusedDataIsToldFromARefusedAddress)
+TEST_F(LinuxBus, RefusedDataIsNotReportedAsARefusedAddress)
 {
     OpenDevice device("/dev/i2c-7");
     chip().refusesData = true;
@@ -207,7 +207,7 @@ TEST_P(LinuxBusErrno, IsMappedForReadAndWrite)
     Bytes data(4);
     EXPECT_EQ((Answer{0, GetParam().expected}), device.read(data));
     EXPECT_EQ((Answer{0, GetParam().expected}), device.write(data));
-    // and the handle is as usable as before
+    // the handle is as usable as before
     kernel.lastingFailure = 0;
     EXPECT_EQ(Bytes(chip().memory.begin(), chip().memory.begin() + 4), device.readAll(4));
 }
@@ -321,7 +321,7 @@ TEST_F(LinuxBus, AdapterThatTakesLessIsGivenLess)
                 ElementsAre("50W 0000 50R 375", "50W 0177 50R 375", "50W 02EE 50R 375", "50W 0465 50R 375"));
 }
 
-TEST_F(LinuxBus, AdapterThatCannotAskAnAddressAloneWritesAnEepromAllTheSame)
+TEST_F(LinuxBus, AdapterThatSendsNoAddressAloneStillWritesAnEeprom)
 {
     kernel.functions &= ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK);
     OpenDevice device("/dev/i2c-7");
@@ -338,7 +338,7 @@ TEST_F(LinuxBus, ResetOpensTheAdapterAnewAndAsksForASignOfLife)
     EXPECT_THAT(kernel.log, ElementsAre("50R 1"));
     EXPECT_EQ(1, kernel.openNodes);
 
-    // nothing there: the bus itself is alive
+    // no device there, but the bus itself works
     kernel.chips.clear();
     EXPECT_EQ((Answer{0, 0}), device.reset());
     kernel.lastingFailure = ETIMEDOUT;
@@ -401,7 +401,7 @@ TEST_F(LinuxBus, ScanAsksByTheSafeWayForEachRangeAndLeavesDriversAlone)
                                                        : host::iic::presence::absent;
         EXPECT_EQ(expected, result.state) << unsigned{result.address};
     }
-    // one question each, and none to the driver's
+    // one transaction for each address, and none for the driver's
     ASSERT_EQ(111U, kernel.log.size());
     EXPECT_EQ("08W ", kernel.log[0]);
     EXPECT_EQ("2FW ", kernel.log[0x2F - 8]);
@@ -473,7 +473,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SmbusCase{I2C_FUNC_SMBUS_WORD_DATA, 1, {}, 2, 0, "48R word data 10"},
                     SmbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 1, {}, 7, 0, "48R i2c block 10 7"},
                     SmbusCase{I2C_FUNC_SMBUS_I2C_BLOCK | I2C_FUNC_SMBUS_QUICK, 2, {9}, 0, 0, "48W i2c block 00 2:1009"},
-                    SmbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 2, {}, 7, ENOSYS, ""}, // two bytes of offset ahead of a read
+                    SmbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 2, {}, 7, ENOSYS, ""}, // two bytes of offset before a read
                     SmbusCase{I2C_FUNC_SMBUS_BYTE, 0, {}, 2, EINVAL, ""}, // a plain read of two bytes
                     SmbusCase{I2C_FUNC_SMBUS_I2C_BLOCK, 0, {}, 2, ENOSYS, ""},
                     SmbusCase{I2C_FUNC_SMBUS_BYTE, 0, {1, 2}, 0, EINVAL, ""},

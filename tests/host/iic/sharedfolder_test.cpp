@@ -1,4 +1,4 @@
-/// The folder in which the users of a bus meet.
+/// The folder that all users of a bus share.
 #include <fcntl.h>
 #include <fstream>
 #include <grp.h>
@@ -23,7 +23,7 @@ int changesOfOwner = 0;
 
 } // namespace
 
-/// Stands in front of the C library's.
+/// Replaces the C library's function.
 extern "C" int fchown(int descriptor, uid_t owner, gid_t group) noexcept
 {
     ++changesOfOwner;
@@ -38,7 +38,7 @@ namespace
 class SharedFolder : public testing::Test
 {
 protected:
-    // a careful user's, who is the first on the bus
+    // of a user with a strict umask, who is the first on the bus
     SharedFolder() { umask(0077); }
     ~SharedFolder() override { umask(m_umask); }
 
@@ -49,7 +49,7 @@ protected:
         EXPECT_EQ(0, lstat((settings.folder() / name).c_str(), &about)) << name;
         return about.st_mode;
     }
-    /// The errno of the first lock of a bus whose lock folder is `name`, 0 when it was had.
+    /// The errno of the first lock of a bus whose lock folder is `name`, 0 when it was taken.
     [[nodiscard]] int lockIn(const std::string& name) const
     {
         settings.use("state = \"state\"\n[linux]\nlock_folder = \"" + name + "\"\n");
@@ -72,8 +72,8 @@ protected:
         EXPECT_EQ(0, chown(path.c_str(), owner, group));
         EXPECT_EQ(0, chmod(path.c_str(), mode));
     }
-    /// The errno of a lock in `name` that a user without rights asks for, who is in `group`; -1 when something else
-    /// went wrong.
+    /// The errno that a user without rights, who is in `group`, gets for a lock in `name`; -1 when something else went
+    /// wrong.
     [[nodiscard]] int lockOfAStranger(const std::string& name, gid_t group) const
     {
         EXPECT_EQ(0, chmod(settings.folder().c_str(), 0755));
@@ -101,7 +101,7 @@ private:
     mode_t m_umask = umask(0);
 };
 
-TEST_F(SharedFolder, MakesWhatIsMissingAboveForEverybodyToPass)
+TEST_F(SharedFolder, MakesMissingParentsThatEveryUserCanEnter)
 {
     kernel.nodeMode = S_IFCHR | 0660;
     EXPECT_EQ(0, lockIn("srv/a/b"));
@@ -111,7 +111,7 @@ TEST_F(SharedFolder, MakesWhatIsMissingAboveForEverybodyToPass)
     EXPECT_EQ(S_IFREG | mode_t{0660}, modeOf("srv/a/b/i2c-89-7.lock"));
 }
 
-TEST_F(SharedFolder, LeavesWhatIsThereAsItIs)
+TEST_F(SharedFolder, LeavesExistingFoldersUnchanged)
 {
     std::filesystem::create_directories(settings.folder() / "srv/a");
     const mode_t before = modeOf("srv");
@@ -143,7 +143,7 @@ TEST_F(SharedFolder, LockFileIsNotReachedThroughALink)
     if (geteuid() != 0)                                                                                                \
     GTEST_SKIP() << "only root can prepare the folders of other users"
 
-// A service may be ended for the attempt to change an owner.
+// A filter of system calls may end a service that tries to change an owner.
 TEST_F(SharedFolder, FilesHaveTheFoldersGroupAndTheNodesModeWithoutAChangeOfOwner)
 {
     KEST_NEEDS_ROOT();
@@ -156,7 +156,7 @@ TEST_F(SharedFolder, FilesHaveTheFoldersGroupAndTheNodesModeWithoutAChangeOfOwne
     EXPECT_EQ(S_IFREG | mode_t{0660}, modeOf("locks/i2c-89-7.lock"));
 }
 
-TEST_F(SharedFolder, AnotherGroupThanTheNodesGetsNoMoreThanEverybody)
+TEST_F(SharedFolder, AnotherGroupThanTheNodesHasNoMoreRightsThanOthers)
 {
     KEST_NEEDS_ROOT();
     kernel.nodeMode = S_IFCHR | 0660;
@@ -207,7 +207,7 @@ TEST_F(SharedFolder, FolderOfAnotherUserIsRefusedWithTheCommandThatMakesItRight)
     EXPECT_EQ("'" + path + "' belongs to user 65534, who could exchange the locks in it; as root: chown 0:4242 '" +
                   path + "'",
               trouble());
-    // it is its own
+    // it is the user's own
     EXPECT_EQ(0, lockOfAStranger("locks", stranger));
     EXPECT_EQ(0, chown(path.c_str(), 0, lab));
     EXPECT_EQ("", trouble());

@@ -1,5 +1,5 @@
-/// Transfers of the IIC layer on adapters that take little at once, that can't ask an address
-/// alone, or that run out of memory.
+/// Transfers of the IIC layer on adapters that take little at once, that can't probe an address without data, or that
+/// run out of memory.
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
@@ -34,7 +34,7 @@ protected:
         kernel.chips[0x40] = {.memory = Bytes(65536), .offsetBytes = offsetBytes, .hubStatus = {0}};
         return kernel.chips[0x40];
     }
-    /// Ends a transfer that would go on for ever.
+    /// Ends a transfer that would never end by itself.
     void boundTransactions(std::size_t most)
     {
         kernel.beforeTransfer = [this, most] { kernel.lastingFailure = kernel.log.size() >= most ? EIO : 0; };
@@ -65,9 +65,8 @@ TEST_F(SmallAdapter, PageThatMayStillBeBeingWrittenDoesNotCountWhenTheAdapterTak
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
     device.seek(56);
-    EXPECT_EQ((Answer{0, ETIME}),
-              // 8 bytes up to the page's end, then 22 that are too many
-              device.write(pattern(30, 9)));
+    // 8 bytes up to the page's end, then 22 that are too many
+    EXPECT_EQ((Answer{0, ETIME}), device.write(pattern(30, 9)));
     EXPECT_EQ("50W 0038171E252C333A4148", kernel.log.front());
 }
 
@@ -81,7 +80,7 @@ TEST_F(SmallAdapter, PagesAreWrittenInSmallerMessagesWithTheirOffsets)
     EXPECT_EQ(data, slice(chip().memory, 0, 40));
     kernel.log.clear();
     EXPECT_EQ((Answer{8, 0}), device.write({1, 2, 3, 4, 5, 6, 7, 8}));
-    // what it takes is known by now
+    // by now the layer knows what the adapter takes
     EXPECT_EQ("50W 00280102030405060708", kernel.log.front());
 }
 
@@ -92,11 +91,11 @@ TEST_F(SmallAdapter, PlainTransferThatTheAdapterRefusesIsNotSplit)
     Bytes data(20, 0x33);
     EXPECT_EQ((Answer{0, EINVAL}), device.write(data));
     EXPECT_EQ((Answer{0, EINVAL}), device.read(data));
-    // again, with what was learnt
+    // the same, now that the layer knows the limit
     EXPECT_EQ((Answer{0, EINVAL}), device.read(data));
     EXPECT_THAT(kernel.log, IsEmpty());
     data.resize(16);
-    // the most that it takes
+    // as much as it takes
     EXPECT_EQ((Answer{16, 0}), device.read(data));
     EXPECT_THAT(kernel.log, ElementsAre("50R 16"));
 }
@@ -137,8 +136,8 @@ TEST_F(SmallAdapter, HubReadNeedsRoomForOneByteBehindItsStatus)
     EXPECT_THAT(kernel.log, IsEmpty());
 }
 
-/// What a kernel bus reckons with: the lower of the speed set and the adapter's clock, and how
-/// many bytes go into 250 ms of it.
+/// What a kernel bus computes with: the lower of the set speed and the adapter's clock, and the bytes that fit into 250
+/// ms.
 struct ClockCase {
     std::uint32_t adapterHz;
     std::uint16_t speedKhz;
@@ -181,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(All, LongRead,
 
 TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 {
-    // 250 bits: 24 bytes behind an offset of one
+    // 250 bits: 24 bytes after an offset of one
     kernel.adapterHz = 1000;
     chip() = {.memory = pattern(256), .offsetBytes = 1};
     const Bytes memory = chip().memory;
@@ -196,7 +195,7 @@ TEST_F(SmallAdapter, PiecesOfALongReadRollOverTheirPosition)
 
 TEST_F(SmallAdapter, PiecesOfALongReadThroughAHubHaveAStatusEach)
 {
-    // 22 bytes behind an offset of three
+    // 22 bytes after an offset of three
     kernel.adapterHz = 1000;
     const Bytes memory = pattern(65536);
     hub(3).memory = memory;
@@ -234,19 +233,19 @@ TEST(AdapterClock, IsTheDeviceTreesNumber)
     const auto node = own.folder() / "sys/bus/i2c/devices/i2c-7/of_node";
     host::iic::systemCalls calls(own.folder() / "sys");
     std::filesystem::create_directories(node);
-    const auto told = [&](const std::string& cell) {
+    const auto clockIn = [&](const std::string& cell) {
         std::ofstream(node / "clock-frequency", std::ios::binary) << cell;
         return calls.adapterClockHz(7);
     };
     EXPECT_EQ(0U, calls.adapterClockHz(7));
-    EXPECT_EQ(400'000U, told(std::string("\x00\x06\x1A\x80", 4)));
-    EXPECT_EQ(0xFFFE8480U, told("\xFF\xFE\x84\x80"));
-    EXPECT_EQ(0U, told(std::string("\x00\x06\x1A", 3)));
-    EXPECT_EQ(0U, told(std::string("\x00\x06\x1A\x80\x00", 5)));
+    EXPECT_EQ(400'000U, clockIn(std::string("\x00\x06\x1A\x80", 4)));
+    EXPECT_EQ(0xFFFE8480U, clockIn("\xFF\xFE\x84\x80"));
+    EXPECT_EQ(0U, clockIn(std::string("\x00\x06\x1A", 3)));
+    EXPECT_EQ(0U, clockIn(std::string("\x00\x06\x1A\x80\x00", 5)));
     EXPECT_EQ(0U, calls.adapterClockHz(8));
 }
 
-/// Adapters without an address alone: they say so, or refuse it only when it is sent.
+/// Adapters that send no address without data: they declare it, or refuse it only when it is sent.
 class HubThatCannotBeAsked : public SmallAdapter, public testing::WithParamInterface<bool>
 {
 protected:
@@ -274,7 +273,7 @@ TEST_P(HubThatCannotBeAsked, IsGivenItsWholeTime)
     EXPECT_EQ(60'100'000U, kernel.clockNs - beginning);
     Bytes data(1);
     device.seek(0x03A0FC);
-    // it is there again
+    // the hub acknowledges again
     EXPECT_EQ((Answer{1, 0}), device.read(data));
 }
 
@@ -302,7 +301,7 @@ TEST_P(HubThatCannotBeAsked, HasItsNextPageSentAgainUntilItTakesIt)
     EXPECT_EQ((Bytes{8, 9, 10}), slice(kernel.chips[0x40].memory, 0xA0F7, 3));
 }
 
-TEST_F(SmallAdapter, PlainReadOfABusyChipIsAskedForAgainAndMissesNoByte)
+TEST_F(SmallAdapter, PlainReadOfABusyChipIsRepeatedAndMissesNoByte)
 {
     OpenDevice device("/dev/i2c-7@A0");
     chip().busyUntilNs = kernel.clockNs + 3 * nsPerMs;
@@ -340,7 +339,7 @@ TEST_F(SmallAdapter, ChipWhoseOtherWriterIsDoneAfterTheLastQuestionIsRead)
     EXPECT_EQ((Bytes{pattern(2)}), data);
 }
 
-TEST_F(SmallAdapter, WithoutMemoryNobodyElseWritesAndItIsWrittenAllTheSame)
+TEST_F(SmallAdapter, WithoutMemoryNoOtherHandleWritesAndItIsStillWritten)
 {
     KEST_SKIP_UNLESS_MEMORY_CAN_FAIL();
     std::shared_ptr<host::iic::bus> wires;
@@ -352,7 +351,7 @@ TEST_F(SmallAdapter, WithoutMemoryNobodyElseWritesAndItIsWrittenAllTheSame)
               }));
 }
 
-TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
+TEST_F(SmallAdapter, SilentDeviceIsProbedOftenAtFirstAndThenLessAndLess)
 {
     std::vector<std::uint64_t> askedAtNs;
     const std::uint64_t beginning = kernel.clockNs;
@@ -367,7 +366,7 @@ TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
     EXPECT_EQ(200'000U, askedAtNs[1]);
     EXPECT_EQ(500'000U, askedAtNs[2]);
     EXPECT_EQ(10'100'000U, askedAtNs[34]);
-    // a sixteenth of the silence longer
+    // a sixteenth longer than the silence so far
     EXPECT_EQ(11'031'250U, askedAtNs[35]);
     EXPECT_EQ(12'020'703U, askedAtNs[36]);
     // at the window's end
@@ -377,7 +376,7 @@ TEST_F(SmallAdapter, SilentDeviceIsAskedOftenAtFirstAndEverMoreRarely)
 class ShortOfMemory : public SmallAdapter, public testing::WithParamInterface<int>
 {
 };
-TEST_P(ShortOfMemory, OfTheKernelIsToldAsWantOfMemory)
+TEST_P(ShortOfMemory, OfTheKernelIsReportedAsLackOfMemory)
 {
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
@@ -390,7 +389,7 @@ TEST_P(ShortOfMemory, OfTheKernelIsToldAsWantOfMemory)
 }
 INSTANTIATE_TEST_SUITE_P(All, ShortOfMemory, testing::Values(ENOMEM, EMFILE, ENFILE));
 
-TEST_F(ShortOfMemory, InTheMiddleOfAWriteTellsWhatWentOutAndIsRecorded)
+TEST_F(ShortOfMemory, InTheMiddleOfAWriteReturnsWhatWentOutAndIsRecorded)
 {
     OpenDevice device("/dev/i2c-7");
     device.set(eeprom());
@@ -405,7 +404,7 @@ TEST_F(ShortOfMemory, InTheMiddleOfAWriteTellsWhatWentOutAndIsRecorded)
     EXPECT_THAT(device.firstFailure(), HasSubstr("ENOMEM"));
 }
 
-TEST_F(ShortOfMemory, InTheMiddleOfAReadTellsWhatCameIn)
+TEST_F(ShortOfMemory, InTheMiddleOfAReadReturnsWhatCameIn)
 {
     kernel.longestRead = 16;
     OpenDevice device("/dev/i2c-7");
@@ -429,7 +428,7 @@ class ForkedSmbus : public LinuxBus
 protected:
     ForkedSmbus() { kernel.functions = I2C_FUNC_SMBUS_BYTE_DATA; }
 
-    /// @return what a child answers: 0 when `good` holds there
+    /// @return the exit code of a child: 0 when `good` is true there
     static int inChild(const std::function<bool()>& good)
     {
         const pid_t child = fork();
@@ -454,7 +453,7 @@ TEST_F(ForkedSmbus, ChildOpensTheNodeAnewBeforeItsFirstUseOfIt)
                   return read && kernel.calls == std::vector<std::string>{"open /dev/i2c-7"} && kernel.openNodes == 1;
               }));
     device.readAll(1);
-    // the parent keeps its own
+    // the parent's is not changed
     EXPECT_THAT(kernel.calls, IsEmpty());
 }
 

@@ -1,5 +1,5 @@
-/// Which lines of a ring an error entry takes. The records' times and thread numbers are the tests' own, so that lines
-/// are known to the byte.
+/// Which lines of a ring an error entry takes. The tests choose times and thread numbers, so that the size of each line
+/// is known.
 #include <atomic>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -49,8 +49,7 @@ protected:
         lane(thread).append(words, recordBytes(used) / sizeof(std::uint32_t), m_ring->laneUnits, m_ring->seed);
     }
 
-    /// As a writer leaves it that has its place in the lane and has not stored its words yet: what lay there before
-    /// stays.
+    /// The state of a record whose writer has taken its place but not stored its words: the old words are still there.
     void reserve(std::uint32_t units, std::uint32_t thread = 1)
     {
         auto* position = reinterpret_cast<std::uint32_t*>(&lane(thread));
@@ -101,7 +100,7 @@ TEST_F(TraceCollect, ALineThatDoesNotFitHidesShorterOnesBeforeIt)
 
 TEST_F(TraceCollect, AnEmptyRingGivesNothing) { EXPECT_EQ("", collected(500)); }
 
-/// 2048 bytes hold 51 records of 40 bytes, and a part of one.
+/// 2048 bytes hold 51 records of 40 bytes and a part of another.
 TEST_F(TraceCollect, AWrappedRingGivesWhatIsWholeInIt)
 {
     for (unsigned number = 0; number < 900; ++number) {
@@ -127,7 +126,7 @@ TEST_F(TraceCollect, ARecordThatIsBeingWrittenIsLeftOut)
               collected(500));
 }
 
-/// The lap before left whole records where the writer is to store.
+/// The lap before left whole records where the writer is about to store.
 TEST_F(TraceCollect, ARecordThatIsBeingWrittenIntoAWrappedRingIsLeftOut)
 {
     for (unsigned number = 0; number < 100; ++number) {
@@ -154,7 +153,7 @@ TEST_F(TraceCollect, LinesOfThreadsAreInOrderOfTime)
               collected(33 + 35 + 33 + 33));
 }
 
-/// Entries take some lines of rings that hold hundreds: what they leave must cost no formatting.
+/// Entries take some lines of rings that hold hundreds. The lines that they leave must not be formatted.
 TEST_F(TraceCollect, NoMoreRecordsAreFormattedThanFitAndOne)
 {
     makeRing(8092);

@@ -1,4 +1,4 @@
-/// What traced lines look like when they are read.
+/// The text that a traced line becomes when it is read.
 #include <algorithm>
 #include <array>
 #include <climits>
@@ -108,9 +108,8 @@ TEST_F(TraceRender, WhatDoesNotFitARecordIsMarked)
     trace_wobu_write_all(ring, 1, "%s%s%s%s%s", 1, 0, text, text, text, text, text);
     const auto record = recordsOf("render").back();
     EXPECT_TRUE(record.cut);
-    EXPECT_EQ(std::string(3 * 255, 'b') + "%s%s",
-              // 992 bytes of payload hold three of 256 beside the format
-              record.text);
+    // 992 bytes of payload hold the format and three texts of 256
+    EXPECT_EQ(std::string(3 * 255, 'b') + "%s%s", record.text);
 }
 
 /// A caller whose format the compiler cannot check.
@@ -123,7 +122,7 @@ void writeUnchecked(trace_wobu_descriptor ring, const char* format, int number)
 #pragma GCC diagnostic pop
 }
 
-TEST_F(TraceRender, WhatCannotBeFormattedStandsAsItIs)
+TEST_F(TraceRender, WhatCannotBeFormattedIsShownUnchanged)
 {
     writeUnchecked(ring, "%d %f %d", 3);
     EXPECT_EQ("3 %f %d", latest());

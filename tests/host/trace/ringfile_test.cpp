@@ -1,4 +1,5 @@
-/// Rings in files: after a crash, beside the living, across fork, and files that others have tampered with.
+/// Rings in files: after a crash, next to those of living processes, across fork, and in files that others have
+/// changed.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -25,7 +26,7 @@ namespace kest::test
 namespace
 {
 
-/// A child that traces into a folder and then does as told; a byte comes through the pipe when it has traced.
+/// A child that traces into a folder, reports this by a byte through a pipe, and then waits to be killed.
 class TracingChild
 {
 public:
@@ -94,7 +95,7 @@ TEST(TraceFile, ReadableWhileAliveAndAfterAKill)
         EXPECT_EQ(0x12345678u, read.records.back().hash);
         EXPECT_EQ(12u, read.records.back().line);
         const auto now = static_cast<std::uint64_t>(time(nullptr)) * 1'000'000'000u;
-        // a minute, or so
+        // about a minute
         EXPECT_GT(120'000'000'000u, now - read.records.back().timeNs + 2'000'000'000u);
         child.end();
     }
@@ -122,7 +123,7 @@ TEST(TraceFile, ProcessIsReadOverAllItsBuffersInOrder)
     EXPECT_EQ((std::vector<std::string>{"One0", "Two1", "One2", "Two3", "One4", "Two5"}), texts);
 }
 
-/// Runs in a process of its own, which nobody told where its trace goes.
+/// Runs in a process of its own, which learns the folder of its traces from its configuration alone.
 TEST(TraceFileOfAFreshProcess, DISABLED_WhoseEndIsSudden)
 {
     trace_wobu_descriptor ring = newRing("sudden");
@@ -193,7 +194,7 @@ TEST(TraceFile, ChildOfAForkStopsSharing)
               }));
 }
 
-TEST(TraceFile, FolderThatCannotBeHadLeavesTheRingInMemory)
+TEST(TraceFile, UnusableFolderLeavesTheRingInMemory)
 {
     EXPECT_EQ(0, inChild([] {
                   trace_wobu_descriptor ring = newRing("noFolder");
@@ -209,8 +210,7 @@ TEST(TraceFile, FolderThatCannotBeHadLeavesTheRingInMemory)
               }));
 }
 
-/// A disk that fills up later would end a writer: the room is taken beforehand, and a file that cannot have it is not
-/// used.
+/// A disk that fills up later would end a writer. So the space is reserved first, and a file without it is not used.
 TEST(TraceFile, RoomIsReservedOnTheDisk)
 {
     TemporaryFolder folder;
@@ -227,8 +227,8 @@ TEST(TraceFile, RoomIsReservedOnTheDisk)
 
 constexpr uid_t somebody = 65534;
 
-/// What a ring says in a child that is told to use the folder: the path and the errno that it stays in memory for;
-/// nothing when it has a file.
+/// What a ring reports in a child that is to use the folder: the path and the errno that keep it in memory; nothing
+/// when it has a file.
 std::string whyInMemory(const std::filesystem::path& folder)
 {
     std::array<int, 2> ends{};
@@ -246,7 +246,7 @@ std::string whyInMemory(const std::filesystem::path& folder)
     return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
-TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
+TEST(TraceFile, LinkOfAnotherUserIsNotFollowed)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a link away";
@@ -266,7 +266,7 @@ TEST(TraceFile, LinkOfAnotherUserLeadsNowhere)
     ASSERT_EQ(0, lchown(link.c_str(), 0, 0));
     ASSERT_EQ(0, chown((folder.path() / "state").c_str(), somebody, somebody));
     EXPECT_EQ(" useTraceFolder," + link.string() + ",40", whyInMemory(link))
-        << "whose folder it is can put another there";
+        << "the owner of the folder can replace it";
     EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "elsewhere"));
 }
 
@@ -288,7 +288,7 @@ TEST(TraceFile, FolderOfAnotherUserIsUsedInHisOwnPlaceAlone)
     for (const auto& entry : std::filesystem::directory_iterator(trace)) {
         EXPECT_EQ(0, stat(entry.path().c_str(), &ring)) << entry.path();
     }
-    EXPECT_EQ(somebody, ring.st_uid) << "the folder's owner tidies it up";
+    EXPECT_EQ(somebody, ring.st_uid) << "the folder's owner cleans it up";
 }
 
 TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
@@ -306,7 +306,7 @@ TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
                   giveMemoryBack();
                   const auto texts = textsOf(recordsOf("short"));
                   for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-                      // or the next child's tidying up would need more
+                      // otherwise the clean-up of the next child would need more
                       std::filesystem::remove(entry.path());
                   }
                   return made == (ring != nullptr) && made && madeLater == (later != nullptr) && madeLater &&
@@ -314,7 +314,7 @@ TEST(TraceFile, WithoutMemoryARingIsMadeAndItsLinesAreKept)
               }));
 }
 
-TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
+TEST(TraceFile, FolderKeepsTheLatestRingsOfEndedProcesses)
 {
     TemporaryFolder folder;
     TracingChild living(folder.path(), "living");
@@ -326,7 +326,7 @@ TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
     }
     std::ofstream(folder.path() / "other.txt") << "not ours";
     for (const auto& entry :
-         // the living one is the oldest, and stays
+         // the oldest ring belongs to a living process, and is kept
          std::filesystem::directory_iterator(folder.path())) {
         if (entry.path().filename().string().starts_with("living")) {
             std::filesystem::last_write_time(entry.path(), now - std::chrono::hours(1000));
@@ -342,9 +342,9 @@ TEST(TraceFile, FolderKeepsTheLatestOfTheDead)
     }
 }
 
-// ------------------------------------------------------------------------------------------------- files from elsewhere
+// --- files from elsewhere ---
 
-/// The example of docs/trace-format.md, from a big-endian machine.
+/// The example in docs/trace-format.md, from a big-endian machine.
 constexpr const char* exampleHeader = "4b455354 52494e47 01020304 00000001 00000080 00000001 00000100 00000010"
                                       "5eed1234 00001267 17979cfe 362a0000 17979cff 602ff200 6b657374 00000000"
                                       "00000000 00000000 00000000 00000000 00000000 00000000 6b657374 64000000"
@@ -427,7 +427,7 @@ TEST(TraceFile, CutShortAtEveryByte)
     }
 }
 
-/// A byte that was changed costs the record, or changes what the header says; never more.
+/// A changed byte makes the record unreadable or changes the header's fields, and has no other effect.
 TEST(TraceFile, EveryByteChanged)
 {
     for (std::size_t at = 0; at < 128 + 256; ++at) {
@@ -489,7 +489,7 @@ void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
-TEST(TraceFile, EachFileThatIsLeftOutIsTold)
+TEST(TraceFile, EachFileThatIsLeftOutIsReported)
 {
     TemporaryFolder folder;
     std::vector<std::uint8_t> image = exampleImage();
@@ -525,7 +525,7 @@ TEST(TraceFile, EachFileThatIsLeftOutIsTold)
     EXPECT_EQ(1, pauses) << "one for all of them";
 }
 
-TEST(TraceFile, ARingThatIsBeingMadeOrRemovedIsNotToldAsDamaged)
+TEST(TraceFile, ARingThatIsBeingMadeOrRemovedIsNotReportedAsDamaged)
 {
     TemporaryFolder folder;
     writeBytes(folder.path() / "new.ring", {});
@@ -541,7 +541,7 @@ TEST(TraceFile, ARingThatIsBeingMadeOrRemovedIsNotToldAsDamaged)
     EXPECT_EQ(ENOENT, host::readRing(folder.path() / "going.ring").errorNumber);
 }
 
-TEST(TraceFile, AFolderThatIsNoneIsToldAndAMissingOneIsNot)
+TEST(TraceFile, AFolderThatIsNoneIsReportedAndAMissingOneIsNot)
 {
     TemporaryFolder folder;
     writeBytes(folder.path() / "file", {});
@@ -564,9 +564,8 @@ TEST(TraceFile, ALaneWhosePositionIsDamagedCostsItsRecordsAlone)
     EXPECT_EQ("", host::readRingImage(image).error);
 }
 
-/// What a client sends is traced as data. Bytes that look like a record, seen when the record around them has been
-/// overwritten in part, must not become a line: their check word would have to be made with a number that the client
-/// does not know.
+/// What a client sends is traced as data, and it may look like a record. When the record around it has been overwritten
+/// in part, it must not become a line: its check word would need a number that the client does not know.
 TEST(TraceFile, TracedBytesCannotPassForARecord)
 {
     trace_wobu_descriptor ring = newRing("forged", 2048);

@@ -1,4 +1,4 @@
-/// Rings in memory: making them, wrapping round, many threads, and what a write may not do.
+/// Rings in memory: how they are made and wrap round, many threads, and what a write may not do.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -54,7 +54,7 @@ TEST(TraceRing, WithoutRingNothingHappens)
     EXPECT_EQ(42, errno);
 }
 
-TEST(TraceRing, ErrnoStays)
+TEST(TraceRing, KeepsErrno)
 {
     trace_wobu_descriptor ring = newRing("errno");
     errno = 42;
@@ -63,7 +63,7 @@ TEST(TraceRing, ErrnoStays)
     EXPECT_EQ(42, errno);
 }
 
-/// 8092 bytes hold 126 records of 64 bytes and 28 bytes of a 127th, which is lost; no more and no less.
+/// 8092 bytes hold exactly 126 records of 64 bytes, and 28 bytes of a 127th, which is lost.
 TEST(TraceRing, SizeIsItsCapacityForRecords)
 {
     trace_wobu_descriptor ring = newRing("capacity", 8092);
@@ -105,7 +105,7 @@ TEST(TraceRing, LapNumbersWrapRound)
     EXPECT_EQ(2u, recordsOf("laps").size());
 }
 
-/// One thread's lines never push out another's, as long as there are no more threads than lanes.
+/// One thread's lines never displace another's, as long as there are no more threads than lanes.
 TEST(TraceRing, BusyThreadLeavesTheOthersLines)
 {
     trace_wobu_descriptor ring = newRing("lanes", 4096);
@@ -133,7 +133,7 @@ void writeLine(trace_wobu_descriptor ring, int thread, int number)
                          std::string(static_cast<std::size_t>(number % 40), 'z').c_str());
 }
 
-/// Whole lines only, and each thread's in its order.
+/// All lines are whole, and those of each thread are in their order.
 void expectSound(const std::vector<host::traceRecord>& records)
 {
     std::vector<int> latest(100, -1);
@@ -147,7 +147,7 @@ void expectSound(const std::vector<host::traceRecord>& records)
     }
 }
 
-/// More threads than lanes, in rings so small that they overtake one another, and a reader all the while.
+/// More threads than lanes, in rings so small that writers overtake one another, while a reader reads.
 TEST(TraceRing, ManyThreadsAndAReader)
 {
     trace_wobu_descriptor ring = newRing("hammer", 2048);
@@ -173,7 +173,7 @@ TEST(TraceRing, ManyThreadsAndAReader)
     EXPECT_LE(8u * 2048 / 128, records.size());
 }
 
-/// Moves while four threads write. Each thread's last lines are still there, without a gap.
+/// The rings move while four threads write. The last lines of each thread are there afterwards, without a gap.
 TEST(TraceRing, MovingIntoAFileLosesNoLine)
 {
     // they are slow there
@@ -209,8 +209,8 @@ TEST(TraceRing, MovingIntoAFileLosesNoLine)
     EXPECT_EQ(4u * lines, records.size());
 }
 
-/// From here on the kernel kills the thread's process at any system call but exit. (Strict mode would take the clock's
-/// counter away, too.)
+/// From here on the kernel kills the thread's process at any system call except exit. (Strict mode would also forbid
+/// the clock's counter.)
 void forbidSystemCalls()
 {
     sock_filter rules[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -229,7 +229,7 @@ void leave(int code) { syscall(SYS_exit, code); }
 TEST(TraceRing, WriteTakesNoSystemCall)
 {
     if (isEmulated() || underSanitizer) {
-        GTEST_SKIP() << "the emulator or the sanitizer takes system calls of its own";
+        GTEST_SKIP() << "the emulator or the sanitizer makes system calls of its own";
     }
     trace_wobu_descriptor memory = newRing("strict");
     const int clock = inChild([] {
@@ -274,8 +274,8 @@ TEST(TraceRing, WriteTakesNoSystemCall)
     }
 }
 
-/// glibc sets up a cache of its own at a thread's first allocation or release: that shows in the heap's use, also when
-/// the block itself has been given back.
+/// The C library makes a cache at a thread's first allocation or release. It counts as heap in use even after the block
+/// was released.
 TEST(TraceRing, WriteAllocatesNothing)
 {
     if (underSanitizer) {

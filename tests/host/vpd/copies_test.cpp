@@ -36,13 +36,13 @@ protected:
     void SetUp() override { ASSERT_EQ(0, host::replaceCopy(7, Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9})); }
     void TearDown() override
     {
-        EXPECT_EQ((Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), contentsOf(8)) << "not asked for, not touched";
+        EXPECT_EQ((Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), contentsOf(8)) << "not requested, so not changed";
     }
 
     /// Result of a read: "entry RC", or the bytes in hexadecimal.
     std::string read(unsigned int device, unsigned int wanted, unsigned int offset, const char* from = root)
     {
-        // to be replaced in any case
+        // must be replaced in any case
         auto* data = reinterpret_cast<unsigned char*>(&length);
         length = wanted;
         const std::unique_ptr<ErrlEntry> entry(
@@ -52,7 +52,7 @@ protected:
             result += "0123456789abcdef"[data[index] % 16];
         }
         if (entry != nullptr) {
-            result = told(*entry);
+            result = summaryOf(*entry);
         }
         EXPECT_EQ(entry != nullptr || length == 0, data == nullptr);
         tavo_util_free(reinterpret_cast<void**>(&data));
@@ -65,10 +65,10 @@ protected:
         const std::unique_ptr<ErrlEntry> entry(
             tavo_write_data_persistancy(to, device, nullptr, data.data(), &length, offset));
         EXPECT_EQ(data.size(), length);
-        return entry != nullptr ? told(*entry) : "";
+        return entry != nullptr ? summaryOf(*entry) : "";
     }
     /// Return code and user data of an entry.
-    static std::string told(const ErrlEntry& entry)
+    static std::string summaryOf(const ErrlEntry& entry)
     {
         unsigned int count = 0;
         const std::uint32_t* words = entry.getSRC(0)->getHexData(count);
@@ -84,7 +84,7 @@ protected:
     unsigned int length = 0;
 };
 
-TEST_F(Copies, ReadsGiveWhatIsThere)
+TEST_F(Copies, ReadsReturnTheContents)
 {
     EXPECT_EQ("345", read(7, 3, 3));
     EXPECT_EQ(3U, length);
@@ -92,7 +92,7 @@ TEST_F(Copies, ReadsGiveWhatIsThere)
     EXPECT_EQ("0123456789", read(7, 0, 0)) << "length 0: all";
     EXPECT_EQ(10U, length);
     EXPECT_EQ("6789", read(7, 0, 6)) << "length 0: all from the offset on";
-    EXPECT_EQ("89", read(7, 3, 8)) << "across the end: the shorter length";
+    EXPECT_EQ("89", read(7, 3, 8)) << "across the end it gives the shorter length";
     EXPECT_EQ(2U, length);
     EXPECT_EQ("9", read(7, 4294967295, 9));
 }
@@ -201,7 +201,7 @@ TEST_F(Copies, FilesThatCannotBeReadAreErrors)
     EXPECT_EQ("80001404: 20 1 0 21", read(20, 1, 0));
     EXPECT_EQ("80001404: 20 1 0 21", write(20, {1}, 0));
     std::filesystem::resize_file(folder.write("state/qorn/P3_Root/21", ""), 0);
-    EXPECT_EQ("80001402: 21 1 0 0", read(21, 1, 0)) << "an empty file has no byte to give";
+    EXPECT_EQ("80001402: 21 1 0 0", read(21, 1, 0)) << "an empty file has no byte";
     ASSERT_EQ(0, mkfifo(folder.state("qorn/P3_Root/23").c_str(), 0600));
     // ESPIPE
     EXPECT_EQ("80001404: 23 1 0 29", read(23, 1, 0));
@@ -248,9 +248,9 @@ TEST_F(Copies, AFullDiskLeavesTheOldCopy)
     EXPECT_EQ(0, inChild([&] {
                   const rlimit limit{10000, 10000};
                   setrlimit(RLIMIT_FSIZE, &limit);
-                  const std::string told = write(7, {2, 2, 2}, 5);
+                  const std::string reported = write(7, {2, 2, 2}, 5);
                   // EFBIG
-                  return told == "80001404: 7 3 5 27" ? 0 : 1;
+                  return reported == "80001404: 7 3 5 27" ? 0 : 1;
               }));
     EXPECT_EQ(Bytes(20000, 1), contentsOf(7));
     EXPECT_FALSE(std::filesystem::exists(folder.state("qorn/P3_Root/.7.new")));
@@ -262,18 +262,19 @@ TEST_F(Copies, KilledAtAnyMomentTheCopyIsTheOldOneOrTheNewOne)
     EXPECT_EQ(0, host::replaceCopy(7, Bytes(size, 0)));
     for (std::size_t round = 0; round < 30; ++round) {
         const bool whole = round % 2 == 0;
-        const auto told = killAfter(1 + round % 7, [&](std::uint32_t number) {
+        const auto reported = killAfter(1 + round % 7, [&](std::uint32_t number) {
             const Bytes fresh(size, static_cast<std::uint8_t>(number + 1));
             unsigned int count = size;
             const bool done = whole ? host::replaceCopy(7, fresh) == 0
                                     : tavo_write_data_persistancy(root, 7, nullptr, fresh.data(), &count, 0) == nullptr;
             return done ? number + 1 : 0;
         });
-        EXPECT_EQ(told.size(), told.back()) << "no write failed";
+        EXPECT_EQ(reported.size(), reported.back()) << "no write failed";
         const Bytes found = contentsOf(7);
         ASSERT_EQ(size, found.size());
         EXPECT_EQ(Bytes(size, found[0]), found);
-        EXPECT_TRUE(found[0] == told.back() || found[0] == told.back() + 1) << "the last one told, or the next";
+        EXPECT_TRUE(found[0] == reported.back() || found[0] == reported.back() + 1)
+            << "the last one reported, or the next";
         std::vector<host::copyInfo> copies;
         EXPECT_EQ(0, host::listCopies(copies));
         EXPECT_EQ(2U, copies.size()) << "what a killed writer leaves is no copy";

@@ -1,4 +1,5 @@
-/// The client library against services that are slow, broken or hostile: every malformed reply is an error, never more.
+/// The client library with services that are slow, broken or hostile: every malformed reply is an error, and does no
+/// other harm.
 #include <sys/resource.h>
 
 #include "tests/tools/kestd_support.h"
@@ -12,7 +13,7 @@ using client::answer;
 using client::frame;
 using client::outcome;
 
-/// What the client makes of the bytes that `reply` makes of its request.
+/// The client's result of the bytes that `reply` makes from its request.
 answer answerTo(const std::function<std::vector<std::uint8_t>(frame)>& reply,
                 std::chrono::milliseconds timeout = patience)
 {
@@ -95,7 +96,7 @@ TEST(KestdClient, EveryByteOfAReplyChanged)
                 return bytes;
             });
             if (got.what == outcome::done) {
-                // the data is anybody's
+                // data can hold any byte
                 EXPECT_LE(20u, at);
             }
         }
@@ -147,7 +148,7 @@ TEST(KestdClient, ServiceThatDoesNotRead)
     close(listening);
 }
 
-TEST(KestdClient, NobodyThere)
+TEST(KestdClient, NoService)
 {
     TemporaryFolder folder;
     client::serviceConnection none(folder.path() / "none");

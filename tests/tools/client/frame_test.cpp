@@ -1,4 +1,4 @@
-/// Frames: their bytes, and putting them together from pieces.
+/// Frames: their bytes, and how they are put together from pieces.
 #include <sstream>
 
 #include "tests/tools/kestd_support.h"
@@ -24,7 +24,7 @@ std::vector<std::uint8_t> fromHex(const std::string& text)
     return bytes;
 }
 
-/// The frames of docs/message-protocol.md, from a big-endian machine.
+/// The frames in docs/message-protocol.md, from a big-endian machine.
 constexpr const char* exampleRequest = "00000023 002a8001 00010000 00000000 00000000"
                                        "00000010 00000000 00000004 73696d3a 706c616e 61722c4c 2c324330 3235362c 413000";
 constexpr const char* exampleReply = "00000004 002a8001 42010000 00000000 00000000 4b455354";

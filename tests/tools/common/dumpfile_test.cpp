@@ -1,4 +1,4 @@
-/// Dump and undo files: what they hold, what is refused, and where `restore` brings the bytes.
+/// Dump and undo files: what they contain, which are refused, and where `restore` writes the bytes.
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -27,7 +27,7 @@ protected:
         EXPECT_EQ("", says({"seeprom", "dump", "panel-vpd", "--offset", "8", "--length", "40", "-o", name}));
         return name;
     }
-    /// What `restore` complains of in a file with this content.
+    /// The complaint of `restore` about a file with this content.
     std::string refusal(const std::string& content) const
     {
         const std::string name = file("edited.json", content);
@@ -45,7 +45,7 @@ protected:
     }
 };
 
-/// 40 is no multiple of the 32 bytes of a line. The sum was reckoned by another program, over the line
+/// 40 is no multiple of the 32 bytes of a line. Another program computed the sum of the line
 /// {"format":"kest-dump-2","device":"sim:planar,L,1C0002,A4",...,"data":["3031...","5051..."]}.
 TEST_F(KestctlDump, HoldsWhatBelongsToTheBytesAndASumOfAllOfIt)
 {
@@ -156,7 +156,7 @@ TEST_F(KestctlDump, OfTheFormatBeforeIsTakenAndCalledUnproved)
               refusal(std::string(old).replace(old.find(": 8,"), 4, ": 3.9,")));
 }
 
-TEST_F(KestctlDump, IntoAFileIsToldInJson)
+TEST_F(KestctlDump, IntoAFileIsReportedInJson)
 {
     const std::string name = (folder() / "dump.json").string();
     EXPECT_EQ(
@@ -166,7 +166,7 @@ TEST_F(KestctlDump, IntoAFileIsToldInJson)
     EXPECT_EQ("kest-dump-2", json::parse(says({"--json", "seeprom", "dump", "panel-vpd"})).at("format"));
 }
 
-/// The chip is not asked about, and does not get the copy's bytes.
+/// There is no question about the chip, and the copy's bytes are not written to it.
 TEST_F(KestctlDump, AWriteThatTheCopyServesIsAllTheCopys)
 {
     const std::string chip(256, 'd');
@@ -204,14 +204,13 @@ TEST_F(KestctlDump, OfACopyGoesBackToTheCopy)
     says({"seeprom", "restore", dump});
     EXPECT_EQ(copy, says({"copy", "export", "panel-vpd", "-"}));
     EXPECT_EQ(chip, image("panel"));
-    EXPECT_EQ(3,
-              // into the chip when told, and asked
-              kestctl({"seeprom", "restore", dump, "--mode", "hardware"}).exit);
+    // to the chip only with --mode, and with a confirmation
+    EXPECT_EQ(3, kestctl({"seeprom", "restore", dump, "--mode", "hardware"}).exit);
     says({"seeprom", "restore", dump, "--mode", "hardware", "--yes"});
     EXPECT_EQ(copy, image("panel"));
 }
 
-/// Copies are kept by device number alone.
+/// Copies belong to device numbers.
 TEST_F(KestctlDump, TheCopyOfANumberIsThatOfItsFirstPosition)
 {
     const auto toml = machine() / "kest.toml";
@@ -226,8 +225,8 @@ TEST_F(KestctlDump, TheCopyOfANumberIsThatOfItsFirstPosition)
     EXPECT_EQ(why, complaint(2, {"copy", "capture", "panel-b", "--yes"}));
     EXPECT_EQ(why, complaint(2, {"copy", "remove", "panel-b", "--yes"}));
     EXPECT_EQ(why, complaint(2, {"seeprom", "read", "panel-b", "--mode", "file"}));
+    // the device has no copy
     EXPECT_EQ(image("power").substr(0, 4),
-              // it has none
               says({"seeprom", "read", "panel-b", "--mode", "mixed", "--length", "4", "-o", "-"}));
     EXPECT_EQ(copy, says({"copy", "export", "panel-vpd", "-"}));
     EXPECT_EQ(copy, says({"copy", "export", "0xD002", "-"}));

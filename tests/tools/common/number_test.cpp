@@ -37,9 +37,9 @@ TEST(Numbers, SizesTakeKAndM)
               complaint([] { static_cast<void>(parseSize("65K", "length", 65536)); }));
     EXPECT_EQ("2 length 'K': expected a decimal number, or a hexadecimal one after 0x",
               complaint([] { static_cast<void>(parseSize("K", "length", 65536)); }));
-    EXPECT_EQ(
-        "2 length '18014398509481985K': expected 0 to 65536 (0x10000)", // 2^54 + 1: times 1024 it would wrap to 1024
-        complaint([] { static_cast<void>(parseSize("18014398509481985K", "length", 65536)); }));
+    // 2^54 + 1: times 1024 it would wrap to 1024
+    EXPECT_EQ("2 length '18014398509481985K': expected 0 to 65536 (0x10000)",
+              complaint([] { static_cast<void>(parseSize("18014398509481985K", "length", 65536)); }));
 }
 
 TEST(Numbers, Seconds)

@@ -1,4 +1,4 @@
-/// The files that kestctl makes: there whole, or as they were.
+/// The files that kestctl writes are complete, or as they were before.
 #include <algorithm>
 #include <array>
 #include <fcntl.h>
@@ -48,7 +48,7 @@ TEST_F(KestctlFiles, AFullDiskLeavesTheOlderBackup)
     for (int entry = 0; entry < 20; ++entry) {
         EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
     }
-    // the error log's database needs room of its own to be read
+    // reading the error log's database needs room, too
     for (const auto& [room, command] : std::vector<std::pair<std::uint64_t, std::vector<std::string>>>{
              {100, {"seeprom", "read", "firmware", "-o", target}},
              {100, {"seeprom", "dump", "firmware", "-o", target}},
@@ -132,7 +132,7 @@ TEST_F(KestctlFiles, AFileThatMayNotBeWrittenIsRefused)
     }
     const std::string target = file("out", "older");
     ASSERT_EQ(0, chmod(target.c_str(), 0444));
-    // the name could be replaced
+    // every user may replace names in this folder
     ASSERT_EQ(0, chmod(folder().c_str(), 0777));
     writeFile(machine() / "kest.toml", readFile(machine() / "kest.toml") + "\n");
     const RunResult made = kestctl({"sim", "new", (folder() / "own").string()}, {.stranger = true});
@@ -145,8 +145,8 @@ TEST_F(KestctlFiles, AFileThatMayNotBeWrittenIsRefused)
     EXPECT_EQ("older", readFile(target));
 }
 
-/// The entry can't be stored either; people are not shown it as JSON, and find it by its number.
-TEST_F(KestctlFiles, AStateFolderThatCannotBeUsedIsToldInALine)
+/// The entry can't be stored either. The output does not show it as JSON, but names its number.
+TEST_F(KestctlFiles, AnUnusableStateFolderIsReportedInOneLine)
 {
     std::string text = readFile(machine() / "kest.toml");
     const std::size_t at = text.find("state = \"state\"");

@@ -14,14 +14,14 @@ namespace kest::test
 namespace
 {
 
-/// What this program's own initialisers found at the three numbers.
+/// What this program's initialisers found open as the three streams.
 bool isOpen(int number) { return fcntl(number, F_GETFD) >= 0; }
 const bool openAtLoad = isOpen(0) && isOpen(1) && isOpen(2);
 
 class ClosedStreams : public MachineTest
 {
 protected:
-    /// The rings of the machine's state folder that no program has printed into.
+    /// The rings in the machine's state folder that no output has been written into.
     [[nodiscard]] std::size_t wholeRings() const { return host::listRings(machine() / "state" / "trace").size(); }
     [[nodiscard]] std::size_t ringFiles() const
     {
@@ -72,7 +72,7 @@ TEST_F(ClosedStreams, KestdServesWithoutThem)
     }
 }
 
-TEST(Startup, IsAheadOfInitialisers)
+TEST(Startup, RunsBeforeInitialisers)
 {
     if (std::getenv("KEST_STARTED_WITHOUT_STREAMS") != nullptr) {
         EXPECT_TRUE(openAtLoad);

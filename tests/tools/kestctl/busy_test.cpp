@@ -1,4 +1,4 @@
-/// Devices that somebody else holds: the test takes their locks through the IIC layer, as another program would.
+/// Devices that another program holds: the test takes their locks through the IIC layer.
 #include <gmock/gmock.h>
 
 #include "tests/host/iic_support.h"
@@ -12,11 +12,11 @@ namespace
 
 using testing::MatchesRegex;
 
-/// The demo machine is this process's own, too.
+/// This process uses the demo machine, too.
 class KestctlBusy : public MachineTest
 {
 protected:
-    /// The one line of a command that is to end with exit code 6.
+    /// The one line of a command that must end with exit code 6.
     std::string complaint(std::vector<std::string> arguments) const
     {
         const RunResult result = kestctl(std::move(arguments));

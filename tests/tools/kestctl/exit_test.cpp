@@ -1,4 +1,4 @@
-/// The exit codes of kestctl: each case of the table in docs/kestctl.md is brought about.
+/// The exit codes of kestctl: the tests bring about each case of the table in docs/kestctl.md.
 #include <functional>
 #include <sstream>
 #include <sys/stat.h>
@@ -17,7 +17,7 @@ namespace kest::test
 namespace
 {
 
-/// The machine is this process's own, too: it can hold locks.
+/// This process uses the machine, too, so that it can hold locks.
 class KestctlExitCodes : public SeepromTest
 {
 protected:
@@ -27,7 +27,7 @@ protected:
     {
         return kestctl(std::move(words), std::move(options)).exit;
     }
-    /// The exit code that all of the commands end with; -1 when they differ.
+    /// The common exit code of the commands; -1 when they differ.
     int exitOfAll(const std::vector<std::vector<std::string>>& commands) const
     {
         const int first = exitOf(commands.front());
@@ -356,7 +356,7 @@ TEST_F(KestctlExitCodes, AreThoseOfTheDocumentInEveryCase)
         const Cases& some = byCode.at(static_cast<std::size_t>(code));
         const auto found = some.find(text);
         if (found == some.end()) {
-            ADD_FAILURE() << "nothing brings about " << code << ", " << text;
+            ADD_FAILURE() << "no case brings about " << code << ", " << text;
         } else {
             EXPECT_EQ(code, found->second()) << text;
         }

@@ -30,7 +30,7 @@ void expectComplaint(const RunResult& result, const Complaint& expected)
     EXPECT_EQ("", result.output) << command;
 }
 
-TEST(KestctlHelp, TellsANewUserHowToBegin)
+TEST(KestctlHelp, ShowsANewUserHowToBegin)
 {
     const RunResult help = run("kestctl", {"--help"});
     EXPECT_EQ(0, help.exit);
@@ -69,7 +69,7 @@ HelpPage helpOf(std::vector<std::string> words)
     return page;
 }
 
-/// @return how many pages there are below, the one of `words` included
+/// @return the number of help pages from that of `words` downwards
 int checkColumns(const std::vector<std::string>& words)
 {
     const HelpPage page = helpOf(words);
@@ -231,15 +231,15 @@ TEST_F(Kestctl, TextsOfStrangersAreEscaped)
     EXPECT_FALSE(json::parse(asJson.output).at("devices").at(0).at("present").get<bool>());
 }
 
-TEST_F(Kestctl, AFullDiskIsTold)
+TEST_F(Kestctl, AFullDiskIsReported)
 {
     const RunResult result = kestctl({"devices"}, {.outputTo = "/dev/full"});
     EXPECT_EQ(1, result.exit);
     EXPECT_EQ("kestctl: standard output: write: No space left on device\n", result.errors);
 }
 
-/// Behind `| head`: whoever reads has enough, and the command is what it was.
-TEST_F(Kestctl, AReaderThatGoesAwayIsNoFailure)
+/// As with `| head`: the reader stops, which does not change the result of the command.
+TEST_F(Kestctl, AReaderThatStopsReadingIsNoFailure)
 {
     const std::string other = (folder() / "other").string();
     writeFile(other, std::string(256, 'x'));
@@ -248,7 +248,7 @@ TEST_F(Kestctl, AReaderThatGoesAwayIsNoFailure)
              {0, {"seeprom", "read", "planar-vpd", "-o", "-"}},
              {0, {"devices", "--json"}},
              {0, {"thermal", "read", "inlet-temp", "--watch", "0.01"}},
-             // what it found out still counts
+             // what it found still decides the exit code
              {5, {"seeprom", "verify", "panel-vpd", other}}}) {
         const RunResult result = kestctl(command, {.closeOutput = true});
         EXPECT_EQ(exit, result.exit) << testing::PrintToString(command);
@@ -270,7 +270,7 @@ TEST_F(Kestctl, ColourIsForTerminalsAlone)
         Not(HasSubstr("\x1b")));
 }
 
-TEST_F(Kestctl, AnUnusableConfigurationIsTold)
+TEST_F(Kestctl, AnUnusableConfigurationIsReported)
 {
     const std::filesystem::path file = folder() / "bad.toml";
     writeFile(file, "state = \"s\"\nnonsense = 1\n");
@@ -282,7 +282,7 @@ TEST_F(Kestctl, AnUnusableConfigurationIsTold)
                     {{}, 2, missing + ": No such file or directory; repair it, or name another file with --config"});
 }
 
-TEST_F(Kestctl, ConfigurationByOptionBeatsTheEnvironment)
+TEST_F(Kestctl, ConfigurationOptionOverridesTheEnvironment)
 {
     const RunResult result = run("kestctl", {"--config", (machine() / "kest.toml").string(), "devices"},
                                  {.environment = {{"KEST_CONFIG", "/nowhere/kest.toml"}}});

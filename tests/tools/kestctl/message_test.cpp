@@ -1,4 +1,4 @@
-/// Area "message": kestctl as a client of kestd on the demo machine, and of services that refuse or say nothing.
+/// Area "message": kestctl as a client of kestd on the demo machine, and of services that refuse or stay silent.
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -46,7 +46,7 @@ protected:
         words.insert(words.begin(), "message");
         return kestctl(std::move(words), std::move(options));
     }
-    /// The one line that a failing command says, after "kestctl: ".
+    /// The one line that a failing command prints, without "kestctl: ".
     std::string complaint(int exit, const std::vector<std::string>& words) const
     {
         const RunResult result = message(words);
@@ -67,7 +67,7 @@ TEST_F(KestctlMessage, Reads)
     const std::string target = (folder() / "out.bin").string();
     EXPECT_EQ("", says({"message", "read", "planar-vpd", "-o", target}));
     EXPECT_EQ(image("system"), readFile(target));
-    // the most that one message moves
+    // the most that one message can move
     EXPECT_EQ(65536U, says({"message", "read", "firmware", "-o", "-"}).size());
     writeFile(machine() / "panel.bin", "Hello, kest!\x01\x7F\xFF" + std::string(241, 'x'));
     EXPECT_EQ("0000000c  01 7f ff 78                                       |...x|\n",
@@ -104,7 +104,7 @@ TEST_F(KestctlMessage, Writes)
     EXPECT_EQ(wanted, image("panel"));
 }
 
-TEST_F(KestctlMessage, TellsALocation)
+TEST_F(KestctlMessage, ShowsALocation)
 {
     serve();
     EXPECT_EQ("sim:planar,L,2C0256,A0\n", says({"message", "location", "0xD001"}));
@@ -154,7 +154,7 @@ TEST_F(KestctlMessage, WholeDeviceOfMixedModeIsCut)
     constexpr const char* warning =
         "kestctl: the read mode is MixedMode: messages are served from copy 0, whatever device they name\n";
     serve("MixedMode");
-    // 32768 bytes come
+    // 32768 bytes are read
     const RunResult read = message({"read", "planar-vpd", "--length", "16", "-o", "-"});
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ(image("system").substr(0, 16), read.output);
@@ -163,7 +163,7 @@ TEST_F(KestctlMessage, WholeDeviceOfMixedModeIsCut)
     EXPECT_EQ("0123", message({"read", "planar-vpd", "--length", "4", "-o", "-"}).output);
 }
 
-/// A hub read that recovered by itself is a success to the service, and its bytes are zeros that no chip sent.
+/// For the service a hub read that recovered by itself succeeded, but its bytes are zeros that no chip sent.
 TEST_F(KestctlMessage, ReadThroughAHubIsRefusedUnlessForced)
 {
     const std::string target = (folder() / "out.bin").string();
@@ -200,7 +200,7 @@ TEST_F(KestctlMessage, WrongUse)
     EXPECT_THAT(complaint(2, {"read", "panel-vpd", "--timeout", "soon"}), HasSubstr("timeout 'soon'"));
 }
 
-TEST_F(KestctlMessage, NobodyServes)
+TEST_F(KestctlMessage, WithoutAServiceItFails)
 {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"read", "panel-vpd"}, {"write", "panel-vpd", "--hex", "00", "--yes"}, {"location", "0xD001"}}) {
@@ -258,7 +258,7 @@ TEST_F(KestctlMessage, ASocketThatMayNotBeUsedIsRefused)
     EXPECT_THAT(refused.errors, HasSubstr(": Permission denied; run it as a user who may use the service's socket\n"));
 }
 
-/// What a service answers, told as the client's configuration has it.
+/// Refusals of a service, worded with the client's configuration.
 TEST_F(KestctlMessage, RefusalHasItsExitCode)
 {
     const std::string text = "user 7 is not permitted to read";
@@ -289,11 +289,11 @@ TEST_F(KestctlMessage, FailureInJson)
     EXPECT_EQ(1, error.at("exit_code"));
 }
 
-TEST_F(KestctlMessage, AServiceThatSaysNothingIsWaitedForNoLongerThanTold)
+TEST_F(KestctlMessage, ASilentServiceIsWaitedForNoLongerThanTheTimeOut)
 {
     FakeService fake([](RawClient& service) {
         EXPECT_TRUE(service.receive());
-        // it hangs up
+        // the service hangs up
         EXPECT_FALSE(service.receive());
     });
     EXPECT_THAT(complaint(1, {"read", "panel-vpd", "--timeout", "0.1", "--socket", fake.path().string()}),

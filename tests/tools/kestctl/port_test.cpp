@@ -98,14 +98,13 @@ TEST_F(KestctlPort, AHubsResetLineAsksFirst)
     EXPECT_EQ(0, kestctl({"detect", "riser-vpd"}).exit);
     says({"port", "write", "panel-leds", "low", "--pins", "15", "--yes"});
     EXPECT_NE(std::string::npos, says({"scan", "sim:planar", "--json"}).find("\"address\": 160"));
-    EXPECT_EQ(std::string::npos,
-              // the hub is in reset
-              says({"scan", "sim:planar", "--json"}).find("\"address\": 128"));
+    // the hub is in reset
+    EXPECT_EQ(std::string::npos, says({"scan", "sim:planar", "--json"}).find("\"address\": 128"));
     says({"port", "write", "panel-leds", "high", "--pins", "15", "--yes"});
     EXPECT_NE(std::string::npos, says({"scan", "sim:planar", "--json"}).find("\"address\": 128"));
 }
 
-TEST_F(KestctlPort, TheQuestionIsAnsweredOnATerminal)
+TEST_F(KestctlPort, ConfirmationIsTypedOnATerminal)
 {
     const RunResult no =
         kestctl({"port", "write", "panel-leds", "low", "--pins", "15"}, {.input = "n\n", .terminal = true});
@@ -191,7 +190,7 @@ TEST_F(KestctlThermal, CountEndsAWatchAndAFailedSampleDoesNot)
     EXPECT_EQ(4, samples.back().at("error").at("exit_code"));
 }
 
-TEST_F(KestctlPort, LockFolderThatIsRefusedIsToldWithTheCommandThatMakesItRight)
+TEST_F(KestctlPort, RefusedLockFolderIsReportedWithTheCommandThatMendsIt)
 {
     const std::string folder = std::filesystem::canonical(machine()).string();
     std::filesystem::permissions(machine(), std::filesystem::perms(0777));

@@ -138,7 +138,7 @@ TEST_F(KestctlDevices, ListsTheTable)
         rows.at(4));
 }
 
-TEST_F(KestctlDevices, ABadRowIsToldAndTheOthersListed)
+TEST_F(KestctlDevices, ABadRowIsReportedAndTheOthersListed)
 {
     const std::filesystem::path file = folder() / "kest.toml";
     writeFile(file,
@@ -157,9 +157,8 @@ TEST_F(KestctlDetect, FindsWhatIsThere)
     // by number
     EXPECT_EQ("planar-vpd: 24C256 at A0 = 0x50: present\n", says({"detect", "0xD001"}));
     EXPECT_EQ("sim:planar,L,9552,C0: PCA9552 at C0 = 0x60: present\n", says({"detect", "sim:planar,L,9552,C0"}));
-    EXPECT_EQ("riser-vpd: 24C128 at A2 = 0x51: present\n",
-              // behind the hub, by a byte of it
-              says({"detect", "riser-vpd"}));
+    // behind the hub, by reading a byte
+    EXPECT_EQ("riser-vpd: 24C128 at A2 = 0x51: present\n", says({"detect", "riser-vpd"}));
 }
 
 TEST_F(KestctlDetect, WithoutDeviceAsksTheWholeTable)
@@ -177,7 +176,7 @@ TEST_F(KestctlDetect, ProbesTheAddressOfTheDeviceNotThatOfThePath)
     EXPECT_EQ(0, kestctl({"detect", "sim:planar@AA,L,2C0256,A0"}).exit);
 }
 
-TEST_F(KestctlDetect, TellsWhatIsMissing)
+TEST_F(KestctlDetect, ReportsWhatIsMissing)
 {
     const RunResult result = kestctl({"detect", "sim:planar,L,2C0256,AA", "planar-vpd"});
     EXPECT_EQ(4, result.exit);
@@ -196,7 +195,7 @@ TEST_F(KestctlDetect, MissingBehindTheHub)
 {
     const RunResult result = kestctl({"detect", "sim:planar,L,922,80,3,2C0128,A8"});
     EXPECT_EQ(4, result.exit);
-    // the hub itself answers: no word of its address, though a device answers at half of it
+    // the hub itself answers, so its address is not mentioned, though a device answers at half of it
     EXPECT_THAT(result.errors, HasSubstr("the device behind the hub does not answer; check port and address [log 0x"));
 }
 
@@ -205,14 +204,14 @@ TEST_F(KestctlDetect, HintsAtAnAddressInTheWrongForm)
     // 50 is the chip at A0 in the 7-bit form
     EXPECT_THAT(kestctl({"detect", "sim:planar,L,2C0256,50"}).errors,
                 HasSubstr("a device answers at A0 = 0x50: write A0, addresses are in the 8-bit form"));
-    // and 84 is twice 42, where an expander answers
+    // 84 is twice 42, where an expander answers
     EXPECT_THAT(kestctl({"detect", "sim:planar,L,9554,84"}).errors,
                 HasSubstr("a device answers at 42 = 0x21: write 42, addresses are in the 8-bit form"));
 }
 
 TEST_F(KestctlDetect, NoAddressIsNamedWhereThatTypeIsNeverFound)
 {
-    // a hub answers at twice 40, but no expander is ever there; and an expander at half of the hub's 80
+    // a hub answers at twice 40, which can't be an expander, and an expander at half of the hub's 80
     says({"sim", "fault", "add", "nack", "--address", "0x40"});
     EXPECT_THAT(kestctl({"detect", "card-presence"}).errors,
                 HasSubstr("nothing answers; check address and power; 'kestctl scan sim:planar' shows what does [log"));
@@ -240,7 +239,7 @@ TEST_F(KestctlDetect, AnAdapterThatIsGoneIsNoHeldBus)
                            "whether a fault holds it [log 0x"));
 }
 
-TEST_F(KestctlDetect, ABadMachineIsToRepairForEveryCommand)
+TEST_F(KestctlDetect, EveryCommandAsksToRepairABadMachine)
 {
     writeFile(machine() / "machine.toml", "[[bus]]\nname = 7\n");
     for (const std::vector<std::string>& command :
@@ -251,7 +250,7 @@ TEST_F(KestctlDetect, ABadMachineIsToRepairForEveryCommand)
     }
 }
 
-TEST_F(KestctlDetect, AHeldBusIsToldWithItsLine)
+TEST_F(KestctlDetect, AHeldBusIsReportedWithItsLine)
 {
     says({"sim", "fault", "add", "hold-sda", "--bus", "planar", "--count", "1"});
     const RunResult result = kestctl({"detect", "planar-vpd"});

@@ -190,7 +190,7 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
     EXPECT_EQ(json::parse("[16, 1, 170, 0]"), entry.at("srcs").at(0).at("user_data"));
 }
 
-/// A read-back can go wrong, too: a first difference blames nothing.
+/// A read-back can fail itself, so a single difference is no failure.
 TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 {
     writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
@@ -308,13 +308,13 @@ TEST_F(KestctlSeeprom, EveryCommandThatVotesNamesTheOffsetsThatWavered)
     }
 }
 
-TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
+TEST_F(KestctlSeeprom, AHubReadShowsNoByteThatWasNeverRead)
 {
     const std::string before = image("riser");
     const std::string target = (folder() / "out.bin").string();
     const std::string same = file("same", before);
     const std::string dump = (folder() / "dump.json").string();
-    // a sub-bus fault that strikes once: the read is repeated until the bytes are certain
+    // a sub-bus fault that strikes once: the read is repeated until two reads agree
     for (const char* kind : {"hub-hold-sda", "hub-hold-scl"}) {
         const auto faulty = [&](std::vector<std::string> command) {
             fault({kind, "--bus", "planar", "--address", "0x80", "--way", "read", "--count", "1"});
@@ -336,8 +336,8 @@ TEST_F(KestctlSeeprom, NoByteThatWasNeverReadComesThroughAHub)
     }
 }
 
-/// Faults that strike at every first attempt, and at no repeat: each read recovers and hands back zeros, always the
-/// same. Nothing is shown, saved or compared then.
+/// Faults that strike each first attempt and no repeat: each read recovers and returns zeros, always the same ones.
+/// Nothing may be shown, saved or compared then.
 TEST_F(KestctlSeeprom, NothingIsDoneWithReadsThroughAHubThatDoNotSettle)
 {
     const std::string before = image("riser");
@@ -382,7 +382,7 @@ TEST_F(KestctlSeeprom, CopiesAreCapturedServedExportedAndRemoved)
     EXPECT_THAT(complaint(3, {"copy", "capture", "panel-vpd"}), HasSubstr("replace it? not confirmed"));
     says({"seeprom", "write", "panel-vpd", "--mode", "file", "--hex", "ff00ff"});
     EXPECT_EQ("\xFF" + std::string(1, '\0') + "\xFF", says({"copy", "export", "0xD002", "-"}).substr(0, 3));
-    // no device has this number: any size will do
+    // no device has this number, so any size is accepted
     says({"copy", "import", "5", file("five", "12345")});
     const json list = json::parse(says({"--json", "copy", "list"}));
     ASSERT_EQ(2U, list["copies"].size());
@@ -395,7 +395,7 @@ TEST_F(KestctlSeeprom, CopiesAreCapturedServedExportedAndRemoved)
     EXPECT_THAT(complaint(4, {"copy", "remove", "5", "--yes"}), HasSubstr("there is no such copy"));
 }
 
-/// "mixed" takes the copy where there is one, else the device; "registry" does what the configuration says.
+/// "mixed" uses the copy if there is one, otherwise the device; "registry" uses the mode of the configuration.
 TEST_F(KestctlSeeprom, ModesChooseBetweenDeviceAndCopy)
 {
     const std::string device(256, 'd');
@@ -425,12 +425,11 @@ TEST_F(KestctlSeeprom, ModesChooseBetweenDeviceAndCopy)
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "kest.toml", text.replace(at, 9, "FileMode"));
     EXPECT_EQ("Nccc", read("registry"));
-    EXPECT_EQ("Mddd",
-              // hardware unless told otherwise
-              says({"seeprom", "read", "panel-vpd", "--length", "4", "-o", "-"}));
+    // hardware, by default
+    EXPECT_EQ("Mddd", says({"seeprom", "read", "panel-vpd", "--length", "4", "-o", "-"}));
 }
 
-/// A device of this type takes no offset: a transfer begins where the chip stands, which is 0 at first.
+/// A device of this type takes no offset: a transfer begins at the chip's position, which is 0 at first.
 TEST_F(KestctlSeeprom, A172DeviceOnTheBusIsRead)
 {
     const std::string target = (folder() / "out.bin").string();
@@ -450,7 +449,7 @@ TEST_F(KestctlSeeprom, A172DeviceOnTheBusIsRead)
                 HasSubstr("sim:planar,L,172,AE: read: nothing answers"));
 }
 
-/// The chip would take the second byte of an offset for data, or the other way round.
+/// The chip would take the second byte of an offset as data, or a byte of data as part of an offset.
 TEST_F(KestctlSeeprom, NothingIsWrittenToADeviceThatTheTableHasWithAnotherType)
 {
     const std::string before = image("system");
@@ -482,7 +481,7 @@ TEST_F(KestctlSeeprom, AnAddressInTheWrongFormIsHintedAt)
     EXPECT_THAT(complaint(4, {"thermal", "read", "sim:planar,L,75,48"}), HasSubstr("write 90, addresses are in the"));
 }
 
-/// What is printed to be typed again survives a shell.
+/// Commands that kestctl suggests keep their meaning in a shell.
 TEST_F(KestctlSeeprom, PrintedCommandsAreQuoted)
 {
     const auto toml = machine() / "kest.toml";
@@ -506,7 +505,7 @@ TEST_F(KestctlSeeprom, LockedOrAbsentDevicesHaveTheirExitCodes)
                 HasSubstr("no such bus"));
 }
 
-TEST_F(KestctlSeeprom, MissingBusOfANodeIsToldWithTheBusesOfThatNode)
+TEST_F(KestctlSeeprom, MissingBusOfANodeIsReportedWithTheBusesOfThatNode)
 {
     writeFile(machine() / "kest.toml", readFile(machine() / "kest.toml") + "\n[nodes]\n2 = \"sim:blade\"\n");
     writeFile(machine() / "machine.toml",

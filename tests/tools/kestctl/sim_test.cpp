@@ -68,7 +68,7 @@ TEST_F(KestctlSim, NewRefusesAFolderThatIsInUse)
     EXPECT_EQ(1, run("kestctl", {"sim", "new", (folder() / "file").string()}).exit);
 }
 
-// 1024 bytes: some images are written, the next is too large.
+// With 1024 bytes some images are written, and the next one is too large.
 TEST_F(KestctlSim, NewThatFailsLeavesNothingBehindAndCanBeRepeated)
 {
     const auto fresh = folder() / "home/fresh";
@@ -111,7 +111,7 @@ TEST_F(KestctlSim, NewNeedsNoUsableConfiguration)
 
 TEST_F(KestctlSim, EverythingStaysInTheFolder)
 {
-    // leaves an error entry
+    // this leaves an error entry
     EXPECT_EQ(4, kestctl({"detect", "sim:planar,L,2C0256,AA"}).exit);
     EXPECT_TRUE(std::filesystem::exists(machine() / "state/errors.db") ||
                 !std::filesystem::is_empty(machine() / "state"));
@@ -202,7 +202,7 @@ TEST_F(KestctlSim, ABadMachineFileIsNamed)
                 HasSubstr("machine.toml:5:8: key 'type': unknown type of chip '24C03'"));
 }
 
-// Whatever needs the machine ends alike, and says once why.
+// All commands that need the machine end alike, and give the reason once.
 TEST_F(KestctlSim, ABadMachineFileOrImageEndsWith2)
 {
     const std::string toml = readFile(machine() / "machine.toml");
@@ -272,7 +272,7 @@ TEST_F(KestctlSim, AMachineThatTheUserMayNotUseEndsWith3)
     EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"sim", "show"}));
     EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"detect"}));
     std::filesystem::permissions(machine() / "machine.state", std::filesystem::perms(0666));
-    EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"sim", "show"})) << "the images are not theirs, either";
+    EXPECT_EQ(3, exitAsNobody(machine() / "kest.toml", {"sim", "show"})) << "the images are not the user's, either";
     for (const auto& entry : std::filesystem::directory_iterator(machine())) {
         if (entry.path().extension() == ".bin") {
             std::filesystem::permissions(entry.path(), std::filesystem::perms(0666));
@@ -297,7 +297,7 @@ TEST_F(KestctlSim, AFaultOfNoBusOrAddress0IsRefused)
     EXPECT_EQ("", says({"sim", "fault", "list"}));
 }
 
-TEST_F(KestctlSim, AFaultOfANodeIsToldWithIt)
+TEST_F(KestctlSim, AFaultOfANodeIsShownWithTheNode)
 {
     writeFile(machine() / "machine.toml", "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"planar\"\nnode = \"second\"\n"
                                           "[[fault]]\nkind = \"gone\"\nnode = \"second\"\n");
@@ -318,7 +318,7 @@ TEST_F(KestctlSim, BusesOfOtherNodesAreNamedWithTheNode)
     }
 }
 
-TEST_F(KestctlSim, AFaultIsToldByWhatItLeavesOpen)
+TEST_F(KestctlSim, AFaultIsListedWithWhatItLeavesOpen)
 {
     says({"sim", "fault", "add", "gone", "--count", "1"});
     EXPECT_THAT(says({"sim", "fault", "list"}),
@@ -462,7 +462,7 @@ TEST_F(KestctlErrors, TheListNamesDevicesWithinEightyColumns)
     EXPECT_EQ(devices.front(), json::parse(says({"errors", "show", "last", "--json"})).at("device"));
 
     std::istringstream lines(says({"errors", "list"}));
-    // from the column of devices on; of second lines, from that of reasons on
+    // from the column of devices on; second lines from that of reasons on
     std::vector<std::string> ends;
     for (std::string line; std::getline(lines, line);) {
         EXPECT_GE(80U, line.size()) << line;
@@ -542,7 +542,7 @@ TEST_F(KestctlTrace, ShowsProcessesThatEnded)
     EXPECT_EQ(5, count);
 }
 
-TEST_F(KestctlTrace, TellsWhatItLeavesOutAndGoesOn)
+TEST_F(KestctlTrace, ReportsWhatItLeavesOutAndGoesOn)
 {
     says({"port", "read", "panel-leds"});
     const std::filesystem::path traces = machine() / "state" / "trace";

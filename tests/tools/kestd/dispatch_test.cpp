@@ -1,5 +1,4 @@
-/// Who may do what, and what becomes of the requests of those who may not: with made-up peers, so that any user can run
-/// it.
+/// Who may do what, and how requests of others are refused. The peers are made up, so that any user can run the tests.
 #include <cstring>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -15,7 +14,7 @@ namespace
 
 using client::frame;
 
-// nobody's
+// a user and a group that no machine has
 constexpr uid_t stranger = 4'000'000'001;
 constexpr gid_t club = 4'000'000'002;
 
@@ -34,7 +33,7 @@ TEST(KestdPermission, RootAndOwnerMayDoEverythingOthersNothing)
     EXPECT_EQ("rw", rights({}, peerOfUser(0)));
     EXPECT_EQ("rw", rights({}, peerOfUser(geteuid())));
     EXPECT_EQ("--", rights({}, peerOfUser(stranger, {club})));
-    // nobody vouched for it
+    // the kernel does not name its user
     EXPECT_EQ("--", rights({}, peerProcess{}));
 }
 
@@ -54,14 +53,14 @@ TEST(KestdPermission, ByUserAndByGroup)
     settings.readGroups = {group};
     EXPECT_EQ("r-", rights(settings, peer));
     EXPECT_EQ("--", rights(settings, peerOfUser(stranger, {5})));
-    // a user of that number
+    // a user with that number
     EXPECT_EQ("--", rights(settings, peerOfUser(club)));
     settings = {};
     settings.writeGroups = {group};
     EXPECT_EQ("-w", rights(settings, peer));
 }
 
-TEST(KestdPermission, NamesAreLookedUpAndThoseUnknownTold)
+TEST(KestdPermission, NamesAreLookedUpAndUnknownOnesReported)
 {
     host::serviceSettings settings;
     settings.readUsers = {"root", "no-such-user"};
@@ -72,7 +71,7 @@ TEST(KestdPermission, NamesAreLookedUpAndThoseUnknownTold)
     EXPECT_FALSE(permissions.of(peerOfUser(stranger, {0})).read);
 }
 
-/// A request as clients send it: `length` bytes of a device that is not there.
+/// A client's request for `length` bytes of a device that does not exist.
 frame transfer(std::uint16_t type, std::uint32_t length, const std::string& text = "sim:nowhere,L,2C0256,A0",
                std::uint32_t offset = 0)
 {
@@ -162,7 +161,7 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
     int entries = 0;
     for (int number = 0; number < 30; ++number) {
         const frame reply = answerTo(transfer(0x8001, 1), {});
-        // refused all the same
+        // refused nevertheless
         EXPECT_EQ(0x80001601U, reply.returnCode);
         entries += reply.logId != 0 ? 1 : 0;
     }
@@ -170,7 +169,7 @@ TEST_F(KestdDispatch, EachUserHasAShareOfTheLog)
     EXPECT_NE(0U, answerTo(transfer(0x8001, 1), {}, stranger + 1).logId);
 }
 
-// --------------------------------------------------------------------------------------- devices that may be named
+// --- devices that may be named ---
 
 constexpr permissionSet everything{.read = true, .write = true};
 // refused before any device is opened
@@ -198,7 +197,7 @@ TEST_F(KestdDispatch, DeviceOutsideTheTableIsRefusedToEverybody)
               textOf(answerTo(transfer(0x8001, 1, "\x1B[2J"), everything)));
 }
 
-TEST_F(KestdDispatch, DeviceOfTheTableIsServedHoweverItIsSpelt)
+TEST_F(KestdDispatch, DeviceOfTheTableIsServedInEverySpelling)
 {
     settings.nodes[3].simNode = "riser";
     settings.nodes[4].simNode = "riser";
@@ -225,9 +224,8 @@ TEST_F(KestdDispatch, RawRightAdmitsAnyText)
 {
     constexpr permissionSet raw{.read = true, .write = false, .raw = true};
     EXPECT_NE(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
-    EXPECT_EQ(noSuchDevice,
-              // it is no right to write
-              answerTo(transfer(0x8002, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
+    // it gives no right to write
+    EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8002, 1, "sim:other,L,2C0256,C0"), raw).returnCode);
     host::serviceSettings service;
     service.rawUsers = {std::to_string(stranger)};
     EXPECT_TRUE(permissionTable(service).of(peerOfUser(stranger)).raw);
@@ -266,17 +264,17 @@ TEST_F(KestdDispatch, TransferPastTheEndIsRefused)
         EXPECT_TRUE(isRefused(type, 250, 7));
         EXPECT_TRUE(isRefused(type, 250, 16));
         EXPECT_TRUE(isRefused(type, 256, 1));
-        // the sum has no room in 32 bits
+        // the sum does not fit into 32 bits
         EXPECT_TRUE(isRefused(type, 0xFFFFFFFF, 16));
         EXPECT_TRUE(isRefused(type, 0, 257));
     }
     // all of it
     EXPECT_FALSE(isRefused(0x8001, 0, 0));
-    // as many bytes, and not from the beginning
+    // as many bytes, but not from the beginning
     EXPECT_TRUE(isRefused(0x8001, 16, 0));
     EXPECT_EQ("it passes the end of the device, which has 256 bytes",
               textOf(answerTo(transfer(0x8001, 7, "sim:nowhere,L,1C0002,A4", 250), everything)));
-    // a copy's length is its own
+    // a copy has its own length
     settings.registry["tavo/ReadMode"] = "FileMode";
     addDevice("sim:elsewhere,L,2C0256,A0", 0);
     EXPECT_FALSE(isRefused(0x8001, 250, 16));

@@ -17,7 +17,7 @@ constexpr const char* direct = "sim:planar,L,2C0256,A0";
 constexpr const char* behindHub = "sim:planar,L,922,80,3,2C0128,A2";
 
 struct FaultRow {
-    std::vector<std::string> words; ///< behind `sim fault add`
+    std::vector<std::string> words; ///< arguments of `sim fault add`
     const char* device;
     bool reads;
 };
@@ -46,7 +46,7 @@ protected:
     void SetUp() override
     {
         if (geteuid() != 0) {
-            GTEST_SKIP() << "only root can run it as another user";
+            GTEST_SKIP() << "only root can run the service as another user";
         }
         if (underSanitizer) {
             GTEST_SKIP() << "the sanitizers' own system calls are refused";
@@ -63,7 +63,7 @@ protected:
     }
 
     static std::filesystem::path confine() { return std::filesystem::path(programFolder) / "../tests/confine"; }
-    /// The sets of system calls of the service manager that is installed, else of the one that Debian 12 has.
+    /// The sets of system calls of the installed service manager, or of the one in Debian 12 when there is none.
     [[nodiscard]] std::filesystem::path sets() const
     {
         const std::filesystem::path own = folder() / "sets";
@@ -97,7 +97,8 @@ protected:
         EXPECT_EQ(0, lstat((machine() / name).c_str(), &facts)) << name;
         return facts;
     }
-    /// Brings about every kind of failure. Each leaves its entry in the log, and afterwards the service reads as before.
+    /// Brings about every kind of failure. Each leaves its entry in the log, and afterwards the service reads as
+    /// before.
     void failEveryWay()
     {
         client::serviceConnection connection = connect();

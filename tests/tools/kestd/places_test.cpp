@@ -22,7 +22,7 @@ TEST(KestdPlaces, EachUserHasAShare)
     EXPECT_NE(first.share(), root.share());
 }
 
-TEST(KestdPlaces, NobodyHasOneWhenAllAreTaken)
+TEST(KestdPlaces, NoPlaceIsGivenWhenAllAreTaken)
 {
     constexpr clientPlaces::placeLimits limits{.all = 2, .eachOwner = 2};
     clientPlaces places;

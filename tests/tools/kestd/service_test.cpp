@@ -1,4 +1,4 @@
-/// The message service: requests, limits, permissions, its life.
+/// The message service: requests, limits, permissions, start, reload and end.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -28,7 +28,7 @@ using client::answer;
 using client::frame;
 using client::outcome;
 
-// ------------------------------------------------------------------------------------------------------------- requests
+// --- requests ---
 
 TEST_F(KestdTest, ReadsTheCopy)
 {
@@ -88,7 +88,7 @@ TEST_F(KestdTest, LocationOfADeviceNumber)
     EXPECT_NE(0u, unknown.logId);
 }
 
-TEST_F(KestdTest, WhatTheLibraryRefusesComesBackWithItsEntry)
+TEST_F(KestdTest, WhatTheLibraryRefusesIsReturnedWithItsEntry)
 {
     start();
     client::serviceConnection connection = connect();
@@ -120,7 +120,7 @@ TEST_F(KestdTest, EntriesAreInTheLog)
     EXPECT_NE(std::string::npos, shown.output.find(hex.data())) << shown.output << shown.errors;
 }
 
-// ---------------------------------------------------------------------------------------------------- devices of the table
+// --- devices of the table ---
 
 /// A machine with LEDs, served in hardware mode.
 class KestdMachine : public KestdTest
@@ -152,7 +152,7 @@ TEST_F(KestdMachine, ReadOfAnLedDriverIsRefusedAndLeavesItsPins)
     EXPECT_NE(0u, got.logId);
     EXPECT_EQ(before, leds());
     EXPECT_EQ("sim:planar,L,9552,C0", [&] {
-        // the table is told as it is
+        // the text is returned as the table has it
         const answer text = connect().location(1, 0);
         return std::string(text.data.begin(), text.data.end());
     }());
@@ -182,8 +182,8 @@ TEST_F(KestdMachine, ReadPastTheEndOfADeviceIsRefused)
     EXPECT_EQ(image, readFile(folder() / "machine/panel.bin"));
 }
 
-/// Without a copy the library reads the whole device from the offset on, and begins again where it ends.
-TEST_F(KestdMachine, MixedModeWithoutACopyAnswersNoMoreThanWasAsked)
+/// Without a copy the library reads as many bytes as the device holds, from the offset on, and wraps round at its end.
+TEST_F(KestdMachine, MixedModeWithoutACopyReturnsNoMoreThanWasAskedFor)
 {
     std::filesystem::remove(copyFile());
     serveMachine("", "MixedMode");
@@ -192,7 +192,7 @@ TEST_F(KestdMachine, MixedModeWithoutACopyAnswersNoMoreThanWasAsked)
     EXPECT_EQ(image.substr(250), std::string(got.data.begin(), got.data.end())) << got.message;
 }
 
-// --------------------------------------------------------------------------------------------------------------- frames
+// --- frames ---
 
 TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
 {
@@ -202,7 +202,7 @@ TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
         const auto bytes = client::encodeFrame(seepromRequest(0x8001, number * 100u, 8, number));
         stream.insert(stream.end(), bytes.begin(), bytes.end());
     }
-    // every offset within a frame is a cut at some time
+    // every offset within a frame is a cut once
     const std::size_t step = 7;
     for (std::size_t first = 1; first < 60; ++first) {
         RawClient client(socketPath());
@@ -222,7 +222,7 @@ TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
     }
 }
 
-TEST_F(KestdTest, OtherProtocolIsTurnedAway)
+TEST_F(KestdTest, ForeignProtocolIsRefused)
 {
     start();
     RawClient client(socketPath());
@@ -234,7 +234,7 @@ TEST_F(KestdTest, OtherProtocolIsTurnedAway)
     EXPECT_TRUE(client.isHungUp());
 }
 
-TEST_F(KestdTest, PayloadOverTheLimitIsTurnedAway)
+TEST_F(KestdTest, PayloadOverTheLimitIsRefused)
 {
     configure("max_payload = 1000");
     start();
@@ -285,7 +285,7 @@ TEST_F(KestdTest, ReplyOfMoreThan65536BytesIsReplaced)
     EXPECT_EQ(0x80001606u, got.returnCode);
 }
 
-/// A read of length 0 is of all there is, also of a copy that fills a reply to the last byte.
+/// A read of length 0 reads everything, also a copy that fills a reply to the last byte.
 TEST_F(KestdTest, LengthZeroReadsTheRestOfTheCopy)
 {
     start();
@@ -315,7 +315,7 @@ TEST_F(KestdTest, LengthZeroReadsTheWholeDeviceWhereThereIsNoCopy)
     }
 }
 
-/// The largest copy there may be, asked for whole by many at once: no more of it is loaded than a reply holds.
+/// Many clients ask for the whole of the largest possible copy at once: no more of it is loaded than a reply can hold.
 TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
 {
     writeFile(copyFile(), std::string(16 << 20, 'k'));
@@ -334,14 +334,15 @@ TEST_F(KestdTest, LengthZeroOfAHugeCopyCostsLittleMemory)
             EXPECT_EQ(0x80001606u, reply->returnCode);
         }
     }
-    // their own memory is many times as much
+    // sanitizer or emulator need many times as much memory
     if (!underSanitizer && !isEmulated()) {
-        // idle 10 MiB; each client three buffers of 64 KiB, 3 MiB in all. A single copy loaded whole would pass it
+        // 10 MiB when idle, and three buffers of 64 KiB for each client, 3 MiB in all. A single copy loaded whole would
+        // exceed this
         EXPECT_GT((10 + 3 + 2) * 1024, daemon().statusKib("VmHWM"));
     }
 }
 
-// ---------------------------------------------------------------------------------------------------------- permissions
+// --- permissions ---
 
 /// Starts `body` in a child as the user nobody, with nobody's group and `groups`.
 pid_t startAsNobody(const std::function<int()>& body, const std::vector<gid_t>& groups = {})
@@ -372,11 +373,11 @@ int asNobody(const std::function<int()>& body, const std::vector<gid_t>& groups 
     return exitOf(startAsNobody(body, groups));
 }
 
-using PauseFunction = std::function<bool()>; ///< waits for the other process; returns whether that has done its part
+using PauseFunction = std::function<bool()>; ///< waits for the other process; returns whether it has done its part
 
-/// Runs `body` as nobody. Where it calls the pause that it is given, it waits until `meanwhile` has run in this
-/// process. There is no second thread: a child of a process with threads could wait for ever for the allocator's lock
-/// that one of them held. @return its exit code
+/// Runs `body` as the user nobody. When `body` calls the pause that it receives, it waits until `meanwhile` has run in
+/// this process. There is no second thread: the child could wait for ever for an allocator's lock that the thread held.
+/// @return its exit code
 int asNobody(const std::function<int(const PauseFunction&)>& body, const std::function<void()>& meanwhile)
 {
     int toChild[2];
@@ -413,8 +414,8 @@ protected:
         }
     }
 
-    /// What becomes of the user nobody's read and write: bit 0 read done, bit 1 write done; 8 and more is neither done
-    /// nor refused
+    /// Results of a read and a write by the user nobody: bit 0, the read was done; bit 1, the write was done; 8 or
+    /// more, neither done nor refused
     [[nodiscard]] int rightsOfNobody() const
     {
         return asNobody([this] {
@@ -503,7 +504,7 @@ TEST_F(KestdPermissions, ReloadTakesEffectForThoseWhoAreConnected)
     EXPECT_EQ(0, asNobody(client, allow));
 }
 
-/// Somebody who may do nothing cannot fill the error log, nor take the places of those who may.
+/// A user without permissions can neither fill the error log nor take the places of others.
 TEST_F(KestdPermissions, StrangersHaveASmallShare)
 {
     configure("max_clients = 16");
@@ -517,7 +518,7 @@ TEST_F(KestdPermissions, StrangersHaveASmallShare)
                   return entries == 20 ? 0 : entries + 1;
               }));
     EXPECT_EQ(0, asNobody([&] {
-                  // the connection before may not have been missed yet
+                  // the service may not have noticed the end of the last connection yet
                   bool both = false;
                   bool more = true;
                   for (int attempt = 0; attempt < 1000 && (!both || more); ++attempt) {
@@ -531,8 +532,8 @@ TEST_F(KestdPermissions, StrangersHaveASmallShare)
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
 }
 
-/// One user takes all the places there are for him and keeps them; others have theirs.
-TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
+/// One user takes all the places that one user may have, and keeps them. Others have places, too.
+TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNoOtherUser)
 {
     configure("max_clients = 32\nmax_clients_per_user = 16\nread_users = [\"nobody\"]");
     start();
@@ -556,18 +557,17 @@ TEST_F(KestdPermissions, IdleConnectionsOfOneUserLockOutNobodyElse)
     EXPECT_EQ(0, asNobody(takePlaces, readAsRoot));
 }
 
-/// The groups count that the process has, not those that the user database gives its user: it may have given them up,
-/// or got more.
+/// The groups of the process count, not those of its user in the user database: the process may have fewer or more.
 TEST_F(KestdPermissions, GroupsAreThoseOfTheConnectingProcess)
 {
-    // no database has it
+    // no user database has it
     constexpr gid_t club = 4'000'000'002;
     configure("read_groups = [" + std::to_string(club) + "]");
     start();
     const auto mayRead = [this] { return connect().readSeeprom(someLocation, 0, 4) ? 1 : 0; };
     EXPECT_EQ(0, asNobody(mayRead));
     EXPECT_EQ(1, asNobody(mayRead, {5, club}));
-    // more than anybody has room for at first
+    // more than a first buffer has room for
     std::vector<gid_t> many;
     for (gid_t group = 1; group <= 300; ++group) {
         many.push_back(100'000 + group);
@@ -576,7 +576,7 @@ TEST_F(KestdPermissions, GroupsAreThoseOfTheConnectingProcess)
     EXPECT_EQ(1, asNobody(mayRead, many));
 }
 
-/// Nobody waits for admission while he holds a descriptor of the service.
+/// A client that waits for admission holds no descriptor of the service.
 TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
 {
     configure("max_clients = 16");
@@ -591,14 +591,14 @@ TEST_F(KestdPermissions, StrangersHoldNoMoreDescriptorsThanPlaces)
         for (int number = 0; number < 500; ++number) {
             clients.push_back(std::make_unique<RawClient>(socketPath()));
         }
-        // the last has been told: all before it are admitted or turned away
-        const auto told = clients.back()->receive();
-        return pause() && told && told->returnCode == 0x80001605 ? 0 : 1;
+        // the last one has its reply, so all before it are admitted or refused
+        const auto reply = clients.back()->receive();
+        return pause() && reply && reply->returnCode == 0x80001605 ? 0 : 1;
     };
     EXPECT_EQ(0, asNobody(crowd, count));
 }
 
-// --------------------------------------------------------------------------------------------------------------- limits
+// --- limits ---
 
 TEST_F(KestdTest, TooManyClients)
 {
@@ -618,7 +618,7 @@ TEST_F(KestdTest, TooManyClients)
         EXPECT_TRUE(fourth.isHungUp());
         EXPECT_EQ(0x80001605u, connect().readSeeprom(someLocation, 0, 4).returnCode);
     }
-    // places become free as the service notices
+    // places become free once the service notices
     std::optional<answer> got;
     const auto until = std::chrono::steady_clock::now() + patience;
     while ((!got || !*got) && std::chrono::steady_clock::now() < until) {
@@ -637,15 +637,15 @@ TEST_F(KestdTest, SilentClientsAreDropped)
     EXPECT_TRUE(halfway.send({0, 0, 0, 9, 0, 1}));
     EXPECT_TRUE(silent.isHungUp());
     EXPECT_TRUE(halfway.isHungUp());
-    // asks, and never reads
+    // sends requests and never reads
     RawClient deaf(socketPath());
     bool taken = true;
     for (int number = 0; number < 1000 && taken; ++number) {
         taken = deaf.send(client::encodeFrame(seepromRequest(0x8001, 0, 65536)), MSG_DONTWAIT);
     }
-    EXPECT_FALSE(taken) << "the service reads on, though its replies are not taken";
+    EXPECT_FALSE(taken) << "the service keeps reading although its replies are not read";
     const auto until = std::chrono::steady_clock::now() + patience;
-    // EPIPE in the end
+    // at last EPIPE
     while (deaf.send(std::vector<std::uint8_t>{0}, MSG_DONTWAIT) || errno == EAGAIN) {
         ASSERT_GT(until, std::chrono::steady_clock::now());
         std::this_thread::yield();
@@ -653,7 +653,7 @@ TEST_F(KestdTest, SilentClientsAreDropped)
     EXPECT_EQ(EPIPE, errno);
 }
 
-/// 100 clients that behave badly, each in its own way, cost the 100 others nothing.
+/// 100 clients that misbehave in several ways do not affect 100 others.
 TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
 {
     configure("max_clients_per_user = 256");
@@ -714,8 +714,7 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     }
     EXPECT_EQ(2000, good);
     if (!underSanitizer && !isEmulated()) {
-        // A hostile client can have one request and one reply held for it: 20 x 60,000 and 20 x 65,556 bytes of those
-        // here
+        // For a hostile client the service can hold one request and one reply: here 20 x 60,000 and 20 x 65,556 bytes
         EXPECT_GT(10240 + 8192, daemon().statusKib("VmRSS"));
     }
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
@@ -723,8 +722,8 @@ TEST_F(KestdTest, TwoHundredClientsHalfOfThemHostile)
     EXPECT_EQ(0, daemon().stop());
 }
 
-/// A client that has closed its connection waits for nothing: what it asked for and was not begun is dropped.
-TEST_F(KestdTest, WorkOfClientsThatHaveGoneIsNotBegun)
+/// Requests of a client that has closed its connection are dropped, unless they were begun.
+TEST_F(KestdTest, RequestsOfClosedConnectionsAreNotBegun)
 {
     start();
     daemon().signal(SIGSTOP);
@@ -736,7 +735,7 @@ TEST_F(KestdTest, WorkOfClientsThatHaveGoneIsNotBegun)
     }
     daemon().signal(SIGCONT);
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
-    // with nothing left to be done
+    // with no request left
     EXPECT_EQ(0, daemon().stop());
     EXPECT_EQ(std::string(contents.begin(), contents.begin() + 4), readFile(copyFile()).substr(0, 4));
 }
@@ -758,11 +757,11 @@ TEST_F(KestdTest, ClientThatHasFinishedSendingIsAnswered)
     EXPECT_TRUE(client.isHungUp());
 }
 
-/// Whoever connects when there are no descriptors left is served when there are some again.
+/// A client that connects when no descriptors are left is served when some are free again.
 TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
 {
     start();
-    // what the service opens once is open
+    // now everything that the service opens once is open
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
     const rlim_t before = daemon().limit(RLIMIT_NOFILE, 3);
     RawClient client(socketPath());
@@ -779,11 +778,11 @@ TEST_F(KestdTest, ClientsWaitWhileThereAreNoDescriptors)
     EXPECT_EQ(0, daemon().stop());
 }
 
-/// Whoever needs memory that is not there loses this request; the service and the others stay.
+/// A request without memory fails; the service and its other clients continue.
 TEST_F(KestdTest, WithoutMemoryARequestFailsAndTheServiceStays)
 {
     if (underSanitizer) {
-        GTEST_SKIP() << "their allocators end the process";
+        GTEST_SKIP() << "the sanitizers' allocators end the process";
     }
     configure("max_clients_per_user = 256\nmax_payload = 16777216");
     start();
@@ -809,8 +808,8 @@ TEST_F(KestdTest, WithoutMemoryARequestFailsAndTheServiceStays)
     EXPECT_EQ(0, daemon().stop());
 }
 
-/// Requests that wait for devices: the bus is busy with other clients' writes all the while.
-TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
+/// Requests wait for devices while the bus is busy with other clients' writes.
+TEST_F(KestdTest, SlowDevicesDoNotHoldUpOtherClients)
 {
     const RunResult made = run("kestctl", {"sim", "new", (folder() / "machine").string()});
     ASSERT_EQ(0, made.exit) << made.errors;
@@ -825,7 +824,7 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
         slow.emplace_back([&, number] {
             client::serviceConnection connection = connect();
             while (!stop) {
-                // done or not: the chip is busy with the others' write cycles most of the time
+                // it may fail: the chip is busy with the others' write cycles most of the time
                 static_cast<void>(connection.writeSeeprom("sim:planar,L,2C0512,A6",
                                                           static_cast<std::uint32_t>(number) * 4096,
                                                           std::vector<std::uint8_t>(2048, 0x11)));
@@ -849,7 +848,7 @@ TEST_F(KestdTest, SlowDevicesHoldUpNobodyElse)
     EXPECT_GT(200, during) << "requests without a device took as long as writes";
 }
 
-// ----------------------------------------------------------------------------------------------------------------- life
+// --- start, reload, end ---
 
 TEST_F(KestdTest, RequestsInFlightAtTheEndAreAnswered)
 {
@@ -875,7 +874,7 @@ TEST_F(KestdTest, RequestsInFlightAtTheEndAreAnswered)
     EXPECT_FALSE(std::filesystem::exists(socketPath()));
 }
 
-TEST_F(KestdTest, EndDoesNotWaitForTheDeaf)
+TEST_F(KestdTest, EndDoesNotWaitForClientsThatDoNotRead)
 {
     start();
     RawClient silent(socketPath()), halfway(socketPath()), deaf(socketPath());
@@ -887,11 +886,11 @@ TEST_F(KestdTest, EndDoesNotWaitForTheDeaf)
     daemon().signal(SIGTERM);
     EXPECT_TRUE(silent.isHungUp());
     EXPECT_TRUE(halfway.isHungUp());
-    // deaf has a few seconds
+    // the deaf client has a few seconds
     EXPECT_EQ(0, daemon().end());
 }
 
-/// A service that ends has given up socket and lock before its last clients are done.
+/// A service that ends releases socket and lock before its last clients are done.
 TEST_F(KestdTest, SuccessorStartsWhileTheLastRepliesAreBeingTaken)
 {
     start();
@@ -927,8 +926,8 @@ TEST_F(KestdTest, SocketLeftBehindIsReplacedAndALivingOneIsNot)
     EXPECT_TRUE(connect().readSeeprom(someLocation, 0, 4));
 }
 
-/// From now on the kernel has no lock of an open file left for this process and its children. @return whether that
-/// could be done
+/// From now on the kernel refuses locks of open files to this process and its children. @return whether this could be
+/// arranged
 bool exhaustLocks()
 {
 #ifdef SYS_fcntl64
@@ -949,7 +948,7 @@ bool exhaustLocks()
            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0;
 }
 
-TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
+TEST_F(KestdTest, AFailedLockIsNotTakenForAnotherService)
 {
     if (isEmulated()) {
         GTEST_SKIP() << "the emulator's own calls would be filtered";
@@ -969,7 +968,7 @@ TEST_F(KestdTest, ALockThatCannotBeHadIsNotAnotherService)
     ASSERT_EQ(child, waitpid(child, &status, 0));
     ASSERT_TRUE(WIFEXITED(status));
     if (WEXITSTATUS(status) == notAllowed) {
-        GTEST_SKIP() << "no right to filter calls";
+        GTEST_SKIP() << "no permission to filter system calls";
     }
     EXPECT_EQ(1, WEXITSTATUS(status));
     const std::string said = readFile(folder() / "said");
@@ -993,7 +992,7 @@ TEST_F(KestdTest, SocketGivenAtTheCommandLine)
 TEST_F(KestdTest, SocketHandedOver)
 {
     const int listening = boundSocket(folder() / "handed.socket", SOCK_STREAM);
-    // before there is a service
+    // before the service starts
     RawClient early(folder() / "handed.socket");
     EXPECT_TRUE(early.send(seepromRequest(0x8001, 0, 4)));
     start(listening);
@@ -1002,7 +1001,7 @@ TEST_F(KestdTest, SocketHandedOver)
     client::serviceConnection connection(folder() / "handed.socket");
     EXPECT_TRUE(connection.readSeeprom(someLocation, 0, 4));
     EXPECT_EQ(0, daemon().stop());
-    // it belongs to whoever made it
+    // it belongs to its maker
     EXPECT_TRUE(std::filesystem::exists(folder() / "handed.socket"));
     EXPECT_FALSE(std::filesystem::exists(socketPath()));
 }
@@ -1080,7 +1079,7 @@ TEST(KestdOptions, HelpVersionAndWrongUse)
     EXPECT_EQ(2, run("kestd", {"--config", "/no/such/file"}).exit);
 }
 
-TEST(KestdOptions, SocketThatCannotBe)
+TEST(KestdOptions, ImpossibleSocketsAreRefused)
 {
     TemporaryFolder folder;
     writeFile(folder.path() / "kest.toml", "state = \"state\"\n");

@@ -1,4 +1,4 @@
-/// One session by itself, at a clock of the test's own.
+/// One session alone, with a clock that the test drives.
 #include <gtest/gtest.h>
 
 #include "base/clock.h"

@@ -236,7 +236,7 @@ protected:
 
 std::int64_t KestdShares::timeNs;
 
-TEST_F(KestdShares, OwnersTakeTurnsWhateverEachHasWaiting)
+TEST_F(KestdShares, OwnersTakeTurnsHoweverManyJobsEachHas)
 {
     EXPECT_EQ("1a2b34", orderOf(2, "4b", [this] {
                   submitEach(alice, "1234");
@@ -268,7 +268,7 @@ TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
               }));
 }
 
-TEST_F(KestdShares, ConnectionThatAskedForNothingGoesOnWithTheOthers)
+TEST_F(KestdShares, IdleConnectionGainsNoCredit)
 {
     const auto pausing = connection('p', 5, [this] { return done().size() > 1 && done().size() < enough; });
     const auto busy = connection('b', 5, [&] {

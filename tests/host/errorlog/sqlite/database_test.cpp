@@ -380,7 +380,7 @@ TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
     EXPECT_EQ((Words{203, 202, 201, 200, 199, 198, 197, 196, 195, 194}), wordsInLog());
 }
 
-TEST_F(ErrorLogTrouble, AReaderThatStandsStillDoesNotLetTheWorkingFilesGrowForEver)
+TEST_F(ErrorLogTrouble, AnIdleReaderDoesNotLetTheWorkingFilesGrowWithoutLimit)
 {
     commitEntry(0);
     OtherConnection reader(database());
