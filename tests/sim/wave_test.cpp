@@ -102,6 +102,25 @@ TEST_F(BusTime, RealTimeWaits)
     EXPECT_EQ(22'300'000U, slow.planar->busTimeNs());
 }
 
+// A blinking reset line is low for the first quarter of each second; a conversion takes 300 ms.
+TEST_F(BusTime, InRealTimePinsBlinkAndSensorsConvertWhileNobodyLooks)
+{
+    power(chip("HUB922", "0x80") + chip("PCA9552", "0xC0") + chip("LM75", "0x90", "celsius = 25"));
+    DrivenClock clock;
+    const auto real = openMachine(home.path, clock);
+    User slow{real->findBus("planar", "")};
+    real->powerCycle();
+    slow.write(0xC0, {0x12, 43, 0xC0, 0, 0, 0x55, 0x55, 0x55, 0x95});
+    EXPECT_EQ(outcome::addressNotAcknowledged, slow.probe(0x80));
+    EXPECT_EQ((Bytes{0x00, 0x00}), slow.read(0x90, 2).data);
+    clock.now += 400'000'000;
+    EXPECT_EQ(Bytes{15}, slow.read(0x80, 1).data);
+    EXPECT_EQ((Bytes{0x19, 0x00}), slow.read(0x90, 2).data);
+    clock.now += 1'000'000'000;
+    EXPECT_EQ(Bytes{15}, slow.read(0x80, 1).data);
+    EXPECT_EQ(Bytes{0}, slow.read(0x80, 1).data);
+}
+
 // In real time the clock ends a write cycle, whether or not the bus is used meanwhile.
 TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
