@@ -2,6 +2,7 @@
 /// bus itself is the same behind every one.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,7 +22,7 @@ constexpr std::size_t smbusWordBytes = 2, smbusBlockBytes = 32;
 
 /// Highest values of a machine file.
 constexpr std::size_t mostMessageBytes = 8192, mostMessages = 42;
-constexpr std::uint32_t longestAdapterTimeoutMs = 60'000;
+constexpr std::uint32_t longestAdapterTimeoutMs = 60'000, longestStretchLimitUs = 1'000'000;
 
 /// One that takes everything, unless a field says otherwise.
 struct adapterKind {
@@ -31,10 +32,19 @@ struct adapterKind {
     std::uint32_t timeoutMs = 0; ///< it ends a transaction that takes longer; 0: never
     bool absentTimesOut = false; ///< it reports a time-out where nobody acknowledges an address
     bool noEmptyMessages = false; ///< it sends no address without data
+    std::uint32_t stretchLimitUs = 25'000; ///< how long it waits for SCL; the default is t_TIMEOUT of SMBus 3.1
     bool stopBetween = false; ///< it sends a STOP and a START where a repeated START belongs
 
     bool operator==(const adapterKind&) const = default;
 };
+
+/// How long an adapter waits for SCL, in nanoseconds, before it gives a transaction up.
+constexpr std::uint64_t patienceNs(const adapterKind& kind)
+{
+    const std::uint64_t limitNs = kind.stretchLimitUs * std::uint64_t{1000};
+    const std::uint64_t timeoutNs = kind.timeoutMs * std::uint64_t{1'000'000};
+    return timeoutNs == 0 ? limitNs : std::min(limitNs, timeoutNs);
+}
 
 /// What an adapter lacks, one short text each, for people. Empty: nothing.
 std::vector<std::string> adapterLimits(const adapterKind& kind);

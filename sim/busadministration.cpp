@@ -24,14 +24,17 @@ void busAdministration::listRegisters(std::vector<chipListing>& into)
     }
 }
 
-// Commits a change that may have let go of a line between transactions. A recording shows that at once; a second line
-// waits for the next START, because two never change in one tick.
+// Makes and commits a change that may let go of a line between transactions. A recording shows that at once; a second
+// line waits for the next START, because two never change in one tick.
 // @param commit  gets what the recording shows; null: there is none
-template <typename Commit>
-void busAdministration::withFreedLines(Commit commit)
+template <typename Change, typename Commit>
+void busAdministration::withFreedLines(Change change, Commit commit)
 {
     const busState& state = m_shared.state();
     waveText wave = m_shared.beginWaveText();
+    // one that ended by itself did so earlier
+    m_shared.endHold(wave);
+    change();
     if (!state.sclHeld && !state.waveAt.scl) {
         wave.scl(state.now, true);
     } else if (m_shared.heldLine() != outcome::sdaHeld) {
@@ -46,11 +49,13 @@ void busAdministration::powerCycle()
     if (!use.usable()) {
         return;
     }
-    losePower(m_shared.chips(), m_shared.state());
+    const auto cycle = [this] { losePower(m_shared.chips(), m_shared.state()); };
     // without its image a page would be torn into one that nobody wrote
-    if (!m_shared.chips().imageLost()) {
-        withFreedLines([&use](waveText* wave) { use.commit(wave); });
-    }
+    withFreedLines(cycle, [&](waveText* wave) {
+        if (!m_shared.chips().imageLost()) {
+            use.commit(wave);
+        }
+    });
 }
 
 void busAdministration::makeNew()
@@ -72,9 +77,11 @@ void busAdministration::replaceFileFaults(std::vector<faultRecord> fromFile)
             fromFile.push_back(record);
         }
     }
-    faults = std::move(fromFile);
-    endEffects();
-    withFreedLines([this](waveText* wave) { m_shared.commit(wave); });
+    const auto replace = [&] {
+        faults = std::move(fromFile);
+        endEffects();
+    };
+    withFreedLines(replace, [this](waveText* wave) { m_shared.commit(wave); });
 }
 
 bool busAdministration::addFault(const faultRecord& record)
@@ -98,7 +105,7 @@ void busAdministration::endEffects()
         return std::ranges::find(faults, number, &faultRecord::number) == faults.end();
     };
     if (ended(m_shared.state().heldBy)) {
-        m_shared.letLinesGo();
+        m_shared.state().letLinesGo();
     }
     m_shared.chips().endEffects(ended);
 }
@@ -109,10 +116,13 @@ bool busAdministration::clearFaults(std::optional<std::uint32_t> number)
     if (!use.usable()) {
         return false;
     }
-    const auto cleared = std::erase_if(m_shared.state().faults,
-                                       [&](const faultRecord& record) { return !number || record.number == *number; });
-    endEffects();
-    withFreedLines([&use](waveText* wave) { use.commit(wave); });
+    std::size_t cleared = 0;
+    const auto clear = [&] {
+        cleared = std::erase_if(m_shared.state().faults,
+                                [&](const faultRecord& record) { return !number || record.number == *number; });
+        endEffects();
+    };
+    withFreedLines(clear, [&use](waveText* wave) { use.commit(wave); });
     return cleared != 0;
 }
 
@@ -160,9 +170,11 @@ bool busAdministration::beginWave(int file, const std::string& path)
 {
     busState& state = m_shared.state();
     if (state.recording) {
-        m_shared.appendWave(m_shared.beginWaveText().take(state.now));
+        waveText old = m_shared.beginWaveText();
+        m_shared.appendWave(old);
     }
-    const waveEnd begin{!state.sclHeld, m_shared.heldLine() != outcome::sdaHeld, 0};
+    const outcome held = m_shared.heldLine();
+    const waveEnd begin{held != outcome::sclHeld, held != outcome::sdaHeld, 0};
     const std::string head = waveText::header(m_shared.description().name, begin.scl, begin.sda);
     if (!replaceWave(file, head)) {
         return false;
@@ -183,7 +195,9 @@ bool busAdministration::stopWave()
         errno = use.usable() ? ENOENT : ENODEV;
         return false;
     }
-    m_shared.appendWave(m_shared.beginWaveText().take(state.now));
+    waveText wave = m_shared.beginWaveText();
+    m_shared.endHold(wave);
+    m_shared.appendWave(wave);
     state.recording = false;
     use.commit();
     return true;

@@ -43,8 +43,8 @@ public:
 
 private:
     void endEffects();
-    template <typename Commit>
-    void withFreedLines(Commit commit);
+    template <typename Change, typename Commit>
+    void withFreedLines(Change change, Commit commit);
     bool beginWave(int file, const std::string& path);
 
     sharedBus& m_shared;

@@ -23,8 +23,10 @@ bool busModel::drive(busUse& use, std::uint32_t speedKhz, Act act)
     const bool recorded = state.recording;
     const std::uint64_t bitNs = nsPerMs / clockKhz(speedKhz, defaultSpeedKhz());
     wire lines{state.now, bitNs, recorded ? &wave : nullptr};
+    m_shared.endHold(wave);
     const bool good = act(lines);
     state.now = std::min(lines.clock.now, latestTime);
+    m_shared.endHold(wave);
     return good && use.commit(recorded ? &wave : nullptr);
 }
 
@@ -44,7 +46,9 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
         result.segment = static_cast<std::size_t>(odd - segments.begin());
     } else if (!takes(adapter(), segments)) {
         result.end = outcome::refused;
-    } else if (result.end = m_shared.heldLine(); result.end == outcome::done && !segments.empty()) {
+    } else if (result.end = m_shared.heldLine(); result.end == outcome::sclHeld) {
+        result = meetHeldScl(use, speedKhz);
+    } else if (result.end == outcome::done && !segments.empty()) {
         const bool good = drive(use, speedKhz, [&](wire& lines) {
             result = runTransaction(adapter(), m_shared.chips(), state, lines, segments);
             return !m_shared.chips().imageLost();
@@ -53,6 +57,17 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
     }
     result.busTimeNs = state.now;
     return result;
+}
+
+// The controller waits for SCL until it gives up.
+transferResult busModel::meetHeldScl(busUse& use, std::uint32_t speedKhz)
+{
+    const bool good = drive(use, speedKhz, [this](wire& lines) {
+        lines.leaveSclHeld(patienceNs(adapter()));
+        m_shared.countAttempt();
+        return true;
+    });
+    return {.end = good ? outcome::sclHeld : outcome::gone};
 }
 
 transferResult busModel::probe(std::uint8_t address, std::uint32_t speedKhz)
@@ -68,6 +83,7 @@ bool busModel::isAdapterGone() const
     });
 }
 
+// No clock goes out while SCL is held.
 // @param act  gets the lines, and returns who still holds the bus
 template <typename Act>
 outcome busModel::recover(Act act)
@@ -76,8 +92,12 @@ outcome busModel::recover(Act act)
     if (!use.usable() || isAdapterGone()) {
         return outcome::gone;
     }
+    if (m_shared.heldLine() == outcome::sclHeld) {
+        return meetHeldScl(use, 0).end;
+    }
     outcome after = outcome::done;
     const bool good = drive(use, 0, [&](wire& lines) {
+        lines.beforeClocks();
         after = act(lines);
         return true;
     });
@@ -96,7 +116,7 @@ outcome busModel::reset()
 {
     return recover([this](wire& lines) {
         if (m_shared.state().resetsToGo == 0) {
-            m_shared.letLinesGo();
+            m_shared.state().letLinesGo();
         }
         pulse(lines, recoveryClocks);
         endReset();

@@ -5,6 +5,13 @@
 namespace kest::sim
 {
 
+void busState::letLinesGo()
+{
+    sdaHeld = sclHeld = false;
+    heldBy = resetsToGo = 0;
+    heldUntil = 0;
+}
+
 void busState::exchange(stateFields& fields)
 {
     fields.flag(page.pending);
@@ -32,6 +39,8 @@ void busState::exchange(stateFields& fields)
     for (auto& record : faults) {
         record.exchange(fields);
     }
+    fields.number(heldUntil);
+    fields.check(heldUntil <= latestTime, "the hold of a line");
 }
 
 } // namespace kest::sim

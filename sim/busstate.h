@@ -20,7 +20,8 @@ struct busState {
     std::uint64_t clockStamp = 0; ///< monotonic clock at the end of the latest use in real time, 0 none
     bool sdaHeld = false, sclHeld = false;
     std::uint32_t heldBy = 0; ///< number of the fault that holds them
-    std::uint32_t resetsToGo = 0; ///< resets that the hold outlasts
+    std::uint32_t resetsToGo = 0; ///< resets that a hold of SDA outlasts
+    std::uint64_t heldUntil = 0; ///< bus time at which a hold of SCL ends by itself, 0 none
     cutRead driven; ///< by a chip whose read was cut off
     bool torn = false; ///< a loss of power left pages that may not be in their images yet
     bool recording = false;
@@ -29,6 +30,9 @@ struct busState {
     waveEnd waveAt; ///< how far the waveform has come
     std::vector<faultRecord> faults;
 
+    /// Whether a fault holds a line.
+    [[nodiscard]] bool held() const { return sdaHeld || sclHeld; }
+    void letLinesGo();
     /// Loads it from the state file, or stores it there.
     void exchange(stateFields& fields);
 };

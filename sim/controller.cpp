@@ -39,7 +39,7 @@ transferResult runOnWire(const adapterKind& kind, busChips& chips, busState& sta
                          std::span<segment> segments, std::uint64_t deadline)
 {
     if (!kind.stopBetween) {
-        return transaction{chips, state, lines, segments, deadline}.run();
+        return transaction{chips, state, lines, segments, kind, deadline}.run();
     }
     transferResult result;
     for (std::size_t begin = 0, end = 0; begin < segments.size() && result.end == outcome::done; begin = end) {
@@ -48,7 +48,7 @@ transferResult runOnWire(const adapterKind& kind, busChips& chips, busState& sta
             return {.end = outcome::sdaHeld, .segment = begin};
         }
         for (end = begin + 1; joins(segments, end); ++end) {}
-        result = transaction{chips, state, lines, segments.subspan(begin, end - begin), deadline}.run();
+        result = transaction{chips, state, lines, segments.subspan(begin, end - begin), kind, deadline}.run();
         result.segment += result.end == outcome::done ? 0 : begin;
     }
     return result;

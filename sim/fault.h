@@ -10,7 +10,9 @@ namespace kest::sim
 /// kind               what happens at a matching transaction                                   value
 /// nack               the address is not acknowledged
 /// nack-data          data byte `byte` of a write is not acknowledged
-/// hold-sda, hold-scl the line is held from `byte` (0: the address) until a bus reset          resets outlasted
+/// hold-sda           SDA is held from `byte` (0: the address) until a bus reset               resets outlasted
+/// hold-scl           SCL is held from `byte` (0: the address); no reset of the bus frees it: `count` is how many
+///                    attempts meet it held, and it ends after `lastsMs`, too
 /// short              a STOP in the middle of data byte `byte`
 /// arbitration        another controller wins at `byte` (0: the address)
 /// corrupt            data byte `byte` is changed                                              XOR mask, 0 is 0xFF
@@ -38,6 +40,7 @@ struct faultDescription {
     std::uint64_t byte = 0; ///< data byte it strikes at, counted from 0 after the START
     /// Ends for good with a reset: of the sub-buses or the hub's own line for hub-..., else of the bus.
     bool untilReset = false;
+    std::uint32_t lastsMs = 0; ///< of hold-scl: bus time after which it ends by itself, 0 none; an hour at most
 };
 
 struct listedFault {

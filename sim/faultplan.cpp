@@ -28,7 +28,7 @@ void faultPlan::count(faultRecord& record)
 }
 
 template <typename Matches>
-const faultRecord* faultPlan::strike(faultKind kind, const Matches& matches)
+faultRecord* faultPlan::strike(faultKind kind, const Matches& matches)
 {
     const auto found = std::ranges::find_if(
         m_faults, [&](const faultRecord& record) { return record.planned && record.kind == kind && matches(record); });
@@ -40,7 +40,7 @@ const faultRecord* faultPlan::strike(faultKind kind, const Matches& matches)
     return &*found;
 }
 
-const faultRecord* faultPlan::strikes(faultKind kind, const segment& part, std::uint64_t byte)
+faultRecord* faultPlan::strikes(faultKind kind, const segment& part, std::uint64_t byte)
 {
     return strike(
         kind, [&](const faultRecord& record) { return record.byte == byte && record.matches(part.address, part.way); });

@@ -23,7 +23,7 @@ public:
               const std::function<bool(std::uint8_t)>& isHub);
 
     /// Whether a fault of that kind strikes now; it counts as struck then.
-    const faultRecord* strikes(faultKind kind, const segment& part, std::uint64_t byte);
+    faultRecord* strikes(faultKind kind, const segment& part, std::uint64_t byte);
     /// The same at an address, whatever the fault's byte.
     const faultRecord* strikesAddress(faultKind kind, const segment& part);
     /// The same at a hub's first address in the transaction, in either direction: a hub is silent for all of it or not
@@ -39,7 +39,7 @@ public:
 
 private:
     template <typename Matches>
-    const faultRecord* strike(faultKind kind, const Matches& matches);
+    faultRecord* strike(faultKind kind, const Matches& matches);
     static void count(faultRecord& record);
 
     std::vector<faultRecord>& m_faults;

@@ -12,6 +12,7 @@ namespace
 {
 // in the order of faultWay
 constexpr std::array<std::string_view, 3> ways{"", "read", "write"};
+constexpr std::uint32_t longestHoldMs = 3'600'000;
 } // namespace
 
 std::string faultTrouble(const faultDescription& what)
@@ -23,6 +24,12 @@ std::string faultTrouble(const faultDescription& what)
     if (what.value < row->lowestValue || what.value > row->highestValue) {
         return "value of '" + what.kind + "' must be from " + std::to_string(row->lowestValue) + " to " +
                std::to_string(row->highestValue);
+    }
+    if (what.lastsMs != 0 && row->kind != faultKind::holdScl) {
+        return "only 'hold-scl' lasts for a time of its own";
+    }
+    if (what.lastsMs > longestHoldMs) {
+        return "'hold-scl' lasts " + std::to_string(longestHoldMs) + " ms at most";
     }
     if ((what.address & 1) != 0) {
         return "odd address of a fault";
@@ -56,6 +63,7 @@ faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, 
     record.seed = record.ownSeed ? what.seed : machineSeed;
     record.count = what.count;
     record.byte = what.byte;
+    record.lastsMs = what.lastsMs;
     record.value = what.value == 0 ? row.valueFor0 : what.value;
     return record;
 }
@@ -75,6 +83,7 @@ faultDescription describeFault(const faultRecord& record, const std::string& bus
     what.value = record.value;
     what.byte = record.byte;
     what.untilReset = record.untilReset;
+    what.lastsMs = record.lastsMs;
     return what;
 }
 
@@ -89,6 +98,8 @@ void faultRecord::exchange(stateFields& fields)
     }
     fields.numbers(nth, odds, seed, count, byte, value, matched, struck);
     fields.flag(ownSeed);
+    fields.numbers(lastsMs, holder);
+    fields.flag(letGo);
     if (kindNumber >= faultKinds.size() || wayNumber >= ways.size()) {
         fields.check(false, "the kind of a fault");
         kindNumber = wayNumber = 0;
@@ -102,6 +113,7 @@ void faultRecord::exchange(stateFields& fields)
     fields.check(probability >= 0.0 && probability <= 1.0, "the probability of a fault");
     fields.check(value <= row.highestValue && (value >= row.lowestValue || value == row.valueFor0),
                  "the value of a fault");
+    fields.check(lastsMs <= longestHoldMs && (holder & 1) == 0, "how long a fault lasts");
     fields.check(struck <= matched && (count == 0 || struck <= count), "how often a fault struck");
 }
 
@@ -117,6 +129,9 @@ void endHubFaults(std::vector<faultRecord>& faults, std::uint8_t hub, bool ownLi
         if (record.untilReset && rowOf(record.kind).ofHub && (record.address == 0 || record.address == hub) &&
             (ownLine || record.kind != faultKind::hubSilent)) {
             record.ended = true;
+        }
+        if (ownLine && record.holder == hub) {
+            record.ended = record.letGo = true;
         }
     }
 }

@@ -1,5 +1,7 @@
 #include "sim/hub922.h"
 
+#include "sim/bittiming.h"
+
 #include <algorithm>
 
 namespace kest::sim
@@ -323,7 +325,8 @@ hubStatus hub922::fetch(const device& from, busClock& subBus, chipFaults& faults
     }
     bool acknowledged = sendTo(*from.model, from.offsetBytes, subBus, faults);
     if (acknowledged) {
-        spend(subBus, bitsOfCondition + bitsOfByte);
+        subBus.now += repeatedStartNs(subBus.bitLasting);
+        spend(subBus, bitsOfByte);
         acknowledged = from.model->start(direction::read, subBus, faults);
     }
     if (!acknowledged) {

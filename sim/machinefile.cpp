@@ -290,7 +290,8 @@ adapterKind reader::adapter(const toml::table& bus) const
     }
     const toml::table& table = *node->as_table();
     onlyKeys(table, "'adapter'",
-             {"message_bytes", "messages", "smbus", "timeout_ms", "absent", "no_empty_messages", "stop_between"});
+             {"message_bytes", "messages", "smbus", "timeout_ms", "absent", "no_empty_messages", "stop_between",
+              "stretch_limit_us"});
     const auto limit = [&](std::string_view key, std::int64_t highest) {
         return table.contains(key) ? static_cast<std::uint32_t>(number(table, key, 1, highest, std::nullopt)) : 0U;
     };
@@ -304,6 +305,8 @@ adapterKind reader::adapter(const toml::table& bus) const
             .timeoutMs = limit("timeout_ms", longestAdapterTimeoutMs),
             .absentTimesOut = absent == "timeout",
             .noEmptyMessages = truth(table, "no_empty_messages"),
+            .stretchLimitUs = static_cast<std::uint32_t>(
+                number(table, "stretch_limit_us", 0, longestStretchLimitUs, adapterKind{}.stretchLimitUs)),
             .stopBetween = truth(table, "stop_between")};
 }
 
@@ -508,7 +511,7 @@ void reader::fault(const toml::table& table)
 {
     onlyKeys(table, "[[fault]]",
              {"kind", "bus", "node", "address", "way", "nth", "probability", "seed", "count", "value", "byte",
-              "until_reset"});
+              "until_reset", "lasts_ms"});
     constexpr auto most = std::numeric_limits<std::int64_t>::max();
     const auto size = [&](std::string_view key, std::int64_t highest, std::int64_t otherwise) {
         return static_cast<std::uint64_t>(number(table, key, 0, highest, otherwise));
@@ -524,6 +527,7 @@ void reader::fault(const toml::table& table)
     what.value = static_cast<std::uint32_t>(size("value", 0xFFFFFFFF, 0));
     what.byte = size("byte", most, 0);
     what.untilReset = truth(table, "until_reset");
+    what.lastsMs = static_cast<std::uint32_t>(size("lasts_ms", 0xFFFFFFFF, 0));
     if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         fail(table.source(), trouble);
     }
@@ -669,7 +673,8 @@ std::uint64_t machineDescription::faultMark() const
     for (const auto& what : faults) {
         text << what.kind << ' ' << what.bus << ' ' << what.node << ' ' << +what.address << ' ' << what.way << ' '
              << what.nth << ' ' << std::bit_cast<std::uint64_t>(what.probability) << ' ' << what.seed << ' '
-             << what.count << ' ' << what.value << ' ' << what.byte << ' ' << what.untilReset << '\n';
+             << what.count << ' ' << what.value << ' ' << what.byte << ' ' << what.untilReset << ' ' << what.lastsMs
+             << '\n';
     }
     return fnvHash64(text.str());
 }

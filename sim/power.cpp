@@ -8,11 +8,12 @@ void losePower(busChips& chips, busState& state)
     chips.losePower(state.now);
     state.torn = true;
     for (auto& record : state.faults) {
-        record.ended = record.ended || record.untilReset;
+        // no reset of the bus ends a hold of SCL, so this does
+        const bool holdsScl = state.sclHeld && record.number == state.heldBy;
+        record.ended = record.ended || record.untilReset || holdsScl;
     }
     chips.driveResetLines(state.faults, state.now);
-    state.sdaHeld = state.sclHeld = false;
-    state.heldBy = state.resetsToGo = 0;
+    state.letLinesGo();
     state.driven.letGo();
 }
 

@@ -69,7 +69,7 @@ void sharedBus::store()
 bool sharedBus::commit(waveText* wave)
 {
     if (wave != nullptr) {
-        appendWave(wave->take(m_state.now));
+        appendWave(*wave);
         m_state.waveAt = wave->end();
     }
     store();
@@ -107,21 +107,52 @@ bool sharedBus::writePage()
 
 outcome sharedBus::heldLine() const
 {
-    if (m_state.sclHeld) {
+    const bool held = m_state.held() && !isHoldOver();
+    if (held && m_state.sclHeld) {
         return outcome::sclHeld;
     }
-    return m_state.sdaHeld || m_state.driven.holdsSda() ? outcome::sdaHeld : outcome::done;
+    return held || m_state.driven.holdsSda() ? outcome::sdaHeld : outcome::done;
 }
 
-void sharedBus::letLinesGo()
+// A hold of SDA outlasts its fault's count: it ends with a reset of the bus.
+bool sharedBus::isHoldOver() const
 {
-    m_state.sdaHeld = m_state.sclHeld = false;
-    m_state.heldBy = m_state.resetsToGo = 0;
+    const auto fault = std::ranges::find(m_state.faults, m_state.heldBy, &faultRecord::number);
+    if (fault == m_state.faults.end() || fault->letGo) {
+        return true;
+    }
+    const bool timeIsUp = m_state.heldUntil != 0 && m_state.now >= m_state.heldUntil;
+    return m_state.sclHeld && (timeIsUp || !fault->usable());
 }
 
-void sharedBus::appendWave(const std::string& text)
+void sharedBus::endHold(waveText& wave)
 {
-    m_state.recording = appendToWaveFile(m_file->wavePath(m_index), m_state.waveBytes, text);
+    if (!m_state.held() || !isHoldOver()) {
+        return;
+    }
+    const bool timeIsUp = m_state.heldUntil != 0 && m_state.now >= m_state.heldUntil;
+    const std::uint64_t since = timeIsUp ? m_state.heldUntil : m_state.now;
+    if (m_state.sclHeld) {
+        wave.scl(since, true);
+    } else if (!m_state.driven.holdsSda()) {
+        wave.sda(since, true);
+    }
+    m_state.letLinesGo();
+}
+
+void sharedBus::countAttempt()
+{
+    const auto fault = std::ranges::find(m_state.faults, m_state.heldBy, &faultRecord::number);
+    if (fault != m_state.faults.end()) {
+        ++fault->matched;
+        ++fault->struck;
+    }
+}
+
+void sharedBus::appendWave(waveText& wave)
+{
+    m_state.recording =
+        appendToWaveFile(m_file->wavePath(m_index), m_state.waveBytes, wave.take(), wave.tail(m_state.now));
 }
 
 busUse::busUse(sharedBus& bus) : m_bus{bus}, m_held{*bus.m_file, bus.m_index}, m_loaded{m_held.held() && bus.load()}

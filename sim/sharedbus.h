@@ -59,18 +59,22 @@ public:
 
     /// Who holds the bus: done, sclHeld or sdaHeld.
     [[nodiscard]] outcome heldLine() const;
-    /// Lets go of the lines that faults hold.
-    void letLinesGo();
+    /// Lets go of the lines when their hold has ended: by its count or time, or by the reset of the hub that holds them.
+    /// @param wave  gets the line that rises, at the time of it
+    void endHold(waveText& wave);
+    /// Counts an attempt that met SCL held.
+    void countAttempt();
 
     /// A text for what goes over the bus from now on.
     [[nodiscard]] waveText beginWaveText() const { return {m_state.waveOrigin, m_state.waveAt}; }
-    /// Appends to the file of the recording under way. A file that is gone, cut or full ends it; the bus goes on.
-    void appendWave(const std::string& text);
+    /// Appends what a text holds to the file of the recording under way. A file that is gone, cut or full ends it; the bus goes on.
+    void appendWave(waveText& wave);
     /// Where the recording under way is kept. @param path  at most stateFile::longestPath bytes
     void setWavePath(const std::string& path) { m_file->setWavePath(m_index, path); }
 
 private:
     friend class busUse;
+    [[nodiscard]] bool isHoldOver() const;
     const char* readRecord();
     bool writePage();
     bool settle();

@@ -1,5 +1,6 @@
 #include "sim/transaction.h"
 
+#include "base/clock.h"
 #include "sim/power.h"
 
 #include <algorithm>
@@ -22,8 +23,8 @@ bool joins(std::span<const segment> segments, std::size_t index)
 }
 
 transaction::transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments,
-                         std::uint64_t deadline)
-    : m_chips{chips}, m_state{state}, m_lines{lines}, m_deadline{deadline}, m_segments{segments},
+                         const adapterKind& kind, std::uint64_t deadline)
+    : m_chips{chips}, m_state{state}, m_lines{lines}, m_deadline{deadline}, m_segments{segments}, m_adapter{kind},
       m_faults{state.faults, segments, [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }},
       m_powerMayGo{std::ranges::find(state.faults, faultKind::powerCut, &faultRecord::kind) != state.faults.end()}
 {
@@ -145,17 +146,31 @@ bool transaction::isPowerLost(const segment& part)
 
 bool transaction::isHeldAt(const segment& part, std::uint64_t byte)
 {
-    const auto* const sda = m_faults.strikes(faultKind::holdSda, part, byte);
-    const auto* const hold = sda != nullptr ? sda : m_faults.strikes(faultKind::holdScl, part, byte);
-    if (hold == nullptr) {
+    const hub922* const hub = m_chips.findHub(part.address);
+    // a hub in reset holds nothing
+    if (hub != nullptr && hub->inReset()) {
         return false;
     }
-    m_state.sdaHeld = sda != nullptr;
-    m_state.sclHeld = sda == nullptr;
-    m_state.heldBy = hold->number;
-    m_state.resetsToGo = hold->value;
-    fail(sda != nullptr ? outcome::sdaHeld : outcome::sclHeld, ending::held);
+    auto* by = m_faults.strikes(faultKind::holdSda, part, byte);
+    const bool sda = by != nullptr;
+    by = sda ? by : m_faults.strikes(faultKind::holdScl, part, byte);
+    if (by == nullptr) {
+        return false;
+    }
+    by->holder = hub != nullptr ? part.address : std::uint8_t{0};
+    by->letGo = false;
+    hold(*by, sda);
     return true;
+}
+
+void transaction::hold(const faultRecord& by, bool sda)
+{
+    m_state.sdaHeld = sda;
+    m_state.sclHeld = !sda;
+    m_state.heldBy = by.number;
+    m_state.resetsToGo = sda ? by.value : 0;
+    m_state.heldUntil = by.lastsMs == 0 ? 0 : std::min(m_lines.clock.now + by.lastsMs * nsPerMs, latestTime);
+    fail(sda ? outcome::sdaHeld : outcome::sclHeld, ending::held);
 }
 
 bool transaction::moveBytes(segment& part)
@@ -280,8 +295,10 @@ void transaction::finish()
     } else if (m_selected != nullptr && !m_segments.empty() && m_segments.back().way == direction::read) {
         m_state.driven = m_selected->drivesOn();
     }
-    if (m_end == ending::held || m_state.driven.holdsSda()) {
-        m_lines.leave(!m_state.sclHeld, m_state.sclHeld);
+    if (m_end == ending::held && m_state.sclHeld) {
+        m_lines.leaveSclHeld(patienceNs(m_adapter));
+    } else if (m_end == ending::held || m_state.driven.holdsSda()) {
+        m_lines.leaveSdaHeld();
     } else {
         m_state.driven.letGo();
         m_lines.stop();

@@ -1,6 +1,7 @@
 /// One transaction on a bus: the segments as STARTs, bytes and a STOP, with the faults that strike in between.
 #pragma once
 
+#include "sim/adapter.h"
 #include "sim/bus.h"
 #include "sim/buschips.h"
 #include "sim/busstate.h"
@@ -21,9 +22,10 @@ bool joins(std::span<const segment> segments, std::size_t index);
 class transaction
 {
 public:
+    /// @param kind      of adapter; outlives the transaction, as the others do
     /// @param deadline  on the bus's clock: a data byte that ends later is the last one
     transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments,
-                std::uint64_t deadline = latestTime);
+                const adapterKind& kind, std::uint64_t deadline = latestTime);
     transferResult run();
 
 private:
@@ -45,6 +47,7 @@ private:
     [[nodiscard]] bool isHeldAt(const segment& part, std::uint64_t byte);
     void cutShort(const segment& part, std::uint8_t byte);
     bool fail(outcome how, ending with);
+    void hold(const faultRecord& by, bool sda);
     void finish();
     [[nodiscard]] bool isGuarded(const segment& part) const;
     [[nodiscard]] busClock clockOfAcknowledge() const;
@@ -55,6 +58,7 @@ private:
     wire& m_lines;
     std::uint64_t m_deadline;
     std::span<segment> m_segments;
+    const adapterKind& m_adapter;
     faultPlan m_faults;
     const bool m_powerMayGo; ///< whether the bus has such a fault
     bool m_powerLost = false;

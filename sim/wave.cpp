@@ -1,7 +1,5 @@
 #include "sim/wave.h"
 
-#include <utility>
-
 namespace kest::sim
 {
 
@@ -39,10 +37,9 @@ void waveText::change(std::uint64_t now, int line, bool level)
     m_levels[line] = level;
 }
 
-std::string waveText::take(std::uint64_t now)
+std::string waveText::tail(std::uint64_t now) const
 {
-    stamp(now);
-    return std::move(m_text);
+    return '#' + std::to_string((now - m_originNs) / tickNs + 1) + '\n';
 }
 
 } // namespace kest::sim

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace kest::sim
 {
@@ -28,8 +29,10 @@ public:
 
     void scl(std::uint64_t now, bool level) { change(now, 0, level); }
     void sda(std::uint64_t now, bool level) { change(now, 1, level); }
-    /// Ends the text with the time reached, so that a reader sees the last levels last.
-    std::string take(std::uint64_t now);
+    std::string take() { return std::move(m_text); }
+    /// What ends the file as long as nothing follows: the tick after the time reached, so that a reader sees the last
+    /// levels last.
+    [[nodiscard]] std::string tail(std::uint64_t now) const;
     [[nodiscard]] waveEnd end() const { return {m_levels[0], m_levels[1], m_lastTick}; }
 
     static std::string header(const std::string& bus, bool scl, bool sda);

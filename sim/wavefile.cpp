@@ -90,7 +90,7 @@ bool replaceWave(int file, const std::string& text)
     return writeAllAt(file, bytes.first(kept), 0) == 0 && ftruncate(file, static_cast<off_t>(bytes.size())) == 0;
 }
 
-bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text)
+bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text, const std::string& tail)
 {
     const quietWrites quiet;
     const int file = ownDescriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
@@ -100,11 +100,11 @@ bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std:
     struct stat found {
     };
     const bool whole = isRegular(file, found) && std::cmp_greater_equal(found.st_size, length) &&
-                       writeAsFarAsPossible(file, text, length) == text.size();
+                       writeAsFarAsPossible(file, text + tail, length) == text.size() + tail.size();
     if (whole) {
         length += text.size();
     }
-    const bool cut = ftruncate(file, static_cast<off_t>(length)) == 0;
+    const bool cut = ftruncate(file, static_cast<off_t>(length + (whole ? tail.size() : 0))) == 0;
     close(file);
     return whole && cut;
 }

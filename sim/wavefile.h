@@ -17,9 +17,10 @@ int openWaveFile(const std::string& path);
 bool replaceWave(int file, const std::string& text);
 
 /// Appends a text to the file of a recording, which must be regular and not shorter than the recording.
-/// @param[in,out] length  bytes of the recording; what the file holds behind them is the rest of a killed process's
-/// text
+/// @param[in,out] length  bytes of the recording; what the file holds behind them is the tail of the text before, or
+/// the rest of a killed process's text
+/// @param tail  ends the file until the next text takes its place
 /// @return false when the file would not take it, or is gone or cut
-bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text);
+bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text, const std::string& tail);
 
 } // namespace kest::sim

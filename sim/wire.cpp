@@ -1,7 +1,12 @@
 #include "sim/wire.h"
 
+#include <algorithm>
+
 namespace kest::sim
 {
+
+static_assert(std::ranges::all_of(busModes, [](const busMinima& mode) { return keepsMinima(mode, waveText::tickNs); }),
+              "a waveform shows each minimum with a tick to spare");
 
 void wire::scl(std::uint64_t now, bool level)
 {
@@ -20,35 +25,40 @@ void wire::sda(std::uint64_t now, bool level)
 void wire::start()
 {
     if (m_busTaken) {
-        sda(quarter(1), true);
-        scl(quarter(2), true);
-        sda(quarter(3), false);
+        // high for as long as a data bit, then the START
+        sda(middleOfLow(), true);
+        scl(endOfLow(), true);
+        pass();
+        sda(clock.now, false);
+        clock.now += highNs();
+        scl(clock.now, false);
     } else {
-        // it was held when the recording last saw the lines
-        scl(clock.now + clock.bitLasting / 8, true);
-        sda(quarter(1), true);
-        sda(quarter(2), false);
+        // lines that the recording has not seen rise; the two never move in one tick
+        scl(clock.now, true);
+        sda(clock.now + waveText::tickNs, true);
+        sda(endOfLow(), false);
+        scl(endOfBit(), false);
+        pass();
     }
-    scl(quarter(4), false);
-    pass();
     m_busTaken = true;
 }
 
 void wire::stop()
 {
-    scl(clock.now + clock.bitLasting / 8, false);
-    sda(quarter(1), false);
-    scl(quarter(2), true);
-    sda(quarter(3), true);
+    // it is high still after the clocks of a recovery
+    scl(clock.now, false);
+    sda(middleOfLow(), false);
+    scl(endOfLow(), true);
+    sda(endOfBit(), true);
     pass();
     m_busTaken = false;
 }
 
 void wire::bit(bool level)
 {
-    sda(quarter(1), level);
-    scl(quarter(2), true);
-    scl(quarter(4), false);
+    sda(middleOfLow(), level);
+    scl(endOfLow(), true);
+    scl(endOfBit(), false);
     pass();
 }
 
@@ -67,17 +77,30 @@ void wire::cutByte(std::uint8_t value, unsigned bits)
 
 void wire::pulse(bool level)
 {
-    scl(clock.now + clock.bitLasting / 8, false);
-    sda(quarter(1), level);
-    scl(quarter(2), true);
+    scl(clock.now, false);
+    sda(middleOfLow(), level);
+    scl(endOfLow(), true);
     pass();
 }
 
-void wire::leave(bool sclLevel, bool sdaLevel)
+void wire::leaveSdaHeld()
 {
-    sda(quarter(1), sdaLevel);
-    scl(quarter(2), sclLevel);
+    // on a free bus it falls no earlier than for a START
+    sda(m_busTaken ? middleOfLow() : endOfLow(), false);
+    scl(endOfLow(), true);
     pass();
+    m_busTaken = false;
+}
+
+void wire::leaveSclHeld(std::uint64_t patienceNs)
+{
+    if (m_busTaken) {
+        sda(middleOfLow(), true);
+    } else {
+        scl(clock.now + highNs(), false);
+    }
+    clock.now += std::max(patienceNs, clock.bitLasting);
+    m_busTaken = false;
 }
 
 } // namespace kest::sim

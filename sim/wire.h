@@ -1,6 +1,7 @@
 /// The two lines of a bus: bit times, and the waveform when one is recorded.
 #pragma once
 
+#include "sim/bittiming.h"
 #include "sim/signals.h"
 #include "sim/wave.h"
 
@@ -9,9 +10,8 @@
 namespace kest::sim
 {
 
-/// Moves bus time on by what a controller and its chips do on the lines: 1 bit for a START, repeated START or STOP, 9
-/// for a byte with its acknowledge. A bit is a clock low for its first half and high for its second; SDA moves at a
-/// quarter of it.
+/// Moves bus time on by what a controller and its chips do on the lines: 1 bit for a START or STOP, 9 for a byte with
+/// its acknowledge, and a bit and a high part for a repeated START. See bittiming.h for the parts of a bit.
 class wire
 {
 public:
@@ -25,14 +25,23 @@ public:
     void byte(std::uint8_t value, bool acknowledged);
     /// The first `bits` bits of a byte.
     void cutByte(std::uint8_t value, unsigned bits);
+    /// The high part before the first clock of a recovery: SDA may just have moved.
+    void beforeClocks() { clock.now += highNs(); }
     /// One clock pulse with SDA as the chips leave it.
     void pulse(bool sda);
-    /// The controller lets go, and leaves the lines as others hold them.
-    void leave(bool scl, bool sda);
+    /// The controller lets go, and SDA stays low.
+    void leaveSdaHeld();
+    /// SCL stays low, or falls when the bus was free, until the controller gives up. @param patienceNs  how long that
+    /// takes, at least a bit
+    void leaveSclHeld(std::uint64_t patienceNs);
 
 private:
     void bit(bool level);
-    [[nodiscard]] std::uint64_t quarter(unsigned n) const { return clock.now + clock.bitLasting * n / 4; }
+    [[nodiscard]] std::uint64_t lowNs() const { return lowPartNs(clock.bitLasting); }
+    [[nodiscard]] std::uint64_t highNs() const { return highPartNs(clock.bitLasting); }
+    [[nodiscard]] std::uint64_t middleOfLow() const { return clock.now + lowNs() / 2; }
+    [[nodiscard]] std::uint64_t endOfLow() const { return clock.now + lowNs(); }
+    [[nodiscard]] std::uint64_t endOfBit() const { return clock.now + clock.bitLasting; }
     void scl(std::uint64_t now, bool level);
     void sda(std::uint64_t now, bool level);
     void pass() { clock.now += clock.bitLasting; }

@@ -79,20 +79,103 @@ TEST_F(Fault, RefusedDataByteTellsWhich)
 
 TEST_F(Fault, HeldLineStaysUntilAReset)
 {
-    for (const auto& [kind, held] : {std::pair{"hold-sda", outcome::sdaHeld}, {"hold-scl", outcome::sclHeld}}) {
-        SCOPED_TRACE(kind);
-        fault({.kind = kind, .count = 1});
-        EXPECT_EQ(on->planar->lines(), done);
-        EXPECT_EQ(probes(2), (std::vector{held, held}));
-        // nobody else gets through
-        EXPECT_EQ(on->write(0xA4, {0, 1}).end, held);
-        EXPECT_EQ(on->planar->lines(), held);
-        EXPECT_EQ(on->planar->clocks(9), held);
-        EXPECT_EQ(on->planar->reset(), done);
-        EXPECT_EQ(on->planar->lines(), done);
-        EXPECT_EQ(on->probe(0xA0), done);
-        machine->clearFaults();
+    constexpr auto held = outcome::sdaHeld;
+    fault({.kind = "hold-sda", .count = 1});
+    EXPECT_EQ(on->planar->lines(), done);
+    EXPECT_EQ(probes(2), (std::vector{held, held}));
+    // nobody else gets through
+    EXPECT_EQ(on->write(0xA4, {0, 1}).end, held);
+    EXPECT_EQ(on->planar->lines(), held);
+    EXPECT_EQ(on->planar->clocks(9), held);
+    EXPECT_EQ(on->planar->reset(), done);
+    EXPECT_EQ(on->planar->lines(), done);
+    EXPECT_EQ(on->probe(0xA0), done);
+}
+
+TEST_F(Fault, HeldSclMeetsAsManyAttemptsAsItsCountSays)
+{
+    constexpr auto held = outcome::sclHeld;
+    fault({.kind = "hold-scl", .address = 0xA0, .count = 5});
+    EXPECT_EQ(done, on->probe(0xA4));
+    EXPECT_EQ(held, on->probe(0xA0));
+    // whatever is tried, at any address
+    EXPECT_EQ(held, on->write(0xA4, {0, 1}).end);
+    EXPECT_EQ(held, on->planar->clocks(9));
+    EXPECT_EQ(held, on->planar->reset());
+    // a look is no attempt
+    EXPECT_EQ(held, on->planar->lines());
+    EXPECT_EQ(4U, struck());
+    EXPECT_EQ(held, on->planar->reset());
+    EXPECT_EQ(done, on->planar->lines());
+    EXPECT_EQ((std::vector{done, done}), probes(2));
+    EXPECT_EQ(5U, struck());
+}
+
+TEST_F(Fault, HeldSclIsNeverFreedByAResetOfTheBus)
+{
+    const auto number = fault({.kind = "hold-scl", .value = 1, .untilReset = true});
+    EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(outcome::sclHeld, on->planar->reset());
+        EXPECT_EQ(outcome::sclHeld, on->planar->clocks(9));
     }
+    EXPECT_TRUE(machine->clearFault(number));
+    EXPECT_EQ(done, on->probe(0xA0));
+}
+
+TEST_F(Fault, HeldSclTakesNoValue)
+{
+    fault({.kind = "hold-scl", .count = 2, .value = 100});
+    EXPECT_EQ((std::vector{outcome::sclHeld, outcome::sclHeld, done}), probes(3));
+}
+
+TEST_F(Fault, HeldSclEndsWithItsTime)
+{
+    fault({.kind = "hold-scl", .nth = 2, .lastsMs = 80});
+    EXPECT_EQ((std::vector{done, outcome::sclHeld}), probes(2));
+    // the controller gave up after 25 ms
+    on->planar->idle(54'900'000);
+    EXPECT_EQ(outcome::sclHeld, on->planar->lines());
+    on->planar->idle(100'000);
+    EXPECT_EQ(done, on->planar->lines());
+    EXPECT_EQ(done, on->planar->reset());
+    machine->clearFaults();
+    EXPECT_EQ(done, on->probe(0xA0));
+}
+
+TEST_F(Fault, AttemptsAloneLastUntilTheTimeOfAHeldSclIsOver)
+{
+    fault({.kind = "hold-scl", .nth = 2, .lastsMs = 80});
+    constexpr auto held = outcome::sclHeld;
+    // four of 25 ms each; the next one meets it anew
+    EXPECT_EQ((std::vector{done, held, held, held, held, held}), probes(6));
+    EXPECT_EQ(held, on->planar->lines());
+}
+
+TEST_F(Fault, AnAttemptWaitsForSclAsLongAsTheAdapterDoes)
+{
+    power("adapter = { stretch_limit_us = 3000 }\n" + chip("24C02", "0xA0", "image = \"a.bin\""));
+    fault({.kind = "hold-scl"});
+    on->probe(0xA0);
+    EXPECT_EQ(3'000'000U, on->planar->busTimeNs());
+    on->planar->reset();
+    EXPECT_EQ(6'000'000U, on->planar->busTimeNs());
+}
+
+TEST_F(Fault, PowerCycleEndsAHeldSclForGood)
+{
+    fault({.kind = "hold-scl"});
+    on->probe(0xA0);
+    machine->powerCycle();
+    EXPECT_EQ((std::vector{done, done}), probes(2));
+}
+
+TEST_F(Fault, OnlyAHeldSclHasATimeOfItsOwn)
+{
+    EXPECT_THROW(fault({.kind = "hold-sda", .lastsMs = 1}), std::invalid_argument);
+    EXPECT_THROW(fault({.kind = "hold-scl", .lastsMs = 3'600'001}), std::invalid_argument);
+    fault({.kind = "hold-scl", .lastsMs = 3'600'000});
+    EXPECT_EQ(3'600'000U, machine->faults().at(0).what.lastsMs);
 }
 
 TEST_F(Fault, HeldInTheMiddleOfAPageWritesNothing)

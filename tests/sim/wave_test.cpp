@@ -1,4 +1,5 @@
 // The bus's clock, and its waveform as independent logic-analyser software decodes it.
+#include "tests/sim/decoder.h"
 #include "tests/sim/machinetest.h"
 
 #include <chrono>
@@ -33,15 +34,16 @@ TEST_F(BusTime, IsABitForEachConditionAndNineForEachByte)
     EXPECT_EQ(on->planar->busTimeNs(), 11U * 10'000);
     // START, address, offset, START, address, 5 bytes, STOP
     on->readAt(0xA0, {0}, 5);
-    EXPECT_EQ(on->planar->busTimeNs(), (11U + 1 + 18 + 1 + 9 + 45 + 1) * 10'000);
+    // a repeated START takes half a bit more than a START
+    EXPECT_EQ((11U + 1 + 18 + 1 + 9 + 45 + 1) * 10'000 + 5'000, on->planar->busTimeNs());
     // nobody: the same bits
     on->probe(0xB0);
-    EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11) * 10'000);
-    // nine clocks and a STOP
+    EXPECT_EQ((11U + 75 + 11) * 10'000 + 5'000, on->planar->busTimeNs());
+    // half a bit ahead of the first of nine clocks, and a STOP
     on->planar->reset();
-    EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11 + 10) * 10'000);
+    EXPECT_EQ((11U + 75 + 11 + 10) * 10'000 + 10'000, on->planar->busTimeNs());
     on->planar->idle(123);
-    EXPECT_EQ(on->planar->busTimeNs(), (11U + 75 + 11 + 10) * 10'000 + 123);
+    EXPECT_EQ((11U + 75 + 11 + 10) * 10'000 + 10'123, on->planar->busTimeNs());
 }
 
 TEST_F(BusTime, SpeedIsTheBussUnlessTheTransactionSaysOtherwise)
@@ -56,7 +58,8 @@ TEST_F(BusTime, SpeedIsTheBussUnlessTheTransactionSaysOtherwise)
 TEST_F(BusTime, WholeLargeChipInOneTransaction)
 {
     power(chip("24C512", "0xA0", "image = \"large.bin\""));
-    EXPECT_EQ(on->readAt(0xA0, {0, 0}, 65536).busTimeNs, (1U + 9 + 18 + 1 + 9 + 9 * 65536U + 1) * 2'500);
+    // a repeated START takes two fifths of a bit more than a START
+    EXPECT_EQ((1U + 9 + 18 + 1 + 9 + 9 * 65536U + 1) * 2'500 + 1'000, on->readAt(0xA0, {0, 0}, 65536).busTimeNs);
 }
 
 TEST_F(BusTime, FastModeOnlyCounts)
@@ -94,12 +97,12 @@ TEST_F(BusTime, RealTimeWaits)
     DrivenClock clock;
     const auto real = openMachine(home.path, clock);
     User slow{real->findBus("planar", "")};
-    // 1 + 9 + 9 + 1 + 9 + 1800 + 1 bits of 10 us
+    // 1 + 9 + 9 + 1.5 + 9 + 1800 + 1 bits of 10 us
     EXPECT_EQ(outcome::done, slow.readAt(0xA0, {0}, 200).end);
-    EXPECT_EQ(5'018'300'000U, clock.now);
+    EXPECT_EQ(5'018'305'000U, clock.now);
     slow.idleMs(4);
-    EXPECT_EQ(5'022'300'000U, clock.now);
-    EXPECT_EQ(22'300'000U, slow.planar->busTimeNs());
+    EXPECT_EQ(5'022'305'000U, clock.now);
+    EXPECT_EQ(22'305'000U, slow.planar->busTimeNs());
 }
 
 // A blinking reset line is low for the first quarter of each second; a conversion takes 300 ms.
@@ -144,20 +147,6 @@ TEST_F(BusTime, ASystemsClockIsWaitedFor)
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds{4});
 }
 
-/// Output of a shell command; its exit status is that of the shell.
-std::string outputOf(const std::string& command, int& status)
-{
-    std::string text;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        std::array<char, 4096> part{};
-        while (const std::size_t got = fread(part.data(), 1, part.size(), pipe)) {
-            text.append(part.data(), got);
-        }
-        status = pclose(pipe);
-    }
-    return text;
-}
-
 class Wave : public MachineTest
 {
 protected:
@@ -166,56 +155,15 @@ protected:
         power(chip("24C02", "0xA0", "image = \"a.bin\"\nhold_sda_after_cut = true") +
               chip("24C256", "0xA2", "image = \"b.bin\"") + chip("LM75", "0x90", "celsius = 25.5") +
               chip("HUB922", "0x80") + chip("24C02", "0xA4", "hub = 0x80\nport = 2\nimage = \"c.bin\""));
-        int status = -1;
-        outputOf("sigrok-cli --version 2>&1", status);
-        if (status != 0) {
-            ASSERT_EQ(nullptr, getenv("KEST_REQUIRE_SIGROK")) << "sigrok-cli is not installed";
-            GTEST_SKIP() << "sigrok-cli is not installed: waveforms are not decoded";
+        needDecoder();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
         }
         ASSERT_TRUE(machine->startWave("planar", file()));
     }
     std::filesystem::path file() const { return home.path / "planar.vcd"; }
-    std::string decode(const std::string& options) const
-    {
-        int status = -1;
-        const std::string text =
-            outputOf("sigrok-cli -I vcd -i " + file().string() + " -P i2c:scl=SCL:sda=SDA" + options + " 2>&1", status);
-        EXPECT_EQ(0, status);
-        return text;
-    }
-    /// What the i2c decoder saw, one token for each event: S, Sr, P, W50, R50, A, N, and bytes in hexadecimal.
-    std::string seen() const
-    {
-        std::istringstream lines{decode(" -A i2c=addr-data")};
-        std::string line, all;
-        // A '*' stands for the rest of the line.
-        static const std::pair<std::string, std::string> tokens[] = {{"Start repeat", "Sr"},
-                                                                     {"Start", "S"},
-                                                                     {"Stop", "P"},
-                                                                     {"ACK", "A"},
-                                                                     {"NACK", "N"},
-                                                                     {"Address write: *", "W"},
-                                                                     {"Address read: *", "R"},
-                                                                     {"Data write: *", ""},
-                                                                     {"Data read: *", ""},
-                                                                     {"Write", ""},
-                                                                     {"Read", ""}};
-        while (std::getline(lines, line)) {
-            const std::string event = line.starts_with("i2c-1: ") ? line.substr(7) : line;
-            std::string token = "?" + line;
-            for (const auto& [pattern, text] : tokens) {
-                if (event == pattern) {
-                    token = text;
-                } else if (pattern.ends_with('*') && event.starts_with(pattern.substr(0, pattern.size() - 1))) {
-                    token = text + event.substr(pattern.size() - 1);
-                }
-            }
-            if (!token.empty()) {
-                all += (all.empty() ? "" : " ") + token;
-            }
-        }
-        return all;
-    }
+    std::string decode(const std::string& options) const { return test::decode(file(), options); }
+    std::string seen() const { return seenIn(file()); }
     std::string eeprom(unsigned address7) const
     {
         return decode(",i2cfilter:address=" + std::to_string(address7) +
@@ -315,7 +263,7 @@ TEST_F(Wave, HeldLinesAndTheirRecovery)
     for (const char* kind : {"hold-sda", "hold-scl"}) {
         for (const std::uint64_t byte : {0U, 1U}) {
             machine->addFault({.kind = kind, .count = 1, .byte = byte});
-            on->write(0xA0, {0x10, 0x20});
+            EXPECT_NE(outcome::done, on->write(0xA0, {0x10, 0x20}).end);
             EXPECT_EQ(outcome::done, on->planar->reset());
         }
     }
@@ -359,21 +307,48 @@ TEST_F(Wave, SdaHeldBeforeAStartFallsAndRisesAndFallsForTheNext)
     machine->clearFaults();
     on->probe(0xA0);
     const std::string text = home.text("planar.vcd");
-    EXPECT_NE(text.find("\n#6\n0\"\n#25\n1\"\n#37\n0\"\n#50\n0!\n"), std::string::npos) << text;
+    // held 1.5 us after the begin of a START and let go at the end of it; the next START falls 1.5 us later
+    EXPECT_NE(text.find("\n#15\n0\"\n#25\n1\"\n#40\n0\"\n#50\n0!\n"), std::string::npos) << text;
 }
 
 TEST_F(Wave, LineIsFreedAtTheTimeOfIt)
 {
-    machine->addFault({.kind = "hold-scl", .count = 1});
+    machine->addFault({.kind = "hold-scl"});
     on->planar->idle(1'000'000);
-    // takes a bit of 2.5 us
+    // the controller waits for 25 ms
     EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
     on->planar->idle(1'000'000);
     machine->clearFaults();
     on->planar->idle(1'000'000);
     on->probe(0xA0);
     const std::string text = home.text("planar.vcd");
-    EXPECT_NE(text.find("\n#10012\n0!\n#10025\n#20025\n1!\n#30037\n0\"\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\n#10010\n0!\n#270000\n1!\n#280015\n0\"\n"), std::string::npos) << text;
+}
+
+TEST_F(Wave, HeldSclHasNoPulsesAndRisesAtTheTimeOfItsEnd)
+{
+    machine->addFault({.kind = "hold-scl", .nth = 2, .count = 4, .byte = 1});
+    on->probe(0xA0);
+    EXPECT_EQ(outcome::sclHeld, on->write(0xA0, {0x10, 0x20}).end);
+    EXPECT_EQ(outcome::sclHeld, on->planar->reset());
+    EXPECT_EQ(outcome::sclHeld, on->planar->clocks(9));
+    EXPECT_EQ(outcome::sclHeld, on->probe(0x90));
+    on->planar->idle(1'000'000);
+    on->probe(0x90);
+    // 11 bits of the probe, 19 of START, address and byte: held from 75 us on, for four attempts of 25 ms
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#750\n0!\n#757\n1\"\n#1000750\n1!\n#1010765\n0\"\n"), std::string::npos) << text;
+}
+
+TEST_F(Wave, HeldSclRisesWhenItsTimeIsOverAlsoBetweenTransactions)
+{
+    machine->addFault({.kind = "hold-scl", .lastsMs = 30});
+    EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
+    on->planar->idle(25'000'000);
+    machine->clearFaults();
+    on->probe(0xA0);
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#10\n0!\n#300000\n1!\n#500015\n0\"\n"), std::string::npos) << text;
 }
 
 TEST_F(Wave, ChipThatHeldSdaLetsGoInThePowerCycle)
@@ -451,9 +426,9 @@ TEST_F(Wave, LevelsNeverChangeInTheSameTickAndTimeOnlyGrows)
 TEST_F(Wave, TicksAreBusTime)
 {
     on->planar->idle(1'000'000);
-    // START: SDA falls half a bit, 1.25 us, after 1 ms
+    // START: SDA falls three fifths of a bit, 1.5 us, after 1 ms
     on->probe(0xA0);
-    EXPECT_NE(home.text("planar.vcd").find("\n#10012\n0\"\n"), std::string::npos) << home.text("planar.vcd");
+    EXPECT_NE(home.text("planar.vcd").find("\n#10015\n0\"\n"), std::string::npos) << home.text("planar.vcd");
 }
 
 TEST_F(Wave, WhatCannotBeIsToldAndTheRecordingGoesOn)
@@ -547,7 +522,7 @@ TEST_F(Wave, PathHasUpTo1900Bytes)
     std::ifstream in{ofLength(1900)};
     const std::string text{std::istreambuf_iterator<char>{in}, {}};
     // 11 bits of 2.5 us
-    EXPECT_TRUE(text.ends_with("\n#275\n")) << text;
+    EXPECT_TRUE(text.ends_with("\n#275\n1\"\n#276\n")) << text;
 }
 
 } // namespace

@@ -107,7 +107,9 @@ void addFaultAdd(command fault, context& shared)
                           "Kinds, and what --value means:\n"
                           "  nack               the address is not acknowledged\n"
                           "  nack-data          data byte --byte of a write is not acknowledged\n"
-                          "  hold-sda hold-scl  the line is held until a reset     resets that it outlasts\n"
+                          "  hold-sda           SDA is held until a reset          resets that it outlasts\n"
+                          "  hold-scl           SCL is held; no reset frees it: --count is how many attempts\n"
+                          "                     meet it, --lasts-ms how long it lasts\n"
                           "  short              a STOP in the middle of --byte\n"
                           "  arbitration        another controller wins at --byte\n"
                           "  corrupt            data byte --byte is changed        XOR mask, 0 is 0xFF\n"
@@ -135,6 +137,7 @@ void addFaultAdd(command fault, context& shared)
     add.number("--seed", what.seed, "of the probability's random numbers; 0: the machine's");
     add.number("--value", what.value, "see the kinds");
     add.number("--byte", what.byte, "data byte it strikes at, from 0");
+    add.number("--lasts-ms", what.lastsMs, "of hold-scl: ends after N ms of bus time", 1);
     add.flag("--until-reset", what.untilReset, "ends for good with a reset of the bus or hub");
     runs(add, shared, adding, runFaultAdd);
 }
@@ -158,10 +161,15 @@ void addFaultClear(command fault, context& shared)
 jsonValue faultJson(const sim::machine::listedFault& fault)
 {
     const sim::machine::fault& what = fault.what;
-    return {{"number", fault.number},          {"kind", what.kind},     {"bus", what.bus},     {"node", what.node},
-            {"address", what.address},         {"way", what.way},       {"nth", what.nth},     {"count", what.count},
-            {"probability", what.probability}, {"seed", what.seed},     {"value", what.value}, {"byte", what.byte},
-            {"until_reset", what.untilReset},  {"struck", fault.struck}};
+    jsonValue json = {
+        {"number", fault.number},          {"kind", what.kind},     {"bus", what.bus},     {"node", what.node},
+        {"address", what.address},         {"way", what.way},       {"nth", what.nth},     {"count", what.count},
+        {"probability", what.probability}, {"seed", what.seed},     {"value", what.value}, {"byte", what.byte},
+        {"until_reset", what.untilReset},  {"struck", fault.struck}};
+    if (what.lastsMs != 0) {
+        json.add("lasts_ms", what.lastsMs);
+    }
+    return json;
 }
 
 std::string faultText(const sim::machine::listedFault& fault)
@@ -186,6 +194,9 @@ std::string faultText(const sim::machine::listedFault& fault)
     }
     if (what.byte != 0) {
         text += fmt::format(" byte {}", what.byte);
+    }
+    if (what.lastsMs != 0) {
+        text += fmt::format(" for {} ms", what.lastsMs);
     }
     if (what.untilReset) {
         text += " until reset";

@@ -81,6 +81,30 @@ TEST_F(KestctlReset, FreesAHeldBus)
               json::parse(says({"reset", "sim:planar", "--json"})));
 }
 
+TEST_F(KestctlReset, DoesNotFreeAHeldScl)
+{
+    says({"sim", "fault", "add", "hold-scl", "--bus", "planar"});
+    EXPECT_EQ(1, kestctl({"thermal", "read", "inlet-temp"}).exit);
+    EXPECT_EQ(1, kestctl({"reset", "sim:planar"}).exit);
+    EXPECT_EQ(1, kestctl({"reset", "sim:planar"}).exit);
+    says({"sim", "power-cycle"});
+    EXPECT_EQ("sim:planar: reset, the bus is free\n", says({"reset", "sim:planar"}));
+    says({"thermal", "read", "inlet-temp"});
+}
+
+TEST_F(KestctlReset, FindsTheBusFreeOnceAHeldSclHasMetItsAttempts)
+{
+    says({"sim", "fault", "add", "hold-scl", "--bus", "planar", "--address", "0xB0", "--count", "3", "--lasts-ms",
+          "3600000"});
+    EXPECT_THAT(says({"sim", "fault", "list"}),
+                HasSubstr("hold-scl           planar   B0 = 0x58 3 times for 3600000 ms"));
+    // one question meets the line
+    EXPECT_EQ(1, kestctl({"detect", "sim:planar,L,2C0256,B0"}).exit);
+    EXPECT_EQ(1, kestctl({"reset", "sim:planar"}).exit);
+    EXPECT_EQ(1, kestctl({"reset", "sim:planar"}).exit);
+    says({"reset", "sim:planar"});
+}
+
 TEST_F(KestctlTopology, IsATree)
 {
     EXPECT_THAT(says({"topology"}), HasSubstr("sim:planar\n"
