@@ -12,13 +12,15 @@
 
 #include "platform/host/configuration/configuration.h"
 #include "platform/mern.h"
+#include "sim/bittiming.h"
 #include "sim/machine.h"
 
 namespace
 {
 
 constexpr std::uint32_t speedKhz = 400;
-constexpr double bitNs = 1e6 / speedKhz;
+constexpr std::uint64_t bitLastingNs = 1'000'000 / speedKhz;
+constexpr double bitNs = bitLastingNs;
 // eight bits and the acknowledge
 constexpr double bitsOfByte = 9;
 constexpr double writeCycleNs = 3.5e6;
@@ -80,7 +82,7 @@ mern_t openChip(const char* path, std::uint16_t address, std::uint32_t page)
     return handle;
 }
 
-/// @return bus time of a whole read, divided by that of a START, an address, an offset and the data
+/// @return bus time of a whole read, divided by that of one transaction: the least that the wires need
 double readRatio(const scratchMachine& machine)
 {
     mern_t handle = openChip("sim:planar", 0xA0, 128);
@@ -92,7 +94,9 @@ double readRatio(const scratchMachine& machine)
     if (moved != static_cast<int>(readBytes)) {
         throw std::runtime_error("the read failed");
     }
-    return taken / ((1 + bitsOfByte * (1 + 2 + readBytes)) * bitNs);
+    // START, address, offset, address again, data, STOP; and the repeated START
+    constexpr double bits = 1 + bitsOfByte * (1 + 2 + 1 + readBytes) + 1;
+    return taken / (bits * bitNs + static_cast<double>(kest::sim::repeatedStartNs(bitLastingNs)));
 }
 
 /// @return bus time of a long write, divided by that of each page's bits and its true write cycle. The write ends with

@@ -509,7 +509,8 @@ TEST_F(IicFaults, ResetOfTheBusAfterEachKind)
         {"hold-sda", 1, 2, {ETIME, ETIME, 0}, {9, 0}},
         {"hold-sda", 0, 0, {0}, {0, ETIME}}, // held again
         {"hold-scl", 1, 0, {0}, {9, 0}},
-        {"hold-scl", 1, 1, {ETIME, 0}, {9, 0}},
+        {"hold-scl", 3, 0, {ETIME, ETIME, 0}, {9, 0}}, // attempts: the read and two resets
+        {"hold-scl", 0, 0, {ETIME, ETIME, ETIME}, {0, ETIME}}, // never freed by a reset
         {"short", 1, 0, {0}, {9, 0}},
         {"arbitration", 0, 0, {0}, {0, EIO}},
         {"corrupt", 1, 1, {0}, {9, 0}},

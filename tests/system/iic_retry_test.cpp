@@ -33,7 +33,7 @@ protected:
         if (position != 0) {
             device.seek(static_cast<long>(position));
         }
-        machine->addFault({.kind = "hold-scl", .bus = "planar", .nth = nth, .count = 1, .byte = byte});
+        machine->addFault({.kind = "hold-sda", .bus = "planar", .nth = nth, .count = 1, .byte = byte});
         ErrlEntry* entry = nullptr;
         unsigned int length = static_cast<unsigned int>(data.size());
         if (read) {

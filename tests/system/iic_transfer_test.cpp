@@ -28,7 +28,7 @@ TEST_F(IicTransfer, FailedShortAndPlainTransfersLeaveThePosition)
     device.seek(300);
     machine->addFault({.kind = "short", .bus = "planar", .way = "read", .count = 1, .byte = 40});
     EXPECT_EQ((Answer{40, EIO}), device.read(data));
-    machine->addFault({.kind = "hold-scl", .bus = "planar", .count = 1});
+    machine->addFault({.kind = "hold-sda", .bus = "planar", .count = 1});
     EXPECT_EQ((Answer{0, ETIME}), device.read(data));
     EXPECT_EQ((Answer{0, 0}), device.reset());
     Block plain = main256();
@@ -111,7 +111,7 @@ TEST_F(IicTransfer, TransactionOfALongReadTakesAQuarterOfASecondAtTheSpeedOfTheB
         std::uint16_t speedKhz;
         int firstPiece;
         double milliseconds;
-    } const cases[] = {{100, 2773, 249.96}, {0, 11105, 249.985}, {400, 11105, 249.985}, {5000, 27770, 249.999}};
+    } const cases[] = {{100, 2773, 249.965}, {0, 11105, 249.987}, {400, 11105, 249.987}, {5000, 27769, 249.9916}};
     for (const auto& each : cases) {
         OpenDevice device("sim:planar");
         Bytes data(60000);

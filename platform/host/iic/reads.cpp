@@ -15,8 +15,9 @@ namespace
 constexpr std::uint64_t msPerSecond = 1000;
 // Controllers' drivers give up a transfer after a time of their own, often 1 s, and the bus is held meanwhile.
 constexpr std::uint64_t longestTransactionMs = 250;
-// a repeated one, too
 constexpr std::uint64_t bitsOfStart = 1;
+// it takes a set-up time more, up to half a bit
+constexpr std::uint64_t bitsOfRepeatedStart = 2;
 constexpr std::uint64_t bitsOfStop = 1;
 // with its acknowledge
 constexpr std::uint64_t bitsOfByte = 9;
@@ -27,7 +28,7 @@ std::size_t bytesInTime(std::uint64_t clockHz, const transferSettings& settings,
     const std::uint64_t mostBits = clockHz * longestTransactionMs / msPerSecond;
     const std::uint64_t offsetBits = bitsOfStart + bitsOfByte * (1U + settings.offsetLength) + bitsOfStop;
     // of each read message: repeated START and address
-    const std::uint64_t headBits = bitsOfStart + bitsOfByte;
+    const std::uint64_t headBits = bitsOfRepeatedStart + bitsOfByte;
     const std::uint64_t messageBits = headBits + bitsOfByte * messageBytes;
     const std::uint64_t dataBits = mostBits - std::min(mostBits, offsetBits);
     const std::uint64_t lastBits = dataBits % messageBits;
