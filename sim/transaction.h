@@ -24,8 +24,8 @@ class transaction
 public:
     /// @param kind      of adapter; outlives the transaction, as the others do
     /// @param deadline  on the bus's clock: a data byte that ends later is the last one
-    transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments,
-                const adapterKind& kind, std::uint64_t deadline = latestTime);
+    transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments, const adapterKind& kind,
+                std::uint64_t deadline = latestTime);
     transferResult run();
 
 private:
