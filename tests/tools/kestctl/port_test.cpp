@@ -159,6 +159,18 @@ TEST_F(KestctlThermal, PowerCycleBeginsWithAConversion)
     EXPECT_EQ("cpu-temp: 48.25 C (0x1820)\n", says({"thermal", "read", "cpu-temp"}));
 }
 
+// The second byte of 25.5 C is 0x80: after four of its bits a 0 comes.
+TEST_F(KestctlThermal, AReadThatIsCutOffHoldsTheBusUntilAReset)
+{
+    says({"sim", "fault", "add", "short", "--address", "0x90", "--way", "read", "--byte", "1", "--count", "1"});
+    EXPECT_EQ(1, kestctl({"thermal", "read", "inlet-temp"}).exit);
+    const RunResult held = kestctl({"detect", "planar-vpd"});
+    EXPECT_EQ(1, held.exit);
+    EXPECT_THAT(held.errors, HasSubstr("the bus is held: SDA stays low"));
+    EXPECT_EQ("sim:planar: reset, the bus is free\n", says({"reset", "sim:planar"}));
+    EXPECT_EQ("inlet-temp: 25.5 C (0x1980)\n", says({"thermal", "read", "inlet-temp"}));
+}
+
 TEST_F(KestctlThermal, WatchesUntilInterrupted)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
