@@ -270,6 +270,115 @@ type = "LM92"
 address = 0x90
 celsius = -5.5
 
+# ---- parts of other makers
+
+[[bus]]
+name = "parts"
+
+[[chip]]                         # half the page that its type promises
+bus = "parts"
+type = "24C32"
+address = 0xA0
+image = "parts-page16.bin"
+page = 16
+
+[[chip]]                         # ferroelectric: no pages, no write cycle
+bus = "parts"
+type = "24C256"
+address = 0xA2
+image = "parts-fram.bin"
+kind = "fram"
+
+[[chip]]
+bus = "parts"
+type = "24C64"
+address = 0xA4
+image = "parts-high.bin"
+half_offset = "high"
+
+[[chip]]
+bus = "parts"
+type = "24C128"
+address = 0xA6
+image = "parts-keep.bin"
+page = 256
+half_offset = "keep"
+
+[[chip]]                         # block bits: 0xA8 to 0xAE
+bus = "parts"
+type = "24C08"
+address = 0xA8
+image = "parts-blocks4.bin"
+
+[[chip]]                         # pin 7 protects the part at port 4
+bus = "parts"
+type = "PCA9554"
+address = 0x40
+
+[[chip]]
+bus = "parts"
+type = "HUB922"
+address = 0x80
+
+[[chip]]
+bus = "parts"
+hub = 0x80
+port = 0
+type = "24C04"
+address = 0xA0
+image = "parts-blocks2.bin"
+
+[[chip]]
+bus = "parts"
+hub = 0x80
+port = 1
+type = "24C16"
+address = 0xA0
+image = "parts-blocks8.bin"
+
+[[chip]]
+bus = "parts"
+hub = 0x80
+port = 2
+type = "24C02"
+address = 0xA4
+image = "parts-half.bin"
+page = 4
+protect = "nak"
+protect_area = "half"
+
+[[chip]]
+bus = "parts"
+hub = 0x80
+port = 3
+type = "24C32"
+address = 0xA4
+image = "parts-quarter.bin"
+protect = "silent"
+protect_area = "quarter"
+
+[[chip]]
+bus = "parts"
+hub = 0x80
+port = 4
+type = "24C02"
+address = 0xA4
+image = "parts-pin.bin"
+protect = "silent"
+protect_chip = 0x40
+protect_pin = 7
+
+[[bus]]
+name = "deaf"
+
+[[chip]]                         # ignores its address pins: answers at 0xA0 to 0xAE
+bus = "deaf"
+type = "24C02"
+address = 0xA0
+addresses = "all"
+image = "deaf.bin"
+page = 4
+
 # ---- a bus of another node whose adapter comes and goes
 
 [[bus]]

@@ -94,6 +94,27 @@ TEST_F(Templates, HostileStrikesAndIsTheSameEachTime)
     EXPECT_TRUE(kinds.contains(outcome::sdaHeld));
 }
 
+TEST_F(Templates, HostileHasPartsOfOtherMakers)
+{
+    start("hostile");
+    User parts{machine->findBus("parts", "")}, deaf{machine->findBus("deaf", "")};
+    // 17 bytes to a page of 16
+    parts.store(0xA0, Bytes{0x00, 0x00} + Bytes(16, 0x11) + Bytes{0x22});
+    EXPECT_EQ(parts.readAt(0xA0, {0x00, 0x00}, 2).data, (Bytes{0x22, 0x11}));
+    EXPECT_EQ(outcome::done, parts.write(0xA2, {0x00, 0x00, 1}).end);
+    EXPECT_EQ(outcome::done, parts.probe(0xA2));
+    EXPECT_EQ(outcome::done, parts.probe(0xAE));
+    EXPECT_EQ(outcome::done, deaf.probe(0xAE));
+    for (const Bytes& behindHub : {Bytes{0, 0xA2, 0}, Bytes{1, 0xAE, 0}, Bytes{2, 0xA4, 0}, Bytes{3, 0xA4, 0, 0}}) {
+        parts.write(0x80, behindHub + Bytes{0x5A});
+        parts.idleMs(10);
+        EXPECT_EQ(parts.readAt(0x80, behindHub, 2).data, (Bytes{0, 0x5A})) << +behindHub[0];
+    }
+    parts.write(0x80, {4, 0xA4, 0, 0x5A});
+    parts.idleMs(10);
+    EXPECT_EQ(parts.readAt(0x80, {4, 0xA4, 0}, 2).data, (Bytes{0, 0xFF}));
+}
+
 TEST_F(Templates, FaultsAndWavesReachBusesOfEveryNode)
 {
     start("hostile");

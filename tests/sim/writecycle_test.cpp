@@ -144,6 +144,27 @@ TEST_F(WriteCycle, PageWithoutItsImageIsTornWhenTheImageIsBack)
     EXPECT_EQ((Bytes{0x01, 0xA2, 0x03, 0xA4, 0x96, 0xA5, 0xA7, 0x08}), page());
 }
 
+// The record before the current one is what a process leaves that is killed before the torn page is in its image.
+TEST_F(WriteCycle, TornPageOfAKilledProcessReachesItsImageOnce)
+{
+    powerSeeded("");
+    writeOverCounting();
+    const std::string programmed = home.text("a.bin");
+    machine->powerCycle();
+    on.reset();
+    machine.reset();
+    std::string state = home.text("machine.state");
+    state[4096] = static_cast<char>(state[4096] ^ 1);
+    home.put("machine.state", state);
+    home.put("a.bin", programmed);
+    open();
+    on->probe(0x40);
+    EXPECT_EQ((Bytes{0x01, 0xA2, 0x03, 0xA4, 0x96, 0xA5, 0xA7, 0x08}), page());
+    home.put("a.bin", programmed);
+    on->probe(0x40);
+    EXPECT_EQ(page(), counting(8, 0xA1));
+}
+
 TEST_F(WriteCycle, FaultCutsThePowerAtTheNthByte)
 {
     powerSeeded("");

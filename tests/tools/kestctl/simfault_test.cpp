@@ -1,0 +1,77 @@
+#include <gmock/gmock.h>
+
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using testing::HasSubstr;
+
+class KestctlSimFault : public MachineTest
+{
+protected:
+    /// Puts chips in the machine beside those of the demo.
+    void add(const std::string& chips) const
+    {
+        writeFile(machine() / "machine.toml", readFile(machine() / "machine.toml") + chips);
+    }
+};
+
+// The byte that is cut off is an 'f', 0x66: after its first half comes a 0.
+TEST_F(KestctlSimFault, ReadThatIsCutOffHoldsTheBusUntilItIsReset)
+{
+    const std::string start = says({"seeprom", "read", "planar-vpd", "--length", "16"});
+    EXPECT_THAT(start, HasSubstr("|TlvInfo"));
+    says({"sim", "fault", "add", "short", "--address", "0xA0", "--way", "read", "--byte", "5", "--count", "1"});
+    EXPECT_EQ(1, kestctl({"seeprom", "read", "planar-vpd", "--length", "16"}).exit);
+    const RunResult held = kestctl({"detect", "planar-vpd"});
+    EXPECT_EQ(1, held.exit);
+    EXPECT_THAT(held.errors, HasSubstr("the bus is held: SDA stays low"));
+    EXPECT_EQ("sim:planar: reset, the bus is free\n", says({"reset", "sim:planar"}));
+    EXPECT_EQ(start, says({"seeprom", "read", "planar-vpd", "--length", "16"}));
+}
+
+// Three bytes go out for the read that fills the undo file, and 35 for the page. The fortieth asks whether the write
+// cycle has ended.
+TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedByTheNextWrite)
+{
+    const std::vector<std::string> write{"seeprom",
+                                         "write",
+                                         "planar-vpd",
+                                         "--offset",
+                                         "0x1000",
+                                         "--hex",
+                                         "00112233445566778899AABBCCDDEEFF00112233445566778899AABBCCDDEEFF",
+                                         "--yes"};
+    const std::string before = readFile(machine() / "system.bin");
+    says({"sim", "fault", "add", "power-cut", "--address", "0xA0", "--way", "write", "--nth", "40", "--count", "1"});
+    EXPECT_EQ(5, kestctl(write).exit);
+    const std::string torn = readFile(machine() / "system.bin");
+    EXPECT_NE(before.substr(0x1000, 64), torn.substr(0x1000, 64));
+    EXPECT_EQ(before.substr(0, 0x1000), torn.substr(0, 0x1000));
+    EXPECT_EQ(before.substr(0x1040), torn.substr(0x1040));
+    says(write);
+    EXPECT_EQ("\xCC\xDD\xEE\xFF", readFile(machine() / "system.bin").substr(0x101C, 4));
+}
+
+TEST_F(KestctlSimFault, ScanShowsAPartAtEachOfItsAddresses)
+{
+    add("[[bus]]\nname = \"deaf\"\n[[chip]]\nbus = \"deaf\"\ntype = \"24C02\"\naddress = 0xA0\naddresses = \"all\"\n"
+        "image = \"deaf.bin\"\n[[bus]]\nname = \"blocks\"\n[[chip]]\nbus = \"blocks\"\ntype = \"24C08\"\n"
+        "address = 0xA0\nimage = \"blocks.bin\"\n");
+    EXPECT_THAT(says({"scan", "sim:deaf"}), HasSubstr("50: 50 51 52 53 54 55 56 57 -- "));
+    EXPECT_THAT(says({"scan", "sim:blocks"}), HasSubstr("50: 50 51 52 53 -- -- -- -- -- "));
+}
+
+TEST_F(KestctlSimFault, OverlapOfAddressesIsAnErrorOfTheMachineFile)
+{
+    add("[[chip]]\nbus = \"planar\"\ntype = \"24C02\"\naddress = 0xA0\naddresses = \"all\"\nimage = \"deaf.bin\"\n");
+    const RunResult refused = kestctl({"scan", "sim:planar"});
+    EXPECT_EQ(2, refused.exit);
+    EXPECT_THAT(refused.errors, HasSubstr("a second chip at 0xA"));
+}
+
+} // namespace
+} // namespace kest::test
