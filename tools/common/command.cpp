@@ -1,0 +1,75 @@
+#include "tools/common/command.h"
+
+#include <CLI/App.hpp>
+#include <utility>
+
+namespace kest::tools
+{
+
+option& option::required()
+{
+    m_made->required();
+    return *this;
+}
+
+option& option::needs(const option& other)
+{
+    m_made->needs(other.m_made);
+    return *this;
+}
+
+command command::add(const std::string& name, const std::string& help)
+{
+    return command(*m_made->add_subcommand(name, help));
+}
+
+void command::footer(const std::string& text) { m_made->footer(text); }
+void command::requireSubcommand() { m_made->require_subcommand(1); }
+void command::fallThrough() { m_made->fallthrough(); }
+void command::whenGiven(std::function<void()> action) { m_made->callback(std::move(action)); }
+
+option command::text(const std::string& names, std::string& target, const std::string& help,
+                     const std::string& valueName)
+{
+    return option(*m_made->add_option(names, target, help)->type_name(valueName));
+}
+
+option command::texts(const std::string& names, std::vector<std::string>& target, const std::string& help,
+                      const std::string& valueName)
+{
+    return option(*m_made->add_option(names, target, help)->type_name(valueName));
+}
+
+option command::real(const std::string& names, double& target, const std::string& help, const std::string& valueName)
+{
+    return option(*m_made->add_option(names, target, help)->type_name(valueName));
+}
+
+option command::read(const std::string& names, textReader reader, const std::string& help, const std::string& valueName)
+{
+    return option(*m_made->add_option_function<std::string>(names, reader, help)->type_name(valueName));
+}
+
+option command::checked(const std::string& names, std::string& target, const std::string& help,
+                        const std::string& valueName, std::function<std::string(const std::string& text)> complaint)
+{
+    return option(*m_made->add_option(names, target, help)->type_name(valueName)->check(std::move(complaint)));
+}
+
+option command::flag(const std::string& names, bool& target, const std::string& help)
+{
+    return option(*m_made->add_flag(names, target, help));
+}
+
+option command::clearingFlag(const std::string& names, bool& target, const std::string& help)
+{
+    return option(*m_made->add_flag_callback(
+        names, [&target] { target = false; }, help));
+}
+
+void command::versionFlag(const std::string& text)
+{
+    m_made->set_version_flag("--version", text, "print the version and exit");
+}
+
+} // namespace kest::tools
