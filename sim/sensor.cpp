@@ -137,6 +137,13 @@ std::uint8_t sensor::give(busClock&, chipFaults&)
     return static_cast<std::uint8_t>(low ? word : word >> 8);
 }
 
+// The byte was not read to its end.
+void sensor::cut()
+{
+    deselect();
+    m_thermostat.undoReset();
+}
+
 // A part whose two bytes are not read to the end misses the NACK of the first, and keeps its last bit on SDA for one more
 // clock. Only a 0 holds the line.
 cutRead sensor::drivesOn() const

@@ -102,6 +102,7 @@ public:
     bool take(std::uint8_t byte, busClock& clock) override;
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock&, chipFaults&) override { deselect(); }
+    void cut() override;
     [[nodiscard]] cutRead drivesOn() const override;
     void deselect() override { m_bytesTaken = m_bytesGiven = 0; }
     void exchange(stateFields& fields) override;

@@ -36,7 +36,13 @@ public:
     [[nodiscard]] std::uint8_t alarms() const { return m_alarms; }
     /// Bit n: alarm n has begun or ended since the latch was reset.
     [[nodiscard]] std::uint8_t latch() const { return m_latch; }
-    void resetLatch() { m_latch = 0; }
+    void resetLatch()
+    {
+        m_latchBefore = m_latch;
+        m_latch = 0;
+    }
+    /// What reset it last did not take place.
+    void undoReset() { m_latch = m_latchBefore; }
     void powerUp() { *this = {}; }
     /// Load it from the state file, or store it there, in two parts.
     void exchangeAlarms(stateFields& fields);
@@ -47,6 +53,7 @@ private:
 
     std::uint8_t m_alarms = 0;
     std::uint8_t m_latch = 0;
+    std::uint8_t m_latchBefore = 0; ///< of the transaction under way
     std::array<std::uint8_t, mostLimits> m_inARow{}; ///< conversions that ask for a change
 };
 

@@ -270,6 +270,24 @@ TEST_F(LooseSensor, InterruptModeTellsEachCrossingUntilARead)
     EXPECT_EQ(1U, level("O.S."));
 }
 
+TEST_F(LooseSensor, AReadThatIsCutOffInItsFirstByteKeepsTheInterrupt)
+{
+    makeLm75(25);
+    write({0x01, 0x02});
+    warm(90);
+    passMs(300);
+    under->start(direction::read, clock, none);
+    under->give(clock, none);
+    under->cut();
+    EXPECT_EQ(0U, level("O.S."));
+    write({0x00});
+    under->start(direction::read, clock, none);
+    under->give(clock, none);
+    under->give(clock, none);
+    under->cut();
+    EXPECT_EQ(1U, level("O.S."));
+}
+
 TEST_F(LooseSensor, ShutdownResetsTheInterruptAndKeepsTheComparatorsOutput)
 {
     makeLm75(90);
