@@ -76,16 +76,24 @@ int FakeKernel::messages(const i2c_rdwr_ioctl_data& request)
 
 int FakeKernel::onWires(std::span<i2c_msg> all)
 {
+    std::size_t left = mostBytes;
     for (i2c_msg& message : all) {
         const auto found = chips.find(static_cast<std::uint8_t>(message.addr));
         if (found == chips.end() || found->second.busyUntilNs > clockNs) {
-            return fail(ENXIO, 0);
+            clockNs += absentNs;
+            return fail(absentError, 0);
         }
         FakeChip& chip = found->second;
+        const std::span<std::uint8_t> bytes{message.buf, std::min<std::size_t>(message.len, left)};
         if ((message.flags & I2C_M_RD) != 0) {
-            give(chip, {message.buf, message.len});
-        } else if (!take(chip, {message.buf, message.len})) {
+            give(chip, bytes);
+        } else if (!take(chip, bytes)) {
             return fail(ENXIO, 0);
+        }
+        left -= bytes.size();
+        if (bytes.size() < message.len) {
+            clockNs += giveUpNs;
+            return fail(ETIMEDOUT, 0);
         }
     }
     return static_cast<int>(all.size());

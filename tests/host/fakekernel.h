@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -53,6 +54,10 @@ public:
     std::size_t longestWrite = 8192; ///< likewise
     std::size_t shortestMessage = 0; ///< likewise: shorter ones
     std::size_t mostMessages = 42; ///< likewise
+    int absentError = ENXIO; ///< when nobody acknowledges
+    std::uint64_t absentNs = 0; ///< that it takes to find out
+    std::size_t mostBytes = SIZE_MAX; ///< of a transfer: after them it is given up, and the chip keeps what it took
+    std::uint64_t giveUpNs = 0; ///< that it takes until then
     std::map<std::uint8_t, FakeChip> chips;
     std::set<std::uint8_t> held; ///< 7-bit addresses that a driver has
     std::deque<int> failures; ///< errno for each of the next transfers; 0 lets one pass

@@ -16,9 +16,10 @@ std::ostream& operator<<(std::ostream& out, const Ending& value)
                << value.length << " bytes";
 }
 
-LibraryMachine::LibraryMachine() : OwnMachine("[registry]\n\"tavo/ReadMode\" = \"HWareMode\"\n")
+LibraryMachine::LibraryMachine(const std::string& busKeys)
+    : OwnMachine("[registry]\n\"tavo/ReadMode\" = \"HWareMode\"\n")
 {
-    std::string text = "[[bus]]\nname = \"planar\"\n";
+    std::string text = "[[bus]]\nname = \"planar\"\n" + busKeys;
     text += eeprom("24C256", 0xA0, "main.bin") + eeprom("24C02", 0xA4, "small.bin") +
             eeprom("24C512", 0xA6, "large.bin") + eeprom("24C32", 0xA8, "medium.bin") +
             eeprom("24C64", 0xAC, "eight.bin") + eeprom("24C128", 0xAE, "sixteen.bin");

@@ -30,7 +30,8 @@ std::ostream& operator<<(std::ostream& out, const Ending& value);
 class LibraryMachine : public OwnMachine
 {
 protected:
-    LibraryMachine();
+    /// @param busKeys  more keys of the bus in machine.toml
+    explicit LibraryMachine(const std::string& busKeys = "");
 
     static tavo_deviceaddress address(const std::string& text, std::uint32_t number = 0);
     /// Hardware mode, and a short write cycle: the simulated chips take 3.5 ms of bus time.

@@ -1,4 +1,4 @@
-/// Which device an error log entry is about.
+/// Which device an error log entry is about, and what its adapter lacked.
 #pragma once
 
 #include <string>
@@ -12,6 +12,10 @@ namespace kest::host
 /// @return the device of an entry by its user details: device text, else device path, else "BUS@HH" of the
 /// first-failure data; empty without these
 std::string deviceOf(const loggedEntry& entry);
+
+/// @return what the adapter lacked for the transfer that failed, as the entry's first-failure data say; empty when they
+/// do not
+std::string lackOf(const loggedEntry& entry);
 
 /// @param record  first-failure data of the IIC layer, or other bytes in their place
 /// @return bus and address of the failed transfer: "BUS@HH"; empty when the record is not whole or names none

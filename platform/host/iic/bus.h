@@ -74,6 +74,9 @@ struct transferLimits {
     std::size_t writeBytes = 0; ///< of one written segment
     std::size_t readBytes = 0; ///< of one read segment
     std::size_t segments = 0;
+    bool repeatedStart = true; ///< not a STOP and a START in its place; a kernel's bus does not tell
+    /// The longest wire time, ns, with which the adapter is not expected to give a transaction up; 0: not known.
+    std::uint64_t wireNs = 0;
 
     bool operator==(const transferLimits&) const = default;
 };
@@ -87,6 +90,7 @@ struct transferPace {
 /// How to ask whether a device is there.
 enum class probeMethod : std::uint8_t {
     safe, ///< by the range of the address: an address alone upsets some devices, a read others
+    target, ///< of a device that somebody named: by a read, where the adapter can't send the address alone
     addressOnly, ///< the address in write direction and nothing else: a hub must not be asked by a read
 };
 
@@ -120,6 +124,8 @@ public:
     [[nodiscard]] virtual std::string adapterName() const = 0;
     /// What the adapter can do, one short text each.
     [[nodiscard]] virtual std::vector<std::string> capabilities() const = 0;
+    /// What it can't do, one short text each; empty: nothing is known.
+    [[nodiscard]] virtual std::vector<std::string> lacks() const = 0;
     /// Whether a kernel driver has taken the address.
     virtual bool heldByDriver(std::uint8_t address) = 0;
     /// The bus's clock, ns: bus time of a simulated bus, else real time.

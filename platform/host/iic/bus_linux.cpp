@@ -11,6 +11,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "platform/host/iic/adapter.h"
 #include "platform/host/iic/smbus.h"
 #include "platform/host/iic/systemcalls.h"
 
@@ -20,9 +21,6 @@ namespace kest::host::iic
 namespace
 {
 
-// the kernel refuses longer ones
-constexpr std::size_t longestMessage = 8192;
-constexpr std::size_t mostMessages = I2C_RDWR_IOCTL_MAX_MSGS;
 // leaves the bus to others between two questions to a busy device
 constexpr std::uint64_t pauseNs = 200'000;
 constexpr unsigned long timeoutUnitMs = 10;
@@ -69,33 +67,6 @@ outcome endOf(int error)
 /// a device.
 outcome endOfOpen(int error) { return error == ENXIO ? outcome::gone : endOf(error); }
 
-struct functionRow {
-    unsigned long mask;
-    const char* name;
-};
-constexpr std::array functionNames{
-    functionRow{.mask = I2C_FUNC_I2C, .name = "I2C messages"},
-    functionRow{.mask = I2C_FUNC_10BIT_ADDR, .name = "10-bit addresses"},
-    functionRow{.mask = I2C_FUNC_NOSTART, .name = "joined messages"},
-    functionRow{.mask = I2C_FUNC_SMBUS_QUICK, .name = "SMBus quick command"},
-    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_BYTE, .name = "SMBus send byte"},
-    functionRow{.mask = I2C_FUNC_SMBUS_READ_BYTE, .name = "SMBus receive byte"},
-    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_BYTE_DATA, .name = "SMBus write byte"},
-    functionRow{.mask = I2C_FUNC_SMBUS_READ_BYTE_DATA, .name = "SMBus read byte"},
-    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_WORD_DATA, .name = "SMBus write word"},
-    functionRow{.mask = I2C_FUNC_SMBUS_READ_WORD_DATA, .name = "SMBus read word"},
-    functionRow{.mask = I2C_FUNC_SMBUS_WRITE_I2C_BLOCK, .name = "I2C block write"},
-    functionRow{.mask = I2C_FUNC_SMBUS_READ_I2C_BLOCK, .name = "I2C block read"},
-};
-
-/// Where an address alone is known to upset a device (write-protect registers, a clock chip with an EEPROM), a byte is
-/// read instead.
-bool mindsAddressAlone(std::uint8_t address)
-{
-    const unsigned int address7 = address >> 1;
-    return (address7 >= 0x30 && address7 <= 0x37) || (address7 >= 0x50 && address7 <= 0x5F);
-}
-
 /// An adapter's node, open.
 struct adapterNode {
     int descriptor = -1;
@@ -131,11 +102,12 @@ public:
     transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) override;
     outcome reset(std::uint8_t address) override;
 
-    [[nodiscard]] transferLimits limits() const override;
+    [[nodiscard]] transferLimits limits() const override { return limitsOf(m_node.functions); }
     [[nodiscard]] std::uint64_t clockHz(const transferPace& pace) const override;
     [[nodiscard]] const busIdentity& identity() const override { return m_identity; }
     [[nodiscard]] std::string adapterName() const override;
-    [[nodiscard]] std::vector<std::string> capabilities() const override;
+    [[nodiscard]] std::vector<std::string> capabilities() const override { return functionTexts(m_node.functions); }
+    [[nodiscard]] std::vector<std::string> lacks() const override { return lackTexts(m_node.functions); }
 
     bool heldByDriver(std::uint8_t address) override;
     std::uint64_t nowNs() override { return m_calls.nowNs(); }
@@ -143,7 +115,7 @@ public:
     [[nodiscard]] std::uint64_t questionPauseNs() const override { return pauseNs; }
 
 private:
-    [[nodiscard]] bool can(unsigned long functions) const { return (m_node.functions & functions) == functions; }
+    [[nodiscard]] bool takesMessages() const { return hasFunctions(m_node.functions, I2C_FUNC_I2C); }
     template <typename Pointee>
     int control(const adapterNode& node, unsigned long request, Pointee* argument)
     {
@@ -232,12 +204,15 @@ std::uint64_t linuxBus::clockHz(const transferPace& pace) const
 
 transferResult linuxBus::transfer(std::span<const segment> segments, const transferPace& pace)
 {
+    if (const outcome end = checkSegments(segments, m_node.functions); end != outcome::done) {
+        return {.end = end, .nowNs = m_calls.nowNs()};
+    }
     const bool changesTimeout = m_setsTimeout && pace.timeoutMs != 0;
     if (changesTimeout) {
         const unsigned long units = pace.timeoutMs / timeoutUnitMs + (pace.timeoutMs % timeoutUnitMs != 0 ? 1 : 0);
         m_calls.control(m_node.descriptor, I2C_TIMEOUT, units);
     }
-    transferResult result = can(I2C_FUNC_I2C) ? transferMessages(segments) : transferSmbus(segments);
+    transferResult result = takesMessages() ? transferMessages(segments) : transferSmbus(segments);
     if (changesTimeout) {
         m_calls.control(m_node.descriptor, I2C_TIMEOUT, usualTimeout);
     }
@@ -247,15 +222,9 @@ transferResult linuxBus::transfer(std::span<const segment> segments, const trans
 
 transferResult linuxBus::transferMessages(std::span<const segment> segments)
 {
-    std::array<i2c_msg, mostMessages> messages{};
-    if (segments.size() > messages.size()) {
-        return {.end = outcome::tooLong};
-    }
+    std::array<i2c_msg, I2C_RDWR_IOCTL_MAX_MSGS> messages{};
     std::size_t count = 0;
     for (const segment& part : segments) {
-        if (part.bytes.size() > longestMessage || (part.bytes.empty() && !can(I2C_FUNC_SMBUS_QUICK))) {
-            return {.end = outcome::notSupported};
-        }
         i2c_msg& message = messages.at(count++);
         message.addr = static_cast<std::uint16_t>(part.address >> 1);
         message.flags = static_cast<std::uint16_t>(part.way == direction::read ? I2C_M_RD : 0);
@@ -301,20 +270,7 @@ transferResult linuxBus::runSmbus(smbusCall& call)
 
 transferResult linuxBus::probe(std::uint8_t address, probeMethod method, const transferPace& pace)
 {
-    std::uint8_t byte = 0;
-    const bool readsByte = method == probeMethod::safe && mindsAddressAlone(address);
-    const segment question{.address = address,
-                           .way = readsByte ? direction::read : direction::write,
-                           .bytes = readsByte ? std::span<std::uint8_t>{&byte, 1} : std::span<std::uint8_t>{}};
-    transferResult result = transfer({&question, 1}, pace);
-    if (result.end == outcome::notAcknowledged) {
-        // nothing but the address was asked
-        result.end = outcome::addressNotAcknowledged;
-    } else if (result.end == outcome::tooLong) {
-        // Some adapters refuse an address alone only when it is sent.
-        result.end = outcome::notSupported;
-    }
-    return result;
+    return askAddress(*this, address, method, m_node.functions, pace);
 }
 
 /// A kernel's bus has no clocks to send by hand. Opening the adapter anew forgets what was set on it, and its driver
@@ -330,24 +286,6 @@ outcome linuxBus::reset(std::uint8_t address)
     const outcome answer = probe(address, probeMethod::safe, {}).end;
     const bool alive = answer == outcome::addressNotAcknowledged || answer == outcome::notSupported;
     return alive ? outcome::done : answer;
-}
-
-transferLimits linuxBus::limits() const
-{
-    return can(I2C_FUNC_I2C)
-               ? transferLimits{.writeBytes = longestMessage, .readBytes = longestMessage, .segments = mostMessages}
-               : smbusLimits(m_node.functions);
-}
-
-std::vector<std::string> linuxBus::capabilities() const
-{
-    std::vector<std::string> names;
-    for (const functionRow& row : functionNames) {
-        if (can(row.mask)) {
-            names.emplace_back(row.name);
-        }
-    }
-    return names;
 }
 
 bool linuxBus::heldByDriver(std::uint8_t address)

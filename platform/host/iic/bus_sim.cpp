@@ -7,10 +7,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#include <linux/i2c.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/hex.h"
+#include "platform/host/iic/adapter.h"
 #include "sim/machine.h"
 
 namespace kest::host::iic
@@ -18,8 +20,18 @@ namespace kest::host::iic
 namespace
 {
 
-// It is as able as a good adapter of the kernel's, so that both kinds of bus see the same pieces.
-constexpr transferLimits simulatedLimits{.writeBytes = 8192, .readBytes = 8192, .segments = 42};
+/// What the kernel would say of such an adapter, so that both kinds of bus see the same pieces.
+unsigned long functionsOf(const sim::adapterKind& kind)
+{
+    constexpr unsigned long words =
+        I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE | I2C_FUNC_SMBUS_BYTE_DATA | I2C_FUNC_SMBUS_WORD_DATA;
+    constexpr unsigned long blocks = words | I2C_FUNC_SMBUS_I2C_BLOCK;
+    unsigned long functions = blocks | I2C_FUNC_I2C;
+    if (kind.smbus != sim::smbusCalls::none) {
+        functions = kind.smbus == sim::smbusCalls::words ? words : blocks;
+    }
+    return kind.noEmptyMessages ? functions & ~static_cast<unsigned long>(I2C_FUNC_SMBUS_QUICK) : functions;
+}
 
 struct endRow {
     sim::outcome simulated;
@@ -72,12 +84,16 @@ class simulatedBus final : public bus
 {
 public:
     simulatedBus(std::shared_ptr<sim::machine> machine, std::shared_ptr<sim::bus> wires, busIdentity identity)
-        : m_machine(std::move(machine)), m_wires(std::move(wires)), m_identity(std::move(identity))
+        : m_machine(std::move(machine)), m_wires(std::move(wires)), m_identity(std::move(identity)),
+          m_functions(functionsOf(m_wires->adapter()))
     {
     }
 
     transferResult transfer(std::span<const segment> segments, const transferPace& pace) override
     {
+        if (const outcome end = checkSegments(segments, m_functions); end != outcome::done) {
+            return {.end = end, .nowNs = nowNs()};
+        }
         std::vector<sim::segment> parts;
         for (const segment& part : segments) {
             parts.push_back({.address = part.address,
@@ -89,13 +105,20 @@ public:
         return fromSimulated(result);
     }
 
-    transferResult probe(std::uint8_t address, probeMethod /*method*/, const transferPace& pace) override
+    /// No simulated chip minds its address alone.
+    transferResult probe(std::uint8_t address, probeMethod method, const transferPace& pace) override
     {
-        return fromSimulated(m_wires->probe(address, pace.speedKhz));
+        return hasFunctions(m_functions, I2C_FUNC_SMBUS_QUICK) ? fromSimulated(m_wires->probe(address, pace.speedKhz))
+                                                               : askAddress(*this, address, method, m_functions, pace);
     }
 
     outcome reset(std::uint8_t /*address*/) override { return endOf(m_wires->reset()); }
-    [[nodiscard]] transferLimits limits() const override { return simulatedLimits; }
+    [[nodiscard]] transferLimits limits() const override
+    {
+        transferLimits takes = limitsOf(m_functions);
+        takes.repeatedStart = !m_wires->adapter().stopBetween;
+        return takes;
+    }
     [[nodiscard]] std::uint64_t clockHz(const transferPace& pace) const override
     {
         return std::uint64_t{1000} * sim::clockKhz(pace.speedKhz, m_wires->defaultSpeedKhz());
@@ -107,8 +130,11 @@ public:
     }
     [[nodiscard]] std::vector<std::string> capabilities() const override
     {
-        return {"I2C messages", "address alone", "tells address from data", "nine clocks and a STOP"};
+        std::vector<std::string> texts = functionTexts(m_functions);
+        texts.insert(texts.end(), {"tells address from data", "nine clocks and a STOP"});
+        return texts;
     }
+    [[nodiscard]] std::vector<std::string> lacks() const override { return sim::adapterLimits(m_wires->adapter()); }
     bool heldByDriver(std::uint8_t /*address*/) override { return false; }
     std::uint64_t nowNs() override { return m_wires->busTimeNs(); }
     void pause(std::uint64_t nanoseconds) override { m_wires->idle(nanoseconds); }
@@ -119,6 +145,7 @@ private:
     std::shared_ptr<sim::machine> m_machine;
     std::shared_ptr<sim::bus> m_wires;
     busIdentity m_identity;
+    unsigned long m_functions; ///< I2C_FUNC_...
 };
 
 /// @param[out] about  of the folder. @return 0, or why no machine can be opened there

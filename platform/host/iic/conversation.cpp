@@ -35,18 +35,26 @@ bool mayPass(outcome end)
 } // namespace
 
 conversation::conversation(bus& wires, const transferSettings& settings, transactionHistory& history)
-    : m_wires(wires), m_settings(settings), m_history(history), m_startedNs(wires.nowNs()), m_nowNs(m_startedNs)
+    : m_wires(wires), m_settings(settings), m_history(history), m_startedNs(wires.nowNs()), m_nowNs(m_startedNs),
+      m_askedNs(m_startedNs)
 {
 }
 
-std::uint64_t conversation::startWindowNs() const
+std::uint64_t conversation::windowNs(waiting what) const
 {
-    return std::min<std::uint64_t>(longestStartMs, m_settings.busyWaitMs) * nsPerMs;
+    return what == waiting::start
+               ? std::min<std::uint64_t>(longestStartMs, m_settings.busyWaitMs) * nsPerMs
+               : std::max<std::uint64_t>(shortestCycleMs, cyclesToWait * m_settings.writeCycleMs) * nsPerMs;
 }
 
-std::uint64_t conversation::cycleWindowNs() const
+/// Whether a target that gave no answer may still give one. Some adapters report a missing acknowledge as a time-out.
+/// That is a held bus as well, so it counts as silence only where the target has a reason to be silent.
+bool conversation::isNotYet(outcome end, waiting what)
 {
-    return std::max<std::uint64_t>(shortestCycleMs, cyclesToWait * m_settings.writeCycleMs) * nsPerMs;
+    if (end == outcome::timedOut && what == waiting::start) {
+        noteOtherWriter();
+    }
+    return isSilence(end) || (end == outcome::timedOut && (what == waiting::cycleEnd || m_busyWithAnother));
 }
 
 void conversation::restart()
@@ -102,8 +110,10 @@ transferResult conversation::send(std::span<const segment> segments)
 {
     transferResult result;
     withinBusyWait([&] {
+        m_askedNs = m_nowNs;
         result = attempt([&] { return m_wires.transfer(segments, m_settings.pace); });
         m_nowNs = result.nowNs;
+        m_lastedNs = m_nowNs - m_askedNs;
         m_history.note(m_nowNs, segments, result.end);
         return result.end;
     });
@@ -112,9 +122,10 @@ transferResult conversation::send(std::span<const segment> segments)
 
 outcome conversation::ask()
 {
-    const probeMethod method = throughHub(m_settings) ? probeMethod::addressOnly : probeMethod::safe;
+    const probeMethod method = throughHub(m_settings) ? probeMethod::addressOnly : probeMethod::target;
     const segment alone{.address = m_settings.target, .way = direction::write, .bytes = {}};
     return withinBusyWait([&] {
+        m_askedNs = m_nowNs;
         const transferResult result =
             attempt([&] { return m_wires.probe(m_settings.target, method, m_settings.pace); });
         m_nowNs = result.nowNs;
@@ -163,38 +174,41 @@ outcome conversation::silenceOr(outcome end) const
 }
 
 /// Asks a target that has refused a transaction, where the answer shows something; notSupported elsewhere. Some
-/// adapters report refused data like a refused address. A question of the address alone shows which it was. A plain
-/// read has no data to refuse, and a question that reads a byte would take that byte from it, so the read itself is
-/// sent again.
+/// adapters report refused data, or a transaction that takes too long, like a refused address. A question of the address
+/// alone shows which it was. A plain read has no data to refuse, and a question that reads a byte would take that byte
+/// from it, so the read itself is sent again.
 outcome conversation::askAfter(outcome refusal, direction way)
 {
-    return way == direction::write && refusal == outcome::notAcknowledged ? ask() : outcome::notSupported;
+    const bool isClear = refusal == outcome::addressNotAcknowledged;
+    return way == direction::write && !isClear ? ask() : outcome::notSupported;
 }
 
-transferResult conversation::sendWhenReady(std::span<const segment> segments, std::uint64_t windowNs)
+transferResult conversation::sendWhenReady(std::span<const segment> segments, waiting what)
 {
-    answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs};
+    answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs(what)};
     // transactions that were refused although the target acknowledges its address
     unsigned int refused = 1;
+    m_addressAnswers = false;
     transferResult result = send(segments);
     if (isSilence(result.end)) {
         noteOtherWriter();
     }
-    while (isSilence(result.end) && result.segment == 0) {
+    while (isNotYet(result.end, what) && result.segment == 0) {
         const outcome answer = askAfter(result.end, segments.front().way);
-        if (answer == outcome::done && ++refused > doubtfulSends) {
-            result.end = outcome::dataNotAcknowledged;
+        m_addressAnswers = answer == outcome::done;
+        if (m_addressAnswers && ++refused > doubtfulSends) {
+            result.end = isSilence(result.end) ? outcome::dataNotAcknowledged : result.end;
             return result;
         }
         if (expired()) {
             break;
         }
-        if (answer == outcome::done) {
+        if (m_addressAnswers) {
             // also when the window has passed meanwhile
             result = send(segments);
             continue;
         }
-        if (answer != outcome::notSupported && !isSilence(answer)) {
+        if (answer != outcome::notSupported && !isNotYet(answer, what)) {
             result.end = answer;
             return result;
         }
@@ -210,14 +224,14 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, st
     return result;
 }
 
-outcome conversation::askUntilAnswered(std::uint64_t windowNs)
+outcome conversation::askUntilAnswered(waiting what)
 {
-    answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs};
+    answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs(what)};
     outcome end = ask();
     if (isSilence(end)) {
         noteOtherWriter();
     }
-    while (isSilence(end) && !expired() && (!isOver(window) || opensAgain(window))) {
+    while (isNotYet(end, what) && !expired() && (!isOver(window) || opensAgain(window))) {
         pauseWithin(window);
         end = ask();
     }
@@ -226,14 +240,14 @@ outcome conversation::askUntilAnswered(std::uint64_t windowNs)
 
 outcome conversation::awaitCycleEnd()
 {
-    const std::uint64_t windowNs = cycleWindowNs();
-    const outcome end = askUntilAnswered(windowNs);
+    const outcome end = askUntilAnswered(waiting::cycleEnd);
     if (end != outcome::notSupported) {
         return end;
     }
+    const std::uint64_t cycleNs = windowNs(waiting::cycleEnd);
     const std::uint64_t leftNs = timeLeftNs();
-    pause(std::min(windowNs, leftNs));
-    return leftNs < windowNs ? outcome::timedOut : outcome::done;
+    pause(std::min(cycleNs, leftNs));
+    return leftNs < cycleNs ? outcome::timedOut : outcome::done;
 }
 
 } // namespace kest::host::iic

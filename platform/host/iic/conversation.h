@@ -12,23 +12,29 @@
 namespace kest::host::iic
 {
 
+/// What a silent target may be doing.
+enum class waiting : std::uint8_t {
+    start, ///< another's write cycle, at the start of a transfer
+    cycleEnd, ///< the write cycle of a page that this transfer sent
+};
+
 /// One transfer: its clock, its target, and the questions that a busy target is asked.
 class conversation
 {
 public:
     conversation(bus& wires, const transferSettings& settings, transactionHistory& history);
 
-    /// Sends a transaction. While its target does not acknowledge it is asked again, for `windowNs`.
-    transferResult sendWhenReady(std::span<const segment> segments, std::uint64_t windowNs);
-    /// Asks the target alone until it acknowledges, for `windowNs`. A bus may have no such question: notSupported.
-    outcome askUntilAnswered(std::uint64_t windowNs);
+    /// Sends a transaction. While its target does not acknowledge it is asked again.
+    transferResult sendWhenReady(std::span<const segment> segments, waiting what);
+    /// Asks the target alone until it acknowledges. A bus may have no such question: notSupported.
+    outcome askUntilAnswered(waiting what);
     /// Waits for the end of a page's write cycle: all the time that it may take where the target can't be asked.
     outcome awaitCycleEnd();
 
-    /// How long a target may be silent at the start of a transfer.
-    [[nodiscard]] std::uint64_t startWindowNs() const;
-    /// How long a target may be silent after a page was written.
-    [[nodiscard]] std::uint64_t cycleWindowNs() const;
+    /// How long the latest transaction lasted, ns; questions do not count.
+    [[nodiscard]] std::uint64_t lastedNs() const { return m_lastedNs; }
+    /// Whether the target acknowledged its address while the latest transaction that sendWhenReady() sent failed.
+    [[nodiscard]] bool addressAnswers() const { return m_addressAnswers; }
     /// Whether the transfer's time-out has passed.
     [[nodiscard]] bool expired() const { return timeLeftNs() == 0; }
     /// Begins the transfer's time anew: until now another used the time.
@@ -51,9 +57,13 @@ private:
     transferResult send(std::span<const segment> segments);
     outcome ask();
     outcome askAfter(outcome refusal, direction way);
+    /// How long a target may be silent.
+    [[nodiscard]] std::uint64_t windowNs(waiting what) const;
+    [[nodiscard]] bool isNotYet(outcome end, waiting what);
+    /// Whether the latest question was the last one in a window. One that began within it may have lasted longer.
     [[nodiscard]] bool isOver(const answerWindow& window) const
     {
-        return m_nowNs - window.startedNs >= window.lengthNs;
+        return m_askedNs - window.startedNs >= window.lengthNs;
     }
     bool opensAgain(answerWindow& window);
     void pauseWithin(const answerWindow& window);
@@ -67,6 +77,9 @@ private:
     transactionHistory& m_history;
     std::uint64_t m_startedNs;
     std::uint64_t m_nowNs; ///< as of the last transaction or pause
+    std::uint64_t m_askedNs; ///< when the latest transaction or question began
+    std::uint64_t m_lastedNs = 0;
+    bool m_addressAnswers = false;
     bool m_busyWithAnother = false; ///< another handle was writing pages to the target when last looked
 };
 

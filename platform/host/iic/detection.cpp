@@ -26,7 +26,7 @@ constexpr std::array states{
 mern_detect_state detectDevice(bus& wires, const transferSettings& settings, transactionHistory& history)
 {
     conversation talk(wires, settings, history);
-    const outcome end = talk.askUntilAnswered(talk.startWindowNs());
+    const outcome end = talk.askUntilAnswered(waiting::start);
     const auto* const row = std::ranges::find(states, end, &stateRow::end);
     return row == states.end() ? MERN_DETECT_UNCERTAIN : row->state;
 }

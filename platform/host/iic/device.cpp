@@ -227,7 +227,11 @@ callResult device::finishTransfer(const transferReport& report, direction way, u
     if (report.error == 0) {
         m_position = positionAfter(settings(), way, size);
     }
-    return {.value = static_cast<int>(report.moved), .error = report.error, .length = size, .silence = report.silence};
+    return {.value = static_cast<int>(report.moved),
+            .error = report.error,
+            .length = size,
+            .silence = report.silence,
+            .lacks = report.lacks};
 }
 
 callResult device::read(std::uint8_t* buffer, unsigned int size)
@@ -309,7 +313,8 @@ void device::keepFailure(const char* operation, const callResult& result)
                       .moved = static_cast<std::uint32_t>(std::max(result.value, 0)),
                       .error = result.error,
                       .offsetLength = m_block.offsetLength,
-                      .silence = result.silence},
+                      .silence = result.silence,
+                      .lacks = result.lacks},
                      m_history);
 }
 

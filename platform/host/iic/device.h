@@ -23,6 +23,7 @@ struct callResult {
     int error = 0; ///< errno; 0 when it did not fail
     std::uint32_t length = 0; ///< bytes asked for, of a transfer
     const char* silence = silenceNone;
+    const char* lacks = lacksNothing;
 };
 
 /// Not for use by two threads at once: a thread that works with it holds `mutex`.

@@ -127,6 +127,9 @@ std::string recordHead(bus& where, const failureReport& report)
     if (*report.silence != '\0') {
         text += fmt::format(R"("silence":"{}",)", report.silence);
     }
+    if (*report.lacks != '\0') {
+        text += fmt::format(R"("lacks":"{}",)", report.lacks);
+    }
     return text;
 }
 

@@ -48,6 +48,7 @@ struct failureReport {
     int error = 0;
     std::uint16_t offsetLength = 0;
     const char* silence = ""; ///< "busy" or "absent" when the device did not acknowledge, else empty
+    const char* lacks = ""; ///< what the adapter lacks for the transfer, when it refused it, else empty
 };
 
 /// Name of an errno that the layer returns, "E?" for another.

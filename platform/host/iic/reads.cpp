@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "base/clock.h"
 #include "platform/host/iic/conversation.h"
 
 namespace kest::host::iic
@@ -12,30 +13,8 @@ namespace kest::host::iic
 namespace
 {
 
-constexpr std::uint64_t msPerSecond = 1000;
 // Controllers' drivers give up a transfer after a time of their own, often 1 s, and the bus is held meanwhile.
-constexpr std::uint64_t longestTransactionMs = 250;
-constexpr std::uint64_t bitsOfStart = 1;
-// it takes a set-up time more, up to half a bit
-constexpr std::uint64_t bitsOfRepeatedStart = 2;
-constexpr std::uint64_t bitsOfStop = 1;
-// with its acknowledge
-constexpr std::uint64_t bitsOfByte = 9;
-
-/// Data bytes that a read transaction may bring within its wire time, with messages of `messageBytes`.
-std::size_t bytesInTime(std::uint64_t clockHz, const transferSettings& settings, std::size_t messageBytes)
-{
-    const std::uint64_t mostBits = clockHz * longestTransactionMs / msPerSecond;
-    const std::uint64_t offsetBits = bitsOfStart + bitsOfByte * (1U + settings.offsetLength) + bitsOfStop;
-    // of each read message: repeated START and address
-    const std::uint64_t headBits = bitsOfRepeatedStart + bitsOfByte;
-    const std::uint64_t messageBits = headBits + bitsOfByte * messageBytes;
-    const std::uint64_t dataBits = mostBits - std::min(mostBits, offsetBits);
-    const std::uint64_t lastBits = dataBits % messageBits;
-    const std::uint64_t bytes =
-        dataBits / messageBits * messageBytes + (lastBits - std::min(lastBits, headBits)) / bitsOfByte;
-    return std::max<std::size_t>(static_cast<std::size_t>(bytes), leastBytes(settings, direction::read));
-}
+constexpr std::uint64_t longestWireNs = 250 * nsPerMs;
 
 /// Bytes that a read transaction delivered into its read segments.
 std::size_t bytesRead(std::span<const segment> segments, const transferResult& result)
@@ -66,6 +45,7 @@ private:
     int readPiece();
     int readHubPiece();
     int readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, std::size_t& received);
+    bool canBeLess(outcome end);
     void gather(std::span<std::uint8_t> wanted, offsetBytes& offset);
 
     conversation m_talk;
@@ -78,6 +58,7 @@ private:
     std::vector<segment> m_segments; ///< of one transaction
     std::vector<std::uint8_t> m_piece; ///< what comes through a hub at once, with its status
     std::size_t m_moved = 0;
+    const char* m_lacks = lacksNothing; ///< when the adapter refused
 };
 
 reading::reading(bus& wires, const transferSettings& settings, std::span<std::uint8_t> data,
@@ -91,8 +72,9 @@ reading::reading(bus& wires, const transferSettings& settings, std::span<std::ui
 
 transferReport reading::run()
 {
-    if (const int error = checkTransfer(m_settings, m_limits, direction::read, m_data.size())) {
-        return {.error = error};
+    if (const transferReport refused = checkTransfer(m_settings, m_limits, direction::read, m_data.size());
+        refused.error != 0) {
+        return refused;
     }
     while (m_moved < m_data.size()) {
         if (m_moved != 0 && m_talk.expired()) {
@@ -100,7 +82,10 @@ transferReport reading::run()
         }
         const int error = throughHub(m_settings) ? readHubPiece() : readPiece();
         if (error != 0) {
-            return {.moved = m_moved, .error = error, .silence = error == ENXIO ? silenceAbsent : silenceNone};
+            return {.moved = m_moved,
+                    .error = error,
+                    .silence = error == ENXIO ? silenceAbsent : silenceNone,
+                    .lacks = m_lacks};
         }
     }
     return {.moved = m_moved};
@@ -117,7 +102,8 @@ void reading::gather(std::span<std::uint8_t> wanted, offsetBytes& offset)
     }
     const std::size_t most = std::max(m_takes.readBytes, leastBytes(m_settings, direction::read));
     const std::size_t segments = throughHub(m_settings) ? 2 : m_takes.segments;
-    std::size_t left = std::min(wanted.size(), bytesInTime(m_clockHz, m_settings, most));
+    const std::uint64_t wireNs = m_takes.wireNs == 0 ? longestWireNs : std::min(m_takes.wireNs, longestWireNs);
+    std::size_t left = std::min(wanted.size(), bytesInTime(wireNs, m_clockHz, m_settings, direction::read, most));
     m_segments.push_back({.address = m_settings.target, .way = direction::write, .bytes = offset.span()});
     while (left != 0 && m_segments.size() < segments) {
         const std::size_t length = std::min(left, most);
@@ -125,6 +111,15 @@ void reading::gather(std::span<std::uint8_t> wanted, offsetBytes& offset)
         wanted = wanted.subspan(length);
         left -= length;
     }
+}
+
+/// Whether a transaction that failed can be made with less, and may be.
+bool reading::canBeLess(outcome end)
+{
+    if (end == outcome::timedOut) {
+        return !m_talk.expired() && takeShorter(m_takes, m_settings, m_segments, m_talk.lastedNs(), m_clockHz);
+    }
+    return end == outcome::tooLong && takeLess(m_takes, m_settings, m_segments);
 }
 
 /// Reads what one transaction brings of `wanted`; in smaller pieces where the adapter takes less than it was thought
@@ -136,11 +131,12 @@ int reading::readOnce(std::span<std::uint8_t> wanted, std::uint32_t position, st
     transferResult result{.end = outcome::tooLong};
     do {
         gather(wanted, offset);
-        result = m_talk.sendWhenReady(m_segments, m_talk.startWindowNs());
-    } while (result.end == outcome::tooLong && takeLess(m_takes, m_settings, m_segments));
+        result = m_talk.sendWhenReady(m_segments, waiting::start);
+    } while (canBeLess(result.end));
     if (result.end == outcome::done) {
         m_learnt = m_takes;
     }
+    m_lacks = lackOf(result.end);
     received = bytesRead(m_segments, result);
     return m_talk.errorOf(result.end, wanted.size());
 }

@@ -83,6 +83,12 @@ std::string lockFolderTrouble(const std::string& path, NodeType node)
     return openBusAt(path, node, wires) == 0 ? sharedFolderTrouble(wires->identity()) : "";
 }
 
+std::vector<std::string> adapterLimits(const std::string& path, NodeType node)
+{
+    std::shared_ptr<bus> wires;
+    return openBusAt(path, node, wires) == 0 ? wires->lacks() : std::vector<std::string>{};
+}
+
 namespace
 {
 

@@ -64,6 +64,9 @@ private:
 /// there is no such bus.
 std::string lockFolderTrouble(const std::string& path, NodeType node);
 
+/// What the adapter of a bus lacks, one short text each; empty when nothing is known, or there is no such bus.
+std::vector<std::string> adapterLimits(const std::string& path, NodeType node);
+
 /// Paths of the buses of a node: those of the simulated machine, and the `/dev/i2c-N` that exist. Sorted.
 std::vector<std::string> listBuses(NodeType node);
 

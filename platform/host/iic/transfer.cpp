@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <limits>
 
+#include "base/clock.h"
+
 namespace kest::host::iic
 {
 namespace
@@ -11,6 +13,18 @@ namespace
 
 // by far more than the pages of the largest chip take
 constexpr std::uint32_t longestForeignWriteMs = 10'000;
+constexpr std::uint64_t bitsOfStart = 1;
+// it takes a set-up time more, up to half a bit
+constexpr std::uint64_t bitsOfRepeatedStart = 2;
+constexpr std::uint64_t bitsOfStop = 1;
+// with its acknowledge
+constexpr std::uint64_t bitsOfByte = 9;
+// of a message behind another one: repeated START and address
+constexpr std::uint64_t headBits = bitsOfRepeatedStart + bitsOfByte;
+constexpr std::uint64_t nsPerUs = 1000;
+constexpr std::uint64_t usPerSecond = 1'000'000;
+// What a hub makes of a transaction's wire time at most: behind a bus of 1 MHz it holds SCL for 2.5 bits in each.
+constexpr std::uint64_t stretching = 4;
 
 /// The part of a position that counts up.
 std::uint32_t countingMask(const transferSettings& settings)
@@ -83,20 +97,68 @@ bool takeLess(transferLimits& takes, const transferSettings& settings, std::span
     return true;
 }
 
-int checkTransfer(const transferSettings& settings, const transferLimits& limits, direction way, std::size_t length)
+std::uint64_t wireNsOf(std::span<const segment> segments, std::uint64_t clockHz)
+{
+    std::uint64_t bits = bitsOfStop;
+    for (const segment& part : segments) {
+        bits += headBits + bitsOfByte * part.bytes.size();
+    }
+    return bits * nsPerSecond / std::max<std::uint64_t>(clockHz, 1);
+}
+
+std::size_t bytesInTime(std::uint64_t wireNs, std::uint64_t clockHz, const transferSettings& settings, direction way,
+                        std::size_t messageBytes)
+{
+    const std::uint64_t mostBits = clockHz * (wireNs / nsPerUs) / usPerSecond;
+    const std::uint64_t offsetBits = bitsOfStart + bitsOfByte * (1U + settings.offsetLength) + bitsOfStop;
+    const std::uint64_t dataBits = mostBits - std::min(mostBits, offsetBits);
+    if (way == direction::write) {
+        return std::max<std::size_t>(static_cast<std::size_t>(dataBits / bitsOfByte), 1);
+    }
+    const std::uint64_t messageBits = headBits + bitsOfByte * messageBytes;
+    const std::uint64_t lastBits = dataBits % messageBits;
+    const std::uint64_t bytes =
+        dataBits / messageBits * messageBytes + (lastBits - std::min(lastBits, headBits)) / bitsOfByte;
+    return std::max<std::size_t>(static_cast<std::size_t>(bytes), leastBytes(settings, direction::read));
+}
+
+bool takeShorter(transferLimits& takes, const transferSettings& settings, std::span<const segment> givenUp,
+                 std::uint64_t lastedNs, std::uint64_t clockHz)
+{
+    const segment& last = givenUp.back();
+    const bool isLeast = givenUp.size() <= 2 && last.bytes.size() <= leastBytes(settings, last.way);
+    if (isLeast || lastedNs >= stretching * wireNsOf(givenUp, clockHz)) {
+        return false;
+    }
+    takes.wireNs = std::max<std::uint64_t>(lastedNs / stretching, 1);
+    return true;
+}
+
+const char* lackOf(outcome end)
+{
+    return end == outcome::notSupported ? lacksCall : end == outcome::tooLong ? lacksLength : lacksNothing;
+}
+
+transferReport checkTransfer(const transferSettings& settings, const transferLimits& limits, direction way,
+                             std::size_t length)
 {
     const bool reads = way == direction::read;
     if (settings.offsetLength == 0) {
-        return length > (reads ? limits.readBytes : limits.writeBytes) ? EINVAL : 0;
+        const bool fits = length <= (reads ? limits.readBytes : limits.writeBytes);
+        return {.error = fits ? 0 : EINVAL, .lacks = fits ? lacksNothing : lacksLength};
     }
     if (!positionFits(settings)) {
-        return EINVAL;
+        return {.error = EINVAL};
     }
     const std::uint32_t start = settings.position & countingMask(settings);
     if (!reads && length > std::size_t{countingMask(settings)} + 1 - start) {
-        return EINVAL;
+        return {.error = EINVAL};
     }
-    return limits.writeBytes < settings.offsetLength + (reads ? 0U : 1U) ? ENOSYS : 0;
+    if (reads && throughHub(settings) && !limits.repeatedStart) {
+        return {.error = ENOSYS, .lacks = lacksRepeatedStart};
+    }
+    const bool fits = limits.writeBytes >= settings.offsetLength + (reads ? 0U : 1U);
+    return {.error = fits ? 0 : ENOSYS, .lacks = fits ? lacksNothing : lacksLength};
 }
 
 } // namespace kest::host::iic

@@ -33,10 +33,17 @@ constexpr const char* silenceNone = "";
 constexpr const char* silenceBusy = "busy";
 constexpr const char* silenceAbsent = "absent";
 
+/// What an adapter lacks for a transfer, for first-failure data.
+constexpr const char* lacksNothing = "";
+constexpr const char* lacksRepeatedStart = "a repeated START, which a read through a hub needs";
+constexpr const char* lacksCall = "a call that moves such bytes";
+constexpr const char* lacksLength = "messages and transactions as long as this transfer needs";
+
 struct transferReport {
     std::size_t moved = 0;
     int error = 0; ///< errno; 0 when all was moved
     const char* silence = silenceNone;
+    const char* lacks = lacksNothing;
 };
 
 /// How long a transfer waits while another handle writes pages, ms.
@@ -69,7 +76,26 @@ std::size_t leastBytes(const transferSettings& settings, direction way);
 /// @return false when there is nothing left to cut
 bool takeLess(transferLimits& takes, const transferSettings& settings, std::span<const segment> refused);
 
-/// Whether a transfer can be made as asked, before anything is sent. @return 0, EINVAL or ENOSYS
-int checkTransfer(const transferSettings& settings, const transferLimits& limits, direction way, std::size_t length);
+/// Wire time of a transaction without clock stretching, ns.
+std::uint64_t wireNsOf(std::span<const segment> segments, std::uint64_t clockHz);
+
+/// Data bytes that a transaction may have within a wire time, at least one: of a read with messages of `messageBytes`,
+/// or of a write.
+std::size_t bytesInTime(std::uint64_t wireNs, std::uint64_t clockHz, const transferSettings& settings, direction way,
+                        std::size_t messageBytes);
+
+/// Cuts down what is sent at once, after the adapter gave a transaction up: when it waited too short a time for this
+/// one, with the clock stretching of a hub.
+/// @param lastedNs  until the adapter gave it up
+/// @return false when a shorter one would not end either, or there is none
+bool takeShorter(transferLimits& takes, const transferSettings& settings, std::span<const segment> givenUp,
+                 std::uint64_t lastedNs, std::uint64_t clockHz);
+
+/// What an adapter lacked for a transaction that ended so.
+const char* lackOf(outcome end);
+
+/// Whether a transfer can be made as asked, before anything is sent. @return its `error` is 0, EINVAL or ENOSYS
+transferReport checkTransfer(const transferSettings& settings, const transferLimits& limits, direction way,
+                             std::size_t length);
 
 } // namespace kest::host::iic

@@ -54,6 +54,7 @@ public:
 private:
     [[nodiscard]] std::size_t lengthOfPage() const;
     void makePage(std::size_t length);
+    bool canBeLess(outcome end, const segment& page, waiting waited);
     transferReport sendPages();
 
     conversation m_talk;
@@ -63,13 +64,14 @@ private:
     transferLimits m_takes; ///< what is tried
     transferLimits m_limits; ///< of the kind of adapter
     std::vector<std::uint8_t> m_page; ///< the message under way: an offset and data
+    std::uint64_t m_clockHz;
     std::size_t m_sent = 0; ///< bytes acknowledged
 };
 
 writing::writing(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
                  transactionHistory& history, transferLimits& learnt)
     : m_talk(wires, settings, history), m_settings(settings), m_data(data), m_learnt(learnt), m_takes(learnt),
-      m_limits(wires.limits())
+      m_limits(wires.limits()), m_clockHz(wires.clockHz(settings.pace))
 {
     m_page.reserve(std::min(m_limits.writeBytes, settings.offsetLength + data.size()));
 }
@@ -83,7 +85,10 @@ std::size_t writing::lengthOfPage() const
     }
     const std::size_t takes = std::max(m_takes.writeBytes, leastBytes(m_settings, direction::write));
     const std::size_t most = throughHub(m_settings) ? std::min(takes, hubBytes) : takes;
-    const std::size_t length = std::min(left, most - m_settings.offsetLength);
+    std::size_t length = std::min(left, most - m_settings.offsetLength);
+    if (m_takes.wireNs != 0) {
+        length = std::min(length, bytesInTime(m_takes.wireNs, m_clockHz, m_settings, direction::write, 0));
+    }
     if (m_settings.pageSize == 0) {
         return length;
     }
@@ -100,28 +105,46 @@ void writing::makePage(std::size_t length)
     m_page.insert(m_page.end(), data.begin(), data.end());
 }
 
+/// Whether a page that was not sent as a whole can be sent in smaller parts, and may be. The same bytes go to the same
+/// places, however many of them a part that the adapter gave up has left there.
+/// @param waited  for what. A time-out may be the target's silence then, unless it acknowledges its address
+bool writing::canBeLess(outcome end, const segment& page, waiting waited)
+{
+    if (end == outcome::timedOut) {
+        return !m_talk.expired() && (waited == waiting::start || m_talk.addressAnswers()) &&
+               takeShorter(m_takes, m_settings, {&page, 1}, m_talk.lastedNs(), m_clockHz);
+    }
+    return end == outcome::tooLong && takeLess(m_takes, m_settings, {&page, 1});
+}
+
 /// A page is certain when its target has taken the next one in: its write cycle is over then.
 transferReport writing::sendPages()
 {
     std::size_t certain = 0;
+    waiting what = waiting::start;
     while (m_sent < m_data.size()) {
         const std::size_t length = lengthOfPage();
         makePage(length);
         const segment page{.address = m_settings.target, .way = direction::write, .bytes = m_page};
-        const std::uint64_t windowNs = m_sent == 0 ? m_talk.startWindowNs() : m_talk.cycleWindowNs();
-        const outcome end = m_talk.sendWhenReady({&page, 1}, windowNs).end;
-        if (end == outcome::tooLong && takeLess(m_takes, m_settings, {&page, 1})) {
+        const outcome end = m_talk.sendWhenReady({&page, 1}, what).end;
+        if (canBeLess(end, page, what)) {
+            // the target may be writing what it took of a page that was given up
+            what = end == outcome::timedOut ? waiting::cycleEnd : what;
             continue;
         }
-        if (isSilence(end) && m_sent != 0) {
+        if ((isSilence(end) || end == outcome::timedOut) && m_sent != 0) {
             // The page before is being written. It counts unless it has had all its time and is still not done.
             return {.moved = m_talk.expired() ? m_sent : certain, .error = ETIME, .silence = silenceBusy};
         }
         if (end != outcome::done) {
             const int error = m_talk.errorOf(end, length);
-            return {.moved = m_sent, .error = error, .silence = error == ENXIO ? silenceAbsent : silenceNone};
+            return {.moved = m_sent,
+                    .error = error,
+                    .silence = error == ENXIO ? silenceAbsent : silenceNone,
+                    .lacks = lackOf(end)};
         }
         m_learnt = m_takes;
+        what = waiting::cycleEnd;
         certain = m_sent;
         m_sent += length;
         if (m_sent < m_data.size() && m_talk.expired()) {
@@ -133,8 +156,9 @@ transferReport writing::sendPages()
 
 transferReport writing::run()
 {
-    if (const int error = checkTransfer(m_settings, m_limits, direction::write, m_data.size())) {
-        return {.error = error};
+    if (const transferReport refused = checkTransfer(m_settings, m_limits, direction::write, m_data.size());
+        refused.error != 0) {
+        return refused;
     }
     const pageClaim claim(m_settings);
     if (!claim.had()) {
@@ -147,11 +171,11 @@ transferReport writing::run()
     }
     const bool hasCycle = m_settings.offsetLength != 0 || m_settings.writeCycleMs != 0;
     const outcome end = hasCycle ? m_talk.awaitCycleEnd() : outcome::done;
-    if (isSilence(end)) {
+    if (isSilence(end) || end == outcome::timedOut) {
         return {.moved = sent.moved, .error = ETIME, .silence = silenceBusy};
     }
     if (end != outcome::done) {
-        return {.moved = sent.moved, .error = errnoOf(end)};
+        return {.moved = sent.moved, .error = errnoOf(end), .lacks = lackOf(end)};
     }
     return {.moved = m_data.size()};
 }

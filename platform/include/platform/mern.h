@@ -32,7 +32,7 @@
 ///          refused. It is refused when everybody may replace files in it, or when its owner is not root, the caller
 ///          or, for a simulated bus, the owner of the machine folder
 /// ENOMEM   no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
-/// ENOSYS   the adapter or the chain cannot do it
+/// ENOSYS   the adapter or the chain cannot do it, and nothing was sent; first-failure data say what the adapter lacks
 /// EDEADLK  this handle already holds that lock; nothing else gives EDEADLK
 ///
 /// On the wire. S is a START, R a repeated START, P a STOP, a an acknowledge, n its absence; d0, d1, ... are data. The
@@ -57,29 +57,37 @@
 /// Reads. With n > 0 the n low bytes of the position go out, most significant first, and the data come after a repeated
 /// START. A read that is too long for one message or one transaction is split. With n = 1 or 2 further messages of the
 /// same transaction go without the offset; a further transaction begins with an offset of its own, the position modulo
-/// 256 or 65536. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and its first byte is
-/// the hub's status. The caller gets the first piece's status; a later one must be 0 and is dropped. For n = 3 only the
-/// low 8 bits of the position count up, for n = 4 the low 16. A read past the offset range continues wherever the chip
-/// does. With n = 0 a read that does not fit into one message is EINVAL with nothing sent. When an adapter refuses a
-/// message as too long, the layer halves it, down to one byte of data; if that is refused, too, it is ENOSYS.
+/// 256 or 65536. n = 3 or 4 goes through a hub: each piece is a transaction with its full offset, and its first byte
+/// is the hub's status. The caller gets the first piece's status; a later one must be 0 and is dropped. For n = 3 only
+/// the low 8 bits of the position count up, for n = 4 the low 16. A read past the offset range continues wherever the
+/// chip does. With n = 0 a read that does not fit into one message is EINVAL with nothing sent. When an adapter
+/// refuses a message as too long, the layer halves it, down to one byte of data; if that is refused, too, it is
+/// ENOSYS. An adapter that is known to send a STOP in place of a repeated START still reads with n = 1 or 2, as long
+/// as no other controller uses the device between the two. With n = 3 or 4 it is ENOSYS, because a hub would take the
+/// offset for a write of its own. A kernel bus does not tell.
 ///
 /// Length of a transaction. Drivers of real controllers limit the time of a whole transaction, often to 1 s, and the
 /// bus is held meanwhile. So a transaction of a read with n > 0 takes at most 250 ms of wire time, but brings at least
 /// one byte. Wire time is 1 bit for a START, a repeated START or a STOP, and 9 for each byte of address, offset and
 /// data; clock stretching does not count. On a simulated bus the clock is the bus's speed. On a kernel bus it is the
 /// lower of the speed set (`WOBU_IIC_SPEED`, else the block's) and the clock that the device tree gives the adapter,
-/// 100 kHz when it gives none. With n = 2 that is 2773 bytes at 100 kHz and 11105 at 400 kHz. A message with n = 0, and
-/// one page of a write, are never split for it.
+/// 100 kHz when it gives none. With n = 2 that is 2773 bytes at 100 kHz and 11105 at 400 kHz. A message with n = 0,
+/// and one page of a write, are never split for it. When an adapter gives up a transaction with n > 0 before four
+/// times its wire time have passed, later transactions take a quarter of the time that it waited, and pages are sent
+/// in parts, too. The handle remembers that until a reset.
 ///
 /// Waiting. A silent target may be in a write cycle that another process began. So a target that does not acknowledge
 /// at the start of a transfer, or when its state is asked for, is asked again for 50 ms, or `busyWaitMs` when that is
 /// less; then it is ENXIO. After each page of a write, the last included, the target is asked until it acknowledges,
 /// for four of its write cycles but at least 50 ms; then it is ETIME. A write with n = 0 and write cycle 0 is not
-/// waited for. On a kernel bus a target at 0x60 to 0x6E or 0xA0 to 0xBE is asked by reading a byte from it, which moves
-/// its own pointer on; a plain read is itself repeated until it is acknowledged. A hub is asked by its address alone;
-/// an adapter that cannot send an address alone waits the whole time instead. Where arbitration is lost or the bus is
-/// busy, the transaction is repeated for `busyWaitMs`. The time-out of a transfer ends all of these. A target that
-/// acknowledges the last time it is asked is still served. On a simulated bus these times are bus time.
+/// waited for. On a kernel bus a target at 0x60 to 0x6E or 0xA0 to 0xBE is asked by reading a byte from it, which
+/// moves its own pointer on; a plain read is itself repeated until it is acknowledged. Where the adapter cannot send
+/// an address alone, a target that no hub can have (0x80 to 0x8E) is asked by reading two bytes, and cannot be asked
+/// by SMBus calls. A hub is asked by its address alone; where that is impossible the layer waits the whole time
+/// instead. Some adapters report a time-out where nobody acknowledges: that is silence while a write cycle or another
+/// writer is waited for, and ETIME at a start. Where arbitration is lost or the bus is busy, the transaction is
+/// repeated for `busyWaitMs`. The time-out of a transfer ends all of these. A target that acknowledges the last time
+/// it is asked is still served. On a simulated bus these times are bus time.
 ///
 /// Two writers of one chip. A write with n > 0 and a page size locks out other such writes to its target, also those of
 /// other processes; through a hub the target is the hub. It waits for them as long as the transfer's time-out, 10 s
