@@ -62,6 +62,17 @@ std::string linuxBusHint(const busName& bus)
 
 } // namespace
 
+std::string adapterText(const busName& bus)
+{
+    const std::vector<std::string> limits =
+        bus.path.empty() ? std::vector<std::string>{} : host::iic::adapterLimits(bus.path, nodeNumber(bus.node));
+    std::string text;
+    for (const std::string& limit : limits) {
+        text += (text.empty() ? "adapter: " : "; ") + limit;
+    }
+    return text;
+}
+
 void nameBus(std::string& advice, const busName& bus)
 {
     constexpr std::string_view placeholder = " BUS'";
@@ -93,6 +104,9 @@ errnoAdvice adviceFor(int error, const busName& bus)
         advice = {advice.code, "the bus is gone",
                   bus.path.starts_with("sim:") ? "'kestctl sim fault list' shows whether a fault holds it"
                                                : "'kestctl topology' shows the buses"};
+    }
+    if (const std::string limits = error == ENOSYS || error == ETIME ? adapterText(bus) : ""; !limits.empty()) {
+        advice.what += " (" + limits + ")";
     }
     nameBus(advice.tryThis, bus);
     return advice;

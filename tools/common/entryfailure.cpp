@@ -6,6 +6,7 @@
 
 #include "base/component.h"
 #include "kest/reasons.h"
+#include "platform/host/errorlog/deviceof.h"
 #include "platform/host/errorlog/entry.h"
 #include "platform/mern.h"
 #include "tools/common/advice.h"
@@ -101,6 +102,18 @@ void describeErrno(int error, const device& which, failure& why)
     why.tryThis = advice.tryThis;
 }
 
+/// Describes what the adapter lacked for the transfer, when the entry has it.
+void describeLack(const host::loggedEntry& entry, const device& which, failure& why)
+{
+    const std::string lack = host::lackOf(entry);
+    if (lack.empty()) {
+        return;
+    }
+    const std::string limits = adapterText({which.bus, which.node});
+    why.what = "the adapter lacks " + lack + (limits.empty() ? "" : " (" + limits + ")");
+    why.tryThis = {};
+}
+
 /// Describes a detect state that is neither present nor absent. When the state shows no cause, asks the device once
 /// more, since the entry has no more details.
 void describeDetectState(const host::loggedEntry& entry, const device& which, failure& why)
@@ -151,6 +164,7 @@ void describeEntry(const host::loggedEntry& entry, const device& which, failure&
     };
     if (error != 0) {
         describeErrno(error, which, why);
+        describeLack(entry, which, why);
     } else if (isVerdict || std::ranges::none_of(entry.srcs, isTold)) {
         describeReturnCode(entry.returnCode, why);
     }

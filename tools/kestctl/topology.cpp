@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/core.h>
 
+#include "tools/common/advice.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
@@ -72,6 +73,10 @@ public:
         branch result{.label = escaped(busText(which)),
                       .row = {{"path", which.path}, {"node", which.node}},
                       .branches = devices(which, {})};
+        if (const std::string limits = adapterText(which); !limits.empty()) {
+            result.label += "  (" + limits + ")";
+            result.row.add("adapter", limits);
+        }
         return result;
     }
 
