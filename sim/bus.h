@@ -32,7 +32,7 @@ enum class outcome : std::uint8_t {
     sdaHeld,
     shortTransfer, ///< STOP came before the last byte
     gone, ///< the adapter is gone
-    timedOut, ///< the adapter gave it up, or hides so that nobody acknowledged
+    timedOut, ///< the adapter gave it up; some report so where nobody acknowledges
     refused, ///< the adapter does not take it; nothing was sent
 };
 

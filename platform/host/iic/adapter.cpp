@@ -81,7 +81,7 @@ outcome checkSegments(std::span<const segment> segments, unsigned long functions
 }
 
 /// A target that somebody named, where the adapter has no address alone, is asked by a read of two bytes: of the
-/// devices that can be there none minds, and a sensor may hold SDA after one.
+/// devices that can be there none minds, and a sensor may hold SDA after one. SMBus knows no such read.
 transferResult askAddress(bus& wires, std::uint8_t address, probeMethod method, unsigned long functions,
                           const transferPace& pace)
 {
@@ -89,8 +89,9 @@ transferResult askAddress(bus& wires, std::uint8_t address, probeMethod method, 
     const std::span<std::uint8_t> into = bytes;
     const bool readsByte = method != probeMethod::addressOnly && mindsAddressAlone(address);
     transferResult result = ask(wires, address, into.first(readsByte ? 1 : 0), pace);
-    if (isRefusal(result.end) && method == probeMethod::target && !readsByte && !mayBeHub(address)) {
-        result = ask(wires, address, into.first(hasFunctions(functions, I2C_FUNC_I2C) ? 2 : 1), pace);
+    const bool mayRead = method == probeMethod::target && !readsByte && !mayBeHub(address);
+    if (isRefusal(result.end) && mayRead && hasFunctions(functions, I2C_FUNC_I2C)) {
+        result = ask(wires, address, into, pace);
     }
     if (result.end == outcome::notAcknowledged) {
         // nothing but the address was asked
