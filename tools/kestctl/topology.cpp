@@ -1,6 +1,7 @@
 #include "tools/kestctl/topology.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fmt/core.h>
 
 #include "tools/common/advice.h"
@@ -36,13 +37,20 @@ std::string trimmed(const std::string& text) { return text.substr(0, text.find_l
 
 bool sameBus(const busName& one, const busName& other) { return one.path == other.path && one.node == other.node; }
 
+/// The state of something without a device text. An adapter may be unable to ask it.
+const char* stateAt(const busName& bus, std::uint8_t address)
+{
+    const int error = errnoAt(bus, address);
+    return error == 0 ? "present" : error == ENXIO ? "absent" : "failed";
+}
+
 /// The state shown after a device with --probe.
 const char* answer(const inventoryItem& item, const std::string& text)
 {
     try {
         // no device text: a hub, or a chip of the machine on the bus itself
         if (text.empty()) {
-            return item.hubs.empty() ? (answersAt(item.bus, item.address) ? "present" : "absent") : "";
+            return item.hubs.empty() ? stateAt(item.bus, item.address) : "";
         }
         checkPresence(parseDeviceText(text));
         return "present";
