@@ -180,7 +180,9 @@ outcome conversation::silenceOr(outcome end) const
 outcome conversation::askAfter(outcome refusal, direction way)
 {
     const bool isClear = refusal == outcome::addressNotAcknowledged;
-    return way == direction::write && !isClear ? ask() : outcome::notSupported;
+    const outcome answer = way == direction::write && !isClear ? ask() : outcome::notSupported;
+    m_addressAnswers = answer == outcome::done;
+    return answer;
 }
 
 transferResult conversation::sendWhenReady(std::span<const segment> segments, waiting what)
@@ -195,7 +197,6 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, wa
     }
     while (isNotYet(result.end, what) && result.segment == 0) {
         const outcome answer = askAfter(result.end, segments.front().way);
-        m_addressAnswers = answer == outcome::done;
         if (m_addressAnswers && ++refused > doubtfulSends) {
             result.end = isSilence(result.end) ? outcome::dataNotAcknowledged : result.end;
             return result;

@@ -132,7 +132,7 @@ transferReport writing::sendPages()
             what = end == outcome::timedOut ? waiting::cycleEnd : what;
             continue;
         }
-        if ((isSilence(end) || end == outcome::timedOut) && m_sent != 0) {
+        if ((isSilence(end) || end == outcome::timedOut) && what == waiting::cycleEnd) {
             // The page before is being written. It counts unless it has had all its time and is still not done.
             return {.moved = m_talk.expired() ? m_sent : certain, .error = ETIME, .silence = silenceBusy};
         }

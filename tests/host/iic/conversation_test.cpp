@@ -144,6 +144,17 @@ TEST_F(AdapterWithATimeOut, IsGivenAPageInParts)
     EXPECT_EQ("50W 66", kernel.log.front());
 }
 
+TEST_F(AdapterWithATimeOut, ThatLeavesAChipBusyForGoodIsReportedAsThat)
+{
+    kernel.mostBytes = 30;
+    kernel.giveUpNs = 2 * nsPerMs;
+    chip().writeCycleNs = foreverNs;
+    OpenDevice device("/dev/i2c-7");
+    device.set(eeprom());
+    EXPECT_EQ((Answer{0, ETIME}), device.write(pattern(64, 9)));
+    EXPECT_THAT(device.firstFailure(), HasSubstr("\"silence\":\"busy\""));
+}
+
 // There a time-out may also be the write cycle of the page before: the address alone tells them apart.
 TEST_F(AdapterWithATimeOut, IsGivenALaterPageInParts)
 {
