@@ -99,9 +99,9 @@
 /// First-failure data. The first failed call of a bus and target is recorded. The record stays until it is unlocked;
 /// later failures in any process do not change it. Its key is the bus itself, as for locks, and the target. It has
 /// operation, target, position, offset length, bytes asked for and moved, `errno`, adapter, process and time, and the
-/// handle's last bus transactions with their times. It is on the disk when the failed call returns. A file in its place
-/// that is no record is replaced by the next failure. Where the folder cannot be written the process keeps the record
-/// for itself. Reading needs no permission to write.
+/// handle's last bus transactions with their times, and what the adapter lacked when it refused the transfer. It is on
+/// the disk when the failed call returns. A file in its place that is no record is replaced by the next failure. Where
+/// the folder cannot be written the process keeps the record for itself. Reading needs no permission to write.
 #pragma once
 
 #include <cstdint>
