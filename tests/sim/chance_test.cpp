@@ -1,7 +1,7 @@
 #include "sim/chance.h"
+#include "tests/sim/machinetest.h"
 
 #include <array>
-#include <gtest/gtest.h>
 
 namespace kest::sim::test
 {
@@ -34,6 +34,40 @@ TEST(Chance, FractionsAreTheUpper53Bits)
 {
     EXPECT_EQ(0.3500795420214081, chance{1234567}.fraction(1));
     EXPECT_EQ(0.17364409667091263, chance{1234567}.fraction(2));
+}
+
+/// Everything that a run of write cycles, faults and losses of power leaves in the machine's folder.
+class Run : public MachineTest
+{
+protected:
+    std::string of(const std::string& seed)
+    {
+        on.reset();
+        machine.reset();
+        for (const auto& entry : std::filesystem::directory_iterator{home.path}) {
+            std::filesystem::remove(entry);
+        }
+        home.put("machine.toml", seed + "[[bus]]\nname = \"planar\"\n" + chip("24C02", "0xA0", "image = \"a.bin\"") +
+                                     chip("24C256", "0xA2", "image = \"b.bin\"") +
+                                     "[[fault]]\nkind = \"nack-data\"\nprobability = 0.3\nbyte = 3\n" +
+                                     "[[fault]]\nkind = \"power-cut\"\nprobability = 0.01\n");
+        open();
+        for (std::uint8_t step = 0; step < 100; ++step) {
+            on->write(0xA0, Bytes{step} + counting(5, step));
+            on->write(0xA2, Bytes{step, step} + counting(40, step));
+            on->asksUntilAnswered(0xA0, step);
+            on->read(0xA2, 3);
+        }
+        on->planar->reset();
+        return home.text("machine.state") + home.text("a.bin") + home.text("b.bin");
+    }
+};
+
+TEST_F(Run, IsTheSameByteByByteWithTheSameSeed)
+{
+    const std::string first = of("seed = 4\n");
+    EXPECT_TRUE(of("seed = 4\n") == first);
+    EXPECT_FALSE(of("seed = 5\n") == first);
 }
 
 TEST(Chance, PartsHaveNumbersOfTheirOwn)
