@@ -20,6 +20,9 @@ std::vector<std::string> adapterLimits(const adapterKind& kind)
     add(kind.messages != 0, atMost(kind.messages, "message") + " a transaction");
     add(kind.noEmptyMessages, "no messages without data");
     add(kind.stopBetween, "a STOP between messages");
+    add(kind.stretchLimitUs != adapterKind{}.stretchLimitUs,
+        "clock stretching of " + atMost(kind.stretchLimitUs, "microsecond"));
+    add(kind.losesBits, "a bit lost now and then behind a stretched clock");
     add(kind.timeoutMs != 0, "at most " + std::to_string(kind.timeoutMs) + " ms a transaction");
     add(kind.absentTimesOut, "a time-out where nobody acknowledges");
     return texts;

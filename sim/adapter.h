@@ -33,6 +33,7 @@ struct adapterKind {
     bool absentTimesOut = false; ///< it reports a time-out where nobody acknowledges an address
     bool noEmptyMessages = false; ///< it sends no address without data
     std::uint32_t stretchLimitUs = 25'000; ///< how long it waits for SCL; the default is t_TIMEOUT of SMBus 3.1
+    bool losesBits = false; ///< it now and then misses the first bit behind a stretched clock
     bool stopBetween = false; ///< it sends a STOP and a START where a repeated START belongs
 
     bool operator==(const adapterKind&) const = default;

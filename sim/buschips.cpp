@@ -87,6 +87,7 @@ void busChips::add(const machineDescription& all, const chipDescription& chip, c
     }
     added.model = makeChip(chip, added.cells.get());
     added.model->chooseFrom(all.choicesOf(chip));
+    added.model->keepPace(chip.pace);
     m_members.push_back(std::move(added));
 }
 

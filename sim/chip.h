@@ -4,6 +4,7 @@
 #include "sim/chance.h"
 #include "sim/cutread.h"
 #include "sim/faultkinds.h"
+#include "sim/pace.h"
 #include "sim/signals.h"
 #include "sim/statefields.h"
 
@@ -107,12 +108,19 @@ public:
     void exchangeChoices(stateFields& fields) { fields.number(m_choicesMade); }
     void forgetChoices() { m_choicesMade = 0; }
 
+    /// Its pace; before any use. Without one it follows every clock.
+    void keepPace(const chipPace& pace) { m_pace = pace; }
+    [[nodiscard]] const chipPace& pace() const { return m_pace; }
+    /// The next random choice about how it and its controller understand each other.
+    chance choiceOnTheWire() { return nextChoice(); }
+
 protected:
     /// The next random choice, as a source of its own: one choice may need several numbers. Power does not touch the
     /// count, so no two choices of a chip are the same.
     chance nextChoice() { return m_choices.of(m_choicesMade++); }
 
 private:
+    chipPace m_pace;
     chance m_choices;
     std::uint64_t m_choicesMade = 0;
 };

@@ -21,6 +21,7 @@ struct eepromType {
     std::uint32_t sizeBytes;
     std::uint32_t pageBytes;
     std::uint32_t offsetBytes;
+    std::uint32_t maxKhz = 400;
 };
 
 /// Addresses that a part answers: one for each block that its offset bytes reach.
@@ -37,8 +38,8 @@ inline constexpr std::array eepromTypes{
     eepromType{.name = "24C32", .sizeBytes = 4096, .pageBytes = 32, .offsetBytes = 2},
     eepromType{.name = "24C64", .sizeBytes = 8192, .pageBytes = 32, .offsetBytes = 2},
     eepromType{.name = "24C128", .sizeBytes = 16384, .pageBytes = 64, .offsetBytes = 2},
-    eepromType{.name = "24C256", .sizeBytes = 32768, .pageBytes = 64, .offsetBytes = 2},
-    eepromType{.name = "24C512", .sizeBytes = 65536, .pageBytes = 128, .offsetBytes = 2},
+    eepromType{.name = "24C256", .sizeBytes = 32768, .pageBytes = 64, .offsetBytes = 2, .maxKhz = 1000},
+    eepromType{.name = "24C512", .sizeBytes = 65536, .pageBytes = 128, .offsetBytes = 2, .maxKhz = 1000},
 };
 static_assert(std::ranges::all_of(eepromTypes, [](const eepromType& type) {
     return std::ranges::count(eepromTypes, type.name, &eepromType::name) == 1 && std::has_single_bit(type.sizeBytes) &&

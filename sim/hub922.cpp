@@ -1,6 +1,7 @@
 #include "sim/hub922.h"
 
 #include "sim/bittiming.h"
+#include "sim/pacedchip.h"
 
 #include <algorithm>
 
@@ -104,7 +105,7 @@ std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
     }
     busClock subBus{clock.now, subBusBitNs};
     spend(subBus, bitsOfByte);
-    const std::uint8_t byte = m_fetching->give(subBus, faults);
+    const std::uint8_t byte = givePaced(*m_fetching, subBus, faults);
     // SCL is held until the byte is there
     clock.now = subBus.now;
     return byte;
@@ -239,10 +240,10 @@ bool hub922::sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults
 {
     spend(subBus, bitsOfCondition + bitsOfByte);
     model.addressedAs(m_received[1]);
-    bool acknowledged = model.start(direction::write, subBus, faults);
+    bool acknowledged = startPaced(model, direction::write, subBus, faults);
     for (std::size_t i = headerBytes; acknowledged && i < headerBytes + bytes; ++i) {
         spend(subBus, bitsOfByte);
-        acknowledged = model.take(m_received[i], subBus);
+        acknowledged = takePaced(model, m_received[i], subBus);
     }
     return acknowledged;
 }
@@ -293,7 +294,7 @@ hubStatus hub922::waitForDevice(chip& device, busClock& subBus, chipFaults& faul
     bool ready = false;
     do {
         spend(subBus, bitsOfCondition + bitsOfByte);
-        ready = device.start(direction::write, subBus, faults);
+        ready = startPaced(device, direction::write, subBus, faults);
         spend(subBus, bitsOfCondition);
         device.deselect();
     } while (!ready && subBus.now < latest);
@@ -327,7 +328,7 @@ hubStatus hub922::fetch(const device& from, busClock& subBus, chipFaults& faults
     if (acknowledged) {
         subBus.now += repeatedStartNs(subBus.bitLasting);
         spend(subBus, bitsOfByte);
-        acknowledged = from.model->start(direction::read, subBus, faults);
+        acknowledged = startPaced(*from.model, direction::read, subBus, faults);
     }
     if (!acknowledged) {
         from.model->deselect();

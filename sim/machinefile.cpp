@@ -71,6 +71,7 @@ private:
     Value choice(const toml::table& table, std::string_view key, const choices<Value, count>& values) const;
     void memoryOptions(const toml::table& table, chipDescription& chip) const;
     void writeOptions(const toml::table& table, chipDescription& chip) const;
+    [[nodiscard]] chipPace paceOf(const toml::table& table, const chipDescription& chip) const;
     void protectOptions(const toml::table& table, chipDescription& chip) const;
     void memoryAddresses(const toml::table& table, chipDescription& chip) const;
     void sensorOptions(const toml::table& table, chipDescription& chip) const;
@@ -291,7 +292,7 @@ adapterKind reader::adapter(const toml::table& bus) const
     const toml::table& table = *node->as_table();
     onlyKeys(table, "'adapter'",
              {"message_bytes", "messages", "smbus", "timeout_ms", "absent", "no_empty_messages", "stop_between",
-              "stretch_limit_us"});
+              "stretch_limit_us", "stretching"});
     const auto limit = [&](std::string_view key, std::int64_t highest) {
         return table.contains(key) ? static_cast<std::uint32_t>(number(table, key, 1, highest, std::nullopt)) : 0U;
     };
@@ -307,6 +308,7 @@ adapterKind reader::adapter(const toml::table& bus) const
             .noEmptyMessages = truth(table, "no_empty_messages"),
             .stretchLimitUs = static_cast<std::uint32_t>(
                 number(table, "stretch_limit_us", 0, longestStretchLimitUs, adapterKind{}.stretchLimitUs)),
+            .losesBits = choice(table, "stretching", choices<bool, 2>{{{"good", false}, {"loses-bits", true}}}),
             .stopBetween = truth(table, "stop_between")};
 }
 
@@ -354,14 +356,15 @@ void reader::chipOptions(const toml::table& table, chipDescription& chip) const
         memoryOptions(table, chip);
         break;
     case chipKind::pca955x:
-        onlyKeys(table, keysOf(chip), {"bus", "node", "hub", "port", "type", "address", "inputs"});
+        onlyKeys(table, keysOf(chip),
+                 {"bus", "node", "hub", "port", "type", "address", "max_khz", "too_fast", "stretch_us", "inputs"});
         chip.inputs = levels(table, pca955xTypes.at(chip.type).pins);
         break;
     case chipKind::sensor:
         sensorOptions(table, chip);
         break;
     case chipKind::hub:
-        onlyKeys(table, keysOf(chip), {"bus", "node", "type", "address"});
+        onlyKeys(table, keysOf(chip), {"bus", "node", "type", "address", "max_khz"});
         break;
     }
 }
@@ -386,13 +389,17 @@ void reader::memoryOptions(const toml::table& table, chipDescription& chip) cons
     chip.ferroelectric = choice(table, "kind", choices<bool, 2>{{{"eeprom", false}, {"fram", true}}});
     if (chip.ferroelectric) {
         onlyKeys(table, keysOf(chip) + ", kind fram",
-                 {"bus", "node", "hub", "port", "type", "address", "addresses", "image", "kind", "half_offset",
-                  "protect", "protect_area", "protect_chip", "protect_pin", "hold_sda_after_cut"});
+                 {"bus", "node", "hub", "port", "type", "address", "max_khz", "too_fast", "stretch_us", "addresses",
+                  "image", "kind", "half_offset", "protect", "protect_area", "protect_chip", "protect_pin",
+                  "hold_sda_after_cut"});
     } else {
-        onlyKeys(table, keysOf(chip),
-                 {"bus", "node", "hub", "port", "type", "address", "addresses", "image", "kind", "half_offset",
-                  "protect", "protect_area", "protect_chip", "protect_pin", "hold_sda_after_cut", "page",
-                  "write_cycle_ms", "write_cycle_min_ms"});
+        onlyKeys(table, keysOf(chip), {"bus",          "node",           "hub",
+                                       "port",         "type",           "address",
+                                       "max_khz",      "too_fast",       "stretch_us",
+                                       "addresses",    "image",          "kind",
+                                       "half_offset",  "protect",        "protect_area",
+                                       "protect_chip", "protect_pin",    "hold_sda_after_cut",
+                                       "page",         "write_cycle_ms", "write_cycle_min_ms"});
         writeOptions(table, chip);
     }
     protectOptions(table, chip);
@@ -404,6 +411,15 @@ void reader::memoryOptions(const toml::table& table, chipDescription& chip) cons
         failKey(table, "half_offset", "a " + chip.typeName + " has one offset byte");
     }
     chip.memory.holdSdaAfterCut = truth(table, "hold_sda_after_cut");
+}
+
+// The default is what data sheets promise for the type; old parts follow 100 kHz.
+chipPace reader::paceOf(const toml::table& table, const chipDescription& chip) const
+{
+    const std::uint32_t usual = chip.kind == chipKind::eeprom ? eepromTypes.at(chip.type).maxKhz : 400;
+    return {.maxKhz = static_cast<std::uint32_t>(number(table, "max_khz", 1, fastestKhz, usual)),
+            .garbles = choice(table, "too_fast", choices<bool, 2>{{{"silent", false}, {"garbled", true}}}),
+            .stretchUs = static_cast<std::uint32_t>(number(table, "stretch_us", 0, longestStretchUs, 0))};
 }
 
 void reader::writeOptions(const toml::table& table, chipDescription& chip) const
@@ -475,7 +491,8 @@ void reader::sensorOptions(const toml::table& table, chipDescription& chip) cons
     const sensorType& type = sensorTypes.at(chip.type);
     const bool lm75 = type.name == "LM75";
     onlyKeys(table, keysOf(chip),
-             {"bus", "node", "hub", "port", "type", "address", "celsius", lm75 ? "bits" : "celsius"});
+             {"bus", "node", "hub", "port", "type", "address", "max_khz", "too_fast", "stretch_us", "celsius",
+              lm75 ? "bits" : "celsius"});
     chip.celsius = real(table, "celsius", type.lowestCelsius, type.highestCelsius, 25.0);
     chip.temperatureBits = lm75 ? static_cast<unsigned>(number(table, "bits", 9, 11, 9)) : 13;
     if (chip.temperatureBits == 10) {
@@ -491,6 +508,7 @@ void reader::chip(const toml::table& table)
     chipOptions(table, chip);
     chip.bus = busOf(table);
     chip.address = address(table, "address", true);
+    chip.pace = paceOf(table, chip);
     chip.lowestAddress = chip.address;
     if (chip.kind == chipKind::eeprom) {
         memoryAddresses(table, chip);

@@ -5,6 +5,7 @@
 #include "sim/chance.h"
 #include "sim/eeprom.h"
 #include "sim/fault.h"
+#include "sim/pace.h"
 #include "sim/pca955x.h"
 #include "sim/sensor.h"
 
@@ -44,6 +45,8 @@ struct chipDescription {
     std::uint8_t port = 0;
     std::string image; ///< file name in the machine's folder
     std::string place; ///< "LINE:COLUMN" in the file
+
+    chipPace pace{.maxKhz = 400};
 
     std::uint8_t lowestAddress = 0; ///< of those that it answers
     std::uint8_t addresses = 1; ///< how many it answers

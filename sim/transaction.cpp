@@ -1,6 +1,7 @@
 #include "sim/transaction.h"
 
 #include "base/clock.h"
+#include "sim/pacedchip.h"
 #include "sim/power.h"
 
 #include <algorithm>
@@ -88,9 +89,10 @@ bool transaction::sendAddress(const segment& part)
     }
     busClock answering = clockOfAcknowledge();
     const std::uint64_t before = answering.now;
-    const bool acknowledged = !refused && addressed != nullptr && addressed->start(part.way, answering, m_faults);
+    const bool acknowledged = !refused && addressed != nullptr && startPaced(*addressed, part.way, answering, m_faults);
     m_lines.byte(byte, acknowledged);
     m_lines.clock.now += answering.now - before;
+    m_bitLost = false;
     m_byteNumber = 0;
     if (!acknowledged) {
         if (addressed != nullptr) {
@@ -100,6 +102,19 @@ bool transaction::sendAddress(const segment& part)
     }
     m_selected = addressed;
     m_answered[part.address >> 1] = true;
+    return endStretch(part, answering.now - before);
+}
+
+// SCL rises at the end of it, whether the adapter waits for that or not.
+// @return whether the transaction goes on
+bool transaction::endStretch(const segment& part, std::uint64_t stretchedNs)
+{
+    if (stretchedNs > m_adapter.stretchLimitUs * std::uint64_t{1000}) {
+        return fail(outcome::sclHeld, ending::dropped);
+    }
+    // a hub is a controller itself, and gives SCL back between two of its clocks
+    m_bitLost =
+        m_adapter.losesBits && stretchedNs != 0 && m_chips.findHub(part.address) == nullptr && losesBit(*m_selected);
     return true;
 }
 
@@ -229,7 +244,7 @@ bool transaction::isStruckAtByte(const segment& part, std::uint8_t byte)
 void transaction::cutShort(const segment& part, std::uint8_t byte)
 {
     if (part.way == direction::read) {
-        byte = m_selected->give(m_lines.clock, m_faults);
+        byte = givePaced(*m_selected, m_lines.clock, m_faults);
         m_selected->cut();
         m_state.driven = {byte, bitsOfCutByte};
     }
@@ -246,14 +261,22 @@ bool transaction::sendByte(const segment& part, std::uint8_t byte)
     if (isStruckAtByte(part, byte)) {
         return false;
     }
+    if (m_bitLost) {
+        // the chip has seen eight clocks only, and does not acknowledge in the ninth
+        m_lines.byte(byte, false);
+        return fail(outcome::dataNotAcknowledged, ending::dropped);
+    }
     const auto* const corrupt = m_faults.strikes(faultKind::corrupt, part, m_byteNumber);
     const auto sent = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
     const bool refused = m_faults.strikes(faultKind::nackData, part, m_byteNumber) != nullptr;
     busClock answering = clockOfAcknowledge();
-    const bool acknowledged = !refused && m_selected->take(sent, answering);
+    const std::uint64_t before = answering.now;
+    const bool acknowledged = !refused && takePaced(*m_selected, sent, answering);
     m_lines.byte(sent, acknowledged);
+    m_lines.clock.now += answering.now - before;
     m_chips.driveResetLines(m_state.faults, m_state.now);
-    return acknowledged || fail(outcome::dataNotAcknowledged, ending::dropped);
+    return acknowledged ? endStretch(part, answering.now - before)
+                        : fail(outcome::dataNotAcknowledged, ending::dropped);
 }
 
 bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
@@ -267,7 +290,12 @@ bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
     if (isStruckAtByte(part, 0)) {
         return false;
     }
-    byte = m_selected->give(m_lines.clock, m_faults);
+    const std::uint64_t before = m_lines.clock.now;
+    byte = givePaced(*m_selected, m_lines.clock, m_faults);
+    if (!endStretch(part, m_lines.clock.now - before)) {
+        return false;
+    }
+    byte = m_bitLost ? withFirstBitTwice(byte) : byte;
     const auto* const corrupt = safe ? nullptr : m_faults.strikes(faultKind::corrupt, part, m_byteNumber);
     const auto changed = static_cast<std::uint8_t>(corrupt != nullptr ? byte ^ corrupt->value : byte);
     // a hub's trouble never reads as status 0

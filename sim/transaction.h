@@ -48,6 +48,7 @@ private:
     void cutShort(const segment& part, std::uint8_t byte);
     bool fail(outcome how, ending with);
     void hold(const faultRecord& by, bool sda);
+    bool endStretch(const segment& part, std::uint64_t stretchedNs);
     void finish();
     [[nodiscard]] bool isGuarded(const segment& part) const;
     [[nodiscard]] busClock clockOfAcknowledge() const;
@@ -65,6 +66,7 @@ private:
     transferResult m_result;
     ending m_end = ending::stop;
     chip* m_selected = nullptr;
+    bool m_bitLost = false; ///< the adapter misses the first bit of the byte that comes next
     std::uint64_t m_byteNumber = 0; ///< data bytes since the START
     std::array<bool, 128> m_answered{}; ///< addresses that have acknowledged
 };

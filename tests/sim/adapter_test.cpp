@@ -19,6 +19,9 @@ TEST(Adapter, NamesEachOfItsLimits)
     EXPECT_EQ((Texts{"SMBus calls only, with at most 2 bytes"}), adapterLimits({.smbus = smbusCalls::words}));
     EXPECT_EQ((Texts{"SMBus calls only, with at most 32 bytes", "no messages without data"}),
               adapterLimits({.smbus = smbusCalls::blocks, .noEmptyMessages = true}));
+    EXPECT_EQ(
+        (Texts{"clock stretching of at most 500 microseconds", "a bit lost now and then behind a stretched clock"}),
+        adapterLimits({.stretchLimitUs = 500, .losesBits = true}));
     EXPECT_EQ((Texts{"a STOP between messages", "at most 25 ms a transaction", "a time-out where nobody acknowledges"}),
               adapterLimits({.timeoutMs = 25, .absentTimesOut = true, .stopBetween = true}));
 }

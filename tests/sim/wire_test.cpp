@@ -136,11 +136,12 @@ public:
     /// A machine that records, at a clock. Every chip can follow it.
     void record(unsigned khz)
     {
-        home.put("machine.toml", "[[bus]]\nname = \"planar\"\nspeed_khz = " + std::to_string(khz) + "\n" +
-                                     chip("24C02", "0xA0", "image = \"a.bin\"") +
-                                     chip("24C256", "0xA2", "image = \"b.bin\"") + chip("LM75", "0x90") +
-                                     chip("PCA9552", "0xC4") + chip("PCA9555", "0x40") + chip("HUB922", "0x80") +
-                                     chip("24C02", "0xA4", "hub = 0x80\nport = 2\nimage = \"c.bin\""));
+        const std::string fast = "max_khz = 1000\n";
+        home.put("machine.toml",
+                 "[[bus]]\nname = \"planar\"\nspeed_khz = " + std::to_string(khz) + "\n" +
+                     chip("24C02", "0xA0", fast + "image = \"a.bin\"") + chip("24C256", "0xA2", "image = \"b.bin\"") +
+                     chip("LM75", "0x90", fast) + chip("PCA9552", "0xC4", fast) + chip("PCA9555", "0x40", fast) +
+                     chip("HUB922", "0x80", fast) + chip("24C02", "0xA4", "hub = 0x80\nport = 2\nimage = \"c.bin\""));
         open();
         ASSERT_TRUE(machine->startWave("planar", file()));
     }

@@ -1,0 +1,190 @@
+// Chips on a bus that is too fast for them, and chips that hold SCL.
+#include "sim/pacedchip.h"
+#include "tests/sim/machinetest.h"
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+TEST(ChipPace, FollowsClocksUpToItsOwn)
+{
+    constexpr chipPace usual{.maxKhz = 400};
+    EXPECT_TRUE(usual.follows(2500));
+    EXPECT_TRUE(usual.follows(10'000));
+    // 401 kHz
+    EXPECT_FALSE(usual.follows(2493));
+    // 333 kHz: bus time rounds its bit down to this
+    EXPECT_TRUE(chipPace{.maxKhz = 333}.follows(3003));
+}
+
+TEST(ChipPace, AFirstBitTakenTwicePushesTheLastOut)
+{
+    EXPECT_EQ(0xC0, withFirstBitTwice(0x81));
+    EXPECT_EQ(0x3F, withFirstBitTwice(0x7E));
+}
+
+class SpeedLimit : public MachineTest
+{
+protected:
+    outcome probeAt(std::uint8_t address, std::uint32_t khz) { return on->planar->probe(address, khz).end; }
+
+    static constexpr auto done = outcome::done, silent = outcome::addressNotAcknowledged;
+};
+
+TEST_F(SpeedLimit, IsThatOfTheType)
+{
+    power(chip("24C02", "0xA0", "image = \"a.bin\"") + chip("24C128", "0xA2", "image = \"b.bin\"") +
+          chip("24C256", "0xA4", "image = \"c.bin\"") + chip("24C512", "0xA6", "image = \"d.bin\"") +
+          chip("PCA9552", "0xC0") + chip("PCA9555", "0x40") + chip("LM75", "0x90") + chip("HUB922", "0x80"));
+    for (const int number : {0xA0, 0xA2, 0xA4, 0xA6, 0xC0, 0x40, 0x90, 0x80}) {
+        const auto address = static_cast<std::uint8_t>(number);
+        const bool fast = address == 0xA4 || address == 0xA6;
+        EXPECT_EQ(done, probeAt(address, 100)) << +address;
+        EXPECT_EQ(done, probeAt(address, 400)) << +address;
+        EXPECT_EQ(fast ? done : silent, probeAt(address, 401)) << +address;
+        EXPECT_EQ(fast ? done : silent, probeAt(address, 1000)) << +address;
+    }
+}
+
+TEST_F(SpeedLimit, OfAnOldPartIs100Kilohertz)
+{
+    power(chip("24C02", "0xA0", "image = \"a.bin\"\nmax_khz = 100"));
+    // the bus's own 400 kHz
+    EXPECT_EQ(silent, probeAt(0xA0, 0));
+    EXPECT_EQ(silent, on->write(0xA0, {0, 1}).end);
+    EXPECT_EQ(done, probeAt(0xA0, 100));
+}
+
+TEST_F(SpeedLimit, OfAChipBehindAHubMeetsTheHubsOwn400Kilohertz)
+{
+    power("speed_khz = 100\n" + chip("HUB922", "0x80") +
+          chip("24C02", "0xA4", "hub = 0x80\nport = 2\nimage = \"c.bin\"\nmax_khz = 100"));
+    // status 2: nobody answers
+    EXPECT_EQ((Bytes{2, 0xFF}), on->readAt(0x80, {2, 0xA4, 0}, 2).data);
+}
+
+// The same draws on every host: a change of these bytes breaks the promise of one seed, one run.
+TEST_F(SpeedLimit, GarblesBytesByTheSeed)
+{
+    const auto readTooFast = [this](const std::string& seed) {
+        home.put("machine.toml", seed + "[[bus]]\nname = \"planar\"\n" +
+                                     chip("24C02", "0xA0", "image = \"a.bin\"\ntoo_fast = \"garbled\""));
+        home.put("a.bin", std::string(256, '\0'));
+        std::filesystem::remove(home.path / "machine.state");
+        open();
+        Bytes offset{0}, data(64);
+        segment parts[2] = {{0xA0, direction::write, offset, false}, {0xA0, direction::read, data, false}};
+        EXPECT_EQ(done, on->planar->transfer(parts, 1000).end);
+        return data;
+    };
+    const Bytes first = readTooFast("seed = 7\n");
+    // a bit in about every second byte, and never more than one
+    const auto wrong = std::ranges::count_if(first, [](std::uint8_t byte) { return byte != 0; });
+    EXPECT_LT(16, wrong);
+    EXPECT_GT(48, wrong);
+    EXPECT_TRUE(std::ranges::all_of(first, [](std::uint8_t byte) { return (byte & (byte - 1)) == 0; }));
+    EXPECT_EQ(first, readTooFast("seed = 7\n"));
+    EXPECT_NE(first, readTooFast("seed = 8\n"));
+    // at its own speed nothing is wrong
+    EXPECT_EQ(Bytes(8, 0), on->readAt(0xA0, {0}, 8).data);
+}
+
+class Stretching : public MachineTest
+{
+protected:
+    static std::string slow(unsigned microseconds)
+    {
+        return chip("24C02", "0xA0", "image = \"a.bin\"\nstretch_us = " + std::to_string(microseconds));
+    }
+    std::uint64_t timeOf(const Bytes& offset, std::size_t length)
+    {
+        const std::uint64_t before = on->planar->busTimeNs();
+        EXPECT_EQ(outcome::done, on->readAt(0xA0, offset, length).end);
+        return on->planar->busTimeNs() - before;
+    }
+};
+
+// Address, offset and three bytes of data; the address for reading is no byte of the chip's.
+TEST_F(Stretching, TakesItsTimeForEachByte)
+{
+    power(slow(0));
+    const std::uint64_t quick = timeOf({0}, 3);
+    power(slow(70));
+    EXPECT_EQ(quick + 5 * 70'000, timeOf({0}, 3));
+}
+
+TEST_F(Stretching, BeyondTheAdaptersLimitIsHeldScl)
+{
+    power("adapter = { stretch_limit_us = 500 }\n" + slow(500));
+    EXPECT_EQ(outcome::done, on->readAt(0xA0, {0}, 3).end);
+    power("adapter = { stretch_limit_us = 499 }\n" + slow(500));
+    EXPECT_EQ(outcome::sclHeld, on->readAt(0xA0, {0}, 3).end);
+    // the chip lets go in the end
+    EXPECT_EQ(outcome::done, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->reset());
+}
+
+TEST_F(Stretching, TooLongInAPageWritesNothing)
+{
+    power("adapter = { stretch_limit_us = 499 }\n" + slow(500));
+    EXPECT_EQ(outcome::sclHeld, on->write(0xA0, {0, 1, 2}).end);
+    EXPECT_EQ(Bytes(256, 0xFF), home.content("a.bin"));
+}
+
+TEST_F(Stretching, BehindAHubItIsTheHubThatWaits)
+{
+    const std::string riser = "hub = 0x80\nport = 2\nimage = \"c.bin\"";
+    power(chip("HUB922", "0x80") + chip("24C02", "0xA4", riser));
+    const std::uint64_t begin = on->planar->busTimeNs();
+    const std::uint64_t quick = on->readAt(0x80, {2, 0xA4, 0}, 3).busTimeNs - begin;
+    power(chip("HUB922", "0x80") + chip("24C02", "0xA4", riser + "\nstretch_us = 40"));
+    const std::uint64_t middle = on->planar->busTimeNs();
+    const Answer slowly = on->readAt(0x80, {2, 0xA4, 0}, 3);
+    EXPECT_EQ((Bytes{0, 0xFF, 0xFF}), slowly.data);
+    // address and offset, and two bytes of data
+    EXPECT_EQ(quick + 4 * 40'000, slowly.busTimeNs - middle);
+}
+
+TEST_F(Stretching, ABadAdapterLosesABitNowAndThen)
+{
+    home.put("a.bin", std::string(256, '\x81'));
+    power("adapter = { stretching = \"loses-bits\" }\n" + slow(10));
+    Answer got;
+    // a bit that is lost in the offset is a byte that nobody acknowledges
+    for (int tries = 0; tries < 50 && (got = on->readAt(0xA0, {0}, 200)).end != outcome::done; ++tries) {
+        EXPECT_EQ(outcome::dataNotAcknowledged, got.end);
+    }
+    const auto wrong = std::ranges::count(got.data, 0xC0);
+    EXPECT_EQ(200, wrong + std::ranges::count(got.data, 0x81));
+    // one in four
+    EXPECT_LT(25, wrong);
+    EXPECT_GT(75, wrong);
+}
+
+TEST_F(Stretching, ABadAdapterIsAGoodOneForChipsThatDoNotStretch)
+{
+    home.put("a.bin", std::string(256, '\x81'));
+    power("adapter = { stretching = \"loses-bits\" }\n" + slow(0));
+    EXPECT_EQ(Bytes(200, 0x81), on->readAt(0xA0, {0}, 200).data);
+}
+
+TEST_F(Stretching, LostBitsAreTheSameWithTheSameSeed)
+{
+    const auto read = [this] {
+        home.put("a.bin", std::string(256, '\x81'));
+        std::filesystem::remove(home.path / "machine.state");
+        power("adapter = { stretching = \"loses-bits\" }\n" + slow(10));
+        std::vector<Bytes> all;
+        for (int i = 0; i < 10; ++i) {
+            all.push_back(on->readAt(0xA0, {0}, 20).data);
+        }
+        return all;
+    };
+    EXPECT_EQ(read(), read());
+}
+
+} // namespace
+
+} // namespace kest::sim::test
