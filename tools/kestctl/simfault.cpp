@@ -119,7 +119,7 @@ void addFaultAdd(command fault, context& shared)
                           "  hub-silent         the hub answers nothing\n"
                           "  hub-bad-first-byte a hub read begins with no status   that byte, 0 is 0xA5\n"
                           "  hub-hold-sda hub-hold-scl  the sub-bus is held        resets that it outlasts\n"
-                          "  power-cut          the bus's chips lose power at the --nth byte, addresses included\n"
+                          "  power-cut          chips lose power; --nth counts bytes, addresses too\n"
                           "It strikes at every matching transaction until cleared, unless told otherwise.\n"
                           "  kestctl sim fault add nack --bus planar --address 0xA0 --count 1");
     sim::machine::fault& what = adding->what;
