@@ -107,6 +107,23 @@ TEST_F(KestctlSeeprom, BadInputSaysWhatIsWrong)
                 HasSubstr("/no/such/file: read: No such file"));
 }
 
+TEST_F(KestctlSeeprom, AChipAnswersUpToItsOwnClock)
+{
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "panel-vpd", "--length", "4", "--speed", "400"}).exit);
+    EXPECT_EQ(4, kestctl({"seeprom", "read", "panel-vpd", "--length", "4", "--speed", "1000"}).exit);
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "planar-vpd", "--length", "4", "--speed", "1000"}).exit);
+}
+
+TEST_F(KestctlSeeprom, AChipThatStretchesBeyondTheAdaptersLimitIsNotRead)
+{
+    std::string text = readFile(machine() / "machine.toml");
+    const std::string image = "image = \"panel.bin\"";
+    text.replace(text.find(image), image.size(), image + "\nstretch_us = 30000");
+    writeFile(machine() / "machine.toml", text);
+    EXPECT_EQ(1, kestctl({"seeprom", "read", "panel-vpd", "--length", "4"}).exit);
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "planar-vpd", "--length", "4"}).exit);
+}
+
 TEST_F(KestctlSeeprom, OutputThatCannotBeWritten)
 {
     EXPECT_THAT(complaint(1, {"seeprom", "read", "planar-vpd", "-o", "-"}, {.outputTo = "/dev/full"}),
