@@ -13,7 +13,7 @@ namespace
 
 using testing::HasSubstr;
 
-enum class job {
+enum class Job {
     readLarge, ///< 24C256, two bytes of offset
     readSmall, ///< 24C02, one
     writeLarge,
@@ -34,40 +34,40 @@ enum class job {
 struct Kind {
     const char* name;
     const char* keys;
-    std::map<job, int> refused; ///< with which errno; all other jobs work
+    std::map<Job, int> refused; ///< with which errno; all other jobs work
 };
 std::ostream& operator<<(std::ostream& out, const Kind& kind) { return out << kind.name; }
 
-const std::map<job, int> allOverSmbusWords{
-    {job::readLarge, ENOSYS},    {job::pins16, ENOSYS},        {job::leds8, ENOSYS},
-    {job::leds16, EINVAL},       {job::sensors, ENOSYS},       {job::hubReadLarge, ENOSYS},
-    {job::hubReadSmall, ENOSYS}, {job::hubWriteLarge, ENOSYS}, {job::hubWriteSmall, ENOSYS}};
-const std::map<job, int> allOverSmbusBlocks{
-    {job::readLarge, ENOSYS}, {job::pins16, ENOSYS},       {job::leds8, ENOSYS},       {job::leds16, ENOSYS},
-    {job::sensors, ENOSYS},   {job::hubReadLarge, ENOSYS}, {job::hubReadSmall, ENOSYS}};
-const std::map<job, int> hubReads{{job::hubReadLarge, ENOSYS}, {job::hubReadSmall, ENOSYS}};
+const std::map<Job, int> allOverSmbusWords{
+    {Job::readLarge, ENOSYS},    {Job::pins16, ENOSYS},        {Job::leds8, ENOSYS},
+    {Job::leds16, EINVAL},       {Job::sensors, ENOSYS},       {Job::hubReadLarge, ENOSYS},
+    {Job::hubReadSmall, ENOSYS}, {Job::hubWriteLarge, ENOSYS}, {Job::hubWriteSmall, ENOSYS}};
+const std::map<Job, int> allOverSmbusBlocks{
+    {Job::readLarge, ENOSYS}, {Job::pins16, ENOSYS},       {Job::leds8, ENOSYS},       {Job::leds16, ENOSYS},
+    {Job::sensors, ENOSYS},   {Job::hubReadLarge, ENOSYS}, {Job::hubReadSmall, ENOSYS}};
+const std::map<Job, int> hubReads{{Job::hubReadLarge, ENOSYS}, {Job::hubReadSmall, ENOSYS}};
 
 const std::vector<Kind> kinds{
     {"Any", "", {}},
     {"LongMessages", "adapter = { message_bytes = 255 }\n", {}},
     {"ShortMessages", "adapter = { message_bytes = 32 }\n", {}},
-    {"FourBytes", "adapter = { message_bytes = 4 }\n", {{job::leds16, EINVAL}, {job::hubWriteLarge, ENOSYS}}},
+    {"FourBytes", "adapter = { message_bytes = 4 }\n", {{Job::leds16, EINVAL}, {Job::hubWriteLarge, ENOSYS}}},
     {"TwoMessages", "adapter = { messages = 2 }\n", {}},
     {"OneMessage",
      "adapter = { messages = 1 }\n",
-     {{job::readLarge, ENOSYS}, {job::readSmall, ENOSYS}, {job::hubReadLarge, ENOSYS}, {job::hubReadSmall, ENOSYS}}},
+     {{Job::readLarge, ENOSYS}, {Job::readSmall, ENOSYS}, {Job::hubReadLarge, ENOSYS}, {Job::hubReadSmall, ENOSYS}}},
     {"SmbusWords", "adapter = { smbus = \"words\" }\n", allOverSmbusWords},
     {"SmbusBlocks", "adapter = { smbus = \"blocks\" }\n", allOverSmbusBlocks},
     {"SmbusBlocksWithoutQuickCommand",
      "adapter = { smbus = \"blocks\", no_empty_messages = true }\n",
-     {{job::readLarge, ENOSYS},
-      {job::detect, MERN_DETECT_UNCERTAIN},
-      {job::pins16, ENOSYS},
-      {job::leds8, ENOSYS},
-      {job::leds16, ENOSYS},
-      {job::sensors, ENOSYS},
-      {job::hubReadLarge, ENOSYS},
-      {job::hubReadSmall, ENOSYS}}},
+     {{Job::readLarge, ENOSYS},
+      {Job::detect, MERN_DETECT_UNCERTAIN},
+      {Job::pins16, ENOSYS},
+      {Job::leds8, ENOSYS},
+      {Job::leds16, ENOSYS},
+      {Job::sensors, ENOSYS},
+      {Job::hubReadLarge, ENOSYS},
+      {Job::hubReadSmall, ENOSYS}}},
     {"SecondsTimeOut", "adapter = { timeout_ms = 1000 }\n", {}},
     {"ShortTimeOut", "adapter = { timeout_ms = 25 }\n", {}},
     {"SilenceIsATimeOut", "adapter = { absent = \"timeout\" }\n", {}},
@@ -84,7 +84,7 @@ class AdapterJobs : public LibraryMachine, public testing::WithParamInterface<Ki
 protected:
     AdapterJobs() : LibraryMachine(GetParam().keys) {}
 
-    [[nodiscard]] static int expected(job what)
+    [[nodiscard]] static int expected(Job what)
     {
         const auto found = GetParam().refused.find(what);
         return found == GetParam().refused.end() ? 0 : found->second;
@@ -100,13 +100,13 @@ protected:
     }
     static int errnoOf(const Ending& ended) { return ended.good() ? 0 : static_cast<int>(ended.word4); }
 
-    void expectRead(job what, const std::string& text, const std::string& imageName, unsigned int length)
+    void expectRead(Job what, const std::string& text, const std::string& imageName, unsigned int length)
     {
         const Ending got = read(text, 3, length);
         EXPECT_EQ(expected(what), errnoOf(got)) << text << " " << got;
         EXPECT_EQ(expected(what) == 0 ? part(image(imageName), 3, length) : Bytes{}, got.data) << text;
     }
-    void expectWrite(job what, const std::string& text, const std::string& imageName, const Bytes& data)
+    void expectWrite(Job what, const std::string& text, const std::string& imageName, const Bytes& data)
     {
         const Bytes before = image(imageName);
         const Ending done = write(text, 0x35, data);
@@ -115,7 +115,7 @@ protected:
         EXPECT_EQ(expected(what) == 0 ? with(before, 0x35, data) : before, image(imageName)) << text;
     }
     /// Writes pins and reads them back.
-    static void expectPins(job what, const char* text, unsigned bits)
+    static void expectPins(Job what, const char* text, unsigned bits)
     {
         EXPECT_EQ(expected(what), errnoOf(KEST_dpWrite(text, KEST_DP_SELECT_00, bits, 0, nullptr, 0))) << text;
         unsigned value = 0;
@@ -128,8 +128,8 @@ protected:
     {
         KEST_thermal_sensor_info sensor{};
         sensor.devicePath = text;
-        EXPECT_EQ(expected(job::sensors), thermalErrno(KEST_thermal_sensor_read_temperature_data(&sensor))) << text;
-        EXPECT_EQ(expected(job::sensors) == 0 ? word : 0, sensor.temperature) << text;
+        EXPECT_EQ(expected(Job::sensors), thermalErrno(KEST_thermal_sensor_read_temperature_data(&sensor))) << text;
+        EXPECT_EQ(expected(Job::sensors) == 0 ? word : 0, sensor.temperature) << text;
     }
     /// The first SRC of a sensor's entry that carries the layer's errno.
     static int thermalErrno(ErrlEntry* entry)
@@ -149,35 +149,35 @@ INSTANTIATE_TEST_SUITE_P(Kinds, AdapterJobs, testing::ValuesIn(kinds),
 
 TEST_P(AdapterJobs, Reading)
 {
-    expectRead(job::readLarge, "sim:planar,L,2C0256,A0", "main.bin", 32765);
-    expectRead(job::readSmall, "sim:planar,L,1C0002,A4", "small.bin", 253);
+    expectRead(Job::readLarge, "sim:planar,L,2C0256,A0", "main.bin", 32765);
+    expectRead(Job::readSmall, "sim:planar,L,1C0002,A4", "small.bin", 253);
 }
 
 TEST_P(AdapterJobs, Writing)
 {
-    expectWrite(job::writeLarge, "sim:planar,L,2C0256,A0", "main.bin", pattern(300, 77));
-    expectWrite(job::writeSmall, "sim:planar,L,1C0002,A4", "small.bin", pattern(40, 78));
+    expectWrite(Job::writeLarge, "sim:planar,L,2C0256,A0", "main.bin", pattern(300, 77));
+    expectWrite(Job::writeSmall, "sim:planar,L,1C0002,A4", "small.bin", pattern(40, 78));
 }
 
 TEST_P(AdapterJobs, Detection)
 {
     EXPECT_EQ(0, errnoOf(KEST_detectDevice("sim:planar@A0,L,2C0256,A0", nullptr)));
     for (const char* const text : {"sim:planar@90,L,75,90", "sim:planar@40,L,9555,40"}) {
-        EXPECT_EQ(expected(job::detect), errnoOf(KEST_detectDevice(text, nullptr))) << text;
+        EXPECT_EQ(expected(Job::detect), errnoOf(KEST_detectDevice(text, nullptr))) << text;
     }
 }
 
 TEST_P(AdapterJobs, Ports)
 {
-    ASSERT_EQ(0, expected(job::pins8));
+    ASSERT_EQ(0, expected(Job::pins8));
     EXPECT_EQ(0, errnoOf(KEST_dpConfig("sim:planar,L,9554,42", KEST_DP_CONFIG_OUTPUT, 0x0F, nullptr)));
-    expectPins(job::pins8, "sim:planar,L,9554,42", 0x05);
-    EXPECT_EQ(expected(job::pins16),
+    expectPins(Job::pins8, "sim:planar,L,9554,42", 0x05);
+    EXPECT_EQ(expected(Job::pins16),
               errnoOf(KEST_dpConfig("sim:planar,L,9555,40", KEST_DP_CONFIG_OUTPUT, 0xF0F0, nullptr)));
-    expectPins(job::pins16, "sim:planar,L,9555,40", 0x8010);
-    expectPins(job::leds8, "sim:planar,L,9551,C4", 0x81);
-    expectPins(job::leds16, "sim:planar,L,9552,C0", 0x4002);
-    EXPECT_EQ(expected(job::blinkRate),
+    expectPins(Job::pins16, "sim:planar,L,9555,40", 0x8010);
+    expectPins(Job::leds8, "sim:planar,L,9551,C4", 0x81);
+    expectPins(Job::leds16, "sim:planar,L,9552,C0", 0x4002);
+    EXPECT_EQ(expected(Job::blinkRate),
               errnoOf(KEST_dpConfig("sim:planar,L,9552,C0", KEST_DP_CONFIG_PRESCALER0, 43, nullptr)));
 }
 
@@ -190,10 +190,10 @@ TEST_P(AdapterJobs, Sensors)
 
 TEST_P(AdapterJobs, Hubs)
 {
-    expectWrite(job::hubWriteLarge, hubText(0x80, 7), "riser128-7.bin", pattern(200, 80));
-    expectWrite(job::hubWriteSmall, hubText(0x80, 7, true), "card128-7.bin", pattern(40, 81));
-    expectRead(job::hubReadLarge, hubText(0x80, 7), "riser128-7.bin", 5000);
-    expectRead(job::hubReadSmall, hubText(0x80, 7, true), "card128-7.bin", 200);
+    expectWrite(Job::hubWriteLarge, hubText(0x80, 7), "riser128-7.bin", pattern(200, 80));
+    expectWrite(Job::hubWriteSmall, hubText(0x80, 7, true), "card128-7.bin", pattern(40, 81));
+    expectRead(Job::hubReadLarge, hubText(0x80, 7), "riser128-7.bin", 5000);
+    expectRead(Job::hubReadSmall, hubText(0x80, 7, true), "card128-7.bin", 200);
     EXPECT_TRUE(unlocked(0x80));
 }
 
@@ -274,7 +274,7 @@ TEST_P(AdapterJobs, AbsentDevice)
 {
     const bool timesOut = std::string(GetParam().keys).find("absent") != std::string::npos;
     const Ending got = read("sim:planar,L,1C0002,AA", 0, 1);
-    const int refused = expected(job::readSmall);
+    const int refused = expected(Job::readSmall);
     const int silent = timesOut ? ETIME : ENXIO;
     EXPECT_EQ(refused != 0 ? refused : silent, errnoOf(got)) << got;
 }
