@@ -65,10 +65,10 @@ private:
     void chip(const toml::table& table);
     void chipType(const toml::table& table, chipDescription& chip) const;
     void chipOptions(const toml::table& table, chipDescription& chip) const;
-    template <typename Value, std::size_t count>
-    using choices = std::array<std::pair<const char*, Value>, count>;
-    template <typename Value, std::size_t count>
-    Value choice(const toml::table& table, std::string_view key, const choices<Value, count>& values) const;
+    template <typename Value, std::size_t Count>
+    using choices = std::array<std::pair<const char*, Value>, Count>;
+    template <typename Value, std::size_t Count>
+    Value choice(const toml::table& table, std::string_view key, const choices<Value, Count>& values) const;
     void memoryOptions(const toml::table& table, chipDescription& chip) const;
     void writeOptions(const toml::table& table, chipDescription& chip) const;
     [[nodiscard]] chipPace paceOf(const toml::table& table, const chipDescription& chip) const;
@@ -370,16 +370,16 @@ void reader::chipOptions(const toml::table& table, chipDescription& chip) const
 }
 
 // The first of the values is the default.
-template <typename Value, std::size_t count>
-Value reader::choice(const toml::table& table, std::string_view key, const choices<Value, count>& values) const
+template <typename Value, std::size_t Count>
+Value reader::choice(const toml::table& table, std::string_view key, const choices<Value, Count>& values) const
 {
     const std::string name = text(table, key, values.front().first);
     std::string expected;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < Count; ++i) {
         if (name == values[i].first) {
             return values[i].second;
         }
-        expected += (i == 0 ? "expected '" : i + 1 == count ? " or '" : ", '") + std::string{values[i].first} + "'";
+        expected += (i == 0 ? "expected '" : i + 1 == Count ? " or '" : ", '") + std::string{values[i].first} + "'";
     }
     failKey(table, key, expected);
 }
