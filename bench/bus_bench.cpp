@@ -45,8 +45,8 @@ public:
         std::ofstream(m_folder / "machine.toml")
             << "[[bus]]\nname = \"planar\"\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"24C512\"\naddress = 0xA0\nimage = \"large.bin\"\n"
-               "[[chip]]\nbus = \"planar\"\ntype = \"24C256\"\naddress = 0xA2\nimage = \"main.bin\"\nwrite_cycle_ms = "
-               "3.5\n";
+               "[[chip]]\nbus = \"planar\"\ntype = \"24C256\"\naddress = 0xA2\nimage = \"main.bin\"\n"
+               "write_cycle_ms = 3.5\nwrite_cycle_min_ms = 3.5\n";
         if (!kest::host::useConfigurationFile(m_folder / "kest.toml")) {
             throw std::runtime_error("the configuration was read too early");
         }
