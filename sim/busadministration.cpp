@@ -143,6 +143,20 @@ void busAdministration::listFaults(std::vector<listedFault>& into)
     }
 }
 
+bool busAdministration::play(std::vector<eventRecord> events)
+{
+    busUse use{m_shared};
+    if (!use.usable()) {
+        return false;
+    }
+    busState& state = m_shared.state();
+    for (eventRecord& event : events) {
+        event.at += event.byTime ? state.now : state.transactions;
+    }
+    state.events = std::move(events);
+    return use.commit();
+}
+
 bool busAdministration::startWave(const std::string& path)
 {
     const quietWrites quiet;

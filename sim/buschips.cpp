@@ -127,13 +127,54 @@ void busChips::connectResetLines(const member& driver)
     }
 }
 
-sensor* busChips::findSensor(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+const busChips::member* busChips::findMember(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
 {
     const auto found = std::ranges::find_if(m_members, [&](const member& each) {
-        return each.about->kind == chipKind::sensor && each.about->address == address &&
-               each.about->behindHub == (hub != 0) && each.about->hub == hub && each.about->port == port;
+        return each.about->address == address && each.about->behindHub == (hub != 0) && each.about->hub == hub &&
+               each.about->port == port;
     });
-    return found == m_members.end() ? nullptr : static_cast<sensor*>(found->model.get());
+    return found == m_members.end() ? nullptr : &*found;
+}
+
+sensor* busChips::findSensor(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+{
+    const member* const found = findMember(address, hub, port);
+    return found == nullptr || found->about->kind != chipKind::sensor ? nullptr
+                                                                      : static_cast<sensor*>(found->model.get());
+}
+
+chip* busChips::find(std::uint8_t address) const
+{
+    chip* const found = m_at[address >> 1];
+    return found != nullptr && found->isThere() ? found : nullptr;
+}
+
+hub922* busChips::findHub(std::uint8_t address) const
+{
+    hub922* const found = m_hubAt[address >> 1];
+    return found != nullptr && found->isThere() ? found : nullptr;
+}
+
+// A chip that leaves loses its power.
+bool busChips::remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const
+{
+    const member* const found = findMember(address, hub, port);
+    if (found == nullptr || !found->model->isThere()) {
+        return false;
+    }
+    found->model->losePower(now);
+    found->model->powerUp();
+    found->model->putInPlace(false);
+    return true;
+}
+
+void busChips::insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+{
+    const member* const found = findMember(address, hub, port);
+    if (found != nullptr && !found->model->isThere()) {
+        found->model->powerUp();
+        found->model->putInPlace(true);
+    }
 }
 
 // A line that blinks may have been low and high again with nobody looking: then the hub has been through a reset.
@@ -165,6 +206,7 @@ const char* busChips::load(std::span<std::uint8_t> record, std::uint64_t busTime
         each.model->deselect();
         each.model->exchange(fields);
         each.model->exchangeChoices(fields);
+        each.model->exchangePlace(fields);
         if (fields.damaged() != nullptr) {
             return fields.damaged();
         }
@@ -178,6 +220,7 @@ void busChips::store(std::span<std::uint8_t> record) const
         stateFields fields{record.subspan(i * chipStateBytes, chipStateBytes), stateFields::way::store};
         m_members[i].model->exchange(fields);
         m_members[i].model->exchangeChoices(fields);
+        m_members[i].model->exchangePlace(fields);
     }
 }
 
@@ -246,6 +289,7 @@ void busChips::asNew()
 {
     for (auto& member : m_members) {
         member.model->forgetChoices();
+        member.model->putInPlace(true);
         member.model->asNew();
     }
 }
@@ -262,6 +306,9 @@ std::vector<chipListing> busChips::list(std::uint64_t now) const
     std::vector<chipListing> listings;
     for (const auto& member : m_members) {
         listings.push_back({member.label, member.model->list(now)});
+        if (!member.model->isThere()) {
+            listings.back().registers = {{"removed", 1, "answers nothing until it is inserted"}};
+        }
     }
     return listings;
 }

@@ -35,8 +35,17 @@ public:
     busChips(const machineDescription& all, std::size_t bus, const std::filesystem::path& folder);
 
     /// The chip that answers an address on the bus itself; null: nobody does.
-    [[nodiscard]] chip* find(std::uint8_t address) const { return m_at[address >> 1]; }
-    [[nodiscard]] hub922* findHub(std::uint8_t address) const { return m_hubAt[address >> 1]; }
+    [[nodiscard]] chip* find(std::uint8_t address) const;
+    [[nodiscard]] hub922* findHub(std::uint8_t address) const;
+    /// Whether there is a chip in the machine file, in its place or not. @param hub, port  as for findSensor()
+    [[nodiscard]] bool has(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+    {
+        return findMember(address, hub, port) != nullptr;
+    }
+    /// Takes a chip out of its place. @return whether it was there: settle() is due as after a loss of power
+    bool remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const;
+    /// Puts it back, with its registers at their defaults.
+    void insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const;
     /// The sensor at an address of the bus itself, or behind a hub of it; null: there is none.
     /// @param hub   address of the hub, 0: on the bus itself
     /// @param port  of the hub
@@ -89,6 +98,7 @@ private:
     };
 
     void add(const machineDescription& all, const chipDescription& chip, const std::filesystem::path& folder);
+    [[nodiscard]] const member* findMember(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const;
     void connectToBus(const member& added);
     void connectToHub(const member& added);
     void connectResetLines(const member& driver);

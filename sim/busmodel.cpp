@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "sim/controller.h"
+#include "sim/scenario.h"
 
 #include <algorithm>
 
@@ -49,6 +50,7 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
     } else if (result.end = m_shared.heldLine(); result.end == outcome::sclHeld) {
         result = meetHeldScl(use, speedKhz);
     } else if (result.end == outcome::done && !segments.empty()) {
+        ++state.transactions;
         const bool good = drive(use, speedKhz, [&](wire& lines) {
             result = runTransaction(adapter(), m_shared.chips(), state, lines, segments);
             return !m_shared.chips().imageLost();
@@ -176,9 +178,19 @@ void busModel::idle(std::uint64_t nanoseconds)
 void busModel::passTime(std::uint64_t nanoseconds)
 {
     busUse use{m_shared};
+    if (!use.usable()) {
+        return;
+    }
     busState& state = m_shared.state();
-    state.now = std::min(state.now + std::min(nanoseconds, latestTime), latestTime);
-    use.commit();
+    const std::uint64_t end = std::min(state.now + std::min(nanoseconds, latestTime), latestTime);
+    while (state.now < end) {
+        state.now = nextEventTime(state, end);
+        playEvents(m_shared.chips(), state);
+    }
+    // an event may have torn a page without its image
+    if (!m_shared.chips().imageLost()) {
+        use.commit();
+    }
 }
 
 } // namespace kest::sim

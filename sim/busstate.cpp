@@ -41,6 +41,13 @@ void busState::exchange(stateFields& fields)
     }
     fields.number(heldUntil);
     fields.check(heldUntil <= latestTime, "the hold of a line");
+    auto eventCount = static_cast<std::uint32_t>(events.size());
+    fields.numbers(transactions, eventCount);
+    fields.check(eventCount <= mostEvents, "the number of events");
+    events.resize(std::min<std::size_t>(eventCount, mostEvents));
+    for (auto& event : events) {
+        event.exchange(fields);
+    }
 }
 
 } // namespace kest::sim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/cutread.h"
+#include "sim/event.h"
 #include "sim/faultrecord.h"
 #include "sim/pagewrite.h"
 #include "sim/statefields.h"
@@ -29,6 +30,8 @@ struct busState {
     std::uint64_t waveBytes = 0; ///< length of the waveform file
     waveEnd waveAt; ///< how far the waveform has come
     std::vector<faultRecord> faults;
+    std::uint64_t transactions = 0; ///< that the bus has seen
+    std::vector<eventRecord> events; ///< of a scenario, in the order in which they happen
 
     /// Whether a fault holds a line.
     [[nodiscard]] bool held() const { return sdaHeld || sclHeld; }
@@ -37,7 +40,7 @@ struct busState {
     void exchange(stateFields& fields);
 };
 
-constexpr std::size_t busStateBytes = 512 + 2 * mostFaults * faultBytes;
+constexpr std::size_t busStateBytes = 512 + 2 * mostFaults * faultBytes + mostEvents * eventBytes;
 /// Bus time stops there and does not wrap; every use of the bus fails then.
 constexpr std::uint64_t latestTime = std::uint64_t{1} << 62;
 

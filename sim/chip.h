@@ -114,6 +114,17 @@ public:
     /// The next random choice about how it and its controller understand each other.
     chance choiceOnTheWire() { return nextChoice(); }
 
+    /// Whether it is in its place. One that was taken out answers nothing; its memory stays as it is.
+    [[nodiscard]] bool isThere() const { return m_isThere; }
+    void putInPlace(bool there) { m_isThere = there; }
+    /// Loads whether it is in its place, or stores it; with each exchange().
+    void exchangePlace(stateFields& fields)
+    {
+        bool removed = !m_isThere;
+        fields.flag(removed);
+        m_isThere = !removed;
+    }
+
 protected:
     /// The next random choice, as a source of its own: one choice may need several numbers. Power does not touch the
     /// count, so no two choices of a chip are the same.
@@ -123,6 +134,7 @@ private:
     chipPace m_pace;
     chance m_choices;
     std::uint64_t m_choicesMade = 0;
+    bool m_isThere = true;
 };
 
 } // namespace kest::sim

@@ -191,7 +191,7 @@ bool hub922::anyHeld(heldLine line) const { return std::ranges::find(m_holds, li
 hub922::device hub922::target() const
 {
     const auto found = m_devices.find({m_received[0], m_received[1]});
-    return found == m_devices.end() ? device{} : found->second;
+    return found == m_devices.end() || !found->second.model->isThere() ? device{} : found->second;
 }
 
 // Everything that ends a transfer before its first bit on a sub-bus.

@@ -4,6 +4,7 @@
 #include "sim/busadministration.h"
 #include "sim/busmodel.h"
 #include "sim/machinesource.h"
+#include "sim/scenariofile.h"
 #include "sim/sharedbus.h"
 #include "sim/statefile.h"
 
@@ -83,6 +84,7 @@ public:
     bool stopWave(const std::string& busName) override;
     void checkBuses() override { allBuses(); }
     [[nodiscard]] std::vector<std::string> nodes() const override;
+    std::size_t play(const std::string& scenario, const std::string& fileName) override;
 
     /// Whether this object still stands for what is in the folder. Under the opening lock.
     bool stillStandsFor();
@@ -102,6 +104,7 @@ private:
     [[nodiscard]] std::shared_ptr<const machineDescription> whole() const;
     std::uint32_t takeFaultNumber();
     bool giveFault(const fault& what, const faultRecord& record);
+    void addEvent(const eventDescription& what, std::vector<std::vector<eventRecord>>& perBus);
     machineBus* find(const std::string& name);
     const std::vector<std::unique_ptr<machineBus>>& allBuses();
 
@@ -398,6 +401,53 @@ bool machineModel::giveFault(const fault& what, const faultRecord& record)
         }
     }
     return true;
+}
+
+// @param perBus  gets the event for each bus that it concerns
+void machineModel::addEvent(const eventDescription& what, std::vector<std::vector<eventRecord>>& perBus)
+{
+    faultDescription where;
+    where.bus = what.bus.empty() ? what.bus : nameOnNode(what.bus, what.node);
+    where.node = what.bus.empty() ? what.node : std::string{};
+    eventRecord event = what.event;
+    if (event.kind == eventKind::fault) {
+        event.fault = makeFaultRecord(what.fault, takeFaultNumber(), m_about.seed);
+    }
+    bool concerned = false;
+    for (std::size_t bus = 0; bus < perBus.size(); ++bus) {
+        if (!m_about.concerns(where, bus)) {
+            continue;
+        }
+        concerned = true;
+        event.fault.ofEveryBus = where.bus.empty() && where.node.empty();
+        event.fault.ofNode = !where.node.empty();
+        if (event.address != 0 && !m_buses[bus]->shared.chips().has(event.address, event.hub, event.port)) {
+            throw std::runtime_error{what.place + ": no chip at " + addressText(event.address) + " there"};
+        }
+        if (perBus[bus].size() == mostEvents) {
+            throw std::runtime_error{what.place + ": more than " + std::to_string(mostEvents) + " events on a bus"};
+        }
+        perBus[bus].push_back(event);
+    }
+    if (!concerned) {
+        throw std::runtime_error{what.place + ": no bus '" + (where.bus.empty() ? where.node : where.bus) + "'"};
+    }
+}
+
+std::size_t machineModel::play(const std::string& scenario, const std::string& fileName)
+{
+    const std::vector<eventDescription> events = parseScenario(scenario, fileName);
+    const auto& buses = allBuses();
+    std::vector<std::vector<eventRecord>> perBus(buses.size());
+    for (const eventDescription& what : events) {
+        addEvent(what, perBus);
+    }
+    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
+        if (!buses[bus]->administration.play(std::move(perBus[bus]))) {
+            throw std::runtime_error{fileName + ": the machine is gone"};
+        }
+    }
+    return events.size();
 }
 
 bool machineModel::clearFault(std::uint32_t number)

@@ -71,6 +71,11 @@ public:
     virtual void checkBuses() = 0;
     /// The nodes that have buses; "" is the local one.
     [[nodiscard]] virtual std::vector<std::string> nodes() const = 0;
+    /// Lets what a scenario lists happen on the machine, for all processes, instead of the scenario before. Times and
+    /// numbers of transactions count from now. Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong".
+    /// @param fileName  appears in error texts only
+    /// @return how many events there are
+    virtual std::size_t play(const std::string& scenario, const std::string& fileName) = 0;
     /// startWave() and stopWave() for a bus of any node. @param node  "" the local one
     bool startWave(const std::string& busName, const std::string& node, const std::filesystem::path& file);
     bool stopWave(const std::string& busName, const std::string& node);

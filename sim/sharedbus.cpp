@@ -1,5 +1,6 @@
 #include "sim/sharedbus.h"
 
+#include "sim/scenario.h"
 #include "sim/wavefile.h"
 
 #include <algorithm>
@@ -158,6 +159,9 @@ void sharedBus::appendWave(waveText& wave)
 busUse::busUse(sharedBus& bus) : m_bus{bus}, m_held{*bus.m_file, bus.m_index}, m_loaded{m_held.held() && bus.load()}
 {
     catchUp();
+    if (m_loaded) {
+        playEvents(m_bus.chips(), m_bus.state());
+    }
 }
 
 // In real time the bus's clock goes on between transactions, too.

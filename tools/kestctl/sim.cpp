@@ -6,6 +6,7 @@
 #include "tools/kestctl/simbus.h"
 #include "tools/kestctl/simfault.h"
 #include "tools/kestctl/simnew.h"
+#include "tools/kestctl/simplay.h"
 #include "tools/kestctl/simshow.h"
 #include "tools/kestctl/simwave.h"
 
@@ -31,6 +32,7 @@ void addSim(command program, context& shared)
     addSimShow(area, shared);
     addSimFault(area, shared);
     addSimWave(area, shared);
+    addSimPlay(area, shared);
     runs(addVerb(area, "power-cycle", "registers to their defaults, hubs out of reset, held lines free; images stay"),
          shared, runSimPowerCycle);
 }

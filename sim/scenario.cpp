@@ -1,0 +1,106 @@
+#include "sim/scenario.h"
+
+#include "sim/power.h"
+#include "sim/sensor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace kest::sim
+{
+
+namespace
+{
+
+constexpr double microPerDegree = 1e6;
+
+void moveTemperature(const busChips& chips, const busState& state, eventRecord& event)
+{
+    sensor* const around = chips.findSensor(event.address, event.hub, event.port);
+    if (around == nullptr) {
+        event.lastingNs = 0;
+        return;
+    }
+    if (!event.begun) {
+        event.begun = true;
+        event.fromMicroCelsius = static_cast<std::int32_t>(std::lround(around->celsius() * microPerDegree));
+    }
+    const std::uint64_t passed = state.now - std::min(event.at, state.now);
+    const double share =
+        passed >= event.lastingNs ? 1.0 : static_cast<double>(passed) / static_cast<double>(event.lastingNs);
+    const double change = static_cast<double>(event.microCelsius) - event.fromMicroCelsius;
+    around->setCelsius((event.fromMicroCelsius + share * change) / microPerDegree, state.now);
+}
+
+void addFault(busState& state, const faultRecord& fault)
+{
+    if (std::cmp_less(std::ranges::count(state.faults, false, &faultRecord::fromFile), mostFaults)) {
+        state.faults.push_back(fault);
+    }
+}
+
+/// @return whether the event is over
+bool play(busChips& chips, busState& state, eventRecord& event)
+{
+    switch (event.kind) {
+    case eventKind::fault:
+        addFault(state, event.fault);
+        break;
+    case eventKind::remove:
+        state.torn = chips.remove(event.address, event.hub, event.port, state.now) || state.torn;
+        chips.driveResetLines(state.faults, state.now);
+        break;
+    case eventKind::insert:
+        chips.insert(event.address, event.hub, event.port);
+        chips.driveResetLines(state.faults, state.now);
+        break;
+    case eventKind::temperature:
+        // the change begins where it is met; its length counts from there
+        if (!event.begun) {
+            event.at = state.now;
+            event.byTime = true;
+        }
+        moveTemperature(chips, state, event);
+        return state.now - event.at >= event.lastingNs;
+    case eventKind::powerCut:
+        losePower(chips, state);
+        break;
+    }
+    return true;
+}
+
+bool isDue(const busState& state, const eventRecord& event)
+{
+    return (event.byTime ? state.now : state.transactions) >= event.at;
+}
+
+} // namespace
+
+void playEvents(busChips& chips, busState& state)
+{
+    if (state.events.empty()) {
+        return;
+    }
+    std::vector<eventRecord> left;
+    for (eventRecord& event : state.events) {
+        if (!isDue(state, event) || !play(chips, state, event)) {
+            left.push_back(event);
+        }
+    }
+    state.events = std::move(left);
+}
+
+std::uint64_t nextEventTime(const busState& state, std::uint64_t otherwise)
+{
+    std::uint64_t next = otherwise;
+    for (const eventRecord& event : state.events) {
+        const std::uint64_t at = event.begun ? event.at + event.lastingNs : event.at;
+        if (event.byTime && at > state.now) {
+            next = std::min(next, at);
+        }
+    }
+    return next;
+}
+
+} // namespace kest::sim

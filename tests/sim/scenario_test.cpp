@@ -1,0 +1,245 @@
+#include "sim/busstate.h"
+#include "sim/scenario.h"
+#include "tests/sim/machinetest.h"
+
+#include <array>
+#include <stdexcept>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+class Scenario : public MachineTest
+{
+protected:
+    void SetUp() override
+    {
+        power(chip("24C02", "0xA0", "image = \"a.bin\"") + chip("LM75", "0x90") + chip("HUB922", "0x80") +
+              chip("24C02", "0xA2", "hub = 0x80\nport = 3\nimage = \"b.bin\""));
+    }
+    std::size_t play(const std::string& text) { return machine->play(text, "s.toml"); }
+    std::string playingSays(const std::string& text)
+    {
+        try {
+            play(text);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    }
+    static std::string event(const std::string& keys) { return "[[event]]\nbus = \"planar\"\n" + keys + "\n"; }
+};
+
+TEST_F(Scenario, ChipsLeaveAndComeBackAtTheirTimes)
+{
+    on->idleMs(7);
+    EXPECT_EQ(2U, play(event("at_ms = 20\ndo = \"insert\"\naddress = 0xA0") +
+                       event("at_ms = 10\ndo = \"remove\"\naddress = 0xA0")));
+    on->planar->idle(9'999'999);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+    EXPECT_EQ("answers nothing until it is inserted", meaning("planar 0xA0 24C02", "removed"));
+    EXPECT_EQ(outcome::done, on->probe(0x90));
+    on->idleMs(10);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+}
+
+TEST_F(Scenario, EventsCountTransactions)
+{
+    on->probe(0xA0);
+    play(event("transaction = 3\ndo = \"remove\"\naddress = 0xA0") +
+         event("transaction = 4\ndo = \"insert\"\naddress = 0xA0"));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+}
+
+TEST_F(Scenario, AChipBehindAHubLeavesAndKeepsItsImage)
+{
+    EXPECT_EQ(outcome::done, on->store(0x80, {3, 0xA2, 0x10, 0x42}));
+    play(event("at_ms = 0\ndo = \"remove\"\naddress = 0xA2\nhub = 0x80\nport = 3"));
+    // status 2: no answer
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0x10}, 2).data, (Bytes{2, 0xFF}));
+    EXPECT_EQ(0x42, home.content("b.bin")[0x10]);
+    play(event("at_ms = 0\ndo = \"insert\"\naddress = 0xA2\nhub = 0x80\nport = 3"));
+    EXPECT_EQ(Bytes{2}, on->read(0x80, 1).data);
+    EXPECT_EQ(on->readAt(0x80, {3, 0xA2, 0x10}, 2).data, (Bytes{0, 0x42}));
+}
+
+TEST_F(Scenario, ARemovedHubTakesItsChipsAlong)
+{
+    play(event("at_ms = 0\ndo = \"remove\"\naddress = 0x80"));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->readAt(0x80, {3, 0xA2, 0}, 2).end);
+}
+
+// From 25 to 45 degrees in ten seconds; a conversion of the sensor ends well within each further second.
+TEST_F(Scenario, TemperaturesRise)
+{
+    play(event("at_ms = 0\ndo = \"temperature\"\naddress = 0x90\ncelsius = 45\nover_ms = 10000"));
+    on->idleMs(5000);
+    on->idleMs(1000);
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x23, 0x00}));
+    on->idleMs(5000);
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x2D, 0x00}));
+    play(event("at_ms = 1000\ndo = \"temperature\"\naddress = 0x90\ncelsius = -10"));
+    on->idleMs(500);
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0x2D, 0x00}));
+    on->idleMs(2000);
+    EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0xF6, 0x00}));
+}
+
+TEST_F(Scenario, FaultsBeginAtTheirTimes)
+{
+    play("[[event]]\nat_ms = 5\ndo = \"fault\"\nkind = \"nack\"\naddress = 0xA0\ncount = 1\n");
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_TRUE(machine->faults().empty());
+    on->idleMs(5);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    ASSERT_EQ(1U, machine->faults().size());
+    EXPECT_EQ("nack", machine->faults()[0].what.kind);
+    EXPECT_EQ("", machine->faults()[0].what.bus);
+    EXPECT_EQ(1U, machine->faults()[0].struck);
+}
+
+TEST_F(Scenario, APowerCutEndsAWriteCycle)
+{
+    on->store(0xA0, {0x08, 1, 2, 3, 4, 5, 6, 7, 8});
+    play(event("at_ms = 1\ndo = \"power-cut\""));
+    EXPECT_EQ(outcome::done, on->write(0xA0, {0x10, 1, 2, 3, 4, 5, 6, 7, 8}).end);
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+    on->idleMs(1);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    const Bytes image = home.content("a.bin");
+    EXPECT_NE(Bytes(image.begin() + 0x10, image.begin() + 0x18), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(Bytes(image.begin() + 0x08, image.begin() + 0x10), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(Bytes(image.begin() + 0x18, image.end()), Bytes(256 - 0x18, 0xFF));
+    EXPECT_EQ(15U, value("planar 0x80 HUB922", "STATUS"));
+}
+
+TEST_F(Scenario, AllProcessesSeeIt)
+{
+    play(event("at_ms = 0\ndo = \"remove\"\naddress = 0xA0"));
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(on->probe(0xA0) == outcome::addressNotAcknowledged && on->probe(0x90) == outcome::done ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+}
+
+TEST_F(Scenario, ANewOneTakesThePlaceOfTheOneBefore)
+{
+    play(event("at_ms = 1\ndo = \"remove\"\naddress = 0xA0"));
+    EXPECT_EQ(0U, play(""));
+    on->idleMs(2);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+}
+
+TEST_F(Scenario, WhatFitsNoMachineChangesNothing)
+{
+    play(event("transaction = 1\ndo = \"remove\"\naddress = 0xA0"));
+    EXPECT_EQ("s.toml:1:1: no chip at 0xA4 there", playingSays(event("at_ms = 0\ndo = \"remove\"\naddress = 0xA4")));
+    EXPECT_EQ("s.toml:1:1: no chip at 0xA2 there",
+              playingSays(event("at_ms = 0\ndo = \"remove\"\naddress = 0xA2\nhub = 0x80\nport = 2")));
+    EXPECT_EQ("s.toml:1:1: no bus 'far'", playingSays("[[event]]\nnode = \"far\"\nat_ms = 0\ndo = \"power-cut\"\n"));
+    EXPECT_EQ("s.toml:1:1: no bus 'far:planar'",
+              playingSays("[[event]]\nnode = \"far\"\nbus = \"planar\"\nat_ms = 0\ndo = \"power-cut\"\n"));
+    std::string many;
+    for (int i = 0; i < 65; ++i) {
+        many += event("at_ms = 1\ndo = \"power-cut\"");
+    }
+    EXPECT_EQ("s.toml:257:1: more than 64 events on a bus", playingSays(many));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+}
+
+// What a loaded event has by its place: kind, by time, when (8 bytes), address, hub, port, ...
+TEST(ScenarioState, DamagedEventsAreSaid)
+{
+    eventRecord good;
+    good.kind = eventKind::temperature;
+    good.address = 0x90;
+    std::array<std::uint8_t, eventBytes> stored{};
+    stateFields fields{stored, stateFields::way::store};
+    good.exchange(fields);
+    struct Row {
+        std::size_t at;
+        std::uint8_t value;
+        const char* what;
+    };
+    for (const Row& damage :
+         {Row{0, 5, "the kind of an event"}, Row{1, 2, "a flag"}, Row{9, 0x90, "the time of an event"},
+          Row{10, 0x91, "the chip of an event"}, Row{11, 1, "the chip of an event"}, Row{12, 8, "the chip of an event"},
+          Row{16, 0x7F, "the temperature of an event"}, Row{23, 1, "the temperature of an event"}, Row{25, 2, "a flag"},
+          Row{29, 0x80, "the temperature of an event"}}) {
+        auto bad = stored;
+        bad.at(damage.at) = damage.value;
+        stateFields load{bad, stateFields::way::load};
+        eventRecord loaded;
+        loaded.exchange(load);
+        EXPECT_STREQ(damage.what, load.damaged()) << damage.at;
+    }
+}
+
+/// What is left of a run.
+struct Leftover {
+    Bytes state, image, wave;
+    std::vector<outcome> ends;
+
+    bool operator==(const Leftover&) const = default;
+};
+
+class Seed : public MachineTest
+{
+protected:
+    /// A process writes and reads on the flaky bus of a machine that is made anew.
+    Leftover run(const std::string& seed)
+    {
+        on.reset();
+        machine.reset();
+        for (const char* file : {"machine.state", "a.bin", "wave.vcd"}) {
+            std::filesystem::remove(home.path / file);
+        }
+        home.put("machine.toml", "seed = " + seed + "\n[[bus]]\nname = \"planar\"\n" +
+                                     chip("24C02", "0xA0", "image = \"a.bin\"") + chip("LM75", "0x90") +
+                                     "[[fault]]\nkind = \"nack\"\nprobability = 0.2\n"
+                                     "[[fault]]\nkind = \"corrupt\"\nprobability = 0.2\nbyte = 2\n");
+        open();
+        machine->startWave("planar", home.path / "wave.vcd");
+        machine->play("[[event]]\nat_ms = 40\ndo = \"fault\"\nkind = \"arbitration\"\nprobability = 0.3\n"
+                      "[[event]]\nat_ms = 61\ndo = \"power-cut\"\n"
+                      "[[event]]\ntransaction = 30\nbus = \"planar\"\ndo = \"temperature\"\naddress = 0x90\n"
+                      "celsius = 80\nover_ms = 30\n",
+                      "s.toml");
+        Leftover left;
+        for (std::uint8_t i = 0; i < 60; ++i) {
+            left.ends.push_back(on->write(0xA0, {static_cast<std::uint8_t>(8 * i), i, i, i}).end);
+            on->idleMs(2);
+            left.ends.push_back(on->readAt(0x90, {0}, 2).end);
+        }
+        left.state = home.content("machine.state");
+        left.image = home.content("a.bin");
+        left.wave = home.content("wave.vcd");
+        return left;
+    }
+};
+
+TEST_F(Seed, TheSameGivesTheSameRunByteByByte)
+{
+    const Leftover first = run("5");
+    EXPECT_EQ(first, run("5"));
+    const Leftover other = run("6");
+    EXPECT_NE(first.ends, other.ends);
+    EXPECT_NE(first.image, other.image);
+    EXPECT_NE(first.wave, other.wave);
+}
+
+} // namespace
+} // namespace kest::sim::test

@@ -1,0 +1,41 @@
+#include <gmock/gmock.h>
+
+#include "tests/tools/program.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using testing::HasSubstr;
+
+using KestctlPlay = MachineTest;
+
+TEST_F(KestctlPlay, AScenarioHappensToAllProcesses)
+{
+    const std::string file = (folder() / "day.toml").string();
+    writeFile(file, "[[event]]\ntransaction = 1\nbus = \"planar\"\ndo = \"remove\"\naddress = 0x90\n"
+                    "[[event]]\nat_ms = 60000\nbus = \"planar\"\ndo = \"insert\"\naddress = 0x90\n");
+    EXPECT_EQ("2 events to come\n", says({"sim", "play", file}));
+    EXPECT_EQ(4, kestctl({"detect", "inlet-temp"}).exit);
+    EXPECT_EQ(0, kestctl({"detect", "cpu-temp"}).exit);
+    EXPECT_THAT(says({"sim", "show"}),
+                HasSubstr("planar 0x90 LM75\n  removed   0x01  answers nothing until it is inserted\n"));
+    EXPECT_EQ("{\"events\":1}\n",
+              says({"sim", "play", "-", "--json"}, {.input = "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"insert\"\n"
+                                                             "address = 0x90\n"}));
+    EXPECT_EQ(0, kestctl({"detect", "inlet-temp"}).exit);
+}
+
+TEST_F(KestctlPlay, WhatIsWrongIsNamedAndChangesNothing)
+{
+    const std::string file = (folder() / "day.toml").string();
+    writeFile(file, "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"remove\"\naddress = 0xEE\n");
+    const RunResult result = kestctl({"sim", "play", file});
+    EXPECT_EQ(2, result.exit);
+    EXPECT_EQ("kestctl: " + file + ":1:1: no chip at 0xEE there; nothing has changed\n", result.errors);
+    EXPECT_NE(0, kestctl({"sim", "play", (folder() / "none").string()}).exit);
+}
+
+} // namespace
+} // namespace kest::test
