@@ -38,7 +38,7 @@ constexpr std::array<std::string_view, 2> temperatureKeys{"celsius", "over_ms"};
 constexpr std::array<std::string_view, 10> faultKeys{"kind",        "address", "way",   "nth",  "count",
                                                      "probability", "seed",    "value", "byte", "until_reset"};
 
-constexpr double longestMs = static_cast<double>(longestRampNs / nsPerMs);
+constexpr double longestMs = static_cast<double>(longestRampNs) / nsPerMs;
 constexpr std::int64_t mostTransactions = std::numeric_limits<std::int64_t>::max();
 
 /// Reads one table.

@@ -21,7 +21,7 @@ TEST_F(KestctlPlay, AScenarioHappensToAllProcesses)
     EXPECT_EQ(0, kestctl({"detect", "cpu-temp"}).exit);
     EXPECT_THAT(says({"sim", "show"}),
                 HasSubstr("planar 0x90 LM75\n  removed   0x01  answers nothing until it is inserted\n"));
-    EXPECT_EQ("{\"events\":1}\n",
+    EXPECT_EQ("{\n  \"events\": 1\n}\n",
               says({"sim", "play", "-", "--json"}, {.input = "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"insert\"\n"
                                                              "address = 0x90\n"}));
     EXPECT_EQ(0, kestctl({"detect", "inlet-temp"}).exit);
