@@ -175,7 +175,7 @@ std::map<std::string, std::vector<std::uint8_t>> contentsOf(const sim::machineTe
 std::string configurationOf(const sim::machineTemplate& which)
 {
     constexpr const char* demoConfiguration = "kest.toml";
-    const std::string demo = embeddedText(demoConfiguration);
+    std::string demo = embeddedText(demoConfiguration);
     if (which.name == sim::machineTemplates().front().name) {
         return demo;
     }
