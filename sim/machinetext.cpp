@@ -3,6 +3,7 @@
 #include "base/clock.h"
 #include "base/descriptor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -21,9 +22,8 @@ namespace
 
 constexpr off_t longestTextBytes = 1 << 20;
 
-// A file that is younger may be written again without a new time stamp. The stamps of most file systems have the tick
-// of the kernel, at most 10 ms; those without nanoseconds have seconds.
-constexpr std::uint64_t tickNs = 100'000'000, longTickNs = 3 * nsPerSecond;
+// Longer than the tick of stamps without nanoseconds, which is a second.
+constexpr std::uint64_t longTickNs = 3 * nsPerSecond;
 
 std::uint64_t nsOf(const timespec& time)
 {
@@ -46,7 +46,10 @@ machineText::version machineText::versionOf(const struct ::stat& found)
             .changedNs = nsOf(found.st_ctim)};
 }
 
-machineText::machineText(std::filesystem::path file) : m_file{std::move(file)} { m_text = read(); }
+machineText::machineText(std::filesystem::path file, std::uint64_t tickNs) : m_file{std::move(file)}, m_tickNs{tickNs}
+{
+    m_text = read();
+}
 
 // The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
 std::string machineText::read()
@@ -79,8 +82,8 @@ std::string machineText::read()
     }
     text.resize(have);
     const version read = versionOf(found);
-    const std::uint64_t tick = read.changedNs % nsPerSecond == 0 ? longTickNs : tickNs;
-    if (std::cmp_equal(have, found.st_size) && read.changedNs + tick < startedAt) {
+    const std::uint64_t tick = read.changedNs % nsPerSecond == 0 ? std::max(longTickNs, m_tickNs) : m_tickNs;
+    if (std::cmp_equal(have, found.st_size) && startedAt >= read.changedNs && startedAt - read.changedNs >= tick) {
         m_version = read;
     }
     return text;
@@ -90,7 +93,12 @@ bool machineText::stillHolds()
 {
     struct stat now {
     };
-    return (stat(m_file.c_str(), &now) == 0 && versionOf(now) == m_version) || read() == m_text;
+    if ((stat(m_file.c_str(), &now) == 0 && versionOf(now) == m_version) || read() == m_text) {
+        return true;
+    }
+    // the version that was read has another text
+    m_version = {};
+    return false;
 }
 
 } // namespace kest::sim

@@ -13,9 +13,13 @@ namespace kest::sim
 class machineText
 {
 public:
+    /// Longer than the tick of most file systems' stamps, which is that of the kernel: at most 10 ms.
+    static constexpr std::uint64_t safeTickNs = 100'000'000;
+
     /// Reads the file. Throws std::system_error where the system refused it, and std::runtime_error for a file that is
     /// not a regular one or too large.
-    explicit machineText(std::filesystem::path file);
+    /// @param tickNs  a file that was changed less than this before it is read may be changed again without a new stamp
+    explicit machineText(std::filesystem::path file, std::uint64_t tickNs = safeTickNs);
 
     [[nodiscard]] const std::filesystem::path& file() const { return m_file; }
     [[nodiscard]] const std::string& text() const { return m_text; }
@@ -38,6 +42,7 @@ private:
     std::string read();
 
     const std::filesystem::path m_file;
+    const std::uint64_t m_tickNs;
     std::string m_text;
     version m_version; ///< that is sure to have the text
 };
