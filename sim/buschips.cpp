@@ -251,9 +251,9 @@ void busChips::prepareImages(const std::string& machineFile)
     }
 }
 
-void busChips::expectImages()
+void busChips::makeMissingImages() const
 {
-    for (auto& member : m_members) {
+    for (const auto& member : m_members) {
         if (member.cells) {
             member.cells->makeWhenMissing();
         }

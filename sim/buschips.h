@@ -67,8 +67,8 @@ public:
 
     /// Missing images are made. Throws std::runtime_error.
     void prepareImages(const std::string& machineFile);
-    /// Images that are missing when they are first used from now on are made, too.
-    void expectImages();
+    /// Missing images are made, where the system allows it.
+    void makeMissingImages() const;
     /// Whether a page is of one of their images.
     [[nodiscard]] bool holds(const pageWrite& page) const;
     /// @return false when the image would not take the page

@@ -51,6 +51,13 @@ std::string image::prepare(int& error)
     return error == 0 ? std::string{} : std::generic_category().message(error);
 }
 
+void image::makeWhenMissing() const
+{
+    if (access(m_path.c_str(), F_OK) != 0 && errno == ENOENT) {
+        makeErased(m_path, m_sizeBytes);
+    }
+}
+
 void image::begin(std::uint32_t chipIndex, pageWrite& pending)
 {
     m_chip = chipIndex;
@@ -66,12 +73,7 @@ bool image::open()
     if (m_descriptor >= 0) {
         return true;
     }
-    const auto openFile = [this] { return ownDescriptor(::open(m_path.c_str(), O_RDWR | O_CLOEXEC)); };
-    m_descriptor = openFile();
-    if (m_descriptor < 0 && errno == ENOENT && m_makes && makeErased(m_path, m_sizeBytes)) {
-        m_descriptor = openFile();
-    }
-    m_makes = false;
+    m_descriptor = ownDescriptor(::open(m_path.c_str(), O_RDWR | O_CLOEXEC));
     if (m_descriptor < 0) {
         return false;
     }

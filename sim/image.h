@@ -27,8 +27,8 @@ public:
     /// @return what is wrong; empty: nothing
     std::string prepare(int& error);
 
-    /// The next use makes the file when there is none.
-    void makeWhenMissing() { m_makes = true; }
+    /// Makes the file, all 0xFF, when there is none. What cannot be made is lost when it is used.
+    void makeWhenMissing() const;
 
     /// Begins a transaction. The file is opened when it is first used, so that the next transaction finds a file that
     /// was put in its place.
@@ -61,7 +61,6 @@ private:
     std::array<std::uint8_t, windowBytes> m_window{};
     std::uint32_t m_windowStart = noWindow;
     bool m_lost = false;
-    bool m_makes = false;
     std::uint32_t m_chip = 0;
     pageWrite* m_page = nullptr;
 

@@ -191,8 +191,9 @@ machineBus& machineModel::readyBus(std::size_t index)
                 m_buses[index].reset();
                 throw;
             }
+        } else {
+            bus.shared.chips().makeMissingImages();
         }
-        bus.shared.chips().expectImages();
         what = m_states->usable(m_source.layoutMark()) ? bus.shared.damage() : std::string{};
     }
     if (!what.empty()) {

@@ -180,6 +180,21 @@ TEST_F(TwoBuses, AMachineOutOfUseStaysOpenAndSeesWhatChanged)
     EXPECT_FALSE(std::filesystem::exists(home.path / "a.bin"));
 }
 
+TEST_F(TwoBuses, AnImageThatVanishesBeforeItsFirstUseIsNotMadeAgain)
+{
+    powerBoth();
+    for (const bool again : {false, true}) {
+        if (again) {
+            release();
+            open();
+            EXPECT_EQ(256U, home.content("a.bin").size());
+        }
+        std::filesystem::remove(home.path / "a.bin");
+        EXPECT_EQ(outcome::gone, on->readAt(0xA0, {0}, 2).end);
+        EXPECT_FALSE(std::filesystem::exists(home.path / "a.bin"));
+    }
+}
+
 TEST_F(TwoBuses, AChangeOfTheFileIsSeenAlsoWithTheSameSizeAndTimeStamp)
 {
     power(chip("PCA9554", "0x40", "inputs = 0x0F"));
