@@ -43,19 +43,17 @@ void busAdministration::withFreedLines(Change change, Commit commit)
     commit(state.recording ? &wave : nullptr);
 }
 
-void busAdministration::powerCycle()
+bool busAdministration::powerCycle()
 {
     busUse use{m_shared};
     if (!use.usable()) {
-        return;
+        return false;
     }
+    bool done = false;
     const auto cycle = [this] { losePower(m_shared.chips(), m_shared.state()); };
     // without its image a page would be torn into one that nobody wrote
-    withFreedLines(cycle, [&](waveText* wave) {
-        if (!m_shared.chips().imageLost()) {
-            use.commit(wave);
-        }
-    });
+    withFreedLines(cycle, [&](waveText* wave) { done = !m_shared.chips().imageLost() && use.commit(wave); });
+    return done;
 }
 
 void busAdministration::makeNew()

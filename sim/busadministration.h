@@ -22,7 +22,8 @@ public:
 
     /// Adds the registers of the bus's chips to a list.
     void listRegisters(std::vector<chipListing>& into);
-    void powerCycle();
+    /// @return false when the bus can't be used, or an image does not take its torn page
+    bool powerCycle();
 
     /// State of a new machine. Under the lock of all.
     void makeNew();

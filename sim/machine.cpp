@@ -74,7 +74,7 @@ public:
     [[nodiscard]] std::vector<chipInfo> chips() const override;
     [[nodiscard]] const std::filesystem::path& folder() const override { return m_folder; }
     std::vector<registerValue> registers() override;
-    void powerCycle() override;
+    bool powerCycle() override;
     std::uint32_t addFault(const fault& what) override;
     bool clearFault(std::uint32_t number) override;
     void clearFaults() override;
@@ -330,11 +330,13 @@ std::vector<machine::registerValue> machineModel::registers()
     return list;
 }
 
-void machineModel::powerCycle()
+bool machineModel::powerCycle()
 {
+    bool done = true;
     for (const auto& bus : allBuses()) {
-        bus->administration.powerCycle();
+        done = bus->administration.powerCycle() && done;
     }
+    return done;
 }
 
 machineBus* machineModel::find(const std::string& name)

@@ -48,8 +48,10 @@ public:
         std::string meaning;
     };
     virtual std::vector<registerValue> registers() = 0;
-    /// Registers to their defaults, hubs out of reset, held lines free, write cycles over; images stay.
-    virtual void powerCycle() = 0;
+    /// Registers to their defaults, hubs out of reset, held lines free, write cycles over. Images stay, but for the
+    /// pages whose write cycles ran: these are torn.
+    /// @return false when a bus could not be used, or an image not take its torn page; the other buses had their cycle
+    virtual bool powerCycle() = 0;
 
     using fault = faultDescription;
     using listedFault = sim::listedFault;

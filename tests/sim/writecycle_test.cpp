@@ -144,6 +144,17 @@ TEST_F(WriteCycle, PageWithoutItsImageIsTornWhenTheImageIsBack)
     EXPECT_EQ((Bytes{0x01, 0xA2, 0x03, 0xA4, 0x96, 0xA5, 0xA7, 0x08}), page());
 }
 
+TEST_F(WriteCycle, LossOfPowerReportsAnImageThatIsMissing)
+{
+    powerSeeded("");
+    EXPECT_TRUE(machine->powerCycle());
+    writeOverCounting();
+    std::filesystem::rename(home.path / "a.bin", home.path / "kept");
+    EXPECT_FALSE(machine->powerCycle());
+    std::filesystem::rename(home.path / "kept", home.path / "a.bin");
+    EXPECT_TRUE(machine->powerCycle());
+}
+
 // The record before the current one is what a process leaves that is killed before the torn page is in its image.
 TEST_F(WriteCycle, TornPageOfAKilledProcessReachesItsImageOnce)
 {

@@ -17,9 +17,14 @@ namespace
 
 int runSimPowerCycle(const context& shared)
 {
-    openConfiguredMachine()->powerCycle();
+    if (!openConfiguredMachine()->powerCycle()) {
+        throw failure{.what = "a bus was left out or is not done: it cannot be used, or the image of a page in a write "
+                              "cycle cannot be read or written",
+                      .tryThis = "see to the machine's folder, and repeat it"};
+    }
     reportDone(shared, {{"power_cycled", true}},
-               "registers are at their defaults, hubs are out of reset; images are as they were");
+               "registers are at their defaults, hubs are out of reset; images are as they were, but for pages whose "
+               "write cycles ran");
     return exitDone;
 }
 
@@ -33,7 +38,8 @@ void addSim(command program, context& shared)
     addSimFault(area, shared);
     addSimWave(area, shared);
     addSimPlay(area, shared);
-    runs(addVerb(area, "power-cycle", "registers to their defaults, hubs out of reset, held lines free; images stay"),
+    runs(addVerb(area, "power-cycle", "registers to their defaults, hubs out of reset, held lines free",
+                 "Images stay, but for pages whose write cycles run: these are torn."),
          shared, runSimPowerCycle);
 }
 

@@ -181,6 +181,24 @@ TEST_F(KestctlSim, PowerCycleBringsRegistersBackAndLeavesImages)
     EXPECT_EQ(before, readFile(machine() / "system.bin"));
 }
 
+// An image that takes no page leaves its bus unusable.
+TEST_F(KestctlSim, APowerCycleThatABusCannotHaveIsAFailure)
+{
+    says({"sim", "power-cycle"});
+    const RunResult write = kestctl({"seeprom", "write", "planar-vpd", "--offset", "0x7F00", "--hex", "A1A2", "--yes"},
+                                    {.largestFile = 16384});
+    EXPECT_NE(0, write.exit);
+    const RunResult result = kestctl({"sim", "power-cycle"}, {.largestFile = 16384});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_EQ("", result.output);
+    EXPECT_EQ("kestctl: a bus was left out or is not done: it cannot be used, or the image of a page in a write cycle "
+              "cannot be read or written; see to the machine's folder, and repeat it\n",
+              result.errors);
+    EXPECT_EQ("registers are at their defaults, hubs are out of reset; images are as they were, but for pages whose "
+              "write cycles ran\n",
+              says({"sim", "power-cycle"}));
+}
+
 TEST_F(KestctlSim, WithoutAMachineItSaysHowToMakeOne)
 {
     writeFile(folder() / "kest.toml", "state = \"state\"\n");
