@@ -147,6 +147,20 @@ TEST_F(Stretching, BehindAHubItIsTheHubThatWaits)
     EXPECT_EQ(quick + 4 * 40'000, slowly.busTimeNs - middle);
 }
 
+// The hub's work runs ahead of the main bus, and the sensor begins a conversion in it.
+TEST_F(Stretching, BehindAHubASensorMayBeginFarAhead)
+{
+    power(chip("HUB922", "0x80") + chip("24C02", "0xA0", "image = \"a.bin\"") +
+          chip("LM75", "0x90", "hub = 0x80\nport = 2\nbits = 11\nstretch_us = 100000"));
+    EXPECT_EQ(outcome::done, on->store(0xA0, {0, 0x42}));
+    // shut down, and on again
+    EXPECT_EQ(outcome::done, on->write(0x80, {2, 0x90, 1, 1}).end);
+    on->idleMs(1000);
+    EXPECT_EQ(outcome::done, on->write(0x80, {2, 0x90, 1, 0}).end);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_EQ(Bytes{0x42}, on->readAt(0xA0, {0}, 1).data);
+}
+
 TEST_F(Stretching, ABadAdapterLosesABitNowAndThen)
 {
     home.put("a.bin", std::string(256, '\x81'));
