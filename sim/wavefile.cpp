@@ -38,6 +38,14 @@ bool beginsAsWaveform(int file)
 
 bool isRegular(int file, struct stat& found) { return fstat(file, &found) == 0 && S_ISREG(found.st_mode); }
 
+// Path and length come from the state file, which may be damaged: another file is left alone, and so is one that was cut.
+bool holdsRecording(int file, std::uint64_t length)
+{
+    struct stat found {
+    };
+    return isRegular(file, found) && std::cmp_greater_equal(found.st_size, length) && beginsAsWaveform(file);
+}
+
 // @return bytes written
 std::size_t writeAsFarAsPossible(int file, const std::string& text, std::uint64_t offset)
 {
@@ -93,14 +101,15 @@ bool replaceWave(int file, const std::string& text)
 bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text, const std::string& tail)
 {
     const quietWrites quiet;
-    const int file = ownDescriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const int file = ownDescriptor(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (file < 0) {
         return false;
     }
-    struct stat found {
-    };
-    const bool whole = isRegular(file, found) && std::cmp_greater_equal(found.st_size, length) &&
-                       writeAsFarAsPossible(file, text + tail, length) == text.size() + tail.size();
+    if (!holdsRecording(file, length)) {
+        close(file);
+        return false;
+    }
+    const bool whole = writeAsFarAsPossible(file, text + tail, length) == text.size() + tail.size();
     if (whole) {
         length += text.size();
     }

@@ -16,11 +16,12 @@ int openWaveFile(const std::string& path);
 /// @return false with `errno`
 bool replaceWave(int file, const std::string& text);
 
-/// Appends a text to the file of a recording, which must be regular and not shorter than the recording.
+/// Appends a text to the file of a recording. A file that is not regular, holds anything but a waveform, or is shorter
+/// than the recording stays as it is.
 /// @param[in,out] length  bytes of the recording; what the file holds behind them is the tail of the text before, or
 /// the rest of a killed process's text
 /// @param tail  ends the file until the next text takes its place
-/// @return false when the file would not take it, or is gone or cut
+/// @return false when the file would not take it, is gone or cut, or is no waveform
 bool appendToWaveFile(const std::string& path, std::uint64_t& length, const std::string& text, const std::string& tail);
 
 } // namespace kest::sim
