@@ -35,8 +35,8 @@ constexpr std::array actions{
 constexpr std::array<std::string_view, 5> commonKeys{"do", "at_ms", "transaction", "bus", "node"};
 constexpr std::array<std::string_view, 3> chipKeys{"address", "hub", "port"};
 constexpr std::array<std::string_view, 2> temperatureKeys{"celsius", "over_ms"};
-constexpr std::array<std::string_view, 10> faultKeys{"kind",        "address", "way",   "nth",  "count",
-                                                     "probability", "seed",    "value", "byte", "until_reset"};
+constexpr std::array<std::string_view, 11> faultKeys{"kind", "address", "way",  "nth",         "count",   "probability",
+                                                     "seed", "value",   "byte", "until_reset", "lasts_ms"};
 
 constexpr double longestMs = static_cast<double>(longestRampNs) / nsPerMs;
 constexpr std::int64_t mostTransactions = std::numeric_limits<std::int64_t>::max();
@@ -190,6 +190,7 @@ faultDescription readFault(const tableReader& table)
     what.value = static_cast<std::uint32_t>(table.number("value", 0xFFFFFFFF));
     what.byte = table.number("byte", mostTransactions);
     what.untilReset = table.truth("until_reset");
+    what.lastsMs = static_cast<std::uint32_t>(table.number("lasts_ms", 0xFFFFFFFF));
     if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         table.fail("kind", trouble);
     }

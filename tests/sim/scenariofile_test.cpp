@@ -75,6 +75,8 @@ TEST(ScenarioFile, SaysWhereAndWhatIsWrong)
              Row{chip + "do = \"temperature\"\ncelsius = 1001\n", "s:6:11: key 'celsius': must be from -273 to 1000"},
              Row{at + "do = \"remove\"\nbus = \"b\"\naddress = 0xA1\n",
                  "s:5:11: key 'address': addresses are in the 8-bit form, and even"},
+             Row{at + "do = \"fault\"\nkind = \"nack\"\nlasts_ms = 1\n",
+                 "s:4:8: key 'kind': only 'hold-scl' lasts for a time of its own"},
              Row{at + "do = \"fault\"\nkind = \"gon\"\n", "s:4:8: key 'kind': unknown kind of fault 'gon'"},
          }) {
         EXPECT_EQ(row.trouble, troubleOf(row.text)) << row.text;
