@@ -4,6 +4,7 @@
 #include "sim/sensor.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <utility>
 
@@ -14,6 +15,20 @@ namespace
 {
 
 constexpr double microPerDegree = 1e6;
+
+// In whole numbers: a host whose processor multiplies and adds in one step rounds a sum of doubles otherwise.
+std::int32_t microCelsiusAfter(const eventRecord& event, std::uint64_t passedNs)
+{
+    if (passedNs >= event.lastingNs) {
+        return event.microCelsius;
+    }
+    const auto change = std::int64_t{event.microCelsius} - event.fromMicroCelsius;
+    // 17 bits less of a day leave 31 of them, and a change has 31, too; a short one keeps all its bits
+    const int spare = std::max(static_cast<int>(std::bit_width(event.lastingNs)) - 31, 0);
+    const auto passed = static_cast<std::int64_t>(passedNs >> spare);
+    const auto all = static_cast<std::int64_t>(event.lastingNs >> spare);
+    return static_cast<std::int32_t>(event.fromMicroCelsius + change * passed / all);
+}
 
 void moveTemperature(const busChips& chips, const busState& state, eventRecord& event)
 {
@@ -27,10 +42,7 @@ void moveTemperature(const busChips& chips, const busState& state, eventRecord& 
         event.fromMicroCelsius = static_cast<std::int32_t>(std::lround(around->celsius() * microPerDegree));
     }
     const std::uint64_t passed = state.now - std::min(event.at, state.now);
-    const double share =
-        passed >= event.lastingNs ? 1.0 : static_cast<double>(passed) / static_cast<double>(event.lastingNs);
-    const double change = static_cast<double>(event.microCelsius) - event.fromMicroCelsius;
-    around->setCelsius((event.fromMicroCelsius + share * change) / microPerDegree, state.now);
+    around->setCelsius(microCelsiusAfter(event, passed) / microPerDegree, state.now);
 }
 
 void addFault(busState& state, const faultRecord& fault)
