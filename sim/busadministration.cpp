@@ -82,15 +82,28 @@ void busAdministration::replaceFileFaults(std::vector<faultRecord> fromFile)
     withFreedLines(replace, [this](waveText* wave) { m_shared.commit(wave); });
 }
 
+std::size_t busAdministration::roomForFaults()
+{
+    const busUse use{m_shared};
+    return use.usable() ? mostFaults - std::min(addedFaults(), mostFaults) : mostFaults;
+}
+
+std::size_t busAdministration::addedFaults()
+{
+    return static_cast<std::size_t>(std::ranges::count(m_shared.state().faults, false, &faultRecord::fromFile));
+}
+
+// Those that a scenario still brings have their room.
 bool busAdministration::addFault(const faultRecord& record)
 {
     busUse use{m_shared};
-    std::vector<faultRecord>& faults = m_shared.state().faults;
-    if (!use.usable() ||
-        std::cmp_greater_equal(std::ranges::count(faults, false, &faultRecord::fromFile), mostFaults)) {
+    busState& state = m_shared.state();
+    const auto waiting =
+        static_cast<std::size_t>(std::ranges::count(state.events, eventKind::fault, &eventRecord::kind));
+    if (!use.usable() || addedFaults() + waiting >= mostFaults) {
         return false;
     }
-    faults.push_back(record);
+    state.faults.push_back(record);
     use.commit();
     return true;
 }
@@ -136,7 +149,8 @@ void busAdministration::listFaults(std::vector<listedFault>& into)
         if (known != into.end()) {
             known->struck += record.struck;
         } else {
-            into.push_back({record.number, describeFault(record, fullName(about), about.node), record.struck});
+            into.push_back({record.number, describeFault(record, fullName(about), about.node, m_shared.machineSeed()),
+                            record.struck});
         }
     }
 }

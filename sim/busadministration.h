@@ -32,6 +32,8 @@ public:
 
     /// @return false when there is no room for more
     bool addFault(const faultRecord& record);
+    /// How many faults a new scenario may bring.
+    std::size_t roomForFaults();
     /// @param number  none: all faults. @return whether there was one
     bool clearFaults(std::optional<std::uint32_t> number);
     /// Adds the bus's faults to a list. The strikes of a fault that is in the list already are added up.
@@ -47,6 +49,7 @@ public:
     bool stopWave();
 
 private:
+    [[nodiscard]] std::size_t addedFaults();
     void endEffects();
     template <typename Change, typename Commit>
     void withFreedLines(Change change, Commit commit);

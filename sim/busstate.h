@@ -1,6 +1,7 @@
 /// What a bus keeps in the state file besides its chips' registers.
 #pragma once
 
+#include "sim/chance.h"
 #include "sim/cutread.h"
 #include "sim/event.h"
 #include "sim/faultrecord.h"
@@ -30,6 +31,8 @@ struct busState {
     std::uint64_t waveBytes = 0; ///< length of the waveform file
     waveEnd waveAt; ///< how far the waveform has come
     std::vector<faultRecord> faults;
+    /// Of faults without a seed of their own. The machine's seed gives it, so the file does not have it.
+    chance choices{chance::defaultSeed};
     std::uint64_t transactions = 0; ///< that the bus has seen
     std::vector<eventRecord> events; ///< of a scenario, in the order in which they happen
 

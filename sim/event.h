@@ -31,6 +31,8 @@ struct eventRecord {
     std::int32_t fromMicroCelsius = 0;
     faultRecord fault;
 
+    /// Whether it happens to one chip.
+    [[nodiscard]] bool isOfChip() const { return kind != eventKind::fault && kind != eventKind::powerCut; }
     /// Loads it from the state file, or stores it there.
     void exchange(stateFields& fields);
 };

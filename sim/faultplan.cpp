@@ -5,9 +5,9 @@
 namespace kest::sim
 {
 
-faultPlan::faultPlan(std::vector<faultRecord>& all, std::span<const segment> segments,
+faultPlan::faultPlan(std::vector<faultRecord>& all, const chance& choices, std::span<const segment> segments,
                      const std::function<bool(std::uint8_t)>& isHub)
-    : m_faults{all}
+    : m_faults{all}, m_choices{choices}
 {
     for (auto& record : m_faults) {
         const faultKindRow& row = rowOf(record.kind);
@@ -20,11 +20,11 @@ faultPlan::faultPlan(std::vector<faultRecord>& all, std::span<const segment> seg
     }
 }
 
-void faultPlan::count(faultRecord& record)
+void faultPlan::count(faultRecord& record) const
 {
     ++record.matched;
     record.planned = record.usable() && record.matched >= record.nth &&
-                     record.choices().fraction(record.matched) < record.probability;
+                     record.choices(m_choices).fraction(record.matched) < record.probability;
 }
 
 template <typename Matches>

@@ -18,8 +18,9 @@ namespace kest::sim
 class faultPlan final : public chipFaults
 {
 public:
-    /// @param isHub  whether a hub sits at an address
-    faultPlan(std::vector<faultRecord>& all, std::span<const segment> segments,
+    /// @param choices  of the bus, for faults without a seed of their own
+    /// @param isHub    whether a hub sits at an address
+    faultPlan(std::vector<faultRecord>& all, const chance& choices, std::span<const segment> segments,
               const std::function<bool(std::uint8_t)>& isHub);
 
     /// Whether a fault of that kind strikes now; it counts as struck then.
@@ -40,9 +41,10 @@ public:
 private:
     template <typename Matches>
     faultRecord* strike(faultKind kind, const Matches& matches);
-    static void count(faultRecord& record);
+    void count(faultRecord& record) const;
 
     std::vector<faultRecord>& m_faults;
+    const chance m_choices;
     std::uint8_t m_askedBy = 0;
     std::uint8_t m_askedBehind = 0; ///< address on a sub-bus; 0: not behind a hub
     direction m_askedWay = direction::write;

@@ -46,7 +46,7 @@ std::string faultTrouble(const faultDescription& what)
     return {};
 }
 
-faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, std::uint64_t machineSeed)
+faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number)
 {
     const faultKindRow& row = *findFaultKind(what.kind);
     faultRecord record;
@@ -60,7 +60,7 @@ faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, 
     record.nth = std::max<std::uint64_t>(what.nth, 1);
     record.probability = what.probability;
     record.ownSeed = what.seed != 0;
-    record.seed = record.ownSeed ? what.seed : machineSeed;
+    record.seed = what.seed;
     record.count = what.count;
     record.byte = what.byte;
     record.lastsMs = what.lastsMs;
@@ -68,7 +68,8 @@ faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, 
     return record;
 }
 
-faultDescription describeFault(const faultRecord& record, const std::string& bus, const std::string& node)
+faultDescription describeFault(const faultRecord& record, const std::string& bus, const std::string& node,
+                               std::uint64_t machineSeed)
 {
     faultDescription what;
     what.kind = rowOf(record.kind).name;
@@ -78,7 +79,7 @@ faultDescription describeFault(const faultRecord& record, const std::string& bus
     what.way = ways.at(static_cast<std::size_t>(record.way));
     what.nth = record.nth;
     what.probability = record.probability;
-    what.seed = record.seed;
+    what.seed = record.ownSeed ? record.seed : machineSeed;
     what.count = record.count;
     what.value = record.value;
     what.byte = record.byte;

@@ -37,7 +37,7 @@ struct faultRecord {
     bool ended = false; ///< by a reset
     std::uint64_t nth = 0;
     double probability = 1.0;
-    std::uint64_t seed = chance::defaultSeed; ///< its own, or the machine's
+    std::uint64_t seed = 0; ///< without effect unless it is the fault's own
     bool ownSeed = false;
     std::uint64_t count = 0;
     std::uint64_t byte = 0;
@@ -53,19 +53,21 @@ struct faultRecord {
     /// Loads it from the state file, or stores it there.
     void exchange(stateFields& fields);
     [[nodiscard]] bool usable() const { return !ended && (count == 0 || struck < count); }
-    /// With the machine's seed, every fault has choices of its own. An event is a matching transaction.
-    [[nodiscard]] chance choices() const { return ownSeed ? chance{seed} : chance{seed}.of(number); }
+    /// Without a seed of its own, every fault has choices of its own on each bus. An event is a matching transaction.
+    /// @param ofBus  the choices of the bus, by the machine's seed
+    [[nodiscard]] chance choices(const chance& ofBus) const { return ownSeed ? chance{seed} : ofBus.of(number); }
     [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
 };
 
 /// A bus has room for that many faults of the machine file and as many by program, so that neither push the others out.
 constexpr std::size_t faultBytes = 80, mostFaults = 64;
 
-/// @param machineSeed  for a fault without a seed
-faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number, std::uint64_t machineSeed);
-/// @param bus   the full name of a bus that has it
-/// @param node  that bus's node
-faultDescription describeFault(const faultRecord& record, const std::string& bus, const std::string& node);
+faultRecord makeFaultRecord(const faultDescription& what, std::uint32_t number);
+/// @param bus          the full name of a bus that has it
+/// @param node         that bus's node
+/// @param machineSeed  described for a fault without a seed
+faultDescription describeFault(const faultRecord& record, const std::string& bus, const std::string& node,
+                               std::uint64_t machineSeed);
 
 /// Ends those hub faults that last until a reset. @param ownLine  the hub itself was reset
 void endHubFaults(std::vector<faultRecord>& faults, std::uint8_t hub, bool ownLine);

@@ -104,6 +104,7 @@ private:
     [[nodiscard]] std::shared_ptr<const machineDescription> whole() const;
     std::uint32_t takeFaultNumber();
     bool giveFault(const fault& what, const faultRecord& record);
+    void checkEvent(const eventDescription& what, std::size_t bus, const std::vector<eventRecord>& others);
     void addEvent(const eventDescription& what, std::vector<std::vector<eventRecord>>& perBus);
     machineBus* find(const std::string& name);
     const std::vector<std::unique_ptr<machineBus>>& allBuses();
@@ -233,7 +234,7 @@ void machineModel::takeFileFaults()
     const auto about = m_source.whole();
     std::vector<faultRecord> records;
     for (const auto& what : about->faults) {
-        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber(), about->seed));
+        records.push_back(makeFaultRecord(what, m_states->nextFaultNumber()));
         records.back().fromFile = true;
     }
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
@@ -380,7 +381,7 @@ std::uint32_t machineModel::addFault(const fault& asked)
     if (number == 0) {
         throw std::runtime_error{"the machine is gone"};
     }
-    if (!giveFault(what, makeFaultRecord(what, number, m_about.seed))) {
+    if (!giveFault(what, makeFaultRecord(what, number))) {
         clearFault(number);
         throw std::runtime_error{"no room for more faults"};
     }
@@ -406,6 +407,27 @@ bool machineModel::giveFault(const fault& what, const faultRecord& record)
     return true;
 }
 
+// @param others  events that the bus has already
+void machineModel::checkEvent(const eventDescription& what, std::size_t bus, const std::vector<eventRecord>& others)
+{
+    const eventRecord& event = what.event;
+    const busChips& chips = m_buses[bus]->shared.chips();
+    const auto fail = [&what](const std::string& trouble) { throw std::runtime_error{what.place + ": " + trouble}; };
+    if (event.isOfChip() && !chips.has(event.address, event.hub, event.port)) {
+        fail("no chip at " + addressText(event.address) + " there");
+    }
+    if (event.kind == eventKind::temperature && chips.findSensor(event.address, event.hub, event.port) == nullptr) {
+        fail("the chip at " + addressText(event.address) + " measures no temperature");
+    }
+    if (others.size() == mostEvents) {
+        fail("more than " + std::to_string(mostEvents) + " events on a bus");
+    }
+    const auto faults = static_cast<std::size_t>(std::ranges::count(others, eventKind::fault, &eventRecord::kind));
+    if (event.kind == eventKind::fault && faults >= m_buses[bus]->administration.roomForFaults()) {
+        fail("no room for more faults");
+    }
+}
+
 // @param perBus  gets the event for each bus that it concerns
 void machineModel::addEvent(const eventDescription& what, std::vector<std::vector<eventRecord>>& perBus)
 {
@@ -414,7 +436,7 @@ void machineModel::addEvent(const eventDescription& what, std::vector<std::vecto
     where.node = what.bus.empty() ? what.node : std::string{};
     eventRecord event = what.event;
     if (event.kind == eventKind::fault) {
-        event.fault = makeFaultRecord(what.fault, takeFaultNumber(), m_about.seed);
+        event.fault = makeFaultRecord(what.fault, takeFaultNumber());
     }
     bool concerned = false;
     for (std::size_t bus = 0; bus < perBus.size(); ++bus) {
@@ -424,12 +446,7 @@ void machineModel::addEvent(const eventDescription& what, std::vector<std::vecto
         concerned = true;
         event.fault.ofEveryBus = where.bus.empty() && where.node.empty();
         event.fault.ofNode = !where.node.empty();
-        if (event.address != 0 && !m_buses[bus]->shared.chips().has(event.address, event.hub, event.port)) {
-            throw std::runtime_error{what.place + ": no chip at " + addressText(event.address) + " there"};
-        }
-        if (perBus[bus].size() == mostEvents) {
-            throw std::runtime_error{what.place + ": more than " + std::to_string(mostEvents) + " events on a bus"};
-        }
+        checkEvent(what, bus, perBus[bus]);
         perBus[bus].push_back(event);
     }
     if (!concerned) {

@@ -10,7 +10,8 @@ namespace kest::sim
 
 sharedBus::sharedBus(const machineDescription& all, std::size_t index, const std::filesystem::path& folder,
                      realClock* clock)
-    : m_about{all.buses[index]}, m_index{index}, m_clock{clock}, m_chips{all, index, folder}
+    : m_about{all.buses[index]}, m_index{index},
+      m_machineSeed{all.seed}, m_choices{all.choicesOf(m_about)}, m_clock{clock}, m_chips{all, index, folder}
 {
 }
 
@@ -40,6 +41,7 @@ const char* sharedBus::readRecord()
     const auto record = m_file->current(m_index);
     stateFields fields{record.first(busStateBytes), stateFields::way::load};
     m_state = busState{};
+    m_state.choices = m_choices;
     m_state.exchange(fields);
     if (fields.damaged() != nullptr) {
         return fields.damaged();

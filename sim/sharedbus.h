@@ -33,6 +33,7 @@ public:
     void attach(stateFile& states, std::uint64_t layoutMark);
 
     [[nodiscard]] const busDescription& description() const { return m_about; }
+    [[nodiscard]] std::uint64_t machineSeed() const { return m_machineSeed; }
     [[nodiscard]] realClock* clock() const { return m_clock; }
     [[nodiscard]] busChips& chips() { return m_chips; }
     /// Valid after load(), under the bus's lock.
@@ -81,6 +82,8 @@ private:
 
     const busDescription m_about;
     const std::size_t m_index;
+    const std::uint64_t m_machineSeed;
+    const chance m_choices;
     realClock* const m_clock;
     busChips m_chips;
     stateFile* m_file = nullptr;

@@ -26,7 +26,8 @@ bool joins(std::span<const segment> segments, std::size_t index)
 transaction::transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments,
                          const adapterKind& kind, std::uint64_t deadline)
     : m_chips{chips}, m_state{state}, m_lines{lines}, m_deadline{deadline}, m_segments{segments}, m_adapter{kind},
-      m_faults{state.faults, segments, [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }},
+      m_faults{state.faults, state.choices, segments,
+               [this](std::uint8_t address) { return m_chips.findHub(address) != nullptr; }},
       m_powerMayGo{std::ranges::find(state.faults, faultKind::powerCut, &faultRecord::kind) != state.faults.end()}
 {
 }

@@ -340,7 +340,7 @@ TEST_F(Fault, SameSeedSameFaults)
     EXPECT_LT(struckTimes, 85);
 }
 
-TEST_F(Fault, WithoutASeedOfItsOwnTheMachinesSeedAndTheFaultsNumberDecide)
+TEST_F(Fault, WithoutASeedOfItsOwnTheMachinesSeedTheBusAndTheFaultsNumberDecide)
 {
     const auto pattern = [this](const std::string& seed, std::uint64_t own) {
         on.reset();
@@ -355,10 +355,40 @@ TEST_F(Fault, WithoutASeedOfItsOwnTheMachinesSeedAndTheFaultsNumberDecide)
         }
         return text;
     };
-    EXPECT_EQ("x.x.x..xxx..x..x..xx.x..", pattern("", 0));
-    EXPECT_EQ("x.x.x..xxx..x..x..xx.x..", pattern("seed = 1\n", 0));
-    EXPECT_EQ(".x..x.....xx...x....x...", pattern("seed = 5\n", 0));
+    EXPECT_EQ(".xx.xxxx.xx.xxx..xx.xx..", pattern("", 0));
+    EXPECT_EQ(".xx.xxxx.xx.xxx..xx.xx..", pattern("seed = 1\n", 0));
+    EXPECT_EQ("..x.xx..x.x.xx.xx.x.x.x.", pattern("seed = 5\n", 0));
     EXPECT_EQ("x.xxxx..x.xx.x...xxxx.x.", pattern("seed = 9\n", 5));
+}
+
+TEST_F(Fault, OfEveryBusStrikesEachAtOtherTimesAndFollowsTheMachinesSeed)
+{
+    const auto begin = [this](const std::string& seed) {
+        on.reset();
+        machine.reset();
+        home.put("machine.toml", seed + "[[bus]]\nname = \"planar\"\n[[bus]]\nname = \"second\"\n" +
+                                     chip("PCA9552", "0xC0") +
+                                     "[[chip]]\nbus = \"second\"\ntype = \"PCA9552\"\naddress = 0xC0\n");
+        machine = openMachine(home.path, false);
+    };
+    const auto pattern = [this](const std::string& bus) {
+        on = std::make_unique<User>(machine->findBus(bus, ""));
+        std::string text;
+        for (const outcome end : probes(12, 0xC0)) {
+            text += end == nack ? 'x' : '.';
+        }
+        return text;
+    };
+    std::filesystem::remove(home.path / "machine.state");
+    begin("");
+    fault({.kind = "nack", .probability = 0.5});
+    EXPECT_EQ(".xx.xxxx.xx.", pattern("planar"));
+    EXPECT_EQ(".x..xx...xxx", pattern("second"));
+    EXPECT_EQ(1U, machine->faults().at(0).what.seed);
+    begin("seed = 5\n");
+    EXPECT_EQ("xx.xx.x.x.x.", pattern("planar"));
+    EXPECT_EQ("..x.x..xx...", pattern("second"));
+    EXPECT_EQ(5U, machine->faults().at(0).what.seed);
 }
 
 TEST_F(Fault, ProbabilityEndsAreExact)

@@ -109,6 +109,18 @@ TEST_F(Scenario, FaultsBeginAtTheirTimes)
     EXPECT_EQ(1U, machine->faults()[0].struck);
 }
 
+TEST_F(Scenario, AHeldLineMayEndByItself)
+{
+    play(event("at_ms = 5\ndo = \"fault\"\nkind = \"hold-scl\"\nlasts_ms = 50"));
+    on->idleMs(5);
+    EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
+    // the controller gave up after 25 ms
+    on->planar->idle(24'900'000);
+    EXPECT_EQ(outcome::sclHeld, on->planar->lines());
+    on->planar->idle(100'000);
+    EXPECT_EQ(outcome::done, on->planar->lines());
+}
+
 TEST_F(Scenario, APowerCutEndsAWriteCycle)
 {
     on->store(0xA0, {0x08, 1, 2, 3, 4, 5, 6, 7, 8});
@@ -153,12 +165,31 @@ TEST_F(Scenario, WhatFitsNoMachineChangesNothing)
     EXPECT_EQ("s.toml:1:1: no bus 'far'", playingSays("[[event]]\nnode = \"far\"\nat_ms = 0\ndo = \"power-cut\"\n"));
     EXPECT_EQ("s.toml:1:1: no bus 'far:planar'",
               playingSays("[[event]]\nnode = \"far\"\nbus = \"planar\"\nat_ms = 0\ndo = \"power-cut\"\n"));
+    EXPECT_EQ("s.toml:1:1: no chip at 0x00 there", playingSays(event("at_ms = 0\ndo = \"remove\"\naddress = 0")));
+    EXPECT_EQ("s.toml:1:1: the chip at 0xA0 measures no temperature",
+              playingSays(event("at_ms = 0\ndo = \"temperature\"\naddress = 0xA0\ncelsius = 3")));
     std::string many;
     for (int i = 0; i < 65; ++i) {
         many += event("at_ms = 1\ndo = \"power-cut\"");
     }
     EXPECT_EQ("s.toml:257:1: more than 64 events on a bus", playingSays(many));
     EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0xA0));
+}
+
+TEST_F(Scenario, FaultsThatWaitHaveTheirRoom)
+{
+    const std::string nack = event("at_ms = 1\ndo = \"fault\"\nkind = \"nack\"\naddress = 0xA4\ncount = 1");
+    for (int i = 0; i < 62; ++i) {
+        fault({.kind = "nack", .address = 0xA6});
+    }
+    EXPECT_EQ("s.toml:15:1: no room for more faults", playingSays(nack + nack + nack));
+    EXPECT_EQ(2U, play(nack + nack));
+    EXPECT_THROW(fault({.kind = "nack"}), std::runtime_error);
+    on->idleMs(1);
+    EXPECT_EQ(64U, machine->faults().size());
+    EXPECT_EQ("s.toml:1:1: no room for more faults", playingSays(nack));
+    machine->clearFaults();
+    EXPECT_EQ(1U, play(nack));
 }
 
 // What a loaded event has by its place: kind, by time, when (8 bytes), address, hub, port, ...
@@ -248,8 +279,8 @@ TEST_F(Seed, TheSameGivesTheSameRunByteByByte)
 TEST_F(Seed, TheSameGivesTheSameRunOnEveryHost)
 {
     const Leftover left = run("5");
-    EXPECT_EQ(10745900811619021190U, fnvHash64(textOf(left.image)));
-    EXPECT_EQ(2638525560770037404U, fnvHash64(textOf(left.wave)));
+    EXPECT_EQ(9637804712538885896U, fnvHash64(textOf(left.image)));
+    EXPECT_EQ(12085313606345030788U, fnvHash64(textOf(left.wave)));
 }
 
 } // namespace
