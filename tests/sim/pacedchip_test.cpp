@@ -186,17 +186,22 @@ TEST_F(Stretching, ABadAdapterIsAGoodOneForChipsThatDoNotStretch)
 
 TEST_F(Stretching, LostBitsAreTheSameWithTheSameSeed)
 {
-    const auto read = [this] {
+    const auto read = [this](const std::string& seed) {
         home.put("a.bin", std::string(256, '\x81'));
         std::filesystem::remove(home.path / "machine.state");
-        power("adapter = { stretching = \"loses-bits\" }\n" + slow(10));
+        home.put("machine.toml",
+                 seed + "[[bus]]\nname = \"planar\"\nadapter = { stretching = \"loses-bits\" }\n" + slow(10));
+        open();
         std::vector<Bytes> all;
         for (int i = 0; i < 10; ++i) {
             all.push_back(on->readAt(0xA0, {0}, 20).data);
         }
         return all;
     };
-    EXPECT_EQ(read(), read());
+    const auto first = read("seed = 3\n");
+    EXPECT_NE(std::vector<Bytes>(10, Bytes(20, 0x81)), first);
+    EXPECT_EQ(first, read("seed = 3\n"));
+    EXPECT_NE(first, read("seed = 4\n"));
 }
 
 } // namespace
