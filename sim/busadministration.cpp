@@ -51,8 +51,8 @@ bool busAdministration::powerCycle()
     }
     bool done = false;
     const auto cycle = [this] { losePower(m_shared.chips(), m_shared.state()); };
-    // without its image a page would be torn into one that nobody wrote
-    withFreedLines(cycle, [&](waveText* wave) { done = !m_shared.chips().imageLost() && use.commit(wave); });
+    // without its image a page would be torn into one that nobody wrote: that does not count
+    withFreedLines(cycle, [&](waveText* wave) { done = use.commit(wave); });
     return done;
 }
 
@@ -104,8 +104,7 @@ bool busAdministration::addFault(const faultRecord& record)
         return false;
     }
     state.faults.push_back(record);
-    use.commit();
-    return true;
+    return use.commit();
 }
 
 // The effects of a fault end with it.

@@ -163,6 +163,8 @@ busUse::busUse(sharedBus& bus) : m_bus{bus}, m_held{*bus.m_file, bus.m_index}, m
     catchUp();
     if (m_loaded) {
         playEvents(m_bus.chips(), m_bus.state());
+        // an event met now may have torn a page without its image
+        m_loaded = !m_bus.chips().imageLost();
     }
 }
 
@@ -183,7 +185,7 @@ void busUse::catchUp()
 
 bool busUse::commit(waveText* wave)
 {
-    if (!m_loaded) {
+    if (!m_loaded || m_bus.chips().imageLost()) {
         return false;
     }
     waitForBusTime();

@@ -103,7 +103,10 @@ public:
     busUse& operator=(const busUse&) = delete;
 
     [[nodiscard]] bool usable() const { return m_loaded; }
-    /// In real time, waits for the bus time that was used. @param wave  null: nothing was recorded
+    /// In real time, waits for the bus time that was used.
+    /// @param wave  null: nothing was recorded
+    /// @return false when the bus cannot be used, or when an image was lost: bytes that were not read from it mean
+    /// nothing, so that what was done with them has not been
     bool commit(waveText* wave = nullptr);
 
 private:

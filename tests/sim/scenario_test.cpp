@@ -138,6 +138,48 @@ TEST_F(Scenario, APowerCutEndsAWriteCycle)
     EXPECT_EQ(15U, value("planar 0x80 HUB922", "STATUS"));
 }
 
+/// What a bus is asked for while an image is away.
+using Asked = void (*)(sim::machine&, User&, const Folder&);
+
+// The page is torn when its image is back, with the bytes that were written into it.
+TEST_F(Scenario, APowerCutWaitsForTheImageOfItsPage)
+{
+    const Asked nothing = [](sim::machine&, User&, const Folder&) {};
+    const auto tornWith = [this](Asked asked) {
+        on.reset();
+        machine.reset();
+        std::filesystem::remove(home.path / "machine.state");
+        home.put("a.bin", std::string(256, '\0'));
+        open();
+        play(event("transaction = 2\ndo = \"power-cut\""));
+        EXPECT_EQ(outcome::done, on->write(0xA0, {0x10, 1, 2, 3, 4, 5, 6, 7, 8}).end);
+        std::filesystem::rename(home.path / "a.bin", home.path / "away.bin");
+        asked(*machine, *on, home);
+        std::filesystem::rename(home.path / "away.bin", home.path / "a.bin");
+        EXPECT_EQ(outcome::done, on->probe(0xA0));
+        return home.content("a.bin");
+    };
+    const Bytes expected = tornWith(nothing);
+    EXPECT_NE(Bytes(256, 0), expected);
+    const Asked all[] = {
+        [](sim::machine&, User& user, const Folder&) { EXPECT_EQ(outcome::gone, user.planar->reset()); },
+        [](sim::machine&, User& user, const Folder&) { EXPECT_EQ(outcome::gone, user.planar->clocks(1)); },
+        [](sim::machine&, User& user, const Folder&) { user.planar->idle(1); },
+        [](sim::machine& on, User&, const Folder&) {
+            EXPECT_THROW(on.addFault({.kind = "nack", .address = 0x90}), std::runtime_error);
+        },
+        [](sim::machine& on, User&, const Folder&) { on.clearFaults(); },
+        [](sim::machine& on, User&, const Folder& home) {
+            EXPECT_FALSE(on.startWave("planar", home.path / "some.vcd"));
+        },
+        [](sim::machine& on, User&, const Folder&) { EXPECT_FALSE(on.powerCycle()); },
+    };
+    for (const Asked& each : all) {
+        SCOPED_TRACE(&each - all);
+        EXPECT_EQ(expected, tornWith(each));
+    }
+}
+
 TEST_F(Scenario, AllProcessesSeeIt)
 {
     play(event("at_ms = 0\ndo = \"remove\"\naddress = 0xA0"));
