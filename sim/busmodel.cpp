@@ -5,6 +5,7 @@
 #include "sim/scenario.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace kest::sim
 {
@@ -15,20 +16,23 @@ constexpr unsigned recoveryClocks = 9;
 } // namespace
 
 // Lets `act` drive the bus's lines, and commits the new state.
-// @param act  gets the lines. @return whether to commit
+// @param act  gets the lines, and what commits the state as it is by then
+// @return whether all of it was committed
 template <typename Act>
 bool busModel::drive(busUse& use, std::uint32_t speedKhz, Act act)
 {
     busState& state = m_shared.state();
     waveText wave = m_shared.beginWaveText();
-    const bool recorded = state.recording;
     const std::uint64_t bitNs = nsPerMs / clockKhz(speedKhz, defaultSpeedKhz());
-    wire lines{state.now, bitNs, recorded ? &wave : nullptr};
+    wire lines{state.now, bitNs, state.recording ? &wave : nullptr};
+    const auto keep = [&] {
+        state.now = std::min(lines.clock.now, latestTime);
+        m_shared.endHold(wave);
+        return use.commit(state.recording ? &wave : nullptr);
+    };
     m_shared.endHold(wave);
-    const bool good = act(lines);
-    state.now = std::min(lines.clock.now, latestTime);
-    m_shared.endHold(wave);
-    return good && use.commit(recorded ? &wave : nullptr);
+    act(lines, std::ref(keep));
+    return keep();
 }
 
 // Bytes from a lost image mean nothing, and a page made with them would destroy what the image holds when it is back.
@@ -51,9 +55,8 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
         result = meetHeldScl(use, speedKhz);
     } else if (result.end == outcome::done && !segments.empty()) {
         ++state.transactions;
-        const bool good = drive(use, speedKhz, [&](wire& lines) {
-            result = runTransaction(adapter(), m_shared.chips(), state, lines, segments);
-            return !m_shared.chips().imageLost();
+        const bool good = drive(use, speedKhz, [&](wire& lines, const partKept& keep) {
+            result = runTransaction(adapter(), m_shared.chips(), state, lines, segments, keep);
         });
         result.end = good ? result.end : outcome::gone;
     }
@@ -64,10 +67,9 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
 // The controller waits for SCL until it gives up.
 transferResult busModel::meetHeldScl(busUse& use, std::uint32_t speedKhz)
 {
-    const bool good = drive(use, speedKhz, [this](wire& lines) {
+    const bool good = drive(use, speedKhz, [this](wire& lines, const auto&) {
         lines.leaveSclHeld(patienceNs(adapter()));
         m_shared.countAttempt();
-        return true;
     });
     return {.end = good ? outcome::sclHeld : outcome::gone};
 }
@@ -98,10 +100,9 @@ outcome busModel::recover(Act act)
         return meetHeldScl(use, 0).end;
     }
     outcome after = outcome::done;
-    const bool good = drive(use, 0, [&](wire& lines) {
+    const bool good = drive(use, 0, [&](wire& lines, const auto&) {
         lines.beforeClocks();
         after = act(lines);
-        return true;
     });
     return good ? after : outcome::gone;
 }
@@ -187,10 +188,7 @@ void busModel::passTime(std::uint64_t nanoseconds)
         state.now = nextEventTime(state, end);
         playEvents(m_shared.chips(), state);
     }
-    // an event may have torn a page without its image
-    if (!m_shared.chips().imageLost()) {
-        use.commit();
-    }
+    use.commit();
 }
 
 } // namespace kest::sim

@@ -36,7 +36,7 @@ std::uint64_t deadlineOf(const adapterKind& kind, std::uint64_t now)
 }
 
 transferResult runOnWire(const adapterKind& kind, busChips& chips, busState& state, wire& lines,
-                         std::span<segment> segments, std::uint64_t deadline)
+                         std::span<segment> segments, std::uint64_t deadline, const partKept& keep)
 {
     if (!kind.stopBetween) {
         return transaction{chips, state, lines, segments, kind, deadline}.run();
@@ -46,6 +46,9 @@ transferResult runOnWire(const adapterKind& kind, busChips& chips, busState& sta
         if (state.driven.holdsSda()) {
             // the STOP before this part did not take place
             return {.end = outcome::sdaHeld, .segment = begin};
+        }
+        if (state.page.pending && !keep()) {
+            return {.end = outcome::gone, .segment = begin};
         }
         for (end = begin + 1; joins(segments, end); ++end) {}
         result = transaction{chips, state, lines, segments.subspan(begin, end - begin), kind, deadline}.run();
@@ -80,10 +83,10 @@ bool takes(const adapterKind& kind, std::span<const segment> segments)
 }
 
 transferResult runTransaction(const adapterKind& kind, busChips& chips, busState& state, wire& lines,
-                              std::span<segment> segments)
+                              std::span<segment> segments, const partKept& keep)
 {
     const std::uint64_t deadline = deadlineOf(kind, lines.clock.now);
-    transferResult result = runOnWire(kind, chips, state, lines, segments, deadline);
+    transferResult result = runOnWire(kind, chips, state, lines, segments, deadline, keep);
     if (kind.absentTimesOut && result.end == outcome::addressNotAcknowledged) {
         // It waits for an end that never comes, as long as it waits for anything.
         result.end = outcome::timedOut;

@@ -185,6 +185,24 @@ TEST_F(Controller, StopBetweenMessagesEndsTheTransactionForAFault)
     EXPECT_EQ(1U, got.segment);
 }
 
+TEST_F(Controller, StopBetweenMessagesKeepsThePagesOfAllOfThem)
+{
+    power("adapter = { stop_between = true }\n" + chip("24C02", "0xA0", "image = \"a.bin\"") +
+          chip("24C02", "0xA2", "image = \"b.bin\"") + chip("24C256", "0xA8", "kind = \"fram\"\nimage = \"f.bin\""));
+    Bytes first{0x10, 0xAB}, second{0x20, 0xCD, 0xEF}, third{0, 7, 0x12}, fourth{0, 1, 0x34};
+    segment parts[4] = {{0xA0, direction::write, first, false},
+                        {0xA2, direction::write, second, false},
+                        {0xA8, direction::write, third, false},
+                        {0xA8, direction::write, fourth, false}};
+    EXPECT_EQ(outcome::done, on->run(parts, {}).end);
+    EXPECT_EQ((Bytes(16, 0xFF) + Bytes{0xAB} + Bytes(239, 0xFF)), home.content("a.bin"));
+    EXPECT_EQ((Bytes(32, 0xFF) + Bytes{0xCD, 0xEF} + Bytes(222, 0xFF)), home.content("b.bin"));
+    const Bytes fast = home.content("f.bin");
+    ASSERT_EQ(32768U, fast.size());
+    EXPECT_EQ(0x12, fast[7]);
+    EXPECT_EQ(0x34, fast[1]);
+}
+
 TEST_F(Controller, StopBetweenMessagesThatHeldSdaKeepsFromTakingPlaceEndsTheTransaction)
 {
     powerWith("stop_between = true");
