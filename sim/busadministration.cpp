@@ -154,6 +154,12 @@ void busAdministration::listFaults(std::vector<listedFault>& into)
     }
 }
 
+bool busAdministration::usable()
+{
+    const busUse use{m_shared};
+    return use.usable();
+}
+
 bool busAdministration::play(std::vector<eventRecord> events)
 {
     busUse use{m_shared};

@@ -39,6 +39,8 @@ public:
     /// Adds the bus's faults to a list. The strikes of a fault that is in the list already are added up.
     void listFaults(std::vector<listedFault>& into);
 
+    /// Whether the bus can be used now.
+    [[nodiscard]] bool usable();
     /// Puts a scenario in place of the one before. Times and numbers of transactions in it count from now.
     /// @return false when the machine is gone
     bool play(std::vector<eventRecord> events);

@@ -462,9 +462,12 @@ std::size_t machineModel::play(const std::string& scenario, const std::string& f
     for (const eventDescription& what : events) {
         addEvent(what, perBus);
     }
+    if (!std::ranges::all_of(buses, [](const auto& bus) { return bus->administration.usable(); })) {
+        throw std::system_error{ENODEV, std::generic_category(), fileName + ": nothing has changed: a bus is unusable"};
+    }
     for (std::size_t bus = 0; bus < buses.size(); ++bus) {
         if (!buses[bus]->administration.play(std::move(perBus[bus]))) {
-            throw std::runtime_error{fileName + ": the machine is gone"};
+            throw std::system_error{ENODEV, std::generic_category(), fileName + ": a bus did not take its events"};
         }
     }
     return events.size();

@@ -76,7 +76,7 @@ public:
     /// Lets what a scenario lists happen on the machine, for all processes, instead of the scenario before. Times and
     /// numbers of transactions count from now. Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong".
     /// @param fileName  appears in error texts only
-    /// @return how many events there are
+    /// @return how many events there are. Throws std::system_error, ENODEV, when a bus is unusable: then none changes.
     virtual std::size_t play(const std::string& scenario, const std::string& fileName) = 0;
     /// startWave() and stopWave() for a bus of any node. @param node  "" the local one
     bool startWave(const std::string& busName, const std::string& node, const std::filesystem::path& file);

@@ -4,7 +4,9 @@
 #include "tests/sim/machinetest.h"
 
 #include <array>
+#include <fstream>
 #include <stdexcept>
+#include <system_error>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,6 +50,24 @@ TEST_F(Scenario, ChipsLeaveAndComeBackAtTheirTimes)
     EXPECT_EQ(outcome::done, on->probe(0x90));
     on->idleMs(10);
     EXPECT_EQ(outcome::done, on->probe(0xA0));
+}
+
+// The bus time in both records of the second bus is one that cannot be.
+TEST_F(Scenario, AnUnusableBusLeavesTheOthersAsTheyAre)
+{
+    power(chip("LM75", "0x90") + "[[bus]]\nname = \"other\"\n");
+    machine->checkBuses();
+    constexpr std::size_t other = 4096 + 2048 + 2 * (busStateBytes + chipStateBytes), time = 2048 + 269;
+    std::fstream state{home.path / "machine.state", std::ios::in | std::ios::out | std::ios::binary};
+    for (const std::size_t record : {std::size_t{0}, busStateBytes}) {
+        state.seekp(static_cast<std::streamoff>(other + time + record));
+        state << std::string(8, '\xFF') << std::flush;
+    }
+    ASSERT_TRUE(state.good());
+    EXPECT_THROW(
+        play("[[event]]\nat_ms = 0\ndo = \"power-cut\"\n" + event("at_ms = 0\ndo = \"remove\"\naddress = 0x90")),
+        std::system_error);
+    EXPECT_EQ(outcome::done, on->probe(0x90));
 }
 
 TEST_F(Scenario, EventsCountTransactions)

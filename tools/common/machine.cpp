@@ -24,6 +24,20 @@ bool isShortage(int error)
 
 } // namespace
 
+failure machineFailure(const std::system_error& why)
+{
+    const int error = why.code().value();
+    if (error == EACCES || error == EPERM || error == EROFS) {
+        return {
+            .code = exitRefused, .what = why.what(), .tryThis = "run it as a user who may use the machine's folder"};
+    }
+    const bool busIsUnusable = error == ENODEV;
+    if (busIsUnusable || isShortage(error)) {
+        return {.what = why.what()};
+    }
+    return wrongUse(why.what(), "repair the machine's folder");
+}
+
 std::shared_ptr<sim::machine> openConfiguredMachine()
 {
     const host::configuration& settings = host::currentConfiguration();
@@ -36,16 +50,7 @@ std::shared_ptr<sim::machine> openConfiguredMachine()
         machine->checkBuses();
         return machine;
     } catch (const std::system_error& why) {
-        const int error = why.code().value();
-        if (error == EACCES || error == EPERM || error == EROFS) {
-            throw failure{.code = exitRefused,
-                          .what = why.what(),
-                          .tryThis = "run it as a user who may use the machine's folder"};
-        }
-        if (isShortage(error)) {
-            throw failure{.what = why.what()};
-        }
-        throw wrongUse(why.what(), "repair the machine's folder");
+        throw machineFailure(why);
     } catch (const std::runtime_error& why) {
         throw wrongUse(why.what(), "repair the machine's folder");
     }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "sim/machine.h"
 #include "tools/common/failure.h"
@@ -14,6 +15,9 @@ namespace kest::tools
 /// Opens it. Throws a `failure`: exit code 2 when none is configured or its folder is not usable, 3 when the user may
 /// not use it, 1 when the disk is full or memory is short.
 [[nodiscard]] std::shared_ptr<sim::machine> openConfiguredMachine();
+
+/// The failure for what the system refused a machine, with openConfiguredMachine()'s exit codes.
+[[nodiscard]] failure machineFailure(const std::system_error& why);
 
 /// Throws as openConfiguredMachine() does when one is configured.
 void checkConfiguredMachine();

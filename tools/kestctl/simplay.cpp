@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
@@ -27,6 +28,8 @@ int runSimPlay(const context& shared, const playOptions& options)
     try {
         const std::size_t events = machine->play({bytes.begin(), bytes.end()}, options.file);
         reportDone(shared, {{"events", events}}, countText(events, "event") + " to come");
+    } catch (const std::system_error& why) {
+        throw machineFailure(why);
     } catch (const std::runtime_error& why) {
         throw wrongUse(why.what(), "nothing has changed");
     }

@@ -37,5 +37,17 @@ TEST_F(KestctlPlay, WhatIsWrongIsNamedAndChangesNothing)
     EXPECT_NE(0, kestctl({"sim", "play", (folder() / "none").string()}).exit);
 }
 
+// An image that takes no page leaves its bus unusable.
+TEST_F(KestctlPlay, ABusThatCannotBeUsedIsNoWrongUse)
+{
+    says({"sim", "play", "-"}, {.input = "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"remove\"\naddress = 0x90\n"});
+    const RunResult write = kestctl({"seeprom", "write", "planar-vpd", "--offset", "0x7F00", "--hex", "A1A2", "--yes"},
+                                    {.largestFile = 16384});
+    EXPECT_NE(0, write.exit);
+    const RunResult result = kestctl({"sim", "play", "-"}, {.input = "", .largestFile = 16384});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_EQ("kestctl: -: nothing has changed: a bus is unusable: No such device\n", result.errors);
+}
+
 } // namespace
 } // namespace kest::test
