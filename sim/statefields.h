@@ -2,15 +2,18 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 namespace kest::sim
 {
 
-/// Takes fields out of a record or puts them in, so that one list of fields serves both ways. Fields beyond the
-/// record's end read as 0. A loaded field that no machine can have written makes the record damaged.
+/// Takes fields out of a record or puts them in, so that one list of fields serves both ways. Fields that do not fit
+/// whole into the record read as 0. A loaded field that no machine can have written makes the record damaged.
 class stateFields
 {
 public:
@@ -27,17 +30,20 @@ public:
     template <std::unsigned_integral Number>
     void number(Number& value)
     {
-        const auto field = next(sizeof(Number));
-        Number loaded = 0;
-        for (std::size_t i = 0; i < field.size(); ++i) {
-            if (m_loads) {
-                loaded = static_cast<Number>(loaded | static_cast<Number>(Number{field[i]} << (8 * i)));
-            } else {
-                field[i] = static_cast<std::uint8_t>(value >> (8 * i));
-            }
-        }
+        std::uint8_t* const field = next(sizeof(Number));
         if (m_loads) {
-            value = loaded;
+            value = 0;
+        }
+        if (field == nullptr) {
+            return;
+        }
+        // each transaction passes all fields of its bus: no loop over the bytes
+        if (m_loads) {
+            std::memcpy(&value, field, sizeof(Number));
+            value = littleEndian(value);
+        } else {
+            const Number stored = littleEndian(value);
+            std::memcpy(field, &stored, sizeof(Number));
         }
     }
     void flag(bool& value)
@@ -54,12 +60,17 @@ public:
     }
     void bytes(std::span<std::uint8_t> values)
     {
-        const auto field = next(values.size());
-        if (m_loads) {
-            std::ranges::fill(std::ranges::copy(field, values.begin()).out, values.end(), std::uint8_t{0});
-        } else {
-            std::ranges::copy(values.first(field.size()), field.begin());
+        if (values.empty()) {
+            return;
         }
+        std::uint8_t* const field = next(values.size());
+        if (field == nullptr) {
+            if (m_loads) {
+                std::ranges::fill(values, std::uint8_t{0});
+            }
+            return;
+        }
+        std::memcpy(m_loads ? values.data() : field, m_loads ? field : values.data(), values.size());
     }
     /// Notes the first field that does not hold. @param what  names the field
     void check(bool holds, const char* what)
@@ -74,12 +85,31 @@ public:
     [[nodiscard]] bool loads() const { return m_loads; }
 
 private:
-    /// The next bytes, fewer at the record's end.
-    std::span<std::uint8_t> next(std::size_t size)
+    /// The next bytes; null when the record has fewer.
+    std::uint8_t* next(std::size_t size)
     {
-        const std::size_t from = std::min(m_at, m_record.size());
+        const std::size_t left = m_record.size() - m_at;
+        if (size > left) {
+            m_at = m_record.size();
+            return nullptr;
+        }
         m_at += size;
-        return m_record.subspan(from, std::min(size, m_record.size() - from));
+        return m_record.data() + (m_at - size);
+    }
+
+    /// A number as little-endian hosts have it in memory; also back.
+    template <std::unsigned_integral Number>
+    static Number littleEndian(Number value)
+    {
+        if constexpr (std::endian::native == std::endian::little) {
+            return value;
+        }
+        Number turned = 0;
+        for (std::size_t i = 0; i < sizeof(Number); ++i) {
+            turned = static_cast<Number>(
+                turned | static_cast<Number>((value >> (8 * i) & 0xFF) << (8 * (sizeof(Number) - 1 - i))));
+        }
+        return turned;
     }
 
     std::span<std::uint8_t> m_record;

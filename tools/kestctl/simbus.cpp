@@ -63,7 +63,7 @@ void requireBus(sim::machine& machine, const std::string& name)
     std::string known;
     for (const std::string& node : machine.nodes()) {
         for (const std::string& bus : machine.busNames(node)) {
-            known += (known.empty() ? "" : ", ") + (node.empty() ? "" : node + ":") + bus;
+            known.append(known.empty() ? "" : ", ").append(node.empty() ? "" : node + ":").append(bus);
         }
     }
     throw failure{.code = exitAbsent, .what = "the simulated machine has no such bus; it has " + known, .device = name};

@@ -9,13 +9,13 @@ namespace
 {
 
 using host::jsonDocument;
-using kind = jsonDocument::kind;
+using Kind = jsonDocument::kind;
 
 /// The number of a field of the root.
 std::uint64_t numberOf(const jsonDocument& json, std::string_view name)
 {
     const auto found = json.root().field(name);
-    EXPECT_TRUE(found && found->what() == kind::number) << name;
+    EXPECT_TRUE(found && found->what() == Kind::number) << name;
     return found ? found->number() : 0;
 }
 
@@ -26,10 +26,10 @@ TEST(JsonDocument, HasTheValuesOfAnObject)
     ASSERT_TRUE(json);
     EXPECT_EQ(0xFFFFFFFFU, numberOf(*json, "number"));
     EXPECT_EQ(-2, static_cast<std::int64_t>(numberOf(*json, "below")));
-    EXPECT_EQ(kind::realNumber, json->root().field("real")->what());
+    EXPECT_EQ(Kind::realNumber, json->root().field("real")->what());
     EXPECT_TRUE(json->root().field("yes")->truth());
     EXPECT_FALSE(json->root().field("no")->truth());
-    EXPECT_EQ(kind::null, json->root().field("none")->what());
+    EXPECT_EQ(Kind::null, json->root().field("none")->what());
     EXPECT_EQ("a\xC3\xA9\n", json->root().field("text")->text());
     EXPECT_FALSE(json->root().field("other"));
 }
