@@ -50,7 +50,8 @@ public:
     /// is done, and so does the code that submits it.
     void join();
 
-    /// Hands over a job. Called by an event handler or from within another job.
+    /// Hands over a job. Called by an event handler, or at the end of another job: when all other threads sleep or wait
+    /// for events, the thread that submits a job is the one that takes it, and does so when it is free.
     void submit(std::shared_ptr<serviceJob> job) noexcept;
 
     /// The owner of the service's own jobs, to which the limits don't apply.
