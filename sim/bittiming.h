@@ -24,7 +24,7 @@ constexpr std::uint64_t highPartNs(std::uint64_t bitNs) { return bitNs - lowPart
 /// A repeated START takes a bit as a released SDA does, and the hold time.
 constexpr std::uint64_t repeatedStartNs(std::uint64_t bitNs) { return bitNs + highPartNs(bitNs); }
 
-/// Minima of a mode of the bus, in nanoseconds. Source: NXP UM10204, I2C-bus specification, revision 6, table 10.
+/// Minima of a mode of the bus, in nanoseconds. Source: NXP UM10204, revision 6, table 10.
 struct busMinima {
     std::uint64_t bitNs; ///< of the mode's fastest clock
     std::uint64_t low, high, setUpStart, holdStart, setUpStop, busFree, setUpData;

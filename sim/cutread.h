@@ -10,7 +10,7 @@ namespace kest::sim
 
 /// A chip that sends data changes SDA after each clock and cannot tell that nobody listens any more. In the acknowledge
 /// slot it lets go of SDA and sees it high, which is a NACK: it lets go for good. So nine clocks always free the bus.
-/// Source: NXP I2C-bus specification and user manual UM10204, "Bus clear".
+/// Source: NXP UM10204, "Bus clear".
 class cutRead
 {
 public:

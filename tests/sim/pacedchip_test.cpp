@@ -65,7 +65,7 @@ TEST_F(SpeedLimit, OfAChipBehindAHubMeetsTheHubsOwn400Kilohertz)
     EXPECT_EQ((Bytes{2, 0xFF}), on->readAt(0x80, {2, 0xA4, 0}, 2).data);
 }
 
-// The same draws on every host: a change of these bytes breaks the promise of one seed, one run.
+// Which bits are wrong is the seed's choice.
 TEST_F(SpeedLimit, GarblesBytesByTheSeed)
 {
     const auto readTooFast = [this](const std::string& seed) {
