@@ -7,6 +7,9 @@
 namespace kest::sim::test
 {
 
+/// Whether the software is installed. The test fails when it has to be and is not.
+bool hasDecoder();
+
 /// Skips the test that runs when the software is not installed, or fails it when it has to be.
 void needDecoder();
 
