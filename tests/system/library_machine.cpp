@@ -16,22 +16,26 @@ std::ostream& operator<<(std::ostream& out, const Ending& value)
                << value.length << " bytes";
 }
 
-LibraryMachine::LibraryMachine(const std::string& busKeys)
+LibraryMachine::LibraryMachine(const std::string& busKeys, const std::string& chipKeys)
     : OwnMachine("[registry]\n\"tavo/ReadMode\" = \"HWareMode\"\n")
 {
     std::string text = "[[bus]]\nname = \"planar\"\n" + busKeys;
-    text += eeprom("24C256", 0xA0, "main.bin") + eeprom("24C02", 0xA4, "small.bin") +
-            eeprom("24C512", 0xA6, "large.bin") + eeprom("24C32", 0xA8, "medium.bin") +
-            eeprom("24C64", 0xAC, "eight.bin") + eeprom("24C128", 0xAE, "sixteen.bin");
-    text += chip("PCA9551", 0xC4) + chip("PCA9552", 0xC0) + chip("PCA9552", 0xC2) + chip("PCA9554", 0x42) +
-            chip("PCA9555", 0x40) + chip("LM75", 0x90) + chip("LM92", 0x96);
+    const auto memory = [&chipKeys](const char* type, int address, const char* image) {
+        return eeprom(type, address, image, chipKeys);
+    };
+    text += memory("24C256", 0xA0, "main.bin") + memory("24C02", 0xA4, "small.bin") +
+            memory("24C512", 0xA6, "large.bin") + memory("24C32", 0xA8, "medium.bin") +
+            memory("24C64", 0xAC, "eight.bin") + memory("24C128", 0xAE, "sixteen.bin");
+    text += chip("PCA9551", 0xC4, chipKeys) + chip("PCA9552", 0xC0, chipKeys) + chip("PCA9552", 0xC2, chipKeys) +
+            chip("PCA9554", 0x42, chipKeys) + chip("PCA9555", 0x40, chipKeys) + chip("LM75", 0x90, chipKeys) +
+            chip("LM92", 0x96, chipKeys);
     for (const int hub : {0x80, 0x82, 0x88, 0x8A}) {
         text += chip("HUB922", hub);
         for (const int port : {0, 7}) {
             const std::string name = std::to_string(hub) + "-" + std::to_string(port);
             // write cycles without a spread: repeated writes take as many transactions
-            const std::string at =
-                "write_cycle_min_ms = 3.5\nhub = " + std::to_string(hub) + "\nport = " + std::to_string(port) + "\n";
+            const std::string at = chipKeys + "write_cycle_min_ms = 3.5\nhub = " + std::to_string(hub) +
+                                   "\nport = " + std::to_string(port) + "\n";
             text +=
                 eeprom("24C128", 0xA2, "riser" + name + ".bin", at) + eeprom("24C02", 0xA6, "card" + name + ".bin", at);
             fill("riser" + name + ".bin", pattern(16384, static_cast<unsigned>(hub + port)));

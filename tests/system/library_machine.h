@@ -30,8 +30,9 @@ std::ostream& operator<<(std::ostream& out, const Ending& value);
 class LibraryMachine : public OwnMachine
 {
 protected:
-    /// @param busKeys  more keys of the bus in machine.toml
-    explicit LibraryMachine(const std::string& busKeys = "");
+    /// @param busKeys   more keys of the bus in machine.toml
+    /// @param chipKeys  more keys of each chip but the hubs
+    explicit LibraryMachine(const std::string& busKeys = "", const std::string& chipKeys = "");
 
     static tavo_deviceaddress address(const std::string& text, std::uint32_t number = 0);
     /// Hardware mode, and a short write cycle: the simulated chips take 3.5 ms of bus time.
