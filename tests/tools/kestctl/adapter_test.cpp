@@ -1,5 +1,7 @@
 /// kestctl on adapters with limits: it works as on any other, or says what the adapter lacks.
+#include <algorithm>
 #include <gmock/gmock.h>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "tests/tools/program.h"
@@ -140,6 +142,110 @@ TEST_F(KestctlAdapter, TimeOutOfAnAbsentDeviceNamesTheAdaptersKind)
     const RunResult result = kestctl({"seeprom", "read", "sim:planar,L,1C0002,AE"});
     EXPECT_EQ(1, result.exit);
     EXPECT_THAT(result.errors, HasSubstr("(adapter: a time-out where nobody acknowledges); "));
+}
+
+/// An adapter that loses bits behind stretched clocks, and a 24C02 that stretches them: panel-vpd.
+class KestctlLostBits : public KestctlAdapter
+{
+protected:
+    void start(const std::string& content) const
+    {
+        use("stretching = \"loses-bits\"");
+        const std::string image = "image = \"panel.bin\"\n";
+        std::string text = readFile(machine() / "machine.toml");
+        const std::size_t at = text.find(image);
+        ASSERT_NE(std::string::npos, at);
+        writeFile(machine() / "machine.toml", text.insert(at, "stretch_us = 10\n"));
+        writeFile(machine() / "panel.bin", content);
+    }
+    /// Runs a command as often as it takes to end well so many times. @return what it said these times
+    [[nodiscard]] std::vector<RunResult> successes(unsigned count, const std::vector<std::string>& command) const
+    {
+        std::vector<RunResult> good;
+        for (int tries = 0; tries < 300 && good.size() < count; ++tries) {
+            RunResult result = kestctl(command);
+            if (result.exit == 0) {
+                good.push_back(std::move(result));
+            } else {
+                EXPECT_EQ(1, result.exit);
+                EXPECT_THAT(result.errors, HasSubstr("a byte was not acknowledged"));
+            }
+        }
+        EXPECT_EQ(count, good.size());
+        return good;
+    }
+};
+
+// 0x81 comes as 0xC0 one time in four.
+TEST_F(KestctlLostBits, AVoteNamesTheOffsetsThatWavered)
+{
+    start(std::string(256, '\x81'));
+    const std::vector<std::string> voted{"seeprom",  "read", "panel-vpd", "--offset", "0x40",
+                                         "--length", "4",    "--voted",   "9",        "--json"};
+    for (const RunResult& result : successes(3, voted)) {
+        const json shown = json::parse(result.output);
+        const auto bytes = shown.at("data").get<std::string>();
+        const auto wavered = shown.at("wavered").get<std::vector<unsigned>>();
+        EXPECT_FALSE(wavered.empty());
+        for (unsigned at = 0; at < 4; ++at) {
+            const std::string byte = bytes.substr(2 * at, 2);
+            const bool named = std::ranges::count(wavered, 0x40 + at) != 0;
+            EXPECT_TRUE(byte == "81" || (named && byte == "c0")) << byte;
+            EXPECT_EQ(named, result.errors.find("0x4" + std::to_string(at)) != std::string::npos) << result.errors;
+        }
+    }
+}
+
+TEST_F(KestctlLostBits, VerifyFindsBytesThatDiffer)
+{
+    const std::string content(256, '\x81');
+    start(content);
+    writeFile(folder() / "want.bin", content);
+    std::map<int, int> exits;
+    for (int i = 0; i < 20; ++i) {
+        const RunResult result = kestctl({"seeprom", "verify", "panel-vpd", (folder() / "want.bin").string()});
+        ++exits[result.exit];
+        EXPECT_EQ(result.exit == 5, result.output.find(" of 256 bytes differ") != std::string::npos) << result.output;
+    }
+    // the offset is refused, or some of 256 bytes are wrong
+    EXPECT_EQ(20, exits[1] + exits[5]);
+    EXPECT_LT(0, exits[1]);
+    EXPECT_LT(0, exits[5]);
+}
+
+// A write may end without the chip's acknowledge, with its page written, or with bytes that were read back wrong.
+TEST_F(KestctlLostBits, AWriteLeavesTheOldBytesOrTheNewOnes)
+{
+    start(std::string(256, '\x81'));
+    std::map<int, int> exits;
+    for (int i = 0; i < 25; ++i) {
+        const char first = static_cast<char>('0' + i % 10);
+        const std::string before = readFile(machine() / "panel.bin");
+        const RunResult result = kestctl({"seeprom", "write", "panel-vpd", "--offset", "0x40", "--hex",
+                                          std::string("0") + first + "020304", "--yes"});
+        std::string written = before;
+        written.replace(0x40, 4, std::string(1, static_cast<char>(i % 10)) + "\x02\x03\x04");
+        const std::string after = readFile(machine() / "panel.bin");
+        EXPECT_TRUE(after == written || (result.exit != 0 && after == before)) << result.exit << result.errors;
+        ++exits[result.exit];
+    }
+    EXPECT_LT(0, exits[1]);
+    EXPECT_EQ(25, exits[0] + exits[1] + exits[5]) << "another exit code";
+}
+
+class KestctlSlowChips : public KestctlAdapter
+{
+};
+
+TEST_F(KestctlSlowChips, BeyondTheStretchLimitTheFailureNamesTheAdaptersKind)
+{
+    use("stretch_limit_us = 95");
+    // a hub holds SCL for 96 us ahead of the first byte of a 24C128, and for 73.5 us ahead of a 24C02's
+    const RunResult refused = kestctl({"seeprom", "read", "riser-vpd"});
+    EXPECT_EQ(1, refused.exit);
+    EXPECT_THAT(refused.errors, HasSubstr("(adapter: clock stretching of at most 95 microseconds)"));
+    says({"seeprom", "read", "fan-vpd"});
+    says({"seeprom", "read", "planar-vpd"});
 }
 
 } // namespace
