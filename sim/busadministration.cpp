@@ -24,23 +24,14 @@ void busAdministration::listRegisters(std::vector<chipListing>& into)
     }
 }
 
-// Makes and commits a change that may let go of a line between transactions. A recording shows that at once; a second
-// line waits for the next START, because two never change in one tick.
-// @param commit  gets what the recording shows; null: there is none
-template <typename Change, typename Commit>
-void busAdministration::withFreedLines(Change change, Commit commit)
+// Makes a change that may let go of a line between transactions.
+template <typename Change>
+void busAdministration::withFreedLines(waveText& wave, Change change)
 {
-    const busState& state = m_shared.state();
-    waveText wave = m_shared.beginWaveText();
     // one that ended by itself did so earlier
     m_shared.endHold(wave);
     change();
-    if (!state.sclHeld && !state.waveAt.scl) {
-        wave.scl(state.now, true);
-    } else if (m_shared.heldLine() != outcome::sdaHeld) {
-        wave.sda(state.now, true);
-    }
-    commit(state.recording ? &wave : nullptr);
+    m_shared.showFreedLine(wave);
 }
 
 bool busAdministration::powerCycle()
@@ -49,11 +40,9 @@ bool busAdministration::powerCycle()
     if (!use.usable()) {
         return false;
     }
-    bool done = false;
-    const auto cycle = [this] { losePower(m_shared.chips(), m_shared.state()); };
+    withFreedLines(use.wave(), [this] { losePower(m_shared.chips(), m_shared.state()); });
     // without its image a page would be torn into one that nobody wrote: that does not count
-    withFreedLines(cycle, [&](waveText* wave) { done = use.commit(wave); });
-    return done;
+    return use.commit();
 }
 
 void busAdministration::makeNew()
@@ -75,11 +64,12 @@ void busAdministration::replaceFileFaults(std::vector<faultRecord> fromFile)
             fromFile.push_back(record);
         }
     }
-    const auto replace = [&] {
+    waveText wave = m_shared.beginWaveText();
+    withFreedLines(wave, [&] {
         faults = std::move(fromFile);
         endEffects();
-    };
-    withFreedLines(replace, [this](waveText* wave) { m_shared.commit(wave); });
+    });
+    m_shared.commit(m_shared.state().recording ? &wave : nullptr);
 }
 
 std::size_t busAdministration::roomForFaults()
@@ -127,12 +117,12 @@ bool busAdministration::clearFaults(std::optional<std::uint32_t> number)
         return false;
     }
     std::size_t cleared = 0;
-    const auto clear = [&] {
+    withFreedLines(use.wave(), [&] {
         cleared = std::erase_if(m_shared.state().faults,
                                 [&](const faultRecord& record) { return !number || record.number == *number; });
         endEffects();
-    };
-    withFreedLines(clear, [&use](waveText* wave) { use.commit(wave); });
+    });
+    use.commit();
     return cleared != 0;
 }
 
@@ -186,7 +176,7 @@ bool busAdministration::startWave(const std::string& path)
     if (wave < 0) {
         return false;
     }
-    const bool good = beginWave(wave, path);
+    const bool good = beginWave(use, wave, path);
     const int error = errno;
     close(wave);
     if (good) {
@@ -197,12 +187,11 @@ bool busAdministration::startWave(const std::string& path)
 }
 
 // When this recording cannot begin, the one under way goes on: what is done to it here counts only once committed.
-bool busAdministration::beginWave(int file, const std::string& path)
+bool busAdministration::beginWave(busUse& use, int file, const std::string& path)
 {
     busState& state = m_shared.state();
     if (state.recording) {
-        waveText old = m_shared.beginWaveText();
-        m_shared.appendWave(old);
+        m_shared.appendWave(use.wave());
     }
     const outcome held = m_shared.heldLine();
     const waveEnd begin{held != outcome::sclHeld, held != outcome::sdaHeld, 0};
@@ -215,6 +204,7 @@ bool busAdministration::beginWave(int file, const std::string& path)
     state.waveOrigin = state.now;
     state.waveBytes = head.size();
     state.waveAt = begin;
+    use.wave() = m_shared.beginWaveText();
     return true;
 }
 
@@ -226,9 +216,8 @@ bool busAdministration::stopWave()
         errno = use.usable() ? ENOENT : ENODEV;
         return false;
     }
-    waveText wave = m_shared.beginWaveText();
-    m_shared.endHold(wave);
-    m_shared.appendWave(wave);
+    m_shared.endHold(use.wave());
+    m_shared.appendWave(use.wave());
     state.recording = false;
     use.commit();
     return true;

@@ -53,9 +53,9 @@ public:
 private:
     [[nodiscard]] std::size_t addedFaults();
     void endEffects();
-    template <typename Change, typename Commit>
-    void withFreedLines(Change change, Commit commit);
-    bool beginWave(int file, const std::string& path);
+    template <typename Change>
+    void withFreedLines(waveText& wave, Change change);
+    bool beginWave(busUse& use, int file, const std::string& path);
 
     sharedBus& m_shared;
 };

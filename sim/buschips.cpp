@@ -35,6 +35,13 @@ std::string labelOf(const busDescription& bus, const chipDescription& chip)
     return fullName(bus) + " " + behind + addressText(chip.address) + " " + chip.typeName;
 }
 
+void cyclePower(chip& of, std::uint64_t now)
+{
+    of.losePower(now);
+    of.powerUp();
+    of.poweredAt(now);
+}
+
 std::unique_ptr<chip> makeChip(const chipDescription& about, image* cells)
 {
     switch (about.kind) {
@@ -162,17 +169,17 @@ bool busChips::remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port,
     if (found == nullptr || !found->model->isThere()) {
         return false;
     }
-    found->model->losePower(now);
-    found->model->powerUp();
+    cyclePower(*found->model, now);
     found->model->putInPlace(false);
     return true;
 }
 
-void busChips::insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+void busChips::insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const
 {
     const member* const found = findMember(address, hub, port);
     if (found != nullptr && !found->model->isThere()) {
         found->model->powerUp();
+        found->model->poweredAt(now);
         found->model->putInPlace(true);
     }
 }
@@ -275,8 +282,7 @@ bool busChips::imageLost() const
 void busChips::losePower(std::uint64_t now)
 {
     for (auto& member : m_members) {
-        member.model->losePower(now);
-        member.model->powerUp();
+        cyclePower(*member.model, now);
     }
 }
 

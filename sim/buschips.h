@@ -45,7 +45,7 @@ public:
     /// Takes a chip out of its place. @return whether it was there: settle() is due as after a loss of power
     bool remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const;
     /// Puts it back, with its registers at their defaults.
-    void insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const;
+    void insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const;
     /// The sensor at an address of the bus itself, or behind a hub of it; null: there is none.
     /// @param hub   address of the hub, 0: on the bus itself
     /// @param port  of the hub

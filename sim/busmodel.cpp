@@ -2,7 +2,6 @@
 
 #include "base/clock.h"
 #include "sim/controller.h"
-#include "sim/scenario.h"
 
 #include <algorithm>
 #include <functional>
@@ -22,13 +21,13 @@ template <typename Act>
 bool busModel::drive(busUse& use, std::uint32_t speedKhz, Act act)
 {
     busState& state = m_shared.state();
-    waveText wave = m_shared.beginWaveText();
+    waveText& wave = use.wave();
     const std::uint64_t bitNs = nsPerMs / clockKhz(speedKhz, defaultSpeedKhz());
     wire lines{state.now, bitNs, state.recording ? &wave : nullptr};
     const auto keep = [&] {
         state.now = std::min(lines.clock.now, latestTime);
         m_shared.endHold(wave);
-        return use.commit(state.recording ? &wave : nullptr);
+        return use.commit();
     };
     m_shared.endHold(wave);
     act(lines, std::ref(keep));
@@ -182,12 +181,8 @@ void busModel::passTime(std::uint64_t nanoseconds)
     if (!use.usable()) {
         return;
     }
-    busState& state = m_shared.state();
-    const std::uint64_t end = std::min(state.now + std::min(nanoseconds, latestTime), latestTime);
-    while (state.now < end) {
-        state.now = nextEventTime(state, end);
-        playEvents(m_shared.chips(), state);
-    }
+    const std::uint64_t now = m_shared.state().now;
+    m_shared.passTime(std::min(now + std::min(nanoseconds, latestTime), latestTime), use.wave());
     use.commit();
 }
 

@@ -92,7 +92,9 @@ public:
     /// Loads its volatile state from the state file, or stores it there.
     virtual void exchange(stateFields& fields) = 0;
     virtual void powerUp() = 0;
-    /// The power goes. powerUp() comes next; settle() when the state has been stored.
+    /// When its power came, ns of bus time; after powerUp(). Without it the power counts from the next use.
+    virtual void poweredAt(std::uint64_t) {}
+    /// The power goes. powerUp() and poweredAt() come next; settle() when the state has been stored.
     virtual void losePower(std::uint64_t) {}
     /// Brings what a loss of power left behind into the memory. @return false when the memory would not take it
     virtual bool settle() { return true; }

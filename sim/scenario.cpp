@@ -4,8 +4,6 @@
 #include "sim/sensor.h"
 
 #include <algorithm>
-#include <bit>
-#include <cmath>
 #include <utility>
 
 namespace kest::sim
@@ -13,22 +11,6 @@ namespace kest::sim
 
 namespace
 {
-
-constexpr double microPerDegree = 1e6;
-
-// In whole numbers: a host whose processor multiplies and adds in one step rounds a sum of doubles otherwise.
-std::int32_t microCelsiusAfter(const eventRecord& event, std::uint64_t passedNs)
-{
-    if (passedNs >= event.lastingNs) {
-        return event.microCelsius;
-    }
-    const auto change = std::int64_t{event.microCelsius} - event.fromMicroCelsius;
-    // 17 bits less of a day leave 31 of them, and a change has 31, too; a short one keeps all its bits
-    const int spare = std::max(static_cast<int>(std::bit_width(event.lastingNs)) - 31, 0);
-    const auto passed = static_cast<std::int64_t>(passedNs >> spare);
-    const auto all = static_cast<std::int64_t>(event.lastingNs >> spare);
-    return static_cast<std::int32_t>(event.fromMicroCelsius + change * passed / all);
-}
 
 void moveTemperature(const busChips& chips, const busState& state, eventRecord& event)
 {
@@ -39,10 +21,13 @@ void moveTemperature(const busChips& chips, const busState& state, eventRecord& 
     }
     if (!event.begun) {
         event.begun = true;
-        event.fromMicroCelsius = static_cast<std::int32_t>(std::lround(around->celsius() * microPerDegree));
+        event.fromMicroCelsius = around->microCelsius();
     }
-    const std::uint64_t passed = state.now - std::min(event.at, state.now);
-    around->setCelsius(microCelsiusAfter(event, passed) / microPerDegree, state.now);
+    around->follow({.fromMicroCelsius = event.fromMicroCelsius,
+                    .toMicroCelsius = event.microCelsius,
+                    .begin = event.at,
+                    .lastingNs = event.lastingNs},
+                   state.now);
 }
 
 void addFault(busState& state, const faultRecord& fault)
@@ -64,7 +49,7 @@ bool play(busChips& chips, busState& state, eventRecord& event)
         chips.driveResetLines(state.faults, state.now);
         break;
     case eventKind::insert:
-        chips.insert(event.address, event.hub, event.port);
+        chips.insert(event.address, event.hub, event.port, state.now);
         chips.driveResetLines(state.faults, state.now);
         break;
     case eventKind::temperature:

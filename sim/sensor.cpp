@@ -73,14 +73,22 @@ sensor::sensor(const sensorType& chipType, double degreesCelsius, unsigned tempe
     m_fileMicroCelsius = m_aroundMicroCelsius = m_firstMicroCelsius;
 }
 
-void sensor::setCelsius(double degrees, std::uint64_t now)
+void sensor::follow(const temperatureRamp& ramp, std::uint64_t now)
 {
+    advance(std::min(ramp.begin, now));
+    for (std::uint64_t end = conversionEnd(); end <= std::min(ramp.end(), now); end = conversionEnd()) {
+        m_aroundMicroCelsius = inRange(ramp.at(end));
+        advance(end);
+    }
+    m_aroundMicroCelsius = inRange(ramp.at(now));
+    // those after the ramp
     advance(now);
-    const bool cold = !(degrees >= m_type.lowestCelsius);
-    m_aroundMicroCelsius = toMicro(cold ? m_type.lowestCelsius : std::min<double>(degrees, m_type.highestCelsius));
 }
 
-double sensor::celsius() const { return static_cast<double>(m_aroundMicroCelsius) / microPerDegree; }
+std::int32_t sensor::inRange(std::int32_t microCelsius) const
+{
+    return std::clamp(microCelsius, m_type.lowestCelsius * microPerDegree, m_type.highestCelsius * microPerDegree);
+}
 
 // A read gives the temperature as it was at its START: no conversion tears its bytes.
 bool sensor::start(direction, busClock& clock, chipFaults&)
@@ -161,9 +169,7 @@ std::uint8_t sensor::queue() const { return m_type.faultQueue[m_registers[conf] 
 // Ends the conversions that are over by now.
 void sensor::advance(std::uint64_t now)
 {
-    if (m_conversionBegan == atNextUse) {
-        m_conversionBegan = now;
-    }
+    poweredAt(now);
     if (configured(shutdown) || now < m_conversionBegan) {
         return;
     }
@@ -172,6 +178,12 @@ void sensor::advance(std::uint64_t now)
         m_conversionBegan += ended * m_conversionNs;
         measure(ended);
     }
+}
+
+// When the conversion under way ends. In shutdown there is none.
+std::uint64_t sensor::conversionEnd() const
+{
+    return configured(shutdown) ? atNextUse : m_conversionBegan + m_conversionNs;
 }
 
 void sensor::measure(std::uint64_t conversions)
@@ -253,9 +265,7 @@ void sensor::exchange(stateFields& fields)
 // What has changed while the state lay in the file: the machine file, or power has come.
 void sensor::takeUp(std::uint64_t now)
 {
-    if (m_conversionBegan == atNextUse) {
-        m_conversionBegan = now;
-    }
+    poweredAt(now);
     if (m_fileMicroCelsius == m_firstMicroCelsius) {
         return;
     }
@@ -276,6 +286,13 @@ void sensor::powerUp()
     m_measuredMicroCelsius = 0;
     m_hasMeasured = false;
     m_conversionBegan = atNextUse;
+}
+
+void sensor::poweredAt(std::uint64_t now)
+{
+    if (m_conversionBegan == atNextUse) {
+        m_conversionBegan = now;
+    }
 }
 
 // A new machine has been on for long enough to know its temperatures.
@@ -330,7 +347,7 @@ std::string sensor::temperatureText() const
 {
     std::string text = degreeText(degrees(wordOf(m_measuredMicroCelsius)));
     if (wordOf(m_measuredMicroCelsius) != wordOf(m_aroundMicroCelsius)) {
-        text += " (around it " + degreeText(celsius()) + ")";
+        text += " (around it " + degreeText(static_cast<double>(m_aroundMicroCelsius) / microPerDegree) + ")";
     }
     if (!isLm92()) {
         return text + (outputActive(overTos) ? ", O.S. active" : "");

@@ -4,6 +4,7 @@
 
 #include "base/clock.h"
 #include "sim/chip.h"
+#include "sim/ramp.h"
 #include "sim/thermostat.h"
 
 #include <array>
@@ -82,7 +83,7 @@ static_assert(std::ranges::all_of(sensorTypes, [](const sensorType& type) {
            });
 }));
 
-/// The temperature around it is part of its state: the machine file gives the first one, setCelsius() each later one. A
+/// The temperature around it is part of its state: the machine file gives the first one, follow() each later one. A
 /// machine file that is edited to another temperature gives the first one anew, as if it had always been that.
 class sensor final : public chip
 {
@@ -91,12 +92,12 @@ public:
     /// @param temperatureBits  9 or 11 for an LM75, 13 for an LM92
     sensor(const sensorType& chipType, double degreesCelsius, unsigned temperatureBits);
 
-    /// Changes the temperature around it. The next conversion that ends measures it.
-    /// @param degrees  what is out of the sensor's range becomes the range's end, and what is no number its lower end
-    /// @param now      bus time, ns; not before that of the latest use
-    void setCelsius(double degrees, std::uint64_t now);
-    /// The temperature around it, degrees Celsius.
-    [[nodiscard]] double celsius() const;
+    /// Lets the temperature around it change evenly. Each conversion measures what there is at its end.
+    /// What is out of the sensor's range counts as the range's end.
+    /// @param now  bus time, ns; not before that of the latest use. The ramp may have begun since then
+    void follow(const temperatureRamp& ramp, std::uint64_t now);
+    /// The temperature around it, millionths of a degree Celsius.
+    [[nodiscard]] std::int32_t microCelsius() const { return m_aroundMicroCelsius; }
 
     bool start(direction way, busClock& clock, chipFaults& faults) override;
     bool take(std::uint8_t byte, busClock& clock) override;
@@ -107,6 +108,7 @@ public:
     void deselect() override { m_bytesTaken = m_bytesGiven = 0; }
     void exchange(stateFields& fields) override;
     void powerUp() override;
+    void poweredAt(std::uint64_t now) override;
     void asNew() override;
     std::vector<listedRegister> list(std::uint64_t now) override;
 
@@ -118,6 +120,8 @@ private:
     [[nodiscard]] std::uint16_t value(unsigned number) const;
     [[nodiscard]] double degrees(std::uint16_t word) const;
     [[nodiscard]] std::uint8_t queue() const;
+    [[nodiscard]] std::int32_t inRange(std::int32_t microCelsius) const;
+    [[nodiscard]] std::uint64_t conversionEnd() const;
     void takeUp(std::uint64_t now);
     void advance(std::uint64_t now);
     void measure(std::uint64_t conversions);

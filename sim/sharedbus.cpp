@@ -152,44 +152,82 @@ void sharedBus::countAttempt()
     }
 }
 
+void sharedBus::showFreedLine(waveText& wave) const
+{
+    if (!m_state.sclHeld && !m_state.waveAt.scl) {
+        wave.scl(m_state.now, true);
+    } else if (heldLine() != outcome::sdaHeld) {
+        wave.sda(m_state.now, true);
+    }
+}
+
+void sharedBus::playDueEvents(waveText& wave)
+{
+    if (m_state.events.empty()) {
+        return;
+    }
+    // a hold that ended by itself did so earlier
+    endHold(wave);
+    playEvents(m_chips, m_state);
+    showFreedLine(wave);
+}
+
+void sharedBus::passTime(std::uint64_t end, waveText& wave)
+{
+    // those that came due in the latest transaction come before all that time brings
+    playDueEvents(wave);
+    while (m_state.now < end) {
+        m_state.now = nextEventTime(m_state, end);
+        playDueEvents(wave);
+    }
+}
+
 void sharedBus::appendWave(waveText& wave)
 {
     m_state.recording =
         appendToWaveFile(m_file->wavePath(m_index), m_state.waveBytes, wave.take(), wave.tail(m_state.now));
 }
 
-busUse::busUse(sharedBus& bus) : m_bus{bus}, m_held{*bus.m_file, bus.m_index}, m_loaded{m_held.held() && bus.load()}
+busUse::busUse(sharedBus& bus)
+    : m_bus{bus}, m_held{*bus.m_file, bus.m_index}, m_loaded{m_held.held() && bus.load()}, m_wave{bus.beginWaveText()}
 {
-    catchUp();
-    if (m_loaded) {
-        playEvents(m_bus.chips(), m_bus.state());
-        // an event met now may have torn a page without its image
-        m_loaded = !m_bus.chips().imageLost();
+    if (!m_loaded) {
+        return;
     }
+    catchUp();
+    m_bus.playDueEvents(m_wave);
+    // an event met now may have torn a page without its image
+    m_loaded = !m_bus.chips().imageLost();
 }
 
 // In real time the bus's clock goes on between transactions, too.
 void busUse::catchUp()
 {
-    if (!m_loaded || m_bus.clock() == nullptr) {
-        return;
-    }
     busState& state = m_bus.state();
-    m_startedAt = m_bus.clock()->nowNs();
+    if (m_bus.clock() != nullptr) {
+        m_startedAt = m_bus.clock()->nowNs();
+    }
     if (state.clockStamp != 0 && m_startedAt > state.clockStamp) {
-        state.now = std::min(state.now + std::min(m_startedAt - state.clockStamp, latestTime), latestTime);
+        m_bus.passTime(std::min(state.now + std::min(m_startedAt - state.clockStamp, latestTime), latestTime), m_wave);
         m_bus.chips().driveResetLines(state.faults, state.now);
     }
     m_timeAtStart = state.now;
 }
 
-bool busUse::commit(waveText* wave)
+bool busUse::commit()
 {
     if (!m_loaded || m_bus.chips().imageLost()) {
         return false;
     }
     waitForBusTime();
-    return m_bus.commit(wave);
+    return m_bus.commit(isShown() ? &m_wave : nullptr);
+}
+
+// A recording shows how far time has come.
+bool busUse::isShown() const
+{
+    const busState& state = m_bus.state();
+    return state.recording && (!m_wave.isEmpty() || state.now != m_timeAtStart);
 }
 
 void busUse::waitForBusTime()

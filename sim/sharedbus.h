@@ -65,6 +65,17 @@ public:
     void endHold(waveText& wave);
     /// Counts an attempt that met SCL held.
     void countAttempt();
+    /// Shows what a change between transactions let go of. One line rises at once; a second one waits for the next START,
+    /// because two never change in one tick.
+    /// @param wave  of this use of the bus
+    void showFreedLine(waveText& wave) const;
+    /// Lets the events happen that are due.
+    /// @param wave  gets the line that one of them lets go of
+    void playDueEvents(waveText& wave);
+    /// Lets time pass with the bus idle, each event at its time.
+    /// @param end   bus time, ns; not before now
+    /// @param wave  as for playDueEvents()
+    void passTime(std::uint64_t end, waveText& wave);
 
     /// A text for what goes over the bus from now on.
     [[nodiscard]] waveText beginWaveText() const { return {m_state.waveOrigin, m_state.waveAt}; }
@@ -103,19 +114,22 @@ public:
     busUse& operator=(const busUse&) = delete;
 
     [[nodiscard]] bool usable() const { return m_loaded; }
+    /// What goes over the lines in this use, for the recording under way.
+    [[nodiscard]] waveText& wave() { return m_wave; }
     /// In real time, waits for the bus time that was used.
-    /// @param wave  null: nothing was recorded
     /// @return false when the bus cannot be used, or when an image was lost: bytes that were not read from it mean
     /// nothing, so that what was done with them has not been
-    bool commit(waveText* wave = nullptr);
+    bool commit();
 
 private:
     void catchUp();
+    [[nodiscard]] bool isShown() const;
     void waitForBusTime();
 
     sharedBus& m_bus;
     stateFile::hold m_held;
     bool m_loaded;
+    waveText m_wave;
     std::uint64_t m_startedAt = 0;
     std::uint64_t m_timeAtStart = 0;
 };

@@ -30,6 +30,7 @@ public:
     void scl(std::uint64_t now, bool level) { change(now, 0, level); }
     void sda(std::uint64_t now, bool level) { change(now, 1, level); }
     std::string take() { return std::exchange(m_text, {}); }
+    [[nodiscard]] bool isEmpty() const { return m_text.empty(); }
     /// What ends the file as long as nothing follows: the tick after the time reached, so that a reader sees the last
     /// levels last.
     [[nodiscard]] std::string tail(std::uint64_t now) const;

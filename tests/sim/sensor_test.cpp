@@ -1,7 +1,6 @@
 #include "sim/sensor.h"
 
 #include <array>
-#include <limits>
 
 #include "base/clock.h"
 #include "tests/sim/machinetest.h"
@@ -32,7 +31,10 @@ protected:
     void makeLm75(double celsius) { make("LM75", celsius, 9); }
     void makeLm92(double celsius) { make("LM92", celsius, 13); }
     void passMs(std::uint64_t milliseconds) { clock.now += milliseconds * nsPerMs; }
-    void warm(double celsius) { under->setCelsius(celsius, clock.now); }
+    void warm(double celsius)
+    {
+        under->follow({.toMicroCelsius = static_cast<std::int32_t>(celsius * 1e6), .begin = clock.now}, clock.now);
+    }
     void write(const Bytes& sent)
     {
         under->start(direction::write, clock, none);
@@ -123,6 +125,57 @@ TEST_F(LooseSensor, AfterPowerUpItReads0UntilTheFirstConversionHasEnded)
     EXPECT_EQ((Bytes{0x19, 0x00}), read(2));
 }
 
+// From 20 to 50 degrees in 9 s: a degree in each conversion of 300 ms. The first one that measures the ramp ends 100 ms
+// after its begin.
+TEST_F(LooseSensor, EachConversionMeasuresTheRampAtItsEnd)
+{
+    makeLm75(20);
+    write({0x01, 0x10});
+    write({0x03, 0x19, 0x00});
+    write({0x00});
+    passMs(500);
+    const temperatureRamp ramp{.fromMicroCelsius = 20'000'000,
+                               .toMicroCelsius = 50'000'000,
+                               .begin = 500 * nsPerMs,
+                               .lastingNs = 9000 * nsPerMs};
+    under->follow(ramp, clock.now);
+    EXPECT_EQ((Bytes{0x14, 0x00}), read(2));
+    passMs(4500);
+    // 4.3 s of it had passed at 4.8 s
+    under->follow(ramp, clock.now);
+    EXPECT_EQ((Bytes{0x22, 0x80}), read(2));
+    EXPECT_EQ(35'000'000, under->microCelsius());
+    // four in a row above 25 degrees
+    EXPECT_EQ(0U, level("O.S."));
+    passMs(60'000);
+    under->follow(ramp, clock.now);
+    EXPECT_EQ((Bytes{0x32, 0x00}), read(2));
+}
+
+TEST_F(LooseSensor, ShutdownKeepsTheTemperatureAlongARamp)
+{
+    makeLm75(20);
+    write({0x01, 0x01});
+    write({0x00});
+    passMs(5000);
+    under->follow({.fromMicroCelsius = 20'000'000, .toMicroCelsius = 50'000'000, .lastingNs = 9000 * nsPerMs},
+                  clock.now);
+    EXPECT_EQ((Bytes{0x14, 0x00}), read(2));
+    EXPECT_EQ(36'666'666, under->microCelsius());
+}
+
+TEST_F(LooseSensor, ConversionsBeginWhenThePowerComes)
+{
+    makeLm75(25);
+    passMs(1000);
+    under->powerUp();
+    under->poweredAt(clock.now);
+    passMs(299);
+    EXPECT_EQ((Bytes{0x00, 0x00}), read(2));
+    passMs(1);
+    EXPECT_EQ((Bytes{0x19, 0x00}), read(2));
+}
+
 TEST_F(LooseSensor, ShutdownKeepsTheTemperatureAndItsEndBeginsAConversion)
 {
     makeLm75(25);
@@ -142,15 +195,15 @@ TEST_F(LooseSensor, ShutdownKeepsTheTemperatureAndItsEndBeginsAConversion)
 TEST_F(LooseSensor, TemperatureStaysWithinWhatThePartMeasures)
 {
     makeLm75(25);
-    warm(1e9);
-    EXPECT_EQ(125.0, under->celsius());
-    warm(-1e9);
-    EXPECT_EQ(-55.0, under->celsius());
+    warm(1000);
+    EXPECT_EQ(125'000'000, under->microCelsius());
+    warm(-1000);
+    EXPECT_EQ(-55'000'000, under->microCelsius());
     makeLm92(25);
     warm(151);
-    EXPECT_EQ(150.0, under->celsius());
-    warm(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_EQ(-55.0, under->celsius());
+    EXPECT_EQ(150'000'000, under->microCelsius());
+    warm(-56);
+    EXPECT_EQ(-55'000'000, under->microCelsius());
 }
 
 TEST_F(LooseSensor, TemperatureAndConversionOutliveTheProcess)
@@ -159,7 +212,7 @@ TEST_F(LooseSensor, TemperatureAndConversionOutliveTheProcess)
     passMs(200);
     warm(-10.5);
     goThroughTheStateFile();
-    EXPECT_EQ(-10.5, under->celsius());
+    EXPECT_EQ(-10'500'000, under->microCelsius());
     EXPECT_EQ((Bytes{0x19, 0x00}), read(2));
     passMs(99);
     goThroughTheStateFile();

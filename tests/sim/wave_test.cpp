@@ -138,6 +138,43 @@ TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
     EXPECT_EQ(outcome::done, slow.probe(0xA0));
 }
 
+// The cut comes 0.5 s into a write cycle of 1 s; nobody looks for another 2 s. Choice 3 of the chip with seed 1: each byte
+// is old, new, or anything.
+TEST_F(BusTime, InRealTimeAPowerCutTearsThePageOfItsTime)
+{
+    power(chip("24C02", "0xA0", "image = \"a.bin\"\nwrite_cycle_ms = 1000\nwrite_cycle_min_ms = 1000"));
+    DrivenClock clock;
+    const auto real = openMachine(home.path, clock);
+    User slow{real->findBus("planar", "")};
+    slow.store(0xA0, {0x08, 1});
+    clock.now += 1'000'000'000;
+    real->play("[[event]]\nat_ms = 500\ndo = \"power-cut\"\n", "s.toml");
+    EXPECT_EQ(outcome::done, slow.write(0xA0, {0x10, 1, 2, 3, 4, 5, 6, 7, 8}).end);
+    clock.now += 2'500'000'000;
+    EXPECT_EQ(outcome::done, slow.probe(0xA0));
+    const Bytes image = home.content("a.bin");
+    EXPECT_EQ((Bytes{0xFF, 0x02, 0xFF, 0x04, 0x96, 0xA5, 0x07, 0xFF}),
+              Bytes(image.begin() + 0x10, image.begin() + 0x18));
+}
+
+// From 25 to 45 degrees in ten seconds, from 1 s on. At 6 s a conversion of 300 ms ends.
+TEST_F(BusTime, InRealTimeATemperatureRisesFromItsTimeOn)
+{
+    power(chip("LM75", "0x90", "celsius = 25"));
+    DrivenClock clock;
+    const auto real = openMachine(home.path, clock);
+    User slow{real->findBus("planar", "")};
+    // the first use of a bus begins its clock
+    slow.idleMs(0);
+    real->play("[[event]]\nat_ms = 1000\nbus = \"planar\"\ndo = \"temperature\"\naddress = 0x90\ncelsius = 45\n"
+               "over_ms = 10000\n",
+               "s.toml");
+    clock.now += 6'100'000'000;
+    EXPECT_EQ((Bytes{0x23, 0x00}), slow.read(0x90, 2).data);
+    clock.now += 60'000'000'000;
+    EXPECT_EQ((Bytes{0x2D, 0x00}), slow.read(0x90, 2).data);
+}
+
 TEST_F(BusTime, ASystemsClockIsWaitedFor)
 {
     const auto real = openMachine(home.path, true);
@@ -349,6 +386,18 @@ TEST_F(Wave, HeldSclRisesWhenItsTimeIsOverAlsoBetweenTransactions)
     on->probe(0xA0);
     const std::string text = home.text("planar.vcd");
     EXPECT_NE(text.find("\n#10\n0!\n#300000\n1!\n#500015\n0\"\n"), std::string::npos) << text;
+}
+
+TEST_F(Wave, HeldSclRisesWhenAnEventCutsThePower)
+{
+    machine->addFault({.kind = "hold-scl"});
+    EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
+    // the controller gave up after 25 ms
+    machine->play("[[event]]\nat_ms = 5\ndo = \"power-cut\"\n", "s.toml");
+    on->planar->idle(10'000'000);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#10\n0!\n#300000\n1!\n#350015\n0\"\n"), std::string::npos) << text;
 }
 
 TEST_F(Wave, ChipThatHeldSdaLetsGoInThePowerCycle)
