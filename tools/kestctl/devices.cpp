@@ -2,13 +2,14 @@
 
 #include <cstdio>
 #include <fmt/core.h>
-#include <optional>
 
+#include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/json.h"
+#include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
 
@@ -16,6 +17,30 @@ namespace kest::tools
 {
 namespace
 {
+
+/// Throws a `failure` (exit code 2) when the device has no room for what is expected of it.
+void checkExpected(const device& which, const host::deviceEntry& entry)
+{
+    for (const host::expectedBytes& each : entry.expect) {
+        if (which.end().type->bytes == 0) {
+            throw wrongUse(fmt::format("'{}': {} has no bytes to expect", entry.location, aChip(*which.end().type)));
+        }
+        if (each.offset + std::uint64_t{each.bytes.size()} > which.end().type->bytes) {
+            throw wrongUse(fmt::format("'{}': {} expected at offset {} pass the end: the device holds {} bytes",
+                                       entry.location, countText(each.bytes.size(), "byte"), each.offset,
+                                       which.end().type->bytes));
+        }
+    }
+}
+
+jsonList expectationJson(const host::deviceEntry& entry)
+{
+    jsonList rows;
+    for (const host::expectedBytes& each : entry.expect) {
+        rows.push_back({{"offset", each.offset}, {"bytes", hexDigits(each.bytes)}});
+    }
+    return rows;
+}
 
 int runDevices(const context& shared)
 {
@@ -27,10 +52,7 @@ int runDevices(const context& shared)
         try {
             const device which = parseDeviceText(entry.location);
             chip = which.end().type->chip;
-            if (const std::optional<device> other = otherTypeAt(which)) {
-                throw wrongUse(fmt::format("'{}': the device table also has {}, {}, there", entry.location,
-                                           aChip(*other->end().type), other->label));
-            }
+            checkExpected(which, entry);
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;
@@ -39,7 +61,8 @@ int runDevices(const context& shared)
                         {"position", entry.position},
                         {"name", entry.name},
                         {"type", chip},
-                        {"text", entry.location}});
+                        {"text", entry.location},
+                        {"expect", expectationJson(entry)}});
         if (!shared.json) {
             standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}\n", entry.number,
                                               entry.position == 0 ? "" : fmt::format("/{}", entry.position),

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/core.h>
 
+#include "platform/host/configuration/deviceplace.h"
 #include "platform/host/iic/paths.h"
 #include "tools/common/devicetext.h"
 #include "tools/common/failure.h"
@@ -58,11 +59,8 @@ std::optional<namedDevice> deviceDirectory::understand(const std::string& text) 
         }
     }
     namedDevice named;
-    named.place = path.simulated ? fmt::format("sim\n{}\n{}", node.simNode, path.busName)
-                                 : fmt::format("{}/dev/i2c-{}", node.pathPrefix, path.number);
-    for (const tools::deviceLink& link : device.links) {
-        named.place +=
-            fmt::format("\n{:X},{:X},{:X}", static_cast<std::uint32_t>(link.type->type), link.address, link.port);
+    for (const host::placedType& each : host::placesOf(text, m_nodes)) {
+        named.place += fmt::format("{}\n{:X}\n", each.place, each.type);
     }
     named.bytes = device.end().type->bytes;
     return named;

@@ -1,7 +1,6 @@
 /// The devices that requests may name.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -46,7 +45,7 @@ public:
     [[nodiscard]] byteSource source() const { return m_source; }
 
 private:
-    std::array<host::nodeMapping, 8> m_nodes;
+    host::nodeMap m_nodes;
     std::map<std::string, tableRow> m_rows; ///< by place
     byteSource m_source = byteSource::hardware;
     bool m_hasNumberZero = false;

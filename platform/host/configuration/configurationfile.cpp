@@ -4,9 +4,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
+#include <map>
 #include <string_view>
 
 #include "base/files.h"
+#include "platform/host/configuration/deviceplace.h"
+#include "platform/host/configuration/expectation.h"
 #include "platform/host/configuration/tomlreader.h"
 
 namespace kest::host
@@ -39,10 +42,12 @@ private:
     void readDevice(const std::string& key, const toml::table& table);
     void readName(const std::string& key, const toml::node& node, std::string& target);
     void checkUnique(const std::string& key, const toml::table& table, const deviceEntry& device);
+    void checkPlaces();
     void readTime(const std::string& key, const toml::node& node);
 
     tomlReader m_reader;
     configuration& m_target;
+    std::vector<toml::source_position> m_locations; ///< of each device of the target
     bool m_realTime = false;
 };
 
@@ -111,6 +116,7 @@ void fileReader::readDevice(const std::string& key, const toml::table& table)
              device.location = m_reader.text(whole, node, longestLocation).value_or("");
          }},
         {"name", [&](const std::string& whole, const toml::node& node) { readName(whole, node, device.name); }},
+        {"expect", expectation(m_reader, device.expect)},
     };
     m_reader.section(key, table, rows);
     if (!table.contains("number")) {
@@ -122,6 +128,7 @@ void fileReader::readDevice(const std::string& key, const toml::table& table)
     }
     if (m_reader.error().empty()) {
         checkUnique(key, table, device);
+        m_locations.push_back(table.get("location")->source().begin);
         m_target.devices.push_back(std::move(device));
     }
 }
@@ -152,6 +159,32 @@ void fileReader::checkUnique(const std::string& key, const toml::table& table, c
         }
         if (!device.name.empty() && other.name == device.name) {
             m_reader.wrong(key + ".name", *table.get("name"), "a name that no other device has");
+        }
+    }
+}
+
+/// Finds devices, or hubs on the way to them, that are at one place with different types. One of the two rows is wrong,
+/// and a transfer by the wrong one can change the content of the chip.
+void fileReader::checkPlaces()
+{
+    struct firstUse {
+        std::uint32_t type;
+        std::size_t row;
+    };
+    const auto label = [this](std::size_t row) {
+        const deviceEntry& device = m_target.devices.at(row);
+        return device.name.empty() ? fmt::format("device 0x{:X}", device.number) : device.name;
+    };
+    std::map<std::string, firstUse> known;
+    for (std::size_t row = 0; row < m_target.devices.size(); ++row) {
+        for (placedType& each : placesOf(m_target.devices[row].location, m_target.nodes)) {
+            const auto [found, isNew] = known.try_emplace(std::move(each.place), firstUse{each.type, row});
+            const firstUse& first = found->second;
+            if (!isNew && first.type != each.type) {
+                m_reader.fail(m_locations.at(row), "device.location",
+                              fmt::format("{} has type {:X} at the place where {} (line {}) has type {:X}", label(row),
+                                          each.type, label(first.row), m_locations.at(first.row).line, first.type));
+            }
         }
     }
 }
@@ -199,6 +232,9 @@ void fileReader::read(std::string_view source)
     };
     if (m_reader.parse(source, rows)) {
         target.machineRealTime = m_realTime;
+    }
+    if (m_reader.error().empty()) {
+        checkPlaces();
     }
 }
 

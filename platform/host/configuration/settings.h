@@ -11,12 +11,19 @@
 namespace kest::host
 {
 
+/// Bytes that a device has at an offset.
+struct expectedBytes {
+    std::uint32_t offset = 0;
+    std::vector<std::uint8_t> bytes; ///< at least one
+};
+
 /// One row of the VPD service's device table.
 struct deviceEntry {
     std::uint32_t number = 0; ///< of 0, messages in file and mixed mode: they carry no number
     std::uint32_t position = 0; ///< number and position together are unique
     std::string location; ///< device text, at most 255 bytes
     std::string name; ///< for people; unique
+    std::vector<expectedBytes> expect = {}; ///< by which the part is known; empty: by nothing
 };
 
 /// What a node number stands for. Unmapped nodes have both empty.
@@ -25,6 +32,9 @@ struct nodeMapping {
     std::string simNode; ///< node of the simulated machine whose buses `sim:` paths name
     [[nodiscard]] bool mapped() const { return !pathPrefix.empty() || !simNode.empty(); }
 };
+
+/// By node number.
+using nodeMap = std::array<nodeMapping, 8>;
 
 /// Limits and permissions of the message service.
 struct serviceSettings {
@@ -56,7 +66,7 @@ struct configuration {
     std::uint64_t errorLogMaxBytes = 64ull << 20;
     std::filesystem::path errorLogSpoolFolder; ///< takes entries when stateFolder can't: /var/tmp/kest-UID
     std::map<std::string, std::string> registry; ///< key to value; always has "tavo/ReadMode"
-    std::array<nodeMapping, 8> nodes;
+    nodeMap nodes;
     std::vector<deviceEntry> devices;
     serviceSettings service;
 };

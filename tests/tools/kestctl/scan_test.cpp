@@ -158,7 +158,7 @@ TEST_F(KestctlDevices, ListsTheTable)
     ASSERT_EQ(12U, rows.size());
     EXPECT_EQ(
         json::parse(
-            R"({"number":53253,"position":0,"name":"riser-vpd","type":"24C128","text":"sim:planar,L,922,80,3,2C0128,A2"})"),
+            R"({"number":53253,"position":0,"name":"riser-vpd","type":"24C128","text":"sim:planar,L,922,80,3,2C0128,A2","expect":[]})"),
         rows.at(4));
 }
 
@@ -166,13 +166,13 @@ TEST_F(KestctlDevices, ABadRowIsReportedAndTheOthersListed)
 {
     const std::filesystem::path file = folder() / "kest.toml";
     writeFile(file,
-              "state = \"state\"\n[[device]]\nnumber = 1\nlocation = \"sim:p,L,9553,C0\"\n[[device]]\nnumber = 2\n"
+              "state = \"state\"\n[[device]]\nnumber = 1\nlocation = \"sim:p,L,9553,C2\"\n[[device]]\nnumber = 2\n"
               "name = \"good\"\nlocation = \"sim:p,L,9552,C0\"\n");
     const RunResult result = run("kestctl", {"--config", file.string(), "devices"});
     EXPECT_EQ(2, result.exit);
     EXPECT_THAT(result.output, HasSubstr("0x0002     good               PCA9552  sim:p,L,9552,C0\n"));
     EXPECT_THAT(result.errors,
-                StartsWith("kestctl: device text 'sim:p,L,9553,C0': field 3, '9553', is no device type"));
+                StartsWith("kestctl: device text 'sim:p,L,9553,C2': field 3, '9553', is no device type"));
 }
 
 TEST_F(KestctlDetect, FindsWhatIsThere)

@@ -454,38 +454,16 @@ TEST_F(KestctlSeeprom, A172DeviceOnTheBusIsRead)
     const std::vector<std::string> lastByte{"seeprom", "read", "planar-vpd", "--offset", "32767", "--length", "1"};
     says(lastByte);
     EXPECT_EQ(image("system").substr(0, 16),
-              says({"seeprom", "read", "sim:planar,L,172,A0", "--length", "16", "-o", "-"}));
+              says({"seeprom", "read", "sim:planar,L,172,A0", "--length", "16", "-o", "-", "--force"}));
     says(lastByte);
-    says({"seeprom", "read", "sim:planar,L,172,A0", "-o", target});
+    says({"seeprom", "read", "sim:planar,L,172,A0", "-o", target, "--force"});
     EXPECT_EQ(image("system").substr(0, 22016), readFile(target));
     EXPECT_EQ("sim:planar,L,172,A0: offset 16: no offset goes out to a 172 device; a transfer begins where it stands",
-              complaint(2, {"seeprom", "read", "sim:planar,L,172,A0", "--offset", "16", "--length", "16"}));
+              complaint(2, {"seeprom", "read", "sim:planar,L,172,A0", "--offset", "16", "--length", "16", "--force"}));
     EXPECT_EQ("sim:planar,L,172,A0: offset 22016 (0x5600) is past the end: the device holds 22016 bytes",
-              complaint(2, {"seeprom", "read", "sim:planar,L,172,A0", "--offset", "22016"}));
+              complaint(2, {"seeprom", "read", "sim:planar,L,172,A0", "--offset", "22016", "--force"}));
     EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,L,172,AE", "--length", "16"}),
                 HasSubstr("sim:planar,L,172,AE: read: nothing answers"));
-}
-
-/// The chip would take the second byte of an offset as data, or a byte of data as part of an offset.
-TEST_F(KestctlSeeprom, NothingIsWrittenToADeviceThatTheTableHasWithAnotherType)
-{
-    const std::string before = image("system");
-    EXPECT_EQ("sim:planar,L,1C0002,A0: write: the device table has a 24C256, planar-vpd, at A0 = 0x50; --force writes "
-              "all the same",
-              complaint(2, {"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"}));
-    EXPECT_EQ(before, image("system"));
-    const auto toml = machine() / "kest.toml";
-    writeFile(toml,
-              readFile(toml) + "\n[[device]]\nnumber = 7\nname = \"twin\"\nlocation = \"sim:planar,L,2C0032,A4\"\n");
-    EXPECT_EQ("panel-vpd: write: the device table has a 24C32, twin, at A4 = 0x52; --force writes all the same",
-              complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}));
-    const RunResult listed = kestctl({"devices"});
-    EXPECT_EQ(2, listed.exit);
-    EXPECT_EQ("kestctl: 'sim:planar,L,1C0002,A4': the device table also has a 24C32, twin, there\n"
-              "kestctl: 'sim:planar,L,2C0032,A4': the device table also has a 24C02, panel-vpd, there\n",
-              listed.errors);
-    says({"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes", "--force"});
-    EXPECT_EQ('\x5A', image("panel")[0]);
 }
 
 TEST_F(KestctlSeeprom, AnAddressInTheWrongFormIsHintedAt)
