@@ -107,14 +107,6 @@ void refuseDoubtfulWrite(const device& which, bool force)
     if (force) {
         return;
     }
-    if (const std::optional<device> other = otherTypeAt(which)) {
-        throw failure{.code = exitWrongUse,
-                      .what = fmt::format("the device table has {}, {}, at {}", aChip(*other->end().type), other->label,
-                                          addressText(other->end().address)),
-                      .tryThis = "--force writes all the same",
-                      .device = which.label,
-                      .step = "write"};
-    }
     const std::uint8_t address = which.head().address;
     int error = 0;
     const auto opened = host::iic::toolBus::open(which.bus, nodeNumber(which.node), error);

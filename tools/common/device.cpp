@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 
 #include "platform/host/configuration/configuration.h"
+#include "platform/host/configuration/deviceplace.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 
@@ -39,13 +40,33 @@ const host::deviceEntry* findEntry(const std::string& nameOrNumber)
     return findNumber(parseNumber(nameOrNumber, "device number", highestNumber));
 }
 
-bool samePlace(const device& one, const device& other)
+std::string labelOf(const host::deviceEntry& entry)
 {
-    const auto sameLink = [](const deviceLink& here, const deviceLink& there) {
-        return here.address == there.address && here.port == there.port;
-    };
-    return one.bus == other.bus && nodeNumber(one.node) == nodeNumber(other.node) &&
-           std::ranges::equal(one.links, other.links, sameLink);
+    return entry.name.empty() ? fmt::format("device 0x{:X}", entry.number) : entry.name;
+}
+
+/// How a command names a row of the table.
+std::string wordOf(const host::deviceEntry& entry)
+{
+    return entry.name.empty() ? fmt::format("0x{:X}", entry.number) : entry.name;
+}
+
+/// "a 24C256"; "a device of type 5" for a row that is not valid.
+std::string aChipOfType(std::uint32_t type)
+{
+    const deviceTypeInfo* known = findType(type);
+    return known == nullptr ? fmt::format("a device of type {:X}", type) : aChip(*known);
+}
+
+/// The refusal of a text whose device, or a hub before it, `row` has at `there` with another type.
+failure otherType(const device& which, const host::deviceEntry& row, const host::placedType& there, bool isDevice)
+{
+    return {.code = exitRefused,
+            .what = fmt::format("the device table has {}, {}{}, at {}", aChipOfType(there.type),
+                                isDevice ? "" : "on the way to ", labelOf(row), addressText(there.address)),
+            .tryThis = fmt::format("{}--force takes the type that you give",
+                                   isDevice ? fmt::format("name {}, or ", wordOf(row)) : ""),
+            .device = which.label};
 }
 
 /// The command of kestctl that works on devices of a kind.
@@ -79,6 +100,7 @@ device findDevice(const std::string& nameOrText)
     }
     device found = parseDeviceText(entry->location);
     found.label = entry->name.empty() ? nameOrText : entry->name;
+    found.named = true;
     found.number = entry->number;
     found.position = entry->position;
     return found;
@@ -105,20 +127,38 @@ void refuseForeignCopy(const device& which)
                   .device = which.label};
 }
 
-std::optional<device> otherTypeAt(const device& which)
+void refuseOtherType(const device& which, bool force)
 {
-    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
-        try {
-            device other = parseDeviceText(entry.location);
-            if (samePlace(which, other) && which.end().type != other.end().type) {
-                other.label = entry.name.empty() ? fmt::format("device 0x{:X}", entry.number) : entry.name;
-                return other;
+    if (force || which.named) {
+        return;
+    }
+    const host::configuration& settings = host::currentConfiguration();
+    const std::vector<host::placedType> mine = host::placesOf(which.text, settings.nodes);
+    for (const host::deviceEntry& row : settings.devices) {
+        const std::vector<host::placedType> theirs = host::placesOf(row.location, settings.nodes);
+        for (std::size_t link = 0; link < std::min(mine.size(), theirs.size()); ++link) {
+            if (mine[link].place == theirs[link].place && mine[link].type != theirs[link].type) {
+                throw otherType(which, row, theirs[link], link + 1 == theirs.size());
             }
-        } catch (const failure&) {
-            // 'kestctl devices' reports rows that are not valid
         }
     }
-    return std::nullopt;
+}
+
+std::vector<host::expectedBytes> expectedAt(const device& which)
+{
+    const host::configuration& settings = host::currentConfiguration();
+    const std::vector<host::placedType> mine = host::placesOf(which.text, settings.nodes);
+    std::vector<host::expectedBytes> expected;
+    for (const host::deviceEntry& row : settings.devices) {
+        if (row.expect.empty()) {
+            continue;
+        }
+        const std::vector<host::placedType> theirs = host::placesOf(row.location, settings.nodes);
+        if (!mine.empty() && !theirs.empty() && mine.back().place == theirs.back().place) {
+            expected.insert(expected.end(), row.expect.begin(), row.expect.end());
+        }
+    }
+    return expected;
 }
 
 busName findBus(const std::string& pathOrDevice, const std::string& node)

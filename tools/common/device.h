@@ -2,9 +2,10 @@
 #pragma once
 
 #include <initializer_list>
-#include <optional>
 #include <string>
+#include <vector>
 
+#include "platform/host/configuration/settings.h"
 #include "tools/common/devicetext.h"
 
 namespace kest::tools
@@ -20,8 +21,14 @@ namespace kest::tools
 /// Throws a `failure` (exit code 2) when the copy under the device's number belongs to another device.
 void refuseForeignCopy(const device& which);
 
-/// A device of the device table with another type at the same place, if there is one. One of the two is then wrong.
-[[nodiscard]] std::optional<device> otherTypeAt(const device& which);
+/// Refuses a device text that has another type than the device table, for the device itself or for a hub before it: a
+/// transfer by the wrong type, even a read, can change a byte of the part that is there. A device that was named by its
+/// name or number is never refused. Throws a `failure` (exit code 3).
+/// @param force  takes the type of the text
+void refuseOtherType(const device& which, bool force);
+
+/// What the device table expects at a device's place, of whatever name.
+[[nodiscard]] std::vector<host::expectedBytes> expectedAt(const device& which);
 
 /// A bus named by its path, or by a device text or name on it. Throws as findDevice().
 /// @param node  of the bus, in place of the device's; empty keeps the device's

@@ -21,6 +21,7 @@ struct deviceLink {
 struct device {
     std::uint32_t number = 0; ///< 0 for a device that the table does not have
     std::uint32_t position = 0;
+    bool named = false; ///< by its name or number in the table, whose type is then certain
     std::string label; ///< as the user named it; for messages
     std::string text; ///< device text
     std::string bus; ///< device path without an address

@@ -120,6 +120,9 @@ seeprom::seeprom(device which, const accessOptions& options)
         requireKind(m_device, {deviceKind::seeprom}, "seeprom");
     }
     m_options.mode = settledMode(m_device, options.mode);
+    if (touchesHardware()) {
+        refuseOtherType(m_device, options.force);
+    }
     m_attributes[KEST_ATTR_READ_MODE] = static_cast<kest_attributeValue>(m_options.mode);
     if (options.writeCycleMs != 0) {
         m_attributes[KEST_ATTR_WRITE_CYCLE] = options.writeCycleMs;

@@ -21,6 +21,7 @@ struct accessOptions {
     std::uint32_t speedKhz = 0; ///< 0 the library's default
     std::uint32_t writeCycleMs = 0; ///< 0 the library's default
     unsigned votes = 1; ///< reads that each byte is voted from
+    bool force = false; ///< the hardware also where the device table has another type
 };
 
 struct byteRange {
@@ -37,7 +38,7 @@ class seeprom
 {
 public:
     /// Settles once whether the hardware or the copy serves. Throws (exit code 2) for a device that is no SEEPROM, or
-    /// a chain that no transfer can serve.
+    /// a chain that no transfer can serve; and as refuseOtherType() for hardware.
     seeprom(device which, const accessOptions& options);
 
     /// As checkedRange(). Also throws (exit code 2) for an offset other than 0 on hardware that is sent no offset.

@@ -42,4 +42,7 @@ void addVotes(command verb, std::uint32_t& votes);
 
 constexpr const char* usualSpeed = "default 400";
 
+/// What --force does in every verb that uses hardware, for the help.
+inline const std::string forcedType = "take the type given, even if the device table has another";
+
 } // namespace kest::tools

@@ -32,7 +32,9 @@ struct messageOptions {
     std::string output; ///< of a read: file or "-"; empty: lines for people
     std::string input; ///< of a write: file or "-"; empty: `hex` is given
     std::string hex;
-    bool force = false; ///< read: raw bytes to a terminal, bytes through a hub; write: although a driver has the device
+    /// Another type than the device table has; read: raw bytes to a terminal, bytes through a hub; write: although a
+    /// driver has the device.
+    bool force = false;
     bool yes = false;
     std::uint32_t position = 0; ///< of a location
 };
@@ -100,7 +102,10 @@ byteRange rangeOf(const seeprom& chip, const messageOptions& options)
 }
 
 /// The device, as one whose hardware is served.
-seeprom seepromNamed(const std::string& name) { return {findDevice(name), accessOptions{}}; }
+seeprom seepromNamed(const messageOptions& options)
+{
+    return {findDevice(options.device), accessOptions{.force = options.force}};
+}
 
 /// Throws unless all bytes arrived: a copy can be shorter than its device.
 void requireWhole(const client::answer& answer, const device& which, const byteRange& range)
@@ -118,7 +123,7 @@ void requireWhole(const client::answer& answer, const device& which, const byteR
 /// Refuses a device behind a hub unless forced, since the bytes may never have been read (exit code 3).
 int runMessageRead(const context& shared, const messageOptions& options)
 {
-    const seeprom chip = seepromNamed(options.device);
+    const seeprom chip = seepromNamed(options);
     const device& which = chip.target();
     const byteRange range = rangeOf(chip, options);
     guardHubRead(which, options.force);
@@ -153,7 +158,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
 /// Asks before it writes. The service has no undo file and does not read back.
 int runMessageWrite(const context& shared, const messageOptions& options)
 {
-    const seeprom chip = seepromNamed(options.device);
+    const seeprom chip = seepromNamed(options);
     const device& which = chip.target();
     if (options.input.empty() == options.hex.empty()) {
         throw wrongUse("give what to write: a file with --input, or bytes with --hex");
@@ -219,7 +224,7 @@ void addRead(command area, context& shared)
     verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
     verb.text("--length", options->length, "how many bytes (default: up to the end, at most 65536)", "N");
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
-    verb.flag("--force", options->force, "write raw bytes even to a terminal; read even through a hub");
+    verb.flag("--force", options->force, forcedType + "; write raw bytes even to a terminal; read even through a hub");
 }
 
 void addWrite(command area, context& shared)
@@ -231,7 +236,7 @@ void addWrite(command area, context& shared)
     verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
     verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
     verb.flag("-y,--yes", options->yes, "do not ask; required without a terminal");
-    verb.flag("--force", options->force, "write even if a kernel driver has the device");
+    verb.flag("--force", options->force, forcedType + "; write even if a kernel driver has the device");
 }
 
 void addLocation(command area, context& shared)

@@ -28,6 +28,7 @@ struct portReadOptions {
     std::string device;
     std::uint32_t mask = allBits;
     std::uint32_t speedKhz = 0;
+    bool force = false; ///< also where the device table has another type
 };
 
 struct portWriteOptions {
@@ -38,7 +39,7 @@ struct portWriteOptions {
     std::string mask; ///< number, for copy; empty: all pins
     std::uint32_t speedKhz = 0;
     bool yes = false; ///< drive a hub's reset line without asking
-    bool force = false; ///< also where a kernel driver has the device
+    bool force = false; ///< also where a kernel driver has the device, or the device table another type
 };
 
 struct portConfigOptions {
@@ -47,16 +48,17 @@ struct portConfigOptions {
     std::string value; ///< number; empty: `pins` is given
     std::string pins;
     std::uint32_t speedKhz = 0;
-    bool force = false; ///< also where a kernel driver has the device
+    bool force = false; ///< also where a kernel driver has the device, or the device table another type
 };
 
-device portDevice(const std::string& name, const std::string& verb, bool sensors)
+device portDevice(const std::string& name, const std::string& verb, bool sensors, bool force)
 {
     device which = findDevice(name);
     refuseUnservedChain(which);
     if (!sensors || which.end().type->kind != deviceKind::sensor) {
         requireKind(which, {deviceKind::registers}, verb);
     }
+    refuseOtherType(which, force);
     return which;
 }
 
@@ -107,7 +109,7 @@ jsonValue head(const device& which)
 
 int runPortRead(const context& shared, const portReadOptions& options)
 {
-    const device which = portDevice(options.device, "port read", true);
+    const device which = portDevice(options.device, "port read", true, options.force);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
     std::uint32_t value = 0;
     throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
@@ -130,7 +132,7 @@ int runPortRead(const context& shared, const portReadOptions& options)
 /// Changes only the chosen pins. Asks before it drives a hub's reset line.
 int runPortWrite(const context& shared, const portWriteOptions& options)
 {
-    const device which = portDevice(options.device, "port write", false);
+    const device which = portDevice(options.device, "port write", false, options.force);
     const portOperation& operation = findOperation(options.operation, which);
     const bool copies = operation.operation == KEST_DP_COPY;
     const std::uint32_t bits = chosenPins(options.bits, options.pins, which, "BITS");
@@ -163,7 +165,7 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
 int runPortConfig(const context& shared, const portConfigOptions& options)
 {
     constexpr std::uint64_t highestByte = 0xFF;
-    const device which = portDevice(options.device, "port config", false);
+    const device which = portDevice(options.device, "port config", false, options.force);
     const portFunction& function = findFunction(options.function, which);
     if (which.end().type->pins < function.pinsRequired) {
         throw wrongUse(fmt::format("function '{}': a {} has one port, and its function is polarity0", function.word,
@@ -197,6 +199,7 @@ void addRead(command area, context& shared)
     command read = addVerb(area, "read", "read the levels of the pins");
     addDevice(read, reading->device);
     read.number("--mask", reading->mask, "the pins to read, as bits", 0, allBits);
+    read.flag("--force", reading->force, forcedType);
     addSpeed(read, reading->speedKhz, usualSpeed);
     runs(read, shared, reading, runPortRead);
 }
@@ -217,7 +220,7 @@ void addWrite(command area, context& shared)
     write.text("--pins", writing->pins, "pins as a list instead: 0,3-5", "LIST");
     write.text("--mask", writing->mask, "for copy: the pins to change, as bits (default: all)", "N");
     write.flag("--yes", writing->yes, "drive a hub's reset line without asking");
-    write.flag("--force", writing->force, "write even if a kernel driver has the device");
+    write.flag("--force", writing->force, forcedType + "; write even if a kernel driver has the device");
     addSpeed(write, writing->speedKhz, usualSpeed);
     runs(write, shared, writing, runPortWrite);
 }
@@ -234,7 +237,7 @@ void addConfig(command area, context& shared)
     config.text("FUNCTION", configuring->function, "what to set", "").required();
     config.text("VALUE", configuring->value, "pins as bits, or the register's byte", "");
     config.text("--pins", configuring->pins, "pins as a list instead: 0,3-5", "LIST");
-    config.flag("--force", configuring->force, "write even if a kernel driver has the device");
+    config.flag("--force", configuring->force, forcedType + "; write even if a kernel driver has the device");
     addSpeed(config, configuring->speedKhz, usualSpeed);
     runs(config, shared, configuring, runPortConfig);
 }

@@ -20,7 +20,6 @@ namespace
 struct readOptions {
     seepromOptions from;
     std::string output; ///< file or "-"; empty: lines for people
-    bool force = false; ///< raw bytes even to a terminal
 };
 
 struct dumpOptions {
@@ -34,7 +33,7 @@ int runSeepromRead(const context& shared, const readOptions& options)
     const byteRange range = rangeOf(chip, options.from);
     const byteVector bytes = chip.read(range, "read");
     if (!options.output.empty()) {
-        writeOutput(options.output, bytes, options.force);
+        writeOutput(options.output, bytes, options.from.force);
     }
     if (shared.json && options.output != "-") {
         auto result = rangeJson(chip, range);
@@ -75,7 +74,7 @@ void addRead(command area, context& shared)
     command verb = addVerb(area, "read", "read bytes, and show them or save them in a file");
     verb.text("DEVICE", options->from.device, "name, number or device text").required();
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
-    verb.flag("--force", options->force, "write raw bytes even to a terminal");
+    addForce(verb, options->from, "write raw bytes even to a terminal");
     addChoice(verb, options->from);
     runs(verb, shared, options, runSeepromRead);
 }
@@ -86,6 +85,7 @@ void addDump(command area, context& shared)
     command verb = addVerb(area, "dump", "save bytes with their device in a dump file, as JSON text");
     verb.text("DEVICE", options->from.device, "name, number or device text").required();
     verb.text("-o,--output", options->output, "dump file, - for standard output (default)", "FILE");
+    addForce(verb, options->from);
     addChoice(verb, options->from);
     runs(verb, shared, options, runSeepromDump);
 }

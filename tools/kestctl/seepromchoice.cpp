@@ -34,12 +34,18 @@ void addChoice(command verb, seepromOptions& options, bool withRange)
     addVotes(verb, options.votes);
 }
 
+void addForce(command verb, seepromOptions& options, const std::string& more)
+{
+    verb.flag("--force", options.force, forcedType + (more.empty() ? "" : "; " + more));
+}
+
 accessOptions accessOf(const seepromOptions& options, accessMode mode)
 {
     return {.mode = options.mode.empty() ? mode : parseMode(options.mode),
             .speedKhz = options.speedKhz,
             .writeCycleMs = options.writeCycleMs,
-            .votes = std::max(options.votes, 1U)};
+            .votes = std::max(options.votes, 1U),
+            .force = options.force};
 }
 
 seeprom openSeeprom(const std::string& name, const seepromOptions& options)

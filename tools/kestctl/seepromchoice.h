@@ -22,11 +22,15 @@ struct seepromOptions {
     std::uint32_t speedKhz = 0;
     std::uint32_t writeCycleMs = 0;
     std::uint32_t votes = 1;
+    bool force = false; ///< also where the device table has another type
 };
 
 /// Adds the options of a verb but the device.
 /// @param withRange  offset and length among them; without, the bytes go where they were saved from
 void addChoice(command verb, seepromOptions& options, bool withRange = true);
+
+/// Adds --force. @param more  what else it does; empty: nothing
+void addForce(command verb, seepromOptions& options, const std::string& more = {});
 
 [[nodiscard]] accessOptions accessOf(const seepromOptions& options, accessMode mode);
 [[nodiscard]] seeprom openSeeprom(const std::string& name, const seepromOptions& options);

@@ -152,6 +152,7 @@ void addCompare(command area, context& shared, const char* name, const char* hel
     command verb = addVerb(area, name, help);
     verb.text("DEVICE", options->with.device, "name, number or device text").required();
     verb.text("OTHER", options->other, otherHelp).required();
+    addForce(verb, options->with);
     addChoice(verb, options->with);
     runs(verb, shared, options, run);
 }

@@ -42,6 +42,14 @@ seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
     return {which, accessOf(options, contents.mode)};
 }
 
+/// --force means the type, and all that a write refuses.
+carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to)
+{
+    carefulWriteOptions care = given;
+    care.force = to.force;
+    return care;
+}
+
 /// The bytes given with --hex. All of them are written, so a length given beside them must match.
 byteVector hexBytes(const writeOptions& options)
 {
@@ -99,7 +107,7 @@ int runSeepromWrite(const context& shared, const writeOptions& options)
     }
     const byteVector bytes = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
     const byteRange range = chip.range(offset, bytes.size());
-    const writeReport report = writeCarefully(chip, range.offset, bytes, options.care);
+    const writeReport report = writeCarefully(chip, range.offset, bytes, careOf(options.care, options.to));
     return tellWrite(shared, chip, range.offset, bytes.size(), report, options.care);
 }
 
@@ -123,15 +131,15 @@ int runSeepromRestore(const context& shared, const restoreOptions& options)
                       .device = chip.target().label};
     }
     const byteRange range = chip.range(contents.offset, contents.bytes.size());
-    const writeReport report = writeCarefully(chip, range.offset, contents.bytes, options.care);
+    const writeReport report = writeCarefully(chip, range.offset, contents.bytes, careOf(options.care, options.to));
     return tellWrite(shared, chip, range.offset, contents.bytes.size(), report, options.care);
 }
 
-void addCare(command verb, carefulWriteOptions& care)
+void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
 {
     verb.flag("-y,--yes", care.yes, "do not ask; required without a terminal");
     verb.flag("--dry-run", care.dryRun, "only show what would be written");
-    verb.flag("--force", care.force, "write even if a kernel driver has the device");
+    addForce(verb, to, "write even if a kernel driver has the device, or the part is not the expected one");
     verb.flag("--all-pages", care.allPages, "also write pages that already hold the data");
     verb.clearingFlag("--no-verify", care.verify, "do not read back and compare");
 }
@@ -149,7 +157,7 @@ void addSeepromWrite(command area, context& shared)
     verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
     addChoice(verb, options->to);
     verb.number("--write-cycle", options->to.writeCycleMs, "longest write cycle of a page in ms (default 15)", 1, 1000);
-    addCare(verb, options->care);
+    addCare(verb, options->care, options->to);
     runs(verb, shared, options, runSeepromWrite);
 }
 
@@ -161,7 +169,7 @@ void addSeepromRestore(command area, context& shared)
     verb.text("--device", options->to.device, "write to this device of the same type, not to the one in the file",
               "DEVICE");
     addChoice(verb, options->to, false);
-    addCare(verb, options->care);
+    addCare(verb, options->care, options->to);
     runs(verb, shared, options, runSeepromRestore);
 }
 

@@ -26,6 +26,7 @@ struct thermalReadOptions {
     std::string device;
     std::optional<std::uint64_t> intervalNs; ///< --watch
     std::uint64_t count = 0; ///< of samples with --watch; 0 until stopped
+    bool force = false; ///< also where the device table has another type
 };
 
 constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
@@ -129,6 +130,7 @@ int runThermalRead(const context& shared, const thermalReadOptions& options)
     const device which = findDevice(options.device);
     refuseUnservedChain(which);
     requireKind(which, {deviceKind::sensor}, "thermal read");
+    refuseOtherType(which, options.force);
     if (options.intervalNs) {
         return watch(shared, which, options);
     }
@@ -144,6 +146,7 @@ void addThermal(command program, context& shared)
     const auto options = std::make_shared<thermalReadOptions>();
     command read = addVerb(area, "read", "read a sensor: degrees Celsius and its raw word");
     addDevice(read, options->device);
+    read.flag("--force", options->force, forcedType);
     const option watch = read.read(
         "--watch", [options](const std::string& text) { options->intervalNs = parseSeconds(text, "--watch"); },
         "read again every SECONDS seconds until interrupted, one line per reading", "SECONDS");

@@ -142,12 +142,6 @@ KestctlExitCodes::Cases KestctlExitCodes::wrongUse() const
                                    {"detect", "sim:planar,L,F0,70,1,2C0128,A2"},
                                    {"seeprom", "read", "panel-leds"}});
              }},
-            {"a write to a device that the device table has with another type",
-             [this] {
-                 return exitOfAll({{"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
-                                   {"message", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
-                                   {"port", "write", "sim:planar,L,9551,C0", "on", "1"}});
-             }},
             {"an offset or length past the device's end",
              [this] {
                  return exitOf({"seeprom", "read", "panel-vpd", "--offset", "256"});
@@ -234,6 +228,13 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
                      return static_cast<int>(why.code);
                  }
                  return 0;
+             }},
+            {"a device text with another type than the device table has there",
+             [this] {
+                 return exitOfAll({{"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
+                                   {"seeprom", "read", "sim:planar,L,1C0002,A0"},
+                                   {"message", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
+                                   {"port", "write", "sim:planar,L,9551,C0", "on", "1"}});
              }},
             {"`message read` of a device behind a hub",
              [this] {

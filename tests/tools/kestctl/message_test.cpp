@@ -226,7 +226,7 @@ TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
 TEST_F(KestctlMessage, DeviceThatTheTableDoesNotHaveIsRefused)
 {
     serve();
-    EXPECT_THAT(complaint(3, {"read", "sim:planar,L,2C0256,C0", "--length", "1"}),
+    EXPECT_THAT(complaint(3, {"read", "sim:planar,L,2C0256,C0", "--length", "1", "--force"}),
                 StartsWith("sim:planar,L,2C0256,C0: read by message: 'sim:planar,L,2C0256,C0' is no device of the "
                            "device table; 'kestctl errors show 0x"));
 }
