@@ -70,6 +70,11 @@ void wire::byte(std::uint8_t value, bool acknowledged)
 
 void wire::cutByte(std::uint8_t value, unsigned bits)
 {
+    if (m_wave == nullptr) {
+        // nobody sees the levels
+        clock.now += bits * clock.bitLasting;
+        return;
+    }
     for (unsigned i = 0; i < bits; ++i) {
         bit((value >> (7 - i) & 1) != 0);
     }
