@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 #include <unistd.h>
@@ -19,8 +20,9 @@ void busAdministration::listRegisters(std::vector<chipListing>& into)
     if (!use.usable()) {
         return;
     }
-    for (auto& listing : m_shared.chips().list(m_shared.state().now)) {
-        into.push_back(std::move(listing));
+    std::vector<chipListing> listings = m_shared.chips().list(m_shared.state().now);
+    if (m_shared.isSound()) {
+        std::ranges::move(listings, std::back_inserter(into));
     }
 }
 

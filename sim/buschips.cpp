@@ -1,8 +1,5 @@
 #include "sim/buschips.h"
 
-#include "sim/eeprom.h"
-#include "sim/fram.h"
-
 #include <algorithm>
 #include <stdexcept>
 #include <system_error>
@@ -28,36 +25,11 @@ constexpr std::array resetDrivers{
     resetDriverRow{.hub = 0x8A, .driver = 0xC2},
 };
 
-std::string labelOf(const busDescription& bus, const chipDescription& chip)
-{
-    const std::string behind =
-        chip.behindHub ? addressText(chip.hub) + " port " + std::to_string(chip.port) + " " : std::string{};
-    return fullName(bus) + " " + behind + addressText(chip.address) + " " + chip.typeName;
-}
-
 void cyclePower(chip& of, std::uint64_t now)
 {
     of.losePower(now);
     of.powerUp();
     of.poweredAt(now);
-}
-
-std::unique_ptr<chip> makeChip(const chipDescription& about, image* cells)
-{
-    switch (about.kind) {
-    case chipKind::eeprom:
-        if (about.ferroelectric) {
-            return std::make_unique<fram>(eepromTypes.at(about.type), about.memory, *cells);
-        }
-        return std::make_unique<eeprom>(eepromTypes.at(about.type), about.memory, *cells);
-    case chipKind::pca955x:
-        return std::make_unique<pca955x>(pca955xTypes.at(about.type), about.inputs);
-    case chipKind::sensor:
-        return std::make_unique<sensor>(sensorTypes.at(about.type), about.celsius, about.temperatureBits);
-    case chipKind::hub:
-        break;
-    }
-    return std::make_unique<hub922>();
 }
 
 } // namespace
@@ -66,189 +38,186 @@ busChips::busChips(const machineDescription& all, std::size_t bus, const std::fi
 {
     for (const auto& chip : all.chips) {
         if (chip.bus == bus) {
-            add(all, chip, folder);
+            m_members.emplace_back(all, chip, static_cast<std::uint32_t>(m_members.size()), folder);
         }
     }
-    for (const auto& member : m_members) {
-        if (!member.about->behindHub) {
+    for (auto& member : m_members) {
+        if (!member.about().behindHub) {
             connectToBus(member);
         }
     }
-    for (const auto& member : m_members) {
-        if (member.about->protectChip != 0) {
+    for (auto& member : m_members) {
+        if (member.about().protectChip != 0) {
             connectWriteProtection(member);
         }
-        if (member.about->behindHub) {
+        if (member.about().behindHub) {
             connectToHub(member);
-        } else if (member.about->typeName == resetDriverType) {
+        } else if (member.about().typeName == resetDriverType) {
             connectResetLines(member);
         }
     }
 }
 
-void busChips::add(const machineDescription& all, const chipDescription& chip, const std::filesystem::path& folder)
+void busChips::connectToBus(storedChip& added)
 {
-    member added{&chip, nullptr, nullptr, labelOf(all.buses[chip.bus], chip)};
-    if (chip.kind == chipKind::eeprom) {
-        added.cells = std::make_unique<image>(folder / chip.image, eepromTypes.at(chip.type).sizeBytes);
-    }
-    added.model = makeChip(chip, added.cells.get());
-    added.model->chooseFrom(all.choicesOf(chip));
-    added.model->keepPace(chip.pace);
-    m_members.push_back(std::move(added));
-}
-
-void busChips::connectToBus(const member& added)
-{
-    for (const std::uint8_t address : added.about->answers()) {
-        m_at.at(address >> 1) = added.model.get();
-    }
-    if (added.about->kind == chipKind::hub) {
-        m_hubAt.at(added.about->address >> 1) = static_cast<hub922*>(added.model.get());
+    for (const std::uint8_t address : added.about().answers()) {
+        m_at.at(address >> 1) = &added;
     }
 }
 
-void busChips::connectToHub(const member& added)
+void busChips::connectToHub(storedChip& added)
 {
-    const chipDescription& about = *added.about;
+    const chipDescription& about = added.about();
     const std::uint32_t offsetBytes = about.kind == chipKind::eeprom ? eepromTypes.at(about.type).offsetBytes : 1;
+    auto& hub = static_cast<hub922&>(m_at.at(about.hub >> 1)->model());
     for (const std::uint8_t address : about.answers()) {
-        findHub(about.hub)->attach(about.port, address, *added.model, offsetBytes);
+        hub.attach(
+            about.port, address, [this, &added]() -> chip& { return added.in(m_use); }, offsetBytes);
     }
 }
 
-void busChips::connectWriteProtection(const member& part)
+void busChips::connectWriteProtection(const storedChip& part)
 {
     const auto expander = std::ranges::find_if(
-        m_members, [&](const member& other) { return other.about->drivesProtectionOf(*part.about); });
-    const auto* const pins = static_cast<const pca955x*>(expander->model.get());
-    part.model->followPin([pins, pin = part.about->protectPin](std::uint64_t now) { return !pins->isLow(pin, now); });
+        m_members, [&](const storedChip& other) { return other.about().drivesProtectionOf(part.about()); });
+    part.model().followPin([this, &pins = *expander, pin = part.about().protectPin](std::uint64_t now) {
+        return !use<pca955x>(pins).isLow(pin, now);
+    });
 }
 
-void busChips::connectResetLines(const member& driver)
+void busChips::connectResetLines(storedChip& driver)
 {
     for (const auto& row : resetDrivers) {
-        if (row.driver == driver.about->address && findHub(row.hub) != nullptr) {
-            m_resetLines.push_back({row.hub, findHub(row.hub), static_cast<pca955x*>(driver.model.get())});
+        storedChip* const hub = m_at.at(row.hub >> 1);
+        if (row.driver == driver.about().address && hub != nullptr && hub->about().kind == chipKind::hub) {
+            m_resetLines.push_back({hub, &driver});
         }
     }
 }
 
-const busChips::member* busChips::findMember(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+std::optional<std::size_t> busChips::numberOf(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
 {
-    const auto found = std::ranges::find_if(m_members, [&](const member& each) {
-        return each.about->address == address && each.about->behindHub == (hub != 0) && each.about->hub == hub &&
-               each.about->port == port;
+    const auto found = std::ranges::find_if(m_members, [&](const storedChip& each) {
+        const chipDescription& about = each.about();
+        return about.address == address && about.behindHub == (hub != 0) && about.hub == hub && about.port == port;
     });
-    return found == m_members.end() ? nullptr : &*found;
+    return found == m_members.end() ? std::nullopt : std::optional{static_cast<std::size_t>(found - m_members.begin())};
 }
 
-sensor* busChips::findSensor(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
+storedChip* busChips::findMember(std::uint8_t address, std::uint8_t hub, std::uint8_t port)
 {
-    const member* const found = findMember(address, hub, port);
-    return found == nullptr || found->about->kind != chipKind::sensor ? nullptr
-                                                                      : static_cast<sensor*>(found->model.get());
+    const auto number = numberOf(address, hub, port);
+    return number ? &m_members[*number] : nullptr;
 }
 
-chip* busChips::find(std::uint8_t address) const
+bool busChips::hasSensor(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const
 {
-    chip* const found = m_at[address >> 1];
-    return found != nullptr && found->isThere() ? found : nullptr;
+    const auto number = numberOf(address, hub, port);
+    return number && m_members[*number].about().kind == chipKind::sensor;
 }
 
-hub922* busChips::findHub(std::uint8_t address) const
+sensor* busChips::findSensor(std::uint8_t address, std::uint8_t hub, std::uint8_t port)
 {
-    hub922* const found = m_hubAt[address >> 1];
-    return found != nullptr && found->isThere() ? found : nullptr;
+    return hasSensor(address, hub, port) ? &use<sensor>(*findMember(address, hub, port)) : nullptr;
+}
+
+chip* busChips::find(std::uint8_t address)
+{
+    storedChip* const found = m_at[address >> 1];
+    return found != nullptr && found->in(m_use).isThere() ? &found->model() : nullptr;
+}
+
+hub922* busChips::findHub(std::uint8_t address)
+{
+    storedChip* const found = m_at[address >> 1];
+    const bool isHub = found != nullptr && found->about().kind == chipKind::hub;
+    return isHub && found->in(m_use).isThere() ? &use<hub922>(*found) : nullptr;
 }
 
 // A chip that leaves loses its power.
-bool busChips::remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const
+bool busChips::remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now)
 {
-    const member* const found = findMember(address, hub, port);
-    if (found == nullptr || !found->model->isThere()) {
+    storedChip* const found = findMember(address, hub, port);
+    if (found == nullptr || !found->in(m_use).isThere()) {
         return false;
     }
-    cyclePower(*found->model, now);
-    found->model->putInPlace(false);
+    cyclePower(found->model(), now);
+    found->model().putInPlace(false);
     return true;
 }
 
-void busChips::insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now) const
+void busChips::insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now)
 {
-    const member* const found = findMember(address, hub, port);
-    if (found != nullptr && !found->model->isThere()) {
-        found->model->powerUp();
-        found->model->poweredAt(now);
-        found->model->putInPlace(true);
+    storedChip* const found = findMember(address, hub, port);
+    if (found != nullptr && !found->in(m_use).isThere()) {
+        found->model().powerUp();
+        found->model().poweredAt(now);
+        found->model().putInPlace(true);
     }
 }
 
 // A line that blinks may have been low and high again with nobody looking: then the hub has been through a reset.
-void busChips::driveResetLines(std::vector<faultRecord>& faults, std::uint64_t now) const
+void busChips::driveResetLines(std::vector<faultRecord>& faults, std::uint64_t now)
 {
     for (const auto& line : m_resetLines) {
-        if (!line.hub->inReset() && line.driver->hasBeenLow(resetPin, now)) {
-            endHubFaults(faults, line.hubAddress, true);
-            line.hub->resetLine(true);
+        auto& hub = use<hub922>(*line.hub);
+        const auto& driver = use<pca955x>(*line.driver);
+        if (!hub.inReset() && driver.hasBeenLow(resetPin, now)) {
+            endHubFaults(faults, line.hub->about().address, true);
+            hub.resetLine(true);
         }
-        if (line.hub->inReset() && !line.driver->isLow(resetPin, now)) {
-            line.hub->resetLine(false);
+        if (hub.inReset() && !driver.isLow(resetPin, now)) {
+            hub.resetLine(false);
         }
     }
     // two hubs may have one driver
     for (const auto& line : m_resetLines) {
-        line.driver->watched(now);
+        use<pca955x>(*line.driver).watched(now);
     }
 }
 
-const char* busChips::load(std::span<std::uint8_t> record, std::uint64_t busTime, pageWrite& page)
+void busChips::beginUse(std::span<std::uint8_t> records, std::uint64_t busTime, pageWrite& page)
 {
-    for (std::size_t i = 0; i < m_members.size(); ++i) {
-        const member& each = m_members[i];
-        stateFields fields{record.subspan(i * chipStateBytes, chipStateBytes), stateFields::way::load, busTime};
-        if (each.cells) {
-            each.cells->begin(static_cast<std::uint32_t>(i), page);
-        }
-        each.model->deselect();
-        each.model->exchange(fields);
-        each.model->exchangeChoices(fields);
-        each.model->exchangePlace(fields);
-        if (fields.damaged() != nullptr) {
-            return fields.damaged();
-        }
-    }
-    return nullptr;
+    endUse();
+    m_use.records = records;
+    m_use.busTime = busTime;
+    m_use.page = &page;
 }
 
-void busChips::store(std::span<std::uint8_t> record) const
+void busChips::loadAll()
 {
-    for (std::size_t i = 0; i < m_members.size(); ++i) {
-        stateFields fields{record.subspan(i * chipStateBytes, chipStateBytes), stateFields::way::store};
-        m_members[i].model->exchange(fields);
-        m_members[i].model->exchangeChoices(fields);
-        m_members[i].model->exchangePlace(fields);
+    for (auto& member : m_members) {
+        member.in(m_use);
     }
+}
+
+void busChips::store(std::span<const std::uint8_t> from, std::span<std::uint8_t> into)
+{
+    std::ranges::copy(from, into.begin());
+    for (const storedChip* const each : m_use.loaded) {
+        each->store(into);
+    }
+    m_use.records = into;
 }
 
 void busChips::endUse()
 {
-    for (auto& member : m_members) {
-        if (member.cells) {
-            member.cells->close();
-        }
+    for (storedChip* const each : m_use.loaded) {
+        each->endUse();
     }
+    m_use.loaded.clear();
+    m_use.damage = nullptr;
 }
 
 void busChips::prepareImages(const std::string& machineFile)
 {
-    for (auto& member : m_members) {
-        if (!member.cells) {
+    for (const auto& member : m_members) {
+        if (member.cells() == nullptr) {
             continue;
         }
         int error = 0;
-        const std::string trouble = member.cells->prepare(error);
-        std::string where = machineFile + ":" + member.about->place + ": image '" + member.about->image + "'";
+        const std::string trouble = member.cells()->prepare(error);
+        std::string where = machineFile + ":" + member.about().place + ": image '" + member.about().image + "'";
         if (error != 0) {
             throw std::system_error{error, std::generic_category(), where};
         }
@@ -261,58 +230,67 @@ void busChips::prepareImages(const std::string& machineFile)
 void busChips::makeMissingImages() const
 {
     for (const auto& member : m_members) {
-        if (member.cells) {
-            member.cells->makeWhenMissing();
+        if (member.cells() != nullptr) {
+            member.cells()->makeWhenMissing();
         }
     }
 }
 
 bool busChips::holds(const pageWrite& page) const
 {
-    return page.chip < m_members.size() && m_members[page.chip].cells && m_members[page.chip].cells->holds(page);
+    return page.chip < m_members.size() && m_members[page.chip].cells() != nullptr &&
+           m_members[page.chip].cells()->holds(page);
 }
 
-bool busChips::store(const pageWrite& page) { return m_members[page.chip].cells->store(page); }
+bool busChips::store(const pageWrite& page)
+{
+    storedChip& of = m_members[page.chip];
+    of.in(m_use);
+    return of.cells()->store(page);
+}
 
 bool busChips::imageLost() const
 {
-    return std::ranges::any_of(m_members, [](const member& each) { return each.cells && each.cells->isLost(); });
+    return std::ranges::any_of(
+        m_use.loaded, [](const storedChip* each) { return each->cells() != nullptr && each->cells()->isLost(); });
 }
 
 void busChips::losePower(std::uint64_t now)
 {
     for (auto& member : m_members) {
-        cyclePower(*member.model, now);
+        cyclePower(member.in(m_use), now);
     }
 }
 
 bool busChips::settle()
 {
-    return std::ranges::all_of(m_members, [](const member& each) { return each.model->settle(); });
+    return std::ranges::all_of(m_members, [this](storedChip& each) { return each.in(m_use).settle(); });
 }
 
 void busChips::asNew()
 {
     for (auto& member : m_members) {
-        member.model->forgetChoices();
-        member.model->putInPlace(true);
-        member.model->asNew();
+        chip& model = member.unread(m_use);
+        model.forgetChoices();
+        model.putInPlace(true);
+        model.asNew();
     }
 }
 
 void busChips::endEffects(const faultEnded& ended)
 {
     for (auto& member : m_members) {
-        member.model->endEffects(ended);
+        member.in(m_use).endEffects(ended);
     }
 }
 
-std::vector<chipListing> busChips::list(std::uint64_t now) const
+std::vector<chipListing> busChips::list(std::uint64_t now)
 {
     std::vector<chipListing> listings;
-    for (const auto& member : m_members) {
-        listings.push_back({member.label, member.model->list(now)});
-        if (!member.model->isThere()) {
+    for (auto& member : m_members) {
+        chip& model = member.in(m_use);
+        listings.push_back({member.label(), model.list(now)});
+        if (!model.isThere()) {
             listings.back().registers = {{"removed", 1, "answers nothing until it is inserted"}};
         }
     }

@@ -162,9 +162,6 @@ void hub922::runCommand(chipFaults& faults)
         note(hubStatus::malformedCommand);
         return;
     }
-    for (auto& [place, attached] : m_devices) {
-        attached.model->deselect();
-    }
     faults.subBusWasReset();
     resetHolds();
 }
@@ -191,7 +188,11 @@ bool hub922::anyHeld(heldLine line) const { return std::ranges::find(m_holds, li
 hub922::device hub922::target() const
 {
     const auto found = m_devices.find({m_received[0], m_received[1]});
-    return found == m_devices.end() || !found->second.model->isThere() ? device{} : found->second;
+    if (found == m_devices.end()) {
+        return {};
+    }
+    chip& model = found->second.find();
+    return model.isThere() ? device{&model, found->second.offsetBytes} : device{};
 }
 
 // Everything that ends a transfer before its first bit on a sub-bus.

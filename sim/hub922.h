@@ -5,6 +5,7 @@
 #include "sim/chip.h"
 
 #include <array>
+#include <functional>
 #include <map>
 #include <utility>
 
@@ -30,10 +31,11 @@ class hub922 final : public chip
 public:
     static constexpr unsigned ports = 8;
 
-    /// Puts a chip on a sub-bus. @param device  outlives the hub. @param offsetBytes  sent before the data of a read
-    void attach(std::uint8_t port, std::uint8_t address, chip& device, std::uint32_t offsetBytes)
+    /// Puts a chip on a sub-bus. @param find  gives the chip, ready for use; it outlives the hub
+    /// @param offsetBytes  sent before the data of a read
+    void attach(std::uint8_t port, std::uint8_t address, std::function<chip&()> find, std::uint32_t offsetBytes)
     {
-        m_devices[{port, address}] = {&device, offsetBytes};
+        m_devices[{port, address}] = {std::move(find), offsetBytes};
     }
     /// The reset line. Low holds the hub in reset; letting it go starts it with cleared faults and status 15.
     void resetLine(bool low);
@@ -52,6 +54,10 @@ public:
     std::vector<listedRegister> list(std::uint64_t now) override;
 
 private:
+    struct place {
+        std::function<chip&()> find;
+        std::uint32_t offsetBytes = 0;
+    };
     struct device {
         chip* model = nullptr;
         std::uint32_t offsetBytes = 0;
@@ -105,7 +111,7 @@ private:
     [[nodiscard]] bool sendTo(chip& model, std::size_t bytes, busClock& subBus, chipFaults& faults);
     void endFetch(busClock& clock, chipFaults& faults);
 
-    std::map<std::pair<std::uint8_t, std::uint8_t>, device> m_devices;
+    std::map<std::pair<std::uint8_t, std::uint8_t>, place> m_devices; ///< by port and address
 
     hubStatus m_status = hubStatus::done;
     bool m_heldInReset = false;

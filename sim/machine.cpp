@@ -416,7 +416,7 @@ void machineModel::checkEvent(const eventDescription& what, std::size_t bus, con
     if (event.isOfChip() && !chips.has(event.address, event.hub, event.port)) {
         fail("no chip at " + addressText(event.address) + " there");
     }
-    if (event.kind == eventKind::temperature && chips.findSensor(event.address, event.hub, event.port) == nullptr) {
+    if (event.kind == eventKind::temperature && !chips.hasSensor(event.address, event.hub, event.port)) {
         fail("the chip at " + addressText(event.address) + " measures no temperature");
     }
     if (others.size() == mostEvents) {

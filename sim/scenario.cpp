@@ -12,7 +12,7 @@ namespace kest::sim
 namespace
 {
 
-void moveTemperature(const busChips& chips, const busState& state, eventRecord& event)
+void moveTemperature(busChips& chips, const busState& state, eventRecord& event)
 {
     sensor* const around = chips.findSensor(event.address, event.hub, event.port);
     if (around == nullptr) {

@@ -32,10 +32,10 @@ bool sharedBus::load()
     }
     // the machine file may pull other lines low by now
     m_chips.driveResetLines(m_state.faults, m_state.now);
-    return writePage() && settle();
+    return writePage() && settle() && isSound();
 }
 
-/// @return what is damaged; null: nothing
+/// @return what is damaged apart from the chips; null: nothing
 const char* sharedBus::readRecord()
 {
     const auto record = m_file->current(m_index);
@@ -46,24 +46,36 @@ const char* sharedBus::readRecord()
     if (fields.damaged() != nullptr) {
         return fields.damaged();
     }
-    if (const char* const damage = m_chips.load(record.subspan(busStateBytes), m_state.now, m_state.page)) {
-        return damage;
-    }
+    m_chips.beginUse(record.subspan(busStateBytes), m_state.now, m_state.page);
     return m_state.page.pending && !m_chips.holds(m_state.page) ? "the page on its way into an image" : nullptr;
 }
 
 std::string sharedBus::damage()
 {
-    const char* const what = readRecord();
+    const char* what = readRecord();
+    if (what == nullptr) {
+        m_chips.loadAll();
+        what = m_chips.damage();
+    }
+    m_chips.endUse();
     return what == nullptr ? std::string{} : "bus '" + fullName(m_about) + "': " + what + " cannot be";
+}
+
+bool sharedBus::isSound()
+{
+    if (m_chips.damage() != nullptr) {
+        m_damaged = true;
+    }
+    return m_chips.damage() == nullptr && !m_chips.imageLost();
 }
 
 void sharedBus::store()
 {
+    const auto before = m_file->current(m_index);
     const auto record = m_file->spare(m_index);
     stateFields fields{record.first(busStateBytes), stateFields::way::store};
     m_state.exchange(fields);
-    m_chips.store(record.subspan(busStateBytes));
+    m_chips.store(before.subspan(busStateBytes), record.subspan(busStateBytes));
     m_file->turn(m_index);
 }
 
@@ -71,6 +83,9 @@ void sharedBus::store()
 // without its state does not count.
 bool sharedBus::commit(waveText* wave)
 {
+    if (!isSound()) {
+        return false;
+    }
     if (wave != nullptr) {
         appendWave(*wave);
         m_state.waveAt = wave->end();
@@ -86,7 +101,7 @@ bool sharedBus::settle()
     if (!m_state.torn) {
         return true;
     }
-    if (!m_chips.settle()) {
+    if (!m_chips.settle() || !isSound()) {
         return false;
     }
     m_state.torn = false;
@@ -197,7 +212,7 @@ busUse::busUse(sharedBus& bus)
     catchUp();
     m_bus.playDueEvents(m_wave);
     // an event met now may have torn a page without its image
-    m_loaded = !m_bus.chips().imageLost();
+    m_loaded = m_bus.isSound();
 }
 
 // In real time the bus's clock goes on between transactions, too.
@@ -216,7 +231,7 @@ void busUse::catchUp()
 
 bool busUse::commit()
 {
-    if (!m_loaded || m_bus.chips().imageLost()) {
+    if (!m_loaded || !m_bus.isSound()) {
         return false;
     }
     waitForBusTime();

@@ -39,18 +39,21 @@ public:
     /// Valid after load(), under the bus's lock.
     [[nodiscard]] busState& state() { return m_state; }
 
-    // The next five need the bus's lock.
+    // The next six need the bus's lock.
 
-    /// Loads chips and state, and writes a page that a killed process did not get to.
+    /// Loads the state, and writes a page that a killed process did not get to. Chips are loaded when they are needed.
     /// @return false when the file is gone or another's, when the record is damaged, or when the page can't be written
     bool load();
-    /// What is damaged in the record; empty: nothing.
+    /// What is damaged in the record, that of any chip included; empty: nothing.
     std::string damage();
+    /// Whether what was done since load() may count: it met no damaged record of a chip, and no image was lost. What a
+    /// lost image did not give means nothing, and a damaged record stays for the one who opens the machine next.
+    bool isSound();
     /// Makes the chips and state the current record of the file.
     void store();
     /// Ends a transaction: writes what was recorded, stores, and writes the page that was programmed, in this order.
     /// @param wave  null: nothing was recorded
-    /// @return false when the image would not take the page
+    /// @return false when isSound() is, and nothing was stored, or when the image would not take the page
     bool commit(waveText* wave);
     /// Ends the use of the chips that load() began.
     void endUse() { m_chips.endUse(); }
@@ -117,8 +120,7 @@ public:
     /// What goes over the lines in this use, for the recording under way.
     [[nodiscard]] waveText& wave() { return m_wave; }
     /// In real time, waits for the bus time that was used.
-    /// @return false when the bus cannot be used, or when an image was lost: bytes that were not read from it mean
-    /// nothing, so that what was done with them has not been
+    /// @return false when the bus cannot be used, or when what was done does not count: see sharedBus::isSound()
     bool commit();
 
 private:

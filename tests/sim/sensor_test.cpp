@@ -584,6 +584,17 @@ TEST_F(Sensor, PowerCycleBeginsWithAConversion)
     EXPECT_EQ((Bytes{0x19, 0x00}), on->read(0x90, 2).data);
 }
 
+TEST_F(Sensor, PowerCycleBeginsAConversionAlsoWhenNobodyAsks)
+{
+    power(chip("LM75", "0x90", "celsius = 25") + chip("PCA9554", "0x40"));
+    machine->powerCycle();
+    on->planar->idle(299'900'000);
+    // the second byte of the read comes later
+    EXPECT_EQ((Bytes{0x00, 0x00}), on->read(0x90, 2).data);
+    on->idleMs(1);
+    EXPECT_EQ((Bytes{0x19, 0x00}), on->read(0x90, 2).data);
+}
+
 TEST_F(Sensor, Lm92HasThirteenBits)
 {
     power(chip("LM92", "0x96", "celsius = 48.25") + chip("LM92", "0x94", "celsius = 20.0625") +
