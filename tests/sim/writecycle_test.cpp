@@ -235,6 +235,10 @@ TEST_F(WriteCycle, PowerCutCountsTheBytesOfItsAddressAlone)
 // Wherever the power goes, each page is the old one, the new one, or torn while its cycle ran.
 TEST_F(WriteCycle, PowerCutAtEveryByteOfTwoPagesTouchesNoOtherPage)
 {
+    // choices 2 and 3 of the chip with seed 1
+    const Bytes firstTorn{0xFF, 0xFF, 0xFF, 0x34, 0x35, 0x36, 0xFF, 0x38},
+        secondTorn{0xFF, 0x42, 0xFF, 0x44, 0x96, 0xA5, 0x47, 0xFF};
+    const Bytes firstWhole = counting(8, 0x31), secondWhole = counting(8, 0x41), erased(8, 0xFF);
     for (std::uint64_t byte = 1; byte <= 40; ++byte) {
         SCOPED_TRACE(byte);
         on.reset();
@@ -254,11 +258,10 @@ TEST_F(WriteCycle, PowerCutAtEveryByteOfTwoPagesTouchesNoOtherPage)
         }
         EXPECT_EQ(1U, machine->faults().at(0).struck);
         // bytes 1 to 10 are the first page, 11 to 15 its polls, 16 to 25 the second page, the rest its polls
-        const Bytes erased(8, 0xFF);
-        EXPECT_EQ(page("a.bin", 0x10) == erased, byte <= 10);
-        EXPECT_EQ(page("a.bin", 0x10) == counting(8, 0x31), byte > 15);
-        EXPECT_EQ(page("a.bin", 0x18) == erased, byte > 15 && byte <= 25);
-        EXPECT_EQ(page("a.bin", 0x18) == counting(8, 0x41), byte <= 15);
+        const Bytes& first = byte <= 10 ? erased : (byte <= 15 ? firstTorn : firstWhole);
+        const Bytes& second = byte <= 15 ? secondWhole : (byte <= 25 ? erased : secondTorn);
+        EXPECT_EQ(first, page("a.bin", 0x10));
+        EXPECT_EQ(second, page("a.bin", 0x18));
         Bytes others = home.content("a.bin");
         std::fill(others.begin() + 0x10, others.begin() + 0x20, std::uint8_t{0xFF});
         EXPECT_EQ(Bytes(256, 0xFF), others);
