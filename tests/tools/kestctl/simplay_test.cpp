@@ -60,5 +60,53 @@ TEST_F(KestctlPlay, ABusThatCannotBeUsedIsNoWrongUse)
     EXPECT_EQ("kestctl: -: nothing has changed: a bus is unusable: No such device\n", result.errors);
 }
 
+TEST_F(KestctlPlay, AFaultStrikesFromItsTransactionOn)
+{
+    const std::vector<std::string> read{"seeprom", "read", "planar-vpd", "--length", "8"};
+    says({"sim", "play", "-"}, {.input = "[[event]]\ntransaction = 2\nbus = \"planar\"\ndo = \"fault\"\n"
+                                         "kind = \"corrupt\"\naddress = 0xA0\nway = \"read\"\nbyte = 3\n"
+                                         "value = 0x20\ncount = 1\n"});
+    EXPECT_EQ("", says({"sim", "fault", "list"}));
+    EXPECT_THAT(says(read), HasSubstr("54 6c 76 49 6e 66 6f 00"));
+    EXPECT_THAT(says(read), HasSubstr("54 6c 76 69 6e 66 6f 00"));
+    EXPECT_THAT(says(read), HasSubstr("54 6c 76 49 6e 66 6f 00"));
+    EXPECT_THAT(says({"sim", "fault", "list"}), HasSubstr("corrupt"));
+}
+
+// Before the page's transaction the cut changes nothing. After it the page is torn: choice 2 of the chip with seed 1,
+// each byte the old FF, the new one, or anything.
+TEST_F(KestctlPlay, APowerCutInAWriteCycleTearsThePage)
+{
+    const std::string erased(64, '\xFF'), whole = "\x01\x02\x03\x04\x05\x06\x07\x08" + std::string(56, '\xFF');
+    const std::string torn = "\xFF\xFF\xFF\x04\x05\x06\xFF\x08\xFF\xFF\xFF\xFF\xFF\x0B\xFF\xFF"
+                             "\xFF\xFF\xFF\xFF\x13\xFF\xFF\x1E\x8F\xFF\xFF\xFF\xFF\xFF\x6E\xFF"
+                             "\xFF\xFF\xA0\xFF\xFF\x39\x86\xFF\x07\xFF\xFF\xFF\xFF\xFF\xE2\xFF"
+                             "\xFF\xFF\xC5\xFF\x66\x11\xB6\xFF\xFF\x0E\xFF\xFF\x1D\xFF\x77\xFF";
+    std::string page = whole;
+    unsigned transaction = 0;
+    while (page == whole && ++transaction < 200) {
+        std::filesystem::remove(machine() / "machine.state");
+        std::string image = readFile(machine() / "system.bin");
+        writeFile(machine() / "system.bin", image.replace(0x1000, 64, erased));
+        says({"sim", "play", "-"}, {.input = "[[event]]\ntransaction = " + std::to_string(transaction) +
+                                             "\nbus = \"planar\"\ndo = \"power-cut\"\n"});
+        const RunResult result =
+            kestctl({"seeprom", "write", "planar-vpd", "--offset", "0x1000", "--hex", "0102030405060708", "--yes"});
+        page = readFile(machine() / "system.bin").substr(0x1000, 64);
+        EXPECT_EQ(page == whole ? 0 : 5, result.exit) << result.errors;
+    }
+    // the old bytes are read first
+    EXPECT_LT(1U, transaction);
+    EXPECT_EQ(torn, page);
+}
+
+TEST_F(KestctlPlay, APowerCutBringsRegistersToTheirDefaults)
+{
+    says({"port", "write", "panel-leds", "on", "--pins", "0"});
+    EXPECT_THAT(says({"port", "read", "panel-leds"}), HasSubstr("0xFFFE"));
+    says({"sim", "play", "-"}, {.input = "[[event]]\ntransaction = 1\nbus = \"planar\"\ndo = \"power-cut\"\n"});
+    EXPECT_THAT(says({"port", "read", "panel-leds"}), HasSubstr("0xFFFF"));
+}
+
 } // namespace
 } // namespace kest::test
