@@ -115,6 +115,9 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
         report.pagesWritten += pagesIn(range, pageBytes);
     }
     report.pagesSkipped = pagesIn(whole, pageBytes) - report.pagesWritten;
+    if (!ranges.empty()) {
+        report.part = checkIdentity(chip, options.force);
+    }
     if (options.dryRun || ranges.empty()) {
         report.verified = ranges.empty();
         return report;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/identity.h"
 #include "tools/common/seeprom.h"
 
 namespace kest::tools
@@ -20,7 +21,7 @@ struct carefulWriteOptions {
     bool yes = false;
     bool dryRun = false;
     bool allPages = false; ///< also pages that already hold the data
-    bool force = false; ///< even if a kernel driver has the device
+    bool force = false; ///< even if a kernel driver has the device, or the part is not the expected one
     bool verify = true;
 };
 
@@ -28,13 +29,14 @@ struct writeReport {
     std::uint32_t bytesWritten = 0;
     std::uint32_t pagesWritten = 0;
     std::uint32_t pagesSkipped = 0; ///< they already held the data
+    identity part = identity::notExpected; ///< what was found where something is to be written
     std::string undoFile; ///< empty when nothing was written
     bool verified = false;
 };
 
 /// Writes with care: reads the old bytes, skips pages that already hold the data, asks, saves an undo file, writes,
-/// reads back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, or a
-/// kernel driver has the device; 5 what was read back differs.
+/// reads back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, a kernel
+/// driver has the device, or the part is not the expected one; 5 what was read back differs.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

@@ -201,11 +201,11 @@ void hintAtWrongForm(failure& why, const device& which)
 
 void logFailure(failure& why, const toolEntry& what)
 {
-    const bool verify = what.reason == reasonVerifyDiffers;
+    const bool ofDevice = what.reason != reasonUndoUnsaved;
     const auto entry = std::unique_ptr<ErrlEntry>(
         new ErrlEntry(componentTools, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0,
                       moduleTools, SERVICE_CODE_KEST, what.reason, what.words[0], what.words[1], what.words[2],
-                      what.words[3], verify ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
+                      what.words[3], ofDevice ? EPUB_SUBSYSTEM_IIC_DEVICE : EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE));
     // without memory for an entry the failure is reported all the same
     if (entry == nullptr) {
         return;
@@ -213,7 +213,7 @@ void logFailure(failure& why, const toolEntry& what)
     constexpr std::uint32_t usualFailure = 0x80000000;
     why.returnCode = usualFailure | what.reason;
     entry->setRC(why.returnCode);
-    entry->addProcedureCallout(SRCI_PRIORITY_HIGH, verify ? EPUB_PROCEDURE_IIC : EPUB_PROCEDURE_SOFTWARE);
+    entry->addProcedureCallout(SRCI_PRIORITY_HIGH, ofDevice ? EPUB_PROCEDURE_IIC : EPUB_PROCEDURE_SOFTWARE);
     entry->addUsrDtls(what.text.data(), static_cast<unsigned short>(what.text.size()), componentTools, 1,
                       dtlsDeviceText);
     for (const char* buffer : {"kest", "IIC"}) {

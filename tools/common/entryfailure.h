@@ -41,6 +41,12 @@ bool describeReturnCode(std::uint32_t returnCode, failure& why);
 enum toolReason : std::uint16_t {
     reasonVerifyDiffers = 0x1701, ///< words: offset, byte written, byte read
     reasonUndoUnsaved = 0x1702, ///< words: errno
+    reasonOtherPart = 0x1703, ///< words: offset, byte expected, byte read
+    reasonProtected = 0x1704, ///< words: offset, pages with the old bytes, pages written
+    reasonReadsDiffer = 0x1705, ///< words: offset, bytes that differ, bytes read
+    reasonUnsettled = 0x1706, ///< words: offset, reads
+    reasonNoMajority = 0x1707, ///< words: offset, reads
+    reasonShort = 0x1708, ///< words: offset, bytes asked for, bytes moved
 };
 
 /// An error entry for a failure for which the library made none.

@@ -42,6 +42,12 @@ constexpr std::array reasons{
     codeRow{0x1608, "kestd: no memory for the request"},
     codeRow{0x1701, "what was read back differs from what was written"},
     codeRow{0x1702, "the undo file could not be saved"},
+    codeRow{0x1703, "the part is not the one that the device table expects"},
+    codeRow{0x1704, "the chip is write-protected"},
+    codeRow{0x1705, "two reads of the same bytes differ"},
+    codeRow{0x1706, "the reads through a hub did not settle"},
+    codeRow{0x1707, "the reads of a vote have no majority"},
+    codeRow{0x1708, "fewer bytes were moved than asked for"},
 };
 
 constexpr std::array vpdModules{codeRow{1, "persisted copy read"}, codeRow{2, "persisted copy write"},

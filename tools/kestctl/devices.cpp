@@ -8,8 +8,8 @@
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/identity.h"
 #include "tools/common/json.h"
-#include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
 
@@ -17,21 +17,6 @@ namespace kest::tools
 {
 namespace
 {
-
-/// Throws a `failure` (exit code 2) when the device has no room for what is expected of it.
-void checkExpected(const device& which, const host::deviceEntry& entry)
-{
-    for (const host::expectedBytes& each : entry.expect) {
-        if (which.end().type->bytes == 0) {
-            throw wrongUse(fmt::format("'{}': {} has no bytes to expect", entry.location, aChip(*which.end().type)));
-        }
-        if (each.offset + std::uint64_t{each.bytes.size()} > which.end().type->bytes) {
-            throw wrongUse(fmt::format("'{}': {} expected at offset {} pass the end: the device holds {} bytes",
-                                       entry.location, countText(each.bytes.size(), "byte"), each.offset,
-                                       which.end().type->bytes));
-        }
-    }
-}
 
 jsonList expectationJson(const host::deviceEntry& entry)
 {
@@ -52,7 +37,7 @@ int runDevices(const context& shared)
         try {
             const device which = parseDeviceText(entry.location);
             chip = which.end().type->chip;
-            checkExpected(which, entry);
+            requireRoomFor(which, entry.expect);
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;

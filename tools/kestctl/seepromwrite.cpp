@@ -61,6 +61,17 @@ byteVector hexBytes(const writeOptions& options)
     return bytes;
 }
 
+void tellIdentity(const seeprom& chip, identity found)
+{
+    const char* text = found == identity::asExpected   ? "the part is the expected one"
+                       : found == identity::blank      ? "the part is blank"
+                       : found == identity::unexpected ? "the part is not the expected one; forced"
+                                                       : nullptr;
+    if (text != nullptr) {
+        standardOutput().text(fmt::format("{}: {}\n", escaped(chip.target().label), text));
+    }
+}
+
 int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, std::size_t length,
               const writeReport& report, const carefulWriteOptions& care)
 {
@@ -72,11 +83,13 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                     {"pages_skipped", report.pagesSkipped},
                     {"verified", report.verified},
                     {"mode", modeWord(chip.touchesHardware() ? accessMode::hardware : accessMode::file)},
+                    {"identity", identityWord(report.part)},
                     {"undo_file", report.undoFile},
                     {"wavered", jsonNumbers(chip.wavered())}});
         standardOutput().json(result);
         return exitDone;
     }
+    tellIdentity(chip, report.part);
     const std::string name = escaped(chip.target().label) + (chip.touchesHardware() ? "" : " (persisted copy)");
     if (report.pagesWritten == 0) {
         standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,

@@ -236,6 +236,13 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
                                    {"message", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
                                    {"port", "write", "sim:planar,L,9551,C0", "on", "1"}});
              }},
+            {"a write to a part that is not the one that the device table expects",
+             [this] {
+                 std::string text = readFile(machine() / "kest.toml");
+                 text.insert(text.find("name = \"panel-vpd\""), "expect = { offset = 0, bytes = \"0102\" }\n");
+                 writeFile(machine() / "panel.bin", std::string(256, 'x'));
+                 return exitWithFile("kest.toml", text, {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}});
+             }},
             {"`message read` of a device behind a hub",
              [this] {
                  return exitOf({"message", "read", "riser-vpd"});

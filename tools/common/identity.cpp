@@ -1,0 +1,140 @@
+#include "tools/common/identity.h"
+
+#include <algorithm>
+#include <fmt/core.h>
+#include <span>
+
+#include "tools/common/entryfailure.h"
+#include "tools/common/failure.h"
+#include "tools/common/number.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+constexpr const char* step = "identity";
+constexpr std::size_t mostBytesShown = 16;
+
+/// Bytes of a message: "54 6c 76 49", of long ones the first.
+std::string shown(std::span<const unsigned char> bytes)
+{
+    std::string text;
+    for (const unsigned char byte : bytes.first(std::min(bytes.size(), mostBytesShown))) {
+        text += fmt::format("{}{:02x}", text.empty() ? "" : " ", byte);
+    }
+    return bytes.size() > mostBytesShown ? text + " ..." : text;
+}
+
+/// The whole pages around a range. A copy can be shorter than its device: of a copy the range alone.
+byteRange aroundOf(const seeprom& chip, const byteRange& range)
+{
+    if (!chip.touchesHardware()) {
+        return range;
+    }
+    const std::uint32_t page = chip.pageBytes();
+    const std::uint32_t first = range.offset / page * page;
+    const std::uint32_t end = (range.offset + range.length + page - 1) / page * page;
+    return {first, std::min(end, chip.target().end().type->bytes) - first};
+}
+
+/// The refusal of a part that holds other bytes than expected.
+/// @param at  the first of them that differs
+failure otherPart(const device& which, const host::expectedBytes& expected, std::span<const unsigned char> seen,
+                  std::size_t at)
+{
+    // a difference far behind is shown from there on
+    const std::size_t from = at < mostBytesShown ? 0 : at;
+    const auto offset = static_cast<std::uint32_t>(expected.offset + from);
+    failure why{.code = exitRefused,
+                .what = fmt::format("the device table expects {} at offset {} (0x{:X}), the part holds {}",
+                                    shown(std::span(expected.bytes).subspan(from)), offset, offset,
+                                    shown(seen.subspan(from))),
+                .tryThis = "is it another part? --force writes all the same",
+                .device = which.label,
+                .step = step};
+    logFailure(why, {.reason = reasonOtherPart,
+                     .words = {static_cast<std::uint32_t>(expected.offset + at), expected.bytes[at], seen[at]},
+                     .text = which.text});
+    return why;
+}
+
+bool isAll(std::span<const unsigned char> bytes, unsigned char byte)
+{
+    return std::ranges::all_of(bytes, [byte](unsigned char each) { return each == byte; });
+}
+
+} // namespace
+
+const char* identityWord(identity found)
+{
+    switch (found) {
+    case identity::asExpected:
+        return "as-expected";
+    case identity::blank:
+        return "blank";
+    case identity::unexpected:
+        return "unexpected";
+    default:
+        return "not-expected";
+    }
+}
+
+void requireRoomFor(const device& which, const std::vector<host::expectedBytes>& expected)
+{
+    const deviceTypeInfo& type = *which.end().type;
+    for (const host::expectedBytes& each : expected) {
+        if (type.bytes == 0 || type.type == KEST_DEV_172) {
+            throw failure{.code = exitWrongUse,
+                          .what = fmt::format("the device table expects bytes of {}, which can't be read at an offset",
+                                              aChip(type)),
+                          .device = which.label};
+        }
+        if (each.offset + std::uint64_t{each.bytes.size()} > type.bytes) {
+            throw failure{.code = exitWrongUse,
+                          .what = fmt::format("the device table expects {} at offset {}, which pass the end: the "
+                                              "device holds {} bytes",
+                                              countText(each.bytes.size(), "byte"), each.offset, type.bytes),
+                          .device = which.label};
+        }
+    }
+}
+
+identity checkIdentity(seeprom& chip, bool force)
+{
+    const device& which = chip.target();
+    const std::vector<host::expectedBytes> expected = expectedAt(which);
+    if (expected.empty()) {
+        return identity::notExpected;
+    }
+    requireRoomFor(which, expected);
+    struct difference {
+        const host::expectedBytes& expected;
+        byteVector seen;
+        std::size_t at;
+    };
+    std::vector<difference> differences;
+    byteVector all;
+    for (const host::expectedBytes& each : expected) {
+        const byteRange around = aroundOf(chip, {each.offset, static_cast<std::uint32_t>(each.bytes.size())});
+        const byteVector bytes = chip.read(around, step);
+        const auto seen = std::span(bytes).subspan(each.offset - around.offset, each.bytes.size());
+        const auto at = static_cast<std::size_t>(std::ranges::mismatch(each.bytes, seen).in1 - each.bytes.begin());
+        if (at != each.bytes.size()) {
+            differences.push_back({each, byteVector(seen.begin(), seen.end()), at});
+        }
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+    if (differences.empty()) {
+        return identity::asExpected;
+    }
+    if (isAll(all, 0xFF) || isAll(all, 0x00)) {
+        return identity::blank;
+    }
+    if (!force) {
+        throw otherPart(which, differences.front().expected, differences.front().seen, differences.front().at);
+    }
+    return identity::unexpected;
+}
+
+} // namespace kest::tools

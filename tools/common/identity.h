@@ -1,0 +1,31 @@
+/// Whether the part at a device's place is the one that the device table expects there.
+#pragma once
+
+#include <cstdint>
+
+#include "tools/common/seeprom.h"
+
+namespace kest::tools
+{
+
+enum class identity : std::uint8_t {
+    notExpected, ///< the table expects nothing
+    asExpected,
+    blank, ///< all that was read is FF, or all is 00
+    unexpected, ///< something else; only when forced
+};
+
+/// "as-expected", for JSON.
+[[nodiscard]] const char* identityWord(identity found);
+
+/// Throws a `failure` (exit code 2) when a device has no room for what the table expects of it, or its hardware is sent
+/// no offset.
+void requireRoomFor(const device& which, const std::vector<host::expectedBytes>& expected);
+
+/// Reads what the table expects, from where the device is served, before a write to it. Around it the whole pages are
+/// read, so that a single FF does not pass for a blank part. Throws a `failure` and makes an error entry (exit code 3)
+/// when the part holds something else and is not blank; and throws as requireRoomFor() and seeprom::read().
+/// @param force  returns `unexpected` instead of throwing
+[[nodiscard]] identity checkIdentity(seeprom& chip, bool force);
+
+} // namespace kest::tools
