@@ -7,6 +7,7 @@
 #include "tools/common/advice.h"
 #include "tools/common/device.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldtext.h"
 #include "tools/common/number.h"
 
 namespace kest::tools
@@ -95,8 +96,11 @@ std::string wrongFormHint(const device& which)
     for (const unsigned candidate : {address * 2, address / 2}) {
         if (candidate >= first && candidate <= last && candidate % 2 == 0 &&
             answersAt(bus, static_cast<std::uint8_t>(candidate))) {
-            return fmt::format("a device answers at {}: write {:02X}, addresses are in the 8-bit form",
-                               addressText(static_cast<std::uint8_t>(candidate)), candidate);
+            const std::string there =
+                fmt::format("a device answers at {}: write ", addressText(static_cast<std::uint8_t>(candidate)));
+            return there + (isFieldText(which.label)
+                                ? fmt::format("{:02x}, behind '@' addresses are in the 7-bit form", candidate / 2)
+                                : fmt::format("{:02X}, addresses are in the 8-bit form", candidate));
         }
     }
     return {};

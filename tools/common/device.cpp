@@ -6,6 +6,7 @@
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/configuration/deviceplace.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldtext.h"
 #include "tools/common/number.h"
 
 namespace kest::tools
@@ -86,16 +87,23 @@ const char* insteadOf(deviceKind kind)
 
 } // namespace
 
+bool isDeviceText(const std::string& text) { return text.find(',') != std::string::npos || isFieldText(text); }
+
 device findDevice(const std::string& nameOrText)
 {
     if (nameOrText.find(',') != std::string::npos) {
         return parseDeviceText(nameOrText);
     }
+    // names have neither
+    if (nameOrText.find('@') != std::string::npos || isFieldText(nameOrText)) {
+        return parseFieldText(nameOrText);
+    }
     const host::deviceEntry* entry = findEntry(nameOrText);
     if (entry == nullptr) {
         throw failure{.code = exitAbsent,
                       .what = "no such device in the device table",
-                      .tryThis = "'kestctl devices' lists them; or give a device text PATH,NODE,TYPE,ADDRESS",
+                      .tryThis = "'kestctl devices' lists them; or give a device text PATH,NODE,TYPE,ADDRESS or "
+                                 "BUS:PART@ADDR7",
                       .device = nameOrText};
     }
     device found = parseDeviceText(entry->location);
@@ -164,11 +172,11 @@ std::vector<host::expectedBytes> expectedAt(const device& which)
 busName findBus(const std::string& pathOrDevice, const std::string& node)
 {
     std::string why;
-    if (isBusPath(pathOrDevice, why)) {
-        return {pathOrDevice, node.empty() ? "L" : node};
+    const std::string path = findEntry(pathOrDevice) == nullptr ? busPathOf(pathOrDevice) : pathOrDevice;
+    if (isBusPath(path, why)) {
+        return {path, node.empty() ? "L" : node};
     }
-    if (pathOrDevice.starts_with('/') ||
-        (pathOrDevice.starts_with("sim:") && pathOrDevice.find(',') == std::string::npos)) {
+    if ((path.starts_with('/') || path.starts_with("sim:")) && !isDeviceText(path)) {
         throw wrongUse(fmt::format("bus '{}' {}", pathOrDevice, why));
     }
     const device there = findDevice(pathOrDevice);

@@ -11,7 +11,11 @@
 namespace kest::tools
 {
 
-/// Finds a device by its name or number in the device table, or takes a device text.
+/// Whether a text is a device text, in the canonical or the field's form, and no name.
+[[nodiscard]] bool isDeviceText(const std::string& text);
+
+/// Finds a device by its name or number in the device table, or takes a device text in the canonical or the field's
+/// form.
 /// Throws a `failure`: 2 for a malformed text, 4 for a name or number that the table does not have.
 [[nodiscard]] device findDevice(const std::string& nameOrText);
 
@@ -30,7 +34,8 @@ void refuseOtherType(const device& which, bool force);
 /// What the device table expects at a device's place, of whatever name.
 [[nodiscard]] std::vector<host::expectedBytes> expectedAt(const device& which);
 
-/// A bus named by its path, or by a device text or name on it. Throws as findDevice().
+/// A bus named by its path, as i2c-N unless a device of the table has that name, or by a device text or name on it.
+/// Throws as findDevice().
 /// @param node  of the bus, in place of the device's; empty keeps the device's
 [[nodiscard]] busName findBus(const std::string& pathOrDevice, const std::string& node = {});
 

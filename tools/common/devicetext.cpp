@@ -14,7 +14,6 @@ namespace
 
 using enum deviceKind;
 
-constexpr std::size_t longestText = 255;
 constexpr std::size_t longestChain = 3;
 
 /// Splits a device text and counts the fields, so that every complaint names the field.
@@ -125,25 +124,36 @@ deviceLink takeLink(fields& text)
     return link;
 }
 
-void checkOrder(const fields& text, const std::vector<deviceLink>& links)
+} // namespace
+
+std::string chainComplaint(const std::vector<deviceLink>& links)
 {
     if (links.size() > longestChain) {
-        throw text.wrong(fmt::format("makes a chain of more than {} devices", longestChain));
+        return fmt::format("makes a chain of more than {} devices", longestChain);
     }
     if (links.size() < 2) {
-        return;
+        return {};
     }
     const deviceTypeInfo& before = *links[links.size() - 2].type;
     const deviceTypeInfo& last = *links.back().type;
     if (before.kind != hub) {
-        throw text.wrong(fmt::format("follows {}, behind which there can be nothing", aChip(before)));
+        return fmt::format("follows {}, behind which there can be nothing", aChip(before));
     }
     if (last.kind == hub && !(before.type == KEST_DEV_HUB_F0 && last.type == KEST_DEV_922HUB)) {
-        throw text.wrong(fmt::format("puts {} behind {}", aChip(last), aChip(before)));
+        return fmt::format("puts {} behind {}", aChip(last), aChip(before));
     }
+    return {};
 }
 
-} // namespace
+std::string deviceText(const std::string& bus, const std::string& node, const std::vector<deviceLink>& links)
+{
+    std::string text = bus + "," + node;
+    for (const deviceLink& link : links) {
+        text += fmt::format(",{},{:02X}", link.type->code, link.address);
+        text += link.type->kind == hub ? fmt::format(",{:X}", link.port) : "";
+    }
+    return text;
+}
 
 bool isLocal(const std::string& node) { return node.empty() || node == "L" || node == "l"; }
 
@@ -165,8 +175,8 @@ bool isBusPath(const std::string& path, std::string& why)
 
 device parseDeviceText(const std::string& text)
 {
-    if (text.size() > longestText) {
-        throw wrongUse(fmt::format("device text of {} characters: at most {} fit", text.size(), longestText));
+    if (text.size() > longestDeviceText) {
+        throw wrongUse(fmt::format("device text of {} characters: at most {} fit", text.size(), longestDeviceText));
     }
     device result;
     fields rest(text);
@@ -182,7 +192,9 @@ device parseDeviceText(const std::string& text)
     }
     do {
         result.links.push_back(takeLink(rest));
-        checkOrder(rest, result.links);
+        if (const std::string complaint = chainComplaint(result.links); !complaint.empty()) {
+            throw rest.wrong(complaint);
+        }
     } while (rest.more());
     if (result.end().type->kind == hub) {
         throw rest.wrong("ends the chain with a hub; the device behind it is missing");

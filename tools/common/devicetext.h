@@ -1,6 +1,7 @@
 /// Device texts: which bus, which way through hubs, which device.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -37,6 +38,17 @@ struct device {
 /// Types, addresses and ports are hexadecimal. Throws a `failure` (exit code 2) that names the field and what was
 /// expected.
 [[nodiscard]] device parseDeviceText(const std::string& text);
+
+/// Device texts are at most this long.
+constexpr std::size_t longestDeviceText = 255;
+
+/// What is wrong with the end of a chain, as the end of a sentence about it; empty when nothing is.
+/// @param links  not empty; without the last one the chain is valid
+[[nodiscard]] std::string chainComplaint(const std::vector<deviceLink>& links);
+
+/// The device text of a chain: "sim:planar,L,922,80,3,2C0128,A2".
+[[nodiscard]] std::string deviceText(const std::string& bus, const std::string& node,
+                                     const std::vector<deviceLink>& links);
 
 /// A bus as texts and users name it.
 struct busName {

@@ -33,6 +33,17 @@ constexpr std::array types{
 /// First letters of chips' names that are spoken with a vowel: "an LM75".
 constexpr std::string_view spokenWithAVowel = "FL";
 
+char lowerLetter(char letter)
+{
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+/// Whether two words are the same but for the case of ASCII letters.
+bool sameLetters(std::string_view one, std::string_view other)
+{
+    return std::ranges::equal(one, other, {}, lowerLetter, lowerLetter);
+}
+
 } // namespace
 
 std::span<const deviceTypeInfo> deviceTypes() { return types; }
@@ -41,6 +52,21 @@ const deviceTypeInfo* findType(std::uint32_t type)
 {
     const auto* row = std::ranges::find_if(types, [type](const deviceTypeInfo& info) { return info.type == type; });
     return row == types.end() ? nullptr : row;
+}
+
+const deviceTypeInfo* findPart(std::string_view name)
+{
+    const auto isNamed = [name](const deviceTypeInfo& info) {
+        return sameLetters(name, info.code) || sameLetters(name, partName(info));
+    };
+    const auto* row = std::ranges::find_if(types, isNamed);
+    return row == types.end() ? nullptr : row;
+}
+
+std::string partName(const deviceTypeInfo& type)
+{
+    const std::string_view chip = type.chip;
+    return std::string(chip.substr(0, chip.find(' ')));
 }
 
 std::string aChip(const deviceTypeInfo& type)

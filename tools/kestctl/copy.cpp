@@ -68,7 +68,7 @@ std::uint32_t numberOf(const std::string& which)
     }
     const device found = findDevice(which);
     // a device text has no number; a row of the table may have any number, even 0
-    if (which.find(',') != std::string::npos) {
+    if (isDeviceText(which)) {
         throw failure{.code = exitWrongUse,
                       .what = "a copy belongs to a device number, and this device has none",
                       .tryThis = "give it a row in the device table, or name the copy by its number",

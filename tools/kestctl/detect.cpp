@@ -67,6 +67,7 @@ jsonValue asJson(const finding& found)
     if (!found.which.links.empty()) {
         row.add("type", found.which.end().type->chip);
         row.add("address", found.which.end().address);
+        row.add("address7", found.which.end().address >> 1U);
     }
     if (found.why.code != exitDone) {
         row.add("error", errorJson(found.why));

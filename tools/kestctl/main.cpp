@@ -42,7 +42,10 @@ text, whose types, addresses and ports are hexadecimal:
   PATH,NODE,TYPE,ADDRESS                  sim:planar,L,2C0256,A0
   PATH,NODE,922,HUB,PORT,TYPE,ADDRESS     /dev/i2c-1,L,922,80,3,2C0128,A2
 PATH is /dev/i2c-N or sim:BUS; NODE is L (local) or 0 to 7. Addresses are in the
-8-bit form: A0 is the chip that other tools call 0x50.
+8-bit form: A0 is the chip that other tools call 0x50. On the local node their
+form will do, with 7-bit addresses and parts by name (24c256, pca9552, lm75):
+  BUS:PART@ADDR7                          i2c-1:24c256@50
+  BUS:922@ADDR7/PORT:PART@ADDR7           sim:planar:922@40/3:24c128@51
 Types: 1C0002 24C02, 2C0032 24C32, 2C0064 24C64, 2C0128 24C128, 2C0256 24C256,
 2C0512 24C512, 9551 9552 9554 9555 PCA955x, 75 LM75, 92 LM92, 922 hub.
 

@@ -9,6 +9,7 @@
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldtext.h"
 #include "tools/common/files.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
@@ -47,9 +48,10 @@ struct comparison {
 bool namesDevice(const std::string& other)
 {
     std::error_code none;
-    if (other.find(',') != std::string::npos) {
+    if (isDeviceText(other)) {
         if (!other.starts_with("sim:") && std::filesystem::exists(other, none)) {
-            throw wrongUse(fmt::format("'{}': a name with a comma is taken as a device text, not as a file's", other),
+            throw wrongUse(fmt::format("'{}': a name {} is taken as a device text, not as a file's", other,
+                                       isFieldText(other) ? "like this" : "with a comma"),
                            fmt::format("give the file by '- < {}'", shellWord(other)));
         }
         return true;

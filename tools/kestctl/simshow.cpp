@@ -19,7 +19,11 @@ namespace
 
 jsonValue chipJson(const sim::chipInfo& chip)
 {
-    jsonValue row{{"bus", chip.bus}, {"node", chip.node}, {"type", chip.type}, {"address", chip.address}};
+    jsonValue row{{"bus", chip.bus},
+                  {"node", chip.node},
+                  {"type", chip.type},
+                  {"address", chip.address},
+                  {"address7", chip.address >> 1U}};
     if (chip.behindHub) {
         row.add("hub", chip.hubAddress);
         row.add("port", chip.port);
@@ -36,7 +40,7 @@ std::string chipText(const sim::chipInfo& chip)
         fmt::format("{:<8} {}  {:<8}", escaped(chip.node.empty() ? chip.bus : chip.node + ":" + chip.bus),
                     addressText(chip.address), chip.type);
     if (chip.behindHub) {
-        text += fmt::format(" behind {:02X}, port {}", chip.hubAddress, chip.port);
+        text += fmt::format(" behind {}, port {}", addressText(chip.hubAddress), chip.port);
     }
     if (!chip.image.empty()) {
         text += " " + escaped(chip.image.filename().string());

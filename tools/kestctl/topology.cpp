@@ -107,11 +107,8 @@ private:
     {
         branch result;
         std::string label = fmt::format("{}  {:<8} {}", addressText(item.address), item.chip, escaped(item.name));
-        result.row = {{"address", item.address},
-                      {"type", item.chip},
-                      {"name", item.name},
-                      {"number", item.number},
-                      {"text", item.text}};
+        result.row = {{"address", item.address}, {"address7", item.address >> 1U}, {"type", item.chip},
+                      {"name", item.name},       {"number", item.number},          {"text", item.text}};
         const std::string state = m_probe ? answer(item, item.text) : "";
         if (!state.empty()) {
             label =

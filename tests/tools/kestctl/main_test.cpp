@@ -110,7 +110,7 @@ TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
              {{"scan", "planar"},
               4,
               "planar: no such device in the device table; 'kestctl devices' lists them; or give a device text "
-              "PATH,NODE,TYPE,ADDRESS"},
+              "PATH,NODE,TYPE,ADDRESS or BUS:PART@ADDR7"},
              {{"scan", "/dev/i2c"},
               2,
               "bus '/dev/i2c' is no device path: /dev/i2c-N or sim:BUS, either with @HH behind it"},

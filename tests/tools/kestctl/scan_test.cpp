@@ -146,7 +146,7 @@ TEST_F(KestctlTopology, GivesJson)
     EXPECT_EQ(3, hub.at("ports").at(1).at("port"));
     EXPECT_EQ(
         json::parse(
-            R"({"address":162,"type":"24C128","name":"riser-vpd","number":53253,"text":"sim:planar,L,922,80,3,2C0128,A2"})"),
+            R"({"address":162,"address7":81,"type":"24C128","name":"riser-vpd","number":53253,"text":"sim:planar,L,922,80,3,2C0128,A2"})"),
         hub.at("ports").at(1).at("devices").at(0));
 }
 

@@ -122,7 +122,7 @@ TEST_F(KestctlSim, ShowsChipsRegistersAndFaults)
     says({"sim", "fault", "add", "nack", "--bus", "sim:planar", "--address", "0xA0", "--way", "read", "--nth", "2",
           "--count", "3"});
     const std::string shown = says({"sim", "show"});
-    EXPECT_THAT(shown, HasSubstr("planar   A2 = 0x51  24C128   behind 80, port 3 riser.bin\n"));
+    EXPECT_THAT(shown, HasSubstr("planar   A2 = 0x51  24C128   behind 80 = 0x40, port 3 riser.bin\n"));
     EXPECT_THAT(shown, HasSubstr("  INPUT     0xFD  pin 0 1, 1 0, 2 1, 3 1, 4 1"));
     EXPECT_THAT(shown,
                 HasSubstr("  1 nack               planar   A0 = 0x50 read from transaction 2 on 3 times, struck 0\n"));
