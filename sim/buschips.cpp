@@ -1,6 +1,7 @@
 #include "sim/buschips.h"
 
 #include <algorithm>
+#include <cstring>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -35,6 +36,7 @@ void cyclePower(chip& of, std::uint64_t now)
 } // namespace
 
 busChips::busChips(const machineDescription& all, std::size_t bus, const std::filesystem::path& folder)
+    : m_folder{folder}
 {
     for (const auto& chip : all.chips) {
         if (chip.bus == bus) {
@@ -193,7 +195,9 @@ void busChips::loadAll()
 
 void busChips::store(std::span<const std::uint8_t> from, std::span<std::uint8_t> into)
 {
-    std::ranges::copy(from, into.begin());
+    if (!into.empty()) {
+        std::memcpy(into.data(), from.data(), into.size());
+    }
     for (const storedChip* const each : m_use.loaded) {
         each->store(into);
     }
@@ -227,12 +231,19 @@ void busChips::prepareImages(const std::string& machineFile)
     }
 }
 
-void busChips::makeMissingImages() const
+// One look at the folder, and not one at each image, when no name has gone from it.
+void busChips::makeMissingImages()
 {
+    if (m_folder.isUnchanged()) {
+        return;
+    }
+    m_folder.note();
+    bool complete = true;
     for (const auto& member : m_members) {
-        if (member.cells() != nullptr) {
-            member.cells()->makeWhenMissing();
-        }
+        complete = (member.cells() == nullptr || member.cells()->makeWhenMissing()) && complete;
+    }
+    if (!complete) {
+        m_folder.forget();
     }
 }
 

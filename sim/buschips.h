@@ -3,6 +3,7 @@
 
 #include "sim/chip.h"
 #include "sim/faultrecord.h"
+#include "sim/folderwatch.h"
 #include "sim/hub922.h"
 #include "sim/machinefile.h"
 #include "sim/pagewrite.h"
@@ -83,7 +84,7 @@ public:
     /// Missing images are made. Throws std::runtime_error.
     void prepareImages(const std::string& machineFile);
     /// Missing images are made, where the system allows it.
-    void makeMissingImages() const;
+    void makeMissingImages();
     /// Whether a page is of one of their images.
     [[nodiscard]] bool holds(const pageWrite& page) const;
     /// @return false when the image would not take the page
@@ -118,6 +119,7 @@ private:
         return static_cast<Model&>(some.in(m_use));
     }
 
+    folderWatch m_folder;
     chipUse m_use;
     std::vector<storedChip> m_members;
     std::array<storedChip*, 128> m_at{};

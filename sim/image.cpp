@@ -51,11 +51,17 @@ std::string image::prepare(int& error)
     return error == 0 ? std::string{} : std::generic_category().message(error);
 }
 
-void image::makeWhenMissing() const
+bool image::makeWhenMissing() const
 {
+    struct stat found {
+    };
+    if (lstat(m_path.c_str(), &found) == 0 && !S_ISLNK(found.st_mode)) {
+        return true;
+    }
     if (access(m_path.c_str(), F_OK) != 0 && errno == ENOENT) {
         makeErased(m_path, m_sizeBytes);
     }
+    return false;
 }
 
 void image::begin(std::uint32_t chipIndex, pageWrite& pending)

@@ -28,7 +28,8 @@ public:
     std::string prepare(int& error);
 
     /// Makes the file, all 0xFF, when there is none. What cannot be made is lost when it is used.
-    void makeWhenMissing() const;
+    /// @return whether there was one, and not a link to one in another folder
+    bool makeWhenMissing() const;
 
     /// Begins a transaction. The file is opened when it is first used, so that the next transaction finds a file that
     /// was put in its place.

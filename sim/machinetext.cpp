@@ -3,7 +3,6 @@
 #include "base/clock.h"
 #include "base/descriptor.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -11,7 +10,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace kest::sim
@@ -22,29 +20,12 @@ namespace
 
 constexpr off_t longestTextBytes = 1 << 20;
 
-// Longer than the tick of stamps without nanoseconds, which is a second.
-constexpr std::uint64_t longTickNs = 3 * nsPerSecond;
-
-std::uint64_t nsOf(const timespec& time)
-{
-    return static_cast<std::uint64_t>(time.tv_sec) * nsPerSecond + static_cast<std::uint64_t>(time.tv_nsec);
-}
-
 [[noreturn]] void failToRead(const std::filesystem::path& file)
 {
     throw std::system_error{errno, std::generic_category(), file.string() + ": cannot be read"};
 }
 
 } // namespace
-
-machineText::version machineText::versionOf(const struct ::stat& found)
-{
-    return {.device = found.st_dev,
-            .number = found.st_ino,
-            .size = found.st_size,
-            .modifiedNs = nsOf(found.st_mtim),
-            .changedNs = nsOf(found.st_ctim)};
-}
 
 machineText::machineText(std::filesystem::path file, std::uint64_t tickNs) : m_file{std::move(file)}, m_tickNs{tickNs}
 {
@@ -54,7 +35,7 @@ machineText::machineText(std::filesystem::path file, std::uint64_t tickNs) : m_f
 // The folder may be another user's: neither a FIFO nor a file without end holds anybody up.
 std::string machineText::read()
 {
-    m_version = {};
+    m_stamp = {};
     const fileDescriptor in{ownDescriptor(open(m_file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))};
     struct stat found {
     };
@@ -81,10 +62,9 @@ std::string machineText::read()
         have += static_cast<std::size_t>(got);
     }
     text.resize(have);
-    const version read = versionOf(found);
-    const std::uint64_t tick = read.changedNs % nsPerSecond == 0 ? std::max(longTickNs, m_tickNs) : m_tickNs;
-    if (std::cmp_equal(have, found.st_size) && startedAt >= read.changedNs && startedAt - read.changedNs >= tick) {
-        m_version = read;
+    const fileStamp stamp = fileStamp::of(found);
+    if (std::cmp_equal(have, found.st_size) && stamp.isSettled(startedAt, m_tickNs)) {
+        m_stamp = stamp;
     }
     return text;
 }
@@ -93,11 +73,11 @@ bool machineText::stillHolds()
 {
     struct stat now {
     };
-    if ((stat(m_file.c_str(), &now) == 0 && versionOf(now) == m_version) || read() == m_text) {
+    if ((stat(m_file.c_str(), &now) == 0 && fileStamp::of(now) == m_stamp) || read() == m_text) {
         return true;
     }
-    // the version that was read has another text
-    m_version = {};
+    // what was read is another text
+    m_stamp = {};
     return false;
 }
 
