@@ -39,8 +39,9 @@ void busState::exchange(stateFields& fields)
     for (auto& record : faults) {
         record.exchange(fields);
     }
-    fields.number(heldUntil);
+    fields.numbers(heldUntil, drivenBy);
     fields.check(heldUntil <= latestTime, "the hold of a line");
+    fields.check((drivenBy & 1) == 0, "the address of a read that was cut off");
     auto eventCount = static_cast<std::uint32_t>(events.size());
     fields.numbers(transactions, eventCount);
     fields.check(eventCount <= mostEvents, "the number of events");

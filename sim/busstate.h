@@ -25,6 +25,7 @@ struct busState {
     std::uint32_t resetsToGo = 0; ///< resets that a hold of SDA outlasts
     std::uint64_t heldUntil = 0; ///< bus time at which a hold of SCL ends by itself, 0 none
     cutRead driven; ///< by a chip whose read was cut off
+    std::uint8_t drivenBy = 0; ///< the address that was read
     bool torn = false; ///< a loss of power left pages that may not be in their images yet
     bool recording = false;
     std::uint64_t waveOrigin = 0; ///< bus time of the waveform's tick 0

@@ -96,6 +96,7 @@ bool hub922::take(std::uint8_t byte, busClock&)
 
 std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
 {
+    m_beingRead = hubStatus::done;
     if (!m_statusGiven) {
         m_statusGiven = true;
         return m_answering == answer::plainStatus ? giveStatus() : m_firstByte;
@@ -114,9 +115,16 @@ std::uint8_t hub922::give(busClock& clock, chipFaults& faults)
 // Reading the status clears it.
 std::uint8_t hub922::giveStatus()
 {
-    const auto byte = static_cast<std::uint8_t>(m_status);
+    m_beingRead = m_status;
     m_status = hubStatus::done;
-    return byte;
+    return static_cast<std::uint8_t>(m_beingRead);
+}
+
+// A status that was not read to its end stays.
+void hub922::cut()
+{
+    note(m_beingRead);
+    deselect();
 }
 
 void hub922::stop(busClock& clock, chipFaults& faults)
@@ -140,6 +148,7 @@ void hub922::deselect()
     m_receivedBytes = 0;
     m_answering = answer::nothing;
     m_statusGiven = false;
+    m_beingRead = hubStatus::done;
 }
 
 // The first trouble stays until it has been read.

@@ -46,6 +46,7 @@ public:
     std::uint8_t give(busClock& clock, chipFaults& faults) override;
     void stop(busClock& clock, chipFaults& faults) override;
     void deselect() override;
+    void cut() override;
     [[nodiscard]] bool guarded() const override { return m_answering == answer::data && m_statusGiven; }
     void exchange(stateFields& fields) override;
     void powerUp() override;
@@ -124,6 +125,7 @@ private:
     bool m_writing = false;
     answer m_answering = answer::nothing;
     bool m_statusGiven = false;
+    hubStatus m_beingRead = hubStatus::done; ///< by a plain read that has not come to the end of it
     std::uint8_t m_firstByte = 0;
     chip* m_fetching = nullptr;
 };

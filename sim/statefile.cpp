@@ -27,7 +27,7 @@ namespace
 constexpr std::size_t headerBytes = 4096;
 constexpr std::size_t blockHeaderBytes = 2048;
 // the last is the version
-constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 5};
+constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 6};
 
 struct header {
     std::array<std::uint8_t, 8> mark{};

@@ -65,10 +65,19 @@ busClock transaction::clockOfAcknowledge() const
     return {m_lines.clock.now + bitsOfByte * m_lines.clock.bitLasting, m_lines.clock.bitLasting};
 }
 
+// A chip that has missed the end of a read drives on. One that never got that far drives already.
+void transaction::noteWhatIsDriven()
+{
+    if (m_selected != nullptr && !m_state.driven.holdsSda()) {
+        m_state.driven = m_selected->drivesOn();
+        m_state.drivenBy = m_selectedAt;
+    }
+}
+
 // A chip that has not seen the end of a read keeps SDA low: no repeated START is possible.
 bool transaction::isStillDriven()
 {
-    m_state.driven = m_selected == nullptr ? cutRead{} : m_selected->drivesOn();
+    noteWhatIsDriven();
     return m_state.driven.holdsSda() && !fail(outcome::sdaHeld, ending::held);
 }
 
@@ -102,8 +111,15 @@ bool transaction::sendAddress(const segment& part)
         return fail(outcome::addressNotAcknowledged, ending::stop);
     }
     m_selected = addressed;
+    m_selectedAt = part.address;
     m_answered[part.address >> 1] = true;
-    return endStretch(part, answering.now - before);
+    if (endStretch(part, answering.now - before)) {
+        return true;
+    }
+    if (part.way == direction::read) {
+        leaveNextByte();
+    }
+    return false;
 }
 
 // SCL rises at the end of it, whether the adapter waits for that or not.
@@ -205,6 +221,10 @@ bool transaction::moveBytes(segment& part)
             return fail(outcome::timedOut, ending::stop);
         }
     }
+    if (part.way == direction::read && part.bytes.empty() && !goesOn && m_selected != nullptr) {
+        // the chip sends, whether a byte was wanted or not
+        leaveNextByte();
+    }
     return true;
 }
 
@@ -226,11 +246,12 @@ bool transaction::isStruckAtByte(const segment& part, std::uint8_t byte)
     // at byte 0 these two struck before the address
     if (m_byteNumber != 0) {
         if (isHeldAt(part, m_byteNumber)) {
+            if (part.way == direction::read) {
+                leaveNextByte();
+            }
             return true;
         }
-        if (m_faults.strikes(faultKind::arbitration, part, m_byteNumber) != nullptr) {
-            m_lines.byte(0, false);
-            fail(outcome::arbitrationLost, ending::dropped);
+        if (isArbitrationLostAtByte(part)) {
             return true;
         }
     }
@@ -241,13 +262,43 @@ bool transaction::isStruckAtByte(const segment& part, std::uint8_t byte)
     return true;
 }
 
+// The winner's byte. In a read the winner reads it to its end: the chip sees the NACK behind it.
+bool transaction::isArbitrationLostAtByte(const segment& part)
+{
+    if (m_faults.strikes(faultKind::arbitration, part, m_byteNumber) == nullptr) {
+        return false;
+    }
+    const bool reads = part.way == direction::read;
+    m_lines.byte(reads ? givePaced(*m_selected, m_lines.clock, m_faults) : std::uint8_t{0}, false);
+    if (reads) {
+        noteWhatIsDriven();
+    }
+    fail(outcome::arbitrationLost, ending::dropped);
+    return true;
+}
+
+// The controller is gone while the chip sends a byte, which does not count then.
+// @param bitsSent  how many of its bits the controller has clocked
+void transaction::leaveDriven(std::uint8_t byte, unsigned bitsSent)
+{
+    m_selected->cut();
+    m_state.driven = {byte, bitsSent};
+    m_state.drivenBy = m_selectedAt;
+}
+
+// The same before the first bit of the byte that comes next. Nobody waits for the time that the chip needs for it.
+void transaction::leaveNextByte()
+{
+    busClock aside = m_lines.clock;
+    leaveDriven(givePaced(*m_selected, aside, m_faults), 0);
+}
+
 // The controller goes away in the middle of a byte.
 void transaction::cutShort(const segment& part, std::uint8_t byte)
 {
     if (part.way == direction::read) {
         byte = givePaced(*m_selected, m_lines.clock, m_faults);
-        m_selected->cut();
-        m_state.driven = {byte, bitsOfCutByte};
+        leaveDriven(byte, bitsOfCutByte);
     }
     m_lines.cutByte(byte, bitsOfCutByte);
     fail(outcome::shortTransfer, ending::dropped);
@@ -294,6 +345,7 @@ bool transaction::readByte(const segment& part, std::uint8_t& byte, bool more)
     const std::uint64_t before = m_lines.clock.now;
     byte = givePaced(*m_selected, m_lines.clock, m_faults);
     if (!endStretch(part, m_lines.clock.now - before)) {
+        leaveDriven(byte, 0);
         return false;
     }
     byte = m_bitLost ? withFirstBitTwice(byte) : byte;
@@ -321,11 +373,11 @@ void transaction::finish()
     const bool drop = m_end != ending::stop;
     if (drop && m_selected != nullptr) {
         m_selected->deselect();
-    } else if (m_selected != nullptr && !m_segments.empty() && m_segments.back().way == direction::read) {
-        m_state.driven = m_selected->drivesOn();
+    } else if (!m_segments.empty() && m_segments.back().way == direction::read) {
+        noteWhatIsDriven();
     }
     if (m_end == ending::held && m_state.sclHeld) {
-        m_lines.leaveSclHeld(patienceNs(m_adapter));
+        m_lines.leaveSclHeld(patienceNs(m_adapter), !m_state.driven.holdsSda());
     } else if (m_end == ending::held || m_state.driven.holdsSda()) {
         m_lines.leaveSdaHeld();
     } else {

@@ -37,6 +37,7 @@ private:
     bool runSegment(std::size_t index);
     bool sendAddress(const segment& part);
     [[nodiscard]] bool isStillDriven();
+    void noteWhatIsDriven();
     [[nodiscard]] bool isStruckAtAddress(const segment& part);
     [[nodiscard]] bool isRefused(const segment& part);
     bool moveBytes(segment& part);
@@ -45,7 +46,10 @@ private:
     [[nodiscard]] bool isStruckAtByte(const segment& part, std::uint8_t byte);
     [[nodiscard]] bool isPowerLost(const segment& part);
     [[nodiscard]] bool isHeldAt(const segment& part, std::uint64_t byte);
+    [[nodiscard]] bool isArbitrationLostAtByte(const segment& part);
     void cutShort(const segment& part, std::uint8_t byte);
+    void leaveDriven(std::uint8_t byte, unsigned bitsSent);
+    void leaveNextByte();
     bool fail(outcome how, ending with);
     void hold(const faultRecord& by, bool sda);
     bool endStretch(const segment& part, std::uint64_t stretchedNs);
@@ -66,6 +70,7 @@ private:
     transferResult m_result;
     ending m_end = ending::stop;
     chip* m_selected = nullptr;
+    std::uint8_t m_selectedAt = 0; ///< its address
     bool m_bitLost = false; ///< the adapter misses the first bit of the byte that comes next
     std::uint64_t m_byteNumber = 0; ///< data bytes since the START
     std::array<bool, 128> m_answered{}; ///< addresses that have acknowledged

@@ -97,10 +97,10 @@ void wire::leaveSdaHeld()
     m_busTaken = false;
 }
 
-void wire::leaveSclHeld(std::uint64_t patienceNs)
+void wire::leaveSclHeld(std::uint64_t patienceNs, bool level)
 {
     if (m_busTaken) {
-        sda(middleOfLow(), true);
+        sda(middleOfLow(), level);
     } else {
         scl(clock.now + highNs(), false);
     }

@@ -31,9 +31,10 @@ public:
     void pulse(bool sda);
     /// The controller lets go, and SDA stays low.
     void leaveSdaHeld();
-    /// SCL stays low, or falls when the bus was free, until the controller gives up. @param patienceNs  how long that
-    /// takes, at least a bit
-    void leaveSclHeld(std::uint64_t patienceNs);
+    /// SCL stays low, or falls when the bus was free, until the controller gives up.
+    /// @param patienceNs  how long that takes, at least a bit
+    /// @param level       of SDA, as the chips leave it, on a bus that was taken
+    void leaveSclHeld(std::uint64_t patienceNs, bool level = true);
 
 private:
     void bit(bool level);

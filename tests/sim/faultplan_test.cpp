@@ -236,6 +236,69 @@ TEST_F(Fault, ShortReadTellsWhatCame)
     EXPECT_EQ(on->planar->reset(), done);
 }
 
+// Before byte 1 of the read: the chip drives the first bit of 0x7F.
+TEST_F(Fault, HeldInTheMiddleOfAReadLeavesTheChipDriving)
+{
+    on->store(0xA0, {0, 0xFF, 0x7F});
+    for (const char* kind : {"hold-sda", "hold-scl"}) {
+        SCOPED_TRACE(kind);
+        fault({.kind = kind, .way = "read", .byte = 1});
+        const Answer got = on->readAt(0xA0, {0}, 3);
+        EXPECT_EQ(1U, got.bytesMoved);
+        EXPECT_EQ((Bytes{0xFF, 0, 0}), got.data);
+        machine->clearFaults();
+        EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+        EXPECT_EQ(outcome::done, on->planar->clocks(1));
+        EXPECT_EQ(outcome::done, on->planar->reset());
+        // it was not read
+        EXPECT_EQ(Bytes{0x7F}, on->read(0xA0, 1).data);
+    }
+}
+
+// The byte's first bit is 1, and a START ends it.
+TEST_F(Fault, HeldInTheMiddleOfAReadBeforeA1LeavesTheBusFree)
+{
+    on->store(0xA0, {0, 0xFF, 0x80});
+    fault({.kind = "hold-scl", .way = "read", .count = 1, .byte = 1});
+    EXPECT_EQ(outcome::sclHeld, on->readAt(0xA0, {0}, 3).end);
+    EXPECT_EQ(outcome::done, on->planar->lines());
+    EXPECT_EQ(Bytes{0x80}, on->read(0xA0, 1).data);
+}
+
+TEST_F(Fault, ArbitrationLostInAReadIsTheWinnersByte)
+{
+    on->store(0xA0, {0, 0x01, 0x02, 0x03});
+    fault({.kind = "arbitration", .way = "read", .count = 1, .byte = 1});
+    const Answer got = on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(outcome::arbitrationLost, got.end);
+    EXPECT_EQ((Bytes{0x01, 0, 0}), got.data);
+    // the winner's NACK and STOP are behind it
+    EXPECT_EQ(outcome::done, on->planar->lines());
+    EXPECT_EQ(Bytes{0x03}, on->read(0xA0, 1).data);
+}
+
+// The chip sends what nobody wants.
+TEST_F(Fault, AReadWithoutBytesLeavesTheChipDriving)
+{
+    on->store(0xA0, {0, 0x7F, 0x80});
+    on->write(0xA0, {0});
+    EXPECT_EQ(outcome::done, on->read(0xA0, 0).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0xA4));
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    EXPECT_EQ((Bytes{0x7F}), on->read(0xA0, 1).data);
+    // a 1 holds nothing
+    EXPECT_EQ(outcome::done, on->read(0xA0, 0).end);
+    EXPECT_EQ(outcome::done, on->planar->lines());
+    // nor is there a repeated START behind a 0
+    on->write(0xA0, {0});
+    Bytes offset{0};
+    segment parts[2] = {{0xA0, direction::read, {}, false}, {0xA0, direction::write, offset, false}};
+    const Answer got = on->run(parts, {});
+    EXPECT_EQ(outcome::sdaHeld, got.end);
+    EXPECT_EQ(1U, got.segment);
+}
+
 TEST_F(Fault, FaultAtAByteThatNeverComesWaits)
 {
     fault({.kind = "short", .count = 1, .byte = 3});

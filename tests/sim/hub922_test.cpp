@@ -171,9 +171,10 @@ TEST_F(Hub, StatusStaysUntilAPlainReadAndNothingIsPassedOn)
     EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, (Bytes{2, 0xFF, 0xFF, 0xFF, 0xFF}));
     // not cleared before data
     EXPECT_EQ(2, on->readAt(0x80, riserAt10, 2).data.at(0));
-    // an address alone leaves it
+    // an address alone leaves it, and the hub driving the first bit of it when it was one for reading
     on->probe(0x80);
     on->read(0x80, 0);
+    EXPECT_EQ(outcome::done, on->planar->reset());
     EXPECT_EQ(2, status());
     EXPECT_EQ(home.content("riser.bin"), Bytes(16384, 0xFF));
     EXPECT_EQ(outcome::done, write(riserAt10 + deadbeef));
@@ -457,6 +458,25 @@ TEST_F(Hub, ReadCutOffInItsStatusHoldsSda)
     EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
     EXPECT_EQ(outcome::done, on->planar->reset());
     EXPECT_EQ(on->readAt(0x80, riserAt10, 5).data, Bytes{0} + deadbeef);
+}
+
+// A STOP in the middle of the status byte: it has not been read.
+TEST_F(Hub, StatusOfAPlainReadThatIsCutOffStays)
+{
+    machine->powerCycle();
+    fault({.kind = "short", .way = "read", .count = 1});
+    EXPECT_EQ(outcome::shortTransfer, on->read(0x80, 1).end);
+    EXPECT_EQ(15, status());
+    EXPECT_EQ(0, status());
+}
+
+TEST_F(Hub, PlainReadWithoutBytesHoldsSdaAndKeepsTheStatus)
+{
+    machine->powerCycle();
+    EXPECT_EQ(outcome::done, on->read(0x80, 0).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    EXPECT_EQ(15, status());
 }
 
 TEST_F(Hub, CorruptionNeverMakesAStatus0)

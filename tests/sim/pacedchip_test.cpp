@@ -143,6 +143,34 @@ TEST_F(Stretching, BeyondTheAdaptersLimitIsHeldScl)
     EXPECT_EQ(outcome::done, on->planar->reset());
 }
 
+// It drives the first bit of a byte when it lets go of SCL, and does not know that nobody reads it.
+TEST_F(Stretching, BeyondTheAdaptersLimitInAReadLeavesTheChipDriving)
+{
+    home.put("a.bin", std::string(256, '\x41'));
+    power("adapter = { stretch_limit_us = 499 }\n" + slow(500));
+    const std::uint32_t counter = value("planar 0xA0 24C02", "counter");
+    EXPECT_EQ(outcome::sclHeld, on->read(0xA0, 3).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    // 0x41: its second bit is 1
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    EXPECT_EQ(counter, value("planar 0xA0 24C02", "counter"));
+    home.put("a.bin", std::string(256, '\x81'));
+    EXPECT_EQ(outcome::sclHeld, on->read(0xA0, 3).end);
+    EXPECT_EQ(outcome::done, on->planar->lines());
+}
+
+// The status 0 is what it drives.
+TEST_F(Stretching, OfAHubBeyondTheAdaptersLimitLeavesItDriving)
+{
+    power("adapter = { stretch_limit_us = 50 }\n" + chip("HUB922", "0x80") +
+          chip("24C02", "0xA4", "hub = 0x80\nport = 2\nimage = \"c.bin\""));
+    EXPECT_EQ(outcome::sclHeld, on->readAt(0x80, {2, 0xA4, 0}, 2).end);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::sdaHeld, on->planar->clocks(7));
+    EXPECT_EQ(outcome::done, on->planar->clocks(1));
+}
+
 TEST_F(Stretching, TooLongInAPageWritesNothing)
 {
     power("adapter = { stretch_limit_us = 499 }\n" + slow(500));

@@ -32,7 +32,7 @@ const Trouble troubles[] = {
     {"arbitration", "write", 0, "S W00 N P"},
     {"arbitration", "write", 1, "S W51 A 01 A 00 N P"},
     {"arbitration", "read", 0, "S W51 A 01 A 00 A Sr W00 N P"},
-    {"arbitration", "read", 1, "S W51 A 01 A 00 A Sr R51 A 12 A 00 N P"},
+    {"arbitration", "read", 1, "S W51 A 01 A 00 A Sr R51 A 12 A 3C N P"},
     {"short", "write", 0, "S W51 A P"},
     {"short", "write", 1, "S W51 A 01 A P"},
     {"short", "read", 0, "S W51 A 01 A 00 A Sr R51 A 12 N P"},
@@ -44,12 +44,12 @@ const Trouble troubles[] = {
     {"hold-sda", "write", 0, "S R7F N P"},
     {"hold-sda", "write", 1, "S W51 A 01 A 7F N P"},
     {"hold-sda", "read", 0, "S W51 A 01 A 00 A 7F N P"},
-    {"hold-sda", "read", 1, "S W51 A 01 A 00 A Sr R51 A 12 A 7F N P"},
+    {"hold-sda", "read", 1, "S W51 A 01 A 00 A Sr R51 A 12 A 3C N P"},
     // a START needs SDA, so there is none
     {"hold-scl", "write", 0, ""},
     {"hold-scl", "write", 1, "S W51 A 01 A FF N P"},
     {"hold-scl", "read", 0, "S W51 A 01 A 00 A FF N P"},
-    {"hold-scl", "read", 1, "S W51 A 01 A 00 A Sr R51 A 12 A FF N P"},
+    {"hold-scl", "read", 1, "S W51 A 01 A 00 A Sr R51 A 12 A 3C N P"},
 };
 
 class WireTiming : public WireJobs

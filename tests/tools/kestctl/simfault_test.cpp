@@ -33,6 +33,17 @@ TEST_F(KestctlSimFault, ReadThatIsCutOffHoldsTheBusUntilItIsReset)
     EXPECT_EQ(start, says({"seeprom", "read", "planar-vpd", "--length", "16"}));
 }
 
+// When SCL is let go, the chip still drives the first bit of an 'f', a 0.
+TEST_F(KestctlSimFault, ReadThatIsHeldInItsMiddleLeavesTheChipHoldingSda)
+{
+    says({"sim", "fault", "add", "hold-scl", "--address", "0xA0", "--way", "read", "--byte", "5"});
+    EXPECT_EQ(1, kestctl({"seeprom", "read", "planar-vpd", "--length", "16"}).exit);
+    says({"sim", "fault", "clear"});
+    EXPECT_THAT(kestctl({"detect", "planar-vpd"}).errors, HasSubstr("the bus is held: SDA stays low"));
+    EXPECT_EQ("sim:planar: reset, the bus is free\n", says({"reset", "sim:planar"}));
+    EXPECT_EQ(0, kestctl({"detect", "planar-vpd"}).exit);
+}
+
 // Three bytes go out for the read that fills the undo file, and 35 for the page. The fortieth asks whether the write
 // cycle has ended.
 TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedByTheNextWrite)
