@@ -136,14 +136,29 @@ hub922* busChips::findHub(std::uint8_t address)
     return isHub && found->in(m_use).isThere() ? &use<hub922>(*found) : nullptr;
 }
 
-// A chip that leaves loses its power.
+// What loses its power when a chip is taken out: the chip, and those in their places behind a hub.
+std::vector<chip*> busChips::poweredThrough(const storedChip& source)
+{
+    std::vector<chip*> found;
+    for (auto& member : m_members) {
+        const bool isBehind = source.about().kind == chipKind::hub && member.about().behindHub &&
+                              member.about().hub == source.about().address;
+        if ((&member == &source || isBehind) && member.in(m_use).isThere()) {
+            found.push_back(&member.model());
+        }
+    }
+    return found;
+}
+
 bool busChips::remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now)
 {
     storedChip* const found = findMember(address, hub, port);
     if (found == nullptr || !found->in(m_use).isThere()) {
         return false;
     }
-    cyclePower(found->model(), now);
+    for (chip* const each : poweredThrough(*found)) {
+        cyclePower(*each, now);
+    }
     found->model().putInPlace(false);
     return true;
 }
@@ -151,10 +166,13 @@ bool busChips::remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port,
 void busChips::insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now)
 {
     storedChip* const found = findMember(address, hub, port);
-    if (found != nullptr && !found->in(m_use).isThere()) {
-        found->model().powerUp();
-        found->model().poweredAt(now);
-        found->model().putInPlace(true);
+    if (found == nullptr || found->in(m_use).isThere()) {
+        return;
+    }
+    found->model().putInPlace(true);
+    for (chip* const each : poweredThrough(*found)) {
+        each->powerUp();
+        each->poweredAt(now);
     }
 }
 
@@ -303,6 +321,8 @@ std::vector<chipListing> busChips::list(std::uint64_t now)
         listings.push_back({member.label(), model.list(now)});
         if (!model.isThere()) {
             listings.back().registers = {{"removed", 1, "answers nothing until it is inserted"}};
+        } else if (member.about().behindHub && findHub(member.about().hub) == nullptr) {
+            listings.back().registers = {{"removed", 1, "answers nothing until its hub is inserted"}};
         }
     }
     return listings;

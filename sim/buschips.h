@@ -52,9 +52,10 @@ public:
     /// The chip that answers an address on the bus itself; null: nobody does.
     [[nodiscard]] chip* find(std::uint8_t address);
     [[nodiscard]] hub922* findHub(std::uint8_t address);
-    /// Takes a chip out of its place. @return whether it was there: settle() is due as after a loss of power
+    /// Takes a chip out of its place, and a hub with the chips behind it.
+    /// @return whether it was there: settle() is due as after a loss of power
     bool remove(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now);
-    /// Puts it back, with its registers at their defaults.
+    /// Puts it back, with the registers at their defaults.
     void insert(std::uint8_t address, std::uint8_t hub, std::uint8_t port, std::uint64_t now);
     /// The sensor at an address of the bus itself, or behind a hub of it; null: there is none.
     /// @param hub   address of the hub, 0: on the bus itself
@@ -109,6 +110,7 @@ private:
 
     [[nodiscard]] std::optional<std::size_t> numberOf(std::uint8_t address, std::uint8_t hub, std::uint8_t port) const;
     [[nodiscard]] storedChip* findMember(std::uint8_t address, std::uint8_t hub, std::uint8_t port);
+    [[nodiscard]] std::vector<chip*> poweredThrough(const storedChip& source);
     void connectToBus(storedChip& added);
     void connectToHub(storedChip& added);
     void connectResetLines(storedChip& driver);

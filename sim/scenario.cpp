@@ -37,6 +37,23 @@ void addFault(busState& state, const faultRecord& fault)
     }
 }
 
+// What it held or drove is let go.
+void removeChip(busChips& chips, busState& state, const eventRecord& event)
+{
+    const bool isHub = event.hub == 0 && chips.findHub(event.address) != nullptr;
+    if (!chips.remove(event.address, event.hub, event.port, state.now)) {
+        return;
+    }
+    state.torn = true;
+    if (isHub) {
+        endHubFaults(state.faults, event.address, true);
+    }
+    if (chips.find(state.drivenBy) == nullptr) {
+        state.driven.letGo();
+    }
+    chips.driveResetLines(state.faults, state.now);
+}
+
 /// @return whether the event is over
 bool play(busChips& chips, busState& state, eventRecord& event)
 {
@@ -45,8 +62,7 @@ bool play(busChips& chips, busState& state, eventRecord& event)
         addFault(state, event.fault);
         break;
     case eventKind::remove:
-        state.torn = chips.remove(event.address, event.hub, event.port, state.now) || state.torn;
-        chips.driveResetLines(state.faults, state.now);
+        removeChip(chips, state, event);
         break;
     case eventKind::insert:
         chips.insert(event.address, event.hub, event.port, state.now);

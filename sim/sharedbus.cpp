@@ -184,6 +184,7 @@ void sharedBus::playDueEvents(waveText& wave)
     // a hold that ended by itself did so earlier
     endHold(wave);
     playEvents(m_chips, m_state);
+    endHold(wave);
     showFreedLine(wave);
 }
 

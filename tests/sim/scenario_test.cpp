@@ -99,6 +99,70 @@ TEST_F(Scenario, ARemovedHubTakesItsChipsAlong)
     EXPECT_EQ(outcome::addressNotAcknowledged, on->readAt(0x80, {3, 0xA2, 0}, 2).end);
 }
 
+// Status 15 comes with the power.
+TEST_F(Scenario, ARemovedHubTakesThePowerOfItsChipsAlong)
+{
+    power(chip("HUB922", "0x80") + chip("HUB922", "0x82") +
+          chip("24C02", "0xA2", "hub = 0x80\nport = 3\nimage = \"b.bin\"") +
+          chip("PCA9554", "0x40", "hub = 0x80\nport = 3") + chip("PCA9554", "0x40", "hub = 0x82\nport = 3"));
+    for (const std::uint8_t hub : Bytes{0x80, 0x82}) {
+        EXPECT_EQ(outcome::done, on->store(hub, {3, 0x40, 0x03, 0x00}));
+    }
+    EXPECT_EQ(outcome::done, on->write(0x80, {3, 0xA2, 0x10, 1, 2, 3, 4, 5, 6, 7, 8}).end);
+    play(event("at_ms = 1\ndo = \"remove\"\naddress = 0x80") + event("at_ms = 50\ndo = \"insert\"\naddress = 0x80"));
+    on->idleMs(2);
+    EXPECT_EQ("answers nothing until its hub is inserted", meaning("planar 0x80 port 3 0x40 PCA9554", "removed"));
+    const Bytes image = home.content("b.bin");
+    // choice 2 of the chip with seed 1: each byte of the page is old, new, or anything
+    EXPECT_EQ((Bytes{0x01, 0xE9, 0x03, 0xFF, 0x05, 0x96, 0xFC, 0x08}),
+              Bytes(image.begin() + 0x10, image.begin() + 0x18));
+    on->idleMs(50);
+    EXPECT_EQ(Bytes{15}, on->read(0x80, 1).data);
+    EXPECT_EQ((Bytes{0, 0xFF}), on->readAt(0x80, {3, 0x40, 0x03}, 2).data);
+    EXPECT_EQ((Bytes{0, 0x00}), on->readAt(0x82, {3, 0x40, 0x03}, 2).data);
+}
+
+TEST_F(Scenario, AChipThatLeavesLetsGoOfSda)
+{
+    EXPECT_EQ(outcome::done, on->store(0xA0, {0, 0x00, 0x00}));
+    fault({.kind = "short", .way = "read", .count = 1, .byte = 1});
+    EXPECT_EQ(outcome::shortTransfer, on->readAt(0xA0, {0}, 2).end);
+    play(event("at_ms = 1\ndo = \"remove\"\naddress = 0x90") + event("at_ms = 2\ndo = \"remove\"\naddress = 0xA0"));
+    on->idleMs(1);
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    on->idleMs(1);
+    EXPECT_EQ(outcome::done, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->probe(0x80));
+}
+
+TEST_F(Scenario, AHubThatLeavesLetsGoOfWhatItHolds)
+{
+    for (const char* kind : {"hold-sda", "hold-scl"}) {
+        SCOPED_TRACE(kind);
+        machine->clearFaults();
+        fault({.kind = kind, .address = 0x80});
+        on->probe(0x80);
+        EXPECT_NE(outcome::done, on->planar->lines());
+        play(event("at_ms = 0\ndo = \"remove\"\naddress = 0x90"));
+        EXPECT_NE(outcome::done, on->planar->lines());
+        play(event("at_ms = 0\ndo = \"remove\"\naddress = 0x80"));
+        EXPECT_EQ(outcome::done, on->planar->lines());
+        EXPECT_EQ(outcome::done, on->probe(0xA0));
+        play(event("at_ms = 0\ndo = \"insert\"\naddress = 0x80"));
+        EXPECT_EQ(outcome::done, on->probe(0x80));
+    }
+}
+
+TEST_F(Scenario, OnlyAHubThatLeavesEndsFaultsOfHubs)
+{
+    fault({.kind = "hub-silent", .untilReset = true});
+    play(event("at_ms = 0\ndo = \"remove\"\naddress = 0xA0"));
+    EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x80));
+    play(event("transaction = 1\ndo = \"remove\"\naddress = 0x80") +
+         event("transaction = 1\ndo = \"insert\"\naddress = 0x80"));
+    EXPECT_EQ(outcome::done, on->probe(0x80));
+}
+
 // From 25 to 45 degrees in ten seconds. The latest conversion of 300 ms ended at 4.8 s, with 34.6 degrees.
 TEST_F(Scenario, TemperaturesRiseEvenlyWhileTheBusIsIdle)
 {

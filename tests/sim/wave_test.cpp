@@ -400,6 +400,18 @@ TEST_F(Wave, HeldSclRisesWhenAnEventCutsThePower)
     EXPECT_NE(text.find("\n#10\n0!\n#300000\n1!\n#350015\n0\"\n"), std::string::npos) << text;
 }
 
+// It holds SCL from the begin of a START on, for 25 ms of the controller's patience and 5 ms more.
+TEST_F(Wave, HeldSclRisesWhenTheHubThatHoldsItLeaves)
+{
+    machine->addFault({.kind = "hold-scl", .address = 0x80});
+    EXPECT_EQ(outcome::sclHeld, on->probe(0x80));
+    machine->play("[[event]]\nat_ms = 5\nbus = \"planar\"\ndo = \"remove\"\naddress = 0x80\n", "s.toml");
+    on->planar->idle(10'000'000);
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#10\n0!\n#300000\n1!\n#350015\n0\"\n"), std::string::npos) << text;
+}
+
 TEST_F(Wave, ChipThatHeldSdaLetsGoInThePowerCycle)
 {
     on->store(0xA0, {0x00, 0x00, 0x00});

@@ -38,6 +38,16 @@ TEST_F(KestctlPlay, ATemperatureRisesAsTimePasses)
     EXPECT_THAT(says({"sim", "show"}), HasSubstr("49.5000 C (around it 5"));
 }
 
+// The byte that is cut off is an 'f', 0x66: after its first half comes a 0, and its chip holds SDA.
+TEST_F(KestctlPlay, AChipThatIsPulledOutFreesTheBus)
+{
+    says({"sim", "fault", "add", "short", "--address", "0xA0", "--way", "read", "--byte", "5", "--count", "1"});
+    EXPECT_EQ(1, kestctl({"seeprom", "read", "planar-vpd", "--length", "16"}).exit);
+    EXPECT_EQ(1, kestctl({"detect", "cpu-temp"}).exit);
+    says({"sim", "play", "-"}, {.input = "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"remove\"\naddress = 0xA0\n"});
+    EXPECT_EQ(0, kestctl({"detect", "cpu-temp"}).exit);
+}
+
 TEST_F(KestctlPlay, WhatIsWrongIsNamedAndChangesNothing)
 {
     const std::string file = (folder() / "day.toml").string();
