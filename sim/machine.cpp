@@ -251,8 +251,8 @@ void machineModel::takeFileFaults()
 
 bool machineModel::stillStandsFor()
 {
-    const stateFile::hold one{*m_states, 0};
-    return one.held() && m_source.stillHolds() && m_states->usable(m_source.layoutMark()) &&
+    // without a lock: a long transaction of one bus would hold up the users of all machines
+    return m_source.stillHolds() && m_states->seemsUsable(m_source.layoutMark()) &&
            std::ranges::none_of(m_buses, [](const auto& bus) { return bus != nullptr && bus->shared.metDamage(); });
 }
 

@@ -25,6 +25,8 @@ namespace
 {
 
 constexpr std::size_t headerBytes = 4096;
+// of it, those with fields
+constexpr std::size_t readHeaderBytes = 64;
 constexpr std::size_t blockHeaderBytes = 2048;
 // the last is the version
 constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 's', 'i', 'm', 6};
@@ -47,6 +49,11 @@ header readHeader(std::span<std::uint8_t> bytes)
     stateFields fields{bytes, stateFields::way::load};
     read.exchange(fields);
     return read;
+}
+
+bool isOf(const header& read, std::uint64_t layoutMark, std::size_t sizeBytes)
+{
+    return read.mark == magic && read.layout == layoutMark && read.size == sizeBytes;
 }
 
 void writeHeader(std::uint8_t* mapped, header& written)
@@ -219,23 +226,32 @@ stateFile::hold::~hold()
     }
 }
 
-bool stateFile::usable(std::uint64_t layoutMark) const
+bool stateFile::isWhole() const
 {
     struct stat now {
     };
-    if (m_mapped == nullptr || fstat(m_descriptor, &now) != 0 || now.st_nlink == 0 ||
-        std::cmp_not_equal(now.st_size, m_sizeBytes)) {
-        return false;
-    }
-    const header read = readHeader({m_mapped, headerBytes});
-    return read.mark == magic && read.layout == layoutMark && read.size == m_sizeBytes;
+    return m_mapped != nullptr && fstat(m_descriptor, &now) == 0 && now.st_nlink != 0 &&
+           std::cmp_equal(now.st_size, m_sizeBytes);
+}
+
+bool stateFile::usable(std::uint64_t layoutMark) const
+{
+    return isWhole() && isOf(readHeader({m_mapped, headerBytes}), layoutMark, m_sizeBytes);
+}
+
+// Nothing is read through the mapping: another process may be cutting the file.
+bool stateFile::seemsUsable(std::uint64_t layoutMark) const
+{
+    std::array<std::uint8_t, readHeaderBytes> begin{};
+    return isWhole() && pread(m_descriptor, begin.data(), begin.size(), 0) == static_cast<ssize_t>(begin.size()) &&
+           isOf(readHeader(begin), layoutMark, m_sizeBytes);
 }
 
 std::string stateFile::damage(std::uint64_t layoutMark) const
 {
     struct stat now {
     };
-    std::array<std::uint8_t, 64> begin{};
+    std::array<std::uint8_t, readHeaderBytes> begin{};
     if (fstat(m_descriptor, &now) != 0 || now.st_size == 0) {
         return {};
     }

@@ -50,6 +50,8 @@ public:
 
     /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
     [[nodiscard]] bool usable(std::uint64_t layoutMark) const;
+    /// The same without a lock, as the file is at some moment of the call.
+    [[nodiscard]] bool seemsUsable(std::uint64_t layoutMark) const;
     /// What is damaged in a file that is not usable; empty when nothing is: it is new, was never finished, or is of
     /// another machine. Ask under the lock of all.
     [[nodiscard]] std::string damage(std::uint64_t layoutMark) const;
@@ -83,6 +85,7 @@ private:
     void afterFork(bool child);
     static void forkHandlers();
     bool lockFile(std::size_t first, std::size_t count, bool lock) const;
+    [[nodiscard]] bool isWhole() const;
     [[nodiscard]] std::uint8_t& active(std::size_t bus) const { return m_mapped[m_blocks[bus].at]; }
     void reserveHoles();
     [[nodiscard]] bool copyTo(const std::filesystem::path& file) const;

@@ -255,6 +255,25 @@ TEST_F(Processes, StateFilesAreNotMadeOrDroppedWithinAFork)
     EXPECT_FALSE(endsWithinAFork([&] { openMachine(home.path, false); }));
 }
 
+// A thread or process that has the lock of bus 0 may wait there, in real time.
+TEST_F(Processes, OpeningDoesNotWaitForATransactionOnTheFirstBus)
+{
+    home.put("machine.toml", home.text("machine.toml") +
+                                 "[[bus]]\nname = \"other\"\n[[chip]]\nbus = \"other\"\ntype = \"PCA9554\"\n"
+                                 "address = 0x40\n");
+    reopened();
+    const Child one{[this] {
+        // ends a child that waits
+        alarm(20);
+        const std::size_t recordBytes[] = {busStateBytes + 3 * chipStateBytes, busStateBytes + chipStateBytes};
+        stateFile another{home.path / "machine.state", recordBytes};
+        const stateFile::hold transaction{another, 0};
+        User other{openMachine(home.path, false)->findBus("other", "")};
+        return transaction.held() && other.probe(0x40) == outcome::done;
+    }};
+    EXPECT_EQ(0, one.wait());
+}
+
 TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
 {
     KEST_SKIP_FORK_OF_BUSY_THREADS();
