@@ -43,43 +43,6 @@ int replaceWhole(const std::filesystem::path& file, const std::filesystem::path&
     return syncName(descriptor.number(), folder);
 }
 
-/// @param[out] sizeBytes  of the file. @return 0, or why it is not read
-int checkReadable(int descriptor, std::size_t limitBytes, std::uint64_t& sizeBytes)
-{
-    struct stat facts {
-    };
-    if (fstat(descriptor, &facts) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(facts.st_mode)) {
-        return S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
-    }
-    if (static_cast<std::uint64_t>(facts.st_size) > limitBytes) {
-        return EFBIG;
-    }
-    sizeBytes = static_cast<std::uint64_t>(facts.st_size);
-    return 0;
-}
-
-/// Fills `bytes`; makes it shorter when the file was cut off meanwhile.
-int fill(int descriptor, std::uint64_t offset, std::vector<std::uint8_t>& bytes)
-{
-    std::size_t filled = 0;
-    while (filled < bytes.size()) {
-        const ssize_t moved = uninterrupted([&] {
-            return pread(descriptor, bytes.data() + filled, bytes.size() - filled, static_cast<off_t>(offset + filled));
-        });
-        if (moved < 0) {
-            return errno;
-        }
-        if (moved == 0) {
-            bytes.resize(filled);
-        }
-        filled += static_cast<std::size_t>(moved);
-    }
-    return 0;
-}
-
 } // namespace
 
 fileDescriptor openFile(const std::filesystem::path& file, int flags)
@@ -112,17 +75,55 @@ int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vec
 int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std::uint64_t offset, std::size_t most,
                  std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes)
 {
-    sizeBytes = 0;
-    const fileDescriptor descriptor = openFile(file, O_RDONLY);
-    if (!descriptor.valid()) {
-        return errno;
-    }
-    if (const int error = checkReadable(descriptor.number(), limitBytes, sizeBytes); error != 0) {
+    fileReader reader;
+    const int error = reader.open(file, limitBytes);
+    sizeBytes = reader.sizeBytes();
+    if (error != 0) {
         return error;
     }
     const std::uint64_t behind = offset < sizeBytes ? sizeBytes - offset : 0;
     bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(most, behind)));
-    return fill(descriptor.number(), offset, bytes);
+    return reader.read(offset, bytes);
+}
+
+int fileReader::open(const std::filesystem::path& file, std::uint64_t limitBytes)
+{
+    m_descriptor = openFile(file, O_RDONLY);
+    if (!m_descriptor.valid()) {
+        return errno;
+    }
+    struct stat facts {
+    };
+    if (fstat(m_descriptor.number(), &facts) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(facts.st_mode)) {
+        return S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
+    }
+    if (static_cast<std::uint64_t>(facts.st_size) > limitBytes) {
+        return EFBIG;
+    }
+    m_sizeBytes = static_cast<std::uint64_t>(facts.st_size);
+    return 0;
+}
+
+int fileReader::read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) const
+{
+    std::size_t filled = 0;
+    while (filled < bytes.size()) {
+        const ssize_t moved = uninterrupted([&] {
+            return pread(m_descriptor.number(), bytes.data() + filled, bytes.size() - filled,
+                         static_cast<off_t>(offset + filled));
+        });
+        if (moved < 0) {
+            return errno;
+        }
+        if (moved == 0) {
+            bytes.resize(filled);
+        }
+        filled += static_cast<std::size_t>(moved);
+    }
+    return 0;
 }
 
 int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) noexcept

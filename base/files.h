@@ -29,6 +29,24 @@ int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vec
 int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std::uint64_t offset, std::size_t most,
                  std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes);
 
+/// A regular file of which parts are read.
+class fileReader
+{
+public:
+    /// Errors as for readFile().
+    int open(const std::filesystem::path& file, std::uint64_t limitBytes);
+
+    /// Size when the file was opened; 0 after a failure.
+    [[nodiscard]] std::uint64_t sizeBytes() const { return m_sizeBytes; }
+
+    /// Fills `bytes` from `offset` on. Makes it shorter where the file ends sooner.
+    int read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) const;
+
+private:
+    fileDescriptor m_descriptor;
+    std::uint64_t m_sizeBytes = 0;
+};
+
 /// Gives a file new contents: every reader finds the old ones or the new ones whole, at whatever moment the writer
 /// dies. Durable on return. The caller keeps other writers away. Never throws; without memory nothing changes.
 int replaceFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) noexcept;

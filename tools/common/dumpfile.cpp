@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <fmt/core.h>
+#include <span>
 
+#include "base/crc32.h"
 #include "base/hex.h"
 #include "tools/common/dumpreader.h"
 #include "tools/common/failure.h"
@@ -58,19 +60,6 @@ accessMode readPlace(dumpReader& dump)
 }
 
 } // namespace
-
-std::uint32_t crc32(std::span<const unsigned char> bytes)
-{
-    constexpr std::uint32_t reflectedPolynomial = 0xEDB88320;
-    std::uint32_t sum = 0xFFFFFFFF;
-    for (const unsigned char byte : bytes) {
-        sum ^= byte;
-        for (int bit = 0; bit < 8; ++bit) {
-            sum = sum >> 1 ^ ((sum & 1) != 0 ? reflectedPolynomial : 0U);
-        }
-    }
-    return ~sum;
-}
 
 dumpContents dumpOf(const seeprom& chip, std::uint32_t offset, const byteVector& bytes)
 {

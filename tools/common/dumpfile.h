@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 
 #include "tools/common/seeprom.h"
@@ -31,8 +30,5 @@ struct dumpContents {
 /// Reads a dump file of this format or the previous one, strictly. A missing, unknown or repeated key, a value of
 /// another kind, and a sum that does not match are failures (exit code 2) that say what is wrong.
 [[nodiscard]] dumpContents parseDump(const std::string& fileName, const std::string& text);
-
-/// CRC-32 (polynomial 0x04C11DB7, reflected, as in zip files).
-[[nodiscard]] std::uint32_t crc32(std::span<const unsigned char> bytes);
 
 } // namespace kest::tools
