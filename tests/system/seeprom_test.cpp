@@ -294,6 +294,25 @@ TEST_F(Seeprom, MixedModePrefersTheCopy)
     EXPECT_EQ((Bytes{6, 6}), readAs(mixedMode, 9, 0, 2).data);
 }
 
+/// A damaged copy is reported; the hardware does not step in for it.
+TEST_F(Seeprom, ADamagedCopyIsServedInNoMode)
+{
+    ASSERT_EQ(0, host::replaceCopy(9, Bytes(300, 0x11)));
+    // one bit of its bytes
+    std::fstream file(host::copyPath(9), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(100).put(0x13);
+    file.close();
+    for (const kest_attributeValue mode : {fileMode, mixedMode}) {
+        const Ending got = readAs(mode, 9, 0, 16);
+        EXPECT_EQ(0x80001305U, got.returnCode);
+        EXPECT_EQ(9U, got.word4);
+        EXPECT_TRUE(got.data.empty());
+        EXPECT_EQ(0x80001305U, writeAs(mode, 9, 0, {5, 5}).returnCode);
+    }
+    settle();
+    EXPECT_EQ(pattern(32768, 1), image("main.bin"));
+}
+
 TEST_F(Seeprom, TimeOutOnceIsRescuedAndLogged)
 {
     machine->addFault({.kind = "hold-sda", .bus = "planar", .address = 0xA0, .nth = 1, .count = 1});

@@ -38,13 +38,14 @@ accessMode registryMode()
     return row == modes.end() ? accessMode::registry : row->mode;
 }
 
-/// Whether there is a copy that can serve the device. A copy that can't be read counts: the library reports it.
+/// Whether there is a copy that can serve the device. One that is damaged, empty or can't be read counts: the library
+/// reports it.
 bool hasCopy(const device& which)
 {
     std::vector<std::uint8_t> none;
-    std::uint64_t sizeBytes = 0;
-    const int error = host::readCopyPart(which.number, 0, 0, none, sizeBytes);
-    return copyIsItsOwn(which) && (error == 0 ? sizeBytes != 0 : error != ENOENT);
+    host::copyFinding found;
+    const int error = host::readCopyPart(which.number, 0, 0, none, found);
+    return copyIsItsOwn(which) && error != ENOENT && error != ENOTDIR;
 }
 
 } // namespace

@@ -31,6 +31,9 @@ constexpr std::uint32_t codeHubWasReset = kest_codeHubWasReset;
 
 constexpr std::uint32_t reasonBits = 0xFFFF;
 
+/// Reason of the VPD service.
+constexpr std::uint32_t reasonCopyDamaged = 0x1407;
+
 /// Reasons under which the library reports a failed call of the IIC layer.
 constexpr std::array<std::uint32_t, 10> layerReasons{
     KEST_REASON_OPEN_GONE, KEST_REASON_OPEN, KEST_REASON_DEADLOCK, KEST_REASON_CONFIG,         KEST_REASON_NO_ANSWER,
@@ -47,6 +50,8 @@ struct reasonRow {
 
 constexpr std::array reasonRows{
     reasonRow{KEST_REASON_COPY_ABSENT, exitAbsent, "there is no persisted copy", "'kestctl copy capture' makes one"},
+    reasonRow{reasonCopyDamaged, exitFailed, "the persisted copy is damaged",
+              "'kestctl copy verify' shows where; 'copy capture' or 'import' makes it anew"},
     reasonRow{KEST_REASON_DEVICE_ABSENT, exitAbsent, "nothing answers",
               "check address and power; 'kestctl scan BUS' shows what does"},
     reasonRow{KEST_REASON_DETECT_STATE, exitFailed, "the bus is held, or answers oddly",

@@ -28,6 +28,7 @@ constexpr std::array reasons{
     codeRow{0x1404, "the file of the persisted copy failed"},
     codeRow{0x1405, "the device table has no such number there"},
     codeRow{0x1406, "no memory for the persisted copy"},
+    codeRow{0x1407, "the persisted copy is damaged"},
     codeRow{0x1501, "a null argument to the registry"},
     codeRow{0x1502, "no such registry key"},
     codeRow{0x1503, "the registry's value does not fit"},
@@ -52,6 +53,7 @@ constexpr std::array reasons{
 
 constexpr std::array vpdModules{codeRow{1, "persisted copy read"}, codeRow{2, "persisted copy write"},
                                 codeRow{3, "device text of a number"}};
+constexpr std::array vpdSubsections{codeRow{1, "root of the copy"}, codeRow{2, "file of the copy"}};
 constexpr std::array registryModules{codeRow{1, "registry read"}};
 constexpr std::array kestdModules{codeRow{1, "request refused"}};
 
@@ -73,7 +75,7 @@ struct componentRow {
 };
 constexpr std::array components{
     componentRow{kest_component, kest_moduleTexts, kest_detailsTexts},
-    componentRow{componentVpd, vpdModules, {}},
+    componentRow{componentVpd, vpdModules, vpdSubsections},
     componentRow{componentRegistry, registryModules, registrySubsections},
     componentRow{componentService, kestdModules, kestdSubsections},
     componentRow{componentTools, {}, kestctlSubsections},

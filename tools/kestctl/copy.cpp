@@ -5,7 +5,6 @@
 #include <fmt/core.h>
 #include <optional>
 
-#include "platform/host/configuration/configuration.h"
 #include "platform/host/vpd/copies.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
@@ -17,6 +16,8 @@
 #include "tools/common/seeprom.h"
 #include "tools/common/when.h"
 #include "tools/kestctl/area.h"
+#include "tools/kestctl/copychoice.h"
+#include "tools/kestctl/copyverify.h"
 
 namespace kest::tools
 {
@@ -27,7 +28,8 @@ struct copyOptions {
     std::string which; ///< name or number of the device table, or any device number
     std::string file; ///< for import and export; "-" is standard input or output
     bool yes = false; ///< an existing copy may be replaced or removed
-    bool force = false; ///< raw bytes even to a terminal; a copy of another size than its device
+    /// Raw bytes even to a terminal, even of a damaged copy; a copy of any file, whatever its size.
+    bool force = false;
 };
 
 struct captureOptions {
@@ -37,108 +39,67 @@ struct captureOptions {
     bool yes = false;
 };
 
-/// The device that a number's copy belongs to; none when the table has no valid row for the number.
-std::optional<device> ownerOf(std::uint32_t number)
-{
-    try {
-        return findDevice(std::to_string(number));
-    } catch (const failure&) {
-        return std::nullopt;
-    }
-}
-
-/// Name of the device that a copy belongs to; empty when the table has none.
-std::string nameOf(std::uint32_t number)
-{
-    const auto& devices = host::currentConfiguration().devices;
-    const auto found = std::ranges::find_if(devices, [number](const host::deviceEntry& entry) {
-        device which;
-        which.number = number;
-        which.position = entry.position;
-        return entry.number == number && copyIsItsOwn(which);
-    });
-    return found == devices.end() ? "" : found->name;
-}
-
-/// A copy needs no device. It is named by any device number, or by a name of the device table.
-std::uint32_t numberOf(const std::string& which)
-{
-    if (!which.empty() && which[0] >= '0' && which[0] <= '9') {
-        return static_cast<std::uint32_t>(parseNumber(which, "device number", 0xFFFFFFFF));
-    }
-    const device found = findDevice(which);
-    // a device text has no number; a row of the table may have any number, even 0
-    if (isDeviceText(which)) {
-        throw failure{.code = exitWrongUse,
-                      .what = "a copy belongs to a device number, and this device has none",
-                      .tryThis = "give it a row in the device table, or name the copy by its number",
-                      .device = which};
-    }
-    refuseForeignCopy(found);
-    return found.number;
-}
-
-std::string labelOf(std::uint32_t number)
-{
-    const std::string name = nameOf(number);
-    return name.empty() ? fmt::format("copy {}", number) : fmt::format("copy {} ({})", number, name);
-}
-
-/// Throws for the `errno` that a function of the copies returned.
-void throwCopy(int error, std::uint32_t number, const std::string& step)
-{
-    if (error == 0) {
-        return;
-    }
-    failure why = systemFailure(error, step, labelOf(number));
-    if (error == ENOENT) {
-        why.code = exitAbsent;
-        why.what = "there is no such copy";
-        why.tryThis = "'kestctl copy list' shows the copies";
-    } else if (error == EFBIG) {
-        why.what = fmt::format("more than {} bytes", host::largestCopyBytes);
-    }
-    throw why;
-}
-
+/// A copy that is damaged is there, too.
 bool exists(std::uint32_t number)
 {
-    std::vector<std::uint8_t> bytes;
-    const int error = host::readCopy(number, bytes);
+    host::copyInfo found;
+    const int error = host::checkCopy(number, found);
     if (error != ENOENT) {
         throwCopy(error, number, "look at");
     }
     return error == 0;
 }
 
-int replace(const context& shared, std::uint32_t number, const byteVector& bytes, bool yes,
-            const std::vector<std::uint32_t>& wavered)
+/// What becomes a copy.
+struct newCopy {
+    std::uint32_t number = 0;
+    byteVector bytes;
+    host::copyFacts facts;
+    std::vector<std::uint32_t> wavered = {};
+};
+
+int replace(const context& shared, const newCopy& fresh, bool yes)
 {
-    if (exists(number)) {
-        confirm(fmt::format("{}: replace it?", labelOf(number)), yes);
+    const std::string label = copyLabel(fresh.number);
+    if (exists(fresh.number)) {
+        confirm(fmt::format("{}: replace it?", label), yes);
     }
-    throwCopy(host::replaceCopy(number, bytes), number, "write");
+    throwCopy(host::replaceCopy(fresh.number, fresh.bytes, fresh.facts), fresh.number, "write");
     if (shared.json) {
-        standardOutput().json(
-            {{"number", number}, {"name", nameOf(number)}, {"size", bytes.size()}, {"wavered", jsonNumbers(wavered)}});
+        host::copyInfo made;
+        throwCopy(host::checkCopy(fresh.number, made), fresh.number, "look at");
+        jsonValue result = copyJson(made);
+        result.add("wavered", jsonNumbers(fresh.wavered));
+        standardOutput().json(result);
     } else {
-        standardOutput().text(
-            fmt::format("{}: holds {} now\n", escaped(labelOf(number)), countText(bytes.size(), "byte")));
+        standardOutput().text(fmt::format("{}: holds {} now\n", escaped(label), countText(fresh.bytes.size(), "byte")));
     }
     return exitDone;
+}
+
+/// Size of the device that a number's copy belongs to; 0 when it is not known.
+std::uint32_t capacityOf(std::uint32_t number)
+{
+    const std::optional<device> owner = ownerOf(number);
+    return owner ? owner->end().type->bytes : 0;
 }
 
 /// Refuses a copy of another size than its device: it was made from something else, or cut.
 void requireSize(std::uint32_t number, std::size_t bytes, const std::string& file)
 {
-    const std::optional<device> owner = ownerOf(number);
-    const std::uint32_t capacity = owner ? owner->end().type->bytes : 0;
+    const std::uint32_t capacity = capacityOf(number);
     if (capacity != 0 && bytes != capacity) {
         throw failure{.code = exitWrongUse,
                       .what = fmt::format("{} holds {}, the device {}", file, countText(bytes, "byte"), capacity),
                       .tryThis = "--force makes a copy of it all the same",
-                      .device = labelOf(number)};
+                      .device = copyLabel(number)};
     }
+}
+
+std::string listLine(const std::string& number, const std::string& name, const std::string& size,
+                     const std::string& captured, const char* state)
+{
+    return fmt::format("{:>10} {:18} {:>10}  {:24} {}\n", number, name, size, captured, state);
 }
 
 int runCopyList(const context& shared)
@@ -148,56 +109,73 @@ int runCopyList(const context& shared)
         throw systemFailure(error, "list", "persisted copies");
     }
     jsonList rows;
-    std::string text;
+    std::string text = listLine("NUMBER", "NAME", "SIZE", "CAPTURED", "STATE");
     for (const host::copyInfo& copy : copies) {
-        rows.push_back({{"number", copy.number},
-                        {"name", nameOf(copy.number)},
-                        {"size", copy.sizeBytes},
-                        {"modified_ms", copy.modifiedMs}});
-        text += fmt::format("{:>10} {:24} {:>12}  {}\n", copy.number, escaped(nameOf(copy.number)),
-                            sizeText(copy.sizeBytes), timeText(copy.modifiedMs));
+        rows.push_back(copyJson(copy));
+        text += listLine(std::to_string(copy.number), escaped(ownerName(copy.number)),
+                         copy.sizeBytes != 0 ? sizeText(copy.sizeBytes) : "-",
+                         copy.facts.capturedMs ? timeText(*copy.facts.capturedMs) : "-", stateWord(copy.state));
     }
     if (shared.json) {
         standardOutput().json({{"copies", rows}});
     } else if (copies.empty()) {
         standardOutput().text("no persisted copies; 'kestctl copy capture DEVICE' makes one\n");
     } else {
-        standardOutput().text(fmt::format("{:>10} {:24} {:>12}  {}\n", "NUMBER", "NAME", "SIZE", "CHANGED") + text);
+        standardOutput().text(text);
     }
     return exitDone;
+}
+
+/// A file with check sums would become the contents of another one.
+void refuseCopyFile(const byteVector& bytes, const std::string& file)
+{
+    host::copyHeader header;
+    if (host::kindOfCopy(bytes, header) != host::copyKind::raw) {
+        throw wrongUse(file + " is the file of a copy, with check sums, and no raw bytes",
+                       "'kestctl copy export' writes raw bytes; --force takes it as it is");
+    }
 }
 
 /// Makes a copy from a file's bytes. If the table has a device of that number, the sizes must match.
 int runCopyImport(const context& shared, const copyOptions& options)
 {
-    const std::uint32_t number = numberOf(options.which);
+    const std::uint32_t number = copyNumber(options.which);
     const byteVector bytes = readInput(options.file, host::largestCopyBytes);
     if (bytes.empty()) {
         throw wrongUse(options.file + " is empty");
     }
     if (!options.force) {
+        refuseCopyFile(bytes, options.file);
         requireSize(number, bytes.size(), options.file);
     }
-    return replace(shared, number, bytes, options.yes, {});
+    // nobody knows when a file's bytes were read
+    return replace(shared, {.number = number, .bytes = bytes, .facts = {.deviceBytes = capacityOf(number)}},
+                   options.yes);
 }
 
 int runCopyExport(const context& shared, const copyOptions& options)
 {
-    const std::uint32_t number = numberOf(options.which);
+    const std::uint32_t number = copyNumber(options.which);
     byteVector bytes;
-    throwCopy(host::readCopy(number, bytes), number, "read");
+    int error = host::readCopy(number, bytes);
+    const bool damaged = error == EBADMSG;
+    if (damaged && options.force) {
+        error = host::salvageCopy(number, bytes);
+    }
+    throwCopy(error, number, "read");
     writeOutput(options.file, bytes, options.force);
     if (shared.json && options.file != "-") {
-        standardOutput().json({{"number", number}, {"size", bytes.size()}, {"output", options.file}});
+        standardOutput().json(
+            {{"number", number}, {"size", bytes.size()}, {"output", options.file}, {"salvaged", damaged}});
     }
     return exitDone;
 }
 
 int runCopyRemove(const context& shared, const copyOptions& options)
 {
-    const std::uint32_t number = numberOf(options.which);
+    const std::uint32_t number = copyNumber(options.which);
     if (exists(number)) {
-        confirm(fmt::format("{}: remove it?", labelOf(number)), options.yes);
+        confirm(fmt::format("{}: remove it?", copyLabel(number)), options.yes);
     }
     throwCopy(host::removeCopy(number), number, "remove");
     if (shared.json) {
@@ -209,10 +187,16 @@ int runCopyRemove(const context& shared, const copyOptions& options)
 /// Makes a copy from the hardware, from bytes that are certain.
 int runCopyCapture(const context& shared, const captureOptions& options)
 {
-    const std::uint32_t number = numberOf(options.device);
+    const std::uint32_t number = copyNumber(options.device);
     seeprom chip(findDevice(options.device), {.speedKhz = options.speedKhz, .votes = std::max(options.votes, 1U)});
     const byteVector bytes = chip.read(chip.range(0, std::nullopt), "capture");
-    return replace(shared, number, bytes, options.yes, chip.wavered());
+    const auto deviceBytes = static_cast<std::uint32_t>(bytes.size());
+    return replace(shared,
+                   {.number = number,
+                    .bytes = bytes,
+                    .facts = {.deviceBytes = deviceBytes, .capturedMs = nowMs()},
+                    .wavered = chip.wavered()},
+                   options.yes);
 }
 
 void addCopyVerb(command area, context& shared, const char* name, const char* help, const char* fileHelp,
@@ -249,10 +233,11 @@ void addCopy(command program, context& shared)
     const command area = addArea(program, "copy", "persisted copies of SEEPROMs, for file and mixed mode");
     runs(addVerb(area, "list", "show the copies"), shared, runCopyList);
     addCapture(area, shared);
+    addCopyVerify(area, shared);
     addCopyVerb(area, shared, "import", "make a copy from a file", "file, - for standard input",
-                "import even if the file is larger or smaller than the device", runCopyImport);
+                "import even if the file is larger or smaller than the device, or a copy's", runCopyImport);
     addCopyVerb(area, shared, "export", "save a copy in a file", "file, - for standard output",
-                "write raw bytes even to a terminal", runCopyExport);
+                "write what a damaged copy holds, and raw bytes even to a terminal", runCopyExport);
     addCopyVerb(area, shared, "remove", "remove a copy", nullptr, nullptr, runCopyRemove);
 }
 

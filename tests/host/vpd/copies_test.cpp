@@ -107,15 +107,15 @@ TEST_F(Copies, ReadsAtOrPastTheEndAreErrors)
 TEST_F(Copies, APartIsReadWithoutTheRest)
 {
     Bytes part;
-    std::uint64_t sizeBytes = 0;
-    EXPECT_EQ(0, host::readCopyPart(8, 7, 2, part, sizeBytes));
+    host::copyFinding found;
+    EXPECT_EQ(0, host::readCopyPart(8, 7, 2, part, found));
     EXPECT_EQ((Bytes{7, 8}), part);
-    EXPECT_EQ(10U, sizeBytes);
-    EXPECT_EQ(0, host::readCopyPart(8, 11, 2, part, sizeBytes));
+    EXPECT_EQ(10U, found.sizeBytes);
+    EXPECT_EQ(0, host::readCopyPart(8, 11, 2, part, found));
     EXPECT_TRUE(part.empty());
-    EXPECT_EQ(10U, sizeBytes);
-    EXPECT_EQ(ENOENT, host::readCopyPart(9, 0, 2, part, sizeBytes));
-    EXPECT_EQ(0U, sizeBytes);
+    EXPECT_EQ(10U, found.sizeBytes);
+    EXPECT_EQ(ENOENT, host::readCopyPart(9, 0, 2, part, found));
+    EXPECT_EQ(0U, found.sizeBytes);
 }
 
 TEST_F(Copies, NoCopyIsNoDataAndNoError)
@@ -189,7 +189,7 @@ TEST_F(Copies, RootsThatLeadElsewhereAreRefused)
                                      std::string("qorn/"), std::string("q\nr"), std::string(256, 'a')}) {
         EXPECT_EQ("80001401: 7 1 0 22", read(7, 1, 0, wrong.c_str())) << wrong;
         EXPECT_EQ("80001401: 7 1 0 22", write(7, {1}, 0, wrong.c_str())) << wrong;
-        EXPECT_EQ(EINVAL, host::replaceCopy(7, Bytes{1}, wrong));
+        EXPECT_EQ(EINVAL, host::replaceCopy(7, Bytes{1}, {}, wrong));
         EXPECT_EQ(EINVAL, host::removeCopy(7, wrong));
     }
 }

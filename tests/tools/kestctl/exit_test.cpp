@@ -100,6 +100,17 @@ KestctlExitCodes::Cases KestctlExitCodes::failed() const
                  says({"copy", "remove", "panel-vpd", "--yes"});
                  return code;
              }},
+            {"the persisted copy is damaged",
+             [this] {
+                 says({"copy", "capture", "panel-vpd"});
+                 const auto copy = machine() / "state/qorn/P3_Root/53250";
+                 writeFile(copy, readFile(copy) + "x");
+                 const int code = exitOfAll({{"seeprom", "read", "panel-vpd", "--mode", "mixed"},
+                                             {"copy", "verify", "panel-vpd"},
+                                             {"copy", "export", "panel-vpd", "-"}});
+                 says({"copy", "remove", "panel-vpd", "--yes"});
+                 return code;
+             }},
             {"a file can't be read or written, or the disk is full",
              [this] {
                  return exitOfAll({{"seeprom", "read", "panel-vpd", "-o", "/dev/full"},

@@ -1,0 +1,126 @@
+#include "platform/host/vpd/copyfile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+
+namespace kest::host
+{
+
+namespace
+{
+
+/// Read at once: the header and all check sums of any copy, and the whole file of a device of up to 16 KiB.
+constexpr std::size_t frontBytes = 20 << 10;
+static_assert(copyLayout(largestCopyBytes).dataOffset() <= frontBytes);
+static_assert(copyLayout(16 << 10).fileBytes() <= frontBytes);
+
+} // namespace
+
+int copyFile::open(const std::filesystem::path& file)
+{
+    if (const int error = m_reader.open(file, largestCopyFileBytes); error != 0) {
+        return error == EINVAL ? ESPIPE : error;
+    }
+    if (const int error = look(); error != 0) {
+        return error;
+    }
+    if (const int error = copyError(m_kind, m_reader.sizeBytes()); error != 0) {
+        return error;
+    }
+    m_sizeBytes = hasSums() ? m_header.heldBytes : static_cast<std::uint32_t>(m_reader.sizeBytes());
+    return 0;
+}
+
+/// Finds out what the file is.
+int copyFile::look()
+{
+    const std::uint64_t size = m_reader.sizeBytes();
+    m_front.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size, frontBytes)));
+    if (const int error = m_reader.read(0, m_front); error != 0) {
+        return error;
+    }
+    std::vector<std::uint8_t> back(static_cast<std::size_t>(std::min<std::uint64_t>(size, copyLayout::markBytes)));
+    if (const int error = take(size - back.size(), back); error != 0) {
+        return error;
+    }
+    const auto header = std::span(m_front).first(std::min<std::size_t>(m_front.size(), copyLayout::headerBytes));
+    m_kind = kindOfCopy(header, back, size, m_header);
+    return 0;
+}
+
+/// Fills `bytes`; makes it shorter where the file ends sooner.
+int copyFile::take(std::uint64_t at, std::vector<std::uint8_t>& bytes) const
+{
+    if (at > m_front.size() || bytes.size() > m_front.size() - at) {
+        return m_reader.read(at, bytes);
+    }
+    std::ranges::copy(std::span(m_front).subspan(static_cast<std::size_t>(at), bytes.size()), bytes.begin());
+    return 0;
+}
+
+/// Reads whole blocks, damaged ones too.
+int copyFile::takeBlocks(std::uint32_t first, std::uint32_t last, std::vector<std::uint8_t>& bytes,
+                         std::vector<std::uint32_t>& damagedBlocks) const
+{
+    const copyLayout layout(m_header.heldBytes);
+    const std::size_t wanted = std::size_t{last - first} * copyBlockBytes + layout.blockBytes(last);
+    bytes.resize(wanted);
+    const std::uint64_t from = layout.dataOffset() + std::uint64_t{first} * copyBlockBytes;
+    if (const int error = take(from, bytes); error != 0) {
+        return error;
+    }
+    if (bytes.size() < wanted) {
+        // cut off since it was opened
+        return EBADMSG;
+    }
+    for (std::uint32_t block = first; block <= last; ++block) {
+        const auto sum = std::span(m_front).subspan(layout.sumOffset(block), copyLayout::sumBytes);
+        const std::size_t at = std::size_t{block - first} * copyBlockBytes;
+        if (!provesBlock(sum, std::span(bytes).subspan(at, layout.blockBytes(block)))) {
+            damagedBlocks.push_back(block);
+        }
+    }
+    return 0;
+}
+
+int copyFile::read(std::uint32_t offset, std::size_t most, std::vector<std::uint8_t>& bytes,
+                   std::uint32_t& damagedBlock) const
+{
+    const std::size_t length = offset < m_sizeBytes ? std::min<std::size_t>(most, m_sizeBytes - offset) : 0;
+    bytes.resize(length);
+    if (length == 0) {
+        return 0;
+    }
+    if (!hasSums()) {
+        return take(offset, bytes);
+    }
+    const std::uint32_t first = offset / copyBlockBytes;
+    const auto last = static_cast<std::uint32_t>((offset + length - 1) / copyBlockBytes);
+    std::vector<std::uint32_t> damagedBlocks;
+    int error = takeBlocks(first, last, bytes, damagedBlocks);
+    if (error == 0 && !damagedBlocks.empty()) {
+        damagedBlock = damagedBlocks.front();
+        error = EBADMSG;
+    }
+    if (error != 0) {
+        bytes.clear();
+        return error;
+    }
+    const std::size_t skipped = offset - std::size_t{first} * copyBlockBytes;
+    bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(skipped));
+    bytes.resize(length);
+    return 0;
+}
+
+int copyFile::check(std::vector<std::uint32_t>& damagedBlocks) const
+{
+    damagedBlocks.clear();
+    if (!hasSums()) {
+        return 0;
+    }
+    std::vector<std::uint8_t> bytes;
+    return takeBlocks(0, copyLayout(m_header.heldBytes).blocks() - 1, bytes, damagedBlocks);
+}
+
+} // namespace kest::host
