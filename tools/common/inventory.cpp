@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <fmt/core.h>
-#include <tuple>
+#include <string_view>
+#include <utility>
 
 #include "platform/host/configuration/configuration.h"
 #include "tools/common/failure.h"
@@ -13,15 +14,25 @@ namespace kest::tools
 namespace
 {
 
-auto place(const inventoryItem& item)
+// The local node comes first.
+auto placeOf(const busName& bus)
 {
-    std::vector<unsigned> way;
-    for (const hubStep& step : item.hubs) {
-        way.insert(way.end(), {step.address, step.port});
-    }
-    way.push_back(item.address);
-    return std::tuple(item.bus.node == "L" ? "" : item.bus.node, item.bus.path, way);
+    return std::pair(bus.node == "L" ? std::string_view() : std::string_view(bus.node), std::string_view(bus.path));
 }
+
+auto busOf(const inventoryItem& item) { return placeOf(item.bus); }
+
+/// A byte for each address and port on the way, and the address.
+std::string wayTo(const inventoryItem& item)
+{
+    std::string way;
+    for (const hubStep& step : item.hubs) {
+        way += {static_cast<char>(step.address), static_cast<char>(step.port)};
+    }
+    return way + static_cast<char>(item.address);
+}
+
+auto place(const inventoryItem& item) { return std::pair(busOf(item), wayTo(item)); }
 
 /// The node of a device text that the configuration maps to a node of the machine; empty when none does.
 std::string nodeOf(const std::string& simNode)
@@ -45,25 +56,36 @@ inventory::inventory()
 {
     addTable();
     addMachine();
+    sort();
+}
+
+// Of several at one place the first is kept, or the first with a name.
+void inventory::sort()
+{
     std::ranges::stable_sort(m_items, {}, place);
+    std::vector<inventoryItem> kept;
+    for (inventoryItem& item : m_items) {
+        if (kept.empty() || place(kept.back()) != place(item)) {
+            kept.push_back(std::move(item));
+        } else if (kept.back().name.empty() && !item.name.empty()) {
+            kept.back() = std::move(item);
+        }
+    }
+    m_items = std::move(kept);
+}
+
+std::span<const inventoryItem> inventory::on(const busName& bus) const
+{
+    const auto found = std::ranges::equal_range(m_items, placeOf(bus), {}, busOf);
+    return {found.begin(), found.end()};
 }
 
 const inventoryItem* inventory::find(const busName& bus, std::uint8_t address) const
 {
-    const auto found = std::ranges::find_if(m_items, [&](const inventoryItem& item) {
-        return item.bus.path == bus.path && item.bus.node == bus.node && item.hubs.empty() && item.address == address;
-    });
-    return found == m_items.end() ? nullptr : &*found;
-}
-
-void inventory::add(inventoryItem item)
-{
-    const auto same = std::ranges::find(m_items, place(item), place);
-    if (same == m_items.end()) {
-        m_items.push_back(std::move(item));
-    } else if (same->name.empty() && !item.name.empty()) {
-        *same = std::move(item);
-    }
+    const std::span<const inventoryItem> here = on(bus);
+    const auto found = std::ranges::find_if(
+        here, [address](const inventoryItem& item) { return item.hubs.empty() && item.address == address; });
+    return found == here.end() ? nullptr : &*found;
 }
 
 void inventory::addDevice(const device& which, const std::string& name)
@@ -82,7 +104,7 @@ void inventory::addDevice(const device& which, const std::string& name)
             item.number = which.number;
             item.text = which.text;
         }
-        add(std::move(item));
+        m_items.push_back(std::move(item));
         way.push_back({link.address, link.port});
     }
 }
@@ -117,13 +139,13 @@ void inventory::addMachine()
                 way.push_back({chip.hubAddress, chip.port});
             }
             if (!node.empty()) {
-                add({.bus = {"sim:" + chip.bus, node},
-                     .hubs = way,
-                     .address = chip.address,
-                     .chip = chipName(chip.type),
-                     .name = {},
-                     .number = 0,
-                     .text = {}});
+                m_items.push_back({.bus = {"sim:" + chip.bus, node},
+                                   .hubs = way,
+                                   .address = chip.address,
+                                   .chip = chipName(chip.type),
+                                   .name = {},
+                                   .number = 0,
+                                   .text = {}});
             }
         }
     } catch (const failure& why) {

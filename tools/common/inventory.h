@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,10 @@ public:
     /// The device at an address of the bus itself; null when none is known.
     [[nodiscard]] const inventoryItem* find(const busName& bus, std::uint8_t address) const;
 
-    /// In the order of bus, way and address.
+    /// In the order of bus, way and address: what is behind a hub follows the hub. No two are at one place.
     [[nodiscard]] const std::vector<inventoryItem>& items() const { return m_items; }
+    /// Those of one bus, in the same order.
+    [[nodiscard]] std::span<const inventoryItem> on(const busName& bus) const;
     /// Why something is left out: rows of the table that are not valid, or a machine that can't be opened.
     [[nodiscard]] const std::vector<std::string>& trouble() const { return m_trouble; }
 
@@ -46,7 +49,7 @@ private:
     void addTable();
     void addMachine();
     void addDevice(const device& which, const std::string& name);
-    void add(inventoryItem item);
+    void sort();
 
     std::vector<inventoryItem> m_items;
     std::vector<std::string> m_trouble;

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <fmt/core.h>
+#include <set>
+#include <span>
+#include <utility>
 
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
@@ -35,7 +38,17 @@ struct branch {
 
 std::string trimmed(const std::string& text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
 
-bool sameBus(const busName& one, const busName& other) { return one.path == other.path && one.node == other.node; }
+/// Devices that follow one another in the inventory.
+using itemRange = std::span<const inventoryItem>;
+
+/// The first items, as long as they are alike.
+/// @param key  gets an item; items with the same result are alike
+template <typename Key>
+itemRange firstRun(itemRange items, Key key)
+{
+    const auto isOther = [&](const inventoryItem& item) { return key(item) != key(items.front()); };
+    return items.first(static_cast<std::size_t>(std::ranges::find_if(items, isOther) - items.begin()));
+}
 
 /// The state of something without a device text. An adapter may be unable to ask it.
 const char* stateAt(const busName& bus, std::uint8_t address)
@@ -64,14 +77,20 @@ class treeBuilder
 public:
     explicit treeBuilder(bool probe) : m_probe(probe) {}
 
-    /// The devices of one bus that are reached through `hubs`.
-    [[nodiscard]] std::vector<branch> devices(const busName& bus, const std::vector<hubStep>& hubs) const
+    /// @param items  a whole bus, or all that is behind one port
+    /// @param depth  how many hubs they are behind
+    [[nodiscard]] std::vector<branch> devices(itemRange items, std::size_t depth) const
     {
         std::vector<branch> found;
-        for (const inventoryItem& item : m_all.items()) {
-            if (sameBus(item.bus, bus) && item.hubs == hubs) {
-                found.push_back(deviceBranch(item));
+        while (!items.empty()) {
+            const itemRange here = firstRun(items, [depth](const inventoryItem& item) {
+                return item.hubs.size() == depth ? item.address : item.hubs[depth].address;
+            });
+            // what is behind a hub that is not known is not shown
+            if (here.front().hubs.size() == depth) {
+                found.push_back(deviceBranch(here));
             }
+            items = items.subspan(here.size());
         }
         return found;
     }
@@ -80,7 +99,7 @@ public:
     {
         branch result{.label = escaped(busText(which)),
                       .row = {{"path", which.path}, {"node", which.node}},
-                      .branches = devices(which, {})};
+                      .branches = devices(m_all.on(which), 0)};
         if (const std::string limits = adapterText(which); !limits.empty()) {
             result.label += "  (" + limits + ")";
             result.row.add("adapter", limits);
@@ -92,8 +111,12 @@ public:
     [[nodiscard]] std::vector<busName> buses() const
     {
         std::vector<busName> found = allBuses();
+        std::set<std::pair<std::string, std::string>> known;
+        for (const busName& bus : found) {
+            known.emplace(bus.path, bus.node);
+        }
         for (const inventoryItem& item : m_all.items()) {
-            if (std::ranges::none_of(found, [&item](const busName& bus) { return sameBus(bus, item.bus); })) {
+            if (known.emplace(item.bus.path, item.bus.node).second) {
                 found.push_back(item.bus);
             }
         }
@@ -103,8 +126,10 @@ public:
     [[nodiscard]] const std::vector<std::string>& trouble() const { return m_all.trouble(); }
 
 private:
-    [[nodiscard]] branch deviceBranch(const inventoryItem& item) const
+    /// @param items  a device, and what is behind it
+    [[nodiscard]] branch deviceBranch(itemRange items) const
     {
+        const inventoryItem& item = items.front();
         branch result;
         std::string label = fmt::format("{}  {:<8} {}", addressText(item.address), item.chip, escaped(item.name));
         result.row = {{"address", item.address}, {"address7", item.address >> 1U}, {"type", item.chip},
@@ -117,22 +142,27 @@ private:
         }
         result.label = trimmed(label);
         result.isDevice = true;
-        addPorts(item, result);
+        result.branches = ports(items.subspan(1), item.hubs.size());
         return result;
     }
 
-    void addPorts(const inventoryItem& hub, branch& result) const
+    /// @param items  all that is behind a device
+    /// @param depth  how many hubs the device is behind
+    [[nodiscard]] std::vector<branch> ports(itemRange items, std::size_t depth) const
     {
-        std::vector<hubStep> way = hub.hubs;
-        way.push_back({hub.address, 0});
-        for (unsigned port = 0; port <= 0xFF; ++port) {
-            way.back().port = static_cast<std::uint8_t>(port);
-            branch behind{
-                .label = fmt::format("port {}", port), .row = {{"port", port}}, .branches = devices(hub.bus, way)};
-            if (!behind.branches.empty()) {
-                result.branches.push_back(std::move(behind));
+        std::vector<branch> found;
+        while (!items.empty()) {
+            const itemRange behind =
+                firstRun(items, [depth](const inventoryItem& item) { return item.hubs[depth].port; });
+            const unsigned port = behind.front().hubs[depth].port;
+            branch result{
+                .label = fmt::format("port {}", port), .row = {{"port", port}}, .branches = devices(behind, depth + 1)};
+            if (!result.branches.empty()) {
+                found.push_back(std::move(result));
             }
+            items = items.subspan(behind.size());
         }
+        return found;
     }
 
     inventory m_all;

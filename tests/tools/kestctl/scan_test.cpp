@@ -9,6 +9,7 @@ namespace
 {
 
 using nlohmann::json;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -123,6 +124,32 @@ TEST_F(KestctlTopology, IsATree)
                                               "|-- A8 = 0x54  24C32    power-vpd\n"
                                               "|-- C0 = 0x60  PCA9552  panel-leds\n"
                                               "`-- C4 = 0x62  PCA9551  fan-leds\n"));
+}
+
+TEST_F(KestctlTopology, NestsHubsBehindHubs)
+{
+    std::string devices;
+    for (const char* way : {"F0,70,1,922,82,3,2C0128,A2", "F0,70,1,922,82,0,2C0128,A4", "F0,70,0,2C0128,A2"}) {
+        devices += "[[device]]\nlocation = \"sim:other,L," + std::string(way) +
+                   "\"\nnumber = " + std::to_string(100 + devices.size()) + "\n";
+    }
+    writeFile(machine() / "kest.toml",
+              readFile(machine() / "kest.toml") + devices +
+                  "[[device]]\nlocation = \"sim:far,3,2C0128,A2\"\nnumber = 98\n"
+                  "[[device]]\nlocation = \"sim:far,3,2C0128,A2\"\nname = \"far\"\nnumber = 99\n"
+                  "[[device]]\nlocation = \"sim:far,3,2C0128,A2\"\nname = \"farther\"\nnumber = 97\n");
+    EXPECT_THAT(says({"topology"}), EndsWith("sim:other\n"
+                                             "`-- 70 = 0x38  F0 hub\n"
+                                             "    |-- port 0\n"
+                                             "    |   `-- A2 = 0x51  24C128\n"
+                                             "    `-- port 1\n"
+                                             "        `-- 82 = 0x41  922 hub\n"
+                                             "            |-- port 0\n"
+                                             "            |   `-- A4 = 0x52  24C128\n"
+                                             "            `-- port 3\n"
+                                             "                `-- A2 = 0x51  24C128\n"
+                                             "sim:far on node 3\n"
+                                             "`-- A2 = 0x51  24C128   far\n"));
 }
 
 TEST_F(KestctlTopology, ProbesWhatItIsAskedTo)
