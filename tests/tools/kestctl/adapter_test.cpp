@@ -244,6 +244,8 @@ TEST_F(KestctlSlowChips, BeyondTheStretchLimitTheFailureNamesTheAdaptersKind)
     const RunResult refused = kestctl({"seeprom", "read", "riser-vpd"});
     EXPECT_EQ(1, refused.exit);
     EXPECT_THAT(refused.errors, HasSubstr("(adapter: clock stretching of at most 95 microseconds)"));
+    // what the hub sends then, a status, begins with a 0
+    EXPECT_EQ("sim:planar: reset, the bus is free\n", says({"reset", "sim:planar"}));
     says({"seeprom", "read", "fan-vpd"});
     says({"seeprom", "read", "planar-vpd"});
 }
