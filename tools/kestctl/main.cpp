@@ -9,6 +9,7 @@
 #include "tools/common/guard.h"
 #include "tools/common/output.h"
 #include "tools/common/startup.h"
+#include "tools/kestctl/buses.h"
 #include "tools/kestctl/context.h"
 #include "tools/kestctl/copy.h"
 #include "tools/kestctl/detect.h"
@@ -31,8 +32,8 @@ using namespace kest::tools;
 
 KEST_STARTS_FIRST;
 
-constexpr std::array areas{addSeeprom,  addCopy,    addMessage, addPort,   addDetect, addThermal, addScan,
-                           addTopology, addDevices, addReset,   addErrors, addTrace,  addSim};
+constexpr std::array areas{addSeeprom,  addCopy,  addMessage, addPort,  addDetect, addThermal, addScan,
+                           addTopology, addBuses, addDevices, addReset, addErrors, addTrace,   addSim};
 
 constexpr const char* about =
     "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders,\nsensors, hubs.";

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -126,6 +127,8 @@ public:
     [[nodiscard]] virtual std::vector<std::string> capabilities() const = 0;
     /// What it can't do, one short text each; empty: nothing is known.
     [[nodiscard]] virtual std::vector<std::string> lacks() const = 0;
+    /// The kernel's number of the adapter; none for a bus that is not the kernel's.
+    [[nodiscard]] virtual std::optional<unsigned int> kernelNumber() const { return std::nullopt; }
     /// Whether a kernel driver has taken the address.
     virtual bool heldByDriver(std::uint8_t address) = 0;
     /// The bus's clock, ns: bus time of a simulated bus, else real time.

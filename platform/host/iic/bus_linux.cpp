@@ -108,6 +108,7 @@ public:
     [[nodiscard]] std::string adapterName() const override;
     [[nodiscard]] std::vector<std::string> capabilities() const override { return functionTexts(m_node.functions); }
     [[nodiscard]] std::vector<std::string> lacks() const override { return lackTexts(m_node.functions); }
+    [[nodiscard]] std::optional<unsigned int> kernelNumber() const override { return m_node.number(); }
 
     bool heldByDriver(std::uint8_t address) override;
     std::uint64_t nowNs() override { return m_calls.nowNs(); }

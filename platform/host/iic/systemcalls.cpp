@@ -1,10 +1,8 @@
 #include "platform/host/iic/systemcalls.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -12,15 +10,11 @@
 
 #include "base/clock.h"
 #include "base/descriptor.h"
-#include "base/files.h"
 
 namespace kest::host::iic
 {
 namespace
 {
-
-// the kernel gives such a file the size of a page, whatever is in it
-constexpr std::size_t longestAttribute = 1 << 16;
 
 systemCalls kernel;
 std::atomic<systemCalls*> chosen{&kernel};
@@ -38,28 +32,9 @@ int systemCalls::control(int descriptor, unsigned long request, std::uintptr_t a
     return ::ioctl(descriptor, request, argument);
 }
 
-std::string systemCalls::adapterName(unsigned int number)
-{
-    std::vector<std::uint8_t> bytes;
-    static_cast<void>(
-        readFile(m_sysfs / "class/i2c-dev" / ("i2c-" + std::to_string(number)) / "name", longestAttribute, bytes));
-    return {bytes.begin(), std::ranges::find(bytes, '\n')};
-}
+std::string systemCalls::adapterName(unsigned int number) { return m_sysfs.adapterName(number); }
 
-std::uint32_t systemCalls::adapterClockHz(unsigned int number)
-{
-    // of a device tree, big-endian
-    constexpr std::size_t cellBytes = 4;
-    std::vector<std::uint8_t> bytes;
-    std::uint32_t hertz = 0;
-    static_cast<void>(
-        readFile(m_sysfs / "bus/i2c/devices" / ("i2c-" + std::to_string(number)) / "of_node/clock-frequency",
-                 longestAttribute, bytes));
-    for (const std::uint8_t byte : bytes) {
-        hertz = hertz << 8 | byte;
-    }
-    return bytes.size() == cellBytes ? hertz : 0;
-}
+std::uint32_t systemCalls::adapterClockHz(unsigned int number) { return m_sysfs.adapterClockHz(number); }
 
 std::uint64_t systemCalls::nowNs()
 {

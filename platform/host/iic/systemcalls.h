@@ -8,6 +8,8 @@
 
 #include <sys/stat.h>
 
+#include "platform/host/iic/sysfs.h"
+
 namespace kest::host::iic
 {
 
@@ -15,8 +17,8 @@ namespace kest::host::iic
 class systemCalls
 {
 public:
-    /// @param sysfs  where the kernel shows its devices
-    explicit systemCalls(std::filesystem::path sysfs = "/sys") : m_sysfs(std::move(sysfs)) {}
+    /// @param devices  where the kernel shows its devices
+    explicit systemCalls(std::filesystem::path devices = "/sys") : m_sysfs(std::move(devices)) {}
     virtual ~systemCalls() = default;
     virtual int openNode(const char* path, int flags);
     virtual int closeNode(int descriptor);
@@ -31,7 +33,7 @@ public:
     virtual void pause(std::uint64_t nanoseconds);
 
 private:
-    std::filesystem::path m_sysfs;
+    sysfs m_sysfs;
 };
 
 /// Chooses the calls of the buses that are opened from now on.

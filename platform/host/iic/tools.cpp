@@ -73,6 +73,8 @@ int toolBus::reset() { return errnoOf(m_wires->reset(0)); }
 
 std::string toolBus::adapterName() const { return m_wires->adapterName(); }
 
+std::optional<unsigned int> toolBus::kernelNumber() const { return m_wires->kernelNumber(); }
+
 std::vector<std::string> toolBus::capabilities() const { return m_wires->capabilities(); }
 
 std::string toolBus::path() const { return m_wires->identity().text; }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,8 @@ public:
     int reset();
 
     [[nodiscard]] std::string adapterName() const;
+    /// The kernel's number of the adapter; none for a simulated bus.
+    [[nodiscard]] std::optional<unsigned int> kernelNumber() const;
     [[nodiscard]] std::vector<std::string> capabilities() const;
     [[nodiscard]] std::string path() const; ///< of the bus, without a device's address
 
