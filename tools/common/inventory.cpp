@@ -76,8 +76,8 @@ void inventory::sort()
 
 std::span<const inventoryItem> inventory::on(const busName& bus) const
 {
-    const auto found = std::ranges::equal_range(m_items, placeOf(bus), {}, busOf);
-    return {found.begin(), found.end()};
+    return {std::ranges::lower_bound(m_items, placeOf(bus), {}, busOf),
+            std::ranges::upper_bound(m_items, placeOf(bus), {}, busOf)};
 }
 
 const inventoryItem* inventory::find(const busName& bus, std::uint8_t address) const
