@@ -113,7 +113,7 @@ bool transaction::sendAddress(const segment& part)
     m_selected = addressed;
     m_selectedAt = part.address;
     m_answered[part.address >> 1] = true;
-    if (endStretch(part, answering.now - before)) {
+    if (endStretch(part, answering.now - before) && !isTimeOver()) {
         return true;
     }
     if (part.way == direction::read) {
@@ -121,6 +121,9 @@ bool transaction::sendAddress(const segment& part)
     }
     return false;
 }
+
+// The controller looks at its time behind each byte, addresses included.
+bool transaction::isTimeOver() { return m_lines.clock.now > m_deadline && !fail(outcome::timedOut, ending::stop); }
 
 // SCL rises at the end of it, whether the adapter waits for that or not.
 // @return whether the transaction goes on
@@ -217,8 +220,8 @@ bool transaction::moveBytes(segment& part)
         }
         ++m_result.bytesMoved;
         ++m_byteNumber;
-        if (m_lines.clock.now > m_deadline) {
-            return fail(outcome::timedOut, ending::stop);
+        if (isTimeOver()) {
+            return false;
         }
     }
     if (part.way == direction::read && part.bytes.empty() && !goesOn && m_selected != nullptr) {

@@ -23,7 +23,7 @@ class transaction
 {
 public:
     /// @param kind      of adapter; outlives the transaction, as the others do
-    /// @param deadline  on the bus's clock: a data byte that ends later is the last one
+    /// @param deadline  on the bus's clock: a byte that ends later is the last one
     transaction(busChips& chips, busState& state, wire& lines, std::span<segment> segments, const adapterKind& kind,
                 std::uint64_t deadline = latestTime);
     transferResult run();
@@ -53,6 +53,7 @@ private:
     bool fail(outcome how, ending with);
     void hold(const faultRecord& by, bool sda);
     bool endStretch(const segment& part, std::uint64_t stretchedNs);
+    bool isTimeOver();
     void finish();
     [[nodiscard]] bool isGuarded(const segment& part) const;
     [[nodiscard]] busClock clockOfAcknowledge() const;

@@ -171,6 +171,27 @@ TEST_F(Stretching, OfAHubBeyondTheAdaptersLimitLeavesItDriving)
     EXPECT_EQ(outcome::done, on->planar->clocks(1));
 }
 
+// The chip holds SCL for 3 ms behind its address. Before a read it does so at the first byte; a hub that fetches does at
+// its address.
+TEST_F(Stretching, OfAnAddressCountsForTheAdaptersTime)
+{
+    power("adapter = { timeout_ms = 2 }\n" + slow(3000));
+    EXPECT_EQ(outcome::timedOut, on->probe(0xA0));
+    EXPECT_EQ(outcome::done, on->planar->lines());
+    power("adapter = { timeout_ms = 4 }\n" + slow(3000));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    const std::string hub = chip("HUB922", "0x80") + chip("24C02", "0xA4",
+                                                          "hub = 0x80\nport = 2\nimage = \"c.bin\"\n"
+                                                          "stretch_us = 3000");
+    power("adapter = { timeout_ms = 4 }\n" + hub);
+    EXPECT_EQ(outcome::timedOut, on->readAt(0x80, {2, 0xA4, 0}, 2).end);
+    // its status is a 0
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    power("adapter = { timeout_ms = 10 }\n" + hub);
+    EXPECT_EQ((Bytes{0, 0xFF}), on->readAt(0x80, {2, 0xA4, 0}, 2).data);
+}
+
 TEST_F(Stretching, TooLongInAPageWritesNothing)
 {
     power("adapter = { stretch_limit_us = 499 }\n" + slow(500));
