@@ -63,14 +63,26 @@ void faultPlan::ask(std::uint8_t address, direction way)
     m_askedWay = way;
 }
 
+// Whether a fault is of a kind, and of the chip that asks.
+bool faultPlan::isAsked(const faultRecord& record, faultKind kind) const
+{
+    return record.kind == kind &&
+           (record.matches(m_askedBy, m_askedWay) || (m_askedBehind != 0 && record.matches(m_askedBehind, m_askedWay)));
+}
+
+void faultPlan::passes(faultKind kind)
+{
+    for (auto& record : m_faults) {
+        record.matched += isAsked(record, kind) ? 1 : 0;
+    }
+}
+
 // Every fault that matches is counted, also when another one strikes.
 std::optional<chipFaults::strike> faultPlan::meets(faultKind kind)
 {
     std::optional<chipFaults::strike> met;
     for (auto& record : m_faults) {
-        const bool matches =
-            record.matches(m_askedBy, m_askedWay) || (m_askedBehind != 0 && record.matches(m_askedBehind, m_askedWay));
-        if (record.kind != kind || !matches) {
+        if (!isAsked(record, kind)) {
             continue;
         }
         count(record);

@@ -34,6 +34,8 @@ public:
     /// The chip that asks from now on.
     void ask(std::uint8_t address, direction way);
 
+    /// Counts for faults of a kind that must not strike now.
+    void passes(faultKind kind);
     std::optional<chipFaults::strike> meets(faultKind kind) override;
     void subBusWasReset() override { endHubFaults(m_faults, m_askedBy, false); }
     void behindHub(std::uint8_t address) override { m_askedBehind = address; }
@@ -42,6 +44,7 @@ private:
     template <typename Matches>
     faultRecord* strike(faultKind kind, const Matches& matches);
     void count(faultRecord& record) const;
+    [[nodiscard]] bool isAsked(const faultRecord& record, faultKind kind) const;
 
     std::vector<faultRecord>& m_faults;
     const chance m_choices;

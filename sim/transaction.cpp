@@ -166,11 +166,16 @@ bool transaction::isStruckAtAddress(const segment& part)
     return true;
 }
 
-// Asked for each byte. The power comes back after the transaction, so that all of it meets dead chips.
+// Asked for each byte. The power comes back after the transaction, so that all of it meets dead chips. A byte at which
+// no fault may strike counts, too.
 bool transaction::isPowerLost(const segment& part)
 {
-    const bool safe = m_selected != nullptr && isGuarded(part);
-    if (m_powerMayGo && !m_powerLost && !safe && m_faults.meets(faultKind::powerCut)) {
+    if (!m_powerMayGo || m_powerLost) {
+        return m_powerLost;
+    }
+    if (m_selected != nullptr && isGuarded(part)) {
+        m_faults.passes(faultKind::powerCut);
+    } else if (m_faults.meets(faultKind::powerCut)) {
         m_state.now = m_lines.clock.now;
         losePower(m_chips, m_state);
         m_powerLost = true;

@@ -232,6 +232,33 @@ TEST_F(WriteCycle, PowerCutCountsTheBytesOfItsAddressAlone)
     EXPECT_EQ(on->readAt(0x40, {0x03}, 1).data, Bytes{0xFF});
 }
 
+// A read through the hub has ten bytes: the address twice, three of the header, the status and four of data. The power
+// does not go inside these four.
+TEST_F(WriteCycle, PowerCutCountsTheBytesBehindAHubsStatus)
+{
+    power(chip("HUB922", "0x80") + chip("24C02", "0xA2", "hub = 0x80\nport = 3\nimage = \"b.bin\"") +
+          chip("PCA9554", "0x40"));
+    home.put("b.bin", std::string(256, '\x42'));
+    for (const std::uint64_t nth : {12U, 11U, 10U, 7U}) {
+        SCOPED_TRACE(nth);
+        machine->clearFaults();
+        on->read(0x80, 1);
+        fault({.kind = "power-cut", .nth = nth, .count = 1});
+        EXPECT_EQ((Bytes{0, 0x42, 0x42, 0x42, 0x42}), on->readAt(0x80, {3, 0xA2, 0}, 5).data);
+        if (nth == 12) {
+            EXPECT_EQ(outcome::done, on->probe(0x40));
+        }
+        EXPECT_EQ(0U, machine->faults().at(0).struck);
+        EXPECT_EQ(outcome::addressNotAcknowledged, on->probe(0x40));
+        EXPECT_EQ(1U, machine->faults().at(0).struck);
+    }
+    machine->clearFaults();
+    on->read(0x80, 1);
+    // the status
+    fault({.kind = "power-cut", .nth = 6, .count = 1});
+    EXPECT_EQ((Bytes{0xFF, 0xFF}), on->readAt(0x80, {3, 0xA2, 0}, 2).data);
+}
+
 // Wherever the power goes, each page is the old one, the new one, or torn while its cycle ran.
 TEST_F(WriteCycle, PowerCutAtEveryByteOfTwoPagesTouchesNoOtherPage)
 {

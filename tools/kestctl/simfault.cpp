@@ -181,7 +181,7 @@ std::string faultText(const sim::machine::listedFault& fault)
         text += " " + what.way;
     }
     if (what.nth > 1) {
-        text += fmt::format(" from transaction {} on", what.nth);
+        text += fmt::format(" from {} {} on", what.kind == "power-cut" ? "byte" : "transaction", what.nth);
     }
     if (what.count != 0) {
         text += what.count == 1 ? " once" : fmt::format(" {} times", what.count);
