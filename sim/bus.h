@@ -63,11 +63,11 @@ public:
     virtual transferResult transfer(std::span<segment> segments, std::uint32_t speedKhz) = 0;
     /// Sends an address alone, in write direction, and a STOP.
     virtual transferResult probe(std::uint8_t address, std::uint32_t speedKhz) = 0;
-    /// Nine clocks and a STOP. @return done, or who still holds the bus
+    /// Nine clocks and a STOP. @return done, who still holds the bus, or as lines()
     virtual outcome reset() = 0;
     /// Clock pulses alone, with SDA released and without a STOP: half of a recovery. @return as reset()
     virtual outcome clocks(unsigned) { return lines(); }
-    /// Whether a line is held low right now: done, sclHeld, sdaHeld, or gone.
+    /// Whether a line is held low right now: done, sclHeld, sdaHeld; gone or timedOut from an adapter that is not there.
     virtual outcome lines() = 0;
     /// Bus time so far, of all users, in nanoseconds.
     virtual std::uint64_t busTimeNs() = 0;

@@ -79,11 +79,14 @@ transferResult busModel::probe(std::uint8_t address, std::uint32_t speedKhz)
     return transfer({&alone, 1}, speedKhz);
 }
 
-bool busModel::isAdapterGone() const
+// Whether the adapter is there: done, or what it reports.
+outcome busModel::lookForAdapter() const
 {
-    return std::ranges::any_of(m_shared.state().faults, [](const faultRecord& record) {
+    const std::vector<faultRecord>& faults = m_shared.state().faults;
+    const auto gone = std::ranges::find_if(faults, [](const faultRecord& record) {
         return record.kind == faultKind::gone && record.struck != 0 && record.usable();
     });
+    return gone == faults.end() ? outcome::done : endWithoutAdapter(*gone);
 }
 
 // No clock goes out while SCL is held.
@@ -92,8 +95,11 @@ template <typename Act>
 outcome busModel::recover(Act act)
 {
     busUse use{m_shared};
-    if (!use.usable() || isAdapterGone()) {
+    if (!use.usable()) {
         return outcome::gone;
+    }
+    if (const outcome adapter = lookForAdapter(); adapter != outcome::done) {
+        return adapter;
     }
     if (m_shared.heldLine() == outcome::sclHeld) {
         return meetHeldScl(use, 0).end;
@@ -153,7 +159,11 @@ outcome busModel::clocks(unsigned count)
 outcome busModel::lines()
 {
     const busUse use{m_shared};
-    return !use.usable() || isAdapterGone() ? outcome::gone : m_shared.heldLine();
+    if (!use.usable()) {
+        return outcome::gone;
+    }
+    const outcome adapter = lookForAdapter();
+    return adapter == outcome::done ? m_shared.heldLine() : adapter;
 }
 
 std::uint64_t busModel::busTimeNs()

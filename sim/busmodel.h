@@ -38,7 +38,7 @@ private:
     void pulse(wire& lines, unsigned count);
     void endReset();
     void passTime(std::uint64_t nanoseconds);
-    [[nodiscard]] bool isAdapterGone() const;
+    [[nodiscard]] outcome lookForAdapter() const;
 
     sharedBus& m_shared;
 };

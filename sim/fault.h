@@ -17,7 +17,7 @@ namespace kest::sim
 /// arbitration        another controller wins at `byte` (0: the address)
 /// corrupt            data byte `byte` is changed                                              XOR mask, 0 is 0xFF
 /// stuck-write-cycle  the write cycle it starts does not end, and the page is lost             ms, 0 for ever
-/// gone               the adapter is gone
+/// gone               the adapter is gone                                                      1: it reports time-outs
 /// hub-status         a transfer through the hub ends with a status                            the status
 /// hub-silent         the hub does not acknowledge
 /// hub-bad-first-byte a read through the hub begins with a byte that is no status              that byte, 0 is 0xA5

@@ -51,7 +51,7 @@ inline constexpr std::array faultKinds{
                  .name = "stuck-write-cycle",
                  .countsInChip = true,
                  .highestValue = 3'600'000},
-    faultKindRow{.kind = faultKind::gone, .name = "gone"},
+    faultKindRow{.kind = faultKind::gone, .name = "gone", .highestValue = 1},
     faultKindRow{.kind = faultKind::hubStatus,
                  .name = "hub-status",
                  .ofHub = true,

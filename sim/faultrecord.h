@@ -1,6 +1,7 @@
 /// Faults as a bus keeps them.
 #pragma once
 
+#include "sim/bus.h"
 #include "sim/chance.h"
 #include "sim/fault.h"
 #include "sim/faultkinds.h"
@@ -58,6 +59,13 @@ struct faultRecord {
     [[nodiscard]] chance choices(const chance& ofBus) const { return ownSeed ? chance{seed} : ofBus.of(number); }
     [[nodiscard]] bool matches(std::uint8_t segmentAddress, direction segmentWay) const;
 };
+
+/// What an adapter that is gone reports. A driver may find out, or wait for interrupts that never come.
+/// @param gone  the fault
+constexpr outcome endWithoutAdapter(const faultRecord& gone)
+{
+    return gone.value == 0 ? outcome::gone : outcome::timedOut;
+}
 
 /// A bus has room for that many faults of the machine file and as many by program, so that neither push the others out.
 constexpr std::size_t faultBytes = 80, mostFaults = 64;

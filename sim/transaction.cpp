@@ -34,10 +34,11 @@ transaction::transaction(busChips& chips, busState& state, wire& lines, std::spa
 
 transferResult transaction::run()
 {
-    const auto gone = [this](const segment& part) { return m_faults.strikesAddress(faultKind::gone, part) != nullptr; };
-    if (std::ranges::any_of(m_segments, gone)) {
-        m_result.end = outcome::gone;
-        return m_result;
+    for (const segment& part : m_segments) {
+        if (const auto* const gone = m_faults.strikesAddress(faultKind::gone, part)) {
+            m_result.end = endWithoutAdapter(*gone);
+            return m_result;
+        }
     }
     // a chip whose read was cut off sees the START
     m_state.driven.letGo();

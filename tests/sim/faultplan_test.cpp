@@ -388,6 +388,23 @@ TEST_F(Fault, GoneAdapterIsGoneForEverything)
     EXPECT_EQ(on->probe(0xA0), done);
 }
 
+TEST_F(Fault, GoneAdapterMayGoOnWithTimeOuts)
+{
+    const auto number = fault({.kind = "gone", .nth = 2, .value = 1});
+    EXPECT_EQ(probes(3), (std::vector{done, outcome::timedOut, outcome::timedOut}));
+    const Answer read = on->readAt(0xA0, {0}, 3);
+    EXPECT_EQ(outcome::timedOut, read.end);
+    EXPECT_EQ(0U, read.segment);
+    EXPECT_EQ(Bytes(3, 0), read.data);
+    EXPECT_EQ(outcome::timedOut, on->planar->lines());
+    EXPECT_EQ(outcome::timedOut, on->planar->clocks(1));
+    EXPECT_EQ(outcome::timedOut, on->planar->reset());
+    EXPECT_EQ(27'500U, on->planar->busTimeNs());
+    machine->clearFault(number);
+    EXPECT_EQ(done, on->probe(0xA0));
+    EXPECT_THROW(fault({.kind = "gone", .value = 2}), std::invalid_argument);
+}
+
 TEST_F(Fault, SameSeedSameFaults)
 {
     const auto run = [this](std::uint64_t seed) {

@@ -114,7 +114,7 @@ void addFaultAdd(command fault, context& shared)
                           "  arbitration        another controller wins at --byte\n"
                           "  corrupt            data byte --byte is changed        XOR mask, 0 is 0xFF\n"
                           "  stuck-write-cycle  the write cycle does not end       its ms, 0 for ever\n"
-                          "  gone               the adapter is gone\n"
+                          "  gone               the adapter is gone                1: it reports time-outs\n"
                           "  hub-status         a hub transfer ends with a status  the status\n"
                           "  hub-silent         the hub answers nothing\n"
                           "  hub-bad-first-byte a hub read begins with no status   that byte, 0 is 0xA5\n"

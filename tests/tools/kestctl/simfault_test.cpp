@@ -44,6 +44,23 @@ TEST_F(KestctlSimFault, ReadThatIsHeldInItsMiddleLeavesTheChipHoldingSda)
     EXPECT_EQ(0, kestctl({"detect", "planar-vpd"}).exit);
 }
 
+TEST_F(KestctlSimFault, AdapterThatIsGoneReportsThatOrTimeOuts)
+{
+    says({"sim", "fault", "add", "gone", "--bus", "planar"});
+    EXPECT_EQ(4, kestctl({"detect", "planar-vpd"}).exit);
+    says({"sim", "fault", "clear"});
+    says({"sim", "fault", "add", "gone", "--bus", "planar", "--value", "1"});
+    EXPECT_EQ(1, kestctl({"detect", "planar-vpd"}).exit);
+    EXPECT_THAT(kestctl({"detect", "planar-vpd"}).errors, HasSubstr("no answer in time"));
+}
+
+TEST_F(KestctlSimFault, ListCountsThePowerCutsBytes)
+{
+    says({"sim", "fault", "add", "power-cut", "--bus", "planar", "--nth", "12", "--count", "1"});
+    EXPECT_EQ("  1 power-cut          planar   any address from byte 12 on once, struck 0\n",
+              says({"sim", "fault", "list"}));
+}
+
 // Three bytes go out for the read that fills the undo file, and 35 for the page. The fortieth asks whether the write
 // cycle has ended.
 TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedByTheNextWrite)
