@@ -93,6 +93,7 @@ public:
 
 private:
     // Under the opening lock.
+    void openStateFile();
     void openState();
     void startAnew();
     machineBus& made(std::size_t index);
@@ -113,6 +114,7 @@ private:
     realClock* const m_clock;
     mutable machineSource m_source;
     const machineDescription& m_about; ///< buses without their chips
+    std::uint64_t m_layoutMark = 0; ///< that the state has
     std::unique_ptr<stateFile> m_states;
     std::vector<std::unique_ptr<machineBus>> m_buses; ///< null: not made yet
 };
@@ -123,19 +125,30 @@ machineModel::machineModel(const std::filesystem::path& folder, realClock* clock
     openState();
 }
 
-void machineModel::openState()
+void machineModel::openStateFile()
 {
     std::vector<std::size_t> records;
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
         records.push_back(sharedBus::recordBytes(m_source.chipsOf(bus)));
     }
     m_states = std::make_unique<stateFile>(m_folder / stateFileName, records);
+}
+
+void machineModel::openState()
+{
+    openStateFile();
+    if (m_source.isByIndex() && !m_states->seemsUsable(m_source.layoutMark())) {
+        // the text itself decides whether the state is another machine's
+        m_source.whole();
+        openStateFile();
+    }
+    m_layoutMark = m_source.layoutMark();
     const stateFile::hold all{*m_states};
     if (!all.held()) {
         throw std::runtime_error{(m_folder / stateFileName).string() + ": cannot be locked"};
     }
-    if (!m_states->usable(m_source.layoutMark())) {
-        if (const std::string what = m_states->damage(m_source.layoutMark()); !what.empty()) {
+    if (!m_states->usable(m_layoutMark)) {
+        if (const std::string what = m_states->damage(m_layoutMark); !what.empty()) {
             setDamagedStateAside(what);
         }
         startAnew();
@@ -146,13 +159,14 @@ void machineModel::openState()
     m_source.keepIndex();
 }
 
-// Under the lock of all.
+// Under the lock of all. What is made anew is what the text itself says.
 void machineModel::startAnew()
 {
+    m_source.whole();
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
         made(bus).shared.chips().prepareImages(m_source.fileName());
     }
-    m_states->renew(m_source.layoutMark());
+    m_states->renew(m_layoutMark);
     for (auto& bus : m_buses) {
         bus->administration.makeNew();
     }
@@ -163,11 +177,13 @@ machineBus& machineModel::made(std::size_t index)
 {
     auto& bus = m_buses[index];
     if (bus == nullptr) {
-        auto fresh = std::make_unique<machineBus>(m_source.withChipsOf(index), index, m_folder, m_clock);
-        if (fresh->shared.chips().count() != m_source.chipsOf(index)) {
-            throw std::runtime_error{m_source.fileName() + ": its index is of another text"};
+        const auto about = m_source.withChipsOf(index);
+        if (m_source.layoutMark() != m_layoutMark) {
+            // this state is that of another machine; the index that hid it is gone
+            throw std::runtime_error{m_source.fileName() + ": had an index that was wrong: open the machine again"};
         }
-        fresh->shared.attach(*m_states, m_source.layoutMark());
+        auto fresh = std::make_unique<machineBus>(about, index, m_folder, m_clock);
+        fresh->shared.attach(*m_states, m_layoutMark);
         bus = std::move(fresh);
     }
     return *bus;
@@ -195,7 +211,7 @@ machineBus& machineModel::readyBus(std::size_t index)
         } else {
             bus.shared.chips().makeMissingImages();
         }
-        what = m_states->usable(m_source.layoutMark()) ? bus.shared.damage() : std::string{};
+        what = m_states->usable(m_layoutMark) ? bus.shared.damage() : std::string{};
     }
     if (!what.empty()) {
         const stateFile::hold all{*m_states};
@@ -392,7 +408,7 @@ std::uint32_t machineModel::addFault(const fault& asked)
 std::uint32_t machineModel::takeFaultNumber()
 {
     const stateFile::hold all{*m_states};
-    return all.held() && m_states->usable(m_source.layoutMark()) ? m_states->nextFaultNumber() : 0;
+    return all.held() && m_states->usable(m_layoutMark) ? m_states->nextFaultNumber() : 0;
 }
 
 // @return false when one of the buses has no room for it

@@ -84,10 +84,7 @@ private:
     machineDescription& m_machine;
 };
 
-std::string placeOf(const toml::source_region& region)
-{
-    return std::to_string(region.begin.line) + ":" + std::to_string(region.begin.column);
-}
+std::string placeOf(const toml::source_region& region) { return placeText({region.begin.line, region.begin.column}); }
 
 // Whose keys they are, for error texts.
 std::string keysOf(const chipDescription& chip) { return "[[chip]] of type " + chip.typeName; }
@@ -133,7 +130,6 @@ void reader::tables(const toml::table& root, std::string_view key, void (reader:
         const toml::table& table = *entry.as_table();
         (this->*each)(table);
         places.push_back({table.source().begin.line, table.source().begin.column});
-        m_machine.tablesApart = m_machine.tablesApart && !table.is_inline();
     }
 }
 
@@ -624,6 +620,11 @@ void reader::read(const toml::table& root)
 
 } // namespace
 
+std::string placeText(const tablePlace& place)
+{
+    return std::to_string(place.line) + ":" + std::to_string(place.column);
+}
+
 std::string addressText(std::uint8_t address)
 {
     std::string text{"0x"};
@@ -671,15 +672,26 @@ chance machineDescription::choicesOf(const chipDescription& chip) const
     return choicesOf(buses[chip.bus]).of(behind + addressText(chip.address));
 }
 
-std::uint64_t machineDescription::layoutMark() const
+std::vector<busLayout> machineDescription::layouts() const
+{
+    std::vector<busLayout> all(buses.size());
+    std::vector<std::ostringstream> texts(buses.size());
+    for (const auto& chip : chips) {
+        ++all[chip.bus].chips;
+        texts[chip.bus] << chip.typeName << ' ' << +chip.address << ' ' << chip.behindHub << ' ' << +chip.hub << ' '
+                        << +chip.port << ' ' << chip.ferroelectric << ' ' << chip.image << '\n';
+    }
+    for (std::size_t bus = 0; bus < all.size(); ++bus) {
+        all[bus].mark = fnvHash64(texts[bus].str());
+    }
+    return all;
+}
+
+std::uint64_t machineDescription::layoutMark(const std::vector<busLayout>& layouts) const
 {
     std::ostringstream text;
-    for (const auto& bus : buses) {
-        text << fullName(bus) << '\n';
-    }
-    for (const auto& chip : chips) {
-        text << chip.bus << ' ' << chip.typeName << ' ' << +chip.address << ' ' << chip.behindHub << ' ' << +chip.hub
-             << ' ' << +chip.port << ' ' << chip.ferroelectric << ' ' << chip.image << '\n';
+    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
+        text << fullName(buses[bus]) << ' ' << layouts[bus].chips << ' ' << layouts[bus].mark << '\n';
     }
     return fnvHash64(text.str());
 }

@@ -8,6 +8,7 @@
 #include "sim/pace.h"
 #include "sim/pca955x.h"
 #include "sim/sensor.h"
+#include "sim/texttables.h"
 
 #include <array>
 #include <cstddef>
@@ -65,9 +66,12 @@ struct chipDescription {
     [[nodiscard]] bool drivesProtectionOf(const chipDescription& other) const;
 };
 
-/// Where a table begins in its file, from 1.
-struct tablePlace {
-    std::uint32_t line = 0, column = 0;
+/// The chips of a bus, as far as the layout of the state file depends on them.
+struct busLayout {
+    std::uint32_t chips = 0; ///< how many there are
+    std::uint64_t mark = 0; ///< a number that changes with what they are
+
+    bool operator==(const busLayout&) const = default;
 };
 
 struct machineDescription {
@@ -76,11 +80,13 @@ struct machineDescription {
     std::vector<faultDescription> faults;
     /// Of buses, chips and faults, each in the order of their lists.
     std::array<std::vector<tablePlace>, 3> places;
-    bool tablesApart = true; ///< every table has lines of its own
     std::uint64_t seed = chance::defaultSeed; ///< of all random choices
 
-    /// A number that changes with anything that the state file's layout depends on.
-    [[nodiscard]] std::uint64_t layoutMark() const;
+    /// By bus.
+    [[nodiscard]] std::vector<busLayout> layouts() const;
+    /// A number that changes with anything that the state file's layout depends on. @param layouts  of its buses
+    [[nodiscard]] std::uint64_t layoutMark(const std::vector<busLayout>& layouts) const;
+    [[nodiscard]] std::uint64_t layoutMark() const { return layoutMark(layouts()); }
     [[nodiscard]] std::uint64_t faultMark() const;
     /// @param name  "BUS" or "NODE:BUS"
     [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
@@ -94,6 +100,9 @@ struct machineDescription {
 
 /// Name of a bus for people and faults: "BUS" on the local node, else "NODE:BUS".
 std::string fullName(const busDescription& bus);
+
+/// "LINE:COLUMN", for error texts.
+std::string placeText(const tablePlace& place);
 
 /// "0xA0": an address in the 8-bit form.
 std::string addressText(std::uint8_t address);

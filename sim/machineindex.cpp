@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -19,7 +20,7 @@ namespace
 {
 
 // the last is the version
-constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 'i', 'd', 'x', 1};
+constexpr std::array<std::uint8_t, 8> magic{'k', 'e', 's', 't', 'i', 'd', 'x', 2};
 constexpr std::size_t longestIndex = 4 << 20;
 
 std::uint64_t hashOf(std::span<const std::uint8_t> bytes)
@@ -27,83 +28,81 @@ std::uint64_t hashOf(std::span<const std::uint8_t> bytes)
     return fnvHash64({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
-/// Offset of each line of a text.
-std::vector<std::uint32_t> linesOf(std::string_view text)
+void append(std::string& to, const textTable& table)
 {
-    std::vector<std::uint32_t> starts{0};
-    for (std::size_t at = text.find('\n'); at != std::string_view::npos; at = text.find('\n', at + 1)) {
-        starts.push_back(static_cast<std::uint32_t>(at + 1));
+    to += table.text;
+    if (to.back() != '\n') {
+        to += '\n';
     }
-    return starts;
 }
 
-void append(std::string& to, std::string_view part)
+// @return none for a text with errors
+std::optional<machineDescription> parsed(const std::string& part, const std::string& fileName)
 {
-    to += part;
-    if (!part.empty() && part.back() != '\n') {
-        to += '\n';
+    try {
+        return parseMachine(part, fileName);
+    } catch (const std::runtime_error&) {
+        return std::nullopt;
     }
 }
 
 } // namespace
 
-/// What the file has before the pieces.
+/// What the file has before what the index says.
 struct machineIndex::head {
     std::array<std::uint8_t, 8> mark{};
     std::uint64_t check = 0; ///< hash of all that follows
     std::uint64_t textBytes = 0, textHash = 0;
     std::uint32_t buses = 0, chips = 0;
 
-    static constexpr std::size_t checkedFrom = 16, bytes = 60, pieceBytes = 20;
+    static constexpr std::size_t checkedFrom = 16, bytes = 40, busBytes = 12, chipBytes = 4;
 
-    void exchange(stateFields& fields, machineIndex& index)
+    void exchange(stateFields& fields)
     {
         fields.bytes(mark);
-        fields.numbers(check, textBytes, textHash, index.m_layout, index.m_faults, index.m_headBytes, buses, chips);
+        fields.numbers(check, textBytes, textHash, buses, chips);
     }
-    static void exchange(stateFields& fields, piece& some)
+    [[nodiscard]] std::uint64_t bytesAfter() const
     {
-        fields.numbers(some.offset, some.length, some.place.line, some.place.column, some.bus);
+        return std::uint64_t{buses} * busBytes + std::uint64_t{chips} * chipBytes;
     }
 };
 
+void machineIndex::exchange(stateFields& fields)
+{
+    for (busLayout& layout : m_layouts) {
+        fields.numbers(layout.chips, layout.mark);
+    }
+    for (std::uint32_t& bus : m_busOfChip) {
+        fields.number(bus);
+    }
+}
+
 std::optional<machineIndex> machineIndex::make(std::string_view text, const machineDescription& whole)
 {
-    if (!whole.tablesApart) {
+    std::optional<textTables> tables = findTables(text);
+    if (!tables) {
         return std::nullopt;
     }
-    const std::vector<std::uint32_t> lines = linesOf(text);
-    std::vector<std::uint32_t> starts{static_cast<std::uint32_t>(text.size())};
-    for (const auto& list : whole.places) {
-        for (const tablePlace& place : list) {
-            starts.push_back(lines.at(place.line - 1));
-        }
-    }
-    std::ranges::sort(starts);
-    const auto pieceAt = [&](const tablePlace& place, std::size_t bus) {
-        const std::uint32_t offset = lines.at(place.line - 1);
-        const std::uint32_t end = *std::ranges::upper_bound(starts, offset);
-        return piece{offset, end - offset, place, static_cast<std::uint32_t>(bus)};
+    const auto agrees = [](const std::vector<textTable>& found, const std::vector<tablePlace>& places) {
+        return std::ranges::equal(found, places, {}, &textTable::place);
     };
-    machineIndex made;
-    made.m_layout = whole.layoutMark();
-    made.m_faults = whole.faultMark();
-    made.m_headBytes = starts.front();
-    for (const tablePlace& place : whole.places[0]) {
-        made.m_buses.push_back(pieceAt(place, 0));
+    if (!agrees(tables->buses, whole.places[0]) || !agrees(tables->chips, whole.places[1]) ||
+        !agrees(tables->faults, whole.places[2])) {
+        return std::nullopt;
     }
-    for (std::size_t i = 0; i < whole.chips.size(); ++i) {
-        made.m_chips.push_back(pieceAt(whole.places[1].at(i), whole.chips[i].bus));
+    machineIndex made{text, std::move(*tables)};
+    for (const chipDescription& chip : whole.chips) {
+        made.m_busOfChip.push_back(static_cast<std::uint32_t>(chip.bus));
     }
+    made.m_layouts = whole.layouts();
     return made;
 }
 
-bool machineIndex::isOf(std::string_view text) const
+bool machineIndex::fits() const
 {
-    const auto holds = [&](const piece& some) {
-        return some.offset <= text.size() && some.length <= text.size() - some.offset && some.bus < m_buses.size();
-    };
-    return m_headBytes <= text.size() && std::ranges::all_of(m_buses, holds) && std::ranges::all_of(m_chips, holds);
+    return m_layouts.size() == m_tables.buses.size() && m_busOfChip.size() == m_tables.chips.size() &&
+           std::ranges::all_of(m_busOfChip, [this](std::uint32_t bus) { return bus < m_layouts.size(); });
 }
 
 std::optional<machineIndex> machineIndex::load(const std::filesystem::path& file, std::string_view text)
@@ -112,46 +111,40 @@ std::optional<machineIndex> machineIndex::load(const std::filesystem::path& file
     if (readFile(file, longestIndex, bytes) != 0 || bytes.size() < head::bytes) {
         return std::nullopt;
     }
-    machineIndex index;
     head begin;
     stateFields fields{bytes, stateFields::way::load};
-    begin.exchange(fields, index);
-    const std::uint64_t pieces = std::uint64_t{begin.buses} + begin.chips;
-    if (begin.mark != magic || begin.textBytes != text.size() ||
-        bytes.size() - head::bytes != pieces * head::pieceBytes ||
+    begin.exchange(fields);
+    if (begin.mark != magic || begin.textBytes != text.size() || bytes.size() - head::bytes != begin.bytesAfter() ||
         begin.check != hashOf(std::span{bytes}.subspan(head::checkedFrom)) || begin.textHash != fnvHash64(text)) {
         return std::nullopt;
     }
-    index.m_buses.resize(begin.buses);
-    index.m_chips.resize(begin.chips);
-    for (auto* list : {&index.m_buses, &index.m_chips}) {
-        for (piece& some : *list) {
-            head::exchange(fields, some);
-        }
+    std::optional<textTables> tables = findTables(text);
+    if (!tables) {
+        return std::nullopt;
     }
-    return index.isOf(text) ? std::optional{index} : std::nullopt;
+    machineIndex index{text, std::move(*tables)};
+    index.m_layouts.resize(begin.buses);
+    index.m_busOfChip.resize(begin.chips);
+    index.exchange(fields);
+    return index.fits() ? std::optional{std::move(index)} : std::nullopt;
 }
 
 // The file needs no sync: one that lost bytes does not have its hash.
-void machineIndex::save(const std::filesystem::path& file, std::string_view text) const
+void machineIndex::save(const std::filesystem::path& file) const
 {
     machineIndex index = *this;
     head begin{.mark = magic,
-               .textBytes = text.size(),
-               .textHash = fnvHash64(text),
-               .buses = static_cast<std::uint32_t>(m_buses.size()),
-               .chips = static_cast<std::uint32_t>(m_chips.size())};
-    std::vector<std::uint8_t> bytes(head::bytes + (m_buses.size() + m_chips.size()) * head::pieceBytes);
+               .textBytes = m_text.size(),
+               .textHash = fnvHash64(m_text),
+               .buses = static_cast<std::uint32_t>(m_layouts.size()),
+               .chips = static_cast<std::uint32_t>(m_busOfChip.size())};
+    std::vector<std::uint8_t> bytes(head::bytes + begin.bytesAfter());
     stateFields fields{bytes, stateFields::way::store};
-    begin.exchange(fields, index);
-    for (auto* list : {&index.m_buses, &index.m_chips}) {
-        for (piece& some : *list) {
-            head::exchange(fields, some);
-        }
-    }
+    begin.exchange(fields);
+    index.exchange(fields);
     begin.check = hashOf(std::span{bytes}.subspan(head::checkedFrom));
     stateFields again{bytes, stateFields::way::store};
-    begin.exchange(again, index);
+    begin.exchange(again);
 
     const std::string early = file.string() + ".new";
     unlink(early.c_str());
@@ -161,33 +154,43 @@ void machineIndex::save(const std::filesystem::path& file, std::string_view text
     }
 }
 
-std::size_t machineIndex::chipsOf(std::size_t bus) const
+std::string machineIndex::headAndBuses() const
 {
-    return static_cast<std::size_t>(std::ranges::count(m_chips, bus, &piece::bus));
+    std::string part{m_tables.head};
+    for (const textTable& table : m_tables.buses) {
+        append(part, table);
+    }
+    return part;
 }
 
-machineDescription machineIndex::parse(std::string_view text, const std::string& fileName,
-                                       std::optional<std::size_t> bus) const
+std::optional<machineDescription> machineIndex::parseBuses(const std::string& fileName) const
 {
-    std::string part;
-    append(part, text.substr(0, m_headBytes));
-    for (const piece& some : m_buses) {
-        append(part, text.substr(some.offset, some.length));
+    std::string part = headAndBuses();
+    for (const textTable& table : m_tables.faults) {
+        append(part, table);
     }
+    auto machine = parsed(part, fileName);
+    return machine && machine->buses.size() == m_layouts.size() ? std::move(machine) : std::nullopt;
+}
+
+std::optional<machineDescription> machineIndex::parseChipsOf(std::size_t bus, const std::string& fileName) const
+{
+    std::string part = headAndBuses();
     std::vector<tablePlace> places;
-    for (const piece& some : m_chips) {
-        if (bus && some.bus == *bus) {
-            append(part, text.substr(some.offset, some.length));
-            places.push_back(some.place);
+    for (std::size_t i = 0; i < m_busOfChip.size(); ++i) {
+        if (m_busOfChip[i] == bus) {
+            append(part, m_tables.chips[i]);
+            places.push_back(m_tables.chips[i].place);
         }
     }
-    machineDescription machine = parseMachine(part, fileName);
-    if (machine.buses.size() != m_buses.size() || machine.chips.size() != places.size() ||
-        std::ranges::any_of(machine.chips, [&](const chipDescription& chip) { return chip.bus != bus; })) {
-        throw std::runtime_error{fileName + ": its index is of another text"};
+    auto machine = parsed(part, fileName);
+    // the layout counts the chips that are on the bus indeed
+    if (!machine || machine->buses.size() != m_layouts.size() || m_layouts[bus].chips != places.size() ||
+        machine->layouts()[bus] != m_layouts[bus]) {
+        return std::nullopt;
     }
     for (std::size_t i = 0; i < places.size(); ++i) {
-        machine.chips[i].place = std::to_string(places[i].line) + ":" + std::to_string(places[i].column);
+        machine->chips[i].place = placeText(places[i]);
     }
     return machine;
 }

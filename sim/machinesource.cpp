@@ -1,6 +1,7 @@
 #include "sim/machinesource.h"
 
-#include <stdexcept>
+#include <system_error>
+#include <utility>
 
 namespace kest::sim
 {
@@ -24,19 +25,14 @@ bool machineSource::takeIndex()
     if (m_text.text().size() >= textWorthAnIndex) {
         m_index = machineIndex::load(m_indexFile, m_text.text());
     }
-    if (!m_index) {
+    auto buses = m_index ? m_index->parseBuses(fileName()) : std::nullopt;
+    if (!buses) {
         return false;
     }
-    try {
-        m_buses = std::make_shared<machineDescription>(m_index->parse(m_text.text(), fileName(), std::nullopt));
-    } catch (const std::runtime_error&) {
-        return false;
-    }
-    for (std::size_t bus = 0; bus < m_buses->buses.size(); ++bus) {
-        m_chips.push_back(m_index->chipsOf(bus));
-    }
-    m_layout = m_index->layoutMark();
-    m_faults = m_index->faultMark();
+    m_buses = std::make_shared<machineDescription>(std::move(*buses));
+    m_layouts = m_index->layouts();
+    m_layout = m_buses->layoutMark(m_layouts);
+    m_faults = m_buses->faultMark();
     m_indexIsKept = true;
     return true;
 }
@@ -44,34 +40,49 @@ bool machineSource::takeIndex()
 void machineSource::parseWhole()
 {
     m_whole = std::make_shared<machineDescription>(parseMachine(m_text.text(), fileName()));
-    m_buses = m_whole;
-    m_chips.assign(m_whole->buses.size(), 0);
-    for (const chipDescription& chip : m_whole->chips) {
-        ++m_chips[chip.bus];
-    }
-    m_layout = m_whole->layoutMark();
+    // its buses are the same, and others refer to it
+    m_buses = m_buses == nullptr ? m_whole : m_buses;
+    m_layouts = m_whole->layouts();
+    m_layout = m_whole->layoutMark(m_layouts);
     m_faults = m_whole->faultMark();
-    m_index = machineIndex::make(m_text.text(), *m_whole);
+    makeIndex();
+}
+
+// One that says something else than the text goes, for the next process to make it anew.
+void machineSource::makeIndex()
+{
+    auto made = machineIndex::make(m_text.text(), *m_whole);
+    if (m_indexIsKept && made != m_index) {
+        std::error_code ignored;
+        std::filesystem::remove(m_indexFile, ignored);
+        m_indexIsKept = false;
+    }
+    m_index = std::move(made);
 }
 
 std::shared_ptr<const machineDescription> machineSource::whole()
 {
     if (m_whole == nullptr) {
-        m_whole = std::make_shared<machineDescription>(parseMachine(m_text.text(), fileName()));
+        parseWhole();
     }
     return m_whole;
 }
 
 std::shared_ptr<const machineDescription> machineSource::withChipsOf(std::size_t bus)
 {
-    return m_whole != nullptr ? m_whole
-                              : std::make_shared<machineDescription>(m_index->parse(m_text.text(), fileName(), bus));
+    if (isByIndex()) {
+        if (auto part = m_index->parseChipsOf(bus, fileName())) {
+            return std::make_shared<machineDescription>(std::move(*part));
+        }
+    }
+    return whole();
 }
 
-void machineSource::keepIndex() const
+void machineSource::keepIndex()
 {
     if (m_index && !m_indexIsKept && m_text.text().size() >= textWorthAnIndex) {
-        m_index->save(m_indexFile, m_text.text());
+        m_index->save(m_indexFile);
+        m_indexIsKept = true;
     }
 }
 

@@ -26,7 +26,7 @@ protected:
     {
         const auto made = machineIndex::make(text, parseMachine(text, "m"));
         ASSERT_TRUE(made.has_value());
-        made->save(file, text);
+        made->save(file);
     }
     /// The file as another process may have left it, with a hash that is right.
     void put(Bytes content) const
@@ -46,20 +46,35 @@ TEST_F(MachineIndex, OneBusIsParsedWithTheChipsOfItAlone)
 {
     const auto index = machineIndex::load(file, text);
     ASSERT_TRUE(index.has_value());
-    EXPECT_EQ(1U, index->chipsOf(0));
-    EXPECT_EQ(1U, index->chipsOf(1));
-    const machineDescription right = index->parse(text, "m", 1);
-    ASSERT_EQ(2U, right.buses.size());
-    EXPECT_EQ("left", right.buses[0].name);
-    EXPECT_EQ("far", right.buses[1].node);
-    ASSERT_EQ(1U, right.chips.size());
-    EXPECT_EQ("PCA9554", right.chips[0].typeName);
-    EXPECT_EQ(1U, right.chips[0].bus);
-    EXPECT_EQ("8:3", right.chips[0].place);
-    EXPECT_EQ(7U, right.seed);
-    EXPECT_TRUE(right.faults.empty());
-    EXPECT_EQ("4:1", index->parse(text, "m", 0).chips.at(0).place);
-    EXPECT_TRUE(index->parse(text, "m", std::nullopt).chips.empty());
+    ASSERT_EQ(2U, index->layouts().size());
+    EXPECT_EQ(1U, index->layouts()[0].chips);
+    EXPECT_EQ(1U, index->layouts()[1].chips);
+    const auto right = index->parseChipsOf(1, "m");
+    ASSERT_TRUE(right.has_value());
+    ASSERT_EQ(2U, right->buses.size());
+    EXPECT_EQ("left", right->buses[0].name);
+    EXPECT_EQ("far", right->buses[1].node);
+    ASSERT_EQ(1U, right->chips.size());
+    EXPECT_EQ("PCA9554", right->chips[0].typeName);
+    EXPECT_EQ(1U, right->chips[0].bus);
+    EXPECT_EQ("8:3", right->chips[0].place);
+    EXPECT_EQ(7U, right->seed);
+    EXPECT_TRUE(right->faults.empty());
+    const auto left = index->parseChipsOf(0, "m");
+    ASSERT_TRUE(left.has_value());
+    EXPECT_EQ("4:1", left->chips.at(0).place);
+}
+
+TEST_F(MachineIndex, BusesAreParsedWithTheFaultsAndWithoutChips)
+{
+    const auto index = machineIndex::load(file, text);
+    ASSERT_TRUE(index.has_value());
+    const auto buses = index->parseBuses("m");
+    ASSERT_TRUE(buses.has_value());
+    EXPECT_EQ(2U, buses->buses.size());
+    EXPECT_TRUE(buses->chips.empty());
+    ASSERT_EQ(1U, buses->faults.size());
+    EXPECT_EQ("nack", buses->faults[0].kind);
 }
 
 TEST_F(MachineIndex, MarksAreThoseOfTheWholeText)
@@ -67,8 +82,10 @@ TEST_F(MachineIndex, MarksAreThoseOfTheWholeText)
     const machineDescription whole = parseMachine(text, "m");
     const auto index = machineIndex::load(file, text);
     ASSERT_TRUE(index.has_value());
-    EXPECT_EQ(whole.layoutMark(), index->layoutMark());
-    EXPECT_EQ(whole.faultMark(), index->faultMark());
+    EXPECT_EQ(whole.layouts(), index->layouts());
+    EXPECT_NE(index->layouts()[0].mark, index->layouts()[1].mark);
+    EXPECT_EQ(whole.layoutMark(), index->parseBuses("m")->layoutMark(index->layouts()));
+    EXPECT_EQ(whole.faultMark(), index->parseBuses("m")->faultMark());
 }
 
 TEST_F(MachineIndex, IsOfOneTextAlone)
@@ -83,8 +100,8 @@ TEST_F(MachineIndex, IsOfOneTextAlone)
 TEST_F(MachineIndex, ADamagedFileIsNone)
 {
     const std::string good = home.text("machine.index");
-    // 60 bytes and 20 for each of two buses and two chips
-    ASSERT_EQ(140U, good.size());
+    // 40 bytes, 12 for each of two buses, 4 for each of two chips
+    ASSERT_EQ(72U, good.size());
     for (std::size_t at = 0; at < good.size(); ++at) {
         std::string bad = good;
         bad[at] = static_cast<char>(bad[at] ^ 0x10);
@@ -95,38 +112,52 @@ TEST_F(MachineIndex, ADamagedFileIsNone)
     }
 }
 
-// Pieces are 20 bytes: offset, length, line, column and bus.
-TEST_F(MachineIndex, AForgedFileDoesNoHarm)
+// A bus has 12 bytes from 40 on, its number of chips and their mark; a chip has 4, its bus.
+TEST_F(MachineIndex, AForgedFileIsNoneOrFitsNoBusThatItIsWrongAbout)
 {
     const Bytes good = home.content("machine.index");
-    constexpr std::size_t secondChip = 60 + 3 * 20;
+    constexpr std::size_t leftBus = 40, rightBus = 52, firstChip = 64, secondChip = 68;
     struct Row {
         std::size_t at;
         Bytes value;
-        bool loads;
+        bool loads, left, right;
     };
     const Row rows[] = {
-        {secondChip, {0xFF, 0xFF, 0xFF, 0xFF}, false},
-        {secondChip + 4, {0xFF, 0xFF, 0xFF, 0xFF}, false},
-        {secondChip + 16, {2}, false},
-        {48, {0xFF, 0xFF}, false}, // bytes before the first table
-        {52, {3, 0, 0, 0, 2}, false}, // more tables than there are
-        {secondChip + 4, {0}, true}, // no chip
-        {secondChip + 16, {0}, true}, // of the other bus
-        {secondChip, {19}, true}, // in the middle of a word
+        {32, {3}, false, false, false}, // buses
+        {36, {3}, false, false, false}, // chips
+        {secondChip, {2}, false, false, false}, // of no bus
+        {firstChip, {1, 0, 0, 0, 0}, true, false, false}, // of each other's bus
+        {firstChip, {1}, true, false, false}, // of the other's, too
+        {leftBus, {2}, true, false, true}, // chips of the bus
+        {leftBus + 4, {0, 0, 0, 0, 0, 0, 0, 0}, true, false, true}, // what they are
+        {rightBus + 4, {0, 0, 0, 0, 0, 0, 0, 0}, true, true, false},
     };
     for (const Row& forged : rows) {
+        SCOPED_TRACE(forged.at);
         Bytes bad = good;
         std::ranges::copy(forged.value, bad.begin() + static_cast<std::ptrdiff_t>(forged.at));
         put(bad);
         const auto index = machineIndex::load(file, text);
-        ASSERT_EQ(forged.loads, index.has_value()) << forged.at;
-        if (index) {
-            EXPECT_THROW((static_cast<void>(index->parse(text, "m", 0)), static_cast<void>(index->parse(text, "m", 1))),
-                         std::runtime_error)
-                << forged.at;
-        }
+        ASSERT_EQ(forged.loads, index.has_value());
+        EXPECT_EQ(forged.left, index && index->parseChipsOf(0, "m"));
+        EXPECT_EQ(forged.right, index && index->parseChipsOf(1, "m"));
     }
+}
+
+TEST_F(MachineIndex, OfATextWithErrorsFitsNothing)
+{
+    std::string bad = text;
+    bad.replace(bad.find("0x90"), 4, "0x91");
+    Bytes index = home.content("machine.index");
+    const std::uint64_t hash = fnvHash64(bad);
+    for (std::size_t i = 0; i < 8; ++i) {
+        index[24 + i] = static_cast<std::uint8_t>(hash >> (8 * i));
+    }
+    put(index);
+    const auto loaded = machineIndex::load(file, bad);
+    ASSERT_TRUE(loaded.has_value());
+    EXPECT_FALSE(loaded->parseChipsOf(0, "m").has_value());
+    EXPECT_TRUE(loaded->parseChipsOf(1, "m").has_value());
 }
 
 TEST(MachineIndexOf, TablesThatShareLinesHaveNone)

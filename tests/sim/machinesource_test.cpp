@@ -1,3 +1,4 @@
+#include "base/hash.h"
 #include "sim/busstate.h"
 #include "sim/machinesource.h"
 #include "tests/sim/machinetest.h"
@@ -48,6 +49,7 @@ TEST_F(LargeMachine, LeavesAnIndexForTheNextProcess)
     machineSource second{home.path};
     EXPECT_EQ(40U, second.buses().buses.size());
     EXPECT_TRUE(second.buses().chips.empty());
+    EXPECT_TRUE(second.isByIndex());
     EXPECT_EQ(11U, second.chipsOf(7));
     EXPECT_EQ(first.layoutMark(), second.layoutMark());
     EXPECT_EQ(first.faultMark(), second.faultMark());
@@ -93,6 +95,148 @@ TEST_F(LargeMachine, EveryBusWorksWithAnIndex)
     EXPECT_EQ(7, home.content("b7.bin")[0x10]);
     EXPECT_EQ(39U, value("b39 0x42 PCA9554", "OUTPUT"));
     EXPECT_EQ(440U, machine->chips().size());
+}
+
+/// Each opening with a clock of its own is that of another process: it reads the files anew.
+class StillClock final : public realClock
+{
+public:
+    std::uint64_t nowNs() override { return 1; }
+    void sleepUntil(std::uint64_t) override {}
+};
+
+/// A large machine whose index somebody has forged, with the hashes that it should have.
+class ForgedIndex : public LargeMachine
+{
+protected:
+    // numbers of chips: each bus has a memory and ten expanders
+    static constexpr std::size_t busBytes = 12, chipBytes = 4, firstBus = 40, firstChip = firstBus + buses * busBytes;
+
+    void SetUp() override
+    {
+        LargeMachine::SetUp();
+        home.put("machine.toml", text);
+        open();
+        for (const char* bus : {"b1", "b2"}) {
+            User one{machine->findBus(bus, "")};
+            EXPECT_EQ(outcome::done, one.write(0x30, {0x01, 0x5A}).end);
+            EXPECT_EQ(outcome::done, one.store(0xA0, {0x10, 0x77}));
+        }
+        good = home.content("machine.index");
+        ASSERT_EQ(firstChip + 440 * chipBytes, good.size());
+    }
+    static std::size_t chipOf(std::size_t bus, std::size_t number)
+    {
+        return firstChip + (bus * 11 + number) * chipBytes;
+    }
+    void forge(std::size_t at, const Bytes& value)
+    {
+        Bytes bad = home.content("machine.index");
+        std::ranges::copy(value, bad.begin() + static_cast<std::ptrdiff_t>(at));
+        const std::uint64_t hash = fnvHash64({reinterpret_cast<const char*>(bad.data()) + 16, bad.size() - 16});
+        for (std::size_t i = 0; i < 8; ++i) {
+            bad[8 + i] = static_cast<std::uint8_t>(hash >> (8 * i));
+        }
+        home.put("machine.index", {bad.begin(), bad.end()});
+    }
+    /// A process that finds the forged index has the machine as it was left, and hears nothing.
+    void expectTheMachine()
+    {
+        StillClock clock;
+        ::testing::internal::CaptureStderr();
+        const auto found = openMachine(home.path, clock);
+        for (const char* bus : {"b1", "b2"}) {
+            User one{found->findBus(bus, "")};
+            EXPECT_EQ(Bytes{0x5A}, one.readAt(0x30, {0x01}, 1).data) << bus;
+            EXPECT_EQ(Bytes{0x77}, one.readAt(0xA0, {0x10}, 1).data) << bus;
+            EXPECT_EQ(outcome::done, one.write(0x30, {0x01, 0x5A}).end);
+            for (int chip = 1; chip < 10; ++chip) {
+                EXPECT_EQ(Bytes{0xFF}, one.readAt(static_cast<std::uint8_t>(0x30 + 2 * chip), {0x01}, 1).data) << bus;
+            }
+        }
+        EXPECT_EQ(440U, found->chips().size());
+        EXPECT_EQ("", ::testing::internal::GetCapturedStderr());
+        EXPECT_FALSE(std::filesystem::exists(home.path / "machine.state.damaged"));
+    }
+    /// The next process makes the index anew.
+    void expectItGone()
+    {
+        EXPECT_FALSE(std::filesystem::exists(home.path / "machine.index"));
+        StillClock clock;
+        openMachine(home.path, clock);
+        EXPECT_EQ(good, home.content("machine.index"));
+    }
+    Bytes good;
+};
+
+TEST_F(ForgedIndex, ThatIsNotForgedStays)
+{
+    expectTheMachine();
+    EXPECT_EQ(good, home.content("machine.index"));
+}
+
+TEST_F(ForgedIndex, WithChipsOnEachOthersBusesIsNotUsed)
+{
+    for (const std::size_t chip : {0U, 1U, 10U}) {
+        SCOPED_TRACE(chip);
+        forge(chipOf(1, chip), {2});
+        forge(chipOf(2, chip), {1});
+        expectTheMachine();
+        expectItGone();
+    }
+}
+
+TEST_F(ForgedIndex, WithAChipOnAnotherBusIsNotUsed)
+{
+    forge(chipOf(1, 4), {2});
+    expectTheMachine();
+    expectItGone();
+}
+
+TEST_F(ForgedIndex, WithOtherNumbersOfChipsIsNotUsed)
+{
+    // the file's size would be the same
+    forge(firstBus + 1 * busBytes, {10});
+    forge(firstBus + 2 * busBytes, {12});
+    expectTheMachine();
+    EXPECT_EQ(good, home.content("machine.index"));
+    forge(firstBus + 1 * busBytes, {10});
+    forge(firstBus + 2 * busBytes, {12});
+    forge(chipOf(1, 10), {2});
+    expectTheMachine();
+    EXPECT_EQ(good, home.content("machine.index"));
+}
+
+TEST_F(ForgedIndex, WithAnotherMarkOfChipsIsNotUsed)
+{
+    forge(firstBus + 1 * busBytes + 4, {1, 2, 3, 4, 5, 6, 7, 8});
+    expectTheMachine();
+    EXPECT_EQ(good, home.content("machine.index"));
+}
+
+TEST_F(ForgedIndex, ThatHidesAChangeOfTheFileIsFoundByTheFirstWhoUsesTheBus)
+{
+    std::string changed = text;
+    // the first expander of b1 is at 0x2E from now on
+    const std::size_t at = changed.find("address = 48", changed.find("bus = \"b1\""));
+    changed.replace(at, 12, "address = 46");
+    home.put("machine.toml", changed);
+    const std::uint64_t hash = fnvHash64(changed);
+    Bytes hashBytes;
+    for (std::size_t i = 0; i < 8; ++i) {
+        hashBytes.push_back(static_cast<std::uint8_t>(hash >> (8 * i)));
+    }
+    forge(24, hashBytes);
+    StillClock clock;
+    const auto found = openMachine(home.path, clock);
+    User two{found->findBus("b2", "")};
+    EXPECT_EQ(Bytes{0x5A}, two.readAt(0x30, {0x01}, 1).data);
+    EXPECT_THROW(found->findBus("b1", ""), std::runtime_error);
+    const auto again = openMachine(home.path, clock);
+    EXPECT_NE(found, again);
+    User one{again->findBus("b1", "")};
+    EXPECT_EQ(outcome::addressNotAcknowledged, one.probe(0x30));
+    EXPECT_EQ(Bytes{0xFF}, one.readAt(0x2E, {0x01}, 1).data);
 }
 
 /// Two buses with a memory each.
