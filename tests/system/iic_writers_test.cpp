@@ -48,6 +48,7 @@ TEST_F(IicWriters, WriteWaitsForItsTimeOutAndSendsNothing)
     EXPECT_EQ((Answer{0, ETIME}), device.write({1, 2, 3, 4}));
     EXPECT_EQ(300, clock.pauses);
     EXPECT_EQ(busTime, wires->busTimeNs());
+    EXPECT_NE(std::string::npos, device.firstFailure().find("\"silence\":\"other writer\""));
     EXPECT_EQ(pattern(32768, 1), image("main.bin"));
 }
 

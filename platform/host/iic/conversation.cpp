@@ -190,6 +190,8 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, wa
     answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs(what)};
     // transactions that were refused although the target acknowledges its address
     unsigned int refused = 1;
+    std::uint32_t silent = 0;
+    m_refusals = silent;
     m_addressAnswers = false;
     transferResult result = send(segments);
     if (isSilence(result.end)) {
@@ -197,6 +199,7 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, wa
     }
     while (isNotYet(result.end, what) && result.segment == 0) {
         const outcome answer = askAfter(result.end, segments.front().way);
+        m_refusals = m_addressAnswers ? silent : ++silent;
         if (m_addressAnswers && ++refused > doubtfulSends) {
             result.end = isSilence(result.end) ? outcome::dataNotAcknowledged : result.end;
             return result;
@@ -229,10 +232,13 @@ outcome conversation::askUntilAnswered(waiting what)
 {
     answerWindow window{.startedNs = m_nowNs, .lengthNs = windowNs(what)};
     outcome end = ask();
+    std::uint32_t silent = 0;
+    m_refusals = silent;
     if (isSilence(end)) {
         noteOtherWriter();
     }
     while (isNotYet(end, what) && !expired() && (!isOver(window) || opensAgain(window))) {
+        m_refusals = ++silent;
         pauseWithin(window);
         end = ask();
     }
@@ -245,6 +251,7 @@ outcome conversation::awaitCycleEnd()
     if (end != outcome::notSupported) {
         return end;
     }
+    m_refusals.reset();
     const std::uint64_t cycleNs = windowNs(waiting::cycleEnd);
     const std::uint64_t leftNs = timeLeftNs();
     pause(std::min(cycleNs, leftNs));

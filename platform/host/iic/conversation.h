@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "platform/host/iic/bus.h"
@@ -33,6 +34,9 @@ public:
 
     /// How long the latest transaction lasted, ns; questions do not count.
     [[nodiscard]] std::uint64_t lastedNs() const { return m_lastedNs; }
+    /// How often the target did not acknowledge in the latest wait, a transaction included. Nothing when the target could
+    /// not be asked.
+    [[nodiscard]] std::optional<std::uint32_t> refusals() const { return m_refusals; }
     /// Whether the target acknowledged its address while the latest transaction that sendWhenReady() sent failed.
     [[nodiscard]] bool addressAnswers() const { return m_addressAnswers; }
     /// Whether the transfer's time-out has passed.
@@ -79,6 +83,7 @@ private:
     std::uint64_t m_nowNs; ///< as of the last transaction or pause
     std::uint64_t m_askedNs; ///< when the latest transaction or question began
     std::uint64_t m_lastedNs = 0;
+    std::optional<std::uint32_t> m_refusals;
     bool m_addressAnswers = false;
     bool m_busyWithAnother = false; ///< another handle was writing pages to the target when last looked
 };

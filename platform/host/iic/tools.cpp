@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "base/clock.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/iic/bus.h"
 #include "platform/host/iic/bus_sim.h"
+#include "platform/host/iic/locks.h"
 #include "platform/host/iic/paths.h"
 #include "platform/host/iic/sharedfolder.h"
 
@@ -48,7 +50,7 @@ std::vector<scanResult> toolBus::scan()
     return results;
 }
 
-scanResult toolBus::probe(std::uint8_t address)
+scanResult toolBus::probe(std::uint8_t address, std::uint32_t speedKhz)
 {
     if (!isDeviceAddress(address)) {
         return {.address = address, .state = presence::uncertain, .reason = "not a device's address"};
@@ -56,7 +58,7 @@ scanResult toolBus::probe(std::uint8_t address)
     if (m_wires->heldByDriver(address)) {
         return {.address = address, .state = presence::heldByDriver, .reason = {}};
     }
-    const outcome end = m_wires->probe(address, probeMethod::safe, {}).end;
+    const outcome end = m_wires->probe(address, probeMethod::safe, {.speedKhz = speedKhz}).end;
     switch (end) {
     case outcome::done:
         return {.address = address, .state = presence::present, .reason = {}};
@@ -66,6 +68,25 @@ scanResult toolBus::probe(std::uint8_t address)
         return {.address = address, .state = presence::uncertain, .reason = nameOf(end), .error = errnoOf(end)};
     }
 }
+
+scanResult toolBus::awaitAnswer(std::uint8_t address, std::uint32_t milliseconds, std::uint32_t speedKhz)
+{
+    constexpr std::uint64_t pauseNs = nsPerMs;
+    const std::uint64_t startedNs = m_wires->nowNs();
+    scanResult now = probe(address, speedKhz);
+    while (now.state == presence::absent && m_wires->nowNs() - startedNs < milliseconds * nsPerMs) {
+        m_wires->pause(pauseNs);
+        now = probe(address, speedKhz);
+    }
+    return now;
+}
+
+bool toolBus::isBeingWritten(std::uint8_t address) const
+{
+    return addressLocks(m_wires->identity()).isWrittenByAnother(address);
+}
+
+pageWaits toolBus::waitsAfterPages(std::uint8_t address) const { return pageWaitsOf(m_wires->identity(), address); }
 
 bool toolBus::heldByDriver(std::uint8_t address) { return m_wires->heldByDriver(address); }
 

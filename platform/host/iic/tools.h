@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/iic/pagewaits.h"
 #include "platform/mern.h"
 
 namespace kest::host::iic
@@ -47,8 +48,17 @@ public:
     /// busy device.
     std::vector<scanResult> scan();
     /// Asks one address, likewise. @param address  8-bit form, even, not 0
-    scanResult probe(std::uint8_t address);
+    /// @param speedKhz  of a simulated bus; 0: its own
+    scanResult probe(std::uint8_t address, std::uint32_t speedKhz = 0);
     bool heldByDriver(std::uint8_t address);
+    /// Asks one address again and again until something acknowledges, or the time of the bus's clock is up.
+    /// @param speedKhz  of a simulated bus; 0: its own
+    /// @return as probe(); absent when nothing acknowledged in all that time
+    scanResult awaitAnswer(std::uint8_t address, std::uint32_t milliseconds, std::uint32_t speedKhz);
+    /// Whether a handle of any process is writing pages to the address right now.
+    [[nodiscard]] bool isBeingWritten(std::uint8_t address) const;
+    /// What the address showed after the pages that this process wrote to it.
+    [[nodiscard]] pageWaits waitsAfterPages(std::uint8_t address) const;
     /// @return 0 or an errno
     int reset();
 

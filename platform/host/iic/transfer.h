@@ -28,10 +28,12 @@ struct transferSettings {
 
 constexpr bool throughHub(const transferSettings& settings) { return settings.offsetLength >= 3; }
 
-/// Why a device did not acknowledge, for first-failure data: after a page was written to it, or before that.
+/// Why a device did not acknowledge, for first-failure data: after a page was written to it, before that, or not asked
+/// because another handle wrote to it for the whole wait.
 constexpr const char* silenceNone = "";
 constexpr const char* silenceBusy = "busy";
 constexpr const char* silenceAbsent = "absent";
+constexpr const char* silenceOtherWriter = "other writer";
 
 /// What an adapter lacks for a transfer, for first-failure data.
 constexpr const char* lacksNothing = "";

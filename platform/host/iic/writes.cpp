@@ -8,6 +8,7 @@
 
 #include "platform/host/iic/conversation.h"
 #include "platform/host/iic/locks.h"
+#include "platform/host/iic/pagewaits.h"
 
 namespace kest::host::iic
 {
@@ -56,7 +57,10 @@ private:
     void makePage(std::size_t length);
     bool canBeLess(outcome end, const segment& page, waiting waited);
     transferReport sendPages();
+    transferReport sendAll();
+    void noteWait();
 
+    bus& m_wires;
     conversation m_talk;
     const transferSettings& m_settings;
     std::span<const std::uint8_t> m_data;
@@ -66,12 +70,14 @@ private:
     std::vector<std::uint8_t> m_page; ///< the message under way: an offset and data
     std::uint64_t m_clockHz;
     std::size_t m_sent = 0; ///< bytes acknowledged
+    std::size_t m_latest = 0; ///< where the latest part of a page began
+    pageWaitCount m_waits;
 };
 
 writing::writing(bus& wires, const transferSettings& settings, std::span<const std::uint8_t> data,
                  transactionHistory& history, transferLimits& learnt)
-    : m_talk(wires, settings, history), m_settings(settings), m_data(data), m_learnt(learnt), m_takes(learnt),
-      m_limits(wires.limits()), m_clockHz(wires.clockHz(settings.pace))
+    : m_wires(wires), m_talk(wires, settings, history), m_settings(settings), m_data(data), m_learnt(learnt),
+      m_takes(learnt), m_limits(wires.limits()), m_clockHz(wires.clockHz(settings.pace))
 {
     m_page.reserve(std::min(m_limits.writeBytes, settings.offsetLength + data.size()));
 }
@@ -117,6 +123,14 @@ bool writing::canBeLess(outcome end, const segment& page, waiting waited)
     return end == outcome::tooLong && takeLess(m_takes, m_settings, {&page, 1});
 }
 
+/// Counts how the target waited after the latest page. Without a page size each message is a page.
+void writing::noteWait()
+{
+    const std::size_t place = m_settings.position + m_latest;
+    m_waits.note(static_cast<std::uint32_t>(m_settings.pageSize == 0 ? place : place / m_settings.pageSize),
+                 m_talk.refusals());
+}
+
 /// A page is certain when its target has taken the next one in: its write cycle is over then.
 transferReport writing::sendPages()
 {
@@ -127,6 +141,9 @@ transferReport writing::sendPages()
         makePage(length);
         const segment page{.address = m_settings.target, .way = direction::write, .bytes = m_page};
         const outcome end = m_talk.sendWhenReady({&page, 1}, what).end;
+        if (m_sent != 0) {
+            noteWait();
+        }
         if (canBeLess(end, page, what)) {
             // the target may be writing what it took of a page that was given up
             what = end == outcome::timedOut ? waiting::cycleEnd : what;
@@ -146,6 +163,7 @@ transferReport writing::sendPages()
         m_learnt = m_takes;
         what = waiting::cycleEnd;
         certain = m_sent;
+        m_latest = m_sent;
         m_sent += length;
         if (m_sent < m_data.size() && m_talk.expired()) {
             return {.moved = m_sent, .error = ETIME};
@@ -162,15 +180,26 @@ transferReport writing::run()
     }
     const pageClaim claim(m_settings);
     if (!claim.had()) {
-        return {.error = ETIME, .silence = silenceBusy};
+        return {.error = ETIME, .silence = silenceOtherWriter};
     }
     m_talk.restart();
+    const transferReport sent = sendAll();
+    addPageWaits(m_wires.identity(), m_settings.target, m_waits.sums());
+    return sent;
+}
+
+/// Sends the pages and waits for the end of the last one's write cycle.
+transferReport writing::sendAll()
+{
     const transferReport sent = sendPages();
     if (sent.error != 0) {
         return sent;
     }
     const bool hasCycle = m_settings.offsetLength != 0 || m_settings.writeCycleMs != 0;
     const outcome end = hasCycle ? m_talk.awaitCycleEnd() : outcome::done;
+    if (hasCycle) {
+        noteWait();
+    }
     if (isSilence(end) || end == outcome::timedOut) {
         return {.moved = sent.moved, .error = ETIME, .silence = silenceBusy};
     }
