@@ -11,6 +11,9 @@
 namespace kest::tools
 {
 
+/// Speed of the library's transfers unless attributes give another.
+constexpr std::uint32_t libraryKhz = 400;
+
 struct deviceLink {
     std::uint8_t address = 0; ///< 8-bit form
     const deviceTypeInfo* type = nullptr;
@@ -28,6 +31,8 @@ struct device {
     std::string bus; ///< device path without an address
     std::string node;
     std::vector<deviceLink> links;
+    /// Of the transfers, kHz; a diagnosis asks the device at the same speed. 0: the bus's own.
+    std::uint32_t speedKhz = libraryKhz;
 
     [[nodiscard]] const deviceLink& end() const { return links.back(); }
     [[nodiscard]] const deviceLink& head() const { return links.front(); }

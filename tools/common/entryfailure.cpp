@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fmt/core.h>
 
 #include "base/component.h"
@@ -11,6 +12,7 @@
 #include "platform/mern.h"
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
+#include "tools/common/diagnosis.h"
 
 namespace kest::tools
 {
@@ -23,6 +25,7 @@ constexpr unsigned wordErrno = 4;
 
 constexpr std::uint8_t moduleTools = 0;
 constexpr std::uint8_t dtlsDeviceText = 7;
+constexpr std::uint8_t dtlsVerdict = 9;
 /// Of each buffer, for an entry of the tools' own.
 constexpr unsigned traceBytes = 1024;
 
@@ -107,6 +110,23 @@ void describeErrno(int error, const device& which, failure& why)
     why.tryThis = advice.tryThis;
 }
 
+bool hasReason(const host::loggedEntry& entry, std::uint32_t reason)
+{
+    return std::ranges::any_of(entry.srcs,
+                               [reason](const host::loggedSrc& src) { return src.words[wordReason] == reason; });
+}
+
+/// Examines the bus after a transfer that nobody acknowledged, or that took too long.
+void describeSilence(const host::loggedEntry& entry, int error, const device& which, failure& why)
+{
+    if (error == ENXIO || error == ETIME) {
+        diagnoseSilence({.error = error, .silence = host::silenceOf(entry)}, which, why);
+    }
+    if (error == EBUSY) {
+        why.verdict = "held";
+    }
+}
+
 /// Describes what the adapter lacked for the transfer, when the entry has it.
 void describeLack(const host::loggedEntry& entry, const device& which, failure& why)
 {
@@ -128,6 +148,7 @@ void describeDetectState(const host::loggedEntry& entry, const device& which, fa
     const std::uint32_t state = src == entry.srcs.end() ? 0 : src->words[wordErrno];
     if (state == MERN_DETECT_SCL_HELD || state == MERN_DETECT_SDA_HELD) {
         why.what = state == MERN_DETECT_SCL_HELD ? "the bus is held: SCL stays low" : "the bus is held: SDA stays low";
+        why.verdict = "bus-held";
         return;
     }
     const int error = errnoAt({which.bus, which.node}, which.end().address);
@@ -169,12 +190,16 @@ void describeEntry(const host::loggedEntry& entry, const device& which, failure&
     };
     if (error != 0) {
         describeErrno(error, which, why);
+        describeSilence(entry, error, which, why);
         describeLack(entry, which, why);
     } else if (isVerdict || std::ranges::none_of(entry.srcs, isTold)) {
         describeReturnCode(entry.returnCode, why);
     }
     if (error == 0 && (entry.returnCode & reasonBits) == KEST_REASON_DETECT_STATE && !which.links.empty()) {
         describeDetectState(entry, which, why);
+    }
+    if (error == 0 && hasReason(entry, KEST_REASON_DEVICE_ABSENT)) {
+        describeSilence(entry, ENXIO, which, why);
     }
     nameBus(why.tryThis, {which.bus, which.node});
 }
@@ -186,6 +211,10 @@ failure entryFailure(std::unique_ptr<ErrlEntry> entry, const device& which, cons
     describeEntry(host::describeEntry(*entry), which, why);
     if (why.what.empty()) {
         why.what = fmt::format("failed with return code 0x{:08X}", why.returnCode);
+    }
+    if (*why.verdict != '\0') {
+        const std::string found = std::string(why.verdict) + ": " + why.what;
+        entry->addUsrDtls(found.data(), static_cast<unsigned short>(found.size()), componentTools, 1, dtlsVerdict);
     }
     entry->commit(kest_component, ERRL_ACTION_REPORT);
     why.logId = entry->plid();

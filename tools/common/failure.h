@@ -28,6 +28,8 @@ struct failure {
     std::string step = {}; ///< what was being done; may be empty
     std::uint32_t logId = 0; ///< of the committed error entry; 0 when there is none
     std::uint32_t returnCode = 0; ///< of that entry
+    /// What a diagnosis found: one of the words in docs/kestctl.md. Empty when there was none.
+    const char* verdict = "";
 };
 
 /// A wrong use: the failure with exit code 2. The caller may fill in the rest.

@@ -44,13 +44,10 @@ int guarded(const std::string& program, const bool& json, const std::function<in
 
 jsonValue errorJson(const failure& why)
 {
-    return {{"message", why.what},
-            {"device", why.device},
-            {"step", why.step},
-            {"try", why.tryThis},
-            {"log_id", why.logId},
-            {"return_code", why.returnCode},
-            {"exit_code", static_cast<int>(why.code)}};
+    return {{"message", why.what},    {"device", why.device},
+            {"step", why.step},       {"try", why.tryThis},
+            {"log_id", why.logId},    {"return_code", why.returnCode},
+            {"verdict", why.verdict}, {"exit_code", static_cast<int>(why.code)}};
 }
 
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)

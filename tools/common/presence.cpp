@@ -33,7 +33,9 @@ ErrlEntry* detect(const device& which, std::uint32_t speedKhz)
 void checkPresence(const device& which, std::uint32_t speedKhz)
 {
     refuseUnservedChain(which);
-    throwEntry(which.behindHub() ? readOneByte(which, speedKhz) : detect(which, speedKhz), which, "detect");
+    device asked = which;
+    asked.speedKhz = which.behindHub() && speedKhz == 0 ? libraryKhz : speedKhz;
+    throwEntry(which.behindHub() ? readOneByte(which, speedKhz) : detect(which, speedKhz), asked, "detect");
 }
 
 } // namespace kest::tools

@@ -115,6 +115,7 @@ byteRange checkedRange(const device& which, std::uint64_t offset, std::optional<
 seeprom::seeprom(device which, const accessOptions& options)
     : m_device(std::move(which)), m_options(options), m_attributes(hardwareAttributes(options.speedKhz))
 {
+    m_device.speedKhz = options.speedKhz != 0 ? options.speedKhz : libraryKhz;
     refuseUnservedChain(m_device);
     if (m_device.end().type->type != KEST_DEV_172) {
         requireKind(m_device, {deviceKind::seeprom}, "seeprom");

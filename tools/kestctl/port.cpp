@@ -51,14 +51,16 @@ struct portConfigOptions {
     bool force = false; ///< also where a kernel driver has the device, or the device table another type
 };
 
-device portDevice(const std::string& name, const std::string& verb, bool sensors, bool force)
+template <typename Options>
+device portDevice(const Options& options, const std::string& verb, bool sensors)
 {
-    device which = findDevice(name);
+    device which = findDevice(options.device);
+    which.speedKhz = options.speedKhz != 0 ? options.speedKhz : libraryKhz;
     refuseUnservedChain(which);
     if (!sensors || which.end().type->kind != deviceKind::sensor) {
         requireKind(which, {deviceKind::registers}, verb);
     }
-    refuseOtherType(which, force);
+    refuseOtherType(which, options.force);
     return which;
 }
 
@@ -109,7 +111,7 @@ jsonValue head(const device& which)
 
 int runPortRead(const context& shared, const portReadOptions& options)
 {
-    const device which = portDevice(options.device, "port read", true, options.force);
+    const device which = portDevice(options, "port read", true);
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
     std::uint32_t value = 0;
     throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
@@ -132,7 +134,7 @@ int runPortRead(const context& shared, const portReadOptions& options)
 /// Changes only the chosen pins. Asks before it drives a hub's reset line.
 int runPortWrite(const context& shared, const portWriteOptions& options)
 {
-    const device which = portDevice(options.device, "port write", false, options.force);
+    const device which = portDevice(options, "port write", false);
     const portOperation& operation = findOperation(options.operation, which);
     const bool copies = operation.operation == KEST_DP_COPY;
     const std::uint32_t bits = chosenPins(options.bits, options.pins, which, "BITS");
@@ -165,7 +167,7 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
 int runPortConfig(const context& shared, const portConfigOptions& options)
 {
     constexpr std::uint64_t highestByte = 0xFF;
-    const device which = portDevice(options.device, "port config", false, options.force);
+    const device which = portDevice(options, "port config", false);
     const portFunction& function = findFunction(options.function, which);
     if (which.end().type->pins < function.pinsRequired) {
         throw wrongUse(fmt::format("function '{}': a {} has one port, and its function is polarity0", function.word,

@@ -66,4 +66,9 @@ std::string lackOf(const loggedEntry& entry)
     return cleanText(fieldOf(jsonDocument::read(detailsOf(entry, firstFailureData)), "lacks"));
 }
 
+std::string silenceOf(const loggedEntry& entry)
+{
+    return cleanText(fieldOf(jsonDocument::read(detailsOf(entry, firstFailureData)), "silence"));
+}
+
 } // namespace kest::host

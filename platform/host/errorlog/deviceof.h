@@ -17,6 +17,10 @@ std::string deviceOf(const loggedEntry& entry);
 /// do not
 std::string lackOf(const loggedEntry& entry);
 
+/// @return why the target did not acknowledge, as the entry's first-failure data say: "busy", "absent", "other writer";
+/// empty when they do not
+std::string silenceOf(const loggedEntry& entry);
+
 /// @param record  first-failure data of the IIC layer, or other bytes in their place
 /// @return bus and address of the failed transfer: "BUS@HH"; empty when the record is not whole or names none
 std::string deviceOfRecord(std::string_view record);

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/host/iic/bus_sim.h"
+#include "platform/host/iic/locks.h"
 #include "tests/host/fakekernel.h"
 #include "tests/host/iic_support.h"
 #include "tests/host/usedconfiguration.h"
@@ -332,6 +334,14 @@ KestctlExitCodes::Cases KestctlExitCodes::busy() const
              EXPECT_EQ((Answer{0, 0}), other.config(2, 18, hub.data(), 8));
              EXPECT_EQ((Answer{0, 0}), other.config(2, 18, device.data(), 8));
              return code;
+         }},
+        {"the device is in a write cycle, of another program's page too",
+         [this] {
+             std::shared_ptr<host::iic::bus> wires;
+             EXPECT_EQ(0, host::iic::openSimulatedBus(machine(), false, "planar", "", wires));
+             host::iic::addressLocks other(wires->identity());
+             EXPECT_TRUE(other.beginWrite(0xA4, std::chrono::milliseconds(0)));
+             return exitWithFault({"nack", "--address", "0xA4"}, {{"seeprom", "read", "panel-vpd", "--length", "1"}});
          }},
         {"the service has as many clients as it takes", [this] {
              FakeService full([](RawClient& service) {
