@@ -89,6 +89,20 @@ TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedBy
     EXPECT_EQ("\xCC\xDD\xEE\xFF", readFile(machine() / "system.bin").substr(0x101C, 4));
 }
 
+// It holds SCL for 3 ms behind its address.
+TEST_F(KestctlSimFault, ChipThatStretchesBeyondTheAdaptersTimeIsNotDetected)
+{
+    const auto slow = [](const std::string& name, const std::string& milliseconds) {
+        return "[[bus]]\nname = \"" + name + "\"\nadapter = { timeout_ms = " + milliseconds + " }\n[[chip]]\nbus = \"" +
+               name + "\"\ntype = \"LM75\"\naddress = 0x90\nstretch_us = 3000\n";
+    };
+    add(slow("hasty", "2") + slow("patient", "4"));
+    const RunResult hasty = kestctl({"detect", "sim:hasty,L,75,90"});
+    EXPECT_EQ(1, hasty.exit);
+    EXPECT_THAT(hasty.errors, HasSubstr("no answer in time"));
+    EXPECT_EQ(0, kestctl({"detect", "sim:patient,L,75,90"}).exit);
+}
+
 TEST_F(KestctlSimFault, ScanShowsAPartAtEachOfItsAddresses)
 {
     add("[[bus]]\nname = \"deaf\"\n[[chip]]\nbus = \"deaf\"\ntype = \"24C02\"\naddress = 0xA0\naddresses = \"all\"\n"

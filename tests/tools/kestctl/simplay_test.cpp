@@ -48,6 +48,33 @@ TEST_F(KestctlPlay, AChipThatIsPulledOutFreesTheBus)
     EXPECT_EQ(0, kestctl({"detect", "cpu-temp"}).exit);
 }
 
+TEST_F(KestctlPlay, AHubLeavesWithTheChipsBehindIt)
+{
+    says({"sim", "play", "-"}, {.input = "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"remove\"\naddress = 0x80\n"});
+    EXPECT_EQ(4, kestctl({"seeprom", "read", "riser-vpd", "--length", "16"}).exit);
+    EXPECT_THAT(
+        says({"sim", "show"}),
+        HasSubstr("planar 0x80 port 3 0xA2 24C128\n  removed   0x01  answers nothing until its hub is inserted\n"));
+    says({"sim", "play", "-"}, {.input = "[[event]]\nat_ms = 0\nbus = \"planar\"\ndo = \"insert\"\naddress = 0x80\n"});
+    EXPECT_THAT(says({"sim", "show"}), HasSubstr("planar 0x80 HUB922\n  STATUS    0x0F  out of reset\n"));
+    EXPECT_EQ(0, kestctl({"seeprom", "read", "riser-vpd", "--length", "16"}).exit);
+}
+
+// SCL, '!', rises before the next START: adding a fault is a use of the bus, too.
+TEST_F(KestctlPlay, APowerCutFreesAHeldLineInTheRecording)
+{
+    const std::string file = (folder() / "planar.vcd").string();
+    says({"sim", "wave", "start", "planar", file});
+    says({"sim", "fault", "add", "hold-scl", "--bus", "planar"});
+    EXPECT_EQ(1, kestctl({"detect", "planar-vpd"}).exit);
+    const std::string held = readFile(file);
+    says({"sim", "play", "-"}, {.input = "[[event]]\nat_ms = 0\ndo = \"power-cut\"\n"});
+    says({"sim", "fault", "add", "nack", "--bus", "planar", "--address", "0xEE"});
+    EXPECT_EQ(held.rfind("!\n") - 1, held.rfind("0!\n"));
+    const std::string freed = readFile(file);
+    EXPECT_EQ(freed.rfind("!\n") - 1, freed.rfind("1!\n"));
+}
+
 TEST_F(KestctlPlay, WhatIsWrongIsNamedAndChangesNothing)
 {
     const std::string file = (folder() / "day.toml").string();
