@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -92,6 +93,7 @@ void busChips::connectResetLines(storedChip& driver)
     for (const auto& row : resetDrivers) {
         storedChip* const hub = m_at.at(row.hub >> 1);
         if (row.driver == driver.about().address && hub != nullptr && hub->about().kind == chipKind::hub) {
+            static_cast<hub922&>(hub->model()).connectResetLine();
             m_resetLines.push_back({hub, &driver});
         }
     }
@@ -196,12 +198,14 @@ void busChips::driveResetLines(std::vector<faultRecord>& faults, std::uint64_t n
     }
 }
 
-void busChips::beginUse(std::span<std::uint8_t> records, std::uint64_t busTime, pageWrite& page)
+void busChips::beginUse(std::span<std::uint8_t> records, busState& state)
 {
     endUse();
     m_use.records = records;
-    m_use.busTime = busTime;
-    m_use.page = &page;
+    m_use.busTime = state.now;
+    m_use.page = &state.page;
+    m_use.faults.clear();
+    std::ranges::transform(state.faults, std::back_inserter(m_use.faults), &faultRecord::number);
 }
 
 void busChips::loadAll()

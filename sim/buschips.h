@@ -1,6 +1,7 @@
 /// The chips of one bus: those on the bus itself, and those behind its hubs.
 #pragma once
 
+#include "sim/busstate.h"
 #include "sim/chip.h"
 #include "sim/faultrecord.h"
 #include "sim/folderwatch.h"
@@ -71,8 +72,8 @@ public:
     [[nodiscard]] std::size_t count() const { return m_members.size(); }
     /// Begins a use of the bus with the chips as their records in the state file have them.
     /// @param records  stay as they are until the next store() or endUse()
-    /// @param page     gets what memory chips program, until endUse()
-    void beginUse(std::span<std::uint8_t> records, std::uint64_t busTime, pageWrite& page);
+    /// @param state    of the bus, as it was stored with them; its page gets what memory chips program, until endUse()
+    void beginUse(std::span<std::uint8_t> records, busState& state);
     /// Loads those that are not loaded yet.
     void loadAll();
     /// What is damaged in the records of the chips that are loaded; null: nothing.

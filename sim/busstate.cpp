@@ -1,5 +1,7 @@
 #include "sim/busstate.h"
 
+#include "base/clock.h"
+
 #include <algorithm>
 
 namespace kest::sim
@@ -10,6 +12,15 @@ void busState::letLinesGo()
     sdaHeld = sclHeld = false;
     heldBy = resetsToGo = 0;
     heldUntil = 0;
+}
+
+// Every hold is that of a fault, and ends with it.
+void busState::checkHold(stateFields& fields) const
+{
+    const bool known = std::ranges::find(faults, heldBy, &faultRecord::number) != faults.end();
+    fields.check(held() == (heldBy != 0) && (known || heldBy == 0) && !(sdaHeld && sclHeld) &&
+                     heldUntil <= std::min(now, latestTime) + longestHoldMs * nsPerMs,
+                 "the hold of a line");
 }
 
 void busState::exchange(stateFields& fields)
@@ -40,10 +51,11 @@ void busState::exchange(stateFields& fields)
         record.exchange(fields);
     }
     fields.numbers(heldUntil, drivenBy);
-    fields.check(heldUntil <= latestTime, "the hold of a line");
+    checkHold(fields);
     fields.check((drivenBy & 1) == 0, "the address of a read that was cut off");
     auto eventCount = static_cast<std::uint32_t>(events.size());
     fields.numbers(transactions, eventCount);
+    fields.check(transactions <= latestTime, "the number of transactions");
     fields.check(eventCount <= mostEvents, "the number of events");
     events.resize(std::min<std::size_t>(eventCount, mostEvents));
     for (auto& event : events) {

@@ -42,6 +42,9 @@ struct busState {
     void letLinesGo();
     /// Loads it from the state file, or stores it there.
     void exchange(stateFields& fields);
+
+private:
+    void checkHold(stateFields& fields) const;
 };
 
 constexpr std::size_t busStateBytes = 512 + 2 * mostFaults * faultBytes + mostEvents * eventBytes;

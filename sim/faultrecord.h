@@ -67,6 +67,8 @@ constexpr outcome endWithoutAdapter(const faultRecord& gone)
     return gone.value == 0 ? outcome::gone : outcome::timedOut;
 }
 
+/// The longest time that a fault asks for.
+constexpr std::uint64_t longestHoldMs = 3'600'000;
 /// A bus has room for that many faults of the machine file and as many by program, so that neither push the others out.
 constexpr std::size_t faultBytes = 80, mostFaults = 64;
 

@@ -195,6 +195,7 @@ void hub922::exchange(stateFields& fields)
     auto number = static_cast<std::uint8_t>(m_status);
     fields.numbers(number, m_busyUntil);
     fields.flag(m_heldInReset);
+    fields.check(!m_heldInReset || m_hasResetLine, "a hub in reset without a reset line");
     fields.check(m_busyUntil <= fields.busTime() + longestWaitNs, "the end of a hub's work");
     m_holds.exchange(fields);
     m_status = static_cast<hubStatus>(number);

@@ -29,6 +29,8 @@ public:
     /// The reset line. Low holds the hub in reset; letting it go starts it with cleared faults and status 15.
     void resetLine(bool low);
     [[nodiscard]] bool inReset() const { return m_heldInReset; }
+    /// Something drives the reset line; before any use. Without it the hub is never in reset.
+    void connectResetLine() { m_hasResetLine = true; }
 
     bool start(direction way, busClock& clock, chipFaults& faults) override;
     bool take(std::uint8_t byte, busClock& clock) override;
@@ -71,6 +73,7 @@ private:
     [[nodiscard]] hubStatus fetch(busClock& clock, chipFaults& faults);
 
     subBuses m_subBuses;
+    bool m_hasResetLine = false;
 
     hubStatus m_status = hubStatus::done;
     bool m_heldInReset = false;

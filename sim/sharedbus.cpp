@@ -46,7 +46,7 @@ const char* sharedBus::readRecord()
     if (fields.damaged() != nullptr) {
         return fields.damaged();
     }
-    m_chips.beginUse(record.subspan(busStateBytes), m_state.now, m_state.page);
+    m_chips.beginUse(record.subspan(busStateBytes), m_state);
     return m_state.page.pending && !m_chips.holds(m_state.page) ? "the page on its way into an image" : nullptr;
 }
 

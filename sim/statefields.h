@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <vector>
 
 namespace kest::sim
 {
@@ -22,8 +23,10 @@ public:
         store
     };
     /// @param busTime  of the record's bus, ns
-    stateFields(std::span<std::uint8_t> bytes, way which, std::uint64_t busTime = 0)
-        : m_record{bytes}, m_now{busTime}, m_loads{which == way::load}
+    /// @param faults   numbers of the bus's faults, which outlive the fields; null: not known
+    stateFields(std::span<std::uint8_t> bytes, way which, std::uint64_t busTime = 0,
+                const std::vector<std::uint32_t>* faults = nullptr)
+        : m_record{bytes}, m_now{busTime}, m_faults{faults}, m_loads{which == way::load}
     {
     }
 
@@ -79,6 +82,11 @@ public:
             m_damage = what;
         }
     }
+    /// Notes the number of a fault that the bus does not have. @param number  0: of none
+    void checkFault(std::uint32_t number, const char* what)
+    {
+        check(number == 0 || m_faults == nullptr || std::ranges::find(*m_faults, number) != m_faults->end(), what);
+    }
     /// The first field that is damaged; null: none.
     [[nodiscard]] const char* damaged() const { return m_damage; }
     [[nodiscard]] std::uint64_t busTime() const { return m_now; }
@@ -115,6 +123,7 @@ private:
     std::span<std::uint8_t> m_record;
     std::size_t m_at = 0;
     std::uint64_t m_now;
+    const std::vector<std::uint32_t>* m_faults;
     const char* m_damage = nullptr;
     bool m_loads;
 };

@@ -78,7 +78,7 @@ chip& storedChip::unread(chipUse& use)
 
 void storedChip::load(chipUse& use)
 {
-    stateFields fields{recordIn(use.records), stateFields::way::load, use.busTime};
+    stateFields fields{recordIn(use.records), stateFields::way::load, use.busTime, &use.faults};
     m_model->deselect();
     exchange(*m_model, fields);
     if (fields.damaged() != nullptr) {

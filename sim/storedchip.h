@@ -24,6 +24,7 @@ struct chipUse {
     std::span<std::uint8_t> records; ///< of all chips, chipStateBytes each
     std::uint64_t busTime = 0; ///< at the begin, ns
     pageWrite* page = nullptr; ///< gets what memory chips program
+    std::vector<std::uint32_t> faults; ///< numbers of the bus's faults at the begin
     std::vector<storedChip*> loaded;
     const char* damage = nullptr; ///< the first field that was damaged; null: none
 };

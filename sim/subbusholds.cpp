@@ -71,6 +71,7 @@ void subBusHolds::exchange(stateFields& fields)
         fields.numbers(line, hold.by, hold.resetsToGo);
         fields.check(line <= static_cast<std::uint8_t>(heldLine::scl) && (line == 0) == (hold.by == 0),
                      "a held sub-bus");
+        fields.checkFault(hold.by, "the fault that holds a sub-bus");
         hold.line = static_cast<heldLine>(line);
     }
 }

@@ -78,6 +78,7 @@ void writeCycle::exchange(stateFields& fields, std::uint32_t sizeBytes)
     fields.numbers(m_doneAt, m_stuckBy, kept, m_pageStart, m_length);
     fields.check(m_stuckBy != 0 ? m_doneAt == never : m_doneAt <= fields.busTime() + longestWaitNs,
                  "the end of a write cycle");
+    fields.checkFault(m_stuckBy, "the fault that keeps a write cycle from ending");
     fields.check(kept <= static_cast<std::uint8_t>(keeping::tornPage) && m_length <= longestPage &&
                      m_pageStart <= sizeBytes && m_length <= sizeBytes - m_pageStart && (kept == 0) == (m_length == 0),
                  "the page of a write cycle");

@@ -184,8 +184,9 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
     fault({.kind = "nack", .nth = 5, .count = 7});
     on->planar->idle(1'000'000);
     on->planar->idle(1'000'000);
-    constexpr std::size_t record = 4096 + 2048, faults = record + 329, eeprom = record + busStateBytes,
-                          leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes, hub = lm92 + chipStateBytes;
+    constexpr std::size_t record = 4096 + 2048, faults = record + 329, afterFault = faults + 79,
+                          eeprom = record + busStateBytes, leds = eeprom + chipStateBytes, lm92 = leds + chipStateBytes,
+                          hub = lm92 + chipStateBytes;
     const std::string good = home.text("machine.state");
     ASSERT_EQ(0, good[4096]);
     struct Row {
@@ -200,6 +201,10 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {record + 9, {1, 1}, "the page on its way into an image"},
         {record + 269, Bytes(8, 0xFF), "bus time"},
         {record + 269, {0, 0, 0, 0, 0, 0, 0, 0x40}, "bus time"},
+        {record + 285, {1}, "the hold of a line"}, // by nobody
+        {record + 285, {1, 1, 1}, "the hold of a line"},
+        {record + 285, {0, 0, 1}, "the hold of a line"}, // of no line
+        {record + 285, {1, 0, 2}, "the hold of a line"}, // by a fault that is not there
         {record + 296, {10}, "the bit of a read that was cut off"},
         {record + 299, Bytes(8, 0x01), "the waveform"},
         {record + 317, Bytes(8, 0x01), "the waveform"},
@@ -209,11 +214,16 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {faults, {0}, "a fault's number, address or first time"},
         {faults + 6, {1}, "a fault's number, address or first time"},
         {faults + 20, Bytes(8, 0xFF), "the probability of a fault"},
+        {faults + 56, Bytes(8, 0x7F), "how often a fault struck"},
         {faults + 64, {9}, "how often a fault struck"},
+        {afterFault, Bytes(8, 0x01), "the hold of a line"},
+        {afterFault + 9, Bytes(8, 0x7F), "the number of transactions"},
+        {afterFault + 17, {65}, "the number of events"},
         {eeprom, {0, 1}, "an EEPROM's address counter"},
         {eeprom + 4, Bytes(8, 0x0F), "the end of a write cycle"},
         {eeprom + 4, Bytes(8, 0xFF), "the end of a write cycle"},
         {eeprom + 12, {1}, "the end of a write cycle"},
+        {eeprom + 4, Bytes(8, 0xFF) + Bytes{2}, "the fault that keeps a write cycle from ending"},
         {eeprom + 16, {3}, "the page of a write cycle"},
         {eeprom + 16, {0}, "the page of a write cycle"},
         {eeprom + 17, {0xFF, 0xFF, 0xFF, 0xFF}, "the page of a write cycle"},
@@ -236,6 +246,7 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
         {hub + 9, {2}, "a flag"},
         {hub + 10, {3, 1}, "a held sub-bus"},
         {hub + 10, {1, 0}, "a held sub-bus"},
+        {hub + 10, {1, 2}, "the fault that holds a sub-bus"},
     };
     for (const Row& damage : rows) {
         SCOPED_TRACE(std::to_string(damage.at - record) + " " + damage.what);
@@ -254,6 +265,46 @@ TEST_F(MachineFolder, DamagedFieldsAreSaidAndSetAside)
     home.put("machine.state", good);
     EXPECT_EQ("", openAndHear());
     EXPECT_EQ(7U, machine->faults().at(0).what.count);
+}
+
+TEST_F(MachineFolder, AHubInResetWithoutAResetLineIsDamaged)
+{
+    // the driver of 0x82 is at 0xC2
+    power(chip("HUB922", "0x82") + chip("PCA9552", "0xC0"));
+    std::string bad = home.text("machine.state");
+    constexpr std::size_t record = 4096 + 2048, recordBytes = busStateBytes + 2 * chipStateBytes, inReset = 9;
+    for (const std::size_t which : {std::size_t{0}, recordBytes}) {
+        bad[record + which + busStateBytes + inReset] = 1;
+    }
+    on.reset();
+    machine.reset();
+    home.put("machine.state", bad);
+    EXPECT_EQ(openAndHear(), said("bus 'planar': a hub in reset without a reset line cannot be"));
+    EXPECT_EQ(outcome::done, on->probe(0x82));
+}
+
+// What a fault that is there did is no damage, and neither is what a fault did that is cleared.
+TEST_F(MachineFolder, WhatAFaultDoesIsNoDamage)
+{
+    power(chip("24C02", "0xA0", "image = \"a.bin\"") + chip("HUB922", "0x80") +
+          chip("24C02", "0xA2", "hub = 0x80\nport = 1\nimage = \"b.bin\""));
+    const auto stuck = fault({.kind = "stuck-write-cycle", .address = 0xA0});
+    const auto held = fault({.kind = "hub-hold-sda"});
+    EXPECT_EQ(outcome::done, on->write(0xA0, {0, 1}).end);
+    EXPECT_EQ((Bytes{3, 0xFF}), on->readAt(0x80, {1, 0xA2, 0}, 2).data);
+    fault({.kind = "hold-scl", .count = 2, .lastsMs = 3'600'000});
+    EXPECT_EQ(outcome::sclHeld, on->probe(0x80));
+    for (const bool cleared : {false, true}) {
+        if (cleared) {
+            machine->clearFault(stuck);
+            machine->clearFault(held);
+        }
+        on.reset();
+        machine.reset();
+        EXPECT_EQ("", openAndHear());
+        EXPECT_EQ(cleared ? "ready" : "write cycle that does not end", meaning("planar 0xA0 24C02", "busy"));
+        EXPECT_EQ(cleared ? "free" : "ports 1", meaning("planar 0x80 HUB922", "SDA held"));
+    }
 }
 
 TEST_F(MachineFolder, StateDamagedUnderARunningProcessIsGoneUntilOpenedAgain)
