@@ -103,24 +103,27 @@ bool transaction::sendAddress(const segment& part)
     const bool acknowledged = !refused && addressed != nullptr && startPaced(*addressed, part.way, answering, m_faults);
     m_lines.byte(byte, acknowledged);
     m_lines.clock.now += answering.now - before;
-    m_bitLost = false;
-    m_byteNumber = 0;
     if (!acknowledged) {
         if (addressed != nullptr) {
             addressed->deselect();
         }
         return fail(outcome::addressNotAcknowledged, ending::stop);
     }
-    m_selected = addressed;
-    m_selectedAt = part.address;
-    m_answered[part.address >> 1] = true;
-    if (endStretch(part, answering.now - before) && !isTimeOver()) {
-        return true;
-    }
-    if (part.way == direction::read) {
+    select(*addressed, part.address);
+    const bool goesOn = endStretch(part, answering.now - before) && !isTimeOver();
+    if (!goesOn && part.way == direction::read) {
         leaveNextByte();
     }
-    return false;
+    return goesOn;
+}
+
+void transaction::select(chip& addressed, std::uint8_t address)
+{
+    m_selected = &addressed;
+    m_selectedAt = address;
+    m_answered[address >> 1] = true;
+    m_byteNumber = 0;
+    m_bitLost = false;
 }
 
 // The controller looks at its time behind each byte, addresses included.

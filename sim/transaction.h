@@ -36,6 +36,7 @@ private:
     };
     bool runSegment(std::size_t index);
     bool sendAddress(const segment& part);
+    void select(chip& addressed, std::uint8_t address);
     [[nodiscard]] bool isStillDriven();
     void noteWhatIsDriven();
     [[nodiscard]] bool isStruckAtAddress(const segment& part);
