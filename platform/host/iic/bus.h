@@ -76,6 +76,7 @@ struct transferLimits {
     std::size_t readBytes = 0; ///< of one read segment
     std::size_t segments = 0;
     bool repeatedStart = true; ///< not a STOP and a START in its place; a kernel's bus does not tell
+    bool plain = true; ///< messages of any kind, not SMBus calls alone
     /// The longest wire time, ns, with which the adapter is not expected to give a transaction up; 0: not known.
     std::uint64_t wireNs = 0;
 

@@ -134,7 +134,8 @@ transferLimits smbusLimits(unsigned long functions)
     const auto has = [functions](const limitRow& row) { return can(functions, row.function); };
     return {.writeBytes = std::ranges::find_if(writes, has)->bytes,
             .readBytes = std::ranges::find_if(reads, has)->bytes,
-            .segments = 2};
+            .segments = 2,
+            .plain = false};
 }
 
 } // namespace kest::host::iic

@@ -15,7 +15,7 @@
 namespace kest::host::iic
 {
 
-toolBus::toolBus(std::shared_ptr<bus> wires) : m_wires(std::move(wires)) {}
+toolBus::toolBus(std::shared_ptr<bus> wires) : m_wires(std::move(wires)), m_messageBytes(m_wires->limits().readBytes) {}
 
 toolBus::~toolBus() = default;
 
@@ -91,6 +91,12 @@ pageWaits toolBus::waitsAfterPages(std::uint8_t address) const { return pageWait
 bool toolBus::heldByDriver(std::uint8_t address) { return m_wires->heldByDriver(address); }
 
 int toolBus::reset() { return errnoOf(m_wires->reset(0)); }
+
+exchangeResult toolBus::exchange(const exchangeOrder& order) { return iic::exchange(*m_wires, order, m_messageBytes); }
+
+std::string toolBus::exchangeTrouble() const { return iic::exchangeTrouble(*m_wires); }
+
+std::size_t toolBus::longestExchange(std::uint32_t speedKhz) const { return iic::longestExchange(*m_wires, speedKhz); }
 
 std::string toolBus::adapterName() const { return m_wires->adapterName(); }
 

@@ -1,6 +1,7 @@
 /// What the tools ask of a bus beyond the layer's functions: what is on it, what its adapter can do.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "platform/host/iic/pagewaits.h"
+#include "platform/host/iic/exchange.h"
 #include "platform/mern.h"
 
 namespace kest::host::iic
@@ -61,6 +63,12 @@ public:
     [[nodiscard]] pageWaits waitsAfterPages(std::uint8_t address) const;
     /// @return 0 or an errno
     int reset();
+    /// Sends one plain transaction. See exchange.h
+    exchangeResult exchange(const exchangeOrder& order);
+    /// Why exchange() can't work on this bus, as far as it is known beforehand; empty when it can.
+    [[nodiscard]] std::string exchangeTrouble() const;
+    /// Bytes that one exchange() reads at most.
+    [[nodiscard]] std::size_t longestExchange(std::uint32_t speedKhz) const;
 
     [[nodiscard]] std::string adapterName() const;
     /// The kernel's number of the adapter; none for a simulated bus.
@@ -71,6 +79,7 @@ public:
 private:
     explicit toolBus(std::shared_ptr<bus> wires);
     std::shared_ptr<bus> m_wires;
+    std::size_t m_messageBytes; ///< that a message of exchange() takes, as far as it is known
 };
 
 /// Why the locks of a bus are refused to everybody, and the command that makes it right; empty when they are not, or
