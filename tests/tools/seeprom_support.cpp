@@ -1,12 +1,25 @@
 #include "tests/tools/seeprom_support.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <utility>
 
 namespace kest::test
 {
+
+std::string variedBytes(std::size_t length)
+{
+    std::string bytes;
+    // linear congruence of 32 bits
+    std::uint32_t state = 1;
+    for (std::size_t at = 0; at < length; ++at) {
+        state = state * 1664525U + 1013904223U;
+        bytes += static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
 
 std::string SeepromTest::complaint(int exit, std::vector<std::string> arguments, RunOptions options) const
 {

@@ -9,6 +9,9 @@
 namespace kest::test
 {
 
+/// Bytes that do not repeat: a part that holds them shows how many offset bytes it takes.
+std::string variedBytes(std::size_t length);
+
 /// Areas "seeprom" and "copy" on the demo machine: planar-vpd is a 24C256 at A0, panel-vpd a 24C02 at A4, riser-vpd a
 /// 24C128 behind the hub.
 class SeepromTest : public MachineTest

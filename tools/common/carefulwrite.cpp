@@ -10,6 +10,7 @@
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/undofile.h"
+#include "tools/common/widthguard.h"
 
 namespace kest::tools
 {
@@ -106,7 +107,10 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
 {
     const byteRange whole{offset, static_cast<std::uint32_t>(bytes.size())};
     const std::uint32_t pageBytes = chip.pageBytes();
+    widthGuard width(chip, whole, {.yes = options.yes, .dryRun = options.dryRun, .unproved = options.widthUnproved});
+    width.beforeReading();
     const byteVector old = chip.read(whole, "read the old bytes");
+    width.afterReading();
     const auto ranges = differingPages(whole, bytes, old, pageBytes, options.allPages);
     const device& target = chip.target();
     writeReport report;
@@ -116,8 +120,10 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
     }
     report.pagesSkipped = pagesIn(whole, pageBytes) - report.pagesWritten;
     if (!ranges.empty()) {
+        width.beforeWriting(old, bytes);
         report.part = checkIdentity(chip, options.force);
     }
+    report.width = width.finding();
     if (options.dryRun || ranges.empty()) {
         report.verified = ranges.empty();
         return report;
@@ -129,6 +135,8 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
                 options.yes);
     }
     report.undoFile = saveUndo(dumpOf(chip, offset, old));
+    width.tryOut();
+    report.width = width.finding();
     writeRanges(chip, whole, bytes, ranges, report.undoFile);
     if (options.verify) {
         verifyWritten(chip, whole, bytes);

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "tools/common/identity.h"
 #include "tools/common/seeprom.h"
+#include "tools/common/widthengine.h"
 
 namespace kest::tools
 {
@@ -23,6 +25,7 @@ struct carefulWriteOptions {
     bool allPages = false; ///< also pages that already hold the data
     bool force = false; ///< even if a kernel driver has the device, or the part is not the expected one
     bool verify = true;
+    bool widthUnproved = false; ///< also when the offset width of the part can't be proved
 };
 
 struct writeReport {
@@ -30,13 +33,15 @@ struct writeReport {
     std::uint32_t pagesWritten = 0;
     std::uint32_t pagesSkipped = 0; ///< they already held the data
     identity part = identity::notExpected; ///< what was found where something is to be written
+    std::optional<widthFinding> width; ///< what the proof of the offset width found, when there was one
     std::string undoFile; ///< empty when nothing was written
     bool verified = false;
 };
 
 /// Writes with care: reads the old bytes, skips pages that already hold the data, asks, saves an undo file, writes,
 /// reads back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, a kernel
-/// driver has the device, or the part is not the expected one; 5 what was read back differs.
+/// driver has the device, or the part is not the expected one,
+/// or its offset width is another or can't be proved; 5 what was read back differs.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

@@ -169,6 +169,18 @@ std::vector<host::expectedBytes> expectedAt(const device& which)
     return expected;
 }
 
+bool isWidthProved(const device& which)
+{
+    const host::configuration& settings = host::currentConfiguration();
+    const std::vector<host::placedType> mine = host::placesOf(which.text, settings.nodes);
+    return std::ranges::any_of(settings.devices, [&](const host::deviceEntry& row) {
+        const std::vector<host::placedType> theirs =
+            row.widthProved ? host::placesOf(row.location, settings.nodes) : std::vector<host::placedType>{};
+        return !mine.empty() && !theirs.empty() && mine.back().place == theirs.back().place &&
+               mine.back().type == theirs.back().type;
+    });
+}
+
 busName findBus(const std::string& pathOrDevice, const std::string& node)
 {
     std::string why;

@@ -34,6 +34,9 @@ void refuseOtherType(const device& which, bool force);
 /// What the device table expects at a device's place, of whatever name.
 [[nodiscard]] std::vector<host::expectedBytes> expectedAt(const device& which);
 
+/// Whether the device table says that the offset width of the device's type is right.
+[[nodiscard]] bool isWidthProved(const device& which);
+
 /// A bus named by its path, as i2c-N unless a device of the table has that name, or by a device text or name on it.
 /// Throws as findDevice().
 /// @param node  of the bus, in place of the device's; empty keeps the device's

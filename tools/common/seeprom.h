@@ -55,6 +55,8 @@ public:
     void write(std::uint32_t offset, std::span<const unsigned char> bytes);
 
     [[nodiscard]] const device& target() const { return m_device; }
+    /// The bus speed of its transfers, kHz.
+    [[nodiscard]] std::uint32_t speedKhz() const { return m_attributes[KEST_ATTR_BUS_SPEED]; }
     /// Bytes that one write cycle changes.
     [[nodiscard]] std::uint32_t pageBytes() const;
     /// Whether the hardware serves it; else its persisted copy does.

@@ -10,6 +10,7 @@
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/seepromchoice.h"
 #include "tools/kestctl/seepromcompare.h"
+#include "tools/kestctl/seepromprobe.h"
 #include "tools/kestctl/seepromwrite.h"
 
 namespace kest::tools
@@ -100,6 +101,7 @@ void addSeeprom(command program, context& shared)
     addSeepromCompare(area, shared);
     addDump(area, shared);
     addSeepromRestore(area, shared);
+    addSeepromProbe(area, shared);
 }
 
 } // namespace kest::tools

@@ -11,6 +11,7 @@
 #include "tools/common/files.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/widthproof.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/seepromchoice.h"
 
@@ -84,6 +85,7 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                     {"verified", report.verified},
                     {"mode", modeWord(chip.touchesHardware() ? accessMode::hardware : accessMode::file)},
                     {"identity", identityWord(report.part)},
+                    {"width", report.width ? widthJson(*report.width) : jsonValue()},
                     {"undo_file", report.undoFile},
                     {"wavered", jsonNumbers(chip.wavered())}});
         standardOutput().json(result);
@@ -107,6 +109,9 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
             standardOutput().text(
                 fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
         }
+    }
+    if (report.width && report.pagesWritten != 0) {
+        standardOutput().text(fmt::format("{}\n", widthLine(chip.target(), *report.width)));
     }
     return exitDone;
 }
@@ -154,6 +159,8 @@ void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
     verb.flag("--dry-run", care.dryRun, "only show what would be written");
     addForce(verb, to, "write even if a kernel driver has the device, or the part is not the expected one");
     verb.flag("--all-pages", care.allPages, "also write pages that already hold the data");
+    verb.flag("--width-unproved", care.widthUnproved,
+              "write also when the part's number of offset bytes can't be proved");
     verb.clearingFlag("--no-verify", care.verify, "do not read back and compare");
 }
 

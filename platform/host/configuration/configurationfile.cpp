@@ -117,6 +117,7 @@ void fileReader::readDevice(const std::string& key, const toml::table& table)
          }},
         {"name", [&](const std::string& whole, const toml::node& node) { readName(whole, node, device.name); }},
         {"expect", expectation(m_reader, device.expect)},
+        {"width_proved", m_reader.truth(device.widthProved)},
     };
     m_reader.section(key, table, rows);
     if (!table.contains("number")) {

@@ -24,6 +24,7 @@ struct deviceEntry {
     std::string location; ///< device text, at most 255 bytes
     std::string name; ///< for people; unique
     std::vector<expectedBytes> expect = {}; ///< by which the part is known; empty: by nothing
+    bool widthProved = false; ///< writes need no proof of the type's offset width
 };
 
 /// What a node number stands for. Unmapped nodes have both empty.

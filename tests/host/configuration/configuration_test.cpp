@@ -203,8 +203,8 @@ TEST_F(Configuration, UnknownKeysAreReported)
           "max_clients_per_user, max_working, max_working_per_user, max_payload, idle_seconds, read_users, "
           "read_groups, write_users, write_groups, raw_users, raw_groups, found an unknown key"},
          {"[[device]]\nnumber = 1\nlocation = \"x\"\nplace = 2",
-          "4:1: key 'device.place': expected one of the keys number, position, location, name, expect, found an "
-          "unknown key"},
+          "4:1: key 'device.place': expected one of the keys number, position, location, name, expect, "
+          "width_proved, found an unknown key"},
          {"\"a\\u001Bb\" = 1",
           "1:1: key 'a\\x1Bb': expected one of the keys state, trace, errorlog, registry, nodes, device, "
           "machine, linux, service, found an unknown key"}});
@@ -449,7 +449,8 @@ TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
                             "write_groups", "raw_users",
                             "raw_groups",   "max_clients_per_user",
                             "max_working",  "max_working_per_user",
-                            "[nodes]",      "expect"}) {
+                            "[nodes]",      "expect",
+                            "width_proved"}) {
         EXPECT_NE(example.npos, example.find(key)) << key;
     }
 }

@@ -230,7 +230,8 @@ TEST_F(KestctlLostBits, AWriteLeavesTheOldBytesOrTheNewOnes)
         ++exits[result.exit];
     }
     EXPECT_LT(0, exits[1]);
-    EXPECT_EQ(25, exits[0] + exits[1] + exits[5]) << "another exit code";
+    // 3: the reads of the proof differed
+    EXPECT_EQ(25, exits[0] + exits[1] + exits[3] + exits[5]) << "another exit code";
 }
 
 class KestctlSlowChips : public KestctlAdapter

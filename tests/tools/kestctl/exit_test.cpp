@@ -128,6 +128,11 @@ KestctlExitCodes::Cases KestctlExitCodes::failed() const
                  std::filesystem::remove(undo);
                  return code;
              }},
+            {"`seeprom probe` can't tell what part is there",
+             [this] {
+                 writeFile(machine() / "panel.bin", std::string(256, '\xFF'));
+                 return exitOf({"seeprom", "probe", "panel-vpd"});
+             }},
             {"no service listens at the socket, or it does not answer in time",
              [this] {
                  return exitOf({"message", "read", "panel-vpd"});
@@ -256,6 +261,20 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
                  writeFile(machine() / "panel.bin", std::string(256, 'x'));
                  return exitWithFile("kest.toml", text, {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}});
              }},
+            {"a write to a part whose offset width is not that of its type",
+             [this] {
+                 return exitOfAll({{"seeprom", "write", "sim:planar,L,2C0256,A4", "--hex", "5A", "--yes", "--force"},
+                                   {"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes", "--force"}});
+             }},
+            {"a write to a part whose offset width can't be proved, without a terminal and without `--width-unproved`",
+             [this] {
+                 std::string repeated;
+                 while (repeated.size() < 256) {
+                     repeated += "0123";
+                 }
+                 writeFile(machine() / "panel.bin", repeated);
+                 return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"});
+             }},
             {"`message read` of a device behind a hub",
              [this] {
                  return exitOf({"message", "read", "riser-vpd"});
@@ -308,7 +327,7 @@ KestctlExitCodes::Cases KestctlExitCodes::verifyFailed() const
 {
     return {{"what is read back after a write differs from what was written",
              [this] {
-                 writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
+                 writeFile(machine() / "panel.bin", variedBytes(256));
                  std::string text = readFile(machine() / "machine.toml");
                  text.insert(text.find("image = \"panel.bin\""), "protect = \"silent\"\n");
                  return exitWithFile("machine.toml", text, {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}});

@@ -39,7 +39,8 @@ TEST_F(KestctlIdentity, OfTheExpectedPartIsSaid)
     expects("panel-vpd", tag);
     panel("....TlvI" + std::string(248, 'x'));
     EXPECT_EQ("panel-vpd: the part is the expected one\n"
-              "panel-vpd: would write 1 byte in 1 page; unchanged: 0 pages\n",
+              "panel-vpd: would write 1 byte in 1 page; unchanged: 0 pages\n"
+              "panel-vpd: offset width: one offset byte, 256 bytes: behind two offset bytes it goes on as behind one\n",
               says(writeTo("panel-vpd", "--dry-run")));
     EXPECT_THAT(says(writeTo("panel-vpd", "--yes")),
                 StartsWith("panel-vpd: the part is the expected one\npanel-vpd: wrote 1 byte in 1 page; "));

@@ -195,7 +195,7 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
     const std::size_t at = text.find("image = \"panel.bin\"");
     ASSERT_NE(std::string::npos, at) << text;
     writeFile(machine() / "machine.toml", text.insert(at, "protect = \"silent\"\n"));
-    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
+    writeFile(machine() / "panel.bin", variedBytes(256).replace(16, 1, "\xAA"));
     EXPECT_THAT(
         complaint(5, {"seeprom", "write", "panel-vpd", "--hex", "0102", "--offset", "16", "--yes"}),
         MatchesRegex(
@@ -207,11 +207,12 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
     EXPECT_EQ(json::parse("[16, 1, 170, 0]"), entry.at("srcs").at(0).at("user_data"));
 }
 
-/// A read-back can fail itself, so a single difference is no failure.
+/// A read-back can fail itself, so a single difference is no failure. Before it go the read of the old bytes and the 15
+/// reads of the proof.
 TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 {
-    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "2", "--count", "1", "--byte",
+    writeFile(machine() / "panel.bin", variedBytes(256));
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "17", "--count", "1", "--byte",
            "1"});
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(0, written.exit);
@@ -223,10 +224,10 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 
 TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
 {
-    writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "2", "--count", "1", "--byte",
+    writeFile(machine() / "panel.bin", variedBytes(256));
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "17", "--count", "1", "--byte",
            "1"});
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "3", "--count", "1", "--byte",
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "18", "--count", "1", "--byte",
            "2"});
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(5, written.exit);
@@ -251,7 +252,8 @@ TEST_F(KestctlSeeprom, WriteThatFailsMidwaySaysHowManyBytesAreCertain)
 TEST_F(KestctlSeeprom, WriteWhoseReadBackFailsTooSaysNotKnown)
 {
     const std::string source = file("new", std::string(64, 'n'));
-    fault({"nack", "--bus", "planar", "--address", "0xA4", "--nth", "12"});
+    // the read of the old bytes and the 15 reads of the proof go before
+    fault({"nack", "--bus", "planar", "--address", "0xA4", "--nth", "27"});
     const std::string line = complaint(1, {"seeprom", "write", "panel-vpd", "-i", source, "--all-pages", "--yes"});
     clearFaults();
     EXPECT_THAT(line, HasSubstr("how many bytes arrived is not known: reading back failed, too"));

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "tests/tools/program.h"
+#include "tests/tools/seeprom_support.h"
 
 namespace kest::test
 {
@@ -61,8 +61,8 @@ TEST_F(KestctlSimFault, ListCountsThePowerCutsBytes)
               says({"sim", "fault", "list"}));
 }
 
-// Three bytes go out for the read that fills the undo file, and 35 for the page. The fortieth asks whether the write
-// cycle has ended.
+// The proof of the width sends 4 bytes for the reads behind one offset byte and 39 for those behind two. Three bytes go
+// out for the read that fills the undo file, and 35 for the page. The next but one asks whether the write cycle has ended.
 TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedByTheNextWrite)
 {
     const std::vector<std::string> write{"seeprom",
@@ -73,8 +73,9 @@ TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedBy
                                          "--hex",
                                          "00112233445566778899AABBCCDDEEFF00112233445566778899AABBCCDDEEFF",
                                          "--yes"};
-    const std::string before = readFile(machine() / "system.bin");
-    says({"sim", "fault", "add", "power-cut", "--address", "0xA0", "--way", "write", "--nth", "40", "--count", "1"});
+    const std::string before = readFile(machine() / "system.bin").replace(0, 0x1000, variedBytes(0x1000));
+    writeFile(machine() / "system.bin", before);
+    says({"sim", "fault", "add", "power-cut", "--address", "0xA0", "--way", "write", "--nth", "83", "--count", "1"});
     EXPECT_EQ(5, kestctl(write).exit);
     const std::string torn = readFile(machine() / "system.bin");
     // choice 2 of the chip with seed 1: a byte of the page is the old FF, the new one, or anything

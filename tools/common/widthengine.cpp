@@ -1,0 +1,282 @@
+#include "tools/common/widthengine.h"
+
+#include <algorithm>
+#include <array>
+#include <fmt/core.h>
+
+#include "tools/common/widthbytes.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+constexpr std::size_t surroundingBytes = 32;
+constexpr std::size_t mostPlaces = 6;
+constexpr std::size_t fewestPlaces = 3;
+// Above them 32 bytes behind a place would pass the end of 256 bytes.
+constexpr std::size_t placesEnd = 0xE0;
+// The smallest pages have four bytes. At a page's last byte a part with one offset byte goes on at the page's start.
+constexpr std::size_t smallestPage = 4;
+constexpr std::size_t comparedBytes = 16;
+
+std::size_t wrapped(std::size_t at) { return at % widthReads::firstBytes; }
+
+} // namespace
+
+bool widthEngine::conclude(widthVerdict verdict, std::string seen)
+{
+    m_finding.verdict = verdict;
+    m_finding.seen = std::move(seen);
+    return false;
+}
+
+/// Whether a second offset byte may be sent at a place, and shows something there.
+bool widthEngine::isUsable(std::size_t at) const
+{
+    const std::size_t length = std::min(surroundingBytes, m_reads.piece()) + 1;
+    return at % smallestPage != smallestPage - 1 && m_reads.isStable(at, length) &&
+           isVaried(std::span(m_reads.first()).subspan(at, length));
+}
+
+/// Takes the first places that are usable, those before others whose bytes are to be written. Neighbours are welcome:
+/// between two of them a part with two offset bytes shows that it goes on.
+void widthEngine::choosePlaces()
+{
+    const auto isWritten = [this](std::size_t at) {
+        return at >= m_question.offset && at - m_question.offset < m_question.length;
+    };
+    for (const bool written : {true, false}) {
+        for (std::size_t at = 0; at < placesEnd && m_places.size() < mostPlaces; ++at) {
+            if (isWritten(at) == written && isUsable(at)) {
+                m_places.push_back({.at = static_cast<std::uint8_t>(at)});
+            }
+        }
+    }
+}
+
+readEnd widthEngine::readBehindTwo(std::uint8_t at, std::vector<std::uint8_t>& bytes)
+{
+    const std::array<std::uint8_t, 2> offset{at, m_reads.first()[at]};
+    return m_reads.read(offset, bytes);
+}
+
+/// Whether the part answers, and still holds a place's byte.
+bool widthEngine::isAnswered(std::uint8_t at)
+{
+    std::uint8_t byte = 0;
+    return m_reads.read({&at, 1}, {&byte, 1}) == readEnd::done && byte == m_reads.first()[at];
+}
+
+/// Reads twice behind a place. A refusal counts when the part answers a read behind one offset byte and then refuses
+/// again: the first time it could have been in a write cycle.
+bool widthEngine::readPlace(surrounding& place)
+{
+    place.bytes.resize(std::min(surroundingBytes, m_reads.piece()));
+    readEnd end = readBehindTwo(place.at, place.bytes);
+    if (end == readEnd::refused && isAnswered(place.at)) {
+        end = readBehindTwo(place.at, place.bytes);
+        if (end == readEnd::refused && isAnswered(place.at)) {
+            place.refused = true;
+            return true;
+        }
+    }
+    std::vector<std::uint8_t> again(place.bytes.size());
+    if (end != readEnd::done || readBehindTwo(place.at, again) != readEnd::done) {
+        return conclude(widthVerdict::notDecidable, "a read behind two offset bytes failed");
+    }
+    return again == place.bytes || conclude(widthVerdict::flaky, fmt::format("two reads behind the offset bytes "
+                                                                             "{:02X} {:02X} differ",
+                                                                             place.at, m_reads.first()[place.at]));
+}
+
+bool widthEngine::readPlaces()
+{
+    std::size_t refused = 0;
+    for (surrounding& place : m_places) {
+        if (!readPlace(place)) {
+            return false;
+        }
+        refused += place.refused ? 1 : 0;
+        if (refused == 2) {
+            break;
+        }
+    }
+    if (refused == 0) {
+        return true;
+    }
+    if (refused == std::min<std::size_t>(2, m_places.size()) && m_places.front().refused) {
+        concludeOneByte("it refuses a second offset byte");
+        return false;
+    }
+    return conclude(widthVerdict::flaky, "it refuses a second offset byte at some places and takes it at others");
+}
+
+widthFinding widthEngine::run()
+{
+    const firstEnd end = m_reads.readFirst();
+    if (end == firstEnd::failed) {
+        conclude(widthVerdict::notDecidable, m_reads.trouble());
+    } else if (end == firstEnd::unlike) {
+        conclude(widthVerdict::twoBytes, "reads behind one offset byte do not begin at that offset");
+    } else if (end == firstEnd::unsteady) {
+        conclude(widthVerdict::flaky, "four reads behind one offset byte differ");
+    } else {
+        if (m_reads.isStable()) {
+            m_finding.first.assign(m_reads.first().begin(), m_reads.first().end());
+        }
+        choosePlaces();
+        judge();
+    }
+    m_finding.reads = m_reads.count();
+    return m_finding;
+}
+
+void widthEngine::judge()
+{
+    if (m_places.empty()) {
+        judgePlainContent();
+        return;
+    }
+    if (!readPlaces()) {
+        return;
+    }
+    for (const std::size_t ahead : {std::size_t{0}, std::size_t{1}}) {
+        if (fitsAll(ahead)) {
+            judgeOneByte(ahead);
+            return;
+        }
+    }
+    if (variedPlaces(true) >= fewestPlaces) {
+        judgeTwoBytes();
+        return;
+    }
+    judgeRest();
+}
+
+/// No place of the first 256 bytes shows anything.
+void widthEngine::judgePlainContent()
+{
+    const auto& first = m_reads.first();
+    if (!m_reads.isStable()) {
+        conclude(widthVerdict::notDecidable, "too few of its bytes are the same in each read");
+    } else if (isUniform(first)) {
+        conclude(widthVerdict::uniform, fmt::format("its first 256 bytes are all {:02X}", first[0]));
+    } else if (isPeriodic(first)) {
+        conclude(widthVerdict::notDecidable, "its first 256 bytes repeat");
+    } else {
+        conclude(widthVerdict::uniform, "its first 256 bytes have too few values");
+    }
+}
+
+/// Whether a place's surrounding is what a part with one offset byte gives. @param ahead  1 when it has gone on past the
+/// byte that it dropped or rewrote
+bool widthEngine::fits(const surrounding& place, std::size_t ahead) const
+{
+    for (std::size_t at = 0; at < place.bytes.size(); ++at) {
+        if (place.bytes[at] != m_reads.first()[wrapped(place.at + ahead + at)]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool widthEngine::fitsAll(std::size_t ahead) const
+{
+    return std::ranges::all_of(m_places, [this, ahead](const surrounding& place) { return fits(place, ahead); });
+}
+
+std::size_t widthEngine::variedPlaces(bool thatFitNeither) const
+{
+    const auto counts = [this, thatFitNeither](const surrounding& place) {
+        return isVaried(place.bytes) && (!thatFitNeither || (!fits(place, 0) && !fits(place, 1)));
+    };
+    return static_cast<std::size_t>(std::ranges::count_if(m_places, counts));
+}
+
+/// Whether a part with two offset bytes whose content repeats every 256 bytes would have given the same: content that
+/// counts up can be read both ways.
+bool widthEngine::tellsNothing(std::size_t ahead) const
+{
+    const auto& first = m_reads.first();
+    return std::ranges::all_of(m_places, [&first, ahead](const surrounding& place) {
+        for (std::size_t at = 0; at < place.bytes.size(); ++at) {
+            if (first[wrapped(first[place.at] + at)] != first[wrapped(place.at + ahead + at)]) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+void widthEngine::judgeOneByte(std::size_t ahead)
+{
+    if (variedPlaces(false) < fewestPlaces) {
+        conclude(widthVerdict::uniform, "too few of its first 256 bytes differ from their neighbours");
+    } else if (tellsNothing(ahead)) {
+        conclude(widthVerdict::notDecidable, "its content counts up: it reads alike in both widths");
+    } else {
+        concludeOneByte("behind two offset bytes it goes on as behind one");
+    }
+}
+
+/// Whether a longer read behind one place arrives at the next one. True where no such read fits.
+bool widthEngine::continues()
+{
+    const auto& first = m_reads.first();
+    for (std::size_t index = 0; index + 1 < m_places.size(); ++index) {
+        const surrounding& here = m_places[index];
+        const surrounding& next = m_places[index + 1];
+        const std::size_t distance = widthReads::firstBytes + first[next.at] - first[here.at];
+        if (next.at != here.at + 1 || distance + comparedBytes > m_question.mostBytes || !isVaried(next.bytes)) {
+            continue;
+        }
+        std::vector<std::uint8_t> bytes(distance + comparedBytes);
+        const readEnd end = readBehindTwo(here.at, bytes);
+        if (end == readEnd::tooLong) {
+            continue;
+        }
+        return end == readEnd::done &&
+               std::ranges::equal(std::span(bytes).subspan(distance), std::span(next.bytes).first(comparedBytes));
+    }
+    return true;
+}
+
+void widthEngine::judgeTwoBytes()
+{
+    if (continues()) {
+        conclude(widthVerdict::twoBytes, "behind two offset bytes it gives other bytes than behind one");
+    } else {
+        conclude(widthVerdict::notDecidable, "behind two offset bytes it does not go on as a part with two does");
+    }
+}
+
+/// Other bytes behind two offset bytes, but too few of them: a part that holds little.
+void widthEngine::judgeRest()
+{
+    const auto isBlank = [](const surrounding& place) { return isUniform(place.bytes); };
+    const auto saysNothing = [this, &isBlank](const surrounding& place) {
+        return isBlank(place) || (!fits(place, 0) && !fits(place, 1));
+    };
+    if (std::ranges::any_of(m_places, isBlank) && std::ranges::all_of(m_places, saysNothing)) {
+        conclude(widthVerdict::uniform, "it is blank where two offset bytes reach");
+    } else {
+        conclude(widthVerdict::notDecidable, "what it gives behind two offset bytes fits neither width");
+    }
+}
+
+/// The part takes one offset byte. The read across its end also shows that such reads begin at their offset.
+void widthEngine::concludeOneByte(const char* why)
+{
+    const endFinding found = findPartEnd(m_reads, m_question.address);
+    if (found.readFailed) {
+        conclude(widthVerdict::notDecidable, "a read behind one offset byte failed");
+    } else if (!found.isSteady) {
+        conclude(widthVerdict::flaky, "a read behind the offset byte F8 differs from the same bytes read before");
+    } else {
+        conclude(widthVerdict::oneByte, why);
+        m_finding.end = found.end;
+    }
+}
+
+} // namespace kest::tools

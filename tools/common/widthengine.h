@@ -1,0 +1,79 @@
+/// How many offset bytes a memory part takes, found out by reads that leave every part as it is.
+///
+/// A read behind one offset byte is harmless: a part with two takes it for half an offset. Behind two offset bytes a
+/// part with one takes the second byte for data. It drops that byte at the repeated START; a ferroelectric part, or one
+/// that sees a STOP instead, writes it. So the second byte is always the one that the part holds at that place.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/common/partend.h"
+#include "tools/common/widthreads.h"
+
+namespace kest::tools
+{
+
+enum class widthVerdict : std::uint8_t {
+    oneByte,
+    twoBytes,
+    flaky, ///< reads of the same bytes differ
+    uniform, ///< too much of the content is one value to tell
+    notDecidable,
+};
+
+struct widthFinding {
+    widthVerdict verdict = widthVerdict::notDecidable;
+    partEnd end = partEnd::notKnown;
+    bool byHub = false; ///< the hub said so
+    std::string seen = {}; ///< what the verdict rests on
+    unsigned reads = 0;
+    int error = 0; ///< errno of the read that failed, if one did
+    /// 256 bytes read behind one offset byte, from 0 on, when they were the same each time; else empty.
+    std::vector<std::uint8_t> first = {};
+};
+
+/// One proof: at most 64 reads.
+class widthEngine
+{
+public:
+    explicit widthEngine(const widthQuestion& question) : m_question(question), m_reads(question) {}
+    [[nodiscard]] widthFinding run();
+
+private:
+    /// What is read behind (at, first[at]).
+    struct surrounding {
+        std::uint8_t at;
+        std::vector<std::uint8_t> bytes = {};
+        bool refused = false;
+    };
+
+    [[nodiscard]] bool isUsable(std::size_t at) const;
+    void choosePlaces();
+    [[nodiscard]] bool readPlaces();
+    [[nodiscard]] bool readPlace(surrounding& place);
+    [[nodiscard]] readEnd readBehindTwo(std::uint8_t at, std::vector<std::uint8_t>& bytes);
+    [[nodiscard]] bool isAnswered(std::uint8_t at);
+    bool conclude(widthVerdict verdict, std::string seen);
+
+    void judge();
+    [[nodiscard]] bool fits(const surrounding& place, std::size_t ahead) const;
+    [[nodiscard]] bool fitsAll(std::size_t ahead) const;
+    [[nodiscard]] bool tellsNothing(std::size_t ahead) const;
+    [[nodiscard]] std::size_t variedPlaces(bool thatFitNeither) const;
+    void judgePlainContent();
+    void judgeOneByte(std::size_t ahead);
+    void judgeTwoBytes();
+    void judgeRest();
+    [[nodiscard]] bool continues();
+    void concludeOneByte(const char* why);
+
+    const widthQuestion& m_question;
+    widthReads m_reads;
+    widthFinding m_finding;
+    std::vector<surrounding> m_places;
+};
+
+} // namespace kest::tools

@@ -1,0 +1,60 @@
+/// Writes only to a part whose offset width is proved: the proof before the first write, and what is asked when the
+/// width can't be known.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "tools/common/seeprom.h"
+#include "tools/common/widthengine.h"
+#include "tools/common/widthtrial.h"
+
+namespace kest::tools
+{
+
+struct widthOptions {
+    bool yes = false; ///< a trial write is confirmed
+    bool dryRun = false; ///< nothing is asked
+    bool unproved = false; ///< write also when the width can't be proved
+};
+
+/// The proofs of one write, in the order in which the write calls them. Without effect for persisted copies and for
+/// devices that are no SEEPROMs. Functions throw a `failure` (exit code 3) that says what was seen.
+class widthGuard
+{
+public:
+    widthGuard(seeprom& chip, const byteRange& whole, const widthOptions& options);
+
+    /// Before the first read by the type of the device. A read behind two offset bytes can change a part with one: such
+    /// a type is proved now, and so is one behind a hub.
+    void beforeReading();
+    /// After the bytes were read. When the read itself has changed bytes, they are put back.
+    void afterReading();
+    /// Before anything is asked or written, and only when a page is to be written.
+    void beforeWriting(std::span<const unsigned char> old, std::span<const unsigned char> wanted);
+    /// After the old bytes are saved: a trial write, when the content could not decide.
+    void tryOut();
+
+    /// What was found out; nothing when no proof was needed.
+    [[nodiscard]] const std::optional<widthFinding>& finding() const { return m_finding; }
+
+private:
+    [[nodiscard]] bool isOpen() const;
+    void prove();
+    void settle();
+    void askForWidth();
+    [[noreturn]] void refuse(const std::string& what, const std::string& tryThis) const;
+
+    seeprom& m_chip;
+    byteRange m_range;
+    widthOptions m_options;
+    bool m_needed;
+    unsigned m_claimedBytes;
+    bool m_accepted; ///< the user writes without a proof
+    std::optional<widthFinding> m_finding;
+    std::optional<trialByte> m_trial;
+};
+
+} // namespace kest::tools
