@@ -6,7 +6,7 @@
 #include "sim/faultrecord.h"
 #include "sim/folderwatch.h"
 #include "sim/hub922.h"
-#include "sim/machinefile.h"
+#include "sim/machinedescription.h"
 #include "sim/pagewrite.h"
 #include "sim/pca955x.h"
 #include "sim/sensor.h"

@@ -3,6 +3,7 @@
 #include "base/descriptor.h"
 #include "base/files.h"
 #include "base/hash.h"
+#include "sim/machinefile.h"
 #include "sim/statefields.h"
 
 #include <algorithm>

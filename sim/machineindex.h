@@ -1,7 +1,7 @@
 /// Which chips of a machine file are on which bus, so that a process parses only those that it needs.
 #pragma once
 
-#include "sim/machinefile.h"
+#include "sim/machinedescription.h"
 #include "sim/texttables.h"
 
 #include <cstddef>

@@ -1,5 +1,7 @@
 #include "sim/machinesource.h"
 
+#include "sim/machinefile.h"
+
 #include <system_error>
 #include <utility>
 

@@ -1,7 +1,7 @@
 /// What a machine's folder says of its buses and chips. A large machine is parsed bus by bus, as its buses are used.
 #pragma once
 
-#include "sim/machinefile.h"
+#include "sim/machinedescription.h"
 #include "sim/machineindex.h"
 #include "sim/machinetext.h"
 

@@ -4,7 +4,7 @@
 #include "sim/bus.h"
 #include "sim/buschips.h"
 #include "sim/busstate.h"
-#include "sim/machinefile.h"
+#include "sim/machinedescription.h"
 #include "sim/realclock.h"
 #include "sim/statefile.h"
 #include "sim/wave.h"

@@ -3,7 +3,7 @@
 
 #include "sim/chip.h"
 #include "sim/image.h"
-#include "sim/machinefile.h"
+#include "sim/machinedescription.h"
 #include "sim/pagewrite.h"
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 #include "base/hash.h"
+#include "sim/machinefile.h"
 #include "sim/machineindex.h"
 #include "tests/sim/machinetest.h"
 
