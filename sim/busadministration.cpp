@@ -174,6 +174,11 @@ bool busAdministration::startWave(const std::string& path)
         errno = use.usable() ? ENAMETOOLONG : ENODEV;
         return false;
     }
+    // what is due comes first: what may fail of it, an image that does not take its page, leaves the recording as it is
+    if (!use.commit()) {
+        errno = ENODEV;
+        return false;
+    }
     const int wave = openWaveFile(path);
     if (wave < 0) {
         return false;
@@ -181,14 +186,12 @@ bool busAdministration::startWave(const std::string& path)
     const bool good = beginWave(use, wave, path);
     const int error = errno;
     close(wave);
-    if (good) {
-        use.commit();
-    }
     errno = error;
     return good;
 }
 
-// When this recording cannot begin, the one under way goes on: what is done to it here counts only once committed.
+// When this recording cannot begin, the one under way goes on: what is done to it here counts only once committed. The
+// path is not in the records, and changes only while nothing is recorded: no recording gets another one's path.
 bool busAdministration::beginWave(busUse& use, int file, const std::string& path)
 {
     busState& state = m_shared.state();
@@ -201,12 +204,21 @@ bool busAdministration::beginWave(busUse& use, int file, const std::string& path
     if (!replaceWave(file, head)) {
         return false;
     }
+    state.recording = false;
+    if (!use.commit()) {
+        errno = ENODEV;
+        return false;
+    }
     m_shared.setWavePath(path);
     state.recording = true;
     state.waveOrigin = state.now;
     state.waveBytes = head.size();
     state.waveAt = begin;
     use.wave() = m_shared.beginWaveText();
+    if (!use.commit()) {
+        errno = ENODEV;
+        return false;
+    }
     return true;
 }
 
@@ -221,7 +233,10 @@ bool busAdministration::stopWave()
     m_shared.endHold(use.wave());
     m_shared.appendWave(use.wave());
     state.recording = false;
-    use.commit();
+    if (!use.commit()) {
+        errno = ENODEV;
+        return false;
+    }
     return true;
 }
 

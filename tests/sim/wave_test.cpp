@@ -532,6 +532,31 @@ TEST_F(Wave, OneThatFindsNoSpaceLeavesTheOldOneAndTheRunningOne)
     EXPECT_EQ("S W50 A P S W48 A P", seen());
 }
 
+// The cut power tears a page that its image does not take: it is beyond the 16 KiB.
+TEST_F(BusTime, ARecordingThatABusCannotBeginIsNone)
+{
+    power(chip("24C512", "0xA0", "image = \"large.bin\""));
+    ASSERT_TRUE(machine->startWave("planar", home.path / "first.vcd"));
+    machine->play("[[event]]\nat_ms = 1\ndo = \"power-cut\"\n", "s");
+    // takes 3 ms
+    on->write(0xA0, Bytes{0x80, 0x00} + counting(128));
+    const std::string before = home.text("first.vcd");
+    rlimit usual{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &usual));
+    const rlimit limit{16384, usual.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    errno = 0;
+    const bool started = machine->startWave("planar", home.path / "second.vcd");
+    const int error = errno;
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &usual));
+    EXPECT_FALSE(started);
+    EXPECT_EQ(ENODEV, error);
+    EXPECT_FALSE(std::filesystem::exists(home.path / "second.vcd"));
+    EXPECT_EQ(outcome::done, on->probe(0xA0));
+    EXPECT_LT(before.size(), home.text("first.vcd").size());
+    EXPECT_TRUE(machine->startWave("planar", home.path / "second.vcd"));
+}
+
 TEST_F(Wave, NothingButAWaveformIsOverwritten)
 {
     home.put("note", "dear diary");
