@@ -156,13 +156,15 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
     forkRegistry::instance().files.push_back(this);
 }
 
-// A sparse copy of the file has holes. On a full disk, a write to one of them would end the process.
+// A sparse copy of the file has holes. On a full disk, a write to one of them would end the process. The file keeps its
+// size: nobody holds it here, and another process may have made it anew for a smaller machine since fstat().
 void stateFile::reserveHoles()
 {
     struct stat found {
     };
     if (fstat(m_descriptor, &found) == 0 && std::cmp_equal(found.st_size, m_sizeBytes) &&
-        fallocate(m_descriptor, 0, 0, static_cast<off_t>(m_sizeBytes)) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
+        fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(m_sizeBytes)) != 0 &&
+        (errno == ENOSPC || errno == EDQUOT)) {
         const int error = errno;
         close(m_descriptor);
         errno = error;

@@ -4,16 +4,45 @@
 #include "tests/sanitizers.h"
 #include "tests/sim/machinetest.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <fstream>
 #include <functional>
 #include <thread>
+#include <utility>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace
+{
+
+/// Called by the next call of fallocate().
+std::function<void()> beforeReserving;
+
+} // namespace
+
+/// In place of the C library's.
+extern "C" int fallocate(int file, int mode, off_t offset, off_t length)
+{
+    if (beforeReserving) {
+        std::exchange(beforeReserving, nullptr)();
+    }
+    struct stat found {
+    };
+    if (fstat(file, &found) != 0) {
+        return -1;
+    }
+    const bool keepsSize = (mode & FALLOC_FL_KEEP_SIZE) != 0;
+    errno = posix_fallocate(file, offset, keepsSize ? std::min(length, found.st_size - offset) : length);
+    return errno == 0 ? 0 : -1;
+}
 
 namespace kest::sim::test
 {
@@ -272,6 +301,27 @@ TEST_F(Processes, OpeningDoesNotWaitForATransactionOnTheFirstBus)
         return transaction.held() && other.probe(0x40) == outcome::done;
     }};
     EXPECT_EQ(0, one.wait());
+}
+
+// Two processes with machine files of two sizes: the first has looked at the file's size when the second makes it anew.
+TEST_F(Processes, AFileThatAnotherMakesSmallerMeanwhileStaysSo)
+{
+    const std::size_t large[] = {1 << 20, 1 << 20}, small[] = {1 << 20};
+    {
+        stateFile whole{home.path / "other", large};
+        const stateFile::hold all{whole};
+        whole.renew(1);
+    }
+    stateFile smaller{home.path / "other", small};
+    beforeReserving = [&] {
+        const stateFile::hold all{smaller};
+        smaller.renew(2);
+        smaller.seal();
+    };
+    const stateFile larger{home.path / "other", large};
+    EXPECT_FALSE(beforeReserving);
+    EXPECT_TRUE(smaller.seemsUsable(2));
+    EXPECT_FALSE(larger.seemsUsable(1));
 }
 
 TEST_F(Processes, ForkOfAThreadedProcessLeavesTheBusUsable)
