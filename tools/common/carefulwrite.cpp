@@ -4,11 +4,11 @@
 #include <fmt/core.h>
 
 #include "tools/common/bus.h"
-#include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/readback.h"
 #include "tools/common/undofile.h"
 #include "tools/common/widthguard.h"
 
@@ -25,53 +25,14 @@ std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
     return range.length == 0 ? 0 : (range.offset + range.length - 1) / pageBytes - range.offset / pageBytes + 1;
 }
 
-/// What is certain after a failed write. Reads back: the count that the write reported proves nothing.
-std::string whatIsCertain(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
+void writeRanges(seeprom& chip, const doubtfulWrite& write, const std::string& undoFile)
 {
     try {
-        const byteVector now = chip.read(range, "read back");
-        const auto equal = std::ranges::mismatch(wanted, now).in1 - wanted.begin();
-        return fmt::format("the first {} of {} bytes are certain (read back)", equal, range.length);
-    } catch (const failure&) {
-        return "how many bytes arrived is not known: reading back failed, too";
-    }
-}
-
-/// Reads back and compares. A read that differs is repeated: the read itself may be wrong.
-void verifyWritten(seeprom& chip, const byteRange& range, std::span<const unsigned char> wanted)
-{
-    const byteVector first = chip.read(range, "verify");
-    if (std::ranges::equal(wanted, first)) {
-        return;
-    }
-    const byteVector now = chip.read(range, "verify");
-    chip.noteWavering(range.offset, first, now);
-    const auto equal = static_cast<std::uint32_t>(std::ranges::mismatch(wanted, now).in1 - wanted.begin());
-    if (equal == range.length) {
-        return;
-    }
-    const std::uint32_t at = range.offset + equal;
-    failure why{.code = exitVerifyFailed,
-                .what = fmt::format("what was read back differs from offset {} (0x{:X}) on: wrote {:02x}, read {:02x}",
-                                    at, at, wanted[equal], now[equal]),
-                .tryThis = first == now ? "the chip may be write-protected"
-                                        : "two reads differ, too: try --voted 5, or a lower --speed",
-                .device = chip.target().label,
-                .step = "verify"};
-    logFailure(why,
-               {.reason = reasonVerifyDiffers, .words = {at, wanted[equal], now[equal]}, .text = chip.target().text});
-    throw why;
-}
-
-void writeRanges(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes,
-                 const std::vector<byteRange>& ranges, const std::string& undoFile)
-{
-    try {
-        for (const byteRange& range : ranges) {
-            chip.write(range.offset, bytes.subspan(range.offset - whole.offset, range.length));
+        for (const byteRange& range : write.ranges) {
+            chip.write(range.offset, write.wanted.subspan(range.offset - write.whole.offset, range.length));
         }
     } catch (failure& why) {
-        why.what += "; " + whatIsCertain(chip, whole, bytes);
+        explainFailedWrite(chip, write, why);
         if (!undoFile.empty()) {
             why.tryThis = fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
         }
@@ -137,9 +98,11 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
     report.undoFile = saveUndo(dumpOf(chip, offset, old));
     width.tryOut();
     report.width = width.finding();
-    writeRanges(chip, whole, bytes, ranges, report.undoFile);
+    const doubtfulWrite write{.whole = whole, .wanted = bytes, .old = old, .ranges = ranges};
+    const pageWatch watch(chip);
+    writeRanges(chip, write, report.undoFile);
     if (options.verify) {
-        verifyWritten(chip, whole, bytes);
+        verifyWritten(chip, write, watch);
         report.verified = true;
     }
     return report;

@@ -9,6 +9,9 @@
 namespace kest::tools
 {
 
+/// Verdict of a transfer in which a byte was refused; nothing more is known of it.
+constexpr const char* verdictRefusedByte = "refused-byte";
+
 /// What the layer knows about a transfer that failed with ENXIO or ETIME.
 struct unanswered {
     int error = 0;

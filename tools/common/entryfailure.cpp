@@ -125,6 +125,9 @@ void describeSilence(const host::loggedEntry& entry, int error, const device& wh
     if (error == EBUSY) {
         why.verdict = "held";
     }
+    if (error == EIO) {
+        why.verdict = verdictRefusedByte;
+    }
 }
 
 /// Describes what the adapter lacked for the transfer, when the entry has it.

@@ -158,9 +158,8 @@ void seeprom::readPiece(const byteRange& range, const std::string& step, byteVec
     const tavoBuffer buffer(data);
     throwEntry(entry, m_device, step);
     if (length < range.length || !buffer) {
-        throw failure{.what = fmt::format("{} of {} bytes came from offset {}", length, range.length, range.offset),
-                      .device = m_device.label,
-                      .step = step};
+        throw failed({.reason = reasonShort, .words = {range.offset, range.length, length}}, step,
+                     fmt::format("{} of {} bytes came from offset {}", length, range.length, range.offset), "");
     }
     bytes.insert(bytes.end(), data, data + range.length);
 }
@@ -194,11 +193,9 @@ byteVector seeprom::readPieceAgreed(const byteRange& piece, const std::string& s
         }
         last = std::move(now);
     }
-    throw failure{.what =
-                      fmt::format("{} reads through the hub at offset {} did not settle", mostHubReads, piece.offset),
-                  .tryThis = "'kestctl trace' shows what the hub reported",
-                  .device = m_device.label,
-                  .step = step};
+    throw failed({.reason = reasonUnsettled, .words = {piece.offset, mostHubReads}}, step,
+                 fmt::format("{} reads through the hub at offset {} did not settle", mostHubReads, piece.offset),
+                 "'kestctl trace' shows what the hub reported");
 }
 
 byteVector seeprom::readAgreed(const byteRange& range, const std::string& step)
@@ -236,18 +233,31 @@ byteVector seeprom::readVoted(const byteRange& range, const std::string& step)
             firstOpen = range.offset + at;
         }
     }
-    tellWavered(wavered);
     if (firstOpen) {
-        throw failure{.what = fmt::format("no majority at offset {} (0x{:X}) in {} reads", *firstOpen, *firstOpen,
-                                          m_options.votes),
-                      .tryThis = "more reads with --voted, or a lower --speed",
-                      .device = m_device.label,
-                      .step = step};
+        tellWavered(wavered, "");
+        throw failed(
+            {.reason = reasonNoMajority, .words = {*firstOpen, m_options.votes}}, step,
+            fmt::format("no majority at offset {} (0x{:X}) in {} reads", *firstOpen, *firstOpen, m_options.votes),
+            "more reads with --voted, or a lower --speed");
     }
+    m_outvoted += wavered.size();
+    tellWavered(wavered, fmt::format("{} {} outvoted: ", countText(wavered.size(), "byte"),
+                                     wavered.size() == 1 ? "was" : "were"));
     return bytes;
 }
 
-void seeprom::tellWavered(const std::vector<std::uint32_t>& offsets)
+/// A failure of the tools' own, with its error entry.
+failure seeprom::failed(const toolEntry& entry, const std::string& step, std::string what, std::string tryThis) const
+{
+    failure why{.what = std::move(what), .tryThis = std::move(tryThis), .device = m_device.label, .step = step};
+    toolEntry whole = entry;
+    whole.text = m_device.text;
+    logFailure(why, whole);
+    return why;
+}
+
+/// @param head  what goes before it
+void seeprom::tellWavered(const std::vector<std::uint32_t>& offsets, const std::string& head)
 {
     m_wavered.insert(m_wavered.end(), offsets.begin(), offsets.end());
     if (offsets.empty()) {
@@ -260,13 +270,14 @@ void seeprom::tellWavered(const std::vector<std::uint32_t>& offsets)
     if (offsets.size() > mostOffsetsTold) {
         list += fmt::format(" and {} more", offsets.size() - mostOffsetsTold);
     }
-    std::fputs(fmt::format("kestctl: {}: the reads differed at offsets{}\n", escaped(m_device.label), list).c_str(),
-               stderr);
+    std::fputs(
+        fmt::format("kestctl: {}: {}the reads differed at offsets{}\n", escaped(m_device.label), head, list).c_str(),
+        stderr);
 }
 
 void seeprom::noteWavering(std::uint32_t offset, const byteVector& one, const byteVector& other)
 {
-    tellWavered(differing(offset, one, other));
+    tellWavered(differing(offset, one, other), "");
 }
 
 byteVector seeprom::read(const byteRange& range, const std::string& step)
@@ -281,9 +292,8 @@ void seeprom::writePiece(const byteRange& range, const unsigned char* bytes)
         KEST_seepromWrite(tavoAddress(m_device), nullptr, range.offset, &length, bytes, m_attributes.data());
     throwEntry(entry, m_device, "write");
     if (length != range.length) {
-        throw failure{.what = fmt::format("{} of {} bytes were taken at offset {}", length, range.length, range.offset),
-                      .device = m_device.label,
-                      .step = "write"};
+        throw failed({.reason = reasonShort, .words = {range.offset, range.length, length}}, "write",
+                     fmt::format("{} of {} bytes were taken at offset {}", length, range.length, range.offset), "");
     }
 }
 

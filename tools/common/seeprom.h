@@ -10,6 +10,7 @@
 #include "tools/common/accessmode.h"
 #include "tools/common/attributes.h"
 #include "tools/common/device.h"
+#include "tools/common/entryfailure.h"
 
 namespace kest::tools
 {
@@ -50,6 +51,8 @@ public:
     [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
     /// Offsets at which the reads of a vote differed, so far.
     [[nodiscard]] const std::vector<std::uint32_t>& wavered() const { return m_wavered; }
+    /// Bytes for which a vote did not take all reads, so far.
+    [[nodiscard]] std::uint64_t outvoted() const { return m_outvoted; }
 
     /// Writes bytes as they are. A failure says how many of them are certain, found out by reading back.
     void write(std::uint32_t offset, std::span<const unsigned char> bytes);
@@ -70,7 +73,9 @@ private:
     [[nodiscard]] byteVector readPieceAgreed(const byteRange& piece, const std::string& step);
     [[nodiscard]] byteVector readAgreed(const byteRange& range, const std::string& step);
     [[nodiscard]] byteVector readVoted(const byteRange& range, const std::string& step);
-    void tellWavered(const std::vector<std::uint32_t>& offsets);
+    void tellWavered(const std::vector<std::uint32_t>& offsets, const std::string& head);
+    [[nodiscard]] failure failed(const toolEntry& entry, const std::string& step, std::string what,
+                                 std::string tryThis) const;
     void readPiece(const byteRange& range, const std::string& step, byteVector& bytes);
     void writePiece(const byteRange& range, const unsigned char* bytes);
 
@@ -78,6 +83,7 @@ private:
     accessOptions m_options;
     attributeRecord m_attributes;
     std::vector<std::uint32_t> m_wavered;
+    std::uint64_t m_outvoted = 0;
 };
 
 } // namespace kest::tools

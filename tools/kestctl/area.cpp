@@ -59,14 +59,17 @@ void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwis
 void addVotes(command verb, std::uint32_t& votes)
 {
     const auto read = [&votes](const std::string& text) {
-        constexpr std::uint64_t mostReads = 99;
-        const std::uint64_t reads = parseNumber(text, "--voted", mostReads, 1);
-        if (reads == 2) {
-            throw wrongUse("--voted 2: two reads that differ have no majority; take 3 or more");
+        constexpr std::uint64_t fewestReads = 3;
+        constexpr std::uint64_t mostReads = 15;
+        const std::uint64_t reads = parseNumber(text, "--voted", std::numeric_limits<std::uint32_t>::max());
+        if (reads < fewestReads || reads > mostReads || reads % 2 == 0) {
+            throw wrongUse(fmt::format("--voted {}: expected an odd number from {} to {}: an even number of reads can "
+                                       "end in a draw",
+                                       text, fewestReads, mostReads));
         }
         votes = static_cast<std::uint32_t>(reads);
     };
-    verb.read("--voted", read, "read N times and take the majority of each byte", "N");
+    verb.read("--voted", read, "read N times (odd, 3 to 15) and take the majority of each byte", "N");
 }
 
 } // namespace kest::tools

@@ -56,6 +56,7 @@ struct newCopy {
     byteVector bytes;
     host::copyFacts facts;
     std::vector<std::uint32_t> wavered = {};
+    std::uint64_t outvoted = 0;
 };
 
 int replace(const context& shared, const newCopy& fresh, bool yes)
@@ -70,6 +71,7 @@ int replace(const context& shared, const newCopy& fresh, bool yes)
         throwCopy(host::checkCopy(fresh.number, made), fresh.number, "look at");
         jsonValue result = copyJson(made);
         result.add("wavered", jsonNumbers(fresh.wavered));
+        result.add("outvoted", fresh.outvoted);
         standardOutput().json(result);
     } else {
         standardOutput().text(fmt::format("{}: holds {} now\n", escaped(label), countText(fresh.bytes.size(), "byte")));
@@ -195,7 +197,8 @@ int runCopyCapture(const context& shared, const captureOptions& options)
                    {.number = number,
                     .bytes = bytes,
                     .facts = {.deviceBytes = deviceBytes, .capturedMs = nowMs()},
-                    .wavered = chip.wavered()},
+                    .wavered = chip.wavered(),
+                    .outvoted = chip.outvoted()},
                    options.yes);
 }
 

@@ -134,7 +134,8 @@ int runCopyVerify(const context& shared, const verifyOptions& options)
                     {"equal", found.ranges.empty()},
                     {"differing", found.differing},
                     {"ranges", rangesJson(found.ranges)},
-                    {"wavered", jsonNumbers(chip.wavered())}});
+                    {"wavered", jsonNumbers(chip.wavered())},
+                    {"outvoted", chip.outvoted()}});
         standardOutput().json(result);
     } else {
         tellAlikeOrNot(copy, found);

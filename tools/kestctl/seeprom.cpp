@@ -44,6 +44,7 @@ int runSeepromRead(const context& shared, const readOptions& options)
             result.add("output", options.output);
         }
         result.add("wavered", jsonNumbers(chip.wavered()));
+        result.add("outvoted", chip.outvoted());
         standardOutput().json(result);
     } else if (options.output.empty()) {
         standardOutput().text(hexLines(range.offset, bytes));
@@ -64,6 +65,7 @@ int runSeepromDump(const context& shared, const dumpOptions& options)
         auto result = rangeJson(chip, range);
         result.add("output", options.output);
         result.add("wavered", jsonNumbers(chip.wavered()));
+        result.add("outvoted", chip.outvoted());
         standardOutput().json(result);
     }
     return exitDone;

@@ -92,7 +92,8 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
         result.add({{"equal", offsets.empty()},
                     {"differing", offsets.size()},
                     {"differences", rows},
-                    {"wavered", jsonNumbers(chip.wavered())}});
+                    {"wavered", jsonNumbers(chip.wavered())},
+                    {"outvoted", chip.outvoted()}});
         standardOutput().json(result);
     }
     return offsets.empty() ? exitDone : exitVerifyFailed;

@@ -87,7 +87,8 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                     {"identity", identityWord(report.part)},
                     {"width", report.width ? widthJson(*report.width) : jsonValue()},
                     {"undo_file", report.undoFile},
-                    {"wavered", jsonNumbers(chip.wavered())}});
+                    {"wavered", jsonNumbers(chip.wavered())},
+                    {"outvoted", chip.outvoted()}});
         standardOutput().json(result);
         return exitDone;
     }

@@ -94,8 +94,11 @@ TEST_F(KestctlSeeprom, BadInputSaysWhatIsWrong)
               complaint(2, {"seeprom", "write", "panel-vpd", "--yes"}));
     EXPECT_EQ("--length 2: --hex gives 1 byte",
               complaint(2, {"seeprom", "write", "panel-vpd", "--hex", "12", "--length", "2", "--yes"}));
-    EXPECT_EQ("--voted 2: two reads that differ have no majority; take 3 or more",
-              complaint(2, {"seeprom", "read", "panel-vpd", "--voted", "2"}));
+    for (const char* reads : {"0", "1", "2", "4", "14", "16", "17", "99"}) {
+        EXPECT_EQ("--voted " + std::string(reads) +
+                      ": expected an odd number from 3 to 15: an even number of reads can end in a draw",
+                  complaint(2, {"seeprom", "read", "panel-vpd", "--voted", reads}));
+    }
     EXPECT_EQ("--speed 3400: expected 1 to 1000 kHz; faster modes of the bus are not served",
               complaint(2, {"seeprom", "read", "panel-vpd", "--speed", "3400"}));
     const std::string comma = file("a,b.bin", std::string(256, 'x'));
@@ -200,11 +203,12 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
         complaint(5, {"seeprom", "write", "panel-vpd", "--hex", "0102", "--offset", "16", "--yes"}),
         MatchesRegex(
             "panel-vpd: verify: what was read back differs from offset 16 \\(0x10\\) on: wrote 01, read aa; the "
-            "chip may be write-protected \\[log 0x[0-9A-F]+\\]"));
+            "chip is write-protected: it holds the old bytes, and was never busy after a page; check its write-protect "
+            "pin and the area that it protects \\[log 0x[0-9A-F]+\\]"));
     const json entry = json::parse(says({"errors", "show", "last", "--json"}));
-    EXPECT_EQ(0x80001701U, entry.at("return_code"));
-    EXPECT_EQ("what was read back differs from what was written", entry.at("reason_text"));
-    EXPECT_EQ(json::parse("[16, 1, 170, 0]"), entry.at("srcs").at(0).at("user_data"));
+    EXPECT_EQ(0x80001704U, entry.at("return_code"));
+    EXPECT_EQ("the chip is write-protected", entry.at("reason_text"));
+    EXPECT_EQ(json::parse("[16, 1, 1, 0]"), entry.at("srcs").at(0).at("user_data"));
 }
 
 /// A read-back can fail itself, so a single difference is no failure. Before it go the read of the old bytes and the 15
@@ -232,7 +236,11 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(5, written.exit);
     EXPECT_THAT(written.errors, HasSubstr("the reads differed at offsets 0x1 0x2\n"));
-    EXPECT_THAT(written.errors, HasSubstr("two reads differ, too: try --voted 5, or a lower --speed [log 0x"));
+    EXPECT_THAT(written.errors, HasSubstr("wrote 03, read fc; two reads differ in 2 bytes: what the chip holds is not "
+                                          "known; try --voted 5, or a lower --speed [log 0x"));
+    const json entry = json::parse(says({"errors", "show", "last", "--json"}));
+    EXPECT_EQ(0x80001705U, entry.at("return_code"));
+    EXPECT_EQ(json::parse("[1, 2, 3, 0]"), entry.at("srcs").at(0).at("user_data"));
 }
 
 TEST_F(KestctlSeeprom, WriteThatFailsMidwaySaysHowManyBytesAreCertain)
@@ -298,7 +306,33 @@ TEST_F(KestctlSeeprom, VotesNameTheOffsetsThatWavered)
     const RunResult voted = kestctl({"seeprom", "read", "panel-vpd", "--length", "32", "--voted", "3", "-o", "-"});
     EXPECT_EQ(0, voted.exit);
     EXPECT_EQ(pattern(256, 3).substr(0, 32), voted.output);
-    EXPECT_EQ("kestctl: panel-vpd: the reads differed at offsets 0x6\n", voted.errors);
+    EXPECT_EQ("kestctl: panel-vpd: 1 byte was outvoted: the reads differed at offsets 0x6\n", voted.errors);
+}
+
+TEST_F(KestctlSeeprom, BytesThatWereOutvotedAreCounted)
+{
+    writeFile(machine() / "panel.bin", pattern(256, 3));
+    const std::string dump = (folder() / "dump.json").string();
+    const std::string same = file("same", pattern(256, 3));
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"seeprom", "read", "panel-vpd"},
+                                               {"copy", "capture", "panel-vpd", "--yes"},
+                                               {"seeprom", "dump", "panel-vpd", "-o", dump},
+                                               {"seeprom", "write", "panel-vpd", "-i", same, "--yes"},
+                                               {"seeprom", "verify", "panel-vpd", same}}) {
+        for (const char* byte : {"6", "200"}) {
+            fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth",
+                   byte[0] == '6' ? "2" : "4", "--count", "1", "--byte", byte});
+        }
+        std::vector<std::string> voting = command;
+        voting.insert(voting.end(), {"--voted", "5", "--json"});
+        const RunResult result = kestctl(voting);
+        clearFaults();
+        EXPECT_EQ("kestctl: panel-vpd: 2 bytes were outvoted: the reads differed at offsets 0x6 0xC8\n", result.errors);
+        EXPECT_EQ(2, json::parse(result.output).at("outvoted")) << testing::PrintToString(command);
+        EXPECT_EQ(json::parse("[6, 200]"), json::parse(result.output).at("wavered"));
+        EXPECT_EQ(0, json::parse(says({"--json", "seeprom", "read", "panel-vpd", "--voted", "3"})).at("outvoted"));
+    }
 }
 
 TEST_F(KestctlSeeprom, EveryCommandThatVotesNamesTheOffsetsThatWavered)
@@ -322,7 +356,7 @@ TEST_F(KestctlSeeprom, EveryCommandThatVotesNamesTheOffsetsThatWavered)
         const RunResult result = kestctl(voting);
         clearFaults();
         EXPECT_EQ(0, result.exit) << testing::PrintToString(command);
-        EXPECT_EQ("kestctl: panel-vpd: the reads differed at offsets 0x6\n", result.errors)
+        EXPECT_EQ("kestctl: panel-vpd: 1 byte was outvoted: the reads differed at offsets 0x6\n", result.errors)
             << testing::PrintToString(command);
     }
 }
