@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/iic/pagewaits.h"
 #include "platform/host/iic/exchange.h"
+#include "platform/host/iic/pagewaits.h"
 #include "platform/mern.h"
 
 namespace kest::host::iic
