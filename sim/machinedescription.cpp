@@ -22,11 +22,13 @@ std::string addressText(std::uint8_t address)
     return text;
 }
 
-std::string fullName(const busDescription& bus) { return bus.node.empty() ? bus.name : bus.node + ":" + bus.name; }
+std::string fullName(const std::string& bus, const std::string& node) { return node.empty() ? bus : node + ":" + bus; }
+
+std::string fullName(const busDescription& bus) { return fullName(bus.name, bus.node); }
 
 std::optional<std::size_t> machineDescription::findBus(std::string_view name) const
 {
-    const auto found = std::ranges::find(buses, name, fullName);
+    const auto found = std::ranges::find_if(buses, [name](const busDescription& bus) { return fullName(bus) == name; });
     return found == buses.end() ? std::nullopt : std::optional{static_cast<std::size_t>(found - buses.begin())};
 }
 
@@ -47,6 +49,28 @@ bool chipDescription::drivesProtectionOf(const chipDescription& other) const
 bool machineDescription::hasNode(std::string_view node) const
 {
     return std::ranges::find(buses, node, &busDescription::node) != buses.end();
+}
+
+std::vector<std::string> machineDescription::nodes() const
+{
+    std::vector<std::string> all;
+    for (const auto& bus : buses) {
+        if (std::ranges::find(all, bus.node) == all.end()) {
+            all.push_back(bus.node);
+        }
+    }
+    return all;
+}
+
+std::vector<std::string> machineDescription::busNames(std::string_view node) const
+{
+    std::vector<std::string> names;
+    for (const auto& bus : buses) {
+        if (bus.node == node) {
+            names.push_back(bus.name);
+        }
+    }
+    return names;
 }
 
 bool machineDescription::concerns(const faultDescription& what, std::size_t bus) const

@@ -91,6 +91,9 @@ struct machineDescription {
     /// @param name  "BUS" or "NODE:BUS"
     [[nodiscard]] std::optional<std::size_t> findBus(std::string_view name) const;
     [[nodiscard]] bool hasNode(std::string_view node) const;
+    /// The nodes that have buses; "" is the local one.
+    [[nodiscard]] std::vector<std::string> nodes() const;
+    [[nodiscard]] std::vector<std::string> busNames(std::string_view node) const;
     /// Random choices of a chip, by its place alone, and of a bus.
     [[nodiscard]] chance choicesOf(const chipDescription& chip) const;
     [[nodiscard]] chance choicesOf(const busDescription& bus) const;
@@ -99,6 +102,7 @@ struct machineDescription {
 };
 
 /// Name of a bus for people and faults: "BUS" on the local node, else "NODE:BUS".
+std::string fullName(const std::string& bus, const std::string& node);
 std::string fullName(const busDescription& bus);
 
 /// "LINE:COLUMN", for error texts.
