@@ -4,6 +4,7 @@
 #include <array>
 #include <fmt/core.h>
 
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
@@ -136,12 +137,51 @@ jsonValue rowJson(const inventory& all, const busName& bus, const scanResult& re
     return row;
 }
 
+/// A device of the table at whose address nothing answers, while something does at the other form of it.
+struct wrongForm {
+    std::string device;
+    std::string hint;
+};
+
+std::vector<wrongForm> wrongForms(const busName& bus, const std::vector<scanResult>& results)
+{
+    std::vector<wrongForm> found;
+    for (const host::deviceEntry& row : host::currentConfiguration().devices) {
+        device which;
+        try {
+            which = parseDeviceText(row.location);
+        } catch (const failure&) {
+            // 'kestctl devices' reports it
+            continue;
+        }
+        const auto there = std::ranges::find(results, which.head().address, &scanResult::address);
+        if (which.bus != bus.path || nodeNumber(which.node) != nodeNumber(bus.node) || there == results.end() ||
+            there->state != presence::absent) {
+            continue;
+        }
+        if (std::string hint = wrongFormHint(which); !hint.empty()) {
+            found.push_back({row.name.empty() ? fmt::format("device 0x{:X}", row.number) : row.name, std::move(hint)});
+        }
+    }
+    return found;
+}
+
+jsonList wrongFormsJson(const std::vector<wrongForm>& forms)
+{
+    jsonList rows;
+    for (const wrongForm& each : forms) {
+        rows.push_back({{"device", each.device}, {"hint", each.hint}});
+    }
+    return rows;
+}
+
 /// Probes every address of a bus that can be probed without harm, and shows a grid.
 int runScan(const context& shared, const scanOptions& options)
 {
     const busName bus = findBus(options.bus, options.node);
     const std::vector<scanResult> results = openBus(bus)->scan();
     const inventory all;
+    const std::vector<wrongForm> forms = wrongForms(bus, results);
     if (shared.json) {
         jsonList rows;
         for (const scanResult& result : results) {
@@ -149,10 +189,18 @@ int runScan(const context& shared, const scanOptions& options)
                 rows.push_back(rowJson(all, bus, result));
             }
         }
-        standardOutput().json({{"bus", bus.path}, {"node", bus.node}, {"probed", results.size()}, {"devices", rows}});
+        standardOutput().json({{"bus", bus.path},
+                               {"node", bus.node},
+                               {"probed", results.size()},
+                               {"devices", rows},
+                               {"hints", wrongFormsJson(forms)}});
     } else {
         showGrid(results);
         showList(all, bus, results);
+        for (const wrongForm& each : forms) {
+            standardOutput().text(
+                fmt::format("{} of the device table: nothing answers; {}\n", escaped(each.device), each.hint));
+        }
     }
     return exitDone;
 }
