@@ -75,7 +75,7 @@ int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vec
 int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std::uint64_t offset, std::size_t most,
                  std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes)
 {
-    fileReader reader;
+    regularFile reader;
     const int error = reader.open(file, limitBytes);
     sizeBytes = reader.sizeBytes();
     if (error != 0) {
@@ -86,7 +86,7 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
     return reader.read(offset, bytes);
 }
 
-int fileReader::open(const std::filesystem::path& file, std::uint64_t limitBytes)
+int regularFile::open(const std::filesystem::path& file, std::uint64_t limitBytes)
 {
     m_descriptor = openFile(file, O_RDONLY);
     if (!m_descriptor.valid()) {
@@ -107,7 +107,7 @@ int fileReader::open(const std::filesystem::path& file, std::uint64_t limitBytes
     return 0;
 }
 
-int fileReader::read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) const
+int regularFile::read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) const
 {
     std::size_t filled = 0;
     while (filled < bytes.size()) {

@@ -30,7 +30,7 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
                  std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes);
 
 /// A regular file of which parts are read.
-class fileReader
+class regularFile
 {
 public:
     /// Errors as for readFile().

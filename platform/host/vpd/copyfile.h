@@ -39,7 +39,7 @@ private:
     int takeBlocks(std::uint32_t first, std::uint32_t last, std::vector<std::uint8_t>& bytes,
                    std::vector<std::uint32_t>& damagedBlocks) const;
 
-    fileReader m_reader;
+    regularFile m_reader;
     std::vector<std::uint8_t> m_front; ///< of the file
     copyKind m_kind = copyKind::raw;
     copyHeader m_header;
