@@ -16,6 +16,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/common/progress.h"
+#include "tools/common/wear.h"
 
 namespace kest::tools
 {
@@ -290,6 +291,9 @@ void seeprom::writePiece(const byteRange& range, const unsigned char* bytes)
     unsigned int length = range.length;
     ErrlEntry* const entry =
         KEST_seepromWrite(tavoAddress(m_device), nullptr, range.offset, &length, bytes, m_attributes.data());
+    if (touchesHardware()) {
+        countWriteOrTell(m_device, range.offset, std::min(length, range.length));
+    }
     throwEntry(entry, m_device, "write");
     if (length != range.length) {
         throw failed({.reason = reasonShort, .words = {range.offset, range.length, length}}, "write",

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <fmt/core.h>
+#include <optional>
+#include <utility>
 
 #include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
@@ -10,7 +12,9 @@
 #include "tools/common/failure.h"
 #include "tools/common/identity.h"
 #include "tools/common/json.h"
+#include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/wear.h"
 #include "tools/kestctl/area.h"
 
 namespace kest::tools
@@ -27,6 +31,23 @@ jsonList expectationJson(const host::deviceEntry& entry)
     return rows;
 }
 
+/// Behind a row; nothing where no page has been written.
+std::string wearNote(const std::optional<wearReport>& wear)
+{
+    return !wear || wear->counts.total() == 0 ? "" : "  " + countText(wear->counts.total(), "page write");
+}
+
+/// On standard error: too many page writes, or counts that can't be read.
+void tellTrouble(const host::deviceEntry& entry, const wearReport& wear)
+{
+    for (const std::string& text : {wear.trouble, wearWarning(wear.counts)}) {
+        if (!text.empty()) {
+            const std::string name = entry.name.empty() ? fmt::format("0x{:X}", entry.number) : escaped(entry.name);
+            std::fputs(fmt::format("kestctl: {}: {}\n", name, escaped(text)).c_str(), stderr);
+        }
+    }
+}
+
 int runDevices(const context& shared)
 {
     const auto& table = host::currentConfiguration().devices;
@@ -34,24 +55,33 @@ int runDevices(const context& shared)
     int code = exitDone;
     for (const host::deviceEntry& entry : table) {
         std::string chip = "?";
+        std::optional<wearReport> wear;
         try {
             const device which = parseDeviceText(entry.location);
             chip = which.end().type->chip;
+            if (which.end().type->kind == deviceKind::seeprom) {
+                wear = wearOf(which);
+            }
             requireRoomFor(which, entry.expect);
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;
         }
-        rows.push_back({{"number", entry.number},
-                        {"position", entry.position},
-                        {"name", entry.name},
-                        {"type", chip},
-                        {"text", entry.location},
-                        {"expect", expectationJson(entry)}});
+        jsonValue row({{"number", entry.number},
+                       {"position", entry.position},
+                       {"name", entry.name},
+                       {"type", chip},
+                       {"text", entry.location},
+                       {"expect", expectationJson(entry)}});
+        if (wear) {
+            addWearFields(row, *wear);
+            tellTrouble(entry, *wear);
+        }
+        rows.push_back(std::move(row));
         if (!shared.json) {
-            standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}\n", entry.number,
+            standardOutput().text(fmt::format("0x{:04X}{:<4} {:<18} {:<8} {}{}\n", entry.number,
                                               entry.position == 0 ? "" : fmt::format("/{}", entry.position),
-                                              escaped(entry.name), chip, escaped(entry.location)));
+                                              escaped(entry.name), chip, escaped(entry.location), wearNote(wear)));
         }
     }
     if (shared.json) {

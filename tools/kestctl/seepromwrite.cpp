@@ -11,6 +11,7 @@
 #include "tools/common/files.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/wear.h"
 #include "tools/common/widthproof.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/seepromchoice.h"
@@ -73,6 +74,45 @@ void tellIdentity(const seeprom& chip, identity found)
     }
 }
 
+/// Says how often pages have been written, and warns of too many.
+void tellWear(const context& shared, const seeprom& chip)
+{
+    const wearReport wear = wearOf(chip.target());
+    const std::string name = escaped(chip.target().label);
+    if (!shared.json && wear.known) {
+        standardOutput().text(fmt::format("wear: {}\n", wearText(wear.counts)));
+    }
+    if (const std::string warning = wearWarning(wear.counts); !warning.empty()) {
+        std::fputs(fmt::format("kestctl: {}: {}\n", name, warning).c_str(), stderr);
+    }
+}
+
+void tellLines(const seeprom& chip, std::size_t length, const writeReport& report, bool dryRun)
+{
+    tellIdentity(chip, report.part);
+    const std::string name = escaped(chip.target().label) + (chip.touchesHardware() ? "" : " (persisted copy)");
+    if (report.pagesWritten == 0) {
+        standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,
+                                          length == 1 ? "this byte" : fmt::format("these {} bytes", length)));
+    } else if (dryRun) {
+        standardOutput().text(
+            fmt::format("{}: would write {} in {}; unchanged: {}\n", name, countText(report.bytesWritten, "byte"),
+                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page")));
+    } else {
+        standardOutput().text(
+            fmt::format("{}: wrote {} in {}; unchanged: {}; {}\n", name, countText(report.bytesWritten, "byte"),
+                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
+                        report.verified ? "read back and compared" : "not verified"));
+        if (!report.undoFile.empty()) {
+            standardOutput().text(
+                fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
+        }
+    }
+    if (report.width && report.pagesWritten != 0) {
+        standardOutput().text(fmt::format("{}\n", widthLine(chip.target(), *report.width)));
+    }
+}
+
 int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, std::size_t length,
               const writeReport& report, const carefulWriteOptions& care)
 {
@@ -89,30 +129,15 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                     {"undo_file", report.undoFile},
                     {"wavered", jsonNumbers(chip.wavered())},
                     {"outvoted", chip.outvoted()}});
-        standardOutput().json(result);
-        return exitDone;
-    }
-    tellIdentity(chip, report.part);
-    const std::string name = escaped(chip.target().label) + (chip.touchesHardware() ? "" : " (persisted copy)");
-    if (report.pagesWritten == 0) {
-        standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,
-                                          length == 1 ? "this byte" : fmt::format("these {} bytes", length)));
-    } else if (care.dryRun) {
-        standardOutput().text(
-            fmt::format("{}: would write {} in {}; unchanged: {}\n", name, countText(report.bytesWritten, "byte"),
-                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page")));
-    } else {
-        standardOutput().text(
-            fmt::format("{}: wrote {} in {}; unchanged: {}; {}\n", name, countText(report.bytesWritten, "byte"),
-                        countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
-                        report.verified ? "read back and compared" : "not verified"));
-        if (!report.undoFile.empty()) {
-            standardOutput().text(
-                fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
+        if (chip.touchesHardware()) {
+            addWearFields(result, wearOf(chip.target()));
         }
+        standardOutput().json(result);
+    } else {
+        tellLines(chip, length, report, care.dryRun);
     }
-    if (report.width && report.pagesWritten != 0) {
-        standardOutput().text(fmt::format("{}\n", widthLine(chip.target(), *report.width)));
+    if (chip.touchesHardware() && report.pagesWritten != 0 && !care.dryRun) {
+        tellWear(shared, chip);
     }
     return exitDone;
 }

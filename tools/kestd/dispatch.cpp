@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <fmt/core.h>
 #include <memory>
@@ -16,10 +17,16 @@
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/entry.h"
+#include "platform/host/trace/hash.h"
+#include "platform/host/vpd/copies.h"
 #include "platform/netc.h"
 #include "platform/tavo.h"
 #include "tools/common/buffer.h"
+#include "tools/common/devicetext.h"
 #include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/wear.h"
+#include "tools/kestd/trace.h"
 
 namespace kest::service
 {
@@ -149,6 +156,38 @@ frame serve(const frame& request)
     return reply;
 }
 
+/// Whether the hardware takes a write. A copy that is damaged takes it, too: it fails then.
+bool reachesHardware(byteSource source)
+{
+    std::vector<std::uint8_t> none;
+    host::copyFinding found;
+    return source == byteSource::hardware ||
+           (source == byteSource::mixed && host::readCopyPart(0, 0, 0, none, found) == ENOENT);
+}
+
+/// Counts the pages of a write that was done. One that failed is not counted: how far it came is not known here.
+void countPages(const frame& request, byteSource source)
+{
+    const std::optional<std::string> location = locationOf(request);
+    if (!location || !reachesHardware(source)) {
+        return;
+    }
+    try {
+        std::uint32_t offset = 0;
+        // host byte order
+        std::memcpy(&offset, request.payload.data(), sizeof offset);
+        const tools::wearReport wear =
+            tools::countWrite(tools::parseDeviceText(*location), offset, wantedLength(request));
+        const std::string text = wear.trouble.empty() ? tools::wearWarning(wear.counts) : wear.trouble;
+        if (!text.empty()) {
+            trace_wobu_write_all(serviceTrace(), host::messageHash("wear"), " wear of %s: %s", __LINE__, 0,
+                                 location->c_str(), text.c_str());
+        }
+    } catch (const tools::failure&) {
+        // no text of a device: nothing was written
+    }
+}
+
 /// Serves a read or write whose device may be named.
 /// @param bytes  of the device, 0 when that is not known
 frame serveTransfer(const frame& request, std::uint32_t bytes, byteSource source, const peerProcess& peer,
@@ -162,6 +201,9 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, byteSource source
         return serve(bounded(request));
     }
     frame reply = serve(request);
+    if (request.type == client::typeWrite && reply.returnCode == 0) {
+        countPages(request, source);
+    }
     const std::uint32_t wanted = wantedLength(request);
     if (source == byteSource::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
         reply.payload.size() > wanted) {

@@ -210,6 +210,7 @@ void fileReader::read(std::string_view source)
         {"errorlog", m_reader.tableOf({{"max_entries", m_reader.integer(target.errorLogMaxEntries, 1, 10'000'000)},
                                        {"max_size", m_reader.integer(target.errorLogMaxBytes, 1 << 20, 1ull << 40)},
                                        {"spool", m_reader.path(target.errorLogSpoolFolder)}})},
+        {"wear", m_reader.tableOf({{"limit", m_reader.integer(target.wearLimit, 0, 1ull << 40)}})},
         {"registry", [this](const std::string& key, const toml::node& node) { readRegistry(key, node); }},
         {"nodes", [this](const std::string& key, const toml::node& node) { readNodes(key, node); }},
         {"device", [this](const std::string& key, const toml::node& node) { readDevices(key, node); }},

@@ -66,6 +66,7 @@ struct configuration {
     std::uint32_t errorLogMaxEntries = 10000;
     std::uint64_t errorLogMaxBytes = 64ull << 20;
     std::filesystem::path errorLogSpoolFolder; ///< takes entries when stateFolder can't: /var/tmp/kest-UID
+    std::uint64_t wearLimit = 0; ///< page writes in a group of pages that are warned of when there are more; 0 none
     std::map<std::string, std::string> registry; ///< key to value; always has "tavo/ReadMode"
     nodeMap nodes;
     std::vector<deviceEntry> devices;

@@ -64,6 +64,7 @@ TEST_F(Configuration, EmptyFileGivesTheDefaults)
     EXPECT_FALSE(value.machineRealTime);
     EXPECT_FALSE(value.setAdapterTimeout);
     EXPECT_EQ(10000U, value.errorLogMaxEntries);
+    EXPECT_EQ(0U, value.wearLimit);
     EXPECT_EQ(67108864U, value.errorLogMaxBytes);
     EXPECT_EQ("/var/tmp/kest-" + std::to_string(geteuid()), value.errorLogSpoolFolder);
     EXPECT_EQ((std::map<std::string, std::string>{{"tavo/ReadMode", "HWareMode"}}), value.registry);
@@ -88,6 +89,8 @@ TEST_F(Configuration, EveryKeyIsRead)
         max_entries = 5
         max_size = 1_048_576
         spool = "/srv/spool"
+        [wear]
+        limit = 100_000
         [registry]
         "tavo/ReadMode" = "FileMode"
         "other/key" = "text"
@@ -126,6 +129,7 @@ TEST_F(Configuration, EveryKeyIsRead)
     EXPECT_EQ("/srv/kest", value.stateFolder);
     EXPECT_EQ("/srv/trace", value.traceFolder);
     EXPECT_EQ(5U, value.errorLogMaxEntries);
+    EXPECT_EQ(100000U, value.wearLimit);
     EXPECT_EQ(1048576U, value.errorLogMaxBytes);
     EXPECT_EQ("/srv/spool", value.errorLogSpoolFolder);
     EXPECT_EQ((std::map<std::string, std::string>{{"other/key", "text"}, {"tavo/ReadMode", "FileMode"}}),
@@ -187,7 +191,7 @@ TEST_F(Configuration, UnknownKeysAreReported)
 {
     expectMessages(
         {{"stat = \"x\"",
-          "1:1: key 'stat': expected one of the keys state, trace, errorlog, registry, nodes, device, machine, "
+          "1:1: key 'stat': expected one of the keys state, trace, errorlog, wear, registry, nodes, device, machine, "
           "linux, service, found an unknown key"},
          {"[trace]\n  file = 1", "2:3: key 'trace.file': expected one of the keys folder, found an unknown key"},
          {"[errorlog]\nsize = 1",
@@ -206,7 +210,7 @@ TEST_F(Configuration, UnknownKeysAreReported)
           "4:1: key 'device.place': expected one of the keys number, position, location, name, expect, "
           "width_proved, found an unknown key"},
          {"\"a\\u001Bb\" = 1",
-          "1:1: key 'a\\x1Bb': expected one of the keys state, trace, errorlog, registry, nodes, device, "
+          "1:1: key 'a\\x1Bb': expected one of the keys state, trace, errorlog, wear, registry, nodes, device, "
           "machine, linux, service, found an unknown key"}});
 }
 

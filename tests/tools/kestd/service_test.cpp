@@ -182,6 +182,27 @@ TEST_F(KestdMachine, ReadPastTheEndOfADeviceIsRefused)
     EXPECT_EQ(image, readFile(folder() / "machine/panel.bin"));
 }
 
+TEST_F(KestdMachine, PagesOfWritesAreCountedWhereTheHardwareTakesThem)
+{
+    serveMachine();
+    client::serviceConnection connection = connect();
+    // pages 0 and 1 of 8 bytes
+    EXPECT_EQ(outcome::done, connection.writeSeeprom("sim:planar,L,1C0002,A4", 7, std::vector<std::uint8_t>(2)).what);
+    EXPECT_EQ(0x80001607u,
+              connection.writeSeeprom("sim:planar,L,1C0002,A4", 250, std::vector<std::uint8_t>(16)).returnCode);
+    const std::string table = run("kestctl", configured({"devices"})).output;
+    EXPECT_NE(std::string::npos, table.find(" sim:planar,L,1C0002,A4  2 page writes\n")) << table;
+}
+
+TEST_F(KestdMachine, AWriteThatACopyTakesWearsNothing)
+{
+    serveMachine("", "MixedMode");
+    EXPECT_EQ(outcome::done, connect().writeSeeprom("sim:planar,L,1C0002,A4", 7, std::vector<std::uint8_t>(2)).what);
+    EXPECT_EQ(std::string(2, '\0'), readFile(copyFile()).substr(7, 2));
+    const std::string table = run("kestctl", configured({"devices"})).output;
+    EXPECT_EQ(std::string::npos, table.find("page write")) << table;
+}
+
 /// Without a copy the library reads as many bytes as the device holds, from the offset on, and wraps round at its end.
 TEST_F(KestdMachine, MixedModeWithoutACopyReturnsNoMoreThanWasAskedFor)
 {
