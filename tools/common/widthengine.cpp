@@ -251,14 +251,10 @@ void widthEngine::judgeTwoBytes()
     }
 }
 
-/// Other bytes behind two offset bytes, but too few of them: a part that holds little.
+/// Neither width fits all places. A part with two offset bytes that holds little is blank at most of them.
 void widthEngine::judgeRest()
 {
-    const auto isBlank = [](const surrounding& place) { return isUniform(place.bytes); };
-    const auto saysNothing = [this, &isBlank](const surrounding& place) {
-        return isBlank(place) || (!fits(place, 0) && !fits(place, 1));
-    };
-    if (std::ranges::any_of(m_places, isBlank) && std::ranges::all_of(m_places, saysNothing)) {
+    if (std::ranges::any_of(m_places, [](const surrounding& place) { return isUniform(place.bytes); })) {
         conclude(widthVerdict::uniform, "it is blank where two offset bytes reach");
     } else {
         conclude(widthVerdict::notDecidable, "what it gives behind two offset bytes fits neither width");

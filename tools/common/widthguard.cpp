@@ -132,10 +132,11 @@ void widthGuard::tryOut()
         return;
     }
     const std::string seen = tools::tryOut(m_chip, *m_trial, m_finding->first);
+    const bool isOne = (m_claimedBytes == 1) == seen.empty();
+    m_finding->verdict = isOne ? widthVerdict::oneByte : widthVerdict::twoBytes;
     if (!seen.empty()) {
-        refuse(seen, otherWays);
+        refuse(seen, fmt::format("types that would fit: {}", fittingText(*m_finding)));
     }
-    m_finding->verdict = m_claimedBytes == 1 ? widthVerdict::oneByte : widthVerdict::twoBytes;
     m_finding->seen = fmt::format("a byte written at offset 0x{:X} as a trial reads back", m_trial->offset);
 }
 

@@ -56,8 +56,8 @@ std::optional<proposedRow> proposeRow(const device& which, const widthFinding& f
         row.text += fmt::format(" # size not proved; can be: {}", fittingText(finding));
     }
     row.text += "\n";
-    // a label that is no text is the name that the table has
-    if (part.named && part.label.find_first_not_of("0123456789") != 0) {
+    // names begin with a letter, numbers do not
+    if (part.named && part.label.find_first_of("0123456789") != 0) {
         row.text += fmt::format("name = \"{}\"\n", part.label);
     }
     return row;
