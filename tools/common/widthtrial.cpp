@@ -154,7 +154,7 @@ std::string tryOut(seeprom& chip, const trialByte& trial, const firstContent& fi
     offsetReads reads(chip.target(), chip.speedKhz());
     chip.write(trial.offset, {&trial.wanted, 1});
     const bool claimsOne = offsetBytesOf(*chip.target().end().type) == 1;
-    const std::string seen = claimsOne ? seenAfterOne(reads, trial, first) : seenAfterTwo(chip, reads, trial, first);
+    std::string seen = claimsOne ? seenAfterOne(reads, trial, first) : seenAfterTwo(chip, reads, trial, first);
     if (seen.empty()) {
         return seen;
     }
