@@ -14,16 +14,18 @@
 namespace kest::sim
 {
 
-void busAdministration::listRegisters(std::vector<chipListing>& into)
+bool busAdministration::listRegisters(std::vector<chipListing>& into)
 {
     const busUse use{m_shared};
     if (!use.usable()) {
-        return;
+        return false;
     }
     std::vector<chipListing> listings = m_shared.chips().list(m_shared.state().now);
-    if (m_shared.isSound()) {
-        std::ranges::move(listings, std::back_inserter(into));
+    if (!m_shared.isSound()) {
+        return false;
     }
+    std::ranges::move(listings, std::back_inserter(into));
+    return true;
 }
 
 // Makes a change that may let go of a line between transactions.
@@ -85,18 +87,28 @@ std::size_t busAdministration::addedFaults()
     return static_cast<std::size_t>(std::ranges::count(m_shared.state().faults, false, &faultRecord::fromFile));
 }
 
-// Those that a scenario still brings have their room.
+// Those that a scenario still brings have their room. Torn pages go into their images first: when one does not take its
+// page, the fault is not there either.
 bool busAdministration::addFault(const faultRecord& record)
 {
     busUse use{m_shared};
     busState& state = m_shared.state();
+    if (!use.usable() || (state.torn && !use.commit())) {
+        errno = ENODEV;
+        return false;
+    }
     const auto waiting =
         static_cast<std::size_t>(std::ranges::count(state.events, eventKind::fault, &eventRecord::kind));
-    if (!use.usable() || addedFaults() + waiting >= mostFaults) {
+    if (addedFaults() + waiting >= mostFaults) {
+        errno = ENOSPC;
         return false;
     }
     state.faults.push_back(record);
-    return use.commit();
+    if (!use.commit()) {
+        errno = ENODEV;
+        return false;
+    }
+    return true;
 }
 
 // The effects of a fault end with it.
@@ -112,11 +124,11 @@ void busAdministration::endEffects()
     m_shared.chips().endEffects(ended);
 }
 
-bool busAdministration::clearFaults(std::optional<std::uint32_t> number)
+std::optional<std::size_t> busAdministration::clearFaults(std::optional<std::uint32_t> number)
 {
     busUse use{m_shared};
     if (!use.usable()) {
-        return false;
+        return std::nullopt;
     }
     std::size_t cleared = 0;
     withFreedLines(use.wave(), [&] {
@@ -124,15 +136,14 @@ bool busAdministration::clearFaults(std::optional<std::uint32_t> number)
                                 [&](const faultRecord& record) { return !number || record.number == *number; });
         endEffects();
     });
-    use.commit();
-    return cleared != 0;
+    return use.commit() ? std::optional{cleared} : std::nullopt;
 }
 
-void busAdministration::listFaults(std::vector<listedFault>& into)
+bool busAdministration::listFaults(std::vector<listedFault>& into)
 {
     const busUse use{m_shared};
     if (!use.usable()) {
-        return;
+        return false;
     }
     const busDescription& about = m_shared.description();
     for (const auto& record : m_shared.state().faults) {
@@ -144,6 +155,7 @@ void busAdministration::listFaults(std::vector<listedFault>& into)
                             record.struck});
         }
     }
+    return true;
 }
 
 bool busAdministration::usable()

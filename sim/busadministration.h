@@ -6,6 +6,7 @@
 #include "sim/faultrecord.h"
 #include "sim/sharedbus.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,8 +21,8 @@ public:
     /// @param shared  outlives the administration
     explicit busAdministration(sharedBus& shared) : m_shared{shared} {}
 
-    /// Adds the registers of the bus's chips to a list.
-    void listRegisters(std::vector<chipListing>& into);
+    /// Adds the registers of the bus's chips to a list. @return false when the bus can't be used
+    bool listRegisters(std::vector<chipListing>& into);
     /// @return false when the bus can't be used, or an image does not take its torn page
     bool powerCycle();
 
@@ -30,14 +31,15 @@ public:
     /// Faults of the machine file instead of those it had before. Under the lock of all.
     void replaceFileFaults(std::vector<faultRecord> fromFile);
 
-    /// @return false when there is no room for more
+    /// @return false with `errno`: ENODEV when the bus can't be used, ENOSPC when there is no room for more
     bool addFault(const faultRecord& record);
     /// How many faults a new scenario may bring.
     std::size_t roomForFaults();
-    /// @param number  none: all faults. @return whether there was one
-    bool clearFaults(std::optional<std::uint32_t> number);
+    /// @param number  none: all faults. @return how many there were; none when the bus can't be used
+    std::optional<std::size_t> clearFaults(std::optional<std::uint32_t> number);
     /// Adds the bus's faults to a list. The strikes of a fault that is in the list already are added up.
-    void listFaults(std::vector<listedFault>& into);
+    /// @return false when the bus can't be used
+    bool listFaults(std::vector<listedFault>& into);
 
     /// Whether the bus can be used now.
     [[nodiscard]] bool usable();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -23,6 +24,11 @@ namespace
 
 // Machines that stay open without users: a program that opens one device after another parses the machine file once.
 constexpr std::size_t mostKept = 4;
+
+std::system_error unusable(const machineBus& bus)
+{
+    return {ENODEV, std::generic_category(), "bus '" + fullName(bus.shared.description()) + "' cannot be used"};
+}
 
 class machineModel final : public machine, public std::enable_shared_from_this<machineModel>
 {
@@ -53,7 +59,8 @@ public:
     [[nodiscard]] machineBuses& buses() { return m_buses; }
 
 private:
-    bool giveFault(const fault& what, const faultRecord& record);
+    void giveFault(const fault& what, const faultRecord& record);
+    void onEachBus(const std::function<bool(busAdministration&)>& action);
     machineBus* find(const std::string& name);
 
     mutable machineBuses m_buses;
@@ -92,9 +99,7 @@ std::vector<chipInfo> machineModel::chips() const
 std::vector<machine::registerValue> machineModel::registers()
 {
     std::vector<chipListing> chips;
-    for (const auto& bus : m_buses.all()) {
-        bus->administration.listRegisters(chips);
-    }
+    onEachBus([&chips](busAdministration& bus) { return bus.listRegisters(chips); });
     std::vector<registerValue> list;
     for (const auto& chip : chips) {
         for (const auto& line : chip.registers) {
@@ -142,23 +147,45 @@ std::uint32_t machineModel::addFault(const fault& asked)
     if (number == 0) {
         throw std::runtime_error{"the machine is gone"};
     }
-    if (!giveFault(what, makeFaultRecord(what, number))) {
-        clearFault(number);
-        throw std::runtime_error{"no room for more faults"};
-    }
+    giveFault(what, makeFaultRecord(what, number));
     return number;
 }
 
-// @return false when one of the buses has no room for it
-bool machineModel::giveFault(const fault& what, const faultRecord& record)
+// To each bus that it concerns, or to none. Throws as addFault().
+void machineModel::giveFault(const fault& what, const faultRecord& record)
 {
-    const auto& buses = m_buses.all();
-    for (std::size_t bus = 0; bus < buses.size(); ++bus) {
-        if (m_buses.about().concerns(what, bus) && !buses[bus]->administration.addFault(record)) {
-            return false;
+    std::vector<machineBus*> concerned;
+    for (std::size_t index = 0; index < m_buses.about().buses.size(); ++index) {
+        if (m_buses.about().concerns(what, index)) {
+            concerned.push_back(&m_buses.ready(index));
         }
     }
-    return true;
+    const auto refused = std::ranges::find_if_not(
+        concerned, [&record](machineBus* bus) { return bus->administration.addFault(record); });
+    if (refused == concerned.end()) {
+        return;
+    }
+    const bool noRoom = errno == ENOSPC;
+    std::for_each(concerned.begin(), refused,
+                  [&record](machineBus* bus) { bus->administration.clearFaults(record.number); });
+    if (noRoom) {
+        throw std::runtime_error{"no room for more faults"};
+    }
+    throw unusable(**refused);
+}
+
+// Every bus has its turn. Throws std::system_error when one of them could not be used.
+void machineModel::onEachBus(const std::function<bool(busAdministration&)>& action)
+{
+    const machineBus* leftOut = nullptr;
+    for (const auto& bus : m_buses.all()) {
+        if (!action(bus->administration) && leftOut == nullptr) {
+            leftOut = bus.get();
+        }
+    }
+    if (leftOut != nullptr) {
+        throw unusable(*leftOut);
+    }
 }
 
 std::size_t machineModel::play(const std::string& scenario, const std::string& fileName)
@@ -175,25 +202,23 @@ std::size_t machineModel::play(const std::string& scenario, const std::string& f
 bool machineModel::clearFault(std::uint32_t number)
 {
     bool cleared = false;
-    for (const auto& bus : m_buses.all()) {
-        cleared = bus->administration.clearFaults(number) || cleared;
-    }
+    onEachBus([&cleared, number](busAdministration& bus) {
+        const auto count = bus.clearFaults(number);
+        cleared = count.value_or(0) != 0 || cleared;
+        return count.has_value();
+    });
     return cleared;
 }
 
 void machineModel::clearFaults()
 {
-    for (const auto& bus : m_buses.all()) {
-        bus->administration.clearFaults(std::nullopt);
-    }
+    onEachBus([](busAdministration& bus) { return bus.clearFaults(std::nullopt).has_value(); });
 }
 
 std::vector<machine::listedFault> machineModel::faults()
 {
     std::vector<listedFault> list;
-    for (const auto& bus : m_buses.all()) {
-        bus->administration.listFaults(list);
-    }
+    onEachBus([&list](busAdministration& bus) { return bus.listFaults(list); });
     return list;
 }
 

@@ -47,6 +47,7 @@ public:
         std::uint32_t value;
         std::string meaning;
     };
+    /// Throws std::system_error, ENODEV, when a bus cannot be used.
     virtual std::vector<registerValue> registers() = 0;
     /// Registers to their defaults, hubs out of reset, held lines free, write cycles over. Images stay, but for the
     /// pages whose write cycles ran: these are torn.
@@ -55,9 +56,14 @@ public:
 
     using fault = faultDescription;
     using listedFault = sim::listedFault;
-    /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus, node or value.
+    /// @return a number to clear it by. Throws std::invalid_argument for an unknown kind, bus, node or value, and
+    /// std::system_error, ENODEV, when a bus that it concerns cannot be used. After any throw no bus has it.
     /// @param what  with `bus` and `node`: of that bus on that node
     virtual std::uint32_t addFault(const fault& what) = 0;
+
+    // The next three throw std::system_error, ENODEV, when a bus cannot be used. Faults of the other buses are cleared.
+
+    /// @return whether there was one
     virtual bool clearFault(std::uint32_t number) = 0;
     virtual void clearFaults() = 0;
     virtual std::vector<listedFault> faults() = 0;

@@ -68,13 +68,16 @@ jsonValue showJson(sim::machine& machine)
 
 void showText(sim::machine& machine)
 {
+    // a bus that cannot be used ends it before anything is shown
+    const auto registers = machine.registers();
+    const auto faults = machine.faults();
     output& out = standardOutput();
     out.text(escaped(machine.folder().string()) + "\n\n");
     for (const sim::chipInfo& chip : machine.chips()) {
         out.text(chipText(chip) + "\n");
     }
     std::string before;
-    for (const auto& value : machine.registers()) {
+    for (const auto& value : registers) {
         if (value.chip != before) {
             out.text("\n" + out.paint(colour::bold, escaped(value.chip)) + "\n");
         }
@@ -82,7 +85,6 @@ void showText(sim::machine& machine)
         out.text(fmt::format("  {:<9} 0x{:02X}{}{}\n", value.name, value.value, value.meaning.empty() ? "" : "  ",
                              escaped(value.meaning)));
     }
-    const auto faults = machine.faults();
     if (!faults.empty()) {
         out.text("\nfaults\n");
     }

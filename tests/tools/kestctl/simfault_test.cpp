@@ -1,5 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <initializer_list>
+#include <string>
+#include <vector>
+
 #include "tests/tools/seeprom_support.h"
 
 namespace kest::test
@@ -52,6 +56,30 @@ TEST_F(KestctlSimFault, AdapterThatIsGoneReportsThatOrTimeOuts)
     says({"sim", "fault", "add", "gone", "--bus", "planar", "--value", "1"});
     EXPECT_EQ(1, kestctl({"detect", "planar-vpd"}).exit);
     EXPECT_THAT(kestctl({"detect", "planar-vpd"}).errors, HasSubstr("no answer in time"));
+}
+
+// An image that takes no page leaves its bus unusable.
+TEST_F(KestctlSimFault, ABusThatCannotBeUsedIsReported)
+{
+    says({"sim", "fault", "add", "nack", "--address", "0xEE"});
+    EXPECT_NE(0, kestctl({"seeprom", "write", "planar-vpd", "--offset", "0x7F00", "--hex", "A1A2", "--yes"},
+                         {.largestFile = 16384})
+                     .exit);
+    for (const std::vector<std::string>& command :
+         std::initializer_list<std::vector<std::string>>{{"sim", "fault", "add", "nack", "--bus", "planar"},
+                                                         {"sim", "fault", "list"},
+                                                         {"sim", "fault", "list", "--json"},
+                                                         {"sim", "fault", "clear", "1"},
+                                                         {"sim", "fault", "clear"},
+                                                         {"sim", "show"}}) {
+        SCOPED_TRACE(command[1] + " " + command.back());
+        const RunResult result = kestctl(command, {.largestFile = 16384});
+        EXPECT_EQ(1, result.exit);
+        EXPECT_EQ(command.back() == "--json", !result.output.empty());
+        EXPECT_EQ("kestctl: bus 'planar' cannot be used: No such device\n", result.errors);
+    }
+    EXPECT_EQ("  1 nack               any bus  EE = 0x77, struck 0\n", says({"sim", "fault", "list"}));
+    EXPECT_EQ("fault 1 cleared\n", says({"sim", "fault", "clear", "1"}));
 }
 
 TEST_F(KestctlSimFault, ListCountsThePowerCutsBytes)
