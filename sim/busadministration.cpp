@@ -210,8 +210,7 @@ bool busAdministration::beginWave(busUse& use, int file, const std::string& path
     if (state.recording) {
         m_shared.appendWave(use.wave());
     }
-    const outcome held = m_shared.heldLine();
-    const waveEnd begin{held != outcome::sclHeld, held != outcome::sdaHeld, 0};
+    const waveEnd begin{m_shared.heldLine() != outcome::sclHeld, !m_shared.isSdaLow(), 0};
     const std::string head = waveText::header(m_shared.description().name, begin.scl, begin.sda);
     if (!replaceWave(file, head)) {
         return false;

@@ -125,12 +125,13 @@ bool sharedBus::writePage()
 
 outcome sharedBus::heldLine() const
 {
-    const bool held = m_state.held() && !isHoldOver();
-    if (held && m_state.sclHeld) {
+    if (m_state.sclHeld && !isHoldOver()) {
         return outcome::sclHeld;
     }
-    return held || m_state.driven.holdsSda() ? outcome::sdaHeld : outcome::done;
+    return isSdaLow() ? outcome::sdaHeld : outcome::done;
 }
+
+bool sharedBus::isSdaLow() const { return (m_state.sdaHeld && !isHoldOver()) || m_state.driven.holdsSda(); }
 
 // A hold of SDA outlasts its fault's count: it ends with a reset of the bus.
 bool sharedBus::isHoldOver() const
@@ -171,7 +172,7 @@ void sharedBus::showFreedLine(waveText& wave) const
 {
     if (!m_state.sclHeld && !m_state.waveAt.scl) {
         wave.scl(m_state.now, true);
-    } else if (heldLine() != outcome::sdaHeld) {
+    } else if (!isSdaLow()) {
         wave.sda(m_state.now, true);
     }
 }

@@ -63,6 +63,8 @@ public:
 
     /// Who holds the bus: done, sclHeld or sdaHeld.
     [[nodiscard]] outcome heldLine() const;
+    /// Whether somebody keeps SDA low, also while SCL is held.
+    [[nodiscard]] bool isSdaLow() const;
     /// Lets go of the lines when their hold has ended: by its count or time, or by the reset of the hub that holds them.
     /// @param wave  gets the line that rises, at the time of it
     void endHold(waveText& wave);

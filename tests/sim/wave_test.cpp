@@ -400,6 +400,36 @@ TEST_F(Wave, HeldSclRisesWhenAnEventCutsThePower)
     EXPECT_NE(text.find("\n#10\n0!\n#300000\n1!\n#350015\n0\"\n"), std::string::npos) << text;
 }
 
+// The chip drives the first byte of its memory, a 0. 39 bits and the high part of a repeated START have gone by, then each
+// attempt takes 25 ms.
+TEST_F(Wave, SdaStaysAsTheChipOfACutReadDrivesItWhileSclIsHeld)
+{
+    on->store(0xA0, {0, 0, 0});
+    ASSERT_TRUE(machine->startWave("planar", file()));
+    const auto hold = machine->addFault({.kind = "hold-scl", .way = "read", .byte = 1});
+    EXPECT_EQ(outcome::sclHeld, on->readAt(0xA0, {0}, 3).end);
+    machine->play("[[event]]\nat_ms = 60000\ndo = \"power-cut\"\n", "s.toml");
+    EXPECT_EQ(outcome::sclHeld, on->probe(0xA0));
+    EXPECT_TRUE(machine->clearFault(machine->addFault({.kind = "nack"})));
+    EXPECT_TRUE(home.text("planar.vcd").ends_with("\n#960\n0!\n#500961\n")) << home.text("planar.vcd");
+    EXPECT_TRUE(machine->clearFault(hold));
+    EXPECT_EQ(outcome::sdaHeld, on->planar->lines());
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    // the byte's bits are over at the eighth clock
+    const std::string text = home.text("planar.vcd");
+    EXPECT_NE(text.find("\n#500960\n1!\n#500970\n0!\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\n#501145\n0!\n#501152\n1\"\n"), std::string::npos) << text;
+}
+
+TEST_F(Wave, ARecordingBeginsWithBothLinesAsTheyAreHeld)
+{
+    on->store(0xA0, {0, 0, 0});
+    machine->addFault({.kind = "hold-scl", .way = "read", .byte = 1});
+    EXPECT_EQ(outcome::sclHeld, on->readAt(0xA0, {0}, 3).end);
+    ASSERT_TRUE(machine->startWave("planar", file()));
+    EXPECT_TRUE(home.text("planar.vcd").ends_with("\n#0\n0!\n0\"\n")) << home.text("planar.vcd");
+}
+
 // It holds SCL from the begin of a START on, for 25 ms of the controller's patience and 5 ms more.
 TEST_F(Wave, HeldSclRisesWhenTheHubThatHoldsItLeaves)
 {
