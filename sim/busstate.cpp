@@ -9,6 +9,10 @@ namespace kest::sim
 
 void busState::letLinesGo()
 {
+    const auto fault = std::ranges::find(faults, heldBy, &faultRecord::number);
+    if (fault != faults.end()) {
+        fault->holder = 0;
+    }
     sdaHeld = sclHeld = false;
     heldBy = resetsToGo = 0;
     heldUntil = 0;

@@ -46,7 +46,7 @@ struct faultRecord {
     std::uint64_t matched = 0;
     std::uint64_t struck = 0;
     std::uint32_t lastsMs = 0;
-    std::uint8_t holder = 0; ///< address of the hub that held a line the latest time, 0: no hub
+    std::uint8_t holder = 0; ///< address of the hub that holds a line, 0: no hub does
     bool letGo = false; ///< it no longer does: the hub was reset
 
     bool planned = false; ///< may strike in the transaction under way

@@ -226,6 +226,8 @@ void busUse::catchUp()
     }
     if (state.clockStamp != 0 && m_startedAt > state.clockStamp) {
         m_bus.passTime(std::min(state.now + std::min(m_startedAt - state.clockStamp, latestTime), latestTime), m_wave);
+        // a hold that ended by itself did so earlier
+        m_bus.endHold(m_wave);
         m_bus.chips().driveResetLines(state.faults, state.now);
     }
     m_timeAtStart = state.now;

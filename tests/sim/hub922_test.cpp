@@ -383,6 +383,25 @@ TEST_F(Hub, AHoldByAnotherChipOutlastsItsReset)
     EXPECT_EQ(outcome::sclHeld, on->planar->lines());
 }
 
+// A reset of the bus frees SDA; a time of its own ends the hold of SCL.
+TEST_F(Hub, ItsResetLeavesTheFaultOfAHoldThatIsOverAsItIs)
+{
+    fault({.kind = "hold-sda", .address = 0x80});
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0x80));
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    resetLine(true);
+    resetLine(false);
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0x80));
+    machine->clearFaults();
+
+    fault({.kind = "hold-scl", .address = 0x80, .lastsMs = 30});
+    EXPECT_EQ(outcome::sclHeld, on->probe(0x80));
+    on->idleMs(30);
+    resetLine(true);
+    resetLine(false);
+    EXPECT_EQ(outcome::sclHeld, on->probe(0x80));
+}
+
 TEST_F(Hub, InResetItHoldsNothing)
 {
     resetLine(true);

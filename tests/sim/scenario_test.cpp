@@ -153,6 +153,16 @@ TEST_F(Scenario, AHubThatLeavesLetsGoOfWhatItHolds)
     }
 }
 
+TEST_F(Scenario, AHubThatLeavesKeepsTheFaultOfAHoldThatIsOver)
+{
+    fault({.kind = "hold-sda", .address = 0x80});
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0x80));
+    EXPECT_EQ(outcome::done, on->planar->reset());
+    play(event("at_ms = 1\ndo = \"remove\"\naddress = 0x80") + event("at_ms = 2\ndo = \"insert\"\naddress = 0x80"));
+    on->idleMs(2);
+    EXPECT_EQ(outcome::sdaHeld, on->probe(0x80));
+}
+
 TEST_F(Scenario, OnlyAHubThatLeavesEndsFaultsOfHubs)
 {
     fault({.kind = "hub-silent", .untilReset = true});

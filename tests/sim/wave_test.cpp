@@ -124,6 +124,21 @@ TEST_F(BusTime, InRealTimePinsBlinkAndSensorsConvertWhileNobodyLooks)
     EXPECT_EQ(Bytes{0}, slow.read(0x80, 1).data);
 }
 
+// The hold is over after 30 ms; the pin is low for the first quarter of the next second.
+TEST_F(BusTime, InRealTimeAHoldThatIsOverOutlastsTheResetOfItsHub)
+{
+    power(chip("HUB922", "0x80") + chip("PCA9552", "0xC0"));
+    DrivenClock clock;
+    const auto real = openMachine(home.path, clock);
+    User slow{real->findBus("planar", "")};
+    slow.write(0xC0, {0x12, 43, 0xC0, 0, 0, 0x55, 0x55, 0x55, 0x95});
+    clock.now += 400'000'000;
+    real->addFault({.kind = "hold-scl", .address = 0x80, .lastsMs = 30});
+    EXPECT_EQ(outcome::sclHeld, slow.probe(0x80));
+    clock.now += 1'000'000'000;
+    EXPECT_EQ(outcome::sclHeld, slow.probe(0x80));
+}
+
 // In real time the clock ends a write cycle, whether or not the bus is used meanwhile.
 TEST_F(BusTime, RealTimeGoesOnBetweenTransactions)
 {
