@@ -35,7 +35,7 @@ struct busState {
     /// Of faults without a seed of their own. The machine's seed gives it, so the file does not have it.
     chance choices{chance::defaultSeed};
     std::uint64_t transactions = 0; ///< that the bus has seen
-    std::vector<eventRecord> events; ///< of a scenario, in the order in which they happen
+    std::vector<eventRecord> events; ///< of a scenario: those under way, then the others in their order
 
     /// Whether a fault holds a line.
     [[nodiscard]] bool held() const { return sdaHeld || sclHeld; }

@@ -83,6 +83,14 @@ bool play(busChips& chips, busState& state, eventRecord& event)
     return true;
 }
 
+// A change of temperature takes the place of the one under way at its sensor.
+void endChangeUnderWay(std::vector<eventRecord>& events, const eventRecord& by)
+{
+    std::erase_if(events, [&by](const eventRecord& other) {
+        return other.begun && other.address == by.address && other.hub == by.hub && other.port == by.port;
+    });
+}
+
 bool isDue(const busState& state, const eventRecord& event)
 {
     return (event.byTime ? state.now : state.transactions) >= event.at;
@@ -97,8 +105,16 @@ void playEvents(busChips& chips, busState& state)
     }
     std::vector<eventRecord> left;
     for (eventRecord& event : state.events) {
-        if (!isDue(state, event) || !play(chips, state, event)) {
+        if (!isDue(state, event)) {
             left.push_back(event);
+            continue;
+        }
+        if (event.kind == eventKind::temperature && !event.begun) {
+            endChangeUnderWay(left, event);
+        }
+        if (!play(chips, state, event)) {
+            // in front of what is to come: a change that takes its place begins where it is by then
+            left.insert(left.begin(), event);
         }
     }
     state.events = std::move(left);

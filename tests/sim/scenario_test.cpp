@@ -191,6 +191,51 @@ TEST_F(Scenario, TemperaturesRiseEvenlyWhileTheBusIsIdle)
     EXPECT_EQ(on->read(0x90, 2).data, (Bytes{0xF6, 0x00}));
 }
 
+// From 25 towards 45 degrees in ten seconds. At 5 s it is 35 degrees.
+TEST_F(Scenario, AChangeOfTemperatureEndsTheOneUnderWay)
+{
+    const std::string rise = event("at_ms = 0\ndo = \"temperature\"\naddress = 0x90\ncelsius = 45\nover_ms = 10000");
+    play(rise + event("at_ms = 5000\ndo = \"temperature\"\naddress = 0x90\ncelsius = -10"));
+    for (int i = 0; i < 3; ++i) {
+        on->idleMs(5500);
+        EXPECT_EQ((Bytes{0xF6, 0x00}), on->read(0x90, 2).data) << i;
+    }
+    EXPECT_EQ("-10.0000 C", meaning("planar 0x90 LM75", "TEMP"));
+}
+
+// From 25 towards 45 degrees in ten seconds. At 5 s it is 35 degrees, and falls to 25 in ten more. The latest conversion
+// of 300 ms ended 9.9 s from the begin.
+TEST_F(Scenario, AChangeThatTakesThePlaceOfAnotherBeginsWhereThatOneIs)
+{
+    const std::string rise = event("at_ms = 0\ndo = \"temperature\"\naddress = 0x90\ncelsius = 45\nover_ms = 10000");
+    const std::string fall = "do = \"temperature\"\naddress = 0x90\ncelsius = 25\nover_ms = 10000";
+    for (const char* when : {"at_ms = 5000\n", "transaction = 2\n"}) {
+        SCOPED_TRACE(when);
+        power(chip("LM75", "0x90"));
+        play(rise + event(when + fall));
+        on->idleMs(5000);
+        on->probe(0x90);
+        on->idleMs(5000);
+        // 30.1 degrees
+        EXPECT_EQ((Bytes{0x1E, 0x00}), on->read(0x90, 2).data);
+        on->idleMs(6000);
+        EXPECT_EQ((Bytes{0x19, 0x00}), on->read(0x90, 2).data);
+    }
+}
+
+TEST_F(Scenario, AChangeOfTemperatureLeavesThoseOfOtherSensors)
+{
+    power(chip("LM75", "0x90") + chip("LM75", "0x92"));
+    play(event("at_ms = 0\ndo = \"temperature\"\naddress = 0x90\ncelsius = 45\nover_ms = 10000") +
+         event("at_ms = 5000\ndo = \"temperature\"\naddress = 0x92\ncelsius = -10"));
+    on->idleMs(6000);
+    // 37 degrees at 6 s
+    EXPECT_EQ((Bytes{0x25, 0x00}), on->read(0x90, 2).data);
+    on->idleMs(5000);
+    EXPECT_EQ((Bytes{0x2D, 0x00}), on->read(0x90, 2).data);
+    EXPECT_EQ((Bytes{0xF6, 0x00}), on->read(0x92, 2).data);
+}
+
 // Seven conversions of 300 ms have ended since the power came, 2.2 s ago.
 TEST_F(Scenario, ASensorConvertsAgainFromThePowerCutOn)
 {
