@@ -42,7 +42,6 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
     if (!use.usable()) {
         return {.end = outcome::gone};
     }
-    busState& state = m_shared.state();
     transferResult result;
     const auto odd = std::ranges::find_if(segments, [](const segment& part) { return (part.address & 1) != 0; });
     if (odd != segments.end()) {
@@ -50,16 +49,30 @@ transferResult busModel::transfer(std::span<segment> segments, std::uint32_t spe
         result.segment = static_cast<std::size_t>(odd - segments.begin());
     } else if (!takes(adapter(), segments)) {
         result.end = outcome::refused;
-    } else if (result.end = m_shared.heldLine(); result.end == outcome::sclHeld) {
-        result = meetHeldScl(use, speedKhz);
-    } else if (result.end == outcome::done && !segments.empty()) {
-        ++state.transactions;
-        const bool good = drive(use, speedKhz, [&](wire& lines, const partKept& keep) {
-            result = runTransaction(adapter(), m_shared.chips(), state, lines, segments, keep);
-        });
-        result.end = good ? result.end : outcome::gone;
+    } else if (result.end = m_shared.heldLine(); !segments.empty()) {
+        result = attempt(use, segments, speedKhz);
     }
-    result.busTimeNs = state.now;
+    result.busTimeNs = m_shared.state().now;
+    return result;
+}
+
+// One that meets a held line counts as well, so that a scenario by transactions goes on while the bus is held.
+transferResult busModel::attempt(busUse& use, std::span<segment> segments, std::uint32_t speedKhz)
+{
+    busState& state = m_shared.state();
+    ++state.transactions;
+    transferResult result{.end = m_shared.heldLine()};
+    if (result.end == outcome::sclHeld) {
+        return meetHeldScl(use, speedKhz);
+    }
+    if (result.end == outcome::sdaHeld) {
+        result.end = use.commit() ? result.end : outcome::gone;
+        return result;
+    }
+    const bool good = drive(use, speedKhz, [&](wire& lines, const partKept& keep) {
+        result = runTransaction(adapter(), m_shared.chips(), state, lines, segments, keep);
+    });
+    result.end = good ? result.end : outcome::gone;
     return result;
 }
 

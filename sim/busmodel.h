@@ -32,6 +32,7 @@ public:
 private:
     template <typename Act>
     bool drive(busUse& use, std::uint32_t speedKhz, Act act);
+    transferResult attempt(busUse& use, std::span<segment> segments, std::uint32_t speedKhz);
     transferResult meetHeldScl(busUse& use, std::uint32_t speedKhz);
     template <typename Act>
     outcome recover(Act act);

@@ -81,6 +81,20 @@ TEST_F(Scenario, EventsCountTransactions)
     EXPECT_EQ(outcome::done, on->probe(0xA0));
 }
 
+TEST_F(Scenario, AttemptsThatMeetAHeldLineAreTransactions)
+{
+    for (const auto& [kind, held] : {std::pair{"hold-sda", outcome::sdaHeld}, {"hold-scl", outcome::sclHeld}}) {
+        SCOPED_TRACE(kind);
+        fault({.kind = kind, .address = 0x80, .count = 3});
+        EXPECT_EQ(held, on->probe(0x80));
+        play(event("transaction = 2\ndo = \"remove\"\naddress = 0x80"));
+        EXPECT_EQ(held, on->probe(0xA0));
+        EXPECT_EQ(outcome::done, on->probe(0xA0));
+        machine->clearFaults();
+        play(event("at_ms = 0\ndo = \"insert\"\naddress = 0x80"));
+    }
+}
+
 TEST_F(Scenario, AChipBehindAHubLeavesAndKeepsItsImage)
 {
     EXPECT_EQ(outcome::done, on->store(0x80, {3, 0xA2, 0x10, 0x42}));
