@@ -47,6 +47,12 @@ constexpr std::uint64_t patienceNs(const adapterKind& kind)
     return timeoutNs == 0 ? limitNs : std::min(limitNs, timeoutNs);
 }
 
+/// How long its driver waits, in nanoseconds, for a controller that does nothing any more.
+constexpr std::uint64_t vainWaitNs(const adapterKind& kind)
+{
+    return kind.timeoutMs == 0 ? patienceNs(kind) : kind.timeoutMs * std::uint64_t{1'000'000};
+}
+
 /// What an adapter lacks, one short text each, for people. Empty: nothing.
 std::vector<std::string> adapterLimits(const adapterKind& kind);
 

@@ -36,8 +36,7 @@ transferResult transaction::run()
 {
     for (const segment& part : m_segments) {
         if (const auto* const gone = m_faults.strikesAddress(faultKind::gone, part)) {
-            m_result.end = endWithoutAdapter(*gone);
-            return m_result;
+            return endWithout(*gone);
         }
     }
     // a chip whose read was cut off sees the START
@@ -48,6 +47,17 @@ transferResult transaction::run()
         }
     }
     finish();
+    return m_result;
+}
+
+// A driver that reports a time-out has waited for it.
+transferResult transaction::endWithout(const faultRecord& gone)
+{
+    m_result.end = endWithoutAdapter(gone);
+    if (m_result.end == outcome::timedOut) {
+        const std::uint64_t begin = m_lines.clock.now;
+        m_lines.clock.now = std::max(begin, std::min(begin + vainWaitNs(m_adapter), m_deadline));
+    }
     return m_result;
 }
 

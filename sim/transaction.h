@@ -34,6 +34,7 @@ private:
         dropped, ///< a STOP after which nothing of the latest write counts
         held ///< lines held
     };
+    transferResult endWithout(const faultRecord& gone);
     bool runSegment(std::size_t index);
     bool sendAddress(const segment& part);
     void select(chip& addressed, std::uint8_t address);

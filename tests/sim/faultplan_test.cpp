@@ -399,10 +399,40 @@ TEST_F(Fault, GoneAdapterMayGoOnWithTimeOuts)
     EXPECT_EQ(outcome::timedOut, on->planar->lines());
     EXPECT_EQ(outcome::timedOut, on->planar->clocks(1));
     EXPECT_EQ(outcome::timedOut, on->planar->reset());
-    EXPECT_EQ(27'500U, on->planar->busTimeNs());
+    // 11 bits, and 25 ms for each of the three that took too long
+    EXPECT_EQ(75'027'500U, on->planar->busTimeNs());
     machine->clearFault(number);
     EXPECT_EQ(done, on->probe(0xA0));
     EXPECT_THROW(fault({.kind = "gone", .value = 2}), std::invalid_argument);
+}
+
+TEST_F(Fault, AdaptersTakeTheirOwnTimeToTimeOut)
+{
+    struct {
+        const char* adapter;
+        std::uint64_t tookNs;
+    } const rows[] = {{"{ timeout_ms = 1000 }", 1'000'000'000},
+                      {"{ stretch_limit_us = 300 }", 300'000},
+                      {"{ timeout_ms = 2, stretch_limit_us = 300 }", 2'000'000}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.adapter);
+        power(std::string{"adapter = "} + row.adapter + "\n" + chip("24C02", "0xA0", "image = \"a.bin\""));
+        const std::uint64_t before = on->planar->busTimeNs();
+        const auto number = fault({.kind = "gone", .value = 1});
+        EXPECT_EQ(outcome::timedOut, on->probe(0xA0));
+        EXPECT_EQ(row.tookNs, on->planar->busTimeNs() - before);
+        machine->clearFault(number);
+    }
+}
+
+// 19 bits of the offset's message have gone by when the second message begins.
+TEST_F(Fault, ATimeOutIsThatOfAllMessages)
+{
+    power("adapter = { timeout_ms = 2, stop_between = true }\n" + chip("24C02", "0xA0", "image = \"a.bin\""));
+    const auto number = fault({.kind = "gone", .way = "read", .value = 1});
+    EXPECT_EQ(outcome::timedOut, on->readAt(0xA0, {0}, 1).end);
+    EXPECT_EQ(2'000'000U, on->planar->busTimeNs());
+    machine->clearFault(number);
 }
 
 TEST_F(Fault, SameSeedSameFaults)
