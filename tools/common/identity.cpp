@@ -26,16 +26,13 @@ std::string shown(std::span<const unsigned char> bytes)
     return bytes.size() > mostBytesShown ? text + " ..." : text;
 }
 
-/// The whole pages around a range. A copy can be shorter than its device: of a copy the range alone.
-byteRange aroundOf(const seeprom& chip, const byteRange& range)
+/// The whole pages around a range.
+byteRange pagesAround(const device& which, const byteRange& range)
 {
-    if (!chip.touchesHardware()) {
-        return range;
-    }
-    const std::uint32_t page = chip.pageBytes();
+    const std::uint32_t page = which.end().type->pageBytes;
     const std::uint32_t first = range.offset / page * page;
     const std::uint32_t end = (range.offset + range.length + page - 1) / page * page;
-    return {first, std::min(end, chip.target().end().type->bytes) - first};
+    return {first, std::min(end, which.end().type->bytes) - first};
 }
 
 /// The refusal of a part that holds other bytes than expected.
@@ -102,7 +99,14 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
 
 identity checkIdentity(seeprom& chip, bool force)
 {
-    const device& which = chip.target();
+    // a copy can be shorter than its device
+    return checkIdentity(
+        chip.target(), chip.touchesHardware(), [&chip](const byteRange& range) { return chip.read(range, step); },
+        force);
+}
+
+identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force)
+{
     const std::vector<host::expectedBytes> expected = expectedAt(which);
     if (expected.empty()) {
         return identity::notExpected;
@@ -116,8 +120,9 @@ identity checkIdentity(seeprom& chip, bool force)
     std::vector<difference> differences;
     byteVector all;
     for (const host::expectedBytes& each : expected) {
-        const byteRange around = aroundOf(chip, {each.offset, static_cast<std::uint32_t>(each.bytes.size())});
-        const byteVector bytes = chip.read(around, step);
+        const byteRange range{each.offset, static_cast<std::uint32_t>(each.bytes.size())};
+        const byteRange around = wholePages ? pagesAround(which, range) : range;
+        const byteVector bytes = read(around);
         const auto seen = std::span(bytes).subspan(each.offset - around.offset, each.bytes.size());
         const auto at = static_cast<std::size_t>(std::ranges::mismatch(each.bytes, seen).in1 - each.bytes.begin());
         if (at != each.bytes.size()) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "tools/common/seeprom.h"
 
@@ -27,5 +28,10 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
 /// when the part holds something else and is not blank; and throws as requireRoomFor() and seeprom::read().
 /// @param force  returns `unexpected` instead of throwing
 [[nodiscard]] identity checkIdentity(seeprom& chip, bool force);
+
+using bytesReader = std::function<byteVector(const byteRange& range)>;
+
+/// The same by a reader of the caller's. @param wholePages  whether the pages around the expected bytes can be read
+[[nodiscard]] identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force);
 
 } // namespace kest::tools

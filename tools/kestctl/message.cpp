@@ -11,6 +11,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
+#include "tools/common/identity.h"
 #include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
@@ -155,6 +156,31 @@ int runMessageRead(const context& shared, const messageOptions& options)
     return exitDone;
 }
 
+/// Refuses a write to another part than the device table expects, unless forced. The service does not check that. It is
+/// asked for the bytes, so that they come from where the write goes.
+void guardIdentity(const messageOptions& options, const device& which)
+{
+    if (options.force || expectedAt(which).empty()) {
+        return;
+    }
+    constexpr const char* step = "identity";
+    if (which.behindHub()) {
+        throw failure{.code = exitRefused,
+                      .what = "the device table expects bytes of it, and a message can't show what is behind a hub",
+                      .tryThis = "'kestctl seeprom write' checks them; --force writes all the same",
+                      .device = which.label,
+                      .step = step};
+    }
+    client::serviceConnection service = connect(options);
+    const auto read = [&](const byteRange& range) {
+        const client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
+        requireServed(answer, which, step);
+        requireWhole(answer, which, range);
+        return byteVector(answer.data.begin(), answer.data.begin() + range.length);
+    };
+    static_cast<void>(checkIdentity(which, true, read, options.force));
+}
+
 /// Asks before it writes. The service has no undo file and does not read back.
 int runMessageWrite(const context& shared, const messageOptions& options)
 {
@@ -168,6 +194,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     const byteRange range = chip.range(offsetOf(options), bytes.size());
     warnUnlessHardware();
     refuseDoubtfulWrite(which, options.force);
+    guardIdentity(options, which);
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/tools/kestd_support.h"
 #include "tests/tools/seeprom_support.h"
 
 namespace kest::test
@@ -147,6 +148,27 @@ TEST_F(KestctlIdentity, BehindAHubIsReadUntilReadsAgree)
                 HasSubstr("the device table expects 01 02 at offset 0 (0x0), the part holds 78 78; "));
     EXPECT_THAT(says({"sim", "fault", "list"}), HasSubstr(", struck 1\n"));
     EXPECT_EQ(std::string(16384, 'x'), image("riser"));
+}
+
+TEST_F(KestctlIdentity, IsCheckedBeforeAWriteByMessage)
+{
+    expects("panel-vpd", tag);
+    expects("riser-vpd", tag);
+    Daemon service(folder(), {"--config", (machine() / "kest.toml").string()});
+    ASSERT_TRUE(service.isReady()) << service.errors();
+    panel("....Tlvx" + std::string(248, 'x'));
+    const std::vector<std::string> write{"message", "write", "panel-vpd", "--hex", "5A", "--yes"};
+    EXPECT_THAT(complaint(3, write),
+                HasSubstr("panel-vpd: identity: the device table expects 54 6c 76 49 at offset 4 (0x4), the part holds "
+                          "54 6c 76 78; "));
+    EXPECT_EQ('.', image("panel")[0]);
+    panel("....TlvI" + std::string(248, 'x'));
+    EXPECT_EQ(0, kestctl(write).exit);
+    EXPECT_EQ('\x5A', image("panel")[0]);
+    EXPECT_EQ(
+        "riser-vpd: identity: the device table expects bytes of it, and a message can't show what is behind a hub; "
+        "'kestctl seeprom write' checks them; --force writes all the same",
+        complaint(3, {"message", "write", "riser-vpd", "--hex", "5A", "--yes"}));
 }
 
 TEST_F(KestctlIdentity, ThatADeviceHasNoRoomForIsReported)
