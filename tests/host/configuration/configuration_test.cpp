@@ -439,7 +439,9 @@ TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
     const std::string example = text.substr(begin, text.find("```", begin) - begin);
     const configuration value = valueOf(example);
     EXPECT_EQ("MixedMode", value.registry.at("tavo/ReadMode"));
-    EXPECT_EQ(2U, value.devices.size());
+    ASSERT_EQ(2U, value.devices.size());
+    EXPECT_TRUE(value.devices[0].widthProved);
+    EXPECT_FALSE(value.devices[1].widthProved);
     for (const char* key : {"state",        "folder",
                             "max_entries",  "max_size",
                             "spool",        "tavo/ReadMode",

@@ -128,5 +128,21 @@ TEST_F(KestctlProbe, AWriteWithoutAProofNeedsAWordOfItsOwn)
     EXPECT_EQ('\x5A', image("panel")[0]);
 }
 
+TEST_F(KestctlProbe, AWriteWithoutAProofAsksOnATerminalWhateverYesSays)
+{
+    std::string repeated;
+    while (repeated.size() < 256) {
+        repeated += "0123";
+    }
+    panel(repeated);
+    const std::vector<std::string> write{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"};
+    const RunResult no = kestctl(write, {.input = "n\n", .terminal = true});
+    EXPECT_EQ(3, no.exit);
+    EXPECT_THAT(no.output, HasSubstr("the offset width is not decidable: its first 256 bytes repeat"));
+    EXPECT_EQ(repeated, image("panel"));
+    EXPECT_EQ(0, kestctl(write, {.input = "y\n", .terminal = true}).exit);
+    EXPECT_EQ('\x5A', image("panel")[0]);
+}
+
 } // namespace
 } // namespace kest::test
