@@ -8,6 +8,7 @@
 
 #include "platform/host/iic/tools.h"
 #include "tools/common/advice.h"
+#include "tools/common/number.h"
 
 namespace kest::tools
 {
@@ -87,10 +88,10 @@ void describeReturned(const unanswered& transfer, const device& which, failure& 
 /// Something acknowledges the address, but only at the bus's own speed.
 void describeTooFast(const device& which, failure& why)
 {
-    setVerdict(
-        why, exitAbsent, "too-fast",
-        fmt::format("nothing answers at {} kHz; at the bus's own speed the {} does", which.speedKhz, nounOf(which)),
-        "try a lower --speed");
+    setVerdict(why, exitAbsent, "too-fast",
+               fmt::format("nothing answers at {} with {} kHz; at the bus's own speed the {} does",
+                           addressText(which.head().address), which.speedKhz, nounOf(which)),
+               "try a lower --speed");
 }
 
 /// Nothing acknowledges the address, and the bus is free.
@@ -101,7 +102,7 @@ void describeGone(const unanswered& transfer, const device& which, failure& why)
                    fmt::format("the {} does not come back from the write cycle of a page", nounOf(which)),
                    "power-cycle it, and read back what it holds");
     } else {
-        setVerdict(why, exitAbsent, "absent", "nothing answers",
+        setVerdict(why, exitAbsent, "absent", "nothing answers at " + addressText(which.head().address),
                    "check address and power; 'kestctl scan BUS' shows what does");
     }
 }

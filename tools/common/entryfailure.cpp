@@ -13,6 +13,7 @@
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
 #include "tools/common/diagnosis.h"
+#include "tools/common/number.h"
 
 namespace kest::tools
 {
@@ -203,6 +204,10 @@ void describeEntry(const host::loggedEntry& entry, const device& which, failure&
     }
     if (error == 0 && hasReason(entry, KEST_REASON_DEVICE_ABSENT)) {
         describeSilence(entry, ENXIO, which, why);
+    }
+    if (which.behindHub() && why.what == rowOf(KEST_REASON_HUB_NO_ANSWER)->what) {
+        why.what += fmt::format(" at {}, port {}", addressText(which.end().address),
+                                which.links.at(which.links.size() - 2).port);
     }
     nameBus(why.tryThis, {which.bus, which.node});
 }

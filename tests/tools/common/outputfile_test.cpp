@@ -156,9 +156,10 @@ TEST_F(KestctlFiles, AnUnusableStateFolderIsReportedInOneLine)
     const RunResult failed = kestctl({"detect", "sim:planar,L,2C0256,AA"});
     EXPECT_EQ(4, failed.exit);
     const std::string taken = (machine() / "taken").string();
-    EXPECT_THAT(failed.errors, testing::StartsWith("kestctl: the error log can't be used: " + taken +
-                                                   ": Not a directory; entries wait in its spool\n"
-                                                   "kestctl: sim:planar,L,2C0256,AA: detect: nothing answers; "));
+    EXPECT_THAT(failed.errors,
+                testing::StartsWith("kestctl: the error log can't be used: " + taken +
+                                    ": Not a directory; entries wait in its spool\n"
+                                    "kestctl: sim:planar,L,2C0256,AA: detect: nothing answers at AA = 0x55; "));
     EXPECT_EQ(2, std::ranges::count(failed.errors, '\n')) << failed.errors;
     EXPECT_THAT(kestctl({"errors", "show", "last"}).output, HasSubstr("0x130A the device is absent"));
 }

@@ -55,12 +55,12 @@ private:
 
 TEST_F(KestctlDiagnosis, AnAbsentDevice)
 {
-    const json error =
-        errorOf(4, {"seeprom", "read", "sim:planar,L,2C0256,AE", "--length", "1"},
-                "sim:planar,L,2C0256,AE: read: nothing answers; check address and power; 'kestctl scan sim:planar' "
-                "shows what does");
+    const json error = errorOf(4, {"seeprom", "read", "sim:planar,L,2C0256,AE", "--length", "1"},
+                               "sim:planar,L,2C0256,AE: read: nothing answers at AE = 0x57; check address and power; "
+                               "'kestctl scan sim:planar' "
+                               "shows what does");
     EXPECT_EQ("absent", error.at("verdict"));
-    EXPECT_EQ("absent: nothing answers", verdictOfLastEntry());
+    EXPECT_EQ("absent: nothing answers at AE = 0x57", verdictOfLastEntry());
 }
 
 TEST_F(KestctlDiagnosis, ADeviceInAWriteCycleThatEndsALittleLater)
@@ -174,10 +174,10 @@ TEST_F(KestctlDiagnosis, ADeviceThatWasAwayForAMoment)
 
 TEST_F(KestctlDiagnosis, AChipThatIsAskedTooFast)
 {
-    const json error =
-        errorOf(4, {"seeprom", "read", "panel-vpd", "--length", "4", "--speed", "1000"},
-                "panel-vpd: read: nothing answers at 1000 kHz; at the bus's own speed the chip does; try "
-                "a lower --speed");
+    const json error = errorOf(
+        4, {"seeprom", "read", "panel-vpd", "--length", "4", "--speed", "1000"},
+        "panel-vpd: read: nothing answers at A4 = 0x52 with 1000 kHz; at the bus's own speed the chip does; try "
+        "a lower --speed");
     EXPECT_EQ("too-fast", error.at("verdict"));
 }
 

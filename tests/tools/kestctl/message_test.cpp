@@ -212,8 +212,9 @@ TEST_F(KestctlMessage, WithoutAServiceItFails)
 TEST_F(KestctlMessage, DevicesThatAreAbsentOrHeldHaveTheirExitCodes)
 {
     serve("HWareMode", "raw_users = [" + std::to_string(geteuid()) + "]");
-    EXPECT_THAT(complaint(4, {"read", "sim:planar,L,2C0256,AE", "--length", "1"}),
-                HasSubstr("sim:planar,L,2C0256,AE: read by message: nothing answers; check address and power"));
+    EXPECT_THAT(
+        complaint(4, {"read", "sim:planar,L,2C0256,AE", "--length", "1"}),
+        HasSubstr("sim:planar,L,2C0256,AE: read by message: nothing answers at AE = 0x57; check address and power"));
     EXPECT_THAT(complaint(4, {"read", "sim:planar,L,2C0256,50", "--length", "1"}),
                 HasSubstr("a device answers at A0 = 0x50: write A0"));
     EXPECT_THAT(complaint(4, {"write", "sim:nowhere,L,2C0256,A0", "--hex", "00", "--yes"}), HasSubstr("no such bus"));

@@ -121,7 +121,7 @@ TEST_F(KestctlPort, AMissingDeviceIsAbsent)
 {
     const RunResult result = kestctl({"port", "read", "sim:planar,L,9552,C6"});
     EXPECT_EQ(4, result.exit);
-    EXPECT_THAT(result.errors, HasSubstr("kestctl: sim:planar,L,9552,C6: port read: nothing answers; "));
+    EXPECT_THAT(result.errors, HasSubstr("kestctl: sim:planar,L,9552,C6: port read: nothing answers at C6 = 0x63; "));
 }
 
 TEST_F(KestctlThermal, ReadsDegreesAndTheRawWord)

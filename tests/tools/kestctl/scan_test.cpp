@@ -233,9 +233,10 @@ TEST_F(KestctlDetect, ReportsWhatIsMissing)
     const RunResult result = kestctl({"detect", "sim:planar,L,2C0256,AA", "planar-vpd"});
     EXPECT_EQ(4, result.exit);
     EXPECT_EQ("planar-vpd: 24C256 at A0 = 0x50: present\n", result.output);
-    EXPECT_THAT(result.errors,
-                StartsWith("kestctl: sim:planar,L,2C0256,AA: detect: nothing answers; check address and power; "
-                           "'kestctl scan sim:planar' shows what does [log 0x"));
+    EXPECT_THAT(
+        result.errors,
+        StartsWith("kestctl: sim:planar,L,2C0256,AA: detect: nothing answers at AA = 0x55; check address and power; "
+                   "'kestctl scan sim:planar' shows what does [log 0x"));
 
     const json row = json::parse(kestctl({"detect", "--json", "sim:planar,L,2C0256,AA"}).output).at("devices").at(0);
     EXPECT_FALSE(row.at("present").get<bool>());
@@ -248,7 +249,9 @@ TEST_F(KestctlDetect, MissingBehindTheHub)
     const RunResult result = kestctl({"detect", "sim:planar,L,922,80,3,2C0128,A8"});
     EXPECT_EQ(4, result.exit);
     // the hub itself answers, so its address is not mentioned, though a device answers at half of it
-    EXPECT_THAT(result.errors, HasSubstr("the device behind the hub does not answer; check port and address [log 0x"));
+    EXPECT_THAT(
+        result.errors,
+        HasSubstr("the device behind the hub does not answer at A8 = 0x54, port 3; check port and address [log 0x"));
 }
 
 TEST_F(KestctlDetect, HintsAtAnAddressInTheWrongForm)
@@ -265,8 +268,10 @@ TEST_F(KestctlDetect, NoAddressIsNamedWhereThatTypeIsNeverFound)
 {
     // a hub answers at twice 40, which can't be an expander, and an expander at half of the hub's 80
     says({"sim", "fault", "add", "nack", "--address", "0x40"});
-    EXPECT_THAT(kestctl({"detect", "card-presence"}).errors,
-                HasSubstr("nothing answers; check address and power; 'kestctl scan sim:planar' shows what does [log"));
+    EXPECT_THAT(
+        kestctl({"detect", "card-presence"}).errors,
+        HasSubstr(
+            "nothing answers at 40 = 0x20; check address and power; 'kestctl scan sim:planar' shows what does [log"));
     says({"sim", "fault", "clear"});
     says({"sim", "fault", "add", "nack", "--address", "0x80"});
     EXPECT_THAT(kestctl({"detect", "riser-vpd"}).errors,

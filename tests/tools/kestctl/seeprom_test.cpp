@@ -504,8 +504,9 @@ TEST_F(KestctlSeeprom, A172DeviceOnTheBusIsRead)
 
 TEST_F(KestctlSeeprom, AnAddressInTheWrongFormIsHintedAt)
 {
-    constexpr const char* hint = "nothing answers; a device answers at A0 = 0x50: write A0, addresses are in the 8-bit "
-                                 "form [log 0x";
+    constexpr const char* hint =
+        "nothing answers at 50 = 0x28; a device answers at A0 = 0x50: write A0, addresses are in the 8-bit "
+        "form [log 0x";
     EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,L,2C0256,50", "--length", "4"}), HasSubstr(hint));
     EXPECT_THAT(complaint(4, {"seeprom", "write", "sim:planar,L,2C0256,50", "--hex", "00", "--yes"}), HasSubstr(hint));
     EXPECT_THAT(complaint(4, {"port", "read", "sim:planar,L,9552,60"}), HasSubstr("write C0, addresses are in the"));

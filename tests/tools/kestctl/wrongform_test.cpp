@@ -30,7 +30,7 @@ protected:
                                          "\"sim:planar,L,2C0256,A0\"\n");
     }
     static constexpr const char* vpd =
-        "nothing answers; a device answers at A0 = 0x50: write A0, addresses are in the 8-bit form";
+        "nothing answers at 50 = 0x28; a device answers at A0 = 0x50: write A0, addresses are in the 8-bit form";
 };
 
 TEST_F(KestctlWrongForm, IsPointedOutInEveryArea)
@@ -54,11 +54,12 @@ TEST_F(KestctlWrongForm, IsPointedOutInEveryArea)
          std::vector<std::vector<std::string>>{{"port", "read", "leds7"},
                                                {"port", "write", "leds7", "on", "1"},
                                                {"port", "config", "leds7", "duty0", "1"}}) {
-        EXPECT_THAT(complaint(4, command), HasSubstr("nothing answers; a device answers at C0 = 0x60: write C0"))
+        EXPECT_THAT(complaint(4, command),
+                    HasSubstr("nothing answers at 60 = 0x30; a device answers at C0 = 0x60: write C0"))
             << testing::PrintToString(command);
     }
     EXPECT_THAT(complaint(4, {"thermal", "read", "temp7"}),
-                HasSubstr("nothing answers; a device answers at 90 = 0x48: write 90"));
+                HasSubstr("nothing answers at 48 = 0x24; a device answers at 90 = 0x48: write 90"));
 }
 
 TEST_F(KestctlWrongForm, IsPointedOutByAScan)
