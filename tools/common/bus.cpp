@@ -26,29 +26,6 @@ failure busFailure(int error, const busName& bus, const std::string& step)
     return {.code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = busText(bus), .step = step};
 }
 
-struct addressRange {
-    std::uint8_t first;
-    std::uint8_t last;
-};
-
-/// The addresses at which devices of a type can be, in the 8-bit form; all addresses when the type does not say.
-addressRange usualAddresses(const deviceTypeInfo& type)
-{
-    switch (type.kind) {
-    case deviceKind::hub:
-        return {0x80, 0x8E};
-    case deviceKind::seeprom:
-        return {0xA0, 0xAE};
-    case deviceKind::sensor:
-        return {0x90, 0x9E};
-    case deviceKind::registers:
-        return type.type == KEST_DEV_9551 || type.type == KEST_DEV_9552 ? addressRange{0xC0, 0xCE}
-                                                                        : addressRange{0x40, 0x4E};
-    default:
-        return {0x10, 0xEE};
-    }
-}
-
 } // namespace
 
 std::string busText(const busName& bus) { return bus.node == "L" ? bus.path : bus.path + " on node " + bus.node; }

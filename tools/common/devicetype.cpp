@@ -69,6 +69,23 @@ std::string partName(const deviceTypeInfo& type)
     return std::string(chip.substr(0, chip.find(' ')));
 }
 
+addressRange usualAddresses(const deviceTypeInfo& type)
+{
+    switch (type.kind) {
+    case hub:
+        return {0x80, 0x8E};
+    case seeprom:
+        return {0xA0, 0xAE};
+    case sensor:
+        return {0x90, 0x9E};
+    case registers:
+        return type.type == KEST_DEV_9551 || type.type == KEST_DEV_9552 ? addressRange{0xC0, 0xCE}
+                                                                        : addressRange{0x40, 0x4E};
+    default:
+        return {0x10, 0xEE};
+    }
+}
+
 std::string aChip(const deviceTypeInfo& type)
 {
     const std::string chip = type.chip;

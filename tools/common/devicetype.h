@@ -37,6 +37,13 @@ struct deviceTypeInfo {
 [[nodiscard]] const deviceTypeInfo* findPart(std::string_view name);
 /// The name of a type's part in texts, one word: "24C256", "922".
 [[nodiscard]] std::string partName(const deviceTypeInfo& type);
+struct addressRange {
+    std::uint8_t first;
+    std::uint8_t last;
+};
+/// The addresses at which devices of a type can be, in the 8-bit form; all addresses when the type does not say.
+[[nodiscard]] addressRange usualAddresses(const deviceTypeInfo& type);
+
 /// @return the chip with its article: "an LM75"
 [[nodiscard]] std::string aChip(const deviceTypeInfo& type);
 

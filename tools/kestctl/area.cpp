@@ -36,6 +36,11 @@ void addDevice(command verb, std::string& device)
 void addBus(command verb, std::string& bus, std::string& node)
 {
     verb.text("BUS", bus, "/dev/i2c-N, sim:NAME, or a device on the bus", "").required();
+    addNode(verb, node);
+}
+
+void addNode(command verb, std::string& node)
+{
     verb.checked("--node", node, "node of the bus: L (local) or 0 to 7", "NODE", [](const std::string& text) {
         return text == "L" || (text.size() == 1 && text[0] >= '0' && text[0] <= '7') ? "" : "expected L or 0 to 7";
     });

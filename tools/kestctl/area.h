@@ -34,6 +34,9 @@ void addDevice(command verb, std::string& device);
 /// The argument BUS and the option --node.
 void addBus(command verb, std::string& bus, std::string& node);
 
+/// The option --node.
+void addNode(command verb, std::string& node);
+
 /// The option --speed. @param otherwise  the speed without it, for the help: "default 400"
 void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwise);
 

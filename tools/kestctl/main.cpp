@@ -15,6 +15,7 @@
 #include "tools/kestctl/detect.h"
 #include "tools/kestctl/devices.h"
 #include "tools/kestctl/errors.h"
+#include "tools/kestctl/init.h"
 #include "tools/kestctl/message.h"
 #include "tools/kestctl/port.h"
 #include "tools/kestctl/reset.h"
@@ -32,8 +33,8 @@ using namespace kest::tools;
 
 KEST_STARTS_FIRST;
 
-constexpr std::array areas{addSeeprom,  addCopy,  addMessage, addPort,  addDetect, addThermal, addScan,
-                           addTopology, addBuses, addDevices, addReset, addErrors, addTrace,   addSim};
+constexpr std::array areas{addSeeprom, addCopy, addMessage, addPort,  addDetect, addThermal, addScan, addTopology,
+                           addBuses,   addInit, addDevices, addReset, addErrors, addTrace,   addSim};
 
 constexpr const char* about =
     "Reads and drives IIC devices: serial EEPROMs, LED drivers, I/O expanders,\nsensors, hubs.";

@@ -1,0 +1,137 @@
+#include "tools/common/hubparts.h"
+
+#include <array>
+#include <fmt/core.h>
+#include <optional>
+
+#include "tools/common/advice.h"
+#include "tools/common/hublock.h"
+#include "tools/common/memoryparts.h"
+#include "tools/common/offsetreads.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+constexpr std::uint8_t ports = 8;
+constexpr std::size_t askedBytes = 16;
+
+enum hubStatus : std::uint8_t {
+    statusDone = 0,
+    statusMalformed = 1, ///< the device is there, and takes another number of offset bytes
+    statusNoAnswer = 2,
+};
+
+/// How one question to a port ended.
+enum class portAnswer : std::uint8_t {
+    present,
+    absent,
+    trouble, ///< of the port, or of the hub
+};
+
+class hubSearcher
+{
+public:
+    hubSearcher(const busName& bus, std::uint8_t address, std::uint32_t speedKhz)
+        : m_bus(bus), m_hub({.address = address, .type = findType(KEST_DEV_922HUB)}), m_speedKhz(speedKhz)
+    {
+    }
+
+    /// @return false when the hub itself does not go on
+    bool askPort(std::uint8_t port);
+    /// Takes the status that the hub has from earlier. @return false when it does not answer
+    [[nodiscard]] bool begin() { return offsetReads(deviceAt(0, firstMemory), m_speedKhz).clearStatus(); }
+    [[nodiscard]] const std::string& trouble() const { return m_trouble; }
+    [[nodiscard]] std::vector<foundPart>& parts() { return m_parts; }
+
+private:
+    static constexpr std::uint8_t firstMemory = 0xA0;
+    static constexpr std::uint8_t lastMemory = 0xAE;
+
+    [[nodiscard]] device deviceAt(std::uint8_t port, std::uint8_t address) const;
+    [[nodiscard]] portAnswer ask(std::uint8_t port, std::uint8_t address, bool& hubGoesOn);
+
+    const busName& m_bus;
+    deviceLink m_hub;
+    std::uint32_t m_speedKhz;
+    std::string m_trouble;
+    std::vector<foundPart> m_parts;
+};
+
+device hubSearcher::deviceAt(std::uint8_t port, std::uint8_t address) const
+{
+    device which;
+    which.bus = m_bus.path;
+    which.node = m_bus.node;
+    which.links = {m_hub, {.address = address, .type = findType(KEST_DEV_SEEPROM_2K)}};
+    which.links.front().port = port;
+    return which;
+}
+
+portAnswer hubSearcher::ask(std::uint8_t port, std::uint8_t address, bool& hubGoesOn)
+{
+    offsetReads reads(deviceAt(port, address), m_speedKhz);
+    std::array<std::uint8_t, askedBytes> bytes{};
+    const std::uint8_t start = 0;
+    const std::optional<std::uint8_t> status = reads.readStatus({&start, 1}, bytes);
+    hubGoesOn = status && (*status == statusDone || reads.clearStatus());
+    if (!hubGoesOn) {
+        m_trouble = fmt::format("it stopped answering at port {}", port);
+        return portAnswer::trouble;
+    }
+    if (*status == statusDone || *status == statusMalformed) {
+        return portAnswer::present;
+    }
+    if (*status == statusNoAnswer) {
+        return portAnswer::absent;
+    }
+    m_trouble += fmt::format("{}port {} is left out, with status {}", m_trouble.empty() ? "" : "; ", port, *status);
+    return portAnswer::trouble;
+}
+
+bool hubSearcher::askPort(std::uint8_t port)
+{
+    memoryProofs proofs;
+    bool hubGoesOn = true;
+    for (unsigned address = firstMemory; address <= lastMemory; address += 2) {
+        const portAnswer answer = ask(port, static_cast<std::uint8_t>(address), hubGoesOn);
+        if (answer == portAnswer::trouble) {
+            return hubGoesOn;
+        }
+        if (answer == portAnswer::present) {
+            foundPart part{.way = {m_hub}, .address = static_cast<std::uint8_t>(address)};
+            part.way.front().port = port;
+            proofs.judge(m_bus, part, m_speedKhz);
+            m_parts.push_back(std::move(part));
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+std::vector<foundPart> findPartsBehind(const busName& bus, std::uint8_t address, std::uint32_t speedKhz)
+{
+    foundPart hub{.address = address, .note = "a 922 hub, as --hubs says"};
+    const hubLock lock(bus, address);
+    if (lock.error() != 0) {
+        hub.note += "; what is behind it was not asked: " + adviceFor(lock.error(), bus).what;
+        return {hub};
+    }
+    hubSearcher search(bus, address, speedKhz);
+    if (!search.begin()) {
+        hub.note += "; but it does not answer as one";
+        return {hub};
+    }
+    std::uint8_t port = 0;
+    while (port < ports && search.askPort(port)) {
+        ++port;
+    }
+    hub.note += search.trouble().empty() ? "; each memory address was asked at ports 0 to 7" : "; " + search.trouble();
+    std::vector<foundPart> parts{hub};
+    parts.insert(parts.end(), search.parts().begin(), search.parts().end());
+    return parts;
+}
+
+} // namespace kest::tools
