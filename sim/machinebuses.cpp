@@ -63,7 +63,7 @@ void machineBuses::startAnew()
 {
     m_source.whole();
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
-        made(bus).shared.chips().prepareImages(m_source.fileName());
+        prepareImages(made(bus));
     }
     m_states->renew(m_layoutMark);
     for (auto& bus : m_buses) {
@@ -88,11 +88,22 @@ machineBus& machineBuses::made(std::size_t index)
     return *bus;
 }
 
+void machineBuses::prepareImages(machineBus& bus) const
+{
+    bus.shared.chips().prepareImages(m_source.fileName());
+    bus.prepared = true;
+}
+
+// @return what is damaged in the bus's record; empty: nothing, or the file is gone or another machine's
+std::string machineBuses::damageOf(machineBus& bus, const stateFile::hold& lock) const
+{
+    return lock.held() && m_states->usable(m_layoutMark) ? bus.shared.damage() : std::string{};
+}
+
 // A bus that somebody is going to use. Its first user prepares the images; each user who finds nobody else there checks
 // the state, and makes images that have gone missing.
 machineBus& machineBuses::makeReady(std::size_t index)
 {
-    const bool isNew = m_buses[index] == nullptr;
     machineBus& bus = made(index);
     if (bus.checked) {
         return bus;
@@ -100,22 +111,17 @@ machineBus& machineBuses::makeReady(std::size_t index)
     std::string what;
     {
         const stateFile::hold one{*m_states, index};
-        if (isNew) {
-            try {
-                bus.shared.chips().prepareImages(m_source.fileName());
-            } catch (...) {
-                m_buses[index].reset();
-                throw;
-            }
-        } else {
+        if (bus.prepared) {
             bus.shared.chips().makeMissingImages();
+        } else {
+            prepareImages(bus);
         }
-        what = m_states->usable(m_layoutMark) ? bus.shared.damage() : std::string{};
+        what = damageOf(bus, one);
     }
     if (!what.empty()) {
         const stateFile::hold all{*m_states};
-        // another process may have been faster
-        if (const std::string still = bus.shared.damage(); !still.empty()) {
+        // another process may have been faster, also with another machine
+        if (const std::string still = damageOf(bus, all); !still.empty()) {
             setDamagedStateAside(still);
             startAnew();
             takeFileFaults();

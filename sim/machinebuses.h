@@ -30,6 +30,7 @@ struct machineBus {
     sharedBus shared;
     busModel wires{shared};
     busAdministration administration{shared};
+    bool prepared = false; ///< its images, once
     bool checked = false; ///< since the machine had its first user
 };
 
@@ -67,6 +68,8 @@ private:
     void openStateFile();
     void openState();
     void startAnew();
+    void prepareImages(machineBus& bus) const;
+    [[nodiscard]] std::string damageOf(machineBus& bus, const stateFile::hold& lock) const;
     machineBus& made(std::size_t index);
     machineBus& makeReady(std::size_t index);
     void takeFileFaults();
