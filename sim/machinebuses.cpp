@@ -42,6 +42,21 @@ void machineBuses::openState()
         openStateFile();
     }
     m_layoutMark = m_source.layoutMark();
+    if (!isUpToDate()) {
+        bringUpToDate();
+    }
+    const stateFile::hold header{*m_states, m_states->headerLock()};
+    m_source.keepIndex();
+}
+
+// Without a lock: the transactions under way on other buses, long ones in real time, hold up nobody who begins.
+bool machineBuses::isUpToDate() const
+{
+    return m_states->seemsUsable(m_layoutMark) && m_states->seenFaultMark() == m_source.faultMark();
+}
+
+void machineBuses::bringUpToDate()
+{
     const stateFile::hold all{*m_states};
     if (!all.held()) {
         throw std::runtime_error{(m_folder / stateFileName).string() + ": cannot be locked"};
@@ -55,7 +70,6 @@ void machineBuses::openState()
     if (m_states->faultMark() != m_source.faultMark()) {
         takeFileFaults();
     }
-    m_source.keepIndex();
 }
 
 // Under the lock of all. What is made anew is what the text itself says.
@@ -203,8 +217,8 @@ const std::vector<std::unique_ptr<machineBus>>& machineBuses::all()
 
 std::uint32_t machineBuses::takeFaultNumber()
 {
-    const stateFile::hold all{*m_states};
-    return all.held() && m_states->usable(m_layoutMark) ? m_states->nextFaultNumber() : 0;
+    const stateFile::hold header{*m_states, m_states->headerLock()};
+    return header.held() && m_states->usable(m_layoutMark) ? m_states->nextFaultNumber() : 0;
 }
 
 // An image may hold anything, also what looks like a waveform.

@@ -67,6 +67,8 @@ private:
     // Under the opening lock.
     void openStateFile();
     void openState();
+    [[nodiscard]] bool isUpToDate() const;
+    void bringUpToDate();
     void startAnew();
     void prepareImages(machineBus& bus) const;
     [[nodiscard]] std::string damageOf(machineBus& bus, const stateFile::hold& lock) const;

@@ -43,7 +43,7 @@ public:
     std::shared_ptr<const machineDescription> withChipsOf(std::size_t bus);
     std::shared_ptr<const machineDescription> whole();
 
-    /// Leaves an index for the next processes when the machine is large. Under the lock of all buses.
+    /// Leaves an index for the next processes when the machine is large. Under the lock of the state file's header.
     void keepIndex();
 
 private:

@@ -51,6 +51,16 @@ header readHeader(std::span<std::uint8_t> bytes)
     return read;
 }
 
+// Nothing is read through the mapping: another process may be cutting the file.
+std::optional<header> seenHeader(int file)
+{
+    std::array<std::uint8_t, readHeaderBytes> begin{};
+    if (pread(file, begin.data(), begin.size(), 0) != static_cast<ssize_t>(begin.size())) {
+        return std::nullopt;
+    }
+    return readHeader(begin);
+}
+
 bool isOf(const header& read, std::uint64_t layoutMark, std::size_t sizeBytes)
 {
     return read.mark == magic && read.layout == layoutMark && read.size == sizeBytes;
@@ -140,6 +150,7 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
         m_sizeBytes += blockHeaderBytes + 2 * bytes;
         m_mutexes.push_back(std::make_unique<std::mutex>());
     }
+    m_mutexes.push_back(std::make_unique<std::mutex>());
     m_descriptor = ownDescriptor(open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
     if (m_descriptor < 0) {
         fail(m_path, "state file");
@@ -241,12 +252,10 @@ bool stateFile::usable(std::uint64_t layoutMark) const
     return isWhole() && isOf(readHeader({m_mapped, headerBytes}), layoutMark, m_sizeBytes);
 }
 
-// Nothing is read through the mapping: another process may be cutting the file.
 bool stateFile::seemsUsable(std::uint64_t layoutMark) const
 {
-    std::array<std::uint8_t, readHeaderBytes> begin{};
-    return isWhole() && pread(m_descriptor, begin.data(), begin.size(), 0) == static_cast<ssize_t>(begin.size()) &&
-           isOf(readHeader(begin), layoutMark, m_sizeBytes);
+    const auto seen = seenHeader(m_descriptor);
+    return isWhole() && seen && isOf(*seen, layoutMark, m_sizeBytes);
 }
 
 std::string stateFile::damage(std::uint64_t layoutMark) const
@@ -347,6 +356,12 @@ void stateFile::turn(std::size_t bus)
 }
 
 std::uint64_t stateFile::faultMark() const { return readHeader({m_mapped, headerBytes}).faults; }
+
+std::optional<std::uint64_t> stateFile::seenFaultMark() const
+{
+    const auto seen = seenHeader(m_descriptor);
+    return seen ? std::optional{seen->faults} : std::nullopt;
+}
 
 void stateFile::setFaultMark(std::uint64_t mark)
 {

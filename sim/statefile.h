@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -30,7 +31,7 @@ public:
     stateFile(const stateFile&) = delete;
     stateFile& operator=(const stateFile&) = delete;
 
-    /// Holds a bus, or all, against the other threads and processes. Waits as long as it takes.
+    /// Holds a bus, the header, or all, against the other threads and processes. Waits as long as it takes.
     class hold
     {
     public:
@@ -67,9 +68,14 @@ public:
     void turn(std::size_t bus);
 
     [[nodiscard]] std::uint64_t faultMark() const;
+    /// The same without a lock, as the file is at some moment of the call; none when it is too short.
+    [[nodiscard]] std::optional<std::uint64_t> seenFaultMark() const;
+    /// Under the lock of all.
     void setFaultMark(std::uint64_t mark);
-    /// The next number of a fault, never 0. Under the lock of all.
+    /// The next number of a fault, never 0. Under the lock of all, or that of the header.
     std::uint32_t nextFaultNumber();
+    /// What hold takes for the header, as if it were one more bus.
+    [[nodiscard]] std::size_t headerLock() const { return m_blocks.size(); }
 
     static constexpr std::size_t longestPath = 1900;
     [[nodiscard]] std::string wavePath(std::size_t bus) const;
@@ -97,7 +103,7 @@ private:
     int m_descriptor = -1;
     std::string m_reopenPath; ///< names `m_descriptor` for a forked child
     std::uint8_t* m_mapped = nullptr;
-    std::vector<std::unique_ptr<std::mutex>> m_mutexes;
+    std::vector<std::unique_ptr<std::mutex>> m_mutexes; ///< of each bus, and of the header
     friend struct forkRegistry;
 };
 

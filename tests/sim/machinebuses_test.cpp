@@ -84,6 +84,30 @@ TEST_F(MachineBuses, AnImageThatIsWrongIsFoundAlsoWhenTheFaultsOfTheFileChange)
     EXPECT_EQ(Bytes{'x'}, User{opened->findBus("planar", "")}.readAt(0xA0, {0}, 1).data);
 }
 
+// Another process has the bus for as long as its transaction takes, which is long in real time.
+TEST_F(MachineBuses, AProcessThatBeginsDoesNotWaitForTransactionsOfOtherBuses)
+{
+    EXPECT_EQ(0, inChild([this] {
+                  stateFile another{stateName(), layout};
+                  const stateFile::hold transaction{another, 0};
+                  const auto opened = openMachine(home.path, clock);
+                  User other{opened->findBus("other", "")};
+                  return transaction.held() && other.probe(0xA0) == outcome::done;
+              }));
+}
+
+TEST_F(MachineBuses, AFaultDoesNotWaitForTransactionsOfOtherBuses)
+{
+    EXPECT_EQ(0, inChild([this] {
+                  stateFile another{stateName(), layout};
+                  const auto opened = openMachine(home.path, clock);
+                  const stateFile::hold transaction{another, 0};
+                  User other{opened->findBus("other", "")};
+                  return transaction.held() && opened->addFault({.kind = "nack", .bus = "other"}) == 1 &&
+                         other.probe(0xA0) == outcome::addressNotAcknowledged;
+              }));
+}
+
 /// Whether somebody waits for a lock of a file.
 bool isAwaited(const std::filesystem::path& file)
 {
