@@ -168,6 +168,12 @@ bool busAdministration::play(std::vector<eventRecord> events)
 {
     busUse use{m_shared};
     if (!use.usable()) {
+        errno = ENODEV;
+        return false;
+    }
+    const auto faults = static_cast<std::size_t>(std::ranges::count(events, eventKind::fault, &eventRecord::kind));
+    if (addedFaults() + faults > mostFaults) {
+        errno = ENOSPC;
         return false;
     }
     busState& state = m_shared.state();
@@ -175,7 +181,11 @@ bool busAdministration::play(std::vector<eventRecord> events)
         event.at += event.byTime ? state.now : state.transactions;
     }
     state.events = std::move(events);
-    return use.commit();
+    if (!use.commit()) {
+        errno = ENODEV;
+        return false;
+    }
+    return true;
 }
 
 bool busAdministration::startWave(const std::string& path)

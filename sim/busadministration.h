@@ -44,7 +44,7 @@ public:
     /// Whether the bus can be used now.
     [[nodiscard]] bool usable();
     /// Puts a scenario in place of the one before. Times and numbers of transactions in it count from now.
-    /// @return false when the machine is gone
+    /// @return false with `errno`: ENODEV when the machine is gone, ENOSPC when there is no room for the faults
     bool play(std::vector<eventRecord> events);
 
     /// @param path  absolute. @return false with `errno`

@@ -62,9 +62,13 @@ void scenarioPlan::start(const std::string& fileName)
         throw std::system_error{ENODEV, std::generic_category(), fileName + ": nothing has changed: a bus is unusable"};
     }
     for (std::size_t bus = 0; bus < m_all.size(); ++bus) {
-        if (!m_all[bus]->administration.play(std::move(m_perBus[bus]))) {
-            throw std::system_error{ENODEV, std::generic_category(), fileName + ": a bus did not take its events"};
+        if (m_all[bus]->administration.play(std::move(m_perBus[bus]))) {
+            continue;
         }
+        if (errno == ENOSPC) {
+            throw std::runtime_error{fileName + ": no room for more faults: another user has just added some"};
+        }
+        throw std::system_error{ENODEV, std::generic_category(), fileName + ": a bus did not take its events"};
     }
 }
 

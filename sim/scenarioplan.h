@@ -22,7 +22,8 @@ public:
     /// Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong" for an event that the machine cannot have.
     void add(const eventDescription& what);
     /// Puts the events in place of the scenario before.
-    /// Throws std::system_error, ENODEV, when a bus is unusable: then none changes. @param fileName  for its text
+    /// Throws std::system_error, ENODEV, when a bus is unusable: then none changes; std::runtime_error when another user
+    /// has taken the room for the faults since add(). @param fileName  for its text
     void start(const std::string& fileName);
 
 private:

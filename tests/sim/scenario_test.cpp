@@ -1,6 +1,8 @@
 #include "base/hash.h"
 #include "sim/busstate.h"
+#include "sim/machinebuses.h"
 #include "sim/scenario.h"
+#include "sim/scenarioplan.h"
 #include "tests/sim/machinetest.h"
 
 #include <array>
@@ -398,6 +400,23 @@ TEST_F(Scenario, FaultsThatWaitHaveTheirRoom)
     EXPECT_EQ("s.toml:1:1: no room for more faults", playingSays(nack));
     machine->clearFaults();
     EXPECT_EQ(1U, play(nack));
+}
+
+TEST_F(Scenario, RoomThatAnotherUserHasTakenMeanwhileIsMissing)
+{
+    const auto opened = [this] {
+        const std::scoped_lock lock{openingMutex()};
+        return std::make_unique<machineBuses>(home.path, nullptr);
+    }();
+    scenarioPlan plan{*opened};
+    plan.add(parseScenario(event("at_ms = 1\ndo = \"fault\"\nkind = \"nack\"\naddress = 0xA4"), "s.toml").at(0));
+    for (int i = 0; i < 64; ++i) {
+        fault({.kind = "nack", .address = 0xA6});
+    }
+    EXPECT_THROW(plan.start("s.toml"), std::runtime_error);
+    machine->clearFaults();
+    on->idleMs(1);
+    EXPECT_TRUE(machine->faults().empty());
 }
 
 // What a loaded event has by its place: kind, by time, when (8 bytes), address, hub, port, ...
