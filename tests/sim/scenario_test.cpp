@@ -461,7 +461,7 @@ class Seed : public MachineTest
 {
 protected:
     /// A process writes and reads on the flaky bus of a machine that is made anew.
-    Leftover run(const std::string& seed)
+    Leftover run(const std::string& seed, bool recorded = true)
     {
         on.reset();
         machine.reset();
@@ -473,7 +473,7 @@ protected:
                                      "[[fault]]\nkind = \"nack\"\nprobability = 0.2\n"
                                      "[[fault]]\nkind = \"corrupt\"\nprobability = 0.2\nbyte = 2\n");
         open();
-        machine->startWave("planar", home.path / "wave.vcd");
+        EXPECT_TRUE(!recorded || machine->startWave("planar", home.path / "wave.vcd"));
         machine->play("[[event]]\nat_ms = 40\ndo = \"fault\"\nkind = \"arbitration\"\nprobability = 0.3\n"
                       "[[event]]\nat_ms = 61\ndo = \"power-cut\"\n"
                       "[[event]]\ntransaction = 30\nbus = \"planar\"\ndo = \"temperature\"\naddress = 0x90\n"
@@ -508,6 +508,8 @@ TEST_F(Seed, TheSameGivesTheSameRunOnEveryHost)
     const Leftover left = run("5");
     EXPECT_EQ(9637804712538885896U, fnvHash64(textOf(left.image)));
     EXPECT_EQ(12085313606345030788U, fnvHash64(textOf(left.wave)));
+    // that of a recording has its path
+    EXPECT_EQ(17239927325468261366U, fnvHash64(textOf(run("5", false).state)));
 }
 
 } // namespace
