@@ -231,6 +231,52 @@ TEST_F(KestctlParts, APartThatIsTooSlowForItsBusIsSilentOrGarbles)
     EXPECT_EQ(0, kestctl({"seeprom", "verify", "sim:bench,L,1C0002,A2", file, "--speed", "100"}).exit);
 }
 
+// The library asks a sensor at 400 kHz.
+TEST_F(KestctlParts, ASensorThatIsTooSlowForItsBusIsSilentOrGarbles)
+{
+    part("LM75", "0x90", "max_khz = 100");
+    part("LM75", "0x92", "max_khz = 100\ntoo_fast = \"garbled\"");
+    part("LM75", "0x94", "too_fast = \"garbled\"");
+    EXPECT_EQ(4, kestctl({"thermal", "read", "sim:bench,L,75,90"}).exit);
+    const auto rightOfEight = [this](const std::string& address) {
+        const std::string sensor = "sim:bench,L,75," + address, right = sensor + ": 25 C (0x1900)\n";
+        const std::string all = says({"thermal", "read", sensor, "--watch", "0.001", "--count", "8"});
+        int count = 0;
+        for (auto at = all.find(right); at != std::string::npos; at = all.find(right, at + 1)) {
+            ++count;
+        }
+        return count;
+    };
+    EXPECT_GT(8, rightOfEight("92"));
+    EXPECT_EQ(8, rightOfEight("94"));
+}
+
+TEST_F(KestctlParts, AnExpanderThatIsTooSlowForItsBusIsSilentOrGarbles)
+{
+    part("PCA9554", "0x40", "max_khz = 100");
+    part("PCA9554", "0x42", "max_khz = 100\ntoo_fast = \"garbled\"");
+    const std::string silent = "sim:bench,L,9554,40", garbling = "sim:bench,L,9554,42";
+    EXPECT_EQ(4, kestctl({"port", "read", silent}).exit);
+    EXPECT_EQ(0U, says({"port", "read", silent, "--speed", "100"}).find(silent + ": 0xFF\n"));
+    std::size_t wrong = 0;
+    for (int i = 0; i < 8; ++i) {
+        wrong += says({"port", "read", garbling}).starts_with(garbling + ": 0xFF\n") ? 0 : 1;
+        EXPECT_EQ(0U, says({"port", "read", garbling, "--speed", "100"}).find(garbling + ": 0xFF\n"));
+    }
+    EXPECT_LT(0U, wrong);
+}
+
+// Its adapter waits for SCL for a tenth of a millisecond.
+TEST_F(KestctlParts, ASensorMayStretchTheClockAsLongAsItsAdapterWaits)
+{
+    add("[[bus]]\nname = \"hasty\"\nadapter = { stretch_limit_us = 100 }\n");
+    for (const char* row : {"0x90\nstretch_us = 100\n", "0x92\nstretch_us = 101\n"}) {
+        add(std::string{"[[chip]]\nbus = \"hasty\"\ntype = \"LM75\"\naddress = "} + row);
+    }
+    EXPECT_EQ("sim:hasty,L,75,90: 25 C (0x1900)\n", says({"thermal", "read", "sim:hasty,L,75,90"}));
+    EXPECT_EQ(1, kestctl({"thermal", "read", "sim:hasty,L,75,92"}).exit);
+}
+
 // A hub asks its devices at 400 kHz, whatever the bus's clock is.
 TEST_F(KestctlParts, ReadsOfAGarblingPartBehindAHubDoNotSettle)
 {
