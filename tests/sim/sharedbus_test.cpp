@@ -1,0 +1,133 @@
+// What a process that is killed leaves on its bus.
+#include "tests/sim/machinetest.h"
+
+#include <algorithm>
+#include <csignal>
+#include <functional>
+#include <string>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kest::sim::test
+{
+
+namespace
+{
+
+constexpr unsigned rounds = 25;
+
+class KilledProcess : public MachineTest
+{
+protected:
+    /// A child process makes steps from number 0 on, and reports how each ended. It is killed within a later one.
+    /// @param reports  after how many
+    /// @return what it reported: one step at most went without a report
+    static std::vector<outcome> killWithin(unsigned reports, const std::function<outcome(unsigned)>& step)
+    {
+        int told[2];
+        EXPECT_EQ(0, pipe(told));
+        const pid_t child = fork();
+        if (child == 0) {
+            for (unsigned number = 0;; ++number) {
+                const outcome end = step(number);
+                if (write(told[1], &end, sizeof end) != sizeof end) {
+                    _exit(1);
+                }
+            }
+        }
+        close(told[1]);
+        std::vector<outcome> ends;
+        outcome end{};
+        while (ends.size() < reports && read(told[0], &end, sizeof end) == sizeof end) {
+            ends.push_back(end);
+        }
+        kill(child, SIGKILL);
+        while (read(told[0], &end, sizeof end) == sizeof end) {
+            ends.push_back(end);
+        }
+        close(told[0]);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(SIGKILL, WTERMSIG(status));
+        return ends;
+    }
+};
+
+// A ferroelectric memory keeps each byte as it is acknowledged: of the last write, some are there.
+TEST_F(KilledProcess, LeavesTheBytesThatAFerroelectricMemoryAcknowledged)
+{
+    constexpr unsigned length = 8;
+    power(chip("24C512", "0xA0", "kind = \"fram\"\nimage = \"a.bin\""));
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        const auto mark = static_cast<std::uint8_t>(round + 1);
+        Bytes expected = home.content("a.bin");
+        const auto ends = killWithin(7 * round + 1, [&](unsigned number) {
+            const unsigned offset = number * length % 0x10000;
+            const Bytes place{static_cast<std::uint8_t>(offset >> 8), static_cast<std::uint8_t>(offset)};
+            return on->write(0xA0, place + Bytes(length, mark)).end;
+        });
+        EXPECT_EQ(std::vector(ends.size(), outcome::done), ends);
+        EXPECT_EQ(Bytes{mark}, on->readAt(0xA0, {0, 0}, 1).data);
+        const Bytes image = home.content("a.bin");
+        const auto written =
+            std::ranges::find_if_not(image, [mark](auto byte) { return byte == mark; }) - image.begin();
+        EXPECT_LE(std::min<std::size_t>(ends.size() * length, image.size()), static_cast<std::size_t>(written));
+        EXPECT_GE((ends.size() + 1) * length, static_cast<std::size_t>(written));
+        std::fill_n(expected.begin(), written, mark);
+        EXPECT_EQ(expected, image);
+    }
+}
+
+// The adapter sends a STOP and a START between messages, and the bus is another's in between.
+TEST_F(KilledProcess, LeavesTheMessagesThatWereSentBetweenStops)
+{
+    power("adapter = { stop_between = true }\n" + chip("PCA9552", "0xC0") + chip("PCA9554", "0x40"));
+    constexpr std::uint8_t frequency = 0x02, outputs = 0x01;
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        on->write(0xC0, {frequency, 0xFF});
+        on->write(0x40, {outputs, 0xFF});
+        const auto ends = killWithin(7 * round + 1, [this](unsigned number) {
+            Bytes first{frequency, static_cast<std::uint8_t>(number)},
+                second{outputs, static_cast<std::uint8_t>(number)};
+            segment parts[2] = {{0xC0, direction::write, first, false}, {0x40, direction::write, second, false}};
+            return on->run(parts, {}).end;
+        });
+        EXPECT_EQ(std::vector(ends.size(), outcome::done), ends);
+        const Bytes both = on->readAt(0xC0, {frequency}, 1).data + on->readAt(0x40, {outputs}, 1).data;
+        const auto last = static_cast<std::uint8_t>(ends.size() - 1), next = static_cast<std::uint8_t>(ends.size());
+        EXPECT_TRUE(both == (Bytes{last, last}) || both == (Bytes{next, last}) || both == (Bytes{next, next}))
+            << ::testing::PrintToString(both) << " after " << ends.size();
+    }
+}
+
+// The chip is away for the 100th transaction alone, whoever makes it.
+TEST_F(KilledProcess, LeavesAScenarioWhichGoesOnWhereItWas)
+{
+    constexpr std::size_t withoutTheChip = 99;
+    power(chip("PCA9554", "0x40"));
+    const std::string at = "[[event]]\nbus = \"planar\"\naddress = 0x40\n";
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        machine->play(at + "transaction = 100\ndo = \"remove\"\n" + at + "transaction = 101\ndo = \"insert\"\n", "s");
+        // around the 100th, and in rounds after one another before it and after it
+        auto ends = killWithin(75 + 2 * round, [this](unsigned) { return on->probe(0x40); });
+        const std::size_t reported = ends.size();
+        while (ends.size() < 2 * withoutTheChip + reported) {
+            ends.push_back(on->probe(0x40));
+        }
+        const auto away = std::ranges::find(ends, outcome::addressNotAcknowledged);
+        const auto number = static_cast<std::size_t>(away - ends.begin());
+        // one transaction may have gone without a report: the one without the chip, or one before it
+        EXPECT_TRUE(number == withoutTheChip || (number == withoutTheChip - 1 && reported < withoutTheChip) ||
+                    (away == ends.end() && reported == withoutTheChip))
+            << number << " after " << reported;
+        EXPECT_GE(1, std::ranges::count(ends, outcome::addressNotAcknowledged));
+        EXPECT_LE(static_cast<std::ptrdiff_t>(ends.size()) - 1, std::ranges::count(ends, outcome::done));
+    }
+}
+
+} // namespace
+} // namespace kest::sim::test
