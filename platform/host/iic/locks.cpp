@@ -7,16 +7,10 @@
 #include <string>
 #include <thread>
 
-#include <fcntl.h>
-
 #include "base/descriptor.h"
 #include "base/unshared.h"
+#include "platform/host/iic/bytelocks.h"
 #include "platform/host/iic/sharedfolder.h"
-
-#ifndef F_OFD_SETLK
-#define F_OFD_GETLK 36
-#define F_OFD_SETLK 37
-#endif
 
 namespace kest::host::iic
 {
@@ -38,40 +32,18 @@ constexpr off_t writes = 512;
 lockClock systemClock;
 std::atomic<lockClock*> chosen{&systemClock};
 
-struct flock byteLock(short kind, off_t byte)
-{
-    struct flock request {
-    };
-    request.l_type = kind;
-    request.l_whence = SEEK_SET;
-    request.l_start = byte;
-    request.l_len = 1;
-    return request;
-}
-
-/// @return 0, EAGAIN when another has the byte, or why the file cannot be used
-int setLock(int descriptor, short kind, off_t byte)
-{
-    struct flock request = byteLock(kind, byte);
-    int error = 0;
-    do {
-        error = fcntl(descriptor, F_OFD_SETLK, &request) == 0 ? 0 : errno;
-    } while (error == EINTR);
-    return error == EACCES || error == EAGAIN ? EAGAIN : errnoOfFolder(error);
-}
-
 /// Tries until it has the byte or the time is up. @return 0, EBUSY, or why the file cannot be used
 int takeByte(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
 {
-    lockClock& clock = *chosen.load();
-    int error = setLock(descriptor, F_WRLCK, byte);
+    lockClock& clock = usedLockClock();
+    int error = setByteLock(descriptor, F_WRLCK, byte);
     while (error == EAGAIN) {
         const auto now = clock.now();
         if (now >= deadline) {
             return EBUSY;
         }
         clock.pause(std::min<std::chrono::nanoseconds>(pollInterval, deadline - now));
-        error = setLock(descriptor, F_WRLCK, byte);
+        error = setByteLock(descriptor, F_WRLCK, byte);
     }
     return error;
 }
@@ -83,7 +55,7 @@ int takeInTurn(int descriptor, off_t byte, std::chrono::nanoseconds deadline)
         return error;
     }
     const int error = takeByte(descriptor, byte, deadline);
-    setLock(descriptor, F_UNLCK, byte + turnstiles);
+    setByteLock(descriptor, F_UNLCK, byte + turnstiles);
     return error;
 }
 
@@ -93,10 +65,12 @@ std::string lockFileName(const busIdentity& identity) { return identity.name + "
 
 void useLockClock(lockClock* clock) { chosen = clock != nullptr ? clock : &systemClock; }
 
+lockClock& usedLockClock() { return *chosen.load(); }
+
 /// Opens the bus's lock file and takes a byte of it. @return 0, EBUSY, or why the file cannot be used
 int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds timeout) const
 {
-    const int error = takeInSharedFile(file, byte, chosen.load()->now() + timeout);
+    const int error = takeInSharedFile(file, byte, usedLockClock().now() + timeout);
     if (error != 0) {
         file.close();
     }
@@ -117,7 +91,7 @@ int addressLocks::takeInSharedFile(unsharedFile& file, off_t byte, std::chrono::
             return 0;
         }
         // another file has taken its place: nobody will meet this lock
-        if (chosen.load()->now() >= deadline) {
+        if (usedLockClock().now() >= deadline) {
             return EBUSY;
         }
     }
@@ -136,7 +110,7 @@ int addressLocks::unlock(std::uint8_t address)
         return EINVAL;
     }
     // a stray copy of the descriptor must not keep it
-    const int error = setLock(held->second.number(), F_UNLCK, address);
+    const int error = setByteLock(held->second.number(), F_UNLCK, address);
     held->second.close();
     return error;
 }
@@ -155,7 +129,7 @@ bool addressLocks::beginWrite(std::uint8_t address, std::chrono::milliseconds ti
 void addressLocks::endWrite()
 {
     if (m_writing.valid()) {
-        setLock(m_writing.number(), F_UNLCK, m_writingByte);
+        setByteLock(m_writing.number(), F_UNLCK, m_writingByte);
         m_writing.close();
     }
 }
@@ -168,8 +142,7 @@ bool addressLocks::isWrittenByAnother(std::uint8_t address) const
     try {
         const fileDescriptor file(openSharedFile(m_identity, lockFileName(m_identity), sharedUse::read));
         // what a writer's lock excludes
-        struct flock request = byteLock(F_RDLCK, writes + address);
-        return file.valid() && fcntl(file.number(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+        return file.valid() && isByteLocked(file.number(), F_RDLCK, writes + address);
     } catch (const std::exception&) {
         // no memory to find out: the transfer ends as it would by itself
         return false;
@@ -180,7 +153,7 @@ void addressLocks::releaseAll()
 {
     for (auto& [address, file] : m_held) {
         if (file.valid()) {
-            setLock(file.number(), F_UNLCK, address);
+            setByteLock(file.number(), F_UNLCK, address);
         }
     }
     m_held.clear();

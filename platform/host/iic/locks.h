@@ -24,6 +24,7 @@ public:
 
 /// The one that is used from now on. @param clock  null: the system's. Owned by the caller.
 void useLockClock(lockClock* clock);
+[[nodiscard]] lockClock& usedLockClock();
 
 /// The locks that one handle holds. They end with it, and with the process.
 ///
