@@ -79,6 +79,12 @@ std::optional<std::string> Program::readLine()
     return line;
 }
 
+void Program::closeTerminal()
+{
+    closeEnd(m_input);
+    closeEnd(m_output);
+}
+
 bool Program::waitFor(const std::string& text)
 {
     while (m_result.output.find(text) == std::string::npos) {

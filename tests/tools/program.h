@@ -78,6 +78,9 @@ public:
     /// Writes to standard input or the terminal while the program runs.
     void type(const std::string& text) { m_options.input += text; }
 
+    /// Closes the terminal, as its window does.
+    void closeTerminal();
+
     /// Waits until the output holds `text`. @return false when the output or the time ends first
     bool waitFor(const std::string& text);
 

@@ -39,6 +39,8 @@ enum serviceCode : std::uint32_t {
     codeReplyTooLarge = 0x80001606, ///< the device gave more than `maximumDataBytes`
     codePastTheEnd = 0x80001607, ///< a read or write that passes the end of the device
     codeNoMemory = 0x80001608, ///< the service has none left for this request
+    codeBusy = 0x80001609, ///< others have had the device for as long as the service waits
+    codeNotLocked = 0x8000160A, ///< the service may not lock the device
 };
 
 /// One request or reply. Of a request, flags, return code and log id are 0.

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <fmt/core.h>
+#include <optional>
 
 #include "tools/common/bus.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/readback.h"
@@ -25,16 +27,210 @@ std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
     return range.length == 0 ? 0 : (range.offset + range.length - 1) / pageBytes - range.offset / pageBytes + 1;
 }
 
-void writeRanges(seeprom& chip, const doubtfulWrite& write, const std::string& undoFile)
+/// What is to be written where.
+struct writePlan {
+    byteRange whole;
+    std::span<const unsigned char> bytes; ///< of all of it
+    byteVector old;
+    std::vector<byteRange> ranges; ///< that need writing
+    std::uint32_t total = 0; ///< bytes of these
+};
+
+doubtfulWrite inDoubt(const writePlan& plan)
 {
+    return {.whole = plan.whole, .wanted = plan.bytes, .old = plan.old, .ranges = plan.ranges};
+}
+
+writePlan makePlan(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes, bool allPages,
+                   widthGuard& width)
+{
+    width.beforeReading();
+    writePlan plan{.whole = whole, .bytes = bytes, .old = chip.read(whole, "read the old bytes"), .ranges = {}};
+    width.afterReading();
+    plan.ranges = differingPages(whole, bytes, plan.old, chip.pageBytes(), allPages);
+    for (const byteRange& range : plan.ranges) {
+        plan.total += range.length;
+    }
+    return plan;
+}
+
+/// Whether the part is one that may be written so, when something is to be written.
+identity checkPart(seeprom& chip, const writePlan& plan, bool force, widthGuard& width)
+{
+    if (plan.ranges.empty()) {
+        return identity::notExpected;
+    }
+    width.beforeWriting(plan.old, plan.bytes);
+    return checkIdentity(chip, force);
+}
+
+writeReport reportOf(const writePlan& plan, std::uint32_t pageBytes)
+{
+    writeReport report;
+    report.bytesWritten = plan.total;
+    for (const byteRange& range : plan.ranges) {
+        report.pagesWritten += pagesIn(range, pageBytes);
+    }
+    report.pagesSkipped = pagesIn(plan.whole, pageBytes) - report.pagesWritten;
+    return report;
+}
+
+std::string restoreHint(const std::string& undoFile)
+{
+    return fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
+}
+
+/// @return the number of bytes written: all, or those before a signal came
+std::uint32_t writeRanges(seeprom& chip, const writePlan& plan, const std::string& undoFile)
+{
+    std::uint32_t done = 0;
     try {
-        for (const byteRange& range : write.ranges) {
-            chip.write(range.offset, write.wanted.subspan(range.offset - write.whole.offset, range.length));
+        for (const byteRange& range : plan.ranges) {
+            const std::uint32_t written =
+                chip.write(range.offset, plan.bytes.subspan(range.offset - plan.whole.offset, range.length));
+            done += written;
+            if (written < range.length) {
+                break;
+            }
         }
     } catch (failure& why) {
-        explainFailedWrite(chip, write, why);
-        if (!undoFile.empty()) {
-            why.tryThis = fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
+        const interruptsHeld calm;
+        explainFailedWrite(chip, inDoubt(plan), why);
+        why.tryThis = restoreHint(undoFile);
+        throw;
+    }
+    return done;
+}
+
+/// From the beginning up to the last of the first `done` bytes that were written.
+byteRange partWritten(const writePlan& plan, std::uint32_t done)
+{
+    std::uint32_t end = plan.whole.offset;
+    for (const byteRange& range : plan.ranges) {
+        const std::uint32_t part = std::min(done, range.length);
+        end = part != 0 ? range.offset + part : end;
+        done -= part;
+    }
+    return {plan.whole.offset, end - plan.whole.offset};
+}
+
+/// Reads back what was written before a signal came, and says what came of it.
+std::string whatIsWritten(seeprom& chip, const writePlan& plan, std::uint32_t done)
+{
+    const std::string written = fmt::format("{} of {} bytes are written", done, plan.total);
+    const byteRange part = partWritten(plan, done);
+    const auto wanted = plan.bytes.first(part.length);
+    try {
+        const byteVector now = chip.read(part, "read back");
+        const auto equal = static_cast<std::uint32_t>(std::ranges::mismatch(wanted, now).in1 - wanted.begin());
+        return equal == part.length ? written + " and verified"
+                                    : fmt::format("{}, but what was read back differs from offset {} (0x{:X}) on",
+                                                  written, part.offset + equal, part.offset + equal);
+    } catch (const failure&) {
+        return written + "; whether they arrived is not known: reading back failed";
+    }
+}
+
+/// What went out before a signal came.
+struct partlyDone {
+    std::uint32_t bytes = 0;
+    bool trial = false; ///< the byte of a width trial, too
+    std::optional<pageWatch> watch; ///< from the first page on
+};
+
+/// Writes what the plan says, until a signal comes.
+partlyDone writePages(seeprom& chip, const writePlan& plan, widthGuard& width, const std::string& undoFile)
+{
+    partlyDone done;
+    if (interruptSignal() == 0) {
+        width.tryOut();
+        done.trial = width.hasTried();
+        done.watch.emplace(chip);
+        done.bytes = writeRanges(chip, plan, undoFile);
+    }
+    return done;
+}
+
+/// Reports a signal that came before all was written.
+[[noreturn]] void throwCutShort(seeprom& chip, const writePlan& plan, const partlyDone& done,
+                                const std::string& undoFile)
+{
+    failure why = interruption(interruptSignal(), chip.target().label, "write");
+    const interruptsHeld calm;
+    if (done.bytes != 0 || done.trial) {
+        why.what += "; " + (done.bytes != 0 ? whatIsWritten(chip, plan, done.bytes)
+                                            : "nothing but the byte of the trial is written");
+        why.tryThis = restoreHint(undoFile);
+    } else {
+        dropUndo(undoFile);
+        why.what += "; nothing was written";
+    }
+    throw why;
+}
+
+/// A signal that came after the last page was sent waits until the bytes have been compared.
+void finishWrite(seeprom& chip, const writePlan& plan, const pageWatch& watch, bool verify, writeReport& report)
+{
+    {
+        const interruptsHeld calm;
+        if (verify) {
+            verifyWritten(chip, inDoubt(plan), watch);
+            report.verified = true;
+        }
+    }
+    if (const int signal = interruptSignal()) {
+        failure why = interruption(signal, chip.target().label, "write");
+        why.what +=
+            fmt::format("; all {} bytes are written{}", plan.total, verify ? " and verified" : ", not verified");
+        why.tryThis = restoreHint(report.undoFile);
+        throw why;
+    }
+}
+
+/// For a second ^C, which ends the program whatever is under way. They last as long as this object.
+class lastWords
+{
+public:
+    lastWords(const device& target, const std::string& undoFile)
+    {
+        setLastWords(failureLine("kestctl", {.what = "ended at once; what is written is not known",
+                                             .tryThis = restoreHint(undoFile),
+                                             .device = target.label,
+                                             .step = "write"}) +
+                     "\n");
+    }
+    lastWords(const lastWords&) = delete;
+    lastWords& operator=(const lastWords&) = delete;
+    ~lastWords() { setLastWords({}); }
+};
+
+void askFor(const seeprom& chip, const writeReport& report, bool yes)
+{
+    const device& target = chip.target();
+    if (chip.touchesHardware()) {
+        confirm(fmt::format("{}: write {} ({}) at {}?", target.label, countText(report.bytesWritten, "byte"),
+                            countText(report.pagesWritten, "page"), addressText(target.end().address)),
+                yes);
+    }
+}
+
+void hold(std::optional<deviceOperation>& operation, const device& target, const carefulWriteOptions& options)
+{
+    if (!options.held) {
+        operation.emplace(
+            target, operationRequest{.use = operationUse::write, .doing = options.doing, .waitNs = options.waitNs});
+    }
+}
+
+/// Runs a step of a write before the first byte goes out.
+template <typename Step>
+auto beforeWriting(Step step)
+{
+    try {
+        return step();
+    } catch (failure& why) {
+        if (isInterruption(why)) {
+            why.what += "; nothing was written";
         }
         throw;
     }
@@ -67,44 +263,31 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
                            const carefulWriteOptions& options)
 {
     const byteRange whole{offset, static_cast<std::uint32_t>(bytes.size())};
-    const std::uint32_t pageBytes = chip.pageBytes();
-    widthGuard width(chip, whole, {.yes = options.yes, .dryRun = options.dryRun, .unproved = options.widthUnproved});
-    width.beforeReading();
-    const byteVector old = chip.read(whole, "read the old bytes");
-    width.afterReading();
-    const auto ranges = differingPages(whole, bytes, old, pageBytes, options.allPages);
     const device& target = chip.target();
-    writeReport report;
-    for (const byteRange& range : ranges) {
-        report.bytesWritten += range.length;
-        report.pagesWritten += pagesIn(range, pageBytes);
-    }
-    report.pagesSkipped = pagesIn(whole, pageBytes) - report.pagesWritten;
-    if (!ranges.empty()) {
-        width.beforeWriting(old, bytes);
-        report.part = checkIdentity(chip, options.force);
-    }
-    report.width = width.finding();
-    if (options.dryRun || ranges.empty()) {
-        report.verified = ranges.empty();
-        return report;
-    }
+    const interruptWatch watch;
+    std::optional<deviceOperation> operation;
     if (chip.touchesHardware()) {
         refuseDoubtfulWrite(target, options.force);
-        confirm(fmt::format("{}: write {} ({}) at {}?", target.label, countText(report.bytesWritten, "byte"),
-                            countText(report.pagesWritten, "page"), addressText(target.end().address)),
-                options.yes);
+        beforeWriting([&] { hold(operation, target, options); });
     }
-    report.undoFile = saveUndo(dumpOf(chip, offset, old));
-    width.tryOut();
+    widthGuard width(chip, whole, {.yes = options.yes, .dryRun = options.dryRun, .unproved = options.widthUnproved});
+    const writePlan plan = beforeWriting([&] { return makePlan(chip, whole, bytes, options.allPages, width); });
+    writeReport report = reportOf(plan, chip.pageBytes());
+    report.part = beforeWriting([&] { return checkPart(chip, plan, options.force, width); });
     report.width = width.finding();
-    const doubtfulWrite write{.whole = whole, .wanted = bytes, .old = old, .ranges = ranges};
-    const pageWatch watch(chip);
-    writeRanges(chip, write, report.undoFile);
-    if (options.verify) {
-        verifyWritten(chip, write, watch);
-        report.verified = true;
+    if (options.dryRun || plan.ranges.empty()) {
+        report.verified = plan.ranges.empty();
+        return report;
     }
+    beforeWriting([&] { askFor(chip, report, options.yes); });
+    report.undoFile = saveUndo(target, dumpOf(chip, offset, plan.old));
+    const lastWords words(target, report.undoFile);
+    const partlyDone done = writePages(chip, plan, width, report.undoFile);
+    report.width = width.finding();
+    if (done.bytes < plan.total) {
+        throwCutShort(chip, plan, done, report.undoFile);
+    }
+    finishWrite(chip, plan, *done.watch, options.verify, report);
     return report;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/common/identity.h"
+#include "tools/common/operation.h"
 #include "tools/common/seeprom.h"
 #include "tools/common/widthengine.h"
 
@@ -26,6 +27,9 @@ struct carefulWriteOptions {
     bool force = false; ///< even if a kernel driver has the device, or the part is not the expected one
     bool verify = true;
     bool widthUnproved = false; ///< also when the offset width of the part can't be proved
+    std::string doing = "seeprom write"; ///< what others are told
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
+    bool held = false; ///< the caller has the device for a write already
 };
 
 struct writeReport {
@@ -38,10 +42,13 @@ struct writeReport {
     bool verified = false;
 };
 
-/// Writes with care: reads the old bytes, skips pages that already hold the data, asks, saves an undo file, writes,
-/// reads back and compares. A persisted copy is written without a question. Throws a `failure`: 3 not confirmed, a kernel
-/// driver has the device, or the part is not the expected one,
-/// or its offset width is another or can't be proved; 5 what was read back differs.
+/// Writes with care: keeps others off the device, reads the old bytes, skips pages that already hold the data, asks,
+/// saves an undo file, writes, reads back and compares. A persisted copy is written without a question.
+///
+/// A signal ends it between two groups of pages; what was written so far is then read back, and the device is free
+/// again. Throws a `failure`: 3 not confirmed, a kernel driver has the device, the part is not the expected one, or its
+/// offset width is another or can't be proved; 5 what was read back differs; 6 others have the device; an interruption()
+/// that says what is written and what restores the old content.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

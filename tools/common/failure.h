@@ -3,6 +3,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "platform/host/iic/operationrecord.h"
 
 namespace kest::tools
 {
@@ -16,6 +19,10 @@ enum exitCode : int {
     exitAbsent = 4, ///< the device, or the bus it is on, does not answer
     exitVerifyFailed = 5,
     exitBusy = 6, ///< somebody else holds it
+    // 128 and the signal's number, as shells have it
+    exitHungUp = 129, ///< ended by SIGHUP
+    exitInterrupted = 130, ///< by SIGINT
+    exitTerminated = 143, ///< by SIGTERM
 };
 
 /// Why a command ends early; thrown, and reported by runGuarded(). Texts may come from devices and clients: they are
@@ -30,6 +37,7 @@ struct failure {
     std::uint32_t returnCode = 0; ///< of that entry
     /// What a diagnosis found: one of the words in docs/kestctl.md. Empty when there was none.
     const char* verdict = "";
+    std::vector<host::iic::operationRecord> holders = {}; ///< who has the device, when others do
 };
 
 /// A wrong use: the failure with exit code 2. The caller may fill in the rest.

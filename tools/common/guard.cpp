@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "tools/common/operation.h"
 #include "tools/common/output.h"
 
 namespace kest::tools
@@ -44,10 +45,14 @@ int guarded(const std::string& program, const bool& json, const std::function<in
 
 jsonValue errorJson(const failure& why)
 {
-    return {{"message", why.what},    {"device", why.device},
-            {"step", why.step},       {"try", why.tryThis},
-            {"log_id", why.logId},    {"return_code", why.returnCode},
-            {"verdict", why.verdict}, {"exit_code", static_cast<int>(why.code)}};
+    jsonValue error{{"message", why.what},    {"device", why.device},
+                    {"step", why.step},       {"try", why.tryThis},
+                    {"log_id", why.logId},    {"return_code", why.returnCode},
+                    {"verdict", why.verdict}, {"exit_code", static_cast<int>(why.code)}};
+    if (!why.holders.empty()) {
+        error.add("holders", holdersJson(why.holders));
+    }
+    return error;
 }
 
 int runGuarded(const std::string& program, const bool& json, const std::function<int()>& action)

@@ -10,6 +10,7 @@
 
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 
 namespace kest::tools
 {
@@ -95,6 +96,10 @@ void confirm(const std::string& question, bool yes)
     }
     std::fputs((escaped(question) + " Go on? [y/N] ").c_str(), stderr);
     std::array<char, 16> answer{};
+    if (!waitForInput(STDIN_FILENO)) {
+        std::fputs("\n", stderr);
+        throwIfInterrupted("", "question");
+    }
     const bool answered = std::fgets(answer.data(), answer.size(), stdin) != nullptr;
     if (!answered || (answer[0] != 'y' && answer[0] != 'Y')) {
         throw failure{.code = exitRefused, .what = "not confirmed, nothing was done"};

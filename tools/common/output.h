@@ -55,7 +55,7 @@ output& standardOutput();
 [[nodiscard]] bool canAsk();
 
 /// Asks before something that can do harm. @param yes  already answered on the command line
-/// Throws a `failure` (exit code 3) when the answer is not yes, or there is nobody to ask.
+/// Throws a `failure`: 3 when the answer is not yes, or there is nobody to ask; an interruption() when a signal comes.
 void confirm(const std::string& question, bool yes);
 
 } // namespace kest::tools

@@ -14,6 +14,7 @@
 #include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/progress.h"
 #include "tools/common/wear.h"
@@ -68,9 +69,6 @@ std::vector<std::uint32_t> differing(std::uint32_t first, const byteVector& one,
     }
     return offsets;
 }
-
-/// The first byte after the piece of an offset. Pieces end where pages do.
-std::uint32_t endOfPiece(std::uint32_t at) { return at / pieceBytes * pieceBytes + pieceBytes; }
 
 /// The result of several reads for one byte.
 struct verdict {
@@ -172,6 +170,7 @@ byteVector seeprom::readOnce(const byteRange& range, const std::string& step)
     byteVector bytes;
     bytes.reserve(range.length);
     while (bytes.size() < range.length) {
+        throwIfInterrupted(m_device.label, step);
         const auto done = static_cast<std::uint32_t>(bytes.size());
         readPiece({range.offset + done, std::min(piece, range.length - done)}, step, bytes);
         shown.update(bytes.size());
@@ -301,18 +300,28 @@ void seeprom::writePiece(const byteRange& range, const unsigned char* bytes)
     }
 }
 
-void seeprom::write(std::uint32_t offset, std::span<const unsigned char> bytes)
+/// Bytes that are written between two looks for signals. Groups end where pages do.
+std::uint32_t seeprom::groupBytes() const
+{
+    const std::uint32_t page = m_device.end().type->pageBytes;
+    // without an offset each group would be a transfer of its own; a copy is changed at once
+    return page == 0 || !touchesHardware() ? pieceBytes : std::min(pieceBytes, page * pagesAtOnce);
+}
+
+std::uint32_t seeprom::write(std::uint32_t offset, std::span<const unsigned char> bytes)
 {
     const auto total = static_cast<std::uint32_t>(bytes.size());
+    const std::uint32_t group = groupBytes();
     progress shown("write " + m_device.label, total);
     std::uint32_t done = 0;
-    while (done < total) {
-        const std::uint32_t end = std::min(offset + total, endOfPiece(offset + done));
-        const byteRange piece = {offset + done, end - (offset + done)};
-        writePiece(piece, bytes.data() + done);
-        done += piece.length;
+    while (done < total && interruptSignal() == 0) {
+        const std::uint32_t at = offset + done;
+        const std::uint32_t end = std::min(offset + total, at / group * group + group);
+        writePiece({at, end - at}, bytes.data() + done);
+        done += end - at;
         shown.update(done);
     }
+    return done;
 }
 
 } // namespace kest::tools

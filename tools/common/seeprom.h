@@ -25,6 +25,9 @@ struct accessOptions {
     bool force = false; ///< the hardware also where the device table has another type
 };
 
+/// Once begun, so many pages are written whatever happens.
+constexpr std::uint32_t pagesAtOnce = 16;
+
 struct byteRange {
     std::uint32_t offset = 0;
     std::uint32_t length = 0;
@@ -46,7 +49,8 @@ public:
     [[nodiscard]] byteRange range(std::uint64_t offset, std::optional<std::uint64_t> length) const;
 
     /// Reads bytes that are certain: behind a hub until two reads in a row agree, with votes by majority. Offsets at
-    /// which the votes differed are reported on standard error.
+    /// which the votes differed are reported on standard error. Between pieces it looks for signals, and throws an
+    /// interruption() after one.
     /// @param step  what is being done, for messages and progress: "read"
     [[nodiscard]] byteVector read(const byteRange& range, const std::string& step);
     /// Offsets at which the reads of a vote differed, so far.
@@ -54,8 +58,9 @@ public:
     /// Bytes for which a vote did not take all reads, so far.
     [[nodiscard]] std::uint64_t outvoted() const { return m_outvoted; }
 
-    /// Writes bytes as they are. A failure says how many of them are certain, found out by reading back.
-    void write(std::uint32_t offset, std::span<const unsigned char> bytes);
+    /// Writes bytes as they are, in groups of at most `pagesAtOnce` pages. Between groups it looks for signals.
+    /// @return the number of bytes written; fewer than there are when a signal came
+    [[nodiscard]] std::uint32_t write(std::uint32_t offset, std::span<const unsigned char> bytes);
 
     [[nodiscard]] const device& target() const { return m_device; }
     /// The bus speed of its transfers, kHz.
@@ -78,6 +83,7 @@ private:
                                  std::string tryThis) const;
     void readPiece(const byteRange& range, const std::string& step, byteVector& bytes);
     void writePiece(const byteRange& range, const unsigned char* bytes);
+    [[nodiscard]] std::uint32_t groupBytes() const;
 
     device m_device;
     accessOptions m_options;

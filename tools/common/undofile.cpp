@@ -1,13 +1,11 @@
 #include "tools/common/undofile.h"
 
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <cerrno>
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
-#include <fmt/core.h>
+#include <map>
+#include <tuple>
 #include <unistd.h>
 
 #include "base/descriptor.h"
@@ -15,44 +13,89 @@
 #include "platform/host/configuration/configuration.h"
 
 #include "tools/common/entryfailure.h"
+#include "tools/common/failure.h"
+#include "tools/common/files.h"
+#include "tools/common/undoname.h"
+#include "tools/common/when.h"
 
 namespace kest::tools
 {
 namespace
 {
 
-constexpr std::size_t longestNamePart = 48;
 constexpr mode_t ownersAlone = 0600;
+constexpr std::size_t mostBytes = 16UL << 20;
+constexpr std::int64_t dayMs = std::int64_t{24} * 60 * 60 * 1000;
 
-/// A name that is safe in a file name.
-std::string fileNameOf(const std::string& label)
+std::filesystem::path undoFolder() { return host::currentConfiguration().stateFolder / "undo"; }
+
+/// The names in the folder. @return 0 or an errno; none when there is no folder
+int listNames(std::vector<std::string>& names)
 {
-    std::string name = label.substr(0, longestNamePart);
-    std::ranges::replace_if(
-        name, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0 && c != '-' && c != '_'; }, '_');
-    return name;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(undoFolder(), error), end; !error && entry != end;
+         entry.increment(error)) {
+        names.push_back(entry->path().filename().string());
+    }
+    return error == std::errc::no_such_file_or_directory ? 0 : error.value();
 }
 
-/// "20240501T120000Z".
-std::string nowText()
+bool isLater(const undoName& one, const undoName& other)
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&now, &parts);
-    std::array<char, 32> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &parts)};
+    return std::tie(one.number, one.time) > std::tie(other.number, other.time);
+}
+
+/// The names of the present form, by key; of each key the latest first.
+std::map<std::string, std::vector<undoName>> byKey(const std::vector<std::string>& names)
+{
+    std::map<std::string, std::vector<undoName>> found;
+    for (const std::string& name : names) {
+        if (auto parsed = parseUndoName(name)) {
+            found[parsed->key].push_back(std::move(*parsed));
+        }
+    }
+    for (auto& [key, list] : found) {
+        std::ranges::sort(list, isLater);
+    }
+    return found;
 }
 
 /// Creates a file with a new name in the folder that is open at `place`. @return its descriptor, -1 with errno
-int createUndo(int place, const std::filesystem::path& folder, const std::string& label, std::string& path)
+int createUndo(int place, undoName name, std::string& path)
 {
-    const std::string stem = fileNameOf(label) + "-" + nowText();
-    for (int number = 0;; ++number) {
-        const std::string name = (number == 0 ? stem : fmt::format("{}-{}", stem, number)) + ".json";
-        path = folder / name;
-        const int file = createFileIn(place, name.c_str(), O_WRONLY, ownersAlone).release();
+    std::vector<std::string> names;
+    // without a look into the folder a file counts as the first of its device; its name is a new one all the same
+    static_cast<void>(listNames(names));
+    const auto present = byKey(names);
+    const auto found = present.find(name.key);
+    name.number = found == present.end() ? 1 : found->second.front().number + 1;
+    for (;; ++name.number) {
+        const std::string fileName = undoFileName(name);
+        path = undoFolder() / fileName;
+        const int file = createFileIn(place, fileName.c_str(), O_WRONLY, ownersAlone).release();
         if (file >= 0 || errno != EEXIST) {
             return file;
+        }
+    }
+}
+
+/// Removes what the configuration does not keep. A file that can't be removed stays.
+void removeOld(int place)
+{
+    const auto& settings = host::currentConfiguration();
+    std::vector<std::string> names;
+    static_cast<void>(listNames(names));
+    const std::int64_t now = nowMs();
+    const auto isOld = [&](std::size_t rank, const std::string& fileName) {
+        const std::int64_t age = now - undoTimeIn(fileName).value_or(now);
+        return (settings.undoKeep != 0 && rank >= settings.undoKeep) ||
+               (settings.undoDays != 0 && age > settings.undoDays * dayMs);
+    };
+    for (const auto& [key, list] : byKey(names)) {
+        for (std::size_t rank = 1; rank < list.size(); ++rank) {
+            if (const std::string fileName = undoFileName(list[rank]); isOld(rank, fileName)) {
+                unlinkat(place, fileName.c_str(), 0);
+            }
         }
     }
 }
@@ -66,11 +109,36 @@ int createUndo(int place, const std::filesystem::path& folder, const std::string
     throw why;
 }
 
+/// @return nothing for a file of another device
+std::optional<undoEntry> readEntry(const std::string& fileName, const std::string& key)
+{
+    undoEntry entry{.path = undoFolder() / fileName, .timeMs = undoTimeIn(fileName), .contents = {}, .trouble = {}};
+    const bool named = parseUndoName(fileName).has_value();
+    try {
+        const auto raw = readInput(entry.path, mostBytes);
+        dumpContents contents =
+            parseDump(entry.path, std::string(reinterpret_cast<const char*>(raw.data()), raw.size()));
+        device saved = parseDeviceText(contents.text);
+        saved.number = contents.number;
+        if (undoKeyOf(saved, contents.mode) != key) {
+            return std::nullopt;
+        }
+        entry.contents = std::move(contents);
+    } catch (const failure& why) {
+        // nobody knows whose an old one is that can't be read
+        if (!named) {
+            return std::nullopt;
+        }
+        entry.trouble = why.what;
+    }
+    return entry;
+}
+
 } // namespace
 
-std::string saveUndo(const dumpContents& contents)
+std::string saveUndo(const device& which, const dumpContents& contents)
 {
-    const std::filesystem::path folder = host::currentConfiguration().stateFolder / "undo";
+    const std::filesystem::path folder = undoFolder();
     const int error = makeFolders(folder);
     // makes sure that root's files in another user's folder stay in it
     const fileDescriptor place = openFolder(folder);
@@ -78,7 +146,9 @@ std::string saveUndo(const dumpContents& contents)
         throwUnsaved(error != 0 ? error : errno, "save the undo file in", folder.string(), contents);
     }
     std::string path;
-    const int file = createUndo(place.number(), folder, contents.name, path);
+    const undoName name{
+        .label = undoLabel(contents.name), .key = undoKeyOf(which, contents.mode), .time = undoTimeNow()};
+    const int file = createUndo(place.number(), name, path);
     if (file < 0) {
         throwUnsaved(errno, "save the undo file", path, contents);
     }
@@ -94,7 +164,40 @@ std::string saveUndo(const dumpContents& contents)
         unlinkat(place.number(), std::filesystem::path(path).filename().c_str(), 0);
         throwUnsaved(why, "save the undo file", path, contents);
     }
+    removeOld(place.number());
     return path;
+}
+
+void dropUndo(const std::string& path) { unlink(path.c_str()); }
+
+std::vector<undoEntry> undoFilesOf(const device& which, accessMode place, std::size_t most)
+{
+    std::vector<std::string> names;
+    if (const int error = listNames(names); error != 0) {
+        throw systemFailure(error, "list", undoFolder().string());
+    }
+    const std::string key = undoKeyOf(which, place);
+    std::vector<std::string> order;
+    const auto present = byKey(names);
+    if (const auto found = present.find(key); found != present.end()) {
+        std::ranges::transform(found->second, std::back_inserter(order), undoFileName);
+    }
+    // former names begin with a label and the time; those of one second are counted
+    std::erase_if(names, [](const std::string& name) { return parseUndoName(name) || !name.ends_with(".json"); });
+    std::ranges::sort(names, [](const std::string& one, const std::string& other) {
+        return std::tuple(undoTimeIn(one), one.size(), one) > std::tuple(undoTimeIn(other), other.size(), other);
+    });
+    order.insert(order.end(), names.begin(), names.end());
+    std::vector<undoEntry> entries;
+    for (const std::string& name : order) {
+        if (entries.size() >= most) {
+            break;
+        }
+        if (auto entry = readEntry(name, key)) {
+            entries.push_back(std::move(*entry));
+        }
+    }
+    return entries;
 }
 
 } // namespace kest::tools

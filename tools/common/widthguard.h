@@ -37,6 +37,8 @@ public:
     /// After the old bytes are saved: a trial write, when the content could not decide.
     void tryOut();
 
+    /// Whether a byte was written as a trial. It belongs to the bytes that are to be written.
+    [[nodiscard]] bool hasTried() const { return m_trial.has_value(); }
     /// What was found out; nothing when no proof was needed.
     [[nodiscard]] const std::optional<widthFinding>& finding() const { return m_finding; }
 

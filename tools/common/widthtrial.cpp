@@ -5,6 +5,7 @@
 #include <fmt/core.h>
 
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/signalblock.h"
 #include "tools/common/widthproof.h"
 
@@ -63,6 +64,13 @@ std::string seenAfterOne(offsetReads& reads, const trialByte& trial, const first
                                           : fmt::format("a byte written at offset 0x{:X} behind one offset byte does "
                                                         "not read back: it takes two, or is write-protected",
                                                         trial.offset);
+}
+
+/// Writes one byte, whatever signal came.
+void writeByte(seeprom& chip, std::uint32_t at, unsigned char byte)
+{
+    const interruptsHeld calm;
+    static_cast<void>(chip.write(at, {&byte, 1}));
 }
 
 /// Nothing when it can't be read.
@@ -142,7 +150,7 @@ bool putBack(const seeprom& chip, const firstContent& first)
     seeprom asShort(part, access);
     for (std::uint32_t at = 0; at < firstBytes; ++at) {
         if ((*now)[at] != first[at]) {
-            asShort.write(at, {&first[at], 1});
+            writeByte(asShort, at, first[at]);
         }
     }
     return readFirstAgain(reads) == first;
@@ -152,7 +160,8 @@ std::string tryOut(seeprom& chip, const trialByte& trial, const firstContent& fi
 {
     const signalBlock quiet;
     offsetReads reads(chip.target(), chip.speedKhz());
-    chip.write(trial.offset, {&trial.wanted, 1});
+    const interruptsHeld calm;
+    writeByte(chip, trial.offset, trial.wanted);
     const bool claimsOne = offsetBytesOf(*chip.target().end().type) == 1;
     std::string seen = claimsOne ? seenAfterOne(reads, trial, first) : seenAfterTwo(chip, reads, trial, first);
     if (seen.empty()) {

@@ -77,4 +77,11 @@ void addVotes(command verb, std::uint32_t& votes)
     verb.read("--voted", read, "read N times (odd, 3 to 15) and take the majority of each byte", "N");
 }
 
+void addWait(command verb, std::uint64_t& waitNs)
+{
+    verb.read(
+        "--wait", [&waitNs](const std::string& text) { waitNs = parseSeconds(text, "--wait"); },
+        "wait so long for others who have the device (default 30, 0: not at all)", "SECONDS");
+}
+
 } // namespace kest::tools

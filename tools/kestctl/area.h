@@ -43,6 +43,9 @@ void addSpeed(command verb, std::uint32_t& speedKhz, const std::string& otherwis
 /// The option --voted.
 void addVotes(command verb, std::uint32_t& votes);
 
+/// The option --wait. @param waitNs  keeps its value without it
+void addWait(command verb, std::uint64_t& waitNs);
+
 constexpr const char* usualSpeed = "default 400";
 
 /// What --force does in every verb that uses hardware, for the help.

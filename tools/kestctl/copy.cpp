@@ -10,6 +10,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
+#include "tools/common/heldread.h"
 #include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
@@ -36,6 +37,7 @@ struct captureOptions {
     std::string device;
     std::uint32_t speedKhz = 0;
     std::uint32_t votes = 1;
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
     bool yes = false;
 };
 
@@ -191,7 +193,8 @@ int runCopyCapture(const context& shared, const captureOptions& options)
 {
     const std::uint32_t number = copyNumber(options.device);
     seeprom chip(findDevice(options.device), {.speedKhz = options.speedKhz, .votes = std::max(options.votes, 1U)});
-    const byteVector bytes = chip.read(chip.range(0, std::nullopt), "capture");
+    const byteVector bytes = readHeld(chip, chip.range(0, std::nullopt), "capture",
+                                      {.use = operationUse::read, .doing = "copy capture", .waitNs = options.waitNs});
     const auto deviceBytes = static_cast<std::uint32_t>(bytes.size());
     return replace(shared,
                    {.number = number,
@@ -225,6 +228,7 @@ void addCapture(command area, context& shared)
     verb.text("DEVICE", options->device, "name or number of the device table").required();
     addSpeed(verb, options->speedKhz, usualSpeed);
     addVotes(verb, options->votes);
+    addWait(verb, options->waitNs);
     verb.flag("-y,--yes", options->yes, "do not ask before a copy is replaced");
     runs(verb, shared, options, runCopyCapture);
 }

@@ -8,6 +8,7 @@
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/heldread.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/seeprom.h"
@@ -24,6 +25,7 @@ struct verifyOptions {
     std::string which; ///< name or number of the device table
     std::uint32_t speedKhz = 0;
     std::uint32_t votes = 1;
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
 };
 
 /// What a comparison found. Bytes that only one of the two has differ.
@@ -52,11 +54,12 @@ std::vector<byteRange> differingRanges(const byteVector& one, const byteVector& 
     return ranges;
 }
 
-copyComparison compareWithDevice(const host::copyInfo& copy, seeprom& chip)
+copyComparison compareWithDevice(const host::copyInfo& copy, seeprom& chip, std::uint64_t waitNs)
 {
     byteVector held;
     throwCopy(host::readCopy(copy.number, held), copy.number, "verify");
-    const byteVector present = chip.read(chip.range(0, std::nullopt), "verify");
+    const byteVector present = readHeld(chip, chip.range(0, std::nullopt), "verify",
+                                        {.use = operationUse::read, .doing = "copy verify", .waitNs = waitNs});
     copyComparison found{.deviceBytes = present.size(), .ranges = differingRanges(present, held)};
     for (const byteRange& range : found.ranges) {
         found.differing += range.length;
@@ -126,7 +129,7 @@ int runCopyVerify(const context& shared, const verifyOptions& options)
         return exitFailed;
     }
     seeprom chip(findDevice(options.which), {.speedKhz = options.speedKhz, .votes = std::max(options.votes, 1U)});
-    const copyComparison found = compareWithDevice(copy, chip);
+    const copyComparison found = compareWithDevice(copy, chip, options.waitNs);
     if (shared.json) {
         jsonValue result = copyJson(copy);
         result.add({{"device", chip.target().text},
@@ -152,6 +155,7 @@ void addCopyVerify(command area, context& shared)
     verb.text("COPY", options->which, "name or number of the device table").required();
     addSpeed(verb, options->speedKhz, usualSpeed);
     addVotes(verb, options->votes);
+    addWait(verb, options->waitNs);
     runs(verb, shared, options, runCopyVerify);
 }
 

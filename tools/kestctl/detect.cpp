@@ -11,6 +11,7 @@
 #include "tools/common/json.h"
 #include "tools/common/machine.h"
 #include "tools/common/number.h"
+#include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/presence.h"
 #include "tools/kestctl/area.h"
@@ -23,6 +24,7 @@ namespace
 struct detectOptions {
     std::vector<std::string> devices; ///< empty: those of the device table
     std::uint32_t speedKhz = 0;
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have a device
 };
 
 /// The result for one device.
@@ -47,15 +49,21 @@ void checkMachineOf(const std::vector<std::string>& names)
     }
 }
 
-finding look(const std::string& name, std::uint32_t speedKhz)
+finding look(const std::string& name, const detectOptions& options)
 {
     finding result;
     result.which.label = name;
     try {
         result.which = findDevice(name);
         result.why = {.code = exitDone, .what = ""};
-        checkPresence(result.which, speedKhz);
+        refuseUnservedChain(result.which);
+        const deviceOperation held(result.which,
+                                   {.use = operationUse::read, .doing = "detect", .waitNs = options.waitNs});
+        checkPresence(result.which, options.speedKhz);
     } catch (const failure& why) {
+        if (isInterruption(why)) {
+            throw;
+        }
         result.why = why;
     }
     return result;
@@ -95,7 +103,7 @@ int runDetect(const context& shared, const detectOptions& options)
     const std::vector<std::string> names = options.devices.empty() ? allDevices() : options.devices;
     checkMachineOf(names);
     for (const std::string& name : names) {
-        const finding found = look(name, options.speedKhz);
+        const finding found = look(name, options);
         if (found.why.code != exitDone) {
             std::fputs((failureLine("kestctl", found.why) + "\n").c_str(), stderr);
         } else if (!shared.json) {
@@ -123,6 +131,7 @@ void addDetect(command program, context& shared)
                            "nothing answers.");
     verb.texts("DEVICE", options->devices, "names, numbers or device texts; none: the whole device table", "");
     addSpeed(verb, options->speedKhz, "default: the bus's own");
+    addWait(verb, options->waitNs);
     runs(verb, shared, options, runDetect);
 }
 

@@ -31,11 +31,13 @@ exitCode codeOfRefusal(std::uint32_t returnCode)
 {
     switch (returnCode) {
     case client::codeForbidden:
+    case client::codeNotLocked:
         return exitRefused;
     case client::codeLengthTooLarge:
     case client::codePastTheEnd:
         return exitWrongUse;
     case client::codeTooManyClients:
+    case client::codeBusy:
         return exitBusy;
     default:
         return exitFailed;

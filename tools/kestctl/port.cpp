@@ -13,6 +13,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/json.h"
 #include "tools/common/number.h"
+#include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/portwords.h"
@@ -29,6 +30,7 @@ struct portReadOptions {
     std::uint32_t mask = allBits;
     std::uint32_t speedKhz = 0;
     bool force = false; ///< also where the device table has another type
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
 };
 
 struct portWriteOptions {
@@ -40,6 +42,7 @@ struct portWriteOptions {
     std::uint32_t speedKhz = 0;
     bool yes = false; ///< drive a hub's reset line without asking
     bool force = false; ///< also where a kernel driver has the device, or the device table another type
+    std::uint64_t waitNs = usualWaitNs;
 };
 
 struct portConfigOptions {
@@ -49,6 +52,7 @@ struct portConfigOptions {
     std::string pins;
     std::uint32_t speedKhz = 0;
     bool force = false; ///< also where a kernel driver has the device, or the device table another type
+    std::uint64_t waitNs = usualWaitNs;
 };
 
 template <typename Options>
@@ -109,12 +113,34 @@ jsonValue head(const device& which)
     return {{"device", which.label}, {"text", which.text}, {"type", which.end().type->chip}};
 }
 
+/// Takes the device for a write: pins that are not chosen are read and written back.
+deviceOperation holdForWriting(const device& which, const char* doing, std::uint64_t waitNs)
+{
+    return {which, {.use = operationUse::write, .doing = doing, .waitNs = waitNs}};
+}
+
+std::uint32_t readPins(const device& which, const portReadOptions& options)
+{
+    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
+    const deviceOperation held(which, {.use = operationUse::read, .doing = "port read", .waitNs = options.waitNs});
+    std::uint32_t value = 0;
+    throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
+    return value;
+}
+
+void writePins(const device& which, const portOperation& operation, std::uint32_t bits, std::uint32_t mask,
+               const portWriteOptions& options)
+{
+    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
+    const deviceOperation held = holdForWriting(which, "port write", options.waitNs);
+    throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
+               "port write");
+}
+
 int runPortRead(const context& shared, const portReadOptions& options)
 {
     const device which = portDevice(options, "port read", true);
-    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    std::uint32_t value = 0;
-    throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
+    const std::uint32_t value = readPins(which, options);
     if (shared.json) {
         jsonValue result = head(which);
         result.add("mask", options.mask);
@@ -146,9 +172,7 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
                                    : static_cast<std::uint32_t>(parseNumber(options.mask, "--mask", allPins(which)));
     refuseDoubtfulWrite(which, options.force);
     guardResetLine(which, copies ? mask : bits, options.yes);
-    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
-               "port write");
+    writePins(which, operation, bits, mask, options);
     if (shared.json) {
         jsonValue result = head(which);
         result.add("operation", operation.word);
@@ -162,6 +186,14 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
         standardOutput().text(fmt::format("{}: pins {} {}\n", escaped(which.label), pinList(bits), operation.word));
     }
     return exitDone;
+}
+
+void configurePins(const device& which, const portFunction& function, std::uint32_t value,
+                   const portConfigOptions& options)
+{
+    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
+    const deviceOperation held = holdForWriting(which, "port config", options.waitNs);
+    throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
 }
 
 int runPortConfig(const context& shared, const portConfigOptions& options)
@@ -180,8 +212,7 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
                                     ? chosenPins(options.value, options.pins, which, "VALUE")
                                     : static_cast<std::uint32_t>(parseNumber(options.value, "VALUE", highestByte));
     refuseDoubtfulWrite(which, options.force);
-    const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
+    configurePins(which, function, value, options);
     if (shared.json) {
         jsonValue result = head(which);
         result.add("function", function.word);
@@ -203,6 +234,7 @@ void addRead(command area, context& shared)
     read.number("--mask", reading->mask, "the pins to read, as bits", 0, allBits);
     read.flag("--force", reading->force, forcedType);
     addSpeed(read, reading->speedKhz, usualSpeed);
+    addWait(read, reading->waitNs);
     runs(read, shared, reading, runPortRead);
 }
 
@@ -224,6 +256,7 @@ void addWrite(command area, context& shared)
     write.flag("--yes", writing->yes, "drive a hub's reset line without asking");
     write.flag("--force", writing->force, forcedType + "; write even if a kernel driver has the device");
     addSpeed(write, writing->speedKhz, usualSpeed);
+    addWait(write, writing->waitNs);
     runs(write, shared, writing, runPortWrite);
 }
 
@@ -241,6 +274,7 @@ void addConfig(command area, context& shared)
     config.text("--pins", configuring->pins, "pins as a list instead: 0,3-5", "LIST");
     config.flag("--force", configuring->force, forcedType + "; write even if a kernel driver has the device");
     addSpeed(config, configuring->speedKhz, usualSpeed);
+    addWait(config, configuring->waitNs);
     runs(config, shared, configuring, runPortConfig);
 }
 

@@ -6,11 +6,13 @@
 #include "tools/common/dumpfile.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
+#include "tools/common/heldread.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/seepromchoice.h"
 #include "tools/kestctl/seepromcompare.h"
 #include "tools/kestctl/seepromprobe.h"
+#include "tools/kestctl/seepromundo.h"
 #include "tools/kestctl/seepromwrite.h"
 
 namespace kest::tools
@@ -28,11 +30,17 @@ struct dumpOptions {
     std::string output = "-";
 };
 
+/// What others are told while bytes are read.
+operationRequest reading(const seepromOptions& options, const char* doing)
+{
+    return {.use = operationUse::read, .doing = doing, .waitNs = options.waitNs};
+}
+
 int runSeepromRead(const context& shared, const readOptions& options)
 {
     seeprom chip = openSeeprom(options.from.device, options.from);
     const byteRange range = rangeOf(chip, options.from);
-    const byteVector bytes = chip.read(range, "read");
+    const byteVector bytes = readHeld(chip, range, "read", reading(options.from, "seeprom read"));
     if (!options.output.empty()) {
         writeOutput(options.output, bytes, options.from.force);
     }
@@ -57,7 +65,7 @@ int runSeepromDump(const context& shared, const dumpOptions& options)
 {
     seeprom chip = openSeeprom(options.from.device, options.from);
     const byteRange range = rangeOf(chip, options.from);
-    const byteVector bytes = chip.read(range, "dump");
+    const byteVector bytes = readHeld(chip, range, "dump", reading(options.from, "seeprom dump"));
     const std::string text = dumpText(dumpOf(chip, range.offset, bytes));
     writeOutput(options.output, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()), true);
     // the dump itself is JSON, too
@@ -104,6 +112,7 @@ void addSeeprom(command program, context& shared)
     addDump(area, shared);
     addSeepromRestore(area, shared);
     addSeepromProbe(area, shared);
+    addSeepromUndo(area, shared);
 }
 
 } // namespace kest::tools

@@ -19,19 +19,23 @@ constexpr std::uint64_t most32Bits = std::numeric_limits<std::uint32_t>::max();
 
 } // namespace
 
-void addChoice(command verb, seepromOptions& options, bool withRange)
+void addChoice(command verb, seepromOptions& options)
 {
-    if (withRange) {
-        verb.text("--offset", options.offset, "first byte, counted from 0 (default 0)", "N");
-        verb.text("--length", options.length, "how many bytes (default: all)", "N");
-    }
+    verb.text("--offset", options.offset, "first byte, counted from 0 (default 0)", "N");
+    verb.text("--length", options.length, "how many bytes (default: all)", "N");
+    addAccess(verb, options, "hardware");
+}
+
+void addAccess(command verb, seepromOptions& options, const std::string& usualMode)
+{
     verb.text("--mode", options.mode,
               "hardware, file (the persisted copy), mixed (the copy if there is one) or registry (what the "
               "registry says); default: " +
-                  std::string(withRange ? "hardware" : "where the bytes were saved from"),
+                  usualMode,
               "MODE");
     addSpeed(verb, options.speedKhz, usualSpeed);
     addVotes(verb, options.votes);
+    addWait(verb, options.waitNs);
 }
 
 void addForce(command verb, seepromOptions& options, const std::string& more)
@@ -51,6 +55,18 @@ accessOptions accessOf(const seepromOptions& options, accessMode mode)
 seeprom openSeeprom(const std::string& name, const seepromOptions& options)
 {
     return {findDevice(name), accessOf(options, accessMode::hardware)};
+}
+
+deviceOperation holdForReading(const seeprom& chip, const seeprom* other, const seepromOptions& options,
+                               const std::string& doing)
+{
+    std::vector<device> used;
+    for (const seeprom* each : {&chip, other}) {
+        if (each != nullptr && each->touchesHardware()) {
+            used.push_back(each->target());
+        }
+    }
+    return {used, {.use = operationUse::read, .doing = doing, .waitNs = options.waitNs}};
 }
 
 std::uint64_t offsetOf(const seepromOptions& options)

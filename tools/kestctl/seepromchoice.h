@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tools/common/json.h"
+#include "tools/common/operation.h"
 #include "tools/common/seeprom.h"
 
 namespace kest::tools
@@ -23,17 +24,23 @@ struct seepromOptions {
     std::uint32_t writeCycleMs = 0;
     std::uint32_t votes = 1;
     bool force = false; ///< also where the device table has another type
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
 };
 
-/// Adds the options of a verb but the device.
-/// @param withRange  offset and length among them; without, the bytes go where they were saved from
-void addChoice(command verb, seepromOptions& options, bool withRange = true);
+/// Adds the options of a verb but the device: which bytes, and how they are read and written.
+void addChoice(command verb, seepromOptions& options);
+/// The same without offset and length. @param usualMode  what --mode is without it
+void addAccess(command verb, seepromOptions& options, const std::string& usualMode);
 
 /// Adds --force. @param more  what else it does; empty: nothing
 void addForce(command verb, seepromOptions& options, const std::string& more = {});
 
 [[nodiscard]] accessOptions accessOf(const seepromOptions& options, accessMode mode);
 [[nodiscard]] seeprom openSeeprom(const std::string& name, const seepromOptions& options);
+/// Keeps writers off a device, and off another one that it is compared with. A persisted copy is not held.
+/// @param other  may be null
+[[nodiscard]] deviceOperation holdForReading(const seeprom& chip, const seeprom* other, const seepromOptions& options,
+                                             const std::string& doing);
 [[nodiscard]] std::uint64_t offsetOf(const seepromOptions& options);
 /// Nothing when no length was given.
 [[nodiscard]] std::optional<std::uint64_t> lengthOf(const seepromOptions& options);

@@ -11,6 +11,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/fieldtext.h"
 #include "tools/common/files.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
@@ -70,12 +71,18 @@ comparison compare(seeprom& chip, const compareOptions& options, bool devicesToo
         seeprom second = openSeeprom(options.other, options.with);
         both.range = rangeOf(chip, options.with);
         both.range.length = std::min(both.range.length, second.range(both.range.offset, std::nullopt).length);
+        const deviceOperation held = holdForReading(chip, &second, options.with, "seeprom diff");
         both.other = second.read(both.range, "read");
-    } else {
-        both.other = inputBytes(options.other, chip, options.with);
-        both.range = chip.range(offsetOf(options.with), both.other.size());
+        both.present = chip.read(both.range, "read");
+        throwIfInterrupted(chip.target().label, "read");
+        return both;
     }
+    both.other = inputBytes(options.other, chip, options.with);
+    both.range = chip.range(offsetOf(options.with), both.other.size());
+    const deviceOperation held =
+        holdForReading(chip, nullptr, options.with, devicesToo ? "seeprom diff" : "seeprom verify");
     both.present = chip.read(both.range, "read");
+    throwIfInterrupted(chip.target().label, "read");
     return both;
 }
 

@@ -12,6 +12,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
+#include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/widthproof.h"
 #include "tools/kestctl/area.h"
@@ -25,6 +26,7 @@ struct probeOptions {
     std::string device;
     std::uint32_t speedKhz = 0;
     bool force = false;
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
 };
 
 /// A row of the device table for the part, ready for kest.toml.
@@ -113,13 +115,19 @@ void tellText(const device& which, const widthFinding& finding, const std::optio
     }
 }
 
+widthFinding proveHeld(const device& which, const probeOptions& options)
+{
+    const deviceOperation held(which, {.use = operationUse::read, .doing = "seeprom probe", .waitNs = options.waitNs});
+    return proveWidth(which, options.speedKhz);
+}
+
 int runSeepromProbe(const context& shared, const probeOptions& options)
 {
     const device which = findDevice(options.device);
     refuseUnservedChain(which);
     requireKind(which, {deviceKind::seeprom}, "seeprom probe");
     refuseDriversDevice(which, options.force);
-    const widthFinding finding = proveWidth(which, options.speedKhz);
+    const widthFinding finding = proveHeld(which, options);
     throwTrouble(which, finding);
     const std::optional<proposedRow> row = proposeRow(which, finding);
     if (shared.json) {
@@ -144,6 +152,7 @@ void addSeepromProbe(command area, context& shared)
                            "bytes the part takes. Exit code 1 when that can't be known.");
     verb.text("DEVICE", options->device, "name, number or device text").required();
     addSpeed(verb, options->speedKhz, usualSpeed);
+    addWait(verb, options->waitNs);
     verb.flag("--force", options->force, "also when a kernel driver has the device");
     runs(verb, shared, options, runSeepromProbe);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <fmt/core.h>
+#include <span>
 
 #include "tools/common/carefulwrite.h"
 #include "tools/common/device.h"
@@ -9,6 +10,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/wear.h"
@@ -42,14 +44,6 @@ seeprom openDumped(const dumpContents& contents, const seepromOptions& options)
         which.number = contents.number;
     }
     return {which, accessOf(options, contents.mode)};
-}
-
-/// --force means the type, and all that a write refuses.
-carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to)
-{
-    carefulWriteOptions care = given;
-    care.force = to.force;
-    return care;
 }
 
 /// The bytes given with --hex. All of them are written, so a length given beside them must match.
@@ -142,6 +136,17 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
     return exitDone;
 }
 
+/// No signal ends the program between the write and the report of it.
+int writeAndTell(const context& shared, seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
+                 const carefulWriteOptions& care)
+{
+    const interruptWatch watch;
+    const writeReport report = writeCarefully(chip, offset, bytes, care);
+    const int code = tellWrite(shared, chip, offset, bytes.size(), report, care);
+    standardOutput().flush();
+    return code;
+}
+
 int runSeepromWrite(const context& shared, const writeOptions& options)
 {
     seeprom chip = openSeeprom(options.to.device, options.to);
@@ -151,8 +156,7 @@ int runSeepromWrite(const context& shared, const writeOptions& options)
     }
     const byteVector bytes = options.input.empty() ? hexBytes(options) : inputBytes(options.input, chip, options.to);
     const byteRange range = chip.range(offset, bytes.size());
-    const writeReport report = writeCarefully(chip, range.offset, bytes, careOf(options.care, options.to));
-    return tellWrite(shared, chip, range.offset, bytes.size(), report, options.care);
+    return writeAndTell(shared, chip, range.offset, bytes, careOf(options.care, options.to, "seeprom write"));
 }
 
 int runSeepromRestore(const context& shared, const restoreOptions& options)
@@ -168,15 +172,31 @@ int runSeepromRestore(const context& shared, const restoreOptions& options)
                    stderr);
     }
     seeprom chip = openDumped(contents, options.to);
+    return writeBack(shared, chip, options.file, contents, careOf(options.care, options.to, "seeprom restore"));
+}
+
+} // namespace
+
+carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to, const std::string& doing)
+{
+    carefulWriteOptions care = given;
+    care.force = to.force;
+    care.waitNs = to.waitNs;
+    care.doing = doing;
+    return care;
+}
+
+int writeBack(const context& shared, seeprom& chip, const std::string& file, const dumpContents& contents,
+              const carefulWriteOptions& care)
+{
     if (const device saved = parseDeviceText(contents.text); saved.end().type != chip.target().end().type) {
         throw failure{.code = exitWrongUse,
-                      .what = fmt::format("{} was saved from a {}, this is a {}", options.file, saved.end().type->chip,
+                      .what = fmt::format("{} was saved from a {}, this is a {}", file, saved.end().type->chip,
                                           chip.target().end().type->chip),
                       .device = chip.target().label};
     }
     const byteRange range = chip.range(contents.offset, contents.bytes.size());
-    const writeReport report = writeCarefully(chip, range.offset, contents.bytes, careOf(options.care, options.to));
-    return tellWrite(shared, chip, range.offset, contents.bytes.size(), report, options.care);
+    return writeAndTell(shared, chip, range.offset, contents.bytes, care);
 }
 
 void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
@@ -189,8 +209,6 @@ void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
               "write also when the part's number of offset bytes can't be proved");
     verb.clearingFlag("--no-verify", care.verify, "do not read back and compare");
 }
-
-} // namespace
 
 void addSeepromWrite(command area, context& shared)
 {
@@ -214,7 +232,7 @@ void addSeepromRestore(command area, context& shared)
     verb.text("FILE", options->file, "dump or undo file, - for standard input").required();
     verb.text("--device", options->to.device, "write to this device of the same type, not to the one in the file",
               "DEVICE");
-    addChoice(verb, options->to, false);
+    addAccess(verb, options->to, "where the bytes were saved from");
     addCare(verb, options->care, options->to);
     runs(verb, shared, options, runSeepromRestore);
 }

@@ -1,7 +1,12 @@
-/// Verbs "seeprom write" and "seeprom restore".
+/// Verbs "seeprom write" and "seeprom restore", and what others share with them.
 #pragma once
 
+#include <string>
+
+#include "tools/common/carefulwrite.h"
+#include "tools/common/dumpfile.h"
 #include "tools/kestctl/context.h"
+#include "tools/kestctl/seepromchoice.h"
 
 namespace kest::tools
 {
@@ -10,5 +15,17 @@ class command;
 
 void addSeepromWrite(command area, context& shared);
 void addSeepromRestore(command area, context& shared);
+
+/// The options of every verb that writes with care.
+void addCare(command verb, carefulWriteOptions& care, seepromOptions& to);
+/// What they say in the end: --force means the type, and all that a write refuses.
+/// @param doing  what others are told: "seeprom write"
+[[nodiscard]] carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to,
+                                         const std::string& doing);
+
+/// Writes a dump's bytes back and reports that. Throws a `failure` (exit code 2) for a device of another type.
+/// @param file  of the dump, for messages
+int writeBack(const context& shared, seeprom& chip, const std::string& file, const dumpContents& contents,
+              const carefulWriteOptions& care);
 
 } // namespace kest::tools

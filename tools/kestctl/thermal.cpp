@@ -1,8 +1,6 @@
 #include "tools/kestctl/thermal.h"
 
 #include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <fmt/core.h>
 #include <optional>
 
@@ -12,7 +10,9 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/guard.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/json.h"
+#include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/when.h"
 #include "tools/kestctl/area.h"
@@ -27,35 +27,12 @@ struct thermalReadOptions {
     std::optional<std::uint64_t> intervalNs; ///< --watch
     std::uint64_t count = 0; ///< of samples with --watch; 0 until stopped
     bool force = false; ///< also where the device table has another type
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have the sensor
 };
 
-constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
-
-/// SIGINT and SIGTERM, blocked so that they end a pause between samples and never a sample.
-class stopSignals
+std::uint16_t readSample(const device& which, std::uint64_t waitNs)
 {
-public:
-    stopSignals()
-    {
-        sigemptyset(&m_set);
-        sigaddset(&m_set, SIGINT);
-        sigaddset(&m_set, SIGTERM);
-        sigprocmask(SIG_BLOCK, &m_set, nullptr);
-    }
-    /// Waits for one. @return false when there was none in that time
-    [[nodiscard]] bool within(std::uint64_t nanoseconds) const
-    {
-        const timespec pause{static_cast<time_t>(nanoseconds / nanosecondsPerSecond),
-                             static_cast<long>(nanoseconds % nanosecondsPerSecond)};
-        return sigtimedwait(&m_set, nullptr, &pause) >= 0;
-    }
-
-private:
-    sigset_t m_set{};
-};
-
-std::uint16_t readSample(const device& which)
-{
+    const deviceOperation held(which, {.use = operationUse::read, .doing = "thermal read", .waitNs = waitNs});
     KEST_thermal_sensor_info info{.devicePath = which.text.c_str(), .temperature = 0, .status = 0};
     throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which, "thermal read");
     if (info.status != KEST_THERMAL_VALID) {
@@ -92,11 +69,15 @@ void show(const context& shared, const device& which, std::uint16_t raw, bool on
 }
 
 /// One sample of many. A failure is reported, and the next sample is taken all the same.
-int watchedSample(const context& shared, const device& which)
+int watchedSample(const context& shared, const device& which, std::uint64_t waitNs)
 {
     try {
-        show(shared, which, readSample(which), true);
+        show(shared, which, readSample(which, waitNs), true);
     } catch (const failure& why) {
+        // stopped while it waited for others
+        if (isInterruption(why)) {
+            return exitDone;
+        }
         // a full disk: no further sample could be written
         if (standardOutput().broken()) {
             throw;
@@ -113,17 +94,18 @@ int watchedSample(const context& shared, const device& which)
 
 int watch(const context& shared, const device& which, const thermalReadOptions& options)
 {
-    const stopSignals stop;
+    const interruptWatch signals;
     int code = exitDone;
     std::uint64_t left = options.count;
     do {
-        const int sample = watchedSample(shared, which);
+        const int sample = watchedSample(shared, which, options.waitNs);
         code = sample == exitDone ? code : sample;
-    } while ((options.count == 0 || --left != 0) && !standardOutput().broken() && !stop.within(*options.intervalNs));
+    } while ((options.count == 0 || --left != 0) && !standardOutput().broken() &&
+             pauseUnlessInterrupted(*options.intervalNs));
     return code;
 }
 
-/// Prints the sensor's raw word and degrees; with an interval until SIGINT or SIGTERM, one line (of JSON) for each
+/// Prints the sensor's raw word and degrees; with an interval until SIGINT, SIGTERM or SIGHUP, one line (of JSON) for each
 /// sample.
 int runThermalRead(const context& shared, const thermalReadOptions& options)
 {
@@ -134,7 +116,7 @@ int runThermalRead(const context& shared, const thermalReadOptions& options)
     if (options.intervalNs) {
         return watch(shared, which, options);
     }
-    show(shared, which, readSample(which), false);
+    show(shared, which, readSample(which, options.waitNs), false);
     return exitDone;
 }
 
@@ -151,6 +133,7 @@ void addThermal(command program, context& shared)
         "--watch", [options](const std::string& text) { options->intervalNs = parseSeconds(text, "--watch"); },
         "read again every SECONDS seconds until interrupted, one line per reading", "SECONDS");
     read.number("--count", options->count, "stop after N readings", 1).needs(watch);
+    addWait(read, options->waitNs);
     runs(read, shared, options, runThermalRead);
 }
 

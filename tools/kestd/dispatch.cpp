@@ -188,14 +188,44 @@ void countPages(const frame& request, byteSource source)
     }
 }
 
+/// What a request is served with.
+struct dispatching {
+    const peerProcess& peer;
+    const deviceDirectory& devices;
+    refusalLog& refusals;
+    deviceTurn& turn;
+    bool lastTry;
+};
+
+/// Takes the device of a request. @return a refusal when that is not to be, or nothing while others have it
+std::optional<frame> awaitDevice(const frame& request, const dispatching& with, bool& had)
+{
+    const deviceTurn::state now =
+        with.turn.enter(locationOf(request).value_or(""), request.type == client::typeWrite, with.peer);
+    had = now == deviceTurn::state::had;
+    if (had || (now == deviceTurn::state::waiting && !with.lastTry)) {
+        return std::nullopt;
+    }
+    const std::uint32_t code = now == deviceTurn::state::waiting ? client::codeBusy : client::codeNotLocked;
+    return refusal(request, code, 0, with.turn.trouble());
+}
+
 /// Serves a read or write whose device may be named.
 /// @param bytes  of the device, 0 when that is not known
-frame serveTransfer(const frame& request, std::uint32_t bytes, byteSource source, const peerProcess& peer,
-                    refusalLog& refusals)
+/// @return nothing while others have the device
+std::optional<frame> serveTransfer(const frame& request, std::uint32_t bytes, const dispatching& with)
 {
+    const byteSource source = with.devices.source();
     if (passesTheEnd(request, bytes, source)) {
-        return refuseAndLog(request, client::codePastTheEnd, peer,
-                            fmt::format("it passes the end of the device, which has {} bytes", bytes), refusals);
+        return refuseAndLog(request, client::codePastTheEnd, with.peer,
+                            fmt::format("it passes the end of the device, which has {} bytes", bytes), with.refusals);
+    }
+    bool had = true;
+    if (reachesHardware(source)) {
+        std::optional<frame> refused = awaitDevice(request, with, had);
+        if (!had) {
+            return refused;
+        }
     }
     if (isUnbounded(request, source)) {
         return serve(bounded(request));
@@ -214,11 +244,11 @@ frame serveTransfer(const frame& request, std::uint32_t bytes, byteSource source
 }
 
 /// Serves a read or write of a device that the table has, with the table's own text; refuses all others.
-frame serveTableDevice(const frame& request, const std::string& location, const deviceDirectory& devices,
-                       const peerProcess& peer, refusalLog& refusals)
+std::optional<frame> serveTableDevice(const frame& request, const std::string& location, const dispatching& with)
 {
+    const deviceDirectory& devices = with.devices;
     const auto refuse = [&](const std::string& why) {
-        return refuseAndLog(request, client::codeForbidden, peer, why, refusals);
+        return refuseAndLog(request, client::codeForbidden, with.peer, why, with.refusals);
     };
     const deviceDirectory::tableRow* const row = location.empty() ? nullptr : devices.find(location);
     if (row == nullptr && !location.empty()) {
@@ -230,9 +260,8 @@ frame serveTableDevice(const frame& request, const std::string& location, const 
                                        "device with number 0");
     }
     return row == nullptr || row->text == location
-               ? serveTransfer(request, row == nullptr ? 0 : row->bytes, devices.source(), peer, refusals)
-               : serveTransfer(withLocation(request, location.size(), row->text), row->bytes, devices.source(), peer,
-                               refusals);
+               ? serveTransfer(request, row == nullptr ? 0 : row->bytes, with)
+               : serveTransfer(withLocation(request, location.size(), row->text), row->bytes, with);
 }
 
 } // namespace
@@ -274,9 +303,10 @@ frame refusal(const frame& request, std::uint32_t code, std::uint32_t logId, con
     return {request.identifier, request.type, client::flagText, code, logId, {text.begin(), text.end()}};
 }
 
-frame dispatch(const frame& request, const peerProcess& peer, permissionSet permission, const deviceDirectory& devices,
-               refusalLog& refusals)
+std::optional<frame> dispatch(const frame& request, const peerProcess& peer, permissionSet permission,
+                              const deviceDirectory& devices, refusalLog& refusals, deviceTurn& turn, bool lastTry)
 {
+    const dispatching with{peer, devices, refusals, turn, lastTry};
     if (!isPermitted(request, permission)) {
         return refuseAndLog(request, client::codeForbidden, peer,
                             fmt::format("user {} is not permitted to {}", peer.uid,
@@ -295,10 +325,10 @@ frame dispatch(const frame& request, const peerProcess& peer, permissionSet perm
         return serve(request);
     }
     if (!permission.raw) {
-        return serveTableDevice(request, *location, devices, peer, refusals);
+        return serveTableDevice(request, *location, with);
     }
     const std::optional<namedDevice> named = devices.understand(*location);
-    return serveTransfer(request, named ? named->bytes : 0, devices.source(), peer, refusals);
+    return serveTransfer(request, named ? named->bytes : 0, with);
 }
 
 /// The library looks it up for a read that asks for it. This read goes no further than the copy, or the empty device

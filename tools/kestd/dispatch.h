@@ -2,11 +2,13 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "tools/client/frame.h"
 #include "tools/kestd/devices.h"
+#include "tools/kestd/deviceturn.h"
 #include "tools/kestd/permissions.h"
 
 namespace kest::service
@@ -35,9 +37,13 @@ private:
 /// A frame that refuses a request.
 client::frame refusal(const client::frame& request, std::uint32_t code, std::uint32_t logId, const std::string& text);
 
-/// May block for as long as the devices take. Any thread.
-client::frame dispatch(const client::frame& request, const peerProcess& peer, permissionSet permission,
-                       const deviceDirectory& devices, refusalLog& refusals);
+/// May block for as long as the devices take, but not for others who have them. Any thread.
+/// @param turn  of this request, the same for all calls
+/// @param lastTry  whether it is refused when others have the device
+/// @return nothing while others have the device: it is to be called again later, with the same request
+std::optional<client::frame> dispatch(const client::frame& request, const peerProcess& peer, permissionSet permission,
+                                      const deviceDirectory& devices, refusalLog& refusals, deviceTurn& turn,
+                                      bool lastTry);
 
 /// After a reload: makes the library look up the read mode again, which it otherwise does only once.
 void adoptReadMode();

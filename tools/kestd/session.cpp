@@ -1,6 +1,7 @@
 #include "tools/kestd/session.h"
 
 #include <cerrno>
+#include <chrono>
 #include <new>
 #include <poll.h>
 #include <span>
@@ -19,6 +20,9 @@ namespace
 constexpr std::size_t receiveBytes = 8192;
 /// Room for a whole request of the usual limit.
 constexpr unsigned receiptsATurn = 16;
+/// Between two tries to get a device that others have.
+constexpr std::chrono::milliseconds deviceInterval{20};
+constexpr std::int64_t msPerSecond = 1000;
 /// Buffers that grew larger are released while the client is silent.
 constexpr std::size_t keptBytes = 4096;
 
@@ -26,7 +30,8 @@ constexpr std::size_t keptBytes = 4096;
 
 clientSession::clientSession(sessionHost& service, clientSocket socket, peerProcess peer, clientPlace place)
     : serviceJob(place.share()), m_service(service), m_place(std::move(place)), m_socket(std::move(socket)),
-      m_work(m_socket.get_executor()), m_peer(std::move(peer)), m_assembler(0)
+      m_work(m_socket.get_executor()), m_peer(std::move(peer)), m_assembler(0),
+      m_deviceTimer(m_socket.get_executor().context())
 {
     refresh();
     m_requestSinceMs = steadyMs();
@@ -66,6 +71,8 @@ clientSession::turnEnd clientSession::goOn()
     while (turn == turnEnd::proceed) {
         if (!m_output.empty()) {
             turn = flush();
+        } else if (m_pending) {
+            turn = serve();
         } else if (m_closing) {
             return turnEnd::ended;
         } else if (m_inputAt < m_input.size() && !m_hadTurn) {
@@ -131,21 +138,42 @@ clientSession::turnEnd clientSession::answerRequest()
     if (hasHungUp()) {
         return turnEnd::ended;
     }
-    serve(m_assembler.take());
+    const std::int64_t patienceMs = std::int64_t{m_rules->limits.busySeconds} * msPerSecond;
+    m_pending.emplace(pendingRequest{.request = m_assembler.take(), .turn = {}, .lastTryMs = steadyMs() + patienceMs});
     return turnEnd::proceed;
 }
 
 /// When memory runs out, the memory of the request is enough to report that.
-void clientSession::serve(client::frame request)
+clientSession::turnEnd clientSession::serve()
 {
-    client::frame reply;
+    client::frame& request = m_pending->request;
+    std::optional<client::frame> reply;
+    const bool lastTry = m_finishing.load() || steadyMs() >= m_pending->lastTryMs;
     try {
-        reply = dispatch(request, m_peer, m_permission, m_rules->devices, m_service.refusals());
+        reply =
+            dispatch(request, m_peer, m_permission, m_rules->devices, m_service.refusals(), m_pending->turn, lastTry);
     } catch (const std::bad_alloc&) {
         std::vector<std::uint8_t>().swap(request.payload);
         reply = refusal(request, client::codeNoMemory, 0, "the service has no memory for this request");
     }
-    send(reply);
+    if (!reply) {
+        return waitForDevice();
+    }
+    m_hadTurn = true;
+    // the device is free before the client knows
+    m_pending.reset();
+    send(*reply);
+    return turnEnd::proceed;
+}
+
+/// Others have the device. A client that has hung up waits for nothing.
+clientSession::turnEnd clientSession::waitForDevice()
+{
+    if (hasHungUp()) {
+        return turnEnd::ended;
+    }
+    m_deviceTimer.start(deviceInterval, [self = shared_from_this()] { self->m_service.workers().submit(self); });
+    return turnEnd::waiting;
 }
 
 void clientSession::hangUp(std::uint32_t code, const std::string& text)
@@ -208,6 +236,10 @@ void clientSession::endWhenLate(std::int64_t now, std::int64_t readingMs, std::i
     }
 }
 
-void clientSession::finish() { shutdown(m_socket.native_handle(), SHUT_RD); }
+void clientSession::finish()
+{
+    m_finishing.store(true);
+    shutdown(m_socket.native_handle(), SHUT_RD);
+}
 
 } // namespace kest::service

@@ -8,11 +8,14 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/client/frame.h"
+#include "tools/kestd/deviceturn.h"
 #include "tools/kestd/dispatch.h"
+#include "tools/kestd/events.h"
 #include "tools/kestd/permissions.h"
 #include "tools/kestd/places.h"
 #include "tools/kestd/rules.h"
@@ -44,7 +47,10 @@ protected:
 /// one request and one reply at most. After each request the other clients have their turn. A request of a client that
 /// has hung up is not begun.
 ///
-/// Exactly one thread is in a session at any time, or none while it waits for its socket.
+/// A request whose device others have is tried again and again, each time by a job that ends at once: no thread waits
+/// for the device, and the client's place among the requests in work is free meanwhile.
+///
+/// Exactly one thread is in a session at any time, or none while it waits for its socket or a device.
 class clientSession : public serviceJob, public std::enable_shared_from_this<clientSession>
 {
 public:
@@ -75,7 +81,8 @@ private:
     turnEnd flush();
     turnEnd waitFor(clientSocket::wait_type what);
     turnEnd answerRequest();
-    void serve(client::frame request);
+    turnEnd serve();
+    turnEnd waitForDevice();
     void hangUp(std::uint32_t code, const std::string& text);
     void send(const client::frame& reply);
     void refresh();
@@ -94,6 +101,15 @@ private:
     std::size_t m_inputAt = 0;
     std::vector<std::uint8_t> m_output; ///< reply, sent up to m_outputAt
     std::size_t m_outputAt = 0;
+    /// A request that has not been served yet: it waits for its device while others have that.
+    struct pendingRequest {
+        client::frame request;
+        deviceTurn turn;
+        std::int64_t lastTryMs; ///< when it waits no longer
+    };
+    std::optional<pendingRequest> m_pending;
+    eventTimer m_deviceTimer;
+    std::atomic<bool> m_finishing{false}; ///< nothing waits for a device any more
     bool m_closing = false; ///< after this reply
     bool m_hadTurn = false; ///< a request has been answered since the others had theirs
     unsigned m_receipts = 0; ///< since then

@@ -47,6 +47,7 @@ struct serviceSettings {
     std::uint32_t maxWorkingPerUser = 16;
     std::uint32_t maxPayloadBytes = 65536 + 512; ///< a request's payload: 64 KiB of data and its head
     std::uint32_t idleSeconds = 300; ///< a silent client is dropped after this; 0 never
+    std::uint32_t busySeconds = 30; ///< how long a request waits for a device that others have; 0 not at all
     std::vector<std::string> readUsers; ///< user names or numbers that may read besides the owner and root
     std::vector<std::string> readGroups;
     std::vector<std::string> writeUsers;
@@ -67,6 +68,8 @@ struct configuration {
     std::uint64_t errorLogMaxBytes = 64ull << 20;
     std::filesystem::path errorLogSpoolFolder; ///< takes entries when stateFolder can't: /var/tmp/kest-UID
     std::uint64_t wearLimit = 0; ///< page writes in a group of pages that are warned of when there are more; 0 none
+    std::uint32_t undoKeep = 50; ///< undo files of one device; 0 all
+    std::uint32_t undoDays = 90; ///< undo files that are older go, but for a device's latest; 0 none
     std::map<std::string, std::string> registry; ///< key to value; always has "tavo/ReadMode"
     nodeMap nodes;
     std::vector<deviceEntry> devices;

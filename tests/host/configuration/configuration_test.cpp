@@ -75,6 +75,9 @@ TEST_F(Configuration, EmptyFileGivesTheDefaults)
     EXPECT_EQ(256U, value.service.maxClients);
     EXPECT_EQ(66048U, value.service.maxPayloadBytes);
     EXPECT_EQ(300U, value.service.idleSeconds);
+    EXPECT_EQ(30U, value.service.busySeconds);
+    EXPECT_EQ(50U, value.undoKeep);
+    EXPECT_EQ(90U, value.undoDays);
     EXPECT_TRUE(value.service.readUsers.empty() && value.service.readGroups.empty());
     EXPECT_TRUE(value.service.writeUsers.empty() && value.service.writeGroups.empty());
 }
@@ -91,6 +94,9 @@ TEST_F(Configuration, EveryKeyIsRead)
         spool = "/srv/spool"
         [wear]
         limit = 100_000
+        [undo]
+        keep = 7
+        days = 0
         [registry]
         "tavo/ReadMode" = "FileMode"
         "other/key" = "text"
@@ -108,6 +114,7 @@ TEST_F(Configuration, EveryKeyIsRead)
         max_clients = 3
         max_payload = 512
         idle_seconds = 0
+        busy_seconds = 5
         read_users = ["alice", 1000]
         read_groups = ["vpd"]
         write_users = [0]
@@ -132,6 +139,8 @@ TEST_F(Configuration, EveryKeyIsRead)
     EXPECT_EQ(100000U, value.wearLimit);
     EXPECT_EQ(1048576U, value.errorLogMaxBytes);
     EXPECT_EQ("/srv/spool", value.errorLogSpoolFolder);
+    EXPECT_EQ(7U, value.undoKeep);
+    EXPECT_EQ(0U, value.undoDays);
     EXPECT_EQ((std::map<std::string, std::string>{{"other/key", "text"}, {"tavo/ReadMode", "FileMode"}}),
               value.registry);
     EXPECT_EQ("riser", value.nodes[0].simNode);
@@ -146,6 +155,7 @@ TEST_F(Configuration, EveryKeyIsRead)
     EXPECT_EQ(3U, value.service.maxClients);
     EXPECT_EQ(512U, value.service.maxPayloadBytes);
     EXPECT_EQ(0U, value.service.idleSeconds);
+    EXPECT_EQ(5U, value.service.busySeconds);
     EXPECT_EQ((std::vector<std::string>{"alice", "1000"}), value.service.readUsers);
     EXPECT_EQ((std::vector<std::string>{"vpd"}), value.service.readGroups);
     EXPECT_EQ((std::vector<std::string>{"0"}), value.service.writeUsers);
@@ -191,8 +201,8 @@ TEST_F(Configuration, UnknownKeysAreReported)
 {
     expectMessages(
         {{"stat = \"x\"",
-          "1:1: key 'stat': expected one of the keys state, trace, errorlog, wear, registry, nodes, device, machine, "
-          "linux, service, found an unknown key"},
+          "1:1: key 'stat': expected one of the keys state, trace, errorlog, wear, undo, registry, nodes, device, "
+          "machine, linux, service, found an unknown key"},
          {"[trace]\n  file = 1", "2:3: key 'trace.file': expected one of the keys folder, found an unknown key"},
          {"[errorlog]\nsize = 1",
           "2:1: key 'errorlog.size': expected one of the keys max_entries, max_size, spool, found an unknown key"},
@@ -204,13 +214,13 @@ TEST_F(Configuration, UnknownKeysAreReported)
           "2:1: key 'linux.timeout': expected one of the keys set_timeout, lock_folder, found an unknown key"},
          {"[service]\nport = 1",
           "2:1: key 'service.port': expected one of the keys socket, max_clients, "
-          "max_clients_per_user, max_working, max_working_per_user, max_payload, idle_seconds, read_users, "
-          "read_groups, write_users, write_groups, raw_users, raw_groups, found an unknown key"},
+          "max_clients_per_user, max_working, max_working_per_user, max_payload, idle_seconds, busy_seconds, "
+          "read_users, read_groups, write_users, write_groups, raw_users, raw_groups, found an unknown key"},
          {"[[device]]\nnumber = 1\nlocation = \"x\"\nplace = 2",
           "4:1: key 'device.place': expected one of the keys number, position, location, name, expect, "
           "width_proved, found an unknown key"},
          {"\"a\\u001Bb\" = 1",
-          "1:1: key 'a\\x1Bb': expected one of the keys state, trace, errorlog, wear, registry, nodes, device, "
+          "1:1: key 'a\\x1Bb': expected one of the keys state, trace, errorlog, wear, undo, registry, nodes, device, "
           "machine, linux, service, found an unknown key"}});
 }
 
@@ -456,7 +466,8 @@ TEST_F(Configuration, TheDocumentsExampleIsRightAndShowsEveryKey)
                             "raw_groups",   "max_clients_per_user",
                             "max_working",  "max_working_per_user",
                             "[nodes]",      "expect",
-                            "width_proved"}) {
+                            "width_proved", "keep",
+                            "days",         "busy_seconds"}) {
         EXPECT_NE(example.npos, example.find(key)) << key;
     }
 }

@@ -12,7 +12,9 @@
 #include "tests/tools/kestd_support.h"
 #include "tests/tools/seeprom_support.h"
 #include "tools/common/bus.h"
+#include "tools/common/device.h"
 #include "tools/common/failure.h"
+#include "tools/common/operation.h"
 
 namespace kest::test
 {
@@ -117,6 +119,10 @@ KestctlExitCodes::Cases KestctlExitCodes::failed() const
              [this] {
                  return exitOfAll({{"seeprom", "read", "panel-vpd", "-o", "/dev/full"},
                                    {"seeprom", "write", "panel-vpd", "-i", "/no/such/file", "--yes"}});
+             }},
+            {"there is no undo file of the device",
+             [this] {
+                 return exitOf({"seeprom", "undo", "fan-vpd", "--yes"});
              }},
             {"the undo file can't be saved; nothing has been written then",
              [this] {
@@ -341,6 +347,13 @@ KestctlExitCodes::Cases KestctlExitCodes::verifyFailed() const
 KestctlExitCodes::Cases KestctlExitCodes::busy() const
 {
     return {
+        {"another program is at work on the device",
+         [this] {
+             const auto other = tools::operationLockOf(tools::findDevice("panel-vpd"), tools::operationUse::write);
+             EXPECT_EQ(0, other->attempt({}));
+             return exitOfAll({{"seeprom", "read", "panel-vpd", "--wait", "0"},
+                               {"seeprom", "write", "panel-vpd", "--hex", "00", "--yes", "--wait", "0.001"}});
+         }},
         {"somebody else holds the hub or device",
          [this] {
              OpenDevice other("sim:planar");

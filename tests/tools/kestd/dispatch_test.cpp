@@ -91,7 +91,9 @@ protected:
     KestdDispatch() { addDevice("sim:nowhere,L,2C0256,A0"); }
     [[nodiscard]] frame answerTo(const frame& request, permissionSet permission, uid_t user = stranger)
     {
-        return dispatch(request, peerOfUser(user), permission, deviceDirectory(settings), m_refusals);
+        deviceTurn turn;
+        return dispatch(request, peerOfUser(user), permission, deviceDirectory(settings), m_refusals, turn, true)
+            .value();
     }
     /// Adds a row to the device table.
     void addDevice(const std::string& text, std::uint32_t number = 1)

@@ -1,0 +1,77 @@
+/// Names of undo files.
+#include <gtest/gtest.h>
+
+#include "tools/common/undoname.h"
+
+namespace kest::tools
+{
+namespace
+{
+
+std::string keyOf(const std::string& text, accessMode place = accessMode::hardware)
+{
+    return undoKeyOf(parseDeviceText(text), place);
+}
+
+TEST(UndoName, HasLabelKeyNumberAndTime)
+{
+    EXPECT_EQ("planar-vpd-00112233445566ff-000042-20240501T120000Z.json",
+              undoFileName({"planar-vpd", "00112233445566ff", 42, "20240501T120000Z"}));
+    EXPECT_EQ("x-00112233445566ff-1234567-20240501T120000Z.json",
+              undoFileName({"x", "00112233445566ff", 1234567, "20240501T120000Z"}));
+}
+
+TEST(UndoName, IsReadAsItWasMade)
+{
+    const auto name = parseUndoName("a-b-c-00112233445566ff-000042-20240501T120000Z.json");
+    ASSERT_TRUE(name.has_value());
+    EXPECT_EQ("a-b-c", name->label);
+    EXPECT_EQ("00112233445566ff", name->key);
+    EXPECT_EQ(42U, name->number);
+    EXPECT_EQ("20240501T120000Z", name->time);
+}
+
+TEST(UndoName, OfAnotherFormIsNone)
+{
+    for (const char* name :
+         {"", ".json", "planar-vpd-20240501T120000Z.json", "planar-vpd-20240501T120000Z-1.json",
+          "x-00112233445566ff-000042-20240501T120000Z", "x-00112233445566FF-000042-20240501T120000Z.json",
+          "x-00112233445566f-000042-20240501T120000Z.json", "x-00112233445566ff-4x-20240501T120000Z.json",
+          "x-00112233445566ff-99999999999999999999-20240501T120000Z.json",
+          "x-00112233445566ff-000042-20240501120000Z.json", "00112233445566ff-000042-20240501T120000Z.json"}) {
+        EXPECT_FALSE(parseUndoName(name).has_value()) << name;
+    }
+}
+
+TEST(UndoName, KeyIsTheDevicesWhateverItIsCalled)
+{
+    const std::string key = keyOf("sim:planar,L,2C0256,A0");
+    EXPECT_EQ(16U, key.size());
+    EXPECT_EQ(key, keyOf("sim:planar,l,2c0256,a0"));
+    EXPECT_EQ(key, keyOf("sim:planar@A0,L,2C0256,A0"));
+    for (const char* other : {"sim:planar,L,2C0256,A2", "sim:planar,L,2C0128,A0", "sim:riser,L,2C0256,A0",
+                              "sim:planar,0,2C0256,A0", "sim:planar,L,922,80,3,2C0256,A0"}) {
+        EXPECT_NE(key, keyOf(other)) << other;
+    }
+    EXPECT_NE(keyOf("sim:planar,L,922,80,3,2C0256,A0"), keyOf("sim:planar,L,922,80,4,2C0256,A0"));
+    EXPECT_NE(key, keyOf("sim:planar,L,2C0256,A0", accessMode::file));
+}
+
+TEST(UndoName, TimesOfBothFormsAreRead)
+{
+    EXPECT_EQ(1714564800000, undoTimeIn("x-00112233445566ff-000042-20240501T120000Z.json"));
+    EXPECT_EQ(1714564800000, undoTimeIn("planar-vpd-20240501T120000Z.json"));
+    EXPECT_EQ(1714564800000, undoTimeIn("planar-vpd-20240501T120000Z-3.json"));
+    EXPECT_EQ(std::nullopt, undoTimeIn("notes.json"));
+    EXPECT_EQ(std::nullopt, undoTimeIn("x-00112233445566ff-000042-20249901T120000Z.json"));
+}
+
+TEST(UndoName, LabelsAreSafeInFileNames)
+{
+    EXPECT_EQ("sim_planar_L_2C0256_A0", undoLabel("sim:planar,L,2C0256,A0"));
+    EXPECT_EQ("______etc_passwd", undoLabel("../../etc/passwd"));
+    EXPECT_EQ(48U, undoLabel(std::string(300, 'x')).size());
+}
+
+} // namespace
+} // namespace kest::tools
