@@ -91,7 +91,7 @@ void checkLength(const std::string& text)
 std::string takeBus(fieldReader& text, std::size_t end)
 {
     const std::string expected = "i2c-N, /dev/i2c-N or sim:NAME";
-    const std::string path = busPathOf(text.take("bus", expected, end));
+    std::string path = busPathOf(text.take("bus", expected, end));
     std::string why;
     if (!isBusPath(path, why)) {
         throw text.wrong("is no bus of this node; expected " + expected +
