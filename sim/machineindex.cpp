@@ -139,7 +139,7 @@ void machineIndex::save(const std::filesystem::path& file) const
                .textHash = fnvHash64(m_text),
                .buses = static_cast<std::uint32_t>(m_layouts.size()),
                .chips = static_cast<std::uint32_t>(m_busOfChip.size())};
-    std::vector<std::uint8_t> bytes(head::bytes + begin.bytesAfter());
+    std::vector<std::uint8_t> bytes(head::bytes + static_cast<std::size_t>(begin.bytesAfter()));
     stateFields fields{bytes, stateFields::way::store};
     begin.exchange(fields);
     index.exchange(fields);
