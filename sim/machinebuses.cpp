@@ -1,6 +1,7 @@
 #include "sim/machinebuses.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <stdexcept>
@@ -15,6 +16,8 @@ namespace
 constexpr auto stateFileName = "machine.state";
 // what the names of a machine's own files begin with
 constexpr auto ownFiles = "machine.";
+// of a state that has the faults of no machine file
+constexpr std::uint64_t noFaultMark = 0;
 
 } // namespace
 
@@ -172,6 +175,8 @@ void machineBuses::takeFileFaults()
         records.push_back(makeFaultRecord(what, m_states->nextFaultNumber()));
         records.back().fromFile = true;
     }
+    // until every bus has its own, they are those of no file: a process that is killed here leaves them to the next one
+    m_states->setFaultMark(noFaultMark);
     for (std::size_t bus = 0; bus < m_buses.size(); ++bus) {
         std::vector<faultRecord> own;
         for (std::size_t i = 0; i < records.size(); ++i) {

@@ -1,11 +1,16 @@
 // What a process that is killed leaves on its bus.
+#include "sim/realclock.h"
 #include "tests/sim/machinetest.h"
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +21,14 @@ namespace
 {
 
 constexpr unsigned rounds = 25;
+
+/// A machine of such a clock does not stay open without users.
+class StillClock final : public realClock
+{
+public:
+    std::uint64_t nowNs() override { return 1; }
+    void sleepUntil(std::uint64_t) override {}
+};
 
 class KilledProcess : public MachineTest
 {
@@ -41,6 +54,10 @@ protected:
         outcome end{};
         while (ends.size() < reports && read(told[0], &end, sizeof end) == sizeof end) {
             ends.push_back(end);
+        }
+        // at another place of the step each time
+        for (unsigned turn = 0; turn < reports * 389 % 4096; ++turn) {
+            sched_yield();
         }
         kill(child, SIGKILL);
         while (read(told[0], &end, sizeof end) == sizeof end) {
@@ -126,6 +143,73 @@ TEST_F(KilledProcess, LeavesAScenarioWhichGoesOnWhereItWas)
             << number << " after " << reported;
         EXPECT_GE(1, std::ranges::count(ends, outcome::addressNotAcknowledged));
         EXPECT_LE(static_cast<std::ptrdiff_t>(ends.size()) - 1, std::ranges::count(ends, outcome::done));
+    }
+}
+
+// A page is torn once, with the same choices, whoever brings it into the image.
+TEST_F(KilledProcess, LeavesThePagesThatItTore)
+{
+    const std::string text = "[[bus]]\nname = \"planar\"\n" + chip("24C02", "0xA0", "image = \"a.bin\"");
+    const auto writeAndTear = [](sim::machine& machine, User& user, unsigned number) {
+        const auto page = static_cast<std::uint8_t>(8 * number);
+        const outcome end = user.write(0xA0, Bytes{page} + counting(8, static_cast<std::uint8_t>(number))).end;
+        return machine.powerCycle() ? end : outcome::gone;
+    };
+    const Folder unharmed;
+    unharmed.put("machine.toml", text);
+    StillClock clock;
+    const auto model = openMachine(unharmed.path, clock);
+    User modelUser{model->findBus("planar", "")};
+    std::vector<Bytes> images{Bytes(256, 0xFF)};
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        std::filesystem::remove(home.path / "machine.state");
+        home.put("a.bin", std::string(256, '\xFF'));
+        home.put("machine.toml", text);
+        open();
+        const auto ends =
+            killWithin(3 * round + 1, [&](unsigned number) { return writeAndTear(*machine, *on, number); });
+        EXPECT_EQ(std::vector(ends.size(), outcome::done), ends);
+        while (images.size() <= ends.size() + 1) {
+            writeAndTear(*model, modelUser, static_cast<unsigned>(images.size() - 1));
+            images.push_back(unharmed.content("a.bin"));
+        }
+        // tears the page of a write without a power cycle
+        EXPECT_TRUE(machine->powerCycle());
+        const Bytes image = home.content("a.bin");
+        EXPECT_TRUE(image == images[ends.size()] || image == images[ends.size() + 1]) << ends.size();
+    }
+}
+
+TEST_F(KilledProcess, LeavesNoStateHalfMade)
+{
+    std::string buses;
+    for (const char* name : {"planar", "b1", "b2", "b3"}) {
+        buses += "[[bus]]\nname = \"" + std::string{name} + "\"\n";
+    }
+    const auto withFault = [&buses](const std::string& kind) { return buses + "[[fault]]\nkind = \"" + kind + "\"\n"; };
+    StillClock clock;
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        killWithin(2 * round + 1, [&](unsigned number) {
+            // every third one makes the state, the others take its faults from the file
+            if (number % 3 == 0) {
+                std::filesystem::remove(home.path / "machine.state");
+            }
+            home.put("machine.toml", withFault(number % 2 == 0 ? "corrupt" : "nack"));
+            return openMachine(home.path, clock)->findBus("planar", "") == nullptr ? outcome::gone : outcome::done;
+        });
+        home.put("machine.toml", withFault("nack"));
+        ::testing::internal::CaptureStderr();
+        const auto left = openMachine(home.path, clock);
+        const auto faults = left->faults();
+        EXPECT_EQ("", ::testing::internal::GetCapturedStderr());
+        ASSERT_EQ(1U, faults.size());
+        EXPECT_EQ("nack", faults[0].what.kind);
+        for (const std::string& name : left->busNames("")) {
+            EXPECT_EQ(outcome::addressNotAcknowledged, User{left->findBus(name, "")}.probe(0x40));
+        }
+        EXPECT_EQ(4U, left->faults().at(0).struck);
     }
 }
 
