@@ -168,9 +168,7 @@ void signalTaker::endAtOnce()
 bool waitWatched(int descriptor, const timespec* time)
 {
     std::array<pollfd, 2> waits{{{descriptor, POLLIN, 0}, {taker != nullptr ? taker->told() : -1, POLLIN, 0}}};
-    while (ppoll(waits.data(), waits.size(), time, nullptr) < 0 && errno == EINTR) {
-        continue;
-    }
+    uninterrupted([&] { return ppoll(waits.data(), waits.size(), time, nullptr); });
     // the end of a terminal is seen at once; its signal may be on the way
     if ((waits[0].revents & POLLHUP) != 0 && taker != nullptr) {
         taker->count(SIGHUP);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <compare>
 #include <cstdio>
 #include <fmt/core.h>
 #include <pwd.h>
@@ -55,7 +56,7 @@ std::vector<wantedDevice> inOrder(const std::vector<device>& devices, operationU
         }
     }
     std::ranges::sort(wanted, [](const auto& one, const auto& other) { return *one.lock < *other.lock; });
-    const auto same = [](const auto& one, const auto& other) { return (*one.lock <=> *other.lock) == 0; };
+    const auto same = [](const auto& one, const auto& other) { return std::is_eq(*one.lock <=> *other.lock); };
     wanted.erase(std::unique(wanted.begin(), wanted.end(), same), wanted.end());
     return wanted;
 }
