@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <fmt/core.h>
 #include <map>
 #include <tuple>
 #include <unistd.h>
@@ -14,7 +15,7 @@
 
 #include "tools/common/entryfailure.h"
 #include "tools/common/failure.h"
-#include "tools/common/files.h"
+#include "tools/common/trustedfile.h"
 #include "tools/common/undoname.h"
 #include "tools/common/when.h"
 
@@ -60,13 +61,20 @@ std::map<std::string, std::vector<undoName>> byKey(const std::vector<std::string
     return found;
 }
 
+/// The names of files that may decide about numbers and what is kept. Without a look into the folder there are none: a
+/// new file then counts as the first of its device, and its name is a new one all the same.
+std::vector<std::string> trustedNames(int place)
+{
+    std::vector<std::string> names;
+    static_cast<void>(listNames(names));
+    std::erase_if(names, [place](const std::string& name) { return !isTrusted(place, name); });
+    return names;
+}
+
 /// Creates a file with a new name in the folder that is open at `place`. @return its descriptor, -1 with errno
 int createUndo(int place, undoName name, std::string& path)
 {
-    std::vector<std::string> names;
-    // without a look into the folder a file counts as the first of its device; its name is a new one all the same
-    static_cast<void>(listNames(names));
-    const auto present = byKey(names);
+    const auto present = byKey(trustedNames(place));
     const auto found = present.find(name.key);
     name.number = found == present.end() ? 1 : found->second.front().number + 1;
     for (;; ++name.number) {
@@ -83,15 +91,13 @@ int createUndo(int place, undoName name, std::string& path)
 void removeOld(int place)
 {
     const auto& settings = host::currentConfiguration();
-    std::vector<std::string> names;
-    static_cast<void>(listNames(names));
     const std::int64_t now = nowMs();
     const auto isOld = [&](std::size_t rank, const std::string& fileName) {
         const std::int64_t age = now - undoTimeIn(fileName).value_or(now);
         return (settings.undoKeep != 0 && rank >= settings.undoKeep) ||
                (settings.undoDays != 0 && age > settings.undoDays * dayMs);
     };
-    for (const auto& [key, list] : byKey(names)) {
+    for (const auto& [key, list] : byKey(trustedNames(place))) {
         for (std::size_t rank = 1; rank < list.size(); ++rank) {
             if (const std::string fileName = undoFileName(list[rank]); isOld(rank, fileName)) {
                 unlinkat(place, fileName.c_str(), 0);
@@ -109,15 +115,29 @@ void removeOld(int place)
     throw why;
 }
 
-/// @return nothing for a file of another device
-std::optional<undoEntry> readEntry(const std::string& fileName, const std::string& key)
+/// The contents of a file. Throws a `failure` when it holds none.
+dumpContents contentsOf(const std::string& path, const trustedRead& read)
+{
+    if (read.error != 0) {
+        throw systemFailure(read.error, "read", path);
+    }
+    return parseDump(path, std::string(read.bytes.begin(), read.bytes.end()));
+}
+
+/// @param place  descriptor of the open folder. @return nothing for a file of another device
+std::optional<undoEntry> readEntry(int place, const std::string& fileName, const std::string& key)
 {
     undoEntry entry{.path = undoFolder() / fileName, .timeMs = undoTimeIn(fileName), .contents = {}, .trouble = {}};
+    // nobody knows whose an old one is that can't be read
     const bool named = parseUndoName(fileName).has_value();
+    const trustedRead read = readTrusted(place, fileName, mostBytes);
+    if (!read.distrust.empty()) {
+        entry.trouble = fmt::format("{}: {}", entry.path, read.distrust);
+        entry.distrusted = true;
+        return named ? std::optional(std::move(entry)) : std::nullopt;
+    }
     try {
-        const auto raw = readInput(entry.path, mostBytes);
-        dumpContents contents =
-            parseDump(entry.path, std::string(reinterpret_cast<const char*>(raw.data()), raw.size()));
+        dumpContents contents = contentsOf(entry.path, read);
         device saved = parseDeviceText(contents.text);
         saved.number = contents.number;
         if (undoKeyOf(saved, contents.mode) != key) {
@@ -125,13 +145,29 @@ std::optional<undoEntry> readEntry(const std::string& fileName, const std::strin
         }
         entry.contents = std::move(contents);
     } catch (const failure& why) {
-        // nobody knows whose an old one is that can't be read
         if (!named) {
             return std::nullopt;
         }
         entry.trouble = why.what;
     }
     return entry;
+}
+
+/// All names that can be a device's undo files, the latest first.
+std::vector<std::string> namesInOrder(std::vector<std::string> names, const std::string& key)
+{
+    std::vector<std::string> order;
+    const auto present = byKey(names);
+    if (const auto found = present.find(key); found != present.end()) {
+        std::ranges::transform(found->second, std::back_inserter(order), undoFileName);
+    }
+    // former names begin with a label and the time; those of one second are counted
+    std::erase_if(names, [](const std::string& name) { return parseUndoName(name) || !name.ends_with(".json"); });
+    std::ranges::sort(names, [](const std::string& one, const std::string& other) {
+        return std::tuple(undoTimeIn(one), one.size(), one) > std::tuple(undoTimeIn(other), other.size(), other);
+    });
+    order.insert(order.end(), names.begin(), names.end());
+    return order;
 }
 
 } // namespace
@@ -176,24 +212,22 @@ std::vector<undoEntry> undoFilesOf(const device& which, accessMode place, std::s
     if (const int error = listNames(names); error != 0) {
         throw systemFailure(error, "list", undoFolder().string());
     }
-    const std::string key = undoKeyOf(which, place);
-    std::vector<std::string> order;
-    const auto present = byKey(names);
-    if (const auto found = present.find(key); found != present.end()) {
-        std::ranges::transform(found->second, std::back_inserter(order), undoFileName);
+    if (names.empty()) {
+        return {};
     }
-    // former names begin with a label and the time; those of one second are counted
-    std::erase_if(names, [](const std::string& name) { return parseUndoName(name) || !name.ends_with(".json"); });
-    std::ranges::sort(names, [](const std::string& one, const std::string& other) {
-        return std::tuple(undoTimeIn(one), one.size(), one) > std::tuple(undoTimeIn(other), other.size(), other);
-    });
-    order.insert(order.end(), names.begin(), names.end());
+    const fileDescriptor folder = openFolder(undoFolder());
+    if (!folder.valid()) {
+        throw systemFailure(errno, "list", undoFolder().string());
+    }
+    const std::string key = undoKeyOf(which, place);
     std::vector<undoEntry> entries;
-    for (const std::string& name : order) {
-        if (entries.size() >= most) {
+    std::size_t trusted = 0;
+    for (const std::string& name : namesInOrder(std::move(names), key)) {
+        if (trusted >= most) {
             break;
         }
-        if (auto entry = readEntry(name, key)) {
+        if (auto entry = readEntry(folder.number(), name, key)) {
+            trusted += entry->distrusted ? 0 : 1;
             entries.push_back(std::move(*entry));
         }
     }

@@ -25,6 +25,7 @@ struct undoEntry {
     std::optional<std::int64_t> timeMs; ///< since 1970 UTC, from its name
     dumpContents contents; ///< nothing in it when there is trouble
     std::string trouble; ///< why it can't be used; empty when it can
+    bool distrusted = false; ///< anybody could have put it there, who need not have written to the device
 };
 
 /// The undo files of a device, the latest first. Files whose names don't show their device, as older versions made

@@ -18,6 +18,8 @@ namespace
 
 constexpr std::size_t longestLabel = 48;
 constexpr std::size_t keyDigits = 16;
+/// No device is written so often. Adding to it never wraps.
+constexpr std::uint64_t highestNumber = 999'999'999'999;
 constexpr std::string_view ending = ".json";
 constexpr std::string_view timePattern = "00000000T000000Z";
 
@@ -87,7 +89,9 @@ std::optional<undoName> parseUndoName(std::string_view fileName)
     if (!time || !isTime(*time) || !count || !key || !isKey(*key)) {
         return std::nullopt;
     }
-    return undoName{.label = std::string(rest), .key = std::string(*key), .number = *count, .time = std::string(*time)};
+    undoName name{.label = std::string(rest), .key = std::string(*key), .number = *count, .time = std::string(*time)};
+    // "7" for "000007": two names of one number would be taken for one file
+    return *count <= highestNumber && undoFileName(name) == fileName ? std::optional(std::move(name)) : std::nullopt;
 }
 
 std::string undoLabel(const std::string& name)

@@ -26,7 +26,8 @@ struct undoName {
 
 /// "LABEL-KEY-NUMBER-TIME.json".
 [[nodiscard]] std::string undoFileName(const undoName& name);
-/// @return nothing for the name of another file; for one of the former form "LABEL-TIME.json", too
+/// @return nothing for a name that undoFileName() does not make, or with a number above 10^12; for one of the former
+/// form "LABEL-TIME.json", too
 [[nodiscard]] std::optional<undoName> parseUndoName(std::string_view fileName);
 
 /// A name for people as part of a file name.

@@ -1,5 +1,6 @@
 #include "tools/kestctl/seepromundo.h"
 
+#include <cstdio>
 #include <fmt/core.h>
 #include <optional>
 #include <string>
@@ -66,11 +67,26 @@ int listUndo(const context& shared, const seeprom& chip)
     return exitDone;
 }
 
+/// Leaves out the files that anybody could have put there, and says so.
+void passOverDistrusted(const seeprom& chip, std::vector<undoEntry>& entries)
+{
+    std::erase_if(entries, [&chip](const undoEntry& entry) {
+        if (entry.distrusted) {
+            std::fputs(escaped(fmt::format("kestctl: {}: undo passes over {}", chip.target().label, entry.trouble))
+                           .append("\n")
+                           .c_str(),
+                       stderr);
+        }
+        return entry.distrusted;
+    });
+}
+
 /// Throws a `failure` when there is none that can be used. An older one in its place would bring back what nobody
 /// expects.
 undoEntry latestUndo(const seeprom& chip)
 {
-    const std::vector<undoEntry> entries = undoFilesOf(chip.target(), placeOf(chip), 1);
+    std::vector<undoEntry> entries = undoFilesOf(chip.target(), placeOf(chip), 1);
+    passOverDistrusted(chip, entries);
     failure why{.what = "there is no undo file of it", .device = chip.target().label, .step = "undo"};
     if (entries.empty()) {
         throw why;

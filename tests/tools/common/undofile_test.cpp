@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/tools/seeprom_support.h"
 
@@ -45,6 +47,15 @@ protected:
         const auto other = file.parent_path() / (stem.substr(0, stem.size() - 21) + time + ".json");
         std::filesystem::rename(file, other);
         return other;
+    }
+    /// The name of a file with another number.
+    [[nodiscard]] static std::filesystem::path numbered(const std::filesystem::path& file, const std::string& number)
+    {
+        // "-000001-20240501T120000Z.json"
+        constexpr std::size_t tail = 29;
+        constexpr std::size_t behindNumber = 22;
+        const std::string name = file.string();
+        return name.substr(0, name.size() - tail) + "-" + number + name.substr(name.size() - behindNumber);
     }
 };
 
@@ -131,6 +142,59 @@ TEST_F(KestctlUndo, AFileOfAnotherDeviceUnderItsNameIsLeftAlone)
         json::parse(says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes", "--json"})).at("undo_file");
     writeFile(mine, readFile(other));
     EXPECT_EQ(0U, list().size());
+}
+
+/// In a folder that others may write to, a file with the highest number would otherwise be the latest.
+TEST_F(KestctlUndo, APipeOrALinkUnderALaterNameIsPassedOver)
+{
+    const std::string mine = write("A1");
+    const auto pipe = numbered(mine, "000007");
+    const auto link = numbered(mine, "000008");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0666));
+    std::filesystem::create_symlink(mine, link);
+    const json all = list();
+    ASSERT_EQ(3U, all.size());
+    EXPECT_EQ(link.string() + ": it is no regular file", all.at(0).at("trouble"));
+    EXPECT_EQ(pipe.string() + ": it is no regular file", all.at(1).at("trouble"));
+    EXPECT_EQ(mine, all.at(2).at("file"));
+    const RunResult undone = kestctl({"seeprom", "undo", "panel-vpd", "--yes"});
+    EXPECT_EQ(0, undone.exit);
+    EXPECT_EQ("kestctl: panel-vpd: undo passes over " + link.string() +
+                  ": it is no regular file\n"
+                  "kestctl: panel-vpd: undo passes over " +
+                  pipe.string() + ": it is no regular file\n",
+              undone.errors);
+    EXPECT_THAT(undone.output, HasSubstr("undoes the write of 20"));
+    EXPECT_THAT(undone.output, HasSubstr(mine));
+}
+
+TEST_F(KestctlUndo, AFileOfAnotherUserIsPassedOverAndNeverCounts)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make files of other users";
+    }
+    constexpr uid_t another = 4711;
+    const std::string mine = write("A1");
+    const auto forged = numbered(mine, "000500");
+    writeFile(forged, readFile(mine));
+    ASSERT_EQ(0, chown(forged.c_str(), another, another));
+    EXPECT_EQ(forged.string() + ": it belongs to user 4711", list().at(0).at("trouble"));
+    EXPECT_EQ(numbered(mine, "000002").string().substr(0, mine.size() - 21), write("B1").substr(0, mine.size() - 21));
+    const RunResult undone = kestctl({"seeprom", "undo", "panel-vpd", "--yes"});
+    EXPECT_EQ(0, undone.exit);
+    EXPECT_EQ("kestctl: panel-vpd: undo passes over " + forged.string() + ": it belongs to user 4711\n", undone.errors);
+    EXPECT_EQ('\xA1', image("panel")[0]);
+}
+
+TEST_F(KestctlUndo, ANumberThatNoDeviceReachesIsNoUndoFile)
+{
+    const std::string mine = write("A1");
+    writeFile(numbered(mine, "18446744073709551615"), readFile(mine));
+    const std::string second = write("B1");
+    const json all = list();
+    ASSERT_EQ(3U, all.size());
+    EXPECT_EQ(second, all.at(0).at("file"));
+    EXPECT_EQ(mine, all.at(1).at("file"));
 }
 
 TEST_F(KestctlUndo, CopiesHaveFilesOfTheirOwn)

@@ -43,6 +43,20 @@ TEST(UndoName, OfAnotherFormIsNone)
     }
 }
 
+/// Whoever can make such a file could otherwise be the latest for ever, or make the number of the next one 0.
+TEST(UndoName, WithANumberThatNoDeviceReachesIsNone)
+{
+    EXPECT_TRUE(parseUndoName("x-00112233445566ff-999999999999-20240501T120000Z.json").has_value());
+    EXPECT_FALSE(parseUndoName("x-00112233445566ff-1000000000000-20240501T120000Z.json").has_value());
+    EXPECT_FALSE(parseUndoName("x-00112233445566ff-18446744073709551615-20240501T120000Z.json").has_value());
+}
+
+TEST(UndoName, ThatIsNotMadeSoIsNone)
+{
+    EXPECT_FALSE(parseUndoName("x-00112233445566ff-42-20240501T120000Z.json").has_value());
+    EXPECT_FALSE(parseUndoName("x-00112233445566ff-0000042-20240501T120000Z.json").has_value());
+}
+
 TEST(UndoName, KeyIsTheDevicesWhateverItIsCalled)
 {
     const std::string key = keyOf("sim:planar,L,2C0256,A0");
