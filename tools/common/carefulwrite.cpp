@@ -168,13 +168,30 @@ partlyDone writePages(seeprom& chip, const writePlan& plan, widthGuard& width, c
     throw why;
 }
 
+/// Compares what was written. Whatever comes of it, all is written: a failure names what brings the old bytes back.
+void verifyAll(seeprom& chip, const writePlan& plan, const pageWatch& watch, const std::string& undoFile)
+{
+    try {
+        verifyWritten(chip, inDoubt(plan), watch);
+    } catch (failure& why) {
+        if (why.code == exitVerifyFailed) {
+            why.tryThis += "; " + restoreHint(undoFile);
+        } else {
+            why.what = fmt::format("all {} are written, but reading them back failed: {}",
+                                   countText(plan.total, "byte"), why.what);
+            why.tryThis = restoreHint(undoFile);
+        }
+        throw;
+    }
+}
+
 /// A signal that came after the last page was sent waits until the bytes have been compared.
 void finishWrite(seeprom& chip, const writePlan& plan, const pageWatch& watch, bool verify, writeReport& report)
 {
     {
         const interruptsHeld calm;
         if (verify) {
-            verifyWritten(chip, inDoubt(plan), watch);
+            verifyAll(chip, plan, watch, report.undoFile);
             report.verified = true;
         }
     }

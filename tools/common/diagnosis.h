@@ -9,7 +9,7 @@
 namespace kest::tools
 {
 
-/// Verdict of a transfer in which a byte was refused; nothing more is known of it.
+/// Verdict of a transfer in which the target did not acknowledge a data byte; nothing more is known of it.
 constexpr const char* verdictRefusedByte = "refused-byte";
 
 /// What the layer knows about a transfer that failed with ENXIO or ETIME.

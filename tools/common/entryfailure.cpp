@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <fmt/core.h>
+#include <string_view>
 
 #include "base/component.h"
 #include "kest/reasons.h"
@@ -117,6 +118,34 @@ bool hasReason(const host::loggedEntry& entry, std::uint32_t reason)
                                [reason](const host::loggedSrc& src) { return src.words[wordReason] == reason; });
 }
 
+/// What EIO means by the way in which the transaction ended.
+struct endingRow {
+    std::string_view ending;
+    const char* verdict;
+    const char* what;
+    const char* tryThis;
+};
+constexpr std::array endingRows{
+    endingRow{"data not acknowledged", verdictRefusedByte, nullptr, nullptr},
+    endingRow{"arbitration lost", "arbitration-lost", "another controller won the bus each time it was tried",
+              "try again when less goes on there"},
+    endingRow{"short", "short", "the transfer ended before its last byte", "try again"},
+};
+
+/// Tells what EIO stands for. Where the ending is not known, the text of the errno stays.
+void describeEnding(const host::loggedEntry& entry, failure& why)
+{
+    const auto* const row = std::ranges::find(endingRows, host::endingOf(entry), &endingRow::ending);
+    if (row == endingRows.end()) {
+        return;
+    }
+    why.verdict = row->verdict;
+    if (row->what != nullptr) {
+        why.what = row->what;
+        why.tryThis = row->tryThis;
+    }
+}
+
 /// Examines the bus after a transfer that nobody acknowledged, or that took too long.
 void describeSilence(const host::loggedEntry& entry, int error, const device& which, failure& why)
 {
@@ -127,7 +156,7 @@ void describeSilence(const host::loggedEntry& entry, int error, const device& wh
         why.verdict = "held";
     }
     if (error == EIO) {
-        why.verdict = verdictRefusedByte;
+        describeEnding(entry, why);
     }
 }
 

@@ -192,8 +192,9 @@ void explainFailedWrite(seeprom& chip, const doubtfulWrite& write, failure& why)
         const byteVector now = chip.read(write.whole, "read back");
         const auto equal = std::ranges::mismatch(write.wanted, now).in1 - write.wanted.begin();
         const pageCount pages = countPages(write, now, chip.pageBytes());
-        if (why.verdict == std::string_view(verdictRefusedByte) && pages.taken == 0 && pages.other == 0 &&
-            chip.read(write.whole, "read back") == now) {
+        // behind a hub it was the hub that refused
+        if (why.verdict == std::string_view(verdictRefusedByte) && !chip.target().behindHub() && pages.taken == 0 &&
+            pages.other == 0 && chip.read(write.whole, "read back") == now) {
             why.what = "the chip is write-protected: it refused a data byte, and holds the old bytes";
             why.verdict = "write-protected";
         }

@@ -71,4 +71,15 @@ std::string silenceOf(const loggedEntry& entry)
     return cleanText(fieldOf(jsonDocument::read(detailsOf(entry, firstFailureData)), "silence"));
 }
 
+std::string endingOf(const loggedEntry& entry)
+{
+    const auto record = jsonDocument::read(detailsOf(entry, firstFailureData));
+    const auto list = record ? record->root().field("transactions") : std::nullopt;
+    if (!list || list->what() != jsonDocument::kind::list || list->items().empty()) {
+        return {};
+    }
+    const auto end = list->items().back().field("end");
+    return end && end->what() == jsonDocument::kind::text ? cleanText(end->text()) : std::string();
+}
+
 } // namespace kest::host

@@ -21,6 +21,10 @@ std::string lackOf(const loggedEntry& entry);
 /// empty when they do not
 std::string silenceOf(const loggedEntry& entry);
 
+/// @return how the latest transaction of the failed call ended, as the entry's first-failure data say: "arbitration lost",
+/// "data not acknowledged", "short" and others; empty when they do not
+std::string endingOf(const loggedEntry& entry);
+
 /// @param record  first-failure data of the IIC layer, or other bytes in their place
 /// @return bus and address of the failed transfer: "BUS@HH"; empty when the record is not whole or names none
 std::string deviceOfRecord(std::string_view record);

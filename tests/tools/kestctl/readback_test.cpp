@@ -12,6 +12,7 @@ namespace
 
 using nlohmann::json;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class KestctlReadBack : public SeepromTest
 {
@@ -58,7 +59,7 @@ TEST_F(KestctlReadBack, AProtectedChipWasNeverBusy)
         5, 64, 96,
         "power-vpd: verify: what was read back differs from offset 64 (0x40) on: wrote 6e, read aa; the chip is "
         "write-protected: it holds the old bytes, and was never busy after a page; check its write-protect pin and the "
-        "area that it protects [log 0x");
+        "area that it protects; 'kestctl seeprom restore ");
     expectEntry(0x80001704, "[64, 3, 3, 0]");
 }
 
@@ -125,7 +126,7 @@ TEST_F(KestctlReadBack, TwoReadsThatDifferAreFlaky)
         result.errors,
         HasSubstr("kestctl: power-vpd: verify: what was read back differs from offset 3 (0x3) on: wrote 04, read "
                   "fb; two reads differ in 2 bytes: what the chip holds is not known; try --voted 5, or a lower "
-                  "--speed [log 0x"));
+                  "--speed; 'kestctl seeprom restore "));
     expectEntry(0x80001705, "[2, 2, 5, 0]");
     EXPECT_EQ("\x01\x02\x03\x04\x05", image("power").substr(0, 5));
 }
@@ -140,8 +141,38 @@ TEST_F(KestctlReadBack, BytesThatAreNeitherOldNorNewPointAtTheType)
     EXPECT_THAT(
         complaint(5, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes"}),
         HasSubstr("differs from offset 2 (0x2) on: wrote 03, read 13; two reads agree on bytes that are neither old "
-                  "nor new: check the type of the device [log 0x"));
+                  "nor new: check the type of the device; 'kestctl seeprom restore "));
     expectEntry(0x80001701, "[2, 3, 19, 0]");
+}
+
+/// The fifth byte of a page write is its third data byte; reads send two.
+TEST_F(KestctlReadBack, LostArbitrationIsNoProtection)
+{
+    fault({"arbitration", "--bus", "planar", "--address", "0xA8", "--way", "write", "--byte", "5"});
+    fails(
+        1, 64, 32,
+        "power-vpd: write: another controller won the bus each time it was tried; the first 0 of 32 bytes are certain "
+        "(read back); 'kestctl seeprom restore ");
+    const RunResult result = kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01020304", "--yes"});
+    EXPECT_EQ("arbitration-lost", json::parse(result.output).at("error").at("verdict"));
+}
+
+TEST_F(KestctlReadBack, AWriteThatEndsShortIsNoProtection)
+{
+    fault({"short", "--bus", "planar", "--address", "0xA8", "--way", "write", "--byte", "3"});
+    const RunResult result = kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01020304", "--yes"});
+    EXPECT_EQ(1, result.exit);
+    EXPECT_EQ("short", json::parse(result.output).at("error").at("verdict"));
+}
+
+TEST_F(KestctlReadBack, AReadBackThatFailsLeavesAWrittenChip)
+{
+    fault({"short", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", "6", "--count", "1"});
+    const std::string line = complaint(1, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes"});
+    EXPECT_THAT(line, StartsWith("power-vpd: verify: all 5 bytes are written, but reading them back failed: the "
+                                 "transfer ended before its last byte; 'kestctl seeprom restore "));
+    EXPECT_THAT(line, HasSubstr("state/undo/power-vpd-"));
+    EXPECT_EQ("\x01\x02\x03\x04\x05", image("power").substr(0, 5));
 }
 
 TEST_F(KestctlReadBack, FailuresOfReadsHaveEntriesOfTheirOwn)

@@ -204,7 +204,8 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
         MatchesRegex(
             "panel-vpd: verify: what was read back differs from offset 16 \\(0x10\\) on: wrote 01, read aa; the "
             "chip is write-protected: it holds the old bytes, and was never busy after a page; check its write-protect "
-            "pin and the area that it protects \\[log 0x[0-9A-F]+\\]"));
+            "pin and the area that it protects; 'kestctl seeprom restore [^ ]*/undo/panel-vpd-[^ ]*' puts the old "
+            "bytes back \\[log 0x[0-9A-F]+\\]"));
     const json entry = json::parse(says({"errors", "show", "last", "--json"}));
     EXPECT_EQ(0x80001704U, entry.at("return_code"));
     EXPECT_EQ("the chip is write-protected", entry.at("reason_text"));
@@ -237,7 +238,7 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
     EXPECT_EQ(5, written.exit);
     EXPECT_THAT(written.errors, HasSubstr("the reads differed at offsets 0x1 0x2\n"));
     EXPECT_THAT(written.errors, HasSubstr("wrote 03, read fc; two reads differ in 2 bytes: what the chip holds is not "
-                                          "known; try --voted 5, or a lower --speed [log 0x"));
+                                          "known; try --voted 5, or a lower --speed; 'kestctl seeprom restore "));
     const json entry = json::parse(says({"errors", "show", "last", "--json"}));
     EXPECT_EQ(0x80001705U, entry.at("return_code"));
     EXPECT_EQ(json::parse("[1, 2, 3, 0]"), entry.at("srcs").at(0).at("user_data"));
