@@ -4,12 +4,17 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sstream>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 
-#include "base/descriptor.h"
 #include "platform/host/iic/bytelocks.h"
 #include "platform/host/iic/operationlock.h"
+
+#ifndef F_OFD_SETLK
+#define F_OFD_SETLK 37
+#endif
 
 namespace kest::test
 {
@@ -55,6 +60,34 @@ bool HeldPages::awaitWriter() const
         ownDescriptor(open((m_identity.folder / (m_identity.name + ".lock")).c_str(), O_RDWR | O_CLOEXEC)));
     return file.valid() &&
            awaitThat([&] { return host::iic::isByteLocked(file.number(), F_WRLCK, waitingWriters + m_address); });
+}
+
+HeldMachine::HeldMachine(const std::filesystem::path& folder)
+    : m_file(ownDescriptor(open((folder / "machine.state").c_str(), O_RDWR | O_CLOEXEC)))
+{
+    struct flock all {
+    };
+    all.l_type = F_WRLCK;
+    all.l_whence = SEEK_SET;
+    struct stat facts {
+    };
+    EXPECT_EQ(0, fcntl(m_file.number(), F_OFD_SETLK, &all));
+    EXPECT_EQ(0, fstat(m_file.number(), &facts));
+    m_inode = ":" + std::to_string(facts.st_ino) + " ";
+}
+
+bool HeldMachine::awaitUser() const
+{
+    // "1: -> OFDLCK ADVISORY  WRITE -1 08:01:1234 0 0"
+    return awaitThat([&] {
+        std::istringstream locks(readFile("/proc/locks"));
+        for (std::string line; std::getline(locks, line);) {
+            if (line.find("-> OFDLCK") != std::string::npos && line.find(m_inode) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    });
 }
 
 bool deliver(const Program& program, int signal)

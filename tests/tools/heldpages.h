@@ -1,9 +1,11 @@
-/// Stops a program in the middle of a write, at a moment that the test knows.
+/// Stops a program in the middle of its work, at a moment that the test knows.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
+#include "base/descriptor.h"
 #include "platform/host/iic/locks.h"
 #include "tests/tools/program.h"
 
@@ -25,6 +27,23 @@ private:
     host::iic::busIdentity m_identity;
     std::uint8_t m_address;
     host::iic::addressLocks m_locks;
+};
+
+/// The lock of all buses of a simulated machine. While the test has it, another process waits before whatever happens
+/// next on a bus.
+class HeldMachine
+{
+public:
+    /// @param folder  of the machine, which has been used before
+    explicit HeldMachine(const std::filesystem::path& folder);
+
+    /// Waits until another process waits for a bus. @return false when none does within the limit for everything
+    [[nodiscard]] bool awaitUser() const;
+    void letGo() { m_file = fileDescriptor(); }
+
+private:
+    fileDescriptor m_file;
+    std::string m_inode; ///< as /proc/locks has it
 };
 
 /// Sends a signal to a program and waits until the program has taken it. @return false when it has ended, or the time

@@ -95,6 +95,15 @@ void take(operationLock& lock, const device& which, const operationRequest& requ
     }
 }
 
+void endWhenInterrupted(const device& which, const std::string& step, const std::string& more)
+{
+    if (const int signal = interruptSignal()) {
+        failure why = interruption(signal, which.label, step);
+        why.what += more;
+        throw why;
+    }
+}
+
 } // namespace
 
 deviceOperation::deviceOperation(const std::vector<device>& devices, const operationRequest& request)
@@ -103,6 +112,15 @@ deviceOperation::deviceOperation(const std::vector<device>& devices, const opera
         take(*wanted.lock, wanted.which, request);
         m_locks.push_back(std::move(wanted.lock));
     }
+}
+
+void whileHeld(const device& which, const operationRequest& request, const std::function<void()>& step,
+               const std::string& notDone, const std::string& done)
+{
+    const deviceOperation held(which, request);
+    endWhenInterrupted(which, request.doing, notDone);
+    step();
+    endWhenInterrupted(which, request.doing, done);
 }
 
 std::unique_ptr<operationLock> operationLockOf(const device& which, operationUse use)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,12 @@ private:
     interruptWatch m_watch;
     std::vector<std::unique_ptr<operationLock>> m_locks;
 };
+
+/// Has a device for one step, such as a transfer. A signal that came before the step ends the command without it, one
+/// that comes meanwhile ends it behind the step: throws an interruption().
+/// @param notDone, done  what the interruption says in these cases, such as "; nothing was written"; may be empty
+void whileHeld(const device& which, const operationRequest& request, const std::function<void()>& step,
+               const std::string& notDone = {}, const std::string& done = {});
 
 /// @return the lock of a device; null when its bus can't be opened
 [[nodiscard]] std::unique_ptr<operationLock> operationLockOf(const device& which, operationUse use);

@@ -8,6 +8,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/guard.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/json.h"
 #include "tools/common/machine.h"
 #include "tools/common/number.h"
@@ -95,9 +96,11 @@ std::vector<std::string> allDevices()
     return names;
 }
 
-/// Reports for each device whether it is present. The exit code is that of the first one that is not.
+/// Reports for each device whether it is present. The exit code is that of the first one that is not. A signal ends it
+/// behind the device that is under way.
 int runDetect(const context& shared, const detectOptions& options)
 {
+    const interruptWatch signals;
     int code = exitDone;
     jsonList rows;
     const std::vector<std::string> names = options.devices.empty() ? allDevices() : options.devices;
@@ -113,6 +116,7 @@ int runDetect(const context& shared, const detectOptions& options)
         }
         rows.push_back(asJson(found));
         code = code == exitDone ? found.why.code : code;
+        throwIfInterrupted(found.which.label, "detect");
     }
     if (shared.json) {
         standardOutput().json({{"devices", rows}});

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <fmt/core.h>
+#include <functional>
 
 #include "kest/dataport.h"
 #include "tools/common/attributes.h"
@@ -114,17 +115,19 @@ jsonValue head(const device& which)
 }
 
 /// Takes the device for a write: pins that are not chosen are read and written back.
-deviceOperation holdForWriting(const device& which, const char* doing, std::uint64_t waitNs)
+void writeHeld(const device& which, const char* doing, std::uint64_t waitNs, const std::function<void()>& step)
 {
-    return {which, {.use = operationUse::write, .doing = doing, .waitNs = waitNs}};
+    whileHeld(which, {.use = operationUse::write, .doing = doing, .waitNs = waitNs}, step, "; nothing was written",
+              "; all is written");
 }
 
 std::uint32_t readPins(const device& which, const portReadOptions& options)
 {
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    const deviceOperation held(which, {.use = operationUse::read, .doing = "port read", .waitNs = options.waitNs});
     std::uint32_t value = 0;
-    throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
+    whileHeld(which, {.use = operationUse::read, .doing = "port read", .waitNs = options.waitNs}, [&] {
+        throwEntry(KEST_dpRead(which.text.c_str(), options.mask, &value, attributes.data(), 0), which, "port read");
+    });
     return value;
 }
 
@@ -132,9 +135,10 @@ void writePins(const device& which, const portOperation& operation, std::uint32_
                const portWriteOptions& options)
 {
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    const deviceOperation held = holdForWriting(which, "port write", options.waitNs);
-    throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
-               "port write");
+    writeHeld(which, "port write", options.waitNs, [&] {
+        throwEntry(KEST_dpWrite(which.text.c_str(), operation.operation, bits, mask, attributes.data(), 0), which,
+                   "port write");
+    });
 }
 
 int runPortRead(const context& shared, const portReadOptions& options)
@@ -192,8 +196,9 @@ void configurePins(const device& which, const portFunction& function, std::uint3
                    const portConfigOptions& options)
 {
     const attributeRecord attributes = hardwareAttributes(options.speedKhz);
-    const deviceOperation held = holdForWriting(which, "port config", options.waitNs);
-    throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
+    writeHeld(which, "port config", options.waitNs, [&] {
+        throwEntry(KEST_dpConfig(which.text.c_str(), function.config, value, attributes.data()), which, "port config");
+    });
 }
 
 int runPortConfig(const context& shared, const portConfigOptions& options)

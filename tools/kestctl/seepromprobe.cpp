@@ -117,12 +117,15 @@ void tellText(const device& which, const widthFinding& finding, const std::optio
 
 widthFinding proveHeld(const device& which, const probeOptions& options)
 {
-    const deviceOperation held(which, {.use = operationUse::read, .doing = "seeprom probe", .waitNs = options.waitNs});
-    return proveWidth(which, options.speedKhz);
+    widthFinding finding;
+    whileHeld(which, {.use = operationUse::read, .doing = "seeprom probe", .waitNs = options.waitNs},
+              [&] { finding = proveWidth(which, options.speedKhz); });
+    return finding;
 }
 
 int runSeepromProbe(const context& shared, const probeOptions& options)
 {
+    const interruptWatch signals;
     const device which = findDevice(options.device);
     refuseUnservedChain(which);
     requireKind(which, {deviceKind::seeprom}, "seeprom probe");

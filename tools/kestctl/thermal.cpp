@@ -32,9 +32,9 @@ struct thermalReadOptions {
 
 std::uint16_t readSample(const device& which, std::uint64_t waitNs)
 {
-    const deviceOperation held(which, {.use = operationUse::read, .doing = "thermal read", .waitNs = waitNs});
     KEST_thermal_sensor_info info{.devicePath = which.text.c_str(), .temperature = 0, .status = 0};
-    throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which, "thermal read");
+    whileHeld(which, {.use = operationUse::read, .doing = "thermal read", .waitNs = waitNs},
+              [&] { throwEntry(KEST_thermal_sensor_read_temperature_data(&info), which, "thermal read"); });
     if (info.status != KEST_THERMAL_VALID) {
         throw failure{
             .code = exitFailed, .what = "the reading is not valid", .device = which.label, .step = "thermal read"};

@@ -206,5 +206,48 @@ TEST_F(KestctlInterrupt, AWatchOfASensorEndsAsEver)
     EXPECT_EQ("", ended.errors);
 }
 
+TEST_F(KestctlInterrupt, DetectionEndsBehindTheDeviceThatIsUnderWay)
+{
+    says({"detect", "panel-vpd"});
+    HeldMachine held(machine());
+    Program detect("kestctl", {"detect", "panel-vpd", "planar-vpd"}, configured());
+    ASSERT_TRUE(held.awaitUser());
+    ASSERT_TRUE(deliver(detect, SIGINT));
+    held.letGo();
+    const RunResult ended = detect.finish();
+    EXPECT_EQ(130, ended.exit);
+    EXPECT_EQ("panel-vpd: 24C02 at A4 = 0x52: present\n", ended.output);
+    EXPECT_EQ("kestctl: panel-vpd: detect: interrupted\n", ended.errors);
+}
+
+TEST_F(KestctlInterrupt, CommandsOfOneTransferEndWithTheSignalsExitCode)
+{
+    struct Row {
+        std::vector<std::string> command;
+        int signal;
+        int exit;
+        const char* line;
+    };
+    says({"detect", "panel-vpd"});
+    for (const Row& each :
+         {Row{{"port", "read", "panel-leds"}, SIGTERM, 143, "panel-leds: port read: ended by SIGTERM"},
+          Row{{"thermal", "read", "inlet-temp"}, SIGINT, 130, "inlet-temp: thermal read: interrupted"},
+          Row{{"seeprom", "probe", "panel-vpd"}, SIGINT, 130, "panel-vpd: seeprom probe: interrupted"},
+          Row{{"port", "write", "panel-leds", "on", "--pins", "0"},
+              SIGHUP,
+              129,
+              "panel-leds: port write: ended by SIGHUP: the terminal was closed; nothing was written"}}) {
+        HeldMachine held(machine());
+        Program program("kestctl", each.command, configured());
+        ASSERT_TRUE(held.awaitUser()) << each.line;
+        ASSERT_TRUE(deliver(program, each.signal)) << each.line;
+        held.letGo();
+        const RunResult ended = program.finish();
+        EXPECT_EQ(each.exit, ended.exit) << each.line;
+        EXPECT_EQ("", ended.output);
+        EXPECT_EQ("kestctl: " + std::string(each.line) + "\n", ended.errors);
+    }
+}
+
 } // namespace
 } // namespace kest::test

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "tests/host/usedconfiguration.h"
 #include "tests/tools/heldpages.h"
@@ -230,6 +231,29 @@ TEST_F(KestctlOperation, AUserWhoMayNotLockIsToldWhere)
 TEST_F(KestctlOperation, TheTimeToWaitIsCheckedLikeAnyOther)
 {
     EXPECT_THAT(complaint(2, {"seeprom", "read", "planar-vpd", "--wait", "soon"}), HasSubstr("--wait"));
+}
+
+/// The step goes on to its end: what it has written is written.
+TEST_F(KestctlOperation, ASignalInTheMiddleOfAStepEndsTheCommandBehindIt)
+{
+    bool ended = false;
+    try {
+        tools::whileHeld(
+            tools::findDevice("planar-vpd"), {.use = operationUse::write, .doing = "port write"},
+            [&ended] {
+                kill(getpid(), SIGTERM);
+                while (tools::pauseUnlessInterrupted(1'000'000)) {}
+                ended = true;
+            },
+            "; nothing was written", "; all is written");
+        ADD_FAILURE() << "no interruption";
+    } catch (const tools::failure& why) {
+        EXPECT_EQ(143, why.code);
+        EXPECT_EQ("ended by SIGTERM; all is written", why.what);
+        EXPECT_EQ("planar-vpd", why.device);
+        EXPECT_EQ("port write", why.step);
+    }
+    EXPECT_TRUE(ended);
 }
 
 } // namespace
