@@ -24,10 +24,13 @@ else()
   set(KEST_HAVE_SYSTEMD ${SYSTEMD_FOUND})
 endif()
 # {fmt} and toml++ as libraries, which compile much faster than their headers alone. Sanitizers see only what is compiled here, and a
-# cross compiler has no libraries: there they are header-only.
+# cross compiler has no libraries: there {fmt} is compiled once, and toml++, which few sources include, is header-only.
 set(KEST_FORMATTING "")
 if(CMAKE_CROSSCOMPILING OR KEST_SANITIZE)
-  target_compile_definitions(kest_headers INTERFACE FMT_HEADER_ONLY)
+  add_library(kest_formatting STATIC EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/cmake/formatting.cpp)
+  target_include_directories(kest_formatting SYSTEM PRIVATE $<$<BOOL:${CMAKE_CROSSCOMPILING}>:${CMAKE_BINARY_DIR}/headers>)
+  set_target_properties(kest_formatting PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_link_libraries(kest_headers INTERFACE kest_formatting)
 elseif(KEST_HOST_PLATFORM)
   pkg_check_modules(FORMATTING REQUIRED IMPORTED_TARGET fmt tomlplusplus)
   set(KEST_FORMATTING PkgConfig::FORMATTING)
