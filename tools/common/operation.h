@@ -34,8 +34,9 @@ struct operationRequest {
 class deviceOperation
 {
 public:
-    /// Waits for others, with one line on standard error that says for whom; a signal ends that. A device whose bus can't be opened is not held: using it fails with the reason. Throws a
-    /// `failure`: 6 when others still have a device, 3 when the user may not lock it, an interruption().
+    /// Waits for others, with one line on standard error that says for whom; a signal ends that. A device whose bus can't
+    /// be opened is not held: using it fails with the reason. Throws a `failure`: 6 when others still have a device, 3
+    /// when the user may not lock it, an interruption().
     /// @param devices  all that the operation uses; two programs that use the same never wait for each other
     deviceOperation(const std::vector<device>& devices, const operationRequest& request);
     deviceOperation(const device& which, const operationRequest& request)

@@ -12,6 +12,7 @@
 #include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/operation.h"
@@ -143,6 +144,7 @@ void writePins(const device& which, const portOperation& operation, std::uint32_
 
 int runPortRead(const context& shared, const portReadOptions& options)
 {
+    const interruptWatch signals;
     const device which = portDevice(options, "port read", true);
     const std::uint32_t value = readPins(which, options);
     if (shared.json) {
@@ -164,6 +166,7 @@ int runPortRead(const context& shared, const portReadOptions& options)
 /// Changes only the chosen pins. Asks before it drives a hub's reset line.
 int runPortWrite(const context& shared, const portWriteOptions& options)
 {
+    const interruptWatch signals;
     const device which = portDevice(options, "port write", false);
     const portOperation& operation = findOperation(options.operation, which);
     const bool copies = operation.operation == KEST_DP_COPY;
@@ -204,6 +207,7 @@ void configurePins(const device& which, const portFunction& function, std::uint3
 int runPortConfig(const context& shared, const portConfigOptions& options)
 {
     constexpr std::uint64_t highestByte = 0xFF;
+    const interruptWatch signals;
     const device which = portDevice(options, "port config", false);
     const portFunction& function = findFunction(options.function, which);
     if (which.end().type->pins < function.pinsRequired) {

@@ -11,6 +11,7 @@
 #include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/operation.h"
 #include "tools/common/output.h"
