@@ -1,13 +1,16 @@
 #include "tools/kestctl/seepromprobe.h"
 
+#include <cerrno>
 #include <fmt/core.h>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
+#include "tools/common/diagnosis.h"
 #include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
@@ -87,17 +90,24 @@ void refuseDriversDevice(const device& which, bool force)
 }
 
 /// A part that did not answer, or a bus in trouble, is a failure; content that shows nothing is not.
-void throwTrouble(const device& which, const widthFinding& finding)
+void throwTrouble(device which, const widthFinding& finding, std::uint32_t speedKhz)
 {
     if (finding.error == 0) {
         return;
     }
-    errnoAdvice advice = adviceFor(finding.error, {which.bus, which.node});
-    failure why{.code = advice.code,
-                .what = advice.what + ": " + finding.seen,
-                .tryThis = advice.tryThis,
-                .device = which.label,
-                .step = "probe"};
+    const busName bus{which.bus, which.node};
+    errnoAdvice advice = adviceFor(finding.error, bus);
+    failure why{
+        .code = advice.code, .what = advice.what, .tryThis = advice.tryThis, .device = which.label, .step = "probe"};
+    if (finding.error == ENXIO || finding.error == ETIME) {
+        which.speedKhz = speedKhz != 0 ? speedKhz : libraryKhz;
+        diagnoseSilence({.error = finding.error}, which, why);
+        nameBus(why.tryThis, bus);
+    }
+    // what the bus shows says more than how the reads ended
+    if (std::string_view(why.verdict).empty() && why.what != finding.seen) {
+        why.what += ": " + finding.seen;
+    }
     hintAtWrongForm(why, which);
     throw why;
 }
@@ -132,7 +142,7 @@ int runSeepromProbe(const context& shared, const probeOptions& options)
     requireKind(which, {deviceKind::seeprom}, "seeprom probe");
     refuseDriversDevice(which, options.force);
     const widthFinding finding = proveHeld(which, options);
-    throwTrouble(which, finding);
+    throwTrouble(which, finding, options.speedKhz);
     const std::optional<proposedRow> row = proposeRow(which, finding);
     if (shared.json) {
         jsonValue result{{"device", which.label}, {"text", which.text}, {"claimed", which.end().type->code}};

@@ -181,5 +181,20 @@ TEST_F(KestctlDiagnosis, AChipThatIsAskedTooFast)
     EXPECT_EQ("too-fast", error.at("verdict"));
 }
 
+/// It makes no entry of the error log.
+TEST_F(KestctlDiagnosis, AProbeTellsWhatTheBusShows)
+{
+    EXPECT_EQ("sim:planar,L,1C0002,AE: probe: nothing answers at AE = 0x57; check address and power; 'kestctl scan "
+              "sim:planar' shows what does",
+              complaint(4, {"seeprom", "probe", "sim:planar,L,1C0002,AE"}));
+    startWriteCycle("870");
+    EXPECT_EQ("panel-vpd: probe: the chip did not acknowledge for the whole wait, and does now: it was in a write "
+              "cycle; try again in a moment",
+              complaint(6, {"seeprom", "probe", "panel-vpd"}));
+    fault({"hold-scl", "--bus", "planar"});
+    EXPECT_EQ("panel-vpd: probe: the bus is held: SCL stays low; no reset frees SCL: power-cycle what holds it",
+              complaint(1, {"seeprom", "probe", "panel-vpd"}));
+}
+
 } // namespace
 } // namespace kest::test
