@@ -149,16 +149,6 @@ std::string settingsText(const host::configuration& current)
     return text;
 }
 
-/// The number after those of the device table: the copies of its devices stay theirs.
-std::uint64_t firstFreeNumber(const host::configuration& current)
-{
-    std::uint64_t highest = 0;
-    for (const host::deviceEntry& entry : current.devices) {
-        highest = std::max<std::uint64_t>(highest, entry.number);
-    }
-    return highest == highestNumber ? 1 : highest + 1;
-}
-
 } // namespace
 
 std::string tomlText(const std::string& text)
@@ -178,6 +168,15 @@ std::string tomlText(const std::string& text)
         rest.remove_prefix(length == 0 ? brokenUtf8Length(rest) : length);
     }
     return quoted + "\"";
+}
+
+std::uint64_t firstFreeNumber(const host::configuration& current)
+{
+    std::uint64_t highest = 0;
+    for (const host::deviceEntry& entry : current.devices) {
+        highest = std::max<std::uint64_t>(highest, entry.number);
+    }
+    return highest == highestNumber ? 1 : highest + 1;
 }
 
 proposal::proposal(const host::configuration& current) : m_current(current), m_number(firstFreeNumber(current)) {}

@@ -14,6 +14,9 @@
 namespace kest::tools
 {
 
+/// The number after those of the device table: the copies of its devices stay theirs. 1 when there is none after them.
+[[nodiscard]] std::uint64_t firstFreeNumber(const host::configuration& current);
+
 /// Builds the file, bus by bus. Rows that can be used as they are stand in it ready; those that somebody has to decide
 /// on are comments.
 class proposal

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/configuration/configuration.h"
 #include "tools/common/advice.h"
 #include "tools/common/bus.h"
 #include "tools/common/device.h"
@@ -18,6 +19,7 @@
 #include "tools/common/number.h"
 #include "tools/common/operation.h"
 #include "tools/common/output.h"
+#include "tools/common/proposal.h"
 #include "tools/common/widthproof.h"
 #include "tools/kestctl/area.h"
 
@@ -53,6 +55,9 @@ std::optional<proposedRow> proposeRow(const device& which, const widthFinding& f
     device& part = row.which;
     part.links.back().type = canBe(finding, *claimed) ? claimed : fitting.front();
     part.text = deviceText(part.bus, part.node, part.links);
+    // number 0 of the table would be the messages' own in file and mixed mode
+    part.number =
+        part.number != 0 ? part.number : static_cast<std::uint32_t>(firstFreeNumber(host::currentConfiguration()));
     row.text = fmt::format("[[device]]\nnumber = 0x{:08X}\n", part.number);
     if (part.position != 0) {
         row.text += fmt::format("position = {}\n", part.position);

@@ -28,7 +28,7 @@ TEST_F(KestctlProbe, TellsAPartWithOneOffsetByteWhateverItIsCalled)
               "types that fit: 24C02 (1C0002)\n"
               "\n"
               "[[device]]\n"
-              "number = 0x00000000\n"
+              "number = 0x0000D023\n"
               "location = \"sim:planar,L,1C0002,A4\"\n",
               says({"seeprom", "probe", asLarge}));
     EXPECT_EQ(variedBytes(256), image("panel"));
