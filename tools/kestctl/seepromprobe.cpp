@@ -56,8 +56,9 @@ std::optional<proposedRow> proposeRow(const device& which, const widthFinding& f
     part.links.back().type = canBe(finding, *claimed) ? claimed : fitting.front();
     part.text = deviceText(part.bus, part.node, part.links);
     // number 0 of the table would be the messages' own in file and mixed mode
-    part.number =
-        part.number != 0 ? part.number : static_cast<std::uint32_t>(firstFreeNumber(host::currentConfiguration()));
+    if (!part.named && part.number == 0) {
+        part.number = static_cast<std::uint32_t>(firstFreeNumber(host::currentConfiguration()));
+    }
     row.text = fmt::format("[[device]]\nnumber = 0x{:08X}\n", part.number);
     if (part.position != 0) {
         row.text += fmt::format("position = {}\n", part.position);

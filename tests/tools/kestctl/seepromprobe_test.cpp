@@ -57,6 +57,15 @@ TEST_F(KestctlProbe, AsksTheHubBeforeAPart)
     EXPECT_EQ(0, kestctl({"seeprom", "read", "riser-vpd", "--length", "16"}).exit);
 }
 
+TEST_F(KestctlProbe, KeepsTheNumberThatTheTableGives)
+{
+    panel(variedBytes(256));
+    std::string table = readFile(machine() / "kest.toml");
+    const std::size_t number = table.rfind("number = ", table.find("name = \"panel-vpd\""));
+    writeFile(machine() / "kest.toml", table.replace(number, 15, "number = 0"));
+    EXPECT_EQ(0, json::parse(says({"--json", "seeprom", "probe", "panel-vpd"})).at("entry").at("number"));
+}
+
 TEST_F(KestctlProbe, OfABlankPartShowsNothing)
 {
     panel(std::string(256, '\xFF'));
