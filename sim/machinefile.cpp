@@ -90,7 +90,7 @@ void checkChips(const machineDescription& machine, const std::string& fileName)
             checkProtection(machine, chip, fileName);
         }
         const auto fail = [&](const std::string& what) {
-            throw std::runtime_error{fileName + ":" + chip.place + ": " + what};
+            throw std::runtime_error{std::string{fileName}.append(":").append(chip.place).append(": ").append(what)};
         };
         for (const std::uint8_t address : chip.answers()) {
             if (!places.emplace(chip.bus, chip.behindHub, chip.hub, chip.port, address).second) {

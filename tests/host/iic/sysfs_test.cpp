@@ -27,9 +27,9 @@ protected:
         std::filesystem::create_directories((root() / from).parent_path());
         std::filesystem::create_symlink(to, root() / from);
     }
-    [[nodiscard]] const std::filesystem::path& root() const { return m_folder.path(); }
+    [[nodiscard]] const std::filesystem::path& root() const { return folder.path(); }
 
-    TemporaryFolder m_folder{TemporaryFolder::inMemory};
+    TemporaryFolder folder{TemporaryFolder::inMemory};
     int error = -1;
 };
 

@@ -41,7 +41,7 @@ protected:
                                         root() / "sys/bus/i2c/devices/7-0050/driver");
         write("sys/bus/i2c/devices/7-0048/name", "lm75\n");
     }
-    [[nodiscard]] const std::filesystem::path& root() const { return m_folder.path(); }
+    [[nodiscard]] const std::filesystem::path& root() const { return folder.path(); }
 
     /// The bus of the made-up node; the test fails when there is none.
     [[nodiscard]] busDescription bus(unsigned int number = 7)
@@ -54,7 +54,7 @@ protected:
         return found == all.end() ? busDescription() : *found;
     }
 
-    test::TemporaryFolder m_folder{test::TemporaryFolder::inMemory};
+    test::TemporaryFolder folder{test::TemporaryFolder::inMemory};
     test::OwnConfiguration own;
     test::FakeKernel kernel;
     std::vector<failure> trouble;

@@ -22,7 +22,7 @@ class BusParts : public testing::Test
 protected:
     void name(const std::string& device, const std::string& part, const std::string& driver = {}) const
     {
-        const auto where = m_folder.path() / "bus/i2c/devices" / device;
+        const auto where = folder.path() / "bus/i2c/devices" / device;
         std::filesystem::create_directories(where);
         std::ofstream(where / "name") << part << '\n';
         if (!driver.empty()) {
@@ -32,14 +32,14 @@ protected:
     /// The part at an address; the test fails when there is none.
     [[nodiscard]] foundPart at(std::uint8_t address) const
     {
-        const std::vector<foundPart> parts = findParts({"/dev/i2c-7", "L"}, host::iic::sysfs(m_folder.path()), {});
+        const std::vector<foundPart> parts = findParts({"/dev/i2c-7", "L"}, host::iic::sysfs(folder.path()), {});
         const auto found = std::ranges::find(parts, address, &foundPart::address);
         EXPECT_NE(parts.end(), found);
         return found == parts.end() ? foundPart() : *found;
     }
     static std::string typeOf(const foundPart& part) { return part.types.empty() ? "" : part.types.front()->code; }
 
-    test::TemporaryFolder m_folder{test::TemporaryFolder::inMemory};
+    test::TemporaryFolder folder{test::TemporaryFolder::inMemory};
     test::OwnConfiguration own;
     test::FakeKernel kernel;
 };
