@@ -25,8 +25,8 @@ protected:
     /// The machine of a template, with random bytes in all images.
     void make(const std::string& name)
     {
-        m_machine = folder() / name;
-        ASSERT_EQ(0, run("kestctl", {"sim", "new", m_machine.string(), "--template", name}).exit);
+        place = folder() / name;
+        ASSERT_EQ(0, run("kestctl", {"sim", "new", place.string(), "--template", name}).exit);
         useBare();
         // the images are made when their buses are first used
         ASSERT_EQ(0, bare({"buses"}).exit);
@@ -34,13 +34,13 @@ protected:
         for (const auto& [image, bytes] : images()) {
             std::string content(bytes.size(), '\0');
             std::ranges::generate(content, [&random] { return static_cast<char>(random() >> 8U); });
-            writeFile(m_machine / image, content);
+            writeFile(place / image, content);
         }
     }
     void useBare(const std::string& more = {}) const
     {
         writeFile(bareFile(), "state = \"" + (folder() / "state").string() + "\"\n[machine]\nfolder = \"" +
-                                  m_machine.string() + "\"\n" + more);
+                                  place.string() + "\"\n" + more);
     }
     [[nodiscard]] std::filesystem::path bareFile() const { return folder() / "bare.toml"; }
     [[nodiscard]] RunResult bare(std::vector<std::string> arguments, RunOptions options = {}) const
@@ -71,7 +71,7 @@ protected:
     [[nodiscard]] std::map<std::string, std::string> images() const
     {
         std::map<std::string, std::string> all;
-        for (const auto& entry : std::filesystem::directory_iterator(m_machine)) {
+        for (const auto& entry : std::filesystem::directory_iterator(place)) {
             if (entry.path().extension() == ".bin") {
                 all[entry.path().filename().string()] = readFile(entry.path());
             }
@@ -79,7 +79,7 @@ protected:
         return all;
     }
 
-    std::filesystem::path m_machine = machine();
+    std::filesystem::path place = machine();
 };
 
 TEST_F(KestctlInit, ProposesAFileThatSaysWhatIsProvedAndWhatIsAGuess)
