@@ -56,7 +56,7 @@ protected:
             ends.push_back(end);
         }
         // at another place of the step each time
-        for (unsigned turn = 0; turn < reports * 389 % 4096; ++turn) {
+        for (unsigned turn = 0; turn < reports * 389 % 64; ++turn) {
             sched_yield();
         }
         kill(child, SIGKILL);
