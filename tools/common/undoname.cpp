@@ -85,13 +85,16 @@ std::optional<undoName> parseUndoName(std::string_view fileName)
     const auto time = takeLastPart(rest);
     const auto number = takeLastPart(rest);
     const auto key = takeLastPart(rest);
-    const auto count = number ? parseCount(*number) : std::nullopt;
-    if (!time || !isTime(*time) || !count || !key || !isKey(*key)) {
+    if (!time || !isTime(*time) || !number || !key || !isKey(*key)) {
+        return std::nullopt;
+    }
+    const auto count = parseCount(*number);
+    if (!count || *count > highestNumber) {
         return std::nullopt;
     }
     undoName name{.label = std::string(rest), .key = std::string(*key), .number = *count, .time = std::string(*time)};
     // "7" for "000007": two names of one number would be taken for one file
-    return *count <= highestNumber && undoFileName(name) == fileName ? std::optional(std::move(name)) : std::nullopt;
+    return undoFileName(name) == fileName ? std::optional(std::move(name)) : std::nullopt;
 }
 
 std::string undoLabel(const std::string& name)
