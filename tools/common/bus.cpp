@@ -28,6 +28,21 @@ failure busFailure(int error, const busName& bus, const std::string& step)
 
 } // namespace
 
+const char* presenceText(host::iic::presence state)
+{
+    switch (state) {
+    case host::iic::presence::present:
+        return "present";
+    case host::iic::presence::absent:
+        return "absent";
+    case host::iic::presence::heldByDriver:
+        return "held-by-driver";
+    case host::iic::presence::uncertain:
+        break;
+    }
+    return "uncertain";
+}
+
 std::string busText(const busName& bus) { return bus.node == "L" ? bus.path : bus.path + " on node " + bus.node; }
 
 std::unique_ptr<host::iic::toolBus> openBus(const busName& bus)

@@ -34,6 +34,9 @@ void refuseDoubtfulWrite(const device& which, bool force);
 /// Nine clocks and a STOP, or what the adapter has for it. Throws a `failure`.
 void resetBus(const busName& bus);
 
+/// "present", "absent", "held-by-driver", "uncertain": what a probe found, as JSON has it.
+[[nodiscard]] const char* presenceText(host::iic::presence state);
+
 /// "sim:planar", "sim:planar on node 3".
 [[nodiscard]] std::string busText(const busName& bus);
 

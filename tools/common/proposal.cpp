@@ -15,8 +15,6 @@ namespace kest::tools
 namespace
 {
 
-using host::iic::presence;
-
 constexpr std::size_t columns = 100;
 constexpr std::size_t longestName = 63;
 // DEL is none either
@@ -48,21 +46,6 @@ std::string comment(const std::string& words)
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
     return text + line + "\n";
-}
-
-const char* stateText(presence state)
-{
-    switch (state) {
-    case presence::present:
-        return "present";
-    case presence::absent:
-        return "absent";
-    case presence::heldByDriver:
-        return "held-by-driver";
-    case presence::uncertain:
-        break;
-    }
-    return "uncertain";
 }
 
 const char* sourceText(partSource source)
@@ -114,7 +97,7 @@ jsonValue partJson(const foundPart& part)
             {"address7", part.address >> 1U},
             {"last_address", part.lastAddress},
             {"hub", hub},
-            {"state", stateText(part.state)},
+            {"state", presenceText(part.state)},
             {"source", sourceText(part.source)},
             {"types", types},
             {"ready", part.isReady},

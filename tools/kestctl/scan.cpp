@@ -30,21 +30,6 @@ using host::iic::scanResult;
 constexpr unsigned addresses7 = 128;
 constexpr unsigned columns = 16;
 
-const char* stateText(presence state)
-{
-    switch (state) {
-    case presence::present:
-        return "present";
-    case presence::absent:
-        return "absent";
-    case presence::heldByDriver:
-        return "held-by-driver";
-    case presence::uncertain:
-        break;
-    }
-    return "uncertain";
-}
-
 /// What the grid shows at an address.
 std::string mark(const scanResult& result)
 {
@@ -126,7 +111,8 @@ void showList(const inventory& all, const busName& bus, const std::vector<scanRe
 jsonValue rowJson(const inventory& all, const busName& bus, const scanResult& result)
 {
     const inventoryItem* item = all.find(bus, result.address);
-    jsonValue row{{"address", result.address}, {"address7", result.address >> 1U}, {"state", stateText(result.state)}};
+    jsonValue row{
+        {"address", result.address}, {"address7", result.address >> 1U}, {"state", presenceText(result.state)}};
     if (result.state == presence::uncertain) {
         row.add("reason", result.reason);
     }
