@@ -5,7 +5,6 @@
 #include <optional>
 
 #include "tools/common/bus.h"
-#include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/number.h"
@@ -45,7 +44,13 @@ writePlan makePlan(seeprom& chip, const byteRange& whole, std::span<const unsign
                    widthGuard& width)
 {
     width.beforeReading();
-    writePlan plan{.whole = whole, .bytes = bytes, .old = chip.read(whole, "read the old bytes"), .ranges = {}};
+    writePlan plan{.whole = whole, .bytes = bytes, .old = {}, .ranges = {}};
+    try {
+        plan.old = chip.read(whole, "read the old bytes");
+    } catch (failure& why) {
+        width.afterFailedRead(why);
+        throw;
+    }
     width.afterReading();
     plan.ranges = differingPages(whole, bytes, plan.old, chip.pageBytes(), allPages);
     for (const byteRange& range : plan.ranges) {
@@ -73,11 +78,6 @@ writeReport reportOf(const writePlan& plan, std::uint32_t pageBytes)
     }
     report.pagesSkipped = pagesIn(plan.whole, pageBytes) - report.pagesWritten;
     return report;
-}
-
-std::string restoreHint(const std::string& undoFile)
-{
-    return fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(undoFile));
 }
 
 /// @return the number of bytes written: all, or those before a signal came
@@ -143,7 +143,7 @@ partlyDone writePages(seeprom& chip, const writePlan& plan, widthGuard& width, c
 {
     partlyDone done;
     if (interruptSignal() == 0) {
-        width.tryOut();
+        width.tryOut(undoFile);
         done.trial = width.hasTried();
         done.watch.emplace(chip);
         done.bytes = writeRanges(chip, plan, undoFile);

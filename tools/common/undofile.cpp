@@ -14,6 +14,7 @@
 #include "platform/host/configuration/configuration.h"
 
 #include "tools/common/entryfailure.h"
+#include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/trustedfile.h"
 #include "tools/common/undoname.h"
@@ -202,6 +203,11 @@ std::string saveUndo(const device& which, const dumpContents& contents)
     }
     removeOld(place.number());
     return path;
+}
+
+std::string restoreHint(const std::string& path)
+{
+    return fmt::format("'kestctl seeprom restore {}' puts the old bytes back", shellWord(path));
 }
 
 void dropUndo(const std::string& path) { unlink(path.c_str()); }

@@ -17,6 +17,9 @@ namespace kest::tools
 /// in the error log.
 [[nodiscard]] std::string saveUndo(const device& which, const dumpContents& contents);
 
+/// "'kestctl seeprom restore FILE' puts the old bytes back".
+[[nodiscard]] std::string restoreHint(const std::string& path);
+
 /// Removes an undo file that is not needed: nothing was written.
 void dropUndo(const std::string& path);
 

@@ -3,9 +3,13 @@
 #include <cstdio>
 #include <fmt/core.h>
 
+#include "tools/common/device.h"
+#include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/output.h"
 #include "tools/common/signalblock.h"
+#include "tools/common/undofile.h"
 #include "tools/common/widthproof.h"
 
 namespace kest::tools
@@ -13,15 +17,41 @@ namespace kest::tools
 namespace
 {
 
+const char* backText(bool isBack)
+{
+    return isBack ? "it holds its old bytes" : "whether it holds its old bytes is not known";
+}
+
 constexpr const char* otherWays = "--width-unproved writes all the same, or 'width_proved = true' in the device table";
 
-/// Whether bytes behind one offset byte have changed since the proof.
-bool hasChanged(const seeprom& chip, const std::vector<std::uint8_t>& first)
+/// Whether bytes behind one offset byte have changed since the proof. Nothing when that is not known.
+std::optional<bool> hasChanged(const seeprom& chip, const std::vector<std::uint8_t>& first)
 {
     const signalBlock quiet;
-    offsetReads reads(chip.target(), chip.speedKhz());
-    const auto now = readFirstAgain(reads);
-    return now && *now != first;
+    const auto now = readFirstAgain(chip).bytes;
+    return now ? std::optional(*now != first) : std::nullopt;
+}
+
+/// Saves what the part holds if it takes one offset byte: an undo file by the chip's type does not fit such a part.
+std::string saveFirst(const seeprom& chip, const std::vector<std::uint8_t>& first)
+{
+    const device part = asShortPart(chip.target());
+    return saveUndo(part, {.text = part.text, .name = part.label, .number = part.number, .bytes = first});
+}
+
+/// How to restore such a file, also where the device table names another type.
+std::string restoreFirstHint(const seeprom& chip, const std::string& firstFile)
+{
+    device part = asShortPart(chip.target());
+    part.named = false;
+    std::string force;
+    try {
+        refuseOtherType(part, false);
+    } catch (const failure&) {
+        force = "--force ";
+    }
+    return fmt::format("'kestctl seeprom restore {}{}' does so for a part with one offset byte", force,
+                       shellWord(firstFile));
 }
 
 } // namespace
@@ -42,6 +72,8 @@ void widthGuard::refuse(const std::string& what, const std::string& tryThis) con
         .code = exitRefused, .what = what, .tryThis = tryThis, .device = m_chip.target().label, .step = "width proof"};
 }
 
+std::string widthGuard::fittingHint() const { return fmt::format("types that would fit: {}", fittingText(*m_finding)); }
+
 /// Proves, and refuses a type that the part can't be.
 void widthGuard::prove()
 {
@@ -53,8 +85,7 @@ void widthGuard::settle()
 {
     const deviceTypeInfo& type = *m_chip.target().end().type;
     if (isProved(*m_finding) && !canBe(*m_finding, type)) {
-        refuse(fmt::format("the part is no {}: {}", type.chip, widthText(*m_finding)),
-               fmt::format("types that would fit: {}", fittingText(*m_finding)));
+        refuse(fmt::format("the part is no {}: {}", type.chip, widthText(*m_finding)), fittingHint());
     }
 }
 
@@ -90,16 +121,37 @@ void widthGuard::beforeReading()
 
 void widthGuard::afterReading()
 {
-    if (!isOpen() || m_finding->first.empty() || !hasChanged(m_chip, m_finding->first)) {
+    if (watchesReads() && hasChanged(m_chip, m_finding->first) == true) {
+        putBackAndRefuse("");
+    }
+}
+
+void widthGuard::afterFailedRead(failure& why)
+{
+    if (!watchesReads()) {
         return;
     }
+    const interruptsHeld calm;
+    const auto changed = hasChanged(m_chip, m_finding->first);
+    if (changed == true) {
+        putBackAndRefuse(fmt::format("; the read ended early: {}", why.what));
+    } else if (!changed) {
+        why.what += "; whether the read itself changed the part, as it does a ferroelectric one with one offset byte, "
+                    "is not known";
+    }
+}
+
+/// After a read behind two offset bytes has changed the part. @param more  that is to be said
+void widthGuard::putBackAndRefuse(const std::string& more)
+{
+    const interruptsHeld calm;
     const bool isBack = putBack(m_chip, m_finding->first);
+    const std::string firstFile = isBack ? "" : saveFirst(m_chip, m_finding->first);
     m_finding->verdict = widthVerdict::oneByte;
     refuse(fmt::format("the part is no {}: a read behind two offset bytes changed it, as it does a ferroelectric part "
-                       "with one; {}",
-                       m_chip.target().end().type->chip,
-                       isBack ? "it holds its old bytes" : "whether it holds its old bytes is not known"),
-           fmt::format("types that would fit: {}", fittingText(*m_finding)));
+                       "with one; {}{}",
+                       m_chip.target().end().type->chip, backText(isBack), more),
+           isBack ? fittingHint() : restoreFirstHint(m_chip, firstFile));
 }
 
 void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<const unsigned char> wanted)
@@ -126,18 +178,45 @@ void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<con
     }
 }
 
-void widthGuard::tryOut()
+void widthGuard::tryOut(const std::string& undoFile)
 {
     if (!m_trial) {
         return;
     }
-    const std::string seen = tools::tryOut(m_chip, *m_trial, m_finding->first);
-    const bool isOne = (m_claimedBytes == 1) == seen.empty();
+    const std::string firstFile = m_claimedBytes == 2 ? saveFirst(m_chip, m_finding->first) : "";
+    const trialResult result = tools::tryOut(m_chip, *m_trial, m_finding->first);
+    std::string hint = restoreHint(undoFile);
+    if (!firstFile.empty() && result.isBack) {
+        dropUndo(firstFile);
+    } else if (!firstFile.empty()) {
+        hint += "; " + restoreFirstHint(m_chip, firstFile);
+    }
+    if (result.trouble || !result.isKnown) {
+        throwTrial(result, hint);
+    }
+    const bool isOne = (m_claimedBytes == 1) == result.seen.empty();
     m_finding->verdict = isOne ? widthVerdict::oneByte : widthVerdict::twoBytes;
-    if (!seen.empty()) {
-        refuse(seen, fmt::format("types that would fit: {}", fittingText(*m_finding)));
+    if (!result.seen.empty()) {
+        refuse(fmt::format("{}; {}", result.seen, backText(result.isBack)),
+               result.isBack ? fittingHint() : fittingHint() + "; " + hint);
     }
     m_finding->seen = fmt::format("a byte written at offset 0x{:X} as a trial reads back", m_trial->offset);
+}
+
+/// The trial left the width open. @param hint  how the old bytes are restored
+void widthGuard::throwTrial(const trialResult& result, const std::string& hint)
+{
+    const std::string byte =
+        m_claimedBytes == 1 && result.isBack
+            ? "it holds its old bytes"
+            : fmt::format("whether the byte of the trial at offset 0x{:X} is changed is not known", m_trial->offset);
+    if (!result.trouble) {
+        refuse(fmt::format("the offset width is not known: {}; {}", result.seen, byte), hint);
+    }
+    failure why = *result.trouble;
+    why.what = fmt::format("a trial write for the offset width failed: {}; {}", why.what, byte);
+    why.tryThis = hint;
+    throw why;
 }
 
 } // namespace kest::tools

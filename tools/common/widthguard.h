@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 
+#include "tools/common/failure.h"
 #include "tools/common/seeprom.h"
 #include "tools/common/widthengine.h"
 #include "tools/common/widthtrial.h"
@@ -32,10 +33,14 @@ public:
     void beforeReading();
     /// After the bytes were read. When the read itself has changed bytes, they are put back.
     void afterReading();
+    /// The same when not all of them could be read. Without a change by the read it returns, and adds to the failure
+    /// when that is not known.
+    void afterFailedRead(failure& why);
     /// Before anything is asked or written, and only when a page is to be written.
     void beforeWriting(std::span<const unsigned char> old, std::span<const unsigned char> wanted);
     /// After the old bytes are saved: a trial write, when the content could not decide.
-    void tryOut();
+    /// @param undoFile  with these bytes
+    void tryOut(const std::string& undoFile);
 
     /// Whether a byte was written as a trial. It belongs to the bytes that are to be written.
     [[nodiscard]] bool hasTried() const { return m_trial.has_value(); }
@@ -47,6 +52,10 @@ private:
     void prove();
     void settle();
     void askForWidth();
+    [[nodiscard]] bool watchesReads() const { return isOpen() && !m_finding->first.empty(); }
+    [[noreturn]] void putBackAndRefuse(const std::string& more);
+    [[nodiscard]] std::string fittingHint() const;
+    [[noreturn]] void throwTrial(const trialResult& result, const std::string& hint);
     [[noreturn]] void refuse(const std::string& what, const std::string& tryThis) const;
 
     seeprom& m_chip;

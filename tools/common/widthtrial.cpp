@@ -6,6 +6,7 @@
 
 #include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
+#include "tools/common/offsetreads.h"
 #include "tools/common/signalblock.h"
 #include "tools/common/widthproof.h"
 
@@ -17,7 +18,10 @@ namespace
 constexpr std::size_t firstBytes = widthReads::firstBytes;
 // pages of parts with one offset byte; a ferroelectric part has none
 constexpr std::array<std::size_t, 4> shortPages{4, 8, 16, firstBytes};
-constexpr int mostReads = 4;
+// two that agree, and some that fail or differ
+constexpr int mostReads = 6;
+// of a read by the type, and of putting bytes back
+constexpr int mostAttempts = 3;
 
 /// Bytes of a part behind one offset byte.
 using firstContent = std::vector<std::uint8_t>;
@@ -54,16 +58,46 @@ bool shows(const firstContent& first, const trialByte& trial)
            });
 }
 
-std::string seenAfterOne(offsetReads& reads, const trialByte& trial, const firstContent& first)
+seeprom shortPartOf(const seeprom& chip)
 {
-    const auto now = readFirstAgain(reads);
-    if (!now) {
-        return "after a byte was written, its reads differ";
+    return {asShortPart(chip.target()), {.mode = accessMode::hardware, .speedKhz = chip.speedKhz(), .force = true}};
+}
+
+/// Nothing when a read fails.
+std::optional<firstContent> readFirstOnce(offsetReads& reads)
+{
+    const widthQuestion question{.read = [&reads](std::span<const std::uint8_t> offset,
+                                                  std::span<std::uint8_t> into) { return reads.read(offset, into); },
+                                 .readOther = {},
+                                 .mostBytes = std::min<std::size_t>(firstBytes, reads.mostBytes())};
+    widthReads::firstRead whole{};
+    return widthReads(question).readWhole(whole) ? std::optional<firstContent>({whole.begin(), whole.end()})
+                                                 : std::nullopt;
+}
+
+/// A part whose read was cut off can hold SDA. A read by the library frees the bus then.
+void freeBus(seeprom& part)
+{
+    const interruptsHeld calm;
+    try {
+        static_cast<void>(part.read({0, 1}, "width proof"));
+    } catch (const failure&) {
+        // the next read shows whether it is free
     }
-    return *now == afterOne(first, trial) ? ""
-                                          : fmt::format("a byte written at offset 0x{:X} behind one offset byte does "
-                                                        "not read back: it takes two, or is write-protected",
-                                                        trial.offset);
+}
+
+trialResult seenAfterOne(const seeprom& chip, const trialByte& trial, const firstContent& first)
+{
+    const auto now = readFirstAgain(chip).bytes;
+    if (!now) {
+        return {.seen = "after a byte was written, its reads differ or fail", .isKnown = false};
+    }
+    if (*now == afterOne(first, trial)) {
+        return {};
+    }
+    return {.seen = fmt::format("a byte written at offset 0x{:X} behind one offset byte does not read back: it takes "
+                                "two, or is write-protected",
+                                trial.offset)};
 }
 
 /// Writes one byte, whatever signal came.
@@ -74,54 +108,73 @@ void writeByte(seeprom& chip, std::uint32_t at, unsigned char byte)
 }
 
 /// Nothing when it can't be read.
-byteVector readBack(seeprom& chip, const trialByte& trial)
+std::optional<unsigned char> readBack(seeprom& chip, const trialByte& trial)
 {
-    try {
-        return chip.read({trial.offset, 1}, "width proof");
-    } catch (const failure&) {
-        return {};
+    for (int count = 0; count < mostAttempts; ++count) {
+        try {
+            return chip.read({trial.offset, 1}, "width proof").front();
+        } catch (const failure&) {
+            // a single failed read says nothing
+        }
     }
+    return std::nullopt;
 }
 
-std::string seenAfterTwo(seeprom& chip, offsetReads& reads, const trialByte& trial, const firstContent& first)
+trialResult seenAfterTwo(seeprom& chip, const trialByte& trial, const firstContent& first)
 {
-    const byteVector back = readBack(chip, trial);
-    const auto now = readFirstAgain(reads);
-    const auto isShort = [&](std::size_t page) { return now && *now == afterTwo(first, trial, page); };
+    const auto back = readBack(chip, trial);
+    const auto [now, differ] = readFirstAgain(chip);
+    const auto isShort = [&, &then = now](std::size_t page) { return then && *then == afterTwo(first, trial, page); };
     if (std::ranges::any_of(shortPages, isShort)) {
-        return "a byte written behind two offset bytes arrived as one behind one does";
+        return {.seen = "a byte written behind two offset bytes arrived as one behind one does"};
     }
-    return back == byteVector{trial.wanted}
-               ? ""
-               : fmt::format("a byte written at offset 0x{:X} behind two offset bytes does "
-                             "not read back: it takes one, or is write-protected",
-                             trial.offset);
+    // a part with one offset byte reads the byte back, too: only reads behind one tell
+    if ((!now && !differ) || !back) {
+        return {.seen = "after a byte was written, its reads differ or fail", .isKnown = false};
+    }
+    if (*back == trial.wanted) {
+        return {};
+    }
+    return {.seen = fmt::format("a byte written at offset 0x{:X} behind two offset bytes does not read back: it takes "
+                                "one, or is write-protected",
+                                trial.offset)};
+}
+
+/// @return false when it still differs, or when that is not known
+bool putBackOnce(seeprom& part, const firstContent& first)
+{
+    const auto now = readFirstAgain(part).bytes;
+    if (!now) {
+        return false;
+    }
+    for (std::uint32_t at = 0; at < firstBytes; ++at) {
+        if ((*now)[at] != first[at]) {
+            writeByte(part, at, first[at]);
+        }
+    }
+    return *now == first || readFirstAgain(part).bytes == first;
 }
 
 } // namespace
 
-std::optional<firstContent> readFirstAgain(offsetReads& reads)
+firstAgain readFirstAgain(const seeprom& chip)
 {
+    seeprom part = shortPartOf(chip);
+    offsetReads reads(part.target(), chip.speedKhz());
     std::optional<firstContent> last;
-    const std::size_t piece = std::min<std::size_t>(firstBytes, reads.mostBytes());
+    bool differ = true;
     for (int count = 0; count < mostReads; ++count) {
-        widthReads::firstRead whole{};
-        const widthQuestion question{
-            .read = [&reads](std::span<const std::uint8_t> offset,
-                             std::span<std::uint8_t> into) { return reads.read(offset, into); },
-            .readOther = {},
-            .mostBytes = piece};
-        widthReads once(question);
-        if (!once.readWhole(whole)) {
-            return std::nullopt;
+        auto now = readFirstOnce(reads);
+        if (now && now == last) {
+            return {.bytes = std::move(now)};
         }
-        firstContent now(whole.begin(), whole.end());
-        if (last == now) {
-            return now;
+        if (!now) {
+            differ = false;
+            freeBus(part);
         }
         last = std::move(now);
     }
-    return std::nullopt;
+    return {.differ = differ};
 }
 
 std::optional<trialByte> chooseTrial(unsigned claimedBytes, const firstContent& first, const byteRange& range,
@@ -136,38 +189,45 @@ std::optional<trialByte> chooseTrial(unsigned claimedBytes, const firstContent& 
     return std::nullopt;
 }
 
-bool putBack(const seeprom& chip, const firstContent& first)
+device asShortPart(const device& which)
 {
-    device part = chip.target();
+    device part = which;
     part.links.back().type = findType(KEST_DEV_SEEPROM_2K);
     part.text = deviceText(part.bus, part.node, part.links);
-    offsetReads reads(part, chip.speedKhz());
-    const auto now = readFirstAgain(reads);
-    if (!now) {
-        return false;
-    }
-    const accessOptions access{.mode = accessMode::hardware, .speedKhz = chip.speedKhz(), .force = true};
-    seeprom asShort(part, access);
-    for (std::uint32_t at = 0; at < firstBytes; ++at) {
-        if ((*now)[at] != first[at]) {
-            writeByte(asShort, at, first[at]);
-        }
-    }
-    return readFirstAgain(reads) == first;
+    return part;
 }
 
-std::string tryOut(seeprom& chip, const trialByte& trial, const firstContent& first)
+bool putBack(const seeprom& chip, const firstContent& first)
+{
+    seeprom part = shortPartOf(chip);
+    for (int count = 0; count < mostAttempts; ++count) {
+        try {
+            if (putBackOnce(part, first)) {
+                return true;
+            }
+        } catch (const failure&) {
+            // the next attempt sees what arrived
+        }
+    }
+    return false;
+}
+
+trialResult tryOut(seeprom& chip, const trialByte& trial, const firstContent& first)
 {
     const signalBlock quiet;
-    offsetReads reads(chip.target(), chip.speedKhz());
     const interruptsHeld calm;
-    writeByte(chip, trial.offset, trial.wanted);
-    const bool claimsOne = offsetBytesOf(*chip.target().end().type) == 1;
-    std::string seen = claimsOne ? seenAfterOne(reads, trial, first) : seenAfterTwo(chip, reads, trial, first);
-    if (seen.empty()) {
-        return seen;
+    trialResult result;
+    try {
+        writeByte(chip, trial.offset, trial.wanted);
+        const bool claimsOne = offsetBytesOf(*chip.target().end().type) == 1;
+        result = claimsOne ? seenAfterOne(chip, trial, first) : seenAfterTwo(chip, trial, first);
+    } catch (const failure& why) {
+        result.trouble = why;
     }
-    return seen + (putBack(chip, first) ? "; it holds its old bytes" : "; whether it holds its old bytes is not known");
+    if (result.trouble || !result.seen.empty()) {
+        result.isBack = putBack(chip, first);
+    }
+    return result;
 }
 
 } // namespace kest::tools

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/offsetreads.h"
+#include "tools/common/failure.h"
 #include "tools/common/seeprom.h"
 
 namespace kest::tools
@@ -27,17 +27,35 @@ struct trialByte {
                                                    const byteRange& range, std::span<const unsigned char> old,
                                                    std::span<const unsigned char> wanted);
 
-/// Writes the byte as the chip's type takes it, and reads behind one offset byte and as the type takes it. When the part
-/// takes the other width, it puts the bytes back.
-/// @return empty when the part takes the width of the chip's type; else what was seen
-[[nodiscard]] std::string tryOut(seeprom& chip, const trialByte& trial, const std::vector<std::uint8_t>& first);
+/// How a trial ended.
+struct trialResult {
+    std::string seen; ///< empty when the part takes the width of the chip's type; else what was seen
+    bool isKnown = true; ///< which width the part takes
+    bool isBack = true; ///< a part with one offset byte holds what it should
+    std::optional<failure> trouble = {}; ///< why the byte could not be written
+};
+
+/// Writes the byte as the chip's type takes it, and reads behind one offset byte and as the type takes it. Unless the
+/// part takes that width, it puts the bytes of a part with one offset byte back.
+[[nodiscard]] trialResult tryOut(seeprom& chip, const trialByte& trial, const std::vector<std::uint8_t>& first);
+
+/// The device as the smallest part with one offset byte.
+[[nodiscard]] device asShortPart(const device& which);
 
 /// Puts bytes of a part with one offset byte back that differ from what they were. A part with two takes each of these
-/// writes for an offset alone.
-/// @return false when it still differs
+/// writes for an offset alone. Tries again when a transfer fails.
+/// @return false when it still differs, or when that is not known
 [[nodiscard]] bool putBack(const seeprom& chip, const std::vector<std::uint8_t>& first);
 
-/// Reads 256 bytes behind one offset byte until two reads in a row agree. Nothing when they do not.
-[[nodiscard]] std::optional<std::vector<std::uint8_t>> readFirstAgain(offsetReads& reads);
+/// What reads of 256 bytes behind one offset byte gave.
+struct firstAgain {
+    std::optional<std::vector<std::uint8_t>> bytes = {}; ///< that two reads in a row gave
+    /// Each read gave other bytes than the one before, and none failed: a part with two offset bytes does so when one
+    /// does not move its address counter.
+    bool differ = false;
+};
+
+/// Reads 256 bytes behind one offset byte until two reads in a row agree; reads that fail are repeated.
+[[nodiscard]] firstAgain readFirstAgain(const seeprom& chip);
 
 } // namespace kest::tools
