@@ -1,0 +1,295 @@
+#include "contents/reader.h"
+
+#include <algorithm>
+
+#include "contents/problem.h"
+#include "contents/sums.h"
+#include "contents/values.h"
+
+namespace kest::contents
+{
+namespace
+{
+
+/// So many equal bytes 00 or FF in a row, at the end of others, are a fill.
+constexpr std::size_t leastFill = 8;
+
+std::string joined(const std::string& prefix, std::string_view name) { return prefix + std::string(name); }
+
+std::string prefixOf(const std::string& prefix, std::string_view name)
+{
+    return name.empty() ? prefix : joined(prefix, name) + ".";
+}
+
+/// Where a value lies, from the block's first byte. Nothing when the block ends before it.
+std::optional<window> spotOf(const row& field, const window& block)
+{
+    const std::size_t size = block.size();
+    if (field.fromEnd != 0 && (block.isCut || field.fromEnd > size)) {
+        return std::nullopt;
+    }
+    const std::size_t at = field.fromEnd != 0 ? size - field.fromEnd : field.at;
+    const std::size_t sum = bytesOfSum(field.sum.as);
+    const std::size_t wanted = sum != 0 ? sum : field.length;
+    if (at > size || wanted > size - at || (field.length == 0 && block.isCut)) {
+        return std::nullopt;
+    }
+    return window{.begin = at, .end = wanted != 0 ? at + wanted : size};
+}
+
+bool beginsWithZeros(std::span<const std::uint8_t> bytes, std::size_t count)
+{
+    return count != 0 && count <= bytes.size() &&
+           std::all_of(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count),
+                       [](std::uint8_t byte) { return byte == 0; });
+}
+
+/// @return where the run of one byte, 00 or FF, that ends at `end` begins; `end` when it is none or too short
+std::size_t fillBegin(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
+{
+    const std::uint8_t value = image[end - 1];
+    std::size_t first = end;
+    while (first > begin && image[first - 1] == value) {
+        --first;
+    }
+    const bool isFill = (value == 0 || value == 0xFF) && (first == begin || end - first >= leastFill);
+    return isFill ? first : end;
+}
+
+node otherBytes(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
+{
+    const auto bytes = image.subspan(begin, end - begin);
+    return {.name = "other.at" + std::to_string(begin),
+            .label = "Not known",
+            .value = std::vector<std::uint8_t>(bytes.begin(), bytes.end()),
+            .text = spacedHex(bytes),
+            .offset = begin,
+            .length = bytes.size(),
+            .is = verdict::unknown};
+}
+
+node fillNode(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
+{
+    return {.name = "other.at" + std::to_string(begin),
+            .label = "Fill",
+            .text = std::to_string(end - begin) + " of " + spacedHex(image.subspan(begin, 1)),
+            .offset = begin,
+            .length = end - begin};
+}
+
+std::string hexText(std::uint32_t value, std::size_t bytes)
+{
+    std::vector<std::uint8_t> stored(bytes);
+    storeSum(sumKind::crc32Big, value, stored);
+    std::string text = spacedHex(stored);
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    return "0x" + text;
+}
+
+} // namespace
+
+bool reader::readRows(const rowList& rows, const window& block, const std::string& prefix, std::vector<node>& into)
+{
+    bool isComplete = true;
+    for (const row& each : rows) {
+        if (m_known.holds(each.when) && m_known.holds(each.also)) {
+            isComplete = readRow(each, block, prefix, into) && isComplete;
+        }
+    }
+    return isComplete;
+}
+
+bool reader::readRow(const row& field, const window& block, const std::string& prefix, std::vector<node>& into)
+{
+    switch (field.as) {
+    case kind::block:
+    case kind::list:
+        return readArea(field, block, prefix, into);
+    case kind::repetition:
+        return readRepetition(field, block, prefix, into);
+    case kind::strings:
+        return readStrings(field, block, prefix, into);
+    default:
+        return readValue(field, block, prefix, into);
+    }
+}
+
+bool reader::readValue(const row& field, const window& block, const std::string& prefix, std::vector<node>& into)
+{
+    const std::optional<window> spot = spotOf(field, block);
+    if (!spot) {
+        return false;
+    }
+    node value{.name = joined(prefix, field.name),
+               .label = std::string(field.label),
+               .unit = std::string(field.unit),
+               .offset = block.begin + spot->begin,
+               .length = spot->size(),
+               .bit = field.bit,
+               .bits = field.bits,
+               .source = &field};
+    m_covered.add(value.offset, value.length);
+    if (field.as == kind::checksum) {
+        checkSum(field, block, value);
+    } else {
+        setValue(field, block, value);
+    }
+    into.push_back(std::move(value));
+    return true;
+}
+
+void reader::setValue(const row& field, const window& block, node& into)
+{
+    const fieldBytes bytes{
+        .block = m_image.subspan(block.begin, block.size()), .at = into.offset - block.begin, .length = into.length};
+    decodedValue found = decodeValue(field, bytes, m_known);
+    if (found.raw) {
+        m_known.remember(field.name, *found.raw);
+    }
+    for (const place& piece : field.more) {
+        m_covered.add(block.begin + piece.at, piece.at < block.size() ? 1 : 0);
+    }
+    if (field.fine.at != 0 && field.fine.at < block.size()) {
+        m_covered.add(block.begin + field.fine.at, 1);
+    }
+    into.value = std::move(found.value);
+    into.raw = found.raw;
+    into.text = std::move(found.text);
+    into.is = found.is;
+    into.problem = std::move(found.problem);
+}
+
+void reader::checkSum(const row& field, const window& block, node& into) const
+{
+    const sumRule& rule = field.sum;
+    const std::size_t size = bytesOfSum(rule.as);
+    const window base = rule.fromImage ? window{.begin = 0, .end = m_image.size()} : block;
+    const std::optional<std::uint64_t> given =
+        rule.lengthField.empty() ? std::optional<std::uint64_t>(rule.length) : m_known.find(rule.lengthField);
+    const std::uint32_t stored = storedSum(rule.as, m_image.subspan(into.offset, size));
+    into.value = static_cast<std::int64_t>(stored);
+    into.text = hexText(stored, size);
+    if (!given || rule.from > base.size()) {
+        return damage(into, "the bytes that it covers are missing");
+    }
+    const std::size_t from = base.begin + rule.from;
+    const bool isUpToSum = rule.lengthField.empty() && rule.length == 0;
+    if (isUpToSum && into.offset < from) {
+        return damage(into, "the bytes that it covers are missing");
+    }
+    const std::uint64_t length = isUpToSum ? into.offset - from : *given;
+    if (length > base.end - from) {
+        return damage(into, "the bytes that it covers are missing");
+    }
+    const auto range = m_image.subspan(from, static_cast<std::size_t>(length));
+    std::uint32_t computed = computeSum(rule.as, range);
+    if (rule.as == sumKind::zero8 && into.offset >= from && into.offset - from < length) {
+        computed = (computed + stored) & 0xFFU;
+    }
+    into.sum = sumResult{.as = rule.as, .stored = stored, .computed = computed, .from = from, .length = range.size()};
+    if (stored != computed) {
+        damage(into, "stored is " + hexText(stored, size) + ", computed is " + hexText(computed, size));
+    }
+}
+
+bool reader::readArea(const row& field, const window& outer, const std::string& prefix, std::vector<node>& into)
+{
+    const area found = areaOf(field, outer, m_image, m_known);
+    if (found.is == presence::absent) {
+        return true;
+    }
+    if (found.is == presence::missing && field.where.atField.empty()) {
+        return false;
+    }
+    node structure{.name = joined(prefix, field.name),
+                   .label = std::string(field.label),
+                   .offset = found.bytes.begin,
+                   .length = found.bytes.size(),
+                   .source = &field};
+    if (!found.problem.empty()) {
+        damage(structure, found.problem);
+    }
+    const std::string inner = prefixOf(prefix, field.name);
+    const bool isReadable = found.is == presence::present && found.bytes.size() >= field.where.least;
+    if (isReadable && field.as == kind::list) {
+        readEntries(field, found.bytes, inner, structure);
+    } else if (isReadable && !readRows(field.rows, found.bytes, inner, structure.children)) {
+        damage(structure, endsEarly);
+    }
+    into.push_back(std::move(structure));
+    return true;
+}
+
+bool reader::readRepetition(const row& field, const window& outer, const std::string& prefix, std::vector<node>& into)
+{
+    const bool isOpen = field.countField.empty() && field.count == 0;
+    const std::uint64_t counted = field.countField.empty() ? field.count : m_known.find(field.countField).value_or(0);
+    row whole = field;
+    whole.length = 0;
+    const area all = areaOf(whole, outer, m_image, m_known);
+    if (all.is == presence::absent || (!isOpen && counted == 0)) {
+        return true;
+    }
+    std::size_t at = all.bytes.begin;
+    std::uint64_t number = 0;
+    for (; (isOpen || number < counted) && at < all.bytes.end; ++number) {
+        const std::size_t length = std::min(field.length, all.bytes.end - at);
+        const window element{.begin = at, .end = at + length, .isCut = length < field.length};
+        if ((isOpen && element.isCut) || beginsWithZeros(m_image.subspan(at, length), field.stopAtZeros)) {
+            return true;
+        }
+        readElement(field, element, joined(prefix, field.name), number + 1, into);
+        at += length;
+    }
+    return isOpen || number == counted;
+}
+
+void reader::readElement(const row& field, const window& element, const std::string& name, std::uint64_t number,
+                         std::vector<node>& into)
+{
+    node structure{.name = name + "." + std::to_string(number),
+                   .label = std::string(field.label) + " " + std::to_string(number),
+                   .offset = element.begin,
+                   .length = element.size(),
+                   .source = &field};
+    const std::size_t mark = m_known.count();
+    if (!readRows(field.rows, element, structure.name + ".", structure.children)) {
+        damage(structure, endsEarly);
+    }
+    m_known.forgetSince(mark);
+    if (!structure.children.empty() || structure.is == verdict::damaged) {
+        into.push_back(std::move(structure));
+    }
+}
+
+std::optional<node> reader::others() const
+{
+    node all{.name = "other", .label = "Other bytes"};
+    for (const auto& [first, behind] : m_covered.gaps(m_image.size())) {
+        const std::size_t fill = fillBegin(m_image, first, behind);
+        if (fill > first) {
+            all.children.push_back(otherBytes(m_image, first, fill));
+        }
+        if (fill < behind) {
+            all.children.push_back(fillNode(m_image, fill, behind));
+        }
+    }
+    return all.children.empty() ? std::nullopt : std::optional(std::move(all));
+}
+
+reading readAs(const format& as, std::span<const std::uint8_t> image)
+{
+    reading result{.as = &as, .imageLength = image.size()};
+    const bool isShort = image.size() < as.length;
+    const std::size_t end = as.length == 0 || isShort ? image.size() : as.length;
+    reader engine(image);
+    if (!engine.readRows(as.rows, {.begin = 0, .end = end, .isCut = isShort}, "", result.nodes) || isShort) {
+        result.problem = "the image ends before some of its fields";
+    }
+    if (std::optional<node> others = engine.others()) {
+        result.nodes.push_back(std::move(*others));
+    }
+    return result;
+}
+
+} // namespace kest::contents

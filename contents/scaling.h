@@ -1,0 +1,19 @@
+/// What a stored number is in its unit.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "contents/fraction.h"
+#include "contents/knownfields.h"
+
+namespace kest::contents
+{
+
+/// @param block  the fine correction is read from it
+/// @return nothing when a base that the row names has not been read, a divisor is 0, or the result does not fit
+[[nodiscard]] std::optional<fraction> scaledValue(const row& field, std::int64_t stored,
+                                                  std::span<const std::uint8_t> block, const knownFields& known);
+
+} // namespace kest::contents
