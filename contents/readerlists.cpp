@@ -14,8 +14,9 @@ namespace
 
 const row* rowOfType(const listRule& rule, std::uint64_t type)
 {
-    const auto* const found =
-        std::find_if(rule.known.begin(), rule.known.end(), [type](const row& each) { return each.tag == type; });
+    const auto* const found = std::find_if(rule.known.begin(), rule.known.end(), [type](const row& each) {
+        return type >= each.tag && type <= std::max(each.tag, each.lastTag);
+    });
     return found == rule.known.end() ? nullptr : found;
 }
 

@@ -173,6 +173,7 @@ struct row {
     std::string_view label{};
     kind as = kind::bytes;
     std::uint64_t tag = noTag; ///< in a list: the type of its entry
+    std::uint64_t lastTag = 0; ///< not 0: the types from `tag` to this one
     std::size_t at = 0; ///< bytes from the start of the block
     std::size_t fromEnd = 0; ///< not 0: it lies so many bytes before the end of the block instead
     std::size_t length = 1; ///< bytes; 0: up to the end of the block
