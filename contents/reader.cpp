@@ -37,6 +37,14 @@ std::optional<window> spotOf(const row& field, const window& block)
     return window{.begin = at, .end = wanted != 0 ? at + wanted : size};
 }
 
+/// The bits of a field that is not made of whole bytes; 0 of one that is.
+std::uint8_t bitsShown(const row& field, std::size_t bytes)
+{
+    constexpr std::size_t bitsOfByte = 8;
+    const bool isRest = field.bits == 0 && field.bit != 0 && bytes * bitsOfByte > field.bit;
+    return isRest ? static_cast<std::uint8_t>(bytes * bitsOfByte - field.bit) : field.bits;
+}
+
 bool beginsWithZeros(std::span<const std::uint8_t> bytes, std::size_t count)
 {
     return count != 0 && count <= bytes.size() &&
@@ -126,7 +134,7 @@ bool reader::readValue(const row& field, const window& block, const std::string&
                .offset = block.begin + spot->begin,
                .length = spot->size(),
                .bit = field.bit,
-               .bits = field.bits,
+               .bits = bitsShown(field, spot->size()),
                .source = &field};
     m_covered.add(value.offset, value.length);
     if (field.as == kind::checksum) {

@@ -216,7 +216,7 @@ constexpr row managementAccess[] = {
 };
 
 constexpr row compatibility[] = {
-    {.name = "manufacturer", .label = "Manufacturer (IANA enterprise number)", .as = kind::number, .at = 0, .length = 3,
+    {.name = "manufacturer", .label = "IANA enterprise number", .as = kind::number, .at = 0, .length = 3,
      .order = byteOrder::little, .bits = 20},
     {.name = "entity", .label = "Entity", .as = kind::hexadecimal, .at = 3},
     {.name = "base", .label = "Compatibility base", .as = kind::hexadecimal, .at = 4},
@@ -225,7 +225,7 @@ constexpr row compatibility[] = {
 };
 
 constexpr row oem[] = {
-    {.name = "manufacturer", .label = "Manufacturer (IANA enterprise number)", .as = kind::number, .at = 0, .length = 3,
+    {.name = "manufacturer", .label = "IANA enterprise number", .as = kind::number, .at = 0, .length = 3,
      .order = byteOrder::little, .bits = 20},
     {.name = "data", .label = "Data", .at = 3, .length = 0},
 };

@@ -12,6 +12,7 @@
 #include "tools/kestctl/seepromchoice.h"
 #include "tools/kestctl/seepromcompare.h"
 #include "tools/kestctl/seepromprobe.h"
+#include "tools/kestctl/seepromshow.h"
 #include "tools/kestctl/seepromundo.h"
 #include "tools/kestctl/seepromwrite.h"
 
@@ -107,6 +108,7 @@ void addSeeprom(command program, context& shared)
 {
     const command area = addArea(program, "seeprom", "read, write and compare serial EEPROMs");
     addRead(area, shared);
+    addSeepromShow(area, shared);
     addSeepromWrite(area, shared);
     addSeepromCompare(area, shared);
     addDump(area, shared);

@@ -1,20 +1,18 @@
 #include "tools/kestctl/seepromcompare.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <fmt/core.h>
 #include <span>
 #include <vector>
 
-#include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
-#include "tools/common/fieldtext.h"
 #include "tools/common/files.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
+#include "tools/kestctl/deviceorfile.h"
 #include "tools/kestctl/seepromchoice.h"
 
 namespace kest::tools
@@ -46,28 +44,10 @@ struct comparison {
     byteVector other;
 };
 
-bool namesDevice(const std::string& other)
-{
-    std::error_code none;
-    if (isDeviceText(other)) {
-        if (!other.starts_with("sim:") && std::filesystem::exists(other, none)) {
-            throw wrongUse(fmt::format("'{}': a name {} is taken as a device text, not as a file's", other,
-                                       isFieldText(other) ? "like this" : "with a comma"),
-                           fmt::format("give the file by '- < {}'", shellWord(other)));
-        }
-        return true;
-    }
-    try {
-        return !findDevice(other).text.empty();
-    } catch (const failure&) {
-        return false;
-    }
-}
-
 comparison compare(seeprom& chip, const compareOptions& options, bool devicesToo)
 {
     comparison both;
-    if (devicesToo && options.other != "-" && namesDevice(options.other)) {
+    if (devicesToo && namesDevice(options.other)) {
         seeprom second = openSeeprom(options.other, options.with);
         both.range = rangeOf(chip, options.with);
         both.range.length = std::min(both.range.length, second.range(both.range.offset, std::nullopt).length);
