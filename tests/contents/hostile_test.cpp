@@ -1,0 +1,95 @@
+/// Images that are cut short or changed, as every format must take them. Nothing lies behind an image's last byte, so
+/// the address sanitizer sees a read behind it.
+#include <gtest/gtest.h>
+#include <set>
+
+#include "contents/formatlist.h"
+#include "contents/recognise.h"
+#include "tests/contents/images.h"
+
+namespace kest::contents::test
+{
+namespace
+{
+
+constexpr const char* images[] = {
+    "tlvinfo-4096-switch.bin",        "spd-256-ddr3-soldered.bin",     "spd-512-ddr4-M471A1G44AB0.bin",
+    "spd-1024-ddr5-M425R1GB4BB0.bin", "edid-128-dell-e178wfp-vga.bin", "edid-384-acer-xv273k-dp.bin",
+    "sff-512-FS-DWDM-SFP10G-80.bin",  "cal-256-scope-x24c02.bin",      "edid-128-syncmaster245b-from-bus.bin"};
+
+constexpr std::uint8_t changes[] = {0x00, 0x01, 0x7F, 0x80, 0xFF};
+constexpr std::uint8_t fills[] = {0x00, 0x01, 0x55, 0xAA, 0xFF};
+
+/// What must hold of every reading: fields lie inside the image and have names of their own, and what is damaged says
+/// why.
+void checkNodes(const std::vector<node>& nodes, std::size_t imageLength, std::set<std::string>& names)
+{
+    for (const node& each : nodes) {
+        ASSERT_LE(each.offset, imageLength) << each.name;
+        ASSERT_LE(each.length, imageLength - each.offset) << each.name;
+        ASSERT_FALSE(each.label.empty()) << each.name;
+        ASSERT_EQ(each.is == verdict::damaged, !each.problem.empty()) << each.name;
+        ASSERT_TRUE(each.name.empty() || names.insert(each.name).second) << each.name << " is there twice";
+        checkNodes(each.children, imageLength, names);
+    }
+}
+
+void checkReading(const format& as, const Bytes& image)
+{
+    const reading what = readExactly(as.name, image);
+    std::set<std::string> names;
+    checkNodes(what.nodes, image.size(), names);
+}
+
+/// Long images are cut at every byte of their front and of their end.
+bool isWorthACut(std::size_t length, std::size_t whole) { return length < 640 || length + 8 > whole; }
+
+TEST(HostileImages, AreReadAtEveryLengthAsEveryFormat)
+{
+    for (const char* name : images) {
+        SCOPED_TRACE(name);
+        const Bytes image = exampleImage(name);
+        for (std::size_t length = 0; length <= image.size(); ++length) {
+            if (isWorthACut(length, image.size())) {
+                const Bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length));
+                for (const format* each : formats()) {
+                    checkReading(*each, cut);
+                }
+            }
+        }
+    }
+}
+
+TEST(HostileImages, AreReadWithEveryByteChanged)
+{
+    for (const char* name : images) {
+        SCOPED_TRACE(name);
+        Bytes image = exampleImage(name);
+        image.resize(std::min<std::size_t>(image.size(), 640));
+        for (const format* each : recognise(image)) {
+            for (std::size_t at = 0; at < image.size(); ++at) {
+                for (const std::uint8_t value : changes) {
+                    Bytes changed = image;
+                    changed[at] = value;
+                    checkReading(*each, changed);
+                }
+            }
+        }
+    }
+}
+
+TEST(HostileImages, AFillIsNoFormatAndIsRead)
+{
+    for (const std::uint8_t fill : fills) {
+        for (const std::size_t length : {1U, 128U, 256U, 512U, 1024U, 4096U}) {
+            const Bytes image(length, fill);
+            EXPECT_TRUE(recognise(image).empty()) << unsigned{fill} << " " << length;
+            for (const format* each : formats()) {
+                checkReading(*each, image);
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace kest::contents::test
