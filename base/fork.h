@@ -1,6 +1,8 @@
 /// Forks of a process whose threads use the platform.
 #pragma once
 
+#include <cstdint>
+
 #include <pthread.h>
 
 #include "base/unshared.h"
@@ -23,5 +25,9 @@ void watchForks()
     pthread_atfork([] { Shared::instance().beforeFork(); }, [] { Shared::instance().afterFork(false); },
                    [] { Shared::instance().afterFork(true); });
 }
+
+/// How many forks lie between the start of the program and this process. An object that remembers the number sees by it
+/// that it is a copy in a child. Makes no system call.
+std::uint32_t forksBehind();
 
 } // namespace kest

@@ -9,8 +9,8 @@
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
+#include "base/fork.h"
 #include "platform/host/iic/adapter.h"
 #include "platform/host/iic/smbus.h"
 #include "platform/host/iic/systemcalls.h"
@@ -72,7 +72,7 @@ struct adapterNode {
     int descriptor = -1;
     unsigned long functions = 0;
     std::uint32_t clockHz = 0; ///< 0: not known
-    pid_t process = 0; ///< that opened it
+    std::uint32_t forks = 0; ///< behind the process that opened it
     struct stat about {
     };
     /// The kernel's number of the adapter; a path may call it otherwise.
@@ -139,7 +139,7 @@ private:
 int linuxBus::open()
 {
     adapterNode fresh{.descriptor = m_calls.openNode(m_path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY),
-                      .process = getpid()};
+                      .forks = forksBehind()};
     const int error = fresh.descriptor < 0 ? errno : examine(fresh);
     if (error != 0) {
         close(fresh);
@@ -178,7 +178,7 @@ void linuxBus::close(adapterNode& node)
 
 /// The target of SMBus calls belongs to the open file, which a forked child has in common with its parent: before its
 /// first use the child opens one of its own. @return 0 or an errno
-int linuxBus::makeOwn() { return m_node.process == getpid() ? 0 : open(); }
+int linuxBus::makeOwn() { return m_node.forks == forksBehind() ? 0 : open(); }
 
 void linuxBus::identify(const std::filesystem::path& lockFolder)
 {
