@@ -80,14 +80,16 @@ int addressLocks::take(unsharedFile& file, off_t byte, std::chrono::milliseconds
 int addressLocks::takeInSharedFile(unsharedFile& file, off_t byte, std::chrono::nanoseconds deadline) const
 {
     const std::string name = lockFileName(m_identity);
+    struct stat opened {
+    };
     for (;;) {
-        if (!file.open([&] { return openSharedFile(m_identity, name, sharedUse::create); })) {
+        if (!file.open([&] { return openSharedFile(m_identity, name, sharedUse::create, opened); })) {
             return errnoOfFolder(errno);
         }
         if (const int error = takeInTurn(file.number(), byte, deadline)) {
             return error;
         }
-        if (isSharedFile(m_identity, name, file.number())) {
+        if (isSharedFile(m_identity, name, opened)) {
             return 0;
         }
         // another file has taken its place: nobody will meet this lock

@@ -22,14 +22,23 @@ constexpr mode_t permissionBits = 07777;
 /// The mode is meant for the bus's group. The members of another group get what everybody gets.
 mode_t withoutGroup(mode_t mode) { return (mode & ~mode_t{070}) | (mode & 07U) << 3U; }
 
-/// Gives the users of the bus access to a file or folder, as far as this process may.
-/// @return whether owner, group or mode was not as it should be
-bool share(int descriptor, const busIdentity& identity, mode_t mode)
+/// Whether nobody has to give anything to the users of the bus. Usually that is so, and then it does not matter who asks.
+bool isShared(const struct stat& about, const busIdentity& identity, mode_t mode)
 {
+    return (about.st_mode & permissionBits) == mode && about.st_gid == identity.group &&
+           (about.st_uid != 0 || identity.owner == 0);
+}
+
+/// Gives the users of the bus access to a file or folder, as far as this process may.
+/// @param about  what fstat() says of it
+/// @return whether owner, group or mode was not as it should be
+bool share(int descriptor, struct stat about, const busIdentity& identity, mode_t mode)
+{
+    if (isShared(about, identity, mode)) {
+        return false;
+    }
     const bool root = geteuid() == 0;
-    struct stat about {
-    };
-    if (fstat(descriptor, &about) != 0 || (!root && about.st_uid != geteuid()) ||
+    if ((!root && about.st_uid != geteuid()) ||
         // the file may be another's, under a second name
         (S_ISREG(about.st_mode) && about.st_nlink != 1)) {
         return false;
@@ -47,6 +56,16 @@ bool share(int descriptor, const busIdentity& identity, mode_t mode)
         static_cast<void>(fchmod(descriptor, wanted & ~mode_t{S_ISGID}));
     }
     return other || strange;
+}
+
+/// The same for a file or folder that nobody has looked at yet.
+void share(int descriptor, const busIdentity& identity, mode_t mode)
+{
+    struct stat about {
+    };
+    if (fstat(descriptor, &about) == 0) {
+        static_cast<void>(share(descriptor, about, identity, mode));
+    }
 }
 
 /// Anyone who may write a file may enter the folder: each class with a write bit gets all three. Where everybody may
@@ -83,7 +102,7 @@ int makeFolderAndFinish(const std::filesystem::path& folder, const std::function
 
 bool isTrusted(uid_t owner, const busIdentity& identity)
 {
-    return owner == 0 || owner == geteuid() || owner == identity.owner;
+    return owner == 0 || owner == identity.owner || owner == geteuid();
 }
 
 bool canBeExchanged(const struct stat& folder)
@@ -91,18 +110,40 @@ bool canBeExchanged(const struct stat& folder)
     return (folder.st_mode & S_IWOTH) != 0 && (folder.st_mode & S_ISVTX) == 0;
 }
 
-/// @param[out] folder  for the calls that take a folder, no more. @return 0 or an errno
-int openFolder(const busIdentity& identity, fileDescriptor& folder)
+fileDescriptor openPlace(const busIdentity& identity, int more)
+{
+    return fileDescriptor(ownDescriptor(open(identity.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | more)));
+}
+
+/// Opens the folder behind a symbolic link. @return 0 or an errno; EPERM when the link is not trusted
+int openLinked(const busIdentity& identity, fileDescriptor& folder)
 {
     struct stat link {
     };
-    struct stat about {
-    };
-    folder = fileDescriptor(ownDescriptor(open(identity.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
-    if (!folder.valid() || lstat(identity.folder.c_str(), &link) != 0 || fstat(folder.number(), &about) != 0) {
+    folder = openPlace(identity, 0);
+    if (!folder.valid() || lstat(identity.folder.c_str(), &link) != 0) {
         return errno;
     }
-    return isTrusted(link.st_uid, identity) && isTrusted(about.st_uid, identity) && !canBeExchanged(about) ? 0 : EPERM;
+    return isTrusted(link.st_uid, identity) ? 0 : EPERM;
+}
+
+/// @param[out] folder  for the calls that take a folder, no more. @return 0 or an errno
+int openFolder(const busIdentity& identity, fileDescriptor& folder)
+{
+    folder = openPlace(identity, O_NOFOLLOW);
+    if (!folder.valid()) {
+        // ENOTDIR: perhaps a link
+        const int error = errno == ENOTDIR || errno == ELOOP ? openLinked(identity, folder) : errno;
+        if (error != 0) {
+            return error;
+        }
+    }
+    struct stat about {
+    };
+    if (fstat(folder.number(), &about) != 0) {
+        return errno;
+    }
+    return isTrusted(about.st_uid, identity) && !canBeExchanged(about) ? 0 : EPERM;
 }
 
 /// Opens the folder, and makes it when it is missing. It then belongs to those who may use the bus; those above it that
@@ -112,9 +153,8 @@ int makeSharedFolder(const busIdentity& identity, fileDescriptor& folder)
     if (const int error = openFolder(identity, folder); error != ENOENT) {
         return error;
     }
-    const int error = makeFolderAndFinish(identity.folder, [&identity](int descriptor) {
-        static_cast<void>(share(descriptor, identity, folderMode(identity.mode)));
-    });
+    const int error = makeFolderAndFinish(
+        identity.folder, [&identity](int descriptor) { share(descriptor, identity, folderMode(identity.mode)); });
     return error == 0 || error == EEXIST ? openFolder(identity, folder) : error;
 }
 
@@ -130,7 +170,7 @@ void shareAll(const busIdentity& identity)
             struct stat about {
             };
             if (file.valid() && fstat(file.number(), &about) == 0 && S_ISREG(about.st_mode)) {
-                static_cast<void>(share(file.number(), identity, identity.mode));
+                static_cast<void>(share(file.number(), about, identity, identity.mode));
             }
         }
     }
@@ -147,7 +187,7 @@ int openIn(const fileDescriptor& folder, const busIdentity& identity, const std:
     const int made = ownDescriptor(openat(folder.number(), name.c_str(), usual | O_CREAT | O_EXCL, identity.mode));
     if (made >= 0) {
         // whatever the umask
-        static_cast<void>(share(made, identity, identity.mode));
+        share(made, identity, identity.mode);
         return made;
     }
     // another process was faster
@@ -187,6 +227,13 @@ int errnoOfFolder(int error)
 
 int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use)
 {
+    struct stat about {
+    };
+    return openSharedFile(identity, name, use, about);
+}
+
+int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use, struct stat& about)
+{
     fileDescriptor folder;
     const int error = use == sharedUse::create ? makeSharedFolder(identity, folder) : openFolder(identity, folder);
     if (error != 0) {
@@ -194,8 +241,6 @@ int openSharedFile(const busIdentity& identity, const std::string& name, sharedU
         return -1;
     }
     fileDescriptor file(openIn(folder, identity, name, use));
-    struct stat about {
-    };
     if (!file.valid() || fstat(file.number(), &about) != 0) {
         return -1;
     }
@@ -203,7 +248,7 @@ int openSharedFile(const busIdentity& identity, const std::string& name, sharedU
         errno = ENXIO;
         return -1;
     }
-    if (share(file.number(), identity, identity.mode) && geteuid() == 0) {
+    if (share(file.number(), about, identity, identity.mode) && geteuid() == 0) {
         shareAll(identity);
     }
     return file.release();
@@ -213,10 +258,15 @@ bool isSharedFile(const busIdentity& identity, const std::string& name, int desc
 {
     struct stat opened {
     };
+    return fstat(descriptor, &opened) == 0 && isSharedFile(identity, name, opened);
+}
+
+bool isSharedFile(const busIdentity& identity, const std::string& name, const struct stat& opened)
+{
     struct stat named {
     };
-    return fstat(descriptor, &opened) == 0 && lstat((identity.folder / name).c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+    return lstat((identity.folder / name).c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
 }
 
 int removeSharedFile(const busIdentity& identity, const std::string& name)

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <string>
 
+#include <sys/stat.h>
+
 #include "platform/host/iic/bus.h"
 
 namespace kest::host::iic
@@ -29,9 +31,13 @@ enum class sharedUse : std::uint8_t {
 /// bus's files when they are not the node's any more.
 /// @return a descriptor, or -1 with `errno`: ENXIO when something else than a file has the name
 int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use);
+/// @param[out] about  what fstat() said of the file, before the permissions were mended
+int openSharedFile(const busIdentity& identity, const std::string& name, sharedUse use, struct stat& about);
 
 /// Whether the open file is the one that others open under the name.
 bool isSharedFile(const busIdentity& identity, const std::string& name, int descriptor);
+/// @param opened  what fstat() said of the open file at any time: its device and number never change
+bool isSharedFile(const busIdentity& identity, const std::string& name, const struct stat& opened);
 
 /// Removes what has the name, whatever it is but a folder. @return 0 or an errno
 int removeSharedFile(const busIdentity& identity, const std::string& name);
