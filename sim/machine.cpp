@@ -250,17 +250,23 @@ bool machineModel::stopWave(const std::string& busName)
 
 using openMachines = std::map<std::pair<std::string, realClock*>, std::weak_ptr<machineModel>>;
 
-/// Puts a machine first among those that stay open.
-void keepOpen(const std::shared_ptr<machineModel>& model)
+/// Those that stay open, the latest used first.
+std::vector<std::shared_ptr<machineModel>>& keptMachines()
 {
     // outlives static objects
     static auto* const kept = new std::vector<std::shared_ptr<machineModel>>;
-    const auto known = std::ranges::find(*kept, model);
-    if (known == kept->end()) {
-        kept->insert(kept->begin(), model);
-        kept->resize(std::min(kept->size(), mostKept));
+    return *kept;
+}
+
+void keepOpen(const std::shared_ptr<machineModel>& model)
+{
+    auto& kept = keptMachines();
+    const auto known = std::ranges::find(kept, model);
+    if (known == kept.end()) {
+        kept.insert(kept.begin(), model);
+        kept.resize(std::min(kept.size(), mostKept));
     } else {
-        std::rotate(kept->begin(), known, known + 1);
+        std::rotate(kept.begin(), known, known + 1);
     }
 }
 
@@ -281,6 +287,8 @@ std::shared_ptr<machine> openMachine(const std::filesystem::path& folder, realCl
     auto model = known.lock();
     const bool unused = model.use_count() == 2;
     if (model == nullptr || !model->buses().stillStand()) {
+        // its files were replaced: they are closed when its last user is done
+        std::erase(keptMachines(), model);
         model = std::make_shared<machineModel>(place, clock);
         known = model;
     } else if (keep && unused) {

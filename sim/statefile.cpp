@@ -156,7 +156,7 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
         fail(m_path, "state file");
     }
     m_reopenPath = "/proc/self/fd/" + std::to_string(m_descriptor);
-    reserveHoles();
+    examine();
     void* const at = mmap(nullptr, m_sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, m_descriptor, 0);
     if (at == MAP_FAILED) {
         close(m_descriptor);
@@ -167,13 +167,19 @@ stateFile::stateFile(std::filesystem::path file, std::span<const std::size_t> re
     forkRegistry::instance().files.push_back(this);
 }
 
-// A sparse copy of the file has holes. On a full disk, a write to one of them would end the process. The file keeps its
-// size: nobody holds it here, and another process may have made it anew for a smaller machine since fstat().
-void stateFile::reserveHoles()
+// Notes which file it is, and reserves its holes: a sparse copy of it has some. On a full disk, a write to one of them
+// would end the process. The file keeps its size: nobody holds it here, and another process may have made it anew for a
+// smaller machine since fstat().
+void stateFile::examine()
 {
     struct stat found {
     };
-    if (fstat(m_descriptor, &found) == 0 && std::cmp_equal(found.st_size, m_sizeBytes) &&
+    if (fstat(m_descriptor, &found) != 0) {
+        return;
+    }
+    m_device = found.st_dev;
+    m_number = found.st_ino;
+    if (std::cmp_equal(found.st_size, m_sizeBytes) &&
         fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(m_sizeBytes)) != 0 &&
         (errno == ENOSPC || errno == EDQUOT)) {
         const int error = errno;
@@ -247,6 +253,14 @@ bool stateFile::isWhole() const
            std::cmp_equal(now.st_size, m_sizeBytes);
 }
 
+bool stateFile::isInPlace() const
+{
+    struct stat now {
+    };
+    return m_mapped != nullptr && lstat(m_path.c_str(), &now) == 0 && now.st_dev == m_device &&
+           now.st_ino == m_number && std::cmp_equal(now.st_size, m_sizeBytes);
+}
+
 bool stateFile::usable(std::uint64_t layoutMark) const
 {
     return isWhole() && isOf(readHeader({m_mapped, headerBytes}), layoutMark, m_sizeBytes);
@@ -255,7 +269,7 @@ bool stateFile::usable(std::uint64_t layoutMark) const
 bool stateFile::seemsUsable(std::uint64_t layoutMark) const
 {
     const auto seen = seenHeader(m_descriptor);
-    return isWhole() && seen && isOf(*seen, layoutMark, m_sizeBytes);
+    return isInPlace() && seen && isOf(*seen, layoutMark, m_sizeBytes);
 }
 
 std::string stateFile::damage(std::uint64_t layoutMark) const

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace kest::sim
 {
 
@@ -51,7 +53,8 @@ public:
 
     /// @return whether the file is still there, whole, and this machine's. Ask under a lock.
     [[nodiscard]] bool usable(std::uint64_t layoutMark) const;
-    /// The same without a lock, as the file is at some moment of the call.
+    /// The same without a lock, as the file is at some moment of the call; and whether it still has its name. Another file
+    /// in its place is what everybody else uses.
     [[nodiscard]] bool seemsUsable(std::uint64_t layoutMark) const;
     /// What is damaged in a file that is not usable; empty when nothing is: it is new, was never finished, or is of
     /// another machine. Ask under the lock of all.
@@ -92,8 +95,9 @@ private:
     static void forkHandlers();
     bool lockFile(std::size_t first, std::size_t count, bool lock) const;
     [[nodiscard]] bool isWhole() const;
+    [[nodiscard]] bool isInPlace() const;
     [[nodiscard]] std::uint8_t& active(std::size_t bus) const { return m_mapped[m_blocks[bus].at]; }
-    void reserveHoles();
+    void examine();
     [[nodiscard]] bool copyTo(const std::filesystem::path& file) const;
     [[nodiscard]] std::span<std::uint8_t> record(std::size_t bus, unsigned which) const;
 
@@ -101,6 +105,8 @@ private:
     std::vector<block> m_blocks;
     std::size_t m_sizeBytes = 0;
     int m_descriptor = -1;
+    dev_t m_device = 0; ///< with the number: which file is open
+    ino_t m_number = 0;
     std::string m_reopenPath; ///< names `m_descriptor` for a forked child
     std::uint8_t* m_mapped = nullptr;
     std::vector<std::unique_ptr<std::mutex>> m_mutexes; ///< of each bus, and of the header
