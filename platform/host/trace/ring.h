@@ -20,9 +20,9 @@ public:
     ringLane(const ringLane&) = delete;
     ringLane& operator=(const ringLane&) = delete;
 
-    /// Appends a record of `count` words, an even number; fills its tag and check words.
+    /// Appends a record of `count` words, an even number; its tag and check words are made here.
     /// @return false when the lane is frozen: the ring has moved
-    bool append(std::uint32_t* record, std::size_t count, std::uint32_t laneUnits, std::uint32_t seed)
+    bool append(const std::uint32_t* record, std::size_t count, std::uint32_t laneUnits, std::uint32_t seed)
     {
         const auto units = static_cast<std::uint32_t>(count * sizeof *record / unitBytes);
         std::uint32_t at = position().load(std::memory_order_relaxed);
@@ -33,19 +33,18 @@ public:
             }
         } while (!position().compare_exchange_weak(at, advanced(at, units, laneUnits), std::memory_order_acq_rel,
                                                    std::memory_order_relaxed));
+        // Tag and check come last: until then what was here before has no valid tag, or a wrong check.
+        constexpr std::size_t head = wordCheck + 1;
+        static_assert(head == wordsPerUnit, "a record that wraps has its tag and check in one piece");
         checkSum check(seed);
-        record[wordTag] = at;
         check.add(at);
-        for (std::size_t index = wordCheck + 1; index < count; ++index) {
-            check.add(record[index]);
-        }
-        record[wordCheck] = check.value();
         const std::size_t first = positionIndex(at) * std::size_t{wordsPerUnit};
         const std::size_t ahead = laneUnits * std::size_t{wordsPerUnit} - first;
-        store(first, record, count < ahead ? count : ahead);
-        if (count > ahead) {
-            store(0, record + ahead, count - ahead);
-        }
+        const std::size_t before = count < ahead ? count : ahead;
+        store(first + head, record + head, before - head, check);
+        store(0, record + before, count - before, check);
+        word(first + wordTag).store(at, std::memory_order_relaxed);
+        word(first + wordCheck).store(check.value(), std::memory_order_relaxed);
         return true;
     }
 
@@ -56,8 +55,8 @@ public:
     void copyTo(std::uint8_t* bytes, std::uint32_t laneUnits)
     {
         for (std::size_t index = 0; index < laneUnits * std::size_t{wordsPerUnit}; ++index) {
-            const std::uint32_t word = at(index).load(std::memory_order_relaxed);
-            std::memcpy(bytes + laneHeadBytes + index * sizeof word, &word, sizeof word);
+            const std::uint32_t copied = word(index).load(std::memory_order_relaxed);
+            std::memcpy(bytes + laneHeadBytes + index * sizeof copied, &copied, sizeof copied);
         }
         std::atomic_thread_fence(std::memory_order_acquire);
         const std::uint32_t end = position().load(std::memory_order_relaxed);
@@ -68,7 +67,7 @@ public:
     void copyFrom(ringLane& other, std::uint32_t laneUnits)
     {
         for (std::size_t index = 0; index < laneUnits * std::size_t{wordsPerUnit}; ++index) {
-            at(index).store(other.at(index).load(std::memory_order_relaxed), std::memory_order_relaxed);
+            word(index).store(other.word(index).load(std::memory_order_relaxed), std::memory_order_relaxed);
         }
         std::atomic_thread_fence(std::memory_order_acquire);
         position().store(other.position().load(std::memory_order_relaxed), std::memory_order_relaxed);
@@ -79,14 +78,20 @@ private:
     static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
 
     std::atomic_ref<std::uint32_t> position() { return std::atomic_ref(m_position); }
-    std::atomic_ref<std::uint32_t> at(std::size_t index)
+    std::atomic_ref<std::uint32_t> word(std::size_t index)
     {
         return std::atomic_ref(reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(this) + laneHeadBytes)[index]);
     }
-    void store(std::size_t first, const std::uint32_t* words, std::size_t count)
+    /// Stores an even number of words, and adds them to a check.
+    void store(std::size_t first, const std::uint32_t* words, std::size_t count, checkSum& check)
     {
-        for (std::size_t index = 0; index < count; ++index) {
-            at(first + index).store(words[index], std::memory_order_relaxed);
+        for (std::size_t index = 0; index < count; index += wordsPerUnit) {
+            const std::uint32_t left = words[index];
+            const std::uint32_t right = words[index + 1];
+            check.add(left);
+            check.add(right);
+            word(first + index).store(left, std::memory_order_relaxed);
+            word(first + index + 1).store(right, std::memory_order_relaxed);
         }
     }
 

@@ -33,60 +33,67 @@ class draft
 {
 public:
     /// Adds all bytes, or none: the record is then cut.
-    bool put(const void* bytes, std::size_t count)
+    template <typename Value>
+    void putValue(Value value)
     {
-        const bool fits = !m_cut && count <= maximumPayloadBytes - m_used;
-        if (fits && count > 0) {
-            std::memcpy(payload() + m_used, bytes, count);
-            m_used += count;
+        if (m_cut || sizeof value > room()) {
+            m_cut = true;
+            return;
         }
-        m_cut = !fits;
-        return fits;
+        std::memcpy(m_at, &value, sizeof value);
+        m_at += sizeof value;
     }
     /// Adds as many bytes as fit.
     void putSome(const void* bytes, std::size_t count)
     {
-        const std::size_t room = maximumPayloadBytes - m_used;
-        put(bytes, count < room ? count : room);
-        m_cut = m_cut || count > room;
+        const std::size_t fitting = count < room() ? count : room();
+        if (fitting != 0 && !m_cut) {
+            std::memcpy(m_at, bytes, fitting);
+            m_at += fitting;
+        }
+        m_cut = m_cut || fitting != count;
     }
     /// Adds a text up to its NUL, at most `most` bytes, and a NUL.
     void putText(const char* text, std::size_t most)
     {
         text = text == nullptr ? "(null)" : text;
-        const std::size_t room = maximumPayloadBytes - m_used;
         const std::size_t bound = most < maximumTextBytes - 1 ? most : maximumTextBytes - 1;
         const std::size_t length = strnlen(text, bound);
-        if (length < room) {
-            std::memcpy(payload() + m_used, text, length);
-            payload()[m_used + length] = '\0';
-            m_used += length + 1;
+        if (length >= room()) {
+            m_cut = true;
+            return;
         }
-        m_cut = m_cut || length >= room;
+        std::memcpy(m_at, text, length);
+        m_at[length] = '\0';
+        m_at += length + 1;
     }
     /// The caller writes text itself, from open() to the end that it gives to close().
-    char* open() { return payload() + m_used; }
-    void close(const char* end) { m_used = static_cast<std::size_t>(end - payload()); }
+    char* open() { return m_at; }
+    void close(char* end) { m_at = end; }
     void cut() { m_cut = true; }
     [[nodiscard]] bool isCut() const { return m_cut; }
 
     void writeTo(trace_wobu_buffer& ring, std::uint32_t kind, std::uint32_t hash, std::uint32_t line)
     {
+        // the filling, and what lies behind it
+        const std::uint64_t zeros = 0;
+        std::memcpy(m_at, &zeros, sizeof zeros);
+        // while the clock is read, what was put together above reaches the cache, and can be loaded by words at once
         const std::uint64_t time = kest::clockNs(CLOCK_MONOTONIC);
         const std::uint32_t thread = numberOfThread();
-        const std::size_t bytes = recordBytes(static_cast<std::uint32_t>(m_used));
-        std::memset(payload() + m_used, 0, bytes - recordHeadBytes - m_used);
+        const auto used = static_cast<std::uint32_t>(m_at - payload());
         m_words[wordTimeHigh] = static_cast<std::uint32_t>(time >> 32);
         m_words[wordTimeLow] = static_cast<std::uint32_t>(time);
         m_words[wordHash] = hash;
         m_words[wordLine] = line;
         m_words[wordThread] = thread;
-        m_words[wordKind] = kind << 16 | static_cast<std::uint32_t>(m_used) | (m_cut ? kindCutFlag : 0);
+        m_words[wordKind] = kind << 16 | used | (m_cut ? kindCutFlag : 0);
         storage* place = ring.place.load(std::memory_order_acquire);
         // a lane refuses when the ring has just moved: its new place is then known
-        for (int attempt = 0; attempt < 3 && place != nullptr &&
-                              !place->lane(thread % laneCount, ring.laneStride)
-                                   .append(m_words, bytes / sizeof(std::uint32_t), ring.laneUnits, ring.seed);
+        for (int attempt = 0;
+             attempt < 3 && place != nullptr &&
+             !place->lane(thread % laneCount, ring.laneStride)
+                  .append(m_words, recordBytes(used) / sizeof(std::uint32_t), ring.laneUnits, ring.seed);
              ++attempt) {
             place = ring.place.load(std::memory_order_acquire);
         }
@@ -94,15 +101,17 @@ public:
 
 private:
     char* payload() { return reinterpret_cast<char*>(m_words + recordHeadWords); }
+    [[nodiscard]] std::size_t room() { return static_cast<std::size_t>(payload() + maximumPayloadBytes - m_at); }
 
-    std::size_t m_used = 0;
+    // with room for a whole unit of filling
+    std::uint32_t m_words[(maximumRecordBytes + unitBytes) / sizeof(std::uint32_t)];
+    char* m_at = payload();
     bool m_cut = false;
-    std::uint32_t m_words[maximumRecordBytes / sizeof(std::uint32_t)];
 };
 
 /// Arguments are kept as 4 bytes when the format takes an int, else as 8, whatever the width of a long here.
-void putNumber(draft& record, int number) { record.put(&number, sizeof number); }
-void putWide(draft& record, std::uint64_t number) { record.put(&number, sizeof number); }
+void putNumber(draft& record, int number) { record.putValue(number); }
+void putWide(draft& record, std::uint64_t number) { record.putValue(number); }
 
 std::uint64_t wideArgument(const conversion& wanted, std::va_list& arguments)
 {
@@ -151,20 +160,19 @@ bool putArgument(draft& record, const conversion& wanted, std::va_list& argument
     return !record.isCut();
 }
 
-/// Copies the format, so that a reader needs only the file. @return the format in the record
+/// Copies the format, so that a reader needs only the file.
+/// @return the format to take the arguments by: the caller's, which can be read at once, or the cut one in the record
 const char* putFormat(draft& record, const char* format)
 {
-    char* at = record.open();
-    const char* own = at;
-    char* const end = at + maximumTextBytes - 1;
-    while (*format != '\0' && at != end) {
-        *at++ = *format++;
+    char* const own = record.open();
+    const std::size_t length = strnlen(format, maximumTextBytes - 1);
+    std::memcpy(own, format, length);
+    own[length] = '\0';
+    record.close(own + length + 1);
+    if (format[length] == '\0') {
+        return format;
     }
-    *at = '\0';
-    record.close(at + 1);
-    if (*format != '\0') {
-        record.cut();
-    }
+    record.cut();
     return own;
 }
 
@@ -226,7 +234,7 @@ void trace_wobu_write2(trace_wobu_descriptor descriptor, int /*type*/, unsigned 
     draft record;
     binaryHead head{};
     const std::array<std::uint32_t, 2> sizes{header == nullptr ? 0 : headerSize, data == nullptr ? 0 : dataSize};
-    record.put(sizes.data(), sizeof sizes);
+    record.putValue(sizes);
     record.putSome(header, sizes[0]);
     record.putSome(data, sizes[1]);
     if (sizes[0] == sizeof head) {
