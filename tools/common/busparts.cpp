@@ -8,7 +8,6 @@
 
 #include "tools/common/bus.h"
 #include "tools/common/hubparts.h"
-#include "tools/common/memoryparts.h"
 #include "tools/common/number.h"
 
 namespace kest::tools
@@ -99,7 +98,7 @@ void searcher::contradict(foundPart& part) const
     }
     foundPart proved{.address = part.address};
     memoryProofs proofs;
-    proofs.judge(m_bus, proved, m_search.speedKhz);
+    proofs.judge(m_bus, proved, m_search.asking);
     const bool isProved = proved.source == partSource::proof;
     if (isProved && std::ranges::find(proved.types, part.types.front()) == proved.types.end()) {
         part.note += "; but its reads show another part: " + proved.note;
@@ -156,7 +155,7 @@ void searcher::takeUnknown(std::uint8_t address)
     if (part.types.empty()) {
         part.note = "something answers; no type that is served has this address";
     } else if (part.types.front()->kind == deviceKind::seeprom) {
-        m_proofs.judge(m_bus, part, m_search.speedKhz);
+        m_proofs.judge(m_bus, part, m_search.asking);
     } else {
         part.source = partSource::address;
         part.note = "something answers, by its address";
@@ -176,7 +175,7 @@ void searcher::takeHub(std::uint8_t address)
                                    "the parts behind it by bytes that another part would take for data"});
         return;
     }
-    std::vector<foundPart> behind = findPartsBehind(m_bus, address, m_search.speedKhz);
+    std::vector<foundPart> behind = findPartsBehind(m_bus, address, m_search.asking);
     std::ranges::move(behind, std::back_inserter(m_parts));
 }
 

@@ -11,6 +11,7 @@
 #include "platform/host/iic/sysfs.h"
 #include "tools/common/devicetext.h"
 #include "tools/common/foundpart.h"
+#include "tools/common/memoryparts.h"
 
 namespace kest::tools
 {
@@ -19,10 +20,11 @@ struct partSearch {
     /// Whether the parts at hubs' addresses are 922 hubs, so that there may be parts behind them. Nobody can find out
     /// without sending bytes that another part at such an address takes for data.
     bool hubsAreCertain = false;
-    std::uint32_t speedKhz = 0; ///< 0 the library's default
+    partAsking asking = {};
 };
 
-/// Scans a bus, and examines what answers or what the kernel knows. Throws a `failure` when the bus can't be opened.
+/// Scans a bus, and examines what answers or what the kernel knows. Throws a `failure` when the bus can't be opened, and
+/// as memoryProofs::judge().
 /// @return parts by address, those behind a hub after the hub
 [[nodiscard]] std::vector<foundPart> findParts(const busName& bus, const host::iic::sysfs& kernel,
                                                const partSearch& search);

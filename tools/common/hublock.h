@@ -14,7 +14,7 @@ namespace kest::tools
 class hubLock
 {
 public:
-    /// Waits up to a second. @param address  8-bit form
+    /// Waits up to 10 s, and no longer once a signal came. An operation's lock is taken before it. @param address  8-bit form
     hubLock(const busName& bus, std::uint8_t address);
     hubLock(const hubLock&) = delete;
     hubLock& operator=(const hubLock&) = delete;

@@ -33,15 +33,16 @@ enum class portAnswer : std::uint8_t {
 class hubSearcher
 {
 public:
-    hubSearcher(const busName& bus, std::uint8_t address, std::uint32_t speedKhz)
-        : m_bus(bus), m_hub({.address = address, .type = findType(KEST_DEV_922HUB)}), m_speedKhz(speedKhz)
+    hubSearcher(const busName& bus, std::uint8_t address, const partAsking& asking)
+        : m_bus(bus), m_hub({.address = address, .type = findType(KEST_DEV_922HUB)}), m_asking(asking)
     {
     }
 
     /// @return false when the hub itself does not go on
     bool askPort(std::uint8_t port);
-    /// Takes the status that the hub has from earlier. @return false when it does not answer
-    [[nodiscard]] bool begin() { return offsetReads(deviceAt(0, firstMemory), m_speedKhz).clearStatus(); }
+    /// Takes the status that the hub has from earlier. @return empty; or what goes on with the hub's note: why it can't
+    /// be asked
+    [[nodiscard]] std::string begin();
     [[nodiscard]] const std::string& trouble() const { return m_trouble; }
     [[nodiscard]] std::vector<foundPart>& parts() { return m_parts; }
 
@@ -54,7 +55,7 @@ private:
 
     const busName& m_bus;
     deviceLink m_hub;
-    std::uint32_t m_speedKhz;
+    const partAsking& m_asking;
     std::string m_trouble;
     std::vector<foundPart> m_parts;
 };
@@ -69,9 +70,26 @@ device hubSearcher::deviceAt(std::uint8_t port, std::uint8_t address) const
     return which;
 }
 
+std::string hubSearcher::begin()
+{
+    const hubLock lock(m_bus, m_hub.address);
+    if (lock.error() != 0) {
+        return "; what is behind it was not asked: " + adviceFor(lock.error(), m_bus).what;
+    }
+    const bool answers = offsetReads(deviceAt(0, firstMemory), m_asking.speedKhz).clearStatus();
+    return answers ? "" : "; but it does not answer as one";
+}
+
+// Only for the question itself: a proof takes the lock of its operation, and then that of the hub.
 portAnswer hubSearcher::ask(std::uint8_t port, std::uint8_t address, bool& hubGoesOn)
 {
-    offsetReads reads(deviceAt(port, address), m_speedKhz);
+    offsetReads reads(deviceAt(port, address), m_asking.speedKhz);
+    const hubLock lock(m_bus, m_hub.address);
+    if (lock.error() != 0) {
+        hubGoesOn = false;
+        m_trouble = fmt::format("from port {} on it was not asked: {}", port, adviceFor(lock.error(), m_bus).what);
+        return portAnswer::trouble;
+    }
     std::array<std::uint8_t, askedBytes> bytes{};
     const std::uint8_t start = 0;
     const std::optional<std::uint8_t> status = reads.readStatus({&start, 1}, bytes);
@@ -102,7 +120,7 @@ bool hubSearcher::askPort(std::uint8_t port)
         if (answer == portAnswer::present) {
             foundPart part{.way = {m_hub}, .address = static_cast<std::uint8_t>(address)};
             part.way.front().port = port;
-            proofs.judge(m_bus, part, m_speedKhz);
+            proofs.judge(m_bus, part, m_asking);
             m_parts.push_back(std::move(part));
         }
     }
@@ -111,17 +129,12 @@ bool hubSearcher::askPort(std::uint8_t port)
 
 } // namespace
 
-std::vector<foundPart> findPartsBehind(const busName& bus, std::uint8_t address, std::uint32_t speedKhz)
+std::vector<foundPart> findPartsBehind(const busName& bus, std::uint8_t address, const partAsking& asking)
 {
     foundPart hub{.address = address, .note = "a 922 hub, as --hubs says"};
-    const hubLock lock(bus, address);
-    if (lock.error() != 0) {
-        hub.note += "; what is behind it was not asked: " + adviceFor(lock.error(), bus).what;
-        return {hub};
-    }
-    hubSearcher search(bus, address, speedKhz);
-    if (!search.begin()) {
-        hub.note += "; but it does not answer as one";
+    hubSearcher search(bus, address, asking);
+    if (const std::string trouble = search.begin(); !trouble.empty()) {
+        hub.note += trouble;
         return {hub};
     }
     std::uint8_t port = 0;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/common/foundpart.h"
+#include "tools/common/memoryparts.h"
 
 namespace kest::tools
 {
@@ -13,6 +14,7 @@ namespace kest::tools
 /// answers. The hub is locked meanwhile. A status that is left in it from earlier is lost, as with every use of a hub.
 /// @param address  of a part that is known to be a hub
 /// @return the hub itself, then the parts behind it
-[[nodiscard]] std::vector<foundPart> findPartsBehind(const busName& bus, std::uint8_t address, std::uint32_t speedKhz);
+[[nodiscard]] std::vector<foundPart> findPartsBehind(const busName& bus, std::uint8_t address,
+                                                     const partAsking& asking);
 
 } // namespace kest::tools

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/core.h>
 
+#include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/widthbytes.h"
 #include "tools/common/widthproof.h"
@@ -23,6 +24,14 @@ device smallestAt(const busName& bus, const foundPart& part)
     which.text = deviceText(which.bus, which.node, which.links);
     which.label = which.text;
     return which;
+}
+
+widthFinding proveHeld(const device& which, const partAsking& asking)
+{
+    const deviceOperation held(which, {.use = operationUse::read, .doing = "init", .waitNs = asking.waitNs});
+    widthFinding finding = proveWidth(which, asking.speedKhz);
+    throwIfInterrupted(which.label, "init");
+    return finding;
 }
 
 std::vector<const deviceTypeInfo*> allMemories()
@@ -74,9 +83,9 @@ std::string memoryProofs::otherAddressOf(const smallPart& part) const
     return {};
 }
 
-void memoryProofs::judge(const busName& bus, foundPart& part, std::uint32_t speedKhz)
+void memoryProofs::judge(const busName& bus, foundPart& part, const partAsking& asking)
 {
-    const widthFinding finding = proveWidth(smallestAt(bus, part), speedKhz);
+    const widthFinding finding = proveHeld(smallestAt(bus, part), asking);
     if (finding.verdict == widthVerdict::twoBytes) {
         judgeTwoBytes(part, finding);
         return;

@@ -5,17 +5,25 @@
 #include <vector>
 
 #include "tools/common/foundpart.h"
+#include "tools/common/operation.h"
 
 namespace kest::tools
 {
+
+/// How memory parts are asked.
+struct partAsking {
+    std::uint32_t speedKhz = 0; ///< 0 the library's default
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have a part
+};
 
 /// The memory parts of one bus or one port of a hub. Parts that were judged before help to judge the next: one part can
 /// answer at several addresses.
 class memoryProofs
 {
 public:
-    /// Fills in source, types, whether the part is ready, and the note. @param part  of which way and address are known
-    void judge(const busName& bus, foundPart& part, std::uint32_t speedKhz);
+    /// Fills in source, types, whether the part is ready, and the note. It keeps writers off the part meanwhile, and
+    /// throws as a deviceOperation does; also an interruption(). @param part  of which way and address are known
+    void judge(const busName& bus, foundPart& part, const partAsking& asking);
 
 private:
     /// A part with one offset byte.

@@ -52,6 +52,7 @@ readEnd offsetReads::endOf(const exchangeResult& result)
 readEnd offsetReads::readAt(std::uint8_t address, std::span<const std::uint8_t> offset, std::span<std::uint8_t> into,
                             bool waits)
 {
+    ++m_count;
     return endOf(
         m_bus->exchange({.address = address, .offset = offset, .into = into, .speedKhz = m_speedKhz, .waits = waits}));
 }
@@ -70,6 +71,12 @@ readEnd offsetReads::readThroughHub(std::uint8_t address, std::span<const std::u
     return end;
 }
 
+std::unique_ptr<hubLock> offsetReads::holdHub() const
+{
+    return behindHub() ? std::make_unique<hubLock>(busName{m_device.bus, m_device.node}, m_device.head().address)
+                       : nullptr;
+}
+
 readEnd offsetReads::read(std::span<const std::uint8_t> offset, std::span<std::uint8_t> into)
 {
     if (!behindHub()) {
@@ -77,7 +84,11 @@ readEnd offsetReads::read(std::span<const std::uint8_t> offset, std::span<std::u
     }
     std::uint8_t status = 0;
     const readEnd end = readThroughHub(m_device.end().address, offset, into, status);
-    return end == readEnd::done && status != 0 ? readEnd::failed : end;
+    if (end != readEnd::done || status == 0) {
+        return end;
+    }
+    clearStatus();
+    return readEnd::failed;
 }
 
 bool offsetReads::readOther(std::uint8_t address, std::span<std::uint8_t> into)

@@ -12,6 +12,7 @@
 
 #include "platform/host/iic/tools.h"
 #include "tools/common/devicetext.h"
+#include "tools/common/hublock.h"
 #include "tools/common/widthreads.h"
 
 namespace kest::tools
@@ -28,8 +29,12 @@ public:
     /// Bytes that one read takes at most.
     [[nodiscard]] std::size_t mostBytes() const;
 
-    /// Reads the part. Behind one offset byte it waits for the end of a write cycle; behind two it does not, because
-    /// each attempt could write a byte.
+    /// Behind a hub: keeps others off it until the object ends. A hub keeps a status between transfers, so that those
+    /// of a proof belong together. No transfer of the library through this hub works meanwhile. Null without a hub.
+    [[nodiscard]] std::unique_ptr<hubLock> holdHub() const;
+
+    /// Reads the part. A status of a hub other than 0 is taken from it. Behind one offset byte it waits for the end of a
+    /// write cycle; behind two it does not, because each attempt could write a byte.
     readEnd read(std::span<const std::uint8_t> offset, std::span<std::uint8_t> into);
     /// Reads the start of the part at another address of the same bus or sub-bus.
     /// @return false when nothing answers, or a kernel driver has the address
@@ -42,6 +47,8 @@ public:
     bool clearStatus();
 
     [[nodiscard]] bool behindHub() const { return m_device.behindHub(); }
+    /// Reads so far, also those that failed or took a status from a hub.
+    [[nodiscard]] unsigned count() const { return m_count; }
     /// errno of the latest read that failed; 0 when none did
     [[nodiscard]] int error() const { return m_error; }
 
@@ -56,6 +63,7 @@ private:
     std::uint32_t m_speedKhz;
     std::unique_ptr<host::iic::toolBus> m_bus; ///< null when it can't be opened
     int m_error = 0;
+    unsigned m_count = 0;
 };
 
 } // namespace kest::tools

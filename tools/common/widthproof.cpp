@@ -1,11 +1,11 @@
 #include "tools/common/widthproof.h"
 
-#include <algorithm>
-#include <array>
 #include <fmt/core.h>
 #include <optional>
 
 #include "tools/common/escape.h"
+#include "tools/common/hubproof.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/offsetreads.h"
 #include "tools/common/signalblock.h"
 
@@ -14,76 +14,16 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::size_t hubBytes = 16;
-constexpr std::uint8_t hubDone = 0;
-// a read with the wrong number of offset bytes
-constexpr std::uint8_t hubMalformed = 1;
+// A read through a hub that fails leaves a status, and so may each read at another address. Taking them is a read, too.
+constexpr unsigned mostStatusReads = 5;
 
-/// What a hub says of one number of offset bytes.
-enum class hubAnswer : std::uint8_t {
-    taken,
-    refused,
-    other, ///< another status, or silence
-};
-
-/// Asks a hub with one offset byte or two. A refusal stays in the hub until it is taken.
-hubAnswer askHub(offsetReads& reads, std::span<const std::uint8_t> offset, std::span<std::uint8_t> into,
-                 widthFinding& finding)
+std::optional<widthFinding> askHub(offsetReads& reads)
 {
-    ++finding.reads;
-    const std::optional<std::uint8_t> status = reads.readStatus(offset, into);
-    if (!status) {
-        finding.seen = "the hub does not answer";
-        return hubAnswer::other;
-    }
-    if (*status == hubMalformed) {
-        ++finding.reads;
-        return reads.clearStatus() ? hubAnswer::refused : hubAnswer::other;
-    }
-    if (*status != hubDone) {
-        finding.seen = fmt::format("the hub reports status {}", *status);
-    }
-    return *status == hubDone ? hubAnswer::taken : hubAnswer::other;
-}
-
-/// Asks a hub, which knows its devices. @return false when the reads of the part itself must decide
-bool proveByHub(offsetReads& reads, widthFinding& finding)
-{
-    std::array<std::uint8_t, hubBytes> bytes{};
-    std::array<std::uint8_t, 2> offset{};
-    const std::span<const std::uint8_t> both = offset;
-    finding.byHub = true;
-    hubAnswer one = askHub(reads, both.first(1), bytes, finding);
-    if (one == hubAnswer::taken) {
-        const auto before = bytes;
-        one = askHub(reads, both.first(1), bytes, finding);
-        // a part with one offset byte would take the second one for data, and holds that byte there
-        offset[1] = bytes[0];
-        if (one == hubAnswer::taken && bytes != before) {
-            finding.verdict = widthVerdict::flaky;
-            finding.seen = "two reads behind one offset byte differ";
-            return true;
-        }
-    }
-    if (one == hubAnswer::other) {
-        return true;
-    }
-    const hubAnswer two = askHub(reads, both, bytes, finding);
-    if (one == hubAnswer::refused && two == hubAnswer::refused) {
-        // the first refusal was an earlier user's
-        one = askHub(reads, both.first(1), bytes, finding);
-    }
-    if (two == hubAnswer::other || one == hubAnswer::other) {
-        return true;
-    }
-    if (one == two) {
-        finding.seen = "the hub refuses both widths";
-        finding.byHub = one == hubAnswer::refused;
-        return finding.byHub;
-    }
-    finding.verdict = one == hubAnswer::taken ? widthVerdict::oneByte : widthVerdict::twoBytes;
-    finding.seen = "the hub takes this width and refuses the other one";
-    return true;
+    const hubQuestion question{
+        .readStatus = [&reads](std::span<const std::uint8_t> offset,
+                               std::span<std::uint8_t> into) { return reads.readStatus(offset, into); },
+        .clearStatus = [&reads] { return reads.clearStatus(); }};
+    return proveByHub(question);
 }
 
 widthFinding proveByReads(offsetReads& reads, const device& which, const byteRange& written)
@@ -95,6 +35,7 @@ widthFinding proveByReads(offsetReads& reads, const device& which, const byteRan
                               std::span<std::uint8_t> into) { return reads.readOther(address, into); },
         .address = which.end().address,
         .mostBytes = reads.mostBytes(),
+        .mostReads = widthReads::most - reads.count() - (reads.behindHub() ? mostStatusReads : 0),
         .offset = written.offset,
         .length = written.length};
     return widthEngine(question).run();
@@ -106,16 +47,24 @@ unsigned offsetBytesOf(const deviceTypeInfo& type) { return type.bytes > widthRe
 
 widthFinding proveWidth(const device& which, std::uint32_t speedKhz, const byteRange& written)
 {
-    const signalBlock quiet;
     offsetReads reads(which, speedKhz);
     widthFinding finding{.seen = reads.trouble()};
     if (!finding.seen.empty()) {
         finding.error = reads.error();
         return finding;
     }
-    if (!reads.behindHub() || !proveByHub(reads, finding)) {
-        finding = proveByReads(reads, which, written);
+    // a signal ends the wait for it
+    const auto hub = reads.holdHub();
+    throwIfInterrupted(which.label, "width proof");
+    if (hub && hub->error() != 0) {
+        finding.seen = "the hub can't be had";
+        finding.error = hub->error();
+        return finding;
     }
+    const signalBlock quiet;
+    const auto byHub = reads.behindHub() ? askHub(reads) : std::nullopt;
+    finding = byHub ? *byHub : proveByReads(reads, which, written);
+    finding.reads = reads.count();
     finding.error = isProved(finding) ? 0 : reads.error();
     return finding;
 }

@@ -16,8 +16,9 @@ namespace kest::tools
 /// Offset bytes that a SEEPROM type takes.
 [[nodiscard]] unsigned offsetBytesOf(const deviceTypeInfo& type);
 
-/// Proves the width with signals blocked. Reads only, changes no part, makes no error entry. It uses bus, address, hub
-/// and port of the device, and not its type.
+/// Proves the width with signals blocked, in at most 64 reads. Reads only, changes no part, makes no error entry. It uses
+/// bus, address, hub and port of the device, and not its type. A hub on the way is locked meanwhile; throws an
+/// interruption() when a signal ends the wait for that.
 /// @param speedKhz  0 the library's default
 /// @param written   bytes that are to be written; of length 0 when none are
 [[nodiscard]] widthFinding proveWidth(const device& which, std::uint32_t speedKhz, const byteRange& written = {});

@@ -16,7 +16,7 @@ constexpr std::size_t leastPiece = 16;
 
 readEnd widthReads::read(std::span<const std::uint8_t> offset, std::span<std::uint8_t> into)
 {
-    if (m_count == most) {
+    if (m_count >= m_question.mostReads) {
         m_trouble = "more than 64 reads would be needed";
         return readEnd::failed;
     }
@@ -26,7 +26,7 @@ readEnd widthReads::read(std::span<const std::uint8_t> offset, std::span<std::ui
 
 bool widthReads::readOther(std::uint8_t address, std::span<std::uint8_t> into)
 {
-    if (m_count == most) {
+    if (m_count >= m_question.mostReads) {
         return false;
     }
     ++m_count;

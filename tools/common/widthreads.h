@@ -28,6 +28,7 @@ struct widthQuestion {
     std::function<bool(std::uint8_t address, std::span<std::uint8_t> into)> readOther;
     std::uint8_t address = 0; ///< 8-bit form
     std::size_t mostBytes = 0; ///< that one read takes
+    unsigned mostReads = 64; ///< that the proof makes
     std::uint32_t offset = 0; ///< of the bytes that are to be written
     std::uint32_t length = 0; ///< 0: none are
 };
@@ -43,7 +44,7 @@ enum class firstEnd : std::uint8_t {
 class widthReads
 {
 public:
-    static constexpr unsigned most = 64;
+    static constexpr unsigned most = 64; ///< reads of one proof
     static constexpr std::size_t firstBytes = 256;
     using firstRead = std::array<std::uint8_t, firstBytes>;
 

@@ -70,6 +70,10 @@ std::optional<firstContent> readFirstOnce(offsetReads& reads)
                                                   std::span<std::uint8_t> into) { return reads.read(offset, into); },
                                  .readOther = {},
                                  .mostBytes = std::min<std::size_t>(firstBytes, reads.mostBytes())};
+    const auto hub = reads.holdHub();
+    if (hub && hub->error() != 0) {
+        return std::nullopt;
+    }
     widthReads::firstRead whole{};
     return widthReads(question).readWhole(whole) ? std::optional<firstContent>({whole.begin(), whole.end()})
                                                  : std::nullopt;

@@ -11,6 +11,7 @@
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/outputfile.h"
 #include "tools/common/proposal.h"
@@ -28,6 +29,7 @@ struct initOptions {
     bool hubs = false;
     bool yes = false;
     std::uint32_t speedKhz = 0;
+    std::uint64_t waitNs = usualWaitNs; ///< for others who have a part
 };
 
 /// The buses, each once.
@@ -85,8 +87,9 @@ int runInit(const context& shared, const initOptions& options)
     confirmFile(options);
     proposal proposed(host::currentConfiguration());
     for (const busName& bus : buses) {
-        proposed.add(
-            bus, findParts(bus, host::iic::sysfs(), {.hubsAreCertain = options.hubs, .speedKhz = options.speedKhz}));
+        proposed.add(bus, findParts(bus, host::iic::sysfs(),
+                                    {.hubsAreCertain = options.hubs,
+                                     .asking = {.speedKhz = options.speedKhz, .waitNs = options.waitNs}}));
     }
     if (!options.output.empty()) {
         writeFile(options.output, proposed.text());
@@ -112,6 +115,7 @@ void addInit(command program, context& shared)
     verb.flag("--hubs", options->hubs, "parts at the addresses of hubs are 922 hubs: look behind them");
     verb.flag("-y,--yes", options->yes, "replace the file without a question");
     addSpeed(verb, options->speedKhz, usualSpeed);
+    addWait(verb, options->waitNs);
     runs(verb, shared, options, runInit);
 }
 

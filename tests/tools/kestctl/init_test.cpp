@@ -7,6 +7,7 @@
 #include "tests/host/usedconfiguration.h"
 #include "tests/tools/program.h"
 #include "tools/common/hublock.h"
+#include "tools/common/operation.h"
 
 namespace kest::test
 {
@@ -241,6 +242,55 @@ TEST_F(KestctlInit, NeverReplacesAFileUnasked)
     EXPECT_EQ("# mine\n", readFile(file));
     EXPECT_EQ(0, bare({"init", "sim:planar", "-o", file.string(), "--yes"}).exit);
     EXPECT_THAT(readFile(file), StartsWith("# Proposed by 'kestctl init'"));
+}
+
+TEST_F(KestctlInit, WaitsForThoseWhoWriteToAPart)
+{
+    useBare();
+    const UsedConfiguration used{bareFile()};
+    const auto held = [](const std::string& device) {
+        auto lock = tools::operationLockOf(tools::parseDeviceText(device), tools::operationUse::write);
+        EXPECT_EQ(0, lock->attempt({.process = 4711,
+                                    .user = 4294967294U,
+                                    .sinceMs = 1714564800250,
+                                    .program = "other",
+                                    .doing = "seeprom write",
+                                    .device = device}));
+        return lock;
+    };
+    for (const char* device : {"sim:planar,L,1C0002,A4", "sim:planar,L,922,80,3,2C0128,A2"}) {
+        const auto writer = held(device);
+        const RunResult busy = bare({"init", "sim:planar", "--hubs", "--wait", "0"});
+        EXPECT_EQ(6, busy.exit) << busy.output;
+        EXPECT_EQ("", busy.output);
+        EXPECT_THAT(busy.errors, HasSubstr(": lock: another program is at work on it: other seeprom write on " +
+                                           std::string(device)));
+    }
+    const auto reader =
+        tools::operationLockOf(tools::parseDeviceText("sim:planar,L,1C0002,A4"), tools::operationUse::read);
+    ASSERT_EQ(0, reader->attempt({}));
+    EXPECT_EQ(0, bare({"init", "sim:planar", "--wait", "0"}).exit);
+}
+
+/// Who writes to a part behind the hub goes on through the hub, and so comes to its end.
+TEST_F(KestctlInit, DoesNotKeepTheHubWhileItWaitsForAPart)
+{
+    useBare();
+    const UsedConfiguration used{bareFile()};
+    const auto writer =
+        tools::operationLockOf(tools::parseDeviceText("sim:planar,L,922,80,3,2C0128,A2"), tools::operationUse::write);
+    ASSERT_EQ(0, writer->attempt({.program = "other", .doing = "seeprom write", .device = "riser"}));
+    std::vector<std::string> words{"--config", bareFile().string(), "init", "sim:planar", "--hubs"};
+    Program init("kestctl", words, {.environment = {{"TERM", "dumb"}}, .terminal = true});
+    ASSERT_TRUE(init.waitFor(": waits for other seeprom write"));
+    {
+        const tools::hubLock hub({"sim:planar", "L"}, 0x80);
+        EXPECT_EQ(0, hub.error());
+    }
+    writer->release();
+    const RunResult done = init.finish();
+    EXPECT_EQ(0, done.exit) << done.output;
+    EXPECT_THAT(done.output, HasSubstr("planar-hub40-3-51"));
 }
 
 TEST_F(KestctlInit, JsonHasTheSameContent)
