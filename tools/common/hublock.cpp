@@ -10,10 +10,8 @@ namespace kest::tools
 namespace
 {
 
-// longer than a long read of the library through a hub, which has the lock all that time
-constexpr std::uint32_t mostWaitMs = 10'000;
 // a signal is seen after each
-constexpr std::uint32_t sliceMs = 250;
+constexpr std::chrono::milliseconds slice{250};
 
 MernNode nodeOf(const busName& bus)
 {
@@ -24,18 +22,21 @@ MernNode nodeOf(const busName& bus)
 
 } // namespace
 
-hubLock::hubLock(const busName& bus, std::uint8_t address)
+hubLock::hubLock(const busName& bus, std::uint8_t address, std::chrono::nanoseconds longest)
     : m_handle(mern_iic_open(nodeOf(bus), bus.path.c_str(), MERN_OPEN_READ_WRITE_SYNC)),
       m_isOpen(!std::ranges::equal(m_handle.words, MERN_INVALID.words))
 {
-    mern_iic_lock lock{.kind = MERN_LOCK_HUB, .address = address, .timeoutMs = sliceMs};
-    m_error = m_isOpen ? EBUSY : errno;
-    for (std::uint32_t waited = 0; m_error == EBUSY && waited < mostWaitMs; waited += sliceMs) {
+    std::chrono::milliseconds left = std::chrono::ceil<std::chrono::milliseconds>(longest);
+    bool again = m_isOpen;
+    m_error = m_isOpen ? 0 : errno;
+    while (again) {
+        const std::chrono::milliseconds now = std::min(left, slice);
+        mern_iic_lock lock{
+            .kind = MERN_LOCK_HUB, .address = address, .timeoutMs = static_cast<std::uint32_t>(now.count())};
         const bool had = mern_iic_config(m_handle, MERN_CONFIG_SET, WOBU_IIC_LOCK, &lock, sizeof lock) == 0;
         m_error = had ? 0 : errno;
-        if (!had && interruptSignal() != 0) {
-            return;
-        }
+        left -= now;
+        again = m_error == EBUSY && left.count() > 0 && interruptSignal() == 0;
     }
 }
 

@@ -2,6 +2,7 @@
 /// between them.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include "platform/mern.h"
@@ -10,12 +11,16 @@
 namespace kest::tools
 {
 
+/// Longer than a long read of the library through a hub, which has the lock all that time.
+constexpr std::chrono::seconds usualHubWait{10};
+
 /// A hub's lock, the same that the library takes for a transfer through the hub. Ends with the object.
 class hubLock
 {
 public:
-    /// Waits up to 10 s, and no longer once a signal came. An operation's lock is taken before it. @param address  8-bit form
-    hubLock(const busName& bus, std::uint8_t address);
+    /// Tries for up to `longest`, and no longer once a signal came. An operation's lock is taken before it.
+    /// @param address  8-bit form
+    hubLock(const busName& bus, std::uint8_t address, std::chrono::nanoseconds longest = usualHubWait);
     hubLock(const hubLock&) = delete;
     hubLock& operator=(const hubLock&) = delete;
     ~hubLock();

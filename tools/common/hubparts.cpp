@@ -1,6 +1,8 @@
 #include "tools/common/hubparts.h"
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <fmt/core.h>
 #include <optional>
 
@@ -50,6 +52,12 @@ private:
     static constexpr std::uint8_t firstMemory = 0xA0;
     static constexpr std::uint8_t lastMemory = 0xAE;
 
+    /// No longer than others are waited for.
+    [[nodiscard]] std::chrono::nanoseconds hubWait() const
+    {
+        return std::chrono::nanoseconds(std::min<std::uint64_t>(
+            m_asking.waitNs, static_cast<std::uint64_t>(std::chrono::nanoseconds(usualHubWait).count())));
+    }
     [[nodiscard]] device deviceAt(std::uint8_t port, std::uint8_t address) const;
     [[nodiscard]] portAnswer ask(std::uint8_t port, std::uint8_t address, bool& hubGoesOn);
 
@@ -72,7 +80,7 @@ device hubSearcher::deviceAt(std::uint8_t port, std::uint8_t address) const
 
 std::string hubSearcher::begin()
 {
-    const hubLock lock(m_bus, m_hub.address);
+    const hubLock lock(m_bus, m_hub.address, hubWait());
     if (lock.error() != 0) {
         return "; what is behind it was not asked: " + adviceFor(lock.error(), m_bus).what;
     }
@@ -84,7 +92,7 @@ std::string hubSearcher::begin()
 portAnswer hubSearcher::ask(std::uint8_t port, std::uint8_t address, bool& hubGoesOn)
 {
     offsetReads reads(deviceAt(port, address), m_asking.speedKhz);
-    const hubLock lock(m_bus, m_hub.address);
+    const hubLock lock(m_bus, m_hub.address, hubWait());
     if (lock.error() != 0) {
         hubGoesOn = false;
         m_trouble = fmt::format("from port {} on it was not asked: {}", port, adviceFor(lock.error(), m_bus).what);

@@ -356,7 +356,7 @@ TEST_F(KestctlInit, AHubThatSomebodyElseHoldsIsLeftAlone)
     const UsedConfiguration used(bareFile());
     const tools::hubLock lock({"sim:planar", "L"}, 0x80);
     ASSERT_EQ(0, lock.error());
-    const json result = proposed({"sim:planar", "--hubs"});
+    const json result = proposed({"sim:planar", "--hubs", "--wait", "0"});
     EXPECT_EQ("a 922 hub, as --hubs says; what is behind it was not asked: somebody else holds it",
               partAt(result, 0x40).at("note"));
     EXPECT_THAT(result.at("configuration").get<std::string>(), Not(HasSubstr(",922,")));
