@@ -41,6 +41,7 @@ enum serviceCode : std::uint32_t {
     codeNoMemory = 0x80001608, ///< the service has none left for this request
     codeBusy = 0x80001609, ///< others have had the device for as long as the service waits
     codeNotLocked = 0x8000160A, ///< the service may not lock the device
+    codeOtherPart = 0x8000160B, ///< a write to another part than the device table expects
 };
 
 /// One request or reply. Of a request, flags, return code and log id are 0.

@@ -35,24 +35,32 @@ byteRange pagesAround(const device& which, const byteRange& range)
     return {first, std::min(end, which.end().type->bytes) - first};
 }
 
-/// The refusal of a part that holds other bytes than expected.
-/// @param at  the first of them that differs
-failure otherPart(const device& which, const host::expectedBytes& expected, std::span<const unsigned char> seen,
-                  std::size_t at)
+/// @param at  the first of the bytes that differs
+identityFinding differenceOf(const host::expectedBytes& expected, std::span<const unsigned char> seen, std::size_t at)
 {
     // a difference far behind is shown from there on
     const std::size_t from = at < mostBytesShown ? 0 : at;
     const auto offset = static_cast<std::uint32_t>(expected.offset + from);
+    return {.found = identity::unexpected,
+            .difference =
+                fmt::format("the device table expects {} at offset {} (0x{:X}), the part holds {}",
+                            shown(std::span(expected.bytes).subspan(from)), offset, offset, shown(seen.subspan(from))),
+            .offset = static_cast<std::uint32_t>(expected.offset + at),
+            .expected = expected.bytes[at],
+            .seen = seen[at]};
+}
+
+/// The refusal of a part that holds other bytes than expected.
+failure otherPart(const device& which, const identityFinding& finding)
+{
     failure why{.code = exitRefused,
-                .what = fmt::format("the device table expects {} at offset {} (0x{:X}), the part holds {}",
-                                    shown(std::span(expected.bytes).subspan(from)), offset, offset,
-                                    shown(seen.subspan(from))),
+                .what = finding.difference,
                 .tryThis = "is it another part? --force writes all the same",
                 .device = which.label,
                 .step = step};
-    logFailure(why, {.reason = reasonOtherPart,
-                     .words = {static_cast<std::uint32_t>(expected.offset + at), expected.bytes[at], seen[at]},
-                     .text = which.text});
+    logFailure(
+        why,
+        {.reason = reasonOtherPart, .words = {finding.offset, finding.expected, finding.seen}, .text = which.text});
     return why;
 }
 
@@ -105,19 +113,14 @@ identity checkIdentity(seeprom& chip, bool force)
         force);
 }
 
-identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force)
+identityFinding findIdentity(const device& which, bool wholePages, const bytesReader& read)
 {
     const std::vector<host::expectedBytes> expected = expectedAt(which);
     if (expected.empty()) {
-        return identity::notExpected;
+        return {};
     }
     requireRoomFor(which, expected);
-    struct difference {
-        const host::expectedBytes& expected;
-        byteVector seen;
-        std::size_t at;
-    };
-    std::vector<difference> differences;
+    identityFinding first{.found = identity::asExpected};
     byteVector all;
     for (const host::expectedBytes& each : expected) {
         const byteRange range{each.offset, static_cast<std::uint32_t>(each.bytes.size())};
@@ -125,21 +128,22 @@ identity checkIdentity(const device& which, bool wholePages, const bytesReader& 
         const byteVector bytes = read(around);
         const auto seen = std::span(bytes).subspan(each.offset - around.offset, each.bytes.size());
         const auto at = static_cast<std::size_t>(std::ranges::mismatch(each.bytes, seen).in1 - each.bytes.begin());
-        if (at != each.bytes.size()) {
-            differences.push_back({each, byteVector(seen.begin(), seen.end()), at});
+        if (at != each.bytes.size() && first.found == identity::asExpected) {
+            first = differenceOf(each, seen, at);
         }
         all.insert(all.end(), bytes.begin(), bytes.end());
     }
-    if (differences.empty()) {
-        return identity::asExpected;
+    const bool isBlank = isAll(all, 0xFF) || isAll(all, 0x00);
+    return first.found == identity::unexpected && isBlank ? identityFinding{.found = identity::blank} : first;
+}
+
+identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force)
+{
+    const identityFinding finding = findIdentity(which, wholePages, read);
+    if (finding.found == identity::unexpected && !force) {
+        throw otherPart(which, finding);
     }
-    if (isAll(all, 0xFF) || isAll(all, 0x00)) {
-        return identity::blank;
-    }
-    if (!force) {
-        throw otherPart(which, differences.front().expected, differences.front().seen, differences.front().at);
-    }
-    return identity::unexpected;
+    return finding.found;
 }
 
 } // namespace kest::tools

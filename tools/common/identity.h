@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "tools/common/seeprom.h"
 
@@ -31,7 +32,20 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
 
 using bytesReader = std::function<byteVector(const byteRange& range)>;
 
-/// The same by a reader of the caller's. @param wholePages  whether the pages around the expected bytes can be read
+struct identityFinding {
+    identity found = identity::notExpected;
+    // when it is `unexpected`
+    std::string difference = {}; ///< "the device table expects 54 at offset 4 (0x4), the part holds 55"
+    std::uint32_t offset = 0; ///< of the first byte that differs
+    std::uint8_t expected = 0;
+    std::uint8_t seen = 0;
+};
+
+/// The same by a reader of the caller's; makes no error entry. Throws as requireRoomFor() and the reader.
+/// @param wholePages  whether the pages around the expected bytes can be read
+[[nodiscard]] identityFinding findIdentity(const device& which, bool wholePages, const bytesReader& read);
+
+/// The same, with an error entry and a `failure` for another part. @param force  returns `unexpected` instead of throwing
 [[nodiscard]] identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force);
 
 } // namespace kest::tools

@@ -156,8 +156,8 @@ int runMessageRead(const context& shared, const messageOptions& options)
     return exitDone;
 }
 
-/// Refuses a write to another part than the device table expects, unless forced. The service does not check that. It is
-/// asked for the bytes, so that they come from where the write goes.
+/// Refuses a write to another part than the device table expects, unless forced. The service checks that, too, but not
+/// for its raw users. It is asked for the bytes, so that they come from where the write goes.
 void guardIdentity(const messageOptions& options, const device& which)
 {
     if (options.force || expectedAt(which).empty()) {
@@ -167,7 +167,7 @@ void guardIdentity(const messageOptions& options, const device& which)
     if (which.behindHub()) {
         throw failure{.code = exitRefused,
                       .what = "the device table expects bytes of it, and a message can't show what is behind a hub",
-                      .tryThis = "'kestctl seeprom write' checks them; --force writes all the same",
+                      .tryThis = "'kestctl seeprom write' checks them; --force leaves it to the service",
                       .device = which.label,
                       .step = step};
     }

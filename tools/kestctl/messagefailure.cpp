@@ -32,6 +32,7 @@ exitCode codeOfRefusal(std::uint32_t returnCode)
     switch (returnCode) {
     case client::codeForbidden:
     case client::codeNotLocked:
+    case client::codeOtherPart:
         return exitRefused;
     case client::codeLengthTooLarge:
     case client::codePastTheEnd:
@@ -67,6 +68,9 @@ void requireServed(const client::answer& answer, const device& which, const std:
     switch (answer.what) {
     case client::outcome::refused:
         why.code = codeOfRefusal(answer.returnCode);
+        if (answer.returnCode == client::codeOtherPart) {
+            why.tryThis = "is it another part? 'kestctl seeprom write --force' writes all the same";
+        }
         break;
     case client::outcome::wrongUse:
         why.code = exitWrongUse;

@@ -25,8 +25,10 @@
 #include "tools/common/devicetext.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
-#include "tools/common/wear.h"
+#include "tools/kestd/partcheck.h"
+#include "tools/kestd/payload.h"
 #include "tools/kestd/trace.h"
+#include "tools/kestd/writtenpages.h"
 
 namespace kest::service
 {
@@ -40,76 +42,26 @@ constexpr std::uint8_t module = 1;
 constexpr std::uint8_t detailsVersion = 1;
 // user details: the text of the refusal
 constexpr std::uint8_t detailsRefusal = 8;
-// of the length word in the payload of a read or write
-constexpr std::size_t lengthAt = 8;
-// of the device text
-constexpr std::size_t locationAt = 12;
-constexpr std::size_t longestLocation = 256;
 constexpr unsigned refusalsAMinute = 20;
 constexpr std::int64_t minuteMs = 60'000;
 constexpr std::size_t mostUsersRemembered = 1024;
 
-bool isTransfer(const frame& request) { return request.type == client::typeRead || request.type == client::typeWrite; }
-
-/// The number of bytes that a read or write asks for; 0 when the payload is too short to have it.
-std::uint32_t wantedLength(const frame& request)
-{
-    std::uint32_t length = 0;
-    if (isTransfer(request) && request.payload.size() >= lengthAt + sizeof length) {
-        // host byte order
-        std::memcpy(&length, request.payload.data() + lengthAt, sizeof length);
-    }
-    return length;
-}
-
-/// The device text of a read or write; nothing when the payload ends within the text, which the library refuses. A text
-/// that fills the field has no NUL.
-std::optional<std::string> locationOf(const frame& request)
-{
-    if (!isTransfer(request) || request.payload.size() < locationAt) {
-        return std::nullopt;
-    }
-    const auto* text = reinterpret_cast<const char*>(request.payload.data()) + locationAt;
-    const std::size_t left = request.payload.size() - locationAt;
-    const std::size_t size = strnlen(text, std::min(left, longestLocation));
-    return size < left ? std::optional(std::string(text, size)) : std::nullopt;
-}
-
-/// The same request with the device table's text for its device, so that the library sees no other text.
-frame withLocation(const frame& request, std::size_t replaced, const std::string& text)
-{
-    frame changed = request;
-    auto textBegin = changed.payload.begin() + locationAt;
-    textBegin = changed.payload.erase(textBegin, textBegin + static_cast<std::ptrdiff_t>(replaced));
-    changed.payload.insert(textBegin, text.begin(), text.end());
-    return changed;
-}
-
 /// Whether a request reads all bytes. A copy may have far more than fit into a reply.
 bool isUnbounded(const frame& request, byteSource source)
 {
-    return request.type == client::typeRead && request.payload.size() >= lengthAt + sizeof(std::uint32_t) &&
-           wantedLength(request) == 0 && source != byteSource::hardware;
+    return request.type == client::typeRead && hasLength(request) && wantedLength(request) == 0 &&
+           source != byteSource::hardware;
 }
 
 /// A read of one byte more than fits into a reply. That shows that the bytes do not fit, and no more are ever loaded.
 /// Without a copy the device is read whole, whatever the length.
-frame bounded(const frame& request)
-{
-    constexpr std::uint32_t oneTooMany = client::maximumDataBytes + 1;
-    frame read = request;
-    // host byte order
-    std::memcpy(read.payload.data() + lengthAt, &oneTooMany, sizeof oneTooMany);
-    return read;
-}
+frame bounded(const frame& request) { return withLength(request, client::maximumDataBytes + 1); }
 
 /// Whether a transfer passes the end of a device of `bytes` bytes; the chip would go on at its beginning. A copy has an
 /// end of its own: its length may differ from the device's.
 bool passesTheEnd(const frame& request, std::uint32_t bytes, byteSource source)
 {
-    std::uint32_t offset = 0;
-    // host byte order
-    std::memcpy(&offset, request.payload.data(), sizeof offset);
+    const std::uint32_t offset = wantedOffset(request);
     const std::uint32_t length = wantedLength(request);
     const std::uint32_t wanted = length == 0 && request.type == client::typeRead ? bytes : length;
     return source != byteSource::copy && bytes != 0 && (wanted > bytes || offset > bytes - wanted);
@@ -165,27 +117,25 @@ bool reachesHardware(byteSource source)
            (source == byteSource::mixed && host::readCopyPart(0, 0, 0, none, found) == ENOENT);
 }
 
-/// Counts the pages of a write that was done. One that failed is not counted: how far it came is not known here.
-void countPages(const frame& request, byteSource source)
+/// Traces what is to be known of the wear of a device.
+void tellWear(const std::string& location, const std::string& text)
 {
-    const std::optional<std::string> location = locationOf(request);
-    if (!location || !reachesHardware(source)) {
-        return;
+    if (!text.empty()) {
+        trace_wobu_write_all(serviceTrace(), host::messageHash("wear"), " wear of %s: %s", __LINE__, 0,
+                             location.c_str(), text.c_str());
     }
-    try {
-        std::uint32_t offset = 0;
-        // host byte order
-        std::memcpy(&offset, request.payload.data(), sizeof offset);
-        const tools::wearReport wear =
-            tools::countWrite(tools::parseDeviceText(*location), offset, wantedLength(request));
-        const std::string text = wear.trouble.empty() ? tools::wearWarning(wear.counts) : wear.trouble;
-        if (!text.empty()) {
-            trace_wobu_write_all(serviceTrace(), host::messageHash("wear"), " wear of %s: %s", __LINE__, 0,
-                                 location->c_str(), text.c_str());
-        }
-    } catch (const tools::failure&) {
-        // no text of a device: nothing was written
+}
+
+/// Has the library serve a write, and counts the pages that went out, also when it failed.
+frame serveWrite(const frame& request, const std::string& location, byteSource source)
+{
+    if (!reachesHardware(source)) {
+        return serve(request);
     }
+    const writtenPages pages(location);
+    frame reply = serve(request);
+    tellWear(location, pages.count(wantedOffset(request), wantedLength(request), reply.returnCode == 0));
+    return reply;
 }
 
 /// What a request is served with.
@@ -195,7 +145,24 @@ struct dispatching {
     refusalLog& refusals;
     deviceTurn& turn;
     bool lastTry;
+    bool anyPart; ///< also one that the device table does not expect
 };
+
+/// Refuses a write to another part than the device table expects, or one whose part could not be examined.
+std::optional<frame> checkPart(const frame& request, const std::string& location, byteSource source,
+                               const dispatching& with)
+{
+    const partCheck found = examinePart(location, reachesHardware(source), serve);
+    if (!found.failedRead) {
+        return found.trouble.empty() ? std::nullopt
+                                     : std::optional(refuseAndLog(request, client::codeOtherPart, with.peer,
+                                                                  found.trouble, with.refusals));
+    }
+    frame reply = *found.failedRead;
+    reply.identifier = request.identifier;
+    reply.type = request.type;
+    return reply;
+}
 
 /// Takes the device of a request. @return a refusal when that is not to be, or nothing while others have it
 std::optional<frame> awaitDevice(const frame& request, const dispatching& with, bool& had)
@@ -230,10 +197,12 @@ std::optional<frame> serveTransfer(const frame& request, std::uint32_t bytes, co
     if (isUnbounded(request, source)) {
         return serve(bounded(request));
     }
-    frame reply = serve(request);
-    if (request.type == client::typeWrite && reply.returnCode == 0) {
-        countPages(request, source);
+    if (request.type == client::typeWrite) {
+        const std::string location = locationOf(request).value_or("");
+        std::optional<frame> refused = with.anyPart ? std::nullopt : checkPart(request, location, source, with);
+        return refused ? refused : serveWrite(request, location, source);
     }
+    frame reply = serve(request);
     const std::uint32_t wanted = wantedLength(request);
     if (source == byteSource::mixed && wanted != 0 && reply.flags == (client::flagServed | client::flagData) &&
         reply.payload.size() > wanted) {
@@ -306,7 +275,7 @@ frame refusal(const frame& request, std::uint32_t code, std::uint32_t logId, con
 std::optional<frame> dispatch(const frame& request, const peerProcess& peer, permissionSet permission,
                               const deviceDirectory& devices, refusalLog& refusals, deviceTurn& turn, bool lastTry)
 {
-    const dispatching with{peer, devices, refusals, turn, lastTry};
+    const dispatching with{peer, devices, refusals, turn, lastTry, permission.raw};
     if (!isPermitted(request, permission)) {
         return refuseAndLog(request, client::codeForbidden, peer,
                             fmt::format("user {} is not permitted to {}", peer.uid,

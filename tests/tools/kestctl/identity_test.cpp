@@ -167,7 +167,7 @@ TEST_F(KestctlIdentity, IsCheckedBeforeAWriteByMessage)
     EXPECT_EQ('\x5A', image("panel")[0]);
     EXPECT_EQ(
         "riser-vpd: identity: the device table expects bytes of it, and a message can't show what is behind a hub; "
-        "'kestctl seeprom write' checks them; --force writes all the same",
+        "'kestctl seeprom write' checks them; --force leaves it to the service",
         complaint(3, {"message", "write", "riser-vpd", "--hex", "5A", "--yes"}));
 }
 
