@@ -3,13 +3,20 @@
 namespace kest
 {
 
+void appendHexDigits(std::string& to, std::span<const std::uint8_t> bytes)
+{
+    std::size_t at = to.size();
+    to.resize(at + 2 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        to[at++] = lowerHexDigits[byte >> 4];
+        to[at++] = lowerHexDigits[byte & 0xF];
+    }
+}
+
 std::string hexDigits(std::span<const std::uint8_t> bytes)
 {
     std::string text;
-    text.reserve(2 * bytes.size());
-    for (const std::uint8_t byte : bytes) {
-        appendHexByte(text, byte, lowerHexDigits);
-    }
+    appendHexDigits(text, bytes);
     return text;
 }
 

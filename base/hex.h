@@ -20,6 +20,9 @@ inline void appendHexByte(std::string& to, std::uint8_t byte, std::string_view d
     to += {digits[byte >> 4], digits[byte & 0xF]};
 }
 
+/// Adds two lower-case digits for each byte.
+void appendHexDigits(std::string& to, std::span<const std::uint8_t> bytes);
+
 /// @return two lower-case digits for each byte
 std::string hexDigits(std::span<const std::uint8_t> bytes);
 

@@ -30,8 +30,15 @@ quietWrites::quietWrites()
     for (const int signal : quieted) {
         sigaddset(&blocked, signal);
     }
-    sigpending(&m_pendingBefore);
     pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
+    sigemptyset(&m_pendingBefore);
+    for (const int signal : quieted) {
+        if (sigismember(&m_before, signal) == 1) {
+            // only a signal that was blocked can be waiting
+            sigpending(&m_pendingBefore);
+            break;
+        }
+    }
 }
 
 quietWrites::~quietWrites()

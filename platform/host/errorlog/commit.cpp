@@ -52,13 +52,22 @@ bool takeLines(entryStore& store, std::span<const std::string_view> lines, std::
     return store.add(rows, true, patience());
 }
 
+constexpr auto atOnce = std::chrono::steady_clock::time_point::min();
+
 /// Moves the entries that wait in the spools into the store, without waiting for others. When the process is killed in
 /// between, an entry is in both and is not taken twice. Lines that can't be taken now are taken by a later commit.
 void takeIn(logStorage& storage, pendingEntry& now) noexcept
 {
+    const bool looksElsewhere = waitingNow() >= storage.looksElsewhereAt;
+    if (looksElsewhere) {
+        storage.looksElsewhereAt = waitingNow() + elsewhereInterval;
+    }
     try {
         for (spoolPlace& place : storage.spools) {
-            if (holdsEntries(place)) {
+            const bool isOwn = place.kind == placeKind::stateFolder;
+            if ((isOwn || looksElsewhere) && holdsEntries(place)) {
+                // some may have to wait for the next commit
+                storage.looksElsewhereAt = atOnce;
                 place.lines.take(
                     [&](std::span<const std::string_view> lines) {
                         return takeLines(*storage.store, lines, now.notes);
@@ -89,6 +98,7 @@ void backOff(processLog& log, bool busy)
 bool addToStore(processLog& log, logStorage& storage, const patience& wait, pendingEntry& now)
 {
     entryStore& store = *storage.store;
+    storage.looksElsewhereAt = store.isOpen() ? storage.looksElsewhereAt : atOnce;
     const storeOpening opening = store.open(wait);
     note(now.notes, opening.note);
     if (opening.isOpen) {
@@ -126,6 +136,7 @@ void addToSpool(logStorage& storage, pendingEntry& now)
         }
         if (error == 0) {
             now.isSpooled = true;
+            storage.looksElsewhereAt = atOnce;
             now.otherFolder = place.kind == placeKind::substitute ? &place.folder : nullptr;
             return;
         }

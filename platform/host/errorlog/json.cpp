@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cinttypes>
+#include <concepts>
 #include <cstdio>
 #include <exception>
 #include <fmt/core.h>
 #include <iterator>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -190,32 +192,89 @@ void entryReader::read(const value& from, loggedEntry& entry) const
     readList(from, "traces", entry.traces);
 }
 
-template <typename... Values>
-void add(std::string& text, fmt::format_string<Values...> format, Values&&... values)
+void addPiece(std::string& text, std::string_view piece) { text += piece; }
+
+template <std::integral Number>
+void addPiece(std::string& text, Number number)
 {
-    text += fmt::format(format, std::forward<Values>(values)...);
+    // a sign and the digits
+    std::array<char, std::numeric_limits<Number>::digits10 + 2> room;
+    text.append(room.data(), std::to_chars(room.data(), room.data() + room.size(), number).ptr);
 }
 
-/// Adds `"name":[...]` and a comma. @param addItem  adds one item
+/// Adds texts and numbers, one behind the other. This is done for each commit, and format strings would take longer to
+/// read than the numbers to write.
+template <typename... Pieces>
+void add(std::string& text, const Pieces&... pieces)
+{
+    (addPiece(text, pieces), ...);
+}
+
+/// Adds `,"name":[...]`. @param addItem  adds one item
 template <typename Items, typename Add>
 void addList(std::string& text, std::string_view name, const Items& items, Add addItem)
 {
-    add(text, "\"{}\":[", name);
+    add(text, ",\"", name, "\":[");
     for (const auto& item : items) {
         if (text.back() != '[') {
             text += ',';
         }
         addItem(item);
     }
-    text += "],";
+    text += ']';
 }
 
 void addSrc(std::string& text, const loggedSrc& src)
 {
     const auto& words = src.words;
-    add(text, R"({{"words":[{},{},{},{},{},{},{},{}],"creator":{},"flags":{},"terminating_state":{}}})", words[0],
-        words[1], words[2], words[3], words[4], words[5], words[6], words[7], src.creator, src.flags,
-        src.terminatingState);
+    add(text, R"({"words":[)", words[0], ",", words[1], ",", words[2], ",", words[3], ",", words[4], ",", words[5], ",",
+        words[6], ",", words[7], R"(],"creator":)", src.creator, R"(,"flags":)", src.flags, R"(,"terminating_state":)",
+        src.terminatingState, "}");
+}
+
+/// Adds the fields that every entry has once.
+void addFacts(std::string& text, const loggedEntry& entry)
+{
+    add(text, R"("id":)", entry.plid, R"(,"committed_ms":)", entry.committedMs, R"(,"created_ms":)", entry.createdMs,
+        R"(,"severity":)", entry.severity, R"(,"event_type":)", entry.eventType, R"(,"creator":)", entry.creator,
+        R"(,"return_code":)", entry.returnCode, R"(,"commit_component":)", entry.commitComponent, R"(,"action":)",
+        entry.commitAction, R"(,"process_id":)", entry.processId, R"(,"process":)");
+    appendQuoted(text, entry.process);
+    add(text, R"(,"incomplete":)", entry.incomplete ? "true" : "false");
+}
+
+void addDetails(std::string& text, const loggedDetails& item)
+{
+    add(text, R"({"component":)", item.component, R"(,"version":)", item.version, R"(,"subsection":)", item.subsection,
+        R"(,"hex":")");
+    appendHexDigits(text, item.bytes);
+    text += R"("})";
+}
+
+void addTrace(std::string& text, const loggedTrace& item)
+{
+    text += R"({"buffer":)";
+    appendQuoted(text, item.buffer);
+    text += R"(,"text":)";
+    appendQuoted(text, item.text);
+    text += '}';
+}
+
+/// @return about what the line of an entry takes, so that it is made in one piece
+std::size_t roomOf(const loggedEntry& entry, std::size_t srcs)
+{
+    // of the names and numbers of an entry and of one item of a list, a little more than they usually take
+    constexpr std::size_t ownRoom = 512;
+    constexpr std::size_t itemRoom = 192;
+    std::size_t room =
+        ownRoom + itemRoom * (srcs + entry.callouts.size() + entry.fruCallouts.size() + entry.softwareErrors.size());
+    for (const loggedDetails& item : entry.userDetails) {
+        room += itemRoom + 2 * item.bytes.size();
+    }
+    for (const loggedTrace& item : entry.traces) {
+        room += itemRoom + item.buffer.size() + item.text.size();
+    }
+    return room;
 }
 
 /// Reads the number behind a name. @return whether there is one
@@ -244,29 +303,23 @@ std::string toLine(const loggedEntry& entry)
 std::string toLine(const loggedEntry& entry, std::span<const loggedSrc* const> srcs)
 {
     std::string text;
-    add(text, R"({{"id":{},"committed_ms":{},"created_ms":{},"severity":{},"event_type":{},"creator":{},)", entry.plid,
-        entry.committedMs, entry.createdMs, entry.severity, entry.eventType, entry.creator);
-    add(text, R"("return_code":{},"commit_component":{},"action":{},"process_id":{},"process":{},"incomplete":{},)",
-        entry.returnCode, entry.commitComponent, entry.commitAction, entry.processId, quotedText(entry.process),
-        entry.incomplete);
+    text.reserve(roomOf(entry, srcs.size()));
+    text += '{';
+    addFacts(text, entry);
     addList(text, "srcs", srcs, [&](const loggedSrc* src) { addSrc(text, *src); });
     addList(text, "callouts", entry.callouts, [&](const loggedCallout& item) {
-        add(text, R"({{"priority":{},"procedure":{}}})", item.priority, item.procedure);
+        add(text, R"({"priority":)", item.priority, R"(,"procedure":)", item.procedure, "}");
     });
-    addList(text, "fru_callouts", entry.fruCallouts,
-            [&](const loggedFruCallout& item) { add(text, R"({{"priority":{},"fru":{}}})", item.priority, item.fru); });
+    addList(text, "fru_callouts", entry.fruCallouts, [&](const loggedFruCallout& item) {
+        add(text, R"({"priority":)", item.priority, R"(,"fru":)", item.fru, "}");
+    });
     addList(text, "software_errors", entry.softwareErrors, [&](const loggedSoftwareError& item) {
-        add(text, R"({{"component":{},"return_code":{},"module":{},"site":{},"reserved":{}}})", item.component,
-            item.returnCode, item.word1, item.word2, item.reserved);
+        add(text, R"({"component":)", item.component, R"(,"return_code":)", item.returnCode, R"(,"module":)",
+            item.word1, R"(,"site":)", item.word2, R"(,"reserved":)", item.reserved, "}");
     });
-    addList(text, "user_details", entry.userDetails, [&](const loggedDetails& item) {
-        add(text, R"({{"component":{},"version":{},"subsection":{},"hex":"{}"}})", item.component, item.version,
-            item.subsection, hexDigits(item.bytes));
-    });
-    addList(text, "traces", entry.traces, [&](const loggedTrace& item) {
-        add(text, R"({{"buffer":{},"text":{}}})", quotedText(item.buffer), quotedText(item.text));
-    });
-    text.back() = '}';
+    addList(text, "user_details", entry.userDetails, [&](const loggedDetails& item) { addDetails(text, item); });
+    addList(text, "traces", entry.traces, [&](const loggedTrace& item) { addTrace(text, item); });
+    text += '}';
     return text;
 }
 

@@ -27,6 +27,10 @@ constexpr std::chrono::milliseconds spoolShare{500};
 constexpr std::chrono::milliseconds firstPause{5000};
 constexpr std::chrono::milliseconds longestPause{60000};
 
+/// Between two looks of a process's commits at the spools outside the state folder, which other processes may have
+/// filled. What the process has put there itself is taken in by its next commit.
+constexpr std::chrono::milliseconds elsewhereInterval{1000};
+
 constexpr std::chrono::milliseconds readersPatience{5000};
 constexpr std::chrono::milliseconds spoolPatience{5000};
 constexpr std::chrono::milliseconds patienceForCounter{2000};

@@ -1,6 +1,7 @@
 /// Which store this build has.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -16,6 +17,8 @@ struct logStorage {
     logLimits limits;
     std::unique_ptr<entryStore> store; ///< not open yet
     std::vector<spoolPlace> spools; ///< in the order in which they are tried
+    /// When a commit looks at the spools outside the state folder the next time: other processes may have filled them.
+    std::chrono::steady_clock::time_point looksElsewhereAt = std::chrono::steady_clock::time_point::min();
 };
 
 logStorage openStore(const configuration& settings);

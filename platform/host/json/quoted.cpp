@@ -1,5 +1,6 @@
 #include "platform/host/json/quoted.h"
 
+#include <array>
 #include <cstdint>
 
 #include "base/hex.h"
@@ -33,17 +34,35 @@ void addUnits(std::string& text, std::uint32_t point)
     addUnit(text, 0xDC00 + ((point - firstOfPairs) & 0x3FF));
 }
 
-void addPlain(std::string& text, char character)
+/// Whether a JSON text has a character as it is, by the character's byte.
+constexpr std::array<bool, 256> plainBytes = [] {
+    std::array<bool, 256> plain{};
+    for (std::size_t byte = 0x20; byte < 0x7F; ++byte) {
+        plain[byte] = byte != '"' && byte != '\\';
+    }
+    return plain;
+}();
+
+/// @return how many characters at the start of `text` are plain
+std::size_t plainLength(std::string_view text)
+{
+    std::size_t length = 0;
+    while (length < text.size() && plainBytes[static_cast<unsigned char>(text[length])]) {
+        ++length;
+    }
+    return length;
+}
+
+/// Adds a character of one byte that is not plain.
+void addEscaped(std::string& text, char character)
 {
     constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
     constexpr std::string_view letters = "\"\\bfnrt";
     const std::size_t found = escaped.find(character);
     if (found != escaped.npos) {
         text.append(1, '\\').append(1, letters[found]);
-    } else if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F) {
-        addUnits(text, static_cast<unsigned char>(character));
     } else {
-        text += character;
+        addUnits(text, static_cast<unsigned char>(character));
     }
 }
 
@@ -51,17 +70,31 @@ void addPlain(std::string& text, char character)
 
 std::string quotedText(std::string_view text)
 {
-    std::string quoted = "\"";
+    std::string quoted;
+    appendQuoted(quoted, text);
+    return quoted;
+}
+
+void appendQuoted(std::string& to, std::string_view text)
+{
+    to += '"';
     while (!text.empty()) {
+        // most texts are plain all along
+        const std::size_t plain = plainLength(text);
+        to.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            break;
+        }
         const std::size_t length = utf8Length(text);
         if (length == 1) {
-            addPlain(quoted, text.front());
+            addEscaped(to, text.front());
         } else {
-            addUnits(quoted, length == 0 ? replacementCharacter : codePoint(text.substr(0, length)));
+            addUnits(to, length == 0 ? replacementCharacter : codePoint(text.substr(0, length)));
         }
         text.remove_prefix(length == 0 ? brokenUtf8Length(text) : length);
     }
-    return quoted += '"';
+    to += '"';
 }
 
 } // namespace kest::host

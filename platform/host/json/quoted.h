@@ -11,4 +11,7 @@ namespace kest::host
 /// beginning of a character that does not end, and one for each byte that begins none.
 std::string quotedText(std::string_view text);
 
+/// Adds the same to a text.
+void appendQuoted(std::string& to, std::string_view text);
+
 } // namespace kest::host

@@ -7,6 +7,16 @@
 namespace kest::host
 {
 
+namespace
+{
+
+/// As many as SQLite waits for by itself.
+constexpr int pagesBeforeCheckpoint = 1000;
+/// Of a page in the write-ahead log, with its header.
+constexpr std::int64_t walPageBytes = 4096 + 24;
+
+} // namespace
+
 openedDatabase database::open(const std::filesystem::path& file, const patience& wait)
 {
     openedDatabase result;
@@ -15,6 +25,7 @@ openedDatabase database::open(const std::filesystem::path& file, const patience&
     session& at = opened->m_session;
     if (openDatabase(at, opened->m_opened, result.note) && opened->prepareAll() &&
         at.number(opened->m_changeNumber, opened->m_layoutNumber)) {
+        sqlite3_wal_hook(at.handle(), afterCommit, opened.get());
         result.value = std::move(opened);
         return result;
     }
@@ -35,7 +46,8 @@ bool database::prepareAll()
         row{m_commit, "COMMIT"},
         row{m_rollback, "ROLLBACK"},
         row{m_changeNumber, "PRAGMA schema_version"},
-        row{m_insert, "INSERT INTO entries(plid, committed_ms, severity, component, body) VALUES(?, ?, ?, ?, ?)"},
+        row{m_insert,
+            "INSERT OR ROLLBACK INTO entries(plid, committed_ms, severity, component, body) VALUES(?, ?, ?, ?, ?)"},
         row{m_known, "SELECT 1 FROM entries WHERE plid = ? AND body = ?"},
         row{m_totals, "SELECT entries, bytes FROM totals"},
         row{m_trim,
@@ -71,9 +83,23 @@ bool database::checkUnchanged()
     return !m_changed || m_session.failed("its layout has been changed");
 }
 
+/// SQLite calls it after each commit. It then moves the pages into the database itself no longer.
+int database::afterCommit(void* self, sqlite3* connection, const char* name, int pages)
+{
+    static_cast<database*>(self)->m_walPages = pages;
+    if (pages >= pagesBeforeCheckpoint) {
+        // while others hold it up the next commit tries again
+        sqlite3_wal_checkpoint_v2(connection, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    }
+    return SQLITE_OK;
+}
+
 /// Readers that are stopped keep the write-ahead log from being used again from its start.
 bool database::keepWalSmall()
 {
+    if (m_walPages >= 0 && m_walPages * walPageBytes <= largestWalBytes) {
+        return true;
+    }
     struct stat facts {
     };
     if (stat(m_walFile.c_str(), &facts) != 0 || facts.st_size <= largestWalBytes) {
@@ -83,6 +109,7 @@ bool database::keepWalSmall()
     const int result =
         sqlite3_wal_checkpoint_v2(m_session.handle(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
     useSqlitePatience(before);
+    m_walPages = -1;
     m_session.setBusy(result != SQLITE_OK);
     return result == SQLITE_OK || m_session.failed("a reader holds up the write-ahead log");
 }

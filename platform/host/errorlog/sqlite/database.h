@@ -48,6 +48,7 @@ private:
     explicit database(const std::filesystem::path& file) : m_session(file), m_walFile(file.string() + "-wal") {}
     bool prepareAll();
     bool checkUnchanged();
+    static int afterCommit(void* self, sqlite3* connection, const char* name, int pages);
     bool keepWalSmall();
     bool insert(const entryRow& row, bool skipKnown);
     bool trim(const logLimits& limits);
@@ -58,6 +59,7 @@ private:
     session m_session;
     std::string m_walFile;
     bool m_changed = false; ///< somebody changed the layout
+    std::int64_t m_walPages = -1; ///< in the write-ahead log after this process's last commit; below 0: not known
     std::int64_t m_layoutNumber = 0; ///< moves with each change of the layout
     struct stat m_opened {
     };

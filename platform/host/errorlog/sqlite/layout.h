@@ -10,7 +10,7 @@ namespace kest::host
 {
 
 /// Up to layout 2 the bodies had other field names. Such bodies stay as they are, and are still read.
-constexpr int layoutVersion = 3;
+constexpr int layoutVersion = 4;
 
 /// One object of the layout, word for word as SQLite keeps it.
 struct layoutObject {
@@ -19,6 +19,8 @@ struct layoutObject {
     const char* text;
 };
 
+// Bytes are counted of a BLOB, whose length is known: of a text each character would be looked at.
+//
 // The totals are kept by the database itself, so that they stay true whoever deletes entries. Only informational
 // entries cost an index: the others go in the order of their ids.
 inline constexpr std::array layout{
@@ -32,10 +34,10 @@ inline constexpr std::array layout{
     layoutObject{"table", "totals", "CREATE TABLE totals(entries INTEGER NOT NULL, bytes INTEGER NOT NULL) STRICT"},
     layoutObject{"trigger", "entries_added",
                  "CREATE TRIGGER entries_added AFTER INSERT ON entries BEGIN"
-                 " UPDATE totals SET entries = entries + 1, bytes = bytes + length(new.body); END"},
+                 " UPDATE totals SET entries = entries + 1, bytes = bytes + length(CAST(new.body AS BLOB)); END"},
     layoutObject{"trigger", "entries_deleted",
                  "CREATE TRIGGER entries_deleted AFTER DELETE ON entries BEGIN"
-                 " UPDATE totals SET entries = entries - 1, bytes = bytes - length(old.body); END"},
+                 " UPDATE totals SET entries = entries - 1, bytes = bytes - length(CAST(old.body AS BLOB)); END"},
 };
 inline constexpr const layoutObject& entriesTable = layout.front();
 

@@ -37,7 +37,8 @@ bool dropForeign(session& at)
 
 bool countEntries(session& at)
 {
-    return at.run("DELETE FROM totals; INSERT INTO totals SELECT count(*), ifnull(sum(length(body)), 0) FROM entries");
+    return at.run("DELETE FROM totals; INSERT INTO totals SELECT count(*), ifnull(sum(length(CAST(body AS BLOB))), 0) "
+                  "FROM entries");
 }
 
 /// Brings the file to kest's layout, keeping entries that are there: nothing of another layout stays.

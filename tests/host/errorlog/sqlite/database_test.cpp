@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "platform/host/errorlog/json.h"
+#include "platform/host/errorlog/places.h"
 #include "platform/host/errorlog/sqlite/database.h"
 #include "platform/host/errorlog/sqlite/reader.h"
 #include "platform/host/errorlog/waiting.h"
@@ -362,7 +363,38 @@ TEST_F(ErrorLogTrouble, EntriesOfTheFormerFormAreKeptAndRead)
     EXPECT_EQ((std::vector<std::uint8_t>{0, 0xFF}), entries[0].userDetails.at(0).bytes);
     EXPECT_EQ(14, entries[0].processId);
     // so that an older version no longer writes to it
-    EXPECT_EQ(3, OtherConnection(database()).number("PRAGMA user_version"));
+    EXPECT_EQ(4, OtherConnection(database()).number("PRAGMA user_version"));
+}
+
+TEST_F(ErrorLogTrouble, WhatAnotherProcessSpooledElsewhereIsTakenInOnceASecond)
+{
+    const DrivenClock clock;
+    commitEntry(1);
+    host::loggedEntry other = host::listEntries().entries.at(0);
+    other.plid += 1000;
+    other.srcs.at(0).words[4] = 2;
+    // the first is the state folder's
+    auto elsewhere = host::spoolPlaces(host::currentConfiguration()).at(1);
+    ASSERT_EQ(0, host::preparePlace(elsewhere));
+    ASSERT_EQ(0, elsewhere.lines.append(host::toLine(other), {100, 1 << 20}, host::patience()));
+    DrivenClock::pass(milliseconds(999));
+    commitEntry(3);
+    EXPECT_TRUE(elsewhere.lines.pending());
+    DrivenClock::pass(milliseconds(1));
+    commitEntry(4);
+    EXPECT_FALSE(elsewhere.lines.pending());
+    EXPECT_EQ(4, OtherConnection(database()).number("SELECT count(*) FROM entries"));
+}
+
+TEST_F(ErrorLogTrouble, TheTotalsCountBytes)
+{
+    commitEntry(1);
+    OtherConnection other(database());
+    const int before = other.number("SELECT bytes FROM totals");
+    other.run("INSERT INTO entries(plid, committed_ms, severity, component, body) VALUES(7, 8, 32, 1, '\xC3\xA9')");
+    EXPECT_EQ(before + 2, other.number("SELECT bytes FROM totals"));
+    other.run("DELETE FROM entries WHERE plid = 7");
+    EXPECT_EQ(before, other.number("SELECT bytes FROM totals"));
 }
 
 TEST_F(ErrorLogTrouble, LoweredLimitsDropSomeEntriesAtATime)
