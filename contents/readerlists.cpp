@@ -133,7 +133,8 @@ node reader::readEntry(const listRule& rule, const row* known, const listEntry& 
 /// An entry whose header is not shown: its value.
 node reader::plainEntry(const row* known, const listEntry& entry, const std::string& name)
 {
-    if (known == nullptr || (known->length != 0 && known->length != entry.length)) {
+    const bool hasLength = known != nullptr && known->as != kind::block && known->length != 0;
+    if (known == nullptr || (hasLength && known->length != entry.length)) {
         m_covered.add(entry.value.begin, entry.value.size());
         node bytes = bytesNode(m_image, entry.value);
         bytes.source = known;

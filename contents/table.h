@@ -144,8 +144,8 @@ private:
 constexpr std::uint64_t noTag = std::numeric_limits<std::uint64_t>::max();
 
 /// Entries of a list: a header, then a value. A row of `known` whose `tag` is the entry's type says what the value is;
-/// its offsets count from the value's first byte, and a length of 0 is all of it. A value of another length than its
-/// row has is damaged. What has no row is shown as bytes.
+/// its offsets count from the value's first byte, and a length of 0 is all of it. A block has all of it, too. A value of
+/// another length than its row has is damaged. What has no row is shown as bytes.
 struct listRule {
     std::size_t headerLength = 0;
     rowList

@@ -53,7 +53,7 @@ constexpr row entries[] = {
     {.name = "diagVersion", .label = "Version of the diagnostics", .as = kind::text, .tag = 0x2E, .length = 0,
      .settable = true},
     {.name = "serviceTag", .label = "Service tag", .as = kind::text, .tag = 0x2F, .length = 0, .settable = true},
-    {.name = "vendorExtension", .label = "Vendor extension", .as = kind::block, .tag = 0xFD, .length = 0,
+    {.name = "vendorExtension", .label = "Vendor extension", .as = kind::block, .tag = 0xFD,
      .rows = vendorExtension},
     {.name = "crc", .label = "CRC-32", .as = kind::checksum, .tag = 0xFE, .length = 4, .sum = {.as = sumKind::crc32Big,
      .fromImage = true}},
