@@ -13,9 +13,11 @@ using namespace std::string_view_literals;
 
 constexpr std::size_t headerLength = 11;
 
+constexpr named versions[] = {{1, "1"}};
+
 constexpr row header[] = {
     {.name = "identifier", .label = "Identifier", .as = kind::text, .length = 8},
-    {.name = "version", .label = "Version", .as = kind::number, .at = 8},
+    {.name = "version", .label = "Version", .as = kind::choice, .at = 8, .names = versions},
     {.name = "totalLength", .label = "Length of the entries", .as = kind::number, .at = 9, .length = 2,
      .unit = "bytes"},
 };

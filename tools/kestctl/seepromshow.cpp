@@ -1,6 +1,6 @@
 #include "tools/kestctl/seepromshow.h"
 
-#include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fmt/core.h>
 #include <utility>
@@ -39,6 +39,19 @@ struct shownBytes {
     jsonValue json{}; ///< an object
 };
 
+/// Whether the check sums of a copy's file prove every byte of the device.
+bool provesAll(std::span<const std::uint8_t> file, const host::copyLayout& layout)
+{
+    for (std::uint32_t block = 0; block < layout.blocks(); ++block) {
+        const std::size_t at = layout.dataOffset() + std::size_t{block} * host::copyBlockBytes;
+        if (!host::provesBlock(file.subspan(layout.sumOffset(block), host::copyLayout::sumBytes),
+                               file.subspan(at, layout.blockBytes(block)))) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// The device's bytes in a file of a persisted copy; any other file as it is.
 byteVector bytesOfFile(const std::string& name, byteVector file)
 {
@@ -47,12 +60,16 @@ byteVector bytesOfFile(const std::string& name, byteVector file)
     if (kind == host::copyKind::raw) {
         return file;
     }
-    if (const int error = host::copyError(kind, file.size())) {
+    const host::copyLayout layout(header.heldBytes);
+    int error = host::copyError(kind, file.size());
+    if (error == 0 && !provesAll(file, layout)) {
+        error = EBADMSG;
+    }
+    if (error != 0) {
         failure why = systemFailure(error, "show", name);
         why.tryThis = "'kestctl copy export --force' writes the bytes that a damaged copy holds";
         throw why;
     }
-    const host::copyLayout layout(header.heldBytes);
     const auto bytes = std::span<const std::uint8_t>(file).subspan(layout.dataOffset(), layout.heldBytes());
     return {bytes.begin(), bytes.end()};
 }
