@@ -72,12 +72,29 @@ std::vector<std::string> trustedNames(int place)
     return names;
 }
 
-/// Creates a file with a new name in the folder that is open at `place`. @return its descriptor, -1 with errno
-int createUndo(int place, undoName name, std::string& path)
+/// The names of a device, under all keys that it has had; the latest first.
+std::vector<undoName> namesOf(const std::vector<std::string>& names, const device& which, accessMode place)
 {
-    const auto present = byKey(trustedNames(place));
-    const auto found = present.find(name.key);
-    name.number = found == present.end() ? 1 : found->second.front().number + 1;
+    std::vector<std::string> keys = formerUndoKeysOf(which, place);
+    keys.push_back(undoKeyOf(which, place));
+    std::vector<undoName> found;
+    for (auto& [key, list] : byKey(names)) {
+        if (std::ranges::find(keys, key) != keys.end()) {
+            found.insert(found.end(), list.begin(), list.end());
+        }
+    }
+    std::ranges::sort(found, isLater);
+    return found;
+}
+
+/// Creates a file with a new name in the folder that is open at `place`. @return its descriptor, -1 with errno
+int createUndo(int place, const device& which, const dumpContents& contents, std::string& path)
+{
+    const std::vector<undoName> present = namesOf(trustedNames(place), which, contents.mode);
+    undoName name{.label = undoLabel(contents.name),
+                  .key = undoKeyOf(which, contents.mode),
+                  .number = present.empty() ? 1 : present.front().number + 1,
+                  .time = undoTimeNow()};
     for (;; ++name.number) {
         const std::string fileName = undoFileName(name);
         path = undoFolder() / fileName;
@@ -155,13 +172,10 @@ std::optional<undoEntry> readEntry(int place, const std::string& fileName, const
 }
 
 /// All names that can be a device's undo files, the latest first.
-std::vector<std::string> namesInOrder(std::vector<std::string> names, const std::string& key)
+std::vector<std::string> namesInOrder(std::vector<std::string> names, const device& which, accessMode place)
 {
     std::vector<std::string> order;
-    const auto present = byKey(names);
-    if (const auto found = present.find(key); found != present.end()) {
-        std::ranges::transform(found->second, std::back_inserter(order), undoFileName);
-    }
+    std::ranges::transform(namesOf(names, which, place), std::back_inserter(order), undoFileName);
     // former names begin with a label and the time; those of one second are counted
     std::erase_if(names, [](const std::string& name) { return parseUndoName(name) || !name.ends_with(".json"); });
     std::ranges::sort(names, [](const std::string& one, const std::string& other) {
@@ -183,9 +197,7 @@ std::string saveUndo(const device& which, const dumpContents& contents)
         throwUnsaved(error != 0 ? error : errno, "save the undo file in", folder.string(), contents);
     }
     std::string path;
-    const undoName name{
-        .label = undoLabel(contents.name), .key = undoKeyOf(which, contents.mode), .time = undoTimeNow()};
-    const int file = createUndo(place.number(), name, path);
+    const int file = createUndo(place.number(), which, contents, path);
     if (file < 0) {
         throwUnsaved(errno, "save the undo file", path, contents);
     }
@@ -228,7 +240,7 @@ std::vector<undoEntry> undoFilesOf(const device& which, accessMode place, std::s
     const std::string key = undoKeyOf(which, place);
     std::vector<undoEntry> entries;
     std::size_t trusted = 0;
-    for (const std::string& name : namesInOrder(std::move(names), key)) {
+    for (const std::string& name : namesInOrder(std::move(names), which, place)) {
         if (trusted >= most) {
             break;
         }

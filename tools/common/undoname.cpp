@@ -8,6 +8,8 @@
 #include <fmt/core.h>
 
 #include "base/hash.h"
+#include "platform/host/configuration/configuration.h"
+#include "platform/host/configuration/deviceplace.h"
 #include "tools/common/failure.h"
 #include "tools/common/when.h"
 
@@ -59,16 +61,55 @@ bool isKey(std::string_view text)
            });
 }
 
+std::string keyOf(const std::string& text) { return fmt::format("{:016x}", fnvHash64(text)); }
+
+std::string wordOf(const device& which, accessMode place)
+{
+    return place == accessMode::hardware ? "hardware" : fmt::format("copy {}", which.number);
+}
+
+/// Where a device is, however its text spells that.
+std::string placeOf(const device& which)
+{
+    const auto places = host::placesOf(which.text, host::currentConfiguration().nodes);
+    return places.empty() ? which.text : places.back().place;
+}
+
+std::string formerKeyOf(const device& which, accessMode place)
+{
+    std::string text =
+        fmt::format("{}\n{}\n{}", which.bus, isLocal(which.node) ? "L" : which.node, wordOf(which, place));
+    for (const deviceLink& link : which.links) {
+        text += fmt::format("\n{:X} {:X} {:X}", static_cast<std::uint32_t>(link.type->type), link.address, link.port);
+    }
+    return keyOf(text);
+}
+
 } // namespace
 
 std::string undoKeyOf(const device& which, accessMode place)
 {
-    std::string text = fmt::format("{}\n{}\n{}", which.bus, isLocal(which.node) ? "L" : which.node,
-                                   place == accessMode::hardware ? "hardware" : fmt::format("copy {}", which.number));
-    for (const deviceLink& link : which.links) {
-        text += fmt::format("\n{:X} {:X} {:X}", static_cast<std::uint32_t>(link.type->type), link.address, link.port);
+    return keyOf(fmt::format("{}\n{}", placeOf(which), wordOf(which, place)));
+}
+
+std::vector<std::string> formerUndoKeysOf(const device& which, accessMode place)
+{
+    constexpr std::string_view nodes = "L01234567";
+    const std::string mine = placeOf(which);
+    std::vector<std::string> keys;
+    for (const char node : nodes) {
+        device other = which;
+        other.node = std::string(1, node);
+        other.text = deviceText(other.bus, other.node, other.links);
+        if (placeOf(other) != mine) {
+            continue;
+        }
+        for (const deviceTypeInfo& type : deviceTypes()) {
+            other.links.back().type = &type;
+            keys.push_back(formerKeyOf(other, place));
+        }
     }
-    return fmt::format("{:016x}", fnvHash64(text));
+    return keys;
 }
 
 std::string undoFileName(const undoName& name)

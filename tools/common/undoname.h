@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/common/accessmode.h"
 #include "tools/common/devicetext.h"
@@ -20,9 +21,12 @@ struct undoName {
     std::string time; ///< "20240501T120000Z"
 };
 
-/// What all undo files of one device have in their names, whatever it was called: 16 hexadecimal digits.
+/// What all undo files of one device have in their names, whatever it was called: 16 hexadecimal digits. All device texts
+/// of one place have one key: the spelling of bus and node makes no difference, nor does the type.
 /// @param place  hardware, or file for the device's persisted copy, whose files are others
 [[nodiscard]] std::string undoKeyOf(const device& which, accessMode place);
+/// The keys that older versions gave the device: of all types and all nodes by which its place can be named.
+[[nodiscard]] std::vector<std::string> formerUndoKeysOf(const device& which, accessMode place);
 
 /// "LABEL-KEY-NUMBER-TIME.json".
 [[nodiscard]] std::string undoFileName(const undoName& name);

@@ -193,6 +193,7 @@ int writeBack(const context& shared, seeprom& chip, const std::string& file, con
         throw failure{.code = exitWrongUse,
                       .what = fmt::format("{} was saved from a {}, this is a {}", file, saved.end().type->chip,
                                           chip.target().end().type->chip),
+                      .tryThis = fmt::format("name the device as it was then, {}", contents.text),
                       .device = chip.target().label};
     }
     const byteRange range = chip.range(contents.offset, contents.bytes.size());

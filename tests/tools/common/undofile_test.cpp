@@ -80,6 +80,49 @@ TEST_F(KestctlUndo, BringsBackWhatTheLatestWriteReplaced)
     EXPECT_EQ(old, image("panel"));
 }
 
+/// One place: the same part was written by another name, and as another type.
+TEST_F(KestctlUndo, OfOnePlaceIsTheLatestHoweverItWasNamed)
+{
+    static_cast<void>(write("A1"));
+    const std::string between = image("panel");
+    says({"seeprom", "write", "sim:planar@A4,l,1c0002,a4", "--hex", "A2", "--yes"});
+    ASSERT_EQ(2U, list().size());
+    EXPECT_EQ(list(), list("sim:planar,L,1C0002,A4"));
+    says({"seeprom", "undo", "panel-vpd", "--yes"});
+    EXPECT_EQ(between, image("panel"));
+}
+
+TEST_F(KestctlUndo, OfAnotherTypeIsFoundAndRefused)
+{
+    const std::string file = write("A1");
+    const std::string panel = image("panel");
+    EXPECT_EQ("sim:planar,L,2C0032,A4: " + file +
+                  " was saved from a 24C02, this is a 24C32; name the device as it was "
+                  "then, sim:planar,L,1C0002,A4",
+              complaint(2, {"seeprom", "undo", "sim:planar,L,2C0032,A4", "--force", "--yes"}));
+    EXPECT_EQ(panel, image("panel"));
+}
+
+/// Older versions made the key of a device of its type, too.
+TEST_F(KestctlUndo, FilesWithAKeyOfOlderVersionsAreFoundAndCounted)
+{
+    const std::string old = image("panel");
+    const std::filesystem::path file = write("A1");
+    std::string name = file.filename().string();
+    const std::size_t key = name.size() - std::string("-000001-20240501T120000Z.json").size() - 16;
+    // "sim:planar", "L", "hardware", "1C0002 A4 0", one a line
+    name.replace(key, 16, "b5845a7158a4c737");
+    std::filesystem::rename(file, undoFolder() / name);
+    ASSERT_EQ(1U, list().size());
+    const std::string next = write("A2");
+    EXPECT_THAT(next, HasSubstr("-000002-"));
+    EXPECT_EQ(2U, list().size());
+    EXPECT_EQ(next, list().at(0).at("file"));
+    std::filesystem::remove(next);
+    says({"seeprom", "undo", "panel-vpd", "--yes"});
+    EXPECT_EQ(old, image("panel"));
+}
+
 TEST_F(KestctlUndo, ListShowsTheLatestFirst)
 {
     const std::string first = write("A1A2", "0x10");

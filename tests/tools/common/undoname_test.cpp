@@ -1,6 +1,8 @@
 /// Names of undo files.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/host/iic_support.h"
 #include "tools/common/undoname.h"
 
 namespace kest::tools
@@ -57,18 +59,52 @@ TEST(UndoName, ThatIsNotMadeSoIsNone)
     EXPECT_FALSE(parseUndoName("x-00112233445566ff-0000042-20240501T120000Z.json").has_value());
 }
 
-TEST(UndoName, KeyIsTheDevicesWhateverItIsCalled)
+class UndoNameKey : public testing::Test
+{
+protected:
+    const test::OwnConfiguration own{"[nodes]\n1 = \"/srv/one\"\n2 = \"/srv//one\"\n3 = \"sim:riser\"\n"
+                                     "4 = \"sim:riser\"\n"};
+};
+
+TEST_F(UndoNameKey, IsTheDevicesWhateverItIsCalled)
 {
     const std::string key = keyOf("sim:planar,L,2C0256,A0");
     EXPECT_EQ(16U, key.size());
     EXPECT_EQ(key, keyOf("sim:planar,l,2c0256,a0"));
     EXPECT_EQ(key, keyOf("sim:planar@A0,L,2C0256,A0"));
-    for (const char* other : {"sim:planar,L,2C0256,A2", "sim:planar,L,2C0128,A0", "sim:riser,L,2C0256,A0",
-                              "sim:planar,0,2C0256,A0", "sim:planar,L,922,80,3,2C0256,A0"}) {
+    EXPECT_EQ(key, keyOf("sim:planar,L,2C0128,A0"));
+    EXPECT_EQ(key, keyOf("sim:planar,L,1C0002,A0"));
+    for (const char* other : {"sim:planar,L,2C0256,A2", "sim:riser,L,2C0256,A0", "sim:planar,0,2C0256,A0",
+                              "sim:planar,3,2C0256,A0", "/dev/i2c-1,L,2C0256,A0", "sim:planar,L,922,80,3,2C0256,A0"}) {
         EXPECT_NE(key, keyOf(other)) << other;
     }
     EXPECT_NE(keyOf("sim:planar,L,922,80,3,2C0256,A0"), keyOf("sim:planar,L,922,80,4,2C0256,A0"));
     EXPECT_NE(key, keyOf("sim:planar,L,2C0256,A0", accessMode::file));
+}
+
+TEST_F(UndoNameKey, IsThatOfTheBusHoweverItIsSpelled)
+{
+    EXPECT_EQ(keyOf("/dev/i2c-1,L,2C0256,A0"), keyOf("/dev/i2c-01,l,2C0256,A0"));
+    EXPECT_EQ(keyOf("sim:planar,3,2C0256,A0"), keyOf("sim:planar,4,2C0256,A0"));
+    EXPECT_EQ(keyOf("/dev/i2c-1,1,2C0256,A0"), keyOf("/dev/i2c-1,2,2C0256,A0"));
+    EXPECT_NE(keyOf("/dev/i2c-1,1,2C0256,A0"), keyOf("/dev/i2c-1,L,2C0256,A0"));
+    EXPECT_NE(keyOf("/dev/i2c-1,1,2C0256,A0"), keyOf("/dev/i2c-11,1,2C0256,A0"));
+}
+
+/// The hashes of "sim:planar", node, "hardware" and the links, one a line, as older versions made them.
+TEST_F(UndoNameKey, OfOlderVersionsAreKnown)
+{
+    const auto former = [](const std::string& text) {
+        return formerUndoKeysOf(parseDeviceText(text), accessMode::hardware);
+    };
+    EXPECT_THAT(former("sim:planar,L,2C0256,A0"), testing::Contains("d73566cdfcd3a987"));
+    EXPECT_THAT(former("sim:planar,L,1C0002,A0"), testing::Contains("d73566cdfcd3a987"));
+    EXPECT_THAT(former("sim:planar,L,2C0256,A0"), testing::Contains("92de2e7145045fcb"));
+    EXPECT_THAT(former("sim:planar,L,922,80,3,2C0032,A0"), testing::Contains("332e08a5e90c4c49"));
+    EXPECT_THAT(former("sim:planar,0,2C0256,A0"), testing::Not(testing::Contains("d73566cdfcd3a987")));
+    device copied = parseDeviceText("sim:planar,4,2C0256,A0");
+    copied.number = 7;
+    EXPECT_THAT(formerUndoKeysOf(copied, accessMode::file), testing::Contains("cea27db0a7b86da0"));
 }
 
 TEST(UndoName, TimesOfBothFormsAreRead)
