@@ -33,7 +33,6 @@ std::optional<listEntry> entryAt(const listRule& rule, const window& list, std::
     listEntry found{.type = headerNumber(rule, rule.typeField, header),
                     .length = headerNumber(rule, rule.lengthField, header)};
     const std::size_t begin = at + rule.headerLength;
-    found.isEnd = found.type == rule.endType;
     found.isLast = found.type == rule.lastType || headerNumber(rule, rule.lastField, header) != 0;
     found.fits = found.length <= list.end - begin;
     const std::size_t end = found.fits ? begin + static_cast<std::size_t>(found.length) : list.end;

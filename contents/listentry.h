@@ -18,7 +18,6 @@ struct listEntry {
     std::uint64_t type = 0;
     std::uint64_t length = 0; ///< as the header has it
     bool isLast = false;
-    bool isEnd = false; ///< no entry: the header ends the list
     bool fits = true; ///< the value ends inside the list; else `value` is not to be read
 };
 

@@ -11,9 +11,6 @@ namespace kest::contents
 namespace
 {
 
-/// So many equal bytes 00 or FF in a row, at the end of others, are a fill.
-constexpr std::size_t leastFill = 8;
-
 std::string joined(const std::string& prefix, std::string_view name) { return prefix + std::string(name); }
 
 std::string prefixOf(const std::string& prefix, std::string_view name)
@@ -50,39 +47,6 @@ bool beginsWithZeros(std::span<const std::uint8_t> bytes, std::size_t count)
     return count != 0 && count <= bytes.size() &&
            std::all_of(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count),
                        [](std::uint8_t byte) { return byte == 0; });
-}
-
-/// @return where the run of one byte, 00 or FF, that ends at `end` begins; `end` when it is none or too short
-std::size_t fillBegin(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
-{
-    const std::uint8_t value = image[end - 1];
-    std::size_t first = end;
-    while (first > begin && image[first - 1] == value) {
-        --first;
-    }
-    const bool isFill = (value == 0 || value == 0xFF) && (first == begin || end - first >= leastFill);
-    return isFill ? first : end;
-}
-
-node otherBytes(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
-{
-    const auto bytes = image.subspan(begin, end - begin);
-    return {.name = "other.at" + std::to_string(begin),
-            .label = "Not known",
-            .value = std::vector<std::uint8_t>(bytes.begin(), bytes.end()),
-            .text = spacedHex(bytes),
-            .offset = begin,
-            .length = bytes.size(),
-            .is = verdict::unknown};
-}
-
-node fillNode(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
-{
-    return {.name = "other.at" + std::to_string(begin),
-            .label = "Fill",
-            .text = std::to_string(end - begin) + " of " + spacedHex(image.subspan(begin, 1)),
-            .offset = begin,
-            .length = end - begin};
 }
 
 std::string hexText(std::uint32_t value, std::size_t bytes)
@@ -142,7 +106,9 @@ bool reader::readValue(const row& field, const window& block, const std::string&
     } else {
         setValue(field, block, value);
     }
-    into.push_back(std::move(value));
+    if (!field.isHidden) {
+        into.push_back(std::move(value));
+    }
     return true;
 }
 
@@ -159,6 +125,10 @@ void reader::setValue(const row& field, const window& block, node& into)
     }
     if (field.fine.at != 0 && field.fine.at < block.size()) {
         m_covered.add(block.begin + field.fine.at, 1);
+    }
+    // a special value of a number has no unit: "not given"
+    if (field.as == kind::number && std::holds_alternative<std::string>(found.value)) {
+        into.unit.clear();
     }
     into.value = std::move(found.value);
     into.raw = found.raw;
@@ -209,7 +179,7 @@ bool reader::readArea(const row& field, const window& outer, const std::string& 
     if (found.is == presence::missing && field.where.atField.empty()) {
         return false;
     }
-    node structure{.name = joined(prefix, field.name),
+    node structure{.name = field.name.empty() ? "" : joined(prefix, field.name),
                    .label = std::string(field.label),
                    .offset = found.bytes.begin,
                    .length = found.bytes.size(),
@@ -235,8 +205,12 @@ bool reader::readRepetition(const row& field, const window& outer, const std::st
     row whole = field;
     whole.length = 0;
     const area all = areaOf(whole, outer, m_image, m_known);
-    if (all.is == presence::absent || (!isOpen && counted == 0)) {
+    if (!isOpen && counted == 0) {
         return true;
+    }
+    if (all.is == presence::absent) {
+        // nothing may lie at the end of the bytes, unless a number of blocks is wanted there
+        return isOpen || !field.where.atField.empty();
     }
     std::size_t at = all.bytes.begin;
     std::uint64_t number = 0;
@@ -268,21 +242,6 @@ void reader::readElement(const row& field, const window& element, const std::str
     if (!structure.children.empty() || structure.is == verdict::damaged) {
         into.push_back(std::move(structure));
     }
-}
-
-std::optional<node> reader::others() const
-{
-    node all{.name = "other", .label = "Other bytes"};
-    for (const auto& [first, behind] : m_covered.gaps(m_image.size())) {
-        const std::size_t fill = fillBegin(m_image, first, behind);
-        if (fill > first) {
-            all.children.push_back(otherBytes(m_image, first, fill));
-        }
-        if (fill < behind) {
-            all.children.push_back(fillNode(m_image, fill, behind));
-        }
-    }
-    return all.children.empty() ? std::nullopt : std::optional(std::move(all));
 }
 
 reading readAs(const format& as, std::span<const std::uint8_t> image)

@@ -72,6 +72,11 @@ std::string endProblem(const row& field, bool hasLast, std::size_t left)
     return {};
 }
 
+bool isZero(std::span<const std::uint8_t> bytes)
+{
+    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
+}
+
 node bytesNode(std::span<const std::uint8_t> image, const window& where)
 {
     const auto bytes = image.subspan(where.begin, where.size());
@@ -91,15 +96,14 @@ void reader::readEntries(const row& field, const window& list, const std::string
     std::size_t at = list.begin;
     bool hasLast = false;
     while (at < list.end && !hasLast) {
+        if (rule.zerosEnd && isZero(m_image.subspan(at, list.end - at))) {
+            break;
+        }
         const std::optional<listEntry> entry = entryAt(rule, list, at, m_image);
         if (!entry) {
             return damage(into, "it ends inside the header of an entry");
         }
         m_covered.add(at, rule.headerLength);
-        if (entry->isEnd) {
-            at += rule.headerLength;
-            break;
-        }
         const row* const known = rowOfType(rule, entry->type);
         const std::size_t mark = m_known.count();
         into.children.push_back(readEntry(rule, known, *entry, names.next(known, *entry)));

@@ -154,7 +154,7 @@ struct listRule {
     std::string_view lengthField{}; ///< bytes of the value
     std::string_view lastField{}; ///< not 0 in the last entry
     std::uint64_t lastType = noTag; ///< the entry of this type is the last; it must be there
-    std::uint64_t endType = noTag; ///< a header with this type ends the list, and is no entry
+    bool zerosEnd = false; ///< bytes 0 from an entry's place up to the list's end are a fill
     /// The entries are blocks named by their position, and their headers are shown. Else an entry is its value.
     bool showHeader = false;
     rowList known{};
@@ -190,6 +190,7 @@ struct row {
     condition also{};
     bool settable = false; ///< `seeprom set` may change it
     bool english = false; ///< a string: the language field does not apply to it
+    bool isHidden = false; ///< a value that is not shown: only for conditions
     bool optional = false; ///< a block: no complaint when the bytes end where it begins
     sumRule sum{};
     extent where{}; ///< of structures

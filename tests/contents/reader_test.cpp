@@ -233,17 +233,20 @@ TEST(Reader, ListsOfTypeAndLengthInOneByte)
                                                 .header = listHeader,
                                                 .typeField = "t",
                                                 .lengthField = "l",
-                                                .endType = 0,
+                                                .zerosEnd = true,
                                                 .known = listKnown}}};
-    const reading what = readBy(rows, "21 07 42 aa bb 62 cc dd 81 ee 21 08 00 99");
+    const reading what = readBy(rows, "21 07 42 aa bb 62 cc dd 81 ee 21 08 00 00");
     EXPECT_EQ("7", textOf(what, "one"));
     EXPECT_EQ("AA", textOf(what, "pair.x"));
     EXPECT_EQ("DD", textOf(what, "pair.2.y"));
     EXPECT_EQ("EE", textOf(what, "type0x04"));
     EXPECT_EQ(verdict::unknown, findNode(what, "type0x04")->is);
     EXPECT_EQ("8", textOf(what, "one.2"));
-    EXPECT_EQ("99", textOf(what, "other.at13"));
+    EXPECT_EQ("2 of 00", textOf(what, "other.at12"));
     EXPECT_TRUE(isWhole(what));
+    // a zero that is no fill is an entry
+    const reading more = readBy(rows, "21 07 00 21 08");
+    EXPECT_EQ("8", textOf(more, "one.2"));
 }
 
 TEST(Reader, AnEntryOfAnotherLengthThanItsRowIsDamaged)
