@@ -3,12 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <fmt/core.h>
-#include <map>
 #include <string_view>
 
 #include "kest/seeprom.h"
-#include "platform/host/trace/collect.h"
-#include "platform/trace.h"
 #include "tools/common/buffer.h"
 #include "tools/common/device.h"
 #include "tools/common/entryfailure.h"
@@ -17,6 +14,8 @@
 #include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/progress.h"
+#include "tools/common/recoverywatch.h"
+#include "tools/common/vote.h"
 #include "tools/common/wear.h"
 
 namespace kest::tools
@@ -32,59 +31,7 @@ constexpr std::uint32_t pageBytesUnknown = 16;
 
 constexpr int mostHubReads = 5;
 
-/// Finds out whether the library's trace of a hub read shows a recovery. A read that succeeds only when repeated does
-/// not return its data: the buffer then holds zeros that no chip ever sent.
-class recoveryWatch
-{
-public:
-    recoveryWatch()
-    {
-        trace_wobu_descriptor buffer = nullptr;
-        trace_wobu_init_buffer(&buffer, "kest", bufferBytes);
-        trace_wobu_write_all(buffer, 0, " %s,%d", __LINE__, 0, marker, ++number);
-    }
-    [[nodiscard]] bool recovered() const
-    {
-        const std::string lines = host::collectTrace("kest", bufferBytes);
-        const std::size_t from = lines.rfind(fmt::format("{},{}", marker, number));
-        return from == std::string::npos || lines.find("kest_checkAndHandle922HubErr,", from) != std::string::npos;
-    }
-
-private:
-    static constexpr unsigned bufferBytes = 8092;
-    static constexpr const char* marker = "kestctl hub read";
-    static inline int number = 0;
-};
-
 constexpr std::size_t mostOffsetsTold = 16;
-
-/// Offsets from `first` on at which byte strings of one length differ.
-std::vector<std::uint32_t> differing(std::uint32_t first, const byteVector& one, const byteVector& other)
-{
-    std::vector<std::uint32_t> offsets;
-    for (std::uint32_t at = 0; at < one.size(); ++at) {
-        if (one[at] != other[at]) {
-            offsets.push_back(first + at);
-        }
-    }
-    return offsets;
-}
-
-/// The result of several reads for one byte.
-struct verdict {
-    unsigned char byte;
-    bool unanimous;
-    bool majority; ///< more than half of the reads have this byte
-};
-verdict vote(const std::vector<byteVector>& reads, std::uint32_t at)
-{
-    std::map<unsigned char, unsigned> votes;
-    for (const byteVector& one : reads) {
-        ++votes[one[at]];
-    }
-    const auto winner = std::ranges::max_element(votes, {}, [](const auto& each) { return each.second; });
-    return {winner->first, votes.size() == 1, winner->second * 2 > reads.size()};
-}
 
 } // namespace
 
@@ -224,7 +171,7 @@ byteVector seeprom::readVoted(const byteRange& range, const std::string& step)
     std::vector<std::uint32_t> wavered;
     std::optional<std::uint32_t> firstOpen;
     for (std::uint32_t at = 0; at < range.length; ++at) {
-        const verdict found = vote(reads, at);
+        const byteVote found = vote(reads, at);
         bytes[at] = found.byte;
         if (!found.unanimous) {
             wavered.push_back(range.offset + at);

@@ -69,6 +69,10 @@ public:
     [[nodiscard]] std::uint32_t pageBytes() const;
     /// Whether the hardware serves it; else its persisted copy does.
     [[nodiscard]] bool touchesHardware() const { return m_options.mode != accessMode::file; }
+    /// The wait after the last page of a write, ms.
+    [[nodiscard]] std::uint32_t writeCycleMs() const { return m_attributes[KEST_ATTR_WRITE_CYCLE]; }
+    /// Whether its bytes are read once alone: neither by votes, nor again as behind a hub, nor from a copy.
+    [[nodiscard]] bool readsOnce() const { return touchesHardware() && m_options.votes == 1 && !m_device.behindHub(); }
     /// Reports on standard error where two reads of the same bytes differed, and remembers it.
     /// @param offset  of their first byte
     void noteWavering(std::uint32_t offset, const byteVector& one, const byteVector& other);
