@@ -13,12 +13,18 @@ namespace
 
 constexpr std::size_t surroundingBytes = 32;
 constexpr std::size_t mostPlaces = 6;
-constexpr std::size_t fewestPlaces = 3;
+constexpr std::ptrdiff_t fewestPlaces = 3;
 // Above them 32 bytes behind a place would pass the end of 256 bytes.
 constexpr std::size_t placesEnd = 0xE0;
 // The smallest pages have four bytes. At a page's last byte a part with one offset byte goes on at the page's start.
 constexpr std::size_t smallestPage = 4;
 constexpr std::size_t comparedBytes = 16;
+
+// from a place to the next one
+constexpr std::size_t longestArrival = 2 * widthReads::firstBytes - 1 + comparedBytes;
+
+constexpr const char* otherBytes = "behind two offset bytes it gives other bytes than behind one";
+constexpr const char* refusesSome = "it refuses a second offset byte at some places and takes it at others";
 
 std::size_t wrapped(std::size_t at) { return at % widthReads::firstBytes; }
 
@@ -51,6 +57,16 @@ void widthEngine::choosePlaces()
             if (isWritten(at) == written && isUsable(at)) {
                 m_places.push_back({.at = static_cast<std::uint8_t>(at)});
             }
+        }
+    }
+}
+
+/// The first places, for a part that can't have one offset byte: no part takes what is sent there for data.
+void widthEngine::chooseAnyPlaces()
+{
+    for (std::uint8_t at = 0; m_places.size() < mostPlaces; ++at) {
+        if (at % smallestPage != smallestPage - 1) {
+            m_places.push_back({.at = at});
         }
     }
 }
@@ -105,20 +121,24 @@ bool widthEngine::readPlaces()
     if (refused == 0) {
         return true;
     }
-    if (refused == std::min<std::size_t>(2, m_places.size()) && m_places.front().refused) {
+    if (m_onePossible && refused == std::min<std::size_t>(2, m_places.size()) && m_places.front().refused) {
         concludeOneByte("it refuses a second offset byte");
         return false;
     }
-    return conclude(widthVerdict::flaky, "it refuses a second offset byte at some places and takes it at others");
+    return conclude(widthVerdict::flaky, refusesSome);
 }
 
 widthFinding widthEngine::run()
 {
     const firstEnd end = m_reads.readFirst();
+    if (m_reads.piece() < widthReads::firstBytes) {
+        // twice as many were too long
+        m_longest = std::min(m_longest, 2 * m_reads.piece() - 1);
+    }
     if (end == firstEnd::failed) {
         conclude(widthVerdict::notDecidable, m_reads.trouble());
     } else if (end == firstEnd::unlike) {
-        conclude(widthVerdict::twoBytes, "reads behind one offset byte do not begin at that offset");
+        judgeUnlike();
     } else if (end == firstEnd::unsteady) {
         conclude(widthVerdict::flaky, "four reads behind one offset byte differ");
     } else {
@@ -147,7 +167,7 @@ void widthEngine::judge()
             return;
         }
     }
-    if (variedPlaces(true) >= fewestPlaces) {
+    if (std::ranges::count_if(m_places, [this](const surrounding& place) { return tells(place); }) >= fewestPlaces) {
         judgeTwoBytes();
         return;
     }
@@ -186,12 +206,15 @@ bool widthEngine::fitsAll(std::size_t ahead) const
     return std::ranges::all_of(m_places, [this, ahead](const surrounding& place) { return fits(place, ahead); });
 }
 
-std::size_t widthEngine::variedPlaces(bool thatFitNeither) const
+/// Whether no part with one offset byte gives a place's surrounding.
+bool widthEngine::tells(const surrounding& place) const
 {
-    const auto counts = [this, thatFitNeither](const surrounding& place) {
-        return isVaried(place.bytes) && (!thatFitNeither || (!fits(place, 0) && !fits(place, 1)));
-    };
-    return static_cast<std::size_t>(std::ranges::count_if(m_places, counts));
+    return isVaried(place.bytes) && (!m_onePossible || (!fits(place, 0) && !fits(place, 1)));
+}
+
+std::ptrdiff_t widthEngine::variedPlaces() const
+{
+    return std::ranges::count_if(m_places, [](const surrounding& place) { return isVaried(place.bytes); });
 }
 
 /// Whether a part with two offset bytes whose content repeats every 256 bytes would have given the same: content that
@@ -211,7 +234,7 @@ bool widthEngine::tellsNothing(std::size_t ahead) const
 
 void widthEngine::judgeOneByte(std::size_t ahead)
 {
-    if (variedPlaces(false) < fewestPlaces) {
+    if (variedPlaces() < fewestPlaces) {
         conclude(widthVerdict::uniform, "too few of its first 256 bytes differ from their neighbours");
     } else if (tellsNothing(ahead)) {
         conclude(widthVerdict::notDecidable, "its content counts up: it reads alike in both widths");
@@ -220,34 +243,114 @@ void widthEngine::judgeOneByte(std::size_t ahead)
     }
 }
 
-/// Whether a longer read behind one place arrives at the next one. True where no such read fits.
-bool widthEngine::continues()
+/// No two reads behind one offset byte can be of the same bytes: they do not begin at that offset.
+void widthEngine::judgeUnlike()
 {
-    const auto& first = m_reads.first();
-    for (std::size_t index = 0; index + 1 < m_places.size(); ++index) {
-        const surrounding& here = m_places[index];
-        const surrounding& next = m_places[index + 1];
-        const std::size_t distance = widthReads::firstBytes + first[next.at] - first[here.at];
-        if (next.at != here.at + 1 || distance + comparedBytes > m_question.mostBytes || !isVaried(next.bytes)) {
-            continue;
+    m_onePossible = false;
+    chooseAnyPlaces();
+    if (!readPlaces()) {
+        return;
+    }
+    if (variedPlaces() < fewestPlaces) {
+        judgeRest();
+    } else if (isOfOneByte()) {
+        conclude(widthVerdict::flaky, "reads behind one offset byte differ, and those behind two go on as behind one");
+    } else {
+        judgeTwoBytes();
+    }
+}
+
+/// Whether two places overlap as on a part with one offset byte, where they are so many bytes apart as their offsets.
+bool widthEngine::isOfOneByte() const
+{
+    for (const surrounding& one : m_places) {
+        for (const surrounding& other : m_places) {
+            const std::size_t apart = other.at - one.at;
+            const std::span<const std::uint8_t> bytes = one.bytes;
+            if (other.at > one.at && isVaried(bytes) &&
+                std::ranges::equal(bytes.subspan(apart), std::span(other.bytes).first(bytes.size() - apart))) {
+                return true;
+            }
         }
-        std::vector<std::uint8_t> bytes(distance + comparedBytes);
-        const readEnd end = readBehindTwo(here.at, bytes);
-        if (end == readEnd::tooLong) {
-            continue;
-        }
-        return end == readEnd::done &&
-               std::ranges::equal(std::span(bytes).subspan(distance), std::span(next.bytes).first(comparedBytes));
+    }
+    return false;
+}
+
+/// How far a part with two offset bytes has from a place to the one behind the next offset.
+std::size_t widthEngine::distanceFrom(const surrounding& place) const
+{
+    return widthReads::firstBytes + m_reads.first()[place.at + 1U] - m_reads.first()[place.at];
+}
+
+/// Whether a second byte may be sent behind the next offset.
+bool widthEngine::hasNext(const surrounding& place) const
+{
+    const std::size_t at = place.at + 1U;
+    return at % smallestPage != smallestPage - 1 && at < placesEnd && (!m_onePossible || m_reads.isStable(at, 1));
+}
+
+/// The place behind the next offset, which is read when it has not been. Nothing when that has ended the proof.
+std::optional<std::size_t> widthEngine::placeAfter(std::size_t here)
+{
+    const auto at = static_cast<std::uint8_t>(m_places[here].at + 1);
+    const auto known = std::ranges::find(m_places, at, &surrounding::at);
+    if (known != m_places.end()) {
+        return known - m_places.begin();
+    }
+    surrounding& next = m_places.emplace_back(surrounding{.at = at});
+    if (!readPlace(next) || (next.refused && !conclude(widthVerdict::flaky, refusesSome))) {
+        return std::nullopt;
+    }
+    return m_places.size() - 1;
+}
+
+/// Whether a longer read behind one place arrives at the next one.
+readEnd widthEngine::arrive(const surrounding& here, const surrounding& next, bool& isThere)
+{
+    std::vector<std::uint8_t> bytes(distanceFrom(here) + comparedBytes);
+    const readEnd end = readBehindTwo(here.at, bytes);
+    isThere = end == readEnd::done &&
+              std::ranges::equal(std::span(bytes).last(comparedBytes), std::span(next.bytes).first(comparedBytes));
+    return end;
+}
+
+/// @return whether that is the end of the proof
+bool widthEngine::judgeArrival(std::size_t here, std::size_t next)
+{
+    bool isThere = false;
+    if (arrive(m_places[here], m_places[next], isThere) == readEnd::tooLong) {
+        m_longest = distanceFrom(m_places[here]) + comparedBytes - 1;
+        return false;
+    }
+    if (isThere) {
+        conclude(widthVerdict::twoBytes, otherBytes);
+    } else {
+        conclude(widthVerdict::notDecidable, "behind two offset bytes it does not go on as a part with two does");
     }
     return true;
 }
 
+/// Enough places tell. Where a longer read from a place to the next one fits, one has to arrive there, too; places whose
+/// bytes are not varied are the last choice for that.
 void widthEngine::judgeTwoBytes()
 {
-    if (continues()) {
-        conclude(widthVerdict::twoBytes, "behind two offset bytes it gives other bytes than behind one");
+    const std::size_t asked = m_places.size();
+    for (const bool varied : {true, false}) {
+        for (std::size_t here = 0; here < asked; ++here) {
+            if (!tells(m_places[here]) || !hasNext(m_places[here]) ||
+                distanceFrom(m_places[here]) + comparedBytes > m_longest) {
+                continue;
+            }
+            const auto next = placeAfter(here);
+            if (!next || (isVaried(m_places[*next].bytes) == varied && judgeArrival(here, *next))) {
+                return;
+            }
+        }
+    }
+    if (m_longest >= longestArrival) {
+        conclude(widthVerdict::notDecidable, "no read can show that it goes on as a part with two offset bytes");
     } else {
-        conclude(widthVerdict::notDecidable, "behind two offset bytes it does not go on as a part with two does");
+        conclude(widthVerdict::twoBytes, otherBytes);
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,10 @@ struct widthFinding {
 class widthEngine
 {
 public:
-    explicit widthEngine(const widthQuestion& question) : m_question(question), m_reads(question) {}
+    explicit widthEngine(const widthQuestion& question)
+        : m_question(question), m_reads(question), m_longest(question.mostBytes)
+    {
+    }
     [[nodiscard]] widthFinding run();
 
 private:
@@ -52,6 +56,7 @@ private:
 
     [[nodiscard]] bool isUsable(std::size_t at) const;
     void choosePlaces();
+    void chooseAnyPlaces();
     [[nodiscard]] bool readPlaces();
     [[nodiscard]] bool readPlace(surrounding& place);
     [[nodiscard]] readEnd readBehindTwo(std::uint8_t at, std::vector<std::uint8_t>& bytes);
@@ -62,18 +67,27 @@ private:
     [[nodiscard]] bool fits(const surrounding& place, std::size_t ahead) const;
     [[nodiscard]] bool fitsAll(std::size_t ahead) const;
     [[nodiscard]] bool tellsNothing(std::size_t ahead) const;
-    [[nodiscard]] std::size_t variedPlaces(bool thatFitNeither) const;
+    [[nodiscard]] std::ptrdiff_t variedPlaces() const;
     void judgePlainContent();
     void judgeOneByte(std::size_t ahead);
+    void judgeUnlike();
+    [[nodiscard]] bool isOfOneByte() const;
     void judgeTwoBytes();
     void judgeRest();
-    [[nodiscard]] bool continues();
+    [[nodiscard]] bool tells(const surrounding& place) const;
+    [[nodiscard]] std::size_t distanceFrom(const surrounding& place) const;
+    [[nodiscard]] bool hasNext(const surrounding& place) const;
+    [[nodiscard]] std::optional<std::size_t> placeAfter(std::size_t here);
+    [[nodiscard]] readEnd arrive(const surrounding& here, const surrounding& next, bool& isThere);
+    bool judgeArrival(std::size_t here, std::size_t next);
     void concludeOneByte(const char* why);
 
     const widthQuestion& m_question;
     widthReads m_reads;
     widthFinding m_finding;
     std::vector<surrounding> m_places;
+    std::size_t m_longest = 0; ///< bytes that one read takes, as far as it is known
+    bool m_onePossible = true; ///< the part may have one offset byte: it must be sent no second byte but its own
 };
 
 } // namespace kest::tools
