@@ -12,52 +12,12 @@
 #include "tools/common/readback.h"
 #include "tools/common/undofile.h"
 #include "tools/common/widthguard.h"
+#include "tools/common/writeplan.h"
 
 namespace kest::tools
 {
 namespace
 {
-
-/// The first byte after the page of an offset.
-std::uint32_t endOfPage(std::uint32_t at, std::uint32_t pageBytes) { return at / pageBytes * pageBytes + pageBytes; }
-
-std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)
-{
-    return range.length == 0 ? 0 : (range.offset + range.length - 1) / pageBytes - range.offset / pageBytes + 1;
-}
-
-/// What is to be written where.
-struct writePlan {
-    byteRange whole;
-    std::span<const unsigned char> bytes; ///< of all of it
-    byteVector old;
-    std::vector<byteRange> ranges; ///< that need writing
-    std::uint32_t total = 0; ///< bytes of these
-};
-
-doubtfulWrite inDoubt(const writePlan& plan)
-{
-    return {.whole = plan.whole, .wanted = plan.bytes, .old = plan.old, .ranges = plan.ranges};
-}
-
-writePlan makePlan(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes, bool allPages,
-                   widthGuard& width)
-{
-    width.beforeReading();
-    writePlan plan{.whole = whole, .bytes = bytes, .old = {}, .ranges = {}};
-    try {
-        plan.old = chip.read(whole, "read the old bytes");
-    } catch (failure& why) {
-        width.afterFailedRead(why);
-        throw;
-    }
-    width.afterReading();
-    plan.ranges = differingPages(whole, bytes, plan.old, chip.pageBytes(), allPages);
-    for (const byteRange& range : plan.ranges) {
-        plan.total += range.length;
-    }
-    return plan;
-}
 
 /// Whether the part is one that may be written so, when something is to be written.
 identity checkPart(seeprom& chip, const writePlan& plan, bool force, widthGuard& width)
@@ -102,18 +62,6 @@ std::uint32_t writeRanges(seeprom& chip, const writePlan& plan, const std::strin
     return done;
 }
 
-/// From the beginning up to the last of the first `done` bytes that were written.
-byteRange partWritten(const writePlan& plan, std::uint32_t done)
-{
-    std::uint32_t end = plan.whole.offset;
-    for (const byteRange& range : plan.ranges) {
-        const std::uint32_t part = std::min(done, range.length);
-        end = part != 0 ? range.offset + part : end;
-        done -= part;
-    }
-    return {plan.whole.offset, end - plan.whole.offset};
-}
-
 /// Reads back what was written before a signal came, and says what came of it.
 std::string whatIsWritten(seeprom& chip, const writePlan& plan, std::uint32_t done)
 {
@@ -135,6 +83,7 @@ std::string whatIsWritten(seeprom& chip, const writePlan& plan, std::uint32_t do
 struct partlyDone {
     std::uint32_t bytes = 0;
     bool trial = false; ///< the byte of a width trial, too
+    bool takenBack = false; ///< it was, and is as it was before
     std::optional<pageWatch> watch; ///< from the first page on
 };
 
@@ -144,7 +93,11 @@ partlyDone writePages(seeprom& chip, const writePlan& plan, widthGuard& width, c
     partlyDone done;
     if (interruptSignal() == 0) {
         width.tryOut(undoFile);
+        done.takenBack = interruptSignal() != 0 && width.takeTrialBack();
         done.trial = width.hasTried();
+        if (interruptSignal() == 0) {
+            removeOldUndo();
+        }
         done.watch.emplace(chip);
         done.bytes = writeRanges(chip, plan, undoFile);
     }
@@ -163,7 +116,8 @@ partlyDone writePages(seeprom& chip, const writePlan& plan, widthGuard& width, c
         why.tryThis = restoreHint(undoFile);
     } else {
         dropUndo(undoFile);
-        why.what += "; nothing was written";
+        why.what +=
+            done.takenBack ? "; the byte of a trial is put back, nothing else was written" : "; nothing was written";
     }
     throw why;
 }
@@ -254,27 +208,6 @@ auto beforeWriting(Step step)
 }
 
 } // namespace
-
-std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
-                                      std::span<const unsigned char> present, std::uint32_t pageBytes, bool all)
-{
-    std::vector<byteRange> ranges;
-    const std::uint32_t end = range.offset + range.length;
-    for (std::uint32_t at = range.offset; at < end;) {
-        const std::uint32_t next = std::min(end, endOfPage(at, pageBytes));
-        const auto first = at - range.offset;
-        const auto count = next - at;
-        if (all || !std::ranges::equal(wanted.subspan(first, count), present.subspan(first, count))) {
-            if (!ranges.empty() && ranges.back().offset + ranges.back().length == at) {
-                ranges.back().length += count;
-            } else {
-                ranges.push_back({at, count});
-            }
-        }
-        at = next;
-    }
-    return ranges;
-}
 
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options)

@@ -15,11 +15,6 @@
 namespace kest::tools
 {
 
-/// Pages of `range` in which `wanted` and `present` differ, joined where they touch. @param all  takes every page
-[[nodiscard]] std::vector<byteRange> differingPages(const byteRange& range, std::span<const unsigned char> wanted,
-                                                    std::span<const unsigned char> present, std::uint32_t pageBytes,
-                                                    bool all);
-
 struct carefulWriteOptions {
     bool yes = false;
     bool dryRun = false;

@@ -213,8 +213,14 @@ std::string saveUndo(const device& which, const dumpContents& contents)
         unlinkat(place.number(), std::filesystem::path(path).filename().c_str(), 0);
         throwUnsaved(why, "save the undo file", path, contents);
     }
-    removeOld(place.number());
     return path;
+}
+
+void removeOldUndo()
+{
+    if (const fileDescriptor place = openFolder(undoFolder()); place.valid()) {
+        removeOld(place.number());
+    }
 }
 
 std::string restoreHint(const std::string& path)

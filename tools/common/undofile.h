@@ -12,10 +12,13 @@
 namespace kest::tools
 {
 
-/// Saves old bytes in a new file of the state folder; file and folder are synced before this returns. Then removes old
-/// undo files, as the configuration says: never a device's latest. @return its path. Throws a `failure` whose entry is
-/// in the error log.
+/// Saves old bytes in a new file of the state folder; file and folder are synced before this returns. @return its path.
+/// Throws a `failure` whose entry is in the error log.
 [[nodiscard]] std::string saveUndo(const device& which, const dumpContents& contents);
+
+/// Removes old undo files, as the configuration says: never a device's latest. To be called once the latest is certain
+/// to stay.
+void removeOldUndo();
 
 /// "'kestctl seeprom restore FILE' puts the old bytes back".
 [[nodiscard]] std::string restoreHint(const std::string& path);

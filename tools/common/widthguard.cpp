@@ -8,7 +8,6 @@
 #include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/output.h"
-#include "tools/common/signalblock.h"
 #include "tools/common/undofile.h"
 #include "tools/common/widthproof.h"
 
@@ -22,18 +21,14 @@ const char* backText(bool isBack)
     return isBack ? "it holds its old bytes" : "whether it holds its old bytes is not known";
 }
 
+constexpr const char* step = "width proof";
+constexpr const char* readingDoubt =
+    "whether the read of the old bytes changed the part, as it does a ferroelectric one "
+    "with one offset byte, is not known";
 constexpr const char* otherWays = "--width-unproved writes all the same, or 'width_proved = true' in the device table";
 
-/// Whether bytes behind one offset byte have changed since the proof. Nothing when that is not known.
-std::optional<bool> hasChanged(const seeprom& chip, const std::vector<std::uint8_t>& first)
-{
-    const signalBlock quiet;
-    const auto now = readFirstAgain(chip).bytes;
-    return now ? std::optional(*now != first) : std::nullopt;
-}
-
 /// Saves what the part holds if it takes one offset byte: an undo file by the chip's type does not fit such a part.
-std::string saveFirst(const seeprom& chip, const std::vector<std::uint8_t>& first)
+std::string saveFirst(const seeprom& chip, const firstContent& first)
 {
     const device part = asShortPart(chip.target());
     return saveUndo(part, {.text = part.text, .name = part.label, .number = part.number, .bytes = first});
@@ -66,10 +61,9 @@ widthGuard::widthGuard(seeprom& chip, const byteRange& whole, const widthOptions
 
 bool widthGuard::isOpen() const { return m_finding && !isProved(*m_finding); }
 
-void widthGuard::refuse(const std::string& what, const std::string& tryThis) const
+failure widthGuard::refusal(const std::string& what, const std::string& tryThis) const
 {
-    throw failure{
-        .code = exitRefused, .what = what, .tryThis = tryThis, .device = m_chip.target().label, .step = "width proof"};
+    return {.code = exitRefused, .what = what, .tryThis = tryThis, .device = m_chip.target().label, .step = step};
 }
 
 std::string widthGuard::fittingHint() const { return fmt::format("types that would fit: {}", fittingText(*m_finding)); }
@@ -78,6 +72,7 @@ std::string widthGuard::fittingHint() const { return fmt::format("types that wou
 void widthGuard::prove()
 {
     m_finding = proveWidth(m_chip.target(), m_chip.speedKhz(), m_range);
+    throwIfInterrupted(m_chip.target().label, step);
     settle();
 }
 
@@ -85,7 +80,7 @@ void widthGuard::settle()
 {
     const deviceTypeInfo& type = *m_chip.target().end().type;
     if (isProved(*m_finding) && !canBe(*m_finding, type)) {
-        refuse(fmt::format("the part is no {}: {}", type.chip, widthText(*m_finding)), fittingHint());
+        throw refusal(fmt::format("the part is no {}: {}", type.chip, widthText(*m_finding)), fittingHint());
     }
 }
 
@@ -96,7 +91,7 @@ void widthGuard::askForWidth()
     }
     const std::string what = fmt::format("the offset width is {}", widthText(*m_finding));
     if (!canAsk()) {
-        refuse(what, otherWays);
+        throw refusal(what, otherWays);
     }
     confirm(fmt::format("{}: {}; a write in the wrong width destroys other bytes.", m_chip.target().label, what),
             false);
@@ -105,24 +100,70 @@ void widthGuard::askForWidth()
 
 void widthGuard::beforeReading()
 {
-    const bool behindHub = m_chip.target().behindHub();
-    if (!m_needed || (m_claimedBytes == 1 && !behindHub)) {
+    if (!m_needed || (m_claimedBytes == 1 && !m_chip.target().behindHub())) {
         return;
     }
     prove();
-    const bool canWatch = !m_finding->first.empty() || m_finding->error != 0;
-    if (isOpen() && !behindHub && !canWatch && !m_accepted) {
-        if (m_options.dryRun) {
-            refuse(fmt::format("the offset width is {}", widthText(*m_finding)), otherWays);
-        }
-        askForWidth();
+    // on wires that garble nothing is sure to be put back; a hub that knows the part refuses what is wrong itself
+    const bool canWatch = !m_finding->first.empty() && m_finding->verdict != widthVerdict::flaky;
+    if (!isOpen() || m_finding->byHub || canWatch || m_accepted) {
+        return;
     }
+    if (m_finding->error != 0) {
+        // a part that does not answer at all is a failure with a diagnosis of its own
+        readBehindOne(m_chip);
+    }
+    if (m_options.dryRun) {
+        throw refusal(fmt::format("the offset width is {}", widthText(*m_finding)), otherWays);
+    }
+    askForWidth();
+}
+
+/// Where the read by the type of the device changes a ferroelectric part with one offset byte.
+firstOffsets widthGuard::readsChange() const
+{
+    firstOffsets offsets;
+    for (std::size_t at = m_range.offset / 256; at <= (m_range.offset + m_range.length - 1) / 256; ++at) {
+        offsets.insert(at);
+    }
+    return offsets;
+}
+
+/// A part whose reads behind one offset byte do not begin there shows other bytes, but not by a change.
+firstChange widthGuard::changeByReading() const
+{
+    const firstAgain now = readFirstAgain(m_chip);
+    const firstChange change = changeOf(now, m_finding->first, readsChange());
+    return now.unlike || change == firstChange::elsewhere ? firstChange::none : change;
+}
+
+/// A read behind two offset bytes has changed the part, which is proved to hold its old bytes again.
+failure widthGuard::changedByReading()
+{
+    m_finding->verdict = widthVerdict::oneByte;
+    return refusal(fmt::format("the part is no {}: a read behind two offset bytes changed it, as it does a "
+                               "ferroelectric part with one; {}",
+                               m_chip.target().end().type->chip, backText(true)),
+                   fittingHint());
 }
 
 void widthGuard::afterReading()
 {
-    if (watchesReads() && hasChanged(m_chip, m_finding->first) == true) {
-        putBackAndRefuse("");
+    if (!watchesReads()) {
+        return;
+    }
+    firstChange change = firstChange::none;
+    bool isBack = true;
+    {
+        const interruptsHeld calm;
+        change = changeByReading();
+        isBack = change == firstChange::none || putBack(m_chip, m_finding->first, readsChange());
+    }
+    if (isBack && change == firstChange::there) {
+        throwSeen(changedByReading());
+    }
+    if (!isBack && (change == firstChange::there || !m_accepted)) {
+        throwSeen(refusal(fmt::format("the offset width is not known: {}", readingDoubt), keepFirst()));
     }
 }
 
@@ -132,27 +173,26 @@ void widthGuard::afterFailedRead(failure& why)
         return;
     }
     const interruptsHeld calm;
-    const auto changed = hasChanged(m_chip, m_finding->first);
-    if (changed == true) {
-        putBackAndRefuse(fmt::format("; the read ended early: {}", why.what));
-    } else if (!changed) {
-        why.what += "; whether the read itself changed the part, as it does a ferroelectric one with one offset byte, "
-                    "is not known";
+    const firstChange change = changeByReading();
+    if (change == firstChange::none) {
+        return;
+    }
+    if (!putBack(m_chip, m_finding->first, readsChange())) {
+        why.what += fmt::format("; {}", readingDoubt);
+        why.tryThis = keepFirst();
+    } else if (change == firstChange::there) {
+        failure changed = changedByReading();
+        if (!isInterruption(why)) {
+            changed.what += fmt::format("; the read ended early: {}", why.what);
+            throw changed;
+        }
+        why.what += "; " + changed.what;
+        why.tryThis = changed.tryThis;
     }
 }
 
-/// After a read behind two offset bytes has changed the part. @param more  that is to be said
-void widthGuard::putBackAndRefuse(const std::string& more)
-{
-    const interruptsHeld calm;
-    const bool isBack = putBack(m_chip, m_finding->first);
-    const std::string firstFile = isBack ? "" : saveFirst(m_chip, m_finding->first);
-    m_finding->verdict = widthVerdict::oneByte;
-    refuse(fmt::format("the part is no {}: a read behind two offset bytes changed it, as it does a ferroelectric part "
-                       "with one; {}{}",
-                       m_chip.target().end().type->chip, backText(isBack), more),
-           isBack ? fittingHint() : restoreFirstHint(m_chip, firstFile));
-}
+/// Saves the bytes of a part with one offset byte. @return how to restore them
+std::string widthGuard::keepFirst() const { return restoreFirstHint(m_chip, saveFirst(m_chip, m_finding->first)); }
 
 void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<const unsigned char> wanted)
 {
@@ -183,40 +223,86 @@ void widthGuard::tryOut(const std::string& undoFile)
     if (!m_trial) {
         return;
     }
-    const std::string firstFile = m_claimedBytes == 2 ? saveFirst(m_chip, m_finding->first) : "";
-    const trialResult result = tools::tryOut(m_chip, *m_trial, m_finding->first);
-    std::string hint = restoreHint(undoFile);
-    if (!firstFile.empty() && result.isBack) {
-        dropUndo(firstFile);
-    } else if (!firstFile.empty()) {
-        hint += "; " + restoreFirstHint(m_chip, firstFile);
+    trialResult result{.seen = {}, .isBack = true};
+    try {
+        const std::string firstFile = m_claimedBytes == 2 ? saveFirst(m_chip, m_finding->first) : "";
+        result = tools::tryOut(m_chip, *m_trial, m_finding->first);
+        std::string hint = restoreHint(undoFile);
+        if (!firstFile.empty() && (result.isBack || result.end == trialEnd::asClaimed)) {
+            dropUndo(firstFile);
+        } else if (!firstFile.empty()) {
+            hint += "; " + restoreFirstHint(m_chip, firstFile);
+        }
+        concludeTrial(result, hint);
+    } catch (const failure& why) {
+        if (!result.isBack) {
+            throw;
+        }
+        dropUndo(undoFile);
+        throwSeen(why);
     }
-    if (result.trouble || !result.isKnown) {
+}
+
+/// Throws a failure; an interruption that says the same when there was a signal.
+void widthGuard::throwSeen(const failure& why) const
+{
+    const int signal = interruptSignal();
+    if (signal == 0) {
+        throw why;
+    }
+    failure ended = interruption(signal, m_chip.target().label, step);
+    ended.what += "; " + why.what;
+    ended.tryThis = why.tryThis;
+    throw ended;
+}
+
+/// @param hint  how the old bytes are restored
+void widthGuard::concludeTrial(const trialResult& result, const std::string& hint)
+{
+    switch (result.end) {
+    case trialEnd::asClaimed:
+        m_finding->verdict = m_claimedBytes == 1 ? widthVerdict::oneByte : widthVerdict::twoBytes;
+        m_finding->seen = fmt::format("a byte written at offset 0x{:X} as a trial reads back", m_trial->offset);
+        break;
+    case trialEnd::inOther:
+        m_finding->verdict = widthVerdict::oneByte;
+        throw refusal(fmt::format("{}; {}", result.seen, backText(result.isBack)),
+                      fittingHint() + (result.isBack ? "" : "; " + hint));
+    case trialEnd::unchanged:
+        m_finding->verdict = widthVerdict::notDecidable;
+        m_finding->seen = result.seen;
+        m_trial.reset();
+        askForWidth();
+        break;
+    case trialEnd::notKnown:
         throwTrial(result, hint);
     }
-    const bool isOne = (m_claimedBytes == 1) == result.seen.empty();
-    m_finding->verdict = isOne ? widthVerdict::oneByte : widthVerdict::twoBytes;
-    if (!result.seen.empty()) {
-        refuse(fmt::format("{}; {}", result.seen, backText(result.isBack)),
-               result.isBack ? fittingHint() : fittingHint() + "; " + hint);
-    }
-    m_finding->seen = fmt::format("a byte written at offset 0x{:X} as a trial reads back", m_trial->offset);
 }
 
 /// The trial left the width open. @param hint  how the old bytes are restored
 void widthGuard::throwTrial(const trialResult& result, const std::string& hint)
 {
     const std::string byte =
-        m_claimedBytes == 1 && result.isBack
-            ? "it holds its old bytes"
+        result.isBack
+            ? backText(true)
             : fmt::format("whether the byte of the trial at offset 0x{:X} is changed is not known", m_trial->offset);
     if (!result.trouble) {
-        refuse(fmt::format("the offset width is not known: {}; {}", result.seen, byte), hint);
+        throw refusal(fmt::format("the offset width is not known: {}; {}", result.seen, byte),
+                      result.isBack ? otherWays : hint);
     }
     failure why = *result.trouble;
     why.what = fmt::format("a trial write for the offset width failed: {}; {}", why.what, byte);
-    why.tryThis = hint;
+    why.tryThis = result.isBack ? why.tryThis : hint;
     throw why;
+}
+
+bool widthGuard::takeTrialBack()
+{
+    const bool isBack = m_trial && takeBack(m_chip, *m_trial);
+    if (isBack) {
+        m_trial.reset();
+    }
+    return isBack;
 }
 
 } // namespace kest::tools

@@ -9,6 +9,7 @@
 
 #include "tools/common/failure.h"
 #include "tools/common/seeprom.h"
+#include "tools/common/shortpart.h"
 #include "tools/common/widthengine.h"
 #include "tools/common/widthtrial.h"
 
@@ -29,21 +30,24 @@ public:
     widthGuard(seeprom& chip, const byteRange& whole, const widthOptions& options);
 
     /// Before the first read by the type of the device. A read behind two offset bytes can change a part with one: such
-    /// a type is proved now, and so is one behind a hub.
+    /// a type is proved now, and so is one behind a hub. Where neither that shows the width nor a change could be seen
+    /// afterwards, the user is asked first.
     void beforeReading();
     /// After the bytes were read. When the read itself has changed bytes, they are put back.
     void afterReading();
-    /// The same when not all of them could be read. Without a change by the read it returns, and adds to the failure
-    /// when that is not known.
+    /// The same when not all of them could be read. What it finds goes into the failure of an interruption, and is a
+    /// failure of its own otherwise. Without a change by the read it returns, and adds to the failure when that is not
+    /// known.
     void afterFailedRead(failure& why);
     /// Before anything is asked or written, and only when a page is to be written.
     void beforeWriting(std::span<const unsigned char> old, std::span<const unsigned char> wanted);
     /// After the old bytes are saved: a trial write, when the content could not decide.
-    /// @param undoFile  with these bytes
+    /// @param undoFile  with these bytes. It is removed when the write is refused and the part holds its old bytes
     void tryOut(const std::string& undoFile);
-
     /// Whether a byte was written as a trial. It belongs to the bytes that are to be written.
     [[nodiscard]] bool hasTried() const { return m_trial.has_value(); }
+    /// Puts the byte of a trial back. @return false when that is not certain
+    [[nodiscard]] bool takeTrialBack();
     /// What was found out; nothing when no proof was needed.
     [[nodiscard]] const std::optional<widthFinding>& finding() const { return m_finding; }
 
@@ -52,11 +56,16 @@ private:
     void prove();
     void settle();
     void askForWidth();
-    [[nodiscard]] bool watchesReads() const { return isOpen() && !m_finding->first.empty(); }
-    [[noreturn]] void putBackAndRefuse(const std::string& more);
-    [[nodiscard]] std::string fittingHint() const;
+    void concludeTrial(const trialResult& result, const std::string& hint);
+    [[noreturn]] void throwSeen(const failure& why) const;
     [[noreturn]] void throwTrial(const trialResult& result, const std::string& hint);
-    [[noreturn]] void refuse(const std::string& what, const std::string& tryThis) const;
+    [[nodiscard]] bool watchesReads() const { return isOpen() && !m_finding->first.empty(); }
+    [[nodiscard]] firstOffsets readsChange() const;
+    [[nodiscard]] firstChange changeByReading() const;
+    [[nodiscard]] failure changedByReading();
+    [[nodiscard]] std::string keepFirst() const;
+    [[nodiscard]] std::string fittingHint() const;
+    [[nodiscard]] failure refusal(const std::string& what, const std::string& tryThis) const;
 
     seeprom& m_chip;
     byteRange m_range;

@@ -4,9 +4,7 @@
 #include <array>
 #include <fmt/core.h>
 
-#include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
-#include "tools/common/offsetreads.h"
 #include "tools/common/signalblock.h"
 #include "tools/common/widthproof.h"
 
@@ -20,22 +18,24 @@ constexpr std::size_t firstBytes = widthReads::firstBytes;
 constexpr std::array<std::size_t, 4> shortPages{4, 8, 16, firstBytes};
 // two that agree, and some that fail or differ
 constexpr int mostReads = 6;
-// of a read by the type, and of putting bytes back
-constexpr int mostAttempts = 3;
 
-/// Bytes of a part behind one offset byte.
-using firstContent = std::vector<std::uint8_t>;
+constexpr const char* readsFail = "after a byte was written, its reads differ or fail";
 
 std::uint8_t upper(const trialByte& trial) { return static_cast<std::uint8_t>(trial.offset >> 8); }
 std::uint8_t lower(const trialByte& trial) { return static_cast<std::uint8_t>(trial.offset); }
 
+/// Where a part with one offset byte puts the second byte of a page that it is sent.
+std::size_t nextOf(const trialByte& trial, std::size_t page)
+{
+    const std::size_t at = upper(trial);
+    return at / page * page + (at + 1) % page;
+}
+
 /// A part with one offset byte, after it was sent a byte behind two: the lower offset byte is the first one written.
 firstContent afterTwo(firstContent first, const trialByte& trial, std::size_t page)
 {
-    const std::size_t at = upper(trial);
-    const std::size_t next = at / page * page + (at + 1) % page;
-    first.at(at) = lower(trial);
-    first.at(next) = trial.wanted;
+    first.at(upper(trial)) = lower(trial);
+    first.at(nextOf(trial, page)) = trial.wanted;
     return first;
 }
 
@@ -45,6 +45,19 @@ firstContent afterOne(firstContent first, const trialByte& trial)
         first[trial.offset] = trial.wanted;
     }
     return first;
+}
+
+/// The bytes of a part with one offset byte that a trial can change.
+firstOffsets changedBy(unsigned claimedBytes, const trialByte& trial)
+{
+    if (claimedBytes == 1) {
+        return {trial.offset};
+    }
+    firstOffsets offsets{upper(trial)};
+    for (const std::size_t page : shortPages) {
+        offsets.insert(nextOf(trial, page));
+    }
+    return offsets;
 }
 
 /// Whether a part with one offset byte would show a byte sent behind two, whatever its pages are.
@@ -58,128 +71,116 @@ bool shows(const firstContent& first, const trialByte& trial)
            });
 }
 
-seeprom shortPartOf(const seeprom& chip)
-{
-    return {asShortPart(chip.target()), {.mode = accessMode::hardware, .speedKhz = chip.speedKhz(), .force = true}};
-}
-
-/// Nothing when a read fails.
-std::optional<firstContent> readFirstOnce(offsetReads& reads)
-{
-    const widthQuestion question{.read = [&reads](std::span<const std::uint8_t> offset,
-                                                  std::span<std::uint8_t> into) { return reads.read(offset, into); },
-                                 .readOther = {},
-                                 .mostBytes = std::min<std::size_t>(firstBytes, reads.mostBytes())};
-    const auto hub = reads.holdHub();
-    if (hub && hub->error() != 0) {
-        return std::nullopt;
-    }
-    widthReads::firstRead whole{};
-    return widthReads(question).readWhole(whole) ? std::optional<firstContent>({whole.begin(), whole.end()})
-                                                 : std::nullopt;
-}
-
-/// A part whose read was cut off can hold SDA. A read by the library frees the bus then.
-void freeBus(seeprom& part)
-{
-    const interruptsHeld calm;
-    try {
-        static_cast<void>(part.read({0, 1}, "width proof"));
-    } catch (const failure&) {
-        // the next read shows whether it is free
-    }
-}
-
-trialResult seenAfterOne(const seeprom& chip, const trialByte& trial, const firstContent& first)
-{
-    const auto now = readFirstAgain(chip).bytes;
-    if (!now) {
-        return {.seen = "after a byte was written, its reads differ or fail", .isKnown = false};
-    }
-    if (*now == afterOne(first, trial)) {
-        return {};
-    }
-    return {.seen = fmt::format("a byte written at offset 0x{:X} behind one offset byte does not read back: it takes "
-                                "two, or is write-protected",
-                                trial.offset)};
-}
-
-/// Writes one byte, whatever signal came.
+/// Writes one byte as the chip's type takes it, whatever signal came.
 void writeByte(seeprom& chip, std::uint32_t at, unsigned char byte)
 {
     const interruptsHeld calm;
     static_cast<void>(chip.write(at, {&byte, 1}));
 }
 
-/// Nothing when it can't be read.
-std::optional<unsigned char> readBack(seeprom& chip, const trialByte& trial)
+/// The byte of a trial as the chip's type reads it. Nothing unless two reads in a row agree.
+std::optional<unsigned char> readByte(seeprom& chip, std::uint32_t at)
 {
-    for (int count = 0; count < mostAttempts; ++count) {
+    std::optional<unsigned char> last;
+    for (int count = 0; count < mostReads; ++count) {
         try {
-            return chip.read({trial.offset, 1}, "width proof").front();
+            const unsigned char now = chip.read({at, 1}, "width proof").front();
+            if (last == now) {
+                return now;
+            }
+            last = now;
         } catch (const failure&) {
             // a single failed read says nothing
+            last.reset();
         }
     }
     return std::nullopt;
 }
 
-trialResult seenAfterTwo(seeprom& chip, const trialByte& trial, const firstContent& first)
+trialResult seenAfterOne(const seeprom& chip, const trialByte& trial, const firstContent& first)
 {
-    const auto back = readBack(chip, trial);
-    const auto [now, differ] = readFirstAgain(chip);
-    const auto isShort = [&, &then = now](std::size_t page) { return then && *then == afterTwo(first, trial, page); };
-    if (std::ranges::any_of(shortPages, isShort)) {
-        return {.seen = "a byte written behind two offset bytes arrived as one behind one does"};
+    const auto now = readFirstAgain(chip).bytes;
+    if (now == afterOne(first, trial)) {
+        return {.end = trialEnd::asClaimed, .seen = {}};
     }
-    // a part with one offset byte reads the byte back, too: only reads behind one tell
-    if ((!now && !differ) || !back) {
-        return {.seen = "after a byte was written, its reads differ or fail", .isKnown = false};
+    if (now != first) {
+        return {.seen = readsFail};
     }
-    if (*back == trial.wanted) {
-        return {};
-    }
-    return {.seen = fmt::format("a byte written at offset 0x{:X} behind two offset bytes does not read back: it takes "
-                                "one, or is write-protected",
-                                trial.offset)};
+    return {.end = trialEnd::unchanged,
+            .seen = fmt::format("a byte written at offset 0x{:X} behind one offset byte changed nothing: it takes two, "
+                                "or is write-protected",
+                                trial.offset),
+            .isBack = true};
 }
 
-/// @return false when it still differs, or when that is not known
-bool putBackOnce(seeprom& part, const firstContent& first)
+/// What the reads behind one offset byte say of a byte that was sent behind two.
+enum class arrival : std::uint8_t {
+    behindOne, ///< it arrived as on a part with one
+    nowhere, ///< nothing has changed
+    asOnTwo, ///< what has changed, no part with one does
+    notKnown,
+};
+arrival arrivalOf(const firstAgain& again, const trialByte& trial, const firstContent& first)
 {
-    const auto now = readFirstAgain(part).bytes;
-    if (!now) {
-        return false;
+    if (!again.bytes) {
+        return again.unlike ? arrival::asOnTwo : arrival::notKnown;
     }
-    for (std::uint32_t at = 0; at < firstBytes; ++at) {
-        if ((*now)[at] != first[at]) {
-            writeByte(part, at, first[at]);
-        }
+    const firstContent& now = *again.bytes;
+    if (std::ranges::any_of(shortPages, [&](std::size_t page) { return now == afterTwo(first, trial, page); })) {
+        return arrival::behindOne;
     }
-    return *now == first || readFirstAgain(part).bytes == first;
+    if (now == first) {
+        return arrival::nowhere;
+    }
+    // other values at the very places where a part with one takes them can have been garbled on the way
+    const bool there = changeOf(again, first, changedBy(2, trial)) == firstChange::there;
+    return there && now != afterOne(first, trial) ? arrival::notKnown : arrival::asOnTwo;
+}
+
+trialResult seenAfterTwo(seeprom& chip, const trialByte& trial, const firstContent& first)
+{
+    const auto back = readByte(chip, trial.offset);
+    const arrival seen = arrivalOf(readFirstAgain(chip), trial, first);
+    if (seen == arrival::behindOne) {
+        return {.end = trialEnd::inOther,
+                .seen = "a byte written behind two offset bytes arrived as one behind one does"};
+    }
+    // a part with one offset byte reads the byte back, too: only reads behind one tell
+    if (!back || seen == arrival::notKnown) {
+        return {.seen = readsFail};
+    }
+    if (*back == trial.wanted) {
+        return {.end = trialEnd::asClaimed, .seen = {}};
+    }
+    if (*back != trial.before || seen != arrival::nowhere) {
+        return {.seen = readsFail};
+    }
+    return {.end = trialEnd::unchanged,
+            .seen = fmt::format("a byte written at offset 0x{:X} behind two offset bytes changed nothing: it takes "
+                                "one, or is write-protected",
+                                trial.offset),
+            .isBack = true};
+}
+
+/// Puts the byte back where a part with two offset bytes took it, and then what that does to a part with one.
+bool putAllBack(seeprom& chip, const trialByte& trial, const firstContent& first)
+{
+    // reads behind two offset bytes come first: they change a ferroelectric part with one
+    const bool isBack = readByte(chip, trial.offset) == trial.before || takeBack(chip, trial);
+    return putBack(chip, first, changedBy(2, trial)) && isBack;
+}
+
+trialResult writeAndLook(seeprom& chip, unsigned claimedBytes, const trialByte& trial, const firstContent& first)
+{
+    try {
+        writeByte(chip, trial.offset, trial.wanted);
+        return claimedBytes == 1 ? seenAfterOne(chip, trial, first) : seenAfterTwo(chip, trial, first);
+    } catch (const failure& why) {
+        return {.seen = {}, .trouble = why};
+    }
 }
 
 } // namespace
-
-firstAgain readFirstAgain(const seeprom& chip)
-{
-    seeprom part = shortPartOf(chip);
-    offsetReads reads(part.target(), chip.speedKhz());
-    std::optional<firstContent> last;
-    bool differ = true;
-    for (int count = 0; count < mostReads; ++count) {
-        auto now = readFirstOnce(reads);
-        if (now && now == last) {
-            return {.bytes = std::move(now)};
-        }
-        if (!now) {
-            differ = false;
-            freeBus(part);
-        }
-        last = std::move(now);
-    }
-    return {.differ = differ};
-}
 
 std::optional<trialByte> chooseTrial(unsigned claimedBytes, const firstContent& first, const byteRange& range,
                                      std::span<const unsigned char> old, std::span<const unsigned char> wanted)
@@ -193,43 +194,31 @@ std::optional<trialByte> chooseTrial(unsigned claimedBytes, const firstContent& 
     return std::nullopt;
 }
 
-device asShortPart(const device& which)
+bool takeBack(seeprom& chip, const trialByte& trial)
 {
-    device part = which;
-    part.links.back().type = findType(KEST_DEV_SEEPROM_2K);
-    part.text = deviceText(part.bus, part.node, part.links);
-    return part;
-}
-
-bool putBack(const seeprom& chip, const firstContent& first)
-{
-    seeprom part = shortPartOf(chip);
-    for (int count = 0; count < mostAttempts; ++count) {
-        try {
-            if (putBackOnce(part, first)) {
-                return true;
-            }
-        } catch (const failure&) {
-            // the next attempt sees what arrived
-        }
+    const interruptsHeld calm;
+    try {
+        writeByte(chip, trial.offset, trial.before);
+    } catch (const failure&) {
+        return false;
     }
-    return false;
+    return readByte(chip, trial.offset) == trial.before;
 }
 
 trialResult tryOut(seeprom& chip, const trialByte& trial, const firstContent& first)
 {
     const signalBlock quiet;
     const interruptsHeld calm;
-    trialResult result;
-    try {
-        writeByte(chip, trial.offset, trial.wanted);
-        const bool claimsOne = offsetBytesOf(*chip.target().end().type) == 1;
-        result = claimsOne ? seenAfterOne(chip, trial, first) : seenAfterTwo(chip, trial, first);
-    } catch (const failure& why) {
-        result.trouble = why;
+    const unsigned claimedBytes = offsetBytesOf(*chip.target().end().type);
+    const firstOffsets changed = changedBy(claimedBytes, trial);
+    if (readByte(chip, trial.offset) != trial.before) {
+        return {.seen = "its reads differ or fail", .isBack = putBack(chip, first, changed)};
     }
-    if (result.trouble || !result.seen.empty()) {
-        result.isBack = putBack(chip, first);
+    trialResult result = writeAndLook(chip, claimedBytes, trial, first);
+    if (result.end == trialEnd::inOther || (result.end == trialEnd::notKnown && claimedBytes == 1)) {
+        result.isBack = putBack(chip, first, changed);
+    } else if (result.end == trialEnd::notKnown) {
+        result.isBack = putAllBack(chip, trial, first);
     }
     return result;
 }

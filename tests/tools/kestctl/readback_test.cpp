@@ -115,8 +115,8 @@ TEST_F(KestctlReadBack, AnAdapterWithoutEmptyMessagesShowsProtectionToo)
 
 TEST_F(KestctlReadBack, TwoReadsThatDifferAreFlaky)
 {
-    // before the reads back go four of the width proof and the one of the old bytes
-    for (const auto& [nth, byte] : {std::pair("6", "2"), std::pair("7", "3")}) {
+    // before the reads back go four of the width proof and two of the old bytes
+    for (const auto& [nth, byte] : {std::pair("7", "2"), std::pair("8", "3")}) {
         fault({"corrupt", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", nth, "--count", "1",
                "--byte", byte, "--value", "0xFF"});
     }
@@ -134,7 +134,7 @@ TEST_F(KestctlReadBack, TwoReadsThatDifferAreFlaky)
 /// Two reads agree, on bytes that nobody wrote.
 TEST_F(KestctlReadBack, BytesThatAreNeitherOldNorNewPointAtTheType)
 {
-    for (const char* nth : {"6", "7"}) {
+    for (const char* nth : {"7", "8"}) {
         fault({"corrupt", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", nth, "--count", "1",
                "--byte", "2", "--value", "0x10"});
     }
@@ -167,7 +167,7 @@ TEST_F(KestctlReadBack, AWriteThatEndsShortIsNoProtection)
 
 TEST_F(KestctlReadBack, AReadBackThatFailsLeavesAWrittenChip)
 {
-    fault({"short", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", "6", "--count", "1"});
+    fault({"short", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", "7", "--count", "1"});
     const std::string line = complaint(1, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes"});
     EXPECT_THAT(line, StartsWith("power-vpd: verify: all 5 bytes are written, but reading them back failed: the "
                                  "transfer ended before its last byte; 'kestctl seeprom restore "));

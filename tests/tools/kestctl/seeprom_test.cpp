@@ -217,7 +217,7 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
 TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 {
     writeFile(machine() / "panel.bin", variedBytes(256));
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "17", "--count", "1", "--byte",
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "18", "--count", "1", "--byte",
            "1"});
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(0, written.exit);
@@ -230,9 +230,9 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
 {
     writeFile(machine() / "panel.bin", variedBytes(256));
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "17", "--count", "1", "--byte",
-           "1"});
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "18", "--count", "1", "--byte",
+           "1"});
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "19", "--count", "1", "--byte",
            "2"});
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
     EXPECT_EQ(5, written.exit);
@@ -261,8 +261,8 @@ TEST_F(KestctlSeeprom, WriteThatFailsMidwaySaysHowManyBytesAreCertain)
 TEST_F(KestctlSeeprom, WriteWhoseReadBackFailsTooSaysNotKnown)
 {
     const std::string source = file("new", std::string(64, 'n'));
-    // the read of the old bytes and the 15 reads of the proof go before
-    fault({"nack", "--bus", "planar", "--address", "0xA4", "--nth", "27"});
+    // the two reads of the old bytes and the 15 reads of the proof go before
+    fault({"nack", "--bus", "planar", "--address", "0xA4", "--nth", "28"});
     const std::string line = complaint(1, {"seeprom", "write", "panel-vpd", "-i", source, "--all-pages", "--yes"});
     clearFaults();
     EXPECT_THAT(line, HasSubstr("how many bytes arrived is not known: reading back failed, too"));

@@ -90,7 +90,7 @@ TEST_F(KestctlSimFault, ListCountsThePowerCutsBytes)
 }
 
 // The proof of the width sends 4 bytes for the reads behind one offset byte and 39 for those behind two. Three bytes go
-// out for the read that fills the undo file, and 35 for the page. The next but one asks whether the write cycle has ended.
+// out for each of two reads that fill the undo file, and 35 for the page. The next but one asks whether the write cycle has ended.
 TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedByTheNextWrite)
 {
     const std::vector<std::string> write{"seeprom",
@@ -103,7 +103,7 @@ TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedBy
                                          "--yes"};
     const std::string before = readFile(machine() / "system.bin").replace(0, 0x1000, variedBytes(0x1000));
     writeFile(machine() / "system.bin", before);
-    says({"sim", "fault", "add", "power-cut", "--address", "0xA0", "--way", "write", "--nth", "83", "--count", "1"});
+    says({"sim", "fault", "add", "power-cut", "--address", "0xA0", "--way", "write", "--nth", "86", "--count", "1"});
     EXPECT_EQ(5, kestctl(write).exit);
     const std::string torn = readFile(machine() / "system.bin");
     // choice 2 of the chip with seed 1: a byte of the page is the old FF, the new one, or anything

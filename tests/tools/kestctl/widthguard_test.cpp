@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/tools/seeprom_support.h"
+#include "tests/tools/widthguard_support.h"
 
 namespace kest::test
 {
@@ -12,32 +12,6 @@ namespace
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-/// A blank part with one offset byte on a bus of its own, named as a 24C256.
-class KestctlWidthGuard : public SeepromTest
-{
-protected:
-    /// @param keys  of the chip
-    void part(const std::string& keys, const std::string& type = "24C02", std::size_t bytes = 256) const
-    {
-        const std::string chip = "[[bus]]\nname = \"f\"\n[[chip]]\nbus = \"f\"\naddress = 0xA0\nimage = \"f.bin\"\n";
-        writeFile(machine() / "machine.toml", chip + "type = \"" + type + "\"\n" + keys);
-        writeFile(machine() / "kest.toml", "state = \"state\"\n[machine]\nfolder = \".\"\n");
-        writeFile(machine() / "f.bin", std::string(bytes, '\xFF'));
-    }
-    void ferroelectric() const { part("kind = \"fram\"\n"); }
-    /// A read of the part that a STOP cuts off.
-    void shortRead(int nth, int count = 1) const
-    {
-        fault({"short", "--address", "0xA0", "--way", "read", "--nth", std::to_string(nth), "--count",
-               std::to_string(count)});
-    }
-    [[nodiscard]] std::string content() const { return image("f"); }
-
-    static constexpr const char* asLarge = "sim:f,L,2C0256,A0";
-    const std::string blank = std::string(256, '\xFF');
-    const std::vector<std::string> write{"seeprom", "write", asLarge, "--hex", "5A5B5C5D", "--yes"};
-};
 
 TEST_F(KestctlWidthGuard, AReadThatFailsLeavesNoByteThatItChanged)
 {
@@ -56,13 +30,14 @@ TEST_F(KestctlWidthGuard, AReadThatFailsLeavesNoByteThatItChanged)
 TEST_F(KestctlWidthGuard, OneFailedReadOfATrialNeitherProvesAWidthNorKeepsBytesFromBeingPutBack)
 {
     for (const char* keys : {"", "kind = \"fram\"\n"}) {
-        for (int nth = 4; nth <= 12; ++nth) {
+        for (int nth = 5; nth <= 17; ++nth) {
             part(keys);
             clearFaults();
             shortRead(nth);
             const std::string line = complaint(3, write);
             EXPECT_THAT(line, HasSubstr("; it holds its old bytes; types that would fit: 24C02 (1C0002)")) << nth;
             EXPECT_EQ(blank, content()) << keys << nth;
+            EXPECT_EQ(0, undoFiles()) << keys << nth;
         }
     }
 }
@@ -71,7 +46,7 @@ TEST_F(KestctlWidthGuard, ATrialThatCanNotBeReadLeavesAFileThatFitsAPartWithOneO
 {
     part("");
     // from the first read after the trial write on
-    shortRead(5, 1000);
+    shortRead(9, 1000);
     const std::string line = complaint(3, write);
     clearFaults();
     EXPECT_THAT(line, StartsWith("sim:f,L,2C0256,A0: width proof: the offset width is not known: after a byte was "
@@ -98,11 +73,118 @@ TEST_F(KestctlWidthGuard, ATrialWhoseWriteFailsNamesTheByteAndTheUndoFile)
 
 TEST_F(KestctlWidthGuard, ATrialThatEndsWellLeavesNoFileButTheUndoFile)
 {
-    part("", "24C256", 32768);
+    large();
     EXPECT_THAT(says(write), HasSubstr("offset width: two offset bytes: a byte written at offset 0x0 as a trial reads "
                                        "back\n"));
     EXPECT_EQ("Z[\\]", content().substr(0, 4));
-    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(machine() / "state/undo"), {}));
+    EXPECT_EQ(1, undoFiles());
+}
+
+TEST_F(KestctlWidthGuard, AByteThatChangesNothingLeavesTheWidthOpen)
+{
+    const std::vector<std::string> asSmall{"seeprom", "write", "sim:f,L,1C0002,A0", "--hex", "5A5B", "--yes"};
+    const std::string line = "sim:f,L,1C0002,A0: width proof: the offset width is not decidable: a byte written at "
+                             "offset 0x0 behind one offset byte changed nothing: it takes two, or is write-protected; "
+                             "--width-unproved writes all the same, or 'width_proved = true' in the device table";
+    part("protect = \"silent\"\n");
+    EXPECT_EQ(line, complaint(3, asSmall));
+    EXPECT_EQ(0, undoFiles());
+    const RunResult asked = kestctl(asSmall, {.input = "y\n", .terminal = true});
+    EXPECT_EQ(5, asked.exit);
+    EXPECT_THAT(asked.output, HasSubstr("the chip is write-protected: it holds the old bytes"));
+    large();
+    EXPECT_EQ(line, complaint(3, asSmall));
+    EXPECT_EQ(std::string(32768, '\xFF'), content());
+    part("protect = \"silent\"\n", "24C256", 32768);
+    EXPECT_THAT(complaint(3, write), HasSubstr("the offset width is not decidable: a byte written at offset 0x0 behind "
+                                               "two offset bytes changed nothing: it takes one, or is write-protected; "
+                                               "--width-unproved writes all the same"));
+}
+
+TEST_F(KestctlWidthGuard, ARefusedTrialLeavesTheUndoFileOfTheWriteBefore)
+{
+    large();
+    says(write);
+    part("");
+    EXPECT_EQ(3, kestctl(write).exit);
+    EXPECT_EQ(1, undoFiles());
+    large();
+    fill("Z[\\]" + std::string(32764, '\xFF'));
+    says({"seeprom", "undo", asLarge, "--yes"});
+    EXPECT_EQ(std::string(32768, '\xFF'), content());
+}
+
+TEST_F(KestctlWidthGuard, AByteOfATrialThatReadsBackWrongIsPutBackInBothWidths)
+{
+    large();
+    // both reads of the byte after it was written
+    wrongRead(9);
+    wrongRead(10);
+    const std::vector<std::string> other{"seeprom", "write", asLarge, "--hex", "41", "--yes"};
+    EXPECT_EQ("sim:f,L,2C0256,A0: width proof: the offset width is not known: after a byte was written, its reads "
+              "differ or fail; it holds its old bytes; --width-unproved writes all the same, or 'width_proved = true' "
+              "in the device table",
+              complaint(3, other));
+    EXPECT_EQ(std::string(32768, '\xFF'), content());
+    EXPECT_EQ(0, undoFiles());
+    clearFaults();
+    says(other);
+    EXPECT_EQ('A', content()[0]);
+}
+
+TEST_F(KestctlWidthGuard, APartThatCanNotBeComparedIsNotReadBehindTwoOffsetBytesUnasked)
+{
+    part("kind = \"fram\"\n", "24C02", 256, "message_bytes = 8, messages = 2");
+    for (const char* how : {"--yes", "--dry-run"}) {
+        EXPECT_EQ("sim:f,L,2C0256,A0: width proof: the offset width is not decidable: the adapter takes no read of 16 "
+                  "bytes behind an offset; --width-unproved writes all the same, or 'width_proved = true' in the "
+                  "device table",
+                  complaint(3, {"seeprom", "write", asLarge, "--hex", "5A", how}));
+        EXPECT_EQ(blank, content());
+    }
+    EXPECT_THAT(complaint(4, {"seeprom", "write", "sim:f,L,2C0256,A2", "--hex", "5A", "--yes"}),
+                HasSubstr("nothing answers at A2"));
+}
+
+TEST_F(KestctlWidthGuard, AFlakyPartIsNotReadBehindTwoOffsetBytesUnasked)
+{
+    ferroelectric();
+    const std::string varied = variedBytes(256);
+    fill(varied);
+    // the second read behind two offset bytes
+    wrongRead(4);
+    EXPECT_THAT(complaint(3, {"seeprom", "write", asLarge, "--hex", "5A", "--offset", "0x100", "--yes"}),
+                StartsWith("sim:f,L,2C0256,A0: width proof: the offset width is not known, the reads are flaky: two "
+                           "reads behind the offset bytes"));
+    EXPECT_EQ(varied, content());
+}
+
+TEST_F(KestctlWidthGuard, OldBytesThatAreReadInTwoWaysAreNotWrittenOver)
+{
+    large();
+    const std::string varied = variedBytes(32768);
+    fill(varied);
+    // behind the 15 reads of the proof
+    for (const int nth : {16, 17}) {
+        clearFaults();
+        wrongRead(nth);
+        const RunResult refused = kestctl(write);
+        EXPECT_EQ(3, refused.exit);
+        EXPECT_EQ("kestctl: sim:f,L,2C0256,A0: the reads differed at offsets 0x0\n"
+                  "kestctl: sim:f,L,2C0256,A0: read the old bytes: two reads of the old bytes differ: an undo file "
+                  "would hold wrong ones; try --voted 5, or a lower --speed\n",
+                  refused.errors);
+        EXPECT_EQ(varied, content());
+        EXPECT_EQ(0, undoFiles());
+    }
+    clearFaults();
+    wrongRead(16);
+    std::vector<std::string> voted = write;
+    voted.insert(voted.end(), {"--voted", "3"});
+    EXPECT_EQ(0, kestctl(voted).exit);
+    clearFaults();
+    says({"seeprom", "undo", asLarge, "--yes"});
+    EXPECT_EQ(varied, content());
 }
 
 } // namespace

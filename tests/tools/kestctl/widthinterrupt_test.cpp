@@ -1,0 +1,92 @@
+/// Signals while the offset width of a part is proved or tried out.
+#include <csignal>
+#include <gmock/gmock.h>
+
+#include "tests/host/usedconfiguration.h"
+#include "tests/tools/heldpages.h"
+#include "tests/tools/widthguard_support.h"
+
+namespace kest::test
+{
+namespace
+{
+
+using testing::StartsWith;
+
+/// Signals at a moment that the test knows: this process uses the machine, too.
+class KestctlWidthInterrupt : public KestctlWidthGuard
+{
+protected:
+    /// How a write ends that gets ^C while it waits to write its first byte.
+    RunResult interruptedInTrial() const
+    {
+        const UsedConfiguration used{machine() / "kest.toml"};
+        HeldPages pages("sim:f", 0xA0);
+        Program program("kestctl", write, configured());
+        EXPECT_TRUE(pages.awaitWriter());
+        EXPECT_TRUE(deliver(program, SIGINT));
+        pages.letGo();
+        return program.finish();
+    }
+    /// How it ends when ^C comes before the first read of the proof.
+    RunResult interruptedInProof() const
+    {
+        const UsedConfiguration used{machine() / "kest.toml"};
+        says({"detect", asLarge});
+        HeldMachine held(machine());
+        Program program("kestctl", write, configured());
+        EXPECT_TRUE(held.awaitUser());
+        EXPECT_TRUE(deliver(program, SIGINT));
+        held.letGo();
+        return program.finish();
+    }
+};
+
+TEST_F(KestctlWidthInterrupt, DuringATrialLeavesAllAsItWas)
+{
+    large();
+    const RunResult ended = interruptedInTrial();
+    EXPECT_EQ(130, ended.exit);
+    EXPECT_EQ("kestctl: sim:f,L,2C0256,A0: write: interrupted; the byte of a trial is put back, nothing else was "
+              "written\n",
+              ended.errors);
+    EXPECT_EQ(std::string(32768, '\xFF'), content());
+    EXPECT_EQ(0, undoFiles());
+}
+
+TEST_F(KestctlWidthInterrupt, WhileBytesOfAWrongTypeArePutBackSaysWhatThePartIs)
+{
+    // bytes of a ferroelectric part are put back already after the old ones were read
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"", "a byte written behind two offset bytes arrived as one behind one does"},
+        {"kind = \"fram\"\n", "the part is no 24C256: a read behind two offset bytes changed it, as it does a "
+                              "ferroelectric part with one"}};
+    for (const auto& [keys, seen] : rows) {
+        part(keys);
+        const RunResult ended = interruptedInTrial();
+        EXPECT_EQ(130, ended.exit) << keys;
+        EXPECT_THAT(ended.errors, StartsWith("kestctl: sim:f,L,2C0256,A0: width proof: interrupted; " + seen +
+                                             "; it holds its old bytes; "))
+            << keys;
+        EXPECT_EQ(blank, content()) << keys;
+        EXPECT_EQ(0, undoFiles()) << keys;
+    }
+}
+
+TEST_F(KestctlWidthInterrupt, DuringAProofEndsBehindIt)
+{
+    for (const char* keys : {"", "kind = \"fram\"\n"}) {
+        for (const std::string& bytes : {blank, variedBytes(256)}) {
+            part(keys);
+            fill(bytes);
+            const RunResult ended = interruptedInProof();
+            EXPECT_EQ(130, ended.exit) << keys;
+            EXPECT_EQ("kestctl: sim:f,L,2C0256,A0: width proof: interrupted; nothing was written\n", ended.errors);
+            EXPECT_EQ(bytes, content()) << keys;
+            EXPECT_EQ(0, undoFiles()) << keys;
+        }
+    }
+}
+
+} // namespace
+} // namespace kest::test
