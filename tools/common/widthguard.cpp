@@ -246,14 +246,13 @@ void widthGuard::tryOut(const std::string& undoFile)
 /// Throws a failure; an interruption that says the same when there was a signal.
 void widthGuard::throwSeen(const failure& why) const
 {
-    const int signal = interruptSignal();
-    if (signal == 0) {
-        throw why;
+    failure thrown = why;
+    if (const int signal = interruptSignal()) {
+        thrown = interruption(signal, m_chip.target().label, step);
+        thrown.what += "; " + why.what;
+        thrown.tryThis = why.tryThis;
     }
-    failure ended = interruption(signal, m_chip.target().label, step);
-    ended.what += "; " + why.what;
-    ended.tryThis = why.tryThis;
-    throw ended;
+    throw thrown;
 }
 
 /// @param hint  how the old bytes are restored
