@@ -43,6 +43,9 @@ enum class kind : std::uint8_t {
     strings, ///< strings that each begin with a byte of type and length: `strings`
 };
 
+/// Whether a row of this kind has no value, but others in it.
+[[nodiscard]] constexpr bool isStructure(kind which) { return which >= kind::block; }
+
 enum class byteOrder : std::uint8_t {
     big,
     little

@@ -1,5 +1,6 @@
 /// Images that are cut short or changed, as every format must take them. Nothing lies behind an image's last byte, so
 /// the address sanitizer sees a read behind it.
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <set>
 
@@ -17,7 +18,6 @@ constexpr const char* images[] = {
     "spd-1024-ddr5-M425R1GB4BB0.bin", "edid-128-dell-e178wfp-vga.bin", "edid-384-acer-xv273k-dp.bin",
     "sff-512-FS-DWDM-SFP10G-80.bin",  "cal-256-scope-x24c02.bin",      "edid-128-syncmaster245b-from-bus.bin"};
 
-constexpr std::uint8_t changes[] = {0x00, 0x01, 0x7F, 0x80, 0xFF};
 constexpr std::uint8_t fills[] = {0x00, 0x01, 0x55, 0xAA, 0xFF};
 
 /// What must hold of every reading: fields lie inside the image and have names of their own, and what is damaged says
@@ -41,20 +41,43 @@ void checkReading(const format& as, const Bytes& image)
     checkNodes(what.nodes, image.size(), names);
 }
 
-/// Long images are cut at every byte of their front and of their end.
-bool isWorthACut(std::size_t length, std::size_t whole) { return length < 640 || length + 8 > whole; }
+/// Of a long image only this much is cut and changed: what comes behind is fill, or more of the same.
+constexpr std::size_t frontBytes = 640;
 
-TEST(HostileImages, AreReadAtEveryLengthAsEveryFormat)
+Bytes frontOf(const char* name)
+{
+    Bytes image = exampleImage(name);
+    image.resize(std::min(image.size(), frontBytes));
+    return image;
+}
+
+Bytes cutAt(const Bytes& image, std::size_t length)
+{
+    return {image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length)};
+}
+
+TEST(HostileImages, AreReadAtEveryLength)
 {
     for (const char* name : images) {
         SCOPED_TRACE(name);
-        const Bytes image = exampleImage(name);
-        for (std::size_t length = 0; length <= image.size(); ++length) {
-            if (isWorthACut(length, image.size())) {
-                const Bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length));
-                for (const format* each : formats()) {
-                    checkReading(*each, cut);
-                }
+        const Bytes image = frontOf(name);
+        for (const format* each : recognise(exampleImage(name))) {
+            for (std::size_t length = 0; length <= image.size(); ++length) {
+                checkReading(*each, cutAt(image, length));
+            }
+        }
+    }
+}
+
+TEST(HostileImages, AreReadAsEveryFormat)
+{
+    constexpr std::size_t step = 41;
+    for (const char* name : images) {
+        SCOPED_TRACE(name);
+        const Bytes image = frontOf(name);
+        for (const format* each : formats()) {
+            for (std::size_t length = 0; length <= image.size(); length += step) {
+                checkReading(*each, cutAt(image, length));
             }
         }
     }
@@ -64,15 +87,12 @@ TEST(HostileImages, AreReadWithEveryByteChanged)
 {
     for (const char* name : images) {
         SCOPED_TRACE(name);
-        Bytes image = exampleImage(name);
-        image.resize(std::min<std::size_t>(image.size(), 640));
-        for (const format* each : recognise(image)) {
+        const Bytes image = frontOf(name);
+        for (const format* each : recognise(exampleImage(name))) {
             for (std::size_t at = 0; at < image.size(); ++at) {
-                for (const std::uint8_t value : changes) {
-                    Bytes changed = image;
-                    changed[at] = value;
-                    checkReading(*each, changed);
-                }
+                Bytes changed = image;
+                changed[at] ^= 0xFF;
+                checkReading(*each, changed);
             }
         }
     }

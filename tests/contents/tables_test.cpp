@@ -37,11 +37,6 @@ void forEachRowOfAll(const RowCheck& check)
     }
 }
 
-bool isStructure(kind which)
-{
-    return which == kind::block || which == kind::repetition || which == kind::list || which == kind::strings;
-}
-
 bool isNumber(kind which)
 {
     return which == kind::number || which == kind::choice || which == kind::flags || which == kind::hexadecimal;

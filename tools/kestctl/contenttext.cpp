@@ -26,6 +26,19 @@ constexpr std::size_t bitsColumns = 11;
 /// More bytes of one field than these are shown by JSON alone.
 constexpr std::size_t mostBytes = 256;
 
+/// A field, not a structure.
+bool isLeaf(const node& which)
+{
+    const bool isStructure = which.source != nullptr && contents::isStructure(which.source->as);
+    return which.children.empty() && !isStructure;
+}
+
+/// Bytes that fill what no field takes.
+bool isFill(const node& which)
+{
+    return which.source == nullptr && which.is == verdict::good && which.children.empty();
+}
+
 /// The lines of one reading.
 class lines
 {
@@ -36,12 +49,14 @@ public:
         m_labelColumns = std::min(m_labelColumns, widestLabels);
     }
 
-    void add(const node& which, std::size_t depth);
+    void addAll(const reading& what);
     [[nodiscard]] std::string text() const { return m_text; }
 
 private:
     void measure(const std::vector<node>& nodes, std::size_t depth);
     [[nodiscard]] std::string title(const node& which, std::size_t depth) const;
+    void add(const node& which, std::size_t depth);
+    void addFills(const std::vector<node>& nodes, std::size_t depth);
     [[nodiscard]] std::string place(const node& which) const;
     void addValue(const std::string& head, const std::string& value);
 
@@ -134,19 +149,49 @@ std::string valueText(const node& which)
 
 void lines::add(const node& which, std::size_t depth)
 {
-    const bool isSection = !which.children.empty() || which.length == 0;
-    if (depth == 0 && isSection) {
-        m_text += "\n";
-    }
     const std::string label = title(which, depth);
-    if (which.children.empty() && depth > 0) {
+    if (isLeaf(which)) {
         addValue(place(which) + fmt::format("{:<{}}  ", label, m_labelColumns), valueText(which));
         return;
     }
-    const std::string problem = which.is == verdict::damaged ? "  DAMAGED: " + which.problem : "";
+    const std::string problem = which.is == verdict::damaged ? "  DAMAGED: " + escaped(which.problem) : "";
     m_text += place(which) + (depth == 0 ? standardOutput().paint(colour::bold, label) : label) + problem + "\n";
     for (const node& each : which.children) {
-        add(each, depth + 1);
+        if (m_options.offsets || !isFill(each)) {
+            add(each, depth + 1);
+        }
+    }
+    addFills(which.children, depth + 1);
+}
+
+/// One line for all fills, where their places do not matter.
+void lines::addFills(const std::vector<node>& nodes, std::size_t depth)
+{
+    std::size_t bytes = 0;
+    std::size_t places = 0;
+    for (const node& each : nodes) {
+        bytes += isFill(each) ? each.length : 0;
+        places += isFill(each) ? 1 : 0;
+    }
+    if (m_options.offsets || places == 0) {
+        return;
+    }
+    const std::string label(depth * indentColumns, ' ');
+    const std::string where = places == 1 ? "" : fmt::format(" in {} places", places);
+    addValue(fmt::format("{:<{}}  ", label + "Fill", m_labelColumns),
+             fmt::format("{} of 00 or FF{}", countText(bytes, "byte"), where));
+}
+
+void lines::addAll(const reading& what)
+{
+    bool wasLeaf = false;
+    for (const node& each : what.nodes) {
+        // a section, or the first of a row of fields that are in none
+        if (!isLeaf(each) || !wasLeaf) {
+            m_text += "\n";
+        }
+        wasLeaf = isLeaf(each);
+        add(each, 0);
     }
 }
 
@@ -175,9 +220,7 @@ std::string contentVerdict(const reading& what)
 std::string contentText(const reading& what, const contentTextOptions& options)
 {
     lines all(what, options);
-    for (const node& each : what.nodes) {
-        all.add(each, 0);
-    }
+    all.addAll(what);
     return all.text() + "\n" + damageLines(what) + contentVerdict(what) + "\n";
 }
 

@@ -60,7 +60,7 @@ TEST_F(KestctlShow, TheFieldsOfADevice)
               "  CRC-32                    0x08578422  good\n"
               "\n"
               "Other bytes\n"
-              "  Fill                      208 of FF\n"
+              "  Fill                      208 bytes of 00 or FF\n"
               "\n"
               "whole, 1 checksum right\n",
               says({"seeprom", "show", "panel-vpd"}));
