@@ -214,7 +214,8 @@ bool reader::readRepetition(const row& field, const window& outer, const std::st
     }
     std::size_t at = all.bytes.begin;
     std::uint64_t number = 0;
-    for (; (isOpen || number < counted) && at < all.bytes.end; ++number) {
+    const std::uint64_t most = isOpen ? mostEntries : std::min<std::uint64_t>(counted, mostEntries);
+    for (; number < most && at < all.bytes.end; ++number) {
         const std::size_t length = std::min(field.length, all.bytes.end - at);
         const window element{.begin = at, .end = at + length, .isCut = length < field.length};
         if ((isOpen && element.isCut) || beginsWithZeros(m_image.subspan(at, length), field.stopAtZeros)) {

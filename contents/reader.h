@@ -22,6 +22,9 @@ namespace kest::contents
 /// is a node with a problem.
 [[nodiscard]] reading readAs(const format& as, std::span<const std::uint8_t> image);
 
+/// More entries of a list than any document allows in an image. They bound what a hostile image can make of its bytes.
+constexpr std::size_t mostEntries = 4096;
+
 /// Reads one image once. Prefixes of names are empty, or end with a point. What a function reads is added to `into`.
 class reader
 {

@@ -96,6 +96,9 @@ void reader::readEntries(const row& field, const window& list, const std::string
     std::size_t at = list.begin;
     bool hasLast = false;
     while (at < list.end && !hasLast) {
+        if (into.children.size() == mostEntries) {
+            return damage(into, "it has more than " + std::to_string(mostEntries) + " entries");
+        }
         if (rule.zerosEnd && isZero(m_image.subspan(at, list.end - at))) {
             break;
         }

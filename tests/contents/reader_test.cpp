@@ -249,6 +249,22 @@ TEST(Reader, ListsOfTypeAndLengthInOneByte)
     EXPECT_EQ("8", textOf(more, "one.2"));
 }
 
+TEST(Reader, AListHasNoMoreEntriesThanAnyDocumentAllows)
+{
+    static constexpr row rows[] = {
+        {.label = "List",
+         .as = kind::list,
+         .length = 0,
+         .entries = {
+             .headerLength = 1, .header = listHeader, .typeField = "t", .lengthField = "l", .known = listKnown}}};
+    static constexpr format as{.name = "test", .rows = rows};
+    // entries without a value
+    const reading what = readAs(as, Bytes(4097, 0x80));
+    EXPECT_EQ(4096U, what.nodes.front().children.size());
+    EXPECT_EQ("it has more than 4096 entries", what.nodes.front().problem);
+    EXPECT_TRUE(isWhole(readAs(as, Bytes(4096, 0x80))));
+}
+
 TEST(Reader, AnEntryOfAnotherLengthThanItsRowIsDamaged)
 {
     static constexpr row rows[] = {

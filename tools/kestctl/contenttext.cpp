@@ -126,11 +126,13 @@ void lines::addValue(const std::string& head, const std::string& value)
 std::string valueText(const node& which)
 {
     const auto* const bytes = std::get_if<std::vector<std::uint8_t>>(&which.value);
-    std::string text = escaped(which.text);
+    std::string text;
     if (bytes != nullptr && bytes->size() > mostBytes) {
         constexpr std::size_t columnsOfByte = 3;
-        text.resize(mostBytes * columnsOfByte - 1);
-        text += fmt::format(" ... {} more", bytes->size() - mostBytes);
+        text = fmt::format("{} ... {} more", which.text.substr(0, mostBytes * columnsOfByte - 1),
+                           bytes->size() - mostBytes);
+    } else {
+        text = escaped(which.text);
     }
     if (!which.unit.empty() && which.is != verdict::damaged) {
         text += " " + which.unit;
