@@ -66,6 +66,15 @@ TEST_F(KestctlShow, TheFieldsOfADevice)
               says({"seeprom", "show", "panel-vpd"}));
 }
 
+TEST_F(KestctlShow, FieldsOutsideOfAllBlocksHaveTheirValues)
+{
+    const std::string module = std::string(sourceFolder) + "/examples/images/sff-512-FS-DWDM-SFP10G-80.bin";
+    const std::string shown = says({"seeprom", "show", module});
+    EXPECT_THAT(shown, HasSubstr("\nSerial number                  D87C3000362\n"));
+    EXPECT_THAT(shown, HasSubstr("\nCheck code CC_BASE             0x47  good\n"));
+    EXPECT_THAT(shown, HasSubstr("\n\nAddress A2h\n"));
+}
+
 TEST_F(KestctlShow, WhereFieldsLieAndWhatTheyAreCalled)
 {
     panel(table());
