@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "contents/problem.h"
+#include "contents/scaling.h"
 #include "contents/sums.h"
 #include "contents/values.h"
 
@@ -81,6 +82,9 @@ bool reader::readRow(const row& field, const window& block, const std::string& p
         return readRepetition(field, block, prefix, into);
     case kind::strings:
         return readStrings(field, block, prefix, into);
+    case kind::product:
+        readProduct(field, block, prefix, into);
+        return true;
     default:
         return readValue(field, block, prefix, into);
     }
@@ -110,6 +114,24 @@ bool reader::readValue(const row& field, const window& block, const std::string&
         into.push_back(std::move(value));
     }
     return true;
+}
+
+void reader::readProduct(const row& field, const window& block, const std::string& prefix,
+                         std::vector<node>& into) const
+{
+    if (const std::optional<fraction> value = productOf(field, m_known)) {
+        node computed{.name = joined(prefix, field.name),
+                      .label = std::string(field.label),
+                      .value = approximate(*value),
+                      .text = decimalText(*value),
+                      .unit = std::string(field.unit),
+                      .offset = block.begin,
+                      .source = &field};
+        if (value->denominator == 1) {
+            computed.value = value->numerator;
+        }
+        into.push_back(std::move(computed));
+    }
 }
 
 void reader::setValue(const row& field, const window& block, node& into)

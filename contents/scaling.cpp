@@ -38,6 +38,21 @@ std::optional<fraction> scaled(std::int64_t stored, const scale& by, const known
     return value ? sum(*value, fraction{.numerator = by.plus}) : std::nullopt;
 }
 
+std::optional<std::int64_t> valueOf(const factor& each, const knownFields& known)
+{
+    const std::optional<std::uint64_t> raw = known.find(each.field);
+    const std::optional<std::int64_t> more = each.plusField.empty() ? 0 : namedFactor(each.plusField, known);
+    if (!raw || !more || *raw > std::numeric_limits<std::uint32_t>::max() ||
+        *more > std::numeric_limits<std::uint32_t>::max()) {
+        return std::nullopt;
+    }
+    if (each.values.empty()) {
+        return static_cast<std::int64_t>(*raw) + *more + each.plus;
+    }
+    const std::int64_t found = *raw < each.values.size() ? each.values[static_cast<std::size_t>(*raw)] : 0;
+    return found == 0 ? std::nullopt : std::optional(found);
+}
+
 } // namespace
 
 std::optional<fraction> scaledValue(const row& field, std::int64_t stored, std::span<const std::uint8_t> block,
@@ -52,6 +67,17 @@ std::optional<fraction> scaledValue(const row& field, std::int64_t stored, std::
     }
     const auto fine = scaled(static_cast<std::int8_t>(block[field.fine.at]), field.fine.by, known);
     return fine ? sum(*coarse, *fine) : std::nullopt;
+}
+
+std::optional<fraction> productOf(const row& field, const knownFields& known)
+{
+    std::optional<fraction> result = fractionOf(field.by.factor, field.by.divisor);
+    for (const factor& each : field.factors) {
+        const std::optional<std::int64_t> value = valueOf(each, known);
+        const auto one = value ? fractionOf(each.divides ? 1 : *value, each.divides ? *value : 1) : std::nullopt;
+        result = result && one ? product(*result, *one) : std::nullopt;
+    }
+    return result;
 }
 
 } // namespace kest::contents

@@ -16,4 +16,8 @@ namespace kest::contents
 [[nodiscard]] std::optional<fraction> scaledValue(const row& field, std::int64_t stored,
                                                   std::span<const std::uint8_t> block, const knownFields& known);
 
+/// The value of a product: its `by` times all of its factors.
+/// @return nothing when a factor has no value, a divisor is 0, or the result does not fit
+[[nodiscard]] std::optional<fraction> productOf(const row& field, const knownFields& known);
+
 } // namespace kest::contents

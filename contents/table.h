@@ -36,6 +36,7 @@ enum class kind : std::uint8_t {
     minutesSince1996, ///< 3 bytes, little-endian: minutes since 1996-01-01 00:00; 0 is "not given"
     yearWeekBcd, ///< 2 bytes of decimal digits: year since 2000, week
     checksum, ///< `sum` says of what
+    product, ///< no bytes of its own: `by` times `factors`; there is none when one of these has no value
     // structures
     block, ///< bytes with their own `rows`
     repetition, ///< blocks of the same `rows`, each `length` bytes long
@@ -71,6 +72,15 @@ struct scale {
 struct fineCorrection {
     std::size_t at = 0; ///< 0: there is none
     scale by{};
+};
+
+/// One factor of a product: a field's value as stored, or what it stands for.
+struct factor {
+    std::string_view field{};
+    std::span<const std::int64_t> values{}; ///< when given: the one at the place of the field's value counts, unless 0
+    std::int64_t plus = 0;
+    std::string_view plusField{}; ///< its value as stored is added, too
+    bool divides = false;
 };
 
 struct named {
@@ -187,6 +197,7 @@ struct row {
     std::span<const place> more{}; ///< further bits of the number, each above those before it
     scale by{};
     fineCorrection fine{};
+    std::span<const factor> factors{};
     std::string_view unit{};
     std::span<const named> names{};
     condition when{}; ///< the row counts only when both conditions hold

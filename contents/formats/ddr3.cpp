@@ -49,6 +49,15 @@ constexpr named registerTypes[] = {{0, "SSTE32882"}};
 // One step of the medium and of the fine timebase, in nanoseconds.
 constexpr scale medium{.factorField = "mtbDividend", .divisorField = "mtbDivisor"};
 constexpr scale fine{.divisor = 1000, .factorField = "ftbDividend", .divisorField = "ftbDivisor"};
+// Megabits of a DRAM, times DRAMs of a rank, times ranks.
+constexpr std::int64_t densityMegabits[] = {256, 512, 1024, 2048, 4096, 8192, 16384};
+constexpr std::int64_t rankCounts[] = {1, 2, 3, 4, 8};
+constexpr factor capacity[] = {
+    {.field = "density", .values = densityMegabits},
+    {.field = "busWidth", .values = jedec::busWidthBits},
+    {.field = "deviceWidth", .values = jedec::deviceWidthBits, .divides = true},
+    {.field = "ranks", .values = rankCounts},
+};
 constexpr place upperTRas[] = {{.at = 21, .bit = 0, .bits = 4}};
 constexpr place upperTRc[] = {{.at = 21, .bit = 4, .bits = 4}};
 constexpr place upperTFaw[] = {{.at = 28, .bit = 0, .bits = 4}};
@@ -133,6 +142,8 @@ constexpr row rows[] = {
      .names = jedec::busWidths},
     {.name = "eccWidth", .label = "Further bits for ECC", .as = kind::choice, .at = 8, .bit = 3, .bits = 2,
      .names = eccWidths},
+    {.name = "capacity", .label = "Capacity of the module", .as = kind::product, .length = 0, .by = {.divisor = 8},
+     .factors = capacity, .unit = "MiB"},
     {.name = "ftbDividend", .label = "Fine timebase, dividend (ps)", .as = kind::number, .at = 9, .bit = 4},
     {.name = "ftbDivisor", .label = "Fine timebase, divisor", .as = kind::number, .at = 9, .bits = 4},
     {.name = "mtbDividend", .label = "Medium timebase, dividend (ns)", .as = kind::number, .at = 10},

@@ -64,6 +64,23 @@ constexpr named bufferTypes[] = {{0, "DDR4RCD01 and DDR4DB01"}, {1, "DDR4RCD02 a
 // One step of the medium timebase (125 ps) and of the fine one (1 ps), in nanoseconds.
 constexpr scale medium{.factor = 125, .divisor = 1000};
 constexpr scale fine{.divisor = 1000};
+// Megabits of a die, times packages of a rank, times ranks; 3DS packages also have ranks inside.
+constexpr std::int64_t densityMegabits[] = {256, 512, 1024, 2048, 4096, 8192, 16384, 32768, 12288, 24576};
+constexpr factor capacity[] = {
+    {.field = "density", .values = densityMegabits},
+    {.field = "busWidth", .values = jedec::busWidthBits},
+    {.field = "deviceWidth", .values = jedec::deviceWidthBits, .divides = true},
+    {.field = "ranks", .plus = 1},
+    {.field = "rankMix", .values = jedec::alikeRanks},
+};
+constexpr factor stackCapacity[] = {
+    {.field = "density", .values = densityMegabits},
+    {.field = "dies", .plus = 1},
+    {.field = "busWidth", .values = jedec::busWidthBits},
+    {.field = "deviceWidth", .values = jedec::deviceWidthBits, .divides = true},
+    {.field = "ranks", .plus = 1},
+    {.field = "rankMix", .values = jedec::alikeRanks},
+};
 constexpr place upperTRas[] = {{.at = 27 - timingAt, .bit = 0, .bits = 4}};
 constexpr place upperTRc[] = {{.at = 27 - timingAt, .bit = 4, .bits = 4}};
 constexpr place upperTFaw[] = {{.at = 36 - timingAt, .bit = 0, .bits = 4}};
@@ -125,6 +142,10 @@ constexpr row base[] = {
      .names = jedec::busWidths},
     {.name = "eccWidth", .label = "Further bits for ECC", .as = kind::choice, .at = 13, .bit = 3, .bits = 2,
      .names = eccWidths},
+    {.name = "capacity", .label = "Capacity of the module", .as = kind::product, .length = 0, .by = {.divisor = 8},
+     .factors = capacity, .unit = "MiB", .when = {.field = "signalLoading", .most = 1}},
+    {.name = "capacity", .label = "Capacity of the module", .as = kind::product, .length = 0, .by = {.divisor = 8},
+     .factors = stackCapacity, .unit = "MiB", .when = {.field = "signalLoading", .least = 2, .most = 2}},
     {.name = "thermalSensor", .label = "Thermal sensor on the module", .as = kind::choice, .at = 14, .bit = 7,
      .names = jedec::yesNo},
     {.name = "extendedType", .label = "Extended module type", .as = kind::hexadecimal, .at = 15, .bits = 4},

@@ -2,6 +2,7 @@
 ///
 /// Document: JEDEC JESD400-5, "DDR5 Serial Presence Detect (SPD) Contents", SPD revisions 1.0 to 1.2. Offsets of rows
 /// are the document's bytes, also inside of blocks.
+#include "contents/formats/ddr5parts.h"
 #include "contents/formats/jedecnames.h"
 #include "contents/table.h"
 
@@ -42,12 +43,6 @@ constexpr named casLatencies[] = {
     {28, "76"}, {29, "78"}, {30, "80"}, {31, "82"}, {32, "84"}, {33, "86"}, {34, "88"}, {35, "90"}, {36, "92"},
     {37, "94"}, {38, "96"}, {39, "98"},
 };
-constexpr named hubTypes[] = {{0, "SPD5118"}, {1, "ESPD5216"}};
-constexpr named powerTypes[] = {
-    {0, "PMIC5000"}, {1, "PMIC5010"}, {2, "PMIC5100"}, {3, "PMIC5020"}, {4, "PMIC5120"}, {5, "PMIC5200"},
-    {6, "PMIC5030"},
-};
-constexpr named sensorTypes[] = {{0, "TS5111"}, {1, "TS5110"}, {2, "TS5211"}, {3, "TS5210"}};
 constexpr named temperatureRanges[] = {
     {0, "A1T, -40 to 125 °C"}, {1, "A2T, -40 to 105 °C"}, {2, "A3T, -40 to 85 °C"}, {3, "IT, -40 to 95 °C"},
     {4, "ST, -25 to 85 °C"}, {5, "ET, -25 to 105 °C"}, {6, "RT, 0 to 45 °C"}, {7, "NT, 0 to 85 °C"},
@@ -61,6 +56,20 @@ constexpr named eccWidths[] = {{0, "none"}, {1, "4"}, {2, "8"}};
 // Of picoseconds, in nanoseconds.
 constexpr scale picoseconds{.divisor = 1000};
 constexpr place betaLevelTop[] = {{.at = 0, .bit = 7, .bits = 1}};
+
+// Megabits of a die, times dies, times packages of a rank, times ranks, times sub-channels.
+constexpr std::int64_t densityMegabits[] = {0, 4096, 8192, 12288, 16384, 24576, 32768, 49152, 65536};
+constexpr std::int64_t stackedDies[] = {1, 0, 2, 4, 8, 16};
+constexpr std::int64_t subChannelCounts[] = {1, 2, 4, 8};
+constexpr factor capacity[] = {
+    {.field = "dieCapacity", .values = densityMegabits},
+    {.field = "package", .values = stackedDies},
+    {.field = "busWidth", .values = jedec::busWidthBits},
+    {.field = "deviceWidth", .values = jedec::deviceWidthBits, .divides = true},
+    {.field = "ranks", .plus = 1},
+    {.field = "rankMix", .values = jedec::alikeRanks},
+    {.field = "subChannels", .values = subChannelCounts},
+};
 
 constexpr row identity[] = {
     {.name = "manufacturer", .label = "Module manufacturer", .as = kind::jedecId, .at = 512 - identityAt, .length = 2,
@@ -163,56 +172,15 @@ constexpr row limits[] = {
      .unit = "clocks"},
 };
 
-// A part on the module: manufacturer, type with a bit "installed", and revision.
-constexpr row hub[] = {
-    {.name = "installed", .label = "Installed", .as = kind::choice, .at = 2, .bit = 7, .names = jedec::yesNo},
-    {.name = "manufacturer", .label = "Manufacturer", .as = kind::jedecId, .at = 0, .length = 2,
-     .names = jedec::manufacturers},
-    {.name = "type", .label = "Type", .as = kind::choice, .at = 2, .bits = 4, .names = hubTypes,
-     .when = {.field = "installed", .least = 1}},
-    {.name = "revision", .label = "Revision", .as = kind::version, .at = 3,
-     .when = {.field = "installed", .least = 1}},
-};
-constexpr row power[] = {
-    {.name = "installed", .label = "Installed", .as = kind::choice, .at = 2, .bit = 7, .names = jedec::yesNo},
-    {.name = "manufacturer", .label = "Manufacturer", .as = kind::jedecId, .at = 0, .length = 2,
-     .names = jedec::manufacturers},
-    {.name = "type", .label = "Type", .as = kind::choice, .at = 2, .bits = 4, .names = powerTypes,
-     .when = {.field = "installed", .least = 1}},
-    {.name = "revision", .label = "Revision", .as = kind::version, .at = 3,
-     .when = {.field = "installed", .least = 1}},
-};
-constexpr row sensors[] = {
-    {.name = "installed", .label = "First installed", .as = kind::choice, .at = 2, .bit = 7, .names = jedec::yesNo},
-    {.name = "secondInstalled", .label = "Second installed", .as = kind::choice, .at = 2, .bit = 6, .bits = 1,
-     .names = jedec::yesNo},
-    {.name = "manufacturer", .label = "Manufacturer", .as = kind::jedecId, .at = 0, .length = 2,
-     .names = jedec::manufacturers},
-    {.name = "type", .label = "Type", .as = kind::choice, .at = 2, .bits = 4, .names = sensorTypes,
-     .when = {.field = "installed", .least = 1}},
-    {.name = "revision", .label = "Revision", .as = kind::version, .at = 3,
-     .when = {.field = "installed", .least = 1}},
-};
-
 constexpr condition isRegistered{.field = "moduleType", .oneOf = 1 << 1 | 1 << 4};
-constexpr row registerParts[] = {
-    {.name = "installed", .label = "Installed", .as = kind::choice, .at = 2, .bit = 7, .names = jedec::yesNo},
-    {.name = "manufacturer", .label = "Manufacturer", .as = kind::jedecId, .at = 0, .length = 2,
-     .names = jedec::manufacturers},
-    {.name = "type", .label = "Type code", .as = kind::hexadecimal, .at = 2, .bits = 4,
-     .when = {.field = "installed", .least = 1}},
-    {.name = "revision", .label = "Revision", .as = kind::version, .at = 3,
-     .when = {.field = "installed", .least = 1}},
-};
-
 constexpr row common[] = {
     {.name = "revision", .label = "Revision of this area", .as = kind::version, .at = 192 - commonAt},
     {.name = "hashing", .label = "Hashing sequence", .as = kind::hexadecimal, .at = 193 - commonAt, .bits = 3},
-    {.name = "hub", .label = "SPD device", .as = kind::block, .at = 194 - commonAt, .length = 4, .rows = hub},
+    {.name = "hub", .label = "SPD device", .as = kind::block, .at = 194 - commonAt, .length = 4, .rows = ddr5rows::hub},
     {.name = "power", .label = "Power management", .as = kind::repetition, .at = 198 - commonAt, .length = 4,
-     .rows = power, .count = 3},
+     .rows = ddr5rows::power, .count = 3},
     {.name = "sensors", .label = "Temperature sensors", .as = kind::block, .at = 210 - commonAt, .length = 4,
-     .rows = sensors},
+     .rows = ddr5rows::sensors},
     {.name = "height", .label = "Height, at most", .as = kind::number, .at = 230 - commonAt, .bits = 5,
      .by = {.plus = 15}, .unit = "mm"},
     {.name = "thicknessFront", .label = "Front thickness, at most", .as = kind::number, .at = 231 - commonAt,
@@ -240,9 +208,9 @@ constexpr row common[] = {
     {.name = "eccWidth", .label = "Further bits for ECC", .as = kind::choice, .at = 235 - commonAt, .bit = 3,
      .bits = 2, .names = eccWidths},
     {.name = "register", .label = "Registering clock driver", .as = kind::block, .at = 240 - commonAt, .length = 4,
-     .when = isRegistered, .rows = registerParts},
+     .when = isRegistered, .rows = ddr5rows::registerPart},
     {.name = "buffer", .label = "Data buffer", .as = kind::block, .at = 244 - commonAt, .length = 4,
-     .when = isRegistered, .rows = registerParts},
+     .when = isRegistered, .rows = ddr5rows::registerPart},
 };
 
 constexpr row rows[] = {
@@ -256,6 +224,7 @@ constexpr row rows[] = {
     {.name = "moduleType", .label = "Module type", .as = kind::choice, .at = 3, .bits = 4, .names = moduleTypes},
     {.name = "hybridMedia", .label = "Hybrid media", .as = kind::hexadecimal, .at = 3, .bit = 4, .bits = 3},
     {.name = "hybrid", .label = "Hybrid module", .as = kind::choice, .at = 3, .bit = 7, .names = jedec::yesNo},
+    {.name = "dieCapacity", .as = kind::number, .at = 4, .bits = 5, .isHidden = true},
     {.name = "sdram", .label = "First SDRAM", .as = kind::block, .at = 4, .length = 4, .rows = sdram},
     {.name = "secondSdram", .label = "Second SDRAM", .as = kind::block, .at = 8, .length = 4, .rows = sdram},
     {.name = "repair", .label = "BL32 and post package repair", .at = 12},
@@ -272,6 +241,8 @@ constexpr row rows[] = {
      .rows = limits},
     {.name = "common", .label = "Of all module types", .as = kind::block, .at = commonAt, .length = 248 - commonAt,
      .rows = common},
+    {.name = "capacity", .label = "Capacity of the module", .as = kind::product, .length = 0, .by = {.divisor = 8},
+     .factors = capacity, .unit = "MiB"},
     {.name = "crc", .label = "CRC-16", .as = kind::checksum, .at = crcAt, .length = 2,
      .sum = {.as = sumKind::crc16Xmodem, .length = crcAt}},
 };

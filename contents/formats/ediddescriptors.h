@@ -36,6 +36,12 @@ inline constexpr named syncs[] = {
 inline constexpr named polarities[] = {{0, "negative"}, {1, "positive"}};
 inline constexpr named serrations[] = {{0, "without serration"}, {1, "with serration"}};
 
+// The pixel clock, in units of 10 kHz, by all pixels of a line and all lines of a frame (interlaced: of a field).
+inline constexpr factor verticalRate[] = {
+    {.field = "pixelClock"},
+    {.field = "horizontalActive", .plusField = "horizontalBlanking", .divides = true},
+    {.field = "verticalActive", .plusField = "verticalBlanking", .divides = true},
+};
 inline constexpr row timing[] = {
     {.name = "pixelClock", .label = "Pixel clock", .as = kind::number, .at = 0, .length = 2,
      .order = byteOrder::little, .by = {.divisor = 100}, .unit = "MHz"},
@@ -47,6 +53,8 @@ inline constexpr row timing[] = {
      .unit = "lines"},
     {.name = "verticalBlanking", .label = "Vertical blanking", .as = kind::number, .at = 6,
      .more = upperVerticalBlanking, .unit = "lines"},
+    {.name = "verticalRate", .label = "Vertical rate", .as = kind::product, .length = 0, .by = {.factor = 10000},
+     .factors = verticalRate, .unit = "Hz"},
     {.name = "horizontalFrontPorch", .label = "Horizontal front porch", .as = kind::number, .at = 8,
      .more = upperHorizontalFront, .unit = "pixels"},
     {.name = "horizontalSync", .label = "Horizontal sync pulse", .as = kind::number, .at = 9,

@@ -54,5 +54,10 @@ inline constexpr named rawCards[] = {
 inline constexpr named yesNo[] = {{0, "no"}, {1, "yes"}};
 inline constexpr named deviceWidths[] = {{0, "4"}, {1, "8"}, {2, "16"}, {3, "32"}};
 inline constexpr named busWidths[] = {{0, "8"}, {1, "16"}, {2, "32"}, {3, "64"}};
+/// What the codes of these two stand for, in bits.
+inline constexpr std::int64_t deviceWidthBits[] = {4, 8, 16, 32};
+inline constexpr std::int64_t busWidthBits[] = {8, 16, 32, 64};
+/// A module's capacity can be computed where all of its ranks are alike: rank mix 0.
+inline constexpr std::int64_t alikeRanks[] = {1};
 
 } // namespace kest::contents::jedec

@@ -46,6 +46,8 @@ TEST(Ddr3, GeometryOfSolderedMemory)
     EXPECT_EQ("8 bits", textOf(what, "deviceWidth"));
     EXPECT_EQ("64 bits", textOf(what, "busWidth"));
     EXPECT_EQ("none", textOf(what, "eccWidth"));
+    // 2 Gb * 64 / 8 * 1
+    EXPECT_EQ("2048 MiB", textOf(what, "capacity"));
     EXPECT_EQ("0x59B0", textOf(what, "crc"));
 }
 

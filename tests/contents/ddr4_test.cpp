@@ -75,6 +75,8 @@ TEST(Ddr4, GeometryOfAModule)
     EXPECT_EQ("16 bits", textOf(what, "deviceWidth"));
     EXPECT_EQ("1", textOf(what, "ranks"));
     EXPECT_EQ("64 bits", textOf(what, "busWidth"));
+    // 16 Gb * 64 / 16 * 1
+    EXPECT_EQ("8192 MiB", textOf(what, "capacity"));
     EXPECT_EQ("no", textOf(what, "thermalSensor"));
 }
 
@@ -100,6 +102,17 @@ TEST(Ddr4, TimesOfAModule)
     EXPECT_EQ("15 ns", textOf(what, "tWRmin"));
     EXPECT_EQ("2.5 ns", textOf(what, "tWTRSmin"));
     EXPECT_EQ("7.5 ns", textOf(what, "tWTRLmin"));
+}
+
+TEST(Ddr4, CapacityOfStackedAndOfMixedRanks)
+{
+    Bytes image = laptopModule();
+    // 3DS of 4 dies of 16 Gb, 4 bits wide, 2 package ranks: 16 Gb * 4 * 64 / 4 * 2
+    image[6] = 0xB2;
+    image[12] = 0x08;
+    EXPECT_EQ("262144 MiB", textOf(readExactly("ddr4", image), "capacity"));
+    image[12] = 0x48;
+    EXPECT_EQ(nullptr, findNode(readExactly("ddr4", image), "capacity"));
 }
 
 TEST(Ddr4, HigherRangeOfLatencies)

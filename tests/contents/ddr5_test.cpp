@@ -59,6 +59,8 @@ TEST(Ddr5, GeometryOfAModule)
     EXPECT_EQ("16 bits", textOf(what, "sdram.deviceWidth"));
     EXPECT_EQ("4", textOf(what, "sdram.bankGroups"));
     EXPECT_EQ("4", textOf(what, "sdram.banks"));
+    // 16 Gb * 32 / 16 * 2
+    EXPECT_EQ("8192 MiB", textOf(what, "capacity"));
     EXPECT_EQ("none", textOf(what, "secondSdram.density"));
     EXPECT_EQ(nullptr, findNode(what, "secondSdram.rowBits"));
     EXPECT_EQ("1.1 V", textOf(what, "vdd"));

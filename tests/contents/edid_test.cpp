@@ -111,6 +111,8 @@ TEST(Edid, DetailedTimingOfAMonitor)
     EXPECT_EQ("160 pixels", textOf(what, "descriptor.1.horizontalBlanking"));
     EXPECT_EQ("900 lines", textOf(what, "descriptor.1.verticalActive"));
     EXPECT_EQ("26 lines", textOf(what, "descriptor.1.verticalBlanking"));
+    // 88.75 MHz / 1600 / 926
+    EXPECT_EQ("59.901458 Hz", textOf(what, "descriptor.1.verticalRate"));
     EXPECT_EQ("48 pixels", textOf(what, "descriptor.1.horizontalFrontPorch"));
     EXPECT_EQ("32 pixels", textOf(what, "descriptor.1.horizontalSync"));
     EXPECT_EQ("3 lines", textOf(what, "descriptor.1.verticalFrontPorch"));
@@ -122,6 +124,17 @@ TEST(Edid, DetailedTimingOfAMonitor)
     EXPECT_EQ("digital separate", textOf(what, "descriptor.1.sync"));
     EXPECT_EQ("negative", textOf(what, "descriptor.1.verticalPolarity"));
     EXPECT_EQ("positive", textOf(what, "descriptor.1.horizontalPolarity"));
+}
+
+TEST(Edid, TimingWithoutPixelsHasNoRate)
+{
+    Bytes image = vgaMonitor();
+    image[56] = 0;
+    image[57] = 0;
+    image[58] = 0;
+    const reading what = readExactly("edid", image);
+    EXPECT_EQ("0 pixels", textOf(what, "descriptor.1.horizontalActive"));
+    EXPECT_EQ(nullptr, findNode(what, "descriptor.1.verticalRate"));
 }
 
 TEST(Edid, RangeLimitsOfAMonitor)

@@ -51,6 +51,10 @@ std::vector<std::string_view> references(const row& field)
                                       field.countField,           field.entries.typeField,    field.entries.lengthField,
                                       field.entries.lastField,    field.strings.languageField};
     all.insert(all.end(), field.where.beforeFields.begin(), field.where.beforeFields.end());
+    for (const factor& each : field.factors) {
+        all.push_back(each.field);
+        all.push_back(each.plusField);
+    }
     return all;
 }
 
@@ -114,6 +118,8 @@ TEST(Tables, StructuresHaveWhatTheirKindNeeds)
         EXPECT_EQ(field.as == kind::block || field.as == kind::repetition, !field.rows.empty());
         EXPECT_EQ(field.as == kind::list, field.entries.headerLength != 0);
         EXPECT_TRUE(field.as != kind::choice || !field.names.empty());
+        EXPECT_EQ(field.as == kind::product, !field.factors.empty());
+        EXPECT_TRUE(field.as != kind::product || field.length == 0);
         EXPECT_TRUE(field.as != kind::repetition || field.length != 0);
         EXPECT_TRUE(field.as != kind::list || !field.entries.lengthField.empty());
     });
