@@ -168,6 +168,22 @@ TEST_F(KestctlShow, WhatHasNoFormatIsSaidAndCanBeReadAsOne)
     EXPECT_THAT(complaint(2, {"seeprom", "show", image, "--as", "nothing"}), HasSubstr("'nothing' is no format"));
 }
 
+TEST_F(KestctlShow, OfManyBytesThatHaveNoMeaningTheFirstAreShown)
+{
+    const std::string image = file("image.bin", table() + std::string(300, 'U'));
+    const std::string shown = says({"seeprom", "show", image});
+    EXPECT_THAT(shown, HasSubstr("\n  Not known                 55 55 55 55 55"));
+    EXPECT_THAT(shown, HasSubstr(" 55 ... 44 more\n"));
+    const json all = json::parse(says({"--json", "seeprom", "show", image}));
+    EXPECT_EQ(600U, all.at("fields").at(2).at("fields").at(0).at("value").get<std::string>().size());
+}
+
+TEST_F(KestctlShow, FieldsThatAreInNoBlock)
+{
+    const std::string image = std::string(sourceFolder) + "/examples/images/spd-256-ddr3-soldered.bin";
+    EXPECT_THAT(says({"seeprom", "show", image}), testing::ContainsRegex("\n\nBytes used +176\n"));
+}
+
 TEST_F(KestctlShow, WhatIsNeitherADeviceNorAFile)
 {
     EXPECT_EQ("nothing: show: there is no such device and no such file; 'kestctl devices' lists the devices",
