@@ -9,3 +9,4 @@
 #include "kest/seeprom.h"
 #include "kest/text.h"
 #include "kest/thermal.h"
+#include "kest/version.h"

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string>
 
+#include "kest/version.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/commit.h"
 #include "tools/common/commandline.h"
@@ -68,7 +69,7 @@ void setUp(commandLine& line, context& shared)
     program.requireSubcommand();
     program.fallThrough();
     program.footer(footer);
-    program.versionFlag("kestctl " KEST_VERSION);
+    program.versionFlag(std::string("kestctl ") + kest_version());
     program.flag("--json", shared.json, "JSON on standard output instead of text");
     program.read(
         "--config", [](const std::string& file) { kest::host::useConfigurationFile(file); },

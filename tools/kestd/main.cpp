@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "kest/version.h"
 #include "platform/host/configuration/configuration.h"
 #include "tools/common/commandline.h"
 #include "tools/common/startup.h"
@@ -77,7 +78,7 @@ int main(int argc, char** argv)
     kest::tools::commandLine line("Serves requests to read and write SEEPROMs over a Unix-domain socket.");
     kest::tools::command program = line.root();
     program.footer(footer);
-    program.versionFlag("kestd " KEST_VERSION);
+    program.versionFlag(std::string("kestd ") + kest_version());
     program.text("--config", wanted.config, "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml",
                  "FILE");
     program.text("--socket", wanted.socket, "listen here instead of at the configured path", "PATH");

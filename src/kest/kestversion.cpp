@@ -1,0 +1,3 @@
+#include "kest/version.h"
+
+const char* kest::kest_version() { return KEST_VERSION; }
