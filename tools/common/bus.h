@@ -26,9 +26,9 @@ namespace kest::tools
 /// the two at which a device of this type can be. Empty when nothing answers there either.
 [[nodiscard]] std::string wrongFormHint(const device& which);
 
-/// Refuses a doubtful write, unless forced: when a kernel driver has the device's address, or that of the hub before it,
-/// since the driver does not learn of the change. Throws a `failure` (exit code 3). A bus that can't be opened is left to
-/// the write itself.
+/// Refuses a doubtful write, unless forced: when a kernel driver has the device's address, or that of the hub before
+/// it, since the driver does not learn of the change. Throws a `failure` (exit code 3). A bus that can't be opened is
+/// left to the write itself.
 void refuseDoubtfulWrite(const device& which, bool force);
 
 /// Nine clocks and a STOP, or what the adapter has for it. Throws a `failure`.

@@ -42,8 +42,8 @@ struct writeReport {
 ///
 /// A signal ends it between two groups of pages; what was written so far is then read back, and the device is free
 /// again. Throws a `failure`: 3 not confirmed, a kernel driver has the device, the part is not the expected one, or its
-/// offset width is another or can't be proved; 5 what was read back differs; 6 others have the device; an interruption()
-/// that says what is written and what restores the old content.
+/// offset width is another or can't be proved; 5 what was read back differs; 6 others have the device; an
+/// interruption() that says what is written and what restores the old content.
 writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
                            const carefulWriteOptions& options);
 

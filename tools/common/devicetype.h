@@ -32,7 +32,8 @@ struct deviceTypeInfo {
 [[nodiscard]] std::span<const deviceTypeInfo> deviceTypes();
 /// @return null for an unknown type
 [[nodiscard]] const deviceTypeInfo* findType(std::uint32_t type);
-/// A part as users name it: the chip's name, or the type's code; "24c256", "LM75", "922", "2C0256". Case does not matter.
+/// A part as users name it: the chip's name, or the type's code; "24c256", "LM75", "922", "2C0256". Case does not
+/// matter.
 /// @return null for an unknown part
 [[nodiscard]] const deviceTypeInfo* findPart(std::string_view name);
 /// The name of a type's part in texts, one word: "24C256", "922".

@@ -19,7 +19,8 @@ using host::iic::presence;
 using host::iic::scanResult;
 using host::iic::toolBus;
 
-/// Longer than the write cycle of any part that kest knows. After a page of its own a write has waited for that already.
+/// Longer than the write cycle of any part that kest knows. After a page of its own a write has waited for that
+/// already.
 constexpr std::uint32_t laterProbeMs = 100;
 constexpr std::uint32_t afterPageMs = 500;
 

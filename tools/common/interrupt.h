@@ -48,8 +48,8 @@ void throwIfInterrupted(const std::string& device, const std::string& step);
 /// What is printed when a second SIGINT ends the process at once: a whole line. Empty: that it was ended.
 void setLastWords(const std::string& line);
 
-/// Waits until a terminal can be read. @return false when a signal came first, or the terminal was closed while there is a
-/// watch
+/// Waits until a terminal can be read. @return false when a signal came first, or the terminal was closed while there
+/// is a watch
 [[nodiscard]] bool waitForInput(int terminal);
 /// Lets time pass. @return false when a signal came first, or before
 [[nodiscard]] bool pauseUnlessInterrupted(std::uint64_t nanoseconds);

@@ -33,8 +33,8 @@ public:
     /// of a proof belong together. No transfer of the library through this hub works meanwhile. Null without a hub.
     [[nodiscard]] std::unique_ptr<hubLock> holdHub() const;
 
-    /// Reads the part. A status of a hub other than 0 is taken from it. Behind one offset byte it waits for the end of a
-    /// write cycle; behind two it does not, because each attempt could write a byte.
+    /// Reads the part. A status of a hub other than 0 is taken from it. Behind one offset byte it waits for the end of
+    /// a write cycle; behind two it does not, because each attempt could write a byte.
     readEnd read(std::span<const std::uint8_t> offset, std::span<std::uint8_t> into);
     /// Reads the start of the part at another address of the same bus or sub-bus.
     /// @return false when nothing answers, or a kernel driver has the address

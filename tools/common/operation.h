@@ -34,9 +34,9 @@ struct operationRequest {
 class deviceOperation
 {
 public:
-    /// Waits for others, with one line on standard error that says for whom; a signal ends that. A device whose bus can't
-    /// be opened is not held: using it fails with the reason. Throws a `failure`: 6 when others still have a device, 3
-    /// when the user may not lock it, an interruption().
+    /// Waits for others, with one line on standard error that says for whom; a signal ends that. A device whose bus
+    /// can't be opened is not held: using it fails with the reason. Throws a `failure`: 6 when others still have a
+    /// device, 3 when the user may not lock it, an interruption().
     /// @param devices  all that the operation uses; two programs that use the same never wait for each other
     deviceOperation(const std::vector<device>& devices, const operationRequest& request);
     deviceOperation(const device& which, const operationRequest& request)
@@ -58,8 +58,8 @@ void whileHeld(const device& which, const operationRequest& request, const std::
 /// @return the lock of a device; null when its bus can't be opened
 [[nodiscard]] std::unique_ptr<operationLock> operationLockOf(const device& which, operationUse use);
 
-/// "kestctl seeprom write on planar-vpd (process 123 of root) since 2024-05-01T12:00:00.250Z"; of several the first, and
-/// how many more. Not escaped.
+/// "kestctl seeprom write on planar-vpd (process 123 of root) since 2024-05-01T12:00:00.250Z"; of several the first,
+/// and how many more. Not escaped.
 [[nodiscard]] std::string holderText(const std::vector<operationRecord>& holders);
 [[nodiscard]] jsonValue holdersJson(const std::vector<operationRecord>& holders);
 

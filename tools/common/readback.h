@@ -57,12 +57,12 @@ enum class keptBecause : std::uint8_t {
 /// @param pages  `old` is not 0
 [[nodiscard]] keptBecause whyKept(const pageCount& pages, const host::iic::pageWaits& waits, bool behindHub);
 
-/// Reads back and compares. A read that differs is repeated: the read itself may be wrong. Throws a `failure` (exit code
-/// 5) and makes an error entry: two reads that agree show the chip's state, two that differ a flaky line.
+/// Reads back and compares. A read that differs is repeated: the read itself may be wrong. Throws a `failure` (exit
+/// code 5) and makes an error entry: two reads that agree show the chip's state, two that differ a flaky line.
 void verifyWritten(seeprom& chip, const doubtfulWrite& write, const pageWatch& watch);
 
-/// After a write that failed midway: reads back and adds to `why` how many bytes are certain. A chip that refused a data
-/// byte and holds nothing but the old bytes in two reads is reported as write-protected. The count that the write
+/// After a write that failed midway: reads back and adds to `why` how many bytes are certain. A chip that refused a
+/// data byte and holds nothing but the old bytes in two reads is reported as write-protected. The count that the write
 /// reported proves nothing.
 void explainFailedWrite(seeprom& chip, const doubtfulWrite& write, failure& why);
 

@@ -1,5 +1,5 @@
-/// Names of undo files. They show which files belong to a device, and in which order they were made, without a look into
-/// the files.
+/// Names of undo files. They show which files belong to a device, and in which order they were made, without a look
+/// into the files.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +21,8 @@ struct undoName {
     std::string time; ///< "20240501T120000Z"
 };
 
-/// What all undo files of one device have in their names, whatever it was called: 16 hexadecimal digits. All device texts
-/// of one place have one key: the spelling of bus and node makes no difference, nor does the type.
+/// What all undo files of one device have in their names, whatever it was called: 16 hexadecimal digits. All device
+/// texts of one place have one key: the spelling of bus and node makes no difference, nor does the type.
 /// @param place  hardware, or file for the device's persisted copy, whose files are others
 [[nodiscard]] std::string undoKeyOf(const device& which, accessMode place);
 /// The keys that older versions gave the device: of all types and all nodes by which its place can be named.

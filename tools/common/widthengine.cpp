@@ -11,13 +11,7 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::size_t surroundingBytes = 32;
-constexpr std::size_t mostPlaces = 6;
 constexpr std::ptrdiff_t fewestPlaces = 3;
-// Above them 32 bytes behind a place would pass the end of 256 bytes.
-constexpr std::size_t placesEnd = 0xE0;
-// The smallest pages have four bytes. At a page's last byte a part with one offset byte goes on at the page's start.
-constexpr std::size_t smallestPage = 4;
 constexpr std::size_t comparedBytes = 16;
 
 // from a place to the next one
@@ -26,8 +20,6 @@ constexpr std::size_t longestArrival = 2 * widthReads::firstBytes - 1 + compared
 constexpr const char* otherBytes = "behind two offset bytes it gives other bytes than behind one";
 constexpr const char* refusesSome = "it refuses a second offset byte at some places and takes it at others";
 
-std::size_t wrapped(std::size_t at) { return at % widthReads::firstBytes; }
-
 } // namespace
 
 bool widthEngine::conclude(widthVerdict verdict, std::string seen)
@@ -35,40 +27,6 @@ bool widthEngine::conclude(widthVerdict verdict, std::string seen)
     m_finding.verdict = verdict;
     m_finding.seen = std::move(seen);
     return false;
-}
-
-/// Whether a second offset byte may be sent at a place, and shows something there.
-bool widthEngine::isUsable(std::size_t at) const
-{
-    const std::size_t length = std::min(surroundingBytes, m_reads.piece()) + 1;
-    return at % smallestPage != smallestPage - 1 && m_reads.isStable(at, length) &&
-           isVaried(std::span(m_reads.first()).subspan(at, length));
-}
-
-/// Takes the first places that are usable, those before others whose bytes are to be written. Neighbours are welcome:
-/// between two of them a part with two offset bytes shows that it goes on.
-void widthEngine::choosePlaces()
-{
-    const auto isWritten = [this](std::size_t at) {
-        return at >= m_question.offset && at - m_question.offset < m_question.length;
-    };
-    for (const bool written : {true, false}) {
-        for (std::size_t at = 0; at < placesEnd && m_places.size() < mostPlaces; ++at) {
-            if (isWritten(at) == written && isUsable(at)) {
-                m_places.push_back({.at = static_cast<std::uint8_t>(at)});
-            }
-        }
-    }
-}
-
-/// The first places, for a part that can't have one offset byte: no part takes what is sent there for data.
-void widthEngine::chooseAnyPlaces()
-{
-    for (std::uint8_t at = 0; m_places.size() < mostPlaces; ++at) {
-        if (at % smallestPage != smallestPage - 1) {
-            m_places.push_back({.at = at});
-        }
-    }
 }
 
 readEnd widthEngine::readBehindTwo(std::uint8_t at, std::vector<std::uint8_t>& bytes)
@@ -86,9 +44,9 @@ bool widthEngine::isAnswered(std::uint8_t at)
 
 /// Reads twice behind a place. A refusal counts when the part answers a read behind one offset byte and then refuses
 /// again: the first time it could have been in a write cycle.
-bool widthEngine::readPlace(surrounding& place)
+bool widthEngine::readPlace(widthPlace& place)
 {
-    place.bytes.resize(std::min(surroundingBytes, m_reads.piece()));
+    place.bytes.resize(surroundingOf(m_reads));
     readEnd end = readBehindTwo(place.at, place.bytes);
     if (end == readEnd::refused && isAnswered(place.at)) {
         end = readBehindTwo(place.at, place.bytes);
@@ -109,7 +67,7 @@ bool widthEngine::readPlace(surrounding& place)
 bool widthEngine::readPlaces()
 {
     std::size_t refused = 0;
-    for (surrounding& place : m_places) {
+    for (widthPlace& place : m_places) {
         if (!readPlace(place)) {
             return false;
         }
@@ -145,7 +103,7 @@ widthFinding widthEngine::run()
         if (m_reads.isStable()) {
             m_finding.first.assign(m_reads.first().begin(), m_reads.first().end());
         }
-        choosePlaces();
+        m_places = placesOf(m_reads, m_question);
         judge();
     }
     m_finding.reads = m_reads.count();
@@ -167,7 +125,7 @@ void widthEngine::judge()
             return;
         }
     }
-    if (std::ranges::count_if(m_places, [this](const surrounding& place) { return tells(place); }) >= fewestPlaces) {
+    if (std::ranges::count_if(m_places, [this](const widthPlace& place) { return tells(place); }) >= fewestPlaces) {
         judgeTwoBytes();
         return;
     }
@@ -189,54 +147,24 @@ void widthEngine::judgePlainContent()
     }
 }
 
-/// Whether a place's surrounding is what a part with one offset byte gives. @param ahead  1 when it has gone on past the
-/// byte that it dropped or rewrote
-bool widthEngine::fits(const surrounding& place, std::size_t ahead) const
-{
-    for (std::size_t at = 0; at < place.bytes.size(); ++at) {
-        if (place.bytes[at] != m_reads.first()[wrapped(place.at + ahead + at)]) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool widthEngine::fitsAll(std::size_t ahead) const
 {
-    return std::ranges::all_of(m_places, [this, ahead](const surrounding& place) { return fits(place, ahead); });
+    return std::ranges::all_of(
+        m_places, [this, ahead](const widthPlace& place) { return fitsOne(m_reads.first(), place, ahead); });
 }
 
 /// Whether no part with one offset byte gives a place's surrounding.
-bool widthEngine::tells(const surrounding& place) const
+bool widthEngine::tells(const widthPlace& place) const
 {
-    return isVaried(place.bytes) && (!m_onePossible || (!fits(place, 0) && !fits(place, 1)));
-}
-
-std::ptrdiff_t widthEngine::variedPlaces() const
-{
-    return std::ranges::count_if(m_places, [](const surrounding& place) { return isVaried(place.bytes); });
-}
-
-/// Whether a part with two offset bytes whose content repeats every 256 bytes would have given the same: content that
-/// counts up can be read both ways.
-bool widthEngine::tellsNothing(std::size_t ahead) const
-{
-    const auto& first = m_reads.first();
-    return std::ranges::all_of(m_places, [&first, ahead](const surrounding& place) {
-        for (std::size_t at = 0; at < place.bytes.size(); ++at) {
-            if (first[wrapped(first[place.at] + at)] != first[wrapped(place.at + ahead + at)]) {
-                return false;
-            }
-        }
-        return true;
-    });
+    return isVaried(place.bytes) &&
+           (!m_onePossible || (!fitsOne(m_reads.first(), place, 0) && !fitsOne(m_reads.first(), place, 1)));
 }
 
 void widthEngine::judgeOneByte(std::size_t ahead)
 {
-    if (variedPlaces() < fewestPlaces) {
+    if (variedPlaces(m_places) < fewestPlaces) {
         conclude(widthVerdict::uniform, "too few of its first 256 bytes differ from their neighbours");
-    } else if (tellsNothing(ahead)) {
+    } else if (readsAlike(m_reads.first(), m_places, ahead)) {
         conclude(widthVerdict::notDecidable, "its content counts up: it reads alike in both widths");
     } else {
         concludeOneByte("behind two offset bytes it goes on as behind one");
@@ -247,57 +175,35 @@ void widthEngine::judgeOneByte(std::size_t ahead)
 void widthEngine::judgeUnlike()
 {
     m_onePossible = false;
-    chooseAnyPlaces();
+    m_places = anyPlaces();
     if (!readPlaces()) {
         return;
     }
-    if (variedPlaces() < fewestPlaces) {
+    if (variedPlaces(m_places) < fewestPlaces) {
         judgeRest();
-    } else if (isOfOneByte()) {
+    } else if (overlapAsOne(m_places)) {
         conclude(widthVerdict::flaky, "reads behind one offset byte differ, and those behind two go on as behind one");
     } else {
         judgeTwoBytes();
     }
 }
 
-/// Whether two places overlap as on a part with one offset byte, where they are so many bytes apart as their offsets.
-bool widthEngine::isOfOneByte() const
-{
-    for (const surrounding& one : m_places) {
-        for (const surrounding& other : m_places) {
-            const std::size_t apart = other.at - one.at;
-            const std::span<const std::uint8_t> bytes = one.bytes;
-            if (other.at > one.at && isVaried(bytes) &&
-                std::ranges::equal(bytes.subspan(apart), std::span(other.bytes).first(bytes.size() - apart))) {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
-/// How far a part with two offset bytes has from a place to the one behind the next offset.
-std::size_t widthEngine::distanceFrom(const surrounding& place) const
-{
-    return widthReads::firstBytes + m_reads.first()[place.at + 1U] - m_reads.first()[place.at];
-}
-
 /// Whether a second byte may be sent behind the next offset.
-bool widthEngine::hasNext(const surrounding& place) const
+bool widthEngine::hasNext(const widthPlace& place) const
 {
     const std::size_t at = place.at + 1U;
-    return at % smallestPage != smallestPage - 1 && at < placesEnd && (!m_onePossible || m_reads.isStable(at, 1));
+    return isSafePlace(at) && (!m_onePossible || m_reads.isStable(at, 1));
 }
 
 /// The place behind the next offset, which is read when it has not been. Nothing when that has ended the proof.
 std::optional<std::size_t> widthEngine::placeAfter(std::size_t here)
 {
     const auto at = static_cast<std::uint8_t>(m_places[here].at + 1);
-    const auto known = std::ranges::find(m_places, at, &surrounding::at);
+    const auto known = std::ranges::find(m_places, at, &widthPlace::at);
     if (known != m_places.end()) {
         return known - m_places.begin();
     }
-    surrounding& next = m_places.emplace_back(surrounding{.at = at});
+    widthPlace& next = m_places.emplace_back(widthPlace{.at = at});
     if (!readPlace(next) || (next.refused && !conclude(widthVerdict::flaky, refusesSome))) {
         return std::nullopt;
     }
@@ -305,9 +211,9 @@ std::optional<std::size_t> widthEngine::placeAfter(std::size_t here)
 }
 
 /// Whether a longer read behind one place arrives at the next one.
-readEnd widthEngine::arrive(const surrounding& here, const surrounding& next, bool& isThere)
+readEnd widthEngine::arrive(const widthPlace& here, const widthPlace& next, bool& isThere)
 {
-    std::vector<std::uint8_t> bytes(distanceFrom(here) + comparedBytes);
+    std::vector<std::uint8_t> bytes(distanceFrom(m_reads.first(), here) + comparedBytes);
     const readEnd end = readBehindTwo(here.at, bytes);
     isThere = end == readEnd::done &&
               std::ranges::equal(std::span(bytes).last(comparedBytes), std::span(next.bytes).first(comparedBytes));
@@ -319,7 +225,7 @@ bool widthEngine::judgeArrival(std::size_t here, std::size_t next)
 {
     bool isThere = false;
     if (arrive(m_places[here], m_places[next], isThere) == readEnd::tooLong) {
-        m_longest = distanceFrom(m_places[here]) + comparedBytes - 1;
+        m_longest = distanceFrom(m_reads.first(), m_places[here]) + comparedBytes - 1;
         return false;
     }
     if (isThere) {
@@ -338,7 +244,7 @@ void widthEngine::judgeTwoBytes()
     for (const bool varied : {true, false}) {
         for (std::size_t here = 0; here < asked; ++here) {
             if (!tells(m_places[here]) || !hasNext(m_places[here]) ||
-                distanceFrom(m_places[here]) + comparedBytes > m_longest) {
+                distanceFrom(m_reads.first(), m_places[here]) + comparedBytes > m_longest) {
                 continue;
             }
             const auto next = placeAfter(here);
@@ -357,7 +263,7 @@ void widthEngine::judgeTwoBytes()
 /// Neither width fits all places. A part with two offset bytes that holds little is blank at most of them.
 void widthEngine::judgeRest()
 {
-    if (std::ranges::any_of(m_places, [](const surrounding& place) { return isUniform(place.bytes); })) {
+    if (std::ranges::any_of(m_places, [](const widthPlace& place) { return isUniform(place.bytes); })) {
         conclude(widthVerdict::uniform, "it is blank where two offset bytes reach");
     } else {
         conclude(widthVerdict::notDecidable, "what it gives behind two offset bytes fits neither width");

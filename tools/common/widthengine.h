@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tools/common/partend.h"
+#include "tools/common/widthplace.h"
 #include "tools/common/widthreads.h"
 
 namespace kest::tools
@@ -47,45 +48,30 @@ public:
     [[nodiscard]] widthFinding run();
 
 private:
-    /// What is read behind (at, first[at]).
-    struct surrounding {
-        std::uint8_t at;
-        std::vector<std::uint8_t> bytes = {};
-        bool refused = false;
-    };
-
-    [[nodiscard]] bool isUsable(std::size_t at) const;
-    void choosePlaces();
-    void chooseAnyPlaces();
     [[nodiscard]] bool readPlaces();
-    [[nodiscard]] bool readPlace(surrounding& place);
+    [[nodiscard]] bool readPlace(widthPlace& place);
     [[nodiscard]] readEnd readBehindTwo(std::uint8_t at, std::vector<std::uint8_t>& bytes);
     [[nodiscard]] bool isAnswered(std::uint8_t at);
     bool conclude(widthVerdict verdict, std::string seen);
 
     void judge();
-    [[nodiscard]] bool fits(const surrounding& place, std::size_t ahead) const;
     [[nodiscard]] bool fitsAll(std::size_t ahead) const;
-    [[nodiscard]] bool tellsNothing(std::size_t ahead) const;
-    [[nodiscard]] std::ptrdiff_t variedPlaces() const;
     void judgePlainContent();
     void judgeOneByte(std::size_t ahead);
     void judgeUnlike();
-    [[nodiscard]] bool isOfOneByte() const;
     void judgeTwoBytes();
     void judgeRest();
-    [[nodiscard]] bool tells(const surrounding& place) const;
-    [[nodiscard]] std::size_t distanceFrom(const surrounding& place) const;
-    [[nodiscard]] bool hasNext(const surrounding& place) const;
+    [[nodiscard]] bool tells(const widthPlace& place) const;
+    [[nodiscard]] bool hasNext(const widthPlace& place) const;
     [[nodiscard]] std::optional<std::size_t> placeAfter(std::size_t here);
-    [[nodiscard]] readEnd arrive(const surrounding& here, const surrounding& next, bool& isThere);
+    [[nodiscard]] readEnd arrive(const widthPlace& here, const widthPlace& next, bool& isThere);
     bool judgeArrival(std::size_t here, std::size_t next);
     void concludeOneByte(const char* why);
 
     const widthQuestion& m_question;
     widthReads m_reads;
     widthFinding m_finding;
-    std::vector<surrounding> m_places;
+    std::vector<widthPlace> m_places;
     std::size_t m_longest = 0; ///< bytes that one read takes, as far as it is known
     bool m_onePossible = true; ///< the part may have one offset byte: it must be sent no second byte but its own
 };

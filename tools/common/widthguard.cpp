@@ -4,8 +4,8 @@
 #include <fmt/core.h>
 
 #include "tools/common/device.h"
-#include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/firstundo.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/output.h"
 #include "tools/common/undofile.h"
@@ -23,31 +23,9 @@ const char* backText(bool isBack)
 
 constexpr const char* step = "width proof";
 constexpr const char* readingDoubt =
-    "whether the read of the old bytes changed the part, as it does a ferroelectric one "
-    "with one offset byte, is not known";
+    "whether the read of the old bytes changed the part, as it does a ferroelectric one with one offset byte, is not "
+    "known";
 constexpr const char* otherWays = "--width-unproved writes all the same, or 'width_proved = true' in the device table";
-
-/// Saves what the part holds if it takes one offset byte: an undo file by the chip's type does not fit such a part.
-std::string saveFirst(const seeprom& chip, const firstContent& first)
-{
-    const device part = asShortPart(chip.target());
-    return saveUndo(part, {.text = part.text, .name = part.label, .number = part.number, .bytes = first});
-}
-
-/// How to restore such a file, also where the device table names another type.
-std::string restoreFirstHint(const seeprom& chip, const std::string& firstFile)
-{
-    device part = asShortPart(chip.target());
-    part.named = false;
-    std::string force;
-    try {
-        refuseOtherType(part, false);
-    } catch (const failure&) {
-        force = "--force ";
-    }
-    return fmt::format("'kestctl seeprom restore {}{}' does so for a part with one offset byte", force,
-                       shellWord(firstFile));
-}
 
 } // namespace
 

@@ -30,7 +30,8 @@ enum class Half {
     keep
 };
 
-/// A part that answers an engine. It rewrites the second of two offset bytes like a ferroelectric one when it takes one.
+/// A part that answers an engine. It rewrites the second of two offset bytes like a ferroelectric one when it takes
+/// one.
 struct Part {
     Bytes bytes;
     std::size_t width = 1;
@@ -43,6 +44,7 @@ struct Part {
     unsigned reads = 0;
     std::size_t counter = 0;
     std::vector<std::array<std::uint8_t, 2>> sentTwo = {};
+    std::vector<std::size_t> lengthsBehindTwo = {};
 
     readEnd read(std::span<const std::uint8_t> offset, std::span<std::uint8_t> into)
     {
@@ -52,6 +54,7 @@ struct Part {
         }
         if (offset.size() == 2) {
             sentTwo.push_back({offset[0], offset[1]});
+            lengthsBehindTwo.push_back(into.size());
         }
         if (width == 1 && offset.size() == 2 && refusesData) {
             return readEnd::refused;
@@ -256,6 +259,71 @@ TEST(WidthEngine, DoesNotKnowAPartWhoseLongReadDoesNotArriveAtTheNextPlace)
     const widthFinding found = part.prove();
     EXPECT_EQ(widthVerdict::notDecidable, found.verdict);
     EXPECT_EQ("behind two offset bytes it does not go on as a part with two does", found.seen);
+}
+
+/// Reads behind one offset byte go on where the last one ended.
+TEST(WidthEngine, AsksAPartWhoseReadsMoveOnAtPlacesOfItsOwnChoice)
+{
+    Part part{.bytes = random(65536), .width = 2, .half = Half::keep, .counter = 77};
+    const widthFinding found = part.prove();
+    EXPECT_EQ(widthVerdict::twoBytes, found.verdict);
+    EXPECT_EQ("behind two offset bytes it gives other bytes than behind one", found.seen);
+    // four for 256 bytes, two for each of six places, one long
+    EXPECT_EQ(17U, found.reads);
+    EXPECT_EQ(13U, part.sentTwo.size());
+}
+
+TEST(WidthEngine, DoesNotKnowAPartWhoseReadsMoveOnWhereTwoOffsetBytesReachNothing)
+{
+    Bytes upper(65536, 0xFF);
+    std::ranges::copy(random(32768), upper.begin() + 32768);
+    Part part{.bytes = upper, .width = 2, .half = Half::keep, .counter = 40000};
+    const widthFinding found = part.prove();
+    EXPECT_EQ(widthVerdict::uniform, found.verdict);
+    EXPECT_EQ(0U, found.first.size());
+}
+
+/// A contact that heals: what was read first says nothing of the part.
+TEST(WidthEngine, TakesAPartForFlakyThatGoesOnAsBehindOneAfterReadsThatDiffer)
+{
+    Part part{.bytes = random(256)};
+    part.noise = [](unsigned read, std::span<std::uint8_t> into) {
+        if (read <= 4) {
+            std::ranges::copy(random(into.size(), 100 * read), into.begin());
+        }
+    };
+    const widthFinding found = part.prove();
+    EXPECT_EQ(widthVerdict::flaky, found.verdict);
+    EXPECT_EQ("reads behind one offset byte differ, and those behind two go on as behind one", found.seen);
+}
+
+TEST(WidthEngine, MakesALongReadAlsoWhereNoTwoPlacesAreNeighbours)
+{
+    Part part{.bytes = random(65536), .width = 2};
+    part.noise = [](unsigned read, std::span<std::uint8_t> into) {
+        // 33 bytes between them are right in each read: one place
+        for (const std::size_t at : {33U, 67U, 101U, 135U, 169U, 203U, 237U}) {
+            into[read == 1 ? at : 0] ^= read == 1 ? 1 : 0;
+        }
+    };
+    const widthFinding found = part.prove();
+    EXPECT_EQ(widthVerdict::twoBytes, found.verdict) << found.seen;
+    const auto isLong = [](const std::size_t length) { return length > 32; };
+    EXPECT_EQ(1, std::ranges::count_if(part.lengthsBehindTwo, isLong));
+}
+
+TEST(WidthEngine, LeavesAPartOpenThatCanNotShowThatItGoesOn)
+{
+    Part part{.bytes = random(65536), .width = 2};
+    part.noise = [](unsigned read, std::span<std::uint8_t> into) {
+        // the places between them are the third bytes of pages: behind the fourth ones no second byte may be sent
+        for (const std::size_t at : {1U, 35U, 37U, 71U, 73U, 107U, 109U, 143U, 145U, 179U, 181U, 215U, 217U, 251U}) {
+            into[read == 1 ? at : 0] ^= read == 1 ? 1 : 0;
+        }
+    };
+    const widthFinding found = part.prove();
+    EXPECT_EQ(widthVerdict::notDecidable, found.verdict);
+    EXPECT_EQ("no read can show that it goes on as a part with two offset bytes", found.seen);
 }
 
 TEST(WidthEngine, KnowsABlockOfALargerPart)

@@ -1,6 +1,6 @@
-/// Every part of the simulated machine under every claimed type, with contents of all kinds: what the width proof finds,
-/// and that neither it nor a write by the wrong type changes a byte. With KEST_WIDTH_TABLE set to a file's path, the table
-/// is appended to that file.
+/// Every part of the simulated machine under every claimed type, with contents of all kinds: what the width proof
+/// finds, and that neither it nor a write by the wrong type changes a byte. With KEST_WIDTH_TABLE set to a file's path,
+/// the table is appended to that file.
 #include <algorithm>
 #include <cstdlib>
 #include <fmt/core.h>
