@@ -10,10 +10,9 @@ namespace kest::host
 namespace
 {
 
-/// Read at once: the header and all check sums of any copy, and the whole file of a device of up to 16 KiB.
-constexpr std::size_t frontBytes = 20 << 10;
-static_assert(copyLayout(largestCopyBytes).dataOffset() <= frontBytes);
-static_assert(copyLayout(16 << 10).fileBytes() <= frontBytes);
+/// Read at once: the header of any copy, and the whole file of a small device.
+constexpr std::size_t frontBytes = 4 << 10;
+static_assert(copyLayout::headerBytes <= frontBytes);
 
 } // namespace
 
@@ -46,7 +45,23 @@ int copyFile::look()
     }
     const auto header = std::span(m_front).first(std::min<std::size_t>(m_front.size(), copyLayout::headerBytes));
     m_kind = kindOfCopy(header, back, size, m_header);
-    return 0;
+    return hasSums() ? readSums() : 0;
+}
+
+/// Reads up to the end of the check sums, where there are more than the front has.
+int copyFile::readSums()
+{
+    const std::size_t had = m_front.size();
+    const std::size_t wanted = copyLayout(m_header.heldBytes).dataOffset();
+    if (wanted <= had) {
+        return 0;
+    }
+    std::vector<std::uint8_t> more(wanted - had);
+    if (const int error = m_reader.read(had, more); error != 0) {
+        return error;
+    }
+    m_front.insert(m_front.end(), more.begin(), more.end());
+    return m_front.size() == wanted ? 0 : EBADMSG;
 }
 
 /// Fills `bytes`; makes it shorter where the file ends sooner.

@@ -35,6 +35,7 @@ public:
 
 private:
     int look();
+    int readSums();
     int take(std::uint64_t at, std::vector<std::uint8_t>& bytes) const;
     int takeBlocks(std::uint32_t first, std::uint32_t last, std::vector<std::uint8_t>& bytes,
                    std::vector<std::uint32_t>& damagedBlocks) const;
