@@ -15,6 +15,10 @@ namespace kest::tools
 namespace
 {
 constexpr std::chrono::milliseconds interval{100};
+
+// see progress::mirror()
+std::atomic<std::uint32_t>* mirrored = nullptr;
+std::uint64_t mirroredTotal = 0;
 } // namespace
 
 progress::progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet)
@@ -32,6 +36,9 @@ progress::~progress()
 
 void progress::update(std::uint64_t done)
 {
+    if (mirrored != nullptr && m_total == mirroredTotal) {
+        *mirrored = static_cast<std::uint32_t>(done);
+    }
     const auto now = std::chrono::steady_clock::now();
     if (!m_terminal || m_total == 0 || now < m_next) {
         return;
@@ -41,6 +48,12 @@ void progress::update(std::uint64_t done)
     std::fputs(fmt::format("\r\033[K{}: {}", escaped(m_what), progressText(done, m_total, now - m_start)).c_str(),
                stderr);
     std::fflush(stderr);
+}
+
+void progress::mirror(std::atomic<std::uint32_t>* done, std::uint64_t total)
+{
+    mirrored = done;
+    mirroredTotal = total;
 }
 
 std::string progressText(std::uint64_t done, std::uint64_t total, std::chrono::duration<double> elapsed)

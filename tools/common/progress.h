@@ -1,6 +1,7 @@
 /// Progress of long work on standard error, when that is a terminal that takes escape sequences.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -21,6 +22,9 @@ public:
     ~progress(); ///< clears the line
 
     void update(std::uint64_t done);
+
+    /// From now on work of `total` bytes also stores the bytes done here, for a process that shows them. Null: none.
+    static void mirror(std::atomic<std::uint32_t>* done, std::uint64_t total);
 
 private:
     std::string m_what;

@@ -11,6 +11,7 @@
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/seepromchoice.h"
 #include "tools/kestctl/seepromcompare.h"
+#include "tools/kestctl/seepromdumpall.h"
 #include "tools/kestctl/seepromprobe.h"
 #include "tools/kestctl/seepromshow.h"
 #include "tools/kestctl/seepromundo.h"
@@ -28,7 +29,8 @@ struct readOptions {
 
 struct dumpOptions {
     seepromOptions from;
-    std::string output = "-";
+    std::string output; ///< empty: standard output
+    std::string folder; ///< every SEEPROM goes there; empty: one device
 };
 
 /// What others are told while bytes are read.
@@ -62,7 +64,7 @@ int runSeepromRead(const context& shared, const readOptions& options)
 }
 
 /// Writes a dump file that `restore` takes.
-int runSeepromDump(const context& shared, const dumpOptions& options)
+int runOneDump(const context& shared, const dumpOptions& options)
 {
     seeprom chip = openSeeprom(options.from.device, options.from);
     const byteRange range = rangeOf(chip, options.from);
@@ -80,6 +82,23 @@ int runSeepromDump(const context& shared, const dumpOptions& options)
     return exitDone;
 }
 
+int runSeepromDump(const context& shared, const dumpOptions& options)
+{
+    if (options.folder.empty() == options.from.device.empty()) {
+        throw wrongUse("dump takes a DEVICE or --all DIRECTORY", "see 'kestctl seeprom dump --help'");
+    }
+    if (options.folder.empty()) {
+        dumpOptions one = options;
+        one.output = options.output.empty() ? "-" : options.output;
+        return runOneDump(shared, one);
+    }
+    if (!options.output.empty() || !options.from.offset.empty() || !options.from.length.empty()) {
+        throw wrongUse("--all takes whole devices, each into a file of its own",
+                       "leave --output, --offset and --length out");
+    }
+    return dumpAll(shared, options.from, options.folder);
+}
+
 void addRead(command area, context& shared)
 {
     const auto options = std::make_shared<readOptions>();
@@ -95,7 +114,8 @@ void addDump(command area, context& shared)
 {
     const auto options = std::make_shared<dumpOptions>();
     command verb = addVerb(area, "dump", "save bytes with their device in a dump file, as JSON text");
-    verb.text("DEVICE", options->from.device, "name, number or device text").required();
+    verb.text("DEVICE", options->from.device, "name, number or device text");
+    verb.text("--all", options->folder, "instead: every SEEPROM of the device table, in files there", "DIRECTORY");
     verb.text("-o,--output", options->output, "dump file, - for standard output (default)", "FILE");
     addForce(verb, options->from);
     addChoice(verb, options->from);
