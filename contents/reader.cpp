@@ -201,6 +201,9 @@ bool reader::readArea(const row& field, const window& outer, const std::string& 
     if (found.is == presence::missing && field.where.atField.empty()) {
         return false;
     }
+    if (field.as == kind::block && field.name.empty() && field.label.empty()) {
+        return readRows(field.rows, found.bytes, prefix, into) && found.problem.empty();
+    }
     node structure{.name = field.name.empty() ? "" : joined(prefix, field.name),
                    .label = std::string(field.label),
                    .offset = found.bytes.begin,

@@ -4,9 +4,9 @@
 ///
 /// Every block of a format has its own rows. Their offsets count from the block's first byte. A row's name is the last
 /// part of the field's name ("serial" of "board.serial"), in camelBack; a structure without a name adds nothing to the
-/// names of its fields. Where a row refers to another field, it gives
-/// that last part; the value read last by that name counts. So the other row stands before it. What is read in an
-/// element of a list or a repetition is forgotten at the element's end.
+/// names of its fields. A block without a label, too, only groups rows: its fields are shown in its place. Where a row
+/// refers to another field, it gives that last part; the value read last by that name counts. So the other row stands
+/// before it. What is read in an element of a list or a repetition is forgotten at the element's end.
 #pragma once
 
 #include <cstddef>

@@ -71,13 +71,18 @@ constexpr row standardTimingFields[] = {
 constexpr row standardTiming[] = {
     {.name = "first", .as = kind::number, .at = 0, .isHidden = true},
     {.name = "second", .as = kind::number, .at = 1, .isHidden = true},
-    {.label = "Timing", .as = kind::block, .length = 2, .when = {.field = "first", .least = 2},
+    {.as = kind::block, .length = 2, .when = {.field = "first", .least = 2},
      .rows = standardTimingFields},
-    {.label = "Timing", .as = kind::block, .length = 2, .when = {.field = "first", .least = 1, .most = 1},
+    {.as = kind::block, .length = 2, .when = {.field = "first", .least = 1, .most = 1},
      .also = {.field = "second", .most = 0}, .rows = standardTimingFields},
-    {.label = "Timing", .as = kind::block, .length = 2, .when = {.field = "first", .least = 1, .most = 1},
+    {.as = kind::block, .length = 2, .when = {.field = "first", .least = 1, .most = 1},
      .also = {.field = "second", .least = 2}, .rows = standardTimingFields},
     {.name = "code", .label = "Code without a meaning", .length = 2, .when = {.field = "first", .most = 0}},
+};
+
+constexpr row standardTimings[] = {
+    {.name = "standardTiming", .label = "Standard timing", .as = kind::repetition, .length = 2, .rows = standardTiming,
+     .count = 8},
 };
 
 constexpr condition isAnalogue{.field = "signal", .most = 0};
@@ -140,8 +145,7 @@ constexpr row rows[] = {
     {.name = "whiteY", .label = "White y", .as = kind::number, .at = 26, .bits = 2, .more = whiteY, .by = chromaticity},
     {.name = "establishedTimings", .label = "Established timings", .as = kind::flags, .at = 35, .length = 3,
      .names = establishedTimings},
-    {.name = "standardTiming", .label = "Standard timing", .as = kind::repetition, .at = 38, .length = 2,
-     .rows = standardTiming, .count = 8},
+    {.label = "Standard timings", .as = kind::block, .at = 38, .length = 16, .rows = standardTimings},
     {.name = "descriptor", .label = "Descriptor", .as = kind::repetition, .at = 54,
      .length = edidrows::descriptorLength, .rows = edidrows::descriptor, .count = 4},
     {.name = "extensions", .label = "Extension blocks", .as = kind::number, .at = 126},

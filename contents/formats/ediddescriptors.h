@@ -121,13 +121,13 @@ inline constexpr row rangeLimits[] = {
 inline constexpr condition isDisplayDescriptor{.field = "form", .most = 0};
 inline constexpr row descriptor[] = {
     {.name = "form", .as = kind::number, .length = 2, .isHidden = true},
-    {.label = "Timing", .as = kind::block, .length = 0, .when = {.field = "form", .least = 1}, .rows = timing},
+    {.as = kind::block, .length = 0, .when = {.field = "form", .least = 1}, .rows = timing},
     {.name = "tag", .label = "Descriptor", .as = kind::choice, .at = 3, .names = tags, .when = isDisplayDescriptor},
     {.name = "serialNumber", .label = "Serial number", .as = kind::text, .at = 5, .length = 13,
      .when = isDisplayDescriptor, .also = {.field = "tag", .least = 0xFF}},
     {.name = "text", .label = "Text", .as = kind::text, .at = 5, .length = 13, .when = isDisplayDescriptor,
      .also = {.field = "tag", .least = 0xFE, .most = 0xFE}},
-    {.label = "Limits", .as = kind::block, .length = 0, .when = isDisplayDescriptor,
+    {.as = kind::block, .length = 0, .when = isDisplayDescriptor,
      .also = {.field = "tag", .least = 0xFD, .most = 0xFD}, .rows = rangeLimits},
     {.name = "name", .label = "Name", .as = kind::text, .at = 5, .length = 13, .when = isDisplayDescriptor,
      .also = {.field = "tag", .least = 0xFC, .most = 0xFC}},

@@ -137,7 +137,7 @@ inline constexpr row displayIdSection[] = {
     {.name = "dataLength", .label = "Length of the data blocks", .as = kind::number, .at = 1, .unit = "bytes"},
     {.name = "productType", .label = "Product type", .as = kind::hexadecimal, .at = 2},
     {.name = "sections", .label = "Further sections", .as = kind::number, .at = 3},
-    {.label = "Data", .as = kind::block, .at = 4, .length = 0, .where = {.lengthField = "dataLength"},
+    {.as = kind::block, .at = 4, .length = 0, .where = {.lengthField = "dataLength"},
      .rows = displayIdData},
     {.name = "checksum", .label = "Checksum of the section", .as = kind::checksum, .fromEnd = 1,
      .sum = {.as = sumKind::zero8}},
@@ -150,10 +150,10 @@ inline constexpr row displayId[] = {
 // The checksum is no part of what the tags describe: only the 127 bytes before it are.
 inline constexpr row extension[] = {
     {.name = "tag", .label = "Extension", .as = kind::choice, .names = extensionTags},
-    {.label = "CTA-861", .as = kind::block, .length = blockLength - 1, .when = {.field = "tag", .least = 0x02,
+    {.as = kind::block, .length = blockLength - 1, .when = {.field = "tag", .least = 0x02,
      .most = 0x02},
      .rows = cta},
-    {.label = "DisplayID", .as = kind::block, .length = blockLength - 1,
+    {.as = kind::block, .length = blockLength - 1,
      .when = {.field = "tag", .least = 0x70, .most = 0x70}, .rows = displayId},
     {.name = "checksum", .label = "Checksum", .as = kind::checksum, .at = blockLength - 1,
      .sum = {.as = sumKind::zero8}},

@@ -137,12 +137,16 @@ constexpr named supplyFeatures[] = {
 
 constexpr named supplyVoltages[] = {{0, "12 V"}, {1, "-12 V"}, {2, "5 V"}, {3, "3.3 V"}};
 
+constexpr named peakNotGiven[] = {{0xFFFF, "not given"}};
+constexpr named inrushNotGiven[] = {{0xFF, "not given"}};
+
 constexpr row powerSupply[] = {
     {.name = "capacity", .label = "Overall capacity", .as = kind::number, .at = 0, .length = 2,
      .order = byteOrder::little, .bits = 12, .unit = "W"},
     {.name = "peakVa", .label = "Peak", .as = kind::number, .at = 2, .length = 2, .order = byteOrder::little,
-     .unit = "VA"},
-    {.name = "inrushCurrent", .label = "Inrush current", .as = kind::number, .at = 4, .unit = "A"},
+     .unit = "VA", .names = peakNotGiven},
+    {.name = "inrushCurrent", .label = "Inrush current", .as = kind::number, .at = 4, .unit = "A",
+     .names = inrushNotGiven},
     {.name = "inrushInterval", .label = "Inrush interval", .as = kind::number, .at = 5, .unit = "ms"},
     {.name = "lowVoltage1", .label = "Lowest input voltage, range 1", .as = kind::number, .at = 6, .length = 2,
      .order = byteOrder::little, .by = hundredths, .unit = "V"},

@@ -126,6 +126,16 @@ TEST(Edid, DetailedTimingOfAMonitor)
     EXPECT_EQ("positive", textOf(what, "descriptor.1.horizontalPolarity"));
 }
 
+TEST(Edid, FieldsOfATimingLieInItsDescriptor)
+{
+    const reading what = readExactly("edid", vgaMonitor());
+    const node* const descriptor = findNode(what, "descriptor.1");
+    ASSERT_NE(nullptr, descriptor);
+    ASSERT_FALSE(descriptor->children.empty());
+    EXPECT_EQ("descriptor.1.pixelClock", descriptor->children.front().name);
+    EXPECT_EQ(54U, descriptor->children.front().offset);
+}
+
 TEST(Edid, TimingWithoutPixelsHasNoRate)
 {
     Bytes image = vgaMonitor();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "contents/recognise.h"
@@ -103,6 +104,20 @@ TEST(Fru, PowerRecords)
     EXPECT_EQ("-11.4 V", textOf(what, "record.2.positiveDeviation"));
     EXPECT_EQ("120 mV", textOf(what, "record.2.ripple"));
     EXPECT_EQ("1500 mA", textOf(what, "record.2.mostCurrent"));
+}
+
+TEST(Fru, PowerRecordMayLeaveItsPeaksOpen)
+{
+    Bytes image = fullImage();
+    const reading before = readExactly("fru", image);
+    const node* const peak = findNode(before, "record.1.peakVa");
+    ASSERT_NE(nullptr, peak);
+    // FFFF, and FF behind it
+    std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(peak->offset), 3, std::uint8_t{0xFF});
+    const reading what = readExactly("fru", image);
+    EXPECT_EQ("not given", textOf(what, "record.1.peakVa"));
+    EXPECT_EQ("not given", textOf(what, "record.1.inrushCurrent"));
+    EXPECT_EQ("5 ms", textOf(what, "record.1.inrushInterval"));
 }
 
 TEST(Fru, OtherRecords)
