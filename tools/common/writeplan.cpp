@@ -1,8 +1,11 @@
 #include "tools/common/writeplan.h"
 
 #include <algorithm>
+#include <fmt/core.h>
 
 #include "tools/common/failure.h"
+#include "tools/common/number.h"
+#include "tools/common/vote.h"
 
 namespace kest::tools
 {
@@ -51,8 +54,11 @@ void readAgain(seeprom& chip, const writePlan& plan)
         const byteVector now = chip.read(range, readOld);
         if (first != now) {
             chip.noteWavering(range.offset, first, now);
+            const std::size_t bytes = differing(range.offset, first, now).size();
             throw failure{.code = exitRefused,
-                          .what = "two reads of the old bytes differ: an undo file would hold wrong ones",
+                          .what = fmt::format("two reads of the old bytes differ in {}: an undo file would hold wrong "
+                                              "ones",
+                                              countText(bytes, "byte")),
                           .tryThis = "try --voted 5, or a lower --speed",
                           .device = chip.target().label,
                           .step = readOld,

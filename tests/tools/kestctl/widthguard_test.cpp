@@ -106,7 +106,9 @@ TEST_F(KestctlWidthGuard, ARefusedTrialLeavesTheUndoFileOfTheWriteBefore)
     large();
     says(write);
     part("");
-    EXPECT_EQ(3, kestctl(write).exit);
+    std::vector<std::string> elsewhere = write;
+    elsewhere.insert(elsewhere.end(), {"--offset", "0x200"});
+    EXPECT_EQ(3, kestctl(elsewhere).exit);
     EXPECT_EQ(1, undoFiles());
     large();
     fill("Z[\\]" + std::string(32764, '\xFF'));
@@ -170,10 +172,11 @@ TEST_F(KestctlWidthGuard, OldBytesThatAreReadInTwoWaysAreNotWrittenOver)
         wrongRead(nth);
         const RunResult refused = kestctl(write);
         EXPECT_EQ(3, refused.exit);
-        EXPECT_EQ("kestctl: sim:f,L,2C0256,A0: the reads differed at offsets 0x0\n"
-                  "kestctl: sim:f,L,2C0256,A0: read the old bytes: two reads of the old bytes differ: an undo file "
-                  "would hold wrong ones; try --voted 5, or a lower --speed\n",
-                  refused.errors);
+        EXPECT_EQ(
+            "kestctl: sim:f,L,2C0256,A0: the reads differed at offsets 0x0\n"
+            "kestctl: sim:f,L,2C0256,A0: read the old bytes: two reads of the old bytes differ in 1 byte: an undo "
+            "file would hold wrong ones; try --voted 5, or a lower --speed\n",
+            refused.errors);
         EXPECT_EQ(varied, content());
         EXPECT_EQ(0, undoFiles());
     }
