@@ -169,13 +169,14 @@ TEST(Ddr3, CutImageIsDamaged) { expectCutsDamaged("ddr3", soldered(), 256); }
 
 TEST(Ddr3, RecordsOfTheComposite)
 {
-    for (const std::size_t at : {0x9C00, 0xA400, 0xA500, 0xA600, 0xA800, 0xA900, 0xAA00, 0xAC00, 0xAD00, 0xAE00, 0xAF00,
-                                 0xB200, 0xB300, 0xB400, 0xB500, 0xB600, 0xC300, 0xC500, 0xD100}) {
+    for (const std::size_t at :
+         {0x9C00U, 0xA400U, 0xA500U, 0xA600U, 0xA800U, 0xA900U, 0xAA00U, 0xAC00U, 0xAD00U, 0xAE00U, 0xAF00U, 0xB200U,
+          0xB300U, 0xB400U, 0xB500U, 0xB600U, 0xC300U, 0xC500U, 0xD100U}) {
         const Bytes image = moduleAt(at);
         ASSERT_EQ(1U, recognise(image).size()) << at;
         EXPECT_EQ("", problemOf(readExactly("ddr3", image), "crc")) << at;
     }
-    for (const std::size_t at : {0xA100, 0xA200, 0xA300, 0xB700, 0xB800, 0xCC00, 0xD200}) {
+    for (const std::size_t at : {0xA100U, 0xA200U, 0xA300U, 0xB700U, 0xB800U, 0xCC00U, 0xD200U}) {
         const Bytes image = moduleAt(at);
         ASSERT_EQ(1U, recognise(image).size()) << at;
         EXPECT_NE("", problemOf(readExactly("ddr3", image), "crc")) << at;

@@ -182,8 +182,8 @@ TEST(Ddr4, CutImageIsDamaged) { expectCutsDamaged("ddr4", laptopModule(), 512); 
 
 TEST(Ddr4, RecordsOfTheComposite)
 {
-    for (const std::size_t at :
-         {0x9D00, 0x9F00, 0xDB00, 0xDD00, 0xDF00, 0xE100, 0xE300, 0xE500, 0xE700, 0xE900, 0xEB00, 0xED00, 0xEF00}) {
+    for (const std::size_t at : {0x9D00U, 0x9F00U, 0xDB00U, 0xDD00U, 0xDF00U, 0xE100U, 0xE300U, 0xE500U, 0xE700U,
+                                 0xE900U, 0xEB00U, 0xED00U, 0xEF00U}) {
         const Bytes image = recordAt(at);
         ASSERT_EQ(1U, recognise(image).size()) << at;
         EXPECT_TRUE(isWhole(readExactly("ddr4", image))) << at;
