@@ -281,6 +281,11 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
                  writeFile(machine() / "panel.bin", repeated);
                  return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"});
              }},
+            {"a write to a part whose old bytes differ in two reads",
+             [this] {
+                 return exitWithFault({"corrupt", "--address", "0xA4", "--way", "read", "--count", "1", "--byte", "0"},
+                                      {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes", "--all-pages"}});
+             }},
             {"`message read` of a device behind a hub",
              [this] {
                  return exitOf({"message", "read", "riser-vpd"});
