@@ -97,6 +97,10 @@ KestctlExitCodes::Cases KestctlExitCodes::failed() const
                  clearFaults();
                  return code;
              }},
+            {"`seeprom show` finds no format, or several",
+             [this] {
+                 return exitOf({"seeprom", "show", file("random", variedBytes(256))});
+             }},
             {"fewer bytes came than were asked for",
              [this] {
                  says({"copy", "import", "panel-vpd", file("five", "12345"), "--force"});
@@ -301,7 +305,11 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
 
 KestctlExitCodes::Cases KestctlExitCodes::absent() const
 {
-    return {{"nothing answers at the device's address",
+    return {{"`seeprom show` gets a name that is neither a device nor a file",
+             [this] {
+                 return exitOf({"seeprom", "show", "nothing"});
+             }},
+            {"nothing answers at the device's address",
              [this] {
                  return exitOfAll({{"detect", "sim:planar,L,2C0256,AA"},
                                    {"seeprom", "read", "sim:planar,L,2C0256,AA", "--length", "1"},
@@ -336,7 +344,13 @@ KestctlExitCodes::Cases KestctlExitCodes::absent() const
 
 KestctlExitCodes::Cases KestctlExitCodes::verifyFailed() const
 {
-    return {{"what is read back after a write differs from what was written",
+    return {{"`seeprom show` finds a checksum that is wrong, or other damage",
+             [this] {
+                 std::string table = readFile(std::string(sourceFolder) + "/examples/images/tlvinfo-4096-switch.bin");
+                 table.at(20) ^= 1;
+                 return exitOf({"seeprom", "show", file("damaged", table)});
+             }},
+            {"what is read back after a write differs from what was written",
              [this] {
                  writeFile(machine() / "panel.bin", variedBytes(256));
                  std::string text = readFile(machine() / "machine.toml");
