@@ -42,6 +42,8 @@ constexpr named refreshOptions[] = {
     {3, "on-die thermal sensor"}, {7, "partial array self-refresh"},
 };
 constexpr named dieTypes[] = {{0, "standard monolithic"}, {1, "not standard"}};
+constexpr named dieCounts[] = {{0, "not given"}, {1, "1"}, {2, "2"}, {3, "4"}, {4, "8"}};
+constexpr named signalLoadings[] = {{0, "not given"}, {1, "multi load stack"}, {2, "single load stack"}};
 constexpr named mirrored[] = {{0, "standard"}, {1, "mirrored"}};
 constexpr named registerCounts[] = {{0, "not given"}, {1, "1"}, {2, "2"}, {3, "4"}};
 constexpr named registerTypes[] = {{0, "SSTE32882"}};
@@ -125,6 +127,7 @@ constexpr row rows[] = {
     {.name = "revision", .label = "SPD revision", .as = kind::version, .at = 1},
     {.name = "memoryType", .label = "Memory type", .as = kind::choice, .at = 2, .names = memoryTypes},
     {.name = "moduleType", .label = "Module type", .as = kind::choice, .at = 3, .bits = 4, .names = moduleTypes},
+    {.name = "hybridMedia", .label = "Hybrid media", .as = kind::hexadecimal, .at = 3, .bit = 4},
     {.name = "density", .label = "Capacity of a DRAM", .as = kind::choice, .at = 4, .bits = 4, .names = densities},
     {.name = "banks", .label = "Banks", .as = kind::choice, .at = 4, .bit = 4, .bits = 3, .names = banks},
     {.name = "rowBits", .label = "Row address bits", .as = kind::choice, .at = 5, .bit = 3, .bits = 3,
@@ -177,7 +180,13 @@ constexpr row rows[] = {
      .names = refreshOptions},
     {.name = "thermalSensor", .label = "Thermal sensor on the module", .as = kind::choice, .at = 32, .bit = 7,
      .names = jedec::yesNo},
+    {.name = "thermalAccuracy", .label = "Accuracy of the sensor", .as = kind::hexadecimal, .at = 32, .bits = 7},
     {.name = "dieType", .label = "DRAM device type", .as = kind::choice, .at = 33, .bit = 7, .names = dieTypes},
+    {.name = "dies", .label = "Dies of a package", .as = kind::choice, .at = 33, .bit = 4, .bits = 3,
+     .names = dieCounts},
+    {.name = "signalLoading", .label = "Signal loading", .as = kind::choice, .at = 33, .bits = 2,
+     .names = signalLoadings},
+    {.name = "mostActivates", .label = "Most activates of a row, code", .as = kind::hexadecimal, .at = 41},
     {.name = "specific", .label = "Of this module type", .as = kind::block, .at = specificAt,
      .length = 117 - specificAt,
      .rows = specific},

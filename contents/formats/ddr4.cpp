@@ -21,7 +21,7 @@ constexpr named moduleTypes[] = {
     {0, "as byte 15 says"}, {1, "RDIMM"}, {2, "UDIMM"}, {3, "SO-DIMM"}, {4, "LRDIMM"}, {5, "Mini-RDIMM"},
     {6, "Mini-UDIMM"}, {8, "72b-SO-RDIMM"}, {9, "72b-SO-UDIMM"}, {12, "16b-SO-DIMM"}, {13, "32b-SO-DIMM"},
 };
-constexpr named hybridMedia[] = {{0, "not hybrid"}, {1, "NVDIMM"}};
+constexpr named hybridMedia[] = {{0, "none"}, {1, "NVDIMM"}};
 constexpr named densities[] = {
     {0, "256 Mb"}, {1, "512 Mb"}, {2, "1 Gb"}, {3, "2 Gb"}, {4, "4 Gb"},
     {5, "8 Gb"}, {6, "16 Gb"}, {7, "32 Gb"}, {8, "12 Gb"}, {9, "24 Gb"},
@@ -111,6 +111,7 @@ constexpr row base[] = {
     {.name = "moduleType", .label = "Module type", .as = kind::choice, .at = 3, .bits = 4, .names = moduleTypes},
     {.name = "hybrid", .label = "Hybrid media", .as = kind::choice, .at = 3, .bit = 4, .bits = 3,
      .names = hybridMedia},
+    {.name = "isHybrid", .label = "Hybrid module", .as = kind::choice, .at = 3, .bit = 7, .names = jedec::yesNo},
     {.name = "density", .label = "Capacity of a die", .as = kind::choice, .at = 4, .bits = 4, .names = densities},
     {.name = "bankGroups", .label = "Bank groups", .as = kind::choice, .at = 4, .bit = 6, .names = bankGroups},
     {.name = "banks", .label = "Banks of a group", .as = kind::choice, .at = 4, .bit = 4, .bits = 2, .names = banks},

@@ -33,6 +33,7 @@ inline constexpr named stereoModes[] = {
 inline constexpr named syncs[] = {
     {0, "analogue composite"}, {1, "bipolar analogue composite"}, {2, "digital composite"}, {3, "digital separate"},
 };
+inline constexpr named syncedColours[] = {{0, "green"}, {1, "all colours"}};
 inline constexpr named polarities[] = {{0, "negative"}, {1, "positive"}};
 inline constexpr named serrations[] = {{0, "without serration"}, {1, "with serration"}};
 
@@ -78,8 +79,8 @@ inline constexpr row timing[] = {
      .bits = 1, .names = polarities, .when = {.field = "sync", .least = 3}},
     {.name = "horizontalPolarity", .label = "Horizontal sync polarity", .as = kind::choice, .at = 17, .bit = 1,
      .bits = 1, .names = polarities, .when = {.field = "sync", .least = 2}},
-    {.name = "analogueSync", .label = "Sync on all colours", .as = kind::number, .at = 17, .bit = 1, .bits = 1,
-     .when = {.field = "sync", .most = 1}},
+    {.name = "analogueSync", .label = "Sync on", .as = kind::choice, .at = 17, .bit = 1, .bits = 1,
+     .names = syncedColours, .when = {.field = "sync", .most = 1}},
 };
 
 inline constexpr named tags[] = {

@@ -94,6 +94,16 @@ TEST(Ddr3, FineTimebaseCorrectsTheMediumOne)
     EXPECT_EQ("13.505 ns", textOf(what, "tAAmin"));
 }
 
+TEST(Ddr3, StackedDies)
+{
+    Bytes image = soldered();
+    image[33] = 0xA1;
+    const reading what = readExactly("ddr3", image);
+    EXPECT_EQ("not standard", textOf(what, "dieType"));
+    EXPECT_EQ("2", textOf(what, "dies"));
+    EXPECT_EQ("multi load stack", textOf(what, "signalLoading"));
+}
+
 TEST(Ddr3, TimebaseOfZeroIsDamage)
 {
     Bytes image = soldered();

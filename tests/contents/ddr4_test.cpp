@@ -61,6 +61,8 @@ TEST(Ddr4, GeometryOfAModule)
     EXPECT_EQ("1.1", textOf(what, "revision"));
     EXPECT_EQ("DDR4", textOf(what, "memoryType"));
     EXPECT_EQ("SO-DIMM", textOf(what, "moduleType"));
+    EXPECT_EQ("none", textOf(what, "hybrid"));
+    EXPECT_EQ("no", textOf(what, "isHybrid"));
     EXPECT_EQ("16 Gb", textOf(what, "density"));
     EXPECT_EQ("2", textOf(what, "bankGroups"));
     EXPECT_EQ("4", textOf(what, "banks"));

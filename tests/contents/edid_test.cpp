@@ -136,6 +136,20 @@ TEST(Edid, FieldsOfATimingLieInItsDescriptor)
     EXPECT_EQ(54U, descriptor->children.front().offset);
 }
 
+TEST(Edid, TimingWithAnalogueSync)
+{
+    Bytes image = vgaMonitor();
+    // interlaced, left on even lines, bipolar analogue composite, serration, on all colours
+    image[71] = 0xCF;
+    const reading what = readExactly("edid", image);
+    EXPECT_EQ("interlaced", textOf(what, "descriptor.1.scan"));
+    EXPECT_EQ("2-way interleaved, left on even lines", textOf(what, "descriptor.1.stereo"));
+    EXPECT_EQ("bipolar analogue composite", textOf(what, "descriptor.1.sync"));
+    EXPECT_EQ("with serration", textOf(what, "descriptor.1.serration"));
+    EXPECT_EQ("all colours", textOf(what, "descriptor.1.analogueSync"));
+    EXPECT_EQ(nullptr, findNode(what, "descriptor.1.verticalPolarity"));
+}
+
 TEST(Edid, TimingWithoutPixelsHasNoRate)
 {
     Bytes image = vgaMonitor();
