@@ -90,9 +90,8 @@ bool HeldMachine::awaitUser() const
     });
 }
 
-bool deliver(const Program& program, int signal)
+bool isTaken(const Program& program, int signal)
 {
-    program.sendSignal(signal);
     return awaitThat([&] {
         const std::string status = readFile("/proc/" + std::to_string(program.pid()) + "/status");
         const std::size_t line = status.find("ShdPnd:\t");
@@ -102,6 +101,12 @@ bool deliver(const Program& program, int signal)
         const std::uint64_t pending = std::stoull(status.substr(line + 8, 16), nullptr, 16);
         return (pending & std::uint64_t{1} << static_cast<unsigned>(signal - 1)) == 0;
     });
+}
+
+bool deliver(const Program& program, int signal)
+{
+    program.sendSignal(signal);
+    return isTaken(program, signal);
 }
 
 bool hasEnded(const Program& program)

@@ -46,6 +46,8 @@ private:
     std::string m_inode; ///< as /proc/locks has it
 };
 
+/// Waits until a program has taken a signal that was sent to it. @return false when it has ended, or the time
+[[nodiscard]] bool isTaken(const Program& program, int signal);
 /// Sends a signal to a program and waits until the program has taken it. @return false when it has ended, or the time
 [[nodiscard]] bool deliver(const Program& program, int signal);
 

@@ -1,6 +1,7 @@
 #include "tools/client/client.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
@@ -120,8 +121,9 @@ serviceConnection::serviceConnection(const std::filesystem::path& socket, std::c
 }
 
 serviceConnection::serviceConnection(serviceConnection&& other) noexcept
-    : m_descriptor(std::exchange(other.m_descriptor, -1)), m_identifier(other.m_identifier), m_timeout(other.m_timeout),
-      m_socket(std::move(other.m_socket)), m_error(std::move(other.m_error)), m_systemError(other.m_systemError)
+    : m_descriptor(std::exchange(other.m_descriptor, -1)), m_stop(other.m_stop), m_identifier(other.m_identifier),
+      m_timeout(other.m_timeout), m_socket(std::move(other.m_socket)), m_error(std::move(other.m_error)),
+      m_systemError(other.m_systemError)
 {
 }
 
@@ -146,15 +148,20 @@ answer serviceConnection::fail(outcome what, std::string message)
     return result;
 }
 
-bool serviceConnection::wait(short events, deadline until)
+serviceConnection::waited serviceConnection::wait(short events, deadline until) const
 {
     for (;;) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();
-        pollfd entry = {m_descriptor, events, 0};
-        const int ready = left <= 0 ? 0 : poll(&entry, 1, static_cast<int>(std::min<std::int64_t>(left, 1'000'000)));
-        if (ready > 0 || left <= 0) {
-            return ready > 0;
+        std::array<pollfd, 2> entries{{{m_descriptor, events, 0}, {m_stop, POLLIN, 0}}};
+        const int ready =
+            left <= 0 ? 0
+                      : poll(entries.data(), entries.size(), static_cast<int>(std::min<std::int64_t>(left, 1'000'000)));
+        if (ready > 0) {
+            return entries[0].revents != 0 ? waited::ready : waited::stopped;
+        }
+        if (left <= 0) {
+            return waited::tooLong;
         }
     }
 }
@@ -166,8 +173,10 @@ bool serviceConnection::send(std::span<const std::uint8_t> bytes, deadline until
         if (sent >= 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(sent));
         } else if (errno == EAGAIN) {
-            if (!wait(POLLOUT, until)) {
-                result = fail(outcome::timedOut, m_socket + ": the service did not take the request in time");
+            if (const waited end = wait(POLLOUT, until); end != waited::ready) {
+                result = end == waited::stopped
+                             ? fail(outcome::notSent, m_socket + ": stopped before the whole request was sent")
+                             : fail(outcome::timedOut, m_socket + ": the service did not take the request in time");
                 return false;
             }
         } else if (errno == EPIPE || errno == ECONNRESET) {
@@ -199,8 +208,9 @@ bool serviceConnection::receive(frame& reply, deadline until, answer& result)
                                                                     : ": the service hung up without a reply"));
             return false;
         } else if (errno == EAGAIN) {
-            if (!wait(POLLIN, until)) {
-                result = fail(outcome::timedOut, m_socket + ": no reply in time");
+            if (const waited end = wait(POLLIN, until); end != waited::ready) {
+                result = end == waited::stopped ? fail(outcome::stopped, m_socket + ": stopped before a reply came")
+                                                : fail(outcome::timedOut, m_socket + ": no reply in time");
                 return false;
             }
         } else if (errno != EINTR) {

@@ -19,6 +19,8 @@ enum class outcome : std::uint8_t {
     refused, ///< the service refused it: `message` says why
     unreachable, ///< nobody listens at the socket, or it may not be used
     timedOut, ///< no whole reply in time. A write may or may not have been done
+    notSent, ///< stopped before the service had the whole request: it does nothing
+    stopped, ///< stopped after that. The service finishes what it has begun
     closed, ///< the service hung up before its reply was whole
     malformed, ///< the bytes that came are no reply to the request
     wrongUse, ///< the request cannot be expressed: a text or data too long
@@ -37,8 +39,8 @@ struct answer {
     [[nodiscard]] explicit operator bool() const { return what == outcome::done; }
 };
 
-/// A connection. One request at a time; not for several threads at once. After `timedOut`, `closed` and `malformed` it
-/// is closed, and every further request is `unreachable`.
+/// A connection. One request at a time; not for several threads at once. After `timedOut`, `notSent`, `stopped`, `closed`
+/// and `malformed` it is closed, and every further request is `unreachable`.
 class serviceConnection
 {
 public:
@@ -51,6 +53,9 @@ public:
     serviceConnection(serviceConnection&& other) noexcept;
     serviceConnection& operator=(serviceConnection&&) = delete;
     ~serviceConnection();
+
+    /// Ends a request once a descriptor can be read, unless its reply is there. @param descriptor  the caller's; -1: none
+    void stopAt(int descriptor) { m_stop = descriptor; }
 
     [[nodiscard]] bool connected() const { return m_descriptor >= 0; }
     [[nodiscard]] const std::string& error() const { return m_error; } ///< why not
@@ -69,11 +74,18 @@ private:
     using deadline = std::chrono::steady_clock::time_point;
 
     answer fail(outcome what, std::string message);
-    bool wait(short events, deadline until);
+    /// How a wait ended.
+    enum class waited : std::uint8_t {
+        ready,
+        tooLong,
+        stopped
+    };
+    waited wait(short events, deadline until) const;
     bool send(std::span<const std::uint8_t> bytes, deadline until, answer& result);
     bool receive(frame& reply, deadline until, answer& result);
 
     int m_descriptor = -1;
+    int m_stop = -1;
     std::uint16_t m_identifier = 0;
     std::chrono::milliseconds m_timeout;
     std::string m_socket;

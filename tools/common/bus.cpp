@@ -9,6 +9,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/fieldtext.h"
 #include "tools/common/number.h"
+#include "tools/common/offsetreads.h"
 
 namespace kest::tools
 {
@@ -73,21 +74,45 @@ int errnoAt(const busName& bus, std::uint8_t address)
     return now.state == host::iic::presence::absent ? ENXIO : now.error;
 }
 
+bool answersBehindHub(const device& which, std::uint8_t address)
+{
+    constexpr std::uint8_t done = 0;
+    // the device is there, and takes another number of offset bytes
+    constexpr std::uint8_t malformed = 1;
+    device other = which;
+    other.links.back().address = address;
+    offsetReads reads(other, which.speedKhz);
+    const auto hub = reads.trouble().empty() ? reads.holdHub() : nullptr;
+    if (hub == nullptr || hub->error() != 0) {
+        return false;
+    }
+    const std::uint8_t start = 0;
+    std::uint8_t byte = 0;
+    const std::optional<std::uint8_t> status = reads.readStatus({&start, 1}, {&byte, 1});
+    if (status && *status != done) {
+        reads.clearStatus();
+    }
+    return status == done || status == malformed;
+}
+
 std::string wrongFormHint(const device& which)
 {
     if (which.links.empty()) {
         return {};
     }
-    const unsigned address = which.head().address;
     const busName bus{which.bus, which.node};
-    // the hub is present: the missing device is behind it
-    if (answersAt(bus, which.head().address)) {
+    const bool headAnswers = answersAt(bus, which.head().address);
+    if (headAnswers && (!which.behindHub() || which.end().type->kind != deviceKind::seeprom)) {
         return {};
     }
-    const auto [first, last] = usualAddresses(*which.head().type);
+    // the hub is present: the missing device is behind it
+    const deviceLink& missing = headAnswers ? which.end() : which.head();
+    const unsigned address = missing.address;
+    const auto [first, last] = usualAddresses(*missing.type);
     for (const unsigned candidate : {address * 2, address / 2}) {
+        const auto other = static_cast<std::uint8_t>(candidate);
         if (candidate >= first && candidate <= last && candidate % 2 == 0 &&
-            answersAt(bus, static_cast<std::uint8_t>(candidate))) {
+            (headAnswers ? answersBehindHub(which, other) : answersAt(bus, other))) {
             const std::string there =
                 fmt::format("a device answers at {}: write ", addressText(static_cast<std::uint8_t>(candidate)));
             return there + (isFieldText(which.label)

@@ -22,8 +22,13 @@ namespace kest::tools
 /// succeed, or when the probe does not show it
 [[nodiscard]] int errnoAt(const busName& bus, std::uint8_t address);
 
-/// A hint for an address that looks like one in the wrong form: a device answers at its double or half. Probes those of
-/// the two at which a device of this type can be. Empty when nothing answers there either.
+/// Whether a memory part answers at another address behind the same port of a 922 hub, by a read behind one offset byte.
+/// Makes no error entry. @param which  a SEEPROM behind a hub
+[[nodiscard]] bool answersBehindHub(const device& which, std::uint8_t address);
+
+/// A hint for an address that looks like one in the wrong form: a device answers at its double or half, on the bus or,
+/// when the hub before it answers, behind that. Asks those of the two at which a device of this type can be. Empty when
+/// nothing answers there either.
 [[nodiscard]] std::string wrongFormHint(const device& which);
 
 /// Refuses a doubtful write, unless forced: when a kernel driver has the device's address, or that of the hub before

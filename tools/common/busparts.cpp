@@ -19,6 +19,9 @@ using host::iic::kernelDevice;
 using host::iic::presence;
 using host::iic::scanResult;
 
+/// Longer than parts promise to be busy after a page: 10 ms.
+constexpr std::uint32_t writeCycleMs = 50;
+
 struct kernelNameRow {
     std::string_view name;
     kest_deviceType type;
@@ -40,6 +43,12 @@ bool isHubAddress(std::uint8_t address)
 {
     constexpr std::array<std::uint8_t, 4> hubs{0x80, 0x82, 0x88, 0x8A};
     return std::ranges::find(hubs, address) != hubs.end();
+}
+
+bool isMemoryAddress(std::uint8_t address)
+{
+    const auto [first, last] = usualAddresses(*findType(KEST_DEV_SEEPROM_2K));
+    return address >= first && address <= last;
 }
 
 /// The types other than hubs that have an address in their range.
@@ -191,8 +200,12 @@ std::vector<foundPart> findParts(const busName& bus, const host::iic::sysfs& ker
         known = kernel.devices(*number, error);
     }
     searcher found(bus, search);
-    for (const scanResult& result : opened->scan()) {
+    for (scanResult result : opened->scan()) {
         const auto row = std::ranges::find(known, result.address, &kernelDevice::address);
+        if (result.state == presence::absent && (row != known.end() || isMemoryAddress(result.address))) {
+            // it may be in a write cycle
+            result = opened->awaitAnswer(result.address, writeCycleMs, search.asking.speedKhz);
+        }
         found.take(result, row == known.end() ? nullptr : &*row);
     }
     std::vector<foundPart> parts = std::move(found).parts();

@@ -199,6 +199,8 @@ interruptsHeld::~interruptsHeld() { --held; }
 
 int interruptSignal() { return taker == nullptr || held > 0 ? 0 : taker->signal(); }
 
+int interruptDescriptor() { return taker == nullptr ? -1 : taker->told(); }
+
 failure interruption(int signal, const std::string& device, const std::string& step)
 {
     const auto* row = std::ranges::find(signalRows, signal, &signalRow::number);

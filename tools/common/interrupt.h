@@ -38,6 +38,9 @@ public:
 /// @return the number of the first signal since the outermost watch began; 0 when there was none, or when they are held
 [[nodiscard]] int interruptSignal();
 
+/// A descriptor that can be read once there was a signal, for those who wait for others as well; -1 without a watch.
+[[nodiscard]] int interruptDescriptor();
+
 /// The failure of an operation that a signal has ended. No entry of the error log belongs to it.
 [[nodiscard]] failure interruption(int signal, const std::string& device, const std::string& step);
 /// Whether a failure is one of these.

@@ -26,6 +26,7 @@ struct detectOptions {
     std::vector<std::string> devices; ///< empty: those of the device table
     std::uint32_t speedKhz = 0;
     std::uint64_t waitNs = usualWaitNs; ///< for others who have a device
+    bool force = false; ///< reads a device behind a hub as the type that its text has
 };
 
 /// The result for one device.
@@ -58,6 +59,10 @@ finding look(const std::string& name, const detectOptions& options)
         result.which = findDevice(name);
         result.why = {.code = exitDone, .what = ""};
         refuseUnservedChain(result.which);
+        if (result.which.behindHub()) {
+            // it is detected by a read, which its type decides on
+            refuseOtherType(result.which, options.force);
+        }
         const deviceOperation held(result.which,
                                    {.use = operationUse::read, .doing = "detect", .waitNs = options.waitNs});
         checkPresence(result.which, options.speedKhz);
@@ -136,6 +141,7 @@ void addDetect(command program, context& shared)
     verb.texts("DEVICE", options->devices, "names, numbers or device texts; none: the whole device table", "");
     addSpeed(verb, options->speedKhz, "default: the bus's own");
     addWait(verb, options->waitNs);
+    verb.flag("--force", options->force, forcedType + ", for a device behind a hub");
     runs(verb, shared, options, runDetect);
 }
 

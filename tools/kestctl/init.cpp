@@ -107,8 +107,9 @@ void addInit(command program, context& shared)
                            "The kernel's names and the width proof of memory parts give rows that are\n"
                            "ready. Parts that can't be told apart without writing to them become comments.\n"
                            "The file says what is proved and what is a guess. Nothing is written to any\n"
-                           "part. --hubs sends bytes to 80, 82, 88 and 8A that are a question to a 922 hub\n"
-                           "and data to another part: use it where you know that these are hubs.");
+                           "part. --hubs sends bytes to 80 = 0x40, 82 = 0x41, 88 = 0x44 and 8A = 0x45 that\n"
+                           "are a question to a 922 hub and data to another part: use it where you know\n"
+                           "that these are hubs.");
     verb.texts("BUS", options->buses, "/dev/i2c-N, i2c-N, sim:NAME, or devices on the buses", "").required();
     addNode(verb, options->node);
     verb.text("-o,--output", options->output, "file to write (default: standard output)", "FILE");

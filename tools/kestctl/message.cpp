@@ -12,12 +12,14 @@
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
 #include "tools/common/identity.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/seeprom.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/messagefailure.h"
+#include "tools/kestctl/messagewrite.h"
 
 namespace kest::tools
 {
@@ -68,9 +70,11 @@ void guardHubRead(const device& which, bool force)
 client::serviceConnection connect(const messageOptions& options)
 {
     const auto seconds = parseSeconds(options.timeout, "timeout");
-    return client::serviceConnection(options.socket.empty() ? host::currentConfiguration().service.socket
-                                                            : std::filesystem::path(options.socket),
-                                     std::chrono::milliseconds(seconds / 1000000));
+    client::serviceConnection service(options.socket.empty() ? host::currentConfiguration().service.socket
+                                                             : std::filesystem::path(options.socket),
+                                      std::chrono::milliseconds(seconds / 1000000));
+    service.stopAt(interruptDescriptor());
+    return service;
 }
 
 /// Requests name no device number: copy 0 serves all of them, which surprises anyone who expects the device's own.
@@ -129,6 +133,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
     const byteRange range = rangeOf(chip, options);
     guardHubRead(which, options.force);
     warnUnlessHardware();
+    const interruptWatch signals;
     client::serviceConnection service = connect(options);
     client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
     requireServed(answer, which, readStep);
@@ -192,6 +197,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     const byteVector bytes =
         options.input.empty() ? parseHex(options.hex, "--hex") : readInput(options.input, client::maximumDataBytes);
     const byteRange range = chip.range(offsetOf(options), bytes.size());
+    const interruptWatch signals;
     warnUnlessHardware();
     refuseDoubtfulWrite(which, options.force);
     guardIdentity(options, which);
@@ -199,14 +205,13 @@ int runMessageWrite(const context& shared, const messageOptions& options)
                         range.offset),
             options.yes);
     client::serviceConnection service = connect(options);
-    const client::answer answer = service.writeSeeprom(which.text, range.offset, bytes);
-    requireServed(answer, which, "write by message");
+    writeByMessage(service, which, range.offset, bytes);
     if (shared.json) {
         standardOutput().json({{"device", which.label},
                                {"text", which.text},
                                {"offset", range.offset},
                                {"length", range.length},
-                               {"flags", answer.flags}});
+                               {"flags", client::flagServed | client::flagWritten}});
     } else {
         standardOutput().text(fmt::format("{}: wrote {} by message; not verified\n", escaped(which.label),
                                           countText(range.length, "byte")));

@@ -7,6 +7,7 @@
 #include "platform/host/errorlog/store.h"
 #include "tools/common/entryfailure.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 
 namespace kest::tools
 {
@@ -61,6 +62,10 @@ void requireServed(const client::answer& answer, const device& which, const std:
 {
     if (answer) {
         return;
+    }
+    const bool stopped = answer.what == client::outcome::notSent || answer.what == client::outcome::stopped;
+    if (stopped) {
+        throw interruption(interruptSignal(), which.label, step);
     }
     failure why{.what = answer.message, .device = which.label, .step = step};
     why.logId = answer.logId;

@@ -96,16 +96,17 @@ std::string pinList(std::uint32_t pins)
 /// Pin 15 of the PCA9552 at C0 or C2 is the reset line of two hubs.
 struct resetLine {
     std::uint8_t address;
-    const char* hubs;
+    std::array<std::uint8_t, 2> hubs;
 };
-constexpr std::array resetLines{resetLine{0xC0, "80 and 88"}, resetLine{0xC2, "82 and 8A"}};
+constexpr std::array resetLines{resetLine{0xC0, {0x80, 0x88}}, resetLine{0xC2, {0x82, 0x8A}}};
 constexpr unsigned resetPin = 15;
 
 void guardResetLine(const device& which, std::uint32_t pins, bool yes)
 {
     const auto line = std::ranges::find(resetLines, which.end().address, &resetLine::address);
     if (which.end().type->type == KEST_DEV_9552 && line != resetLines.end() && (pins >> resetPin & 1U) != 0) {
-        confirm(fmt::format("Pin {} of {} is the reset line of the hubs at {}.", resetPin, which.label, line->hubs),
+        confirm(fmt::format("Pin {} of {} is the reset line of the hubs at {} and {}.", resetPin, which.label,
+                            addressText(line->hubs[0]), addressText(line->hubs[1])),
                 yes);
     }
 }

@@ -1,6 +1,9 @@
 /// The client library with services that are slow, broken or hostile: every malformed reply is an error, and does no
 /// other harm.
+#include <future>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include "tests/tools/kestd_support.h"
 
@@ -195,6 +198,41 @@ TEST(KestdClient, LocationWithoutItsEnd)
         client::serviceConnection connection(fake.path());
         EXPECT_EQ(outcome::malformed, connection.location(1, 0).what);
     }
+}
+
+/// A descriptor that can be read, as after a signal.
+struct Stop {
+    Stop() = default;
+    Stop(const Stop&) = delete;
+    Stop& operator=(const Stop&) = delete;
+    ~Stop() { close(event); }
+    int event = eventfd(1, EFD_CLOEXEC);
+};
+
+TEST(KestdClient, ARequestThatIsStoppedBehindItsLastByteMayBeServed)
+{
+    FakeService fake([](RawClient& service) {
+        EXPECT_TRUE(service.receive());
+        EXPECT_FALSE(service.receive());
+    });
+    const Stop stop;
+    client::serviceConnection connection(fake.path());
+    connection.stopAt(stop.event);
+    EXPECT_EQ(outcome::stopped, connection.writeSeeprom(someLocation, 0, std::vector<std::uint8_t>(4)).what);
+    EXPECT_FALSE(connection.connected());
+}
+
+TEST(KestdClient, ARequestThatIsStoppedBeforeItsLastByteIsNotServed)
+{
+    std::promise<void> ended;
+    FakeService fake([&ended](RawClient&) { ended.get_future().wait(); });
+    const Stop stop;
+    client::serviceConnection connection(fake.path());
+    connection.stopAt(stop.event);
+    // more than a socket holds
+    EXPECT_EQ(outcome::notSent, connection.request(client::typeWrite, std::vector<std::uint8_t>(64 << 20)).what);
+    EXPECT_FALSE(connection.connected());
+    ended.set_value();
 }
 
 } // namespace

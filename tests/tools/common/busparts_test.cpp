@@ -126,5 +126,22 @@ TEST_F(BusParts, PartsWithRegistersAreGuessedWithoutATransferOfTheirBytes)
     EXPECT_EQ(2, asked);
 }
 
+/// A scan asks once, and a part in a write cycle does not acknowledge then.
+TEST_F(BusParts, APartInAWriteCycleIsWaitedFor)
+{
+    name("7-0050", "24c02");
+    for (const std::uint8_t address7 : std::initializer_list<std::uint8_t>{0x50, 0x51}) {
+        kernel.chips[address7] =
+            FakeChip{.memory = test::pattern(256), .offsetBytes = 1, .busyUntilNs = kernel.clockNs + 30'000'000};
+    }
+    EXPECT_EQ(presence::present, at(0xA0).state);
+    EXPECT_EQ("the kernel names it '24c02'", at(0xA0).note);
+    for (const std::uint8_t address7 : std::initializer_list<std::uint8_t>{0x50, 0x51}) {
+        kernel.chips[address7].busyUntilNs = kernel.clockNs + 30'000'000;
+    }
+    EXPECT_EQ(partSource::proof, at(0xA2).source);
+    EXPECT_EQ("1C0002", typeOf(at(0xA2)));
+}
+
 } // namespace
 } // namespace kest::tools

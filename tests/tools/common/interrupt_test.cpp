@@ -249,5 +249,26 @@ TEST_F(KestctlInterrupt, CommandsOfOneTransferEndWithTheSignalsExitCode)
     }
 }
 
+/// Nobody reads the line any more; the pages that were under way are finished, and the old bytes are saved.
+TEST_F(KestctlInterrupt, ATerminalThatIsClosedDuringThePagesEndsTheWrite)
+{
+    const std::string old = image("system");
+    HeldPages pages("sim:planar", 0xA0);
+    Program write("kestctl", StoppedWrite::command(*this, {}),
+                  configured({.environment = {{"TERM", "dumb"}}, .terminal = true}));
+    ASSERT_TRUE(pages.awaitWriter());
+    write.closeTerminal();
+    ASSERT_TRUE(isTaken(write, SIGHUP));
+    pages.letGo();
+    const RunResult ended = write.finish();
+    EXPECT_EQ(129, ended.exit);
+    EXPECT_EQ(0, ended.signal);
+    EXPECT_EQ(content(2).substr(0, 1024) + old.substr(1024), image("system"));
+    EXPECT_EQ(1U, undoFiles());
+    // the device is free at once
+    says({"seeprom", "undo", "planar-vpd", "--yes", "--wait", "0"});
+    EXPECT_EQ(old, image("system"));
+}
+
 } // namespace
 } // namespace kest::test

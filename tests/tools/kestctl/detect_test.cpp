@@ -70,5 +70,20 @@ TEST_F(KestctlFieldText, HintsAtAnAddressInTheWrongForm)
     EXPECT_THAT(refused.errors, HasSubstr("write 'sim:planar:24c256@50'"));
 }
 
+class KestctlDetectTypes : public MachineTest
+{
+};
+
+/// It is detected by a read of its type.
+TEST_F(KestctlDetectTypes, BehindAHubATypeThatTheTableDoesNotHaveIsRefusedUnlessForced)
+{
+    const RunResult refused = kestctl({"detect", "sim:planar,L,922,80,3,2C0256,A2"});
+    EXPECT_EQ(3, refused.exit);
+    EXPECT_THAT(refused.errors, HasSubstr("the device table has a 24C128, riser-vpd, at A2 = 0x51; name riser-vpd, or "
+                                          "--force takes the type that you give"));
+    EXPECT_EQ(0, kestctl({"detect", "sim:planar,L,922,80,3,2C0256,A2", "--force"}).exit);
+    EXPECT_EQ(0, kestctl({"detect", "sim:planar,L,2C0128,A0"}).exit) << "on the bus itself the address alone is asked";
+}
+
 } // namespace
 } // namespace kest::test

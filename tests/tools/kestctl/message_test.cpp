@@ -1,9 +1,13 @@
 /// Area "message": kestctl as a client of kestd on the demo machine, and of services that refuse or stay silent.
 #include <algorithm>
+#include <csignal>
+#include <future>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include "tests/host/iic_support.h"
+#include "tests/host/usedconfiguration.h"
+#include "tests/tools/heldpages.h"
 #include "tests/tools/kestd_support.h"
 
 namespace kest::test
@@ -299,6 +303,51 @@ TEST_F(KestctlMessage, ASilentServiceIsWaitedForNoLongerThanTheTimeOut)
     });
     EXPECT_THAT(complaint(1, {"read", "panel-vpd", "--timeout", "0.1", "--socket", fake.path().string()}),
                 HasSubstr("no reply in time"));
+}
+
+/// The service stands within the first page of the write.
+TEST_F(KestctlMessage, AWriteThatASignalEndsSaysWhatIsKnown)
+{
+    serve();
+    const UsedConfiguration used(machine() / "kest.toml");
+    for (const auto& [signal, exit, word] : std::vector<std::tuple<int, int, std::string>>{
+             {SIGINT, 130, "interrupted"}, {SIGTERM, 143, "ended by SIGTERM"}}) {
+        writeFile(machine() / "panel.bin", std::string(256, '\xAA'));
+        HeldPages pages("sim:planar", 0xA4);
+        Program write("kestctl", {"message", "write", "panel-vpd", "--hex", "0102", "--offset", "6", "--yes"},
+                      configured());
+        ASSERT_TRUE(pages.awaitWriter());
+        ASSERT_TRUE(deliver(write, signal));
+        const RunResult ended = write.finish();
+        EXPECT_EQ(exit, ended.exit);
+        EXPECT_EQ("", ended.output);
+        EXPECT_EQ("kestctl: panel-vpd: write by message: " + word +
+                      "; the service finishes the write when it has begun it, and else drops it: whether 2 bytes from "
+                      "offset 6 are written is not known; 'kestctl seeprom read panel-vpd --offset 6 --length 2' shows "
+                      "what it holds\n",
+                  ended.errors);
+        pages.letGo();
+        // waits for the service
+        EXPECT_THAT(kestctl({"seeprom", "read", "panel-vpd", "--offset", "6", "--length", "2"}).output,
+                    HasSubstr("01 02"));
+    }
+}
+
+TEST_F(KestctlMessage, ASignalEndsAReadThatTheServiceDoesNotAnswer)
+{
+    std::promise<void> asked;
+    FakeService fake([&asked](RawClient& service) {
+        EXPECT_TRUE(service.receive());
+        asked.set_value();
+        // the client hangs up
+        EXPECT_FALSE(service.receive());
+    });
+    Program read("kestctl", {"message", "read", "panel-vpd", "--socket", fake.path().string()}, configured());
+    asked.get_future().wait();
+    ASSERT_TRUE(deliver(read, SIGINT));
+    const RunResult ended = read.finish();
+    EXPECT_EQ(130, ended.exit);
+    EXPECT_EQ("kestctl: panel-vpd: read by message: interrupted\n", ended.errors);
 }
 
 } // namespace

@@ -86,7 +86,7 @@ TEST_F(KestctlPort, AnswersInJson)
 
 TEST_F(KestctlPort, AHubsResetLineAsksFirst)
 {
-    constexpr const char* question = "Pin 15 of panel-leds is the reset line of the hubs at 80 and 88.";
+    constexpr const char* question = "Pin 15 of panel-leds is the reset line of the hubs at 80 = 0x40 and 88 = 0x44.";
     const RunResult refused = kestctl({"port", "write", "panel-leds", "low", "--pins", "14,15"});
     EXPECT_EQ(3, refused.exit);
     EXPECT_EQ(std::string("kestctl: ") + question + " not confirmed; --yes confirms it\n", refused.errors);
@@ -109,7 +109,7 @@ TEST_F(KestctlPort, ConfirmationIsTypedOnATerminal)
     const RunResult no =
         kestctl({"port", "write", "panel-leds", "low", "--pins", "15"}, {.input = "n\n", .terminal = true});
     EXPECT_EQ(3, no.exit);
-    EXPECT_THAT(no.output, HasSubstr("reset line of the hubs at 80 and 88. Go on? [y/N] "));
+    EXPECT_THAT(no.output, HasSubstr("reset line of the hubs at 80 = 0x40 and 88 = 0x44. Go on? [y/N] "));
     EXPECT_THAT(no.output, HasSubstr("not confirmed, nothing was done"));
     EXPECT_EQ(0xFFFF, json::parse(says({"port", "read", "panel-leds", "--json"})).at("value"));
     EXPECT_EQ(0,

@@ -201,5 +201,22 @@ TEST_F(KestctlReadBack, FailuresOfReadsHaveEntriesOfTheirOwn)
     expectEntry(0x80001708, "[0, 256, 5, 0]");
 }
 
+/// The chip takes the bytes of the second page for the first one: a bit of the offset came otherwise.
+TEST_F(KestctlReadBack, APageThatABusyChipDoesNotHoldIsLost)
+{
+    fault({"corrupt", "--bus", "planar", "--address", "0xA8", "--way", "write", "--nth", "20", "--count", "1", "--byte",
+           "1", "--value", "0x20"});
+    fails(
+        5, 64, 96,
+        "power-vpd: verify: what was read back differs from offset 96 (0x60) on: wrote 6e, read aa; 1 of 3 pages hold "
+        "the old bytes, although the chip was busy after them: they were lost; try again; 'kestctl seeprom restore ");
+    EXPECT_EQ(std::string(32, 'n') + std::string(32, '\xAA') + std::string(32, 'n'), image("power").substr(64, 96));
+    says({"seeprom", "undo", "power-vpd", "--yes"});
+    const RunResult again = kestctl({"--json", "seeprom", "write", "power-vpd", "--offset", "64", "-i",
+                                     file("new", std::string(96, 'n')), "--yes"});
+    EXPECT_EQ(0, again.exit);
+    EXPECT_EQ(std::string(96, 'n'), image("power").substr(64, 96));
+}
+
 } // namespace
 } // namespace kest::test

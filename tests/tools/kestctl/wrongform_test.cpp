@@ -75,5 +75,20 @@ TEST_F(KestctlWrongForm, IsPointedOutByAScan)
     EXPECT_EQ("a device answers at A0 = 0x50: write A0, addresses are in the 8-bit form", hints[0].at("hint"));
 }
 
+TEST_F(KestctlWrongForm, IsPointedOutBehindAHub)
+{
+    // riser-vpd is at A2 behind port 3, a 24C02 at A4 behind port 1
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,L,922,80,1,1C0002,52", "--length", "4"}),
+                HasSubstr("the device behind the hub does not answer at 52 = 0x29, port 1; a device answers at A4 = "
+                          "0x52: write A4, addresses are in the 8-bit form"));
+    // of the other width: the hub refuses it, so it is there
+    EXPECT_THAT(complaint(4, {"detect", "sim:planar,L,922,80,1,2C0256,52"}),
+                HasSubstr("; a device answers at A4 = 0x52: write A4"));
+    EXPECT_THAT(complaint(4, {"seeprom", "read", "sim:planar,L,922,80,2,1C0002,52", "--length", "4"}),
+                testing::Not(HasSubstr("a device answers")));
+    // no status stays in the hub
+    says({"seeprom", "read", "riser-vpd", "--length", "4"});
+}
+
 } // namespace
 } // namespace kest::test
