@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "contents/overlap.h"
 #include "contents/problem.h"
 #include "contents/scaling.h"
 #include "contents/sums.h"
@@ -219,6 +220,7 @@ bool reader::readArea(const row& field, const window& outer, const std::string& 
     } else if (isReadable && !readRows(field.rows, found.bytes, inner, structure.children)) {
         damage(structure, endsEarly);
     }
+    checkOverlap(structure, into);
     into.push_back(std::move(structure));
     return true;
 }

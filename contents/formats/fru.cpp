@@ -60,7 +60,8 @@ constexpr row header[] = {
     {.name = "checksum", .label = "Header checksum", .as = kind::checksum, .at = 7, .sum = {.as = sumKind::zero8}},
 };
 
-constexpr std::string_view areaOffsets[] = {"chassisOffset", "boardOffset", "productOffset", "recordOffset"};
+constexpr std::string_view areaOffsets[] = {
+    "internalOffset", "chassisOffset", "boardOffset", "productOffset", "recordOffset"};
 
 constexpr row internalUse[] = {
     {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions},
@@ -261,9 +262,10 @@ constexpr row rows[] = {
      .ownLength = true, .ownLengthAt = 1, .lengthUnit = unit, .least = unit}, .rows = board},
     {.name = "product", .label = "Product", .as = kind::block, .where = {.atField = "productOffset", .atUnit = unit,
      .ownLength = true, .ownLengthAt = 1, .lengthUnit = unit, .least = unit}, .rows = product},
-    {.name = "record", .label = "Records", .as = kind::list, .length = 0, .where = {.atField = "recordOffset",
-     .atUnit = unit}, .entries = {.headerLength = 5, .header = recordHeader, .typeField = "type",
-     .lengthField = "length", .lastField = "isLast", .showHeader = true, .known = records}},
+    {.name = "record", .label = "Records", .as = kind::list, .length = 0,
+     .where = {.atField = "recordOffset", .atUnit = unit, .beforeFields = areaOffsets},
+     .entries = {.headerLength = 5, .header = recordHeader, .typeField = "type", .lengthField = "length",
+     .lastField = "isLast", .showHeader = true, .known = records}},
 };
 
 // A header that sums to zero; or, where its sum is wrong, a board area of version 1 whose first string is ASCII text.
