@@ -105,7 +105,7 @@ bool reader::readValue(const row& field, const window& block, const std::string&
                .bit = field.bit,
                .bits = bitsShown(field, spot->size()),
                .source = &field};
-    m_covered.add(value.offset, value.length);
+    cover(field, block, value);
     if (field.as == kind::checksum) {
         checkSum(field, block, value);
     } else {
@@ -142,12 +142,6 @@ void reader::setValue(const row& field, const window& block, node& into)
     decodedValue found = decodeValue(field, bytes, m_known);
     if (found.raw) {
         m_known.remember(field.name, *found.raw);
-    }
-    for (const place& piece : field.more) {
-        m_covered.add(block.begin + piece.at, piece.at < block.size() ? 1 : 0);
-    }
-    if (field.fine.at != 0 && field.fine.at < block.size()) {
-        m_covered.add(block.begin + field.fine.at, 1);
     }
     // a special value of a number has no unit: "not given"
     if (field.as == kind::number && std::holds_alternative<std::string>(found.value)) {

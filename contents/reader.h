@@ -40,6 +40,7 @@ private:
     bool readRow(const row& field, const window& block, const std::string& prefix, std::vector<node>& into);
     bool readValue(const row& field, const window& block, const std::string& prefix, std::vector<node>& into);
     void readProduct(const row& field, const window& block, const std::string& prefix, std::vector<node>& into) const;
+    void cover(const row& field, const window& block, const node& value);
     void setValue(const row& field, const window& block, node& into);
     void checkSum(const row& field, const window& block, node& into) const;
     bool readArea(const row& field, const window& outer, const std::string& prefix, std::vector<node>& into);

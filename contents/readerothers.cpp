@@ -1,4 +1,4 @@
-/// The part of `reader` that shows the bytes without a meaning.
+/// The part of `reader` that shows the bytes without a meaning, and bits of them.
 #include "contents/decodedvalue.h"
 #include "contents/reader.h"
 
@@ -9,6 +9,7 @@ namespace
 
 /// So many equal bytes 00 or FF in a row, at the end of others, are a fill.
 constexpr std::size_t leastFill = 8;
+constexpr std::size_t bitsOfByte = 8;
 
 /// @return where the run of one byte, 00 or FF, that ends at `end` begins; `end` when it is none or too short
 std::size_t fillBegin(std::span<const std::uint8_t> image, std::size_t begin, std::size_t end)
@@ -43,7 +44,54 @@ node fillNode(std::span<const std::uint8_t> image, std::size_t begin, std::size_
             .length = end - begin};
 }
 
+node otherBits(std::span<const std::uint8_t> image, std::size_t at, std::uint8_t mask)
+{
+    const auto bits = static_cast<std::uint8_t>(image[at] & mask);
+    return {.name = "other.bitsAt" + std::to_string(at),
+            .label = "Bits not known",
+            .value = std::int64_t{bits},
+            .text = "0x" + spacedHex({&bits, 1}),
+            .offset = at,
+            .length = 1,
+            .is = verdict::unknown};
+}
+
+/// The bits of one byte of a number that has `bits` bits from `bit` up.
+/// @param significance  0 for the lowest byte
+std::uint8_t maskOf(std::size_t bit, std::size_t bits, std::size_t significance)
+{
+    std::uint8_t mask = 0;
+    for (std::size_t each = 0; each < bitsOfByte; ++each) {
+        const std::size_t place = significance * bitsOfByte + each;
+        if (place >= bit && place < bit + bits) {
+            mask = static_cast<std::uint8_t>(mask | 1U << each);
+        }
+    }
+    return mask;
+}
+
 } // namespace
+
+void reader::cover(const row& field, const window& block, const node& value)
+{
+    if (value.bits == 0) {
+        m_covered.add(value.offset, value.length);
+    }
+    for (std::size_t index = 0; value.bits != 0 && index < value.length; ++index) {
+        const std::size_t significance = field.order == byteOrder::big ? value.length - 1 - index : index;
+        if (const std::uint8_t mask = maskOf(value.bit, value.bits, significance); mask != 0) {
+            m_covered.addBits(value.offset + index, mask);
+        }
+    }
+    for (const place& piece : field.more) {
+        if (piece.at < block.size()) {
+            m_covered.addBits(block.begin + piece.at, maskOf(piece.bit, piece.bits, 0));
+        }
+    }
+    if (field.fine.at != 0 && field.fine.at < block.size()) {
+        m_covered.add(block.begin + field.fine.at, 1);
+    }
+}
 
 std::optional<node> reader::others() const
 {
@@ -55,6 +103,11 @@ std::optional<node> reader::others() const
         }
         if (fill < behind) {
             all.children.push_back(fillNode(m_image, fill, behind));
+        }
+    }
+    for (const auto& [at, mask] : m_covered.openBits()) {
+        if ((m_image[at] & mask) != 0) {
+            all.children.push_back(otherBits(m_image, at, mask));
         }
     }
     return all.children.empty() ? std::nullopt : std::optional(std::move(all));

@@ -128,6 +128,19 @@ TEST(Ddr4, HigherRangeOfLatencies)
     EXPECT_EQ("26", textOf(readExactly("ddr4", image), "casLatencies"));
 }
 
+TEST(Ddr4, ReservedBitsAreShown)
+{
+    Bytes image = laptopModule();
+    // bit 4 of byte 9, whose bits 5 to 7 have a meaning; bits 4 to 7 of byte 36, whose others belong to tFAW
+    image[9] = 0x70;
+    image[36] = 0xA0;
+    const reading what = readExactly("ddr4", image);
+    EXPECT_EQ("0x10", textOf(what, "other.bitsAt9"));
+    EXPECT_EQ("0xA0", textOf(what, "other.bitsAt36"));
+    EXPECT_EQ(nullptr, findNode(what, "other.bitsAt27"));
+    EXPECT_EQ(nullptr, findNode(readExactly("ddr4", laptopModule()), "other.bitsAt9"));
+}
+
 TEST(Ddr4, TimesOfAnUnknownTimebaseAreBytes)
 {
     Bytes image = laptopModule();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "contents/recognise.h"
@@ -148,6 +149,17 @@ TEST(Edid, TimingWithAnalogueSync)
     EXPECT_EQ("with serration", textOf(what, "descriptor.1.serration"));
     EXPECT_EQ("all colours", textOf(what, "descriptor.1.analogueSync"));
     EXPECT_EQ(nullptr, findNode(what, "descriptor.1.verticalPolarity"));
+}
+
+TEST(Edid, BitsOfColoursAreSharedAndNoneIsLeft)
+{
+    Bytes image = vgaMonitor();
+    std::fill_n(image.begin() + 25, 10, std::uint8_t{0xFF});
+    const reading what = readExactly("edid", image);
+    EXPECT_EQ("0.999023", textOf(what, "whiteY"));
+    EXPECT_EQ(nullptr, findNode(what, "other.bitsAt25"));
+    EXPECT_EQ(nullptr, findNode(what, "other.bitsAt26"));
+    EXPECT_EQ(nullptr, findNode(what, "other.bitsAt34"));
 }
 
 TEST(Edid, TimingWithoutPixelsHasNoRate)
