@@ -6,6 +6,7 @@ packages_demo="xxd"
 packages_test="libgtest-dev libgmock-dev googletest python3 sigrok-cli sqlite3 libseccomp-dev"
 packages_bench="python3"
 packages_bare="mmdebstrap git"
+packages_package="debhelper lintian git"
 packages_checks="ccache clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git g++-powerpc-linux-gnu
   qemu-user-static"
 
