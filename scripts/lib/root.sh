@@ -1,0 +1,47 @@
+# Scripts that try things on a bare Debian 12 source this one, after setup.sh. It makes a minimal root from this machine's own package
+# sources and runs commands in it.
+
+# enter_namespace SCRIPT ARGUMENT...: goes on as root in namespaces of its own. Mounts and processes end with the script.
+enter_namespace()
+{
+    if [ "$(id -u)" -ne 0 ]; then
+        exec sudo --preserve-env=http_proxy,https_proxy "$@"
+    fi
+    if [ -z "${KEST_ROOT_NAMESPACE:-}" ]; then
+        KEST_ROOT_NAMESPACE=1 exec unshare --mount --pid --fork --kill-child "$@"
+    fi
+}
+
+# sources_of_debian: prints the files of this machine's package sources that name Debian's own archive.
+sources_of_debian()
+{
+    apt-get indextargets --format '$(SOURCESENTRY)' 'Created-By: Packages' 'Origin: Debian' | sed 's/:[0-9]*$//' | sort -u
+}
+
+# make_root: makes a minimal root, $root, which goes when the script ends.
+make_root()
+{
+    root=$(mktemp -d)
+    trap 'umount -l "$root"/proc "$root"/sys "$root"/dev 2>/dev/null; rm -rf --one-file-system "$root"' EXIT
+    local sources
+    mapfile -t sources < <(sources_of_debian)
+    if [ "${#sources[@]}" -eq 0 ]; then
+        apt-get update -qq
+        mapfile -t sources < <(sources_of_debian)
+    fi
+    [ "${#sources[@]}" -gt 0 ] || { echo "error: no source of Debian's packages is configured here" >&2; exit 1; }
+    apt-config dump | grep -E '^Acquire::(http|https|Check|Retries)' >"$root.conf" || true
+    mmdebstrap --quiet --variant=minbase --aptopt="$root.conf" bookworm "$root" "${sources[@]}"
+    rm "$root.conf"
+    cp /etc/resolv.conf "$root/etc/resolv.conf"
+    mount --rbind /sys "$root/sys"
+    mount --rbind /dev "$root/dev"
+    mount -t proc proc "$root/proc"
+}
+
+# in_root COMMAND...: runs a command in $root. Of this machine's environment it sees only the proxies for packages.
+in_root()
+{
+    env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb ${http_proxy:+http_proxy=$http_proxy} \
+        ${https_proxy:+https_proxy=$https_proxy} chroot "$root" "$@" </dev/null
+}
