@@ -29,6 +29,15 @@ identity checkPart(seeprom& chip, const writePlan& plan, bool force, widthGuard&
     return checkIdentity(chip, force);
 }
 
+/// Whether the part's contents may become what is written, when something is to be written.
+contentsFinding checkContents(seeprom& chip, const writePlan& plan, const carefulWriteOptions& options)
+{
+    return plan.ranges.empty() || options.contentsKnown
+               ? contentsFinding()
+               : guardContents(chip, plan.whole, plan.old, plan.bytes,
+                               {.dryRun = options.dryRun, .force = options.force});
+}
+
 writeReport reportOf(const writePlan& plan, std::uint32_t pageBytes)
 {
     writeReport report;
@@ -225,6 +234,7 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
     writeReport report = reportOf(plan, chip.pageBytes());
     report.part = beforeWriting([&] { return checkPart(chip, plan, options.force, width); });
     report.width = width.finding();
+    report.contents = beforeWriting([&] { return checkContents(chip, plan, options); });
     if (options.dryRun || plan.ranges.empty()) {
         report.verified = plan.ranges.empty();
         return report;

@@ -85,6 +85,24 @@ const char* insteadOf(deviceKind kind)
     }
 }
 
+/// The rows of the device table at a device's place, of whatever name, that expect something of it.
+std::vector<const host::deviceEntry*> expectingRows(const device& which)
+{
+    const host::configuration& settings = host::currentConfiguration();
+    const std::vector<host::placedType> mine = host::placesOf(which.text, settings.nodes);
+    std::vector<const host::deviceEntry*> rows;
+    for (const host::deviceEntry& row : settings.devices) {
+        if (row.expect.empty() && row.expectFormat.empty()) {
+            continue;
+        }
+        const std::vector<host::placedType> theirs = host::placesOf(row.location, settings.nodes);
+        if (!mine.empty() && !theirs.empty() && mine.back().place == theirs.back().place) {
+            rows.push_back(&row);
+        }
+    }
+    return rows;
+}
+
 } // namespace
 
 bool isDeviceText(const std::string& text) { return text.find(',') != std::string::npos || isFieldText(text); }
@@ -154,19 +172,21 @@ void refuseOtherType(const device& which, bool force)
 
 std::vector<host::expectedBytes> expectedAt(const device& which)
 {
-    const host::configuration& settings = host::currentConfiguration();
-    const std::vector<host::placedType> mine = host::placesOf(which.text, settings.nodes);
     std::vector<host::expectedBytes> expected;
-    for (const host::deviceEntry& row : settings.devices) {
-        if (row.expect.empty()) {
-            continue;
-        }
-        const std::vector<host::placedType> theirs = host::placesOf(row.location, settings.nodes);
-        if (!mine.empty() && !theirs.empty() && mine.back().place == theirs.back().place) {
-            expected.insert(expected.end(), row.expect.begin(), row.expect.end());
-        }
+    for (const host::deviceEntry* row : expectingRows(which)) {
+        expected.insert(expected.end(), row->expect.begin(), row->expect.end());
     }
     return expected;
+}
+
+std::string expectedFormatAt(const device& which)
+{
+    for (const host::deviceEntry* row : expectingRows(which)) {
+        if (!row->expectFormat.empty()) {
+            return row->expectFormat;
+        }
+    }
+    return {};
 }
 
 bool isWidthProved(const device& which)

@@ -34,6 +34,9 @@ void refuseOtherType(const device& which, bool force);
 /// What the device table expects at a device's place, of whatever name.
 [[nodiscard]] std::vector<host::expectedBytes> expectedAt(const device& which);
 
+/// The format that the device table expects of the contents at a device's place, of whatever name; empty: none.
+[[nodiscard]] std::string expectedFormatAt(const device& which);
+
 /// Whether the device table says that the offset width of the device's type is right.
 [[nodiscard]] bool isWidthProved(const device& which);
 

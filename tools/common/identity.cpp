@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <fmt/core.h>
+#include <optional>
 #include <span>
 
+#include "contents/recognise.h"
+#include "tools/common/device.h"
 #include "tools/common/entryfailure.h"
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
@@ -35,6 +38,29 @@ byteRange pagesAround(const device& which, const byteRange& range)
     return {first, std::min(end, which.end().type->bytes) - first};
 }
 
+bool isAll(std::span<const unsigned char> bytes, unsigned char byte)
+{
+    return std::ranges::all_of(bytes, [byte](unsigned char each) { return each == byte; });
+}
+
+/// Throws unless bytes of a device can be read at an offset.
+void requireOffsets(const device& which)
+{
+    const deviceTypeInfo& type = *which.end().type;
+    if (type.bytes == 0 || type.type == KEST_DEV_172) {
+        throw failure{
+            .code = exitWrongUse,
+            .what = fmt::format("the device table expects bytes of {}, which can't be read at an offset", aChip(type)),
+            .device = which.label};
+    }
+}
+
+/// What was read of a part.
+struct seenPart {
+    byteVector all;
+    identityFinding first{.found = identity::asExpected}; ///< the first difference, when there is one
+};
+
 /// @param at  the first of the bytes that differs
 identityFinding differenceOf(const host::expectedBytes& expected, std::span<const unsigned char> seen, std::size_t at)
 {
@@ -50,7 +76,7 @@ identityFinding differenceOf(const host::expectedBytes& expected, std::span<cons
             .seen = seen[at]};
 }
 
-/// The refusal of a part that holds other bytes than expected.
+/// The refusal of a part that holds something else than expected.
 failure otherPart(const device& which, const identityFinding& finding)
 {
     failure why{.code = exitRefused,
@@ -64,12 +90,57 @@ failure otherPart(const device& which, const identityFinding& finding)
     return why;
 }
 
-bool isAll(std::span<const unsigned char> bytes, unsigned char byte)
+/// Reads what the table expects at offsets.
+void lookAtBytes(const device& which, std::uint32_t served, const bytesReader& read, seenPart& seen)
 {
-    return std::ranges::all_of(bytes, [byte](unsigned char each) { return each == byte; });
+    // a copy can be shorter than its device
+    const bool wholePages = served == which.end().type->bytes;
+    const std::vector<host::expectedBytes> expected = expectedAt(which);
+    requireRoomFor(which, expected);
+    for (const host::expectedBytes& each : expected) {
+        const byteRange range{each.offset, static_cast<std::uint32_t>(each.bytes.size())};
+        const byteRange around = wholePages ? pagesAround(which, range) : range;
+        const byteVector bytes = read(around);
+        const auto part = std::span(bytes).subspan(each.offset - around.offset, each.bytes.size());
+        const auto at = static_cast<std::size_t>(std::ranges::mismatch(each.bytes, part).in1 - each.bytes.begin());
+        if (at != each.bytes.size() && seen.first.found == identity::asExpected) {
+            seen.first = differenceOf(each, part, at);
+        }
+        seen.all.insert(seen.all.end(), bytes.begin(), bytes.end());
+    }
+}
+
+/// Reads as many bytes as show the format of the contents, where the table expects one.
+void lookForFormat(const device& which, std::uint32_t served, const bytesReader& read, seenPart& seen)
+{
+    const std::string name = expectedFormatAt(which);
+    if (name.empty()) {
+        return;
+    }
+    const contents::format& expected = requireFormatFor(which, name);
+    const byteVector bytes = read({0, recognitionBytes(served)});
+    const auto found = contents::recognise(bytes);
+    if (std::ranges::find(found, &expected) == found.end() && seen.first.found == identity::asExpected) {
+        const std::string held = found.empty() ? "no known format" : std::string(found.front()->name);
+        seen.first = {.found = identity::unexpected,
+                      .difference = fmt::format("the device table expects contents of the format {}, the part holds {}",
+                                                expected.name, held)};
+    }
+    seen.all.insert(seen.all.end(), bytes.begin(), bytes.end());
 }
 
 } // namespace
+
+const contents::format& requireFormatFor(const device& which, const std::string& name)
+{
+    requireOffsets(which);
+    try {
+        return formatNamed(name);
+    } catch (failure& why) {
+        why.device = which.label;
+        throw;
+    }
+}
 
 const char* identityWord(identity found)
 {
@@ -89,12 +160,7 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
 {
     const deviceTypeInfo& type = *which.end().type;
     for (const host::expectedBytes& each : expected) {
-        if (type.bytes == 0 || type.type == KEST_DEV_172) {
-            throw failure{.code = exitWrongUse,
-                          .what = fmt::format("the device table expects bytes of {}, which can't be read at an offset",
-                                              aChip(type)),
-                          .device = which.label};
-        }
+        requireOffsets(which);
         if (each.offset + std::uint64_t{each.bytes.size()} > type.bytes) {
             throw failure{.code = exitWrongUse,
                           .what = fmt::format("the device table expects {} at offset {}, which pass the end: the "
@@ -105,41 +171,29 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
     }
 }
 
+bool isExpected(const device& which) { return !expectedAt(which).empty() || !expectedFormatAt(which).empty(); }
+
 identity checkIdentity(seeprom& chip, bool force)
 {
-    // a copy can be shorter than its device
     return checkIdentity(
-        chip.target(), chip.touchesHardware(), [&chip](const byteRange& range) { return chip.read(range, step); },
-        force);
+        chip.target(), servedBytes(chip), [&chip](const byteRange& range) { return chip.read(range, step); }, force);
 }
 
-identityFinding findIdentity(const device& which, bool wholePages, const bytesReader& read)
+identityFinding findIdentity(const device& which, std::uint32_t served, const bytesReader& read)
 {
-    const std::vector<host::expectedBytes> expected = expectedAt(which);
-    if (expected.empty()) {
+    if (!isExpected(which)) {
         return {};
     }
-    requireRoomFor(which, expected);
-    identityFinding first{.found = identity::asExpected};
-    byteVector all;
-    for (const host::expectedBytes& each : expected) {
-        const byteRange range{each.offset, static_cast<std::uint32_t>(each.bytes.size())};
-        const byteRange around = wholePages ? pagesAround(which, range) : range;
-        const byteVector bytes = read(around);
-        const auto seen = std::span(bytes).subspan(each.offset - around.offset, each.bytes.size());
-        const auto at = static_cast<std::size_t>(std::ranges::mismatch(each.bytes, seen).in1 - each.bytes.begin());
-        if (at != each.bytes.size() && first.found == identity::asExpected) {
-            first = differenceOf(each, seen, at);
-        }
-        all.insert(all.end(), bytes.begin(), bytes.end());
-    }
-    const bool isBlank = isAll(all, 0xFF) || isAll(all, 0x00);
-    return first.found == identity::unexpected && isBlank ? identityFinding{.found = identity::blank} : first;
+    seenPart seen;
+    lookAtBytes(which, served, read, seen);
+    lookForFormat(which, served, read, seen);
+    const bool isBlank = isAll(seen.all, 0xFF) || isAll(seen.all, 0x00);
+    return seen.first.found == identity::unexpected && isBlank ? identityFinding{.found = identity::blank} : seen.first;
 }
 
-identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force)
+identity checkIdentity(const device& which, std::uint32_t served, const bytesReader& read, bool force)
 {
-    const identityFinding finding = findIdentity(which, wholePages, read);
+    const identityFinding finding = findIdentity(which, served, read);
     if (finding.found == identity::unexpected && !force) {
         throw otherPart(which, finding);
     }

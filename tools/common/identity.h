@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
+#include <vector>
 
+#include "tools/common/partcontents.h"
 #include "tools/common/seeprom.h"
 
 namespace kest::tools
@@ -24,13 +25,18 @@ enum class identity : std::uint8_t {
 /// no offset.
 void requireRoomFor(const device& which, const std::vector<host::expectedBytes>& expected);
 
-/// Reads what the table expects, from where the device is served, before a write to it. Around it the whole pages are
-/// read, so that a single FF does not pass for a blank part. Throws a `failure` and makes an error entry (exit code 3)
+/// The format that the table expects of a device's contents. Throws a `failure` (exit code 2) when there is none of that
+/// name, or the device holds no bytes, or its hardware is sent no offset.
+[[nodiscard]] const contents::format& requireFormatFor(const device& which, const std::string& name);
+
+/// Whether the table expects anything of a device.
+[[nodiscard]] bool isExpected(const device& which);
+
+/// Reads what the table expects, from where the device is served, before a write to it. Around expected bytes the whole
+/// pages are read, so that a single FF does not pass for a blank part; for a format, as many bytes as show which it is. Throws a `failure` and makes an error entry (exit code 3)
 /// when the part holds something else and is not blank; and throws as requireRoomFor() and seeprom::read().
 /// @param force  returns `unexpected` instead of throwing
 [[nodiscard]] identity checkIdentity(seeprom& chip, bool force);
-
-using bytesReader = std::function<byteVector(const byteRange& range)>;
 
 struct identityFinding {
     identity found = identity::notExpected;
@@ -42,10 +48,10 @@ struct identityFinding {
 };
 
 /// The same by a reader of the caller's; makes no error entry. Throws as requireRoomFor() and the reader.
-/// @param wholePages  whether the pages around the expected bytes can be read
-[[nodiscard]] identityFinding findIdentity(const device& which, bool wholePages, const bytesReader& read);
+/// @param served  how many bytes can be read, from the first one on
+[[nodiscard]] identityFinding findIdentity(const device& which, std::uint32_t served, const bytesReader& read);
 
 /// The same, with an error entry and a `failure` for another part. @param force  returns `unexpected` instead of throwing
-[[nodiscard]] identity checkIdentity(const device& which, bool wholePages, const bytesReader& read, bool force);
+[[nodiscard]] identity checkIdentity(const device& which, std::uint32_t served, const bytesReader& read, bool force);
 
 } // namespace kest::tools

@@ -9,6 +9,7 @@
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldchanges.h"
 #include "tools/common/files.h"
 #include "tools/common/heldread.h"
 #include "tools/common/json.h"
@@ -52,6 +53,13 @@ bool exists(std::uint32_t number)
     return error == 0;
 }
 
+/// What the copy that is there becomes in fields. Nothing when none can be read.
+std::optional<fieldChanges> changesOf(std::uint32_t number, const byteVector& fresh)
+{
+    byteVector old;
+    return host::readCopy(number, old) == 0 ? fieldChangesOf(old, fresh) : std::nullopt;
+}
+
 /// What becomes a copy.
 struct newCopy {
     std::uint32_t number = 0;
@@ -67,6 +75,7 @@ int replace(const context& shared, const newCopy& fresh, bool yes)
     if (exists(fresh.number)) {
         confirm(fmt::format("{}: replace it?", label), yes);
     }
+    const std::optional<fieldChanges> changes = changesOf(fresh.number, fresh.bytes);
     throwCopy(host::replaceCopy(fresh.number, fresh.bytes, fresh.facts), fresh.number, "write");
     if (shared.json) {
         host::copyInfo made;
@@ -74,9 +83,11 @@ int replace(const context& shared, const newCopy& fresh, bool yes)
         jsonValue result = copyJson(made);
         result.add("wavered", jsonNumbers(fresh.wavered));
         result.add("outvoted", fresh.outvoted);
+        result.add("fields", fieldChangesJson(changes));
         standardOutput().json(result);
     } else {
-        standardOutput().text(fmt::format("{}: holds {} now\n", escaped(label), countText(fresh.bytes.size(), "byte")));
+        standardOutput().text(fmt::format("{}: holds {} now\n", escaped(label), countText(fresh.bytes.size(), "byte")) +
+                              fieldLines(changes, "  "));
     }
     return exitDone;
 }

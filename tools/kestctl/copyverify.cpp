@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <fmt/core.h>
+#include <optional>
 #include <vector>
 
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldchanges.h"
 #include "tools/common/heldread.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
@@ -33,6 +35,7 @@ struct copyComparison {
     std::size_t deviceBytes = 0;
     std::vector<byteRange> ranges;
     std::uint64_t differing = 0; ///< bytes of all ranges
+    std::optional<fieldChanges> fields; ///< "old" is the copy's, "new" the device's
 };
 
 /// The ranges in which two byte strings differ.
@@ -60,7 +63,9 @@ copyComparison compareWithDevice(const host::copyInfo& copy, seeprom& chip, std:
     throwCopy(host::readCopy(copy.number, held), copy.number, "verify");
     const byteVector present = readHeld(chip, chip.range(0, std::nullopt), "verify",
                                         {.use = operationUse::read, .doing = "copy verify", .waitNs = waitNs});
-    copyComparison found{.deviceBytes = present.size(), .ranges = differingRanges(present, held)};
+    copyComparison found{.deviceBytes = present.size(),
+                         .ranges = differingRanges(present, held),
+                         .fields = fieldChangesOf(held, present)};
     for (const byteRange& range : found.ranges) {
         found.differing += range.length;
     }
@@ -94,7 +99,7 @@ void tellAlikeOrNot(const host::copyInfo& copy, const copyComparison& found)
     for (const byteRange& range : found.ranges) {
         text += fmt::format("  offset {} (0x{:X}): {}\n", range.offset, range.offset, countText(range.length, "byte"));
     }
-    standardOutput().text(text);
+    standardOutput().text(text + fieldLines(found.fields, "  "));
 }
 
 jsonValue rangesJson(const std::vector<byteRange>& ranges)
@@ -137,6 +142,7 @@ int runCopyVerify(const context& shared, const verifyOptions& options)
                     {"equal", found.ranges.empty()},
                     {"differing", found.differing},
                     {"ranges", rangesJson(found.ranges)},
+                    {"fields", fieldChangesJson(found.fields)},
                     {"wavered", jsonNumbers(chip.wavered())},
                     {"outvoted", chip.outvoted()}});
         standardOutput().json(result);

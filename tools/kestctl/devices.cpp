@@ -63,6 +63,9 @@ int runDevices(const context& shared)
                 wear = wearOf(which);
             }
             requireRoomFor(which, entry.expect);
+            if (!entry.expectFormat.empty()) {
+                static_cast<void>(requireFormatFor(which, entry.expectFormat));
+            }
         } catch (const failure& why) {
             std::fputs((failureLine("kestctl", why) + "\n").c_str(), stderr);
             code = exitWrongUse;
@@ -72,7 +75,8 @@ int runDevices(const context& shared)
                        {"name", entry.name},
                        {"type", chip},
                        {"text", entry.location},
-                       {"expect", expectationJson(entry)}});
+                       {"expect", expectationJson(entry)},
+                       {"expect_format", entry.expectFormat.empty() ? jsonValue() : jsonValue(entry.expectFormat)}});
         if (wear) {
             addWearFields(row, *wear);
             tellTrouble(entry, *wear);

@@ -7,6 +7,7 @@
 #include "platform/host/configuration/configuration.h"
 #include "tools/client/client.h"
 #include "tools/common/bus.h"
+#include "tools/common/contentsguard.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
@@ -165,7 +166,7 @@ int runMessageRead(const context& shared, const messageOptions& options)
 /// for its raw users. It is asked for the bytes, so that they come from where the write goes.
 void guardIdentity(const messageOptions& options, const device& which)
 {
-    if (options.force || expectedAt(which).empty()) {
+    if (options.force || !isExpected(which)) {
         return;
     }
     constexpr const char* step = "identity";
@@ -183,7 +184,18 @@ void guardIdentity(const messageOptions& options, const device& which)
         requireWhole(answer, which, range);
         return byteVector(answer.data.begin(), answer.data.begin() + range.length);
     };
-    static_cast<void>(checkIdentity(which, true, read, options.force));
+    static_cast<void>(checkIdentity(which, which.end().type->bytes, read, options.force));
+}
+
+/// Asks before bytes are written whose own checksums are wrong. What the part holds besides is not read.
+void guardContents(const messageOptions& options, const device& which, const byteRange& range, const byteVector& bytes)
+{
+    if (options.force || range.offset != 0) {
+        return;
+    }
+    if (const contentsFinding found = judgeWritten(bytes); !found.doubt.empty()) {
+        askForContents(which, found);
+    }
 }
 
 /// Asks before it writes. The service has no undo file and does not read back.
@@ -201,6 +213,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     warnUnlessHardware();
     refuseDoubtfulWrite(which, options.force);
     guardIdentity(options, which);
+    guardContents(options, which, range, bytes);
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);

@@ -1,10 +1,15 @@
 #include "tools/kestctl/seeprom.h"
 
+#include <filesystem>
+#include <optional>
 #include <span>
+#include <string>
+#include <system_error>
 
 #include "base/hex.h"
 #include "tools/common/dumpfile.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldchanges.h"
 #include "tools/common/files.h"
 #include "tools/common/heldread.h"
 #include "tools/common/output.h"
@@ -13,6 +18,7 @@
 #include "tools/kestctl/seepromcompare.h"
 #include "tools/kestctl/seepromdumpall.h"
 #include "tools/kestctl/seepromprobe.h"
+#include "tools/kestctl/seepromset.h"
 #include "tools/kestctl/seepromshow.h"
 #include "tools/kestctl/seepromundo.h"
 #include "tools/kestctl/seepromwrite.h"
@@ -63,6 +69,29 @@ int runSeepromRead(const context& shared, const readOptions& options)
     return exitDone;
 }
 
+/// The dump that a file holds. Nothing when there is none in it.
+std::optional<dumpContents> dumpIn(const std::string& file)
+{
+    std::error_code none;
+    if (file == "-" || !std::filesystem::is_regular_file(file, none)) {
+        return std::nullopt;
+    }
+    try {
+        const byteVector text = readInput(file, mostInputBytes);
+        return parseDump(file, std::string(text.begin(), text.end()));
+    } catch (const failure&) {
+        return std::nullopt;
+    }
+}
+
+/// What has changed in fields since the dump that is replaced, when it is one of the same device.
+std::optional<fieldChanges> changesSince(const std::optional<dumpContents>& old, const seeprom& chip,
+                                         const byteRange& range, const byteVector& bytes)
+{
+    const bool isSame = old && old->text == chip.target().text && old->offset == 0 && range.offset == 0;
+    return isSame ? fieldChangesOf(old->bytes, bytes) : std::nullopt;
+}
+
 /// Writes a dump file that `restore` takes.
 int runOneDump(const context& shared, const dumpOptions& options)
 {
@@ -70,6 +99,7 @@ int runOneDump(const context& shared, const dumpOptions& options)
     const byteRange range = rangeOf(chip, options.from);
     const byteVector bytes = readHeld(chip, range, "dump", reading(options.from, "seeprom dump"));
     const std::string text = dumpText(dumpOf(chip, range.offset, bytes));
+    const std::optional<fieldChanges> changes = changesSince(dumpIn(options.output), chip, range, bytes);
     writeOutput(options.output, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()), true);
     // the dump itself is JSON, too
     if (shared.json && options.output != "-") {
@@ -77,7 +107,10 @@ int runOneDump(const context& shared, const dumpOptions& options)
         result.add("output", options.output);
         result.add("wavered", jsonNumbers(chip.wavered()));
         result.add("outvoted", chip.outvoted());
+        result.add("fields", fieldChangesJson(changes));
         standardOutput().json(result);
+    } else if (options.output != "-") {
+        standardOutput().text(fieldLines(changes));
     }
     return exitDone;
 }
@@ -135,6 +168,8 @@ void addSeeprom(command program, context& shared)
     addSeepromRestore(area, shared);
     addSeepromProbe(area, shared);
     addSeepromUndo(area, shared);
+    addSeepromSet(area, shared);
+    addSeepromMake(area, shared);
 }
 
 } // namespace kest::tools

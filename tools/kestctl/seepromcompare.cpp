@@ -2,16 +2,18 @@
 
 #include <algorithm>
 #include <fmt/core.h>
-#include <span>
+#include <optional>
 #include <vector>
 
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/fieldchanges.h"
 #include "tools/common/files.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/kestctl/area.h"
+#include "tools/kestctl/bytedifferences.h"
 #include "tools/kestctl/deviceorfile.h"
 #include "tools/kestctl/seepromchoice.h"
 
@@ -23,25 +25,6 @@ namespace
 struct compareOptions {
     seepromOptions with;
     std::string other; ///< file or "-"; for diff also a device
-};
-
-/// Offsets at which two byte strings of the same length differ.
-std::vector<std::uint32_t> differences(const byteVector& one, const byteVector& other)
-{
-    std::vector<std::uint32_t> offsets;
-    for (std::size_t at = 0; at < one.size(); ++at) {
-        if (one[at] != other[at]) {
-            offsets.push_back(static_cast<std::uint32_t>(at));
-        }
-    }
-    return offsets;
-}
-
-/// The bytes of the device and those that it is compared with.
-struct comparison {
-    byteRange range;
-    byteVector present;
-    byteVector other;
 };
 
 comparison compare(seeprom& chip, const compareOptions& options, bool devicesToo)
@@ -66,6 +49,12 @@ comparison compare(seeprom& chip, const compareOptions& options, bool devicesToo
     return both;
 }
 
+/// What the bytes mean that differ, when they begin where contents do. Of "now" is what the device is compared with.
+std::optional<fieldChanges> changesOf(const comparison& both)
+{
+    return both.range.offset == 0 ? fieldChangesOf(both.present, both.other) : std::nullopt;
+}
+
 int tellComparison(const context& shared, const seeprom& chip, const comparison& both,
                    const std::vector<std::uint32_t>& offsets)
 {
@@ -79,6 +68,7 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
         result.add({{"equal", offsets.empty()},
                     {"differing", offsets.size()},
                     {"differences", rows},
+                    {"fields", fieldChangesJson(changesOf(both))},
                     {"wavered", jsonNumbers(chip.wavered())},
                     {"outvoted", chip.outvoted()}});
         standardOutput().json(result);
@@ -86,30 +76,11 @@ int tellComparison(const context& shared, const seeprom& chip, const comparison&
     return offsets.empty() ? exitDone : exitVerifyFailed;
 }
 
-/// The lines of 16 bytes that differ: the device's begin with "-", the other's with "+".
-std::string diffLines(const comparison& both, const std::vector<std::uint32_t>& offsets)
-{
-    constexpr std::uint32_t width = 16;
-    std::string text;
-    std::uint32_t next = 0;
-    for (const std::uint32_t at : offsets) {
-        if (at < next) {
-            continue;
-        }
-        const std::uint32_t start = at / width * width;
-        const std::size_t count = std::min<std::size_t>(width, both.present.size() - start);
-        text += "- " + hexLines(both.range.offset + start, std::span(both.present).subspan(start, count));
-        text += "+ " + hexLines(both.range.offset + start, std::span(both.other).subspan(start, count));
-        next = start + width;
-    }
-    return text;
-}
-
 int runSeepromVerify(const context& shared, const compareOptions& options)
 {
     seeprom chip = openSeeprom(options.with.device, options.with);
     const comparison both = compare(chip, options, false);
-    const auto offsets = differences(both.present, both.other);
+    const auto offsets = differences(both);
     if (!shared.json) {
         const std::string name = escaped(chip.target().label);
         if (offsets.empty()) {
@@ -117,20 +88,21 @@ int runSeepromVerify(const context& shared, const compareOptions& options)
         } else {
             standardOutput().text(fmt::format("{}: {} of {} bytes differ, the first at offset {} (0x{:X})\n", name,
                                               offsets.size(), both.range.length, both.range.offset + offsets.front(),
-                                              both.range.offset + offsets.front()));
+                                              both.range.offset + offsets.front()) +
+                                  fieldLines(changesOf(both), "  "));
         }
     }
     return tellComparison(shared, chip, both, offsets);
 }
 
-/// Shows the lines that differ.
+/// Shows the lines that differ, then the fields.
 int runSeepromDiff(const context& shared, const compareOptions& options)
 {
     seeprom chip = openSeeprom(options.with.device, options.with);
     const comparison both = compare(chip, options, true);
-    const auto offsets = differences(both.present, both.other);
+    const auto offsets = differences(both);
     if (!shared.json) {
-        standardOutput().text(diffLines(both, offsets));
+        standardOutput().text(diffLines(both, offsets) + fieldLines(changesOf(both)));
     }
     return tellComparison(shared, chip, both, offsets);
 }

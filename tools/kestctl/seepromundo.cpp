@@ -109,6 +109,7 @@ int runSeepromUndo(const context& shared, const undoOptions& options)
         return listUndo(shared, chip);
     }
     carefulWriteOptions care = careOf(options.care, options.to, "seeprom undo");
+    care.contentsKnown = true;
     std::optional<deviceOperation> operation;
     if (chip.touchesHardware()) {
         operation.emplace(chip.target(),

@@ -81,14 +81,22 @@ void tellWear(const context& shared, const seeprom& chip)
     }
 }
 
-void tellLines(const seeprom& chip, std::size_t length, const writeReport& report, bool dryRun)
+void tellContents(const seeprom& chip, const contentsFinding& found, const carefulWriteOptions& care)
+{
+    if (!found.doubt.empty()) {
+        standardOutput().text(fmt::format("{}: {}; {}\n", escaped(chip.target().label), escaped(found.doubt),
+                                          care.dryRun ? "a write asks, or needs --force" : "confirmed"));
+    }
+}
+
+void tellLines(const seeprom& chip, std::size_t length, const writeReport& report, const carefulWriteOptions& care)
 {
     tellIdentity(chip, report.part);
     const std::string name = escaped(chip.target().label) + (chip.touchesHardware() ? "" : " (persisted copy)");
     if (report.pagesWritten == 0) {
         standardOutput().text(fmt::format("{}: holds {} already, nothing to write\n", name,
                                           length == 1 ? "this byte" : fmt::format("these {} bytes", length)));
-    } else if (dryRun) {
+    } else if (care.dryRun) {
         standardOutput().text(
             fmt::format("{}: would write {} in {}; unchanged: {}\n", name, countText(report.bytesWritten, "byte"),
                         countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page")));
@@ -105,13 +113,21 @@ void tellLines(const seeprom& chip, std::size_t length, const writeReport& repor
     if (report.width && report.pagesWritten != 0) {
         standardOutput().text(fmt::format("{}\n", widthLine(chip.target(), *report.width)));
     }
+    tellContents(chip, report.contents, care);
 }
 
-int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, std::size_t length,
-              const writeReport& report, const carefulWriteOptions& care)
+/// A write that is done.
+struct doneWrite {
+    byteRange range;
+    const writeReport& report;
+    const std::vector<jsonField>& more; ///< fields of the JSON
+};
+
+int tellWrite(const context& shared, const seeprom& chip, const doneWrite& done, const carefulWriteOptions& care)
 {
+    const writeReport& report = done.report;
     if (shared.json) {
-        auto result = rangeJson(chip, {offset, static_cast<std::uint32_t>(length)});
+        auto result = rangeJson(chip, done.range);
         result.add({{"dry_run", care.dryRun},
                     {"bytes_written", report.bytesWritten},
                     {"pages_written", report.pagesWritten},
@@ -119,6 +135,7 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
                     {"verified", report.verified},
                     {"mode", modeWord(chip.touchesHardware() ? accessMode::hardware : accessMode::file)},
                     {"identity", identityWord(report.part)},
+                    {"contents", contentsJson(report.contents)},
                     {"width", report.width ? widthJson(*report.width) : jsonValue()},
                     {"undo_file", report.undoFile},
                     {"wavered", jsonNumbers(chip.wavered())},
@@ -126,25 +143,17 @@ int tellWrite(const context& shared, const seeprom& chip, std::uint32_t offset, 
         if (chip.touchesHardware()) {
             addWearFields(result, wearOf(chip.target()));
         }
+        for (const jsonField& each : done.more) {
+            result.add(each.name, each.value);
+        }
         standardOutput().json(result);
     } else {
-        tellLines(chip, length, report, care.dryRun);
+        tellLines(chip, done.range.length, report, care);
     }
     if (chip.touchesHardware() && report.pagesWritten != 0 && !care.dryRun) {
         tellWear(shared, chip);
     }
     return exitDone;
-}
-
-/// No signal ends the program between the write and the report of it.
-int writeAndTell(const context& shared, seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
-                 const carefulWriteOptions& care)
-{
-    const interruptWatch watch;
-    const writeReport report = writeCarefully(chip, offset, bytes, care);
-    const int code = tellWrite(shared, chip, offset, bytes.size(), report, care);
-    standardOutput().flush();
-    return code;
 }
 
 int runSeepromWrite(const context& shared, const writeOptions& options)
@@ -177,6 +186,18 @@ int runSeepromRestore(const context& shared, const restoreOptions& options)
 
 } // namespace
 
+int writeAndTell(const context& shared, seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
+                 const carefulWriteOptions& care, const std::vector<jsonField>& more)
+{
+    const interruptWatch watch;
+    const writeReport report = writeCarefully(chip, offset, bytes, care);
+    const int code =
+        tellWrite(shared, chip,
+                  {.range = {offset, static_cast<std::uint32_t>(bytes.size())}, .report = report, .more = more}, care);
+    standardOutput().flush();
+    return code;
+}
+
 carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to, const std::string& doing)
 {
     carefulWriteOptions care = given;
@@ -204,7 +225,9 @@ void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
 {
     verb.flag("-y,--yes", care.yes, "do not ask; required without a terminal");
     verb.flag("--dry-run", care.dryRun, "only show what would be written");
-    addForce(verb, to, "write even if a kernel driver has the device, or the part is not the expected one");
+    addForce(verb, to,
+             "write even if a kernel driver has the device, the part is not the expected one, or its contents would be "
+             "damaged or lost");
     verb.flag("--all-pages", care.allPages, "also write pages that already hold the data");
     verb.flag("--width-unproved", care.widthUnproved,
               "write also when the part's number of offset bytes can't be proved");

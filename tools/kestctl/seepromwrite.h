@@ -1,7 +1,10 @@
 /// Verbs "seeprom write" and "seeprom restore", and what others share with them.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "tools/common/carefulwrite.h"
 #include "tools/common/dumpfile.h"
@@ -22,6 +25,11 @@ void addCare(command verb, carefulWriteOptions& care, seepromOptions& to);
 /// @param doing  what others are told: "seeprom write"
 [[nodiscard]] carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to,
                                          const std::string& doing);
+
+/// Writes and reports that. No signal ends the program between the two.
+/// @param more  fields that the JSON has besides
+int writeAndTell(const context& shared, seeprom& chip, std::uint32_t offset, std::span<const unsigned char> bytes,
+                 const carefulWriteOptions& care, const std::vector<jsonField>& more = {});
 
 /// Writes a dump's bytes back and reports that. Throws a `failure` (exit code 2) for a device of another type.
 /// @param file  of the dump, for messages

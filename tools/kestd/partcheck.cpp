@@ -1,8 +1,10 @@
 #include "tools/kestd/partcheck.h"
 
+#include <algorithm>
 #include <fmt/core.h>
 #include <utility>
 
+#include "platform/host/vpd/copies.h"
 #include "tools/common/devicetext.h"
 #include "tools/common/failure.h"
 #include "tools/common/identity.h"
@@ -77,6 +79,16 @@ byteVector partReader::read(const byteRange& range) const
     return bytes;
 }
 
+/// How many bytes there are to read: messages are served from the hardware, or from copy 0.
+std::uint32_t servedBytes(const tools::device& which, bool hardware)
+{
+    host::copyInfo copy;
+    if (!hardware && host::checkCopy(0, copy) == 0) {
+        return static_cast<std::uint32_t>(std::min<std::uint64_t>(copy.sizeBytes, UINT32_MAX));
+    }
+    return which.end().type->bytes;
+}
+
 } // namespace
 
 partCheck examinePart(const std::string& location, bool hardware, const frameServer& serve)
@@ -84,8 +96,8 @@ partCheck examinePart(const std::string& location, bool hardware, const frameSer
     try {
         const tools::device which = tools::parseDeviceText(location);
         const partReader reader(location, hardware && which.behindHub(), serve);
-        const tools::identityFinding finding =
-            tools::findIdentity(which, hardware, [&reader](const byteRange& range) { return reader.read(range); });
+        const tools::identityFinding finding = tools::findIdentity(
+            which, servedBytes(which, hardware), [&reader](const byteRange& range) { return reader.read(range); });
         return {.trouble = finding.difference, .failedRead = std::nullopt};
     } catch (const readFailed& failed) {
         return {.trouble = {}, .failedRead = failed.reply};

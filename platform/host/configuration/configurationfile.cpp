@@ -116,7 +116,7 @@ void fileReader::readDevice(const std::string& key, const toml::table& table)
              device.location = m_reader.text(whole, node, longestLocation).value_or("");
          }},
         {"name", [&](const std::string& whole, const toml::node& node) { readName(whole, node, device.name); }},
-        {"expect", expectation(m_reader, device.expect)},
+        {"expect", expectation(m_reader, device)},
         {"width_proved", m_reader.truth(device.widthProved)},
     };
     m_reader.section(key, table, rows);

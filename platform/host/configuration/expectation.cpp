@@ -14,6 +14,7 @@ namespace
 
 constexpr std::size_t mostBytes = 256;
 constexpr std::size_t mostPlaces = 16;
+constexpr std::size_t longestFormatName = 32;
 constexpr const char* form = R"({ offset = 0, bytes = "54 6C" } or a list of such)";
 
 /// Bytes as pairs of hexadecimal digits, with or without blanks between them; empty when the text is something else, or
@@ -69,18 +70,30 @@ void readPlace(tomlReader& reader, const std::string& key, const toml::node& nod
     target.push_back(std::move(expected));
 }
 
+/// The programs know which formats there are.
+void readFormat(tomlReader& reader, const std::string& key, const toml::node& node, std::string& target)
+{
+    constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyz0123456789-";
+    const std::string& name = node.as_string()->get();
+    if (name.empty() || name.size() > longestFormatName || name.find_first_not_of(allowed) != name.npos) {
+        reader.wrong(key, node, fmt::format("{}, or the name of a format such as \"tlvinfo\"", form));
+        return;
+    }
+    target = name;
+}
+
 } // namespace
 
-tomlReader::keyReader expectation(tomlReader& reader, std::vector<expectedBytes>& target)
+tomlReader::keyReader expectation(tomlReader& reader, deviceEntry& target)
 {
     return [&reader, &target](const std::string& key, const toml::node& node) {
         if (node.is_string()) {
-            reader.wrong(key, node, fmt::format("{}, or the name of a known format (there is none yet)", form));
+            readFormat(reader, key, node, target.expectFormat);
             return;
         }
         const toml::array* list = node.as_array();
         if (list == nullptr) {
-            readPlace(reader, key, node, target);
+            readPlace(reader, key, node, target.expect);
             return;
         }
         if (list->empty() || list->size() > mostPlaces) {
@@ -88,7 +101,7 @@ tomlReader::keyReader expectation(tomlReader& reader, std::vector<expectedBytes>
             return;
         }
         for (const toml::node& place : *list) {
-            readPlace(reader, key, place, target);
+            readPlace(reader, key, place, target.expect);
         }
     };
 }

@@ -23,7 +23,8 @@ struct deviceEntry {
     std::uint32_t position = 0; ///< number and position together are unique
     std::string location; ///< device text, at most 255 bytes
     std::string name; ///< for people; unique
-    std::vector<expectedBytes> expect = {}; ///< by which the part is known; empty: by nothing
+    std::vector<expectedBytes> expect = {}; ///< by which the part is known; empty: not by these
+    std::string expectFormat = {}; ///< name of the format of its contents; empty: any
     bool widthProved = false; ///< writes need no proof of the type's offset width
 };
 

@@ -50,12 +50,24 @@ TEST_F(Expectation, CanBeAListOfThem)
     EXPECT_EQ((std::vector<std::uint8_t>{0xAB, 0xCD}), result.value.devices[0].expect[1].bytes);
 }
 
-TEST_F(Expectation, OfAFormatSaysThatNoneIsKnown)
+TEST_F(Expectation, CanBeAFormat)
 {
-    EXPECT_EQ(
-        R"(4:10: key 'device.expect': expected { offset = 0, bytes = "54 6C" } or a list of such, or the name of )"
-        R"(a known format (there is none yet), found the string "tlvinfo")",
-        errorOf("\"tlvinfo\""));
+    const configurationResult result = read("\"spd-ddr4\"");
+    ASSERT_EQ("", result.error);
+    EXPECT_EQ("spd-ddr4", result.value.devices.at(0).expectFormat);
+    EXPECT_TRUE(result.value.devices[0].expect.empty());
+    EXPECT_EQ("", read(R"({ offset = 0, bytes = "00" })").value.devices.at(0).expectFormat);
+}
+
+TEST_F(Expectation, OfAFormatIsAName)
+{
+    const std::string form =
+        R"(expected { offset = 0, bytes = "54 6C" } or a list of such, or the name of a format such as "tlvinfo")";
+    EXPECT_EQ("4:10: key 'device.expect': " + form + ", found the string \"\"", errorOf("\"\""));
+    EXPECT_EQ("4:10: key 'device.expect': " + form + ", found the string \"Tlv Info\"", errorOf("\"Tlv Info\""));
+    EXPECT_EQ("", errorOf("\"" + std::string(32, 'a') + "\""));
+    EXPECT_EQ("4:10: key 'device.expect': " + form + ", found the string \"" + std::string(33, 'a') + "\"",
+              errorOf("\"" + std::string(33, 'a') + "\""));
 }
 
 TEST_F(Expectation, ThatIsSomethingElseIsReported)

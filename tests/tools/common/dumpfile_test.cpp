@@ -161,7 +161,7 @@ TEST_F(KestctlDump, IntoAFileIsReportedInJson)
     const std::string name = (folder() / "dump.json").string();
     EXPECT_EQ(
         json::parse(R"({"device":"panel-vpd","text":"sim:planar,L,1C0002,A4","offset":8,"length":40,"output":")" +
-                    name + R"(","wavered":[],"outvoted":0})"),
+                    name + R"(","wavered":[],"outvoted":0,"fields":null})"),
         json::parse(says({"--json", "seeprom", "dump", "panel-vpd", "--offset", "8", "--length", "40", "-o", name})));
     EXPECT_EQ("kest-dump-2", json::parse(says({"--json", "seeprom", "dump", "panel-vpd"})).at("format"));
 }

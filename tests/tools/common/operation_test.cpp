@@ -58,7 +58,7 @@ TEST_F(KestctlOperation, AWriteKeepsEverybodyOff)
              {"seeprom", "verify", "planar-vpd", input},
              {"seeprom", "diff", "planar-vpd", input},
              {"seeprom", "diff", "panel-vpd", "planar-vpd"},
-             {"seeprom", "write", "planar-vpd", "--hex", "00", "--yes"},
+             {"seeprom", "write", "planar-vpd", "--hex", "00", "--yes", "--force"},
              {"seeprom", "write", "planar-vpd", "--hex", "00", "--dry-run"},
              {"seeprom", "undo", "planar-vpd", "--yes"},
              {"copy", "capture", "planar-vpd"},
@@ -77,10 +77,10 @@ TEST_F(KestctlOperation, AReadKeepsWritersOffAlone)
 {
     const auto reader = heldBy("seeprom dump", operationUse::read, "planar-vpd");
     says({"seeprom", "read", "planar-vpd", "--length", "1", "--wait", "0"});
-    EXPECT_THAT(complaint(6, {"seeprom", "write", "planar-vpd", "--hex", "00", "--yes", "--wait", "0"}),
+    EXPECT_THAT(complaint(6, {"seeprom", "write", "planar-vpd", "--hex", "00", "--yes", "--force", "--wait", "0"}),
                 HasSubstr("other seeprom dump on planar-vpd (process 4711 of user 4294967294)"));
     reader->release();
-    says({"seeprom", "write", "planar-vpd", "--hex", "00", "--yes", "--wait", "0"});
+    says({"seeprom", "write", "planar-vpd", "--hex", "00", "--yes", "--force", "--wait", "0"});
 }
 
 TEST_F(KestctlOperation, RegisterDevicesAndSensorsToo)
@@ -175,12 +175,12 @@ TEST_F(KestctlOperation, TwoWritersAndAReader)
 {
     const std::string all = file("new", std::string(32768, 'n'));
     HeldPages pages("sim:planar", 0xA0);
-    Program first("kestctl", {"seeprom", "write", "planar-vpd", "-i", all, "--yes"}, configured());
+    Program first("kestctl", {"seeprom", "write", "planar-vpd", "-i", all, "--yes", "--force"}, configured());
     ASSERT_TRUE(pages.awaitWriter());
     const std::string holder = "planar-vpd: lock: another program is at work on it: kestctl seeprom write on "
                                "planar-vpd \\(process " +
                                std::to_string(first.pid()) + " of [^ ]*\\) since .*";
-    EXPECT_THAT(complaint(6, {"seeprom", "write", "planar-vpd", "--hex", "55", "--yes", "--wait", "0"}),
+    EXPECT_THAT(complaint(6, {"seeprom", "write", "planar-vpd", "--hex", "55", "--yes", "--force", "--wait", "0"}),
                 MatchesRegex(holder));
     EXPECT_THAT(complaint(6, {"seeprom", "read", "planar-vpd", "--wait", "0"}), MatchesRegex(holder));
     // another way to write the same device
@@ -189,14 +189,14 @@ TEST_F(KestctlOperation, TwoWritersAndAReader)
     pages.letGo();
     EXPECT_EQ(0, first.finish().exit);
     EXPECT_EQ(std::string(32768, 'n'), image("system"));
-    says({"seeprom", "write", "planar-vpd", "--hex", "55", "--yes", "--wait", "0"});
+    says({"seeprom", "write", "planar-vpd", "--hex", "55", "--yes", "--force", "--wait", "0"});
     EXPECT_EQ('\x55', image("system")[0]);
 }
 
 TEST_F(KestctlOperation, AKilledWriterHoldsNobodyUp)
 {
     HeldPages pages("sim:planar", 0xA0);
-    Program first("kestctl", {"seeprom", "write", "planar-vpd", "--hex", "0102", "--yes"}, configured());
+    Program first("kestctl", {"seeprom", "write", "planar-vpd", "--hex", "0102", "--yes", "--force"}, configured());
     ASSERT_TRUE(pages.awaitWriter());
     EXPECT_EQ(6, kestctl({"seeprom", "read", "planar-vpd", "--wait", "0"}).exit);
     first.sendSignal(SIGKILL);

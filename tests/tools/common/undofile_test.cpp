@@ -23,7 +23,8 @@ protected:
     /// Writes one byte to panel-vpd. @return its undo file
     [[nodiscard]] std::string write(const std::string& hex, const std::string& offset = "0") const
     {
-        return json::parse(says({"seeprom", "write", "panel-vpd", "--hex", hex, "--offset", offset, "--yes", "--json"}))
+        return json::parse(says({"seeprom", "write", "panel-vpd", "--hex", hex, "--offset", offset, "--yes", "--force",
+                                 "--json"}))
             .at("undo_file");
     }
     [[nodiscard]] json list(const std::string& device = "panel-vpd", const std::string& mode = "hardware") const
@@ -74,9 +75,9 @@ TEST_F(KestctlUndo, BringsBackWhatTheLatestWriteReplaced)
     EXPECT_EQ('\xB1', image("panel")[0x80]);
     const json all = list();
     ASSERT_EQ(4U, all.size());
-    says({"seeprom", "restore", all.at(2).at("file"), "--yes"});
+    says({"seeprom", "restore", all.at(2).at("file"), "--yes", "--force"});
     EXPECT_EQ(between, image("panel"));
-    says({"seeprom", "restore", all.at(3).at("file"), "--yes"});
+    says({"seeprom", "restore", all.at(3).at("file"), "--yes", "--force"});
     EXPECT_EQ(old, image("panel"));
 }
 
@@ -85,7 +86,7 @@ TEST_F(KestctlUndo, OfOnePlaceIsTheLatestHoweverItWasNamed)
 {
     static_cast<void>(write("A1"));
     const std::string between = image("panel");
-    says({"seeprom", "write", "sim:planar@A4,l,1c0002,a4", "--hex", "A2", "--yes"});
+    says({"seeprom", "write", "sim:planar@A4,l,1c0002,a4", "--hex", "A2", "--yes", "--force"});
     ASSERT_EQ(2U, list().size());
     EXPECT_EQ(list(), list("sim:planar,L,1C0002,A4"));
     says({"seeprom", "undo", "panel-vpd", "--yes"});
@@ -182,7 +183,8 @@ TEST_F(KestctlUndo, AFileOfAnotherDeviceUnderItsNameIsLeftAlone)
 {
     const std::string mine = write("A1");
     const std::string other =
-        json::parse(says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes", "--json"})).at("undo_file");
+        json::parse(says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes", "--force", "--json"}))
+            .at("undo_file");
     writeFile(mine, readFile(other));
     EXPECT_EQ(0U, list().size());
 }
@@ -290,7 +292,7 @@ TEST_F(KestctlUndo, OldFilesGoByNumber)
     EXPECT_TRUE(std::filesystem::exists(second));
     EXPECT_TRUE(std::filesystem::exists(third));
     // of each device
-    says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes"});
+    says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes", "--force"});
     EXPECT_EQ(3U, files());
 }
 
@@ -301,7 +303,7 @@ TEST_F(KestctlUndo, OldFilesGoByAgeButNeverTheLatest)
     const std::filesystem::path second = renamed(write("A2"), "20200102T000000Z");
     EXPECT_FALSE(std::filesystem::exists(first));
     // of this device it is the latest; its age does not count
-    says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes"});
+    says({"seeprom", "write", "planar-vpd", "--hex", "A1", "--yes", "--force"});
     EXPECT_TRUE(std::filesystem::exists(second));
     const std::string third = write("A3");
     EXPECT_FALSE(std::filesystem::exists(second));

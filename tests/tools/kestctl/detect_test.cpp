@@ -38,7 +38,7 @@ TEST_F(KestctlFieldText, WorksForReadingWritingAndComparing)
 {
     const std::string named = says({"seeprom", "read", "riser-vpd", "--length", "64"});
     EXPECT_EQ(named, says({"seeprom", "read", "sim:planar:922@40/3:24c128@51", "--length", "64"}));
-    EXPECT_EQ(0, kestctl({"seeprom", "write", "sim:planar:24c02@52", "--hex", "4142", "--yes"}).exit);
+    EXPECT_EQ(0, kestctl({"seeprom", "write", "sim:planar:24c02@52", "--hex", "4142", "--yes", "--force"}).exit);
     EXPECT_THAT(says({"seeprom", "read", "panel-vpd", "--length", "2"}), HasSubstr("41 42"));
     EXPECT_EQ(0, kestctl({"seeprom", "diff", "panel-vpd", "sim:planar:24c02@52"}).exit);
 }

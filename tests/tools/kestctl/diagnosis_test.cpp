@@ -46,7 +46,7 @@ protected:
     void startWriteCycle(const std::string& milliseconds) const
     {
         fault({"stuck-write-cycle", "--bus", "planar", "--address", "0xA4", "--count", "1", "--value", milliseconds});
-        EXPECT_EQ(1, kestctl({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes"}).exit);
+        EXPECT_EQ(1, kestctl({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes", "--force"}).exit);
     }
 
 private:
@@ -88,7 +88,8 @@ TEST_F(KestctlDiagnosis, ADetectionInAWriteCycle)
 TEST_F(KestctlDiagnosis, AWriteCycleThatTakesLongerThanTheWriteWaits)
 {
     fault({"stuck-write-cycle", "--bus", "planar", "--address", "0xA4", "--count", "1", "--value", "300"});
-    const std::vector<std::string> write{"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes"};
+    const std::vector<std::string> write{"seeprom", "write",       "panel-vpd", "--hex",
+                                         "5A",      "--all-pages", "--yes",     "--force"};
     const std::string line = complaint(1, write);
     EXPECT_THAT(line, HasSubstr("panel-vpd: write: the chip's write cycle took longer than the write waited for; it is "
                                 "over now; "));
@@ -103,7 +104,7 @@ TEST_F(KestctlDiagnosis, AWriteCycleThatDoesNotEnd)
 {
     fault({"stuck-write-cycle", "--bus", "planar", "--address", "0xA4", "--count", "1"});
     EXPECT_THAT(
-        complaint(1, {"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes"}),
+        complaint(1, {"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes", "--force"}),
         HasSubstr("panel-vpd: write: the chip does not come back from the write cycle of a page; how many bytes "
                   "arrived is not known: reading back failed, too; "));
 }

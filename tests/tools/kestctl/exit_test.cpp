@@ -134,7 +134,8 @@ KestctlExitCodes::Cases KestctlExitCodes::failed() const
                  std::filesystem::remove_all(undo);
                  std::filesystem::create_directories(undo.parent_path());
                  writeFile(undo, "");
-                 const int code = exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes"});
+                 const int code =
+                     exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages", "--yes", "--force"});
                  std::filesystem::remove(undo);
                  return code;
              }},
@@ -217,90 +218,103 @@ KestctlExitCodes::Cases KestctlExitCodes::refused() const
         EXPECT_EQ(0, chmod(path.c_str(), before.st_mode & 07777U));
         return code;
     };
-    return {{"a file, a bus or the service's socket that this user may not use",
-             [this, strange] {
-                 const auto path = folder() / "socket";
-                 const int socket = boundSocket(path, SOCK_STREAM);
-                 const int code = strange(path, 0, {"message", "location", "1", "--socket", path.string()});
-                 close(socket);
-                 return code;
-             }},
-            {"a simulated machine that this user may not use",
-             [this, strange] {
-                 return strange(machine() / "machine.state", 0, {"sim", "show"});
-             }},
-            {"an error log that this user may not read or clear",
-             [this, strange] {
-                 EXPECT_EQ(4, exitOf({"detect", "sim:planar,L,2C0256,AA"}));
-                 EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "list"}));
-                 EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "show", "last"}));
-                 EXPECT_EQ(3, strange(machine() / "state/errors.db", 0, {"errors", "export", "-"}));
-                 EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "clear", "--yes"}));
-                 return strange(machine() / "state", 0555, {"errors", "clear", "--yes"});
-             }},
-            {"a question that was not confirmed",
-             [this] {
-                 return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages"});
-             }},
-            {"raw bytes to a terminal",
-             [this] {
-                 return exitOf({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
-             }},
-            {"a device that a kernel driver has",
-             [] {
-                 FakeKernel kernel;
-                 kernel.held = {0x50};
-                 try {
-                     tools::refuseDoubtfulWrite(tools::parseDeviceText("/dev/i2c-7,L,2C0256,A0"), false);
-                 } catch (const tools::failure& why) {
-                     return static_cast<int>(why.code);
-                 }
-                 return 0;
-             }},
-            {"a device text with another type than the device table has there",
-             [this] {
-                 return exitOfAll({{"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
-                                   {"seeprom", "read", "sim:planar,L,1C0002,A0"},
-                                   {"message", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
-                                   {"port", "write", "sim:planar,L,9551,C0", "on", "1"}});
-             }},
-            {"a write to a part that is not the one that the device table expects",
-             [this] {
-                 std::string text = readFile(machine() / "kest.toml");
-                 text.insert(text.find("name = \"panel-vpd\""), "expect = { offset = 0, bytes = \"0102\" }\n");
-                 writeFile(machine() / "panel.bin", std::string(256, 'x'));
-                 return exitWithFile("kest.toml", text, {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}});
-             }},
-            {"a write to a part whose offset width is not that of its type",
-             [this] {
-                 return exitOfAll({{"seeprom", "write", "sim:planar,L,2C0256,A4", "--hex", "5A", "--yes", "--force"},
-                                   {"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes", "--force"}});
-             }},
-            {"a write to a part whose offset width can't be proved, without a terminal and without `--width-unproved`",
-             [this] {
-                 std::string repeated;
-                 while (repeated.size() < 256) {
-                     repeated += "0123";
-                 }
-                 writeFile(machine() / "panel.bin", repeated);
-                 return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"});
-             }},
-            {"a write to a part whose old bytes differ in two reads",
-             [this] {
-                 return exitWithFault({"corrupt", "--address", "0xA4", "--way", "read", "--count", "1", "--byte", "0"},
-                                      {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes", "--all-pages"}});
-             }},
-            {"`message read` of a device behind a hub",
-             [this] {
-                 return exitOf({"message", "read", "riser-vpd"});
-             }},
-            {"`sim new` into a folder that has something in it",
-             [this] {
-                 return exitOf({"sim", "new", machine().string()});
-             }},
-            {"`sim wave start` into a file that is no waveform", [this] {
-                 return exitOf({"sim", "wave", "start", "planar", (machine() / "kest.toml").string()});
-             }}};
+    return {
+        {"a file, a bus or the service's socket that this user may not use",
+         [this, strange] {
+             const auto path = folder() / "socket";
+             const int socket = boundSocket(path, SOCK_STREAM);
+             const int code = strange(path, 0, {"message", "location", "1", "--socket", path.string()});
+             close(socket);
+             return code;
+         }},
+        {"a simulated machine that this user may not use",
+         [this, strange] {
+             return strange(machine() / "machine.state", 0, {"sim", "show"});
+         }},
+        {"an error log that this user may not read or clear",
+         [this, strange] {
+             EXPECT_EQ(4, exitOf({"detect", "sim:planar,L,2C0256,AA"}));
+             EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "list"}));
+             EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "show", "last"}));
+             EXPECT_EQ(3, strange(machine() / "state/errors.db", 0, {"errors", "export", "-"}));
+             EXPECT_EQ(3, strange(machine() / "state", 0700, {"errors", "clear", "--yes"}));
+             return strange(machine() / "state", 0555, {"errors", "clear", "--yes"});
+         }},
+        {"a question that was not confirmed",
+         [this] {
+             return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--all-pages"});
+         }},
+        {"raw bytes to a terminal",
+         [this] {
+             return exitOf({"seeprom", "read", "panel-vpd", "-o", "-"}, {.terminal = true});
+         }},
+        {"a device that a kernel driver has",
+         [] {
+             FakeKernel kernel;
+             kernel.held = {0x50};
+             try {
+                 tools::refuseDoubtfulWrite(tools::parseDeviceText("/dev/i2c-7,L,2C0256,A0"), false);
+             } catch (const tools::failure& why) {
+                 return static_cast<int>(why.code);
+             }
+             return 0;
+         }},
+        {"a device text with another type than the device table has there",
+         [this] {
+             return exitOfAll({{"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
+                               {"seeprom", "read", "sim:planar,L,1C0002,A0"},
+                               {"message", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes"},
+                               {"port", "write", "sim:planar,L,9551,C0", "on", "1"}});
+         }},
+        {"a write to a part that is not the one that the device table expects",
+         [this] {
+             std::string text = readFile(machine() / "kest.toml");
+             text.insert(text.find("name = \"panel-vpd\""), "expect = { offset = 0, bytes = \"0102\" }\n");
+             writeFile(machine() / "panel.bin", std::string(256, 'x'));
+             return exitWithFile("kest.toml", text, {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"}});
+         }},
+        {"a write to a part whose offset width is not that of its type",
+         [this] {
+             return exitOfAll({{"seeprom", "write", "sim:planar,L,2C0256,A4", "--hex", "5A", "--yes", "--force"},
+                               {"seeprom", "write", "sim:planar,L,1C0002,A0", "--hex", "5A", "--yes", "--force"}});
+         }},
+        {"a write to a part whose offset width can't be proved, without a terminal and without `--width-unproved`",
+         [this] {
+             std::string repeated;
+             while (repeated.size() < 256) {
+                 repeated += "0123";
+             }
+             writeFile(machine() / "panel.bin", repeated);
+             return exitOf({"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes"});
+         }},
+        {"a write to a part whose old bytes differ in two reads",
+         [this] {
+             return exitWithFault({"corrupt", "--address", "0xA4", "--way", "read", "--count", "1", "--byte", "0"},
+                                  {{"seeprom", "write", "panel-vpd", "--hex", "5A", "--yes", "--all-pages"}});
+         }},
+        {"a write that would damage or replace contents of a known format, without a terminal and without `--force`",
+         [this] {
+             return exitOf({"seeprom", "write", "planar-vpd", "--hex", "00", "--yes"});
+         }},
+        {"`seeprom set` of contents that are damaged, have no room, or have no fields to set",
+         [this] {
+             return exitOf({"seeprom", "set", "power-vpd", "serialNumber=1", "--yes"});
+         }},
+        {"`seeprom set` or `make` into a file that is there",
+         [this] {
+             return exitOf({"seeprom", "make", "fru", "-o", file("there.bin", "x")});
+         }},
+        {"`message read` of a device behind a hub",
+         [this] {
+             return exitOf({"message", "read", "riser-vpd"});
+         }},
+        {"`sim new` into a folder that has something in it",
+         [this] {
+             return exitOf({"sim", "new", machine().string()});
+         }},
+        {"`sim wave start` into a file that is no waveform", [this] {
+             return exitOf({"sim", "wave", "start", "planar", (machine() / "kest.toml").string()});
+         }}};
 }
 
 KestctlExitCodes::Cases KestctlExitCodes::absent() const

@@ -41,7 +41,7 @@ protected:
     void fails(int exit, std::size_t offset, std::size_t length, const std::string& text) const
     {
         EXPECT_THAT(complaint(exit, {"seeprom", "write", "power-vpd", "--offset", std::to_string(offset), "-i",
-                                     file("new", std::string(length, 'n')), "--yes"}),
+                                     file("new", std::string(length, 'n')), "--yes", "--force"}),
                     HasSubstr(text));
     }
     [[nodiscard]] json lastEntry() const { return json::parse(says({"errors", "show", "last", "--json"})); }
@@ -80,7 +80,7 @@ TEST_F(KestctlReadBack, AChipThatRefusesDataBytesIsProtected)
           "power-vpd: write: the chip is write-protected: it refused a data byte, and holds the old bytes; the first 0 "
           "of "
           "96 bytes are certain (read back); 'kestctl seeprom restore ");
-    const RunResult result = kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01", "--yes"});
+    const RunResult result = kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01", "--yes", "--force"});
     EXPECT_EQ("write-protected", json::parse(result.output).at("error").at("verdict"));
 }
 
@@ -120,7 +120,7 @@ TEST_F(KestctlReadBack, TwoReadsThatDifferAreFlaky)
         fault({"corrupt", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", nth, "--count", "1",
                "--byte", byte, "--value", "0xFF"});
     }
-    const RunResult result = kestctl({"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes"});
+    const RunResult result = kestctl({"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes", "--force"});
     EXPECT_EQ(5, result.exit);
     EXPECT_THAT(
         result.errors,
@@ -139,7 +139,7 @@ TEST_F(KestctlReadBack, BytesThatAreNeitherOldNorNewPointAtTheType)
                "--byte", "2", "--value", "0x10"});
     }
     EXPECT_THAT(
-        complaint(5, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes"}),
+        complaint(5, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes", "--force"}),
         HasSubstr("differs from offset 2 (0x2) on: wrote 03, read 13; two reads agree on bytes that are neither old "
                   "nor new: check the type of the device; 'kestctl seeprom restore "));
     expectEntry(0x80001701, "[2, 3, 19, 0]");
@@ -153,14 +153,16 @@ TEST_F(KestctlReadBack, LostArbitrationIsNoProtection)
         1, 64, 32,
         "power-vpd: write: another controller won the bus each time it was tried; the first 0 of 32 bytes are certain "
         "(read back); 'kestctl seeprom restore ");
-    const RunResult result = kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01020304", "--yes"});
+    const RunResult result =
+        kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01020304", "--yes", "--force"});
     EXPECT_EQ("arbitration-lost", json::parse(result.output).at("error").at("verdict"));
 }
 
 TEST_F(KestctlReadBack, AWriteThatEndsShortIsNoProtection)
 {
     fault({"short", "--bus", "planar", "--address", "0xA8", "--way", "write", "--byte", "3"});
-    const RunResult result = kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01020304", "--yes"});
+    const RunResult result =
+        kestctl({"--json", "seeprom", "write", "power-vpd", "--hex", "01020304", "--yes", "--force"});
     EXPECT_EQ(1, result.exit);
     EXPECT_EQ("short", json::parse(result.output).at("error").at("verdict"));
 }
@@ -168,7 +170,7 @@ TEST_F(KestctlReadBack, AWriteThatEndsShortIsNoProtection)
 TEST_F(KestctlReadBack, AReadBackThatFailsLeavesAWrittenChip)
 {
     fault({"short", "--bus", "planar", "--address", "0xA8", "--way", "read", "--nth", "7", "--count", "1"});
-    const std::string line = complaint(1, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes"});
+    const std::string line = complaint(1, {"seeprom", "write", "power-vpd", "--hex", "0102030405", "--yes", "--force"});
     EXPECT_THAT(line, StartsWith("power-vpd: verify: all 5 bytes are written, but reading them back failed: the "
                                  "transfer ended before its last byte; 'kestctl seeprom restore "));
     EXPECT_THAT(line, HasSubstr("state/undo/power-vpd-"));

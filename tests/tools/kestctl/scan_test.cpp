@@ -185,7 +185,7 @@ TEST_F(KestctlDevices, ListsTheTable)
     ASSERT_EQ(12U, rows.size());
     EXPECT_EQ(
         json::parse(
-            R"({"number":53253,"position":0,"name":"riser-vpd","type":"24C128","text":"sim:planar,L,922,80,3,2C0128,A2","expect":[],
+            R"({"number":53253,"position":0,"name":"riser-vpd","type":"24C128","text":"sim:planar,L,922,80,3,2C0128,A2","expect":[],"expect_format":null,
                 "page_writes":0,"page_writes_in_group":0,"worn":false})"),
         rows.at(4));
 }

@@ -219,7 +219,7 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
     writeFile(machine() / "panel.bin", variedBytes(256));
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "18", "--count", "1", "--byte",
            "1"});
-    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
+    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes", "--force"});
     EXPECT_EQ(0, written.exit);
     EXPECT_EQ("kestctl: panel-vpd: the reads differed at offsets 0x1\n", written.errors);
     EXPECT_THAT(written.output, HasSubstr("read back and compared"));
@@ -234,7 +234,7 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
            "1"});
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "19", "--count", "1", "--byte",
            "2"});
-    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes"});
+    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes", "--force"});
     EXPECT_EQ(5, written.exit);
     EXPECT_THAT(written.errors, HasSubstr("the reads differed at offsets 0x1 0x2\n"));
     EXPECT_THAT(written.errors, HasSubstr("wrote 03, read fc; two reads differ in 2 bytes: what the chip holds is not "
@@ -263,7 +263,8 @@ TEST_F(KestctlSeeprom, WriteWhoseReadBackFailsTooSaysNotKnown)
     const std::string source = file("new", std::string(64, 'n'));
     // the two reads of the old bytes and the 15 reads of the proof go before
     fault({"nack", "--bus", "planar", "--address", "0xA4", "--nth", "28"});
-    const std::string line = complaint(1, {"seeprom", "write", "panel-vpd", "-i", source, "--all-pages", "--yes"});
+    const std::string line =
+        complaint(1, {"seeprom", "write", "panel-vpd", "-i", source, "--all-pages", "--yes", "--force"});
     clearFaults();
     EXPECT_THAT(line, HasSubstr("how many bytes arrived is not known: reading back failed, too"));
 }
@@ -520,7 +521,7 @@ TEST_F(KestctlSeeprom, PrintedCommandsAreQuoted)
     const auto toml = machine() / "kest.toml";
     std::string text = readFile(toml);
     writeFile(toml, text.replace(text.find("state = \"state\""), 15, "state = \"it's $HOME\""));
-    const std::string output = says({"seeprom", "write", "panel-vpd", "--hex", "01", "--yes"});
+    const std::string output = says({"seeprom", "write", "panel-vpd", "--hex", "01", "--yes", "--force"});
     EXPECT_THAT(output,
                 HasSubstr("\nundo: kestctl seeprom restore '" + machine().string() + "/it'\"'\"'s $HOME/undo/"));
     const std::string command = output.substr(output.find("undo: ") + 6);

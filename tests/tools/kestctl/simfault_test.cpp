@@ -100,7 +100,8 @@ TEST_F(KestctlSimFault, PowerCutInAWriteCycleIsFoundByTheVerificationAndMendedBy
                                          "0x1000",
                                          "--hex",
                                          "00112233445566778899AABBCCDDEEFF00112233445566778899AABBCCDDEEFF",
-                                         "--yes"};
+                                         "--yes",
+                                         "--force"};
     const std::string before = readFile(machine() / "system.bin").replace(0, 0x1000, variedBytes(0x1000));
     writeFile(machine() / "system.bin", before);
     says({"sim", "fault", "add", "power-cut", "--address", "0xA0", "--way", "write", "--nth", "86", "--count", "1"});

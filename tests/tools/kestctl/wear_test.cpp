@@ -21,7 +21,7 @@ class KestctlWear : public SeepromTest
 protected:
     void write(const std::string& offset, const std::string& hex) const
     {
-        says({"seeprom", "write", "panel-vpd", "--offset", offset, "--hex", hex, "--all-pages", "--yes"});
+        says({"seeprom", "write", "panel-vpd", "--offset", offset, "--hex", hex, "--all-pages", "--yes", "--force"});
     }
     [[nodiscard]] json row(const std::string& name = "panel-vpd") const
     {
@@ -57,8 +57,9 @@ TEST_F(KestctlWear, PagesThatGoOutAreCounted)
 {
     EXPECT_EQ(0, row()["page_writes"]);
     // pages 0 and 1, page 15, page 16: the first of the second group
-    EXPECT_THAT(says({"seeprom", "write", "panel-vpd", "--offset", "7", "--hex", "A55A", "--all-pages", "--yes"}),
-                EndsWith("\nwear: 2 page writes so far, at most 2 in 16 pages\n"));
+    EXPECT_THAT(
+        says({"seeprom", "write", "panel-vpd", "--offset", "7", "--hex", "A55A", "--all-pages", "--yes", "--force"}),
+        EndsWith("\nwear: 2 page writes so far, at most 2 in 16 pages\n"));
     write("0x78", "01");
     write("0x80", "02");
     EXPECT_EQ(4, row()["page_writes"]);
@@ -67,18 +68,18 @@ TEST_F(KestctlWear, PagesThatGoOutAreCounted)
     EXPECT_EQ(0, row("planar-vpd")["page_writes"]);
     EXPECT_THAT(says({"devices"}), HasSubstr(" sim:planar,L,1C0002,A4  4 page writes\n"));
     // by another text of the same place
-    says({"seeprom", "write", "sim:planar,l,1c0002,a4", "--hex", "03", "--all-pages", "--yes"});
+    says({"seeprom", "write", "sim:planar,l,1c0002,a4", "--hex", "03", "--all-pages", "--yes", "--force"});
     EXPECT_EQ(5, row()["page_writes"]);
 }
 
 TEST_F(KestctlWear, WhatGoesNotOutIsNotCounted)
 {
-    says({"seeprom", "write", "panel-vpd", "--hex", "A55A", "--dry-run", "--yes"});
+    says({"seeprom", "write", "panel-vpd", "--hex", "A55A", "--dry-run", "--yes", "--force"});
     says({"copy", "capture", "panel-vpd"});
     says({"seeprom", "write", "panel-vpd", "--mode", "mixed", "--hex", "A55A"});
     EXPECT_EQ(3, kestctl({"seeprom", "write", "panel-vpd", "--hex", "A55A"}).exit) << "not confirmed";
     fault({"nack", "--address", "0xA4", "--way", "write"});
-    EXPECT_NE(0, kestctl({"seeprom", "write", "panel-vpd", "--hex", "A55A", "--all-pages", "--yes"}).exit);
+    EXPECT_NE(0, kestctl({"seeprom", "write", "panel-vpd", "--hex", "A55A", "--all-pages", "--yes", "--force"}).exit);
     clearFaults();
     EXPECT_EQ(0, row()["page_writes"]);
 }
@@ -89,7 +90,9 @@ TEST_F(KestctlWear, OfAFailedWriteThePagesThatCameAreCounted)
     writeFile(machine() / "panel.bin", std::string(256, '.'));
     const std::string bytes(64, 'x');
     fault({"nack-data", "--address", "0xA4", "--way", "write", "--nth", "8"});
-    EXPECT_EQ(1, kestctl({"seeprom", "write", "panel-vpd", "-i", file("new", bytes), "--all-pages", "--yes"}).exit);
+    EXPECT_EQ(
+        1,
+        kestctl({"seeprom", "write", "panel-vpd", "-i", file("new", bytes), "--all-pages", "--yes", "--force"}).exit);
     clearFaults();
     const auto pages = std::ranges::count(image("panel"), 'x') / 8;
     ASSERT_LT(0, pages);
@@ -102,7 +105,8 @@ TEST_F(KestctlWear, MoreThanTheLimitIsWarnedOf)
     needNoProof();
     limit(2);
     write("0", "0102030405060708090A0B0C0D0E0F10");
-    const RunResult third = kestctl({"seeprom", "write", "panel-vpd", "--hex", "FF", "--all-pages", "--yes"});
+    const RunResult third =
+        kestctl({"seeprom", "write", "panel-vpd", "--hex", "FF", "--all-pages", "--yes", "--force"});
     EXPECT_EQ(0, third.exit);
     constexpr auto warning = "kestctl: panel-vpd: 3 page writes in the 16 pages from offset 0 (0x0) are more than "
                              "wear.limit, 2\n";
@@ -120,7 +124,7 @@ TEST_F(KestctlWear, ADamagedCountIsSetAsideAndSaid)
     writeFile(counts, "rubbish");
     EXPECT_EQ("kestctl: panel-vpd: counts in " + counts.string() + ": the file is damaged\n",
               kestctl({"devices"}).errors);
-    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "02", "--yes"});
+    const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "02", "--yes", "--force"});
     EXPECT_EQ(0, written.exit);
     EXPECT_EQ("kestctl: panel-vpd: page writes: those before were lost: " + counts.filename().string() +
                   " was damaged, and is " + counts.string() + ".damaged now\n",
@@ -131,8 +135,8 @@ TEST_F(KestctlWear, ADamagedCountIsSetAsideAndSaid)
 
 TEST_F(KestctlWear, JsonOfAWriteHasTheCounts)
 {
-    const json written =
-        json::parse(says({"--json", "seeprom", "write", "riser-vpd", "--hex", "A55A", "--all-pages", "--yes"}));
+    const json written = json::parse(
+        says({"--json", "seeprom", "write", "riser-vpd", "--hex", "A55A", "--all-pages", "--yes", "--force"}));
     EXPECT_EQ(1, written["page_writes"]);
     EXPECT_EQ(1, written["page_writes_in_group"]);
     EXPECT_EQ(false, written["worn"]);

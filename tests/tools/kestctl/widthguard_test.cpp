@@ -122,7 +122,7 @@ TEST_F(KestctlWidthGuard, AByteOfATrialThatReadsBackWrongIsPutBackInBothWidths)
     // both reads of the byte after it was written
     wrongRead(9);
     wrongRead(10);
-    const std::vector<std::string> other{"seeprom", "write", asLarge, "--hex", "41", "--yes"};
+    const std::vector<std::string> other{"seeprom", "write", asLarge, "--hex", "41", "--yes", "--force"};
     EXPECT_EQ("sim:f,L,2C0256,A0: width proof: the offset width is not known: after a byte was written, its reads "
               "differ or fail; it holds its old bytes; --width-unproved writes all the same, or 'width_proved = true' "
               "in the device table",
