@@ -81,7 +81,9 @@ void writeByte(seeprom& chip, std::uint32_t at, unsigned char byte)
 /// The byte of a trial as the chip's type reads it. Nothing unless two reads in a row agree.
 std::optional<unsigned char> readByte(seeprom& chip, std::uint32_t at)
 {
-    std::optional<unsigned char> last;
+    // no byte: a std::optional of a byte draws a warning of g++ 12 at -O2
+    constexpr int none = -1;
+    int last = none;
     for (int count = 0; count < mostReads; ++count) {
         try {
             const unsigned char now = chip.read({at, 1}, "width proof").front();
@@ -91,7 +93,7 @@ std::optional<unsigned char> readByte(seeprom& chip, std::uint32_t at)
             last = now;
         } catch (const failure&) {
             // a single failed read says nothing
-            last.reset();
+            last = none;
         }
     }
     return std::nullopt;
