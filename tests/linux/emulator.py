@@ -10,8 +10,8 @@ import time
 from prepare import WORK, call
 
 MILLIDEGREES = 25500
-BOOT_SECONDS = 900  # for emulation on a busy machine; an idle one takes about 30
-LAST_LINE = "KEST end"
+BOOT_SECONDS = 1800  # for emulation on a busy machine; an idle one takes a minute at most
+END = r"^KEST end\r?$"  # the last line
 
 # device tree, console, how QEMU counts serial ports and names the bus that is /dev/i2c-1, the adapter's errno for a
 # missing device, and whether the emulated controller ends the chips' transaction before a repeated START (checked in
@@ -73,7 +73,7 @@ def wait_for_end(machine, console):
     """Waits until the board has printed its last line or has stopped. Not every board can switch itself off."""
     deadline = time.monotonic() + BOOT_SECONDS
     while machine.poll() is None and time.monotonic() < deadline:
-        if console.exists() and re.search(rf"^{LAST_LINE}\r?$", console.read_text(errors="replace"), re.MULTILINE):
+        if console.exists() and re.search(END, console.read_text(errors="replace"), re.MULTILINE):
             return
         time.sleep(0.2)
 
@@ -111,6 +111,7 @@ class Run:
 
     def __init__(self, console, log, seconds):
         self.console = console
+        self.ended = bool(re.search(END, console, re.MULTILINE))
         self.lines = re.findall(r"^KEST (.*?)\r?$", console, re.MULTILINE)
         self.results = dict(line.split(" ", 1) for line in self.lines if " " in line)
         self.transactions = transactions(log)
@@ -124,7 +125,7 @@ class Run:
         return found
 
 
-def boot(board, part, armhf, kernel, images, chips, *, emulator=(), tree=None):
+def boot(board, part, armhf, kernel, images, chips, *, emulator=(), kernel_words="", tree=None):
     """Runs a part of the checks on a board to its end.
 
     @param part      names the script, and the folder for consoles and logs
@@ -132,6 +133,7 @@ def boot(board, part, armhf, kernel, images, chips, *, emulator=(), tree=None):
     @param chips     as eeprom() and sensor() describe them; "behind" is the way from the board's bus, if they are
                      behind a mux
     @param emulator  further options of QEMU
+    @param kernel_words  further words of the kernel's command line
     @param tree      changes a device tree, called with its file
     """
     about = BOARDS[board]
@@ -141,7 +143,7 @@ def boot(board, part, armhf, kernel, images, chips, *, emulator=(), tree=None):
     if tree:
         tree(folder / "board.dtb")
     arguments = (f"console={about['console']},115200 quiet panic=1 kest_part={part} kest_missing={about['missing']} "
-                 f"kest_state={about['state']}")
+                 f"kest_state={about['state']} {kernel_words}")
     command = ["qemu-system-arm", "-M", board, "-display", "none", "-no-reboot", "-S", "-monitor", "none",
                "-kernel", armhf / f"boot/vmlinuz-{kernel}", "-dtb", folder / "board.dtb", "-initrd", WORK / "ramfs.gz",
                "-append", arguments, *about["serial"], "-serial", f"file:{folder / 'console'}",

@@ -13,7 +13,7 @@ ROOT = HERE.parent.parent
 WORK = pathlib.Path(os.environ.get("KEST_LINUX_WORK", ROOT / "build-linux"))
 MODULES = ["i2c/i2c-dev", "i2c/i2c-mux", "i2c/muxes/i2c-mux-pca954x", "i2c/busses/i2c-imx", "i2c/busses/i2c-aspeed",
            "misc/eeprom/at24", "hwmon/lm75"]
-PROGRAMS = ["onboard", "holdwrite"]
+PROGRAMS = ["onboard", "holdwrite", "counted", "seepromwork"]
 CROSS_LIBRARIES = pathlib.Path("/usr/arm-linux-gnueabihf/lib")
 LIBRARIES = ["ld-linux-armhf.so.3", "libc.so.6", "libm.so.6", "libgcc_s.so.1", "libstdc++.so.6", "libatomic.so.1"]
 NEW_BYTES = random.Random("new").randbytes(65536)  # /new.bin on the boards: what the checks write
