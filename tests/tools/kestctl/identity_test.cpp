@@ -138,6 +138,29 @@ TEST_F(KestctlIdentity, HoldsForDeviceTextsRestoresAndCopies)
     EXPECT_EQ(std::string(256, 'y'), image("panel"));
 }
 
+TEST_F(KestctlIdentity, CanBeTheFormatOfTheContents)
+{
+    expects("panel-vpd", R"("edid")");
+    const std::vector<std::string> write{"seeprom", "write", "panel-vpd", "--offset", "0xF0", "--hex", "5A", "--yes"};
+    EXPECT_THAT(says(write), StartsWith("panel-vpd: the part is the expected one\n"));
+    panel("TlvInfo" + std::string(249, '\0'));
+    EXPECT_THAT(complaint(3, write), StartsWith("panel-vpd: identity: the device table expects contents of the format "
+                                                "edid, the part holds tlvinfo; is it another part?"));
+    panel(std::string(256, 'x'));
+    EXPECT_THAT(complaint(3, write),
+                HasSubstr("expects contents of the format edid, the part holds no known format; "));
+    panel(std::string(256, '\xFF'));
+    EXPECT_THAT(says(write), StartsWith("panel-vpd: the part is blank\n"));
+}
+
+TEST_F(KestctlIdentity, OfAFormatThatNobodyKnowsIsWrongUse)
+{
+    expects("panel-vpd", R"("tlvx")");
+    EXPECT_THAT(complaint(2, writeTo("panel-vpd", "--yes")),
+                StartsWith("panel-vpd: 'tlvx' is the name of no known format; formats: "));
+    EXPECT_EQ(2, kestctl({"devices"}).exit);
+}
+
 /// Reads that recover return zeros, and zeros would pass for a blank part.
 TEST_F(KestctlIdentity, BehindAHubIsReadUntilReadsAgree)
 {
