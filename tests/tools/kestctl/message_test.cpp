@@ -87,6 +87,18 @@ TEST_F(KestctlMessage, Reads)
     EXPECT_EQ(3, message({"read", "panel-vpd", "-o", "-"}, {.terminal = true}).exit);
 }
 
+TEST_F(KestctlMessage, OfContentsWithAWrongChecksumIsRefused)
+{
+    const std::string wrong("TlvInfo\0\x01\0\x0E!\x02"
+                            "AB#\x02S1\xFE\x04\x44\x60\x4B\x08",
+                            25);
+    EXPECT_EQ(
+        "panel-vpd: contents: the part would hold contents of the format tlvinfo (TlvInfo system EEPROM) that are "
+        "damaged: crc: stored is 0x44604B08, computed is 0x44604B07; 'kestctl seeprom set' mends checksums; "
+        "--force writes all the same",
+        complaint(3, {"write", "panel-vpd", "-i", file("wrong", wrong), "--yes"}));
+}
+
 TEST_F(KestctlMessage, Writes)
 {
     serve();
