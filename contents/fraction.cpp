@@ -45,31 +45,30 @@ std::optional<fraction> sum(const fraction& one, const fraction& other)
     return fractionOf(numerator, denominator);
 }
 
-std::string decimalText(const fraction& number)
+std::string decimalText(const fraction& number, unsigned decimals)
 {
-    constexpr int mostDigits = 6;
     const auto denominator = static_cast<std::uint64_t>(number.denominator);
     const bool negative = number.numerator < 0;
     const auto magnitude = static_cast<std::uint64_t>(negative ? -number.numerator : number.numerator);
     std::uint64_t whole = magnitude / denominator;
     std::uint64_t rest = magnitude % denominator;
-    std::uint64_t decimals = 0;
+    std::uint64_t behindPoint = 0;
     std::uint64_t scale = 1;
-    for (int digit = 0; digit < mostDigits; ++digit) {
+    for (unsigned digit = 0; digit < decimals; ++digit) {
         rest *= 10;
-        decimals = decimals * 10 + rest / denominator;
+        behindPoint = behindPoint * 10 + rest / denominator;
         rest %= denominator;
         scale *= 10;
     }
-    decimals += rest * 2 >= denominator ? 1 : 0;
-    whole += decimals / scale;
-    decimals %= scale;
-    const std::string sign = negative && whole + decimals != 0 ? "-" : "";
-    if (decimals == 0) {
+    behindPoint += rest * 2 >= denominator ? 1 : 0;
+    whole += behindPoint / scale;
+    behindPoint %= scale;
+    const std::string sign = negative && whole + behindPoint != 0 ? "-" : "";
+    if (behindPoint == 0) {
         return sign + std::to_string(whole);
     }
-    std::string digits = std::to_string(decimals);
-    digits.insert(0, mostDigits - digits.size(), '0');
+    std::string digits = std::to_string(behindPoint);
+    digits.insert(0, decimals - digits.size(), '0');
     digits.erase(digits.find_last_not_of('0') + 1);
     return sign + std::to_string(whole) + "." + digits;
 }

@@ -22,8 +22,8 @@ struct fraction {
 [[nodiscard]] std::optional<fraction> product(const fraction& one, const fraction& other);
 [[nodiscard]] std::optional<fraction> sum(const fraction& one, const fraction& other);
 
-/// Decimal digits, at most six behind the point, rounded half away from 0: "-0.0625".
-[[nodiscard]] std::string decimalText(const fraction& number);
+/// Decimal digits, rounded half away from 0: "-0.0625". @param decimals  digits behind the point, at most; 0 to 6
+[[nodiscard]] std::string decimalText(const fraction& number, unsigned decimals = 6);
 [[nodiscard]] double approximate(const fraction& number);
 
 } // namespace kest::contents

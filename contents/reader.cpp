@@ -124,7 +124,7 @@ void reader::readProduct(const row& field, const window& block, const std::strin
         node computed{.name = joined(prefix, field.name),
                       .label = std::string(field.label),
                       .value = approximate(*value),
-                      .text = decimalText(*value),
+                      .text = decimalText(*value, field.decimals),
                       .unit = std::string(field.unit),
                       .offset = block.begin,
                       .source = &field};
@@ -239,13 +239,32 @@ bool reader::readRepetition(const row& field, const window& outer, const std::st
     for (; number < most && at < all.bytes.end; ++number) {
         const std::size_t length = std::min(field.length, all.bytes.end - at);
         const window element{.begin = at, .end = at + length, .isCut = length < field.length};
-        if ((isOpen && element.isCut) || beginsWithZeros(m_image.subspan(at, length), field.stopAtZeros)) {
+        if (beginsWithZeros(m_image.subspan(at, length), field.stopAtZeros)) {
+            return true;
+        }
+        if (isOpen && element.isCut) {
+            addRest(field, element, prefix, into);
             return true;
         }
         readElement(field, element, joined(prefix, field.name), number + 1, into);
         at += length;
     }
     return isOpen || number == counted;
+}
+
+/// The bytes behind the last whole element of a repetition.
+void reader::addRest(const row& field, const window& rest, const std::string& prefix, std::vector<node>& into)
+{
+    if (!field.mustFill) {
+        return;
+    }
+    node left = bytesNode(m_image, rest);
+    left.name = joined(prefix, field.name) + ".rest";
+    left.label = std::string(field.label) + ", rest";
+    damage(left, "an element has " + std::to_string(field.length) + " bytes, and there are " +
+                     std::to_string(rest.size()) + " before the end of its area");
+    m_covered.add(rest.begin, rest.size());
+    into.push_back(std::move(left));
 }
 
 void reader::readElement(const row& field, const window& element, const std::string& name, std::uint64_t number,

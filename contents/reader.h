@@ -25,6 +25,9 @@ namespace kest::contents
 /// More entries of a list than any document allows in an image. They bound what a hostile image can make of its bytes.
 constexpr std::size_t mostEntries = 4096;
 
+/// Bytes without a meaning, without a name and a label.
+[[nodiscard]] node bytesNode(std::span<const std::uint8_t> image, const window& where);
+
 /// Reads one image once. Prefixes of names are empty, or end with a point. What a function reads is added to `into`.
 class reader
 {
@@ -45,6 +48,7 @@ private:
     void checkSum(const row& field, const window& block, node& into) const;
     bool readArea(const row& field, const window& outer, const std::string& prefix, std::vector<node>& into);
     bool readRepetition(const row& field, const window& outer, const std::string& prefix, std::vector<node>& into);
+    void addRest(const row& field, const window& rest, const std::string& prefix, std::vector<node>& into);
     void readElement(const row& field, const window& element, const std::string& name, std::uint64_t number,
                      std::vector<node>& into);
     void readEntries(const row& field, const window& list, const std::string& prefix, node& into);

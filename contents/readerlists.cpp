@@ -77,6 +77,8 @@ bool isZero(std::span<const std::uint8_t> bytes)
     return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
 }
 
+} // namespace
+
 node bytesNode(std::span<const std::uint8_t> image, const window& where)
 {
     const auto bytes = image.subspan(where.begin, where.size());
@@ -86,8 +88,6 @@ node bytesNode(std::span<const std::uint8_t> image, const window& where)
             .length = where.size(),
             .is = verdict::unknown};
 }
-
-} // namespace
 
 void reader::readEntries(const row& field, const window& list, const std::string& prefix, node& into)
 {

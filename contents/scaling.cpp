@@ -47,7 +47,10 @@ std::optional<std::int64_t> valueOf(const factor& each, const knownFields& known
         return std::nullopt;
     }
     if (each.values.empty()) {
-        return static_cast<std::int64_t>(*raw) + *more + each.plus;
+        const auto total =
+            product(fraction{.numerator = static_cast<std::int64_t>(*raw) + *more}, fraction{.numerator = each.times});
+        const auto value = total ? sum(*total, fraction{.numerator = each.plus}) : std::nullopt;
+        return value ? std::optional(value->numerator) : std::nullopt;
     }
     const std::int64_t found = *raw < each.values.size() ? each.values[static_cast<std::size_t>(*raw)] : 0;
     return found == 0 ? std::nullopt : std::optional(found);

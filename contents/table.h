@@ -27,7 +27,7 @@ enum class kind : std::uint8_t {
     version, ///< one byte: major in the high nibble, minor in the low
     bcd, ///< packed decimal digits, two in a byte, the first the most significant; scaled as a number
     real, ///< IEEE 754 of four bytes
-    text, ///< ASCII, padded behind with blanks, NUL, 0xFF or a line feed
+    text, ///< ASCII, with `padding` behind it
     bytes, ///< shown as they are
     macAddress, ///< 6 bytes
     eisaId, ///< 2 bytes, big-endian: three letters of 5 bits, 1 for A
@@ -80,6 +80,7 @@ struct factor {
     std::span<const std::int64_t> values{}; ///< when given: the one at the place of the field's value counts, unless 0
     std::int64_t plus = 0;
     std::string_view plusField{}; ///< its value as stored is added, too
+    std::int64_t times = 1; ///< multiplies the stored values before `plus` is added
     bool divides = false;
 };
 
@@ -97,6 +98,17 @@ struct condition {
     std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
     std::uint64_t oneOf = 0;
 };
+
+/// The values that a number may have as stored, both included. A special value of `names` is always allowed; any other
+/// is damaged.
+struct allowedValues {
+    std::uint64_t least = 0;
+    std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
+};
+
+/// What texts are padded with unless their row says otherwise: blanks and NUL.
+inline constexpr std::string_view usualPadding(" \0", 2);
+constexpr std::uint8_t mostDecimals = 6;
 
 enum class sumKind : std::uint8_t {
     none,
@@ -199,7 +211,10 @@ struct row {
     fineCorrection fine{};
     std::span<const factor> factors{};
     std::string_view unit{};
+    std::uint8_t decimals = mostDecimals; ///< of a product: digits behind the point, at most
     std::span<const named> names{};
+    allowedValues allowed{}; ///< of a number or choice
+    std::string_view padding = usualPadding; ///< of a text: the characters that may follow it
     condition when{}; ///< the row counts only when both conditions hold
     condition also{};
     bool settable = false; ///< `seeprom set` may change it
@@ -212,6 +227,7 @@ struct row {
     std::size_t count = 0; ///< of a repetition; 0: as many as fit
     std::string_view countField{};
     std::size_t stopAtZeros = 0; ///< a repetition ends before an element that begins with so many bytes 0
+    bool mustFill = false; ///< a repetition without a count: bytes behind its last whole element are damage
     listRule entries{};
     stringsRule strings{};
 };

@@ -121,14 +121,11 @@ decodedValue real(std::span<const std::uint8_t> bytes)
     return {.value = static_cast<double>(value), .text = text};
 }
 
-bool isPadding(char byte) { return byte == '\0' || byte == ' ' || byte == '\xFF' || byte == '\n' || byte == '\r'; }
-
-decodedValue paddedText(std::span<const std::uint8_t> bytes)
+decodedValue paddedText(const row& field, std::span<const std::uint8_t> bytes)
 {
     std::string text(bytes.begin(), bytes.end());
-    while (!text.empty() && isPadding(text.back())) {
-        text.pop_back();
-    }
+    // without any other character all of it is padding
+    text.erase(text.find_last_not_of(field.padding) + 1);
     if (!std::all_of(text.begin(), text.end(), [](char each) { return each >= ' ' && each <= '~'; })) {
         return damagedBytes(bytes, "this is no ASCII text");
     }
@@ -141,11 +138,29 @@ decodedValue version(std::span<const std::uint8_t> bytes)
     return {.value = text, .text = text, .raw = bytes.front()};
 }
 
+bool isAllowed(const row& field, std::uint64_t raw)
+{
+    return (raw >= field.allowed.least && raw <= field.allowed.most) || textOf(field, raw) != nullptr;
+}
+
+decodedValue notAllowed(const row& field, std::uint64_t raw, std::span<const std::uint8_t> bytes)
+{
+    const auto& [least, most] = field.allowed;
+    const std::string only =
+        least == most ? std::to_string(least) + " alone" : std::to_string(least) + " to " + std::to_string(most);
+    decodedValue result = damagedBytes(bytes, "it is " + std::to_string(raw) + ", and allowed is " + only);
+    result.raw = raw;
+    return result;
+}
+
 decodedValue numeric(const row& field, const fieldBytes& bytes, const knownFields& known)
 {
     const std::optional<rawNumber> raw = rawNumberOf(field, bytes.block, bytes.at, bytes.length);
     if (!raw) {
         return damagedBytes(bytes.own(), "some of its bits are missing");
+    }
+    if (!isAllowed(field, raw->value)) {
+        return notAllowed(field, raw->value, bytes.own());
     }
     switch (field.as) {
     case kind::choice:
@@ -183,7 +198,7 @@ decodedValue decodeValue(const row& field, const fieldBytes& bytes, const knownF
     case kind::real:
         return real(bytes.own());
     case kind::text:
-        return paddedText(bytes.own());
+        return paddedText(field, bytes.own());
     case kind::macAddress:
     case kind::eisaId:
     case kind::jedecId:

@@ -11,6 +11,8 @@ namespace kest::contents::edidrows
 {
 
 constexpr std::size_t descriptorLength = 18;
+/// A line feed ends a text, blanks follow it; some displays have NUL instead.
+inline constexpr std::string_view textPadding("\n \0", 3);
 
 inline constexpr place upperHorizontalActive[] = {{.at = 4, .bit = 4, .bits = 4}};
 inline constexpr place upperHorizontalBlanking[] = {{.at = 4, .bit = 0, .bits = 4}};
@@ -125,13 +127,13 @@ inline constexpr row descriptor[] = {
     {.as = kind::block, .length = 0, .when = {.field = "form", .least = 1}, .rows = timing},
     {.name = "tag", .label = "Descriptor", .as = kind::choice, .at = 3, .names = tags, .when = isDisplayDescriptor},
     {.name = "serialNumber", .label = "Serial number", .as = kind::text, .at = 5, .length = 13,
-     .when = isDisplayDescriptor, .also = {.field = "tag", .least = 0xFF}},
-    {.name = "text", .label = "Text", .as = kind::text, .at = 5, .length = 13, .when = isDisplayDescriptor,
-     .also = {.field = "tag", .least = 0xFE, .most = 0xFE}},
+     .padding = textPadding, .when = isDisplayDescriptor, .also = {.field = "tag", .least = 0xFF}},
+    {.name = "text", .label = "Text", .as = kind::text, .at = 5, .length = 13, .padding = textPadding,
+     .when = isDisplayDescriptor, .also = {.field = "tag", .least = 0xFE, .most = 0xFE}},
     {.as = kind::block, .length = 0, .when = isDisplayDescriptor,
      .also = {.field = "tag", .least = 0xFD, .most = 0xFD}, .rows = rangeLimits},
-    {.name = "name", .label = "Name", .as = kind::text, .at = 5, .length = 13, .when = isDisplayDescriptor,
-     .also = {.field = "tag", .least = 0xFC, .most = 0xFC}},
+    {.name = "name", .label = "Name", .as = kind::text, .at = 5, .length = 13, .padding = textPadding,
+     .when = isDisplayDescriptor, .also = {.field = "tag", .least = 0xFC, .most = 0xFC}},
     {.name = "data", .label = "Data", .at = 4, .length = 14, .when = isDisplayDescriptor,
      .also = {.field = "tag", .most = 0xFB}},
 };

@@ -39,6 +39,16 @@ TEST(Fraction, DecimalDigits)
     EXPECT_EQ("9223372036854775807", textOf(most, 1));
 }
 
+TEST(Fraction, AsFewDecimalsAsAreWanted)
+{
+    EXPECT_EQ("60.05", decimalText({60'053'381, 1'000'000}, 2));
+    EXPECT_EQ("60", decimalText({59'999, 1'000}, 2));
+    EXPECT_EQ("59.99", decimalText({59'994, 1'000}, 2));
+    EXPECT_EQ("60.1", decimalText({601, 10}, 2));
+    EXPECT_EQ("3", decimalText({5, 2}, 0));
+    EXPECT_EQ("-0.07", decimalText({-1, 15}, 2));
+}
+
 TEST(Fraction, WhatDoesNotFitIsNone)
 {
     EXPECT_FALSE(product({most, 1}, {2, 1}).has_value());

@@ -119,6 +119,48 @@ TEST(Reader, RepetitionsWithoutACountGoOnAsLongAsTheyFit)
     EXPECT_EQ("(there is none)", textOf(readBy(rows, "01 01 00 02 01 03"), "item.3.v"));
 }
 
+TEST(Reader, RepetitionsThatMustFillTheirBlockLeaveNoBytes)
+{
+    static constexpr row inner[] = {{.name = "v", .label = "V", .as = kind::number, .length = 2}};
+    static constexpr row rows[] = {
+        {.name = "item", .label = "Item", .as = kind::repetition, .length = 2, .rows = inner, .mustFill = true}};
+    EXPECT_TRUE(isWhole(readBy(rows, "01 01 01 02")));
+    EXPECT_TRUE(isWhole(readBy(rows, "")));
+    const reading what = readBy(rows, "01 01 01 02 33");
+    EXPECT_EQ("258", textOf(what, "item.2.v"));
+    EXPECT_EQ("33", textOf(what, "item.rest"));
+    EXPECT_EQ("an element has 2 bytes, and there are 1 before the end of its area", problemOf(what, "item.rest"));
+    EXPECT_EQ("(there is none)", textOf(what, "other.at4"));
+    EXPECT_FALSE(isWhole(what));
+}
+
+TEST(Reader, AProductMultipliesSumsOfFields)
+{
+    // the fields of 1080i: 1920 + 280 pixels a line, 562.5 lines a field, 74.25 MHz
+    static constexpr factor factors[] = {
+        {.field = "clock"},
+        {.field = "pixels", .plusField = "pixelsBlank", .divides = true},
+        {.field = "lines", .plus = 1, .plusField = "linesBlank", .times = 2, .divides = true},
+    };
+    static constexpr row rows[] = {
+        {.name = "clock", .label = "Clock", .as = kind::number, .length = 2},
+        {.name = "pixels", .label = "Pixels", .as = kind::number, .at = 2, .length = 2},
+        {.name = "pixelsBlank", .label = "Blank pixels", .as = kind::number, .at = 4, .length = 2},
+        {.name = "lines", .label = "Lines", .as = kind::number, .at = 6, .length = 2},
+        {.name = "linesBlank", .label = "Blank lines", .as = kind::number, .at = 8, .length = 2},
+        {.name = "rate",
+         .label = "Rate",
+         .as = kind::product,
+         .length = 0,
+         .by = {.factor = 20000},
+         .factors = factors,
+         .decimals = 2},
+    };
+    EXPECT_EQ("60", textOf(readBy(rows, "1d01 0780 0118 021c 0016"), "rate"));
+    // 59.94 Hz, as 74.18 MHz makes it: 59.943434
+    EXPECT_EQ("59.94", textOf(readBy(rows, "1cfa 0780 0118 021c 0016"), "rate"));
+}
+
 TEST(Reader, WhatAnElementReadsIsForgottenAtItsEnd)
 {
     static constexpr row inner[] = {

@@ -122,6 +122,9 @@ TEST(Tables, StructuresHaveWhatTheirKindNeeds)
         EXPECT_TRUE(field.as != kind::product || field.length == 0);
         EXPECT_TRUE(field.as != kind::repetition || field.length != 0);
         EXPECT_TRUE(field.as != kind::list || !field.entries.lengthField.empty());
+        EXPECT_TRUE(!field.mustFill || field.as == kind::repetition);
+        EXPECT_LE(field.allowed.least, field.allowed.most);
+        EXPECT_LE(field.decimals, mostDecimals);
     });
 }
 

@@ -107,11 +107,38 @@ TEST(Values, TextEndsBeforeItsPadding)
 {
     EXPECT_EQ("AB", text({.as = kind::text, .length = 4}, "41422020"));
     EXPECT_EQ("AB", text({.as = kind::text, .length = 4}, "41420000"));
-    EXPECT_EQ("AB", text({.as = kind::text, .length = 4}, "41420a20"));
     EXPECT_EQ(" A B", text({.as = kind::text, .length = 4}, "20412042"));
-    EXPECT_EQ("", text({.as = kind::text, .length = 4}, "ffffffff"));
+    EXPECT_EQ("", text({.as = kind::text, .length = 4}, "20200000"));
     EXPECT_EQ("this is no ASCII text", problem({.as = kind::text, .length = 4}, "41004200"));
     EXPECT_EQ("41 1B 5B 42", text({.as = kind::text, .length = 4}, "411b5b42"));
+}
+
+TEST(Values, ATextHasThePaddingOfItsRowAlone)
+{
+    EXPECT_EQ("AB", text({.as = kind::text, .length = 4, .padding = "\n "}, "41420a20"));
+    EXPECT_EQ("AB", text({.as = kind::text, .length = 4, .padding = "\xFF"}, "4142ffff"));
+    EXPECT_EQ("AB ", text({.as = kind::text, .length = 3, .padding = "\n"}, "414220"));
+    EXPECT_EQ("this is no ASCII text", problem({.as = kind::text, .length = 4}, "41420a20"));
+    EXPECT_EQ("this is no ASCII text", problem({.as = kind::text, .length = 4}, "4142ffff"));
+    EXPECT_EQ("FF FF", text({.as = kind::text, .length = 2}, "ffff"));
+}
+
+TEST(Values, NumbersThatAreNotAllowedAreDamaged)
+{
+    static constexpr named special[] = {{0, "none"}};
+    constexpr row position{.as = kind::number, .names = special, .allowed = {.least = 4, .most = 109}};
+    EXPECT_EQ("none", text(position, "00"));
+    EXPECT_EQ("4", text(position, "04"));
+    EXPECT_EQ("109", text(position, "6d"));
+    EXPECT_EQ("it is 3, and allowed is 4 to 109", problem(position, "03"));
+    EXPECT_EQ("it is 110, and allowed is 4 to 109", problem(position, "6e"));
+    // rows that refer to it still find what is stored
+    EXPECT_EQ(110U, decoded(position, fromHex("6e")).raw);
+    static constexpr named versions[] = {{1, "1"}};
+    constexpr row version{.as = kind::choice, .names = versions, .allowed = {.least = 1, .most = 1}};
+    EXPECT_EQ("1", text(version, "01"));
+    EXPECT_EQ("it is 2, and allowed is 1 alone", problem(version, "02"));
+    EXPECT_EQ(verdict::damaged, decoded(version, fromHex("02")).is);
 }
 
 TEST(Values, Identifiers)
