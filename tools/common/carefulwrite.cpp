@@ -20,22 +20,22 @@ namespace
 {
 
 /// Whether the part is one that may be written so, when something is to be written.
-identity checkPart(seeprom& chip, const writePlan& plan, bool force, widthGuard& width)
+identity checkPart(const device& target, const writePlan& plan, bool force, widthGuard& width)
 {
     if (plan.ranges.empty()) {
         return identity::notExpected;
     }
     width.beforeWriting(plan.old, plan.bytes);
-    return checkIdentity(chip, force);
+    return requireExpected(target, plan.part, force);
 }
 
-/// Whether the part's contents may become what is written, when something is to be written.
-contentsFinding checkContents(seeprom& chip, const writePlan& plan, const carefulWriteOptions& options)
+/// Whether the part's contents may become what is written.
+contentsFinding checkContents(const device& target, const writePlan& plan, bool dryRun)
 {
-    return plan.ranges.empty() || options.contentsKnown
-               ? contentsFinding()
-               : guardContents(chip, plan.whole, plan.old, plan.bytes,
-                               {.dryRun = options.dryRun, .force = options.force});
+    if (!plan.contents.doubt.empty() && !dryRun) {
+        askForContents(target, plan.contents);
+    }
+    return plan.contents;
 }
 
 writeReport reportOf(const writePlan& plan, std::uint32_t pageBytes)
@@ -230,11 +230,12 @@ writeReport writeCarefully(seeprom& chip, std::uint32_t offset, std::span<const 
         beforeWriting([&] { hold(operation, target, options); });
     }
     widthGuard width(chip, whole, {.yes = options.yes, .dryRun = options.dryRun, .unproved = options.widthUnproved});
-    const writePlan plan = beforeWriting([&] { return makePlan(chip, whole, bytes, options.allPages, width); });
+    const planOptions planned{.allPages = options.allPages, .contents = !options.force && !options.contentsKnown};
+    const writePlan plan = beforeWriting([&] { return makePlan(chip, whole, bytes, planned, width); });
     writeReport report = reportOf(plan, chip.pageBytes());
-    report.part = beforeWriting([&] { return checkPart(chip, plan, options.force, width); });
+    report.part = beforeWriting([&] { return checkPart(target, plan, options.force, width); });
     report.width = width.finding();
-    report.contents = beforeWriting([&] { return checkContents(chip, plan, options); });
+    report.contents = beforeWriting([&] { return checkContents(target, plan, options.dryRun); });
     if (options.dryRun || plan.ranges.empty()) {
         report.verified = plan.ranges.empty();
         return report;

@@ -21,7 +21,6 @@ namespace
 using contents::format;
 using contents::reading;
 
-constexpr const char* step = "contents";
 /// Show the format of most contents; more are read only where they leave one open.
 constexpr std::uint32_t firstBytes = 128;
 
@@ -173,26 +172,21 @@ void askForContents(const device& which, const contentsFinding& finding)
                                      ? "'kestctl seeprom set' mends checksums; --force writes all the same"
                                      : "--force writes all the same",
                       .device = which.label,
-                      .step = step};
+                      .step = contentsStep};
     }
     confirm(fmt::format("{}: {}.", which.label, finding.doubt), false);
 }
 
-contentsFinding guardContents(seeprom& chip, const byteRange& range, std::span<const unsigned char> old,
-                              std::span<const unsigned char> wanted, const contentsOptions& options)
+contentsFinding findContents(const seeprom& chip, const byteRange& range, std::span<const unsigned char> old,
+                             std::span<const unsigned char> wanted, bytesReader read)
 {
     // bytes of a 172 device have no offsets
-    if (options.force || !chip.touchesHardware() || chip.target().end().type->type == KEST_DEV_172) {
+    if (!chip.touchesHardware() || chip.target().end().type->type == KEST_DEV_172) {
         return {};
     }
-    partContents part(chip.target().end().type->bytes,
-                      [&chip](const byteRange& more) { return chip.read(more, step); });
+    partContents part(chip.target().end().type->bytes, std::move(read));
     part.know(range, old);
-    contentsFinding finding = judgeContents(part, range, wanted);
-    if (!finding.doubt.empty() && !options.dryRun) {
-        askForContents(chip.target(), finding);
-    }
-    return finding;
+    return judgeContents(part, range, wanted);
 }
 
 } // namespace kest::tools

@@ -11,10 +11,8 @@
 namespace kest::tools
 {
 
-struct contentsOptions {
-    bool dryRun = false; ///< nothing is asked
-    bool force = false; ///< nothing is judged: write all the same
-};
+/// The step of these reads, for messages.
+inline constexpr const char* contentsStep = "contents";
 
 /// What a write makes of the contents of a part. Names of formats are empty where none is known.
 struct contentsFinding {
@@ -36,12 +34,15 @@ struct contentsFinding {
 /// a checksum that is wrong.
 [[nodiscard]] contentsFinding judgeWritten(std::span<const unsigned char> bytes);
 
-/// Judges a write to a device's hardware, and asks when there is a doubt. A persisted copy is written without a question. Throws a `failure` (exit code 3) when the answer is not
-/// yes, or there is nobody to ask; and as seeprom::read().
-[[nodiscard]] contentsFinding guardContents(seeprom& chip, const byteRange& range, std::span<const unsigned char> old,
-                                            std::span<const unsigned char> wanted, const contentsOptions& options);
+/// Judges a write to a device's hardware; of a persisted copy, and of a device without offsets, nothing is found. Throws
+/// as the reader.
+/// @param old  the bytes of `range`. @param wanted  the new ones
+[[nodiscard]] contentsFinding findContents(const seeprom& chip, const byteRange& range,
+                                           std::span<const unsigned char> old, std::span<const unsigned char> wanted,
+                                           bytesReader read);
 
-/// Asks about a finding with a doubt, as guardContents() does.
+/// Asks about a finding with a doubt. Throws a `failure` (exit code 3) when the answer is not yes, or there is nobody to
+/// ask.
 void askForContents(const device& which, const contentsFinding& finding);
 
 } // namespace kest::tools

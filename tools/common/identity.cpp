@@ -16,7 +16,6 @@ namespace kest::tools
 namespace
 {
 
-constexpr const char* step = "identity";
 constexpr std::size_t mostBytesShown = 16;
 
 /// Bytes of a message: "54 6c 76 49", of long ones the first.
@@ -83,7 +82,7 @@ failure otherPart(const device& which, const identityFinding& finding)
                 .what = finding.difference,
                 .tryThis = "is it another part? --force writes all the same",
                 .device = which.label,
-                .step = step};
+                .step = identityStep};
     logFailure(
         why,
         {.reason = reasonOtherPart, .words = {finding.offset, finding.expected, finding.seen}, .text = which.text});
@@ -173,12 +172,6 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
 
 bool isExpected(const device& which) { return !expectedAt(which).empty() || !expectedFormatAt(which).empty(); }
 
-identity checkIdentity(seeprom& chip, bool force)
-{
-    return checkIdentity(
-        chip.target(), servedBytes(chip), [&chip](const byteRange& range) { return chip.read(range, step); }, force);
-}
-
 identityFinding findIdentity(const device& which, std::uint32_t served, const bytesReader& read)
 {
     if (!isExpected(which)) {
@@ -191,9 +184,8 @@ identityFinding findIdentity(const device& which, std::uint32_t served, const by
     return seen.first.found == identity::unexpected && isBlank ? identityFinding{.found = identity::blank} : seen.first;
 }
 
-identity checkIdentity(const device& which, std::uint32_t served, const bytesReader& read, bool force)
+identity requireExpected(const device& which, const identityFinding& finding, bool force)
 {
-    const identityFinding finding = findIdentity(which, served, read);
     if (finding.found == identity::unexpected && !force) {
         throw otherPart(which, finding);
     }

@@ -32,11 +32,8 @@ void requireRoomFor(const device& which, const std::vector<host::expectedBytes>&
 /// Whether the table expects anything of a device.
 [[nodiscard]] bool isExpected(const device& which);
 
-/// Reads what the table expects, from where the device is served, before a write to it. Around expected bytes the whole
-/// pages are read, so that a single FF does not pass for a blank part; for a format, as many bytes as show which it is. Throws a `failure` and makes an error entry (exit code 3)
-/// when the part holds something else and is not blank; and throws as requireRoomFor() and seeprom::read().
-/// @param force  returns `unexpected` instead of throwing
-[[nodiscard]] identity checkIdentity(seeprom& chip, bool force);
+/// The step of these reads, for messages.
+inline constexpr const char* identityStep = "identity";
 
 struct identityFinding {
     identity found = identity::notExpected;
@@ -47,11 +44,13 @@ struct identityFinding {
     std::uint8_t seen = 0;
 };
 
-/// The same by a reader of the caller's; makes no error entry. Throws as requireRoomFor() and the reader.
+/// Reads what the table expects, before a write. Around expected bytes the whole pages are read, so that a single FF does
+/// not pass for a blank part; for a format, as many bytes as show which it is. Throws as requireRoomFor() and the reader.
 /// @param served  how many bytes can be read, from the first one on
 [[nodiscard]] identityFinding findIdentity(const device& which, std::uint32_t served, const bytesReader& read);
 
-/// The same, with an error entry and a `failure` for another part. @param force  returns `unexpected` instead of throwing
-[[nodiscard]] identity checkIdentity(const device& which, std::uint32_t served, const bytesReader& read, bool force);
+/// Throws a `failure` and makes an error entry (exit code 3) when the part holds something else and is not blank.
+/// @param force  returns `unexpected` instead of throwing
+identity requireExpected(const device& which, const identityFinding& finding, bool force);
 
 } // namespace kest::tools

@@ -97,21 +97,19 @@ void widthGuard::beforeReading()
     askForWidth();
 }
 
-/// Where the read by the type of the device changes a ferroelectric part with one offset byte.
-firstOffsets widthGuard::readsChange() const
+void widthGuard::willRead(const byteRange& range)
 {
-    firstOffsets offsets;
-    for (std::size_t at = m_range.offset / 256; at <= (m_range.offset + m_range.length - 1) / 256; ++at) {
-        offsets.insert(at);
+    const std::uint32_t end = range.offset + range.length;
+    for (std::uint32_t at = range.offset / 256; range.length != 0 && at <= (end - 1) / 256; ++at) {
+        m_readsChange.insert(at);
     }
-    return offsets;
 }
 
 /// A part whose reads behind one offset byte do not begin there shows other bytes, but not by a change.
 firstChange widthGuard::changeByReading() const
 {
     const firstAgain now = readFirstAgain(m_chip);
-    const firstChange change = changeOf(now, m_finding->first, readsChange());
+    const firstChange change = changeOf(now, m_finding->first, m_readsChange);
     return now.unlike || change == firstChange::elsewhere ? firstChange::none : change;
 }
 
@@ -135,7 +133,7 @@ void widthGuard::afterReading()
     {
         const interruptsHeld calm;
         change = changeByReading();
-        isBack = change == firstChange::none || putBack(m_chip, m_finding->first, readsChange());
+        isBack = change == firstChange::none || putBack(m_chip, m_finding->first, m_readsChange);
     }
     if (isBack && change == firstChange::there) {
         throwSeen(changedByReading());
@@ -155,7 +153,7 @@ void widthGuard::afterFailedRead(failure& why)
     if (change == firstChange::none) {
         return;
     }
-    if (!putBack(m_chip, m_finding->first, readsChange())) {
+    if (!putBack(m_chip, m_finding->first, m_readsChange)) {
         why.what += fmt::format("; {}", readingDoubt);
         why.tryThis = keepFirst();
     } else if (change == firstChange::there) {

@@ -33,6 +33,8 @@ public:
     /// a type is proved now, and so is one behind a hub. Where neither that shows the width nor a change could be seen
     /// afterwards, the user is asked first.
     void beforeReading();
+    /// Before each read by the type of the device, until afterReading() or afterFailedRead(). readWatched() calls these.
+    void willRead(const byteRange& range);
     /// After the bytes were read. When the read itself has changed bytes, they are put back.
     void afterReading();
     /// The same when not all of them could be read. What it finds goes into the failure of an interruption, and is a
@@ -60,7 +62,6 @@ private:
     [[noreturn]] void throwSeen(const failure& why) const;
     [[noreturn]] void throwTrial(const trialResult& result, const std::string& hint);
     [[nodiscard]] bool watchesReads() const { return isOpen() && !m_finding->first.empty(); }
-    [[nodiscard]] firstOffsets readsChange() const;
     [[nodiscard]] firstChange changeByReading() const;
     [[nodiscard]] failure changedByReading();
     [[nodiscard]] std::string keepFirst() const;
@@ -75,6 +76,8 @@ private:
     bool m_accepted; ///< the user writes without a proof
     std::optional<widthFinding> m_finding;
     std::optional<trialByte> m_trial;
+    /// Where the reads by the type of the device change a ferroelectric part with one offset byte.
+    firstOffsets m_readsChange;
 };
 
 } // namespace kest::tools

@@ -6,6 +6,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/number.h"
 #include "tools/common/vote.h"
+#include "tools/common/watchedreads.h"
 
 namespace kest::tools
 {
@@ -43,7 +44,7 @@ std::vector<byteRange> differingPages(const byteRange& range, std::span<const un
 
 /// Reads the pages that will be written once more, where a read is not repeated anyway. Throws a refusal when they
 /// differ: the undo file would hold wrong bytes. Pages that are skipped held what was to be written.
-void readAgain(seeprom& chip, const writePlan& plan)
+void readAgain(seeprom& chip, const writePlan& plan, watchedReads& reads)
 {
     if (!chip.readsOnce() || plan.total > mostReadAgain) {
         return;
@@ -51,7 +52,7 @@ void readAgain(seeprom& chip, const writePlan& plan)
     for (const byteRange& range : plan.ranges) {
         const auto part = std::span(plan.old).subspan(range.offset - plan.whole.offset, range.length);
         const byteVector first(part.begin(), part.end());
-        const byteVector now = chip.read(range, readOld);
+        const byteVector now = reads.read(range, readOld);
         if (first != now) {
             chip.noteWavering(range.offset, first, now);
             const std::size_t bytes = differing(range.offset, first, now).size();
@@ -69,24 +70,24 @@ void readAgain(seeprom& chip, const writePlan& plan)
 
 } // namespace
 
-writePlan makePlan(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes, bool allPages,
-                   widthGuard& width)
+writePlan makePlan(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes,
+                   const planOptions& options, widthGuard& width)
 {
-    width.beforeReading();
-    writePlan plan{.whole = whole, .bytes = bytes, .old = {}, .ranges = {}};
-    try {
-        plan.old = chip.read(whole, readOld);
-        plan.ranges = differingPages(whole, bytes, plan.old, chip.pageBytes(), allPages);
+    return readWatched(chip, width, [&](watchedReads reads) {
+        writePlan plan{.whole = whole, .bytes = bytes, .old = reads.read(whole, readOld), .ranges = {}};
+        plan.ranges = differingPages(whole, bytes, plan.old, chip.pageBytes(), options.allPages);
         for (const byteRange& range : plan.ranges) {
             plan.total += range.length;
         }
-        readAgain(chip, plan);
-    } catch (failure& why) {
-        width.afterFailedRead(why);
-        throw;
-    }
-    width.afterReading();
-    return plan;
+        readAgain(chip, plan, reads);
+        if (!plan.ranges.empty()) {
+            plan.part = findIdentity(chip.target(), servedBytes(chip), reads.reader(identityStep));
+        }
+        if (!plan.ranges.empty() && options.contents) {
+            plan.contents = findContents(chip, whole, plan.old, bytes, reads.reader(contentsStep));
+        }
+        return plan;
+    });
 }
 
 std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes)

@@ -1,10 +1,12 @@
-/// What a write changes: the old bytes, and the pages that have to go out.
+/// What a write changes: the old bytes, the pages that have to go out, and what shows whether they may.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <vector>
 
+#include "tools/common/contentsguard.h"
+#include "tools/common/identity.h"
 #include "tools/common/readback.h"
 #include "tools/common/seeprom.h"
 #include "tools/common/widthguard.h"
@@ -18,13 +20,22 @@ struct writePlan {
     byteVector old;
     std::vector<byteRange> ranges; ///< that need writing
     std::uint32_t total = 0; ///< bytes of these
+    // where something needs writing; not judged yet
+    identityFinding part = {};
+    contentsFinding contents = {}; ///< without a finding unless it was asked for
 };
 
-/// Reads the old bytes, and those of few pages that need writing once more. Throws a `failure`: when both reads of one
-/// page differ, since an undo file would hold wrong bytes; and as `width` does.
-/// @param bytes  to be written, of all of `whole`; the caller's. @param allPages  also pages that already hold them
+struct planOptions {
+    bool allPages = false; ///< also pages that already hold the bytes
+    bool contents = true; ///< what becomes of the part's contents is of interest
+};
+
+/// Reads all that a write has to know: the old bytes, those of few pages that need writing once more, what the device
+/// table expects, and the contents. Throws a `failure`: when both reads of one page differ, since an undo file would hold
+/// wrong bytes; and as `width` does.
+/// @param bytes  to be written, of all of `whole`; the caller's
 [[nodiscard]] writePlan makePlan(seeprom& chip, const byteRange& whole, std::span<const unsigned char> bytes,
-                                 bool allPages, widthGuard& width);
+                                 const planOptions& options, widthGuard& width);
 
 /// Pages that a range touches.
 [[nodiscard]] std::uint32_t pagesIn(const byteRange& range, std::uint32_t pageBytes);

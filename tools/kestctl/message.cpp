@@ -184,7 +184,7 @@ void guardIdentity(const messageOptions& options, const device& which)
         requireWhole(answer, which, range);
         return byteVector(answer.data.begin(), answer.data.begin() + range.length);
     };
-    static_cast<void>(checkIdentity(which, which.end().type->bytes, read, options.force));
+    requireExpected(which, findIdentity(which, which.end().type->bytes, read), options.force);
 }
 
 /// Asks before bytes are written whose own checksums are wrong. What the part holds besides is not read.

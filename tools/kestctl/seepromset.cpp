@@ -18,6 +18,7 @@
 #include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/partcontents.h"
+#include "tools/common/watchedreads.h"
 #include "tools/common/widthguard.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/bytedifferences.h"
@@ -113,13 +114,12 @@ byteVector readPart(seeprom& chip, const setOptions& options, const std::vector<
     const byteRange all = chip.range(0, std::nullopt);
     widthGuard width(chip, all,
                      {.yes = options.care.yes, .dryRun = options.care.dryRun, .unproved = options.care.widthUnproved});
-    width.beforeReading();
-    partContents part(servedBytes(chip), [&chip](const byteRange& range) { return chip.read(range, "set"); });
-    const std::uint32_t end = endOfContents(part);
-    width.afterReading();
-    const std::uint32_t room = std::min(part.capacity(), end + mostGrowth(settings));
-    const byteVector& bytes = part.upTo(room);
-    return {bytes.begin(), bytes.begin() + room};
+    return readWatched(chip, width, [&](watchedReads reads) {
+        partContents part(servedBytes(chip), reads.reader("set"));
+        const std::uint32_t room = std::min(part.capacity(), endOfContents(part) + mostGrowth(settings));
+        const byteVector& bytes = part.upTo(room);
+        return byteVector(bytes.begin(), bytes.begin() + room);
+    });
 }
 
 /// Edits what the part holds, shows the difference, and writes it with care. Nobody else writes to it meanwhile.
