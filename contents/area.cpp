@@ -78,7 +78,7 @@ area areaOf(const row& field, const window& outer, std::span<const std::uint8_t>
         return {.is = isNoLoss ? presence::absent : presence::missing,
                 .bytes = {.begin = outer.end, .end = outer.end, .isCut = true},
                 .problem =
-                    "it begins " + bytesText(*position) + " behind the start of an area of " + bytesText(outer.size())};
+                    "it begins " + bytesText(*position) + " after the start of an area of " + bytesText(outer.size())};
     }
     const std::size_t begin = outer.begin + static_cast<std::size_t>(*position);
     const auto length = lengthOf(field, *position, image.subspan(begin, outer.end - begin), known);

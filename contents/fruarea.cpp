@@ -14,6 +14,7 @@ namespace
 {
 
 constexpr std::uint8_t formatVersion = 1;
+constexpr std::uint8_t versionMask = 0x0F;
 constexpr std::size_t lengthAt = 1;
 constexpr std::uint8_t lengthMask = 0x3F;
 constexpr std::uint8_t plainText = 0xC0; ///< coding: 8 bits a character
@@ -163,6 +164,9 @@ fruArea readFruArea(const row& area, std::span<const std::uint8_t> bytes)
     const std::size_t length = bytes.size() <= lengthAt ? 0 : bytes[lengthAt] * fruUnitBytes;
     if (length <= headBytes || length > bytes.size()) {
         return damaged(area, fmt::format("its length of {} bytes can't be right", length));
+    }
+    if (const unsigned version = bytes[0] & versionMask; version != formatVersion) {
+        return damaged(area, fmt::format("its version is {}, known is {}", version, formatVersion));
     }
     const auto whole = bytes.first(length);
     if (const std::uint8_t sum = fruZeroSum(whole); sum != 0) {

@@ -45,7 +45,7 @@ decodedValue eisaId(byteSpan bytes)
     for (const unsigned shift : {10U, 5U, 0U}) {
         const unsigned letter = (packed >> shift) & 0x1F;
         if (letter == 0 || letter > letters || packed >> 15 != 0) {
-            return damagedBytes(bytes, "these are no three letters");
+            return damagedBytes(bytes, "these are not three letters");
         }
         text += static_cast<char>('A' + letter - 1);
     }
@@ -111,7 +111,7 @@ decodedValue yearWeekBcd(byteSpan bytes)
         return {.text = std::string(notGiven)};
     }
     if (!isDecimal(bytes[0]) || !isDecimal(bytes[1])) {
-        return damagedBytes(bytes, "these are no decimal digits");
+        return damagedBytes(bytes, "these are not decimal digits");
     }
     if (decimal(bytes[1]) == 0 || decimal(bytes[1]) > mostWeeks) {
         return damagedBytes(bytes, "there is no such week");

@@ -1,5 +1,6 @@
 #include "contents/packedtext.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace kest::contents
@@ -59,10 +60,27 @@ void appendUtf8(std::string& text, char32_t character)
     }
 }
 
+bool isControl(char32_t character) { return character < 0x20 || (character >= 0x7F && character < 0xA0); }
+
+decodedValue controlFound(byteSpan bytes) { return damagedBytes(bytes, "it has a control character"); }
+
+/// The bytes before NUL characters at the end. @param size  bytes of a character
+byteSpan withoutNul(byteSpan bytes, std::size_t size)
+{
+    const auto isNul = [](std::uint8_t byte) { return byte == 0; };
+    while (bytes.size() >= size && std::ranges::all_of(bytes.last(size), isNul)) {
+        bytes = bytes.first(bytes.size() - size);
+    }
+    return bytes;
+}
+
 decodedValue latin1(byteSpan bytes)
 {
     std::string text;
-    for (const std::uint8_t byte : bytes) {
+    for (const std::uint8_t byte : withoutNul(bytes, 1)) {
+        if (isControl(byte)) {
+            return controlFound(bytes);
+        }
         appendUtf8(text, byte);
     }
     return textValue(text);
@@ -78,13 +96,17 @@ decodedValue utf16(byteSpan bytes)
         return damagedBytes(bytes, "its text of two-byte characters has an odd length");
     }
     std::string text;
-    for (std::size_t at = 0; at < bytes.size(); at += 2) {
+    const std::size_t end = withoutNul(bytes, 2).size();
+    for (std::size_t at = 0; at < end; at += 2) {
         const char32_t first = unit(at);
+        if (isControl(first)) {
+            return controlFound(bytes);
+        }
         if (first < firstHigh || first >= behindLow) {
             appendUtf8(text, first);
             continue;
         }
-        const char32_t second = first < firstLow && bytes.size() - at >= 4 ? unit(at + 2) : 0;
+        const char32_t second = first < firstLow && end - at >= 4 ? unit(at + 2) : 0;
         if (second < firstLow || second >= behindLow) {
             return damagedBytes(bytes, "its text of two-byte characters has half a surrogate pair");
         }

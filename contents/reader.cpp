@@ -4,6 +4,7 @@
 
 #include "contents/overlap.h"
 #include "contents/problem.h"
+#include "contents/recognise.h"
 #include "contents/scaling.h"
 #include "contents/sums.h"
 #include "contents/values.h"
@@ -229,6 +230,15 @@ bool reader::readRepetition(const row& field, const window& outer, const std::st
     if (!isOpen && counted == 0) {
         return true;
     }
+    if (all.is == presence::missing && !field.where.atField.empty()) {
+        node lost{.name = joined(prefix, field.name),
+                  .label = std::string(field.label),
+                  .offset = all.bytes.begin,
+                  .source = &field};
+        damage(lost, all.problem);
+        into.push_back(std::move(lost));
+        return true;
+    }
     if (all.is == presence::absent) {
         // nothing may lie at the end of the bytes, unless a number of blocks is wanted there
         return isOpen || !field.where.atField.empty();
@@ -293,6 +303,8 @@ reading readAs(const format& as, std::span<const std::uint8_t> image)
     reader engine(image);
     if (!engine.readRows(as.rows, {.begin = 0, .end = end, .isCut = isShort}, "", result.nodes) || isShort) {
         result.problem = "the image ends before some of its fields";
+    } else if (!carriesFormat(as, image)) {
+        result.problem = "the bytes that identify the format are not there";
     }
     if (std::optional<node> others = engine.others()) {
         result.nodes.push_back(std::move(*others));

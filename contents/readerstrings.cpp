@@ -34,17 +34,19 @@ node stringNode(const row& field, std::size_t index, const std::string& prefix)
 bool reader::readStrings(const row& field, const window& block, const std::string& prefix, std::vector<node>& into)
 {
     const stringsRule& rule = field.strings;
-    if (field.at >= block.size()) {
+    // the last byte of a block that is not cut is its checksum
+    const std::size_t stringsEnd = block.isCut || block.size() == 0 ? block.end : block.end - 1;
+    if (block.begin + field.at >= stringsEnd) {
         return false;
     }
     std::size_t at = block.begin + field.at;
-    for (std::size_t index = 0; at < block.end && m_image[at] != rule.end; ++index) {
+    for (std::size_t index = 0; at < stringsEnd && m_image[at] != rule.end; ++index) {
         const std::uint8_t typeLength = m_image[at];
         node read = stringNode(field, index, prefix);
         read.offset = at + 1;
         read.length = lengthOf(typeLength);
-        if (read.length > block.end - read.offset) {
-            read.length = block.end - read.offset;
+        if (read.length > stringsEnd - read.offset) {
+            read.length = stringsEnd - read.offset;
             damage(read, "its length is " + std::to_string(lengthOf(typeLength)) + ", and there are " +
                              std::to_string(read.length) + " bytes before the end of its area");
             into.push_back(std::move(read));
@@ -60,8 +62,8 @@ bool reader::readStrings(const row& field, const window& block, const std::strin
         at = read.offset + read.length;
         into.push_back(std::move(read));
     }
-    if (at >= block.end) {
-        node end{.name = prefix + "end", .label = "End of the strings", .offset = block.end, .source = &field};
+    if (at >= stringsEnd) {
+        node end{.name = prefix + "end", .label = "End of the strings", .offset = stringsEnd, .source = &field};
         damage(end, "there is no byte that ends the strings");
         into.push_back(std::move(end));
         return true;

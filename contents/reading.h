@@ -57,7 +57,7 @@ struct node {
 struct reading {
     const format* as = nullptr;
     std::size_t imageLength = 0;
-    std::string problem{}; ///< of the image as a whole: it is too short
+    std::string problem{}; ///< of the image as a whole: it is too short, or does not carry the format
     /// In the order of the format's table, then the bytes that no row covers.
     std::vector<node> nodes{};
 };

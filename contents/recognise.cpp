@@ -54,11 +54,17 @@ bool carries(std::span<const signature> rules, imageBytes image)
 
 } // namespace
 
+bool carriesFormat(const format& which, imageBytes image)
+{
+    return image.size() >= which.least &&
+           (which.signatures.empty() || carries(which.signatures, image) || carries(which.otherwise, image));
+}
+
 std::vector<const format*> recognise(imageBytes image)
 {
     std::vector<const format*> found;
     for (const format* each : formats()) {
-        if (image.size() >= each->least && (carries(each->signatures, image) || carries(each->otherwise, image))) {
+        if (carriesFormat(*each, image)) {
             found.push_back(each);
         }
     }

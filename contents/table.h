@@ -185,7 +185,8 @@ struct listRule {
     rowList known{};
 };
 
-/// Strings of the FRU information form: a byte with type (bits 6 and 7) and length (bits 0 to 5), then the bytes.
+/// Strings of the FRU information form: a byte with type (bits 6 and 7) and length (bits 0 to 5), then the bytes. The
+/// last byte of their block is its checksum, and none of theirs.
 struct stringsRule {
     rowList known{}; ///< in their order; of each row only name, label and `english` count
     std::string_view moreName{}, moreLabel{}; ///< of further ones, which are numbered from 1

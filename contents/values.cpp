@@ -78,14 +78,16 @@ decodedValue flags(const row& field, const rawNumber& raw)
 {
     std::vector<std::string> set;
     std::string text;
+    verdict is = verdict::good;
     for (unsigned bit = 0; bit < raw.bits; ++bit) {
         if (((raw.value >> bit) & 1) == 1) {
             const named* meaning = textOf(field, bit);
             set.push_back(meaning != nullptr ? std::string(meaning->text) : "bit " + std::to_string(bit));
-            text += (text.empty() ? "" : ", ") + set.back();
+            text += (text.empty() ? "" : ", ") + set.back() + (meaning != nullptr ? "" : " (not known)");
+            is = meaning != nullptr ? is : verdict::unknown;
         }
     }
-    return {.value = set, .text = text.empty() ? "none" : text, .raw = raw.value};
+    return {.value = set, .text = text.empty() ? "none" : text, .raw = raw.value, .is = is};
 }
 
 decodedValue decimalDigits(const row& field, const fieldBytes& bytes, const knownFields& known)
@@ -95,7 +97,7 @@ decodedValue decimalDigits(const row& field, const fieldBytes& bytes, const know
         const unsigned high = byte >> 4;
         const unsigned low = byte & 0xFU;
         if (high > 9 || low > 9) {
-            return damagedBytes(bytes.own(), "these are no decimal digits");
+            return damagedBytes(bytes.own(), "these are not decimal digits");
         }
         value = value * 100 + high * 10 + low;
     }
@@ -112,7 +114,7 @@ decodedValue real(std::span<const std::uint8_t> bytes)
     }
     const auto value = std::bit_cast<float>(bits);
     if (!std::isfinite(value)) {
-        return damagedBytes(bytes, "this is no finite number");
+        return damagedBytes(bytes, "it is not a finite number");
     }
     constexpr std::size_t longest = 32;
     std::string text(longest, '\0');
@@ -127,7 +129,7 @@ decodedValue paddedText(const row& field, std::span<const std::uint8_t> bytes)
     // without any other character all of it is padding
     text.erase(text.find_last_not_of(field.padding) + 1);
     if (!std::all_of(text.begin(), text.end(), [](char each) { return each >= ' ' && each <= '~'; })) {
-        return damagedBytes(bytes, "this is no ASCII text");
+        return damagedBytes(bytes, "it is not ASCII text");
     }
     return textValue(text);
 }

@@ -1,5 +1,6 @@
 /// Images of EEPROMs from anywhere. The first byte chooses a format to read the others as; each format that recognises
-/// them reads them, too. Fields lie inside the image and have names of their own, and what is damaged says why.
+/// them reads them, too. Fields lie inside the image and have names of their own, and what is damaged says why. An image that does
+/// not carry the format is never whole.
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -39,7 +40,7 @@ void read(const format& as, std::span<const std::uint8_t> image)
     const reading what = readAs(as, image);
     std::set<std::string> names;
     checkNodes(what.nodes, image.size(), names);
-    require(isWhole(what) == (damagedNodes(what).empty() && what.problem.empty()));
+    require(carriesFormat(as, image) || !isWhole(what));
 }
 
 } // namespace

@@ -51,7 +51,8 @@ constexpr named chassisTypes[] = {
     {36, "Stick PC"}};
 
 constexpr row header[] = {
-    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions},
+    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions,
+     .allowed = {.least = 1, .most = 1}},
     {.name = "internalOffset", .label = "Internal use area at", .as = kind::number, .at = 1, .by = {.factor = unit}},
     {.name = "chassisOffset", .label = "Chassis area at", .as = kind::number, .at = 2, .by = {.factor = unit}},
     {.name = "boardOffset", .label = "Board area at", .as = kind::number, .at = 3, .by = {.factor = unit}},
@@ -64,7 +65,8 @@ constexpr std::string_view areaOffsets[] = {
     "internalOffset", "chassisOffset", "boardOffset", "productOffset", "recordOffset"};
 
 constexpr row internalUse[] = {
-    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions},
+    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions,
+     .allowed = {.least = 1, .most = 1}},
     {.name = "data", .label = "Data", .at = 1, .length = 0},
 };
 
@@ -74,7 +76,8 @@ constexpr row chassisStrings[] = {
 };
 
 constexpr row chassis[] = {
-    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions},
+    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions,
+     .allowed = {.least = 1, .most = 1}},
     {.name = "length", .label = "Length", .as = kind::number, .at = 1, .by = {.factor = unit}, .unit = "bytes"},
     {.name = "type", .label = "Type", .as = kind::choice, .at = 2, .names = chassisTypes, .settable = true},
     {.as = kind::strings, .at = 3, .settable = true, .strings = {.known = chassisStrings, .moreName = "custom",
@@ -91,7 +94,8 @@ constexpr row boardStrings[] = {
 };
 
 constexpr row board[] = {
-    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions},
+    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions,
+     .allowed = {.least = 1, .most = 1}},
     {.name = "length", .label = "Length", .as = kind::number, .at = 1, .by = {.factor = unit}, .unit = "bytes"},
     {.name = "language", .label = "Language", .as = kind::choice, .at = 2, .names = languages, .settable = true},
     {.name = "date", .label = "Made", .as = kind::minutesSince1996, .at = 3, .length = 3, .settable = true},
@@ -111,7 +115,8 @@ constexpr row productStrings[] = {
 };
 
 constexpr row product[] = {
-    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions},
+    {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions,
+     .allowed = {.least = 1, .most = 1}},
     {.name = "length", .label = "Length", .as = kind::number, .at = 1, .by = {.factor = unit}, .unit = "bytes"},
     {.name = "language", .label = "Language", .as = kind::choice, .at = 2, .names = languages, .settable = true},
     {.as = kind::strings, .at = 3, .settable = true, .strings = {.known = productStrings, .moreName = "custom",
@@ -123,7 +128,11 @@ constexpr named noYes[] = {{0, "no"}, {1, "yes"}};
 
 constexpr row recordHeader[] = {
     {.name = "type", .label = "Type", .as = kind::hexadecimal},
-    {.name = "version", .label = "Format version", .as = kind::choice, .at = 1, .bits = 4, .names = recordVersions},
+    {.name = "version", .label = "Format version", .as = kind::choice, .at = 1, .bits = 4, .names = recordVersions,
+     .allowed = {.least = 2, .most = 2}, .when = {.field = "type", .most = 0xBF}},
+    // records of manufacturers may have versions of their own
+    {.name = "version", .label = "Format version", .as = kind::choice, .at = 1, .bits = 4, .names = recordVersions,
+     .when = {.field = "type", .least = 0xC0}},
     {.name = "isLast", .label = "Last record", .as = kind::choice, .at = 1, .bit = 7, .names = noYes},
     {.name = "length", .label = "Length", .as = kind::number, .at = 2, .unit = "bytes"},
     {.name = "checksum", .label = "Record checksum", .as = kind::checksum, .at = 3, .sum = {.as = sumKind::zero8,

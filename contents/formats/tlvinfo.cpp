@@ -17,7 +17,8 @@ constexpr named versions[] = {{1, "1"}};
 
 constexpr row header[] = {
     {.name = "identifier", .label = "Identifier", .as = kind::text, .length = 8},
-    {.name = "version", .label = "Version", .as = kind::choice, .at = 8, .names = versions},
+    {.name = "version", .label = "Version", .as = kind::choice, .at = 8, .names = versions,
+     .allowed = {.least = 1, .most = 1}},
     {.name = "totalLength", .label = "Length of the entries", .as = kind::number, .at = 9, .length = 2,
      .unit = "bytes"},
 };

@@ -40,7 +40,8 @@ TEST(FruDamage, AnAreaWithoutLengthIsDamaged)
 TEST(FruDamage, AStringLongerThanItsAreaIsDamaged)
 {
     const reading what = readExactly("fru", changedFru(fruBoardAt + 18, 0xFF));
-    EXPECT_EQ("its length is 63, and there are 13 bytes before the end of its area",
+    // the last byte is the area's checksum
+    EXPECT_EQ("its length is 63, and there are 12 bytes before the end of its area",
               problemOf(what, "board.partNumber"));
     EXPECT_EQ("", textOf(what, "board.partNumber"));
     EXPECT_EQ("42", textOf(what, "board.serialNumber"));
@@ -49,10 +50,63 @@ TEST(FruDamage, AStringLongerThanItsAreaIsDamaged)
 TEST(FruDamage, StringsWithoutAnEndAreDamaged)
 {
     Bytes image = fullFru();
-    // a string of 7 bytes in place of the end, and the sum is its last
-    image.at(fruBoardAt + 23) = 0x08;
+    // a string of 7 bytes in place of the end; behind it is the sum
+    image.at(fruBoardAt + 23) = 0x07;
     const reading what = readExactly("fru", image);
     EXPECT_EQ("there is no byte that ends the strings", problemOf(what, "board.end"));
+}
+
+TEST(FruDamage, AChecksumDoesNotEndTheStrings)
+{
+    // one empty text, and a sum that is C1
+    const Bytes image = fromHex("01 00 00 01 00 00 00 fe 01 01 19 64 00 00 c0 c1");
+    const reading what = readExactly("fru", image);
+    EXPECT_EQ("", problemOf(what, "board.checksum"));
+    EXPECT_EQ("there is no byte that ends the strings", problemOf(what, "board.end"));
+    EXPECT_FALSE(isWhole(what));
+}
+
+TEST(FruDamage, AreasAndRecordsOfAnotherVersionAreDamaged)
+{
+    EXPECT_EQ("it is 2, and allowed is 1 alone", problemOf(readExactly("fru", changedFru(8, 2)), "internal.version"));
+    EXPECT_EQ("it is 2, and allowed is 1 alone",
+              problemOf(readExactly("fru", changedFru(fruChassisAt, 2)), "chassis.version"));
+    EXPECT_EQ("it is 3, and allowed is 1 alone",
+              problemOf(readExactly("fru", changedFru(fruBoardAt, 3)), "board.version"));
+    EXPECT_EQ("it is 0, and allowed is 1 alone",
+              problemOf(readExactly("fru", changedFru(fruProductAt, 0)), "product.version"));
+    EXPECT_EQ("it is 3, and allowed is 2 alone",
+              problemOf(readExactly("fru", changedFru(fruRecordsAt + 1, 3)), "record.1.version"));
+    // an OEM may define another version of its own record
+    const reading oem = readExactly("fru", changedFru(fruBytes - 9, 0x83));
+    EXPECT_EQ("", problemOf(oem, "record.7.version"));
+    EXPECT_EQ(verdict::unknown, findNode(oem, "record.7.version")->is);
+}
+
+TEST(FruDamage, ControlCharactersAreNoTextAndShownAsBytes)
+{
+    const reading what = readExactly("fru", changedFru(fruBoardAt + 7, 0x1B));
+    EXPECT_EQ("it has a control character", problemOf(what, "board.manufacturer"));
+    EXPECT_EQ("1B 63 6D 65", textOf(what, "board.manufacturer"));
+    EXPECT_EQ("it has a control character",
+              problemOf(readExactly("fru", changedFru(fruBoardAt + 7, 0x7F)), "board.manufacturer"));
+    EXPECT_EQ("it has a control character",
+              problemOf(readExactly("fru", changedFru(fruBoardAt + 7, 0x9F)), "board.manufacturer"));
+    // the second character of a name in UTF-16
+    EXPECT_EQ("it has a control character",
+              problemOf(readExactly("fru", changedFru(fruProductAt + 6, 0x9B)), "product.manufacturer"));
+    EXPECT_EQ("\xC2\xA0"
+              "cme",
+              textOf(readExactly("fru", changedFru(fruBoardAt + 7, 0xA0)), "board.manufacturer"));
+}
+
+TEST(FruDamage, TextsMayEndInNul)
+{
+    const reading what = readExactly("fru", changedFru(fruBoardAt + 10, 0x00));
+    EXPECT_EQ("", problemOf(what, "board.manufacturer"));
+    EXPECT_EQ("Acm", textOf(what, "board.manufacturer"));
+    EXPECT_EQ("it has a control character",
+              problemOf(readExactly("fru", changedFru(fruBoardAt + 9, 0x00)), "board.manufacturer"));
 }
 
 TEST(FruDamage, ARecordLongerThanTheImageIsDamaged)
@@ -80,7 +134,7 @@ TEST(FruDamage, AnAreaBehindTheImageIsDamaged)
     Bytes image = changedFru(4, 0x1B);
     image.at(7) = 0xD1;
     const reading what = readExactly("fru", image);
-    EXPECT_EQ("it begins 216 bytes behind the start of an area of 209 bytes", problemOf(what, "product"));
+    EXPECT_EQ("it begins 216 bytes after the start of an area of 209 bytes", problemOf(what, "product"));
 }
 
 TEST(FruDamage, AreasThatLieOnEachOtherAreDamaged)

@@ -149,6 +149,7 @@ TEST(FruEdit, RefusesDamagedInformation)
               refusal(with(board, 7, 0xFF)));
     const std::string head = "a damaged board area is not edited: ";
     EXPECT_EQ(head + "its checksum is 0xB8, computed 0xB7", refusal(with(board, 31, 0xB8)));
+    EXPECT_EQ(head + "its version is 2, known is 1", refusal(with(with(board, 8, 2), 31, 0xB6)));
     EXPECT_EQ(head + "its length of 32 bytes can't be right", refusal(with(board, 9, 4)));
     EXPECT_EQ(head + "its length of 0 bytes can't be right", refusal(with(board, 9, 0)));
     // the last text is longer, no mark follows it; the checksum belongs to that

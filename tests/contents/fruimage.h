@@ -14,6 +14,7 @@ namespace kest::contents::test
 
 constexpr std::size_t fruChassisAt = 16;
 constexpr std::size_t fruBoardAt = 32;
+constexpr std::size_t fruProductAt = 64;
 constexpr std::size_t fruRecordsAt = 96;
 constexpr std::size_t fruBytes = 209;
 

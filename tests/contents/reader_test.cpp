@@ -74,6 +74,21 @@ TEST(Reader, AnImageShorterThanItsFormatSaysSo)
     EXPECT_EQ("AA", textOf(readBy(rows, "aa bb"), "a"));
 }
 
+TEST(Reader, AnImageWithoutItsSignatureIsNotWhole)
+{
+    static constexpr row rows[] = {{.name = "a", .label = "A"}};
+    static constexpr signature one[] = {{.at = 0, .bytes = "\x11"}};
+    static constexpr signature other[] = {{.at = 0, .bytes = "\x22"}};
+    static constexpr format as{.name = "test", .signatures = one, .otherwise = other, .rows = rows};
+    EXPECT_TRUE(isWhole(readAs(as, fromHex("11"))));
+    EXPECT_TRUE(isWhole(readAs(as, fromHex("22"))));
+    const reading what = readAs(as, fromHex("33"));
+    EXPECT_EQ("the bytes that identify the format are not there", what.problem);
+    EXPECT_EQ("33", textOf(what, "a"));
+    static constexpr format longer{.name = "test", .least = 3, .signatures = one, .rows = rows};
+    EXPECT_FALSE(isWhole(readAs(longer, fromHex("11 00"))));
+}
+
 TEST(Reader, BytesThatNoRowCoversAreShown)
 {
     static constexpr row rows[] = {{.name = "a", .label = "A", .at = 2}};
@@ -125,12 +140,26 @@ TEST(Reader, RepetitionsThatMustFillTheirBlockLeaveNoBytes)
     static constexpr row rows[] = {
         {.name = "item", .label = "Item", .as = kind::repetition, .length = 2, .rows = inner, .mustFill = true}};
     EXPECT_TRUE(isWhole(readBy(rows, "01 01 01 02")));
-    EXPECT_TRUE(isWhole(readBy(rows, "")));
     const reading what = readBy(rows, "01 01 01 02 33");
     EXPECT_EQ("258", textOf(what, "item.2.v"));
     EXPECT_EQ("33", textOf(what, "item.rest"));
     EXPECT_EQ("an element has 2 bytes, and there are 1 before the end of its area", problemOf(what, "item.rest"));
     EXPECT_EQ("(there is none)", textOf(what, "other.at4"));
+    EXPECT_FALSE(isWhole(what));
+}
+
+TEST(Reader, RepetitionsThatBeginBehindTheImageAreDamaged)
+{
+    static constexpr row inner[] = {{.name = "v", .label = "V", .as = kind::number}};
+    static constexpr row rows[] = {
+        {.name = "at", .label = "At", .as = kind::number},
+        {.name = "item", .label = "Item", .as = kind::repetition, .where = {.atField = "at"}, .rows = inner},
+    };
+    EXPECT_EQ("7", textOf(readBy(rows, "01 07"), "item.1.v"));
+    EXPECT_TRUE(isWhole(readBy(rows, "00 07")));
+    const reading what = readBy(rows, "03 07");
+    EXPECT_EQ("it begins 3 bytes after the start of an area of 2 bytes", problemOf(what, "item"));
+    EXPECT_EQ("(there is none)", textOf(what, "item.1.v"));
     EXPECT_FALSE(isWhole(what));
 }
 
@@ -255,7 +284,7 @@ TEST(Reader, AnAreaEndsBeforeTheNextOne)
     EXPECT_EQ("44 55 66 77", textOf(readBy(rows, "00 01 02 33 44 55 66 77 88 99"), "area.data"));
     EXPECT_EQ("44 55 66 77 88 99", textOf(readBy(rows, "00 01 00 33 44 55 66 77 88 99"), "area.data"));
     EXPECT_EQ("(there is none)", textOf(readBy(rows, "00 00 02 33 44 55 66 77 88 99"), "area"));
-    EXPECT_EQ("it begins 12 bytes behind the start of an area of 10 bytes",
+    EXPECT_EQ("it begins 12 bytes after the start of an area of 10 bytes",
               problemOf(readBy(rows, "00 03 00 33 44 55 66 77 88 99"), "area"));
 }
 

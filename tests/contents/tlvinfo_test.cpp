@@ -63,6 +63,12 @@ TEST(TlvInfo, FieldsOfASwitch)
     EXPECT_EQ("0x89D74C56", textOf(what, "crc"));
 }
 
+TEST(TlvInfo, AnotherVersionIsNotWhole)
+{
+    const reading what = readExactly("tlvinfo", changed(8, 2));
+    EXPECT_EQ("it is 2, and allowed is 1 alone", problemOf(what, "header.version"));
+}
+
 TEST(TlvInfo, PlacesOfFields)
 {
     const reading what = readExactly("tlvinfo", exampleImage(switchImage));
@@ -149,7 +155,7 @@ TEST(TlvInfo, ASumThatIsNotTheLastEntryIsDamaged)
 TEST(TlvInfo, ATextThatIsNoAsciiIsDamagedAndShownAsBytes)
 {
     const reading what = readExactly("tlvinfo", changed(serialAt + 2, 0x9B));
-    EXPECT_EQ("this is no ASCII text", problemOf(what, "serialNumber"));
+    EXPECT_EQ("it is not ASCII text", problemOf(what, "serialNumber"));
     EXPECT_EQ("9B 31", textOf(what, "serialNumber"));
 }
 

@@ -92,15 +92,25 @@ TEST(Values, AChoiceThatHasNoTextIsNotKnown)
 TEST(Values, FlagsNameTheBitsThatAreSet)
 {
     static constexpr named bits[] = {{0, "lowest"}, {7, "highest"}};
-    EXPECT_EQ("lowest, bit 3, highest", text({.as = kind::flags, .names = bits}, "89"));
+    EXPECT_EQ("lowest, highest", text({.as = kind::flags, .names = bits}, "81"));
+    EXPECT_EQ(verdict::good, decoded({.as = kind::flags, .names = bits}, fromHex("81")).is);
     EXPECT_EQ("none", text({.as = kind::flags, .names = bits}, "00"));
+}
+
+TEST(Values, FlagsWithABitThatHasNoNameAreNotKnown)
+{
+    static constexpr named bits[] = {{0, "lowest"}, {7, "highest"}};
+    const decodedValue what = decoded({.as = kind::flags, .names = bits}, fromHex("89"));
+    EXPECT_EQ("lowest, bit 3 (not known), highest", what.text);
+    EXPECT_EQ((fieldValue{std::vector<std::string>{"lowest", "bit 3", "highest"}}), what.value);
+    EXPECT_EQ(verdict::unknown, what.is);
 }
 
 TEST(Values, DecimalDigits)
 {
     EXPECT_EQ("2019", text({.as = kind::bcd, .by = {.plus = 2000}}, "19"));
     EXPECT_EQ("123456", text({.as = kind::bcd, .length = 3}, "123456"));
-    EXPECT_EQ("these are no decimal digits", problem({.as = kind::bcd}, "1a"));
+    EXPECT_EQ("these are not decimal digits", problem({.as = kind::bcd}, "1a"));
 }
 
 TEST(Values, TextEndsBeforeItsPadding)
@@ -109,7 +119,7 @@ TEST(Values, TextEndsBeforeItsPadding)
     EXPECT_EQ("AB", text({.as = kind::text, .length = 4}, "41420000"));
     EXPECT_EQ(" A B", text({.as = kind::text, .length = 4}, "20412042"));
     EXPECT_EQ("", text({.as = kind::text, .length = 4}, "20200000"));
-    EXPECT_EQ("this is no ASCII text", problem({.as = kind::text, .length = 4}, "41004200"));
+    EXPECT_EQ("it is not ASCII text", problem({.as = kind::text, .length = 4}, "41004200"));
     EXPECT_EQ("41 1B 5B 42", text({.as = kind::text, .length = 4}, "411b5b42"));
 }
 
@@ -118,8 +128,8 @@ TEST(Values, ATextHasThePaddingOfItsRowAlone)
     EXPECT_EQ("AB", text({.as = kind::text, .length = 4, .padding = "\n "}, "41420a20"));
     EXPECT_EQ("AB", text({.as = kind::text, .length = 4, .padding = "\xFF"}, "4142ffff"));
     EXPECT_EQ("AB ", text({.as = kind::text, .length = 3, .padding = "\n"}, "414220"));
-    EXPECT_EQ("this is no ASCII text", problem({.as = kind::text, .length = 4}, "41420a20"));
-    EXPECT_EQ("this is no ASCII text", problem({.as = kind::text, .length = 4}, "4142ffff"));
+    EXPECT_EQ("it is not ASCII text", problem({.as = kind::text, .length = 4}, "41420a20"));
+    EXPECT_EQ("it is not ASCII text", problem({.as = kind::text, .length = 4}, "4142ffff"));
     EXPECT_EQ("FF FF", text({.as = kind::text, .length = 2}, "ffff"));
 }
 
@@ -146,8 +156,8 @@ TEST(Values, Identifiers)
     EXPECT_EQ("7C:FE:90:F5:36:40", text({.as = kind::macAddress, .length = 6}, "7cfe90f53640"));
     // D 00100, E 00101, L 01100
     EXPECT_EQ("DEL", text({.as = kind::eisaId, .length = 2}, "10ac"));
-    EXPECT_EQ("these are no three letters", problem({.as = kind::eisaId, .length = 2}, "0000"));
-    EXPECT_EQ("these are no three letters", problem({.as = kind::eisaId, .length = 2}, "90ac"));
+    EXPECT_EQ("these are not three letters", problem({.as = kind::eisaId, .length = 2}, "0000"));
+    EXPECT_EQ("these are not three letters", problem({.as = kind::eisaId, .length = 2}, "90ac"));
     EXPECT_EQ("bank 1, code 0xCE", text({.as = kind::jedecId, .length = 2}, "80ce"));
     EXPECT_EQ("bank 6, code 0x9B", text({.as = kind::jedecId, .length = 2}, "859b"));
     EXPECT_EQ("not given", text({.as = kind::jedecId, .length = 2}, "0000"));
@@ -166,14 +176,14 @@ TEST(Values, Dates)
     EXPECT_EQ("2021 week 07", text({.as = kind::yearWeekBcd, .length = 2}, "2107"));
     EXPECT_EQ("not given", text({.as = kind::yearWeekBcd, .length = 2}, "0000"));
     EXPECT_EQ("there is no such week", problem({.as = kind::yearWeekBcd, .length = 2}, "2154"));
-    EXPECT_EQ("these are no decimal digits", problem({.as = kind::yearWeekBcd, .length = 2}, "2a07"));
+    EXPECT_EQ("these are not decimal digits", problem({.as = kind::yearWeekBcd, .length = 2}, "2a07"));
 }
 
 TEST(Values, RealNumbers)
 {
     EXPECT_EQ("1", text({.as = kind::real, .length = 4}, "3f800000"));
     EXPECT_EQ("-0.15625", text({.as = kind::real, .length = 4}, "be200000"));
-    EXPECT_EQ("this is no finite number", problem({.as = kind::real, .length = 4}, "7f800000"));
+    EXPECT_EQ("it is not a finite number", problem({.as = kind::real, .length = 4}, "7f800000"));
 }
 
 TEST(Values, OfAnotherLengthThanTheirKindAreDamaged)

@@ -26,10 +26,11 @@ constexpr std::size_t bitsColumns = 11;
 /// More bytes of one field than these are shown by JSON alone.
 constexpr std::size_t mostBytes = 256;
 
-/// A field, not a structure.
+/// A field, not a structure. A string without a row of its own has that of all strings.
 bool isLeaf(const node& which)
 {
-    const bool isStructure = which.source != nullptr && contents::isStructure(which.source->as);
+    const bool isStructure = which.source != nullptr && which.source->as != contents::kind::strings &&
+                             contents::isStructure(which.source->as);
     return which.children.empty() && !isStructure;
 }
 
@@ -137,7 +138,9 @@ std::string valueText(const node& which)
     if (!which.unit.empty() && which.is != verdict::damaged) {
         text += " " + which.unit;
     }
-    if (which.is == verdict::unknown && which.raw) {
+    // flags say which of their bits are not known
+    const bool isSet = std::holds_alternative<std::vector<std::string>>(which.value);
+    if (which.is == verdict::unknown && which.raw && !isSet) {
         text += "  not known";
     }
     if (which.sum) {

@@ -184,6 +184,23 @@ TEST_F(KestctlShow, FieldsThatAreInNoBlock)
     EXPECT_THAT(says({"seeprom", "show", image}), testing::ContainsRegex("\n\nBytes used +176\n"));
 }
 
+TEST_F(KestctlShow, CustomTextsOfFruInformation)
+{
+    // a board area: five empty texts, then "AB"
+    const std::string image("\x01\0\0\x01\0\0\0\xFE"
+                            "\x01\x02\x19\0\0\0\xC0\xC0\xC0\xC0\xC0\xC2"
+                            "AB\xC1\x1E",
+                            24);
+    EXPECT_THAT(says({"seeprom", "show", file("fru.bin", image)}), testing::ContainsRegex("\n  Custom 1 +AB\n"));
+}
+
+TEST_F(KestctlShow, BytesThatDoNotCarryTheFormatAreNotWhole)
+{
+    const RunResult result = kestctl({"seeprom", "show", "--as", "ddr4", file("zeros.bin", std::string(512, '\0'))});
+    EXPECT_EQ(5, result.exit);
+    EXPECT_THAT(result.output, HasSubstr("\ndamaged: the bytes that identify the format are not there\n"));
+}
+
 TEST_F(KestctlShow, WhatIsNeitherADeviceNorAFile)
 {
     EXPECT_EQ("nothing: show: there is no such device and no such file; 'kestctl devices' lists the devices",
@@ -197,7 +214,7 @@ TEST_F(KestctlShow, TextsOfAnImageCannotControlTheTerminal)
     const RunResult result = kestctl({"seeprom", "show", file("image.bin", bytes)});
     EXPECT_EQ(5, result.exit);
     EXPECT_EQ(std::string::npos, result.output.find('\x1B'));
-    EXPECT_THAT(result.output, HasSubstr("  Serial number             1B 31  DAMAGED: this is no ASCII text\n"));
+    EXPECT_THAT(result.output, HasSubstr("  Serial number             1B 31  DAMAGED: it is not ASCII text\n"));
 }
 
 } // namespace
