@@ -135,7 +135,7 @@ int runSeepromDump(const context& shared, const dumpOptions& options)
 void addRead(command area, context& shared)
 {
     const auto options = std::make_shared<readOptions>();
-    command verb = addVerb(area, "read", "read bytes, and show them or save them in a file");
+    command verb = addVerb(area, "read", "read bytes, and show them or save them in a file", typeCaution);
     verb.text("DEVICE", options->from.device, "name, number or device text").required();
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
     addForce(verb, options->from, "write raw bytes even to a terminal");
@@ -146,7 +146,7 @@ void addRead(command area, context& shared)
 void addDump(command area, context& shared)
 {
     const auto options = std::make_shared<dumpOptions>();
-    command verb = addVerb(area, "dump", "save bytes with their device in a dump file, as JSON text");
+    command verb = addVerb(area, "dump", "save bytes with their device in a dump file, as JSON text", typeCaution);
     verb.text("DEVICE", options->from.device, "name, number or device text");
     verb.text("--all", options->folder, "instead: every SEEPROM of the device table, in files there", "DIRECTORY");
     verb.text("-o,--output", options->output, "dump file, - for standard output (default)", "FILE");

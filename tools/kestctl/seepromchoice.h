@@ -27,6 +27,12 @@ struct seepromOptions {
     std::uint64_t waitNs = usualWaitNs; ///< for others who have the device
 };
 
+/// For the help of verbs that only read.
+inline constexpr const char* typeCaution =
+    "The type of the device is taken as it is. A read by one with two offset bytes\n"
+    "changes bytes of a ferroelectric part with one. 'kestctl seeprom probe' finds\n"
+    "the type and changes nothing.";
+
 /// Adds the options of a verb but the device: which bytes, and how they are read and written.
 void addChoice(command verb, seepromOptions& options);
 /// The same without offset and length. @param usualMode  what --mode is without it

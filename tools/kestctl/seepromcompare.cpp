@@ -111,7 +111,7 @@ void addCompare(command area, context& shared, const char* name, const char* hel
                 int (*run)(const context&, const compareOptions&))
 {
     const auto options = std::make_shared<compareOptions>();
-    command verb = addVerb(area, name, help);
+    command verb = addVerb(area, name, help, typeCaution);
     verb.text("DEVICE", options->with.device, "name, number or device text").required();
     verb.text("OTHER", options->other, otherHelp).required();
     addForce(verb, options->with);

@@ -149,7 +149,8 @@ int runSeepromShow(const context& shared, const showOptions& options)
 void addSeepromShow(command area, context& shared)
 {
     const auto options = std::make_shared<showOptions>();
-    command verb = addVerb(area, "show", "say what the bytes mean, field by field; exit code 5 if they are damaged");
+    command verb =
+        addVerb(area, "show", "say what the bytes mean, field by field; exit code 5 if they are damaged", typeCaution);
     verb.text("DEVICE", options->from.device,
               "name, number or device text; or a file with its bytes or a persisted copy, - for standard input")
         .required();

@@ -94,6 +94,17 @@ TEST_F(KestctlWidthReads, OfSetThatFailArePutBack)
     EXPECT_EQ(blank, content());
 }
 
+TEST_F(KestctlWidthReads, WithoutAWriteAreCautionedAgainstInTheHelp)
+{
+    for (const char* verb : {"read", "show", "dump", "verify", "diff"}) {
+        EXPECT_THAT(says({"seeprom", verb, "--help"}),
+                    HasSubstr("\nThe type of the device is taken as it is. A read by one with two offset bytes\n"
+                              "changes bytes of a ferroelectric part with one. 'kestctl seeprom probe' finds\n"
+                              "the type and changes nothing.\n"))
+            << verb;
+    }
+}
+
 TEST_F(KestctlWidthReads, OfUndoArePutBackAndRefused)
 {
     const char* const expect = "expect = { offset = 0x240, bytes = \"54\" }\n";
