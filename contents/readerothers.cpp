@@ -29,7 +29,6 @@ node otherBytes(std::span<const std::uint8_t> image, std::size_t begin, std::siz
     return {.name = "other.at" + std::to_string(begin),
             .label = "Not known",
             .value = std::vector<std::uint8_t>(bytes.begin(), bytes.end()),
-            .text = spacedHex(bytes),
             .offset = begin,
             .length = bytes.size(),
             .is = verdict::unknown};

@@ -9,6 +9,7 @@
 #include "base/hex.h"
 #include "contents/reader.h"
 #include "contents/recognise.h"
+#include "contents/shownvalue.h"
 #include "tests/places.h"
 
 namespace kest::contents::test
@@ -51,7 +52,8 @@ std::string textOf(const reading& what, std::string_view name)
     if (found == nullptr) {
         return "(there is none)";
     }
-    return found->unit.empty() ? found->text : found->text + " " + found->unit;
+    const std::string text = shownText(*found);
+    return found->unit.empty() ? text : text + " " + found->unit;
 }
 
 std::string problemOf(const reading& what, std::string_view name)

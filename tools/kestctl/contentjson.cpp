@@ -2,9 +2,11 @@
 
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "base/hex.h"
+#include "contents/shownvalue.h"
 #include "contents/sums.h"
 
 namespace kest::tools
@@ -77,10 +79,10 @@ jsonValue contentFieldJson(const node& which)
         for (const node& each : which.children) {
             inside.push_back(contentFieldJson(each));
         }
-        result.add("fields", inside);
+        result.add("fields", std::move(inside));
         return result;
     }
-    result.add({{"value", valueJson(which.value)}, {"text", which.text}});
+    result.add({{"value", valueJson(which.value)}, {"text", contents::shownText(which)}});
     if (which.raw) {
         result.add("raw", *which.raw);
     }

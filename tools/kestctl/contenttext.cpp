@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 #include <vector>
 
+#include "contents/shownvalue.h"
 #include "tools/common/escape.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
@@ -23,8 +24,6 @@ constexpr std::size_t widestLabels = 34;
 /// "0x0000..0x0000 bits 15-15"
 constexpr std::size_t placeColumns = 14;
 constexpr std::size_t bitsColumns = 11;
-/// More bytes of one field than these are shown by JSON alone.
-constexpr std::size_t mostBytes = 256;
 
 /// A field, not a structure. A string without a row of its own has that of all strings.
 bool isLeaf(const node& which)
@@ -126,15 +125,7 @@ void lines::addValue(const std::string& head, const std::string& value)
 
 std::string valueText(const node& which)
 {
-    const auto* const bytes = std::get_if<std::vector<std::uint8_t>>(&which.value);
-    std::string text;
-    if (bytes != nullptr && bytes->size() > mostBytes) {
-        constexpr std::size_t columnsOfByte = 3;
-        text = fmt::format("{} ... {} more", which.text.substr(0, mostBytes * columnsOfByte - 1),
-                           bytes->size() - mostBytes);
-    } else {
-        text = escaped(which.text);
-    }
+    std::string text = escaped(contents::shownText(which));
     if (!which.unit.empty() && which.is != verdict::damaged) {
         text += " " + which.unit;
     }
