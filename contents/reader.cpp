@@ -61,6 +61,17 @@ std::string hexText(std::uint32_t value, std::size_t bytes)
     return "0x" + text;
 }
 
+/// A structure that lies behind the bytes.
+node lostNode(const row& field, const area& found, const std::string& prefix)
+{
+    node lost{.name = joined(prefix, field.name),
+              .label = std::string(field.label),
+              .offset = found.bytes.begin,
+              .source = &field};
+    damage(lost, found.problem);
+    return lost;
+}
+
 } // namespace
 
 bool reader::readRows(const rowList& rows, const window& block, const std::string& prefix, std::vector<node>& into)
@@ -231,12 +242,7 @@ bool reader::readRepetition(const row& field, const window& outer, const std::st
         return true;
     }
     if (all.is == presence::missing && !field.where.atField.empty()) {
-        node lost{.name = joined(prefix, field.name),
-                  .label = std::string(field.label),
-                  .offset = all.bytes.begin,
-                  .source = &field};
-        damage(lost, all.problem);
-        into.push_back(std::move(lost));
+        into.push_back(lostNode(field, all, prefix));
         return true;
     }
     if (all.is == presence::absent) {
