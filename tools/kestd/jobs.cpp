@@ -45,7 +45,8 @@ void jobQueue::charge(serviceJob& job)
     if (job.m_charged) {
         return;
     }
-    const std::int64_t took = std::min(m_clock() - job.m_begunNs, mostChargedNs);
+    const std::int64_t until = job.m_countedUntilNs ? *job.m_countedUntilNs : m_clock();
+    const std::int64_t took = std::min(until - job.m_begunNs, mostChargedNs);
     job.m_usedNs += took;
     job.m_share->m_usedNs += took;
     job.m_share->m_firstRunsNs += job.m_runs == 1 ? took : 0;
@@ -101,6 +102,7 @@ jobQueue::begunJob jobQueue::take()
     share->m_firstRunsNs = std::max(share->m_firstRunsNs, share->m_reachedNs);
     job->m_usedNs = node.key();
     job->m_begunNs = m_clock();
+    job->m_countedUntilNs.reset();
     job->m_charged = false;
     ++job->m_runs;
     job->m_node = std::move(node);

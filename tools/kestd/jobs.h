@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace kest::service
 {
@@ -44,12 +45,19 @@ public:
     /// An exception ends only this job. The job may submit itself again, as the last thing it does.
     virtual void run() = 0;
 
+protected:
+    /// Ends the time that counts of the current run. For the job itself, before it does what wakes others: they may take
+    /// its processor.
+    /// @param nowNs  by the clock of the queue
+    void countUntil(std::int64_t nowNs) { m_countedUntilNs = nowNs; }
+
 private:
     friend class jobQueue;
     std::shared_ptr<jobShare> m_share;
     jobShare::waitingJobs::node_type m_node; ///< empty while the job waits
     std::int64_t m_usedNs = 0;
     std::int64_t m_begunNs = 0;
+    std::optional<std::int64_t> m_countedUntilNs; ///< of its last run; none: until it ended
     std::uint64_t m_runs = 0;
     bool m_charged = true; ///< for its last run
 };

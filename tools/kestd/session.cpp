@@ -186,7 +186,10 @@ void clientSession::send(const client::frame& reply)
 {
     m_output = client::encodeFrame(reply);
     m_outputAt = 0;
-    m_requestSinceMs = steadyMs();
+    // The client that the reply wakes often takes this processor at once. Its time is not this request's.
+    const std::int64_t nowNs = workerPool::steadyNs();
+    countUntil(nowNs);
+    m_requestSinceMs = nowNs / std::int64_t{nsPerMs};
 }
 
 clientSession::turnEnd clientSession::flush()

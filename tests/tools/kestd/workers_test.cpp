@@ -172,16 +172,24 @@ protected:
         void run() override
         {
             timeNs += m_costNs;
+            if (m_heldUpNs != 0) {
+                countUntil(timeNs);
+                timeNs += m_heldUpNs;
+            }
             m_test.note(m_name);
             if (m_goesOn()) {
                 m_test.workers().submit(shared_from_this());
             }
         }
 
+        /// Has each run take longer, after the time that counts.
+        void holdUp(std::int64_t costNs) { m_heldUpNs = costNs; }
+
     private:
         KestdShares& m_test;
         char m_name;
         std::int64_t m_costNs;
+        std::int64_t m_heldUpNs = 0;
         std::function<bool()> m_goesOn;
     };
 
@@ -261,6 +269,16 @@ TEST_F(KestdShares, ConnectionThatHasUsedLessTimeIsServedFirst)
     EXPECT_EQ("hlllhllhl", orderOf(1, "l", [this] {
                   workers().submit(connection('h', 5));
                   workers().submit(connection('l', 2));
+              }));
+}
+
+TEST_F(KestdShares, TimeAfterTheReplyIsReadyDoesNotCount)
+{
+    EXPECT_EQ("hahahahah", orderOf(1, "a", [this] {
+                  const auto heldUp = connection('h', 5);
+                  heldUp->holdUp(1'000'000);
+                  workers().submit(heldUp);
+                  workers().submit(connection('a', 5));
               }));
 }
 
