@@ -33,7 +33,8 @@ deviceDirectory::deviceDirectory(const host::configuration& settings)
 {
     for (const host::deviceEntry& device : settings.devices) {
         if (auto named = understand(device.location)) {
-            m_rows.try_emplace(std::move(named->place), tableRow{device.location, named->bytes});
+            const auto row = m_rows.try_emplace(std::move(named->place), tableRow{device.location, named->bytes}).first;
+            m_texts.try_emplace(device.location, row->second);
         }
     }
 }
@@ -68,6 +69,10 @@ std::optional<namedDevice> deviceDirectory::understand(const std::string& text) 
 
 const deviceDirectory::tableRow* deviceDirectory::find(const std::string& text) const
 {
+    // most clients name a device as the table does
+    if (const auto same = m_texts.find(text); same != m_texts.end()) {
+        return &same->second;
+    }
     const auto named = understand(text);
     const auto found = named ? m_rows.find(named->place) : m_rows.end();
     return found == m_rows.end() ? nullptr : &found->second;

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "platform/host/configuration/configuration.h"
 
@@ -47,6 +48,7 @@ public:
 private:
     host::nodeMap m_nodes;
     std::map<std::string, tableRow> m_rows; ///< by place
+    std::unordered_map<std::string, tableRow> m_texts; ///< the same rows, by each text of the table
     byteSource m_source = byteSource::hardware;
     bool m_hasNumberZero = false;
 };

@@ -212,6 +212,15 @@ TEST_F(KestdDispatch, DeviceOfTheTableIsServedInEverySpelling)
     EXPECT_EQ(noSuchDevice, answerTo(transfer(0x8001, 1, "sim:planar,5,922,80,1,2C0128,A2"), everything).returnCode);
 }
 
+TEST_F(KestdDispatch, DeviceWithTwoRowsIsServedByTheTextOfTheFirst)
+{
+    addDevice("sim:nowhere@A4,L,2C0256,A0", 2);
+    const deviceDirectory devices(settings);
+    const auto* const row = devices.find("sim:nowhere@A4,L,2C0256,A0");
+    ASSERT_NE(nullptr, row);
+    EXPECT_EQ("sim:nowhere,L,2C0256,A0", row->text);
+}
+
 TEST_F(KestdDispatch, PathOfANodeIsItsOwnBus)
 {
     settings.nodes[1].pathPrefix = "/srv/node1";
