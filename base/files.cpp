@@ -47,7 +47,6 @@ int replaceWhole(const std::filesystem::path& file, const std::filesystem::path&
 
 fileDescriptor openFile(const std::filesystem::path& file, int flags)
 {
-    const std::filesystem::path around = folderOf(file);
     // O_NONBLOCK: a FIFO in the way does not block
     int common = flags | O_CLOEXEC | O_NONBLOCK;
     if ((flags & O_ACCMODE) != O_RDONLY) {
@@ -57,7 +56,7 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
     if ((flags & O_CREAT) != 0) {
         const int made = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common | O_EXCL, fileMode)); });
         if (made >= 0) {
-            giveToFoldersOwner(made, around);
+            giveToFoldersOwner(made, folderOf(file));
         }
         if (made >= 0 || errno != EEXIST || (flags & O_EXCL) != 0) {
             return fileDescriptor(made);

@@ -70,7 +70,7 @@ int copyFile::take(std::uint64_t at, std::vector<std::uint8_t>& bytes) const
     if (at > m_front.size() || bytes.size() > m_front.size() - at) {
         return m_reader.read(at, bytes);
     }
-    std::ranges::copy(std::span(m_front).subspan(static_cast<std::size_t>(at), bytes.size()), bytes.begin());
+    std::copy_n(m_front.data() + at, bytes.size(), bytes.data());
     return 0;
 }
 
