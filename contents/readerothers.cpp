@@ -88,7 +88,8 @@ void reader::cover(const row& field, const window& block, const node& value)
         }
     }
     if (field.fine.at != 0 && field.fine.at < block.size()) {
-        m_covered.add(block.begin + field.fine.at, 1);
+        const std::uint8_t bits = field.fine.bits == 0 ? bitsOfByte : field.fine.bits;
+        m_covered.addBits(block.begin + field.fine.at, maskOf(field.fine.bit, bits, 0));
     }
 }
 

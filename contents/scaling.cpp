@@ -56,6 +56,15 @@ std::optional<std::int64_t> valueOf(const factor& each, const knownFields& known
     return found == 0 ? std::nullopt : std::optional(found);
 }
 
+/// The stored value of a finer part.
+std::int64_t storedOf(const fineCorrection& part, std::uint8_t byte)
+{
+    if (part.bits == 0) {
+        return static_cast<std::int8_t>(byte);
+    }
+    return (byte >> part.bit) & ((1 << part.bits) - 1);
+}
+
 } // namespace
 
 std::optional<fraction> scaledValue(const row& field, std::int64_t stored, std::span<const std::uint8_t> block,
@@ -68,7 +77,7 @@ std::optional<fraction> scaledValue(const row& field, std::int64_t stored, std::
     if (field.fine.at >= block.size()) {
         return std::nullopt;
     }
-    const auto fine = scaled(static_cast<std::int8_t>(block[field.fine.at]), field.fine.by, known);
+    const auto fine = scaled(storedOf(field.fine, block[field.fine.at]), field.fine.by, known);
     return fine ? sum(*coarse, *fine) : std::nullopt;
 }
 

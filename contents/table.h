@@ -68,9 +68,11 @@ struct scale {
     std::string_view divisorField{};
 };
 
-/// A signed byte with a finer base, which is added to a number in the same unit.
+/// A finer part, which is added to a number in the same unit: a signed byte, or some unsigned bits of a byte.
 struct fineCorrection {
     std::size_t at = 0; ///< 0: there is none
+    std::uint8_t bit = 0; ///< the lowest of the bits
+    std::uint8_t bits = 0; ///< 0: the signed byte
     scale by{};
 };
 

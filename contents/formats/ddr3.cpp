@@ -74,12 +74,14 @@ constexpr row identity[] = {
     {.name = "location", .label = "Location of manufacture", .as = kind::hexadecimal, .at = 119 - identityAt},
     {.name = "dramManufacturer", .label = "DRAM manufacturer", .as = kind::jedecId, .at = 148 - identityAt,
      .length = 2, .names = jedec::manufacturers},
+    {.name = "manufacturerData", .label = "Manufacturer's data", .at = 150 - identityAt, .length = 26},
 };
 
 // The rows that all module types of bytes 60 to 116 share come first.
 constexpr condition isRegistered{.field = "moduleType", .oneOf = 1 << 1 | 1 << 5 | 1 << 9};
-constexpr condition isUnbuffered{
-    .field = "moduleType", .oneOf = 1 << 2 | 1 << 3 | 1 << 4 | 1 << 6 | 1 << 8 | 1 << 12 | 1 << 13};
+constexpr std::uint64_t unbufferedTypes = 1 << 2 | 1 << 3 | 1 << 4 | 1 << 6 | 1 << 8 | 1 << 12 | 1 << 13;
+constexpr condition isUnbuffered{.field = "moduleType", .oneOf = unbufferedTypes};
+constexpr condition isNotUnbuffered{.field = "moduleType", .oneOf = 0xFFFF & ~unbufferedTypes};
 constexpr row specific[] = {
     {.name = "height", .label = "Height, at most", .as = kind::number, .at = 60 - specificAt, .bits = 5,
      .by = {.plus = 15}, .unit = "mm"},
@@ -91,10 +93,20 @@ constexpr row specific[] = {
      .bits = 1, .names = jedec::yesNo},
     {.name = "rawCard", .label = "Reference raw card", .as = kind::choice, .at = 62 - specificAt, .bits = 5,
      .names = jedec::rawCards, .when = {.field = "rawCardExtended", .most = 0}},
-    {.name = "rawCard", .label = "Raw card code beyond AL", .as = kind::number, .at = 62 - specificAt,
-     .bits = 5, .when = {.field = "rawCardExtended", .least = 1}},
+    {.name = "rawCard", .label = "Reference raw card", .as = kind::choice, .at = 62 - specificAt, .bits = 5,
+     .names = jedec::furtherRawCards, .when = {.field = "rawCardExtended", .least = 1}},
+    {.name = "revisionExtension", .as = kind::number, .at = 60 - specificAt, .bit = 5, .when = isUnbuffered,
+     .isHidden = true},
     {.name = "rawCardRevision", .label = "Revision of the raw card", .as = kind::number, .at = 62 - specificAt,
-     .bit = 5, .bits = 2},
+     .bit = 5, .bits = 2, .when = isNotUnbuffered},
+    {.name = "rawCardRevision", .label = "Revision of the raw card", .as = kind::number, .at = 62 - specificAt,
+     .bit = 5, .bits = 2, .when = isUnbuffered, .also = {.field = "revisionExtension", .most = 0}},
+    {.name = "rawCardRevision", .label = "Revision of the raw card", .as = kind::number, .at = 60 - specificAt,
+     .bit = 5, .by = {.plus = jedec::rawCardRevisionMost}, .when = isUnbuffered,
+     .also = {.field = "revisionExtension", .least = 1}},
+    {.name = "shortRevision", .label = "Revision without its extension", .as = kind::number, .at = 62 - specificAt,
+     .bit = 5, .bits = 2, .allowed = jedec::extendedRevision, .when = isUnbuffered,
+     .also = {.field = "revisionExtension", .least = 1}},
     {.name = "addressMapping", .label = "Address mapping of rank 1", .as = kind::choice, .at = 63 - specificAt,
      .bits = 1, .names = mirrored, .when = isUnbuffered},
     {.name = "registers", .label = "Registers", .as = kind::choice, .at = 63 - specificAt, .bits = 2,
@@ -114,7 +126,7 @@ constexpr row specific[] = {
 };
 
 constexpr row rows[] = {
-    {.name = "module", .label = "Module", .as = kind::block, .at = identityAt, .length = 150 - identityAt,
+    {.name = "module", .label = "Module", .as = kind::block, .at = identityAt, .length = 176 - identityAt,
      .rows = identity},
     {.name = "bytesUsed", .label = "Bytes used", .as = kind::choice, .at = 0, .bits = 4, .names = bytesUsed},
     {.name = "bytesTotal", .label = "Bytes of the EEPROM", .as = kind::choice, .at = 0, .bit = 4, .bits = 3,

@@ -38,7 +38,7 @@ constexpr named activateCounts[] = {
 };
 constexpr named activateWindows[] = {{0, "8192 tREFI"}, {1, "4096 tREFI"}, {2, "2048 tREFI"}};
 constexpr named packageRepairs[] = {{0, "not supported"}, {1, "one row for each bank group"}};
-constexpr named voltages[] = {{0, "operable at 1.2 V"}, {1, "endures 1.2 V"}};
+constexpr named voltages[] = {{0, "operable at 1.2 V"}, {1, "endurant at 1.2 V"}};
 constexpr named rankMixes[] = {{0, "symmetrical"}, {1, "asymmetrical"}};
 constexpr named eccWidths[] = {{0, "none"}, {1, "8"}};
 constexpr named mediumTimebases[] = {{0, "125"}};
@@ -132,7 +132,7 @@ constexpr row base[] = {
      .names = packageRepairs},
     {.name = "softPackageRepair", .label = "Soft post package repair", .as = kind::choice, .at = 9, .bit = 5,
      .bits = 1, .names = jedec::yesNo},
-    {.name = "secondPackage", .label = "Second DRAM package", .at = 10},
+    {.name = "secondPackage", .label = "Second DRAM package", .as = kind::hexadecimal, .at = 10},
     {.name = "voltage", .label = "Voltage VDD", .as = kind::flags, .at = 11, .names = voltages},
     {.name = "deviceWidth", .label = "Width of a DRAM", .as = kind::choice, .at = 12, .bits = 3, .unit = "bits",
      .names = jedec::deviceWidths},
@@ -212,10 +212,16 @@ constexpr row specific[] = {
      .names = jedec::yesNo},
     {.name = "rawCard", .label = "Reference raw card", .as = kind::choice, .at = 130 - specificAt, .bits = 5,
      .names = jedec::rawCards, .when = {.field = "rawCardExtended", .most = 0}},
-    {.name = "rawCard", .label = "Raw card code beyond AL", .as = kind::number, .at = 130 - specificAt,
-     .bits = 5, .when = {.field = "rawCardExtended", .least = 1}},
+    {.name = "rawCard", .label = "Reference raw card", .as = kind::choice, .at = 130 - specificAt, .bits = 5,
+     .names = jedec::furtherRawCards, .when = {.field = "rawCardExtended", .least = 1}},
+    {.name = "revisionExtension", .as = kind::number, .at = 128 - specificAt, .bit = 5, .isHidden = true},
     {.name = "rawCardRevision", .label = "Revision of the raw card", .as = kind::number, .at = 130 - specificAt,
-     .bit = 5, .bits = 2},
+     .bit = 5, .bits = 2, .when = {.field = "revisionExtension", .most = 0}},
+    {.name = "rawCardRevision", .label = "Revision of the raw card", .as = kind::number, .at = 128 - specificAt,
+     .bit = 5, .by = {.plus = jedec::rawCardRevisionMost}, .when = {.field = "revisionExtension", .least = 1}},
+    {.name = "shortRevision", .label = "Revision without its extension", .as = kind::number,
+     .at = 130 - specificAt, .bit = 5, .bits = 2, .allowed = jedec::extendedRevision,
+     .when = {.field = "revisionExtension", .least = 1}},
     {.name = "addressMapping", .label = "Address mapping of rank 1", .as = kind::choice, .at = 131 - specificAt,
      .bits = 1, .names = mirrored, .when = isUnbuffered},
     {.name = "registers", .label = "Registers", .as = kind::choice, .at = 131 - specificAt, .bits = 2,

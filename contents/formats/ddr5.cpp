@@ -53,6 +53,11 @@ constexpr named rankMixes[] = {{0, "symmetrical"}, {1, "asymmetrical"}};
 constexpr named subChannels[] = {{0, "1"}, {1, "2"}, {2, "4"}, {3, "8"}};
 constexpr named eccWidths[] = {{0, "none"}, {1, "4"}, {2, "8"}};
 
+// The area of the user, from 640 on, may hold profiles for faster clocks. No document of JEDEC has them: only the bytes
+// that they begin with are told from others.
+constexpr named firstProfiles[] = {{0, "none"}, {0xFFFF, "none"}, {0x0C4A, "XMP"}};
+constexpr named furtherProfiles[] = {{0, "none"}, {0xFFFFFFFF, "none"}, {0x4558504F, "EXPO"}};
+
 // Of picoseconds, in nanoseconds.
 constexpr scale picoseconds{.divisor = 1000};
 constexpr place betaLevelTop[] = {{.at = 0, .bit = 7, .bits = 1}};
@@ -227,9 +232,9 @@ constexpr row rows[] = {
     {.name = "dieCapacity", .as = kind::number, .at = 4, .bits = 5, .isHidden = true},
     {.name = "sdram", .label = "First SDRAM", .as = kind::block, .at = 4, .length = 4, .rows = sdram},
     {.name = "secondSdram", .label = "Second SDRAM", .as = kind::block, .at = 8, .length = 4, .rows = sdram},
-    {.name = "repair", .label = "BL32 and post package repair", .at = 12},
-    {.name = "dutyCycle", .label = "Duty cycle, partial self-refresh", .at = 13},
-    {.name = "faultHandling", .label = "Fault handling", .at = 14},
+    {.name = "repair", .label = "BL32 and post package repair", .as = kind::hexadecimal, .at = 12},
+    {.name = "dutyCycle", .label = "Duty cycle, partial self-refresh", .as = kind::hexadecimal, .at = 13},
+    {.name = "faultHandling", .label = "Fault handling", .as = kind::hexadecimal, .at = 14},
     {.name = "vdd", .label = "Voltage VDD", .as = kind::choice, .at = 16, .bit = 4, .unit = "V",
      .names = logicVoltages},
     {.name = "vddLimits", .label = "VDD, operable and endured", .as = kind::hexadecimal, .at = 16, .bits = 4},
@@ -244,6 +249,10 @@ constexpr row rows[] = {
      .rows = limits},
     {.name = "common", .label = "Of all module types", .as = kind::block, .at = commonAt, .length = 248 - commonAt,
      .rows = common},
+    {.name = "profiles", .label = "Profiles at 640", .as = kind::choice, .at = 640, .length = 2,
+     .names = firstProfiles},
+    {.name = "furtherProfiles", .label = "Profiles at 832", .as = kind::choice, .at = 832, .length = 4,
+     .names = furtherProfiles},
     {.name = "capacity", .label = "Capacity of the module", .as = kind::product, .length = 0, .by = {.divisor = 8},
      .factors = capacity, .unit = "MiB"},
     {.name = "crc", .label = "CRC-16", .as = kind::checksum, .at = crcAt, .length = 2,

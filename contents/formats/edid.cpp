@@ -90,6 +90,34 @@ constexpr condition isDigital{.field = "signal", .least = 1};
 constexpr condition isOld{.field = "revision", .most = 3};
 constexpr condition isNew{.field = "revision", .least = 4};
 
+constexpr row oldScreen[] = {
+    {.name = "width", .label = "Width of the screen", .as = kind::number, .at = 0, .unit = "cm", .names = sizes},
+    {.name = "height", .label = "Height of the screen", .as = kind::number, .at = 1, .unit = "cm", .names = sizes},
+};
+// From EDID 1.4 on, one of both alone is no length: it gives the aspect ratio, less 0.99, in hundredths.
+constexpr factor landscapeRatio[] = {{.field = "widthCode", .plus = 99}};
+constexpr factor portraitRatio[] = {{.field = "heightCode", .plus = 99, .divides = true}};
+constexpr condition hasWidth{.field = "widthCode", .least = 1};
+constexpr condition hasNoWidth{.field = "widthCode", .most = 0};
+constexpr condition hasHeight{.field = "heightCode", .least = 1};
+constexpr condition hasNoHeight{.field = "heightCode", .most = 0};
+constexpr row screen[] = {
+    {.name = "widthCode", .as = kind::number, .at = 0, .isHidden = true},
+    {.name = "heightCode", .as = kind::number, .at = 1, .isHidden = true},
+    {.name = "width", .label = "Width of the screen", .as = kind::number, .at = 0, .unit = "cm", .when = hasWidth,
+     .also = hasHeight},
+    {.name = "height", .label = "Height of the screen", .as = kind::number, .at = 1, .unit = "cm", .when = hasWidth,
+     .also = hasHeight},
+    {.name = "width", .label = "Width of the screen", .as = kind::number, .at = 0, .names = sizes,
+     .when = hasNoWidth, .also = hasNoHeight},
+    {.name = "height", .label = "Height of the screen", .as = kind::number, .at = 1, .names = sizes,
+     .when = hasNoWidth, .also = hasNoHeight},
+    {.name = "screenAspect", .label = "Width by height", .as = kind::product, .length = 0, .by = {.divisor = 100},
+     .factors = landscapeRatio, .decimals = 2, .when = hasWidth, .also = hasNoHeight},
+    {.name = "screenAspect", .label = "Width by height", .as = kind::product, .length = 0, .by = {.factor = 100},
+     .factors = portraitRatio, .decimals = 2, .when = hasNoWidth, .also = hasHeight},
+};
+
 constexpr row rows[] = {
     {.name = "header", .label = "Header", .length = 8},
     {.name = "manufacturer", .label = "Manufacturer", .as = kind::eisaId, .at = 8, .length = 2},
@@ -114,8 +142,8 @@ constexpr row rows[] = {
      .when = isDigital, .also = isNew},
     {.name = "interface", .label = "Compatible with", .as = kind::flags, .at = 20, .bits = 7, .names = oldDigital,
      .when = isDigital, .also = isOld},
-    {.name = "width", .label = "Width of the screen", .as = kind::number, .at = 21, .unit = "cm", .names = sizes},
-    {.name = "height", .label = "Height of the screen", .as = kind::number, .at = 22, .unit = "cm", .names = sizes},
+    {.as = kind::block, .at = 21, .length = 2, .when = isOld, .rows = oldScreen},
+    {.as = kind::block, .at = 21, .length = 2, .when = isNew, .rows = screen},
     {.name = "gamma", .label = "Gamma", .as = kind::number, .at = 23, .by = {.divisor = 100, .plus = 1},
      .names = gammas},
     {.name = "powerStates", .label = "Power states", .as = kind::flags, .at = 24, .bit = 5, .names = powerStates},

@@ -39,7 +39,13 @@ inline constexpr named syncedColours[] = {{0, "green"}, {1, "all colours"}};
 inline constexpr named polarities[] = {{0, "negative"}, {1, "positive"}};
 inline constexpr named serrations[] = {{0, "without serration"}, {1, "with serration"}};
 
-// The pixel clock, in units of 10 kHz, by all pixels of a line and all lines of a frame (interlaced: of a field).
+// The pixel clock, in units of 10 kHz, by all pixels of a line and all lines of a frame. The lines of an interlaced
+// timing are those of a field, and each field has half a line more.
+inline constexpr factor fieldRate[] = {
+    {.field = "pixelClock"},
+    {.field = "horizontalActive", .plusField = "horizontalBlanking", .divides = true},
+    {.field = "verticalActive", .plus = 1, .plusField = "verticalBlanking", .times = 2, .divides = true},
+};
 inline constexpr factor verticalRate[] = {
     {.field = "pixelClock"},
     {.field = "horizontalActive", .plusField = "horizontalBlanking", .divides = true},
@@ -56,8 +62,12 @@ inline constexpr row timing[] = {
      .unit = "lines"},
     {.name = "verticalBlanking", .label = "Vertical blanking", .as = kind::number, .at = 6,
      .more = upperVerticalBlanking, .unit = "lines"},
+    {.name = "scanCode", .as = kind::number, .at = 17, .bit = 7, .isHidden = true},
     {.name = "verticalRate", .label = "Vertical rate", .as = kind::product, .length = 0, .by = {.factor = 10000},
-     .factors = verticalRate, .unit = "Hz"},
+     .factors = verticalRate, .unit = "Hz", .decimals = 2, .when = {.field = "scanCode", .most = 0}},
+    {.name = "verticalRate", .label = "Vertical rate, of fields", .as = kind::product, .length = 0,
+     .by = {.factor = 20000}, .factors = fieldRate, .unit = "Hz", .decimals = 2,
+     .when = {.field = "scanCode", .least = 1}},
     {.name = "horizontalFrontPorch", .label = "Horizontal front porch", .as = kind::number, .at = 8,
      .more = upperHorizontalFront, .unit = "pixels"},
     {.name = "horizontalSync", .label = "Horizontal sync pulse", .as = kind::number, .at = 9,
@@ -94,6 +104,29 @@ inline constexpr named timingSupports[] = {
     {0, "default GTF"}, {1, "range limits only"}, {2, "secondary GTF"}, {4, "CVT"},
 };
 
+// What range limits say of CVT; offsets count from byte 11 of the descriptor. The upper bits of byte 12 lower the
+// highest pixel clock.
+inline constexpr place upperPixelsMost[] = {{.at = 1, .bit = 0, .bits = 2}};
+inline constexpr named pixelsMost[] = {{0, "no limit"}};
+inline constexpr named cvtAspects[] = {{7, "4:3"}, {6, "16:9"}, {5, "16:10"}, {4, "5:4"}, {3, "15:9"}};
+inline constexpr named preferredAspects[] = {{0, "4:3"}, {1, "16:9"}, {2, "16:10"}, {3, "5:4"}, {4, "15:9"}};
+inline constexpr named blankings[] = {{0, "standard"}, {1, "reduced"}};
+inline constexpr named scalings[] = {
+    {3, "horizontal shrink"}, {2, "horizontal stretch"}, {1, "vertical shrink"}, {0, "vertical stretch"},
+};
+inline constexpr row cvtLimits[] = {
+    {.name = "cvtVersion", .label = "CVT version", .as = kind::version, .at = 0},
+    {.name = "pixelsMost", .label = "Active pixels of a line, at most", .as = kind::number, .at = 2,
+     .more = upperPixelsMost, .by = {.factor = 8}, .unit = "pixels", .names = pixelsMost},
+    {.name = "aspects", .label = "Aspect ratios", .as = kind::flags, .at = 3, .names = cvtAspects},
+    {.name = "preferredAspect", .label = "Preferred aspect ratio", .as = kind::choice, .at = 4, .bit = 5,
+     .names = preferredAspects},
+    {.name = "blankings", .label = "Blankings", .as = kind::flags, .at = 4, .bit = 3, .bits = 2, .names = blankings},
+    {.name = "scalings", .label = "Scalings", .as = kind::flags, .at = 5, .bit = 4, .names = scalings},
+    {.name = "preferredRate", .label = "Preferred vertical rate", .as = kind::number, .at = 6, .unit = "Hz"},
+};
+inline constexpr condition isCvt{.field = "timingCode", .least = 4, .most = 4};
+
 // EDID 1.4 adds 255 to limits that these bits name; before, the byte is 0.
 inline constexpr row rangeLimits[] = {
     {.name = "verticalOffset", .as = kind::number, .at = 4, .bits = 2, .isHidden = true},
@@ -114,10 +147,20 @@ inline constexpr row rangeLimits[] = {
      .when = {.field = "horizontalOffset", .most = 1}},
     {.name = "horizontalMost", .label = "Highest horizontal rate", .as = kind::number, .at = 8, .by = {.plus = 255},
      .unit = "kHz", .when = {.field = "horizontalOffset", .least = 2}},
+    {.name = "timingCode", .as = kind::number, .at = 10, .isHidden = true},
     {.name = "pixelClockMost", .label = "Highest pixel clock", .as = kind::number, .at = 9, .by = {.factor = 10},
-     .unit = "MHz"},
+     .unit = "MHz", .when = {.field = "timingCode", .most = 3}},
+    {.name = "pixelClockMost", .label = "Highest pixel clock", .as = kind::number, .at = 9,
+     .by = {.factor = 10}, .fine = {.at = 12, .bit = 2, .bits = 6, .by = {.factor = -1, .divisor = 4}},
+     .unit = "MHz", .when = isCvt},
+    {.name = "pixelClockMost", .label = "Highest pixel clock", .as = kind::number, .at = 9, .by = {.factor = 10},
+     .unit = "MHz", .when = {.field = "timingCode", .least = 5}},
     {.name = "timingSupport", .label = "Timing support", .as = kind::choice, .at = 10, .names = timingSupports},
-    {.name = "timingData", .label = "Data of the timing support", .at = 11, .length = 7},
+    {.as = kind::block, .at = 11, .length = 7, .when = isCvt, .rows = cvtLimits},
+    {.name = "timingData", .label = "Data of the timing support", .at = 11, .length = 7,
+     .when = {.field = "timingCode", .most = 3}},
+    {.name = "timingData", .label = "Data of the timing support", .at = 11, .length = 7,
+     .when = {.field = "timingCode", .least = 5}},
 };
 
 // A timing has a pixel clock; a display descriptor has 0 there.

@@ -32,7 +32,8 @@ inline constexpr row audioDescriptor[] = {
     {.name = "rates", .label = "Sampling rates", .as = kind::flags, .at = 1, .names = audioRates},
     {.name = "sampleSizes", .label = "Sample sizes", .as = kind::flags, .at = 2, .names = sampleSizes,
      .when = {.field = "format", .most = 1}},
-    {.name = "detail", .label = "Detail of the format", .at = 2, .when = {.field = "format", .least = 2}},
+    {.name = "detail", .label = "Detail of the format", .as = kind::hexadecimal, .at = 2,
+     .when = {.field = "format", .least = 2}},
 };
 inline constexpr row audioBlock[] = {
     {.name = "descriptor", .label = "Audio descriptor", .as = kind::repetition, .length = 3, .rows = audioDescriptor},
@@ -87,20 +88,30 @@ inline constexpr row ctaBlocks[] = {
      .rows = extendedBlock},
 };
 
+// The detailed timings begin behind the header. One that begins at the last place ends at the checksum; from there up
+// to the checksum, revision 3 has room for data blocks alone.
+constexpr std::uint64_t headerLength = 4;
+constexpr std::uint64_t lastTimingAt = blockLength - 1 - descriptorLength;
+inline constexpr named noTimings[] = {{0, "none"}};
 inline constexpr named ctaSupports[] = {{0, "YCbCr 4:2:2"}, {1, "YCbCr 4:4:4"}, {2, "basic audio"}, {3, "underscan"}};
 inline constexpr row cta[] = {
     {.name = "revision", .label = "Revision", .as = kind::number, .at = 1},
-    {.name = "timingsAt", .label = "Detailed timings begin at", .as = kind::number, .at = 2},
+    {.name = "timingsAt", .label = "Detailed timings begin at", .as = kind::number, .at = 2, .names = noTimings,
+     .allowed = {.least = headerLength, .most = lastTimingAt}, .when = {.field = "revision", .most = 2}},
+    {.name = "timingsAt", .label = "Detailed timings begin at", .as = kind::number, .at = 2, .names = noTimings,
+     .allowed = {.least = headerLength, .most = blockLength - 1}, .when = {.field = "revision", .least = 3}},
     {.name = "supports", .label = "Supports", .as = kind::flags, .at = 3, .bit = 4, .names = ctaSupports,
      .when = {.field = "revision", .least = 2}},
     {.name = "nativeTimings", .label = "Native timings", .as = kind::number, .at = 3, .bits = 4,
      .when = {.field = "revision", .least = 2}},
-    {.name = "block", .label = "Data blocks", .as = kind::list, .at = 4, .length = 0,
-     .when = {.field = "revision", .least = 3}, .also = {.field = "timingsAt", .least = 5},
+    {.name = "block", .label = "Data blocks", .as = kind::list, .at = headerLength, .length = 0,
+     .when = {.field = "revision", .least = 3},
+     .also = {.field = "timingsAt", .least = headerLength + 1, .most = blockLength - 1},
      .where = {.lengthField = "timingsAt", .lengthPlus = -4},
      .entries = {.headerLength = 1, .header = ctaHeader, .typeField = "type", .lengthField = "length",
                  .known = ctaBlocks}},
     {.name = "descriptor", .label = "Descriptor", .as = kind::repetition, .length = descriptorLength,
+     .when = {.field = "timingsAt", .least = headerLength, .most = lastTimingAt},
      .where = {.atField = "timingsAt"}, .rows = descriptor, .stopAtZeros = 4},
 };
 

@@ -50,14 +50,20 @@ constexpr named chassisTypes[] = {
     {31, "Convertible"}, {32, "Detachable"}, {33, "IoT gateway"}, {34, "Embedded PC"}, {35, "Mini PC"},
     {36, "Stick PC"}};
 
+constexpr named noArea[] = {{0, "none"}};
 constexpr row header[] = {
     {.name = "version", .label = "Format version", .as = kind::choice, .bits = 4, .names = areaVersions,
      .allowed = {.least = 1, .most = 1}},
-    {.name = "internalOffset", .label = "Internal use area at", .as = kind::number, .at = 1, .by = {.factor = unit}},
-    {.name = "chassisOffset", .label = "Chassis area at", .as = kind::number, .at = 2, .by = {.factor = unit}},
-    {.name = "boardOffset", .label = "Board area at", .as = kind::number, .at = 3, .by = {.factor = unit}},
-    {.name = "productOffset", .label = "Product area at", .as = kind::number, .at = 4, .by = {.factor = unit}},
-    {.name = "recordOffset", .label = "Records at", .as = kind::number, .at = 5, .by = {.factor = unit}},
+    {.name = "internalOffset", .label = "Internal use area at", .as = kind::number, .at = 1, .by = {.factor = unit},
+     .unit = "bytes", .names = noArea},
+    {.name = "chassisOffset", .label = "Chassis area at", .as = kind::number, .at = 2, .by = {.factor = unit},
+     .unit = "bytes", .names = noArea},
+    {.name = "boardOffset", .label = "Board area at", .as = kind::number, .at = 3, .by = {.factor = unit},
+     .unit = "bytes", .names = noArea},
+    {.name = "productOffset", .label = "Product area at", .as = kind::number, .at = 4, .by = {.factor = unit},
+     .unit = "bytes", .names = noArea},
+    {.name = "recordOffset", .label = "Records at", .as = kind::number, .at = 5, .by = {.factor = unit},
+     .unit = "bytes", .names = noArea},
     {.name = "checksum", .label = "Header checksum", .as = kind::checksum, .at = 7, .sum = {.as = sumKind::zero8}},
 };
 

@@ -43,13 +43,24 @@ inline constexpr named manufacturers[] = {
     {0x8632, "Montage"},
 };
 
-/// Letters of reference raw cards; DDR3 and DDR4 count on from AM with the extension bit.
+/// Letters of reference raw cards.
 inline constexpr named rawCards[] = {
     {0, "A"},   {1, "B"},   {2, "C"},   {3, "D"},   {4, "E"},   {5, "F"},   {6, "G"},   {7, "H"},
     {8, "J"},   {9, "K"},   {10, "L"},  {11, "M"},  {12, "N"},  {13, "P"},  {14, "R"},  {15, "T"},
     {16, "U"},  {17, "V"},  {18, "W"},  {19, "Y"},  {20, "AA"}, {21, "AB"}, {22, "AC"}, {23, "AD"},
     {24, "AE"}, {25, "AF"}, {26, "AG"}, {27, "AH"}, {28, "AJ"}, {29, "AK"}, {30, "AL"}, {31, "none"},
 };
+
+/// Those that DDR3 and DDR4 have with the extension bit.
+inline constexpr named furtherRawCards[] = {
+    {0, "AM"}, {1, "AN"}, {2, "AP"}, {3, "AR"}, {4, "AT"}, {5, "AU"}, {6, "AV"}, {7, "AW"},
+    {8, "AY"}, {9, "BA"}, {10, "BB"}, {11, "BC"}, {12, "BD"}, {13, "BE"}, {14, "BF"}, {15, "BG"},
+    {16, "BH"}, {17, "BJ"}, {18, "BK"}, {19, "BL"}, {20, "BM"}, {21, "BN"}, {22, "BP"}, {23, "BR"},
+    {24, "BT"}, {25, "BU"}, {26, "BV"}, {27, "BW"}, {28, "BY"}, {29, "CA"}, {30, "CB"}, {31, "none"},
+};
+/// The revision of a raw card is 0 to 3 in two bits; more is the extension and this. The two bits are then 3.
+constexpr std::int64_t rawCardRevisionMost = 3;
+constexpr allowedValues extendedRevision{.least = 3, .most = 3};
 
 inline constexpr named yesNo[] = {{0, "no"}, {1, "yes"}};
 inline constexpr named deviceWidths[] = {{0, "4"}, {1, "8"}, {2, "16"}, {3, "32"}};

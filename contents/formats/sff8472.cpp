@@ -40,10 +40,16 @@ constexpr named encodings[] = {
     {6, "64B/66B"}, {7, "256B/257B"}, {8, "PAM4"},
 };
 constexpr named zeroIsNotGiven[] = {{0, "not given"}};
+// 255 of a length is beyond what the byte can give.
+constexpr named kilometreLengths[] = {{0, "not given"}, {255, "more than 254 km"}};
+constexpr named hundredMetreLengths[] = {{0, "not given"}, {255, "more than 25400 m"}};
+constexpr named tenMetreLengths[] = {{0, "not given"}, {255, "more than 2540 m"}};
+constexpr named metreLengths[] = {{0, "not given"}, {255, "more than 254 m"}};
 constexpr named options[] = {
     {1, "loss of signal"}, {2, "inverted loss of signal"}, {3, "TX_FAULT"}, {4, "TX_DISABLE"}, {5, "RATE_SELECT"},
     {6, "tunable"}, {7, "receiver decision threshold"}, {8, "linear receiver output"}, {9, "power level 2"},
     {10, "cooled"}, {11, "retimer or CDR"}, {12, "paging"},
+    {13, "power level 3"},
 };
 constexpr named diagnosticTypes[] = {
     {2, "address change needed"}, {3, "received power is an average"}, {4, "calibrated externally"},
@@ -213,7 +219,7 @@ constexpr row rows[] = {
     {.name = "encoding", .label = "Encoding", .as = kind::choice, .at = 11, .names = encodings},
     {.name = "rateCode", .as = kind::number, .at = 12, .isHidden = true},
     {.name = "signallingRate", .label = "Signalling rate", .as = kind::number, .at = 12, .by = {.factor = 100},
-     .unit = "MBd", .when = {.field = "rateCode", .most = 0xFE}},
+     .unit = "MBd", .names = zeroIsNotGiven, .when = {.field = "rateCode", .most = 0xFE}},
     {.name = "signallingRate", .label = "Signalling rate", .as = kind::number, .at = 66, .by = {.factor = 250},
      .unit = "MBd", .when = {.field = "rateCode", .least = 0xFF}},
     {.name = "rateRange", .label = "Range of the rate, +/-", .as = kind::number, .at = 67,
@@ -224,23 +230,26 @@ constexpr row rows[] = {
      .when = {.field = "rateCode", .most = 0xFE}},
     {.name = "rateIdentifier", .label = "Rate identifier", .as = kind::hexadecimal, .at = 13},
     {.name = "lengthSingleModeKm", .label = "Length, single mode, in km", .as = kind::number, .at = 14, .unit = "km",
-     .names = zeroIsNotGiven},
+     .names = kilometreLengths},
     {.name = "lengthSingleMode", .label = "Length, single mode", .as = kind::number, .at = 15,
-     .by = {.factor = 100}, .unit = "m", .names = zeroIsNotGiven},
+     .by = {.factor = 100}, .unit = "m", .names = hundredMetreLengths},
     {.name = "lengthOm2", .label = "Length, 50 um, OM2", .as = kind::number, .at = 16, .by = {.factor = 10},
-     .unit = "m", .names = zeroIsNotGiven},
+     .unit = "m", .names = tenMetreLengths},
     {.name = "lengthOm1", .label = "Length, 62.5 um, OM1", .as = kind::number, .at = 17, .by = {.factor = 10},
-     .unit = "m", .names = zeroIsNotGiven},
+     .unit = "m", .names = tenMetreLengths},
     {.name = "lengthOm4", .label = "Length, 50 um, OM4", .as = kind::number, .at = 18, .by = {.factor = 10},
-     .unit = "m", .names = zeroIsNotGiven, .when = isOptical},
+     .unit = "m", .names = tenMetreLengths, .when = isOptical},
     {.name = "lengthCable", .label = "Length of the cable", .as = kind::number, .at = 18, .unit = "m",
-     .names = zeroIsNotGiven, .when = isCable},
+     .names = metreLengths, .when = isCable},
     {.name = "lengthOm3", .label = "Length, 50 um, OM3", .as = kind::number, .at = 19, .by = {.factor = 10},
-     .unit = "m", .names = zeroIsNotGiven},
+     .unit = "m", .names = tenMetreLengths, .when = isOptical},
+    {.name = "lengthCableCode", .label = "Length of the cable, further code", .as = kind::hexadecimal, .at = 19,
+     .when = isCable},
     {.name = "wavelength", .label = "Wavelength", .as = kind::number, .at = 60, .length = 2, .unit = "nm",
      .when = isOptical},
     {.name = "cableCompliance", .label = "Compliance of the cable", .at = 60, .length = 2, .when = isCable},
-    {.name = "fibreChannelSpeed2", .label = "Fibre Channel speed 2", .as = kind::hexadecimal, .at = 62},
+    {.name = "fibreChannelSpeed2", .label = "Fibre Channel speed 2", .as = kind::hexadecimal, .at = 62,
+     .when = {.field = "compliance", .mask = 1U << 1, .least = 1U << 1}},
     {.name = "options", .label = "Options", .as = kind::flags, .at = 64, .length = 2, .names = options},
     {.name = "diagnosticType", .label = "Diagnostics", .as = kind::flags, .at = 92, .names = diagnosticTypes},
     {.name = "enhancedOptions", .label = "Enhanced options", .as = kind::flags, .at = 93, .names = enhancedOptions},

@@ -59,13 +59,18 @@ constexpr named compliances[] = {
     {15, "FC twin axial pair"}, {14, "FC twisted pair"}, {13, "FC miniature coax"}, {12, "FC video coax"},
     {11, "FC multimode 62.5 um"}, {10, "FC multimode 50 um"}, {9, "FC multimode 50 um, OM3"},
     {8, "FC single mode"}, {7, "FC 1200 MB/s"}, {6, "FC 800 MB/s"}, {5, "FC 1600 MB/s"}, {4, "FC 400 MB/s"},
-    {3, "FC 3200 MB/s"}, {2, "FC 200 MB/s"}, {0, "FC 100 MB/s"},
+    {3, "FC 3200 MB/s"}, {2, "FC 200 MB/s"}, {1, "FC extended"}, {0, "FC 100 MB/s"},
 };
 constexpr named encodings[] = {
     {0, "not given"}, {1, "8B/10B"}, {2, "4B/5B"}, {3, "NRZ"}, {4, "SONET scrambled"}, {5, "64B/66B"},
     {6, "Manchester"}, {7, "256B/257B"}, {8, "PAM4"},
 };
 constexpr named zeroIsNotGiven[] = {{0, "not given"}};
+// 255 of a length is beyond what the byte can give.
+constexpr named kilometreLengths[] = {{0, "not given"}, {255, "more than 254 km"}};
+constexpr named twoMetreLengths[] = {{0, "not given"}, {255, "more than 508 m"}};
+constexpr named metreLengths[] = {{0, "not given"}, {255, "more than 254 m"}};
+constexpr named caseTemperatures[] = {{0, "70 °C, the standard's"}};
 constexpr named technologies[] = {
     {0, "850 nm VCSEL"}, {1, "1310 nm VCSEL"}, {2, "1550 nm VCSEL"}, {3, "1310 nm FP"}, {4, "1310 nm DFB"},
     {5, "1550 nm DFB"}, {6, "1310 nm EML"}, {7, "1550 nm EML"}, {8, "other"}, {9, "1490 nm DFB"},
@@ -141,7 +146,7 @@ constexpr row rows[] = {
     {.name = "encoding", .label = "Encoding", .as = kind::choice, .at = 139, .names = encodings},
     {.name = "rateCode", .as = kind::number, .at = 140, .isHidden = true},
     {.name = "signallingRate", .label = "Signalling rate", .as = kind::number, .at = 140, .by = {.factor = 100},
-     .unit = "MBd", .when = {.field = "rateCode", .most = 0xFE}},
+     .unit = "MBd", .names = zeroIsNotGiven, .when = {.field = "rateCode", .most = 0xFE}},
     {.name = "signallingRate", .label = "Signalling rate", .as = kind::number, .at = 222, .by = {.factor = 250},
      .unit = "MBd", .when = {.field = "rateCode", .least = 0xFF}},
     {.name = "rateSelect", .label = "Rate select", .as = kind::hexadecimal, .at = 141},
@@ -149,17 +154,17 @@ constexpr row rows[] = {
     {.name = "technologyFlags", .label = "Technology has", .as = kind::flags, .at = 147, .bits = 4,
      .names = technologyFlags},
     {.name = "lengthSingleMode", .label = "Length, single mode", .as = kind::number, .at = 142, .unit = "km",
-     .names = zeroIsNotGiven},
+     .names = kilometreLengths},
     {.name = "lengthOm3", .label = "Length, 50 um, OM3", .as = kind::number, .at = 143, .by = {.factor = 2},
-     .unit = "m", .names = zeroIsNotGiven},
+     .unit = "m", .names = twoMetreLengths},
     {.name = "lengthOm2", .label = "Length, 50 um, OM2", .as = kind::number, .at = 144, .unit = "m",
-     .names = zeroIsNotGiven},
+     .names = metreLengths},
     {.name = "lengthOm1", .label = "Length, 62.5 um, OM1", .as = kind::number, .at = 145, .unit = "m",
-     .names = zeroIsNotGiven},
+     .names = metreLengths},
     {.name = "lengthOm4", .label = "Length, 50 um, OM4", .as = kind::number, .at = 146, .by = {.factor = 2},
-     .unit = "m", .names = zeroIsNotGiven, .when = {.field = "technology", .most = 0}},
+     .unit = "m", .names = twoMetreLengths, .when = {.field = "technology", .most = 0}},
     {.name = "lengthCable", .label = "Length of the cable", .as = kind::number, .at = 146, .unit = "m",
-     .names = zeroIsNotGiven, .when = {.field = "technology", .least = 1}},
+     .names = metreLengths, .when = {.field = "technology", .least = 1}},
     {.name = "extendedModule", .label = "InfiniBand rates", .as = kind::hexadecimal, .at = 164},
     {.name = "wavelength", .label = "Wavelength", .as = kind::number, .at = 186, .length = 2, .by = {.divisor = 20},
      .unit = "nm", .when = isOptical},
@@ -174,7 +179,7 @@ constexpr row rows[] = {
     {.name = "attenuation12G9", .label = "Attenuation at 12.9 GHz", .as = kind::number, .at = 189, .unit = "dB",
      .when = isCopper},
     {.name = "caseTemperature", .label = "Highest case temperature", .as = kind::number, .at = 190, .unit = "°C",
-     .names = zeroIsNotGiven},
+     .names = caseTemperatures},
     {.name = "equalisationOptions", .label = "Equalisation options", .as = kind::hexadecimal,
      .at = 193},
     {.name = "options", .label = "Options", .as = kind::flags, .at = 194, .length = 2, .names = options},

@@ -60,6 +60,19 @@ inline constexpr named extendedCompliances[] = {
     {0x1E, "2.5GBASE-T"},
     {0x1F, "40G SWDM4"},
     {0x20, "100G SWDM4"},
+    {0x21, "100G PAM4 BiDi"},
+    {0x22, "100G 4WDM-10"},
+    {0x23, "100G 4WDM-20"},
+    {0x24, "100G 4WDM-40"},
+    {0x25, "100GBASE-DR"},
+    {0x26, "100GBASE-FR1"},
+    {0x27, "100GBASE-LR1"},
+    {0x40, "50GBASE-CR, 100GBASE-CR2 or 200GBASE-CR4"},
+    {0x41, "50GBASE-SR, 100GBASE-SR2 or 200GBASE-SR4"},
+    {0x42, "50GBASE-FR or 200GBASE-DR4"},
+    {0x43, "200GBASE-FR4"},
+    {0x45, "50GBASE-LR"},
+    {0x46, "200GBASE-LR4"},
 };
 
 } // namespace kest::contents::sff

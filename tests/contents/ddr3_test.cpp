@@ -83,6 +83,37 @@ TEST(Ddr3, ModuleTypeOfSolderedMemory)
     EXPECT_EQ("not given", textOf(what, "module.date"));
 }
 
+TEST(Ddr3, RevisionOfARawCardIsExtendedWithoutARegisterAlone)
+{
+    Bytes image = soldered();
+    image[3] = 0x02;
+    image[60] = 0x20;
+    const reading unbuffered = readExactly("ddr3", image);
+    EXPECT_EQ("15 mm", textOf(unbuffered, "specific.height"));
+    EXPECT_EQ("4", textOf(unbuffered, "specific.rawCardRevision"));
+    image[62] = 0xA0;
+    const reading damaged = readExactly("ddr3", image);
+    EXPECT_EQ("AM", textOf(damaged, "specific.rawCard"));
+    EXPECT_EQ("it is 1, and allowed is 3 alone", problemOf(damaged, "specific.shortRevision"));
+    image[3] = 0x01;
+    const reading registered = readExactly("ddr3", image);
+    EXPECT_EQ("1", textOf(registered, "specific.rawCardRevision"));
+    EXPECT_EQ(nullptr, findNode(registered, "specific.shortRevision"));
+}
+
+TEST(Ddr3, DataOfTheManufacturer)
+{
+    Bytes image = soldered();
+    image[150] = 0x12;
+    image[175] = 0x34;
+    const reading what = readExactly("ddr3", image);
+    const node* const data = findNode(what, "module.manufacturerData");
+    ASSERT_NE(nullptr, data);
+    EXPECT_EQ(150U, data->offset);
+    EXPECT_EQ(26U, data->length);
+    EXPECT_EQ("12 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 34", data->text);
+}
+
 TEST(Ddr3, FineTimebaseCorrectsTheMediumOne)
 {
     Bytes image = soldered();

@@ -73,7 +73,7 @@ TEST(Ddr4, GeometryOfAModule)
     EXPECT_EQ("unlimited", textOf(what, "mostActivates"));
     EXPECT_EQ("one row for each bank group", textOf(what, "packageRepair"));
     EXPECT_EQ("yes", textOf(what, "softPackageRepair"));
-    EXPECT_EQ("operable at 1.2 V, endures 1.2 V", textOf(what, "voltage"));
+    EXPECT_EQ("operable at 1.2 V, endurant at 1.2 V", textOf(what, "voltage"));
     EXPECT_EQ("16 bits", textOf(what, "deviceWidth"));
     EXPECT_EQ("1", textOf(what, "ranks"));
     EXPECT_EQ("64 bits", textOf(what, "busWidth"));
@@ -162,6 +162,24 @@ TEST(Ddr4, BytesOfAModuleWithoutRegister)
     EXPECT_EQ("0", textOf(what, "specific.rawCardRevision"));
     EXPECT_EQ("standard", textOf(what, "specific.addressMapping"));
     EXPECT_EQ(nullptr, findNode(what, "specific.registers"));
+}
+
+TEST(Ddr4, RawCardsBeyondTheFirst)
+{
+    Bytes image = laptopModule();
+    // revision 3 and an extension of 2; the fourth card behind AL
+    image[128] = 0x4F;
+    image[130] = 0xE3;
+    const reading what = readExactly("ddr4", image);
+    EXPECT_EQ("30 mm", textOf(what, "specific.height"));
+    EXPECT_EQ("AR", textOf(what, "specific.rawCard"));
+    EXPECT_EQ("5", textOf(what, "specific.rawCardRevision"));
+    EXPECT_EQ("", problemOf(what, "specific.shortRevision"));
+    // an extension belongs to revision 3 alone; the last card
+    image[130] = 0xBE;
+    const reading other = readExactly("ddr4", image);
+    EXPECT_EQ("CB", textOf(other, "specific.rawCard"));
+    EXPECT_EQ("it is 1, and allowed is 3 alone", problemOf(other, "specific.shortRevision"));
 }
 
 TEST(Ddr4, RegisterOfARegisteredModule)

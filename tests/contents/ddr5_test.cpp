@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "contents/recognise.h"
@@ -149,6 +150,26 @@ TEST(Ddr5, RegisterOfARegisteredModule)
     EXPECT_EQ("0x0", textOf(what, "common.register.type"));
     EXPECT_EQ("1.3", textOf(what, "common.register.revision"));
     EXPECT_EQ("no", textOf(what, "common.buffer.installed"));
+}
+
+TEST(Ddr5, ProfilesBehindTheModule)
+{
+    Bytes image = laptopModule();
+    std::fill_n(image.begin() + 640, 384, std::uint8_t{0xFF});
+    const reading without = readExactly("ddr5", image);
+    EXPECT_EQ("none", textOf(without, "profiles"));
+    EXPECT_EQ("none", textOf(without, "furtherProfiles"));
+    const Bytes further = fromHex("45 58 50 4f");
+    image[640] = 0x0C;
+    image[641] = 0x4A;
+    std::copy(further.begin(), further.end(), image.begin() + 832);
+    const reading with = readExactly("ddr5", image);
+    EXPECT_EQ("XMP", textOf(with, "profiles"));
+    EXPECT_EQ("EXPO", textOf(with, "furtherProfiles"));
+    image[641] = 0x4B;
+    const reading other = readExactly("ddr5", image);
+    EXPECT_EQ("0x0C4B", textOf(other, "profiles"));
+    EXPECT_TRUE(isWhole(other));
 }
 
 TEST(Ddr5, ChangedByteIsFound) { expectBytesGuarded("ddr5", laptopModule(), "crc", 0, 512); }

@@ -112,8 +112,8 @@ TEST(Edid, DetailedTimingOfAMonitor)
     EXPECT_EQ("160 pixels", textOf(what, "descriptor.1.horizontalBlanking"));
     EXPECT_EQ("900 lines", textOf(what, "descriptor.1.verticalActive"));
     EXPECT_EQ("26 lines", textOf(what, "descriptor.1.verticalBlanking"));
-    // 88.75 MHz / 1600 / 926
-    EXPECT_EQ("59.901458 Hz", textOf(what, "descriptor.1.verticalRate"));
+    // 88.75 MHz / 1600 / 926 is 59.9014 Hz
+    EXPECT_EQ("59.9 Hz", textOf(what, "descriptor.1.verticalRate"));
     EXPECT_EQ("48 pixels", textOf(what, "descriptor.1.horizontalFrontPorch"));
     EXPECT_EQ("32 pixels", textOf(what, "descriptor.1.horizontalSync"));
     EXPECT_EQ("3 lines", textOf(what, "descriptor.1.verticalFrontPorch"));
@@ -180,9 +180,79 @@ TEST(Edid, RangeLimitsOfAMonitor)
     EXPECT_EQ("77 Hz", textOf(what, "descriptor.3.verticalMost"));
     EXPECT_EQ("30 kHz", textOf(what, "descriptor.3.horizontalLeast"));
     EXPECT_EQ("83 kHz", textOf(what, "descriptor.3.horizontalMost"));
-    EXPECT_EQ("140 MHz", textOf(what, "descriptor.3.pixelClockMost"));
     EXPECT_EQ("CVT", textOf(what, "descriptor.3.timingSupport"));
-    EXPECT_EQ("11 B2 05 F8 58 F0 00", textOf(what, "descriptor.3.timingData"));
+    // 11 B2 05 F8 58 F0 00: 140 MHz less 44 times 0.25 MHz; 0x205 times 8 pixels
+    EXPECT_EQ("129 MHz", textOf(what, "descriptor.3.pixelClockMost"));
+    EXPECT_EQ("1.1", textOf(what, "descriptor.3.cvtVersion"));
+    EXPECT_EQ("4136 pixels", textOf(what, "descriptor.3.pixelsMost"));
+    EXPECT_EQ("15:9, 5:4, 16:10, 16:9, 4:3", textOf(what, "descriptor.3.aspects"));
+    EXPECT_EQ("16:10", textOf(what, "descriptor.3.preferredAspect"));
+    EXPECT_EQ("standard, reduced", textOf(what, "descriptor.3.blankings"));
+    EXPECT_EQ("vertical stretch, vertical shrink, horizontal stretch, horizontal shrink",
+              textOf(what, "descriptor.3.scalings"));
+    EXPECT_EQ("0 Hz", textOf(what, "descriptor.3.preferredRate"));
+    EXPECT_EQ(nullptr, findNode(what, "descriptor.3.timingData"));
+}
+
+TEST(Edid, PixelClockOfRangeLimitsIsInQuartersOfAMegahertzWithCvtAlone)
+{
+    Bytes image = vgaMonitor();
+    // 140 MHz less 63 times 0.25 MHz
+    image[102] = 0xFC;
+    EXPECT_EQ("124.25 MHz", textOf(readExactly("edid", image), "descriptor.3.pixelClockMost"));
+    image[100] = 0x02;
+    const reading what = readExactly("edid", image);
+    EXPECT_EQ("secondary GTF", textOf(what, "descriptor.3.timingSupport"));
+    EXPECT_EQ("140 MHz", textOf(what, "descriptor.3.pixelClockMost"));
+    EXPECT_EQ("11 FC 05 F8 58 F0 00", textOf(what, "descriptor.3.timingData"));
+}
+
+TEST(Edid, InterlacedTimingHasHalfALineMore)
+{
+    Bytes image = vgaMonitor();
+    // 74.25 MHz; 1920 and 280 pixels; 540 and 22 lines of a field: 562.5 of 2200 pixels make 60 Hz
+    const Bytes timing = fromHex("01 1d 80 18 71 1c 16 20 58 2c 25 00 72 e6 10 00 00 9e");
+    std::copy(timing.begin(), timing.end(), image.begin() + 54);
+    const reading what = readExactly("edid", image);
+    EXPECT_EQ("74.25 MHz", textOf(what, "descriptor.1.pixelClock"));
+    EXPECT_EQ("540 lines", textOf(what, "descriptor.1.verticalActive"));
+    EXPECT_EQ("22 lines", textOf(what, "descriptor.1.verticalBlanking"));
+    EXPECT_EQ("interlaced", textOf(what, "descriptor.1.scan"));
+    EXPECT_EQ("60 Hz", textOf(what, "descriptor.1.verticalRate"));
+}
+
+TEST(Edid, OneSizeAloneIsTheAspectRatio)
+{
+    Bytes image = vgaMonitor();
+    // (79 + 99) / 100
+    image[21] = 79;
+    image[22] = 0;
+    const reading landscape = readExactly("edid", image);
+    EXPECT_EQ("1.78", textOf(landscape, "screenAspect"));
+    EXPECT_EQ(nullptr, findNode(landscape, "width"));
+    EXPECT_EQ(nullptr, findNode(landscape, "height"));
+    // 100 / (79 + 99)
+    image[21] = 0;
+    image[22] = 79;
+    const reading portrait = readExactly("edid", image);
+    EXPECT_EQ("0.56", textOf(portrait, "screenAspect"));
+    EXPECT_EQ(nullptr, findNode(portrait, "height"));
+    image[22] = 0;
+    const reading neither = readExactly("edid", image);
+    EXPECT_EQ("not given", textOf(neither, "width"));
+    EXPECT_EQ("not given", textOf(neither, "height"));
+    EXPECT_EQ(nullptr, findNode(neither, "screenAspect"));
+}
+
+TEST(Edid, OneSizeAloneOfAnEarlierRevisionIsNoAspectRatio)
+{
+    Bytes image = olderMonitor();
+    image[21] = 79;
+    image[22] = 0;
+    const reading what = readExactly("edid", image);
+    EXPECT_EQ("79 cm", textOf(what, "width"));
+    EXPECT_EQ("not given", textOf(what, "height"));
+    EXPECT_EQ(nullptr, findNode(what, "screenAspect"));
 }
 
 TEST(Edid, FieldsOfAnEarlierRevision)

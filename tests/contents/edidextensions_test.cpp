@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <numeric>
 
@@ -137,6 +138,80 @@ TEST(EdidExtensions, ChecksumIsNoPartOfATiming)
     image[130] = 127;
     mend(image, 1);
     EXPECT_EQ(nullptr, findNode(readExactly("edid", image), "extension.1.descriptor.1"));
+}
+
+/// The example with this revision and this place of the detailed timings in its CTA block.
+reading withTimingsAt(std::uint8_t revision, std::uint8_t at)
+{
+    Bytes image = widescreen();
+    image[129] = revision;
+    image[130] = at;
+    mend(image, 1);
+    return readExactly("edid", image);
+}
+
+TEST(EdidExtensions, TimingsInTheHeaderAreDamaged)
+{
+    for (const std::uint8_t revision : {std::uint8_t{1}, std::uint8_t{3}}) {
+        for (std::uint8_t at = 1; at < 4; ++at) {
+            const reading what = withTimingsAt(revision, at);
+            const std::string range = revision == 1 ? "4 to 109" : "4 to 127";
+            EXPECT_EQ("it is " + std::to_string(at) + ", and allowed is " + range,
+                      problemOf(what, "extension.1.timingsAt"));
+            EXPECT_EQ(nullptr, findNode(what, "extension.1.descriptor.1")) << int{at};
+            EXPECT_EQ(nullptr, findNode(what, "extension.1.block")) << int{at};
+            EXPECT_FALSE(isWhole(what)) << int{at};
+        }
+    }
+}
+
+TEST(EdidExtensions, TimingsBehindTheBlockAreDamaged)
+{
+    const reading what = withTimingsAt(3, 200);
+    EXPECT_EQ("it is 200, and allowed is 4 to 127", problemOf(what, "extension.1.timingsAt"));
+    EXPECT_EQ(nullptr, findNode(what, "extension.1.block"));
+    EXPECT_EQ(nullptr, findNode(what, "extension.1.descriptor.1"));
+    EXPECT_FALSE(isWhole(what));
+    const reading older = withTimingsAt(1, 200);
+    EXPECT_EQ("it is 200, and allowed is 4 to 109", problemOf(older, "extension.1.timingsAt"));
+    EXPECT_FALSE(isWhole(older));
+}
+
+TEST(EdidExtensions, TimingsThatDoNotFitAreDamagedWithoutDataBlocks)
+{
+    for (const std::uint8_t at : {std::uint8_t{110}, std::uint8_t{127}}) {
+        const reading what = withTimingsAt(1, at);
+        EXPECT_EQ("it is " + std::to_string(at) + ", and allowed is 4 to 109",
+                  problemOf(what, "extension.1.timingsAt"));
+        EXPECT_FALSE(isWhole(what));
+    }
+    EXPECT_TRUE(isWhole(withTimingsAt(1, 109)));
+}
+
+TEST(EdidExtensions, DataBlocksMayFillTheBlock)
+{
+    Bytes image = widescreen();
+    // from 4 to 126: three blocks of a header and 31 bytes, and one of a header and 26
+    std::fill_n(image.begin() + 132, 123, std::uint8_t{0});
+    image[130] = 127;
+    image[132] = 0xBF;
+    image[164] = 0xBF;
+    image[196] = 0xBF;
+    image[228] = 0xBA;
+    mend(image, 1);
+    const reading what = readExactly("edid", image);
+    EXPECT_TRUE(isWhole(what));
+    EXPECT_EQ("127", textOf(what, "extension.1.timingsAt"));
+    EXPECT_NE(nullptr, findNode(what, "extension.1.block.transfer.4"));
+    EXPECT_EQ(nullptr, findNode(what, "extension.1.descriptor.1"));
+}
+
+TEST(EdidExtensions, NoTimingsAndNoDataBlocks)
+{
+    const reading what = withTimingsAt(3, 0);
+    EXPECT_TRUE(isWhole(what));
+    EXPECT_EQ("none", textOf(what, "extension.1.timingsAt"));
+    EXPECT_EQ(nullptr, findNode(what, "extension.1.descriptor.1"));
 }
 
 TEST(EdidExtensions, SectionBeyondTheBlockIsDamaged)

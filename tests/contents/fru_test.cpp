@@ -29,6 +29,17 @@ TEST(Fru, EveryAreaOfAFullImage)
     EXPECT_EQ("\xC3\x96\xC3\xA9", textOf(what, "board.custom1"));
 }
 
+TEST(Fru, AreasThatAreNotThere)
+{
+    // the header alone: version 1, a board area at 8, nothing else
+    const reading what = readExactly("fru", fromHex("01 00 00 01 00 00 00 fe"));
+    EXPECT_EQ("none", textOf(what, "header.internalOffset"));
+    EXPECT_EQ("none", textOf(what, "header.chassisOffset"));
+    EXPECT_EQ("8 bytes", textOf(what, "header.boardOffset"));
+    EXPECT_EQ("none", textOf(what, "header.productOffset"));
+    EXPECT_EQ("none", textOf(what, "header.recordOffset"));
+}
+
 TEST(Fru, TwoByteTextInAnotherLanguageThanEnglish)
 {
     const reading what = readExactly("fru", fullFru());

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "contents/recognise.h"
@@ -149,6 +150,61 @@ TEST(Sff8472, PassiveCableHasNoWavelength)
     EXPECT_EQ("3 m", textOf(what, "lengthCable"));
     EXPECT_EQ(nullptr, findNode(what, "wavelength"));
     EXPECT_EQ("05 FD", textOf(what, "cableCompliance"));
+}
+
+TEST(Sff8472, LengthsBeyondTheirBytes)
+{
+    Bytes image = dwdmModule();
+    std::fill_n(image.begin() + 14, 6, std::uint8_t{0xFF});
+    const reading fibre = readExactly("sff8472", image);
+    EXPECT_EQ("more than 254 km", textOf(fibre, "lengthSingleModeKm"));
+    EXPECT_EQ("more than 25400 m", textOf(fibre, "lengthSingleMode"));
+    EXPECT_EQ("more than 2540 m", textOf(fibre, "lengthOm2"));
+    EXPECT_EQ("more than 2540 m", textOf(fibre, "lengthOm1"));
+    EXPECT_EQ("more than 2540 m", textOf(fibre, "lengthOm4"));
+    EXPECT_EQ("more than 2540 m", textOf(fibre, "lengthOm3"));
+    image[8] = 0x04;
+    const reading cable = readExactly("sff8472", image);
+    EXPECT_EQ("more than 254 m", textOf(cable, "lengthCable"));
+    EXPECT_EQ("0xFF", textOf(cable, "lengthCableCode"));
+    EXPECT_EQ(nullptr, findNode(cable, "lengthOm3"));
+}
+
+TEST(Sff8472, RateOfZeroIsNotGiven)
+{
+    Bytes image = dwdmModule();
+    image[12] = 0;
+    EXPECT_EQ("not given", textOf(readExactly("sff8472", image), "signallingRate"));
+}
+
+TEST(Sff8472, Byte62IsASpeedOnlyWhenByte10SaysSo)
+{
+    Bytes image = dwdmModule();
+    const reading without = readExactly("sff8472", image);
+    EXPECT_EQ(nullptr, findNode(without, "fibreChannelSpeed2"));
+    EXPECT_EQ("2F", textOf(without, "other.at62"));
+    image[10] = 0x02;
+    const reading with = readExactly("sff8472", image);
+    EXPECT_EQ("as byte 62 says", textOf(with, "compliance"));
+    EXPECT_EQ("0x2F", textOf(with, "fibreChannelSpeed2"));
+    EXPECT_EQ(nullptr, findNode(with, "other.at62"));
+}
+
+TEST(Sff8472, PowerLevelsAreOptions)
+{
+    Bytes image = dwdmModule();
+    image[64] = 0x22;
+    image[65] = 0x00;
+    EXPECT_EQ("power level 2, power level 3", textOf(readExactly("sff8472", image), "options"));
+}
+
+TEST(Sff8472, ExtendedCompliance)
+{
+    Bytes image = dwdmModule();
+    image[36] = 0x27;
+    EXPECT_EQ("100GBASE-LR1", textOf(readExactly("sff8472", image), "extendedCompliance"));
+    image[36] = 0x45;
+    EXPECT_EQ("50GBASE-LR", textOf(readExactly("sff8472", image), "extendedCompliance"));
 }
 
 TEST(Sff8472, FirstAddressAloneIsWhole)

@@ -123,6 +123,33 @@ TEST(Sff8636, LengthsOfMultimodeFibre)
     EXPECT_EQ("850 nm VCSEL", textOf(what, "technology"));
 }
 
+TEST(Sff8636, LengthsBeyondTheirBytes)
+{
+    Bytes image = longReachModule();
+    put(image, 142, fromHex("ff ff ff ff ff 00"));
+    const reading fibre = readExactly("sff8636", image);
+    EXPECT_EQ("more than 254 km", textOf(fibre, "lengthSingleMode"));
+    EXPECT_EQ("more than 508 m", textOf(fibre, "lengthOm3"));
+    EXPECT_EQ("more than 254 m", textOf(fibre, "lengthOm2"));
+    EXPECT_EQ("more than 254 m", textOf(fibre, "lengthOm1"));
+    EXPECT_EQ("more than 508 m", textOf(fibre, "lengthOm4"));
+    image[147] = 0xA0;
+    EXPECT_EQ("more than 254 m", textOf(readExactly("sff8636", image), "lengthCable"));
+}
+
+TEST(Sff8636, ZerosThatStandForSomethingElse)
+{
+    Bytes image = longReachModule();
+    // no rate; the standard's highest temperature; extended Fibre Channel speeds
+    image[140] = 0;
+    image[190] = 0;
+    put(image, 131, fromHex("00 00 00 00 00 00 00 02"));
+    const reading what = readExactly("sff8636", image);
+    EXPECT_EQ("not given", textOf(what, "signallingRate"));
+    EXPECT_EQ("70 °C, the standard's", textOf(what, "caseTemperature"));
+    EXPECT_EQ("FC extended", textOf(what, "compliance"));
+}
+
 TEST(Sff8636, ChangedByteIsFound)
 {
     expectBytesGuarded("sff8636", longReachModule(), "baseChecksum", 128, 64);

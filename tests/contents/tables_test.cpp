@@ -128,6 +128,20 @@ TEST(Tables, StructuresHaveWhatTheirKindNeeds)
     });
 }
 
+TEST(Tables, OneByteIsNotShownAsDigitsThatLookDecimal)
+{
+    // the rows of strings have no kind
+    std::set<const row*> strings;
+    forEachRowOfAll([&strings](const row& field) {
+        for (const row& each : field.strings.known) {
+            strings.insert(&each);
+        }
+    });
+    forEachRowOfAll([&strings](const row& field) {
+        EXPECT_FALSE(field.as == kind::bytes && field.length == 1 && strings.count(&field) == 0);
+    });
+}
+
 TEST(Tables, ReferencesNameAFieldOfTheFormat)
 {
     for (const format* each : formats()) {
