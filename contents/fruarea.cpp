@@ -95,7 +95,8 @@ editResult setText(fruArea& area, const row* text, std::size_t index, const fiel
     }
     if (index >= std::max(area.texts.size(), known) + 1) {
         return refused(fmt::format("there is no custom field before {}", setting.field),
-                       fmt::format("the next custom field is {}{}", fruTexts(*area.as).strings.moreName,
+                       fmt::format("the next custom field is {}.{}{}", area.as->name,
+                                   fruTexts(*area.as).strings.moreName,
                                    std::max(area.texts.size(), known) - known + 1));
     }
     area.texts.resize(std::max(area.texts.size(), index + 1));
@@ -110,12 +111,12 @@ editResult setFixed(fruArea& area, const row& fixed, const fieldSetting& setting
         return {};
     }
     const encodedValue value = encodeValue(ruleOf(fixed), setting.value);
-    if (!value.complaint.empty()) {
-        return refusedValue(setting, value.complaint);
-    }
-    if (&fixed == languageOf(*area.as) && !isEnglish(value.bytes.front())) {
+    if (&fixed == languageOf(*area.as) && (value.bytes.empty() || !isEnglish(value.bytes.front()))) {
         return refusedValue(setting, "English alone is allowed; texts in other languages are in characters of 2 bytes, "
                                      "which can't be set");
+    }
+    if (!value.complaint.empty()) {
+        return refusedValue(setting, value.complaint);
     }
     std::ranges::copy(value.bytes, area.head.begin() + static_cast<std::ptrdiff_t>(fixed.at));
     return {};

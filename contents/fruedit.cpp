@@ -6,6 +6,8 @@
 
 #include "contents/fieldname.h"
 #include "contents/fruarea.h"
+#include "contents/overlap.h"
+#include "contents/reader.h"
 #include "contents/recognise.h"
 
 namespace kest::contents
@@ -88,13 +90,15 @@ editResult placed(std::span<std::uint8_t> place, const fruArea& area, std::size_
         return refused(fmt::format("the {} area has {} bytes and would need {}: it can't grow over what is behind it",
                                    area.as->name, place.size(), content.size() + 1));
     }
-    if (content.size() > oldContent && !isBlank(padding)) {
+    if (content.size() > oldContent && !isBlank(padding.first(content.size() - oldContent))) {
         return refused(
             fmt::format("the {} area would grow over bytes behind its texts that are no padding", area.as->name));
     }
+    // what the texts leave free looks like the padding behind it
+    const std::uint8_t fill = !padding.empty() && padding.front() == 0xFF ? 0xFF : 0x00;
     std::ranges::copy(content, place.begin());
     if (content.size() < oldContent) {
-        std::ranges::fill(place.subspan(content.size(), oldContent - content.size()), std::uint8_t{0});
+        std::ranges::fill(place.subspan(content.size(), oldContent - content.size()), fill);
     }
     place.back() = 0;
     place.back() = fruZeroSum(place);
@@ -108,6 +112,19 @@ struct openArea {
     std::size_t oldContent = 0;
 };
 
+/// The label of another area that shares bytes with this one; empty: there is none.
+std::string sharerOf(std::span<const std::uint8_t> image, const row& area)
+{
+    const reading whole = readAs(*findFormat("fru"), image);
+    const auto own = std::ranges::find_if(whole.nodes, [&area](const node& each) { return each.source == &area; });
+    for (const node& each : whole.nodes) {
+        if (own != whole.nodes.end() && &each != &*own && doOverlap(*own, each)) {
+            return each.label;
+        }
+    }
+    return "";
+}
+
 /// Takes an area of the image apart.
 editResult open(std::span<const std::uint8_t> image, const row& as, openArea& opened)
 {
@@ -119,6 +136,10 @@ editResult open(std::span<const std::uint8_t> image, const row& as, openArea& op
     opened.area = readFruArea(as, image.subspan(std::min(opened.offset, image.size())));
     if (!opened.area.damage.empty()) {
         return refused(fmt::format("a damaged {} area is not edited: {}", as.name, opened.area.damage));
+    }
+    if (const std::string sharer = sharerOf(image, as); !sharer.empty()) {
+        return refused(
+            fmt::format("the {} area lies on bytes of the area '{}', which an edit would change", as.name, sharer));
     }
     opened.oldContent = fruAreaContent(opened.area).size();
     return {};
@@ -170,7 +191,7 @@ editResult laidOut(const std::map<const row*, fruArea>& made)
         if (found == made.end()) {
             continue;
         }
-        const editResult area = wholeArea(found->second);
+        editResult area = wholeArea(found->second);
         if (!area.refusal.empty()) {
             return area;
         }

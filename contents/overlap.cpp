@@ -19,13 +19,15 @@ std::size_t endOf(const node& which)
 
 } // namespace
 
+bool doOverlap(const node& one, const node& other)
+{
+    return isPlacedByField(one) && isPlacedByField(other) && one.offset < endOf(other) && other.offset < endOf(one);
+}
+
 void checkOverlap(node& area, const std::vector<node>& siblings)
 {
-    if (!isPlacedByField(area)) {
-        return;
-    }
     for (const node& each : siblings) {
-        if (isPlacedByField(each) && area.offset < endOf(each) && each.offset < endOf(area)) {
+        if (doOverlap(area, each)) {
             damage(area, "it lies on bytes of the area '" + each.label + "'");
         }
     }

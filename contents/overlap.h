@@ -8,6 +8,9 @@
 namespace kest::contents
 {
 
+/// Whether two structures are areas that share bytes.
+[[nodiscard]] bool doOverlap(const node& one, const node& other);
+
 /// Marks an area as damaged when it shares bytes with one of those before it. Nothing else is an area.
 /// @param siblings  what lies in the same structure and has been read
 void checkOverlap(node& area, const std::vector<node>& siblings);

@@ -67,7 +67,11 @@ encodedValue encodeChoice(const valueRule& rule, std::string_view text)
     }
     encodedValue number = encodeNumber(rule, text);
     if (!number.complaint.empty()) {
-        number.complaint += ", or the text that stands for one";
+        std::string texts;
+        for (const named& each : rule.names) {
+            texts += (texts.empty() ? "" : ", ") + std::string(each.text);
+        }
+        number.complaint += ", or one of: " + texts;
     }
     return number;
 }

@@ -67,6 +67,21 @@ TEST(FruEdit, LeavesPaddingWhereATextBecomesShorter)
               set(board, {{"board.serialNumber", ""}}).bytes);
 }
 
+TEST(FruEdit, LeavesPaddingThatATextCanGrowIntoAgain)
+{
+    // padding of FF, and the checksum that belongs to it
+    const Bytes padded = with(with(board, 30, 0xFF), 31, 0xB8);
+    const Bytes shorter = set(padded, {{"board.serialNumber", ""}}).bytes;
+    EXPECT_EQ(fromHex("01 00 00 01 00 00 00 fe "
+                      "01 03 19 00 00 00 c4 41 43 4d 45 c2 42 44 c0 c2 50 31 c0 c1 ff ff ff 40"),
+              shorter);
+    EXPECT_EQ(padded, set(shorter, {{"board.serialNumber", "S1"}}).bytes);
+    // only the padding that a text takes must be free: here the last byte is not
+    const Bytes partly = with(with(shorter, 30, 0x5A), 31, 0xE5);
+    EXPECT_EQ("", set(partly, {{"board.serialNumber", "S1"}}).refusal);
+    EXPECT_EQ(0x5A, set(partly, {{"board.serialNumber", "S1"}}).bytes.at(30));
+}
+
 /// In 8 bits its length and type would be C1, the mark behind the last text.
 TEST(FruEdit, CodesASingleCharacterInSixBits)
 {
@@ -100,7 +115,7 @@ TEST(FruEdit, AddsCustomFieldsOneAfterTheOther)
     EXPECT_EQ(fromHex("01 03 02 c0 c0 c0 c2 43 44 c1 00 00"), Bytes(emptied.begin() + 8, emptied.begin() + 20));
     const editResult gap = set(one, {{"chassis.custom3", "EF"}});
     EXPECT_EQ("there is no custom field before chassis.custom3", gap.refusal);
-    EXPECT_EQ("the next custom field is custom2", gap.tryThis);
+    EXPECT_EQ("the next custom field is chassis.custom2", gap.tryThis);
     EXPECT_TRUE(set(one, {{"chassis.custom0", "EF"}}).wrongUse);
 }
 
@@ -120,6 +135,9 @@ TEST(FruEdit, RefusesFieldsAndValuesThatNoImageTakes)
     EXPECT_EQ("board.language can't be 'German': English alone is allowed; texts in other languages are in characters "
               "of 2 bytes, which can't be set",
               set(board, {{"board.language", "German"}}).refusal);
+    EXPECT_EQ("board.language can't be 'Klingon': English alone is allowed; texts in other languages are in characters "
+              "of 2 bytes, which can't be set",
+              set(board, {{"board.language", "Klingon"}}).refusal);
 }
 
 TEST(FruEdit, RefusesAnAreaThatIsNotThere)
@@ -128,6 +146,20 @@ TEST(FruEdit, RefusesAnAreaThatIsNotThere)
     EXPECT_EQ("there is no product area, and making one would move others", absent.refusal);
     EXPECT_EQ("'kestctl seeprom make fru' makes an image with the areas that are given", absent.tryThis);
     EXPECT_FALSE(absent.wrongUse);
+}
+
+TEST(FruEdit, RefusesAreasThatLieOnEachOther)
+{
+    // a record in the padding of a board area of 32 bytes: its header at 24, four bytes of data behind it
+    const Bytes shared = fromHex("01 00 00 01 00 03 00 fb "
+                                 "01 04 19 00 00 00 c2 41 42 c1 00 00 00 00 00 00 "
+                                 "c0 82 04 f6 c4 01 02 03 04 00 00 00 00 00 00 d2");
+    EXPECT_EQ("the board area lies on bytes of the area 'Records', which an edit would change",
+              set(shared, {{"board.manufacturer", "CD"}}).refusal);
+    // board and chassis in one place
+    const Bytes twice = with(with(board, 2, 0x01), 7, 0xFD);
+    EXPECT_EQ("the board area lies on bytes of the area 'Chassis', which an edit would change",
+              set(twice, {{"board.serialNumber", "S2"}}).refusal);
 }
 
 TEST(FruEdit, RefusesTextsOfOtherLanguagesButNotThoseThatAreAlwaysEnglish)

@@ -103,7 +103,8 @@ TEST(ValueEncoder, TakesAChoiceByTextOrNumber)
     const valueRule choice{.kind = valueKind::choice, .mostBytes = 1, .names = types};
     EXPECT_EQ(fromHex("17"), encodeValue(choice, "rack mount chassis").bytes);
     EXPECT_EQ(fromHex("fe"), encodeValue(choice, "0xFE").bytes);
-    EXPECT_EQ("a number from 0 to 255 is allowed, decimal or hexadecimal after 0x, or the text that stands for one",
+    EXPECT_EQ("a number from 0 to 255 is allowed, decimal or hexadecimal after 0x, or one of: Unknown, "
+              "Rack-mount chassis",
               encodeValue(choice, "Shelf").complaint);
 }
 
