@@ -90,12 +90,13 @@ const contents::format& editableFormat(const byteVector& image, const std::strin
                   .step = "set"};
 }
 
-/// Bytes by which contents can grow at most: an entry has code, length and value.
+/// Bytes by which contents can grow at most: an entry has code, length and value. A value can be longer than its text.
 std::uint32_t mostGrowth(const std::vector<fieldSetting>& settings)
 {
+    constexpr std::size_t longestForm = 19; ///< of a date and time; numbers and addresses are shorter
     std::size_t bytes = 0;
     for (const fieldSetting& each : settings) {
-        bytes += 2 + each.value.size();
+        bytes += 2 + std::max(each.value.size(), longestForm);
     }
     return static_cast<std::uint32_t>(std::min<std::size_t>(bytes, mostImageBytes));
 }

@@ -75,6 +75,15 @@ TEST_F(KestctlSet, WritesAsWriteDoesAndIsUndone)
     EXPECT_EQ(filled(table, 256), image("panel"));
 }
 
+/// What is stored can have more bytes than the text that the user gives.
+TEST_F(KestctlSet, AddsFieldsThatAreLongerThanTheirText)
+{
+    panel(table);
+    EXPECT_THAT(says(set("panel-vpd", "macCount=1", "--yes")), HasSubstr("macCount: (none) -> 1\n"));
+    EXPECT_THAT(says(set("panel-vpd", "manufactureDate=2016-06-10 01:57", "--yes")),
+                HasSubstr("manufactureDate: (none) -> 06/10/2016 01:57:00\n"));
+}
+
 TEST_F(KestctlSet, SaysInJsonWhatChanges)
 {
     panel(table);
