@@ -109,6 +109,12 @@ std::string namesOf(const std::vector<reading>& readings)
     return readings.empty() ? "" : std::string(readings.front().as->name);
 }
 
+/// What helps against damage, before other hints; empty: nothing.
+std::string remedyFor(const std::string& format)
+{
+    return contents::isEditable(format) ? fmt::format("'kestctl seeprom make {}' makes a whole image; ", format) : "";
+}
+
 /// A known format that would be no more.
 std::optional<std::string> lostIn(const bothContents& both)
 {
@@ -145,6 +151,7 @@ contentsFinding judgeContents(partContents& part, const byteRange& range, std::s
         finding.doubt = *lost;
     } else if (const auto wrong = wrongIn(both.after)) {
         finding.doubt = *wrong;
+        finding.remedy = remedyFor(finding.after);
     }
     return finding;
 }
@@ -157,6 +164,7 @@ contentsFinding judgeWritten(std::span<const unsigned char> bytes)
             if (part->sum && finding.doubt.empty()) {
                 finding.after = each.as->name;
                 finding.doubt = damagedText(each, contents::brokenText(*part));
+                finding.remedy = remedyFor(finding.after);
             }
         }
     }
@@ -168,9 +176,7 @@ void askForContents(const device& which, const contentsFinding& finding)
     if (!canAsk()) {
         throw failure{.code = exitRefused,
                       .what = finding.doubt,
-                      .tryThis = contents::isEditable(finding.after)
-                                     ? "'kestctl seeprom set' mends checksums; --force writes all the same"
-                                     : "--force writes all the same",
+                      .tryThis = finding.remedy + "--force writes all the same",
                       .device = which.label,
                       .step = contentsStep};
     }

@@ -19,6 +19,7 @@ struct contentsFinding {
     std::string before;
     std::string after;
     std::string doubt; ///< why a user should think twice; empty: no reason
+    std::string remedy = {}; ///< what helps besides writing all the same; empty: nothing
 };
 
 [[nodiscard]] jsonValue contentsJson(const contentsFinding& finding);

@@ -44,7 +44,8 @@ protected:
     }
     static constexpr const char* wrongSum =
         "panel-vpd: contents: the part would hold contents of the format tlvinfo (TlvInfo system EEPROM) that are "
-        "damaged: crc: stored is 0x44604B08, computed is 0x44604B07; 'kestctl seeprom set' mends checksums; --force "
+        "damaged: crc: stored is 0x44604B08, computed is 0x44604B07; 'kestctl seeprom make tlvinfo' makes a whole "
+        "image; --force "
         "writes all the same";
 };
 
@@ -94,7 +95,8 @@ TEST_F(KestctlContents, OfAKnownFormatAreNotReplacedByOthers)
     const std::string dump = (folder() / "dump.json").string();
     says({"seeprom", "dump", "panel-vpd", "-o", dump});
     panel(edid);
-    EXPECT_THAT(complaint(3, {"seeprom", "restore", dump, "--yes"}), HasSubstr("would hold another format: tlvinfo"));
+    EXPECT_THAT(complaint(3, {"seeprom", "restore", dump, "--yes"}),
+                HasSubstr("would hold another format: tlvinfo; --force"));
     EXPECT_EQ(filled(edid, 256), image("panel"));
 }
 

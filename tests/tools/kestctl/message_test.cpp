@@ -94,7 +94,8 @@ TEST_F(KestctlMessage, OfContentsWithAWrongChecksumIsRefused)
                             25);
     EXPECT_EQ(
         "panel-vpd: contents: the part would hold contents of the format tlvinfo (TlvInfo system EEPROM) that are "
-        "damaged: crc: stored is 0x44604B08, computed is 0x44604B07; 'kestctl seeprom set' mends checksums; "
+        "damaged: crc: stored is 0x44604B08, computed is 0x44604B07; 'kestctl seeprom make tlvinfo' makes a whole "
+        "image; "
         "--force writes all the same",
         complaint(3, {"write", "panel-vpd", "-i", file("wrong", wrong), "--yes"}));
 }
