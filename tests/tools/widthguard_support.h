@@ -39,6 +39,12 @@ protected:
         fault({"corrupt", "--address", "0xA0", "--way", "read", "--nth", std::to_string(nth), "--count", "1", "--byte",
                std::to_string(byte), "--value", "0x5A"});
     }
+    /// One byte sent to the part that arrives with other bits.
+    void wrongSent(int nth, int byte, const std::string& mask) const
+    {
+        fault({"corrupt", "--address", "0xA0", "--way", "write", "--nth", std::to_string(nth), "--count", "1", "--byte",
+               std::to_string(byte), "--value", mask});
+    }
     [[nodiscard]] std::string content() const { return image("f"); }
     [[nodiscard]] std::ptrdiff_t undoFiles() const
     {

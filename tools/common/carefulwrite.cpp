@@ -104,7 +104,7 @@ partlyDone writePages(seeprom& chip, const writePlan& plan, widthGuard& width, c
         width.tryOut(undoFile);
         done.takenBack = interruptSignal() != 0 && width.takeTrialBack();
         done.trial = width.hasTried();
-        if (interruptSignal() == 0) {
+        if (interruptSignal() == 0 && !width.keepsFirst()) {
             removeOldUndo();
         }
         done.watch.emplace(chip);

@@ -29,4 +29,22 @@ std::string restoreFirstHint(const seeprom& chip, const std::string& firstFile)
                        shellWord(firstFile));
 }
 
+firstUndo::firstUndo(const seeprom& chip, const firstContent& first)
+    : m_file(saveFirst(chip, first)), m_hint(restoreFirstHint(chip, m_file))
+{
+}
+
+firstUndo::~firstUndo()
+{
+    if (!m_stays) {
+        dropUndo(m_file);
+    }
+}
+
+const std::string& firstUndo::keep()
+{
+    m_stays = true;
+    return m_hint;
+}
+
 } // namespace kest::tools

@@ -62,6 +62,11 @@ public:
         const std::lock_guard guard(m_lock);
         m_lastWords = line;
     }
+    [[nodiscard]] std::string lastWords()
+    {
+        const std::lock_guard guard(m_lock);
+        return m_lastWords;
+    }
 
 private:
     void take();
@@ -225,6 +230,11 @@ void setLastWords(const std::string& line)
     if (taker != nullptr) {
         taker->setLastWords(line);
     }
+}
+
+finalWords::finalWords(const std::string& line) : m_former(taker != nullptr ? taker->lastWords() : "")
+{
+    setLastWords(line);
 }
 
 bool waitForInput(int terminal) { return waitWatched(terminal, nullptr); }

@@ -51,6 +51,19 @@ void throwIfInterrupted(const std::string& device, const std::string& step);
 /// What is printed when a second SIGINT ends the process at once: a whole line. Empty: that it was ended.
 void setLastWords(const std::string& line);
 
+/// Other last words, as long as this object lasts: then those from before.
+class finalWords
+{
+public:
+    explicit finalWords(const std::string& line);
+    finalWords(const finalWords&) = delete;
+    finalWords& operator=(const finalWords&) = delete;
+    ~finalWords() { setLastWords(m_former); }
+
+private:
+    std::string m_former;
+};
+
 /// Waits until a terminal can be read. @return false when a signal came first, or the terminal was closed while there
 /// is a watch
 [[nodiscard]] bool waitForInput(int terminal);

@@ -9,12 +9,11 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::size_t comparedBytes = 8;
 constexpr std::uint8_t beforeEnd = 0xF8;
 
 bool startsWith(widthReads& reads, unsigned address, std::span<const std::uint8_t> bytes)
 {
-    std::array<std::uint8_t, comparedBytes> start{};
+    std::array<std::uint8_t, bytesAcrossEnd> start{};
     return reads.readOther(static_cast<std::uint8_t>(address), start) && std::ranges::equal(start, bytes);
 }
 
@@ -23,7 +22,7 @@ bool startsWith(widthReads& reads, unsigned address, std::span<const std::uint8_
 partEnd endBefore(std::span<const std::uint8_t> bytes, widthReads& reads, unsigned address)
 {
     constexpr unsigned blockBits = 0x0E;
-    const bool atStart = std::ranges::equal(bytes, std::span(reads.first()).first(comparedBytes));
+    const bool atStart = std::ranges::equal(bytes, std::span(reads.first()).first(bytesAcrossEnd));
     const bool isLast = (address & blockBits) == blockBits;
     const bool atNext = !isLast && startsWith(reads, address + 2, bytes);
     if (atStart || atNext) {
@@ -41,19 +40,19 @@ partEnd endBefore(std::span<const std::uint8_t> bytes, widthReads& reads, unsign
 
 endFinding findPartEnd(widthReads& reads, std::uint8_t address)
 {
-    std::array<std::uint8_t, 2 * comparedBytes> bytes{};
+    std::array<std::uint8_t, 2 * bytesAcrossEnd> bytes{};
     const std::span<const std::uint8_t> across = bytes;
     if (reads.read({&beforeEnd, 1}, bytes) != readEnd::done) {
         return {.readFailed = true};
     }
-    if (reads.isStable(beforeEnd, comparedBytes) &&
-        !std::ranges::equal(across.first(comparedBytes), std::span(reads.first()).subspan(beforeEnd))) {
+    if (reads.isStable(beforeEnd, bytesAcrossEnd) &&
+        !std::ranges::equal(across.first(bytesAcrossEnd), std::span(reads.first()).subspan(beforeEnd))) {
         return {.isSteady = false};
     }
-    if (!reads.isStable(0, comparedBytes)) {
+    if (!reads.isStable(0, bytesAcrossEnd)) {
         return {};
     }
-    return {.end = endBefore(across.last(comparedBytes), reads, address)};
+    return {.end = endBefore(across.last(bytesAcrossEnd), reads, address)};
 }
 
 } // namespace kest::tools

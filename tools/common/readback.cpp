@@ -17,8 +17,6 @@ namespace
 
 using host::iic::pageWaits;
 
-constexpr const char* checkProtection = "check its write-protect pin and the area that it protects";
-
 /// Text and hint for pages that hold their old bytes.
 struct keptText {
     const char* verdict;

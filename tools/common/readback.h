@@ -12,6 +12,9 @@
 namespace kest::tools
 {
 
+/// What to try when a chip keeps its old bytes.
+constexpr const char* checkProtection = "check its write-protect pin and the area that it protects";
+
 /// What a chip shows after the pages of one write: counts from its construction on.
 class pageWatch
 {

@@ -56,14 +56,13 @@ void freeBus(seeprom& part)
 }
 
 /// @return whether all bytes are what they were
-bool putBackOnce(seeprom& part, const firstContent& first, const firstOffsets& offsets)
+bool putBackOnce(seeprom& part, const firstContent& first)
 {
     const firstAgain now = readFirstAgain(part);
-    const firstChange change = changeOf(now, first, offsets);
-    if (change != firstChange::there) {
-        return change == firstChange::none;
+    if (!now.bytes || now.bytes == first) {
+        return now.bytes == first;
     }
-    for (const std::size_t at : offsets) {
+    for (std::size_t at = 0; at < firstBytes; ++at) {
         if (now.bytes->at(at) != first.at(at)) {
             const interruptsHeld calm;
             static_cast<void>(part.write(static_cast<std::uint32_t>(at), {&first[at], 1}));
@@ -118,12 +117,12 @@ firstChange changeOf(const firstAgain& now, const firstContent& first, const fir
     return *now.bytes == first ? firstChange::none : firstChange::there;
 }
 
-bool putBack(const seeprom& chip, const firstContent& first, const firstOffsets& offsets)
+bool putBack(const seeprom& chip, const firstContent& first)
 {
     seeprom part = shortPartOf(chip);
     for (int count = 0; count < mostAttempts; ++count) {
         try {
-            if (putBackOnce(part, first, offsets)) {
+            if (putBackOnce(part, first)) {
                 return true;
             }
         } catch (const failure&) {

@@ -43,8 +43,9 @@ enum class firstChange : std::uint8_t {
 /// @param first  the bytes before. @param offsets  at which they could have been changed
 [[nodiscard]] firstChange changeOf(const firstAgain& now, const firstContent& first, const firstOffsets& offsets);
 
-/// Puts the bytes at `offsets` back that differ from what they were. Tries again when a transfer fails.
+/// Puts the bytes back that differ from what they were, wherever they are: an offset byte can arrive as another one.
+/// Tries again when a transfer fails.
 /// @return false unless reads show that all 256 bytes are what they were
-[[nodiscard]] bool putBack(const seeprom& chip, const firstContent& first, const firstOffsets& offsets);
+[[nodiscard]] bool putBack(const seeprom& chip, const firstContent& first);
 
 } // namespace kest::tools

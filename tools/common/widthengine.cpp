@@ -32,6 +32,7 @@ bool widthEngine::conclude(widthVerdict verdict, std::string seen)
 readEnd widthEngine::readBehindTwo(std::uint8_t at, std::vector<std::uint8_t>& bytes)
 {
     const std::array<std::uint8_t, 2> offset{at, m_reads.first()[at]};
+    m_sentTwo = true;
     return m_reads.read(offset, bytes);
 }
 
@@ -106,8 +107,18 @@ widthFinding widthEngine::run()
         m_places = placesOf(m_reads, m_question);
         judge();
     }
+    if (m_sentTwo && !m_finding.first.empty() && m_finding.verdict != widthVerdict::twoBytes) {
+        m_finding.isTouched = !holdsFirst();
+    }
     m_finding.reads = m_reads.count();
     return m_finding;
+}
+
+/// Whether the part still gives what it gave behind one offset byte before it was sent two.
+bool widthEngine::holdsFirst()
+{
+    widthReads::firstRead now{};
+    return m_reads.readWhole(now) && now == m_reads.first();
 }
 
 void widthEngine::judge()

@@ -35,6 +35,9 @@ struct widthFinding {
     int error = 0; ///< errno of the read that failed, if one did
     /// 256 bytes read behind one offset byte, from 0 on, when they were the same each time; else empty.
     std::vector<std::uint8_t> first = {};
+    /// A read at the end gave others: an offset byte can have arrived as another one, and a part with one has taken it
+    /// for data.
+    bool isTouched = false;
 };
 
 /// One proof: at most 64 reads.
@@ -54,6 +57,7 @@ private:
     [[nodiscard]] bool isAnswered(std::uint8_t at);
     bool conclude(widthVerdict verdict, std::string seen);
 
+    [[nodiscard]] bool holdsFirst();
     void judge();
     [[nodiscard]] bool fitsAll(std::size_t ahead) const;
     void judgePlainContent();
@@ -73,6 +77,7 @@ private:
     widthFinding m_finding;
     std::vector<widthPlace> m_places;
     std::size_t m_longest = 0; ///< bytes that one read takes, as far as it is known
+    bool m_sentTwo = false; ///< offset bytes, at least once
     bool m_onePossible = true; ///< the part may have one offset byte: it must be sent no second byte but its own
 };
 

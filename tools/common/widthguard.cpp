@@ -4,10 +4,12 @@
 #include <fmt/core.h>
 
 #include "tools/common/device.h"
+#include "tools/common/diagnosis.h"
 #include "tools/common/failure.h"
 #include "tools/common/firstundo.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/output.h"
+#include "tools/common/readback.h"
 #include "tools/common/undofile.h"
 #include "tools/common/widthproof.h"
 
@@ -25,7 +27,15 @@ constexpr const char* step = "width proof";
 constexpr const char* readingDoubt =
     "whether the read of the old bytes changed the part, as it does a ferroelectric one with one offset byte, is not "
     "known";
+constexpr const char* readingEnded =
+    "ended at once; whether a read changed the part, as it does a ferroelectric one with one offset byte, is not known";
+constexpr const char* trialEnded = "ended at once; whether a byte that was written as a trial is back is not known";
 constexpr const char* otherWays = "--width-unproved writes all the same, or 'width_proved = true' in the device table";
+
+std::string wordsFor(const device& target, const char* what, const std::string& hint)
+{
+    return failureLine("kestctl", {.what = what, .tryThis = hint, .device = target.label, .step = step}) + "\n";
+}
 
 } // namespace
 
@@ -85,6 +95,7 @@ void widthGuard::beforeReading()
     // on wires that garble nothing is sure to be put back; a hub that knows the part refuses what is wrong itself
     const bool canWatch = !m_finding->first.empty() && m_finding->verdict != widthVerdict::flaky;
     if (!isOpen() || m_finding->byHub || canWatch || m_accepted) {
+        watchReads();
         return;
     }
     if (m_finding->error != 0) {
@@ -95,6 +106,21 @@ void widthGuard::beforeReading()
         throw refusal(fmt::format("the offset width is {}", widthText(*m_finding)), otherWays);
     }
     askForWidth();
+    watchReads();
+}
+
+/// The undo file for a part with one offset byte, saved when it is not yet.
+firstUndo& widthGuard::firstFile()
+{
+    return m_firstUndo ? *m_firstUndo : m_firstUndo.emplace(m_chip, m_finding->first);
+}
+
+/// What the reads can change is on the disk before, and named when they are ended at once.
+void widthGuard::watchReads()
+{
+    if (watchesReads()) {
+        m_words.emplace(wordsFor(m_chip.target(), readingEnded, firstFile().hint()));
+    }
 }
 
 void widthGuard::willRead(const byteRange& range)
@@ -109,13 +135,18 @@ void widthGuard::willRead(const byteRange& range)
 firstChange widthGuard::changeByReading() const
 {
     const firstAgain now = readFirstAgain(m_chip);
-    const firstChange change = changeOf(now, m_finding->first, m_readsChange);
-    return now.unlike || change == firstChange::elsewhere ? firstChange::none : change;
+    return now.unlike ? firstChange::none : changeOf(now, m_finding->first, m_readsChange);
 }
 
 /// A read behind two offset bytes has changed the part, which is proved to hold its old bytes again.
-failure widthGuard::changedByReading()
+failure widthGuard::changedByReading(firstChange change)
 {
+    if (change == firstChange::elsewhere) {
+        return refusal(fmt::format("the offset width is not known: the read of the old bytes changed bytes, as an "
+                                   "offset byte does that arrives as another one; {}",
+                                   backText(true)),
+                       "try a lower --speed");
+    }
     m_finding->verdict = widthVerdict::oneByte;
     return refusal(fmt::format("the part is no {}: a read behind two offset bytes changed it, as it does a "
                                "ferroelectric part with one; {}",
@@ -133,18 +164,25 @@ void widthGuard::afterReading()
     {
         const interruptsHeld calm;
         change = changeByReading();
-        isBack = change == firstChange::none || putBack(m_chip, m_finding->first, m_readsChange);
+        isBack = change == firstChange::none || putBack(m_chip, m_finding->first);
     }
-    if (isBack && change == firstChange::there) {
-        throwSeen(changedByReading());
+    m_words.reset();
+    const bool isSeen = change == firstChange::there || change == firstChange::elsewhere;
+    if (isBack && isSeen) {
+        throwSeen(changedByReading(change));
     }
     if (!isBack && (change == firstChange::there || !m_accepted)) {
-        throwSeen(refusal(fmt::format("the offset width is not known: {}", readingDoubt), keepFirst()));
+        throwSeen(refusal(fmt::format("the offset width is not known: {}", readingDoubt), firstFile().keep()));
     }
 }
 
 void widthGuard::afterFailedRead(failure& why)
 {
+    // a part of another width can give other bytes each time
+    if (m_needed && !m_finding && why.verdict == std::string_view("flaky")) {
+        prove();
+        return;
+    }
     if (!watchesReads()) {
         return;
     }
@@ -153,11 +191,11 @@ void widthGuard::afterFailedRead(failure& why)
     if (change == firstChange::none) {
         return;
     }
-    if (!putBack(m_chip, m_finding->first, m_readsChange)) {
+    if (!putBack(m_chip, m_finding->first)) {
         why.what += fmt::format("; {}", readingDoubt);
-        why.tryThis = keepFirst();
-    } else if (change == firstChange::there) {
-        failure changed = changedByReading();
+        why.tryThis = firstFile().keep();
+    } else if (change != firstChange::notKnown) {
+        failure changed = changedByReading(change);
         if (!isInterruption(why)) {
             changed.what += fmt::format("; the read ended early: {}", why.what);
             throw changed;
@@ -166,9 +204,6 @@ void widthGuard::afterFailedRead(failure& why)
         why.tryThis = changed.tryThis;
     }
 }
-
-/// Saves the bytes of a part with one offset byte. @return how to restore them
-std::string widthGuard::keepFirst() const { return restoreFirstHint(m_chip, saveFirst(m_chip, m_finding->first)); }
 
 void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<const unsigned char> wanted)
 {
@@ -186,7 +221,7 @@ void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<con
     if (!isOpen()) {
         return;
     }
-    if (m_finding->verdict == widthVerdict::uniform && !m_accepted) {
+    if (m_finding->verdict == widthVerdict::uniform) {
         m_trial = chooseTrial(m_claimedBytes, m_finding->first, m_range, old, wanted);
     }
     if (!m_trial) {
@@ -194,21 +229,28 @@ void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<con
     }
 }
 
+/// @param hint  how the old bytes are restored; that of the file for a part with one offset byte is added when it stays
+trialResult widthGuard::lookAtTrial(std::string& hint)
+{
+    firstUndo& file = firstFile();
+    const finalWords words(wordsFor(m_chip.target(), trialEnded, fmt::format("{}; {}", hint, file.hint())));
+    const trialResult result = tools::tryOut(m_chip, *m_trial, m_finding->first);
+    if (!result.isBack && result.end != trialEnd::asClaimed) {
+        hint += "; " + file.keep();
+    }
+    return result;
+}
+
 void widthGuard::tryOut(const std::string& undoFile)
 {
     if (!m_trial) {
+        keepUnproved();
         return;
     }
     trialResult result{.seen = {}, .isBack = true};
+    std::string hint = restoreHint(undoFile);
     try {
-        const std::string firstFile = m_claimedBytes == 2 ? saveFirst(m_chip, m_finding->first) : "";
-        result = tools::tryOut(m_chip, *m_trial, m_finding->first);
-        std::string hint = restoreHint(undoFile);
-        if (!firstFile.empty() && (result.isBack || result.end == trialEnd::asClaimed)) {
-            dropUndo(firstFile);
-        } else if (!firstFile.empty()) {
-            hint += "; " + restoreFirstHint(m_chip, firstFile);
-        }
+        result = lookAtTrial(hint);
         concludeTrial(result, hint);
     } catch (const failure& why) {
         if (!result.isBack) {
@@ -216,6 +258,19 @@ void widthGuard::tryOut(const std::string& undoFile)
         }
         dropUndo(undoFile);
         throwSeen(why);
+    }
+    keepUnproved();
+}
+
+/// The undo file of a write whose width is not proved may not fit the part: the other one stays beside it.
+void widthGuard::keepUnproved()
+{
+    if (m_claimedBytes == 2 && watchesReads()) {
+        const failure word{.what = "the offset width is not proved",
+                           .tryThis = firstFile().keep(),
+                           .device = m_chip.target().label,
+                           .step = step};
+        std::fputs((failureLine("kestctl", word) + "\n").c_str(), stderr);
     }
 }
 
@@ -266,6 +321,12 @@ void widthGuard::throwTrial(const trialResult& result, const std::string& hint)
                       result.isBack ? otherWays : hint);
     }
     failure why = *result.trouble;
+    if (result.isBack && why.verdict == std::string_view(verdictRefusedByte) && !m_chip.target().behindHub()) {
+        why.what = "the chip is write-protected: it refused a data byte, and holds the old bytes";
+        why.tryThis = checkProtection;
+        why.verdict = "write-protected";
+        throw why;
+    }
     why.what = fmt::format("a trial write for the offset width failed: {}; {}", why.what, byte);
     why.tryThis = result.isBack ? why.tryThis : hint;
     throw why;

@@ -8,6 +8,8 @@
 #include <string>
 
 #include "tools/common/failure.h"
+#include "tools/common/firstundo.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/seeprom.h"
 #include "tools/common/shortpart.h"
 #include "tools/common/widthengine.h"
@@ -48,6 +50,8 @@ public:
     void tryOut(const std::string& undoFile);
     /// Whether a byte was written as a trial. It belongs to the bytes that are to be written.
     [[nodiscard]] bool hasTried() const { return m_trial.has_value(); }
+    /// Whether an undo file for a part with one offset byte stays, beside that of the write.
+    [[nodiscard]] bool keepsFirst() const { return m_firstUndo && m_firstUndo->stays(); }
     /// Puts the byte of a trial back. @return false when that is not certain
     [[nodiscard]] bool takeTrialBack();
     /// What was found out; nothing when no proof was needed.
@@ -63,8 +67,11 @@ private:
     [[noreturn]] void throwTrial(const trialResult& result, const std::string& hint);
     [[nodiscard]] bool watchesReads() const { return isOpen() && !m_finding->first.empty(); }
     [[nodiscard]] firstChange changeByReading() const;
-    [[nodiscard]] failure changedByReading();
-    [[nodiscard]] std::string keepFirst() const;
+    [[nodiscard]] failure changedByReading(firstChange change);
+    [[nodiscard]] firstUndo& firstFile();
+    void watchReads();
+    [[nodiscard]] trialResult lookAtTrial(std::string& hint);
+    void keepUnproved();
     [[nodiscard]] std::string fittingHint() const;
     [[nodiscard]] failure refusal(const std::string& what, const std::string& tryThis) const;
 
@@ -78,6 +85,8 @@ private:
     std::optional<trialByte> m_trial;
     /// Where the reads by the type of the device change a ferroelectric part with one offset byte.
     firstOffsets m_readsChange;
+    std::optional<firstUndo> m_firstUndo;
+    std::optional<finalWords> m_words;
 };
 
 } // namespace kest::tools

@@ -4,9 +4,12 @@
 #include <optional>
 
 #include "tools/common/escape.h"
+#include "tools/common/failure.h"
+#include "tools/common/firstundo.h"
 #include "tools/common/hubproof.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/offsetreads.h"
+#include "tools/common/shortpart.h"
 #include "tools/common/signalblock.h"
 
 namespace kest::tools
@@ -26,19 +29,51 @@ std::optional<widthFinding> askHub(offsetReads& reads)
     return proveByHub(question);
 }
 
+widthQuestion questionFor(offsetReads& reads, const device& which, const byteRange& written)
+{
+    return {.read = [&reads](std::span<const std::uint8_t> offset,
+                             std::span<std::uint8_t> into) { return reads.read(offset, into); },
+            .readOther = [&reads](std::uint8_t address,
+                                  std::span<std::uint8_t> into) { return reads.readOther(address, into); },
+            .address = which.end().address,
+            .mostBytes = reads.mostBytes(),
+            .mostReads = widthReads::most - reads.count() - (reads.behindHub() ? mostStatusReads : 0),
+            .offset = written.offset,
+            .length = written.length};
+}
+
 widthFinding proveByReads(offsetReads& reads, const device& which, const byteRange& written)
 {
-    const widthQuestion question{
-        .read = [&reads](std::span<const std::uint8_t> offset,
-                         std::span<std::uint8_t> into) { return reads.read(offset, into); },
-        .readOther = [&reads](std::uint8_t address,
-                              std::span<std::uint8_t> into) { return reads.readOther(address, into); },
-        .address = which.end().address,
-        .mostBytes = reads.mostBytes(),
-        .mostReads = widthReads::most - reads.count() - (reads.behindHub() ? mostStatusReads : 0),
-        .offset = written.offset,
-        .length = written.length};
+    const widthQuestion question = questionFor(reads, which, written);
     return widthEngine(question).run();
+}
+
+/// Saves the bytes that a part with one offset byte held. @return how to restore them, or why they could not be saved
+std::string keptFirst(const seeprom& chip, const firstContent& first)
+{
+    try {
+        return firstUndo(chip, first).keep();
+    } catch (const failure& why) {
+        return why.what;
+    }
+}
+
+/// Puts the bytes back that the proof itself changed.
+void undoTouch(const device& which, std::uint32_t speedKhz, widthFinding& finding)
+{
+    const seeprom chip(which, {.mode = accessMode::hardware, .speedKhz = speedKhz, .force = true});
+    const firstAgain now = readFirstAgain(chip);
+    if (now.unlike || now.bytes == finding.first) {
+        return;
+    }
+    if (putBack(chip, finding.first)) {
+        finding.seen += "; an offset byte of a read changed the part, which holds its old bytes again";
+        return;
+    }
+    finding.seen +=
+        "; whether a read behind two offset bytes changed a byte is not known: " + keptFirst(chip, finding.first);
+    finding.verdict = isProved(finding) ? widthVerdict::notDecidable : finding.verdict;
+    finding.first.clear();
 }
 
 } // namespace
@@ -54,7 +89,7 @@ widthFinding proveWidth(const device& which, std::uint32_t speedKhz, const byteR
         return finding;
     }
     // a signal ends the wait for it
-    const auto hub = reads.holdHub();
+    auto hub = reads.holdHub();
     throwIfInterrupted(which.label, "width proof");
     if (hub && hub->error() != 0) {
         finding.seen = "the hub can't be had";
@@ -65,6 +100,11 @@ widthFinding proveWidth(const device& which, std::uint32_t speedKhz, const byteR
     const auto byHub = reads.behindHub() ? askHub(reads) : std::nullopt;
     finding = byHub ? *byHub : proveByReads(reads, which, written);
     finding.reads = reads.count();
+    if (finding.isTouched) {
+        hub.reset();
+        const interruptsHeld calm;
+        undoTouch(which, speedKhz, finding);
+    }
     finding.error = isProved(finding) ? 0 : reads.error();
     return finding;
 }

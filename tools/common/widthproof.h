@@ -16,7 +16,9 @@ namespace kest::tools
 /// Offset bytes that a SEEPROM type takes.
 [[nodiscard]] unsigned offsetBytesOf(const deviceTypeInfo& type);
 
-/// Proves the width with signals blocked, in at most 64 reads. Reads only, changes no part, makes no error entry. It uses
+/// Proves the width with signals blocked, in at most 64 reads. Reads only, changes no part, makes no error entry. When an
+/// offset byte arrived as another one and a part with one has taken it for data, puts the byte back and says so in
+/// `seen`; it saves and names an undo file when that is not certain. It uses
 /// bus, address, hub and port of the device, and not its type. A hub on the way is locked meanwhile; throws an
 /// interruption() when a signal ends the wait for that.
 /// @param speedKhz  0 the library's default

@@ -5,6 +5,7 @@
 #include <fmt/core.h>
 
 #include "tools/common/interrupt.h"
+#include "tools/common/readback.h"
 #include "tools/common/signalblock.h"
 #include "tools/common/widthproof.h"
 
@@ -45,19 +46,6 @@ firstContent afterOne(firstContent first, const trialByte& trial)
         first[trial.offset] = trial.wanted;
     }
     return first;
-}
-
-/// The bytes of a part with one offset byte that a trial can change.
-firstOffsets changedBy(unsigned claimedBytes, const trialByte& trial)
-{
-    if (claimedBytes == 1) {
-        return {trial.offset};
-    }
-    firstOffsets offsets{upper(trial)};
-    for (const std::size_t page : shortPages) {
-        offsets.insert(nextOf(trial, page));
-    }
-    return offsets;
 }
 
 /// Whether a part with one offset byte would show a byte sent behind two, whatever its pages are.
@@ -119,8 +107,8 @@ trialResult seenAfterOne(const seeprom& chip, const trialByte& trial, const firs
 enum class arrival : std::uint8_t {
     behindOne, ///< it arrived as on a part with one
     nowhere, ///< nothing has changed
-    asOnTwo, ///< what has changed, no part with one does
-    notKnown,
+    asOnTwo, ///< nothing has changed but that byte, or the reads can't be of one with one
+    notKnown, ///< an offset byte can have arrived as another one
 };
 arrival arrivalOf(const firstAgain& again, const trialByte& trial, const firstContent& first)
 {
@@ -134,9 +122,7 @@ arrival arrivalOf(const firstAgain& again, const trialByte& trial, const firstCo
     if (now == first) {
         return arrival::nowhere;
     }
-    // other values at the very places where a part with one takes them can have been garbled on the way
-    const bool there = changeOf(again, first, changedBy(2, trial)) == firstChange::there;
-    return there && now != afterOne(first, trial) ? arrival::notKnown : arrival::asOnTwo;
+    return now == afterOne(first, trial) ? arrival::asOnTwo : arrival::notKnown;
 }
 
 trialResult seenAfterTwo(seeprom& chip, const trialByte& trial, const firstContent& first)
@@ -169,17 +155,29 @@ bool putAllBack(seeprom& chip, const trialByte& trial, const firstContent& first
 {
     // reads behind two offset bytes come first: they change a ferroelectric part with one
     const bool isBack = readByte(chip, trial.offset) == trial.before || takeBack(chip, trial);
-    return putBack(chip, first, changedBy(2, trial)) && isBack;
+    return putBack(chip, first) && isBack;
 }
 
 trialResult writeAndLook(seeprom& chip, unsigned claimedBytes, const trialByte& trial, const firstContent& first)
 {
+    const pageWatch pages(chip);
     try {
         writeByte(chip, trial.offset, trial.wanted);
-        return claimedBytes == 1 ? seenAfterOne(chip, trial, first) : seenAfterTwo(chip, trial, first);
     } catch (const failure& why) {
         return {.seen = {}, .trouble = why};
     }
+    if (claimedBytes == 1) {
+        return seenAfterOne(chip, trial, first);
+    }
+    const trialResult result = seenAfterTwo(chip, trial, first);
+    // a hub can be busy for its own reasons
+    if (result.end == trialEnd::unchanged && pages.waits().busyPages != 0 && !chip.target().behindHub()) {
+        return {.seen = fmt::format("the chip was busy after a byte was written at offset 0x{:X}, which holds its old "
+                                    "one: the byte may have arrived elsewhere",
+                                    trial.offset),
+                .wentElsewhere = true};
+    }
+    return result;
 }
 
 } // namespace
@@ -212,15 +210,14 @@ trialResult tryOut(seeprom& chip, const trialByte& trial, const firstContent& fi
     const signalBlock quiet;
     const interruptsHeld calm;
     const unsigned claimedBytes = offsetBytesOf(*chip.target().end().type);
-    const firstOffsets changed = changedBy(claimedBytes, trial);
     if (readByte(chip, trial.offset) != trial.before) {
-        return {.seen = "its reads differ or fail", .isBack = putBack(chip, first, changed)};
+        return {.seen = "its reads differ or fail", .isBack = putBack(chip, first)};
     }
     trialResult result = writeAndLook(chip, claimedBytes, trial, first);
     if (result.end == trialEnd::inOther || (result.end == trialEnd::notKnown && claimedBytes == 1)) {
-        result.isBack = putBack(chip, first, changed);
+        result.isBack = putBack(chip, first);
     } else if (result.end == trialEnd::notKnown) {
-        result.isBack = putAllBack(chip, trial, first);
+        result.isBack = putAllBack(chip, trial, first) && !result.wentElsewhere;
     }
     return result;
 }

@@ -40,6 +40,7 @@ struct trialResult {
     trialEnd end = trialEnd::notKnown;
     std::string seen; ///< what shows it; empty when the byte could not be written
     bool isBack = false; ///< reads show that the part holds its old bytes
+    bool wentElsewhere = false; ///< the chip wrote a byte, and no read shows where
     std::optional<failure> trouble = {}; ///< why the byte could not be written
 };
 

@@ -212,12 +212,12 @@ TEST_F(KestctlSeeprom, SilentWriteProtectionIsFoundByReadingBack)
     EXPECT_EQ(json::parse("[16, 1, 1, 0]"), entry.at("srcs").at(0).at("user_data"));
 }
 
-/// A read-back can fail itself, so a single difference is no failure. Before it go the read of the old bytes and the 15
+/// A read-back can fail itself, so a single difference is no failure. Before it go the read of the old bytes and the 16
 /// reads of the proof.
 TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 {
     writeFile(machine() / "panel.bin", variedBytes(256));
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "18", "--count", "1", "--byte",
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "19", "--count", "1", "--byte",
            "1"});
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes", "--force"});
     EXPECT_EQ(0, written.exit);
@@ -230,9 +230,9 @@ TEST_F(KestctlSeeprom, AReadBackThatDiffersOnceIsReadAgain)
 TEST_F(KestctlSeeprom, AReadBackThatDiffersTwiceInTwoWaysBlamesTheReads)
 {
     writeFile(machine() / "panel.bin", variedBytes(256));
-    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "18", "--count", "1", "--byte",
-           "1"});
     fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "19", "--count", "1", "--byte",
+           "1"});
+    fault({"corrupt", "--bus", "planar", "--address", "0xA4", "--way", "read", "--nth", "20", "--count", "1", "--byte",
            "2"});
     const RunResult written = kestctl({"seeprom", "write", "panel-vpd", "--hex", "010203", "--yes", "--force"});
     EXPECT_EQ(5, written.exit);

@@ -27,6 +27,126 @@ TEST_F(KestctlWidthGuard, AReadThatFailsLeavesNoByteThatItChanged)
     EXPECT_EQ(blank, content());
 }
 
+TEST_F(KestctlWidthGuard, AnOffsetByteThatArrivesWrongNeitherProvesAWidthNorKeepsAByteChanged)
+{
+    for (const char filled : {'\xFF', '\0'}) {
+        for (const char* mask : {"0x40", "0x01"}) {
+            for (const int byte : {0, 1}) {
+                for (int nth = 3; nth <= 8; ++nth) {
+                    ferroelectric();
+                    fill(std::string(256, filled));
+                    clearFaults();
+                    wrongSent(nth, byte, mask);
+                    const RunResult refused = kestctl(write);
+                    EXPECT_EQ(3, refused.exit) << mask << byte << nth;
+                    EXPECT_THAT(refused.errors, HasSubstr("it holds its old bytes; ")) << mask << byte << nth;
+                    EXPECT_EQ(std::string(256, filled), content()) << mask << byte << nth;
+                    EXPECT_EQ(0, undoFiles()) << mask << byte << nth;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(KestctlWidthGuard, AnOffsetByteOfTheProofThatArrivesWrongLeavesNoByteChanged)
+{
+    const std::string varied = variedBytes(256);
+    for (const int byte : {0, 1}) {
+        for (int nth = 3; nth <= 16; ++nth) {
+            for (const std::vector<std::string>& how :
+                 {std::vector<std::string>{"seeprom", "probe", asLarge}, write,
+                  std::vector<std::string>{"seeprom", "write", "sim:f,L,1C0002,A0", "--hex", "5A", "--dry-run"}}) {
+                ferroelectric();
+                fill(varied);
+                clearFaults();
+                wrongSent(nth, byte, "0x40");
+                EXPECT_NE(-1, kestctl(how).exit);
+                EXPECT_EQ(varied, content()) << how[1] << how[2] << byte << nth;
+                EXPECT_EQ(0, undoFiles()) << byte << nth;
+            }
+        }
+    }
+}
+
+TEST_F(KestctlWidthGuard, ABlankPartIsTriedOutAlsoWhenItMayBeWrittenUnproved)
+{
+    part("");
+    std::vector<std::string> unproved = write;
+    unproved.push_back("--width-unproved");
+    EXPECT_THAT(complaint(3, unproved), HasSubstr("a byte written behind two offset bytes arrived as one behind one "
+                                                  "does; it holds its old bytes; types that would fit: 24C02"));
+    EXPECT_EQ(blank, content());
+    EXPECT_EQ(0, undoFiles());
+}
+
+TEST_F(KestctlWidthGuard, AWriteWithoutAProofLeavesAFileThatFitsAPartWithOneOffsetByte)
+{
+    part("", "24C256", 32768);
+    std::string periodic;
+    for (int count = 0; count < 8192; ++count) {
+        periodic += "kest";
+    }
+    fill(periodic);
+    std::vector<std::string> unproved = write;
+    unproved.push_back("--width-unproved");
+    const RunResult written = kestctl(unproved);
+    EXPECT_EQ(0, written.exit);
+    EXPECT_THAT(written.errors, HasSubstr("kestctl: sim:f,L,2C0256,A0: width proof: the offset width is not proved; "
+                                          "'kestctl seeprom restore "));
+    EXPECT_EQ(2, undoFiles());
+    EXPECT_EQ(0, kestctl({"seeprom", "undo", asLarge, "--yes", "--width-unproved"}).exit);
+    EXPECT_EQ(periodic, content());
+}
+
+TEST_F(KestctlWidthGuard, AByteOfATrialThatArrivesElsewhereIsPutBackOrItsUndoFileStays)
+{
+    const std::vector<std::string> asSmall{"seeprom", "write", "sim:f,L,1C0002,A0", "--hex", "5A5B", "--yes"};
+    for (int nth = 3; nth <= 9; ++nth) {
+        part("");
+        clearFaults();
+        wrongSent(nth, 0, "0x40");
+        const RunResult ended = kestctl(asSmall);
+        EXPECT_EQ(ended.exit == 0 ? "Z[" + std::string(254, '\xFF') : blank, content()) << nth << ended.errors;
+    }
+    int elsewhere = 0;
+    for (int nth = 3; nth <= 9; ++nth) {
+        large();
+        clearFaults();
+        wrongSent(nth, 0, "0x40");
+        const RunResult ended = kestctl(write);
+        const bool isElsewhere = content()[0x4000] != '\xFF';
+        elsewhere += isElsewhere ? 1 : 0;
+        EXPECT_EQ(isElsewhere ? 3 : 0, ended.exit) << nth << ended.errors;
+        EXPECT_EQ(isElsewhere, ended.errors.find("the byte may have arrived elsewhere; ") != std::string::npos) << nth;
+        EXPECT_LE(isElsewhere ? 1 : 0, undoFiles());
+    }
+    EXPECT_EQ(1, elsewhere);
+}
+
+TEST_F(KestctlWidthGuard, ABlankPartThatRefusesTheByteOfATrialIsCalledWriteProtected)
+{
+    part("protect = \"nak\"\n");
+    EXPECT_THAT(
+        complaint(1, {"seeprom", "write", "sim:f,L,1C0002,A0", "--hex", "5A", "--yes"}),
+        StartsWith("sim:f,L,1C0002,A0: write: the chip is write-protected: it refused a data byte, and holds the "
+                   "old bytes; check its write-protect pin and the area that it protects"));
+    EXPECT_EQ(blank, content());
+    EXPECT_EQ(0, undoFiles());
+}
+
+TEST_F(KestctlWidthGuard, ReadsThatDifferBecauseThePartHasAnotherWidthNameIt)
+{
+    for (const char* half : {"half_offset = \"high\"\n", "half_offset = \"keep\"\n"}) {
+        part(half, "24C256", 32768);
+        const std::string varied = variedBytes(32768);
+        fill(varied);
+        const RunResult refused = kestctl({"seeprom", "write", "sim:f,L,1C0002,A0", "--hex", "5A5B5C5D", "--yes"});
+        EXPECT_EQ(3, refused.exit);
+        EXPECT_THAT(refused.errors, HasSubstr("the part is no 24C02: two offset bytes: ")) << half;
+        EXPECT_EQ(varied, content());
+    }
+}
+
 TEST_F(KestctlWidthGuard, OneFailedReadOfATrialNeitherProvesAWidthNorKeepsBytesFromBeingPutBack)
 {
     for (const char* keys : {"", "kind = \"fram\"\n"}) {

@@ -18,13 +18,20 @@ class KestctlWidthInterrupt : public KestctlWidthGuard
 {
 protected:
     /// How a write ends that gets ^C while it waits to write its first byte.
-    RunResult interruptedInTrial() const
+    RunResult interruptedInTrial(int times = 1) const
     {
         const UsedConfiguration used{machine() / "kest.toml"};
         HeldPages pages("sim:f", 0xA0);
         Program program("kestctl", write, configured());
         EXPECT_TRUE(pages.awaitWriter());
         EXPECT_TRUE(deliver(program, SIGINT));
+        if (times == 2) {
+            // ends the program whatever it does
+            program.sendSignal(SIGINT);
+            RunResult ended = program.finish();
+            pages.letGo();
+            return ended;
+        }
         pages.letGo();
         return program.finish();
     }
@@ -70,6 +77,24 @@ TEST_F(KestctlWidthInterrupt, WhileBytesOfAWrongTypeArePutBackSaysWhatThePartIs)
             << keys;
         EXPECT_EQ(blank, content()) << keys;
         EXPECT_EQ(0, undoFiles()) << keys;
+    }
+}
+
+TEST_F(KestctlWidthInterrupt, ASecondOneNamesTheFileThatFitsAPartWithOneOffsetByte)
+{
+    // in the trial, and while the byte is put back that the read of the old ones changed
+    for (const char* keys : {"", "kind = \"fram\"\n"}) {
+        part(keys);
+        const RunResult ended = interruptedInTrial(2);
+        EXPECT_EQ(130, ended.exit) << keys;
+        EXPECT_THAT(ended.errors, StartsWith("kestctl: sim:f,L,2C0256,A0: width proof: ended at once; whether a "));
+        const std::string start = "'kestctl seeprom restore ";
+        const std::size_t at = ended.errors.rfind(start) + start.size();
+        ASSERT_LT(start.size(), at) << ended.errors;
+        fill("\x11\x22" + std::string(254, '\xFF'));
+        const std::string saved = ended.errors.substr(at, ended.errors.find('\'', at) - at);
+        says({"seeprom", "restore", saved, "--yes"});
+        EXPECT_EQ(blank, content()) << keys;
     }
 }
 
