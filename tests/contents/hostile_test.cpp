@@ -28,17 +28,17 @@ Bytes beagleboneImage()
     return image;
 }
 
-struct namedImage {
+struct NamedImage {
     std::string name;
     Bytes bytes;
 };
 
 /// Images of all formats. Of a long one only the front is cut and changed: what comes behind is fill, or more of the
 /// same.
-std::vector<namedImage> allImages()
+std::vector<NamedImage> allImages()
 {
     constexpr std::size_t frontBytes = 640;
-    std::vector<namedImage> all{
+    std::vector<NamedImage> all{
         {"FRU information", fullFru()}, {"QSFP28 module", longReachModule()}, {"BeagleBone", beagleboneImage()}};
     for (const char* name : images) {
         all.push_back({name, exampleImage(name)});
