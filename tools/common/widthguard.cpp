@@ -234,7 +234,7 @@ trialResult widthGuard::lookAtTrial(std::string& hint)
 {
     firstUndo& file = firstFile();
     const finalWords words(wordsFor(m_chip.target(), trialEnded, fmt::format("{}; {}", hint, file.hint())));
-    const trialResult result = tools::tryOut(m_chip, *m_trial, m_finding->first);
+    trialResult result = tools::tryOut(m_chip, *m_trial, m_finding->first);
     if (!result.isBack && result.end != trialEnd::asClaimed) {
         hint += "; " + file.keep();
     }

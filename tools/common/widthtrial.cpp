@@ -169,7 +169,7 @@ trialResult writeAndLook(seeprom& chip, unsigned claimedBytes, const trialByte& 
     if (claimedBytes == 1) {
         return seenAfterOne(chip, trial, first);
     }
-    const trialResult result = seenAfterTwo(chip, trial, first);
+    trialResult result = seenAfterTwo(chip, trial, first);
     // a hub can be busy for its own reasons
     if (result.end == trialEnd::unchanged && pages.waits().busyPages != 0 && !chip.target().behindHub()) {
         return {.seen = fmt::format("the chip was busy after a byte was written at offset 0x{:X}, which holds its old "
