@@ -42,8 +42,8 @@ std::string wordsFor(const device& target, const char* what, const std::string& 
 widthGuard::widthGuard(seeprom& chip, const byteRange& whole, const widthOptions& options)
     : m_chip(chip), m_range(whole), m_options(options),
       m_needed(chip.touchesHardware() && chip.target().end().type->kind == deviceKind::seeprom),
-      m_claimedBytes(offsetBytesOf(*chip.target().end().type)),
-      m_accepted(options.unproved || isWidthProved(chip.target()))
+      m_claimedBytes(offsetBytesOf(*chip.target().end().type)), m_provedByTable(isWidthProved(chip.target())),
+      m_accepted(options.unproved || m_provedByTable)
 {
 }
 
@@ -221,7 +221,7 @@ void widthGuard::beforeWriting(std::span<const unsigned char> old, std::span<con
     if (!isOpen()) {
         return;
     }
-    if (m_finding->verdict == widthVerdict::uniform) {
+    if (m_finding->verdict == widthVerdict::uniform && !m_provedByTable) {
         m_trial = chooseTrial(m_claimedBytes, m_finding->first, m_range, old, wanted);
     }
     if (!m_trial) {
@@ -265,7 +265,7 @@ void widthGuard::tryOut(const std::string& undoFile)
 /// The undo file of a write whose width is not proved may not fit the part: the other one stays beside it.
 void widthGuard::keepUnproved()
 {
-    if (m_claimedBytes == 2 && watchesReads()) {
+    if (m_claimedBytes == 2 && watchesReads() && !m_provedByTable) {
         const failure word{.what = "the offset width is not proved",
                            .tryThis = firstFile().keep(),
                            .device = m_chip.target().label,

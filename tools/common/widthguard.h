@@ -80,6 +80,7 @@ private:
     widthOptions m_options;
     bool m_needed;
     unsigned m_claimedBytes;
+    bool m_provedByTable; ///< the device table says that the type has the right width: nothing is tried out
     bool m_accepted; ///< the user writes without a proof
     std::optional<widthFinding> m_finding;
     std::optional<trialByte> m_trial;
