@@ -39,6 +39,8 @@ void processLog::beforeFork()
     if (m_storage.store != nullptr) {
         m_storage.store->close();
     }
+    // a store that needs no opening looks at the other spools again, too
+    m_storage.looksElsewhereAt = std::chrono::steady_clock::time_point::min();
 }
 
 void processLog::afterFork(bool inChild)
