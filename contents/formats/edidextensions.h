@@ -36,7 +36,8 @@ inline constexpr row audioDescriptor[] = {
      .when = {.field = "format", .least = 2}},
 };
 inline constexpr row audioBlock[] = {
-    {.name = "descriptor", .label = "Audio descriptor", .as = kind::repetition, .length = 3, .rows = audioDescriptor},
+    {.name = "descriptor", .label = "Audio descriptor", .as = kind::repetition, .length = 3, .rows = audioDescriptor,
+     .mustFill = true},
 };
 
 inline constexpr named speakers[] = {

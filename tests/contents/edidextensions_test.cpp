@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <numeric>
+#include <tuple>
 
 #include "tests/contents/damage.h"
 #include "tests/contents/images.h"
@@ -204,6 +205,21 @@ TEST(EdidExtensions, DataBlocksMayFillTheBlock)
     EXPECT_EQ("127", textOf(what, "extension.1.timingsAt"));
     EXPECT_NE(nullptr, findNode(what, "extension.1.block.transfer.4"));
     EXPECT_EQ(nullptr, findNode(what, "extension.1.descriptor.1"));
+}
+
+/// An audio descriptor has three bytes.
+TEST(EdidExtensions, AudioBlockThatNoDescriptorsFillIsDamaged)
+{
+    for (const auto& [header, timingsAt, whole] : {std::tuple(0x23, 8, true), std::tuple(0x24, 9, false)}) {
+        Bytes image = widescreen();
+        std::fill_n(image.begin() + 132, 123, std::uint8_t{0});
+        image[130] = static_cast<std::uint8_t>(timingsAt);
+        image[132] = static_cast<std::uint8_t>(header);
+        // two channels of PCM, 48 kHz, 16 bits
+        std::ranges::copy(Bytes{0x09, 0x04, 0x01}, image.begin() + 133);
+        mend(image, 1);
+        EXPECT_EQ(whole, isWhole(readExactly("edid", image))) << header;
+    }
 }
 
 TEST(EdidExtensions, NoTimingsAndNoDataBlocks)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <span>
 
 namespace kest::tools
@@ -10,6 +11,8 @@ namespace
 {
 
 constexpr std::uint8_t beforeEnd = 0xF8;
+/// Before the end and behind it.
+constexpr std::size_t bytesAcrossEnd = 8;
 
 bool startsWith(widthReads& reads, unsigned address, std::span<const std::uint8_t> bytes)
 {

@@ -1,16 +1,12 @@
 /// Where a part with one offset byte ends: after 256 bytes, or only after more blocks that have addresses of their own.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "tools/common/widthreads.h"
 
 namespace kest::tools
 {
-
-/// Before the end and behind it.
-constexpr std::size_t bytesAcrossEnd = 8;
 
 enum class partEnd : std::uint8_t {
     notKnown,
