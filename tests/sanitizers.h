@@ -27,17 +27,16 @@ constexpr bool underSanitizer = false;
 } // namespace kest::test
 
 /// Skips a test that forks while other threads run, where the child could hang for a reason outside this project. The
-/// address sanitizer's allocator (GCC 12, LLVM 14) leaves a mutex locked in the child when another thread was refilling
-/// its stock of blocks. The user-mode emulator (QEMU 7.2) does so with a mutex of its own, all signals blocked, so that
-/// not even an alarm ends the child. The C library's allocator and the thread sanitizer's are ready for such forks.
-#ifdef KEST_ADDRESS_SANITIZER
-#define KEST_SKIP_FORK_OF_BUSY_THREADS()                                                                               \
-    GTEST_SKIP() << "the address sanitizer's allocator can stay locked in the child"
-#else
+/// allocators of the address and thread sanitizers (GCC 12, LLVM 14) leave a mutex locked in the child when another
+/// thread was refilling its stock of blocks; a program of 20 lines that only allocates shows it. The user-mode emulator
+/// (QEMU 7.2) does so with a mutex of its own, all signals blocked, so that not even an alarm ends the child. The C
+/// library's allocator is ready for such forks, so the builds without sanitizers run these tests.
 #define KEST_SKIP_FORK_OF_BUSY_THREADS()                                                                               \
     do {                                                                                                               \
+        if (kest::test::underSanitizer) {                                                                              \
+            GTEST_SKIP() << "the sanitizer's allocator can stay locked in the child";                                  \
+        }                                                                                                              \
         if (kest::test::isEmulated()) {                                                                                \
             GTEST_SKIP() << "the emulator can stay locked in the child";                                               \
         }                                                                                                              \
     } while (false)
-#endif
