@@ -17,6 +17,7 @@
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/errorlog/entry.h"
+#include "platform/host/errorlog/journal.h"
 #include "platform/host/trace/hash.h"
 #include "platform/host/vpd/copies.h"
 #include "platform/netc.h"
@@ -40,8 +41,6 @@ using client::frame;
 // of the service's own entries
 constexpr std::uint8_t module = 1;
 constexpr std::uint8_t detailsVersion = 1;
-// user details: the text of the refusal
-constexpr std::uint8_t detailsRefusal = 8;
 constexpr unsigned refusalsAMinute = 20;
 constexpr std::int64_t minuteMs = 60'000;
 constexpr std::size_t mostUsersRemembered = 1024;
@@ -245,7 +244,7 @@ std::uint32_t refusalLog::add(std::uint32_t code, const peerProcess& peer, std::
                                {peer.uid, static_cast<std::uint32_t>(peer.pid), type, length}));
         if (entry != nullptr) {
             entry->addUsrDtls(text.data(), static_cast<std::uint16_t>(text.size()), componentService, detailsVersion,
-                              detailsRefusal);
+                              host::detailsRefusal);
             entry->commit(componentService, ERRL_ACTION_REPORT);
             logId = entry->plid();
         }

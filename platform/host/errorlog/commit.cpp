@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "base/quietwrites.h"
+#include "platform/host/errorlog/journal.h"
 #include "platform/host/errorlog/json.h"
 #include "platform/host/errorlog/process.h"
 #include "platform/host/errorlog/tell.h"
@@ -236,12 +237,14 @@ void storeEntry(const loggedEntry& facts, std::span<const loggedSrc* const> srcs
         return;
     }
     storeLine(facts, line);
+    tellJournal(facts, *srcs.front());
 }
 
 void storeReducedEntry(const loggedEntry& facts, const loggedSrc& first) noexcept
 {
     reducedLine room;
     storeLine(facts, toReducedLine(facts, first, room));
+    tellJournal(facts, first);
 }
 
 void tellSpooled(void (*teller)(const std::string& problem)) { spoolTeller = teller; }
