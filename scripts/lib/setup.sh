@@ -1,9 +1,9 @@
 # The other scripts source this one. It installs missing packages on a Debian 12 machine, and names them.
 
 packages_build="ca-certificates g++ cmake ninja-build pkg-config libcli11-dev libfmt-dev libtomlplusplus-dev nlohmann-json3-dev
-  libsqlite3-dev libasio-dev libsystemd-dev scdoc"
+  libsqlite3-dev libasio-dev libsystemd-dev scdoc python3"
 packages_demo="xxd"
-packages_test="libgtest-dev libgmock-dev googletest python3 sigrok-cli sqlite3 libseccomp-dev"
+packages_test="libgtest-dev libgmock-dev googletest mandoc sigrok-cli sqlite3 libseccomp-dev"
 packages_bench="python3"
 packages_bare="mmdebstrap git"
 packages_package="debhelper lintian git"
