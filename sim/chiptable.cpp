@@ -171,8 +171,13 @@ void sensorOptions(const tableReader& table, chipDescription& chip)
 {
     const sensorType& type = sensorTypes.at(chip.type);
     const bool lm75 = type.name == "LM75";
-    table.onlyKeys(keysOf(chip), {"bus", "node", "hub", "port", "type", "address", "max_khz", "too_fast", "stretch_us",
-                                  "celsius", lm75 ? "bits" : "celsius"});
+    if (lm75) {
+        table.onlyKeys(keysOf(chip), {"bus", "node", "hub", "port", "type", "address", "max_khz", "too_fast",
+                                      "stretch_us", "celsius", "bits"});
+    } else {
+        table.onlyKeys(keysOf(chip), {"bus", "node", "hub", "port", "type", "address", "max_khz", "too_fast",
+                                      "stretch_us", "celsius"});
+    }
     chip.celsius = table.real("celsius", type.lowestCelsius, type.highestCelsius, 25.0);
     chip.temperatureBits = lm75 ? static_cast<unsigned>(table.number("bits", 9, 11, 9)) : 13;
     if (chip.temperatureBits == 10) {

@@ -10,6 +10,8 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
+#include <vector>
 
 #include <toml++/toml.h>
 
@@ -40,6 +42,21 @@ constexpr std::array<std::string_view, 11> faultKeys{"kind", "address", "way",  
 
 constexpr double longestMs = static_cast<double>(longestRampNs) / nsPerMs;
 constexpr std::int64_t mostTransactions = std::numeric_limits<std::int64_t>::max();
+
+std::vector<std::string_view> keysOf(const actionRow& action)
+{
+    std::vector<std::string_view> keys(commonKeys.begin(), commonKeys.end());
+    if (action.kind == eventKind::fault) {
+        keys.insert(keys.end(), faultKeys.begin(), faultKeys.end());
+    }
+    if (action.ofChip) {
+        keys.insert(keys.end(), chipKeys.begin(), chipKeys.end());
+    }
+    if (action.kind == eventKind::temperature) {
+        keys.insert(keys.end(), temperatureKeys.begin(), temperatureKeys.end());
+    }
+    return keys;
+}
 
 /// Reads one table.
 class tableReader
@@ -110,17 +127,17 @@ public:
     }
     void onlyKeys(const actionRow& action) const
     {
-        const auto isIn = [](const auto& keys, std::string_view key) {
-            return std::ranges::find(keys, key) != keys.end();
-        };
+        const std::vector<std::string_view> allowed = keysOf(action);
         for (const auto& [key, value] : m_table) {
-            const bool ofChip = action.ofChip && isIn(chipKeys, key.str());
-            const bool ofTemperature = action.kind == eventKind::temperature && isIn(temperatureKeys, key.str());
-            const bool ofFault = action.kind == eventKind::fault && isIn(faultKeys, key.str());
-            if (!isIn(commonKeys, key.str()) && !ofChip && !ofTemperature && !ofFault) {
-                throw std::runtime_error{place(key.source()) + ": unknown key '" + std::string{key.str()} +
-                                         "' of event '" + std::string{action.name} + "'"};
+            if (std::ranges::find(allowed, key.str()) != allowed.end()) {
+                continue;
             }
+            std::string names;
+            for (const std::string_view name : allowed) {
+                names += (names.empty() ? "" : ", ") + std::string{name};
+            }
+            throw std::runtime_error{place(key.source()) + ": unknown key '" + std::string{key.str()} + "' of event '" +
+                                     std::string{action.name} + "': expected one of " + names};
         }
     }
 

@@ -15,6 +15,16 @@ namespace
 // the other addresses are reserved on every bus
 constexpr std::int64_t lowestAddress = 0x10, highestAddress = 0xEE;
 
+/// The keys that there are, to follow a complaint about another one.
+std::string namesOf(std::initializer_list<std::string_view> keys)
+{
+    std::string names;
+    for (const std::string_view key : keys) {
+        names += (names.empty() ? ": expected one of " : ", ") + std::string{key};
+    }
+    return names;
+}
+
 std::string placeOf(const toml::source_region& region) { return placeText({region.begin.line, region.begin.column}); }
 
 } // namespace
@@ -39,7 +49,7 @@ void tableReader::onlyKeys(const std::string& where, std::initializer_list<std::
 {
     for (const auto& [key, value] : m_table) {
         if (std::ranges::find(allowed, key.str()) == allowed.end()) {
-            failAt(key.source(), "unknown key '" + std::string{key.str()} + "' in " + where);
+            failAt(key.source(), "unknown key '" + std::string{key.str()} + "' in " + where + namesOf(allowed));
         }
     }
 }

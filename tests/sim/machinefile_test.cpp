@@ -52,8 +52,10 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {"seed = -1\n" + bus, "machine.toml:1:8: key 'seed': must be from 0 to 9223372036854775807"},
         {"seed = \"x\"\n" + bus, "machine.toml:1:8: key 'seed': expected a whole number"},
         {"bus = 3\n", "machine.toml:1:7: key 'bus': expected tables, written [[bus]]"},
-        {bus + "speed = 3\n", "machine.toml:3:1: unknown key 'speed' in [[bus]]"},
-        {bus + "[machine]\n", "machine.toml:3:2: unknown key 'machine' in a machine file"},
+        {bus + "speed = 3\n",
+         "machine.toml:3:1: unknown key 'speed' in [[bus]]: expected one of name, node, speed_khz, adapter"},
+        {bus + "[machine]\n",
+         "machine.toml:3:2: unknown key 'machine' in a machine file: expected one of seed, bus, chip, fault"},
         {"[[bus]]\n", "machine.toml:1:1: key 'name': missing"},
         {"[[bus]]\nname = 3\n", "machine.toml:2:8: key 'name': expected a text"},
         {"[[bus]]\nname = \"a@b\"\n",
@@ -73,7 +75,8 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {bus + a0 + "max_khz = 3400\n", "machine.toml:8:11: key 'max_khz': must be from 1 to 1000"},
         {bus + a0 + "too_fast = \"slow\"\n", "machine.toml:8:12: key 'too_fast': expected 'silent' or 'garbled'"},
         {bus + a0 + "stretch_us = 1000001\n", "machine.toml:8:14: key 'stretch_us': must be from 0 to 1000000"},
-        {bus + hub + "stretch_us = 1\n", "machine.toml:7:1: unknown key 'stretch_us' in [[chip]] of type HUB922"},
+        {bus + hub + "stretch_us = 1\n", "machine.toml:7:1: unknown key 'stretch_us' in [[chip]] of type HUB922: "
+                                         "expected one of bus, node, type, address, max_khz"},
         {bus + "adapter = { messages = 0 }\n", "machine.toml:3:24: key 'messages': must be from 1 to 42"},
         {bus + "adapter = { message_bytes = 8193 }\n",
          "machine.toml:3:29: key 'message_bytes': must be from 1 to 8192"},
@@ -83,7 +86,9 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
          "machine.toml:3:41: key 'messages': not together with 'smbus'"},
         {bus + "adapter = { absent = \"silence\" }\n", "machine.toml:3:22: key 'absent': expected 'nack' or 'timeout'"},
         {bus + "adapter = { stop_between = 1 }\n", "machine.toml:3:28: key 'stop_between': expected true or false"},
-        {bus + "adapter = { bytes = 3 }\n", "machine.toml:3:13: unknown key 'bytes' in 'adapter'"},
+        {bus + "adapter = { bytes = 3 }\n",
+         "machine.toml:3:13: unknown key 'bytes' in 'adapter': expected one of message_bytes, messages, smbus, "
+         "timeout_ms, absent, no_empty_messages, stop_between, stretch_limit_us, stretching"},
         {bus + bus, "machine.toml:4:8: key 'name': a second bus 'planar'"},
         {bus + "[[chip]]\ntype = \"24C02\"\n", "machine.toml:3:1: key 'image': missing"},
         {bus + "[[chip]]\nbus = \"planar\"\n", "machine.toml:3:1: key 'type': missing"},
@@ -107,12 +112,17 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {bus + a0 + "protect = \"yes\"\n", "machine.toml:8:11: key 'protect': expected 'no', 'silent' or 'nak'"},
         {bus + a0 + "write_cycle_ms = -1\n", "machine.toml:8:18: key 'write_cycle_ms': must be from 0 to 1000"},
         {bus + a0 + "write_cycle_ms = nan\n", "machine.toml:8:18: key 'write_cycle_ms': must be from 0 to 1000"},
-        {bus + a0 + "celsius = 3\n", "machine.toml:8:1: unknown key 'celsius' in [[chip]] of type 24C02"},
+        {bus + a0 + "celsius = 3\n",
+         "machine.toml:8:1: unknown key 'celsius' in [[chip]] of type 24C02: expected one of bus, node, hub, port, "
+         "type, address, max_khz, too_fast, stretch_us, addresses, image, kind, half_offset, protect, protect_area, "
+         "protect_chip, protect_pin, hold_sda_after_cut, page, write_cycle_ms, write_cycle_min_ms"},
         {bus + a0 + "page = 512\n", "machine.toml:8:8: key 'page': must be from 4 to 256"},
         {bus + a0 + "page = 12\n", "machine.toml:8:8: key 'page': expected 4, 8, 16, 32, 64, 128 or 256"},
         {bus + a0 + "kind = \"flash\"\n", "machine.toml:8:8: key 'kind': expected 'eeprom' or 'fram'"},
         {bus + a0 + "kind = \"fram\"\npage = 8\n",
-         "machine.toml:9:1: unknown key 'page' in [[chip]] of type 24C02, kind fram"},
+         "machine.toml:9:1: unknown key 'page' in [[chip]] of type 24C02, kind fram: expected one of bus, node, hub, "
+         "port, type, address, max_khz, too_fast, stretch_us, addresses, image, kind, half_offset, protect, "
+         "protect_area, protect_chip, protect_pin, hold_sda_after_cut"},
         {bus + a0 + "half_offset = \"high\"\n", "machine.toml:8:15: key 'half_offset': a 24C02 has one offset byte"},
         {bus + a0 + "addresses = \"some\"\n", "machine.toml:8:13: key 'addresses': expected 'all'"},
         {bus + a0 + "addresses = \"all\"\n" + eepromAt("address = 0xA6\nimage = \"b.bin\"\n"),
@@ -154,7 +164,8 @@ TEST(MachineFile, SaysWhereAndWhatIsWrong)
         {bus + a0 + "port = 3\n", "machine.toml:8:8: key 'port': only together with 'hub'"},
         {bus + "[[chip]]\nbus = \"planar\"\ntype = \"HUB922\"\naddress = 0x84\n",
          "machine.toml:6:11: key 'address': a HUB922 is at 0x80, 0x82, 0x88 or 0x8A"},
-        {bus + hub + "hub = 0x82\nport = 1\n", "machine.toml:7:1: unknown key 'hub' in [[chip]] of type HUB922"},
+        {bus + hub + "hub = 0x82\nport = 1\n", "machine.toml:7:1: unknown key 'hub' in [[chip]] of type HUB922: "
+                                               "expected one of bus, node, type, address, max_khz"},
         {bus + "[[chip]]\nbus = \"other\"\ntype = \"PCA9554\"\naddress = 0x40\n",
          "machine.toml:4:7: key 'bus': no bus 'other'"},
         {bus + "[[chip]]\nbus = \"planar\"\ntype = \"PCA9554\"\naddress = 0x40\ninputs = 0x100\n",

@@ -65,8 +65,11 @@ TEST(ScenarioFile, SaysWhereAndWhatIsWrong)
                  "s:2:15: key 'transaction': transactions count from 1"},
              Row{"[[event]]\nat_ms = -1\ndo = \"power-cut\"\n", "s:2:9: key 'at_ms': must be from 0 to 8.64e+07"},
              Row{"[[event]]\nat_ms = nan\ndo = \"power-cut\"\n", "s:2:9: key 'at_ms': must be from 0 to 8.64e+07"},
-             Row{at + "do = \"power-cut\"\naddress = 0xA0\n", "s:4:1: unknown key 'address' of event 'power-cut'"},
-             Row{chip + "do = \"insert\"\ncelsius = 3\n", "s:6:1: unknown key 'celsius' of event 'insert'"},
+             Row{at + "do = \"power-cut\"\naddress = 0xA0\n", "s:4:1: unknown key 'address' of event 'power-cut': "
+                                                              "expected one of do, at_ms, transaction, bus, node"},
+             Row{chip + "do = \"insert\"\ncelsius = 3\n",
+                 "s:6:1: unknown key 'celsius' of event 'insert': expected one of do, at_ms, transaction, bus, node, "
+                 "address, hub, port"},
              Row{at + "do = \"remove\"\nbus = \"b\"\n", "s:1:1: key 'address': missing"},
              Row{at + "do = \"remove\"\naddress = 0xA0\n", "s:1:1: key 'bus': missing"},
              Row{chip + "do = \"remove\"\nhub = 0x80\n", "s:1:1: key 'port': 'hub' and 'port' go together"},
