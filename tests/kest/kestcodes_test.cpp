@@ -47,11 +47,42 @@ std::vector<std::string> cellsOf(const std::string& line)
     return cells;
 }
 
-std::string document()
+std::string document(const std::string& name = "error-codes.md")
 {
-    std::ifstream file(std::string(test::sourceFolder) + "/docs/error-codes.md");
+    std::ifstream file(std::string(test::sourceFolder) + "/docs/" + name);
     EXPECT_TRUE(file.is_open());
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// A row of the operator's guide.
+struct guideRow {
+    std::string meaning, blames, check;
+};
+
+/// The rows of the operator's guide, by reason.
+std::map<std::uint32_t, guideRow> guideRows()
+{
+    std::istringstream text(document("operators-guide.md"));
+    std::map<std::uint32_t, guideRow> rows;
+    for (std::string line; std::getline(text, line);) {
+        const std::vector<std::string> cells = cellsOf(line);
+        if (!cells.empty() && cells[0].starts_with("0x1")) {
+            EXPECT_EQ(4U, cells.size()) << line;
+            const auto reason = static_cast<std::uint32_t>(std::stoul(cells[0], nullptr, 16));
+            const bool isNew = cells.size() == 4 && rows.emplace(reason, guideRow{cells[1], cells[2], cells[3]}).second;
+            EXPECT_TRUE(isNew) << line;
+        }
+    }
+    return rows;
+}
+
+/// The guide's word for the subsystems of a reason.
+std::string blameWord(const Set& subsystems)
+{
+    if (subsystems.size() > 1) {
+        return "both";
+    }
+    return subsystems == Set{0x55} ? "device" : "software";
 }
 
 /// The document's rows below a heading, each with a number and a meaning. With `kind`, only rows that have it as their
@@ -151,6 +182,30 @@ TEST(ErrorCodes, KestctlHasTheDocumentsWordsForServicesAndTools)
     }
 }
 
+TEST(ErrorCodes, OperatorsGuideHasEveryReasonWithTheWordsOfKestctl)
+{
+    const std::map<std::uint32_t, guideRow> rows = guideRows();
+    for (std::uint32_t reason = 0x1300; reason <= 0x17FF; ++reason) {
+        const auto row = rows.find(reason);
+        const std::string meaning = row == rows.end() ? "" : row->second.meaning;
+        EXPECT_EQ(std::string(tools::reasonText(reason)), meaning) << std::hex << reason;
+    }
+    for (const auto& [reason, row] : rows) {
+        EXPECT_STRNE("", tools::reasonText(reason)) << std::hex << reason << " is no reason";
+        EXPECT_NE("", row.check) << std::hex << reason << ": what is to be checked?";
+    }
+}
+
+/// Services blame the software (newHostEntry()), kestctl the device but for the undo file that it could not save.
+TEST(ErrorCodes, OperatorsGuideBlamesAsServicesAndToolsDo)
+{
+    for (const auto& [reason, row] : guideRows()) {
+        if (reason >= 0x1400) {
+            EXPECT_EQ(reason > 0x1700 && reason != 0x1702 ? "device" : "software", row.blames) << std::hex << reason;
+        }
+    }
+}
+
 /// Each component numbers its modules and user details from 1.
 TEST(ErrorCodes, NumbersOfOneComponentHaveNoWordsOfAnothers)
 {
@@ -193,6 +248,7 @@ protected:
             // otherwise the platform frees it
             if (src.component == 0x1300) {
                 reasons.insert(src.reason);
+                blames[src.reason].insert(src.subsystem);
                 modules.insert(src.module);
                 subsystems.insert(src.subsystem);
                 if (src.reason == 0x1302) {
@@ -233,7 +289,7 @@ protected:
     void failingEverywhere(const std::function<ErrlEntry*()>& act, const std::vector<std::uint8_t>& statuses = {})
     {
         const StandardError dmaLines;
-        for (const int error : {EIO, ENXIO, ENODEV, ENOENT, EDEADLK, ETIME, ENODATA}) {
+        for (const int error : {EIO, ENXIO, ENODEV, ENOENT, EDEADLK, ETIME, ENODATA, EINVAL}) {
             for (const bool persistent : {false, true}) {
                 bool met = true;
                 for (int failing = 1; met; ++failing) {
@@ -285,6 +341,7 @@ protected:
     void others();
 
     Set reasons, modules, subsystems, severities, procedures, subsections, chainCodes;
+    std::map<std::uint32_t, Set> blames; ///< subsystems by reason
 };
 
 void LibrarysCodes::seeproms()
@@ -436,6 +493,9 @@ TEST_F(LibrarysCodes, AreThoseOfTheDocument)
     messages();
     others();
     EXPECT_EQ(numbersOf(documented("Reason codes")), reasons);
+    for (const auto& [reason, row] : guideRows()) {
+        EXPECT_TRUE(reason >= 0x1400 || blameWord(blames[reason]) == row.blames) << std::hex << reason;
+    }
     EXPECT_EQ(numbersOf(documented("Modules")), modules);
     EXPECT_EQ(numbersOf(documented("What an entry holds", "subsystem")), subsystems);
     EXPECT_EQ(numbersOf(documented("What an entry holds", "severity")), severities);

@@ -1,0 +1,35 @@
+#!/usr/bin/env python3
+"""Every reason code that a source defines has a row in the operator's guide, and every row has a definition."""
+
+import pathlib
+import re
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+# `name = 0x1311` and the return codes of the service, `name = 0x80001601`; a component's own number ends in 00
+DEFINITION = re.compile(r"\b\w+ = 0x(?:8000)?(1[3-7][0-9A-F]{2})\b")
+ROW = re.compile(r"^\| 0x(1[3-7][0-9A-F]{2}) \|", re.MULTILINE)
+
+
+def defined():
+    """Reason codes by where they are defined."""
+    codes = {}
+    for folder in ("include", "src", "base", "platform/host", "tools"):
+        for path in sorted((ROOT / folder).rglob("*")):
+            if path.suffix in (".h", ".cpp"):
+                for code in DEFINITION.findall(path.read_text(encoding="utf-8")):
+                    codes.setdefault(code, path.relative_to(ROOT))
+    return {code: path for code, path in codes.items() if not code.endswith("00")}
+
+
+class Reasons(unittest.TestCase):
+    def test_of_the_sources_are_those_of_the_operators_guide(self):
+        rows = ROW.findall((ROOT / "docs/operators-guide.md").read_text(encoding="utf-8"))
+        codes = defined()
+        self.assertEqual({}, {code: path for code, path in codes.items() if code not in rows})
+        self.assertEqual([], [code for code in rows if code not in codes])
+        self.assertGreater(len(rows), 70)
+
+
+if __name__ == "__main__":
+    unittest.main()
