@@ -1,9 +1,8 @@
 #include "tools/common/partend.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
 #include <span>
+#include <vector>
 
 namespace kest::tools
 {
@@ -11,12 +10,11 @@ namespace
 {
 
 constexpr std::uint8_t beforeEnd = 0xF8;
-/// Before the end and behind it.
-constexpr std::size_t bytesAcrossEnd = 8;
+constexpr std::size_t bytesBeforeEnd = 8;
 
 bool startsWith(widthReads& reads, unsigned address, std::span<const std::uint8_t> bytes)
 {
-    std::array<std::uint8_t, bytesAcrossEnd> start{};
+    std::vector<std::uint8_t> start(bytes.size());
     return reads.readOther(static_cast<std::uint8_t>(address), start) && std::ranges::equal(start, bytes);
 }
 
@@ -25,7 +23,7 @@ bool startsWith(widthReads& reads, unsigned address, std::span<const std::uint8_
 partEnd endBefore(std::span<const std::uint8_t> bytes, widthReads& reads, unsigned address)
 {
     constexpr unsigned blockBits = 0x0E;
-    const bool atStart = std::ranges::equal(bytes, std::span(reads.first()).first(bytesAcrossEnd));
+    const bool atStart = std::ranges::equal(bytes, std::span(reads.first()).first(bytes.size()));
     const bool isLast = (address & blockBits) == blockBits;
     const bool atNext = !isLast && startsWith(reads, address + 2, bytes);
     if (atStart || atNext) {
@@ -41,21 +39,22 @@ partEnd endBefore(std::span<const std::uint8_t> bytes, widthReads& reads, unsign
 
 } // namespace
 
-endFinding findPartEnd(widthReads& reads, std::uint8_t address)
+endFinding findPartEnd(widthReads& reads, std::uint8_t address, std::size_t start)
 {
-    std::array<std::uint8_t, 2 * bytesAcrossEnd> bytes{};
+    std::vector<std::uint8_t> bytes(bytesBeforeEnd + start);
     const std::span<const std::uint8_t> across = bytes;
-    if (reads.read({&beforeEnd, 1}, bytes) != readEnd::done) {
-        return {.readFailed = true};
+    const readEnd end = reads.read({&beforeEnd, 1}, bytes);
+    if (end != readEnd::done) {
+        return {.readFailed = end != readEnd::tooLong || start <= startBytes};
     }
-    if (reads.isStable(beforeEnd, bytesAcrossEnd) &&
-        !std::ranges::equal(across.first(bytesAcrossEnd), std::span(reads.first()).subspan(beforeEnd))) {
+    if (reads.isStable(beforeEnd, bytesBeforeEnd) &&
+        !std::ranges::equal(across.first(bytesBeforeEnd), std::span(reads.first()).subspan(beforeEnd))) {
         return {.isSteady = false};
     }
-    if (!reads.isStable(0, bytesAcrossEnd)) {
+    if (!reads.isStable(0, start)) {
         return {};
     }
-    return {.end = endBefore(across.last(bytesAcrossEnd), reads, address)};
+    return {.end = endBefore(across.last(start), reads, address)};
 }
 
 } // namespace kest::tools

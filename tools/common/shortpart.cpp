@@ -1,6 +1,7 @@
 #include "tools/common/shortpart.h"
 
 #include <algorithm>
+#include <span>
 
 #include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
@@ -28,13 +29,19 @@ seeprom shortPartOf(const seeprom& chip)
              .force = true}};
 }
 
+widthQuestion questionFor(offsetReads& reads)
+{
+    return {.read = [&reads](std::span<const std::uint8_t> offset,
+                             std::span<std::uint8_t> into) { return reads.read(offset, into); },
+            .readOther = [&reads](std::uint8_t address,
+                                  std::span<std::uint8_t> into) { return reads.readOther(address, into); },
+            .mostBytes = std::min<std::size_t>(firstBytes, reads.mostBytes())};
+}
+
 /// Nothing when a read fails.
 std::optional<firstContent> readFirstOnce(offsetReads& reads)
 {
-    const widthQuestion question{.read = [&reads](std::span<const std::uint8_t> offset,
-                                                  std::span<std::uint8_t> into) { return reads.read(offset, into); },
-                                 .readOther = {},
-                                 .mostBytes = std::min<std::size_t>(firstBytes, reads.mostBytes())};
+    const widthQuestion question = questionFor(reads);
     const auto hub = reads.holdHub();
     if (hub && hub->error() != 0) {
         return std::nullopt;
@@ -42,6 +49,20 @@ std::optional<firstContent> readFirstOnce(offsetReads& reads)
     widthReads::firstRead whole{};
     return widthReads(question).readWhole(whole) ? std::optional<firstContent>({whole.begin(), whole.end()})
                                                  : std::nullopt;
+}
+
+endFinding findEndOnce(offsetReads& reads, std::uint8_t address, const firstContent& now, std::size_t start)
+{
+    const widthQuestion question = questionFor(reads);
+    const auto hub = reads.holdHub();
+    if (hub && hub->error() != 0) {
+        return {.readFailed = true};
+    }
+    widthReads::firstRead known{};
+    std::ranges::copy(now, known.begin());
+    widthReads across(question);
+    across.know(known);
+    return findPartEnd(across, address, start);
 }
 
 /// A part whose read was cut off can hold SDA. A read by the library frees the bus then.
@@ -55,19 +76,52 @@ void freeBus(seeprom& part)
     }
 }
 
+std::vector<std::size_t> differingOffsets(const firstContent& now, const firstContent& first)
+{
+    std::vector<std::size_t> offsets;
+    for (std::size_t at = 0; at < firstBytes; ++at) {
+        if (now.at(at) != first.at(at)) {
+            offsets.push_back(at);
+        }
+    }
+    return offsets;
+}
+
+void writeBack(seeprom& part, const firstContent& first, std::span<const std::size_t> offsets)
+{
+    for (const std::size_t at : offsets) {
+        const interruptsHeld calm;
+        static_cast<void>(part.write(static_cast<std::uint32_t>(at), {&first.at(at), 1}));
+    }
+}
+
+/// Sends the first byte that differs. @return whether that has changed this one alone
+bool takesOne(seeprom& part, const firstContent& now, const firstContent& first, std::size_t at)
+{
+    firstContent expected = now;
+    expected.at(at) = first.at(at);
+    writeBack(part, first, {&at, 1});
+    return readFirstAgain(part).bytes == expected;
+}
+
+/// Where many bytes differ, one goes first: a part with two offset bytes can give others without a change, and takes
+/// none. Each write waits for a write cycle.
 /// @return whether all bytes are what they were
 bool putBackOnce(seeprom& part, const firstContent& first)
 {
+    constexpr std::size_t many = 8;
     const firstAgain now = readFirstAgain(part);
-    if (!now.bytes || now.bytes == first) {
-        return now.bytes == first;
+    if (!now.bytes) {
+        return false;
     }
-    for (std::size_t at = 0; at < firstBytes; ++at) {
-        if (now.bytes->at(at) != first.at(at)) {
-            const interruptsHeld calm;
-            static_cast<void>(part.write(static_cast<std::uint32_t>(at), {&first[at], 1}));
-        }
+    const std::vector<std::size_t> offsets = differingOffsets(*now.bytes, first);
+    if (offsets.empty()) {
+        return true;
     }
+    if (offsets.size() > many && !takesOne(part, *now.bytes, first, offsets.front())) {
+        return false;
+    }
+    writeBack(part, first, offsets);
     return readFirstAgain(part).bytes == first;
 }
 
@@ -102,6 +156,25 @@ firstAgain readFirstAgain(const seeprom& chip)
         last = std::move(now);
     }
     return {.unlike = unlike};
+}
+
+std::optional<partEnd> findShortEnd(const seeprom& chip, const firstContent& now, std::size_t start)
+{
+    const signalBlock quiet;
+    seeprom part = shortPartOf(chip);
+    offsetReads reads(part.target(), chip.speedKhz());
+    std::optional<endFinding> last;
+    for (int count = 0; count < mostReads; ++count) {
+        const endFinding found = findEndOnce(reads, part.target().end().address, now, start);
+        if (found == last) {
+            return found.end;
+        }
+        if (found.readFailed) {
+            freeBus(part);
+        }
+        last = !found.readFailed && found.isSteady ? std::optional(found) : std::nullopt;
+    }
+    return std::nullopt;
 }
 
 firstChange changeOf(const firstAgain& now, const firstContent& first, const firstOffsets& offsets)

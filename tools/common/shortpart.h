@@ -7,6 +7,7 @@
 #include <set>
 #include <vector>
 
+#include "tools/common/partend.h"
 #include "tools/common/seeprom.h"
 
 namespace kest::tools
@@ -42,6 +43,12 @@ enum class firstChange : std::uint8_t {
 };
 /// @param first  the bytes before. @param offsets  at which they could have been changed
 [[nodiscard]] firstChange changeOf(const firstAgain& now, const firstContent& first, const firstOffsets& offsets);
+
+/// Where the part ends, when two looks in a row agree; looks that fail are repeated.
+/// @param now    what it gives behind one offset byte, 256 bytes
+/// @param start  as findPartEnd()
+/// @return nothing when the looks differ or fail
+[[nodiscard]] std::optional<partEnd> findShortEnd(const seeprom& chip, const firstContent& now, std::size_t start);
 
 /// Puts the bytes back that differ from what they were, wherever they are: an offset byte can arrive as another one.
 /// Tries again when a transfer fails.

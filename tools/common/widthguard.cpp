@@ -1,40 +1,34 @@
 #include "tools/common/widthguard.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fmt/core.h>
 
 #include "tools/common/device.h"
-#include "tools/common/diagnosis.h"
 #include "tools/common/failure.h"
 #include "tools/common/firstundo.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/output.h"
-#include "tools/common/readback.h"
+#include "tools/common/trialverdict.h"
 #include "tools/common/undofile.h"
 #include "tools/common/widthproof.h"
+#include "tools/common/widthrefusal.h"
 
 namespace kest::tools
 {
 namespace
 {
 
-const char* backText(bool isBack)
-{
-    return isBack ? "it holds its old bytes" : "whether it holds its old bytes is not known";
-}
-
-constexpr const char* step = "width proof";
 constexpr const char* readingDoubt =
     "whether the read of the old bytes changed the part, as it does a ferroelectric one with one offset byte, is not "
     "known";
 constexpr const char* readingEnded =
     "ended at once; whether a read changed the part, as it does a ferroelectric one with one offset byte, is not known";
 constexpr const char* trialEnded = "ended at once; whether a byte that was written as a trial is back is not known";
-constexpr const char* otherWays = "--width-unproved writes all the same, or 'width_proved = true' in the device table";
 
 std::string wordsFor(const device& target, const char* what, const std::string& hint)
 {
-    return failureLine("kestctl", {.what = what, .tryThis = hint, .device = target.label, .step = step}) + "\n";
+    return failureLine("kestctl", {.what = what, .tryThis = hint, .device = target.label, .step = widthStep}) + "\n";
 }
 
 } // namespace
@@ -49,18 +43,11 @@ widthGuard::widthGuard(seeprom& chip, const byteRange& whole, const widthOptions
 
 bool widthGuard::isOpen() const { return m_finding && !isProved(*m_finding); }
 
-failure widthGuard::refusal(const std::string& what, const std::string& tryThis) const
-{
-    return {.code = exitRefused, .what = what, .tryThis = tryThis, .device = m_chip.target().label, .step = step};
-}
-
-std::string widthGuard::fittingHint() const { return fmt::format("types that would fit: {}", fittingText(*m_finding)); }
-
 /// Proves, and refuses a type that the part can't be.
 void widthGuard::prove()
 {
     m_finding = proveWidth(m_chip.target(), m_chip.speedKhz(), m_range);
-    throwIfInterrupted(m_chip.target().label, step);
+    throwIfInterrupted(m_chip.target().label, widthStep);
     settle();
 }
 
@@ -68,7 +55,8 @@ void widthGuard::settle()
 {
     const deviceTypeInfo& type = *m_chip.target().end().type;
     if (isProved(*m_finding) && !canBe(*m_finding, type)) {
-        throw refusal(fmt::format("the part is no {}: {}", type.chip, widthText(*m_finding)), fittingHint());
+        throw widthRefusal(m_chip.target(), fmt::format("the part is no {}: {}", type.chip, widthText(*m_finding)),
+                           fittingHint(*m_finding));
     }
 }
 
@@ -79,7 +67,7 @@ void widthGuard::askForWidth()
     }
     const std::string what = fmt::format("the offset width is {}", widthText(*m_finding));
     if (!canAsk()) {
-        throw refusal(what, otherWays);
+        throw widthRefusal(m_chip.target(), what, unprovedHint);
     }
     confirm(fmt::format("{}: {}; a write in the wrong width destroys other bytes.", m_chip.target().label, what),
             false);
@@ -103,7 +91,7 @@ void widthGuard::beforeReading()
         readBehindOne(m_chip);
     }
     if (m_options.dryRun) {
-        throw refusal(fmt::format("the offset width is {}", widthText(*m_finding)), otherWays);
+        throw widthRefusal(m_chip.target(), fmt::format("the offset width is {}", widthText(*m_finding)), unprovedHint);
     }
     askForWidth();
     watchReads();
@@ -131,27 +119,35 @@ void widthGuard::willRead(const byteRange& range)
     }
 }
 
-/// A part whose reads behind one offset byte do not begin there shows other bytes, but not by a change.
-firstChange widthGuard::changeByReading() const
+/// A part whose reads behind one offset byte do not begin there shows other bytes, but not by a change. Bytes that did
+/// change show where the part ends.
+firstChange widthGuard::changeByReading()
 {
     const firstAgain now = readFirstAgain(m_chip);
-    return now.unlike ? firstChange::none : changeOf(now, m_finding->first, m_readsChange);
+    const firstChange change = now.unlike ? firstChange::none : changeOf(now, m_finding->first, m_readsChange);
+    if (change == firstChange::there) {
+        const std::size_t start = std::max(startBytes, *m_readsChange.rbegin() + 1);
+        m_finding->end = findShortEnd(m_chip, *now.bytes, start).value_or(partEnd::notKnown);
+    }
+    return change;
 }
 
 /// A read behind two offset bytes has changed the part, which is proved to hold its old bytes again.
 failure widthGuard::changedByReading(firstChange change)
 {
     if (change == firstChange::elsewhere) {
-        return refusal(fmt::format("the offset width is not known: the read of the old bytes changed bytes, as an "
-                                   "offset byte does that arrives as another one; {}",
-                                   backText(true)),
-                       "try a lower --speed");
+        return widthRefusal(m_chip.target(),
+                            fmt::format("the offset width is not known: the read of the old bytes changed bytes, as an "
+                                        "offset byte does that arrives as another one; {}",
+                                        backText(true)),
+                            "try a lower --speed");
     }
     m_finding->verdict = widthVerdict::oneByte;
-    return refusal(fmt::format("the part is no {}: a read behind two offset bytes changed it, as it does a "
-                               "ferroelectric part with one; {}",
-                               m_chip.target().end().type->chip, backText(true)),
-                   fittingHint());
+    return widthRefusal(m_chip.target(),
+                        fmt::format("the part is no {}: a read behind two offset bytes changed it, as it does a "
+                                    "ferroelectric part with one; {}",
+                                    m_chip.target().end().type->chip, backText(true)),
+                        fittingHint(*m_finding));
 }
 
 void widthGuard::afterReading()
@@ -169,10 +165,12 @@ void widthGuard::afterReading()
     m_words.reset();
     const bool isSeen = change == firstChange::there || change == firstChange::elsewhere;
     if (isBack && isSeen) {
-        throwSeen(changedByReading(change));
+        throwSeen(m_chip.target(), changedByReading(change));
     }
     if (!isBack && (change == firstChange::there || !m_accepted)) {
-        throwSeen(refusal(fmt::format("the offset width is not known: {}", readingDoubt), firstFile().keep()));
+        throwSeen(m_chip.target(),
+                  widthRefusal(m_chip.target(), fmt::format("the offset width is not known: {}", readingDoubt),
+                               firstFile().keep()));
     }
 }
 
@@ -251,13 +249,16 @@ void widthGuard::tryOut(const std::string& undoFile)
     std::string hint = restoreHint(undoFile);
     try {
         result = lookAtTrial(hint);
-        concludeTrial(result, hint);
+        if (!settleTrial(m_chip, *m_trial, result, hint, *m_finding)) {
+            m_trial.reset();
+            askForWidth();
+        }
     } catch (const failure& why) {
         if (!result.isBack) {
             throw;
         }
         dropUndo(undoFile);
-        throwSeen(why);
+        throwSeen(m_chip.target(), why);
     }
     keepUnproved();
 }
@@ -269,67 +270,9 @@ void widthGuard::keepUnproved()
         const failure word{.what = "the offset width is not proved",
                            .tryThis = firstFile().keep(),
                            .device = m_chip.target().label,
-                           .step = step};
+                           .step = widthStep};
         std::fputs((failureLine("kestctl", word) + "\n").c_str(), stderr);
     }
-}
-
-/// Throws a failure; an interruption that says the same when there was a signal.
-void widthGuard::throwSeen(const failure& why) const
-{
-    failure thrown = why;
-    if (const int signal = interruptSignal()) {
-        thrown = interruption(signal, m_chip.target().label, step);
-        thrown.what += "; " + why.what;
-        thrown.tryThis = why.tryThis;
-    }
-    throw thrown;
-}
-
-/// @param hint  how the old bytes are restored
-void widthGuard::concludeTrial(const trialResult& result, const std::string& hint)
-{
-    switch (result.end) {
-    case trialEnd::asClaimed:
-        m_finding->verdict = m_claimedBytes == 1 ? widthVerdict::oneByte : widthVerdict::twoBytes;
-        m_finding->seen = fmt::format("a byte written at offset 0x{:X} as a trial reads back", m_trial->offset);
-        break;
-    case trialEnd::inOther:
-        m_finding->verdict = widthVerdict::oneByte;
-        throw refusal(fmt::format("{}; {}", result.seen, backText(result.isBack)),
-                      fittingHint() + (result.isBack ? "" : "; " + hint));
-    case trialEnd::unchanged:
-        m_finding->verdict = widthVerdict::notDecidable;
-        m_finding->seen = result.seen;
-        m_trial.reset();
-        askForWidth();
-        break;
-    case trialEnd::notKnown:
-        throwTrial(result, hint);
-    }
-}
-
-/// The trial left the width open. @param hint  how the old bytes are restored
-void widthGuard::throwTrial(const trialResult& result, const std::string& hint)
-{
-    const std::string byte =
-        result.isBack
-            ? backText(true)
-            : fmt::format("whether the byte of the trial at offset 0x{:X} is changed is not known", m_trial->offset);
-    if (!result.trouble) {
-        throw refusal(fmt::format("the offset width is not known: {}; {}", result.seen, byte),
-                      result.isBack ? otherWays : hint);
-    }
-    failure why = *result.trouble;
-    if (result.isBack && why.verdict == std::string_view(verdictRefusedByte) && !m_chip.target().behindHub()) {
-        why.what = "the chip is write-protected: it refused a data byte, and holds the old bytes";
-        why.tryThis = checkProtection;
-        why.verdict = "write-protected";
-        throw why;
-    }
-    why.what = fmt::format("a trial write for the offset width failed: {}; {}", why.what, byte);
-    why.tryThis = result.isBack ? why.tryThis : hint;
-    throw why;
 }
 
 bool widthGuard::takeTrialBack()

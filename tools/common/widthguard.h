@@ -62,18 +62,13 @@ private:
     void prove();
     void settle();
     void askForWidth();
-    void concludeTrial(const trialResult& result, const std::string& hint);
-    [[noreturn]] void throwSeen(const failure& why) const;
-    [[noreturn]] void throwTrial(const trialResult& result, const std::string& hint);
     [[nodiscard]] bool watchesReads() const { return isOpen() && !m_finding->first.empty(); }
-    [[nodiscard]] firstChange changeByReading() const;
+    [[nodiscard]] firstChange changeByReading();
     [[nodiscard]] failure changedByReading(firstChange change);
     [[nodiscard]] firstUndo& firstFile();
     void watchReads();
     [[nodiscard]] trialResult lookAtTrial(std::string& hint);
     void keepUnproved();
-    [[nodiscard]] std::string fittingHint() const;
-    [[nodiscard]] failure refusal(const std::string& what, const std::string& tryThis) const;
 
     seeprom& m_chip;
     byteRange m_range;

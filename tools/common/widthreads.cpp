@@ -99,6 +99,12 @@ firstEnd widthReads::readFirst()
     return differ && m_wholes[2] != m_wholes[3] ? firstEnd::unsteady : firstEnd::same;
 }
 
+void widthReads::know(const firstRead& bytes)
+{
+    m_first = bytes;
+    m_stable.set();
+}
+
 bool widthReads::isStable(std::size_t at, std::size_t length) const
 {
     for (std::size_t next = at; next < at + length; ++next) {

@@ -59,6 +59,8 @@ public:
     [[nodiscard]] bool readWhole(firstRead& bytes);
     /// Reads them twice; twice more when they differ.
     firstEnd readFirst();
+    /// Takes them as read before, and certain.
+    void know(const firstRead& bytes);
     [[nodiscard]] const firstRead& first() const { return m_first; }
     /// Whether bytes of first() were the same each time.
     [[nodiscard]] bool isStable(std::size_t at, std::size_t length) const;

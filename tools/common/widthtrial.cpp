@@ -87,11 +87,22 @@ std::optional<unsigned char> readByte(seeprom& chip, std::uint32_t at)
     return std::nullopt;
 }
 
+/// Where a part with one offset byte ends that shows a trial's bytes up to an offset. These tell its start from those of
+/// other blocks.
+std::optional<partEnd> endShownBy(const seeprom& chip, const firstContent& now, std::size_t last)
+{
+    return findShortEnd(chip, now, std::max(startBytes, last + 1));
+}
+
 trialResult seenAfterOne(const seeprom& chip, const trialByte& trial, const firstContent& first)
 {
     const auto now = readFirstAgain(chip).bytes;
     if (now == afterOne(first, trial)) {
-        return {.end = trialEnd::asClaimed, .seen = {}};
+        const auto reach = endShownBy(chip, *now, trial.offset);
+        return reach ? trialResult{.end = *reach == partEnd::nextAddress ? trialEnd::goesOn : trialEnd::asClaimed,
+                                   .seen = {},
+                                   .reach = *reach}
+                     : trialResult{.seen = readsFail};
     }
     if (now != first) {
         return {.seen = readsFail};
@@ -128,10 +139,12 @@ arrival arrivalOf(const firstAgain& again, const trialByte& trial, const firstCo
 trialResult seenAfterTwo(seeprom& chip, const trialByte& trial, const firstContent& first)
 {
     const auto back = readByte(chip, trial.offset);
-    const arrival seen = arrivalOf(readFirstAgain(chip), trial, first);
+    const firstAgain again = readFirstAgain(chip);
+    const arrival seen = arrivalOf(again, trial, first);
     if (seen == arrival::behindOne) {
         return {.end = trialEnd::inOther,
-                .seen = "a byte written behind two offset bytes arrived as one behind one does"};
+                .seen = "a byte written behind two offset bytes arrived as one behind one does",
+                .reach = endShownBy(chip, *again.bytes, upper(trial) + 1U).value_or(partEnd::notKnown)};
     }
     // a part with one offset byte reads the byte back, too: only reads behind one tell
     if (!back || seen == arrival::notKnown) {
@@ -214,7 +227,8 @@ trialResult tryOut(seeprom& chip, const trialByte& trial, const firstContent& fi
         return {.seen = "its reads differ or fail", .isBack = putBack(chip, first)};
     }
     trialResult result = writeAndLook(chip, claimedBytes, trial, first);
-    if (result.end == trialEnd::inOther || (result.end == trialEnd::notKnown && claimedBytes == 1)) {
+    if (result.end == trialEnd::inOther || result.end == trialEnd::goesOn ||
+        (result.end == trialEnd::notKnown && claimedBytes == 1)) {
         result.isBack = putBack(chip, first);
     } else if (result.end == trialEnd::notKnown) {
         result.isBack = putAllBack(chip, trial, first) && !result.wentElsewhere;

@@ -30,6 +30,7 @@ struct trialByte {
 
 enum class trialEnd : std::uint8_t {
     asClaimed, ///< the part took the byte in the width of its type
+    goesOn, ///< so it did, and goes on at the next address: not known for a type with two offset bytes
     inOther, ///< it took it in the other width
     unchanged, ///< nothing has changed: it takes the other width, or did not take the byte
     notKnown,
@@ -39,6 +40,7 @@ enum class trialEnd : std::uint8_t {
 struct trialResult {
     trialEnd end = trialEnd::notKnown;
     std::string seen; ///< what shows it; empty when the byte could not be written
+    partEnd reach = partEnd::notKnown; ///< where the part ends, when it took the byte as one with one offset byte
     bool isBack = false; ///< reads show that the part holds its old bytes
     bool wentElsewhere = false; ///< the chip wrote a byte, and no read shows where
     std::optional<failure> trouble = {}; ///< why the byte could not be written

@@ -21,6 +21,13 @@ protected:
     ShortPart() { kernel.chips[0x50] = {.memory = first, .offsetBytes = 1}; }
 
     [[nodiscard]] std::vector<std::uint8_t>& memory() { return kernel.chips[0x50].memory; }
+    /// Of one byte behind one offset byte.
+    [[nodiscard]] std::ptrdiff_t writes() const
+    {
+        return std::ranges::count_if(kernel.log, [](const std::string& line) {
+            return line.starts_with("50W ") && line.find('R') == std::string::npos && line.size() == 8;
+        });
+    }
 
     const firstContent first = test::pattern(256);
     test::OwnConfiguration own;
@@ -52,14 +59,40 @@ TEST_F(ShortPart, BytesThatChangedArePutBackWhereverTheyAre)
     memory()[255] = 0x33;
     EXPECT_TRUE(putBack(chip, first));
     EXPECT_EQ(first, memory());
-    const auto writes = [this] {
-        return std::ranges::count_if(kernel.log, [](const std::string& line) {
-            return line.starts_with("50W ") && line.find('R') == std::string::npos && line.size() == 8;
-        });
-    };
     EXPECT_EQ(3, writes());
     EXPECT_TRUE(putBack(chip, first));
     EXPECT_EQ(3, writes());
+}
+
+TEST_F(ShortPart, APartThatTakesNoByteIsNotSentAllThatDiffer)
+{
+    // with two offset bytes
+    const std::vector<std::uint8_t> other(32768, 0x5A);
+    kernel.chips[0x50] = {.memory = other, .offsetBytes = 2};
+    EXPECT_FALSE(putBack(chip, first));
+    // one in each attempt
+    EXPECT_EQ(3, writes());
+    EXPECT_EQ(other, memory());
+}
+
+TEST_F(ShortPart, ManyBytesThatChangedArePutBack)
+{
+    memory() = std::vector<std::uint8_t>(256, 0x5A);
+    EXPECT_TRUE(putBack(chip, first));
+    EXPECT_EQ(first, memory());
+}
+
+TEST_F(ShortPart, TheEndOfAPartIsThatOfTwoLooksInARow)
+{
+    kernel.chips[0x51].memory = std::vector<std::uint8_t>(256, 0xFF);
+    kernel.chips[0x51].offsetBytes = 1;
+    EXPECT_EQ(partEnd::at256, findShortEnd(chip, first, startBytes));
+    const std::vector<std::uint8_t> next(256, 0xFF);
+    memory().insert(memory().end(), next.begin(), next.end());
+    kernel.failures = {0, 0, EIO};
+    EXPECT_EQ(partEnd::nextAddress, findShortEnd(chip, first, startBytes));
+    kernel.lastingFailure = EIO;
+    EXPECT_FALSE(findShortEnd(chip, first, startBytes).has_value());
 }
 
 TEST_F(ShortPart, SingleReadsThatFailAreRepeated)

@@ -56,6 +56,9 @@ protected:
         case trialEnd::inOther:
             EXPECT_FALSE(each.isRight()) << where;
             break;
+        case trialEnd::goesOn:
+            ADD_FAILURE() << where;
+            break;
         case trialEnd::unchanged:
             EXPECT_TRUE(result.isBack) << where;
             break;
@@ -124,6 +127,75 @@ TEST_F(WidthTrial, AByteIsTakenBack)
     kernel.lastingFailure = 0;
     EXPECT_TRUE(takeBack(chip, trial));
     EXPECT_TRUE(isBlank());
+}
+
+/// Blocks of 256 bytes at 7-bit addresses from 0x50 on, which read on into each other.
+class WidthTrialBlocks : public testing::Test
+{
+protected:
+    trialResult tryAt(std::uint32_t offset, std::size_t blocks, const char* claim = "1C0002")
+    {
+        kernel.chips.clear();
+        for (std::size_t block = 0; block < blocks; ++block) {
+            const auto address = static_cast<std::uint8_t>(0x50 + block);
+            kernel.chips[address] = {.memory = std::vector((blocks - block) * 256U, blank), .offsetBytes = 1};
+        }
+        seeprom chip(parseDeviceText(fmt::format("/dev/i2c-7,L,{},A0", claim)), {.writeCycleMs = 1});
+        return tryOut(chip, {.offset = offset, .before = blank, .wanted = wanted}, firstContent(256, blank));
+    }
+    [[nodiscard]] bool isBlank()
+    {
+        return std::ranges::all_of(kernel.chips, [](const auto& each) {
+            return std::ranges::all_of(each.second.memory, [](std::uint8_t byte) { return byte == blank; });
+        });
+    }
+
+    test::OwnConfiguration own;
+    test::FakeKernel kernel;
+};
+
+TEST_F(WidthTrialBlocks, ShowThatThePartGoesOnWhereverTheByteIs)
+{
+    for (const std::uint32_t offset : {0U, 7U, 8U, 0x41U, 0xFFU}) {
+        const trialResult result = tryAt(offset, 2);
+        EXPECT_EQ(trialEnd::goesOn, result.end) << offset;
+        EXPECT_EQ(partEnd::nextAddress, result.reach) << offset;
+        EXPECT_TRUE(result.isBack) << offset;
+        EXPECT_TRUE(isBlank()) << offset;
+        const trialResult alone = tryAt(offset, 1);
+        EXPECT_EQ(trialEnd::asClaimed, alone.end) << offset;
+        EXPECT_EQ(partEnd::at256, alone.reach) << offset;
+    }
+    const trialResult other = tryAt(0x123, 2, "2C0256");
+    EXPECT_EQ(trialEnd::inOther, other.end);
+    EXPECT_EQ(partEnd::nextAddress, other.reach);
+    EXPECT_TRUE(isBlank());
+}
+
+TEST_F(WidthTrialBlocks, AnAdapterThatTakesNoReadSoFarLeavesTheEndOpen)
+{
+    kernel.longestRead = 64;
+    kernel.mostMessages = 2;
+    EXPECT_EQ(trialEnd::goesOn, tryAt(55, 2).end);
+    const trialResult result = tryAt(56, 2);
+    EXPECT_EQ(trialEnd::asClaimed, result.end);
+    EXPECT_EQ(partEnd::notKnown, result.reach);
+}
+
+TEST_F(WidthTrialBlocks, OneTransferThatFailsHidesNothing)
+{
+    for (std::size_t failing = 0;; ++failing) {
+        kernel.failures.assign(failing, 0);
+        kernel.failures.push_back(EIO);
+        const trialResult result = tryAt(0, 2);
+        if (!kernel.failures.empty()) {
+            EXPECT_LT(10U, failing);
+            break;
+        }
+        EXPECT_NE(trialEnd::asClaimed, result.end) << failing;
+        EXPECT_TRUE(result.isBack) << failing;
+        EXPECT_TRUE(isBlank()) << failing;
+    }
 }
 
 TEST(WidthTrialChoice, TakesTheFirstByteThatShowsTheWidth)

@@ -109,7 +109,8 @@ TEST_F(KestctlProbe, AWriteToABlankPartIsTriedAndPutBackWhenTheWidthIsWrong)
               line);
     EXPECT_EQ(std::string(256, '\xFF'), image("panel"));
     EXPECT_THAT(says({"seeprom", "write", "panel-vpd", "--hex", "5A5B", "--yes"}),
-                HasSubstr("offset width: one offset byte: a byte written at offset 0x0 as a trial reads back\n"));
+                HasSubstr("offset width: one offset byte, 256 bytes: a byte written at offset 0x0 as a trial reads "
+                          "back\n"));
     EXPECT_EQ("\x5A\x5B\xFF", image("panel").substr(0, 3));
 }
 

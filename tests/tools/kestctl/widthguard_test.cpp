@@ -79,6 +79,54 @@ TEST_F(KestctlWidthGuard, ABlankPartIsTriedOutAlsoWhenItMayBeWrittenUnproved)
     EXPECT_EQ(0, undoFiles());
 }
 
+TEST_F(KestctlWidthGuard, ABlankPartThatGoesOnAtTheNextAddressIsNamedAndRefused)
+{
+    for (const char* keys : {"", "kind = \"fram\"\n"}) {
+        for (const char filled : {'\xFF', '\0'}) {
+            part(keys, "24C16", 2048);
+            fill(std::string(2048, filled));
+            const std::vector<std::string> asSmall{"seeprom", "write", "sim:f,L,1C0002,A0", "--hex",
+                                                   "5A5B",    "--yes", "--width-unproved"};
+            EXPECT_EQ("sim:f,L,1C0002,A0: width proof: the part is no 24C02: one offset byte, and it goes on at the "
+                      "next address (24C04 to 24C16): a byte written at offset 0x0 as a trial reads back; it holds its "
+                      "old bytes; types that would fit: no type of this program",
+                      complaint(3, asSmall));
+            EXPECT_EQ(std::string(2048, filled), content());
+            EXPECT_EQ(0, undoFiles());
+            std::vector<std::string> elsewhere = write;
+            elsewhere.insert(elsewhere.end(), {"--offset", "0x110"});
+            const std::string line = complaint(3, elsewhere);
+            EXPECT_THAT(line, EndsWith("; it holds its old bytes; types that would fit: no type of this program"));
+            EXPECT_EQ(std::string(2048, filled), content());
+            EXPECT_EQ(0, undoFiles());
+        }
+    }
+}
+
+TEST_F(KestctlWidthGuard, ABlankPartShowsWhereItEnds)
+{
+    const std::vector<std::string> asSmall{"seeprom", "write", "sim:f,L,1C0002,A0", "--hex",
+                                           "5A5B",    "--yes", "--offset",          "0x80"};
+    for (const char* keys : {"", "kind = \"fram\"\n"}) {
+        part(keys);
+        EXPECT_THAT(says(asSmall),
+                    HasSubstr("offset width: one offset byte, 256 bytes: a byte written at offset 0x80 as "
+                              "a trial reads back\n"));
+        EXPECT_EQ("Z[", content().substr(0x80, 2));
+    }
+    // no read reaches so far
+    part("", "24C16", 2048, "message_bytes = 32, messages = 2");
+    EXPECT_THAT(says(asSmall),
+                HasSubstr("offset width: one offset byte: a byte written at offset 0x80 as a trial reads "
+                          "back, but not whether it goes on at the next address\n"));
+    std::string expected(2048, '\xFF');
+    expected.replace(0x80, 2, "Z[");
+    EXPECT_EQ(expected, content());
+    // it answers at all addresses
+    part("addresses = \"all\"\n");
+    EXPECT_THAT(says(asSmall), HasSubstr("but not whether it goes on at the next address\n"));
+}
+
 TEST_F(KestctlWidthGuard, AWriteWithoutAProofLeavesAFileThatFitsAPartWithOneOffsetByte)
 {
     part("", "24C256", 32768);
