@@ -38,6 +38,7 @@ struct failure {
     /// What a diagnosis found: one of the words in docs/kestctl.md. Empty when there was none.
     const char* verdict = "";
     std::vector<host::iic::operationRecord> holders = {}; ///< who has the device, when others do
+    int signal = 0; ///< that ended the work; see interruption()
 };
 
 /// A wrong use: the failure with exit code 2. The caller may fill in the rest.

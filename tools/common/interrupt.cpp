@@ -17,6 +17,7 @@
 
 #include "base/clock.h"
 #include "base/descriptor.h"
+#include "tools/common/deadline.h"
 
 namespace kest::tools
 {
@@ -27,11 +28,13 @@ struct signalRow {
     int number;
     exitCode code;
     const char* what;
+    const char* verdict = "";
 };
 constexpr std::array signalRows{
     signalRow{.number = SIGINT, .code = exitInterrupted, .what = "interrupted"},
     signalRow{.number = SIGTERM, .code = exitTerminated, .what = "ended by SIGTERM"},
     signalRow{.number = SIGHUP, .code = exitHungUp, .what = "ended by SIGHUP: the terminal was closed"},
+    signalRow{.number = SIGALRM, .code = exitFailed, .what = "the time of --timeout is up", .verdict = "timeout"},
 };
 
 constexpr std::uint64_t secondInterruptNs = nsPerSecond;
@@ -97,7 +100,8 @@ signalTaker::signalTaker()
         struct sigaction present {
         };
         // nohup, and commands that a script runs in the background, have them ignored
-        if (sigaction(row.number, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
+        const bool counts = row.number != SIGALRM || endsInTime();
+        if (counts && sigaction(row.number, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
             sigaddset(&m_watched, row.number);
         }
     }
@@ -210,13 +214,15 @@ failure interruption(int signal, const std::string& device, const std::string& s
 {
     const auto* row = std::ranges::find(signalRows, signal, &signalRow::number);
     const signalRow& found = row == signalRows.end() ? signalRows.front() : *row;
-    return {.code = found.code, .what = found.what, .device = device, .step = step};
+    return {.code = found.code,
+            .what = found.what,
+            .device = device,
+            .step = step,
+            .verdict = found.verdict,
+            .signal = signal};
 }
 
-bool isInterruption(const failure& why)
-{
-    return std::ranges::find(signalRows, why.code, &signalRow::code) != signalRows.end();
-}
+bool isInterruption(const failure& why) { return why.signal != 0; }
 
 void throwIfInterrupted(const std::string& device, const std::string& step)
 {

@@ -1,5 +1,6 @@
 #include "tools/common/number.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <fmt/core.h>
@@ -12,8 +13,17 @@ namespace kest::tools
 namespace
 {
 
-constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
-constexpr double longestSeconds = 86'400;
+struct sizeUnit {
+    std::string_view name;
+    std::uint64_t bytes;
+};
+constexpr std::array sizeUnits{
+    sizeUnit{.name = "KiB", .bytes = 1ULL << 10}, sizeUnit{.name = "MiB", .bytes = 1ULL << 20},
+    sizeUnit{.name = "GiB", .bytes = 1ULL << 30}, sizeUnit{.name = "K", .bytes = 1ULL << 10},
+    sizeUnit{.name = "M", .bytes = 1ULL << 20},   sizeUnit{.name = "G", .bytes = 1ULL << 30},
+};
+constexpr const char* numberExpected = "a decimal number, or a hexadecimal one after 0x";
+constexpr const char* sizeExpected = "a size such as 256, 0x100, 4KiB or 1MiB";
 
 /// Whether the whole of `text` is a number that fits 64 bits.
 bool wholeNumber(std::string_view text, std::uint64_t& value)
@@ -29,18 +39,13 @@ failure badNumber(const std::string& text, const std::string& what, const std::s
     return wrongUse(fmt::format("{} '{}': expected {}", what, text, expected));
 }
 
-std::uint64_t scaledNumber(const std::string& text, const std::string& what, std::uint64_t maximum,
-                           std::uint64_t minimum, bool suffixes)
+/// Reads a number of `factor` each.
+std::uint64_t scaledNumber(const std::string& text, std::string_view number, std::uint64_t factor,
+                           const std::string& what, std::uint64_t maximum, std::uint64_t minimum, const char* expected)
 {
-    std::string_view number = text;
-    std::uint64_t factor = 1;
-    if (suffixes && (number.ends_with('K') || number.ends_with('M'))) {
-        factor = number.ends_with('K') ? 1024 : 1024 * 1024;
-        number.remove_suffix(1);
-    }
     std::uint64_t value = 0;
     if (!wholeNumber(number, value)) {
-        throw badNumber(text, what, "a decimal number, or a hexadecimal one after 0x");
+        throw badNumber(text, what, expected);
     }
     if (value > maximum / factor || value * factor < minimum) {
         throw badNumber(text, what, fmt::format("{} to {} (0x{:X})", minimum, maximum, maximum));
@@ -53,23 +58,19 @@ std::uint64_t scaledNumber(const std::string& text, const std::string& what, std
 std::uint64_t parseNumber(const std::string& text, const std::string& what, std::uint64_t maximum,
                           std::uint64_t minimum)
 {
-    return scaledNumber(text, what, maximum, minimum, false);
+    return scaledNumber(text, text, 1, what, maximum, minimum, numberExpected);
 }
 
 std::uint64_t parseSize(const std::string& text, const std::string& what, std::uint64_t maximum)
 {
-    return scaledNumber(text, what, maximum, 0, true);
-}
-
-std::uint64_t parseSeconds(const std::string& text, const std::string& what)
-{
-    double seconds = 0;
-    const auto [end, error] =
-        std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
-    if (error != std::errc() || end != text.data() + text.size() || !(seconds >= 0 && seconds <= longestSeconds)) {
-        throw badNumber(text, what, "seconds, 0 to 86400, such as 0.5");
+    std::string_view number = text;
+    for (const sizeUnit& unit : sizeUnits) {
+        if (number.ends_with(unit.name)) {
+            number.remove_suffix(unit.name.size());
+            return scaledNumber(text, number, unit.bytes, what, maximum, 0, sizeExpected);
+        }
     }
-    return static_cast<std::uint64_t>(std::llround(seconds * static_cast<double>(nanosecondsPerSecond)));
+    return scaledNumber(text, number, 1, what, maximum, 0, sizeExpected);
 }
 
 std::uint32_t parsePins(const std::string& text, unsigned pins)

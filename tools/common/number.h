@@ -14,11 +14,9 @@ namespace kest::tools
 [[nodiscard]] std::uint64_t parseNumber(const std::string& text, const std::string& what, std::uint64_t maximum,
                                         std::uint64_t minimum = 0);
 
-/// The same, with K or M (1024, 1024 x 1024) allowed at the end: for lengths and offsets.
+/// A size or an offset: the same, with KiB, MiB or GiB (K, M or G) allowed at the end, powers of 1024. Any other unit is
+/// refused.
 [[nodiscard]] std::uint64_t parseSize(const std::string& text, const std::string& what, std::uint64_t maximum);
-
-/// A time in seconds with a decimal fraction, "0.5", as nanoseconds. Up to a day.
-[[nodiscard]] std::uint64_t parseSeconds(const std::string& text, const std::string& what);
 
 /// Pins such as "0,3,5-7" as a bit mask. @param pins  how many the chip has, at most 32
 [[nodiscard]] std::uint32_t parsePins(const std::string& text, unsigned pins);

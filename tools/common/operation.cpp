@@ -4,13 +4,13 @@
 #include <array>
 #include <cerrno>
 #include <compare>
-#include <cstdio>
+#include <csignal>
 #include <fmt/core.h>
 #include <pwd.h>
 #include <unistd.h>
 
 #include "tools/common/advice.h"
-#include "tools/common/escape.h"
+#include "tools/common/output.h"
 #include "tools/common/when.h"
 
 namespace kest::tools
@@ -77,12 +77,15 @@ void take(operationLock& lock, const device& which, const operationRequest& requ
     const operationRecord who = recordOf(which, request);
     int error = lock.attempt(who);
     if (error == EAGAIN && request.waitNs != 0) {
-        std::fputs(escaped(fmt::format("kestctl: {}: waits for {}", which.label, holderText(lock.holders()))).c_str(),
-                   stderr);
-        std::fputs("\n", stderr);
+        note(fmt::format("{}: waits for {}", which.label, holderText(lock.holders())));
     }
     if (error == EAGAIN) {
         error = lock.wait(who, std::chrono::nanoseconds(request.waitNs), [] { return interruptSignal() != 0; });
+    }
+    if (error == EINTR && interruptSignal() == SIGALRM) {
+        failure why = busyFailure(lock, which);
+        why.tryThis = "wait for its end; the time of --timeout is up";
+        throw why;
     }
     if (error == EINTR) {
         throw interruption(interruptSignal(), which.label, lockStep);

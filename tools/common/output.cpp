@@ -11,6 +11,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
+#include "tools/common/preferences.h"
 
 namespace kest::tools
 {
@@ -76,6 +77,13 @@ output& standardOutput()
     static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
     static_cast<void>(ignored);
     return theOne;
+}
+
+void note(const std::string& line)
+{
+    if (!preferred().quiet) {
+        std::fputs(("kestctl: " + escaped(line) + "\n").c_str(), stderr);
+    }
 }
 
 bool takesSequences()

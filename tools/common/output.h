@@ -48,6 +48,10 @@ private:
 /// the process.
 output& standardOutput();
 
+/// Prints "kestctl: LINE", escaped, on standard error, unless the user wants results alone (-q): what helps to follow the
+/// work, and leaves its result as it is.
+void note(const std::string& line);
+
 /// Whether $TERM names a terminal that takes escape sequences.
 [[nodiscard]] bool takesSequences();
 

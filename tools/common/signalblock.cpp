@@ -9,7 +9,7 @@ signalBlock::signalBlock()
 {
     sigset_t blocked;
     sigemptyset(&blocked);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGALRM}) {
         sigaddset(&blocked, number);
     }
     pthread_sigmask(SIG_BLOCK, &blocked, &m_before);

@@ -1,12 +1,11 @@
 #include "tools/common/when.h"
 
-#include <array>
-#include <charconv>
 #include <chrono>
 #include <ctime>
 #include <fmt/core.h>
 #include <string_view>
 
+#include "tools/common/duration.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -16,23 +15,15 @@ namespace
 
 constexpr std::int64_t msPerSecond = 1000;
 
-struct unitRow {
-    char letter;
-    std::int64_t seconds;
-};
-constexpr std::array units{unitRow{'s', 1}, unitRow{'m', 60}, unitRow{'h', 3600}, unitRow{'d', 86400}};
-
+/// A time before now; a number alone is none.
 bool parseAgo(std::string_view text, std::int64_t& ms)
 {
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    for (const unitRow& unit : units) {
-        if (error == std::errc() && end + 1 == text.data() + text.size() && *end == unit.letter) {
-            ms = nowMs() - number * unit.seconds * msPerSecond;
-            return true;
-        }
+    std::uint64_t agoNs = 0;
+    if (!readDuration(text, 0, agoNs)) {
+        return false;
     }
-    return false;
+    ms = nowMs() - static_cast<std::int64_t>(agoNs / nsPerMs);
+    return true;
 }
 
 bool parseDate(const std::string& text, std::int64_t& ms)

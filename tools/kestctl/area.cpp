@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include "tools/common/duration.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -19,7 +20,8 @@ command addVerb(command area, const std::string& name, const std::string& help, 
 {
     command verb = area.add(name, help);
     verb.fallThrough();
-    verb.footer(more + (more.empty() ? "" : "\n") + "--json and --config FILE work here, too.");
+    verb.footer(more + (more.empty() ? "" : "\n") +
+                "The options of 'kestctl --help' work here, too: --json, --timeout, --config, ...");
     return verb;
 }
 
@@ -80,8 +82,21 @@ void addVotes(command verb, std::uint32_t& votes)
 void addWait(command verb, std::uint64_t& waitNs)
 {
     verb.read(
-        "--wait", [&waitNs](const std::string& text) { waitNs = parseSeconds(text, "--wait"); },
-        "wait so long for others who have the device (default 30, 0: not at all)", "SECONDS");
+        "--wait", [&waitNs](const std::string& text) { waitNs = parseDuration(text, "--wait"); },
+        "wait so long for others who have the device, in seconds, or with a unit: 500ms, 5min (default 30, 0: not at "
+        "all)",
+        "TIME");
+}
+
+void addMilliseconds(command verb, const std::string& name, std::uint32_t& milliseconds, const std::string& help,
+                     std::uint32_t most)
+{
+    const auto read = [&milliseconds, name, most](const std::string& text) {
+        const std::uint64_t ns =
+            parseDuration(text, name, {.plainNs = nsPerMs, .leastNs = nsPerMs, .mostNs = most * nsPerMs});
+        milliseconds = static_cast<std::uint32_t>((ns + nsPerMs - 1) / nsPerMs);
+    };
+    verb.read(name, read, help, "TIME");
 }
 
 } // namespace kest::tools

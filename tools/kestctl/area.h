@@ -46,6 +46,11 @@ void addVotes(command verb, std::uint32_t& votes);
 /// The option --wait. @param waitNs  keeps its value without it
 void addWait(command verb, std::uint64_t& waitNs);
 
+/// An option that takes a time of a millisecond or more, in ms where it has no unit. A part of a millisecond counts as a
+/// whole one.
+void addMilliseconds(command verb, const std::string& name, std::uint32_t& milliseconds, const std::string& help,
+                     std::uint32_t most);
+
 constexpr const char* usualSpeed = "default 400";
 
 /// What --force does in every verb that uses hardware, for the help.

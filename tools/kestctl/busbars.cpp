@@ -8,6 +8,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 
 namespace kest::tools
 {
@@ -26,7 +27,7 @@ std::string barText(const busBar& bar)
                        sizeText(bar.total));
 }
 
-busBars::busBars() : m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences()) {}
+busBars::busBars() : m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences() && !preferred().quiet) {}
 
 void busBars::draw(std::span<const busBar> bars)
 {

@@ -9,13 +9,18 @@
 /// Tests run the program: tests/tools/kestctl_AREA_test.cpp.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 
 namespace kest::tools
 {
 
 struct context {
     bool json = false; ///< --json
+    std::optional<std::uint64_t> timeoutNs; ///< --timeout; 0 and none: no end
+    /// The verb itself ends in that time.
+    bool timesItself = false;
     /// What the command line asked for; set while it is parsed.
     std::function<int()> action;
     /// The command works without a usable configuration.

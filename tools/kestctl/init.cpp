@@ -14,6 +14,7 @@
 #include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/outputfile.h"
+#include "tools/common/preferences.h"
 #include "tools/common/proposal.h"
 #include "tools/kestctl/area.h"
 
@@ -74,10 +75,12 @@ void report(const context& shared, const initOptions& options, const proposal& p
     } else if (options.output.empty()) {
         standardOutput().text(proposed.text());
     } else {
-        standardOutput().text(fmt::format("{}: {} rows are ready, {} wait for a decision; read it, then use it by\n"
-                                          "  export KEST_CONFIG={}\n",
-                                          escaped(options.output), proposed.readyRows(), proposed.rowsToDecide(),
-                                          escaped(shellWord(std::filesystem::absolute(options.output).string()))));
+        const std::string hint =
+            preferred().quiet ? ""
+                              : fmt::format("; read it, then use it by\n  export KEST_CONFIG={}",
+                                            escaped(shellWord(std::filesystem::absolute(options.output).string())));
+        standardOutput().text(fmt::format("{}: {} rows are ready, {} wait for a decision{}\n", escaped(options.output),
+                                          proposed.readyRows(), proposed.rowsToDecide(), hint));
     }
 }
 

@@ -16,6 +16,7 @@
 #include "tools/kestctl/detect.h"
 #include "tools/kestctl/devices.h"
 #include "tools/kestctl/errors.h"
+#include "tools/kestctl/globaloptions.h"
 #include "tools/kestctl/init.h"
 #include "tools/kestctl/message.h"
 #include "tools/kestctl/port.h"
@@ -70,10 +71,7 @@ void setUp(commandLine& line, context& shared)
     program.fallThrough();
     program.footer(footer);
     program.versionFlag(std::string("kestctl ") + kest_version());
-    program.flag("--json", shared.json, "JSON on standard output instead of text");
-    program.read(
-        "--config", [](const std::string& file) { kest::host::useConfigurationFile(file); },
-        "configuration to use instead of $KEST_CONFIG or /etc/kest/kest.toml", "FILE");
+    addGlobalOptions(program, shared);
     for (const auto& add : areas) {
         add(program, shared);
     }
@@ -104,6 +102,7 @@ int parseAndRun(int count, char** words, context& shared)
     if (shared.needsConfiguration && !kest::host::configurationError().empty()) {
         throw wrongUse(kest::host::configurationError(), "repair it, or name another file with --config");
     }
+    useGlobalOptions(shared);
     return shared.action();
 }
 

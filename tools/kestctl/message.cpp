@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/core.h>
 
+#include "base/clock.h"
 #include "base/hex.h"
 #include "platform/host/configuration/configuration.h"
 #include "tools/client/client.h"
@@ -27,12 +28,16 @@ namespace kest::tools
 namespace
 {
 
+constexpr std::uint64_t usualTimeoutNs = 60 * nsPerSecond;
+// for a user who wants no end
+constexpr std::uint64_t longestTimeoutNs = 86'400 * nsPerSecond;
+
 struct messageOptions {
     std::string device;
     std::string offset; ///< empty: 0
     std::string length; ///< empty: up to the end, at most what one message moves
     std::string socket; ///< empty: that of the configuration
-    std::string timeout = "60"; ///< seconds
+    std::uint64_t timeoutNs = usualTimeoutNs; ///< longest wait for a reply
     std::string output; ///< of a read: file or "-"; empty: lines for people
     std::string input; ///< of a write: file or "-"; empty: `hex` is given
     std::string hex;
@@ -70,10 +75,9 @@ void guardHubRead(const device& which, bool force)
 
 client::serviceConnection connect(const messageOptions& options)
 {
-    const auto seconds = parseSeconds(options.timeout, "timeout");
     client::serviceConnection service(options.socket.empty() ? host::currentConfiguration().service.socket
                                                              : std::filesystem::path(options.socket),
-                                      std::chrono::milliseconds(seconds / 1000000));
+                                      std::chrono::milliseconds(options.timeoutNs / nsPerMs));
     service.stopAt(interruptDescriptor());
     return service;
 }
@@ -84,11 +88,8 @@ void warnUnlessHardware()
     const auto& registry = host::currentConfiguration().registry;
     const auto mode = registry.find("tavo/ReadMode");
     if (mode != registry.end() && mode->second.rfind("HWareMode", 0) != 0) {
-        std::fputs(
-            fmt::format("kestctl: the read mode is {}: messages are served from copy 0, whatever device they name\n",
-                        escaped(mode->second))
-                .c_str(),
-            stderr);
+        note(fmt::format("the read mode is {}: messages are served from copy 0, whatever device they name",
+                         mode->second));
     }
 }
 
@@ -256,8 +257,15 @@ command addMessageVerb(command area, context& shared, const char* name, const ch
 {
     command verb = addVerb(area, name, help);
     verb.text("--socket", options->socket, "the service's socket (default: from the configuration)", "PATH");
-    verb.text("--timeout", options->timeout, "longest wait for the reply, in seconds (default 60)", "S");
-    runs(verb, shared, options, run);
+    verb.whenGiven([&shared, options, run] {
+        shared.timesItself = true;
+        shared.action = [&shared, options, run] {
+            // it bounds the wait for each reply: what the service has begun goes on all the same
+            const std::uint64_t wantedNs = shared.timeoutNs.value_or(usualTimeoutNs);
+            options->timeoutNs = wantedNs != 0 ? wantedNs : longestTimeoutNs;
+            return run(shared, *options);
+        };
+    });
     return verb;
 }
 

@@ -1,6 +1,5 @@
 #include "tools/kestctl/seepromundo.h"
 
-#include <cstdio>
 #include <fmt/core.h>
 #include <optional>
 #include <string>
@@ -72,10 +71,7 @@ void passOverDistrusted(const seeprom& chip, std::vector<undoEntry>& entries)
 {
     std::erase_if(entries, [&chip](const undoEntry& entry) {
         if (entry.distrusted) {
-            std::fputs(escaped(fmt::format("kestctl: {}: undo passes over {}", chip.target().label, entry.trouble))
-                           .append("\n")
-                           .c_str(),
-                       stderr);
+            note(fmt::format("{}: undo passes over {}", chip.target().label, entry.trouble));
         }
         return entry.distrusted;
     });

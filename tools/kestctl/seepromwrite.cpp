@@ -13,6 +13,7 @@
 #include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/common/wear.h"
 #include "tools/common/widthproof.h"
 #include "tools/kestctl/area.h"
@@ -105,7 +106,7 @@ void tellLines(const seeprom& chip, std::size_t length, const writeReport& repor
             fmt::format("{}: wrote {} in {}; unchanged: {}; {}\n", name, countText(report.bytesWritten, "byte"),
                         countText(report.pagesWritten, "page"), countText(report.pagesSkipped, "page"),
                         report.verified ? "read back and compared" : "not verified"));
-        if (!report.undoFile.empty()) {
+        if (!report.undoFile.empty() && !preferred().quiet) {
             standardOutput().text(
                 fmt::format("undo: kestctl seeprom restore {}\n", escaped(shellWord(report.undoFile))));
         }
@@ -244,7 +245,8 @@ void addSeepromWrite(command area, context& shared)
     verb.text("-i,--input", options->input, "bytes to write from FILE, - for standard input", "FILE");
     verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
     addChoice(verb, options->to);
-    verb.number("--write-cycle", options->to.writeCycleMs, "longest write cycle of a page in ms (default 15)", 1, 1000);
+    addMilliseconds(verb, "--write-cycle", options->to.writeCycleMs,
+                    "longest write cycle of a page, in ms, or with a unit: 20ms (default 15)", 1000);
     addCare(verb, options->care, options->to);
     runs(verb, shared, options, runSeepromWrite);
 }

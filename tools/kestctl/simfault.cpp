@@ -137,7 +137,8 @@ void addFaultAdd(command fault, context& shared)
     add.number("--seed", what.seed, "of the probability's random numbers; 0: the machine's");
     add.number("--value", what.value, "see the kinds");
     add.number("--byte", what.byte, "data byte it strikes at, from 0");
-    add.number("--lasts-ms", what.lastsMs, "of hold-scl: ends after N ms of bus time", 1);
+    addMilliseconds(add, "--lasts-ms", what.lastsMs,
+                    "of hold-scl: ends after this bus time, in ms, or with a unit: 2s; an hour at most", 3'600'000);
     add.flag("--until-reset", what.untilReset, "ends for good with a reset of the bus or hub");
     runs(add, shared, adding, runFaultAdd);
 }

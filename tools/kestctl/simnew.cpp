@@ -14,6 +14,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/simtemplates.h"
 
@@ -135,8 +136,11 @@ int runSimNew(const context& shared, const simNewOptions& options)
         standardOutput().json(
             {{"folder", options.folder}, {"config", configuration}, {"template", std::string(which.name)}});
     } else {
-        standardOutput().text(fmt::format("made a {} machine; use it by\n  export KEST_CONFIG={}\n  kestctl topology\n",
-                                          which.name, escaped(shellWord(configuration))));
+        const std::string hint = preferred().quiet
+                                     ? ""
+                                     : fmt::format("; use it by\n  export KEST_CONFIG={}\n  kestctl topology",
+                                                   escaped(shellWord(configuration)));
+        standardOutput().text(fmt::format("made a {} machine{}\n", which.name, hint));
     }
     return exitDone;
 }

@@ -6,6 +6,7 @@
 
 #include "kest/thermal.h"
 #include "tools/common/device.h"
+#include "tools/common/duration.h"
 #include "tools/common/entryfailure.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
@@ -130,8 +131,9 @@ void addThermal(command program, context& shared)
     addDevice(read, options->device);
     read.flag("--force", options->force, forcedType);
     const option watch = read.read(
-        "--watch", [options](const std::string& text) { options->intervalNs = parseSeconds(text, "--watch"); },
-        "read again every SECONDS seconds until interrupted, one line per reading", "SECONDS");
+        "--watch", [options](const std::string& text) { options->intervalNs = parseDuration(text, "--watch"); },
+        "read again after this time, in seconds, or with a unit: 500ms; until interrupted, one line per reading",
+        "TIME");
     read.number("--count", options->count, "stop after N readings", 1).needs(watch);
     addWait(read, options->waitNs);
     runs(read, shared, options, runThermalRead);

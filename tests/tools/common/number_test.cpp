@@ -29,27 +29,30 @@ TEST(Numbers, DecimalOrAfter0x)
               complaint([] { static_cast<void>(parseNumber("0", "count", 9, 1)); }));
 }
 
-TEST(Numbers, SizesTakeKAndM)
+TEST(Numbers, SizesTakeUnits)
 {
-    EXPECT_EQ(4096U, parseSize("4K", "length", 65536));
-    EXPECT_EQ(2097152U, parseSize("2M", "length", 1U << 30));
+    const auto size = [](const std::string& text) { return parseSize(text, "length", 1U << 30); };
+    EXPECT_EQ(4096U, size("4K"));
+    EXPECT_EQ(2097152U, size("2M"));
+    EXPECT_EQ(1073741824U, size("1G"));
+    EXPECT_EQ(4096U, size("4KiB"));
+    EXPECT_EQ(1048576U, size("1MiB"));
+    EXPECT_EQ(1073741824U, size("1GiB"));
+    EXPECT_EQ(256U, size("0x100"));
+    EXPECT_EQ(16384U, size("0x10KiB"));
+    EXPECT_EQ(0U, size("0"));
+    for (const char* text : {"", "K", "KiB", "4k", "4kB", "4KB", "4kib", "4 KiB", "4KiBs", "-4KiB", "+4", "4.5KiB",
+                             "4iB", "4B", "ff", "99999999999999999999"}) {
+        EXPECT_EQ("2 length '" + std::string(text) + "': expected a size such as 256, 0x100, 4KiB or 1MiB",
+                  complaint([&] { static_cast<void>(size(text)); }));
+    }
     EXPECT_EQ("2 length '65K': expected 0 to 65536 (0x10000)",
               complaint([] { static_cast<void>(parseSize("65K", "length", 65536)); }));
-    EXPECT_EQ("2 length 'K': expected a decimal number, or a hexadecimal one after 0x",
-              complaint([] { static_cast<void>(parseSize("K", "length", 65536)); }));
-    // 2^54 + 1: times 1024 it would wrap to 1024
+    // 2^54 + 1 and 2^34: in bytes they would wrap to 1024 and to 0
     EXPECT_EQ("2 length '18014398509481985K': expected 0 to 65536 (0x10000)",
               complaint([] { static_cast<void>(parseSize("18014398509481985K", "length", 65536)); }));
-}
-
-TEST(Numbers, Seconds)
-{
-    EXPECT_EQ(500'000'000U, parseSeconds("0.5", "--watch"));
-    EXPECT_EQ(0U, parseSeconds("0", "--watch"));
-    for (const char* text : {"", "-1", "1s", "nan", "inf", "86401", "1e3"}) {
-        EXPECT_EQ("2 --watch '" + std::string(text) + "': expected seconds, 0 to 86400, such as 0.5",
-                  complaint([&] { static_cast<void>(parseSeconds(text, "--watch")); }));
-    }
+    EXPECT_EQ("2 length '17179869184GiB': expected 0 to 65536 (0x10000)",
+              complaint([] { static_cast<void>(parseSize("17179869184GiB", "length", 65536)); }));
 }
 
 TEST(Numbers, Pins)

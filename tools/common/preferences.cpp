@@ -1,0 +1,12 @@
+#include "tools/common/preferences.h"
+
+namespace kest::tools
+{
+
+preferences& preferred()
+{
+    static preferences theOnes;
+    return theOnes;
+}
+
+} // namespace kest::tools
