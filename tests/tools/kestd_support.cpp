@@ -120,12 +120,11 @@ client::frame seepromRequest(std::uint16_t type, std::uint32_t offset, std::uint
 
 Daemon::Daemon(const std::filesystem::path& folder, std::vector<std::string> arguments, int handed,
                std::map<std::string, std::string> environment, const std::vector<std::string>& runner)
-    : m_errors(folder / "kestd.errors")
+    : m_errors(folder / "kestd.errors"), m_manager(folder / ("notify" + std::to_string(++m_count))),
+      m_notify(boundSocket(m_manager, SOCK_DGRAM))
 {
-    const auto notifyPath = folder / ("notify" + std::to_string(++m_count));
-    m_notify = boundSocket(notifyPath, SOCK_DGRAM);
     // it may run as another user
-    std::filesystem::permissions(notifyPath, std::filesystem::perms(0777));
+    std::filesystem::permissions(m_manager, std::filesystem::perms(0777));
     std::vector<std::string> words = runner;
     const std::vector<std::string> command = commandOf("kestd");
     words.insert(words.end(), command.begin(), command.end());
@@ -135,7 +134,7 @@ Daemon::Daemon(const std::filesystem::path& folder, std::vector<std::string> arg
         pointers.push_back(word.data());
     }
     pointers.push_back(nullptr);
-    environment.emplace("NOTIFY_SOCKET", notifyPath);
+    environment.emplace("NOTIFY_SOCKET", m_manager);
     // the child fills in its process number
     std::array<char, 32> listener{};
     if (handed >= 0) {
@@ -181,20 +180,24 @@ bool Daemon::isReady()
     return ready;
 }
 
-bool Daemon::says(const std::string& text)
+std::vector<std::string> Daemon::saidUntil(const std::string& text)
 {
     const auto until = std::chrono::steady_clock::now() + patience;
+    std::vector<std::string> said;
     for (;;) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();
         pollfd wait{m_notify, POLLIN, 0};
         char buffer[512];
         if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0) {
-            return false;
+            return {};
         }
         const ssize_t got = recv(m_notify, buffer, sizeof buffer, 0);
-        if (got > 0 && std::string(buffer, static_cast<std::size_t>(got)).find(text) != std::string::npos) {
-            return true;
+        if (got > 0) {
+            said.emplace_back(buffer, static_cast<std::size_t>(got));
+            if (said.back().find(text) != std::string::npos) {
+                return said;
+            }
         }
     }
 }

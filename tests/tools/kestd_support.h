@@ -115,7 +115,13 @@ public:
     bool isReady();
 
     /// Waits until the service has sent `text` to its manager.
-    bool says(const std::string& text);
+    bool says(const std::string& text) { return !saidUntil(text).empty(); }
+
+    /// @return what the service has sent to its manager, up to the message with `text`; nothing when that does not come
+    std::vector<std::string> saidUntil(const std::string& text);
+
+    /// Where its manager listens.
+    [[nodiscard]] const std::filesystem::path& manager() const { return m_manager; }
 
     /// Has the service read its configuration again. @return whether it reports that it has
     bool reload()
@@ -155,6 +161,7 @@ private:
 
     static inline int m_count = 0;
     std::filesystem::path m_errors;
+    std::filesystem::path m_manager;
     int m_notify = -1;
     pid_t m_pid = -1;
 };

@@ -101,14 +101,15 @@ jobQueue::begunJob jobQueue::take()
     share->m_reachedNs = std::max(share->m_reachedNs, node.key());
     share->m_firstRunsNs = std::max(share->m_firstRunsNs, share->m_reachedNs);
     job->m_usedNs = node.key();
-    job->m_begunNs = m_clock();
+    const std::int64_t begunNs = m_clock();
+    job->m_begunNs = begunNs;
     job->m_countedUntilNs.reset();
     job->m_charged = false;
     ++job->m_runs;
     job->m_node = std::move(node);
     queueForTurn(*share);
     const std::uint64_t run = job->m_runs;
-    return {std::move(job), run};
+    return {std::move(job), run, begunNs};
 }
 
 void jobQueue::finish(const begunJob& begun)

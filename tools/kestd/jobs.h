@@ -87,6 +87,7 @@ public:
     struct begunJob {
         std::shared_ptr<serviceJob> job;
         std::uint64_t run; ///< which of the job's runs it is
+        std::int64_t begunNs; ///< by the clock of the queue
     };
     /// Takes the job that is next; its run begins. There must be one.
     [[nodiscard]] begunJob take();

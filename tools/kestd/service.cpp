@@ -32,10 +32,26 @@ constexpr auto tidyInterval = 1s;
 constexpr auto acceptPause = 100ms;
 /// When there is no memory left.
 constexpr auto memoryPause = 10ms;
+/// Of the watchdog. A request that has been at work for as long is taken for hung.
+constexpr int hungIntervals = 10;
 /// For a client to take its last replies once the service is to end.
 constexpr std::int64_t lastReplyMs = 5000;
 
 void note(const std::string& text) { fmt::print(stderr, "kestd: {}\n", text); }
+
+/// Says that a request hangs, or does so no longer. Without memory nothing is said.
+void tellHung(bool hangs, std::chrono::seconds limit) noexcept
+{
+    try {
+        const std::string status =
+            hangs ? fmt::format("a request has been at work for {} s and is taken for hung", limit.count())
+                  : "the request that was taken for hung has ended";
+        note(status);
+        notify(("STATUS=" + status).c_str());
+    } catch (const std::exception&) {
+        return;
+    }
+}
 
 /// Something to do, without which the service does not end.
 class serviceTask : public serviceJob
@@ -135,10 +151,7 @@ std::shared_ptr<const serviceRules> messageService::rules() const
 void messageService::reload()
 {
     const std::lock_guard guard(m_reloading);
-    const auto micros =
-        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
-            .count();
-    notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", micros).c_str());
+    notifyReloading();
     const std::string error = host::reloadConfiguration();
     if (error.empty()) {
         useConfiguration();
@@ -280,6 +293,7 @@ void messageService::remove(clientSession& session)
 void messageService::tidy()
 {
     bool more = false;
+    bool stopping = false;
     {
         const std::int64_t now = steadyMs();
         const std::lock_guard guard(m_lock);
@@ -288,9 +302,11 @@ void messageService::tidy()
             client->endWhenLate(now, idleMs, m_stopping ? lastReplyMs : idleMs);
         }
         more = m_tidying = !m_clients.empty();
-        if (m_stopping) {
-            notify("WATCHDOG=1");
-        }
+        stopping = m_stopping;
+    }
+    // its own timer has ended
+    if (stopping) {
+        tellAlive();
     }
     // without the lock, which is needed to give memory back
     if (more) {
@@ -339,10 +355,27 @@ void messageService::stop()
     }
 }
 
+/// Tells the service manager that the service is alive. Not while a request hangs, as at a driver that never returns: its
+/// thread can't be ended, so the manager is to end the process and start another.
+void messageService::tellAlive()
+{
+    if (!m_watchdog) {
+        return;
+    }
+    const auto limit = hungIntervals * *m_watchdog;
+    const bool hangs = m_workers.longestRun() >= limit;
+    if (hangs != std::exchange(m_hangs, hangs)) {
+        tellHung(hangs, std::chrono::duration_cast<std::chrono::seconds>(limit));
+    }
+    if (!hangs) {
+        notify("WATCHDOG=1");
+    }
+}
+
 void messageService::feedWatchdog()
 {
     if (m_watchdog && m_acceptor.is_open()) {
-        notify("WATCHDOG=1");
+        tellAlive();
         after(m_watchdogTimer, *m_watchdog / 2, &messageService::feedWatchdog);
     }
 }

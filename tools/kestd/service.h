@@ -67,6 +67,7 @@ private:
     void reload();
     void stop();
     void tidy();
+    void tellAlive();
     void feedWatchdog();
 
     clientPlaces m_places; ///< outlives the sessions, which the context may hold
@@ -79,6 +80,7 @@ private:
     eventTimer m_tidyTimer;
     eventTimer m_watchdogTimer;
     std::optional<std::chrono::microseconds> m_watchdog;
+    bool m_hangs = false; ///< a request, as the manager was told; for event handlers alone
     std::mutex m_reloading; ///< one at a time
     std::shared_ptr<serviceJob> m_listener;
     std::mutex m_listening; ///< of the acceptor and its timer

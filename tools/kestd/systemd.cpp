@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -108,6 +109,13 @@ handedSocket takeHandedSocket()
 }
 
 void notify(const char* state) { sd_notify(0, state); }
+
+void notifyReloading()
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", micros).c_str());
+}
 
 std::optional<std::chrono::microseconds> watchdogInterval()
 {

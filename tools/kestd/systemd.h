@@ -17,6 +17,9 @@ handedSocket takeHandedSocket();
 /// Says "READY=1" and the like.
 void notify(const char* state);
 
+/// Says that a reload begins. It ends with READY=1.
+void notifyReloading();
+
 /// How often the manager wants a sign of life; nothing when it wants none.
 std::optional<std::chrono::microseconds> watchdogInterval();
 

@@ -151,9 +151,31 @@ void workerPool::work()
     m_gone.notify_all();
 }
 
+std::chrono::nanoseconds workerPool::longestRun() const
+{
+    const poolLock lock(m_lock);
+    return std::chrono::nanoseconds(m_oldest != nullptr ? m_options.clock() - m_oldest->begunNs : 0);
+}
+
+/// Adds a run behind those that began before it.
+void workerPool::enter(jobInWork& run)
+{
+    run.before = m_latest;
+    (m_latest != nullptr ? m_latest->after : m_oldest) = &run;
+    m_latest = &run;
+}
+
+void workerPool::leave(jobInWork& run)
+{
+    (run.before != nullptr ? run.before->after : m_oldest) = run.after;
+    (run.after != nullptr ? run.after->before : m_latest) = run.before;
+}
+
 void workerPool::perform(poolLock& lock)
 {
     jobQueue::begunJob begun = m_jobs.take();
+    jobInWork run{begun.begunNs, nullptr, nullptr};
+    enter(run);
     ++m_steps;
     ++m_unpolled;
     if (m_jobs.hasJob() && m_sleeping > m_called && m_abreast + m_called < m_mostAbreast) {
@@ -176,6 +198,7 @@ void workerPool::perform(poolLock& lock)
     // its destructor may close a connection
     begun.job.reset();
     lock.lock();
+    leave(run);
 }
 
 /// @param mayWait  for an event; else only what has come is handled

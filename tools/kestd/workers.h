@@ -57,9 +57,18 @@ public:
     /// The owner of the service's own jobs, to which the limits don't apply.
     [[nodiscard]] const std::shared_ptr<jobShare>& own() const { return m_jobs.own(); }
 
+    /// @return for how long the oldest of the jobs in work has been so; 0 when there is none
+    [[nodiscard]] std::chrono::nanoseconds longestRun() const;
+
     static std::int64_t steadyNs();
 
 private:
+    /// A job in work. It lies on its thread's stack.
+    struct jobInWork {
+        std::int64_t begunNs;
+        jobInWork* before;
+        jobInWork* after;
+    };
     using poolLock = std::unique_lock<std::mutex>;
 
     static void* workMain(void* workers);
@@ -72,12 +81,16 @@ private:
     void supervise();
     void enlist();
     bool joins(std::uint64_t& watch);
+    void enter(jobInWork& run);
+    void leave(jobInWork& run);
 
     asio::io_context& m_context;
     const tuning m_options;
     const unsigned m_mostAbreast;
-    std::mutex m_lock; ///< of all that follows
+    mutable std::mutex m_lock; ///< of all that follows
     jobQueue m_jobs;
+    jobInWork* m_oldest = nullptr; ///< of the jobs in work
+    jobInWork* m_latest = nullptr;
     std::condition_variable m_wanted; ///< wakes a sleeping worker
     std::condition_variable m_stirred; ///< wakes the supervisor
     std::condition_variable m_gone;

@@ -152,6 +152,52 @@ TEST_F(KestdWorkers, JobThatThrowsEndsItselfAlone)
     finish();
 }
 
+/// Two threads, on a clock that the test drives.
+class KestdRuns : public KestdWorkers
+{
+protected:
+    KestdRuns() : KestdWorkers({.clock = [] { return timeNs.load(); }, .abreast = 2}) { timeNs = 0; }
+
+    /// Submits a job that runs until `end` is noted, and waits until it has begun.
+    void begin(const std::shared_ptr<jobShare>& owner, char name, char end)
+    {
+        asio::post(context(), [this, owner, name, end] {
+            submit(owner, [this, name, end] {
+                note(name);
+                EXPECT_TRUE(awaits(end));
+            });
+        });
+        EXPECT_TRUE(awaits(name));
+    }
+
+    static std::atomic<std::int64_t> timeNs;
+};
+
+std::atomic<std::int64_t> KestdRuns::timeNs;
+
+TEST_F(KestdRuns, TheLongestIsThatOfTheOldestJobInWork)
+{
+    using std::chrono::nanoseconds;
+    start(2, 1, [] {});
+    EXPECT_EQ(nanoseconds(0), workers().longestRun());
+    timeNs = 1000;
+    begin(alice, 'a', 'x');
+    timeNs = 5000;
+    EXPECT_EQ(nanoseconds(4000), workers().longestRun());
+    begin(bob, 'b', 'y');
+    timeNs = 8000;
+    EXPECT_EQ(nanoseconds(7000), workers().longestRun());
+    note('x');
+    const auto until = std::chrono::steady_clock::now() + patience;
+    while (workers().longestRun() != nanoseconds(3000) && std::chrono::steady_clock::now() < until) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(nanoseconds(3000), workers().longestRun());
+    note('y');
+    finish();
+    EXPECT_EQ(nanoseconds(0), workers().longestRun());
+}
+
 /// One job at a time, on a clock that the jobs drive.
 class KestdShares : public KestdWorkers
 {
