@@ -8,6 +8,7 @@ import tempfile
 import unittest
 
 SCRIPT = pathlib.Path(__file__).with_name("commands.py")
+TUTORIAL = pathlib.Path(__file__).resolve().parents[2] / "docs" / "tutorial.md"
 
 
 def run(text, *options, verb="run"):
@@ -85,6 +86,9 @@ class Commands(unittest.TestCase):
 
     def test_runs_a_preparation(self):
         self.assert_good(2, "<!-- before: echo one >file -->\n" + session("$ cat file", "one"))
+
+    def test_runs_nothing_for_the_tutorial_that_its_reader_does_not_see(self):
+        self.assertNotIn("<!--", TUTORIAL.read_text(encoding="utf-8"))
 
     def test_leaves_out_blocks_of_a_kind(self):
         text = "```sh board\nfalse\n```\n```sh\ntrue\n```\n"
