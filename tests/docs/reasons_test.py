@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Every reason code that a source defines has a row in the operator's guide, and every row has a definition."""
 
+import errno
 import pathlib
 import re
 import unittest
@@ -8,6 +9,8 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 # `name = 0x1311` and the return codes of the service, `name = 0x80001601`; a component's own number ends in 00
 DEFINITION = re.compile(r"\b\w+ = 0x(?:8000)?(1[3-7][0-9A-F]{2})\b")
+GUIDE = ROOT / "docs" / "operators-guide.md"
+ERROR_ROW = re.compile(r"^\| (\w{8}) \| (E\w+) \|", re.MULTILINE)
 ROW = re.compile(r"^\| 0x(1[3-7][0-9A-F]{2}) \|", re.MULTILINE)
 
 
@@ -24,11 +27,16 @@ def defined():
 
 class Reasons(unittest.TestCase):
     def test_of_the_sources_are_those_of_the_operators_guide(self):
-        rows = ROW.findall((ROOT / "docs/operators-guide.md").read_text(encoding="utf-8"))
+        rows = ROW.findall(GUIDE.read_text(encoding="utf-8"))
         codes = defined()
         self.assertEqual({}, {code: path for code, path in codes.items() if code not in rows})
         self.assertEqual([], [code for code in rows if code not in codes])
         self.assertGreater(len(rows), 70)
+
+    def test_error_numbers_of_the_operators_guide_are_those_of_this_system(self):
+        rows = ERROR_ROW.findall(GUIDE.read_text(encoding="utf-8"))
+        self.assertEqual([(f"{getattr(errno, name):08X}", name) for _, name in rows], rows)
+        self.assertEqual(14, len(rows))
 
 
 if __name__ == "__main__":
