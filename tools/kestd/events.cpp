@@ -1,5 +1,6 @@
 #include "tools/kestd/events.h"
 
+#include <asio/post.hpp>
 #include <csignal>
 #include <utility>
 
@@ -16,6 +17,10 @@ void eventTimer::start(std::chrono::steady_clock::duration pause, std::function<
 }
 
 void eventTimer::cancel() { m_timer.cancel(); }
+void eventTimer::cancelSoon()
+{
+    asio::post(m_timer.get_executor(), [this] { m_timer.cancel(); });
+}
 
 eventSignals::eventSignals(asio::io_context& context) : m_signals(context, SIGTERM, SIGINT, SIGHUP) {}
 eventSignals::~eventSignals() = default;

@@ -24,6 +24,8 @@ public:
     /// Calls `step` once the time has passed, or when the timer is cancelled or started again.
     void start(std::chrono::steady_clock::duration pause, std::function<void()> step);
     void cancel();
+    /// Cancels it from any thread. Throws std::bad_alloc as start() does.
+    void cancelSoon();
 
 private:
     using executor = asio::io_context::executor_type;

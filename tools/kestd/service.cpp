@@ -281,11 +281,19 @@ void messageService::remove(clientSession& session)
 {
     // its connection is closed after the lock
     std::shared_ptr<clientSession> removed;
-    const std::lock_guard guard(m_lock);
-    const auto found = m_clients.find(&session);
-    if (found != m_clients.end()) {
-        removed = std::move(found->second);
-        m_clients.erase(found);
+    bool last = false;
+    {
+        const std::lock_guard guard(m_lock);
+        const auto found = m_clients.find(&session);
+        if (found != m_clients.end()) {
+            removed = std::move(found->second);
+            m_clients.erase(found);
+        }
+        last = m_stopping && m_clients.empty();
+    }
+    if (last) {
+        // nothing is left to look after: the service ends at once
+        insist([this] { m_tidyTimer.cancelSoon(); });
     }
 }
 
@@ -348,6 +356,8 @@ void messageService::stop()
     m_acceptTimer.cancel();
     listening.unlock();
     m_watchdogTimer.cancel();
+    // looks at once whether there are clients left; nobody else starts it any more
+    m_tidyTimer.cancel();
     const std::lock_guard guard(m_lock);
     m_stopping = true;
     for (const auto& [key, client] : m_clients) {
