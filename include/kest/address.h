@@ -1,3 +1,4 @@
+/// @file
 /// Device addresses: chains of IIC devices from the bus master to the end device, and per-call attributes.
 ///
 /// All functions may be used from any thread; none keeps state.
@@ -33,7 +34,7 @@ enum kest_deviceType : std::uint32_t {
 /// One device of a chain; the first is the one nearest the bus master. The chain belongs to the code that built it.
 struct kest_deviceAddress {
     std::uint8_t address; ///< IIC address, 8-bit form
-    kest_deviceType type;
+    kest_deviceType type; ///< what the device is
     std::uint8_t port; ///< on a hub: the sub-bus through which the next device is reached
     kest_deviceAddress* next; ///< null at the end device
 };
@@ -49,38 +50,53 @@ enum kest_attribute : std::int32_t {
     KEST_ATTR_TRANSFER_MODE = 5, ///< selects the time-out formula; default 1
 };
 
+/// The value of one attribute, in the attribute's own unit.
 using kest_attributeValue = std::uint32_t;
 
 /// Number of values in an attribute record. A null record stands for the defaults 400, 1, 15, 1, 2, 1.
 constexpr int KEST_ATTR_COUNT = 6;
 
-/// Appends one node, allocated with `new`, to the list at `*list` (null: an empty list). A null `list` is ignored.
+/// Appends one node, allocated with `new`, to a list. Without memory the list stays as it is.
+/// @param address  IIC address, 8-bit form
+/// @param type  what the device is
+/// @param port  on a hub: the sub-bus through which the next device is reached, 0 to 7; else 0
+/// @param[in,out] list  the list, null when it is empty; the caller owns it and frees it with KEST_deleteDevAddress().
+/// A null `list` is ignored.
 void KEST_addDevAddress(unsigned char address, kest_deviceType type, unsigned char port, kest_deviceAddress** list);
 
-/// Removes and deletes the last node, or with `all` every node; an emptied `*list` becomes null. Null or empty is
-/// ignored.
+/// Removes and deletes the last node of a list, or all of them.
+/// @param[in,out] list  a list that KEST_addDevAddress() or KEST_unflattenAddressList() made; null once it is empty.
+/// Null or empty is ignored.
+/// @param all  true: every node; false: the last one
 void KEST_deleteDevAddress(kest_deviceAddress** list, bool all);
 
-/// Copies a list into one array whose elements link to one another.
-/// @param[out] size  bytes of the array (nodes x sizeof(kest_deviceAddress)); 0 for a null list
-/// @return the array, to delete with `delete[]`; null for a null list.
+/// Copies a list into one array whose elements link to one another. Padding is zero.
+/// @param list  stays the caller's
+/// @param[out] size  bytes of the array (nodes x sizeof(kest_deviceAddress)), 0 when there is none; may be null
+/// @return the array, which the caller owns, to delete with `delete[]`; null for a null list and without memory.
 kest_deviceAddress* KEST_flattenAddressList(const kest_deviceAddress* list, unsigned int* size);
 
-/// Copies a flat array, whose links must be valid, into a list. @return the list; null for null.
+/// Copies a flat array, whose links must be valid, into a list.
+/// @param flat  stays the caller's
+/// @return the list, which the caller owns, to free with KEST_deleteDevAddress(); null for null and without memory.
 kest_deviceAddress* KEST_unflattenAddressList(const kest_deviceAddress* flat);
 
 /// Makes the links of a flat array that was copied to `flat` point into the copy. The last element is the first whose
-/// link is null. Null is ignored.
+/// link is null.
+/// @param[in,out] flat  the copy; null is ignored
 void KEST_reflattenAddressList(kest_deviceAddress* flat);
 
 /// Checks a chain: at most three nodes, hubs first, exactly one end device, last.
+/// @param list  the chain, which stays the caller's
 /// @return 0 when valid; 0xAC0001 no list, 0xAC0002 more than three nodes, 0xAC0003 unknown type, 0xAC0004 end device
 /// before a hub, 0xAC0005 end device before an end device, 0xAC0006 forbidden hub behind a hub, 0xAC0007 chain ends
 /// in a hub.
 std::uint32_t kest_checkAddressList(const kest_deviceAddress* list);
 
-/// Sets one attribute; the value 0 restores its default.
-/// @param record  six values, indexed by `kest_attribute`; left alone on an error
+/// Sets one attribute of a record.
+/// @param id  which one
+/// @param value  in the attribute's unit; 0 restores the default
+/// @param[in,out] record  six values, indexed by `kest_attribute`; left alone on an error
 /// @return null on success, else an entry that the caller owns: 0x8000132B no record, 0x80001301 no such attribute.
 ErrlEntry* KEST_setAttribute(kest_attribute id, kest_attributeValue value, kest_attributeValue* record);
 

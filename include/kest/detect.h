@@ -1,4 +1,5 @@
-/// Device detection.
+/// @file
+/// Device detection. The function may be called from any thread, and blocks until it is done.
 #pragma once
 
 #include "kest/address.h"

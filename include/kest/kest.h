@@ -1,3 +1,4 @@
+/// @file
 /// Everything that the library exports.
 #pragma once
 

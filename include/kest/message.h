@@ -1,3 +1,4 @@
+/// @file
 /// The request entry point for message dispatchers.
 #pragma once
 
@@ -23,7 +24,7 @@ enum kest_messageType : std::uint16_t {
 
 /// Bits of a reply's flags.
 enum kest_replyFlag : std::uint8_t {
-    KEST_REPLY_WRITTEN = 0x01,
+    KEST_REPLY_WRITTEN = 0x01, ///< a write was served
     KEST_REPLY_DATA = 0x02, ///< the reply has a payload
     KEST_REPLY_SERVED = 0x40, ///< with one of the two above
 };
@@ -34,6 +35,9 @@ extern "C" {
 
 /// Serves one request message and fills the reply. Any thread may call it.
 /// @param context  not used
+/// @param request  stays the caller's; must not be null
+/// @param[out] reply  gets the request's identifier and type, flags, and the payload when there is one; stays the
+/// caller's
 /// @return null when all went well, else an entry that the caller owns. Return code 0x8000132B with module 0xFF means
 /// no memory: for the data of a write, which is then not started, or for the reply's data; its flags are then 0.
 ErrlEntry* kestProcessMsg(void* context, NetcMessage* request, NetcMessage* reply);

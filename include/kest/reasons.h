@@ -1,4 +1,5 @@
-/// The numbers in the library's error entries, with words for them. docs/error-codes.md has more.
+/// @file
+/// The numbers in the library's error entries, with words for them.
 #pragma once
 
 #include <array>
@@ -122,18 +123,19 @@ enum kest_module : std::uint32_t {
 
 /// Subsections of user details: what a block is.
 constexpr std::uint8_t kest_dtlsAddressList = 1; ///< a flat address list
-constexpr std::uint8_t kest_dtlsSourceId = 2;
+constexpr std::uint8_t kest_dtlsSourceId = 2; ///< the unit that failed
 constexpr std::uint8_t kest_dtlsRegistry = 3; ///< a registry key or value
-constexpr std::uint8_t kest_dtlsDevicePath = 5;
+constexpr std::uint8_t kest_dtlsDevicePath = 5; ///< the first field of a device text
 constexpr std::uint8_t kest_dtlsFfdc = 6; ///< the IIC layer's first-failure data
-constexpr std::uint8_t kest_dtlsDeviceText = 7;
+constexpr std::uint8_t kest_dtlsDeviceText = 7; ///< what names the device
 
 /// A number and its words.
 struct kest_codeText {
-    std::uint32_t code;
-    const char* text;
+    std::uint32_t code; ///< the number
+    const char* text; ///< static
 };
 
+/// Words for each `kest_reason`.
 inline constexpr std::array kest_reasonTexts{
     kest_codeText{KEST_REASON_NO_ATTRIBUTE, "no such attribute"},
     kest_codeText{KEST_REASON_CHAIN_INVALID, "the chain of devices is not valid"},
@@ -184,6 +186,7 @@ inline constexpr std::array kest_reasonTexts{
     kest_codeText{KEST_REASON_UNSUPPORTED, "not supported"},
 };
 
+/// Words for each `kest_module`: an exported function, or what was done.
 inline constexpr std::array kest_moduleTexts{
     kest_codeText{KEST_MODULE_SET_ATTRIBUTE, "KEST_setAttribute"},
     kest_codeText{KEST_MODULE_DP_READ, "KEST_dpRead"},
@@ -230,6 +233,7 @@ inline constexpr std::array kest_moduleTexts{
     kest_codeText{KEST_MODULE_PROCESS_MSG, "kestProcessMsg"},
 };
 
+/// Words for each subsection of user details.
 inline constexpr std::array kest_detailsTexts{
     kest_codeText{kest_dtlsAddressList, "address chain"}, kest_codeText{kest_dtlsSourceId, "source unit"},
     kest_codeText{kest_dtlsRegistry, "registry"},         kest_codeText{kest_dtlsDevicePath, "device path"},

@@ -1,4 +1,5 @@
-/// Reading and writing SEEPROMs, from hardware or persisted copies.
+/// @file
+/// Reading and writing SEEPROMs, from hardware or persisted copies. Both functions may be called from any thread.
 #pragma once
 
 #include "kest/address.h"
@@ -26,10 +27,14 @@ ErrlEntry* KEST_seepromRead(tavo_deviceaddress address, const char* spare, unsig
 
 /// Writes bytes of a SEEPROM to its persisted copy or over IIC, as the read mode in `attributes` says. Blocks until
 /// done. In mixed mode a device that has a persisted copy is not touched: the copy takes the write.
+/// @param address  device number (names the persisted copy) and device text (names the hardware)
+/// @param spare  not used
+/// @param offset  first byte, counted from 0
 /// @param[in,out] length  in: bytes at `data`. out: bytes that the bus layer reports written; after a failure any
 /// value, even (unsigned)-1
 /// @param data  stays the caller's
-/// Other parameters and the result as for KEST_seepromRead().
+/// @param attributes  six values indexed by `kest_attribute`; null takes the defaults
+/// @return null on success, else an entry that the caller owns: pass it on, commit it or delete it.
 ErrlEntry* KEST_seepromWrite(tavo_deviceaddress address, const char* spare, unsigned int offset, unsigned int* length,
                              const unsigned char* data, const kest_attributeValue* attributes);
 

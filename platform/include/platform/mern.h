@@ -1,3 +1,4 @@
+/// @file
 /// The platform's IIC resource access layer: open devices on IIC buses, configured, positioned, read and written.
 ///
 /// Addresses are in the 8-bit form throughout: 0xA0 is the chip at 7-bit 0x50. An odd one is EINVAL. Nothing is ever
@@ -17,23 +18,25 @@
 /// Below, n is the offset length of the block in force: so many bytes of the position go out before the data.
 ///
 /// Every function that fails sets `errno`, always:
-/// ENXIO    the address was not acknowledged
-/// EIO      a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, or the system failed
-///          for a reason that is not listed here
-/// ETIME    SCL or SDA held, bus busy too long, a write cycle that does not end, the transfer's time-out
-/// ENODATA  the first byte of a read with n = 3 or 4 (a hub's status) is not 0
-/// ENODEV   bus or node gone, or the node is not mapped
-/// ENOENT   no such bus, or a malformed path
-/// EBADF    closed or foreign handle
-/// EINVAL   bad argument, no target set, a transfer with n = 0 that is more than the adapter takes in one message
-/// EFAULT   null buffer
-/// EBUSY    the lock was not free within its time-out
-/// EACCES   not permitted to open; the folder of a bus's locks and first-failure data cannot be made or used, or is
-///          refused. It is refused when everybody may replace files in it, or when its owner is not root, the caller
-///          or, for a simulated bus, the owner of the machine folder
-/// ENOMEM   no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
-/// ENOSYS   the adapter or the chain cannot do it, and nothing was sent; first-failure data say what the adapter lacks
-/// EDEADLK  this handle already holds that lock; nothing else gives EDEADLK
+///
+/// - ENXIO: the address was not acknowledged
+/// - EIO: a data byte was not acknowledged, the transfer ended short, arbitration stayed lost, or the system failed
+///   for a reason that is not listed here
+/// - ETIME: SCL or SDA held, bus busy too long, a write cycle that does not end, the transfer's time-out
+/// - ENODATA: the first byte of a read with n = 3 or 4 (a hub's status) is not 0
+/// - ENODEV: bus or node gone, or the node is not mapped
+/// - ENOENT: no such bus, or a malformed path
+/// - EBADF: closed or foreign handle
+/// - EINVAL: bad argument, no target set, a transfer with n = 0 that is more than the adapter takes in one message
+/// - EFAULT: null buffer
+/// - EBUSY: the lock was not free within its time-out
+/// - EACCES: not permitted to open; the folder of a bus's locks and first-failure data cannot be made or used, or
+///   is refused. It is refused when everybody may replace files in it, or when its owner is not root, the caller
+///   or, for a simulated bus, the owner of the machine folder
+/// - ENOMEM: no memory, open file or disk space left, also where the system says so with EMFILE or ENFILE
+/// - ENOSYS: the adapter or the chain cannot do it, and nothing was sent; first-failure data say what the adapter
+///   lacks
+/// - EDEADLK: this handle already holds that lock; nothing else gives EDEADLK
 ///
 /// On the wire. S is a START, R a repeated START, P a STOP, a an acknowledge, n its absence; d0, d1, ... are data. The
 /// upper line shows what the layer sends, the lower one what the device sends.
@@ -108,7 +111,7 @@
 
 /// An open device. The words belong to the layer.
 struct mern_t {
-    std::uint32_t words[6];
+    std::uint32_t words[6]; ///< without meaning to others
 };
 
 /// What a failed open returns; no open device has these words.
@@ -116,18 +119,20 @@ extern const mern_t MERN_INVALID;
 
 /// Number of a node: `MERN_NODE_LOCAL`, else 0-7.
 using NodeType = std::int32_t;
-constexpr NodeType MERN_NODE_LOCAL = -1;
+constexpr NodeType MERN_NODE_LOCAL = -1; ///< the local one
 
 /// Selects the node whose buses a path names.
 class MernNode
 {
 public:
     MernNode();
+    /// Selects the same node.
+    /// @param other  stays as it is
     MernNode(const MernNode& other);
     MernNode& operator=(const MernNode&) = delete;
     ~MernNode();
 
-    NodeType number = MERN_NODE_LOCAL;
+    NodeType number = MERN_NODE_LOCAL; ///< `MERN_NODE_LOCAL`, else 0-7
 };
 
 /// What MernInitialize() takes.
@@ -140,13 +145,13 @@ enum mern_open_flags : std::int32_t {
 
 /// What mern_iic_reset() takes.
 enum mern_reset_kind : std::int32_t {
-    MERN_RESET_BUS = 1,
+    MERN_RESET_BUS = 1, ///< the whole bus
 };
 
 /// Directions of a configuration call.
 enum mern_direction : std::int32_t {
-    MERN_CONFIG_READ = 1,
-    MERN_CONFIG_SET = 2,
+    MERN_CONFIG_READ = 1, ///< into the caller's value
+    MERN_CONFIG_SET = 2, ///< from the caller's value
 };
 
 /// Configuration items. A call with another item, size or direction is EINVAL.
@@ -173,9 +178,9 @@ enum wobu_iic_cfg_t : std::uint32_t {
 /// What the layer finds at the target's address.
 enum mern_detect_state : std::uint32_t {
     MERN_DETECT_ABSENT = 0, ///< nothing acknowledges the address
-    MERN_DETECT_SCL_HELD = 1, ///< on simulated buses only, as is the next
-    MERN_DETECT_SDA_HELD = 2,
-    MERN_DETECT_PRESENT = 3,
+    MERN_DETECT_SCL_HELD = 1, ///< SCL is low; on simulated buses only, as is the next
+    MERN_DETECT_SDA_HELD = 2, ///< SDA is low
+    MERN_DETECT_PRESENT = 3, ///< the address was acknowledged
     MERN_DETECT_UNCERTAIN = 4, ///< anything else
 };
 
@@ -192,7 +197,7 @@ enum mern_lock_kind : std::uint16_t {
 struct mern_iic_lock {
     std::uint16_t kind; ///< a `mern_lock_kind`
     std::uint16_t address; ///< 8-bit form
-    std::uint32_t timeoutMs;
+    std::uint32_t timeoutMs; ///< the longest wait, in ms
 };
 static_assert(sizeof(mern_iic_lock) == 8);
 
@@ -201,20 +206,20 @@ constexpr std::uint16_t MERN_OFFSET_LENGTH_MAX = 4;
 
 /// The configuration block, host byte order. Reserved fields are kept without meaning.
 struct mern_iic_block {
-    std::uint16_t speedKhz; ///< bus speed
+    std::uint16_t speedKhz; ///< bus speed in kHz
     std::uint16_t address; ///< of the device, 8-bit form; 0 leaves the target as it is
     std::uint16_t offsetLength; ///< n, 0-4: bytes of the position that go out before the data; more is EINVAL
-    std::uint16_t reserved6;
-    std::uint32_t reserved8;
-    std::uint32_t timeoutMs; ///< of one transfer; 0 the adapter's default
-    std::uint32_t reserved16;
-    std::uint16_t writeCycleMs; ///< the longest write cycle of one page
-    std::uint16_t reserved22;
+    std::uint16_t reserved6; ///< kept
+    std::uint32_t reserved8; ///< kept
+    std::uint32_t timeoutMs; ///< of one transfer, in ms; 0 the adapter's default
+    std::uint32_t reserved16; ///< kept
+    std::uint16_t writeCycleMs; ///< the longest write cycle of one page, in ms
+    std::uint16_t reserved22; ///< kept
     std::uint32_t pageSize; ///< bytes: a power of two, or 0 for none; any other is EINVAL
-    std::uint32_t reserved28;
+    std::uint32_t reserved28; ///< kept
     std::uint32_t flags; ///< option mask and flags: remembered, without effect
     std::uint32_t reserved36; ///< 0
-    std::uint32_t busyWaitMs; ///< the longest wait for a busy bus
+    std::uint32_t busyWaitMs; ///< the longest wait for a busy bus, in ms
 };
 static_assert(sizeof(mern_iic_block) == 44);
 
@@ -225,46 +230,67 @@ int MernInitialize(std::uint32_t options);
 
 /// Opens the device at `path`: `/dev/i2c-N`, or `sim:BUS` on the configured simulated machine, either with `@HH` to
 /// name the device's address. Position 0; the target is the path's address, or none.
+/// @param node  whose buses the path names
+/// @param path  stays the caller's
 /// @param flags  `MERN_OPEN_READ_WRITE_SYNC`
 /// @return the handle, or MERN_INVALID with `errno`.
 mern_t mern_iic_open(MernNode node, const char* path, int flags);
 
 /// Reads or sets a configuration item.
+/// @param handle  an open device
 /// @param direction  a `mern_direction`
-/// @param value      what the item holds; null is EFAULT
-/// @param size       bytes of the item
+/// @param item  which item
+/// @param[in,out] value  what the item holds, in host byte order unless it says otherwise; null is EFAULT
+/// @param size  bytes of the item
 /// @return 0, or -1 with `errno`.
 int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* value, unsigned int size);
 
-/// Sets the position to the low 32 bits of `offset`. @param whence  0. @return 0, never the position; -1 with `errno`.
+/// Sets the position.
+/// @param handle  an open device
+/// @param offset  its low 32 bits are the position
+/// @param whence  0
+/// @return 0, never the position; -1 with `errno`.
 int mern_iic_seek(mern_t& handle, long offset, int whence);
 
 /// Reads `size` bytes from the position; with offset length 0 it is a plain read.
 /// Only a transfer with n > 0 that moved all bytes moves the position on.
+/// @param handle  an open device
+/// @param[out] buffer  room for `size` bytes; null is EFAULT
+/// @param size  bytes wanted
 /// @return the number of bytes moved, never negative. Fewer than `size` is a failure with `errno` set. Size 0 touches
 /// nothing.
 int mern_iic_read(mern_t& handle, void* buffer, unsigned int size);
 
 /// Writes `size` bytes at the position, page by page, and waits for the end of each page's write cycle.
-/// A position or an end that n = 1 or 2 bytes cannot express is EINVAL with nothing sent. Result as for reading.
+/// A position or an end that n = 1 or 2 bytes cannot express is EINVAL with nothing sent.
+/// @param handle  an open device
+/// @param buffer  the bytes, which stay the caller's; null is EFAULT
+/// @param size  bytes at `buffer`
+/// @return as for mern_iic_read()
 int mern_iic_write(mern_t& handle, const void* buffer, unsigned int size);
 
 /// Frees a held bus: nine clocks and a STOP where the bus can make them, else the adapter is reopened. One that can't
 /// be reopened stays open as it was. Leaves position, target, block and locks alone, so that repeating a call repeats
 /// the same bytes in the same place.
+/// @param handle  an open device
 /// @param kind  `MERN_RESET_BUS`
 /// @return 0, or -1 with `errno`.
 int mern_iic_reset(mern_t& handle, int kind);
 
-/// Closes the device and ends its locks. @return 0, or -1 with `errno`.
+/// Closes the device and ends its locks.
+/// @param handle  an open device; every copy of it is closed
+/// @return 0, or -1 with `errno`.
 int mern_iic_close(mern_t& handle);
 
 /// Takes a copy of the device's first-failure data: whole JSON text of at most 4 KiB.
-/// @param reserved   0
+/// @param handle  an open device
+/// @param reserved  0
 /// @param[out] data  the text, without terminator, to free with tavo_util_free(); null when there is none
 /// @return its size in bytes, 0 when there is none, -1 with `errno`.
 int mern_iic_ffdc_extract(mern_t& handle, int reserved, void** data);
 
 /// Drops the device's first-failure data, so that the next failure is recorded.
-/// @param reserved  0. @return 0, or -1 with `errno`.
+/// @param handle  an open device
+/// @param reserved  0
+/// @return 0, or -1 with `errno`.
 int mern_iic_ffdc_unlock(mern_t& handle, int reserved);

@@ -1,8 +1,10 @@
+/// @file
 /// The platform's messages, as a dispatcher hands them to a service and takes its reply back.
 #pragma once
 
 #include <cstdint>
 
+/// One message: a request, or the reply to one. One thread uses it at a time.
 class NetcMessage
 {
 public:
@@ -15,12 +17,16 @@ public:
     std::uint16_t type = 0; ///< what is asked for
     std::uint8_t replyFlags = 0; ///< set by the service that fills the reply
 
-    /// @return the payload, owned by the message; null when there is none.
+    /// Returns the payload.
+    /// @return its bytes, owned by the message; null when there is none.
     virtual char* dataPointer() const;
-    /// @return the payload's size in bytes
+    /// Returns the payload's size.
+    /// @return bytes
     virtual unsigned int dataSize() const;
     /// Replaces the payload by a copy of `size` bytes, which may be part of the old payload. With `size` 0 there is no
     /// payload afterwards.
+    /// @param data  stays the caller's
+    /// @param size  bytes at `data`
     /// @return false when there is no memory for it, or `data` is null and `size` is not 0; the payload is then empty.
     virtual bool setData(const char* data, unsigned int size);
 

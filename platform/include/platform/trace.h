@@ -1,3 +1,4 @@
+/// @file
 /// The platform's trace facility: named ring buffers that take short records and keep the latest.
 ///
 /// All functions may be called from any thread, and during static initialisation.
@@ -7,6 +8,7 @@
 
 /// A trace buffer. Owned by the trace facility; lives until the process ends.
 struct trace_wobu_buffer;
+/// Stands for a buffer; null for none.
 using trace_wobu_descriptor = trace_wobu_buffer*;
 
 /// Creates the buffer `name`, or returns the process's existing one of that name, whatever its size. A process can have
@@ -32,6 +34,11 @@ void trace_wobu_write_all(trace_wobu_descriptor descriptor, std::uint32_t hash, 
 
 /// Writes one binary record, a header and data, both copied, and leaves `errno` alone. Bytes beyond 984 in all are cut;
 /// the record then says so.
+/// @param descriptor  null drops the record
 /// @param type  0
+/// @param headerSize  bytes at `header`
+/// @param header  stays the caller's
+/// @param dataSize  bytes at `data`
+/// @param data  stays the caller's
 void trace_wobu_write2(trace_wobu_descriptor descriptor, int type, unsigned int headerSize, const void* header,
                        unsigned int dataSize, const void* data);
