@@ -5,6 +5,7 @@ packages_build="ca-certificates g++ cmake ninja-build pkg-config libcli11-dev li
 packages_demo="xxd"
 packages_test="libgtest-dev libgmock-dev googletest mandoc sigrok-cli sqlite3 libseccomp-dev"
 packages_bench="python3"
+packages_reference="doxygen"
 packages_bare="mmdebstrap git"
 packages_package="debhelper lintian git"
 packages_checks="ccache clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git g++-powerpc-linux-gnu
