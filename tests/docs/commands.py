@@ -1,13 +1,19 @@
 #!/usr/bin/env python3
 """Runs the commands of documents, and compares what they print with what the document shows.
 
-commands.py run [--bin DIR] [--kind KIND] FILE...   runs the blocks without a kind, or those of one kind
-commands.py print --kind KIND FILE...               prints the commands of the blocks of one kind, one after another
-commands.py list FILE...                            prints every block: where it is, and its kind
+commands.py run FILE...                 runs the blocks without a kind
+  --bin DIR                             with the programs of a folder
+  --kind KIND                           runs the blocks of one kind in their place
+  --with KIND                           runs the blocks of one kind, too
+  --files DIR                           in a folder that has the files of another one
+  --show                                prints each command and what it printed
+commands.py print --kind KIND FILE...   prints the commands of the blocks of one kind, one after another
+commands.py list FILE...                prints every block: where it is, and its kind
 
 docs/testing.md says how a document is written for it.
 """
 import argparse
+import collections
 import os
 import pty
 import re
@@ -34,6 +40,7 @@ EXIT_CODE = re.compile(r"#.*\bexit code (\d+)$")
 QUESTION = re.compile(r"\[y/N\] $")
 HOME = "/home/you"
 COMMAND_SECONDS = 20
+KIND_SECONDS = 300
 
 
 class Problem(Exception):
@@ -41,11 +48,11 @@ class Problem(Exception):
 
 
 class Stuck(Problem):
-    """A command that does not end, so that none behind it can run."""
+    """A command that does not end: none behind it can run."""
 
 
 class Command:
-    """One command: its text, the exit code that it must have, and the lines that it must print (None: any)."""
+    """One command: its text, its exit code, and the lines that it must print (None: any)."""
 
     def __init__(self, line, text, shown=None):
         self.line = line
@@ -55,13 +62,8 @@ class Command:
         self.code = int(code.group(1)) if code else 0
 
 
-class Block:
-    """The commands of one fenced block, or of a comment that prepares for the next one."""
-
-    def __init__(self, line, kind, commands):
-        self.line = line
-        self.kind = kind
-        self.commands = commands
+# The commands of one fenced block, or of a comment that prepares for the next one.
+Block = collections.namedtuple("Block", "line kind commands")
 
 
 def is_complete(text):
@@ -165,13 +167,15 @@ class Shell:
 
     LOOP = 'while IFS= read -r -d "" -u "$0" command; do eval "$command"; printf "\\001%d\\001" $?; done'
 
-    def __init__(self, bin_folder):
+    def __init__(self, bin_folder, files):
         self.home = os.path.realpath(tempfile.mkdtemp(prefix="kest-commands-"))
         environment = {"HOME": self.home, "PATH": os.environ["PATH"], "TERM": "dumb", "LC_ALL": "C.UTF-8"}
         if bin_folder:
             environment["PATH"] = bin_folder + ":" + environment["PATH"]
             os.mkdir(self.home + "/build")
             os.symlink(bin_folder, self.home + "/build/bin")
+        for name in os.listdir(files) if files else []:
+            os.symlink(os.path.join(os.path.abspath(files), name), os.path.join(self.home, name))
         self.terminal, slave = pty.openpty()
         settings = termios.tcgetattr(slave)
         settings[1] &= ~termios.OPOST
@@ -183,15 +187,15 @@ class Shell:
         os.close(slave)
         os.close(commands)
 
-    def run(self, text, answers):
+    def run(self, text, answers, seconds):
         """Types a command, and an answer to each of its questions (None: yes to all). Returns its exit code and what it
         printed."""
         os.write(self.feed, text.encode() + b"\0")
-        output, deadline = "", time.monotonic() + COMMAND_SECONDS
+        output, deadline = "", time.monotonic() + seconds
         while (end := re.search("\001(\\d+)\001", output)) is None:
             ready, _, _ = select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))
             if not ready:
-                raise Stuck(f"no end after {COMMAND_SECONDS} s; so far it printed:\n{output}")
+                raise Stuck(f"no end after {seconds} s; so far it printed:\n{output}")
             output += os.read(self.terminal, 65536).decode(errors="replace")
             if QUESTION.search(output):
                 if answers == []:
@@ -202,7 +206,7 @@ class Shell:
     def close(self):
         os.close(self.feed)
         os.close(self.terminal)
-        # the shell ends where its commands do; a command that is stuck does not
+        # it ends where its commands do; a command that is stuck does not
         try:
             self.process.wait(2)
         except subprocess.TimeoutExpired:
@@ -211,26 +215,27 @@ class Shell:
         shutil.rmtree(self.home, ignore_errors=True)
 
 
-def run_command(shell, command):
+def run_command(shell, command, seconds, shows):
     """Raises a problem when the command does not end or print as its document says."""
     answers = None
     if command.shown is not None:
         answers = [found.group(1) for found in (re.search(r"\[y/N\] (\w+)$", line) for line in command.shown) if found]
-    code, output = shell.run(command.text, answers)
+    code, output = shell.run(command.text, answers, seconds)
+    if shows:
+        print("$ " + command.text.replace("\n", "\n> ") + "\n" + output, end="", flush=True)
     if code != command.code:
         raise Problem(f"exit code {code}, not {command.code}; it printed:\n{output}")
     if command.shown is not None and not agrees(command.shown, output.splitlines()):
         raise Problem("it prints something else than the document shows:\n" + output)
 
 
-def run_blocks(name, blocks, bin_folder):
+def run_blocks(name, blocks, arguments):
     """Runs all blocks of a document in one session. Returns how many commands did what they should, and the problems."""
-    good, problems = 0, []
-    shell = Shell(bin_folder)
+    good, problems, shell = 0, [], Shell(arguments.bin and os.path.abspath(arguments.bin), arguments.files_of)
     try:
-        for command in (command for block in blocks for command in block.commands):
+        for block, command in ((block, command) for block in blocks for command in block.commands):
             try:
-                run_command(shell, command)
+                run_command(shell, command, KIND_SECONDS if block.kind else COMMAND_SECONDS, arguments.show)
                 good += 1
             except Problem as problem:
                 problems.append(f"{name}:{command.line}: {command.text}\n{problem}")
@@ -250,10 +255,10 @@ def run(arguments):
             except Problem as problem:
                 problems.append(f"{name}: {problem}")
                 continue
-        chosen = [block for block in blocks if block.kind == arguments.kind]
-        elsewhere += sum(len(block.commands) for block in blocks) - sum(len(block.commands) for block in chosen)
+        chosen = [block for block in blocks if block.kind in (arguments.kind, arguments.also)]
+        elsewhere += sum(len(block.commands) for block in blocks if block not in chosen)
         if chosen:
-            ran, failed = run_blocks(name, chosen, arguments.bin and os.path.abspath(arguments.bin))
+            ran, failed = run_blocks(name, chosen, arguments)
             good += ran
             problems += failed
     for problem in problems:
@@ -280,6 +285,9 @@ def main():
     parser.add_argument("files", nargs="+", metavar="FILE")
     parser.add_argument("--bin", help="folder of the programs")
     parser.add_argument("--kind", default="", choices=list(KINDS))
+    parser.add_argument("--with", dest="also", choices=list(KINDS))
+    parser.add_argument("--files", dest="files_of", metavar="DIR")
+    parser.add_argument("--show", action="store_true")
     arguments = parser.parse_args()
     return run(arguments) if arguments.verb == "run" else show(arguments)
 

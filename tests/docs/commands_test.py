@@ -98,6 +98,20 @@ class Commands(unittest.TestCase):
     def test_runs_blocks_of_one_kind(self):
         self.assertEqual(0, run("```sh system\ntrue\n```\n```sh\nfalse\n```\n", "--kind", "system")[0])
 
+    def test_runs_blocks_of_one_kind_among_the_others(self):
+        code, printed = run("```sh\nword=one\n```\n```sh system\ntest $word = one\n```\n```sh board\nfalse\n```\n",
+                            "--with", "system")
+        self.assertEqual(0, code, printed)
+        self.assertIn("2 commands", printed)
+
+    def test_shows_a_session(self):
+        self.assertIn("$ echo $((1 + 1))\n2\n", run("```sh\necho $((1 + 1))\n```\n", "--show")[1])
+
+    def test_has_the_files_of_a_folder(self):
+        with tempfile.TemporaryDirectory() as folder:
+            pathlib.Path(folder, "word").write_text("one\n", encoding="utf-8")
+            self.assertEqual(0, run(session("$ cat word", "one"), "--files", folder)[0])
+
     def test_refuses_a_kind_that_there_is_not(self):
         self.assert_bad("'bord' is no kind of block", "```sh bord\nfalse\n```\n")
 
