@@ -44,8 +44,8 @@ def code(lines):
 def prototype(text):
     """A declaration, broken between arguments so that it fits."""
     held = re.sub(r"(?<!,) ", "\0", text) # no break inside an argument
-    return [line.replace("\0", " ") for line in textwrap.wrap(held, COLUMNS, subsequent_indent=" " * 8, break_long_words=False,
-                                                            break_on_hyphens=False)]
+    lines = textwrap.wrap(held, COLUMNS, subsequent_indent=" " * 8, break_long_words=False, break_on_hyphens=False)
+    return [line.replace("\0", " ") for line in lines]
 
 
 def paragraphs(lines):
@@ -139,8 +139,8 @@ def functions_of(each):
 def related(header, page):
     """The pages of what the header's functions take and return."""
     text = "\n".join(header.lines)
-    uses = {"kest-address": "kest_attributeValue", "kest-platform-errl": "class ErrlEntry;", "kest-platform-mern": "NodeType",
-            "kest-platform-netc": "class NetcMessage;", "kest-platform-tavo": "tavo_"}
+    uses = {"kest-address": "kest_attributeValue", "kest-platform-errl": "class ErrlEntry;",
+            "kest-platform-mern": "NodeType", "kest-platform-netc": "class NetcMessage;", "kest-platform-tavo": "tavo_"}
     found = [(name, 3) for name, use in uses.items() if name != page and use in text]
     return found + [("kest", 3), ("kest", 7)]
 
@@ -149,9 +149,10 @@ def of_header(header, include, page, version):
     """The whole page. @param include  as programs write it. @param page  its name"""
     kinds = {kind: [each for each in header.declarations if each.kind == kind]
              for kind in ("function", "class", "type", "constant")}
-    first, _, rest = " ".join(header.about).partition(". ")
+    first = " ".join(header.about).partition(". ")[0]
     names = [page] + [each.name for each in kinds["function"] + kinds["class"]]
-    made = [title(page, "3", version), ".SH NAME", ", ".join(plain(name) for name in names) + " \\- " + plain(first[0].lower() + first[1:].rstrip(".")),
+    about = first[0].lower() + first[1:].rstrip(".")
+    made = [title(page, "3", version), ".SH NAME", ", ".join(plain(name) for name in names) + " \\- " + plain(about),
             ".SH SYNOPSIS", ".nf", f"\\fB#include <{plain(include)}>\\fR"]
     for each in kinds["function"]:
         made += [".sp"] + [plain(line) for line in prototype(each.text)]

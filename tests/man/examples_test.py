@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""tests/man/examples_test.py BIN: the commands in the man pages of kest(7) and kestctl(1) work, each page in a session of its own on a new
-demo machine. Left out are those that need a bus of the kernel."""
+"""tests/man/examples_test.py BIN: the commands in the man pages of kest(7) and kestctl(1) work, each page in a session of
+its own on a new demo machine. Left out are those that need a bus of the kernel."""
 
 import os
 import re

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""tests/man/keys_test.py KESTCTL: kest.toml(5) and kest-machine(5) have the keys that the programs know, and no others; the limits of
-numbers in kest.toml(5) are those of the program. The programs list the keys of a table when they meet one that is unknown."""
+"""tests/man/keys_test.py KESTCTL: kest.toml(5) and kest-machine(5) have the keys that the programs know, and no others; the
+limits of numbers in kest.toml(5) are those of the program. The programs list the keys of a table when they meet one that
+is unknown."""
 
 import os
 import pathlib
@@ -63,8 +64,9 @@ class Keys(unittest.TestCase):
 
     def configuration_keys(self, table):
         """The keys that the program knows in a table, those of inner tables included."""
-        text = {"": '"no key" = 1\n', "device": f'{ROW}"no key" = 1\n',
-                "device.expect": f'{ROW}expect = {{ offset = 0, bytes = "00", "no key" = 1 }}\n'}.get(table, f'[{table}]\n"no key" = 1\n')
+        unusual = {"": '"no key" = 1\n', "device": f'{ROW}"no key" = 1\n',
+                   "device.expect": f'{ROW}expect = {{ offset = 0, bytes = "00", "no key" = 1 }}\n'}
+        text = unusual.get(table, f'[{table}]\n"no key" = 1\n')
         return self.known(self.complaint("kest.toml", text, "devices"))
 
     def test_kest_toml_5_has_the_keys_that_the_program_knows(self):
@@ -113,7 +115,8 @@ class Keys(unittest.TestCase):
         self.assertEqual(16, len(types))
         for chip in types:
             image = 'image = "a.bin"\n' if chip.startswith("24") else ""
-            known |= self.machine_keys(f'{bus}[[chip]]\nbus = "planar"\ntype = "{chip}"\naddress = 0x80\n{image}', "chip")
+            table = f'[[chip]]\nbus = "planar"\ntype = "{chip}"\naddress = 0x80\n'
+            known |= self.machine_keys(bus + table + image, "chip")
         self.assertEqual(known, set(keys_of("kest-machine.5", ["KEYS"])))
 
     def test_kest_machine_5_has_the_keys_of_scenarios(self):
@@ -125,7 +128,8 @@ class Keys(unittest.TestCase):
         known = set()
         for action in actions:
             scenario = self.folder / "scenario.toml"
-            wrong = self.complaint(scenario.name, f'[[event]]\nat_ms = 1\ndo = "{action}"\n"no key" = 1\n', "sim", "play", str(scenario))
+            text = f'[[event]]\nat_ms = 1\ndo = "{action}"\n"no key" = 1\n'
+            wrong = self.complaint(scenario.name, text, "sim", "play", str(scenario))
             known |= {f"event.{key}" for key in self.known(wrong)}
         self.assertEqual(known, set(described))
 

@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
-"""tests/man/options_test.py KESTCTL KESTD: the man pages list the areas, verbs, arguments and options that the programs have, and no others."""
+"""tests/man/options_test.py KESTCTL KESTD: the man pages list the areas, verbs, arguments, options and their words that the
+programs have, and no others."""
 
+import os
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 import pages
@@ -92,6 +95,52 @@ class Pages(unittest.TestCase):
                 self.assertEqual(known, dict(pages.entries(pages.sections(page)["OPTIONS"], "-")))
 
 
+class Values(unittest.TestCase):
+    """The words that arguments and options take. The program lists them in its help, or when it meets another one."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.machine = folder.name + "/machine"
+        self.run_kestctl("sim", "new", self.machine)
+
+    def run_kestctl(self, *words):
+        done = subprocess.run([PROGRAMS["kestctl"], *words], capture_output=True, text=True, check=False,
+                              env=os.environ | {"KEST_CONFIG": self.machine + "/kest.toml"})
+        return done.stdout + done.stderr
+
+    def listed(self, *words):
+        """The words at the end of a complaint: "one of a, b, c"."""
+        return set(re.search(r"([\w-]+(?:, [\w-]+)+)\n", self.run_kestctl(*words)).group(1).split(", "))
+
+    def test_fault_kinds(self):
+        kinds = self.run_kestctl("sim", "fault", "add", "--help").partition("\nKinds")[2].partition("\nIt ")[0]
+        rows = re.findall(r"^  ([a-z-]+(?: [a-z]+-[a-z-]+)?) ", kinds, re.M)
+        known = {word for row in rows for word in row.split()}
+        self.assertIn("hub-hold-scl", known)
+        described = [name for names, _ in pages.entries(pages.sections("kestctl-sim.1")["FAULTS"]) for name in names]
+        self.assertEqual(sorted(known), sorted(described))
+
+    def test_templates(self):
+        text = " ".join(pages.sections("kestctl-sim.1")["OPTIONS"]).partition("*--template*")[2].partition("*--")[0]
+        known = self.listed("sim", "new", self.machine + "2", "--template", "none")
+        self.assertEqual(known, set(re.findall(r"_([a-z]+)_", text)))
+
+    def test_formats_of_contents(self):
+        text = " ".join(pages.sections("kestctl-seeprom.1")["VERBS"]).partition("*show*")[2].partition("*write*")[0]
+        known = self.listed("seeprom", "show", "planar-vpd", "--as", "none")
+        self.assertEqual(known, set(re.findall(r"_([a-z0-9]+)_", text)))
+
+    def test_operations_and_functions_of_ports(self):
+        known = (self.listed("port", "write", "panel-leds", "none", "--pins", "0")
+                 | self.listed("port", "config", "panel-leds", "none", "0")
+                 | self.listed("port", "config", "card-presence", "none", "0"))
+        names = [line for line in pages.sections("kestctl-port.1")["VERBS"]
+                 if re.match(r"\t[*][a-z0-9]+[*](?:, [*][a-z0-9]+[*])*$", line)]
+        listed = set(re.findall(r"[a-z0-9]+", " ".join(names)))
+        self.assertEqual(known, listed)
+
+
 if __name__ == "__main__":
-    PROGRAMS = {"kestctl": sys.argv[1], "kestd": sys.argv[2]}
+    PROGRAMS = {"kestctl": os.path.abspath(sys.argv[1]), "kestd": os.path.abspath(sys.argv[2])}
     unittest.main(argv=sys.argv[:1])

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""tests/man/references_test.py FOLDER EXPORTS: the man pages that were built in the folder name only pages that there are, and section 3
-describes every function that the library exports."""
+"""tests/man/references_test.py FOLDER EXPORTS: the man pages that were built in the folder name only pages that there are,
+and section 3 describes every function that the library exports."""
 
 import pathlib
 import re
@@ -21,7 +21,8 @@ class Pages(unittest.TestCase):
 
     def setUp(self):
         self.pages = {page.name: text_of(page) for page in FOLDER.glob("*.[1-8]")}
-        self.functions = [line.split("(")[0].removeprefix("kest::") for line in EXPORTS.read_text(encoding="utf-8").splitlines()]
+        exports = EXPORTS.read_text(encoding="utf-8").splitlines()
+        self.functions = [line.split("(")[0].removeprefix("kest::") for line in exports]
 
     def test_pages_name_only_pages_that_there_are(self):
         self.assertGreater(len(self.pages), 30)
@@ -51,7 +52,8 @@ class Pages(unittest.TestCase):
                 with self.subTest(page=name, function=function):
                     body = text.partition(f"\n.SS {function}\n")[2].partition("\n.S")[0]
                     described = re.findall(r"^\.TP\n(\w+)", body, re.M)
-                    wanted = [re.findall(r"\w+", argument)[-1] for argument in arguments.split(",") if argument.strip(" .\n")]
+                    named = [re.findall(r"\w+", argument) for argument in arguments.split(",")]
+                    wanted = [words[-1] for words in named if words]
                     self.assertEqual(wanted, described)
                     self.assertEqual(result.strip() != "void", "\nReturns " in body)
 
