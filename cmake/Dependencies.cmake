@@ -1,5 +1,11 @@
-# The distribution's packages. When cross-compiling only header-only ones are to be had: each is linked into a folder of its own,
-# so that no header of the build machine's architecture leaks in.
+# The distribution's packages. A cross compiler usually has only the header-only ones of the build machine: each is linked into a folder of
+# its own, so that no header of the build machine's architecture leaks in. Where packages of the target's architecture are installed, as for
+# Debian packages, KEST_TARGET_PACKAGES takes those as in a native build.
+if(CMAKE_CROSSCOMPILING)
+  option(KEST_TARGET_PACKAGES "the libraries are installed for the target's architecture, and its pkg-config finds them" OFF)
+else()
+  set(KEST_TARGET_PACKAGES ON)
+endif()
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
@@ -7,7 +13,7 @@ set(KEST_HAVE_SQLITE OFF)
 set(KEST_HAVE_SYSTEMD OFF)
 add_library(kest_headers INTERFACE)
 target_compile_definitions(kest_headers INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
-if(CMAKE_CROSSCOMPILING)
+if(NOT KEST_TARGET_PACKAGES)
   foreach(header CLI fmt toml++ nlohmann asio asio.hpp)
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/headers)
     file(CREATE_LINK /usr/include/${header} ${CMAKE_BINARY_DIR}/headers/${header} SYMBOLIC)
@@ -24,11 +30,11 @@ else()
   set(KEST_HAVE_SYSTEMD ${SYSTEMD_FOUND})
 endif()
 # {fmt} and toml++ as libraries, which compile much faster than their headers alone. Sanitizers see only what is compiled here, and a
-# cross compiler has no libraries: there {fmt} is compiled once, and toml++, which few sources include, is header-only.
+# cross compiler alone has no libraries: there {fmt} is compiled once, and toml++, which few sources include, is header-only.
 set(KEST_FORMATTING "")
-if(CMAKE_CROSSCOMPILING OR KEST_SANITIZE)
+if(NOT KEST_TARGET_PACKAGES OR KEST_SANITIZE)
   add_library(kest_formatting STATIC EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/cmake/formatting.cpp)
-  target_include_directories(kest_formatting SYSTEM PRIVATE $<$<BOOL:${CMAKE_CROSSCOMPILING}>:${CMAKE_BINARY_DIR}/headers>)
+  target_include_directories(kest_formatting SYSTEM PRIVATE $<$<NOT:$<BOOL:${KEST_TARGET_PACKAGES}>>:${CMAKE_BINARY_DIR}/headers>)
   set_target_properties(kest_formatting PROPERTIES POSITION_INDEPENDENT_CODE ON)
   target_link_libraries(kest_headers INTERFACE kest_formatting)
 elseif(KEST_HOST_PLATFORM)

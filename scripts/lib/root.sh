@@ -18,20 +18,30 @@ sources_of_debian()
     apt-get indextargets --format '$(SOURCESENTRY)' 'Created-By: Packages' 'Origin: Debian' | sed 's/:[0-9]*$//' | sort -u
 }
 
-# make_root: makes a minimal root, $root, which goes when the script ends.
+# source_of_release: prints the first archive of the release itself, as a line of sources.list. A root for two architectures has it alone:
+# packages need the same version in both, and updates reach the architectures one after the other.
+source_of_release()
+{
+    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
+        awk '$3 == "bookworm" && $4 == "main" { print; exit }'
+}
+
+# make_root [ARCHITECTURE]: makes a minimal root, $root, which goes when the script ends. It can also take packages of ARCHITECTURE.
 make_root()
 {
     root=$(mktemp -d)
     trap 'umount -l "$root"/proc "$root"/sys "$root"/dev 2>/dev/null; rm -rf --one-file-system "$root"' EXIT
-    local sources
-    mapfile -t sources < <(sources_of_debian)
+    local print=sources_of_debian sources
+    [ $# -eq 0 ] || print=source_of_release
+    mapfile -t sources < <($print)
     if [ "${#sources[@]}" -eq 0 ]; then
         apt-get update -qq
-        mapfile -t sources < <(sources_of_debian)
+        mapfile -t sources < <($print)
     fi
     [ "${#sources[@]}" -gt 0 ] || { echo "error: no source of Debian's packages is configured here" >&2; exit 1; }
     apt-config dump | grep -E '^Acquire::(http|https|Check|Retries)' >"$root.conf" || true
-    mmdebstrap --quiet --variant=minbase --aptopt="$root.conf" bookworm "$root" "${sources[@]}"
+    mmdebstrap --quiet --variant=minbase --architectures="$(dpkg --print-architecture)${1:+,$1}" --aptopt="$root.conf" bookworm "$root" \
+        "${sources[@]}"
     rm "$root.conf"
     cp /etc/resolv.conf "$root/etc/resolv.conf"
     mount --rbind /sys "$root/sys"
