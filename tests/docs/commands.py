@@ -162,6 +162,11 @@ def agrees(shown, printed):
     return re.fullmatch(pattern, "".join(without_varying(line) + "\n" for line in printed)) is not None
 
 
+def as_seen(output):
+    """What a terminal shows in the end: no escape sequences, of a line that is written again and again its last text."""
+    return re.sub(r"(?m)^[^\n]*\r(?!\n)|\r", "", re.sub(r"\x1b\[[0-9;?]*[A-Za-z]|\x1b[78]", "", output))
+
+
 class Shell:
     """A shell on a terminal of its own, in a folder of its own that is its home."""
 
@@ -201,7 +206,7 @@ class Shell:
                 if answers == []:
                     raise Stuck(f"it asks, and the document shows no answer:\n{output}")
                 os.write(self.terminal, (answers.pop(0) if answers else "y").encode() + b"\n")
-        return int(end.group(1)), output[:end.start()].replace("\r", "").replace(self.home, HOME)
+        return int(end.group(1)), as_seen(output[:end.start()]).replace(self.home, HOME)
 
     def close(self):
         os.close(self.feed)
@@ -217,15 +222,14 @@ class Shell:
 
 def run_command(shell, command, seconds, shows):
     """Raises a problem when the command does not end or print as its document says."""
-    answers = None
-    if command.shown is not None:
-        answers = [found.group(1) for found in (re.search(r"\[y/N\] (\w+)$", line) for line in command.shown) if found]
+    shown = command.shown
+    answers = None if shown is None else re.findall(r"\[y/N\] (\w+)$", "\n".join(shown), re.MULTILINE)
     code, output = shell.run(command.text, answers, seconds)
     if shows:
         print("$ " + command.text.replace("\n", "\n> ") + "\n" + output, end="", flush=True)
     if code != command.code:
         raise Problem(f"exit code {code}, not {command.code}; it printed:\n{output}")
-    if command.shown is not None and not agrees(command.shown, output.splitlines()):
+    if shown is not None and not agrees(shown, output.splitlines()):
         raise Problem("it prints something else than the document shows:\n" + output)
 
 

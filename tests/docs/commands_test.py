@@ -107,6 +107,9 @@ class Commands(unittest.TestCase):
     def test_shows_a_session(self):
         self.assertIn("$ echo $((1 + 1))\n2\n", run("```sh\necho $((1 + 1))\n```\n", "--show")[1])
 
+    def test_shows_the_last_text_of_a_line(self):
+        self.assert_good(1, session("$ printf 'a\\n10%%\\r20%%\\rdone\\n\\033[1mbold\\n'", "a", "done", "bold"))
+
     def test_has_the_files_of_a_folder(self):
         with tempfile.TemporaryDirectory() as folder:
             pathlib.Path(folder, "word").write_text("one\n", encoding="utf-8")
