@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every reason code that a source defines has a row in the operator's guide, and every row has a definition."""
+"""The operator's guide has every reason code that a source defines, and quotes what the programs say."""
 
 import errno
 import pathlib
@@ -32,6 +32,14 @@ class Reasons(unittest.TestCase):
         self.assertEqual({}, {code: path for code, path in codes.items() if code not in rows})
         self.assertEqual([], [code for code in rows if code not in codes])
         self.assertGreater(len(rows), 70)
+
+    def test_symptoms_are_quoted_from_what_kestctl_says(self):
+        text = GUIDE.read_text(encoding="utf-8")
+        table = text[text.index("## By symptom"):text.index("## How to read an entry")]
+        quoted = re.findall(r'"([^"]+)"', "\n".join(line.split("|")[1] for line in table.splitlines() if "|" in line))
+        said = "".join(path.read_text(encoding="utf-8") for path in (ROOT / "tools").rglob("*.cpp"))
+        self.assertEqual([], [words for words in quoted if words not in said])
+        self.assertGreater(len(quoted), 7)
 
     def test_error_numbers_of_the_operators_guide_are_those_of_this_system(self):
         rows = ERROR_ROW.findall(GUIDE.read_text(encoding="utf-8"))
