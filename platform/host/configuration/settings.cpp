@@ -35,6 +35,8 @@ std::filesystem::path defaultStateFolder()
 
 void complete(configuration& value)
 {
+    // a user without a state folder of the configuration's own is a client of the system's service
+    const bool hasSystemsSocket = value.stateFolder.empty() || value.stateFolder == systemState;
     if (value.stateFolder.empty()) {
         value.stateFolder = defaultStateFolder();
     }
@@ -48,7 +50,7 @@ void complete(configuration& value)
         value.errorLogSpoolFolder = fmt::format("/var/tmp/kest-{}", geteuid());
     }
     if (value.service.socket.empty()) {
-        value.service.socket = value.stateFolder == systemState ? systemSocket : value.stateFolder / "kestd.socket";
+        value.service.socket = hasSystemsSocket ? systemSocket : value.stateFolder / "kestd.socket";
     }
     value.registry.try_emplace("tavo/ReadMode", "HWareMode");
 }

@@ -40,7 +40,7 @@ using nodeMap = std::array<nodeMapping, 8>;
 
 /// Limits and permissions of the message service.
 struct serviceSettings {
-    /// Default: /run/kest/kestd.socket beside /var/lib/kest, else stateFolder / "kestd.socket".
+    /// Default: /run/kest/kestd.socket; stateFolder / "kestd.socket" where the file names another state folder.
     std::filesystem::path socket;
     std::uint32_t maxClients = 256;
     std::uint32_t maxClientsPerUser = 64;

@@ -190,6 +190,21 @@ TEST_F(Configuration, TheServicesSocketLiesInTheSystemsPlaceBesideTheSystemsStat
     EXPECT_EQ("/run/kest/kestd.socket", valueOf("state = \"/var/lib/kest\"").service.socket);
 }
 
+/// Users' own state folders are for what they do themselves. The service that they ask is the system's.
+TEST_F(Configuration, WithoutAStateFolderTheSocketIsTheSystemsForEveryUser)
+{
+    EXPECT_EQ(0, inChild([] {
+                  if (!dropRights()) {
+                      return 2;
+                  }
+                  setenv("XDG_STATE_HOME", "/srv/mine", 1);
+                  configuration value;
+                  host::complete(value);
+                  return value.stateFolder == "/srv/mine/kest" && value.service.socket == "/run/kest/kestd.socket" ? 0
+                                                                                                                   : 1;
+              }));
+}
+
 TEST_F(Configuration, OneDeviceMayStandInSeveralPlaces)
 {
     EXPECT_EQ(
