@@ -66,7 +66,7 @@ constexpr std::array severities{codeRow{0x10, "recovered"}, codeRow{0x20, "unrec
 constexpr std::array procedures{codeRow{4, "check the request and the software"},
                                 codeRow{6, "check the IIC path to the device"}};
 constexpr std::array registrySubsections{codeRow{1, "key"}, codeRow{2, "message of the configuration"}};
-constexpr std::array kestdSubsections{codeRow{8, "text of the refusal"}};
+constexpr std::array kestdSubsections{codeRow{7, "device text"}, codeRow{8, "text of the refusal"}};
 constexpr std::array kestctlSubsections{codeRow{7, "device text"}, codeRow{9, "what the bus showed afterwards"}};
 
 static_assert(componentLibrary == kest_component);

@@ -77,6 +77,16 @@ frame refuseAndLog(const frame& request, std::uint32_t code, const peerProcess& 
     return refusal(request, code, refusals.add(code, peer, request.type, wantedLength(request), text), text);
 }
 
+/// Adds the device that was asked for: what the library adds of one names its bus at most.
+void attachDevice(ErrlEntry& entry, const frame& request)
+{
+    const std::string location = locationOf(request).value_or("");
+    if (!location.empty()) {
+        entry.addUsrDtls(location.data(), static_cast<std::uint16_t>(location.size()), componentService, detailsVersion,
+                         kest_dtlsDeviceText);
+    }
+}
+
 /// Has the library serve the request.
 frame serve(const frame& request)
 {
@@ -92,6 +102,7 @@ frame serve(const frame& request)
     const std::unique_ptr<ErrlEntry> entry(kestProcessMsg(nullptr, &asked, &answered));
     reply.flags = answered.replyFlags;
     if (entry != nullptr) {
+        attachDevice(*entry, request);
         entry->commit(kest_component, ERRL_ACTION_REPORT);
         reply.returnCode = entry->getRC();
         reply.logId = entry->plid();

@@ -14,7 +14,7 @@ namespace kest::host
 namespace
 {
 
-constexpr std::array components{componentLibrary, componentTools};
+constexpr std::array components{componentLibrary, componentService, componentTools};
 constexpr std::uint8_t firstFailureData = 6;
 
 /// Text of the first user details of a kind; empty when there are none.

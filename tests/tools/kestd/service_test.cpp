@@ -213,6 +213,17 @@ TEST_F(KestdMachine, MixedModeWithoutACopyReturnsNoMoreThanWasAskedFor)
     EXPECT_EQ(image.substr(250), std::string(got.data.begin(), got.data.end())) << got.message;
 }
 
+/// The library's own details name the bus at most.
+TEST_F(KestdMachine, EntriesNameTheDeviceThatWasAskedFor)
+{
+    serveMachine();
+    EXPECT_EQ(0, run("kestctl", configured({"sim", "fault", "add", "nack", "--address", "0xA4"})).exit);
+    const answer got = connect().readSeeprom("sim:planar,L,1C0002,A4", 0, 4);
+    EXPECT_EQ(outcome::failed, got.what);
+    const RunResult shown = run("kestctl", configured({"--json", "errors", "show", std::to_string(got.logId)}));
+    EXPECT_NE(std::string::npos, shown.output.find("\"device\": \"sim:planar,L,1C0002,A4\"")) << shown.output;
+}
+
 // --- frames ---
 
 TEST_F(KestdTest, RequestsSentAheadAreAnsweredInOrderWhereverTheBytesAreCut)
