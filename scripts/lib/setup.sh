@@ -7,6 +7,7 @@ packages_test="libgtest-dev libgmock-dev googletest mandoc sigrok-cli sqlite3 li
 packages_bench="python3"
 packages_reference="doxygen"
 packages_bare="mmdebstrap git"
+packages_boot="systemd-container"
 packages_package="debhelper lintian git"
 packages_foreign="qemu-user-static"
 packages_checks="ccache clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git g++-powerpc-linux-gnu
