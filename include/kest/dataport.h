@@ -15,9 +15,10 @@ namespace kest
 enum kest_dpConfig : std::uint32_t {
     KEST_DP_CONFIG_INPUT = 0, ///< the given pins become inputs
     KEST_DP_CONFIG_OUTPUT = 1, ///< the given pins become outputs
-    KEST_DP_CONFIG_PRESCALER0 = 2, ///< LED drivers: period of blink rate 0
-    KEST_DP_CONFIG_DUTY0 = 3, ///< LED drivers: share of the period in which an LED is on, of rate 0
-    KEST_DP_CONFIG_PRESCALER1 = 4, ///< the same of rate 1
+    /// LED drivers: period of blink rate 0, (byte + 1) / 38 s of a PCA9551, (byte + 1) / 44 s of a PCA9552
+    KEST_DP_CONFIG_PRESCALER0 = 2,
+    KEST_DP_CONFIG_DUTY0 = 3, ///< LED drivers: an LED is on for (256 - byte) / 256 of that period
+    KEST_DP_CONFIG_PRESCALER1 = 4, ///< the period of blink rate 1
     KEST_DP_CONFIG_DUTY1 = 5, ///< the same of rate 1
     KEST_DP_CONFIG_POLARITY0 = 6, ///< expanders: which of the pins 0 to 7 are read inverted
     KEST_DP_CONFIG_POLARITY1 = 7, ///< 16-bit expanders: which of the pins 8 to 15 are
@@ -33,7 +34,7 @@ enum kest_dpOperation : std::uint32_t {
     KEST_DP_SELECT_11 = 4, ///< LED blinks at rate 1
 };
 
-/// Configures a device: pin directions, or one raw register.
+/// Configures a device: pin directions, or one raw register. An LED driver has no pin directions: they change nothing.
 /// @param address  device text
 /// @param config  what to set
 /// @param value  for directions the pins, bit 0 = pin 0; pins that are not given stay as they are. For a register its
@@ -62,7 +63,7 @@ ErrlEntry* KEST_dpWrite(const char* address, kest_dpOperation operation, unsigne
 /// @param mask  which bits are wanted, bit 0 = pin 0. Of a 16-bit input device the low 8 bits are the byte that comes
 /// first.
 /// @param[out] value  the masked levels, bit 0 = pin 0; of a 16-bit input device the word, whose first byte is the high
-/// one. Left alone for a device type that is not served, and on a failure before the read.
+/// one. Must not be null; left alone for a device type that is not served, and on a failure before the read.
 /// @param attributes  six values indexed by `kest_attribute`; null takes the defaults
 /// @param unused  accepted, not used
 /// @return as for KEST_dpConfig().
