@@ -8,7 +8,6 @@
 #include "platform/host/configuration/configuration.h"
 #include "tools/client/client.h"
 #include "tools/common/bus.h"
-#include "tools/common/contentsguard.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
@@ -21,6 +20,7 @@
 #include "tools/common/seeprom.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/messagefailure.h"
+#include "tools/kestctl/messageguard.h"
 #include "tools/kestctl/messagewrite.h"
 
 namespace kest::tools
@@ -49,29 +49,6 @@ struct messageOptions {
 };
 
 constexpr const char* readStep = "read by message";
-
-/// Through a hub the service can return bytes that were never read. Only the library's trace shows it, and two reads
-/// that agree prove nothing.
-void guardHubRead(const device& which, bool force)
-{
-    if (!which.behindHub()) {
-        return;
-    }
-    if (!force) {
-        throw failure{
-            .code = exitRefused,
-            .what = "a read through a hub can return bytes that were never read, and a message can't show that",
-            .tryThis = fmt::format("'kestctl seeprom read {}' reads until the bytes are certain; --force takes "
-                                   "what comes",
-                                   shellWord(which.label)),
-            .device = which.label,
-            .step = readStep};
-    }
-    std::fputs(
-        fmt::format("kestctl: {}: read through a hub: these may be bytes that were never read\n", escaped(which.label))
-            .c_str(),
-        stderr);
-}
 
 client::serviceConnection connect(const messageOptions& options)
 {
@@ -114,32 +91,19 @@ seeprom seepromNamed(const messageOptions& options)
     return {findDevice(options.device), accessOptions{.force = options.force}};
 }
 
-/// Throws unless all bytes arrived: a copy can be shorter than its device.
-void requireWhole(const client::answer& answer, const device& which, const byteRange& range)
-{
-    const std::size_t came = answer.data.size();
-    if (came >= range.length) {
-        return;
-    }
-    throw failure{.what = fmt::format("{} of {} bytes came from offset {}", came, range.length, range.offset),
-                  .tryThis = came == 0 ? "" : fmt::format("--length {} reads what there is", came),
-                  .device = which.label,
-                  .step = readStep};
-}
-
 /// Refuses a device behind a hub unless forced, since the bytes may never have been read (exit code 3).
 int runMessageRead(const context& shared, const messageOptions& options)
 {
     const seeprom chip = seepromNamed(options);
     const device& which = chip.target();
     const byteRange range = rangeOf(chip, options);
-    guardHubRead(which, options.force);
+    guardHubRead(which, options.force, readStep);
     warnUnlessHardware();
     const interruptWatch signals;
     client::serviceConnection service = connect(options);
     client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
     requireServed(answer, which, readStep);
-    requireWhole(answer, which, range);
+    requireWhole(answer, which, range, readStep);
     // in mixed mode without a copy the whole device is returned
     answer.data.resize(range.length);
     if (!options.output.empty()) {
@@ -163,40 +127,17 @@ int runMessageRead(const context& shared, const messageOptions& options)
     return exitDone;
 }
 
-/// Refuses a write to another part than the device table expects, unless forced. The service checks that, too, but not
-/// for its raw users. It is asked for the bytes, so that they come from where the write goes.
-void guardIdentity(const messageOptions& options, const device& which)
+/// Refuses what would make another part of the device, or asks.
+void guardWrite(const messageOptions& options, const device& which, const byteRange& range, const byteVector& bytes)
 {
-    if (options.force || !isExpected(which)) {
+    if (options.force) {
         return;
     }
-    constexpr const char* step = "identity";
-    if (which.behindHub()) {
-        throw failure{.code = exitRefused,
-                      .what = "the device table expects bytes of it, and a message can't show what is behind a hub",
-                      .tryThis = "'kestctl seeprom write' checks them; --force leaves it to the service",
-                      .device = which.label,
-                      .step = step};
+    if (isExpected(which)) {
+        client::serviceConnection service = connect(options);
+        guardIdentity(service, which);
     }
-    client::serviceConnection service = connect(options);
-    const auto read = [&](const byteRange& range) {
-        const client::answer answer = service.readSeeprom(which.text, range.offset, range.length);
-        requireServed(answer, which, step);
-        requireWhole(answer, which, range);
-        return byteVector(answer.data.begin(), answer.data.begin() + range.length);
-    };
-    requireExpected(which, findIdentity(which, which.end().type->bytes, read), options.force);
-}
-
-/// Asks before bytes are written whose own checksums are wrong. What the part holds besides is not read.
-void guardContents(const messageOptions& options, const device& which, const byteRange& range, const byteVector& bytes)
-{
-    if (options.force || range.offset != 0) {
-        return;
-    }
-    if (const contentsFinding found = judgeWritten(bytes); !found.doubt.empty()) {
-        askForContents(which, found);
-    }
+    guardContents(which, range, bytes);
 }
 
 /// Asks before it writes. The service has no undo file and does not read back.
@@ -213,8 +154,7 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     const interruptWatch signals;
     warnUnlessHardware();
     refuseDoubtfulWrite(which, options.force);
-    guardIdentity(options, which);
-    guardContents(options, which, range, bytes);
+    guardWrite(options, which, range, bytes);
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);
