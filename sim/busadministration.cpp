@@ -188,6 +188,22 @@ bool busAdministration::play(std::vector<eventRecord> events)
     return true;
 }
 
+bool busAdministration::mayStartWave(const std::string& path)
+{
+    const busUse use{m_shared};
+    if (!use.usable() || path.size() > stateFile::longestPath) {
+        errno = use.usable() ? ENAMETOOLONG : ENODEV;
+        return false;
+    }
+    return mayOpenWaveFile(path);
+}
+
+bool busAdministration::isRecording()
+{
+    const busUse use{m_shared};
+    return use.usable() && m_shared.state().recording;
+}
+
 bool busAdministration::startWave(const std::string& path)
 {
     const quietWrites quiet;

@@ -49,6 +49,9 @@ public:
 
     /// @param path  absolute. @return false with `errno`
     bool startWave(const std::string& path);
+    /// Whether startWave() can begin, without a change. @return false with `errno`
+    bool mayStartWave(const std::string& path);
+    [[nodiscard]] bool isRecording();
     /// @return false with `errno`
     bool stopWave();
 

@@ -45,15 +45,19 @@ public:
     std::vector<registerValue> registers() override;
     bool powerCycle() override;
     std::uint32_t addFault(const fault& what) override;
+    void checkFault(const fault& what) const override;
     bool clearFault(std::uint32_t number) override;
     void clearFaults() override;
     std::vector<listedFault> faults() override;
     using machine::startWave, machine::stopWave;
     bool startWave(const std::string& busName, const std::filesystem::path& file) override;
     bool stopWave(const std::string& busName) override;
+    bool mayStartWave(const std::string& busName, const std::filesystem::path& file) override;
+    bool isRecording(const std::string& busName) override;
     void checkBuses() override { m_buses.all(); }
     [[nodiscard]] std::vector<std::string> nodes() const override { return m_buses.about().nodes(); }
     std::size_t play(const std::string& scenario, const std::string& fileName) override;
+    std::size_t checkScenario(const std::string& scenario, const std::string& fileName) override;
 
     /// Under the opening lock.
     [[nodiscard]] machineBuses& buses() { return m_buses; }
@@ -62,6 +66,8 @@ private:
     void giveFault(const fault& what, const faultRecord& record);
     void onEachBus(const std::function<bool(busAdministration&)>& action);
     machineBus* find(const std::string& name);
+    machineBus* busToRecord(const std::string& busName, const std::filesystem::path& file,
+                            std::filesystem::path& absolute);
 
     mutable machineBuses m_buses;
 };
@@ -127,13 +133,24 @@ machineBus* machineModel::find(const std::string& name)
     return &m_buses.ready(*found);
 }
 
-std::uint32_t machineModel::addFault(const fault& asked)
+namespace
 {
-    fault what = asked;
+
+/// A bus by its full name, as faults name it.
+machine::fault withFullName(machine::fault what)
+{
     if (!what.bus.empty() && !what.node.empty()) {
         what.bus = fullName(what.bus, what.node);
         what.node.clear();
     }
+    return what;
+}
+
+} // namespace
+
+void machineModel::checkFault(const fault& asked) const
+{
+    const fault what = withFullName(asked);
     if (const std::string trouble = faultTrouble(what); !trouble.empty()) {
         throw std::invalid_argument{trouble};
     }
@@ -143,6 +160,12 @@ std::uint32_t machineModel::addFault(const fault& asked)
     if (!what.node.empty() && !m_buses.about().hasNode(what.node)) {
         throw std::invalid_argument{"no bus on node '" + what.node + "'"};
     }
+}
+
+std::uint32_t machineModel::addFault(const fault& asked)
+{
+    checkFault(asked);
+    const fault what = withFullName(asked);
     const std::uint32_t number = m_buses.takeFaultNumber();
     if (number == 0) {
         throw std::runtime_error{"the machine is gone"};
@@ -199,6 +222,16 @@ std::size_t machineModel::play(const std::string& scenario, const std::string& f
     return events.size();
 }
 
+std::size_t machineModel::checkScenario(const std::string& scenario, const std::string& fileName)
+{
+    const std::vector<eventDescription> events = parseScenario(scenario, fileName);
+    scenarioPlan plan{m_buses, scenarioPlan::purpose::check};
+    for (const eventDescription& what : events) {
+        plan.add(what);
+    }
+    return events.size();
+}
+
 bool machineModel::clearFault(std::uint32_t number)
 {
     bool cleared = false;
@@ -224,18 +257,40 @@ std::vector<machine::listedFault> machineModel::faults()
 
 bool machineModel::startWave(const std::string& busName, const std::filesystem::path& file)
 {
+    std::filesystem::path absolute;
+    machineBus* const bus = busToRecord(busName, file, absolute);
+    return bus != nullptr && bus->administration.startWave(absolute.string());
+}
+
+bool machineModel::mayStartWave(const std::string& busName, const std::filesystem::path& file)
+{
+    std::filesystem::path absolute;
+    machineBus* const bus = busToRecord(busName, file, absolute);
+    return bus != nullptr && bus->administration.mayStartWave(absolute.string());
+}
+
+// Null, with `errno`, when nothing may be recorded into the file.
+machineBus* machineModel::busToRecord(const std::string& busName, const std::filesystem::path& file,
+                                      std::filesystem::path& absolute)
+{
     machineBus* const bus = find(busName);
     std::error_code error;
-    const std::filesystem::path absolute = std::filesystem::absolute(file, error);
+    absolute = std::filesystem::absolute(file, error);
     if (bus == nullptr || file.empty()) {
         errno = bus == nullptr ? ENODEV : ENOENT;
-        return false;
+        return nullptr;
     }
     if (m_buses.isOwnFile(absolute)) {
         errno = EEXIST;
-        return false;
+        return nullptr;
     }
-    return bus->administration.startWave(absolute.string());
+    return bus;
+}
+
+bool machineModel::isRecording(const std::string& busName)
+{
+    machineBus* const bus = find(busName);
+    return bus != nullptr && bus->administration.isRecording();
 }
 
 bool machineModel::stopWave(const std::string& busName)

@@ -61,6 +61,9 @@ public:
     /// @param what  with `bus` and `node`: of that bus on that node
     virtual std::uint32_t addFault(const fault& what) = 0;
 
+    /// Throws std::invalid_argument where addFault() does, and adds nothing.
+    virtual void checkFault(const fault& what) const = 0;
+
     // The next three throw std::system_error, ENODEV, when a bus cannot be used. Faults of the other buses are cleared.
 
     /// @return whether there was one
@@ -74,6 +77,10 @@ public:
     virtual bool startWave(const std::string& busName, const std::filesystem::path& file) = 0;
     /// @return false with errno, ENOENT when nothing is being recorded, also because the file was lost
     virtual bool stopWave(const std::string& busName) = 0;
+    /// Whether startWave() can begin, without a change. @return false with errno
+    virtual bool mayStartWave(const std::string& busName, const std::filesystem::path& file) = 0;
+    /// Whether something is being recorded on a bus.
+    virtual bool isRecording(const std::string& busName) = 0;
 
     /// Makes every bus ready for use, with its images. Throws as openMachine().
     virtual void checkBuses() = 0;
@@ -84,6 +91,8 @@ public:
     /// @param fileName  appears in error texts only
     /// @return how many events there are. Throws std::system_error, ENODEV, when a bus is unusable: then none changes.
     virtual std::size_t play(const std::string& scenario, const std::string& fileName) = 0;
+    /// The same without an effect: the scenario before goes on.
+    virtual std::size_t checkScenario(const std::string& scenario, const std::string& fileName) = 0;
     /// startWave() and stopWave() for a bus of any node. @param node  "" the local one
     bool startWave(const std::string& busName, const std::string& node, const std::filesystem::path& file);
     bool stopWave(const std::string& busName, const std::string& node);

@@ -38,7 +38,7 @@ void scenarioPlan::add(const eventDescription& what)
     where.node = what.bus.empty() ? what.node : std::string{};
     eventRecord event = what.event;
     if (event.kind == eventKind::fault) {
-        event.fault = makeFaultRecord(what.fault, m_buses.takeFaultNumber());
+        event.fault = makeFaultRecord(what.fault, m_made == purpose::start ? m_buses.takeFaultNumber() : 1);
     }
     bool concerned = false;
     for (std::size_t bus = 0; bus < m_perBus.size(); ++bus) {

@@ -16,8 +16,15 @@ namespace kest::sim
 class scenarioPlan
 {
 public:
+    enum class purpose {
+        start,
+        check, ///< never started: its faults take no numbers
+    };
     /// @param buses  outlive the plan
-    explicit scenarioPlan(machineBuses& buses) : m_buses{buses}, m_all{buses.all()}, m_perBus(m_all.size()) {}
+    explicit scenarioPlan(machineBuses& buses, purpose made = purpose::start)
+        : m_buses{buses}, m_all{buses.all()}, m_perBus(m_all.size()), m_made{made}
+    {
+    }
 
     /// Throws std::runtime_error with "FILE:LINE:COLUMN: what is wrong" for an event that the machine cannot have.
     void add(const eventDescription& what);
@@ -32,6 +39,7 @@ private:
     machineBuses& m_buses;
     const std::vector<std::unique_ptr<machineBus>>& m_all;
     std::vector<std::vector<eventRecord>> m_perBus;
+    purpose m_made;
 };
 
 } // namespace kest::sim

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -63,9 +64,13 @@ std::size_t writeAsFarAsPossible(int file, const std::string& text, std::uint64_
 
 } // namespace
 
-int openWaveFile(const std::string& path)
+namespace
 {
-    const int file = ownDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
+
+/// @param more  flags of open() besides those of every such file
+int openAsWave(const std::string& path, int more)
+{
+    const int file = ownDescriptor(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | more, 0666));
     if (file < 0) {
         errno = errno == EISDIR || errno == ELOOP || errno == ENXIO ? EEXIST : errno;
         return -1;
@@ -78,6 +83,21 @@ int openWaveFile(const std::string& path)
         return -1;
     }
     return file;
+}
+
+} // namespace
+
+int openWaveFile(const std::string& path) { return openAsWave(path, O_CREAT); }
+
+bool mayOpenWaveFile(const std::string& path)
+{
+    const int file = openAsWave(path, 0);
+    if (file >= 0) {
+        close(file);
+        return true;
+    }
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    return errno == ENOENT && access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
 bool replaceWave(int file, const std::string& text)

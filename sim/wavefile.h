@@ -11,6 +11,9 @@ namespace kest::sim
 /// @return a descriptor, or -1 with `errno`: EEXIST when the file holds anything but a waveform
 int openWaveFile(const std::string& path);
 
+/// Whether openWaveFile() would have a descriptor. Makes no file. @return false with `errno`
+bool mayOpenWaveFile(const std::string& path);
+
 /// Makes `text` the whole content of a file. What needs new space is written first, behind the old content: when there
 /// is none, the file is left as it was.
 /// @return false with `errno`

@@ -7,9 +7,12 @@
 #include <fmt/core.h>
 #include <memory>
 
+#include "tools/common/escape.h"
 #include "tools/common/failure.h"
+#include "tools/common/number.h"
 #include "tools/common/output.h"
 #include "tools/common/outputfile.h"
+#include "tools/common/preferences.h"
 
 namespace kest::tools
 {
@@ -65,12 +68,22 @@ void writeOutput(const std::string& name, std::span<const unsigned char> bytes, 
                           .what = "raw bytes are not written to a terminal",
                           .tryThis = "name a file with -o, or give --force"};
         }
-        standardOutput().bytes(bytes);
+        if (!preferred().dryRun) {
+            standardOutput().bytes(bytes);
+        }
         return;
     }
     outputFile file(name);
     file.write(bytes);
     file.finish();
+}
+
+void tellOutput(const std::string& name, std::size_t bytes)
+{
+    if (preferred().dryRun) {
+        standardOutput().text(fmt::format("{}: would be written, {}\n", name == "-" ? "standard output" : escaped(name),
+                                          countText(bytes, "byte")));
+    }
 }
 
 std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes)

@@ -13,7 +13,11 @@ namespace kest::tools
 [[nodiscard]] std::vector<unsigned char> readInput(const std::string& name, std::size_t maximum);
 
 /// Writes a whole file as an `outputFile` does, or standard output. Raw bytes go to a terminal only when forced.
+/// In a dry run (preferences.h) neither gets a byte.
 void writeOutput(const std::string& name, std::span<const unsigned char> bytes, bool force);
+
+/// Says in a dry run what writeOutput() would have written.
+void tellOutput(const std::string& name, std::size_t bytes);
 
 /// Lines of offset, hexadecimal digits and text, for people: at most 79 columns.
 [[nodiscard]] std::string hexLines(std::uint32_t offset, std::span<const unsigned char> bytes);

@@ -9,6 +9,7 @@
 #include "base/descriptor.h"
 #include "base/folders.h"
 #include "tools/common/failure.h"
+#include "tools/common/preferences.h"
 
 namespace kest::tools
 {
@@ -58,6 +59,10 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
     if (missing || S_ISREG(facts.st_mode)) {
         m_target = behindLinks(name);
     }
+    if (preferred().dryRun) {
+        rehearse();
+        return;
+    }
     if (m_target.empty()) {
         openInPlace();
         return;
@@ -93,6 +98,17 @@ outputFile::~outputFile()
     }
 }
 
+/// Whether the file could be written.
+void outputFile::rehearse() const
+{
+    const bool there = m_target.empty() || access(m_name.c_str(), F_OK) == 0;
+    check(there ? access(m_name.c_str(), W_OK) : 0);
+    if (!m_target.empty()) {
+        const std::filesystem::path folder = m_target.has_parent_path() ? m_target.parent_path() : ".";
+        check(access(folder.c_str(), W_OK | X_OK));
+    }
+}
+
 void outputFile::openInPlace()
 {
     m_descriptor = open(m_name.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
@@ -122,6 +138,9 @@ void outputFile::keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode)
 
 void outputFile::write(std::span<const unsigned char> bytes)
 {
+    if (preferred().dryRun) {
+        return;
+    }
     if (const int error = writeAll(m_descriptor, bytes); error != 0) {
         fail(error);
     }
@@ -129,6 +148,9 @@ void outputFile::write(std::span<const unsigned char> bytes)
 
 void outputFile::finish()
 {
+    if (preferred().dryRun) {
+        return;
+    }
     const bool beside = !m_beside.empty();
     if (beside) {
         check(fsync(m_descriptor));

@@ -13,7 +13,8 @@ namespace kest::tools
 /// A file being written. For a new name or a regular file, the contents are written beside it and renamed at the end:
 /// until then, and after a failure, the old file stays as it was. The new file keeps the old one's mode and owner, and
 /// a symbolic link still leads to it. Devices, pipes and open descriptors (/dev/stdout) are written in place. Every
-/// call throws a `failure` with the file's name.
+/// call throws a `failure` with the file's name. In a dry run (preferences.h) nothing is made or written, and what would
+/// be refused is refused.
 class outputFile
 {
 public:
@@ -29,6 +30,7 @@ public:
     void finish();
 
 private:
+    void rehearse() const;
     void openInPlace();
     void openBeside();
     void keepOwnerAndMode(uid_t owner, gid_t group, mode_t mode);

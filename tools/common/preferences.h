@@ -9,6 +9,7 @@ namespace kest::tools
 /// Set once, before a command begins its work.
 struct preferences {
     bool quiet = false; ///< results and failures alone: no progress, no notes
+    bool dryRun = false; ///< nothing is changed: the command says what it would do
 };
 
 /// The process's preferences.

@@ -4,6 +4,8 @@
 
 #include "tools/common/duration.h"
 #include "tools/common/failure.h"
+#include "tools/common/output.h"
+#include "tools/common/preferences.h"
 
 namespace kest::tools
 {
@@ -28,6 +30,28 @@ command addVerb(command area, const std::string& name, const std::string& help, 
 void runs(command verb, context& shared, int (*run)(const context&))
 {
     verb.whenGiven([&shared, run] { shared.action = [&shared, run] { return run(shared); }; });
+}
+
+void addDryRun(command verb)
+{
+    verb.flag("--dry-run", preferred().dryRun, "change nothing: say what would be done, or refused");
+}
+
+void addDryRunField(jsonValue& result)
+{
+    if (preferred().dryRun) {
+        result.add("dry_run", true);
+    }
+}
+
+void reportWould(const context& shared, jsonValue json, const std::string& text)
+{
+    if (shared.json) {
+        addDryRunField(json);
+        standardOutput().json(json);
+    } else {
+        standardOutput().text(text + "\n");
+    }
 }
 
 void addDevice(command verb, std::string& device)

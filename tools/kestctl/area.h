@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "tools/common/commandline.h"
+#include "tools/common/json.h"
 #include "tools/kestctl/context.h"
 
 namespace kest::tools
@@ -27,6 +28,15 @@ void runs(command verb, context& shared, const std::shared_ptr<Options>& options
 
 /// What a verb without options runs.
 void runs(command verb, context& shared, int (*run)(const context&));
+
+/// The option --dry-run of a verb that changes anything: a device, a file, the machine, the error log.
+void addDryRun(command verb);
+
+/// In a dry run adds the field that says so.
+void addDryRunField(jsonValue& result);
+
+/// Reports what a dry run would have done: JSON with the field that says so, or a line of text.
+void reportWould(const context& shared, jsonValue json, const std::string& text);
 
 /// The argument DEVICE.
 void addDevice(command verb, std::string& device);

@@ -15,6 +15,7 @@
 #include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/common/seeprom.h"
 #include "tools/common/when.h"
 #include "tools/kestctl/area.h"
@@ -69,9 +70,33 @@ struct newCopy {
     std::uint64_t outvoted = 0;
 };
 
+/// What replace() would do.
+int tellReplace(const context& shared, const newCopy& fresh)
+{
+    const bool there = exists(fresh.number);
+    const std::optional<fieldChanges> changes = there ? changesOf(fresh.number, fresh.bytes) : std::nullopt;
+    if (shared.json) {
+        jsonValue result{{"number", fresh.number}, {"size", fresh.bytes.size()}, {"replaces", there}};
+        addDryRunField(result);
+        result.add("wavered", jsonNumbers(fresh.wavered));
+        result.add("outvoted", fresh.outvoted);
+        result.add("fields", fieldChangesJson(changes));
+        standardOutput().json(result);
+    } else {
+        standardOutput().text(fmt::format("{}: would hold {}{}\n", escaped(copyLabel(fresh.number)),
+                                          countText(fresh.bytes.size(), "byte"),
+                                          there ? ", in place of what is there" : "") +
+                              fieldLines(changes, "  "));
+    }
+    return exitDone;
+}
+
 int replace(const context& shared, const newCopy& fresh, bool yes)
 {
     const std::string label = copyLabel(fresh.number);
+    if (preferred().dryRun) {
+        return tellReplace(shared, fresh);
+    }
     if (exists(fresh.number)) {
         confirm(fmt::format("{}: replace it?", label), yes);
     }
@@ -179,9 +204,12 @@ int runCopyExport(const context& shared, const copyOptions& options)
     }
     throwCopy(error, number, "read");
     writeOutput(options.file, bytes, options.force);
-    if (shared.json && options.file != "-") {
-        standardOutput().json(
-            {{"number", number}, {"size", bytes.size()}, {"output", options.file}, {"salvaged", damaged}});
+    if (shared.json && (options.file != "-" || preferred().dryRun)) {
+        jsonValue result{{"number", number}, {"size", bytes.size()}, {"output", options.file}, {"salvaged", damaged}};
+        addDryRunField(result);
+        standardOutput().json(result);
+    } else {
+        tellOutput(options.file, bytes.size());
     }
     return exitDone;
 }
@@ -189,7 +217,14 @@ int runCopyExport(const context& shared, const copyOptions& options)
 int runCopyRemove(const context& shared, const copyOptions& options)
 {
     const std::uint32_t number = copyNumber(options.which);
-    if (exists(number)) {
+    const bool there = exists(number);
+    if (preferred().dryRun) {
+        throwCopy(there ? 0 : ENOENT, number, "remove");
+        reportWould(shared, {{"number", number}, {"removed", false}},
+                    escaped(copyLabel(number)) + ": would be removed");
+        return exitDone;
+    }
+    if (there) {
         confirm(fmt::format("{}: remove it?", copyLabel(number)), options.yes);
     }
     throwCopy(host::removeCopy(number), number, "remove");
@@ -226,6 +261,7 @@ void addCopyVerb(command area, context& shared, const char* name, const char* he
         verb.text("FILE", options->file, fileHelp).required();
     }
     verb.flag("-y,--yes", options->yes, "do not ask before a copy is replaced or removed");
+    addDryRun(verb);
     if (forceHelp != nullptr) {
         verb.flag("--force", options->force, forceHelp);
     }
@@ -241,6 +277,7 @@ void addCapture(command area, context& shared)
     addVotes(verb, options->votes);
     addWait(verb, options->waitNs);
     verb.flag("-y,--yes", options->yes, "do not ask before a copy is replaced");
+    addDryRun(verb);
     runs(verb, shared, options, runCopyCapture);
 }
 

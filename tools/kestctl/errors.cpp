@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fmt/core.h>
 #include <optional>
@@ -19,6 +20,7 @@
 #include "tools/common/json.h"
 #include "tools/common/output.h"
 #include "tools/common/outputfile.h"
+#include "tools/common/preferences.h"
 #include "tools/common/when.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/errorjson.h"
@@ -112,7 +114,7 @@ public:
         const std::string text = value.dump(-1) + "\n";
         if (m_file) {
             m_file->write(std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()));
-        } else {
+        } else if (!preferred().dryRun) {
             standardOutput().text(text);
         }
     }
@@ -195,7 +197,11 @@ int runErrorsExport(const context& shared, const errorsExportOptions& options)
         file.line(entryJson(*entry));
     }
     file.finish();
-    if (options.file != "-" && shared.json) {
+    if (preferred().dryRun) {
+        reportWould(shared, {{"file", options.file}, {"entries", entries.size()}},
+                    fmt::format("{} entries would be written to {}", entries.size(),
+                                options.file == "-" ? "standard output" : escaped(options.file)));
+    } else if (options.file != "-" && shared.json) {
         standardOutput().json({{"file", options.file}, {"entries", entries.size()}});
     } else if (options.file != "-") {
         standardOutput().text(fmt::format("{} entries written to {}\n", entries.size(), escaped(options.file)));
@@ -203,8 +209,24 @@ int runErrorsExport(const context& shared, const errorsExportOptions& options)
     return code;
 }
 
+/// What clearing would do.
+int rehearseClear(const context& shared)
+{
+    int code = exitDone;
+    const std::size_t entries = entriesOf({}, code).size();
+    if (!mayChangeLog()) {
+        throw failure{.code = exitRefused, .what = std::strerror(EACCES), .step = "clear the error log"};
+    }
+    reportWould(shared, {{"cleared", false}, {"entries", entries}},
+                fmt::format("{} error {} would be deleted", entries, entries == 1 ? "entry" : "entries"));
+    return code;
+}
+
 int runErrorsClear(const context& shared, const errorsClearOptions& options)
 {
+    if (preferred().dryRun) {
+        return rehearseClear(shared);
+    }
     confirm("All error entries will be deleted.", options.yes);
     const std::string error = host::clearEntries();
     if (!error.empty()) {
@@ -265,11 +287,13 @@ void addErrors(command program, context& shared)
     command exported = addVerb(area, "export", "write whole entries as JSON, one per line, oldest first");
     exported.text("FILE", exporting->file, "file to write; - or none: standard output", "");
     addFilter(exported, exporting->filter);
+    addDryRun(exported);
     runs(exported, shared, exporting, runErrorsExport);
 
     const auto clearing = std::make_shared<errorsClearOptions>();
     command clear = addVerb(area, "clear", "delete all entries; asks first");
     clear.flag("--yes", clearing->yes, "do not ask");
+    addDryRun(clear);
     runs(clear, shared, clearing, runErrorsClear);
 }
 

@@ -51,7 +51,7 @@ std::vector<busName> busesOf(const initOptions& options)
 void confirmFile(const initOptions& options)
 {
     std::error_code none;
-    if (!options.output.empty() && std::filesystem::exists(options.output, none)) {
+    if (!preferred().dryRun && !options.output.empty() && std::filesystem::exists(options.output, none)) {
         confirm(fmt::format("replace {}?", escaped(options.output)), options.yes);
     }
 }
@@ -67,19 +67,23 @@ void writeFile(const std::string& name, const std::string& text)
 void report(const context& shared, const initOptions& options, const proposal& proposed)
 {
     if (shared.json) {
-        standardOutput().json({{"file", options.output.empty() ? jsonValue() : jsonValue(options.output)},
-                               {"buses", proposed.buses()},
-                               {"ready", proposed.readyRows()},
-                               {"to_decide", proposed.rowsToDecide()},
-                               {"configuration", proposed.text()}});
+        jsonValue result{{"file", options.output.empty() ? jsonValue() : jsonValue(options.output)},
+                         {"buses", proposed.buses()},
+                         {"ready", proposed.readyRows()},
+                         {"to_decide", proposed.rowsToDecide()},
+                         {"configuration", proposed.text()}};
+        addDryRunField(result);
+        standardOutput().json(result);
     } else if (options.output.empty()) {
         standardOutput().text(proposed.text());
     } else {
         const std::string hint =
-            preferred().quiet ? ""
-                              : fmt::format("; read it, then use it by\n  export KEST_CONFIG={}",
-                                            escaped(shellWord(std::filesystem::absolute(options.output).string())));
-        standardOutput().text(fmt::format("{}: {} rows are ready, {} wait for a decision{}\n", escaped(options.output),
+            preferred().quiet || preferred().dryRun
+                ? ""
+                : fmt::format("; read it, then use it by\n  export KEST_CONFIG={}",
+                              escaped(shellWord(std::filesystem::absolute(options.output).string())));
+        standardOutput().text(fmt::format("{}: {}{} rows are ready, {} wait for a decision{}\n",
+                                          escaped(options.output), preferred().dryRun ? "would be written; " : "",
                                           proposed.readyRows(), proposed.rowsToDecide(), hint));
     }
 }
@@ -117,6 +121,7 @@ void addInit(command program, context& shared)
     addNode(verb, options->node);
     verb.text("-o,--output", options->output, "file to write (default: standard output)", "FILE");
     verb.flag("--hubs", options->hubs, "parts at the addresses of hubs are 922 hubs: look behind them");
+    addDryRun(verb);
     verb.flag("-y,--yes", options->yes, "replace the file without a question");
     addSpeed(verb, options->speedKhz, usualSpeed);
     addWait(verb, options->waitNs);

@@ -17,6 +17,7 @@
 #include "tools/common/json.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/common/seeprom.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/messagefailure.h"
@@ -109,12 +110,13 @@ int runMessageRead(const context& shared, const messageOptions& options)
     if (!options.output.empty()) {
         writeOutput(options.output, answer.data, options.force);
     }
-    if (shared.json && options.output != "-") {
+    if (shared.json && (options.output != "-" || preferred().dryRun)) {
         jsonValue result{{"device", which.label},
                          {"text", which.text},
                          {"offset", range.offset},
                          {"length", answer.data.size()},
                          {"flags", answer.flags}};
+        addDryRunField(result);
         if (options.output.empty()) {
             result.add("data", hexDigits(answer.data));
         } else {
@@ -123,6 +125,8 @@ int runMessageRead(const context& shared, const messageOptions& options)
         standardOutput().json(result);
     } else if (options.output.empty()) {
         standardOutput().text(hexLines(range.offset, answer.data));
+    } else {
+        tellOutput(options.output, answer.data.size());
     }
     return exitDone;
 }
@@ -155,6 +159,13 @@ int runMessageWrite(const context& shared, const messageOptions& options)
     warnUnlessHardware();
     refuseDoubtfulWrite(which, options.force);
     guardWrite(options, which, range, bytes);
+    if (preferred().dryRun) {
+        reportWould(shared,
+                    {{"device", which.label}, {"text", which.text}, {"offset", range.offset}, {"length", range.length}},
+                    fmt::format("{}: would write {} at offset {} by message", escaped(which.label),
+                                countText(range.length, "byte"), range.offset));
+        return exitDone;
+    }
     confirm(fmt::format("{}: write {} at offset {} by message?", which.label, countText(range.length, "byte"),
                         range.offset),
             options.yes);
@@ -217,6 +228,7 @@ void addRead(command area, context& shared)
     verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
     verb.text("--length", options->length, "how many bytes (default: up to the end, at most 65536)", "N");
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
+    addDryRun(verb);
     verb.flag("--force", options->force, forcedType + "; write raw bytes even to a terminal; read even through a hub");
 }
 
@@ -229,6 +241,7 @@ void addWrite(command area, context& shared)
     verb.text("--hex", options->hex, "bytes to write as hexadecimal digits", "DIGITS");
     verb.text("--offset", options->offset, "first byte, counted from 0 (default 0)", "N");
     verb.flag("-y,--yes", options->yes, "do not ask; required without a terminal");
+    addDryRun(verb);
     verb.flag("--force", options->force, forcedType + "; write even if a kernel driver has the device");
 }
 

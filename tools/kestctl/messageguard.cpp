@@ -7,6 +7,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/identity.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/messagefailure.h"
 
 namespace kest::tools
@@ -68,7 +69,15 @@ void guardContents(const device& which, const byteRange& range, std::span<const 
     if (range.offset != 0) {
         return;
     }
-    if (const contentsFinding found = judgeWritten(bytes); !found.doubt.empty()) {
+    const contentsFinding found = judgeWritten(bytes);
+    if (found.doubt.empty()) {
+        return;
+    }
+    if (preferred().dryRun) {
+        const std::string line =
+            fmt::format("kestctl: {}: {}; a write asks, or needs --force", which.label, found.doubt);
+        std::fputs((escaped(line) + "\n").c_str(), stderr);
+    } else {
         askForContents(which, found);
     }
 }

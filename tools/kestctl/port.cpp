@@ -17,6 +17,7 @@
 #include "tools/common/number.h"
 #include "tools/common/operation.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/portwords.h"
 
@@ -104,7 +105,8 @@ constexpr unsigned resetPin = 15;
 void guardResetLine(const device& which, std::uint32_t pins, bool yes)
 {
     const auto line = std::ranges::find(resetLines, which.end().address, &resetLine::address);
-    if (which.end().type->type == KEST_DEV_9552 && line != resetLines.end() && (pins >> resetPin & 1U) != 0) {
+    const bool asks = !preferred().dryRun;
+    if (asks && which.end().type->type == KEST_DEV_9552 && line != resetLines.end() && (pins >> resetPin & 1U) != 0) {
         confirm(fmt::format("Pin {} of {} is the reset line of the hubs at {} and {}.", resetPin, which.label,
                             addressText(line->hubs[0]), addressText(line->hubs[1])),
                 yes);
@@ -180,18 +182,23 @@ int runPortWrite(const context& shared, const portWriteOptions& options)
                                    : static_cast<std::uint32_t>(parseNumber(options.mask, "--mask", allPins(which)));
     refuseDoubtfulWrite(which, options.force);
     guardResetLine(which, copies ? mask : bits, options.yes);
-    writePins(which, operation, bits, mask, options);
+    if (!preferred().dryRun) {
+        writePins(which, operation, bits, mask, options);
+    }
+    const char* const would = preferred().dryRun ? "would set " : "";
     if (shared.json) {
         jsonValue result = head(which);
+        addDryRunField(result);
         result.add("operation", operation.word);
         result.add("bits", bits);
         result.add("mask", copies ? mask : bits);
         standardOutput().json(result);
     } else if (copies) {
-        standardOutput().text(
-            fmt::format("{}: pins {} set to 0x{:X}\n", escaped(which.label), pinList(mask), bits & mask));
+        standardOutput().text(fmt::format("{}: {}pins {} {}to 0x{:X}\n", escaped(which.label), would, pinList(mask),
+                                          preferred().dryRun ? "" : "set ", bits & mask));
     } else {
-        standardOutput().text(fmt::format("{}: pins {} {}\n", escaped(which.label), pinList(bits), operation.word));
+        standardOutput().text(
+            fmt::format("{}: {}pins {} {}\n", escaped(which.label), would, pinList(bits), operation.word));
     }
     return exitDone;
 }
@@ -222,16 +229,21 @@ int runPortConfig(const context& shared, const portConfigOptions& options)
                                     ? chosenPins(options.value, options.pins, which, "VALUE")
                                     : static_cast<std::uint32_t>(parseNumber(options.value, "VALUE", highestByte));
     refuseDoubtfulWrite(which, options.force);
-    configurePins(which, function, value, options);
+    if (!preferred().dryRun) {
+        configurePins(which, function, value, options);
+    }
+    const char* const is = preferred().dryRun ? "would be" : function.perPin ? "are" : "is";
     if (shared.json) {
         jsonValue result = head(which);
+        addDryRunField(result);
         result.add("function", function.word);
         result.add("value", value);
         standardOutput().json(result);
     } else {
         standardOutput().text(
-            function.perPin ? fmt::format("{}: pins {} are {}s\n", escaped(which.label), pinList(value), function.word)
-                            : fmt::format("{}: {} is 0x{:02X}\n", escaped(which.label), function.word, value));
+            function.perPin
+                ? fmt::format("{}: pins {} {} {}s\n", escaped(which.label), pinList(value), is, function.word)
+                : fmt::format("{}: {} {} 0x{:02X}\n", escaped(which.label), function.word, is, value));
     }
     return exitDone;
 }
@@ -264,6 +276,7 @@ void addWrite(command area, context& shared)
     write.text("--pins", writing->pins, "pins as a list instead: 0,3-5", "LIST");
     write.text("--mask", writing->mask, "for copy: the pins to change, as bits (default: all)", "N");
     write.flag("--yes", writing->yes, "drive a hub's reset line without asking");
+    addDryRun(write);
     write.flag("--force", writing->force, forcedType + "; write even if a kernel driver has the device");
     addSpeed(write, writing->speedKhz, usualSpeed);
     addWait(write, writing->waitNs);
@@ -282,6 +295,7 @@ void addConfig(command area, context& shared)
     config.text("FUNCTION", configuring->function, "what to set", "").required();
     config.text("VALUE", configuring->value, "pins as bits, or the register's byte", "");
     config.text("--pins", configuring->pins, "pins as a list instead: 0,3-5", "LIST");
+    addDryRun(config);
     config.flag("--force", configuring->force, forcedType + "; write even if a kernel driver has the device");
     addSpeed(config, configuring->speedKhz, usualSpeed);
     addWait(config, configuring->waitNs);

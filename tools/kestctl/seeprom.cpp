@@ -13,6 +13,7 @@
 #include "tools/common/files.h"
 #include "tools/common/heldread.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/seepromchoice.h"
 #include "tools/kestctl/seepromcompare.h"
@@ -53,8 +54,9 @@ int runSeepromRead(const context& shared, const readOptions& options)
     if (!options.output.empty()) {
         writeOutput(options.output, bytes, options.from.force);
     }
-    if (shared.json && options.output != "-") {
+    if (shared.json && (options.output != "-" || preferred().dryRun)) {
         auto result = rangeJson(chip, range);
+        addDryRunField(result);
         if (options.output.empty()) {
             result.add("data", hexDigits(bytes));
         } else {
@@ -65,6 +67,8 @@ int runSeepromRead(const context& shared, const readOptions& options)
         standardOutput().json(result);
     } else if (options.output.empty()) {
         standardOutput().text(hexLines(range.offset, bytes));
+    } else {
+        tellOutput(options.output, bytes.size());
     }
     return exitDone;
 }
@@ -102,15 +106,17 @@ int runOneDump(const context& shared, const dumpOptions& options)
     const std::optional<fieldChanges> changes = changesSince(dumpIn(options.output), chip, range, bytes);
     writeOutput(options.output, std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()), true);
     // the dump itself is JSON, too
-    if (shared.json && options.output != "-") {
+    if (shared.json && (options.output != "-" || preferred().dryRun)) {
         auto result = rangeJson(chip, range);
+        addDryRunField(result);
         result.add("output", options.output);
         result.add("wavered", jsonNumbers(chip.wavered()));
         result.add("outvoted", chip.outvoted());
         result.add("fields", fieldChangesJson(changes));
         standardOutput().json(result);
-    } else if (options.output != "-") {
-        standardOutput().text(fieldLines(changes));
+    } else {
+        tellOutput(options.output, text.size());
+        standardOutput().text(options.output != "-" ? fieldLines(changes) : "");
     }
     return exitDone;
 }
@@ -138,6 +144,7 @@ void addRead(command area, context& shared)
     command verb = addVerb(area, "read", "read bytes, and show them or save them in a file", typeCaution);
     verb.text("DEVICE", options->from.device, "name, number or device text").required();
     verb.text("-o,--output", options->output, "save the raw bytes in FILE, - for standard output", "FILE");
+    addDryRun(verb);
     addForce(verb, options->from, "write raw bytes even to a terminal");
     addChoice(verb, options->from);
     runs(verb, shared, options, runSeepromRead);
@@ -150,6 +157,7 @@ void addDump(command area, context& shared)
     verb.text("DEVICE", options->from.device, "name, number or device text");
     verb.text("--all", options->folder, "instead: every SEEPROM of the device table, in files there", "DIRECTORY");
     verb.text("-o,--output", options->output, "dump file, - for standard output (default)", "FILE");
+    addDryRun(verb);
     addForce(verb, options->from);
     addChoice(verb, options->from);
     runs(verb, shared, options, runSeepromDump);

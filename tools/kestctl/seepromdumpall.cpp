@@ -17,6 +17,8 @@
 #include "tools/common/interrupt.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
+#include "tools/kestctl/area.h"
 #include "tools/kestctl/busbars.h"
 #include "tools/kestctl/dumpworker.h"
 
@@ -43,6 +45,11 @@ int dumpOne(const seepromOptions& from, const plannedDump& planned)
         const byteVector bytes =
             readHeld(chip, range, "dump", {.use = operationUse::read, .doing = "seeprom dump", .waitNs = from.waitNs});
         const std::string text = dumpText(dumpOf(chip, range.offset, bytes));
+        std::error_code none;
+        if (preferred().dryRun && !std::filesystem::exists(planned.file.parent_path(), none)) {
+            // it would be made
+            return exitDone;
+        }
         writeOutput(planned.file.string(), std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size()),
                     true);
         return exitDone;
@@ -173,10 +180,11 @@ void dumpRun::report(const plannedDump& each, int code)
     if (m_json) {
         m_rows.push_back(
             {{"device", each.device}, {"output", each.file.string()}, {"length", each.bytes}, {"exit_code", code}});
+        addDryRunField(m_rows.back());
     } else if (code == exitDone) {
         m_bars.clear();
-        standardOutput().text(
-            fmt::format("{}: {} in {}\n", escaped(each.device), sizeText(each.bytes), escaped(each.file.string())));
+        standardOutput().text(fmt::format("{}: {} {}in {}\n", escaped(each.device), sizeText(each.bytes),
+                                          preferred().dryRun ? "would be " : "", escaped(each.file.string())));
         standardOutput().flush();
     }
 }
@@ -214,7 +222,8 @@ int dumpAll(const context& shared, const seepromOptions& from, const std::filesy
                       .tryThis = "'kestctl devices' shows the table",
                       .step = "dump"};
     }
-    if (const int error = makeFolders(folder); error != 0) {
+    const int error = preferred().dryRun ? 0 : makeFolders(folder);
+    if (error != 0) {
         throw systemFailure(error, "dump", folder.string());
     }
     return dumpRun(shared.json, std::move(plan)).run([&from](const plannedDump& each) { return dumpOne(from, each); });

@@ -18,6 +18,7 @@
 #include "tools/common/operation.h"
 #include "tools/common/output.h"
 #include "tools/common/partcontents.h"
+#include "tools/common/preferences.h"
 #include "tools/common/watchedreads.h"
 #include "tools/common/widthguard.h"
 #include "tools/kestctl/area.h"
@@ -114,7 +115,7 @@ byteVector readPart(seeprom& chip, const setOptions& options, const std::vector<
 {
     const byteRange all = chip.range(0, std::nullopt);
     widthGuard width(chip, all,
-                     {.yes = options.care.yes, .dryRun = options.care.dryRun, .unproved = options.care.widthUnproved});
+                     {.yes = options.care.yes, .dryRun = preferred().dryRun, .unproved = options.care.widthUnproved});
     return readWatched(chip, width, [&](watchedReads reads) {
         partContents part(servedBytes(chip), reads.reader("set"));
         const std::uint32_t room = std::min(part.capacity(), endOfContents(part) + mostGrowth(settings));
@@ -166,19 +167,18 @@ int setInFile(const context& shared, const setOptions& options, const std::vecto
     const byteVector old = readInput(name, mostImageBytes);
     const contents::format& as = editableFormat(old, name);
     const byteVector now = bytesOf(contents::setFields(as.name, old, settings), name, "set");
-    if (!options.care.dryRun) {
-        writeOutput(options.output, now, options.to.force);
-    }
-    if (options.output == "-") {
+    writeOutput(options.output, now, options.to.force);
+    if (options.output == "-" && !preferred().dryRun) {
         return exitDone;
     }
     if (shared.json) {
         standardOutput().json({{"file", name},
                                {"output", options.output},
-                               {"dry_run", options.care.dryRun},
+                               {"dry_run", preferred().dryRun},
                                {"fields", fieldChangesJson(fieldChangesOf(old, now))}});
     } else {
         standardOutput().text(changeText(old, now));
+        tellOutput(options.output, now.size());
     }
     return exitDone;
 }
@@ -198,7 +198,12 @@ int runSeepromMake(const context& shared, const makeOptions& options)
     const byteVector image =
         bytesOf(contents::makeImage(name, static_cast<std::size_t>(size), settingsIn(options.fields)), name, "make");
     writeOutput(options.output, image, options.force);
-    if (shared.json && options.output != "-") {
+    if (preferred().dryRun) {
+        reportWould(shared, {{"format", name}, {"output", options.output}, {"length", image.size()}},
+                    fmt::format("{}: would be {} of the format {}",
+                                options.output == "-" ? "standard output" : escaped(options.output),
+                                countText(image.size(), "byte"), name));
+    } else if (shared.json && options.output != "-") {
         standardOutput().json({{"format", name}, {"output", options.output}, {"length", image.size()}});
     } else if (options.output != "-") {
         standardOutput().text(
@@ -251,6 +256,7 @@ void addSeepromMake(command area, context& shared)
     verb.texts("FIELD", options->fields, "FIELD=VALUE: what the image holds", "");
     verb.text("--size", options->size, "bytes of the image, filled with FF (default: as many as the content has)", "N");
     verb.text("-o,--output", options->output, "save the image in FILE, - for standard output", "FILE").required();
+    addDryRun(verb);
     verb.flag("--force", options->force, "overwrite the file; write raw bytes even to a terminal");
     runs(verb, shared, options, runSeepromMake);
 }

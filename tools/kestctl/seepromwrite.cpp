@@ -202,6 +202,7 @@ int writeAndTell(const context& shared, seeprom& chip, std::uint32_t offset, std
 carefulWriteOptions careOf(const carefulWriteOptions& given, const seepromOptions& to, const std::string& doing)
 {
     carefulWriteOptions care = given;
+    care.dryRun = preferred().dryRun;
     care.force = to.force;
     care.waitNs = to.waitNs;
     care.doing = doing;
@@ -225,7 +226,7 @@ int writeBack(const context& shared, seeprom& chip, const std::string& file, con
 void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
 {
     verb.flag("-y,--yes", care.yes, "do not ask; required without a terminal");
-    verb.flag("--dry-run", care.dryRun, "only show what would be written");
+    addDryRun(verb);
     addForce(verb, to,
              "write even if a kernel driver has the device, the part is not the expected one, or its contents would be "
              "damaged or lost");

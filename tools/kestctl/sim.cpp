@@ -2,6 +2,7 @@
 
 #include "tools/common/failure.h"
 #include "tools/common/machine.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/simbus.h"
 #include "tools/kestctl/simfault.h"
@@ -17,7 +18,13 @@ namespace
 
 int runSimPowerCycle(const context& shared)
 {
-    if (!openConfiguredMachine()->powerCycle()) {
+    const auto machine = openConfiguredMachine();
+    if (preferred().dryRun) {
+        machine->checkBuses();
+        reportWould(shared, {{"power_cycled", false}}, "registers would be at their defaults, hubs out of reset");
+        return exitDone;
+    }
+    if (!machine->powerCycle()) {
         throw failure{.what = "a bus was left out or is not done: it cannot be used, or the image of a page in a write "
                               "cycle cannot be read or written",
                       .tryThis = "see to the machine's folder, and repeat it"};
@@ -38,9 +45,11 @@ void addSim(command program, context& shared)
     addSimFault(area, shared);
     addSimWave(area, shared);
     addSimPlay(area, shared);
-    runs(addVerb(area, "power-cycle", "registers to their defaults, hubs out of reset, held lines free",
-                 "Images stay, but for pages whose write cycles run: these are torn."),
-         shared, runSimPowerCycle);
+    const command cycle =
+        addVerb(area, "power-cycle", "registers to their defaults, hubs out of reset, held lines free",
+                "Images stay, but for pages whose write cycles run: these are torn.");
+    addDryRun(cycle);
+    runs(cycle, shared, runSimPowerCycle);
 }
 
 } // namespace kest::tools

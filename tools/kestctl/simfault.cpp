@@ -1,15 +1,18 @@
 #include "tools/kestctl/simfault.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fmt/core.h>
 #include <optional>
 #include <stdexcept>
+#include <vector>
 
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/machine.h"
 #include "tools/common/number.h"
 #include "tools/common/output.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/simbus.h"
 
@@ -61,6 +64,11 @@ int runFaultAdd(const context& shared, const faultAddOptions& options)
         what.node = machineNode(*machine, options.node);
     }
     try {
+        if (preferred().dryRun) {
+            machine->checkFault(what);
+            reportWould(shared, {{"kind", what.kind}}, fmt::format("a fault {} would be added", escaped(what.kind)));
+            return exitDone;
+        }
         const std::uint32_t number = machine->addFault(what);
         reportDone(shared, {{"number", number}}, fmt::format("fault {}", number));
     } catch (const std::invalid_argument& why) {
@@ -85,15 +93,32 @@ int runFaultList(const context& shared)
     return exitDone;
 }
 
+bool hasFault(sim::machine& machine, std::uint32_t number)
+{
+    const std::vector<sim::machine::listedFault> faults = machine.faults();
+    return std::ranges::find(faults, number, &sim::machine::listedFault::number) != faults.end();
+}
+
 int runFaultClear(const context& shared, const faultClearOptions& options)
 {
     const auto machine = openConfiguredMachine();
-    if (!options.number) {
+    const bool dryRun = preferred().dryRun;
+    bool found = true;
+    if (options.number) {
+        found = dryRun ? hasFault(*machine, *options.number) : machine->clearFault(*options.number);
+    } else if (!dryRun) {
         machine->clearFaults();
-    } else if (!machine->clearFault(*options.number)) {
+    }
+    if (!found) {
         throw failure{.code = exitFailed,
                       .what = fmt::format("there is no fault {}", *options.number),
                       .tryThis = "'kestctl sim fault list' shows them"};
+    }
+    if (dryRun) {
+        reportWould(shared, {{"cleared", false}},
+                    options.number ? fmt::format("fault {} would be cleared", *options.number)
+                                   : "all faults would be cleared");
+        return exitDone;
     }
     reportDone(shared, {{"cleared", true}},
                options.number ? fmt::format("fault {} cleared", *options.number) : "all faults cleared");
@@ -140,6 +165,7 @@ void addFaultAdd(command fault, context& shared)
     addMilliseconds(add, "--lasts-ms", what.lastsMs,
                     "of hold-scl: ends after this bus time, in ms, or with a unit: 2s; an hour at most", 3'600'000);
     add.flag("--until-reset", what.untilReset, "ends for good with a reset of the bus or hub");
+    addDryRun(add);
     runs(add, shared, adding, runFaultAdd);
 }
 
@@ -154,6 +180,7 @@ void addFaultClear(command fault, context& shared)
                 static_cast<std::uint32_t>(parseNumber(text, "fault", std::numeric_limits<std::uint32_t>::max()));
         },
         "number of the fault; none: all", "");
+    addDryRun(clear);
     runs(clear, shared, clearing, runFaultClear);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 #include "sim/demo.h"
@@ -121,12 +122,33 @@ void makeMachine(const std::filesystem::path& folder, const sim::machineTemplate
     }
 }
 
+/// What making a machine would do. Its folder can be made if the nearest one that is there can be written.
+void rehearse(const context& shared, const std::filesystem::path& folder, const sim::machineTemplate& which)
+{
+    std::filesystem::path nearest = std::filesystem::absolute(folder);
+    while (!std::filesystem::exists(nearest)) {
+        nearest = nearest.parent_path();
+    }
+    if (nearest == std::filesystem::absolute(folder)) {
+        static_cast<void>(isThere(folder));
+    }
+    if (!std::filesystem::is_directory(nearest) || access(nearest.c_str(), W_OK | X_OK) != 0) {
+        throw systemFailure(std::filesystem::is_directory(nearest) ? errno : ENOTDIR, "make machine", folder.string());
+    }
+    reportWould(shared, {{"folder", folder.string()}, {"template", std::string(which.name)}},
+                fmt::format("{}: a {} machine would be made", escaped(folder.string()), which.name));
+}
+
 /// Refuses a folder that has anything in it.
 int runSimNew(const context& shared, const simNewOptions& options)
 {
     const std::filesystem::path folder = options.folder;
     const sim::machineTemplate& which = findTemplate(options.machine);
     try {
+        if (preferred().dryRun) {
+            rehearse(shared, folder.has_filename() ? folder : folder.parent_path(), which);
+            return exitDone;
+        }
         makeMachine(folder.has_filename() ? folder : folder.parent_path(), which);
     } catch (const std::system_error& why) {
         throw systemFailure(why.code().value(), "make machine", options.folder);
@@ -154,6 +176,7 @@ void addSimNew(command area, context& shared)
     command verb = addVerb(area, "new", "write a machine and its configuration into a new folder", templateHelp());
     verb.text("DIR", options->folder, "folder to make", "").required();
     verb.text("--template", options->machine, "what machine: " + templateNames() + "; demo otherwise", "NAME");
+    addDryRun(verb);
     verb.whenGiven([&shared, options] {
         shared.needsConfiguration = false;
         shared.action = [&shared, options] { return runSimNew(shared, *options); };

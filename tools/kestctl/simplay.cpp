@@ -8,6 +8,7 @@
 #include "tools/common/files.h"
 #include "tools/common/machine.h"
 #include "tools/common/number.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/simbus.h"
 
@@ -26,7 +27,13 @@ int runSimPlay(const context& shared, const playOptions& options)
     const auto bytes = readInput(options.file, longestScenario);
     const auto machine = openConfiguredMachine();
     try {
-        const std::size_t events = machine->play({bytes.begin(), bytes.end()}, options.file);
+        const std::string scenario(bytes.begin(), bytes.end());
+        if (preferred().dryRun) {
+            const std::size_t found = machine->checkScenario(scenario, options.file);
+            reportWould(shared, {{"events", found}}, countText(found, "event") + " would come");
+            return exitDone;
+        }
+        const std::size_t events = machine->play(scenario, options.file);
         reportDone(shared, {{"events", events}}, countText(events, "event") + " to come");
     } catch (const std::system_error& why) {
         throw machineFailure(why);
@@ -50,6 +57,7 @@ void addSimPlay(command area, context& shared)
                            "  address = 0xA0        # and hub, port\n"
                            "A file without events ends the scenario before.");
     play.text("FILE", options->file, "the scenario; - for standard input", "").required();
+    addDryRun(play);
     runs(play, shared, options, runSimPlay);
 }
 

@@ -8,6 +8,7 @@
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/machine.h"
+#include "tools/common/preferences.h"
 #include "tools/kestctl/area.h"
 #include "tools/kestctl/simbus.h"
 
@@ -31,7 +32,7 @@ int runWaveStart(const context& shared, const waveOptions& options)
     const auto bus = busOnNode(*machine, options.bus, options.node);
     requireBus(*machine, bus);
     const std::filesystem::path file = std::filesystem::absolute(options.file);
-    if (!machine->startWave(bus, file)) {
+    if (preferred().dryRun ? !machine->mayStartWave(bus, file) : !machine->startWave(bus, file)) {
         if (errno == EEXIST) {
             throw failure{.code = exitRefused,
                           .what = "what is there is no waveform, and is not overwritten",
@@ -40,6 +41,11 @@ int runWaveStart(const context& shared, const waveOptions& options)
                           .step = "record"};
         }
         throw systemFailure(errno, "record", file.string());
+    }
+    if (preferred().dryRun) {
+        reportWould(shared, {{"bus", bus}, {"file", file.string()}},
+                    fmt::format("sim:{} would be recorded into {}", escaped(bus), escaped(file.string())));
+        return exitDone;
     }
     reportDone(shared, {{"bus", bus}, {"file", file.string()}},
                fmt::format("recording sim:{} into {} until 'kestctl sim wave stop {}'", escaped(bus),
@@ -52,6 +58,11 @@ int runWaveStop(const context& shared, const waveOptions& options)
     const auto machine = openConfiguredMachine();
     const auto bus = busOnNode(*machine, options.bus, options.node);
     requireBus(*machine, bus);
+    if (preferred().dryRun && machine->isRecording(bus)) {
+        reportWould(shared, {{"bus", bus}, {"stopped", false}}, "sim:" + escaped(bus) + ": recording would end");
+        return exitDone;
+    }
+    // in a dry run there is nothing to stop
     if (!machine->stopWave(bus)) {
         if (errno == ENOENT) {
             throw failure{.what = "nothing is being recorded", .device = "sim:" + bus, .step = "sim wave stop"};
@@ -74,12 +85,14 @@ void addSimWave(command area, context& shared)
     start.text("BUS", starting->bus, "name of the bus", "").required();
     start.text("FILE", starting->file, "VCD file to write", "").required();
     addMachineNode(start, starting->node, "the bus's node");
+    addDryRun(start);
     runs(start, shared, starting, runWaveStart);
 
     const auto stopping = std::make_shared<waveOptions>();
     command stop = addVerb(wave, "stop", "end the recording");
     stop.text("BUS", stopping->bus, "name of the bus", "").required();
     addMachineNode(stop, stopping->node, "the bus's node");
+    addDryRun(stop);
     runs(stop, shared, stopping, runWaveStop);
 }
 
