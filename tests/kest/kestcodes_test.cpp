@@ -55,21 +55,21 @@ std::string document(const std::string& name = "error-codes.md")
 }
 
 /// A row of the operator's guide.
-struct guideRow {
+struct GuideRow {
     std::string meaning, blames, check;
 };
 
 /// The rows of the operator's guide, by reason.
-std::map<std::uint32_t, guideRow> guideRows()
+std::map<std::uint32_t, GuideRow> guideRows()
 {
     std::istringstream text(document("operators-guide.md"));
-    std::map<std::uint32_t, guideRow> rows;
+    std::map<std::uint32_t, GuideRow> rows;
     for (std::string line; std::getline(text, line);) {
         const std::vector<std::string> cells = cellsOf(line);
         if (!cells.empty() && cells[0].starts_with("0x1")) {
             EXPECT_EQ(4U, cells.size()) << line;
             const auto reason = static_cast<std::uint32_t>(std::stoul(cells[0], nullptr, 16));
-            const bool isNew = cells.size() == 4 && rows.emplace(reason, guideRow{cells[1], cells[2], cells[3]}).second;
+            const bool isNew = cells.size() == 4 && rows.emplace(reason, GuideRow{cells[1], cells[2], cells[3]}).second;
             EXPECT_TRUE(isNew) << line;
         }
     }
@@ -184,7 +184,7 @@ TEST(ErrorCodes, KestctlHasTheDocumentsWordsForServicesAndTools)
 
 TEST(ErrorCodes, OperatorsGuideHasEveryReasonWithTheWordsOfKestctl)
 {
-    const std::map<std::uint32_t, guideRow> rows = guideRows();
+    const std::map<std::uint32_t, GuideRow> rows = guideRows();
     for (std::uint32_t reason = 0x1300; reason <= 0x17FF; ++reason) {
         const auto row = rows.find(reason);
         const std::string meaning = row == rows.end() ? "" : row->second.meaning;
