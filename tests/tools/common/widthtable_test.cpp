@@ -259,12 +259,11 @@ TEST_P(WidthTable, WritesByAnotherWidthAreRefusedAndChangeNoByte)
             if (!isRight || end.front() == '3') {
                 EXPECT_EQ(0U, changed(index)) << part.name << " as " << claim << ": " << end;
             }
-            if (part.word == std::string(blocks) && isOneValue()) {
-                EXPECT_EQ(0U, end.find(claim == "1C0002" ? "3 the part is no 24C02: one offset byte, and it goes on at "
-                                                           "the next address (24C04 to 24C16): a byte written at "
-                                                           "offset 0x41 as a trial reads back; it holds its old bytes"
-                                                         : "3 a byte written behind two offset bytes"))
-                    << part.name << " as " << claim << ": " << end;
+            if (part.word == std::string(blocks) && isOneValue() && claim == "1C0002") {
+                EXPECT_EQ("3 the part is no 24C02: one offset byte, and it goes on at the next address (24C04 to "
+                          "24C16): a byte written at offset 0x41 as a trial reads back; it holds its old bytes",
+                          end)
+                    << part.name;
             }
             if (end == "0") {
                 EXPECT_EQ("QRST", readFile(image(index)).substr(0x41, 4)) << part.name << " as " << claim;
