@@ -1,3 +1,4 @@
+/// @file
 /// What a platform says of itself to `kest_platform_check`, the checks of this interface. A port defines
 /// kest_describePort(), links the archive with its platform and the library, and runs the program: each check prints one
 /// line. docs/porting.md shows how.
@@ -18,34 +19,26 @@ struct kest_checkedMemory {
 
 /// What the checks can use. A check that needs what a port leaves out is not made, and says so.
 struct kest_checkedPort {
-    kest_checkedMemory memory{};
-
-    /// An address of the memory's bus where nothing answers, 8-bit form; 0: none is known.
-    std::uint16_t silentAddress = 0;
-    /// Device text of a SEEPROM at that address.
-    const char* silentText = nullptr;
+    kest_checkedMemory memory{}; ///< on the bus that all checks of devices use
+    std::uint16_t silentAddress = 0; ///< of that bus, where nothing answers, 8-bit form; 0: none is known
+    const char* silentText = nullptr; ///< device text of a SEEPROM at that address
     /// Device text of a 9554 or 9555 on the memory's bus, whose outputs and directions the checks may change.
     const char* expanderText = nullptr;
     std::uint16_t expanderAddress = 0; ///< of the same, 8-bit form
-    /// A path of no bus.
-    const char* missingPath = nullptr;
+    const char* missingPath = nullptr; ///< a path of no bus
     std::int32_t missingNode = -1; ///< a node that is not mapped, 0-7; -1: none is known
-    /// Failed calls leave first-failure data.
-    bool keepsFirstFailures = false;
-
+    bool keepsFirstFailures = false; ///< failed calls leave first-failure data
     const char* registryKey = nullptr; ///< that is set
-    const char* registryValue = nullptr;
-    const char* missingKey = "kest/check/no such key";
-
+    const char* registryValue = nullptr; ///< its value
+    const char* missingKey = "kest/check/no such key"; ///< that is not set
     bool hasCopy = false; ///< the device `copyNumber` has a persisted copy of 64 bytes or more
-    std::uint32_t copyNumber = 0;
+    std::uint32_t copyNumber = 0; ///< a device number
     const char* location = nullptr; ///< location text of the device `locatedNumber` at position 0
-    std::uint32_t locatedNumber = 0;
+    std::uint32_t locatedNumber = 0; ///< a device number
     bool hasMissingNumber = false; ///< no device has the number `missingNumber`
-    std::uint32_t missingNumber = 0;
-
-    /// @return the committed entries with that log id as text, each with the text of its collected traces and its user
-    /// details in lower-case hexadecimal digits; empty when there are none. Null: the log cannot be read back.
+    std::uint32_t missingNumber = 0; ///< a device number
+    /// Null: the log cannot be read back. Else it returns the committed entries with that log id as text, each with the
+    /// text of its collected traces and its user details in lower-case hexadecimal digits; empty when there are none.
     std::string (*committedText)(std::uint32_t logId) = nullptr;
 };
 
