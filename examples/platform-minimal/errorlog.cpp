@@ -16,11 +16,17 @@ struct committedEntry {
     std::uint32_t logId = 0;
     std::string text;
 };
-constinit std::array<committedEntry, 64> committed{}; ///< ready before any initialiser runs
 constinit std::size_t commits = 0;
 constinit std::mutex logging;
 // A board keeps this number across restarts: no two entries may ever share a log id.
 constinit std::atomic<std::uint32_t> lastLogId{0};
+
+/// Made at its first use, which may be before main().
+std::array<committedEntry, 64>& committed()
+{
+    static std::array<committedEntry, 64> entries;
+    return entries;
+}
 
 } // namespace
 
@@ -141,7 +147,7 @@ void ErrlEntry::commit(unsigned short, unsigned short)
     // A board writes the entry to its flash here, and returns when it is there.
     const std::lock_guard hold(logging);
     try {
-        committed[commits++ % committed.size()] = {plid(), m_state->items};
+        committed()[commits++ % committed().size()] = {plid(), m_state->items};
     } catch (const std::bad_alloc&) {
         // never lost silently
         std::fprintf(stderr, "entry 0x%08X, return code 0x%08X: no memory\n", plid(), getRC());
@@ -160,7 +166,7 @@ std::string minimal::committedText(std::uint32_t logId)
 {
     std::string text;
     const std::lock_guard hold(logging);
-    for (const committedEntry& entry : committed) {
+    for (const committedEntry& entry : committed()) {
         text += entry.logId == logId ? entry.text : "";
     }
     return text;

@@ -122,11 +122,9 @@ int configureWord(device& opened, bool sets, wobu_iic_cfg_t item, std::uint32_t&
         word = chipAt(opened.target) != nullptr ? MERN_DETECT_PRESENT : MERN_DETECT_ABSENT;
         return opened.target == 0 ? EINVAL : 0;
     }
-    if (item == WOBU_IIC_TARGET && sets && !isAddress(word)) {
-        return EINVAL;
-    }
-    if (item == WOBU_IIC_TARGET && sets && opened.block.address != 0 && word != opened.block.address) {
-        return ENOSYS;
+    const bool behindHub = opened.block.address != 0 && word != opened.block.address;
+    if (item == WOBU_IIC_TARGET && sets && (!isAddress(word) || behindHub)) {
+        return isAddress(word) ? ENOSYS : EINVAL;
     }
     std::uint32_t& field = item == WOBU_IIC_TARGET  ? opened.target
                            : item == WOBU_IIC_SPEED ? opened.speedKhz
@@ -242,12 +240,9 @@ int mern_iic_config(mern_t& handle, int direction, wobu_iic_cfg_t item, void* va
         if (item == WOBU_IIC_LOCK || item == WOBU_IIC_UNLOCK) {
             return changeLock(opened, static_cast<std::uint8_t*>(value), item == WOBU_IIC_LOCK, hold);
         }
-        if (item == WOBU_IIC_BLOCK && sets) {
-            return setBlock(opened, *static_cast<mern_iic_block*>(value));
-        }
         if (item == WOBU_IIC_BLOCK) {
-            *static_cast<mern_iic_block*>(value) = opened.block;
-            return 0;
+            auto& block = *static_cast<mern_iic_block*>(value);
+            return sets ? setBlock(opened, block) : (block = opened.block, 0);
         }
         return configureWord(opened, sets, item, *static_cast<std::uint32_t*>(value));
     });

@@ -78,6 +78,7 @@ void logIds(run& run)
     constexpr std::size_t perThread = 100;
     std::array<std::array<std::uint32_t, perThread>, 4> ids{};
     std::vector<std::thread> threads;
+    threads.reserve(ids.size());
     for (auto& own : ids) {
         threads.emplace_back([&own] {
             for (std::uint32_t& id : own) {

@@ -139,6 +139,7 @@ void excludesThreads(run& run)
     std::atomic<int> inside{0};
     std::array<int, 3> wrong{};
     std::vector<std::thread> threads;
+    threads.reserve(wrong.size());
     for (int& own : wrong) {
         threads.emplace_back([&check, &inside, &own] {
             openDevice device(check.made.port.memory.path);

@@ -88,7 +88,8 @@ void oddArguments(run& run)
     trace_wobu_write_all(buffer, hash, " %s", __LINE__, 0, longText.c_str());
     trace_wobu_write_all(buffer, hash, " %s", __LINE__, 0, "");
     trace_wobu_write_all(buffer, hash, " %%%c%5d%-5i%05u%#x%X%p", -1, 0, 'c', -1, -2, 3U, 4U, 5U, &run);
-    trace_wobu_write_all(buffer, hash, " %hhx %hd %ld %lld %zu %300s", __LINE__, 0, 1, 2, 3L, 4LL, std::size_t{5}, "6");
+    trace_wobu_write_all(buffer, hash, " %hhx %hd %ld %lld %zu %300s", __LINE__, 0, static_cast<unsigned char>(1),
+                         static_cast<short>(2), 3L, 4LL, std::size_t{5}, "6");
     trace_wobu_write_all(buffer, hash, " no argument", __LINE__, 0);
     trace_wobu_write2(buffer, 0, 0, nullptr, 0, nullptr);
     trace_wobu_write2(buffer, 0, 12, longText.data(), static_cast<unsigned int>(big.size()), big.data());
@@ -135,6 +136,7 @@ void threads(run& run)
     const trace_wobu_descriptor buffer = makeBuffer(run, "check_threads");
     std::array<int, 4> others{};
     std::vector<std::thread> writers;
+    writers.reserve(others.size());
     for (int& other : others) {
         writers.emplace_back([buffer, &other] {
             trace_wobu_descriptor own = nullptr;
