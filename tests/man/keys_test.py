@@ -9,6 +9,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import tomllib
 import unittest
 
 import pages
@@ -44,6 +45,18 @@ def keys_of(page, headings):
     return found
 
 
+def flattened(table, prefix=""):
+    """The keys of a table and of those in it: "device.expect.offset". A list stands for its members."""
+    found = set()
+    for key, value in table.items():
+        inner = [member for member in (value if isinstance(value, list) else [value]) if isinstance(member, dict)]
+        for member in inner:
+            found |= flattened(member, f"{prefix}{key}.")
+        if not inner or prefix:
+            found.add(prefix + key)
+    return found
+
+
 class Keys(unittest.TestCase):
     maxDiff = None
 
@@ -69,16 +82,25 @@ class Keys(unittest.TestCase):
         text = unusual.get(table, f'[{table}]\n"no key" = 1\n')
         return self.known(self.complaint("kest.toml", text, "devices"))
 
-    def test_kest_toml_5_has_the_keys_that_the_program_knows(self):
+    def known_configuration_keys(self):
         known = set()
         for table in self.configuration_keys(""):
             if table == "state":
                 known.add(table)
             elif table not in FREE:
                 known |= {f"{table}.{key}" for key in self.configuration_keys(table)}
-        known |= {f"device.expect.{key}" for key in self.configuration_keys("device.expect")}
+        return known | {f"device.expect.{key}" for key in self.configuration_keys("device.expect")}
+
+    def test_kest_toml_5_has_the_keys_that_the_program_knows(self):
+        known = self.known_configuration_keys()
         described = {key for key in keys_of("kest.toml.5", ["KEYS"]) if key.partition(".")[0] not in FREE}
         self.assertEqual(known, described)
+
+    def test_the_whole_example_of_the_guide_has_the_keys_that_the_program_knows(self):
+        guide = (pages.FOLDER.parent / "configuration.md").read_text(encoding="utf-8")
+        example = tomllib.loads(guide.partition("```toml\n")[2].partition("\n```")[0])
+        shown = {re.sub(r"^nodes[.].*", "nodes", key) for key in flattened(example) if key.partition(".")[0] not in FREE}
+        self.assertEqual({re.sub(r"^nodes[.].*", "nodes", key) for key in self.known_configuration_keys()}, shown)
 
     def test_numbers_of_kest_toml_5_have_the_limits_of_the_program(self):
         checked = 0
