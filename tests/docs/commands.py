@@ -31,6 +31,9 @@ KINDS = {
     "board": "needs parts on a bus of the machine",
     "system": "needs a booted system and its packages: scripts/proof systemd",
     "bare": "needs a bare machine: scripts/bare",
+    "packages": "needs the installed packages: scripts/proof packages",
+    "container": "needs a container engine; scripts/proof packages runs the recipe's commands",
+    "toolchain": "needs a compiler for a board of yours",
     "tree": "builds and tests the tree: .ci/run",
 }
 LANGUAGES = ("sh", "console")
