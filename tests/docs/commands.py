@@ -15,6 +15,7 @@ docs/testing.md says how a document is written for it.
 import argparse
 import collections
 import os
+import pathlib
 import pty
 import re
 import select
@@ -57,10 +58,8 @@ class Stuck(Problem):
 class Command:
     """One command: its text, its exit code, and the lines that it must print (None: any)."""
 
-    def __init__(self, line, text, shown=None):
-        self.line = line
-        self.text = text
-        self.shown = shown
+    def __init__(self, line, text):
+        self.line, self.text, self.shown = line, text, None
         code = EXIT_CODE.search(text)
         self.code = int(code.group(1)) if code else 0
 
@@ -256,12 +255,11 @@ def run_blocks(name, blocks, arguments):
 def run(arguments):
     problems, good, elsewhere = [], 0, 0
     for name in arguments.files:
-        with open(name, encoding="utf-8") as file:
-            try:
-                blocks = blocks_of(file.read())
-            except Problem as problem:
-                problems.append(f"{name}: {problem}")
-                continue
+        try:
+            blocks = blocks_of(pathlib.Path(name).read_text(encoding="utf-8"))
+        except Problem as problem:
+            problems.append(f"{name}: {problem}")
+            continue
         chosen = [block for block in blocks if block.kind in (arguments.kind, arguments.also)]
         elsewhere += sum(len(block.commands) for block in blocks if block not in chosen)
         if chosen:
@@ -276,13 +274,12 @@ def run(arguments):
 
 def show(arguments):
     for name in arguments.files:
-        with open(name, encoding="utf-8") as file:
-            for block in blocks_of(file.read()):
-                if arguments.verb == "list":
-                    where = KINDS[block.kind] if block.kind else "runs on a simulated machine"
-                    print(f"{name}:{block.line}: {block.kind or '-'}: {len(block.commands)} commands, {where}")
-                elif block.kind == arguments.kind:
-                    print("\n".join(command.text for command in block.commands))
+        for block in blocks_of(pathlib.Path(name).read_text(encoding="utf-8")):
+            if arguments.verb == "list":
+                where = KINDS[block.kind] if block.kind else "runs on a simulated machine"
+                print(f"{name}:{block.line}: {block.kind or '-'}: {len(block.commands)} commands, {where}")
+            elif block.kind == arguments.kind:
+                print("\n".join(command.text for command in block.commands))
     return 0
 
 
