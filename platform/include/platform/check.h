@@ -43,4 +43,5 @@ struct kest_checkedPort {
 };
 
 /// Defined by the port; called once, in main().
+/// @return what the checks may use
 kest_checkedPort kest_describePort();
