@@ -45,7 +45,7 @@ int replaceWhole(const std::filesystem::path& file, const std::filesystem::path&
 
 } // namespace
 
-fileDescriptor openFile(const std::filesystem::path& file, int flags)
+fileDescriptor openFile(const char* file, int flags)
 {
     // O_NONBLOCK: a FIFO in the way does not block
     int common = flags | O_CLOEXEC | O_NONBLOCK;
@@ -54,7 +54,7 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
     }
     // The owner changes only when this very call makes the file.
     if ((flags & O_CREAT) != 0) {
-        const int made = uninterrupted([&] { return ownDescriptor(open(file.c_str(), common | O_EXCL, fileMode)); });
+        const int made = uninterrupted([&] { return ownDescriptor(open(file, common | O_EXCL, fileMode)); });
         if (made >= 0) {
             giveToFoldersOwner(made, folderOf(file));
         }
@@ -62,7 +62,7 @@ fileDescriptor openFile(const std::filesystem::path& file, int flags)
             return fileDescriptor(made);
         }
     }
-    return fileDescriptor(uninterrupted([&] { return ownDescriptor(open(file.c_str(), common & ~O_CREAT)); }));
+    return fileDescriptor(uninterrupted([&] { return ownDescriptor(open(file, common & ~O_CREAT)); }));
 }
 
 int readFile(const std::filesystem::path& file, std::size_t limitBytes, std::vector<std::uint8_t>& bytes)
@@ -75,7 +75,7 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
                  std::vector<std::uint8_t>& bytes, std::uint64_t& sizeBytes)
 {
     regularFile reader;
-    const int error = reader.open(file, limitBytes);
+    const int error = reader.open(file.c_str(), limitBytes);
     sizeBytes = reader.sizeBytes();
     if (error != 0) {
         return error;
@@ -85,7 +85,7 @@ int readFilePart(const std::filesystem::path& file, std::size_t limitBytes, std:
     return reader.read(offset, bytes);
 }
 
-int regularFile::open(const std::filesystem::path& file, std::uint64_t limitBytes)
+int regularFile::open(const char* file, std::uint64_t limitBytes)
 {
     m_descriptor = openFile(file, O_RDONLY);
     if (!m_descriptor.valid()) {
@@ -109,6 +109,16 @@ int regularFile::open(const std::filesystem::path& file, std::uint64_t limitByte
 int regularFile::read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) const
 {
     std::size_t filled = 0;
+    const int error = read(offset, bytes, filled);
+    if (error == 0) {
+        bytes.resize(filled);
+    }
+    return error;
+}
+
+int regularFile::read(std::uint64_t offset, std::span<std::uint8_t> bytes, std::size_t& filled) const
+{
+    filled = 0;
     while (filled < bytes.size()) {
         const ssize_t moved = uninterrupted([&] {
             return pread(m_descriptor.number(), bytes.data() + filled, bytes.size() - filled,
@@ -118,7 +128,7 @@ int regularFile::read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) co
             return errno;
         }
         if (moved == 0) {
-            bytes.resize(filled);
+            return 0;
         }
         filled += static_cast<std::size_t>(moved);
     }

@@ -18,7 +18,8 @@ namespace kest
 /// Opens a file, close-on-exec; for writing never through a symbolic link.
 /// @param flags  as for open(2); O_CREAT makes it
 /// @return an invalid descriptor with `errno` when it can't be opened
-fileDescriptor openFile(const std::filesystem::path& file, int flags);
+fileDescriptor openFile(const char* file, int flags);
+inline fileDescriptor openFile(const std::filesystem::path& file, int flags) { return openFile(file.c_str(), flags); }
 
 /// Reads a whole regular file. EFBIG when it is larger than `limitBytes`, EISDIR or EINVAL when it is not a regular
 /// file.
@@ -34,13 +35,15 @@ class regularFile
 {
 public:
     /// Errors as for readFile().
-    int open(const std::filesystem::path& file, std::uint64_t limitBytes);
+    int open(const char* file, std::uint64_t limitBytes);
 
     /// Size when the file was opened; 0 after a failure.
     [[nodiscard]] std::uint64_t sizeBytes() const { return m_sizeBytes; }
 
     /// Fills `bytes` from `offset` on. Makes it shorter where the file ends sooner.
     int read(std::uint64_t offset, std::vector<std::uint8_t>& bytes) const;
+    /// Fills the first `filled` of `bytes`: all of them, unless the file ends sooner.
+    int read(std::uint64_t offset, std::span<std::uint8_t> bytes, std::size_t& filled) const;
 
 private:
     fileDescriptor m_descriptor;

@@ -5,11 +5,12 @@ namespace kest
 
 void appendHexDigits(std::string& to, std::span<const std::uint8_t> bytes)
 {
-    std::size_t at = to.size();
-    to.resize(at + 2 * bytes.size());
+    const std::size_t had = to.size();
+    to.resize(had + 2 * bytes.size());
+    char* at = to.data() + had;
     for (const std::uint8_t byte : bytes) {
-        to[at++] = lowerHexDigits[byte >> 4];
-        to[at++] = lowerHexDigits[byte & 0xF];
+        *at++ = lowerHexDigits[byte >> 4];
+        *at++ = lowerHexDigits[byte & 0xF];
     }
 }
 

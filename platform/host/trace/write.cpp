@@ -177,7 +177,7 @@ const char* putFormat(draft& record, const char* format)
 }
 
 /// Whether the letter alone makes one of the most common conversions.
-bool isPlain(char letter) { return letter == 's' || letter == 'd' || letter == 'x' || letter == 'X'; }
+bool isPlain(char letter) { return letter == 's' || letter == 'd' || letter == 'x' || letter == 'X' || letter == 'u'; }
 
 void putArguments(draft& record, const char* format, std::va_list& arguments)
 {

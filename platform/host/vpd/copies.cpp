@@ -38,6 +38,17 @@ bool wellFormed(std::string_view root)
 
 std::filesystem::path rootFolder(std::string_view root) { return currentConfiguration().stateFolder / root; }
 
+/// The file of a copy, as a text: a path would be taken apart for each read.
+std::string fileOf(std::uint32_t number, std::string_view root)
+{
+    const std::string& state = currentConfiguration().stateFolder.native();
+    const std::string name = std::to_string(number);
+    std::string file;
+    file.reserve(state.size() + root.size() + name.size() + 2);
+    file.append(state).append(1, '/').append(root).append(1, '/').append(name);
+    return file;
+}
+
 /// @return whether a file name is a copy's: a device number as std::to_string() writes it
 bool parseNumber(const std::string& name, std::uint32_t& number)
 {
@@ -59,7 +70,7 @@ int findCopy(std::uint32_t number, std::string_view root)
     if (!wellFormed(root)) {
         return EINVAL;
     }
-    return access(copyPath(number, root).c_str(), F_OK) == 0 ? 0 : errno;
+    return access(fileOf(number, root).c_str(), F_OK) == 0 ? 0 : errno;
 }
 
 /// Describes the copy of a file that was found at its place.
@@ -124,16 +135,7 @@ int changeLocked(const std::filesystem::path& path, std::uint32_t offset, std::s
 
 } // namespace
 
-std::filesystem::path copyPath(std::uint32_t number, std::string_view root)
-{
-    // a path is taken apart only once
-    std::string file = currentConfiguration().stateFolder.native();
-    file += '/';
-    file += root;
-    file += '/';
-    file += std::to_string(number);
-    return file;
-}
+std::filesystem::path copyPath(std::uint32_t number, std::string_view root) { return fileOf(number, root); }
 
 int listCopies(std::vector<copyInfo>& copies, std::string_view root)
 {
@@ -159,7 +161,7 @@ int checkCopy(std::uint32_t number, copyInfo& found, std::string_view root)
     if (!wellFormed(root)) {
         return EINVAL;
     }
-    const std::filesystem::path path = copyPath(number, root);
+    const std::string path = fileOf(number, root);
     struct stat facts {
     };
     if (stat(path.c_str(), &facts) != 0) {
@@ -170,7 +172,7 @@ int checkCopy(std::uint32_t number, copyInfo& found, std::string_view root)
     }
     found.modifiedMs = std::int64_t{facts.st_mtim.tv_sec} * 1000 + facts.st_mtim.tv_nsec / 1'000'000;
     copyFile file;
-    inspect(file, file.open(path), found);
+    inspect(file, file.open(path.c_str()), found);
     return 0;
 }
 
@@ -188,7 +190,7 @@ int readCopyPart(std::uint32_t number, std::uint32_t offset, std::size_t most, s
         return EINVAL;
     }
     copyFile file;
-    if (const int error = file.open(copyPath(number, root)); error != 0) {
+    if (const int error = file.open(fileOf(number, root).c_str()); error != 0) {
         return error;
     }
     found.sizeBytes = file.sizeBytes();

@@ -7,16 +7,7 @@
 namespace kest::host
 {
 
-namespace
-{
-
-/// Read at once: the header of any copy, and the whole file of a small device.
-constexpr std::size_t frontBytes = 4 << 10;
-static_assert(copyLayout::headerBytes <= frontBytes);
-
-} // namespace
-
-int copyFile::open(const std::filesystem::path& file)
+int copyFile::open(const char* file)
 {
     if (const int error = m_reader.open(file, largestCopyFileBytes); error != 0) {
         return error == EINVAL ? ESPIPE : error;
@@ -35,16 +26,20 @@ int copyFile::open(const std::filesystem::path& file)
 int copyFile::look()
 {
     const std::uint64_t size = m_reader.sizeBytes();
-    m_front.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size, frontBytes)));
-    if (const int error = m_reader.read(0, m_front); error != 0) {
+    const auto front =
+        std::span(m_usualFront).first(static_cast<std::size_t>(std::min<std::uint64_t>(size, frontBytes)));
+    std::size_t filled = 0;
+    if (const int error = m_reader.read(0, front, filled); error != 0) {
         return error;
     }
-    std::vector<std::uint8_t> back(static_cast<std::size_t>(std::min<std::uint64_t>(size, copyLayout::markBytes)));
-    if (const int error = take(size - back.size(), back); error != 0) {
+    m_front = front.first(filled);
+    std::array<std::uint8_t, copyLayout::markBytes> room;
+    const auto back = std::span(room).first(static_cast<std::size_t>(std::min<std::uint64_t>(size, room.size())));
+    if (const int error = take(size - back.size(), back, filled); error != 0) {
         return error;
     }
-    const auto header = std::span(m_front).first(std::min<std::size_t>(m_front.size(), copyLayout::headerBytes));
-    m_kind = kindOfCopy(header, back, size, m_header);
+    const auto header = m_front.first(std::min<std::size_t>(m_front.size(), copyLayout::headerBytes));
+    m_kind = kindOfCopy(header, back.first(filled), size, m_header);
     return hasSums() ? readSums() : 0;
 }
 
@@ -56,21 +51,24 @@ int copyFile::readSums()
     if (wanted <= had) {
         return 0;
     }
-    std::vector<std::uint8_t> more(wanted - had);
-    if (const int error = m_reader.read(had, more); error != 0) {
+    m_longFront.assign(m_front.begin(), m_front.end());
+    m_longFront.resize(wanted);
+    std::size_t filled = 0;
+    if (const int error = m_reader.read(had, std::span(m_longFront).subspan(had), filled); error != 0) {
         return error;
     }
-    m_front.insert(m_front.end(), more.begin(), more.end());
-    return m_front.size() == wanted ? 0 : EBADMSG;
+    m_front = m_longFront;
+    return had + filled == wanted ? 0 : EBADMSG;
 }
 
-/// Fills `bytes`; makes it shorter where the file ends sooner.
-int copyFile::take(std::uint64_t at, std::vector<std::uint8_t>& bytes) const
+/// Fills the first `taken` of `bytes`: all of them, unless the file ends sooner.
+int copyFile::take(std::uint64_t at, std::span<std::uint8_t> bytes, std::size_t& taken) const
 {
     if (at > m_front.size() || bytes.size() > m_front.size() - at) {
-        return m_reader.read(at, bytes);
+        return m_reader.read(at, bytes, taken);
     }
     std::copy_n(m_front.data() + at, bytes.size(), bytes.data());
+    taken = bytes.size();
     return 0;
 }
 
@@ -82,15 +80,16 @@ int copyFile::takeBlocks(std::uint32_t first, std::uint32_t last, std::vector<st
     const std::size_t wanted = std::size_t{last - first} * copyBlockBytes + layout.blockBytes(last);
     bytes.resize(wanted);
     const std::uint64_t from = layout.dataOffset() + std::uint64_t{first} * copyBlockBytes;
-    if (const int error = take(from, bytes); error != 0) {
+    std::size_t taken = 0;
+    if (const int error = take(from, bytes, taken); error != 0) {
         return error;
     }
-    if (bytes.size() < wanted) {
+    if (taken < wanted) {
         // cut off since it was opened
         return EBADMSG;
     }
     for (std::uint32_t block = first; block <= last; ++block) {
-        const auto sum = std::span(m_front).subspan(layout.sumOffset(block), copyLayout::sumBytes);
+        const auto sum = m_front.subspan(layout.sumOffset(block), copyLayout::sumBytes);
         const std::size_t at = std::size_t{block - first} * copyBlockBytes;
         if (!provesBlock(sum, std::span(bytes).subspan(at, layout.blockBytes(block)))) {
             damagedBlocks.push_back(block);
@@ -108,7 +107,10 @@ int copyFile::read(std::uint32_t offset, std::size_t most, std::vector<std::uint
         return 0;
     }
     if (!hasSums()) {
-        return take(offset, bytes);
+        std::size_t taken = 0;
+        const int error = take(offset, bytes, taken);
+        bytes.resize(taken);
+        return error;
     }
     const std::uint32_t first = offset / copyBlockBytes;
     const auto last = static_cast<std::uint32_t>((offset + length - 1) / copyBlockBytes);

@@ -1,8 +1,9 @@
 /// The file of one persisted copy, opened for reading.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <filesystem>
+#include <span>
 #include <vector>
 
 #include "base/files.h"
@@ -16,8 +17,12 @@ namespace kest::host
 class copyFile
 {
 public:
+    copyFile() = default;
+    copyFile(const copyFile&) = delete;
+    copyFile& operator=(const copyFile&) = delete;
+
     /// EBADMSG damaged, ENOTSUP of a newer version, EFBIG more than largestCopyBytes, EISDIR or ESPIPE no regular file.
-    int open(const std::filesystem::path& file);
+    int open(const char* file);
 
     /// Valid once open() returned 0.
     [[nodiscard]] bool hasSums() const { return m_kind == copyKind::withSums; }
@@ -36,12 +41,18 @@ public:
 private:
     int look();
     int readSums();
-    int take(std::uint64_t at, std::vector<std::uint8_t>& bytes) const;
+    int take(std::uint64_t at, std::span<std::uint8_t> bytes, std::size_t& taken) const;
     int takeBlocks(std::uint32_t first, std::uint32_t last, std::vector<std::uint8_t>& bytes,
                    std::vector<std::uint32_t>& damagedBlocks) const;
 
+    /// Read at once: the header of any copy, and the whole file of a small device.
+    static constexpr std::size_t frontBytes = 4 << 10;
+    static_assert(copyLayout::headerBytes <= frontBytes);
+
     regularFile m_reader;
-    std::vector<std::uint8_t> m_front; ///< of the file
+    std::span<const std::uint8_t> m_front; ///< of the file: in one of the next two
+    std::array<std::uint8_t, frontBytes> m_usualFront; ///< filled as far as it is used
+    std::vector<std::uint8_t> m_longFront; ///< of a file with many check sums
     copyKind m_kind = copyKind::raw;
     copyHeader m_header;
     std::uint32_t m_sizeBytes = 0;

@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <cstring>
 #include <limits>
 
 #include "base/crc32.h"
@@ -59,9 +60,13 @@ bool resembles(std::span<const std::uint8_t> bytes, const mark& wanted)
     if (bytes.size() < wanted.size()) {
         return !bytes.empty() && std::ranges::equal(bytes, std::span(wanted).first(bytes.size()));
     }
+    std::array<std::uint64_t, sizeof(mark) / sizeof(std::uint64_t)> had{};
+    std::array<std::uint64_t, had.size()> expected{};
+    std::memcpy(had.data(), bytes.data(), sizeof had);
+    std::memcpy(expected.data(), wanted.data(), sizeof expected);
     int wrongBits = 0;
-    for (std::size_t at = 0; at < wanted.size(); ++at) {
-        wrongBits += std::popcount(static_cast<unsigned>(bytes[at] ^ wanted[at]));
+    for (std::size_t word = 0; word < had.size(); ++word) {
+        wrongBits += std::popcount(had[word] ^ expected[word]);
     }
     return wrongBits <= mostWrongBits;
 }
