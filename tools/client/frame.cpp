@@ -33,6 +33,13 @@ std::uint32_t get(const std::uint8_t* at, std::size_t bytes)
 std::vector<std::uint8_t> encodeFrame(const frame& message)
 {
     std::vector<std::uint8_t> bytes;
+    encodeFrame(message, bytes);
+    return bytes;
+}
+
+void encodeFrame(const frame& message, std::vector<std::uint8_t>& bytes)
+{
+    bytes.clear();
     bytes.reserve(frameHeaderBytes + message.payload.size());
     bytes.resize(frameHeaderBytes);
     put(&bytes[sizeAt], 4, static_cast<std::uint32_t>(message.payload.size()));
@@ -43,7 +50,6 @@ std::vector<std::uint8_t> encodeFrame(const frame& message)
     put(&bytes[returnCodeAt], 4, message.returnCode);
     put(&bytes[logIdAt], 4, message.logId);
     bytes.insert(bytes.end(), message.payload.begin(), message.payload.end());
-    return bytes;
 }
 
 std::size_t frameAssembler::feed(std::span<const std::uint8_t> bytes)

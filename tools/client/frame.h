@@ -56,6 +56,8 @@ struct frame {
 
 /// The bytes that go over the socket.
 [[nodiscard]] std::vector<std::uint8_t> encodeFrame(const frame& message);
+/// The same in place of what `bytes` had.
+void encodeFrame(const frame& message, std::vector<std::uint8_t>& bytes);
 
 /// Puts frames together from bytes that arrive in pieces of any size. Holds at most one frame, and only the bytes that
 /// have arrived.

@@ -67,13 +67,13 @@ std::optional<namedDevice> deviceDirectory::understand(const std::string& text) 
     return named;
 }
 
-const deviceDirectory::tableRow* deviceDirectory::find(const std::string& text) const
+const deviceDirectory::tableRow* deviceDirectory::find(std::string_view text) const
 {
     // most clients name a device as the table does
     if (const auto same = m_texts.find(text); same != m_texts.end()) {
         return &same->second;
     }
-    const auto named = understand(text);
+    const auto named = understand(std::string(text));
     const auto found = named ? m_rows.find(named->place) : m_rows.end();
     return found == m_rows.end() ? nullptr : &found->second;
 }

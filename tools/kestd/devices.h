@@ -2,10 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 
 #include "platform/host/configuration/configuration.h"
 
@@ -38,7 +39,7 @@ public:
     };
     /// @return the row of the table for the device of `text`, with the same types all along the chain; null when there
     /// is none
-    [[nodiscard]] const tableRow* find(const std::string& text) const;
+    [[nodiscard]] const tableRow* find(std::string_view text) const;
     /// @return nothing when the text names no device, or one on a node that is not mapped
     [[nodiscard]] std::optional<namedDevice> understand(const std::string& text) const;
 
@@ -48,7 +49,7 @@ public:
 private:
     host::nodeMap m_nodes;
     std::map<std::string, tableRow> m_rows; ///< by place
-    std::unordered_map<std::string, tableRow> m_texts; ///< the same rows, by each text of the table
+    std::map<std::string, tableRow, std::less<>> m_texts; ///< the same rows, by each text of the table
     byteSource m_source = byteSource::hardware;
     bool m_hasNumberZero = false;
 };

@@ -8,6 +8,8 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "base/clock.h"
 #include "base/component.h"
@@ -80,7 +82,7 @@ frame refuseAndLog(const frame& request, std::uint32_t code, const peerProcess& 
 /// Adds the device that was asked for: what the library adds of one names its bus at most.
 void attachDevice(ErrlEntry& entry, const frame& request)
 {
-    const std::string location = locationOf(request).value_or("");
+    const std::string_view location = locationOf(request).value_or("");
     if (!location.empty()) {
         entry.addUsrDtls(location.data(), static_cast<std::uint16_t>(location.size()), componentService, detailsVersion,
                          kest_dtlsDeviceText);
@@ -178,7 +180,7 @@ std::optional<frame> checkPart(const frame& request, const std::string& location
 std::optional<frame> awaitDevice(const frame& request, const dispatching& with, bool& had)
 {
     const deviceTurn::state now =
-        with.turn.enter(locationOf(request).value_or(""), request.type == client::typeWrite, with.peer);
+        with.turn.enter(std::string(locationOf(request).value_or("")), request.type == client::typeWrite, with.peer);
     had = now == deviceTurn::state::had;
     if (had || (now == deviceTurn::state::waiting && !with.lastTry)) {
         return std::nullopt;
@@ -208,7 +210,7 @@ std::optional<frame> serveTransfer(const frame& request, std::uint32_t bytes, co
         return serve(bounded(request));
     }
     if (request.type == client::typeWrite) {
-        const std::string location = locationOf(request).value_or("");
+        const std::string location(locationOf(request).value_or(""));
         std::optional<frame> refused = with.anyPart ? std::nullopt : checkPart(request, location, source, with);
         return refused ? refused : serveWrite(request, location, source);
     }
@@ -223,7 +225,7 @@ std::optional<frame> serveTransfer(const frame& request, std::uint32_t bytes, co
 }
 
 /// Serves a read or write of a device that the table has, with the table's own text; refuses all others.
-std::optional<frame> serveTableDevice(const frame& request, const std::string& location, const dispatching& with)
+std::optional<frame> serveTableDevice(const frame& request, std::string_view location, const dispatching& with)
 {
     const deviceDirectory& devices = with.devices;
     const auto refuse = [&](const std::string& why) {
@@ -298,7 +300,7 @@ std::optional<frame> dispatch(const frame& request, const peerProcess& peer, per
             fmt::format("{} bytes at once are more than {}", wantedLength(request), client::maximumDataBytes),
             refusals);
     }
-    const std::optional<std::string> location = locationOf(request);
+    const std::optional<std::string_view> location = locationOf(request);
     // not about a device, or too short to be served
     if (!location) {
         return serve(request);
@@ -306,7 +308,7 @@ std::optional<frame> dispatch(const frame& request, const peerProcess& peer, per
     if (!permission.raw) {
         return serveTableDevice(request, *location, with);
     }
-    const std::optional<namedDevice> named = devices.understand(*location);
+    const std::optional<namedDevice> named = devices.understand(std::string(*location));
     return serveTransfer(request, named ? named->bytes : 0, with);
 }
 

@@ -36,7 +36,7 @@ std::uint32_t wantedLength(const frame& request) { return wordAt(request, length
 
 std::uint32_t wantedOffset(const frame& request) { return wordAt(request, offsetAt); }
 
-std::optional<std::string> locationOf(const frame& request)
+std::optional<std::string_view> locationOf(const frame& request)
 {
     if (!hasLength(request)) {
         return std::nullopt;
@@ -44,7 +44,7 @@ std::optional<std::string> locationOf(const frame& request)
     const auto* text = reinterpret_cast<const char*>(request.payload.data()) + locationAt;
     const std::size_t left = request.payload.size() - locationAt;
     const std::size_t size = strnlen(text, std::min(left, longestLocation));
-    return size < left ? std::optional(std::string(text, size)) : std::nullopt;
+    return size < left ? std::optional(std::string_view(text, size)) : std::nullopt;
 }
 
 frame withLocation(const frame& request, std::size_t replaced, const std::string& text)

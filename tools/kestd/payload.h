@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "tools/client/frame.h"
 
@@ -20,8 +21,8 @@ namespace kest::service
 /// The offset of a read or write; 0 likewise.
 [[nodiscard]] std::uint32_t wantedOffset(const client::frame& request);
 /// The device text of a read or write; nothing when the payload ends within the text, which the library refuses. A text
-/// that fills the field has no NUL.
-[[nodiscard]] std::optional<std::string> locationOf(const client::frame& request);
+/// that fills the field has no NUL. It lies in the request.
+[[nodiscard]] std::optional<std::string_view> locationOf(const client::frame& request);
 
 /// The same request with the device table's text for its device, so that the library sees no other text.
 /// @param replaced  bytes of the text that it has

@@ -135,12 +135,17 @@ bool clientSession::hasHungUp()
 clientSession::turnEnd clientSession::answerRequest()
 {
     m_hadTurn = true;
-    if (hasHungUp()) {
-        return turnEnd::ended;
-    }
-    const std::int64_t patienceMs = std::int64_t{m_rules->limits.busySeconds} * msPerSecond;
-    m_pending.emplace(pendingRequest{.request = m_assembler.take(), .turn = {}, .lastTryMs = steadyMs() + patienceMs});
-    return turnEnd::proceed;
+    m_pending.emplace(pendingRequest{.request = m_assembler.take()});
+    // A read of the copy is done sooner than the question is asked. Its reply then finds out that nobody is there.
+    const bool isShort = m_pending->request.type != client::typeWrite && m_rules->devices.source() == byteSource::copy;
+    return isShort || !hasHungUp() ? turnEnd::proceed : turnEnd::ended;
+}
+
+/// Whether a request is refused when its device is not free now.
+bool clientSession::isLastTry() const
+{
+    const auto& until = m_pending->lastTryMs;
+    return m_finishing.load() || (until ? steadyMs() >= *until : m_rules->limits.busySeconds == 0);
 }
 
 /// When memory runs out, the memory of the request is enough to report that.
@@ -148,10 +153,9 @@ clientSession::turnEnd clientSession::serve()
 {
     client::frame& request = m_pending->request;
     std::optional<client::frame> reply;
-    const bool lastTry = m_finishing.load() || steadyMs() >= m_pending->lastTryMs;
     try {
-        reply =
-            dispatch(request, m_peer, m_permission, m_rules->devices, m_service.refusals(), m_pending->turn, lastTry);
+        reply = dispatch(request, m_peer, m_permission, m_rules->devices, m_service.refusals(), m_pending->turn,
+                         isLastTry());
     } catch (const std::bad_alloc&) {
         std::vector<std::uint8_t>().swap(request.payload);
         reply = refusal(request, client::codeNoMemory, 0, "the service has no memory for this request");
@@ -172,6 +176,9 @@ clientSession::turnEnd clientSession::waitForDevice()
     if (hasHungUp()) {
         return turnEnd::ended;
     }
+    if (!m_pending->lastTryMs) {
+        m_pending->lastTryMs = steadyMs() + std::int64_t{m_rules->limits.busySeconds} * msPerSecond;
+    }
     m_deviceTimer.start(deviceInterval, [self = shared_from_this()] { self->m_service.workers().submit(self); });
     return turnEnd::waiting;
 }
@@ -184,7 +191,7 @@ void clientSession::hangUp(std::uint32_t code, const std::string& text)
 
 void clientSession::send(const client::frame& reply)
 {
-    m_output = client::encodeFrame(reply);
+    client::encodeFrame(reply, m_output);
     m_outputAt = 0;
     // The client that the reply wakes often takes this processor at once. Its time is not this request's.
     const std::int64_t nowNs = workerPool::steadyNs();
@@ -205,7 +212,10 @@ clientSession::turnEnd clientSession::flush()
     m_outputAt += sent > 0 ? static_cast<std::size_t>(sent) : 0;
     if (m_outputAt == m_output.size()) {
         m_output.clear();
-        m_requestSinceMs = steadyMs();
+        // otherwise the reply has gone out as soon as it was ready
+        if (m_writing.load(std::memory_order_relaxed)) {
+            m_requestSinceMs = steadyMs();
+        }
     }
     return turnEnd::proceed;
 }

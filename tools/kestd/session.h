@@ -45,7 +45,7 @@ protected:
 /// Takes one request at a time from the socket, answers it, and only then looks at the next. What a client sends early
 /// stays in the kernel, and a client that does not read its replies is not read from. So a client costs the memory of
 /// one request and one reply at most. After each request the other clients have their turn. A request of a client that
-/// has hung up is not begun.
+/// has hung up is not begun, except a read of the copy.
 ///
 /// A request whose device others have is tried again and again, each time by a job that ends at once: no thread waits
 /// for the device, and the client's place among the requests in work is free meanwhile.
@@ -87,6 +87,7 @@ private:
     void send(const client::frame& reply);
     void refresh();
     bool hasHungUp();
+    [[nodiscard]] bool isLastTry() const;
 
     sessionHost& m_service;
     clientPlace m_place;
@@ -104,8 +105,8 @@ private:
     /// A request that has not been served yet: it waits for its device while others have that.
     struct pendingRequest {
         client::frame request;
-        deviceTurn turn;
-        std::int64_t lastTryMs; ///< when it waits no longer
+        deviceTurn turn = {};
+        std::optional<std::int64_t> lastTryMs = {}; ///< when it waits no longer; none before it waits
     };
     std::optional<pendingRequest> m_pending;
     eventTimer m_deviceTimer;

@@ -1,36 +1,59 @@
 #include "platform/netc.h"
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <new>
 
 struct NetcMessage::State {
-    std::unique_ptr<char[]> data;
+    std::array<char, 512> room; ///< of a small payload
+    std::unique_ptr<char[]> large; ///< payload that does not fit there
     unsigned int size = 0;
+
+    void clear()
+    {
+        large.reset();
+        size = 0;
+    }
 };
 
 NetcMessage::NetcMessage() : m_state(new (std::nothrow) State) {}
 
 NetcMessage::~NetcMessage() { delete m_state; }
 
-char* NetcMessage::dataPointer() const { return m_state != nullptr ? m_state->data.get() : nullptr; }
+char* NetcMessage::dataPointer() const
+{
+    if (m_state == nullptr || m_state->size == 0) {
+        return nullptr;
+    }
+    return m_state->large != nullptr ? m_state->large.get() : m_state->room.data();
+}
 
 unsigned int NetcMessage::dataSize() const { return m_state != nullptr ? m_state->size : 0; }
 
 bool NetcMessage::setData(const char* data, unsigned int size)
 {
+    if (m_state == nullptr) {
+        return false;
+    }
+    if (size == 0 || data == nullptr) {
+        m_state->clear();
+        return size == 0;
+    }
     // The copy is made before the release: the bytes may be this very payload's.
-    std::unique_ptr<char[]> copy;
-    if (m_state != nullptr && data != nullptr && size > 0) {
-        copy.reset(new (std::nothrow) char[size]);
+    if (size <= m_state->room.size()) {
+        std::memmove(m_state->room.data(), data, size);
+        m_state->large.reset();
+        m_state->size = size;
+        return true;
     }
-    const bool done = copy != nullptr || (size == 0 && m_state != nullptr);
-    if (copy != nullptr) {
-        std::memcpy(copy.get(), data, size);
+    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
+    if (copy == nullptr) {
+        m_state->clear();
+        return false;
     }
-    if (m_state != nullptr) {
-        m_state->size = copy != nullptr ? size : 0;
-        m_state->data = std::move(copy);
-    }
-    return done;
+    std::memcpy(copy.get(), data, size);
+    m_state->large = std::move(copy);
+    m_state->size = size;
+    return true;
 }

@@ -39,6 +39,28 @@ TEST(NetcMessage, ReplacesTheDataAlsoByAPartOfItself)
     EXPECT_EQ("cde", payloadOf(message));
 }
 
+TEST(NetcMessage, KeepsPayloadsOfAnySize)
+{
+    // one after another, growing and shrinking
+    NetcMessage message;
+    for (const std::size_t size : {1U, 512U, 513U, 65536U, 512U, 513U, 3U}) {
+        const std::string data(size, static_cast<char>('a' + size % 26));
+        EXPECT_TRUE(message.setData(data.data(), static_cast<unsigned>(size)));
+        EXPECT_EQ(data, payloadOf(message));
+    }
+}
+
+TEST(NetcMessage, ReplacesALargePayloadByAPartOfItself)
+{
+    NetcMessage message;
+    const std::string data = std::string(600, 'a') + std::string(600, 'b');
+    EXPECT_TRUE(message.setData(data.data(), 1200));
+    EXPECT_TRUE(message.setData(message.dataPointer() + 300, 600));
+    EXPECT_EQ(std::string(300, 'a') + std::string(300, 'b'), payloadOf(message));
+    EXPECT_TRUE(message.setData(message.dataPointer() + 299, 2));
+    EXPECT_EQ("ab", payloadOf(message));
+}
+
 TEST(NetcMessage, NoBytesAreNoPayload)
 {
     NetcMessage message;

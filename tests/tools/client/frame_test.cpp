@@ -58,6 +58,10 @@ TEST(KestdFrame, EveryFieldHasItsPlace)
 {
     const frame message{0x0102, 0x0304, 0x05, 0x06070809, 0x0A0B0C0D, {0xEE, 0xFF}};
     EXPECT_EQ(fromHex("00000002 01020304 05010000 06070809 0a0b0c0d eeff"), client::encodeFrame(message));
+    // in place of a former frame, a longer one
+    std::vector<std::uint8_t> bytes(100, 0x77);
+    client::encodeFrame(message, bytes);
+    EXPECT_EQ(fromHex("00000002 01020304 05010000 06070809 0a0b0c0d eeff"), bytes);
 }
 
 TEST(KestdFrame, CutAtEveryPairOfBytes)

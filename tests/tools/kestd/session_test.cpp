@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "base/clock.h"
+#include "platform/host/vpd/copies.h"
 #include "tests/host/iic_support.h"
 #include "tests/tools/kestd_support.h"
 #include "tools/kestd/service.h"
@@ -14,7 +15,7 @@ namespace
 class KestdSession : public testing::Test
 {
 protected:
-    KestdSession()
+    explicit KestdSession(const std::string& settings = "") : m_configuration(settings)
     {
         int ends[2];
         EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
@@ -23,7 +24,15 @@ protected:
         session = std::make_shared<clientSession>(m_service, std::move(socket), peerProcess{geteuid(), getpid(), {}},
                                                   m_places.take(geteuid(), false, {1, 1}));
     }
-    ~KestdSession() override { close(client); }
+    ~KestdSession() override { hangUp(); }
+
+    void hangUp()
+    {
+        if (client >= 0) {
+            close(client);
+            client = -1;
+        }
+    }
 
     /// Whether the service has closed the connection.
     [[nodiscard]] bool isEnded() const
@@ -64,6 +73,42 @@ TEST_F(KestdSession, HalfARequestDoesNotBuyTime)
     session->run();
     session->endWhenLate(after + limitMs, limitMs, 0);
     EXPECT_TRUE(isEnded());
+}
+
+/// A client that writes two bytes of copy 0.
+class KestdSessionWrite : public KestdSession
+{
+protected:
+    KestdSessionWrite()
+        : KestdSession("[registry]\n\"tavo/ReadMode\" = \"FileMode\"\n[[device]]\nnumber = 0\nlocation = \"" +
+                       std::string(test::someLocation) + "\"\n")
+    {
+        const std::string bytes = "abcd";
+        EXPECT_EQ(0, host::replaceCopy(0, std::vector<std::uint8_t>(bytes.begin(), bytes.end())));
+        client::frame request = test::seepromRequest(client::typeWrite, 0, 2);
+        request.payload.insert(request.payload.end(), {'X', 'Y'});
+        const std::vector<std::uint8_t> sent = client::encodeFrame(request);
+        EXPECT_EQ(static_cast<ssize_t>(sent.size()), send(client, sent.data(), sent.size(), 0));
+    }
+    static std::string copy()
+    {
+        std::vector<std::uint8_t> bytes;
+        EXPECT_EQ(0, host::readCopy(0, bytes));
+        return {bytes.begin(), bytes.end()};
+    }
+};
+
+TEST_F(KestdSessionWrite, IsDone)
+{
+    session->run();
+    EXPECT_EQ("XYcd", copy());
+}
+
+TEST_F(KestdSessionWrite, IsNotBegunWhenTheClientHasHungUp)
+{
+    hangUp();
+    session->run();
+    EXPECT_EQ("abcd", copy());
 }
 
 TEST_F(KestdSession, WithoutALimitASilentClientStays)
