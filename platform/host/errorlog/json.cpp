@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <concepts>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <fmt/core.h>
 #include <iterator>
@@ -192,22 +193,44 @@ void entryReader::read(const value& from, loggedEntry& entry) const
     readList(from, "traces", entry.traces);
 }
 
-void addPiece(std::string& text, std::string_view piece) { text += piece; }
-
+/// The most characters that a piece of a line takes.
+template <std::size_t Size>
+constexpr std::size_t mostOf(const char (&/*literal*/)[Size])
+{
+    return Size - 1;
+}
+constexpr std::size_t mostOf(std::string_view piece) { return piece.size(); }
 template <std::integral Number>
-void addPiece(std::string& text, Number number)
+constexpr std::size_t mostOf(Number /*number*/)
 {
     // a sign and the digits
-    std::array<char, std::numeric_limits<Number>::digits10 + 2> room;
-    text.append(room.data(), std::to_chars(room.data(), room.data() + room.size(), number).ptr);
+    return std::numeric_limits<Number>::digits10 + 2;
 }
 
-/// Adds texts and numbers, one behind the other. This is done for each commit, and format strings would take longer to
-/// read than the numbers to write.
+/// Puts a piece into a room that is large enough. @return its end
+template <std::size_t Size>
+char* put(char* at, const char (&literal)[Size])
+{
+    std::memcpy(at, literal, Size - 1);
+    return at + Size - 1;
+}
+char* put(char* at, std::string_view piece) { return std::ranges::copy(piece, at).out; }
+template <std::integral Number>
+char* put(char* at, Number number)
+{
+    return std::to_chars(at, at + mostOf(number), number).ptr;
+}
+
+/// Adds texts and numbers, one behind the other. This is done for each commit: format strings would take longer to read
+/// than the numbers to write, and many small additions longer than a large one.
 template <typename... Pieces>
 void add(std::string& text, const Pieces&... pieces)
 {
-    (addPiece(text, pieces), ...);
+    const std::size_t had = text.size();
+    text.resize(had + (mostOf(pieces) + ...));
+    char* at = text.data() + had;
+    ((at = put(at, pieces)), ...);
+    text.resize(static_cast<std::size_t>(at - text.data()));
 }
 
 /// Adds `,"name":[...]`. @param addItem  adds one item

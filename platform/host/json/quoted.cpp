@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "base/hex.h"
 #include "base/utf8.h"
@@ -43,27 +44,56 @@ constexpr std::array<bool, 256> plainBytes = [] {
     return plain;
 }();
 
+constexpr std::uint64_t inEachByte(std::uint8_t value) { return 0x0101010101010101U * value; }
+
+/// Whether eight bytes are all plain. A byte that is not gets its highest bit in one of the terms; among plain ones no
+/// term carries from one byte to the next.
+bool arePlain(std::uint64_t bytes)
+{
+    const std::uint64_t atLeast7f = bytes | (bytes + inEachByte(1));
+    const std::uint64_t below20 = bytes - inEachByte(0x20);
+    const std::uint64_t quotes = (bytes ^ inEachByte('"')) - inEachByte(1);
+    const std::uint64_t backslashes = (bytes ^ inEachByte('\\')) - inEachByte(1);
+    return ((atLeast7f | below20 | quotes | backslashes) & inEachByte(0x80)) == 0;
+}
+
 /// @return how many characters at the start of `text` are plain
 std::size_t plainLength(std::string_view text)
 {
     std::size_t length = 0;
+    for (std::uint64_t bytes = 0; text.size() - length >= sizeof bytes; length += sizeof bytes) {
+        std::memcpy(&bytes, text.data() + length, sizeof bytes);
+        if (!arePlain(bytes)) {
+            break;
+        }
+    }
     while (length < text.size() && plainBytes[static_cast<unsigned char>(text[length])]) {
         ++length;
     }
     return length;
 }
 
-/// Adds a character of one byte that is not plain.
-void addEscaped(std::string& text, char character)
-{
+/// By byte, the letter behind a backslash that stands for it; 0 for all others.
+constexpr std::array<char, 256> escapeLetters = [] {
     constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
     constexpr std::string_view letters = "\"\\bfnrt";
-    const std::size_t found = escaped.find(character);
-    if (found != escaped.npos) {
-        text.append(1, '\\').append(1, letters[found]);
-    } else {
-        addUnits(text, static_cast<unsigned char>(character));
+    std::array<char, 256> found{};
+    for (std::size_t index = 0; index < escaped.size(); ++index) {
+        found[static_cast<unsigned char>(escaped[index])] = letters[index];
     }
+    return found;
+}();
+
+/// Adds the character at the start of `text`, which is not plain. @return how many bytes it has
+std::size_t addOther(std::string& to, std::string_view text)
+{
+    if (const char letter = escapeLetters[static_cast<unsigned char>(text.front())]; letter != 0) {
+        to += {'\\', letter};
+        return 1;
+    }
+    const std::size_t length = utf8Length(text);
+    addUnits(to, length == 0 ? replacementCharacter : codePoint(text.substr(0, length)));
+    return length == 0 ? brokenUtf8Length(text) : length;
 }
 
 } // namespace
@@ -79,20 +109,13 @@ void appendQuoted(std::string& to, std::string_view text)
 {
     to += '"';
     while (!text.empty()) {
-        // most texts are plain all along
+        // most texts are plain all along, or have long pieces that are
         const std::size_t plain = plainLength(text);
-        to.append(text.substr(0, plain));
+        to.append(text.data(), plain);
         text.remove_prefix(plain);
-        if (text.empty()) {
-            break;
+        if (!text.empty()) {
+            text.remove_prefix(addOther(to, text));
         }
-        const std::size_t length = utf8Length(text);
-        if (length == 1) {
-            addEscaped(to, text.front());
-        } else {
-            addUnits(to, length == 0 ? replacementCharacter : codePoint(text.substr(0, length)));
-        }
-        text.remove_prefix(length == 0 ? brokenUtf8Length(text) : length);
     }
     to += '"';
 }

@@ -1,7 +1,9 @@
 /// Texts as JSON strings.
 #include "platform/host/json/quoted.h"
 
+#include <array>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace kest::test
 {
@@ -17,6 +19,26 @@ TEST(QuotedText, IsAscii)
     EXPECT_EQ(R"("\"\\\b\f\n\r\t\u0001\u001f\u007f\u0000")",
               quotedText(std::string_view("\"\\\b\f\n\r\t\x01\x1F\x7F\0", 11)));
     EXPECT_EQ(R"("\u00e9\u20ac\ud83d\ude00")", quotedText("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"));
+}
+
+TEST(QuotedText, EscapesAtEveryPlaceOfALongText)
+{
+    struct row {
+        char byte;
+        std::string quoted;
+    };
+    const std::array rows{row{'\0', "\\u0000"},   row{'\n', "\\n"},      row{'\x1F', "\\u001f"}, row{' ', " "},
+                          row{'!', "!"},          row{'"', "\\\""},      row{'#', "#"},          row{'[', "["},
+                          row{'\\', "\\\\"},      row{']', "]"},         row{'~', "~"},          row{'\x7F', "\\u007f"},
+                          row{'\x80', "\\ufffd"}, row{'\xFF', "\\ufffd"}};
+    const std::string plain = "abcdefghijklmnopqrstuvw";
+    for (const row& each : rows) {
+        for (std::size_t at = 0; at < plain.size(); ++at) {
+            std::string text = plain;
+            text[at] = each.byte;
+            EXPECT_EQ('"' + plain.substr(0, at) + each.quoted + plain.substr(at + 1) + '"', quotedText(text));
+        }
+    }
 }
 
 TEST(QuotedText, HasReplacementsForWhatIsNotUtf8)
