@@ -10,6 +10,7 @@ import sys
 import traceback
 
 import activation
+import documents
 import entries
 import life
 import sandbox
@@ -18,7 +19,7 @@ from system import MACHINE, Report, must
 
 GROUPS = [activation.check, activation.check_users, entries.check_reads, entries.check_failures, entries.check_copies,
           entries.check_journal, sandbox.check, life.check_reload, life.check_stop, life.check_stop_of_copies,
-          life.check_restart, watchdog.check]
+          life.check_restart, watchdog.check, documents.check_system, documents.check_tutorial]
 
 
 def prepare():
