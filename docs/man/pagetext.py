@@ -151,7 +151,7 @@ def of_header(header, include, page, version):
              for kind in ("function", "class", "type", "constant")}
     first = " ".join(header.about).partition(". ")[0]
     names = [page] + [each.name for each in kinds["function"] + kinds["class"]]
-    about = first[0].lower() + first[1:].rstrip(".")
+    about = (first[0].lower() + first[1:]).rstrip(".").replace("`", "")
     made = [title(page, "3", version), ".SH NAME", ", ".join(plain(name) for name in names) + " \\- " + plain(about),
             ".SH SYNOPSIS", ".nf", f"\\fB#include <{plain(include)}>\\fR"]
     for each in kinds["function"]:

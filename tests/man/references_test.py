@@ -43,6 +43,10 @@ class Pages(unittest.TestCase):
         listed = re.findall(r"\b(\w+)\(\)", self.pages["kest.3"].partition(".SH FUNCTIONS")[2].partition(".SH ")[0])
         self.assertEqual(sorted(self.functions), sorted(listed))
 
+    def test_kest_3_names_the_page_of_each_header(self):
+        named = set(re.findall(r"\b(kest-[\w-]+)\(3\)", self.pages["kest.3"].partition(".SH SEE ALSO")[2]))
+        self.assertEqual({name.removesuffix(".3") for name in self.pages if re.match(r"kest-.*\.3$", name)}, named)
+
     def test_functions_describe_all_their_parameters_and_results(self):
         for name, text in self.pages.items():
             if not name.startswith("kest-") or not name.endswith(".3"):
