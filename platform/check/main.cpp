@@ -36,7 +36,7 @@ void make(const check& check, const kest_checkedPort& port, counts& counts)
         std::printf("FAILED: %s\n", run.finding.c_str());
         ++counts.failed;
     } else if (!run.lacks.empty()) {
-        std::printf("left out: the port names no %s\n", run.lacks.c_str());
+        std::printf("left out: the platform names no %s\n", run.lacks.c_str());
         ++counts.left;
     } else {
         std::puts("ok");
