@@ -179,6 +179,7 @@ void widthGuard::afterFailedRead(failure& why)
     // a part of another width can give other bytes each time
     if (m_needed && !m_finding && why.verdict == std::string_view("flaky")) {
         prove();
+        why.what += isOpen() ? fmt::format("; the offset width is {}", widthText(*m_finding)) : "";
         return;
     }
     if (!watchesReads()) {

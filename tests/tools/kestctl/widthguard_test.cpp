@@ -195,6 +195,23 @@ TEST_F(KestctlWidthGuard, ReadsThatDifferBecauseThePartHasAnotherWidthNameIt)
     }
 }
 
+TEST_F(KestctlWidthGuard, ReadsThatDifferAreSaidWithAWidthThatIsNotKnown)
+{
+    part("half_offset = \"keep\"\n", "24C256", 32768);
+    std::string counting;
+    for (int at = 0; at < 32768; ++at) {
+        counting += static_cast<char>(at);
+    }
+    fill(counting);
+    const RunResult refused = kestctl({"seeprom", "write", "sim:f,L,1C0002,A0", "--hex", "5A5B5C5D", "--yes"});
+    EXPECT_EQ(3, refused.exit);
+    EXPECT_THAT(refused.errors,
+                HasSubstr("an undo file would hold wrong ones; the offset width is not known, the reads "
+                          "are flaky: a read behind the offset byte F8 differs from the same bytes read before; "
+                          "try --voted 5"));
+    EXPECT_EQ(counting, content());
+}
+
 TEST_F(KestctlWidthGuard, OneFailedReadOfATrialNeitherProvesAWidthNorKeepsBytesFromBeingPutBack)
 {
     for (const char* keys : {"", "kind = \"fram\"\n"}) {
