@@ -55,6 +55,8 @@ STEPS = [
     Step("rehearse", "says the width and writes nothing", 0,
          ("would write 4 bytes in 1 page", "offset width: two offset bytes"),
          (AST2600, 0, ("would write 4 bytes in 1 page", "not decidable: its first 256 bytes are all FF"))),
+    Step("write-damage", "contents with wrong checksums are refused", 3,
+         (r"the part would hold contents of the format edid \(EDID\) that are damaged: checksum",)),
     Step("write-protected", "says that a part takes no data", 5,
          ("the chip is write-protected: it holds the old bytes",)),
     Step("blank-as-one", "a blank part of the wrong type is refused", 3, TRIED),
