@@ -6,6 +6,7 @@
 #include <numeric>
 #include <optional>
 
+#include "base/guess.h"
 #include "contents/fieldname.h"
 
 namespace kest::contents
@@ -235,7 +236,7 @@ editResult setInFruArea(fruArea& area, std::string_view field, const fieldSettin
         return setText(area, nullptr, rule.known.size() + *custom, setting);
     }
     return refusedUse(fmt::format("the {} area has no field '{}' that can be set", area.as->name, field),
-                      "fields: " + joinedNames(fruAreaFields(*area.as)));
+                      didYouMean(field, fruAreaFields(*area.as), "fields: " + joinedNames(fruAreaFields(*area.as))));
 }
 
 byteString fruAreaContent(const fruArea& area)

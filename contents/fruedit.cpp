@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <map>
 
+#include "base/guess.h"
 #include "contents/fieldname.h"
 #include "contents/fruarea.h"
 #include "contents/overlap.h"
@@ -66,7 +67,7 @@ areaField splitField(std::string_view whole)
 editResult noField(std::string_view field)
 {
     return refusedUse(fmt::format("FRU information has no field '{}' that can be set", field),
-                      "fields: " + joinedNames(fruFields()));
+                      didYouMean(field, fruFields(), "fields: " + joinedNames(fruFields())));
 }
 
 /// What is wrong with the common header; empty: nothing.

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "base/crc32.h"
+#include "base/guess.h"
 #include "contents/fieldname.h"
 #include "contents/recognise.h"
 
@@ -166,8 +167,9 @@ editResult apply(tlvTable& table, const fieldSetting& setting)
 {
     const auto field = findField(setting.field);
     if (!field) {
-        return refusedUse(fmt::format("a TlvInfo table has no field '{}' that can be set", setting.field),
-                          "fields: " + joinedNames(tlvFields()) + "; or a code such as 0x23");
+        return refusedUse(
+            fmt::format("a TlvInfo table has no field '{}' that can be set", setting.field),
+            didYouMean(setting.field, tlvFields(), "fields: " + joinedNames(tlvFields()) + "; or a code such as 0x23"));
     }
     const auto isIt = [&](const tlvEntry& entry) { return entry.code == field->code; };
     const auto found = std::ranges::find_if(table.entries, isIt);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/guess.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/vpd/copies.h"
 #include "tools/common/device.h"
@@ -54,7 +55,12 @@ accessMode parseMode(const std::string& word)
 {
     const auto* found = std::ranges::find_if(modes, [&](const modeRow& row) { return word == row.word; });
     if (found == modes.end()) {
-        throw wrongUse(fmt::format("mode '{}': expected hardware, file, mixed or registry", word));
+        std::vector<std::string> words;
+        for (const modeRow& row : modes) {
+            words.emplace_back(row.word);
+        }
+        throw wrongUse(fmt::format("mode '{}': expected hardware, file, mixed or registry", word),
+                       didYouMean(word, words));
     }
     return found->mode;
 }

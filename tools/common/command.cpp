@@ -18,6 +18,14 @@ option& option::needs(const option& other)
     return *this;
 }
 
+option& option::hidden()
+{
+    m_made->group("");
+    return *this;
+}
+
+bool option::isGiven() const { return m_made->count() > 0; }
+
 command command::add(const std::string& name, const std::string& help)
 {
     return command(*m_made->add_subcommand(name, help));
@@ -61,10 +69,20 @@ option command::flag(const std::string& names, bool& target, const std::string& 
     return option(*m_made->add_flag(names, target, help));
 }
 
+option command::countedFlag(const std::string& names, unsigned& target, const std::string& help)
+{
+    return option(*m_made->add_flag(names, target, help));
+}
+
 option command::clearingFlag(const std::string& names, bool& target, const std::string& help)
 {
     return option(*m_made->add_flag_callback(
         names, [&target] { target = false; }, help));
+}
+
+option command::actingFlag(const std::string& names, std::function<void()> act, const std::string& help)
+{
+    return option(*m_made->add_flag_callback(names, std::move(act), help));
 }
 
 void command::versionFlag(const std::string& text)

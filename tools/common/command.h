@@ -29,6 +29,10 @@ public:
     option& required();
     /// It requires the other one.
     option& needs(const option& other);
+    /// The help does not list it.
+    option& hidden();
+    /// Whether the command line has it, once that has been parsed.
+    [[nodiscard]] bool isGiven() const;
 
 private:
     CLI::Option* m_made;
@@ -67,8 +71,12 @@ public:
     option checked(const std::string& names, std::string& target, const std::string& help, const std::string& valueName,
                    std::function<std::string(const std::string& text)> complaint);
     option flag(const std::string& names, bool& target, const std::string& help);
+    /// A flag that counts how often it is given: -vv.
+    option countedFlag(const std::string& names, unsigned& target, const std::string& help);
     /// A flag that clears its target.
     option clearingFlag(const std::string& names, bool& target, const std::string& help);
+    /// A flag that calls a function.
+    option actingFlag(const std::string& names, std::function<void()> act, const std::string& help);
     void versionFlag(const std::string& text);
 
     /// A number, decimal or hexadecimal after 0x.

@@ -5,6 +5,9 @@
 #include <CLI/Formatter.hpp>
 #include <sstream>
 #include <utility>
+#include <vector>
+
+#include "base/guess.h"
 
 namespace kest::tools
 {
@@ -72,6 +75,108 @@ std::string complaintOf(const CLI::App& app, const CLI::ParseError& why)
     return said;
 }
 
+/// The long options that a command takes, its own and those of the commands above it.
+std::vector<std::string> optionsOf(const CLI::App* app)
+{
+    std::vector<std::string> names;
+    for (; app != nullptr; app = app->get_parent()) {
+        for (const CLI::Option* option : app->get_options()) {
+            const bool isListed = !option->get_group().empty();
+            for (const std::string& name : isListed ? option->get_lnames() : std::vector<std::string>{}) {
+                names.push_back("--" + name);
+            }
+        }
+    }
+    return names;
+}
+
+const CLI::App* deepest(const CLI::App& app)
+{
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? &app : deepest(*chosen.front());
+}
+
+std::vector<std::string> verbsOf(const CLI::App& app)
+{
+    std::vector<std::string> verbs;
+    for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; })) {
+        verbs.push_back(verb->get_name());
+    }
+    return verbs;
+}
+
+/// The words of a command line before the one that is being typed.
+struct unfinished {
+    const CLI::App* at; ///< the subcommand that they name
+    std::size_t arguments = 0; ///< of it
+    const CLI::Option* awaiting = nullptr; ///< its value is the next word
+    bool argumentsAlone = false; ///< behind "--"
+
+    void take(const std::string& word)
+    {
+        if (awaiting != nullptr) {
+            awaiting = nullptr;
+        } else if (!argumentsAlone && word == "--") {
+            argumentsAlone = true;
+        } else if (!argumentsAlone && word.size() > 1 && word[0] == '-') {
+            const CLI::Option* given = option(word);
+            awaiting = given != nullptr && given->get_items_expected_max() > 0 ? given : nullptr;
+        } else if (const CLI::App* below = arguments == 0 ? verb(word) : nullptr) {
+            at = below;
+        } else {
+            ++arguments;
+        }
+    }
+    /// The subcommand of a name; null: none.
+    [[nodiscard]] const CLI::App* verb(const std::string& name) const
+    {
+        for (const CLI::App* each : at->get_subcommands([](const CLI::App*) { return true; })) {
+            if (each->get_name() == name) {
+                return each;
+            }
+        }
+        return nullptr;
+    }
+    /// The option of a name, "-o" or "--output", also of the commands above; null: none.
+    [[nodiscard]] const CLI::Option* option(const std::string& name) const
+    {
+        for (const CLI::App* app = at; app != nullptr; app = app->get_parent()) {
+            if (const CLI::Option* found = app->get_option_no_throw(name)) {
+                return found;
+            }
+        }
+        return nullptr;
+    }
+    /// The name of the argument that is due; the last one may be given several times.
+    [[nodiscard]] std::string argument() const
+    {
+        std::string name;
+        std::size_t before = 0;
+        for (const CLI::Option* each : at->get_options()) {
+            if (each->get_positional() && before <= arguments) {
+                name = each->get_name(true);
+                before += each->get_items_expected_max() > 1 ? arguments + 1 : 1;
+            }
+        }
+        return before > arguments ? name : "";
+    }
+};
+
+/// A guess at the first word that the parser did not know: an option, an area or a verb.
+std::string meantBy(const CLI::App& app)
+{
+    const CLI::App* at = deepest(app);
+    for (const std::string& word : app.remaining(true)) {
+        if (word.compare(0, 2, "--") == 0) {
+            return didYouMean(word.substr(0, word.find('=')), optionsOf(at));
+        }
+        if (word.compare(0, 1, "-") != 0) {
+            return didYouMean(word, verbsOf(*at));
+        }
+    }
+    return {};
+}
+
 } // namespace
 
 commandLine::commandLine(const std::string& about, const std::string& name)
@@ -93,6 +198,7 @@ commandLine::outcome commandLine::parse(int count, char** words)
         if (end.get_exit_code() != 0) {
             result.wrong = true;
             result.complaint = complaintOf(*m_app, end);
+            result.meant = meantBy(*m_app);
             result.command = deepestCommand(*m_app);
             return result;
         }
@@ -101,6 +207,33 @@ commandLine::outcome commandLine::parse(int count, char** words)
         result.help = text.str();
     }
     return result;
+}
+
+commandLine::completion commandLine::complete(const std::vector<std::string>& words) const
+{
+    const std::string last = words.empty() ? "" : words.back();
+    unfinished typed{m_app.get()};
+    for (std::size_t at = 0; at + 1 < words.size(); ++at) {
+        typed.take(words[at]);
+    }
+    completion due;
+    const std::size_t equals = last.find('=');
+    if (typed.awaiting != nullptr) {
+        due.value = typed.awaiting->get_type_name();
+    } else if (last.compare(0, 2, "--") == 0 && equals != std::string::npos) {
+        const CLI::Option* option = typed.option(last.substr(0, equals));
+        due.value = option == nullptr ? "" : option->get_type_name();
+        due.before = last.substr(0, equals + 1);
+    } else if (last.compare(0, 1, "-") == 0) {
+        due.words = optionsOf(typed.at);
+    } else if (typed.arguments == 0) {
+        due.words = verbsOf(*typed.at);
+    }
+    const bool isArgument = typed.awaiting == nullptr && last.compare(0, 1, "-") != 0;
+    if (isArgument && due.words.empty()) {
+        due.value = typed.argument();
+    }
+    return due;
 }
 
 std::optional<int> commandLine::parseOrExit(int count, char** words, int wrongUseCode)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/core.h>
 
+#include "base/guess.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/configuration/deviceplace.h"
 #include "tools/common/failure.h"
@@ -39,6 +40,18 @@ const host::deviceEntry* findEntry(const std::string& nameOrNumber)
         return nullptr;
     }
     return findNumber(parseNumber(nameOrNumber, "device number", highestNumber));
+}
+
+/// The names of the device table.
+std::vector<std::string> deviceNames()
+{
+    std::vector<std::string> names;
+    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
+        if (!entry.name.empty()) {
+            names.push_back(entry.name);
+        }
+    }
+    return names;
 }
 
 std::string labelOf(const host::deviceEntry& entry)
@@ -120,8 +133,9 @@ device findDevice(const std::string& nameOrText)
     if (entry == nullptr) {
         throw failure{.code = exitAbsent,
                       .what = "no such device in the device table",
-                      .tryThis = "'kestctl devices' lists them; or give a device text PATH,NODE,TYPE,ADDRESS or "
-                                 "BUS:PART@ADDR7",
+                      .tryThis = didYouMean(nameOrText, deviceNames(),
+                                            "'kestctl devices' lists them; or give a device text "
+                                            "PATH,NODE,TYPE,ADDRESS or BUS:PART@ADDR7"),
                       .device = nameOrText};
     }
     device found = parseDeviceText(entry->location);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/host/iic/tools.h"
+#include "platform/host/iic/watch.h"
 #include "tools/common/advice.h"
 #include "tools/common/number.h"
 
@@ -75,7 +76,7 @@ void describeReturned(const unanswered& transfer, const device& which, failure& 
             why, exitFailed, "write-cycle",
             fmt::format("the {}'s write cycle took longer than the write waited for; it is over now", nounOf(which)),
             "--write-cycle MS lets a write wait longer");
-    } else if (transfer.error == ENXIO && which.end().type->pageBytes != 0) {
+    } else if (transfer.error == ENXIO && which.end().type->pageBytes != 0 && host::iic::repeats()) {
         setVerdict(why, exitBusy, "write-cycle",
                    fmt::format("the {} did not acknowledge for the whole wait, and does now: it was in a write cycle",
                                nounOf(which)),

@@ -5,6 +5,7 @@
 #include <fmt/core.h>
 #include <string_view>
 
+#include "base/guess.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -100,6 +101,25 @@ std::string takeBus(fieldReader& text, std::size_t end)
     return path;
 }
 
+std::string digitsOf(const std::string& name)
+{
+    std::string digits = name;
+    std::erase_if(digits, [](char letter) { return letter < '0' || letter > '9'; });
+    return digits;
+}
+
+/// The part that a mistyped name means. A name with other digits is that of another part, and no mistyped one.
+std::string meantPart(const std::string& name)
+{
+    std::vector<std::string> known;
+    for (const deviceTypeInfo& each : deviceTypes()) {
+        if (const std::string part = partName(each); digitsOf(part) == digitsOf(name)) {
+            known.push_back(part);
+        }
+    }
+    return didYouMean(name, known);
+}
+
 const deviceTypeInfo* takePart(fieldReader& text)
 {
     const std::string& name = text.takeUntil('@', "part", "a part such as 24c256");
@@ -109,7 +129,9 @@ const deviceTypeInfo* takePart(fieldReader& text)
         for (const deviceTypeInfo& each : deviceTypes()) {
             known += (known.empty() ? "" : " ") + partName(each);
         }
-        throw text.wrong("is no part that is served; there are " + known);
+        failure why = text.wrong("is no part that is served; there are " + known);
+        why.tryThis = meantPart(name);
+        throw why;
     }
     return type;
 }

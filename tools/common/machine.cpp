@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "base/guess.h"
 #include "platform/host/configuration/configuration.h"
 #include "tools/common/failure.h"
 
@@ -79,7 +80,8 @@ std::optional<failure> simulatedBusTrouble(const std::string& path, const std::s
             return {};
         }
         std::string known;
-        for (const std::string& name : machine->busNames(simNode)) {
+        const std::vector<std::string> names = machine->busNames(simNode);
+        for (const std::string& name : names) {
             if (name == path.substr(simulated.size())) {
                 return {};
             }
@@ -87,7 +89,8 @@ std::optional<failure> simulatedBusTrouble(const std::string& path, const std::s
         }
         return failure{
             .code = exitAbsent,
-            .what = fmt::format("the simulated machine has no such bus{}{}", known.empty() ? "" : "; it has ", known)};
+            .what = fmt::format("the simulated machine has no such bus{}{}", known.empty() ? "" : "; it has ", known),
+            .tryThis = didYouMean(path.substr(simulated.size()), names)};
     } catch (const failure& why) {
         const bool none = host::currentConfiguration().machineFolder.empty();
         return failure{.code = none ? exitAbsent : why.code, .what = why.what, .tryThis = why.tryThis};

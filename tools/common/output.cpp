@@ -18,10 +18,24 @@ namespace kest::tools
 namespace
 {
 
-bool wantsColour()
+bool isSet(const char* variable)
 {
-    const char* none = std::getenv("NO_COLOR");
-    return (none == nullptr || *none == 0) && takesSequences();
+    const char* value = std::getenv(variable);
+    return value != nullptr && *value != 0;
+}
+
+/// What the user says goes before the environment, and that before the kind of standard output.
+bool wantsColour(bool terminal)
+{
+    if (preferred().colour != colourChoice::automatic) {
+        return preferred().colour == colourChoice::always;
+    }
+    if (isSet("NO_COLOR")) {
+        return false;
+    }
+    const char* force = std::getenv("CLICOLOR_FORCE");
+    const bool forced = isSet("CLICOLOR_FORCE") && std::string_view(force) != "0";
+    return forced || (terminal && takesSequences());
 }
 
 constexpr std::array<const char*, 6> sequences{"", "\033[1m", "\033[31m", "\033[32m", "\033[33m", "\033[2m"};
@@ -66,8 +80,8 @@ bool output::terminal() const { return isatty(STDOUT_FILENO) == 1; }
 
 std::string output::paint(colour shade, std::string_view what) const
 {
-    static const bool wanted = wantsColour();
-    const char* on = wanted && terminal() ? sequences[static_cast<std::size_t>(shade)] : "";
+    static const bool wanted = wantsColour(terminal());
+    const char* on = wanted ? sequences[static_cast<std::size_t>(shade)] : "";
     return std::string(on) + std::string(what) + (*on == 0 ? "" : "\033[0m");
 }
 

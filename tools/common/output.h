@@ -33,8 +33,8 @@ public:
     void flush();
 
     [[nodiscard]] bool terminal() const;
-    /// `what` in a colour, or as it is when standard output is no terminal or the user wants none ($NO_COLOR,
-    /// TERM=dumb).
+    /// `what` in a colour, or as it is when the user wants none: by --colour, else by $NO_COLOR or $CLICOLOR_FORCE, else
+    /// because standard output is no terminal, or one without colours (TERM=dumb).
     [[nodiscard]] std::string paint(colour shade, std::string_view what) const;
     /// Further output is lost: nobody reads, or a write failed.
     [[nodiscard]] bool broken() const { return m_broken; }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/core.h>
 
+#include "base/guess.h"
 #include "contents/difference.h"
 #include "contents/fieldname.h"
 #include "contents/formatlist.h"
@@ -82,6 +83,7 @@ const contents::format& formatNamed(const std::string& name)
 {
     std::vector<const contents::format*> begins;
     std::string all;
+    std::vector<std::string> names;
     for (const contents::format* each : contents::formats()) {
         if (contents::isSameName(each->name, name) || contents::isSameName("spd-" + std::string(each->name), name)) {
             return *each;
@@ -89,10 +91,12 @@ const contents::format& formatNamed(const std::string& name)
         if (!name.empty() && each->name.starts_with(name)) {
             begins.push_back(each);
         }
-        all += (all.empty() ? "" : ", ") + std::string(each->name);
+        names.emplace_back(each->name);
+        all += (all.empty() ? "" : ", ") + names.back();
     }
     if (begins.size() != 1) {
-        throw wrongUse(fmt::format("'{}' is the name of no known format", name), "formats: " + all);
+        throw wrongUse(fmt::format("'{}' is the name of no known format", name),
+                       didYouMean(name, names, "formats: " + all));
     }
     return *begins.front();
 }

@@ -24,7 +24,7 @@ std::uint64_t mirroredTotal = 0;
 
 progress::progress(std::string what, std::uint64_t total, std::chrono::milliseconds quiet)
     : m_what(std::move(what)), m_total(total), m_start(std::chrono::steady_clock::now()), m_next(m_start + quiet),
-      m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences() && !preferred().quiet)
+      m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences() && !preferred().quiet && preferred().verbose == 0)
 {
 }
 

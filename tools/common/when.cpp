@@ -5,7 +5,7 @@
 #include <fmt/core.h>
 #include <string_view>
 
-#include "tools/common/duration.h"
+#include "base/duration.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools

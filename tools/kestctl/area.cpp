@@ -6,6 +6,7 @@
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
 #include "tools/common/preferences.h"
+#include "tools/kestctl/defaults.h"
 
 namespace kest::tools
 {
@@ -100,16 +101,21 @@ void addVotes(command verb, std::uint32_t& votes)
         }
         votes = static_cast<std::uint32_t>(reads);
     };
-    verb.read("--voted", read, "read N times (odd, 3 to 15) and take the majority of each byte", "N");
+    elseByDefault({verb.read("--voted", read, "read N times (odd, 3 to 15) and take the majority of each byte", "N"),
+                   verb.actingFlag(
+                           "--no-voted", [&votes] { votes = 1; }, "read once")
+                       .hidden()},
+                  [&votes](const host::commandDefaults& defaults) { votes = defaults.voted; });
 }
 
 void addWait(command verb, std::uint64_t& waitNs)
 {
-    verb.read(
-        "--wait", [&waitNs](const std::string& text) { waitNs = parseDuration(text, "--wait"); },
-        "wait so long for others who have the device, in seconds, or with a unit: 500ms, 5min (default 30, 0: not at "
-        "all)",
-        "TIME");
+    const auto read = [&waitNs](const std::string& text) { waitNs = parseDuration(text, "--wait"); };
+    elseByDefault({verb.read("--wait", read,
+                             "wait so long for others who have the device, in seconds, or with a unit: 500ms, 5min "
+                             "(default 30, 0: not at all)",
+                             "TIME")},
+                  [&waitNs](const host::commandDefaults& defaults) { waitNs = defaults.waitNs; });
 }
 
 void addMilliseconds(command verb, const std::string& name, std::uint32_t& milliseconds, const std::string& help,

@@ -27,7 +27,10 @@ std::string barText(const busBar& bar)
                        sizeText(bar.total));
 }
 
-busBars::busBars() : m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences() && !preferred().quiet) {}
+busBars::busBars()
+    : m_terminal(isatty(STDERR_FILENO) == 1 && takesSequences() && !preferred().quiet && preferred().verbose == 0)
+{
+}
 
 void busBars::draw(std::span<const busBar> bars)
 {

@@ -19,6 +19,7 @@ namespace kest::tools
 struct context {
     bool json = false; ///< --json
     std::optional<std::uint64_t> timeoutNs; ///< --timeout; 0 and none: no end
+    bool retries = true; ///< transactions that failed for a passing reason are sent again
     /// The verb itself ends in that time.
     bool timesItself = false;
     /// What the command line asked for; set while it is parsed.

@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 
 #include "platform/host/configuration/configuration.h"
+#include "tools/common/buslines.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
@@ -113,6 +114,7 @@ int runDetect(const context& shared, const detectOptions& options)
     for (const std::string& name : names) {
         const finding found = look(name, options);
         if (found.why.code != exitDone) {
+            showBusesRest();
             std::fputs((failureLine("kestctl", found.why) + "\n").c_str(), stderr);
         } else if (!shared.json) {
             standardOutput().text(fmt::format("{}: {} at {}: {}\n", escaped(found.which.label),

@@ -1,16 +1,21 @@
 #include <array>
 #include <cstdio>
+#include <exception>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "kest/version.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/commit.h"
+#include "tools/common/buslines.h"
 #include "tools/common/commandline.h"
 #include "tools/common/failure.h"
 #include "tools/common/guard.h"
 #include "tools/common/output.h"
 #include "tools/common/startup.h"
 #include "tools/kestctl/buses.h"
+#include "tools/kestctl/complete.h"
 #include "tools/kestctl/context.h"
 #include "tools/kestctl/copy.h"
 #include "tools/kestctl/detect.h"
@@ -87,13 +92,22 @@ void tellSpooledEntry(const std::string& problem)
                stderr);
 }
 
+/// Shows what is left of the transactions when a command ends, before its failure is told.
+struct busShowing {
+    busShowing() = default;
+    busShowing(const busShowing&) = delete;
+    busShowing& operator=(const busShowing&) = delete;
+    ~busShowing() { showBusesRest(); }
+};
+
 int parseAndRun(int count, char** words, context& shared)
 {
     commandLine line(about, "kestctl");
     setUp(line, shared);
     const commandLine::outcome parsed = line.parse(count, words);
     if (parsed.wrong) {
-        throw wrongUse(parsed.complaint, "'" + parsed.command + " --help' shows how");
+        throw wrongUse(parsed.complaint,
+                       (parsed.meant.empty() ? "" : parsed.meant + " ") + "'" + parsed.command + " --help' shows how");
     }
     if (parsed.help) {
         standardOutput().text(*parsed.help);
@@ -103,13 +117,38 @@ int parseAndRun(int count, char** words, context& shared)
         throw wrongUse(kest::host::configurationError(), "repair it, or name another file with --config");
     }
     useGlobalOptions(shared);
+    const busShowing shown;
     return shared.action();
+}
+
+/// Prints the words that a shell asks for. Whatever goes wrong, there are none: somebody is typing.
+int complete(int count, char** words)
+{
+    try {
+        context shared;
+        commandLine line(about, "kestctl");
+        setUp(line, shared);
+        for (const std::string& each : completionLines(line, std::vector<std::string>(words, words + count))) {
+            standardOutput().text(each + "\n");
+        }
+        standardOutput().flush();
+    } catch (const failure&) {
+        return exitDone;
+    } catch (const std::exception&) {
+        return exitDone;
+    }
+    return exitDone;
 }
 
 } // namespace
 
 int main(int count, char** words)
 {
+    // for the shells' scripts alone: not in the help
+    constexpr std::string_view completionVerb = "complete";
+    if (count > 1 && words[1] == completionVerb) {
+        return complete(count - 2, words + 2);
+    }
     context shared;
     kest::host::tellSpooled(tellSpooledEntry);
     return runGuarded("kestctl", shared.json, [&] { return parseAndRun(count, words, shared); });

@@ -4,6 +4,7 @@
 #include <array>
 #include <fmt/core.h>
 
+#include "base/guess.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -48,12 +49,15 @@ const auto& findWord(const Rows& rows, const std::string& word, const device& wh
         return *row;
     }
     std::string known;
+    std::vector<std::string> words;
     for (const auto& candidate : rows) {
         if (served(candidate)) {
+            words.emplace_back(candidate.word);
             known += fmt::format("{}{}", known.empty() ? "" : ", ", candidate.word);
         }
     }
-    throw wrongUse(fmt::format("{} '{}': a {} supports {}", what, word, which.end().type->chip, known));
+    throw wrongUse(fmt::format("{} '{}': a {} supports {}", what, word, which.end().type->chip, known),
+                   didYouMean(word, words));
 }
 
 } // namespace

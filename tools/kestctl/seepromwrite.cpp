@@ -17,6 +17,7 @@
 #include "tools/common/wear.h"
 #include "tools/common/widthproof.h"
 #include "tools/kestctl/area.h"
+#include "tools/kestctl/defaults.h"
 #include "tools/kestctl/seepromchoice.h"
 
 namespace kest::tools
@@ -233,7 +234,9 @@ void addCare(command verb, carefulWriteOptions& care, seepromOptions& to)
     verb.flag("--all-pages", care.allPages, "also write pages that already hold the data");
     verb.flag("--width-unproved", care.widthUnproved,
               "write also when the part's number of offset bytes can't be proved");
-    verb.clearingFlag("--no-verify", care.verify, "do not read back and compare");
+    elseByDefault({verb.clearingFlag("--no-verify", care.verify, "do not read back and compare"),
+                   verb.flag("--verify", care.verify, "read back and compare").hidden()},
+                  [&care](const host::commandDefaults& defaults) { care.verify = defaults.verify; });
 }
 
 void addSeepromWrite(command area, context& shared)

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/guess.h"
 #include "platform/host/configuration/configuration.h"
 #include "tools/common/failure.h"
 #include "tools/common/output.h"
@@ -61,12 +62,17 @@ void requireBus(sim::machine& machine, const std::string& name)
         return;
     }
     std::string known;
+    std::vector<std::string> names;
     for (const std::string& node : machine.nodes()) {
         for (const std::string& bus : machine.busNames(node)) {
-            known.append(known.empty() ? "" : ", ").append(node.empty() ? "" : node + ":").append(bus);
+            names.push_back((node.empty() ? "" : node + ":") + bus);
+            known.append(known.empty() ? "" : ", ").append(names.back());
         }
     }
-    throw failure{.code = exitAbsent, .what = "the simulated machine has no such bus; it has " + known, .device = name};
+    throw failure{.code = exitAbsent,
+                  .what = "the simulated machine has no such bus; it has " + known,
+                  .tryThis = didYouMean(name, names),
+                  .device = name};
 }
 
 void reportDone(const context& shared, const jsonValue& json, const std::string& text)

@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/guess.h"
 #include "sim/machinefile.h"
 #include "tools/common/devicetype.h"
 #include "tools/common/failure.h"
@@ -155,7 +156,12 @@ const sim::machineTemplate& findTemplate(const std::string& name)
     const auto all = sim::machineTemplates();
     const auto found = std::ranges::find(all, name, &sim::machineTemplate::name);
     if (found == all.end()) {
-        throw wrongUse("there is no template '" + name + "'", "the templates are " + templateNames());
+        std::vector<std::string> names;
+        for (const sim::machineTemplate& each : all) {
+            names.emplace_back(each.name);
+        }
+        throw wrongUse("there is no template '" + name + "'",
+                       didYouMean(name, names, "the templates are " + templateNames()));
     }
     return *found;
 }

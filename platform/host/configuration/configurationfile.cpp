@@ -7,6 +7,7 @@
 #include <map>
 #include <string_view>
 
+#include "base/duration.h"
 #include "base/files.h"
 #include "platform/host/configuration/deviceplace.h"
 #include "platform/host/configuration/expectation.h"
@@ -44,6 +45,7 @@ private:
     void checkUnique(const std::string& key, const toml::table& table, const deviceEntry& device);
     void checkPlaces();
     void readTime(const std::string& key, const toml::node& node);
+    tomlReader::keyReader defaults();
 
     tomlReader m_reader;
     configuration& m_target;
@@ -200,6 +202,38 @@ void fileReader::readTime(const std::string& key, const toml::node& node)
     }
 }
 
+tomlReader::keyReader fileReader::defaults()
+{
+    commandDefaults& target = m_target.defaults;
+    const auto colour = [this, &target](const std::string& key, const toml::node& node) {
+        const auto* value = node.as_string();
+        if (value != nullptr && (value->get() == "auto" || value->get() == "always" || value->get() == "never")) {
+            target.colour = value->get();
+        } else {
+            m_reader.wrong(key, node, "\"auto\", \"always\" or \"never\"");
+        }
+    };
+    const auto votes = [this, &target](const std::string& key, const toml::node& node) {
+        constexpr std::uint64_t mostReads = 15;
+        const auto* value = node.as_integer();
+        if (value != nullptr && value->get() >= 1 && value->get() <= static_cast<std::int64_t>(mostReads) &&
+            value->get() % 2 == 1) {
+            target.voted = static_cast<std::uint32_t>(value->get());
+        } else {
+            m_reader.wrong(key, node, "an odd integer from 1 to 15");
+        }
+    };
+    return m_reader.tableOf({{"quiet", m_reader.truth(target.quiet)},
+                             {"verbose", m_reader.integer(target.verbose, 0, 2)},
+                             {"json", m_reader.truth(target.json)},
+                             {"colour", colour},
+                             {"timeout", m_reader.duration(target.timeoutNs, nsPerDay)},
+                             {"wait", m_reader.duration(target.waitNs, nsPerDay)},
+                             {"retries", m_reader.truth(target.retries)},
+                             {"voted", votes},
+                             {"verify", m_reader.truth(target.verify)}});
+}
+
 void fileReader::read(std::string_view source)
 {
     configuration& target = m_target;
@@ -217,6 +251,7 @@ void fileReader::read(std::string_view source)
         {"nodes", [this](const std::string& key, const toml::node& node) { readNodes(key, node); }},
         {"device", [this](const std::string& key, const toml::node& node) { readDevices(key, node); }},
         {"machine", m_reader.tableOf({{"folder", m_reader.path(target.machineFolder)}, {"time", clock}})},
+        {"defaults", defaults()},
         {"linux", m_reader.tableOf({{"set_timeout", m_reader.truth(target.setAdapterTimeout)},
                                     {"lock_folder", m_reader.path(target.lockFolder)}})},
         {"service",

@@ -57,6 +57,19 @@ struct serviceSettings {
     std::vector<std::string> rawGroups;
 };
 
+/// What kestctl does where its command line does not say otherwise.
+struct commandDefaults {
+    bool quiet = false;
+    std::uint32_t verbose = 0; ///< 0 to 2
+    bool json = false;
+    std::string colour = "auto"; ///< or "always", "never"
+    std::uint64_t timeoutNs = 0; ///< of a whole command; 0 none
+    std::uint64_t waitNs = 30'000'000'000; ///< for others who have a device
+    bool retries = true;
+    std::uint32_t voted = 1; ///< reads whose majority counts: odd, 3 to 15; 1 no vote
+    bool verify = true; ///< read back and compare what was written
+};
+
 struct configuration {
     std::filesystem::path file; ///< empty: built-in defaults
     std::filesystem::path stateFolder; ///< error log, persisted copies, undo files
@@ -75,6 +88,7 @@ struct configuration {
     nodeMap nodes;
     std::vector<deviceEntry> devices;
     serviceSettings service;
+    commandDefaults defaults;
 };
 
 /// Fills in the settings that the file left open and that depend on others.

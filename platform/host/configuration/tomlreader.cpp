@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "base/duration.h"
+#include "base/guess.h"
 #include "base/hex.h"
 #include "base/tomltext.h"
 
@@ -143,7 +145,13 @@ void tomlReader::section(const std::string& prefix, const toml::node& node, std:
         if (row != rows.end()) {
             row->read(whole, value);
         } else {
-            fail(key.source().begin, whole, "one of the keys " + namesOf(rows), "an unknown key");
+            std::vector<std::string> names;
+            for (const keyRow& each : rows) {
+                names.emplace_back(each.name);
+            }
+            const std::string meant = didYouMean(name, names);
+            fail(key.source().begin, whole, "one of the keys " + namesOf(rows),
+                 "an unknown key" + (meant.empty() ? "" : "; " + meant));
         }
     }
 }
@@ -197,6 +205,24 @@ tomlReader::keyReader tomlReader::truth(bool& target)
             target = value->get();
         } else {
             wrong(key, node, "true or false");
+        }
+    };
+}
+
+tomlReader::keyReader tomlReader::duration(std::uint64_t& target, std::uint64_t most)
+{
+    return [this, &target, most](const std::string& key, const toml::node& node) {
+        const auto* string = node.as_string();
+        const auto* integer = node.as_integer();
+        const std::string value = string != nullptr    ? string->get()
+                                  : integer != nullptr ? std::to_string(integer->get())
+                                                       : std::string();
+        std::uint64_t nanoseconds = 0;
+        if (readDuration(value, integer != nullptr ? nsPerSecond : 0, nanoseconds) && nanoseconds <= most) {
+            target = nanoseconds;
+        } else {
+            wrong(key, node,
+                  fmt::format("a time such as \"500ms\" or \"5min\", or seconds; at most {}", durationText(most)));
         }
     };
 }

@@ -59,6 +59,8 @@ public:
         };
     }
     keyReader truth(bool& target);
+    /// A time up to `most` ns: a string with a unit, "500ms", or a whole number of seconds.
+    keyReader duration(std::uint64_t& target, std::uint64_t most);
     /// Names or numbers of users or groups.
     keyReader accounts(std::vector<std::string>& target);
     keyReader tableOf(std::vector<keyRow> rows);

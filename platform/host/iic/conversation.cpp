@@ -7,6 +7,7 @@
 
 #include "base/clock.h"
 #include "platform/host/iic/locks.h"
+#include "platform/host/iic/watch.h"
 
 namespace kest::host::iic
 {
@@ -86,7 +87,7 @@ outcome conversation::withinBusyWait(Act act)
     const std::uint64_t windowNs = m_settings.busyWaitMs * nsPerMs;
     outcome end = act();
     std::uint64_t pauseNs = shortestBusyPauseNs;
-    while (mayPass(end) && m_nowNs - startedNs < windowNs && !expired()) {
+    while (mayPass(end) && repeats() && m_nowNs - startedNs < windowNs && !expired()) {
         pause(pauseNs);
         pauseNs = std::min(2 * pauseNs, longestBusyPauseNs);
         end = act();
@@ -200,6 +201,10 @@ transferResult conversation::sendWhenReady(std::span<const segment> segments, wa
     while (isNotYet(result.end, what) && result.segment == 0) {
         const outcome answer = askAfter(result.end, segments.front().way);
         m_refusals = m_addressAnswers ? silent : ++silent;
+        if (what == waiting::start && !repeats()) {
+            result.end = m_addressAnswers && isSilence(result.end) ? outcome::dataNotAcknowledged : result.end;
+            return result;
+        }
         if (m_addressAnswers && ++refused > doubtfulSends) {
             result.end = isSilence(result.end) ? outcome::dataNotAcknowledged : result.end;
             return result;
@@ -237,7 +242,8 @@ outcome conversation::askUntilAnswered(waiting what)
     if (isSilence(end)) {
         noteOtherWriter();
     }
-    while (isNotYet(end, what) && !expired() && (!isOver(window) || opensAgain(window))) {
+    const bool asksAgain = what == waiting::cycleEnd || repeats();
+    while (asksAgain && isNotYet(end, what) && !expired() && (!isOver(window) || opensAgain(window))) {
         m_refusals = ++silent;
         pauseWithin(window);
         end = ask();

@@ -8,6 +8,7 @@
 #include "base/clock.h"
 #include "platform/host/iic/bus.h"
 #include "platform/host/iic/transfer.h"
+#include "platform/host/iic/watch.h"
 
 namespace kest::host::iic
 {
@@ -53,7 +54,7 @@ outcome sendOften(bus& wires, std::span<const segment> parts, const exchangeOrde
     const transferPace pace{.speedKhz = order.speedKhz, .timeoutMs = 0};
     const std::uint64_t startedNs = wires.nowNs();
     outcome end = wires.transfer(parts, pace).end;
-    while (mayPass(end, order.waits) && wires.nowNs() - startedNs < patienceNs) {
+    while (repeats() && mayPass(end, order.waits) && wires.nowNs() - startedNs < patienceNs) {
         wires.pause(attemptPauseNs);
         end = wires.transfer(parts, pace).end;
     }

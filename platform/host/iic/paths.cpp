@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <charconv>
+#include <utility>
 
 #include "platform/host/iic/bus_linux.h"
 #include "platform/host/iic/bus_sim.h"
+#include "platform/host/iic/watch.h"
 
 namespace kest::host::iic
 {
@@ -70,9 +72,14 @@ int openBusOf(const devicePath& path, NodeType node, const configuration& settin
             return ENODEV;
         }
     }
-    return path.simulated
-               ? openSimulatedBus(settings.machineFolder, settings.machineRealTime, path.busName, where.simNode, opened)
-               : openLinuxBus(where.pathPrefix, path.number, settings.lockFolder, settings.setAdapterTimeout, opened);
+    const int error =
+        path.simulated
+            ? openSimulatedBus(settings.machineFolder, settings.machineRealTime, path.busName, where.simNode, opened)
+            : openLinuxBus(where.pathPrefix, path.number, settings.lockFolder, settings.setAdapterTimeout, opened);
+    if (error == 0) {
+        opened = watched(std::move(opened));
+    }
+    return error;
 }
 
 } // namespace kest::host::iic

@@ -217,7 +217,7 @@ TEST_F(Configuration, UnknownKeysAreReported)
     expectMessages(
         {{"stat = \"x\"",
           "1:1: key 'stat': expected one of the keys state, trace, errorlog, wear, undo, registry, nodes, device, "
-          "machine, linux, service, found an unknown key"},
+          "machine, defaults, linux, service, found an unknown key; did you mean 'state'?"},
          {"[trace]\n  file = 1", "2:3: key 'trace.file': expected one of the keys folder, found an unknown key"},
          {"[errorlog]\nsize = 1",
           "2:1: key 'errorlog.size': expected one of the keys max_entries, max_size, spool, found an unknown key"},
@@ -236,7 +236,7 @@ TEST_F(Configuration, UnknownKeysAreReported)
           "width_proved, found an unknown key"},
          {"\"a\\u001Bb\" = 1",
           "1:1: key 'a\\x1Bb': expected one of the keys state, trace, errorlog, wear, undo, registry, nodes, device, "
-          "machine, linux, service, found an unknown key"}});
+          "machine, defaults, linux, service, found an unknown key"}});
 }
 
 TEST_F(Configuration, WrongTypesAreReported)
