@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/scratchfolder.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/iic/bus_sim.h"
 #include "platform/host/iic/reads.h"
@@ -38,37 +39,29 @@ constexpr std::size_t readBytes = 65536;
 constexpr std::size_t writtenBytes = 4096;
 constexpr std::size_t pageBytes = 64;
 
-/// A machine folder with a kest.toml, which this process uses. The destructor removes the folder.
+/// A machine folder with a kest.toml, which this process uses.
 class scratchMachine
 {
 public:
     scratchMachine()
     {
-        std::string name = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no scratch folder");
-        }
-        m_folder = name;
-        std::ofstream(m_folder / "kest.toml") << "state = \"state\"\n[machine]\nfolder = \".\"\n";
-        std::ofstream(m_folder / "machine.toml")
+        std::ofstream(m_folder.path() / "kest.toml") << "state = \"state\"\n[machine]\nfolder = \".\"\n";
+        std::ofstream(m_folder.path() / "machine.toml")
             << "[[bus]]\nname = \"planar\"\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"24C512\"\naddress = 0xA0\nimage = \"large.bin\"\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"24C256\"\naddress = 0xA2\nimage = \"main.bin\"\n"
                "write_cycle_ms = 3.5\nwrite_cycle_min_ms = 3.5\n";
-        if (!kest::host::useConfigurationFile(m_folder / "kest.toml")) {
+        if (!kest::host::useConfigurationFile(m_folder.path() / "kest.toml")) {
             throw std::runtime_error("the configuration was read too early");
         }
-        m_wires = kest::sim::openMachine(m_folder, false)->findBus("planar", "");
+        m_wires = kest::sim::openMachine(m_folder.path(), false)->findBus("planar", "");
     }
-    scratchMachine(const scratchMachine&) = delete;
-    scratchMachine& operator=(const scratchMachine&) = delete;
-    ~scratchMachine() { std::filesystem::remove_all(m_folder); }
 
     [[nodiscard]] double busNs() const { return static_cast<double>(m_wires->busTimeNs()); }
-    [[nodiscard]] const std::filesystem::path& folder() const { return m_folder; }
+    [[nodiscard]] const std::filesystem::path& folder() const { return m_folder.path(); }
 
 private:
-    std::filesystem::path m_folder;
+    kest::bench::scratchFolder m_folder;
     std::shared_ptr<kest::sim::bus> m_wires;
 };
 

@@ -16,6 +16,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "bench/scratchfolder.h"
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/configuration/configuration.h"
@@ -138,11 +139,8 @@ double tracesPerSecond(unsigned threads)
 
 int main()
 {
-    std::string name = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        fail("no folder");
-    }
-    const std::filesystem::path folder = name;
+    const kest::bench::scratchFolder scratch;
+    const std::filesystem::path& folder = scratch.path();
     json bytes = json::array();
     json chips = json::array();
     json threads = json::array();
@@ -158,7 +156,6 @@ int main()
     for (const unsigned count : {1U, 2U, 4U, 8U}) {
         threads.push_back({count, inChild([&] { return tracesPerSecond(count); })});
     }
-    std::filesystem::remove_all(folder);
     const json told{
         {"curve.read.us_by_bytes", bytes}, {"curve.read.us_by_chips", chips}, {"curve.trace.per_s", threads}};
     std::printf("%s\n", told.dump().c_str());

@@ -11,6 +11,7 @@
 
 #include <time.h>
 
+#include "bench/scratchfolder.h"
 #include "kest/dataport.h"
 #include "platform/errl.h"
 #include "platform/host/configuration/configuration.h"
@@ -28,34 +29,26 @@ constexpr unsigned int valueBytes = 2;
 
 [[noreturn]] void fail(const char* what) { throw std::runtime_error(what); }
 
-/// A machine folder with a kest.toml, which this process uses. The destructor removes the folder.
+/// A machine folder with a kest.toml, which this process uses.
 class scratchMachine
 {
 public:
     scratchMachine()
     {
-        std::string name = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            fail("no scratch folder");
-        }
-        m_folder = name;
-        std::ofstream(m_folder / "kest.toml") << "state = \"state\"\n[machine]\nfolder = \".\"\n";
-        std::ofstream(m_folder / "machine.toml")
+        std::ofstream(m_folder.path() / "kest.toml") << "state = \"state\"\n[machine]\nfolder = \".\"\n";
+        std::ofstream(m_folder.path() / "machine.toml")
             << "[[bus]]\nname = \"planar\"\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"24C256\"\naddress = 0xA0\nimage = \"main.bin\"\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"LM75\"\naddress = 0x90\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"PCA9552\"\naddress = 0xC0\n"
                "[[chip]]\nbus = \"planar\"\ntype = \"PCA9555\"\naddress = 0x40\n";
-        if (!kest::host::useConfigurationFile(m_folder / "kest.toml")) {
+        if (!kest::host::useConfigurationFile(m_folder.path() / "kest.toml")) {
             fail("the configuration was read too early");
         }
     }
-    scratchMachine(const scratchMachine&) = delete;
-    scratchMachine& operator=(const scratchMachine&) = delete;
-    ~scratchMachine() { std::filesystem::remove_all(m_folder); }
 
 private:
-    std::filesystem::path m_folder;
+    kest::bench::scratchFolder m_folder;
 };
 
 void readByLibrary()

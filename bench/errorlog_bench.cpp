@@ -14,6 +14,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "bench/scratchfolder.h"
 #include "platform/errl.h"
 #include "platform/host/configuration/configuration.h"
 #include "platform/host/errorlog/entry.h"
@@ -237,13 +238,10 @@ nlohmann::json measureCurve(const std::filesystem::path& database)
 }
 
 /// In memory where there is such a folder: it is the work that is measured, and not a disk.
-std::filesystem::path makeFolder()
+std::filesystem::path placeOfWork()
 {
     const std::filesystem::path memory = "/dev/shm";
-    const bool hasMemory = access(memory.c_str(), W_OK) == 0;
-    std::string name = ((hasMemory ? memory : std::filesystem::temp_directory_path()) / "kest-bench-XXXXXX").string();
-    require(mkdtemp(name.data()) != nullptr, "no folder");
-    return name;
+    return access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
 }
 
 } // namespace
@@ -251,7 +249,8 @@ std::filesystem::path makeFolder()
 // With an argument it measures the curve instead.
 int main(int argc, char**)
 {
-    const std::filesystem::path folder = makeFolder();
+    const kest::bench::scratchFolder scratch(placeOfWork());
+    const std::filesystem::path& folder = scratch.path();
     std::ofstream(folder / "kest.toml")
         << "state = \"state\"\nerrorlog.max_entries = 1000000\nerrorlog.max_size = 1073741824\n";
     require(kest::host::useConfigurationFile(folder / "kest.toml"), "the configuration has been read already");
@@ -268,7 +267,6 @@ int main(int argc, char**)
                 {"errorlog.commits_per_s", entriesPerRound / median(found.oursSeconds)},
                 {"errorlog.bare_commits_per_s", entriesPerRound / median(found.bareSeconds)}};
     }
-    std::filesystem::remove_all(folder);
     std::cout << told << '\n';
     return 0;
 }

@@ -31,6 +31,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/scratchfolder.h"
 #include "tools/client/client.h"
 
 namespace
@@ -293,13 +294,8 @@ private:
     pid_t m_pid;
 };
 
-std::filesystem::path makeState(const std::string& service)
+void makeState(const std::filesystem::path& path, const std::string& service)
 {
-    std::string folder = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) {
-        fail("no temporary folder");
-    }
-    const std::filesystem::path path = folder;
     // clients of another user connect, too
     std::filesystem::permissions(path, std::filesystem::perms(0755));
     std::filesystem::create_directories(path / "qorn/P3_Root");
@@ -308,7 +304,6 @@ std::filesystem::path makeState(const std::string& service)
                                       << "[[device]]\nnumber = 0\nlocation = \"" << location << "\"\n"
                                       << "[service]\nsocket = \"kestd.socket\"\n"
                                       << service << "\n";
-    return path;
 }
 
 [[noreturn]] void runService(const std::filesystem::path& folder)
@@ -390,7 +385,9 @@ figures measure(const std::filesystem::path& folder, const process& service)
 /// @param kind  that of the hostile clients; -1: all kinds; -2: a program that only computes, instead of them
 figures scenario(const std::string& name, const std::string& limits, int kind, bool asNobody)
 {
-    const std::filesystem::path folder = makeState(limits);
+    const kest::bench::scratchFolder scratch;
+    const std::filesystem::path& folder = scratch.path();
+    makeState(folder, limits);
     figures result;
     {
         const process service([&] { runService(folder); });
@@ -404,7 +401,6 @@ figures scenario(const std::string& name, const std::string& limits, int kind, b
         const process load([&] { kind == -2 ? burn() : runHostile(folder / "kestd.socket", kind, asNobody); });
         result = measure(folder, service);
     }
-    std::filesystem::remove_all(folder);
     std::fprintf(stderr,
                  "%-28s p50 %8.0f us, p99 %8.0f us, worst %8.0f us; %ld requests, %ld failed; %ld threads, %ld "
                  "descriptors, %ld KiB\n",

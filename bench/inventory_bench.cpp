@@ -9,6 +9,8 @@
 #include <fstream>
 #include <string>
 
+#include "bench/scratchfolder.h"
+
 namespace
 {
 
@@ -68,11 +70,8 @@ double dumpSeconds(const std::filesystem::path& folder, const std::string& confi
 
 int main()
 {
-    std::string name = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        fail("no folder");
-    }
-    const std::filesystem::path folder = name;
+    const kest::bench::scratchFolder scratch;
+    const std::filesystem::path& folder = scratch.path();
     makeMachine(folder / "machine");
     const std::string one = configure(folder, 1);
     const std::string all = configure(folder, buses);
@@ -82,7 +81,6 @@ int main()
         slowest = std::min(slowest, dumpSeconds(folder, one));
         parallel = std::min(parallel, dumpSeconds(folder, all));
     }
-    std::filesystem::remove_all(folder);
     std::printf("{\"inventory.parallel_ratio\": %.3f, \"inventory.seconds\": %.3f}\n", parallel / slowest, parallel);
     return 0;
 }

@@ -1,6 +1,6 @@
 /// System calls of the library's calls on a kernel's bus, counted by ptrace. The bus's node is /dev/null, and the answers
-/// of its ioctls are replaced. Prints one JSON object; an empty one, and the reason on standard error, where a process
-/// may not be traced.
+/// of its ioctls are replaced. Prints one JSON object. Where a process may not be traced, it has the reason in place of
+/// each number.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "bench/scratchfolder.h"
 #include "kest/dataport.h"
 #include "kest/seeprom.h"
 #include "platform/errl.h"
@@ -24,6 +25,13 @@ using kest::test::TracedCalls;
 constexpr char memoryChip[] = "/dev/i2c-0,0,2C0256,A0";
 constexpr char expander[] = "/dev/i2c-0,0,9555,40";
 constexpr unsigned int readBytes = 256;
+
+/// Nothing may be traced here.
+class refused : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
 
 bool readMemory()
 {
@@ -50,7 +58,7 @@ std::size_t callsOf(bool (*work)())
 {
     const TracedCalls traced = kest::test::traceCalls(work);
     if (!traced.refusal.empty()) {
-        throw std::runtime_error(traced.refusal);
+        throw refused(traced.refusal);
     }
     if (!traced.worked) {
         throw std::logic_error("the work failed");
@@ -58,30 +66,9 @@ std::size_t callsOf(bool (*work)())
     return traced.numbers.size();
 }
 
-/// A folder of its own, which the destructor removes.
-class scratchFolder
-{
-public:
-    scratchFolder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::logic_error("no scratch folder");
-        }
-        m_path = name;
-    }
-    scratchFolder(const scratchFolder&) = delete;
-    scratchFolder& operator=(const scratchFolder&) = delete;
-    ~scratchFolder() { std::filesystem::remove_all(m_path); }
-    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
-
 void measure()
 {
-    const scratchFolder folder;
+    const kest::bench::scratchFolder folder;
     if (!kest::host::useConfigurationFile(kest::test::makeTracedAdapter(folder.path()))) {
         throw std::logic_error("the configuration was read too early");
     }
@@ -97,9 +84,10 @@ int main()
     try {
         measure();
         return 0;
-    } catch (const std::runtime_error& refusal) {
-        std::fprintf(stderr, "linux_bench: system calls not counted: %s\n", refusal.what());
-        std::puts("{}");
+    } catch (const refused& reason) {
+        std::fprintf(stderr, "linux_bench: system calls not counted: %s\n", reason.what());
+        std::puts("{\"linux.read256_syscalls\": \"tracing is refused here\", "
+                  "\"linux.dpread_syscalls\": \"tracing is refused here\"}");
         return 0;
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "linux_bench: %s\n", problem.what());

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench/echo.h"
+#include "bench/scratchfolder.h"
 #include "bench/servers.h"
 #include "tools/client/client.h"
 #ifdef KEST_HAVE_SYSTEMD
@@ -202,7 +203,9 @@ nlohmann::json curve(const std::filesystem::path& state, const std::string& echo
 
 int main(int argc, char**)
 {
-    const std::filesystem::path state = makeState();
+    const scratchFolder scratch;
+    const std::filesystem::path& state = scratch.path();
+    makeState(state);
     const std::string echo = state / "echo.socket";
     nlohmann::json told;
     {
@@ -210,7 +213,6 @@ int main(int argc, char**)
         awaitServer(echo);
         told = argc > 1 ? curve(state, echo) : figures(state, echo);
     }
-    std::filesystem::remove_all(state);
     std::printf("%s\n", told.dump().c_str());
     return 0;
 }

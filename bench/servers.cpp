@@ -46,20 +46,14 @@ double process::residentKib() const
     return kib;
 }
 
-std::filesystem::path makeState()
+void makeState(const std::filesystem::path& state)
 {
-    std::string folder = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) {
-        fail("no temporary folder");
-    }
-    const std::filesystem::path path = folder;
-    std::filesystem::create_directories(copyOf(path).parent_path());
-    std::ofstream(copyOf(path)) << std::string(32768, 'k');
-    std::ofstream(path / "kest.toml") << "state = \".\"\n[registry]\n\"tavo/ReadMode\" = \"FileMode\"\n[service]\n"
-                                         "socket = \"kestd.socket\"\nmax_clients = 1024\nmax_clients_per_user = 1024\n"
-                                         "[[device]]\nnumber = 0\nlocation = \""
-                                      << location << "\"\n";
-    return path;
+    std::filesystem::create_directories(copyOf(state).parent_path());
+    std::ofstream(copyOf(state)) << std::string(32768, 'k');
+    std::ofstream(state / "kest.toml") << "state = \".\"\n[registry]\n\"tavo/ReadMode\" = \"FileMode\"\n[service]\n"
+                                          "socket = \"kestd.socket\"\nmax_clients = 1024\nmax_clients_per_user = 1024\n"
+                                          "[[device]]\nnumber = 0\nlocation = \""
+                                       << location << "\"\n";
 }
 
 std::filesystem::path copyOf(const std::filesystem::path& state) { return state / "qorn/P3_Root/0"; }

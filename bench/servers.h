@@ -30,8 +30,8 @@ private:
 /// What requests read: file mode reads the copy, and never opens the device.
 constexpr const char* location = "sim:planar,L,2C0256,A0";
 
-/// Makes the state folder of a service in file mode, where copy 0, which serves messages, holds 32 KiB.
-std::filesystem::path makeState();
+/// Fills an empty state folder of a service in file mode, where copy 0, which serves messages, holds 32 KiB.
+void makeState(const std::filesystem::path& state);
 std::filesystem::path copyOf(const std::filesystem::path& state);
 std::filesystem::path serviceSocketOf(const std::filesystem::path& state);
 

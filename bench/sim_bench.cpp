@@ -17,6 +17,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "bench/scratchfolder.h"
 #include "kest/seeprom.h"
 #include "platform/errl.h"
 #include "platform/host/configuration/configuration.h"
@@ -35,27 +36,6 @@ constexpr int rounds = 15, startRounds = 5;
 constexpr unsigned int readBytes = 256;
 constexpr char memoryChip[] = "sim:planar,L,2C0256,A0";
 constexpr char sensorChip[] = "sim:planar,L,75,90";
-
-/// A folder of its own, which the destructor removes.
-class scratchFolder
-{
-public:
-    scratchFolder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "kest-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no scratch folder");
-        }
-        m_path = name;
-    }
-    scratchFolder(const scratchFolder&) = delete;
-    scratchFolder& operator=(const scratchFolder&) = delete;
-    ~scratchFolder() { std::filesystem::remove_all(m_path); }
-    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
 
 std::string chip(const std::string& bus, const char* type, int address, const std::string& more = {})
 {
@@ -232,7 +212,7 @@ double usOfTransaction(const std::filesystem::path& machine)
 int main()
 {
     try {
-        const scratchFolder folder;
+        const kest::bench::scratchFolder folder;
         const auto small = makeMachine(folder.path() / "small", false);
         const auto big = makeMachine(folder.path() / "big", true);
         const double readSmall = usOfRead(small), readBig = usOfRead(big);
