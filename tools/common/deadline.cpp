@@ -1,12 +1,14 @@
 #include "tools/common/deadline.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <ctime>
+#include <poll.h>
 #include <unistd.h>
 
 #include "base/clock.h"
-#include "base/descriptor.h"
 #include "tools/common/failure.h"
 
 namespace kest::tools
@@ -21,11 +23,23 @@ lastReport& lastWords()
     return theOnes;
 }
 const lastReport* said = nullptr;
+volatile std::sig_atomic_t begun = 0;
+
+/// Writes as much as goes out at once: nobody who leaves a pipe full, or has closed it, delays the end.
+void sayAtOnce(int descriptor, const std::string& text)
+{
+    pollfd wait{descriptor, POLLOUT, 0};
+    if (!text.empty() && poll(&wait, 1, 0) == 1 && wait.revents == POLLOUT) {
+        static_cast<void>(!write(descriptor, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF)));
+    }
+}
 
 extern "C" void endNow(int /*signal*/)
 {
-    static_cast<void>(writeAll(STDERR_FILENO, said->errorText));
-    static_cast<void>(writeAll(STDOUT_FILENO, said->outputText));
+    sayAtOnce(STDERR_FILENO, said->errorText);
+    if (begun == 0) {
+        sayAtOnce(STDOUT_FILENO, said->outputText);
+    }
     _exit(exitFailed);
 }
 
@@ -57,5 +71,7 @@ int endAfter(std::uint64_t nanoseconds, const lastReport& report)
 }
 
 bool endsInTime() { return said != nullptr; }
+
+void beginsOutput() { begun = 1; }
 
 } // namespace kest::tools

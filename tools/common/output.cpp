@@ -8,6 +8,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "tools/common/deadline.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
 #include "tools/common/interrupt.h"
@@ -62,7 +63,8 @@ void output::text(std::string_view what)
 
 void output::bytes(std::span<const unsigned char> what)
 {
-    if (!m_broken) {
+    if (!m_broken && !what.empty()) {
+        beginsOutput();
         check(std::fwrite(what.data(), 1, what.size(), stdout) == what.size());
     }
 }

@@ -1,8 +1,11 @@
 /// Options that every verb takes: --quiet and --timeout.
 #include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
+#include "base/descriptor.h"
 #include "tests/host/usedconfiguration.h"
 #include "tests/tools/heldpages.h"
 #include "tests/tools/seeprom_support.h"
@@ -143,6 +146,21 @@ TEST_F(KestctlTimeout, EndsAtOnceWhatWatchesNoSignals)
     EXPECT_EQ(1, ended.exit);
     EXPECT_EQ("kestctl: the time of --timeout is up\n", ended.errors);
     EXPECT_EQ("timeout", json::parse(ended.output).at("error").at("verdict"));
+}
+
+/// Its output is a pipe that is full, and stays so.
+TEST_F(KestctlTimeout, EndsWhatNobodyTakesTheOutputOf)
+{
+    const std::string pipe = (folder() / "pipe").string();
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    const fileDescriptor full(open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const std::string block(4096, 'x');
+    while (write(full.number(), block.data(), block.size()) > 0) {
+        continue;
+    }
+    const RunResult ended = kestctl({"devices", "--json", "--timeout", "1ms"}, {.outputTo = pipe});
+    EXPECT_EQ(1, ended.exit);
+    EXPECT_EQ("kestctl: the time of --timeout is up\n", ended.errors);
 }
 
 TEST_F(KestctlTimeout, OfZeroIsNone) { EXPECT_EQ(0, kestctl({"detect", "planar-vpd", "--timeout", "0"}).exit); }

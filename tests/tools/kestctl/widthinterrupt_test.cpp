@@ -80,6 +80,27 @@ TEST_F(KestctlWidthInterrupt, WhileBytesOfAWrongTypeArePutBackSaysWhatThePartIs)
     }
 }
 
+/// The time of 'set' is up while a byte is put back that its own reads changed.
+TEST_F(KestctlWidthInterrupt, BehindTheReadsOfSetLeavesAllAsItWas)
+{
+    ferroelectric();
+    const UsedConfiguration used{machine() / "kest.toml"};
+    HeldPages pages("sim:f", 0xA0);
+    Program set("kestctl",
+                {"seeprom", "set", asLarge, "serial_number=S1", "--yes", "--width-unproved", "--timeout", "1h"},
+                configured());
+    ASSERT_TRUE(pages.awaitWriter());
+    ASSERT_TRUE(deliver(set, SIGALRM));
+    pages.letGo();
+    const RunResult ended = set.finish();
+    EXPECT_EQ(1, ended.exit);
+    EXPECT_THAT(ended.errors, StartsWith("kestctl: sim:f,L,2C0256,A0: width proof: the time of --timeout is up; the "
+                                         "part is no 24C256: a read behind two offset bytes changed it, as it does a "
+                                         "ferroelectric part with one; it holds its old bytes; "));
+    EXPECT_EQ(blank, content());
+    EXPECT_EQ(0, undoFiles());
+}
+
 TEST_F(KestctlWidthInterrupt, ASecondOneNamesTheFileThatFitsAPartWithOneOffsetByte)
 {
     // in the trial, and while the byte is put back that the read of the old ones changed
