@@ -98,8 +98,8 @@ def pattern(writer, turn, length):
 
 
 def finished(workers):
-    """Waits until each worker has had a reply."""
-    return comes(lambda: all(worker.replies for worker in workers))
+    """Waits until a request of each worker was done."""
+    return comes(lambda: all(any(reply.done for reply in worker.replies) for worker in workers))
 
 
 def check_stop(report):

@@ -10,8 +10,9 @@ namespace kest::tools
 {
 
 /// While there is one, SIGINT, SIGTERM and SIGHUP (also of a closed terminal) no longer end the process, and neither does
-/// the end of its time (deadline.h): they are remembered, and the code at work looks for them where it can end well. A transfer is never cut off by one. A second
-/// SIGINT within a second of the first ends the process at once all the same, with exit code 130 and the last words.
+/// the end of its time (deadline.h): they are remembered, and the code at work looks for them where it can end well. A
+/// transfer is never cut off by one. A second SIGINT within a second of the first ends the process at once all the same,
+/// with exit code 130 and the last words.
 ///
 /// A signal that was ignored when the watch began stays ignored. Watches may be nested; the outermost counts. Threads
 /// that were made before it must block these signals themselves. Throws a `failure` when there is no thread or

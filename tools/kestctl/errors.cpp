@@ -129,12 +129,12 @@ private:
     std::optional<outputFile> m_file;
 };
 
-/// Whether this user may change the log's files.
+/// Whether this user may change the log's files. Where there is no database, there is nothing to change.
 bool mayChangeLog()
 {
     const std::filesystem::path& folder = host::currentConfiguration().stateFolder;
     const std::filesystem::path database = folder / "errors.db";
-    return access(folder.c_str(), W_OK | X_OK) == 0 && (access(database.c_str(), W_OK) == 0 || errno == ENOENT);
+    return access(database.c_str(), W_OK) == 0 ? access(folder.c_str(), W_OK | X_OK) == 0 : errno == ENOENT;
 }
 
 int runErrorsList(const context& shared, const errorsListOptions& options)

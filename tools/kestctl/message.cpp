@@ -1,6 +1,7 @@
 #include "tools/kestctl/message.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <fmt/core.h>
 
 #include "base/clock.h"
@@ -66,8 +67,12 @@ void warnUnlessHardware()
     const auto& registry = host::currentConfiguration().registry;
     const auto mode = registry.find("tavo/ReadMode");
     if (mode != registry.end() && mode->second.rfind("HWareMode", 0) != 0) {
-        note(fmt::format("the read mode is {}: messages are served from copy 0, whatever device they name",
-                         mode->second));
+        // a warning, also with -q: the bytes are those of another place than the one that was named
+        std::fputs(
+            fmt::format("kestctl: the read mode is {}: messages are served from copy 0, whatever device they name\n",
+                        escaped(mode->second))
+                .c_str(),
+            stderr);
     }
 }
 

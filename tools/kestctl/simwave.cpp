@@ -58,16 +58,17 @@ int runWaveStop(const context& shared, const waveOptions& options)
     const auto machine = openConfiguredMachine();
     const auto bus = busOnNode(*machine, options.bus, options.node);
     requireBus(*machine, bus);
-    if (preferred().dryRun && machine->isRecording(bus)) {
-        reportWould(shared, {{"bus", bus}, {"stopped", false}}, "sim:" + escaped(bus) + ": recording would end");
-        return exitDone;
-    }
-    // in a dry run there is nothing to stop
-    if (!machine->stopWave(bus)) {
-        if (errno == ENOENT) {
+    const bool rehearses = preferred().dryRun;
+    const bool stopped = rehearses ? machine->isRecording(bus) : machine->stopWave(bus);
+    if (!stopped) {
+        if (rehearses || errno == ENOENT) {
             throw failure{.what = "nothing is being recorded", .device = "sim:" + bus, .step = "sim wave stop"};
         }
         throw systemFailure(errno, "sim wave stop", "sim:" + bus);
+    }
+    if (rehearses) {
+        reportWould(shared, {{"bus", bus}, {"stopped", false}}, "sim:" + escaped(bus) + ": recording would end");
+        return exitDone;
     }
     reportDone(shared, {{"bus", bus}, {"stopped", true}}, "sim:" + escaped(bus) + ": recording ended");
     return exitDone;

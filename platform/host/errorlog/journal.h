@@ -19,8 +19,8 @@ constexpr std::uint8_t detailsRefusal = 8;
 std::string journalFields(const loggedEntry& facts, const loggedSrc& first);
 
 /// Sends an entry to the journal if the process's standard error goes there, as that of a service does. A journal that
-/// takes nothing is waited for a fifth of a second at most; without memory nothing is sent. Any thread; hold no lock that
-/// others wait for.
+/// takes nothing is waited for a fifth of a second at most, and the caller's locks stay held meanwhile. Without memory
+/// nothing is sent. Any thread.
 void tellJournal(const loggedEntry& facts, const loggedSrc& first) noexcept;
 
 /// Where the journal listens, for tests; null gives the system's place back.

@@ -1,7 +1,7 @@
 /// @file
 /// What a platform says of itself to `kest_platform_check`, the checks of this interface. A port defines
-/// kest_describePort(), links the archive with its platform and the library, and runs the program: each check prints one
-/// line. docs/porting.md shows how.
+/// kest_describePort(), links the archive with its platform and the library, and runs the program: each check prints
+/// one line. docs/porting.md shows how.
 #pragma once
 
 #include <cstdint>

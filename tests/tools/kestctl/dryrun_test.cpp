@@ -295,6 +295,15 @@ TEST_F(KestctlDryRun, RefusesWhatAnEarnestRunRefuses)
     }
 }
 
+TEST_F(KestctlDryRun, ClearsALogThatThereIsNot)
+{
+    const std::filesystem::path state = machine() / "state";
+    ASSERT_TRUE(std::filesystem::exists(state));
+    std::filesystem::remove_all(state);
+    EXPECT_EQ("0 error entries would be deleted\n", says({"errors", "clear", "--dry-run"}));
+    EXPECT_EQ(0, kestctl({"errors", "clear", "--yes"}, {.folder = folder()}).exit);
+}
+
 /// It changes nothing, so there is nothing to confirm.
 TEST_F(KestctlDryRun, AsksNothing)
 {

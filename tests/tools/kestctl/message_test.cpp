@@ -149,6 +149,7 @@ TEST_F(KestctlMessage, FileModeServesCopyZeroAndSaysSo)
     EXPECT_EQ(0, read.exit);
     EXPECT_EQ("2345", read.output);
     EXPECT_EQ(warning, read.errors);
+    EXPECT_EQ(warning, message({"read", "planar-vpd", "--length", "4", "-o", "-", "-q"}).errors);
     const std::string target = (folder() / "out.bin").string();
     const RunResult cut = message({"read", "planar-vpd", "--length", "20", "-o", target});
     // fewer bytes than asked for are a failure
