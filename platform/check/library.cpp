@@ -89,6 +89,7 @@ void seeprom(run& run)
     seepromCall after(memory.text, 0, hardware);
     run.same("bytes read back", changed, after.read(3, 2 * memory.pageSize).found());
     call.write(3, kept);
+    succeeded(run, "return code of putting the old bytes back", call.entry);
 }
 
 void silentSeeprom(run& run)

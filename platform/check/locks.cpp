@@ -2,6 +2,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 
 #include "platform/check/run.h"
@@ -13,6 +14,7 @@ namespace
 
 constexpr std::uint32_t longMs = 20000; ///< longer than any of these locks is held
 constexpr std::uint32_t shortMs = 500;
+constexpr std::uint32_t spentMs = 50; ///< of a wait that has to last so long
 
 /// Two openings of the memory's bus.
 struct lockCheck {
@@ -114,6 +116,16 @@ void closeEnds(run& run)
     check.release(check.second);
 }
 
+/// A wait for a lock that nobody lets go.
+void waitInVain(lockCheck& check)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const int result = check.take(check.second, spentMs);
+    check.made.fails("a lock that is held for longer", EBUSY, result);
+    check.made.holds("the call waits for its time",
+                     std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(spentMs));
+}
+
 void threadWaits(run& run)
 {
     lockCheck check(run);
@@ -121,6 +133,8 @@ void threadWaits(run& run)
         return;
     }
     run.same("result of a lock", 0, check.take(check.first));
+    // the main thread may be first with the unlock below: that the thread can wait is shown before
+    std::thread([&check] { waitInVain(check); }).join();
     int result = -1;
     std::thread waiting([&] { result = check.take(check.second, longMs); });
     run.same("result of the unlock while a thread may wait", 0, check.release(check.first));

@@ -149,7 +149,10 @@ bytes pattern(std::size_t count, std::uint8_t seed)
 
 memoryUse::memoryUse(run& run, bool address)
     : made(run), memory(run.port.memory), device(memory.path != nullptr ? memory.path : ""),
-      ready(run.has("SEEPROM", memory.path != nullptr) && prepareMemory(run, device, address))
+      ready(run.has("SEEPROM", memory.path != nullptr) &&
+            run.holds("the port's memory has four pages of 8 bytes or more",
+                      memory.pageSize >= 8 && memory.size / 4 >= memory.pageSize) &&
+            prepareMemory(run, device, address))
 {
 }
 
@@ -157,7 +160,8 @@ memoryUse::~memoryUse()
 {
     if (!m_before.empty() && prepareMemory(made, device)) {
         device.seek(0);
-        device.write(m_before);
+        made.same("bytes put back", static_cast<long long>(m_before.size()), device.write(m_before));
+        made.same("bytes after they were put back", m_before, readAt(0, static_cast<unsigned int>(m_before.size())));
     }
 }
 

@@ -15,9 +15,11 @@ namespace
 constexpr const char* root = "qorn/P3_Root";
 constexpr std::uint8_t untouched = 0xA5;
 
+constexpr std::size_t roomForValues = 64;
+
 /// A registry read into a buffer that shows what was left alone.
 struct registryRead {
-    std::array<std::uint8_t, 64> buffer{};
+    std::array<std::uint8_t, roomForValues> buffer{};
     unsigned int size;
     ownedEntry entry{};
 
@@ -40,13 +42,21 @@ void failedEntry(run& run, const char* what, const ownedEntry& entry)
     }
 }
 
+/// Whether there is a value, which leaves a byte of the buffer.
+bool hasValue(run& run)
+{
+    const std::string value = run.port.registryValue != nullptr ? run.port.registryValue : "";
+    return run.has("key of its registry", run.port.registryKey != nullptr) &&
+           run.holds("the port names a value of 1 to 63 bytes", !value.empty() && value.size() < roomForValues);
+}
+
 void knownKey(run& run)
 {
-    if (!run.has("key of its registry", run.port.registryKey != nullptr)) {
+    if (!hasValue(run)) {
         return;
     }
     const std::string value = run.port.registryValue;
-    const registryRead read(run.port.registryKey, 64);
+    const registryRead read(run.port.registryKey, roomForValues);
     run.holds("a key that is set is read", read.entry == nullptr);
     run.same("size of the value", static_cast<long long>(value.size()), read.size);
     run.holds("the value's bytes are in the buffer", std::memcmp(read.buffer.data(), value.data(), value.size()) == 0);
@@ -63,7 +73,7 @@ void missingKey(run& run)
 
 void smallBuffer(run& run)
 {
-    if (!run.has("key of its registry", run.port.registryKey != nullptr)) {
+    if (!hasValue(run)) {
         return;
     }
     const auto room = static_cast<unsigned int>(std::strlen(run.port.registryValue)) - 1;
@@ -160,7 +170,8 @@ void writesCopy(run& run)
                 writeCopy(run, run.port.copyNumber, pattern(4, 9), before.length - 2));
     failedEntry(run, "a write far past the end is an entry", writeCopy(run, run.port.copyNumber, changed, ~0U));
     run.same("the copy after refused writes", expected, copyRead(run.port.copyNumber, 0, 0).part());
-    writeCopy(run, run.port.copyNumber, before.part().subspan(3, changed.size()), 3);
+    run.holds("the copy's old bytes are put back",
+              writeCopy(run, run.port.copyNumber, before.part().subspan(3, changed.size()), 3) == nullptr);
 }
 
 void locations(run& run)

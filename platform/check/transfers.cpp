@@ -178,7 +178,7 @@ void threads(run& run)
             for (int round = 0; round < 50; ++round) {
                 own.seek(at);
                 const bytes found = own.read(16);
-                count += ready && std::equal(found.begin(), found.end(), check.contents.begin() + at) ? 0 : 1;
+                count += ready && std::ranges::equal(std::span(check.contents).subspan(at, 16), found) ? 0 : 1;
             }
         });
     }

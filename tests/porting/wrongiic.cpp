@@ -21,6 +21,7 @@ bool isLock(wobu_iic_cfg_t item) { return item == WOBU_IIC_LOCK || item == WOBU_
 
 int offsetLength = 0; ///< of the block that was set last
 long position = 0; ///< of all devices together
+constexpr unsigned int pageSize = 32; ///< of the minimal platform's memory
 
 /// What is wrong with a lock's record before the layer sees it. @return false: the lock is not passed on
 bool passesLock(wobu_iic_cfg_t item, std::uint8_t* record)
@@ -31,6 +32,7 @@ bool passesLock(wobu_iic_cfg_t item, std::uint8_t* record)
     if (makes("register-locks-in-host-order") && record[1] == 2) {
         lock.kind = 0x300; // no kind, whatever the order
     }
+    lock.timeoutMs = makes("lock-time-ignored") ? 0 : lock.timeoutMs;
     std::memcpy(record, &lock, sizeof lock);
     return !(makes("locks-ignored") && item == WOBU_IIC_LOCK);
 }
@@ -96,6 +98,9 @@ KEST_WRONG(int, config, "_Z15mern_iic_configR6mern_ti14wobu_iic_cfg_tPvj", mern_
 
 KEST_WRONG(int, read, "_Z13mern_iic_readR6mern_tPvj", mern_t& handle, void* buffer, unsigned int size)
 {
+    if (makes("threads-read-nothing") && inOtherThread()) {
+        return errno = EBUSY, 0;
+    }
     if (makes("size-0-needs-buffer") && buffer == nullptr) {
         return errno = EFAULT, -1;
     }
@@ -118,7 +123,18 @@ KEST_WRONG(int, read, "_Z13mern_iic_readR6mern_tPvj", mern_t& handle, void* buff
 
 KEST_WRONG(int, write, "_Z14mern_iic_writeR6mern_tPKvj", mern_t& handle, const void* buffer, unsigned int size)
 {
-    const int result = makes("write-does-nothing") ? static_cast<int>(size) : realwrite(handle, buffer, size);
+    static int writes = 0;
+    static int oldBytes = 0;
+    // the checks fill four pages, and put them back: every second time
+    const bool putsBack = size == 4 * pageSize && ++writes % 2 == 0;
+    if (makes("putting-back-fails") && putsBack) {
+        return errno = EIO, 0;
+    }
+    const bool stores = !makes("write-does-nothing") && !(makes("putting-back-stores-nothing") && putsBack);
+    if (makes("old-bytes-refused") && position == 3 && size == 2 * pageSize && ++oldBytes > 1) {
+        return errno = EIO, 0;
+    }
+    const int result = stores ? realwrite(handle, buffer, size) : static_cast<int>(size);
     return makes("range-is-cut") && result == 0 && errno == EINVAL ? 2 : result;
 }
 

@@ -1,7 +1,8 @@
-/// Mistakes of a registry and of a VPD service.
+/// Mistakes of a registry and of a VPD service, and of what a port says of itself.
 #include <algorithm>
 #include <cstring>
 
+#include "platform/check.h"
 #include "platform/errl.h"
 #include "platform/registry.h"
 #include "platform/tavo.h"
@@ -50,6 +51,10 @@ KEST_WRONG(ErrlEntry*, readCopy, "_Z26tavo_read_data_persistancyPKcjS0_PPhPjj", 
 KEST_WRONG(ErrlEntry*, writeCopy, "_Z27tavo_write_data_persistancyPKcjS0_PKhPjj", const char* root, unsigned int device,
            const char* name, const unsigned char* data, unsigned int* length, unsigned int offset)
 {
+    static int writes = 0;
+    if (makes("copy-written-once") && offset == 3 && ++writes > 1) {
+        return realwriteCopy(root, device, name, data, length, ~0U);
+    }
     unsigned int cut = offset < 4096 ? std::min(*length, 4096 - offset) : *length;
     return realwriteCopy(root, device, name, data, makes("write-is-cut") ? &cut : length, offset);
 }
@@ -73,4 +78,11 @@ KEST_WRONG(void*, allocate, "_Z11tavo_mallocj", unsigned int size)
     }
     void* const memory = realallocate(size);
     return makes("buffers-not-zeroed") ? std::memset(memory, 0xEE, size) : memory;
+}
+
+KEST_WRONG(kest_checkedPort, describePort, "_Z17kest_describePortv")
+{
+    kest_checkedPort port = realdescribePort();
+    port.memory.pageSize = makes("small-pages") ? 4 : port.memory.pageSize;
+    return port;
 }

@@ -13,7 +13,7 @@ struct kest_checkedMemory {
     const char* text = nullptr; ///< device text on the local node
     std::uint16_t address = 0; ///< 8-bit form
     std::uint16_t offsetLength = 0; ///< bytes of a position that the part takes, 1 or 2
-    std::uint32_t pageSize = 0; ///< bytes
+    std::uint32_t pageSize = 0; ///< bytes, 8 or more
     std::uint32_t size = 0; ///< bytes, four pages or more
 };
 
@@ -29,7 +29,7 @@ struct kest_checkedPort {
     std::int32_t missingNode = -1; ///< a node that is not mapped, 0-7; -1: none is known
     bool keepsFirstFailures = false; ///< failed calls leave first-failure data
     const char* registryKey = nullptr; ///< that is set
-    const char* registryValue = nullptr; ///< its value
+    const char* registryValue = nullptr; ///< its value, 1 to 63 bytes
     const char* missingKey = "kest/check/no such key"; ///< that is not set
     bool hasCopy = false; ///< the device `copyNumber` has a persisted copy of 64 bytes or more
     std::uint32_t copyNumber = 0; ///< a device number
