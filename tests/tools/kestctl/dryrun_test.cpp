@@ -76,7 +76,7 @@ const std::vector<VerbRow>& verbs()
         {.verb = "sim wave start", .arguments = {"planar", "OUT"}},
         {.verb = "sim wave stop", .arguments = {"planar"}, .before = {"sim", "wave", "start", "planar", "WAVE"}},
         {.verb = "sim play", .arguments = {"SCENARIO"}},
-        {.verb = "sim power-cycle", .arguments = {}, .before = {"devices"}},
+        {.verb = "sim power-cycle", .arguments = {}, .before = {"port", "write", "panel-leds", "on", "--pins", "0"}},
     };
     return rows;
 }
@@ -231,6 +231,17 @@ TEST_F(KestctlDryRun, ChangesNothing)
             expectNoChange(row);
         }
     }
+}
+
+/// What a reset changes is no part of everything().
+TEST_F(KestctlDryRun, OfResetLeavesTheBusHeld)
+{
+    fault({"hold-sda", "--bus", "planar", "--count", "1"});
+    EXPECT_THAT(complaint(1, {"detect", "planar-vpd"}), HasSubstr("the bus is held"));
+    says({"reset", "sim:planar", "--dry-run"});
+    EXPECT_THAT(complaint(1, {"detect", "planar-vpd"}), HasSubstr("the bus is held"));
+    says({"reset", "sim:planar"});
+    says({"detect", "planar-vpd"});
 }
 
 TEST_F(KestctlDryRun, OfAllDevicesMakesNoFolder)
