@@ -39,7 +39,9 @@ TEST_F(KestctlTemplates, AreNamedInTheHelpAndByTheRefusal)
     }
     const RunResult refused = kestctl({"sim", "new", (folder() / "new").string(), "--template", "Rack"});
     EXPECT_EQ(2, refused.exit);
-    EXPECT_EQ("kestctl: there is no template 'Rack'; the templates are demo, rack, hubs, hostile\n", refused.errors);
+    EXPECT_EQ(
+        "kestctl: there is no template 'Rack'; did you mean 'rack'? the templates are demo, rack, hubs, hostile\n",
+        refused.errors);
     EXPECT_FALSE(std::filesystem::exists(folder() / "new"));
 }
 
