@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <mutex>
 #include <new>
+#include <string_view>
 
 #include "minimal.h"
 #include "platform/errl.h"
@@ -28,6 +29,18 @@ std::array<committedEntry, 64>& committed()
     return entries;
 }
 
+/// Nothing in the error log throws: without memory an item is left out.
+/// @return false without memory
+bool tried(auto call) noexcept
+{
+    try {
+        call();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 } // namespace
 
 struct SrciSrc::State {
@@ -47,13 +60,9 @@ struct ErrlEntry::State {
                              SrciSrc{&has.srcs[4]}};
     std::string items; ///< everything as text, one line for each call
 
-    /// Nothing in the error log throws: without memory an item is left out.
-    void append(const std::string& text) noexcept
+    void append(std::string_view text)
     {
-        try {
-            items += text;
-        } catch (const std::bad_alloc&) {
-        }
+        tried([&] { items += text; });
     }
     void add(const char* format, unsigned int first, unsigned int second = 0, unsigned int third = 0)
     {
@@ -117,7 +126,7 @@ void ErrlEntry::addSRC(unsigned short component, srciType type, unsigned int, un
 void ErrlEntry::addSRC(unsigned short, const SrciSrc& src) { m_state->addSrc(*src.state()); }
 void ErrlEntry::CollectTrace(const char* name, unsigned int bytes)
 {
-    m_state->append(minimal::latestTrace(name, bytes));
+    tried([&] { m_state->items += minimal::latestTrace(name, bytes); });
 }
 
 void ErrlEntry::addUsrDtls(const void* data, unsigned short length, unsigned short, unsigned char, unsigned char kind)
@@ -146,9 +155,7 @@ void ErrlEntry::commit(unsigned short, unsigned short)
 {
     // A board writes the entry to its flash here, and returns when it is there.
     const std::lock_guard hold(logging);
-    try {
-        committed()[commits++ % committed().size()] = {plid(), m_state->items};
-    } catch (const std::bad_alloc&) {
+    if (!tried([&] { committed()[commits++ % committed().size()] = {plid(), m_state->items}; })) {
         // never lost silently
         std::fprintf(stderr, "entry 0x%08X, return code 0x%08X: no memory\n", plid(), getRC());
     }
