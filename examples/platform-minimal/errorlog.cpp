@@ -13,10 +13,7 @@ namespace
 {
 
 constexpr std::size_t srcsMax = 5; ///< of an entry
-struct committedEntry {
-    std::uint32_t logId = 0;
-    std::string text;
-};
+using committedEntry = std::pair<std::uint32_t, std::string>; ///< log id and text
 constinit std::size_t commits = 0;
 constinit std::mutex logging;
 // A board keeps this number across restarts: no two entries may ever share a log id.
@@ -51,7 +48,6 @@ struct ErrlEntry::State {
     struct numbers {
         std::uint32_t logId = ++lastLogId;
         std::uint32_t returnCode = 0;
-        std::uint16_t creator = 0;
         std::uint16_t count = 0; ///< SRCs in use
         std::array<SrciSrc::State, srcsMax> srcs{};
     } has{};
@@ -64,19 +60,18 @@ struct ErrlEntry::State {
     {
         tried([&] { items += text; });
     }
-    void add(const char* format, unsigned int first, unsigned int second = 0, unsigned int third = 0)
+    /// @param numbers  as unsigned as the format wants them
+    void add(const char* format, auto... numbers)
     {
         char line[80];
-        std::snprintf(line, sizeof line, format, first, second, third);
+        std::snprintf(line, sizeof line, format, numbers...);
         append(line);
     }
     void addSrc(const SrciSrc::State& src)
     {
-        append("SRC");
-        for (const std::uint32_t word : src.words) {
-            add(" %08X", word);
-        }
-        append("\n");
+        const auto& word = src.words;
+        add("SRC %08X %08X %08X %08X %08X %08X %08X %08X\n", word[0], word[1], word[2], word[3], word[4], word[5],
+            word[6], word[7]);
         if (has.count < srcsMax) {
             has.srcs[has.count++] = src;
         }
@@ -100,7 +95,6 @@ ErrlEntry::ErrlEntry(unsigned short component, errlSeverity severity, errlEventT
     : m_state(new (m_room) State)
 {
     static_assert(sizeof(State) <= roomBytes);
-    m_state->has.creator = component;
     addSRC(component, type, flags, module, service, reason, word1, word2, word3, word4, subsystem);
     setSev(severity);
 }
@@ -165,7 +159,8 @@ const SrciSrc* ErrlEntry::getSRC(unsigned short index) const
 {
     return index < m_state->has.count ? &m_state->handles[index] : nullptr;
 }
-std::uint16_t ErrlEntry::creator() const { return m_state->has.creator; }
+// the component in the first SRC
+std::uint16_t ErrlEntry::creator() const { return static_cast<std::uint16_t>(m_state->has.srcs[0].words[1] >> 16); }
 std::uint32_t ErrlEntry::plid() const { return m_state->has.logId; }
 std::uint32_t ErrlEntry::getRC() const { return m_state->has.returnCode; }
 
@@ -173,8 +168,8 @@ std::string minimal::committedText(std::uint32_t logId)
 {
     std::string text;
     const std::lock_guard hold(logging);
-    for (const committedEntry& entry : committed()) {
-        text += entry.logId == logId ? entry.text : "";
+    for (const auto& [id, entry] : committed()) {
+        text += id == logId ? entry : "";
     }
     return text;
 }

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <string_view>
 
 #include "platform/mern.h"
 #include "platform/tavo.h"
@@ -47,8 +46,7 @@ struct chip {
 constinit std::array<chip, 2> chips{chip{0xA8, 2, 32, 4096, {}, 0}, chip{0x40, 1, 1, 4, {0xF5, 0xFF, 0, 0xFF}, 0}};
 
 struct device {
-    bool open;
-    std::uint32_t opening; ///< its number: a handle of an earlier opening is a closed one
+    std::uint32_t opening; ///< its number, which is also the handle; 0: closed
     std::uint32_t target, position, dmaOption, speedKhz;
     mern_iic_block block;
 };
@@ -69,13 +67,11 @@ bool isAddress(std::uint32_t address) { return address > 0 && address < 0x100 &&
 /// Runs a call on an open device. The handle is only a ticket: every copy of it is the same device.
 /// @param call  returns 0 or an errno
 /// @return 0, or -1 with `errno`
-template <typename Call>
-int onDevice(const mern_t& handle, Call call)
+int onDevice(const mern_t& handle, auto call)
 {
     std::unique_lock hold(guard);
-    device* const opened = handle.words[0] < devices.size() ? &devices[handle.words[0]] : nullptr;
-    const bool valid = opened != nullptr && opened->open && opened->opening == handle.words[1];
-    const int error = valid ? call(*opened, hold) : EBADF;
+    auto* const opened = std::ranges::find(devices, handle.words[0], &device::opening);
+    const int error = handle.words[0] != 0 && opened != devices.end() ? call(*opened, hold) : EBADF;
     errno = error != 0 ? error : errno;
     return error != 0 ? -1 : 0;
 }
@@ -136,12 +132,10 @@ int configureWord(device& opened, bool sets, wobu_iic_cfg_t item, std::uint32_t&
 /// Bytes of an item, 0 when it cannot be read or set.
 std::size_t sizeOf(wobu_iic_cfg_t item, bool sets)
 {
-    if (item == WOBU_IIC_BLOCK) {
-        return sizeof(mern_iic_block);
-    }
-    const bool isLock = item == WOBU_IIC_LOCK || item == WOBU_IIC_UNLOCK;
-    const bool isWord = item == WOBU_IIC_SPEED || item == WOBU_IIC_TARGET || item == WOBU_IIC_DMA_OPTION;
-    return isLock && sets ? sizeof(mern_iic_lock) : isWord || (item == WOBU_IIC_DETECT_STATE && !sets) ? 4 : 0;
+    const bool isLock = sets && (item == WOBU_IIC_LOCK || item == WOBU_IIC_UNLOCK);
+    const bool isWord = item == WOBU_IIC_SPEED || item == WOBU_IIC_TARGET || item == WOBU_IIC_DMA_OPTION ||
+                        (item == WOBU_IIC_DETECT_STATE && !sets);
+    return item == WOBU_IIC_BLOCK ? sizeof(mern_iic_block) : isLock ? sizeof(mern_iic_lock) : isWord ? 4 : 0;
 }
 
 int whyNot(const device& opened, const void* buffer)
@@ -169,9 +163,8 @@ void sendPiece(const device& opened, std::uint32_t position, const std::uint8_t*
 /// Writes page by page, each page with its own position.
 int writePages(const device& opened, const std::uint8_t* data, unsigned int size)
 {
-    const std::uint64_t end = std::uint64_t{opened.position} + size;
     const unsigned int n = opened.block.offsetLength;
-    if (n > 0 && end > std::uint64_t{1} << (8 * n)) {
+    if (n > 0 && std::uint64_t{opened.position} + size > std::uint64_t{1} << (8 * n)) {
         return EINVAL;
     }
     const std::uint32_t page = n > 0 && opened.block.pageSize != 0 ? opened.block.pageSize : ~std::uint32_t{0};
@@ -184,8 +177,7 @@ int writePages(const device& opened, const std::uint8_t* data, unsigned int size
 
 /// A transfer: the position moves on only when n > 0 and all bytes were moved.
 /// @return bytes moved; after a failure 0, with `errno` and first-failure data
-template <typename Move>
-int transfer(const mern_t& handle, const char* operation, const void* buffer, unsigned int size, Move move)
+int transfer(const mern_t& handle, const char* operation, const void* buffer, unsigned int size, auto move)
 {
     const int result = size == 0 ? 0 : onDevice(handle, [&](device& opened, auto&) {
         int error = whyNot(opened, buffer);
@@ -211,19 +203,18 @@ int MernInitialize(std::uint32_t) { return 0; }
 mern_t mern_iic_open(MernNode node, const char* path, int flags)
 {
     unsigned int address = 0;
-    const bool local = node.number == MERN_NODE_LOCAL;
     const bool named =
-        path == std::string_view("mem:0") || (std::sscanf(path, "mem:0@%2x", &address) == 1 && isAddress(address));
+        std::strcmp(path, "mem:0") == 0 || (std::sscanf(path, "mem:0@%2x", &address) == 1 && isAddress(address));
     const std::lock_guard hold(guard);
-    auto* const opened = std::ranges::find(devices, false, &device::open);
+    auto* const opened = std::ranges::find(devices, 0U, &device::opening);
     const int error = flags != MERN_OPEN_READ_WRITE_SYNC ? EINVAL
-                      : !local                           ? ENODEV
+                      : node.number != MERN_NODE_LOCAL   ? ENODEV
                       : !named                           ? ENOENT
                       : opened == devices.end()          ? ENOMEM
                                                          : 0;
     if (error == 0) {
-        *opened = {true, ++openings, address, 0, 0, 0, {}};
-        return {{static_cast<std::uint32_t>(opened - devices.begin()), openings}};
+        *opened = {++openings, address, 0, 0, 0, {}};
+        return {{openings}};
     }
     errno = error;
     return MERN_INVALID;
@@ -280,7 +271,7 @@ int mern_iic_reset(mern_t& handle, int kind)
 int mern_iic_close(mern_t& handle)
 {
     return onDevice(handle, [](device& opened, auto&) {
-        opened.open = false;
+        opened.opening = 0;
         std::ranges::replace(lockOwners, &opened, nullptr);
         unlocked.notify_all();
         return 0;

@@ -17,21 +17,14 @@ constexpr const char* registryValue = "HWareMode";
 constexpr unsigned int deviceNumber = 0xD004; ///< has a persisted copy and a location
 constexpr const char* deviceLocation = "mem:0,L,2C0032,A8";
 
-/// Reasons of this platform's entries.
-enum reason : unsigned short {
-    keyUnknown = 1,
-    valueTooLong,
-    outsideCopy,
-    copyUnknown,
-    deviceUnknown,
-    noMemory
-};
+// Reasons of this platform's entries.
+constexpr unsigned short keyUnknown = 1, valueTooLong = 2, outsideCopy = 3, deviceUnknown = 4, noMemory = 5;
 
 std::array<unsigned char, 4096> persisted{'c', 'o', 'p', 'y'};
 std::mutex copyGuard;
 
 /// @return an entry of this platform's own component, with a return code; null without memory
-ErrlEntry* newEntry(reason why, unsigned int word1, unsigned int word2 = 0)
+ErrlEntry* newEntry(unsigned short why, unsigned int word1, unsigned int word2 = 0)
 {
     auto* entry = new ErrlEntry(0x4700, ERRL_SEV_UNRECOVERED, ERRL_EVENT_NONE, SRCI_TYPE_SERVICE_PROCESSOR, 0, 1,
                                 SERVICE_CODE_KEST, why, word1, word2, 0, 0, EPUB_SUBSYSTEM_SOFTWARE, SRCI_TERM_NONE);
@@ -64,12 +57,10 @@ ErrlEntry* tavo_read_data_persistancy(const char*, unsigned int device, const ch
                                       unsigned int* length, unsigned int offset)
 {
     *data = nullptr;
-    if (device != deviceNumber) {
-        *length = 0;
-        return nullptr;
-    }
-    if (offset >= persisted.size()) {
-        return newEntry(outsideCopy, device, offset);
+    if (device != deviceNumber || offset >= persisted.size()) {
+        // a device without a copy is no failure
+        *length = device != deviceNumber ? 0 : *length;
+        return device != deviceNumber ? nullptr : newEntry(outsideCopy, device, offset);
     }
     const auto left = static_cast<unsigned int>(persisted.size()) - offset;
     const unsigned int found = *length == 0 || *length > left ? left : *length;
@@ -84,7 +75,7 @@ ErrlEntry* tavo_write_data_persistancy(const char*, unsigned int device, const c
 {
     // two comparisons: a sum could wrap
     if (device != deviceNumber || offset > persisted.size() || *length > persisted.size() - offset) {
-        return newEntry(device != deviceNumber ? copyUnknown : outsideCopy, device, offset);
+        return newEntry(device != deviceNumber ? deviceUnknown : outsideCopy, device, offset);
     }
     const std::lock_guard hold(copyGuard);
     std::memcpy(persisted.data() + offset, data, *length);
@@ -112,13 +103,10 @@ void tavo_util_free(void** buffer)
 struct NetcMessage::State {
     char* bytes = nullptr;
     unsigned int size = 0;
+    ~State() { std::free(bytes); }
 };
 NetcMessage::NetcMessage() : m_state(new (std::nothrow) State) {}
-NetcMessage::~NetcMessage()
-{
-    setData(nullptr, 0);
-    delete m_state;
-}
+NetcMessage::~NetcMessage() { delete m_state; }
 char* NetcMessage::dataPointer() const { return m_state != nullptr ? m_state->bytes : nullptr; }
 unsigned int NetcMessage::dataSize() const { return m_state != nullptr ? m_state->size : 0; }
 bool NetcMessage::setData(const char* data, unsigned int size)

@@ -1,5 +1,6 @@
 /// Traces. Each buffer keeps its latest 64 lines, formatted as they come. A platform whose traces must cost little
 /// stores the arguments instead, and formats when the buffer is read.
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -27,12 +28,10 @@ constexpr const char* letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTU
 /// @return the buffer of that name, else the first free one; null when there is neither
 trace_wobu_buffer* find(const char* name)
 {
-    for (trace_wobu_buffer& buffer : buffers) {
-        if (buffer.name[0] == '\0' || std::strcmp(buffer.name, name) == 0) {
-            return &buffer;
-        }
-    }
-    return nullptr;
+    auto* const found = std::ranges::find_if(buffers, [name](const trace_wobu_buffer& buffer) {
+        return buffer.name[0] == '\0' || std::strcmp(buffer.name, name) == 0;
+    });
+    return found != buffers.end() ? found : nullptr;
 }
 
 } // namespace
