@@ -5,6 +5,19 @@
 
 namespace kest::tools
 {
+namespace
+{
+
+/// Makes it an option or argument with a value. An empty value, as of a variable that a script did not set, is refused:
+/// many verbs would take it as "not given".
+option valued(CLI::Option& made, const std::string& valueName)
+{
+    made.type_name(valueName)->check(
+        [](const std::string& text) { return std::string(text.empty() ? "the value is empty" : ""); });
+    return option(made);
+}
+
+} // namespace
 
 option& option::required()
 {
@@ -39,29 +52,29 @@ void command::whenGiven(std::function<void()> action) { m_made->callback(std::mo
 option command::text(const std::string& names, std::string& target, const std::string& help,
                      const std::string& valueName)
 {
-    return option(*m_made->add_option(names, target, help)->type_name(valueName));
+    return valued(*m_made->add_option(names, target, help), valueName);
 }
 
 option command::texts(const std::string& names, std::vector<std::string>& target, const std::string& help,
                       const std::string& valueName)
 {
-    return option(*m_made->add_option(names, target, help)->type_name(valueName));
+    return valued(*m_made->add_option(names, target, help), valueName);
 }
 
 option command::real(const std::string& names, double& target, const std::string& help, const std::string& valueName)
 {
-    return option(*m_made->add_option(names, target, help)->type_name(valueName));
+    return valued(*m_made->add_option(names, target, help), valueName);
 }
 
 option command::read(const std::string& names, textReader reader, const std::string& help, const std::string& valueName)
 {
-    return option(*m_made->add_option_function<std::string>(names, reader, help)->type_name(valueName));
+    return valued(*m_made->add_option_function<std::string>(names, reader, help), valueName);
 }
 
 option command::checked(const std::string& names, std::string& target, const std::string& help,
                         const std::string& valueName, std::function<std::string(const std::string& text)> complaint)
 {
-    return option(*m_made->add_option(names, target, help)->type_name(valueName)->check(std::move(complaint)));
+    return valued(*m_made->add_option(names, target, help)->check(std::move(complaint)), valueName);
 }
 
 option command::flag(const std::string& names, bool& target, const std::string& help)

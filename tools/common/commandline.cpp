@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -177,6 +178,24 @@ std::string meantBy(const CLI::App& app)
     return {};
 }
 
+/// The words behind the program's name as the parser takes them, the last one first. Of "--length=" the parser would take
+/// the next word as the value: here its value is an empty word.
+std::vector<std::string> parserWords(const std::vector<std::string>& words)
+{
+    std::vector<std::string> taken;
+    bool optionsToo = true;
+    for (const std::string& word : words) {
+        optionsToo = optionsToo && word != "--";
+        const bool endsEmpty = optionsToo && word.compare(0, 2, "--") == 0 && word.find('=') == word.size() - 1;
+        taken.push_back(endsEmpty ? word.substr(0, word.size() - 1) : word);
+        if (endsEmpty) {
+            taken.emplace_back();
+        }
+    }
+    std::reverse(taken.begin(), taken.end());
+    return taken;
+}
+
 } // namespace
 
 commandLine::commandLine(const std::string& about, const std::string& name)
@@ -193,7 +212,7 @@ commandLine::outcome commandLine::parse(int count, char** words)
 {
     outcome result;
     try {
-        m_app->parse(count, words);
+        m_app->parse(parserWords(std::vector<std::string>(words + 1, words + count)));
     } catch (const CLI::ParseError& end) {
         if (end.get_exit_code() != 0) {
             result.wrong = true;

@@ -25,9 +25,6 @@ struct waveOptions {
 
 int runWaveStart(const context& shared, const waveOptions& options)
 {
-    if (options.file.empty()) {
-        throw wrongUse("the recording's file has no name", "name the VCD file to write");
-    }
     const auto machine = openConfiguredMachine();
     const auto bus = busOnNode(*machine, options.bus, options.node);
     requireBus(*machine, bus);

@@ -64,6 +64,37 @@ TEST_F(KestctlGlobalOptions, SizesAndTimesHaveUnits)
     EXPECT_EQ(1500, json::parse(says({"sim", "fault", "list", "--json"})).at("faults").at(0).at("lasts_ms"));
 }
 
+/// As of a script's variable that is not set: it is no "not given", which would read or write everything.
+TEST_F(KestctlGlobalOptions, AnEmptyValueIsRefused)
+{
+    const std::string output = (folder() / "o").string();
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"seeprom", "read", "planar-vpd", "-o", output, "--length"},
+             {"seeprom", "read", "planar-vpd", "-o", output, "--offset"},
+             {"seeprom", "read", "planar-vpd", "--output"},
+             {"seeprom", "show", "planar-vpd", "--as"},
+             {"seeprom", "make", "fru", "product.assetTag=A", "-o", output, "--size"},
+             {"seeprom", "write", "planar-vpd", "--hex", "00", "--yes", "--force", "--input"},
+             {"port", "write", "panel-leds", "on", "1", "--yes", "--pins"},
+             {"errors", "list", "--since"},
+             {"detect", "planar-vpd", "--timeout"},
+             {"detect", "planar-vpd", "--speed"}}) {
+        std::vector<std::string> apart = words;
+        apart.emplace_back();
+        std::vector<std::string> together = words;
+        together.back() += "=";
+        const std::string expected = "kestctl: " + words.back() + ": the value is empty; 'kestctl ";
+        EXPECT_THAT(complaintOf(apart, 2), StartsWith(expected));
+        EXPECT_THAT(complaintOf(together, 2), StartsWith(expected));
+        // the next word is not its value
+        together.emplace_back("--json");
+        EXPECT_THAT(complaintOf(together, 2), StartsWith(expected));
+    }
+    EXPECT_EQ("kestctl: BITS: the value is empty; 'kestctl port write --help' shows how\n",
+              complaintOf({"port", "write", "panel-leds", "on", "", "--pins", "0", "--yes"}, 2));
+    EXPECT_FALSE(std::filesystem::exists(output));
+}
+
 TEST_F(KestctlGlobalOptions, QuietLeavesOutHints)
 {
     const std::vector<std::string> write{"seeprom",  "write", "planar-vpd", "--hex",  "a5",

@@ -306,7 +306,7 @@ TEST_F(KestctlSim, AFaultOfNoBusOrAddress0IsRefused)
     };
     for (const Row& wrong :
          {Row{"--address", "0", "kestctl: no chip has address 0; leave --address out for every address\n"},
-          Row{"--bus", "", "kestctl: --bus names no bus; leave it out for every bus\n"},
+          Row{"--bus", "", "kestctl: --bus: the value is empty; 'kestctl sim fault add --help' shows how\n"},
           Row{"--bus", "sim:", "kestctl: --bus names no bus; leave it out for every bus\n"}}) {
         const RunResult result = kestctl({"sim", "fault", "add", "nack", wrong.option, wrong.value});
         EXPECT_EQ(2, result.exit) << wrong.option;
@@ -387,7 +387,7 @@ TEST_F(KestctlSim, ARecordingOverwritesWaveformsAlone)
     EXPECT_EQ(image, readFile(machine() / "system.bin"));
     const RunResult nameless = kestctl({"sim", "wave", "start", "planar", ""});
     EXPECT_EQ(2, nameless.exit);
-    EXPECT_EQ("kestctl: the recording's file has no name; name the VCD file to write\n", nameless.errors);
+    EXPECT_EQ("kestctl: FILE: the value is empty; 'kestctl sim wave start --help' shows how\n", nameless.errors);
 }
 
 /// Every field of `stored` is in `shown` with the same value; `shown` may have more.
