@@ -56,6 +56,9 @@ outputFile::outputFile(const std::string& name, std::string step) : m_name(name)
     if (!there && !missing) {
         fail(errno);
     }
+    if (there && S_ISDIR(facts.st_mode)) {
+        fail(EISDIR);
+    }
     if (missing || S_ISREG(facts.st_mode)) {
         m_target = behindLinks(name);
     }

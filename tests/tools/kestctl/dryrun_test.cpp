@@ -293,6 +293,7 @@ TEST_F(KestctlDryRun, RefusesWhatAnEarnestRunRefuses)
         {1, {"seeprom", "make", "tlvinfo", "serial_number=X", "-o", "nowhere/file"}},
         {3, {"seeprom", "make", "tlvinfo", "serial_number=X", "-o", "BYTES"}},
         {1, {"seeprom", "read", "panel-vpd", "-o", "nowhere/file"}},
+        {1, {"seeprom", "read", "panel-vpd", "-o", "."}},
     };
     for (const auto& [exit, command] : rows) {
         SCOPED_TRACE(testing::PrintToString(command));
