@@ -61,21 +61,6 @@ std::string deepestCommand(const CLI::App& app)
     return chosen.empty() ? app.get_name() : app.get_name() + " " + deepestCommand(*chosen.front());
 }
 
-/// The complaint of the parser. Where a subcommand is missing, a word that is none is a better complaint.
-std::string complaintOf(const CLI::App& app, const CLI::ParseError& why)
-{
-    std::string said = why.what();
-    if (said.find("subcommand") == std::string::npos) {
-        return said;
-    }
-    for (const std::string& word : app.remaining(true)) {
-        if (word.compare(0, 1, "-") != 0) {
-            return "there is no '" + word + "'";
-        }
-    }
-    return said;
-}
-
 /// The long options that a command takes, its own and those of the commands above it.
 std::vector<std::string> optionsOf(const CLI::App* app)
 {
@@ -95,6 +80,64 @@ const CLI::App* deepest(const CLI::App& app)
 {
     const auto chosen = app.get_subcommands();
     return chosen.empty() ? &app : deepest(*chosen.front());
+}
+
+/// @return "--length" of "--length=4"
+std::string optionName(const std::string& word) { return word.substr(0, word.find('=')); }
+
+bool isOptionOf(const CLI::App* app, const std::string& word)
+{
+    const auto known = optionsOf(app);
+    return std::find(known.begin(), known.end(), optionName(word)) != known.end();
+}
+
+/// The complaint about words that nothing takes. An option is more to blame than the words behind it.
+std::string unexpected(const CLI::App& app, const std::string& said)
+{
+    const std::vector<std::string> words = app.remaining(true);
+    if (words.empty()) {
+        return said;
+    }
+    const auto option =
+        std::find_if(words.begin(), words.end(), [](const auto& word) { return word.compare(0, 1, "-") == 0; });
+    const std::string& word = option == words.end() ? words.front() : *option;
+    if (isOptionOf(deepest(app), word)) {
+        return "'" + optionName(word) + "' stands in the wrong place: it is an option of '" + deepestCommand(app) + "'";
+    }
+    return "'" + word + "' was not expected";
+}
+
+/// The complaint about how often an option is given, or about a value that it lacks.
+std::string mismatched(const std::string& said)
+{
+    const std::string name = said.substr(0, said.find(": "));
+    if (said.find(": At Most 1 ") != std::string::npos) {
+        return name + " can be given only once";
+    }
+    return said.find(" missing", name.size()) != std::string::npos ? name + ": the value is missing" : said;
+}
+
+/// The complaint of the parser, in the words of the documents. Where a subcommand is missing, a word that is none is a
+/// better complaint.
+std::string complaintOf(const CLI::App& app, const CLI::ParseError& why)
+{
+    std::string said = why.what();
+    const auto kind = static_cast<CLI::ExitCodes>(why.get_exit_code());
+    if (kind == CLI::ExitCodes::ExtrasError) {
+        return unexpected(app, said);
+    }
+    if (kind == CLI::ExitCodes::ArgumentMismatch) {
+        return mismatched(said);
+    }
+    if (said.find("subcommand") == std::string::npos) {
+        return said;
+    }
+    for (const std::string& word : app.remaining(true)) {
+        if (word.compare(0, 1, "-") != 0) {
+            return "there is no '" + word + "'";
+        }
+    }
+    return app.get_subcommands().empty() ? "AREA is required" : "VERB is required";
 }
 
 std::vector<std::string> verbsOf(const CLI::App& app)
@@ -169,7 +212,7 @@ std::string meantBy(const CLI::App& app)
     const CLI::App* at = deepest(app);
     for (const std::string& word : app.remaining(true)) {
         if (word.compare(0, 2, "--") == 0) {
-            return didYouMean(word.substr(0, word.find('=')), optionsOf(at));
+            return isOptionOf(at, word) ? "" : didYouMean(optionName(word), optionsOf(at));
         }
         if (word.compare(0, 1, "-") != 0) {
             return didYouMean(word, verbsOf(*at));

@@ -42,18 +42,6 @@ const host::deviceEntry* findEntry(const std::string& nameOrNumber)
     return findNumber(parseNumber(nameOrNumber, "device number", highestNumber));
 }
 
-/// The names of the device table.
-std::vector<std::string> deviceNames()
-{
-    std::vector<std::string> names;
-    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
-        if (!entry.name.empty()) {
-            names.push_back(entry.name);
-        }
-    }
-    return names;
-}
-
 std::string labelOf(const host::deviceEntry& entry)
 {
     return entry.name.empty() ? fmt::format("device 0x{:X}", entry.number) : entry.name;
@@ -119,6 +107,17 @@ std::vector<const host::deviceEntry*> expectingRows(const device& which)
 } // namespace
 
 bool isDeviceText(const std::string& text) { return text.find(',') != std::string::npos || isFieldText(text); }
+
+std::vector<std::string> deviceNames()
+{
+    std::vector<std::string> names;
+    for (const host::deviceEntry& entry : host::currentConfiguration().devices) {
+        if (!entry.name.empty()) {
+            names.push_back(entry.name);
+        }
+    }
+    return names;
+}
 
 device findDevice(const std::string& nameOrText)
 {

@@ -14,6 +14,9 @@ namespace kest::tools
 /// Whether a text is a device text, in the canonical or the field's form, and no name.
 [[nodiscard]] bool isDeviceText(const std::string& text);
 
+/// The names of the device table.
+[[nodiscard]] std::vector<std::string> deviceNames();
+
 /// Finds a device by its name or number in the device table, or takes a device text in the canonical or the field's
 /// form.
 /// Throws a `failure`: 2 for a malformed text, 4 for a name or number that the table does not have.

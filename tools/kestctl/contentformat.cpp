@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include "base/guess.h"
 #include "contents/formatlist.h"
 #include "contents/recognise.h"
 #include "tools/common/failure.h"
@@ -30,7 +31,11 @@ const contents::format& formatOf(std::span<const std::uint8_t> image, const std:
         if (const contents::format* const found = contents::findFormat(chosen)) {
             return *found;
         }
-        throw wrongUse(fmt::format("'{}' is no format", chosen), "one of " + formatNames());
+        std::vector<std::string> names;
+        for (const contents::format* each : contents::formats()) {
+            names.emplace_back(each->name);
+        }
+        throw wrongUse(fmt::format("'{}' is no format", chosen), didYouMean(chosen, names, "one of " + formatNames()));
     }
     const auto found = contents::recognise(image);
     if (found.size() == 1) {

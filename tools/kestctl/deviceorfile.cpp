@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fmt/core.h>
 
+#include "base/guess.h"
 #include "tools/common/device.h"
 #include "tools/common/escape.h"
 #include "tools/common/failure.h"
@@ -29,6 +30,18 @@ bool namesDevice(const std::string& argument)
         return !findDevice(argument).text.empty();
     } catch (const failure&) {
         return false;
+    }
+}
+
+void requireFile(const std::string& argument, const std::string& step)
+{
+    std::error_code none;
+    if (argument != "-" && !std::filesystem::exists(argument, none)) {
+        throw failure{.code = exitAbsent,
+                      .what = "there is no such device and no such file",
+                      .tryThis = didYouMean(argument, deviceNames(), "'kestctl devices' lists the devices"),
+                      .device = argument,
+                      .step = step};
     }
 }
 

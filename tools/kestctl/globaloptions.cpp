@@ -71,8 +71,8 @@ void addGlobalOptions(command program, context& shared)
     elseByDefault(
         {program.read(
             "--timeout", [&shared](const std::string& text) { shared.timeoutNs = parseDuration(text, "--timeout"); },
-            "end the whole command after TIME, such as 500ms, 2s or 5min; a number alone is seconds; 0: no "
-            "end (default)",
+            "end the whole command after TIME, such as 500ms, 2s or 5min; a number alone is seconds; a day at "
+            "most; 0: no end (default)",
             "TIME")},
         [&shared](const host::commandDefaults& defaults) {
             if (defaults.timeoutNs != 0) {

@@ -57,7 +57,7 @@ const auto& findWord(const Rows& rows, const std::string& word, const device& wh
         }
     }
     throw wrongUse(fmt::format("{} '{}': a {} supports {}", what, word, which.end().type->chip, known),
-                   didYouMean(word, words));
+                   didYouMean(word.substr(0, word.find('=')), words));
 }
 
 } // namespace

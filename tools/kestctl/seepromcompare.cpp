@@ -40,6 +40,9 @@ comparison compare(seeprom& chip, const compareOptions& options, bool devicesToo
         throwIfInterrupted(chip.target().label, "read");
         return both;
     }
+    if (devicesToo) {
+        requireFile(options.other, "diff");
+    }
     both.other = inputBytes(options.other, chip, options.with);
     both.range = chip.range(offsetOf(options.with), both.other.size());
     const deviceOperation held =

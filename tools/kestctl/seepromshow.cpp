@@ -1,7 +1,6 @@
 #include "tools/kestctl/seepromshow.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <fmt/core.h>
 #include <utility>
 
@@ -92,15 +91,8 @@ byteVector chosenPart(const std::string& name, const byteVector& bytes, const se
 
 shownBytes fromFile(const seepromOptions& options)
 {
-    std::error_code none;
     const std::string& name = options.device;
-    if (name != "-" && !std::filesystem::exists(name, none)) {
-        throw failure{.code = exitAbsent,
-                      .what = "there is no such device and no such file",
-                      .tryThis = "'kestctl devices' lists the devices",
-                      .device = name,
-                      .step = "show"};
-    }
+    requireFile(name, "show");
     const byteVector bytes = bytesOfFile(name, readInput(name, host::largestCopyFileBytes));
     shownBytes shown{.label = name,
                      .bytes = chosenPart(name, bytes, options),

@@ -22,9 +22,10 @@ TEST_F(KestctlGuess, AtAreasVerbsAndOptions)
     EXPECT_EQ("there is no 'raed'; did you mean 'read'? 'kestctl seeprom --help' shows how",
               complaint(2, {"seeprom", "raed", "planar-vpd"}));
     EXPECT_EQ("there is no 'ad'; 'kestctl sim fault --help' shows how", complaint(2, {"sim", "fault", "ad"}));
-    EXPECT_EQ("The following argument was not expected: --lenght=4; did you mean '--length'? 'kestctl seeprom read "
-              "--help' shows how",
+    EXPECT_EQ("'--lenght=4' was not expected; did you mean '--length'? 'kestctl seeprom read --help' shows how",
               complaint(2, {"seeprom", "read", "planar-vpd", "--lenght=4"}));
+    EXPECT_EQ("'--lenght' was not expected; did you mean '--length'? 'kestctl seeprom read --help' shows how",
+              complaint(2, {"seeprom", "read", "planar-vpd", "--lenght", "4"}));
     // an option of all verbs
     EXPECT_THAT(complaint(2, {"seeprom", "read", "planar-vpd", "--jsno"}), HasSubstr("did you mean '--json'?"));
 }
@@ -41,11 +42,34 @@ TEST_F(KestctlGuess, AtNames)
                 HasSubstr("did you mean 'serialNumber'? fields: "));
     EXPECT_THAT(complaint(2, {"seeprom", "make", "tlvnifo", "-o", "-"}),
                 HasSubstr("did you mean 'tlvinfo'? formats: "));
+    EXPECT_EQ("planar-vpd: show: 'tlvinf' is no format; did you mean 'tlvinfo'? one of beaglebone, ddr3, ddr4, ddr5, "
+              "edid, fru, sff8472, sff8636, tlvinfo",
+              complaint(2, {"seeprom", "show", "planar-vpd", "--as", "tlvinf"}));
     EXPECT_EQ("mode 'hardwrae': expected hardware, file, mixed or registry; did you mean 'hardware'?",
               complaint(2, {"seeprom", "read", "planar-vpd", "--mode", "hardwrae"}));
     EXPECT_THAT(complaint(2, {"port", "write", "panel-leds", "blnik0", "1"}), HasSubstr("did you mean 'blink0'?"));
+    EXPECT_THAT(complaint(2, {"port", "config", "panel-leds", "prescalar0=3"}),
+                HasSubstr("did you mean 'prescaler0'?"));
     EXPECT_THAT(complaint(2, {"sim", "new", "x", "--template", "rakc"}),
                 HasSubstr("did you mean 'rack'? the templates"));
+}
+
+TEST_F(KestctlGuess, AtNamesOfDevicesWhereFilesAreTakenToo)
+{
+    EXPECT_EQ("planr-vpd: show: there is no such device and no such file; did you mean 'planar-vpd'? 'kestctl devices' "
+              "lists the devices",
+              complaint(4, {"seeprom", "show", "planr-vpd"}));
+    EXPECT_EQ("panl-vpd: diff: there is no such device and no such file; did you mean 'panel-vpd'? 'kestctl devices' "
+              "lists the devices",
+              complaint(4, {"seeprom", "diff", "planar-vpd", "panl-vpd"}));
+}
+
+/// It would be the word itself.
+TEST_F(KestctlGuess, IsNoneAtAnOptionInTheWrongPlace)
+{
+    EXPECT_EQ(
+        "'--wait' stands in the wrong place: it is an option of 'kestctl detect'; 'kestctl detect --help' shows how",
+        complaint(2, {"--wait", "5", "detect", "planar-vpd"}));
 }
 
 /// 24c04 is the name of another part, not of a 24c02.

@@ -98,15 +98,19 @@ TEST(KestctlHelp, VersionIsOneLine)
 TEST_F(Kestctl, WrongUseEndsWithTwoAndOneLine)
 {
     for (const Complaint& expected : std::vector<Complaint>{
-             {{}, 2, "A subcommand is required; 'kestctl --help' shows how"},
-             {{"port"}, 2, "A subcommand is required; 'kestctl port --help' shows how"},
+             {{}, 2, "AREA is required; 'kestctl --help' shows how"},
+             {{"port"}, 2, "VERB is required; 'kestctl port --help' shows how"},
+             {{"sim", "fault"}, 2, "VERB is required; 'kestctl sim fault --help' shows how"},
+             {{"devices", "--timeout"}, 2, "--timeout: the value is missing; 'kestctl devices --help' shows how"},
+             {{"devices", "--timeout", "1", "--timeout", "2"},
+              2,
+              "--timeout can be given only once; 'kestctl devices --help' shows how"},
+             {{"scan", "sim:planar", "more"}, 2, "'more' was not expected; 'kestctl scan --help' shows how"},
              {{"scan"}, 2, "BUS is required; 'kestctl scan --help' shows how"},
              {{"nonsense"}, 2, "there is no 'nonsense'; 'kestctl --help' shows how"},
              {{"port", "nonsense"}, 2, "there is no 'nonsense'; 'kestctl port --help' shows how"},
              {{"sim", "fault", "nonsense"}, 2, "there is no 'nonsense'; 'kestctl sim fault --help' shows how"},
-             {{"detect", "--nonsense"},
-              2,
-              "The following argument was not expected: --nonsense; 'kestctl detect --help' shows how"},
+             {{"detect", "--nonsense"}, 2, "'--nonsense' was not expected; 'kestctl detect --help' shows how"},
              {{"scan", "planar"},
               4,
               "planar: no such device in the device table; 'kestctl devices' lists them; or give a device text "
