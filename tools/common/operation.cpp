@@ -66,7 +66,7 @@ failure busyFailure(const operationLock& lock, const device& which)
     const std::vector<operationRecord> holders = lock.holders();
     return {.code = exitBusy,
             .what = "another program is at work on it: " + holderText(holders),
-            .tryThis = "wait for its end; --wait SECONDS waits longer",
+            .tryThis = "wait for its end; --wait TIME waits longer",
             .device = which.label,
             .step = lockStep,
             .holders = holders};

@@ -46,7 +46,7 @@ private:
 
 constexpr const char* busyLine =
     "planar-vpd: lock: another program is at work on it: other seeprom write on planar-vpd (process 4711 of user "
-    "4294967294) since 2024-05-01T12:00:00.250Z; wait for its end; --wait SECONDS waits longer";
+    "4294967294) since 2024-05-01T12:00:00.250Z; wait for its end; --wait TIME waits longer";
 
 TEST_F(KestctlOperation, AWriteKeepsEverybodyOff)
 {
@@ -130,7 +130,7 @@ TEST_F(KestctlOperation, WhatAHolderSaysIsOnlyText)
                                   .device = std::string(300, 'x')}));
     EXPECT_EQ(
         "planar-vpd: lock: another program is at work on it: ?[31m \\xE2\\x80\\xAE on " + std::string(120, 'x') +
-            " (process 1 of root) since 292278994-08-17T07:12:55.807Z; wait for its end; --wait SECONDS waits longer",
+            " (process 1 of root) since 292278994-08-17T07:12:55.807Z; wait for its end; --wait TIME waits longer",
         complaint(6, {"seeprom", "read", "planar-vpd", "--wait", "0"}));
 }
 
