@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <fmt/core.h>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -56,9 +57,7 @@ accessMode parseMode(const std::string& word)
     const auto* found = std::ranges::find_if(modes, [&](const modeRow& row) { return word == row.word; });
     if (found == modes.end()) {
         std::vector<std::string> words;
-        for (const modeRow& row : modes) {
-            words.emplace_back(row.word);
-        }
+        std::ranges::transform(modes, std::back_inserter(words), &modeRow::word);
         throw wrongUse(fmt::format("mode '{}': expected hardware, file, mixed or registry", word),
                        didYouMean(word, words));
     }

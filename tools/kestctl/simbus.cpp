@@ -1,6 +1,7 @@
 #include "tools/kestctl/simbus.h"
 
 #include <algorithm>
+#include <fmt/core.h>
 #include <string_view>
 #include <vector>
 
@@ -65,7 +66,7 @@ void requireBus(sim::machine& machine, const std::string& name)
     std::vector<std::string> names;
     for (const std::string& node : machine.nodes()) {
         for (const std::string& bus : machine.busNames(node)) {
-            names.push_back((node.empty() ? "" : node + ":") + bus);
+            names.push_back(node.empty() ? bus : fmt::format("{}:{}", node, bus));
             known.append(known.empty() ? "" : ", ").append(names.back());
         }
     }

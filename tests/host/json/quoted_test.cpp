@@ -23,16 +23,16 @@ TEST(QuotedText, IsAscii)
 
 TEST(QuotedText, EscapesAtEveryPlaceOfALongText)
 {
-    struct row {
+    struct Row {
         char byte;
         std::string quoted;
     };
-    const std::array rows{row{'\0', "\\u0000"},   row{'\n', "\\n"},      row{'\x1F', "\\u001f"}, row{' ', " "},
-                          row{'!', "!"},          row{'"', "\\\""},      row{'#', "#"},          row{'[', "["},
-                          row{'\\', "\\\\"},      row{']', "]"},         row{'~', "~"},          row{'\x7F', "\\u007f"},
-                          row{'\x80', "\\ufffd"}, row{'\xFF', "\\ufffd"}};
+    const std::array rows{Row{'\0', "\\u0000"},   Row{'\n', "\\n"},      Row{'\x1F', "\\u001f"}, Row{' ', " "},
+                          Row{'!', "!"},          Row{'"', "\\\""},      Row{'#', "#"},          Row{'[', "["},
+                          Row{'\\', "\\\\"},      Row{']', "]"},         Row{'~', "~"},          Row{'\x7F', "\\u007f"},
+                          Row{'\x80', "\\ufffd"}, Row{'\xFF', "\\ufffd"}};
     const std::string plain = "abcdefghijklmnopqrstuvw";
-    for (const row& each : rows) {
+    for (const Row& each : rows) {
         for (std::size_t at = 0; at < plain.size(); ++at) {
             std::string text = plain;
             text[at] = each.byte;

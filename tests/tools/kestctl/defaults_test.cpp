@@ -24,7 +24,7 @@ protected:
     /// Puts keys into [defaults] of the configuration in use.
     void defaults(const std::string& keys) const
     {
-        writeFile(machine() / "kest.toml", m_configuration + "\n[defaults]\n" + keys + "\n");
+        writeFile(machine() / "kest.toml", configuration + "\n[defaults]\n" + keys + "\n");
     }
     [[nodiscard]] std::string complaintOf(const std::string& keys) const
     {
@@ -37,7 +37,7 @@ protected:
         return result.errors.substr(result.errors.find(" key ") + 1);
     }
 
-    std::string m_configuration = readFile(machine() / "kest.toml");
+    std::string configuration = readFile(machine() / "kest.toml");
 };
 
 const std::vector<std::string> detect{"detect", "planar-vpd"};
