@@ -80,13 +80,16 @@ void dumpWorker::work(const busDumps& bus, sharedProgress& shown, const dumper& 
     try {
         // from the first device to the last: none is left half done
         const interruptWatch watch;
-        for (std::uint32_t index = 0; index < bus.dumps.size() && interruptSignal() == 0; ++index) {
+        bool goesOn = true;
+        for (std::uint32_t index = 0; index < bus.dumps.size() && goesOn; ++index) {
             const plannedDump& each = bus.dumps[index];
             progress::mirror(&shown.now, each.bytes);
             const dumpEnd end{index, dump(each)};
             shown.now = 0;
             shown.before += each.bytes;
             writeAll(ends, std::string_view(reinterpret_cast<const char*>(&end), sizeof end));
+            // a signal between two devices is reported by the later one
+            goesOn = interruptSignal() == 0 || end.code == exitDone;
         }
     } catch (const std::exception&) {
         code = exitFailed;
